@@ -1,0 +1,33 @@
+/** @file
+ * Types that the sensor library, the board layer and the application share.
+ */
+#ifndef ZET_DEFINITIONS_COMMON_H
+#define ZET_DEFINITIONS_COMMON_H
+
+#include <stdint.h>
+
+/**
+ * Opens an enumeration that is one byte wide in C and in C++ alike, so that records which hold it have
+ * the same layout on both sides.
+ */
+#ifdef __cplusplus
+#define ZET_BYTE_ENUM(type) enum type : uint8_t
+#else
+#define ZET_BYTE_ENUM(type)                                                                                  \
+    typedef uint8_t type;                                                                                    \
+    enum
+#endif
+
+/** Number of a sensor position on the board, counted from 1; 0 names no sensor. */
+typedef uint32_t zet_sensor_id_t;
+
+/** Severity of a log line, the most severe first. A threshold lets its own level and all above it pass. */
+ZET_BYTE_ENUM(zet_log_level_t){
+    ZET_LOG_LEVEL_ERROR = 0,   /**< an operation failed */
+    ZET_LOG_LEVEL_WARNING = 1, /**< something unexpected that did not stop the operation */
+    ZET_LOG_LEVEL_INFO = 2,    /**< progress of a session */
+    ZET_LOG_LEVEL_VERBOSE = 3, /**< details of an operation */
+    ZET_LOG_LEVEL_DEBUG = 4,   /**< internals */
+};
+
+#endif

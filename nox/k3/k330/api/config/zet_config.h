@@ -1,0 +1,87 @@
+/** @file
+ * Sensor configurations: frame and sweep timing. Sub-sweeps are in zet_config_subsweep.h.
+ *
+ * A setter takes any value; zet_nox_get_buffer_size judges the whole configuration.
+ */
+#ifndef ZET_CONFIG_H
+#define ZET_CONFIG_H
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#include "zet_definitions_k330.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** A sensor configuration; created and destroyed by the library only. */
+typedef struct zet_config zet_config_t;
+
+/**
+ * Creates a configuration with the library's defaults.
+ *
+ * @return the configuration, owned by the caller; null when memory is exhausted
+ */
+zet_config_t *zet_config_create(void);
+
+/**
+ * Frees a configuration.
+ *
+ * @param config  the configuration; null is allowed and does nothing
+ */
+void zet_config_destroy(zet_config_t *config);
+
+/** Sets the number of sub-sweeps, 1 to 4; 1 by default. */
+void zet_config_num_subsweeps_set(zet_config_t *config, uint8_t num_subsweeps);
+
+/** Gets the number of sub-sweeps. */
+uint8_t zet_config_num_subsweeps_get(const zet_config_t *config);
+
+/**
+ * Sets the number of sweeps in a frame, 1 to 4095; 1 by default. A frame holds at most 16383 samples:
+ * points of all sub-sweeps times sweeps.
+ */
+void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_frame);
+
+/** Gets the number of sweeps in a frame. */
+uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config);
+
+/**
+ * Sets the rate of the sweeps in a frame, in hertz; 0, the default, for the highest possible. Else at
+ * least 0.01 and at most the highest sweep rate of the metadata (zet_processing.h).
+ */
+void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate);
+
+/** Gets the sweep rate, in hertz; 0 for the highest possible. */
+float zet_config_sweep_rate_get(const zet_config_t *config);
+
+/**
+ * Sets the rate at which the sensor itself paces the frames, in hertz; 0, the default, for no pacing.
+ * Else at least 0.01, and a frame with all its sweeps must fit into one period.
+ */
+void zet_config_frame_rate_set(zet_config_t *config, float frame_rate);
+
+/** Gets the frame rate, in hertz; 0 for no pacing by the sensor. */
+float zet_config_frame_rate_get(const zet_config_t *config);
+
+/**
+ * Sets whether sweeps are spaced evenly across frames; false by default. Needs a sweep rate of the frame
+ * rate times the number of sweeps in a frame.
+ */
+void zet_config_continuous_sweep_mode_set(zet_config_t *config, bool enabled);
+
+/** Sets whether the sensor measures the next frame while the last one is read; false by default. */
+void zet_config_double_buffering_set(zet_config_t *config, bool enabled);
+
+/** Sets the state of the sensor between frames; deep sleep by default. */
+void zet_config_inter_frame_idle_state_set(zet_config_t *config, zet_config_idle_state_t idle_state);
+
+/** Sets the state of the sensor between sweeps, no deeper than between frames; ready by default. */
+void zet_config_inter_sweep_idle_state_set(zet_config_t *config, zet_config_idle_state_t idle_state);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,64 @@
+/** @file
+ * Sub-sweeps of a configuration: the stretches of distance that one sweep covers.
+ *
+ * Every setter takes the configuration, the value and the index of the sub-sweep, 0 to 3. One base step is
+ * the distance zet_processing_points_to_meter(1).
+ */
+#ifndef ZET_CONFIG_SUBSWEEP_H
+#define ZET_CONFIG_SUBSWEEP_H
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#include "zet_config.h"
+#include "zet_definitions_k330.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Sets the distance of the first point, in base steps, -1000 to 20000; 80 by default. The last point must
+ * not lie beyond the distance whose echo comes before the next pulse (see the pulse repetition
+ * frequency).
+ */
+void zet_config_subsweep_start_point_set(zet_config_t *config, int32_t start_point, uint8_t index);
+
+/** Sets the number of points, 1 to 4095; 160 by default. */
+void zet_config_subsweep_num_points_set(zet_config_t *config, uint16_t num_points, uint8_t index);
+
+/** Sets the distance between two points, in base steps, 1 to 1000; 1 by default. */
+void zet_config_subsweep_step_length_set(zet_config_t *config, uint16_t step_length, uint8_t index);
+
+/** Sets the pulse profile; 3 by default. */
+void zet_config_subsweep_profile_set(zet_config_t *config, zet_config_profile_t profile, uint8_t index);
+
+/** Sets how many pulses are averaged into one point, 1 to 511; 8 by default. */
+void zet_config_subsweep_hwaas_set(zet_config_t *config, uint16_t hwaas, uint8_t index);
+
+/** Sets the receiver gain, 0 (lowest) to 23 (highest); 16 by default. */
+void zet_config_subsweep_receiver_gain_set(zet_config_t *config, uint8_t gain, uint8_t index);
+
+/** Switches the transmitter during the sub-sweep; on by default. */
+void zet_config_subsweep_enable_tx_set(zet_config_t *config, bool enabled, uint8_t index);
+
+/** Sets whether the receiver hears the transmitter directly instead of the antenna; false by default. */
+void zet_config_subsweep_enable_loopback_set(zet_config_t *config, bool enabled, uint8_t index);
+
+/** Sets whether the phase is made coherent along the distance; false by default. */
+void zet_config_subsweep_phase_enhancement_set(zet_config_t *config, bool enabled, uint8_t index);
+
+/** Sets whether the imbalance of the in-phase and quadrature paths is compensated; false by default. */
+void zet_config_subsweep_iq_imbalance_compensation_set(zet_config_t *config, bool enabled, uint8_t index);
+
+/**
+ * Sets the pulse repetition frequency; 15.6 MHz by default. It limits the range: up to 7.6 m at 19.5
+ * MHz, 9.6 m at 15.6, 11.5 m at 13.0, 17.2 m at 8.7, 23.0 m at 6.5 and 28.8 m at 5.2.
+ */
+void zet_config_subsweep_prf_set(zet_config_t *config, zet_config_prf_t prf, uint8_t index);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
