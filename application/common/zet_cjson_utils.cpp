@@ -1,0 +1,221 @@
+/** @file
+ * Reading, writing and validating members of JSON documents, on top of cJSON.
+ */
+#include "zet_cjson_utils.h"
+
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+
+namespace
+{
+
+/** Half-way between the largest `float` and the next power of two: from here on a number rounds to infinity.
+ */
+constexpr double first_beyond_float = 0x1.ffffffp127;
+
+/**
+ * Takes the value of a number that has no fractional part and fits `int`.
+ *
+ * @return false when the item is null or no such number; the value is then unchanged
+ */
+bool take_int(const cJSON *item, int *value)
+{
+    if (!cJSON_IsNumber(item))
+    {
+        return false;
+    }
+    const double number = item->valuedouble;
+    if (!(number >= INT_MIN && number <= INT_MAX) || std::trunc(number) != number)
+    {
+        return false;
+    }
+    *value = static_cast<int>(number);
+    return true;
+}
+
+/**
+ * Takes the value of a number, rounded to `float`.
+ *
+ * @return false when the item is null, no number or rounds to infinity; the value is then unchanged
+ */
+bool take_float(const cJSON *item, float *value)
+{
+    if (!cJSON_IsNumber(item))
+    {
+        return false;
+    }
+    const double number = item->valuedouble;
+    const double magnitude = std::fabs(number);
+    if (!(magnitude < first_beyond_float))
+    {
+        return false;
+    }
+    const float rounded = magnitude > FLT_MAX ? FLT_MAX : static_cast<float>(magnitude);
+    *value = std::signbit(number) ? -rounded : rounded;
+    return true;
+}
+
+/** Tells whether a value has the type that a table asks for. */
+bool has_type(const cJSON *item, json_field_type_t type)
+{
+    int int_value = 0;
+    float float_value = 0.0F;
+    switch (type)
+    {
+    case FIELD_TYPE_BOOLEAN:
+        return cJSON_IsBool(item) != 0;
+    case FIELD_TYPE_FLOAT:
+        return take_float(item, &float_value);
+    case FIELD_TYPE_INT:
+        return take_int(item, &int_value);
+    case FIELD_TYPE_STRING:
+    case FIELD_TYPE_ENUM:
+        return cJSON_IsString(item) != 0;
+    case FIELD_TYPE_ARRAY:
+        return cJSON_IsArray(item) != 0;
+    case FIELD_TYPE_OBJECT:
+        return cJSON_IsObject(item) != 0;
+    case FIELD_TYPE_ANY:
+        return true;
+    case FIELD_TYPE_NONE:
+        break;
+    }
+    return false;
+}
+
+/** Finds the row of a table that allows a key; null when there is none. */
+const json_field_t *find_field(const json_field_t *fields, const char *key)
+{
+    for (const json_field_t *field = fields; field->name != nullptr; ++field)
+    {
+        if (std::strcmp(field->name, key) == 0)
+        {
+            return field;
+        }
+    }
+    return nullptr;
+}
+
+/**
+ * Hands a new item to an object or an array, which owns it from then on.
+ *
+ * @param item  the item; null when it could not be created
+ * @return false when there is no item, the target is neither object nor array or memory is exhausted; the
+ *         item is released then
+ */
+bool add_item(cJSON *target, const char *key, cJSON *item)
+{
+    if (item == nullptr)
+    {
+        return false;
+    }
+    cJSON_bool added = 0;
+    if (cJSON_IsArray(target))
+    {
+        added = cJSON_AddItemToArray(target, item);
+    }
+    else if (cJSON_IsObject(target))
+    {
+        added = cJSON_AddItemToObject(target, key, item);
+    }
+    if (!added)
+    {
+        cJSON_Delete(item);
+    }
+    return added != 0;
+}
+
+} // namespace
+
+bool get_json_int_value(const cJSON *node, const char *key, int *value)
+{
+    return take_int(cJSON_GetObjectItemCaseSensitive(node, key), value);
+}
+
+bool get_json_float_value(const cJSON *node, const char *key, float *value)
+{
+    return take_float(cJSON_GetObjectItemCaseSensitive(node, key), value);
+}
+
+bool get_json_bool_value(const cJSON *node, const char *key, bool *value)
+{
+    const cJSON *item = cJSON_GetObjectItemCaseSensitive(node, key);
+    if (!cJSON_IsBool(item))
+    {
+        return false;
+    }
+    *value = cJSON_IsTrue(item) != 0;
+    return true;
+}
+
+bool get_json_string_value(const cJSON *node, const char *key, char **value)
+{
+    const cJSON *item = cJSON_GetObjectItemCaseSensitive(node, key);
+    if (!cJSON_IsString(item))
+    {
+        return false;
+    }
+    *value = item->valuestring;
+    return true;
+}
+
+bool is_json_node(const cJSON *node, const char *key)
+{
+    return cJSON_GetObjectItemCaseSensitive(node, key) != nullptr;
+}
+
+bool json_validate(const cJSON *node, const json_field_t *fields)
+{
+    if (!cJSON_IsObject(node))
+    {
+        return false;
+    }
+    const cJSON *member = nullptr;
+    cJSON_ArrayForEach(member, node)
+    {
+        if (member->string == nullptr)
+        {
+            return false;
+        }
+        const json_field_t *field = find_field(fields, member->string);
+        if (field == nullptr || !has_type(member, field->type))
+        {
+            return false;
+        }
+        // The look-up finds the first of several members of the same name.
+        if (cJSON_GetObjectItemCaseSensitive(node, member->string) != member)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool add_json_int_value(cJSON *object, const char *key, int value)
+{
+    return add_item(object, key, cJSON_CreateNumber(value));
+}
+
+bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
+{
+    return add_item(object, key, cJSON_CreateNumber(value));
+}
+
+bool add_json_float_value(cJSON *object, const char *key, float value)
+{
+    // JSON has no word for what is not finite; cJSON must not convert it to an integer either.
+    cJSON *item = std::isfinite(value) ? cJSON_CreateNumber(static_cast<double>(value)) : cJSON_CreateNull();
+    return add_item(object, key, item);
+}
+
+bool add_json_bool_value(cJSON *object, const char *key, bool value)
+{
+    return add_item(object, key, cJSON_CreateBool(value ? 1 : 0));
+}
+
+bool add_json_string_value(cJSON *object, const char *key, const char *value)
+{
+    return add_item(object, key, cJSON_CreateString(value));
+}

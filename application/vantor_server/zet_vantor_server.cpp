@@ -1,0 +1,739 @@
+/** @file
+ * The server core: takes the host's commands, drives the backend and answers. The protocol is in
+ * docs/protocol.md.
+ *
+ * The file reads upwards from what leaves the server to what enters it: messages, the session, the speed of
+ * the link, the commands, and last the functions that the port calls.
+ */
+#include "zet_vantor_server.h"
+
+#include <cstring>
+
+#include <cjson/cJSON.h>
+
+#include "zet_cjson_utils.h"
+#include "zet_vantor_server_clock.h"
+#include "zet_vantor_server_errors.h"
+#include "zet_vantor_server_json_scanner.h"
+#include "zet_vantor_server_json_writer.h"
+#include "zet_vantor_server_line.h"
+#include "zet_vantor_server_log_ring.h"
+#include "zet_vantor_server_system_k330.h"
+
+namespace
+{
+
+/** Version of the protocol in docs/protocol.md. */
+constexpr uint32_t protocol_version = 1;
+
+/** Seconds within which a new speed of the link must be confirmed. */
+constexpr uint64_t baudrate_trial_seconds = 2;
+
+/** States of a session. Each is a bit, so that a command can name those that allow it. */
+enum session_state_t : uint8_t
+{
+    SESSION_IDLE = 1,       ///< there is no session
+    SESSION_CONFIGURED = 2, ///< sensors are prepared, frames come on demand
+    SESSION_STREAMING = 4,  ///< frames come by themselves
+};
+
+/** Any state. */
+constexpr uint8_t any_state = SESSION_IDLE | SESSION_CONFIGURED | SESSION_STREAMING;
+
+/** All that the server core keeps. */
+struct server_t
+{
+    zet_vantor_server_port_t port;  ///< what the port lends
+    vantor_server_interface_t link; ///< the same link, with counted bytes: what the backend gets
+    server_clock_t clock;           ///< the time
+    line_buffer_t line;             ///< the command that comes in
+    bool input_restarted;           ///< what has been received belongs to another speed or host
+
+    log_ring_t log;     ///< log lines for the host
+    uint8_t log_levels; ///< how many levels the host wants, the most severe first; 0 for none
+
+    session_state_t state; ///< what the session does
+    uint32_t tick_period;  ///< ticks between two frames; 0 when the server does not pace them
+    uint64_t next_frame;   ///< when the next frame of a paced stream is due
+
+    uint32_t baudrate;           ///< speed of the link
+    uint32_t confirmed_baudrate; ///< last speed at which the host was heard
+    bool baudrate_on_trial;      ///< the speed has not been confirmed yet
+    uint64_t trial_end;          ///< when the server goes back to the confirmed speed
+
+    uint64_t frames;                           ///< frames sent since the start
+    uint64_t bytes_sent;                       ///< bytes sent since the start
+    uint64_t bytes_received;                   ///< bytes received since the start
+    uint32_t error_counts[SERVER_ERROR_COUNT]; ///< errors told to the host since the start
+};
+
+server_t server;
+
+// ---- messages ---------------------------------------------------------------------------------------------
+
+/** Words for the levels of the log, from the most severe on. */
+constexpr const char *log_level_words[] = {"ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG"};
+
+/** Number of log levels. */
+constexpr uint8_t log_level_count = sizeof log_level_words / sizeof log_level_words[0];
+
+/** Sends to the host and counts. */
+void send_to_host(const void *data, uint32_t size)
+{
+    server.bytes_sent += size;
+    server.port.link.write(data, size);
+}
+
+/** Writes a member that is a string. */
+void write_string_member(json_writer_t *writer, const char *key, const char *value)
+{
+    json_writer_key(writer, key);
+    json_writer_string(writer, value);
+}
+
+/** Writes a member that is a whole number. */
+void write_uint_member(json_writer_t *writer, const char *key, uint64_t value)
+{
+    json_writer_key(writer, key);
+    json_writer_uint(writer, value);
+}
+
+/** Begins a message of the given status. */
+void begin_message(json_writer_t *writer, const char *status)
+{
+    json_writer_init(writer, send_to_host);
+    json_writer_begin_object(writer);
+    write_string_member(writer, "status", status);
+}
+
+/** Ends a message. */
+void end_message(json_writer_t *writer)
+{
+    json_writer_end_object(writer);
+    json_writer_finish(writer);
+}
+
+/**
+ * Sends a log line to the host.
+ *
+ * @param lost  number of lines that were lost before; 0 leaves the member out
+ */
+void send_log_line(zet_log_level_t level, const char *module, const char *text, uint32_t lost)
+{
+    json_writer_t writer;
+    begin_message(&writer, "log");
+    write_string_member(&writer, "level", log_level_words[level]);
+    write_string_member(&writer, "module", module);
+    write_string_member(&writer, "message", text);
+    if (lost > 0)
+    {
+        write_uint_member(&writer, "lost", lost);
+    }
+    write_uint_member(&writer, "payload_size", 0);
+    end_message(&writer);
+}
+
+/** Sends the log lines that wait. Those that sending itself causes are left for the next time. */
+void flush_log()
+{
+    for (uint32_t count = log_ring_count(&server.log); count > 0; --count)
+    {
+        log_line_t line;
+        log_ring_take(&server.log, &line);
+        send_log_line(line.level, line.module, line.text, 0);
+    }
+    const uint32_t lost = log_ring_take_lost(&server.log);
+    if (lost > 0)
+    {
+        send_log_line(ZET_LOG_LEVEL_WARNING, "vantor_server",
+                      "Log lines were lost: ask for a less verbose level.", lost);
+    }
+}
+
+/** Begins the answer to a command that was obeyed; members may follow. */
+void begin_answer(json_writer_t *writer, const char *command)
+{
+    flush_log();
+    begin_message(writer, "ok");
+    write_string_member(writer, "command", command);
+    write_uint_member(writer, "payload_size", 0);
+}
+
+/** Answers a command that was obeyed and has nothing to tell. */
+void answer(const char *command)
+{
+    json_writer_t writer;
+    begin_answer(&writer, command);
+    end_message(&writer);
+}
+
+/** Tells the host an error, in words of one's own. */
+void report_error(server_error_t error, const char *message)
+{
+    flush_log();
+    ++server.error_counts[error];
+    json_writer_t writer;
+    begin_message(&writer, "error");
+    write_string_member(&writer, "code", server_error_code(error));
+    write_string_member(&writer, "message", message);
+    write_uint_member(&writer, "payload_size", 0);
+    end_message(&writer);
+}
+
+/** Tells the host an error. */
+void report_error(server_error_t error)
+{
+    report_error(error, server_error_message(error));
+}
+
+// ---- the session ------------------------------------------------------------------------------------------
+
+/** Ends the session, if there is one. */
+void end_session()
+{
+    if (server.state != SESSION_IDLE)
+    {
+        server.state = SESSION_IDLE;
+        zet_vantor_server_system_destroy_session();
+    }
+}
+
+/** Ends a session that could not be set up or went wrong, and tells why. */
+void fail_session(server_error_t error)
+{
+    zet_vantor_server_system_destroy_session();
+    server.state = SESSION_IDLE;
+    report_error(error);
+}
+
+/** Measures one frame and sends it. A failure ends the session. */
+void measure_frame()
+{
+    const char *message = nullptr;
+    if (!zet_vantor_server_system_read_data_frames(&server.link, &message))
+    {
+        fail_session(server_error_of_backend(message, SERVER_ERROR_NOX_DATA));
+        return;
+    }
+    ++server.frames;
+}
+
+/** Measures a frame if the stream is due for one, and finds when the next one is. */
+void continue_stream()
+{
+    if (server.tick_period == 0)
+    {
+        measure_frame();
+        return;
+    }
+    if (server_clock_read(&server.clock) >= server.next_frame)
+    {
+        measure_frame();
+        const uint64_t now = server_clock_read(&server.clock);
+        server.next_frame = server_clock_next_due(server.next_frame, server.tick_period, now);
+    }
+}
+
+// ---- the speed of the link --------------------------------------------------------------------------------
+
+/** Tells whether the link's speed can be changed, and changed back in time. */
+bool can_change_baudrate()
+{
+    return server.port.link.set_baudrate != nullptr && server.port.link.max_baudrate > 0 &&
+           server.port.baudrate > 0 && server.clock.ticks_per_second > 0;
+}
+
+/** Forgets all input that has been received but not obeyed. */
+void discard_input()
+{
+    if (server.port.link.restart_input != nullptr)
+    {
+        server.port.link.restart_input();
+    }
+    line_buffer_clear(&server.line);
+    server.input_restarted = true;
+}
+
+/** Changes the speed of the link. */
+void change_baudrate(uint32_t baudrate)
+{
+    server.port.link.set_baudrate(baudrate);
+    server.baudrate = baudrate;
+}
+
+/** Goes back to the last confirmed speed when the host has not been heard in time. */
+void watch_baudrate()
+{
+    if (server.baudrate_on_trial && server_clock_read(&server.clock) >= server.trial_end)
+    {
+        server.baudrate_on_trial = false;
+        discard_input();
+        change_baudrate(server.confirmed_baudrate);
+    }
+}
+
+// ---- the commands -----------------------------------------------------------------------------------------
+
+struct command_t;
+
+/** Obeys a command whose members and state have been checked. */
+typedef void command_function_t(const command_t *self, const cJSON *command);
+
+/** A command. */
+struct command_t
+{
+    const char *name;           ///< its word
+    const json_field_t *fields; ///< the members that it takes
+    const char *usage;          ///< what to send instead when its members are wrong
+    uint8_t states;             ///< the states that allow it
+    command_function_t *obey;   ///< obeys it
+};
+
+/** Tells the host that the members of a command are wrong. */
+void report_bad_argument(const command_t *command)
+{
+    report_error(SERVER_ERROR_BAD_ARGUMENT, command->usage);
+}
+
+/** Writes which sensors are connected. */
+void write_connected_sensors(json_writer_t *writer, uint32_t sensor_count)
+{
+    json_writer_key(writer, "connected_sensors");
+    json_writer_begin_array(writer);
+    for (zet_sensor_id_t id = 1; id <= sensor_count; ++id)
+    {
+        if (zet_vantor_server_system_is_sensor_connected(id))
+        {
+            json_writer_uint(writer, id);
+        }
+    }
+    json_writer_end_array(writer);
+}
+
+void obey_identify(const command_t *self, const cJSON * /*command*/)
+{
+    const uint32_t sensor_count = zet_vantor_server_system_k3_get_sensor_count();
+    json_writer_t writer;
+    begin_answer(&writer, self->name);
+    write_string_member(&writer, "server_version", VANTOR_SERVER_VERSION);
+    write_uint_member(&writer, "protocol_version", protocol_version);
+    write_string_member(&writer, "sensor", zet_vantor_server_system_get_sensor_name());
+    write_uint_member(&writer, "sensor_count", sensor_count);
+    write_connected_sensors(&writer, sensor_count);
+    write_uint_member(&writer, "ticks_per_second", server.clock.ticks_per_second);
+    write_uint_member(&writer, "max_baudrate", can_change_baudrate() ? server.port.link.max_baudrate : 0);
+    end_message(&writer);
+}
+
+void obey_ping(const command_t *self, const cJSON * /*command*/)
+{
+    server.baudrate_on_trial = false;
+    server.confirmed_baudrate = server.baudrate;
+    answer(self->name);
+}
+
+/** A session is whole or not at all: an error in any of its items ends it. */
+void obey_configure(const command_t *self, const cJSON *command)
+{
+    const cJSON *configuration = cJSON_GetObjectItemCaseSensitive(command, "configuration");
+    if (configuration == nullptr)
+    {
+        report_bad_argument(self);
+        return;
+    }
+    float update_rate = -1.0F;
+    const char *message = nullptr;
+    const bool accepted = zet_vantor_server_system_parse_configuration(configuration, &update_rate, &message);
+    if (!accepted || message != nullptr)
+    {
+        fail_session(server_error_of_backend(message, SERVER_ERROR_CONFIGURATION_REFUSED));
+        return;
+    }
+    const bool on_demand = zet_vantor_server_system_is_on_demand();
+    server.tick_period = on_demand ? server_clock_period(&server.clock, update_rate) : 0;
+    flush_log();
+    if (!zet_vantor_server_system_send_session_metadata(send_to_host, server.tick_period))
+    {
+        fail_session(SERVER_ERROR_METADATA_FAILED);
+        return;
+    }
+    server.state = SESSION_CONFIGURED;
+}
+
+void obey_start(const command_t *self, const cJSON * /*command*/)
+{
+    answer(self->name);
+    server.state = SESSION_STREAMING;
+    server.next_frame = server_clock_read(&server.clock);
+}
+
+void obey_frame(const command_t * /*self*/, const cJSON * /*command*/)
+{
+    measure_frame();
+}
+
+void obey_stop(const command_t *self, const cJSON * /*command*/)
+{
+    server.state = SESSION_CONFIGURED;
+    answer(self->name);
+}
+
+void obey_end(const command_t *self, const cJSON * /*command*/)
+{
+    end_session();
+    answer(self->name);
+}
+
+/** The answer still leaves at the old speed. */
+void obey_baudrate(const command_t *self, const cJSON *command)
+{
+    if (!can_change_baudrate())
+    {
+        report_error(SERVER_ERROR_BAUDRATE_FIXED);
+        return;
+    }
+    int baudrate = 0;
+    if (!get_json_int_value(command, "baudrate", &baudrate) || baudrate < 1 ||
+        static_cast<uint32_t>(baudrate) > server.port.link.max_baudrate)
+    {
+        report_bad_argument(self);
+        return;
+    }
+    // Before the answer: a host that has it may speak at the new speed at once.
+    discard_input();
+    answer(self->name);
+    change_baudrate(static_cast<uint32_t>(baudrate));
+    server.baudrate_on_trial = true;
+    server.trial_end =
+        server_clock_read(&server.clock) + baudrate_trial_seconds * server.clock.ticks_per_second;
+}
+
+/** Finds how many levels a word of the "log" command lets pass; -1 when it is none of the words. */
+int find_log_levels(const char *word)
+{
+    if (std::strcmp(word, "OFF") == 0)
+    {
+        return 0;
+    }
+    for (int i = 0; i < log_level_count; ++i)
+    {
+        if (std::strcmp(word, log_level_words[i]) == 0)
+        {
+            return i + 1;
+        }
+    }
+    return -1;
+}
+
+void obey_log(const command_t *self, const cJSON *command)
+{
+    char *word = nullptr;
+    const int levels = get_json_string_value(command, "level", &word) ? find_log_levels(word) : -1;
+    if (levels < 0)
+    {
+        report_bad_argument(self);
+        return;
+    }
+    server.log_levels = static_cast<uint8_t>(levels);
+    answer(self->name);
+}
+
+/** Writes how often each error was told; those that never were are left out. */
+void write_error_counts(json_writer_t *writer)
+{
+    json_writer_key(writer, "errors");
+    json_writer_begin_object(writer);
+    for (uint8_t i = 0; i < SERVER_ERROR_COUNT; ++i)
+    {
+        if (server.error_counts[i] > 0)
+        {
+            write_uint_member(writer, server_error_code(static_cast<server_error_t>(i)),
+                              server.error_counts[i]);
+        }
+    }
+    json_writer_end_object(writer);
+}
+
+/** Writes the use of memory, if the port knows it. */
+void write_memory(json_writer_t *writer)
+{
+    if (server.port.get_memory == nullptr)
+    {
+        return;
+    }
+    zet_vantor_server_memory_t memory = {0, 0, 0};
+    server.port.get_memory(&memory);
+    json_writer_key(writer, "memory");
+    json_writer_begin_object(writer);
+    write_uint_member(writer, "live", memory.live);
+    write_uint_member(writer, "peak", memory.peak);
+    write_uint_member(writer, "failures", memory.failures);
+    json_writer_end_object(writer);
+}
+
+void obey_stats(const command_t *self, const cJSON * /*command*/)
+{
+    json_writer_t writer;
+    begin_answer(&writer, self->name);
+    if (server.clock.ticks_per_second > 0)
+    {
+        const uint64_t milliseconds =
+            server_clock_read(&server.clock) * 1000U / server.clock.ticks_per_second;
+        json_writer_key(&writer, "uptime_s");
+        json_writer_number(&writer, static_cast<double>(milliseconds) / 1000.0);
+    }
+    write_uint_member(&writer, "frames", server.frames);
+    write_uint_member(&writer, "bytes_sent", server.bytes_sent);
+    write_uint_member(&writer, "bytes_received", server.bytes_received);
+    write_error_counts(&writer);
+    write_memory(&writer);
+    end_message(&writer);
+}
+
+constexpr json_field_t plain_fields[] = {{"command", FIELD_TYPE_STRING}, {nullptr, FIELD_TYPE_NONE}};
+
+constexpr json_field_t configure_fields[] = {
+    {"command", FIELD_TYPE_STRING}, {"configuration", FIELD_TYPE_OBJECT}, {nullptr, FIELD_TYPE_NONE}};
+
+constexpr json_field_t baudrate_fields[] = {
+    {"command", FIELD_TYPE_STRING}, {"baudrate", FIELD_TYPE_INT}, {nullptr, FIELD_TYPE_NONE}};
+
+constexpr json_field_t log_fields[] = {
+    {"command", FIELD_TYPE_STRING}, {"level", FIELD_TYPE_ENUM}, {nullptr, FIELD_TYPE_NONE}};
+
+constexpr const char *plain_usage = "Send this command with \"command\" as its only member, once.";
+
+constexpr command_t commands[] = {
+    {"identify", plain_fields, plain_usage, any_state, obey_identify},
+    {"ping", plain_fields, plain_usage, any_state, obey_ping},
+    {"configure", configure_fields,
+     "Send \"configure\" with \"configuration\", the configuration document, as an object, and no other "
+     "member.",
+     SESSION_IDLE, obey_configure},
+    {"start", plain_fields, plain_usage, SESSION_CONFIGURED, obey_start},
+    {"frame", plain_fields, plain_usage, SESSION_CONFIGURED, obey_frame},
+    {"stop", plain_fields, plain_usage, SESSION_STREAMING, obey_stop},
+    {"end", plain_fields, plain_usage, any_state, obey_end},
+    {"baudrate", baudrate_fields,
+     "Send \"baudrate\" with \"baudrate\", a whole number from 1 to the \"max_baudrate\" that \"identify\" "
+     "tells, and no other member.",
+     SESSION_IDLE | SESSION_CONFIGURED, obey_baudrate},
+    {"log", log_fields,
+     "Send \"log\" with \"level\" set to \"OFF\", \"ERROR\", \"WARNING\", \"INFO\", \"VERBOSE\" or "
+     "\"DEBUG\", and no other member.",
+     any_state, obey_log},
+    {"stats", plain_fields, plain_usage, any_state, obey_stats},
+};
+
+/** Finds a command by its word; null when there is none. */
+const command_t *find_command(const char *name)
+{
+    for (const command_t &command : commands)
+    {
+        if (std::strcmp(command.name, name) == 0)
+        {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+/** What to send first when the state does not allow a command. */
+const char *way_to_allowed_state(const command_t *command)
+{
+    if (command->states == SESSION_IDLE)
+    {
+        return "Send \"end\" first: there already is a session.";
+    }
+    if (command->states == SESSION_STREAMING)
+    {
+        return "Send \"start\" first: nothing is streaming.";
+    }
+    return server.state == SESSION_IDLE ? "Send \"configure\" first: there is no session."
+                                        : "Send \"stop\" first: frames are streaming.";
+}
+
+/** Obeys a document from the host, if it is a command that is complete and allowed. */
+void obey_document(const cJSON *document)
+{
+    char *name = nullptr;
+    if (!cJSON_IsObject(document) || !get_json_string_value(document, "command", &name))
+    {
+        report_error(SERVER_ERROR_BAD_COMMAND);
+        return;
+    }
+    const command_t *command = find_command(name);
+    if (command == nullptr)
+    {
+        report_error(SERVER_ERROR_UNKNOWN_COMMAND);
+        return;
+    }
+    if (!json_validate(document, command->fields))
+    {
+        report_bad_argument(command);
+        return;
+    }
+    if ((command->states & server.state) == 0)
+    {
+        report_error(SERVER_ERROR_WRONG_STATE, way_to_allowed_state(command));
+        return;
+    }
+    command->obey(command, document);
+}
+
+/** The error that a scan stands for. Not to be called for JSON_SCAN_OK. */
+server_error_t error_of_scan(json_scan_result_t result)
+{
+    switch (result)
+    {
+    case JSON_SCAN_TRAILING_TEXT:
+        return SERVER_ERROR_TRAILING_TEXT;
+    case JSON_SCAN_TOO_DEEP:
+        return SERVER_ERROR_NESTING_TOO_DEEP;
+    case JSON_SCAN_TOO_MANY_VALUES:
+        return SERVER_ERROR_TOO_MANY_VALUES;
+    case JSON_SCAN_NOT_JSON:
+    case JSON_SCAN_OK:
+        break;
+    }
+    return SERVER_ERROR_BAD_JSON;
+}
+
+/** Obeys a line from the host. */
+void obey_line(const char *text, size_t length)
+{
+    if (length == 0)
+    {
+        return;
+    }
+    const json_scan_result_t scanned = json_scan(text, length, server.port.max_values);
+    if (scanned != JSON_SCAN_OK)
+    {
+        report_error(error_of_scan(scanned));
+        return;
+    }
+    // What the scanner lets pass, the parser takes, unless it runs out of memory.
+    cJSON *document = cJSON_ParseWithLength(text, length);
+    if (document == nullptr)
+    {
+        report_error(SERVER_ERROR_OUT_OF_MEMORY);
+        return;
+    }
+    obey_document(document);
+    cJSON_Delete(document);
+}
+
+/** Ticks from now to a moment; 0 when it has passed. */
+uint64_t ticks_until(uint64_t moment)
+{
+    const uint64_t now = server_clock_read(&server.clock);
+    return moment > now ? moment - now : 0;
+}
+
+/** The smaller of two numbers. */
+uint64_t smaller(uint64_t a, uint64_t b)
+{
+    return a < b ? a : b;
+}
+
+/** Ticks until something is to be done. */
+uint32_t ticks_until_work()
+{
+    if (server.state == SESSION_STREAMING && server.tick_period == 0)
+    {
+        return 0;
+    }
+    uint64_t wait = ZET_VANTOR_SERVER_IDLE;
+    if (server.state == SESSION_STREAMING)
+    {
+        wait = smaller(wait, ticks_until(server.next_frame));
+    }
+    if (server.baudrate_on_trial)
+    {
+        wait = smaller(wait, ticks_until(server.trial_end));
+    }
+    return static_cast<uint32_t>(wait);
+}
+
+} // namespace
+
+// ---- what the port calls ----------------------------------------------------------------------------------
+
+bool zet_vantor_server_init(const zet_vantor_server_port_t *port)
+{
+    server = {};
+    server.port = *port;
+    server.link = port->link;
+    server.link.write = send_to_host;
+    server.state = SESSION_IDLE;
+    server.baudrate = port->baudrate;
+    server.confirmed_baudrate = port->baudrate;
+    line_buffer_init(&server.line, port->line, port->line_size);
+    server_clock_start(&server.clock, &port->link);
+    if (!zet_vantor_server_system_init(port->nox_log_level))
+    {
+        zet_vantor_server_system_deinit();
+        return false;
+    }
+    return true;
+}
+
+void zet_vantor_server_deinit(void)
+{
+    end_session();
+    zet_vantor_server_system_deinit();
+}
+
+void zet_vantor_server_receive(const char *data, size_t size)
+{
+    (void)server_clock_read(&server.clock);
+    server.bytes_received += size;
+    server.input_restarted = false;
+    while (size > 0 && !server.input_restarted)
+    {
+        const line_event_t event = line_buffer_take(&server.line, &data, &size);
+        if (event == LINE_TOO_LONG)
+        {
+            report_error(SERVER_ERROR_LINE_TOO_LONG);
+        }
+        else if (event == LINE_COMPLETE)
+        {
+            obey_line(server.line.text, server.line.length);
+        }
+    }
+    flush_log();
+}
+
+uint32_t zet_vantor_server_step(void)
+{
+    (void)server_clock_read(&server.clock);
+    watch_baudrate();
+    if (server.state == SESSION_STREAMING)
+    {
+        continue_stream();
+    }
+    flush_log();
+    return ticks_until_work();
+}
+
+void zet_vantor_server_link_lost(void)
+{
+    end_session();
+    server.log_levels = 0;
+    log_ring_clear(&server.log);
+    server.baudrate_on_trial = false;
+    server.confirmed_baudrate = server.port.baudrate;
+    discard_input();
+    if (server.baudrate != server.port.baudrate)
+    {
+        change_baudrate(server.port.baudrate);
+    }
+}
+
+void zet_vantor_server_log(zet_log_level_t level, const char *module, const char *text)
+{
+    if (level < server.log_levels)
+    {
+        log_ring_put(&server.log, level, module, text);
+    }
+}

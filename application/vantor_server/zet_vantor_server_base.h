@@ -1,0 +1,49 @@
+/** @file
+ * The record through which the server core lends the link and the clock to the backend.
+ */
+#ifndef ZET_VANTOR_SERVER_BASE_H
+#define ZET_VANTOR_SERVER_BASE_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Sends bytes to the host. On return they have been sent or copied; the caller may reuse the memory.
+ *
+ * @param data  the bytes
+ * @param size  their number
+ */
+typedef void write_data_function_t(const void *data, uint32_t size);
+
+/** Discards the input that has been received but not yet handed to the server core. */
+typedef void restart_input_function_t(void);
+
+/**
+ * Changes the speed of the link, once everything written before has left.
+ *
+ * @param baudrate  the new speed in baud, at most the interface's `max_baudrate`
+ */
+typedef void set_baudrate_function_t(uint32_t baudrate);
+
+/** Reads the server tick, a free-running counter that wraps at 32 bits. */
+typedef uint32_t get_tick_function_t(void);
+
+/** The link to the host and the clock. */
+typedef struct
+{
+    write_data_function_t *write;            /**< sends to the host */
+    restart_input_function_t *restart_input; /**< discards pending input; null when there is none */
+    set_baudrate_function_t *set_baudrate;   /**< changes the link's speed; null when it is fixed */
+    uint32_t max_baudrate;                   /**< highest speed in baud; 0 when the speed is fixed */
+    get_tick_function_t *get_tick;           /**< reads the tick; null when there is no clock */
+    uint32_t ticks_per_second;               /**< ticks in a second; 0 when there is no clock */
+} vantor_server_interface_t;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,74 @@
+/** @file
+ * Cutting the bytes from the host into lines.
+ */
+#include "zet_vantor_server_line.h"
+
+#include <cstring>
+
+namespace
+{
+
+/** Completes a line: drops its carriage return and closes it by a zero. */
+void complete(line_buffer_t *line)
+{
+    if (line->length > 0 && line->text[line->length - 1] == '\r')
+    {
+        --line->length;
+    }
+    line->text[line->length] = '\0';
+    line->complete = true;
+}
+
+} // namespace
+
+void line_buffer_init(line_buffer_t *line, char *text, size_t size)
+{
+    line->text = text;
+    line->room = size - 1;
+    line_buffer_clear(line);
+}
+
+void line_buffer_clear(line_buffer_t *line)
+{
+    line->length = 0;
+    line->complete = false;
+    line->dropping = false;
+}
+
+line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *size)
+{
+    if (line->complete)
+    {
+        line_buffer_clear(line);
+    }
+    while (*size > 0)
+    {
+        const char *piece = *data;
+        const auto *line_feed = static_cast<const char *>(std::memchr(piece, '\n', *size));
+        const size_t length = line_feed != nullptr ? static_cast<size_t>(line_feed - piece) : *size;
+        if (!line->dropping && length > line->room - line->length)
+        {
+            line->dropping = true;
+            return LINE_TOO_LONG;
+        }
+        const size_t taken = line_feed != nullptr ? length + 1 : length;
+        *data += taken;
+        *size -= taken;
+        if (line->dropping)
+        {
+            if (line_feed != nullptr)
+            {
+                line_buffer_clear(line);
+            }
+            continue;
+        }
+        std::memcpy(line->text + line->length, piece, length);
+        line->length += length;
+        if (line_feed != nullptr)
+        {
+            complete(line);
+            return LINE_COMPLETE;
+        }
+    }
+    return LINE_UNFINISHED;
+}

@@ -1,0 +1,47 @@
+/** @file
+ * Cutting the bytes from the host into lines.
+ */
+#ifndef ZET_VANTOR_SERVER_LINE_H
+#define ZET_VANTOR_SERVER_LINE_H
+
+#include <cstddef>
+#include <cstdint>
+
+/** What line_buffer_take found. */
+enum line_event_t : uint8_t
+{
+    LINE_UNFINISHED, ///< all bytes taken, no line feed yet
+    LINE_COMPLETE,   ///< a line is in the buffer
+    LINE_TOO_LONG,   ///< the line does not fit; it is dropped up to its line feed
+};
+
+/** A line in the making. */
+struct line_buffer_t
+{
+    char *text;    ///< the line, closed by a zero when it is complete
+    size_t room;   ///< longest line that fits
+    size_t length; ///< bytes taken so far; of a complete line without its line end
+    bool complete; ///< a complete line is held, which the next byte replaces
+    bool dropping; ///< an overlong line is being dropped
+};
+
+/**
+ * Makes a line buffer.
+ *
+ * @param text  memory for a line
+ * @param size  its size: the longest line, its carriage return included if it has one, plus one
+ */
+void line_buffer_init(line_buffer_t *line, char *text, size_t size);
+
+/** Forgets what has been taken. */
+void line_buffer_clear(line_buffer_t *line);
+
+/**
+ * Takes bytes up to the end of a line.
+ *
+ * @param data  the bytes; moved on by those taken
+ * @param size  their number; reduced likewise
+ */
+line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *size);
+
+#endif

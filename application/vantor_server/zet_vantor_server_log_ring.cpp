@@ -1,0 +1,104 @@
+/** @file
+ * Log lines on their way to the host.
+ *
+ * A line lies in the ring as its level, the lengths of its two texts and the texts themselves.
+ */
+#include "zet_vantor_server_log_ring.h"
+
+#include <cstring>
+
+namespace
+{
+
+/** Bytes of a line beside its two texts. */
+constexpr uint32_t line_overhead = 3;
+
+/** Length of a text, at most the given one. */
+uint8_t cut_length(const char *text, uint32_t longest)
+{
+    const size_t length = std::strlen(text);
+    return static_cast<uint8_t>(length < longest ? length : longest);
+}
+
+/** Puts one byte in; the caller has seen to it that there is room. */
+void put_byte(log_ring_t *ring, uint8_t byte)
+{
+    ring->bytes[(ring->first + ring->used) % log_ring_size] = byte;
+    ++ring->used;
+}
+
+/** Takes one byte out. */
+uint8_t take_byte(log_ring_t *ring)
+{
+    const uint8_t byte = ring->bytes[ring->first];
+    ring->first = (ring->first + 1) % log_ring_size;
+    --ring->used;
+    return byte;
+}
+
+/** Puts a text in. */
+void put_text(log_ring_t *ring, const char *text, uint8_t length)
+{
+    for (uint8_t i = 0; i < length; ++i)
+    {
+        put_byte(ring, static_cast<uint8_t>(text[i]));
+    }
+}
+
+/** Takes a text out and closes it by a zero. */
+void take_text(log_ring_t *ring, char *text, uint8_t length)
+{
+    for (uint8_t i = 0; i < length; ++i)
+    {
+        text[i] = static_cast<char>(take_byte(ring));
+    }
+    text[length] = '\0';
+}
+
+} // namespace
+
+void log_ring_clear(log_ring_t *ring)
+{
+    ring->used = 0;
+    ring->lines = 0;
+    ring->lost = 0;
+}
+
+void log_ring_put(log_ring_t *ring, zet_log_level_t level, const char *module, const char *text)
+{
+    const uint8_t module_length = cut_length(module, log_ring_max_module);
+    const uint8_t text_length = cut_length(text, log_ring_max_text);
+    if (line_overhead + module_length + text_length > log_ring_size - ring->used)
+    {
+        ++ring->lost;
+        return;
+    }
+    put_byte(ring, level);
+    put_byte(ring, module_length);
+    put_byte(ring, text_length);
+    put_text(ring, module, module_length);
+    put_text(ring, text, text_length);
+    ++ring->lines;
+}
+
+uint32_t log_ring_count(const log_ring_t *ring)
+{
+    return ring->lines;
+}
+
+void log_ring_take(log_ring_t *ring, log_line_t *line)
+{
+    line->level = static_cast<zet_log_level_t>(take_byte(ring));
+    const uint8_t module_length = take_byte(ring);
+    const uint8_t text_length = take_byte(ring);
+    take_text(ring, line->module, module_length);
+    take_text(ring, line->text, text_length);
+    --ring->lines;
+}
+
+uint32_t log_ring_take_lost(log_ring_t *ring)
+{
+    const uint32_t lost = ring->lost;
+    ring->lost = 0;
+    return lost;
+}

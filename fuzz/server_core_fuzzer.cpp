@@ -1,0 +1,154 @@
+/** @file
+ * Fuzzing of the server core: whatever bytes come, in whatever pieces, and whatever fails meanwhile, every
+ * message is whole, the backend is called in the right order, and nothing is leaked.
+ *
+ * A byte 0x00 to 0x07 of the input is an event of the world around the server, any other is a byte from the
+ * host.
+ */
+#include <array>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include <cjson/cJSON.h>
+
+#include "fake_backend.h"
+#include "fake_memory.h"
+#include "zet_vantor_server.h"
+#include "zet_vantor_server_error_messages.h"
+
+namespace
+{
+
+std::string sent;
+uint32_t tick = 0;
+std::array<char, 513> line;
+
+/** Ends the run when something does not hold. */
+void demand(bool holds)
+{
+    if (!holds)
+    {
+        std::abort();
+    }
+}
+
+/** Takes the first message off the text that was sent; it must be whole. */
+std::string_view take_message(std::string_view rest)
+{
+    const std::size_t end = rest.find('\n');
+    demand(end != std::string_view::npos);
+    cJSON *message = cJSON_ParseWithLength(rest.data(), end);
+    const cJSON *size = cJSON_GetObjectItemCaseSensitive(message, "payload_size");
+    demand(cJSON_IsString(cJSON_GetObjectItemCaseSensitive(message, "status")) && cJSON_IsNumber(size));
+    const std::size_t length = end + 1 + static_cast<std::size_t>(size->valueint);
+    demand(length <= rest.size());
+    cJSON_Delete(message);
+    rest.remove_prefix(length);
+    return rest;
+}
+
+/** Checks that what was sent is a sequence of whole messages. */
+void check_sent()
+{
+    fail_allocation(0);
+    for (std::string_view rest = sent; !rest.empty();)
+    {
+        rest = take_message(rest);
+    }
+    sent.clear();
+}
+
+zet_vantor_server_port_t make_port()
+{
+    zet_vantor_server_port_t port = {};
+    port.link.write = [](const void *data, uint32_t size) {
+        sent.append(static_cast<const char *>(data), size);
+        zet_vantor_server_log(ZET_LOG_LEVEL_DEBUG, "link", "bytes were sent");
+    };
+    port.link.set_baudrate = [](uint32_t) {};
+    port.link.max_baudrate = 1000000;
+    port.baudrate = 115200;
+    port.link.get_tick = [] { return tick; };
+    port.link.ticks_per_second = 1000;
+    port.line = line.data();
+    port.line_size = line.size();
+    port.max_values = 32;
+    return port;
+}
+
+/** Lets something happen around the server. */
+void happen(uint8_t event)
+{
+    switch (event)
+    {
+    case 0:
+        tick += zet_vantor_server_step();
+        break;
+    case 1:
+        zet_vantor_server_step();
+        break;
+    case 2:
+        zet_vantor_server_link_lost();
+        break;
+    case 3:
+        fail_allocation(1 + fake_memory.allocations % 50);
+        break;
+    case 4:
+        fake_backend.frame_result = !fake_backend.frame_result;
+        break;
+    case 5:
+        fake_backend.parse_result = !fake_backend.parse_result;
+        break;
+    case 6:
+        fake_backend.parse_message = fake_backend.parse_message == nullptr ? error_bad_config : nullptr;
+        break;
+    default:
+        fake_backend.metadata_result = !fake_backend.metadata_result;
+        break;
+    }
+}
+
+/** Hands the input over, bytes for the server up to the next event in one piece. */
+void play(std::string_view input)
+{
+    while (!input.empty())
+    {
+        std::size_t size = 0;
+        while (size < input.size() && static_cast<unsigned char>(input[size]) > 7U)
+        {
+            ++size;
+        }
+        zet_vantor_server_receive(input.data(), size);
+        check_sent();
+        input.remove_prefix(size);
+        if (!input.empty())
+        {
+            happen(static_cast<uint8_t>(input.front()));
+            input.remove_prefix(1);
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    fake_backend = {};
+    fake_memory = {};
+    const zet_vantor_server_port_t port = make_port();
+    demand(zet_vantor_server_init(&port));
+    play(std::string_view(reinterpret_cast<const char *>(data), size));
+    fail_allocation(0);
+    sent.clear();
+    // Whatever came before, the next host is served.
+    zet_vantor_server_link_lost();
+    constexpr std::string_view ping = "{\"command\":\"ping\"}\n";
+    zet_vantor_server_receive(ping.data(), ping.size());
+    demand(sent == "{\"status\":\"ok\",\"command\":\"ping\",\"payload_size\":0}\n");
+    zet_vantor_server_deinit();
+    demand(fake_backend.violations.empty());
+    demand(fake_memory.live == 0);
+    sent.clear();
+    return 0;
+}

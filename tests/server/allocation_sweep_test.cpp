@@ -1,0 +1,119 @@
+/** @file
+ * Every command with the first, second, third … allocation failing until none does.
+ */
+#include "server_fixture.h"
+
+#include <set>
+
+namespace
+{
+
+class allocation_sweep : public server_fixture
+{
+protected:
+    void SetUp() override
+    {
+        server_fixture::SetUp();
+        start();
+    }
+
+    /**
+     * Has every allocation of a command fail in turn. Each time the command must be answered by one error
+     * message, after which a whole session works and nothing is leaked.
+     *
+     * @return the codes that were seen
+     */
+    static std::set<std::string> sweep(std::string_view state, std::string_view command)
+    {
+        std::set<std::string> codes;
+        for (std::size_t number = 1;; ++number)
+        {
+            enter(state);
+            fail_allocation(number);
+            const message_t answer = ask(command);
+            const bool failed = fake_memory.failed;
+            fail_allocation(0);
+            if (!failed)
+            {
+                EXPECT_EQ(answer.members["status"], "ok");
+                EXPECT_GT(number, 1U) << "nothing was allocated";
+                return codes;
+            }
+            EXPECT_EQ(answer.members["status"], "error") << command << " at allocation " << number;
+            codes.insert(answer.members.value("code", ""));
+            enter("configured");
+            obey(R"({"command":"frame"})");
+            obey(R"({"command":"end"})");
+            EXPECT_EQ(fake_memory.live, 0U) << command << " at allocation " << number;
+        }
+    }
+
+    using codes = std::set<std::string>;
+};
+
+TEST_F(allocation_sweep, every_command_tells_that_memory_is_exhausted)
+{
+    const struct
+    {
+        const char *state;
+        std::string command;
+    } rows[] = {
+        {"idle", R"({"command":"identify"})"},  {"idle", R"({"command":"ping"})"},
+        {"idle", R"({"command":"end"})"},       {"configured", R"({"command":"end"})"},
+        {"streaming", R"({"command":"end"})"},  {"idle", R"({"command":"log","level":"OFF"})"},
+        {"idle", R"({"command":"stats"})"},     {"configured", R"({"command":"start"})"},
+        {"streaming", R"({"command":"stop"})"},
+    };
+    for (const auto &row : rows)
+    {
+        EXPECT_EQ(sweep(row.state, row.command), codes{"out_of_memory"}) << row.command;
+    }
+}
+
+TEST_F(allocation_sweep, configure_fails_with_the_code_of_the_stage_that_failed)
+{
+    EXPECT_EQ(sweep("idle", configure_command), (codes{"out_of_memory", "metadata_failed"}));
+}
+
+TEST_F(allocation_sweep, frame_fails_with_the_code_of_the_stage_that_failed)
+{
+    EXPECT_EQ(sweep("configured", R"({"command":"frame"})"), (codes{"out_of_memory", "send_data"}));
+}
+
+TEST_F(allocation_sweep, a_stream_ends_when_memory_is_exhausted)
+{
+    for (std::size_t number = 1;; ++number)
+    {
+        enter("streaming");
+        fail_allocation(number);
+        zet_vantor_server_step();
+        const bool failed = fake_memory.failed;
+        fail_allocation(0);
+        const std::vector<message_t> messages = take_messages();
+        ASSERT_EQ(messages.size(), 1U);
+        if (!failed)
+        {
+            EXPECT_GT(number, 10U);
+            EXPECT_EQ(messages[0].members["status"], "ok");
+            break;
+        }
+        EXPECT_EQ(messages[0].members["code"], "send_data");
+        EXPECT_EQ(refusal(R"({"command":"stop"})"), "wrong_state");
+        EXPECT_EQ(fake_memory.live, 0U);
+    }
+}
+
+class allocation_sweep_serial : public allocation_sweep
+{
+};
+
+TEST_F(allocation_sweep_serial, a_change_of_speed_that_cannot_be_parsed_changes_nothing)
+{
+    zet_vantor_server_deinit();
+    start(serial_port());
+    const std::string command = R"({"command":"baudrate","baudrate":9600})";
+    EXPECT_EQ(sweep("idle", command), codes{"out_of_memory"});
+    EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{9600}));
+}
+
+} // namespace

@@ -1,0 +1,352 @@
+/** @file
+ * The JSON writer: numbers that read back, strings that any parser takes, whole documents.
+ */
+#include "zet_vantor_server_json_writer.h"
+
+#include <bit>
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "zet_vantor_server_base_internal.h"
+
+namespace
+{
+
+std::string sent;
+std::size_t writes = 0;
+
+void write_data(const void *data, uint32_t size)
+{
+    sent.append(static_cast<const char *>(data), size);
+    ++writes;
+}
+
+/** Begins a document. */
+json_writer_t begin()
+{
+    sent.clear();
+    writes = 0;
+    json_writer_t writer;
+    json_writer_init(&writer, write_data);
+    return writer;
+}
+
+std::string written(double value)
+{
+    json_writer_t writer = begin();
+    json_writer_number(&writer, value);
+    json_writer_finish(&writer);
+    EXPECT_EQ(sent.back(), '\n');
+    sent.pop_back();
+    return sent;
+}
+
+std::string written(const char *text)
+{
+    json_writer_t writer = begin();
+    json_writer_string(&writer, text);
+    json_writer_finish(&writer);
+    sent.pop_back();
+    return sent;
+}
+
+/** Sends a document made by cJSON. */
+std::string sent_document(cJSON *document)
+{
+    sent.clear();
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> owner(document, cJSON_Delete);
+    EXPECT_TRUE(zet_vantor_server_write_json(write_data, document));
+    return sent;
+}
+
+/** An array that nests a number of times. */
+cJSON *nested(uint32_t depth)
+{
+    cJSON *document = cJSON_CreateArray();
+    for (uint32_t level = 1; level < depth; ++level)
+    {
+        cJSON *outer = cJSON_CreateArray();
+        cJSON_AddItemToArray(outer, document);
+        document = outer;
+    }
+    return document;
+}
+
+/** The shortest text of a number by the standard library. */
+template <class number_t> std::string shortest(number_t value)
+{
+    char text[400];
+    return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
+/**
+ * Checks that a number that is no small whole one is written as the standard library does and reads back. A
+ * large whole number may end in zeros where the library goes on in digits that mean nothing.
+ */
+template <class number_t> void expect_shortest(number_t value)
+{
+    const std::string text = written(static_cast<double>(value));
+    number_t read = 0;
+    std::from_chars(text.data(), text.data() + text.size(), read);
+    ASSERT_EQ(read, value) << text;
+    ASSERT_TRUE(nlohmann::json::accept(text)) << text;
+    const std::string expected = shortest(value);
+    if (std::trunc(value) != value || expected.find('e') != std::string::npos)
+    {
+        ASSERT_EQ(text, expected);
+    }
+    else
+    {
+        ASSERT_EQ(text.size(), expected.size()) << text << " " << expected;
+    }
+}
+
+/** Tells whether a number is written in digits, because it is whole and exact. */
+bool is_exact_integer(double value)
+{
+    return std::trunc(value) == value && std::fabs(value) <= 9007199254740992.0;
+}
+
+TEST(json_writer, writes_floats_in_the_shortest_way)
+{
+    EXPECT_EQ(written(static_cast<double>(0.1F)), "0.1");
+    EXPECT_EQ(written(static_cast<double>(0.0025F)), "0.0025");
+    EXPECT_EQ(written(static_cast<double>(3125.5F)), "3125.5");
+    EXPECT_EQ(written(static_cast<double>(-1234.5678F)), "-1234.5677");
+    EXPECT_EQ(written(static_cast<double>(FLT_MIN)), "1.1754944e-38");
+    EXPECT_EQ(written(static_cast<double>(1e-45F)), "1e-45");
+    EXPECT_EQ(written(static_cast<double>(FLT_MAX)), "3.4028235e+38");
+}
+
+TEST(json_writer, writes_doubles_that_are_no_floats_in_the_shortest_way)
+{
+    EXPECT_EQ(written(0.1), "0.1");
+    EXPECT_EQ(written(12.345), "12.345");
+    EXPECT_EQ(written(1e300), "1e+300");
+    EXPECT_EQ(written(DBL_MAX), "1.7976931348623157e+308");
+    EXPECT_EQ(written(std::numeric_limits<double>::denorm_min()), "5e-324");
+}
+
+TEST(json_writer, writes_whole_numbers_in_digits)
+{
+    EXPECT_EQ(written(0.0), "0");
+    EXPECT_EQ(written(-1.0), "-1");
+    EXPECT_EQ(written(2147483648.0), "2147483648");
+    EXPECT_EQ(written(4294967295.0), "4294967295");
+    EXPECT_EQ(written(1e15), "1000000000000000");
+    EXPECT_EQ(written(9007199254740992.0), "9007199254740992");
+    EXPECT_EQ(written(-9007199254740992.0), "-9007199254740992");
+}
+
+TEST(json_writer, keeps_the_sign_of_zero)
+{
+    EXPECT_EQ(written(-0.0), "-0");
+}
+
+TEST(json_writer, writes_null_for_what_is_not_finite)
+{
+    EXPECT_EQ(written(static_cast<double>(NAN)), "null");
+    EXPECT_EQ(written(static_cast<double>(INFINITY)), "null");
+    EXPECT_EQ(written(-static_cast<double>(INFINITY)), "null");
+}
+
+TEST(json_writer, writes_every_whole_number_beyond_what_a_double_holds)
+{
+    json_writer_t writer = begin();
+    json_writer_uint(&writer, UINT64_MAX);
+    json_writer_finish(&writer);
+    EXPECT_EQ(sent, "18446744073709551615\n");
+}
+
+TEST(json_writer, writes_floats_of_every_exponent_as_the_standard_library_does)
+{
+    std::mt19937 random(1);
+    for (uint32_t sign_and_exponent = 0; sign_and_exponent < 512; ++sign_and_exponent)
+    {
+        const bool finite = (sign_and_exponent & 0xFFU) != 0xFFU;
+        for (uint32_t i = 0; finite && i < 40; ++i)
+        {
+            // The ends of the binade and its middle, then anything.
+            const uint32_t corners[] = {0U, 1U, 2U, 0x400000U, 0x7FFFFEU, 0x7FFFFFU};
+            const auto fraction = i < 6 ? corners[i] : static_cast<uint32_t>(random() & 0x7FFFFFU);
+            const auto value = std::bit_cast<float>(sign_and_exponent << 23U | fraction);
+            if (!is_exact_integer(value))
+            {
+                expect_shortest(value);
+            }
+        }
+    }
+}
+
+TEST(json_writer, writes_doubles_of_every_exponent_as_the_standard_library_does)
+{
+    std::mt19937_64 random(2);
+    for (uint64_t exponent = 0; exponent < 2047; ++exponent)
+    {
+        for (uint32_t i = 0; i < 7; ++i)
+        {
+            const uint64_t corners[] = {0U, 1U, 2U, 0xFFFFFFFFFFFFEU, 0xFFFFFFFFFFFFFU};
+            const uint64_t fraction = i < 5 ? corners[i] : random() >> 12U;
+            const auto value = std::bit_cast<double>(exponent << 52U | fraction);
+            const bool is_float = static_cast<double>(static_cast<float>(value)) == value;
+            if (!is_float && !is_exact_integer(value))
+            {
+                expect_shortest(value);
+            }
+        }
+    }
+}
+
+TEST(json_writer, writes_decimals_as_they_are_meant)
+{
+    for (int thousandths = -5000; thousandths <= 5000; ++thousandths)
+    {
+        const double value = thousandths / 1000.0;
+        if (!is_exact_integer(value))
+        {
+            const bool is_float = static_cast<double>(static_cast<float>(value)) == value;
+            ASSERT_EQ(written(value), is_float ? shortest(static_cast<float>(value)) : shortest(value));
+            const auto single = static_cast<float>(value);
+            ASSERT_EQ(written(static_cast<double>(single)), shortest(single));
+        }
+    }
+}
+
+TEST(json_writer, lets_integers_read_back)
+{
+    std::mt19937_64 random(3);
+    for (int bits = 0; bits <= 53; ++bits)
+    {
+        for (int i = 0; i < 200; ++i)
+        {
+            const auto value = static_cast<int64_t>(random() >> 11U >> (53 - bits));
+            EXPECT_EQ(written(static_cast<double>(value)), std::to_string(value));
+            EXPECT_EQ(written(static_cast<double>(-value)), value == 0 ? "0" : std::to_string(-value));
+        }
+    }
+}
+
+TEST(json_writer, escapes_what_a_string_must_not_hold)
+{
+    EXPECT_EQ(written("a\"b\\c/d"), R"("a\"b\\c/d")");
+    EXPECT_EQ(written("\b\f\n\r\t\x01\x1f"), R"("\u0008\u000c\u000a\u000d\u0009\u0001\u001f")");
+    EXPECT_EQ(written("\x7f"), "\"\x7f\"");
+    EXPECT_EQ(written(""), "\"\"");
+    EXPECT_EQ(written(static_cast<const char *>(nullptr)), "\"\"");
+}
+
+TEST(json_writer, keeps_utf8_and_replaces_other_bytes)
+{
+    EXPECT_EQ(written("\u00e9\u20ac\U0001F600"), "\"\u00e9\u20ac\U0001F600\"");
+    EXPECT_EQ(written("a\xff"
+                      "b"),
+              R"("a\ufffdb")");
+    EXPECT_EQ(written("\xe2\x82"), R"("\ufffd\ufffd")");
+    EXPECT_EQ(written("\xc0\x80"), R"("\ufffd\ufffd")");
+}
+
+TEST(json_writer, writes_every_byte_so_that_a_strict_parser_takes_it)
+{
+    for (int first = 1; first < 256; ++first)
+    {
+        for (int second = 1; second < 256; second += 3)
+        {
+            const std::string text = {static_cast<char>(first), static_cast<char>(second)};
+            ASSERT_TRUE(nlohmann::json::accept(written(text.c_str()))) << first << " " << second;
+        }
+    }
+}
+
+TEST(json_writer, separates_members_and_elements)
+{
+    json_writer_t writer = begin();
+    json_writer_begin_object(&writer);
+    json_writer_key(&writer, "a");
+    json_writer_begin_array(&writer);
+    json_writer_bool(&writer, true);
+    json_writer_bool(&writer, false);
+    json_writer_null(&writer);
+    json_writer_begin_object(&writer);
+    json_writer_end_object(&writer);
+    json_writer_begin_array(&writer);
+    json_writer_end_array(&writer);
+    json_writer_end_array(&writer);
+    json_writer_key(&writer, "b");
+    json_writer_uint(&writer, 7);
+    json_writer_key(&writer, nullptr);
+    json_writer_string(&writer, "c");
+    json_writer_end_object(&writer);
+    EXPECT_EQ(writes, 0U);
+    json_writer_finish(&writer);
+    EXPECT_EQ(sent, "{\"a\":[true,false,null,{},[]],\"b\":7,\"\":\"c\"}\n");
+    EXPECT_EQ(writes, 1U);
+}
+
+TEST(json_writer, sends_text_of_every_length_around_its_buffer_whole)
+{
+    for (std::size_t length = 0; length < 3 * sizeof(json_writer_t::buffer); ++length)
+    {
+        const std::string text(length, 'x');
+        EXPECT_EQ(written(text.c_str()), "\"" + text + "\"");
+        EXPECT_EQ(writes, (length + 3 + sizeof(json_writer_t::buffer) - 1) / sizeof(json_writer_t::buffer));
+    }
+}
+
+TEST(write_json, writes_a_whole_document_in_one_line)
+{
+    const char *text =
+        R"({"result_info":[[{"tick":48213,"ok":false,"t":-3,"v":0.75,"n":null},{}],[]],"status":"ok"})";
+    EXPECT_EQ(sent_document(cJSON_Parse(text)), std::string(text) + "\n");
+}
+
+TEST(write_json, writes_a_value_alone)
+{
+    EXPECT_EQ(sent_document(cJSON_CreateTrue()), "true\n");
+    EXPECT_EQ(sent_document(cJSON_CreateArray()), "[]\n");
+    EXPECT_EQ(sent_document(cJSON_CreateNumber(4294967295.0)), "4294967295\n");
+}
+
+TEST(write_json, leaves_out_what_stands_beside_the_document)
+{
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> document(cJSON_Parse("[[1],[2]]"), cJSON_Delete);
+    sent.clear();
+    EXPECT_TRUE(zet_vantor_server_write_json(write_data, document->child));
+    EXPECT_EQ(sent, "[1]\n");
+}
+
+TEST(write_json, writes_null_for_what_json_does_not_know)
+{
+    EXPECT_EQ(sent_document(cJSON_CreateRaw("raw")), "null\n");
+    EXPECT_EQ(sent_document(cJSON_CreateStringReference(nullptr)), "\"\"\n");
+}
+
+TEST(write_json, refuses_a_null_argument)
+{
+    cJSON *document = cJSON_CreateObject();
+    EXPECT_FALSE(zet_vantor_server_write_json(nullptr, document));
+    sent.clear();
+    EXPECT_FALSE(zet_vantor_server_write_json(write_data, nullptr));
+    EXPECT_EQ(sent, "");
+    cJSON_Delete(document);
+}
+
+TEST(write_json, sends_nothing_of_a_document_that_nests_too_deep)
+{
+    EXPECT_EQ(sent_document(nested(json_writer_max_depth)).size(), 2 * json_writer_max_depth + 1);
+    cJSON *document = nested(json_writer_max_depth + 1);
+    sent.clear();
+    EXPECT_FALSE(zet_vantor_server_write_json(write_data, document));
+    EXPECT_EQ(sent, "");
+    cJSON_Delete(document);
+}
+
+} // namespace

@@ -1,0 +1,123 @@
+/** @file
+ * Cutting bytes into lines.
+ */
+#include "zet_vantor_server_line.h"
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+class line_buffer : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        line_buffer_init(&line, memory.data(), memory.size());
+    }
+
+    /** Hands bytes over in pieces; notes complete lines, and "!" for one that is too long. */
+    std::vector<std::string> feed(std::string_view bytes, std::size_t piece)
+    {
+        std::vector<std::string> events;
+        while (!bytes.empty())
+        {
+            const std::string_view part = bytes.substr(0, piece);
+            bytes.remove_prefix(part.size());
+            const char *data = part.data();
+            std::size_t size = part.size();
+            while (size > 0)
+            {
+                const line_event_t event = line_buffer_take(&line, &data, &size);
+                if (event == LINE_COMPLETE)
+                {
+                    EXPECT_EQ(line.text[line.length], '\0');
+                    events.emplace_back(line.text, line.length);
+                }
+                else if (event == LINE_TOO_LONG)
+                {
+                    events.emplace_back("!");
+                }
+            }
+        }
+        return events;
+    }
+
+    line_buffer_t line = {};
+    std::array<char, 11> memory = {};
+};
+
+using events_t = std::vector<std::string>;
+
+TEST_F(line_buffer, cuts_lines_whatever_the_pieces)
+{
+    for (std::size_t piece = 1; piece <= 30; ++piece)
+    {
+        EXPECT_EQ(feed("one\ntwo\r\n\n\r\nthree\nfo", piece), (events_t{"one", "two", "", "", "three"}));
+        EXPECT_EQ(feed("ur\n", piece), (events_t{"four"}));
+    }
+}
+
+TEST_F(line_buffer, drops_one_carriage_return_at_the_end_only)
+{
+    EXPECT_EQ(feed("a\rb\r\r\n", 100), (events_t{"a\rb\r"}));
+}
+
+TEST_F(line_buffer, keeps_zeros)
+{
+    EXPECT_EQ(feed(std::string_view("a\0b\n", 4), 100), (events_t{std::string("a\0b", 3)}));
+}
+
+TEST_F(line_buffer, holds_a_line_that_just_fits)
+{
+    for (std::size_t piece = 1; piece <= 30; ++piece)
+    {
+        EXPECT_EQ(feed("0123456789\n", piece), (events_t{"0123456789"}));
+        EXPECT_EQ(feed("012345678\r\n", piece), (events_t{"012345678"}));
+    }
+}
+
+TEST_F(line_buffer, reports_a_line_that_is_too_long_once_and_goes_on_after_it)
+{
+    for (std::size_t piece = 1; piece <= 30; ++piece)
+    {
+        EXPECT_EQ(feed("0123456789a\nok\n", piece), (events_t{"!", "ok"}));
+        EXPECT_EQ(feed(std::string(1000, 'x') + "\nok\n", piece), (events_t{"!", "ok"}));
+        EXPECT_EQ(feed("0123456789\r\nok\n", piece), (events_t{"!", "ok"}));
+    }
+}
+
+TEST_F(line_buffer, reports_each_of_several_lines_that_are_too_long)
+{
+    EXPECT_EQ(feed("0123456789a\n0123456789b\nok\n", 3), (events_t{"!", "!", "ok"}));
+}
+
+TEST_F(line_buffer, reports_a_line_that_is_too_long_before_it_ends)
+{
+    EXPECT_EQ(feed("0123456789a", 1), (events_t{"!"}));
+    EXPECT_EQ(feed("bcdefghijklmnopqrstuvwxyz", 1), (events_t{}));
+}
+
+TEST_F(line_buffer, forgets_what_was_half_received)
+{
+    EXPECT_EQ(feed("half", 1), (events_t{}));
+    line_buffer_clear(&line);
+    EXPECT_EQ(feed("ok\n", 1), (events_t{"ok"}));
+    EXPECT_EQ(feed("0123456789abc", 1), (events_t{"!"}));
+    line_buffer_clear(&line);
+    EXPECT_EQ(feed("ok\n", 1), (events_t{"ok"}));
+}
+
+TEST_F(line_buffer, takes_nothing_from_nothing)
+{
+    const char *data = nullptr;
+    std::size_t size = 0;
+    EXPECT_EQ(line_buffer_take(&line, &data, &size), LINE_UNFINISHED);
+}
+
+} // namespace

@@ -1,0 +1,114 @@
+/** @file
+ * The ring of waiting log lines.
+ */
+#include "zet_vantor_server_log_ring.h"
+
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+class log_ring : public testing::Test
+{
+protected:
+    void put(const std::string &text, const std::string &module = "m")
+    {
+        log_ring_put(&ring, ZET_LOG_LEVEL_INFO, module.c_str(), text.c_str());
+    }
+
+    std::string take()
+    {
+        log_line_t line;
+        log_ring_take(&ring, &line);
+        return line.text;
+    }
+
+    log_ring_t ring = {};
+};
+
+TEST_F(log_ring, gives_lines_back_in_their_order)
+{
+    log_ring_put(&ring, ZET_LOG_LEVEL_DEBUG, "one", "first");
+    log_ring_put(&ring, ZET_LOG_LEVEL_ERROR, "", "");
+    ASSERT_EQ(log_ring_count(&ring), 2U);
+    log_line_t line;
+    log_ring_take(&ring, &line);
+    EXPECT_EQ(line.level, ZET_LOG_LEVEL_DEBUG);
+    EXPECT_STREQ(line.module, "one");
+    EXPECT_STREQ(line.text, "first");
+    log_ring_take(&ring, &line);
+    EXPECT_EQ(line.level, ZET_LOG_LEVEL_ERROR);
+    EXPECT_STREQ(line.module, "");
+    EXPECT_STREQ(line.text, "");
+    EXPECT_EQ(log_ring_count(&ring), 0U);
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+}
+
+TEST_F(log_ring, holds_lines_across_its_end)
+{
+    for (int i = 0; i < 5000; ++i)
+    {
+        const std::string text(static_cast<std::size_t>(i % 200), static_cast<char>('a' + i % 26));
+        put(text);
+        put(text + "!");
+        ASSERT_EQ(take(), text);
+        ASSERT_EQ(take(), text + "!");
+    }
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+}
+
+TEST_F(log_ring, cuts_long_texts)
+{
+    log_ring_put(&ring, ZET_LOG_LEVEL_INFO, std::string(500, 'm').c_str(), std::string(500, 't').c_str());
+    log_line_t line;
+    log_ring_take(&ring, &line);
+    EXPECT_EQ(std::string(line.module), std::string(log_ring_max_module, 'm'));
+    EXPECT_EQ(std::string(line.text), std::string(log_ring_max_text, 't'));
+}
+
+TEST_F(log_ring, fills_up_to_the_last_byte)
+{
+    // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes fill the ring.
+    const std::string text(252, 'x');
+    for (int i = 0; i < 8; ++i)
+    {
+        put(text);
+    }
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    put("", "");
+    EXPECT_EQ(log_ring_take_lost(&ring), 1U);
+    EXPECT_EQ(log_ring_count(&ring), 8U);
+    EXPECT_EQ(take(), text);
+    put(text);
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(log_ring_count(&ring), 8U);
+}
+
+TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
+{
+    const std::string text(252, 'x');
+    for (int i = 0; i < 20; ++i)
+    {
+        put(text);
+    }
+    EXPECT_EQ(log_ring_take_lost(&ring), 12U);
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+}
+
+TEST_F(log_ring, forgets_everything_when_cleared)
+{
+    for (int i = 0; i < 1000; ++i)
+    {
+        put("line");
+    }
+    log_ring_clear(&ring);
+    EXPECT_EQ(log_ring_count(&ring), 0U);
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    put("after");
+    EXPECT_EQ(take(), "after");
+}
+
+} // namespace

@@ -1,0 +1,243 @@
+/** @file
+ * The server core and what comes over the link: pieces, garbage, bounds, and the way back.
+ */
+#include "server_fixture.h"
+
+#include <random>
+
+namespace
+{
+
+class server_input : public server_fixture
+{
+protected:
+    void SetUp() override
+    {
+        server_fixture::SetUp();
+        start();
+    }
+
+    /** Sends bytes in pieces and returns the codes and statuses of the answers. */
+    static std::vector<std::string> answers(std::string_view bytes, std::size_t piece = SIZE_MAX)
+    {
+        while (!bytes.empty())
+        {
+            const std::string_view part = bytes.substr(0, piece);
+            send(part);
+            bytes.remove_prefix(part.size());
+        }
+        std::vector<std::string> result;
+        for (const message_t &message : take_messages())
+        {
+            result.push_back(message.members.value("code", message.members.value("status", "")));
+        }
+        return result;
+    }
+
+    using codes = std::vector<std::string>;
+};
+
+constexpr std::string_view ping = "{\"command\":\"ping\"}\n";
+
+TEST_F(server_input, takes_a_command_in_pieces_of_any_size)
+{
+    const std::string bytes = std::string(configure_command) +
+                              "\r\n\n{\"command\":\"frame\"}\n{\"command\":\"end\"}\r\nx\n" +
+                              std::string(ping);
+    const codes expected = {"ok", "ok", "ok", "bad_json", "ok"};
+    for (std::size_t piece = 1; piece <= bytes.size(); ++piece)
+    {
+        ASSERT_EQ(answers(bytes, piece), expected) << piece;
+    }
+}
+
+TEST_F(server_input, ignores_empty_lines)
+{
+    EXPECT_EQ(answers("\n\r\n\n"), codes{});
+    EXPECT_EQ(answers(" \n"), codes{"bad_json"});
+}
+
+TEST_F(server_input, finds_its_way_back_at_the_next_line_feed)
+{
+    for (const std::string_view garbage :
+         {std::string_view("stray bytes\n"), std::string_view("\xff\x00\x80\n", 4),
+          std::string_view("{\"command\":\"pi\n"), std::string_view("\x00\n", 2)})
+    {
+        EXPECT_EQ(answers(std::string(garbage) + std::string(ping)), (codes{"bad_json", "ok"}));
+    }
+    EXPECT_EQ(answers("{\"comm" + std::string(ping)), codes{"bad_json"});
+    EXPECT_EQ(answers(ping), codes{"ok"});
+}
+
+TEST_F(server_input, refuses_two_documents_on_a_line)
+{
+    EXPECT_EQ(answers("{\"command\":\"end\"}{\"command\":\"end\"}\n"), codes{"trailing_text"});
+    EXPECT_EQ(answers("{\"command\":\"end\"} end\n"), codes{"trailing_text"});
+    EXPECT_EQ(answers("{\"command\":\"end\"} \t\n"), codes{"ok"});
+}
+
+TEST_F(server_input, drops_a_line_that_is_too_long)
+{
+    for (const std::size_t size : {std::size_t{4097}, std::size_t{100000}})
+    {
+        for (const std::size_t piece : {std::size_t{1}, std::size_t{1000}, SIZE_MAX})
+        {
+            EXPECT_EQ(answers(std::string(size, 'x') + "\n" + std::string(ping), piece),
+                      (codes{"line_too_long", "ok"}));
+        }
+    }
+}
+
+TEST_F(server_input, tells_that_a_line_is_too_long_before_it_ends)
+{
+    EXPECT_EQ(answers(std::string(4096, ' ')), codes{});
+    EXPECT_EQ(answers(" "), codes{"line_too_long"});
+    EXPECT_EQ(answers(std::string(10000, ' ')), codes{});
+    EXPECT_EQ(answers("\n" + std::string(ping)), codes{"ok"});
+}
+
+TEST_F(server_input, takes_a_line_that_just_fits)
+{
+    std::string line(ping.substr(0, ping.size() - 1));
+    line.insert(0, 4096 - line.size(), ' ');
+    EXPECT_EQ(answers(line + "\n"), codes{"ok"});
+    EXPECT_EQ(answers(" " + line + "\n"), codes{"line_too_long"});
+}
+
+TEST_F(server_input, refuses_nesting_beyond_the_bound)
+{
+    EXPECT_EQ(answers(std::string(2000, '[') + "\n"), codes{"nesting_too_deep"});
+    EXPECT_EQ(answers("{\"command\":" + std::string(16, '[') + std::string(16, ']') + "}\n"),
+              codes{"nesting_too_deep"});
+    EXPECT_EQ(answers("{\"command\":" + std::string(15, '[') + std::string(15, ']') + "}\n"),
+              codes{"bad_command"});
+}
+
+TEST_F(server_input, refuses_more_values_than_the_port_allows)
+{
+    std::string line = R"({"command":"configure","configuration":{"x":[1)";
+    for (int i = 0; i < 995; ++i)
+    {
+        line += ",1";
+    }
+    // The command, its word, the configuration, the array and 996 numbers make 1000 values.
+    EXPECT_EQ(answers(line + "]}}\n"), codes{"ok"});
+    EXPECT_EQ(answers(line + ",1]}}\n"), codes{"too_many_values"});
+}
+
+TEST_F(server_input, refuses_documents_that_are_no_commands)
+{
+    for (const char *line : {"{}", "[]", "1", "null", "\"ping\"", R"({"Command":"ping"})", R"({"command":1})",
+                             R"({"command":null})", R"(["command","ping"])", R"({"command":["ping"]})"})
+    {
+        EXPECT_EQ(refusal(line), "bad_command") << line;
+    }
+}
+
+TEST_F(server_input, refuses_words_that_are_no_commands)
+{
+    for (const char *word : {"", "PING", "pin", "pings", "ping ", "reboot"})
+    {
+        EXPECT_EQ(refusal(R"({"command":")" + std::string(word) + "\"}"), "unknown_command") << word;
+    }
+}
+
+TEST_F(server_input, understands_escaped_words)
+{
+    obey(R"({"\u0063ommand":"pin\u0067"})");
+}
+
+TEST_F(server_input, refuses_members_that_a_command_does_not_take)
+{
+    for (const char *word :
+         {"identify", "ping", "configure", "start", "frame", "stop", "end", "baudrate", "log", "stats"})
+    {
+        const std::string begin = R"({"command":")" + std::string(word) + "\"";
+        EXPECT_EQ(refusal(begin + R"(,"extra":1})"), "bad_argument") << word;
+        EXPECT_EQ(refusal(begin + R"(,"command":"ping"})"), "bad_argument") << word;
+        EXPECT_EQ(refusal(begin + R"(,"":1})"), "bad_argument") << word;
+    }
+}
+
+TEST_F(server_input, refuses_arguments_that_are_missing_repeated_or_of_the_wrong_type)
+{
+    for (const char *rest :
+         {"", R"(,"configuration":[])", R"(,"configuration":"x")", R"(,"configuration":null)",
+          R"(,"configuration":{},"configuration":{})", R"(,"Configuration":{})"})
+    {
+        EXPECT_EQ(refusal(R"({"command":"configure")" + std::string(rest) + "}"), "bad_argument") << rest;
+    }
+    EXPECT_EQ(calls("parse_configuration"), 0);
+    EXPECT_EQ(refusal(R"({"command":"log","level":"OFF","level":"OFF"})"), "bad_argument");
+}
+
+TEST_F(server_input, says_what_a_command_takes)
+{
+    const auto hint = [](std::string_view line) { return ask(line).members.value("message", ""); };
+    EXPECT_NE(hint(R"({"command":"configure"})").find("\"configuration\""), std::string::npos);
+    EXPECT_NE(hint(R"({"command":"baudrate","x":1})").find("\"max_baudrate\""), std::string::npos);
+    EXPECT_NE(hint(R"({"command":"log"})").find("\"VERBOSE\""), std::string::npos);
+    EXPECT_NE(hint(R"({"command":"ping","x":1})").find("only member"), std::string::npos);
+}
+
+TEST_F(server_input, refuses_numbers_that_no_type_holds)
+{
+    EXPECT_EQ(refusal(R"({"command":1e400})"), "bad_command");
+    EXPECT_EQ(refusal(R"({"command":"ping","x":1e400})"), "bad_argument");
+}
+
+TEST_F(server_input, forgets_a_half_line_when_the_host_goes_away)
+{
+    send("{\"comm");
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(fake_port.input_restarts, 1);
+    EXPECT_EQ(answers(ping), codes{"ok"});
+    send(std::string(5000, 'x'));
+    take_messages();
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(answers(ping), codes{"ok"});
+}
+
+TEST_F(server_input, forgets_the_rest_when_the_host_goes_away_in_the_middle_of_a_frame)
+{
+    // The link breaks while the payload is written: the port tells so before it hands over anything else.
+    enter("streaming");
+    send("{\"command\":\"st");
+    zet_vantor_server_step();
+    fake_port.sent.resize(fake_port.sent.size() / 2);
+    zet_vantor_server_link_lost();
+    fake_port.sent.clear();
+    EXPECT_EQ(calls("destroy_session"), 1);
+    enter("streaming");
+    zet_vantor_server_step();
+    EXPECT_EQ(take_messages().size(), 1U);
+}
+
+TEST_F(server_input, takes_nothing_from_nothing)
+{
+    send("");
+    zet_vantor_server_receive(nullptr, 0);
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_input, survives_random_bytes_and_answers_afterwards)
+{
+    std::mt19937 random(6);
+    const std::string_view seeds[] = {configure_command, ping, R"({"command":"start"})",
+                                      R"({"command":"stop"})", R"({"command":"frame"})"};
+    for (int round = 0; round < 3000; ++round)
+    {
+        std::string bytes(seeds[random() % std::size(seeds)]);
+        for (auto changes = random() % 4; changes > 0; --changes)
+        {
+            bytes[random() % bytes.size()] = static_cast<char>(random());
+        }
+        send(bytes + "\n");
+        zet_vantor_server_step();
+        take_messages();
+    }
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(answers(ping), codes{"ok"});
+}
+
+} // namespace

@@ -1,0 +1,178 @@
+/** @file
+ * The server core's log lines for the host.
+ */
+#include "server_fixture.h"
+
+#include "zet_vantor_server_error_messages.h"
+
+namespace
+{
+
+class server_log : public server_fixture
+{
+protected:
+    void SetUp() override
+    {
+        server_fixture::SetUp();
+        start();
+    }
+
+    static void ask_for(const std::string &level)
+    {
+        obey(R"({"command":"log","level":")" + level + "\"}");
+    }
+
+    static void log_all_levels()
+    {
+        for (uint8_t level = 0; level < 5; ++level)
+        {
+            zet_vantor_server_log(static_cast<zet_log_level_t>(level), "module", "text");
+        }
+    }
+
+    /** Texts of the messages, log lines by their text, others by their status. */
+    static std::vector<std::string> contents()
+    {
+        std::vector<std::string> result;
+        for (const message_t &message : take_messages())
+        {
+            const std::string status = message.members["status"];
+            result.push_back(status == "log" ? message.members["message"].get<std::string>() : status);
+        }
+        return result;
+    }
+
+    using texts = std::vector<std::string>;
+};
+
+TEST_F(server_log, sends_nothing_unless_it_is_asked)
+{
+    log_all_levels();
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_log, sends_lines_of_a_level_and_the_more_severe_ones)
+{
+    const struct
+    {
+        const char *word;
+        std::size_t lines;
+    } levels[] = {{"OFF", 0}, {"ERROR", 1}, {"WARNING", 2}, {"INFO", 3}, {"VERBOSE", 4}, {"DEBUG", 5}};
+    for (const auto &level : levels)
+    {
+        ask_for(level.word);
+        log_all_levels();
+        zet_vantor_server_step();
+        const std::vector<message_t> messages = take_messages();
+        ASSERT_EQ(messages.size(), level.lines) << level.word;
+        for (std::size_t i = 0; i < messages.size(); ++i)
+        {
+            EXPECT_EQ(messages[i].members["level"], levels[i + 1].word);
+        }
+    }
+    zet_vantor_server_log(static_cast<zet_log_level_t>(200), "module", "no level");
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_log, sends_a_line_as_a_message)
+{
+    ask_for("INFO");
+    zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "vantor_server_system_k330", "Powered on \"1\"\n\xff");
+    EXPECT_TRUE(fake_port.sent.empty());
+    zet_vantor_server_step();
+    EXPECT_EQ(fake_port.sent,
+              "{\"status\":\"log\",\"level\":\"INFO\",\"module\":\"vantor_server_system_k330\","
+              "\"message\":\"Powered on \\\"1\\\"\\u000a\\ufffd\",\"payload_size\":0}\n");
+}
+
+TEST_F(server_log, refuses_a_level_that_it_does_not_know)
+{
+    for (const char *level : {"\"info\"", "\"\"", "\"LOUD\"", "3", "null", "[\"INFO\"]"})
+    {
+        EXPECT_EQ(refusal(R"({"command":"log","level":)" + std::string(level) + "}"), "bad_argument")
+            << level;
+    }
+    EXPECT_EQ(refusal(R"({"command":"log"})"), "bad_argument");
+}
+
+TEST_F(server_log, sends_the_lines_of_a_command_before_its_answer)
+{
+    ask_for("INFO");
+    fake_backend.during_parse = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "parsing"); };
+    fake_backend.during_frame = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "measuring"); };
+    send(std::string(configure_command) + "\n");
+    EXPECT_EQ(contents(), (texts{"parsing", "ok"}));
+    send("{\"command\":\"start\"}\n");
+    EXPECT_EQ(contents(), (texts{"ok"}));
+    zet_vantor_server_step();
+    EXPECT_EQ(contents(), (texts{"ok", "measuring"}));
+    fake_backend.frame_result = false;
+    zet_vantor_server_step();
+    EXPECT_EQ(contents(), (texts{"measuring", "error"}));
+    fake_backend.parse_result = false;
+    send(std::string(configure_command) + "\n");
+    EXPECT_EQ(contents(), (texts{"parsing", "error"}));
+}
+
+TEST_F(server_log, tells_how_many_lines_were_lost)
+{
+    ask_for("INFO");
+    const std::string text(200, 'x');
+    for (int i = 0; i < 100; ++i)
+    {
+        zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", text.c_str());
+    }
+    zet_vantor_server_step();
+    const std::vector<message_t> messages = take_messages();
+    ASSERT_GT(messages.size(), 2U);
+    const nlohmann::json &last = messages.back().members;
+    EXPECT_EQ(last["level"], "WARNING");
+    EXPECT_EQ(last["module"], "vantor_server");
+    EXPECT_EQ(last["lost"].get<std::size_t>() + messages.size() - 1, 100U);
+    EXPECT_EQ(messages.front().members.contains("lost"), false);
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
+{
+    zet_vantor_server_deinit();
+    zet_vantor_server_port_t port = plain_port();
+    port.link.write = [](const void *data, uint32_t size) {
+        fake_port.sent.append(static_cast<const char *>(data), size);
+        zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "link", "sent");
+    };
+    start(port);
+    send("{\"command\":\"log\",\"level\":\"ERROR\"}\n");
+    EXPECT_EQ(contents(), (texts{"ok", "sent"}));
+    zet_vantor_server_step();
+    EXPECT_EQ(contents(), (texts{"sent"}));
+    zet_vantor_server_step();
+    EXPECT_EQ(contents(), (texts{"sent"}));
+}
+
+TEST_F(server_log, sends_nothing_to_the_next_host)
+{
+    ask_for("DEBUG");
+    zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "for the first host");
+    zet_vantor_server_link_lost();
+    zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "for nobody");
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+    obey(R"({"command":"ping"})");
+}
+
+TEST_F(server_log, is_quiet_after_it_was_turned_off)
+{
+    ask_for("DEBUG");
+    zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "before");
+    send("{\"command\":\"log\",\"level\":\"OFF\"}\n");
+    EXPECT_EQ(contents(), (texts{"before", "ok"}));
+    log_all_levels();
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+} // namespace

@@ -1,0 +1,209 @@
+/** @file
+ * The server core's pace: by the sensor, by the tick, or as fast as possible; with a clock that wraps.
+ */
+#include "server_fixture.h"
+
+namespace
+{
+
+class server_pace : public server_fixture
+{
+protected:
+    /** Sets up a stream at a rate in hertz; returns the tick period that the host is told. */
+    uint32_t stream_at(const std::string &rate)
+    {
+        const message_t metadata =
+            ask(R"({"command":"configure","configuration":{"update_rate":)" + rate + "}}");
+        obey(R"({"command":"start"})");
+        return metadata.members.value("tick_period", 77U);
+    }
+
+    /** Takes a step; tells whether it sent a frame, and notes how long to wait. */
+    bool step()
+    {
+        wait = zet_vantor_server_step();
+        return !take_messages().empty();
+    }
+
+    uint32_t wait = 0;
+};
+
+TEST_F(server_pace, keeps_an_update_rate_by_the_tick)
+{
+    start();
+    EXPECT_EQ(stream_at("20"), 50000U);
+    const uint32_t first = fake_port.tick;
+    for (uint32_t frame = 0; frame < 100; ++frame)
+    {
+        EXPECT_EQ(fake_port.tick, first + frame * 50000U);
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 50000U);
+        fake_port.tick += wait - 1;
+        EXPECT_FALSE(step());
+        EXPECT_EQ(wait, 1U);
+        fake_port.tick += wait;
+    }
+}
+
+TEST_F(server_pace, does_not_drift_when_measuring_and_waking_take_time)
+{
+    start();
+    stream_at("20");
+    const uint32_t first = fake_port.tick;
+    fake_backend.during_frame = [] { fake_port.tick += 20000; };
+    for (uint32_t frame = 0; frame < 100; ++frame)
+    {
+        fake_port.tick += 333;
+        EXPECT_TRUE(step());
+        EXPECT_EQ(fake_port.tick + wait, first + (frame + 1) * 50000U);
+        fake_port.tick += wait;
+    }
+}
+
+TEST_F(server_pace, leaves_out_frames_that_are_late_and_makes_up_for_none)
+{
+    start();
+    stream_at("20");
+    const uint32_t first = fake_port.tick;
+    EXPECT_TRUE(step());
+    fake_port.tick = first + 12 * 50000 + 1000;
+    EXPECT_TRUE(step());
+    EXPECT_EQ(wait, 49000U);
+    fake_port.tick += 48999;
+    EXPECT_FALSE(step());
+    fake_port.tick += 1;
+    EXPECT_TRUE(step());
+    EXPECT_EQ(wait, 50000U);
+}
+
+TEST_F(server_pace, slows_down_when_a_frame_takes_longer_than_the_period)
+{
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 50001; };
+    for (int frame = 0; frame < 10; ++frame)
+    {
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 49999U);
+        fake_port.tick += wait;
+    }
+}
+
+TEST_F(server_pace, keeps_the_rate_when_a_frame_takes_just_the_period)
+{
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 50000; };
+    for (int frame = 0; frame < 10; ++frame)
+    {
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 0U);
+    }
+}
+
+TEST_F(server_pace, survives_the_wrap_of_the_tick)
+{
+    fake_port.tick = UINT32_MAX - 120000;
+    start();
+    stream_at("20");
+    for (int frame = 0; frame < 10; ++frame)
+    {
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 50000U);
+        fake_port.tick += wait;
+    }
+    EXPECT_LT(fake_port.tick, 500000U);
+}
+
+TEST_F(server_pace, keeps_a_period_longer_than_half_the_range_of_the_tick)
+{
+    zet_vantor_server_port_t port = plain_port();
+    port.link.ticks_per_second = 4000000000U;
+    fake_port.tick = 3000000000U;
+    start(port);
+    EXPECT_EQ(stream_at("1"), 4000000000U);
+    EXPECT_TRUE(step());
+    uint64_t waited = 0;
+    while (waited < 4000000000U)
+    {
+        fake_port.tick += wait;
+        waited += wait;
+        EXPECT_EQ(step(), waited == 4000000000U) << waited;
+    }
+    EXPECT_EQ(waited, 4000000000U);
+}
+
+TEST_F(server_pace, starts_anew_with_every_start)
+{
+    start();
+    stream_at("20");
+    EXPECT_TRUE(step());
+    fake_port.tick += 10000;
+    obey(R"({"command":"stop"})");
+    EXPECT_FALSE(step());
+    obey(R"({"command":"start"})");
+    EXPECT_TRUE(step());
+    EXPECT_EQ(wait, 50000U);
+}
+
+TEST_F(server_pace, leaves_the_pace_to_the_sensor_when_a_frame_rate_is_configured)
+{
+    start();
+    fake_backend.sensor_paced = true;
+    EXPECT_EQ(stream_at("20"), 0U);
+    for (int frame = 0; frame < 3; ++frame)
+    {
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 0U);
+    }
+}
+
+TEST_F(server_pace, goes_as_fast_as_possible_without_a_rate)
+{
+    start();
+    for (const char *rate : {"-1", "0", "\"none\""})
+    {
+        EXPECT_EQ(stream_at(rate), 0U);
+        EXPECT_TRUE(step());
+        EXPECT_EQ(wait, 0U);
+        EXPECT_TRUE(step());
+        obey(R"({"command":"end"})");
+    }
+}
+
+TEST_F(server_pace, goes_as_fast_as_possible_without_a_clock)
+{
+    zet_vantor_server_port_t port = plain_port();
+    port.link.ticks_per_second = 0;
+    start(port);
+    EXPECT_EQ(stream_at("20"), 0U);
+    EXPECT_TRUE(step());
+    EXPECT_EQ(wait, 0U);
+    EXPECT_TRUE(step());
+}
+
+TEST_F(server_pace, counts_every_round_of_the_tick_in_which_it_is_called)
+{
+    start();
+    for (int i = 0; i < 6; ++i)
+    {
+        EXPECT_EQ(zet_vantor_server_step(), ZET_VANTOR_SERVER_IDLE);
+        fake_port.tick += UINT32_MAX / 2;
+    }
+    const double uptime = ask(R"({"command":"stats"})").members["uptime_s"];
+    EXPECT_DOUBLE_EQ(uptime, 12884.901);
+}
+
+TEST_F(server_pace, tells_its_uptime_in_thousandths_of_a_second)
+{
+    fake_port.tick = 99;
+    start();
+    const auto uptime = [] { return ask(R"({"command":"stats"})").line; };
+    EXPECT_NE(uptime().find("\"uptime_s\":0,"), std::string::npos);
+    fake_port.tick += 1500;
+    EXPECT_NE(uptime().find("\"uptime_s\":0.001,"), std::string::npos);
+    fake_port.tick += 12343500;
+    EXPECT_NE(uptime().find("\"uptime_s\":12.345,"), std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,364 @@
+/** @file
+ * The server core: every command in every state, and sessions that are whole or not at all.
+ */
+#include "server_fixture.h"
+
+#include "zet_vantor_server_error_messages.h"
+
+namespace
+{
+
+class server_session : public server_fixture
+{
+protected:
+    void SetUp() override
+    {
+        server_fixture::SetUp();
+        start();
+    }
+
+    /** Sends "configure", which must fail, and returns the code. */
+    static std::string failed_configure()
+    {
+        const std::string code = refusal(configure_command);
+        EXPECT_EQ(fake_backend.calls.back(), "destroy_session");
+        EXPECT_EQ(refusal(R"({"command":"start"})"), "wrong_state");
+        return code;
+    }
+};
+
+TEST_F(server_session, hands_the_log_level_to_the_backend)
+{
+    EXPECT_EQ(fake_backend.nox_log_level, ZET_LOG_LEVEL_WARNING);
+    EXPECT_EQ(fake_backend.calls, (std::vector<std::string>{"init"}));
+}
+
+TEST_F(server_session, identifies_itself)
+{
+    EXPECT_EQ(ask(R"({"command":"identify"})").line,
+              R"({"status":"ok","command":"identify","payload_size":0,"server_version":"0.1.0",)"
+              R"("protocol_version":1,"sensor":"k330","sensor_count":5,"connected_sensors":[1,2],)"
+              R"("ticks_per_second":1000000,"max_baudrate":0})");
+}
+
+TEST_F(server_session, identifies_a_board_without_sensors)
+{
+    fake_backend.sensor_count = 0;
+    const message_t answer = ask(R"({"command":"identify"})");
+    EXPECT_EQ(answer.members["sensor_count"], 0);
+    EXPECT_EQ(answer.members["connected_sensors"], nlohmann::json::array());
+}
+
+TEST_F(server_session, obeys_each_command_in_the_states_that_allow_it)
+{
+    const struct
+    {
+        std::string command;
+        std::string states;
+    } commands[] = {
+        {R"({"command":"identify"})", "idle configured streaming"},
+        {R"({"command":"ping"})", "idle configured streaming"},
+        {R"({"command":"log","level":"OFF"})", "idle configured streaming"},
+        {R"({"command":"stats"})", "idle configured streaming"},
+        {R"({"command":"end"})", "idle configured streaming"},
+        {std::string(configure_command), "idle"},
+        {R"({"command":"start"})", "configured"},
+        {R"({"command":"frame"})", "configured"},
+        {R"({"command":"stop"})", "streaming"},
+    };
+    for (const auto &[command, states] : commands)
+    {
+        for (const std::string state : {"idle", "configured", "streaming"})
+        {
+            enter(state);
+            const message_t answer = ask(command);
+            const bool allowed = states.find(state) != std::string::npos;
+            EXPECT_EQ(answer.members["status"], allowed ? "ok" : "error") << command << " when " << state;
+            if (!allowed)
+            {
+                EXPECT_EQ(answer.members["code"], "wrong_state") << command << " when " << state;
+            }
+        }
+    }
+}
+
+TEST_F(server_session, says_what_to_send_first)
+{
+    const auto hint = [](std::string_view state, std::string_view command) {
+        enter(state);
+        return ask(command).members.value("message", "");
+    };
+    EXPECT_EQ(hint("idle", R"({"command":"start"})"), "Send \"configure\" first: there is no session.");
+    EXPECT_EQ(hint("idle", R"({"command":"frame"})"), "Send \"configure\" first: there is no session.");
+    EXPECT_EQ(hint("idle", R"({"command":"stop"})"), "Send \"start\" first: nothing is streaming.");
+    EXPECT_EQ(hint("configured", R"({"command":"stop"})"), "Send \"start\" first: nothing is streaming.");
+    EXPECT_EQ(hint("configured", configure_command), "Send \"end\" first: there already is a session.");
+    EXPECT_EQ(hint("streaming", configure_command), "Send \"end\" first: there already is a session.");
+    EXPECT_EQ(hint("streaming", R"({"command":"start"})"), "Send \"stop\" first: frames are streaming.");
+    EXPECT_EQ(hint("streaming", R"({"command":"frame"})"), "Send \"stop\" first: frames are streaming.");
+    EXPECT_EQ(hint("streaming", R"({"command":"baudrate","baudrate":9600})"),
+              "Send \"stop\" first: frames are streaming.");
+}
+
+TEST_F(server_session, leaves_the_state_alone_when_it_refuses_a_command)
+{
+    enter("streaming");
+    EXPECT_EQ(refusal(configure_command), "wrong_state");
+    EXPECT_EQ(refusal(R"({"command":"start"})"), "wrong_state");
+    EXPECT_EQ(refusal("nonsense"), "bad_json");
+    EXPECT_EQ(refusal(R"({"command":"log","level":"LOUD"})"), "bad_argument");
+    zet_vantor_server_step();
+    EXPECT_EQ(take_messages().size(), 1U);
+    EXPECT_EQ(calls("destroy_session"), 0);
+}
+
+TEST_F(server_session, answers_configure_by_the_metadata)
+{
+    const message_t answer = ask(configure_command);
+    EXPECT_EQ(answer.members["status"], "ok");
+    EXPECT_EQ(answer.members["tick_period"], 0);
+    EXPECT_EQ(answer.members["metadata"][0][0]["frame_data_length"], 100);
+    EXPECT_EQ(answer.members["calibration_info"][0]["data"].get<std::string>().size(), 480U);
+    EXPECT_EQ(fake_backend.calls,
+              (std::vector<std::string>{"init", "parse_configuration", "send_session_metadata"}));
+}
+
+TEST_F(server_session, sends_one_frame_on_demand)
+{
+    obey(configure_command);
+    const message_t frame = ask(R"({"command":"frame"})");
+    EXPECT_EQ(frame.line, fake_frame_header);
+    EXPECT_EQ(frame.payload.size(), 4U * fake_frame_samples);
+    EXPECT_EQ(frame.payload.substr(0, 3), "\n{}");
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+    EXPECT_EQ(calls("read_data_frames"), 1);
+}
+
+TEST_F(server_session, streams_a_frame_a_step)
+{
+    enter("streaming");
+    EXPECT_TRUE(fake_port.sent.empty());
+    for (int i = 1; i <= 5; ++i)
+    {
+        EXPECT_EQ(zet_vantor_server_step(), 0U);
+        EXPECT_EQ(take_messages().size(), 1U);
+        EXPECT_EQ(calls("read_data_frames"), i);
+    }
+}
+
+TEST_F(server_session, sends_no_frame_after_the_answer_to_stop)
+{
+    enter("streaming");
+    zet_vantor_server_step();
+    take_messages();
+    EXPECT_EQ(ask(R"({"command":"stop"})").line, R"({"status":"ok","command":"stop","payload_size":0})");
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+    obey(R"({"command":"start"})");
+    zet_vantor_server_step();
+    EXPECT_EQ(take_messages().size(), 1U);
+}
+
+TEST_F(server_session, ends_a_session_once)
+{
+    enter("configured");
+    obey(R"({"command":"end"})");
+    obey(R"({"command":"end"})");
+    EXPECT_EQ(calls("destroy_session"), 1);
+    enter("streaming");
+    obey(R"({"command":"end"})");
+    EXPECT_EQ(calls("destroy_session"), 2);
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_session, ends_the_session_when_the_server_ends)
+{
+    enter("streaming");
+    zet_vantor_server_deinit();
+    started = false;
+    const std::vector<std::string> last(fake_backend.calls.end() - 2, fake_backend.calls.end());
+    EXPECT_EQ(last, (std::vector<std::string>{"destroy_session", "deinit"}));
+}
+
+TEST_F(server_session, tells_the_backends_error_when_a_configuration_is_refused)
+{
+    fake_backend.parse_result = false;
+    fake_backend.parse_message = error_invalid_prf;
+    const message_t answer = ask(configure_command);
+    EXPECT_EQ(answer.members["code"], "invalid_prf");
+    EXPECT_EQ(answer.members["message"], error_invalid_prf);
+    EXPECT_EQ(calls("send_session_metadata"), 0);
+    EXPECT_EQ(calls("destroy_session"), 1);
+}
+
+TEST_F(server_session, has_a_code_for_a_configuration_refused_without_a_message)
+{
+    fake_backend.parse_result = false;
+    EXPECT_EQ(failed_configure(), "configuration_refused");
+}
+
+TEST_F(server_session, refuses_a_session_of_which_an_item_failed)
+{
+    fake_backend.parse_message = error_config_sensor_id_str;
+    EXPECT_EQ(failed_configure(), "config_sensor_id");
+    EXPECT_EQ(calls("send_session_metadata"), 0);
+}
+
+TEST_F(server_session, has_a_code_for_metadata_that_fail)
+{
+    fake_backend.metadata_result = false;
+    EXPECT_EQ(failed_configure(), "metadata_failed");
+}
+
+TEST_F(server_session, works_after_a_configuration_was_refused)
+{
+    fake_backend.parse_result = false;
+    EXPECT_EQ(failed_configure(), "configuration_refused");
+    fake_backend.parse_result = true;
+    enter("streaming");
+    zet_vantor_server_step();
+    EXPECT_EQ(take_messages().size(), 1U);
+}
+
+TEST_F(server_session, ends_when_a_frame_on_demand_fails)
+{
+    enter("configured");
+    fake_backend.frame_result = false;
+    fake_backend.frame_message = error_nox_data_str;
+    EXPECT_EQ(refusal(R"({"command":"frame"})"), "nox_data");
+    EXPECT_EQ(calls("destroy_session"), 1);
+    EXPECT_EQ(refusal(R"({"command":"frame"})"), "wrong_state");
+}
+
+TEST_F(server_session, ends_when_a_frame_of_the_stream_fails)
+{
+    enter("streaming");
+    fake_backend.frame_result = false;
+    fake_backend.frame_message = error_send_data_str;
+    zet_vantor_server_step();
+    const std::vector<message_t> messages = take_messages();
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_EQ(messages[0].members["code"], "send_data");
+    EXPECT_EQ(calls("destroy_session"), 1);
+    zet_vantor_server_step();
+    EXPECT_TRUE(fake_port.sent.empty());
+    EXPECT_EQ(refusal(R"({"command":"stop"})"), "wrong_state");
+}
+
+TEST_F(server_session, has_a_code_for_a_frame_that_fails_without_a_message)
+{
+    enter("configured");
+    fake_backend.frame_result = false;
+    EXPECT_EQ(refusal(R"({"command":"frame"})"), "nox_data");
+}
+
+TEST_F(server_session, ends_when_the_host_goes_away)
+{
+    for (const char *state : {"configured", "streaming"})
+    {
+        enter(state);
+        const long destroyed = calls("destroy_session");
+        zet_vantor_server_link_lost();
+        EXPECT_EQ(calls("destroy_session"), destroyed + 1);
+        EXPECT_TRUE(fake_port.sent.empty());
+        zet_vantor_server_step();
+        EXPECT_TRUE(fake_port.sent.empty());
+        EXPECT_EQ(refusal(R"({"command":"frame"})"), "wrong_state");
+    }
+}
+
+TEST_F(server_session, has_none_to_end_when_the_host_goes_away_early)
+{
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(calls("destroy_session"), 0);
+    obey(configure_command);
+}
+
+TEST_F(server_session, counts_what_it_does)
+{
+    enter("streaming");
+    zet_vantor_server_step();
+    zet_vantor_server_step();
+    take_messages();
+    EXPECT_EQ(refusal("x"), "bad_json");
+    EXPECT_EQ(refusal("y"), "bad_json");
+    EXPECT_EQ(refusal(R"({"command":"z"})"), "unknown_command");
+    fake_port.memory = {1, 2, 3};
+    const nlohmann::json stats = ask(R"({"command":"stats"})").members;
+    EXPECT_EQ(stats["frames"], 2);
+    EXPECT_EQ(stats["errors"], (nlohmann::json{{"bad_json", 2}, {"unknown_command", 1}}));
+    EXPECT_EQ(stats["memory"], (nlohmann::json{{"live", 1}, {"peak", 2}, {"failures", 3}}));
+}
+
+TEST_F(server_session, counts_every_byte)
+{
+    const std::string command = "{\"command\":\"stats\"}\n";
+    send("\r\n");
+    send(command.substr(0, 5));
+    send(command.substr(5));
+    const std::size_t first_answer = fake_port.sent.size();
+    const nlohmann::json first = take_messages().front().members;
+    EXPECT_EQ(first["bytes_sent"], 0);
+    EXPECT_EQ(first["bytes_received"], 2 + command.size());
+    send(std::string(configure_command) + "\n{\"command\":\"frame\"}\n");
+    const std::size_t metadata_and_frame = fake_port.sent.size();
+    take_messages();
+    EXPECT_EQ(ask(R"({"command":"stats"})").members["bytes_sent"], first_answer + metadata_and_frame);
+}
+
+TEST_F(server_session, keeps_its_counts_when_the_host_goes_away)
+{
+    enter("configured");
+    ask(R"({"command":"frame"})");
+    refusal("x");
+    zet_vantor_server_link_lost();
+    const nlohmann::json stats = ask(R"({"command":"stats"})").members;
+    EXPECT_EQ(stats["frames"], 1);
+    EXPECT_EQ(stats["errors"]["bad_json"], 1);
+}
+
+class server_start : public server_fixture
+{
+};
+
+TEST_F(server_start, fails_when_the_backend_does_and_releases_it)
+{
+    fake_backend.init_result = false;
+    const zet_vantor_server_port_t port = plain_port();
+    EXPECT_FALSE(zet_vantor_server_init(&port));
+    EXPECT_EQ(fake_backend.calls, (std::vector<std::string>{"init", "deinit"}));
+    EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_start, works_again_after_it_ended)
+{
+    start();
+    enter("streaming");
+    refusal("x");
+    zet_vantor_server_deinit();
+    start();
+    EXPECT_EQ(refusal(R"({"command":"stop"})"), "wrong_state");
+    EXPECT_EQ(ask(R"({"command":"stats"})").members["errors"], (nlohmann::json{{"wrong_state", 1}}));
+}
+
+TEST_F(server_start, needs_neither_clock_nor_memory_count)
+{
+    zet_vantor_server_port_t port = plain_port();
+    port.link.get_tick = nullptr;
+    port.link.restart_input = nullptr;
+    port.get_memory = nullptr;
+    start(port);
+    EXPECT_EQ(zet_vantor_server_step(), ZET_VANTOR_SERVER_IDLE);
+    const nlohmann::json stats = ask(R"({"command":"stats"})").members;
+    EXPECT_FALSE(stats.contains("uptime_s"));
+    EXPECT_FALSE(stats.contains("memory"));
+    EXPECT_EQ(ask(R"({"command":"identify"})").members["ticks_per_second"], 0);
+    enter("streaming");
+    EXPECT_EQ(zet_vantor_server_step(), 0U);
+    EXPECT_EQ(take_messages().size(), 1U);
+    zet_vantor_server_link_lost();
+}
+
+} // namespace

@@ -1,0 +1,82 @@
+/** @file
+ * Telling well-formed UTF-8 from other bytes: every code point, and what is none.
+ */
+#include "zet_vantor_server_utf8.h"
+
+#include <cstdint>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+/** Encodes a number as UTF-8 would in a given number of bytes, whether that is well formed or not. */
+std::string encode(uint32_t code, std::size_t length)
+{
+    if (length == 1)
+    {
+        return {static_cast<char>(code)};
+    }
+    std::string text(length, '\0');
+    for (std::size_t i = length; i-- > 1;)
+    {
+        text[i] = static_cast<char>(0x80U | (code & 0x3FU));
+        code >>= 6U;
+    }
+    const uint32_t marks[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    text[0] = static_cast<char>(marks[length] | code);
+    return text;
+}
+
+/** The length that the code point needs. */
+std::size_t shortest(uint32_t code)
+{
+    return code < 0x80U ? 1 : code < 0x800U ? 2 : code < 0x10000U ? 3 : 4;
+}
+
+TEST(utf8, takes_every_code_point_in_its_shortest_form_only)
+{
+    for (uint32_t code = 0; code < 0x120000U; ++code)
+    {
+        const std::size_t needed = shortest(code);
+        const bool valid = code <= 0x10FFFFU && (code < 0xD800U || code > 0xDFFFU);
+        for (std::size_t length = needed; length <= 4; ++length)
+        {
+            const std::string text = encode(code, length) + "a";
+            const std::size_t expected = valid && length == needed ? needed : 0;
+            ASSERT_EQ(utf8_sequence_length(text.data(), text.size()), expected) << code << " in " << length;
+        }
+    }
+}
+
+TEST(utf8, takes_no_sequence_that_is_cut_off_or_broken)
+{
+    for (const uint32_t code : {0xE9U, 0x20ACU, 0x1F600U})
+    {
+        const std::string whole = encode(code, shortest(code));
+        for (std::size_t length = 0; length < whole.size(); ++length)
+        {
+            EXPECT_EQ(utf8_sequence_length(whole.data(), length), 0U);
+        }
+        for (std::size_t place = 1; place < whole.size(); ++place)
+        {
+            std::string broken = whole;
+            broken[place] = 'a';
+            EXPECT_EQ(utf8_sequence_length(broken.data(), broken.size()), 0U);
+            broken[place] = static_cast<char>(0xC3);
+            EXPECT_EQ(utf8_sequence_length(broken.data(), broken.size()), 0U);
+        }
+    }
+}
+
+TEST(utf8, takes_no_byte_that_begins_nothing)
+{
+    for (const uint32_t first : {0x80U, 0xBFU, 0xC0U, 0xC1U, 0xF5U, 0xF8U, 0xFCU, 0xFEU, 0xFFU})
+    {
+        const std::string text = {static_cast<char>(first), '\x80', '\x80', '\x80'};
+        EXPECT_EQ(utf8_sequence_length(text.data(), text.size()), 0U) << first;
+    }
+}
+
+} // namespace
