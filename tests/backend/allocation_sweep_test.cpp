@@ -1,0 +1,158 @@
+/** @file
+ * A whole session repeated with the 1st, 2nd, 3rd … allocation failing, until one run needs none.
+ */
+#include "support/whole_session.h"
+
+namespace backend_tests
+{
+
+namespace
+{
+
+/** A document operation whose failure only leaves an element out. */
+bool was_attaching(const std::string &call)
+{
+    return call.starts_with("cJSON_AddItemToObject:");
+}
+
+/** A member of a calibration entry; the entry is then neither attached nor released. */
+bool was_filling_a_calibration_entry(const std::string &call)
+{
+    return call.ends_with(":sensor_id") || call.ends_with(":temperature") || call.ends_with(":data");
+}
+
+class allocation_sweep : public whole_session
+{
+protected:
+    static void expect_failed_parse(const step_t &step)
+    {
+        EXPECT_EQ(step.ok, hit_an_item_before_another());
+        const std::string &call = memory().failed_call();
+        if (call == "zet_sensor_create")
+        {
+            EXPECT_EQ(step.error, error_nox_create_sensor_str);
+            EXPECT_EQ(step.error_log, "");
+        }
+        else if (call == "zet_config_create")
+        {
+            EXPECT_EQ(step.error, error_out_of_memory);
+            EXPECT_EQ(step.error_log, "[ERROR] Failed creating config\n");
+        }
+        else if (call == "zet_processing_create")
+        {
+            EXPECT_EQ(step.error, error_nox_create_processing_str);
+            EXPECT_EQ(step.error_log, "");
+        }
+        else
+        {
+            EXPECT_EQ(call, "") << "nothing else allocates in this step";
+            const bool work_buffer = memory().failed_size() == work_buffer_size;
+            EXPECT_EQ(step.error, work_buffer ? nullptr : error_bad_config);
+            EXPECT_EQ(step.error_log, "[ERROR] Out of memory\n");
+        }
+    }
+
+    static void expect_failed_message(const step_t &step)
+    {
+        const std::string &call = memory().failed_call();
+        const bool metadata = step.name == "metadata";
+        const bool element_left_out =
+            was_attaching(call) || (metadata && hit_a_calibration_entry_before_another());
+        EXPECT_EQ(step.ok, element_left_out);
+        EXPECT_EQ(step.documents, element_left_out ? 1U : 0U);
+        EXPECT_EQ(step.error_log, element_left_out ? "" : "[ERROR] Out of memory\n");
+        EXPECT_EQ(step.error, element_left_out || metadata ? nullptr : error_send_data_str);
+    }
+
+    static void expect_failed(const step_t &step)
+    {
+        if (step.name == "init")
+        {
+            EXPECT_FALSE(step.ok);
+            EXPECT_EQ(step.error_log, "[ERROR] zet_integration_mem_alloc failed\n");
+        }
+        else if (step.name == "parse")
+        {
+            expect_failed_parse(step);
+        }
+        else
+        {
+            expect_failed_message(step);
+        }
+    }
+
+    /** Number of documents that the failed allocation leaves loose by design. */
+    static std::size_t loose_documents(const step_t &step)
+    {
+        const std::string &call = memory().failed_call();
+        return was_attaching(call) || (step.name == "metadata" && was_filling_a_calibration_entry(call)) ? 1
+                                                                                                         : 0;
+    }
+};
+
+} // namespace
+
+TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leaves_nothing_behind)
+{
+    std::map<std::string, int> failures;
+    for (std::size_t allocation = 1;; ++allocation)
+    {
+        SetUp();
+        memory().fail_allocation(allocation);
+        const std::vector<step_t> steps = run();
+        const step_t *failed = failed_step(steps);
+        if (failed == nullptr)
+        {
+            break;
+        }
+        SCOPED_TRACE("allocation " + std::to_string(allocation) + " in " + failed->name + ", " +
+                     memory().failed_call());
+        failures[failed->name] += 1;
+        expect_failed(*failed);
+        for (const step_t &step : steps)
+        {
+            EXPECT_TRUE(step.ok || &step == failed) << step.name << " fails without reason";
+        }
+        if (!steps.front().ok)
+        {
+            memory().fail_allocation(0);
+            expect_following_session_to_work(false);
+            continue;
+        }
+        const std::size_t expected_loose = loose_documents(*failed);
+        EXPECT_EQ(end_session(), expected_loose);
+        expect_following_session_to_work(allocation % 2 == 0);
+    }
+    EXPECT_EQ(failures["init"], 13);
+    EXPECT_GT(failures["parse"], 12);
+    EXPECT_GT(failures["metadata"], 80);
+    EXPECT_GT(failures["frame"], 120);
+}
+
+TEST_F(allocation_sweep, exhausted_memory_from_any_point_on_leaves_nothing_behind)
+{
+    std::size_t runs = 0;
+    for (std::size_t allocation = 1;; ++allocation)
+    {
+        SetUp();
+        memory().fail_allocation(allocation, true);
+        const std::vector<step_t> steps = run();
+        if (failed_step(steps) == nullptr)
+        {
+            break;
+        }
+        SCOPED_TRACE("allocation " + std::to_string(allocation));
+        runs += 1;
+        if (!steps.front().ok)
+        {
+            memory().fail_allocation(0);
+            expect_following_session_to_work(false);
+            continue;
+        }
+        EXPECT_LE(end_session(), 1U);
+        expect_following_session_to_work(allocation % 2 == 0);
+    }
+    EXPECT_GT(runs, 200U);
+}
+
+} // namespace backend_tests

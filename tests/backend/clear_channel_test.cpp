@@ -1,0 +1,181 @@
+/** @file
+ * Clear-channel assessment: the transmitter follows the channel one frame late.
+ */
+#include <limits>
+
+#include "support/backend_fixture.h"
+
+namespace backend_tests
+{
+
+namespace
+{
+
+constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
+
+/** A session of one assessed item with a threshold of 0.5 and debug. */
+class clear_channel : public ready_backend_test
+{
+protected:
+    void SetUp() override
+    {
+        ready_backend_test::SetUp();
+        ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_threshold": 0.5,)"
+                                R"( "cca_debug": true})"));
+    }
+
+    /** Reads a frame in which the assessment yields a value, and gives the verdict members of the message. */
+    std::string verdict_on(float cca_value)
+    {
+        neighbours().cca_values = {cca_value};
+        EXPECT_TRUE(read_frame());
+        const std::string &document = sent_document();
+        const std::size_t begin = document.find(R"("data_valid")");
+        return document.substr(begin, document.find('}') - begin);
+    }
+
+    /** Whether the last frame prepared the sensor anew. */
+    static bool prepared()
+    {
+        return neighbours().calls.count("zet_sensor_prepare") == 1;
+    }
+
+    /** The switching of the transmitter in the last frame. */
+    static std::string switched()
+    {
+        std::string text;
+        text += neighbours().calls.count("zet_config_enable_tx_set(config 1, true)") == 1 ? "on" : "";
+        text += neighbours().calls.count("zet_config_enable_tx_set(config 1, false)") == 1 ? "off" : "";
+        return text;
+    }
+
+    /** Turns the transmitter on by a clear channel. */
+    void switch_on()
+    {
+        (void)verdict_on(0.0F);
+        ASSERT_EQ(switched(), "on");
+    }
+};
+
+} // namespace
+
+TEST_F(clear_channel, switches_the_transmitter_on_and_then_delivers_valid_data)
+{
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
+    EXPECT_EQ(switched(), "on");
+    EXPECT_FALSE(prepared()) << "the configuration step prepared it already";
+
+    EXPECT_EQ(verdict_on(0.375F),
+              R"("data_valid":true,"cca_value":0.375,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_EQ(switched(), "");
+    EXPECT_TRUE(prepared()) << "with the transmitter on";
+
+    EXPECT_EQ(verdict_on(0.375F),
+              R"("data_valid":true,"cca_value":0.375,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_FALSE(prepared());
+}
+
+TEST_F(clear_channel, makes_its_calls_in_order)
+{
+    neighbours().cca_values = {0.25F};
+    ASSERT_TRUE(read_frame());
+    const std::string all = calls(call_kind::sensor_library);
+    EXPECT_TRUE(all.ends_with(lines({
+        "zet_sensor_read(sensor 1, block 1, 64)",
+        "zet_processing_cca_check(processing 1, block 1)",
+        "zet_config_enable_tx_set(config 1, true)",
+        "zet_processing_execute(processing 1, block 1)",
+    }))) << all;
+}
+
+TEST_F(clear_channel, busy_while_listening_keeps_the_transmitter_off)
+{
+    EXPECT_EQ(verdict_on(0.75F),
+              R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":false)");
+    EXPECT_EQ(switched(), "");
+    EXPECT_EQ(verdict_on(0.75F),
+              R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":false)");
+    EXPECT_FALSE(prepared());
+}
+
+TEST_F(clear_channel, busy_while_transmitting_switches_off_and_comes_back_one_frame_late)
+{
+    switch_on();
+    EXPECT_EQ(verdict_on(0.75F),
+              R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":true)");
+    EXPECT_EQ(switched(), "off");
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
+    EXPECT_TRUE(prepared()) << "with the transmitter off";
+    EXPECT_EQ(switched(), "on");
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_TRUE(prepared());
+}
+
+TEST_F(clear_channel, value_equal_to_the_threshold_counts_as_clear_while_transmitting)
+{
+    switch_on();
+    EXPECT_EQ(verdict_on(0.5F),
+              R"("data_valid":true,"cca_value":0.5,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_EQ(switched(), "");
+}
+
+TEST_F(clear_channel, value_equal_to_the_threshold_counts_as_clear_while_listening)
+{
+    EXPECT_EQ(verdict_on(0.5F),
+              R"("data_valid":false,"cca_value":0.5,"cca_detected":false,"tx_enabled":false)");
+    EXPECT_EQ(switched(), "on");
+}
+
+TEST_F(clear_channel, value_that_is_no_number_while_transmitting_is_valid_once_and_changes_no_configuration)
+{
+    switch_on();
+    EXPECT_EQ(verdict_on(not_a_number),
+              R"("data_valid":true,"cca_value":null,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_EQ(switched(), "");
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)")
+        << "the transmitter counts as off";
+    EXPECT_FALSE(prepared());
+    EXPECT_EQ(switched(), "on");
+}
+
+TEST_F(clear_channel, value_that_is_no_number_while_listening_switches_nothing)
+{
+    EXPECT_EQ(verdict_on(not_a_number),
+              R"("data_valid":false,"cca_value":null,"cca_detected":false,"tx_enabled":false)");
+    EXPECT_EQ(switched(), "");
+    EXPECT_FALSE(prepared());
+}
+
+TEST_F(clear_channel, refused_assessment_changes_nothing)
+{
+    switch_on();
+    refuse("zet_processing_cca_check");
+    EXPECT_FALSE(read_frame());
+    EXPECT_EQ(neighbours().calls.count("zet_processing_execute"), 0U);
+    EXPECT_EQ(switched(), "");
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
+}
+
+TEST_F(clear_channel, need_of_a_prepare_is_settled_even_when_the_prepare_fails)
+{
+    switch_on();
+    refuse("zet_sensor_prepare");
+    EXPECT_FALSE(read_frame());
+    EXPECT_EQ(verdict_on(0.25F),
+              R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
+    EXPECT_FALSE(prepared());
+}
+
+TEST_F(clear_channel, data_that_is_not_valid_is_processed_and_sent_all_the_same)
+{
+    (void)verdict_on(0.75F);
+    EXPECT_EQ(neighbours().calls.count("zet_processing_execute(processing 1, block 1)"), 1U);
+    EXPECT_EQ(neighbours().calls.count("write(frame 1, 16)"), 1U);
+}
+
+} // namespace backend_tests

@@ -1,0 +1,165 @@
+/** @file
+ * A whole session repeated with the 1st, 2nd, 3rd … call of each operation of a neighbour failing.
+ */
+#include "support/whole_session.h"
+
+namespace backend_tests
+{
+
+namespace
+{
+
+/** What the refusal of an operation leads to, step by step. */
+struct operation_t
+{
+    const char *name;
+    const char *parse_error;                 /**< message when it is refused while the document is parsed */
+    const char *frame_error;                 /**< message when it is refused in a frame */
+    const char *error_log;                   /**< lines logged at error level */
+    std::vector<std::string> possible_steps; /**< steps in which the operation is called */
+};
+
+constexpr const char *out_of_memory_line = "[ERROR] Out of memory\n";
+constexpr const char *nothing = "";
+
+void PrintTo(const operation_t &operation, std::ostream *stream)
+{
+    *stream << operation.name;
+}
+
+class failure_sweep : public whole_session, public ::testing::WithParamInterface<operation_t>
+{
+protected:
+    /** Refusing to attach something leaves it out of a message that is sent all the same. */
+    static bool attaches(const std::string &name)
+    {
+        return name == "cJSON_AddItemToObject" || name == "cJSON_AddItemToArray";
+    }
+
+    /** Whether the step goes on in spite of the refusal. */
+    static bool goes_on(const step_t &step)
+    {
+        const std::string name = GetParam().name;
+        if (step.name == "parse")
+        {
+            return hit_an_item_before_another();
+        }
+        const bool appends_last_entry = step.name == "metadata" && name == "cJSON_AddItemToArray" &&
+                                        !hit_a_calibration_entry_before_another();
+        if (attaches(name))
+        {
+            return !appends_last_entry;
+        }
+        return step.name == "metadata" && hit_a_calibration_entry_before_another();
+    }
+
+    static const char *expected_error(const step_t &step)
+    {
+        if (step.name == "parse")
+        {
+            return GetParam().parse_error;
+        }
+        return step.name == "frame" && !goes_on(step) ? GetParam().frame_error : nullptr;
+    }
+
+    static void expect_failed(const step_t &step)
+    {
+        EXPECT_EQ(step.ok, goes_on(step));
+        EXPECT_EQ(step.error, expected_error(step));
+        const bool message_goes_on = step.name != "parse" && goes_on(step);
+        const std::string log = message_goes_on ? nothing : GetParam().error_log;
+        if (step.error_log.find("interrupt timeout") == std::string::npos)
+        {
+            EXPECT_EQ(step.error_log, log);
+        }
+        else
+        {
+            EXPECT_STREQ(GetParam().name, "zet_hal_integration_wait_for_sensor_interrupt");
+        }
+        const bool message = step.name == "metadata" || step.name == "frame";
+        EXPECT_EQ(step.documents, message && step.ok ? 1U : 0U);
+    }
+};
+
+std::vector<operation_t> operations()
+{
+    return {
+        {"zet_hal_nox_integration_get_implementation",
+         nullptr,
+         nullptr,
+         "[ERROR] zet_hal_nox_integration_get_implementation() failed\n",
+         {"init"}},
+        {"zet_nox_hal_register", nullptr, nullptr, "[ERROR] zet_nox_hal_register() failed\n", {"init"}},
+        {"convert_hexstr2uint", error_config_calibration_data_str, nullptr, nothing, {"parse"}},
+        {"zet_sensor_validate_calibration", error_config_calibration_data_str, nullptr, nothing, {"parse"}},
+        {"zet_sensor_create", error_nox_create_sensor_str, nullptr, nothing, {"parse"}},
+        {"zet_config_create", error_out_of_memory, nullptr, "[ERROR] Failed creating config\n", {"parse"}},
+        {"zet_nox_get_buffer_size", error_nox_get_buffer_size_str, nullptr, nothing, {"parse"}},
+        {"zet_sensor_calibrate", error_nox_sensor_calibration_str, nullptr, nothing, {"parse"}},
+        {"zet_hal_integration_wait_for_sensor_interrupt",
+         error_nox_sensor_calibration_str,
+         error_nox_data_str,
+         nothing,
+         {"parse", "frame"}},
+        {"zet_processing_create", error_nox_create_processing_str, nullptr, nothing, {"parse"}},
+        {"zet_sensor_prepare", error_nox_data_str, error_nox_data_str, nothing, {"parse", "frame"}},
+        {"zet_sensor_measure", nullptr, error_nox_data_str, nothing, {"frame"}},
+        {"zet_sensor_read", nullptr, error_nox_data_str, nothing, {"frame"}},
+        {"zet_processing_cca_check", nullptr, error_nox_data_str, nothing, {"frame"}},
+        {"zet_sensor_get_cal_info", nullptr, nullptr, out_of_memory_line, {"metadata"}},
+        {"zet_vantor_server_write_json", nullptr, error_send_data_str, nothing, {"metadata", "frame"}},
+        {"cJSON_CreateObject", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"cJSON_CreateArray", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"cJSON_AddArrayToObject", nullptr, nullptr, out_of_memory_line, {"metadata"}},
+        {"cJSON_AddObjectToObject", nullptr, nullptr, out_of_memory_line, {"metadata"}},
+        {"cJSON_AddItemToObject", nullptr, nullptr, nothing, {"metadata", "frame"}},
+        {"cJSON_AddItemToArray", nullptr, nullptr, out_of_memory_line, {"metadata", "frame"}},
+        {"add_json_int_value", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"add_json_uint32_value", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"add_json_float_value", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"add_json_bool_value", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+        {"add_json_string_value", nullptr, error_send_data_str, out_of_memory_line, {"metadata", "frame"}},
+    };
+}
+
+} // namespace
+
+TEST_P(failure_sweep, each_single_refusal_has_its_documented_result_and_leaves_nothing_behind)
+{
+    std::set<std::string> steps_hit;
+    for (int call = 1;; ++call)
+    {
+        SetUp();
+        refuse(GetParam().name, call);
+        const std::vector<step_t> steps = run();
+        const step_t *failed = failed_step(steps);
+        if (failed == nullptr)
+        {
+            break;
+        }
+        SCOPED_TRACE("call " + std::to_string(call) + " in " + failed->name);
+        steps_hit.insert(failed->name);
+        for (const step_t &step : steps)
+        {
+            EXPECT_TRUE(step.ok || &step == failed) << step.name << " fails without reason";
+        }
+        if (failed->name == "init")
+        {
+            EXPECT_FALSE(failed->ok);
+            EXPECT_EQ(failed->error_log, GetParam().error_log);
+            neighbours().refusals.clear();
+            expect_following_session_to_work(false);
+            continue;
+        }
+        expect_failed(*failed);
+        EXPECT_LE(end_session(), 1U);
+        expect_following_session_to_work(call % 2 == 0);
+    }
+    const std::vector<std::string> &possible = GetParam().possible_steps;
+    EXPECT_EQ(steps_hit, std::set<std::string>(possible.begin(), possible.end()));
+}
+
+INSTANTIATE_TEST_SUITE_P(backend, failure_sweep, ::testing::ValuesIn(operations()),
+                         [](const auto &test) { return std::string(test.param.name); });
+
+} // namespace backend_tests

@@ -1,0 +1,26 @@
+# Compiles the backend for a Cortex-M4F without a warning and holds its size against a limit.
+#
+# Variables: COMPILER, SIZE, SOURCE, OBJECT, INCLUDES (a list of directories), CJSON_HEADER, WORK_DIRECTORY,
+# LARGEST_TEXT (bytes).
+
+cmake_minimum_required(VERSION 3.25)
+
+# Only cJSON's header is shown to the compiler: the host's other headers are not the board's.
+file(MAKE_DIRECTORY ${WORK_DIRECTORY}/cjson)
+file(COPY_FILE ${CJSON_HEADER} ${WORK_DIRECTORY}/cjson/cJSON.h ONLY_IF_DIFFERENT)
+
+list(TRANSFORM INCLUDES PREPEND -I)
+execute_process(
+  COMMAND ${COMPILER} -std=c++20 -mcpu=cortex-m4 -mfpu=fpv4-sp-d16 -mfloat-abi=hard -Os
+    -fno-exceptions -fno-rtti -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+    ${INCLUDES} -isystem ${WORK_DIRECTORY} -c ${SOURCE} -o ${OBJECT}
+  COMMAND_ERROR_IS_FATAL ANY)
+
+execute_process(COMMAND ${SIZE} ${OBJECT} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+if(NOT output MATCHES "\n *([0-9]+)[ \t]+([0-9]+)[ \t]+([0-9]+)")
+  message(FATAL_ERROR "Cannot read the size from\n${output}")
+endif()
+message(STATUS "text ${CMAKE_MATCH_1}, data ${CMAKE_MATCH_2}, bss ${CMAKE_MATCH_3} bytes on a Cortex-M4F")
+if(CMAKE_MATCH_1 GREATER LARGEST_TEXT)
+  message(FATAL_ERROR "text is larger than ${LARGEST_TEXT} bytes")
+endif()

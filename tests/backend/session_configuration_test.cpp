@@ -1,0 +1,614 @@
+/** @file
+ * The configuration document from its root to the rate rules; the items themselves are in
+ * group_item_test.cpp.
+ */
+#include <limits>
+
+#include "support/backend_fixture.h"
+
+namespace backend_tests
+{
+
+namespace
+{
+
+/** A whole document. */
+class session_configuration : public ready_backend_test
+{
+protected:
+    void expect_accepted(const std::string &document, float expected_rate = -1.0F)
+    {
+        SCOPED_TRACE(document);
+        error = nullptr;
+        update_rate = 77.0F;
+        EXPECT_TRUE(parse(document));
+        EXPECT_EQ(error, nullptr);
+        EXPECT_EQ(update_rate, expected_rate);
+        destroy_session();
+    }
+
+    void expect_refused(const std::string &document, const char *message)
+    {
+        SCOPED_TRACE(document);
+        error = nullptr;
+        update_rate = 77.0F;
+        EXPECT_FALSE(parse(document));
+        EXPECT_EQ(error, message);
+        EXPECT_EQ(update_rate, -1.0F);
+        destroy_session();
+    }
+
+    /** Whether the diagnostic log is switched on in a session with the given top-level members. */
+    bool diagnostics_with(const std::string &members)
+    {
+        EXPECT_TRUE(parse("{" + members + R"("groups": [[{"sensor_id": 1, "config": {}}]]})"));
+        const bool enabled = neighbours().calls.count("zet_diagnostic_log_enable(true)") == 1;
+        destroy_session();
+        return enabled;
+    }
+};
+
+using namespace std::string_literals;
+
+const std::string valid_data = calibration_text(2, 22);
+
+/** A document whose calibration list has the given elements. */
+std::string calibrations(const std::string &elements)
+{
+    return R"({"calibration_info": [)" + elements + "]}";
+}
+
+std::string calibration(const std::string &sensor_id, const std::string &data)
+{
+    return R"({"sensor_id": )" + sensor_id + R"(, "data": ")" + data + R"("})";
+}
+
+/** A group of one item without configuration keys. */
+std::string group_of(int sensor_id, const std::string &config = "{}")
+{
+    return R"([{"sensor_id": )" + std::to_string(sensor_id) + R"(, "config": )" + config + "}]";
+}
+
+std::string groups(int count, const std::string &group)
+{
+    std::string text;
+    for (int index = 0; index < count; ++index)
+    {
+        text += (index == 0 ? "" : ", ") + group;
+    }
+    return R"({"groups": [)" + text + "]}";
+}
+
+const std::string with_frame_rate = R"("groups": [[{"sensor_id": 1, "config": {"frame_rate": 10.0}}]])";
+
+} // namespace
+
+// The document as a whole
+
+TEST_F(session_configuration, empty_document_is_accepted)
+{
+    ASSERT_TRUE(parse("{}"));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(update_rate, -1.0F);
+    EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
+    EXPECT_EQ(calls(), "") << "nothing is done";
+}
+
+TEST_F(session_configuration, empty_document_is_read_in_fixed_order)
+{
+    ASSERT_TRUE(parse("{}"));
+    EXPECT_EQ(calls(call_kind::json), lines({
+                                          R"(is_json_node("enable_log"))",
+                                          R"(cJSON_GetObjectItemCaseSensitive("calibration_info"))",
+                                          R"(get_json_bool_value("enable_diagnostics"))",
+                                          R"(cJSON_GetObjectItemCaseSensitive("groups"))",
+                                          R"(is_json_node("max_update_rate"))",
+                                          R"(is_json_node("update_rate"))",
+                                      }));
+}
+
+TEST_F(session_configuration, unknown_keys_of_the_root_are_ignored)
+{
+    expect_accepted(R"({"colour": "red", "Groups": 5, "max_Update_Rate": 3})");
+}
+
+TEST_F(session_configuration, session_of_one_item_makes_its_calls_in_order)
+{
+    ASSERT_TRUE(parse(R"({"enable_log": "INFO", "groups": [[{"sensor_id": 2, "config": {"hwaas": 4}}]]})"));
+    EXPECT_EQ(calls(), lines({
+                           "zet_nox_set_log_level(2)",
+                           "zet_hal_integration_sensor_supply_on(2)",
+                           "zet_hal_integration_sensor_enable(2)",
+                           "[INFO] Powered on sensor id 2",
+                           "zet_sensor_create(2)",
+                           "zet_config_create()",
+                           "zet_config_subsweep_hwaas_set(config 1, 4, 0)",
+                           "zet_nox_get_buffer_size(config 1)",
+                           "zet_integration_mem_alloc(64)",
+                           "zet_sensor_calibrate(sensor 2, false, no calibration, block 1, 64)",
+                           "zet_diagnostic_log_enable(false)",
+                           "zet_hal_integration_sensor_disable(2)",
+                           "zet_hal_integration_sensor_enable(2)",
+                           "zet_processing_create(config 1)",
+                           "zet_probes_register_callback(20, null, null)",
+                           "zet_sensor_prepare(sensor 2, config 1, calibration of 2, block 1, 64)",
+                           "zet_config_frame_rate_get(config 1)",
+                       }));
+}
+
+// Log level
+
+TEST_F(session_configuration, every_log_level_word_is_known)
+{
+    const std::vector<std::pair<std::string, std::string>> words{
+        {"ERROR", "0"}, {"WARNING", "1"}, {"INFO", "2"}, {"VERBOSE", "3"}, {"DEBUG", "4"}};
+    for (const auto &[word, level] : words)
+    {
+        ASSERT_TRUE(parse(R"({"enable_log": ")" + word + R"("})"));
+        EXPECT_EQ(calls(), "zet_nox_set_log_level(" + level + ")\n");
+    }
+}
+
+TEST_F(session_configuration, unknown_log_level_word_is_refused)
+{
+    expect_refused(R"({"enable_log": "warning"})", error_config_faulty_log_settings_str);
+    expect_refused(R"({"enable_log": ""})", error_config_faulty_log_settings_str);
+    expect_refused(R"({"enable_log": "DEBUGGING"})", error_config_faulty_log_settings_str);
+}
+
+TEST_F(session_configuration, log_level_that_is_no_string_is_ignored)
+{
+    ASSERT_TRUE(parse(R"({"enable_log": 3})"));
+    EXPECT_EQ(calls(), "");
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(session_configuration, faulty_log_level_skips_the_calibration_list_but_not_the_diagnostics)
+{
+    EXPECT_FALSE(parse(R"({"enable_log": "warning", "calibration_info": [], "enable_diagnostics": true})"));
+    EXPECT_EQ(error, error_config_faulty_log_settings_str);
+    EXPECT_EQ(calls(), "");
+    EXPECT_EQ(calls(call_kind::json), lines({
+                                          R"(is_json_node("enable_log"))",
+                                          R"(get_json_string_value("enable_log"))",
+                                          R"(get_json_bool_value("enable_diagnostics"))",
+                                      }));
+}
+
+// Calibration list
+
+TEST_F(session_configuration, calibration_list_without_elements_is_refused)
+{
+    for (const char *list : {"[]", "{}", "0", "null", R"("text")"})
+    {
+        expect_refused(R"({"calibration_info": )" + std::string(list) + "}", error_config_calibration_list);
+        EXPECT_FALSE(parse(R"({"calibration_info": )" + std::string(list) + "}"));
+        EXPECT_EQ(calls(), "[INFO] Invalid calibration list\n");
+    }
+}
+
+TEST_F(session_configuration, calibration_object_is_walked_like_a_list)
+{
+    expect_accepted(R"({"calibration_info": {"first": )" + calibration("2", valid_data) + "}}");
+}
+
+TEST_F(session_configuration, calibration_element_that_is_no_object_is_refused)
+{
+    for (const char *element : {"7", "[]", "null", R"("text")"})
+    {
+        expect_refused(calibrations(calibration("2", valid_data) + ", " + element), error_json_parse_str);
+        EXPECT_FALSE(parse(calibrations(element)));
+        EXPECT_EQ(calls(), "[ERROR] JSON format error\n");
+    }
+}
+
+TEST_F(session_configuration, calibration_for_no_sensor_of_the_board_is_refused)
+{
+    for (const char *sensor_id : {"0", "-1", "4", "1.5", R"("1")", "null"})
+    {
+        expect_refused(calibrations(calibration(sensor_id, valid_data)), error_config_sensor_id_str);
+        EXPECT_FALSE(parse(calibrations(calibration(sensor_id, valid_data))));
+        EXPECT_EQ(calls(), "");
+    }
+    expect_refused(calibrations(R"({"data": ")" + valid_data + R"("})"), error_config_sensor_id_str);
+}
+
+TEST_F(session_configuration, calibration_without_sensor_id_does_not_inherit_that_of_the_element_before)
+{
+    expect_refused(calibrations(calibration("2", valid_data) + R"(, {"data": ")" + valid_data + R"("})"),
+                   error_config_sensor_id_str);
+}
+
+TEST_F(session_configuration, calibration_of_an_absent_sensor_is_accepted)
+{
+    finish();
+    neighbours().absent_sensors = {2};
+    ASSERT_TRUE(init());
+    expect_accepted(calibrations(calibration("2", valid_data)));
+}
+
+TEST_F(session_configuration, calibration_without_data_is_refused_without_a_log_line)
+{
+    for (const char *element : {R"({"sensor_id": 2})", R"({"sensor_id": 2, "data": 5})"})
+    {
+        expect_refused(calibrations(element), error_config_calibration_data_str);
+        EXPECT_FALSE(parse(calibrations(element)));
+        EXPECT_EQ(calls(), "");
+    }
+}
+
+TEST_F(session_configuration, calibration_data_that_cannot_be_converted_is_refused)
+{
+    for (const std::string &data :
+         {std::string(""), valid_data + "00", valid_data.substr(2), std::string(480, 'g')})
+    {
+        error = nullptr;
+        EXPECT_FALSE(parse(calibrations(calibration("2", data))));
+        EXPECT_EQ(error, error_config_calibration_data_str);
+        EXPECT_EQ(calls(), "[INFO] Invalid calibration data for sensor 2\n");
+    }
+}
+
+TEST_F(session_configuration, calibration_data_that_the_library_refuses_is_refused)
+{
+    refuse("zet_sensor_validate_calibration");
+    EXPECT_FALSE(parse(calibrations(calibration("2", valid_data))));
+    EXPECT_EQ(error, error_config_calibration_data_str);
+    EXPECT_EQ(calls(), lines({"zet_sensor_validate_calibration(calibration of 2)",
+                              "[INFO] Invalid calibration data for sensor 2"}));
+}
+
+TEST_F(session_configuration, every_refused_calibration_list_is_followed_by_the_diagnostics)
+{
+    for (const std::string &document :
+         {R"({"calibration_info": []})"s, calibrations("7"), calibrations(calibration("9", valid_data)),
+          calibrations(R"({"sensor_id": 2})"), calibrations(calibration("2", "xyz"))})
+    {
+        EXPECT_FALSE(parse(document));
+        EXPECT_TRUE(calls(call_kind::json)
+                        .ends_with(R"(get_json_bool_value("enable_diagnostics"))"
+                                   "\n"))
+            << document;
+    }
+}
+
+TEST_F(session_configuration, calibration_list_is_read_in_fixed_order)
+{
+    ASSERT_TRUE(parse(calibrations(calibration("2", valid_data))));
+    EXPECT_TRUE(calls(call_kind::json)
+                    .starts_with(lines({
+                        R"(is_json_node("enable_log"))",
+                        R"(cJSON_GetObjectItemCaseSensitive("calibration_info"))",
+                        "cJSON_GetArraySize()",
+                        "cJSON_IsObject()",
+                        R"(get_json_int_value("sensor_id"))",
+                        R"(get_json_string_value("data"))",
+                        "convert_hexstr2uint(240)",
+                        R"(get_json_bool_value("enable_diagnostics"))",
+                    })))
+        << calls(call_kind::json);
+}
+
+TEST_F(session_configuration, valid_calibration_spares_the_calibration_of_its_sensor)
+{
+    ASSERT_TRUE(parse(R"({"calibration_info": [)" + calibration("2", valid_data) + R"(],
+                          "groups": [[{"sensor_id": 2, "config": {}}, {"sensor_id": 1, "config": {}}]]})"));
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_create(2)"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate(sensor 2"), 0U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate(sensor 1"), 1U);
+    EXPECT_EQ(
+        neighbours().calls.count("zet_sensor_prepare(sensor 2, config 1, calibration of 2, block 1, 64)"),
+        1U);
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_disable(2)"), 0U) << "nor is it reset";
+}
+
+TEST_F(session_configuration, later_calibration_of_the_same_sensor_overwrites_the_earlier_one)
+{
+    ASSERT_TRUE(
+        parse(calibrations(calibration("1", valid_data) + ", " + calibration("1", calibration_text(3, -5)))));
+    ASSERT_TRUE(send_metadata());
+    EXPECT_NE(sent_document().find(R"("calibration_info":[{"sensor_id":1,"temperature":-5,"data":")" +
+                                   calibration_text(3, -5) + R"("}])"),
+              std::string::npos);
+}
+
+TEST_F(session_configuration, calibrations_before_a_refused_one_stay)
+{
+    EXPECT_FALSE(parse(calibrations(calibration("1", valid_data) + ", 7")));
+    ASSERT_TRUE(send_metadata());
+    EXPECT_NE(sent_document().find(R"("calibration_info":[{"sensor_id":1,)"), std::string::npos);
+}
+
+// Diagnostics
+
+TEST_F(session_configuration, diagnostics_are_off_unless_true)
+{
+    EXPECT_FALSE(diagnostics_with(""));
+    EXPECT_FALSE(diagnostics_with(R"("enable_diagnostics": false, )"));
+    EXPECT_FALSE(diagnostics_with(R"("enable_diagnostics": 1, )"));
+    EXPECT_TRUE(diagnostics_with(R"("enable_diagnostics": true, )"));
+    EXPECT_FALSE(diagnostics_with("")) << "every document sets them anew";
+}
+
+// Groups
+
+TEST_F(session_configuration, groups_without_elements_count_as_none)
+{
+    for (const char *value : {"[]", "{}", "5", "null", R"("text")", "true"})
+    {
+        expect_accepted(R"({"groups": )" + std::string(value) + "}");
+        EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
+    }
+}
+
+TEST_F(session_configuration, without_groups_forgets_the_frame_rate_of_the_last_session)
+{
+    ASSERT_TRUE(parse("{" + with_frame_rate + "}"));
+    destroy_session();
+    ASSERT_FALSE(zet_vantor_server_system_is_on_demand());
+    ASSERT_TRUE(parse("{}"));
+    EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
+}
+
+TEST_F(session_configuration, group_without_elements_fails_with_no_message)
+{
+    for (const char *group : {"[]", "{}", "5", "null"})
+    {
+        expect_refused(R"({"groups": [)" + std::string(group) + "]}", nullptr);
+        EXPECT_EQ(neighbours().calls.count("["), 1U) << "only the line of the session's end is logged";
+    }
+}
+
+TEST_F(session_configuration, empty_group_after_a_good_one_fails_with_the_good_one_set_up)
+{
+    EXPECT_FALSE(parse(R"({"groups": [)" + group_of(1) + ", [], " + group_of(2) + "]}"));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_create(2)"), 0U);
+}
+
+TEST_F(session_configuration, objects_are_walked_like_arrays_at_every_level)
+{
+    ASSERT_TRUE(parse(R"({"groups": {"first": {"item": {"sensor_id": 1, "config": {}}}}})"));
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1"), 1U);
+}
+
+TEST_F(session_configuration, item_is_read_in_fixed_order)
+{
+    ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}]]})"));
+    const std::string json = calls(call_kind::json);
+    EXPECT_NE(json.find(lines({
+                  "cJSON_IsObject()",
+                  R"(get_json_int_value("sensor_id"))",
+                  R"(cJSON_GetObjectItemCaseSensitive("config"))",
+                  "cJSON_IsObject()",
+              })),
+              std::string::npos)
+        << json;
+}
+
+TEST_F(session_configuration, eleven_groups_are_refused_after_ten_were_set_up)
+{
+    EXPECT_FALSE(parse(groups(11, group_of(1))));
+    EXPECT_EQ(error, error_config_groups_str);
+    EXPECT_EQ(neighbours().calls.count("zet_config_create"), 10U);
+    EXPECT_EQ(neighbours().calls.count("zet_processing_create"), 10U);
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_on(1)"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_off"), 0U)
+        << "the sensor stays powered";
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1, config 10"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_config_frame_rate_get"), 0U) << "the rate rules are not reached";
+}
+
+TEST_F(session_configuration, ten_groups_are_accepted)
+{
+    expect_accepted(groups(10, group_of(1)));
+}
+
+TEST_F(session_configuration, eleventh_group_is_not_looked_at)
+{
+    std::string document = groups(10, group_of(1));
+    document.insert(document.size() - 2, ", []");
+    expect_refused(document, error_config_groups_str);
+}
+
+TEST_F(session_configuration, failed_group_ends_the_call)
+{
+    EXPECT_FALSE(parse(R"({"groups": [[{"sensor_id": 9}], )" + group_of(1) + "]}"));
+    EXPECT_EQ(error, error_config_sensor_id_str);
+    EXPECT_EQ(calls(), "");
+}
+
+TEST_F(session_configuration, more_items_than_sensors_are_refused)
+{
+    const std::string item = R"({"sensor_id": 1, "config": {}})";
+    EXPECT_FALSE(parse_group(item + ", " + item + ", " + item + ", " + item));
+    EXPECT_EQ(error, error_config_group_items_str);
+    EXPECT_EQ(neighbours().calls.count("zet_config_create"), 3U);
+}
+
+TEST_F(session_configuration, as_many_items_as_sensors_are_accepted)
+{
+    const std::string item = R"({"sensor_id": 1, "config": {}})";
+    ASSERT_TRUE(parse_group(item + ", " + item + ", " + item));
+    EXPECT_EQ(error, nullptr);
+}
+
+TEST_F(session_configuration, group_element_that_is_no_object_takes_up_its_slot)
+{
+    const std::string item = R"({"sensor_id": 1, "config": {}})";
+    EXPECT_FALSE(parse_group("5, null, [], " + item));
+    EXPECT_EQ(error, error_config_group_items_str);
+    EXPECT_EQ(calls(),
+              lines({"[ERROR] JSON format error", "[ERROR] JSON format error", "[ERROR] JSON format error"}));
+}
+
+TEST_F(session_configuration, group_element_that_is_no_object_is_a_failed_item_without_message)
+{
+    EXPECT_FALSE(parse_group("5"));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(calls(), "[ERROR] JSON format error\n");
+}
+
+TEST_F(session_configuration, last_item_of_a_group_decides)
+{
+    const std::string good = R"({"sensor_id": 1, "config": {}})";
+    EXPECT_TRUE(parse_group("5, " + good));
+    EXPECT_EQ(error, nullptr);
+    destroy_session();
+    EXPECT_FALSE(parse_group(good + ", 5"));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare"), 1U);
+}
+
+TEST_F(session_configuration, unconnected_sensor_before_a_valid_item_leaves_its_message_and_a_free_slot)
+{
+    finish();
+    neighbours().absent_sensors = {1};
+    ASSERT_TRUE(init());
+    EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
+    EXPECT_EQ(error, error_config_sensor_id_str);
+    EXPECT_EQ(neighbours().calls.count("zet_config_create"), 1U);
+    ASSERT_TRUE(read_frame());
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_measure"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_measure(sensor 2)"), 1U);
+}
+
+TEST_F(session_configuration, two_groups_on_one_sensor_power_create_and_calibrate_it_once)
+{
+    ASSERT_TRUE(parse(groups(2, group_of(1))));
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_on"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_create"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate"), 1U);
+    EXPECT_EQ(neighbours().calls.count("zet_config_create"), 2U);
+}
+
+// Rate rules
+
+TEST_F(session_configuration, frame_rate_in_one_group_without_update_rate_is_accepted)
+{
+    ASSERT_TRUE(parse("{" + with_frame_rate + "}"));
+    EXPECT_EQ(update_rate, -1.0F);
+    EXPECT_FALSE(zet_vantor_server_system_is_on_demand());
+}
+
+TEST_F(session_configuration, frame_rate_together_with_an_update_rate_is_refused)
+{
+    expect_refused("{" + with_frame_rate + R"(, "update_rate": 5})",
+                   error_config_max_update_rate_with_frame_rate_str);
+    expect_refused("{" + with_frame_rate + R"(, "max_update_rate": 5})",
+                   error_config_max_update_rate_with_frame_rate_str);
+    expect_refused("{" + with_frame_rate + R"(, "max_update_rate": "of any type"})",
+                   error_config_max_update_rate_with_frame_rate_str);
+}
+
+TEST_F(session_configuration, frame_rate_in_a_session_of_two_groups_is_refused)
+{
+    const std::string config = R"({"frame_rate": 10.0})";
+    expect_refused(groups(2, group_of(1, config)), error_config_multiple_groups_with_frame_rate_str);
+    expect_refused(R"({"groups": [)" + group_of(1) + ", " + group_of(2, config) + "]}",
+                   error_config_multiple_groups_with_frame_rate_str);
+}
+
+TEST_F(session_configuration, update_rate_beside_a_frame_rate_is_reported_before_several_groups)
+{
+    expect_refused(R"({"update_rate": 1, "groups": [)" + group_of(1, R"({"frame_rate": 1})") + ", " +
+                       group_of(1) + "]}",
+                   error_config_max_update_rate_with_frame_rate_str);
+}
+
+TEST_F(session_configuration, search_for_a_frame_rate_stops_at_the_first_one)
+{
+    ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {"frame_rate": 5}},
+                               {"sensor_id": 3, "config": {"frame_rate": 7}})"));
+    EXPECT_TRUE(calls().ends_with(
+        lines({"zet_config_frame_rate_get(config 1)", "zet_config_frame_rate_get(config 2)"})));
+}
+
+TEST_F(session_configuration, search_for_a_frame_rate_skips_free_slots)
+{
+    ASSERT_TRUE(parse_group(R"(5, {"sensor_id": 2, "config": {"frame_rate": 5}})"));
+    EXPECT_EQ(neighbours().calls.count("zet_config_frame_rate_get"), 1U);
+    EXPECT_FALSE(zet_vantor_server_system_is_on_demand());
+}
+
+TEST_F(session_configuration, rate_counts_as_found_when_it_is_not_equal_to_zero)
+{
+    const std::string both = R"({"update_rate": 5, "groups": [)" + group_of(1) + "]}";
+    for (const float rate : {std::numeric_limits<float>::quiet_NaN(), -3.0F, 1e-45F})
+    {
+        neighbours().config_defaults.frame_rate = rate;
+        expect_refused(both, error_config_max_update_rate_with_frame_rate_str);
+    }
+    neighbours().config_defaults.frame_rate = -0.0F;
+    expect_accepted(both, 5.0F);
+}
+
+TEST_F(session_configuration, update_rate_is_reported_unchanged)
+{
+    expect_accepted(R"({"max_update_rate": 30})", 30.0F);
+    expect_accepted(R"({"update_rate": 12.5})", 12.5F);
+    expect_accepted(R"({"max_update_rate": 0})", 0.0F);
+    expect_accepted(R"({"max_update_rate": -4})", -4.0F);
+}
+
+TEST_F(session_configuration, max_update_rate_goes_before_update_rate)
+{
+    expect_accepted(R"({"max_update_rate": 30, "update_rate": 20})", 30.0F);
+    expect_accepted(R"({"update_rate": 20, "max_update_rate": 30})", 30.0F);
+}
+
+TEST_F(session_configuration, unreadable_max_update_rate_gives_way_to_update_rate)
+{
+    expect_accepted(R"({"max_update_rate": "fast", "update_rate": 20})", 20.0F);
+}
+
+TEST_F(session_configuration, update_rate_that_is_no_number_is_refused)
+{
+    expect_refused(R"({"update_rate": "fast"})", error_config_faulty_update_rate_str);
+    expect_refused(R"({"max_update_rate": null})", error_config_faulty_update_rate_str);
+    expect_refused(R"({"max_update_rate": "fast", "update_rate": "slow"})",
+                   error_config_faulty_update_rate_str);
+    expect_refused(R"({"update_rate": 1e300})", error_config_faulty_update_rate_str);
+}
+
+TEST_F(session_configuration, update_rate_in_a_session_of_several_groups_is_accepted)
+{
+    std::string document = groups(3, group_of(1));
+    document.insert(1, R"("update_rate": 2, )");
+    expect_accepted(document, 2.0F);
+}
+
+TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_are_asked_for)
+{
+    for (const char *config : {"{}", R"({"frame_rate": 5})"})
+    {
+        ASSERT_TRUE(parse_config(config));
+        const std::string all = neighbours().calls.text({call_kind::json, call_kind::sensor_library});
+        EXPECT_TRUE(
+            all.ends_with(lines({R"(is_json_node("max_update_rate"))", R"(is_json_node("update_rate"))"})))
+            << all;
+        EXPECT_LT(all.find("zet_config_frame_rate_get"), all.find("is_json_node(\"max_update_rate"));
+        destroy_session();
+    }
+}
+
+TEST_F(session_configuration, rate_keys_are_asked_for_in_fixed_order)
+{
+    ASSERT_TRUE(parse(R"({"update_rate": 5})"));
+    EXPECT_TRUE(calls(call_kind::json)
+                    .ends_with(lines({
+                        R"(is_json_node("max_update_rate"))",
+                        R"(is_json_node("update_rate"))",
+                        R"(get_json_float_value("max_update_rate"))",
+                        R"(get_json_float_value("update_rate"))",
+                    })))
+        << calls(call_kind::json);
+}
+
+TEST_F(session_configuration, reported_rate_is_preset_even_when_the_document_fails_early)
+{
+    expect_refused(R"({"enable_log": "x", "update_rate": 5})", error_config_faulty_log_settings_str);
+}
+
+} // namespace backend_tests

@@ -1,0 +1,112 @@
+/** @file
+ * The board allocator's stand-in: fills memory with garbage, knows every live block, fails on request.
+ */
+#ifndef BOARD_MEMORY_H
+#define BOARD_MEMORY_H
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace backend_tests
+{
+
+/** On whose behalf a block was allocated. */
+enum class block_owner
+{
+    test,          /**< test code, for example a configuration document */
+    backend,       /**< the backend itself */
+    json,          /**< a JSON operation that the backend called */
+    sensor_library /**< a handle of the sensor library */
+};
+
+/** The allocator behind zet_integration_mem_alloc and zet_integration_mem_free. */
+class board_memory
+{
+public:
+    /** Allocates and fills with garbage; null when a failure is due. */
+    void *allocate(std::size_t size);
+
+    /** Frees; a pointer that is no live block is a test failure. */
+    void release(void *pointer);
+
+    /** "block N" for the N-th block of the backend since number_from_one, "null", or "unknown". */
+    [[nodiscard]] std::string name(const void *pointer) const;
+
+    /** The next block of the backend is "block 1" again. */
+    void number_from_one();
+
+    /** Lets the N-th allocation from now on fail, and with @p and_all_later every one after it too. */
+    void fail_allocation(std::size_t number, bool and_all_later = false);
+
+    /** Whether the failure asked for has come about. */
+    [[nodiscard]] bool failure_reached() const;
+
+    /** The call of the backend in which it came about, "" when the backend allocated itself. */
+    [[nodiscard]] const std::string &failed_call() const;
+
+    /** Size of the allocation that failed, in bytes. */
+    [[nodiscard]] std::size_t failed_size() const;
+
+    /** Live blocks of one owner. */
+    [[nodiscard]] std::size_t live_blocks(block_owner owner) const;
+
+    /** Number of live blocks of the backend, of JSON documents and of the sensor library. */
+    [[nodiscard]] std::size_t live_blocks() const;
+
+    /** Allocations made by JSON operations so far. */
+    [[nodiscard]] std::size_t json_allocations() const;
+
+    /** Whether a request for 0 bytes is answered with null. */
+    bool null_for_no_bytes = false;
+
+private:
+    struct block_t
+    {
+        block_owner owner;
+        std::string name;
+        std::size_t size;
+    };
+
+    [[nodiscard]] bool failure_due(block_owner owner, std::size_t size);
+
+    std::map<const void *, block_t> live;
+    std::size_t next_number = 1;
+    std::size_t until_failure = 0;
+    bool keep_failing = false;
+    bool failed = false;
+    std::string call_that_failed;
+    std::size_t size_that_failed = 0;
+    std::size_t json_count = 0;
+};
+
+/** The allocator of the running test. */
+board_memory &memory();
+
+/** Marks the time in which the backend runs. */
+class backend_scope
+{
+public:
+    backend_scope();
+    ~backend_scope();
+    backend_scope(const backend_scope &) = delete;
+    backend_scope &operator=(const backend_scope &) = delete;
+};
+
+/** Marks the time in which the backend waits for an operation of a neighbour. */
+class neighbour_scope
+{
+public:
+    neighbour_scope(block_owner owner, std::string call);
+    ~neighbour_scope();
+    neighbour_scope(const neighbour_scope &) = delete;
+    neighbour_scope &operator=(const neighbour_scope &) = delete;
+};
+
+/** Whether the code that runs is the backend's own: neither test code nor a neighbour. */
+bool backend_is_running();
+
+} // namespace backend_tests
+
+#endif

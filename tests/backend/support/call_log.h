@@ -1,0 +1,76 @@
+/** @file
+ * The log of every call that the backend makes on its neighbours, in order, as readable text.
+ */
+#ifndef CALL_LOG_H
+#define CALL_LOG_H
+
+#include <concepts>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace backend_tests
+{
+
+/** Which neighbour a call went to. */
+enum class call_kind
+{
+    board,
+    sensor_library,
+    memory,
+    log,
+    link,
+    json
+};
+
+/** Text of one argument of a call. */
+std::string show(bool value);
+std::string show(float value);
+std::string show(const char *text);
+std::string show(std::string_view text);
+
+/** Numbers and enumerators are shown as decimal numbers. */
+template <typename value_t>
+requires(std::integral<value_t> && !std::same_as<value_t, bool>) || std::is_enum_v<value_t> std::string
+    show(value_t value)
+{
+    return std::to_string(static_cast<long long>(value));
+}
+
+/** The calls made so far, oldest first. */
+class call_log
+{
+public:
+    /** Adds one line. */
+    void add(call_kind kind, std::string line);
+
+    /** Forgets every line. */
+    void clear();
+
+    /** The lines of the given kinds, each closed by a line feed. */
+    [[nodiscard]] std::string text(std::initializer_list<call_kind> kinds) const;
+
+    /** Number of lines that begin with the given text. */
+    [[nodiscard]] std::size_t count(std::string_view beginning) const;
+
+private:
+    struct entry_t
+    {
+        call_kind kind;
+        std::string line;
+    };
+
+    std::vector<entry_t> entries;
+};
+
+/** Joins argument texts into "name(a, b)". */
+std::string call_text(std::string_view name, std::initializer_list<std::string> arguments);
+
+/** Joins expected lines the way call_log::text does. */
+std::string lines(std::initializer_list<std::string_view> expected);
+
+} // namespace backend_tests
+
+#endif
