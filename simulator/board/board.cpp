@@ -1,0 +1,269 @@
+/** @file
+ * The board: supply and enable lines, interrupts, the link to the sensors, and the record of all that for the
+ * sensor library.
+ */
+#include "board/board.h"
+
+#include <cstring>
+
+#include "zet_hal_integration_k330.h"
+#include "zet_integration.h"
+#include "zet_integration_log.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** The board's state; all zero while the simulator is stopped. */
+struct board
+{
+    bool running;
+    zet_simulator_options_t options;
+    board_sensor *sensors; /**< options.sensor_count entries, owned */
+    uint32_t fault_calls[ZET_SIMULATOR_MAX_FAULTS];
+};
+
+board the_board;
+
+constexpr char module_name[] = "board";
+
+/** The sensor position of an id; logs when there is none. */
+board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
+{
+    board_sensor *sensor = board_find_sensor(sensor_id);
+    if (sensor == nullptr)
+    {
+        zet_integration_log(ZET_LOG_LEVEL_ERROR, module_name, "%s: there is no sensor %lu; the board has %u",
+                            operation, static_cast<unsigned long>(sensor_id),
+                            static_cast<unsigned>(the_board.options.sensor_count));
+    }
+    return sensor;
+}
+
+/** Makes a sensor forget everything, as power loss and its enable line do. */
+void reset(board_sensor &sensor)
+{
+    sensor.reset_count++;
+    sensor.interrupt_time_us = no_interrupt;
+}
+
+/** Tells whether a fault of the scene is one of a kind, at a sensor. */
+bool fault_matches(const zet_simulator_fault_t &fault, zet_simulator_fault_kind_t kind,
+                   zet_sensor_id_t sensor_id)
+{
+    return fault.kind == kind && (fault.sensor_id == 0U || fault.sensor_id == sensor_id);
+}
+
+/** Tells whether a fault strikes the call with a number, counted from 0. */
+bool fault_strikes(const zet_simulator_fault_t &fault, uint32_t call)
+{
+    return call >= fault.skip && (fault.count == 0U || call - fault.skip < fault.count);
+}
+
+/** One exchange on the link: a sensor that is present and on answers the identify command. */
+void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
+{
+    if (buffer == nullptr || size == 0U)
+    {
+        return;
+    }
+    const bool asks_identity = buffer[0] == link_command_identify;
+    memset(buffer, 0xFF, size);
+    if (!board_sensor_is_on(sensor_id) ||
+        board_next_fault(ZET_SIMULATOR_FAULT_ABSENT_SENSOR, sensor_id) != nullptr)
+    {
+        return;
+    }
+    if (asks_identity && size > sizeof(link_identity))
+    {
+        memcpy(&buffer[1], link_identity, sizeof(link_identity));
+    }
+}
+
+/** Checks the scene of a port; what is wrong with it goes to the port's log. */
+bool is_scene_usable(const zet_simulator_options_t &options)
+{
+    char error[256];
+    if (options.scene == nullptr || zet_simulator_scene_is_valid(options.scene, error, sizeof(error)))
+    {
+        return true;
+    }
+    if (options.log != nullptr)
+    {
+        options.log(ZET_LOG_LEVEL_ERROR, module_name, error);
+    }
+    return false;
+}
+
+const zet_hal_k330_t hal = {
+    UINT16_MAX, zet_integration_mem_alloc, zet_integration_mem_free, transfer, zet_integration_log, {nullptr},
+};
+
+} // namespace
+
+namespace zet_simulator
+{
+
+board_sensor *board_find_sensor(zet_sensor_id_t sensor_id)
+{
+    if (!the_board.running || sensor_id == 0U || sensor_id > the_board.options.sensor_count)
+    {
+        return nullptr;
+    }
+    return &the_board.sensors[sensor_id - 1U];
+}
+
+bool board_sensor_is_on(zet_sensor_id_t sensor_id)
+{
+    const board_sensor *sensor = board_find_sensor(sensor_id);
+    return sensor != nullptr && sensor->supplied && sensor->enabled;
+}
+
+const zet_simulator_options_t &board_options()
+{
+    return the_board.options;
+}
+
+const zet_simulator_scene_t &board_scene()
+{
+    return the_board.options.scene != nullptr ? *the_board.options.scene : *zet_simulator_default_scene();
+}
+
+uint64_t board_now_us()
+{
+    return the_board.running ? the_board.options.clock.now_us() : 0U;
+}
+
+void board_sleep_us(uint64_t duration_us)
+{
+    if (the_board.running)
+    {
+        the_board.options.clock.sleep_until_us(board_now_us() + duration_us);
+    }
+}
+
+void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us)
+{
+    board_sensor *sensor = board_find_sensor(sensor_id);
+    if (sensor == nullptr)
+    {
+        return;
+    }
+    const bool lost = board_next_fault(ZET_SIMULATOR_FAULT_LOST_INTERRUPT, sensor_id) != nullptr;
+    sensor->interrupt_time_us = lost ? no_interrupt : time_us;
+}
+
+const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, zet_sensor_id_t sensor_id)
+{
+    const zet_simulator_scene_t &scene = board_scene();
+    const zet_simulator_fault_t *striking = nullptr;
+    for (uint32_t i = 0; i < scene.fault_count; i++)
+    {
+        const zet_simulator_fault_t &fault = scene.faults[i];
+        if (fault_matches(fault, kind, sensor_id) && fault_strikes(fault, the_board.fault_calls[i]++) &&
+            striking == nullptr)
+        {
+            striking = &fault;
+        }
+    }
+    return striking;
+}
+
+} // namespace zet_simulator
+
+bool zet_simulator_start(const zet_simulator_options_t *options)
+{
+    if (the_board.running || options == nullptr || options->clock.now_us == nullptr ||
+        options->clock.sleep_until_us == nullptr || !is_scene_usable(*options))
+    {
+        return false;
+    }
+    const size_t size = options->sensor_count * sizeof(board_sensor);
+    auto *sensors = static_cast<board_sensor *>(zet_integration_mem_alloc(size));
+    if (sensors == nullptr)
+    {
+        return false;
+    }
+    memset(static_cast<void *>(sensors), 0, size);
+    for (uint32_t i = 0; i < options->sensor_count; i++)
+    {
+        sensors[i].interrupt_time_us = no_interrupt;
+    }
+    the_board = {true, *options, sensors, {}};
+    return true;
+}
+
+void zet_simulator_stop(void)
+{
+    zet_integration_mem_free(the_board.sensors);
+    the_board = {};
+}
+
+void zet_hal_integration_sensor_supply_on(zet_sensor_id_t sensor_id)
+{
+    board_sensor *sensor = find_or_log(sensor_id, __func__);
+    if (sensor != nullptr && !sensor->supplied)
+    {
+        sensor->supplied = true;
+        reset(*sensor);
+    }
+}
+
+void zet_hal_integration_sensor_supply_off(zet_sensor_id_t sensor_id)
+{
+    board_sensor *sensor = find_or_log(sensor_id, __func__);
+    if (sensor != nullptr && sensor->supplied)
+    {
+        sensor->supplied = false;
+        reset(*sensor);
+    }
+}
+
+void zet_hal_integration_sensor_enable(zet_sensor_id_t sensor_id)
+{
+    board_sensor *sensor = find_or_log(sensor_id, __func__);
+    if (sensor != nullptr && !sensor->enabled)
+    {
+        sensor->enabled = true;
+        reset(*sensor);
+    }
+}
+
+void zet_hal_integration_sensor_disable(zet_sensor_id_t sensor_id)
+{
+    board_sensor *sensor = find_or_log(sensor_id, __func__);
+    if (sensor != nullptr && sensor->enabled)
+    {
+        sensor->enabled = false;
+        reset(*sensor);
+    }
+}
+
+bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, uint32_t timeout_ms)
+{
+    board_sensor *sensor = find_or_log(sensor_id, __func__);
+    if (sensor == nullptr)
+    {
+        return false;
+    }
+    const uint64_t deadline_us = board_now_us() + uint64_t{timeout_ms} * 1000U;
+    if (sensor->interrupt_time_us > deadline_us)
+    {
+        the_board.options.clock.sleep_until_us(deadline_us);
+        return false;
+    }
+    the_board.options.clock.sleep_until_us(sensor->interrupt_time_us);
+    sensor->interrupt_time_us = no_interrupt;
+    return true;
+}
+
+uint16_t zet_hal_integration_sensor_count(void)
+{
+    return the_board.options.sensor_count;
+}
+
+const zet_hal_k330_t *zet_hal_nox_integration_get_implementation(void)
+{
+    return the_board.running ? &hal : nullptr;
+}

@@ -1,0 +1,65 @@
+/** @file
+ * The simulated board as the simulated sensor library sees it: sensor state, clock, scene.
+ */
+#ifndef ZET_SIMULATOR_BOARD_H
+#define ZET_SIMULATOR_BOARD_H
+
+#include <cstdint>
+
+#include "zet_definitions_common.h"
+#include "zet_simulator.h"
+
+namespace zet_simulator
+{
+
+/** Time of an interrupt that is not expected. */
+constexpr uint64_t no_interrupt = UINT64_MAX;
+
+/** One sensor position. */
+struct board_sensor
+{
+    bool supplied;              /**< has power */
+    bool enabled;               /**< its enable line is driven */
+    uint32_t reset_count;       /**< times that it lost its state, by power or enable line */
+    uint64_t interrupt_time_us; /**< when its interrupt comes, or no_interrupt */
+    uint32_t session_count;     /**< handles created so far: makes the noise of sessions differ */
+    bool in_use;                /**< has a handle */
+};
+
+/** The sensor position of an id; null when there is none. */
+board_sensor *board_find_sensor(zet_sensor_id_t sensor_id);
+
+/** Tells whether a sensor has power and its enable line is driven. */
+bool board_sensor_is_on(zet_sensor_id_t sensor_id);
+
+/** The port's choice. */
+const zet_simulator_options_t &board_options();
+
+/** The scene in force. */
+const zet_simulator_scene_t &board_scene();
+
+/** The board's clock, in microseconds. */
+uint64_t board_now_us();
+
+/** Sleeps for a time, in microseconds, on the board's clock. */
+void board_sleep_us(uint64_t duration_us);
+
+/** Sets when the interrupt of a sensor comes; a "lost_interrupt" of the scene may swallow it. */
+void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us);
+
+/**
+ * Counts a call of an operation of a sensor against the faults of the scene.
+ *
+ * @return the fault that strikes this call, or null
+ */
+const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, zet_sensor_id_t sensor_id);
+
+/** The command byte of the sensor's link that asks for its identity. */
+constexpr uint8_t link_command_identify = 0x9F;
+
+/** The two bytes with which a sensor answers it. */
+constexpr uint8_t link_identity[2] = {0x33, 0x01};
+
+} // namespace zet_simulator
+
+#endif

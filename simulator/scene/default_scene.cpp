@@ -1,0 +1,29 @@
+/** @file
+ * The scene that is seen when the port gives none.
+ */
+#include "zet_simulator_scene.h"
+
+namespace
+{
+
+const zet_simulator_scene_t default_scene = {
+    3,
+    0,
+    0,
+    0,
+    {
+        {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},   // a small reflector
+        {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F}, // a person who breathes
+        {0, 3.5F, 10.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},   // a wall
+    },
+    {},
+    {},
+    {},
+};
+
+} // namespace
+
+const zet_simulator_scene_t *zet_simulator_default_scene(void)
+{
+    return &default_scene;
+}

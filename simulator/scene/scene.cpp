@@ -1,0 +1,101 @@
+/** @file
+ * Motion, interference and temperature of a scene over time.
+ */
+#include "scene/scene.h"
+
+#include "common/trigonometry.h"
+
+namespace
+{
+
+constexpr float default_temperature = 25.0F;
+
+/** Largest whole number that is not more than a value; for values that fit 64 bits. */
+double floor_of(double value)
+{
+    const auto whole = static_cast<double>(static_cast<int64_t>(value));
+    return whole > value ? whole - 1.0 : whole;
+}
+
+/** Folds a straight path into a way to and fro between two turning points. */
+double turn_about(double distance, double nearest, double farthest)
+{
+    const double span = farthest - nearest;
+    const double laps = (distance - nearest) / (2.0 * span);
+    const double offset = (laps - floor_of(laps)) * 2.0 * span;
+    return nearest + (offset > span ? 2.0 * span - offset : offset);
+}
+
+/** Tells whether an interferer sends at a time. */
+bool is_active(const zet_simulator_interferer_t &interferer, double time_s)
+{
+    double since_start = time_s - static_cast<double>(interferer.start_s);
+    if (since_start < 0.0)
+    {
+        return false;
+    }
+    if (interferer.period_s > 0.0F)
+    {
+        const auto period = static_cast<double>(interferer.period_s);
+        since_start -= floor_of(since_start / period) * period;
+    }
+    return interferer.duration_s <= 0.0F || since_start < static_cast<double>(interferer.duration_s);
+}
+
+} // namespace
+
+namespace zet_simulator
+{
+
+double scene_target_distance_m(const zet_simulator_target_t &target, double time_s)
+{
+    double distance =
+        static_cast<double>(target.distance_m) + static_cast<double>(target.velocity_m_s) * time_s;
+    if (target.farthest_m > target.nearest_m)
+    {
+        distance = turn_about(distance, static_cast<double>(target.nearest_m),
+                              static_cast<double>(target.farthest_m));
+    }
+    if (target.oscillation_amplitude_m != 0.0F)
+    {
+        const double turns = static_cast<double>(target.oscillation_frequency_hz) * time_s;
+        distance += static_cast<double>(target.oscillation_amplitude_m * sine_of(phase_from_turns(turns)));
+    }
+    return distance;
+}
+
+float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
+{
+    float power = 0.0F;
+    for (uint32_t i = 0; i < scene.interferer_count; i++)
+    {
+        const zet_simulator_interferer_t &interferer = scene.interferers[i];
+        if (scene_concerns(interferer.sensor_id, sensor_id) && is_active(interferer, time_s))
+        {
+            power += interferer.strength;
+        }
+    }
+    return power;
+}
+
+int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
+{
+    auto celsius = static_cast<double>(default_temperature);
+    for (uint32_t i = 0; i < scene.temperature_count; i++)
+    {
+        const zet_simulator_temperature_t &temperature = scene.temperatures[i];
+        if (scene_concerns(temperature.sensor_id, sensor_id))
+        {
+            celsius = static_cast<double>(temperature.celsius) +
+                      static_cast<double>(temperature.drift_celsius_per_s) * time_s;
+            break;
+        }
+    }
+    const double lowest = -60.0;
+    const double highest = 150.0;
+    celsius = celsius < lowest ? lowest : celsius;
+    celsius = celsius > highest ? highest : celsius;
+    return static_cast<int16_t>(floor_of(celsius + 0.5));
+}
+
+} // namespace zet_simulator

@@ -1,0 +1,219 @@
+/** @file
+ * Reading of scene files.
+ */
+#include <cjson/cJSON.h>
+
+#include <cstring>
+
+#include "common/number_text.h"
+#include "scene/scene_fields.h"
+#include "zet_simulator_scene_json.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** Says that an entry has a key that it may not have, and which it may. */
+bool refuse_key(const scene_section &section, uint32_t index, const char *key, const message &error)
+{
+    refuse(error, "%s[%lu] has an unknown or repeated key \"%.32s\"; the keys are", section.name,
+           static_cast<unsigned long>(index), key);
+    for (uint32_t i = 0; i < section.field_count; i++)
+    {
+        append(error, i == 0U ? " " : ", ");
+        append(error, section.fields[i].name);
+    }
+    return false;
+}
+
+/** Reads the word for a kind of fault. */
+bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, const scene_field &field,
+                     const message &error)
+{
+    for (uint32_t kind = 0; cJSON_IsString(item) && kind < scene_fault_word_count; kind++)
+    {
+        if (strcmp(item->valuestring, scene_fault_words[kind]) == 0)
+        {
+            scene_field_set(entry, field, kind);
+            return true;
+        }
+    }
+    refuse(error, "faults[%lu].kind must be one of", static_cast<unsigned long>(index));
+    for (const char *word : scene_fault_words)
+    {
+        append(error, " \"");
+        append(error, word);
+        append(error, "\"");
+    }
+    return false;
+}
+
+/** Says what sort of number a field should be. */
+bool refuse_number(const scene_section &section, uint32_t index, const scene_field &field, const char *sort,
+                   const message &error)
+{
+    return refuse(error, "%s[%lu].%s must be %s from %s to %s", section.name,
+                  static_cast<unsigned long>(index), field.name, sort, text_of(field.lowest).text,
+                  text_of(field.highest).text);
+}
+
+/** Reads a number. */
+bool read_number(const scene_section &section, uint32_t index, const cJSON *item, unsigned char *entry,
+                 const scene_field &field, const message &error)
+{
+    if (!cJSON_IsNumber(item))
+    {
+        return refuse_number(section, index, field, "a number", error);
+    }
+    const double value = item->valuedouble;
+    if (!scene_value_is_valid(section, index, field, value, error))
+    {
+        return false;
+    }
+    if (field.type == field_type::whole && value != static_cast<double>(static_cast<uint32_t>(value)))
+    {
+        return refuse_number(section, index, field, "a whole number", error);
+    }
+    scene_field_set(entry, field, value);
+    return true;
+}
+
+/** The field that a key names and that was not given before; null when there is none. */
+const scene_field *find_field(const scene_section &section, const char *key, uint32_t given)
+{
+    for (uint32_t i = 0; i < section.field_count; i++)
+    {
+        if (strcmp(section.fields[i].name, key) == 0 && (given & (1U << i)) == 0U)
+        {
+            return &section.fields[i];
+        }
+    }
+    return nullptr;
+}
+
+/** Checks that every required field was given. */
+bool has_required_fields(const scene_section &section, uint32_t index, uint32_t given, const message &error)
+{
+    for (uint32_t i = 0; i < section.field_count; i++)
+    {
+        if (section.fields[i].required && (given & (1U << i)) == 0U)
+        {
+            return refuse(error, "%s[%lu] needs the key \"%s\"", section.name,
+                          static_cast<unsigned long>(index), section.fields[i].name);
+        }
+    }
+    return true;
+}
+
+/** Reads one entry of a list. */
+bool read_entry(const scene_section &section, uint32_t index, const cJSON *object, unsigned char *entry,
+                const message &error)
+{
+    if (!cJSON_IsObject(object))
+    {
+        return refuse(error, "%s[%lu] must be an object", section.name, static_cast<unsigned long>(index));
+    }
+    uint32_t given = 0;
+    for (const cJSON *item = object->child; item != nullptr; item = item->next)
+    {
+        const scene_field *field = find_field(section, item->string, given);
+        if (field == nullptr)
+        {
+            return refuse_key(section, index, item->string, error);
+        }
+        given |= 1U << static_cast<uint32_t>(field - section.fields);
+        const bool read = field->type == field_type::fault
+                              ? read_fault_kind(item, index, entry, *field, error)
+                              : read_number(section, index, item, entry, *field, error);
+        if (!read)
+        {
+            return false;
+        }
+    }
+    return has_required_fields(section, index, given, error);
+}
+
+/** Reads one list. */
+bool read_section(const scene_section &section, const cJSON *array, zet_simulator_scene_t &scene,
+                  const message &error)
+{
+    if (!cJSON_IsArray(array))
+    {
+        return refuse(error, "%s must be an array", section.name);
+    }
+    uint32_t count = 0;
+    for (const cJSON *object = array->child; object != nullptr; object = object->next)
+    {
+        if (count == section.capacity)
+        {
+            return refuse(error, "%s must have at most %u entries", section.name,
+                          static_cast<unsigned>(section.capacity));
+        }
+        if (!read_entry(section, count, object, scene_entry(scene, section, count), error))
+        {
+            return false;
+        }
+        count++;
+    }
+    reinterpret_cast<unsigned char *>(&scene)[section.count_offset] = static_cast<unsigned char>(count);
+    return true;
+}
+
+/** Reads one member of the document: a list, or the description, which is for people. */
+bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scene, const message &error)
+{
+    if (strcmp(item->string, "description") == 0 && cJSON_IsString(item))
+    {
+        return true;
+    }
+    for (uint32_t i = 0; i < scene_section_count; i++)
+    {
+        if (strcmp(item->string, scene_sections[i].name) == 0 && (given & (1U << i)) == 0U)
+        {
+            given |= 1U << i;
+            return read_section(scene_sections[i], item, scene, error);
+        }
+    }
+    return refuse(
+        error,
+        "the scene has an unknown or repeated key \"%.32s\"; the keys are description (a string) and the "
+        "arrays targets, interferers, temperatures, faults",
+        item->string);
+}
+
+/** Reads the document. */
+bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const message &error)
+{
+    if (!cJSON_IsObject(document))
+    {
+        return refuse(error, "the scene must be a JSON object");
+    }
+    uint32_t given = 0;
+    for (const cJSON *item = document->child; item != nullptr; item = item->next)
+    {
+        if (!read_member(item, given, scene, error))
+        {
+            return false;
+        }
+    }
+    return zet_simulator_scene_is_valid(&scene, error.text, error.size);
+}
+
+} // namespace
+
+bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
+                                   size_t error_size)
+{
+    const char *end = nullptr;
+    cJSON *document = cJSON_ParseWithOpts(text, &end, 1);
+    if (document == nullptr)
+    {
+        return refuse({error, error_size}, "the scene is not JSON; the fault is at or before byte %lu",
+                      static_cast<unsigned long>(end - text));
+    }
+    memset(scene, 0, sizeof(*scene));
+    const bool valid = read_document(document, *scene, {error, error_size});
+    cJSON_Delete(document);
+    return valid;
+}

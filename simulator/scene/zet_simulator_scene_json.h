@@ -1,0 +1,29 @@
+/** @file
+ * Scene files: a scene as a JSON document (docs/simulator.md).
+ */
+#ifndef ZET_SIMULATOR_SCENE_JSON_H
+#define ZET_SIMULATOR_SCENE_JSON_H
+
+#include "zet_simulator_scene.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Reads a scene.
+ *
+ * @param text        the JSON document, closed by a zero
+ * @param scene       receives the scene; unspecified on failure
+ * @param error       receives one sentence that names the key at fault and says what it should be
+ * @param error_size  size of @p error in bytes; 256 hold every sentence
+ * @return false when the document is not JSON or not a scene
+ */
+bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
+                                   size_t error_size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

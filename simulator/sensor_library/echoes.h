@@ -1,0 +1,46 @@
+/** @file
+ * The echoes that a sub-sweep receives from what the sensor sees.
+ *
+ * Amplitude, by the radar equation for a point target (Skolnik, section 1.2): the received power goes with
+ * sigma / d^4, where sigma is the radar cross-section, so the amplitude goes with sqrt(sigma) / d^2.
+ */
+#ifndef ZET_SIMULATOR_ECHOES_H
+#define ZET_SIMULATOR_ECHOES_H
+
+#include "sensor_library/signal.h"
+#include "zet_simulator_scene.h"
+
+namespace zet_simulator
+{
+
+/** What a sensor sees at a moment. */
+struct view
+{
+    const zet_simulator_scene_t *scene;
+    zet_sensor_id_t sensor_id;
+    double time_s;
+};
+
+/** An echo. */
+struct echo
+{
+    float centre; /**< middle of its response, in base steps from the first point */
+    float real;   /**< its height and phase */
+    float imag;
+};
+
+/** Most echoes of a sub-sweep: of each target, and the direct leakage. */
+constexpr uint32_t max_echoes = ZET_SIMULATOR_MAX_TARGETS + 1U;
+
+/**
+ * Collects the echoes of a sub-sweep.
+ *
+ * @param echoes  receives them; room for max_echoes
+ * @return their number; 0 when the sub-sweep does not transmit
+ */
+uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
+                        echo *echoes);
+
+} // namespace zet_simulator
+
+#endif

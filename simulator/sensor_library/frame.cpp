@@ -1,0 +1,79 @@
+/** @file
+ * The contents of a frame: what the scene shows while it is measured.
+ */
+#include "sensor_library/frame.h"
+
+#include <cstring>
+
+#include "board/board.h"
+#include "common/noise.h"
+#include "scene/scene.h"
+#include "sensor_library/frame_buffer.h"
+#include "sensor_library/synthesis.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** The noise of a frame: the same in each run with the same seed. */
+noise_source noise_of(const zet_sensor &sensor, uint32_t frame_number)
+{
+    const uint64_t session = scramble(board_options().seed ^ (static_cast<uint64_t>(sensor.session) << 32U) ^
+                                      static_cast<uint64_t>(sensor.id));
+    return noise_start(scramble(session + frame_number));
+}
+
+/** A frequency of the carrier's, as a multiple of the nominal one. */
+double frequency_of(uint16_t control, uint16_t nominal)
+{
+    return 1.0 + static_cast<double>(control - nominal) / frequency_control_steps;
+}
+
+/** Measures all sweeps of a frame into the caller's buffer. */
+void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_head &head,
+                zet_int16_complex_t *samples)
+{
+    const measurement_program &program = sensor.program;
+    const zet_simulator_scene_t &scene = board_scene();
+    const double start_s = sensor_scene_time_s(sensor, measured.start_us);
+    noise_source noise = noise_of(sensor, measured.number);
+    head.temperature = scene_temperature(scene, sensor.id, start_s);
+    head.has_cca = program.listens;
+    head.cca_value = program.listens ? synthesis_listen({&scene, sensor.id, start_s}, noise) : 0.0F;
+
+    const uint16_t nominal = nominal_frequency_control(sensor.id, head.temperature);
+    frame_signal frame = program.frame;
+    frame.tx_frequency = frequency_of(program.tx_control, nominal);
+    frame.rx_frequency = frequency_of(program.rx_control, nominal);
+    for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; sweep++)
+    {
+        const double offset_us = program.timing.lead_us + sweep * program.timing.sweep_period_us;
+        const view view = {&scene, sensor.id, start_s + offset_us * 1.0e-6};
+        for (uint32_t i = 0; i < program.num_subsweeps; i++)
+        {
+            head.data_saturated |= synthesis_measure(frame, program.subsweeps[i], view, noise, samples);
+            samples += program.subsweeps[i].num_points;
+        }
+    }
+}
+
+} // namespace
+
+namespace zet_simulator
+{
+
+void frame_write(const zet_sensor &sensor, const measured_frame &measured, void *buffer)
+{
+    frame_head head = {};
+    head.magic = frame_magic;
+    head.sample_count = sensor.program.sample_count;
+    head.frame_number = measured.number;
+    fill_frame(sensor, measured, head, samples_of(buffer));
+    head.frame_delayed = measured.delayed || board_now_us() > measured.read_deadline_us;
+    const int32_t moved = head.temperature - sensor.program.calibration_temperature;
+    head.calibration_needed = moved >= calibration_temperature_span || moved <= -calibration_temperature_span;
+    memcpy(buffer, &head, sizeof(head));
+}
+
+} // namespace zet_simulator

@@ -1,0 +1,51 @@
+/** @file
+ * The record behind a sensor handle.
+ */
+#ifndef ZET_SIMULATOR_SENSOR_H
+#define ZET_SIMULATOR_SENSOR_H
+
+#include "sensor_library/library.h"
+#include "sensor_library/schedule.h"
+#include "zet_sensor.h"
+
+namespace zet_simulator
+{
+
+/** Finds the sensor behind a handle; null, with a log line, when there is none. */
+zet_sensor *sensor_find(const zet_sensor_t *handle, const char *operation);
+
+/** Checks that a sensor has power and is enabled; logs when not. */
+bool sensor_is_on(const zet_sensor &sensor, const char *operation);
+
+/** Drops what a sensor is prepared for, measures, or holds. */
+void sensor_forget_measurements(zet_sensor &sensor);
+
+/** The time of the scene for a sensor, at a time of the board's clock. */
+double sensor_scene_time_s(const zet_sensor &sensor, uint64_t time_us);
+
+/** The temperature of a sensor now. */
+int16_t sensor_temperature(const zet_sensor &sensor);
+
+} // namespace zet_simulator
+
+/** A sensor in use. */
+struct zet_sensor : zet_simulator::object
+{
+    zet_sensor_id_t id;
+    uint32_t session; /**< number of this handle among those of the sensor */
+
+    uint32_t calibration_step;    /**< steps begun in the calibration under way */
+    uint32_t calibration_resets;  /**< the sensor's resets when it began */
+    uint64_t calibration_done_us; /**< when the step under way ends */
+    uint32_t reset_awaited_from;  /**< number of resets at which a calibration ended: one more is needed */
+
+    zet_simulator::measurement_program program;
+    zet_simulator::frame_grid grid;
+    zet_simulator::measured_frame frames[zet_simulator::frame_slots];
+    uint32_t frames_waiting; /**< measured and not read */
+    uint32_t frame_count;    /**< measured since the handle was created */
+    bool scene_started;
+    uint64_t scene_start_us; /**< start of the first frame */
+};
+
+#endif

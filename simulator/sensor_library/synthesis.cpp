@@ -1,0 +1,203 @@
+/** @file
+ * Synthesis of the samples of a sub-sweep.
+ *
+ * Works on stretches of points that fit the stack; every loop over a stretch is free of branches and calls,
+ * so that the compiler can vectorise it.
+ */
+#include "sensor_library/synthesis.h"
+
+#include <cmath>
+
+#include "common/trigonometry.h"
+#include "scene/scene.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** Points that are worked on together; a multiple of the noise lanes. */
+constexpr uint32_t stretch_size = 64;
+static_assert(stretch_size % noise_source::lanes == 0, "noise comes in whole lanes");
+
+/** Phase error of the delay line for each base step in a cell: an eighth of a turn over a whole cell. */
+constexpr phase_t delay_error_per_step = 0x20000000U / delay_cell;
+
+/** Imbalance of the receiver's paths: gain of the in-phase part and leakage of it into the other. */
+constexpr float imbalance_gain = 1.015F;
+constexpr float imbalance_skew = 0.0087F;
+
+/** Complex values of a stretch of points. */
+struct stretch
+{
+    float real[stretch_size];
+    float imag[stretch_size];
+};
+
+/** Adds an echo to a stretch: (1 - x^2)^8 is a bell that ends at x = 1. */
+void add_echo(const echo &echo, float first, float step, float half_width, stretch &values, uint32_t count)
+{
+    const float start = first - echo.centre;
+    if (start > half_width || start + step * static_cast<float>(count) < -half_width)
+    {
+        return;
+    }
+    const float scale = 1.0F / (half_width * half_width);
+    for (uint32_t i = 0; i < count; i++)
+    {
+        const float offset = start + step * static_cast<float>(static_cast<int32_t>(i));
+        const float inside = 1.0F - offset * offset * scale;
+        const float base = inside > 0.0F ? inside : 0.0F;
+        const float squared = base * base;
+        const float fourth = squared * squared;
+        const float bell = fourth * fourth;
+        values.real[i] += echo.real * bell;
+        values.imag[i] += echo.imag * bell;
+    }
+}
+
+/** Turns each value of a stretch back by a phase. */
+void turn_back(const phase_t *phases, stretch &values, uint32_t count)
+{
+    for (uint32_t i = 0; i < count; i++)
+    {
+        float sine = 0.0F;
+        float cosine = 0.0F;
+        sine_and_cosine_of(phases[i], sine, cosine);
+        const float real = values.real[i] * cosine + values.imag[i] * sine;
+        const float imag = values.imag[i] * cosine - values.real[i] * sine;
+        values.real[i] = real;
+        values.imag[i] = imag;
+    }
+}
+
+/**
+ * The receiver's phase at the points of a stretch: its oscillator's, which is whole turns at the nominal
+ * carrier, and the error of the delay line, which starts anew with each of its cells.
+ */
+void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint32_t first, phase_t *phases,
+               uint32_t count)
+{
+    const int32_t point = subsweep.start_point + static_cast<int32_t>(first * subsweep.step_length);
+    phase_t phase = phase_from_turns(frame.rx_frequency * point);
+    const phase_t phase_step = phase_from_turns(frame.rx_frequency * subsweep.step_length);
+    const phase_t error_per_step = subsweep.phase_enhancement ? 0U : delay_error_per_step;
+    const uint32_t cell_step = subsweep.step_length % static_cast<uint32_t>(delay_cell);
+    auto cell = static_cast<uint32_t>((point % delay_cell + delay_cell) % delay_cell);
+    for (uint32_t i = 0; i < count; i++)
+    {
+        phases[i] = phase + cell * error_per_step;
+        phase += phase_step;
+        cell += cell_step;
+        cell -= cell >= static_cast<uint32_t>(delay_cell) ? static_cast<uint32_t>(delay_cell) : 0U;
+    }
+}
+
+/** Limits a value to the scale and rounds it. */
+int32_t convert(float value)
+{
+    const float beyond = 40000.0F;
+    const float low = value < -beyond ? -beyond : value;
+    const float limited = low > beyond ? beyond : low;
+    return static_cast<int32_t>(limited + (limited < 0.0F ? -0.5F : 0.5F));
+}
+
+/** Converts a stretch into samples; true when one reached the end of the scale. */
+bool store(const frame_signal &frame, const stretch &values, zet_int16_complex_t *samples, uint32_t count)
+{
+    const int32_t upper = frame.upper_limit;
+    const int32_t lower = frame.lower_limit;
+    int32_t saturated = 0;
+    for (uint32_t i = 0; i < count; i++)
+    {
+        int32_t real = convert(values.real[i]);
+        int32_t imag = convert(values.imag[i]);
+        saturated |= static_cast<int32_t>(real >= upper) | static_cast<int32_t>(real <= lower) |
+                     static_cast<int32_t>(imag >= upper) | static_cast<int32_t>(imag <= lower);
+        real = real > upper ? upper : real;
+        real = real < lower ? lower : real;
+        imag = imag > upper ? upper : imag;
+        imag = imag < lower ? lower : imag;
+        samples[i] = {static_cast<int16_t>(real), static_cast<int16_t>(imag)};
+    }
+    return saturated != 0;
+}
+
+/** Adds noise, the receiver's offset and the imbalance of its paths. */
+void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, float noise_amplitude,
+                  noise_source &noise, stretch &values, uint32_t count)
+{
+    float noise_real[stretch_size];
+    float noise_imag[stretch_size];
+    const size_t whole_lanes = (count + noise_source::lanes - 1U) / noise_source::lanes * noise_source::lanes;
+    noise_fill(noise, noise_real, whole_lanes);
+    noise_fill(noise, noise_imag, whole_lanes);
+    const float gain = subsweep.imbalance_compensation ? 1.0F : imbalance_gain;
+    const float skew = subsweep.imbalance_compensation ? 0.0F : imbalance_skew;
+    for (uint32_t i = 0; i < count; i++)
+    {
+        const float real = values.real[i] + noise_amplitude * noise_real[i];
+        const float imag = values.imag[i] + noise_amplitude * noise_imag[i];
+        values.real[i] = gain * real + frame.offset;
+        values.imag[i] = imag + skew * real - frame.offset;
+    }
+}
+
+} // namespace
+
+namespace zet_simulator
+{
+
+bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
+                       noise_source &noise, zet_int16_complex_t *samples)
+{
+    echo echoes[max_echoes];
+    const uint32_t echo_count = echoes_collect(frame, subsweep, view, echoes);
+    const float heard =
+        subsweep.loops_back ? 0.0F : scene_interference(*view.scene, view.sensor_id, view.time_s);
+    const float noise_amplitude =
+        std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
+    const bool turns = !subsweep.phase_enhancement || frame.rx_frequency != 1.0;
+    bool saturated = false;
+    for (uint32_t first = 0; first < subsweep.num_points; first += stretch_size)
+    {
+        const uint32_t left = subsweep.num_points - first;
+        const uint32_t count = left < stretch_size ? left : stretch_size;
+        const auto first_step = static_cast<float>(first * subsweep.step_length);
+        stretch values = {};
+        for (uint32_t i = 0; i < echo_count; i++)
+        {
+            add_echo(echoes[i], first_step, subsweep.step_length, subsweep.half_width, values, count);
+        }
+        if (turns && echo_count > 0U)
+        {
+            phase_t phases[stretch_size];
+            phases_of(frame, subsweep, first, phases, count);
+            turn_back(phases, values, count);
+        }
+        add_receiver(frame, subsweep, noise_amplitude, noise, values, count);
+        saturated |= store(frame, values, samples + first, count);
+    }
+    return saturated;
+}
+
+float synthesis_listen(const view &view, noise_source &noise)
+{
+    constexpr uint32_t listen_count = 512;
+    const float doubt = 0.35F; // more than five standard deviations of the mean power of so much noise
+    float power = 0.0F;
+    for (uint32_t i = 0; i < listen_count; i += stretch_size)
+    {
+        float values[stretch_size];
+        noise_fill(noise, values, stretch_size);
+        for (const float value : values)
+        {
+            power += value * value;
+        }
+    }
+    const float own = power / static_cast<float>(listen_count);
+    const float excess = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s)) - 1.0F;
+    return excess > doubt ? excess : 0.0F;
+}
+
+} // namespace zet_simulator

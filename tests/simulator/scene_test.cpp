@@ -1,0 +1,371 @@
+/** @file
+ * Scenes: interferers, faults, scene files and what is said about wrong ones.
+ */
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "scene/scene_fields.h"
+#include "simulated_sensor.h"
+#include "zet_config_internal.h"
+#include "zet_hal_integration_k330.h"
+#include "zet_nox_k330.h"
+#include "zet_simulator_scene_json.h"
+
+namespace
+{
+
+using testing::HasSubstr;
+
+/** A scene with one fault. */
+zet_simulator_scene_t scene_with_fault(zet_simulator_fault_kind_t kind, uint32_t skip, uint32_t count)
+{
+    zet_simulator_scene_t scene = {};
+    scene.fault_count = 1;
+    scene.faults[0].kind = kind;
+    scene.faults[0].skip = skip;
+    scene.faults[0].count = count;
+    return scene;
+}
+
+TEST(scene, an_interferer_is_heard_as_long_as_it_sends)
+{
+    zet_simulator_scene_t scene = empty_scene();
+    scene.interferer_count = 1;
+    scene.interferers[0].strength = 8.0F;
+    scene.interferers[0].start_s = 1.0F;
+    scene.interferers[0].duration_s = 0.5F;
+    scene.interferers[0].period_s = 2.0F;
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    zet_config_frame_rate_set(sensor.config, 10.0F);
+    sensor.listen();
+    ASSERT_TRUE(sensor.prepare());
+    for (int tenth = 0; tenth < 60; tenth++)
+    {
+        const float value = sensor.measure().cca_value;
+        const bool sends = tenth >= 10 && (tenth - 10) % 20 < 5;
+        if (sends)
+        {
+            EXPECT_NEAR(value, 8.0F, 3.0F) << tenth;
+        }
+        else
+        {
+            EXPECT_EQ(value, 0.0F) << tenth;
+        }
+    }
+}
+
+TEST(scene, a_clear_channel_is_clear_with_the_transmitter_on_and_off)
+{
+    const zet_simulator_scene_t scene = scene_with_target(0.4F, 1.0F);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    sensor.listen();
+    for (const bool transmits : {true, false})
+    {
+        zet_config_enable_tx_set(sensor.config, transmits);
+        ASSERT_TRUE(sensor.prepare());
+        for (int i = 0; i < 500; i++)
+        {
+            ASSERT_EQ(sensor.measure().cca_value, 0.0F);
+        }
+    }
+}
+
+TEST(scene, interferers_can_be_heard_by_one_sensor_only)
+{
+    zet_simulator_scene_t scene = empty_scene();
+    scene.interferer_count = 2;
+    scene.interferers[0].strength = 5.0F;
+    scene.interferers[0].sensor_id = 2;
+    scene.interferers[1] = scene.interferers[0];
+    const simulation simulation(2, &scene);
+    simulated_sensor first(1);
+    simulated_sensor second(2);
+    first.listen();
+    second.listen();
+    ASSERT_TRUE(first.prepare());
+    ASSERT_TRUE(second.prepare());
+    EXPECT_EQ(first.measure().cca_value, 0.0F);
+    EXPECT_NEAR(second.measure().cca_value, 10.0F, 3.5F);
+}
+
+TEST(scene, an_absent_sensor_does_not_answer)
+{
+    zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_ABSENT_SENSOR, 0, 0);
+    scene.faults[0].sensor_id = 2;
+    const simulation simulation(2, &scene);
+    for (const zet_sensor_id_t id : {1U, 2U})
+    {
+        zet_hal_integration_sensor_supply_on(id);
+        zet_hal_integration_sensor_enable(id);
+        EXPECT_EQ(zet_sensor_connected(id), id == 1U);
+    }
+    EXPECT_EQ(zet_sensor_create(2), nullptr);
+    EXPECT_THAT(simulation::log(), HasSubstr("sensor 2 does not answer"));
+}
+
+TEST(scene, a_calibration_fails_and_the_next_one_works)
+{
+    const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_CALIBRATION, 2, 1);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    EXPECT_EQ(sensor.calibrate(), 0);
+    EXPECT_THAT(simulation::log(), HasSubstr("does not settle in step 3"));
+    EXPECT_EQ(sensor.calibrate(), 5);
+}
+
+TEST(scene, a_prepare_fails)
+{
+    const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_PREPARE, 1, 1);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    EXPECT_TRUE(sensor.prepare());
+    EXPECT_FALSE(sensor.prepare());
+    EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
+    EXPECT_TRUE(sensor.prepare());
+}
+
+TEST(scene, a_measurement_does_not_start)
+{
+    const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_MEASURE, 0, 1);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    ASSERT_TRUE(sensor.prepare());
+    EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
+    EXPECT_TRUE(zet_sensor_measure(sensor.sensor));
+}
+
+TEST(scene, an_interrupt_is_lost)
+{
+    // Four steps of the calibration have their interrupts.
+    const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_LOST_INTERRUPT, 5, 1);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    ASSERT_TRUE(sensor.prepare());
+    sensor.measure();
+    ASSERT_TRUE(zet_sensor_measure(sensor.sensor));
+    EXPECT_FALSE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000));
+    ASSERT_TRUE(sensor.prepare());
+    sensor.measure();
+}
+
+TEST(scene, a_read_fails_and_can_be_repeated)
+{
+    const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_READ, 1, 2);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    ASSERT_TRUE(sensor.prepare());
+    sensor.measure();
+    frame measured = {};
+    EXPECT_FALSE(sensor.measure(measured));
+    EXPECT_FALSE(zet_sensor_read(sensor.sensor, sensor.buffer.data(), sensor.buffer_size()));
+    EXPECT_TRUE(zet_sensor_read(sensor.sensor, sensor.buffer.data(), sensor.buffer_size()));
+}
+
+TEST(scene, a_slow_link_delays_the_frames)
+{
+    zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_SLOW_LINK, 1, 0);
+    scene.faults[0].bytes_per_second = 5000;
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    zet_config_frame_rate_set(sensor.config, 20.0F);
+    ASSERT_TRUE(sensor.prepare());
+    EXPECT_FALSE(sensor.measure().result.frame_delayed);
+    const uint64_t before_us = zet_simulator_virtual_clock().now_us();
+    EXPECT_TRUE(sensor.measure().result.frame_delayed);
+    const uint64_t transfer_us = sensor.buffer_size() * 1000000ULL / 5000U;
+    EXPECT_GE(zet_simulator_virtual_clock().now_us() - before_us, transfer_us);
+}
+
+TEST(scene, of_a_port_is_checked_at_the_start)
+{
+    zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
+    scene.targets[0].velocity_m_s = std::numeric_limits<float>::quiet_NaN();
+    zet_simulator_options_t options = {};
+    options.clock = zet_simulator_virtual_clock();
+    options.scene = &scene;
+    EXPECT_FALSE(zet_simulator_start(&options));
+    options.log = [](zet_log_level_t, const char *, const char *text) {
+        EXPECT_STREQ(text, "targets[0].velocity_m_s is NaN, but must be a number from -100 to 100");
+    };
+    EXPECT_FALSE(zet_simulator_start(&options));
+    char error[256];
+    scene.target_count = 17;
+    EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
+    EXPECT_STREQ(error, "targets has 17 entries, but must have at most 16");
+}
+
+TEST(scene_file, is_read_whole)
+{
+    const char *text = R"({
+        "description": "everything",
+        "targets": [{"distance_m": 1.5, "strength_m2": 2, "velocity_m_s": -0.5,
+                     "oscillation_amplitude_m": 0.01,
+                     "oscillation_frequency_hz": 0.3, "nearest_m": 0.5, "farthest_m": 3, "sensor": 2},
+                    {"distance_m": 4, "strength_m2": 0.001}],
+        "interferers": [{"strength": 9, "start_s": 1, "duration_s": 2, "period_s": 3}],
+        "temperatures": [{"celsius": -10, "drift_celsius_per_s": 0.25, "sensor": 1}, {"celsius": 30}],
+        "faults": [{"kind": "slow_link", "bytes_per_second": 1000, "skip": 3, "count": 4, "sensor": 1},
+                   {"kind": "lost_interrupt"}]
+    })";
+    zet_simulator_scene_t scene;
+    char error[256] = "";
+    ASSERT_TRUE(zet_simulator_scene_from_json(text, &scene, error, sizeof(error))) << error;
+    EXPECT_EQ(scene.target_count, 2U);
+    EXPECT_EQ(scene.targets[0].sensor_id, 2U);
+    EXPECT_EQ(scene.targets[0].distance_m, 1.5F);
+    EXPECT_EQ(scene.targets[0].strength_m2, 2.0F);
+    EXPECT_EQ(scene.targets[0].velocity_m_s, -0.5F);
+    EXPECT_EQ(scene.targets[0].oscillation_amplitude_m, 0.01F);
+    EXPECT_EQ(scene.targets[0].oscillation_frequency_hz, 0.3F);
+    EXPECT_EQ(scene.targets[0].nearest_m, 0.5F);
+    EXPECT_EQ(scene.targets[0].farthest_m, 3.0F);
+    EXPECT_EQ(scene.targets[1].sensor_id, 0U);
+    EXPECT_EQ(scene.targets[1].strength_m2, 0.001F);
+    EXPECT_EQ(scene.interferer_count, 1U);
+    EXPECT_EQ(scene.interferers[0].strength, 9.0F);
+    EXPECT_EQ(scene.interferers[0].start_s, 1.0F);
+    EXPECT_EQ(scene.interferers[0].duration_s, 2.0F);
+    EXPECT_EQ(scene.interferers[0].period_s, 3.0F);
+    EXPECT_EQ(scene.temperature_count, 2U);
+    EXPECT_EQ(scene.temperatures[0].celsius, -10.0F);
+    EXPECT_EQ(scene.temperatures[0].drift_celsius_per_s, 0.25F);
+    EXPECT_EQ(scene.temperatures[0].sensor_id, 1U);
+    EXPECT_EQ(scene.fault_count, 2U);
+    EXPECT_EQ(scene.faults[0].kind, ZET_SIMULATOR_FAULT_SLOW_LINK);
+    EXPECT_EQ(scene.faults[0].bytes_per_second, 1000U);
+    EXPECT_EQ(scene.faults[0].skip, 3U);
+    EXPECT_EQ(scene.faults[0].count, 4U);
+    EXPECT_EQ(scene.faults[1].kind, ZET_SIMULATOR_FAULT_LOST_INTERRUPT);
+}
+
+/** A wrong scene file and what is said about it. */
+struct wrong_scene
+{
+    const char *name;
+    std::string text;
+    const char *error;
+};
+
+class wrong_scene_file : public testing::TestWithParam<wrong_scene>
+{
+};
+
+TEST_P(wrong_scene_file, is_refused_with_the_key_and_what_it_should_be)
+{
+    zet_simulator_scene_t scene;
+    char error[256] = "";
+    EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, error, sizeof(error)));
+    EXPECT_STREQ(error, GetParam().error);
+    // A short place for the message is filled and no more.
+    char little[8] = "";
+    EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, little, sizeof(little)));
+    EXPECT_EQ(std::string(little), std::string(GetParam().error).substr(0, 7));
+}
+
+std::string many_targets()
+{
+    std::string text = R"({"targets": [)";
+    for (int i = 0; i < 17; i++)
+    {
+        text += std::string(i == 0 ? "" : ",") + R"({"distance_m": 1, "strength_m2": 1})";
+    }
+    return text + "]}";
+}
+
+const wrong_scene wrong_scenes[] = {
+    {"no_json", "{\"targets\": [}", "the scene is not JSON; the fault is at or before byte 13"},
+    {"empty", "", "the scene is not JSON; the fault is at or before byte 0"},
+    {"trailing_text", "{} {}", "the scene is not JSON; the fault is at or before byte 3"},
+    {"array", "[]", "the scene must be a JSON object"},
+    {"unknown_key", R"({"target": []})",
+     "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
+     "arrays "
+     "targets, interferers, temperatures, faults"},
+    {"repeated_key", R"({"faults": [], "faults": []})",
+     "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
+     "arrays "
+     "targets, interferers, temperatures, faults"},
+    {"no_array", R"({"targets": {}})", "targets must be an array"},
+    {"no_object", R"({"targets": [3]})", "targets[0] must be an object"},
+    {"missing_key", R"({"targets": [{"distance_m": 1}]})", "targets[0] needs the key \"strength_m2\""},
+    {"unknown_entry_key", R"({"temperatures": [{"celsius": 1}, {"celcius": 1}]})",
+     "temperatures[1] has an unknown or repeated key \"celcius\"; the keys are sensor, celsius, "
+     "drift_celsius_per_s"},
+    {"repeated_entry_key", R"({"temperatures": [{"celsius": 1, "celsius": 2}]})",
+     "temperatures[0] has an unknown or repeated key \"celsius\"; the keys are sensor, celsius, "
+     "drift_celsius_per_s"},
+    {"no_number", R"({"targets": [{"distance_m": "far", "strength_m2": 1}]})",
+     "targets[0].distance_m must be a number from 0.01 to 1000"},
+    {"too_small", R"({"targets": [{"distance_m": 0, "strength_m2": 1}]})",
+     "targets[0].distance_m is 0, but must be a number from 0.01 to 1000"},
+    {"too_large", R"({"interferers": [{"strength": 1e400}]})",
+     "interferers[0].strength is more than 1e9, but must be a number from 0.01 to 1000000"},
+    {"no_whole_number", R"({"faults": [{"kind": "failing_read", "skip": 1.5}]})",
+     "faults[0].skip must be a whole number from 0 to 100000000"},
+    {"unknown_fault", R"({"faults": [{"kind": "broken"}]})",
+     "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
+     "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
+    {"fault_number", R"({"faults": [{"kind": 1}]})",
+     "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
+     "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
+    {"turning_points",
+     R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 2, "farthest_m": 2}]})",
+     "targets[0].farthest_m must be more than nearest_m"},
+    {"period_too_short", R"({"interferers": [{"strength": 1, "duration_s": 3, "period_s": 2}]})",
+     "interferers[0].duration_s must be more than 0 and at most period_s"},
+    {"period_of_nothing", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
+     "interferers[0].duration_s must be more than 0 and at most period_s"},
+    {"slow_link_without_speed", R"({"faults": [{"kind": "slow_link"}]})",
+     "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
+    {"speed_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
+     "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
+    {"too_many", many_targets(), "targets must have at most 16 entries"},
+};
+
+INSTANTIATE_TEST_SUITE_P(files, wrong_scene_file, testing::ValuesIn(wrong_scenes),
+                         [](const auto &tested) { return tested.param.name; });
+
+TEST(scene_file, every_key_and_word_is_documented)
+{
+    std::stringstream text;
+    text << std::ifstream(SIMULATOR_DOCUMENT).rdbuf();
+    const std::string document = text.str();
+    for (const zet_simulator::scene_section &section : zet_simulator::scene_sections)
+    {
+        EXPECT_THAT(document, HasSubstr(std::string("### `") + section.name + "`"));
+        for (uint32_t i = 0; i < section.field_count; i++)
+        {
+            EXPECT_THAT(document, HasSubstr(std::string("`") + section.fields[i].name + "`"));
+        }
+    }
+    for (const char *word : zet_simulator::scene_fault_words)
+    {
+        EXPECT_THAT(document, HasSubstr(std::string("| `") + word + "` |"));
+    }
+}
+
+TEST(scene_file, examples_are_right)
+{
+    size_t files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(EXAMPLE_SCENES))
+    {
+        std::stringstream text;
+        text << std::ifstream(entry.path()).rdbuf();
+        zet_simulator_scene_t scene;
+        char error[256] = "";
+        EXPECT_TRUE(zet_simulator_scene_from_json(text.str().c_str(), &scene, error, sizeof(error)))
+            << entry.path() << ": " << error;
+        files++;
+    }
+    EXPECT_GE(files, 5U);
+}
+
+} // namespace

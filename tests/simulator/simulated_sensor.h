@@ -1,0 +1,97 @@
+/** @file
+ * Help for the simulator's tests: a running simulator, a sensor that is ready to measure, its frames.
+ */
+#ifndef SIMULATED_SENSOR_H
+#define SIMULATED_SENSOR_H
+
+#include <complex>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zet_config.h"
+#include "zet_processing.h"
+#include "zet_sensor.h"
+#include "zet_simulator.h"
+
+/** A simulator that runs as long as the object lives; collects its log. */
+class simulation
+{
+public:
+    explicit simulation(uint16_t sensor_count = 1, const zet_simulator_scene_t *scene = nullptr,
+                        uint64_t seed = 1, zet_simulator_clock_t clock = zet_simulator_virtual_clock());
+    ~simulation();
+    simulation(const simulation &) = delete;
+    simulation &operator=(const simulation &) = delete;
+
+    /** Everything that was logged so far; one line each. */
+    static const std::string &log();
+
+    /** Forgets what was logged. */
+    static void clear_log();
+};
+
+/** A frame as the application gets it. */
+struct frame
+{
+    std::vector<std::complex<float>> samples;
+    zet_processing_result_t result;
+    float cca_value; /**< -1 without a clear-channel measurement */
+};
+
+/** A powered, calibrated sensor with a configuration of its own. */
+class simulated_sensor
+{
+public:
+    explicit simulated_sensor(zet_sensor_id_t sensor_id = 1);
+    ~simulated_sensor();
+    simulated_sensor(const simulated_sensor &) = delete;
+    simulated_sensor &operator=(const simulated_sensor &) = delete;
+
+    zet_config_t *config = nullptr;
+    zet_sensor_t *sensor = nullptr;
+    zet_processing_t *processing = nullptr;
+    zet_processing_metadata_t metadata = {};
+    zet_cal_result_t cal_result = {};
+    std::vector<uint32_t> buffer;
+
+    /** Size of the buffer in bytes. */
+    [[nodiscard]] uint32_t buffer_size() const;
+
+    /** Calibrates and resets the sensor; the number of steps, 0 on failure. */
+    int calibrate();
+
+    /** Sizes the buffer, makes the processing, calibrates if that was not done, and prepares. */
+    bool prepare();
+
+    /** Asks for a clear-channel measurement in each frame. */
+    void listen();
+
+    /** Measures one frame. */
+    bool measure(frame &measured);
+
+    /** Measures one frame that must succeed. */
+    frame measure();
+
+private:
+    zet_sensor_id_t id;
+    bool calibrated = false;
+    bool listens = false;
+};
+
+/** A scene with one target that stands still. */
+zet_simulator_scene_t scene_with_target(float distance_m, float strength_m2);
+
+/** A scene in which there is nothing. */
+zet_simulator_scene_t empty_scene();
+
+/** Index of the strongest sample. */
+size_t strongest(const std::vector<std::complex<float>> &samples);
+
+/** Standard deviation of complex samples. */
+double deviation(const std::vector<std::complex<float>> &samples);
+
+/** Phase from one sample to another, in turns, -0.5 to 0.5. */
+double turns_between(std::complex<float> from, std::complex<float> to);
+
+#endif
