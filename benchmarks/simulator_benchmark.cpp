@@ -1,0 +1,119 @@
+/** @file
+ * How fast the simulator makes samples, on one core, on the virtual clock, with three targets.
+ *
+ * The server must be what a benchmark of the server measures: at least 20 million complex samples a second
+ * are wanted here.
+ */
+#include <benchmark/benchmark.h>
+
+#include "zet_config.h"
+#include "zet_config_subsweep.h"
+#include "zet_hal_integration_k330.h"
+#include "zet_integration.h"
+#include "zet_nox_k330.h"
+#include "zet_processing.h"
+#include "zet_sensor.h"
+#include "zet_simulator.h"
+
+namespace
+{
+
+constexpr zet_sensor_id_t sensor_id = 1;
+constexpr uint32_t interrupt_timeout_ms = 10000;
+
+/** Three targets, all within the range that is measured. */
+zet_simulator_scene_t three_targets()
+{
+    zet_simulator_scene_t scene = {};
+    scene.target_count = 3;
+    scene.targets[0] = {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F};
+    scene.targets[1] = {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F};
+    scene.targets[2] = {0, 2.0F, 1.0F, 0.01F, 0.0F, 0.0F, 0.0F, 0.0F};
+    return scene;
+}
+
+const zet_simulator_scene_t scene = three_targets();
+
+/** A sensor that is prepared for a frame of 16 sweeps, and what belongs to it. */
+struct prepared_sensor
+{
+    zet_config_t *config = nullptr;
+    zet_sensor_t *sensor = nullptr;
+    void *buffer = nullptr;
+    uint32_t buffer_size = 0;
+};
+
+/** Starts the simulator and brings a sensor so far that it can measure. */
+bool set_up(prepared_sensor &prepared, uint16_t num_points)
+{
+    zet_simulator_options_t options = {};
+    options.sensor_count = 1;
+    options.clock = zet_simulator_virtual_clock();
+    options.scene = &scene;
+    if (!zet_simulator_start(&options) || !zet_nox_hal_register(zet_hal_nox_integration_get_implementation()))
+    {
+        return false;
+    }
+    zet_hal_integration_sensor_supply_on(sensor_id);
+    zet_hal_integration_sensor_enable(sensor_id);
+    prepared.config = zet_config_create();
+    zet_config_sweeps_per_frame_set(prepared.config, 16);
+    zet_config_subsweep_num_points_set(prepared.config, num_points, 0);
+    zet_config_subsweep_step_length_set(prepared.config, static_cast<uint16_t>(1000 / num_points), 0);
+    zet_nox_get_buffer_size(prepared.config, &prepared.buffer_size);
+    prepared.buffer = zet_integration_mem_alloc(prepared.buffer_size);
+    prepared.sensor = zet_sensor_create(sensor_id);
+
+    zet_cal_result_t calibration = {};
+    bool complete = false;
+    while (!complete && zet_sensor_calibrate(prepared.sensor, &complete, &calibration, prepared.buffer,
+                                             prepared.buffer_size))
+    {
+        zet_hal_integration_wait_for_sensor_interrupt(sensor_id, interrupt_timeout_ms);
+    }
+    zet_hal_integration_sensor_disable(sensor_id);
+    zet_hal_integration_sensor_enable(sensor_id);
+    return zet_sensor_prepare(prepared.sensor, prepared.config, &calibration, prepared.buffer,
+                              prepared.buffer_size);
+}
+
+/** Gives everything back. */
+void tear_down(const prepared_sensor &prepared)
+{
+    zet_sensor_destroy(prepared.sensor);
+    zet_config_destroy(prepared.config);
+    zet_integration_mem_free(prepared.buffer);
+    zet_simulator_stop();
+}
+
+/** Measures frames from 0.2 to 2.7 metres. */
+void measure_frames(benchmark::State &state)
+{
+    const auto num_points = static_cast<uint16_t>(state.range(0));
+    prepared_sensor prepared;
+    if (!set_up(prepared, num_points))
+    {
+        state.SkipWithError("the sensor could not be prepared");
+        tear_down(prepared);
+        return;
+    }
+    for (auto _ : state)
+    {
+        if (!zet_sensor_measure(prepared.sensor) ||
+            !zet_hal_integration_wait_for_sensor_interrupt(sensor_id, interrupt_timeout_ms) ||
+            !zet_sensor_read(prepared.sensor, prepared.buffer, prepared.buffer_size))
+        {
+            state.SkipWithError("the sensor did not measure");
+            break;
+        }
+        benchmark::DoNotOptimize(prepared.buffer);
+    }
+    state.SetItemsProcessed(state.iterations() * num_points * 16);
+    tear_down(prepared);
+}
+
+} // namespace
+
+BENCHMARK(measure_frames)->Name("complex_samples")->ArgName("points")->Arg(40)->Arg(160)->Arg(1000);
+
+BENCHMARK_MAIN();

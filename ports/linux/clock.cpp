@@ -1,0 +1,37 @@
+/** @file
+ * The real clock of the Linux port.
+ */
+#include "clock.h"
+
+#include <chrono>
+#include <thread>
+
+namespace
+{
+
+using monotonic_clock = std::chrono::steady_clock;
+
+monotonic_clock::time_point start_time()
+{
+    static const monotonic_clock::time_point start = monotonic_clock::now();
+    return start;
+}
+
+uint64_t now_us()
+{
+    const auto elapsed = monotonic_clock::now() - start_time();
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count());
+}
+
+void sleep_until_us(uint64_t time_us)
+{
+    std::this_thread::sleep_until(start_time() + std::chrono::microseconds(time_us));
+}
+
+} // namespace
+
+zet_simulator_clock_t real_clock()
+{
+    start_time();
+    return {now_us, sleep_until_us};
+}

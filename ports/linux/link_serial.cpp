@@ -1,0 +1,151 @@
+/** @file
+ * Hosts that come over a pseudo-terminal, and the one on standard input and output.
+ */
+#include "link.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <system_error>
+#include <termios.h>
+#include <unistd.h>
+
+namespace
+{
+
+/** Makes a descriptor return at once when there is nothing to read or no room to write. */
+void set_nonblocking(int fd)
+{
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+/** A pseudo-terminal: a program opens its other end like a serial device. */
+class pty_link_t final : public link_t
+{
+public:
+    pty_link_t() : terminal_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        if (terminal_ < 0 || grantpt(terminal_) != 0 || unlockpt(terminal_) != 0)
+        {
+            throw std::system_error(errno, std::generic_category(), "cannot make a pseudo-terminal");
+        }
+        termios settings = {};
+        tcgetattr(terminal_, &settings);
+        cfmakeraw(&settings);
+        tcsetattr(terminal_, TCSANOW, &settings);
+        set_nonblocking(terminal_);
+        // Once it has been opened and closed, the terminal tells whether its other end is open.
+        if (!clear())
+        {
+            throw std::system_error(errno, std::generic_category(), "cannot open the pseudo-terminal");
+        }
+    }
+
+    ~pty_link_t() override
+    {
+        close(terminal_);
+    }
+
+    std::string address() const override
+    {
+        return std::string("serial:") + ptsname(terminal_);
+    }
+
+    bool accept_host() override
+    {
+        constexpr int64_t look_again_us = 10000;
+        while (hung_up(terminal_))
+        {
+            // A terminal whose other end is closed is always ready, so there is nothing to wait on but time.
+            if (wait_for(-1, 0, look_again_us) == wait_result::stopped)
+            {
+                return false;
+            }
+            discard_late_input();
+        }
+        open(terminal_, terminal_);
+        return true;
+    }
+
+    void close_host() override
+    {
+        forget();
+        clear();
+    }
+
+    uint32_t max_baudrate() const override
+    {
+        return 3000000;
+    }
+
+    uint32_t baudrate() const override
+    {
+        return 115200;
+    }
+
+    void set_baudrate(uint32_t /*baudrate*/) override
+    {
+        // A pseudo-terminal carries bytes at any speed; the switch has nothing to do beyond its protocol.
+    }
+
+private:
+    /** Discards what is on its way in either direction: it is not for the next host. */
+    bool clear() const
+    {
+        const int other_end = ::open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        return other_end >= 0 && tcflush(other_end, TCIOFLUSH) == 0 && close(other_end) == 0;
+    }
+
+    /** Discards what a host wrote that has left in the meantime. */
+    void discard_late_input() const
+    {
+        std::array<char, 4096> discarded;
+        while (hung_up(terminal_) && ::read(terminal_, discarded.data(), discarded.size()) > 0)
+        {
+        }
+    }
+
+    int terminal_;
+};
+
+/** Standard input and output: the host is whoever started the server. */
+class stdio_link_t final : public link_t
+{
+public:
+    std::string address() const override
+    {
+        return "stdio";
+    }
+
+    bool accept_host() override
+    {
+        if (served_)
+        {
+            return false;
+        }
+        served_ = true;
+        set_nonblocking(STDOUT_FILENO);
+        open(STDIN_FILENO, STDOUT_FILENO);
+        return true;
+    }
+
+    void close_host() override
+    {
+        forget();
+    }
+
+private:
+    bool served_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<link_t> make_pty_link()
+{
+    return std::make_unique<pty_link_t>();
+}
+
+std::unique_ptr<link_t> make_stdio_link()
+{
+    return std::make_unique<stdio_link_t>();
+}

@@ -1,0 +1,89 @@
+/** @file
+ * Program `vantor_server`: the server on a simulated board, for a host on the same machine or network.
+ */
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "clock.h"
+#include "link.h"
+#include "options.h"
+#include "scene_file.h"
+#include "server.h"
+#include "zet_simulator.h"
+#include "zet_vantor_server.h"
+
+namespace
+{
+
+/** Least severe line that goes to standard error; set from the command line. */
+zet_log_level_t stderr_log_level;
+
+/** Takes every log line of the board: for standard error, and for a host that asked for it. */
+void log_line(zet_log_level_t level, const char *module, const char *text)
+{
+    static constexpr const char *names[] = {"error", "warning", "info", "verbose", "debug"};
+    if (level <= stderr_log_level)
+    {
+        std::fprintf(stderr, "%s: %s: %s\n", names[level], module, text);
+    }
+    zet_vantor_server_log(level, module, text);
+}
+
+/** Runs the server as the options say. */
+int run(const options_t &options)
+{
+    stderr_log_level = options.log_level;
+    catch_stop_signals();
+    const std::unique_ptr<link_t> link = make_link(options);
+
+    zet_simulator_scene_t scene = {};
+    zet_simulator_options_t board = {};
+    if (!options.scene_path.empty())
+    {
+        scene = read_scene_file(options.scene_path);
+        board.scene = &scene;
+    }
+    board.sensor_count = options.sensor_count;
+    board.seed = options.seed;
+    board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
+    board.log = log_line;
+    board.log_level = ZET_LOG_LEVEL_DEBUG;
+    if (!zet_simulator_start(&board))
+    {
+        std::fputs("vantor_server: cannot start the simulated board\n", stderr);
+        return EXIT_FAILURE;
+    }
+    if (options.link != link_kind::stdio)
+    {
+        std::printf("listening on %s\n", link->address().c_str());
+        std::fflush(stdout);
+    }
+    const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level);
+    zet_simulator_stop();
+    return served ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try
+    {
+        options_t options;
+        switch (parse_options(argc, argv, options))
+        {
+        case options_result::run:
+            return run(options);
+        case options_result::done:
+            return EXIT_SUCCESS;
+        case options_result::refused:
+            break;
+        }
+    }
+    catch (const std::exception &error)
+    {
+        std::fprintf(stderr, "vantor_server: %s\n", error.what());
+    }
+    return EXIT_FAILURE;
+}

@@ -1,0 +1,44 @@
+/** @file
+ * The command line of `vantor_server`.
+ */
+#ifndef VANTOR_LINUX_OPTIONS_H
+#define VANTOR_LINUX_OPTIONS_H
+
+#include <cstdint>
+#include <string>
+
+#include "zet_definitions_common.h"
+
+/** Kinds of link to the host. */
+enum class link_kind
+{
+    tcp,
+    pty,
+    stdio,
+};
+
+/** What the command line asks for. */
+struct options_t
+{
+    link_kind link = link_kind::tcp;
+    std::string tcp_host = "127.0.0.1";
+    uint16_t tcp_port = 0;
+    uint16_t sensor_count = 5;
+    uint64_t seed = 1;
+    bool virtual_clock = false;
+    std::string scene_path; ///< empty for the built-in scene
+    zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
+};
+
+/** What to do after the command line has been read. */
+enum class options_result
+{
+    run,     ///< start the server
+    done,    ///< help or version was printed
+    refused, ///< the command line is wrong, which was said on stderr
+};
+
+/** Reads the command line. */
+options_result parse_options(int argc, char **argv, options_t &options);
+
+#endif

@@ -1,0 +1,14 @@
+/** @file
+ * Scene files of the Linux port.
+ */
+#ifndef VANTOR_LINUX_SCENE_FILE_H
+#define VANTOR_LINUX_SCENE_FILE_H
+
+#include <string>
+
+#include "zet_simulator_scene.h"
+
+/** Reads a scene file; throws std::runtime_error with a sentence that says what is wrong with it. */
+zet_simulator_scene_t read_scene_file(const std::string &path);
+
+#endif
