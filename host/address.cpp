@@ -1,0 +1,145 @@
+/** @file
+ * Reads and writes addresses of servers.
+ */
+#include "vantor/address.h"
+
+#include <charconv>
+#include <optional>
+#include <sstream>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Reads a whole text as a decimal number within bounds; nothing when it is none. */
+std::optional<std::uint32_t> parse_number(std::string_view text, std::uint32_t lowest, std::uint32_t highest)
+{
+    std::uint32_t value = 0;
+    const char *const end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data(), end, value);
+    if (failure != std::errc{} || stop != end || value < lowest || value > highest)
+    {
+        return std::nullopt;
+    }
+    return value;
+}
+
+/** Reads "HOST:PORT" or "[HOST]:PORT". */
+tcp_address parse_tcp(std::string_view text)
+{
+    const auto colon = text.rfind(':');
+    if (colon == std::string_view::npos || colon == 0)
+    {
+        throw address_error("A TCP address needs a host and a port: write tcp:HOST:PORT, for instance "
+                            "tcp:127.0.0.1:5000.");
+    }
+    const auto port = parse_number(text.substr(colon + 1), 1, 65535);
+    if (!port)
+    {
+        throw address_error("The port in \"tcp:" + std::string(text) +
+                            "\" must be a number from 1 to 65535.");
+    }
+    auto host = text.substr(0, colon);
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']')
+    {
+        host = host.substr(1, host.size() - 2);
+    }
+    return {.host = std::string(host), .port = static_cast<std::uint16_t>(*port)};
+}
+
+/** Reads "DEVICE" or "DEVICE@BAUD". */
+serial_address parse_serial(std::string_view text)
+{
+    serial_address result;
+    const auto at = text.rfind('@');
+    result.device = std::string(text.substr(0, at));
+    if (result.device.empty())
+    {
+        throw address_error("A serial address needs a device: write serial:DEVICE@BAUD, for instance "
+                            "serial:/dev/ttyACM0@115200.");
+    }
+    if (at == std::string_view::npos)
+    {
+        return result;
+    }
+    const auto baudrate = parse_number(text.substr(at + 1), 1, 100'000'000);
+    if (!baudrate)
+    {
+        throw address_error("The baud rate in \"serial:" + std::string(text) +
+                            "\" must be a number, for instance 115200.");
+    }
+    result.baudrate = *baudrate;
+    return result;
+}
+
+/** Reads the arguments of a simulated server, separated by spaces. */
+simulator_address parse_simulator(std::string_view text)
+{
+    simulator_address result;
+    std::istringstream words{std::string(text)};
+    for (std::string word; words >> word;)
+    {
+        result.arguments.push_back(word);
+    }
+    return result;
+}
+
+/** Turns each kind of address into its text. */
+struct address_writer
+{
+    std::string operator()(const tcp_address &where) const
+    {
+        const bool bracketed = where.host.find(':') != std::string::npos;
+        const std::string host = bracketed ? "[" + where.host + "]" : where.host;
+        return "tcp:" + host + ":" + std::to_string(where.port);
+    }
+
+    std::string operator()(const serial_address &where) const
+    {
+        return "serial:" + where.device + "@" + std::to_string(where.baudrate);
+    }
+
+    std::string operator()(const simulator_address &where) const
+    {
+        std::string text = "sim:";
+        for (const auto &argument : where.arguments)
+        {
+            text += (text.back() == ':' ? "" : " ") + argument;
+        }
+        return text;
+    }
+};
+
+} // namespace
+
+address parse_address(std::string_view text)
+{
+    const auto colon = text.find(':');
+    const auto kind = text.substr(0, colon);
+    const auto rest = colon == std::string_view::npos ? std::string_view{} : text.substr(colon + 1);
+    if (colon != std::string_view::npos && kind == "tcp")
+    {
+        return parse_tcp(rest);
+    }
+    if (colon != std::string_view::npos && kind == "serial")
+    {
+        return parse_serial(rest);
+    }
+    if (colon != std::string_view::npos && kind == "sim")
+    {
+        return parse_simulator(rest);
+    }
+    throw address_error("\"" + std::string(text) +
+                        "\" is no address: write tcp:HOST:PORT, serial:DEVICE@BAUD or sim: for a simulated "
+                        "server.");
+}
+
+std::string to_string(const address &where)
+{
+    return std::visit(address_writer{}, where);
+}
+
+} // namespace vantor

@@ -1,0 +1,302 @@
+/** @file
+ * Holds a document against a JSON Schema.
+ */
+#include "check/schema_check.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <optional>
+#include <regex>
+#include <string_view>
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** Number of single-letter changes that turn one text into another (Levenshtein's distance). */
+std::size_t edit_distance(std::string_view from, std::string_view to)
+{
+    std::vector<std::size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < from.size(); ++i)
+    {
+        std::size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (std::size_t j = 0; j < to.size(); ++j)
+        {
+            const std::size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+/** The word closest to a text; empty when none is close. */
+std::string closest_word(const std::string &text, const std::vector<std::string> &words)
+{
+    std::string best;
+    std::size_t best_distance = text.size() / 2 + 2;
+    for (const auto &word : words)
+    {
+        if (const auto distance = edit_distance(text, word); distance < best_distance)
+        {
+            best = word;
+            best_distance = distance;
+        }
+    }
+    return best;
+}
+
+/** Whether a value has a type of JSON Schema; a number without a fraction is an integer. */
+bool has_type(const json &value, const std::string &type)
+{
+    if (type == "integer")
+    {
+        return value.is_number_integer() ||
+               (value.is_number() && std::trunc(value.get<double>()) == value.get<double>());
+    }
+    return (type == "number" && value.is_number()) || (type == "string" && value.is_string()) ||
+           (type == "boolean" && value.is_boolean()) || (type == "array" && value.is_array()) ||
+           (type == "object" && value.is_object());
+}
+
+/** A type in words. */
+std::string describe_type(const std::string &type)
+{
+    return type == "integer"   ? "a whole number"
+           : type == "number"  ? "a number"
+           : type == "string"  ? "a text"
+           : type == "boolean" ? "true or false"
+           : type == "array"   ? "a list"
+                               : "an object";
+}
+
+/** The bounds of a number in words; empty when there are none. */
+std::string describe_bounds(const json &schema)
+{
+    if (schema.contains("const"))
+    {
+        return schema["const"].dump();
+    }
+    if (schema.contains("minimum") && schema.contains("maximum"))
+    {
+        return "from " + schema["minimum"].dump() + " to " + schema["maximum"].dump();
+    }
+    return schema.contains("minimum") ? "from " + schema["minimum"].dump() : std::string();
+}
+
+/** What a schema allows, in words. */
+std::string describe(const json &schema)
+{
+    std::string text;
+    if (schema.contains("enum"))
+    {
+        for (const auto &word : schema["enum"])
+        {
+            text += (text.empty() ? "" : ", ") + word.dump();
+        }
+        return text;
+    }
+    for (const auto &branch : schema.value("anyOf", json::array({schema})))
+    {
+        const auto bounds = describe_bounds(branch);
+        text += bounds.empty() ? "" : (text.empty() ? ", " : " or ") + bounds;
+    }
+    return describe_type(schema["type"]) + text;
+}
+
+/** The number closest to a value within a schema's bounds. */
+json closest_number(double value, const json &schema)
+{
+    if (schema.contains("const"))
+    {
+        return schema["const"];
+    }
+    if (schema.contains("minimum") && value < schema["minimum"].get<double>())
+    {
+        return schema["minimum"];
+    }
+    if (schema.contains("maximum") && value > schema["maximum"].get<double>())
+    {
+        return schema["maximum"];
+    }
+    return value;
+}
+
+/** The schema's document, the faults found so far, and the walk through both. */
+class checker
+{
+public:
+    explicit checker(const json &root) : root_(root)
+    {
+    }
+
+    /** Holds a value against a schema. */
+    void check(const json &value, const json &given, const json::json_pointer &place)
+    {
+        const auto &schema = resolve(given);
+        if (schema.contains("type") && !has_type(value, schema["type"]))
+        {
+            add(place, shorten(value), describe(schema));
+            return;
+        }
+        check_enum(value, schema, place);
+        check_number(value, schema, place);
+        check_pattern(value, schema, place);
+        check_object(value, schema, place);
+        check_array(value, schema, place);
+    }
+
+    /** The faults found. */
+    std::vector<configuration_fault> take()
+    {
+        return std::move(faults_);
+    }
+
+private:
+    /** Follows a reference. */
+    const json &resolve(const json &schema) const
+    {
+        if (!schema.contains("$ref"))
+        {
+            return schema;
+        }
+        return root_.at(json::json_pointer(schema["$ref"].get<std::string>().substr(1)));
+    }
+
+    /** A value as text, not too long. */
+    static std::string shorten(const json &value)
+    {
+        constexpr std::size_t longest = 40;
+        const auto text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+        return text.size() <= longest ? text : text.substr(0, longest) + "…";
+    }
+
+    void add(const json::json_pointer &place, std::string got, std::string allowed, std::string nearest = {})
+    {
+        faults_.push_back({place.to_string(), std::move(got), std::move(allowed), std::move(nearest)});
+    }
+
+    void check_enum(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (!schema.contains("enum"))
+        {
+            return;
+        }
+        const auto words = schema["enum"].get<std::vector<std::string>>();
+        const auto word = value.get<std::string>();
+        if (std::find(words.begin(), words.end(), word) == words.end())
+        {
+            const auto nearest = closest_word(word, words);
+            add(place, shorten(value), describe(schema), nearest.empty() ? "" : '"' + nearest + '"');
+        }
+    }
+
+    void check_number(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (!value.is_number())
+        {
+            return;
+        }
+        const double number = value.get<double>();
+        json nearest = number;
+        double distance = std::numeric_limits<double>::infinity();
+        for (const auto &branch : schema.value("anyOf", json::array({schema})))
+        {
+            const auto candidate = closest_number(number, branch);
+            if (const double away = std::fabs(candidate.get<double>() - number); away < distance)
+            {
+                nearest = candidate;
+                distance = away;
+            }
+        }
+        if (distance > 0.0)
+        {
+            add(place, shorten(value), describe(schema), nearest.dump());
+        }
+    }
+
+    void check_pattern(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (schema.contains("pattern") &&
+            !std::regex_match(value.get<std::string>(), std::regex(schema["pattern"].get<std::string>())))
+        {
+            add(place, shorten(value), "a text of the form " + schema["pattern"].get<std::string>());
+        }
+    }
+
+    void check_object(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (!value.is_object() || !schema.contains("properties"))
+        {
+            return;
+        }
+        const auto &properties = schema["properties"];
+        for (const auto &name : schema.value("required", json::array()))
+        {
+            if (!value.contains(name.get<std::string>()))
+            {
+                add(place, "no " + name.dump(), "a member " + name.dump() + " is needed here");
+            }
+        }
+        for (const auto &[name, member] : value.items())
+        {
+            if (properties.contains(name))
+            {
+                check(member, properties[name], place / name);
+                continue;
+            }
+            std::vector<std::string> names;
+            for (const auto &[known, ignored] : properties.items())
+            {
+                names.push_back(known);
+            }
+            const auto nearest = closest_word(name, names);
+            add(place / name, "the member \"" + name + "\"", "no member of this name is known here",
+                nearest.empty() ? "" : '"' + nearest + '"');
+        }
+    }
+
+    void check_array(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (!value.is_array() || !schema.contains("items"))
+        {
+            return;
+        }
+        const auto lowest = schema.value("minItems", std::size_t{0});
+        const auto highest = schema.value("maxItems", std::numeric_limits<std::size_t>::max());
+        if (value.size() < lowest)
+        {
+            add(place, "an empty list", "at least one element");
+        }
+        if (value.size() > highest)
+        {
+            add(place, std::to_string(value.size()) + " elements",
+                "at most " + std::to_string(highest) + " elements", std::to_string(highest));
+        }
+        for (std::size_t i = 0; i < value.size(); ++i)
+        {
+            check(value[i], schema["items"], place / i);
+        }
+    }
+
+    const json &root_;
+    std::vector<configuration_fault> faults_;
+};
+
+} // namespace
+
+std::vector<configuration_fault> check_schema(const json &document, const json &schema)
+{
+    checker walk(schema);
+    walk.check(document, schema, json::json_pointer());
+    return walk.take();
+}
+
+} // namespace vantor

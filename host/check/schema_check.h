@@ -1,0 +1,32 @@
+/** @file
+ * Holds a document against a JSON Schema.
+ *
+ * Of JSON Schema 2020-12 it knows what the configuration schema uses: "$ref" to "$defs", "type", "enum",
+ * "const", "anyOf" of numbers, "minimum", "maximum", "pattern", "required", "properties",
+ * "additionalProperties": false, "items", "minItems" and "maxItems". "if" and "then" are for editors; their
+ * rule is among the rules between members.
+ */
+#ifndef VANTOR_SCHEMA_CHECK_H
+#define VANTOR_SCHEMA_CHECK_H
+
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "check/configuration_fault.h"
+
+namespace vantor
+{
+
+/**
+ * Holds a document against a schema.
+ *
+ * @param document  the document
+ * @param schema    the schema, with the members above only
+ * @return all faults, in the order of the document
+ */
+std::vector<configuration_fault> check_schema(const nlohmann::json &document, const nlohmann::json &schema);
+
+} // namespace vantor
+
+#endif

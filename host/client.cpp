@@ -1,0 +1,280 @@
+/** @file
+ * A conversation with a server.
+ */
+#include "vantor/client.h"
+
+#include <utility>
+
+#include "json_members.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using steady = std::chrono::steady_clock;
+
+/** How much is read from the link at once. */
+constexpr std::size_t read_size = 65536;
+
+/** Whether a message carries a frame. */
+bool is_frame(const message &received)
+{
+    return received.header.contains("result_info");
+}
+
+/** Throws when a message reports an error of the server. */
+void throw_on_error(const message &received)
+{
+    if (received.header["status"] == "error")
+    {
+        throw server_error(text_member(received.header, "code"), text_member(received.header, "message"));
+    }
+}
+
+/** The time left until a deadline, rounded up to a millisecond, never negative. */
+std::chrono::milliseconds time_left(steady::time_point deadline)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady::now());
+    return std::max(left, std::chrono::milliseconds(0));
+}
+
+} // namespace
+
+client::client(const address &where, client_timeouts timeouts)
+    : client([where, timeouts] { return open_link(where, timeouts.connect); }, timeouts)
+{
+}
+
+client::client(link_factory open_links, client_timeouts timeouts)
+    : open_links_(std::move(open_links)), timeouts_(timeouts), buffer_(read_size)
+{
+    reconnect();
+}
+
+void client::reconnect()
+{
+    link_.reset();
+    link_ = open_links_();
+    parser_.reset();
+    send("\n"); // closes what an earlier host may have left half sent
+    end();
+    identify();
+    if (server_.protocol_version != protocol_version)
+    {
+        throw protocol_error("The server speaks version " + std::to_string(server_.protocol_version) +
+                             " of the protocol and this host version " + std::to_string(protocol_version) +
+                             ": install host and server of the same release.");
+    }
+}
+
+const server_info &client::server() const noexcept
+{
+    return server_;
+}
+
+const server_info &client::identify()
+{
+    server_ = decode_server_info(request({{"command", "identify"}}));
+    return server_;
+}
+
+void client::ping()
+{
+    request({{"command", "ping"}});
+}
+
+nlohmann::json client::stats()
+{
+    return request({{"command", "stats"}});
+}
+
+std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &configuration)
+{
+    send_command({{"command", "configure"}, {"configuration", configuration}});
+    const auto received = next_message(steady::now() + timeouts_.configure, "session metadata");
+    throw_on_error(received);
+    metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
+    return metadata_;
+}
+
+void client::start()
+{
+    request({{"command", "start"}});
+}
+
+std::optional<frame> client::receive_frame(std::chrono::milliseconds timeout)
+{
+    const auto received = poll_message(steady::now() + timeout);
+    if (!received)
+    {
+        return std::nullopt;
+    }
+    throw_on_error(*received);
+    return decode(*received);
+}
+
+void client::stop(const frame_handler &handler)
+{
+    send_command({{"command", "stop"}});
+    await_answer("stop", handler);
+}
+
+frame client::single_frame()
+{
+    send_command({{"command", "frame"}});
+    const auto received = next_message(steady::now() + timeouts_.frame, "frame");
+    throw_on_error(received);
+    return decode(received);
+}
+
+void client::end()
+{
+    send_command({{"command", "end"}});
+    const auto deadline = steady::now() + timeouts_.answer;
+    while (true)
+    {
+        try
+        {
+            const auto received = next_message(deadline, "answer to \"end\"");
+            if (received.header.value("command", nlohmann::json()) == "end")
+            {
+                return;
+            }
+        }
+        catch (const bad_message &) // NOLINT(bugprone-empty-catch): whatever was on its way is dropped
+        {
+        }
+    }
+}
+
+void client::forward_log(std::string_view level, log_handler handler)
+{
+    on_log_ = std::move(handler);
+    request({{"command", "log"}, {"level", level}});
+}
+
+void client::set_baudrate(std::uint32_t baudrate)
+{
+    request({{"command", "baudrate"}, {"baudrate", baudrate}});
+    link_->set_baudrate(baudrate);
+    ping();
+}
+
+std::uint64_t client::bytes_received() const noexcept
+{
+    return parser_.position();
+}
+
+/** Sends text as it is. */
+void client::send(std::string_view text)
+{
+    link_->write(std::as_bytes(std::span(text)), timeouts_.answer);
+}
+
+/** Sends a command as one line. */
+void client::send_command(const nlohmann::json &command)
+{
+    send(command.dump() + "\n");
+}
+
+/** Takes the next message that is no log line from the link; nothing when none came in time. */
+std::optional<message> client::poll_message(time_point deadline)
+{
+    while (true)
+    {
+        while (auto received = parser_.next())
+        {
+            if (!deliver_log(received->header))
+            {
+                return received;
+            }
+        }
+        const auto count = link_->read_some(buffer_, time_left(deadline));
+        if (count == 0 && steady::now() >= deadline)
+        {
+            return std::nullopt;
+        }
+        parser_.feed(std::span(buffer_).first(count));
+    }
+}
+
+/** The same for a message that must come. */
+message client::next_message(time_point deadline, const char *awaited)
+{
+    auto received = poll_message(deadline);
+    if (!received)
+    {
+        throw timeout_error(std::string("The server sent no ") + awaited +
+                            " in time. Check the line and its speed, and that nothing else uses the server.");
+    }
+    return std::move(*received);
+}
+
+/** Hands a log line to its handler; false when the message is none. */
+bool client::deliver_log(const nlohmann::json &header)
+{
+    if (header["status"] != "log")
+    {
+        return false;
+    }
+    if (on_log_)
+    {
+        on_log_({.level = text_member(header, "level"),
+                 .module = text_member(header, "module"),
+                 .text = text_member(header, "message")});
+    }
+    return true;
+}
+
+/** Sends a command and waits for its answer. */
+nlohmann::json client::request(const nlohmann::json &command)
+{
+    send_command(command);
+    return await_answer(command["command"], {});
+}
+
+/** Waits for the answer to a command; frames that come before it go to the handler, or are dropped. */
+nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler)
+{
+    const auto deadline = steady::now() + timeouts_.answer;
+    while (true)
+    {
+        auto received = next_message(deadline, "answer");
+        throw_on_error(received);
+        if (!is_frame(received))
+        {
+            check_answer(received, command);
+            return std::move(received.header);
+        }
+        if (handler)
+        {
+            handler(decode(received));
+        }
+    }
+}
+
+/** Throws when a message is not the answer to a command. */
+void client::check_answer(const message &received, const std::string &command) const
+{
+    if (received.header.value("command", nlohmann::json()) != command)
+    {
+        throw protocol_error("The server sent something else than the answer to \"" + command +
+                             "\": another host may use the same line.");
+    }
+}
+
+/** Reads a message as a frame of the current session. */
+frame client::decode(const message &received) const
+{
+    if (!metadata_ || !is_frame(received))
+    {
+        throw protocol_error(
+            "The server sent a message that is no frame of this session: another host may use "
+            "the same line.");
+    }
+    return decode_frame(received, metadata_);
+}
+
+} // namespace vantor

@@ -1,0 +1,87 @@
+/** @file
+ * `vantor calibrate`.
+ */
+#include "commands/calibrate.h"
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "calibration_file.h"
+#include "commands/common_options.h"
+#include "recording/output_file.h"
+#include "vantor/client.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *footer = R"(Examples:
+  vantor calibrate --output calibration.json --connect serial:/dev/ttyACM0@921600
+  vantor calibrate --output calibration.json --sensor 1 --sensor 3
+  vantor record config.json --frames 100 --calibration calibration.json
+
+A calibration holds as long as the sensor's temperature stays near that of the calibration; frames say when a
+new one is needed.)";
+
+/** What is to be calibrated. */
+struct calibrate_options
+{
+    std::string connect = "sim:";
+    std::filesystem::path output;
+    std::vector<unsigned> sensors; /**< all connected ones when empty */
+};
+
+/** A configuration whose preparation calibrates sensors: one group, each sensor once. */
+nlohmann::json calibrating_configuration(const std::vector<unsigned> &sensors)
+{
+    auto group = nlohmann::json::array();
+    for (const auto id : sensors)
+    {
+        group.push_back({{"sensor_id", id}, {"config", nlohmann::json::object()}});
+    }
+    auto groups = nlohmann::json::array();
+    if (!group.empty())
+    {
+        groups.push_back(std::move(group));
+    }
+    return {{"groups", std::move(groups)}};
+}
+
+/** Calibrates and writes the file. */
+exit_code calibrate(const calibrate_options &options, std::ostream &out)
+{
+    client server(parse_address(options.connect));
+    const auto &sensors = options.sensors.empty() ? server.server().connected_sensors : options.sensors;
+    const auto metadata = server.configure(calibrating_configuration(sensors));
+    server.end();
+    replace_file(options.output, calibration_text(metadata->calibrations));
+    for (const auto &entry : metadata->calibrations)
+    {
+        out << "sensor " << entry.sensor_id << " calibrated at " << entry.temperature << " degrees\n";
+    }
+    out << "calibrations: " << options.output.string() << "\n";
+    return exit_code::success;
+}
+
+} // namespace
+
+void add_calibrate_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    auto *command = app.add_subcommand("calibrate", "Calibrate sensors and keep the calibrations in a file.");
+    auto options = std::make_shared<calibrate_options>();
+    command->add_option("--output", options->output, "The file, JSON; it is replaced")
+        ->required()
+        ->type_name("FILE");
+    command->add_option("--sensor", options->sensors, "Number of a sensor; all connected ones when not given")
+        ->type_name("NUMBER");
+    add_connect_option(*command, options->connect);
+    command->footer(footer);
+    command->callback([options, streams, &result] { result = calibrate(*options, streams.out); });
+}
+
+} // namespace vantor

@@ -1,0 +1,180 @@
+/** @file
+ * `vantor identify` and `vantor scan`.
+ */
+#include "commands/identify.h"
+
+#include <algorithm>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/common_options.h"
+#include "commands/text_table.h"
+#include "vantor/client.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *identify_footer = R"(Examples:
+  vantor identify
+      the simulated server
+  vantor identify --connect serial:/dev/ttyACM0@115200
+  vantor identify --connect tcp:192.168.1.20:6110 --json)";
+
+constexpr const char *scan_footer = R"(Examples:
+  vantor scan
+      every serial device of this machine
+  vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
+
+A device that does not answer within a second is passed over.)";
+
+/** How a device that is scanned is waited for: two answers, a second in all. */
+constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
+                                        .answer = std::chrono::milliseconds(500)};
+
+/** Joins sensor numbers: "1, 2". */
+std::string join(const std::vector<unsigned> &numbers)
+{
+    std::string text;
+    for (const auto number : numbers)
+    {
+        text += (text.empty() ? "" : ", ") + std::to_string(number);
+    }
+    return text.empty() ? "none" : text;
+}
+
+/** What a server says of itself, as JSON. */
+nlohmann::ordered_json to_json(const std::string &where, const server_info &info)
+{
+    return {{"address", where},
+            {"server_version", info.server_version},
+            {"protocol_version", info.protocol_version},
+            {"sensor", info.sensor},
+            {"sensor_count", info.sensor_count},
+            {"connected_sensors", info.connected_sensors},
+            {"ticks_per_second", info.ticks_per_second},
+            {"max_baudrate", info.max_baudrate}};
+}
+
+/** Prints what a server is. */
+exit_code identify(const std::string &where, bool json, std::ostream &out)
+{
+    const client server(parse_address(where));
+    const auto &info = server.server();
+    if (json)
+    {
+        out << to_json(where, info).dump(2) << "\n";
+        return exit_code::success;
+    }
+    out << "server     vantor_server " << info.server_version << ", protocol " << info.protocol_version
+        << "\n"
+        << "sensors    " << info.sensor << ", " << info.sensor_count
+        << " places, connected: " << join(info.connected_sensors) << "\n"
+        << "clock      " << fixed(info.ticks_per_second, 0) << " ticks per second\n";
+    if (info.max_baudrate > 0)
+    {
+        out << "link       at most " << info.max_baudrate << " baud\n";
+    }
+    return exit_code::success;
+}
+
+/** The serial devices of this machine. */
+std::vector<std::string> serial_devices()
+{
+    std::vector<std::string> devices;
+    for (const auto &entry : std::filesystem::directory_iterator("/dev"))
+    {
+        const auto name = entry.path().filename().string();
+        if (name.starts_with("ttyACM") || name.starts_with("ttyUSB") || name.starts_with("ttyAMA"))
+        {
+            devices.push_back(entry.path().string());
+        }
+    }
+    std::sort(devices.begin(), devices.end());
+    return devices;
+}
+
+/** What is to be scanned. */
+struct scan_options
+{
+    std::vector<std::string> devices;
+    std::uint32_t baudrate = 115200;
+    bool json = false;
+};
+
+/** Asks each device and prints those that answer. */
+exit_code scan(const scan_options &options, command_streams streams)
+{
+    auto found = nlohmann::ordered_json::array();
+    for (const auto &device : options.devices.empty() ? serial_devices() : options.devices)
+    {
+        const serial_address where{.device = device, .baudrate = options.baudrate};
+        try
+        {
+            const client server(address{where}, scan_timeouts);
+            found.push_back(to_json(to_string(address{where}), server.server()));
+        }
+        catch (const error &)
+        {
+            continue; // no server there
+        }
+    }
+    if (options.json)
+    {
+        streams.out << found.dump(2) << "\n";
+    }
+    for (const auto &server : options.json ? nlohmann::ordered_json::array() : found)
+    {
+        streams.out << server["address"].get<std::string>() << "  vantor_server "
+                    << server["server_version"].get<std::string>() << ", "
+                    << server["sensor"].get<std::string>()
+                    << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>())
+                    << "\n";
+    }
+    if (found.empty())
+    {
+        streams.err << "vantor: no serial device answers at " << options.baudrate
+                    << " baud; check cables and power, or try another --baudrate\n";
+    }
+    return found.empty() ? exit_code::no_connection : exit_code::success;
+}
+
+} // namespace
+
+void add_identify_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    struct identify_options
+    {
+        std::string connect = "sim:";
+        bool json = false;
+    };
+    auto *command = app.add_subcommand("identify", "Ask a server what it is and which sensors it has.");
+    auto options = std::make_shared<identify_options>();
+    add_connect_option(*command, options->connect);
+    add_json_flag(*command, options->json);
+    command->footer(identify_footer);
+    command->callback(
+        [options, streams, &result] { result = identify(options->connect, options->json, streams.out); });
+}
+
+void add_scan_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    auto *command = app.add_subcommand("scan", "Find servers on serial devices.");
+    auto options = std::make_shared<scan_options>();
+    command->add_option("DEVICE", options->devices, "Devices to ask; all serial devices when none is given")
+        ->type_name("");
+    command->add_option("--baudrate", options->baudrate, "Speed of the lines, in bits per second")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    add_json_flag(*command, options->json);
+    command->footer(scan_footer);
+    command->callback([options, streams, &result] { result = scan(*options, streams); });
+}
+
+} // namespace vantor

@@ -1,0 +1,169 @@
+/** @file
+ * `vantor info`.
+ */
+#include "commands/info.h"
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/common_options.h"
+#include "commands/text_table.h"
+#include "recording/frame_table.h"
+#include "recording/session_reader.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *footer = R"(Examples:
+  vantor info recordings/garage
+  vantor info recordings/garage --json)";
+
+/** What the table of an item's frames amounts to. */
+struct table_figures
+{
+    double seconds = 0.0;
+    std::uint64_t saturated = 0;
+    std::uint64_t delayed = 0;
+    std::uint64_t calibration_needed = 0;
+    int lowest_temperature = std::numeric_limits<int>::max();
+    int highest_temperature = std::numeric_limits<int>::min();
+};
+
+/** Goes through the table of an item's frames. */
+table_figures read_table(const session_reader &recording, const recorded_item &item)
+{
+    table_figures figures;
+    frame_table table(recording.directory() / (item.name + ".frames.csv"));
+    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    {
+        const auto row = table.next();
+        if (!row)
+        {
+            break;
+        }
+        figures.seconds = row->seconds;
+        figures.saturated += row->data_saturated ? 1U : 0U;
+        figures.delayed += row->frame_delayed ? 1U : 0U;
+        figures.calibration_needed += row->calibration_needed ? 1U : 0U;
+        figures.lowest_temperature = std::min(figures.lowest_temperature, row->temperature);
+        figures.highest_temperature = std::max(figures.highest_temperature, row->temperature);
+    }
+    return figures;
+}
+
+/** Frames that were lost on the line before the last capture. */
+std::uint64_t frames_lost(const recorded_item &item)
+{
+    const auto &captures = item.document.at("captures");
+    if (captures.empty() || item.layout.frame_length == 0)
+    {
+        return 0;
+    }
+    const auto &last = captures.back();
+    return (last.value("core:global_index", std::uint64_t{0}) -
+            last.value("core:sample_start", std::uint64_t{0})) /
+           item.layout.frame_length;
+}
+
+/** One item for programs. */
+nlohmann::ordered_json to_json(const session_reader &recording, const recorded_item &item)
+{
+    const auto figures = read_table(recording, item);
+    nlohmann::ordered_json entry = {{"name", item.name},
+                                    {"group", item.layout.group + 1},
+                                    {"item", item.layout.index + 1},
+                                    {"sensor_id", item.configuration.sensor_id},
+                                    {"subsweeps", item.layout.subsweeps.size()},
+                                    {"samples_per_frame", item.layout.frame_length},
+                                    {"sweeps_per_frame", item.layout.sweeps()},
+                                    {"seconds", figures.seconds},
+                                    {"frames_saturated", figures.saturated},
+                                    {"frames_delayed", figures.delayed},
+                                    {"frames_with_calibration_needed", figures.calibration_needed},
+                                    {"frames_lost", frames_lost(item)}};
+    if (figures.lowest_temperature <= figures.highest_temperature)
+    {
+        entry["temperature"] = {figures.lowest_temperature, figures.highest_temperature};
+    }
+    return entry;
+}
+
+/** The whole recording for programs. */
+nlohmann::ordered_json to_json(const session_reader &recording)
+{
+    auto items = nlohmann::ordered_json::array();
+    bool complete = true;
+    std::string started;
+    for (const auto &item : recording.items())
+    {
+        items.push_back(to_json(recording, item));
+        complete = complete && item.document.at("global").contains("core:sha512");
+        started = item.document.at("captures").at(0).value("core:datetime", "");
+    }
+    return {{"recording", recording.directory().string()},
+            {"started", started},
+            {"complete", complete},
+            {"frames", recording.frames()},
+            {"sensor", recording.session().server.sensor},
+            {"server_version", recording.session().server.server_version},
+            {"items", std::move(items)}};
+}
+
+/** Prints the recording for people. */
+void print(std::ostream &out, const nlohmann::ordered_json &about)
+{
+    const auto text = [](const nlohmann::ordered_json &value) { return value.dump(); };
+    out << about["recording"].get<std::string>() << ": " << text(about["frames"]) << " frames"
+        << (about["complete"].get<bool>() ? "" : ", not finished") << ", started "
+        << about["started"].get<std::string>() << ", vantor_server "
+        << about["server_version"].get<std::string>() << "\n";
+    text_table table({"group", "item", "sensor", "sub-sweeps", "sweeps", "samples/frame", "seconds",
+                      "saturated", "delayed", "lost", "temperature"});
+    for (const auto &item : about["items"])
+    {
+        const auto degrees = item.contains("temperature")
+                                 ? text(item["temperature"][0]) + " to " + text(item["temperature"][1])
+                                 : std::string("-");
+        table.add({text(item["group"]), text(item["item"]), text(item["sensor_id"]), text(item["subsweeps"]),
+                   text(item["sweeps_per_frame"]), text(item["samples_per_frame"]),
+                   fixed(item["seconds"].get<double>(), 2), text(item["frames_saturated"]),
+                   text(item["frames_delayed"]), text(item["frames_lost"]), degrees});
+    }
+    table.print(out);
+}
+
+} // namespace
+
+void add_info_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    struct info_options
+    {
+        std::filesystem::path recording;
+        bool json = false;
+    };
+    auto *command = app.add_subcommand("info", "Tell what a recording holds.");
+    auto options = std::make_shared<info_options>();
+    add_recording_argument(*command, options->recording);
+    add_json_flag(*command, options->json);
+    command->footer(footer);
+    command->callback([options, streams, &result] {
+        const auto about = to_json(session_reader(options->recording));
+        if (options->json)
+        {
+            streams.out << about.dump(2) << "\n";
+        }
+        else
+        {
+            print(streams.out, about);
+        }
+        result = exit_code::success;
+    });
+}
+
+} // namespace vantor

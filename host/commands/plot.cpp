@@ -1,0 +1,54 @@
+/** @file
+ * `vantor plot`.
+ */
+#include "commands/plot.h"
+
+#include <memory>
+#include <optional>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+
+#include "commands/common_options.h"
+#include "plot/picture.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *footer = R"(Examples:
+  vantor plot recordings/garage
+      writes recordings/garage/picture.png
+  vantor plot recordings/garage --output garage.png --distance 1.2
+
+One row for each item: mean level over the distance, level over distance and time, phase over time and
+Doppler, both at the strongest echo or at --distance. The spectrum is that of the sweeps within a frame when
+there are at least 16 of them, else that of the frames; what does not move is removed from it.)";
+
+} // namespace
+
+void add_plot_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    struct plot_options
+    {
+        std::filesystem::path recording;
+        std::filesystem::path output;
+        std::optional<double> distance;
+    };
+    auto *command = app.add_subcommand("plot", "Draw a recording.");
+    auto options = std::make_shared<plot_options>();
+    add_recording_argument(*command, options->recording);
+    command->add_option("--output", options->output, "The picture, a PNG file")->type_name("FILE");
+    command->add_option("--distance", options->distance, "Where phase and Doppler look, in metres");
+    command->footer(footer);
+    command->callback([options, streams, &result] {
+        session_reader recording(options->recording);
+        const auto output = options->output.empty() ? recording.directory() / "picture.png" : options->output;
+        draw_recording(recording, output, options->distance);
+        streams.out << "picture: " << output.string() << "\n";
+        result = exit_code::success;
+    });
+}
+
+} // namespace vantor

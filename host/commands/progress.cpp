@@ -1,0 +1,66 @@
+/** @file
+ * A line on the terminal that tells how far something long is.
+ */
+#include "commands/progress.h"
+
+#include <algorithm>
+#include <limits>
+#include <ostream>
+
+#include "commands/text_table.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr std::chrono::milliseconds interval{200};
+
+} // namespace
+
+progress_line::progress_line(std::ostream &out, bool active, progress_goal goal)
+    : out_(out), active_(active), goal_(goal), start_(std::chrono::steady_clock::now()),
+      next_(start_ + interval)
+{
+}
+
+progress_line::~progress_line()
+{
+    if (width_ > 0)
+    {
+        out_ << "\r" << std::string(width_, ' ') << "\r" << std::flush;
+    }
+}
+
+void progress_line::update(std::uint64_t frames)
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (!active_ || now < next_)
+    {
+        return;
+    }
+    next_ = now + interval;
+    const auto text = progress_text(frames, std::chrono::duration<double>(now - start_).count(), goal_);
+    out_ << "\r" << text << std::string(width_ > text.size() ? width_ - text.size() : 0, ' ') << std::flush;
+    width_ = std::max(width_, text.size());
+}
+
+std::string progress_text(std::uint64_t frames, double seconds, const progress_goal &goal)
+{
+    const double rate = seconds > 0.0 ? static_cast<double>(frames) / seconds : 0.0;
+    std::string text = std::to_string(frames);
+    double left = std::numeric_limits<double>::infinity();
+    if (goal.frames > 0)
+    {
+        text += " of " + std::to_string(goal.frames);
+        left = rate > 0.0 ? static_cast<double>(goal.frames - std::min(frames, goal.frames)) / rate : left;
+    }
+    if (goal.seconds > 0.0)
+    {
+        left = std::min(left, std::max(goal.seconds - seconds, 0.0));
+    }
+    text += " frames, " + fixed(rate, 1) + " frames/s";
+    return left < std::numeric_limits<double>::infinity() ? text + ", " + fixed(left, 0) + " s left" : text;
+}
+
+} // namespace vantor

@@ -1,0 +1,231 @@
+/** @file
+ * `vantor record`.
+ */
+#include "commands/record.h"
+
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <ostream>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "calibration_file.h"
+#include "commands/common_options.h"
+#include "commands/interrupt.h"
+#include "commands/progress.h"
+#include "commands/recorder.h"
+#include "commands/text_table.h"
+#include "configuration.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *footer = R"(Examples:
+  vantor record examples/two_sensors.json --frames 100
+      100 frames from a simulated server, into a new directory in recordings/
+  vantor record config.json --frames 100 --connect tcp:192.168.1.20:5000 --output garage
+  vantor record config.json --seconds 60 --connect serial:/dev/ttyACM0@921600
+  vantor record config.json --frames 10 --connect "sim:--sensors 2"
+  vantor record config.json --frames 100 --calibration calibration.json
+
+Without --frames and --seconds it records until Ctrl-C.)";
+
+/** A directory in "recordings" that does not exist yet, named after the configuration and the time. */
+std::filesystem::path default_output(const std::filesystem::path &configuration)
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    localtime_r(&now, &parts);
+    std::array<char, 32> text{};
+    const auto length = std::strftime(text.data(), text.size(), "%Y%m%d-%H%M%S", &parts);
+    const auto base = std::filesystem::path("recordings") /
+                      (configuration.stem().string() + "-" + std::string(text.data(), length));
+    auto candidate = base;
+    for (int i = 2; std::filesystem::exists(candidate); ++i)
+    {
+        candidate = base;
+        candidate += "-" + std::to_string(i);
+    }
+    return candidate;
+}
+
+/** Seconds between two frames, from the server's pacing or the configured frame rate; 0 when not known. */
+double frame_period(const nlohmann::json &configuration, const session_metadata &metadata,
+                    const server_info &server)
+{
+    if (metadata.tick_period > 0)
+    {
+        return metadata.tick_period / server.ticks_per_second;
+    }
+    for (const auto &item : list_items(configuration))
+    {
+        const auto rate = item.document.at("config").value("frame_rate", 0.0);
+        if (rate > 0.0)
+        {
+            return 1.0 / rate;
+        }
+    }
+    return 0.0;
+}
+
+/** Where the strongest echo of an item is, in metres; not a number when that is not known. */
+double echo_distance(const item_layout &layout, const item_configuration &item,
+                     const item_statistics &statistics)
+{
+    const auto point = statistics.strongest_point();
+    return point ? point_distances(layout, item)[*point] : NAN;
+}
+
+/** Prints one line for each item. */
+void print_items(std::ostream &out, const session_metadata &metadata,
+                 const std::vector<item_configuration> &items, const recorder &recorded, std::uint64_t frames)
+{
+    text_table table(
+        {"group", "item", "sensor", "sub-sweeps", "samples/frame", "frames", "mean level", "strongest echo"});
+    for (std::size_t i = 0; i < items.size(); ++i)
+    {
+        const auto &layout = metadata.items[i];
+        const auto &statistics = recorded.statistics()[i];
+        const auto distance = echo_distance(layout, items[i], statistics);
+        table.add({std::to_string(layout.group + 1), std::to_string(layout.index + 1),
+                   std::to_string(items[i].sensor_id), std::to_string(layout.subsweeps.size()),
+                   std::to_string(layout.frame_length), std::to_string(frames),
+                   fixed(statistics.mean_level(), 1),
+                   std::isnan(distance) ? "-" : fixed(distance, 3) + " m"});
+    }
+    table.print(out);
+}
+
+/** What was recorded, for programs. */
+nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vector<item_configuration> &items,
+                               const recorder &recorded, const session_writer &writer)
+{
+    auto list = nlohmann::ordered_json::array();
+    for (std::size_t i = 0; i < items.size(); ++i)
+    {
+        const auto &layout = metadata.items[i];
+        const auto &statistics = recorded.statistics()[i];
+        const auto distance = echo_distance(layout, items[i], statistics);
+        list.push_back({{"group", layout.group + 1},
+                        {"item", layout.index + 1},
+                        {"sensor_id", items[i].sensor_id},
+                        {"subsweeps", layout.subsweeps.size()},
+                        {"samples_per_frame", layout.frame_length},
+                        {"mean_level", statistics.mean_level()},
+                        {"strongest_echo_m", std::isnan(distance) ? nlohmann::ordered_json()
+                                                                  : nlohmann::ordered_json(distance)}});
+    }
+    return {{"recording", writer.directory().string()},
+            {"frames", writer.frames()},
+            {"bytes", writer.data_length()},
+            {"seconds", recorded.seconds()},
+            {"interrupted", recorded.interrupted()},
+            {"disturbances", recorded.losses()},
+            {"items", std::move(list)}};
+}
+
+/** Prints what was recorded in all. */
+void print_summary(std::ostream &out, const session_writer &writer, const recorder &recorded)
+{
+    const auto frames = static_cast<double>(writer.frames());
+    const auto bytes = static_cast<double>(writer.data_length());
+    const double seconds = recorded.seconds();
+    out << writer.frames() << " frames, " << format_bytes(bytes) << " in " << fixed(seconds, 2) << " s";
+    if (seconds > 0.0)
+    {
+        out << ": " << fixed(frames / seconds, 1) << " frames/s, " << format_bytes(bytes / seconds) << "/s";
+    }
+    out << "\n";
+    if (recorded.losses() > 0)
+    {
+        out << "the line was disturbed " << recorded.losses() << " times; the recording says where\n";
+    }
+    out << "recording: " << writer.directory().string() << "\n";
+}
+
+/**
+ * Records, showing progress if asked to.
+ *
+ * @return what went wrong, to be reported when the recording is whole; null when nothing did
+ */
+std::exception_ptr run_recorder(recorder &recorded, const record_options &options, std::ostream &err)
+{
+    const interrupt_watch watch;
+    progress_line line(err, options.progress, {.frames = options.frames, .seconds = options.seconds});
+    try
+    {
+        recorded.run({.frames = options.frames,
+                      .seconds = options.seconds,
+                      .stop = interrupt_watch::interrupted,
+                      .progress = [&](std::uint64_t frames) { line.update(frames); }});
+        return nullptr;
+    }
+    catch (...)
+    {
+        return std::current_exception();
+    }
+}
+
+} // namespace
+
+exit_code record(const record_options &options, command_streams streams)
+{
+    auto configuration = load_configuration(options.configuration);
+    if (!options.calibration.empty())
+    {
+        add_calibrations(configuration, options.calibration);
+    }
+    client server(parse_address(options.connect));
+    const auto metadata = server.configure(configuration);
+    const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
+    session_writer writer(output, {configuration, *metadata, server.server()});
+    recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()));
+    const auto failure = run_recorder(recorded, options, streams.err);
+    writer.finish();
+    const auto items = list_items(configuration);
+    if (options.json)
+    {
+        streams.out << to_json(*metadata, items, recorded, writer).dump(2) << "\n";
+    }
+    else
+    {
+        print_items(streams.out, *metadata, items, recorded, writer.frames());
+        print_summary(streams.out, writer, recorded);
+    }
+    if (failure)
+    {
+        std::rethrow_exception(failure);
+    }
+    return recorded.interrupted() ? exit_code::interrupted : exit_code::success;
+}
+
+void add_record_command(CLI::App &app, command_streams streams, exit_code &result)
+{
+    auto *command = app.add_subcommand("record", "Record frames of a measurement to disk.");
+    auto options = std::make_shared<record_options>();
+    command->add_option("CONFIG", options->configuration, "Configuration document, a JSON file")
+        ->required()
+        ->type_name("");
+    command->add_option("--frames", options->frames, "Stop after so many frames")->check(CLI::PositiveNumber);
+    command->add_option("--seconds", options->seconds, "Stop after so many seconds")
+        ->check(CLI::PositiveNumber);
+    add_connect_option(*command, options->connect);
+    command->add_option("--output", options->output, "New directory for the recording")->type_name("DIR");
+    command->add_option("--calibration", options->calibration, "Calibrations made by \"vantor calibrate\"")
+        ->type_name("FILE");
+    add_json_flag(*command, options->json);
+    command->footer(footer);
+    command->callback([options, streams, &result] {
+        options->progress = streams.terminal;
+        result = record(*options, streams);
+    });
+}
+
+} // namespace vantor

@@ -1,0 +1,45 @@
+/** @file
+ * `vantor record`: from a configuration document to a recording.
+ */
+#ifndef VANTOR_RECORD_H
+#define VANTOR_RECORD_H
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include <CLI/App.hpp>
+
+#include "commands/command_line.h"
+
+namespace vantor
+{
+
+/** What is to be recorded, from where, for how long and into what. */
+struct record_options
+{
+    std::filesystem::path configuration;
+    std::string connect = "sim:";
+    std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
+    std::uint64_t frames = 0;          /**< 0 for no such bound */
+    double seconds = 0.0;              /**< 0 for no such bound */
+    std::filesystem::path calibration; /**< a file of calibrations to use; empty for none */
+    bool json = false;                 /**< print JSON instead of a table */
+    bool progress = false;             /**< show a line of progress */
+};
+
+/**
+ * Records a session and prints what it holds.
+ *
+ * @return success, or interrupted
+ * @throws configuration_error, recording_error and the exceptions of the client; a recording that was begun
+ * is whole nevertheless
+ */
+exit_code record(const record_options &options, command_streams streams);
+
+/** Adds the command to the command line. */
+void add_record_command(CLI::App &app, command_streams streams, exit_code &result);
+
+} // namespace vantor
+
+#endif

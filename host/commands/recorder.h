@@ -1,0 +1,93 @@
+/** @file
+ * Moves frames from a server into a recording.
+ */
+#ifndef VANTOR_RECORDER_H
+#define VANTOR_RECORDER_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "recording/item_statistics.h"
+#include "recording/session_writer.h"
+#include "vantor/client.h"
+
+namespace vantor
+{
+
+/** When a recording ends. */
+struct recorder_limits
+{
+    std::uint64_t frames = 0;   /**< 0 for no such bound */
+    double seconds = 0.0;       /**< 0 for no such bound */
+    std::function<bool()> stop; /**< asked at least ten times a second; true ends the recording */
+    std::function<void(std::uint64_t)> progress; /**< called after every frame with their number, when set */
+};
+
+/** Moves frames from a server into a recording, and keeps figures of them. */
+class recorder
+{
+public:
+    /**
+     * @param source       in a configured session
+     * @param destination  a recording of the same session
+     * @param metadata     of the session
+     * @param period       time from one frame to the next in seconds; 0 when not known
+     */
+    recorder(client &source, session_writer &destination, const session_metadata &metadata, double period);
+
+    /**
+     * Records. A message that arrives damaged counts as lost frames and does not end the recording.
+     *
+     * @throws what client and session_writer throw; the recording holds every frame that arrived before
+     */
+    void run(const recorder_limits &limits);
+
+    /** Figures of each item. */
+    [[nodiscard]] const std::vector<item_statistics> &statistics() const noexcept
+    {
+        return statistics_;
+    }
+
+    /** Time from the start of the stream to the last frame, in seconds. */
+    [[nodiscard]] double seconds() const noexcept
+    {
+        return seconds_;
+    }
+
+    /** Whether the recording was ended by recorder_limits::stop. */
+    [[nodiscard]] bool interrupted() const noexcept
+    {
+        return interrupted_;
+    }
+
+    /** Number of times that the stream was damaged. */
+    [[nodiscard]] unsigned losses() const noexcept
+    {
+        return losses_;
+    }
+
+private:
+    bool done(const recorder_limits &limits);
+    std::optional<frame> receive();
+    void store(const frame &received);
+    void note_loss(const frame &next);
+
+    client &source_;
+    session_writer &destination_;
+    double period_;
+    std::vector<item_statistics> statistics_;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point last_; // when the last frame came
+    double seconds_ = 0.0;
+    unsigned losses_ = 0;
+    bool interrupted_ = false;
+    bool damaged_ = false; // since the last frame
+    std::optional<std::uint32_t> last_tick_;
+};
+
+} // namespace vantor
+
+#endif

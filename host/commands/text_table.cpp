@@ -1,0 +1,65 @@
+/** @file
+ * Tables and numbers as text, for people.
+ */
+#include "commands/text_table.h"
+
+#include <algorithm>
+#include <array>
+#include <iomanip>
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace vantor
+{
+
+text_table::text_table(std::vector<std::string> head)
+{
+    rows_.push_back(std::move(head));
+}
+
+void text_table::add(std::vector<std::string> row)
+{
+    rows_.push_back(std::move(row));
+}
+
+void text_table::print(std::ostream &out) const
+{
+    std::vector<std::size_t> widths(rows_.front().size());
+    for (const auto &row : rows_)
+    {
+        for (std::size_t i = 0; i < widths.size(); ++i)
+        {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const auto &row : rows_)
+    {
+        for (std::size_t i = 0; i < widths.size(); ++i)
+        {
+            out << (i == 0 ? "" : "  ") << std::setw(static_cast<int>(widths[i])) << row[i];
+        }
+        out << "\n";
+    }
+}
+
+std::string fixed(double value, int digits)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(digits) << value;
+    return text.str();
+}
+
+std::string format_bytes(double bytes)
+{
+    constexpr std::array<const char *, 5> units{"B", "kB", "MB", "GB", "TB"};
+    std::size_t unit = 0;
+    while (bytes >= 999.95 && unit + 1 < units.size())
+    {
+        bytes /= 1000.0;
+        ++unit;
+    }
+    return fixed(bytes, unit == 0 ? 0 : 1) + " " + units[unit];
+}
+
+} // namespace vantor

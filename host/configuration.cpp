@@ -1,0 +1,187 @@
+/** @file
+ * Configuration documents as files, and what a host needs to know of them.
+ */
+#include "configuration.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <set>
+
+namespace vantor
+{
+namespace
+{
+
+/** Writes a place in a text as "line L, column C", both counted from 1. */
+std::string describe_place(std::string_view text, std::size_t offset)
+{
+    const auto before = text.substr(0, offset);
+    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+    const auto line_start = before.rfind('\n');
+    const auto column = before.size() - (line_start == std::string_view::npos ? 0 : line_start + 1) + 1;
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+/** Watches a document being parsed for members that stand twice in one object. */
+class repetition_watch
+{
+public:
+    /** Called for every step of the parser. */
+    void operator()(nlohmann::json::parse_event_t event, const nlohmann::json &parsed)
+    {
+        using step = nlohmann::json::parse_event_t;
+        if (event == step::object_start)
+        {
+            seen_.emplace_back();
+        }
+        else if (event == step::object_end)
+        {
+            seen_.pop_back();
+        }
+        else if (event == step::key && !seen_.back().insert(parsed.get<std::string>()).second)
+        {
+            repeated_ = parsed.get<std::string>();
+        }
+    }
+
+    /** The last repeated member; empty when there is none. */
+    [[nodiscard]] const std::string &repeated() const noexcept
+    {
+        return repeated_;
+    }
+
+private:
+    std::vector<std::set<std::string>> seen_; // for each open object
+    std::string repeated_;
+};
+
+/** Reads a member as a whole number, or the default when it is missing or none. */
+int integer_or(const nlohmann::json &object, const char *name, int otherwise)
+{
+    const auto found = object.find(name);
+    return found != object.end() && found->is_number() ? found->get<int>() : otherwise;
+}
+
+/** Reads where a sub-sweep lies. */
+subsweep_range read_range(const nlohmann::json &subsweep)
+{
+    subsweep_range range;
+    range.start_point = integer_or(subsweep, "start_point", range.start_point);
+    range.step_length = integer_or(subsweep, "step_length", range.step_length);
+    return range;
+}
+
+/** Reads one item. */
+item_configuration read_item(const nlohmann::json &document)
+{
+    item_configuration item;
+    item.document = document;
+    item.sensor_id = static_cast<unsigned>(integer_or(document, "sensor_id", 0));
+    const auto &config = document.at("config");
+    if (!config.contains("subsweeps"))
+    {
+        item.subsweeps.push_back(read_range(config));
+        return item;
+    }
+    for (const auto &subsweep : config.at("subsweeps"))
+    {
+        item.subsweeps.push_back(read_range(subsweep));
+    }
+    return item;
+}
+
+} // namespace
+
+nlohmann::json parse_json_text(std::string_view text, const std::string &name)
+{
+    repetition_watch watch;
+    nlohmann::json document;
+    try
+    {
+        document = nlohmann::json::parse(
+            text, [&](int, nlohmann::json::parse_event_t event, const nlohmann::json &parsed) {
+                watch(event, parsed);
+                return true;
+            });
+    }
+    catch (const nlohmann::json::parse_error &failure)
+    {
+        const auto place = describe_place(text, failure.byte == 0 ? 0 : failure.byte - 1);
+        const std::string reason = failure.what();
+        throw configuration_error(name + " is not JSON at " + place + ": " +
+                                  reason.substr(std::min(reason.find(": ") + 2, reason.size())));
+    }
+    catch (const nlohmann::json::exception &)
+    {
+        throw configuration_error(name + " holds a number that is too large to be read.");
+    }
+    if (!watch.repeated().empty())
+    {
+        throw configuration_error(name + ": the member \"" + watch.repeated() +
+                                  "\" stands twice in one object; remove one of them.");
+    }
+    return document;
+}
+
+nlohmann::json load_configuration(const std::filesystem::path &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::string text;
+    if (stream && std::filesystem::is_regular_file(file))
+    {
+        text.assign(std::istreambuf_iterator<char>(stream), {});
+    }
+    if (!stream || std::filesystem::is_directory(file))
+    {
+        throw configuration_error("Cannot read " + file.string() +
+                                  ": check that the file is there and that you "
+                                  "may read it.");
+    }
+    auto document = parse_json_text(text, file.string());
+    if (!document.is_object())
+    {
+        throw configuration_error(file.string() +
+                                  " is no configuration: it must hold one JSON object, { … }.");
+    }
+    return document;
+}
+
+std::vector<item_configuration> list_items(const nlohmann::json &configuration)
+{
+    std::vector<item_configuration> items;
+    const auto groups = configuration.find("groups");
+    if (groups == configuration.end())
+    {
+        return items;
+    }
+    for (const auto &group : *groups)
+    {
+        for (const auto &item : group)
+        {
+            items.push_back(read_item(item));
+        }
+    }
+    return items;
+}
+
+std::vector<double> point_distances(const item_layout &layout, const item_configuration &item)
+{
+    std::vector<double> distances(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
+    const auto count = std::min(layout.subsweeps.size(), item.subsweeps.size());
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const auto &place = layout.subsweeps[i];
+        const auto &range = item.subsweeps[i];
+        for (std::size_t point = 0; point < place.length; ++point)
+        {
+            const double steps = range.start_point + static_cast<double>(point) * range.step_length;
+            distances[place.offset + point] = steps * layout.base_step_length_m;
+        }
+    }
+    return distances;
+}
+
+} // namespace vantor

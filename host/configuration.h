@@ -1,0 +1,79 @@
+/** @file
+ * Configuration documents as files, and what a host needs to know of them: which item looks where.
+ */
+#ifndef VANTOR_CONFIGURATION_H
+#define VANTOR_CONFIGURATION_H
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "vantor/errors.h"
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/** A file holds no usable configuration document. */
+class configuration_error : public error
+{
+public:
+    using error::error;
+};
+
+/** Where the points of a sub-sweep lie, in base steps. */
+struct subsweep_range
+{
+    int start_point = 80; /**< of the first point */
+    int step_length = 1;  /**< from one point to the next */
+};
+
+/** One item of a configuration document. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
+struct item_configuration
+{
+    unsigned sensor_id = 0;  /**< from 1 */
+    nlohmann::json document; /**< the item as it stands in the document */
+    std::vector<subsweep_range> subsweeps;
+};
+
+/**
+ * Reads a JSON text and refuses repeated members.
+ *
+ * @param text  the text
+ * @param name  what to call it in errors, such as its file name
+ * @throws configuration_error with line and column when it is not JSON
+ */
+nlohmann::json parse_json_text(std::string_view text, const std::string &name);
+
+/**
+ * Reads a configuration document from a file.
+ *
+ * @throws configuration_error when the file cannot be read, is not JSON, repeats a member or is no object
+ */
+nlohmann::json load_configuration(const std::filesystem::path &file);
+
+/**
+ * Lists the items of a document that a server has accepted, in the order in which frames carry them.
+ *
+ * @param configuration  the document
+ * @return one element per item
+ */
+std::vector<item_configuration> list_items(const nlohmann::json &configuration);
+
+/**
+ * Where each point of a sweep lies.
+ *
+ * @param layout  the item's layout
+ * @param item    the item's configuration
+ * @return one distance in metres for each sample of a sweep; not a number where no sub-sweep reaches
+ */
+std::vector<double> point_distances(const item_layout &layout, const item_configuration &item);
+
+} // namespace vantor
+
+#endif

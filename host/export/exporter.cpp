@@ -1,0 +1,144 @@
+/** @file
+ * Turns a recording into files for other programs.
+ */
+#include "export/exporter.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <complex>
+#include <string>
+#include <system_error>
+
+#include "recording/output_file.h"
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Alignment of the data in an NPY file. */
+constexpr std::size_t npy_alignment = 64;
+
+/** Bytes before the header of an NPY file: magic, version, length of the header. */
+constexpr std::size_t npy_prefix = 10;
+
+/** Appends a number in its shortest exact form, and a separator. */
+template <typename Number> void append_number(std::string &text, Number value, char separator)
+{
+    std::array<char, 32> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    text.append(digits.data(), end);
+    text += separator;
+}
+
+/** One frame of an item as text. */
+std::string csv_lines(const recorded_item &item, std::uint64_t number, const std::vector<sample> &samples)
+{
+    std::string text;
+    const auto length = item.layout.sweep_length;
+    for (std::size_t i = 0; i < samples.size(); ++i)
+    {
+        const double distance = item.distances[i % length];
+        append_number(text, number, ',');
+        append_number(text, i / length, ',');
+        append_number(text, i % length, ',');
+        if (std::isnan(distance))
+        {
+            text += ',';
+        }
+        else
+        {
+            // Micrometres are far below a base step, and keep binary fractions from showing.
+            append_number(text, std::round(distance * 1e6) / 1e6, ',');
+        }
+        append_number(text, samples[i].real(), ',');
+        append_number(text, samples[i].imag(), '\n');
+    }
+    return text;
+}
+
+/** The head of an NPY file of version 1.0: a description of the array, padded so that the data are aligned.
+ */
+std::string npy_head(const session_reader &recording, const recorded_item &item)
+{
+    std::string description =
+        "{'descr': '<c8', 'fortran_order': False, 'shape': (" + std::to_string(recording.frames()) + ", " +
+        std::to_string(item.layout.sweeps()) + ", " + std::to_string(item.layout.sweep_length) + "), }";
+    const auto unpadded = npy_prefix + description.size() + 1;
+    description.append((npy_alignment - unpadded % npy_alignment) % npy_alignment, ' ');
+    description += '\n';
+    std::string head("\x93NUMPY\x01\x00", 8);
+    head += static_cast<char>(description.size() & 0xFFU);
+    head += static_cast<char>(description.size() >> 8U);
+    return head + description;
+}
+
+/** The samples of a frame in single precision. */
+std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
+{
+    std::vector<std::complex<float>> wide;
+    wide.reserve(samples.size());
+    for (const auto &value : samples)
+    {
+        wide.emplace_back(static_cast<float>(value.real()), static_cast<float>(value.imag()));
+    }
+    return wide;
+}
+
+/** Writes one file for each item: a head, then frame after frame. */
+template <typename Head, typename Body>
+std::vector<std::filesystem::path> write_items(session_reader &recording,
+                                               const std::filesystem::path &directory, const char *extension,
+                                               Head head, Body body)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(directory, failure);
+    if (failure)
+    {
+        throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
+                              ".");
+    }
+    std::vector<std::filesystem::path> written;
+    std::vector<sample> samples;
+    for (std::size_t i = 0; i < recording.items().size(); ++i)
+    {
+        const auto &item = recording.items()[i];
+        const auto path = directory / (item.name + extension);
+        output_file file(path);
+        file.append(head(item));
+        for (std::uint64_t number = 0; number < recording.frames(); ++number)
+        {
+            recording.read_frame(i, number, samples);
+            body(file, item, number, samples);
+        }
+        written.push_back(path);
+    }
+    return written;
+}
+
+} // namespace
+
+std::vector<std::filesystem::path> export_csv(session_reader &recording,
+                                              const std::filesystem::path &directory)
+{
+    return write_items(
+        recording, directory, ".csv",
+        [](const recorded_item &) { return std::string("frame,sweep,point,distance_m,real,imag\n"); },
+        [](output_file &file, const recorded_item &item, std::uint64_t number,
+           const std::vector<sample> &samples) { file.append(csv_lines(item, number, samples)); });
+}
+
+std::vector<std::filesystem::path> export_npy(session_reader &recording,
+                                              const std::filesystem::path &directory)
+{
+    return write_items(
+        recording, directory, ".npy", [&](const recorded_item &item) { return npy_head(recording, item); },
+        [](output_file &file, const recorded_item &, std::uint64_t, const std::vector<sample> &samples) {
+            const auto wide = widen(samples);
+            file.append(std::as_bytes(std::span(wide)));
+        });
+}
+
+} // namespace vantor

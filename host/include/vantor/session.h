@@ -1,0 +1,164 @@
+/** @file
+ * What a server says of itself, of a session and of each frame, in typed form.
+ */
+#ifndef VANTOR_SESSION_H
+#define VANTOR_SESSION_H
+
+#include <complex>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "vantor/message_parser.h"
+
+namespace vantor
+{
+
+/** One complex sample, in-phase part first. */
+using sample = std::complex<std::int16_t>;
+
+/** What a server says of itself. */
+struct server_info
+{
+    std::string server_version;
+    int protocol_version = 0;
+    std::string sensor;                      /**< model of the sensors */
+    unsigned sensor_count = 0;               /**< places for sensors on the board */
+    std::vector<unsigned> connected_sensors; /**< numbers of the sensors that are there, from 1 */
+    double ticks_per_second = 0.0;           /**< unit of every tick; at least 1 */
+    std::uint32_t max_baudrate = 0;          /**< 0 when the link has no baud rate to change */
+};
+
+/** A calibration result, in the form that a configuration's "calibration_info" takes back. */
+struct calibration
+{
+    unsigned sensor_id = 0; /**< from 1 */
+    int temperature = 0;    /**< at which it was made, in degrees Celsius as the sensor counts them */
+    std::string data;       /**< hexadecimal digits */
+};
+
+/** Where a sub-sweep lies within a sweep, in samples. */
+struct subsweep_layout
+{
+    std::size_t offset = 0;
+    std::size_t length = 0;
+};
+
+/** How the frames of an item are laid out. */
+struct item_layout
+{
+    std::size_t group = 0; /**< place of the item's group in the session, from 0 */
+    std::size_t index = 0; /**< place of the item in its group, from 0 */
+    int calibration_temperature = 0;
+    std::size_t frame_length = 0; /**< samples of a frame */
+    std::size_t sweep_length = 0; /**< samples of a sweep */
+    double max_sweep_rate = 0.0;  /**< in hertz */
+    bool high_speed_mode = false;
+    double base_step_length_m = 0.0; /**< distance of one base step, in metres */
+    std::vector<subsweep_layout> subsweeps;
+
+    /** Number of sweeps in a frame. */
+    [[nodiscard]] std::size_t sweeps() const noexcept
+    {
+        return sweep_length == 0 ? 0 : frame_length / sweep_length;
+    }
+};
+
+/** What a server says once, before the first frame of a session. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
+struct session_metadata
+{
+    std::uint32_t tick_period = 0; /**< ticks between two frames when the server paces them, else 0 */
+    std::vector<calibration> calibrations;
+    std::vector<item_layout> items; /**< of all groups, in the order in which frames carry them */
+    nlohmann::json document;        /**< the whole message, as received */
+
+    /** Samples of one frame of all items. */
+    [[nodiscard]] std::size_t frame_length() const noexcept;
+};
+
+/** One item of one frame. */
+struct frame_item
+{
+    const item_layout *layout = nullptr; /**< owned by the session's metadata */
+    std::span<const sample> samples;     /**< sweep after sweep; owned by the frame */
+    std::uint32_t tick = 0;              /**< when the item was measured; wraps around */
+    int temperature = 0;                 /**< in degrees Celsius, for comparison, not absolute */
+    bool data_saturated = false;
+    bool calibration_needed = false;
+    bool frame_delayed = false;
+    std::optional<bool> data_valid;  /**< with clear-channel assessment */
+    std::optional<double> cca_value; /**< with clear-channel assessment and debug, as are the next two */
+    std::optional<bool> cca_detected;
+    std::optional<bool> tx_enabled;
+
+    /**
+     * The samples of one sub-sweep of one sweep.
+     *
+     * @param sweep     0 to layout->sweeps() - 1
+     * @param subsweep  0 to layout->subsweeps.size() - 1
+     */
+    [[nodiscard]] std::span<const sample> subsweep(std::size_t sweep, std::size_t subsweep) const;
+};
+
+/** One frame of all items of a session. It may be moved but not copied: its items point into it. */
+class frame
+{
+public:
+    frame(const frame &) = delete;
+    frame &operator=(const frame &) = delete;
+    frame(frame &&) = default;
+    frame &operator=(frame &&) = default;
+    ~frame() = default;
+
+    /** The items, in the order of the session's metadata. */
+    [[nodiscard]] std::span<const frame_item> items() const noexcept
+    {
+        return items_;
+    }
+
+    /** The samples of all items back to back. */
+    [[nodiscard]] std::span<const sample> samples() const noexcept
+    {
+        return samples_;
+    }
+
+private:
+    friend frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
+    frame() = default;
+
+    std::shared_ptr<const session_metadata> metadata_; // keeps the layouts alive
+    std::vector<sample> samples_;
+    std::vector<frame_item> items_;
+};
+
+/**
+ * Reads the answer to "identify".
+ *
+ * @throws protocol_error when a member is missing or out of range
+ */
+server_info decode_server_info(const nlohmann::json &document);
+
+/**
+ * Reads a session metadata message.
+ *
+ * @throws protocol_error when a member is missing, out of range, or the lengths contradict one another
+ */
+session_metadata decode_metadata(const nlohmann::json &document);
+
+/**
+ * Reads a frame message and cuts its payload into items.
+ *
+ * @throws protocol_error when the message does not have the shape and the length that the metadata announced
+ */
+frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
+
+} // namespace vantor
+
+#endif

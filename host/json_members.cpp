@@ -1,0 +1,104 @@
+/** @file
+ * Reads members of JSON objects that come from a server.
+ */
+#include "json_members.h"
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Longest frame, sweep or sub-sweep that a server can announce, in samples. */
+constexpr std::int64_t longest_length = 65535;
+
+/** Says that a member is not what it should be. */
+[[noreturn]] void refuse(const std::string &name, const std::string &expectation)
+{
+    throw protocol_error("The server's message has a member \"" + name + "\" that is not " + expectation +
+                         ": server and host do not speak the same protocol.");
+}
+
+} // namespace
+
+const nlohmann::json &member(const nlohmann::json &object, const char *name)
+{
+    const auto found = object.find(name);
+    if (!object.is_object() || found == object.end())
+    {
+        throw protocol_error(std::string("The server's message has no member \"") + name +
+                             "\": server and host do not speak the same protocol.");
+    }
+    return *found;
+}
+
+const nlohmann::json &array_member(const nlohmann::json &object, const char *name)
+{
+    const auto &value = member(object, name);
+    if (!value.is_array())
+    {
+        refuse(name, "an array");
+    }
+    return value;
+}
+
+std::int64_t to_integer(const nlohmann::json &value, const std::string &what, std::int64_t lowest,
+                        std::int64_t highest)
+{
+    const bool fits = value.is_number_integer() &&
+                      (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX) &&
+                      value.get<std::int64_t>() >= lowest && value.get<std::int64_t>() <= highest;
+    if (!fits)
+    {
+        refuse(what, "a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest));
+    }
+    return value.get<std::int64_t>();
+}
+
+std::size_t length_member(const nlohmann::json &object, const char *name)
+{
+    return static_cast<std::size_t>(to_integer(member(object, name), name, 0, longest_length));
+}
+
+double number_member(const nlohmann::json &object, const char *name)
+{
+    const auto &value = member(object, name);
+    if (!value.is_number())
+    {
+        refuse(name, "a number");
+    }
+    return value.get<double>();
+}
+
+bool boolean_member(const nlohmann::json &object, const char *name)
+{
+    const auto &value = member(object, name);
+    if (!value.is_boolean())
+    {
+        refuse(name, "true or false");
+    }
+    return value.get<bool>();
+}
+
+std::string text_member(const nlohmann::json &object, const char *name)
+{
+    const auto &value = member(object, name);
+    if (!value.is_string())
+    {
+        refuse(name, "a text");
+    }
+    return value.get<std::string>();
+}
+
+std::optional<bool> optional_boolean_member(const nlohmann::json &object, const char *name)
+{
+    return object.contains(name) ? std::optional(boolean_member(object, name)) : std::nullopt;
+}
+
+std::optional<double> optional_number_member(const nlohmann::json &object, const char *name)
+{
+    return object.contains(name) ? std::optional(number_member(object, name)) : std::nullopt;
+}
+
+} // namespace vantor

@@ -1,0 +1,43 @@
+/** @file
+ * Opens the kind of link that an address asks for.
+ */
+#include "vantor/link.h"
+
+#include "link_serial.h"
+#include "link_simulator.h"
+#include "link_tcp.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Opens each kind of link. */
+struct link_opener
+{
+    std::chrono::milliseconds timeout;
+
+    std::unique_ptr<link> operator()(const tcp_address &where) const
+    {
+        return std::make_unique<tcp_link>(where, timeout);
+    }
+
+    std::unique_ptr<link> operator()(const serial_address &where) const
+    {
+        return std::make_unique<serial_link>(where);
+    }
+
+    std::unique_ptr<link> operator()(const simulator_address &where) const
+    {
+        return std::make_unique<simulator_link>(where, timeout);
+    }
+};
+
+} // namespace
+
+std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout)
+{
+    return std::visit(link_opener{timeout}, where);
+}
+
+} // namespace vantor

@@ -1,0 +1,30 @@
+/** @file
+ * A link over a serial line.
+ */
+#ifndef VANTOR_LINK_SERIAL_H
+#define VANTOR_LINK_SERIAL_H
+
+#include <asio/serial_port.hpp>
+
+#include "stream_link.h"
+
+namespace vantor
+{
+
+/** A link over a serial line: 8 data bits, no parity, one stop bit, no flow control. */
+class serial_link : public stream_link<asio::serial_port>
+{
+public:
+    /**
+     * Opens the device.
+     *
+     * @throws connect_error when it cannot be opened or does not know the speed
+     */
+    explicit serial_link(const serial_address &where);
+
+    void set_baudrate(std::uint32_t baudrate) override;
+};
+
+} // namespace vantor
+
+#endif

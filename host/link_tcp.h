@@ -1,0 +1,30 @@
+/** @file
+ * A link over TCP.
+ */
+#ifndef VANTOR_LINK_TCP_H
+#define VANTOR_LINK_TCP_H
+
+#include <asio/ip/tcp.hpp>
+
+#include "stream_link.h"
+
+namespace vantor
+{
+
+/** A link over TCP. */
+class tcp_link : public stream_link<asio::ip::tcp::socket>
+{
+public:
+    /**
+     * Connects.
+     *
+     * @throws connect_error when nothing listens there, the name is unknown or the time is over
+     */
+    tcp_link(const tcp_address &where, std::chrono::milliseconds timeout);
+
+    void set_baudrate(std::uint32_t baudrate) override;
+};
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,283 @@
+/** @file
+ * Cuts the bytes of a link into messages.
+ */
+#include "vantor/message_parser.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Deepest nesting of a header; the messages of the protocol need six levels. */
+constexpr int deepest_nesting = 32;
+
+/** A consumed part of the buffer beyond this size is given back. */
+constexpr std::size_t compaction_threshold = 65536;
+
+/** Finds the first bracket that nests deeper than allowed; npos when there is none. */
+std::size_t find_excess_nesting(std::string_view text)
+{
+    int depth = 0;
+    bool quoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        const char c = text[i];
+        if (quoted)
+        {
+            i += c == '\\' ? 1U : 0U;
+            quoted = c != '"';
+        }
+        else if (c == '"')
+        {
+            quoted = true;
+        }
+        else if (c == '{' || c == '[')
+        {
+            if (++depth > deepest_nesting)
+            {
+                return i;
+            }
+        }
+        else if (c == '}' || c == ']')
+        {
+            --depth;
+        }
+    }
+    return std::string_view::npos;
+}
+
+/** What is wrong with a header, and where in its line. */
+struct header_fault
+{
+    std::size_t offset = 0;
+    std::string reason;
+};
+
+/**
+ * Checks the members that every header has.
+ *
+ * @return what is wrong; an empty text when nothing is
+ */
+std::string check_members(const nlohmann::json &header, std::size_t largest_payload)
+{
+    if (!header.is_object())
+    {
+        return "the header is no JSON object";
+    }
+    const auto status = header.find("status");
+    if (status == header.end() || !status->is_string())
+    {
+        return "the header has no text \"status\"";
+    }
+    const auto size = header.find("payload_size");
+    if (size == header.end() || !size->is_number_integer())
+    {
+        return "the header has no whole number \"payload_size\"";
+    }
+    if (!size->is_number_unsigned())
+    {
+        return "\"payload_size\" is negative";
+    }
+    if (size->get<std::uint64_t>() > largest_payload)
+    {
+        return "\"payload_size\" is " + size->dump() + ", more than the " + std::to_string(largest_payload) +
+               " bytes allowed";
+    }
+    return {};
+}
+
+/**
+ * Reads a header line.
+ *
+ * @param line             without its line feed
+ * @param largest_payload  upper bound of "payload_size"
+ * @param header           receives the header
+ * @return what is wrong, or nothing
+ */
+std::optional<header_fault> parse_header(std::string_view line, std::size_t largest_payload,
+                                         nlohmann::json &header)
+{
+    if (const auto excess = find_excess_nesting(line); excess != std::string_view::npos)
+    {
+        return header_fault{excess, "the header is nested too deep"};
+    }
+    try
+    {
+        header = nlohmann::json::parse(line);
+    }
+    catch (const nlohmann::json::parse_error &failure)
+    {
+        return header_fault{failure.byte == 0 ? 0 : failure.byte - 1, "the header is not JSON"};
+    }
+    catch (const nlohmann::json::exception &)
+    {
+        return header_fault{0, "the header has a number out of range"};
+    }
+    if (auto reason = check_members(header, largest_payload); !reason.empty())
+    {
+        return header_fault{0, std::move(reason)};
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+message_parser::message_parser(message_limits limits) : limits_(limits)
+{
+}
+
+void message_parser::feed(std::span<const std::byte> bytes)
+{
+    const auto old_size = buffer_.size();
+    buffer_.resize(old_size + bytes.size());
+    if (!bytes.empty())
+    {
+        std::memcpy(buffer_.data() + old_size, bytes.data(), bytes.size());
+    }
+}
+
+std::optional<message> message_parser::next()
+{
+    if (!pending_ && !read_header())
+    {
+        return std::nullopt;
+    }
+    if (!fill_payload())
+    {
+        return std::nullopt;
+    }
+    auto complete = std::move(pending_);
+    pending_.reset();
+    return complete;
+}
+
+std::uint64_t message_parser::position() const noexcept
+{
+    return position_;
+}
+
+bool message_parser::within_message() const noexcept
+{
+    return pending_.has_value() || skipping_ || start_ != buffer_.size();
+}
+
+void message_parser::reset()
+{
+    *this = message_parser(limits_);
+}
+
+/** The bytes that are fed and not consumed. */
+std::string_view message_parser::buffered() const noexcept
+{
+    return {buffer_.data() + start_, buffer_.size() - start_};
+}
+
+/** Removes bytes from the front of the buffer; views into it become invalid at the next feed. */
+void message_parser::consume(std::size_t count)
+{
+    start_ += count;
+    position_ += count;
+    scanned_ = 0;
+    if (start_ == buffer_.size())
+    {
+        buffer_.clear();
+        start_ = 0;
+    }
+    else if (start_ > compaction_threshold)
+    {
+        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(start_));
+        start_ = 0;
+    }
+}
+
+/** Reports a fault, unless the last one has not been recovered from. */
+void message_parser::report(std::uint64_t position, const std::string &reason)
+{
+    if (!lost_)
+    {
+        lost_ = true;
+        throw bad_message(position, reason);
+    }
+}
+
+/**
+ * Finds the next whole line, and drops a line as soon as it is too long to be a header.
+ *
+ * @return the line without its line feed, still in the buffer; nothing when more bytes are needed
+ */
+std::optional<std::string_view> message_parser::take_line()
+{
+    while (true)
+    {
+        const auto bytes = buffered();
+        const auto end = bytes.find('\n', scanned_);
+        const auto length = std::min(end, bytes.size());
+        const bool too_long = length > limits_.header;
+        const auto begin = position_;
+        if (end == std::string_view::npos && !too_long && !skipping_)
+        {
+            scanned_ = bytes.size();
+            return std::nullopt;
+        }
+        if (end != std::string_view::npos && !too_long && !skipping_)
+        {
+            return bytes.substr(0, end);
+        }
+        const bool reported = skipping_;
+        skipping_ = end == std::string_view::npos;
+        consume(skipping_ ? bytes.size() : end + 1);
+        if (!reported)
+        {
+            report(begin, "the header is longer than " + std::to_string(limits_.header) + " bytes");
+        }
+        if (skipping_)
+        {
+            return std::nullopt;
+        }
+    }
+}
+
+/** Reads the next header into pending_; false when more bytes are needed. */
+bool message_parser::read_header()
+{
+    while (const auto line = take_line())
+    {
+        message candidate;
+        candidate.position = position_;
+        const auto fault = parse_header(*line, limits_.payload, candidate.header);
+        consume(line->size() + 1);
+        if (!fault)
+        {
+            lost_ = false;
+            payload_size_ = candidate.header["payload_size"].get<std::size_t>();
+            pending_ = std::move(candidate);
+            return true;
+        }
+        report(candidate.position + fault->offset, fault->reason);
+    }
+    return false;
+}
+
+/** Moves buffered bytes into the payload; true when it is complete. */
+bool message_parser::fill_payload()
+{
+    auto &payload = pending_->payload;
+    const auto bytes = buffered();
+    const auto count = std::min(payload_size_ - payload.size(), bytes.size());
+    const auto old_size = payload.size();
+    payload.resize(old_size + count);
+    if (count > 0)
+    {
+        std::memcpy(payload.data() + old_size, bytes.data(), count);
+        consume(count);
+    }
+    return payload.size() == payload_size_;
+}
+
+} // namespace vantor

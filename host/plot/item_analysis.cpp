@@ -1,0 +1,257 @@
+/** @file
+ * What a picture of an item shows.
+ */
+#include "plot/item_analysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <numbers>
+
+#include "plot/spectrum.h"
+#include "recording/frame_table.h"
+#include "recording/item_statistics.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Most strips of a map and most phases, so that pictures of long recordings stay small. */
+constexpr std::uint64_t most_strips = 400;
+constexpr std::uint64_t most_phases = 4000;
+
+/** Fewest sweeps in a frame that make a useful spectrum. */
+constexpr std::size_t fewest_sweeps = 16;
+
+/** Fewest frames that make a useful spectrum, and the longest stretch of either that is transformed. */
+constexpr std::uint64_t fewest_frames = 16;
+constexpr std::size_t longest_stretch = 512;
+
+/** The point at which an item is looked at. */
+std::size_t choose_point(const recorded_item &item, const item_statistics &statistics,
+                         std::optional<double> distance)
+{
+    if (!distance)
+    {
+        return statistics.strongest_point().value_or(0);
+    }
+    std::size_t best = 0;
+    double away = INFINITY;
+    for (std::size_t i = 0; i < item.distances.size(); ++i)
+    {
+        if (const double difference = std::fabs(item.distances[i] - *distance); difference < away)
+        {
+            best = i;
+            away = difference;
+        }
+    }
+    return best;
+}
+
+/** Times of the frames, in seconds. */
+class frame_times
+{
+public:
+    explicit frame_times(const std::filesystem::path &table) : table_(table)
+    {
+    }
+
+    /** The time of the next frame. */
+    double next()
+    {
+        if (const auto row = table_.next())
+        {
+            last_ = row->seconds;
+        }
+        return last_;
+    }
+
+private:
+    frame_table table_;
+    double last_ = 0.0;
+};
+
+/** Follows the phase of one point over the frames. */
+class phase_follower
+{
+public:
+    /** Adds the mean of a frame's sweeps; returns the phase in radians, without jumps. */
+    double add(std::complex<double> value)
+    {
+        const double phase = std::arg(value);
+        if (started_)
+        {
+            const double step = phase - last_;
+            turned_ += step - 2.0 * std::numbers::pi * std::round(step / (2.0 * std::numbers::pi));
+        }
+        else
+        {
+            turned_ = phase;
+        }
+        started_ = true;
+        last_ = phase;
+        return turned_;
+    }
+
+private:
+    bool started_ = false;
+    double last_ = 0.0;
+    double turned_ = 0.0;
+};
+
+/** Collects the strips of the map. */
+class map_builder
+{
+public:
+    map_builder(std::uint64_t frames, std::size_t sweep_length)
+        : frames_per_strip_((frames + most_strips - 1) / most_strips), level_(sweep_length),
+          sweep_length_(sweep_length)
+    {
+    }
+
+    /** Adds a frame. */
+    void add(double seconds, const std::vector<sample> &samples, std::vector<map_strip> &map)
+    {
+        if (frames_ == 0)
+        {
+            seconds_ = seconds;
+        }
+        level_.add(samples);
+        if (++frames_ == frames_per_strip_)
+        {
+            map.push_back({seconds_, level_.profile()});
+            level_ = item_statistics(sweep_length_);
+            frames_ = 0;
+        }
+    }
+
+private:
+    std::uint64_t frames_per_strip_;
+    std::uint64_t frames_ = 0; // in the strip that is being built
+    double seconds_ = 0.0;
+    item_statistics level_;
+    std::size_t sweep_length_;
+};
+
+/** Cuts a row of samples into stretches for a spectrum. */
+class spectrum_feeder
+{
+public:
+    explicit spectrum_feeder(std::size_t length) : result_(std::max<std::size_t>(length, 1)), length_(length)
+    {
+    }
+
+    /** Adds a sample. */
+    void add(std::complex<double> value)
+    {
+        stretch_.push_back(value);
+        if (stretch_.size() == length_)
+        {
+            result_.add(stretch_);
+            stretch_.clear();
+        }
+    }
+
+    /** Begins a new stretch. */
+    void restart()
+    {
+        stretch_.clear();
+    }
+
+    /** The spectrum in dB below its highest value; nothing without a whole stretch. */
+    void finish(double rate, item_analysis &analysis) const
+    {
+        if (result_.count() == 0 || rate <= 0.0)
+        {
+            return;
+        }
+        const auto powers = result_.powers();
+        const double highest = std::max(*std::max_element(powers.begin(), powers.end()), 1e-30);
+        for (std::size_t k = 0; k < length_; ++k)
+        {
+            const auto offset = static_cast<double>(k) - static_cast<double>(length_ / 2);
+            analysis.frequencies.push_back(offset / static_cast<double>(length_) * rate);
+            analysis.powers.push_back(10.0 * std::log10(std::max(powers[k] / highest, 1e-12)));
+        }
+    }
+
+private:
+    spectrum result_;
+    std::size_t length_;
+    std::vector<std::complex<double>> stretch_;
+};
+
+/** The rate of an item's sweeps, in hertz. */
+double sweep_rate(const recorded_item &item)
+{
+    const double configured = item.configuration.document.at("config").value("sweep_rate", 0.0);
+    return configured > 0.0 ? configured : item.layout.max_sweep_rate;
+}
+
+/** A sample with more digits. */
+std::complex<double> widen(sample value)
+{
+    return {static_cast<double>(value.real()), static_cast<double>(value.imag())};
+}
+
+/** Goes through the frames a second time, now that the point is known. */
+void follow_point(session_reader &recording, std::size_t index, item_analysis &analysis)
+{
+    const auto &item = recording.items()[index];
+    const auto &layout = item.layout;
+    const auto frames = recording.frames();
+    analysis.between_frames = layout.sweeps() < fewest_sweeps;
+    const auto available = analysis.between_frames ? (frames < fewest_frames ? 0 : frames) : layout.sweeps();
+    spectrum_feeder spectrum(std::min<std::size_t>(available, longest_stretch));
+    map_builder map(frames, layout.sweep_length);
+    phase_follower follower;
+    frame_times times(recording.directory() / (item.name + ".frames.csv"));
+    const auto phase_step = (frames + most_phases - 1) / most_phases;
+    std::vector<sample> samples;
+    double seconds = 0.0;
+    for (std::uint64_t number = 0; number < frames; ++number)
+    {
+        recording.read_frame(index, number, samples);
+        seconds = times.next();
+        map.add(seconds, samples, analysis.map);
+        std::complex<double> sum;
+        for (auto place = analysis.point; place < samples.size(); place += layout.sweep_length)
+        {
+            sum += widen(samples[place]);
+            if (!analysis.between_frames)
+            {
+                spectrum.add(widen(samples[place]));
+            }
+        }
+        analysis.between_frames ? spectrum.add(sum) : spectrum.restart();
+        const double phase = follower.add(sum);
+        if (number % phase_step == 0)
+        {
+            analysis.seconds.push_back(seconds);
+            analysis.phase.push_back(phase);
+        }
+    }
+    const double frame_rate = seconds > 0.0 ? static_cast<double>(frames - 1) / seconds : 0.0;
+    spectrum.finish(analysis.between_frames ? frame_rate : sweep_rate(item), analysis);
+}
+
+} // namespace
+
+item_analysis analyse_item(session_reader &recording, std::size_t item, std::optional<double> distance)
+{
+    item_statistics statistics(recording.items()[item].layout.sweep_length);
+    std::vector<sample> samples;
+    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    {
+        recording.read_frame(item, number, samples);
+        statistics.add(samples);
+    }
+    item_analysis analysis;
+    analysis.profile = statistics.profile();
+    analysis.point = choose_point(recording.items()[item], statistics, distance);
+    follow_point(recording, item, analysis);
+    return analysis;
+}
+
+} // namespace vantor

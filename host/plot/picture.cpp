@@ -1,0 +1,249 @@
+/** @file
+ * Draws a recording.
+ */
+#include "plot/picture.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "plot/gnuplot.h"
+#include "plot/item_analysis.h"
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr int row_height = 380;   // pixels
+constexpr int sheet_width = 1900; // pixels
+
+/** The look of every picture. */
+constexpr const char *style = R"(set border 3 lc rgb '#606060'
+set tics nomirror textcolor rgb '#303030'
+set grid lc rgb '#d8d8d8' lw 0.5
+set key off
+set palette defined (0 '#440154', 1 '#414487', 2 '#2a788e', 3 '#22a884', 4 '#7ad151', 5 '#fde725')
+)";
+
+/** A directory for the files between the figures and the picture. */
+class scratch_directory
+{
+public:
+    scratch_directory()
+    {
+        auto pattern = (std::filesystem::temp_directory_path() / "vantor-plot-XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr)
+        {
+            throw recording_error("Cannot create a directory for temporary files; check TMPDIR.");
+        }
+        path_ = pattern;
+    }
+    scratch_directory(const scratch_directory &) = delete;
+    scratch_directory &operator=(const scratch_directory &) = delete;
+    scratch_directory(scratch_directory &&) = delete;
+    scratch_directory &operator=(scratch_directory &&) = delete;
+
+    ~scratch_directory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    /** The path of a file in it. */
+    [[nodiscard]] std::filesystem::path operator/(const std::string &name) const
+    {
+        return path_ / name;
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
+/** Writes the profile and the map of one sub-sweep, which has distances of its own. */
+void write_subsweep(const std::filesystem::path &base, const recorded_item &item,
+                    const item_analysis &analysis, const subsweep_layout &place)
+{
+    std::ofstream profile(base.string() + ".profile");
+    std::ofstream map(base.string() + ".map");
+    for (std::size_t i = place.offset; i < place.offset + place.length; ++i)
+    {
+        profile << item.distances[i] << " " << analysis.profile[i] << "\n";
+    }
+    for (const auto &strip : analysis.map)
+    {
+        for (std::size_t i = place.offset; i < place.offset + place.length; ++i)
+        {
+            map << strip.seconds << " " << item.distances[i] << " " << strip.levels[i] << "\n";
+        }
+        map << "\n";
+    }
+}
+
+/** Writes two columns. */
+void write_columns(const std::filesystem::path &path, const std::vector<double> &first,
+                   const std::vector<double> &second)
+{
+    std::ofstream file(path);
+    for (std::size_t i = 0; i < first.size(); ++i)
+    {
+        file << first[i] << " " << second[i] << "\n";
+    }
+}
+
+/** Lists the files of an item's sub-sweeps in a plot command. */
+std::string plot_subsweeps(const char *command, const std::string &base, std::size_t count,
+                           const std::string &extension, const char *look)
+{
+    std::string text = command;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        text +=
+            (i == 0 ? " " : ", ") + gnuplot_quote(base + "-" + std::to_string(i) + extension) + " " + look;
+    }
+    return text + "\n";
+}
+
+/** Sets title and axes of a picture. */
+std::string axes(const std::string &title, const std::string &x, const std::string &y)
+{
+    return "set title " + gnuplot_quote(title) + " noenhanced\nset xlabel " + gnuplot_quote(x) +
+           " noenhanced\nset ylabel " + gnuplot_quote(y) + " noenhanced\nset autoscale\n";
+}
+
+/** An empty picture that says why there is nothing. */
+std::string empty_picture(const std::string &reason)
+{
+    return "set label 1 " + gnuplot_quote(reason) +
+           " at graph 0.5,0.5 center textcolor rgb '#606060'\nset xrange [0:1]\nset yrange [0:1]\n"
+           "plot NaN with lines\nunset label 1\n";
+}
+
+/** The range of the phase, wide enough that noise looks like noise. */
+std::string phase_range(const item_analysis &analysis)
+{
+    constexpr double narrowest = 0.5;
+    const auto [lowest, highest] = std::minmax_element(analysis.phase.begin(), analysis.phase.end());
+    if (*highest - *lowest >= narrowest)
+    {
+        return {};
+    }
+    const double middle = (*highest + *lowest) / 2.0;
+    return "set yrange [" + std::to_string(middle - narrowest / 2.0) + ":" +
+           std::to_string(middle + narrowest / 2.0) + "]\n";
+}
+
+/** The commands that draw the mean level over the distance, with a mark at the point that is looked at. */
+std::string draw_profile(const recorded_item &item, const item_analysis &analysis, const std::string &base)
+{
+    const auto mark = std::to_string(item.distances[analysis.point]);
+    const std::string name = "Sensor " + std::to_string(item.configuration.sensor_id) + " (group " +
+                             std::to_string(item.layout.group + 1) + ", item " +
+                             std::to_string(item.layout.index + 1) + "): mean level";
+    return axes(name, "distance in m", "level") + "set yrange [0:*]\nset arrow 1 from " + mark +
+           ", graph 0 to " + mark + ", graph 1 nohead dt 2 lc rgb '#c04040'\n" +
+           plot_subsweeps("plot", base, item.layout.subsweeps.size(), ".profile",
+                          "with lines lw 1.6 lc rgb '#2a5d9c'") +
+           "unset arrow 1\n";
+}
+
+/** The commands that draw the level over time and distance. */
+std::string draw_map(const recorded_item &item, const item_analysis &analysis, const std::string &base)
+{
+    const auto head = axes("level over time", "time in s", "distance in m");
+    if (analysis.map.size() < 2)
+    {
+        return head + empty_picture("one frame only");
+    }
+    return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
+           plot_subsweeps("splot", base, item.layout.subsweeps.size(), ".map", "using 1:2:3 with pm3d") +
+           "unset pm3d\n";
+}
+
+/** The commands that draw the phase over time. */
+std::string draw_phase(const item_analysis &analysis, const std::string &base, const std::string &place)
+{
+    const auto head = axes("phase at " + place, "time in s", "phase in radians");
+    if (analysis.phase.size() < 2)
+    {
+        return head + empty_picture("one frame only");
+    }
+    return head + phase_range(analysis) + "plot " + gnuplot_quote(base + ".phase") +
+           " with lines lw 1.4 lc rgb '#2a788e'\n";
+}
+
+/** The commands that draw the Doppler spectrum. */
+std::string draw_doppler(const item_analysis &analysis, const std::string &base, const std::string &place)
+{
+    const std::string between = analysis.between_frames ? " between frames" : " between sweeps";
+    const auto head = axes("Doppler at " + place + between, "frequency in Hz", "power in dB");
+    if (analysis.powers.empty())
+    {
+        return head + empty_picture("too few frames");
+    }
+    return head + "plot " + gnuplot_quote(base + ".doppler") + " with lines lw 1.4 lc rgb '#8c4a8c'\n";
+}
+
+/** The commands that draw one item. */
+std::string draw_item(const recorded_item &item, const item_analysis &analysis, const std::string &base)
+{
+    std::ostringstream place;
+    place.precision(3);
+    place << std::fixed << item.distances[analysis.point] << " m";
+    return draw_profile(item, analysis, base) + draw_map(item, analysis, base) +
+           draw_phase(analysis, base, place.str()) + draw_doppler(analysis, base, place.str());
+}
+
+/** Writes an item's figures to files and returns the commands that draw them. */
+std::string prepare_item(session_reader &recording, std::size_t index, std::optional<double> distance,
+                         const std::filesystem::path &base)
+{
+    const auto &item = recording.items()[index];
+    const auto analysis = analyse_item(recording, index, distance);
+    for (std::size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    {
+        write_subsweep(base.string() + "-" + std::to_string(i), item, analysis, item.layout.subsweeps[i]);
+    }
+    write_columns(base.string() + ".phase", analysis.seconds, analysis.phase);
+    write_columns(base.string() + ".doppler", analysis.frequencies, analysis.powers);
+    return draw_item(item, analysis, base.string());
+}
+
+} // namespace
+
+void draw_recording(session_reader &recording, const std::filesystem::path &output,
+                    std::optional<double> distance)
+{
+    const auto count = recording.items().size();
+    if (recording.frames() == 0)
+    {
+        throw bad_recording("The recording holds no whole frame, so there is nothing to draw.");
+    }
+    const scratch_directory scratch;
+    const auto picture = scratch / "picture.png";
+    std::string commands = "set terminal pngcairo size " + std::to_string(sheet_width) + "," +
+                           std::to_string(row_height * static_cast<int>(count)) +
+                           " font 'Sans,10' background rgb 'white'\nset output " +
+                           gnuplot_quote(picture.string()) + "\n" + style + "set multiplot layout " +
+                           std::to_string(count) + ",4\n";
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        commands += prepare_item(recording, i, distance, scratch / item_name(recording.items()[i].layout));
+    }
+    commands += "unset multiplot\n";
+    const auto script = scratch / "script";
+    std::ofstream(script) << commands;
+    run_gnuplot(script);
+    std::error_code failure;
+    std::filesystem::copy_file(picture, output, std::filesystem::copy_options::overwrite_existing, failure);
+    if (failure)
+    {
+        throw recording_error("Cannot write the picture " + output.string() + ": " + failure.message() + ".");
+    }
+}
+
+} // namespace vantor

@@ -1,0 +1,50 @@
+/** @file
+ * Power spectrum of complex samples, averaged over stretches of equal length.
+ */
+#ifndef VANTOR_SPECTRUM_H
+#define VANTOR_SPECTRUM_H
+
+#include <complex>
+#include <cstddef>
+#include <vector>
+
+namespace vantor
+{
+
+/**
+ * A power spectrum in the making (Welch, "The use of fast Fourier transform for the estimation of power
+ * spectra", 1967): stretches are freed of their mean, weighted with a Hann window, transformed, and their
+ * powers averaged.
+ */
+class spectrum
+{
+public:
+    /** @param length  samples of a stretch, at least 1 */
+    explicit spectrum(std::size_t length);
+
+    /** Adds a stretch of just that length. */
+    void add(const std::vector<std::complex<double>> &stretch);
+
+    /** Number of stretches added. */
+    [[nodiscard]] std::size_t count() const noexcept
+    {
+        return count_;
+    }
+
+    /**
+     * The mean power of each frequency, from lowest to highest.
+     *
+     * @return element k stands for the frequency (k - length / 2) / length of the sample rate
+     */
+    [[nodiscard]] std::vector<double> powers() const;
+
+private:
+    std::vector<double> window_;
+    std::vector<std::complex<double>> turns_; // exp(-2 pi i k / length)
+    std::vector<double> sums_;
+    std::size_t count_ = 0;
+};
+
+} // namespace vantor
+
+#endif

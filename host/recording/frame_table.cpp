@@ -1,0 +1,92 @@
+/** @file
+ * Reads the table that lies beside an item's samples.
+ */
+#include "recording/frame_table.h"
+
+#include <array>
+#include <charconv>
+#include <string_view>
+#include <utility>
+
+#include "recording/item_writer.h"
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr std::size_t column_count = 11;
+
+/** Cuts a line into cells; false when it has another number of them. */
+bool split(std::string_view line, std::array<std::string_view, column_count> &cells)
+{
+    std::size_t count = 0;
+    while (count < cells.size())
+    {
+        const auto comma = line.find(',');
+        cells[count++] = line.substr(0, comma);
+        if (comma == std::string_view::npos)
+        {
+            return count == cells.size();
+        }
+        line.remove_prefix(comma + 1);
+    }
+    return false;
+}
+
+/** Reads a cell as a number; false when it is none. */
+template <typename Number> bool read_cell(std::string_view cell, Number &value)
+{
+    const auto [stop, failure] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
+    return failure == std::errc{} && stop == cell.data() + cell.size();
+}
+
+template <> bool read_cell(std::string_view cell, bool &value)
+{
+    value = cell == "1";
+    return value || cell == "0";
+}
+
+/** Reads a cell that may be empty. */
+template <typename Value> bool read_cell(std::string_view cell, std::optional<Value> &value)
+{
+    return cell.empty() || read_cell(cell, value.emplace());
+}
+
+} // namespace
+
+frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), file_(path_)
+{
+    std::string head;
+    if (!std::getline(file_, head) || head + "\n" != frame_table_head)
+    {
+        throw bad_recording(path_.string() + " is no table of frames.");
+    }
+}
+
+std::optional<frame_row> frame_table::next()
+{
+    std::string line;
+    if (!std::getline(file_, line) || file_.eof())
+    {
+        return std::nullopt;
+    }
+    std::array<std::string_view, column_count> cells;
+    frame_row row;
+    const bool whole = split(line, cells) && read_cell(cells[1], row.seconds) &&
+                       read_cell(cells[2], row.tick) && read_cell(cells[3], row.temperature) &&
+                       read_cell(cells[4], row.data_saturated) && read_cell(cells[5], row.frame_delayed) &&
+                       read_cell(cells[6], row.calibration_needed) && read_cell(cells[7], row.data_valid) &&
+                       read_cell(cells[8], row.cca_value) && read_cell(cells[9], row.cca_detected) &&
+                       read_cell(cells[10], row.tx_enabled);
+    ++rows_;
+    if (!whole)
+    {
+        throw bad_recording(path_.string() + ": line " + std::to_string(rows_ + 1) +
+                            " is not that of a frame.");
+    }
+    return row;
+}
+
+} // namespace vantor

@@ -1,0 +1,58 @@
+/** @file
+ * Reads the table that lies beside an item's samples, one line for each frame.
+ */
+#ifndef VANTOR_FRAME_TABLE_H
+#define VANTOR_FRAME_TABLE_H
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+namespace vantor
+{
+
+/** One line of the table. */
+struct frame_row
+{
+    double seconds = 0.0; /**< since the item's first frame */
+    std::uint32_t tick = 0;
+    int temperature = 0;
+    bool data_saturated = false;
+    bool frame_delayed = false;
+    bool calibration_needed = false;
+    std::optional<bool> data_valid;
+    std::optional<double> cca_value;
+    std::optional<bool> cca_detected;
+    std::optional<bool> tx_enabled;
+};
+
+/** The table, read line by line. */
+class frame_table
+{
+public:
+    /**
+     * Opens a table.
+     *
+     * @throws bad_recording when it cannot be read or has other columns
+     */
+    explicit frame_table(std::filesystem::path path);
+
+    /**
+     * Reads the next line.
+     *
+     * @return the line, or nothing at the end or where the last line was cut short
+     * @throws bad_recording when a line is none
+     */
+    std::optional<frame_row> next();
+
+private:
+    std::filesystem::path path_;
+    std::ifstream file_;
+    std::uint64_t rows_ = 0;
+};
+
+} // namespace vantor
+
+#endif

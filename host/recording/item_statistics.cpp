@@ -1,0 +1,61 @@
+/** @file
+ * What the samples of an item amount to over many frames.
+ */
+#include "recording/item_statistics.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace vantor
+{
+
+item_statistics::item_statistics(std::size_t sweep_length) : sums_(sweep_length)
+{
+}
+
+void item_statistics::add(std::span<const sample> samples)
+{
+    while (!sums_.empty() && samples.size() >= sums_.size())
+    {
+        for (std::size_t point = 0; point < sums_.size(); ++point)
+        {
+            const double i = samples[point].real();
+            const double q = samples[point].imag();
+            sums_[point] += std::sqrt(i * i + q * q);
+        }
+        samples = samples.subspan(sums_.size());
+        ++sweeps_;
+    }
+}
+
+double item_statistics::mean_level() const
+{
+    if (sweeps_ == 0)
+    {
+        return 0.0;
+    }
+    const double sum = std::accumulate(sums_.begin(), sums_.end(), 0.0);
+    return sum / static_cast<double>(sweeps_) / static_cast<double>(sums_.size());
+}
+
+std::vector<double> item_statistics::profile() const
+{
+    std::vector<double> means(sums_);
+    for (auto &mean : means)
+    {
+        mean /= static_cast<double>(std::max<std::uint64_t>(sweeps_, 1));
+    }
+    return means;
+}
+
+std::optional<std::size_t> item_statistics::strongest_point() const
+{
+    if (sweeps_ == 0)
+    {
+        return std::nullopt;
+    }
+    return static_cast<std::size_t>(std::max_element(sums_.begin(), sums_.end()) - sums_.begin());
+}
+
+} // namespace vantor

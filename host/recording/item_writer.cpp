@@ -1,0 +1,101 @@
+/** @file
+ * Writes one item of a session.
+ */
+#include "recording/item_writer.h"
+
+#include <array>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace vantor
+{
+namespace
+{
+
+/** Appends a cell: a number in its shortest exact form, or 0 and 1 for false and true. */
+template <typename Number> void append_cell(std::string &row, Number value)
+{
+    std::array<char, 32> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    row.append(digits.data(), end);
+    row += ',';
+}
+
+template <> void append_cell(std::string &row, bool value)
+{
+    row += value ? "1," : "0,";
+}
+
+/** Appends a cell that is empty when there is no value. */
+template <typename Value> void append_cell(std::string &row, const std::optional<Value> &value)
+{
+    if (value)
+    {
+        append_cell(row, *value);
+        return;
+    }
+    row += ',';
+}
+
+/** A frame's row of the table. */
+std::string table_row(std::uint64_t number, double seconds, const frame_item &item)
+{
+    std::string row;
+    append_cell(row, number);
+    append_cell(row, seconds);
+    append_cell(row, item.tick);
+    append_cell(row, item.temperature);
+    append_cell(row, item.data_saturated);
+    append_cell(row, item.frame_delayed);
+    append_cell(row, item.calibration_needed);
+    append_cell(row, item.data_valid);
+    append_cell(row, item.cca_value);
+    append_cell(row, item.cca_detected);
+    append_cell(row, item.tx_enabled);
+    row.back() = '\n';
+    return row;
+}
+
+/** The path of one of an item's files. */
+std::filesystem::path with_extension(std::filesystem::path base, std::string_view extension)
+{
+    base += extension;
+    return base;
+}
+
+} // namespace
+
+item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second)
+    : data_(with_extension(base, ".sigmf-data")), table_(with_extension(base, ".frames.csv")),
+      clock_(ticks_per_second)
+{
+    table_.append(frame_table_head);
+    table_length_ = frame_table_head.size();
+}
+
+void item_writer::append(const frame_item &item)
+{
+    auto clock = clock_;
+    const auto row = table_row(frames_, clock.advance(item.tick), item);
+    row_length_ = row.size();
+    data_.append(std::as_bytes(item.samples));
+    table_.append(row);
+}
+
+void item_writer::commit(const frame_item &item)
+{
+    clock_.advance(item.tick);
+    digest_.update(std::as_bytes(item.samples));
+    data_length_ += item.samples.size_bytes();
+    table_length_ += row_length_;
+    ++frames_;
+}
+
+void item_writer::rollback() noexcept
+{
+    data_.truncate(data_length_);
+    table_.truncate(table_length_);
+}
+
+} // namespace vantor

@@ -1,0 +1,92 @@
+/** @file
+ * Writes one item of a session: its samples, and a table with one line for each frame.
+ */
+#ifndef VANTOR_ITEM_WRITER_H
+#define VANTOR_ITEM_WRITER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "recording/output_file.h"
+#include "recording/sha512.h"
+#include "recording/tick_clock.h"
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/** The first line of the table of frames: the names of its columns. */
+inline constexpr std::string_view frame_table_head =
+    "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
+    "cca_detected,tx_enabled\n";
+
+/**
+ * Writes one item of a session. A frame is first appended and then committed, so that a session whose disk
+ * fills up can drop the frame from all of its items.
+ */
+class item_writer
+{
+public:
+    /**
+     * Creates the files.
+     *
+     * @param base              path and name of the files, without their extensions
+     * @param ticks_per_second  unit of the frames' ticks
+     * @throws recording_error when they cannot be created
+     */
+    item_writer(const std::filesystem::path &base, double ticks_per_second);
+
+    /**
+     * Appends the item's part of a frame.
+     *
+     * @throws recording_error when it cannot be written; rollback() then removes what was
+     */
+    void append(const frame_item &item);
+
+    /** Keeps what was appended last. */
+    void commit(const frame_item &item);
+
+    /** Removes what was appended since the last commit. */
+    void rollback() noexcept;
+
+    /** Frames committed. */
+    [[nodiscard]] std::uint64_t frames() const noexcept
+    {
+        return frames_;
+    }
+
+    /** Bytes of samples committed. */
+    [[nodiscard]] std::uint64_t data_length() const noexcept
+    {
+        return data_length_;
+    }
+
+    /** Time from the first to the last committed frame, in seconds. */
+    [[nodiscard]] double seconds() const
+    {
+        return clock_.seconds();
+    }
+
+    /** SHA-512 of the samples committed. */
+    [[nodiscard]] std::string digest() const
+    {
+        return digest_.digest();
+    }
+
+private:
+    output_file data_;
+    output_file table_;
+    sha512 digest_;
+    tick_clock clock_;
+    std::uint64_t frames_ = 0;
+    std::uint64_t data_length_ = 0;
+    std::uint64_t table_length_ = 0;
+    std::size_t row_length_ = 0; // of the row appended last
+};
+
+} // namespace vantor
+
+#endif

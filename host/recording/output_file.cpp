@@ -1,0 +1,96 @@
+/** @file
+ * A file that grows at its end and can be cut back.
+ */
+#include "recording/output_file.h"
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Everybody may read a recording, its owner may write it. */
+constexpr mode_t permissions = 0644;
+
+/** Says what could not be done with a file, from errno. */
+[[noreturn]] void fail(const std::string &action, const std::filesystem::path &path)
+{
+    throw recording_error("Cannot " + action + " " + path.string() + ": " +
+                          std::generic_category().message(errno) + ".");
+}
+
+} // namespace
+
+output_file::output_file(std::filesystem::path path) : path_(std::move(path))
+{
+    descriptor_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, permissions);
+    if (descriptor_ < 0)
+    {
+        fail("create", path_);
+    }
+}
+
+output_file::output_file(output_file &&other) noexcept
+    : path_(std::move(other.path_)), descriptor_(std::exchange(other.descriptor_, -1))
+{
+}
+
+output_file::~output_file()
+{
+    if (descriptor_ >= 0)
+    {
+        close(descriptor_);
+    }
+}
+
+void output_file::append(std::span<const std::byte> bytes)
+{
+    while (!bytes.empty())
+    {
+        const auto count = write(descriptor_, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR)
+        {
+            fail("write to", path_);
+        }
+        bytes = bytes.subspan(count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+}
+
+void output_file::append(std::string_view text)
+{
+    append(std::as_bytes(std::span(text)));
+}
+
+void output_file::truncate(std::uint64_t length) noexcept
+{
+    // Shrinking needs no space; should it fail, readers still ignore what follows the last whole frame.
+    [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
+}
+
+void replace_file(const std::filesystem::path &path, std::string_view text)
+{
+    auto temporary = path;
+    temporary += ".new";
+    std::error_code failure;
+    std::filesystem::remove(temporary, failure);
+    {
+        output_file file(temporary);
+        file.append(text);
+    }
+    std::filesystem::rename(temporary, path, failure);
+    if (failure)
+    {
+        throw recording_error("Cannot replace " + path.string() + ": " + failure.message() + ".");
+    }
+}
+
+} // namespace vantor

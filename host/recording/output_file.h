@@ -1,0 +1,66 @@
+/** @file
+ * A file that grows at its end and can be cut back to a length at which it was whole.
+ */
+#ifndef VANTOR_OUTPUT_FILE_H
+#define VANTOR_OUTPUT_FILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string_view>
+
+namespace vantor
+{
+
+/**
+ * A file that grows at its end. Every append goes to the operating system at once, so a program that is
+ * killed leaves all that was appended.
+ */
+class output_file
+{
+public:
+    /**
+     * Creates the file.
+     *
+     * @throws recording_error when it exists or cannot be created
+     */
+    explicit output_file(std::filesystem::path path);
+    output_file(const output_file &) = delete;
+    output_file &operator=(const output_file &) = delete;
+    output_file(output_file &&other) noexcept;
+    output_file &operator=(output_file &&) = delete;
+    ~output_file();
+
+    /**
+     * Appends bytes.
+     *
+     * @throws recording_error when the disk is full or broken; a part may have been written
+     */
+    void append(std::span<const std::byte> bytes);
+
+    /** Appends text; fails as above. */
+    void append(std::string_view text);
+
+    /**
+     * Cuts the file back.
+     *
+     * @param length  the new length in bytes, at most the present one
+     */
+    void truncate(std::uint64_t length) noexcept;
+
+private:
+    std::filesystem::path path_;
+    int descriptor_ = -1;
+};
+
+/**
+ * Replaces a file by a text, in such a way that a reader finds the old or the new text, whole.
+ *
+ * @throws recording_error when it cannot be written; the old file is then untouched
+ */
+void replace_file(const std::filesystem::path &path, std::string_view text);
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,137 @@
+/** @file
+ * Reads the recording of a session.
+ */
+#include "recording/session_reader.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <system_error>
+
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** Reads a JSON document of a recording. */
+json read_document(const std::filesystem::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    if (!file.is_open())
+    {
+        throw bad_recording("There is no recording: " + path.string() +
+                            " cannot be read. Give the directory that \"vantor record\" printed.");
+    }
+    try
+    {
+        return json::parse(text);
+    }
+    catch (const json::exception &)
+    {
+        throw bad_recording(path.string() + " is no SigMF document: it is not JSON.");
+    }
+}
+
+/** Reads what was recorded out of the collection. */
+session_description read_session(const json &collection)
+{
+    const auto &about = collection.at("vantor:server");
+    session_description session;
+    session.configuration = collection.at("vantor:configuration");
+    session.metadata = decode_metadata(collection.at("vantor:metadata"));
+    session.server.server_version = about.at("version").get<std::string>();
+    session.server.protocol_version = about.at("protocol_version").get<int>();
+    session.server.sensor = about.at("sensor").get<std::string>();
+    session.server.ticks_per_second = about.at("ticks_per_second").get<double>();
+    return session;
+}
+
+/** The directory of a recording that is named by its directory or by one of its files. */
+std::filesystem::path directory_of(const std::filesystem::path &place)
+{
+    const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
+    return directory.empty() ? "." : directory;
+}
+
+} // namespace
+
+session_reader::session_reader(const std::filesystem::path &place) : directory_(directory_of(place))
+{
+    const auto file = directory_ / (std::string(collection_name) + ".sigmf-collection");
+    const auto document = read_document(file);
+    try
+    {
+        session_ = read_session(document.at("collection"));
+        open_items();
+    }
+    catch (const json::exception &)
+    {
+        throw bad_recording(file.string() + " was not written by \"vantor record\": a member is missing.");
+    }
+    catch (const protocol_error &failure)
+    {
+        throw bad_recording(file.string() + ": " + failure.what());
+    }
+    frames_ = count_frames();
+}
+
+/** Opens the files of each item. */
+void session_reader::open_items()
+{
+    const auto configurations = list_items(session_.configuration);
+    if (configurations.size() != session_.metadata.items.size())
+    {
+        throw bad_recording("The recording's configuration has another number of items than its metadata.");
+    }
+    for (std::size_t i = 0; i < configurations.size(); ++i)
+    {
+        const auto &layout = session_.metadata.items[i];
+        auto document = read_document(directory_ / (item_name(layout) + ".sigmf-meta"));
+        items_.push_back({.name = item_name(layout),
+                          .layout = layout,
+                          .configuration = configurations[i],
+                          .distances = point_distances(layout, configurations[i]),
+                          .document = std::move(document)});
+        data_.emplace_back(directory_ / (item_name(layout) + ".sigmf-data"), std::ios::binary);
+    }
+}
+
+/** Counts the frames that are whole in every item. */
+std::uint64_t session_reader::count_frames() const
+{
+    std::uint64_t least = items_.empty() ? 0 : std::numeric_limits<std::uint64_t>::max();
+    for (const auto &item : items_)
+    {
+        std::error_code failure;
+        const auto size = std::filesystem::file_size(directory_ / (item.name + ".sigmf-data"), failure);
+        if (failure)
+        {
+            throw bad_recording("The samples of " + item.name + " are missing: " + failure.message() + ".");
+        }
+        const auto frame_size = item.layout.frame_length * sizeof(sample);
+        least = std::min<std::uint64_t>(least, frame_size == 0 ? 0 : size / frame_size);
+    }
+    return least;
+}
+
+void session_reader::read_frame(std::size_t item, std::uint64_t number, std::vector<sample> &samples)
+{
+    const auto length = items_.at(item).layout.frame_length;
+    samples.resize(length);
+    auto &file = data_.at(item);
+    file.seekg(static_cast<std::streamoff>(number * length * sizeof(sample)));
+    // A stream of char is the only way into a file; samples are what the file holds.
+    file.read(reinterpret_cast<char *>(samples.data()),
+              static_cast<std::streamsize>(length * sizeof(sample)));
+    if (!file)
+    {
+        throw bad_recording("The samples of " + items_[item].name + " cannot be read.");
+    }
+}
+
+} // namespace vantor

@@ -1,0 +1,91 @@
+/** @file
+ * Reads the recording of a session.
+ */
+#ifndef VANTOR_SESSION_READER_H
+#define VANTOR_SESSION_READER_H
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "configuration.h"
+#include "recording/sigmf.h"
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/** One item of a recording. */
+struct recorded_item
+{
+    std::string name; /**< of its files, without extension */
+    item_layout layout;
+    item_configuration configuration;
+    std::vector<double> distances; /**< of each point of a sweep, in metres */
+    nlohmann::json document;       /**< its SigMF metadata */
+};
+
+/** A recording, complete or not. */
+class session_reader
+{
+public:
+    /**
+     * Opens a recording.
+     *
+     * @param place  its directory, or any of its SigMF documents
+     * @throws bad_recording when there is none, or its documents contradict one another
+     */
+    explicit session_reader(const std::filesystem::path &place);
+
+    /** What was recorded. */
+    [[nodiscard]] const session_description &session() const noexcept
+    {
+        return session_;
+    }
+
+    /** The items, in the order of the session's metadata. */
+    [[nodiscard]] const std::vector<recorded_item> &items() const noexcept
+    {
+        return items_;
+    }
+
+    /** Frames that are whole in every item. */
+    [[nodiscard]] std::uint64_t frames() const noexcept
+    {
+        return frames_;
+    }
+
+    /** Where the recording is. */
+    [[nodiscard]] const std::filesystem::path &directory() const noexcept
+    {
+        return directory_;
+    }
+
+    /**
+     * Reads the samples of one item in one frame.
+     *
+     * @param item     0 to items().size() - 1
+     * @param number   0 to frames() - 1
+     * @param samples  receives them
+     * @throws bad_recording when the file cannot be read
+     */
+    void read_frame(std::size_t item, std::uint64_t number, std::vector<sample> &samples);
+
+private:
+    void open_items();
+    [[nodiscard]] std::uint64_t count_frames() const;
+
+    std::filesystem::path directory_;
+    session_description session_;
+    std::vector<recorded_item> items_;
+    std::vector<std::ifstream> data_;
+    std::uint64_t frames_ = 0;
+};
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,145 @@
+/** @file
+ * Writes a session to a directory while it is being received.
+ */
+#include "recording/session_writer.h"
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** The present time as RFC 3339 in UTC, with milliseconds. */
+std::string present_time()
+{
+    const auto now = std::chrono::system_clock::now();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds).count();
+    const std::time_t calendar = std::chrono::system_clock::to_time_t(seconds);
+    std::tm parts{};
+    gmtime_r(&calendar, &parts);
+    std::array<char, 32> text{};
+    const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S.", &parts);
+    const std::string fraction = std::to_string(1000 + rest).substr(1);
+    return std::string(text.data(), length) + fraction + "Z";
+}
+
+/** Creates a directory that must not hold anything yet. */
+void make_new_directory(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(directory, failure);
+    const bool empty = !failure && std::filesystem::is_empty(directory, failure);
+    if (failure)
+    {
+        throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
+                              ".");
+    }
+    if (!empty)
+    {
+        throw recording_error("The directory " + directory.string() +
+                              " is not empty: choose another one, so that no recording is overwritten.");
+    }
+}
+
+} // namespace
+
+session_writer::session_writer(std::filesystem::path directory, session_description session)
+    : directory_(std::move(directory)), session_(std::move(session))
+{
+    if (list_items(session_.configuration).size() != session_.metadata.items.size())
+    {
+        throw recording_error("The server measures " + std::to_string(session_.metadata.items.size()) +
+                              " items where the configuration has another number of them.");
+    }
+    make_new_directory(directory_);
+    captures_.push_back({.first_frame = 0, .frames_lost = 0, .datetime = present_time()});
+    for (const auto &layout : session_.metadata.items)
+    {
+        items_.emplace_back(directory_ / item_name(layout), session_.server.ticks_per_second);
+    }
+    write_documents(false);
+}
+
+void session_writer::add(const frame &received)
+{
+    try
+    {
+        for (std::size_t i = 0; i < items_.size(); ++i)
+        {
+            items_[i].append(received.items()[i]);
+        }
+    }
+    catch (...)
+    {
+        for (auto &item : items_)
+        {
+            item.rollback();
+        }
+        throw;
+    }
+    for (std::size_t i = 0; i < items_.size(); ++i)
+    {
+        items_[i].commit(received.items()[i]);
+    }
+    if (captures_.back().first_frame == frames_)
+    {
+        captures_.back().datetime = present_time();
+    }
+    ++frames_;
+}
+
+void session_writer::add_loss(std::uint64_t frames)
+{
+    frames_lost_ += frames;
+    if (captures_.back().first_frame == frames_)
+    {
+        captures_.pop_back();
+    }
+    captures_.push_back({.first_frame = frames_, .frames_lost = frames_lost_, .datetime = present_time()});
+}
+
+void session_writer::finish()
+{
+    write_documents(true);
+}
+
+std::uint64_t session_writer::data_length() const noexcept
+{
+    std::uint64_t length = 0;
+    for (const auto &item : items_)
+    {
+        length += item.data_length();
+    }
+    return length;
+}
+
+/** Writes the items' documents and then the collection, which holds their digests. */
+void session_writer::write_documents(bool finished)
+{
+    std::vector<stream> streams;
+    for (std::size_t i = 0; i < items_.size(); ++i)
+    {
+        const item_state state{.frames = items_[i].frames(),
+                               .seconds = items_[i].seconds(),
+                               .digest = finished ? items_[i].digest() : std::string()};
+        const auto text = item_document(session_, i, state, captures_).dump(2) + "\n";
+        const auto name = item_name(session_.metadata.items[i]);
+        replace_file(directory_ / (name + ".sigmf-meta"), text);
+        streams.push_back({.name = name, .digest = sha512_of(text)});
+    }
+    const auto collection = collection_document(session_, streams);
+    replace_file(directory_ / (std::string(collection_name) + ".sigmf-collection"),
+                 collection.dump(2) + "\n");
+}
+
+} // namespace vantor

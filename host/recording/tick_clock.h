@@ -1,0 +1,48 @@
+/** @file
+ * Seconds from a server's ticks, which wrap around.
+ */
+#ifndef VANTOR_TICK_CLOCK_H
+#define VANTOR_TICK_CLOCK_H
+
+#include <cstdint>
+
+namespace vantor
+{
+
+/** Turns a row of 32-bit ticks into seconds since the first; the steps must be shorter than one wrap. */
+class tick_clock
+{
+public:
+    /** @param ticks_per_second  at least 1 */
+    explicit tick_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
+    {
+    }
+
+    /** The time of the next tick, in seconds since the first one. */
+    double advance(std::uint32_t tick)
+    {
+        if (started_)
+        {
+            elapsed_ += tick - last_; // modulo 2^32, so a wrap makes no difference
+        }
+        started_ = true;
+        last_ = tick;
+        return seconds();
+    }
+
+    /** The time of the last tick, in seconds since the first one. */
+    [[nodiscard]] double seconds() const
+    {
+        return static_cast<double>(elapsed_) / ticks_per_second_;
+    }
+
+private:
+    double ticks_per_second_;
+    std::uint64_t elapsed_ = 0;
+    std::uint32_t last_ = 0;
+    bool started_ = false;
+};
+
+} // namespace vantor
+
+#endif

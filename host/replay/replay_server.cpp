@@ -1,0 +1,246 @@
+/** @file
+ * Serves a recording to a host.
+ */
+#include "replay/replay_server.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "vantor/client.h"
+#include "version.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** How long is waited for a command when no frame is due. */
+constexpr std::chrono::milliseconds patience{100};
+
+/** How long a host may take no bytes. */
+constexpr std::chrono::milliseconds write_timeout{60000};
+
+/** Longest command line. */
+constexpr std::size_t longest_line = 1 << 20;
+
+} // namespace
+
+replay_server::replay_server(session_reader &recording, link &host)
+    : recording_(recording), host_(host), frames_(recording)
+{
+}
+
+void replay_server::run(const std::function<bool()> &stop)
+{
+    while (!stop())
+    {
+        send_due_frame();
+        receive();
+    }
+}
+
+/** Sends the next frame of the stream when its time has come. */
+void replay_server::send_due_frame()
+{
+    if (state_ != state::streaming)
+    {
+        return;
+    }
+    if (!next_)
+    {
+        next_ = frames_.next();
+    }
+    const double elapsed = std::chrono::duration<double>(steady::now() - started_).count();
+    if (next_->seconds - first_seconds_ <= elapsed)
+    {
+        send(next_->bytes);
+        next_.reset();
+        ++frames_sent_;
+    }
+}
+
+/** Waits for commands, at most until the next frame is due, and obeys them. */
+void replay_server::receive()
+{
+    auto wait = patience;
+    if (state_ == state::streaming)
+    {
+        const double due = next_ ? next_->seconds - first_seconds_ : 0.0;
+        const auto left = std::chrono::duration<double>(due) - (steady::now() - started_);
+        wait = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds(0),
+                          wait);
+    }
+    std::array<std::byte, 4096> bytes{};
+    const auto count = host_.read_some(bytes, wait);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        const char c = static_cast<char>(bytes[i]);
+        if (c != '\n')
+        {
+            input_ += c;
+            continue;
+        }
+        obey(input_);
+        input_.clear();
+    }
+    if (input_.size() > longest_line)
+    {
+        input_.clear();
+        refuse("line_too_long", "Send shorter commands.");
+    }
+}
+
+/** Obeys one line. */
+void replay_server::obey(const std::string &line)
+{
+    if (line.find_first_not_of(" \r") == std::string::npos)
+    {
+        return;
+    }
+    const auto command = nlohmann::json::parse(line, nullptr, false);
+    if (command.is_discarded())
+    {
+        refuse("bad_json", "Send commands as JSON, one object on a line.");
+        return;
+    }
+    const auto name = command.is_object() ? command.value("command", nlohmann::json()) : nlohmann::json();
+    if (!name.is_string())
+    {
+        refuse("bad_command", "Send an object with a text \"command\".");
+        return;
+    }
+    obey_command(name.get<std::string>(), command);
+}
+
+/** Obeys a command that is allowed in every state, and passes the others on. */
+void replay_server::obey_command(const std::string &name, const nlohmann::json &command)
+{
+    if (name == "identify")
+    {
+        identify();
+    }
+    else if (name == "ping" || name == "log")
+    {
+        answer(name);
+    }
+    else if (name == "end")
+    {
+        state_ = state::idle;
+        answer(name);
+    }
+    else if (name == "stats")
+    {
+        send(nlohmann::json(
+                 {{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", frames_sent_}})
+                 .dump() +
+             "\n");
+    }
+    else if (name == "baudrate")
+    {
+        refuse("baudrate_fixed", "A replayed recording has no baud rate to change.");
+    }
+    else if (name == "configure" && !command.contains("configuration"))
+    {
+        refuse("bad_argument", "Send the configuration document as \"configuration\".");
+    }
+    else
+    {
+        obey_session_command(name);
+    }
+}
+
+/** Obeys a command that is allowed in one state only. */
+void replay_server::obey_session_command(const std::string &name)
+{
+    static const std::set<std::string> names = {"configure", "start", "stop", "frame"};
+    if (!names.contains(name))
+    {
+        refuse("unknown_command", "Use a command of the protocol.");
+    }
+    else if (name == "configure" && state_ == state::idle)
+    {
+        configure();
+    }
+    else if (name == "start" && state_ == state::configured)
+    {
+        start();
+    }
+    else if (name == "frame" && state_ == state::configured)
+    {
+        send(frames_.next().bytes);
+        ++frames_sent_;
+    }
+    else if (name == "stop" && state_ == state::streaming)
+    {
+        state_ = state::configured;
+        answer(name);
+    }
+    else
+    {
+        refuse("wrong_state", "Configure an idle server, then start or ask for a frame, then stop.");
+    }
+}
+
+/** Sends bytes. */
+void replay_server::send(const std::string &bytes)
+{
+    host_.write(std::as_bytes(std::span(bytes)), write_timeout);
+}
+
+/** Says that a command was obeyed. */
+void replay_server::answer(const std::string &command)
+{
+    send(nlohmann::ordered_json({{"status", "ok"}, {"command", command}, {"payload_size", 0}}).dump() + "\n");
+}
+
+/** Says that a command was not obeyed. */
+void replay_server::refuse(const char *code, const char *sentence)
+{
+    send(nlohmann::ordered_json(
+             {{"status", "error"}, {"code", code}, {"message", sentence}, {"payload_size", 0}})
+             .dump() +
+         "\n");
+}
+
+/** Says what this server is: the one of the recording, with the sensors that the recording has. */
+void replay_server::identify()
+{
+    std::set<unsigned> sensors;
+    for (const auto &item : recording_.items())
+    {
+        sensors.insert(item.configuration.sensor_id);
+    }
+    const auto &server = recording_.session().server;
+    const nlohmann::ordered_json identity = {{"status", "ok"},
+                                             {"command", "identify"},
+                                             {"payload_size", 0},
+                                             {"server_version", std::string(version) + " (replay)"},
+                                             {"protocol_version", protocol_version},
+                                             {"sensor", server.sensor},
+                                             {"sensor_count", sensors.empty() ? 0 : *sensors.rbegin()},
+                                             {"connected_sensors", sensors},
+                                             {"ticks_per_second", server.ticks_per_second},
+                                             {"max_baudrate", 0}};
+    send(identity.dump() + "\n");
+}
+
+/** Answers with the recording's metadata. */
+void replay_server::configure()
+{
+    state_ = state::configured;
+    frames_.rewind();
+    send(recording_.session().metadata.document.dump() + "\n");
+}
+
+/** Begins the stream with the frame that comes next. */
+void replay_server::start()
+{
+    state_ = state::streaming;
+    answer("start");
+    next_ = frames_.next();
+    first_seconds_ = next_->seconds;
+    started_ = steady::now();
+}
+
+} // namespace vantor

@@ -1,0 +1,220 @@
+/** @file
+ * The program vantor_server as a child of this process.
+ */
+#include "server_process.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr std::string_view program_name = "vantor_server";
+constexpr std::string_view announcement = "listening on ";
+
+/** How long a server may take to end by itself before it is killed. */
+constexpr std::chrono::milliseconds ending_time{2000};
+
+/** Whether a path names a file that may be run. */
+bool is_program(const std::filesystem::path &path)
+{
+    return std::filesystem::is_regular_file(path) && access(path.c_str(), X_OK) == 0;
+}
+
+/** Spawn settings: the server's output goes into a pipe, and Ctrl-C at the terminal does not reach it. */
+class spawn_settings
+{
+public:
+    explicit spawn_settings(int output)
+    {
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
+        posix_spawnattr_init(&attributes_);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
+    }
+    spawn_settings(const spawn_settings &) = delete;
+    spawn_settings &operator=(const spawn_settings &) = delete;
+    spawn_settings(spawn_settings &&) = delete;
+    spawn_settings &operator=(spawn_settings &&) = delete;
+
+    ~spawn_settings()
+    {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+
+    /** Starts a program; returns 0 or an error number. */
+    int spawn(pid_t &process, const char *program, std::vector<char *> &arguments)
+    {
+        return posix_spawn(&process, program, &actions_, &attributes_, arguments.data(), environ);
+    }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+};
+
+/** The message of a system error number. */
+std::string system_message(int number)
+{
+    return std::generic_category().message(number);
+}
+
+} // namespace
+
+std::filesystem::path find_server_program()
+{
+    // Read once per connection; nothing in this library changes the environment.
+    if (const char *named = std::getenv("VANTOR_SERVER")) // NOLINT(concurrency-mt-unsafe)
+    {
+        return named;
+    }
+    std::error_code failure;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", failure);
+    if (auto beside = self.parent_path() / program_name; !failure && is_program(beside))
+    {
+        return beside;
+    }
+    const char *path = std::getenv("PATH"); // NOLINT(concurrency-mt-unsafe)
+    std::istringstream directories(path == nullptr ? "" : path);
+    for (std::string directory; std::getline(directories, directory, ':');)
+    {
+        if (auto candidate = std::filesystem::path(directory) / program_name; is_program(candidate))
+        {
+            return candidate;
+        }
+    }
+    throw connect_error(
+        "The program vantor_server is neither beside this program nor in PATH: install it, set "
+        "VANTOR_SERVER to its place, or connect to a running server with --connect.");
+}
+
+server_process::server_process(const std::filesystem::path &program,
+                               const std::vector<std::string> &arguments, std::chrono::milliseconds timeout)
+{
+    start(program, arguments);
+    try
+    {
+        wait_until_listening(timeout);
+    }
+    catch (...)
+    {
+        end();
+        throw;
+    }
+}
+
+server_process::~server_process()
+{
+    end();
+}
+
+const std::string &server_process::address() const noexcept
+{
+    return address_;
+}
+
+/** Starts the program with its standard output going into a pipe. */
+void server_process::start(const std::filesystem::path &program, const std::vector<std::string> &arguments)
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+    {
+        throw connect_error("Cannot start " + program.string() + ": " + system_message(errno) + ".");
+    }
+    std::vector<std::string> words{program.string(), "--tcp", "0"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char *> pointers;
+    pointers.reserve(words.size() + 1);
+    for (auto &word : words)
+    {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    const int failure = spawn_settings(ends[1]).spawn(process_, words.front().c_str(), pointers);
+    close(ends[1]);
+    output_ = ends[0];
+    if (failure != 0)
+    {
+        close(output_);
+        process_ = -1;
+        throw connect_error("Cannot start " + program.string() + ": " + system_message(failure) + ".");
+    }
+}
+
+/** Reads the server's output up to the line that says where it listens. */
+void server_process::wait_until_listening(std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    std::string text;
+    while (text.find('\n') == std::string::npos)
+    {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
+        if (left.count() <= 0 || poll(&waiting, 1, static_cast<int>(left.count())) == 0)
+        {
+            throw connect_error("vantor_server was started but does not listen after " +
+                                std::to_string(timeout.count()) + " ms.");
+        }
+        std::array<char, 256> piece{};
+        const auto count = read(output_, piece.data(), piece.size());
+        if (count == 0)
+        {
+            throw connect_error("vantor_server ended before it listened; its own message says why.");
+        }
+        text.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    }
+    text.resize(text.find('\n'));
+    if (!text.starts_with(announcement))
+    {
+        throw connect_error("vantor_server does not say where it listens; it says \"" + text + "\".");
+    }
+    address_ = text.substr(announcement.size());
+}
+
+/** Asks the server to end, and kills it when it does not. */
+void server_process::end() noexcept
+{
+    if (process_ <= 0)
+    {
+        return;
+    }
+    kill(process_, SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + ending_time;
+    bool ended = false;
+    while (!ended && std::chrono::steady_clock::now() < deadline)
+    {
+        ended = waitpid(process_, nullptr, WNOHANG) != 0;
+        if (!ended)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    if (!ended)
+    {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    process_ = -1;
+    close(output_);
+}
+
+} // namespace vantor

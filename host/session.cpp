@@ -1,0 +1,222 @@
+/** @file
+ * Turns the messages of a server into their typed form, and checks that they agree with one another.
+ */
+#include "vantor/session.h"
+
+#include <bit>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "json_members.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+static_assert(std::endian::native == std::endian::little,
+              "samples are copied as they come, least byte first");
+static_assert(sizeof(sample) == 4, "a sample is two 16-bit numbers without padding");
+
+/** Reads the sub-sweep offsets and lengths of an item. */
+std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, std::size_t sweep_length)
+{
+    const auto &offsets = array_member(document, "subsweep_data_offset");
+    const auto &lengths = array_member(document, "subsweep_data_length");
+    if (offsets.size() != lengths.size())
+    {
+        throw protocol_error("The session metadata has as many as " + std::to_string(offsets.size()) +
+                             " sub-sweep offsets but " + std::to_string(lengths.size()) + " lengths.");
+    }
+    const auto bound = static_cast<std::int64_t>(sweep_length);
+    std::vector<subsweep_layout> subsweeps;
+    for (std::size_t i = 0; i < offsets.size(); ++i)
+    {
+        const auto offset = to_integer(offsets[i], "subsweep_data_offset", 0, bound);
+        const auto length = to_integer(lengths[i], "subsweep_data_length", 0, bound - offset);
+        subsweeps.push_back({static_cast<std::size_t>(offset), static_cast<std::size_t>(length)});
+    }
+    return subsweeps;
+}
+
+/** Reads the layout of one item. */
+item_layout decode_layout(const nlohmann::json &document, std::size_t group, std::size_t index)
+{
+    item_layout layout;
+    layout.group = group;
+    layout.index = index;
+    layout.calibration_temperature = integer_member<std::int16_t>(document, "calibration_temperature");
+    layout.frame_length = length_member(document, "frame_data_length");
+    layout.sweep_length = length_member(document, "sweep_data_length");
+    layout.max_sweep_rate = number_member(document, "max_sweep_rate");
+    layout.high_speed_mode = boolean_member(document, "high_speed_mode");
+    layout.base_step_length_m = number_member(document, "base_step_length_m");
+    layout.subsweeps = decode_subsweeps(document, layout.sweep_length);
+    if (layout.sweeps() * layout.sweep_length != layout.frame_length)
+    {
+        throw protocol_error("The session metadata announces frames of " +
+                             std::to_string(layout.frame_length) + " samples, which is no multiple of the " +
+                             std::to_string(layout.sweep_length) + " samples of a sweep.");
+    }
+    return layout;
+}
+
+/** Reads the calibrations; none when the board has no sensors. */
+std::vector<calibration> decode_calibrations(const nlohmann::json &document)
+{
+    std::vector<calibration> calibrations;
+    if (!document.contains("calibration_info"))
+    {
+        return calibrations;
+    }
+    for (const auto &entry : array_member(document, "calibration_info"))
+    {
+        calibrations.push_back({.sensor_id = integer_member<std::uint16_t>(entry, "sensor_id"),
+                                .temperature = integer_member<std::int16_t>(entry, "temperature"),
+                                .data = text_member(entry, "data")});
+    }
+    return calibrations;
+}
+
+/** Checks that an array has as many elements as the metadata announced. */
+void check_shape(const nlohmann::json &array, std::size_t expected, const char *what)
+{
+    if (!array.is_array() || array.size() != expected)
+    {
+        throw protocol_error("A frame has " + std::to_string(array.size()) + " " + what +
+                             " where the session metadata announced " + std::to_string(expected) + ".");
+    }
+}
+
+/** The frame's item objects in one row, checked against the metadata's groups. */
+std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const session_metadata &metadata)
+{
+    std::vector<std::size_t> sizes;
+    for (const auto &layout : metadata.items)
+    {
+        sizes.resize(layout.group + 1);
+        ++sizes.back();
+    }
+    check_shape(groups, sizes.size(), "groups");
+    std::vector<const nlohmann::json *> items;
+    for (std::size_t group = 0; group < sizes.size(); ++group)
+    {
+        check_shape(groups[group], sizes[group], "items in a group");
+        for (const auto &item : groups[group])
+        {
+            items.push_back(&item);
+        }
+    }
+    return items;
+}
+
+/** Reads what a frame's header says of one item. */
+frame_item decode_item(const nlohmann::json &document)
+{
+    frame_item item;
+    item.tick = integer_member<std::uint32_t>(document, "tick");
+    item.temperature = integer_member<std::int16_t>(document, "temperature");
+    item.data_saturated = boolean_member(document, "data_saturated");
+    item.calibration_needed = boolean_member(document, "calibration_needed");
+    item.frame_delayed = boolean_member(document, "frame_delayed");
+    item.data_valid = optional_boolean_member(document, "data_valid");
+    item.cca_value = optional_number_member(document, "cca_value");
+    item.cca_detected = optional_boolean_member(document, "cca_detected");
+    item.tx_enabled = optional_boolean_member(document, "tx_enabled");
+    return item;
+}
+
+} // namespace
+
+std::size_t session_metadata::frame_length() const noexcept
+{
+    std::size_t total = 0;
+    for (const auto &item : items)
+    {
+        total += item.frame_length;
+    }
+    return total;
+}
+
+std::span<const sample> frame_item::subsweep(std::size_t sweep, std::size_t subsweep) const
+{
+    const auto &place = layout->subsweeps.at(subsweep);
+    return samples.subspan(sweep * layout->sweep_length + place.offset, place.length);
+}
+
+server_info decode_server_info(const nlohmann::json &document)
+{
+    server_info info;
+    info.server_version = text_member(document, "server_version");
+    info.protocol_version = integer_member<std::int32_t>(document, "protocol_version");
+    info.sensor = text_member(document, "sensor");
+    info.sensor_count = integer_member<std::uint16_t>(document, "sensor_count");
+    for (const auto &id : array_member(document, "connected_sensors"))
+    {
+        info.connected_sensors.push_back(
+            static_cast<unsigned>(to_integer(id, "connected_sensors", 1, info.sensor_count)));
+    }
+    info.ticks_per_second = number_member(document, "ticks_per_second");
+    if (!(info.ticks_per_second >= 1.0))
+    {
+        throw protocol_error("The server says that a second has less than one tick.");
+    }
+    info.max_baudrate = integer_member<std::uint32_t>(document, "max_baudrate");
+    return info;
+}
+
+session_metadata decode_metadata(const nlohmann::json &document)
+{
+    session_metadata metadata;
+    metadata.tick_period = integer_member<std::uint32_t>(document, "tick_period");
+    metadata.calibrations = decode_calibrations(document);
+    std::size_t group_index = 0;
+    for (const auto &group : array_member(document, "metadata"))
+    {
+        if (!group.is_array() || group.empty())
+        {
+            throw protocol_error("The session metadata has a group that is no list of items.");
+        }
+        for (std::size_t index = 0; index < group.size(); ++index)
+        {
+            metadata.items.push_back(decode_layout(group[index], group_index, index));
+        }
+        ++group_index;
+    }
+    metadata.document = document;
+    return metadata;
+}
+
+frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata)
+{
+    const auto expected = metadata->frame_length() * sizeof(sample);
+    if (received.payload.size() != expected)
+    {
+        throw protocol_error("A frame has " + std::to_string(received.payload.size()) +
+                             " bytes of samples where the session metadata announced " +
+                             std::to_string(expected) + ".");
+    }
+    const auto documents = flatten(array_member(received.header, "result_info"), *metadata);
+    frame result;
+    result.samples_.resize(metadata->frame_length());
+    if (expected > 0)
+    {
+        std::memcpy(result.samples_.data(), received.payload.data(), expected);
+    }
+    std::size_t offset = 0;
+    for (std::size_t i = 0; i < documents.size(); ++i)
+    {
+        const auto &layout = metadata->items[i];
+        auto item = decode_item(*documents[i]);
+        item.layout = &layout;
+        item.samples = std::span<const sample>(result.samples_).subspan(offset, layout.frame_length);
+        offset += layout.frame_length;
+        result.items_.push_back(item);
+    }
+    result.metadata_ = std::move(metadata);
+    return result;
+}
+
+} // namespace vantor

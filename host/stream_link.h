@@ -1,0 +1,111 @@
+/** @file
+ * A link over any Asio stream: time-outs, and the library's own exceptions instead of error codes.
+ */
+#ifndef VANTOR_STREAM_LINK_H
+#define VANTOR_STREAM_LINK_H
+
+#include <chrono>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <utility>
+
+#include <asio/buffer.hpp>
+#include <asio/error.hpp>
+#include <asio/io_context.hpp>
+#include <asio/write.hpp>
+
+#include "vantor/errors.h"
+#include "vantor/link.h"
+
+namespace vantor
+{
+
+/** A link over a socket or a serial port. */
+template <typename Stream> class stream_link : public link
+{
+public:
+    stream_link() : stream_(io_)
+    {
+    }
+
+    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    {
+        const auto [failure, count] = run(timeout, [&](auto handler) {
+            stream_.async_read_some(asio::buffer(buffer.data(), buffer.size()), std::move(handler));
+        });
+        if (failure && failure != asio::error::operation_aborted)
+        {
+            throw connection_lost(lost_text(failure));
+        }
+        return count;
+    }
+
+    void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override
+    {
+        const auto outcome = run(timeout, [&](auto handler) {
+            asio::async_write(stream_, asio::buffer(bytes.data(), bytes.size()), std::move(handler));
+        });
+        if (outcome.first == asio::error::operation_aborted)
+        {
+            throw timeout_error("The server takes no more bytes: it may hang, or the line may be cut.");
+        }
+        if (outcome.first)
+        {
+            throw connection_lost(lost_text(outcome.first));
+        }
+    }
+
+protected:
+    /** The stream, for opening it. */
+    Stream &stream() noexcept
+    {
+        return stream_;
+    }
+
+    /** The loop in which the stream's operations run. */
+    asio::io_context &io() noexcept
+    {
+        return io_;
+    }
+
+private:
+    /** Says that the link is gone, and why. */
+    static std::string lost_text(const asio::error_code &failure)
+    {
+        return failure == asio::error::eof ? "The server closed the connection."
+                                           : "The connection broke: " + failure.message() + ".";
+    }
+
+    /**
+     * Runs one operation until it is complete, and cancels it when the time is over.
+     *
+     * @return its error, operation_aborted when it was cancelled, and the number of bytes moved
+     */
+    template <typename Start>
+    std::pair<asio::error_code, std::size_t> run(std::chrono::milliseconds timeout, Start &&start)
+    {
+        std::pair<asio::error_code, std::size_t> outcome;
+        bool complete = false;
+        std::forward<Start>(start)([&](const asio::error_code &failure, std::size_t count) {
+            outcome = {failure, count};
+            complete = true;
+        });
+        io_.restart();
+        io_.run_for(timeout);
+        if (!complete)
+        {
+            stream_.cancel();
+            io_.restart();
+            io_.run();
+        }
+        return outcome;
+    }
+
+    asio::io_context io_;
+    Stream stream_;
+};
+
+} // namespace vantor
+
+#endif

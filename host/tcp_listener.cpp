@@ -1,0 +1,72 @@
+/** @file
+ * Waits for hosts on a TCP port of this machine.
+ */
+#include "tcp_listener.h"
+
+#include <asio/ip/tcp.hpp>
+
+#include "stream_link.h"
+
+namespace vantor
+{
+namespace
+{
+
+using asio::ip::tcp;
+
+/** A link to a host. */
+class accepted_link : public stream_link<tcp::socket>
+{
+public:
+    /** Waits for a host. */
+    explicit accepted_link(tcp::acceptor &acceptor)
+    {
+        acceptor.accept(stream());
+        stream().set_option(tcp::no_delay(true));
+    }
+
+    void set_baudrate(std::uint32_t /*baudrate*/) override
+    {
+        throw error("A TCP connection has no baud rate.");
+    }
+};
+
+} // namespace
+
+/** The port, with the loop that it needs. */
+struct tcp_listener::implementation
+{
+    asio::io_context io;
+    tcp::acceptor acceptor{io};
+};
+
+tcp_listener::tcp_listener(std::uint16_t port) : implementation_(std::make_unique<implementation>())
+{
+    auto &acceptor = implementation_->acceptor;
+    try
+    {
+        acceptor.open(tcp::v4());
+        acceptor.set_option(tcp::acceptor::reuse_address(true));
+        acceptor.bind(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+        acceptor.listen();
+    }
+    catch (const asio::system_error &failure)
+    {
+        throw connect_error("Cannot listen on TCP port " + std::to_string(port) + ": " +
+                            failure.code().message() + ". Choose another port.");
+    }
+}
+
+tcp_listener::~tcp_listener() = default;
+
+std::uint16_t tcp_listener::port() const
+{
+    return implementation_->acceptor.local_endpoint().port();
+}
+
+std::unique_ptr<link> tcp_listener::accept()
+{
+    return std::make_unique<accepted_link>(implementation_->acceptor);
+}
+
+} // namespace vantor

@@ -1,0 +1,45 @@
+/** @file
+ * Waits for hosts on a TCP port of this machine.
+ */
+#ifndef VANTOR_TCP_LISTENER_H
+#define VANTOR_TCP_LISTENER_H
+
+#include <cstdint>
+#include <memory>
+
+#include "vantor/link.h"
+
+namespace vantor
+{
+
+/** A TCP port of this machine, on the loopback interface. */
+class tcp_listener
+{
+public:
+    /**
+     * Listens.
+     *
+     * @param port  0 for any free one
+     * @throws connect_error when the port is taken or not allowed
+     */
+    explicit tcp_listener(std::uint16_t port);
+    tcp_listener(const tcp_listener &) = delete;
+    tcp_listener &operator=(const tcp_listener &) = delete;
+    tcp_listener(tcp_listener &&) = delete;
+    tcp_listener &operator=(tcp_listener &&) = delete;
+    ~tcp_listener();
+
+    /** The port. */
+    [[nodiscard]] std::uint16_t port() const;
+
+    /** Waits for the next host, without limit. */
+    std::unique_ptr<link> accept();
+
+private:
+    struct implementation;
+    std::unique_ptr<implementation> implementation_;
+};
+
+} // namespace vantor
+
+#endif

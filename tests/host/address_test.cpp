@@ -1,0 +1,69 @@
+/** @file
+ * Tests of the text forms of addresses.
+ */
+#include "vantor/address.h"
+
+#include <gmock/gmock.h>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(address, reads_tcp)
+{
+    const auto where = std::get<tcp_address>(parse_address("tcp:radar.local:5000"));
+    EXPECT_EQ(where.host, "radar.local");
+    EXPECT_EQ(where.port, 5000);
+}
+
+TEST(address, reads_ipv6_in_brackets)
+{
+    const auto where = std::get<tcp_address>(parse_address("tcp:[::1]:65535"));
+    EXPECT_EQ(where.host, "::1");
+    EXPECT_EQ(where.port, 65535);
+}
+
+TEST(address, reads_serial_with_and_without_speed)
+{
+    const auto with = std::get<serial_address>(parse_address("serial:/dev/ttyACM0@921600"));
+    EXPECT_EQ(with.device, "/dev/ttyACM0");
+    EXPECT_EQ(with.baudrate, 921600U);
+    const auto without = std::get<serial_address>(parse_address("serial:/dev/pts/3"));
+    EXPECT_EQ(without.device, "/dev/pts/3");
+    EXPECT_EQ(without.baudrate, 115200U);
+}
+
+TEST(address, reads_simulator_arguments)
+{
+    EXPECT_THAT(std::get<simulator_address>(parse_address("sim:")).arguments, IsEmpty());
+    EXPECT_THAT(std::get<simulator_address>(parse_address("sim:--sensors 2")).arguments,
+                ElementsAre("--sensors", "2"));
+}
+
+TEST(address, writes_what_it_reads)
+{
+    for (const char *text :
+         {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "serial:/dev/ttyUSB0@9600", "sim:", "sim:--sensors 2"})
+    {
+        EXPECT_EQ(to_string(parse_address(text)), text);
+    }
+}
+
+TEST(address, refuses_everything_else)
+{
+    for (const char *text : {"", "tcp", "tcp:", "tcp:host", "tcp::5000", "tcp:host:0", "tcp:host:65536",
+                             "tcp:host:12x", "serial:", "serial:@9600", "serial:/dev/x@",
+                             "serial:/dev/x@fast", "usb:1", "127.0.0.1:5000", "sim"})
+    {
+        EXPECT_THROW(parse_address(text), address_error) << text;
+    }
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,314 @@
+/** @file
+ * Tests of the client against a scripted server on a real TCP connection.
+ */
+#include "vantor/client.h"
+
+#include <atomic>
+
+#include <gmock/gmock.h>
+
+#include "fake_server.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using test::example_session;
+using test::fake_server;
+using test::host_connection;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+/** Short enough for tests of silence, long enough for a busy machine otherwise. */
+constexpr client_timeouts patience{.connect = 5s, .answer = 5s, .configure = 5s, .frame = 5s};
+
+/** A client of a fake server. */
+client connect(const fake_server &server, client_timeouts timeouts = patience)
+{
+    return client(parse_address(server.address()), timeouts);
+}
+
+TEST(client, finds_an_idle_server_and_identifies_it)
+{
+    const fake_server server;
+    const auto host = connect(server);
+    EXPECT_EQ(host.server().sensor, "k330");
+    EXPECT_THAT(host.server().connected_sensors, ElementsAre(1, 2));
+    EXPECT_THAT(server.lines(), ElementsAre(R"({"command":"end"})", R"({"command":"identify"})"));
+}
+
+TEST(client, drops_what_an_earlier_session_left_on_the_line)
+{
+    fake_server server;
+    server.on("end", [](host_connection &host, const json &) {
+        host.send("rest of a payload\nand more\n");
+        host.send(example_session().frame_header(3), example_session().frame_payload(3));
+        host.send({{"status", "error"}, {"code", "bad_json"}, {"message", "…"}, {"payload_size", 0}}, "");
+        host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
+    });
+    EXPECT_EQ(connect(server).server().sensor, "k330");
+}
+
+TEST(client, refuses_another_protocol_version)
+{
+    fake_server server;
+    server.on("identify", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"},
+                   {"command", "identify"},
+                   {"payload_size", 0},
+                   {"server_version", "9"},
+                   {"protocol_version", 2},
+                   {"sensor", "k330"},
+                   {"sensor_count", 0},
+                   {"connected_sensors", json::array()},
+                   {"ticks_per_second", 1},
+                   {"max_baudrate", 0}},
+                  "");
+    });
+    EXPECT_THAT([&] { connect(server); }, ThrowsMessage<protocol_error>(HasSubstr("version 2")));
+}
+
+TEST(client, says_that_nothing_listens)
+{
+    std::string address;
+    {
+        const fake_server server;
+        address = server.address();
+    }
+    EXPECT_THAT([&] { client host(parse_address(address)); },
+                ThrowsMessage<connect_error>(HasSubstr("vantor_server")));
+    EXPECT_THROW(client(parse_address("serial:/dev/does-not-exist")), connect_error);
+}
+
+TEST(client, runs_a_session)
+{
+    fake_server server;
+    server.on("start", test::stream_frames(3));
+    auto host = connect(server);
+    const auto configuration = example_session().configuration;
+    const auto metadata = host.configure(configuration);
+    EXPECT_EQ(metadata->items.size(), 3U);
+    host.start();
+    for (std::uint32_t number = 0; number < 3; ++number)
+    {
+        const auto received = host.receive_frame(5s);
+        ASSERT_TRUE(received);
+        EXPECT_EQ(received->items()[0].tick, number * 20000);
+    }
+    EXPECT_FALSE(host.receive_frame(20ms));
+    host.stop();
+    host.end();
+    const auto sent = json::parse(server.lines()[2]);
+    EXPECT_EQ(sent["command"], "configure");
+    EXPECT_EQ(sent["configuration"], configuration);
+}
+
+TEST(client, measures_single_frames)
+{
+    const fake_server server;
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    EXPECT_EQ(host.single_frame().items().size(), 3U);
+}
+
+TEST(client, hands_over_frames_that_come_before_the_answer_to_stop)
+{
+    fake_server server;
+    server.on("start", test::stream_frames(5));
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    std::vector<std::uint32_t> ticks;
+    host.stop([&](frame &&received) { ticks.push_back(received.items()[0].tick); });
+    EXPECT_THAT(ticks, ElementsAre(0, 20000, 40000, 60000, 80000));
+    host.ping();
+}
+
+TEST(client, passes_log_lines_on)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &host, const json &command) {
+        host.send({{"status", "log"},
+                   {"level", "INFO"},
+                   {"module", "core"},
+                   {"message", "hello"},
+                   {"payload_size", 0}},
+                  "");
+        host.send({{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}}, "");
+    });
+    auto host = connect(server);
+    std::vector<std::string> seen;
+    host.forward_log("INFO", [&](const log_line &line) {
+        seen.push_back(line.level + " " + line.module + " " + line.text);
+    });
+    host.ping();
+    EXPECT_THAT(seen, ElementsAre("INFO core hello"));
+    EXPECT_EQ(json::parse(server.lines()[2]), json({{"command", "log"}, {"level", "INFO"}}));
+}
+
+TEST(client, reports_what_the_server_refuses)
+{
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        host.send({{"status", "error"},
+                   {"code", "invalid_prf"},
+                   {"message", "Choose another \"prf\"."},
+                   {"payload_size", 0}},
+                  "");
+    });
+    auto host = connect(server);
+    try
+    {
+        host.configure(json::object());
+        FAIL() << "not refused";
+    }
+    catch (const server_error &failure)
+    {
+        EXPECT_EQ(failure.code(), "invalid_prf");
+        EXPECT_EQ(failure.message(), "Choose another \"prf\".");
+        EXPECT_STREQ(failure.what(), "Choose another \"prf\". (invalid_prf)");
+    }
+    host.ping();
+}
+
+TEST(client, reports_an_error_that_ends_the_stream)
+{
+    fake_server server;
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        host.send({{"status", "error"},
+                   {"code", "nox_data"},
+                   {"message", "The sensor is silent."},
+                   {"payload_size", 0}},
+                  "");
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_TRUE(host.receive_frame(5s));
+    EXPECT_THROW(host.receive_frame(5s), server_error);
+    host.end();
+}
+
+TEST(client, goes_on_after_a_damaged_message)
+{
+    fake_server server;
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        host.send("{\"status\":\"ok\",\"payl\n");
+        host.send(example_session().frame_header(2), example_session().frame_payload(2));
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_TRUE(host.receive_frame(5s));
+    const auto position = host.bytes_received();
+    try
+    {
+        host.receive_frame(5s);
+        FAIL() << "no fault";
+    }
+    catch (const bad_message &fault)
+    {
+        EXPECT_GE(fault.position(), position);
+        EXPECT_LT(fault.position(), position + 22);
+    }
+    EXPECT_EQ(host.receive_frame(5s)->items()[0].tick, 40000U);
+}
+
+TEST(client, refuses_a_frame_of_another_length)
+{
+    fake_server server;
+    server.on("frame", [](host_connection &host, const json &) {
+        auto header = example_session().frame_header(0);
+        header["payload_size"] = 4;
+        host.send(header, "abcd");
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    EXPECT_THAT([&] { host.single_frame(); }, ThrowsMessage<protocol_error>(HasSubstr("4 bytes")));
+}
+
+TEST(client, refuses_messages_that_answer_nothing)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "pong"}, {"payload_size", 0}}, "");
+    });
+    server.on("frame", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "frame"}, {"payload_size", 0}}, "");
+    });
+    auto host = connect(server);
+    EXPECT_THROW(host.ping(), protocol_error);
+    EXPECT_THROW(host.single_frame(), protocol_error);
+}
+
+TEST(client, gives_up_on_a_silent_server)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &, const json &) {});
+    auto timeouts = patience;
+    timeouts.answer = 500ms;
+    auto host = connect(server, timeouts);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_THROW(host.ping(), timeout_error);
+    const auto waited = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(waited, 500ms);
+    EXPECT_LT(waited, 5s);
+    host.identify();
+}
+
+TEST(client, notices_that_the_server_goes_and_reconnects)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &host, const json &) { host.close(); });
+    auto host = connect(server);
+    EXPECT_THROW(host.ping(), connection_lost);
+    host.reconnect();
+    EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
+}
+
+TEST(client, loses_nothing_when_it_reads_slowly)
+{
+    constexpr std::uint32_t count = 8000; // some 8 MB, more than the buffers of a connection
+    fake_server server;
+    server.on("start", test::stream_frames(count));
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    for (std::uint32_t number = 0; number < count; ++number)
+    {
+        if (number % 2000 == 0)
+        {
+            std::this_thread::sleep_for(100ms);
+        }
+        const auto received = host.receive_frame(5s);
+        ASSERT_TRUE(received);
+        ASSERT_EQ(received->items()[0].tick, number * 20000);
+        ASSERT_EQ(received->items()[0].samples[0], sample(3, static_cast<std::int16_t>(number % 5)));
+    }
+}
+
+TEST(client, asks_for_statistics)
+{
+    fake_server server;
+    server.on("stats", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", 7}}, "");
+    });
+    EXPECT_EQ(connect(server).stats()["frames"], 7);
+}
+
+TEST(client, does_not_change_the_speed_of_a_network)
+{
+    const fake_server server;
+    auto host = connect(server);
+    EXPECT_THAT([&] { host.set_baudrate(921600); }, ThrowsMessage<error>(HasSubstr("no baud rate")));
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,216 @@
+/** @file
+ * Tests of the command line: help, version, faults and exit codes.
+ */
+#include "commands/command_line.h"
+
+#include <sstream>
+
+#include <gmock/gmock.h>
+
+#include "example_recording.h"
+#include "fake_server.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using test::fake_server;
+using test::host_connection;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/** What a run of the command gives. */
+struct outcome
+{
+    exit_code code;
+    std::string out;
+    std::string err;
+};
+
+/** Runs the command. */
+outcome run(const std::vector<std::string> &arguments)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const auto code = run_command_line(arguments, {out, err});
+    return {code, out.str(), err.str()};
+}
+
+TEST(command_line, prints_its_version)
+{
+    const auto result = run({"--version"});
+    EXPECT_EQ(result.code, exit_code::success);
+    EXPECT_EQ(result.out, "vantor 0.1.0\n");
+}
+
+TEST(command_line, helps)
+{
+    const auto general = run({"--help"});
+    EXPECT_EQ(general.code, exit_code::success);
+    EXPECT_THAT(general.out, HasSubstr("Exit codes:"));
+    EXPECT_THAT(run({"record", "--help"}).out,
+                HasSubstr("vantor record examples/two_sensors.json --frames 100"));
+}
+
+TEST(command_line, has_help_with_examples_for_every_command)
+{
+    for (const char *command : {"identify", "scan", "validate", "calibrate", "record", "info", "plot",
+                                "export", "replay", "completion"})
+    {
+        const auto help = run({command, "--help"});
+        EXPECT_EQ(help.code, exit_code::success) << command;
+        EXPECT_THAT(help.out, HasSubstr(std::string("vantor ") + command)) << command;
+        EXPECT_THAT(help.out, HasSubstr("Examples:")) << command;
+    }
+}
+
+TEST(command_line, identifies_a_server)
+{
+    const fake_server server;
+    const auto text = run({"identify", "--connect", server.address()});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out, HasSubstr("k330, 5 places, connected: 1, 2"));
+    const auto about = json::parse(run({"identify", "--connect", server.address(), "--json"}).out);
+    EXPECT_EQ(about["address"], server.address());
+    EXPECT_EQ(about["connected_sensors"], json({1, 2}));
+}
+
+TEST(command_line, scans_devices_that_are_no_server_without_a_fault)
+{
+    const auto text = run({"scan", "/dev/does-not-exist", "/dev/null"});
+    EXPECT_EQ(text.code, exit_code::no_connection);
+    EXPECT_THAT(text.err, HasSubstr("no serial device answers"));
+    EXPECT_EQ(json::parse(run({"scan", "/dev/does-not-exist", "--json"}).out), json::array());
+}
+
+TEST(command_line, validates_documents)
+{
+    const test::temporary_directory directory;
+    const auto good = directory.write("good.json", test::example_session().configuration.dump()).string();
+    const auto bad =
+        directory.write("bad.json", R"({"groups": [[{"sensor_id": 1, "config": {"hwaas": 600}}]]})");
+    EXPECT_EQ(run({"validate", good}).code, exit_code::success);
+    const auto text = run({"validate", bad.string()});
+    EXPECT_EQ(text.code, exit_code::bad_file);
+    EXPECT_THAT(text.out,
+                HasSubstr("/groups/0/0/config/hwaas: got 600; allowed: a whole number, from 1 to 511; "
+                          "nearest: 511\n"));
+    const auto about = json::parse(run({"validate", bad.string(), "--json"}).out);
+    EXPECT_EQ(about["valid"], false);
+    EXPECT_EQ(about["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
+}
+
+TEST(command_line, keeps_calibrations_in_a_file)
+{
+    const test::temporary_directory directory;
+    const fake_server server;
+    const auto file = (directory / "cal.json").string();
+    const auto text = run({"calibrate", "--output", file, "--connect", server.address()});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out, HasSubstr("sensor 1 calibrated at 24 degrees"));
+    EXPECT_EQ(json::parse(test::read_file(file))["calibration_info"],
+              test::example_session().metadata["calibration_info"]);
+    const auto sent = json::parse(server.lines()[2])["configuration"]["groups"];
+    EXPECT_EQ(sent, json::parse(R"([[{"sensor_id":1,"config":{}},{"sensor_id":2,"config":{}}]])"));
+}
+
+TEST(command_line, looks_into_recordings)
+{
+    const test::temporary_directory directory;
+    const auto place = (directory / "out").string();
+    test::write_example_recording(place, 3);
+    EXPECT_THAT(run({"info", place}).out, HasSubstr(": 3 frames, started "));
+    const auto about = json::parse(run({"info", place, "--json"}).out);
+    EXPECT_EQ(about["frames"], 3);
+    EXPECT_EQ(about["complete"], true);
+    EXPECT_EQ(about["items"][1]["samples_per_frame"], 25);
+    EXPECT_EQ(about["items"][1]["temperature"], json({-3, -3}));
+    EXPECT_EQ(run({"export", place, "--format", "csv"}).code, exit_code::success);
+    EXPECT_TRUE(std::filesystem::exists(directory / "out/export/group-2-item-1.csv"));
+    EXPECT_EQ(run({"export", place, "--format", "npy", "--output", (directory / "npy").string()}).code,
+              exit_code::success);
+    EXPECT_EQ(run({"export", place, "--format", "xml"}).code, exit_code::usage);
+    EXPECT_EQ(run({"plot", place}).code, exit_code::success);
+    EXPECT_TRUE(std::filesystem::exists(directory / "out/picture.png"));
+    for (const char *command : {"info", "plot", "replay"})
+    {
+        EXPECT_EQ(run({command, (directory / "missing").string()}).code, exit_code::bad_file) << command;
+    }
+}
+
+TEST(command_line, completes_in_shells)
+{
+    const auto bash = run({"completion", "bash"}).out;
+    EXPECT_THAT(bash, HasSubstr("identify scan validate"));
+    EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
+    EXPECT_THAT(bash, HasSubstr("complete -o filenames -F _vantor vantor"));
+    EXPECT_THAT(run({"completion", "zsh"}).out, testing::StartsWith("#compdef vantor\n"));
+    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
+    EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
+}
+
+TEST(command_line, refuses_wrong_usage)
+{
+    for (const auto &arguments :
+         std::vector<std::vector<std::string>>{{},
+                                               {"fly"},
+                                               {"record"},
+                                               {"record", "x.json", "--frames", "0"},
+                                               {"record", "x.json", "--frames", "-3"},
+                                               {"record", "x.json", "--frames", "many"},
+                                               {"record", "x.json", "--no-such-option"}})
+    {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, exit_code::usage);
+        EXPECT_THAT(result.out, IsEmpty());
+        EXPECT_THAT(result.err, HasSubstr("help"));
+    }
+}
+
+TEST(command_line, has_an_exit_code_for_each_kind_of_failure)
+{
+    const test::temporary_directory directory;
+    const auto good = directory.write("good.json", test::example_session().configuration.dump()).string();
+    const auto bad = directory.write("bad.json", "{").string();
+
+    const auto unreadable = run({"record", bad});
+    EXPECT_EQ(unreadable.code, exit_code::bad_file);
+    EXPECT_THAT(unreadable.err, HasSubstr("line 1, column 2"));
+    EXPECT_EQ(run({"record", good, "--connect", "nowhere"}).code, exit_code::usage);
+    EXPECT_EQ(run({"record", good, "--connect", "serial:/dev/does-not-exist"}).code,
+              exit_code::no_connection);
+
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        host.send({{"status", "error"},
+                   {"code", "invalid_prf"},
+                   {"message", "Choose another prf."},
+                   {"payload_size", 0}},
+                  "");
+    });
+    const auto refused = run({"record", good, "--connect", server.address()});
+    EXPECT_EQ(refused.code, exit_code::refused);
+    EXPECT_EQ(refused.err, "vantor: Choose another prf. (invalid_prf)\n");
+}
+
+TEST(command_line, tells_bad_messages_and_unwritable_output_apart)
+{
+    const test::temporary_directory directory;
+    const auto good = directory.write("good.json", test::example_session().configuration.dump()).string();
+    fake_server server;
+    server.on("start", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "other"}, {"payload_size", 0}}, "");
+    });
+    EXPECT_EQ(
+        run({"record", good, "--connect", server.address(), "--output", (directory / "out").string()}).code,
+        exit_code::bad_link);
+    EXPECT_EQ(
+        run({"record", good, "--connect", server.address(), "--output", (directory / "out").string()}).code,
+        exit_code::not_written);
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,189 @@
+/** @file
+ * Tests of what `vantor validate` finds: one fault at a time, with its place and the nearest allowed value.
+ */
+#include "check/configuration_check.h"
+
+#include <functional>
+#include <set>
+
+#include <gmock/gmock.h>
+
+#include "check/schema_check.h"
+#include "configuration.h"
+#include "fake_server.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/** A document with one item whose configuration is given. */
+json document_with(const json &config)
+{
+    return {{"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
+}
+
+/** The only fault of a document. */
+configuration_fault fault_of(const json &document)
+{
+    const auto faults = check_configuration(document);
+    EXPECT_THAT(faults, SizeIs(1)) << document;
+    return faults.empty() ? configuration_fault{} : faults.front();
+}
+
+TEST(configuration_check, finds_nothing_in_the_examples)
+{
+    for (const char *name : {"single_sensor.json", "two_sensors.json"})
+    {
+        EXPECT_THAT(check_configuration(load_configuration(std::filesystem::path(VANTOR_EXAMPLES) / name)),
+                    IsEmpty());
+    }
+    EXPECT_THAT(check_configuration(test::example_session().configuration), IsEmpty());
+    EXPECT_THAT(check_configuration(json::object()), IsEmpty());
+    EXPECT_THAT(check_configuration(document_with(json::object())), IsEmpty());
+}
+
+TEST(configuration_check, names_place_bounds_and_nearest_value)
+{
+    const auto fault = fault_of(document_with({{"hwaas", 600}}));
+    EXPECT_EQ(fault.pointer, "/groups/0/0/config/hwaas");
+    EXPECT_EQ(fault.got, "600");
+    EXPECT_EQ(fault.allowed, "a whole number, from 1 to 511");
+    EXPECT_EQ(fault.nearest, "511");
+}
+
+TEST(configuration_check, finds_each_kind_of_fault)
+{
+    const std::vector<std::tuple<json, const char *, const char *>> cases = {
+        {{{"num_points", 0}}, "/groups/0/0/config/num_points", "1"},
+        {{{"num_points", 2.5}}, "/groups/0/0/config/num_points", ""},
+        {{{"num_points", "many"}}, "/groups/0/0/config/num_points", ""},
+        {{{"enable_tx", 1}}, "/groups/0/0/config/enable_tx", ""},
+        {{{"prf", "13.0_MHz"}}, "/groups/0/0/config/prf", "\"13_0_MHz\""},
+        {{{"inter_frame_idle_state", "Ready"}}, "/groups/0/0/config/inter_frame_idle_state", "\"ready\""},
+        {{{"frame_rate", -1}}, "/groups/0/0/config/frame_rate", "0"},
+        {{{"frame_rate", 0.009}}, "/groups/0/0/config/frame_rate", "0.01"},
+        {{{"sweep_rate", 2e6}}, "/groups/0/0/config/sweep_rate", "1000000"},
+        {{{"step_lenght", 2}}, "/groups/0/0/config/step_lenght", "\"step_length\""},
+        {{{"zzzzzzzzzzzzzzzz", 2}}, "/groups/0/0/config/zzzzzzzzzzzzzzzz", ""},
+        {{{"subsweeps", json::array()}}, "/groups/0/0/config/subsweeps", ""},
+        {{{"subsweeps", {{{"profile", 9}}}}}, "/groups/0/0/config/subsweeps/0/profile", "5"},
+        {{{"subsweeps", {json::object()}}, {"profile", 2}}, "/groups/0/0/config/profile", ""},
+        {{{"num_points", 4000}, {"sweeps_per_frame", 5}, {"prf", "5_2_MHz"}},
+         "/groups/0/0/config",
+         "\"sweeps_per_frame\": 4"},
+        {{{"start_point", 3800}}, "/groups/0/0/config", "\"num_points\": 44"},
+        {{{"start_point", 20000}}, "/groups/0/0/config", ""},
+        {{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}},
+         "/groups/0/0/config/inter_sweep_idle_state",
+         "\"ready\""},
+        {{{"continuous_sweep_mode", true}}, "/groups/0/0/config/continuous_sweep_mode", "false"},
+        {{{"continuous_sweep_mode", true}, {"frame_rate", 10}, {"sweeps_per_frame", 4}, {"sweep_rate", 50}},
+         "/groups/0/0/config/sweep_rate",
+         "40"},
+    };
+    for (const auto &[config, pointer, nearest] : cases)
+    {
+        const auto fault = fault_of(document_with(config));
+        EXPECT_EQ(fault.pointer, pointer) << config;
+        EXPECT_EQ(fault.nearest, nearest) << config;
+        EXPECT_FALSE(fault.allowed.empty()) << config;
+    }
+}
+
+TEST(configuration_check, finds_faults_outside_of_configurations)
+{
+    const auto with = [](const std::function<void(json &)> &spoil) {
+        auto document = document_with({{"frame_rate", 10}});
+        spoil(document);
+        return fault_of(document).pointer;
+    };
+    EXPECT_EQ(with([](json &d) { d["enable_log"] = "LOUD"; }), "/enable_log");
+    EXPECT_EQ(with([](json &d) { d["groups"] = 1; }), "/groups");
+    EXPECT_EQ(with([](json &d) { d["groups"][0] = json::array(); }), "/groups/0");
+    EXPECT_EQ(with([](json &d) { d["groups"][0][0].erase("config"); }), "/groups/0/0");
+    EXPECT_EQ(with([](json &d) { d["groups"][0][0]["sensor_id"] = 0; }), "/groups/0/0/sensor_id");
+    EXPECT_EQ(with([](json &d) {
+                  d["groups"][0][0]["cpd_overrides"] = {{"gain", 1}};
+              }),
+              "/groups/0/0/cpd_overrides/gain");
+    EXPECT_EQ(with([](json &d) { d["calibration_info"] = json::array(); }), "/calibration_info");
+    EXPECT_EQ(with([](json &d) {
+                  d["calibration_info"] = {{{"sensor_id", 1}, {"data", "12"}}};
+              }),
+              "/calibration_info/0/data");
+    EXPECT_EQ(with([](json &d) { d["max_update_rate"] = 10; }), "/groups/0/0/config/frame_rate");
+    EXPECT_EQ(with([](json &d) { d["update_rate"] = 10; }), "/groups/0/0/config/frame_rate");
+    EXPECT_EQ(with([](json &d) {
+                  d["groups"].push_back(json::array({{{"sensor_id", 2}, {"config", json::object()}}}));
+              }),
+              "/groups/0/0/config/frame_rate");
+    EXPECT_EQ(with([](json &d) { d["groups"] = json(11, d["groups"][0]); }), "/groups");
+}
+
+TEST(configuration_check, reports_every_fault_at_once)
+{
+    const auto faults = check_configuration(document_with({{"hwaas", 0}, {"profile", 0}, {"prf", "fast"}}));
+    EXPECT_THAT(faults, SizeIs(3));
+}
+
+/** Collects the members of all schemas within a schema. */
+void collect_keywords(const json &schema, std::set<std::string> &keywords)
+{
+    static const std::set<std::string> named = {"properties", "$defs"};
+    static const std::set<std::string> nested = {"items", "if", "then"};
+    for (const auto &[keyword, value] : schema.items())
+    {
+        keywords.insert(keyword);
+        if (nested.contains(keyword))
+        {
+            collect_keywords(value, keywords);
+        }
+        if (!named.contains(keyword))
+        {
+            continue;
+        }
+        for (const auto &[name, member] : value.items())
+        {
+            if (member.is_object())
+            {
+                collect_keywords(member, keywords);
+            }
+        }
+    }
+}
+
+TEST(configuration_check, knows_every_keyword_of_the_schema)
+{
+    std::set<std::string> keywords;
+    collect_keywords(configuration_schema(), keywords);
+    static const std::set<std::string> known = {
+        "$schema", "$id",         "$defs",      "$ref",
+        "title",   "description", "default",    "type",
+        "enum",    "anyOf",       "minimum",    "maximum",
+        "pattern", "required",    "properties", "additionalProperties",
+        "items",   "minItems",    "maxItems",   "if",
+        "then"};
+    for (const auto &keyword : keywords)
+    {
+        EXPECT_TRUE(known.contains(keyword)) << keyword;
+    }
+}
+
+TEST(configuration_check, has_a_description_and_a_default_for_every_member_of_a_configuration)
+{
+    const auto &schema = configuration_schema();
+    for (const auto &[name, member] : schema["$defs"]["config"]["properties"].items())
+    {
+        const auto &definition = schema["$defs"][name];
+        EXPECT_TRUE(definition.contains("description")) << name;
+        EXPECT_TRUE(definition.contains("default") || name == "subsweeps") << name;
+    }
+}
+
+} // namespace
+} // namespace vantor

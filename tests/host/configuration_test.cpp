@@ -1,0 +1,106 @@
+/** @file
+ * Tests of configuration documents as files.
+ */
+#include "configuration.h"
+
+#include <cmath>
+
+#include <gmock/gmock.h>
+
+#include "fake_server.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::SizeIs;
+using testing::ThrowsMessage;
+
+TEST(configuration, reads_every_example)
+{
+    for (const char *name : {"single_sensor.json", "two_sensors.json"})
+    {
+        const auto document = load_configuration(std::filesystem::path(VANTOR_EXAMPLES) / name);
+        EXPECT_FALSE(list_items(document).empty()) << name;
+    }
+}
+
+TEST(configuration, says_where_a_file_stops_being_json)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("bad.json", "{\n  \"groups\": [\n    oops\n]}\n");
+    EXPECT_THAT([&] { load_configuration(file); },
+                ThrowsMessage<configuration_error>(
+                    testing::AllOf(HasSubstr("bad.json"), HasSubstr("line 3, column 5"))));
+}
+
+TEST(configuration, says_where_an_unfinished_file_ends)
+{
+    EXPECT_THAT([&] { parse_json_text("{\n\"a\": 1", "text"); },
+                ThrowsMessage<configuration_error>(HasSubstr("line 2, column 7")));
+}
+
+TEST(configuration, refuses_repeated_members_of_one_object_only)
+{
+    EXPECT_THAT([&] { parse_json_text(R"({"a": {"b": 1, "c": 2, "b": 3}})", "text"); },
+                ThrowsMessage<configuration_error>(HasSubstr("\"b\"")));
+    EXPECT_EQ(parse_json_text(R"({"a": {"b": 1}, "b": [{"b": 2}, {"b": 3}]})", "text")["b"][1]["b"], 3);
+}
+
+TEST(configuration, refuses_what_is_no_document)
+{
+    const test::temporary_directory directory;
+    EXPECT_THROW(load_configuration(directory / "missing.json"), configuration_error);
+    EXPECT_THROW(load_configuration(directory / ""), configuration_error);
+    EXPECT_THROW(load_configuration(directory.write("empty.json", "")), configuration_error);
+    EXPECT_THAT([&] { load_configuration(directory.write("list.json", "[]")); },
+                ThrowsMessage<configuration_error>(HasSubstr("one JSON object")));
+    EXPECT_THAT([&] { load_configuration(directory.write("huge.json", "{\"a\": 1e999}")); },
+                ThrowsMessage<configuration_error>(HasSubstr("too large")));
+}
+
+TEST(configuration, lists_items_in_the_order_of_frames)
+{
+    const auto items = list_items(test::example_session().configuration);
+    ASSERT_THAT(items, SizeIs(3));
+    EXPECT_EQ(items[0].sensor_id, 1U);
+    EXPECT_EQ(items[0].subsweeps[0].start_point, 100);
+    EXPECT_EQ(items[0].subsweeps[0].step_length, 4);
+    ASSERT_THAT(items[1].subsweeps, SizeIs(2));
+    EXPECT_EQ(items[1].subsweeps[1].start_point, 200);
+    EXPECT_EQ(items[2].subsweeps[0].start_point, -41);
+    EXPECT_THAT(list_items(json::object()), SizeIs(0));
+}
+
+TEST(configuration, places_points_along_the_distance)
+{
+    const auto session = test::example_session();
+    const auto metadata = decode_metadata(session.metadata);
+    const auto items = list_items(session.configuration);
+    const auto distances = point_distances(metadata.items[1], items[1]);
+    ASSERT_THAT(distances, SizeIs(25));
+    EXPECT_DOUBLE_EQ(distances[0], 0.15);
+    EXPECT_DOUBLE_EQ(distances[9], 0.15 + 9 * 0.005);
+    EXPECT_DOUBLE_EQ(distances[10], 0.5);
+    EXPECT_DOUBLE_EQ(distances[24], 0.5 + 14 * 0.02);
+    EXPECT_DOUBLE_EQ(point_distances(metadata.items[2], items[2])[0], -0.1025);
+}
+
+TEST(configuration, does_not_guess_distances_that_no_sub_sweep_reaches)
+{
+    item_layout layout;
+    layout.sweep_length = 3;
+    layout.base_step_length_m = 0.0025;
+    layout.subsweeps = {{.offset = 1, .length = 2}};
+    const auto distances = point_distances(layout, {.sensor_id = 1, .document = {}, .subsweeps = {{4, 2}}});
+    EXPECT_TRUE(std::isnan(distances[0]));
+    EXPECT_DOUBLE_EQ(distances[1], 0.01);
+    EXPECT_DOUBLE_EQ(distances[2], 0.015);
+}
+
+} // namespace
+} // namespace vantor

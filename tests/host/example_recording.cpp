@@ -1,0 +1,43 @@
+/** @file
+ * A recording of the example session.
+ */
+#include "example_recording.h"
+
+#include "fake_server.h"
+#include "recording/session_writer.h"
+
+namespace vantor::test
+{
+
+frame example_frame(std::uint32_t number)
+{
+    message received;
+    received.header = example_session().frame_header(number);
+    const auto payload = example_session().frame_payload(number);
+    const auto bytes = std::as_bytes(std::span(payload));
+    received.payload.assign(bytes.begin(), bytes.end());
+    return decode_frame(
+        received, std::make_shared<const session_metadata>(decode_metadata(example_session().metadata)));
+}
+
+session_description example_description()
+{
+    server_info server;
+    server.server_version = "0.1.0";
+    server.protocol_version = 1;
+    server.sensor = "k330";
+    server.ticks_per_second = 1000000.0;
+    return {example_session().configuration, decode_metadata(example_session().metadata), server};
+}
+
+void write_example_recording(const std::filesystem::path &directory, std::uint32_t frames)
+{
+    session_writer writer(directory, example_description());
+    for (std::uint32_t number = 0; number < frames; ++number)
+    {
+        writer.add(example_frame(number));
+    }
+    writer.finish();
+}
+
+} // namespace vantor::test

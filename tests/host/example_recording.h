@@ -1,0 +1,27 @@
+/** @file
+ * A recording of the example session.
+ */
+#ifndef VANTOR_EXAMPLE_RECORDING_H
+#define VANTOR_EXAMPLE_RECORDING_H
+
+#include <cstdint>
+#include <filesystem>
+
+#include "recording/sigmf.h"
+#include "vantor/session.h"
+
+namespace vantor::test
+{
+
+/** A frame of the example session. */
+frame example_frame(std::uint32_t number);
+
+/** The example session, described. */
+session_description example_description();
+
+/** Records so many frames of the example session. */
+void write_example_recording(const std::filesystem::path &directory, std::uint32_t frames);
+
+} // namespace vantor::test
+
+#endif

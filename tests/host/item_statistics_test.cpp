@@ -1,0 +1,59 @@
+/** @file
+ * Tests of the figures of an item, and of ticks that wrap around.
+ */
+#include "recording/item_statistics.h"
+
+#include <gmock/gmock.h>
+
+#include "recording/tick_clock.h"
+
+namespace vantor
+{
+namespace
+{
+
+TEST(item_statistics, averages_magnitudes_over_sweeps)
+{
+    item_statistics statistics(2);
+    const std::vector<sample> frame{{3, 4}, {0, -1}, {-6, 8}, {0, 3}};
+    statistics.add(frame);
+    EXPECT_THAT(statistics.profile(), testing::ElementsAre(7.5, 2.0));
+    EXPECT_DOUBLE_EQ(statistics.mean_level(), 4.75);
+    EXPECT_EQ(statistics.strongest_point(), 0U);
+}
+
+TEST(item_statistics, takes_the_ends_of_the_scale)
+{
+    item_statistics statistics(1);
+    statistics.add(std::vector<sample>{{-32768, -32768}});
+    EXPECT_NEAR(statistics.mean_level(), 46340.95, 0.01);
+}
+
+TEST(item_statistics, has_nothing_to_say_without_samples)
+{
+    const item_statistics none(4);
+    EXPECT_EQ(none.mean_level(), 0.0);
+    EXPECT_EQ(none.strongest_point(), std::nullopt);
+    item_statistics empty(0);
+    empty.add({});
+    EXPECT_EQ(empty.strongest_point(), std::nullopt);
+}
+
+TEST(tick_clock, counts_seconds_from_the_first_tick)
+{
+    tick_clock clock(1000.0);
+    EXPECT_EQ(clock.advance(500), 0.0);
+    EXPECT_EQ(clock.advance(1500), 1.0);
+    EXPECT_EQ(clock.seconds(), 1.0);
+}
+
+TEST(tick_clock, goes_on_when_the_ticks_wrap_around)
+{
+    tick_clock clock(1000.0);
+    clock.advance(0xFFFFFF00U);
+    EXPECT_DOUBLE_EQ(clock.advance(0x00000100U), 0.512);
+    EXPECT_DOUBLE_EQ(clock.advance(0xFFFFFF00U), 4294967.296);
+}
+
+} // namespace
+} // namespace vantor

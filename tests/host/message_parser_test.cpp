@@ -1,0 +1,262 @@
+/** @file
+ * Tests of the message parser: pieces of any size, faults, and finding the next message after a fault.
+ */
+#include "vantor/message_parser.h"
+
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using testing::HasSubstr;
+
+/** Text as bytes. */
+std::span<const std::byte> bytes(std::string_view text)
+{
+    return std::as_bytes(std::span(text));
+}
+
+/** A payload as text. */
+std::string text(const std::vector<std::byte> &payload)
+{
+    std::string result;
+    for (const auto byte : payload)
+    {
+        result += static_cast<char>(byte);
+    }
+    return result;
+}
+
+/** A message as it travels. */
+std::string wire(const std::string &payload)
+{
+    return R"({"status":"ok","payload_size":)" + std::to_string(payload.size()) + "}\n" + payload;
+}
+
+/** Feeds a text and expects one fault; returns it. */
+bad_message fault_of(message_parser &parser, std::string_view text)
+{
+    parser.feed(bytes(text));
+    try
+    {
+        parser.next();
+    }
+    catch (const bad_message &fault)
+    {
+        return fault;
+    }
+    ADD_FAILURE() << "no fault in " << text.substr(0, 80);
+    return {0, ""};
+}
+
+TEST(message_parser, takes_a_message_with_payload)
+{
+    message_parser parser;
+    parser.feed(bytes(wire("a\nb{c")));
+    const auto received = parser.next();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->header["status"], "ok");
+    EXPECT_EQ(text(received->payload), "a\nb{c");
+    EXPECT_EQ(received->position, 0U);
+    EXPECT_FALSE(parser.next());
+    EXPECT_FALSE(parser.within_message());
+    EXPECT_EQ(parser.position(), wire("a\nb{c").size());
+}
+
+TEST(message_parser, takes_several_messages_from_one_piece)
+{
+    message_parser parser;
+    parser.feed(bytes(wire("") + wire("xyz") + wire("")));
+    EXPECT_EQ(text(parser.next()->payload), "");
+    const auto second = parser.next();
+    EXPECT_EQ(text(second->payload), "xyz");
+    EXPECT_EQ(second->position, wire("").size());
+    EXPECT_TRUE(parser.next());
+    EXPECT_FALSE(parser.next());
+}
+
+TEST(message_parser, does_not_care_where_the_stream_is_cut)
+{
+    const std::string stream = wire("first\n") + wire("") + wire("third");
+    for (std::size_t cut = 0; cut <= stream.size(); ++cut)
+    {
+        message_parser parser;
+        std::vector<std::string> payloads;
+        for (const auto &piece : {stream.substr(0, cut), stream.substr(cut)})
+        {
+            parser.feed(bytes(piece));
+            while (const auto received = parser.next())
+            {
+                payloads.push_back(text(received->payload));
+            }
+        }
+        EXPECT_THAT(payloads, testing::ElementsAre("first\n", "", "third")) << "cut at " << cut;
+    }
+}
+
+TEST(message_parser, takes_bytes_one_by_one)
+{
+    const std::string stream = wire("first\n") + wire("second");
+    message_parser parser;
+    std::vector<std::string> payloads;
+    for (const char c : stream)
+    {
+        parser.feed(bytes(std::string_view(&c, 1)));
+        while (const auto received = parser.next())
+        {
+            payloads.push_back(text(received->payload));
+        }
+    }
+    EXPECT_THAT(payloads, testing::ElementsAre("first\n", "second"));
+}
+
+TEST(message_parser, knows_that_it_is_within_a_message)
+{
+    message_parser parser;
+    EXPECT_FALSE(parser.within_message());
+    parser.feed(bytes("{"));
+    EXPECT_FALSE(parser.next());
+    EXPECT_TRUE(parser.within_message());
+    parser.reset();
+    EXPECT_FALSE(parser.within_message());
+    parser.feed(bytes(wire("abc").substr(0, wire("abc").size() - 1)));
+    EXPECT_FALSE(parser.next());
+    EXPECT_TRUE(parser.within_message());
+}
+
+TEST(message_parser, reports_where_a_header_stops_being_json)
+{
+    message_parser parser;
+    parser.feed(bytes(wire("12")));
+    ASSERT_TRUE(parser.next());
+    const auto start = parser.position();
+    const auto fault = fault_of(parser, "{\"status\":oops}\n");
+    EXPECT_EQ(fault.position(), start + 10);
+    EXPECT_THAT(fault.what(), HasSubstr("not JSON"));
+}
+
+TEST(message_parser, refuses_headers_without_what_every_header_has)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"[]\n", "no JSON object"},
+        {"7\n", "no JSON object"},
+        {"{\"payload_size\":0}\n", "\"status\""},
+        {"{\"status\":1,\"payload_size\":0}\n", "\"status\""},
+        {"{\"status\":\"ok\"}\n", "\"payload_size\""},
+        {"{\"status\":\"ok\",\"payload_size\":\"8\"}\n", "\"payload_size\""},
+        {"{\"status\":\"ok\",\"payload_size\":1.5}\n", "\"payload_size\""},
+        {"{\"status\":\"ok\",\"payload_size\":-1}\n", "negative"},
+        {"{\"status\":\"ok\",\"payload_size\":101}\n", "more than the 100 bytes"},
+        {"{\"status\":\"ok\",\"payload_size\":99999999999999999999}\n", "\"payload_size\""},
+        {"{\"status\":\"ok\",\"payload_size\":1e999}\n", "out of range"},
+        {"\n", "not JSON"},
+        {"{\"status\":\"ok\",\"payload_size\":0}{}\n", "not JSON"},
+    };
+    for (const auto &[line, reason] : cases)
+    {
+        message_parser parser({.header = 1000, .payload = 100});
+        EXPECT_THAT(fault_of(parser, line).what(), HasSubstr(reason)) << line;
+    }
+}
+
+TEST(message_parser, refuses_deep_nesting_before_it_is_parsed)
+{
+    message_parser parser;
+    const std::string start = R"({"status":"ok","x":)";
+    const auto fault = fault_of(parser, start + std::string(100000, '[') + "\n");
+    EXPECT_EQ(fault.position(), start.size() + 31);
+    EXPECT_THAT(fault.what(), HasSubstr("nested too deep"));
+}
+
+TEST(message_parser, does_not_count_brackets_in_texts)
+{
+    message_parser parser;
+    parser.feed(bytes(R"({"status":"\"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\\","payload_size":0})"
+                      "\n"));
+    EXPECT_TRUE(parser.next());
+}
+
+TEST(message_parser, drops_a_header_that_is_too_long_as_it_comes)
+{
+    message_parser parser({.header = 50, .payload = 100});
+    const auto fault = fault_of(parser, std::string(51, 'x'));
+    EXPECT_EQ(fault.position(), 0U);
+    EXPECT_THAT(fault.what(), HasSubstr("longer than 50 bytes"));
+    for (int i = 0; i < 100; ++i)
+    {
+        parser.feed(bytes(std::string(50, 'x')));
+        EXPECT_FALSE(parser.next());
+    }
+    parser.feed(bytes("\n" + wire("abc")));
+    const auto received = parser.next();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(text(received->payload), "abc");
+    EXPECT_EQ(received->position, 51U + 5000U + 1U);
+}
+
+TEST(message_parser, takes_a_header_of_just_the_longest_length)
+{
+    const std::string line = wire("");
+    message_parser exact({.header = line.size() - 1, .payload = 100});
+    exact.feed(bytes(line));
+    EXPECT_TRUE(exact.next());
+    message_parser short_by_one({.header = line.size() - 2, .payload = 100});
+    fault_of(short_by_one, line);
+}
+
+TEST(message_parser, reports_one_fault_and_finds_the_next_message)
+{
+    message_parser parser;
+    parser.feed(bytes("garbage\nmore garbage\n{}\n" + wire("found") + "again\n" + wire("")));
+    EXPECT_THROW(parser.next(), bad_message);
+    EXPECT_EQ(text(parser.next()->payload), "found");
+    EXPECT_THROW(parser.next(), bad_message);
+    EXPECT_TRUE(parser.next());
+}
+
+TEST(message_parser, finds_the_next_message_wherever_the_stream_was_joined)
+{
+    const std::string stream = wire("one\n{[") + wire("two");
+    for (std::size_t lost = 0; lost <= stream.size(); ++lost)
+    {
+        message_parser parser;
+        parser.feed(bytes(stream.substr(lost) + "\n" + wire("three") + wire("four")));
+        std::string last;
+        for (int i = 0; i < 20; ++i)
+        {
+            try
+            {
+                if (const auto received = parser.next())
+                {
+                    last = text(received->payload);
+                }
+            }
+            catch (const bad_message &)
+            {
+                continue;
+            }
+        }
+        EXPECT_EQ(last, "four") << lost << " bytes lost";
+    }
+}
+
+TEST(message_parser, counts_from_zero_after_a_reset)
+{
+    message_parser parser;
+    parser.feed(bytes("half a line"));
+    EXPECT_FALSE(parser.next());
+    parser.reset();
+    parser.feed(bytes(wire("x")));
+    const auto received = parser.next();
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->position, 0U);
+}
+
+} // namespace
+} // namespace vantor

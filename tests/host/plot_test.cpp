@@ -1,0 +1,157 @@
+/** @file
+ * Tests of the figures behind pictures, and that a picture is drawn.
+ */
+#include "plot/picture.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include <gmock/gmock.h>
+
+#include "example_recording.h"
+#include "fake_server.h"
+#include "plot/item_analysis.h"
+#include "plot/spectrum.h"
+#include "recording/recording_error.h"
+#include "recording/session_writer.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using test::read_file;
+
+TEST(spectrum, has_its_peak_at_the_frequency_of_a_tone)
+{
+    constexpr std::size_t length = 64;
+    for (const int bin : {-32, -7, 5, 31})
+    {
+        spectrum result(length);
+        std::vector<std::complex<double>> tone;
+        for (std::size_t n = 0; n < length; ++n)
+        {
+            tone.push_back(std::polar(3.0, 2.0 * std::numbers::pi * bin * static_cast<double>(n) / length));
+        }
+        result.add(tone);
+        const auto powers = result.powers();
+        const auto peak = std::max_element(powers.begin(), powers.end()) - powers.begin();
+        EXPECT_EQ(peak - static_cast<int>(length) / 2, bin);
+    }
+}
+
+TEST(spectrum, leaves_out_what_does_not_change)
+{
+    spectrum result(16);
+    result.add(std::vector<std::complex<double>>(16, {100.0, -50.0}));
+    EXPECT_EQ(result.count(), 1U);
+    for (const double power : result.powers())
+    {
+        EXPECT_NEAR(power, 0.0, 1e-18);
+    }
+}
+
+/** Records frames whose echo, at one point of each item, turns its phase by so much from frame to frame. */
+void write_turning_recording(const std::filesystem::path &directory, int frames, double turn)
+{
+    session_writer writer(directory, test::example_description());
+    for (int number = 0; number < frames; ++number)
+    {
+        message received;
+        received.header = test::example_session().frame_header(static_cast<std::uint32_t>(number));
+        std::vector<sample> samples(95);
+        const auto echo = std::polar(10000.0, turn * number);
+        const sample value(static_cast<std::int16_t>(echo.real()), static_cast<std::int16_t>(echo.imag()));
+        for (const std::size_t place : {12U, 32U, 43U, 70U})
+        {
+            samples[place] = value;
+        }
+        const auto bytes = std::as_bytes(std::span(samples));
+        received.payload.assign(bytes.begin(), bytes.end());
+        writer.add(decode_frame(
+            received, std::make_shared<const session_metadata>(test::example_description().metadata)));
+    }
+    writer.finish();
+}
+
+TEST(item_analysis, follows_the_strongest_echo)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 64, 1.0);
+    session_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_EQ(analysis.point, 12U);
+    EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
+    ASSERT_EQ(analysis.phase.size(), 64U);
+    EXPECT_NEAR(analysis.phase.back() - analysis.phase.front(), 63.0, 0.01); // ten turns without a jump
+    EXPECT_NEAR(analysis.seconds.back(), 63 * 0.02, 1e-9);
+    EXPECT_EQ(analysis.map.size(), 64U);
+    EXPECT_TRUE(analysis.between_frames);
+    const auto peak =
+        std::max_element(analysis.powers.begin(), analysis.powers.end()) - analysis.powers.begin();
+    EXPECT_NEAR(analysis.frequencies[static_cast<std::size_t>(peak)], 50.0 / (2.0 * std::numbers::pi),
+                50.0 / 64);
+}
+
+TEST(item_analysis, looks_where_it_is_told_to)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 2, 0.0);
+    session_reader recording(directory / "out");
+    EXPECT_EQ(analyse_item(recording, 0, 0.25 + 3 * 0.01 + 0.002).point, 3U);
+    EXPECT_TRUE(analyse_item(recording, 0, 0.3).powers.empty());
+}
+
+TEST(item_analysis, keeps_the_map_small)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 1000, 0.1);
+    session_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 1, std::nullopt);
+    EXPECT_LE(analysis.map.size(), 400U);
+    EXPECT_GE(analysis.map.size(), 200U);
+}
+
+TEST(picture, is_a_png_of_one_row_for_each_item)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 40, 0.3);
+    session_reader recording(directory / "out");
+    const auto file = directory / "it's a picture.png";
+    draw_recording(recording, file, std::nullopt);
+    const auto bytes = read_file(file);
+    ASSERT_GT(bytes.size(), 10000U);
+    EXPECT_EQ(bytes.substr(1, 3), "PNG");
+    const auto number = [&](std::size_t place) {
+        return static_cast<unsigned char>(bytes[place + 2]) * 256 +
+               static_cast<unsigned char>(bytes[place + 3]);
+    };
+    EXPECT_EQ(number(16), 1900);    // width
+    EXPECT_EQ(number(20), 3 * 380); // height
+}
+
+TEST(picture, is_drawn_of_a_single_frame)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 1, 0.0);
+    session_reader recording(directory / "out");
+    draw_recording(recording, directory / "one.png", std::nullopt);
+    EXPECT_TRUE(std::filesystem::exists(directory / "one.png"));
+}
+
+TEST(picture, is_not_drawn_of_nothing_or_to_nowhere)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "empty", 0);
+    session_reader empty(directory / "empty");
+    EXPECT_THROW(draw_recording(empty, directory / "x.png", std::nullopt), bad_recording);
+    write_turning_recording(directory / "out", 2, 0.0);
+    session_reader recording(directory / "out");
+    EXPECT_THROW(draw_recording(recording, directory / "no/such/directory.png", std::nullopt),
+                 recording_error);
+}
+
+} // namespace
+} // namespace vantor

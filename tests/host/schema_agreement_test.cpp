@@ -1,0 +1,216 @@
+/** @file
+ * Tests that schema and server agree: what the one refuses the other refuses, over many generated documents.
+ *
+ * The documents keep clear of the differences that docs/configuration.md lists.
+ */
+#include <cstdlib>
+#include <random>
+
+#include <gmock/gmock.h>
+
+#include "check/configuration_check.h"
+#include "configuration.h"
+#include "vantor/client.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** Makes documents that are sometimes right and sometimes wrong; the same seed makes the same documents. */
+class document_maker
+{
+public:
+    explicit document_maker(unsigned seed) : random_(seed)
+    {
+    }
+
+    /** A document of one or two groups. */
+    json document()
+    {
+        json result = json::object();
+        auto groups = json::array();
+        for (std::size_t i = 0, count = chance(5) ? 2 : 1; i < count; ++i)
+        {
+            groups.push_back(chance(30) ? json::array() : json::array({item()}));
+        }
+        result["groups"] = std::move(groups);
+        maybe(result, "max_update_rate", {10, 25.5}, 8);
+        maybe(result, "enable_log", {"ERROR", "WARNING", "warning"}, 10);
+        maybe(result, "calibration_info", {json::array()}, 40);
+        return result;
+    }
+
+private:
+    /** True once in so many times. */
+    bool chance(int times)
+    {
+        return std::uniform_int_distribution<>(1, times)(random_) == 1;
+    }
+
+    /** Sets a member to one of some values, once in so many times. */
+    void maybe(json &object, const char *name, const std::vector<json> &values, int times)
+    {
+        if (chance(times))
+        {
+            object[name] = values[std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(random_)];
+        }
+    }
+
+    json item()
+    {
+        json result = {{"sensor_id", 1}, {"config", config()}};
+        maybe(result, "sensor_id", {2, 3, 0, -1}, 6);
+        maybe(result, "config", {1, json::array()}, 40);
+        maybe(
+            result, "cpd_overrides",
+            {json::object(), {{"tx_duration", 20}}, {{"gain", 1}}, {{"rx_duration", "long"}}, json::array()},
+            8);
+        maybe(result, "cca_enable", {true, false}, 6);
+        return result;
+    }
+
+    json config()
+    {
+        json result = json::object();
+        maybe(result, "sweeps_per_frame", {1, 8, 102, 103, 4095, 0, 4096, 2.5}, 4);
+        maybe(result, "inter_frame_idle_state", {"deep_sleep", "sleep", "ready", "awake"}, 6);
+        maybe(result, "inter_sweep_idle_state", {"deep_sleep", "sleep", "ready", "Ready"}, 6);
+        maybe(result, "double_buffering", {true, false, 1}, 8);
+        maybe(result, "subtract_in_buffer", {true, "yes"}, 12);
+        maybe(result, chance(2) ? "frame_rate" : "sweep_rate", {0, 0.01, 0.009, -1, 2e6, "fast"}, 8);
+        maybe(result, "no_such_member", {1}, 60);
+        if (chance(3))
+        {
+            result["subsweeps"] = json::array();
+            for (int i = std::uniform_int_distribution<>(0, 5)(random_); i > 0; --i)
+            {
+                result["subsweeps"].push_back(subsweep(25));
+            }
+        }
+        else
+        {
+            result.update(subsweep(10));
+        }
+        maybe(result, "profile", {2}, 40);
+        return result;
+    }
+
+    json subsweep(int times)
+    {
+        json result = json::object();
+        maybe(result, "start_point", {0, -1000, -1001, 3000, 3684, 3685, 20000, 20001}, times);
+        maybe(result, "num_points", {1, 100, 0, 4095, 4096, "many"}, times);
+        maybe(result, "step_length", {1, 24, 0, 1000, 1001}, times);
+        maybe(result, "profile", {1, 5, 0, 6, 2.0, 2.5}, times);
+        maybe(result, "hwaas", {1, 511, 0, 512}, times);
+        maybe(result, "receiver_gain", {0, 23, 24, -1}, times);
+        maybe(result, "prf", {"19_5_MHz", "13_0_MHz", "8_7_MHz", "6_5_MHz", "5_2_MHz", "4_0_MHz"}, times);
+        maybe(result, "enable_tx", {true, false, "on"}, times);
+        maybe(result, "phase_enhancement", {true, 0}, times);
+        return result;
+    }
+
+    std::mt19937 random_;
+};
+
+/** A simulated server, and whether it accepts a document. */
+class judge
+{
+public:
+    judge()
+    {
+        setenv("VANTOR_SERVER", VANTOR_SERVER_PROGRAM, 1);
+        server_ =
+            std::make_unique<client>(parse_address("sim:--clock virtual --sensors 3 --log-level ERROR"));
+        unsetenv("VANTOR_SERVER");
+    }
+
+    /** Empty when the server accepts the document, else why not. */
+    std::string refusal(const json &document)
+    {
+        std::string reason;
+        try
+        {
+            server_->configure(document);
+        }
+        catch (const server_error &failure)
+        {
+            reason = failure.what();
+        }
+        server_->end();
+        return reason;
+    }
+
+private:
+    std::unique_ptr<client> server_;
+};
+
+/** The first fault that the schema and its rules find, as text; empty when there is none. */
+std::string first_fault(const json &document)
+{
+    const auto faults = check_configuration(document);
+    return faults.empty() ? "" : faults.front().pointer + ": " + faults.front().got;
+}
+
+TEST(schema_agreement, holds_over_generated_documents)
+{
+    judge server;
+    int accepted = 0;
+    int refused = 0;
+    for (unsigned seed = 0; seed < 800; ++seed)
+    {
+        const auto document = document_maker(seed).document();
+        const auto fault = first_fault(document);
+        const auto refusal = server.refusal(document);
+        EXPECT_EQ(fault.empty(), refusal.empty())
+            << "seed " << seed << "\n  schema: " << fault << "\n  server: " << refusal << "\n"
+            << document;
+        ++(refusal.empty() ? accepted : refused);
+    }
+    EXPECT_GT(accepted, 100);
+    EXPECT_GT(refused, 100);
+}
+
+TEST(schema_agreement, holds_for_the_examples)
+{
+    judge server;
+    for (const char *name : {"single_sensor.json", "two_sensors.json"})
+    {
+        const auto document = load_configuration(std::filesystem::path(VANTOR_EXAMPLES) / name);
+        EXPECT_EQ(first_fault(document), "") << name;
+        EXPECT_EQ(server.refusal(document), "") << name;
+    }
+}
+
+TEST(schema_agreement, holds_at_the_edges_of_the_rules_between_members)
+{
+    judge server;
+    const std::vector<json> configs = {
+        {{"continuous_sweep_mode", true}, {"frame_rate", 1}, {"sweeps_per_frame", 4}, {"sweep_rate", 4}},
+        {{"continuous_sweep_mode", true}, {"frame_rate", 1}, {"sweeps_per_frame", 4}, {"sweep_rate", 5}},
+        {{"continuous_sweep_mode", true}, {"sweeps_per_frame", 4}},
+        {{"num_points", 127}, {"sweeps_per_frame", 129}},
+        {{"num_points", 128}, {"sweeps_per_frame", 128}},
+        {{"start_point", 4453}, {"prf", "13_0_MHz"}},
+        {{"start_point", 4454}, {"prf", "13_0_MHz"}},
+        {{"start_point", 2915}, {"prf", "19_5_MHz"}},
+        {{"start_point", 2916}, {"prf", "19_5_MHz"}},
+        {{"start_point", 11371}, {"prf", "5_2_MHz"}},
+        {{"start_point", 11372}, {"prf", "5_2_MHz"}},
+        {{"inter_frame_idle_state", "sleep"}, {"inter_sweep_idle_state", "sleep"}},
+        {{"inter_frame_idle_state", "sleep"}, {"inter_sweep_idle_state", "deep_sleep"}},
+    };
+    for (const auto &config : configs)
+    {
+        const json document = {
+            {"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
+        EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << config;
+    }
+}
+
+} // namespace
+} // namespace vantor

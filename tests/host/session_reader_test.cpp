@@ -1,0 +1,141 @@
+/** @file
+ * Tests of reading recordings back, whole or not, and of turning them into other files.
+ */
+#include "recording/session_reader.h"
+
+#include <bit>
+#include <cstring>
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+#include "example_recording.h"
+#include "export/exporter.h"
+#include "recording/frame_table.h"
+#include "recording/item_writer.h"
+#include "recording/recording_error.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using test::read_file;
+using test::write_example_recording;
+using testing::HasSubstr;
+using testing::StartsWith;
+using testing::ThrowsMessage;
+
+TEST(session_reader, reads_what_was_written)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 4);
+    for (const char *name : {"out", "out/session.sigmf-collection", "out/group-1-item-1.sigmf-meta"})
+    {
+        session_reader recording(directory / name);
+        EXPECT_EQ(recording.frames(), 4U);
+        ASSERT_EQ(recording.items().size(), 3U);
+        EXPECT_EQ(recording.session().server.sensor, "k330");
+        EXPECT_EQ(recording.items()[1].configuration.sensor_id, 2U);
+        EXPECT_DOUBLE_EQ(recording.items()[1].distances[10], 0.5);
+        std::vector<sample> samples;
+        recording.read_frame(2, 3, samples);
+        const auto written = test::example_frame(3);
+        EXPECT_THAT(samples, testing::ElementsAreArray(written.items()[2].samples));
+    }
+}
+
+TEST(session_reader, ignores_what_follows_the_last_whole_frame)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 4);
+    std::filesystem::resize_file(directory / "out/group-1-item-2.sigmf-data", 3 * 100 + 50);
+    EXPECT_EQ(session_reader(directory / "out").frames(), 3U);
+}
+
+TEST(session_reader, refuses_what_is_no_recording)
+{
+    const test::temporary_directory directory;
+    EXPECT_THAT([&] { session_reader(directory / "missing"); },
+                ThrowsMessage<bad_recording>(HasSubstr("no recording")));
+    write_example_recording(directory / "out", 1);
+    std::filesystem::remove(directory / "out/group-2-item-1.sigmf-data");
+    EXPECT_THROW(session_reader(directory / "out"), bad_recording);
+    std::ofstream(directory / "out/session.sigmf-collection") << R"({"collection": {}})";
+    EXPECT_THAT([&] { session_reader(directory / "out"); },
+                ThrowsMessage<bad_recording>(HasSubstr("a member is missing")));
+    std::ofstream(directory / "out/session.sigmf-collection") << "no JSON";
+    EXPECT_THAT([&] { session_reader(directory / "out"); },
+                ThrowsMessage<bad_recording>(HasSubstr("not JSON")));
+}
+
+TEST(frame_table, reads_what_was_written)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 2);
+    frame_table table(directory / "out/group-1-item-1.frames.csv");
+    EXPECT_EQ(table.next()->tick, 0U);
+    const auto second = table.next();
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->tick, 20000U);
+    EXPECT_DOUBLE_EQ(second->seconds, 0.02);
+    EXPECT_EQ(second->temperature, -3);
+    EXPECT_EQ(second->data_valid, true);
+    EXPECT_EQ(second->cca_value, 0.75);
+    EXPECT_EQ(second->cca_detected, false);
+    EXPECT_FALSE(table.next());
+    EXPECT_EQ(frame_table(directory / "out/group-1-item-2.frames.csv").next()->data_valid, std::nullopt);
+}
+
+TEST(frame_table, stops_at_a_line_that_was_cut_short_and_refuses_nonsense)
+{
+    const test::temporary_directory directory;
+    const std::string head(frame_table_head);
+    frame_table cut(directory.write("cut.csv", head + "0,0,0,20,0,0,0,,,,\n1,0.1,7"));
+    EXPECT_TRUE(cut.next());
+    EXPECT_FALSE(cut.next());
+    EXPECT_THROW(frame_table(directory.write("other.csv", "a,b,c\n")), bad_recording);
+    for (const char *line :
+         {"0,0,0\n", "0,0,0,20,0,0,0,,,,,\n", "0,x,0,20,0,0,0,,,,\n", "0,0,0,20,2,0,0,,,,\n"})
+    {
+        frame_table bad(directory.write("bad.csv", head + line));
+        EXPECT_THAT([&] { bad.next(); }, ThrowsMessage<bad_recording>(HasSubstr("line 2"))) << line;
+    }
+}
+
+TEST(exporter, writes_text)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 2);
+    session_reader recording(directory / "out");
+    const auto files = export_csv(recording, directory / "text");
+    EXPECT_EQ(files.size(), 3U);
+    const auto text = read_file(directory / "text/group-1-item-1.csv");
+    EXPECT_THAT(text, StartsWith("frame,sweep,point,distance_m,real,imag\n0,0,0,0.25,3,0\n0,0,1,0.26,3,0\n"));
+    EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000\n"));
+    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1\n"));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 * 40);
+    EXPECT_THROW(export_csv(recording, directory / "text"), recording_error);
+}
+
+TEST(exporter, writes_numpy_arrays)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 3);
+    session_reader recording(directory / "out");
+    export_npy(recording, directory / "arrays");
+    const auto file = read_file(directory / "arrays/group-1-item-1.npy");
+    EXPECT_THAT(file, StartsWith(std::string("\x93NUMPY\x01\x00", 8)));
+    const auto length = static_cast<unsigned char>(file[8]) + 256U * static_cast<unsigned char>(file[9]);
+    EXPECT_EQ((10 + length) % 64, 0U);
+    EXPECT_THAT(file.substr(10, length),
+                StartsWith("{'descr': '<c8', 'fortran_order': False, 'shape': (3, 2, 20), }"));
+    ASSERT_EQ(file.size(), 10 + length + 3 * 40 * 8);
+    float value = 0.0F;
+    std::memcpy(&value, file.data() + 10 + length + (40 + 27) * 8 + 4, sizeof(value));
+    EXPECT_EQ(value, 4000.0F);
+}
+
+} // namespace
+} // namespace vantor

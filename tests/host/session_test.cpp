@@ -1,0 +1,185 @@
+/** @file
+ * Tests of the typed form of a server's messages.
+ */
+#include "vantor/session.h"
+
+#include <functional>
+
+#include <gmock/gmock.h>
+
+#include "fake_server.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using test::example_session;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+/** A frame message of the example session. */
+message frame_message(std::uint32_t number)
+{
+    message received;
+    received.header = example_session().frame_header(number);
+    for (const char c : example_session().frame_payload(number))
+    {
+        received.payload.push_back(static_cast<std::byte>(c));
+    }
+    return received;
+}
+
+/** Metadata of the example session, shared. */
+std::shared_ptr<const session_metadata> example_metadata()
+{
+    return std::make_shared<const session_metadata>(decode_metadata(example_session().metadata));
+}
+
+TEST(session, reads_metadata)
+{
+    const auto metadata = decode_metadata(example_session().metadata);
+    EXPECT_EQ(metadata.tick_period, 20000U);
+    ASSERT_EQ(metadata.calibrations.size(), 1U);
+    EXPECT_EQ(metadata.calibrations[0].sensor_id, 1U);
+    EXPECT_EQ(metadata.calibrations[0].temperature, 24);
+    EXPECT_EQ(metadata.calibrations[0].data, std::string(480, 'a'));
+    ASSERT_EQ(metadata.items.size(), 3U);
+    const auto &first = metadata.items[0];
+    EXPECT_EQ(first.frame_length, 40U);
+    EXPECT_EQ(first.sweep_length, 20U);
+    EXPECT_EQ(first.sweeps(), 2U);
+    EXPECT_TRUE(first.high_speed_mode);
+    EXPECT_DOUBLE_EQ(first.max_sweep_rate, 3125.5);
+    EXPECT_DOUBLE_EQ(first.base_step_length_m, 0.0025);
+    const auto &second = metadata.items[1];
+    EXPECT_EQ(second.group, 0U);
+    EXPECT_EQ(second.index, 1U);
+    ASSERT_EQ(second.subsweeps.size(), 2U);
+    EXPECT_EQ(second.subsweeps[1].offset, 10U);
+    EXPECT_EQ(second.subsweeps[1].length, 15U);
+    EXPECT_EQ(metadata.items[2].group, 1U);
+    EXPECT_EQ(metadata.items[2].index, 0U);
+    EXPECT_EQ(metadata.frame_length(), 95U);
+}
+
+TEST(session, reads_metadata_without_sensors_and_groups)
+{
+    const auto metadata = decode_metadata(
+        {{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", json::array()}});
+    EXPECT_TRUE(metadata.calibrations.empty());
+    EXPECT_TRUE(metadata.items.empty());
+    EXPECT_EQ(metadata.frame_length(), 0U);
+}
+
+TEST(session, refuses_metadata_that_contradicts_itself)
+{
+    const std::vector<std::pair<std::function<void(json &)>, const char *>> cases = {
+        {[](json &m) { m.erase("tick_period"); }, "tick_period"},
+        {[](json &m) { m["tick_period"] = -1; }, "tick_period"},
+        {[](json &m) { m["tick_period"] = 4294967296; }, "tick_period"},
+        {[](json &m) { m["calibration_info"] = 3; }, "calibration_info"},
+        {[](json &m) { m["calibration_info"][0]["data"] = 3; }, "data"},
+        {[](json &m) { m["metadata"] = json::object(); }, "metadata"},
+        {[](json &m) { m["metadata"][1] = json::array(); }, "no list of items"},
+        {[](json &m) { m["metadata"][0][0] = 1; }, "calibration_temperature"},
+        {[](json &m) { m["metadata"][0][0]["frame_data_length"] = 41; }, "multiple"},
+        {[](json &m) { m["metadata"][0][0]["frame_data_length"] = 65536; }, "frame_data_length"},
+        {[](json &m) { m["metadata"][0][0]["sweep_data_length"] = 0; }, ""},
+        {[](json &m) { m["metadata"][0][0]["high_speed_mode"] = 1; }, "high_speed_mode"},
+        {[](json &m) { m["metadata"][0][0]["max_sweep_rate"] = "fast"; }, "max_sweep_rate"},
+        {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"] = {0}; }, "offsets"},
+        {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][1] = 11; }, "subsweep_data_length"},
+        {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][0] = -1; }, "subsweep_data_offset"},
+    };
+    for (const auto &[spoil, reason] : cases)
+    {
+        auto document = example_session().metadata;
+        spoil(document);
+        EXPECT_THAT([&] { decode_metadata(document); }, ThrowsMessage<protocol_error>(HasSubstr(reason)));
+    }
+}
+
+TEST(session, cuts_a_frame_into_items_and_sub_sweeps)
+{
+    const auto received = decode_frame(frame_message(2), example_metadata());
+    ASSERT_EQ(received.items().size(), 3U);
+    EXPECT_EQ(received.samples().size(), 95U);
+    const auto &first = received.items()[0];
+    EXPECT_EQ(first.samples.size(), 40U);
+    EXPECT_EQ(first.samples[7], sample(3000, 4000));
+    EXPECT_EQ(first.samples[27], sample(3000, 4000));
+    EXPECT_EQ(first.samples[0], sample(3, 2));
+    EXPECT_EQ(first.tick, 40000U);
+    EXPECT_EQ(first.temperature, -3);
+    EXPECT_EQ(first.data_valid, true);
+    EXPECT_EQ(first.cca_value, 0.75);
+    EXPECT_EQ(first.cca_detected, false);
+    EXPECT_EQ(first.tx_enabled, true);
+    const auto &second = received.items()[1];
+    EXPECT_EQ(second.data_valid, std::nullopt);
+    EXPECT_EQ(second.cca_value, std::nullopt);
+    EXPECT_EQ(second.subsweep(0, 0).size(), 10U);
+    EXPECT_EQ(second.subsweep(0, 0)[7], sample(3000, 4000));
+    EXPECT_EQ(second.subsweep(0, 1).size(), 15U);
+    EXPECT_EQ(second.subsweep(0, 1).data(), second.samples.data() + 10);
+    EXPECT_EQ(first.subsweep(1, 0).data(), first.samples.data() + 20);
+    EXPECT_THROW(static_cast<void>(first.subsweep(0, 1)), std::out_of_range);
+}
+
+TEST(session, keeps_a_frame_whole_when_it_is_moved)
+{
+    auto received = decode_frame(frame_message(1), example_metadata());
+    const auto moved = std::move(received);
+    EXPECT_EQ(moved.items()[2].samples[7], sample(3000, 4000));
+    EXPECT_EQ(moved.items()[2].layout->frame_length, 30U);
+    EXPECT_EQ(moved.items()[0].samples.data(), moved.samples().data());
+}
+
+TEST(session, refuses_frames_that_do_not_fit_the_metadata)
+{
+    const std::vector<std::pair<std::function<void(message &)>, const char *>> cases = {
+        {[](message &m) { m.payload.pop_back(); }, "379 bytes"},
+        {[](message &m) { m.payload.clear(); }, "0 bytes"},
+        {[](message &m) { m.header["result_info"].erase(1); }, "groups"},
+        {[](message &m) { m.header["result_info"][0].erase(1); }, "items in a group"},
+        {[](message &m) { m.header["result_info"][0] = 1; }, "items in a group"},
+        {[](message &m) { m.header["result_info"] = 1; }, "result_info"},
+        {[](message &m) { m.header["result_info"][0][0].erase("tick"); }, "tick"},
+        {[](message &m) { m.header["result_info"][0][0]["tick"] = 4294967296; }, "tick"},
+        {[](message &m) { m.header["result_info"][0][0]["temperature"] = 40000; }, "temperature"},
+        {[](message &m) { m.header["result_info"][0][0]["frame_delayed"] = 0; }, "frame_delayed"},
+        {[](message &m) { m.header["result_info"][0][0]["cca_value"] = "high"; }, "cca_value"},
+    };
+    for (const auto &[spoil, reason] : cases)
+    {
+        auto received = frame_message(0);
+        spoil(received);
+        EXPECT_THAT([&] { decode_frame(received, example_metadata()); },
+                    ThrowsMessage<protocol_error>(HasSubstr(reason)));
+    }
+}
+
+TEST(session, reads_what_a_server_says_of_itself)
+{
+    const json identity = {
+        {"server_version", "0.1.0"}, {"protocol_version", 1},       {"sensor", "k330"},
+        {"sensor_count", 5},         {"connected_sensors", {1, 5}}, {"ticks_per_second", 1000000},
+        {"max_baudrate", 921600}};
+    const auto info = decode_server_info(identity);
+    EXPECT_EQ(info.sensor, "k330");
+    EXPECT_THAT(info.connected_sensors, ElementsAre(1, 5));
+    EXPECT_EQ(info.max_baudrate, 921600U);
+    auto absent = identity;
+    absent["connected_sensors"] = {6};
+    EXPECT_THROW(decode_server_info(absent), protocol_error);
+    auto stopped = identity;
+    stopped["ticks_per_second"] = 0;
+    EXPECT_THROW(decode_server_info(stopped), protocol_error);
+}
+
+} // namespace
+} // namespace vantor

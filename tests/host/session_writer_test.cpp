@@ -1,0 +1,278 @@
+/** @file
+ * Tests of recordings as files: their samples, tables and SigMF documents, also when writing fails.
+ */
+#include "recording/session_writer.h"
+
+#include <csignal>
+#include <regex>
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include "example_recording.h"
+#include "fake_server.h"
+#include "recording/recording_error.h"
+#include "recording/sha512.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using test::example_description;
+using test::example_frame;
+using test::example_session;
+using test::read_file;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/** A JSON document of a recording. */
+json read_json(const std::filesystem::path &path)
+{
+    return json::parse(read_file(path));
+}
+
+/** What the standard asks of an item's document. */
+void expect_valid_sigmf(const json &document)
+{
+    ASSERT_TRUE(document["global"].is_object());
+    const auto &global = document["global"];
+    EXPECT_EQ(global["core:datatype"], "ci16_le");
+    EXPECT_TRUE(std::regex_match(global["core:version"].get<std::string>(), std::regex(R"(\d+\.\d+\.\d+)")));
+    EXPECT_EQ(global["core:extensions"],
+              json::parse(R"([{"name": "vantor", "version": "0.1.0", "optional": true}])"));
+    if (global.contains("core:sample_rate"))
+    {
+        EXPECT_GE(global["core:sample_rate"].get<double>(), 1.0);
+    }
+    ASSERT_TRUE(document["annotations"].is_array());
+    std::int64_t last = -1;
+    for (const auto &capture : document["captures"])
+    {
+        EXPECT_GT(capture["core:sample_start"].get<std::int64_t>(), last);
+        last = capture["core:sample_start"];
+        EXPECT_TRUE(std::regex_match(capture["core:datetime"].get<std::string>(),
+                                     std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d+Z)")));
+    }
+    for (const auto &[key, value] : global.items())
+    {
+        EXPECT_TRUE(std::regex_match(key, std::regex("(core|vantor):[a-z][a-z0-9_]*"))) << key;
+    }
+}
+
+TEST(session_writer, writes_samples_as_they_came)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    std::string first;
+    std::string second;
+    std::string third;
+    for (std::uint32_t number = 0; number < 5; ++number)
+    {
+        writer.add(example_frame(number));
+        const auto payload = example_session().frame_payload(number);
+        first += payload.substr(0, 160);
+        second += payload.substr(160, 100);
+        third += payload.substr(260);
+    }
+    writer.finish();
+    EXPECT_EQ(writer.frames(), 5U);
+    EXPECT_EQ(writer.data_length(), 5U * 380U);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data"), first);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-2.sigmf-data"), second);
+    EXPECT_EQ(read_file(directory / "out/group-2-item-1.sigmf-data"), third);
+}
+
+TEST(session_writer, writes_a_table_of_the_frames)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.add(example_frame(1));
+    EXPECT_EQ(
+        read_file(directory / "out/group-1-item-1.frames.csv"),
+        "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
+        "cca_detected,tx_enabled\n"
+        "0,0,0,-3,0,0,0,1,0.75,0,1\n"
+        "1,0.02,20000,-3,0,0,0,1,0.75,0,1\n");
+    EXPECT_THAT(read_file(directory / "out/group-1-item-2.frames.csv"),
+                HasSubstr("\n1,0.02,20005,-3,0,0,0,,,,\n"));
+}
+
+TEST(session_writer, describes_each_item_as_sigmf)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    for (std::uint32_t number = 0; number < 11; ++number)
+    {
+        writer.add(example_frame(number));
+    }
+    writer.finish();
+    const auto document = read_json(directory / "out/group-1-item-2.sigmf-meta");
+    expect_valid_sigmf(document);
+    const auto &global = document["global"];
+    EXPECT_EQ(global["core:sha512"], sha512_of(read_file(directory / "out/group-1-item-2.sigmf-data")));
+    EXPECT_DOUBLE_EQ(global["core:sample_rate"], 50.0 * 25);
+    EXPECT_EQ(global["core:collection"], "session");
+    EXPECT_EQ(global["vantor:frames"], 11);
+    EXPECT_DOUBLE_EQ(global["vantor:frame_rate"], 50.0);
+    EXPECT_EQ(global["vantor:sensor_id"], 2);
+    EXPECT_EQ(global["vantor:samples_per_frame"], 25);
+    EXPECT_EQ(global["vantor:sweeps_per_frame"], 1);
+    EXPECT_EQ(global["vantor:subsweeps"][1]["offset"], 10);
+    EXPECT_DOUBLE_EQ(global["vantor:subsweeps"][1]["start_m"], 0.5);
+    EXPECT_DOUBLE_EQ(global["vantor:subsweeps"][1]["step_m"], 0.02);
+    EXPECT_EQ(global["vantor:item_configuration"], example_session().configuration["groups"][0][1]);
+    ASSERT_EQ(document["captures"].size(), 1U);
+    EXPECT_EQ(document["captures"][0]["core:sample_start"], 0);
+}
+
+TEST(session_writer, holds_the_session_together_in_a_collection)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.finish();
+    const auto collection = read_json(directory / "out/session.sigmf-collection")["collection"];
+    EXPECT_EQ(collection["vantor:configuration"], example_session().configuration);
+    EXPECT_EQ(collection["vantor:metadata"], example_session().metadata);
+    EXPECT_EQ(collection["vantor:server"]["ticks_per_second"], 1000000.0);
+    ASSERT_EQ(collection["core:streams"].size(), 3U);
+    for (const auto &stream : collection["core:streams"])
+    {
+        const auto meta = directory / ("out/" + stream["name"].get<std::string>() + ".sigmf-meta");
+        EXPECT_EQ(stream["hash"], sha512_of(read_file(meta)));
+    }
+}
+
+TEST(session_writer, can_be_read_while_it_is_written)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    expect_valid_sigmf(document);
+    EXPECT_FALSE(document["global"].contains("core:sha512"));
+    EXPECT_FALSE(document["global"].contains("vantor:frames"));
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 160U);
+    EXPECT_EQ(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].size(), 3U);
+}
+
+TEST(session_writer, notes_where_frames_were_lost)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.add(example_frame(1));
+    writer.add_loss(3);
+    writer.add(example_frame(5));
+    writer.add_loss(1);
+    writer.add_loss(1);
+    writer.add(example_frame(8));
+    writer.finish();
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    expect_valid_sigmf(document);
+    const auto &captures = document["captures"];
+    ASSERT_EQ(captures.size(), 3U);
+    EXPECT_EQ(captures[1]["core:sample_start"], 2 * 40);
+    EXPECT_EQ(captures[1]["core:global_index"], 5 * 40);
+    EXPECT_EQ(captures[2]["core:sample_start"], 3 * 40);
+    EXPECT_EQ(captures[2]["core:global_index"], 8 * 40);
+}
+
+TEST(session_writer, leaves_out_rates_that_are_not_known)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.finish();
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    expect_valid_sigmf(document);
+    EXPECT_FALSE(document["global"].contains("core:sample_rate"));
+    EXPECT_FALSE(document["global"].contains("vantor:frame_rate"));
+}
+
+TEST(session_writer, records_a_session_without_items)
+{
+    const test::temporary_directory directory;
+    auto description = example_description();
+    description.configuration = json::object();
+    description.metadata.items.clear();
+    session_writer writer(directory / "out", description);
+    writer.finish();
+    EXPECT_TRUE(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].empty());
+}
+
+TEST(session_writer, never_overwrites)
+{
+    const test::temporary_directory directory;
+    const session_writer writer(directory / "out", example_description());
+    EXPECT_THAT([&] { session_writer(directory / "out", example_description()); },
+                testing::ThrowsMessage<recording_error>(HasSubstr("not empty")));
+    const auto file = directory.write("file", "text");
+    EXPECT_THROW(session_writer(file, example_description()), recording_error);
+    EXPECT_EQ(read_file(file), "text");
+}
+
+TEST(session_writer, refuses_a_session_that_is_not_that_of_its_configuration)
+{
+    const test::temporary_directory directory;
+    auto description = example_description();
+    description.configuration["groups"].erase(1);
+    EXPECT_THROW(session_writer(directory / "out", description), recording_error);
+}
+
+/** Lets files grow to so many bytes only, as a full disk does, while an object of it lives. */
+class file_size_limit
+{
+public:
+    explicit file_size_limit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limited{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    file_size_limit(const file_size_limit &) = delete;
+    file_size_limit &operator=(const file_size_limit &) = delete;
+
+    ~file_size_limit()
+    {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, SIG_DFL);
+    }
+
+private:
+    rlimit before_{};
+};
+
+TEST(session_writer, ends_with_a_whole_frame_when_the_disk_is_full)
+{
+    const test::temporary_directory directory;
+    session_writer writer(directory / "out", example_description());
+    const auto received = example_frame(0);
+    {
+        const file_size_limit limit(1650); // ten frames of the first item and a part of the eleventh
+        EXPECT_THROW(
+            {
+                for (int i = 0; i < 20; ++i)
+                {
+                    writer.add(received);
+                }
+            },
+            recording_error);
+    }
+    writer.finish();
+    EXPECT_EQ(writer.frames(), 10U);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 10U * 160U);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-2.sigmf-data").size(), 10U * 100U);
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    EXPECT_EQ(document["global"]["vantor:frames"], 10);
+    EXPECT_EQ(document["global"]["core:sha512"],
+              sha512_of(read_file(directory / "out/group-1-item-1.sigmf-data")));
+}
+
+} // namespace
+} // namespace vantor
