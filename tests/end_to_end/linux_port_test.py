@@ -1,0 +1,116 @@
+"""The program `vantor_server` itself: its command line, its links, its end."""
+
+import json
+import signal
+import subprocess
+import unittest
+
+from vantor_process import SERVER, TIME_OUT, Server, example, wait_until
+
+
+def run(*arguments, stdin=""):
+    """Runs the program to its end."""
+    return subprocess.run([SERVER, *arguments], input=stdin, capture_output=True, text=True, timeout=TIME_OUT,
+                          check=False)
+
+
+class CommandLine(unittest.TestCase):
+    def test_help_shows_every_option_and_examples(self):
+        result = run("--help")
+        self.assertEqual(result.returncode, 0)
+        for word in ("--tcp", "--pty", "--stdio", "--sensors", "--scene", "--seed", "--clock", "--log-level",
+                     "--version", "Examples:"):
+            self.assertIn(word, result.stdout)
+
+    def test_version(self):
+        self.assertRegex(run("--version").stdout, r"^vantor_server \d+\.\d+\.\d+\n$")
+
+    def test_wrong_arguments_are_named(self):
+        for arguments, word in ((("--tcp", "99999"), "99999"), (("--tcp", "x"), "PORT"),
+                                (("--tcp", "0", "--sensors", "0"), "sensors"),
+                                (("--tcp", "0", "--log-level", "LOUD"), "LOUD"),
+                                (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
+                                (("--tcp", "0", "--nonsense"), "nonsense")):
+            with self.subTest(arguments):
+                result = run(*arguments)
+                self.assertNotEqual(result.returncode, 0)
+                self.assertIn(word, result.stdout + result.stderr)
+
+    def test_a_port_in_use_is_an_error(self):
+        with Server("--tcp", "0") as server:
+            result = run("--tcp", server.address.rpartition(":")[2])
+            self.assertNotEqual(result.returncode, 0)
+            self.assertIn("cannot listen", result.stderr)
+
+    def test_log_goes_to_standard_error_from_the_level_on(self):
+        commands = json.dumps({"command": "configure", "configuration": example("single_sensor.json")}) + "\n"
+        quiet = run("--stdio", "--log-level", "ERROR", stdin=commands)
+        loud = run("--stdio", "--log-level", "INFO", stdin=commands)
+        self.assertEqual(quiet.stderr, "")
+        self.assertIn("info: vantor_server_system_k330: Powered on sensor id 1", loud.stderr)
+        self.assertIn("info: vantor_server_system_k330: Powered off sensor id 1", loud.stderr)
+
+
+class Links(unittest.TestCase):
+    def test_standard_input_and_output(self):
+        result = run("--stdio", stdin='{"command":"identify"}\n{"command":"ping"}\n')
+        self.assertEqual(result.returncode, 0)
+        identify, ping = map(json.loads, result.stdout.splitlines())
+        self.assertEqual(identify["sensor"], "k330")
+        self.assertEqual(ping["command"], "ping")
+
+    def test_sensor_count_is_that_of_the_board(self):
+        result = run("--stdio", "--sensors", "7", stdin='{"command":"identify"}\n')
+        identify = json.loads(result.stdout)
+        self.assertEqual(identify["sensor_count"], 7)
+        self.assertEqual(identify["connected_sensors"], [1, 2, 3, 4, 5, 6, 7])
+
+    def test_a_second_host_is_told_that_the_server_is_busy(self):
+        with Server("--tcp", "0") as server, server.connect() as first:
+            first.ask("ping")
+            with server.connect() as second:
+                answer, _ = second.message()
+                self.assertEqual((answer["status"], answer["code"]), ("error", "busy"))
+            self.assertEqual(first.ask("ping")["status"], "ok")
+
+    def test_the_next_host_is_served_when_the_first_is_gone(self):
+        with Server("--tcp", "0") as server:
+            for _ in range(5):
+                with server.connect() as host:
+                    self.assertEqual(host.ask("ping")["status"], "ok")
+
+    def test_baud_rate_is_fixed_over_tcp(self):
+        with Server("--tcp", "0") as server, server.connect() as host:
+            self.assertEqual(host.ask("identify")["max_baudrate"], 0)
+            self.assertEqual(host.ask("baudrate", baudrate=115200)["code"], "baudrate_fixed")
+
+    def test_baud_rate_over_a_serial_device(self):
+        with Server("--pty") as server, server.connect() as host:
+            highest = host.ask("identify")["max_baudrate"]
+            self.assertEqual(host.ask("baudrate", baudrate=highest)["status"], "ok")
+            self.assertEqual(host.ask("ping")["status"], "ok")
+            self.assertEqual(host.ask("baudrate", baudrate=highest + 1)["code"], "bad_argument")
+
+
+class End(unittest.TestCase):
+    def test_signals_end_the_server_in_good_order(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with Server("--tcp", "0", "--log-level", "INFO") as server, server.connect() as host:
+                host.ask("configure", configuration=example("single_sensor.json"))
+                host.ask("start")
+                server.process.send_signal(number)
+                wait_until(lambda: server.process.poll() is not None, "the end of the server")
+                self.assertEqual(server.process.returncode, 0)
+                self.assertIn(b"Powered off sensor id 1", server.process.stderr.read())
+
+    def test_a_host_that_takes_nothing_does_not_keep_the_server_alive(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as host:
+            host.ask("configure", configuration=example("two_sensors.json"))
+            host.ask("start")
+            server.process.send_signal(signal.SIGTERM)
+            wait_until(lambda: server.process.poll() is not None, "the end of the server")
+            self.assertEqual(server.process.returncode, 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,157 @@
+"""What a host sees of a scene: echoes, interferers, faults, time."""
+
+import json
+import os
+import subprocess
+import tempfile
+import time
+import unittest
+
+from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server
+
+
+class SceneTest(unittest.TestCase):
+    """Starts servers with scenes."""
+
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def scene_file(self, scene):
+        """Writes a scene to a file."""
+        path = os.path.join(self.folder, "scene.json")
+        with open(path, "w", encoding="utf-8") as file:
+            json.dump(scene, file)
+        return path
+
+    def server(self, scene, *arguments):
+        """A server on the virtual clock that sees a scene."""
+        return Server("--tcp", "0", "--clock", "virtual", "--sensors", "2", "--scene", self.scene_file(scene),
+                      *arguments)
+
+
+def configuration(item=None, **config):
+    """A session of one item on sensor 1."""
+    return {"groups": [[{"sensor_id": 1, "config": config, **(item or {})}]]}
+
+
+class Faults(SceneTest):
+    def test_every_fault_leads_to_its_error_and_the_next_session_works(self):
+        # What strikes once: the fault, where the session ends, and the code that says so.
+        for kind, skip, step, code in (
+                ("failing_calibration", 0, "configure", "nox_sensor_calibration"),
+                ("lost_interrupt", 0, "configure", "nox_sensor_calibration"),
+                ("failing_prepare", 0, "configure", "nox_data"),
+                ("failing_measure", 0, "frame", "nox_data"),
+                ("lost_interrupt", 4, "frame", "nox_data"),
+                ("failing_read", 0, "frame", "nox_data"),
+                ("failing_read", 3, "frame", "nox_data")):
+            with self.subTest(kind, skip=skip), \
+                    self.server({"faults": [{"kind": kind, "skip": skip, "count": 1}]}) as server, \
+                    server.connect() as host:
+                answer = host.ask("configure", configuration=configuration())
+                frames = 0
+                while "code" not in answer and step == "frame":
+                    answer = host.ask("frame")
+                    frames += 1
+                self.assertEqual(answer["code"], code)
+                if kind == "failing_read":
+                    self.assertEqual(frames, skip + 1)
+                self.assertEqual(host.ask("frame")["code"], "wrong_state")
+                self.assertEqual(host.ask("configure", configuration=configuration())["status"], "ok")
+                self.assertEqual(host.ask("frame")["status"], "ok")
+
+    def test_an_absent_sensor_is_not_connected(self):
+        with self.server({"faults": [{"kind": "absent_sensor", "sensor": 2}]}) as server, \
+                server.connect() as host:
+            self.assertEqual(host.ask("identify")["connected_sensors"], [1])
+            absent = {"groups": [[{"sensor_id": 2, "config": {}}]]}
+            self.assertEqual(host.ask("configure", configuration=absent)["code"], "config_sensor_id")
+            self.assertEqual(host.ask("configure", configuration=configuration())["status"], "ok")
+
+    def test_a_sensor_that_goes_after_the_start_cannot_be_created(self):
+        with self.server({"faults": [{"kind": "absent_sensor", "sensor": 1, "skip": 1, "count": 1}]}) as server, \
+                server.connect() as host:
+            self.assertEqual(host.ask("configure", configuration=configuration())["code"], "nox_create_sensor")
+            self.assertEqual(host.ask("configure", configuration=configuration())["status"], "ok")
+
+    def test_a_slow_link_delays_frames(self):
+        scene = {"faults": [{"kind": "slow_link", "bytes_per_second": 1000}]}
+        with self.server(scene) as server, server.connect() as host:
+            host.ask("configure", configuration=configuration(frame_rate=100, num_points=100))
+            host.ask("start")
+            delayed = [host.message()[0]["result_info"][0][0]["frame_delayed"] for _ in range(5)]
+            self.assertTrue(delayed[-1], delayed)
+
+
+class WrongScenes(SceneTest):
+    def refused(self, path):
+        """What the server says of a scene file."""
+        result = subprocess.run([SERVER, "--tcp", "0", "--scene", path], capture_output=True, text=True,
+                                timeout=TIME_OUT, check=False)
+        self.assertNotEqual(result.returncode, 0)
+        return result.stderr
+
+    def test_the_key_at_fault_is_named(self):
+        self.assertIn("targets[0].distance_m is 0, but must be a number from 0.01 to 1000",
+                      self.refused(self.scene_file({"targets": [{"distance_m": 0, "strength_m2": 1}]})))
+
+    def test_a_file_that_is_not_there_is_named(self):
+        self.assertIn("nowhere.json", self.refused(os.path.join(self.folder, "nowhere.json")))
+
+    def test_every_example_is_accepted(self):
+        scenes = os.path.join(EXAMPLES, "scenes")
+        for name in sorted(os.listdir(scenes)):
+            with self.subTest(name), Server("--tcp", "0", "--clock", "virtual", "--scene",
+                                            os.path.join(scenes, name)) as server, server.connect() as host:
+                host.ask("configure", configuration=configuration(num_points=100, step_length=4))
+                self.assertEqual(host.ask("frame")["status"], "ok")
+
+
+class ClearChannel(SceneTest):
+    def test_the_transmitter_goes_off_one_frame_after_an_interferer_and_comes_back(self):
+        scene = {"interferers": [{"strength": 20, "start_s": 1, "duration_s": 1}]}
+        item = {"cca_enable": True, "cca_threshold": 2, "cca_debug": True}
+        with self.server(scene) as server, server.connect() as host:
+            host.ask("configure", configuration={**configuration(item), "update_rate": 10})
+            host.ask("start")
+            results = [host.message()[0]["result_info"][0][0] for _ in range(30)]
+        # A session begins by listening, and every decision takes effect in the next frame.
+        self.assertFalse(results[0]["tx_enabled"])
+        for before, after in zip(results, results[1:]):
+            self.assertEqual(after["tx_enabled"], not before["cca_detected"])
+        for result in results:
+            self.assertEqual(result["cca_detected"], result["cca_value"] > 2)
+            self.assertEqual(result["data_valid"], result["tx_enabled"] and not result["cca_detected"])
+        detected = [result["cca_detected"] for result in results]
+        self.assertEqual(detected, [False] * 10 + [True] * 10 + [False] * 10)
+
+
+class Time(SceneTest):
+    def frames(self, clock, count):
+        """Payloads of a session paced by the sensor, and the seconds that they took."""
+        with Server("--tcp", "0", "--clock", clock, "--seed", "3") as server, server.connect() as host:
+            host.ask("configure", configuration=configuration(frame_rate=20, num_points=100))
+            host.ask("start")
+            payloads = [host.message()[1]]
+            start = time.monotonic()
+            payloads += [host.message()[1] for _ in range(count)]
+            return payloads, time.monotonic() - start
+
+    def test_the_real_clock_keeps_the_frame_rate_and_the_virtual_clock_its_bytes(self):
+        real, real_seconds = self.frames("real", 100)
+        virtual, virtual_seconds = self.frames("virtual", 100)
+        self.assertAlmostEqual(real_seconds, 5.0, delta=0.1)
+        self.assertLess(virtual_seconds, 1.0)
+        self.assertEqual(real, virtual)
+
+    def test_a_host_that_reads_late_sees_delayed_frames(self):
+        with Server("--tcp", "0", "--seed", "3") as server, server.connect() as host:
+            host.ask("configure", configuration=configuration(frame_rate=50, num_points=100))
+            self.assertFalse(host.ask("frame")["result_info"][0][0]["frame_delayed"])
+            time.sleep(0.2)
+            late = host.ask("frame")["result_info"][0][0]["frame_delayed"]
+            self.assertTrue(late)
+
+
+if __name__ == "__main__":
+    unittest.main()
