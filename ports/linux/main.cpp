@@ -1,9 +1,10 @@
 /** @file
  * Program `vantor_server`: the server on a simulated board, for a host on the same machine or network.
  */
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
+#include <memory>
 
 #include "clock.h"
 #include "link.h"
@@ -25,7 +26,7 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
     static constexpr const char *names[] = {"error", "warning", "info", "verbose", "debug"};
     if (level <= stderr_log_level)
     {
-        std::fprintf(stderr, "%s: %s: %s\n", names[level], module, text);
+        std::cerr << names[level] << ": " << module << ": " << text << "\n";
     }
     zet_vantor_server_log(level, module, text);
 }
@@ -51,13 +52,12 @@ int run(const options_t &options)
     board.log_level = ZET_LOG_LEVEL_DEBUG;
     if (!zet_simulator_start(&board))
     {
-        std::fputs("vantor_server: cannot start the simulated board\n", stderr);
+        std::cerr << "vantor_server: cannot start the simulated board\n";
         return EXIT_FAILURE;
     }
     if (options.link != link_kind::stdio)
     {
-        std::printf("listening on %s\n", link->address().c_str());
-        std::fflush(stdout);
+        std::cout << "listening on " << link->address() << std::endl;
     }
     const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level);
     zet_simulator_stop();
@@ -83,7 +83,7 @@ int main(int argc, char **argv)
     }
     catch (const std::exception &error)
     {
-        std::fprintf(stderr, "vantor_server: %s\n", error.what());
+        std::cerr << "vantor_server: " << error.what() << "\n";
     }
     return EXIT_FAILURE;
 }
