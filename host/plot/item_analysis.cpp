@@ -168,9 +168,10 @@ public:
         }
         const auto powers = result_.powers();
         const double highest = std::max(*std::max_element(powers.begin(), powers.end()), 1e-30);
+        const std::size_t centre = length_ / 2;
         for (std::size_t k = 0; k < length_; ++k)
         {
-            const auto offset = static_cast<double>(k) - static_cast<double>(length_ / 2);
+            const auto offset = static_cast<double>(k) - static_cast<double>(centre);
             analysis.frequencies.push_back(offset / static_cast<double>(length_) * rate);
             analysis.powers.push_back(10.0 * std::log10(std::max(powers[k] / highest, 1e-12)));
         }

@@ -102,8 +102,10 @@ std::string plot_subsweeps(const char *command, const std::string &base, std::si
     std::string text = command;
     for (std::size_t i = 0; i < count; ++i)
     {
-        text +=
-            (i == 0 ? " " : ", ") + gnuplot_quote(base + "-" + std::to_string(i) + extension) + " " + look;
+        text += i == 0 ? " " : ", ";
+        text += gnuplot_quote(std::string(base).append("-").append(std::to_string(i)).append(extension));
+        text += " ";
+        text += look;
     }
     return text + "\n";
 }

@@ -42,7 +42,7 @@ struct item_state
 };
 
 /** What a session is. */
-struct session_description
+struct session_description // NOLINT(bugprone-exception-escape): a JSON value moves without exceptions
 {
     nlohmann::json configuration; /**< the configuration document */
     session_metadata metadata;    /**< what the server made of it */
