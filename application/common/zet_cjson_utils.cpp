@@ -99,6 +99,27 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
 }
 
 /**
+ * Creates a whole number; null when memory is exhausted.
+ *
+ * What cJSON_CreateNumber makes of the same value, but without its comparisons and conversions of `double`,
+ * for which many processors have no hardware.
+ *
+ * @param value      the number
+ * @param saturated  the number, or the nearest int
+ */
+cJSON *create_whole_number(double value, int saturated)
+{
+    cJSON *item = cJSON_CreateNull();
+    if (item != nullptr)
+    {
+        item->type = cJSON_Number;
+        item->valuedouble = value;
+        item->valueint = saturated;
+    }
+    return item;
+}
+
+/**
  * Hands a new item to an object or an array, which owns it from then on.
  *
  * @param item  the item; null when it could not be created
@@ -112,13 +133,13 @@ bool add_item(cJSON *target, const char *key, cJSON *item)
         return false;
     }
     cJSON_bool added = 0;
-    if (cJSON_IsArray(target))
+    if (cJSON_IsObject(target))
+    {
+        added = cJSON_AddItemToObjectCS(target, key, item);
+    }
+    else if (cJSON_IsArray(target))
     {
         added = cJSON_AddItemToArray(target, item);
-    }
-    else if (cJSON_IsObject(target))
-    {
-        added = cJSON_AddItemToObject(target, key, item);
     }
     if (!added)
     {
@@ -195,12 +216,13 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
 
 bool add_json_int_value(cJSON *object, const char *key, int value)
 {
-    return add_item(object, key, cJSON_CreateNumber(value));
+    return add_item(object, key, create_whole_number(value, value));
 }
 
 bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 {
-    return add_item(object, key, cJSON_CreateNumber(value));
+    const int saturated = value < INT_MAX ? static_cast<int>(value) : INT_MAX;
+    return add_item(object, key, create_whole_number(value, saturated));
 }
 
 bool add_json_float_value(cJSON *object, const char *key, float value)

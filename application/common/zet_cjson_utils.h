@@ -100,7 +100,8 @@ bool json_validate(const cJSON *node, const json_field_t *fields);
  * Adds a number to an object, or appends it to an array (the key is then not printed).
  *
  * @param object  the object or array; null makes the call fail
- * @param key     key of the new member, copied
+ * @param key     key of the new member. It is not copied, which would cost as much memory and time as the
+ *                value: it must be a literal, or live at least as long as the document
  * @param value   the number
  * @return false when memory is exhausted; nothing is added then
  */

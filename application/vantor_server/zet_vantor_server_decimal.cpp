@@ -316,10 +316,36 @@ bool is_plain_shorter(const decimal_t &decimal)
     return plain <= scientific;
 }
 
+/**
+ * Tells whether a number is a whole one from 0 on that fits 32 bits. Done in integers: most numbers of a
+ * message are of this kind, and many processors have no hardware for `double`.
+ */
+bool is_uint32(double value, uint32_t *whole)
+{
+    const auto bits = std::bit_cast<uint64_t>(value);
+    const auto high = static_cast<uint32_t>(bits >> 32U);
+    const auto low = static_cast<uint32_t>(bits);
+    constexpr uint32_t exponent_of_one = 1023;
+    const uint32_t exponent = (high >> 20U) - exponent_of_one; // a sign makes it too large
+    if (exponent > 31)
+    {
+        *whole = 0;
+        return bits == 0;
+    }
+    const uint32_t fraction = 0x80000000U | high << 11U | low >> 21U; // the first 32 digits of 53
+    *whole = fraction >> (31U - exponent);
+    return fraction << exponent << 1U == 0 && low << 11U == 0;
+}
+
 } // namespace
 
 size_t decimal_write(double value, char *text)
 {
+    uint32_t whole = 0;
+    if (is_uint32(value, &whole))
+    {
+        return static_cast<size_t>(std::to_chars(text, text + decimal_text_size, whole).ptr - text);
+    }
     char *end = text;
     const double magnitude = std::fabs(value);
     if (std::signbit(value))

@@ -3,8 +3,8 @@
  */
 #include "zet_vantor_server_json_writer.h"
 
+#include <bit>
 #include <charconv>
-#include <cmath>
 #include <cstring>
 
 #include <cjson/cJSON.h>
@@ -17,127 +17,201 @@
 namespace
 {
 
-/** Sends what waits in the buffer. */
-void flush(json_writer_t *writer)
+// The functions that write text are handed where the next byte goes and return where the one after theirs
+// goes, so that the place stays in a register. The writer learns of it at the end, by commit.
+
+/** Sends what is in the buffer, up to a place, and returns the buffer's first. */
+[[gnu::noinline]] char *flush(json_writer_t *writer, const char *out)
 {
-    if (writer->used > 0)
-    {
-        writer->write(writer->buffer, writer->used);
-        writer->used = 0;
-    }
+    writer->write(writer->buffer, static_cast<uint32_t>(out - writer->buffer));
+    return writer->buffer;
 }
 
-/** Appends text to the buffer, sending the buffer whenever it is full. */
-void append(json_writer_t *writer, const char *text, size_t size)
+/** Makes room for a number of bytes, at most the buffer's size. */
+char *reserve(json_writer_t *writer, char *out, uint32_t size)
 {
-    while (size > 0)
-    {
-        if (writer->used == sizeof writer->buffer)
-        {
-            flush(writer);
-        }
-        const size_t room = sizeof writer->buffer - writer->used;
-        const size_t piece = size < room ? size : room;
-        std::memcpy(writer->buffer + writer->used, text, piece);
-        writer->used += static_cast<uint32_t>(piece);
-        text += piece;
-        size -= piece;
-    }
+    const auto room = static_cast<uint32_t>(writer->buffer + sizeof writer->buffer - out);
+    return room < size ? flush(writer, out) : out;
 }
 
-/** Appends one character. */
-void append(json_writer_t *writer, char character)
+/** Where the next byte goes, with room for a number of bytes. */
+char *begin(json_writer_t *writer, uint32_t size)
 {
-    append(writer, &character, 1);
+    return reserve(writer, writer->buffer + writer->used, size);
 }
 
-/** Sets a member or element apart from the one before it. */
-void separate(json_writer_t *writer)
+/** Keeps where the next byte goes. */
+void commit(json_writer_t *writer, const char *out)
+{
+    writer->used = static_cast<uint32_t>(out - writer->buffer);
+}
+
+/** Writes the comma that sets a member or element apart from the one before it, if it is due. */
+char *separate(json_writer_t *writer, char *out)
 {
     if (writer->after_value)
     {
-        append(writer, ',');
+        *out++ = ',';
     }
     writer->after_value = true;
+    return out;
+}
+
+/** Appends a word as a value. */
+template <uint32_t size> void append_word(json_writer_t *writer, const char (&word)[size])
+{
+    char *out = separate(writer, begin(writer, size));
+    std::memcpy(out, word, size - 1);
+    commit(writer, out + size - 1);
 }
 
 /** Opens an object or an array. */
 void open(json_writer_t *writer, char bracket)
 {
-    separate(writer);
-    append(writer, bracket);
+    char *out = separate(writer, begin(writer, 2));
+    *out++ = bracket;
+    commit(writer, out);
     writer->after_value = false;
 }
 
 /** Closes an object or an array. */
 void close(json_writer_t *writer, char bracket)
 {
-    append(writer, bracket);
+    char *out = begin(writer, 1);
+    *out++ = bracket;
+    commit(writer, out);
     writer->after_value = true;
 }
 
-/** Appends a character as \uXXXX. */
-void append_escaped(json_writer_t *writer, uint32_t character)
+/** Writes a character as \uXXXX. */
+char *write_escaped(json_writer_t *writer, char *out, uint32_t character)
 {
     uint8_t bytes[] = {static_cast<uint8_t>(character >> 8U), static_cast<uint8_t>(character & 0xFFU)};
     char escaped[] = "\\u0000";
     convert_uint2hexstr(bytes, sizeof bytes, escaped + 2);
-    append(writer, escaped, sizeof escaped - 1);
+    out = reserve(writer, out, sizeof escaped - 1);
+    std::memcpy(out, escaped, sizeof escaped - 1);
+    return out + sizeof escaped - 1;
 }
 
-/** Appends one UTF-8 sequence of a string; a length of 0 stands for a byte that begins none. */
-void append_character(json_writer_t *writer, const char *text, size_t length)
+/** The bits of an item's type that tell its kind; the others tell who owns its parts. */
+constexpr int type_bits = 0xFF;
+
+/** Tells for each byte whether it stands in a JSON string as it is, alone. */
+struct plain_bytes_t
 {
-    if (length == 0)
+    bool is_plain[256];
+};
+
+constexpr plain_bytes_t make_plain_bytes()
+{
+    plain_bytes_t bytes = {};
+    for (uint32_t byte = 0x20; byte < 0x80; ++byte)
     {
-        append_escaped(writer, 0xFFFD);
+        bytes.is_plain[byte] = byte != '"' && byte != '\\';
     }
-    else if (*text == '"' || *text == '\\')
+    return bytes;
+}
+
+constexpr plain_bytes_t plain_bytes = make_plain_bytes();
+
+/** Copies a byte of a string if it is plain; tells whether it was. */
+inline bool copy_plain_byte(char *out, const char *text)
+{
+    *out = *text;
+    return plain_bytes.is_plain[static_cast<unsigned char>(*text)];
+}
+
+/** Writes the bytes of a string up to the first that is not plain, to which the text is moved on. */
+char *write_plain_bytes(json_writer_t *writer, char *out, const char **text)
+{
+    constexpr uint32_t stride = 4; // bytes between two looks at the room
+    const char *rest = *text;
+    uint32_t count = 0; // plain bytes at the end, less than a stride
+    for (;;)
     {
-        append(writer, '\\');
-        append(writer, *text);
+        out = reserve(writer, out, stride);
+        if (!copy_plain_byte(out, rest))
+        {
+            break;
+        }
+        if (!copy_plain_byte(out + 1, rest + 1))
+        {
+            count = 1;
+            break;
+        }
+        if (!copy_plain_byte(out + 2, rest + 2))
+        {
+            count = 2;
+            break;
+        }
+        if (!copy_plain_byte(out + 3, rest + 3))
+        {
+            count = 3;
+            break;
+        }
+        out += stride;
+        rest += stride;
     }
-    else if (static_cast<unsigned char>(*text) < 0x20U)
+    *text = rest + count;
+    return out + count;
+}
+
+/** Writes the character of a string that begins with a byte that is not plain, and moves the text on. */
+[[gnu::noinline]] char *write_other_character(json_writer_t *writer, char *out, const char **text)
+{
+    const char *const character = *text;
+    const auto byte = static_cast<unsigned char>(*character);
+    // The closing zero ends every sequence, so nothing behind it is looked at.
+    const size_t length = utf8_sequence_length(character, utf8_max_length);
+    *text += length > 0 ? length : 1;
+    if (byte < 0x20U || length == 0)
     {
-        append_escaped(writer, static_cast<unsigned char>(*text));
+        return write_escaped(writer, out, length > 0 ? byte : 0xFFFDU);
     }
-    else
+    out = reserve(writer, out, 1 + utf8_max_length);
+    if (length == 1)
     {
-        append(writer, text, length);
+        *out++ = '\\';
+    }
+    std::memcpy(out, character, length);
+    return out + length;
+}
+
+/** Writes a string with its first quotation mark, but without the last one. */
+char *write_open_string(json_writer_t *writer, const char *text)
+{
+    char *out = separate(writer, begin(writer, 2));
+    *out++ = '"';
+    const char *rest = text != nullptr ? text : "";
+    for (;;)
+    {
+        out = write_plain_bytes(writer, out, &rest);
+        if (*rest == '\0')
+        {
+            return out;
+        }
+        out = write_other_character(writer, out, &rest);
     }
 }
 
-/** Appends a string between quotation marks. */
-void append_quoted(json_writer_t *writer, const char *text)
+/** Tells whether a value is an object or an array. */
+bool is_container(const cJSON *item)
 {
-    append(writer, '"');
-    size_t left = text != nullptr ? std::strlen(text) : 0;
-    while (left > 0)
-    {
-        const size_t length = utf8_sequence_length(text, left);
-        append_character(writer, text, length);
-        const size_t taken = length > 0 ? length : 1;
-        text += taken;
-        left -= taken;
-    }
-    append(writer, '"');
+    return (item->type & (cJSON_Object | cJSON_Array)) != 0;
 }
 
-/** Tells whether a value nests no deeper than a number of levels. Goes no deeper than these itself. */
-bool nests_within(const cJSON *item, uint32_t levels)
+/** Tells whether a container nests no deeper than a number of levels. Goes no deeper than these itself. */
+bool nests_within(const cJSON *container, uint32_t levels)
 {
-    if (!cJSON_IsObject(item) && !cJSON_IsArray(item))
-    {
-        return true;
-    }
     if (levels == 0)
     {
         return false;
     }
     const cJSON *child = nullptr;
-    cJSON_ArrayForEach(child, item)
+    cJSON_ArrayForEach(child, container)
     {
-        if (!nests_within(child, levels - 1))
+        if (is_container(child) && !nests_within(child, levels - 1))
         {
             return false;
         }
@@ -145,12 +219,19 @@ bool nests_within(const cJSON *item, uint32_t levels)
     return true;
 }
 
+/** Tells whether a number is finite, in integers: many processors have no hardware for `double`. */
+bool is_finite(double value)
+{
+    const auto high = static_cast<uint32_t>(std::bit_cast<uint64_t>(value) >> 32U);
+    return (high & 0x7FF00000U) != 0x7FF00000U;
+}
+
 void write_value(json_writer_t *writer, const cJSON *item);
 
 /** Writes an object or an array with all it holds. */
 void write_container(json_writer_t *writer, const cJSON *item)
 {
-    const bool is_object = cJSON_IsObject(item) != 0;
+    const bool is_object = (item->type & cJSON_Object) != 0;
     open(writer, is_object ? '{' : '[');
     const cJSON *child = nullptr;
     cJSON_ArrayForEach(child, item)
@@ -167,25 +248,27 @@ void write_container(json_writer_t *writer, const cJSON *item)
 /** Writes any value. The caller has seen to it that it does not nest too deep. */
 void write_value(json_writer_t *writer, const cJSON *item)
 {
-    if (cJSON_IsObject(item) || cJSON_IsArray(item))
+    switch (item->type & type_bits)
     {
+    case cJSON_Object:
+    case cJSON_Array:
         write_container(writer, item);
-    }
-    else if (cJSON_IsString(item))
-    {
+        break;
+    case cJSON_String:
         json_writer_string(writer, item->valuestring);
-    }
-    else if (cJSON_IsNumber(item))
-    {
+        break;
+    case cJSON_Number:
         json_writer_number(writer, item->valuedouble);
-    }
-    else if (cJSON_IsBool(item))
-    {
-        json_writer_bool(writer, cJSON_IsTrue(item) != 0);
-    }
-    else
-    {
+        break;
+    case cJSON_True:
+        json_writer_bool(writer, true);
+        break;
+    case cJSON_False:
+        json_writer_bool(writer, false);
+        break;
+    default:
         json_writer_null(writer);
+        break;
     }
 }
 
@@ -220,59 +303,66 @@ void json_writer_end_array(json_writer_t *writer)
 
 void json_writer_key(json_writer_t *writer, const char *key)
 {
-    separate(writer);
-    append_quoted(writer, key);
-    append(writer, ':');
+    char *out = reserve(writer, write_open_string(writer, key), 2);
+    *out++ = '"';
+    *out++ = ':';
+    commit(writer, out);
     writer->after_value = false;
 }
 
 void json_writer_string(json_writer_t *writer, const char *text)
 {
-    separate(writer);
-    append_quoted(writer, text);
+    char *out = reserve(writer, write_open_string(writer, text), 1);
+    *out++ = '"';
+    commit(writer, out);
 }
 
 void json_writer_number(json_writer_t *writer, double value)
 {
-    if (!std::isfinite(value))
+    if (!is_finite(value))
     {
         json_writer_null(writer);
         return;
     }
-    separate(writer);
-    char text[decimal_text_size];
-    append(writer, text, decimal_write(value, text));
+    char *out = separate(writer, begin(writer, 1 + decimal_text_size));
+    commit(writer, out + decimal_write(value, out));
 }
 
 void json_writer_uint(json_writer_t *writer, uint64_t value)
 {
-    separate(writer);
-    char text[20]; // the digits of the largest
-    const char *end = std::to_chars(text, text + sizeof text, value).ptr;
-    append(writer, text, static_cast<size_t>(end - text));
+    constexpr uint32_t most_digits = 20;
+    char *out = separate(writer, begin(writer, 1 + most_digits));
+    commit(writer, std::to_chars(out, out + most_digits, value).ptr);
 }
 
 void json_writer_bool(json_writer_t *writer, bool value)
 {
-    separate(writer);
-    append(writer, value ? "true" : "false", value ? 4 : 5);
+    if (value)
+    {
+        append_word(writer, "true");
+    }
+    else
+    {
+        append_word(writer, "false");
+    }
 }
 
 void json_writer_null(json_writer_t *writer)
 {
-    separate(writer);
-    append(writer, "null", 4);
+    append_word(writer, "null");
 }
 
 void json_writer_finish(json_writer_t *writer)
 {
-    append(writer, '\n');
-    flush(writer);
+    char *out = begin(writer, 1);
+    *out++ = '\n';
+    commit(writer, flush(writer, out));
 }
 
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json)
 {
-    if (write == nullptr || json == nullptr || !nests_within(json, json_writer_max_depth))
+    if (write == nullptr || json == nullptr ||
+        (is_container(json) && !nests_within(json, json_writer_max_depth)))
     {
         return false;
     }

@@ -6,6 +6,9 @@
 
 #include <cstddef>
 
+/** Bytes of the longest sequence. */
+constexpr size_t utf8_max_length = 4;
+
 /**
  * Measures the UTF-8 sequence at the start of a text.
  *

@@ -286,6 +286,27 @@ TEST(json_adders, add_members_to_an_object)
               R"({"i":-2147483648,"u":4294967295,"f":0.5,"t":true,"b":false,"s":"text"})");
 }
 
+TEST(json_adders, make_numbers_as_the_library_does)
+{
+    const document_t object(cJSON_CreateObject());
+    for (const uint32_t value : {0U, 1U, 2147483646U, 2147483647U, 2147483648U, 4294967295U})
+    {
+        ASSERT_TRUE(add_json_uint32_value(object.get(), "v", value));
+        const document_t expected(cJSON_CreateNumber(value));
+        EXPECT_TRUE(cJSON_Compare(object->child, expected.get(), 1)) << value;
+        EXPECT_EQ(object->child->valueint, expected->valueint) << value;
+        cJSON_DeleteItemFromObjectCaseSensitive(object.get(), "v");
+    }
+    for (const int value : {INT_MIN, -1, 0, 1, INT_MAX})
+    {
+        ASSERT_TRUE(add_json_int_value(object.get(), "v", value));
+        const document_t expected(cJSON_CreateNumber(value));
+        EXPECT_TRUE(cJSON_Compare(object->child, expected.get(), 1)) << value;
+        EXPECT_EQ(object->child->valueint, expected->valueint) << value;
+        cJSON_DeleteItemFromObjectCaseSensitive(object.get(), "v");
+    }
+}
+
 TEST(json_adders, append_elements_to_an_array)
 {
     const document_t array(cJSON_CreateArray());
@@ -343,6 +364,16 @@ protected:
         cJSON_InitHooks(nullptr);
     }
 };
+
+TEST_F(json_adders_without_memory, take_one_piece_for_a_value_and_none_for_its_key)
+{
+    cJSON *object = cJSON_CreateObject();
+    const std::size_t before = fake_memory.live;
+    EXPECT_TRUE(add_json_int_value(object, "a key of which no copy is made", 1));
+    EXPECT_EQ(fake_memory.live, before + 1);
+    cJSON_Delete(object);
+    EXPECT_EQ(fake_memory.live, 0U);
+}
 
 TEST_F(json_adders_without_memory, fail_and_leave_nothing_behind)
 {
