@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 
@@ -65,6 +66,7 @@ class server_t
 public:
     server_t()
     {
+        zet_simulator_memory_lend(memory_.data(), memory_.size());
         zet_simulator_options_t board = {};
         board.sensor_count = sensors;
         board.clock = zet_simulator_virtual_clock();
@@ -90,6 +92,7 @@ public:
 
 private:
     std::array<char, 65536> line_ = {};
+    std::array<std::byte, size_t{1024} * 1024> memory_;
 };
 
 /** From the configuration document to the first frame: calibration of every sensor included. */

@@ -49,13 +49,34 @@ typedef struct
     const zet_simulator_scene_t *scene; /**< what the sensors see; null for the default scene */
 } zet_simulator_options_t;
 
-/** Use of the board's memory, in bytes as asked for by the callers. */
+/**
+ * Use of the board's memory, in bytes.
+ *
+ * What is in use counts with all that it costs: the allocator's word before each piece and the rounding up to
+ * the alignment.
+ */
 typedef struct
 {
-    size_t live;       /**< allocated now */
-    size_t peak;       /**< highest value of live since the start of the program */
-    uint32_t failures; /**< requests that could not be met since the start of the program */
+    size_t size;         /**< lent by the port */
+    size_t live;         /**< in use now */
+    size_t peak;         /**< highest value of live since the memory was lent */
+    size_t largest_free; /**< largest single request that would succeed now */
+    uint32_t failures;   /**< requests that could not be met since the memory was lent */
 } zet_simulator_memory_t;
+
+/**
+ * Lends the board its memory: all that zet_integration_mem_alloc gives out lies in it. To be called before
+ * the first allocation; without memory every request fails.
+ *
+ * What was lent before is given back, with every piece in it, and the statistics begin anew.
+ *
+ * @param region  the memory, of any alignment; stays lent until the next call
+ * @param size    its size in bytes; the allocator keeps some hundreds, on a PC some thousands, for itself
+ */
+void zet_simulator_memory_lend(void *region, size_t size);
+
+/** Tells how the board's memory is used. */
+void zet_simulator_memory_get(zet_simulator_memory_t *memory);
 
 /**
  * Sets the board up: every sensor unpowered and disabled.
@@ -74,16 +95,6 @@ void zet_simulator_stop(void);
  * at 0 with the program.
  */
 zet_simulator_clock_t zet_simulator_virtual_clock(void);
-
-/**
- * Limits the board's memory. Valid from now on, also before the start.
- *
- * @param limit  most bytes that may be live at a time; 0, the default, for as many as there are
- */
-void zet_simulator_memory_limit(size_t limit);
-
-/** Tells how the board's memory is used. */
-void zet_simulator_memory_get(zet_simulator_memory_t *memory);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 /** @file
  * Program `vantor_server`: the server on a simulated board, for a host on the same machine or network.
  */
+#include <cstddef>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -45,6 +46,8 @@ int run(const options_t &options)
         scene = read_scene_file(options.scene_path);
         board.scene = &scene;
     }
+    const auto memory = std::make_unique_for_overwrite<std::byte[]>(options.memory_size);
+    zet_simulator_memory_lend(memory.get(), options.memory_size);
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
@@ -61,6 +64,13 @@ int run(const options_t &options)
     }
     const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level);
     zet_simulator_stop();
+    zet_simulator_memory_t kept = {};
+    zet_simulator_memory_get(&kept);
+    if (kept.live != 0U)
+    {
+        std::cerr << "vantor_server: " << kept.live << " bytes of the board's memory were not freed\n";
+        return EXIT_FAILURE;
+    }
     return served ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

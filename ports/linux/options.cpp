@@ -15,6 +15,10 @@ const std::map<std::string, zet_log_level_t> log_levels = {
     {"VERBOSE", ZET_LOG_LEVEL_VERBOSE}, {"DEBUG", ZET_LOG_LEVEL_DEBUG},
 };
 
+/** The board's memory may be as small as on a microcontroller. */
+constexpr size_t smallest_memory = 4096;
+constexpr size_t largest_memory = size_t{1024} * 1024 * 1024;
+
 constexpr const char *description =
     "Measures with simulated k330 radar sensors and streams the frames to one host at a time.\n"
     "The protocol on the link is in docs/protocol.md; `vantor` is a host that speaks it.";
@@ -76,6 +80,11 @@ options_result parse_options(int argc, char **argv, options_t &options)
                    "What the sensors see (docs/simulator.md); built in when absent")
         ->type_name("FILE.json");
     app.add_option("--seed", options.seed, "Seed of all noise: the same seed gives the same frames")
+        ->capture_default_str();
+    app.add_option("--memory", options.memory_size,
+                   "Memory of the board, 4096 to 1073741824 bytes; costs nothing before it is used")
+        ->check(CLI::Range(smallest_memory, largest_memory))
+        ->type_name("BYTES")
         ->capture_default_str();
     app.add_option("--clock", clock, "\"real\", or \"virtual\" for frames as fast as the processor allows")
         ->check(CLI::IsMember({"real", "virtual"}))

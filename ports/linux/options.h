@@ -4,6 +4,7 @@
 #ifndef VANTOR_LINUX_OPTIONS_H
 #define VANTOR_LINUX_OPTIONS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -25,6 +26,7 @@ struct options_t
     uint16_t tcp_port = 0;
     uint16_t sensor_count = 5;
     uint64_t seed = 1;
+    size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
     std::string scene_path; ///< empty for the built-in scene
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;

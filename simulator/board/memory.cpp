@@ -1,71 +1,410 @@
 /** @file
- * The board's allocator on a PC: the system's, with accounts and a limit. A port without a system brings its
- * own file in place of this one.
+ * The board's allocator, over the one region that the port lends: constant time, a good fit, free neighbours
+ * joined at once.
+ *
+ * It is a two-level segregated fit (M. Masmano, I. Ripoll, A. Crespo, J. Real, "TLSF: a new dynamic memory
+ * allocator for real-time systems", ECRTS 2004). Free blocks lie in bins by size, in lists linked both ways.
+ * On level 0 there is a bin for every size, on each further level 16 bins for one power of two. Bit maps, one
+ * of the levels and one of each level's bins, tell which are used, so the first bin whose blocks are large
+ * enough is found by counting zeros.
+ *
+ * The free block that was cut or joined last is in no bin. A document is built by cutting many small pieces
+ * off one block and released by joining them again, and so the bins need not follow each step.
+ *
+ * A block is its header, one word, and the memory that the caller gets. A free block keeps its links in that
+ * memory and, in its last word, its own address, by which the block after it finds it.
  */
+#include <algorithm>
+#include <bit>
 #include <cstddef>
-#include <cstdlib>
+#include <cstdint>
+#include <cstring>
 
 #include "zet_integration.h"
 #include "zet_simulator.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define UNDER_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#define UNDER_ADDRESS_SANITIZER __has_feature(address_sanitizer)
+#else
+#define UNDER_ADDRESS_SANITIZER 0
+#endif
+
+#if UNDER_ADDRESS_SANITIZER
+// The compiler's run-time library brings them.
+extern "C" void __asan_poison_memory_region(const volatile void *address, size_t size);
+extern "C" void __asan_unpoison_memory_region(const volatile void *address, size_t size);
+#endif
+
+/** The sanitizer reports whoever touches what is no caller's piece, but for the allocator itself. */
+#define MAY_TOUCH_POISON [[gnu::no_sanitize_address]]
+
 namespace
 {
 
-/** Stands before each piece of memory. */
-struct alignas(std::max_align_t) piece
+/** A part of the region, from one header to the next. */
+struct block
 {
-    size_t size; /**< as asked for */
+    size_t header; /**< the size, a multiple of the alignment; when in use with flags */
+    block *next;   /**< when in a bin: the next one there */
+    block **link;  /**< when in a bin: what points to this block, the bin or the one before */
 };
 
-zet_simulator_memory_t accounts;
-size_t live_limit;
+constexpr size_t alignment = alignof(std::max_align_t);
+constexpr size_t header_size = sizeof(block::header);
+constexpr size_t pointer_size = sizeof(void *);
+constexpr size_t smallest_block = sizeof(block) + pointer_size;
+static_assert(offsetof(block, next) == header_size && smallest_block % alignment == 0);
 
-/** Tells whether so many bytes more may be live. */
-bool is_within_limit(size_t size)
+constexpr size_t in_use = 1;
+constexpr size_t previous_is_free = 2;
+constexpr size_t all_flags = alignment - 1;
+
+/** Bins of one power of two. */
+constexpr size_t divisions = 16;
+
+/** Where a free block belongs. */
+struct bin_t
 {
-    return live_limit == 0U || (size <= live_limit && accounts.live <= live_limit - size);
+    size_t level;
+    size_t number; /**< within the level: 0 to 31 on level 0, 16 to 31 on the others */
+
+    [[nodiscard]] constexpr size_t index() const
+    {
+        return level * divisions + number;
+    }
+};
+
+/** The bin for free blocks of a size. */
+constexpr bin_t bin_of(size_t size)
+{
+    const size_t units = size / alignment;
+    const auto level = static_cast<size_t>(std::bit_width(units | divisions) - std::bit_width(divisions));
+    return {level, units >> level};
+}
+
+constexpr size_t level_count = bin_of(SIZE_MAX).level + 1;
+constexpr size_t level_0_end = 2 * divisions * alignment;
+
+/** A bit for each level, or for each bin of a level; the first one is the highest. */
+using bit_map = size_t;
+constexpr size_t map_bits = 8 * sizeof(bit_map);
+static_assert(level_count <= map_bits && 2 * divisions <= map_bits);
+
+/** The bits of a map from a place on. */
+constexpr bit_map bits_from(size_t place)
+{
+    return SIZE_MAX >> place;
+}
+
+constexpr bit_map bits_after(size_t place)
+{
+    return (SIZE_MAX >> 1) >> place;
+}
+
+constexpr bit_map bit_at(size_t place)
+{
+    return (SIZE_MAX ^ (SIZE_MAX >> 1)) >> place;
+}
+
+constexpr size_t first_place(bit_map map)
+{
+    return static_cast<size_t>(std::countl_zero(map));
+}
+
+constexpr size_t last_place(bit_map map)
+{
+    return map_bits - 1 - static_cast<size_t>(std::countr_zero(map));
+}
+
+constexpr size_t round_up(size_t value, size_t unit)
+{
+    return (value + unit - 1) / unit * unit;
+}
+
+struct heap_t
+{
+    void *region;
+    block **bins; /**< at the start of the region, as many as blocks of its size need */
+    block *loose; /**< the free block that is in no bin; null when all are */
+    block *open;  /**< the same as long as small pieces are cut off it, otherwise null */
+    bit_map used_levels;
+    bit_map used_bins[level_count];
+    zet_simulator_memory_t statistics;
+};
+
+heap_t heap;
+
+void poison([[maybe_unused]] const void *memory, [[maybe_unused]] size_t size)
+{
+#if UNDER_ADDRESS_SANITIZER
+    __asan_poison_memory_region(memory, size);
+#endif
+}
+
+void unpoison([[maybe_unused]] const void *memory, [[maybe_unused]] size_t size)
+{
+#if UNDER_ADDRESS_SANITIZER
+    __asan_unpoison_memory_region(memory, size);
+#endif
+}
+
+/** Has the sanitizer report a piece that was freed already. */
+void expect_allocated([[maybe_unused]] const void *piece)
+{
+#if UNDER_ADDRESS_SANITIZER
+    static_cast<void>(*static_cast<const volatile unsigned char *>(piece));
+#endif
+}
+
+block *block_at(block *from, size_t distance)
+{
+    return reinterpret_cast<block *>(reinterpret_cast<unsigned char *>(from) + distance);
+}
+
+/** The last word of the block before, where a free one keeps its address. */
+block *&block_before(block *any)
+{
+    return *(reinterpret_cast<block **>(any) - 1);
+}
+
+/** Puts a free block into the bin of its size. */
+MAY_TOUCH_POISON void file(block *filed)
+{
+    const bin_t bin = bin_of(filed->header);
+    heap.used_levels |= bit_at(bin.level);
+    heap.used_bins[bin.level] |= bit_at(bin.number);
+    block **link = &heap.bins[bin.index()];
+    filed->link = link;
+    filed->next = *link;
+    if (filed->next != nullptr)
+    {
+        filed->next->link = &filed->next;
+    }
+    *link = filed;
+}
+
+/** Takes a free block out of its bin. */
+MAY_TOUCH_POISON void unfile(const block *filed)
+{
+    *filed->link = filed->next;
+    if (filed->next != nullptr)
+    {
+        filed->next->link = filed->link;
+        return;
+    }
+    const bin_t bin = bin_of(filed->header);
+    if (heap.bins[bin.index()] == nullptr)
+    {
+        heap.used_bins[bin.level] &= ~bit_at(bin.number);
+        if (heap.used_bins[bin.level] == 0U)
+        {
+            heap.used_levels &= ~bit_at(bin.level);
+        }
+    }
+}
+
+void file_loose_block()
+{
+    if (heap.loose != nullptr)
+    {
+        file(heap.loose);
+        heap.loose = nullptr;
+        heap.open = nullptr;
+    }
+}
+
+/** Takes a free block out of wherever it is. */
+void detach(const block *freed)
+{
+    if (freed == heap.loose)
+    {
+        heap.loose = nullptr;
+    }
+    else
+    {
+        unfile(freed);
+    }
+}
+
+/** Makes a free block of a part of the region. */
+MAY_TOUCH_POISON void mark_free(block *freed, size_t size)
+{
+    block *following = block_at(freed, size);
+    freed->header = size;
+    block_before(following) = freed;
+    following->header |= previous_is_free;
+}
+
+/** The first block in the given bins of a level or, when these are empty, of a later level; or null. */
+MAY_TOUCH_POISON block *first_filed(size_t level, bit_map bins)
+{
+    bit_map used = heap.used_bins[level] & bins;
+    if (used == 0U)
+    {
+        const bit_map used_levels = heap.used_levels & bits_after(level);
+        if (used_levels == 0U)
+        {
+            return nullptr;
+        }
+        level = first_place(used_levels);
+        used = heap.used_bins[level];
+    }
+    return heap.bins[bin_t{level, first_place(used)}.index()];
+}
+
+/** Finds a free block of at least this size and takes it out of its bin; null when there is none. */
+MAY_TOUCH_POISON block *take_filed(size_t size)
+{
+    file_loose_block();
+    const bin_t bin = bin_of(size);
+    block *taken = first_filed(bin.level, bits_from(bin.number));
+    if (taken != nullptr && taken->header < size)
+    {
+        // It is from the bin of the size itself; blocks of the later ones are all large enough.
+        taken = first_filed(bin.level, bits_after(bin.number));
+    }
+    if (taken != nullptr)
+    {
+        unfile(taken);
+    }
+    return taken;
+}
+
+/** Whether a piece is to be cut off the open block: no bin of level 0 has a better fit. */
+MAY_TOUCH_POISON bool is_for_open_block(size_t size)
+{
+    return size < level_0_end && (heap.used_bins[0] & bits_from(size / alignment)) == 0U &&
+           heap.open != nullptr && heap.open->header >= size;
+}
+
+/** Cuts a piece off a free block that is in no bin; what a small one leaves is open for the next. */
+MAY_TOUCH_POISON void *cut(block *taken, size_t size)
+{
+    const size_t rest = taken->header - size;
+    block *remaining = nullptr;
+    if (rest >= smallest_block)
+    {
+        remaining = block_at(taken, size);
+        mark_free(remaining, rest);
+    }
+    else
+    {
+        size += rest;
+        block_at(taken, size)->header &= ~previous_is_free;
+    }
+    heap.loose = remaining;
+    heap.open = size < level_0_end ? remaining : nullptr;
+
+    // The block before is in use: no two free ones are neighbours.
+    taken->header = size | in_use;
+    zet_simulator_memory_t &statistics = heap.statistics;
+    statistics.live += size;
+    statistics.peak = std::max(statistics.peak, statistics.live);
+    return &taken->next;
+}
+
+/** Joins a block with its free neighbours. */
+MAY_TOUCH_POISON void give_back(block *freed)
+{
+    size_t size = freed->header & ~all_flags;
+    heap.statistics.live -= size;
+    poison(&freed->next, size - header_size);
+
+    block *joined = freed;
+    block *following = block_at(freed, size);
+    if ((following->header & in_use) == 0U)
+    {
+        detach(following);
+        size += following->header;
+    }
+    if ((freed->header & previous_is_free) != 0U)
+    {
+        joined = block_before(freed);
+        detach(joined);
+        size += joined->header;
+    }
+    file_loose_block();
+    heap.loose = joined;
+    if (heap.open != nullptr)
+    {
+        heap.open = joined;
+    }
+    mark_free(joined, size);
 }
 
 } // namespace
 
 void *zet_integration_mem_alloc(size_t size)
 {
-    piece *memory = nullptr;
-    if (size <= SIZE_MAX - sizeof(piece) && is_within_limit(size))
+    constexpr size_t largest = SIZE_MAX - header_size - all_flags;
+    const size_t block_size = std::max(round_up(size + header_size, alignment), smallest_block);
+    block *taken = nullptr;
+    if (size <= largest)
     {
-        memory = static_cast<piece *>(malloc(sizeof(piece) + size));
+        taken = is_for_open_block(block_size) ? heap.open : take_filed(block_size);
     }
-    if (memory == nullptr)
+    if (taken == nullptr)
     {
-        accounts.failures++;
+        heap.statistics.failures++;
         return nullptr;
     }
-    memory->size = size;
-    accounts.live += size;
-    accounts.peak = accounts.live > accounts.peak ? accounts.live : accounts.peak;
-    return memory + 1;
+    void *piece = cut(taken, block_size);
+    unpoison(piece, std::max(size, size_t{1}));
+    return piece;
 }
 
 void zet_integration_mem_free(void *ptr)
 {
-    if (ptr == nullptr)
+    if (ptr != nullptr)
+    {
+        expect_allocated(ptr);
+        give_back(reinterpret_cast<block *>(static_cast<size_t *>(ptr) - 1));
+    }
+}
+
+MAY_TOUCH_POISON void zet_simulator_memory_lend(void *region, size_t size)
+{
+    unpoison(heap.region, heap.statistics.size);
+    heap = {};
+    heap.region = region;
+    heap.statistics.size = size;
+
+    // Distances from the start; the pieces of the first block and of the mark at the end are aligned.
+    const auto start = reinterpret_cast<uintptr_t>(region);
+    const size_t bins_size = (bin_of(size).index() + 1U) * pointer_size;
+    const size_t bins = round_up(start, pointer_size) - start;
+    const size_t first = round_up(start + bins + bins_size + header_size, alignment) - start;
+    const size_t behind_last = (start + size) % alignment;
+    if (size < first + smallest_block + behind_last)
     {
         return;
     }
-    piece *memory = static_cast<piece *>(ptr) - 1;
-    accounts.live -= memory->size;
-    free(memory);
+    unpoison(region, size);
+    auto *bytes = static_cast<unsigned char *>(region);
+    memset(bytes + bins, 0, bins_size);
+    heap.bins = reinterpret_cast<block **>(bytes + bins);
+    auto *all = reinterpret_cast<block *>(bytes + first - header_size);
+    const size_t all_size = size - behind_last - first;
+    block_at(all, all_size)->header = in_use;
+    mark_free(all, all_size);
+    file(all);
+    poison(region, size);
 }
 
-void zet_simulator_memory_limit(size_t limit)
+MAY_TOUCH_POISON void zet_simulator_memory_get(zet_simulator_memory_t *memory)
 {
-    live_limit = limit;
-}
-
-void zet_simulator_memory_get(zet_simulator_memory_t *memory)
-{
-    if (memory != nullptr)
+    if (memory == nullptr)
     {
-        *memory = accounts;
+        return;
+    }
+    file_loose_block();
+    *memory = heap.statistics;
+    if (heap.used_levels != 0U)
+    {
+        const size_t level = last_place(heap.used_levels);
+        const size_t number = last_place(heap.used_bins[level]);
+        memory->largest_free = heap.bins[bin_t{level, number}.index()]->header - header_size;
     }
 }

@@ -27,18 +27,14 @@ std::vector<std::vector<std::complex<float>>> first_frames(uint64_t seed)
 
 TEST(session, gives_its_memory_back)
 {
-    zet_simulator_memory_t before = {};
-    zet_simulator_memory_t after = {};
-    zet_simulator_memory_get(&before);
     {
         const simulation simulation;
         simulated_sensor sensor;
         ASSERT_TRUE(sensor.prepare());
         sensor.measure();
     }
-    zet_simulator_memory_get(&after);
-    EXPECT_EQ(after.live, before.live);
-    EXPECT_GT(after.peak, before.live);
+    EXPECT_EQ(memory().live, 0U);
+    EXPECT_GT(memory().peak, 0U);
 }
 
 TEST(session, repeats_to_the_bit_with_the_same_seed)

@@ -6,15 +6,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstddef>
 
 #include "zet_config_cca.h"
 #include "zet_hal_integration_k330.h"
+#include "zet_integration.h"
 #include "zet_nox_k330.h"
 #include "zet_processing_cca.h"
 
 namespace
 {
+
+std::array<std::byte, size_t{8} * 1024 * 1024> board_memory;
 
 std::string &log_text()
 {
@@ -33,6 +38,7 @@ simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene
                        zet_simulator_clock_t clock)
 {
     clear_log();
+    zet_simulator_memory_lend(board_memory.data(), board_memory.size());
     const zet_simulator_options_t options = {sensor_count, seed, clock, collect, ZET_LOG_LEVEL_DEBUG, scene};
     EXPECT_TRUE(zet_simulator_start(&options));
     EXPECT_TRUE(zet_nox_hal_register(zet_hal_nox_integration_get_implementation()));
@@ -42,6 +48,7 @@ simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene
 simulation::~simulation()
 {
     zet_simulator_stop();
+    EXPECT_EQ(memory().live, 0U) << "bytes were not freed";
 }
 
 const std::string &simulation::log()
@@ -52,6 +59,29 @@ const std::string &simulation::log()
 void simulation::clear_log()
 {
     log_text().clear();
+}
+
+exhausted_memory::exhausted_memory()
+{
+    while (memory().largest_free > 0)
+    {
+        pieces.push_back(zet_integration_mem_alloc(memory().largest_free));
+    }
+}
+
+exhausted_memory::~exhausted_memory()
+{
+    for (void *piece : pieces)
+    {
+        zet_integration_mem_free(piece);
+    }
+}
+
+zet_simulator_memory_t memory()
+{
+    zet_simulator_memory_t memory = {};
+    zet_simulator_memory_get(&memory);
+    return memory;
 }
 
 simulated_sensor::simulated_sensor(zet_sensor_id_t sensor_id)

@@ -14,7 +14,7 @@
 #include "zet_sensor.h"
 #include "zet_simulator.h"
 
-/** A simulator that runs as long as the object lives; collects its log. */
+/** A simulator that runs as long as the object lives, on memory of its own; collects its log. */
 class simulation
 {
 public:
@@ -30,6 +30,22 @@ public:
     /** Forgets what was logged. */
     static void clear_log();
 };
+
+/** Takes all memory that the board has left, for as long as the object lives. */
+class exhausted_memory
+{
+public:
+    exhausted_memory();
+    ~exhausted_memory();
+    exhausted_memory(const exhausted_memory &) = delete;
+    exhausted_memory &operator=(const exhausted_memory &) = delete;
+
+private:
+    std::vector<void *> pieces;
+};
+
+/** Use of the board's memory. */
+zet_simulator_memory_t memory();
 
 /** A frame as the application gets it. */
 struct frame

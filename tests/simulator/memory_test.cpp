@@ -1,0 +1,636 @@
+/** @file
+ * Tests of the board's allocator.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulated_sensor.h"
+#include "zet_integration.h"
+#include "zet_simulator.h"
+
+#ifdef UNDER_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace
+{
+
+constexpr size_t alignment = alignof(std::max_align_t);
+constexpr size_t word = sizeof(size_t);
+
+/** What a piece costs. */
+size_t cost(size_t size)
+{
+    return std::max(4 * word, (size + word + alignment - 1) / alignment * alignment);
+}
+
+/** The largest request that costs no more than this. */
+size_t request_of_cost(size_t cost)
+{
+    return cost - word;
+}
+
+/** Memory for a test; the board has it as long as the object lives. */
+class lent_memory
+{
+public:
+    explicit lent_memory(size_t size) : memory_(std::make_unique_for_overwrite<std::byte[]>(size))
+    {
+        zet_simulator_memory_lend(memory_.get(), size);
+    }
+    lent_memory(const lent_memory &) = delete;
+    lent_memory &operator=(const lent_memory &) = delete;
+    ~lent_memory()
+    {
+        zet_simulator_memory_lend(nullptr, 0);
+    }
+
+private:
+    std::unique_ptr<std::byte[]> memory_;
+};
+
+/** A number below a limit; the same ones on every platform. */
+size_t random_below(std::mt19937 &random, size_t limit)
+{
+    return random() % limit;
+}
+
+/** Requests pieces of random sizes until one cannot be met. */
+std::vector<void *> fill(std::mt19937 &random, size_t largest)
+{
+    std::vector<void *> pieces;
+    while (void *piece = zet_integration_mem_alloc(random_below(random, largest) + 1))
+    {
+        pieces.push_back(piece);
+    }
+    return pieces;
+}
+
+void free_all(const std::vector<void *> &pieces)
+{
+    for (void *piece : pieces)
+    {
+        zet_integration_mem_free(piece);
+    }
+}
+
+std::uintptr_t address(const void *piece)
+{
+    return reinterpret_cast<std::uintptr_t>(piece);
+}
+
+TEST(memory, fails_before_any_is_lent)
+{
+    zet_simulator_memory_lend(nullptr, 0);
+    EXPECT_EQ(zet_integration_mem_alloc(1), nullptr);
+    EXPECT_EQ(memory().size, 0U);
+    EXPECT_EQ(memory().largest_free, 0U);
+    EXPECT_EQ(memory().failures, 1U);
+}
+
+TEST(memory, pieces_are_aligned_and_apart)
+{
+    const lent_memory lent(size_t{1} << 20);
+    std::uintptr_t end = 0;
+    for (size_t size = 0; size < 600; size++)
+    {
+        void *piece = zet_integration_mem_alloc(size);
+        ASSERT_NE(piece, nullptr);
+        EXPECT_EQ(address(piece) % alignment, 0U);
+        EXPECT_GE(address(piece), end) << "they are cut one after the other";
+        end = address(piece) + size;
+    }
+}
+
+TEST(memory, what_no_memory_can_hold_is_refused)
+{
+    const lent_memory lent(65536);
+    std::vector<size_t> sizes{65536, SIZE_MAX / 2, SIZE_MAX / 2 + 1};
+    for (size_t below = 0; below < 64; below++)
+    {
+        sizes.push_back(SIZE_MAX - below);
+    }
+    for (size_t bit = 17; bit < 8 * sizeof(size_t); bit++)
+    {
+        sizes.push_back(size_t{1} << bit);
+    }
+    for (const size_t size : sizes)
+    {
+        EXPECT_EQ(zet_integration_mem_alloc(size), nullptr) << size;
+    }
+    EXPECT_EQ(memory().failures, sizes.size());
+    EXPECT_EQ(memory().live, 0U);
+    EXPECT_NE(zet_integration_mem_alloc(memory().largest_free), nullptr);
+}
+
+TEST(memory, statistics_are_exact)
+{
+    const lent_memory lent(65536);
+    EXPECT_EQ(memory().size, 65536U);
+    EXPECT_EQ(memory().live, 0U);
+    EXPECT_EQ(memory().peak, 0U);
+    EXPECT_EQ(memory().failures, 0U);
+    const size_t all = memory().largest_free;
+
+    size_t live = 0;
+    std::vector<void *> pieces;
+    for (size_t size = 0; size < 200; size++)
+    {
+        pieces.push_back(zet_integration_mem_alloc(size));
+        live += cost(size);
+        EXPECT_EQ(memory().live, live);
+        EXPECT_EQ(memory().peak, live);
+        EXPECT_EQ(memory().largest_free, all - live);
+    }
+    const size_t peak = live;
+    for (size_t size = 0; size < 200; size++)
+    {
+        zet_integration_mem_free(pieces[size]);
+        live -= cost(size);
+        EXPECT_EQ(memory().live, live);
+        EXPECT_EQ(memory().peak, peak);
+    }
+    zet_integration_mem_free(zet_integration_mem_alloc(100));
+    EXPECT_EQ(memory().peak, peak);
+    EXPECT_EQ(memory().failures, 0U);
+    zet_integration_mem_free(nullptr);
+    zet_simulator_memory_get(nullptr);
+    EXPECT_EQ(memory().largest_free, all);
+}
+
+TEST(memory, little_is_for_the_allocator)
+{
+    for (const size_t size : {size_t{4096}, size_t{65536}, size_t{1} << 20, size_t{64} << 20})
+    {
+        const lent_memory lent(size);
+        EXPECT_GE(memory().largest_free, size - size / 4) << size;
+        EXPECT_GE(memory().largest_free + 8192, size);
+    }
+}
+
+TEST(memory, a_rest_too_small_for_a_block_goes_with_the_piece)
+{
+    const lent_memory lent(65536);
+    void *hole = zet_integration_mem_alloc(request_of_cost(1024));
+    void *guard = zet_integration_mem_alloc(1);
+    const size_t before = memory().live;
+    zet_integration_mem_free(hole);
+    EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(1024 - alignment)), hole);
+    EXPECT_EQ(memory().live, before);
+    zet_integration_mem_free(guard);
+}
+
+TEST(memory, is_lent_anew_without_a_trace)
+{
+    const lent_memory first(65536);
+    zet_integration_mem_alloc(1000);
+    zet_integration_mem_alloc(SIZE_MAX);
+    const lent_memory second(8192);
+    EXPECT_EQ(memory().size, 8192U);
+    EXPECT_EQ(memory().live, 0U);
+    EXPECT_EQ(memory().peak, 0U);
+    EXPECT_EQ(memory().failures, 0U);
+    EXPECT_LT(memory().largest_free, 8192U);
+}
+
+TEST(memory, free_neighbours_are_joined_in_every_order)
+{
+    std::array<int, 4> order{0, 1, 2, 3};
+    do
+    {
+        const lent_memory lent(65536);
+        std::array<void *, 4> pieces = {};
+        void *below = zet_integration_mem_alloc(16);
+        for (size_t i = 0; i < pieces.size(); i++)
+        {
+            pieces[i] = zet_integration_mem_alloc(40 + 100 * i);
+        }
+        void *above = zet_integration_mem_alloc(16);
+        const size_t hole = address(above) - address(pieces[0]);
+        for (const int i : order)
+        {
+            zet_integration_mem_free(pieces[static_cast<size_t>(i)]);
+        }
+        // It fits nowhere so well as in their place.
+        EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(hole)), pieces[0])
+            << ::testing::PrintToString(order);
+        zet_integration_mem_free(below);
+        zet_integration_mem_free(above);
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST(memory, the_smallest_hole_that_is_large_enough_is_taken)
+{
+    const lent_memory lent(65536);
+    std::vector<void *> holes;
+    std::vector<void *> guards;
+    for (const size_t size : {3000U, 96U, 2000U, 700U, 160U, 5000U})
+    {
+        holes.push_back(zet_integration_mem_alloc(size));
+        guards.push_back(zet_integration_mem_alloc(1));
+    }
+    free_all(holes);
+    EXPECT_EQ(zet_integration_mem_alloc(2500), holes[0]);
+    EXPECT_EQ(zet_integration_mem_alloc(90), holes[1]);
+    EXPECT_EQ(zet_integration_mem_alloc(1500), holes[2]);
+    EXPECT_EQ(zet_integration_mem_alloc(600), holes[3]);
+    EXPECT_EQ(zet_integration_mem_alloc(150), holes[4]);
+    EXPECT_EQ(zet_integration_mem_alloc(4500), holes[5]);
+}
+
+TEST(memory, holes_that_differ_by_a_sixteenth_are_told_apart)
+{
+    std::mt19937 random(7);
+    const lent_memory lent(size_t{1} << 20);
+    std::vector<std::pair<void *, size_t>> holes;
+    for (size_t size = 4096; size < 65536; size += size / 16)
+    {
+        holes.emplace_back(zet_integration_mem_alloc(request_of_cost(size)), size);
+        EXPECT_NE(zet_integration_mem_alloc(1), nullptr);
+        size = size / 16 * 16;
+    }
+    std::shuffle(holes.begin(), holes.end(), random);
+    for (const auto &[hole, size] : holes)
+    {
+        zet_integration_mem_free(hole);
+    }
+    std::shuffle(holes.begin(), holes.end(), random);
+    for (const auto &[hole, size] : holes)
+    {
+        EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(size)), hole) << size;
+    }
+}
+
+TEST(memory, small_holes_are_filled_also_while_a_document_is_built)
+{
+    const lent_memory lent(65536);
+    void *hole = zet_integration_mem_alloc(100);
+    const void *guard = zet_integration_mem_alloc(1);
+    zet_integration_mem_free(hole);
+    EXPECT_GT(address(zet_integration_mem_alloc(200)), address(guard));
+    EXPECT_EQ(zet_integration_mem_alloc(100), hole);
+}
+
+TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
+{
+    const lent_memory lent(65536);
+    void *hole = zet_integration_mem_alloc(4000);
+    void *guard = zet_integration_mem_alloc(1);
+    zet_integration_mem_free(hole);
+    for (int i = 0; i < 40; i++)
+    {
+        const void *node = zet_integration_mem_alloc(40);
+        EXPECT_GE(address(node), address(hole));
+        EXPECT_LT(address(node), address(guard));
+    }
+}
+
+TEST(memory, a_large_piece_does_not_draw_small_ones_after_it)
+{
+    const lent_memory lent(65536);
+    void *hole = zet_integration_mem_alloc(1000);
+    void *guard = zet_integration_mem_alloc(1);
+    zet_integration_mem_free(hole);
+    void *large = zet_integration_mem_alloc(5000);
+    EXPECT_GT(address(large), address(guard));
+    EXPECT_EQ(zet_integration_mem_alloc(40), hole);
+}
+
+TEST(memory, exhausted_memory_is_whole_again_after_frees_in_any_order)
+{
+    std::mt19937 random(1);
+    const lent_memory lent(size_t{1} << 20);
+    const size_t all = memory().largest_free;
+    for (const size_t largest : {16U, 100U, 1000U, 50000U})
+    {
+        std::vector<void *> pieces = fill(random, largest);
+        EXPECT_LT(memory().largest_free, largest);
+        std::shuffle(pieces.begin(), pieces.end(), random);
+        free_all(pieces);
+        EXPECT_EQ(memory().live, 0U);
+        EXPECT_EQ(memory().largest_free, all);
+        void *whole = zet_integration_mem_alloc(all);
+        EXPECT_NE(whole, nullptr);
+        EXPECT_EQ(zet_integration_mem_alloc(1), nullptr);
+        zet_integration_mem_free(whole);
+    }
+}
+
+/** A piece and what was written to it. */
+struct written_piece
+{
+    unsigned char *bytes;
+    size_t size;
+    unsigned char value;
+
+    /** Whether it still holds what was written; looks at all of it. */
+    [[nodiscard]] bool is_intact() const
+    {
+        return size == 0 || (bytes[0] == value && memcmp(bytes, bytes + 1, size - 1) == 0);
+    }
+};
+
+/** Sizes as a server has them: many small ones, few large ones. */
+size_t random_size(std::mt19937 &random)
+{
+    const size_t kind = random_below(random, 100);
+    return random_below(random, kind < 70 ? 64 : kind < 95 ? 600 : 8000);
+}
+
+TEST(memory, a_million_random_steps_keep_every_byte)
+{
+    constexpr int steps = 1000000;
+    std::mt19937 random(2);
+    const lent_memory lent(size_t{1} << 18);
+    const size_t all = memory().largest_free;
+    std::vector<written_piece> pieces;
+    size_t least_live = 0;
+    uint32_t failures = 0;
+    for (int step = 0; step < steps; step++)
+    {
+        // Phases of growth and of decline, so that the memory is exhausted and nearly empty by turns.
+        const bool grow = random_below(random, 100) < (step / 20000 % 2 == 0 ? 60U : 42U);
+        if (grow || pieces.empty())
+        {
+            const size_t size = random_size(random);
+            auto *bytes = static_cast<unsigned char *>(zet_integration_mem_alloc(size));
+            if (bytes == nullptr)
+            {
+                failures++;
+                ASSERT_GT(std::max(size, size_t{1}), memory().largest_free) << "step " << step;
+                continue;
+            }
+            const auto value = static_cast<unsigned char>(random());
+            memset(bytes, value, size);
+            pieces.push_back({bytes, size, value});
+            least_live += cost(size);
+        }
+        else
+        {
+            std::swap(pieces[random_below(random, pieces.size())], pieces.back());
+            ASSERT_TRUE(pieces.back().is_intact()) << "step " << step;
+            zet_integration_mem_free(pieces.back().bytes);
+            least_live -= cost(pieces.back().size);
+            pieces.pop_back();
+        }
+        // Not in every step: it is the steps between that the allocator has short ways for.
+        if (step % 50 == 0)
+        {
+            const zet_simulator_memory_t now = memory();
+            ASSERT_GE(now.live, least_live);
+            ASSERT_LE(now.live, least_live + pieces.size() * alignment);
+            ASSERT_GE(now.peak, now.live);
+            ASSERT_EQ(now.failures, failures);
+            if (now.largest_free > 0)
+            {
+                void *largest = zet_integration_mem_alloc(now.largest_free);
+                ASSERT_NE(largest, nullptr) << "step " << step;
+                zet_integration_mem_free(largest);
+            }
+            ASSERT_EQ(zet_integration_mem_alloc(now.largest_free + 1), nullptr) << "step " << step;
+            failures++;
+        }
+    }
+    EXPECT_GT(failures, 1000U) << "the memory was exhausted now and then";
+    for (const written_piece &piece : pieces)
+    {
+        EXPECT_TRUE(piece.is_intact());
+        zet_integration_mem_free(piece.bytes);
+    }
+    EXPECT_EQ(memory().live, 0U);
+    EXPECT_EQ(memory().largest_free, all);
+}
+
+TEST(memory, four_fifths_can_be_in_use_for_long)
+{
+    constexpr size_t size = 65536;
+    std::mt19937 random(3);
+    const lent_memory lent(size);
+    std::vector<std::pair<void *, size_t>> pieces;
+    size_t live = 0;
+    for (int step = 0; step < 200000; step++)
+    {
+        if (live < size / 5 * 4)
+        {
+            const size_t requested = random_below(random, 200);
+            pieces.emplace_back(zet_integration_mem_alloc(requested), cost(requested));
+            live += pieces.back().second;
+            ASSERT_NE(pieces.back().first, nullptr) << "step " << step;
+        }
+        else
+        {
+            std::swap(pieces[random_below(random, pieces.size())], pieces.back());
+            zet_integration_mem_free(pieces.back().first);
+            live -= pieces.back().second;
+            pieces.pop_back();
+        }
+    }
+}
+
+/** A JSON document as a parser makes it. */
+std::vector<void *> make_document(std::mt19937 &random, size_t values)
+{
+    std::vector<void *> pieces;
+    for (size_t i = 0; i < values; i++)
+    {
+        pieces.push_back(zet_integration_mem_alloc(5 * word + 20));
+        pieces.push_back(zet_integration_mem_alloc(8 + random_below(random, 16)));
+    }
+    return pieces;
+}
+
+/** What a session does: a document, objects that stay beyond it, frames, and the end of it all. */
+void run_session(std::mt19937 &random)
+{
+    const std::vector<void *> document = make_document(random, 50 + random_below(random, 50));
+    std::vector<void *> objects;
+    for (size_t i = 0; i < 20; i++)
+    {
+        objects.push_back(zet_integration_mem_alloc(20 + random_below(random, 400)));
+    }
+    free_all(document);
+    objects.push_back(zet_integration_mem_alloc(4000 + random_below(random, 4000)));
+    for (int frame = 0; frame < 5; frame++)
+    {
+        free_all(make_document(random, 40));
+    }
+    std::shuffle(objects.begin(), objects.end(), random);
+    free_all(objects);
+}
+
+TEST(memory, a_thousand_sessions_leave_it_as_it_was)
+{
+    std::mt19937 random(4);
+    const lent_memory lent(65536);
+    for (int i = 0; i < 10; i++)
+    {
+        zet_integration_mem_alloc(100); // what a server keeps
+    }
+    const zet_simulator_memory_t before = memory();
+    for (int session = 0; session < 1000; session++)
+    {
+        run_session(random);
+        ASSERT_EQ(memory().live, before.live);
+        ASSERT_EQ(memory().largest_free, before.largest_free);
+    }
+    EXPECT_EQ(memory().failures, 0U);
+}
+
+TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
+{
+    std::mt19937 random(5);
+    const lent_memory lent(65536);
+    std::array<void *, 8> kept = {};
+    size_t smallest = SIZE_MAX;
+    for (size_t session = 0; session < 1000; session++)
+    {
+        const std::vector<void *> document = make_document(random, 100);
+        void *&renewed = kept[session % kept.size()];
+        zet_integration_mem_free(renewed);
+        renewed = zet_integration_mem_alloc(60);
+        free_all(document);
+        run_session(random);
+        smallest = std::min(smallest, memory().largest_free);
+    }
+    // They lie no higher than the documents reach.
+    EXPECT_GT(smallest, 65536U / 2);
+}
+
+/** Shortest time in which some steps were taken. */
+double shortest_time(const std::function<void()> &steps)
+{
+    using clock = std::chrono::steady_clock;
+    clock::duration shortest = clock::duration::max();
+    for (int i = 0; i < 50; i++)
+    {
+        const clock::time_point start = clock::now();
+        steps();
+        shortest = std::min(shortest, clock::now() - start);
+    }
+    return std::chrono::duration<double>(shortest).count();
+}
+
+/** Time of requests and frees of all sizes in a memory with so many pieces and, between them, holes. */
+double time_with(size_t pieces)
+{
+    std::mt19937 random(6);
+    const lent_memory lent(size_t{64} << 20);
+    std::vector<void *> freed;
+    for (size_t i = 0; i < pieces; i++)
+    {
+        freed.push_back(zet_integration_mem_alloc(random_below(random, 250)));
+        EXPECT_NE(zet_integration_mem_alloc(random_below(random, 250)), nullptr);
+    }
+    std::shuffle(freed.begin(), freed.end(), random);
+    free_all(freed);
+    return shortest_time([] {
+        std::array<void *, 40> taken = {};
+        for (size_t i = 0; i < taken.size(); i++)
+        {
+            taken[i] = zet_integration_mem_alloc(1 + i * i);
+        }
+        for (void *piece : taken)
+        {
+            zet_integration_mem_free(piece);
+        }
+    });
+}
+
+TEST(memory, time_does_not_grow_with_the_pieces)
+{
+    const double few = time_with(10);
+    const double many = time_with(100000);
+    RecordProperty("nanoseconds_with_10_pieces", std::to_string(few * 1e9));
+    RecordProperty("nanoseconds_with_100000_pieces", std::to_string(many * 1e9));
+    // A search would take thousands of times as long; caches that miss do not make up for that.
+    EXPECT_LT(many, 100.0 * few);
+}
+
+TEST(memory, may_be_of_any_size_and_lie_anywhere)
+{
+    constexpr unsigned char untouched = 0xA5;
+    alignas(64) static std::array<unsigned char, 6000> space;
+    for (size_t offset = 1; offset <= 2 * alignment; offset++)
+    {
+        size_t smallest = 0;
+        for (size_t size = 0; size + offset < space.size() - 100; size += size < 2000 ? 1 : 613)
+        {
+            space.fill(untouched);
+            zet_simulator_memory_lend(&space[offset], size);
+            const size_t all = memory().largest_free;
+            smallest = smallest == 0 ? all : smallest;
+            std::vector<void *> pieces;
+            while (void *piece = zet_integration_mem_alloc(20))
+            {
+                ASSERT_EQ(address(piece) % alignment, 0U);
+                ASSERT_GE(address(piece), address(&space[offset]));
+                ASSERT_LE(address(piece) + 20, address(&space[offset]) + size);
+                memset(piece, 0, 20);
+                pieces.push_back(piece);
+            }
+            free_all(pieces);
+            ASSERT_EQ(memory().largest_free, all);
+            zet_simulator_memory_lend(nullptr, 0);
+            const auto is_untouched = [](unsigned char byte) { return byte == untouched; };
+            const auto begin = space.begin() + static_cast<std::ptrdiff_t>(offset);
+            ASSERT_TRUE(std::all_of(space.begin(), begin, is_untouched));
+            ASSERT_TRUE(std::all_of(begin + static_cast<std::ptrdiff_t>(size), space.end(), is_untouched));
+        }
+        EXPECT_EQ(smallest, request_of_cost(cost(1)));
+    }
+}
+
+#ifdef UNDER_ADDRESS_SANITIZER
+
+TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
+{
+    const lent_memory lent(65536);
+    for (size_t size = 1; size < 300; size++)
+    {
+        auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(size));
+        EXPECT_EQ(__asan_region_is_poisoned(piece, size), nullptr);
+        EXPECT_TRUE(__asan_address_is_poisoned(piece - 1));
+        EXPECT_TRUE(__asan_address_is_poisoned(piece + size));
+        zet_integration_mem_free(piece);
+        for (size_t i = 0; i < size; i++)
+        {
+            EXPECT_TRUE(__asan_address_is_poisoned(piece + i));
+        }
+    }
+}
+
+TEST(memory, the_sanitizer_stops_misuse)
+{
+    const lent_memory lent(65536);
+    auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(40));
+    volatile size_t one_more = 41;
+    EXPECT_DEATH(memset(piece, 0, one_more), "use-after-poison");
+    zet_integration_mem_free(piece);
+    EXPECT_DEATH(memset(piece, 0, one_more - 1), "use-after-poison");
+    EXPECT_DEATH(zet_integration_mem_free(piece), "use-after-poison");
+}
+
+TEST(memory, the_sanitizer_lets_go_of_memory_that_is_given_back)
+{
+    std::array<unsigned char, 4096> space = {};
+    zet_simulator_memory_lend(space.data(), space.size());
+    EXPECT_TRUE(__asan_address_is_poisoned(&space[2048]));
+    zet_simulator_memory_lend(nullptr, 0);
+    EXPECT_EQ(__asan_region_is_poisoned(space.data(), space.size()), nullptr);
+}
+
+#endif
+
+} // namespace
