@@ -310,6 +310,33 @@ void write_connected_sensors(json_writer_t *writer, uint32_t sensor_count)
     json_writer_end_array(writer);
 }
 
+/** Writes the use of memory and stack, as far as the port knows it. */
+void write_memory(json_writer_t *writer)
+{
+    if (server.port.get_memory == nullptr)
+    {
+        return;
+    }
+    zet_vantor_server_memory_t memory = {};
+    server.port.get_memory(&memory);
+    json_writer_key(writer, "memory");
+    json_writer_begin_object(writer);
+    write_uint_member(writer, "size", memory.size);
+    write_uint_member(writer, "live", memory.live);
+    write_uint_member(writer, "peak", memory.peak);
+    write_uint_member(writer, "largest_free", memory.largest_free);
+    write_uint_member(writer, "failures", memory.failures);
+    json_writer_end_object(writer);
+    if (memory.stack_size > 0)
+    {
+        json_writer_key(writer, "stack");
+        json_writer_begin_object(writer);
+        write_uint_member(writer, "size", memory.stack_size);
+        write_uint_member(writer, "peak", memory.stack_peak);
+        json_writer_end_object(writer);
+    }
+}
+
 void obey_identify(const command_t *self, const cJSON * /*command*/)
 {
     const uint32_t sensor_count = zet_vantor_server_system_k3_get_sensor_count();
@@ -322,6 +349,7 @@ void obey_identify(const command_t *self, const cJSON * /*command*/)
     write_connected_sensors(&writer, sensor_count);
     write_uint_member(&writer, "ticks_per_second", server.clock.ticks_per_second);
     write_uint_member(&writer, "max_baudrate", can_change_baudrate() ? server.port.link.max_baudrate : 0);
+    write_memory(&writer);
     end_message(&writer);
 }
 
@@ -451,23 +479,6 @@ void write_error_counts(json_writer_t *writer)
                               server.error_counts[i]);
         }
     }
-    json_writer_end_object(writer);
-}
-
-/** Writes the use of memory, if the port knows it. */
-void write_memory(json_writer_t *writer)
-{
-    if (server.port.get_memory == nullptr)
-    {
-        return;
-    }
-    zet_vantor_server_memory_t memory = {0, 0, 0};
-    server.port.get_memory(&memory);
-    json_writer_key(writer, "memory");
-    json_writer_begin_object(writer);
-    write_uint_member(writer, "live", memory.live);
-    write_uint_member(writer, "peak", memory.peak);
-    write_uint_member(writer, "failures", memory.failures);
     json_writer_end_object(writer);
 }
 
@@ -714,6 +725,11 @@ uint32_t zet_vantor_server_step(void)
     }
     flush_log();
     return ticks_until_work();
+}
+
+bool zet_vantor_server_is_idle(void)
+{
+    return server.state == SESSION_IDLE && line_buffer_is_between_lines(&server.line);
 }
 
 void zet_vantor_server_link_lost(void)

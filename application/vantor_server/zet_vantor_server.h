@@ -36,9 +36,13 @@ extern "C" {
 /** Use of the board's memory, in bytes. */
 typedef struct
 {
-    uint32_t live;     /**< allocated now */
-    uint32_t peak;     /**< highest value of live since the start */
-    uint32_t failures; /**< requests that could not be met since the start */
+    uint32_t size;         /**< memory of the allocator in all */
+    uint32_t live;         /**< allocated now */
+    uint32_t peak;         /**< highest value of live since the start */
+    uint32_t largest_free; /**< largest request that could be met now */
+    uint32_t failures;     /**< number of requests that could not be met since the start */
+    uint32_t stack_size;   /**< stack; 0 when the port does not know it */
+    uint32_t stack_peak;   /**< most of the stack that was in use at a time since the start */
 } zet_vantor_server_memory_t;
 
 /** What a port lends to the server core. The record is copied; what it points to must stay valid. */
@@ -83,6 +87,9 @@ void zet_vantor_server_receive(const char *data, size_t size);
  * bring work
  */
 uint32_t zet_vantor_server_step(void);
+
+/** Tells whether the server could be restarted unnoticed: there is no session, and no command half received. */
+bool zet_vantor_server_is_idle(void);
 
 /** Tells the server that the host is gone: ends the session and forgets what was half received. */
 void zet_vantor_server_link_lost(void);

@@ -28,6 +28,11 @@ void line_buffer_init(line_buffer_t *line, char *text, size_t size)
     line_buffer_clear(line);
 }
 
+bool line_buffer_is_between_lines(const line_buffer_t *line)
+{
+    return line->complete || (line->length == 0 && !line->dropping);
+}
+
 void line_buffer_clear(line_buffer_t *line)
 {
     line->length = 0;

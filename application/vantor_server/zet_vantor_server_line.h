@@ -33,6 +33,9 @@ struct line_buffer_t
  */
 void line_buffer_init(line_buffer_t *line, char *text, size_t size);
 
+/** Tells whether nothing of a line is held, or only one that is complete. */
+bool line_buffer_is_between_lines(const line_buffer_t *line);
+
 /** Forgets what has been taken. */
 void line_buffer_clear(line_buffer_t *line);
 

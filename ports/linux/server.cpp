@@ -44,7 +44,12 @@ void get_memory(zet_vantor_server_memory_t *memory)
 {
     zet_simulator_memory_t board = {};
     zet_simulator_memory_get(&board);
-    *memory = {static_cast<uint32_t>(board.live), static_cast<uint32_t>(board.peak), board.failures};
+    *memory = {};
+    memory->size = static_cast<uint32_t>(board.size);
+    memory->live = static_cast<uint32_t>(board.live);
+    memory->peak = static_cast<uint32_t>(board.peak);
+    memory->largest_free = static_cast<uint32_t>(board.largest_free);
+    memory->failures = board.failures;
 }
 
 /**

@@ -18,8 +18,8 @@ class CommandLine(unittest.TestCase):
     def test_help_shows_every_option_and_examples(self):
         result = run("--help")
         self.assertEqual(result.returncode, 0)
-        for word in ("--tcp", "--pty", "--stdio", "--sensors", "--scene", "--seed", "--clock", "--log-level",
-                     "--version", "Examples:"):
+        for word in ("--tcp", "--pty", "--stdio", "--sensors", "--scene", "--seed", "--memory", "--clock",
+                     "--log-level", "--version", "Examples:"):
             self.assertIn(word, result.stdout)
 
     def test_version(self):
@@ -29,12 +29,20 @@ class CommandLine(unittest.TestCase):
         for arguments, word in ((("--tcp", "99999"), "99999"), (("--tcp", "x"), "PORT"),
                                 (("--tcp", "0", "--sensors", "0"), "sensors"),
                                 (("--tcp", "0", "--log-level", "LOUD"), "LOUD"),
+                                (("--tcp", "0", "--memory", "4095"), "4095 not in range"),
+                                (("--tcp", "0", "--memory", "1073741825"), "1073741825 not in range"),
+                                (("--tcp", "0", "--memory", "-1"), "memory"),
                                 (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
                                 (("--tcp", "0", "--nonsense"), "nonsense")):
             with self.subTest(arguments):
                 result = run(*arguments)
                 self.assertNotEqual(result.returncode, 0)
                 self.assertIn(word, result.stdout + result.stderr)
+
+    def test_memory_that_is_not_enough_for_the_sensors_is_an_error(self):
+        result = run("--stdio", "--memory", "4096")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("zet_integration_mem_alloc failed", result.stderr)
 
     def test_a_port_in_use_is_an_error(self):
         with Server("--tcp", "0") as server:
@@ -64,6 +72,21 @@ class Links(unittest.TestCase):
         identify = json.loads(result.stdout)
         self.assertEqual(identify["sensor_count"], 7)
         self.assertEqual(identify["connected_sensors"], [1, 2, 3, 4, 5, 6, 7])
+
+    def test_memory_is_as_much_as_asked_for_and_is_there_again_after_it_was_exhausted(self):
+        item = {"sensor_id": 1, "config": {"subsweeps": [{"start_point": 80, "num_points": 1000}]}}
+        with Server("--tcp", "0", "--memory", "65536") as server, server.connect() as host:
+            before = host.ask("stats")["memory"]
+            self.assertEqual((before["size"], before["failures"]), (65536, 0))
+            for items in (20, 40, 80, 160):
+                refused = host.ask("configure", configuration={"groups": [[item]] * items})
+                self.assertEqual(refused["status"], "error", items)
+            after = host.ask("stats")["memory"]
+            self.assertGreaterEqual(after["failures"], 4)
+            self.assertEqual(after["live"], before["live"])
+            self.assertEqual(after["largest_free"], before["largest_free"])
+            self.assertEqual(host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
+            self.assertEqual(host.ask("frame")["status"], "ok")
 
     def test_a_second_host_is_told_that_the_server_is_busy(self):
         with Server("--tcp", "0") as server, server.connect() as first:

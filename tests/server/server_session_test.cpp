@@ -38,7 +38,9 @@ TEST_F(server_session, identifies_itself)
     EXPECT_EQ(ask(R"({"command":"identify"})").line,
               R"({"status":"ok","command":"identify","payload_size":0,"server_version":"0.1.0",)"
               R"("protocol_version":1,"sensor":"k330","sensor_count":5,"connected_sensors":[1,2],)"
-              R"("ticks_per_second":1000000,"max_baudrate":0})");
+              R"("ticks_per_second":1000000,"max_baudrate":0,)"
+              R"("memory":{"size":65536,"live":1024,"peak":9216,"largest_free":64500,"failures":0},)"
+              R"("stack":{"size":11264,"peak":3120}})");
 }
 
 TEST_F(server_session, identifies_a_board_without_sensors)
@@ -285,11 +287,15 @@ TEST_F(server_session, counts_what_it_does)
     EXPECT_EQ(refusal("x"), "bad_json");
     EXPECT_EQ(refusal("y"), "bad_json");
     EXPECT_EQ(refusal(R"({"command":"z"})"), "unknown_command");
-    fake_port.memory = {1, 2, 3};
+    fake_port.memory = {1, 2, 3, 4, 5, 6, 7};
     const nlohmann::json stats = ask(R"({"command":"stats"})").members;
     EXPECT_EQ(stats["frames"], 2);
     EXPECT_EQ(stats["errors"], (nlohmann::json{{"bad_json", 2}, {"unknown_command", 1}}));
-    EXPECT_EQ(stats["memory"], (nlohmann::json{{"live", 1}, {"peak", 2}, {"failures", 3}}));
+    EXPECT_EQ(stats["memory"],
+              (nlohmann::json{{"size", 1}, {"live", 2}, {"peak", 3}, {"largest_free", 4}, {"failures", 5}}));
+    EXPECT_EQ(stats["stack"], (nlohmann::json{{"size", 6}, {"peak", 7}}));
+    fake_port.memory.stack_size = 0;
+    EXPECT_FALSE(ask(R"({"command":"identify"})").members.contains("stack"));
 }
 
 TEST_F(server_session, counts_every_byte)
@@ -317,6 +323,26 @@ TEST_F(server_session, keeps_its_counts_when_the_host_goes_away)
     const nlohmann::json stats = ask(R"({"command":"stats"})").members;
     EXPECT_EQ(stats["frames"], 1);
     EXPECT_EQ(stats["errors"]["bad_json"], 1);
+}
+
+TEST_F(server_session, is_idle_without_a_session_between_two_lines)
+{
+    EXPECT_TRUE(zet_vantor_server_is_idle());
+    send("{\"command\"");
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    send(":\"ping\"}\n");
+    EXPECT_TRUE(zet_vantor_server_is_idle());
+    send(std::string(10000, 'x'));
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    send("\n");
+    EXPECT_TRUE(zet_vantor_server_is_idle());
+    take_messages();
+    enter("configured");
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    ask(R"({"command":"start"})");
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    send("{\"command\":\"end\"}\n");
+    EXPECT_TRUE(zet_vantor_server_is_idle());
 }
 
 class server_start : public server_fixture
@@ -354,6 +380,7 @@ TEST_F(server_start, needs_neither_clock_nor_memory_count)
     const nlohmann::json stats = ask(R"({"command":"stats"})").members;
     EXPECT_FALSE(stats.contains("uptime_s"));
     EXPECT_FALSE(stats.contains("memory"));
+    EXPECT_FALSE(stats.contains("stack"));
     EXPECT_EQ(ask(R"({"command":"identify"})").members["ticks_per_second"], 0);
     enter("streaming");
     EXPECT_EQ(zet_vantor_server_step(), 0U);

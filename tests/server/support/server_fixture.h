@@ -33,7 +33,7 @@ struct fake_port_t
     uint32_t tick = 0;               ///< the clock
     std::vector<uint32_t> baudrates; ///< speeds that were set
     int input_restarts = 0;          ///< how often pending input was discarded
-    zet_vantor_server_memory_t memory = {0, 512, 0};
+    zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
 };
 
 extern fake_port_t fake_port;
