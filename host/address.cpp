@@ -4,6 +4,7 @@
 #include "vantor/address.h"
 
 #include <charconv>
+#include <iomanip>
 #include <optional>
 #include <sstream>
 
@@ -75,12 +76,13 @@ serial_address parse_serial(std::string_view text)
     return result;
 }
 
-/** Reads the arguments of a simulated server, separated by spaces. */
+/** Reads the arguments of a simulated server, separated by spaces; those with spaces stand in double quotes.
+ */
 simulator_address parse_simulator(std::string_view text)
 {
     simulator_address result;
     std::istringstream words{std::string(text)};
-    for (std::string word; words >> word;)
+    for (std::string word; words >> std::quoted(word);)
     {
         result.arguments.push_back(word);
     }
@@ -104,12 +106,17 @@ struct address_writer
 
     std::string operator()(const simulator_address &where) const
     {
-        std::string text = "sim:";
+        std::ostringstream text;
+        text << "sim:";
+        const char *separator = "";
         for (const auto &argument : where.arguments)
         {
-            text += (text.back() == ':' ? "" : " ") + argument;
+            const bool plain = !argument.empty() && argument.find_first_of(" \t\n\"") == std::string::npos;
+            text << separator;
+            plain ? text << argument : text << std::quoted(argument);
+            separator = " ";
         }
-        return text;
+        return text.str();
     }
 };
 

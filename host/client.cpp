@@ -58,7 +58,6 @@ void client::reconnect()
     link_.reset();
     link_ = open_links_();
     parser_.reset();
-    send("\n"); // closes what an earlier host may have left half sent
     end();
     identify();
     if (server_.protocol_version != protocol_version)
@@ -131,7 +130,10 @@ frame client::single_frame()
 
 void client::end()
 {
-    send_command({{"command", "end"}});
+    // The line feed closes what an earlier host may have left half sent. It goes with the command, since a
+    // server that is busy closes the connection, after which a second write would fail before its message is
+    // read.
+    send("\n{\"command\":\"end\"}\n");
     const auto deadline = steady::now() + timeouts_.answer;
     while (true)
     {
@@ -141,6 +143,10 @@ void client::end()
             if (received.header.value("command", nlohmann::json()) == "end")
             {
                 return;
+            }
+            if (received.header.value("code", nlohmann::json()) == "busy")
+            {
+                throw_on_error(received);
             }
         }
         catch (const bad_message &) // NOLINT(bugprone-empty-catch): whatever was on its way is dropped
@@ -158,8 +164,16 @@ void client::forward_log(std::string_view level, log_handler handler)
 void client::set_baudrate(std::uint32_t baudrate)
 {
     request({{"command", "baudrate"}, {"baudrate", baudrate}});
-    link_->set_baudrate(baudrate);
-    ping();
+    const auto former = link_->set_baudrate(baudrate);
+    try
+    {
+        ping();
+    }
+    catch (const error &)
+    {
+        link_->set_baudrate(former); // the server goes back too
+        throw;
+    }
 }
 
 std::uint64_t client::bytes_received() const noexcept
@@ -182,6 +196,7 @@ void client::send_command(const nlohmann::json &command)
 /** Takes the next message that is no log line from the link; nothing when none came in time. */
 std::optional<message> client::poll_message(time_point deadline)
 {
+    bool over = false;
     while (true)
     {
         while (auto received = parser_.next())
@@ -191,12 +206,13 @@ std::optional<message> client::poll_message(time_point deadline)
                 return received;
             }
         }
-        const auto count = link_->read_some(buffer_, time_left(deadline));
-        if (count == 0 && steady::now() >= deadline)
+        if (over)
         {
             return std::nullopt;
         }
-        parser_.feed(std::span(buffer_).first(count));
+        const auto left = time_left(deadline);
+        over = left.count() == 0;
+        parser_.feed(std::span(buffer_).first(link_->read_some(buffer_, left)));
     }
 }
 
@@ -274,7 +290,14 @@ frame client::decode(const message &received) const
             "The server sent a message that is no frame of this session: another host may use "
             "the same line.");
     }
-    return decode_frame(received, metadata_);
+    try
+    {
+        return decode_frame(received, metadata_);
+    }
+    catch (const protocol_error &fault)
+    {
+        throw bad_message(received.position, fault.what());
+    }
 }
 
 } // namespace vantor

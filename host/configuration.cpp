@@ -70,7 +70,8 @@ subsweep_range read_range(const nlohmann::json &subsweep)
 {
     subsweep_range range;
     range.start_point = integer_or(subsweep, "start_point", range.start_point);
-    range.step_length = integer_or(subsweep, "step_length", range.step_length);
+    // The server keeps 16 bits of it.
+    range.step_length = static_cast<std::uint16_t>(integer_or(subsweep, "step_length", range.step_length));
     return range;
 }
 

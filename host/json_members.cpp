@@ -3,6 +3,8 @@
  */
 #include "json_members.h"
 
+#include <cmath>
+
 #include "vantor/errors.h"
 
 namespace vantor
@@ -64,6 +66,10 @@ std::size_t length_member(const nlohmann::json &object, const char *name)
 double number_member(const nlohmann::json &object, const char *name)
 {
     const auto &value = member(object, name);
+    if (value.is_null())
+    {
+        return std::numeric_limits<double>::quiet_NaN();
+    }
     if (!value.is_number())
     {
         refuse(name, "a number");
@@ -98,7 +104,8 @@ std::optional<bool> optional_boolean_member(const nlohmann::json &object, const 
 
 std::optional<double> optional_number_member(const nlohmann::json &object, const char *name)
 {
-    return object.contains(name) ? std::optional(number_member(object, name)) : std::nullopt;
+    const auto value = object.contains(name) ? number_member(object, name) : NAN;
+    return std::isnan(value) ? std::nullopt : std::optional(value);
 }
 
 } // namespace vantor

@@ -47,7 +47,9 @@ template <typename Integer> Integer integer_member(const nlohmann::json &object,
 /** Reads a member as a length or an offset in samples; throws protocol_error when it is none. */
 std::size_t length_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member as a number; throws protocol_error when it is none. */
+/** Reads a member as a number, null as one that does not exist (NaN); throws protocol_error when it is
+ * neither.
+ */
 double number_member(const nlohmann::json &object, const char *name);
 
 /** Reads a member as true or false; throws protocol_error when it is neither. */
@@ -59,7 +61,7 @@ std::string text_member(const nlohmann::json &object, const char *name);
 /** Reads a member that may be missing as true or false; throws protocol_error when it is neither. */
 std::optional<bool> optional_boolean_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member that may be missing as a number; throws protocol_error when it is none. */
+/** The same of a member that may be missing; nothing when it is, or is null. */
 std::optional<double> optional_number_member(const nlohmann::json &object, const char *name);
 
 } // namespace vantor

@@ -29,7 +29,7 @@ struct link_opener
 
     std::unique_ptr<link> operator()(const simulator_address &where) const
     {
-        return std::make_unique<simulator_link>(where, timeout);
+        return std::make_unique<simulator_link>(where);
     }
 };
 

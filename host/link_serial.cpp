@@ -3,10 +3,12 @@
  */
 #include "link_serial.h"
 
+#include <utility>
+
 namespace vantor
 {
 
-serial_link::serial_link(const serial_address &where)
+serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate)
 {
     asio::error_code failure;
     stream().open(where.device, failure);
@@ -15,12 +17,18 @@ serial_link::serial_link(const serial_address &where)
         throw connect_error("Cannot open the serial device " + where.device + ": " + failure.message() +
                             ". Check its name, that you may use it, and that no other program does.");
     }
+    const auto set = [&](const auto &option) {
+        if (!failure)
+        {
+            stream().set_option(option, failure);
+        }
+    };
     using port = asio::serial_port_base;
-    stream().set_option(port::character_size(8));
-    stream().set_option(port::parity(port::parity::none));
-    stream().set_option(port::stop_bits(port::stop_bits::one));
-    stream().set_option(port::flow_control(port::flow_control::none));
-    stream().set_option(port::baud_rate(where.baudrate), failure);
+    set(port::character_size(8));
+    set(port::parity(port::parity::none));
+    set(port::stop_bits(port::stop_bits::one));
+    set(port::flow_control(port::flow_control::none));
+    set(port::baud_rate(where.baudrate));
     if (failure)
     {
         throw connect_error("The serial device " + where.device + " cannot be set to " +
@@ -28,7 +36,7 @@ serial_link::serial_link(const serial_address &where)
     }
 }
 
-void serial_link::set_baudrate(std::uint32_t baudrate)
+std::uint32_t serial_link::set_baudrate(std::uint32_t baudrate)
 {
     asio::error_code failure;
     stream().set_option(asio::serial_port_base::baud_rate(baudrate), failure);
@@ -37,6 +45,7 @@ void serial_link::set_baudrate(std::uint32_t baudrate)
         throw error("The serial line cannot be set to " + std::to_string(baudrate) +
                     " baud: " + failure.message() + ".");
     }
+    return std::exchange(baudrate_, baudrate);
 }
 
 } // namespace vantor

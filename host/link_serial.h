@@ -22,7 +22,10 @@ public:
      */
     explicit serial_link(const serial_address &where);
 
-    void set_baudrate(std::uint32_t baudrate) override;
+    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+
+private:
+    std::uint32_t baudrate_;
 };
 
 } // namespace vantor

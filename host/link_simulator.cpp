@@ -5,26 +5,47 @@
 
 namespace vantor
 {
-
-simulator_link::simulator_link(const simulator_address &where, std::chrono::milliseconds timeout)
-    : server_(find_server_program(), where.arguments, timeout),
-      connection_(open_link(parse_address(server_.address()), timeout))
+namespace
 {
+
+/** What is said when the server is gone, whichever way the link notices. */
+constexpr const char *server_ended = "The simulated server has ended; its own message says why.";
+
+} // namespace
+
+simulator_link::simulator_link(const simulator_address &where)
+    : server_(find_server_program(), where.arguments)
+{
+    stream().assign(asio::local::stream_protocol(), server_.take_link());
 }
 
 std::size_t simulator_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
 {
-    return connection_->read_some(buffer, timeout);
+    try
+    {
+        return stream_link::read_some(buffer, timeout);
+    }
+    catch (const connection_lost &)
+    {
+        throw connection_lost(server_ended);
+    }
 }
 
 void simulator_link::write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout)
 {
-    connection_->write(bytes, timeout);
+    try
+    {
+        stream_link::write(bytes, timeout);
+    }
+    catch (const connection_lost &)
+    {
+        throw connection_lost(server_ended);
+    }
 }
 
-void simulator_link::set_baudrate(std::uint32_t baudrate)
+std::uint32_t simulator_link::set_baudrate(std::uint32_t /*baudrate*/)
 {
-    connection_->set_baudrate(baudrate);
+    throw error("A simulated server of one's own has no baud rate.");
 }
 
 } // namespace vantor

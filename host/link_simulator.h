@@ -4,33 +4,31 @@
 #ifndef VANTOR_LINK_SIMULATOR_H
 #define VANTOR_LINK_SIMULATOR_H
 
-#include <filesystem>
-#include <memory>
+#include <asio/local/stream_protocol.hpp>
 
 #include "server_process.h"
-#include "vantor/link.h"
+#include "stream_link.h"
 
 namespace vantor
 {
 
-/** A link to a simulated server of its own, over TCP. */
-class simulator_link : public link
+/** A link to a simulated server of its own. */
+class simulator_link : public stream_link<asio::local::stream_protocol::socket>
 {
 public:
     /**
-     * Starts a server and connects to it.
+     * Starts a server.
      *
-     * @throws connect_error when the program is not found, ends at once, or does not listen in time
+     * @throws connect_error when the program is not found or cannot be started
      */
-    simulator_link(const simulator_address &where, std::chrono::milliseconds timeout);
+    explicit simulator_link(const simulator_address &where);
 
     std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
-    void set_baudrate(std::uint32_t baudrate) override;
+    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
 
 private:
     server_process server_;
-    std::unique_ptr<link> connection_; // closed before the server ends
 };
 
 } // namespace vantor

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "vantor/errors.h"
 
@@ -50,6 +51,37 @@ std::size_t find_excess_nesting(std::string_view text)
         }
     }
     return std::string_view::npos;
+}
+
+/**
+ * Finds the JSON object that ends a line. After a fault the rest of a payload, which may hold anything but
+ * ends without a line feed, stands on one line with the header that follows it.
+ *
+ * @return where the object starts; 0 when there is none
+ */
+std::size_t find_last_object(std::string_view line)
+{
+    int depth = 0;
+    bool quoted = false;
+    for (std::size_t i = line.size(); i-- > 0;)
+    {
+        const char c = line[i];
+        if (c == '"')
+        {
+            const auto before = line.substr(0, i).find_last_not_of('\\');
+            const auto backslashes = i - (before == std::string_view::npos ? 0 : before + 1);
+            quoted = quoted == (backslashes % 2 == 1);
+        }
+        else if (!quoted && (c == '}' || c == ']'))
+        {
+            ++depth;
+        }
+        else if (!quoted && (c == '{' || c == '[') && --depth <= 0)
+        {
+            return i;
+        }
+    }
+    return 0;
 }
 
 /** What is wrong with a header, and where in its line. */
@@ -249,17 +281,31 @@ bool message_parser::read_header()
     while (const auto line = take_line())
     {
         message candidate;
-        candidate.position = position_;
+        std::size_t start = 0;
         const auto fault = parse_header(*line, limits_.payload, candidate.header);
-        consume(line->size() + 1);
-        if (!fault)
+        bool found = !fault;
+        if (fault)
         {
-            lost_ = false;
+            start = find_last_object(*line);
+            found = start > 0 && !parse_header(line->substr(start), limits_.payload, candidate.header);
+        }
+        const auto begin = position_;
+        const bool reported = std::exchange(lost_, !found);
+        consume(line->size() + 1);
+        if (found)
+        {
+            candidate.position = begin + start;
             payload_size_ = candidate.header["payload_size"].get<std::size_t>();
             pending_ = std::move(candidate);
+        }
+        if (fault && !reported)
+        {
+            throw bad_message(begin + fault->offset, fault->reason);
+        }
+        if (found)
+        {
             return true;
         }
-        report(candidate.position + fault->offset, fault->reason);
     }
     return false;
 }

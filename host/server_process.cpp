@@ -7,15 +7,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
-#include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,7 +26,6 @@ namespace
 {
 
 constexpr std::string_view program_name = "vantor_server";
-constexpr std::string_view announcement = "listening on ";
 
 /** How long a server may take to end by itself before it is killed. */
 constexpr std::chrono::milliseconds ending_time{2000};
@@ -38,14 +36,15 @@ bool is_program(const std::filesystem::path &path)
     return std::filesystem::is_regular_file(path) && access(path.c_str(), X_OK) == 0;
 }
 
-/** Spawn settings: the server's output goes into a pipe, and Ctrl-C at the terminal does not reach it. */
+/** Spawn settings: the server talks on a socket, and Ctrl-C at the terminal does not reach it. */
 class spawn_settings
 {
 public:
-    explicit spawn_settings(int output)
+    explicit spawn_settings(int socket)
     {
         posix_spawn_file_actions_init(&actions_);
-        posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions_, socket, STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions_, socket, STDOUT_FILENO);
         posix_spawnattr_init(&attributes_);
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP);
     }
@@ -107,17 +106,20 @@ std::filesystem::path find_server_program()
 }
 
 server_process::server_process(const std::filesystem::path &program,
-                               const std::vector<std::string> &arguments, std::chrono::milliseconds timeout)
+                               const std::vector<std::string> &arguments)
 {
-    start(program, arguments);
-    try
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
     {
-        wait_until_listening(timeout);
+        throw connect_error("Cannot start " + program.string() + ": " + system_message(errno) + ".");
     }
-    catch (...)
+    link_ = ends[0];
+    const int failure = start(program, arguments, ends[1]);
+    close(ends[1]);
+    if (failure != 0)
     {
-        end();
-        throw;
+        close(link_);
+        throw connect_error("Cannot start " + program.string() + ": " + system_message(failure) + ".");
     }
 }
 
@@ -126,20 +128,16 @@ server_process::~server_process()
     end();
 }
 
-const std::string &server_process::address() const noexcept
+int server_process::take_link() noexcept
 {
-    return address_;
+    return std::exchange(link_, -1);
 }
 
-/** Starts the program with its standard output going into a pipe. */
-void server_process::start(const std::filesystem::path &program, const std::vector<std::string> &arguments)
+/** Starts the program with a socket as its standard input and output; returns 0 or an error number. */
+int server_process::start(const std::filesystem::path &program, const std::vector<std::string> &arguments,
+                          int socket)
 {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0)
-    {
-        throw connect_error("Cannot start " + program.string() + ": " + system_message(errno) + ".");
-    }
-    std::vector<std::string> words{program.string(), "--tcp", "0"};
+    std::vector<std::string> words{program.string(), "--stdio"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char *> pointers;
     pointers.reserve(words.size() + 1);
@@ -148,55 +146,12 @@ void server_process::start(const std::filesystem::path &program, const std::vect
         pointers.push_back(word.data());
     }
     pointers.push_back(nullptr);
-    const int failure = spawn_settings(ends[1]).spawn(process_, words.front().c_str(), pointers);
-    close(ends[1]);
-    output_ = ends[0];
-    if (failure != 0)
-    {
-        close(output_);
-        process_ = -1;
-        throw connect_error("Cannot start " + program.string() + ": " + system_message(failure) + ".");
-    }
-}
-
-/** Reads the server's output up to the line that says where it listens. */
-void server_process::wait_until_listening(std::chrono::milliseconds timeout)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    std::string text;
-    while (text.find('\n') == std::string::npos)
-    {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        pollfd waiting{.fd = output_, .events = POLLIN, .revents = 0};
-        if (left.count() <= 0 || poll(&waiting, 1, static_cast<int>(left.count())) == 0)
-        {
-            throw connect_error("vantor_server was started but does not listen after " +
-                                std::to_string(timeout.count()) + " ms.");
-        }
-        std::array<char, 256> piece{};
-        const auto count = read(output_, piece.data(), piece.size());
-        if (count == 0)
-        {
-            throw connect_error("vantor_server ended before it listened; its own message says why.");
-        }
-        text.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-    }
-    text.resize(text.find('\n'));
-    if (!text.starts_with(announcement))
-    {
-        throw connect_error("vantor_server does not say where it listens; it says \"" + text + "\".");
-    }
-    address_ = text.substr(announcement.size());
+    return spawn_settings(socket).spawn(process_, program.c_str(), pointers);
 }
 
 /** Asks the server to end, and kills it when it does not. */
 void server_process::end() noexcept
 {
-    if (process_ <= 0)
-    {
-        return;
-    }
     kill(process_, SIGTERM);
     const auto deadline = std::chrono::steady_clock::now() + ending_time;
     bool ended = false;
@@ -213,8 +168,10 @@ void server_process::end() noexcept
         kill(process_, SIGKILL);
         waitpid(process_, nullptr, 0);
     }
-    process_ = -1;
-    close(output_);
+    if (link_ >= 0)
+    {
+        close(link_);
+    }
 }
 
 } // namespace vantor

@@ -4,7 +4,6 @@
 #ifndef VANTOR_SERVER_PROCESS_H
 #define VANTOR_SERVER_PROCESS_H
 
-#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -22,37 +21,37 @@ namespace vantor
  */
 std::filesystem::path find_server_program();
 
-/** A running vantor_server that listens on a free TCP port of this machine; it is ended when destroyed. */
+/**
+ * A running vantor_server that talks on its standard input and output, which are one socket. It is ended when
+ * destroyed, and ends by itself when the socket closes, so it does not outlive this process however that
+ * ends.
+ */
 class server_process
 {
 public:
     /**
-     * Starts the server and waits until it listens.
+     * Starts the server.
      *
      * @param program    the program file
-     * @param arguments  further arguments, after "--tcp 0"
-     * @param timeout    how long starting may take
-     * @throws connect_error when it cannot be started, ends at once, or does not listen in time
+     * @param arguments  further arguments, after "--stdio"
+     * @throws connect_error when it cannot be started
      */
-    server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments,
-                   std::chrono::milliseconds timeout);
+    server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments);
     server_process(const server_process &) = delete;
     server_process &operator=(const server_process &) = delete;
     server_process(server_process &&) = delete;
     server_process &operator=(server_process &&) = delete;
     ~server_process();
 
-    /** Where the server listens, as "tcp:HOST:PORT". */
-    [[nodiscard]] const std::string &address() const noexcept;
+    /** The other end of the server's socket; whoever takes it closes it. */
+    [[nodiscard]] int take_link() noexcept;
 
 private:
-    void start(const std::filesystem::path &program, const std::vector<std::string> &arguments);
-    void wait_until_listening(std::chrono::milliseconds timeout);
+    int start(const std::filesystem::path &program, const std::vector<std::string> &arguments, int socket);
     void end() noexcept;
 
     pid_t process_ = -1;
-    int output_ = -1; // what the server writes to its standard output
-    std::string address_;
+    int link_ = -1;
 };
 
 } // namespace vantor

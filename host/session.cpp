@@ -146,6 +146,28 @@ std::span<const sample> frame_item::subsweep(std::size_t sweep, std::size_t subs
     return samples.subspan(sweep * layout->sweep_length + place.offset, place.length);
 }
 
+namespace
+{
+
+/** Decodes the use of memory. */
+memory_use decode_memory(const nlohmann::json &memory)
+{
+    return {.size = integer_member<std::uint32_t>(memory, "size"),
+            .live = integer_member<std::uint32_t>(memory, "live"),
+            .peak = integer_member<std::uint32_t>(memory, "peak"),
+            .largest_free = integer_member<std::uint32_t>(memory, "largest_free"),
+            .failures = integer_member<std::uint32_t>(memory, "failures")};
+}
+
+/** Decodes the use of the stack. */
+stack_use decode_stack(const nlohmann::json &stack)
+{
+    return {.size = integer_member<std::uint32_t>(stack, "size"),
+            .peak = integer_member<std::uint32_t>(stack, "peak")};
+}
+
+} // namespace
+
 server_info decode_server_info(const nlohmann::json &document)
 {
     server_info info;
@@ -159,11 +181,19 @@ server_info decode_server_info(const nlohmann::json &document)
             static_cast<unsigned>(to_integer(id, "connected_sensors", 1, info.sensor_count)));
     }
     info.ticks_per_second = number_member(document, "ticks_per_second");
-    if (!(info.ticks_per_second >= 1.0))
+    if (!(info.ticks_per_second >= 0.0))
     {
-        throw protocol_error("The server says that a second has less than one tick.");
+        throw protocol_error("The server says that its clock goes backwards.");
     }
     info.max_baudrate = integer_member<std::uint32_t>(document, "max_baudrate");
+    if (document.contains("memory"))
+    {
+        info.memory = decode_memory(document["memory"]);
+    }
+    if (document.contains("stack"))
+    {
+        info.stack = decode_stack(document["stack"]);
+    }
     return info;
 }
 

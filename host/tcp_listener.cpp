@@ -25,7 +25,7 @@ public:
         stream().set_option(tcp::no_delay(true));
     }
 
-    void set_baudrate(std::uint32_t /*baudrate*/) override
+    std::uint32_t set_baudrate(std::uint32_t /*baudrate*/) override
     {
         throw error("A TCP connection has no baud rate.");
     }

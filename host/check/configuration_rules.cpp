@@ -95,12 +95,14 @@ void check_distance(const json &subsweep, const pointer &place, faults &found)
     const long farthest = farthest_point(subsweep.value("prf", "15_6_MHz"));
     if (last > farthest)
     {
-        const long fitting = start > farthest ? 0 : (farthest - start) / step + 1;
+        const std::string nearest =
+            start > farthest ? "\"start_point\": " + std::to_string(farthest) + ", \"num_points\": 1"
+                             : "\"num_points\": " + std::to_string((farthest - start) / step + 1);
         found.push_back({place.to_string(), "a last point of " + std::to_string(last),
                          "at most " + std::to_string(farthest) +
                              " with this \"prf\": lower \"prf\", or use fewer "
                              "points",
-                         fitting > 0 ? "\"num_points\": " + std::to_string(fitting) : ""});
+                         nearest});
     }
 }
 

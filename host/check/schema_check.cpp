@@ -126,7 +126,9 @@ json closest_number(double value, const json &schema)
     {
         return schema["maximum"];
     }
-    return value;
+    constexpr double largest_exact = 9007199254740992.0; // beyond it every number is whole
+    const bool rounded = schema.value("type", "") == "integer" && std::fabs(value) < largest_exact;
+    return rounded ? json(std::llround(value)) : json(value);
 }
 
 /** The schema's document, the faults found so far, and the walk through both. */
@@ -141,7 +143,8 @@ public:
     void check(const json &value, const json &given, const json::json_pointer &place)
     {
         const auto &schema = resolve(given);
-        if (schema.contains("type") && !has_type(value, schema["type"]))
+        const bool fraction = value.is_number() && schema.value("type", "") == "integer";
+        if (schema.contains("type") && !has_type(value, schema["type"]) && !fraction)
         {
             add(place, shorten(value), describe(schema));
             return;
@@ -174,8 +177,17 @@ private:
     static std::string shorten(const json &value)
     {
         constexpr std::size_t longest = 40;
-        const auto text = value.dump(-1, ' ', false, json::error_handler_t::replace);
-        return text.size() <= longest ? text : text.substr(0, longest) + "…";
+        auto text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+        if (text.size() <= longest)
+        {
+            return text;
+        }
+        auto end = longest;
+        while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
+        {
+            --end; // not within a character of several bytes
+        }
+        return text.substr(0, end) + "…";
     }
 
     void add(const json::json_pointer &place, std::string got, std::string allowed, std::string nearest = {})
@@ -210,7 +222,7 @@ private:
         for (const auto &branch : schema.value("anyOf", json::array({schema})))
         {
             const auto candidate = closest_number(number, branch);
-            if (const double away = std::fabs(candidate.get<double>() - number); away < distance)
+            if (const double away = std::fabs(candidate.get<double>() - number); away <= distance)
             {
                 nearest = candidate;
                 distance = away;

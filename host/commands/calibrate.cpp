@@ -3,6 +3,7 @@
  */
 #include "commands/calibrate.h"
 
+#include <limits>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -34,6 +35,7 @@ struct calibrate_options
     std::string connect = "sim:";
     std::filesystem::path output;
     std::vector<unsigned> sensors; /**< all connected ones when empty */
+    bool json = false;
 };
 
 /** A configuration whose preparation calibrates sensors: one group, each sensor once. */
@@ -59,7 +61,12 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     const auto &sensors = options.sensors.empty() ? server.server().connected_sensors : options.sensors;
     const auto metadata = server.configure(calibrating_configuration(sensors));
     server.end();
-    replace_file(options.output, calibration_text(metadata->calibrations));
+    replace_files({{.path = options.output, .text = calibration_text(metadata->calibrations)}});
+    if (options.json)
+    {
+        out << calibration_text(metadata->calibrations);
+        return exit_code::success;
+    }
     for (const auto &entry : metadata->calibrations)
     {
         out << "sensor " << entry.sensor_id << " calibrated at " << entry.temperature << " degrees\n";
@@ -78,8 +85,10 @@ void add_calibrate_command(CLI::App &app, command_streams streams, exit_code &re
         ->required()
         ->type_name("FILE");
     command->add_option("--sensor", options->sensors, "Number of a sensor; all connected ones when not given")
+        ->check(count_up_to(std::numeric_limits<std::uint16_t>::max()))
         ->type_name("NUMBER");
     add_connect_option(*command, options->connect);
+    add_json_flag(*command, options->json);
     command->footer(footer);
     command->callback([options, streams, &result] { result = calibrate(*options, streams.out); });
 }

@@ -44,30 +44,45 @@ std::string command_names(const CLI::App &app)
     return text;
 }
 
-/** A script for bash. */
+/** A script for bash: names of files and directories, but for options and where a word is asked for. */
 void write_bash(const CLI::App &app, std::ostream &out)
 {
     out << "_vantor()\n{\n"
-           "    local word=\"${COMP_WORDS[COMP_CWORD]}\" words=\"\"\n"
+           "    local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\" words=\"\"\n"
+           "    local IFS=$'\\n'\n"
+           "    case \"${COMP_WORDS[1]}\" in\n";
+    for (const auto *command : app.get_subcommands({}))
+    {
+        out << "    " << command->get_name() << ") words=\"" << long_options(*command) << "\" ;;\n";
+    }
+    out << "    esac\n"
            "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
            "        words=\""
         << command_names(app) << " " << long_options(app)
         << "\"\n"
-           "    else\n"
-           "        case \"${COMP_WORDS[1]}\" in\n";
-    for (const auto *command : app.get_subcommands({}))
-    {
-        out << "        " << command->get_name() << ") words=\"" << long_options(*command) << "\" ;;\n";
-    }
-    out << "        esac\n"
-           "    fi\n"
-           "    if [ \"$COMP_CWORD\" -gt 1 ] && [ \"${word#-}\" = \"$word\" ]; then\n"
+           "    elif [ \"$before\" = completion ]; then\n"
+           "        words=\"bash zsh fish\"\n"
+           "    elif [ \"$before\" = --format ]; then\n"
+           "        words=\"csv npy\"\n"
+           "    elif [ \"${word#-}\" = \"$word\" ]; then\n"
+           "        compopt -o filenames 2>/dev/null\n"
            "        COMPREPLY=($(compgen -f -- \"$word\"))\n"
-           "    else\n"
-           "        COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
+           "        return\n"
            "    fi\n"
+           "    COMPREPLY=($(compgen -W \"${words// /$IFS}\" -- \"$word\"))\n"
            "}\n"
-           "complete -o filenames -F _vantor vantor\n";
+           "complete -F _vantor vantor\n";
+}
+
+/** A text within single quotes of fish. */
+std::string fish_quote(const std::string &text)
+{
+    std::string quoted = "'";
+    for (const char c : text)
+    {
+        quoted += (c == '\'' || c == '\\' ? "\\" : "") + std::string(1, c);
+    }
+    return quoted + "'";
 }
 
 /** A script for zsh: that of bash, in zsh's compatibility mode. */
@@ -82,14 +97,14 @@ void write_fish(const CLI::App &app, std::ostream &out)
 {
     for (const auto *command : app.get_subcommands({}))
     {
-        out << "complete -c vantor -n __fish_use_subcommand -f -a " << command->get_name() << " -d '"
-            << command->get_description() << "'\n";
+        out << "complete -c vantor -n __fish_use_subcommand -f -a " << command->get_name() << " -d "
+            << fish_quote(command->get_description()) << "\n";
         for (const auto *option : command->get_options())
         {
             for (const auto &name : option->get_lnames())
             {
                 out << "complete -c vantor -n '__fish_seen_subcommand_from " << command->get_name() << "' -l "
-                    << name << " -d '" << option->get_description() << "'\n";
+                    << name << " -d " << fish_quote(option->get_description()) << "\n";
             }
         }
     }

@@ -4,6 +4,7 @@
 #include "commands/identify.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -32,7 +33,7 @@ constexpr const char *scan_footer = R"(Examples:
       every serial device of this machine
   vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
 
-A device that does not answer within a second is passed over.)";
+A device that does not answer within a second is passed over; of devices that were named it is said.)";
 
 /** How a device that is scanned is waited for: two answers, a second in all. */
 constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
@@ -52,14 +53,42 @@ std::string join(const std::vector<unsigned> &numbers)
 /** What a server says of itself, as JSON. */
 nlohmann::ordered_json to_json(const std::string &where, const server_info &info)
 {
-    return {{"address", where},
-            {"server_version", info.server_version},
-            {"protocol_version", info.protocol_version},
-            {"sensor", info.sensor},
-            {"sensor_count", info.sensor_count},
-            {"connected_sensors", info.connected_sensors},
-            {"ticks_per_second", info.ticks_per_second},
-            {"max_baudrate", info.max_baudrate}};
+    nlohmann::ordered_json document = {{"address", where},
+                                       {"server_version", info.server_version},
+                                       {"protocol_version", info.protocol_version},
+                                       {"sensor", info.sensor},
+                                       {"sensor_count", info.sensor_count},
+                                       {"connected_sensors", info.connected_sensors},
+                                       {"ticks_per_second", info.ticks_per_second},
+                                       {"max_baudrate", info.max_baudrate}};
+    if (info.memory)
+    {
+        document["memory"] = {{"size", info.memory->size},
+                              {"live", info.memory->live},
+                              {"peak", info.memory->peak},
+                              {"largest_free", info.memory->largest_free},
+                              {"failures", info.memory->failures}};
+    }
+    if (info.stack)
+    {
+        document["stack"] = {{"size", info.stack->size}, {"peak", info.stack->peak}};
+    }
+    return document;
+}
+
+/** Prints how much of its memory and stack a server uses, as far as it tells. */
+void print_memory(const server_info &info, std::ostream &out)
+{
+    if (info.memory)
+    {
+        out << "memory     " << info.memory->size << " bytes, " << info.memory->live << " in use, at most "
+            << info.memory->peak << " so far; " << info.memory->failures << " requests failed\n";
+    }
+    if (info.stack)
+    {
+        out << "stack      " << info.stack->size << " bytes, at most " << info.stack->peak
+            << " in use so far\n";
+    }
 }
 
 /** Prints what a server is. */
@@ -76,11 +105,14 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
         << "\n"
         << "sensors    " << info.sensor << ", " << info.sensor_count
         << " places, connected: " << join(info.connected_sensors) << "\n"
-        << "clock      " << fixed(info.ticks_per_second, 0) << " ticks per second\n";
+        << "clock      "
+        << (info.ticks_per_second > 0.0 ? fixed(info.ticks_per_second, 0) + " ticks per second" : "none")
+        << "\n";
     if (info.max_baudrate > 0)
     {
         out << "link       at most " << info.max_baudrate << " baud\n";
     }
+    print_memory(info, out);
     return exit_code::success;
 }
 
@@ -91,7 +123,8 @@ std::vector<std::string> serial_devices()
     for (const auto &entry : std::filesystem::directory_iterator("/dev"))
     {
         const auto name = entry.path().filename().string();
-        if (name.starts_with("ttyACM") || name.starts_with("ttyUSB") || name.starts_with("ttyAMA"))
+        if (name.starts_with("ttyACM") || name.starts_with("ttyS") || name.starts_with("ttyUSB") ||
+            name.starts_with("ttyAMA"))
         {
             devices.push_back(entry.path().string());
         }
@@ -108,21 +141,37 @@ struct scan_options
     bool json = false;
 };
 
-/** Asks each device and prints those that answer. */
+/** Asks one device; returns why there is no server, or nothing. */
+std::string scan_device(const address &where, const std::string &device, nlohmann::ordered_json &found)
+{
+    try
+    {
+        const client server(where, scan_timeouts);
+        found.push_back(to_json(to_string(where), server.server()));
+        return {};
+    }
+    catch (const connect_error &failure)
+    {
+        return failure.what();
+    }
+    catch (const error &)
+    {
+        return device + " does not answer.";
+    }
+}
+
+/** Asks each device and prints those that answer; of devices that were named it says why others do not. */
 exit_code scan(const scan_options &options, command_streams streams)
 {
+    const bool named = !options.devices.empty();
     auto found = nlohmann::ordered_json::array();
-    for (const auto &device : options.devices.empty() ? serial_devices() : options.devices)
+    for (const auto &device : named ? options.devices : serial_devices())
     {
         const serial_address where{.device = device, .baudrate = options.baudrate};
-        try
+        const auto reason = scan_device(address{where}, device, found);
+        if (named && !reason.empty())
         {
-            const client server(address{where}, scan_timeouts);
-            found.push_back(to_json(to_string(address{where}), server.server()));
-        }
-        catch (const error &)
-        {
-            continue; // no server there
+            streams.err << "vantor: " << reason << "\n";
         }
     }
     if (options.json)
@@ -170,7 +219,8 @@ void add_scan_command(CLI::App &app, command_streams streams, exit_code &result)
     command->add_option("DEVICE", options->devices, "Devices to ask; all serial devices when none is given")
         ->type_name("");
     command->add_option("--baudrate", options->baudrate, "Speed of the lines, in bits per second")
-        ->check(CLI::PositiveNumber)
+        ->check(count_up_to(std::numeric_limits<std::uint32_t>::max()))
+        ->type_name("BAUD")
         ->capture_default_str();
     add_json_flag(*command, options->json);
     command->footer(scan_footer);

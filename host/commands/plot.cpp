@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/common_options.h"
+#include "commands/reading_progress.h"
 #include "plot/picture.h"
 
 namespace vantor
@@ -26,29 +27,55 @@ One row for each item: mean level over the distance, level over distance and tim
 Doppler, both at the strongest echo or at --distance. The spectrum is that of the sweeps within a frame when
 there are at least 16 of them, else that of the frames; what does not move is removed from it.)";
 
+/** What is to be drawn, and into what. */
+struct plot_options
+{
+    std::filesystem::path recording;
+    std::filesystem::path output;
+    std::optional<double> distance;
+    bool json = false;
+};
+
+/** Draws, showing progress on a terminal; returns the picture's place. */
+std::filesystem::path draw(const plot_options &options, const command_streams &streams)
+{
+    session_reader recording(options.recording);
+    const reading_progress progress(recording, streams, 2);
+    auto output = options.output.empty() ? recording.directory() / "picture.png" : options.output;
+    draw_recording(recording, output, options.distance);
+    return output;
+}
+
+/** Draws and prints where the picture is. */
+exit_code plot(const plot_options &options, const command_streams &streams)
+{
+    const auto picture = draw(options, streams).string();
+    if (options.json)
+    {
+        streams.out << nlohmann::ordered_json{{"picture", picture}}.dump(2) << "\n";
+    }
+    else
+    {
+        streams.out << "picture: " << picture << "\n";
+    }
+    return exit_code::success;
+}
+
 } // namespace
 
 void add_plot_command(CLI::App &app, command_streams streams, exit_code &result)
 {
-    struct plot_options
-    {
-        std::filesystem::path recording;
-        std::filesystem::path output;
-        std::optional<double> distance;
-    };
     auto *command = app.add_subcommand("plot", "Draw a recording.");
     auto options = std::make_shared<plot_options>();
     add_recording_argument(*command, options->recording);
-    command->add_option("--output", options->output, "The picture, a PNG file")->type_name("FILE");
-    command->add_option("--distance", options->distance, "Where phase and Doppler look, in metres");
+    command->add_option("--output", options->output, "The picture, a PNG file; it is replaced")
+        ->type_name("FILE");
+    command->add_option("--distance", options->distance, "Where phase and Doppler look, in metres")
+        ->check(finite_number())
+        ->type_name("NUMBER");
+    add_json_flag(*command, options->json);
     command->footer(footer);
-    command->callback([options, streams, &result] {
-        session_reader recording(options->recording);
-        const auto output = options->output.empty() ? recording.directory() / "picture.png" : options->output;
-        draw_recording(recording, output, options->distance);
-        streams.out << "picture: " << output.string() << "\n";
-        result = exit_code::success;
-    });
+    command->callback([options, streams, &result] { result = plot(*options, streams); });
 }
 
 } // namespace vantor

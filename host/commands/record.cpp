@@ -37,6 +37,9 @@ constexpr const char *footer = R"(Examples:
 
 Without --frames and --seconds it records until Ctrl-C.)";
 
+/** Most frames that can be asked for: more than any recording has, and far from the end of the type. */
+constexpr std::uint64_t most_frames = 1'000'000'000'000;
+
 /** A directory in "recordings" that does not exist yet, named after the configuration and the time. */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
 {
@@ -60,14 +63,14 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
 double frame_period(const nlohmann::json &configuration, const session_metadata &metadata,
                     const server_info &server)
 {
-    if (metadata.tick_period > 0)
+    if (metadata.tick_period > 0 && server.ticks_per_second > 0.0)
     {
         return metadata.tick_period / server.ticks_per_second;
     }
     for (const auto &item : list_items(configuration))
     {
-        const auto rate = item.document.at("config").value("frame_rate", 0.0);
-        if (rate > 0.0)
+        const auto rate = item.document.at("config").value("frame_rate", 0.0F); // as the server reads it
+        if (rate > 0.0F)
         {
             return 1.0 / rate;
         }
@@ -213,9 +216,12 @@ void add_record_command(CLI::App &app, command_streams streams, exit_code &resul
     command->add_option("CONFIG", options->configuration, "Configuration document, a JSON file")
         ->required()
         ->type_name("");
-    command->add_option("--frames", options->frames, "Stop after so many frames")->check(CLI::PositiveNumber);
+    command->add_option("--frames", options->frames, "Stop after so many frames")
+        ->check(count_up_to(most_frames))
+        ->type_name("NUMBER");
     command->add_option("--seconds", options->seconds, "Stop after so many seconds")
-        ->check(CLI::PositiveNumber);
+        ->check(finite_number(0.0))
+        ->type_name("NUMBER");
     add_connect_option(*command, options->connect);
     command->add_option("--output", options->output, "New directory for the recording")->type_name("DIR");
     command->add_option("--calibration", options->calibration, "Calibrations made by \"vantor calibrate\"")

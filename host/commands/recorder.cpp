@@ -75,19 +75,24 @@ bool recorder::done(const recorder_limits &limits)
 /** Waits a little for the next frame. */
 std::optional<frame> recorder::receive()
 {
+    const double silence = in_seconds(steady::now() - last_);
+    const bool too_long = silence > std::max(longest_silence, longest_gap * period_);
     try
     {
         auto received = source_.receive_frame(patience);
-        if (!received && in_seconds(steady::now() - last_) > std::max(longest_silence, longest_gap * period_))
+        if (!received && too_long)
         {
-            throw timeout_error("The server has sent no frame for " +
-                                std::to_string(std::lround(in_seconds(steady::now() - last_))) +
+            throw timeout_error("The server has sent no frame for " + std::to_string(std::lround(silence)) +
                                 " s. Check the line, and that the sensors are still powered.");
         }
         return received;
     }
     catch (const bad_message &)
     {
+        if (too_long)
+        {
+            throw;
+        }
         damaged_ = true;
         return std::nullopt;
     }
@@ -117,10 +122,11 @@ void recorder::store(const frame &received)
 void recorder::note_loss(const frame &next)
 {
     double lost = 1.0;
-    if (period_ > 0.0 && last_tick_ && !next.items().empty())
+    const double ticks_per_frame = source_.server().ticks_per_second * period_;
+    if (ticks_per_frame > 0.0 && last_tick_ && !next.items().empty())
     {
         const std::uint32_t ticks = next.items().front().tick - *last_tick_;
-        lost = std::max(1.0, std::round(ticks / source_.server().ticks_per_second / period_) - 1.0);
+        lost = std::max(1.0, std::round(ticks / ticks_per_frame) - 1.0);
     }
     destination_.add_loss(static_cast<std::uint64_t>(lost));
     damaged_ = false;

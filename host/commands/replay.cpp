@@ -4,6 +4,7 @@
 #include "commands/replay.h"
 
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <ostream>
 
@@ -21,7 +22,7 @@ namespace
 
 constexpr const char *footer = R"(Examples:
   vantor replay recordings/garage --tcp 6110
-  vantor record recordings/config.json --frames 100 --connect tcp:127.0.0.1:6110
+  vantor record config.json --frames 100 --connect tcp:127.0.0.1:6110
       records the recording
 
 Whatever a host configures, it gets the recording's metadata and frames, at the pace at which they were
@@ -74,7 +75,9 @@ void add_replay_command(CLI::App &app, command_streams streams, exit_code &resul
     command->add_option("--tcp", options->port, "TCP port of this machine; 0 for any free one")
         ->type_name("PORT")
         ->capture_default_str();
-    command->add_option("--hosts", options->hosts, "End after so many hosts")->check(CLI::PositiveNumber);
+    command->add_option("--hosts", options->hosts, "End after so many hosts")
+        ->check(count_up_to(std::numeric_limits<unsigned>::max()))
+        ->type_name("NUMBER");
     command->footer(footer);
     command->callback([options, streams, &result] { result = replay(*options, streams); });
 }

@@ -162,7 +162,7 @@ public:
     /** The spectrum in dB below its highest value; nothing without a whole stretch. */
     void finish(double rate, item_analysis &analysis) const
     {
-        if (result_.count() == 0 || rate <= 0.0)
+        if (result_.count() == 0 || !(rate > 0.0))
         {
             return;
         }

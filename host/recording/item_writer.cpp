@@ -79,8 +79,8 @@ void item_writer::append(const frame_item &item)
     auto clock = clock_;
     const auto row = table_row(frames_, clock.advance(item.tick), item);
     row_length_ = row.size();
+    table_.append(row); // first: frames are counted by the samples, so each has its row whenever this ends
     data_.append(std::as_bytes(item.samples));
-    table_.append(row);
 }
 
 void item_writer::commit(const frame_item &item)

@@ -28,6 +28,12 @@ constexpr mode_t permissions = 0644;
                           std::generic_category().message(errno) + ".");
 }
 
+/** Where the new version of a file is written before it takes the place of the old one. */
+std::filesystem::path new_version(std::filesystem::path path)
+{
+    return path += ".new";
+}
+
 } // namespace
 
 output_file::output_file(std::filesystem::path path) : path_(std::move(path))
@@ -76,20 +82,32 @@ void output_file::truncate(std::uint64_t length) noexcept
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
 }
 
-void replace_file(const std::filesystem::path &path, std::string_view text)
+void replace_files(const std::vector<file_text> &files)
 {
-    auto temporary = path;
-    temporary += ".new";
     std::error_code failure;
-    std::filesystem::remove(temporary, failure);
+    try
     {
-        output_file file(temporary);
-        file.append(text);
+        for (const auto &file : files)
+        {
+            std::filesystem::remove(new_version(file.path), failure);
+            output_file(new_version(file.path)).append(file.text);
+        }
     }
-    std::filesystem::rename(temporary, path, failure);
-    if (failure)
+    catch (...)
     {
-        throw recording_error("Cannot replace " + path.string() + ": " + failure.message() + ".");
+        for (const auto &file : files)
+        {
+            std::filesystem::remove(new_version(file.path), failure);
+        }
+        throw;
+    }
+    for (const auto &file : files)
+    {
+        std::filesystem::rename(new_version(file.path), file.path, failure);
+        if (failure)
+        {
+            throw recording_error("Cannot replace " + file.path.string() + ": " + failure.message() + ".");
+        }
     }
 }
 

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace vantor
 {
@@ -54,12 +56,20 @@ private:
     int descriptor_ = -1;
 };
 
+/** A file that is written at once. */
+struct file_text
+{
+    std::filesystem::path path;
+    std::string text;
+};
+
 /**
- * Replaces a file by a text, in such a way that a reader finds the old or the new text, whole.
+ * Replaces files, in such a way that a reader finds the old or the new text of each, whole.
  *
- * @throws recording_error when it cannot be written; the old file is then untouched
+ * @throws recording_error when they cannot be written; when there is no room for all of them, all old files
+ *         are untouched
  */
-void replace_file(const std::filesystem::path &path, std::string_view text);
+void replace_files(const std::vector<file_text> &files);
 
 } // namespace vantor
 

@@ -54,6 +54,11 @@ session_description read_session(const json &collection)
 /** The directory of a recording that is named by its directory or by one of its files. */
 std::filesystem::path directory_of(const std::filesystem::path &place)
 {
+    if (!std::filesystem::exists(place))
+    {
+        throw bad_recording("There is no recording " + place.string() +
+                            ". Give the directory that \"vantor record\" printed.");
+    }
     const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
     return directory.empty() ? "." : directory;
 }
@@ -131,6 +136,11 @@ void session_reader::read_frame(std::size_t item, std::uint64_t number, std::vec
     if (!file)
     {
         throw bad_recording("The samples of " + items_[item].name + " cannot be read.");
+    }
+    ++reads_;
+    if (on_read_)
+    {
+        on_read_(reads_);
     }
 }
 

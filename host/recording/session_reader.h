@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -65,6 +67,12 @@ public:
         return directory_;
     }
 
+    /** Sets what is called after each read_frame() with the number of them so far, to show progress. */
+    void on_read(std::function<void(std::uint64_t)> handler)
+    {
+        on_read_ = std::move(handler);
+    }
+
     /**
      * Reads the samples of one item in one frame.
      *
@@ -84,6 +92,8 @@ private:
     std::vector<recorded_item> items_;
     std::vector<std::ifstream> data_;
     std::uint64_t frames_ = 0;
+    std::uint64_t reads_ = 0;
+    std::function<void(std::uint64_t)> on_read_;
 };
 
 } // namespace vantor

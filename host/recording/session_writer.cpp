@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "recording/recording_error.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -58,8 +59,8 @@ session_writer::session_writer(std::filesystem::path directory, session_descript
 {
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
     {
-        throw recording_error("The server measures " + std::to_string(session_.metadata.items.size()) +
-                              " items where the configuration has another number of them.");
+        throw protocol_error("The server measures " + std::to_string(session_.metadata.items.size()) +
+                             " items where the configuration has another number of them.");
     }
     make_new_directory(directory_);
     captures_.push_back({.first_frame = 0, .frames_lost = 0, .datetime = present_time()});
@@ -123,23 +124,24 @@ std::uint64_t session_writer::data_length() const noexcept
     return length;
 }
 
-/** Writes the items' documents and then the collection, which holds their digests. */
+/** Writes the items' documents and the collection, which holds their digests: all of them or none. */
 void session_writer::write_documents(bool finished)
 {
     std::vector<stream> streams;
+    std::vector<file_text> documents;
     for (std::size_t i = 0; i < items_.size(); ++i)
     {
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),
                                .digest = finished ? items_[i].digest() : std::string()};
-        const auto text = item_document(session_, i, state, captures_).dump(2) + "\n";
         const auto name = item_name(session_.metadata.items[i]);
-        replace_file(directory_ / (name + ".sigmf-meta"), text);
-        streams.push_back({.name = name, .digest = sha512_of(text)});
+        documents.push_back({.path = directory_ / (name + ".sigmf-meta"),
+                             .text = item_document(session_, i, state, captures_).dump(2) + "\n"});
+        streams.push_back({.name = name, .digest = sha512_of(documents.back().text)});
     }
-    const auto collection = collection_document(session_, streams);
-    replace_file(directory_ / (std::string(collection_name) + ".sigmf-collection"),
-                 collection.dump(2) + "\n");
+    documents.push_back({.path = directory_ / (std::string(collection_name) + ".sigmf-collection"),
+                         .text = collection_document(session_, streams).dump(2) + "\n"});
+    replace_files(documents);
 }
 
 } // namespace vantor

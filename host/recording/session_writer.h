@@ -29,6 +29,7 @@ public:
      *
      * @param directory  must not exist, or be empty
      * @param session    what is recorded; its configuration must have the items of its metadata
+     * @throws protocol_error when the server measures other items than those of the configuration
      * @throws recording_error when it cannot be created
      */
     session_writer(std::filesystem::path directory, session_description session);

@@ -13,7 +13,7 @@ namespace vantor
 class tick_clock
 {
 public:
-    /** @param ticks_per_second  at least 1 */
+    /** @param ticks_per_second  0 for no clock: then no time passes */
     explicit tick_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
     {
     }
@@ -33,7 +33,7 @@ public:
     /** The time of the last tick, in seconds since the first one. */
     [[nodiscard]] double seconds() const
     {
-        return static_cast<double>(elapsed_) / ticks_per_second_;
+        return ticks_per_second_ > 0.0 ? static_cast<double>(elapsed_) / ticks_per_second_ : 0.0;
     }
 
 private:

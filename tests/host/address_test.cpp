@@ -42,14 +42,17 @@ TEST(address, reads_serial_with_and_without_speed)
 TEST(address, reads_simulator_arguments)
 {
     EXPECT_THAT(std::get<simulator_address>(parse_address("sim:")).arguments, IsEmpty());
+    EXPECT_THAT(
+        std::get<simulator_address>(parse_address("sim:--scene \"my scene.json\" --seed 3")).arguments,
+        ElementsAre("--scene", "my scene.json", "--seed", "3"));
     EXPECT_THAT(std::get<simulator_address>(parse_address("sim:--sensors 2")).arguments,
                 ElementsAre("--sensors", "2"));
 }
 
 TEST(address, writes_what_it_reads)
 {
-    for (const char *text :
-         {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "serial:/dev/ttyUSB0@9600", "sim:", "sim:--sensors 2"})
+    for (const char *text : {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "serial:/dev/ttyUSB0@9600",
+                             "sim:", "sim:--sensors 2", "sim:--scene \"my scene.json\""})
     {
         EXPECT_EQ(to_string(parse_address(text)), text);
     }

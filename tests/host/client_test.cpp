@@ -4,8 +4,12 @@
 #include "vantor/client.h"
 
 #include <atomic>
+#include <cstdlib>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include "fake_server.h"
 #include "vantor/errors.h"
@@ -52,6 +56,16 @@ TEST(client, drops_what_an_earlier_session_left_on_the_line)
         host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
     });
     EXPECT_EQ(connect(server).server().sensor, "k330");
+}
+
+TEST(client, says_that_the_server_serves_another_host)
+{
+    fake_server server;
+    server.on("end", [](host_connection &host, const json &) {
+        host.send({{"status", "error"}, {"code", "busy"}, {"message", "Wait."}, {"payload_size", 0}}, "");
+        host.close();
+    });
+    EXPECT_THAT([&] { connect(server); }, ThrowsMessage<server_error>(HasSubstr("busy")));
 }
 
 TEST(client, refuses_another_protocol_version)
@@ -231,7 +245,20 @@ TEST(client, refuses_a_frame_of_another_length)
     });
     auto host = connect(server);
     host.configure(example_session().configuration);
-    EXPECT_THAT([&] { host.single_frame(); }, ThrowsMessage<protocol_error>(HasSubstr("4 bytes")));
+    for (int i = 0; i < 2; ++i)
+    {
+        const auto position = host.bytes_received();
+        try
+        {
+            host.single_frame();
+            FAIL() << "not refused";
+        }
+        catch (const bad_message &fault)
+        {
+            EXPECT_EQ(fault.position(), position);
+            EXPECT_THAT(fault.what(), HasSubstr("4 bytes"));
+        }
+    }
 }
 
 TEST(client, refuses_messages_that_answer_nothing)
@@ -261,6 +288,24 @@ TEST(client, gives_up_on_a_silent_server)
     EXPECT_GE(waited, 500ms);
     EXPECT_LT(waited, 5s);
     host.identify();
+}
+
+TEST(client, gives_up_on_a_line_that_never_falls_silent)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &host, const json &) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            host.send("$GPGGA,");
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    auto timeouts = patience;
+    timeouts.answer = 300ms;
+    auto host = connect(server, timeouts);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_THROW(host.ping(), timeout_error);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 1500ms);
 }
 
 TEST(client, notices_that_the_server_goes_and_reconnects)
@@ -301,6 +346,104 @@ TEST(client, asks_for_statistics)
         host.send({{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", 7}}, "");
     });
     EXPECT_EQ(connect(server).stats()["frames"], 7);
+}
+
+/** A server on a pseudo-terminal, which changes its speed but cannot be reached at the new one. */
+class deaf_serial_server
+{
+public:
+    deaf_serial_server() : master_(posix_openpt(O_RDWR | O_NOCTTY))
+    {
+        grantpt(master_);
+        unlockpt(master_);
+        device_ = open(ptsname(master_), O_RDWR | O_NOCTTY);
+        cfmakeraw(&settings_);
+        tcsetattr(device_, TCSANOW, &settings_);
+        thread_ = std::thread([this] { run(); });
+    }
+    deaf_serial_server(const deaf_serial_server &) = delete;
+    deaf_serial_server &operator=(const deaf_serial_server &) = delete;
+    deaf_serial_server(deaf_serial_server &&) = delete;
+    deaf_serial_server &operator=(deaf_serial_server &&) = delete;
+
+    ~deaf_serial_server()
+    {
+        thread_.join();
+        close(device_);
+        close(master_);
+    }
+
+    /** Where it listens. */
+    std::string address() const
+    {
+        return std::string("serial:") + ptsname(master_) + "@9600";
+    }
+
+    /** The speed to which the host has set the line. */
+    speed_t speed()
+    {
+        tcgetattr(device_, &settings_);
+        return cfgetospeed(&settings_);
+    }
+
+    /** The speed at which the host sent its ping. */
+    std::atomic<speed_t> speed_of_ping = B0;
+
+private:
+    void run()
+    {
+        std::string line;
+        for (char byte = 0; speed_of_ping == B0 && read(master_, &byte, 1) == 1;)
+        {
+            line += byte;
+            if (byte == '\n')
+            {
+                answer(line);
+                line.clear();
+            }
+        }
+    }
+
+    void answer(const std::string &line)
+    {
+        if (line.find("ping") != std::string::npos)
+        {
+            speed_of_ping = speed();
+            return;
+        }
+        json reply = {{"status", "ok"},
+                      {"payload_size", 0},
+                      {"server_version", "0.1.0"},
+                      {"protocol_version", 1},
+                      {"sensor", "k330"},
+                      {"sensor_count", 0},
+                      {"connected_sensors", json::array()},
+                      {"ticks_per_second", 1},
+                      {"max_baudrate", 921600}};
+        if (line != "\n")
+        {
+            reply["command"] = json::parse(line)["command"];
+            const auto text = reply.dump() + "\n";
+            EXPECT_EQ(write(master_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        }
+    }
+
+    int master_;
+    int device_ = -1;
+    termios settings_{};
+    std::thread thread_;
+};
+
+TEST(client, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_new_one)
+{
+    deaf_serial_server server;
+    auto timeouts = patience;
+    timeouts.answer = 500ms;
+    client host(parse_address(server.address()), timeouts);
+    EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
+    EXPECT_THROW(host.set_baudrate(115200), timeout_error);
+    EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B115200));
+    EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
 }
 
 TEST(client, does_not_change_the_speed_of_a_network)

@@ -3,6 +3,9 @@
  */
 #include "commands/command_line.h"
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -113,6 +116,8 @@ TEST(command_line, keeps_calibrations_in_a_file)
     EXPECT_THAT(text.out, HasSubstr("sensor 1 calibrated at 24 degrees"));
     EXPECT_EQ(json::parse(test::read_file(file))["calibration_info"],
               test::example_session().metadata["calibration_info"]);
+    EXPECT_EQ(run({"calibrate", "--output", file, "--connect", server.address(), "--json"}).out,
+              test::read_file(file));
     const auto sent = json::parse(server.lines()[2])["configuration"]["groups"];
     EXPECT_EQ(sent, json::parse(R"([[{"sensor_id":1,"config":{}},{"sensor_id":2,"config":{}}]])"));
 }
@@ -135,6 +140,11 @@ TEST(command_line, looks_into_recordings)
     EXPECT_EQ(run({"export", place, "--format", "xml"}).code, exit_code::usage);
     EXPECT_EQ(run({"plot", place}).code, exit_code::success);
     EXPECT_TRUE(std::filesystem::exists(directory / "out/picture.png"));
+    const auto picture = (directory / "other picture.png").string();
+    EXPECT_EQ(json::parse(run({"plot", place, "--json", "--output", picture}).out)["picture"], picture);
+    const auto exported =
+        run({"export", place, "--json", "--format", "csv", "--output", (directory / "csv").string()});
+    EXPECT_EQ(json::parse(exported.out)["files"].size(), 3U);
     for (const char *command : {"info", "plot", "replay"})
     {
         EXPECT_EQ(run({command, (directory / "missing").string()}).code, exit_code::bad_file) << command;
@@ -146,10 +156,32 @@ TEST(command_line, completes_in_shells)
     const auto bash = run({"completion", "bash"}).out;
     EXPECT_THAT(bash, HasSubstr("identify scan validate"));
     EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
-    EXPECT_THAT(bash, HasSubstr("complete -o filenames -F _vantor vantor"));
     EXPECT_THAT(run({"completion", "zsh"}).out, testing::StartsWith("#compdef vantor\n"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
     EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
+}
+
+/** What a real bash completes after some words. */
+std::string completed(const std::filesystem::path &directory, const std::string &words)
+{
+    const auto script = directory / "complete.bash";
+    std::ofstream(script) << run({"completion", "bash"}).out << "cd '" << directory.string()
+                          << "' || exit\nCOMP_WORDS=(vantor " << words
+                          << ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_vantor\n"
+                             "printf '%s\\n' \"${COMPREPLY[@]}\" > completed\n";
+    EXPECT_EQ(std::system(("bash '" + script.string() + "'").c_str()), 0);
+    return test::read_file(directory / "completed");
+}
+
+TEST(command_line, completes_in_a_real_bash)
+{
+    const test::temporary_directory directory;
+    static_cast<void>(directory.write("my config.json", "{}"));
+    EXPECT_EQ(completed(directory / "", "re"), "record\nreplay\n");
+    EXPECT_EQ(completed(directory / "", "record --fr"), "--frames\n");
+    EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
+    EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
 }
 
 TEST(command_line, refuses_wrong_usage)
@@ -161,6 +193,10 @@ TEST(command_line, refuses_wrong_usage)
                                                {"record", "x.json", "--frames", "0"},
                                                {"record", "x.json", "--frames", "-3"},
                                                {"record", "x.json", "--frames", "many"},
+                                               {"record", "x.json", "--frames", "99999999999999999999"},
+                                               {"record", "x.json", "--seconds", "nan"},
+                                               {"record", "x.json", "--seconds", "0"},
+                                               {"plot", "x", "--distance", "inf"},
                                                {"record", "x.json", "--no-such-option"}})
     {
         const auto result = run(arguments);
@@ -194,6 +230,17 @@ TEST(command_line, has_an_exit_code_for_each_kind_of_failure)
     const auto refused = run({"record", good, "--connect", server.address()});
     EXPECT_EQ(refused.code, exit_code::refused);
     EXPECT_EQ(refused.err, "vantor: Choose another prf. (invalid_prf)\n");
+}
+
+TEST(command_line, refuses_a_server_that_measures_something_else)
+{
+    const test::temporary_directory directory;
+    const auto other =
+        directory.write("other.json", R"({"groups":[[{"sensor_id":1,"config":{}}]]})").string();
+    const fake_server server;
+    EXPECT_EQ(
+        run({"record", other, "--connect", server.address(), "--output", (directory / "out").string()}).code,
+        exit_code::bad_link);
 }
 
 TEST(command_line, tells_bad_messages_and_unwritable_output_apart)

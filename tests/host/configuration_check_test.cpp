@@ -60,13 +60,15 @@ TEST(configuration_check, finds_each_kind_of_fault)
 {
     const std::vector<std::tuple<json, const char *, const char *>> cases = {
         {{{"num_points", 0}}, "/groups/0/0/config/num_points", "1"},
-        {{{"num_points", 2.5}}, "/groups/0/0/config/num_points", ""},
+        {{{"num_points", 2.6}}, "/groups/0/0/config/num_points", "3"},
+        {{{"num_points", 4095.5}}, "/groups/0/0/config/num_points", "4095"},
         {{{"num_points", "many"}}, "/groups/0/0/config/num_points", ""},
         {{{"enable_tx", 1}}, "/groups/0/0/config/enable_tx", ""},
         {{{"prf", "13.0_MHz"}}, "/groups/0/0/config/prf", "\"13_0_MHz\""},
         {{{"inter_frame_idle_state", "Ready"}}, "/groups/0/0/config/inter_frame_idle_state", "\"ready\""},
         {{{"frame_rate", -1}}, "/groups/0/0/config/frame_rate", "0"},
         {{{"frame_rate", 0.009}}, "/groups/0/0/config/frame_rate", "0.01"},
+        {{{"frame_rate", 1e300}}, "/groups/0/0/config/frame_rate", "1000000"},
         {{{"sweep_rate", 2e6}}, "/groups/0/0/config/sweep_rate", "1000000"},
         {{{"step_lenght", 2}}, "/groups/0/0/config/step_lenght", "\"step_length\""},
         {{{"zzzzzzzzzzzzzzzz", 2}}, "/groups/0/0/config/zzzzzzzzzzzzzzzz", ""},
@@ -77,7 +79,7 @@ TEST(configuration_check, finds_each_kind_of_fault)
          "/groups/0/0/config",
          "\"sweeps_per_frame\": 4"},
         {{{"start_point", 3800}}, "/groups/0/0/config", "\"num_points\": 44"},
-        {{{"start_point", 20000}}, "/groups/0/0/config", ""},
+        {{{"start_point", 20000}}, "/groups/0/0/config", "\"start_point\": 3843, \"num_points\": 1"},
         {{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}},
          "/groups/0/0/config/inter_sweep_idle_state",
          "\"ready\""},
@@ -92,6 +94,21 @@ TEST(configuration_check, finds_each_kind_of_fault)
         EXPECT_EQ(fault.pointer, pointer) << config;
         EXPECT_EQ(fault.nearest, nearest) << config;
         EXPECT_FALSE(fault.allowed.empty()) << config;
+    }
+}
+
+TEST(configuration_check, cuts_long_values_between_characters)
+{
+    for (const char *start : {"", "x"})
+    {
+        std::string word = start;
+        for (int i = 0; i < 40; ++i)
+        {
+            word += "ä";
+        }
+        const auto got = fault_of(document_with({{"prf", word}})).got;
+        EXPECT_LT(got.size(), 45U);
+        EXPECT_NO_THROW(json(got).dump()) << got;
     }
 }
 
@@ -116,6 +133,11 @@ TEST(configuration_check, finds_faults_outside_of_configurations)
                   d["calibration_info"] = {{{"sensor_id", 1}, {"data", "12"}}};
               }),
               "/calibration_info/0/data");
+    EXPECT_EQ(with([](json &d) {
+                  d["groups"] = json::array();
+                  d["max_update_rate"] = 1e39;
+              }),
+              "/max_update_rate");
     EXPECT_EQ(with([](json &d) { d["max_update_rate"] = 10; }), "/groups/0/0/config/frame_rate");
     EXPECT_EQ(with([](json &d) { d["update_rate"] = 10; }), "/groups/0/0/config/frame_rate");
     EXPECT_EQ(with([](json &d) {

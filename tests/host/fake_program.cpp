@@ -1,32 +1,62 @@
 /** @file
- * A stand-in for the program vantor_server; its last argument says how it behaves.
+ * A stand-in for the program vantor_server on its standard input and output.
  */
-#include <chrono>
+#include <array>
 #include <iostream>
 #include <string>
 #include <thread>
 
+#include <asio/buffer.hpp>
+#include <asio/write.hpp>
+#include <unistd.h>
+
 #include "fake_server.h"
+
+namespace
+{
+
+using asio::ip::tcp;
+
+/** Carries what the host says to the server, and ends the program when the host is gone. */
+void carry_input(tcp::socket &server)
+{
+    std::array<char, 4096> piece{};
+    ssize_t count = 0;
+    while ((count = read(STDIN_FILENO, piece.data(), piece.size())) > 0)
+    {
+        asio::write(server, asio::buffer(piece.data(), static_cast<std::size_t>(count)));
+    }
+    std::_Exit(0);
+}
+
+/** Carries what the server says to the host. */
+void carry_output(tcp::socket &server)
+{
+    std::array<char, 4096> piece{};
+    asio::error_code failure;
+    while (!failure)
+    {
+        const auto count = server.read_some(asio::buffer(piece), failure);
+        std::cout.write(piece.data(), static_cast<std::streamsize>(count)).flush();
+    }
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
-    const std::string behaviour = argc > 3 ? argv[argc - 1] : "";
-    if (argc < 3 || std::string(argv[1]) != "--tcp" || std::string(argv[2]) != "0" || behaviour == "refuse")
+    if (argc != 2 || std::string(argv[1]) != "--stdio")
     {
         std::cerr << "fake program: refused\n";
         return 1;
     }
-    if (behaviour == "mumble")
-    {
-        std::cout << "hello\n" << std::flush;
-    }
-    if (behaviour != "mute" && behaviour != "mumble")
-    {
-        static vantor::test::fake_server server;
-        server.on("start", vantor::test::stream_frames(20));
-        std::cout << "listening on " << server.address() << "\n" << std::flush;
-        std::this_thread::sleep_for(std::chrono::minutes(1));
-    }
-    std::this_thread::sleep_for(std::chrono::minutes(1));
+    vantor::test::fake_server server;
+    server.on("start", vantor::test::stream_frames(20));
+    const auto port = server.address().substr(server.address().rfind(':') + 1);
+    asio::io_context io;
+    tcp::socket connection(io);
+    connection.connect({asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(std::stoi(port))});
+    std::thread(carry_input, std::ref(connection)).detach();
+    carry_output(connection);
     return 0;
 }

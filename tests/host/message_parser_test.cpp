@@ -246,6 +246,61 @@ TEST(message_parser, finds_the_next_message_wherever_the_stream_was_joined)
     }
 }
 
+/** A message whose header has all that makes finding its start hard. */
+std::string frame(const std::string &payload)
+{
+    return R"({"result_info":[[{"tick":1},{"tick":2,"text":"\"}]{\\"}],[{}]],"status":"ok","payload_size":)" +
+           std::to_string(payload.size()) + "}\n" + payload;
+}
+
+/** The payloads of all messages in a stream, and the number of faults. */
+std::pair<std::vector<std::string>, int> read_all(const std::string &stream)
+{
+    message_parser parser;
+    parser.feed(bytes(stream));
+    std::pair<std::vector<std::string>, int> result;
+    while (true)
+    {
+        try
+        {
+            const auto received = parser.next();
+            if (!received)
+            {
+                return result;
+            }
+            result.first.push_back(text(received->payload));
+        }
+        catch (const bad_message &)
+        {
+            ++result.second;
+        }
+    }
+}
+
+TEST(message_parser, finds_the_next_frame_of_a_stream_whose_payloads_end_without_line_feed)
+{
+    const std::string stream = frame("one {\"[") + frame("two\n\\\"}") + frame("three") + frame("four");
+    for (std::size_t lost = 0; lost < frame("one {\"[").size() + frame("two\n\\\"}").size(); ++lost)
+    {
+        auto damaged = stream;
+        damaged.erase(lost, 1);
+        const auto [payloads, faults] = read_all(damaged);
+        EXPECT_THAT(payloads, testing::Contains("four")) << "byte " << lost << " lost";
+        EXPECT_GE(payloads.size(), 2U) << "byte " << lost << " lost";
+        damaged = stream;
+        damaged.insert(lost, 1, 'x');
+        EXPECT_THAT(read_all(damaged).first, testing::Contains("four")) << "byte added at " << lost;
+    }
+}
+
+TEST(message_parser, loses_no_message_to_bytes_before_its_header)
+{
+    const auto [payloads, faults] =
+        read_all(frame("one") + "noise" + frame("two") + "noise" + frame("three"));
+    EXPECT_THAT(payloads, testing::ElementsAre("one", "two", "three"));
+    EXPECT_EQ(faults, 2);
+}
+
 TEST(message_parser, counts_from_zero_after_a_reset)
 {
     message_parser parser;

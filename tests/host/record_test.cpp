@@ -3,6 +3,7 @@
  */
 #include "commands/record.h"
 
+#include <atomic>
 #include <csignal>
 #include <sstream>
 
@@ -176,6 +177,51 @@ TEST(record, goes_on_after_a_disturbance_and_says_where_it_was)
     ASSERT_EQ(captures.size(), 2U);
     EXPECT_EQ(captures[1]["core:sample_start"], 2 * 40);
     EXPECT_EQ(captures[1]["core:global_index"], 5 * 40);
+}
+
+TEST(record, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
+{
+    fake_server server;
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(2)(host, command);
+        const auto session = example_session();
+        auto wrong = session.frame_header(2);
+        wrong["payload_size"] = 38; // instead of 380
+        host.send(wrong, session.frame_payload(2));
+        host.send(session.frame_header(3), session.frame_payload(3));
+        host.send(session.frame_header(4), session.frame_payload(4).substr(10));
+        for (std::uint32_t number = 5; number < 9; ++number)
+        {
+            host.send(session.frame_header(number), session.frame_payload(number));
+        }
+    });
+    record_fixture fixture(server);
+    fixture.options.frames = 7;
+    EXPECT_EQ(fixture.run(), exit_code::success);
+    EXPECT_THAT(fixture.out.str(), HasSubstr("disturbed 2 times"));
+    EXPECT_THAT(read_file(fixture.directory / "out/group-1-item-1.frames.csv"),
+                testing::AllOf(HasSubstr(",20000,"), HasSubstr(",60000,"), HasSubstr(",120000,")));
+    const auto captures = fixture.first_item()["captures"];
+    ASSERT_EQ(captures.size(), 3U);
+    EXPECT_EQ(captures[2]["core:global_index"], 6 * 40);
+}
+
+TEST(record, gives_up_when_only_nonsense_comes)
+{
+    std::atomic<bool> over = false;
+    fake_server server;
+    server.on("start", [&](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        while (!over)
+        {
+            host.send({{"status", "ok"}, {"payload_size", 1}, {"result_info", json::array()}}, "x");
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+    record_fixture fixture(server);
+    fixture.options.frames = 1000000;
+    EXPECT_THROW(fixture.run(), bad_message);
+    over = true;
 }
 
 TEST(record, ends_at_an_interrupt)

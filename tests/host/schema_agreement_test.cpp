@@ -212,5 +212,75 @@ TEST(schema_agreement, holds_at_the_edges_of_the_rules_between_members)
     }
 }
 
+/** A document with one item. */
+json document_with(json config, json members = json::object())
+{
+    members["sensor_id"] = members.value("sensor_id", json(1));
+    members["config"] = std::move(config);
+    return {{"groups", json::array({json::array({std::move(members)})})}};
+}
+
+TEST(schema_agreement, ends_where_the_reference_says_so)
+{
+    judge server;
+    const auto nothing = json::object();
+    auto with_member = document_with(nothing);
+    with_member["max_update_rate"] = "fast";
+    with_member["update_rate"] = 5;
+    const std::vector<json> only_server_accepts = {
+        {{"no_such_member", 1}},
+        document_with(nothing, {{"no_such_member", 1}}),
+        {{"enable_log", 3}},
+        {{"enable_diagnostics", 1}},
+        document_with(nothing, {{"cca_enable", 1}}),
+        document_with(nothing, {{"cca_enable", true}, {"cca_threshold", "high"}}),
+        document_with(nothing, {{"cca_enable", true}, {"cca_threshold", 1e39}}),
+        document_with(nothing, {{"cca_enable", true}, {"cca_debug", 0}}),
+        document_with({{"num_points", 65546}}),
+        document_with({{"step_length", -65535}}),
+        document_with({{"receiver_gain", 256}}),
+        document_with({{"profile", 257}}),
+        document_with({{"frame_rate", 1e-46}}),
+        with_member,
+        {{"groups", {{"first", json::array({{{"sensor_id", 1}, {"config", nothing}}})}}}},
+        {{"groups", 7}},
+    };
+    for (const auto &document : only_server_accepts)
+    {
+        EXPECT_NE(first_fault(document), "") << document;
+        EXPECT_EQ(server.refusal(document), "") << document;
+    }
+    const std::vector<json> only_schema_accepts = {
+        document_with(nothing, {{"sensor_id", 4}}),
+        {{"groups", json::array({json(4, {{"sensor_id", 1}, {"config", nothing}})})}},
+        {{"calibration_info", {{{"sensor_id", 1}, {"data", std::string(480, '0')}}}}},
+        document_with({{"frame_rate", 1000000}}),
+    };
+    for (const auto &document : only_schema_accepts)
+    {
+        EXPECT_EQ(first_fault(document), "") << document;
+        EXPECT_NE(server.refusal(document), "") << document;
+    }
+}
+
+TEST(schema_agreement, holds_for_numbers_at_the_ends_of_their_types)
+{
+    judge server;
+    for (const double rate : {-1e39, -3.4028234e38, -1.0, 0.0, 1e-60, 3.4028234e38, 1e39, 1e300})
+    {
+        for (const char *name : {"update_rate", "max_update_rate"})
+        {
+            auto document = document_with(json::object());
+            document[name] = rate;
+            EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << document;
+        }
+    }
+    for (const double value : {-2147483649.0, -2147483648.0, 70000.0, 2147483647.0, 2147483648.0, 1.5})
+    {
+        const auto document = document_with(json::object(), {{"cpd_overrides", {{"tx_duration", value}}}});
+        EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << document;
+    }
+}
+
 } // namespace
 } // namespace vantor

@@ -137,5 +137,26 @@ TEST(exporter, writes_numpy_arrays)
     EXPECT_EQ(value, 4000.0F);
 }
 
+TEST(session_reader, tells_how_many_frames_were_read)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 2);
+    session_reader recording(directory / "out");
+    std::uint64_t reads = 0;
+    recording.on_read([&](std::uint64_t count) { reads = count; });
+    export_csv(recording, directory / "csv");
+    EXPECT_EQ(reads, recording.frames() * recording.items().size());
+}
+
+TEST(session_reader, does_not_take_the_present_directory_for_one_that_is_missing)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 1);
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory / "out");
+    EXPECT_THROW(session_reader("missing"), bad_recording);
+    std::filesystem::current_path(before);
+}
+
 } // namespace
 } // namespace vantor

@@ -3,6 +3,7 @@
  */
 #include "vantor/session.h"
 
+#include <cmath>
 #include <functional>
 
 #include <gmock/gmock.h>
@@ -176,9 +177,56 @@ TEST(session, reads_what_a_server_says_of_itself)
     auto absent = identity;
     absent["connected_sensors"] = {6};
     EXPECT_THROW(decode_server_info(absent), protocol_error);
-    auto stopped = identity;
-    stopped["ticks_per_second"] = 0;
-    EXPECT_THROW(decode_server_info(stopped), protocol_error);
+    auto backwards = identity;
+    backwards["ticks_per_second"] = -1;
+    EXPECT_THROW(decode_server_info(backwards), protocol_error);
+}
+
+TEST(session, takes_a_server_without_clock)
+{
+    const auto info = decode_server_info({{"server_version", "0.1.0"},
+                                          {"protocol_version", 1},
+                                          {"sensor", "k330"},
+                                          {"sensor_count", 0},
+                                          {"connected_sensors", json::array()},
+                                          {"ticks_per_second", 0},
+                                          {"max_baudrate", 0}});
+    EXPECT_EQ(info.ticks_per_second, 0.0);
+}
+
+TEST(decode_server_info, takes_memory_and_stack_when_they_are_told)
+{
+    nlohmann::json document = {{"server_version", "1"},
+                               {"protocol_version", 1},
+                               {"sensor", "k330"},
+                               {"sensor_count", 0},
+                               {"ticks_per_second", 0},
+                               {"max_baudrate", 0},
+                               {"connected_sensors", nlohmann::json::array()}};
+    EXPECT_FALSE(decode_server_info(document).memory);
+    EXPECT_FALSE(decode_server_info(document).stack);
+    document["memory"] = {{"size", 5}, {"live", 4}, {"peak", 3}, {"largest_free", 2}, {"failures", 1}};
+    document["stack"] = {{"size", 7}, {"peak", 6}};
+    const auto info = decode_server_info(document);
+    EXPECT_EQ(info.memory->size, 5U);
+    EXPECT_EQ(info.memory->live, 4U);
+    EXPECT_EQ(info.memory->peak, 3U);
+    EXPECT_EQ(info.memory->largest_free, 2U);
+    EXPECT_EQ(info.memory->failures, 1U);
+    EXPECT_EQ(info.stack->size, 7U);
+    EXPECT_EQ(info.stack->peak, 6U);
+    document["stack"].erase("peak");
+    EXPECT_THROW(decode_server_info(document), protocol_error);
+}
+
+TEST(session, takes_null_for_numbers_that_do_not_exist)
+{
+    auto document = example_session().metadata;
+    document["metadata"][0][0]["max_sweep_rate"] = nullptr;
+    EXPECT_TRUE(std::isnan(decode_metadata(document).items[0].max_sweep_rate));
+    auto received = frame_message(0);
+    received.header["result_info"][0][0]["cca_value"] = nullptr;
+    EXPECT_EQ(decode_frame(received, example_metadata()).items()[0].cca_value, std::nullopt);
 }
 
 } // namespace

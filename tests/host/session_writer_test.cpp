@@ -14,6 +14,7 @@
 #include "recording/recording_error.h"
 #include "recording/sha512.h"
 #include "temporary_directory.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -129,6 +130,22 @@ TEST(session_writer, describes_each_item_as_sigmf)
     EXPECT_EQ(document["captures"][0]["core:sample_start"], 0);
 }
 
+TEST(session_writer, tells_no_time_without_the_servers_clock)
+{
+    const test::temporary_directory directory;
+    auto description = example_description();
+    description.server.ticks_per_second = 0.0;
+    session_writer writer(directory / "out", description);
+    writer.add(example_frame(0));
+    writer.add(example_frame(1));
+    writer.finish();
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    expect_valid_sigmf(document);
+    EXPECT_FALSE(document["global"].contains("core:sample_rate"));
+    EXPECT_FALSE(document["global"].contains("vantor:frame_rate"));
+    EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"), HasSubstr("\n1,0,20000,-3,"));
+}
+
 TEST(session_writer, holds_the_session_together_in_a_collection)
 {
     const test::temporary_directory directory;
@@ -221,7 +238,7 @@ TEST(session_writer, refuses_a_session_that_is_not_that_of_its_configuration)
     const test::temporary_directory directory;
     auto description = example_description();
     description.configuration["groups"].erase(1);
-    EXPECT_THROW(session_writer(directory / "out", description), recording_error);
+    EXPECT_THROW(session_writer(directory / "out", description), protocol_error);
 }
 
 /** Lets files grow to so many bytes only, as a full disk does, while an object of it lives. */

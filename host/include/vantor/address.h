@@ -40,7 +40,8 @@ using address = std::variant<tcp_address, serial_address, simulator_address>;
  * Reads an address.
  *
  * @param text  "tcp:HOST:PORT" (an IPv6 number in brackets), "serial:DEVICE" or "serial:DEVICE@BAUD" (115200
- *              when not given), "sim:" or "sim:ARGUMENTS" with the arguments separated by spaces
+ *              when not given), "sim:" or "sim:ARGUMENTS" with the arguments separated by spaces, in double
+ *              quotes when they hold some
  * @return the address
  * @throws address_error when the text has none of these forms
  */

@@ -46,8 +46,9 @@ struct client_timeouts
  *
  * A slow reader loses nothing: bytes are taken from the link only when a message is asked for, so the server
  * waits. Every call but those of other objects may throw: connection_lost, timeout_error, bad_message,
- * protocol_error, and server_error when the server refuses. After bad_message the call may be repeated; after
- * any other, end() brings the server back to a known state, and reconnect() does after connection_lost.
+ * protocol_error, and server_error when the server refuses. After bad_message (which a frame that does not
+ * fit the session's metadata is too) the call may be repeated; after any other, end() brings the server back
+ * to a known state, and reconnect() does after connection_lost.
  *
  * For one thread at a time.
  */
@@ -64,6 +65,7 @@ public:
      * @param where     the server
      * @param timeouts  how long to wait for what
      * @throws connect_error when there is no server
+     * @throws server_error with the code "busy" when it serves another host
      * @throws protocol_error when it speaks another version of the protocol
      */
     explicit client(const address &where, client_timeouts timeouts = {});
@@ -133,7 +135,8 @@ public:
     void forward_log(std::string_view level, log_handler handler);
 
     /**
-     * Changes the speed of a serial line at both ends.
+     * Changes the speed of a serial line at both ends. When the server does not answer at the new speed, the
+     * line goes back to the old one, and so does the server within two seconds.
      *
      * @param baudrate  in bits per second, at most server().max_baudrate
      */

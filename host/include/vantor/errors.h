@@ -55,7 +55,7 @@ class bad_message : public error
 public:
     /**
      * @param position  where the fault is, in bytes from the start of the connection
-     * @param reason    what is wrong, without a full stop
+     * @param reason    what is wrong
      */
     bad_message(std::uint64_t position, const std::string &reason)
         : error("byte " + std::to_string(position) + ": " + reason), position_(position)

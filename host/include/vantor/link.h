@@ -50,9 +50,10 @@ public:
      * Changes the speed of a serial line.
      *
      * @param baudrate  in bits per second
+     * @return the speed before
      * @throws error when the link has no such speed
      */
-    virtual void set_baudrate(std::uint32_t baudrate) = 0;
+    virtual std::uint32_t set_baudrate(std::uint32_t baudrate) = 0;
 };
 
 /**

@@ -38,8 +38,8 @@ struct message_limits
 /**
  * Cuts a stream of bytes into messages, whatever the pieces in which the bytes arrive.
  *
- * After a fault it reports one bad_message and then drops line after line, in silence, until one is a header:
- * so it finds the next message by itself.
+ * After a fault it reports one bad_message and then drops line after line, in silence, until one is a header
+ * or ends with one, behind the rest of a payload: so it finds the next message by itself.
  */
 class message_parser
 {

@@ -23,6 +23,23 @@ namespace vantor
 /** One complex sample, in-phase part first. */
 using sample = std::complex<std::int16_t>;
 
+/** Use of a server's memory, in bytes. */
+struct memory_use
+{
+    std::uint64_t size = 0;         /**< in all */
+    std::uint64_t live = 0;         /**< in use now */
+    std::uint64_t peak = 0;         /**< most that was ever in use at a time */
+    std::uint64_t largest_free = 0; /**< largest request that could be met now */
+    std::uint64_t failures = 0;     /**< number of requests that could not be met */
+};
+
+/** Use of a server's stack, in bytes. */
+struct stack_use
+{
+    std::uint64_t size = 0; /**< in all */
+    std::uint64_t peak = 0; /**< most that was ever in use at a time */
+};
+
 /** What a server says of itself. */
 struct server_info
 {
@@ -31,8 +48,10 @@ struct server_info
     std::string sensor;                      /**< model of the sensors */
     unsigned sensor_count = 0;               /**< places for sensors on the board */
     std::vector<unsigned> connected_sensors; /**< numbers of the sensors that are there, from 1 */
-    double ticks_per_second = 0.0;           /**< unit of every tick; at least 1 */
+    double ticks_per_second = 0.0;           /**< unit of every tick; 0 when the server has no clock */
     std::uint32_t max_baudrate = 0;          /**< 0 when the link has no baud rate to change */
+    std::optional<memory_use> memory;        /**< nothing when the server does not know it */
+    std::optional<stack_use> stack;          /**< nothing when the server does not know it */
 };
 
 /** A calibration result, in the form that a configuration's "calibration_info" takes back. */
@@ -58,7 +77,7 @@ struct item_layout
     int calibration_temperature = 0;
     std::size_t frame_length = 0; /**< samples of a frame */
     std::size_t sweep_length = 0; /**< samples of a sweep */
-    double max_sweep_rate = 0.0;  /**< in hertz */
+    double max_sweep_rate = 0.0;  /**< in hertz; not a number when the server does not know it */
     bool high_speed_mode = false;
     double base_step_length_m = 0.0; /**< distance of one base step, in metres */
     std::vector<subsweep_layout> subsweeps;

@@ -1,0 +1,46 @@
+/** @file
+ * Progress of a command that reads a recording from one end to the other.
+ */
+#ifndef VANTOR_READING_PROGRESS_H
+#define VANTOR_READING_PROGRESS_H
+
+#include "commands/command_line.h"
+#include "commands/progress.h"
+#include "recording/session_reader.h"
+
+namespace vantor
+{
+
+/** Shows how much of a recording has been read, on a terminal only. */
+class reading_progress
+{
+public:
+    /**
+     * @param recording  outlives this object
+     * @param streams    where to show it
+     * @param times      how often each frame of each item is going to be read
+     */
+    reading_progress(session_reader &recording, const command_streams &streams, unsigned times)
+        : recording_(recording), line_(streams.err, streams.terminal,
+                                       {.frames = recording.frames() * recording.items().size() * times})
+    {
+        recording_.on_read([this](std::uint64_t count) { line_.update(count); });
+    }
+    reading_progress(const reading_progress &) = delete;
+    reading_progress &operator=(const reading_progress &) = delete;
+    reading_progress(reading_progress &&) = delete;
+    reading_progress &operator=(reading_progress &&) = delete;
+
+    ~reading_progress()
+    {
+        recording_.on_read({});
+    }
+
+private:
+    session_reader &recording_;
+    progress_line line_;
+};
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,41 @@
+/** @file
+ * Tests of replacing files.
+ */
+#include "recording/output_file.h"
+
+#include <iterator>
+
+#include <gmock/gmock.h>
+
+#include "recording/recording_error.h"
+#include "temporary_directory.h"
+
+namespace vantor::test
+{
+namespace
+{
+
+TEST(output_file, replaces_all_files)
+{
+    const temporary_directory directory;
+    const auto first = directory / "first";
+    const auto second = directory / "second";
+    replace_files({{first, "one"}});
+    replace_files({{first, "three"}, {second, "four"}});
+    EXPECT_EQ(read_file(first), "three");
+    EXPECT_EQ(read_file(second), "four");
+}
+
+TEST(output_file, replaces_no_file_when_one_cannot_be_written)
+{
+    const temporary_directory directory;
+    const auto first = directory / "first";
+    replace_files({{first, "old"}});
+    EXPECT_THROW(replace_files({{first, "new"}, {directory / "missing/second", "new"}}), recording_error);
+    EXPECT_EQ(read_file(first), "old");
+    const std::filesystem::directory_iterator files(first.parent_path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+} // namespace
+} // namespace vantor::test
