@@ -7,6 +7,7 @@ import signal
 import socket
 import subprocess
 import termios
+import threading
 import time
 import tty
 
@@ -21,6 +22,12 @@ def example(name):
     """The configuration document of an example."""
     with open(os.path.join(EXAMPLES, name), encoding="utf-8") as file:
         return json.load(file)
+
+
+def vantor(*arguments, **options):
+    """Runs the command `vantor` to its end."""
+    return subprocess.run([VANTOR, *map(str, arguments)], capture_output=True, text=True, timeout=60, check=False,
+                          **options)
 
 
 class Server:
@@ -55,6 +62,55 @@ class Server:
         """Lets a host go and connects another one."""
         host.stream.close()
         return self.connect()
+
+
+class Relay(threading.Thread):
+    """Stands between one host and a server on TCP, and keeps what the server sends."""
+
+    def __init__(self, address, damaged=()):
+        """What the server sends goes to the host with the bytes at these places changed."""
+        super().__init__(daemon=True)
+        self.damaged = damaged
+        self.sent = bytearray()
+        name, _, port = address.removeprefix("tcp:").rpartition(":")
+        self.server = socket.create_connection((name, int(port)), TIME_OUT)
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.join(TIME_OUT)
+
+    def run(self):
+        with self.server, self.listener, self.listener.accept()[0] as host:
+            while True:
+                for source in select.select([host, self.server], [], [])[0]:
+                    data = source.recv(65536)
+                    if not data:
+                        return
+                    if source is host:
+                        self.server.sendall(data)
+                    else:
+                        host.sendall(self.damage(bytearray(data)))
+                        self.sent += data
+
+    def damage(self, data):
+        """Changes those bytes of a piece that are to be."""
+        for place in self.damaged:
+            if len(self.sent) <= place < len(self.sent) + len(data):
+                data[place - len(self.sent)] ^= 1
+        return data
+
+    def messages(self):
+        """The messages that the server has sent, whole, each a header and a payload."""
+        start = 0
+        while (end := self.sent.find(b"\n", start) + 1) > 0:
+            header = json.loads(self.sent[start:end])
+            start = end + header["payload_size"]
+            yield header, bytes(self.sent[end:start])
 
 
 class SocketStream:

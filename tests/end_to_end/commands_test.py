@@ -1,0 +1,372 @@
+"""Every command of `vantor` as a person types it: what it prints, what it leaves, its exit code."""
+
+import array
+import json
+import os
+import pty
+import select
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+import tty
+import unittest
+
+import numpy
+
+from sigmf_rules import check_recording
+from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, vantor
+
+COMMANDS = ("identify", "scan", "validate", "calibrate", "record", "info", "plot", "export", "replay", "completion")
+ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
+TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")
+FAST = "sim:--clock virtual --seed 11"
+LINKS = (("--tcp", "0"), ("--pty",))
+
+
+class CommandTest(unittest.TestCase):
+    """Runs commands in a directory of their own."""
+
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def path(self, *names):
+        return os.path.join(self.folder, *names)
+
+    def succeeds(self, *arguments):
+        """Runs a command that does its work without complaint; returns what it prints."""
+        result = vantor(*arguments, cwd=self.folder)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return result.stdout
+
+    def fails(self, code, text, *arguments):
+        """Runs a command that ends with an exit code and says why."""
+        result = vantor(*arguments, cwd=self.folder)
+        self.assertEqual(result.returncode, code, result.stderr)
+        self.assertIn(text, result.stderr)
+        return result.stdout
+
+    def write(self, name, document):
+        """Writes a JSON document."""
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            json.dump(document, file)
+        return self.path(name)
+
+    def record(self, configuration=TWO_SENSORS, frames=10, name="recording", where=FAST):
+        """Makes a recording."""
+        self.succeeds("record", configuration, "--frames", frames, "--connect", where, "--output", self.path(name))
+        return self.path(name)
+
+    def data(self, recording, name="group-1-item-1"):
+        """The samples of an item, real and imaginary parts in turn."""
+        samples = array.array("h")
+        with open(os.path.join(recording, name + ".sigmf-data"), "rb") as file:
+            samples.frombytes(file.read())
+        return samples
+
+
+class CommandLine(CommandTest):
+    def test_version(self):
+        self.assertRegex(self.succeeds("--version"), r"^vantor \d+\.\d+\.\d+\n$")
+
+    def test_help_with_examples(self):
+        text = self.succeeds("--help")
+        for command in COMMANDS:
+            self.assertIn(command, text)
+            self.assertRegex(self.succeeds(command, "--help"), rf"(?s)Examples:.*vantor {command}")
+        for code in (0, 1, 2, 3, 4, 5, 6, 7, 130):
+            self.assertRegex(text, rf"\n  {code} +\w")
+
+    def test_wrong_command_lines(self):
+        for arguments in ((), ("explode",), ("record",), ("info",), ("record", ONE_SENSOR, "--frames", "-1"),
+                          ("identify", "--nonsense"), ("export", "x", "--format", "pdf"), ("completion", "tcsh"),
+                          ("identify", "--connect", "carrier-pigeon:")):
+            with self.subTest(arguments):
+                self.assertEqual(vantor(*arguments).returncode, 2)
+
+
+class Identify(CommandTest):
+    def test_over_every_link(self):
+        for link in LINKS:
+            with self.subTest(link), Server(*link, "--sensors", "3") as server:
+                self.assertIn("k330, 3 places, connected: 1, 2, 3",
+                              self.succeeds("identify", "--connect", server.address))
+                about = json.loads(self.succeeds("identify", "--connect", server.address, "--json"))
+                self.assertEqual(about["address"].partition("@")[0], server.address)
+                self.assertEqual((about["sensor"], about["connected_sensors"]), ("k330", [1, 2, 3]))
+
+    def test_a_simulated_server(self):
+        about = json.loads(self.succeeds("identify", "--connect", "sim:--sensors 7", "--json"))
+        self.assertEqual(about["sensor_count"], 7)
+
+    def test_no_server(self):
+        self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")
+        self.fails(4, "/dev/nothing", "identify", "--connect", "serial:/dev/nothing")
+        self.fails(4, "its own message says why", "identify", "--connect", "sim:--sensors 0")
+
+    def test_something_else_than_a_server(self):
+        answers = (b'{"status":"ok","command":"end","payload_size":0}\n'
+                   b'{"status":"ok","command":"identify","payload_size":0,"sensor":7}\n')
+
+        def serve(listener):
+            host, _ = listener.accept()
+            with host, host.makefile("rb") as lines:
+                for line, answer in zip((line for line in lines if line.strip()), answers.splitlines(True)):
+                    self.assertIn(b"command", line)
+                    host.sendall(answer)
+                lines.read()
+
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            thread = threading.Thread(target=serve, args=(listener,))
+            thread.start()
+            self.fails(6, "vantor: ", "identify", "--connect", f"tcp:127.0.0.1:{listener.getsockname()[1]}")
+            thread.join(TIME_OUT)
+
+
+class Scan(CommandTest):
+    def silent_device(self):
+        """A serial device behind which nobody answers."""
+        device, other_end = pty.openpty()
+        self.addCleanup(os.close, device)
+        self.addCleanup(os.close, other_end)
+        tty.setraw(other_end)
+        return os.ttyname(other_end)
+
+    def test_finds_the_server_among_silent_devices_within_a_second_for_each(self):
+        with Server("--pty") as server:
+            name = server.address.removeprefix("serial:")
+            silent = [self.silent_device() for _ in range(2)]
+            start = time.monotonic()
+            result = vantor("scan", silent[0], name, silent[1])
+            self.assertLess(time.monotonic() - start, 3.0)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            line, = result.stdout.splitlines()
+            self.assertIn(f"{name}@115200  vantor_server", line)
+            self.assertEqual(result.stderr.splitlines(), [f"vantor: {device} does not answer." for device in silent])
+
+            start = time.monotonic()
+            found = json.loads(self.succeeds("scan", name, "--json", "--baudrate", "921600"))
+            self.assertLess(time.monotonic() - start, 1.0)
+            self.assertEqual([server["address"] for server in found], [f"serial:{name}@921600"])
+
+    def test_silence(self):
+        device = self.silent_device()
+        start = time.monotonic()
+        self.fails(4, f"{device} does not answer.", "scan", device)
+        self.assertLess(time.monotonic() - start, 1.0)
+        self.assertEqual(json.loads(self.fails(4, "no serial device answers", "scan", device, "--json")), [])
+
+    def test_a_device_that_is_not_there(self):
+        self.fails(4, "/dev/nothing", "scan", "/dev/nothing")
+
+
+class Validate(CommandTest):
+    def test_examples_have_no_fault(self):
+        for file in (ONE_SENSOR, TWO_SENSORS):
+            self.assertIn("no fault found", self.succeeds("validate", file))
+            self.assertEqual(json.loads(self.succeeds("validate", file, "--json")), {"valid": True, "faults": []})
+
+    def test_a_fault_has_its_place_and_what_is_allowed(self):
+        configuration = example("single_sensor.json")
+        configuration["groups"][0][0]["config"]["profile"] = 6
+        file = self.write("wrong.json", configuration)
+        result = vantor("validate", file)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("/groups/0/0/config/profile: got 6; allowed: ", result.stdout)
+        self.assertIn("nearest: 5", result.stdout)
+        result = vantor("validate", file, "--json")
+        self.assertEqual(result.returncode, 3)
+        fault, = json.loads(result.stdout)["faults"]
+        self.assertEqual(fault["pointer"], "/groups/0/0/config/profile")
+
+    def test_no_file(self):
+        self.fails(3, "nothing.json", "validate", "nothing.json")
+
+
+class Record(CommandTest):
+    def test_a_directory_of_its_own_by_default(self):
+        output = self.succeeds("record", ONE_SENSOR, "--frames", "3", "--connect", FAST)
+        recording = self.path(output.rpartition("recording: ")[2].strip())
+        self.assertEqual(os.path.dirname(recording), self.path("recordings"))
+        check_recording(recording)
+
+    def test_so_many_seconds(self):
+        summary = json.loads(self.succeeds("record", ONE_SENSOR, "--seconds", "1", "--output", self.path("timed"),
+                                           "--json"))
+        self.assertAlmostEqual(summary["frames"], 20, delta=2)
+        self.assertEqual(len(self.data(self.path("timed"))), 2 * summary["frames"] * 8 * 160)
+
+    def test_summary_for_programs(self):
+        summary = json.loads(self.succeeds("record", TWO_SENSORS, "--frames", "5", "--connect", FAST, "--output",
+                                           self.path("r"), "--json"))
+        self.assertEqual((summary["frames"], summary["interrupted"], summary["disturbances"]), (5, False, 0))
+        self.assertEqual(summary["bytes"], 5 * 4 * sum(item["samples_per_frame"] for item in summary["items"]))
+        for item in summary["items"]:
+            self.assertAlmostEqual(item["strongest_echo_m"], 0.5, delta=0.05)
+
+    def test_nothing_is_overwritten(self):
+        recording = self.record()
+        before = bytes(self.data(recording))
+        self.fails(7, "not empty", "record", TWO_SENSORS, "--frames", "1", "--connect", FAST, "--output", recording)
+        self.assertEqual(bytes(self.data(recording)), before)
+
+    def test_refused_configurations(self):
+        wrong = self.write("wrong.json", {"groups": [[{"sensor_id": 77, "config": {}}]]})
+        self.fails(5, "config_sensor_id", "record", wrong, "--frames", "1", "--connect", FAST)
+        self.fails(3, "nothing.json", "record", "nothing.json", "--frames", "1", "--connect", FAST)
+        self.assertFalse(os.path.exists(self.path("recordings")))
+
+    def test_progress_on_a_terminal_only(self):
+        arguments = [VANTOR, "record", ONE_SENSOR, "--seconds", "1", "--output"]
+        quiet = subprocess.run([*arguments, self.path("quiet")], capture_output=True, timeout=TIME_OUT, check=True)
+        self.assertEqual(quiet.stderr, b"")
+        ours, terminal = pty.openpty()
+        self.addCleanup(os.close, ours)
+        subprocess.run([*arguments, self.path("loud")], stdout=subprocess.PIPE, stderr=terminal, timeout=TIME_OUT,
+                       check=True)
+        os.close(terminal)
+        self.assertTrue(select.select([ours], [], [], TIME_OUT)[0])
+        self.assertRegex(os.read(ours, 65536).decode(), r"\r\d+ frames, [\d.]+ frames/s, \d s left")
+
+
+class Calibrate(CommandTest):
+    def test_a_calibration_spares_the_next_session_its_own(self):
+        scene = self.write("scene.json", {"faults": [{"kind": "failing_calibration", "sensor": number}
+                                                     for number in (1, 2)]})
+        refusing = f"{FAST} --scene {scene}"
+        self.fails(5, "nox_sensor_calibration", "record", TWO_SENSORS, "--frames", "2", "--connect", refusing)
+
+        file = self.path("calibration.json")
+        output = self.succeeds("calibrate", "--output", file, "--sensor", "1", "--sensor", "2", "--connect", FAST)
+        self.assertRegex(output, r"sensor 1 calibrated at \d+ degrees\nsensor 2 calibrated at \d+ degrees\n")
+        self.succeeds("record", TWO_SENSORS, "--frames", "2", "--connect", refusing, "--calibration", file, "--output",
+                      self.path("r"))
+        check_recording(self.path("r"))
+        with open(file, encoding="utf-8") as text:
+            made = {entry["sensor_id"]: entry["data"] for entry in json.load(text)["calibration_info"]}
+        with open(self.path("r", "session.sigmf-collection"), encoding="utf-8") as text:
+            used = json.load(text)["collection"]["vantor:metadata"]["calibration_info"]
+        self.assertEqual({entry["sensor_id"]: entry["data"] for entry in used}, made)
+
+    def test_all_connected_sensors_by_default(self):
+        output = self.succeeds("calibrate", "--output", self.path("c.json"), "--connect", "sim:--sensors 3")
+        self.assertEqual(output.count("calibrated at"), 3)
+
+    def test_faults(self):
+        self.fails(5, "config_sensor_id", "calibrate", "--output", self.path("c.json"), "--sensor", "9")
+        self.fails(7, "missing", "calibrate", "--output", self.path("missing", "c.json"), "--connect", FAST)
+        self.fails(3, "nothing.json", "record", ONE_SENSOR, "--frames", "1", "--calibration", "nothing.json")
+
+
+class Info(CommandTest):
+    def test_what_a_recording_holds(self):
+        recording = self.record(frames=7)
+        self.assertIn("7 frames, started ", self.succeeds("info", recording))
+        about = json.loads(self.succeeds("info", recording, "--json"))
+        self.assertEqual((about["frames"], about["complete"], about["sensor"]), (7, True, "k330"))
+        self.assertEqual([item["samples_per_frame"] for item in about["items"]], [480, 440, 120])
+        self.assertEqual([item["frames_lost"] for item in about["items"]], [0, 0, 0])
+
+    def test_no_recording(self):
+        self.fails(3, "There is no recording", "info", self.path("nothing"))
+
+
+class Plot(CommandTest):
+    def test_a_picture(self):
+        recording = self.record(frames=30)
+        self.succeeds("plot", recording)
+        self.succeeds("plot", recording, "--output", self.path("other.png"), "--distance", "0.6")
+        for file in (os.path.join(recording, "picture.png"), self.path("other.png")):
+            with open(file, "rb") as picture:
+                head = picture.read(24)
+            self.assertEqual(head[:8], b"\x89PNG\r\n\x1a\n")
+            width, height = struct.unpack(">II", head[16:])
+            self.assertTrue(width > 800 and height > 600, f"{width} x {height}")
+
+    def test_faults(self):
+        self.fails(3, "There is no recording", "plot", self.path("nothing"))
+        self.fails(7, "missing", "plot", self.record(), "--output", self.path("missing", "picture.png"))
+
+
+class Export(CommandTest):
+    def test_numpy_arrays(self):
+        recording = self.record()
+        files = self.succeeds("export", recording, "--format", "npy").splitlines()
+        self.assertEqual([os.path.basename(file) for file in files],
+                         ["group-1-item-1.npy", "group-1-item-2.npy", "group-2-item-1.npy"])
+        for file, shape in zip(files, ((10, 4, 120), (10, 2, 220), (10, 1, 120))):
+            exported = numpy.load(file)
+            self.assertEqual(exported.shape, shape)
+            recorded = numpy.array(self.data(recording, os.path.splitext(os.path.basename(file))[0]), dtype="f4")
+            numpy.testing.assert_array_equal(exported.ravel(), recorded.view("c8"))
+
+    def test_tables(self):
+        recording = self.record(frames=3)
+        files = self.succeeds("export", recording, "--format", "csv", "--output", self.path("tables")).splitlines()
+        self.assertEqual(files[0], self.path("tables", "group-1-item-1.csv"))
+        with open(files[0], encoding="ascii") as file:
+            head, *rows = [line.strip().split(",") for line in file]
+        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag"])
+        self.assertEqual([(int(row[0]), int(row[1]), int(row[2])) for row in rows],
+                         [(frame, sweep, point) for frame in range(3) for sweep in range(4) for point in range(120)])
+        self.assertEqual([int(part) for row in rows for part in row[4:]], list(self.data(recording)))
+        for point, row in enumerate(rows[:120]):
+            self.assertAlmostEqual(float(row[3]), (80 + 6 * point) * 0.0025, places=6)
+
+    def test_no_recording(self):
+        self.fails(3, "There is no recording", "export", self.path("nothing"), "--format", "csv")
+
+
+class Replay(CommandTest):
+    def test_a_recording_of_the_replay_is_the_recording(self):
+        original = self.record(frames=20)
+        with subprocess.Popen([VANTOR, "replay", original, "--hosts", "1"], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True) as process:
+            self.addCleanup(process.kill)
+            address = process.stdout.readline().removeprefix("listening on ").strip()
+            copy = self.record(frames=20, name="copy", where=address)
+            _, errors = process.communicate(timeout=TIME_OUT)
+            self.assertEqual((process.returncode, errors), (0, ""))
+        for name in ("group-1-item-1", "group-1-item-2", "group-2-item-1"):
+            self.assertEqual(self.data(copy, name), self.data(original, name))
+            tables = []
+            for recording in (original, copy):
+                with open(os.path.join(recording, name + ".frames.csv"), encoding="ascii") as file:
+                    tables.append(file.read())
+            self.assertEqual(tables[0], tables[1])
+        check_recording(copy)
+
+    def test_faults(self):
+        self.fails(3, "There is no recording", "replay", self.path("nothing"))
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            self.fails(4, "another port", "replay", self.record(), "--tcp", taken.getsockname()[1])
+
+
+class Completion(CommandTest):
+    def complete(self, *words):
+        """What the script for bash offers after some words."""
+        script = ('source <("$1" completion bash); shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _vantor; '
+                  'printf "%s\\n" "${COMPREPLY[@]}"')
+        result = subprocess.run(["bash", "-c", script, "bash", VANTOR, *words], capture_output=True, text=True,
+                                timeout=TIME_OUT, check=True, cwd=EXAMPLES)
+        self.assertEqual(result.stderr, "")
+        return result.stdout.split()
+
+    def test_bash_completes_commands_options_and_files(self):
+        for command in COMMANDS:
+            self.assertIn(command, self.complete("vantor", ""))
+        self.assertEqual(self.complete("vantor", "re"), ["record", "replay"])
+        self.assertEqual(self.complete("vantor", "record", "--fr"), ["--frames"])
+        self.assertEqual(self.complete("vantor", "record", "single"), ["single_sensor.json"])
+
+    def test_other_shells(self):
+        self.assertTrue(self.succeeds("completion", "zsh").startswith("#compdef vantor\n"))
+        fish = self.succeeds("completion", "fish")
+        for command in COMMANDS:
+            self.assertIn(f" -a {command} ", fish)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,169 @@
+"""`vantor record` takes 50 MB/s for a minute from a device that never waits, although it is stopped now and then."""
+
+import hashlib
+import json
+import os
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+from vantor_process import TIME_OUT, VANTOR
+
+RATE = 52e6  # bytes of samples a second that the device sends: a little more than what is asked for
+REQUIRED_RATE = 50e6
+SECONDS = 60
+STALL = 0.5  # seconds that the reader stands still
+BETWEEN_STALLS = 4.5
+MEMORY_BOUND = 64e6
+FREE_DISK = 4e9
+
+SWEEPS, POINTS = 4, 1000
+ITEM_SIZE = 4 * SWEEPS * POINTS
+GROUPS = 2
+FRAME_SIZE = GROUPS * ITEM_SIZE
+FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1
+TICK_PERIOD = round(1e6 * FRAME_SIZE / RATE)
+
+CONFIGURATION = {"groups": [[{"sensor_id": number, "config": {"sweeps_per_frame": SWEEPS, "num_points": POINTS}}]
+                            for number in range(1, GROUPS + 1)]}
+METADATA = {"status": "ok", "tick_period": TICK_PERIOD, "payload_size": 0, "metadata": [[{
+    "calibration_temperature": 24, "frame_data_length": SWEEPS * POINTS, "sweep_data_length": POINTS,
+    "max_sweep_rate": 3125.5, "high_speed_mode": True, "base_step_length_m": 0.0025,
+    "subsweep_data_offset": [0], "subsweep_data_length": [POINTS]}]] * GROUPS}
+IDENTITY = {"status": "ok", "command": "identify", "payload_size": 0, "server_version": "0.1.0",
+            "protocol_version": 1, "sensor": "k330", "sensor_count": GROUPS,
+            "connected_sensors": list(range(1, GROUPS + 1)), "ticks_per_second": 1000000, "max_baudrate": 0}
+
+
+class Device(threading.Thread):
+    """Sends frames on a schedule of its own, each with other samples, and keeps the digest of every item."""
+
+    # Every frame is another part of the same noise, so that making it takes no time.
+    places = 1 << 17
+    noise = memoryview(random.Random(1).randbytes(places + FRAME_SIZE))
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
+        self.digests = [hashlib.sha512() for _ in range(GROUPS)]
+        self.on_end = lambda: None  # called when the host says "end" after the last frame
+        self.seconds = None  # from the first frame to that
+        self.frames = 0  # sent so far
+
+    def run(self):
+        with self.listener, self.listener.accept()[0] as host, host.makefile("rb") as lines:
+            host.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            for line in lines:
+                if line.strip():
+                    self.obey(host, json.loads(line)["command"])
+
+    def obey(self, host, command):
+        """Answers a command; frames follow the answer to "start"."""
+        if command == "end" and self.seconds is not None:
+            self.seconds = time.monotonic() - self.seconds
+            self.on_end()
+        answers = {"identify": IDENTITY, "configure": METADATA}
+        answer = answers.get(command, {"status": "ok", "command": command, "payload_size": 0})
+        host.sendall(json.dumps(answer).encode() + b"\n")
+        if command == "start":
+            self.stream(host)
+
+    def stream(self, host):
+        """Sends every frame when it is due, or at once when it is late."""
+        self.seconds = start = time.monotonic()
+        for number in range(FRAMES):
+            time.sleep(max(0.0, start + number * FRAME_SIZE / RATE - time.monotonic()))
+            place = number * 7919 % self.places
+            payload = self.noise[place:place + FRAME_SIZE]
+            host.sendall(self.header(number) + payload)
+            for i, digest in enumerate(self.digests):
+                digest.update(payload[i * ITEM_SIZE:(i + 1) * ITEM_SIZE])
+            self.frames = number + 1
+
+    @staticmethod
+    def header(number):
+        """The header line of a frame."""
+        item = {"tick": number * TICK_PERIOD % (1 << 32), "data_saturated": False, "temperature": 25,
+                "calibration_needed": False, "frame_delayed": False}
+        return json.dumps({"result_info": [[item]] * GROUPS, "status": "ok",
+                           "payload_size": FRAME_SIZE}).encode() + b"\n"
+
+
+def peak_memory(process):
+    """The most memory that a process has had, in bytes."""
+    with open(f"/proc/{process.pid}/status", encoding="ascii") as file:
+        return next(1024 * int(line.split()[1]) for line in file if line.startswith("VmHWM"))
+
+
+class Throughput(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        free = shutil.disk_usage(self.folder).free
+        self.assertGreater(free, FREE_DISK, f"{self.folder} has too little room: set TMPDIR to another place")
+        self.output = os.path.join(self.folder, "recording")
+
+    def test_a_minute_at_50_megabytes_a_second_with_stalls(self):
+        device = Device()
+        device.start()
+        memory = []
+        configuration = os.path.join(self.folder, "configuration.json")
+        with open(configuration, "w", encoding="utf-8") as file:
+            json.dump(CONFIGURATION, file)
+        with subprocess.Popen([VANTOR, "record", configuration, "--frames", str(FRAMES), "--connect",
+                               device.address, "--output", self.output, "--json"],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+            device.on_end = lambda: memory.append(peak_memory(process))
+            stalls = self.disturb(process, device)
+            output, errors = process.communicate(timeout=TIME_OUT)
+        self.assertEqual(process.returncode, 0, errors)
+        summary = json.loads(output)
+        rate = FRAMES * FRAME_SIZE / device.seconds
+        print(f"{FRAMES} frames, {rate / 1e6:.1f} MB/s over {device.seconds:.1f} s with {stalls} stalls of {STALL} s,"
+              f" at most {memory[0] / 1e6:.1f} MB of memory", file=sys.stderr)
+        self.assertGreaterEqual(rate, REQUIRED_RATE)
+        self.assertGreaterEqual(stalls, 10)
+        self.assertLess(memory[0], MEMORY_BOUND)
+        self.assertEqual((summary["frames"], summary["disturbances"]), (FRAMES, 0))
+        for number, digest in enumerate(device.digests, 1):
+            self.check_item(f"group-{number}-item-1", digest.hexdigest())
+
+    def disturb(self, process, device):
+        """Stops the reader now and then until it ends; returns how often."""
+        stalls = 0
+        deadline = time.monotonic() + 2 * SECONDS
+        while time.monotonic() < deadline:
+            try:
+                process.wait(BETWEEN_STALLS)
+                return stalls
+            except subprocess.TimeoutExpired:
+                process.send_signal(signal.SIGSTOP)
+                time.sleep(STALL)
+                process.send_signal(signal.SIGCONT)
+                stalls += 1
+        process.kill()
+        self.fail(f"in {2 * SECONDS} s only {device.frames} of {FRAMES} frames were sent")
+
+    def check_item(self, name, digest):
+        """Every sample that was sent is there, and every frame in the table."""
+        base = os.path.join(self.output, name)
+        with open(base + ".sigmf-data", "rb") as file:
+            self.assertEqual(hashlib.file_digest(file, "sha512").hexdigest(), digest)
+        self.assertEqual(os.path.getsize(base + ".sigmf-data"), FRAMES * ITEM_SIZE)
+        with open(base + ".sigmf-meta", encoding="utf-8") as file:
+            about = json.load(file)
+        self.assertEqual((about["global"]["core:sha512"], len(about["captures"])), (digest, 1))
+        with open(base + ".frames.csv", encoding="ascii") as file:
+            ticks = [int(row.split(",")[2]) for row in list(file)[1:]]
+        self.assertEqual(ticks, [number * TICK_PERIOD for number in range(FRAMES)])
+
+
+if __name__ == "__main__":
+    unittest.main()
