@@ -1,7 +1,24 @@
-# Finds cJSON and offers it as the target cJSON::cJSON.
+# Finds cJSON and offers it as the target cJSON::cJSON. For a board, which has no packages, it is built from the
+# source of the package that is installed here.
+include(FindPackageHandleStandardArgs)
+
+if(CMAKE_CROSSCOMPILING)
+  if(NOT TARGET cJSON::cJSON)
+    execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/cjson-source
+      OUTPUT_VARIABLE cJSON_SOURCE OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    add_library(cjson STATIC ${cJSON_SOURCE}/cjson/cJSON.c)
+    # The server judges nesting before the parser does, with the same limit (json_scan_max_depth).
+    target_compile_definitions(cjson PRIVATE CJSON_NESTING_LIMIT=16)
+    target_compile_options(cjson PRIVATE -w)
+    target_include_directories(cjson SYSTEM PUBLIC ${cJSON_SOURCE})
+    add_library(cJSON::cJSON ALIAS cjson)
+  endif()
+  find_package_handle_standard_args(cJSON REQUIRED_VARS cJSON_SOURCE)
+  return()
+endif()
+
 find_path(cJSON_INCLUDE_DIR cjson/cJSON.h)
 find_library(cJSON_LIBRARY cjson)
-include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(cJSON REQUIRED_VARS cJSON_LIBRARY cJSON_INCLUDE_DIR)
 if(cJSON_FOUND AND NOT TARGET cJSON::cJSON)
   add_library(cJSON::cJSON UNKNOWN IMPORTED)

@@ -1,0 +1,196 @@
+/** @file
+ * Instructions that a frame message costs on a Cortex-M4F: building the document, sending and releasing it,
+ * and handing the samples on, over the number of items; beside it the same bytes written by hand.
+ */
+#include <cstdio>
+#include <cstring>
+
+#include <cjson/cJSON.h>
+
+#include "cycle_counter.h"
+#include "free_sensors.h"
+#include "hand_written_message.h"
+#include "semihosting.h"
+#include "start.h"
+#include "zet_definitions_k330.h"
+#include "zet_integration.h"
+#include "zet_simulator.h"
+#include "zet_vantor_server_system_k330.h"
+
+// From the linker script.
+extern "C" {
+extern uint8_t heap_begin[];
+extern uint8_t heap_end[];
+}
+
+namespace
+{
+
+constexpr uint32_t tick = 3141592653U;
+constexpr uint32_t points = 10;
+
+const zet_int16_complex_t samples[points] = {};
+
+/** Shapes of the sessions: groups, and items of a group. */
+constexpr uint32_t shapes[][2] = {{1, 1}, {1, 5}, {10, 1}, {10, 5}};
+
+// ---- a link that costs nothing, and one that sums up what goes over it
+
+uint32_t bytes_sent;
+uint32_t hash;
+
+void count_bytes(const void * /*data*/, uint32_t size)
+{
+    bytes_sent += size;
+}
+
+/** Sums up with the hash function FNV-1a. */
+void hash_bytes(const void *data, uint32_t size)
+{
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    for (uint32_t i = 0; i < size; ++i)
+    {
+        hash = (hash ^ bytes[i]) * 16777619U;
+    }
+    bytes_sent += size;
+}
+
+uint32_t get_tick()
+{
+    return tick;
+}
+
+// ---- an allocator that counts
+
+uint32_t allocations;
+
+void *counting_alloc(size_t size)
+{
+    ++allocations;
+    return zet_integration_mem_alloc(size);
+}
+
+// ---- sessions
+
+[[noreturn]] void fail(const char *what)
+{
+    console_write(what);
+    console_exit(1);
+}
+
+/** Sets a session up. */
+void configure(uint32_t groups, uint32_t items)
+{
+    static char text[4096];
+    char *end = text;
+    end += std::sprintf(end, "{\"groups\":[");
+    for (uint32_t group = 0; group < groups; ++group)
+    {
+        end += std::sprintf(end, group > 0 ? ",[" : "[");
+        for (uint32_t item = 0; item < items; ++item)
+        {
+            end +=
+                std::sprintf(end, "%s{\"sensor_id\":%u,\"config\":{\"num_points\":%u}}", item > 0 ? "," : "",
+                             static_cast<unsigned>(item + 1), static_cast<unsigned>(points));
+        }
+        end += std::sprintf(end, "]");
+    }
+    (void)std::sprintf(end, "]}");
+    cJSON *document = cJSON_Parse(text);
+    float update_rate = 0.0F;
+    const char *error = nullptr;
+    const bool configured =
+        document != nullptr && zet_vantor_server_system_parse_configuration(document, &update_rate, &error);
+    cJSON_Delete(document);
+    if (!configured)
+    {
+        fail(error != nullptr ? error : "the session could not be configured\n");
+    }
+}
+
+/** Measures a frame. */
+void read_frame(write_data_function_t *write)
+{
+    vantor_server_interface_t link = {};
+    link.write = write;
+    link.get_tick = get_tick;
+    const char *error = nullptr;
+    if (!zet_vantor_server_system_read_data_frames(&link, &error))
+    {
+        fail("the frame could not be read\n");
+    }
+}
+
+/** What the bytes of a message sum up to; fails when the two ways to write it differ. */
+void compare_bytes(const message_shape_t &shape)
+{
+    hash = 2166136261U;
+    read_frame(hash_bytes);
+    const uint32_t built = hash;
+    hash = 2166136261U;
+    hand_written_message(hash_bytes, shape, samples);
+    if (hash != built)
+    {
+        fail("the hand-written message differs\n");
+    }
+}
+
+uint32_t count_allocations()
+{
+    cJSON_Hooks counting = {counting_alloc, zet_integration_mem_free};
+    cJSON_Hooks plain = {zet_integration_mem_alloc, zet_integration_mem_free};
+    allocations = 0;
+    cJSON_InitHooks(&counting);
+    read_frame(count_bytes);
+    cJSON_InitHooks(&plain);
+    return allocations;
+}
+
+/** Counts the frames of one shape of session. */
+void count_shape(uint32_t groups, uint32_t items)
+{
+    const message_shape_t shape = {groups, items, tick, free_temperature, points};
+    configure(groups, items);
+    free_sensors(true);
+    compare_bytes(shape);
+
+    bytes_sent = 0;
+    const uint32_t begin = cycle_count();
+    read_frame(count_bytes);
+    const uint32_t end = cycle_count();
+    const uint32_t message = instructions_between(message_begin, end);
+    const uint32_t frame = instructions_between(begin, end);
+
+    const uint32_t floor_begin = cycle_count();
+    hand_written_message(count_bytes, shape, samples);
+    const uint32_t floor = instructions_between(floor_begin, cycle_count());
+
+    char line[160];
+    (void)std::snprintf(
+        line, sizeof line,
+        "{\"items\": %u, \"message\": %u, \"frame\": %u, \"by_hand\": %u, \"allocations\": %u}\n",
+        static_cast<unsigned>(groups * items), static_cast<unsigned>(message), static_cast<unsigned>(frame),
+        static_cast<unsigned>(floor), static_cast<unsigned>(count_allocations()));
+    console_write(line);
+    free_sensors(false);
+    zet_vantor_server_system_destroy_session();
+}
+
+} // namespace
+
+void run_board()
+{
+    zet_simulator_memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
+    zet_simulator_options_t options = {};
+    options.sensor_count = 5;
+    options.clock = zet_simulator_virtual_clock();
+    if (!zet_simulator_start(&options) || !zet_vantor_server_system_init(ZET_LOG_LEVEL_ERROR))
+    {
+        fail("the board could not be started\n");
+    }
+    for (const auto &shape : shapes)
+    {
+        count_shape(shape[0], shape[1]);
+    }
+    console_exit(0);
+}

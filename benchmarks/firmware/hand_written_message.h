@@ -1,0 +1,24 @@
+/** @file
+ * The frame message as one would write it by hand for one board: the floor of its cost.
+ */
+#ifndef VANTOR_HAND_WRITTEN_MESSAGE_H
+#define VANTOR_HAND_WRITTEN_MESSAGE_H
+
+#include <cstdint>
+
+#include "zet_vantor_server_base.h"
+
+/** Shape of a session, and what every item's frame is like. */
+struct message_shape_t
+{
+    uint32_t groups;
+    uint32_t items_per_group;
+    uint32_t tick;
+    int16_t temperature;
+    uint32_t samples_per_item;
+};
+
+/** Writes the frame message of a session without assessment: header and one payload per item. */
+void hand_written_message(write_data_function_t *write, const message_shape_t &shape, const void *samples);
+
+#endif

@@ -1,0 +1,66 @@
+/** @file
+ * What the code of a board asks of a Cortex-M4F beyond C++: interrupts, sleep, reset.
+ */
+#ifndef VANTOR_CORTEX_M4_H
+#define VANTOR_CORTEX_M4_H
+
+#include <cstdint>
+
+namespace cortex_m4
+{
+
+/** A 32-bit hardware register. */
+inline volatile uint32_t &hardware_register(uintptr_t address)
+{
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what a register has is an address.
+    return *reinterpret_cast<volatile uint32_t *>(address);
+}
+
+/**
+ * Holds interrupts back while it lives. One that comes meanwhile still ends wait_for_interrupt(), and is
+ * handled at the end even when the next lock follows at once.
+ */
+class interrupt_lock
+{
+public:
+    interrupt_lock()
+    {
+        __asm volatile("mrs %0, primask\n\tcpsid i" : "=r"(primask_)::"memory");
+    }
+    ~interrupt_lock()
+    {
+        __asm volatile("msr primask, %0\n\tisb" ::"r"(primask_) : "memory");
+    }
+    interrupt_lock(const interrupt_lock &) = delete;
+    interrupt_lock &operator=(const interrupt_lock &) = delete;
+
+private:
+    uint32_t primask_;
+};
+
+/** Sleeps until an interrupt is pending. */
+inline void wait_for_interrupt()
+{
+    __asm volatile("dsb\n\twfi" ::: "memory");
+}
+
+/** Lets an external interrupt through. */
+inline void enable_interrupt(uint32_t number)
+{
+    hardware_register(0xE000E100U + number / 32U * 4U) = 1U << number % 32U;
+}
+
+/** Restarts the board. */
+[[noreturn]] inline void reset_system()
+{
+    __asm volatile("dsb" ::: "memory");
+    hardware_register(0xE000ED0CU) = 0x05FA0004U;
+    for (;;)
+    {
+        wait_for_interrupt();
+    }
+}
+
+} // namespace cortex_m4
+
+#endif

@@ -1,0 +1,105 @@
+/** @file
+ * What the C library asks of a system. Memory comes from the board's allocator alone, and there are no files.
+ */
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "cortex_m4.h"
+#include "decimal_read.h"
+
+namespace
+{
+
+/** A word at any address. */
+struct [[gnu::packed, gnu::may_alias]] any_word_t
+{
+    uint32_t value;
+};
+
+void store_word(uint8_t *address, uint32_t word)
+{
+    reinterpret_cast<any_word_t *>(address)->value = word;
+}
+
+uint32_t load_word(const uint8_t *address)
+{
+    return reinterpret_cast<const any_word_t *>(address)->value;
+}
+
+} // namespace
+
+extern "C" {
+
+/** Replaces the C library's, which takes memory for long numbers and aborts when it gets none. */
+double strtod(const char *text, char **end)
+{
+    size_t length = 0;
+    const double value = decimal_read(text, &length);
+    if (end != nullptr)
+    {
+        *end = const_cast<char *>(text) + length;
+    }
+    return value;
+}
+
+// The small C library goes byte by byte; most of what is cleared and copied here are whole words, which the
+// processor also stores at odd addresses.
+
+void *memset(void *destination, int value, size_t size)
+{
+    auto *byte = static_cast<uint8_t *>(destination);
+    const uint32_t word = static_cast<uint8_t>(value) * 0x01010101U;
+    for (const uint8_t *end = byte + (size & ~size_t{15}); byte != end; byte += 16)
+    {
+        store_word(byte, word);
+        store_word(byte + 4, word);
+        store_word(byte + 8, word);
+        store_word(byte + 12, word);
+    }
+    if ((size & 8U) != 0U)
+    {
+        store_word(byte, word);
+        store_word(byte + 4, word);
+        byte += 8;
+    }
+    if ((size & 4U) != 0U)
+    {
+        store_word(byte, word);
+        byte += 4;
+    }
+    for (const uint8_t *end = byte + (size & 3U); byte != end; ++byte)
+    {
+        *byte = static_cast<uint8_t>(word);
+    }
+    return destination;
+}
+
+void *memcpy(void *__restrict destination, const void *__restrict source, size_t size)
+{
+    auto *to = static_cast<uint8_t *>(destination);
+    const auto *from = static_cast<const uint8_t *>(source);
+    for (; size >= sizeof(uint32_t);
+         size -= sizeof(uint32_t), to += sizeof(uint32_t), from += sizeof(uint32_t))
+    {
+        store_word(to, load_word(from));
+    }
+    for (; size > 0; --size)
+    {
+        *to++ = *from++;
+    }
+    return destination;
+}
+
+void *_sbrk(ptrdiff_t /*increment*/)
+{
+    errno = ENOMEM;
+    return reinterpret_cast<void *>(-1); // NOLINT(performance-no-int-to-ptr): the C library asks for it
+}
+
+[[noreturn]] void _exit(int /*status*/)
+{
+    cortex_m4::reset_system();
+}
+}

@@ -1,0 +1,87 @@
+/** @file
+ * From reset to the board's program.
+ */
+#include "start.h"
+
+#include <cstring>
+
+#include "cortex_m4.h"
+#include "faults.h"
+#include "memory_protection.h"
+
+namespace
+{
+
+/** Where a processor of the family finds its handlers: the stack and the 15 exceptions of the core. */
+struct core_vectors_t
+{
+    uint32_t *stack;
+    void (*reset)();
+    void (*nmi)();
+    void (*hard_fault)();
+    void (*memory_fault)();
+    void (*bus_fault)();
+    void (*usage_fault)();
+    void (*reserved_1[4])();
+    void (*supervisor_call)();
+    void (*debug)();
+    void (*reserved_2)();
+    void (*pend_sv)();
+    void (*sys_tick)();
+};
+
+} // namespace
+
+extern "C" {
+
+// From the linker script.
+extern uint8_t data_begin[];
+extern uint8_t data_end[];
+extern const uint8_t data_image[];
+extern uint8_t bss_begin[];
+extern uint8_t bss_end[];
+
+/** The second half of the start, on the program's stack and with the floating-point unit on. */
+[[noreturn, gnu::used]] static void start_program()
+{
+    std::memcpy(data_begin, data_image, static_cast<size_t>(data_end - data_begin));
+    std::memset(bss_begin, 0, static_cast<size_t>(bss_end - bss_begin));
+    cortex_m4::enable_faults();
+    cortex_m4::protect_memory();
+    run_board();
+    cortex_m4::reset_system();
+}
+
+// In assembly, because compiled code may touch the floating-point unit and the stack that are set up here.
+// The two stacks lie side by side, so they are painted as one.
+[[gnu::naked]] void reset_handler()
+{
+    __asm volatile("ldr r0, =0xE000ED88\n\t" // CPACR: full access to the floating-point unit
+                   "ldr r1, [r0]\n\t"
+                   "orr r1, r1, #0x00F00000\n\t"
+                   "str r1, [r0]\n\t"
+                   "dsb\n\t"
+                   "isb\n\t"
+                   "ldr r0, =program_stack_bottom\n\t"
+                   "ldr r1, =interrupt_stack_top\n\t"
+                   "ldr r2, =%c0\n"
+                   "1:\n\t"
+                   "str r2, [r0], #4\n\t"
+                   "cmp r0, r1\n\t"
+                   "bne 1b\n\t"
+                   "msr msp, r1\n\t"
+                   "ldr r0, =program_stack_top\n\t"
+                   "msr psp, r0\n\t"
+                   "movs r0, #2\n\t" // CONTROL: the program uses its own stack
+                   "msr control, r0\n\t"
+                   "isb\n\t"
+                   "b start_program\n\t" ::"i"(STACK_PAINT));
+}
+
+[[gnu::section(".core_vectors"), gnu::used]] static const core_vectors_t core_vectors = {
+    interrupt_stack_top, reset_handler, fault_handler, fault_handler,
+    fault_handler,       fault_handler, fault_handler, {},
+    fault_handler,       fault_handler, nullptr,       fault_handler,
+    fault_handler,
+};
+}

@@ -1,0 +1,376 @@
+"""The firmware on an emulated Cortex-M4F board."""
+
+import array
+import json
+import os
+import subprocess
+import tempfile
+import time
+import unittest
+
+from emulated_board import FIRMWARE, Board
+from vantor_process import Server, VANTOR, example, wait_until
+
+SMALL = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20}}]]}
+
+FAULTY_FIRMWARE = os.path.join(os.path.dirname(FIRMWARE), "faulty_firmware.elf")
+
+STACK_LIMIT = 8192
+
+
+def error_code(answer):
+    """The code of an answer, which must be an error."""
+    if answer["status"] != "error":
+        raise AssertionError(f"no error but {answer}")
+    return answer["code"]
+
+
+def frames_of(host, configuration, count):
+    """Configures a session, streams some frames and stops: the metadata and the frames."""
+    metadata = host.ask("configure", configuration=configuration)
+    if metadata["status"] != "ok":
+        raise AssertionError(metadata)
+    host.command("start")
+    assert host.message()[0]["command"] == "start"
+    frames = [host.message() for _ in range(count)]
+    host.command("stop")
+    answer, _ = host.answer()
+    assert answer["command"] == "stop", answer
+    return metadata, frames
+
+
+def whole_session(host):
+    """A session from configuration to end."""
+    _, frames = frames_of(host, SMALL, 3)
+    assert len(frames[-1][1]) == 80
+    assert host.ask("end")["status"] == "ok"
+
+
+class Session(unittest.TestCase):
+    """The main job, beside the port that runs on a PC."""
+
+    def test_identifies_itself(self):
+        with Board(sensors=3, virtual_clock=False) as board, board.connect() as host:
+            identity = host.ask("identify")
+            self.assertEqual(identity["sensor"], "k330")
+            self.assertEqual(identity["sensor_count"], 3)
+            self.assertEqual(identity["connected_sensors"], [1, 2, 3])
+            self.assertEqual(identity["ticks_per_second"], 1000000)
+            self.assertEqual(identity["max_baudrate"], 1562500)
+            self.assertGreater(identity["memory"]["size"], 64 * 1024)
+            self.assertGreater(identity["memory"]["live"], 0)
+            self.assertEqual(identity["memory"]["failures"], 0)
+            self.assertGreater(identity["stack"]["peak"], 0)
+
+    def test_measures_as_the_port_on_a_pc_does(self):
+        frame_count = 200
+        configuration = example("two_sensors.json")
+        with Board(virtual_clock=True, seed=7) as board, board.connect() as host, \
+                Server("--tcp", "0", "--clock", "virtual", "--seed", "7", "--sensors", "5") as server, \
+                server.connect() as pc_host:
+            first, frames = frames_of(host, configuration, frame_count)
+            pc_first, pc_frames = frames_of(pc_host, configuration, frame_count)
+            self.compare(first, frames, pc_first, pc_frames)
+
+            for connected in (host, pc_host):
+                self.assertEqual(connected.ask("end")["status"], "ok")
+            again = {**configuration, "calibration_info": first["calibration_info"]}
+            second, frames = frames_of(host, again, 20)
+            self.assertEqual(second["calibration_info"], first["calibration_info"])
+            pc_again = {**configuration, "calibration_info": pc_first["calibration_info"]}
+            # How many frames were on their way at the stop differs, and with it the time of the second session.
+            self.compare(second, frames, *frames_of(pc_host, pc_again, 20), with_ticks=False)
+
+    def compare(self, metadata, frames, pc_metadata, pc_frames, with_ticks=True):
+        """Two sessions are the same but for a unit in the samples."""
+        self.assertEqual(metadata["metadata"], pc_metadata["metadata"])
+        self.assertEqual(len(frames), len(pc_frames))
+        for (header, payload), (pc_header, pc_payload) in zip(frames, pc_frames):
+            if not with_ticks:
+                for item in [item for both in (header, pc_header) for group in both["result_info"] for item in group]:
+                    item.pop("tick")
+            self.assertEqual(header, pc_header)
+            self.assertEqual(len(payload), len(pc_payload))
+            samples, pc_samples = array.array("h", payload), array.array("h", pc_payload)
+            self.assertGreater(max(samples), 100, "there is no signal")
+            self.assertLessEqual(max(abs(a - b) for a, b in zip(samples, pc_samples)), 1)
+
+    def test_keeps_the_pace_on_its_own_clock(self):
+        with Board(virtual_clock=False) as board, board.connect() as host:
+            rate = 20
+            _, frames = frames_of(host, {**SMALL, "update_rate": rate}, 41)
+            ticks = [header["result_info"][0][0]["tick"] for header, _ in frames]
+            mean_period = (ticks[-1] - ticks[0]) / (len(ticks) - 1)
+            self.assertAlmostEqual(mean_period, 1e6 / rate, delta=0.02 * 1e6 / rate)
+
+    def test_sleeps_when_there_is_nothing_to_do(self):
+        with Board(virtual_clock=False) as board, board.connect() as host:
+            host.ask("identify")
+            before = board.processor_time()
+            time.sleep(2)
+            self.assertLess(board.processor_time() - before, 0.2)
+            host.ask("configure", configuration={**SMALL, "update_rate": 2})
+            host.command("start")
+            host.message()
+            before = board.processor_time()
+            for _ in range(4):
+                host.message()
+            self.assertLess(board.processor_time() - before, 0.5)
+
+    def test_serves_the_host_command(self):
+        with Board(virtual_clock=True) as board, tempfile.TemporaryDirectory() as directory:
+            board.connect().stream.close()
+            output = os.path.join(directory, "recording")
+            configuration = os.path.join(os.environ["VANTOR_EXAMPLES"], "two_sensors.json")
+            recorded = subprocess.run([VANTOR, "record", configuration, "--connect", board.address,
+                                       "--frames", "20", "--output", output],
+                                      capture_output=True, text=True, timeout=120, check=False)
+            self.assertEqual(recorded.returncode, 0, recorded.stderr)
+            info = subprocess.run([VANTOR, "info", output, "--json"], capture_output=True, text=True, timeout=60,
+                                  check=True)
+            self.assertIn('"frames": 20', info.stdout)
+            identity = json.loads(subprocess.run([VANTOR, "identify", "--connect", board.address, "--json"],
+                                                 capture_output=True, text=True, timeout=60, check=True).stdout)
+            self.assertIn("memory", identity)
+            self.assertIn("stack", identity)
+
+
+class Errors(unittest.TestCase):
+    """What goes wrong is told, and the board goes on."""
+
+    def test_bad_input(self):
+        with Board() as board, board.connect() as host:
+            for line, code in ((b"nonsense\n", "bad_json"), (b'{"command":"ping"} x\n', "trailing_text"),
+                               (b"[" * 17 + b"]" * 17 + b"\n", "nesting_too_deep"),
+                               (b"[" + b"1," * 1100 + b"1]\n", "too_many_values"),
+                               (b"x" * 13000 + b"\n", "line_too_long"),
+                               (b'{"command":"fly"}\n', "unknown_command"),
+                               (b'{"command":"stop"}\n', "wrong_state")):
+                host.send(line)
+                self.assertEqual(error_code(host.message()[0]), code, line[:20])
+            whole_session(host)
+
+    def test_a_number_of_any_length(self):
+        with Board() as board, board.connect() as host:
+            long_rate = "50." + "0" * 4000 + "1"
+            host.send(b'{"command":"configure","configuration":{"update_rate":' + long_rate.encode()
+                      + b',"groups":[[{"sensor_id":1,"config":{}}]]}}\n')
+            self.assertEqual(host.message()[0]["tick_period"], 20000)
+
+    def test_a_host_that_goes_away_and_comes_back(self):
+        with Board(virtual_clock=False) as board:
+            with board.connect() as host:
+                host.ask("configure", configuration={**SMALL, "update_rate": 100})
+                host.command("start")
+                host.message()
+            self.find_again(board)
+
+    def find_again(self, board):
+        """A new host finds the board in a stream, and serves itself of it."""
+        identity = subprocess.run([VANTOR, "identify", "--connect", board.address], capture_output=True, text=True,
+                                  timeout=60, check=False)
+        self.assertEqual(identity.returncode, 0, identity.stderr)
+        with board.connect() as host:
+            whole_session(host)
+
+    def test_a_host_that_takes_nothing(self):
+        with Board(virtual_clock=False) as board:
+            with board.connect() as host:
+                configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 2000}}]]}
+                self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
+                host.command("start")
+                wait_until(lambda: "link restarted" in board.log(), "the restart of the link")
+            self.find_again(board)
+
+    def test_more_input_than_fits_while_it_is_busy(self):
+        with Board(virtual_clock=False) as board, board.connect() as host:
+            configuration = {"groups": [[{"sensor_id": 1, "config": {
+                "num_points": 2000, "sweeps_per_frame": 4}}]]}
+            self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
+            host.command("start")
+            host.message()
+            for _ in range(600):
+                host.command("ping")
+            host.command("stop")
+            host.send(b"\n")
+            host.command("end")
+            answers = []
+            while True:
+                header, _ = host.message()
+                if "result_info" in header:
+                    continue
+                answers.append(header)
+                if header.get("command") == "end":
+                    break
+                if header["status"] == "error":
+                    host.command("end")
+            self.assertTrue(all(a["status"] == "ok" or a["code"] in ("bad_json", "trailing_text", "wrong_state")
+                                for a in answers), answers)
+            host.send(b"\n")
+            time.sleep(0.5)
+            while host.ask("ping").get("command") != "ping":
+                pass
+
+    def test_a_changed_speed_is_taken_back_without_a_ping(self):
+        with Board(virtual_clock=False) as board, board.connect() as host:
+            self.assertEqual(host.ask("baudrate", baudrate=921600)["status"], "ok")
+            self.assertEqual(host.ask("ping")["status"], "ok")
+            self.assertEqual(host.ask("baudrate", baudrate=1562500)["status"], "ok")
+            time.sleep(2.5)
+            whole_session(host)
+            self.assertEqual(error_code(host.ask("baudrate", baudrate=1562501)), "bad_argument")
+
+
+class Faults(unittest.TestCase):
+    """A mistake of the program is reported, and the board starts anew."""
+
+    mistakes = (
+        ("write through null", "memory fault", "address 00000000"),
+        ("read of a member through null", "memory fault", "address 000003f0"),
+        ("write to flash", "memory fault", "address 00001000"),
+        ("memory that is not there", "memory fault", "address 20020000"),
+        ("execution of data", "memory fault", "pc 2000"),
+        ("division by zero", "usage fault", "cfsr 02000000"),
+        ("endless recursion", "memory fault", "stack exhausted"),
+        ("interrupt without a handler", "unexpected exception", "pc "),
+    )
+
+    def faulty_board(self, number):
+        return Board(image=FAULTY_FIRMWARE, seed=number, unforeseen_accesses=True)
+
+    def test_mistakes_are_reported(self):
+        for number, (name, exception, detail) in enumerate(self.mistakes):
+            with self.subTest(name), self.faulty_board(number) as board, board.connect():
+                wait_until(lambda board=board: board.log().count("started") > 2, "the second restart")
+                report = board.log().splitlines()[1]
+                self.assertRegex(report, "^fault: .*; restarting$")
+                self.assertIn(exception, report)
+                self.assertIn(detail, report)
+
+    def test_a_program_that_returns_is_started_again(self):
+        with self.faulty_board(len(self.mistakes)) as board, board.connect():
+            wait_until(lambda: board.log().count("started") > 2, "the second restart")
+
+
+class Memory(unittest.TestCase):
+    """Memory and stack run out without harm."""
+
+    def setUp(self):
+        self.board = self.enterContext(Board())
+        self.host = self.enterContext(self.board.connect())
+        whole_session(self.host)
+        self.at_rest = self.host.ask("identify")["memory"]
+
+    def assert_at_rest(self):
+        """All memory has been given back, in one piece again."""
+        memory = self.host.ask("identify")["memory"]
+        self.assertEqual(memory["live"], self.at_rest["live"])
+        self.assertEqual(memory["largest_free"], self.at_rest["largest_free"])
+
+    def test_documents_of_growing_size(self):
+        failures = 0
+        for count in range(50, 1010, 50):
+            items = [{"sensor_id": i + 1, "config": {"num_points": 900}} for i in range(5)]
+            document = {"ignored": [1] * (count - 20), "groups": [items]}
+            answer = self.host.ask("configure", configuration=document)
+            failures += answer["status"] == "error"
+            self.host.ask("end")
+            self.assert_at_rest()
+            whole_session(self.host)
+        self.assertGreater(failures, 0, "no document exhausted the memory")
+        self.assertGreater(self.host.ask("identify")["memory"]["failures"], self.at_rest["failures"])
+
+    def test_more_items_than_fit(self):
+        failures = successes = 0
+        for groups in range(1, 11):
+            items = [{"sensor_id": i + 1, "config": {"num_points": 700}} for i in range(5)]
+            answer = self.host.ask("configure", configuration={"groups": [items] * groups})
+            if answer["status"] == "error":
+                failures += 1
+            else:
+                successes += 1
+                self.host.command("frame")
+                header, payload = self.host.message()
+                self.assertTrue(header["status"] == "error" or len(payload) == 4 * 700 * 5 * groups)
+            self.host.ask("end")
+            self.assert_at_rest()
+            whole_session(self.host)
+        self.assertGreater(failures, 0, "no session exhausted the memory")
+        self.assertGreater(successes, 0, "not even one group fits")
+
+    def test_memory_that_runs_out_at_every_point_of_a_session(self):
+        # Each session takes a little more, so that allocation after allocation fails first.
+        outcomes = []
+        for points in range(2500, 4200, 40):
+            items = [{"sensor_id": i + 1, "config": {"num_points": points}} for i in range(5)]
+            answer = self.host.ask("configure", configuration={"groups": [items]})
+            while answer["status"] == "ok" and "result_info" not in answer:
+                self.host.command("frame")
+                answer, _ = self.host.message()
+            outcomes.append(answer.get("code", "ok"))
+            self.host.ask("end")
+            if outcomes[-1] == "metadata_failed":
+                # What was built of the description of a calibration is lost; that is known and bounded.
+                memory = self.host.ask("identify")["memory"]
+                self.assertLess(memory["live"], self.at_rest["live"] + 1024)
+                self.at_rest = memory
+            self.assert_at_rest()
+        self.assertIn("ok", outcomes)
+        self.assertGreater(len(set(outcomes)), 2, outcomes)
+        whole_session(self.host)
+
+    def test_sessions_that_run_out_of_memory_again_and_again(self):
+        points, lost = 3420, 0
+        for _ in range(400):
+            items = [{"sensor_id": i + 1, "config": {"num_points": points}} for i in range(5)]
+            answer = self.host.ask("configure", configuration={"groups": [items]})
+            self.host.ask("end")
+            if "restarting" in self.board.log():
+                break
+            live = self.host.ask("identify")["memory"]["live"] - self.at_rest["live"]
+            # What is lost already lets other sessions run out of memory while they are described.
+            points -= 8 if answer["status"] == "error" and live == lost else 0
+            points += 40 if answer["status"] == "ok" else 0
+            lost = live
+        self.assertGreater(lost, 4096)
+        self.assertIn("restarting", self.board.log())
+        whole_session(self.host)
+        self.assertEqual(self.host.ask("identify")["memory"]["live"], self.at_rest["live"])
+
+    def test_a_thousand_sessions(self):
+        for _ in range(1000):
+            answer = self.host.ask("configure", configuration=SMALL)
+            self.assertEqual(answer["status"], "ok", answer)
+            self.host.command("frame")
+            self.assertEqual(len(self.host.message()[1]), 80)
+            self.host.ask("end")
+        memory = self.host.ask("identify")["memory"]
+        self.assertEqual(memory, {**self.at_rest, "peak": memory["peak"]})
+
+    def test_the_deepest_document_leaves_stack(self):
+        whole_session(self.host)
+        # 16 levels with the command and the configuration, and everything that takes stack on its way.
+        deepest = "[" * 14 + "1" + "]" * 14
+        self.host.send(('{"command":"configure","configuration":{"ignored":' + deepest
+                        + ',"update_rate":33.333333333333336,"enable_log":"DEBUG",'
+                        '"groups":[[{"sensor_id":1,"config":{"subsweeps":[{},{},{},{}]},"cca_enable":true,'
+                        '"cca_threshold":2.2250738585072011e-308,"cca_debug":true}]]}}\n').encode())
+        answer, _ = self.host.message()
+        self.assertEqual(answer["status"], "ok", answer)
+        self.host.command("log", level="DEBUG")
+        self.host.answer()
+        self.host.command("start")
+        for _ in range(30):
+            self.host.message()
+        self.host.command("end")
+        self.host.answer()
+        self.host.command("log", level="OFF")
+        self.host.answer()
+        frames_of(self.host, example("two_sensors.json"), 10)
+        stack = self.host.ask("identify")["stack"]
+        self.assertLess(stack["peak"], STACK_LIMIT)
+        self.assertLess(stack["peak"], stack["size"])
+
+
+if __name__ == "__main__":
+    unittest.main()

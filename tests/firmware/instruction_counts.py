@@ -1,0 +1,49 @@
+"""Instructions of a frame message on the emulated processor, against their bounds and the README's table."""
+
+import json
+import os
+import subprocess
+import sys
+
+# Most instructions by number of items.
+BOUNDS = {1: 6500, 5: 17000, 10: 35000, 50: 145000}
+
+
+def count(command):
+    """The counts of one run of the benchmark image."""
+    run = subprocess.run([command], capture_output=True, text=True, timeout=200, check=True)
+    return [json.loads(line) for line in run.stdout.splitlines()]
+
+
+def table(counts):
+    """The counts as the README shows them."""
+    lines = ["| items | message | by hand | whole frame | allocations |", "|---:|---:|---:|---:|---:|"]
+    lines += [f"| {c['items']} | {c['message']:,} | {c['by_hand']:,} | {c['frame']:,} | {c['allocations']} |"
+              for c in counts]
+    return "\n".join(lines)
+
+
+def check(command, readme_path):
+    """Prints the table and what is wrong with the counts; returns the exit code."""
+    counts = count(command)
+    print(table(counts))
+    faults = []
+    if count(command) != counts:
+        faults.append("two runs differ")
+    if [c["items"] for c in counts] != list(BOUNDS):
+        faults.append(f"the sessions do not have {list(BOUNDS)} items")
+    faults += [f"{c['items']} items take more than {BOUNDS[c['items']]} instructions" for c in counts
+               if c["message"] > BOUNDS[c["items"]]]
+    # From one shape to a larger one an item never gets dearer by more than groups of their own make it.
+    if counts[3]["message"] > 5 * counts[2]["message"] or counts[1]["message"] > 5 * counts[0]["message"]:
+        faults.append("the cost grows faster than the number of items")
+    with open(readme_path, encoding="utf-8") as file:
+        if table(counts) not in file.read():
+            faults.append(f"{os.path.basename(readme_path)} does not show this table: put it there")
+    for fault in faults:
+        print(fault, file=sys.stderr)
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(check(sys.argv[1], sys.argv[2]))

@@ -1,0 +1,123 @@
+"""What the firmware costs: code and memory of each part, and the memory of sensors, items and sessions."""
+
+import os
+import re
+import sys
+
+from emulated_board import FIRMWARE, Board
+from vantor_process import example
+
+# Parts of the image, by where an object file comes from; the first that matches counts.
+PARTS = (
+    ("backend", r"libzet_vantor_server_system_k330\.a"),
+    ("JSON utilities", r"libzet_cjson_utils\.a"),
+    ("server core", r"libzet_vantor_server\.a"),
+    ("cJSON", r"libcjson\.a"),
+    ("simulator", r"libzet_simulator\.a"),
+    ("port", r"ports/(cortex_m4|mps2_an386)/"),
+    ("C library and compiler's", r""),
+)
+
+SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".stacks", ".heap")
+
+
+def section_kind(output_section):
+    """The column of an output section."""
+    return {".data": "data", ".bss": "bss", ".stacks": "bss", ".heap": "bss"}.get(output_section, "text")
+
+
+def sizes_of_parts(map_path):
+    """Bytes of text, data and bss of each part, from the linker's map."""
+    with open(map_path, encoding="utf-8") as file:
+        text = file.read().partition("Linker script and memory map")[2]
+    # A long name stands on a line of its own.
+    text = re.sub(r"\n( ?\.\S+)\n +0x", r"\n\1 0x", text)
+    sizes = {name: {"text": 0, "data": 0, "bss": 0} for name, _ in PARTS}
+    output_section = None
+    totals = {}
+    for line in text.splitlines():
+        if line.startswith("."):
+            output_section = line.split()[0]
+            totals[output_section] = int(line.split()[2], 16) if len(line.split()) > 2 else 0
+        match = re.match(r" (?:\S+) +0x[0-9a-f]+ +(0x[0-9a-f]+) (\S.*)$", line)
+        if match and output_section in SECTIONS:
+            name = next(name for name, pattern in PARTS if re.search(pattern, match[2]))
+            sizes[name][section_kind(output_section)] += int(match[1], 16)
+    rest = {kind: sum(size for section, size in totals.items() if section in SECTIONS and section_kind(section) == kind)
+            - sum(part[kind] for part in sizes.values()) for kind in ("text", "data", "bss")}
+    rest["bss"] -= totals[".stacks"] + totals[".heap"]
+    return {**sizes, "null guard and padding": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
+            "heap": {"text": 0, "data": 0, "bss": totals[".heap"]}}
+
+
+def live(host):
+    """Bytes of the heap in use."""
+    return host.ask("identify")["memory"]["live"]
+
+
+def configured(host, groups):
+    """Bytes of the heap in use while a session is configured."""
+    answer = host.ask("configure", configuration={"groups": groups})
+    assert answer["status"] == "ok", answer
+    bytes_in_use = live(host)
+    host.ask("end")
+    return bytes_in_use
+
+
+def memory_of_sessions():
+    """Bytes of the heap that a sensor position, a session, an item and the example take."""
+    at_rest = {}
+    for sensors in (1, 2):
+        with Board(sensors=sensors) as board, board.connect() as host:
+            at_rest[sensors] = live(host)
+    item = {"sensor_id": 1, "config": {"num_points": 100}}
+    with Board() as board, board.connect() as host:
+        idle = live(host)
+        one = configured(host, [[item]])
+        two = configured(host, [[item], [item]])
+        two_sensors = configured(host, [[item, {**item, "sensor_id": 2}]])
+    with Board() as board, board.connect() as host:
+        answer = host.ask("configure", configuration=example("two_sensors.json"))
+        assert answer["status"] == "ok", answer
+        for _ in range(10):
+            host.command("frame")
+            host.message()
+        example_live = live(host)
+        example_peak = host.ask("identify")["memory"]["peak"]
+    return (
+        ("board at rest, five sensor positions", idle),
+        ("each sensor position", at_rest[2] - at_rest[1]),
+        ("session: each sensor in use", two_sensors - two),
+        ("session: each item, with 100 points", two - one),
+        ("`examples/two_sensors.json`, measuring", example_live),
+        ("`examples/two_sensors.json`, peak", example_peak),
+    )
+
+
+def table():
+    """The tables as the README shows them."""
+    lines = ["| part | text | data | bss |", "|---|---:|---:|---:|"]
+    total = {"text": 0, "data": 0, "bss": 0}
+    for name, sizes in sizes_of_parts(re.sub(r"\.elf$", ".map", FIRMWARE)).items():
+        lines.append(f"| {name} | {sizes['text']:,} | {sizes['data']:,} | {sizes['bss']:,} |")
+        for kind, size in sizes.items():
+            total[kind] += size
+    lines.append(f"| in all | {total['text']:,} | {total['data']:,} | {total['bss']:,} |")
+    lines += ["", "| heap | bytes |", "|---|---:|"]
+    lines += [f"| {name} | {size:,} |" for name, size in memory_of_sessions()]
+    return "\n".join(lines)
+
+
+def check(readme_path):
+    """Prints the tables; says whether the README shows them."""
+    tables = table()
+    print(tables)
+    with open(readme_path, encoding="utf-8") as file:
+        if tables in file.read():
+            return 0
+    print(f"{os.path.basename(readme_path)} does not show these tables: put them there.", file=sys.stderr)
+    return 1
+
+
+if __name__ == "__main__":
+    sys.exit(check(sys.argv[1]))
