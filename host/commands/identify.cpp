@@ -104,7 +104,8 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
     out << "server     vantor_server " << info.server_version << ", protocol " << info.protocol_version
         << "\n"
         << "sensors    " << info.sensor << ", " << info.sensor_count
-        << " places, connected: " << join(info.connected_sensors) << "\n"
+        << (info.sensor_count == 1 ? " place" : " places") << ", connected: " << join(info.connected_sensors)
+        << "\n"
         << "clock      "
         << (info.ticks_per_second > 0.0 ? fixed(info.ticks_per_second, 0) + " ticks per second" : "none")
         << "\n";

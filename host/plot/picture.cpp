@@ -161,7 +161,7 @@ std::string draw_map(const recorded_item &item, const item_analysis &analysis, c
     {
         return head + empty_picture("one frame only");
     }
-    return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
+    return head + "set autoscale noextend\nset pm3d map corners2color c1\nset view map scale 1.1\n" +
            plot_subsweeps("splot", base, item.layout.subsweeps.size(), ".map", "using 1:2:3 with pm3d") +
            "unset pm3d\n";
 }
@@ -174,7 +174,7 @@ std::string draw_phase(const item_analysis &analysis, const std::string &base, c
     {
         return head + empty_picture("one frame only");
     }
-    return head + phase_range(analysis) + "plot " + gnuplot_quote(base + ".phase") +
+    return head + "set autoscale xfix\n" + phase_range(analysis) + "plot " + gnuplot_quote(base + ".phase") +
            " with lines lw 1.4 lc rgb '#2a788e'\n";
 }
 

@@ -100,6 +100,7 @@ class Identify(CommandTest):
     def test_a_simulated_server(self):
         about = json.loads(self.succeeds("identify", "--connect", "sim:--sensors 7", "--json"))
         self.assertEqual(about["sensor_count"], 7)
+        self.assertIn("k330, 1 place, connected: 1\n", self.succeeds("identify", "--connect", "sim:--sensors 1"))
 
     def test_no_server(self):
         self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")
