@@ -488,10 +488,9 @@ void obey_stats(const command_t *self, const cJSON * /*command*/)
     begin_answer(&writer, self->name);
     if (server.clock.ticks_per_second > 0)
     {
-        const uint64_t milliseconds =
-            server_clock_read(&server.clock) * 1000U / server.clock.ticks_per_second;
         json_writer_key(&writer, "uptime_s");
-        json_writer_number(&writer, static_cast<double>(milliseconds) / 1000.0);
+        json_writer_thousandths(&writer,
+                                server_clock_read(&server.clock) * 1000U / server.clock.ticks_per_second);
     }
     write_uint_member(&writer, "frames", server.frames);
     write_uint_member(&writer, "bytes_sent", server.bytes_sent);
@@ -729,7 +728,8 @@ uint32_t zet_vantor_server_step(void)
 
 bool zet_vantor_server_is_idle(void)
 {
-    return server.state == SESSION_IDLE && line_buffer_is_between_lines(&server.line);
+    return server.state == SESSION_IDLE && !server.baudrate_on_trial &&
+           line_buffer_is_between_lines(&server.line);
 }
 
 void zet_vantor_server_link_lost(void)

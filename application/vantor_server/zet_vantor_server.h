@@ -88,7 +88,10 @@ void zet_vantor_server_receive(const char *data, size_t size);
  */
 uint32_t zet_vantor_server_step(void);
 
-/** Tells whether nobody would notice a restart: there is no session, and no command half received. */
+/**
+ * Tells whether nobody would notice a restart: there is no session, no command half received, and no speed of
+ * the link that may still be taken back.
+ */
 bool zet_vantor_server_is_idle(void);
 
 /** Tells the server that the host is gone: ends the session and forgets what was half received. */

@@ -22,7 +22,7 @@ extern "C" {
  *
  * @param write  sends the text, in pieces
  * @param json   the document; stays the caller's
- * @return false when an argument is null or the document nests too deep; part of it may have been sent
+ * @return false when an argument is null or the document nests too deep; nothing has been sent then
  */
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json);
 

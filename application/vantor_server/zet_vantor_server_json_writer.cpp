@@ -335,6 +335,22 @@ void json_writer_uint(json_writer_t *writer, uint64_t value)
     commit(writer, std::to_chars(out, out + most_digits, value).ptr);
 }
 
+void json_writer_thousandths(json_writer_t *writer, uint64_t value)
+{
+    json_writer_uint(writer, value / 1000U);
+    auto rest = static_cast<uint32_t>(value % 1000U);
+    char *out = begin(writer, 4);
+    if (rest > 0)
+    {
+        *out++ = '.';
+    }
+    for (; rest > 0; rest = rest % 100U * 10U)
+    {
+        *out++ = static_cast<char>('0' + rest / 100U);
+    }
+    commit(writer, out);
+}
+
 void json_writer_bool(json_writer_t *writer, bool value)
 {
     if (value)

@@ -68,6 +68,9 @@ void json_writer_number(json_writer_t *writer, double value);
 /** Writes a whole number of any size. */
 void json_writer_uint(json_writer_t *writer, uint64_t value);
 
+/** Writes a number given in thousandths: exactly, in as few digits as that takes. */
+void json_writer_thousandths(json_writer_t *writer, uint64_t value);
+
 /** Writes true or false. */
 void json_writer_bool(json_writer_t *writer, bool value);
 

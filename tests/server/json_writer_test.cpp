@@ -167,6 +167,29 @@ TEST(json_writer, writes_every_whole_number_beyond_what_a_double_holds)
     EXPECT_EQ(sent, "18446744073709551615\n");
 }
 
+TEST(json_writer, writes_thousandths_exactly)
+{
+    const auto thousandths = [](uint64_t value) {
+        json_writer_t writer = begin();
+        json_writer_begin_array(&writer);
+        json_writer_thousandths(&writer, value);
+        json_writer_thousandths(&writer, 0);
+        json_writer_end_array(&writer);
+        json_writer_finish(&writer);
+        return sent;
+    };
+    EXPECT_EQ(thousandths(1), "[0.001,0]\n");
+    EXPECT_EQ(thousandths(20), "[0.02,0]\n");
+    EXPECT_EQ(thousandths(12000), "[12,0]\n");
+    EXPECT_EQ(thousandths(12345), "[12.345,0]\n");
+    EXPECT_EQ(thousandths(2097152250), "[2097152.25,0]\n");
+    EXPECT_EQ(thousandths(UINT64_MAX), "[18446744073709551.615,0]\n");
+    for (uint64_t value = 0; value < 20000; ++value)
+    {
+        ASSERT_EQ(thousandths(value), "[" + shortest(static_cast<double>(value) / 1000.0) + ",0]\n");
+    }
+}
+
 TEST(json_writer, writes_floats_of_every_exponent_as_the_standard_library_does)
 {
     std::mt19937 random(1);
@@ -309,6 +332,7 @@ TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
         {[](json_writer_t *writer) { json_writer_number(writer, -2.2250738585072014e-308); },
          "-2.2250738585072014e-308"},
         {[](json_writer_t *writer) { json_writer_uint(writer, UINT64_MAX); }, "18446744073709551615"},
+        {[](json_writer_t *writer) { json_writer_thousandths(writer, UINT64_MAX); }, "18446744073709551.615"},
         {[](json_writer_t *writer) { json_writer_bool(writer, false); }, "false"},
         {[](json_writer_t *writer) { json_writer_bool(writer, true); }, "true"},
         {[](json_writer_t *writer) { json_writer_null(writer); }, "null"},
@@ -340,6 +364,64 @@ TEST(write_json, writes_a_whole_document_in_one_line)
     const char *text =
         R"({"result_info":[[{"tick":48213,"ok":false,"t":-3,"v":0.75,"n":null},{}],[]],"status":"ok"})";
     EXPECT_EQ(sent_document(cJSON_Parse(text)), std::string(text) + "\n");
+}
+
+/** A string with characters of one to four bytes, some of which must be escaped. */
+std::string random_string(std::mt19937 &random)
+{
+    static constexpr const char *characters[] = {"a",    "b",    "\"", "\\", "/", "\n",
+                                                 "\x1f", "\x7f", "é",  "€",  "😀"};
+    std::string text;
+    for (auto length = random() % 30; length > 0; --length)
+    {
+        text += characters[random() % std::size(characters)];
+    }
+    return text;
+}
+
+nlohmann::json random_value(std::mt19937 &random, int depth)
+{
+    nlohmann::json value;
+    const auto size = random() % 6;
+    switch (random() % (depth > 0 ? 7 : 5))
+    {
+    case 0:
+        return nullptr;
+    case 1:
+        return random() % 2 == 0;
+    case 2:
+        return static_cast<uint32_t>(random());
+    case 3:
+        return static_cast<int>(random() % 2000000) / 1000.0 - 1000.0;
+    case 4:
+        return random_string(random);
+    case 5:
+        value = nlohmann::json::array();
+        while (value.size() < size)
+        {
+            value.push_back(random_value(random, depth - 1));
+        }
+        return value;
+    default:
+        value = nlohmann::json::object();
+        while (value.size() < size)
+        {
+            value[random_string(random)] = random_value(random, depth - 1);
+        }
+        return value;
+    }
+}
+
+TEST(write_json, writes_documents_that_read_back_the_same)
+{
+    std::mt19937 random(4);
+    for (int i = 0; i < 3000; ++i)
+    {
+        const nlohmann::json document = random_value(random, 6);
+        const std::string text = sent_document(cJSON_Parse(document.dump().c_str()));
+        ASSERT_EQ(nlohmann::json::parse(text), document) << text;
+        ASSERT_EQ(text.find('\n'), text.size() - 1);
+    }
 }
 
 TEST(write_json, writes_a_value_alone)

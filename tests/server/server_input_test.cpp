@@ -171,6 +171,25 @@ TEST_F(server_input, refuses_arguments_that_are_missing_repeated_or_of_the_wrong
     EXPECT_EQ(refusal(R"({"command":"log","level":"OFF","level":"OFF"})"), "bad_argument");
 }
 
+TEST_F(server_input, looks_for_errors_in_the_documented_order)
+{
+    enter("streaming");
+    EXPECT_EQ(refusal(R"({"command":["configure"],"x":1})"), "bad_command");
+    EXPECT_EQ(refusal(R"({"command":"reconfigure","x":1})"), "unknown_command");
+    for (const char *members :
+         {R"("x":1)", R"("configuration":{},"configuration":{})", R"("configuration":1)"})
+    {
+        EXPECT_EQ(refusal(R"({"command":"configure",)" + std::string(members) + "}"), "bad_argument");
+    }
+    EXPECT_EQ(refusal(R"({"command":"configure"})"), "wrong_state");
+    EXPECT_EQ(refusal(R"({"command":"baudrate"})"), "wrong_state");
+    obey(R"({"command":"stop"})");
+    EXPECT_EQ(refusal(R"({"command":"baudrate"})"), "baudrate_fixed");
+    EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":0})"), "baudrate_fixed");
+    obey(R"({"command":"end"})");
+    EXPECT_EQ(refusal(R"({"command":"configure"})"), "bad_argument");
+}
+
 TEST_F(server_input, says_what_a_command_takes)
 {
     const auto hint = [](std::string_view line) { return ask(line).members.value("message", ""); };

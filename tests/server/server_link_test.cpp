@@ -68,6 +68,19 @@ TEST_F(server_link, goes_back_when_no_ping_comes_within_two_seconds)
     EXPECT_EQ(fake_port.baudrates.size(), 2U);
 }
 
+TEST_F(server_link, is_not_idle_while_a_speed_is_not_confirmed)
+{
+    switch_to(921600);
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    obey(R"({"command":"ping"})");
+    EXPECT_TRUE(zet_vantor_server_is_idle());
+    switch_to(1000000);
+    EXPECT_FALSE(zet_vantor_server_is_idle());
+    fake_port.tick += two_seconds;
+    zet_vantor_server_step();
+    EXPECT_TRUE(zet_vantor_server_is_idle());
+}
+
 TEST_F(server_link, takes_no_other_command_for_a_confirmation)
 {
     switch_to(921600);

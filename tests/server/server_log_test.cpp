@@ -104,6 +104,8 @@ TEST_F(server_log, sends_the_lines_of_a_command_before_its_answer)
     fake_backend.during_frame = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "measuring"); };
     send(std::string(configure_command) + "\n");
     EXPECT_EQ(contents(), (texts{"parsing", "ok"}));
+    send("{\"command\":\"frame\"}\n");
+    EXPECT_EQ(contents(), (texts{"ok", "measuring"})) << "those of a frame come after it";
     send("{\"command\":\"start\"}\n");
     EXPECT_EQ(contents(), (texts{"ok"}));
     zet_vantor_server_step();

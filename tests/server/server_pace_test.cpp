@@ -206,4 +206,33 @@ TEST_F(server_pace, tells_its_uptime_in_thousandths_of_a_second)
     EXPECT_NE(uptime().find("\"uptime_s\":12.345,"), std::string::npos);
 }
 
+TEST_F(server_pace, tells_its_uptime_to_the_thousandth_also_after_weeks)
+{
+    start();
+    const auto pass = [](uint64_t milliseconds) {
+        for (; milliseconds > 4000000U; milliseconds -= 4000000U)
+        {
+            fake_port.tick += 4000000000U;
+            zet_vantor_server_step();
+        }
+        fake_port.tick += static_cast<uint32_t>(milliseconds) * 1000U;
+    };
+    const auto uptime = [] { return ask(R"({"command":"stats"})").line; };
+    pass(2097152050U);
+    EXPECT_NE(uptime().find("\"uptime_s\":2097152.05,"), std::string::npos);
+    pass(200U);
+    EXPECT_NE(uptime().find("\"uptime_s\":2097152.25,"), std::string::npos);
+}
+
+TEST_F(server_pace, keeps_a_very_low_rate_at_the_longest_period)
+{
+    start();
+    EXPECT_EQ(stream_at("1e-9"), UINT32_MAX);
+    EXPECT_TRUE(step());
+    fake_port.tick += UINT32_MAX - 1;
+    EXPECT_FALSE(step());
+    fake_port.tick += 1;
+    EXPECT_TRUE(step());
+}
+
 } // namespace
