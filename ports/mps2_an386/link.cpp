@@ -29,8 +29,7 @@ uint32_t current_baudrate;
 /** Sets the speed. */
 void open_at(uint32_t baudrate)
 {
-    uart_open(uart_t::link, baudrate, true);
-    current_baudrate = baudrate;
+    current_baudrate = uart_open(uart_t::link, baudrate, true);
 }
 
 /** Takes a byte into the ring, if there is room. */
@@ -117,6 +116,11 @@ bool link_has_input()
     return ring_begin != ring_end;
 }
 
+uint32_t link_baudrate()
+{
+    return current_baudrate;
+}
+
 size_t link_read(char *data, size_t size)
 {
     size_t count = 0;
@@ -136,7 +140,7 @@ void link_discard_input()
 void link_set_baudrate(uint32_t baudrate)
 {
     // The port tells when a byte has left its buffer, but not when its ten bits have left the wire.
-    (void)wait_to_send();
+    stalled = stalled || !wait_to_send();
     clock_sleep_until_us(clock_now_us() + 10000000U / current_baudrate + 1U);
     open_at(baudrate);
 }

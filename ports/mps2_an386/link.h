@@ -39,6 +39,9 @@ size_t link_read(char *data, size_t size);
 /** Discards what has come and was not read. */
 void link_discard_input();
 
+/** The speed of the link, in baud. */
+uint32_t link_baudrate();
+
 /** Changes the speed once everything has been sent. */
 void link_set_baudrate(uint32_t baudrate);
 

@@ -25,17 +25,20 @@ namespace
 
 constexpr uint32_t ticks_per_second = 1000000;
 
-/** Longest command line: a configuration of 50 items with the calibrations of five sensors fits. */
+/** Longest command line: more than the longest configuration that the heap holds. */
 constexpr size_t line_size = 12288;
 
 /** Most values in a command. The heap ends the parsing of longer ones. */
 constexpr uint32_t max_values = 1024;
 
 /**
- * Memory that may be lost before the board restarts. A session that cannot be described for want of memory
- * leaves parts of the description behind.
+ * Memory that may be lost before the server starts anew. A session that cannot be described for want of
+ * memory leaves parts of the description behind.
  */
 constexpr size_t tolerated_loss = 8192;
+
+/** Most bytes that are taken from the host between two frames. */
+constexpr uint32_t most_input = 2048;
 
 char line[line_size];
 zet_simulator_clock_t current_clock;
@@ -82,7 +85,7 @@ bool start_server(const settings_t &settings)
     port.link.max_baudrate = settings.virtual_clock != 0 ? 0 : uart_max_baudrate;
     port.link.get_tick = get_tick;
     port.link.ticks_per_second = ticks_per_second;
-    port.baudrate = link_start_baudrate;
+    port.baudrate = link_baudrate();
     port.line = line;
     port.line_size = sizeof line;
     port.max_values = max_values;
@@ -119,15 +122,24 @@ size_t live_memory()
     return heap.live;
 }
 
+/** Obeys what has come; a host that never pauses does not hold up the frames. */
+void receive_input()
+{
+    char input[64];
+    for (uint32_t room = most_input; room > 0 && link_has_input(); room -= sizeof input)
+    {
+        zet_vantor_server_receive(input, link_read(input, sizeof input));
+    }
+}
+
 /** Serves whoever is at the other end of the link, until too much memory is lost. */
 void serve(bool virtual_clock)
 {
     const size_t live_at_rest = live_memory();
-    while (!zet_vantor_server_is_idle() || live_memory() <= live_at_rest + tolerated_loss || link_has_input())
+    while (!zet_vantor_server_is_idle() || live_memory() <= live_at_rest + tolerated_loss)
     {
         wait_for_work(zet_vantor_server_step(), virtual_clock);
-        char input[64];
-        zet_vantor_server_receive(input, link_read(input, sizeof input));
+        receive_input();
         if (link_is_stalled())
         {
             log_line(ZET_LOG_LEVEL_WARNING, "board", "The host takes nothing: link restarted");
@@ -143,14 +155,15 @@ void run_board()
 {
     clock_start();
     log_open();
+    link_open();
     const settings_t settings = read_settings();
-    if (start_board(settings) && start_server(settings))
+    while (start_board(settings) && start_server(settings))
     {
-        link_open();
         serve(settings.virtual_clock != 0);
+        zet_vantor_server_deinit();
+        zet_simulator_stop();
         log_line(ZET_LOG_LEVEL_WARNING, "board",
-                 "Memory was lost to sessions that ran out of it: restarting");
-        return;
+                 "Memory was lost to sessions that ran out of it: server started anew");
     }
     log_line(ZET_LOG_LEVEL_ERROR, "board", "The server could not be started");
 }

@@ -40,12 +40,14 @@ volatile uint32_t &at(uart_t uart, register_t offset)
 
 } // namespace
 
-void uart_open(uart_t uart, uint32_t baudrate, bool receive)
+uint32_t uart_open(uart_t uart, uint32_t baudrate, bool receive)
 {
-    const uint32_t divider = (bus_frequency + baudrate / 2U) / baudrate;
+    const uint32_t nearest = (bus_frequency + baudrate / 2U) / baudrate;
+    const uint32_t divider = std::clamp(nearest, smallest_divider, largest_divider);
     at(uart, control) = 0;
-    at(uart, baud_divider) = std::clamp(divider, smallest_divider, largest_divider);
+    at(uart, baud_divider) = divider;
     at(uart, control) = receive ? control_send | control_receive : control_send;
+    return bus_frequency / divider;
 }
 
 bool uart_can_send(uart_t uart)

@@ -22,8 +22,9 @@ constexpr uint32_t uart_max_baudrate = 25000000U / 16U;
  *
  * @param baudrate  in baud, up to uart_max_baudrate; the nearest speed that can be had is set
  * @param receive   receives, too, and interrupts for what comes
+ * @return the speed that was set
  */
-void uart_open(uart_t uart, uint32_t baudrate, bool receive);
+uint32_t uart_open(uart_t uart, uint32_t baudrate, bool receive);
 
 /** Tells whether a byte can be sent now. */
 bool uart_can_send(uart_t uart);

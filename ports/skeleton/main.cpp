@@ -38,6 +38,9 @@ constexpr uint32_t max_values = 256;
  */
 constexpr size_t tolerated_loss = 2048;
 
+/** Most bytes that are taken from the host between two frames. */
+constexpr uint32_t most_input = 2048;
+
 char line[line_size];
 
 uint32_t get_tick()
@@ -97,6 +100,16 @@ size_t live_memory()
     return heap.live;
 }
 
+/** Obeys what has come; a host that never pauses does not hold up the frames. */
+void receive_input()
+{
+    char input[64];
+    for (uint32_t room = most_input; room > 0 && link_has_input(); room -= sizeof input)
+    {
+        zet_vantor_server_receive(input, link_read(input, sizeof input));
+    }
+}
+
 /** Serves whoever is at the other end of the link, until too much memory is lost. */
 void serve()
 {
@@ -104,8 +117,7 @@ void serve()
     while (!zet_vantor_server_is_idle() || live_memory() <= live_at_rest + tolerated_loss || link_has_input())
     {
         wait_for_work(zet_vantor_server_step());
-        char input[64];
-        zet_vantor_server_receive(input, link_read(input, sizeof input));
+        receive_input();
         if (link_is_stalled())
         {
             zet_vantor_server_link_lost();

@@ -34,8 +34,8 @@ def check(command, readme_path):
         faults.append(f"the sessions do not have {list(BOUNDS)} items")
     faults += [f"{c['items']} items take more than {BOUNDS[c['items']]} instructions" for c in counts
                if c["message"] > BOUNDS[c["items"]]]
-    # From one shape to a larger one an item never gets dearer by more than groups of their own make it.
-    if counts[3]["message"] > 5 * counts[2]["message"] or counts[1]["message"] > 5 * counts[0]["message"]:
+    if any(larger["message"] * smaller["items"] > smaller["message"] * larger["items"]
+           for smaller, larger in zip(counts, counts[1:])):
         faults.append("the cost grows faster than the number of items")
     with open(readme_path, encoding="utf-8") as file:
         if table(counts) not in file.read():

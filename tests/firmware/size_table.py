@@ -84,11 +84,14 @@ def memory_of_sessions():
             host.message()
         example_live = live(host)
         example_peak = host.ask("identify")["memory"]["peak"]
+    each_item = two - one
+    each_sensor = two_sensors - two
     return (
         ("board at rest, five sensor positions", idle),
         ("each sensor position", at_rest[2] - at_rest[1]),
-        ("session: each sensor in use", two_sensors - two),
-        ("session: each item, with 100 points", two - one),
+        ("session: itself", one - idle - each_sensor - each_item),
+        ("session: each sensor in use", each_sensor),
+        ("session: each item, with 100 points", each_item),
         ("`examples/two_sensors.json`, measuring", example_live),
         ("`examples/two_sensors.json`, peak", example_peak),
     )

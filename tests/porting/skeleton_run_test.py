@@ -109,6 +109,18 @@ class Skeleton(unittest.TestCase):
         self.assertIn("Powered on sensor id 3", lines)
         self.assertEqual(message["status"], "error")
 
+    def test_obeys_commands_that_come_together_between_two_frames(self):
+        slow = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20, "frame_rate": 4}}]]}
+        self.assertEqual(self.host.ask("configure", configuration=slow)["status"], "ok")
+        self.host.command("start")
+        self.host.message()
+        self.host.message()
+        for _ in range(20):
+            self.host.command("ping")
+        self.host.command("stop")
+        messages = [self.host.message()[0] for _ in range(22)]
+        self.assertEqual(messages[-1].get("command"), "stop", "more than one frame came before the last answer")
+
     def test_marks_what_was_lost_for_want_of_room(self):
         slow = {"groups": [[{"sensor_id": 1, "config": {"sweeps_per_frame": 3, "sweep_rate": 1}}]]}
         self.assertEqual(self.host.ask("configure", configuration=slow)["status"], "ok")

@@ -1,0 +1,12 @@
+/** @file
+ * Has something to construct before the start, which nobody would do.
+ */
+#include "settings.h"
+#include "start.h"
+
+static const volatile settings_t settings = read_settings();
+
+void run_board()
+{
+    (void)settings.seed;
+}
