@@ -63,6 +63,12 @@ bool hung_up(int fd)
     return (other_end.revents & (POLLHUP | POLLERR)) != 0;
 }
 
+bool has_finished(int fd)
+{
+    pollfd other_end = {fd, POLLRDHUP, 0};
+    return poll(&other_end, 1, 0) != 0;
+}
+
 void link_t::open(int in, int out)
 {
     in_ = in;
@@ -139,9 +145,13 @@ void link_t::send(const char *data, size_t size)
         }
         else if (errno == EAGAIN)
         {
-            if (wait_for(out_, POLLOUT, -1) == wait_result::stopped || hung_up(out_))
+            if (wait_for(out_, POLLOUT, -1, other_hosts()) == wait_result::stopped || hung_up(out_))
             {
                 close_host();
+            }
+            else
+            {
+                turn_other_host_away();
             }
         }
         else if (errno != EINTR)

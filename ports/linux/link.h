@@ -39,6 +39,9 @@ wait_result wait_for(int fd, short events, int64_t timeout_us, int other_fd = -1
 /** Tells whether nobody is at the other end of a file descriptor any more. */
 bool hung_up(int fd);
 
+/** Tells whether nothing will come from the other end of a connection any more, beside what has come. */
+bool has_finished(int fd);
+
 /** The stream to one host at a time. What is written goes to a buffer and leaves when that is full or
  * flushed. */
 class link_t

@@ -47,7 +47,7 @@ public:
         listener_ = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         const int on = 1;
         if (listener_ < 0 || setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
-            bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || listen(listener_, 8) != 0)
+            bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || listen(listener_, SOMAXCONN) != 0)
         {
             fail("cannot listen on " + where);
         }
@@ -110,12 +110,6 @@ public:
 
     void turn_other_host_away() override
     {
-        // A host that has said its last word makes room in a moment: the next one waits for that.
-        pollfd host = {input(), POLLRDHUP, 0};
-        if (poll(&host, 1, 0) != 0)
-        {
-            return;
-        }
         const int other = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (other >= 0)
         {

@@ -76,7 +76,8 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
 bool serve_host(link_t &link, bool virtual_clock)
 {
     static_assert(ticks_per_second == 1000000, "ticks are microseconds");
-    std::array<char, 4096> input;
+    // Large enough for all that a host sends ahead: it is to be obeyed before the next frame is measured.
+    std::array<char, line_size> input;
     while (link.connected())
     {
         const uint32_t ticks = zet_vantor_server_step();
@@ -87,7 +88,8 @@ bool serve_host(link_t &link, bool virtual_clock)
         }
         zet_vantor_server_receive(input.data(), link.read(input.data(), input.size()));
         link.flush();
-        if (link.connected())
+        // A host that has said its last word makes room in a moment: the next one waits for that.
+        if (link.connected() && !has_finished(link.input()))
         {
             link.turn_other_host_away();
         }

@@ -2,7 +2,9 @@
 
 import json
 import signal
+import socket
 import subprocess
+import time
 import unittest
 
 from vantor_process import SERVER, TIME_OUT, Server, example, wait_until
@@ -88,6 +90,18 @@ class Links(unittest.TestCase):
             self.assertEqual(host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
             self.assertEqual(host.ask("frame")["status"], "ok")
 
+    def test_memory_that_runs_out_while_a_session_is_set_up_is_told_by_the_failures(self):
+        items = [{"sensor_id": i, "config": {}, "cpd_overrides": {"tx_duration": 1}} for i in range(1, 6)]
+        configure = {"command": "configure", "configuration": {"groups": [items] * 8}}
+        commands = json.dumps(configure) + '\n{"command":"stats"}\n'
+        codes = set()
+        for size in range(20000, 150000, 800):
+            result = run("--stdio", "--memory", str(size), "--clock", "virtual", stdin=commands)
+            answer, stats = map(json.loads, result.stdout.splitlines())
+            self.assertEqual(answer["status"] == "error", stats["memory"]["failures"] > 0, (size, answer))
+            codes.add(answer.get("code"))
+        self.assertGreaterEqual(codes, {None, "nox_create_sensor", "bad_config"})
+
     def test_a_second_host_is_told_that_the_server_is_busy(self):
         with Server("--tcp", "0") as server, server.connect() as first:
             first.ask("ping")
@@ -95,6 +109,59 @@ class Links(unittest.TestCase):
                 answer, _ = second.message()
                 self.assertEqual((answer["status"], answer["code"]), ("error", "busy"))
             self.assertEqual(first.ask("ping")["status"], "ok")
+
+    def test_many_hosts_at_once_are_all_told_so(self):
+        with Server("--tcp", "0") as server, server.connect() as first:
+            first.ask("ping")
+            server.process.send_signal(signal.SIGSTOP)
+            try:
+                others = [self.enterContext(server.connect()) for _ in range(100)]
+            finally:
+                server.process.send_signal(signal.SIGCONT)
+            for other in others:
+                self.assertEqual(other.message()[0]["code"], "busy")
+            self.assertEqual(first.ask("ping")["status"], "ok")
+
+    def test_a_second_host_is_told_so_also_while_the_first_takes_nothing(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as first:
+            first.ask("configure", configuration=example("two_sensors.json"))
+            first.command("start")
+            # The stream fills the connection long before the last of them comes.
+            for _ in range(10):
+                with server.connect() as second:
+                    self.assertEqual(second.message()[0]["code"], "busy")
+                time.sleep(0.1)
+            first.command("stop")
+            answer, frames = first.answer()
+            self.assertEqual(answer["command"], "start")
+            answer, frames = first.answer()
+            self.assertEqual(answer["command"], "stop")
+            self.assertGreater(len(frames), 100)
+
+    def test_all_commands_that_have_come_are_obeyed_between_two_frames(self):
+        item = {"sensor_id": 1, "config": {"frame_rate": 5}}
+        with Server("--tcp", "0") as server, server.connect() as host:
+            host.ask("configure", configuration={"groups": [[item]]})
+            host.ask("start")
+            host.message()
+            host.send(b'{"command":"ping"}\n' * 3000 + b'{"command":"stop"}\n')
+            frames = 0
+            while (answer := host.answer())[0]["command"] != "stop":
+                frames += len(answer[1])
+            self.assertLessEqual(frames + len(answer[1]), 2)
+
+    def test_a_host_that_has_said_its_last_word_gets_all_its_answers(self):
+        frames = 2000
+        with Server("--tcp", "0", "--clock", "virtual") as server:
+            with server.connect() as host:
+                host.command("configure", configuration=example("two_sensors.json"))
+                host.send(b'{"command":"frame"}\n' * frames)
+                host.stream.socket.shutdown(socket.SHUT_WR)
+                time.sleep(0.5)
+                for _ in range(1 + frames):
+                    self.assertEqual(host.message()[0]["status"], "ok")
+            with server.connect() as host:
+                self.assertEqual(host.ask("ping")["status"], "ok")
 
     def test_the_next_host_is_served_when_the_first_is_gone(self):
         with Server("--tcp", "0") as server:

@@ -232,6 +232,26 @@ TEST_F(server_input, forgets_the_rest_when_the_host_goes_away_in_the_middle_of_a
     EXPECT_EQ(take_messages().size(), 1U);
 }
 
+TEST_F(server_input, lets_a_host_that_joins_a_stream_anywhere_find_its_way)
+{
+    constexpr std::string_view answer = "{\"status\":\"ok\",\"command\":\"end\",\"payload_size\":0}\n";
+    for (const std::string half : {"", "{\"comm", "{\"command\":\"ping\"}", "\xff"})
+    {
+        for (std::size_t missed = 0; missed < 600; missed += 7)
+        {
+            enter("streaming");
+            zet_vantor_server_step();
+            send(half);
+            zet_vantor_server_step();
+            send("\n{\"command\":\"end\"}\n");
+            const std::string heard = fake_port.sent.substr(missed);
+            fake_port.sent.clear();
+            EXPECT_EQ(heard.find(answer), heard.size() - answer.size()) << heard;
+            obey(configure_command);
+        }
+    }
+}
+
 TEST_F(server_input, takes_nothing_from_nothing)
 {
     send("");
