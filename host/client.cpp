@@ -33,6 +33,13 @@ void throw_on_error(const message &received)
     }
 }
 
+/** Throws because nothing of use came in time. */
+[[noreturn]] void throw_timeout(const char *awaited)
+{
+    throw timeout_error(std::string("The server sent no ") + awaited +
+                        " in time. Check the line and its speed, and that nothing else uses the server.");
+}
+
 /** The time left until a deadline, rounded up to a millisecond, never negative. */
 std::chrono::milliseconds time_left(steady::time_point deadline)
 {
@@ -92,7 +99,8 @@ nlohmann::json client::stats()
 std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &configuration)
 {
     send_command({{"command", "configure"}, {"configuration", configuration}});
-    const auto received = next_message(steady::now() + timeouts_.configure, "session metadata");
+    auto deadline = steady::now() + timeouts_.configure;
+    const auto received = next_message(deadline, "session metadata");
     throw_on_error(received);
     metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
     return metadata_;
@@ -123,7 +131,8 @@ void client::stop(const frame_handler &handler)
 frame client::single_frame()
 {
     send_command({{"command", "frame"}});
-    const auto received = next_message(steady::now() + timeouts_.frame, "frame");
+    auto deadline = steady::now() + timeouts_.frame;
+    const auto received = next_message(deadline, "frame");
     throw_on_error(received);
     return decode(received);
 }
@@ -134,8 +143,8 @@ void client::end()
     // server that is busy closes the connection, after which a second write would fail before its message is
     // read.
     send("\n{\"command\":\"end\"}\n");
-    const auto deadline = steady::now() + timeouts_.answer;
-    while (true)
+    auto deadline = steady::now() + timeouts_.answer;
+    do
     {
         try
         {
@@ -152,7 +161,8 @@ void client::end()
         catch (const bad_message &) // NOLINT(bugprone-empty-catch): whatever was on its way is dropped
         {
         }
-    }
+    } while (steady::now() < deadline);
+    throw_timeout("answer to \"end\"");
 }
 
 void client::forward_log(std::string_view level, log_handler handler)
@@ -174,6 +184,11 @@ void client::set_baudrate(std::uint32_t baudrate)
         link_->set_baudrate(former); // the server goes back too
         throw;
     }
+}
+
+std::size_t client::bytes_missing() const noexcept
+{
+    return parser_.missing();
 }
 
 std::uint64_t client::bytes_received() const noexcept
@@ -216,16 +231,23 @@ std::optional<message> client::poll_message(time_point deadline)
     }
 }
 
-/** The same for a message that must come. */
-message client::next_message(time_point deadline, const char *awaited)
+/** The same for a message that must come; while one keeps coming on a slow line, the deadline moves on. */
+message client::next_message(time_point &deadline, const char *awaited)
 {
-    auto received = poll_message(deadline);
-    if (!received)
+    while (true)
     {
-        throw timeout_error(std::string("The server sent no ") + awaited +
-                            " in time. Check the line and its speed, and that nothing else uses the server.");
+        const auto before = parser_.missing();
+        if (auto received = poll_message(deadline))
+        {
+            return std::move(*received);
+        }
+        const auto missing = parser_.missing();
+        if (missing == 0 || (before != 0 && missing >= before))
+        {
+            throw_timeout(awaited);
+        }
+        deadline = steady::now() + timeouts_.answer;
     }
-    return std::move(*received);
 }
 
 /** Hands a log line to its handler; false when the message is none. */
@@ -254,8 +276,8 @@ nlohmann::json client::request(const nlohmann::json &command)
 /** Waits for the answer to a command; frames that come before it go to the handler, or are dropped. */
 nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler)
 {
-    const auto deadline = steady::now() + timeouts_.answer;
-    while (true)
+    auto deadline = steady::now() + timeouts_.answer;
+    do
     {
         auto received = next_message(deadline, "answer");
         throw_on_error(received);
@@ -268,7 +290,8 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
         {
             handler(decode(received));
         }
-    }
+    } while (steady::now() < deadline);
+    throw_timeout("answer");
 }
 
 /** Throws when a message is not the answer to a command. */

@@ -4,16 +4,43 @@
 #include "configuration.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <optional>
 #include <set>
 
 namespace vantor
 {
 namespace
 {
+
+/** Largest document that is read, far above what a server takes. */
+constexpr std::size_t largest_document = std::size_t{16} << 20;
+
+/** Deepest nesting of a document, far above what a server takes. */
+constexpr int deepest_nesting = 64;
+
+/** Reads a text from a file or a pipe; nothing when it cannot be read. */
+std::optional<std::string> read_text(const std::filesystem::path &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::error_code failure;
+    if (!stream || std::filesystem::is_directory(file, failure))
+    {
+        return std::nullopt;
+    }
+    std::string text;
+    std::array<char, 65536> part{};
+    while (stream && text.size() <= largest_document)
+    {
+        stream.read(part.data(), part.size());
+        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+    }
+    return text;
+}
 
 /** Writes a place in a text as "line L, column C", both counted from 1. */
 std::string describe_place(std::string_view text, std::size_t offset)
@@ -58,11 +85,19 @@ private:
     std::string repeated_;
 };
 
-/** Reads a member as a whole number, or the default when it is missing or none. */
-int integer_or(const nlohmann::json &object, const char *name, int otherwise)
+/** Reads a member as a number, or the default when it is missing or none. */
+double number_or(const nlohmann::json &object, const char *name, double otherwise)
 {
     const auto found = object.find(name);
-    return found != object.end() && found->is_number() ? found->get<int>() : otherwise;
+    return found != object.end() && found->is_number() ? found->get<double>() : otherwise;
+}
+
+/** Reads a member as a whole number as the server does: one that is too large counts as the largest. */
+int integer_or(const nlohmann::json &object, const char *name, int otherwise)
+{
+    return static_cast<int>(std::clamp<double>(number_or(object, name, otherwise),
+                                               std::numeric_limits<int>::min(),
+                                               std::numeric_limits<int>::max()));
 }
 
 /** Reads where a sub-sweep lies. */
@@ -82,6 +117,8 @@ item_configuration read_item(const nlohmann::json &document)
     item.document = document;
     item.sensor_id = static_cast<unsigned>(integer_or(document, "sensor_id", 0));
     const auto &config = document.at("config");
+    item.frame_rate = number_or(config, "frame_rate", 0.0);
+    item.sweep_rate = number_or(config, "sweep_rate", 0.0);
     if (!config.contains("subsweeps"))
     {
         item.subsweeps.push_back(read_range(config));
@@ -103,7 +140,12 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
     try
     {
         document = nlohmann::json::parse(
-            text, [&](int, nlohmann::json::parse_event_t event, const nlohmann::json &parsed) {
+            text, [&](int depth, nlohmann::json::parse_event_t event, const nlohmann::json &parsed) {
+                if (depth > deepest_nesting)
+                {
+                    throw configuration_error(name + " nests objects and lists more than " +
+                                              std::to_string(deepest_nesting) + " deep.");
+                }
                 watch(event, parsed);
                 return true;
             });
@@ -129,19 +171,18 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
 
 nlohmann::json load_configuration(const std::filesystem::path &file)
 {
-    std::ifstream stream(file, std::ios::binary);
-    std::string text;
-    if (stream && std::filesystem::is_regular_file(file))
-    {
-        text.assign(std::istreambuf_iterator<char>(stream), {});
-    }
-    if (!stream || std::filesystem::is_directory(file))
+    const auto text = read_text(file);
+    if (!text)
     {
         throw configuration_error("Cannot read " + file.string() +
                                   ": check that the file is there and that you "
                                   "may read it.");
     }
-    auto document = parse_json_text(text, file.string());
+    if (text->size() > largest_document)
+    {
+        throw configuration_error(file.string() + " is no configuration: it is larger than 16 MB.");
+    }
+    auto document = parse_json_text(*text, file.string());
     if (!document.is_object())
     {
         throw configuration_error(file.string() +
@@ -151,6 +192,7 @@ nlohmann::json load_configuration(const std::filesystem::path &file)
 }
 
 std::vector<item_configuration> list_items(const nlohmann::json &configuration)
+try
 {
     std::vector<item_configuration> items;
     const auto groups = configuration.find("groups");
@@ -166,6 +208,10 @@ std::vector<item_configuration> list_items(const nlohmann::json &configuration)
         }
     }
     return items;
+}
+catch (const nlohmann::json::exception &)
+{
+    throw configuration_error("The configuration has an item that is no object with a \"config\".");
 }
 
 std::vector<double> point_distances(const item_layout &layout, const item_configuration &item)

@@ -38,11 +38,13 @@ struct item_configuration
 {
     unsigned sensor_id = 0;  /**< from 1 */
     nlohmann::json document; /**< the item as it stands in the document */
+    double frame_rate = 0.0; /**< in hertz; 0 for none */
+    double sweep_rate = 0.0; /**< in hertz; 0 for the highest possible */
     std::vector<subsweep_range> subsweeps;
 };
 
 /**
- * Reads a JSON text and refuses repeated members.
+ * Reads a JSON text and refuses repeated members and nesting that no document needs.
  *
  * @param text  the text
  * @param name  what to call it in errors, such as its file name
@@ -51,9 +53,10 @@ struct item_configuration
 nlohmann::json parse_json_text(std::string_view text, const std::string &name);
 
 /**
- * Reads a configuration document from a file.
+ * Reads a configuration document from a file or a pipe.
  *
- * @throws configuration_error when the file cannot be read, is not JSON, repeats a member or is no object
+ * @throws configuration_error when the file cannot be read, is too large or not JSON, repeats a member or is
+ *         no object
  */
 nlohmann::json load_configuration(const std::filesystem::path &file);
 
@@ -62,6 +65,7 @@ nlohmann::json load_configuration(const std::filesystem::path &file);
  *
  * @param configuration  the document
  * @return one element per item
+ * @throws configuration_error when it is no such document after all
  */
 std::vector<item_configuration> list_items(const nlohmann::json &configuration);
 

@@ -199,6 +199,11 @@ bool message_parser::within_message() const noexcept
     return pending_.has_value() || skipping_ || start_ != buffer_.size();
 }
 
+std::size_t message_parser::missing() const noexcept
+{
+    return pending_ ? payload_size_ - pending_->payload.size() : 0;
+}
+
 void message_parser::reset()
 {
     *this = message_parser(limits_);

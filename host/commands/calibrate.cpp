@@ -15,6 +15,7 @@
 #include "commands/common_options.h"
 #include "recording/output_file.h"
 #include "vantor/client.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -61,6 +62,10 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     const auto &sensors = options.sensors.empty() ? server.server().connected_sensors : options.sensors;
     const auto metadata = server.configure(calibrating_configuration(sensors));
     server.end();
+    if (metadata->calibrations.empty())
+    {
+        throw error("The server calibrated no sensor: see with \"vantor identify\" which are connected.");
+    }
     replace_files({{.path = options.output, .text = calibration_text(metadata->calibrations)}});
     if (options.json)
     {

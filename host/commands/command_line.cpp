@@ -17,6 +17,7 @@
 #include "commands/plot.h"
 #include "commands/record.h"
 #include "commands/replay.h"
+#include "commands/text_table.h"
 #include "commands/validate.h"
 #include "configuration.h"
 #include "recording/recording_error.h"
@@ -42,7 +43,7 @@ constexpr const char *footer = R"(Exit codes:
 /** Ends a command with a sentence for the person. */
 exit_code report(std::ostream &err, exit_code code, const std::exception &failure)
 {
-    err << "vantor: " << failure.what() << "\n";
+    err << "vantor: " << printable(failure.what()) << "\n";
     return code;
 }
 
@@ -81,7 +82,15 @@ exit_code report_current_exception(std::ostream &err)
     {
         return report(err, exit_code::bad_link, failure);
     }
-    catch (const error &failure)
+    catch (const connect_error &failure)
+    {
+        return report(err, exit_code::no_connection, failure);
+    }
+    catch (const connection_lost &failure)
+    {
+        return report(err, exit_code::no_connection, failure);
+    }
+    catch (const timeout_error &failure)
     {
         return report(err, exit_code::no_connection, failure);
     }
@@ -116,6 +125,12 @@ exit_code parse_and_run(const std::vector<std::string> &arguments, command_strea
     }
     catch (const CLI::ParseError &failure)
     {
+        if (app.get_subcommands().empty() && !app.remaining().empty())
+        {
+            streams.err << "There is no command \"" << printable(app.remaining().front())
+                        << "\".\nRun with --help for more information.\n";
+            return exit_code::usage;
+        }
         const int code = app.exit(failure, streams.out, streams.err);
         return code == 0 ? exit_code::success : exit_code::usage;
     }
@@ -128,7 +143,12 @@ exit_code run_command_line(const std::vector<std::string> &arguments, command_st
 {
     try
     {
-        return parse_and_run(arguments, streams);
+        const auto result = parse_and_run(arguments, streams);
+        if (!streams.out.flush())
+        {
+            throw recording_error("Cannot write to the standard output.");
+        }
+        return result;
     }
     catch (...)
     {

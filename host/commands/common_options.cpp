@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <ostream>
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +26,12 @@ void add_connect_option(CLI::App &command, std::string &where)
 void add_json_flag(CLI::App &command, bool &json)
 {
     command.add_flag("--json", json, "Print JSON, for programs");
+}
+
+void print_json(std::ostream &out, const nlohmann::ordered_json &document)
+{
+    using on_error = nlohmann::ordered_json::error_handler_t;
+    out << document.dump(2, ' ', false, on_error::replace) << "\n";
 }
 
 CLI::Validator finite_number(std::optional<double> bound)

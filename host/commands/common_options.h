@@ -6,11 +6,13 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <optional>
 #include <string>
 
 #include <CLI/App.hpp>
 #include <CLI/Validators.hpp>
+#include <nlohmann/json.hpp>
 
 namespace vantor
 {
@@ -20,6 +22,9 @@ void add_connect_option(CLI::App &command, std::string &where);
 
 /** Adds `--json`. */
 void add_json_flag(CLI::App &command, bool &json);
+
+/** Prints JSON for programs; bytes that are no UTF-8, which file names may hold, are replaced. */
+void print_json(std::ostream &out, const nlohmann::ordered_json &document);
 
 /** A check that an option's value is a finite number, and above a bound when there is one. */
 CLI::Validator finite_number(std::optional<double> bound = std::nullopt);

@@ -118,7 +118,7 @@ void add_completion_command(CLI::App &app, command_streams streams, exit_code &r
     auto shell = std::make_shared<std::string>();
     command->add_option("SHELL", *shell, "bash, zsh or fish")
         ->required()
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}))
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""))
         ->type_name("");
     command->footer(footer);
     command->callback([&app, shell, streams, &result] {

@@ -52,7 +52,7 @@ exit_code export_recording(const export_options &options, const command_streams 
     }
     if (options.json)
     {
-        streams.out << nlohmann::ordered_json{{"files", names}}.dump(2) << "\n";
+        print_json(streams.out, {{"files", names}});
         return exit_code::success;
     }
     for (const auto &name : names)
@@ -71,7 +71,8 @@ void add_export_command(CLI::App &app, command_streams streams, exit_code &resul
     add_recording_argument(*command, options->recording);
     command->add_option("--format", options->format, "csv or npy")
         ->required()
-        ->check(CLI::IsMember({"csv", "npy"}));
+        ->check(CLI::IsMember({"csv", "npy"}).description(""))
+        ->type_name("FORMAT");
     command->add_option("--output", options->output, "Directory for the files")->type_name("DIR");
     add_json_flag(*command, options->json);
     command->footer(footer);

@@ -98,12 +98,12 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
     const auto &info = server.server();
     if (json)
     {
-        out << to_json(where, info).dump(2) << "\n";
+        print_json(out, to_json(where, info));
         return exit_code::success;
     }
-    out << "server     vantor_server " << info.server_version << ", protocol " << info.protocol_version
-        << "\n"
-        << "sensors    " << info.sensor << ", " << info.sensor_count
+    out << "server     vantor_server " << printable(info.server_version) << ", protocol "
+        << info.protocol_version << "\n"
+        << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
         << (info.sensor_count == 1 ? " place" : " places") << ", connected: " << join(info.connected_sensors)
         << "\n"
         << "clock      "
@@ -177,13 +177,13 @@ exit_code scan(const scan_options &options, command_streams streams)
     }
     if (options.json)
     {
-        streams.out << found.dump(2) << "\n";
+        print_json(streams.out, found);
     }
     for (const auto &server : options.json ? nlohmann::ordered_json::array() : found)
     {
         streams.out << server["address"].get<std::string>() << "  vantor_server "
-                    << server["server_version"].get<std::string>() << ", "
-                    << server["sensor"].get<std::string>()
+                    << printable(server["server_version"].get<std::string>()) << ", "
+                    << printable(server["sensor"].get<std::string>())
                     << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>())
                     << "\n";
     }

@@ -13,6 +13,7 @@
 #include "commands/common_options.h"
 #include "commands/text_table.h"
 #include "recording/frame_table.h"
+#include "recording/recording_error.h"
 #include "recording/session_reader.h"
 
 namespace vantor
@@ -102,9 +103,17 @@ nlohmann::ordered_json to_json(const session_reader &recording)
     std::string started;
     for (const auto &item : recording.items())
     {
-        items.push_back(to_json(recording, item));
-        complete = complete && item.document.at("global").contains("core:sha512");
-        started = item.document.at("captures").at(0).value("core:datetime", "");
+        try
+        {
+            items.push_back(to_json(recording, item));
+            complete = complete && item.document.at("global").contains("core:sha512");
+            started = item.document.at("captures").at(0).value("core:datetime", "");
+        }
+        catch (const nlohmann::json::exception &)
+        {
+            throw bad_recording(item.name + ".sigmf-meta was not written by \"vantor record\": a member is "
+                                            "missing or of another type.");
+        }
     }
     return {{"recording", recording.directory().string()},
             {"started", started},
@@ -121,8 +130,8 @@ void print(std::ostream &out, const nlohmann::ordered_json &about)
     const auto text = [](const nlohmann::ordered_json &value) { return value.dump(); };
     out << about["recording"].get<std::string>() << ": " << text(about["frames"]) << " frames"
         << (about["complete"].get<bool>() ? "" : ", not finished") << ", started "
-        << about["started"].get<std::string>() << ", vantor_server "
-        << about["server_version"].get<std::string>() << "\n";
+        << printable(about["started"].get<std::string>()) << ", vantor_server "
+        << printable(about["server_version"].get<std::string>()) << "\n";
     text_table table({"group", "item", "sensor", "sub-sweeps", "sweeps", "samples/frame", "seconds",
                       "saturated", "delayed", "lost", "temperature"});
     for (const auto &item : about["items"])
@@ -156,7 +165,7 @@ void add_info_command(CLI::App &app, command_streams streams, exit_code &result)
         const auto about = to_json(session_reader(options->recording));
         if (options->json)
         {
-            streams.out << about.dump(2) << "\n";
+            print_json(streams.out, about);
         }
         else
         {

@@ -52,7 +52,7 @@ exit_code plot(const plot_options &options, const command_streams &streams)
     const auto picture = draw(options, streams).string();
     if (options.json)
     {
-        streams.out << nlohmann::ordered_json{{"picture", picture}}.dump(2) << "\n";
+        print_json(streams.out, {{"picture", picture}});
     }
     else
     {

@@ -16,6 +16,9 @@ namespace
 
 constexpr std::chrono::milliseconds interval{200};
 
+/** Longest time left that is worth telling, in seconds: some thirty years. */
+constexpr double longest_wait = 1e9;
+
 } // namespace
 
 progress_line::progress_line(std::ostream &out, bool active, progress_goal goal)
@@ -60,7 +63,7 @@ std::string progress_text(std::uint64_t frames, double seconds, const progress_g
         left = std::min(left, std::max(goal.seconds - seconds, 0.0));
     }
     text += " frames, " + fixed(rate, 1) + " frames/s";
-    return left < std::numeric_limits<double>::infinity() ? text + ", " + fixed(left, 0) + " s left" : text;
+    return left < longest_wait ? text + ", " + fixed(left, 0) + " s left" : text;
 }
 
 } // namespace vantor

@@ -30,7 +30,7 @@ namespace
 constexpr const char *footer = R"(Examples:
   vantor record examples/two_sensors.json --frames 100
       100 frames from a simulated server, into a new directory in recordings/
-  vantor record config.json --frames 100 --connect tcp:192.168.1.20:5000 --output garage
+  vantor record config.json --frames 100 --connect tcp:192.168.1.20:6110 --output recordings/garage
   vantor record config.json --seconds 60 --connect serial:/dev/ttyACM0@921600
   vantor record config.json --frames 10 --connect "sim:--sensors 2"
   vantor record config.json --frames 100 --calibration calibration.json
@@ -69,7 +69,7 @@ double frame_period(const nlohmann::json &configuration, const session_metadata 
     }
     for (const auto &item : list_items(configuration))
     {
-        const auto rate = item.document.at("config").value("frame_rate", 0.0F); // as the server reads it
+        const auto rate = static_cast<float>(item.frame_rate); // as the server reads it
         if (rate > 0.0F)
         {
             return 1.0 / rate;
@@ -187,6 +187,11 @@ exit_code record(const record_options &options, command_streams streams)
     }
     client server(parse_address(options.connect));
     const auto metadata = server.configure(configuration);
+    if (metadata->items.empty())
+    {
+        throw configuration_error(options.configuration.string() +
+                                  " has no items, so there is nothing to record: add some to \"groups\".");
+    }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
     session_writer writer(output, {configuration, *metadata, server.server()});
     recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()));
@@ -195,7 +200,7 @@ exit_code record(const record_options &options, command_streams streams)
     const auto items = list_items(configuration);
     if (options.json)
     {
-        streams.out << to_json(*metadata, items, recorded, writer).dump(2) << "\n";
+        print_json(streams.out, to_json(*metadata, items, recorded, writer));
     }
     else
     {

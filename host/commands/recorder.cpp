@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 #include "vantor/errors.h"
 
@@ -23,6 +25,9 @@ constexpr double longest_silence = 10.0;
 
 /** Frames that may be missing before the server is given up, when they come slowly. */
 constexpr double longest_gap = 3.0;
+
+/** Most frames that can be lost at once: the server's tick goes no farther. */
+constexpr double most_lost = std::numeric_limits<std::uint32_t>::max();
 
 /** A span of time in seconds. */
 double in_seconds(steady::duration span)
@@ -80,7 +85,11 @@ std::optional<frame> recorder::receive()
     try
     {
         auto received = source_.receive_frame(patience);
-        if (!received && too_long)
+        if (!received && frame_grows())
+        {
+            last_ = steady::now();
+        }
+        else if (!received && too_long)
         {
             throw timeout_error("The server has sent no frame for " + std::to_string(std::lround(silence)) +
                                 " s. Check the line, and that the sensors are still powered.");
@@ -96,6 +105,13 @@ std::optional<frame> recorder::receive()
         damaged_ = true;
         return std::nullopt;
     }
+}
+
+/** Whether more of a frame has come, which a slow line takes its time for. */
+bool recorder::frame_grows()
+{
+    const auto before = std::exchange(missing_, source_.bytes_missing());
+    return !damaged_ && missing_ != 0 && (before == 0 || missing_ < before);
 }
 
 /** Puts a frame into the recording. */
@@ -126,7 +142,7 @@ void recorder::note_loss(const frame &next)
     if (ticks_per_frame > 0.0 && last_tick_ && !next.items().empty())
     {
         const std::uint32_t ticks = next.items().front().tick - *last_tick_;
-        lost = std::max(1.0, std::round(ticks / ticks_per_frame) - 1.0);
+        lost = std::clamp(std::round(ticks / ticks_per_frame) - 1.0, 1.0, most_lost);
     }
     destination_.add_loss(static_cast<std::uint64_t>(lost));
     damaged_ = false;

@@ -72,6 +72,7 @@ public:
 private:
     bool done(const recorder_limits &limits);
     std::optional<frame> receive();
+    bool frame_grows();
     void store(const frame &received);
     void note_loss(const frame &next);
 
@@ -80,7 +81,8 @@ private:
     double period_;
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
-    std::chrono::steady_clock::time_point last_; // when the last frame came
+    std::chrono::steady_clock::time_point last_; // when the last frame, or more of the next, came
+    std::size_t missing_ = 0;                    // bytes of the frame that was under way then
     double seconds_ = 0.0;
     unsigned losses_ = 0;
     bool interrupted_ = false;

@@ -80,7 +80,7 @@ void add_validate_command(CLI::App &app, command_streams streams, exit_code &res
         const auto faults = check_configuration(load_configuration(options->configuration));
         if (options->json)
         {
-            streams.out << to_json(faults).dump(2) << "\n";
+            print_json(streams.out, to_json(faults));
         }
         else
         {

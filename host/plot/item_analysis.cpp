@@ -186,7 +186,7 @@ private:
 /** The rate of an item's sweeps, in hertz. */
 double sweep_rate(const recorded_item &item)
 {
-    const double configured = item.configuration.document.at("config").value("sweep_rate", 0.0);
+    const double configured = item.configuration.sweep_rate;
     return configured > 0.0 ? configured : item.layout.max_sweep_rate;
 }
 

@@ -19,8 +19,9 @@ namespace vantor
 namespace
 {
 
-constexpr int row_height = 380;   // pixels
-constexpr int sheet_width = 1900; // pixels
+constexpr int row_height = 380;       // pixels
+constexpr int sheet_width = 1900;     // pixels
+constexpr int highest_sheet = 32'000; // pixels; what draws it knows no more than 32,767
 
 /** The look of every picture. */
 constexpr const char *style = R"(set border 3 lc rgb '#606060'
@@ -64,10 +65,22 @@ private:
     std::filesystem::path path_;
 };
 
+/** The distance from one point of a sub-sweep to the next, in metres. */
+double step_length(const recorded_item &item, std::size_t subsweep)
+{
+    const auto &ranges = item.configuration.subsweeps;
+    return subsweep < ranges.size() ? ranges[subsweep].step_length * item.layout.base_step_length_m : 0.0;
+}
+
 /** Writes the profile and the map of one sub-sweep, which has distances of its own. */
 void write_subsweep(const std::filesystem::path &base, const recorded_item &item,
-                    const item_analysis &analysis, const subsweep_layout &place)
+                    const item_analysis &analysis, std::size_t subsweep)
 {
+    const auto &place = item.layout.subsweeps[subsweep];
+    if (place.length == 0)
+    {
+        return;
+    }
     std::ofstream profile(base.string() + ".profile");
     std::ofstream map(base.string() + ".map");
     for (std::size_t i = place.offset; i < place.offset + place.length; ++i)
@@ -80,7 +93,9 @@ void write_subsweep(const std::filesystem::path &base, const recorded_item &item
         {
             map << strip.seconds << " " << item.distances[i] << " " << strip.levels[i] << "\n";
         }
-        map << "\n";
+        const auto last = place.offset + place.length - 1; // its field ends where a next point would be
+        map << strip.seconds << " " << item.distances[last] + step_length(item, subsweep) << " "
+            << strip.levels[last] << "\n\n";
     }
 }
 
@@ -95,17 +110,21 @@ void write_columns(const std::filesystem::path &path, const std::vector<double> 
     }
 }
 
-/** Lists the files of an item's sub-sweeps in a plot command. */
-std::string plot_subsweeps(const char *command, const std::string &base, std::size_t count,
-                           const std::string &extension, const char *look)
+/** Lists the files of an item's sub-sweeps in a plot command, those of a single point with a look of their
+ * own. */
+std::string plot_subsweeps(const std::string &command, const std::string &base, const recorded_item &item,
+                           const std::string &extension, const char *look, const char *look_of_point)
 {
-    std::string text = command;
-    for (std::size_t i = 0; i < count; ++i)
+    std::string text;
+    for (std::size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
-        text += i == 0 ? " " : ", ";
-        text += gnuplot_quote(std::string(base).append("-").append(std::to_string(i)).append(extension));
-        text += " ";
-        text += look;
+        if (const auto length = item.layout.subsweeps[i].length; length > 0)
+        {
+            text += text.empty() ? command + " " : ", ";
+            text += gnuplot_quote(std::string(base).append("-").append(std::to_string(i)).append(extension));
+            text += ' ';
+            text += length == 1 ? look_of_point : look;
+        }
     }
     return text + "\n";
 }
@@ -142,14 +161,21 @@ std::string phase_range(const item_analysis &analysis)
 /** The commands that draw the mean level over the distance, with a mark at the point that is looked at. */
 std::string draw_profile(const recorded_item &item, const item_analysis &analysis, const std::string &base)
 {
-    const auto mark = std::to_string(item.distances[analysis.point]);
+    const double distance = item.distances[analysis.point];
     const std::string name = "Sensor " + std::to_string(item.configuration.sensor_id) + " (group " +
                              std::to_string(item.layout.group + 1) + ", item " +
                              std::to_string(item.layout.index + 1) + "): mean level";
-    return axes(name, "distance in m", "level") + "set yrange [0:*]\nset arrow 1 from " + mark +
-           ", graph 0 to " + mark + ", graph 1 nohead dt 2 lc rgb '#c04040'\n" +
-           plot_subsweeps("plot", base, item.layout.subsweeps.size(), ".profile",
-                          "with lines lw 1.6 lc rgb '#2a5d9c'") +
+    const auto head = axes(name, "distance in m", "level");
+    if (!std::isfinite(distance))
+    {
+        return head + empty_picture("distances not known");
+    }
+    const auto mark = std::to_string(distance);
+    const auto range = item.distances.size() == 1 ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n" : "";
+    return head + range + "set yrange [0:*]\nset arrow 1 from " + mark + ", graph 0 to " + mark +
+           ", graph 1 nohead dt 2 lc rgb '#c04040'\n" +
+           plot_subsweeps("plot", base, item, ".profile", "with lines lw 1.6 lc rgb '#2a5d9c'",
+                          "with points pt 7 lc rgb '#2a5d9c'") +
            "unset arrow 1\n";
 }
 
@@ -161,9 +187,13 @@ std::string draw_map(const recorded_item &item, const item_analysis &analysis, c
     {
         return head + empty_picture("one frame only");
     }
+    if (!std::isfinite(item.distances[analysis.point]))
+    {
+        return head + empty_picture("distances not known");
+    }
+    constexpr const char *look = "using 1:2:3 with pm3d";
     return head + "set autoscale noextend\nset pm3d map corners2color c1\nset view map scale 1.1\n" +
-           plot_subsweeps("splot", base, item.layout.subsweeps.size(), ".map", "using 1:2:3 with pm3d") +
-           "unset pm3d\n";
+           plot_subsweeps("splot", base, item, ".map", look, look) + "unset pm3d\n";
 }
 
 /** The commands that draw the phase over time. */
@@ -195,7 +225,14 @@ std::string draw_item(const recorded_item &item, const item_analysis &analysis, 
 {
     std::ostringstream place;
     place.precision(3);
-    place << std::fixed << item.distances[analysis.point] << " m";
+    if (const double distance = item.distances[analysis.point]; std::isfinite(distance))
+    {
+        place << std::fixed << distance << " m";
+    }
+    else
+    {
+        place << "point " << analysis.point;
+    }
     return draw_profile(item, analysis, base) + draw_map(item, analysis, base) +
            draw_phase(analysis, base, place.str()) + draw_doppler(analysis, base, place.str());
 }
@@ -208,7 +245,7 @@ std::string prepare_item(session_reader &recording, std::size_t index, std::opti
     const auto analysis = analyse_item(recording, index, distance);
     for (std::size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
-        write_subsweep(base.string() + "-" + std::to_string(i), item, analysis, item.layout.subsweeps[i]);
+        write_subsweep(base.string() + "-" + std::to_string(i), item, analysis, i);
     }
     write_columns(base.string() + ".phase", analysis.seconds, analysis.phase);
     write_columns(base.string() + ".doppler", analysis.frequencies, analysis.powers);
@@ -220,7 +257,7 @@ std::string prepare_item(session_reader &recording, std::size_t index, std::opti
 void draw_recording(session_reader &recording, const std::filesystem::path &output,
                     std::optional<double> distance)
 {
-    const auto count = recording.items().size();
+    const int count = static_cast<int>(recording.items().size());
     if (recording.frames() == 0)
     {
         throw bad_recording("The recording holds no whole frame, so there is nothing to draw.");
@@ -228,11 +265,11 @@ void draw_recording(session_reader &recording, const std::filesystem::path &outp
     const scratch_directory scratch;
     const auto picture = scratch / "picture.png";
     std::string commands = "set terminal pngcairo size " + std::to_string(sheet_width) + "," +
-                           std::to_string(row_height * static_cast<int>(count)) +
+                           std::to_string(count * std::min(row_height, highest_sheet / count)) +
                            " font 'Sans,10' background rgb 'white'\nset output " +
                            gnuplot_quote(picture.string()) + "\n" + style + "set multiplot layout " +
                            std::to_string(count) + ",4\n";
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < recording.items().size(); ++i)
     {
         commands += prepare_item(recording, i, distance, scratch / item_name(recording.items()[i].layout));
     }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <string_view>
 #include <utility>
 
@@ -79,7 +80,8 @@ std::optional<frame_row> frame_table::next()
                        read_cell(cells[4], row.data_saturated) && read_cell(cells[5], row.frame_delayed) &&
                        read_cell(cells[6], row.calibration_needed) && read_cell(cells[7], row.data_valid) &&
                        read_cell(cells[8], row.cca_value) && read_cell(cells[9], row.cca_detected) &&
-                       read_cell(cells[10], row.tx_enabled);
+                       read_cell(cells[10], row.tx_enabled) && std::isfinite(row.seconds) &&
+                       row.seconds >= 0.0;
     ++rows_;
     if (!whole)
     {

@@ -89,8 +89,22 @@ void replace_files(const std::vector<file_text> &files)
     {
         for (const auto &file : files)
         {
+            const auto present = std::filesystem::status(file.path, failure);
+            if (std::filesystem::exists(present) && !std::filesystem::is_regular_file(present))
+            {
+                throw recording_error("Cannot replace " + file.path.string() + ": it is no plain file.");
+            }
             std::filesystem::remove(new_version(file.path), failure);
             output_file(new_version(file.path)).append(file.text);
+        }
+        for (const auto &file : files)
+        {
+            std::filesystem::rename(new_version(file.path), file.path, failure);
+            if (failure)
+            {
+                throw recording_error("Cannot replace " + file.path.string() + ": " + failure.message() +
+                                      ".");
+            }
         }
     }
     catch (...)
@@ -100,14 +114,6 @@ void replace_files(const std::vector<file_text> &files)
             std::filesystem::remove(new_version(file.path), failure);
         }
         throw;
-    }
-    for (const auto &file : files)
-    {
-        std::filesystem::rename(new_version(file.path), file.path, failure);
-        if (failure)
-        {
-            throw recording_error("Cannot replace " + file.path.string() + ": " + failure.message() + ".");
-        }
     }
 }
 

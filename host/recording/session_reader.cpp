@@ -29,11 +29,11 @@ json read_document(const std::filesystem::path &path)
     }
     try
     {
-        return json::parse(text);
+        return parse_json_text(text, path.string());
     }
-    catch (const json::exception &)
+    catch (const configuration_error &failure)
     {
-        throw bad_recording(path.string() + " is no SigMF document: it is not JSON.");
+        throw bad_recording(failure.what());
     }
 }
 
@@ -54,7 +54,8 @@ session_description read_session(const json &collection)
 /** The directory of a recording that is named by its directory or by one of its files. */
 std::filesystem::path directory_of(const std::filesystem::path &place)
 {
-    if (!std::filesystem::exists(place))
+    std::error_code failure;
+    if (!std::filesystem::exists(place, failure))
     {
         throw bad_recording("There is no recording " + place.string() +
                             ". Give the directory that \"vantor record\" printed.");
@@ -79,6 +80,10 @@ session_reader::session_reader(const std::filesystem::path &place) : directory_(
         throw bad_recording(file.string() + " was not written by \"vantor record\": a member is missing.");
     }
     catch (const protocol_error &failure)
+    {
+        throw bad_recording(file.string() + ": " + failure.what());
+    }
+    catch (const configuration_error &failure)
     {
         throw bad_recording(file.string() + ": " + failure.what());
     }

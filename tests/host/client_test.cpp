@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <thread>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -306,6 +307,37 @@ TEST(client, gives_up_on_a_line_that_never_falls_silent)
     const auto before = std::chrono::steady_clock::now();
     EXPECT_THROW(host.ping(), timeout_error);
     EXPECT_LT(std::chrono::steady_clock::now() - before, 1500ms);
+}
+
+TEST(client, gives_up_on_a_server_that_sends_messages_for_ever)
+{
+    std::atomic<bool> over = false;
+    fake_server server;
+    server.on("end", [&](host_connection &host, const json &) {
+        while (!over)
+        {
+            host.send(example_session().frame_header(1), example_session().frame_payload(1));
+        }
+    });
+    EXPECT_THROW(connect(server, {.connect = 5s, .answer = 200ms}), timeout_error);
+    over = true;
+}
+
+TEST(client, waits_for_a_message_as_long_as_it_keeps_coming)
+{
+    fake_server server;
+    server.on("end", [](host_connection &host, const json &) {
+        const auto payload = example_session().frame_payload(1);
+        auto header = example_session().frame_header(1).dump() + "\n";
+        host.send(header + payload.substr(0, 50));
+        for (std::size_t place = 50; place < payload.size(); place += 50)
+        {
+            std::this_thread::sleep_for(150ms);
+            host.send(payload.substr(place, 50));
+        }
+        host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
+    });
+    EXPECT_EQ(connect(server, {.connect = 5s, .answer = 400ms}).server().sensor, "k330");
 }
 
 TEST(client, notices_that_the_server_goes_and_reconnects)

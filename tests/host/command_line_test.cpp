@@ -259,5 +259,74 @@ TEST(command_line, tells_bad_messages_and_unwritable_output_apart)
         exit_code::not_written);
 }
 
+TEST(command_line, names_a_command_that_it_does_not_know)
+{
+    const auto result = run({"recrod", "config.json"});
+    EXPECT_EQ(result.code, exit_code::usage);
+    EXPECT_THAT(result.err, HasSubstr("no command \"recrod\""));
+}
+
+TEST(command_line, says_that_its_output_cannot_be_written)
+{
+    std::ofstream full("/dev/full");
+    std::ostringstream err;
+    EXPECT_EQ(run_command_line({"completion", "bash"}, {full, err}), exit_code::not_written);
+    EXPECT_THAT(err.str(), HasSubstr("standard output"));
+}
+
+TEST(command_line, prints_json_whatever_a_file_is_called)
+{
+    const test::temporary_directory directory;
+    const auto recording = directory / "out\xff";
+    test::write_example_recording(recording, 2);
+    const auto result = run({"info", recording.string(), "--json"});
+    EXPECT_EQ(result.code, exit_code::success) << result.err;
+    EXPECT_EQ(json::parse(result.out)["frames"], 2);
+}
+
+TEST(command_line, lets_no_server_control_the_terminal)
+{
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        host.send({{"status", "error"}, {"code", "busy"}, {"message", "\x1b[2J\r\n"}, {"payload_size", 0}},
+                  "");
+    });
+    const test::temporary_directory directory;
+    const auto result =
+        run({"calibrate", "--output", (directory / "out.json").string(), "--connect", server.address()});
+    EXPECT_EQ(result.code, exit_code::refused);
+    EXPECT_EQ(result.err, "vantor: ?[2J?? (busy)\n");
+}
+
+TEST(command_line, keeps_no_empty_list_of_calibrations)
+{
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", json::array()}},
+                  "");
+    });
+    const test::temporary_directory directory;
+    const auto file = directory / "out.json";
+    const auto result = run({"calibrate", "--output", file.string(), "--connect", server.address()});
+    EXPECT_EQ(result.code, exit_code::failure);
+    EXPECT_THAT(result.err, HasSubstr("calibrated no sensor"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST(command_line, refuses_documents_of_a_recording_that_lack_members)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 1);
+    for (const char *captures :
+         {R"([])", R"(["x"])", R"([{"core:global_index": "x"}])", R"([{"core:datetime": 5}])"})
+    {
+        std::ofstream(directory / "out/group-1-item-1.sigmf-meta")
+            << R"({"global": {}, "captures": )" << captures << "}";
+        const auto result = run({"info", (directory / "out").string()});
+        EXPECT_EQ(result.code, exit_code::bad_file) << captures;
+        EXPECT_THAT(result.err, HasSubstr("group-1-item-1.sigmf-meta")) << captures;
+    }
+}
+
 } // namespace
 } // namespace vantor

@@ -4,8 +4,12 @@
 #include "configuration.h"
 
 #include <cmath>
+#include <fstream>
+#include <limits>
+#include <thread>
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "fake_server.h"
 #include "temporary_directory.h"
@@ -100,6 +104,46 @@ TEST(configuration, does_not_guess_distances_that_no_sub_sweep_reaches)
     EXPECT_TRUE(std::isnan(distances[0]));
     EXPECT_DOUBLE_EQ(distances[1], 0.01);
     EXPECT_DOUBLE_EQ(distances[2], 0.015);
+}
+
+TEST(configuration, bounds_what_it_reads)
+{
+    const test::temporary_directory directory;
+    const std::string brackets(100000, '[');
+    const auto deep =
+        directory.write("deep.json", "{\"groups\": " + brackets + std::string(100000, ']') + "}");
+    EXPECT_THAT([&] { load_configuration(deep); },
+                ThrowsMessage<configuration_error>(HasSubstr("more than 64 deep")));
+    const auto large = directory.write("large.json", "{}" + std::string(17 << 20, ' '));
+    EXPECT_THAT([&] { load_configuration(large); }, ThrowsMessage<configuration_error>(HasSubstr("16 MB")));
+    EXPECT_THAT([&] { load_configuration("/dev/zero"); },
+                ThrowsMessage<configuration_error>(HasSubstr("16 MB")));
+}
+
+TEST(configuration, reads_a_pipe)
+{
+    const test::temporary_directory directory;
+    const auto pipe = directory / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { std::ofstream(pipe) << R"({"update_rate": 10})"; });
+    EXPECT_NO_THROW(EXPECT_EQ(load_configuration(pipe)["update_rate"], 10));
+    writer.join();
+}
+
+TEST(configuration, refuses_to_list_what_is_no_item)
+{
+    for (const char *text : {R"({"groups": [[1]]})", R"({"groups": [1]})", R"({"groups": [[{}]]})"})
+    {
+        EXPECT_THROW(list_items(json::parse(text)), configuration_error) << text;
+    }
+}
+
+TEST(configuration, reads_numbers_beyond_every_range_as_the_server_does)
+{
+    const auto items = list_items(json::parse(
+        R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 1e300, "frame_rate": "x"}}]]})"));
+    EXPECT_EQ(items.at(0).subsweeps.at(0).start_point, std::numeric_limits<int>::max());
+    EXPECT_EQ(items.at(0).frame_rate, 0.0);
 }
 
 } // namespace

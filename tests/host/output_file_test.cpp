@@ -37,5 +37,19 @@ TEST(output_file, replaces_no_file_when_one_cannot_be_written)
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
 }
 
+TEST(output_file, replaces_files_only_and_leaves_nothing_behind)
+{
+    const temporary_directory directory;
+    const auto folder = directory / "folder";
+    std::filesystem::create_directory(folder);
+    EXPECT_THROW(replace_files({{folder, "new"}}), recording_error);
+    const auto device = directory / "device";
+    std::filesystem::create_symlink("/dev/null", device);
+    EXPECT_THROW(replace_files({{device, "new"}}), recording_error);
+    EXPECT_TRUE(std::filesystem::is_symlink(device));
+    const std::filesystem::directory_iterator files(folder.parent_path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2);
+}
+
 } // namespace
 } // namespace vantor::test

@@ -141,6 +141,63 @@ TEST(picture, is_drawn_of_a_single_frame)
     EXPECT_TRUE(std::filesystem::exists(directory / "one.png"));
 }
 
+/** Records frames of so many items of one sub-sweep. */
+void write_items(const std::filesystem::path &directory, std::size_t items, int points, double base_step)
+{
+    const nlohmann::json layout = {{"calibration_temperature", 25}, {"frame_data_length", points},
+                                   {"sweep_data_length", points},   {"max_sweep_rate", 1000},
+                                   {"high_speed_mode", true},       {"base_step_length_m", base_step},
+                                   {"subsweep_data_offset", {0}},   {"subsweep_data_length", {points}}};
+    auto description = test::example_description();
+    const nlohmann::json item = {{"sensor_id", 1}, {"config", nlohmann::json::object()}};
+    description.configuration["groups"] = std::vector{std::vector(items, item)};
+    auto document = test::example_session().metadata;
+    document["metadata"] = std::vector{std::vector(items, layout)};
+    description.metadata = decode_metadata(document);
+    const auto metadata = std::make_shared<const session_metadata>(description.metadata);
+    session_writer writer(directory, description);
+    for (std::uint32_t number = 0; number < 20; ++number)
+    {
+        message received;
+        received.header = test::example_session().frame_header(number);
+        const auto info = received.header["result_info"][0][0];
+        received.header["result_info"] = std::vector{std::vector(items, info)};
+        received.payload.resize(metadata->frame_length() * sizeof(sample),
+                                std::byte{static_cast<unsigned char>(number)});
+        writer.add(decode_frame(received, metadata));
+    }
+    writer.finish();
+}
+
+TEST(picture, is_drawn_of_many_items)
+{
+    const test::temporary_directory directory;
+    write_items(directory / "out", 100, 5, 0.0025);
+    session_reader recording(directory / "out");
+    draw_recording(recording, directory / "many.png", std::nullopt);
+    EXPECT_TRUE(std::filesystem::exists(directory / "many.png"));
+}
+
+TEST(picture, is_drawn_of_a_single_point_without_a_warning)
+{
+    const test::temporary_directory directory;
+    write_items(directory / "out", 1, 1, 0.0025);
+    session_reader recording(directory / "out");
+    testing::internal::CaptureStderr();
+    draw_recording(recording, directory / "one.png", std::nullopt);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(picture, is_drawn_without_knowing_distances)
+{
+    const test::temporary_directory directory;
+    write_items(directory / "out", 1, 5, std::nan(""));
+    session_reader recording(directory / "out");
+    testing::internal::CaptureStderr();
+    draw_recording(recording, directory / "unknown.png", std::nullopt);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(picture, is_not_drawn_of_nothing_or_to_nowhere)
 {
     const test::temporary_directory directory;

@@ -25,6 +25,11 @@ TEST(progress, tells_rate_and_time_left)
     EXPECT_EQ(progress_text(0, 0.0, {.frames = 200, .seconds = 0.0}), "0 of 200 frames, 0.0 frames/s");
 }
 
+TEST(progress, tells_no_time_left_that_nobody_waits_for)
+{
+    EXPECT_EQ(progress_text(10, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
+}
+
 TEST(progress, is_silent_when_there_is_no_terminal)
 {
     std::ostringstream out;

@@ -224,6 +224,24 @@ TEST(record, gives_up_when_only_nonsense_comes)
     over = true;
 }
 
+TEST(record, waits_for_a_frame_that_a_slow_line_takes_long_for)
+{
+    fake_server server;
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        const auto payload = example_session().frame_payload(0);
+        host.send(example_session().frame_header(0).dump() + "\n");
+        for (std::size_t place = 0; place < payload.size(); place += 20)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(560)); // more than ten seconds in all
+            host.send(payload.substr(place, 20));
+        }
+    });
+    record_fixture fixture(server);
+    fixture.options.frames = 1;
+    EXPECT_EQ(fixture.run(), exit_code::success);
+}
+
 TEST(record, ends_at_an_interrupt)
 {
     fake_server server;
@@ -267,6 +285,19 @@ TEST(record, makes_a_directory_of_its_own_when_none_is_given)
     }
     EXPECT_EQ(count, 2);
     std::filesystem::current_path(before);
+}
+
+TEST(record, refuses_to_record_nothing)
+{
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", json::array()}},
+                  "");
+    });
+    record_fixture fixture(server);
+    fixture.options.configuration = fixture.directory.write("empty.json", "{}");
+    EXPECT_THROW(fixture.run(), configuration_error);
+    EXPECT_FALSE(std::filesystem::exists(fixture.options.output));
 }
 
 } // namespace

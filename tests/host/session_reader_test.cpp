@@ -70,6 +70,32 @@ TEST(session_reader, refuses_what_is_no_recording)
                 ThrowsMessage<bad_recording>(HasSubstr("not JSON")));
 }
 
+TEST(session_reader, refuses_documents_that_nest_too_deep)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 1);
+    std::ofstream(directory / "out/session.sigmf-collection")
+        << R"({"collection": )" << std::string(100000, '[') << std::string(100000, ']') << "}";
+    EXPECT_THAT([&] { session_reader(directory / "out"); },
+                ThrowsMessage<bad_recording>(HasSubstr("more than 64 deep")));
+}
+
+TEST(session_reader, refuses_a_name_that_no_file_can_have)
+{
+    EXPECT_THROW(session_reader(std::string(300, 'a')), bad_recording);
+}
+
+TEST(frame_table, refuses_times_that_no_clock_shows)
+{
+    const test::temporary_directory directory;
+    for (const char *time : {"nan", "inf", "-1"})
+    {
+        const auto file = directory / (std::string(time) + ".csv");
+        std::ofstream(file) << frame_table_head << "0," << time << ",1,25,0,0,0,,,,\n";
+        EXPECT_THROW(frame_table(file).next(), bad_recording) << time;
+    }
+}
+
 TEST(frame_table, reads_what_was_written)
 {
     const test::temporary_directory directory;

@@ -142,6 +142,9 @@ public:
      */
     void set_baudrate(std::uint32_t baudrate);
 
+    /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
+    [[nodiscard]] std::size_t bytes_missing() const noexcept;
+
     /** Bytes of all messages received since connecting. */
     [[nodiscard]] std::uint64_t bytes_received() const noexcept;
 
@@ -151,7 +154,7 @@ private:
     void send(std::string_view text);
     void send_command(const nlohmann::json &command);
     std::optional<message> poll_message(time_point deadline);
-    message next_message(time_point deadline, const char *awaited);
+    message next_message(time_point &deadline, const char *awaited);
     bool deliver_log(const nlohmann::json &header);
     nlohmann::json request(const nlohmann::json &command);
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler);

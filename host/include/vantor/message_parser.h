@@ -66,6 +66,9 @@ public:
     /** Whether the bytes fed so far end within a message. */
     [[nodiscard]] bool within_message() const noexcept;
 
+    /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
+    [[nodiscard]] std::size_t missing() const noexcept;
+
     /** Forgets what is half received and counts bytes from 0 again. */
     void reset();
 
