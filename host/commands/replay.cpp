@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/common_options.h"
+#include "commands/progress.h"
 #include "recording/recording_error.h"
 #include "replay/replay_server.h"
 #include "tcp_listener.h"
@@ -36,6 +37,17 @@ struct replay_options
     unsigned hosts = 0; /**< 0 for no bound */
 };
 
+/** Serves a host until it goes, and shows how many frames it got. */
+void serve(session_reader &recording, link &host, const command_streams &streams)
+{
+    replay_server server(recording, host);
+    progress_line progress(streams.err, streams.terminal, {});
+    server.run([&] {
+        progress.update(server.frames_sent());
+        return false;
+    });
+}
+
 /** Serves one host after the other. */
 exit_code replay(const replay_options &options, command_streams streams)
 {
@@ -51,7 +63,7 @@ exit_code replay(const replay_options &options, command_streams streams)
         const auto host = listener.accept();
         try
         {
-            replay_server(recording, *host).run([] { return false; });
+            serve(recording, *host, streams);
         }
         catch (const connection_lost &)
         {

@@ -49,28 +49,57 @@ std::size_t choose_point(const recorded_item &item, const item_statistics &stati
     return best;
 }
 
-/** Times of the frames, in seconds. */
-class frame_times
+/** What the table says of the frames, one after the other. */
+class frame_rows
 {
 public:
-    explicit frame_times(const std::filesystem::path &table) : table_(table)
+    frame_rows(const session_reader &recording, const recorded_item &item)
+        : table_(recording.directory() / (item.name + ".frames.csv"))
     {
     }
 
-    /** The time of the next frame. */
-    double next()
+    /** Goes on to the next frame. */
+    void advance()
     {
         if (const auto row = table_.next())
         {
-            last_ = row->seconds;
+            seconds_ = row->seconds;
+            valid_ = row->data_valid.value_or(true);
         }
-        return last_;
+    }
+
+    /** The time of the frame. */
+    [[nodiscard]] double seconds() const
+    {
+        return seconds_;
+    }
+
+    /** Whether its samples are those of an echo: the sensor may have been listening for others meanwhile. */
+    [[nodiscard]] bool valid() const
+    {
+        return valid_;
     }
 
 private:
     frame_table table_;
-    double last_ = 0.0;
+    double seconds_ = 0.0;
+    bool valid_ = true;
 };
+
+/** The most valid frames that follow one another. */
+std::uint64_t longest_run(const session_reader &recording, const recorded_item &item)
+{
+    frame_rows rows(recording, item);
+    std::uint64_t longest = 0;
+    std::uint64_t run = 0;
+    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    {
+        rows.advance();
+        run = rows.valid() ? run + 1 : 0;
+        longest = std::max(longest, run);
+    }
+    return longest;
+}
 
 /** Follows the phase of one point over the frames. */
 class phase_follower
@@ -196,62 +225,84 @@ std::complex<double> widen(sample value)
     return {static_cast<double>(value.real()), static_cast<double>(value.imag())};
 }
 
+/** The sum of a frame's sweeps at a point; the sweeps go into a spectrum one by one if there is one. */
+std::complex<double> sum_sweeps(const std::vector<sample> &samples, std::size_t point,
+                                std::size_t sweep_length, spectrum_feeder *spectrum)
+{
+    std::complex<double> sum;
+    for (auto place = point; place < samples.size(); place += sweep_length)
+    {
+        sum += widen(samples[place]);
+        if (spectrum != nullptr)
+        {
+            spectrum->add(widen(samples[place]));
+        }
+    }
+    return sum;
+}
+
 /** Goes through the frames a second time, now that the point is known. */
-void follow_point(session_reader &recording, std::size_t index, item_analysis &analysis)
+void follow_point(session_reader &recording, std::size_t index, std::uint64_t valid_run,
+                  item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
     const auto &layout = item.layout;
     const auto frames = recording.frames();
     analysis.between_frames = layout.sweeps() < fewest_sweeps;
-    const auto available = analysis.between_frames ? (frames < fewest_frames ? 0 : frames) : layout.sweeps();
-    spectrum_feeder spectrum(std::min<std::size_t>(available, longest_stretch));
+    const auto usable = valid_run < fewest_frames ? 0 : valid_run;
+    spectrum_feeder spectrum(
+        std::min<std::size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_stretch));
     map_builder map(frames, layout.sweep_length);
     phase_follower follower;
-    frame_times times(recording.directory() / (item.name + ".frames.csv"));
+    frame_rows rows(recording, item);
     const auto phase_step = (frames + most_phases - 1) / most_phases;
     std::vector<sample> samples;
-    double seconds = 0.0;
     for (std::uint64_t number = 0; number < frames; ++number)
     {
         recording.read_frame(index, number, samples);
-        seconds = times.next();
-        map.add(seconds, samples, analysis.map);
-        std::complex<double> sum;
-        for (auto place = analysis.point; place < samples.size(); place += layout.sweep_length)
+        rows.advance();
+        map.add(rows.seconds(), samples, analysis.map);
+        if (!rows.valid())
         {
-            sum += widen(samples[place]);
-            if (!analysis.between_frames)
-            {
-                spectrum.add(widen(samples[place]));
-            }
+            spectrum.restart();
+            continue;
         }
+        const auto sum = sum_sweeps(samples, analysis.point, layout.sweep_length,
+                                    analysis.between_frames ? nullptr : &spectrum);
         analysis.between_frames ? spectrum.add(sum) : spectrum.restart();
         const double phase = follower.add(sum);
         if (number % phase_step == 0)
         {
-            analysis.seconds.push_back(seconds);
+            analysis.seconds.push_back(rows.seconds());
             analysis.phase.push_back(phase);
         }
     }
-    const double frame_rate = seconds > 0.0 ? static_cast<double>(frames - 1) / seconds : 0.0;
+    const double frame_rate = rows.seconds() > 0.0 ? static_cast<double>(frames - 1) / rows.seconds() : 0.0;
     spectrum.finish(analysis.between_frames ? frame_rate : sweep_rate(item), analysis);
 }
 
 } // namespace
 
-item_analysis analyse_item(session_reader &recording, std::size_t item, std::optional<double> distance)
+item_analysis analyse_item(session_reader &recording, std::size_t index, std::optional<double> distance)
 {
-    item_statistics statistics(recording.items()[item].layout.sweep_length);
+    const auto &item = recording.items()[index];
+    const auto valid_run = longest_run(recording, item);
+    frame_rows rows(recording, item);
+    item_statistics statistics(item.layout.sweep_length);
     std::vector<sample> samples;
     for (std::uint64_t number = 0; number < recording.frames(); ++number)
     {
-        recording.read_frame(item, number, samples);
-        statistics.add(samples);
+        recording.read_frame(index, number, samples);
+        rows.advance();
+        if (rows.valid() || valid_run == 0)
+        {
+            statistics.add(samples);
+        }
     }
     item_analysis analysis;
     analysis.profile = statistics.profile();
-    analysis.point = choose_point(recording.items()[item], statistics, distance);
-    follow_point(recording, item, analysis);
+    analysis.point = choose_point(item, statistics, distance);
+    follow_point(recording, index, valid_run, analysis);
     return analysis;
 }
 

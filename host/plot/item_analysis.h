@@ -37,15 +37,16 @@ struct item_analysis
 /**
  * Works an item's figures out.
  *
- * The spectrum is that of the sweeps within a frame when there are enough of them, else that of the frames.
- * It is empty when there are too few of both.
+ * Profile, phase and spectrum are those of the frames whose data are valid; when there are none, the profile
+ * is that of all frames. The spectrum is that of the sweeps within a frame when there are enough of them,
+ * else that of the frames. It is empty when there are too few of both.
  *
  * @param recording  with at least one frame
- * @param item       which item
+ * @param index      which item
  * @param distance   where phase and Doppler look, in metres; the strongest echo when not given
  * @throws bad_recording when a file cannot be read
  */
-item_analysis analyse_item(session_reader &recording, std::size_t item, std::optional<double> distance);
+item_analysis analyse_item(session_reader &recording, std::size_t index, std::optional<double> distance);
 
 } // namespace vantor
 

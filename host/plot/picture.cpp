@@ -202,7 +202,7 @@ std::string draw_phase(const item_analysis &analysis, const std::string &base, c
     const auto head = axes("phase at " + place, "time in s", "phase in radians");
     if (analysis.phase.size() < 2)
     {
-        return head + empty_picture("one frame only");
+        return head + empty_picture("too few frames");
     }
     return head + "set autoscale xfix\n" + phase_range(analysis) + "plot " + gnuplot_quote(base + ".phase") +
            " with lines lw 1.4 lc rgb '#2a788e'\n";

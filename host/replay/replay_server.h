@@ -40,6 +40,12 @@ public:
      */
     void run(const std::function<bool()> &stop);
 
+    /** Frames sent so far. */
+    [[nodiscard]] std::uint64_t frames_sent() const noexcept
+    {
+        return frames_sent_;
+    }
+
 private:
     using steady = std::chrono::steady_clock;
 

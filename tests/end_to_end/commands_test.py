@@ -339,6 +339,18 @@ class Replay(CommandTest):
             self.assertEqual(tables[0], tables[1])
         check_recording(copy)
 
+    def test_progress_on_a_terminal(self):
+        ours, terminal = pty.openpty()
+        self.addCleanup(os.close, ours)
+        with subprocess.Popen([VANTOR, "replay", self.record(), "--hosts", "1"], stdout=subprocess.PIPE,
+                              stderr=terminal, text=True) as process:
+            self.addCleanup(process.kill)
+            os.close(terminal)
+            address = process.stdout.readline().removeprefix("listening on ").strip()
+            self.record(frames=50, name="copy", where=address)
+        self.assertTrue(select.select([ours], [], [], TIME_OUT)[0])
+        self.assertRegex(os.read(ours, 65536).decode(), r"\r[1-9]\d* frames, [\d.]+ frames/s")
+
     def test_faults(self):
         self.fails(3, "There is no recording", "replay", self.path("nothing"))
         with socket.create_server(("127.0.0.1", 0)) as taken:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <set>
 
 #include <gmock/gmock.h>
 
@@ -53,8 +54,12 @@ TEST(spectrum, leaves_out_what_does_not_change)
     }
 }
 
-/** Records frames whose echo, at one point of each item, turns its phase by so much from frame to frame. */
-void write_turning_recording(const std::filesystem::path &directory, int frames, double turn)
+/**
+ * Records frames whose echo, at one point of each item, turns its phase by so much from frame to frame.
+ * Frames of the first item that are not valid have their echo elsewhere.
+ */
+void write_turning_recording(const std::filesystem::path &directory, int frames, double turn,
+                             const std::set<int> &not_valid = {})
 {
     session_writer writer(directory, test::example_description());
     for (int number = 0; number < frames; ++number)
@@ -67,6 +72,12 @@ void write_turning_recording(const std::filesystem::path &directory, int frames,
         for (const std::size_t place : {12U, 32U, 43U, 70U})
         {
             samples[place] = value;
+        }
+        if (not_valid.contains(number))
+        {
+            received.header["result_info"][0][0]["data_valid"] = false;
+            samples[12] = {};
+            samples[3] = {30000, 30000};
         }
         const auto bytes = std::as_bytes(std::span(samples));
         received.payload.assign(bytes.begin(), bytes.end());
@@ -93,6 +104,35 @@ TEST(item_analysis, follows_the_strongest_echo)
         std::max_element(analysis.powers.begin(), analysis.powers.end()) - analysis.powers.begin();
     EXPECT_NEAR(analysis.frequencies[static_cast<std::size_t>(peak)], 50.0 / (2.0 * std::numbers::pi),
                 50.0 / 64);
+}
+
+TEST(item_analysis, leaves_out_frames_that_are_not_valid)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 64, 1.0, {0, 63});
+    session_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_EQ(analysis.point, 12U);
+    EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
+    EXPECT_EQ(analysis.profile[3], 0.0);
+    ASSERT_EQ(analysis.phase.size(), 62U);
+    EXPECT_NEAR(analysis.seconds.front(), 0.02, 1e-9);
+    EXPECT_NEAR(analysis.phase.back() - analysis.phase.front(), 61.0, 0.01);
+    EXPECT_EQ(analysis.map.size(), 64U);
+    EXPECT_EQ(analysis.powers.size(), 62U);
+    EXPECT_NEAR(analysis.frequencies.front(), -25.0, 0.1); // half of the frame rate
+}
+
+TEST(item_analysis, shows_the_level_when_no_frame_is_valid)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 3, 1.0, {0, 1, 2});
+    session_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_EQ(analysis.point, 3U);
+    EXPECT_TRUE(analysis.phase.empty());
+    EXPECT_TRUE(analysis.powers.empty());
+    draw_recording(recording, directory / "level.png", std::nullopt);
 }
 
 TEST(item_analysis, looks_where_it_is_told_to)
