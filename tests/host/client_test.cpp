@@ -478,6 +478,18 @@ TEST(client, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_n
     EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
 }
 
+TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
+{
+    deaf_serial_server server;
+    auto timeouts = patience;
+    timeouts.answer = 500ms;
+    client host(parse_address(server.address()), timeouts);
+    host.reconnect();
+    EXPECT_EQ(host.server().sensor, "k330");
+    EXPECT_THROW(host.ping(), timeout_error);
+    EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B9600));
+}
+
 TEST(client, does_not_change_the_speed_of_a_network)
 {
     const fake_server server;

@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "fake_server.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 
@@ -59,6 +60,16 @@ TEST(server_process, a_server_that_ends_at_once_has_said_why)
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     EXPECT_THAT([] { client(parse_address("sim:--refuse")); },
                 ThrowsMessage<connection_lost>(HasSubstr("its own message says why")));
+    unsetenv("VANTOR_SERVER");
+}
+
+TEST(server_process, a_new_one_is_started_by_reconnecting)
+{
+    setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
+    client host(parse_address("sim:"));
+    host.configure(test::example_session().configuration);
+    host.reconnect();
+    EXPECT_EQ(host.configure(test::example_session().configuration)->items.size(), 3U);
     unsetenv("VANTOR_SERVER");
 }
 
