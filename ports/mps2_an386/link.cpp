@@ -6,6 +6,7 @@
 #include "clock.h"
 #include "cortex_m4.h"
 #include "interrupts.h"
+#include "receive_ring.h"
 #include "uart.h"
 
 namespace
@@ -17,12 +18,7 @@ constexpr uint32_t ring_size = 2048;
 /** How long the host may take nothing. */
 constexpr uint64_t stall_time_us = 5000000;
 
-// Written by the interrupt: the ring, end and lost. Written by the program: begin. All count without end.
-volatile char ring[ring_size];
-volatile uint32_t ring_begin;
-volatile uint32_t ring_end;
-volatile bool bytes_lost;
-
+constinit cortex_m4::receive_ring<ring_size> ring;
 bool stalled;
 uint32_t current_baudrate;
 
@@ -30,29 +26,6 @@ uint32_t current_baudrate;
 void open_at(uint32_t baudrate)
 {
     current_baudrate = uart_open(uart_t::link, baudrate, true);
-}
-
-/** Takes a byte into the ring, if there is room. */
-void put(uint8_t byte)
-{
-    ring[ring_end % ring_size] = static_cast<char>(byte);
-    ring_end = ring_end + 1;
-}
-
-/** Takes a byte from the interrupt. The last place of the ring is kept for the mark of a loss. */
-void take_byte(uint8_t byte)
-{
-    const uint32_t room = ring_size - (ring_end - ring_begin);
-    if (room > 1)
-    {
-        put(byte);
-        bytes_lost = false;
-    }
-    else if (!bytes_lost)
-    {
-        put(0);
-        bytes_lost = true;
-    }
 }
 
 /** Waits until the next byte can be sent; false when the host takes nothing. */
@@ -77,7 +50,7 @@ bool wait_to_send()
 
 void link_receive_handler()
 {
-    uart_receive(uart_t::link, take_byte);
+    uart_receive(uart_t::link, [](uint8_t byte) { ring.take(byte); });
 }
 
 void link_open()
@@ -113,7 +86,7 @@ void link_restart()
 
 bool link_has_input()
 {
-    return ring_begin != ring_end;
+    return !ring.is_empty();
 }
 
 uint32_t link_baudrate()
@@ -123,18 +96,12 @@ uint32_t link_baudrate()
 
 size_t link_read(char *data, size_t size)
 {
-    size_t count = 0;
-    for (; count < size && link_has_input(); ++count)
-    {
-        data[count] = ring[ring_begin % ring_size];
-        ring_begin = ring_begin + 1;
-    }
-    return count;
+    return ring.read(data, size);
 }
 
 void link_discard_input()
 {
-    ring_begin = ring_end;
+    ring.discard();
 }
 
 void link_set_baudrate(uint32_t baudrate)

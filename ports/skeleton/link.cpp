@@ -7,6 +7,7 @@
 #include "clock.h"
 #include "cortex_m4.h"
 #include "interrupts.h"
+#include "receive_ring.h"
 
 namespace
 {
@@ -17,37 +18,8 @@ constexpr uint32_t ring_size = 2048;
 /** How long the port may take nothing. */
 constexpr uint64_t stall_time_us = 5000000;
 
-// Written by the interrupt: the ring, its end, and what was lost. Written by the program: its begin.
-// Begin and end count without end. All is volatile, so that a byte is read before its place is given free.
-volatile char ring[ring_size];
-volatile uint32_t ring_begin;
-volatile uint32_t ring_end;
-volatile bool bytes_lost;
-
+constinit cortex_m4::receive_ring<ring_size> ring;
 bool stalled;
-
-/** Takes a byte into the ring. */
-void put(uint8_t byte)
-{
-    ring[ring_end % ring_size] = static_cast<char>(byte);
-    ring_end = ring_end + 1;
-}
-
-/** Takes a byte that has come, if there is room. The last place is kept for the mark of a loss. */
-void take_byte(uint8_t byte)
-{
-    const uint32_t room = ring_size - (ring_end - ring_begin);
-    if (room > 1)
-    {
-        put(byte);
-        bytes_lost = false;
-    }
-    else if (!bytes_lost)
-    {
-        put(0);
-        bytes_lost = true;
-    }
-}
 
 /** Waits until the port is ready; false when it is not so in time. */
 bool wait_for_port(bool (*is_ready)())
@@ -70,7 +42,7 @@ void link_handler()
     uint8_t byte = 0;
     while (board_link_receive(&byte))
     {
-        take_byte(byte);
+        ring.take(byte);
     }
 }
 
@@ -102,23 +74,17 @@ bool link_is_stalled()
 
 bool link_has_input()
 {
-    return ring_begin != ring_end;
+    return !ring.is_empty();
 }
 
 size_t link_read(char *data, size_t size)
 {
-    size_t count = 0;
-    for (; count < size && link_has_input(); ++count)
-    {
-        data[count] = ring[ring_begin % ring_size];
-        ring_begin = ring_begin + 1;
-    }
-    return count;
+    return ring.read(data, size);
 }
 
 void link_discard_input()
 {
-    ring_begin = ring_end;
+    ring.discard();
 }
 
 void link_drain()

@@ -1,0 +1,87 @@
+/** @file
+ * Holds what a host sends while the program is busy.
+ */
+#ifndef VANTOR_RECEIVE_RING_H
+#define VANTOR_RECEIVE_RING_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace cortex_m4
+{
+
+/**
+ * Bytes on their way from an interrupt to the program, without a lock between them.
+ *
+ * Where bytes were lost for want of room there is a zero byte in their place, which no command holds: what is
+ * left of the line is refused and not obeyed.
+ *
+ * @tparam capacity  in bytes, the mark of a loss included; a power of two
+ */
+template <uint32_t capacity> class receive_ring
+{
+public:
+    static_assert(capacity > 1 && (capacity & (capacity - 1)) == 0, "counts go round at a power of two");
+
+    /** Takes a byte that has come. For the interrupt only. */
+    void take(uint8_t byte)
+    {
+        const uint32_t room = capacity - (end_ - begin_);
+        if (room > 1)
+        {
+            put(byte);
+            lost_ = false;
+        }
+        else if (!lost_)
+        {
+            put(0); // the last place is kept for this mark
+            lost_ = true;
+        }
+    }
+
+    /** Tells whether there is nothing to read. */
+    bool is_empty() const
+    {
+        return begin_ == end_;
+    }
+
+    /**
+     * Reads what has come.
+     *
+     * @return the number of bytes
+     */
+    size_t read(char *data, size_t size)
+    {
+        size_t count = 0;
+        for (; count < size && !is_empty(); ++count)
+        {
+            data[count] = bytes_[begin_ % capacity];
+            begin_ = begin_ + 1;
+        }
+        return count;
+    }
+
+    /** Discards what has come and was not read. */
+    void discard()
+    {
+        begin_ = end_;
+    }
+
+private:
+    void put(uint8_t byte)
+    {
+        bytes_[end_ % capacity] = static_cast<char>(byte);
+        end_ = end_ + 1;
+    }
+
+    // The interrupt writes the bytes, their end, and what was lost; the program writes their begin. Begin and
+    // end count without end. All is volatile, so that a byte is read before its place is given free.
+    volatile char bytes_[capacity] = {};
+    volatile uint32_t begin_ = 0;
+    volatile uint32_t end_ = 0;
+    volatile bool lost_ = false;
+};
+
+} // namespace cortex_m4
+
+#endif
