@@ -4,9 +4,12 @@
 #include "commands/identify.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
 #include <limits>
 #include <memory>
 #include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,6 +19,7 @@
 #include "commands/text_table.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
+#include "vantor/link.h"
 
 namespace vantor
 {
@@ -35,9 +39,11 @@ constexpr const char *scan_footer = R"(Examples:
 
 A device that does not answer within a second is passed over; of devices that were named it is said.)";
 
-/** How a device that is scanned is waited for: two answers, a second in all. */
+/** How long a device that is scanned is waited for: for each of two answers, and whatever it sends, in all.
+ */
 constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
                                         .answer = std::chrono::milliseconds(500)};
+constexpr std::chrono::milliseconds scan_time{900};
 
 /** Joins sensor numbers: "1, 2". */
 std::string join(const std::vector<unsigned> &numbers)
@@ -134,6 +140,47 @@ std::vector<std::string> serial_devices()
     return devices;
 }
 
+/** A link that counts as broken after the time for a scan, for devices that send on and on. */
+class scanning_link : public link
+{
+public:
+    explicit scanning_link(const address &where) : connection_(open_link(where, scan_timeouts.connect))
+    {
+    }
+
+    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    {
+        return connection_->read_some(buffer, bound(timeout));
+    }
+
+    void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override
+    {
+        connection_->write(bytes, bound(timeout));
+    }
+
+    std::uint32_t set_baudrate(std::uint32_t baudrate) override
+    {
+        return connection_->set_baudrate(baudrate);
+    }
+
+private:
+    using steady = std::chrono::steady_clock;
+
+    /** The time that is left of what an operation may take. */
+    std::chrono::milliseconds bound(std::chrono::milliseconds timeout) const
+    {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - steady::now());
+        if (left.count() <= 0)
+        {
+            throw connection_lost("The time for the scan is over.");
+        }
+        return std::min(left, timeout);
+    }
+
+    steady::time_point deadline_ = steady::now() + scan_time;
+    std::unique_ptr<link> connection_;
+};
+
 /** What is to be scanned. */
 struct scan_options
 {
@@ -147,7 +194,7 @@ std::string scan_device(const address &where, const std::string &device, nlohman
 {
     try
     {
-        const client server(where, scan_timeouts);
+        const client server([&] { return std::make_unique<scanning_link>(where); }, scan_timeouts);
         found.push_back(to_json(to_string(where), server.server()));
         return {};
     }

@@ -159,6 +159,33 @@ class Scan(CommandTest):
         self.assertLess(time.monotonic() - start, 1.0)
         self.assertEqual(json.loads(self.fails(4, "no serial device answers", "scan", device, "--json")), [])
 
+    def test_a_device_that_sends_on_and_on(self):
+        end = b'{"status":"ok","command":"end","payload_size":0}\n'
+        for name, first, more in (("a message that never ends", b'{"status":"ok","payload_size":1000000}\n', b"x"),
+                                  ("an answer cut short", end + b'{"status":', b""),
+                                  ("messages", b"", b'{"status":"ok","command":"ping","payload_size":0}\n')):
+            with self.subTest(name):
+                ours, device = pty.openpty()
+                self.addCleanup(os.close, ours)
+                self.addCleanup(os.close, device)
+                tty.setraw(device)
+                done = threading.Event()
+
+                def talk(ours=ours, first=first, more=more, done=done):
+                    os.read(ours, 1)
+                    os.write(ours, first)
+                    while not done.wait(0.05):
+                        os.write(ours, more)
+
+                threading.Thread(target=talk, daemon=True).start()
+                start = time.monotonic()
+                result = vantor("scan", os.ttyname(device))
+                duration = time.monotonic() - start
+                done.set()
+                self.assertEqual(result.returncode, 4, result.stdout)
+                self.assertIn("does not answer.", result.stderr)
+                self.assertLess(duration, 1.0)
+
     def test_a_device_that_is_not_there(self):
         self.fails(4, "/dev/nothing", "scan", "/dev/nothing")
 
