@@ -50,7 +50,11 @@ bool wait_to_send()
 
 void link_receive_handler()
 {
-    uart_receive(uart_t::link, [](uint8_t byte) { ring.take(byte); });
+    uint8_t byte = 0;
+    while (uart_receive(uart_t::link, &byte))
+    {
+        ring.take(byte);
+    }
 }
 
 void link_open()

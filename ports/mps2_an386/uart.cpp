@@ -61,16 +61,20 @@ void uart_send(uart_t uart, uint8_t byte)
 }
 
 // The interrupt is cleared first: reading lets the next byte come, whose interrupt must not be lost.
-void uart_receive(uart_t uart, void (*take)(uint8_t byte))
+bool uart_receive(uart_t uart, uint8_t *byte)
 {
     at(uart, interrupt_clear) = receive_interrupt;
-    while ((at(uart, state) & state_receive_full) != 0U)
+    const uint32_t present = at(uart, state);
+    if ((present & state_receive_full) != 0U)
     {
-        take(static_cast<uint8_t>(at(uart, data)));
+        *byte = static_cast<uint8_t>(at(uart, data));
+        return true;
     }
-    if ((at(uart, state) & state_receive_overrun) != 0U)
+    if ((present & state_receive_overrun) != 0U)
     {
         at(uart, state) = state_receive_overrun;
-        take(0);
+        *byte = 0;
+        return true;
     }
+    return false;
 }

@@ -32,8 +32,12 @@ bool uart_can_send(uart_t uart);
 /** Sends a byte. Only after uart_can_send. */
 void uart_send(uart_t uart, uint8_t byte);
 
-/** Takes what has come, from the receive interrupt; calls take with each byte, and with a zero where bytes
- * were lost because the interrupt came too late. */
-void uart_receive(uart_t uart, void (*take)(uint8_t byte));
+/**
+ * Takes a byte that has come, in the receive interrupt; a zero where bytes were lost because it came too
+ * late.
+ *
+ * @return false when there is none left
+ */
+bool uart_receive(uart_t uart, uint8_t *byte);
 
 #endif
