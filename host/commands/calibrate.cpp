@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "calibration_file.h"
 #include "commands/common_options.h"
 #include "recording/output_file.h"
@@ -35,12 +33,12 @@ struct calibrate_options
 {
     std::string connect = "sim:";
     std::filesystem::path output;
-    std::vector<unsigned> sensors; /**< all connected ones when empty */
+    std::vector<std::uint64_t> sensors; /**< all connected ones when empty */
     bool json = false;
 };
 
 /** A configuration whose preparation calibrates sensors: one group, each sensor once. */
-nlohmann::json calibrating_configuration(const std::vector<unsigned> &sensors)
+nlohmann::json calibrating_configuration(const std::vector<std::uint64_t> &sensors)
 {
     auto group = nlohmann::json::array();
     for (const auto id : sensors)
@@ -59,8 +57,10 @@ nlohmann::json calibrating_configuration(const std::vector<unsigned> &sensors)
 exit_code calibrate(const calibrate_options &options, std::ostream &out)
 {
     client server(parse_address(options.connect));
-    const auto &sensors = options.sensors.empty() ? server.server().connected_sensors : options.sensors;
-    const auto metadata = server.configure(calibrating_configuration(sensors));
+    const auto &connected = server.server().connected_sensors;
+    const auto metadata = server.configure(calibrating_configuration(
+        options.sensors.empty() ? std::vector<std::uint64_t>(connected.begin(), connected.end())
+                                : options.sensors));
     server.end();
     if (metadata->calibrations.empty())
     {
@@ -82,20 +82,25 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
 
 } // namespace
 
-void add_calibrate_command(CLI::App &app, command_streams streams, exit_code &result)
+command calibrate_command()
 {
-    auto *command = app.add_subcommand("calibrate", "Calibrate sensors and keep the calibrations in a file.");
     auto options = std::make_shared<calibrate_options>();
-    command->add_option("--output", options->output, "The file, JSON; it is replaced")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("--sensor", options->sensors, "Number of a sensor; all connected ones when not given")
-        ->check(count_up_to(std::numeric_limits<std::uint16_t>::max()))
-        ->type_name("NUMBER");
-    add_connect_option(*command, options->connect);
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] { result = calibrate(*options, streams.out); });
+    return {.name = "calibrate",
+            .help = "Calibrate sensors and keep the calibrations in a file.",
+            .footer = footer,
+            .options = {{.name = "--output",
+                         .help = "The file, JSON; it is replaced",
+                         .value = &options->output,
+                         .value_name = "FILE",
+                         .required = true},
+                        {.name = "--sensor",
+                         .help = "Number of a sensor; all connected ones when not given",
+                         .value = whole_numbers_value{.target = &options->sensors,
+                                                      .most = std::numeric_limits<std::uint16_t>::max()},
+                         .value_name = "NUMBER"},
+                        connect_option(options->connect),
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return calibrate(*options, streams.out); }};
 }
 
 } // namespace vantor

@@ -3,12 +3,10 @@
  */
 #include "commands/command_line.h"
 
-#include <algorithm>
 #include <exception>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
-
+#include "commands/arguments.h"
 #include "commands/calibrate.h"
 #include "commands/completion.h"
 #include "commands/export.h"
@@ -22,7 +20,6 @@
 #include "configuration.h"
 #include "recording/recording_error.h"
 #include "vantor/errors.h"
-#include "version.h"
 
 namespace vantor
 {
@@ -100,50 +97,23 @@ exit_code report_current_exception(std::ostream &err)
     }
 }
 
-/** Reads the arguments and runs the command that they name. */
-exit_code parse_and_run(const std::vector<std::string> &arguments, command_streams streams)
+/** All commands, in the order of the help. */
+std::vector<command> list_commands()
 {
-    exit_code result = exit_code::success;
-    CLI::App app("Measure with radar sensors through a Vantor server.", "vantor");
-    app.set_version_flag("--version", std::string("vantor ") + version);
-    app.require_subcommand(1);
-    app.footer(footer);
-    add_identify_command(app, streams, result);
-    add_scan_command(app, streams, result);
-    add_validate_command(app, streams, result);
-    add_calibrate_command(app, streams, result);
-    add_record_command(app, streams, result);
-    add_info_command(app, streams, result);
-    add_plot_command(app, streams, result);
-    add_export_command(app, streams, result);
-    add_replay_command(app, streams, result);
-    add_completion_command(app, streams, result);
-    try
-    {
-        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-        app.parse(reversed);
-    }
-    catch (const CLI::ParseError &failure)
-    {
-        if (app.get_subcommands().empty() && !app.remaining().empty())
-        {
-            streams.err << "There is no command \"" << printable(app.remaining().front())
-                        << "\".\nRun with --help for more information.\n";
-            return exit_code::usage;
-        }
-        const int code = app.exit(failure, streams.out, streams.err);
-        return code == 0 ? exit_code::success : exit_code::usage;
-    }
-    return result;
+    return {identify_command(), scan_command(),
+            validate_command(), calibrate_command(),
+            record_command(),   info_command(),
+            plot_command(),     export_command(),
+            replay_command(),   completion_command(list_commands)};
 }
 
 } // namespace
 
-exit_code run_command_line(const std::vector<std::string> &arguments, command_streams streams)
+exit_code run_command_line(const std::vector<std::string> &arguments, const command_streams &streams)
 {
     try
     {
-        const auto result = parse_and_run(arguments, streams);
+        const auto result = run_command(arguments, list_commands(), footer, streams);
         if (!streams.out.flush())
         {
             throw recording_error("Cannot write to the standard output.");

@@ -4,36 +4,31 @@
 #ifndef VANTOR_COMMON_OPTIONS_H
 #define VANTOR_COMMON_OPTIONS_H
 
-#include <cstdint>
 #include <filesystem>
 #include <iosfwd>
-#include <optional>
 #include <string>
 
-#include <CLI/App.hpp>
-#include <CLI/Validators.hpp>
 #include <nlohmann/json.hpp>
+
+#include "commands/command.h"
 
 namespace vantor
 {
 
-/** Adds `--connect WHERE`; the variable holds the default. */
-void add_connect_option(CLI::App &command, std::string &where);
+/** `--connect WHERE`; the target contains the default. */
+command_option connect_option(std::string &target);
 
-/** Adds `--json`. */
-void add_json_flag(CLI::App &command, bool &json);
+/** `--json`. */
+command_option json_flag(bool &target);
 
-/** Prints JSON for programs; bytes that are no UTF-8, which file names may hold, are replaced. */
+/** The argument RECORDING. */
+command_option recording_argument(std::filesystem::path &target);
+
+/** The argument CONFIG. */
+command_option configuration_argument(std::filesystem::path &target);
+
+/** Prints JSON for programs; bytes that are not UTF-8, which file names may contain, are replaced. */
 void print_json(std::ostream &out, const nlohmann::ordered_json &document);
-
-/** A check that an option's value is a finite number, and above a bound when there is one. */
-CLI::Validator finite_number(std::optional<double> bound = std::nullopt);
-
-/** A check that an option's value is a whole number from 1 to a bound. */
-CLI::Validator count_up_to(std::uint64_t bound);
-
-/** Adds the argument RECORDING. */
-void add_recording_argument(CLI::App &command, std::filesystem::path &recording);
 
 } // namespace vantor
 

@@ -7,8 +7,6 @@
 #include <ostream>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 namespace vantor
 {
 namespace
@@ -19,52 +17,78 @@ constexpr const char *footer = R"(Examples:
   vantor completion zsh > "${fpath[1]}/_vantor"
   vantor completion fish > ~/.config/fish/completions/vantor.fish)";
 
-/** The long options of a command: "--help --frames …". */
-std::string long_options(const CLI::App &command)
+/** Whether an option is one, and not an argument. */
+bool is_option(const command_option &option)
+{
+    return option.name.starts_with("--");
+}
+
+/** The options of a command: "--help --frames …". */
+std::string option_names(const command &what)
+{
+    std::string text = "--help";
+    for (const auto &option : what.options)
+    {
+        text += is_option(option) ? " " + option.name : "";
+    }
+    return text;
+}
+
+/** Joins words with spaces. */
+std::string join(const std::vector<std::string> &words)
 {
     std::string text;
-    for (const auto *option : command.get_options())
+    for (const auto &word : words)
     {
-        for (const auto &name : option->get_lnames())
-        {
-            text += (text.empty() ? "--" : " --") + name;
-        }
+        text += (text.empty() ? "" : " ") + word;
     }
     return text;
 }
 
 /** The names of all commands. */
-std::string command_names(const CLI::App &app)
+std::string command_names(const std::vector<command> &commands)
 {
-    std::string text;
-    for (const auto *command : app.get_subcommands({}))
+    std::vector<std::string> names;
+    for (const auto &what : commands)
     {
-        text += (text.empty() ? "" : " ") + command->get_name();
+        names.push_back(what.name);
     }
-    return text;
+    return join(names);
+}
+
+/** What bash does after an option, or a command, that is followed by one of several words. */
+void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
+{
+    for (const auto &what : commands)
+    {
+        for (const auto &option : what.options)
+        {
+            if (const auto *const choice = std::get_if<choice_value>(&option.value))
+            {
+                out << "    elif [ \"$before\" = " << (is_option(option) ? option.name : what.name)
+                    << " ]; then\n        words=\"" << join(choice->words) << "\"\n";
+            }
+        }
+    }
 }
 
 /** A script for bash: names of files and directories, but for options and where a word is asked for. */
-void write_bash(const CLI::App &app, std::ostream &out)
+void write_bash(const std::vector<command> &commands, std::ostream &out)
 {
     out << "_vantor()\n{\n"
            "    local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\" words=\"\"\n"
            "    local IFS=$'\\n'\n"
            "    case \"${COMP_WORDS[1]}\" in\n";
-    for (const auto *command : app.get_subcommands({}))
+    for (const auto &what : commands)
     {
-        out << "    " << command->get_name() << ") words=\"" << long_options(*command) << "\" ;;\n";
+        out << "    " << what.name << ") words=\"" << option_names(what) << "\" ;;\n";
     }
     out << "    esac\n"
            "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
            "        words=\""
-        << command_names(app) << " " << long_options(app)
-        << "\"\n"
-           "    elif [ \"$before\" = completion ]; then\n"
-           "        words=\"bash zsh fish\"\n"
-           "    elif [ \"$before\" = --format ]; then\n"
-           "        words=\"csv npy\"\n"
-           "    elif [ \"${word#-}\" = \"$word\" ]; then\n"
+        << command_names(commands) << " --help --version\"\n";
+    write_bash_choices(commands, out);
+    out << "    elif [ \"${word#-}\" = \"$word\" ]; then\n"
            "        compopt -o filenames 2>/dev/null\n"
            "        COMPREPLY=($(compgen -f -- \"$word\"))\n"
            "        return\n"
@@ -80,31 +104,43 @@ std::string fish_quote(const std::string &text)
     std::string quoted = "'";
     for (const char c : text)
     {
-        quoted += (c == '\'' || c == '\\' ? "\\" : "") + std::string(1, c);
+        if (c == '\'' || c == '\\')
+        {
+            quoted += '\\';
+        }
+        quoted += c;
     }
     return quoted + "'";
 }
 
 /** A script for zsh: that of bash, in zsh's compatibility mode. */
-void write_zsh(const CLI::App &app, std::ostream &out)
+void write_zsh(const std::vector<command> &commands, std::ostream &out)
 {
     out << "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n";
-    write_bash(app, out);
+    write_bash(commands, out);
+}
+
+/** What fish offers after a command: an option. */
+void write_fish_option(const command &what, const std::string &name, const std::string &help,
+                       std::ostream &out)
+{
+    out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "' -l " << name << " -d "
+        << fish_quote(help) << "\n";
 }
 
 /** A script for fish. */
-void write_fish(const CLI::App &app, std::ostream &out)
+void write_fish(const std::vector<command> &commands, std::ostream &out)
 {
-    for (const auto *command : app.get_subcommands({}))
+    for (const auto &what : commands)
     {
-        out << "complete -c vantor -n __fish_use_subcommand -f -a " << command->get_name() << " -d "
-            << fish_quote(command->get_description()) << "\n";
-        for (const auto *option : command->get_options())
+        out << "complete -c vantor -n __fish_use_subcommand -f -a " << what.name << " -d "
+            << fish_quote(what.help) << "\n";
+        write_fish_option(what, "help", "Print this help message and exit", out);
+        for (const auto &option : what.options)
         {
-            for (const auto &name : option->get_lnames())
+            if (is_option(option))
             {
-                out << "complete -c vantor -n '__fish_seen_subcommand_from " << command->get_name() << "' -l "
-                    << name << " -d " << fish_quote(option->get_description()) << "\n";
+                write_fish_option(what, option.name.substr(2), option.help, out);
             }
         }
     }
@@ -112,30 +148,21 @@ void write_fish(const CLI::App &app, std::ostream &out)
 
 } // namespace
 
-void add_completion_command(CLI::App &app, command_streams streams, exit_code &result)
+command completion_command(std::function<std::vector<command>()> list_commands)
 {
-    auto *command = app.add_subcommand("completion", "Print a script that lets a shell complete commands.");
     auto shell = std::make_shared<std::string>();
-    command->add_option("SHELL", *shell, "bash, zsh or fish")
-        ->required()
-        ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""))
-        ->type_name("");
-    command->footer(footer);
-    command->callback([&app, shell, streams, &result] {
-        if (*shell == "bash")
-        {
-            write_bash(app, streams.out);
-        }
-        else if (*shell == "zsh")
-        {
-            write_zsh(app, streams.out);
-        }
-        else
-        {
-            write_fish(app, streams.out);
-        }
-        result = exit_code::success;
-    });
+    return {.name = "completion",
+            .help = "Print a script that lets a shell complete commands.",
+            .footer = footer,
+            .options = {{.name = "SHELL",
+                         .help = "bash, zsh or fish",
+                         .value = choice_value{.target = shell.get(), .words = {"bash", "zsh", "fish"}},
+                         .required = true}},
+            .run = [shell, list_commands = std::move(list_commands)](const command_streams &streams) {
+                const auto write = *shell == "bash" ? write_bash : *shell == "zsh" ? write_zsh : write_fish;
+                write(list_commands(), streams.out);
+                return exit_code::success;
+            }};
 }
 
 } // namespace vantor

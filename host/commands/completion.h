@@ -4,15 +4,20 @@
 #ifndef VANTOR_COMPLETION_H
 #define VANTOR_COMPLETION_H
 
-#include <CLI/App.hpp>
+#include <functional>
+#include <vector>
 
-#include "commands/command_line.h"
+#include "commands/command.h"
 
 namespace vantor
 {
 
-/** Adds the command to the command line, after all others: it completes those that are there. */
-void add_completion_command(CLI::App &app, command_streams streams, exit_code &result);
+/**
+ * The command.
+ *
+ * @param list_commands  gives all commands, this one included
+ */
+command completion_command(std::function<std::vector<command>()> list_commands);
 
 } // namespace vantor
 

@@ -7,8 +7,6 @@
 #include <ostream>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/common_options.h"
 #include "commands/reading_progress.h"
 #include "export/exporter.h"
@@ -64,19 +62,24 @@ exit_code export_recording(const export_options &options, const command_streams 
 
 } // namespace
 
-void add_export_command(CLI::App &app, command_streams streams, exit_code &result)
+command export_command()
 {
-    auto *command = app.add_subcommand("export", "Turn a recording into files for other programs.");
     auto options = std::make_shared<export_options>();
-    add_recording_argument(*command, options->recording);
-    command->add_option("--format", options->format, "csv or npy")
-        ->required()
-        ->check(CLI::IsMember({"csv", "npy"}).description(""))
-        ->type_name("FORMAT");
-    command->add_option("--output", options->output, "Directory for the files")->type_name("DIR");
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] { result = export_recording(*options, streams); });
+    return {.name = "export",
+            .help = "Turn a recording into files for other programs.",
+            .footer = footer,
+            .options = {recording_argument(options->recording),
+                        {.name = "--format",
+                         .help = "csv or npy",
+                         .value = choice_value{.target = &options->format, .words = {"csv", "npy"}},
+                         .value_name = "FORMAT",
+                         .required = true},
+                        {.name = "--output",
+                         .help = "Directory for the files",
+                         .value = &options->output,
+                         .value_name = "DIR"},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return export_recording(*options, streams); }};
 }
 
 } // namespace vantor

@@ -13,8 +13,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/common_options.h"
 #include "commands/text_table.h"
 #include "vantor/client.h"
@@ -185,7 +183,7 @@ private:
 struct scan_options
 {
     std::vector<std::string> devices;
-    std::uint32_t baudrate = 115200;
+    std::uint64_t baudrate = 115200;
     bool json = false;
 };
 
@@ -209,13 +207,14 @@ std::string scan_device(const address &where, const std::string &device, nlohman
 }
 
 /** Asks each device and prints those that answer; of devices that were named it says why others do not. */
-exit_code scan(const scan_options &options, command_streams streams)
+exit_code scan(const scan_options &options, const command_streams &streams)
 {
     const bool named = !options.devices.empty();
     auto found = nlohmann::ordered_json::array();
     for (const auto &device : named ? options.devices : serial_devices())
     {
-        const serial_address where{.device = device, .baudrate = options.baudrate};
+        const serial_address where{.device = device,
+                                   .baudrate = static_cast<std::uint32_t>(options.baudrate)};
         const auto reason = scan_device(address{where}, device, found);
         if (named && !reason.empty())
         {
@@ -244,35 +243,40 @@ exit_code scan(const scan_options &options, command_streams streams)
 
 } // namespace
 
-void add_identify_command(CLI::App &app, command_streams streams, exit_code &result)
+command identify_command()
 {
     struct identify_options
     {
         std::string connect = "sim:";
         bool json = false;
     };
-    auto *command = app.add_subcommand("identify", "Ask a server what it is and which sensors it has.");
     auto options = std::make_shared<identify_options>();
-    add_connect_option(*command, options->connect);
-    add_json_flag(*command, options->json);
-    command->footer(identify_footer);
-    command->callback(
-        [options, streams, &result] { result = identify(options->connect, options->json, streams.out); });
+    return {.name = "identify",
+            .help = "Ask a server what it is and which sensors it has.",
+            .footer = identify_footer,
+            .options = {connect_option(options->connect), json_flag(options->json)},
+            .run = [options](const command_streams &streams) {
+                return identify(options->connect, options->json, streams.out);
+            }};
 }
 
-void add_scan_command(CLI::App &app, command_streams streams, exit_code &result)
+command scan_command()
 {
-    auto *command = app.add_subcommand("scan", "Find servers on serial devices.");
     auto options = std::make_shared<scan_options>();
-    command->add_option("DEVICE", options->devices, "Devices to ask; all serial devices when none is given")
-        ->type_name("");
-    command->add_option("--baudrate", options->baudrate, "Speed of the lines, in bits per second")
-        ->check(count_up_to(std::numeric_limits<std::uint32_t>::max()))
-        ->type_name("BAUD")
-        ->capture_default_str();
-    add_json_flag(*command, options->json);
-    command->footer(scan_footer);
-    command->callback([options, streams, &result] { result = scan(*options, streams); });
+    return {.name = "scan",
+            .help = "Find servers on serial devices.",
+            .footer = scan_footer,
+            .options = {{.name = "DEVICE",
+                         .help = "Devices to ask; all serial devices when none is given",
+                         .value = &options->devices},
+                        {.name = "--baudrate",
+                         .help = "Speed of the lines, in bits per second",
+                         .value = whole_number_value{.target = &options->baudrate,
+                                                     .most = std::numeric_limits<std::uint32_t>::max()},
+                         .value_name = "BAUD",
+                         .default_value = std::to_string(options->baudrate)},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return scan(*options, streams); }};
 }
 
 } // namespace vantor

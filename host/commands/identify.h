@@ -4,18 +4,16 @@
 #ifndef VANTOR_IDENTIFY_H
 #define VANTOR_IDENTIFY_H
 
-#include <CLI/App.hpp>
-
-#include "commands/command_line.h"
+#include "commands/command.h"
 
 namespace vantor
 {
 
-/** Adds `identify`, which asks one server what it is. */
-void add_identify_command(CLI::App &app, command_streams streams, exit_code &result);
+/** `identify`, which asks one server what it is. */
+command identify_command();
 
-/** Adds `scan`, which looks for servers on serial devices. */
-void add_scan_command(CLI::App &app, command_streams streams, exit_code &result);
+/** `scan`, which looks for servers on serial devices. */
+command scan_command();
 
 } // namespace vantor
 

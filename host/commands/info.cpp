@@ -8,8 +8,6 @@
 #include <memory>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/common_options.h"
 #include "commands/text_table.h"
 #include "recording/frame_table.h"
@@ -149,30 +147,30 @@ void print(std::ostream &out, const nlohmann::ordered_json &about)
 
 } // namespace
 
-void add_info_command(CLI::App &app, command_streams streams, exit_code &result)
+command info_command()
 {
     struct info_options
     {
         std::filesystem::path recording;
         bool json = false;
     };
-    auto *command = app.add_subcommand("info", "Tell what a recording holds.");
     auto options = std::make_shared<info_options>();
-    add_recording_argument(*command, options->recording);
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] {
-        const auto about = to_json(session_reader(options->recording));
-        if (options->json)
-        {
-            print_json(streams.out, about);
-        }
-        else
-        {
-            print(streams.out, about);
-        }
-        result = exit_code::success;
-    });
+    return {.name = "info",
+            .help = "Tell what a recording holds.",
+            .footer = footer,
+            .options = {recording_argument(options->recording), json_flag(options->json)},
+            .run = [options](const command_streams &streams) {
+                const auto about = to_json(session_reader(options->recording));
+                if (options->json)
+                {
+                    print_json(streams.out, about);
+                }
+                else
+                {
+                    print(streams.out, about);
+                }
+                return exit_code::success;
+            }};
 }
 
 } // namespace vantor

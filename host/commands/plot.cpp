@@ -7,8 +7,6 @@
 #include <optional>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/common_options.h"
 #include "commands/reading_progress.h"
 #include "plot/picture.h"
@@ -63,19 +61,23 @@ exit_code plot(const plot_options &options, const command_streams &streams)
 
 } // namespace
 
-void add_plot_command(CLI::App &app, command_streams streams, exit_code &result)
+command plot_command()
 {
-    auto *command = app.add_subcommand("plot", "Draw a recording.");
     auto options = std::make_shared<plot_options>();
-    add_recording_argument(*command, options->recording);
-    command->add_option("--output", options->output, "The picture, a PNG file; it is replaced")
-        ->type_name("FILE");
-    command->add_option("--distance", options->distance, "Where phase and Doppler look, in metres")
-        ->check(finite_number())
-        ->type_name("NUMBER");
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] { result = plot(*options, streams); });
+    return {.name = "plot",
+            .help = "Draw a recording.",
+            .footer = footer,
+            .options = {recording_argument(options->recording),
+                        {.name = "--output",
+                         .help = "The picture, a PNG file; it is replaced",
+                         .value = &options->output,
+                         .value_name = "FILE"},
+                        {.name = "--distance",
+                         .help = "Where phase and Doppler look, in metres",
+                         .value = number_value{.target = &options->distance},
+                         .value_name = "NUMBER"},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return plot(*options, streams); }};
 }
 
 } // namespace vantor

@@ -12,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "calibration_file.h"
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
@@ -54,7 +52,8 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
     for (int i = 2; std::filesystem::exists(candidate); ++i)
     {
         candidate = base;
-        candidate += "-" + std::to_string(i);
+        candidate += "-";
+        candidate += std::to_string(i);
     }
     return candidate;
 }
@@ -161,11 +160,12 @@ void print_summary(std::ostream &out, const session_writer &writer, const record
 std::exception_ptr run_recorder(recorder &recorded, const record_options &options, std::ostream &err)
 {
     const interrupt_watch watch;
-    progress_line line(err, options.progress, {.frames = options.frames, .seconds = options.seconds});
+    const double seconds = options.seconds.value_or(0.0);
+    progress_line line(err, options.progress, {.frames = options.frames, .seconds = seconds});
     try
     {
         recorded.run({.frames = options.frames,
-                      .seconds = options.seconds,
+                      .seconds = seconds,
                       .stop = interrupt_watch::interrupted,
                       .progress = [&](std::uint64_t frames) { line.update(frames); }});
         return nullptr;
@@ -178,7 +178,7 @@ std::exception_ptr run_recorder(recorder &recorded, const record_options &option
 
 } // namespace
 
-exit_code record(const record_options &options, command_streams streams)
+exit_code record(const record_options &options, const command_streams &streams)
 {
     auto configuration = load_configuration(options.configuration);
     if (!options.calibration.empty())
@@ -214,29 +214,32 @@ exit_code record(const record_options &options, command_streams streams)
     return recorded.interrupted() ? exit_code::interrupted : exit_code::success;
 }
 
-void add_record_command(CLI::App &app, command_streams streams, exit_code &result)
+command record_command()
 {
-    auto *command = app.add_subcommand("record", "Record frames of a measurement to disk.");
     auto options = std::make_shared<record_options>();
-    command->add_option("CONFIG", options->configuration, "Configuration document, a JSON file")
-        ->required()
-        ->type_name("");
-    command->add_option("--frames", options->frames, "Stop after so many frames")
-        ->check(count_up_to(most_frames))
-        ->type_name("NUMBER");
-    command->add_option("--seconds", options->seconds, "Stop after so many seconds")
-        ->check(finite_number(0.0))
-        ->type_name("NUMBER");
-    add_connect_option(*command, options->connect);
-    command->add_option("--output", options->output, "New directory for the recording")->type_name("DIR");
-    command->add_option("--calibration", options->calibration, "Calibrations made by \"vantor calibrate\"")
-        ->type_name("FILE");
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] {
-        options->progress = streams.terminal;
-        result = record(*options, streams);
-    });
+    return {.name = "record",
+            .help = "Record frames of a measurement to disk.",
+            .footer = footer,
+            .options = {configuration_argument(options->configuration),
+                        {.name = "--frames",
+                         .help = "Stop after so many frames",
+                         .value = whole_number_value{.target = &options->frames, .most = most_frames},
+                         .value_name = "NUMBER"},
+                        {.name = "--seconds",
+                         .help = "Stop after so many seconds",
+                         .value = number_value{.target = &options->seconds, .above = 0.0},
+                         .value_name = "NUMBER"},
+                        connect_option(options->connect),
+                        {.name = "--output",
+                         .help = "New directory for the recording",
+                         .value = &options->output,
+                         .value_name = "DIR"},
+                        {.name = "--calibration",
+                         .help = "Calibrations made by \"vantor calibrate\"",
+                         .value = &options->calibration,
+                         .value_name = "FILE"},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return record(*options, streams); }};
 }
 
 } // namespace vantor

@@ -6,11 +6,10 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
-#include <CLI/App.hpp>
-
-#include "commands/command_line.h"
+#include "commands/command.h"
 
 namespace vantor
 {
@@ -22,7 +21,7 @@ struct record_options
     std::string connect = "sim:";
     std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
     std::uint64_t frames = 0;          /**< 0 for no such bound */
-    double seconds = 0.0;              /**< 0 for no such bound */
+    std::optional<double> seconds;     /**< nothing for no such bound */
     std::filesystem::path calibration; /**< a file of calibrations to use; empty for none */
     bool json = false;                 /**< print JSON instead of a table */
     bool progress = false;             /**< show a line of progress */
@@ -35,10 +34,10 @@ struct record_options
  * @throws configuration_error, recording_error and the exceptions of the client; a recording that was begun
  * is whole nevertheless
  */
-exit_code record(const record_options &options, command_streams streams);
+exit_code record(const record_options &options, const command_streams &streams);
 
-/** Adds the command to the command line. */
-void add_record_command(CLI::App &app, command_streams streams, exit_code &result);
+/** The command. */
+command record_command();
 
 } // namespace vantor
 

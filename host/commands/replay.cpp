@@ -8,8 +8,6 @@
 #include <memory>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/common_options.h"
 #include "commands/progress.h"
 #include "recording/recording_error.h"
@@ -33,8 +31,8 @@ measured; after the last frame comes the first again. Ctrl-C ends it.)";
 struct replay_options
 {
     std::filesystem::path recording;
-    std::uint16_t port = 0;
-    unsigned hosts = 0; /**< 0 for no bound */
+    std::uint64_t port = 0;
+    std::uint64_t hosts = 0; /**< 0 for no bound */
 };
 
 /** Serves a host until it goes, and shows how many frames it got. */
@@ -49,16 +47,16 @@ void serve(session_reader &recording, link &host, const command_streams &streams
 }
 
 /** Serves one host after the other. */
-exit_code replay(const replay_options &options, command_streams streams)
+exit_code replay(const replay_options &options, const command_streams &streams)
 {
     session_reader recording(options.recording);
     if (recording.frames() == 0)
     {
         throw bad_recording("The recording holds no whole frame, so there is nothing to replay.");
     }
-    tcp_listener listener(options.port);
+    tcp_listener listener(static_cast<std::uint16_t>(options.port));
     streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
-    for (unsigned served = 0; options.hosts == 0 || served < options.hosts; ++served)
+    for (std::uint64_t served = 0; options.hosts == 0 || served < options.hosts; ++served)
     {
         const auto host = listener.accept();
         try
@@ -79,19 +77,25 @@ exit_code replay(const replay_options &options, command_streams streams)
 
 } // namespace
 
-void add_replay_command(CLI::App &app, command_streams streams, exit_code &result)
+command replay_command()
 {
-    auto *command = app.add_subcommand("replay", "Serve a recording as if it were measured now.");
     auto options = std::make_shared<replay_options>();
-    add_recording_argument(*command, options->recording);
-    command->add_option("--tcp", options->port, "TCP port of this machine; 0 for any free one")
-        ->type_name("PORT")
-        ->capture_default_str();
-    command->add_option("--hosts", options->hosts, "End after so many hosts")
-        ->check(count_up_to(std::numeric_limits<unsigned>::max()))
-        ->type_name("NUMBER");
-    command->footer(footer);
-    command->callback([options, streams, &result] { result = replay(*options, streams); });
+    return {.name = "replay",
+            .help = "Serve a recording as if it were measured now.",
+            .footer = footer,
+            .options = {recording_argument(options->recording),
+                        {.name = "--tcp",
+                         .help = "TCP port of this machine; 0 for any free one",
+                         .value = whole_number_value{.target = &options->port,
+                                                     .least = 0,
+                                                     .most = std::numeric_limits<std::uint16_t>::max()},
+                         .value_name = "PORT",
+                         .default_value = "0"},
+                        {.name = "--hosts",
+                         .help = "End after so many hosts",
+                         .value = whole_number_value{.target = &options->hosts},
+                         .value_name = "NUMBER"}},
+            .run = [options](const command_streams &streams) { return replay(*options, streams); }};
 }
 
 } // namespace vantor

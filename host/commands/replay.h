@@ -4,15 +4,13 @@
 #ifndef VANTOR_REPLAY_H
 #define VANTOR_REPLAY_H
 
-#include <CLI/App.hpp>
-
-#include "commands/command_line.h"
+#include "commands/command.h"
 
 namespace vantor
 {
 
-/** Adds the command to the command line. */
-void add_replay_command(CLI::App &app, command_streams streams, exit_code &result);
+/** The command. */
+command replay_command();
 
 } // namespace vantor
 

@@ -7,8 +7,6 @@
 #include <memory>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
-
 #include "check/configuration_check.h"
 #include "commands/common_options.h"
 #include "configuration.h"
@@ -62,32 +60,30 @@ nlohmann::ordered_json to_json(const std::vector<configuration_fault> &faults)
 
 } // namespace
 
-void add_validate_command(CLI::App &app, command_streams streams, exit_code &result)
+command validate_command()
 {
     struct validate_options
     {
         std::filesystem::path configuration;
         bool json = false;
     };
-    auto *command = app.add_subcommand("validate", "Check a configuration document, without a server.");
     auto options = std::make_shared<validate_options>();
-    command->add_option("CONFIG", options->configuration, "Configuration document, a JSON file")
-        ->required()
-        ->type_name("");
-    add_json_flag(*command, options->json);
-    command->footer(footer);
-    command->callback([options, streams, &result] {
-        const auto faults = check_configuration(load_configuration(options->configuration));
-        if (options->json)
-        {
-            print_json(streams.out, to_json(faults));
-        }
-        else
-        {
-            print(streams.out, options->configuration.string(), faults);
-        }
-        result = faults.empty() ? exit_code::success : exit_code::bad_file;
-    });
+    return {.name = "validate",
+            .help = "Check a configuration document, without a server.",
+            .footer = footer,
+            .options = {configuration_argument(options->configuration), json_flag(options->json)},
+            .run = [options](const command_streams &streams) {
+                const auto faults = check_configuration(load_configuration(options->configuration));
+                if (options->json)
+                {
+                    print_json(streams.out, to_json(faults));
+                }
+                else
+                {
+                    print(streams.out, options->configuration.string(), faults);
+                }
+                return faults.empty() ? exit_code::success : exit_code::bad_file;
+            }};
 }
 
 } // namespace vantor

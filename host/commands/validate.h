@@ -4,15 +4,13 @@
 #ifndef VANTOR_VALIDATE_H
 #define VANTOR_VALIDATE_H
 
-#include <CLI/App.hpp>
-
-#include "commands/command_line.h"
+#include "commands/command.h"
 
 namespace vantor
 {
 
-/** Adds the command to the command line. */
-void add_validate_command(CLI::App &app, command_streams streams, exit_code &result);
+/** The command. */
+command validate_command();
 
 } // namespace vantor
 

@@ -3,9 +3,11 @@
  */
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-#include <iostream>
 #include <map>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 namespace
 {

@@ -1,0 +1,198 @@
+/** @file
+ * Reads command lines: turns commands that are plain data into those of CLI11.
+ */
+#include "commands/arguments.h"
+
+#include <charconv>
+#include <cmath>
+#include <ostream>
+#include <utility>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include "commands/text_table.h"
+#include "version.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Reads a whole number, all of the text; nothing when it is not one or does not fit. */
+template <typename Number> std::optional<Number> parse_number(const std::string &text)
+{
+    Number value{};
+    const auto *const end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data(), end, value);
+    return failure == std::errc{} && stop == end ? std::optional(value) : std::nullopt;
+}
+
+/** Reads a finite number within the bound of an option. */
+double take_number(const std::string &name, const std::string &text, std::optional<double> above)
+{
+    const auto number = parse_number<double>(text);
+    if (!number || !std::isfinite(*number) || (above && *number <= *above))
+    {
+        throw CLI::ValidationError(name, text + " is not a number" +
+                                             (above ? " above " + fixed(*above, 0) : std::string()));
+    }
+    return *number;
+}
+
+/** Reads a whole number within the bounds of an option. */
+std::uint64_t take_whole_number(const std::string &name, const std::string &text, std::uint64_t least,
+                                std::uint64_t most)
+{
+    const auto number = parse_number<std::uint64_t>(text);
+    if (!number || *number < least || *number > most)
+    {
+        throw CLI::ValidationError(name, text + " is not a whole number from " + std::to_string(least) +
+                                             " to " + std::to_string(most));
+    }
+    return *number;
+}
+
+/** Adds an option to a command of CLI11, by the kind of its value. */
+class option_adder
+{
+public:
+    option_adder(CLI::App &app, const command_option &option) : app_(app), option_(option)
+    {
+    }
+
+    CLI::Option *operator()(bool *target) const
+    {
+        return app_.add_flag(option_.name, *target, option_.help);
+    }
+
+    CLI::Option *operator()(std::string *target) const
+    {
+        return add([target](const std::string &text) { *target = text; });
+    }
+
+    CLI::Option *operator()(std::filesystem::path *target) const
+    {
+        return add([target](const std::string &text) { *target = text; });
+    }
+
+    CLI::Option *operator()(std::vector<std::string> *target) const
+    {
+        return add_list([target](const std::string &text) { target->push_back(text); });
+    }
+
+    CLI::Option *operator()(const number_value &value) const
+    {
+        return add([name = option_.name, value](const std::string &text) {
+            *value.target = take_number(name, text, value.above);
+        });
+    }
+
+    CLI::Option *operator()(const whole_number_value &value) const
+    {
+        return add([name = option_.name, value](const std::string &text) {
+            *value.target = take_whole_number(name, text, value.least, value.most);
+        });
+    }
+
+    CLI::Option *operator()(const whole_numbers_value &value) const
+    {
+        return add_list([name = option_.name, value](const std::string &text) {
+            value.target->push_back(take_whole_number(name, text, value.least, value.most));
+        });
+    }
+
+    CLI::Option *operator()(const choice_value &value) const
+    {
+        return add([target = value.target](const std::string &text) { *target = text; })
+            ->check(CLI::IsMember(value.words).description(""));
+    }
+
+private:
+    using taker = std::function<void(const std::string &)>;
+
+    /** Adds an option that is given once. */
+    CLI::Option *add(taker take) const
+    {
+        const auto take_first = [take = std::move(take)](const CLI::results_t &texts) {
+            take(texts.front());
+            return true;
+        };
+        return app_.add_option(option_.name, take_first, option_.help);
+    }
+
+    /** Adds an option that may be given many times. */
+    CLI::Option *add_list(taker take) const
+    {
+        const auto take_all = [take = std::move(take)](const CLI::results_t &texts) {
+            for (const auto &text : texts)
+            {
+                take(text);
+            }
+            return true;
+        };
+        return app_.add_option(option_.name, take_all, option_.help)
+            ->expected(CLI::detail::expected_max_vector_size);
+    }
+
+    CLI::App &app_;
+    const command_option &option_;
+};
+
+/** Adds a command with its options. */
+void add_command(CLI::App &app, const command &what, const command_streams &streams, exit_code &result)
+{
+    auto *added = app.add_subcommand(what.name, what.help);
+    for (const auto &option : what.options)
+    {
+        auto *const made = std::visit(option_adder(*added, option), option.value);
+        made->required(option.required);
+        if (!std::holds_alternative<bool *>(option.value))
+        {
+            made->type_name(option.value_name)->default_str(option.default_value);
+        }
+    }
+    added->footer(what.footer);
+    added->callback([&what, &streams, &result] { result = what.run(streams); });
+}
+
+/** Says what is wrong with a command line, or prints the help or version that was asked for. */
+exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const command_streams &streams)
+{
+    if (app.get_subcommands().empty() && !app.remaining().empty())
+    {
+        streams.err << "There is no command \"" << printable(app.remaining().front())
+                    << "\".\nRun with --help for more information.\n";
+        return exit_code::usage;
+    }
+    return app.exit(failure, streams.out, streams.err) == 0 ? exit_code::success : exit_code::usage;
+}
+
+} // namespace
+
+exit_code run_command(const std::vector<std::string> &arguments, const std::vector<command> &commands,
+                      const std::string &footer, const command_streams &streams)
+{
+    exit_code result = exit_code::success;
+    CLI::App app("Measure with radar sensors through a Vantor server.", "vantor");
+    app.set_version_flag("--version", std::string("vantor ") + version);
+    app.require_subcommand(1);
+    app.footer(footer);
+    for (const auto &each : commands)
+    {
+        add_command(app, each, streams, result);
+    }
+    try
+    {
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        app.parse(reversed);
+    }
+    catch (const CLI::ParseError &failure)
+    {
+        return explain(app, failure, streams);
+    }
+    return result;
+}
+
+} // namespace vantor
