@@ -1,0 +1,18 @@
+# Runs in ctest: adds a test for each suite of `program`, named with `prefix`, ended after `timeout` seconds.
+if(NOT EXISTS ${program})
+  add_test(${prefix}NOT_BUILT ${program})
+  return()
+endif()
+execute_process(COMMAND ${program} --gtest_list_tests OUTPUT_VARIABLE listed RESULT_VARIABLE failure)
+if(failure)
+  message(FATAL_ERROR "${program} cannot list its tests: ${failure}")
+endif()
+string(REGEX MATCHALL "[^\n]+" lines "${listed}")
+foreach(line IN LISTS lines)
+  # A suite's line is "name." or, for parameters, "instance/name."; its tests are indented below it.
+  if(line MATCHES "^([^ ]+)\\.( |$)")
+    set(suite ${CMAKE_MATCH_1})
+    add_test(${prefix}${suite} ${program} --gtest_filter=${suite}.* --gtest_brief=1)
+    set_tests_properties(${prefix}${suite} PROPERTIES TIMEOUT ${timeout})
+  endif()
+endforeach()
