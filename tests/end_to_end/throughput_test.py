@@ -1,9 +1,14 @@
-"""`vantor record` takes 50 MB/s for a minute from a device that never waits, although it is stopped now and then."""
+"""`vantor record` loses nothing of a fast stream although it is stopped now and then.
+
+As a test it takes a small sample as fast as it comes. With VANTOR_CAMPAIGN=whole it takes 50 MB/s for a minute from a
+device that never waits, and reports rate and memory: `scripts/soak throughput`.
+"""
 
 import hashlib
 import json
 import os
 import random
+import select
 import shutil
 import signal
 import socket
@@ -14,7 +19,9 @@ import threading
 import time
 import unittest
 
-from vantor_process import TIME_OUT, VANTOR
+from vantor_process import TIME_OUT, VANTOR, wait_until
+
+WHOLE = os.environ.get("VANTOR_CAMPAIGN") == "whole"
 
 RATE = 52e6  # bytes of samples a second that the device sends: a little more than what is asked for
 REQUIRED_RATE = 50e6
@@ -28,7 +35,8 @@ SWEEPS, POINTS = 4, 1000
 ITEM_SIZE = 4 * SWEEPS * POINTS
 GROUPS = 2
 FRAME_SIZE = GROUPS * ITEM_SIZE
-FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1
+FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1 if WHOLE else 1500  # more than the buffers of a connection take
+SAMPLE_STALLS = 3
 TICK_PERIOD = round(1e6 * FRAME_SIZE / RATE)
 
 CONFIGURATION = {"groups": [[{"sensor_id": number, "config": {"sweeps_per_frame": SWEEPS, "num_points": POINTS}}]
@@ -51,6 +59,7 @@ class Device(threading.Thread):
 
     def __init__(self):
         super().__init__(daemon=True)
+        self.host = None
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
         self.digests = [hashlib.sha512() for _ in range(GROUPS)]
@@ -61,11 +70,12 @@ class Device(threading.Thread):
     def run(self):
         with self.listener, self.listener.accept()[0] as host, host.makefile("rb") as lines:
             host.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            self.host = host
             for line in lines:
                 if line.strip():
-                    self.obey(host, json.loads(line)["command"])
+                    self.execute(host, json.loads(line)["command"])
 
-    def obey(self, host, command):
+    def execute(self, host, command):
         """Answers a command; frames follow the answer to "start"."""
         if command == "end" and self.seconds is not None:
             self.seconds = time.monotonic() - self.seconds
@@ -77,16 +87,21 @@ class Device(threading.Thread):
             self.stream(host)
 
     def stream(self, host):
-        """Sends every frame when it is due, or at once when it is late."""
+        """Sends every frame when it is due, or at once when it is late; in a sample always at once."""
         self.seconds = start = time.monotonic()
         for number in range(FRAMES):
-            time.sleep(max(0.0, start + number * FRAME_SIZE / RATE - time.monotonic()))
+            if WHOLE:
+                time.sleep(max(0.0, start + number * FRAME_SIZE / RATE - time.monotonic()))
             place = number * 7919 % self.places
             payload = self.noise[place:place + FRAME_SIZE]
             host.sendall(self.header(number) + payload)
             for i, digest in enumerate(self.digests):
                 digest.update(payload[i * ITEM_SIZE:(i + 1) * ITEM_SIZE])
             self.frames = number + 1
+
+    def is_held_back(self):
+        """Whether the host takes nothing and all buffers on the way to it are full."""
+        return not select.select([], [self.host], [], 0)[1]
 
     @staticmethod
     def header(number):
@@ -106,11 +121,12 @@ def peak_memory(process):
 class Throughput(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
-        free = shutil.disk_usage(self.folder).free
-        self.assertGreater(free, FREE_DISK, f"{self.folder} has too little room: set TMPDIR to another place")
+        if WHOLE:
+            free = shutil.disk_usage(self.folder).free
+            self.assertGreater(free, FREE_DISK, f"{self.folder} has too little room: set TMPDIR to another place")
         self.output = os.path.join(self.folder, "recording")
 
-    def test_a_minute_at_50_megabytes_a_second_with_stalls(self):
+    def test_a_fast_stream_with_stalls(self):
         device = Device()
         device.start()
         memory = []
@@ -121,21 +137,31 @@ class Throughput(unittest.TestCase):
                                device.address, "--output", self.output, "--json"],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
             device.on_end = lambda: memory.append(peak_memory(process))
-            stalls = self.disturb(process, device)
+            stalls = self.stall_for_a_minute(process, device) if WHOLE else self.stall_until_full(process, device)
             output, errors = process.communicate(timeout=TIME_OUT)
         self.assertEqual(process.returncode, 0, errors)
         summary = json.loads(output)
         rate = FRAMES * FRAME_SIZE / device.seconds
-        print(f"{FRAMES} frames, {rate / 1e6:.1f} MB/s over {device.seconds:.1f} s with {stalls} stalls of {STALL} s,"
+        print(f"{FRAMES} frames, {rate / 1e6:.1f} MB/s over {device.seconds:.1f} s with {stalls} stalls,"
               f" at most {memory[0] / 1e6:.1f} MB of memory", file=sys.stderr)
-        self.assertGreaterEqual(rate, REQUIRED_RATE)
-        self.assertGreaterEqual(stalls, 10)
+        if WHOLE:
+            self.assertGreaterEqual(rate, REQUIRED_RATE)
+            self.assertGreaterEqual(stalls, 10)
         self.assertLess(memory[0], MEMORY_BOUND)
         self.assertEqual((summary["frames"], summary["disturbances"]), (FRAMES, 0))
         for number, digest in enumerate(device.digests, 1):
             self.check_item(f"group-{number}-item-1", digest.hexdigest())
 
-    def disturb(self, process, device):
+    def stall_until_full(self, process, device):
+        """Stops the reader at some frames, each time until the device cannot send; returns how often."""
+        for stall in range(SAMPLE_STALLS):
+            wait_until(lambda stall=stall: device.frames > stall * FRAMES // (2 * SAMPLE_STALLS), "more frames")
+            process.send_signal(signal.SIGSTOP)
+            wait_until(device.is_held_back, "full buffers")
+            process.send_signal(signal.SIGCONT)
+        return SAMPLE_STALLS
+
+    def stall_for_a_minute(self, process, device):
         """Stops the reader now and then until it ends; returns how often."""
         stalls = 0
         deadline = time.monotonic() + 2 * SECONDS
