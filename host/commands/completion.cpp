@@ -49,6 +49,7 @@ std::string join(const std::vector<std::string> &words)
 std::string command_names(const std::vector<command> &commands)
 {
     std::vector<std::string> names;
+    names.reserve(commands.size());
     for (const auto &what : commands)
     {
         names.push_back(what.name);
