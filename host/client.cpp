@@ -6,14 +6,13 @@
 #include <utility>
 
 #include "json_members.h"
+#include "time_left.h"
 #include "vantor/errors.h"
 
 namespace vantor
 {
 namespace
 {
-
-using steady = std::chrono::steady_clock;
 
 /** How much is read from the link at once. */
 constexpr std::size_t read_size = 65536;
@@ -40,13 +39,6 @@ void throw_on_error(const message &received)
                         " in time. Check the line and its speed, and that nothing else uses the server.");
 }
 
-/** The time left until a deadline, rounded up to a millisecond, never negative. */
-std::chrono::milliseconds time_left(steady::time_point deadline)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady::now());
-    return std::max(left, std::chrono::milliseconds(0));
-}
-
 } // namespace
 
 client::client(const address &where, client_timeouts timeouts)
@@ -54,8 +46,8 @@ client::client(const address &where, client_timeouts timeouts)
 {
 }
 
-client::client(link_factory open_links, client_timeouts timeouts)
-    : open_links_(std::move(open_links)), timeouts_(timeouts), buffer_(read_size)
+client::client(link_factory open_links, client_timeouts timeouts, time_source now)
+    : open_links_(std::move(open_links)), timeouts_(timeouts), now_(std::move(now)), buffer_(read_size)
 {
     reconnect();
 }
@@ -99,7 +91,7 @@ nlohmann::json client::stats()
 std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &configuration)
 {
     send_command({{"command", "configure"}, {"configuration", configuration}});
-    auto deadline = steady::now() + timeouts_.configure;
+    auto deadline = now_() + timeouts_.configure;
     const auto received = next_message(deadline, "session metadata");
     throw_on_error(received);
     metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
@@ -113,7 +105,7 @@ void client::start()
 
 std::optional<frame> client::receive_frame(std::chrono::milliseconds timeout)
 {
-    const auto received = poll_message(steady::now() + timeout);
+    const auto received = poll_message(now_() + timeout);
     if (!received)
     {
         return std::nullopt;
@@ -131,7 +123,7 @@ void client::stop(const frame_handler &handler)
 frame client::single_frame()
 {
     send_command({{"command", "frame"}});
-    auto deadline = steady::now() + timeouts_.frame;
+    auto deadline = now_() + timeouts_.frame;
     const auto received = next_message(deadline, "frame");
     throw_on_error(received);
     return decode(received);
@@ -143,7 +135,7 @@ void client::end()
     // server that is busy closes the connection, after which a second write would fail before its message is
     // read.
     send("\n{\"command\":\"end\"}\n");
-    auto deadline = steady::now() + timeouts_.answer;
+    auto deadline = now_() + timeouts_.answer;
     do
     {
         try
@@ -161,7 +153,7 @@ void client::end()
         catch (const bad_message &) // NOLINT(bugprone-empty-catch): whatever was on its way is dropped
         {
         }
-    } while (steady::now() < deadline);
+    } while (now_() < deadline);
     throw_timeout("answer to \"end\"");
 }
 
@@ -225,7 +217,7 @@ std::optional<message> client::poll_message(time_point deadline)
         {
             return std::nullopt;
         }
-        const auto left = time_left(deadline);
+        const auto left = time_left(deadline, now_);
         over = left.count() == 0;
         parser_.feed(std::span(buffer_).first(link_->read_some(buffer_, left)));
     }
@@ -246,7 +238,7 @@ message client::next_message(time_point &deadline, const char *awaited)
         {
             throw_timeout(awaited);
         }
-        deadline = steady::now() + timeouts_.answer;
+        deadline = now_() + timeouts_.answer;
     }
 }
 
@@ -276,7 +268,7 @@ nlohmann::json client::request(const nlohmann::json &command)
 /** Waits for the answer to a command; frames that come before it go to the handler, or are dropped. */
 nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler)
 {
-    auto deadline = steady::now() + timeouts_.answer;
+    auto deadline = now_() + timeouts_.answer;
     do
     {
         auto received = next_message(deadline, "answer");
@@ -290,7 +282,7 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
         {
             handler(decode(received));
         }
-    } while (steady::now() < deadline);
+    } while (now_() < deadline);
     throw_timeout("answer");
 }
 

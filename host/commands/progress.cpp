@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 #include <ostream>
+#include <utility>
 
 #include "commands/text_table.h"
 
@@ -21,9 +22,8 @@ constexpr double longest_wait = 1e9;
 
 } // namespace
 
-progress_line::progress_line(std::ostream &out, bool active, progress_goal goal)
-    : out_(out), active_(active), goal_(goal), start_(std::chrono::steady_clock::now()),
-      next_(start_ + interval)
+progress_line::progress_line(std::ostream &out, bool active, progress_goal goal, time_source now)
+    : out_(out), active_(active), goal_(goal), now_(std::move(now)), start_(now_()), next_(start_ + interval)
 {
 }
 
@@ -37,7 +37,7 @@ progress_line::~progress_line()
 
 void progress_line::update(std::uint64_t frames)
 {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = now_();
     if (!active_ || now < next_)
     {
         return;

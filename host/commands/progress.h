@@ -9,6 +9,8 @@
 #include <iosfwd>
 #include <string>
 
+#include "vantor/time_source.h"
+
 namespace vantor
 {
 
@@ -27,8 +29,10 @@ public:
      * @param out     where to; normally the standard error stream
      * @param active  false when that is no terminal: then nothing is ever written
      * @param goal    when it is done
+     * @param now     the clock for rate and time left
      */
-    progress_line(std::ostream &out, bool active, progress_goal goal);
+    progress_line(std::ostream &out, bool active, progress_goal goal,
+                  time_source now = std::chrono::steady_clock::now);
     progress_line(const progress_line &) = delete;
     progress_line &operator=(const progress_line &) = delete;
     progress_line(progress_line &&) = delete;
@@ -44,6 +48,7 @@ private:
     std::ostream &out_;
     bool active_;
     progress_goal goal_;
+    time_source now_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_;
     std::size_t width_ = 0; // of the line that is on the terminal

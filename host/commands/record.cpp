@@ -157,11 +157,12 @@ void print_summary(std::ostream &out, const session_writer &writer, const record
  *
  * @return what went wrong, to be reported when the recording is whole; null when nothing did
  */
-std::exception_ptr run_recorder(recorder &recorded, const record_options &options, std::ostream &err)
+std::exception_ptr run_recorder(recorder &recorded, const record_options &options, std::ostream &err,
+                                const time_source &now)
 {
     const interrupt_watch watch;
     const double seconds = options.seconds.value_or(0.0);
-    progress_line line(err, options.progress, {.frames = options.frames, .seconds = seconds});
+    progress_line line(err, options.progress, {.frames = options.frames, .seconds = seconds}, now);
     try
     {
         recorded.run({.frames = options.frames,
@@ -180,12 +181,19 @@ std::exception_ptr run_recorder(recorder &recorded, const record_options &option
 
 exit_code record(const record_options &options, const command_streams &streams)
 {
+    const auto open = [&] { return open_link(parse_address(options.connect), client_timeouts{}.connect); };
+    return record(options, streams, open, std::chrono::steady_clock::now);
+}
+
+exit_code record(const record_options &options, const command_streams &streams,
+                 const client::link_factory &open_links, const time_source &now)
+{
     auto configuration = load_configuration(options.configuration);
     if (!options.calibration.empty())
     {
         add_calibrations(configuration, options.calibration);
     }
-    client server(parse_address(options.connect));
+    client server(open_links, {}, now);
     const auto metadata = server.configure(configuration);
     if (metadata->items.empty())
     {
@@ -194,8 +202,9 @@ exit_code record(const record_options &options, const command_streams &streams)
     }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
     session_writer writer(output, {configuration, *metadata, server.server()});
-    recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()));
-    const auto failure = run_recorder(recorded, options, streams.err);
+    recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()),
+                      now);
+    const auto failure = run_recorder(recorded, options, streams.err, now);
     writer.finish();
     const auto items = list_items(configuration);
     if (options.json)

@@ -10,6 +10,8 @@
 #include <string>
 
 #include "commands/command.h"
+#include "vantor/client.h"
+#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -35,6 +37,15 @@ struct record_options
  * is whole nevertheless
  */
 exit_code record(const record_options &options, const command_streams &streams);
+
+/**
+ * The same over links of one's own making, instead of those to record_options::connect.
+ *
+ * @param open_links  opens the link to the server
+ * @param now         the clock by which the links wait
+ */
+exit_code record(const record_options &options, const command_streams &streams,
+                 const client::link_factory &open_links, const time_source &now);
 
 /** The command. */
 command record_command();

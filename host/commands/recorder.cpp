@@ -15,8 +15,6 @@ namespace vantor
 namespace
 {
 
-using steady = std::chrono::steady_clock;
-
 /** How often the limits are looked at while no frame comes. */
 constexpr std::chrono::milliseconds patience{100};
 
@@ -29,17 +27,11 @@ constexpr double longest_gap = 3.0;
 /** Most frames that can be lost at once: the server's tick goes no farther. */
 constexpr double most_lost = std::numeric_limits<std::uint32_t>::max();
 
-/** A span of time in seconds. */
-double in_seconds(steady::duration span)
-{
-    return std::chrono::duration<double>(span).count();
-}
-
 } // namespace
 
 recorder::recorder(client &source, session_writer &destination, const session_metadata &metadata,
-                   double period)
-    : source_(source), destination_(destination), period_(period)
+                   double period, time_source now)
+    : source_(source), destination_(destination), period_(period), now_(std::move(now))
 {
     for (const auto &layout : metadata.items)
     {
@@ -50,10 +42,10 @@ recorder::recorder(client &source, session_writer &destination, const session_me
 void recorder::run(const recorder_limits &limits)
 {
     source_.start();
-    start_ = last_ = steady::now();
+    start_ = last_ = now_();
     while (!done(limits))
     {
-        if (const auto received = receive())
+        if (const auto received = receive(longest_wait(limits)))
         {
             store(*received);
             if (limits.progress)
@@ -65,11 +57,17 @@ void recorder::run(const recorder_limits &limits)
     source_.end(); // frames that are still on their way are dropped
 }
 
+/** The time since a moment, in seconds. */
+double recorder::seconds_since(std::chrono::steady_clock::time_point moment) const
+{
+    return std::chrono::duration<double>(now_() - moment).count();
+}
+
 /** Whether a limit is reached. */
 bool recorder::done(const recorder_limits &limits)
 {
     if ((limits.frames > 0 && destination_.frames() >= limits.frames) ||
-        (limits.seconds > 0.0 && in_seconds(steady::now() - start_) >= limits.seconds))
+        (limits.seconds > 0.0 && seconds_since(start_) >= limits.seconds))
     {
         return true;
     }
@@ -77,34 +75,51 @@ bool recorder::done(const recorder_limits &limits)
     return interrupted_;
 }
 
-/** Waits a little for the next frame. */
-std::optional<frame> recorder::receive()
+/** How long may be waited for a frame before the limits are looked at again. */
+std::chrono::milliseconds recorder::longest_wait(const recorder_limits &limits) const
 {
-    const double silence = in_seconds(steady::now() - last_);
-    const bool too_long = silence > std::max(longest_silence, longest_gap * period_);
+    if (limits.seconds <= 0.0)
+    {
+        return patience;
+    }
+    using namespace std::chrono;
+    const duration<double> left(limits.seconds - seconds_since(start_));
+    return left < patience ? ceil<milliseconds>(round<nanoseconds>(left)) : patience;
+}
+
+/** Waits a little for the next frame. */
+std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
+{
     try
     {
-        auto received = source_.receive_frame(patience);
+        auto received = source_.receive_frame(wait);
         if (!received && frame_grows())
         {
-            last_ = steady::now();
+            last_ = now_();
         }
-        else if (!received && too_long)
+        else if (!received && silent_too_long())
         {
-            throw timeout_error("The server has sent no frame for " + std::to_string(std::lround(silence)) +
+            throw timeout_error("The server has sent no frame for " +
+                                std::to_string(std::lround(seconds_since(last_))) +
                                 " s. Check the line, and that the sensors are still powered.");
         }
         return received;
     }
     catch (const bad_message &)
     {
-        if (too_long)
+        if (silent_too_long())
         {
             throw;
         }
         damaged_ = true;
         return std::nullopt;
     }
+}
+
+/** Whether nothing useful has come for so long that the server is given up. */
+bool recorder::silent_too_long() const
+{
+    return seconds_since(last_) >= std::max(longest_silence, longest_gap * period_);
 }
 
 /** Whether more of a frame has come, which a slow line takes its time for. */
@@ -117,7 +132,7 @@ bool recorder::frame_grows()
 /** Puts a frame into the recording. */
 void recorder::store(const frame &received)
 {
-    last_ = steady::now();
+    last_ = now_();
     if (damaged_)
     {
         note_loss(received);
@@ -131,7 +146,7 @@ void recorder::store(const frame &received)
     {
         last_tick_ = received.items().front().tick;
     }
-    seconds_ = in_seconds(last_ - start_);
+    seconds_ = std::chrono::duration<double>(last_ - start_).count();
 }
 
 /** Notes that frames were lost before this one: as many as the ticks show, at least one. */

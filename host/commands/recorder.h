@@ -35,8 +35,10 @@ public:
      * @param destination  a recording of the same session
      * @param metadata     of the session
      * @param period       time from one frame to the next in seconds; 0 when not known
+     * @param now          the clock by which the source waits
      */
-    recorder(client &source, session_writer &destination, const session_metadata &metadata, double period);
+    recorder(client &source, session_writer &destination, const session_metadata &metadata, double period,
+             time_source now = std::chrono::steady_clock::now);
 
     /**
      * Records. A message that arrives damaged counts as lost frames and does not end the recording.
@@ -70,8 +72,11 @@ public:
     }
 
 private:
+    [[nodiscard]] double seconds_since(std::chrono::steady_clock::time_point moment) const;
     bool done(const recorder_limits &limits);
-    std::optional<frame> receive();
+    [[nodiscard]] std::chrono::milliseconds longest_wait(const recorder_limits &limits) const;
+    std::optional<frame> receive(std::chrono::milliseconds wait);
+    [[nodiscard]] bool silent_too_long() const;
     bool frame_grows();
     void store(const frame &received);
     void note_loss(const frame &next);
@@ -79,6 +84,7 @@ private:
     client &source_;
     session_writer &destination_;
     double period_;
+    time_source now_;
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point last_; // when the last frame, or more of the next, came

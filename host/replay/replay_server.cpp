@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <utility>
 
 #include "vantor/client.h"
 #include "version.h"
@@ -26,8 +27,8 @@ constexpr std::size_t longest_line = 1 << 20;
 
 } // namespace
 
-replay_server::replay_server(session_reader &recording, link &host)
-    : recording_(recording), host_(host), frames_(recording)
+replay_server::replay_server(session_reader &recording, link &host, time_source now)
+    : recording_(recording), host_(host), now_(std::move(now)), frames_(recording)
 {
 }
 
@@ -51,8 +52,7 @@ void replay_server::send_due_frame()
     {
         next_ = frames_.next();
     }
-    const double elapsed = std::chrono::duration<double>(steady::now() - started_).count();
-    if (next_->seconds - first_seconds_ <= elapsed)
+    if (time_until_due().count() == 0)
     {
         send(next_->bytes);
         next_.reset();
@@ -60,17 +60,22 @@ void replay_server::send_due_frame()
     }
 }
 
-/** Waits for commands, at most until the next frame is due, and obeys them. */
+/** How long it is until the next frame is due, but not more than the patience for a command; 0 when it is. */
+std::chrono::nanoseconds replay_server::time_until_due() const
+{
+    using seconds = std::chrono::duration<double>;
+    const double elapsed = seconds(now_() - started_).count();
+    const double left = next_ ? next_->seconds - first_seconds_ - elapsed : 0.0;
+    return std::chrono::round<std::chrono::nanoseconds>(
+        seconds(std::max(0.0, std::min(seconds(patience).count(), left))));
+}
+
+/** Waits for commands, at most until the next frame is due, and executes them. */
 void replay_server::receive()
 {
-    auto wait = patience;
-    if (state_ == state::streaming)
-    {
-        const double due = next_ ? next_->seconds - first_seconds_ : 0.0;
-        const auto left = std::chrono::duration<double>(due) - (steady::now() - started_);
-        wait = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(left), std::chrono::milliseconds(0),
-                          wait);
-    }
+    const auto wait = state_ == state::streaming
+                          ? std::chrono::ceil<std::chrono::milliseconds>(time_until_due())
+                          : patience;
     std::array<std::byte, 4096> bytes{};
     const auto count = host_.read_some(bytes, wait);
     for (std::size_t i = 0; i < count; ++i)
@@ -240,7 +245,7 @@ void replay_server::start()
     answer("start");
     next_ = frames_.next();
     first_seconds_ = next_->seconds;
-    started_ = steady::now();
+    started_ = now_();
 }
 
 } // namespace vantor

@@ -15,6 +15,7 @@
 #include "recording/session_reader.h"
 #include "replay/frame_source.h"
 #include "vantor/link.h"
+#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -27,8 +28,9 @@ public:
     /**
      * @param recording  with at least one frame
      * @param host       the link to the host
+     * @param now        the clock for the pace of the frames, by which the link waits
      */
-    replay_server(session_reader &recording, link &host);
+    replay_server(session_reader &recording, link &host, time_source now = std::chrono::steady_clock::now);
 
     /**
      * Serves the host until it goes.
@@ -47,8 +49,6 @@ public:
     }
 
 private:
-    using steady = std::chrono::steady_clock;
-
     /** What a session can be, as in docs/protocol.md. */
     enum class state
     {
@@ -68,15 +68,17 @@ private:
     void configure();
     void start();
     void send_due_frame();
+    [[nodiscard]] std::chrono::nanoseconds time_until_due() const;
 
     session_reader &recording_;
     link &host_;
+    time_source now_;
     frame_source frames_;
     state state_ = state::idle;
     std::string input_; // of the line that is being received
     std::optional<replayed_frame> next_;
-    double first_seconds_ = 0.0; // of the first frame of the stream
-    steady::time_point started_; // when the stream began
+    double first_seconds_ = 0.0;                    // of the first frame of the stream
+    std::chrono::steady_clock::time_point started_; // when the stream began
     std::uint64_t frames_sent_ = 0;
 };
 

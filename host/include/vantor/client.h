@@ -17,6 +17,7 @@
 #include "vantor/link.h"
 #include "vantor/message_parser.h"
 #include "vantor/session.h"
+#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -75,10 +76,12 @@ public:
      *
      * @param open_links  opens a link, now and at every reconnect()
      * @param timeouts    how long to wait for what
+     * @param now         the clock by which the links wait
      */
-    explicit client(link_factory open_links, client_timeouts timeouts = {});
+    explicit client(link_factory open_links, client_timeouts timeouts = {},
+                    time_source now = std::chrono::steady_clock::now);
 
-    /** Drops the link and connects anew, to an idle server. */
+    /** Drops the link and connects again, to an idle server. */
     void reconnect();
 
     /** What the server said of itself when connecting. */
@@ -163,6 +166,7 @@ private:
 
     link_factory open_links_;
     client_timeouts timeouts_;
+    time_source now_;
     std::unique_ptr<link> link_;
     message_parser parser_;
     std::vector<std::byte> buffer_;
