@@ -15,6 +15,7 @@
 #include "commands/plot.h"
 #include "commands/record.h"
 #include "commands/replay.h"
+#include "commands/scan.h"
 #include "commands/text_table.h"
 #include "commands/validate.h"
 #include "configuration.h"

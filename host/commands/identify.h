@@ -1,5 +1,5 @@
 /** @file
- * `vantor identify` and `vantor scan`: which servers are there, and what they are.
+ * `vantor identify`: what a server is.
  */
 #ifndef VANTOR_IDENTIFY_H
 #define VANTOR_IDENTIFY_H
@@ -9,11 +9,8 @@
 namespace vantor
 {
 
-/** `identify`, which asks one server what it is. */
+/** The command. */
 command identify_command();
-
-/** `scan`, which looks for servers on serial devices. */
-command scan_command();
 
 } // namespace vantor
 

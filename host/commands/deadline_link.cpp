@@ -1,0 +1,47 @@
+/** @file
+ * A link that is given up at a deadline, whatever the other end sends.
+ */
+#include "commands/deadline_link.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "time_left.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+
+deadline_link::deadline_link(std::unique_ptr<link> connection, std::chrono::steady_clock::time_point deadline,
+                             time_source now)
+    : connection_(std::move(connection)), deadline_(deadline), now_(std::move(now))
+{
+}
+
+std::size_t deadline_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
+{
+    return connection_->read_some(buffer, bound(timeout));
+}
+
+void deadline_link::write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout)
+{
+    connection_->write(bytes, bound(timeout));
+}
+
+std::uint32_t deadline_link::set_baudrate(std::uint32_t baudrate)
+{
+    return connection_->set_baudrate(baudrate);
+}
+
+/** The time that is left of what an operation may take. */
+std::chrono::milliseconds deadline_link::bound(std::chrono::milliseconds timeout) const
+{
+    const auto left = time_left(deadline_, now_);
+    if (left.count() == 0)
+    {
+        throw connection_lost("The time for the device is over.");
+    }
+    return std::min(left, timeout);
+}
+
+} // namespace vantor

@@ -1,0 +1,41 @@
+/** @file
+ * A link that is given up at a deadline, whatever the other end sends.
+ */
+#ifndef VANTOR_DEADLINE_LINK_H
+#define VANTOR_DEADLINE_LINK_H
+
+#include <memory>
+
+#include "vantor/link.h"
+#include "vantor/time_source.h"
+
+namespace vantor
+{
+
+/** Passes everything on to another link until a deadline, from which on it counts as broken. */
+class deadline_link : public link
+{
+public:
+    /**
+     * @param connection  the other link
+     * @param deadline    no operation lasts longer, and none begins then or later
+     * @param now         the clock of the deadline
+     */
+    deadline_link(std::unique_ptr<link> connection, std::chrono::steady_clock::time_point deadline,
+                  time_source now);
+
+    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
+    void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
+    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+
+private:
+    [[nodiscard]] std::chrono::milliseconds bound(std::chrono::milliseconds timeout) const;
+
+    std::unique_ptr<link> connection_;
+    std::chrono::steady_clock::time_point deadline_;
+    time_source now_;
+};
+
+} // namespace vantor
+
+#endif

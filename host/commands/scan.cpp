@@ -1,0 +1,144 @@
+/** @file
+ * `vantor scan`.
+ */
+#include "commands/scan.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <ostream>
+
+#include "commands/common_options.h"
+#include "commands/deadline_link.h"
+#include "commands/server_description.h"
+#include "commands/text_table.h"
+#include "vantor/client.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *footer = R"(Examples:
+  vantor scan
+      every serial device of this machine
+  vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
+
+A device that does not answer within a second is passed over; of devices that were named it is said.)";
+
+/** How long a device is waited for: for each of two answers, and whatever it sends, in all. */
+constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
+                                        .answer = std::chrono::milliseconds(500)};
+constexpr std::chrono::milliseconds scan_time{900};
+
+/** The serial devices of this machine. */
+std::vector<std::string> serial_devices()
+{
+    std::vector<std::string> devices;
+    for (const auto &entry : std::filesystem::directory_iterator("/dev"))
+    {
+        const auto name = entry.path().filename().string();
+        if (name.starts_with("ttyACM") || name.starts_with("ttyS") || name.starts_with("ttyUSB") ||
+            name.starts_with("ttyAMA"))
+        {
+            devices.push_back(entry.path().string());
+        }
+    }
+    std::sort(devices.begin(), devices.end());
+    return devices;
+}
+
+/** Asks one device; returns why there is no server, or nothing. */
+std::string scan_device(const serial_address &where, const link_opener &open, const time_source &now,
+                        nlohmann::ordered_json &found)
+{
+    const auto deadline = now() + scan_time;
+    const auto open_link = [&] { return std::make_unique<deadline_link>(open(where), deadline, now); };
+    try
+    {
+        const client server(open_link, scan_timeouts, now);
+        found.push_back(to_json(to_string(where), server.server()));
+        return {};
+    }
+    catch (const connect_error &failure)
+    {
+        return failure.what();
+    }
+    catch (const error &)
+    {
+        return where.device + " does not answer.";
+    }
+}
+
+/** Prints one line for each server. */
+void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
+{
+    for (const auto &server : found)
+    {
+        out << server["address"].get<std::string>() << "  vantor_server "
+            << printable(server["server_version"].get<std::string>()) << ", "
+            << printable(server["sensor"].get<std::string>())
+            << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>()) << "\n";
+    }
+}
+
+} // namespace
+
+std::unique_ptr<link> open_scanned_link(const address &where)
+{
+    return open_link(where, scan_timeouts.connect);
+}
+
+exit_code scan(const scan_options &options, const command_streams &streams, const link_opener &open,
+               const time_source &now)
+{
+    const bool named = !options.devices.empty();
+    auto found = nlohmann::ordered_json::array();
+    for (const auto &device : named ? options.devices : serial_devices())
+    {
+        const auto reason = scan_device(
+            {.device = device, .baudrate = static_cast<std::uint32_t>(options.baudrate)}, open, now, found);
+        if (named && !reason.empty())
+        {
+            streams.err << "vantor: " << reason << "\n";
+        }
+    }
+    if (options.json)
+    {
+        print_json(streams.out, found);
+    }
+    else
+    {
+        print_servers(streams.out, found);
+    }
+    if (found.empty())
+    {
+        streams.err << "vantor: no serial device answers at " << options.baudrate
+                    << " baud; check cables and power, or try another --baudrate\n";
+    }
+    return found.empty() ? exit_code::no_connection : exit_code::success;
+}
+
+command scan_command()
+{
+    auto options = std::make_shared<scan_options>();
+    return {.name = "scan",
+            .help = "Find servers on serial devices.",
+            .footer = footer,
+            .options = {{.name = "DEVICE",
+                         .help = "Devices to ask; all serial devices when none is given",
+                         .value = &options->devices},
+                        {.name = "--baudrate",
+                         .help = "Speed of the lines, in bits per second",
+                         .value = whole_number_value{.target = &options->baudrate,
+                                                     .most = std::numeric_limits<std::uint32_t>::max()},
+                         .value_name = "BAUD",
+                         .default_value = std::to_string(options->baudrate)},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return scan(*options, streams); }};
+}
+
+} // namespace vantor

@@ -1,0 +1,44 @@
+/** @file
+ * What a server says of itself, for people and for programs.
+ */
+#include "commands/server_description.h"
+
+namespace vantor
+{
+
+std::string join(const std::vector<unsigned> &numbers)
+{
+    std::string text;
+    for (const auto number : numbers)
+    {
+        text += (text.empty() ? "" : ", ") + std::to_string(number);
+    }
+    return text.empty() ? "none" : text;
+}
+
+nlohmann::ordered_json to_json(const std::string &where, const server_info &info)
+{
+    nlohmann::ordered_json document = {{"address", where},
+                                       {"server_version", info.server_version},
+                                       {"protocol_version", info.protocol_version},
+                                       {"sensor", info.sensor},
+                                       {"sensor_count", info.sensor_count},
+                                       {"connected_sensors", info.connected_sensors},
+                                       {"ticks_per_second", info.ticks_per_second},
+                                       {"max_baudrate", info.max_baudrate}};
+    if (info.memory)
+    {
+        document["memory"] = {{"size", info.memory->size},
+                              {"live", info.memory->live},
+                              {"peak", info.memory->peak},
+                              {"largest_free", info.memory->largest_free},
+                              {"failures", info.memory->failures}};
+    }
+    if (info.stack)
+    {
+        document["stack"] = {{"size", info.stack->size}, {"peak", info.stack->peak}};
+    }
+    return document;
+}
+
+} // namespace vantor
