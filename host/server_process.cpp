@@ -10,11 +10,12 @@
 #include <sstream>
 #include <string_view>
 #include <system_error>
-#include <thread>
 #include <utility>
 
+#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,9 +27,6 @@ namespace
 {
 
 constexpr std::string_view program_name = "vantor_server";
-
-/** How long a server may take to end by itself before it is killed. */
-constexpr std::chrono::milliseconds ending_time{2000};
 
 /** Whether a path names a file that may be run. */
 bool is_program(const std::filesystem::path &path)
@@ -106,7 +104,9 @@ std::filesystem::path find_server_program()
 }
 
 server_process::server_process(const std::filesystem::path &program,
-                               const std::vector<std::string> &arguments)
+                               const std::vector<std::string> &arguments,
+                               std::chrono::milliseconds ending_time)
+    : ending_time_(ending_time)
 {
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
@@ -153,25 +153,31 @@ int server_process::start(const std::filesystem::path &program, const std::vecto
 void server_process::end() noexcept
 {
     kill(process_, SIGTERM);
-    const auto deadline = std::chrono::steady_clock::now() + ending_time;
-    bool ended = false;
-    while (!ended && std::chrono::steady_clock::now() < deadline)
-    {
-        ended = waitpid(process_, nullptr, WNOHANG) != 0;
-        if (!ended)
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
-    if (!ended)
+    if (!wait_for_end())
     {
         kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
+    }
+    while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR)
+    {
     }
     if (link_ >= 0)
     {
         close(link_);
     }
+}
+
+/** Waits for the server to end by itself; false when it takes too long. */
+bool server_process::wait_for_end() const noexcept
+{
+    const int process = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
+    if (process < 0)
+    {
+        return false;
+    }
+    pollfd waiting{.fd = process, .events = POLLIN, .revents = 0};
+    const bool ended = poll(&waiting, 1, static_cast<int>(ending_time_.count())) > 0;
+    close(process);
+    return ended;
 }
 
 } // namespace vantor

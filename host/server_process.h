@@ -4,6 +4,7 @@
 #ifndef VANTOR_SERVER_PROCESS_H
 #define VANTOR_SERVER_PROCESS_H
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -32,11 +33,13 @@ public:
     /**
      * Starts the server.
      *
-     * @param program    the program file
-     * @param arguments  further arguments, after "--stdio"
+     * @param program      the program file
+     * @param arguments    further arguments, after "--stdio"
+     * @param ending_time  how long it may take to end by itself before it is killed
      * @throws connect_error when it cannot be started
      */
-    server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments);
+    server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments,
+                   std::chrono::milliseconds ending_time = std::chrono::milliseconds(2000));
     server_process(const server_process &) = delete;
     server_process &operator=(const server_process &) = delete;
     server_process(server_process &&) = delete;
@@ -49,7 +52,9 @@ public:
 private:
     int start(const std::filesystem::path &program, const std::vector<std::string> &arguments, int socket);
     void end() noexcept;
+    [[nodiscard]] bool wait_for_end() const noexcept;
 
+    std::chrono::milliseconds ending_time_;
     pid_t process_ = -1;
     int link_ = -1;
 };
