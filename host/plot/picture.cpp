@@ -19,10 +19,6 @@ namespace vantor
 namespace
 {
 
-constexpr int row_height = 380;       // pixels
-constexpr int sheet_width = 1900;     // pixels
-constexpr int highest_sheet = 32'000; // pixels; what draws it knows no more than 32,767
-
 /** The look of every picture. */
 constexpr const char *style = R"(set border 3 lc rgb '#606060'
 set tics nomirror textcolor rgb '#303030'
@@ -254,22 +250,28 @@ std::string prepare_item(session_reader &recording, std::size_t index, std::opti
 
 } // namespace
 
-void draw_recording(session_reader &recording, const std::filesystem::path &output,
-                    std::optional<double> distance)
+int sheet_height(const sheet_format &format, std::size_t items)
 {
-    const int count = static_cast<int>(recording.items().size());
+    const int count = static_cast<int>(items);
+    return count * std::min(format.row_height, format.highest / count);
+}
+
+void draw_recording(session_reader &recording, const std::filesystem::path &output,
+                    std::optional<double> distance, const sheet_format &format)
+{
+    const auto count = recording.items().size();
     if (recording.frames() == 0)
     {
         throw bad_recording("The recording holds no whole frame, so there is nothing to draw.");
     }
     const scratch_directory scratch;
     const auto picture = scratch / "picture.png";
-    std::string commands = "set terminal pngcairo size " + std::to_string(sheet_width) + "," +
-                           std::to_string(count * std::min(row_height, highest_sheet / count)) +
+    std::string commands = "set terminal pngcairo size " + std::to_string(format.width) + "," +
+                           std::to_string(sheet_height(format, count)) +
                            " font 'Sans,10' background rgb 'white'\nset output " +
                            gnuplot_quote(picture.string()) + "\n" + style + "set multiplot layout " +
                            std::to_string(count) + ",4\n";
-    for (std::size_t i = 0; i < recording.items().size(); ++i)
+    for (std::size_t i = 0; i < count; ++i)
     {
         commands += prepare_item(recording, i, distance, scratch / item_name(recording.items()[i].layout));
     }

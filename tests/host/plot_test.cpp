@@ -7,6 +7,7 @@
 #include <cmath>
 #include <numbers>
 #include <set>
+#include <utility>
 
 #include <gmock/gmock.h>
 
@@ -61,11 +62,14 @@ TEST(spectrum, leaves_out_what_does_not_change)
 void write_turning_recording(const std::filesystem::path &directory, int frames, double turn,
                              const std::set<int> &not_valid = {})
 {
-    session_writer writer(directory, test::example_description());
+    const auto session = test::example_session();
+    const auto description = test::example_description();
+    const auto metadata = std::make_shared<const session_metadata>(description.metadata);
+    session_writer writer(directory, description);
     for (int number = 0; number < frames; ++number)
     {
         message received;
-        received.header = test::example_session().frame_header(static_cast<std::uint32_t>(number));
+        received.header = session.frame_header(static_cast<std::uint32_t>(number));
         std::vector<sample> samples(95);
         const auto echo = std::polar(10000.0, turn * number);
         const sample value(static_cast<std::int16_t>(echo.real()), static_cast<std::int16_t>(echo.imag()));
@@ -81,8 +85,7 @@ void write_turning_recording(const std::filesystem::path &directory, int frames,
         }
         const auto bytes = std::as_bytes(std::span(samples));
         received.payload.assign(bytes.begin(), bytes.end());
-        writer.add(decode_frame(
-            received, std::make_shared<const session_metadata>(test::example_description().metadata)));
+        writer.add(decode_frame(received, metadata));
     }
     writer.finish();
 }
@@ -154,6 +157,17 @@ TEST(item_analysis, keeps_the_map_small)
     EXPECT_GE(analysis.map.size(), 200U);
 }
 
+/** Width and height of a PNG picture. */
+std::pair<int, int> size_of(const std::string &bytes)
+{
+    const auto number = [&](std::size_t place) {
+        return static_cast<unsigned char>(bytes.at(place)) * 256 +
+               static_cast<unsigned char>(bytes.at(place + 1));
+    };
+    EXPECT_EQ(bytes.substr(1, 3), "PNG");
+    return {number(18), number(22)};
+}
+
 TEST(picture, is_a_png_of_one_row_for_each_item)
 {
     const test::temporary_directory directory;
@@ -163,13 +177,7 @@ TEST(picture, is_a_png_of_one_row_for_each_item)
     draw_recording(recording, file, std::nullopt);
     const auto bytes = read_file(file);
     ASSERT_GT(bytes.size(), 10000U);
-    EXPECT_EQ(bytes.substr(1, 3), "PNG");
-    const auto number = [&](std::size_t place) {
-        return static_cast<unsigned char>(bytes[place + 2]) * 256 +
-               static_cast<unsigned char>(bytes[place + 3]);
-    };
-    EXPECT_EQ(number(16), 1900);    // width
-    EXPECT_EQ(number(20), 3 * 380); // height
+    EXPECT_EQ(size_of(bytes), std::pair(1900, 3 * 380));
 }
 
 TEST(picture, is_drawn_of_a_single_frame)
@@ -212,10 +220,30 @@ void write_items(const std::filesystem::path &directory, std::size_t items, int 
 TEST(picture, is_drawn_of_many_items)
 {
     const test::temporary_directory directory;
-    write_items(directory / "out", 100, 5, 0.0025);
+    write_items(directory / "out", 30, 5, 0.0025);
     session_reader recording(directory / "out");
-    draw_recording(recording, directory / "many.png", std::nullopt);
-    EXPECT_TRUE(std::filesystem::exists(directory / "many.png"));
+    const sheet_format small{.width = 600, .row_height = 120, .highest = 3000};
+    draw_recording(recording, directory / "many.png", std::nullopt, small);
+    EXPECT_EQ(size_of(read_file(directory / "many.png")), std::pair(600, 3000));
+}
+
+TEST(picture, is_no_higher_than_what_draws_it_can_make_it)
+{
+    const test::temporary_directory directory;
+    write_items(directory / "out", 2, 5, 0.0025);
+    session_reader recording(directory / "out");
+    const sheet_format narrow{.width = 300, .row_height = 20000};
+    draw_recording(recording, directory / "high.png", std::nullopt, narrow);
+    EXPECT_EQ(size_of(read_file(directory / "high.png")), std::pair(300, 32000));
+}
+
+TEST(picture, has_lower_rows_when_there_are_many)
+{
+    EXPECT_EQ(sheet_height({}, 1), 380);
+    EXPECT_EQ(sheet_height({}, 84), 84 * 380);
+    EXPECT_EQ(sheet_height({}, 85), 85 * 376);
+    EXPECT_EQ(sheet_height({}, 100), 32000);
+    EXPECT_EQ(sheet_height({}, 1000), 32000);
 }
 
 TEST(picture, is_drawn_of_a_single_point_without_a_warning)
