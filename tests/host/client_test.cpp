@@ -1,5 +1,5 @@
 /** @file
- * Tests of the client against a scripted server on a real TCP connection.
+ * Tests of the client: on a real TCP connection and a real serial line, and in virtual time.
  */
 #include "vantor/client.h"
 
@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "fake_server.h"
+#include "scripted_server.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -29,8 +30,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-/** Short enough for tests of silence, long enough for a busy machine otherwise. */
-constexpr client_timeouts patience{.connect = 5s, .answer = 5s, .configure = 5s, .frame = 5s};
+/** Longer than anything takes on a busy machine, for the tests that wait in real time. */
+constexpr client_timeouts patience{.connect = 60s, .answer = 60s, .configure = 60s, .frame = 60s};
 
 /** A client of a fake server. */
 client connect(const fake_server &server, client_timeouts timeouts = patience)
@@ -111,11 +112,10 @@ TEST(client, runs_a_session)
     host.start();
     for (std::uint32_t number = 0; number < 3; ++number)
     {
-        const auto received = host.receive_frame(5s);
+        const auto received = host.receive_frame(60s);
         ASSERT_TRUE(received);
         EXPECT_EQ(received->items()[0].tick, number * 20000);
     }
-    EXPECT_FALSE(host.receive_frame(20ms));
     host.stop();
     host.end();
     const auto sent = json::parse(server.lines()[2]);
@@ -205,8 +205,8 @@ TEST(client, reports_an_error_that_ends_the_stream)
     auto host = connect(server);
     host.configure(example_session().configuration);
     host.start();
-    EXPECT_TRUE(host.receive_frame(5s));
-    EXPECT_THROW(host.receive_frame(5s), server_error);
+    EXPECT_TRUE(host.receive_frame(60s));
+    EXPECT_THROW(host.receive_frame(60s), server_error);
     host.end();
 }
 
@@ -221,11 +221,11 @@ TEST(client, goes_on_after_a_damaged_message)
     auto host = connect(server);
     host.configure(example_session().configuration);
     host.start();
-    EXPECT_TRUE(host.receive_frame(5s));
+    EXPECT_TRUE(host.receive_frame(60s));
     const auto position = host.bytes_received();
     try
     {
-        host.receive_frame(5s);
+        host.receive_frame(60s);
         FAIL() << "no fault";
     }
     catch (const bad_message &fault)
@@ -233,7 +233,7 @@ TEST(client, goes_on_after_a_damaged_message)
         EXPECT_GE(fault.position(), position);
         EXPECT_LT(fault.position(), position + 22);
     }
-    EXPECT_EQ(host.receive_frame(5s)->items()[0].tick, 40000U);
+    EXPECT_EQ(host.receive_frame(60s)->items()[0].tick, 40000U);
 }
 
 TEST(client, refuses_a_frame_of_another_length)
@@ -276,70 +276,6 @@ TEST(client, refuses_messages_that_answer_nothing)
     EXPECT_THROW(host.single_frame(), protocol_error);
 }
 
-TEST(client, gives_up_on_a_silent_server)
-{
-    fake_server server;
-    server.on("ping", [](host_connection &, const json &) {});
-    auto timeouts = patience;
-    timeouts.answer = 500ms;
-    auto host = connect(server, timeouts);
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_THROW(host.ping(), timeout_error);
-    const auto waited = std::chrono::steady_clock::now() - before;
-    EXPECT_GE(waited, 500ms);
-    EXPECT_LT(waited, 5s);
-    host.identify();
-}
-
-TEST(client, gives_up_on_a_line_that_never_falls_silent)
-{
-    fake_server server;
-    server.on("ping", [](host_connection &host, const json &) {
-        for (int i = 0; i < 2000; ++i)
-        {
-            host.send("$GPGGA,");
-            std::this_thread::sleep_for(1ms);
-        }
-    });
-    auto timeouts = patience;
-    timeouts.answer = 300ms;
-    auto host = connect(server, timeouts);
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_THROW(host.ping(), timeout_error);
-    EXPECT_LT(std::chrono::steady_clock::now() - before, 1500ms);
-}
-
-TEST(client, gives_up_on_a_server_that_sends_messages_for_ever)
-{
-    std::atomic<bool> over = false;
-    fake_server server;
-    server.on("end", [&](host_connection &host, const json &) {
-        while (!over)
-        {
-            host.send(example_session().frame_header(1), example_session().frame_payload(1));
-        }
-    });
-    EXPECT_THROW(connect(server, {.connect = 5s, .answer = 200ms}), timeout_error);
-    over = true;
-}
-
-TEST(client, waits_for_a_message_as_long_as_it_keeps_coming)
-{
-    fake_server server;
-    server.on("end", [](host_connection &host, const json &) {
-        const auto payload = example_session().frame_payload(1);
-        auto header = example_session().frame_header(1).dump() + "\n";
-        host.send(header + payload.substr(0, 50));
-        for (std::size_t place = 50; place < payload.size(); place += 50)
-        {
-            std::this_thread::sleep_for(150ms);
-            host.send(payload.substr(place, 50));
-        }
-        host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
-    });
-    EXPECT_EQ(connect(server, {.connect = 5s, .answer = 400ms}).server().sensor, "k330");
-}
-
 TEST(client, notices_that_the_server_goes_and_reconnects)
 {
     fake_server server;
@@ -352,23 +288,32 @@ TEST(client, notices_that_the_server_goes_and_reconnects)
 
 TEST(client, loses_nothing_when_it_reads_slowly)
 {
-    constexpr std::uint32_t count = 8000; // some 8 MB, more than the buffers of a connection
+    std::atomic<std::uint32_t> sent = 0;
     fake_server server;
-    server.on("start", test::stream_frames(count));
+    server.on("start", [&](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        auto header = example_session().frame_header(0);
+        const auto payload = example_session().frame_payload(0);
+        for (int more = 100; more > 0; more -= server.full() ? 1 : 0)
+        {
+            header["result_info"][0][0]["tick"] = sent++;
+            host.send(header, payload);
+        }
+    });
     auto host = connect(server);
     host.configure(example_session().configuration);
     host.start();
-    for (std::uint32_t number = 0; number < count; ++number)
+    server.wait_until_full();
+    std::uint32_t number = 0;
+    for (; number < 50; ++number)
     {
-        if (number % 2000 == 0)
-        {
-            std::this_thread::sleep_for(100ms);
-        }
-        const auto received = host.receive_frame(5s);
+        const auto received = host.receive_frame(60s);
         ASSERT_TRUE(received);
-        ASSERT_EQ(received->items()[0].tick, number * 20000);
-        ASSERT_EQ(received->items()[0].samples[0], sample(3, static_cast<std::int16_t>(number % 5)));
+        ASSERT_EQ(received->items()[0].tick, number);
+        ASSERT_EQ(received->items()[0].samples[0], sample(3, 0));
     }
+    host.stop([&](frame &&received) { EXPECT_EQ(received.items()[0].tick, number++); });
+    EXPECT_EQ(number, sent);
 }
 
 TEST(client, asks_for_statistics)
@@ -380,11 +325,11 @@ TEST(client, asks_for_statistics)
     EXPECT_EQ(connect(server).stats()["frames"], 7);
 }
 
-/** A server on a pseudo-terminal, which changes its speed but cannot be reached at the new one. */
-class deaf_serial_server
+/** A server on a pseudo-terminal, which answers everything, up to a ping, with the identity of a server. */
+class serial_server
 {
 public:
-    deaf_serial_server() : master_(posix_openpt(O_RDWR | O_NOCTTY))
+    serial_server() : master_(posix_openpt(O_RDWR | O_NOCTTY))
     {
         grantpt(master_);
         unlockpt(master_);
@@ -393,12 +338,12 @@ public:
         tcsetattr(device_, TCSANOW, &settings_);
         thread_ = std::thread([this] { run(); });
     }
-    deaf_serial_server(const deaf_serial_server &) = delete;
-    deaf_serial_server &operator=(const deaf_serial_server &) = delete;
-    deaf_serial_server(deaf_serial_server &&) = delete;
-    deaf_serial_server &operator=(deaf_serial_server &&) = delete;
+    serial_server(const serial_server &) = delete;
+    serial_server &operator=(const serial_server &) = delete;
+    serial_server(serial_server &&) = delete;
+    serial_server &operator=(serial_server &&) = delete;
 
-    ~deaf_serial_server()
+    ~serial_server()
     {
         thread_.join();
         close(device_);
@@ -441,6 +386,9 @@ private:
         if (line.find("ping") != std::string::npos)
         {
             speed_of_ping = speed();
+            const std::string pong = R"({"status":"ok","command":"pong","payload_size":0})"
+                                     "\n";
+            EXPECT_EQ(write(master_, pong.data(), pong.size()), static_cast<ssize_t>(pong.size()));
             return;
         }
         json reply = {{"status", "ok"},
@@ -466,27 +414,23 @@ private:
     std::thread thread_;
 };
 
-TEST(client, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_new_one)
+TEST(client, sets_the_speed_of_a_serial_line_and_sets_it_back)
 {
-    deaf_serial_server server;
-    auto timeouts = patience;
-    timeouts.answer = 500ms;
-    client host(parse_address(server.address()), timeouts);
+    serial_server server;
+    client host(parse_address(server.address()), patience);
     EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
-    EXPECT_THROW(host.set_baudrate(115200), timeout_error);
+    EXPECT_THROW(host.set_baudrate(115200), protocol_error);
     EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B115200));
     EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
 }
 
 TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
 {
-    deaf_serial_server server;
-    auto timeouts = patience;
-    timeouts.answer = 500ms;
-    client host(parse_address(server.address()), timeouts);
+    serial_server server;
+    client host(parse_address(server.address()), patience);
     host.reconnect();
     EXPECT_EQ(host.server().sensor, "k330");
-    EXPECT_THROW(host.ping(), timeout_error);
+    EXPECT_THROW(host.ping(), protocol_error);
     EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B9600));
 }
 
@@ -495,6 +439,186 @@ TEST(client, does_not_change_the_speed_of_a_network)
     const fake_server server;
     auto host = connect(server);
     EXPECT_THAT([&] { host.set_baudrate(921600); }, ThrowsMessage<error>(HasSubstr("no baud rate")));
+}
+
+/** Tests in virtual time, on the clock of the scripted server. */
+class client_time : public testing::Test
+{
+protected:
+    client connect(client_timeouts timeouts = {})
+    {
+        return client(server.links(), timeouts, clock.source());
+    }
+
+    /** How much time an action takes that ends with a time-out. */
+    template <typename Action> test::manual_clock::duration time_until_given_up(Action action)
+    {
+        const auto before = clock.now();
+        EXPECT_THROW(action(), timeout_error);
+        return clock.now() - before;
+    }
+
+    /** A reaction that answers after some time. */
+    test::reaction answer_after(std::chrono::milliseconds span)
+    {
+        return [this, span](host_connection &host, const json &command) {
+            server.pause(span);
+            host.send({{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}}, "");
+        };
+    }
+
+    test::manual_clock clock;
+    test::scripted_server server{clock};
+};
+
+/** A reaction that does nothing. */
+void stay_silent(host_connection & /*host*/, const json & /*command*/)
+{
+}
+
+TEST_F(client_time, waits_for_each_kind_of_answer_as_long_as_it_is_set_to)
+{
+    const client_timeouts timeouts{.answer = 3s, .configure = 7s, .frame = 4s};
+    auto host = connect(timeouts);
+    host.configure(example_session().configuration);
+    for (const char *command : {"ping", "configure", "frame", "stop", "end"})
+    {
+        server.on(command, stay_silent);
+    }
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 3s);
+    EXPECT_EQ(time_until_given_up([&] { host.configure(json::object()); }), 7s);
+    EXPECT_EQ(time_until_given_up([&] { host.single_frame(); }), 4s);
+    EXPECT_EQ(time_until_given_up([&] { host.stop(); }), 3s);
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 3s);
+    EXPECT_EQ(time_until_given_up([&] { host.reconnect(); }), 3s);
+}
+
+TEST_F(client_time, waits_for_a_frame_as_long_as_it_is_asked_to)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        server.pause(100ms);
+        host.send(example_session().frame_header(1), example_session().frame_payload(1));
+    });
+    auto host = connect();
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_TRUE(host.receive_frame(0ms));
+    EXPECT_EQ(clock.now(), 0s);
+    EXPECT_FALSE(host.receive_frame(99ms));
+    EXPECT_EQ(clock.now(), 99ms);
+    EXPECT_TRUE(host.receive_frame(1ms));
+    EXPECT_FALSE(host.receive_frame(20ms));
+    EXPECT_EQ(clock.now(), 120ms);
+}
+
+TEST_F(client_time, goes_on_after_it_gave_up_on_a_silent_server)
+{
+    server.on("ping", stay_silent);
+    auto host = connect();
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+    host.identify();
+}
+
+TEST_F(client_time, takes_an_answer_that_comes_at_the_last_moment)
+{
+    auto host = connect();
+    server.on("ping", answer_after(5000ms));
+    host.ping();
+    EXPECT_EQ(clock.now(), 5s);
+    server.on("ping", answer_after(5001ms));
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+}
+
+TEST_F(client_time, gives_up_on_a_line_that_never_falls_silent)
+{
+    server.on("ping", [this](host_connection &host, const json &) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            host.send("$GPGGA,");
+            server.pause(7ms);
+        }
+    });
+    auto host = connect();
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+}
+
+TEST_F(client_time, gives_up_on_a_line_of_nonsense_when_it_ends_a_session)
+{
+    auto host = connect();
+    server.on("end", [this](host_connection &connection, const json &) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            connection.send("$GPGGA,\n");
+            server.pause(7ms);
+        }
+    });
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
+}
+
+TEST_F(client_time, gives_up_on_a_server_that_sends_messages_for_ever)
+{
+    const auto send_frames = [this](host_connection &host, const json &) {
+        for (std::uint32_t i = 0; i < 120; ++i)
+        {
+            server.pause(50ms);
+            host.send(example_session().frame_header(i), example_session().frame_payload(i));
+        }
+    };
+    server.on("end", send_frames);
+    EXPECT_EQ(time_until_given_up([&] { connect(); }), 5s);
+    server.on("end", answer_after(0ms));
+    server.on("ping", send_frames);
+    auto host = connect();
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+}
+
+TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
+{
+    server.on("end", [this](host_connection &host, const json &command) {
+        const auto payload = example_session().frame_payload(1);
+        host.send(example_session().frame_header(1).dump() + "\n" + payload.substr(0, 50));
+        for (std::size_t place = 50; place < payload.size(); place += 50)
+        {
+            server.pause(4900ms);
+            host.send(payload.substr(place, 50));
+        }
+        answer_after(0ms)(host, command);
+    });
+    EXPECT_EQ(connect().server().sensor, "k330");
+    EXPECT_EQ(clock.now(), 7 * 4900ms);
+}
+
+TEST_F(client_time, gives_up_on_a_message_that_stops_coming)
+{
+    server.on("end", [this](host_connection &host, const json &) {
+        host.send(example_session().frame_header(1).dump() + "\n");
+        server.pause(6s);
+        host.send("half");
+    });
+    EXPECT_EQ(time_until_given_up([&] { connect(); }),
+              15s); // more came in two time-outs, nothing in the third
+}
+
+TEST_F(client_time, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_new_one)
+{
+    auto host = connect();
+    server.on("ping", [this](host_connection &connection, const json &command) {
+        if (server.line().baudrate() == 9600)
+        {
+            answer_after(0ms)(connection, command);
+        }
+    });
+    EXPECT_EQ(time_until_given_up([&] { host.set_baudrate(115200); }), 5s);
+    EXPECT_EQ(server.line().baudrate(), 9600U);
+    host.ping();
+}
+
+TEST_F(client_time, stays_at_the_new_speed_when_the_server_answers_there)
+{
+    connect().set_baudrate(115200);
+    EXPECT_EQ(server.line().baudrate(), 115200U);
+    EXPECT_EQ(clock.now(), 0s);
 }
 
 } // namespace

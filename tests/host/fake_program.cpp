@@ -2,6 +2,8 @@
  * A stand-in for the program vantor_server on its standard input and output.
  */
 #include <array>
+#include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -41,10 +43,36 @@ void carry_output(tcp::socket &server)
     }
 }
 
+/** Says goodbye and ends. */
+extern "C" void say_farewell(int /*number*/)
+{
+    std::_Exit(write(STDOUT_FILENO, "farewell\n", 9) == 9 ? 0 : 1);
+}
+
+/** Reports that it is there, and then does only what it does when it is asked to end. */
+[[noreturn]] void wait_for_the_end(void (*what)(int))
+{
+    std::signal(SIGTERM, what);
+    std::cout << "ready\n" << std::flush;
+    while (true)
+    {
+        pause();
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    const std::string option = argc == 3 ? argv[2] : "";
+    if (option == "--farewell")
+    {
+        wait_for_the_end(say_farewell);
+    }
+    if (option == "--deaf")
+    {
+        wait_for_the_end(SIG_IGN);
+    }
     if (argc != 2 || std::string(argv[1]) != "--stdio")
     {
         std::cerr << "fake program: refused\n";

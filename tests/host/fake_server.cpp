@@ -1,9 +1,8 @@
 /** @file
- * A server with a script.
+ * A server with a script on a real TCP connection.
  */
 #include "fake_server.h"
 
-#include <array>
 #include <utility>
 
 #include <asio/buffer.hpp>
@@ -16,166 +15,73 @@ namespace vantor::test
 namespace
 {
 
-using nlohmann::json;
-
-/** Metadata of an item whose sub-sweeps lie back to back. */
-json item_metadata(int frame_length, const std::vector<int> &subsweeps)
+/** The TCP connection of one host. */
+class tcp_connection : public host_connection
 {
-    json offsets = json::array();
-    int sweep_length = 0;
-    for (const int length : subsweeps)
+public:
+    tcp_connection(asio::ip::tcp::socket socket, std::atomic<bool> &full)
+        : socket_(std::move(socket)), full_(full)
     {
-        offsets.push_back(sweep_length);
-        sweep_length += length;
     }
-    return {{"calibration_temperature", 24},     {"frame_data_length", frame_length},
-            {"sweep_data_length", sweep_length}, {"max_sweep_rate", 3125.5},
-            {"high_speed_mode", true},           {"base_step_length_m", 0.0025},
-            {"subsweep_data_offset", offsets},   {"subsweep_data_length", subsweeps}};
-}
 
-/** An item of a frame. */
-json item_result(std::uint32_t tick)
-{
-    return {{"tick", tick},
-            {"data_saturated", false},
-            {"temperature", -3},
-            {"calibration_needed", false},
-            {"frame_delayed", false}};
-}
+    using host_connection::send;
 
-/** The answer that only says that a command was obeyed. */
-json plain_answer(const json &command)
-{
-    return {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
-}
+    void send(const std::string &bytes) override
+    {
+        asio::error_code failure; // the host may be gone, which is its own business
+        const auto count = socket_.send(asio::buffer(bytes), MSG_DONTWAIT, failure);
+        if (count < bytes.size())
+        {
+            full_ = true;
+            full_.notify_all();
+        }
+        asio::write(socket_, asio::buffer(bytes) + count, failure);
+    }
 
-/** The answer to "identify". */
-json identity()
+    void close() override
+    {
+        asio::error_code ignored;
+        socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
+        socket_.close(ignored);
+    }
+
+    /** Reads the next line; false when the host is gone. */
+    bool read_line(std::string &line)
+    {
+        asio::error_code failure;
+        const auto length = asio::read_until(socket_, asio::dynamic_buffer(buffer_), '\n', failure);
+        if (failure)
+        {
+            return false;
+        }
+        line = buffer_.substr(0, length - 1);
+        buffer_.erase(0, length);
+        return true;
+    }
+
+private:
+    asio::ip::tcp::socket socket_;
+    std::atomic<bool> &full_;
+    std::string buffer_;
+};
+
+/** Listens on a free port; the connections take little at once, so that one that is not read is soon full. */
+asio::ip::tcp::acceptor listen(asio::io_context &io)
 {
-    return {{"status", "ok"},
-            {"command", "identify"},
-            {"payload_size", 0},
-            {"server_version", "0.1.0"},
-            {"protocol_version", 1},
-            {"sensor", "k330"},
-            {"sensor_count", 5},
-            {"connected_sensors", {1, 2}},
-            {"ticks_per_second", 1000000},
-            {"max_baudrate", 0}};
+    asio::ip::tcp::acceptor acceptor(io, asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), 0));
+    acceptor.set_option(asio::socket_base::send_buffer_size(1 << 14));
+    return acceptor;
 }
 
 } // namespace
 
-void host_connection::send(const std::string &bytes)
-{
-    asio::error_code ignored; // the host may be gone, which is its own business
-    asio::write(socket_, asio::buffer(bytes), ignored);
-}
-
-void host_connection::send(const json &header, const std::string &payload)
-{
-    send(header.dump() + "\n" + payload);
-}
-
-void host_connection::close()
-{
-    asio::error_code ignored;
-    socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
-    socket_.close(ignored);
-}
-
-bool host_connection::read_line(std::string &line)
-{
-    asio::error_code failure;
-    const auto length = asio::read_until(socket_, asio::dynamic_buffer(buffer_), '\n', failure);
-    if (failure)
-    {
-        return false;
-    }
-    line = buffer_.substr(0, length - 1);
-    buffer_.erase(0, length);
-    return true;
-}
-
-json fake_session::frame_header(std::uint32_t number) const
-{
-    const std::uint32_t tick = number * 20000U;
-    auto first = item_result(tick);
-    first.update({{"data_valid", true}, {"cca_value", 0.75}, {"cca_detected", false}, {"tx_enabled", true}});
-    json groups =
-        json::array({json::array({first, item_result(tick + 5)}), json::array({item_result(tick + 9)})});
-    return {{"result_info", groups}, {"status", "ok"}, {"payload_size", frame_payload(number).size()}};
-}
-
-std::string fake_session::frame_payload(std::uint32_t number) const
-{
-    std::string bytes;
-    for (const auto &group : metadata["metadata"])
-    {
-        for (const auto &item : group)
-        {
-            for (int i = 0; i < item["frame_data_length"].get<int>(); ++i)
-            {
-                const bool strong = i % item["sweep_data_length"].get<int>() == 7;
-                const auto real = static_cast<std::uint16_t>(strong ? 3000 : 3);
-                const auto imag = static_cast<std::uint16_t>(strong ? 4000 : number % 5);
-                for (const auto part : {real, imag})
-                {
-                    bytes += static_cast<char>(part & 0xFFU);
-                    bytes += static_cast<char>(part >> 8U);
-                }
-            }
-        }
-    }
-    return bytes;
-}
-
-fake_session example_session()
-{
-    const json config = {
-        {"sweeps_per_frame", 2}, {"start_point", 100}, {"step_length", 4}, {"num_points", 20}};
-    const json first = {{"sensor_id", 1}, {"config", config}, {"cca_enable", true}, {"cca_debug", true}};
-    const json near = {{"start_point", 60}, {"step_length", 2}, {"num_points", 10}};
-    const json far = {{"start_point", 200}, {"step_length", 8}, {"num_points", 15}};
-    const json second = {{"sensor_id", 2}, {"config", {{"subsweeps", {near, far}}}}};
-    const json third = {{"sensor_id", 2}, {"config", {{"start_point", -41}, {"num_points", 30}}}};
-    fake_session session;
-    session.configuration = {{"max_update_rate", 50},
-                             {"groups", json::array({json::array({first, second}), json::array({third})})}};
-    session.metadata = {
-        {"status", "ok"},
-        {"tick_period", 20000},
-        {"payload_size", 0},
-        {"calibration_info", {{{"sensor_id", 1}, {"temperature", 24}, {"data", std::string(480, 'a')}}}},
-        {"metadata", json::array({json::array({item_metadata(40, {20}), item_metadata(25, {10, 15})}),
-                                  json::array({item_metadata(30, {30})})})}};
-    return session;
-}
-
-fake_server::reaction stream_frames(std::uint32_t count, std::uint32_t first)
-{
-    return [=](host_connection &host, const json &command) {
-        host.send(plain_answer(command), "");
-        const auto session = example_session();
-        for (std::uint32_t number = first; number < first + count; ++number)
-        {
-            host.send(session.frame_header(number), session.frame_payload(number));
-        }
-    };
-}
-
-fake_server::fake_server()
-    : acceptor_(io_, asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), 0)), thread_([this] { run(); })
+fake_server::fake_server() : acceptor_(listen(io_)), thread_([this] { run(); })
 {
 }
 
 fake_server::~fake_server()
 {
-    {
-        const std::scoped_lock lock(mutex_);
-        ending_ = true;
-    }
+    ending_ = true;
     asio::io_context io;
     asio::ip::tcp::socket wake(io); // lets accept() return
     asio::error_code ignored;
@@ -186,8 +92,7 @@ fake_server::~fake_server()
 
 void fake_server::on(const std::string &command, reaction what)
 {
-    const std::scoped_lock lock(mutex_);
-    reactions_[command] = std::move(what);
+    script_.on(command, std::move(what));
 }
 
 std::string fake_server::address() const
@@ -197,75 +102,23 @@ std::string fake_server::address() const
 
 std::vector<std::string> fake_server::lines() const
 {
-    const std::scoped_lock lock(mutex_);
-    return lines_;
+    return script_.lines();
 }
 
-/** Serves hosts until the server is destroyed. */
+/** Serves one host after the other until the server is destroyed. */
 void fake_server::run()
 {
     while (true)
     {
-        host_connection host(acceptor_.accept());
+        tcp_connection host(acceptor_.accept(), full_);
+        if (ending_)
         {
-            const std::scoped_lock lock(mutex_);
-            if (ending_)
-            {
-                return;
-            }
+            return;
         }
-        serve(host);
-    }
-}
-
-/** Serves one host until it goes. */
-void fake_server::serve(host_connection &host)
-{
-    for (std::string line; host.read_line(line);)
-    {
-        if (line.empty())
+        for (std::string line; host.read_line(line);)
         {
-            continue;
+            script_.react(host, line);
         }
-        {
-            const std::scoped_lock lock(mutex_);
-            lines_.push_back(line);
-        }
-        react(host, json::parse(line));
-    }
-}
-
-/** Obeys one command. */
-void fake_server::react(host_connection &host, const json &command)
-{
-    const auto name = command["command"].get<std::string>();
-    reaction special;
-    {
-        const std::scoped_lock lock(mutex_);
-        if (const auto found = reactions_.find(name); found != reactions_.end())
-        {
-            special = found->second;
-        }
-    }
-    if (special)
-    {
-        special(host, command);
-    }
-    else if (name == "identify")
-    {
-        host.send(identity(), "");
-    }
-    else if (name == "configure")
-    {
-        host.send(example_session().metadata, "");
-    }
-    else if (name == "frame")
-    {
-        host.send(example_session().frame_header(0), example_session().frame_payload(0));
-    }
-    else
-    {
-        host.send(plain_answer(command), "");
     }
 }
 

@@ -3,16 +3,21 @@
  */
 #include "commands/progress.h"
 
+#include <optional>
 #include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "commands/text_table.h"
+#include "manual_clock.h"
 
 namespace vantor
 {
 namespace
 {
+
+using namespace std::chrono_literals;
 
 TEST(progress, tells_rate_and_time_left)
 {
@@ -30,11 +35,61 @@ TEST(progress, tells_no_time_left_that_nobody_waits_for)
     EXPECT_EQ(progress_text(10, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
 }
 
+/** A line on a terminal, in virtual time. */
+class progress_line_test : public testing::Test
+{
+protected:
+    /** Updates the line at a moment and returns what that writes. */
+    std::string written_at(std::chrono::nanoseconds moment, std::uint64_t frames)
+    {
+        clock.advance_to(moment);
+        out.str("");
+        line->update(frames);
+        return out.str();
+    }
+
+    test::manual_clock clock;
+    std::ostringstream out;
+    std::optional<progress_line> line{std::in_place, out, true, progress_goal{.frames = 100}, clock.source()};
+};
+
+TEST_F(progress_line_test, is_written_five_times_a_second_at_most)
+{
+    EXPECT_EQ(written_at(0ns, 0), "");
+    EXPECT_EQ(written_at(199999999ns, 10), "");
+    EXPECT_EQ(written_at(200ms, 10), "\r10 of 100 frames, 50.0 frames/s, 2 s left");
+    EXPECT_EQ(written_at(200ms, 11), "");
+    EXPECT_EQ(written_at(399999999ns, 12), "");
+    EXPECT_EQ(written_at(1s, 20), "\r20 of 100 frames, 20.0 frames/s, 4 s left");
+    EXPECT_EQ(written_at(1199999999ns, 21), "");
+    EXPECT_EQ(written_at(1200ms, 24), "\r24 of 100 frames, 20.0 frames/s, 4 s left");
+}
+
+TEST_F(progress_line_test, leaves_nothing_behind)
+{
+    const auto first = written_at(1s, 1);
+    EXPECT_EQ(first, "\r1 of 100 frames, 1.0 frames/s, 99 s left");
+    EXPECT_EQ(written_at(2s, 50), "\r50 of 100 frames, 25.0 frames/s, 2 s left");
+    EXPECT_EQ(written_at(3s, 99), "\r99 of 100 frames, 33.0 frames/s, 0 s left");
+    EXPECT_EQ(written_at(1000s, 100), "\r100 of 100 frames, 0.1 frames/s, 0 s left");
+    out.str("");
+    line.reset();
+    EXPECT_EQ(out.str(), "\r" + std::string(41, ' ') + "\r");
+}
+
+TEST_F(progress_line_test, is_not_removed_when_it_never_was_there)
+{
+    line.reset();
+    EXPECT_EQ(out.str(), "");
+}
+
 TEST(progress, is_silent_when_there_is_no_terminal)
 {
+    test::manual_clock clock;
     std::ostringstream out;
     {
-        progress_line line(out, false, {});
+        progress_line line(out, false, {}, clock.source());
+        clock.advance(1s);
         line.update(1);
     }
     EXPECT_EQ(out.str(), "");

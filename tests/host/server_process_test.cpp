@@ -4,12 +4,14 @@
 #include "server_process.h"
 
 #include <cstdlib>
+#include <optional>
+#include <utility>
 
 #include <gmock/gmock.h>
-#include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include "fake_server.h"
+#include "server_script.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 
@@ -21,23 +23,67 @@ namespace
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-/** Waits for the end of a stream of bytes. */
-bool ends(int descriptor)
+/** The end of a server's socket. */
+class socket_end
 {
-    pollfd waiting{.fd = descriptor, .events = POLLIN, .revents = 0};
-    char byte = 0;
-    return poll(&waiting, 1, 10000) == 1 && read(descriptor, &byte, 1) == 0;
+public:
+    explicit socket_end(server_process &server) : descriptor_(server.take_link())
+    {
+    }
+    socket_end(const socket_end &) = delete;
+    socket_end &operator=(const socket_end &) = delete;
+    socket_end(socket_end &&) = delete;
+    socket_end &operator=(socket_end &&) = delete;
+
+    ~socket_end()
+    {
+        close(descriptor_);
+    }
+
+    /** Reads a line; without a line feed when the stream ends before. */
+    [[nodiscard]] std::string line() const
+    {
+        std::string text;
+        for (char byte = 0; !text.ends_with('\n') && read(descriptor_, &byte, 1) == 1;)
+        {
+            text += byte;
+        }
+        return text;
+    }
+
+private:
+    int descriptor_;
+};
+
+TEST(server_process, gives_the_server_time_to_end)
+{
+    std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
+                                         std::vector<std::string>{"--farewell"}, std::chrono::minutes(1));
+    const socket_end link(*server);
+    EXPECT_EQ(link.line(), "ready\n");
+    server.reset();
+    EXPECT_EQ(link.line(), "farewell\n");
+    EXPECT_EQ(link.line(), "");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1); // no child is left
 }
 
-TEST(server_process, ends_the_server_with_itself)
+TEST(server_process, kills_a_server_that_does_not_end)
 {
-    int link = -1;
-    {
-        server_process server(VANTOR_FAKE_PROGRAM, {});
-        link = server.take_link();
-    }
-    EXPECT_TRUE(ends(link));
-    close(link);
+    std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
+                                         std::vector<std::string>{"--deaf"}, std::chrono::milliseconds(1));
+    const socket_end link(*server);
+    EXPECT_EQ(link.line(), "ready\n");
+    server.reset();
+    EXPECT_EQ(link.line(), "");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST(server_process, closes_a_socket_that_nobody_took)
+{
+    const auto count = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = count();
+    server_process(VANTOR_FAKE_PROGRAM, {"--farewell"});
+    EXPECT_EQ(count(), before);
 }
 
 TEST(server_process, says_why_it_cannot_start)

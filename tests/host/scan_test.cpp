@@ -1,0 +1,245 @@
+/** @file
+ * Tests of `vantor scan` and of the second that it gives each device.
+ */
+#include "commands/scan.h"
+
+#include <array>
+#include <map>
+#include <sstream>
+
+#include <gmock/gmock.h>
+
+#include "commands/deadline_link.h"
+#include "scripted_server.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using test::host_connection;
+using testing::HasSubstr;
+
+/** Devices with servers behind them, and a scan of them. */
+class scan_test : public testing::Test
+{
+protected:
+    /** The server behind a device. */
+    test::scripted_server &server(const std::string &device)
+    {
+        return servers_.try_emplace(device, clock).first->second;
+    }
+
+    /** Scans devices by name. */
+    exit_code run(std::vector<std::string> devices)
+    {
+        options.devices = std::move(devices);
+        const auto open = [this](const address &where) {
+            const auto &line = std::get<serial_address>(where);
+            speed = line.baudrate;
+            if (line.device == "missing")
+            {
+                throw connect_error("missing is not there.");
+            }
+            return server(line.device).links()();
+        };
+        return scan(options, {out, err}, open, clock.source());
+    }
+
+    /** Scans one device that does not answer in time; returns how long that took. */
+    test::manual_clock::duration time_of_a_vain_scan(const test::reaction &reaction_to_end)
+    {
+        server("device").on("end", reaction_to_end);
+        EXPECT_EQ(run({"device"}), exit_code::no_connection);
+        EXPECT_EQ(out.str(), "");
+        EXPECT_THAT(err.str(), HasSubstr("vantor: device does not answer.\n"));
+        return clock.now();
+    }
+
+    /** Has the device answer both questions after some time each. */
+    void answer_after(std::chrono::milliseconds first, std::chrono::milliseconds second)
+    {
+        auto &device = server("device");
+        device.on("end", [=, &device](host_connection &host, const json &) {
+            device.pause(first);
+            host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
+        });
+        device.on("identify", [=, &device](host_connection &host, const json &) {
+            device.pause(second);
+            host.send(test::identity(), "");
+        });
+    }
+
+    test::manual_clock clock;
+    std::ostringstream out;
+    std::ostringstream err;
+    scan_options options;
+    std::uint32_t speed = 0;
+
+private:
+    std::map<std::string, test::scripted_server> servers_;
+};
+
+TEST_F(scan_test, finds_the_servers_among_other_devices)
+{
+    server("silent").on("end", [](host_connection &, const json &) {});
+    options.baudrate = 921600;
+    EXPECT_EQ(run({"first", "silent", "missing", "second"}), exit_code::success);
+    EXPECT_EQ(out.str(), "serial:first@921600  vantor_server 0.1.0, k330, connected: 1, 2\n"
+                         "serial:second@921600  vantor_server 0.1.0, k330, connected: 1, 2\n");
+    EXPECT_EQ(err.str(), "vantor: silent does not answer.\nvantor: missing is not there.\n");
+    EXPECT_EQ(speed, 921600U);
+}
+
+TEST_F(scan_test, prints_json_for_programs)
+{
+    options.json = true;
+    EXPECT_EQ(run({"first", "missing"}), exit_code::success);
+    const auto found = json::parse(out.str());
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0]["address"], "serial:first@115200");
+    EXPECT_EQ(found[0]["connected_sensors"], json({1, 2}));
+    EXPECT_EQ(run({"missing"}), exit_code::no_connection);
+    EXPECT_THAT(out.str(), testing::EndsWith("[]\n"));
+    EXPECT_THAT(err.str(), HasSubstr("no serial device answers at 115200 baud"));
+}
+
+TEST_F(scan_test, passes_over_a_silent_device)
+{
+    EXPECT_EQ(time_of_a_vain_scan([](host_connection &, const json &) {}), 500ms);
+}
+
+TEST_F(scan_test, passes_over_devices_within_a_second_each)
+{
+    for (const char *name : {"a", "b", "c"})
+    {
+        server(name).on("end", [](host_connection &host, const json &) {
+            host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
+        });
+    }
+    EXPECT_EQ(run({"a", "b", "c"}), exit_code::no_connection);
+    EXPECT_LE(clock.now(), 3s);
+    EXPECT_EQ(clock.now(), 3 * 900ms);
+}
+
+/** The times at which a talkative device sends again. */
+constexpr int many = 3000;
+
+TEST_F(scan_test, passes_over_a_device_that_sends_a_message_that_never_ends)
+{
+    EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
+                  host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
+                  for (int i = 0; i < many; ++i)
+                  {
+                      server("device").pause(7ms);
+                      host.send("x");
+                  }
+              }),
+              900ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_that_sends_messages_for_ever)
+{
+    EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
+                  for (int i = 0; i < many; ++i)
+                  {
+                      server("device").pause(1ms);
+                      host.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}}, "");
+                  }
+              }),
+              500ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_that_answers_once_and_then_sends_for_ever)
+{
+    auto &device = server("device");
+    device.on("identify", [&](host_connection &host, const json &) {
+        host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
+        for (int i = 0; i < many; ++i)
+        {
+            device.pause(1ms);
+            host.send("xxxxxxxxxxxxxxxxxxxx");
+        }
+    });
+    EXPECT_EQ(run({"device"}), exit_code::no_connection);
+    EXPECT_EQ(clock.now(), 900ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_that_cuts_its_answer_short)
+{
+    const auto reaction = [&](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
+        host.send("{\"status\":");
+        for (int i = 0; i < many; ++i)
+        {
+            server("device").pause(10ms);
+            host.send(" ");
+        }
+    };
+    server("device").on("identify", [](host_connection &, const json &) {});
+    EXPECT_EQ(time_of_a_vain_scan(reaction), 500ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_that_goes)
+{
+    EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
+                  server("device").pause(20ms);
+                  host.close();
+              }),
+              20ms);
+}
+
+TEST_F(scan_test, takes_answers_that_come_at_the_last_moment)
+{
+    answer_after(500ms, 400ms);
+    EXPECT_EQ(run({"device"}), exit_code::success);
+    EXPECT_EQ(clock.now(), 900ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_whose_first_answer_comes_late)
+{
+    answer_after(501ms, 0ms);
+    EXPECT_EQ(run({"device"}), exit_code::no_connection);
+    EXPECT_EQ(clock.now(), 500ms);
+}
+
+TEST_F(scan_test, passes_over_a_device_whose_second_answer_comes_late)
+{
+    answer_after(500ms, 401ms);
+    EXPECT_EQ(run({"device"}), exit_code::no_connection);
+    EXPECT_EQ(clock.now(), 900ms);
+}
+
+TEST(deadline_link, changes_the_speed_of_the_line)
+{
+    test::manual_clock clock;
+    test::scripted_line line(clock);
+    deadline_link limited(line.open(), clock.source()() + 100ms, clock.source());
+    EXPECT_EQ(limited.set_baudrate(115200), 9600U);
+    EXPECT_EQ(line.baudrate(), 115200U);
+}
+
+TEST(deadline_link, never_waits_past_its_deadline)
+{
+    test::manual_clock clock;
+    test::scripted_line line(clock);
+    deadline_link limited(line.open(), clock.source()() + 100ms, clock.source());
+    line.arrive(30ms, "answer");
+    std::array<std::byte, 10> bytes{};
+    EXPECT_EQ(limited.read_some(bytes, 50ms), 6U);
+    EXPECT_EQ(clock.now(), 30ms);
+    EXPECT_EQ(limited.read_some(bytes, 50ms), 0U);
+    EXPECT_EQ(clock.now(), 80ms);
+    limited.write(std::span(bytes).first(1), 50ms);
+    EXPECT_EQ(limited.read_some(bytes, 50ms), 0U);
+    EXPECT_EQ(clock.now(), 100ms);
+    EXPECT_THROW(limited.read_some(bytes, 50ms), connection_lost);
+    EXPECT_THROW(limited.write(std::span(bytes).first(1), 50ms), connection_lost);
+    EXPECT_EQ(line.written().size(), 1U);
+}
+
+} // namespace
+} // namespace vantor
