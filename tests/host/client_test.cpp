@@ -530,6 +530,22 @@ TEST_F(client_time, takes_an_answer_that_comes_at_the_last_moment)
     EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
 }
 
+TEST_F(client_time, takes_an_answer_that_comes_bit_by_bit_in_the_last_millisecond)
+{
+    server.on("ping", [this](host_connection &connection, const json &) {
+        server.pause(4999ms);
+        for (const char byte : std::string(R"({"status":"ok","command":"ping","payload_size":0})"
+                                           "\n"))
+        {
+            server.pause(10us);
+            connection.send(std::string(1, byte));
+        }
+    });
+    connect().ping();
+    EXPECT_GT(clock.now(), 4999ms);
+    EXPECT_LT(clock.now(), 5s);
+}
+
 TEST_F(client_time, gives_up_on_a_line_that_never_falls_silent)
 {
     server.on("ping", [this](host_connection &host, const json &) {
@@ -571,6 +587,24 @@ TEST_F(client_time, gives_up_on_a_server_that_sends_messages_for_ever)
     server.on("ping", send_frames);
     auto host = connect();
     EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+}
+
+TEST_F(client_time, gives_up_on_a_server_that_sends_messages_faster_than_it_reads_them)
+{
+    client host(server.links(), {}, [this] {
+        clock.advance(50ms);
+        return clock.source()();
+    });
+    const auto send_frames = [](host_connection &connection, const json &) {
+        for (std::uint32_t i = 0; i < 400; ++i)
+        {
+            connection.send(example_session().frame_header(i), example_session().frame_payload(i));
+        }
+    };
+    server.on("ping", send_frames);
+    EXPECT_LE(time_until_given_up([&] { host.ping(); }), 5100ms);
+    server.on("end", send_frames);
+    EXPECT_LE(time_until_given_up([&] { host.end(); }), 5100ms);
 }
 
 TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
