@@ -172,7 +172,7 @@ bool server_process::wait_for_end() const noexcept
     const int process = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
     if (process < 0)
     {
-        return false;
+        return false; // Linux before 5.3 cannot wait like this; the server has nothing to lose
     }
     pollfd waiting{.fd = process, .events = POLLIN, .revents = 0};
     const bool ended = poll(&waiting, 1, static_cast<int>(ending_time_.count())) > 0;
