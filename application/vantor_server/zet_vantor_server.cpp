@@ -62,6 +62,7 @@ struct server_t
     uint64_t trial_end;          ///< when the server goes back to the confirmed speed
 
     uint64_t frames;                           ///< frames sent since the start
+    uint64_t frames_left_out;                  ///< due moments of paced streams that passed without a frame
     uint64_t bytes_sent;                       ///< bytes sent since the start
     uint64_t bytes_received;                   ///< bytes received since the start
     uint32_t error_counts[SERVER_ERROR_COUNT]; ///< errors told to the host since the start
@@ -218,19 +219,28 @@ void measure_frame()
     ++server.frames;
 }
 
-/** Measures a frame if the stream is due for one, and finds when the next one is. */
+/** Finds when the next frame of a paced stream is due, and counts the moments that have passed meanwhile. */
+void schedule_next_frame()
+{
+    const uint64_t due = server.next_frame;
+    server.next_frame = server_clock_next_due(due, server.tick_period, server_clock_read(&server.clock));
+    server.frames_left_out += (server.next_frame - due) / server.tick_period - 1;
+}
+
+/** Measures a frame if the stream is due for one. */
 void continue_stream()
 {
     if (server.tick_period == 0)
     {
         measure_frame();
-        return;
     }
-    if (server_clock_read(&server.clock) >= server.next_frame)
+    else if (server_clock_read(&server.clock) >= server.next_frame)
     {
         measure_frame();
-        const uint64_t now = server_clock_read(&server.clock);
-        server.next_frame = server_clock_next_due(server.next_frame, server.tick_period, now);
+        if (server.state == SESSION_STREAMING)
+        {
+            schedule_next_frame();
+        }
     }
 }
 
@@ -493,6 +503,7 @@ void obey_stats(const command_t *self, const cJSON * /*command*/)
                                 server_clock_read(&server.clock) * 1000U / server.clock.ticks_per_second);
     }
     write_uint_member(&writer, "frames", server.frames);
+    write_uint_member(&writer, "frames_left_out", server.frames_left_out);
     write_uint_member(&writer, "bytes_sent", server.bytes_sent);
     write_uint_member(&writer, "bytes_received", server.bytes_received);
     write_error_counts(&writer);

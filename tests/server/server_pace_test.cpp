@@ -25,6 +25,12 @@ protected:
         return !take_messages().empty();
     }
 
+    /** The frames that the server says it has left out. */
+    static uint64_t frames_left_out()
+    {
+        return ask(R"({"command":"stats"})").members.value("frames_left_out", UINT64_MAX);
+    }
+
     uint32_t wait = 0;
 };
 
@@ -74,6 +80,95 @@ TEST_F(server_pace, leaves_out_frames_that_are_late_and_makes_up_for_none)
     fake_port.tick += 1;
     EXPECT_TRUE(step());
     EXPECT_EQ(wait, 50000U);
+}
+
+TEST_F(server_pace, counts_no_frame_as_left_out_that_is_in_time)
+{
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 50000; };
+    for (int frame = 0; frame < 3; ++frame)
+    {
+        EXPECT_TRUE(step());
+        EXPECT_EQ(frames_left_out(), 0U);
+    }
+    fake_backend.during_frame = [] {};
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 0U);
+    fake_port.tick += wait + 49999;
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 0U);
+}
+
+TEST_F(server_pace, counts_the_frames_left_out_until_the_next_one)
+{
+    start();
+    stream_at("20");
+    const uint32_t first = fake_port.tick;
+    fake_backend.during_frame = [] { fake_port.tick += 50001; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 1U);
+    fake_port.tick += wait;
+    fake_backend.during_frame = [] { fake_port.tick += 7 * 50000 + 1; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 8U);
+    EXPECT_EQ(fake_port.tick + wait, first + (2 + 8) * 50000U);
+    fake_backend.during_frame = [] {};
+    // Late already when its measurement begins: only the frame can tell that the moments before it have
+    // passed.
+    fake_port.tick += wait + 3 * 50000;
+    EXPECT_EQ(frames_left_out(), 8U);
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 10U);
+    EXPECT_EQ(wait, 0U);
+}
+
+TEST_F(server_pace, counts_frames_left_out_over_the_wrap_of_the_tick)
+{
+    fake_port.tick = UINT32_MAX - 120000;
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 4 * 50000; };
+    EXPECT_TRUE(step());
+    EXPECT_LT(fake_port.tick, 100000U);
+    EXPECT_EQ(frames_left_out(), 3U);
+}
+
+TEST_F(server_pace, counts_no_frame_as_left_out_while_the_stream_stands)
+{
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 120000; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 2U);
+    fake_backend.during_frame = [] {};
+    obey(R"({"command":"stop"})");
+    fake_port.tick += 1000000;
+    EXPECT_FALSE(step());
+    obey(R"({"command":"start"})");
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 2U);
+    EXPECT_EQ(wait, 50000U);
+}
+
+TEST_F(server_pace, counts_no_frame_as_left_out_when_the_session_has_failed)
+{
+    start();
+    stream_at("20");
+    fake_backend.frame_result = false;
+    fake_backend.during_frame = [] { fake_port.tick += 1000000; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 0U);
+}
+
+TEST_F(server_pace, counts_no_frame_as_left_out_that_the_server_does_not_pace)
+{
+    start();
+    fake_backend.sensor_paced = true;
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 1000000; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(frames_left_out(), 0U);
 }
 
 TEST_F(server_pace, slows_down_when_a_frame_takes_longer_than_the_period)
