@@ -129,7 +129,7 @@ class Interruption(unittest.TestCase):
             self.skipTest("this machine lets nobody mount a small disk")
         script = (f"{mount} && '{VANTOR}' record '{TWO_SENSORS}' --frames 1000 --connect 'sim:--clock virtual'"
                   f" --output '{disk}/recording'; code=$?; cp -r '{disk}/recording' '{self.output}'; exit $code")
-        result = subprocess.run([*in_namespace, script], capture_output=True, text=True, timeout=60, check=False)
+        result = subprocess.run([*in_namespace, script], capture_output=True, text=True, timeout=TIME_OUT, check=False)
         self.assertEqual(result.returncode, 7, result.stderr)
         self.assertIn("No space left on device", result.stderr)
         check_recording(self.output, complete=None)

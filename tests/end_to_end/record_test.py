@@ -15,7 +15,7 @@ TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")
 
 def record(*arguments):
     """Runs the command to its end."""
-    return subprocess.run([VANTOR, "record", *arguments], capture_output=True, text=True, timeout=60, check=False)
+    return subprocess.run([VANTOR, "record", *arguments], capture_output=True, text=True, timeout=TIME_OUT, check=False)
 
 
 class Record(unittest.TestCase):
