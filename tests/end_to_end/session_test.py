@@ -2,6 +2,7 @@
 
 import unittest
 
+from pace import ServerPacedStream
 from vantor_process import Server, example
 
 FAST = ("--clock", "virtual")
@@ -150,3 +151,20 @@ class PtySession(Session, unittest.TestCase):
 
 class RealClockSession(Session, unittest.TestCase):
     link = ("--tcp", "0")
+
+    def test_frames_are_due_at_multiples_of_the_period(self):
+        with self.server.connect() as host:
+            period = host.ask("configure", configuration=example("two_sensors.json"))["tick_period"]
+            self.assertEqual(period, 20000)
+            stream = ServerPacedStream(host, 30)
+            stream.check(period)
+
+    def test_frames_that_are_left_out_are_reported(self):
+        # A frame of two sweeps, a tenth of a second apart, takes longer than two periods.
+        item = {"sensor_id": 1, "config": {"num_points": 20, "sweeps_per_frame": 2, "sweep_rate": 10}}
+        with self.server.connect() as host:
+            period = host.ask("configure", configuration={"update_rate": 25, "groups": [[item]]})["tick_period"]
+            self.assertEqual(period, 40000)
+            stream = ServerPacedStream(host, 5)
+            stream.check(period)
+            self.assertGreaterEqual(stream.total_left_out(), 2 * 5)

@@ -1,0 +1,107 @@
+"""What every frame of a paced stream must show in its `tick`, on a machine of any speed and with any load."""
+
+ROUND = 2**32  # after which the tick starts again at 0
+
+
+def tick_of(header):
+    """The tick of the first item of a frame."""
+    return next(item for group in header["result_info"] for item in group)["tick"]
+
+
+def without_wraps(ticks):
+    """Ticks that go on where the counter starts again. Each is later than the one before."""
+    unwrapped = [ticks[0]]
+    for earlier, later in zip(ticks, ticks[1:]):
+        step = (later - earlier) % ROUND
+        if not 0 < step < ROUND // 2:
+            raise AssertionError(f"the tick goes from {earlier} to {later}")
+        unwrapped.append(unwrapped[-1] + step)
+    return unwrapped
+
+
+def check_places(ticks, period, places, next_places):
+    """
+    Checks that there is one moment from which on all frames keep their places on a grid: frame k at or after
+    `places[k]` periods, and not after the due moment of the frame that follows it, at `next_places[k]` periods.
+    """
+    ticks = without_wraps(ticks)
+    latest_start = min(tick - place * period for tick, place in zip(ticks, places))
+    earliest_start = max(tick - place * period for tick, place in zip(ticks, next_places))
+    if earliest_start > latest_start:
+        raise AssertionError(f"with a period of {period}, places {places} and then {next_places}: {ticks}")
+
+
+class ServerPacedStream:
+    """
+    Some frames of a stream that the server paces, and how many it says it had left out after each.
+
+    A count that came too late to belong to one frame only is known by its bounds.
+    """
+
+    def __init__(self, host, count):
+        """Streams in a session that is configured."""
+        self.host = host
+        self.ticks = []
+        before = host.ask("stats")
+        self.frames_before, self.left_out_before = before["frames"], before["frames_left_out"]
+        self.left_out = {0: 0}  # by the number of frames sent
+        host.command("start")
+        if host.answer()[0].get("command") != "start":
+            raise AssertionError("the stream did not start")
+        self._receive(count)
+        host.command("stop")
+        while host.answer()[0].get("command") != "stop":
+            pass
+
+    def _receive(self, count):
+        """Asks after every frame."""
+        answers = 0
+        while answers < count:
+            header, _ = self.host.message()
+            if "result_info" in header:
+                if len(self.ticks) < count:
+                    self.ticks.append(tick_of(header))
+                    self.host.command("stats")
+            else:
+                answers += 1
+                sent = header["frames"] - self.frames_before
+                self.left_out[sent] = header["frames_left_out"] - self.left_out_before
+
+    def _fewest_left_out(self, sent):
+        """The least that may have been left out after this many frames."""
+        return max(left_out for number, left_out in self.left_out.items() if number <= sent)
+
+    def _most_left_out(self, sent):
+        """The most that may have been left out after this many frames."""
+        return min(left_out for number, left_out in self.left_out.items() if number >= sent)
+
+    def total_left_out(self):
+        """Frames that the server has left out."""
+        return max(self.left_out.values())
+
+    def check(self, period):
+        """
+        Checks that no frame comes before it is due, none twice, and that the frames left out are those that the
+        server reports.
+        """
+        numbers = range(len(self.ticks))
+        check_places(self.ticks, period, [k + self._fewest_left_out(k) for k in numbers],
+                     [k + 1 + self._most_left_out(k + 1) for k in numbers])
+
+
+def check_sensor_paced(headers, period):
+    """
+    Checks frames of one item that the sensor paces. Frames that are not delayed keep their places one after the
+    other; only a delayed frame may lie elsewhere, and those after it go on from another place.
+
+    Returns how many frames are delayed.
+    """
+    delayed = [header["result_info"][0][0]["frame_delayed"] for header in headers]
+    run = []
+    for header, is_delayed in [*zip(headers, delayed), (None, True)]:
+        if not is_delayed:
+            run.append(tick_of(header))
+        elif run:
+            check_places(run, period, range(len(run)), range(1, len(run) + 1))
+            run = []
+    return sum(delayed)
