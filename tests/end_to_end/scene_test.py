@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from pace import check_sensor_paced
+from pace import ATTEMPTS, check_sensor_paced
 from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, wait_until
 
 
@@ -142,7 +142,7 @@ class Time(SceneTest):
         self.assertEqual(check_sensor_paced([header for header, _ in virtual], period), 0)
         # A busy machine may delay frames. What the other frames promise is checked every time; the bytes are those
         # of the virtual clock when no frame was delayed.
-        for _ in range(50):
+        for _ in range(ATTEMPTS):
             real = self.frames("real", count)
             if check_sensor_paced([header for header, _ in real], period) == 0:
                 break

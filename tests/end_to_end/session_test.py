@@ -2,7 +2,7 @@
 
 import unittest
 
-from pace import ServerPacedStream
+from pace import ServerPacedStream, check_server_paced
 from vantor_process import Server, example
 
 FAST = ("--clock", "virtual")
@@ -156,8 +156,7 @@ class RealClockSession(Session, unittest.TestCase):
         with self.server.connect() as host:
             period = host.ask("configure", configuration=example("two_sensors.json"))["tick_period"]
             self.assertEqual(period, 20000)
-            stream = ServerPacedStream(host, 30)
-            stream.check(period)
+            check_server_paced(host, period, 30)
 
     def test_frames_that_are_left_out_are_reported(self):
         # A frame of two sweeps, a tenth of a second apart, takes longer than two periods.

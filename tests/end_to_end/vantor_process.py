@@ -28,6 +28,11 @@ def example(name):
         return json.load(file)
 
 
+def campaign(whole, sample):
+    """How much of a long test to do: a sample, or the whole when VANTOR_CAMPAIGN says so."""
+    return whole if os.environ.get("VANTOR_CAMPAIGN") == "whole" else sample
+
+
 def vantor(*arguments, **options):
     """Runs the command `vantor` to its end."""
     return subprocess.run([VANTOR, *map(str, arguments)], capture_output=True, text=True, timeout=TIME_OUT,
@@ -227,15 +232,19 @@ class Host:
 
     def message(self):
         """The next message: its header and its payload."""
-        while b"\n" not in self.pending:
-            self._receive()
-        line, _, self.pending = self.pending.partition(b"\n")
-        header = json.loads(line)
+        header = json.loads(self.line())
         size = header["payload_size"]
         while len(self.pending) < size:
             self._receive()
         payload, self.pending = self.pending[:size], self.pending[size:]
         return header, payload
+
+    def line(self):
+        """The bytes up to the next line feed."""
+        while b"\n" not in self.pending:
+            self._receive()
+        line, _, self.pending = self.pending.partition(b"\n")
+        return line
 
     def answer(self):
         """The next message that is neither a frame nor a log line, and the frames before it."""

@@ -7,17 +7,13 @@ import socket
 import struct
 import subprocess
 import tempfile
-import time
 
-from vantor_process import Host, SocketStream, TIME_OUT
+from vantor_process import Host, SocketStream, TIME_OUT, wait_until
 
 FIRMWARE = os.environ["VANTOR_FIRMWARE"]
 
 SETTINGS = 0x7FFE0
 SETTINGS_MARK = 0x31524E56
-
-# Time for a board that may share the processor with other tests.
-BOARD_TIME_OUT = 6 * TIME_OUT
 
 
 def free_port():
@@ -37,25 +33,50 @@ def make_full_pipe(path):
         return os.fdopen(pipe)
 
 
+class UnixSocketStream(SocketStream):
+    """Bytes over a socket that is a file. It has room for few single bytes, which is how the emulator sends."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(TIME_OUT)
+        try:
+            self.socket.connect(path)
+        except OSError:
+            self.socket.close()
+            raise
+
+
 class Board:
-    """A board with its link on a TCP port, in a process that ends with the context."""
+    """A board with its link on a TCP port, unless it is narrow, in a process that ends with the context."""
 
     def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unforeseen_accesses=False,
-                 log_is_taken=True):
-        """With unforeseen_accesses it is no mistake to touch what is not there."""
+                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False):
+        """
+        With unforeseen_accesses a program may touch what is not there. With hurried_time every instruction takes 256 ns
+        of the board's time, which this machine executes faster: a wait in a loop is over soon. Sleep takes its time.
+        With skipped_sleep time jumps to the next timer, and sometimes to the one after, whenever the processor sleeps:
+        for tests in which no time matters. A narrow link is soon full when the host takes nothing.
+        """
+        self.image = image
         self.unforeseen_accesses = unforeseen_accesses
         self.directory = tempfile.TemporaryDirectory()
         self.log_path = os.path.join(self.directory.name, "log")
         self.monitor_path = os.path.join(self.directory.name, "monitor")
+        self.link_path = os.path.join(self.directory.name, "link") if narrow_link else None
         self.full_pipe = None if log_is_taken else make_full_pipe(self.log_path)
         self.port = free_port()
         settings = struct.unpack("<QQ", struct.pack("<IHHIxxxx", SETTINGS_MARK, sensors, virtual_clock, seed))
         arguments = ["qemu-system-arm", "-M", "mps2-an386", "-display", "none", "-monitor", "none",
                      "-kernel", image,
-                     "-serial", f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on",
+                     "-serial", f"unix:{self.link_path},server=on,wait=on" if narrow_link
+                     else f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on",
                      "-serial", f"file:{self.log_path}",
                      "-qmp", f"unix:{self.monitor_path},server=on,wait=off",
                      "-d", "guest_errors,unimp"]
+        if hurried_time:
+            arguments += ["-icount", "shift=8"]
+        if skipped_sleep:
+            arguments += ["-icount", "shift=5,sleep=off"]
         for i, word in enumerate(settings):
             arguments += ["-device", f"loader,addr={SETTINGS + 8 * i:#x},data={word:#x},data-len=8"]
         self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
@@ -70,24 +91,26 @@ class Board:
         if self.full_pipe:
             self.full_pipe.close()
         self.directory.cleanup()
-        # The emulator tells of accesses to registers that do not exist; an abort shows in the exit code.
-        mistakes = [line for line in errors if "QEMU waiting for connection" not in line
-                    and "terminating on signal" not in line]
+        # The emulator reports accesses to registers that do not exist; an abort shows in the exit code.
+        harmless = ("QEMU waiting for connection", "terminating on signal", "icount sleep disabled and no active timers")
+        mistakes = [line for line in errors if not any(text in line for text in harmless)]
         if kind is None and ((mistakes and not self.unforeseen_accesses) or self.process.returncode != 0):
             raise AssertionError(f"the emulator ended with {self.process.returncode}: {mistakes}")
 
     def connect(self):
         """Connects a host."""
-        deadline = time.monotonic() + TIME_OUT
-        while True:
-            try:
-                stream = SocketStream("127.0.0.1", self.port)
-                stream.socket.settimeout(BOARD_TIME_OUT)
-                return Host(stream)
-            except ConnectionRefusedError:
-                if time.monotonic() > deadline:
-                    raise
-                time.sleep(0.05)
+        hosts = []
+        wait_until(lambda: self._try_to_connect(hosts), "the emulator to take a connection")
+        return hosts[0]
+
+    def _try_to_connect(self, hosts):
+        """Adds a host to the list; false when the emulator takes no connection yet."""
+        try:
+            hosts.append(Host(UnixSocketStream(self.link_path) if self.link_path
+                              else SocketStream("127.0.0.1", self.port)))
+        except (ConnectionRefusedError, FileNotFoundError):
+            return False
+        return True
 
     def log(self):
         """What is on the log's port so far."""
@@ -98,14 +121,16 @@ class Board:
 
     def wait_for_log(self, text):
         """Waits until a text is on the log's port."""
-        deadline = time.monotonic() + BOARD_TIME_OUT
-        while text not in self.log():
-            if time.monotonic() > deadline:
-                raise AssertionError(f"waited in vain for {text!r} on the log")
-            time.sleep(0.05)
+        wait_until(lambda: text in self.log(), f"{text!r} on the log")
+
+    def variable(self, name, offset=0):
+        """A word of a variable of the program in an unnamed namespace."""
+        symbols = subprocess.run(["arm-none-eabi-nm", self.image], capture_output=True, text=True, check=True).stdout
+        address = re.search(rf"^(\w+) \w _ZN12_GLOBAL__N_1{len(name)}{name}E$", symbols, re.MULTILINE)[1]
+        return self.register(int(address, 16) + offset)
 
     def register(self, address):
-        """A hardware register, as the emulator's monitor tells it."""
+        """A hardware register, or a word of memory, as the emulator's monitor shows it."""
         with socket.socket(socket.AF_UNIX) as monitor, monitor.makefile("rw") as stream:
             monitor.connect(self.monitor_path)
             for command in ({"execute": "qmp_capabilities"},
@@ -117,7 +142,7 @@ class Board:
                 value = re.search(r": 0x([0-9a-f]+)", line)
                 if value:
                     return int(value[1], 16)
-        raise AssertionError("the monitor told no value")
+        raise AssertionError("the monitor shows no value")
 
     def processor_time(self):
         """Seconds of the processor that the emulator has used."""

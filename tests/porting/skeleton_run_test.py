@@ -7,15 +7,15 @@ line is not at rest. The counter of the clock goes round a second after the star
 import array
 import re
 import statistics
-import time
 import unittest
 
 from emulated_board import Board
+from pace import check_server_paced
 from vantor_process import Server, wait_until
 
 # Sensor 2 signals long before sensor 1, for which the server waits first.
-SESSION = {"update_rate": 5,
-           "groups": [[{"sensor_id": 1, "config": {"sweeps_per_frame": 4, "sweep_rate": 100}},
+SESSION = {"update_rate": 20,
+           "groups": [[{"sensor_id": 1, "config": {"sweeps_per_frame": 4, "sweep_rate": 200}},
                        {"sensor_id": 2, "config": {"num_points": 40}}],
                       [{"sensor_id": 2, "config": {"num_points": 10, "sweeps_per_frame": 4}}]]}
 
@@ -26,11 +26,13 @@ RING_SIZE = 2048
 CUT = {"groups": [[{"sensor_id": 3, "config": {}}]]}
 
 
-class Skeleton(unittest.TestCase):
-    """What a port made from the skeleton does."""
+class SkeletonTest(unittest.TestCase):
+    """Starts boards with a port made from the skeleton."""
+
+    board_options = {}
 
     def setUp(self):
-        self.board = self.enterContext(Board(virtual_clock=False))
+        self.board = self.enterContext(Board(virtual_clock=False, **self.board_options))
         self.host = self.enterContext(self.board.connect())
 
     def measure(self, count, host=None):
@@ -46,6 +48,10 @@ class Skeleton(unittest.TestCase):
         self.assertEqual(host.ask("end")["status"], "ok")
         return metadata, frames
 
+
+class Skeleton(SkeletonTest):
+    """What a port made from the skeleton does."""
+
     def test_identifies_itself(self):
         identity = self.host.ask("identify")
         self.assertEqual(identity["sensor_count"], 4)
@@ -56,14 +62,19 @@ class Skeleton(unittest.TestCase):
         self.assertGreater(identity["stack"]["peak"], 0)
 
     def test_measures_at_the_configured_rate(self):
-        _, frames = self.measure(12)
-        ticks = [header["result_info"][0][0]["tick"] for header, _ in frames]
-        # The median, because an emulator that waits for a busy processor may leave a frame out.
-        periods = [(later - earlier) % 2**32 for earlier, later in zip(ticks, ticks[1:])]
-        self.assertAlmostEqual(statistics.median(periods), 200000, delta=10000)
+        period = self.host.ask("configure", configuration=SESSION)["tick_period"]
+        self.assertEqual(period, 50000)
+        check_server_paced(self.host, period, 12)
+        self.host.ask("end")
+
+    def test_takes_a_signal_that_came_before_it_was_waited_for(self):
         # The wait for sensor 1 ends by its own signal, and that of sensor 2 has come by then.
+        _, frames = self.measure(9)
         lags = [(group[1]["tick"] - group[0]["tick"]) % 2**32 for group, _ in (h["result_info"] for h, _ in frames)]
         self.assertLess(statistics.median(lags), 10000)
+
+    def test_gives_all_memory_back(self):
+        self.measure(3)
         at_rest = self.host.ask("identify")["memory"]
         self.measure(3)
         after = self.host.ask("identify")["memory"]
@@ -86,19 +97,25 @@ class Skeleton(unittest.TestCase):
                     self.assertLessEqual(max(abs(a - b) for a, b in zip(samples, pc_samples)), 1)
 
     def test_waits_for_an_interrupt_no_longer_than_the_time_out(self):
-        before = time.monotonic()
+        before = self.host.ask("stats")["uptime_s"]
         answer = self.host.ask("configure", configuration=CUT)
-        self.assertGreater(time.monotonic() - before, 0.95)
+        self.assertGreater(self.host.ask("stats")["uptime_s"] - before, 0.999)
         self.assertEqual(answer["code"], "nox_sensor_calibration")
         self.assertIn("error: vantor_server_system_k330: Sensor 3 interrupt timeout", self.board.log())
         self.measure(3)
 
     def test_sleeps_while_it_waits(self):
-        self.host.ask("identify")
+        # An emulator whose board sleeps takes 0.04 s of the processor for all of this.
+        self.assertEqual(self.host.ask("baudrate", baudrate=500000)["status"], "ok")
         before = self.board.processor_time()
-        time.sleep(1)
+        wait_until(lambda: "link at 500000 baud" in self.board.log(), "the new speed")
+        wait_until(lambda: self.speeds()[-1] == "115200", "the old speed")
         self.host.ask("configure", configuration=CUT)
         self.assertLess(self.board.processor_time() - before, 0.4)
+
+    def speeds(self):
+        """The speeds that the link has had."""
+        return re.findall(r"link at (\d+) baud", self.board.log())
 
     def test_hands_log_lines_to_the_host(self):
         self.host.ask("log", level="INFO")
@@ -126,28 +143,34 @@ class Skeleton(unittest.TestCase):
         self.assertEqual(self.host.ask("configure", configuration=slow)["status"], "ok")
         # While the frame is measured the ring fills up to the middle of a command; what comes then is lost.
         self.host.command("frame")
-        time.sleep(0.5)
+        wait_until(lambda: self.board.variable("awaited_lines") != 0 and self.ring_is_empty(), "the measurement")
         begin, end = b'{"command":"pi', b'ng"}\n'
         self.host.send(begin.rjust(RING_SIZE - 1, b"\n") + b"lost" * 10)
         self.assertIn("result_info", self.host.message()[0])
-        # The server takes the ring's content once the frame has been sent.
-        time.sleep(0.5)
+        wait_until(self.ring_is_empty, "the server to take the content of the ring")
         self.host.send(end)
         self.assertEqual(self.host.message()[0]["code"], "bad_json")
         self.assertEqual(self.host.ask("ping")["status"], "ok")
         self.assertEqual(self.host.ask("end")["status"], "ok")
 
-    def test_a_host_that_takes_nothing(self):
-        self.assertEqual(self.host.ask("configure", configuration={"groups": LARGE_GROUPS})["status"], "ok")
-        self.host.command("start")
-        wait_until(lambda: "link restarted" in self.board.log(), "the restart of the link")
-        self.host.stream.close()
-        with self.board.connect() as host:
-            # What was sent before the link was made anew may still come.
-            host.command("end")
-            while host.answer()[0].get("command") != "end":
-                pass
-            self.measure(3, host)
+    def ring_is_empty(self):
+        """Whether the server has taken all that has come. Begin and end of the ring follow its bytes."""
+        return self.board.variable("ring", RING_SIZE) == self.board.variable("ring", RING_SIZE + 4)
+
+    def test_changes_the_speed_and_goes_back(self):
+        self.assertEqual(self.host.ask("identify")["max_baudrate"], 1000000)
+        self.assertEqual(self.host.ask("baudrate", baudrate=1000000)["status"], "ok")
+        self.assertEqual(self.host.ask("ping")["status"], "ok")
+        self.assertEqual(self.host.ask("baudrate", baudrate=500000)["status"], "ok")
+        wait_until(lambda: len(self.speeds()) > 3, "the last speed")
+        self.measure(3)
+        self.assertEqual(self.speeds(), ["115200", "1000000", "500000", "1000000"])
+
+
+class LostMemory(SkeletonTest):
+    """A port made from the skeleton, in sessions that run out of memory while they are described."""
+
+    board_options = {"skipped_sleep": True}
 
     def test_restarts_when_too_much_memory_was_lost(self):
         live_at_rest = self.host.ask("identify")["memory"]["live"]
@@ -168,14 +191,23 @@ class Skeleton(unittest.TestCase):
         self.measure(3)
         self.assertEqual(self.host.ask("identify")["memory"]["live"], live_at_rest)
 
-    def test_changes_the_speed_and_goes_back(self):
-        self.assertEqual(self.host.ask("identify")["max_baudrate"], 1000000)
-        self.assertEqual(self.host.ask("baudrate", baudrate=1000000)["status"], "ok")
-        self.assertEqual(self.host.ask("ping")["status"], "ok")
-        self.assertEqual(self.host.ask("baudrate", baudrate=500000)["status"], "ok")
-        time.sleep(2.5)
-        self.measure(3)
-        self.assertEqual(re.findall(r"link at (\d+) baud", self.board.log()), ["115200", "1000000", "500000", "1000000"])
+
+class FullLink(SkeletonTest):
+    """A port made from the skeleton with a host that takes nothing."""
+
+    board_options = {"hurried_time": True, "narrow_link": True}
+
+    def test_is_made_again_for_the_next_host(self):
+        self.assertEqual(self.host.ask("configure", configuration={"groups": LARGE_GROUPS})["status"], "ok")
+        self.host.command("start")
+        wait_until(lambda: "link restarted" in self.board.log(), "the restart of the link")
+        self.host.stream.close()
+        with self.board.connect() as host:
+            # What was sent before the link was made again may still come.
+            host.command("end")
+            while b'"command":"end"' not in host.line():
+                pass
+            self.measure(3, host)
 
 
 if __name__ == "__main__":
