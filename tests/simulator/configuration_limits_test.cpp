@@ -25,6 +25,12 @@ struct limit_case
     const char *log; /**< part of the log line; null when the configuration is good */
 };
 
+/** Shows a case by its name in lists and failures. */
+void PrintTo(const limit_case &tested, std::ostream *out)
+{
+    *out << tested.name;
+}
+
 class configuration_limits : public testing::TestWithParam<limit_case>
 {
 };

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <string>
 
 #include "scene/scene.h"
 #include "simulated_sensor.h"
@@ -77,7 +79,11 @@ TEST_P(doppler, peaks_in_the_right_bin)
     EXPECT_EQ(strongest_bin(sweeps_at(sensor.measure(), 40, 20)), bin);
 }
 
-INSTANTIATE_TEST_SUITE_P(bins, doppler, testing::Values(-31, -17, -5, -1, 0, 1, 3, 12, 30));
+INSTANTIATE_TEST_SUITE_P(bins, doppler, testing::Values(-31, -17, -5, -1, 0, 1, 3, 12, 30),
+                         [](const auto &tested) {
+                             const std::string number = std::to_string(std::abs(tested.param));
+                             return tested.param < 0 ? "minus_" + number : number;
+                         });
 
 TEST(motion, breathing_shows_in_the_phase_over_the_frames)
 {

@@ -254,6 +254,12 @@ struct wrong_scene
     const char *error;
 };
 
+/** Shows a scene by its name in lists and failures. */
+void PrintTo(const wrong_scene &tested, std::ostream *out)
+{
+    *out << tested.name;
+}
+
 class wrong_scene_file : public testing::TestWithParam<wrong_scene>
 {
 };

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
+#include <tuple>
 
 #include "simulated_sensor.h"
 #include "zet_config_internal.h"
@@ -123,7 +125,11 @@ TEST_P(target_position, is_hardly_worse_without_compensation)
 }
 
 INSTANTIATE_TEST_SUITE_P(profiles_and_steps, target_position,
-                         testing::Combine(testing::Range(1, 6), testing::Range(1, 25)));
+                         testing::Combine(testing::Range(1, 6), testing::Range(1, 25)),
+                         [](const auto &tested) {
+                             return "profile_" + std::to_string(std::get<0>(tested.param)) + "_step_" +
+                                    std::to_string(std::get<1>(tested.param));
+                         });
 
 TEST(signal, an_eighth_of_a_wavelength_turns_the_phase_by_a_quarter)
 {
