@@ -155,6 +155,20 @@ TEST(timing, a_late_read_is_a_delayed_frame)
     EXPECT_FALSE(sensor.measure().result.frame_delayed);
 }
 
+TEST(timing, the_frame_after_a_very_late_one_is_on_time_again)
+{
+    const simulation simulation;
+    simulated_sensor sensor;
+    zet_config_frame_rate_set(sensor.config, 20.0F);
+    ASSERT_TRUE(sensor.prepare());
+    sensor.measure();
+    const uint64_t first_us = now_us();
+    advance_us(1020000);
+    EXPECT_TRUE(sensor.measure().result.frame_delayed);
+    EXPECT_FALSE(sensor.measure().result.frame_delayed);
+    EXPECT_EQ(now_us() - first_us, 21U * 50000U);
+}
+
 TEST(timing, a_frame_that_nothing_paces_is_never_delayed)
 {
     const simulation simulation;
