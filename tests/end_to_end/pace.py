@@ -1,5 +1,9 @@
 """What every frame of a paced stream must show in its `tick`, on a machine of any speed and with any load."""
 
+import time
+
+TICKS_PER_SECOND = 1000000
+
 ROUND = 2**32  # after which the tick starts again at 0
 
 ATTEMPTS = 50  # at a stream that no load of the machine disturbs
@@ -35,7 +39,7 @@ def check_places(ticks, period, places, next_places):
 
 class ServerPacedStream:
     """
-    Some frames of a stream that the server paces, and how many it says it had left out after each.
+    Some frames of a stream that the server paces on a real clock, and how many it says it had left out after each.
 
     A count that came too late to belong to one frame only is known by its bounds.
     """
@@ -47,10 +51,12 @@ class ServerPacedStream:
         before = host.ask("stats")
         self.frames_before, self.left_out_before = before["frames"], before["frames_left_out"]
         self.left_out = {0: 0}  # by the number of frames sent
+        start = time.monotonic()
         host.command("start")
         if host.answer()[0].get("command") != "start":
             raise AssertionError("the stream did not start")
         self._receive(count)
+        self.seconds = time.monotonic() - start
         host.command("stop")
         while host.answer()[0].get("command") != "stop":
             pass
@@ -83,12 +89,15 @@ class ServerPacedStream:
 
     def check(self, period):
         """
-        Checks that no frame comes before it is due, none twice, and that the frames left out are those that the
-        server reports.
+        Checks that no frame comes before it is due, none twice, that the frames left out are those that the server
+        reports, and that the ticks go no faster than the time.
         """
         numbers = range(len(self.ticks))
         check_places(self.ticks, period, [k + self._fewest_left_out(k) for k in numbers],
                      [k + 1 + self._most_left_out(k + 1) for k in numbers])
+        ticks = without_wraps(self.ticks)
+        if (ticks[-1] - ticks[0]) / TICKS_PER_SECOND > 1.001 * self.seconds:
+            raise AssertionError(f"{ticks[-1] - ticks[0]} ticks have passed in {self.seconds} s")
 
 
 def check_server_paced(host, period, count):

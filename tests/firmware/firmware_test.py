@@ -124,7 +124,7 @@ class Session(unittest.TestCase):
             check_server_paced(host, period, 30)
 
     def test_sleeps_when_there_is_nothing_to_do(self):
-        # An emulator whose board sleeps takes 0.02 s of the processor in each of the two windows.
+        # An emulator whose board sleeps takes at most 0.02 s of the processor in each of the two windows.
         with Board(virtual_clock=False) as board, board.connect() as host:
             host.ask("identify")
             before = board.processor_time()
