@@ -19,15 +19,10 @@ struct operation_t
     std::vector<std::string> possible_steps; /**< steps in which the operation is called */
 };
 
-/** Shows an operation by its name in lists and failures. */
-void PrintTo(const operation_t &operation, std::ostream *out)
-{
-    *out << operation.name;
-}
-
 constexpr const char *out_of_memory_line = "[ERROR] Out of memory\n";
 constexpr const char *nothing = "";
 
+/** Shows an operation by its name in lists and failures. */
 void PrintTo(const operation_t &operation, std::ostream *stream)
 {
     *stream << operation.name;

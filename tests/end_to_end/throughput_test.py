@@ -19,9 +19,9 @@ import threading
 import time
 import unittest
 
-from vantor_process import TIME_OUT, VANTOR, wait_until
+from vantor_process import TIME_OUT, VANTOR, campaign, wait_until
 
-WHOLE = os.environ.get("VANTOR_CAMPAIGN") == "whole"
+WHOLE = campaign(True, False)
 
 RATE = 52e6  # bytes of samples a second that the device sends: a little more than what is asked for
 REQUIRED_RATE = 50e6
