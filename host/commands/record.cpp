@@ -153,16 +153,16 @@ void print_summary(std::ostream &out, const session_writer &writer, const record
 }
 
 /**
- * Records, showing progress if asked to.
+ * Records, showing progress on a terminal.
  *
  * @return what went wrong, to be reported when the recording is whole; null when nothing did
  */
-std::exception_ptr run_recorder(recorder &recorded, const record_options &options, std::ostream &err,
-                                const time_source &now)
+std::exception_ptr run_recorder(recorder &recorded, const record_options &options,
+                                const command_streams &streams, const time_source &now)
 {
     const interrupt_watch watch;
     const double seconds = options.seconds.value_or(0.0);
-    progress_line line(err, options.progress, {.frames = options.frames, .seconds = seconds}, now);
+    progress_line line(streams.err, streams.terminal, {.frames = options.frames, .seconds = seconds}, now);
     try
     {
         recorded.run({.frames = options.frames,
@@ -204,7 +204,7 @@ exit_code record(const record_options &options, const command_streams &streams,
     session_writer writer(output, {configuration, *metadata, server.server()});
     recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()),
                       now);
-    const auto failure = run_recorder(recorded, options, streams.err, now);
+    const auto failure = run_recorder(recorded, options, streams, now);
     writer.finish();
     const auto items = list_items(configuration);
     if (options.json)

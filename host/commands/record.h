@@ -26,7 +26,6 @@ struct record_options
     std::optional<double> seconds;     /**< nothing for no such bound */
     std::filesystem::path calibration; /**< a file of calibrations to use; empty for none */
     bool json = false;                 /**< print JSON instead of a table */
-    bool progress = false;             /**< show a line of progress */
 };
 
 /**

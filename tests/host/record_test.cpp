@@ -43,7 +43,7 @@ protected:
 
     exit_code run()
     {
-        return record(options, {out, err}, server.links(), now);
+        return record(options, {out, err, terminal}, server.links(), now);
     }
 
     /** The document of the session's first item. */
@@ -64,6 +64,7 @@ protected:
     test::temporary_directory directory;
     std::ostringstream out;
     std::ostringstream err;
+    bool terminal = false; // whether err is one
     record_options options;
 };
 
@@ -141,7 +142,7 @@ TEST_F(record_test, shows_progress_when_asked_to)
         send_frame(host, 2);
     });
     options.frames = 3;
-    options.progress = true;
+    terminal = true;
     EXPECT_EQ(run(), exit_code::success);
     const std::string line = "2 of 3 frames, 10.0 frames/s, 0 s left";
     EXPECT_EQ(err.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\r");
