@@ -20,7 +20,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *calibrate_footer = R"(Examples:
   vantor calibrate --output calibration.json --connect serial:/dev/ttyACM0@921600
   vantor calibrate --output calibration.json --sensor 1 --sensor 3
   vantor record config.json --frames 100 --calibration calibration.json
@@ -87,7 +87,7 @@ command calibrate_command()
     auto options = std::make_shared<calibrate_options>();
     return {.name = "calibrate",
             .help = "Calibrate sensors and keep the calibrations in a file.",
-            .footer = footer,
+            .footer = calibrate_footer,
             .options = {{.name = "--output",
                          .help = "The file, JSON; it is replaced",
                          .value = &options->output,

@@ -27,7 +27,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Exit codes:
+constexpr const char *general_footer = R"(Exit codes:
   0    success
   1    failure without a code of its own
   2    wrong command line
@@ -114,7 +114,7 @@ exit_code run_command_line(const std::vector<std::string> &arguments, const comm
 {
     try
     {
-        const auto result = run_command(arguments, list_commands(), footer, streams);
+        const auto result = run_command(arguments, list_commands(), general_footer, streams);
         if (!streams.out.flush())
         {
             throw recording_error("Cannot write to the standard output.");

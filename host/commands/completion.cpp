@@ -12,7 +12,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *completion_footer = R"(Examples:
   source <(vantor completion bash)
   vantor completion zsh > "${fpath[1]}/_vantor"
   vantor completion fish > ~/.config/fish/completions/vantor.fish)";
@@ -35,7 +35,7 @@ std::string option_names(const command &what)
 }
 
 /** Joins words with spaces. */
-std::string join(const std::vector<std::string> &words)
+std::string join_words(const std::vector<std::string> &words)
 {
     std::string text;
     for (const auto &word : words)
@@ -54,7 +54,7 @@ std::string command_names(const std::vector<command> &commands)
     {
         names.push_back(what.name);
     }
-    return join(names);
+    return join_words(names);
 }
 
 /** What bash does after an option, or a command, that is followed by one of several words. */
@@ -67,7 +67,7 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
             if (const auto *const choice = std::get_if<choice_value>(&option.value))
             {
                 out << "    elif [ \"$before\" = " << (is_option(option) ? option.name : what.name)
-                    << " ]; then\n        words=\"" << join(choice->words) << "\"\n";
+                    << " ]; then\n        words=\"" << join_words(choice->words) << "\"\n";
             }
         }
     }
@@ -154,7 +154,7 @@ command completion_command(std::function<std::vector<command>()> list_commands)
     auto shell = std::make_shared<std::string>();
     return {.name = "completion",
             .help = "Print a script that lets a shell complete commands.",
-            .footer = footer,
+            .footer = completion_footer,
             .options = {{.name = "SHELL",
                          .help = "bash, zsh or fish",
                          .value = choice_value{.target = shell.get(), .words = {"bash", "zsh", "fish"}},

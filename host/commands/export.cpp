@@ -16,7 +16,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *export_footer = R"(Examples:
   vantor export recordings/garage --format csv
       one file for each item in recordings/garage/export
   vantor export recordings/garage --format npy --output arrays
@@ -67,7 +67,7 @@ command export_command()
     auto options = std::make_shared<export_options>();
     return {.name = "export",
             .help = "Turn a recording into files for other programs.",
-            .footer = footer,
+            .footer = export_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--format",
                          .help = "csv or npy",

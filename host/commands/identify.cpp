@@ -17,7 +17,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *identify_footer = R"(Examples:
   vantor identify
       the simulated server
   vantor identify --connect serial:/dev/ttyACM0@115200
@@ -76,7 +76,7 @@ command identify_command()
     auto options = std::make_shared<identify_options>();
     return {.name = "identify",
             .help = "Ask a server what it is and which sensors it has.",
-            .footer = footer,
+            .footer = identify_footer,
             .options = {connect_option(options->connect), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
                 return identify(options->connect, options->json, streams.out);

@@ -19,7 +19,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *info_footer = R"(Examples:
   vantor info recordings/garage
   vantor info recordings/garage --json)";
 
@@ -157,7 +157,7 @@ command info_command()
     auto options = std::make_shared<info_options>();
     return {.name = "info",
             .help = "Tell what a recording holds.",
-            .footer = footer,
+            .footer = info_footer,
             .options = {recording_argument(options->recording), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
                 const auto about = to_json(session_reader(options->recording));

@@ -16,7 +16,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *plot_footer = R"(Examples:
   vantor plot recordings/garage
       writes recordings/garage/picture.png
   vantor plot recordings/garage --output garage.png --distance 1.2
@@ -66,7 +66,7 @@ command plot_command()
     auto options = std::make_shared<plot_options>();
     return {.name = "plot",
             .help = "Draw a recording.",
-            .footer = footer,
+            .footer = plot_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--output",
                          .help = "The picture, a PNG file; it is replaced",

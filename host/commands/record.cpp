@@ -25,7 +25,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *record_footer = R"(Examples:
   vantor record examples/two_sensors.json --frames 100
       100 frames from a simulated server, into a new directory in recordings/
   vantor record config.json --frames 100 --connect tcp:192.168.1.20:6110 --output recordings/garage
@@ -228,7 +228,7 @@ command record_command()
     auto options = std::make_shared<record_options>();
     return {.name = "record",
             .help = "Record frames of a measurement to disk.",
-            .footer = footer,
+            .footer = record_footer,
             .options = {configuration_argument(options->configuration),
                         {.name = "--frames",
                          .help = "Stop after so many frames",

@@ -19,7 +19,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *replay_footer = R"(Examples:
   vantor replay recordings/garage --tcp 6110
   vantor record config.json --frames 100 --connect tcp:127.0.0.1:6110
       records the recording
@@ -82,7 +82,7 @@ command replay_command()
     auto options = std::make_shared<replay_options>();
     return {.name = "replay",
             .help = "Serve a recording as if it were measured now.",
-            .footer = footer,
+            .footer = replay_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--tcp",
                          .help = "TCP port of this machine; 0 for any free one",

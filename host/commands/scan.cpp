@@ -22,7 +22,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *scan_footer = R"(Examples:
   vantor scan
       every serial device of this machine
   vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
@@ -127,7 +127,7 @@ command scan_command()
     auto options = std::make_shared<scan_options>();
     return {.name = "scan",
             .help = "Find servers on serial devices.",
-            .footer = footer,
+            .footer = scan_footer,
             .options = {{.name = "DEVICE",
                          .help = "Devices to ask; all serial devices when none is given",
                          .value = &options->devices},

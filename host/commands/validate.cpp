@@ -16,7 +16,7 @@ namespace vantor
 namespace
 {
 
-constexpr const char *footer = R"(Examples:
+constexpr const char *validate_footer = R"(Examples:
   vantor validate examples/two_sensors.json
   vantor validate config.json --json
 
@@ -70,7 +70,7 @@ command validate_command()
     auto options = std::make_shared<validate_options>();
     return {.name = "validate",
             .help = "Check a configuration document, without a server.",
-            .footer = footer,
+            .footer = validate_footer,
             .options = {configuration_argument(options->configuration), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
                 const auto faults = check_configuration(load_configuration(options->configuration));
