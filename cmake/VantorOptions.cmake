@@ -5,6 +5,9 @@ option(VANTOR_BENCHMARKS "Build the benchmarks" ON)
 option(VANTOR_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(VANTOR_COVERAGE "Count executed lines and branches, for gcovr" OFF)
 
+# A test that takes this long, in seconds, hangs: the slowest takes some 20 s on an idle machine.
+set(VANTOR_TEST_TIMEOUT 1200)
+
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_C_STANDARD_REQUIRED ON)

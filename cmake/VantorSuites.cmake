@@ -5,9 +5,6 @@
 # The suites are listed by the program itself when ctest starts, so that none can be forgotten.
 set(VANTOR_SUITE_LISTER ${CMAKE_CURRENT_LIST_DIR}/ListSuites.cmake)
 
-# A test that takes this long, in seconds, hangs: the slowest takes some 20 s on an idle machine.
-set(VANTOR_TEST_TIMEOUT 1200)
-
 function(vantor_add_suites target)
   cmake_parse_arguments(PARSE_ARGV 1 suites "" PREFIX "")
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}_suites.cmake)

@@ -19,6 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "time_left.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -172,12 +173,18 @@ bool server_process::wait_for_end() const noexcept
     const int process = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
     if (process < 0)
     {
-        return false; // Linux before 5.3 cannot wait like this; the server has nothing to lose
+        return false; // as before Linux 5.3 and in some sandboxes; the server has nothing to lose
     }
+    const auto deadline = std::chrono::steady_clock::now() + ending_time_;
     pollfd waiting{.fd = process, .events = POLLIN, .revents = 0};
-    const bool ended = poll(&waiting, 1, static_cast<int>(ending_time_.count())) > 0;
+    int ready = 0;
+    do
+    {
+        const auto left = time_left(deadline, std::chrono::steady_clock::now);
+        ready = poll(&waiting, 1, static_cast<int>(left.count()));
+    } while (ready < 0 && errno == EINTR);
     close(process);
-    return ended;
+    return ready > 0;
 }
 
 } // namespace vantor

@@ -29,14 +29,14 @@ namespace
 
 constexpr const char *general_footer = R"(Exit codes:
   0    success
-  1    failure without a code of its own
+  1    any other failure
   2    wrong command line
   3    a configuration or a recording cannot be used
   4    no server, connection lost, or no answer in time
   5    the server reported an error
-  6    what the server sent makes no sense
+  6    invalid data from the server
   7    the output cannot be written
-  130  interrupted; what was recorded until then is whole)";
+  130  interrupted; everything recorded so far is intact)";
 
 /** Ends a command with a sentence for the person. */
 exit_code report(std::ostream &err, exit_code code, const std::exception &failure)

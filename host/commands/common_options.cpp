@@ -11,7 +11,8 @@ namespace vantor
 command_option connect_option(std::string &target)
 {
     return {.name = "--connect",
-            .help = "The server: tcp:HOST:PORT, serial:DEVICE@BAUD, or sim: for a simulated one of its own",
+            .help =
+                "The server: tcp:HOST:PORT, serial:DEVICE@BAUD, or sim: to start a private simulated server",
             .value = &target,
             .value_name = "WHERE",
             .default_value = target};

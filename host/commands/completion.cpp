@@ -66,8 +66,9 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
         {
             if (const auto *const choice = std::get_if<choice_value>(&option.value))
             {
-                out << "    elif [ \"$before\" = " << (is_option(option) ? option.name : what.name)
-                    << " ]; then\n        words=\"" << join_words(choice->words) << "\"\n";
+                out << "    elif [ \"$command $before\" = \"" << what.name << " "
+                    << (is_option(option) ? option.name : what.name) << "\" ]; then\n        words=\""
+                    << join_words(choice->words) << "\"\n";
             }
         }
     }
@@ -77,9 +78,9 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
 void write_bash(const std::vector<command> &commands, std::ostream &out)
 {
     out << "_vantor()\n{\n"
-           "    local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\" words=\"\"\n"
-           "    local IFS=$'\\n'\n"
-           "    case \"${COMP_WORDS[1]}\" in\n";
+           "    local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\"\n"
+           "    local command=\"${COMP_WORDS[1]}\" words=\"\" IFS=$'\\n'\n"
+           "    case \"$command\" in\n";
     for (const auto &what : commands)
     {
         out << "    " << what.name << ") words=\"" << option_names(what) << "\" ;;\n";
@@ -123,10 +124,11 @@ void write_zsh(const std::vector<command> &commands, std::ostream &out)
 
 /** What fish offers after a command: an option. */
 void write_fish_option(const command &what, const std::string &name, const std::string &help,
-                       std::ostream &out)
+                       std::ostream &out, const std::vector<std::string> &choices = {})
 {
-    out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "' -l " << name << " -d "
-        << fish_quote(help) << "\n";
+    out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "' -l " << name
+        << (choices.empty() ? "" : " -x -a " + fish_quote(join_words(choices))) << " -d " << fish_quote(help)
+        << "\n";
 }
 
 /** A script for fish. */
@@ -141,7 +143,9 @@ void write_fish(const std::vector<command> &commands, std::ostream &out)
         {
             if (is_option(option))
             {
-                write_fish_option(what, option.name.substr(2), option.help, out);
+                const auto *const choice = std::get_if<choice_value>(&option.value);
+                write_fish_option(what, option.name.substr(2), option.help, out,
+                                  choice == nullptr ? std::vector<std::string>() : choice->words);
             }
         }
     }

@@ -156,7 +156,7 @@ command info_command()
     };
     auto options = std::make_shared<info_options>();
     return {.name = "info",
-            .help = "Tell what a recording holds.",
+            .help = "Show what a recording contains.",
             .footer = info_footer,
             .options = {recording_argument(options->recording), json_flag(options->json)},
             .run = [options](const command_streams &streams) {

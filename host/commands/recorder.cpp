@@ -16,7 +16,7 @@ namespace
 {
 
 /** How often the limits are looked at while no frame comes. */
-constexpr std::chrono::milliseconds patience{100};
+constexpr std::chrono::milliseconds frame_patience{100};
 
 /** How long a frame may be late before the server is given up, in seconds. */
 constexpr double longest_silence = 10.0;
@@ -80,11 +80,11 @@ std::chrono::milliseconds recorder::longest_wait(const recorder_limits &limits) 
 {
     if (limits.seconds <= 0.0)
     {
-        return patience;
+        return frame_patience;
     }
     using namespace std::chrono;
     const duration<double> left(limits.seconds - seconds_since(start_));
-    return left < patience ? ceil<milliseconds>(round<nanoseconds>(left)) : patience;
+    return left < frame_patience ? ceil<milliseconds>(round<nanoseconds>(left)) : frame_patience;
 }
 
 /** Waits a little for the next frame. */

@@ -92,7 +92,7 @@ command replay_command()
                          .value_name = "PORT",
                          .default_value = "0"},
                         {.name = "--hosts",
-                         .help = "End after so many hosts",
+                         .help = "End after this many hosts",
                          .value = whole_number_value{.target = &options->hosts},
                          .value_name = "NUMBER"}},
             .run = [options](const command_streams &streams) { return replay(*options, streams); }};

@@ -27,7 +27,7 @@ constexpr const char *scan_footer = R"(Examples:
       every serial device of this machine
   vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
 
-A device that does not answer within a second is passed over; of devices that were named it is said.)";
+A device that does not answer within a second is skipped, with a message if you named it.)";
 
 /** How long a device is waited for: for each of two answers, and whatever it sends, in all. */
 constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
@@ -132,7 +132,7 @@ command scan_command()
                          .help = "Devices to ask; all serial devices when none is given",
                          .value = &options->devices},
                         {.name = "--baudrate",
-                         .help = "Speed of the lines, in bits per second",
+                         .help = "Baud rate of the lines, in bits per second",
                          .value = whole_number_value{.target = &options->baudrate,
                                                      .most = std::numeric_limits<std::uint32_t>::max()},
                          .value_name = "BAUD",

@@ -17,7 +17,7 @@ namespace
 {
 
 /** How long is waited for a command when no frame is due. */
-constexpr std::chrono::milliseconds patience{100};
+constexpr std::chrono::milliseconds command_patience{100};
 
 /** How long a host may take no bytes. */
 constexpr std::chrono::milliseconds write_timeout{60000};
@@ -67,7 +67,7 @@ std::chrono::nanoseconds replay_server::time_until_due() const
     const double elapsed = seconds(now_() - started_).count();
     const double left = next_ ? next_->seconds - first_seconds_ - elapsed : 0.0;
     return std::chrono::round<std::chrono::nanoseconds>(
-        seconds(std::max(0.0, std::min(seconds(patience).count(), left))));
+        seconds(std::max(0.0, std::min(seconds(command_patience).count(), left))));
 }
 
 /** Waits for commands, at most until the next frame is due, and executes them. */
@@ -75,7 +75,7 @@ void replay_server::receive()
 {
     const auto wait = state_ == state::streaming
                           ? std::chrono::ceil<std::chrono::milliseconds>(time_until_due())
-                          : patience;
+                          : command_patience;
     std::array<std::byte, 4096> bytes{};
     const auto count = host_.read_some(bytes, wait);
     for (std::size_t i = 0; i < count; ++i)

@@ -60,6 +60,20 @@ class CommandTest(unittest.TestCase):
         self.succeeds("record", configuration, "--frames", frames, "--connect", where, "--output", self.path(name))
         return self.path(name)
 
+    def open_terminal(self):
+        """A terminal: our end and that of a command. Both stay open: what is on its way at a close may be lost."""
+        ends = pty.openpty()
+        for end in ends:
+            self.addCleanup(os.close, end)
+        return ends
+
+    def read_until(self, end, pattern):
+        """Reads from our end of a terminal until a pattern has come."""
+        shown = ""
+        while not re.search(pattern, shown):
+            self.assertTrue(select.select([end], [], [], TIME_OUT)[0], f"{pattern!r} is not in {shown!r}")
+            shown += os.read(end, 65536).decode()
+
     def data(self, recording, name="group-1-item-1"):
         """The samples of an item, real and imaginary parts in turn."""
         samples = array.array("h")
@@ -212,7 +226,7 @@ class Record(CommandTest):
         self.assertEqual(os.path.dirname(recording), self.path("recordings"))
         check_recording(recording)
 
-    def test_so_many_seconds(self):
+    def test_a_number_of_seconds(self):
         start = time.monotonic()
         summary = json.loads(self.succeeds("record", ONE_SENSOR, "--seconds", "0.3", "--connect", FAST, "--output",
                                            self.path("timed"), "--json"))
@@ -245,16 +259,10 @@ class Record(CommandTest):
         arguments = [VANTOR, "record", ONE_SENSOR, "--frames", "8", "--output"]
         quiet = subprocess.run([*arguments, self.path("quiet")], capture_output=True, timeout=TIME_OUT, check=True)
         self.assertEqual(quiet.stderr, b"")
-        # The terminal stays open until it has been read: what is on its way when it closes may be lost.
-        ours, terminal = pty.openpty()
-        self.addCleanup(os.close, ours)
-        self.addCleanup(os.close, terminal)
+        ours, terminal = self.open_terminal()
         subprocess.run([*arguments, self.path("loud")], stdout=subprocess.PIPE, stderr=terminal, timeout=TIME_OUT,
                        check=True)
-        shown = ""
-        while not re.search(r"\r\d of 8 frames, [\d.]+ frames/s, \d+ s left", shown):
-            self.assertTrue(select.select([ours], [], [], TIME_OUT)[0], f"no progress but {shown!r}")
-            shown += os.read(ours, 65536).decode()
+        self.read_until(ours, r"\r\d of 8 frames, [\d.]+ frames/s, \d+ s left")
 
 
 class Calibrate(CommandTest):
@@ -365,17 +373,14 @@ class Replay(CommandTest):
         check_recording(copy)
 
     def test_progress_on_a_terminal(self):
-        ours, terminal = pty.openpty()
-        self.addCleanup(os.close, ours)
+        ours, terminal = self.open_terminal()
         with subprocess.Popen([VANTOR, "replay", self.record(), "--hosts", "1"], stdout=subprocess.PIPE,
                               stderr=terminal, text=True) as process:
             self.addCleanup(process.kill)
-            os.close(terminal)
             address = process.stdout.readline().removeprefix("listening on ").strip()
             # At 50 frames a second, none of which comes early, they take longer than from one line to the next.
             self.record(frames=15, name="copy", where=address)
-        self.assertTrue(select.select([ours], [], [], TIME_OUT)[0])
-        self.assertRegex(os.read(ours, 65536).decode(), r"\r[1-9]\d* frames, [\d.]+ frames/s")
+        self.read_until(ours, r"\r[1-9]\d* frames, [\d.]+ frames/s")
 
     def test_faults(self):
         self.fails(3, "There is no recording", "replay", self.path("nothing"))

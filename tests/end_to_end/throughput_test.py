@@ -60,9 +60,11 @@ class Device(threading.Thread):
     def __init__(self):
         super().__init__(daemon=True)
         self.host = None
+        self.may_stream = threading.Event()
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
         self.digests = [hashlib.sha512() for _ in range(GROUPS)]
+        self.on_frame = lambda number: None  # called after each frame, with its number
         self.on_end = lambda: None  # called when the host says "end" after the last frame
         self.seconds = None  # from the first frame to that
         self.frames = 0  # sent so far
@@ -88,6 +90,7 @@ class Device(threading.Thread):
 
     def stream(self, host):
         """Sends every frame when it is due, or at once when it is late; in a sample always at once."""
+        self.may_stream.wait()
         self.seconds = start = time.monotonic()
         for number in range(FRAMES):
             if WHOLE:
@@ -98,6 +101,7 @@ class Device(threading.Thread):
             for i, digest in enumerate(self.digests):
                 digest.update(payload[i * ITEM_SIZE:(i + 1) * ITEM_SIZE])
             self.frames = number + 1
+            self.on_frame(number)
 
     def is_held_back(self):
         """Whether the host takes nothing and all buffers on the way to it are full."""
@@ -154,15 +158,25 @@ class Throughput(unittest.TestCase):
 
     def stall_until_full(self, process, device):
         """Stops the reader at some frames, each time until the device cannot send; returns how often."""
-        for stall in range(SAMPLE_STALLS):
-            wait_until(lambda stall=stall: device.frames > stall * FRAMES // (2 * SAMPLE_STALLS), "more frames")
-            process.send_signal(signal.SIGSTOP)
+        numbers = [stall * FRAMES // (2 * SAMPLE_STALLS) for stall in range(SAMPLE_STALLS)]
+        stopped = threading.Semaphore(0)
+
+        def stop_reader(number):
+            if number in numbers:
+                process.send_signal(signal.SIGSTOP)
+                stopped.release()
+
+        device.on_frame = stop_reader
+        device.may_stream.set()
+        for _ in numbers:
+            self.assertTrue(stopped.acquire(timeout=TIME_OUT), "the stream did not come to its next stall")
             wait_until(device.is_held_back, "full buffers")
             process.send_signal(signal.SIGCONT)
-        return SAMPLE_STALLS
+        return len(numbers)
 
     def stall_for_a_minute(self, process, device):
         """Stops the reader now and then until it ends; returns how often."""
+        device.may_stream.set()
         stalls = 0
         deadline = time.monotonic() + 2 * SECONDS
         while time.monotonic() < deadline:

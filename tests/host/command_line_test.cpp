@@ -158,6 +158,7 @@ TEST(command_line, completes_in_shells)
     EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
     EXPECT_THAT(run({"completion", "zsh"}).out, testing::StartsWith("#compdef vantor\n"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
+    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy' -d"));
     EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
 }
 
@@ -182,6 +183,7 @@ TEST(command_line, completes_in_a_real_bash)
     EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n");
     EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
     EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
+    EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n");
 }
 
 TEST(command_line, refuses_wrong_usage)
@@ -196,7 +198,11 @@ TEST(command_line, refuses_wrong_usage)
                                                {"record", "x.json", "--frames", "99999999999999999999"},
                                                {"record", "x.json", "--seconds", "nan"},
                                                {"record", "x.json", "--seconds", "0"},
+                                               {"record", "x.json", "--frames", "1", "--frames", "2"},
                                                {"plot", "x", "--distance", "inf"},
+                                               {"calibrate", "--output", "x", "--sensor", "0"},
+                                               {"replay", "x", "--hosts", "0"},
+                                               {"export", "x", "--format", "xml"},
                                                {"record", "x.json", "--no-such-option"}})
     {
         const auto result = run(arguments);
@@ -204,6 +210,20 @@ TEST(command_line, refuses_wrong_usage)
         EXPECT_THAT(result.out, IsEmpty());
         EXPECT_THAT(result.err, HasSubstr("help"));
     }
+}
+
+TEST(command_line, says_what_a_number_may_be)
+{
+    const auto fault = [](const std::vector<std::string> &arguments) { return run(arguments).err; };
+    EXPECT_THAT(fault({"replay", "x", "--tcp", "65536"}),
+                HasSubstr("--tcp: 65536 is not a whole number from 0 to 65535\n"));
+    EXPECT_THAT(fault({"scan", "--baudrate", "4294967297"}),
+                HasSubstr("--baudrate: 4294967297 is not a whole number from 1 to 4294967295\n"));
+    EXPECT_THAT(fault({"calibrate", "--output", "x", "--sensor", "65536"}),
+                HasSubstr("--sensor: 65536 is not a whole number from 1 to 65535\n"));
+    EXPECT_THAT(fault({"record", "x", "--seconds", "0"}),
+                HasSubstr("--seconds: 0 is not a number above 0\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "far"}), HasSubstr("--distance: far is not a number\n"));
 }
 
 TEST(command_line, has_an_exit_code_for_each_kind_of_failure)
