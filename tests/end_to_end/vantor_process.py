@@ -257,14 +257,16 @@ class Host:
                 return header, frames
 
     def receive_all(self):
-        """Receives what has come already, which must end with a message; returns the number of messages."""
+        """Receives what has come already; returns the number of messages, the last of which may have come in part."""
         while self.stream.unread() > 0:
             self._receive()
-        rest, count = self.pending, 0
-        while rest:
-            line, _, rest = rest.partition(b"\n")
-            rest = rest[json.loads(line)["payload_size"]:]
+        count = start = 0
+        while start < len(self.pending):
             count += 1
+            end = self.pending.find(b"\n", start) + 1
+            if end == 0:
+                break
+            start = end + json.loads(self.pending[start:end])["payload_size"]
         return count
 
     def _receive(self):
