@@ -6,6 +6,9 @@ TICKS_PER_SECOND = 1000000
 
 ROUND = 2**32  # after which the tick starts again at 0
 
+# The server reports its uptime in milliseconds; both ends of a duration may be rounded.
+UPTIME_ROUNDING = 0.002
+
 # By how much rates are lowered, one after the other, until a busy machine keeps one of them.
 SLOWER = (1, 1, 2, 4, 8, 16, 32)
 
@@ -50,6 +53,7 @@ class ServerPacedStream:
         self.host = host
         self.ticks = []
         before = host.ask("stats")
+        answered = time.monotonic()
         self.frames_before, self.left_out_before = before["frames"], before["frames_left_out"]
         self.left_out = {0: 0}  # by the number of frames sent
         start = time.monotonic()
@@ -61,6 +65,8 @@ class ServerPacedStream:
         host.command("stop")
         while host.answer()[0].get("command") != "stop":
             pass
+        self.least_seconds = time.monotonic() - answered
+        self.uptime = host.ask("stats")["uptime_s"] - before["uptime_s"]
 
     def _receive(self, count):
         """Asks after every frame."""
@@ -91,7 +97,7 @@ class ServerPacedStream:
     def check(self, period):
         """
         Checks that no frame comes before it is due, none twice, that the frames left out are those that the server
-        reports, and that the ticks go no faster than the time.
+        reports, that the ticks go no faster than the time, and that the clock of the server goes no slower.
         """
         numbers = range(len(self.ticks))
         check_places(self.ticks, period, [k + self._fewest_left_out(k) for k in numbers],
@@ -99,6 +105,9 @@ class ServerPacedStream:
         ticks = without_wraps(self.ticks)
         if (ticks[-1] - ticks[0]) / TICKS_PER_SECOND > 1.001 * self.seconds:
             raise AssertionError(f"{ticks[-1] - ticks[0]} ticks have passed in {self.seconds} s")
+        # The first uptime was read before `least_seconds` began, and the second one after it ended.
+        if self.uptime + UPTIME_ROUNDING < 0.999 * self.least_seconds:
+            raise AssertionError(f"the server counts {self.uptime} s, but {self.least_seconds} s have passed")
 
 
 def check_server_paced(host, configuration, rate, count):
