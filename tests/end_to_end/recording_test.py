@@ -11,6 +11,7 @@ import sys
 import tempfile
 import unittest
 
+from pace import TICKS_PER_SECOND
 from sigmf_rules import RuleBroken, check_recording
 from vantor_process import EXAMPLES, TIME_OUT, Relay, Server, example, vantor
 
@@ -100,14 +101,22 @@ class Standard(RecordingTest):
         check_recording(self.output)
 
     def test_slow_recordings_keep_the_rules(self):
+        # One frame every 128 s: on a clock that takes real time, the test would end by its time-out.
+        self.assertGreater(128, TIME_OUT)
         configuration = os.path.join(self.folder, "slow.json")
         with open(configuration, "w", encoding="utf-8") as file:
-            json.dump({"update_rate": 0.2, "groups": [[{"sensor_id": 1, "config": {"num_points": 1}}]]}, file)
+            json.dump({"update_rate": 1 / 128, "groups": [[{"sensor_id": 1, "config": {"num_points": 1}}]]}, file)
         result = vantor("record", configuration, "--frames", 3, "--connect", "sim:--clock virtual", "--output",
                         self.output)
         self.assertEqual(result.returncode, 0, result.stderr)
         check_recording(self.output)
-        self.assertAlmostEqual(self.document("group-1-item-1.sigmf-meta")["global"]["vantor:frame_rate"], 0.2, places=3)
+        self.assertAlmostEqual(self.document("group-1-item-1.sigmf-meta")["global"]["vantor:frame_rate"], 1 / 128, places=5)
+        self.assertEqual(self.ticks_between_frames("group-1-item-1"), [128 * TICKS_PER_SECOND] * 2)
+
+    def ticks_between_frames(self, name):
+        """How many ticks there are between the frames of an item, one after the other."""
+        ticks = [int(row.split(",")[2]) for row in self.read(name + ".frames.csv").decode().splitlines()[1:]]
+        return [later - earlier for earlier, later in zip(ticks, ticks[1:])]
 
     def test_the_rules_find_what_breaks_them(self):
         self.record("--frames", "3", "--connect", "sim:--clock virtual")

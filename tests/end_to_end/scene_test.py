@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import unittest
 
-from pace import SLOWER, TICKS_PER_SECOND, check_sensor_paced
+from pace import SLOWER, TICKS_PER_SECOND, check_sensor_paced, tick_of
 from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, wait_until
 
 
@@ -147,6 +147,17 @@ class Time(SceneTest):
                 break
         self.assertEqual(delayed, 0)
         self.assertEqual(real, virtual)
+
+    def test_the_virtual_clock_takes_no_real_time(self):
+        # A frame that took its period in real time would come after the time-out.
+        seconds = 128
+        self.assertGreater(seconds, TIME_OUT)
+        for pace in ("update_rate", "max_update_rate"):
+            with self.subTest(pace), Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as host:
+                host.ask("configure", configuration={**configuration(num_points=100), pace: 1 / seconds})
+                host.ask("start")
+                ticks = [tick_of(host.message()[0]) for _ in range(3)]
+                self.assertEqual([ticks[1] - ticks[0], ticks[2] - ticks[1]], [seconds * TICKS_PER_SECOND] * 2)
 
     def test_a_host_that_reads_late_sees_delayed_frames(self):
         rate = 4
