@@ -1,5 +1,7 @@
 """The firmware on an emulated board, for tests."""
 
+import contextlib
+import functools
 import json
 import os
 import re
@@ -14,6 +16,12 @@ FIRMWARE = os.environ["VANTOR_FIRMWARE"]
 
 SETTINGS = 0x7FFE0
 SETTINGS_MARK = 0x31524E56
+
+
+@functools.cache
+def symbols(image):
+    """The symbol table of an image, as text."""
+    return subprocess.run(["arm-none-eabi-nm", image], capture_output=True, text=True, check=True).stdout
 
 
 def free_port():
@@ -125,24 +133,36 @@ class Board:
 
     def variable(self, name, offset=0):
         """A word of a variable of the program in an unnamed namespace."""
-        symbols = subprocess.run(["arm-none-eabi-nm", self.image], capture_output=True, text=True, check=True).stdout
-        address = re.search(rf"^(\w+) \w _ZN12_GLOBAL__N_1{len(name)}{name}E$", symbols, re.MULTILINE)[1]
+        address = re.search(rf"^(\w+) \w _ZN12_GLOBAL__N_1{len(name)}{name}E$", symbols(self.image), re.MULTILINE)[1]
         return self.register(int(address, 16) + offset)
 
     def register(self, address):
         """A hardware register, or a word of memory, as the emulator's monitor shows it."""
+        shown = self._ask_monitor("human-monitor-command", **{"command-line": f"xp /1wx {address:#x}"})
+        return int(re.search(r": 0x([0-9a-f]+)", shown)[1], 16)
+
+    @contextlib.contextmanager
+    def stopped(self):
+        """While the board is stopped no time passes for it."""
+        self._ask_monitor("stop")
+        try:
+            yield
+        finally:
+            self._ask_monitor("cont")
+
+    def _ask_monitor(self, command, **arguments):
+        """Lets the emulator's monitor execute a command; returns the result."""
         with socket.socket(socket.AF_UNIX) as monitor, monitor.makefile("rw") as stream:
             monitor.connect(self.monitor_path)
-            for command in ({"execute": "qmp_capabilities"},
-                            {"execute": "human-monitor-command",
-                             "arguments": {"command-line": f"xp /1wx {address:#x}"}}):
-                stream.write(json.dumps(command))
+            for request in ({"execute": "qmp_capabilities", "id": "begin"},
+                            {"execute": command, "arguments": arguments, "id": "end"}):
+                stream.write(json.dumps(request))
                 stream.flush()
             for line in stream:
-                value = re.search(r": 0x([0-9a-f]+)", line)
-                if value:
-                    return int(value[1], 16)
-        raise AssertionError("the monitor shows no value")
+                answer = json.loads(line)
+                if answer.get("id") == "end":
+                    return answer["return"]
+        raise AssertionError("the monitor does not answer")
 
     def processor_time(self):
         """Seconds of the processor that the emulator has used."""
