@@ -69,6 +69,7 @@ class Skeleton(SkeletonTest):
         # The wait for sensor 1 ends by its own signal, and that of sensor 2 has come by then.
         _, frames = self.measure(9)
         lags = [(group[1]["tick"] - group[0]["tick"]) % 2**32 for group, _ in (h["result_info"] for h, _ in frames)]
+        # On an idle machine no lag is longer than 40 us. A wait that misses the signal ends after a second.
         self.assertLess(statistics.median(lags), 10000)
 
     def test_gives_all_memory_back(self):
@@ -98,7 +99,10 @@ class Skeleton(SkeletonTest):
         before, begin = self.host.ask("stats")["uptime_s"], time.monotonic()
         answer = self.host.ask("configure", configuration=CUT)
         self.assertGreater(time.monotonic() - begin, 0.999)
-        self.assertGreater(self.host.ask("stats")["uptime_s"] - before, 0.999)
+        uptime = self.host.ask("stats")["uptime_s"] - before
+        self.assertGreater(uptime, 0.999)
+        # On an idle machine it is 1.02 s.
+        self.assertLess(uptime, 10.3)
         self.assertEqual(answer["code"], "nox_sensor_calibration")
         self.assertIn("error: vantor_server_system_k330: Sensor 3 interrupt timeout", self.board.log())
         self.measure(3)
