@@ -285,14 +285,20 @@ class Errors(unittest.TestCase):
             self.assertEqual(host.ask("baudrate", baudrate=1)["status"], "ok")
             wait_until(lambda: board.register(BAUD_DIVIDER) == LARGEST_DIVIDER, "the lowest speed")
             sleeps = []
-            while (divider := board.register(BAUD_DIVIDER)) == LARGEST_DIVIDER:
-                sleep = board.register(TIMER_RELOAD)
-                if board.register(BAUD_DIVIDER) == LARGEST_DIVIDER:
-                    sleeps.append(sleep)
-            self.assertEqual(round(BUS_FREQUENCY / divider / 115200, 1), 1)
+            wait_until(lambda: not self.look_at_sleep(board, sleeps), "another speed")
+            self.assertEqual(round(BUS_FREQUENCY / board.register(BAUD_DIVIDER) / 115200, 1), 1)
             # It sleeps for two seconds until the speed counts as refused, then until ten bits have left.
+            self.assertGreater(len(sleeps), 0)
             self.assertLessEqual(max(sleeps), 2 * BUS_FREQUENCY)
             whole_session(host)
+
+    def look_at_sleep(self, board, sleeps):
+        """Adds how long the board sleeps to a list; false when the speed is not the lowest one any more."""
+        with board.stopped():
+            if board.register(BAUD_DIVIDER) != LARGEST_DIVIDER:
+                return False
+            sleeps.append(board.register(TIMER_RELOAD))
+        return True
 
     def test_a_host_that_takes_nothing_at_another_speed(self):
         with Board(virtual_clock=False, hurried_time=True, narrow_link=True) as board, board.connect() as host:
