@@ -131,6 +131,11 @@ class Board:
         """Waits until a text is on the log's port."""
         wait_until(lambda: text in self.log(), f"{text!r} on the log")
 
+    def wait_for_restarted_link(self):
+        """Waits until the board has given a host up and discarded its input: what comes from now on is the next one's."""
+        self.wait_for_log("link restarted")
+        wait_until(lambda: self.variable("stalled") & 0xFF == 0, "the restart of the link")
+
     def variable(self, name, offset=0):
         """A word of a variable of the program in an unnamed namespace."""
         address = re.search(rf"^(\w+) \w _ZN12_GLOBAL__N_1{len(name)}{name}E$", symbols(self.image), re.MULTILINE)[1]

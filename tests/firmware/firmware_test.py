@@ -219,7 +219,7 @@ class Errors(unittest.TestCase):
                 configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 2000}}]]}
                 self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
                 host.command("start")
-                board.wait_for_log("link restarted")
+                board.wait_for_restarted_link()
             with board.connect() as host:
                 find_the_way_back(host)
                 whole_session(host)
@@ -308,7 +308,7 @@ class Errors(unittest.TestCase):
             self.assertEqual(host.ask("ping")["status"], "ok")
             self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
             host.command("start")
-            board.wait_for_log("link restarted")
+            board.wait_for_restarted_link()
             begin = board.register(COUNTER)
             self.wait_for_speed(board, 115200)
             # The board does not wait for the host once more.
