@@ -162,7 +162,7 @@ exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const com
 {
     if (app.get_subcommands().empty() && !app.remaining().empty())
     {
-        streams.err << "There is no command \"" << printable(app.remaining().front())
+        streams.err << "Unknown command \"" << printable(app.remaining().front())
                     << "\".\nRun with --help for more information.\n";
         return exit_code::usage;
     }

@@ -38,7 +38,7 @@ struct record_options
 exit_code record(const record_options &options, const command_streams &streams);
 
 /**
- * The same over links of one's own making, instead of those to record_options::connect.
+ * The same over links that the caller opens, instead of those to record_options::connect.
  *
  * @param open_links  opens the link to the server
  * @param now         the clock by which the links wait

@@ -51,7 +51,7 @@ std::vector<std::string> serial_devices()
     return devices;
 }
 
-/** Asks one device; returns why there is no server, or nothing. */
+/** Asks one device; returns an empty text, or the reason why no server was found. */
 std::string scan_device(const serial_address &where, const link_opener &open, const time_source &now,
                         nlohmann::ordered_json &found)
 {

@@ -283,7 +283,7 @@ TEST(command_line, names_a_command_that_it_does_not_know)
 {
     const auto result = run({"recrod", "config.json"});
     EXPECT_EQ(result.code, exit_code::usage);
-    EXPECT_THAT(result.err, HasSubstr("no command \"recrod\""));
+    EXPECT_THAT(result.err, HasSubstr("Unknown command \"recrod\""));
 }
 
 TEST(command_line, says_that_its_output_cannot_be_written)

@@ -114,8 +114,8 @@ TEST_F(server_pace, counts_the_frames_left_out_until_the_next_one)
     EXPECT_EQ(frames_left_out(), 8U);
     EXPECT_EQ(fake_port.tick + wait, first + (2 + 8) * 50000U);
     fake_backend.during_frame = [] {};
-    // Late already when its measurement begins: only the frame can tell that the moments before it have
-    // passed.
+    // Late already when its measurement begins: only after the frame is it known that the moments before it
+    // have passed.
     fake_port.tick += wait + 3 * 50000;
     EXPECT_EQ(frames_left_out(), 8U);
     EXPECT_TRUE(step());

@@ -72,7 +72,7 @@ public:
     explicit client(const address &where, client_timeouts timeouts = {});
 
     /**
-     * The same over links of one's own making.
+     * The same over links that the caller opens.
      *
      * @param open_links  opens a link, now and at every reconnect()
      * @param timeouts    how long to wait for what

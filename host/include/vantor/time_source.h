@@ -11,7 +11,7 @@ namespace vantor
 {
 
 /**
- * Returns the present moment; std::chrono::steady_clock::now unless a test has a clock of its own. It is
+ * Returns the present moment; std::chrono::steady_clock::now unless a test passes another clock. It is
  * monotonic: no call returns an earlier moment than a call before.
  */
 using time_source = std::function<std::chrono::steady_clock::time_point()>;
