@@ -178,13 +178,22 @@ class LostMemory(SkeletonTest):
     board_options = {"skipped_sleep": True}
 
     def end_session(self):
-        """Ends the session. A command that comes while the board restarts is lost, so it is sent again."""
-        self.host.command("end")
-        while not select.select([self.host.stream.socket], [], [], 1.0)[0]:
-            self.host.command("end")
-        self.host.command("identify")
-        while self.host.answer()[0].get("command") != "identify":
+        """Ends the session. The board may restart after that, as long as nothing else arrives; then it is at rest."""
+        self.repeat_until_answered("end")
+        self.repeat_until_answered("identify")
+        # What was repeated in vain is answered before this.
+        self.host.command("stats")
+        while self.host.answer()[0].get("command") != "stats":
             pass
+
+    def repeat_until_answered(self, command):
+        """Sends a command. One that arrives while the board restarts is lost, so it is sent again."""
+        self.host.command(command)
+        answered = False
+        while not answered:
+            while not select.select([self.host.stream.socket], [], [], 1.0)[0]:
+                self.host.command(command)
+            answered = self.host.answer()[0].get("command") == command
 
     def test_restarts_when_too_much_memory_was_lost(self):
         live_at_rest = self.host.ask("identify")["memory"]["live"]
