@@ -72,17 +72,17 @@ class EveryByte(RecordingTest):
 
 
 class Loss(RecordingTest):
-    def record_damaged(self, damaged):
-        """Records 60 frames, always the same ones; returns the summary and what the server has sent."""
+    def record_damaged(self, frames, damaged):
+        """Records some frames, always the same ones; returns the summary and what the server has sent."""
         self.output = os.path.join(tempfile.mkdtemp(dir=self.folder), "recording")
         with Server("--tcp", "0", "--clock", "virtual") as server, Relay(server.address, damaged) as relay:
-            return self.record("--frames", "60", "--connect", relay.address), relay
+            return self.record("--frames", frames, "--connect", relay.address), relay
 
     def test_a_damaged_header_starts_a_capture(self):
-        _, relay = self.record_damaged(damaged=())
+        _, relay = self.record_damaged(63, damaged=())
         payloads = [payload for header, payload in relay.messages() if "result_info" in header]
         headers = [found.start() for found in re.finditer(rb'{"result_info"', relay.sent)]
-        summary, _ = self.record_damaged(damaged={headers[5] + 1, headers[20] + 1, headers[21] + 1})
+        summary, _ = self.record_damaged(60, damaged={headers[5] + 1, headers[20] + 1, headers[21] + 1})
         self.assertEqual((summary["frames"], summary["disturbances"]), (60, 2))
         check_recording(self.output)
         recorded = [*range(5), *range(6, 20), *range(22, 63)]
