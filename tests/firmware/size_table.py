@@ -14,6 +14,7 @@ PARTS = (
     ("server core", r"libzet_vantor_server\.a"),
     ("cJSON", r"libcjson\.a"),
     ("simulator", r"libzet_simulator\.a"),
+    ("allocator", r"libvantor_memory\.a"),
     ("port", r"ports/(cortex_m4|mps2_an386)/"),
     ("C library and compiler's", r""),
 )

@@ -1,7 +1,7 @@
-# Compiles the simulator for the processor of a board and sees what it asks for and how large it is.
+# Compiles a part of the firmware for the processor of a board and checks what it asks for and how large it is.
 #
-# COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the objects; LARGEST_TEXT: bytes
-# of code that it may have; LARGEST_DATA: bytes of static memory.
+# NAME: of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the objects;
+# LARGEST_TEXT: bytes of code that it may have; LARGEST_DATA: bytes of static memory.
 set(text 0)
 set(memory 0)
 foreach(source IN LISTS SOURCES)
@@ -34,7 +34,7 @@ foreach(source IN LISTS SOURCES)
     message(FATAL_ERROR "${source} has a static constructor")
   endif()
 endforeach()
-message(STATUS "simulator on a Cortex-M4F: ${text} bytes of text, ${memory} bytes of data and bss")
+message(STATUS "${NAME} on a Cortex-M4F: ${text} bytes of text, ${memory} bytes of data and bss")
 if(text GREATER LARGEST_TEXT)
   message(FATAL_ERROR "${text} bytes of text are more than ${LARGEST_TEXT}")
 endif()

@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include "simulated_sensor.h"
 #include "zet_integration.h"
 #include "zet_simulator.h"
 
@@ -29,6 +28,14 @@ namespace
 
 constexpr size_t alignment = alignof(std::max_align_t);
 constexpr size_t word = sizeof(size_t);
+
+/** Use of the board's memory. */
+zet_simulator_memory_t memory()
+{
+    zet_simulator_memory_t memory = {};
+    zet_simulator_memory_get(&memory);
+    return memory;
+}
 
 /** What a piece costs. */
 size_t cost(size_t size)
