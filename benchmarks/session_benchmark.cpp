@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "memory.h"
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
 
@@ -66,7 +67,7 @@ class server_t
 public:
     server_t()
     {
-        zet_simulator_memory_lend(memory_.data(), memory_.size());
+        memory_lend(memory_.data(), memory_.size());
         zet_simulator_options_t board = {};
         board.sensor_count = sensors;
         board.clock = zet_simulator_virtual_clock();

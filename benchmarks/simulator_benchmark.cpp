@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "memory.h"
 #include "zet_config.h"
 #include "zet_config_subsweep.h"
 #include "zet_hal_integration_k330.h"
@@ -50,7 +51,7 @@ struct prepared_sensor
 bool set_up(prepared_sensor &prepared, uint16_t num_points)
 {
     static std::array<std::byte, size_t{1024} * 1024> memory;
-    zet_simulator_memory_lend(memory.data(), memory.size());
+    memory_lend(memory.data(), memory.size());
     zet_simulator_options_t options = {};
     options.sensor_count = 1;
     options.clock = zet_simulator_virtual_clock();

@@ -3,7 +3,8 @@
  * sensor library.
  *
  * A port starts it before the server and stops it after. What the sensors see is a scene
- * (zet_simulator_scene.h); when things happen is told by the clock that the port lends.
+ * (zet_simulator_scene.h); the clock that the port lends says when things happen. Memory comes from the
+ * port's zet_integration_mem_alloc.
  *
  * Not modelled: the motion of a target within one sweep, antenna patterns, several paths between sensor and
  * target, the time that a transfer over the sensor's link takes (but for the fault "slow_link"), power.
@@ -12,7 +13,6 @@
 #define ZET_SIMULATOR_H
 
 #include <stdbool.h>
-#include <stddef.h>
 #include <stdint.h>
 
 #include "zet_definitions_common.h"
@@ -48,35 +48,6 @@ typedef struct
     zet_log_level_t log_level;          /**< least severe level that reaches the sink */
     const zet_simulator_scene_t *scene; /**< what the sensors see; null for the default scene */
 } zet_simulator_options_t;
-
-/**
- * Use of the board's memory, in bytes.
- *
- * What is in use counts with all that it costs: the allocator's word before each piece and the rounding up to
- * the alignment.
- */
-typedef struct
-{
-    size_t size;         /**< lent by the port */
-    size_t live;         /**< in use now */
-    size_t peak;         /**< highest value of live since the memory was lent */
-    size_t largest_free; /**< largest single request that would succeed now */
-    uint32_t failures;   /**< requests that could not be met since the memory was lent */
-} zet_simulator_memory_t;
-
-/**
- * Lends the board its memory: all that zet_integration_mem_alloc gives out lies in it. To be called before
- * the first allocation; without memory every request fails.
- *
- * What was lent before is given back, with every piece in it, and the statistics begin anew.
- *
- * @param region  the memory, of any alignment; stays lent until the next call
- * @param size    its size in bytes; the allocator keeps some hundreds, on a PC some thousands, for itself
- */
-void zet_simulator_memory_lend(void *region, size_t size);
-
-/** Tells how the board's memory is used. */
-void zet_simulator_memory_get(zet_simulator_memory_t *memory);
 
 /**
  * Sets the board up: every sensor unpowered and disabled.

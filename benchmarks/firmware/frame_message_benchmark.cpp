@@ -10,6 +10,7 @@
 #include "cycle_counter.h"
 #include "free_sensors.h"
 #include "hand_written_message.h"
+#include "memory.h"
 #include "semihosting.h"
 #include "start.h"
 #include "zet_definitions_k330.h"
@@ -180,7 +181,7 @@ void count_shape(uint32_t groups, uint32_t items)
 
 void run_board()
 {
-    zet_simulator_memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
+    memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     zet_simulator_options_t options = {};
     options.sensor_count = 5;
     options.clock = zet_simulator_virtual_clock();

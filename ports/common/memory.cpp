@@ -14,6 +14,8 @@
  * A block is its header, one word, and the memory that the caller gets. A free block keeps its links in that
  * memory and, in its last word, its own address, by which the block after it finds it.
  */
+#include "memory.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstddef>
@@ -21,7 +23,6 @@
 #include <cstring>
 
 #include "zet_integration.h"
-#include "zet_simulator.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define UNDER_ADDRESS_SANITIZER 1
@@ -37,7 +38,7 @@ extern "C" void __asan_poison_memory_region(const volatile void *address, size_t
 extern "C" void __asan_unpoison_memory_region(const volatile void *address, size_t size);
 #endif
 
-/** The sanitizer reports whoever touches what is no caller's piece, but for the allocator itself. */
+/** The sanitizer reports whoever touches what is no caller's piece, except the allocator itself. */
 #define MAY_TOUCH_POISON [[gnu::no_sanitize_address]]
 
 namespace
@@ -131,7 +132,10 @@ struct heap_t
     block *open;  /**< the same as long as small pieces are cut off it, otherwise null */
     bit_map used_levels;
     bit_map used_bins[level_count];
-    zet_simulator_memory_t statistics;
+    size_t size;       /**< of the region */
+    size_t live;       /**< in use now */
+    size_t peak;       /**< highest value of live */
+    uint32_t failures; /**< requests that could not be met */
 };
 
 heap_t heap;
@@ -299,9 +303,8 @@ MAY_TOUCH_POISON void *cut(block *taken, size_t size)
 
     // The block before is in use: no two free ones are neighbours.
     taken->header = size | in_use;
-    zet_simulator_memory_t &statistics = heap.statistics;
-    statistics.live += size;
-    statistics.peak = std::max(statistics.peak, statistics.live);
+    heap.live += size;
+    heap.peak = std::max(heap.peak, heap.live);
     return &taken->next;
 }
 
@@ -309,7 +312,7 @@ MAY_TOUCH_POISON void *cut(block *taken, size_t size)
 MAY_TOUCH_POISON void give_back(block *freed)
 {
     size_t size = freed->header & ~all_flags;
-    heap.statistics.live -= size;
+    heap.live -= size;
     poison(&freed->next, size - header_size);
 
     block *joined = freed;
@@ -334,6 +337,19 @@ MAY_TOUCH_POISON void give_back(block *freed)
     mark_free(joined, size);
 }
 
+/** Largest request that would succeed now. */
+MAY_TOUCH_POISON size_t largest_free()
+{
+    file_loose_block();
+    if (heap.used_levels == 0U)
+    {
+        return 0;
+    }
+    const size_t level = last_place(heap.used_levels);
+    const size_t number = last_place(heap.used_bins[level]);
+    return heap.bins[bin_t{level, number}.index()]->header - header_size;
+}
+
 } // namespace
 
 void *zet_integration_mem_alloc(size_t size)
@@ -347,7 +363,7 @@ void *zet_integration_mem_alloc(size_t size)
     }
     if (taken == nullptr)
     {
-        heap.statistics.failures++;
+        heap.failures++;
         return nullptr;
     }
     void *piece = cut(taken, block_size);
@@ -364,12 +380,12 @@ void zet_integration_mem_free(void *ptr)
     }
 }
 
-MAY_TOUCH_POISON void zet_simulator_memory_lend(void *region, size_t size)
+MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
 {
-    unpoison(heap.region, heap.statistics.size);
+    unpoison(heap.region, heap.size);
     heap = {};
     heap.region = region;
-    heap.statistics.size = size;
+    heap.size = size;
 
     // Distances from the start; the pieces of the first block and of the mark at the end are aligned.
     const auto start = reinterpret_cast<uintptr_t>(region);
@@ -393,18 +409,15 @@ MAY_TOUCH_POISON void zet_simulator_memory_lend(void *region, size_t size)
     poison(region, size);
 }
 
-MAY_TOUCH_POISON void zet_simulator_memory_get(zet_simulator_memory_t *memory)
+MAY_TOUCH_POISON void memory_get(zet_vantor_server_memory_t *memory)
 {
     if (memory == nullptr)
     {
         return;
     }
-    file_loose_block();
-    *memory = heap.statistics;
-    if (heap.used_levels != 0U)
-    {
-        const size_t level = last_place(heap.used_levels);
-        const size_t number = last_place(heap.used_bins[level]);
-        memory->largest_free = heap.bins[bin_t{level, number}.index()]->header - header_size;
-    }
+    memory->size = static_cast<uint32_t>(heap.size);
+    memory->live = static_cast<uint32_t>(heap.live);
+    memory->peak = static_cast<uint32_t>(heap.peak);
+    memory->largest_free = static_cast<uint32_t>(largest_free());
+    memory->failures = heap.failures;
 }

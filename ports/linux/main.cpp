@@ -9,6 +9,7 @@
 
 #include "clock.h"
 #include "link.h"
+#include "memory.h"
 #include "options.h"
 #include "scene_file.h"
 #include "server.h"
@@ -47,7 +48,7 @@ int run(const options_t &options)
         board.scene = &scene;
     }
     const auto memory = std::make_unique_for_overwrite<std::byte[]>(options.memory_size);
-    zet_simulator_memory_lend(memory.get(), options.memory_size);
+    memory_lend(memory.get(), options.memory_size);
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
@@ -64,8 +65,8 @@ int run(const options_t &options)
     }
     const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level);
     zet_simulator_stop();
-    zet_simulator_memory_t kept = {};
-    zet_simulator_memory_get(&kept);
+    zet_vantor_server_memory_t kept = {};
+    memory_get(&kept);
     if (kept.live != 0U)
     {
         std::cerr << "vantor_server: " << kept.live << " bytes of the board's memory were not freed\n";

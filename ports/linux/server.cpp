@@ -7,6 +7,7 @@
 #include <poll.h>
 
 #include "clock.h"
+#include "memory.h"
 #include "zet_vantor_server.h"
 
 namespace
@@ -38,18 +39,6 @@ void set_baudrate(uint32_t baudrate)
 uint32_t get_tick()
 {
     return static_cast<uint32_t>(current_clock.now_us());
-}
-
-void get_memory(zet_vantor_server_memory_t *memory)
-{
-    zet_simulator_memory_t board = {};
-    zet_simulator_memory_get(&board);
-    *memory = {};
-    memory->size = static_cast<uint32_t>(board.size);
-    memory->live = static_cast<uint32_t>(board.live);
-    memory->peak = static_cast<uint32_t>(board.peak);
-    memory->largest_free = static_cast<uint32_t>(board.largest_free);
-    memory->failures = board.failures;
 }
 
 /**
@@ -113,7 +102,7 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     port.line = line.data();
     port.line_size = line.size();
     port.max_values = line_size / 4;
-    port.get_memory = get_memory;
+    port.get_memory = memory_get;
     port.nox_log_level = log_level;
     if (!zet_vantor_server_init(&port))
     {

@@ -7,6 +7,7 @@
 #include "clock.h"
 #include "link.h"
 #include "log.h"
+#include "memory.h"
 #include "settings.h"
 #include "stack.h"
 #include "start.h"
@@ -50,13 +51,7 @@ uint32_t get_tick()
 
 void get_memory(zet_vantor_server_memory_t *memory)
 {
-    zet_simulator_memory_t heap = {};
-    zet_simulator_memory_get(&heap);
-    memory->size = heap.size;
-    memory->live = heap.live;
-    memory->peak = heap.peak;
-    memory->largest_free = heap.largest_free;
-    memory->failures = heap.failures;
+    memory_get(memory);
     memory->stack_size = cortex_m4::stack_size();
     memory->stack_peak = cortex_m4::stack_peak();
 }
@@ -64,7 +59,7 @@ void get_memory(zet_vantor_server_memory_t *memory)
 /** Sets the simulated board up. */
 bool start_board(const settings_t &settings)
 {
-    zet_simulator_memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
+    memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     current_clock = settings.virtual_clock != 0 ? zet_simulator_virtual_clock() : real_clock();
     zet_simulator_options_t options = {};
     options.sensor_count = settings.sensor_count;
@@ -117,8 +112,8 @@ void wait_for_work(uint32_t ticks, bool virtual_clock)
 /** Bytes of the heap that are in use. */
 size_t live_memory()
 {
-    zet_simulator_memory_t heap = {};
-    zet_simulator_memory_get(&heap);
+    zet_vantor_server_memory_t heap = {};
+    memory_get(&heap);
     return heap.live;
 }
 

@@ -8,11 +8,11 @@
 #include "clock.h"
 #include "cortex_m4.h"
 #include "link.h"
+#include "memory.h"
 #include "sensors.h"
 #include "stack.h"
 #include "start.h"
 #include "zet_integration_log.h"
-#include "zet_simulator.h"
 #include "zet_vantor_server.h"
 
 // From the linker script.
@@ -50,13 +50,7 @@ uint32_t get_tick()
 
 void get_memory(zet_vantor_server_memory_t *memory)
 {
-    zet_simulator_memory_t heap = {};
-    zet_simulator_memory_get(&heap);
-    memory->size = heap.size;
-    memory->live = heap.live;
-    memory->peak = heap.peak;
-    memory->largest_free = heap.largest_free;
-    memory->failures = heap.failures;
+    memory_get(memory);
     memory->stack_size = cortex_m4::stack_size();
     memory->stack_peak = cortex_m4::stack_peak();
 }
@@ -95,8 +89,8 @@ void wait_for_work(uint32_t ticks)
 /** Bytes of the heap that are in use. */
 size_t live_memory()
 {
-    zet_simulator_memory_t heap = {};
-    zet_simulator_memory_get(&heap);
+    zet_vantor_server_memory_t heap = {};
+    memory_get(&heap);
     return heap.live;
 }
 
@@ -134,7 +128,7 @@ void run_board()
     board_start();
     clock_start();
     sensors_start();
-    zet_simulator_memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
+    memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     if (!start_server())
     {
         zet_integration_log(ZET_LOG_LEVEL_ERROR, "board", "The server could not be started");

@@ -16,8 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "memory.h"
 #include "zet_integration.h"
-#include "zet_simulator.h"
+#include "zet_vantor_server.h"
 
 #ifdef UNDER_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
@@ -30,10 +31,10 @@ constexpr size_t alignment = alignof(std::max_align_t);
 constexpr size_t word = sizeof(size_t);
 
 /** Use of the board's memory. */
-zet_simulator_memory_t memory()
+zet_vantor_server_memory_t memory()
 {
-    zet_simulator_memory_t memory = {};
-    zet_simulator_memory_get(&memory);
+    zet_vantor_server_memory_t memory = {};
+    memory_get(&memory);
     return memory;
 }
 
@@ -55,13 +56,13 @@ class lent_memory
 public:
     explicit lent_memory(size_t size) : memory_(std::make_unique_for_overwrite<std::byte[]>(size))
     {
-        zet_simulator_memory_lend(memory_.get(), size);
+        memory_lend(memory_.get(), size);
     }
     lent_memory(const lent_memory &) = delete;
     lent_memory &operator=(const lent_memory &) = delete;
     ~lent_memory()
     {
-        zet_simulator_memory_lend(nullptr, 0);
+        memory_lend(nullptr, 0);
     }
 
 private:
@@ -100,7 +101,7 @@ std::uintptr_t address(const void *piece)
 
 TEST(memory, fails_before_any_is_lent)
 {
-    zet_simulator_memory_lend(nullptr, 0);
+    memory_lend(nullptr, 0);
     EXPECT_EQ(zet_integration_mem_alloc(1), nullptr);
     EXPECT_EQ(memory().size, 0U);
     EXPECT_EQ(memory().largest_free, 0U);
@@ -173,8 +174,23 @@ TEST(memory, statistics_are_exact)
     EXPECT_EQ(memory().peak, peak);
     EXPECT_EQ(memory().failures, 0U);
     zet_integration_mem_free(nullptr);
-    zet_simulator_memory_get(nullptr);
+    memory_get(nullptr);
     EXPECT_EQ(memory().largest_free, all);
+}
+
+TEST(memory, statistics_replace_every_member_except_those_of_the_stack)
+{
+    const lent_memory lent(65536);
+    const zet_vantor_server_memory_t expected = memory();
+    zet_vantor_server_memory_t found = {1, 2, 3, 4, 5, 6, 7};
+    memory_get(&found);
+    EXPECT_EQ(found.size, expected.size);
+    EXPECT_EQ(found.live, expected.live);
+    EXPECT_EQ(found.peak, expected.peak);
+    EXPECT_EQ(found.largest_free, expected.largest_free);
+    EXPECT_EQ(found.failures, expected.failures);
+    EXPECT_EQ(found.stack_size, 6U);
+    EXPECT_EQ(found.stack_peak, 7U);
 }
 
 TEST(memory, little_is_for_the_allocator)
@@ -395,7 +411,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
         // Not in every step: it is the steps between that the allocator has short ways for.
         if (step % 50 == 0)
         {
-            const zet_simulator_memory_t now = memory();
+            const zet_vantor_server_memory_t now = memory();
             ASSERT_GE(now.live, least_live);
             ASSERT_LE(now.live, least_live + pieces.size() * alignment);
             ASSERT_GE(now.peak, now.live);
@@ -485,7 +501,7 @@ TEST(memory, a_thousand_sessions_leave_it_as_it_was)
     {
         zet_integration_mem_alloc(100); // what a server keeps
     }
-    const zet_simulator_memory_t before = memory();
+    const zet_vantor_server_memory_t before = memory();
     for (int session = 0; session < 1000; session++)
     {
         run_session(random);
@@ -509,7 +525,7 @@ TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
         renewed = zet_integration_mem_alloc(60);
         free_all(document);
         run_session(random);
-        smallest = std::min(smallest, memory().largest_free);
+        smallest = std::min<size_t>(smallest, memory().largest_free);
     }
     // They lie no higher than the documents reach.
     EXPECT_GT(smallest, 65536U / 2);
@@ -575,7 +591,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
         for (size_t size = 0; size + offset < space.size() - 100; size += size < 2000 ? 1 : 613)
         {
             space.fill(untouched);
-            zet_simulator_memory_lend(&space[offset], size);
+            memory_lend(&space[offset], size);
             const size_t all = memory().largest_free;
             smallest = smallest == 0 ? all : smallest;
             std::vector<void *> pieces;
@@ -589,7 +605,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
             }
             free_all(pieces);
             ASSERT_EQ(memory().largest_free, all);
-            zet_simulator_memory_lend(nullptr, 0);
+            memory_lend(nullptr, 0);
             const auto is_untouched = [](unsigned char byte) { return byte == untouched; };
             const auto begin = space.begin() + static_cast<std::ptrdiff_t>(offset);
             ASSERT_TRUE(std::all_of(space.begin(), begin, is_untouched));
@@ -632,9 +648,9 @@ TEST(memory, the_sanitizer_stops_misuse)
 TEST(memory, the_sanitizer_lets_go_of_memory_that_is_given_back)
 {
     std::array<unsigned char, 4096> space = {};
-    zet_simulator_memory_lend(space.data(), space.size());
+    memory_lend(space.data(), space.size());
     EXPECT_TRUE(__asan_address_is_poisoned(&space[2048]));
-    zet_simulator_memory_lend(nullptr, 0);
+    memory_lend(nullptr, 0);
     EXPECT_EQ(__asan_region_is_poisoned(space.data(), space.size()), nullptr);
 }
 

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "memory.h"
 #include "zet_config_cca.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_integration.h"
@@ -38,7 +39,7 @@ simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene
                        zet_simulator_clock_t clock)
 {
     clear_log();
-    zet_simulator_memory_lend(board_memory.data(), board_memory.size());
+    memory_lend(board_memory.data(), board_memory.size());
     const zet_simulator_options_t options = {sensor_count, seed, clock, collect, ZET_LOG_LEVEL_DEBUG, scene};
     EXPECT_TRUE(zet_simulator_start(&options));
     EXPECT_TRUE(zet_nox_hal_register(zet_hal_nox_integration_get_implementation()));
@@ -77,10 +78,10 @@ exhausted_memory::~exhausted_memory()
     }
 }
 
-zet_simulator_memory_t memory()
+zet_vantor_server_memory_t memory()
 {
-    zet_simulator_memory_t memory = {};
-    zet_simulator_memory_get(&memory);
+    zet_vantor_server_memory_t memory = {};
+    memory_get(&memory);
     return memory;
 }
 

@@ -13,6 +13,7 @@
 #include "zet_processing.h"
 #include "zet_sensor.h"
 #include "zet_simulator.h"
+#include "zet_vantor_server.h"
 
 /** A simulator that runs as long as the object lives, on memory of its own; collects its log. */
 class simulation
@@ -45,7 +46,7 @@ private:
 };
 
 /** Use of the board's memory. */
-zet_simulator_memory_t memory();
+zet_vantor_server_memory_t memory();
 
 /** A frame as the application gets it. */
 struct frame
