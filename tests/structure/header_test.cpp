@@ -65,7 +65,7 @@ std::vector<fs::path> public_headers()
 std::vector<fs::path> headers()
 {
     std::vector<fs::path> all;
-    for (const char *folder : {"nox", "integration", "application"})
+    for (const char *folder : {"nox", "integration", "application", "ports/common"})
     {
         const std::vector<fs::path> of_folder = headers_of(folder);
         all.insert(all.end(), of_folder.begin(), of_folder.end());

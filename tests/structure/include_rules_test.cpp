@@ -1,5 +1,5 @@
 /** @file
- * Tests that every folder includes only from those it may know.
+ * Tests that every part of the repository includes only from those it may know.
  */
 #include "include_rules.h"
 
@@ -20,14 +20,51 @@ bool is_standard(const std::string &name)
     return of_c.contains(name) || name.find_first_of("./") == std::string::npos;
 }
 
-std::vector<source_t> whole_repository()
+std::vector<source_t> read_repository()
 {
     std::set<std::string> folders;
-    for (const auto &[folder, rule] : include_rules())
+    for (const auto &[room, rule] : include_rules())
     {
-        folders.insert(folder);
+        folders.insert(std::filesystem::path(room).begin()->string());
     }
     return read_sources(PROJECT_ROOT, folders);
+}
+
+const std::vector<source_t> &whole_repository()
+{
+    static const std::vector<source_t> sources = read_repository();
+    return sources;
+}
+
+/** One header of each part that a rule can name. */
+const strings headers{
+    "nox/zet_sensor.h",
+    "integration/zet_integration.h",
+    "application/vantor_server/zet_vantor_server.h",
+    "application/vantor_server/zet_vantor_server_line.h",
+    "simulator/zet_simulator.h",
+    "ports/common/memory.h",
+    "ports/linux/options.h",
+    "ports/firmware/port.h",
+    "ports/firmware/cortex_m4/stack.h",
+    "boards/one/board_numbers.h",
+    "boards/one/pins.h",
+    "host/client.h",
+};
+
+/** Those of the headers that a source may include. */
+strings may_include(const std::string &path)
+{
+    strings permitted;
+    for (const std::string &header : headers)
+    {
+        const std::string name = std::filesystem::path(header).filename().string();
+        if (broken_rules({{path, {name}}, {header, {}}}).empty())
+        {
+            permitted.push_back(header);
+        }
+    }
+    return permitted;
 }
 
 } // namespace
@@ -46,7 +83,7 @@ TEST(include_rules, refuse_each_forbidden_direction)
         {"application/core.h", {"link.h"}},
         {"host/client.cpp", {"core.h", "link.h", "asio.hpp"}},
         {"host/link.h", {}},
-        {"ports/main.cpp", {"core.h", "board_clock.h", "client.h"}},
+        {"ports/linux/main.cpp", {"core.h", "board_clock.h", "client.h"}},
         {"host/client.h", {}},
         {"nox/zet_sensor.h", {"zet_board.h"}},
         {"integration/zet_board.h", {"zet_sensor.h"}},
@@ -56,7 +93,7 @@ TEST(include_rules, refuse_each_forbidden_direction)
                                          "simulator/board_clock.h includes core.h of application",
                                          "application/core.h includes link.h of host",
                                          "host/client.cpp includes core.h of application",
-                                         "ports/main.cpp includes client.h of host",
+                                         "ports/linux/main.cpp includes client.h of host",
                                          "nox/zet_sensor.h includes zet_board.h of integration",
                                      }));
 }
@@ -76,7 +113,96 @@ TEST(include_rules, prefer_the_file_of_the_same_folder)
     EXPECT_EQ(broken_rules(sources), strings{});
 }
 
-TEST(library_headers, are_those_that_no_file_of_the_repository_bears)
+TEST(include_rules, let_the_walls_and_the_host_know_little)
+{
+    EXPECT_EQ(may_include("nox/a.h"), (strings{"nox/zet_sensor.h"}));
+    EXPECT_EQ(may_include("integration/a.h"), (strings{"nox/zet_sensor.h", "integration/zet_integration.h"}));
+    EXPECT_EQ(may_include("host/a.cpp"), (strings{"host/client.h"}));
+}
+
+TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
+{
+    EXPECT_EQ(may_include("application/a.cpp"),
+              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
+                       "application/vantor_server/zet_vantor_server.h",
+                       "application/vantor_server/zet_vantor_server_line.h"}));
+    EXPECT_EQ(may_include("simulator/a.cpp"),
+              (strings{"nox/zet_sensor.h", "integration/zet_integration.h", "simulator/zet_simulator.h"}));
+}
+
+TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
+{
+    EXPECT_EQ(may_include("ports/common/a.cpp"),
+              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
+                       "application/vantor_server/zet_vantor_server.h", "ports/common/memory.h"}));
+}
+
+TEST(include_rules, let_the_port_for_linux_know_no_other_port)
+{
+    EXPECT_EQ(may_include("ports/linux/a.cpp"),
+              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
+                       "application/vantor_server/zet_vantor_server.h",
+                       "application/vantor_server/zet_vantor_server_line.h", "simulator/zet_simulator.h",
+                       "ports/common/memory.h", "ports/linux/options.h"}));
+}
+
+TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
+{
+    const strings of_firmware{"nox/zet_sensor.h",
+                              "integration/zet_integration.h",
+                              "application/vantor_server/zet_vantor_server.h",
+                              "application/vantor_server/zet_vantor_server_line.h",
+                              "ports/common/memory.h",
+                              "ports/firmware/port.h",
+                              "ports/firmware/cortex_m4/stack.h",
+                              "boards/one/board_numbers.h"};
+    EXPECT_EQ(may_include("ports/firmware/a.cpp"), of_firmware);
+    EXPECT_EQ(may_include("ports/firmware/cortex_m4/a.cpp"), of_firmware);
+    EXPECT_EQ(may_include("ports/firmware/cortex_m4/sensors_simulator.cpp"), of_firmware);
+
+    strings of_its_simulator = of_firmware;
+    of_its_simulator.insert(of_its_simulator.begin() + 4, "simulator/zet_simulator.h");
+    EXPECT_EQ(may_include("ports/firmware/sensors_simulator.cpp"), of_its_simulator);
+}
+
+TEST(include_rules, let_boards_know_the_firmware_and_neither_server_nor_simulator)
+{
+    EXPECT_EQ(
+        may_include("boards/one/board.cpp"),
+        (strings{"nox/zet_sensor.h", "integration/zet_integration.h", "ports/firmware/port.h",
+                 "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h", "boards/one/pins.h"}));
+}
+
+TEST(include_rules, report_sources_without_a_rule)
+{
+    EXPECT_EQ(broken_rules({{"elsewhere/a.cpp", {}}, {"hosts/a.cpp", {}}}),
+              (strings{"elsewhere/a.cpp has no include rule", "hosts/a.cpp has no include rule"}));
+}
+
+TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_included)
+{
+    const std::vector<source_t> sources{{"boards/one/board.cpp", {"board.h", "board/board.h"}},
+                                        {"ports/firmware/board.h", {}},
+                                        {"simulator/board/board.h", {}}};
+    EXPECT_EQ(broken_rules(sources), (strings{"boards/one/board.cpp includes board/board.h of simulator"}));
+}
+
+TEST(include_rules, take_the_file_beside_before_one_that_may_be_included)
+{
+    const std::vector<source_t> sources{{"boards/one/board.cpp", {"../../simulator/board.h"}},
+                                        {"ports/firmware/board.h", {}},
+                                        {"simulator/board.h", {}}};
+    EXPECT_EQ(broken_rules(sources),
+              (strings{"boards/one/board.cpp includes ../../simulator/board.h of simulator"}));
+}
+
+TEST(sources, are_read_from_the_folders_that_exist)
+{
+    EXPECT_FALSE(read_sources(PROJECT_ROOT, {"nox", "no_such_folder"}).empty());
+    EXPECT_TRUE(read_sources(PROJECT_ROOT, {"no_such_folder"}).empty());
+}
+
+TEST(library_headers, are_those_that_no_file_of_the_repository_has)
 {
     const std::vector<source_t> sources{{"host/client.cpp", {"host/link.h", "asio.hpp", "vector"}},
                                         {"host/link.h", {}},
@@ -86,14 +212,14 @@ TEST(library_headers, are_those_that_no_file_of_the_repository_bears)
 
 TEST(repository, breaks_no_include_rule)
 {
-    const std::vector<source_t> sources = whole_repository();
+    const std::vector<source_t> &sources = whole_repository();
     EXPECT_GT(sources.size(), 30U) << "the sources were not found";
     EXPECT_EQ(broken_rules(sources), strings{});
 }
 
 TEST(repository, walls_include_only_c_standard_headers)
 {
-    const std::vector<source_t> sources = whole_repository();
+    const std::vector<source_t> &sources = whole_repository();
     for (const char *folder : {"nox", "integration"})
     {
         for (const std::string &name : library_headers(sources, folder))
@@ -105,7 +231,7 @@ TEST(repository, walls_include_only_c_standard_headers)
 
 TEST(repository, server_and_simulator_include_only_the_standard_library_and_cjson)
 {
-    const std::vector<source_t> sources = whole_repository();
+    const std::vector<source_t> &sources = whole_repository();
     for (const char *folder : {"application", "simulator"})
     {
         for (const std::string &name : library_headers(sources, folder))
