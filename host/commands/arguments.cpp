@@ -157,16 +157,42 @@ void add_command(CLI::App &app, const command &what, const command_streams &stre
     added->callback([&what, &streams, &result] { result = what.run(streams); });
 }
 
+/** Says which arguments nobody asked for. */
+std::string name_unexpected(const std::vector<std::string> &words)
+{
+    std::string text = words.size() == 1 ? "Unexpected argument:" : "Unexpected arguments:";
+    for (const auto &word : words)
+    {
+        text += " " + word;
+    }
+    return text;
+}
+
+/** Says what is wrong with a command line. */
+std::string describe(const CLI::App &app, const CLI::ParseError &failure)
+{
+    const auto words = app.remaining(true);
+    if (words.empty())
+    {
+        return failure.what();
+    }
+    if (app.get_subcommands().empty() && !words.front().starts_with("-"))
+    {
+        return "Unknown command \"" + words.front() + "\".";
+    }
+    return name_unexpected(words);
+}
+
 /** Says what is wrong with a command line, or prints the help or version that was asked for. */
 exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const command_streams &streams)
 {
-    if (app.get_subcommands().empty() && !app.remaining().empty())
+    if (failure.get_exit_code() == 0)
     {
-        streams.err << "Unknown command \"" << printable(app.remaining().front())
-                    << "\".\nRun with --help for more information.\n";
-        return exit_code::usage;
+        app.exit(failure, streams.out, streams.err);
+        return exit_code::success;
     }
-    return app.exit(failure, streams.out, streams.err) == 0 ? exit_code::success : exit_code::usage;
+    streams.err << printable(describe(app, failure)) << "\nRun with --help for more information.\n";
+    return exit_code::usage;
 }
 
 } // namespace

@@ -103,7 +103,7 @@ exit_code scan(const scan_options &options, const command_streams &streams, cons
             {.device = device, .baudrate = static_cast<std::uint32_t>(options.baudrate)}, open, now, found);
         if (named && !reason.empty())
         {
-            streams.err << "vantor: " << reason << "\n";
+            streams.err << "vantor: " << printable(reason) << "\n";
         }
     }
     if (options.json)

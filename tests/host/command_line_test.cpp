@@ -286,6 +286,34 @@ TEST(command_line, names_a_command_that_it_does_not_know)
     EXPECT_THAT(result.err, HasSubstr("Unknown command \"recrod\""));
 }
 
+TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
+{
+    EXPECT_EQ(run({"validate", "x", "a", "--bogus", "c"}).err,
+              "Unexpected arguments: a --bogus c\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"info", "-d"}).err, "Unexpected argument: -d\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"--bogus", "info", "x"}).err,
+              "Unexpected argument: --bogus\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"validate", "x", "a", "--help"}).code, exit_code::success);
+}
+
+TEST(command_line, lets_no_argument_control_the_terminal)
+{
+    for (const auto &arguments :
+         std::vector<std::vector<std::string>>{{"\x1b[2J"},
+                                               {"info", "x", "\x1b[2J"},
+                                               {"info", "x", "--\x1b[2J\n"},
+                                               {"export", "x", "--format", "\x1b[2J"},
+                                               {"plot", "x", "--distance", "\x1b[2J\r"},
+                                               {"identify", "--connect", "\x1b[2J"},
+                                               {"scan", "\x1b[2J"}})
+    {
+        const auto result = run(arguments).err;
+        EXPECT_THAT(result, HasSubstr("?[2J"));
+        EXPECT_THAT(result, testing::Not(testing::ContainsRegex("[\x1b\r]")));
+        EXPECT_THAT(result, testing::Not(HasSubstr("\n\n")));
+    }
+}
+
 TEST(command_line, says_that_its_output_cannot_be_written)
 {
     std::ofstream full("/dev/full");
