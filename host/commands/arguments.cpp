@@ -122,9 +122,13 @@ private:
         return app_.add_option(option_.name, take_first, option_.help);
     }
 
-    /** Adds an option that may be given many times. */
+    /**
+     * Adds an option that may be given many times, or an argument that takes any number of words. CLI11's own
+     * lists would also split "[a,b]", which may be the name of a file.
+     */
     CLI::Option *add_list(taker take) const
     {
+        constexpr int any_number = CLI::detail::expected_max_vector_size;
         const auto take_all = [take = std::move(take)](const CLI::results_t &texts) {
             for (const auto &text : texts)
             {
@@ -133,7 +137,8 @@ private:
             return true;
         };
         return app_.add_option(option_.name, take_all, option_.help)
-            ->expected(CLI::detail::expected_max_vector_size);
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->expected(is_option(option_) ? 1 : any_number, any_number);
     }
 
     CLI::App &app_;

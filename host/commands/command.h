@@ -77,6 +77,12 @@ struct command_option
     std::string default_value = {}; /**< as the help shows it; empty to show none */
 };
 
+/** Whether it is an option or a flag, and not an argument. */
+inline bool is_option(const command_option &option)
+{
+    return option.name.starts_with("--");
+}
+
 /** A command. What its options point to lives as long as `run`. */
 struct command
 {

@@ -17,12 +17,6 @@ constexpr const char *completion_footer = R"(Examples:
   vantor completion zsh > "${fpath[1]}/_vantor"
   vantor completion fish > ~/.config/fish/completions/vantor.fish)";
 
-/** Whether an option is one, and not an argument. */
-bool is_option(const command_option &option)
-{
-    return option.name.starts_with("--");
-}
-
 /** The options of a command: "--help --frames …". */
 std::string option_names(const command &what)
 {

@@ -286,6 +286,36 @@ TEST(command_line, names_a_command_that_it_does_not_know)
     EXPECT_THAT(result.err, HasSubstr("Unknown command \"recrod\""));
 }
 
+TEST(command_line, takes_words_in_brackets_as_they_are)
+{
+    const auto scanned = run({"scan", "[x]", "[1,2]"});
+    EXPECT_THAT(scanned.err, HasSubstr("[x]"));
+    EXPECT_THAT(scanned.err, HasSubstr("[1,2]"));
+    EXPECT_THAT(run({"info", "[1,2]"}).err, HasSubstr("[1,2]"));
+    const auto listed = run({"calibrate", "--output", "x", "--sensor", "[1,2]"});
+    EXPECT_EQ(listed.code, exit_code::usage);
+    EXPECT_THAT(listed.err, HasSubstr("--sensor: [1,2] is not a whole number from 1 to 65535\n"));
+}
+
+TEST(command_line, takes_lists_of_arguments_and_repeated_options)
+{
+    const fake_server server;
+    const test::temporary_directory directory;
+    run({"calibrate", "--sensor", "2", "--output", (directory / "cal.json").string(), "--sensor", "1",
+         "--connect", server.address()});
+    EXPECT_EQ(json::parse(server.lines()[2])["configuration"]["groups"],
+              json::parse(R"([[{"sensor_id":2,"config":{}},{"sensor_id":1,"config":{}}]])"));
+    const auto surplus = run({"calibrate", "--output", "x", "--sensor", "1", "2"});
+    EXPECT_EQ(surplus.code, exit_code::usage);
+    EXPECT_THAT(surplus.err, HasSubstr("Unexpected argument: 2\n"));
+    const auto scanned = run({"scan", "/does/not/a", "/does/not/b", "/does/not/c"}).err;
+    for (const char *device : {"/does/not/a", "/does/not/b", "/does/not/c"})
+    {
+        EXPECT_THAT(scanned, HasSubstr(device));
+    }
+    EXPECT_THAT(run({"scan", "--help"}).out, HasSubstr("DEVICE ..."));
+}
+
 TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
 {
     EXPECT_EQ(run({"validate", "x", "a", "--bogus", "c"}).err,
