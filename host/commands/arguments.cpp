@@ -3,8 +3,10 @@
  */
 #include "commands/arguments.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -54,6 +56,24 @@ std::uint64_t take_whole_number(const std::string &name, const std::string &text
     return *number;
 }
 
+/** Refuses the empty value of an option. */
+[[noreturn]] void refuse_empty_value(const command_option &option)
+{
+    throw CLI::ValidationError(option.name, "the value is empty; give " +
+                                                (is_option(option) ? option.value_name : option.name) + ": " +
+                                                option.help);
+}
+
+/** Reads a text, which may not be empty. */
+std::string take_text(const command_option &option, const std::string &text)
+{
+    if (text.empty())
+    {
+        refuse_empty_value(option);
+    }
+    return text;
+}
+
 /** Adds an option to a command of CLI11, by the kind of its value. */
 class option_adder
 {
@@ -69,17 +89,21 @@ public:
 
     CLI::Option *operator()(std::string *target) const
     {
-        return add([target](const std::string &text) { *target = text; });
+        return add(
+            [target, option = option_](const std::string &text) { *target = take_text(option, text); });
     }
 
     CLI::Option *operator()(std::filesystem::path *target) const
     {
-        return add([target](const std::string &text) { *target = text; });
+        return add(
+            [target, option = option_](const std::string &text) { *target = take_text(option, text); });
     }
 
     CLI::Option *operator()(std::vector<std::string> *target) const
     {
-        return add_list([target](const std::string &text) { target->push_back(text); });
+        return add_list([target, option = option_](const std::string &text) {
+            target->push_back(take_text(option, text));
+        });
     }
 
     CLI::Option *operator()(const number_value &value) const
@@ -162,6 +186,49 @@ void add_command(CLI::App &app, const command &what, const command_streams &stre
     added->callback([&what, &streams, &result] { result = what.run(streams); });
 }
 
+/** Refuses an option without its value: CLI11 would take the word that follows, even if that is an option. */
+void refuse_missing_value(const command_option &option, const std::string &word, const std::string &next)
+{
+    if (word == option.name + "=")
+    {
+        refuse_empty_value(option);
+    }
+    if (word == option.name && next.starts_with("--"))
+    {
+        throw CLI::ValidationError(option.name, "the value is missing; if it is \"" + next + "\", write " +
+                                                    word + "=" + next);
+    }
+}
+
+/** Refuses options of a command that lack their values. */
+void check_values(const command &what, const std::vector<std::string> &arguments)
+{
+    const auto end = std::find(arguments.begin(), arguments.end(), "--");
+    for (auto word = arguments.begin(); word != end; ++word)
+    {
+        const auto next = std::next(word);
+        for (const auto &option : what.options)
+        {
+            if (is_option(option) && !std::holds_alternative<bool *>(option.value))
+            {
+                refuse_missing_value(option, *word, next == arguments.end() ? std::string() : *next);
+            }
+        }
+    }
+}
+
+/** Refuses options that lack their values, where the arguments begin with a command. */
+void check_values(const std::vector<command> &commands, const std::vector<std::string> &arguments)
+{
+    for (const auto &each : commands)
+    {
+        if (!arguments.empty() && arguments.front() == each.name)
+        {
+            check_values(each, arguments);
+        }
+    }
+}
+
 /** Says which arguments nobody asked for. */
 std::string name_unexpected(const std::vector<std::string> &words)
 {
@@ -216,6 +283,7 @@ exit_code run_command(const std::vector<std::string> &arguments, const std::vect
     }
     try
     {
+        check_values(commands, arguments);
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
         app.parse(reversed);
     }

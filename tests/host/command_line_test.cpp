@@ -344,6 +344,42 @@ TEST(command_line, lets_no_argument_control_the_terminal)
     }
 }
 
+TEST(command_line, refuses_empty_texts)
+{
+    for (const auto &[arguments, fault] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"record", "x", "--calibration", ""}, "--calibration: the value is empty; give FILE: Cal"},
+             {{"record", "x", "--output", ""}, "--output: the value is empty; give DIR: New directory"},
+             {{"identify", "--connect", ""}, "--connect: the value is empty; give WHERE: The server"},
+             {{"record", ""}, "CONFIG: the value is empty; give CONFIG: Configuration document"},
+             {{"scan", ""}, "DEVICE: the value is empty; give DEVICE: Devices to ask"},
+             {{"info", ""}, "RECORDING: the value is empty; give RECORDING: Directory"}})
+    {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, exit_code::usage) << fault;
+        EXPECT_THAT(result.err, testing::StartsWith(fault));
+    }
+}
+
+TEST(command_line, takes_no_option_for_a_value)
+{
+    for (const char *command : {"plot", "info"})
+    {
+        EXPECT_EQ(run({command, "--json", "x"}).code, exit_code::bad_file) << command;
+    }
+    const auto swallowed = run({"plot", "x", "--output", "--json"});
+    EXPECT_EQ(swallowed.code, exit_code::usage);
+    EXPECT_EQ(swallowed.err, "--output: the value is missing; if it is \"--json\", write --output=--json\n"
+                             "Run with --help for more information.\n");
+    const auto empty = run({"plot", "x", "--output=", "--json"});
+    EXPECT_EQ(empty.code, exit_code::usage);
+    EXPECT_THAT(empty.err, testing::StartsWith("--output: the value is empty; give FILE: The picture"));
+    const test::temporary_directory directory;
+    EXPECT_EQ(run({"record", "--output=--json", (directory / "none").string()}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "x", "--distance", "-1"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "--", "--output"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "x", "--output"}).code, exit_code::usage);
+}
+
 TEST(command_line, says_that_its_output_cannot_be_written)
 {
     std::ofstream full("/dev/full");
