@@ -68,13 +68,38 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
     }
 }
 
-/** A script for bash: names of files and directories, but for options and where a word is asked for. */
+/**
+ * The beginning of the function for bash: the word to complete, that before it, and the command. Bash takes
+ * "--format=n" for three words.
+ */
+constexpr const char *bash_begin = R"(_vantor()
+{
+    local word="${COMP_WORDS[COMP_CWORD]}" before="${COMP_WORDS[COMP_CWORD-1]}"
+    local command="${COMP_WORDS[1]}" words="" line="" IFS=$' \t\n'
+    if [ "$word" = "=" ]; then
+        word=""
+    elif [ "$before" = "=" ]; then
+        before="${COMP_WORDS[COMP_CWORD-2]}"
+    fi
+    COMPREPLY=()
+    case "$command" in
+)";
+
+/** Its end: names of files and directories, except for options and where one of several words is expected. */
+constexpr const char *bash_end = R"(    elif [ "${word#-}" = "$word" ]; then
+        compopt -o filenames 2>/dev/null
+        while IFS= read -r line; do COMPREPLY+=("$line"); done < <(compgen -f -- "$word")
+        return
+    fi
+    while IFS= read -r line; do COMPREPLY+=("$line"); done < <(compgen -W "$words" -- "$word")
+}
+complete -F _vantor vantor
+)";
+
+/** A script for bash, which zsh understands too. */
 void write_bash(const std::vector<command> &commands, std::ostream &out)
 {
-    out << "_vantor()\n{\n"
-           "    local word=\"${COMP_WORDS[COMP_CWORD]}\" before=\"${COMP_WORDS[COMP_CWORD-1]}\"\n"
-           "    local command=\"${COMP_WORDS[1]}\" words=\"\" IFS=$'\\n'\n"
-           "    case \"$command\" in\n";
+    out << bash_begin;
     for (const auto &what : commands)
     {
         out << "    " << what.name << ") words=\"" << option_names(what) << "\" ;;\n";
@@ -84,14 +109,7 @@ void write_bash(const std::vector<command> &commands, std::ostream &out)
            "        words=\""
         << command_names(commands) << " --help --version\"\n";
     write_bash_choices(commands, out);
-    out << "    elif [ \"${word#-}\" = \"$word\" ]; then\n"
-           "        compopt -o filenames 2>/dev/null\n"
-           "        COMPREPLY=($(compgen -f -- \"$word\"))\n"
-           "        return\n"
-           "    fi\n"
-           "    COMPREPLY=($(compgen -W \"${words// /$IFS}\" -- \"$word\"))\n"
-           "}\n"
-           "complete -F _vantor vantor\n";
+    out << bash_end;
 }
 
 /** A text within single quotes of fish. */
@@ -116,31 +134,34 @@ void write_zsh(const std::vector<command> &commands, std::ostream &out)
     write_bash(commands, out);
 }
 
-/** What fish offers after a command: an option. */
-void write_fish_option(const command &what, const std::string &name, const std::string &help,
-                       std::ostream &out, const std::vector<std::string> &choices = {})
+/** What fish offers after a command: an option, or the words of an argument. */
+void write_fish_option(const command &what, const command_option &option, std::ostream &out)
 {
-    out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "' -l " << name
-        << (choices.empty() ? "" : " -x -a " + fish_quote(join_words(choices))) << " -d " << fish_quote(help)
-        << "\n";
+    const auto *const choice = std::get_if<choice_value>(&option.value);
+    if (!is_option(option) && choice == nullptr)
+    {
+        return; // the name of a file, which fish completes by itself
+    }
+    out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "'"
+        << (is_option(option) ? " -l " + option.name.substr(2) : "")
+        << (choice == nullptr ? "" : " -x -a " + fish_quote(join_words(choice->words))) << " -d "
+        << fish_quote(option.help) << "\n";
 }
 
 /** A script for fish. */
 void write_fish(const std::vector<command> &commands, std::ostream &out)
 {
+    bool no_value = false;
+    const command_option help = {
+        .name = "--help", .help = "Print this help message and exit", .value = &no_value};
     for (const auto &what : commands)
     {
         out << "complete -c vantor -n __fish_use_subcommand -f -a " << what.name << " -d "
             << fish_quote(what.help) << "\n";
-        write_fish_option(what, "help", "Print this help message and exit", out);
+        write_fish_option(what, help, out);
         for (const auto &option : what.options)
         {
-            if (is_option(option))
-            {
-                const auto *const choice = std::get_if<choice_value>(&option.value);
-                write_fish_option(what, option.name.substr(2), option.help, out,
-                                  choice == nullptr ? std::vector<std::string>() : choice->words);
-            }
+            write_fish_option(what, option, out);
         }
     }
 }

@@ -159,6 +159,11 @@ TEST(command_line, completes_in_shells)
     EXPECT_THAT(run({"completion", "zsh"}).out, testing::StartsWith("#compdef vantor\n"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy' -d"));
+    EXPECT_THAT(
+        run({"completion", "fish"}).out,
+        HasSubstr("complete -c vantor -n '__fish_seen_subcommand_from completion' -x -a 'bash zsh fish'"));
+    EXPECT_THAT(run({"completion", "fish"}).out,
+                HasSubstr("'__fish_seen_subcommand_from plot' -l help -d 'Print this help"));
     EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
 }
 
@@ -184,6 +189,26 @@ TEST(command_line, completes_in_a_real_bash)
     EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
     EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
     EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "export x --format = n"), "npy\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\n");
+    EXPECT_EQ(completed(directory / "", "record my --output = my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "record --out"), "--output\n");
+    EXPECT_EQ(completed(directory / "", "--v"), "--version\n");
+    EXPECT_EQ(completed(directory / "", "scan --baudrate"), "--baudrate\n");
+    EXPECT_EQ(completed(directory / "", "info --no-such"), "\n");
+}
+
+TEST(command_line, completes_names_of_files_with_any_character)
+{
+    const test::temporary_directory directory;
+    for (const char *name : {"[ab]", "a", "b*", "b1", "u v", "e'f\"g"})
+    {
+        static_cast<void>(directory.write(name, ""));
+    }
+    EXPECT_EQ(completed(directory / "", "info '['"), "[ab]\n");
+    EXPECT_EQ(completed(directory / "", "info 'b*'"), "b*\n");
+    EXPECT_EQ(completed(directory / "", "info u"), "u v\n");
+    EXPECT_EQ(completed(directory / "", "info e"), "e'f\"g\n");
 }
 
 TEST(command_line, refuses_wrong_usage)
