@@ -4,6 +4,7 @@
 #include "tcp_listener.h"
 
 #include <asio/ip/tcp.hpp>
+#include <poll.h>
 
 #include "stream_link.h"
 
@@ -18,7 +19,7 @@ using asio::ip::tcp;
 class accepted_link : public stream_link<tcp::socket>
 {
 public:
-    /** Waits for a host. */
+    /** Takes the host that has connected. */
     explicit accepted_link(tcp::acceptor &acceptor)
     {
         acceptor.accept(stream());
@@ -64,8 +65,13 @@ std::uint16_t tcp_listener::port() const
     return implementation_->acceptor.local_endpoint().port();
 }
 
-std::unique_ptr<link> tcp_listener::accept()
+std::unique_ptr<link> tcp_listener::accept(std::chrono::milliseconds timeout)
 {
+    pollfd waiting{.fd = implementation_->acceptor.native_handle(), .events = POLLIN, .revents = 0};
+    if (poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0)
+    {
+        return nullptr;
+    }
     return std::make_unique<accepted_link>(implementation_->acceptor);
 }
 

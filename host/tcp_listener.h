@@ -4,6 +4,7 @@
 #ifndef VANTOR_TCP_LISTENER_H
 #define VANTOR_TCP_LISTENER_H
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -32,8 +33,8 @@ public:
     /** The port. */
     [[nodiscard]] std::uint16_t port() const;
 
-    /** Waits for the next host, without limit. */
-    std::unique_ptr<link> accept();
+    /** Waits for the next host; null when none connects in time or a signal arrives. */
+    std::unique_ptr<link> accept(std::chrono::milliseconds timeout);
 
 private:
     struct implementation;

@@ -1,5 +1,5 @@
 /** @file
- * Ctrl-C as a question instead of an end.
+ * Notes requests to stop, such as Ctrl-C, instead of ending the program.
  */
 #include "commands/interrupt.h"
 
@@ -28,19 +28,35 @@ void set_action(int number, void (*handler)(int))
     sigaction(number, &action, nullptr);
 }
 
+/** Whether a signal is ignored, as SIGHUP is under nohup. */
+bool is_ignored(int number)
+{
+    struct sigaction action = {};
+    sigaction(number, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
+
 } // namespace
 
-interrupt_watch::interrupt_watch()
+interrupt_watch::interrupt_watch() : watches_hangup_(!is_ignored(SIGHUP))
 {
     noted = 0;
     set_action(SIGINT, note_signal);
     set_action(SIGTERM, note_signal);
+    if (watches_hangup_)
+    {
+        set_action(SIGHUP, note_signal);
+    }
 }
 
 interrupt_watch::~interrupt_watch()
 {
     set_action(SIGINT, SIG_DFL);
     set_action(SIGTERM, SIG_DFL);
+    if (watches_hangup_)
+    {
+        set_action(SIGHUP, SIG_DFL);
+    }
 }
 
 bool interrupt_watch::interrupted() noexcept

@@ -1,5 +1,5 @@
 /** @file
- * Ctrl-C as a question instead of an end.
+ * Notes requests to stop, such as Ctrl-C, instead of ending the program.
  */
 #ifndef VANTOR_INTERRUPT_H
 #define VANTOR_INTERRUPT_H
@@ -8,8 +8,10 @@ namespace vantor
 {
 
 /**
- * While an object of this class lives, the first Ctrl-C (or request to terminate) is only noted; a second one
- * ends the program as usual. At most one may live at a time.
+ * While an object of this class exists, the first Ctrl-C, request to terminate or hangup of the terminal is
+ * only noted; a second one ends the program as usual. Ctrl-C also counts in a process that a shell started in
+ * the background, where it is ignored at first; a hangup that is ignored, as under nohup, stays ignored. At
+ * most one object may exist at a time.
  */
 class interrupt_watch
 {
@@ -23,6 +25,9 @@ public:
 
     /** Whether the person asked to stop. */
     [[nodiscard]] static bool interrupted() noexcept;
+
+private:
+    bool watches_hangup_;
 };
 
 } // namespace vantor

@@ -3,12 +3,14 @@
  */
 #include "commands/replay.h"
 
+#include <chrono>
 #include <filesystem>
 #include <limits>
 #include <memory>
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/progress.h"
 #include "recording/recording_error.h"
 #include "replay/replay_server.h"
@@ -27,6 +29,9 @@ constexpr const char *replay_footer = R"(Examples:
 Whatever a host configures, it gets the recording's metadata and frames, at the pace at which they were
 measured; after the last frame comes the first again. Ctrl-C ends it.)";
 
+/** How often requests to stop are looked at while no host connects. */
+constexpr std::chrono::milliseconds host_patience{100};
+
 /** What is served, and where. */
 struct replay_options
 {
@@ -42,34 +47,47 @@ void serve(session_reader &recording, link &host, const command_streams &streams
     progress_line progress(streams.err, streams.terminal, {});
     server.run([&] {
         progress.update(server.frames_sent());
-        return false;
+        return interrupt_watch::interrupted();
     });
 }
 
-/** Serves one host after the other. */
+/** Serves a host until it goes, or hangs and is let go. */
+void serve_and_forget(session_reader &recording, link &host, const command_streams &streams)
+{
+    try
+    {
+        serve(recording, host, streams);
+    }
+    catch (const connection_lost &) // NOLINT(bugprone-empty-catch): the next host may come
+    {
+    }
+    catch (const timeout_error &) // NOLINT(bugprone-empty-catch): the next host may come
+    {
+    }
+}
+
+/** Serves one host after the other until all have been served, or a signal asks to stop. */
 exit_code replay(const replay_options &options, const command_streams &streams)
 {
     session_reader recording(options.recording);
     if (recording.frames() == 0)
     {
-        throw bad_recording("The recording holds no whole frame, so there is nothing to replay.");
+        throw bad_recording("The recording contains no whole frame, so there is nothing to replay.");
     }
+    const interrupt_watch watch; // from before the line by which others learn that it runs
     tcp_listener listener(static_cast<std::uint16_t>(options.port));
     streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
-    for (std::uint64_t served = 0; options.hosts == 0 || served < options.hosts; ++served)
+    for (std::uint64_t served = 0; options.hosts == 0 || served < options.hosts;)
     {
-        const auto host = listener.accept();
-        try
+        if (const auto host = listener.accept(host_patience))
         {
-            serve(recording, *host, streams);
+            ++served;
+            serve_and_forget(recording, *host, streams);
         }
-        catch (const connection_lost &)
+        if (interrupt_watch::interrupted())
         {
-            continue; // the host has gone; the next one may come
-        }
-        catch (const timeout_error &)
-        {
-            continue; // the host hangs, and is let go
+            streams.out << "interrupted; hosts served: " << served << "\n";
+            return exit_code::interrupted;
         }
     }
     return exit_code::success;

@@ -6,6 +6,7 @@ import os
 import pty
 import re
 import select
+import signal
 import socket
 import struct
 import subprocess
@@ -381,6 +382,28 @@ class Replay(CommandTest):
             # At 50 frames a second, none of which comes early, they take longer than from one line to the next.
             self.record(frames=15, name="copy", where=address)
         self.read_until(ours, r"\r[1-9]\d* frames, [\d.]+ frames/s")
+
+    def ends_at_signal(self, number, hosts):
+        """A signal ends a replay, also in the background of a script, where a shell has Ctrl-C ignored."""
+        with subprocess.Popen([VANTOR, "replay", self.record(frames=2, name=f"r{number}-{hosts}")],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN)) as process:
+            self.addCleanup(process.kill)
+            address = process.stdout.readline().removeprefix("listening on tcp:").strip()
+            name, _, port = address.rpartition(":")
+            for _ in range(hosts):
+                host = self.enterContext(socket.create_connection((name, int(port)), TIME_OUT))
+                host.sendall(b'{"command":"ping"}\n')
+                self.assertIn(b"ping", host.recv(65536))
+            process.send_signal(number)
+            output, errors = process.communicate(timeout=TIME_OUT)
+        self.assertEqual((process.returncode, output, errors), (130, f"interrupted; hosts served: {hosts}\n", ""))
+
+    def test_signals_end_it(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            for hosts in (0, 1):
+                with self.subTest(number, hosts=hosts):
+                    self.ends_at_signal(number, hosts)
 
     def test_faults(self):
         self.fails(3, "There is no recording", "replay", self.path("nothing"))

@@ -35,11 +35,11 @@ class Interruption(unittest.TestCase):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
         self.output = os.path.join(self.folder, "recording")
 
-    def start(self, *arguments):
+    def start(self, *arguments, **options):
         """Starts an endless recording and waits for its first frames."""
         process = self.enterContext(subprocess.Popen([VANTOR, "record", TWO_SENSORS, "--output", self.output,
                                                       *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                                     text=True))
+                                                     text=True, **options))
         self.addCleanup(process.kill)
         data = os.path.join(self.output, "group-2-item-1.sigmf-data")
         wait_until(lambda: os.path.exists(data) and os.path.getsize(data) > 5000, "the first frames")
@@ -77,6 +77,19 @@ class Interruption(unittest.TestCase):
 
     def test_a_request_to_end(self):
         self.ends_at_signal(signal.SIGTERM)
+
+    def test_the_terminal_hangs_up(self):
+        self.ends_at_signal(signal.SIGHUP)
+
+    def test_a_hangup_that_is_ignored(self):
+        process = self.start(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        process.send_signal(signal.SIGHUP)
+        data = os.path.join(self.output, "group-2-item-1.sigmf-data")
+        size = os.path.getsize(data)
+        wait_until(lambda: os.path.getsize(data) > size + 5000, "more frames")
+        process.send_signal(signal.SIGTERM)
+        process.communicate(timeout=TIME_OUT)
+        self.assertEqual(process.returncode, 130)
 
     def test_the_server_is_killed(self):
         server = Server("--tcp", "0")

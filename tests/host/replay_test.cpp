@@ -55,7 +55,7 @@ private:
     void serve()
     {
         session_reader recording(directory_ / "out");
-        const auto host = listener_.accept();
+        const auto host = listener_.accept(1min);
         try
         {
             replay_server(recording, *host).run([this] { return stop_.load(); });
