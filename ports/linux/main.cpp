@@ -19,6 +19,9 @@
 namespace
 {
 
+/** The exit code for a wrong command line, which is the same as that of `vantor`. */
+constexpr int wrong_command_line = 2;
+
 /** Least severe line that goes to standard error; set from the command line. */
 zet_log_level_t stderr_log_level;
 
@@ -89,7 +92,7 @@ int main(int argc, char **argv)
         case options_result::done:
             return EXIT_SUCCESS;
         case options_result::refused:
-            break;
+            return wrong_command_line;
         }
     }
     catch (const std::exception &error)

@@ -3,6 +3,11 @@
  */
 #include "options.h"
 
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <iostream>
+#include <limits>
 #include <map>
 
 #include <CLI/App.hpp>
@@ -18,17 +23,24 @@ const std::map<std::string, zet_log_level_t> log_levels = {
 };
 
 /** The board's memory may be as small as on a microcontroller. */
-constexpr size_t smallest_memory = 4096;
-constexpr size_t largest_memory = size_t{1024} * 1024 * 1024;
+constexpr uint64_t smallest_memory = 4096;
+constexpr uint64_t largest_memory = uint64_t{1024} * 1024 * 1024;
+
+constexpr uint64_t most_sensors = 64;
 
 constexpr const char *description =
     "Measures with simulated k330 radar sensors and streams the frames to one host at a time.\n"
     "The protocol on the link is in docs/protocol.md; `vantor` is a host that speaks it.";
 
-constexpr const char *examples = "Examples:\n"
-                                 "  vantor_server --tcp 6110\n"
-                                 "  vantor_server --tcp 0.0.0.0:6110 --sensors 2\n"
-                                 "  vantor_server --pty --log-level INFO\n";
+constexpr const char *footer = "Examples:\n"
+                               "  vantor_server --tcp 6110\n"
+                               "  vantor_server --tcp 0.0.0.0:6110 --sensors 2\n"
+                               "  vantor_server --pty --log-level INFO\n"
+                               "\n"
+                               "Exit codes:\n"
+                               "  0  success\n"
+                               "  1  any other failure\n"
+                               "  2  wrong command line\n";
 
 /** Takes "PORT" or "HOST:PORT" apart; the text of what is wrong, or nothing. */
 std::string parse_tcp_address(const std::string &text, options_t &options)
@@ -49,19 +61,49 @@ std::string parse_tcp_address(const std::string &text, options_t &options)
     return {};
 }
 
-} // namespace
-
-options_result parse_options(int argc, char **argv, options_t &options)
+/** Adds an option whose value is a decimal whole number within bounds; its present value is the default. */
+template <typename Number>
+void add_number(CLI::App &app, const std::string &name, Number &target, const std::string &help,
+                uint64_t least, uint64_t most)
 {
-    CLI::App app{description, "vantor_server"};
-    app.footer(examples);
-    app.set_version_flag("--version", std::string("vantor_server ") + VANTOR_SERVER_VERSION);
+    const auto take = [=, &target](const std::string &text) {
+        uint64_t value = 0;
+        const char *const end = text.data() + text.size();
+        const auto [stop, failure] = std::from_chars(text.data(), end, value);
+        if (failure != std::errc{} || stop != end || value < least || value > most)
+        {
+            throw CLI::ValidationError(name, "\"" + text + "\" is not a whole number from " +
+                                                 std::to_string(least) + " to " + std::to_string(most));
+        }
+        target = static_cast<Number>(value);
+    };
+    app.add_option_function<std::string>(name, take, help)
+        ->type_name("NUMBER")
+        ->default_str(std::to_string(target));
+}
 
-    std::string clock = "real";
+/** Takes the name of a log level, in any case. */
+zet_log_level_t parse_log_level(const std::string &text)
+{
+    std::string name = text;
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    const auto found = log_levels.find(name);
+    if (found == log_levels.end())
+    {
+        throw CLI::ValidationError("--log-level",
+                                   "\"" + text + "\" is not one of ERROR, WARNING, INFO, VERBOSE and DEBUG");
+    }
+    return found->second;
+}
+
+/** Adds the options of which one is needed. */
+void add_link_options(CLI::App &app, options_t &options)
+{
     auto *link = app.add_option_group("link", "Exactly one of them");
     link->add_option_function<std::string>(
             "--tcp",
-            [&](const std::string &text) {
+            [&options](const std::string &text) {
                 const std::string fault = parse_tcp_address(text, options);
                 if (!fault.empty())
                 {
@@ -70,46 +112,103 @@ options_result parse_options(int argc, char **argv, options_t &options)
             },
             "Listen on a TCP port, on the loopback interface unless a host is given")
         ->type_name("[HOST:]PORT");
-    bool pty = false;
-    bool stdio = false;
-    link->add_flag("--pty", pty, "Offer a pseudo-terminal, to be opened like any serial device");
-    link->add_flag("--stdio", stdio, "Speak on standard input and output");
+    link->add_flag_callback(
+        "--pty", [&options] { options.link = link_kind::pty; },
+        "Offer a pseudo-terminal, to be opened like any serial device");
+    link->add_flag_callback(
+        "--stdio", [&options] { options.link = link_kind::stdio; }, "Speak on standard input and output");
     link->require_option(1);
-    app.add_option("--sensors", options.sensor_count, "Sensor positions on the board, 1 to 64")
-        ->check(CLI::Range(1, 64))
-        ->capture_default_str();
-    app.add_option("--scene", options.scene_path,
-                   "What the sensors see (docs/simulator.md); built in when absent")
+}
+
+/** Takes the name of a file. */
+std::string parse_file_name(const std::string &name, const std::string &text)
+{
+    if (text.empty())
+    {
+        throw CLI::ValidationError(name, "the value is empty; give the name of a file");
+    }
+    return text;
+}
+
+/** Adds the options about the simulated board. */
+void add_board_options(CLI::App &app, options_t &options)
+{
+    add_number(app, "--sensors", options.sensor_count, "Sensor positions on the board, 1 to 64", 1,
+               most_sensors);
+    app.add_option_function<std::string>(
+           "--scene",
+           [&options](const std::string &text) { options.scene_path = parse_file_name("--scene", text); },
+           "What the sensors see (docs/simulator.md); built in when absent")
         ->type_name("FILE.json");
-    app.add_option("--seed", options.seed, "Seed of all noise: the same seed gives the same frames")
-        ->capture_default_str();
-    app.add_option("--memory", options.memory_size,
-                   "Memory of the board, 4096 to 1073741824 bytes; costs nothing before it is used")
-        ->check(CLI::Range(smallest_memory, largest_memory))
-        ->type_name("BYTES")
-        ->capture_default_str();
-    app.add_option("--clock", clock, "\"real\", or \"virtual\" for frames as fast as the processor allows")
-        ->check(CLI::IsMember({"real", "virtual"}))
-        ->capture_default_str();
-    app.add_option("--log-level", options.log_level, "Least severe log line that goes to standard error")
-        ->transform(CLI::CheckedTransformer(log_levels, CLI::ignore_case))
+    add_number(app, "--seed", options.seed,
+               "Seed of all noise, a whole number: the same seed gives the same frames", 0,
+               std::numeric_limits<uint64_t>::max());
+    add_number(app, "--memory", options.memory_size,
+               "Memory of the board, 4096 to 1073741824 bytes; costs nothing before it is used",
+               smallest_memory, largest_memory);
+    app.add_option_function<std::string>(
+           "--clock", [&options](const std::string &text) { options.virtual_clock = text == "virtual"; },
+           "\"real\", or \"virtual\" for frames as fast as the processor allows")
+        ->check(CLI::IsMember({"real", "virtual"}).description(""))
+        ->type_name("CLOCK")
+        ->default_str("real");
+    app.add_option_function<std::string>(
+           "--log-level", [&options](const std::string &text) { options.log_level = parse_log_level(text); },
+           "Least severe log line that goes to standard error: ERROR, WARNING, INFO, VERBOSE or DEBUG")
+        ->type_name("LEVEL")
         ->default_str("WARNING");
+}
+
+/** A text of the command line without characters that control a terminal. */
+std::string printable(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    return text;
+}
+
+/** Says what is wrong with the command line: first the arguments that nobody asked for, in their order. */
+std::string describe(const CLI::App &app, const CLI::ParseError &failure)
+{
+    const auto words = app.remaining(true);
+    std::string text = words.size() == 1 ? "unexpected argument:" : "unexpected arguments:";
+    for (const auto &word : words)
+    {
+        text += " " + word;
+    }
+    return words.empty() ? failure.what() : text;
+}
+
+/** Says what is wrong with the command line, or prints the help or version that was asked for. */
+options_result explain(const CLI::App &app, const CLI::ParseError &failure, bool stdio)
+{
+    if (failure.get_exit_code() == 0)
+    {
+        // With --stdio a host reads the standard output, and the person the standard error.
+        app.exit(failure, stdio ? std::cerr : std::cout, std::cerr);
+        return options_result::done;
+    }
+    std::cerr << "vantor_server: " << printable(describe(app, failure))
+              << "\nRun vantor_server --help for more information.\n";
+    return options_result::refused;
+}
+
+} // namespace
+
+options_result parse_options(int argc, char **argv, options_t &options)
+{
+    CLI::App app{description, "vantor_server"};
+    app.footer(footer);
+    app.set_version_flag("--version", std::string("vantor_server ") + VANTOR_SERVER_VERSION);
+    add_link_options(app, options);
+    add_board_options(app, options);
     try
     {
         app.parse(argc, argv);
     }
-    catch (const CLI::ParseError &error)
+    catch (const CLI::ParseError &failure)
     {
-        return app.exit(error) == 0 ? options_result::done : options_result::refused;
+        return explain(app, failure, std::find(argv, argv + argc, std::string("--stdio")) != argv + argc);
     }
-    if (pty)
-    {
-        options.link = link_kind::pty;
-    }
-    else if (stdio)
-    {
-        options.link = link_kind::stdio;
-    }
-    options.virtual_clock = clock == "virtual";
     return options_result::run;
 }

@@ -121,7 +121,19 @@ class Identify(CommandTest):
     def test_no_server(self):
         self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")
         self.fails(4, "/dev/nothing", "identify", "--connect", "serial:/dev/nothing")
-        self.fails(4, "its own message says why", "identify", "--connect", "sim:--sensors 0")
+
+    def test_a_simulated_server_that_refuses_its_options(self):
+        for options, said in (("--sensors 0", 'vantor_server: --sensors: "0" is not'),
+                              ("--bogus", "vantor_server: unexpected argument: --bogus\n"),
+                              ("--tcp 1", "vantor_server: Exactly 1 option from"),
+                              ("--help", "vantor_server --tcp 6110"),
+                              ("--version", "vantor_server 0")):
+            with self.subTest(options):
+                result = vantor("identify", "--connect", "sim:" + options)
+                self.assertEqual((result.returncode, result.stdout), (4, ""))
+                self.assertIn(said, result.stderr)
+                self.assertTrue(result.stderr.endswith(
+                    "vantor: The simulated server has ended; its own message says why.\n"), result.stderr)
 
     def test_something_else_than_a_server(self):
         answers = (b'{"status":"ok","command":"end","payload_size":0}\n'

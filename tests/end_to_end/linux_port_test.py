@@ -20,25 +20,52 @@ class CommandLine(unittest.TestCase):
         result = run("--help")
         self.assertEqual(result.returncode, 0)
         for word in ("--tcp", "--pty", "--stdio", "--sensors", "--scene", "--seed", "--memory", "--clock",
-                     "--log-level", "--version", "Examples:"):
+                     "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
             self.assertIn(word, result.stdout)
+        self.assertNotIn("ENUM", result.stdout)
+        self.assertRegex(result.stdout, r"Exit codes:\n  0  success\n  1  .*\n  2  wrong command line\n")
 
     def test_version(self):
         self.assertRegex(run("--version").stdout, r"^vantor_server \d+\.\d+\.\d+\n$")
 
     def test_wrong_arguments_are_named(self):
-        for arguments, word in ((("--tcp", "99999"), "99999"), (("--tcp", "x"), "PORT"),
-                                (("--tcp", "0", "--sensors", "0"), "sensors"),
-                                (("--tcp", "0", "--log-level", "LOUD"), "LOUD"),
-                                (("--tcp", "0", "--memory", "4095"), "4095 not in range"),
-                                (("--tcp", "0", "--memory", "1073741825"), "1073741825 not in range"),
-                                (("--tcp", "0", "--memory", "-1"), "memory"),
+        whole = "is not a whole number from"
+        for arguments, text in ((("--tcp", "99999"), '"99999"'), (("--tcp", "x"), "PORT"),
+                                (("--tcp", "0", "--sensors", "0"), f'--sensors: "0" {whole} 1 to 64'),
+                                (("--tcp", "0", "--sensors", "65"), f'--sensors: "65" {whole} 1 to 64'),
+                                (("--tcp", "0", "--sensors", "0x2"), f'--sensors: "0x2" {whole} 1 to 64'),
+                                (("--tcp", "0", "--log-level", "LOUD"), '--log-level: "LOUD" is not one of ERROR'),
+                                (("--tcp", "0", "--clock", "wall"), "--clock: wall not in {real,virtual}"),
+                                (("--tcp", "0", "--memory", "4095"), f'"4095" {whole} 4096 to 1073741824'),
+                                (("--tcp", "0", "--memory", "1073741825"), f'"1073741825" {whole} 4096'),
+                                (("--tcp", "0", "--memory", "-1"), f'--memory: "-1" {whole}'),
+                                (("--tcp", "0", "--seed", "-1"), f'--seed: "-1" {whole} 0 to {2**64 - 1}'),
+                                (("--tcp", "0", "--seed", str(2**64)), f'--seed: "{2**64}" {whole}'),
+                                (("--tcp", "0", "--seed", "0x10"), f'--seed: "0x10" {whole}'),
+                                (("--tcp", "0", "--seed", "1.5"), f'--seed: "1.5" {whole}'),
+                                (("--tcp", "0", "--scene", ""), "--scene: the value is empty"),
                                 (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
-                                (("--tcp", "0", "--nonsense"), "nonsense")):
+                                (("--nonsense",), "unexpected argument: --nonsense\n"),
+                                (("--tcp", "0", "c", "b", "a"), "unexpected arguments: c b a\n"),
+                                (("--tcp", "0", "--\x1b[2J"), "unexpected argument: --?[2J\n")):
             with self.subTest(arguments):
                 result = run(*arguments)
-                self.assertNotEqual(result.returncode, 0)
-                self.assertIn(word, result.stdout + result.stderr)
+                self.assertEqual((result.returncode, result.stdout), (2, ""))
+                self.assertIn(text, result.stderr)
+                self.assertRegex(result.stderr, r"^vantor_server: .+\nRun vantor_server --help .*\n$")
+
+    def test_extreme_values_are_taken(self):
+        for option, value in (("--seed", "0"), ("--seed", str(2**64 - 1)), ("--sensors", "64"),
+                              ("--memory", str(2**30)), ("--log-level", "debug"), ("--clock", "real")):
+            with self.subTest(option=option, value=value):
+                result = run("--stdio", option, value, stdin='{"command":"ping"}\n')
+                self.assertEqual((result.returncode, json.loads(result.stdout)["status"]), (0, "ok"))
+
+    def test_help_stays_out_of_the_way_of_the_host(self):
+        for option, text in (("--help", "Examples:"), ("--version", "vantor_server ")):
+            result = run("--stdio", option)
+            self.assertEqual((result.returncode, result.stdout), (0, ""))
+            self.assertIn(text, result.stderr)
 
     def test_memory_that_is_not_enough_for_the_sensors_is_an_error(self):
         result = run("--stdio", "--memory", "4096")
