@@ -97,6 +97,11 @@ std::string text_member(const nlohmann::json &object, const char *name)
     return value.get<std::string>();
 }
 
+std::optional<std::string> optional_text_member(const nlohmann::json &object, const char *name)
+{
+    return object.contains(name) ? std::optional(text_member(object, name)) : std::nullopt;
+}
+
 std::optional<bool> optional_boolean_member(const nlohmann::json &object, const char *name)
 {
     return object.contains(name) ? std::optional(boolean_member(object, name)) : std::nullopt;

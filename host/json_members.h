@@ -58,6 +58,9 @@ bool boolean_member(const nlohmann::json &object, const char *name);
 /** Reads a member as a text; throws protocol_error when it is none. */
 std::string text_member(const nlohmann::json &object, const char *name);
 
+/** Reads a member that may be missing as a text; throws protocol_error when it is not a text. */
+std::optional<std::string> optional_text_member(const nlohmann::json &object, const char *name);
+
 /** Reads a member that may be missing as true or false; throws protocol_error when it is neither. */
 std::optional<bool> optional_boolean_member(const nlohmann::json &object, const char *name);
 

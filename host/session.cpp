@@ -166,6 +166,19 @@ stack_use decode_stack(const nlohmann::json &stack)
             .peak = integer_member<std::uint32_t>(stack, "peak")};
 }
 
+/** Decodes what is known of the board. */
+board_info decode_board(const nlohmann::json &board)
+{
+    if (!board.is_object())
+    {
+        throw protocol_error("The server sent a \"board\" that is not an object.");
+    }
+    return {.name = optional_text_member(board, "name"),
+            .id = optional_text_member(board, "id"),
+            .reset_cause = optional_text_member(board, "reset_cause"),
+            .last_fault = optional_text_member(board, "last_fault")};
+}
+
 } // namespace
 
 server_info decode_server_info(const nlohmann::json &document)
@@ -186,6 +199,10 @@ server_info decode_server_info(const nlohmann::json &document)
         throw protocol_error("The server says that its clock goes backwards.");
     }
     info.max_baudrate = integer_member<std::uint32_t>(document, "max_baudrate");
+    if (document.contains("board"))
+    {
+        info.board = decode_board(document["board"]);
+    }
     if (document.contains("memory"))
     {
         info.memory = decode_memory(document["memory"]);

@@ -347,6 +347,32 @@ void write_memory(json_writer_t *writer)
     }
 }
 
+/** Writes a member that is a string, unless there is none. */
+void write_optional_member(json_writer_t *writer, const char *key, const char *value)
+{
+    if (value != nullptr)
+    {
+        write_string_member(writer, key, value);
+    }
+}
+
+/** Writes what is known of the board. */
+void write_board(json_writer_t *writer)
+{
+    const zet_vantor_server_board_t *board = server.port.board;
+    if (board == nullptr)
+    {
+        return;
+    }
+    json_writer_key(writer, "board");
+    json_writer_begin_object(writer);
+    write_optional_member(writer, "name", board->name);
+    write_optional_member(writer, "id", board->id);
+    write_optional_member(writer, "reset_cause", board->reset_cause);
+    write_optional_member(writer, "last_fault", board->last_fault);
+    json_writer_end_object(writer);
+}
+
 void obey_identify(const command_t *self, const cJSON * /*command*/)
 {
     const uint32_t sensor_count = zet_vantor_server_system_k3_get_sensor_count();
@@ -359,6 +385,7 @@ void obey_identify(const command_t *self, const cJSON * /*command*/)
     write_connected_sensors(&writer, sensor_count);
     write_uint_member(&writer, "ticks_per_second", server.clock.ticks_per_second);
     write_uint_member(&writer, "max_baudrate", can_change_baudrate() ? server.port.link.max_baudrate : 0);
+    write_board(&writer);
     write_memory(&writer);
     end_message(&writer);
 }

@@ -45,6 +45,15 @@ typedef struct
     uint32_t stack_peak;   /**< most of the stack that was in use at a time since the start */
 } zet_vantor_server_memory_t;
 
+/** What `identify` reports of the board. Null members are left out. */
+typedef struct
+{
+    const char *name;        /**< kind of board */
+    const char *id;          /**< tells boards of one kind apart, such as a serial number */
+    const char *reset_cause; /**< why the board started */
+    const char *last_fault;  /**< what the last fault was */
+} zet_vantor_server_board_t;
+
 /** What a port lends to the server core. The record is copied; what it points to must stay valid. */
 typedef struct
 {
@@ -55,7 +64,9 @@ typedef struct
     /** Reports the use of memory; null when the port does not know it. */
     void (*get_memory)(zet_vantor_server_memory_t *memory);
     zet_log_level_t nox_log_level; /**< threshold of the sensor library's log at start */
-    uint32_t baudrate;             /**< speed of the link at start, in baud; 0 when it is fixed */
+    uint32_t baudrate;             /**< baud rate of the link at start; 0 when it is fixed */
+    /** What `identify` reports of the board; null for nothing. */
+    const zet_vantor_server_board_t *board;
 } zet_vantor_server_port_t;
 
 /**

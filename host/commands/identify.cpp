@@ -23,6 +23,27 @@ constexpr const char *identify_footer = R"(Examples:
   vantor identify --connect serial:/dev/ttyACM0@115200
   vantor identify --connect tcp:192.168.1.20:6110 --json)";
 
+/** Prints a line of what is known of the board. */
+void print_board_line(std::ostream &out, const char *title, const std::optional<std::string> &value)
+{
+    if (value)
+    {
+        out << title << printable(*value) << "\n";
+    }
+}
+
+/** Prints what a server reports of its board. */
+void print_board(const server_info &info, std::ostream &out)
+{
+    if (info.board)
+    {
+        print_board_line(out, "board      ", info.board->name);
+        print_board_line(out, "id         ", info.board->id);
+        print_board_line(out, "reset      ", info.board->reset_cause);
+        print_board_line(out, "last fault ", info.board->last_fault);
+    }
+}
+
 /** Prints how much of its memory and stack a server uses, as far as it tells. */
 void print_memory(const server_info &info, std::ostream &out)
 {
@@ -49,8 +70,9 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
         return exit_code::success;
     }
     out << "server     vantor_server " << printable(info.server_version) << ", protocol "
-        << info.protocol_version << "\n"
-        << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
+        << info.protocol_version << "\n";
+    print_board(info, out);
+    out << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
         << (info.sensor_count == 1 ? " place" : " places") << ", connected: " << join(info.connected_sensors)
         << "\n"
         << "clock      "

@@ -81,7 +81,9 @@ void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
         out << server["address"].get<std::string>() << "  vantor_server "
             << printable(server["server_version"].get<std::string>()) << ", "
             << printable(server["sensor"].get<std::string>())
-            << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>()) << "\n";
+            << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>());
+        const auto name = server.value("/board/name"_json_pointer, std::string());
+        out << (name.empty() ? "" : ", board: " + printable(name)) << "\n";
     }
 }
 

@@ -16,6 +16,28 @@ std::string join(const std::vector<unsigned> &numbers)
     return text.empty() ? "none" : text;
 }
 
+namespace
+{
+
+/** What a server reports of its board, as JSON. */
+nlohmann::ordered_json to_json(const board_info &board)
+{
+    auto document = nlohmann::ordered_json::object();
+    const auto add = [&](const char *name, const std::optional<std::string> &value) {
+        if (value)
+        {
+            document[name] = *value;
+        }
+    };
+    add("name", board.name);
+    add("id", board.id);
+    add("reset_cause", board.reset_cause);
+    add("last_fault", board.last_fault);
+    return document;
+}
+
+} // namespace
+
 nlohmann::ordered_json to_json(const std::string &where, const server_info &info)
 {
     nlohmann::ordered_json document = {{"address", where},
@@ -26,6 +48,10 @@ nlohmann::ordered_json to_json(const std::string &where, const server_info &info
                                        {"connected_sensors", info.connected_sensors},
                                        {"ticks_per_second", info.ticks_per_second},
                                        {"max_baudrate", info.max_baudrate}};
+    if (info.board)
+    {
+        document["board"] = to_json(*info.board);
+    }
     if (info.memory)
     {
         document["memory"] = {{"size", info.memory->size},

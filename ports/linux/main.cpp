@@ -66,7 +66,10 @@ int run(const options_t &options)
     {
         std::cout << "listening on " << link->address() << std::endl;
     }
-    const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level);
+    zet_vantor_server_board_t description = {};
+    description.name = options.board_name.c_str();
+    description.id = options.board_id.empty() ? nullptr : options.board_id.c_str();
+    const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level, description);
     zet_simulator_stop();
     zet_vantor_server_memory_t kept = {};
     memory_get(&kept);

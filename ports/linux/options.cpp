@@ -140,6 +140,15 @@ void add_board_options(CLI::App &app, options_t &options)
            [&options](const std::string &text) { options.scene_path = parse_file_name("--scene", text); },
            "What the sensors see (docs/simulator.md); built in when absent")
         ->type_name("FILE.json");
+    app.add_option_function<std::string>(
+           "--name", [&options](const std::string &text) { options.board_name = text; },
+           "Name of the board, which `vantor identify` shows")
+        ->type_name("TEXT")
+        ->default_str(options.board_name);
+    app.add_option_function<std::string>(
+           "--id", [&options](const std::string &text) { options.board_id = text; },
+           "Text that distinguishes this board from others; none when absent")
+        ->type_name("TEXT");
     add_number(app, "--seed", options.seed,
                "Seed of all noise, a whole number: the same seed gives the same frames", 0,
                std::numeric_limits<uint64_t>::max());

@@ -28,7 +28,9 @@ struct options_t
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
-    std::string scene_path; ///< empty for the built-in scene
+    std::string board_name = "simulated board"; ///< as `identify` reports it
+    std::string board_id;                       ///< the same; empty for none
+    std::string scene_path;                     ///< empty for the built-in scene
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
 

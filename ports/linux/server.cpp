@@ -88,7 +88,8 @@ bool serve_host(link_t &link, bool virtual_clock)
 
 } // namespace
 
-bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock, zet_log_level_t log_level)
+bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock, zet_log_level_t log_level,
+           const zet_vantor_server_board_t &board)
 {
     current_link = &link;
     current_clock = clock;
@@ -104,6 +105,7 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     port.max_values = line_size / 4;
     port.get_memory = memory_get;
     port.nox_log_level = log_level;
+    port.board = &board;
     if (!zet_vantor_server_init(&port))
     {
         return false;

@@ -106,8 +106,8 @@ class CommandLine(CommandTest):
 class Identify(CommandTest):
     def test_over_every_link(self):
         for link in LINKS:
-            with self.subTest(link), Server(*link, "--sensors", "3") as server:
-                self.assertIn("k330, 3 places, connected: 1, 2, 3",
+            with self.subTest(link), Server(*link, "--sensors", "3", "--name", "shelf", "--id", "42") as server:
+                self.assertIn("\nboard      shelf\nid         42\nsensors    k330, 3 places, connected: 1, 2, 3\n",
                               self.succeeds("identify", "--connect", server.address))
                 about = json.loads(self.succeeds("identify", "--connect", server.address, "--json"))
                 self.assertEqual(about["address"].partition("@")[0], server.address)
@@ -116,6 +116,7 @@ class Identify(CommandTest):
     def test_a_simulated_server(self):
         about = json.loads(self.succeeds("identify", "--connect", "sim:--sensors 7", "--json"))
         self.assertEqual(about["sensor_count"], 7)
+        self.assertEqual(about["board"], {"name": "simulated board"})
         self.assertIn("k330, 1 place, connected: 1\n", self.succeeds("identify", "--connect", "sim:--sensors 1"))
 
     def test_no_server(self):
@@ -164,13 +165,14 @@ class Scan(CommandTest):
         return os.ttyname(other_end)
 
     def test_finds_the_server_among_silent_devices(self):
-        with Server("--pty") as server:
+        with Server("--pty", "--name", "shelf") as server:
             name = server.address.removeprefix("serial:")
             silent = [self.silent_device() for _ in range(2)]
             result = vantor("scan", silent[0], name, silent[1])
             self.assertEqual(result.returncode, 0, result.stderr)
             line, = result.stdout.splitlines()
             self.assertIn(f"{name}@115200  vantor_server", line)
+            self.assertTrue(line.endswith(", board: shelf"), line)
             self.assertEqual(result.stderr.splitlines(), [f"vantor: {device} does not answer." for device in silent])
 
             found = json.loads(self.succeeds("scan", name, "--json", "--baudrate", "921600"))

@@ -19,7 +19,7 @@ class CommandLine(unittest.TestCase):
     def test_help_shows_every_option_and_examples(self):
         result = run("--help")
         self.assertEqual(result.returncode, 0)
-        for word in ("--tcp", "--pty", "--stdio", "--sensors", "--scene", "--seed", "--memory", "--clock",
+        for word in ("--tcp", "--pty", "--stdio", "--sensors", "--name", "--id", "--scene", "--seed", "--memory", "--clock",
                      "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
             self.assertIn(word, result.stdout)
         self.assertNotIn("ENUM", result.stdout)
@@ -100,6 +100,14 @@ class Links(unittest.TestCase):
         identify = json.loads(result.stdout)
         self.assertEqual(identify["sensor_count"], 7)
         self.assertEqual(identify["connected_sensors"], [1, 2, 3, 4, 5, 6, 7])
+
+    def test_board_has_the_name_and_the_id_that_it_was_given(self):
+        def board(*arguments):
+            return json.loads(run("--stdio", *arguments, stdin='{"command":"identify"}\n').stdout)["board"]
+
+        self.assertEqual(board(), {"name": "simulated board"})
+        self.assertEqual(board("--id", "7"), {"name": "simulated board", "id": "7"})
+        self.assertEqual(board("--name", 'my "Gerät"', "--id", "a\\b"), {"name": 'my "Gerät"', "id": "a\\b"})
 
     def test_memory_is_as_much_as_asked_for_and_is_there_again_after_it_was_exhausted(self):
         item = {"sensor_id": 1, "config": {"subsweeps": [{"start_point": 80, "num_points": 1000}]}}

@@ -94,6 +94,23 @@ TEST_F(scan_test, finds_the_servers_among_other_devices)
     EXPECT_EQ(speed, 921600U);
 }
 
+TEST_F(scan_test, shows_the_name_of_a_board)
+{
+    server("first").on("identify", [](host_connection &host, const json &) {
+        auto identity = test::identity();
+        identity["board"] = {{"name", "garage\x1b"}, {"id", "7"}};
+        host.send(identity, "");
+    });
+    server("second").on("identify", [](host_connection &host, const json &) {
+        auto identity = test::identity();
+        identity["board"] = {{"id", "7"}};
+        host.send(identity, "");
+    });
+    EXPECT_EQ(run({"first", "second"}), exit_code::success);
+    EXPECT_EQ(out.str(), "serial:first@115200  vantor_server 0.1.0, k330, connected: 1, 2, board: garage?\n"
+                         "serial:second@115200  vantor_server 0.1.0, k330, connected: 1, 2\n");
+}
+
 TEST_F(scan_test, prints_json_for_programs)
 {
     options.json = true;

@@ -219,6 +219,25 @@ TEST(decode_server_info, takes_memory_and_stack_when_they_are_told)
     EXPECT_THROW(decode_server_info(document), protocol_error);
 }
 
+TEST(decode_server_info, takes_what_is_known_of_the_board)
+{
+    auto document = test::identity();
+    EXPECT_FALSE(decode_server_info(document).board);
+    document["board"] = json::object();
+    EXPECT_EQ(decode_server_info(document).board->name, std::nullopt);
+    document["board"] = {
+        {"name", "x1"}, {"id", "7"}, {"reset_cause", "watchdog"}, {"last_fault", ""}, {"colour", 3}};
+    const auto info = decode_server_info(document);
+    EXPECT_EQ(info.board->name, "x1");
+    EXPECT_EQ(info.board->id, "7");
+    EXPECT_EQ(info.board->reset_cause, "watchdog");
+    EXPECT_EQ(info.board->last_fault, "");
+    document["board"]["id"] = 7;
+    EXPECT_THROW(decode_server_info(document), protocol_error);
+    document["board"] = "x1";
+    EXPECT_THROW(decode_server_info(document), protocol_error);
+}
+
 TEST(session, takes_null_for_numbers_that_do_not_exist)
 {
     auto document = example_session().metadata;

@@ -39,6 +39,8 @@ TEST_F(server_session, identifies_itself)
               R"({"status":"ok","command":"identify","payload_size":0,"server_version":"0.1.0",)"
               R"("protocol_version":1,"sensor":"k330","sensor_count":5,"connected_sensors":[1,2],)"
               R"("ticks_per_second":1000000,"max_baudrate":0,)"
+              R"("board":{"name":"example board","id":"0042","reset_cause":"watchdog",)"
+              R"("last_fault":"hard fault at 0x08001234"},)"
               R"("memory":{"size":65536,"live":1024,"peak":9216,"largest_free":64500,"failures":0},)"
               R"("stack":{"size":11264,"peak":3120}})");
 }
@@ -49,6 +51,44 @@ TEST_F(server_session, identifies_a_board_without_sensors)
     const message_t answer = ask(R"({"command":"identify"})");
     EXPECT_EQ(answer.members["sensor_count"], 0);
     EXPECT_EQ(answer.members["connected_sensors"], nlohmann::json::array());
+}
+
+/** What "identify" reports of the board. */
+nlohmann::json reported_board()
+{
+    zet_vantor_server_receive("{\"command\":\"identify\"}\n", 23);
+    return take_messages().at(0).members.at("board");
+}
+
+TEST_F(server_session, reports_what_is_known_of_the_board)
+{
+    fake_port.board = {.name = "x1", .id = nullptr, .reset_cause = "", .last_fault = nullptr};
+    EXPECT_EQ(reported_board(), nlohmann::json({{"name", "x1"}, {"reset_cause", ""}}));
+    fake_port.board = {.name = nullptr, .id = "7", .reset_cause = nullptr, .last_fault = "none"};
+    EXPECT_EQ(reported_board(), nlohmann::json({{"id", "7"}, {"last_fault", "none"}}));
+    fake_port.board = {};
+    EXPECT_EQ(reported_board(), nlohmann::json::object());
+}
+
+TEST_F(server_session, reports_a_board_with_any_characters_in_its_texts)
+{
+    fake_port.board = {.name = "\"a\\b\"\n\x01/\t",
+                       .id = "Gr\xc3\xb6\xc3\x9f\x65",
+                       .reset_cause = "\xff",
+                       .last_fault = nullptr};
+    const auto board = reported_board();
+    EXPECT_EQ(board["name"], "\"a\\b\"\n\x01/\t");
+    EXPECT_EQ(board["id"], "Größe");
+    EXPECT_EQ(board["reset_cause"], "\xef\xbf\xbd");
+}
+
+TEST_F(server_session, reports_no_board_when_the_port_knows_none)
+{
+    zet_vantor_server_deinit();
+    zet_vantor_server_port_t port = plain_port();
+    port.board = nullptr;
+    start(port);
+    EXPECT_FALSE(ask(R"({"command":"identify"})").members.contains("board"));
 }
 
 TEST_F(server_session, obeys_each_command_in_the_states_that_allow_it)

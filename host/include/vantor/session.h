@@ -40,6 +40,15 @@ struct stack_use
     std::uint64_t peak = 0; /**< most that was ever in use at a time */
 };
 
+/** What a server reports of its board; nothing for what it does not know. */
+struct board_info
+{
+    std::optional<std::string> name;        /**< kind of board */
+    std::optional<std::string> id;          /**< tells boards of one kind apart */
+    std::optional<std::string> reset_cause; /**< why the board started */
+    std::optional<std::string> last_fault;  /**< what the last fault was */
+};
+
 /** What a server says of itself. */
 struct server_info
 {
@@ -50,6 +59,7 @@ struct server_info
     std::vector<unsigned> connected_sensors; /**< numbers of the sensors that are there, from 1 */
     double ticks_per_second = 0.0;           /**< unit of every tick; 0 when the server has no clock */
     std::uint32_t max_baudrate = 0;          /**< 0 when the link has no baud rate to change */
+    std::optional<board_info> board;         /**< nothing when the server does not know it */
     std::optional<memory_use> memory;        /**< nothing when the server does not know it */
     std::optional<stack_use> stack;          /**< nothing when the server does not know it */
 };

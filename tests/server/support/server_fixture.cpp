@@ -86,6 +86,7 @@ zet_vantor_server_port_t plain_port()
     port.line_size = line_memory.size();
     port.max_values = 1000;
     port.get_memory = get_memory;
+    port.board = &fake_port.board;
     port.nox_log_level = ZET_LOG_LEVEL_WARNING;
     return port;
 }
