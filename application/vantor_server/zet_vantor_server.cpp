@@ -7,6 +7,7 @@
  */
 #include "zet_vantor_server.h"
 
+#include <charconv>
 #include <cstring>
 
 #include <cjson/cJSON.h>
@@ -28,6 +29,9 @@ constexpr uint32_t protocol_version = 1;
 
 /** Seconds within which a new speed of the link must be confirmed. */
 constexpr uint64_t baudrate_trial_seconds = 2;
+
+/** A baud rate serves when it is off by at most one part in this many: 2 %. */
+constexpr uint64_t baudrate_tolerance = 50;
 
 /** States of a session. Each is a bit, so that a command can name those that allow it. */
 enum session_state_t : uint8_t
@@ -282,6 +286,64 @@ void watch_baudrate()
     }
 }
 
+/** Whether the link works at a baud rate when it really runs at another one. */
+bool is_near_baudrate(uint32_t baudrate, uint32_t real)
+{
+    const uint64_t difference = real > baudrate ? real - baudrate : baudrate - real;
+    return real > 0 && difference * baudrate_tolerance <= baudrate;
+}
+
+/** Adds text to a message that has room for it; returns the new end. */
+char *append_text(char *end, const char *text)
+{
+    const size_t length = std::strlen(text);
+    std::memcpy(end, text, length + 1);
+    return end + length;
+}
+
+/** Adds a number to a message that has room for it; returns the new end. */
+char *append_number(char *end, uint32_t number)
+{
+    constexpr size_t most_digits = 10;
+    return std::to_chars(end, end + most_digits, number).ptr;
+}
+
+/** Reports that the link cannot run at a baud rate, and the nearest rate at which it can; 0 when none is
+ * near. */
+void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
+{
+    char message[96];
+    char *end = append_text(message, "This board cannot make ");
+    end = append_number(end, baudrate);
+    if (nearest == 0)
+    {
+        append_text(end, " baud, nor a rate near it.");
+    }
+    else
+    {
+        end = append_text(end, " baud; the nearest rate is ");
+        end = append_number(end, nearest);
+        append_text(end, ".");
+    }
+    report_error(SERVER_ERROR_BAD_ARGUMENT, message);
+}
+
+/** Finds out whether the link can run at a baud rate; when not, the host gets an error. */
+bool accept_baudrate(uint32_t baudrate)
+{
+    if (server.port.nearest_baudrate == nullptr)
+    {
+        return true;
+    }
+    const uint32_t nearest = server.port.nearest_baudrate(baudrate);
+    const bool possible = is_near_baudrate(baudrate, nearest);
+    if (!possible)
+    {
+        report_impossible_baudrate(baudrate, nearest);
+    }
+    return possible;
+}
+
 // ---- the commands -----------------------------------------------------------------------------------------
 
 struct command_t;
@@ -462,6 +524,10 @@ void obey_baudrate(const command_t *self, const cJSON *command)
         static_cast<uint32_t>(baudrate) > server.port.link.max_baudrate)
     {
         report_bad_argument(self);
+        return;
+    }
+    if (!accept_baudrate(static_cast<uint32_t>(baudrate)))
+    {
         return;
     }
     // Before the answer: a host that has it may speak at the new speed at once.

@@ -67,6 +67,9 @@ typedef struct
     uint32_t baudrate;             /**< baud rate of the link at start; 0 when it is fixed */
     /** What `identify` reports of the board; null for nothing. */
     const zet_vantor_server_board_t *board;
+    /** The baud rate that the link really gets when a rate is asked for, 0 when it cannot get one near it;
+     * null when it gets any rate. */
+    uint32_t (*nearest_baudrate)(uint32_t baudrate);
 } zet_vantor_server_port_t;
 
 /**

@@ -187,6 +187,126 @@ TEST_F(server_link, returns_to_its_first_speed_when_the_host_goes_away)
     EXPECT_EQ(fake_port.baudrates.back(), 115200U);
 }
 
+/** A link whose board makes one real rate out of each rate that a host asks for. */
+class server_real_rate : public server_fixture
+{
+protected:
+    /** Starts a server whose link may be asked for any rate that a command can name. */
+    void start_with(uint32_t (*nearest)(uint32_t))
+    {
+        zet_vantor_server_port_t port = serial_port();
+        port.link.max_baudrate = UINT32_MAX;
+        port.nearest_baudrate = nearest;
+        start(port);
+    }
+
+    /** The real rate, whatever is asked for. */
+    void start_at(uint32_t real)
+    {
+        real_rate = real;
+        start_with([](uint32_t asked) {
+            asked_rate = asked;
+            return real_rate;
+        });
+    }
+
+    static message_t ask_for(uint32_t baudrate)
+    {
+        return ask(R"({"command":"baudrate","baudrate":)" + std::to_string(baudrate) + "}");
+    }
+
+    /** Asks for a rate that must be refused; returns the message for the person. */
+    static std::string refusal_of(uint32_t baudrate)
+    {
+        const message_t answer = ask_for(baudrate);
+        EXPECT_EQ(answer.members.value("code", ""), "bad_argument") << answer.line;
+        EXPECT_TRUE(fake_port.baudrates.empty());
+        EXPECT_EQ(fake_port.input_restarts, 0);
+        EXPECT_TRUE(zet_vantor_server_is_idle());
+        return answer.members.value("message", "");
+    }
+
+    static uint32_t real_rate;
+    static uint32_t asked_rate;
+};
+
+uint32_t server_real_rate::real_rate;
+uint32_t server_real_rate::asked_rate;
+
+TEST_F(server_real_rate, is_as_good_as_the_wanted_one_within_two_percent)
+{
+    for (const uint32_t real : {100000U, 98000U, 102000U, 99999U, 100001U})
+    {
+        start_at(real);
+        fake_port.baudrates.clear();
+        EXPECT_EQ(ask_for(100000).members["status"], "ok") << real;
+        EXPECT_EQ(asked_rate, 100000U);
+        EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{100000})) << real;
+        zet_vantor_server_deinit();
+        started = false;
+    }
+}
+
+TEST_F(server_real_rate, is_refused_beyond_two_percent)
+{
+    for (const uint32_t real : {97999U, 102001U, 1U, UINT32_MAX})
+    {
+        start_at(real);
+        EXPECT_EQ(refusal_of(100000),
+                  "This board cannot make 100000 baud; the nearest rate is " + std::to_string(real) + ".");
+        zet_vantor_server_deinit();
+        started = false;
+    }
+}
+
+TEST_F(server_real_rate, may_not_exist)
+{
+    start_at(0);
+    EXPECT_EQ(refusal_of(1000000), "This board cannot make 1000000 baud, nor a rate near it.");
+    EXPECT_EQ(refusal_of(1), "This board cannot make 1 baud, nor a rate near it.");
+}
+
+TEST_F(server_real_rate, is_compared_without_overflow)
+{
+    constexpr uint32_t largest = INT32_MAX; // of the numbers that a command can name
+    start_at(UINT32_MAX);
+    EXPECT_EQ(refusal_of(largest), "This board cannot make 2147483647 baud; the nearest rate is 4294967295.");
+    real_rate = largest / 50 * 49;
+    EXPECT_EQ(ask_for(largest).members["status"], "error");
+    real_rate = largest - largest / 50;
+    EXPECT_EQ(ask_for(largest).members["status"], "ok");
+    real_rate = largest + largest / 50;
+    EXPECT_EQ(ask_for(largest).members["status"], "ok");
+    real_rate = largest + largest / 50 + 1;
+    EXPECT_EQ(ask_for(largest).members["status"], "error");
+}
+
+TEST_F(server_real_rate, is_not_asked_for_when_the_board_makes_any_rate)
+{
+    start_with(nullptr);
+    EXPECT_EQ(ask_for(12345).members["status"], "ok");
+    EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{12345}));
+}
+
+TEST_F(server_real_rate, is_not_asked_for_when_the_link_does_not_allow_the_rate)
+{
+    start_at(1);
+    asked_rate = 0;
+    EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":0})"), "bad_argument");
+    EXPECT_EQ(asked_rate, 0U);
+}
+
+TEST_F(server_real_rate, that_is_refused_leaves_a_trial_and_its_end_as_they_were)
+{
+    start_with([](uint32_t asked) { return asked == 921600 ? asked : 115200U; });
+    EXPECT_EQ(ask_for(921600).members["status"], "ok");
+    EXPECT_EQ(ask_for(1000000).members["code"], "bad_argument");
+    EXPECT_EQ(zet_vantor_server_step(), two_seconds);
+    fake_port.tick += two_seconds;
+    zet_vantor_server_step();
+    EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{921600, 115200}));
+}
+
 class server_fixed_link : public server_fixture
 {
 };
