@@ -243,7 +243,8 @@ std::string name_unexpected(const std::vector<std::string> &words)
 /** Says what is wrong with a command line. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
-    const auto words = app.remaining(true);
+    auto words = app.remaining(true);
+    std::erase(words, "--"); // ends the options, and is expected anywhere
     if (words.empty())
     {
         return failure.what();

@@ -179,7 +179,8 @@ std::string printable(std::string text)
 /** Says what is wrong with the command line: first the arguments that nobody asked for, in their order. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
-    const auto words = app.remaining(true);
+    auto words = app.remaining(true);
+    std::erase(words, "--"); // ends the options, and is expected anywhere
     std::string text = words.size() == 1 ? "unexpected argument:" : "unexpected arguments:";
     for (const auto &word : words)
     {

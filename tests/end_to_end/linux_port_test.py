@@ -47,6 +47,7 @@ class CommandLine(unittest.TestCase):
                                 (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
                                 (("--nonsense",), "unexpected argument: --nonsense\n"),
                                 (("--tcp", "0", "c", "b", "a"), "unexpected arguments: c b a\n"),
+                                (("--",), "Exactly 1 option"),
                                 (("--tcp", "0", "--\x1b[2J"), "unexpected argument: --?[2J\n")):
             with self.subTest(arguments):
                 result = run(*arguments)

@@ -365,6 +365,7 @@ TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
     EXPECT_EQ(run({"info", "-d"}).err, "Unexpected argument: -d\nRun with --help for more information.\n");
     EXPECT_EQ(run({"--bogus", "info", "x"}).err,
               "Unexpected argument: --bogus\nRun with --help for more information.\n");
+    EXPECT_THAT(run({"validate", "--"}).err, HasSubstr("CONFIG is required\n"));
     EXPECT_EQ(run({"validate", "x", "a", "--help"}).code, exit_code::success);
 }
 
@@ -419,6 +420,7 @@ TEST(command_line, takes_no_option_for_a_value)
     EXPECT_EQ(run({"record", "--output=--json", (directory / "none").string()}).code, exit_code::bad_file);
     EXPECT_EQ(run({"plot", "x", "--distance", "-1"}).code, exit_code::bad_file);
     EXPECT_EQ(run({"plot", "--", "--output"}).code, exit_code::bad_file);
+    EXPECT_THAT(run({"plot", "--", "--output", "--json"}).err, HasSubstr("Unexpected argument: --json\n"));
     EXPECT_EQ(run({"plot", "x", "--output"}).code, exit_code::usage);
 }
 
