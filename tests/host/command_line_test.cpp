@@ -10,6 +10,8 @@
 
 #include <gmock/gmock.h>
 
+#include "commands/arguments.h"
+#include "commands/completion.h"
 #include "example_recording.h"
 #include "fake_server.h"
 #include "temporary_directory.h"
@@ -54,8 +56,14 @@ TEST(command_line, helps)
     const auto general = run({"--help"});
     EXPECT_EQ(general.code, exit_code::success);
     EXPECT_THAT(general.out, HasSubstr("Exit codes:"));
-    EXPECT_THAT(run({"record", "--help"}).out,
-                HasSubstr("vantor record examples/two_sensors.json --frames 100"));
+    EXPECT_THAT(general.out, testing::ContainsRegex("\n  record +Record frames of a measurement to disk\\."));
+    const auto record = run({"record", "--help"}).out;
+    EXPECT_THAT(record, HasSubstr("vantor record examples/two_sensors.json --frames 100"));
+    EXPECT_THAT(record, HasSubstr("CONFIG REQUIRED"));
+    EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
+    EXPECT_THAT(record, HasSubstr("--connect WHERE=sim: "));
+    EXPECT_THAT(run({"export", "--help"}).out,
+                testing::ContainsRegex("--format FORMAT REQUIRED +csv or npy\n"));
 }
 
 TEST(command_line, has_help_with_examples_for_every_command)
@@ -173,7 +181,9 @@ TEST(command_line, completes_in_shells)
     const auto bash = run({"completion", "bash"}).out;
     EXPECT_THAT(bash, HasSubstr("identify scan validate"));
     EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
-    EXPECT_THAT(run({"completion", "zsh"}).out, testing::StartsWith("#compdef vantor\n"));
+    EXPECT_EQ(run({"completion", "zsh"}).out,
+              "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n" + bash);
+    EXPECT_THAT(bash, HasSubstr("scan) words=\"--help --baudrate --json\" ;;"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy' -d"));
     EXPECT_THAT(
@@ -184,14 +194,17 @@ TEST(command_line, completes_in_shells)
     EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
 }
 
-/** What a real bash completes after some words. */
+/** What a real bash completes after some words, whatever IFS and earlier replies are; then options that it
+ * set. */
 std::string completed(const std::filesystem::path &directory, const std::string &words)
 {
     const auto script = directory / "complete.bash";
     std::ofstream(script) << run({"completion", "bash"}).out << "cd '" << directory.string()
-                          << "' || exit\nCOMP_WORDS=(vantor " << words
+                          << "' || exit\ncompopt() { options=$*; }\nCOMPREPLY=(stale)\nIFS=:\n"
+                             "complete -p vantor | grep -q -- '-F _vantor' || exit\nCOMP_WORDS=(vantor "
+                          << words
                           << ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_vantor\n"
-                             "printf '%s\\n' \"${COMPREPLY[@]}\" > completed\n";
+                             "printf '%s\\n' \"${COMPREPLY[@]}\" $options > completed\n";
     EXPECT_EQ(std::system(("bash '" + script.string() + "'").c_str()), 0);
     return test::read_file(directory / "completed");
 }
@@ -202,30 +215,51 @@ TEST(command_line, completes_in_a_real_bash)
     static_cast<void>(directory.write("my config.json", "{}"));
     EXPECT_EQ(completed(directory / "", "re"), "record\nreplay\n");
     EXPECT_EQ(completed(directory / "", "record --fr"), "--frames\n");
-    EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
     EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
-    EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "export x --format = n"), "npy\n");
     EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\n");
-    EXPECT_EQ(completed(directory / "", "record my --output = my"), "my config.json\n");
+    EXPECT_EQ(completed(directory / "", "record my --output = my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "record --out"), "--output\n");
     EXPECT_EQ(completed(directory / "", "--v"), "--version\n");
     EXPECT_EQ(completed(directory / "", "scan --baudrate"), "--baudrate\n");
     EXPECT_EQ(completed(directory / "", "info --no-such"), "\n");
 }
 
+TEST(command_line, completes_commands_and_options_in_fish)
+{
+    const auto fish = run({"completion", "fish"}).out;
+    EXPECT_THAT(fish,
+                HasSubstr("complete -c vantor -n __fish_use_subcommand -f -a record -d 'Record frames"));
+    EXPECT_THAT(fish, HasSubstr("'__fish_seen_subcommand_from record' -l seconds -d 'Stop after this many"));
+    EXPECT_THAT(fish, testing::Not(HasSubstr("Configuration document")));
+}
+
+TEST(command_line, quotes_texts_for_fish)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const auto odd = [] { return std::vector<command>{{"odd", R"(it's \ odd)", "", {}, {}}}; };
+    run_command({"completion", "fish"}, {completion_command(odd)}, "", {out, err});
+    EXPECT_THAT(out.str(), HasSubstr(R"(-a odd -d 'it\'s \\ odd')"));
+}
+
 TEST(command_line, completes_names_of_files_with_any_character)
 {
     const test::temporary_directory directory;
-    for (const char *name : {"[ab]", "a", "b*", "b1", "u v", "e'f\"g"})
+    for (const char *name : {"[ab]", "a", "b*", "b1", "u v", "e'f\"g", " s ", "h\\i"})
     {
         static_cast<void>(directory.write(name, ""));
     }
-    EXPECT_EQ(completed(directory / "", "info '['"), "[ab]\n");
-    EXPECT_EQ(completed(directory / "", "info 'b*'"), "b*\n");
-    EXPECT_EQ(completed(directory / "", "info u"), "u v\n");
-    EXPECT_EQ(completed(directory / "", "info e"), "e'f\"g\n");
+    EXPECT_EQ(completed(directory / "", "info '['"), "[ab]\n-o filenames\n");
+    EXPECT_EQ(completed(directory / "", "info 'b*'"), "b*\n-o filenames\n");
+    EXPECT_EQ(completed(directory / "", "info u"), "u v\n-o filenames\n");
+    EXPECT_EQ(completed(directory / "", "info ' '"), " s \n-o filenames\n");
+    EXPECT_EQ(completed(directory / "", "info h"), "h\\i\n-o filenames\n");
+    EXPECT_THAT(completed(directory / "", "info ''"), testing::Not(HasSubstr("--")));
+    EXPECT_EQ(completed(directory / "", "info e"), "e'f\"g\n-o filenames\n");
 }
 
 TEST(command_line, refuses_wrong_usage)
@@ -245,6 +279,9 @@ TEST(command_line, refuses_wrong_usage)
                                                {"calibrate", "--output", "x", "--sensor", "0"},
                                                {"replay", "x", "--hosts", "0"},
                                                {"export", "x", "--format", "xml"},
+                                               {"completion"},
+                                               {"export", "x"},
+                                               {"calibrate"},
                                                {"record", "x.json", "--no-such-option"}})
     {
         const auto result = run(arguments);
@@ -259,6 +296,10 @@ TEST(command_line, says_what_a_number_may_be)
     const auto fault = [](const std::vector<std::string> &arguments) { return run(arguments).err; };
     EXPECT_THAT(fault({"replay", "x", "--tcp", "65536"}),
                 HasSubstr("--tcp: 65536 is not a whole number from 0 to 65535\n"));
+    EXPECT_THAT(fault({"replay", "x", "--tcp", "99999999999999999999"}),
+                HasSubstr("--tcp: 99999999999999999999 is not a whole number from 0 to 65535\n"));
+    EXPECT_THAT(fault({"replay", "x", "--tcp", ""}),
+                HasSubstr("--tcp:  is not a whole number from 0 to 65535\n"));
     EXPECT_THAT(fault({"scan", "--baudrate", "4294967297"}),
                 HasSubstr("--baudrate: 4294967297 is not a whole number from 1 to 4294967295\n"));
     EXPECT_THAT(fault({"calibrate", "--output", "x", "--sensor", "65536"}),
@@ -266,6 +307,20 @@ TEST(command_line, says_what_a_number_may_be)
     EXPECT_THAT(fault({"record", "x", "--seconds", "0"}),
                 HasSubstr("--seconds: 0 is not a number above 0\n"));
     EXPECT_THAT(fault({"plot", "x", "--distance", "far"}), HasSubstr("--distance: far is not a number\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "1m"}), HasSubstr("--distance: 1m is not a number\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "inf"}), HasSubstr("--distance: inf is not a number\n"));
+    EXPECT_THAT(fault({"export", "x", "--format", "xml"}), HasSubstr("--format: xml not in {csv,npy}\n"));
+}
+
+TEST(command_line, takes_numbers_up_to_their_bounds)
+{
+    for (const auto &arguments : std::vector<std::vector<std::string>>{{"replay", "x", "--tcp", "65535"},
+                                                                       {"replay", "x", "--tcp", "0"},
+                                                                       {"replay", "x", "--hosts", "1"},
+                                                                       {"record", "x", "--seconds", "1e-9"}})
+    {
+        EXPECT_EQ(run(arguments).code, exit_code::bad_file);
+    }
 }
 
 TEST(command_line, has_an_exit_code_for_each_kind_of_failure)
@@ -343,8 +398,10 @@ TEST(command_line, takes_lists_of_arguments_and_repeated_options)
 {
     const fake_server server;
     const test::temporary_directory directory;
-    run({"calibrate", "--sensor", "2", "--output", (directory / "cal.json").string(), "--sensor", "1",
-         "--connect", server.address()});
+    const auto file = (directory / "cal.json").string();
+    const auto repeated =
+        run({"calibrate", "--sensor", "2", "--output", file, "--sensor", "1", "--connect", server.address()});
+    ASSERT_EQ(repeated.code, exit_code::success) << repeated.err;
     EXPECT_EQ(json::parse(server.lines()[2])["configuration"]["groups"],
               json::parse(R"([[{"sensor_id":2,"config":{}},{"sensor_id":1,"config":{}}]])"));
     const auto surplus = run({"calibrate", "--output", "x", "--sensor", "1", "2"});
@@ -365,6 +422,7 @@ TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
     EXPECT_EQ(run({"info", "-d"}).err, "Unexpected argument: -d\nRun with --help for more information.\n");
     EXPECT_EQ(run({"--bogus", "info", "x"}).err,
               "Unexpected argument: --bogus\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"--bogus"}).err, "Unexpected argument: --bogus\nRun with --help for more information.\n");
     EXPECT_THAT(run({"validate", "--"}).err, HasSubstr("CONFIG is required\n"));
     EXPECT_EQ(run({"validate", "x", "a", "--help"}).code, exit_code::success);
 }
@@ -422,6 +480,10 @@ TEST(command_line, takes_no_option_for_a_value)
     EXPECT_EQ(run({"plot", "--", "--output"}).code, exit_code::bad_file);
     EXPECT_THAT(run({"plot", "--", "--output", "--json"}).err, HasSubstr("Unexpected argument: --json\n"));
     EXPECT_EQ(run({"plot", "x", "--output"}).code, exit_code::usage);
+    EXPECT_EQ(run({"info", "RECORDING", "--json"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "--json", "--output=x", "x"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "--json", "--", "x"}).code, exit_code::bad_file);
+    EXPECT_THAT(run({"info", "x", "--output", "--json"}).err, HasSubstr("Unexpected argument: --output\n"));
 }
 
 TEST(command_line, says_that_its_output_cannot_be_written)
