@@ -15,7 +15,7 @@ PARTS = (
     ("cJSON", r"libcjson\.a"),
     ("simulator", r"libzet_simulator\.a"),
     ("allocator", r"libvantor_memory\.a"),
-    ("port", r"ports/(cortex_m4|mps2_an386)/"),
+    ("port", r"ports/(firmware/cortex_m4|mps2_an386)/"),
     ("C library and compiler's", r""),
 )
 
