@@ -1,0 +1,81 @@
+/** @file
+ * A stand-in for the maker's sensor library, to link and run firmware without it.
+ *
+ * It implements every function of `nox/`, measures nothing, and refuses what the headers there forbid: the
+ * call is logged at level ERROR, counted, and fails or has no effect. What a header allows to fail (an
+ * invalid configuration, a damaged calibration, exhausted memory) fails without being counted.
+ *
+ * - There are 16 sensor positions; each of them answers.
+ * - A calibration takes three steps with an interrupt each, then a call that completes it.
+ * - A measurement is done at once; the frame rate of a configuration does not delay it.
+ * - A frame has the samples of stand_in_sample, temperature 25, no flag set and clear-channel value 0.25.
+ * - The highest sweep rate is 1,000,000 Hz divided by the points of a sweep. One sub-sweep with a sensor that
+ *   stays ready between sweeps is measured in the high-speed mode.
+ */
+#ifndef STAND_IN_H
+#define STAND_IN_H
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#include "zet_cpd_k330_meas_session_generated.h"
+#include "zet_definitions_common.h"
+#include "zet_definitions_k330.h"
+
+/** Number of sensor positions. */
+#define STAND_IN_SENSOR_COUNT 16U
+
+/** Interrupts of a calibration. */
+#define STAND_IN_CALIBRATION_STEPS 3U
+
+/** Temperature of every frame and calibration, in degrees Celsius. */
+#define STAND_IN_TEMPERATURE 25
+
+/** Clear-channel value of every frame whose configuration enables it. */
+#define STAND_IN_CCA_VALUE 0.25F
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// NOLINTBEGIN(bugprone-dynamic-static-initializers): nothing is initialised by a declaration
+/** Number of broken contracts since start. */
+extern uint32_t stand_in_violations;
+
+/** Text of the last broken contract; empty at start. */
+extern char stand_in_last_violation[160];
+// NOLINTEND(bugprone-dynamic-static-initializers)
+
+/**
+ * The sample of a frame at a point.
+ *
+ * @param sensor_id     the sensor
+ * @param frame_number  number of the frame since the sensor's handle was created, from 0
+ * @param point         index of the sample in the frame, from 0
+ */
+static inline zet_int16_complex_t stand_in_sample(zet_sensor_id_t sensor_id, uint32_t frame_number,
+                                                  uint32_t point)
+{
+    zet_int16_complex_t sample;
+    sample.real = (int16_t)(uint16_t)(frame_number * 7U + point * 3U + sensor_id);
+    sample.imag = (int16_t)(uint16_t)point;
+    return sample;
+}
+
+/** The parameter block with which a sensor was prepared last; null without one. */
+const zet_cpd_k330_meas_session_parameters_t *stand_in_parameters(zet_sensor_id_t sensor_id);
+
+/** Returns to the state at start and forgets all handles without freeing them. For tests. */
+void stand_in_reset(void);
+
+/** Raises a sensor's interrupt. The only part that depends on the processor, with the next one. */
+void stand_in_raise_interrupt(zet_sensor_id_t sensor_id);
+
+/** Whether a raised interrupt of a sensor was not taken yet. */
+bool stand_in_interrupt_is_pending(zet_sensor_id_t sensor_id);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
