@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "memory.h"
+#include "board_memory.h"
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
 

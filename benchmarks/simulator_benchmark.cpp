@@ -9,7 +9,7 @@
 #include <array>
 #include <cstddef>
 
-#include "memory.h"
+#include "board_memory.h"
 #include "zet_config.h"
 #include "zet_config_subsweep.h"
 #include "zet_hal_integration_k330.h"

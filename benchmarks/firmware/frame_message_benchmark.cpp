@@ -10,7 +10,7 @@
 #include "cycle_counter.h"
 #include "free_sensors.h"
 #include "hand_written_message.h"
-#include "memory.h"
+#include "board_memory.h"
 #include "semihosting.h"
 #include "start.h"
 #include "zet_definitions_k330.h"

@@ -14,7 +14,7 @@
  * A block is its header, one word, and the memory that the caller gets. A free block keeps its links in that
  * memory and, in its last word, its own address, by which the block after it finds it.
  */
-#include "memory.h"
+#include "board_memory.h"
 
 #include <algorithm>
 #include <bit>

@@ -9,7 +9,7 @@
 
 #include "clock.h"
 #include "link.h"
-#include "memory.h"
+#include "board_memory.h"
 #include "options.h"
 #include "scene_file.h"
 #include "server.h"

@@ -7,7 +7,7 @@
 #include <poll.h>
 
 #include "clock.h"
-#include "memory.h"
+#include "board_memory.h"
 #include "zet_vantor_server.h"
 
 namespace

@@ -7,7 +7,7 @@
 #include "clock.h"
 #include "link.h"
 #include "log.h"
-#include "memory.h"
+#include "board_memory.h"
 #include "settings.h"
 #include "stack.h"
 #include "start.h"

@@ -8,7 +8,7 @@
 #include "clock.h"
 #include "cortex_m4.h"
 #include "link.h"
-#include "memory.h"
+#include "board_memory.h"
 #include "sensors.h"
 #include "stack.h"
 #include "start.h"

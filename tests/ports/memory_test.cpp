@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "memory.h"
+#include "board_memory.h"
 #include "zet_integration.h"
 #include "zet_vantor_server.h"
 

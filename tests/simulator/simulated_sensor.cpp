@@ -10,7 +10,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "memory.h"
+#include "board_memory.h"
 #include "zet_config_cca.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_integration.h"

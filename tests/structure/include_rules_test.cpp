@@ -43,7 +43,7 @@ const strings headers{
     "application/vantor_server/zet_vantor_server.h",
     "application/vantor_server/zet_vantor_server_line.h",
     "simulator/zet_simulator.h",
-    "ports/common/memory.h",
+    "ports/common/board_memory.h",
     "ports/linux/options.h",
     "ports/firmware/port.h",
     "ports/firmware/cortex_m4/stack.h",
@@ -134,7 +134,7 @@ TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
 {
     EXPECT_EQ(may_include("ports/common/a.cpp"),
               (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
-                       "application/vantor_server/zet_vantor_server.h", "ports/common/memory.h"}));
+                       "application/vantor_server/zet_vantor_server.h", "ports/common/board_memory.h"}));
 }
 
 TEST(include_rules, let_the_port_for_linux_know_no_other_port)
@@ -143,7 +143,7 @@ TEST(include_rules, let_the_port_for_linux_know_no_other_port)
               (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
                        "application/vantor_server/zet_vantor_server.h",
                        "application/vantor_server/zet_vantor_server_line.h", "simulator/zet_simulator.h",
-                       "ports/common/memory.h", "ports/linux/options.h"}));
+                       "ports/common/board_memory.h", "ports/linux/options.h"}));
 }
 
 TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
@@ -152,7 +152,7 @@ TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
                               "integration/zet_integration.h",
                               "application/vantor_server/zet_vantor_server.h",
                               "application/vantor_server/zet_vantor_server_line.h",
-                              "ports/common/memory.h",
+                              "ports/common/board_memory.h",
                               "ports/firmware/port.h",
                               "ports/firmware/cortex_m4/stack.h",
                               "boards/one/board_numbers.h"};
