@@ -1,0 +1,269 @@
+/** @file
+ * The Netduino Plus 2 (STM32F405RG, Cortex-M4F at 168 MHz), by the chip's reference manual RM0090.
+ *
+ * Link: USART1 (PA9, PA10). Log: USART2 (PA2). Two sensors on SPI1 (PA5, PA6, PA7): chip selects PB0 and PB1,
+ * enable lines PB4 and PB5, supplies PB8 and PB9, interrupts PA0 and PA1.
+ */
+#include "board.h"
+
+#include <initializer_list>
+
+#include "cortex_m4.h"
+
+using cortex_m4::hardware_register;
+
+namespace
+{
+
+// Registers of the chip.
+constexpr uintptr_t rcc = 0x40023800U;
+constexpr uintptr_t flash_access_control = 0x40023C00U;
+constexpr uintptr_t gpio_a = 0x40020000U;
+constexpr uintptr_t gpio_b = 0x40020400U;
+constexpr uintptr_t exti = 0x40013C00U;
+constexpr uintptr_t spi1 = 0x40013000U;
+constexpr uintptr_t tim2 = 0x40000000U;
+constexpr uintptr_t usart1 = 0x40011000U;
+constexpr uintptr_t usart2 = 0x40004400U;
+constexpr uintptr_t unique_id = 0x1FFF7A10U;
+
+constexpr uintptr_t rcc_cr = rcc;
+constexpr uintptr_t rcc_csr = rcc + 0x74U;
+constexpr uintptr_t exti_pending = exti + 0x14U;
+
+/** Number of the interrupt of line 0 (PA0). */
+constexpr uint32_t first_line_interrupt = 6;
+
+constexpr uint32_t apb2_clock_hz = 84000000;
+constexpr uint32_t apb1_clock_hz = 42000000;
+
+/** Bits of a port's state. */
+constexpr uint32_t usart_overrun = 1U << 3U;
+constexpr uint32_t usart_received = 1U << 5U;
+constexpr uint32_t usart_all_sent = 1U << 6U;
+constexpr uint32_t usart_can_take = 1U << 7U;
+constexpr uint32_t usart_damaged = 7U; ///< parity, framing, noise
+
+constexpr uint32_t smallest_divider = 16;
+constexpr uint32_t largest_divider = 0xFFFF;
+
+/** Whether the chip is emulated: the internal oscillator of a real one is on after a reset. */
+bool is_emulated;
+
+void set_bits(uintptr_t address, uint32_t bits)
+{
+    hardware_register(address) = hardware_register(address) | bits;
+}
+
+void wait_for_bits(uintptr_t address, uint32_t bits)
+{
+    while ((hardware_register(address) & bits) != bits)
+    {
+    }
+}
+
+/** 168 MHz from the crystal of 25 MHz; 84 MHz and 42 MHz for the buses. */
+void start_clocks()
+{
+    set_bits(rcc_cr, 1U << 16U); // crystal
+    wait_for_bits(rcc_cr, 1U << 17U);
+    hardware_register(flash_access_control) = 7U << 8U | 5U; // caches, 5 wait states
+    hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
+    set_bits(rcc_cr, 1U << 24U); // multiplies
+    wait_for_bits(rcc_cr, 1U << 25U);
+    hardware_register(rcc + 0x08U) = 5U << 10U | 4U << 13U | 2U;
+    wait_for_bits(rcc + 0x08U, 2U << 2U);
+}
+
+/** Gives a pin of a port a mode of two bits: 1 for output, 2 for the alternate function. */
+void set_mode(uintptr_t gpio, uint32_t pin, uint32_t mode)
+{
+    hardware_register(gpio) = (hardware_register(gpio) & ~(3U << pin * 2U)) | mode << pin * 2U;
+}
+
+void set_alternate_function(uint32_t pin, uint32_t function)
+{
+    set_bits(gpio_a + 0x20U + pin / 8U * 4U, function << pin % 8U * 4U);
+    set_mode(gpio_a, pin, 2);
+}
+
+void set_pin(uint32_t pin, bool high)
+{
+    hardware_register(gpio_b + 0x18U) = 1U << (high ? pin : pin + 16U);
+}
+
+void start_pins()
+{
+    for (const uint32_t pin : {2U, 9U, 10U})
+    {
+        set_alternate_function(pin, 7);
+    }
+    for (const uint32_t pin : {5U, 6U, 7U})
+    {
+        set_alternate_function(pin, 5);
+    }
+    set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U); // interrupt lines rest low
+    for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
+    {
+        set_pin(pin, false);
+        set_mode(gpio_b, pin, 1);
+    }
+}
+
+/** A counter of microseconds; the emulator counts at 1 GHz, whatever the clock. */
+void start_counter()
+{
+    hardware_register(tim2 + 0x28U) = (is_emulated ? 1000U : 2U * apb1_clock_hz / 1000000U) - 1U;
+    hardware_register(tim2 + 0x2CU) = 0xFFFFFFFFU;
+    hardware_register(tim2 + 0x14U) = 1; // takes the prescaler
+    hardware_register(tim2) = 1;
+}
+
+void start_sensors()
+{
+    hardware_register(spi1) =
+        1U << 9U | 1U << 8U | 1U << 6U | 3U << 3U | 1U << 2U; // master, 5.25 MHz, mode 0
+    hardware_register(exti + 0x08U) = 3;                      // rising edges of lines 0 and 1
+    hardware_register(exti) = 3;
+}
+
+uint32_t divider_for(uint32_t baudrate)
+{
+    return (apb2_clock_hz + baudrate / 2U) / baudrate;
+}
+
+} // namespace
+
+extern const board_area_t board_areas[BOARD_AREA_COUNT] = {
+    {"peripherals", 0x40000000U, 0x20000000U, BOARD_DEVICES},
+    {"id", unique_id, 12, BOARD_READ_ONLY},
+};
+
+void board_start(void)
+{
+    is_emulated = (hardware_register(rcc_cr) & 1U) == 0U;
+    if (!is_emulated)
+    {
+        start_clocks();
+    }
+    set_bits(rcc + 0x30U, 3U);                               // GPIO A, B
+    set_bits(rcc + 0x40U, 1U << 0U | 1U << 17U);             // TIM2, USART2
+    set_bits(rcc + 0x44U, 1U << 4U | 1U << 12U | 1U << 14U); // USART1, SPI1, SYSCFG
+    start_pins();
+    start_counter();
+    start_sensors();
+    hardware_register(usart2 + 0x08U) = (apb1_clock_hz + 57600U) / 115200U;
+    hardware_register(usart2 + 0x0CU) = 1U << 13U | 1U << 3U;
+}
+
+uint32_t board_counter_us(void)
+{
+    return hardware_register(tim2 + 0x24U);
+}
+
+bool board_log_can_send(void)
+{
+    return (hardware_register(usart2) & usart_can_take) != 0U;
+}
+
+void board_log_send(uint8_t byte)
+{
+    hardware_register(usart2 + 0x04U) = byte;
+}
+
+uint32_t board_link_nearest_baudrate(uint32_t baudrate)
+{
+    const uint32_t divider = divider_for(baudrate);
+    return divider >= smallest_divider && divider <= largest_divider ? apb2_clock_hz / divider : 0U;
+}
+
+void board_link_open(uint32_t baudrate)
+{
+    hardware_register(usart1 + 0x0CU) = 0;
+    hardware_register(usart1 + 0x08U) = divider_for(baudrate);
+    hardware_register(usart1 + 0x0CU) = 1U << 13U | 1U << 5U | 1U << 3U | 1U << 2U;
+}
+
+bool board_link_can_send(void)
+{
+    return (hardware_register(usart1) & usart_can_take) != 0U;
+}
+
+void board_link_send(uint8_t byte)
+{
+    hardware_register(usart1 + 0x04U) = byte;
+}
+
+bool board_link_is_drained(void)
+{
+    return (hardware_register(usart1) & usart_all_sent) != 0U;
+}
+
+// Reading the state and then the data acknowledges the interrupt, overruns and damaged bytes included.
+bool board_link_receive(uint8_t *byte)
+{
+    const uint32_t state = hardware_register(usart1);
+    if ((state & (usart_received | usart_overrun)) == 0U)
+    {
+        return false;
+    }
+    const auto data = static_cast<uint8_t>(hardware_register(usart1 + 0x04U));
+    *byte = (state & (usart_overrun | usart_damaged)) != 0U ? uint8_t{0} : data;
+    return true;
+}
+
+void board_sensor_set_supply(uint32_t sensor_id, bool on)
+{
+    set_pin(sensor_id + 7U, on);
+}
+
+void board_sensor_set_enable(uint32_t sensor_id, bool on)
+{
+    set_pin(sensor_id - 1U, on); // the chip select of a sensor that is off is low as well
+    set_pin(sensor_id + 3U, on);
+}
+
+void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
+{
+    set_pin(sensor_id - 1U, false);
+    for (size_t i = 0; i < size; ++i)
+    {
+        hardware_register(spi1 + 0x0CU) = buffer[i];
+        wait_for_bits(spi1 + 0x08U, 1U);
+        buffer[i] = static_cast<uint8_t>(hardware_register(spi1 + 0x0CU));
+    }
+    set_pin(sensor_id - 1U, true);
+}
+
+// Each line has an interrupt of its own.
+uint32_t board_sensor_take_interrupts(void)
+{
+    const uint32_t line = 1U << (cortex_m4::active_interrupt() - first_line_interrupt);
+    hardware_register(exti_pending) = line;
+    return line;
+}
+
+const char *board_reset_cause(void)
+{
+    const uint32_t flags = hardware_register(rcc_csr);
+    set_bits(rcc_csr, 1U << 24U); // the flags are for the next reset
+    return (flags & 3U << 29U) != 0U   ? "watchdog"
+           : (flags & 1U << 27U) != 0U ? "power on"
+           : (flags & 1U << 26U) != 0U ? "reset pin"
+                                       : nullptr;
+}
+
+const char *board_id(void)
+{
+    static char text[25];
+    if (is_emulated)
+    {
+        return nullptr;
+    }
+    for (uint32_t i = 0; i < 24U; ++i)
+    {
+        const uint32_t digit = hardware_register(unique_id + i / 8U * 4U) >> (28U - i % 8U * 4U) & 15U;
+        text[i] = "0123456789abcdef"[digit];
+    }
+    return text;
+}

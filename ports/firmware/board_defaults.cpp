@@ -1,0 +1,57 @@
+/** @file
+ * What a board may leave to the firmware.
+ */
+#include <algorithm>
+#include <atomic>
+
+#include "board.h"
+#include "cortex_m4.h"
+
+namespace
+{
+
+constexpr uint32_t cycles_per_us = BOARD_CORE_CLOCK_HZ / 1000000U;
+static_assert(cycles_per_us > 0 && BOARD_LONGEST_WAIT_US <= UINT32_MAX / cycles_per_us,
+              "BOARD_CORE_CLOCK_HZ, BOARD_LONGEST_WAIT_US: the cycles of a wait fit in 32 bits");
+
+std::atomic<bool> woken;
+
+} // namespace
+
+extern "C" {
+
+[[gnu::weak]] uint32_t board_link_nearest_baudrate(uint32_t baudrate)
+{
+    return baudrate;
+}
+
+[[gnu::weak]] void board_feed_watchdog(void)
+{
+}
+
+// With interrupts held back nothing can come between the check and the sleep; a pending one ends the sleep.
+[[gnu::weak]] void board_wait(uint32_t duration_us)
+{
+    const cortex_m4::interrupt_lock lock;
+    if (!woken)
+    {
+        cortex_m4::sleep(std::min(duration_us * cycles_per_us, cortex_m4::longest_sleep_cycles));
+    }
+    woken = false;
+}
+
+[[gnu::weak]] void board_wake(void)
+{
+    woken = true;
+}
+
+[[gnu::weak]] const char *board_reset_cause(void)
+{
+    return nullptr;
+}
+
+[[gnu::weak]] const char *board_id(void)
+{
+    return nullptr;
+}
+}

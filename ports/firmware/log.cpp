@@ -1,0 +1,91 @@
+/** @file
+ * The board's log.
+ */
+#include "log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <initializer_list>
+
+#include "board.h"
+#include "clock.h"
+#include "faults.h"
+#include "retained.h"
+#include "zet_integration_log.h"
+#include "zet_vantor_server.h"
+
+namespace
+{
+
+/** Least severe line for the log's port: a line takes milliseconds there. */
+constexpr zet_log_level_t port_log_level = ZET_LOG_LEVEL_WARNING;
+
+/** Longest text of a line, with its end; what is longer is cut. */
+constexpr size_t text_size = 256;
+
+/** How long a line may take: longer than 300 characters at 115,200 baud. */
+constexpr uint64_t patience_us = 40000;
+
+/** Writes a text, or as much of it as the port takes before the deadline. */
+void write(const char *text, uint64_t deadline_us)
+{
+    for (; *text != '\0'; ++text)
+    {
+        while (!board_log_can_send())
+        {
+            board_feed_watchdog();
+            if (clock_now_us() >= deadline_us)
+            {
+                return;
+            }
+        }
+        board_log_send(static_cast<uint8_t>(*text));
+    }
+}
+
+} // namespace
+
+void log_to_port(zet_log_level_t level, const char *module, const char *text)
+{
+    static constexpr const char *names[] = {"error: ", "warning: ", "info: ", "verbose: ", "debug: "};
+    const uint64_t deadline_us = clock_now_us() + patience_us;
+    for (const char *part : {names[level], module, ": ", text, "\r\n"})
+    {
+        write(part, deadline_us);
+    }
+}
+
+void log_line(zet_log_level_t level, const char *module, const char *text)
+{
+    if (level <= port_log_level)
+    {
+        log_to_port(level, module, text);
+    }
+    zet_vantor_server_log(level, module, text);
+}
+
+// Simulated sensors bring a function of this name; this one is linked where it comes first.
+void zet_integration_log(zet_log_level_t level, const char *module, const char *format, ...)
+{
+    char text[text_size];
+    va_list arguments;
+    va_start(arguments, format);
+    (void)vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    log_line(level, module, text);
+}
+
+void write_fault_report(const char *text)
+{
+    const uint64_t deadline_us = clock_now_us() + patience_us;
+    if (retain_fault(text))
+    {
+        write("fault: ", deadline_us);
+    }
+    write(text, deadline_us);
+}
+
+void end_fault_report()
+{
+    write("; restarting\r\n", clock_now_us() + patience_us);
+}

@@ -1,0 +1,89 @@
+/** @file
+ * What survives a reset of the board, in memory that the start does not clear.
+ */
+#include "retained.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "board.h"
+
+namespace
+{
+
+/** Distinguishes what was retained from the random content of memory after power on. */
+constexpr uint32_t mark = 0x52544E31U;
+
+struct retained_t
+{
+    uint32_t mark;
+    uint32_t inverted_mark;
+    char cause[24];
+    char fault[160];
+};
+
+[[gnu::section(".retained")]] retained_t retained;
+
+/** The cause of this start. */
+char reset_cause[sizeof retained.cause];
+
+/** Whether this run has reported a fault. */
+bool faulted;
+
+template <size_t size> void copy(char (&text)[size], const char *from)
+{
+    (void)snprintf(text, size, "%s", from);
+}
+
+/** What the board says about the reset, or else a word for it. */
+const char *ask_board(const char *otherwise)
+{
+    const char *cause = board_reset_cause();
+    return cause != nullptr ? cause : otherwise;
+}
+
+} // namespace
+
+void retained_start()
+{
+    if (retained.mark != mark || retained.inverted_mark != ~mark)
+    {
+        retained = {mark, ~mark, {}, {}};
+        copy(reset_cause, ask_board("power on"));
+        return;
+    }
+    retained.cause[sizeof retained.cause - 1] = '\0';
+    retained.fault[sizeof retained.fault - 1] = '\0';
+    copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : ask_board("reset"));
+    retained.cause[0] = '\0';
+}
+
+const char *retained_reset_cause()
+{
+    return reset_cause;
+}
+
+const char *retained_last_fault()
+{
+    return retained.fault[0] != '\0' ? retained.fault : nullptr;
+}
+
+void retain_restart_cause(const char *cause)
+{
+    copy(retained.cause, cause);
+}
+
+bool retain_fault(const char *text)
+{
+    const bool is_first = !faulted;
+    if (is_first)
+    {
+        faulted = true;
+        retained.fault[0] = '\0';
+        retain_restart_cause("fault");
+    }
+    const size_t length = strlen(retained.fault);
+    (void)snprintf(retained.fault + length, sizeof retained.fault - length, "%s", text);
+    return is_first;
+}

@@ -1,0 +1,112 @@
+/** @file
+ * The board's own sensors: supply, enable lines, interrupts, and the record of the board for the sensor
+ * library.
+ */
+#include <atomic>
+
+#include "board.h"
+#include "clock.h"
+#include "interrupts.h"
+#include "sensors.h"
+#include "zet_hal_integration_k330.h"
+#include "zet_integration.h"
+#include "zet_integration_log.h"
+
+namespace
+{
+
+/** Sensors that have signalled and were not waited for yet, sensor 1 in the lowest bit. */
+std::atomic<uint32_t> signalled;
+
+/** The sensor that is waited for, as a bit. */
+uint32_t awaited;
+
+/** Takes the signal of the awaited sensor, if it has come. */
+bool take_signal()
+{
+    return (signalled.fetch_and(~awaited) & awaited) != 0U;
+}
+
+void await(zet_sensor_id_t sensor_id)
+{
+    awaited = 1U << (sensor_id - 1U);
+}
+
+constexpr zet_hal_k330_t hal = {
+    .max_spi_transfer_size = BOARD_SENSOR_MAX_TRANSFER,
+    .mem_alloc = zet_integration_mem_alloc,
+    .mem_free = zet_integration_mem_free,
+    .transfer = board_sensor_transfer,
+    .log = zet_integration_log,
+    .optimization = {.transfer16 = nullptr},
+};
+
+} // namespace
+
+void sensor_handler()
+{
+    signalled |= board_sensor_take_interrupts();
+    board_wake();
+}
+
+bool sensors_start()
+{
+    enable_sensor_interrupts();
+    return true;
+}
+
+uint64_t sensors_now_us()
+{
+    return clock_now_us();
+}
+
+bool sensors_have_virtual_clock()
+{
+    return false;
+}
+
+void sensors_advance_clock(uint32_t /*duration_us*/)
+{
+}
+
+void zet_hal_integration_sensor_supply_on(zet_sensor_id_t sensor_id)
+{
+    board_sensor_set_supply(sensor_id, true);
+    clock_delay_us(BOARD_SUPPLY_RISE_US);
+}
+
+void zet_hal_integration_sensor_supply_off(zet_sensor_id_t sensor_id)
+{
+    board_sensor_set_supply(sensor_id, false);
+}
+
+void zet_hal_integration_sensor_enable(zet_sensor_id_t sensor_id)
+{
+    board_sensor_set_enable(sensor_id, true);
+    clock_delay_us(BOARD_SENSOR_START_US);
+    // What the line did before is not a signal of the sensor.
+    await(sensor_id);
+    (void)take_signal();
+}
+
+void zet_hal_integration_sensor_disable(zet_sensor_id_t sensor_id)
+{
+    board_sensor_set_enable(sensor_id, false);
+    clock_delay_us(BOARD_SENSOR_RESET_US);
+}
+
+bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, uint32_t timeout_ms)
+{
+    await(sensor_id);
+    return clock_wait_until(clock_now_us() + uint64_t{timeout_ms} * 1000U, take_signal);
+}
+
+uint16_t zet_hal_integration_sensor_count(void)
+{
+    return BOARD_SENSOR_COUNT;
+}
+
+const zet_hal_k330_t *zet_hal_nox_integration_get_implementation(void)
+{
+    return &hal;
+}

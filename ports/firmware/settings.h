@@ -1,0 +1,24 @@
+/** @file
+ * The settings of the simulated sensors, at the end of the flash.
+ */
+#ifndef VANTOR_FIRMWARE_SETTINGS_H
+#define VANTOR_FIRMWARE_SETTINGS_H
+
+#include <cstdint>
+
+/** What can be set on a board without building its program again. */
+struct settings_t
+{
+    uint32_t mark;          ///< settings_mark; anything else stands for the defaults
+    uint16_t sensor_count;  ///< sensor positions, at most 8
+    uint16_t virtual_clock; ///< 1 for a clock that does not wait: same seed, same run
+    uint32_t seed;          ///< all noise follows from it
+};
+
+/** Distinguishes settings from empty flash. */
+constexpr uint32_t settings_mark = 0x31524E56U;
+
+/** The settings in force; the defaults are BOARD_SENSOR_COUNT, the real clock and seed 1. */
+settings_t read_settings();
+
+#endif
