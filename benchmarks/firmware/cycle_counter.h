@@ -1,26 +1,37 @@
 /** @file
  * Counting instructions.
  *
- * Started with `-icount shift=10`, the emulator lets every instruction take 1024 ns, in which the board's 25
- * MHz counter goes on by 25.6.
+ * Started with `-icount shift=7`, the emulator lets every instruction take 128 ns, in which SysTick counts at
+ * least three cycles of the processor's clock.
  */
 #ifndef VANTOR_CYCLE_COUNTER_H
 #define VANTOR_CYCLE_COUNTER_H
 
 #include <cstdint>
 
+#include "board.h"
 #include "cortex_m4.h"
 
-/** The board's 25 MHz counter. */
-inline uint32_t cycle_count()
+/** Makes SysTick count. */
+inline void start_cycle_count()
 {
-    return cortex_m4::hardware_register(0x40028018U);
+    cortex_m4::hardware_register(0xE000E014U) = 0xFFFFFFU;
+    cortex_m4::hardware_register(0xE000E018U) = 0;
+    cortex_m4::hardware_register(0xE000E010U) = 5U;
 }
 
-/** Instructions between two readings of the counter, up to 167 million. */
+/** SysTick, which counts 24 bits down. */
+inline uint32_t cycle_count()
+{
+    return cortex_m4::hardware_register(0xE000E018U);
+}
+
+/** Instructions between two readings of the counter, up to 700,000. */
 inline uint32_t instructions_between(uint32_t begin, uint32_t end)
 {
-    return static_cast<uint32_t>(uint64_t{end - begin} * 10U / 256U);
+    const uint64_t cycles = (begin - end) & 0xFFFFFFU;
+    return static_cast<uint32_t>((cycles * (1000000000U / 128U) + BOARD_CORE_CLOCK_HZ / 2U) /
+                                 BOARD_CORE_CLOCK_HZ);
 }
 
 #endif

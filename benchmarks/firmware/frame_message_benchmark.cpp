@@ -7,10 +7,11 @@
 
 #include <cjson/cJSON.h>
 
+#include "board_memory.h"
 #include "cycle_counter.h"
 #include "free_sensors.h"
 #include "hand_written_message.h"
-#include "board_memory.h"
+#include "interrupts.h"
 #include "semihosting.h"
 #include "start.h"
 #include "zet_definitions_k330.h"
@@ -179,8 +180,13 @@ void count_shape(uint32_t groups, uint32_t items)
 
 } // namespace
 
+void sensor_handler()
+{
+}
+
 void run_board()
 {
+    start_cycle_count();
     memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     zet_simulator_options_t options = {};
     options.sensor_count = 5;

@@ -68,7 +68,7 @@ bool can_send(uart_t uart)
 
 } // namespace
 
-extern const board_area_t board_areas[BOARD_AREA_COUNT] = {
+const board_area_t board_areas[BOARD_AREA_COUNT] = {
     {"peripherals", 0x40000000U, 0x20000000U, BOARD_DEVICES},
 };
 

@@ -134,7 +134,7 @@ uint32_t divider_for(uint32_t baudrate)
 
 } // namespace
 
-extern const board_area_t board_areas[BOARD_AREA_COUNT] = {
+const board_area_t board_areas[BOARD_AREA_COUNT] = {
     {"peripherals", 0x40000000U, 0x20000000U, BOARD_DEVICES},
     {"id", unique_id, 12, BOARD_READ_ONLY},
 };

@@ -34,8 +34,8 @@ typedef struct
     board_rights_t rights;
 } board_area_t;
 
-/** The areas that the board opens, at most BOARD_MOST_AREAS; those of the processor itself are always open.
- */
+/** The areas that the board opens, at most BOARD_MOST_AREAS; the processor's own are always open. */
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): constants
 extern const board_area_t board_areas[BOARD_AREA_COUNT];
 
 /** What the memory protection unit has room for. */

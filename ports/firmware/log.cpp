@@ -26,15 +26,20 @@ constexpr size_t text_size = 256;
 /** How long a line may take: longer than 300 characters at 115,200 baud. */
 constexpr uint64_t patience_us = 40000;
 
+/** The same where the clock stands still, as in a fault before the board has started: polls for some 100 ms.
+ */
+constexpr uint32_t patience_polls = 1000000;
+
 /** Writes a text, or as much of it as the port takes before the deadline. */
 void write(const char *text, uint64_t deadline_us)
 {
+    uint32_t polls = 0;
     for (; *text != '\0'; ++text)
     {
         while (!board_log_can_send())
         {
             board_feed_watchdog();
-            if (clock_now_us() >= deadline_us)
+            if (clock_now_us() >= deadline_us || ++polls >= patience_polls)
             {
                 return;
             }

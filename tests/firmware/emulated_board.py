@@ -5,6 +5,7 @@ import functools
 import json
 import os
 import re
+import select
 import socket
 import struct
 import subprocess
@@ -14,7 +15,27 @@ from vantor_process import Host, SocketStream, TIME_OUT, wait_until
 
 FIRMWARE = os.environ["VANTOR_FIRMWARE"]
 
-SETTINGS = 0x7FFE0
+BOARD_FOLDER = os.environ["VANTOR_BOARD_FOLDER"]
+BOARD_NAME = os.path.basename(BOARD_FOLDER)
+
+
+def read_emulator():
+    """What the emulator needs to know of the board."""
+    with open(os.path.join(BOARD_FOLDER, "emulator.json"), encoding="utf-8") as file:
+        return json.load(file)
+
+
+def read_numbers():
+    """The numbers of the board."""
+    with open(os.path.join(BOARD_FOLDER, "board_numbers.h"), encoding="utf-8") as file:
+        return {name: int(value) for name, value in re.findall(r"\bBOARD_(\w+) = (\d+),", file.read())}
+
+
+EMULATOR = read_emulator()
+NUMBERS = read_numbers()
+
+INTERRUPTS_ENABLED = 0xE000E100
+
 SETTINGS_MARK = 0x31524E56
 
 
@@ -39,6 +60,26 @@ def make_full_pipe(path):
             os.write(pipe, bytes(4096))
     except BlockingIOError:
         return os.fdopen(pipe)
+
+
+def repeat_until_answered(host, command):
+    """Sends a command. One that arrives while the board restarts is lost, so it is sent again."""
+    host.command(command)
+    answered = False
+    while not answered:
+        while not select.select([host.stream.socket], [], [], 1.0)[0]:
+            host.command(command)
+        answered = host.answer()[0].get("command") == command
+
+
+def end_session(host):
+    """Ends a session. The board may restart after that, as long as nothing else arrives; then it is at rest."""
+    repeat_until_answered(host, "end")
+    repeat_until_answered(host, "identify")
+    # What was repeated in vain is answered before this.
+    host.command("stats")
+    while host.answer()[0].get("command") != "stats":
+        pass
 
 
 class UnixSocketStream(SocketStream):
@@ -73,8 +114,7 @@ class Board:
         self.link_path = os.path.join(self.directory.name, "link") if narrow_link else None
         self.full_pipe = None if log_is_taken else make_full_pipe(self.log_path)
         self.port = free_port()
-        settings = struct.unpack("<QQ", struct.pack("<IHHIxxxx", SETTINGS_MARK, sensors, virtual_clock, seed))
-        arguments = ["qemu-system-arm", "-M", "mps2-an386", "-display", "none", "-monitor", "none",
+        arguments = ["qemu-system-arm", "-M", EMULATOR["machine"], "-display", "none", "-monitor", "none",
                      "-kernel", image,
                      "-serial", f"unix:{self.link_path},server=on,wait=on" if narrow_link
                      else f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on",
@@ -85,10 +125,17 @@ class Board:
             arguments += ["-icount", "shift=8"]
         if skipped_sleep:
             arguments += ["-icount", "shift=5,sleep=off"]
-        for i, word in enumerate(settings):
-            arguments += ["-device", f"loader,addr={SETTINGS + 8 * i:#x},data={word:#x},data-len=8"]
+        arguments += ["-device", f"loader,file={self._settings_file(sensors, virtual_clock, seed)},force-raw=on,"
+                                 f"addr={EMULATOR['settings']}"]
         self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.address = f"tcp:127.0.0.1:{self.port}"
+
+    def _settings_file(self, *settings):
+        """A file with settings as they lie in the flash."""
+        path = os.path.join(self.directory.name, "settings")
+        with open(path, "wb") as file:
+            file.write(struct.pack("<IHHI", SETTINGS_MARK, *settings))
+        return path
 
     def __enter__(self):
         return self
@@ -100,16 +147,24 @@ class Board:
             self.full_pipe.close()
         self.directory.cleanup()
         # The emulator reports accesses to registers that do not exist; an abort shows in the exit code.
-        harmless = ("QEMU waiting for connection", "terminating on signal", "icount sleep disabled and no active timers")
+        harmless = ("QEMU waiting for connection", "terminating on signal", "icount sleep disabled and no active timers",
+                    *(f"{device}: unimplemented device" for device in EMULATOR["unknown_to_emulator"]))
         mistakes = [line for line in errors if not any(text in line for text in harmless)]
         if kind is None and ((mistakes and not self.unforeseen_accesses) or self.process.returncode != 0):
             raise AssertionError(f"the emulator ended with {self.process.returncode}: {mistakes}")
 
-    def connect(self):
-        """Connects a host."""
+    def connect(self, board_listens=True):
+        """Connects a host, once the board listens; the first one starts the board."""
         hosts = []
         wait_until(lambda: self._try_to_connect(hosts), "the emulator to take a connection")
+        if board_listens:
+            wait_until(self._listens, "the board to listen")
         return hosts[0]
+
+    def _listens(self):
+        """Whether the link's interrupt is enabled."""
+        word, bit = divmod(NUMBERS["LINK_INTERRUPT"], 32)
+        return self.register(INTERRUPTS_ENABLED + 4 * word) >> bit & 1 == 1
 
     def _try_to_connect(self, hosts):
         """Adds a host to the list; false when the emulator takes no connection yet."""
@@ -133,7 +188,7 @@ class Board:
 
     def wait_for_restarted_link(self):
         """Waits until the board has given a host up and discarded its input: what comes from now on is the next one's."""
-        self.wait_for_log("link restarted")
+        self.wait_for_log("restarting the link")
         wait_until(lambda: self.variable("stalled") & 0xFF == 0, "the restart of the link")
 
     def variable(self, name, offset=0):
@@ -145,6 +200,10 @@ class Board:
         """A hardware register, or a word of memory, as the emulator's monitor shows it."""
         shown = self._ask_monitor("human-monitor-command", **{"command-line": f"xp /1wx {address:#x}"})
         return int(re.search(r": 0x([0-9a-f]+)", shown)[1], 16)
+
+    def baudrate(self):
+        """The baud rate of the link, by its divider."""
+        return EMULATOR["baud_clock_hz"] / self.register(int(EMULATOR["baud_divider"], 16))
 
     @contextlib.contextmanager
     def stopped(self):

@@ -1,4 +1,4 @@
-"""Instructions of a frame message on the emulated processor, against their bounds and the README's table."""
+"""Instructions of a frame message on an emulated board, against their bounds and the table in the documents."""
 
 import json
 import os
@@ -11,19 +11,19 @@ BOUNDS = {1: 6500, 5: 17000, 10: 35000, 50: 145000}
 
 def count(command):
     """The counts of one run of the benchmark image."""
-    run = subprocess.run([command], capture_output=True, text=True, timeout=200, check=True)
+    run = subprocess.run(command, capture_output=True, text=True, timeout=200, check=True)
     return [json.loads(line) for line in run.stdout.splitlines()]
 
 
 def table(counts):
-    """The counts as the README shows them."""
+    """The counts as the document shows them."""
     lines = ["| items | message | by hand | whole frame | allocations |", "|---:|---:|---:|---:|---:|"]
     lines += [f"| {c['items']} | {c['message']:,} | {c['by_hand']:,} | {c['frame']:,} | {c['allocations']} |"
               for c in counts]
     return "\n".join(lines)
 
 
-def check(command, readme_path):
+def check(command, document_path):
     """Prints the table and what is wrong with the counts; returns the exit code."""
     counts = count(command)
     print(table(counts))
@@ -37,13 +37,13 @@ def check(command, readme_path):
     if any(larger["message"] * smaller["items"] > smaller["message"] * larger["items"]
            for smaller, larger in zip(counts, counts[1:])):
         faults.append("the cost grows faster than the number of items")
-    with open(readme_path, encoding="utf-8") as file:
+    with open(document_path, encoding="utf-8") as file:
         if table(counts) not in file.read():
-            faults.append(f"{os.path.basename(readme_path)} does not show this table: put it there")
+            faults.append(f"{os.path.basename(document_path)} does not show this table: put it there")
     for fault in faults:
         print(fault, file=sys.stderr)
     return 1 if faults else 0
 
 
 if __name__ == "__main__":
-    sys.exit(check(sys.argv[1], sys.argv[2]))
+    sys.exit(check(sys.argv[1:3], sys.argv[3]))

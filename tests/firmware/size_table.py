@@ -4,7 +4,7 @@ import os
 import re
 import sys
 
-from emulated_board import FIRMWARE, Board
+from emulated_board import FIRMWARE, NUMBERS, Board
 from vantor_process import example
 
 # Parts of the image, by where an object file comes from; the first that matches counts.
@@ -15,16 +15,17 @@ PARTS = (
     ("cJSON", r"libcjson\.a"),
     ("simulator", r"libzet_simulator\.a"),
     ("allocator", r"libvantor_memory\.a"),
-    ("port", r"ports/(firmware/cortex_m4|mps2_an386)/"),
+    ("board", r"/boards/"),
+    ("firmware", r"ports/firmware/"),
     ("C library and compiler's", r""),
 )
 
-SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".stacks", ".heap")
+SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".retained", ".stacks", ".heap")
 
 
 def section_kind(output_section):
     """The column of an output section."""
-    return {".data": "data", ".bss": "bss", ".stacks": "bss", ".heap": "bss"}.get(output_section, "text")
+    return {".data": "data", ".bss": "bss", ".retained": "bss", ".stacks": "bss", ".heap": "bss"}.get(output_section, "text")
 
 
 def sizes_of_parts(map_path):
@@ -47,7 +48,7 @@ def sizes_of_parts(map_path):
     rest = {kind: sum(size for section, size in totals.items() if section in SECTIONS and section_kind(section) == kind)
             - sum(part[kind] for part in sizes.values()) for kind in ("text", "data", "bss")}
     rest["bss"] -= totals[".stacks"] + totals[".heap"]
-    return {**sizes, "null guard and padding": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
+    return {**sizes, "null guard, padding, merged texts": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
             "heap": {"text": 0, "data": 0, "bss": totals[".heap"]}}
 
 
@@ -72,12 +73,12 @@ def memory_of_sessions():
         with Board(sensors=sensors) as board, board.connect() as host:
             at_rest[sensors] = live(host)
     item = {"sensor_id": 1, "config": {"num_points": 100}}
-    with Board() as board, board.connect() as host:
+    with Board(sensors=2) as board, board.connect() as host:
         idle = live(host)
         one = configured(host, [[item]])
         two = configured(host, [[item], [item]])
         two_sensors = configured(host, [[item, {**item, "sensor_id": 2}]])
-    with Board() as board, board.connect() as host:
+    with Board(sensors=2) as board, board.connect() as host:
         answer = host.ask("configure", configuration=example("two_sensors.json"))
         assert answer["status"] == "ok", answer
         for _ in range(10):
@@ -88,7 +89,7 @@ def memory_of_sessions():
     each_item = two - one
     each_sensor = two_sensors - two
     return (
-        ("board at rest, five sensor positions", idle),
+        ("board at rest, two sensor positions", idle),
         ("each sensor position", at_rest[2] - at_rest[1]),
         ("session: itself", one - idle - each_sensor - each_item),
         ("session: each sensor in use", each_sensor),
@@ -98,28 +99,33 @@ def memory_of_sessions():
     )
 
 
+def rows(table):
+    """Rows of a table of parts, with their sum."""
+    total = {kind: sum(sizes[kind] for sizes in table.values()) for kind in ("text", "data", "bss")}
+    return [f"| {name} | {sizes['text']:,} | {sizes['data']:,} | {sizes['bss']:,} |"
+            for name, sizes in [*table.items(), ("in all", total)]]
+
+
 def table():
-    """The tables as the README shows them."""
-    lines = ["| part | text | data | bss |", "|---|---:|---:|---:|"]
-    total = {"text": 0, "data": 0, "bss": 0}
-    for name, sizes in sizes_of_parts(re.sub(r"\.elf$", ".map", FIRMWARE)).items():
-        lines.append(f"| {name} | {sizes['text']:,} | {sizes['data']:,} | {sizes['bss']:,} |")
-        for kind, size in sizes.items():
-            total[kind] += size
-    lines.append(f"| in all | {total['text']:,} | {total['data']:,} | {total['bss']:,} |")
-    lines += ["", "| heap | bytes |", "|---|---:|"]
-    lines += [f"| {name} | {size:,} |" for name, size in memory_of_sessions()]
+    """The tables as the document shows them."""
+    parts = sizes_of_parts(re.sub(r"\.elf$", ".map", FIRMWARE))
+    heap = memory_of_sessions()
+    static = sum(sizes["data"] + sizes["bss"] for sizes in parts.values()) - parts["heap"]["bss"]
+    lines = ["| part | text | data | bss |", "|---|---:|---:|---:|", *rows(parts),
+             "", "| heap | bytes |", "|---|---:|"]
+    lines += [f"| {name} | {size:,} |" for name, size in heap]
+    lines.append(f"| RAM in all, with a heap of that peak | {static + heap[-1][1]:,} |")
     return "\n".join(lines)
 
 
-def check(readme_path):
-    """Prints the tables; says whether the README shows them."""
+def check(document_path):
+    """Prints the tables; says whether the document shows them."""
     tables = table()
     print(tables)
-    with open(readme_path, encoding="utf-8") as file:
+    with open(document_path, encoding="utf-8") as file:
         if tables in file.read():
             return 0
-    print(f"{os.path.basename(readme_path)} does not show these tables: put them there.", file=sys.stderr)
+    print(f"{os.path.basename(document_path)} does not show these tables: put them there.", file=sys.stderr)
     return 1
 
 

@@ -1,5 +1,5 @@
 /** @file
- * What the code of a board asks of a Cortex-M4F beyond C++: interrupts, sleep, reset.
+ * What the firmware needs of a Cortex-M4F beyond C++: interrupts, sleep, reset.
  */
 #ifndef VANTOR_CORTEX_M4_H
 #define VANTOR_CORTEX_M4_H
@@ -44,10 +44,38 @@ inline void wait_for_interrupt()
     __asm volatile("dsb\n\twfi" ::: "memory");
 }
 
+/** Longest time that SysTick can count, in cycles of the processor. */
+constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
+
+/**
+ * Sleeps until an interrupt is pending, or for a time. To be called with interrupts held back; SysTick, which
+ * ends the sleep, is switched off again before it can interrupt.
+ *
+ * @param cycles  of the processor, 1 to longest_sleep_cycles
+ */
+inline void sleep(uint32_t cycles)
+{
+    volatile uint32_t *const systick = &hardware_register(0xE000E010U);
+    systick[1] = cycles; // reload
+    systick[2] = 0;      // value: reloaded by the next cycle
+    systick[0] = 7U;     // runs on the processor's clock and interrupts
+    wait_for_interrupt();
+    systick[0] = 0;
+    hardware_register(0xE000ED04U) = 1U << 25U; // its interrupt is not pending any more
+}
+
 /** Lets an external interrupt through. */
 inline void enable_interrupt(uint32_t number)
 {
     hardware_register(0xE000E100U + number / 32U * 4U) = 1U << number % 32U;
+}
+
+/** The number of the external interrupt whose handler runs. */
+inline uint32_t active_interrupt()
+{
+    uint32_t exception = 0;
+    __asm volatile("mrs %0, ipsr" : "=r"(exception));
+    return exception - 16U;
 }
 
 /** Restarts the board. */

@@ -26,19 +26,47 @@ constexpr uintptr_t hard_fault_status = 0xE000ED2CU;
 constexpr uintptr_t memory_fault_address = 0xE000ED34U;
 constexpr uintptr_t bus_fault_address = 0xE000ED38U;
 
-/** Bits of the fault status: the address register of the fault holds. */
+/** Bits of the fault status: the address register of the fault is valid. */
 constexpr uint32_t memory_fault_address_valid = 1U << 7U;
 constexpr uint32_t bus_fault_address_valid = 1U << 15U;
 
 /** Bits of the fault status: the registers could not be saved, for want of stack most likely. */
 constexpr uint32_t stacking_failed = 1U << 4U | 1U << 12U;
 
-/** Names of the exceptions by number. */
-const char *exception_name(uint32_t number)
+/** Number of the first exception that is an interrupt of a device. */
+constexpr uint32_t first_interrupt = 16;
+
+/** Reports a decimal number. */
+void report_number(uint32_t number)
+{
+    char digits[11] = {};
+    char *begin = &digits[10];
+    do
+    {
+        *--begin = static_cast<char>('0' + number % 10U);
+        number /= 10U;
+    } while (number > 0U);
+    write_fault_report(begin);
+}
+
+/** Reports which exception came. */
+void report_exception(uint32_t number)
 {
     static constexpr const char *names[] = {"thread",       "reset",     "NMI",        "hard fault",
                                             "memory fault", "bus fault", "usage fault"};
-    return number < sizeof names / sizeof names[0] ? names[number] : "unexpected exception";
+    if (number < sizeof names / sizeof names[0])
+    {
+        write_fault_report(names[number]);
+        return;
+    }
+    write_fault_report("unexpected exception ");
+    report_number(number);
+    if (number >= first_interrupt)
+    {
+        write_fault_report(" (interrupt ");
+        report_number(number - first_interrupt);
+        write_fault_report(")");
+    }
 }
 
 /** Reports a register. */
@@ -58,8 +86,7 @@ void report_register(const char *name, uint32_t value)
     uint32_t exception = 0;
     __asm volatile("mrs %0, ipsr" : "=r"(exception));
     const uint32_t status = hardware_register(configurable_fault_status);
-    write_fault_report("fault: ");
-    write_fault_report(exception_name(exception));
+    report_exception(exception);
     report_register(", cfsr ", status);
     report_register(", hfsr ", hardware_register(hard_fault_status));
     if ((status & memory_fault_address_valid) != 0U)
@@ -79,7 +106,7 @@ void report_register(const char *name, uint32_t value)
         report_register(", pc ", frame->pc);
         report_register(", lr ", frame->lr);
     }
-    write_fault_report("; restarting\r\n");
+    end_fault_report();
     cortex_m4::reset_system();
 }
 
@@ -92,12 +119,28 @@ void cortex_m4::enable_faults()
     hardware_register(configuration_and_control) = hardware_register(configuration_and_control) | 1U << 4U;
 }
 
-// Hands the frame on from the stack that was in use.
-[[gnu::naked]] void fault_handler()
+extern "C" {
+
+// Hands the frame on from the stack that was in use. Where registers could not be saved, the stack of the
+// interrupts may be exhausted: it is used again from its top, because nothing returns to what it contains.
+[[gnu::naked]] void fault_handler() noexcept
 {
     __asm volatile("tst lr, #4\n\t"
                    "ite eq\n\t"
                    "mrseq r0, msp\n\t"
                    "mrsne r0, psp\n\t"
-                   "b %c0\n\t" ::"i"(report_fault));
+                   "ldr r1, =%c1\n\t"
+                   "ldr r1, [r1]\n\t"
+                   "ldr r2, =%c2\n\t"
+                   "tst r1, r2\n\t"
+                   "itt ne\n\t"
+                   "ldrne r1, =interrupt_stack_top\n\t"
+                   "msrne msp, r1\n\t"
+                   "b %c0\n\t" ::"i"(report_fault),
+                   "i"(configurable_fault_status), "i"(stacking_failed));
+}
+
+[[gnu::weak, gnu::alias("fault_handler")]] void SVC_Handler() noexcept;
+[[gnu::weak, gnu::alias("fault_handler")]] void PendSV_Handler() noexcept;
+[[gnu::weak, gnu::alias("fault_handler")]] void SysTick_Handler() noexcept;
 }

@@ -14,13 +14,24 @@ void enable_faults();
 
 extern "C" {
 
-/** Handles every exception that is no interrupt of the board. */
-void fault_handler();
+/** Handles every exception that has no other handler: reports it and restarts the board. */
+void fault_handler() noexcept;
+
+// Their usual names, under which an operating system brings its own.
+// NOLINTBEGIN(readability-identifier-naming)
+void SVC_Handler() noexcept;
+void PendSV_Handler() noexcept;
+void SysTick_Handler() noexcept;
+// NOLINTEND(readability-identifier-naming)
 
 /**
- * Given by the board: writes a text to the log at once, in any state of the program and without interrupts.
+ * Given by the firmware, without interrupts and in any state of the program: writes a part of a report at
+ * once.
  */
 void write_fault_report(const char *text);
+
+/** Given by the firmware: ends a report. */
+void end_fault_report();
 }
 
 #endif

@@ -3,11 +3,16 @@
  */
 #include "memory_protection.h"
 
-#include <bit>
+#include <initializer_list>
 
+#include "board.h"
 #include "cortex_m4.h"
 
+static_assert(BOARD_AREA_COUNT <= BOARD_MOST_AREAS, "BOARD_AREA_COUNT: the unit has no room for more areas");
+
 using cortex_m4::hardware_register;
+using cortex_m4::region_t;
+using cortex_m4::rights_t;
 
 extern "C" {
 
@@ -16,8 +21,11 @@ extern uint8_t flash_begin[];
 extern uint8_t flash_size[];
 extern uint8_t ram_begin[];
 extern uint8_t ram_size[];
+extern uint8_t heap_ram_begin[];
+extern uint8_t heap_ram_size[];
 extern uint8_t null_guard_size[];
-extern uint8_t stack_guard_begin[];
+extern uint8_t program_guard_begin[];
+extern uint8_t interrupt_guard_begin[];
 extern uint8_t stack_guard_size[];
 }
 
@@ -28,33 +36,90 @@ constexpr uintptr_t control_register = 0xE000ED94U;
 constexpr uintptr_t base_address_register = 0xE000ED9CU;
 constexpr uintptr_t attribute_register = 0xE000EDA0U;
 
-/** Rights to a region, as the attribute register takes them. */
-enum rights_t : uint32_t
+uint32_t address(const uint8_t *symbol)
 {
-    no_access = 1U << 28U,
-    read_execute = 6U << 24U | 2U << 16U,
-    read_write = 1U << 28U | 3U << 24U | 6U << 16U,
-    read_write_device = 1U << 28U | 3U << 24U | 5U << 16U,
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(symbol));
+}
+
+region_t make_region(const char *name, uint32_t begin, uint32_t size, rights_t rights)
+{
+    return {name, begin, begin + size - 1U, rights};
+}
+
+region_t board_region(const board_area_t &area)
+{
+    return make_region(area.name, area.begin, area.size,
+                       area.rights == BOARD_READ_ONLY ? rights_t::read : rights_t::read_write_devices);
+}
+
+bool heap_has_its_own_memory()
+{
+    return address(heap_ram_begin) != address(ram_begin);
+}
+
+/** The regions in the order of the unit: where they overlap the last one counts, so code is never writable.
+ */
+struct regions_t
+{
+    region_t regions[8];
+    uint32_t open_count; ///< the first ones; guards follow
+    uint32_t count;
+
+    void add(const region_t &region)
+    {
+        regions[count++] = region;
+    }
 };
 
-/** Sets a region; of regions that overlap the one with the highest number counts. */
-void set_region(uint32_t number, uintptr_t begin, uint32_t size, rights_t rights)
+regions_t list_regions()
 {
-    const uint32_t log2_size = static_cast<uint32_t>(std::countr_zero(size));
-    hardware_register(base_address_register) = begin | 1U << 4U | number;
-    hardware_register(attribute_register) = rights | (log2_size - 1U) << 1U | 1U;
+    regions_t list = {};
+    for (const auto &area : board_areas)
+    {
+        list.add(board_region(area));
+    }
+    list.add(make_region("memory", address(ram_begin), address(ram_size), rights_t::read_write));
+    if (heap_has_its_own_memory())
+    {
+        list.add(make_region("heap", address(heap_ram_begin), address(heap_ram_size), rights_t::read_write));
+    }
+    list.add(make_region("code", address(flash_begin), address(flash_size), rights_t::read_execute));
+    list.open_count = list.count;
+    list.add(make_region("null", 0, address(null_guard_size), rights_t::none));
+    for (const uint8_t *guard : {program_guard_begin, interrupt_guard_begin})
+    {
+        list.add(make_region("guard", address(guard), address(stack_guard_size), rights_t::none));
+    }
+    return list;
+}
+
+void set_region(uint32_t number, const region_t &region)
+{
+    const cortex_m4::unit_region_t unit = cortex_m4::cover(region.begin, region.last);
+    hardware_register(base_address_register) = unit.begin | 1U << 4U | number;
+    hardware_register(attribute_register) =
+        static_cast<uint32_t>(region.rights) | unit.disabled_eighths << 8U | (unit.log2_size - 1U) << 1U | 1U;
 }
 
 } // namespace
 
 void cortex_m4::protect_memory()
 {
-    const auto address = [](const uint8_t *symbol) { return reinterpret_cast<uintptr_t>(symbol); };
-    set_region(0, address(flash_begin), address(flash_size), read_execute);
-    set_region(1, address(ram_begin), address(ram_size), read_write);
-    set_region(2, 0x40000000U, 0x20000000U, read_write_device);
-    set_region(3, 0, address(null_guard_size), no_access);
-    set_region(4, address(stack_guard_begin), address(stack_guard_size), no_access);
+    const regions_t list = list_regions();
+    for (uint32_t number = 0; number < list.count; ++number)
+    {
+        set_region(number, list.regions[number]);
+    }
     hardware_register(control_register) = 1U;
     __asm volatile("dsb\n\tisb" ::: "memory");
+}
+
+uint32_t cortex_m4::open_region_count()
+{
+    return list_regions().open_count;
+}
+
+region_t cortex_m4::open_region(uint32_t number)
+{
+    return covered(list_regions().regions[number]);
 }

@@ -1,5 +1,5 @@
 /** @file
- * From reset to the board's program.
+ * From reset to the program.
  */
 #include "start.h"
 
@@ -53,35 +53,40 @@ extern uint8_t bss_end[];
 }
 
 // In assembly, because compiled code may touch the floating-point unit and the stack that are set up here.
-// The two stacks lie side by side, so they are painted as one.
+// The stacks lie side by side, with a guard between them, so they are painted as one. The vector table may
+// lie behind a boot loader.
 [[gnu::naked]] void reset_handler()
 {
     __asm volatile("ldr r0, =0xE000ED88\n\t" // CPACR: full access to the floating-point unit
                    "ldr r1, [r0]\n\t"
                    "orr r1, r1, #0x00F00000\n\t"
                    "str r1, [r0]\n\t"
+                   "ldr r0, =0xE000ED08\n\t" // VTOR
+                   "ldr r1, =vectors_begin\n\t"
+                   "str r1, [r0]\n\t"
                    "dsb\n\t"
                    "isb\n\t"
-                   "ldr r0, =program_stack_bottom\n\t"
-                   "ldr r1, =interrupt_stack_top\n\t"
+                   "ldr r0, =interrupt_stack_bottom\n\t"
+                   "ldr r1, =program_stack_top\n\t"
                    "ldr r2, =%c0\n"
                    "1:\n\t"
                    "str r2, [r0], #4\n\t"
                    "cmp r0, r1\n\t"
                    "bne 1b\n\t"
-                   "msr msp, r1\n\t"
-                   "ldr r0, =program_stack_top\n\t"
-                   "msr psp, r0\n\t"
+                   "ldr r0, =interrupt_stack_top\n\t"
+                   "msr msp, r0\n\t"
+                   "msr psp, r1\n\t"
                    "movs r0, #2\n\t" // CONTROL: the program uses its own stack
                    "msr control, r0\n\t"
                    "isb\n\t"
+                   "cpsie i\n\t" // a boot loader may have disabled interrupts
                    "b start_program\n\t" ::"i"(STACK_PAINT));
 }
 
 [[gnu::section(".core_vectors"), gnu::used]] static const core_vectors_t core_vectors = {
     interrupt_stack_top, reset_handler, fault_handler, fault_handler,
     fault_handler,       fault_handler, fault_handler, {},
-    fault_handler,       fault_handler, nullptr,       fault_handler,
-    fault_handler,
+    SVC_Handler,         fault_handler, nullptr,       PendSV_Handler,
+    SysTick_Handler,
 };
 }

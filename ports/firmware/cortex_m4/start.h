@@ -1,7 +1,7 @@
 /** @file
  * From reset to the board's program: stacks, floating-point unit, memory, protection, faults.
  *
- * The program runs on a stack of its own, so that a fault can be told even when that stack is exhausted.
+ * The program runs on a stack of its own, so that a fault can be reported even when that stack is exhausted.
  */
 #ifndef VANTOR_CORTEX_M4_START_H
 #define VANTOR_CORTEX_M4_START_H
@@ -24,7 +24,7 @@ extern uint32_t interrupt_stack_top[];
 /** What the processor does first. */
 void reset_handler();
 
-/** Given by the board: its program. When it returns, the board restarts. */
+/** Given by the firmware: its program. When it returns, the board restarts. */
 void run_board();
 }
 

@@ -2,12 +2,23 @@
  * Makes the mistake whose number is in the seed of the board's settings.
  */
 #include <cstdint>
+#include <cstdio>
 
+#include "board.h"
 #include "cortex_m4.h"
 #include "faults.h"
+#include "interrupts.h"
 #include "log.h"
+#include "retained.h"
 #include "settings.h"
 #include "start.h"
+
+// From the linker script; the size is the symbol's address.
+extern "C" {
+extern uint8_t flash_begin[];
+extern uint8_t ram_begin[];
+extern uint8_t ram_size[];
+}
 
 namespace
 {
@@ -32,12 +43,13 @@ void read_member_through_null()
 
 void write_to_flash()
 {
-    word_at(0x1000) = 1;
+    word_at(reinterpret_cast<uintptr_t>(flash_begin) + 0x1000U) = 1;
 }
 
 void touch_memory_that_is_not_there()
 {
-    const uint32_t value = word_at(0x20020000);
+    const uint32_t value =
+        word_at(reinterpret_cast<uintptr_t>(ram_begin) + reinterpret_cast<uintptr_t>(ram_size));
     (void)value;
 }
 
@@ -67,6 +79,17 @@ void exhaust_the_stack()
     depth = recurse(&depth);
 }
 
+void exhaust_the_stack_of_interrupts()
+{
+    word_at(0xE000ED04U) = 1U << 26U; // SysTick is pending
+    __asm volatile("dsb\n\tisb");
+}
+
+void call_the_supervisor()
+{
+    __asm volatile("svc 0");
+}
+
 void raise_an_interrupt_without_a_handler()
 {
     cortex_m4::enable_interrupt(31);
@@ -86,15 +109,32 @@ constexpr void (*mistakes[])() = {
     execute_data,
     divide_by_zero,
     exhaust_the_stack,
+    exhaust_the_stack_of_interrupts,
     raise_an_interrupt_without_a_handler,
+    call_the_supervisor,
     return_from_the_program,
 };
 
 } // namespace
 
+// A board may bring its own handler.
+void SysTick_Handler() noexcept
+{
+    exhaust_the_stack();
+}
+
+void sensor_handler()
+{
+}
+
 void run_board()
 {
-    log_open();
-    write_fault_report("started\r\n");
+    retained_start();
+    board_start();
+    const char *fault = retained_last_fault();
+    char text[200];
+    (void)snprintf(text, sizeof text, "started, %s, %s", retained_reset_cause(),
+                   fault != nullptr ? fault : "none");
+    log_to_port(ZET_LOG_LEVEL_INFO, "test", text);
     mistakes[read_settings().seed]();
 }

@@ -3,10 +3,15 @@
  */
 #include <cstdint>
 
+#include "interrupts.h"
 #include "start.h"
 
-extern const uint8_t too_much[512 * 1024];
-const uint8_t too_much[512 * 1024] = {1};
+extern const uint8_t too_much[1024 * 1024];
+const uint8_t too_much[1024 * 1024] = {1};
+
+void sensor_handler()
+{
+}
 
 void run_board()
 {

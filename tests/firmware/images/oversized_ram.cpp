@@ -3,9 +3,14 @@
  */
 #include <cstdint>
 
+#include "interrupts.h"
 #include "start.h"
 
-volatile uint8_t too_much[64 * 1024];
+volatile uint8_t too_much[128 * 1024];
+
+void sensor_handler()
+{
+}
 
 void run_board()
 {
