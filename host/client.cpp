@@ -3,6 +3,7 @@
  */
 #include "vantor/client.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "json_members.h"
@@ -17,10 +18,22 @@ namespace
 /** How much is read from the link at once. */
 constexpr std::size_t read_size = 65536;
 
+/** The command that ends a session. The line feed closes what an earlier host may have left half sent. */
+constexpr std::string_view end_command = "\n{\"command\":\"end\"}\n";
+
+/** How often it is sent at the start of a conversation until the server answers. */
+constexpr std::chrono::milliseconds end_interval{1000};
+
 /** Whether a message carries a frame. */
 bool is_frame(const message &received)
 {
     return received.header.contains("result_info");
+}
+
+/** Whether a message answers "end". */
+bool answers_end(const message &received)
+{
+    return received.header.value("command", nlohmann::json()) == "end";
 }
 
 /** Throws when a message reports an error of the server. */
@@ -57,7 +70,8 @@ void client::reconnect()
     link_.reset();
     link_ = open_links_();
     parser_.reset();
-    end();
+    unanswered_ends_ = 0;
+    find_server();
     identify();
     if (server_.protocol_version != protocol_version)
     {
@@ -92,7 +106,7 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
 {
     send_command({{"command", "configure"}, {"configuration", configuration}});
     auto deadline = now_() + timeouts_.configure;
-    const auto received = next_message(deadline, "session metadata");
+    const auto received = next_answer(deadline, "session metadata");
     throw_on_error(received);
     metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
     return metadata_;
@@ -124,25 +138,25 @@ frame client::single_frame()
 {
     send_command({{"command", "frame"}});
     auto deadline = now_() + timeouts_.frame;
-    const auto received = next_message(deadline, "frame");
+    const auto received = next_answer(deadline, "frame");
     throw_on_error(received);
     return decode(received);
 }
 
 void client::end()
 {
-    // The line feed closes what an earlier host may have left half sent. It goes with the command, since a
-    // server that is busy closes the connection, after which a second write would fail before its message is
-    // read.
-    send("\n{\"command\":\"end\"}\n");
+    // In a single write: a server that is busy closes the connection, after which a second write would fail
+    // before its message is read.
+    send_end(timeouts_.answer);
     auto deadline = now_() + timeouts_.answer;
     do
     {
         try
         {
             const auto received = next_message(deadline, "answer to \"end\"");
-            if (received.header.value("command", nlohmann::json()) == "end")
+            if (answers_end(received))
             {
+                --unanswered_ends_;
                 return;
             }
             if (received.header.value("code", nlohmann::json()) == "busy")
@@ -178,6 +192,11 @@ void client::set_baudrate(std::uint32_t baudrate)
     }
 }
 
+void client::send(std::string_view text)
+{
+    link_->write(std::as_bytes(std::span(text)), timeouts_.answer);
+}
+
 std::size_t client::bytes_missing() const noexcept
 {
     return parser_.missing();
@@ -188,16 +207,56 @@ std::uint64_t client::bytes_received() const noexcept
     return parser_.position();
 }
 
-/** Sends text as it is. */
-void client::send(std::string_view text)
-{
-    link_->write(std::as_bytes(std::span(text)), timeouts_.answer);
-}
-
 /** Sends a command as one line. */
 void client::send_command(const nlohmann::json &command)
 {
     send(command.dump() + "\n");
+}
+
+/** Ends the session, if there is one. A server that is starting loses commands, so this one is repeated. */
+void client::find_server()
+{
+    end_repetition_ = now_() + end_interval;
+    try
+    {
+        end();
+    }
+    catch (...)
+    {
+        end_repetition_.reset();
+        throw;
+    }
+    end_repetition_.reset();
+}
+
+/** Sends "end". */
+void client::send_end(std::chrono::milliseconds timeout)
+{
+    ++unanswered_ends_;
+    link_->write(std::as_bytes(std::span(end_command)), timeout);
+}
+
+/**
+ * Sends "end" again when it is time for that.
+ *
+ * @param left  how long the caller waits
+ * @return how long the caller can wait before the next call
+ */
+std::chrono::milliseconds client::repeat_end(std::chrono::milliseconds left)
+{
+    if (!end_repetition_)
+    {
+        return left;
+    }
+    if (time_left(*end_repetition_, now_).count() == 0)
+    {
+        end_repetition_ = now_() + end_interval;
+        if (parser_.missing() == 0) // else the server is there
+        {
+            send_end(left);
+        }
+    }
+    return std::min(left, time_left(*end_repetition_, now_));
 }
 
 /** Takes the next message that is no log line from the link; nothing when none came in time. */
@@ -219,7 +278,7 @@ std::optional<message> client::poll_message(time_point deadline)
         }
         const auto left = time_left(deadline, now_);
         over = left.count() == 0;
-        parser_.feed(std::span(buffer_).first(link_->read_some(buffer_, left)));
+        parser_.feed(std::span(buffer_).first(link_->read_some(buffer_, over ? left : repeat_end(left))));
     }
 }
 
@@ -240,6 +299,42 @@ message client::next_message(time_point &deadline, const char *awaited)
         }
         deadline = now_() + timeouts_.answer;
     }
+}
+
+/** The same without what still comes in answer to earlier "end"s. */
+message client::next_answer(time_point &deadline, const char *awaited)
+{
+    while (true)
+    {
+        auto received = next_message(deadline, awaited);
+        if (!take_late_answer(received))
+        {
+            return received;
+        }
+        if (now_() >= deadline)
+        {
+            throw_timeout(awaited);
+        }
+    }
+}
+
+/**
+ * Takes the answer to an "end" that was repeated or given up; false when the message is not one. A server
+ * that received only the rest of it, because it was still starting, answers "bad_json".
+ */
+bool client::take_late_answer(const message &received)
+{
+    if (unanswered_ends_ > 0 && answers_end(received))
+    {
+        --unanswered_ends_;
+        return true;
+    }
+    if (unanswered_ends_ > 0 && received.header.value("code", nlohmann::json()) == "bad_json")
+    {
+        return true;
+    }
+    unanswered_ends_ = 0; // answers keep their order
+    return false;
 }
 
 /** Hands a log line to its handler; false when the message is none. */
@@ -271,7 +366,7 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
     auto deadline = now_() + timeouts_.answer;
     do
     {
-        auto received = next_message(deadline, "answer");
+        auto received = next_answer(deadline, "answer");
         throw_on_error(received);
         if (!is_frame(received))
         {

@@ -45,7 +45,6 @@ TEST(client, finds_an_idle_server_and_identifies_it)
     const auto host = connect(server);
     EXPECT_EQ(host.server().sensor, "k330");
     EXPECT_THAT(host.server().connected_sensors, ElementsAre(1, 2));
-    EXPECT_THAT(server.lines(), ElementsAre(R"({"command":"end"})", R"({"command":"identify"})"));
 }
 
 TEST(client, drops_what_an_earlier_session_left_on_the_line)
@@ -118,9 +117,7 @@ TEST(client, runs_a_session)
     }
     host.stop();
     host.end();
-    const auto sent = json::parse(server.lines()[2]);
-    EXPECT_EQ(sent["command"], "configure");
-    EXPECT_EQ(sent["configuration"], configuration);
+    EXPECT_EQ(test::last_command(server.lines(), "configure")["configuration"], configuration);
 }
 
 TEST(client, measures_single_frames)
@@ -163,7 +160,7 @@ TEST(client, passes_log_lines_on)
     });
     host.ping();
     EXPECT_THAT(seen, ElementsAre("INFO core hello"));
-    EXPECT_EQ(json::parse(server.lines()[2]), json({{"command", "log"}, {"level", "INFO"}}));
+    EXPECT_EQ(test::last_command(server.lines(), "log"), json({{"command", "log"}, {"level", "INFO"}}));
 }
 
 TEST(client, reports_what_the_server_refuses)
@@ -471,9 +468,154 @@ protected:
     test::scripted_server server{clock};
 };
 
+/** What ends a session. */
+constexpr const char *end_line = R"({"command":"end"})";
+
 /** A reaction that does nothing. */
 void stay_silent(host_connection & /*host*/, const json & /*command*/)
 {
+}
+
+TEST_F(client_time, begins_with_the_end_of_whatever_session_there_is)
+{
+    connect();
+    EXPECT_THAT(server.lines(), ElementsAre(end_line, R"({"command":"identify"})"));
+    EXPECT_EQ(server.line().written().at(0).bytes, std::string("\n") + end_line + "\n");
+    EXPECT_EQ(clock.now(), 0s);
+}
+
+TEST_F(client_time, finds_a_server_that_is_still_starting)
+{
+    const struct
+    {
+        std::chrono::milliseconds start;
+        std::chrono::milliseconds found;
+    } servers[] = {{500ms, 1s}, {1000ms, 1s}, {1001ms, 2s}, {3000ms, 3s}, {9500ms, 10s}};
+    for (const auto &[start, found] : servers)
+    {
+        const auto beginning = clock.now();
+        const auto lines = server.lines().size();
+        server.on("end", [&, this](host_connection &host, const json &command) {
+            if (clock.now() - beginning >= start)
+            {
+                answer_after(0ms)(host, command);
+            }
+        });
+        auto host = connect({.answer = 11s});
+        EXPECT_EQ(clock.now() - beginning, found);
+        EXPECT_EQ(server.lines().size() - lines, static_cast<std::size_t>(found / 1s) + 2);
+        host.ping();
+        host.configure(example_session().configuration);
+        clock.advance(1h);
+        host.ping();
+        EXPECT_EQ(server.lines().back(), R"({"command":"ping"})");
+    }
+}
+
+TEST_F(client_time, sends_end_every_second_until_the_server_answers)
+{
+    server.on("end", [this](host_connection &host, const json &command) {
+        if (clock.now() >= 3s)
+        {
+            server.pause(400ms);
+            answer_after(0ms)(host, command);
+        }
+    });
+    connect();
+    std::vector<test::manual_clock::duration> moments;
+    for (const auto &[when, bytes] : server.line().written())
+    {
+        moments.push_back(when);
+    }
+    EXPECT_THAT(moments, ElementsAre(0s, 1s, 2s, 3s, 3400ms)); // the last one is "identify"
+}
+
+TEST_F(client_time, takes_no_late_answer_to_end_for_another_one)
+{
+    std::vector<json> ends;
+    server.on("end", [&, this](host_connection &host, const json &command) {
+        ends.push_back(command);
+        if (clock.now() < 3s)
+        {
+            return;
+        }
+        for (const auto &end : ends)
+        {
+            host.send({{"status", "error"}, {"code", "bad_json"}, {"message", "…"}, {"payload_size", 0}}, "");
+            host.send({{"status", "ok"}, {"command", end["command"]}, {"payload_size", 0}}, "");
+        }
+        ends.clear();
+    });
+    auto host = connect();
+    EXPECT_EQ(clock.now(), 3s);
+    EXPECT_EQ(host.server().sensor, "k330");
+    host.ping();
+    EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
+    host.end();
+    host.ping();
+    EXPECT_EQ(clock.now(), 3s);
+}
+
+TEST_F(client_time, takes_answers_to_end_that_come_one_by_one_as_late_as_they_are_sent)
+{
+    server.on("end", answer_after(3500ms));
+    server.on("identify", [this](host_connection &connection, const json &) {
+        server.pause(3500ms);
+        connection.send(test::identity(), "");
+    });
+    auto host = connect();
+    EXPECT_EQ(host.server().sensor, "k330");
+    EXPECT_EQ(clock.now(), 7s);
+    host.ping();
+    server.on("end", stay_silent);
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
+}
+
+TEST_F(client_time, takes_no_answer_to_an_end_that_it_gave_up_for_another_one)
+{
+    auto host = connect();
+    server.on("end", answer_after(6s));
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
+    server.on("end", answer_after(2s));
+    host.end();
+    EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
+    host.ping();
+}
+
+TEST_F(client_time, reports_a_command_that_is_damaged_once_all_ends_are_answered)
+{
+    auto host = connect();
+    server.on("ping", [](host_connection &connection, const json &) {
+        connection.send({{"status", "error"}, {"code", "bad_json"}, {"message", "…"}, {"payload_size", 0}},
+                        "");
+    });
+    EXPECT_THROW(host.ping(), server_error);
+}
+
+TEST_F(client_time, gives_up_on_a_server_that_never_answers)
+{
+    server.on("end", stay_silent);
+    for (const auto timeout : {500ms, 999ms, 1000ms, 5000ms, 9500ms})
+    {
+        EXPECT_EQ(time_until_given_up([&] { connect({.answer = timeout}); }), timeout);
+    }
+    const auto lines = server.lines().size();
+    EXPECT_THAT(
+        [&] { connect({.answer = 2s}); },
+        ThrowsMessage<timeout_error>("The server sent no answer to \"end\" in time. Check the line and "
+                                     "its speed, and that nothing else uses the server."));
+    EXPECT_EQ(server.lines().size(), lines + 2);
+}
+
+TEST_F(client_time, does_not_repeat_end_after_it_gave_up)
+{
+    auto host = connect();
+    server.on("end", stay_silent);
+    EXPECT_EQ(time_until_given_up([&] { host.reconnect(); }), 5s);
+    const auto lines = server.lines().size();
+    server.on("ping", answer_after(4s));
+    host.ping();
+    EXPECT_EQ(server.lines().size(), lines + 1);
 }
 
 TEST_F(client_time, waits_for_each_kind_of_answer_as_long_as_it_is_set_to)

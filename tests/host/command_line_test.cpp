@@ -143,7 +143,7 @@ TEST(command_line, keeps_calibrations_in_a_file)
               test::example_session().metadata["calibration_info"]);
     EXPECT_EQ(run({"calibrate", "--output", file, "--connect", server.address(), "--json"}).out,
               test::read_file(file));
-    const auto sent = json::parse(server.lines()[2])["configuration"]["groups"];
+    const auto sent = test::last_command(server.lines(), "configure")["configuration"]["groups"];
     EXPECT_EQ(sent, json::parse(R"([[{"sensor_id":1,"config":{}},{"sensor_id":2,"config":{}}]])"));
 }
 

@@ -128,7 +128,7 @@ TEST_F(record_test, hands_calibrations_of_a_file_to_the_server)
     options.calibration = directory.write(
         "cal.json", calibration_text({{.sensor_id = 2, .temperature = 20, .data = std::string(480, 'd')}}));
     EXPECT_EQ(run(), exit_code::success);
-    const auto sent = json::parse(server.lines()[2])["configuration"];
+    const auto sent = test::last_command(server.lines(), "configure")["configuration"];
     EXPECT_EQ(sent["calibration_info"][0]["data"], std::string(480, 'd'));
 }
 

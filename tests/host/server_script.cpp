@@ -3,6 +3,7 @@
  */
 #include "server_script.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace vantor::test
@@ -120,6 +121,24 @@ fake_session example_session()
         {"metadata", json::array({json::array({item_metadata(40, {20}), item_metadata(25, {10, 15})}),
                                   json::array({item_metadata(30, {30})})})}};
     return session;
+}
+
+json last_command(const std::vector<std::string> &lines, const std::string &name)
+{
+    json found;
+    for (const auto &line : lines)
+    {
+        auto command = json::parse(line);
+        if (command["command"] == name)
+        {
+            found = std::move(command);
+        }
+    }
+    if (found.is_null())
+    {
+        throw std::runtime_error("The server received no \"" + name + "\".");
+    }
+    return found;
 }
 
 reaction stream_frames(std::uint32_t count, std::uint32_t first)

@@ -58,6 +58,9 @@ struct fake_session
  */
 fake_session example_session();
 
+/** The last command of a name among lines that a server received; throws when there is none. */
+nlohmann::json last_command(const std::vector<std::string> &lines, const std::string &name);
+
 /** What a command does. */
 using reaction = std::function<void(host_connection &host, const nlohmann::json &command)>;
 

@@ -61,7 +61,8 @@ public:
     using log_handler = std::function<void(const log_line &)>;
 
     /**
-     * Connects, ends whatever session the server was in, and identifies the server.
+     * Connects, ends whatever session the server was in, and identifies the server. A board that is still
+     * starting has as long as the time-out of an answer: the first command is repeated every second.
      *
      * @param where     the server
      * @param timeouts  how long to wait for what
@@ -156,8 +157,13 @@ private:
 
     void send(std::string_view text);
     void send_command(const nlohmann::json &command);
+    void find_server();
+    void send_end(std::chrono::milliseconds timeout);
+    std::chrono::milliseconds repeat_end(std::chrono::milliseconds left);
     std::optional<message> poll_message(time_point deadline);
     message next_message(time_point &deadline, const char *awaited);
+    message next_answer(time_point &deadline, const char *awaited);
+    bool take_late_answer(const message &received);
     bool deliver_log(const nlohmann::json &header);
     nlohmann::json request(const nlohmann::json &command);
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler);
@@ -173,6 +179,8 @@ private:
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
     log_handler on_log_;
+    std::optional<time_point> end_repetition_; // when "end" is sent again; nothing when it is not
+    unsigned unanswered_ends_ = 0;             // some of them the server may never have received
 };
 
 } // namespace vantor
