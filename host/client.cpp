@@ -197,6 +197,11 @@ void client::send(std::string_view text)
     link_->write(std::as_bytes(std::span(text)), timeouts_.answer);
 }
 
+std::optional<message> client::receive(std::chrono::milliseconds timeout)
+{
+    return poll_message(now_() + timeout);
+}
+
 std::size_t client::bytes_missing() const noexcept
 {
     return parser_.missing();

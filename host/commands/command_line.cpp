@@ -16,6 +16,7 @@
 #include "commands/record.h"
 #include "commands/replay.h"
 #include "commands/scan.h"
+#include "commands/selftest.h"
 #include "commands/text_table.h"
 #include "commands/validate.h"
 #include "configuration.h"
@@ -101,11 +102,17 @@ exit_code report_current_exception(std::ostream &err)
 /** All commands, in the order of the help. */
 std::vector<command> list_commands()
 {
-    return {identify_command(), scan_command(),
-            validate_command(), calibrate_command(),
-            record_command(),   info_command(),
-            plot_command(),     export_command(),
-            replay_command(),   completion_command(list_commands)};
+    return {identify_command(),
+            scan_command(),
+            selftest_command(),
+            validate_command(),
+            calibrate_command(),
+            record_command(),
+            info_command(),
+            plot_command(),
+            export_command(),
+            replay_command(),
+            completion_command(list_commands)};
 }
 
 } // namespace

@@ -21,7 +21,8 @@ import numpy
 from sigmf_rules import check_recording
 from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, vantor
 
-COMMANDS = ("identify", "scan", "validate", "calibrate", "record", "info", "plot", "export", "replay", "completion")
+COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "plot", "export", "replay",
+            "completion")
 ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
 TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")
 FAST = "sim:--clock virtual --seed 11"

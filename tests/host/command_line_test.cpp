@@ -68,8 +68,8 @@ TEST(command_line, helps)
 
 TEST(command_line, has_help_with_examples_for_every_command)
 {
-    for (const char *command : {"identify", "scan", "validate", "calibrate", "record", "info", "plot",
-                                "export", "replay", "completion"})
+    for (const char *command : {"identify", "scan", "selftest", "validate", "calibrate", "record", "info",
+                                "plot", "export", "replay", "completion"})
     {
         const auto help = run({command, "--help"});
         EXPECT_EQ(help.code, exit_code::success) << command;
@@ -179,7 +179,7 @@ TEST(command_line, looks_into_recordings)
 TEST(command_line, completes_in_shells)
 {
     const auto bash = run({"completion", "bash"}).out;
-    EXPECT_THAT(bash, HasSubstr("identify scan validate"));
+    EXPECT_THAT(bash, HasSubstr("identify scan selftest validate"));
     EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
     EXPECT_EQ(run({"completion", "zsh"}).out,
               "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n" + bash);

@@ -183,7 +183,16 @@ void server_script::react(host_connection &host, const std::string &line)
         const std::scoped_lock lock(mutex_);
         lines_.push_back(line);
     }
-    const auto command = json::parse(line);
+    const auto command = json::parse(line, nullptr, false);
+    if (!command.is_object() || !command.contains("command") || !command["command"].is_string())
+    {
+        host.send({{"status", "error"},
+                   {"code", command.is_discarded() ? "bad_json" : "bad_command"},
+                   {"message", "…"},
+                   {"payload_size", 0}},
+                  "");
+        return;
+    }
     const auto name = command["command"].get<std::string>();
     const auto special = find(name);
     if (special)

@@ -146,6 +146,17 @@ public:
      */
     void set_baudrate(std::uint32_t baudrate);
 
+    /** Sends bytes as they are, whatever the server makes of them. For tests of a server. */
+    void send(std::string_view text);
+
+    /**
+     * Waits for the next message of any kind except a log line. For tests of a server.
+     *
+     * @param timeout  how long to wait
+     * @return the message, or nothing when none came in time
+     */
+    std::optional<message> receive(std::chrono::milliseconds timeout);
+
     /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
     [[nodiscard]] std::size_t bytes_missing() const noexcept;
 
@@ -155,7 +166,6 @@ public:
 private:
     using time_point = std::chrono::steady_clock::time_point;
 
-    void send(std::string_view text);
     void send_command(const nlohmann::json &command);
     void find_server();
     void send_end(std::chrono::milliseconds timeout);

@@ -1,0 +1,143 @@
+/** @file
+ * `vantor selftest`.
+ */
+#include "commands/selftest.h"
+
+#include <chrono>
+#include <memory>
+#include <ostream>
+
+#include "commands/common_options.h"
+#include "commands/text_table.h"
+#include "selftest/selftest.h"
+
+namespace vantor
+{
+namespace
+{
+
+using selftest::case_result;
+using selftest::verdict;
+
+constexpr const char *selftest_footer = R"(Examples:
+  vantor selftest
+      the simulated server
+  vantor selftest --connect serial:/dev/ttyACM0@115200
+      a board with a new port
+
+Takes about a minute, and nobody else may use the server meanwhile. One line for each case: "ok", "FAILED" with
+what was expected, what came and where to look, or "skipped" with the reason. The exit code is 1 when a case
+failed. docs/selftest.md describes the cases.)";
+
+/** How many cases ended in which way. */
+struct case_counts
+{
+    unsigned passed = 0;
+    unsigned failed = 0;
+    unsigned skipped = 0;
+};
+
+/** Counts a case. */
+void add(case_counts &counts, verdict outcome)
+{
+    counts.passed += outcome == verdict::passed ? 1U : 0U;
+    counts.failed += outcome == verdict::failed ? 1U : 0U;
+    counts.skipped += outcome == verdict::skipped ? 1U : 0U;
+}
+
+/** Prints a case for a person. */
+void print_case(std::ostream &out, const case_result &result)
+{
+    switch (result.outcome)
+    {
+    case verdict::passed:
+        out << "ok       " << result.name << "\n";
+        break;
+    case verdict::skipped:
+        out << "skipped  " << result.name << ": " << printable(result.got) << "\n";
+        break;
+    case verdict::failed:
+        out << "FAILED   " << result.name << "\n"
+            << "           expected: " << printable(result.expected) << "\n"
+            << "           got:      " << printable(result.got) << "\n"
+            << "           look at:  " << result.look_at << "\n";
+        break;
+    }
+    out << std::flush;
+}
+
+/** A case for a program. */
+nlohmann::ordered_json case_document(const case_result &result)
+{
+    switch (result.outcome)
+    {
+    case verdict::passed:
+        return {{"case", result.name}, {"result", "ok"}};
+    case verdict::skipped:
+        return {{"case", result.name}, {"result", "skipped"}, {"reason", result.got}};
+    case verdict::failed:
+        break;
+    }
+    return {{"case", result.name},
+            {"result", "failed"},
+            {"expected", result.expected},
+            {"got", result.got},
+            {"look_at", result.look_at}};
+}
+
+/** Tests the server at the address of the options. */
+exit_code test_server(const selftest_options &options, const command_streams &streams)
+{
+    const auto where = parse_address(options.connect);
+    const client_timeouts timeouts;
+    selftest::bench on([where, timeouts] { return open_link(where, timeouts.connect); },
+                       {.serial = std::holds_alternative<serial_address>(where),
+                        .closes_with_host = std::holds_alternative<tcp_address>(where)},
+                       timeouts, std::chrono::steady_clock::now);
+    return run_selftest(options, streams, on);
+}
+
+} // namespace
+
+exit_code run_selftest(const selftest_options &options, const command_streams &streams, selftest::bench &on)
+{
+    case_counts counts;
+    auto cases = nlohmann::ordered_json::array();
+    selftest::run_cases(on, [&](const case_result &result) {
+        add(counts, result.outcome);
+        if (options.json)
+        {
+            cases.push_back(case_document(result));
+        }
+        else
+        {
+            print_case(streams.out, result);
+        }
+    });
+    if (options.json)
+    {
+        print_json(streams.out, {{"address", options.connect},
+                                 {"passed", counts.passed},
+                                 {"failed", counts.failed},
+                                 {"skipped", counts.skipped},
+                                 {"cases", cases}});
+    }
+    else
+    {
+        streams.out << counts.passed << " passed, " << counts.failed << " failed, " << counts.skipped
+                    << " skipped\n";
+    }
+    return counts.failed == 0 ? exit_code::success : exit_code::failure;
+}
+
+command selftest_command()
+{
+    auto options = std::make_shared<selftest_options>();
+    return {.name = "selftest",
+            .help = "Test a server: prove that a board and its port work.",
+            .footer = selftest_footer,
+            .options = {connect_option(options->connect), json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return test_server(*options, streams); }};
+}
+
+} // namespace vantor

@@ -1,0 +1,149 @@
+/** @file
+ * Self-test: the baud rate of the link.
+ */
+#include "selftest/selftest.h"
+
+#include <array>
+
+namespace vantor::selftest
+{
+namespace
+{
+
+/** Where to look when the baud rate does not change as it should. */
+constexpr const char *look_at_baudrate =
+    "set_baudrate of the port: it waits for the last bit, then sets the divider; over a network, that the "
+    "adapter follows the baud rate";
+
+/** The rate of a link that has none of its own, such as one to an emulated board. */
+constexpr std::uint32_t usual_baudrate = 115200;
+
+/** Longer than a server waits for the ping at a new baud rate. */
+constexpr std::chrono::milliseconds trial{3000};
+
+/** The command that changes the baud rate. */
+nlohmann::json baudrate_command(std::uint64_t baudrate)
+{
+    return {{"command", "baudrate"}, {"baudrate", baudrate}};
+}
+
+/** Sets the host's end of the link; returns the rate before, nothing when the link cannot be set to it. */
+std::optional<std::uint32_t> set_line(bench &on, std::uint32_t baudrate)
+{
+    try
+    {
+        return on.line().set_baudrate(baudrate);
+    }
+    catch (const error &)
+    {
+        return std::nullopt;
+    }
+}
+
+/** A change of the baud rate that both ends can make. */
+struct rate_change
+{
+    std::uint32_t before;
+    std::uint32_t after;
+};
+
+/** Whether the server takes a baud rate; the rate is on trial then. */
+bool server_takes(bench &on, std::uint32_t baudrate)
+{
+    on.send(baudrate_command(baudrate).dump() + "\n");
+    const std::string awaited = "the answer \"ok\" to \"baudrate\", or the error \"bad_argument\"";
+    const auto header = on.next(awaited).header;
+    const bool taken = header["status"] == "ok";
+    check(taken || header.value("code", nlohmann::json()) == "bad_argument", awaited, describe(header));
+    return taken;
+}
+
+/** Whether the host's end of the link can be set to a baud rate; gives the rate that it has. */
+bool line_takes(bench &on, std::uint32_t baudrate, std::uint32_t &present)
+{
+    if (!on.traits().serial)
+    {
+        return true;
+    }
+    const auto before = set_line(on, baudrate);
+    if (!before)
+    {
+        return false;
+    }
+    on.line().set_baudrate(*before);
+    present = *before;
+    return true;
+}
+
+/** Has the server begin a change to a baud rate; the host's end stays as it is. */
+rate_change begin_change(bench &on)
+{
+    constexpr std::array<std::uint32_t, 8> rates{57600, 230400, 38400, 460800, 921600, 19200, 9600, 115200};
+    if (on.server().max_baudrate == 0)
+    {
+        throw case_skipped("the baud rate of this link is fixed");
+    }
+    rate_change change{.before = usual_baudrate, .after = 0};
+    for (const auto rate : rates)
+    {
+        if (rate <= on.server().max_baudrate && line_takes(on, rate, change.before) &&
+            rate != change.before && server_takes(on, rate))
+        {
+            change.after = rate;
+            return change;
+        }
+    }
+    throw case_failed("a usual baud rate that both ends can make", "none");
+}
+
+void change_and_return(bench &on)
+{
+    const auto change = begin_change(on);
+    if (on.traits().serial)
+    {
+        on.line().set_baudrate(change.after);
+    }
+    on.ping();
+    on.execute(baudrate_command(change.before));
+    if (on.traits().serial)
+    {
+        on.line().set_baudrate(change.before);
+    }
+    on.ping();
+}
+
+void fall_back(bench &on)
+{
+    begin_change(on);
+    const auto received = on.receive(trial);
+    check(!received, "nothing without a ping", received ? describe(received->header) : std::string());
+    on.ping();
+}
+
+void refused_rate(bench &on)
+{
+    const auto highest = on.server().max_baudrate;
+    if (highest == 0)
+    {
+        on.refuse(baudrate_command(usual_baudrate).dump() + "\n", "baudrate_fixed");
+    }
+    else
+    {
+        on.refuse(baudrate_command(std::uint64_t{highest} + 1).dump() + "\n", "bad_argument");
+        on.refuse(baudrate_command(0).dump() + "\n", "bad_argument");
+    }
+    on.ping();
+}
+
+} // namespace
+
+std::vector<selftest_case> baudrate_cases()
+{
+    return {
+        {"a baud rate that is refused leaves the link as it was", look_at_baudrate, refused_rate},
+        {"the baud rate changes and changes back", look_at_baudrate, change_and_return},
+        {"without a ping the baud rate falls back", look_at_baudrate, fall_back},
+    };
+}
+
+} // namespace vantor::selftest

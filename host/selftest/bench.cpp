@@ -1,0 +1,275 @@
+/** @file
+ * What the cases of the self-test stand on: one server, talked to message by message.
+ */
+#include "selftest/bench.h"
+
+#include <utility>
+
+namespace vantor::selftest
+{
+namespace
+{
+
+/** Longest text of a message in a line of the report. */
+constexpr std::size_t longest_description = 200;
+
+/** How long a server was waited for, as text. */
+std::string silence(std::chrono::milliseconds timeout)
+{
+    return "nothing within " + std::to_string(timeout.count()) + " ms";
+}
+
+} // namespace
+
+void check(bool condition, const std::string &expected, const std::string &got)
+{
+    if (!condition)
+    {
+        throw case_failed(expected, got);
+    }
+}
+
+std::string describe(const nlohmann::json &value)
+{
+    auto text = value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+    if (text.size() > longest_description)
+    {
+        text = text.substr(0, longest_description) + "...";
+    }
+    return text;
+}
+
+bench::bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts, time_source now)
+    : open_links_(std::move(open_links)), traits_(traits), timeouts_(timeouts), now_(std::move(now))
+{
+}
+
+void bench::connect()
+{
+    disconnect();
+    const int attempts =
+        server_ ? attempts_while_busy : 1; // the first time it is another host that is served
+    for (int attempt = 1; !host_; ++attempt)
+    {
+        try
+        {
+            open_host();
+        }
+        catch (const server_error &refusal)
+        {
+            if (refusal.code() != "busy" || attempt == attempts)
+            {
+                throw;
+            }
+        }
+    }
+    server_ = host_->server();
+}
+
+/** Connects once. */
+void bench::open_host()
+{
+    const auto open = [this] {
+        auto opened = open_links_();
+        line_ = opened.get();
+        return opened;
+    };
+    host_.emplace(open, timeouts_, now_);
+}
+
+void bench::disconnect()
+{
+    host_.reset();
+    line_ = nullptr;
+}
+
+void bench::rest()
+{
+    if (host_)
+    {
+        try
+        {
+            host_->end();
+            return;
+        }
+        catch (const error
+                   &) // NOLINT(bugprone-empty-catch): what a case left behind; a new link helps or throws
+        {
+        }
+    }
+    connect();
+}
+
+const server_info &bench::server() const
+{
+    return server_.value();
+}
+
+std::unique_ptr<link> bench::open_link() const
+{
+    return open_links_();
+}
+
+const std::vector<unsigned> &bench::sensors() const
+{
+    const auto &connected = server().connected_sensors;
+    if (connected.empty())
+    {
+        throw case_skipped("no sensor is connected");
+    }
+    return connected;
+}
+
+void bench::send(std::string_view bytes)
+{
+    bytes_sent_ += bytes.size();
+    host().send(bytes);
+}
+
+std::optional<message> bench::receive(std::chrono::milliseconds timeout)
+{
+    return host().receive(timeout);
+}
+
+message bench::next(const std::string &awaited)
+{
+    auto received = receive(timeouts_.answer);
+    if (!received)
+    {
+        throw case_failed(awaited, silence(timeouts_.answer));
+    }
+    return std::move(*received);
+}
+
+message bench::execute(const nlohmann::json &command)
+{
+    send(command.dump() + "\n");
+    const std::string awaited = "the answer \"ok\" to " + describe(command);
+    auto received = next(awaited);
+    const auto &header = received.header;
+    check(header["status"] == "ok" && header.value("command", nlohmann::json()) == command["command"] &&
+              header["payload_size"] == 0,
+          awaited, describe(header));
+    return received;
+}
+
+void bench::refuse(std::string_view line, const std::string &code)
+{
+    send(line);
+    const std::string awaited = "the error \"" + code + "\"";
+    const auto header = next(awaited).header;
+    check(header["status"] == "error" && header.value("code", nlohmann::json()) == code &&
+              header["payload_size"] == 0,
+          awaited, describe(header));
+    check(header.contains("message") && header["message"].is_string() && header["message"] != "",
+          awaited + " with a text \"message\"", describe(header));
+}
+
+void bench::ping()
+{
+    execute({{"command", "ping"}});
+}
+
+const session_metadata &bench::configure(const nlohmann::json &configuration)
+{
+    send(nlohmann::json({{"command", "configure"}, {"configuration", configuration}}).dump() + "\n");
+    const auto received = receive(timeouts_.configure);
+    const std::string awaited = "session metadata";
+    check(received.has_value(), awaited, silence(timeouts_.configure));
+    check(received->header["status"] == "ok" && received->header.contains("metadata"), awaited,
+          describe(received->header));
+    metadata_ = std::make_shared<const session_metadata>(decode_metadata(received->header));
+    ticks_.clear();
+    return *metadata_;
+}
+
+frame bench::measure()
+{
+    send("{\"command\":\"frame\"}\n");
+    return next_frame();
+}
+
+frame bench::next_frame()
+{
+    const auto received = receive(timeouts_.frame);
+    check(received.has_value(), "a frame", silence(timeouts_.frame));
+    return check_frame(*received);
+}
+
+bool bench::is_frame(const message &received)
+{
+    return received.header.contains("result_info");
+}
+
+frame bench::check_frame(const message &received)
+{
+    check(is_frame(received) && received.header["status"] == "ok", "a frame", describe(received.header));
+    auto decoded = decode_frame(received, metadata_);
+    check_ticks(decoded);
+    return decoded;
+}
+
+/** Checks that no tick lies before that of the same item in the frame before. */
+void bench::check_ticks(const frame &received)
+{
+    if (!(server().ticks_per_second > 0.0))
+    {
+        return;
+    }
+    std::vector<std::uint32_t> ticks;
+    for (const auto &item : received.items())
+    {
+        ticks.push_back(item.tick);
+    }
+    for (std::size_t i = 0; i < ticks_.size(); ++i)
+    {
+        const std::uint32_t step = ticks[i] - ticks_[i]; // right where the tick starts again at 0
+        check(step <= INT32_MAX, "a tick that does not go back",
+              std::to_string(ticks[i]) + " after " + std::to_string(ticks_[i]));
+    }
+    ticks_ = std::move(ticks);
+}
+
+unsigned bench::end_stream(const std::string &command)
+{
+    send(nlohmann::json({{"command", command}}).dump() + "\n");
+    const std::string awaited = "the answer \"ok\" to \"" + command + "\"";
+    unsigned frames = 0;
+    auto received = next(awaited);
+    for (; is_frame(received); received = next(awaited))
+    {
+        check_frame(received);
+        ++frames;
+    }
+    check(received.header["status"] == "ok" && received.header.value("command", nlohmann::json()) == command,
+          awaited, describe(received.header));
+    return frames;
+}
+
+void bench::forward_log(const std::string &level)
+{
+    host().forward_log(level, [this](const log_line &line) { log_.push_back(line); });
+}
+
+std::vector<log_line> bench::take_log()
+{
+    return std::exchange(log_, {});
+}
+
+client &bench::host()
+{
+    return host_.value();
+}
+
+nlohmann::json small_item(unsigned sensor)
+{
+    return {{"sensor_id", sensor},
+            {"config", {{"start_point", 80}, {"num_points", 8}, {"step_length", 4}, {"hwaas", 4}}}};
+}
+
+nlohmann::json small_session(bench &on)
+{
+    return {{"groups", nlohmann::json::array({nlohmann::json::array({small_item(on.sensors().front())})})}};
+}
+
+} // namespace vantor::selftest

@@ -1,0 +1,128 @@
+/** @file
+ * Self-test: wrong input. Each is answered with its error, and the server works on.
+ */
+#include "selftest/selftest.h"
+
+namespace vantor::selftest
+{
+namespace
+{
+
+using namespace std::string_literals;
+using std::chrono::milliseconds;
+
+/** Where to look when a server does not answer wrong input as it should. */
+constexpr const char *look_at_bytes = "that the port hands over every byte as it was received";
+
+/** A case that sends wrong input, which must be refused. */
+selftest_case wrong_input(const std::string &name, const std::string &input, const std::string &code)
+{
+    return {name, look_at_bytes, [input, code](bench &on) {
+                on.refuse(input, code);
+                on.ping();
+            }};
+}
+
+/** Arrays in one another, too many of them. */
+std::string deep_nesting()
+{
+    constexpr std::size_t depth = 16; // of the arrays; the command is one level more
+    return "{\"command\":" + std::string(depth, '[') + std::string(depth, ']') + "}\n";
+}
+
+/** Longest line that is tried: no board has that much memory for one. */
+constexpr std::size_t longest_line = std::size_t{1} << 18U;
+
+/** How much of it is sent at once, and how long the server then has to refuse it. */
+constexpr std::size_t piece_size = 1024;
+constexpr milliseconds pause_between_pieces{1};
+
+/** How long the server has for what is still on its way when it has refused the line. */
+constexpr milliseconds pause_after_line{300};
+
+/** Sends a line without an end until the server refuses it. */
+std::optional<message> send_until_refused(bench &on)
+{
+    for (std::size_t sent = 0; sent < longest_line; sent += piece_size)
+    {
+        on.send(std::string(piece_size, 'x'));
+        if (auto received = on.receive(pause_between_pieces))
+        {
+            return received;
+        }
+    }
+    return on.receive(on.timeouts().answer);
+}
+
+void line_too_long(bench &on)
+{
+    const auto refused = send_until_refused(on);
+    const std::string expected = "the error \"line_too_long\"";
+    check(refused.has_value(), expected, "nothing after " + std::to_string(longest_line) + " bytes");
+    check(refused->header.value("code", nlohmann::json()) == "line_too_long", expected,
+          describe(refused->header));
+    const auto more = on.receive(pause_after_line);
+    check(!more, "a single error for the line", more ? describe(more->header) : std::string());
+    on.send("\n");
+    on.ping();
+}
+
+void empty_lines(bench &on)
+{
+    on.send("\n\r\n\n");
+    on.ping();
+}
+
+void wrong_states(bench &on)
+{
+    const std::string configure =
+        nlohmann::json({{"command", "configure"}, {"configuration", small_session(on)}}).dump() + "\n";
+    for (const char *command : {"start", "frame", "stop"})
+    {
+        on.refuse("{\"command\":\""s + command + "\"}\n", "wrong_state");
+    }
+    on.configure(small_session(on));
+    on.refuse(configure, "wrong_state");
+    on.refuse("{\"command\":\"stop\"}\n", "wrong_state");
+    on.measure(); // the session is still there
+    on.execute({{"command", "end"}});
+}
+
+void refused_configurations(bench &on)
+{
+    auto configuration = small_session(on);
+    configuration["groups"][0][0]["config"]["colour"] = 1;
+    const nlohmann::json command = {{"command", "configure"}, {"configuration", configuration}};
+    for (int i = 0; i < 3; ++i)
+    {
+        on.refuse(command.dump() + "\n", "bad_config");
+    }
+    on.configure(small_session(on));
+    on.measure();
+    on.execute({{"command", "end"}});
+}
+
+} // namespace
+
+std::vector<selftest_case> input_cases()
+{
+    return {
+        wrong_input("text that is not JSON is refused", "this is not JSON\n", "bad_json"),
+        wrong_input("half a command is refused", "{\"command\":\"pi\n", "bad_json"),
+        wrong_input("zero bytes are refused", "\0\0\0{\"command\":\"ping\"}\n"s, "bad_json"),
+        wrong_input("bytes that are not UTF-8 are refused", "{\"command\":\"\x80\xFF\"}\n", "bad_json"),
+        wrong_input("two commands on a line are refused", "{\"command\":\"ping\"}{\"command\":\"ping\"}\n",
+                    "trailing_text"),
+        wrong_input("nesting too deep is refused", deep_nesting(), "nesting_too_deep"),
+        wrong_input("a document that is not a command is refused", "[1,2,3]\n", "bad_command"),
+        wrong_input("an unknown command is refused", "{\"command\":\"explode\"}\n", "unknown_command"),
+        wrong_input("an unknown member is refused", "{\"command\":\"ping\",\"loud\":true}\n", "bad_argument"),
+        {"a line that is too long is refused", "size and use of the port's line buffer", line_too_long},
+        {"empty lines are ignored", look_at_bytes, empty_lines},
+        {"commands in the wrong state are refused", "the server's log", wrong_states},
+        {"a wrong configuration is refused, and the next one works", "memory, and the server's log",
+         refused_configurations},
+    };
+}
+
+} // namespace vantor::selftest

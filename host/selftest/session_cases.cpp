@@ -1,0 +1,171 @@
+/** @file
+ * Self-test: broken sessions, lost hosts, memory.
+ */
+#include "selftest/selftest.h"
+
+#include <array>
+
+namespace vantor::selftest
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** Runs a short session. */
+void short_session(bench &on)
+{
+    on.configure(small_session(on));
+    on.measure();
+    on.execute({{"command", "end"}});
+}
+
+void end_while_streaming(bench &on)
+{
+    for (int i = 0; i < 3; ++i)
+    {
+        on.configure(small_session(on));
+        on.execute({{"command", "start"}});
+        on.next_frame();
+        on.end_stream("end");
+        on.ping(); // no frame comes before this answer
+    }
+}
+
+void configure_while_streaming(bench &on)
+{
+    const json command = {{"command", "configure"}, {"configuration", small_session(on)}};
+    on.configure(small_session(on));
+    on.execute({{"command", "start"}});
+    on.send(command.dump() + "\n");
+    const std::string awaited = "the error \"wrong_state\"";
+    auto received = on.next(awaited);
+    for (; bench::is_frame(received); received = on.next(awaited))
+    {
+        on.check_frame(received);
+    }
+    check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
+    on.next_frame(); // the stream goes on
+    on.end_stream("stop");
+}
+
+/** Whether a server still serves the host before. */
+bool is_busy(const message &received)
+{
+    return received.header.value("code", json()) == "busy";
+}
+
+/** The first message that comes over a link. */
+message first_message(link &line, const client_timeouts &timeouts, const std::string &awaited)
+{
+    message_parser parser;
+    std::array<std::byte, 4096> buffer{};
+    while (true)
+    {
+        if (auto received = parser.next())
+        {
+            return std::move(*received);
+        }
+        const auto count = line.read_some(buffer, timeouts.answer);
+        check(count > 0, awaited, "nothing");
+        parser.feed(std::span(buffer).first(count));
+    }
+}
+
+/** The first message that answers "stop" over a link of its own. */
+message answer_to_stop(bench &on, const std::string &awaited)
+{
+    constexpr std::string_view command = "{\"command\":\"stop\"}\n";
+    const auto line = on.open_link();
+    line->write(std::as_bytes(std::span(command)), on.timeouts().answer);
+    return first_message(*line, on.timeouts(), awaited);
+}
+
+/** Checks that no session is left for the next host. */
+void check_no_session(bench &on)
+{
+    const std::string awaited =
+        "the error \"wrong_state\" to \"stop\", since the session ended with its host";
+    auto received = answer_to_stop(on, awaited);
+    for (int attempt = 1; attempt < attempts_while_busy && is_busy(received); ++attempt)
+    {
+        received = answer_to_stop(on, awaited);
+    }
+    check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
+}
+
+/** Leaves a stream behind, and comes back. */
+void leave_and_return(bench &on)
+{
+    on.configure(small_session(on));
+    on.execute({{"command", "start"}});
+    on.next_frame();
+    on.disconnect();
+}
+
+void lost_host(bench &on)
+{
+    if (!on.traits().closes_with_host || on.server().max_baudrate > 0)
+    {
+        throw case_skipped("this link does not show the server that its host is gone");
+    }
+    leave_and_return(on);
+    check_no_session(on);
+}
+
+void returning_host(bench &on)
+{
+    for (int i = 0; i < 3; ++i)
+    {
+        leave_and_return(on);
+        on.connect();
+        short_session(on);
+    }
+}
+
+/** The use of memory at rest. */
+memory_use memory_at_rest(bench &on)
+{
+    const auto memory = decode_server_info(on.execute({{"command", "identify"}}).header).memory;
+    if (!memory)
+    {
+        throw case_skipped("the server does not report its memory");
+    }
+    return *memory;
+}
+
+void memory(bench &on)
+{
+    constexpr int sessions = 20;
+    const auto before = memory_at_rest(on);
+    for (int i = 0; i < sessions; ++i)
+    {
+        short_session(on);
+    }
+    const auto after = memory_at_rest(on);
+    const auto text = [](const memory_use &use) {
+        return std::to_string(use.live) + " bytes in use, largest free piece " +
+               std::to_string(use.largest_free);
+    };
+    check(after.live == before.live && after.largest_free == before.largest_free,
+          text(before) + ", as before", text(after));
+}
+
+} // namespace
+
+std::vector<selftest_case> session_cases()
+{
+    return {
+        {"end in the middle of a stream ends it", "that the server gets its input between two frames",
+         end_while_streaming},
+        {"configure in the middle of a stream is refused",
+         "that the server gets its input between two frames", configure_while_streaming},
+        {"the session of a lost host ends", "that the port calls zet_vantor_server_link_lost", lost_host},
+        {"a host that left comes back", "that the link can be opened again, and forgets what was half sent",
+         returning_host},
+        {"memory is as before after 20 sessions", "the allocator, and what the port allocates for a session",
+         memory},
+    };
+}
+
+} // namespace vantor::selftest

@@ -1,0 +1,420 @@
+"""`vantor selftest`: good servers pass, and each planted fault is found by the case that is there to find it."""
+
+import json
+import select
+import socket
+import threading
+import unittest
+
+from vantor_process import TIME_OUT, Server, vantor
+
+FIXED_RATE = {"the baud rate changes and changes back", "without a ping the baud rate falls back"}
+LOST_HOST = {"the session of a lost host ends"}
+
+
+class FaultyServer(threading.Thread):
+    """Stands between hosts, one after the other, and a server on TCP, and changes what the server sends."""
+
+    def __init__(self, server):
+        super().__init__(daemon=True)
+        name, _, port = server.address.removeprefix("tcp:").rpartition(":")
+        self.server_address = (name, int(port))
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
+        self.upstream = None
+        self.from_server = b""
+        self.ending = False
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.ending = True
+        socket.create_connection(self.listener.getsockname(), TIME_OUT).close()  # lets accept() return
+        self.join(TIME_OUT)
+        self.listener.close()
+        self.close_upstream()
+
+    def run(self):
+        while True:
+            host, _ = self.listener.accept()
+            with host:
+                if self.ending:
+                    return
+                self.serve(host)
+
+    def close_upstream(self):
+        """Ends the connection to the server, if there is one."""
+        if self.upstream is not None:
+            self.upstream.close()
+            self.upstream = None
+            self.from_server = b""
+
+    def serve(self, host):
+        """Serves one host until it goes."""
+        if self.upstream is None:
+            self.upstream = socket.create_connection(self.server_address, TIME_OUT)
+        from_host = b""
+        while True:
+            for source in select.select([host, self.upstream], [], [])[0]:
+                try:
+                    data = source.recv(65536)
+                    if not data:
+                        return self.lose_host()
+                    if source is host:
+                        *lines, from_host = (from_host + data).split(b"\n")
+                        for line in lines:
+                            self.note(line)
+                        self.upstream.sendall(self.to_server(data))
+                    else:
+                        self.from_server += data
+                        self.forward(host)
+                except ConnectionError:
+                    return self.lose_host()
+
+    def forward(self, host):
+        """Passes on every whole message."""
+        while (end := self.from_server.find(b"\n") + 1) > 0:
+            line = self.from_server[:end]
+            header = json.loads(line)
+            size = header["payload_size"]
+            if len(self.from_server) < end + size:
+                return
+            payload = self.from_server[end:end + size]
+            self.from_server = self.from_server[end + size:]
+            changed = self.change(header)
+            if changed is None:
+                continue
+            if changed is not header:
+                line = json.dumps(changed, separators=(",", ":")).encode() + b"\n"
+            host.sendall(line + payload)
+
+    def lose_host(self):
+        """The host is gone."""
+        self.close_upstream()
+
+    def note(self, line):
+        """Sees every line of the host."""
+
+    def to_server(self, data):
+        """What the server gets instead of bytes of the host."""
+        return data
+
+    def change(self, header):
+        """The message that a host gets instead of one of the server; nothing when it is dropped."""
+        return header
+
+
+class StatesTooSmallPayload(FaultyServer):
+    """States a payload of one sample less, in a frame of several sensors that measured at once."""
+
+    def change(self, header):
+        if len(header.get("result_info", [[]])[0]) > 1:
+            return {**header, "payload_size": header["payload_size"] - 4}
+        return header
+
+
+class AnswersWrongCode(FaultyServer):
+    """Answers text that is not JSON by another error."""
+
+    text = False
+
+    def note(self, line):
+        self.text = line == b"this is not JSON"
+
+    def change(self, header):
+        return {**header, "code": "unknown_command"} if self.text and header["status"] == "error" else header
+
+
+class PacedFrames(FaultyServer):
+    """Counts the frames of a session that the server paces."""
+
+    def __init__(self, server):
+        super().__init__(server)
+        self.period = 0
+        self.frames = 0
+
+    def change(self, header):
+        if "tick_period" in header:
+            self.period = header["tick_period"]
+            self.frames = 0
+        if "result_info" in header and self.period > 0:
+            self.frames += 1
+            return self.change_paced(header)
+        return header
+
+    def with_tick(self, header, tick):
+        """A frame of one item with another tick."""
+        return {**header, "result_info": [[{**header["result_info"][0][0], "tick": tick % 2**32}]]}
+
+    def change_paced(self, header):
+        """What is sent instead of a paced frame."""
+        return header
+
+
+class RepeatsTick(PacedFrames):
+    """Sends the tick of a frame a second time with the next one."""
+
+    tick = 0
+
+    def change_paced(self, header):
+        if self.frames == 11:
+            return self.with_tick(header, self.tick)
+        self.tick = header["result_info"][0][0]["tick"]
+        return header
+
+
+class GoesBack(PacedFrames):
+    """Sends a tick before that of the frame before."""
+
+    def change_paced(self, header):
+        tick = header["result_info"][0][0]["tick"]
+        return self.with_tick(header, tick - 2 * self.period) if self.frames == 11 else header
+
+
+class MeasuresTooEarly(PacedFrames):
+    """Measures from the tenth frame of the stream on half a period before a frame is due."""
+
+    def change_paced(self, header):
+        tick = header["result_info"][0][0]["tick"]
+        return self.with_tick(header, tick - self.period // 2) if self.frames > 10 else header
+
+
+class LeavesOutWithoutCounting(PacedFrames):
+    """Measures from the tenth frame of the stream on one period late, and counts no frame as left out."""
+
+    def change_paced(self, header):
+        tick = header["result_info"][0][0]["tick"]
+        return self.with_tick(header, tick + self.period) if self.frames > 10 else header
+
+
+class LosesFrame(FaultyServer):
+    """Loses the five hundredth frame of a session."""
+
+    frames = 0
+
+    def note(self, line):
+        if b'"configure"' in line:
+            self.frames = 0
+
+    def change(self, header):
+        if "result_info" in header:
+            self.frames += 1
+        return None if self.frames == 500 and "result_info" in header else header
+
+
+class LeaksMemory(FaultyServer):
+    """Reports a few bytes more in use after each session."""
+
+    sessions = 0
+
+    def note(self, line):
+        self.sessions += b'"configure"' in line
+
+    def change(self, header):
+        if header.get("command") == "identify":
+            memory = header["memory"]
+            return {**header, "memory": {**memory, "live": memory["live"] + 8 * self.sessions}}
+        return header
+
+
+class SplitsMemory(FaultyServer):
+    """Reports a smaller largest free piece after each session."""
+
+    sessions = 0
+
+    def note(self, line):
+        self.sessions += b'"configure"' in line
+
+    def change(self, header):
+        if header.get("command") == "identify":
+            memory = header["memory"]
+            return {**header, "memory": {**memory, "largest_free": memory["largest_free"] - 8 * self.sessions}}
+        return header
+
+
+class KeepsSession(FaultyServer):
+    """Does not notice that a host is gone."""
+
+    def lose_host(self):
+        pass
+
+
+class ChangesAnyRate(FaultyServer):
+    """Answers that it changed the baud rate, whatever the rate."""
+
+    def change(self, header):
+        if header.get("code") == "baudrate_fixed":
+            return {"status": "ok", "command": "baudrate", "payload_size": 0}
+        return header
+
+
+class SerialLine(FaultyServer):
+    """Looks like a server on a serial line, whose baud rate can be changed up to 921,600."""
+
+    rate = 0
+
+    def note(self, line):
+        if b'"baudrate"' in line:
+            self.rate = json.loads(line)["baudrate"]
+
+    def change(self, header):
+        if "max_baudrate" in header:
+            return {**header, "max_baudrate": 921600}
+        if header.get("code") == "baudrate_fixed":
+            if 1 <= self.rate <= 921600:
+                return {"status": "ok", "command": "baudrate", "payload_size": 0}
+            return {**header, "code": "bad_argument"}
+        return header
+
+
+class NeverFallsBack(SerialLine):
+    """Stays at a baud rate that no ping has confirmed: what comes at the old rate is noise."""
+
+    changes = 0
+
+    def note(self, line):
+        super().note(line)
+        self.changes += b'"baudrate"' in line and 1 <= self.rate <= 921600
+
+    def to_server(self, data):
+        return data if self.changes < 3 or b"baudrate" in data else b""
+
+
+class Describes(FaultyServer):
+    """Describes itself in another way."""
+
+    def __init__(self, server, members):
+        super().__init__(server)
+        self.members = members
+
+    def change(self, header):
+        if header.get("command") == "identify":
+            return {key: value for key, value in {**header, **self.members}.items() if value is not None}
+        return header
+
+
+class SelfTest(unittest.TestCase):
+    def results(self, address):
+        """Tests a server; returns its exit code and the cases by how they ended, with what is said of each."""
+        result = vantor("selftest", "--connect", address, "--json")
+        document = json.loads(result.stdout)
+        self.assertEqual(document["address"], address)
+        cases = {kind: {case["case"]: case for case in document["cases"] if case["result"] == kind}
+                 for kind in ("ok", "failed", "skipped")}
+        self.assertEqual([len(cases[kind]) for kind in ("ok", "failed", "skipped")],
+                         [document[kind] for kind in ("passed", "failed", "skipped")])
+        self.assertEqual(sum(map(len, cases.values())), len(document["cases"]))
+        self.assertEqual(result.returncode, 1 if cases["failed"] else 0, result.stderr)
+        return cases
+
+    def passes(self, address, skipped):
+        """Tests a server without a fault."""
+        cases = self.results(address)
+        self.assertEqual(cases["failed"], {})
+        self.assertEqual(set(cases["skipped"]), skipped)
+        self.assertTrue(all(case["reason"] for case in cases["skipped"].values()))
+        self.assertGreaterEqual(len(cases["ok"]), 30)
+
+    def finds(self, kind, case, expected, got, skipped=FIXED_RATE, **arguments):
+        """Tests a server with a fault, which exactly one case finds."""
+        with Server("--tcp", "0", "--clock", "virtual") as server, kind(server, **arguments) as faulty:
+            cases = self.results(faulty.address)
+        self.assertEqual(set(cases["failed"]), {case}, cases["failed"])
+        self.assertEqual(set(cases["skipped"]), skipped)
+        self.assertRegex(cases["failed"][case]["expected"], expected)
+        self.assertRegex(cases["failed"][case]["got"], got)
+        self.assertTrue(cases["failed"][case]["look_at"])
+
+
+class GoodServers(SelfTest):
+    def test_over_tcp(self):
+        with Server("--tcp", "0") as server:
+            self.passes(server.address, FIXED_RATE)
+
+    def test_over_a_serial_device(self):
+        with Server("--pty", "--sensors", "2") as server:
+            self.passes(server.address, LOST_HOST)
+
+    def test_a_private_simulated_server(self):
+        self.passes("sim:--clock virtual --sensors 1 --memory 65536", FIXED_RATE | LOST_HOST)
+
+    def test_through_a_relay_without_a_fault(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, FaultyServer(server) as relay:
+            self.passes(relay.address, FIXED_RATE)
+
+    def test_over_a_network_to_a_serial_line(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, SerialLine(server) as relay:
+            self.passes(relay.address, LOST_HOST)
+
+    def test_a_server_that_does_not_know_its_memory(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, Describes(server, {"memory": None}) as relay:
+            self.passes(relay.address, FIXED_RATE | {"memory is as before after 20 sessions"})
+
+    def test_results_are_printed_for_people(self):
+        result = vantor("selftest", "--connect", "sim:--clock virtual")
+        self.assertEqual(result.returncode, 0)
+        *cases, summary = result.stdout.splitlines()
+        self.assertEqual(summary, f"{len(cases) - 3} passed, 0 failed, 3 skipped")
+        self.assertEqual(cases[0], "ok       identify describes the server")
+        self.assertIn("skipped  the baud rate changes and changes back: the baud rate of this link is fixed", cases)
+
+    def test_no_server(self):
+        result = vantor("selftest", "--connect", "tcp:127.0.0.1:1")
+        self.assertEqual((result.returncode, result.stdout), (4, ""))
+
+
+class PlantedFaults(SelfTest):
+    def test_a_payload_that_is_stated_too_small(self):
+        self.finds(StatesTooSmallPayload, "all sensors measure at once", "valid messages", "156 bytes.* 160")
+
+    def test_a_wrong_error_code(self):
+        self.finds(AnswersWrongCode, "text that is not JSON is refused", '"bad_json"', "unknown_command")
+
+    def test_a_tick_that_comes_twice(self):
+        self.finds(RepeatsTick, "frames keep the pace", "tick of its own", "twice")
+
+    def test_a_tick_that_goes_back(self):
+        self.finds(GoesBack, "frames keep the pace", "does not go back", "after")
+
+    def test_frames_before_they_are_due(self):
+        self.finds(MeasuresTooEarly, "frames keep the pace", "never early", "frame 10 ")
+
+    def test_frames_that_are_left_out_and_not_counted(self):
+        self.finds(LeavesOutWithoutCounting, "frames keep the pace", "frames_left_out", "frame 10 .* 0 left out")
+
+    def test_a_lost_frame(self):
+        self.finds(LosesFrame, "1,000 frames come without a gap", "frames, as", "frames")
+
+    def test_a_leak(self):
+        self.finds(LeaksMemory, "memory is as before after 20 sessions", "bytes in use", "bytes in use")
+
+    def test_memory_in_pieces(self):
+        self.finds(SplitsMemory, "memory is as before after 20 sessions", "largest free", "largest free")
+
+    def test_a_session_that_outlives_its_host(self):
+        self.finds(KeepsSession, "the session of a lost host ends", '"wrong_state"', "result_info|ok")
+
+    def test_a_baud_rate_that_is_accepted_and_fixed(self):
+        self.finds(ChangesAnyRate, "a baud rate that is refused leaves the link as it was", "baudrate_fixed", "ok")
+
+    def test_a_baud_rate_that_does_not_fall_back(self):
+        self.finds(NeverFallsBack, "without a ping the baud rate falls back", "ping", "nothing within 5000 ms",
+                   skipped=LOST_HOST)
+
+    def test_a_description_of_the_wrong_type(self):
+        self.finds(Describes, "identify describes the server", '"server_version": a text', '""',
+                   members={"server_version": ""})
+
+    def test_a_failed_case_is_printed_with_where_to_look(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server, AnswersWrongCode(server) as faulty:
+            result = vantor("selftest", "--connect", faulty.address)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stdout, r'FAILED   text that is not JSON is refused\n +expected: the error "bad_json"\n'
+                                        r" +got: +\{.*unknown_command.*\}\n +look at: +that the port hands over")
+        self.assertRegex(result.stdout.splitlines()[-1], r"^\d+ passed, 1 failed, 2 skipped$")
+
+
+if __name__ == "__main__":
+    unittest.main()
