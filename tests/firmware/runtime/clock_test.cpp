@@ -1,0 +1,133 @@
+/** @file
+ * Tests of the firmware's clock, to the microsecond.
+ */
+#include "clock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "board.h"
+#include "fake_board.h"
+
+namespace
+{
+
+constexpr uint64_t wrap_us = uint64_t{1} << 32U;
+constexpr uint64_t longest_us = BOARD_LONGEST_WAIT_US;
+
+bool flag;
+int checks;
+
+bool flag_is_set()
+{
+    ++checks;
+    return flag;
+}
+
+struct firmware_clock : testing::Test
+{
+    firmware_clock()
+    {
+        reset_board();
+        flag = false;
+        checks = 0;
+    }
+
+    /** Moves the clock on as time passes on a board: without missing a wrap of the counter. */
+    static void move_to(uint64_t time_us)
+    {
+        while (board.now_us() < time_us)
+        {
+            board.advance_us(std::min<uint64_t>(time_us - board.now_us(), 3600000000U));
+            (void)clock_now_us();
+        }
+    }
+};
+
+TEST_F(firmware_clock, counts_on_across_wraps_of_the_counter)
+{
+    for (uint64_t wrap = 1; wrap < 6; ++wrap)
+    {
+        for (const uint64_t time_us :
+             {wrap * wrap_us - 1, wrap * wrap_us, wrap * wrap_us + 1, wrap * wrap_us + 77})
+        {
+            move_to(time_us);
+            EXPECT_EQ(clock_now_us(), time_us);
+            EXPECT_EQ(clock_now_us(), time_us) << "read again";
+        }
+    }
+}
+
+TEST_F(firmware_clock, waits_in_pieces_and_ends_at_the_time)
+{
+    board.advance_us(5);
+    EXPECT_FALSE(clock_wait_until(5 + 3 * longest_us + 123, flag_is_set));
+    EXPECT_EQ(board.now_us(), 5 + 3 * longest_us + 123);
+    EXPECT_THAT(board.waits, testing::ElementsAre(longest_us, longest_us, longest_us, 123));
+}
+
+TEST_F(firmware_clock, ends_a_wait_across_a_wrap_at_the_time)
+{
+    move_to(wrap_us - 10);
+    EXPECT_FALSE(clock_wait_until(wrap_us + 10, flag_is_set));
+    EXPECT_EQ(board.now_us(), wrap_us + 10);
+}
+
+TEST_F(firmware_clock, checks_the_condition_after_every_wake)
+{
+    board.at(10, board_wake);
+    board.at(20, [] { flag = true; });
+    board.at(30, board_wake);
+    EXPECT_TRUE(clock_wait_until(100, flag_is_set));
+    EXPECT_EQ(board.now_us(), 30U);
+    EXPECT_EQ(checks, 3);
+    EXPECT_THAT(board.waits, testing::ElementsAre(100, 90));
+}
+
+TEST_F(firmware_clock, checks_the_condition_once_more_when_the_time_has_come)
+{
+    board.at(100, [] { flag = true; });
+    EXPECT_TRUE(clock_wait_until(100, flag_is_set));
+    EXPECT_EQ(board.now_us(), 100U);
+}
+
+TEST_F(firmware_clock, does_not_wait_when_the_condition_holds)
+{
+    flag = true;
+    board.advance_us(50);
+    for (const uint64_t time_us : {uint64_t{0}, uint64_t{50}, uint64_t{51}, UINT64_MAX})
+    {
+        EXPECT_TRUE(clock_wait_until(time_us, flag_is_set));
+    }
+    EXPECT_THAT(board.waits, testing::IsEmpty());
+}
+
+TEST_F(firmware_clock, does_not_wait_when_the_time_has_passed)
+{
+    board.advance_us(50);
+    for (const uint64_t time_us : {0U, 49U, 50U})
+    {
+        EXPECT_FALSE(clock_wait_until(time_us, flag_is_set));
+        clock_sleep_until_us(time_us);
+    }
+    EXPECT_THAT(board.waits, testing::IsEmpty());
+    EXPECT_EQ(checks, 3);
+}
+
+TEST_F(firmware_clock, feeds_the_watchdog_between_the_waits)
+{
+    clock_sleep_until_us(10 * longest_us);
+    EXPECT_EQ(board.longest_unfed_ns, longest_us * 1000);
+    EXPECT_EQ(board.last_feed_ns, board.now_ns) << "before whatever follows the wait";
+}
+
+TEST_F(firmware_clock, waits_49_days)
+{
+    move_to(wrap_us - 1);
+    const uint64_t end_us = wrap_us - 1 + uint64_t{UINT32_MAX} * 1000;
+    EXPECT_FALSE(clock_wait_until(end_us, flag_is_set));
+    EXPECT_EQ(board.now_us(), end_us);
+    EXPECT_EQ(clock_now_us(), end_us);
+}
+
+} // namespace

@@ -1,0 +1,264 @@
+/** @file
+ * The fake board.
+ */
+#include "fake_board.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "board.h"
+#include "interrupts.h"
+#include "zet_integration.h"
+#include "zet_vantor_server.h"
+
+fake_board_t board;
+
+extern "C" {
+
+// From the linker script.
+extern uint8_t firmware_cleared_begin[];
+extern uint8_t firmware_cleared_end[];
+extern uint8_t firmware_retained_begin[];
+extern uint8_t firmware_retained_end[];
+}
+
+namespace
+{
+
+/** Polls and waits of a test; the longest one takes some 6 million. */
+constexpr uint64_t most_steps = 30000000;
+
+bool can_send(const transmitter_t &port)
+{
+    board.advance_ns(board.poll_time_ns);
+    return !port.is_blocked && board.now_ns >= port.buffer_free_ns;
+}
+
+void send(transmitter_t &port, uint8_t byte)
+{
+    port.buffer_free_ns = std::max(board.now_ns, port.idle_ns);
+    port.idle_ns = port.buffer_free_ns + port.byte_time_ns;
+    port.sent += static_cast<char>(byte);
+}
+
+void note_call(std::string what)
+{
+    board.calls.emplace_back(board.now_us(), std::move(what));
+}
+
+void note_switch(const char *what, uint32_t number, bool on)
+{
+    note_call(what + std::to_string(number) + (on ? " on" : " off"));
+}
+
+} // namespace
+
+void reset_board()
+{
+    board = {};
+    // Byte by byte, because a sanitizer forbids to clear the gaps between the variables in one go.
+    for (volatile uint8_t *byte = firmware_cleared_begin; byte != firmware_cleared_end; ++byte)
+    {
+        *byte = 0;
+    }
+}
+
+std::span<uint8_t> retained_memory()
+{
+    return {firmware_retained_begin, firmware_retained_end};
+}
+
+void fake_board_t::run_due_events()
+{
+    while (!events.empty() && events.begin()->first <= now_ns)
+    {
+        events.extract(events.begin()).mapped()();
+    }
+}
+
+/** Ends the test program where the firmware waits without end: what waits cannot handle an exception. */
+void fake_board_t::count_step()
+{
+    if (++steps > most_steps)
+    {
+        std::fputs("The firmware waits without end.\n", stderr);
+        std::abort();
+    }
+}
+
+void fake_board_t::advance_ns(uint64_t duration_ns)
+{
+    count_step();
+    const uint64_t end = now_ns + duration_ns;
+    run_due_events();
+    while (!events.empty() && events.begin()->first <= end)
+    {
+        now_ns = events.begin()->first;
+        run_due_events();
+    }
+    now_ns = end;
+}
+
+void fake_board_t::wait(uint32_t duration_us)
+{
+    count_step();
+    waits.push_back(duration_us);
+    const uint64_t end = now_ns + duration_us * uint64_t{1000};
+    run_due_events();
+    while (!is_woken && now_ns < end)
+    {
+        now_ns = events.empty() ? end : std::min(end, events.begin()->first);
+        run_due_events();
+    }
+    is_woken = false;
+}
+
+void fake_board_t::receive(std::string_view bytes)
+{
+    received.insert(received.end(), bytes.begin(), bytes.end());
+    if (link_interrupt_enabled)
+    {
+        link_handler();
+    }
+}
+
+void fake_board_t::signal(uint32_t sensors)
+{
+    sensor_lines |= sensors;
+    if (sensor_interrupts_enabled)
+    {
+        sensor_handler();
+    }
+}
+
+void fake_board_t::enable_link_interrupt()
+{
+    link_interrupt_enabled = true;
+    receive({});
+}
+
+void fake_board_t::enable_sensor_interrupts()
+{
+    sensor_interrupts_enabled = true;
+    signal(0);
+}
+
+// ---- what the firmware calls ------------------------------------------------------------------------------
+
+void enable_link_interrupt()
+{
+    board.enable_link_interrupt();
+}
+
+void enable_sensor_interrupts()
+{
+    board.enable_sensor_interrupts();
+}
+
+uint32_t board_counter_us(void)
+{
+    return board.counter_runs ? static_cast<uint32_t>(board.now_us()) : 0U;
+}
+
+bool board_log_can_send(void)
+{
+    return can_send(board.log);
+}
+
+void board_log_send(uint8_t byte)
+{
+    send(board.log, byte);
+}
+
+void board_link_open(uint32_t baudrate)
+{
+    board.cut_bytes += board.now_ns < board.link.idle_ns ? 1U : 0U;
+    board.link.byte_time_ns = (10000000000U + baudrate - 1U) / baudrate;
+    note_call("link " + std::to_string(baudrate));
+}
+
+bool board_link_can_send(void)
+{
+    return can_send(board.link);
+}
+
+void board_link_send(uint8_t byte)
+{
+    send(board.link, byte);
+}
+
+bool board_link_is_drained(void)
+{
+    return can_send(board.link) && (!board.link_reports_last_bit || board.now_ns >= board.link.idle_ns);
+}
+
+bool board_link_receive(uint8_t *byte)
+{
+    if (board.received.empty())
+    {
+        return false;
+    }
+    *byte = board.received.front();
+    board.received.pop_front();
+    return true;
+}
+
+void board_sensor_set_supply(uint32_t sensor_id, bool on)
+{
+    note_switch("supply ", sensor_id, on);
+}
+
+void board_sensor_set_enable(uint32_t sensor_id, bool on)
+{
+    note_switch("enable ", sensor_id, on);
+}
+
+void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
+{
+    note_call("transfer " + std::to_string(sensor_id) + " " + std::to_string(size));
+    std::reverse(buffer, buffer + size);
+}
+
+uint32_t board_sensor_take_interrupts(void)
+{
+    return std::exchange(board.sensor_lines, 0U);
+}
+
+void board_feed_watchdog(void)
+{
+    board.longest_unfed_ns = std::max(board.longest_unfed_ns, board.now_ns - board.last_feed_ns);
+    board.last_feed_ns = board.now_ns;
+}
+
+void board_wait(uint32_t duration_us)
+{
+    board.wait(duration_us);
+}
+
+void board_wake(void)
+{
+    board.is_woken = true;
+}
+
+const char *board_reset_cause(void)
+{
+    ++board.reset_cause_reads;
+    return board.reset_cause;
+}
+
+void zet_vantor_server_log(zet_log_level_t level, const char *module, const char *text)
+{
+    board.server_log.emplace_back(level, module, text);
+}
+
+void *zet_integration_mem_alloc(size_t size)
+{
+    return std::malloc(size);
+}
+
+void zet_integration_mem_free(void *ptr)
+{
+    std::free(ptr);
+}

@@ -1,0 +1,55 @@
+/** @file
+ * Stands for the processor in a test on the PC: notes what is asked of it.
+ */
+#ifndef VANTOR_CORTEX_M4_H
+#define VANTOR_CORTEX_M4_H
+
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+namespace cortex_m4
+{
+
+/** The processor of the test that runs. */
+struct fake_processor_t
+{
+    bool interrupts_are_held_back = false;
+    std::function<void()> pending;  ///< an interrupt that comes, and is handled, as soon as it is let through
+    std::vector<uint32_t> sleeps;   ///< in cycles
+    bool slept_unprotected = false; ///< whether an interrupt could have come between a check and a sleep
+};
+
+inline fake_processor_t processor;
+
+class interrupt_lock
+{
+public:
+    interrupt_lock()
+    {
+        processor.interrupts_are_held_back = true;
+    }
+    ~interrupt_lock()
+    {
+        processor.interrupts_are_held_back = false;
+        if (processor.pending)
+        {
+            std::exchange(processor.pending, nullptr)();
+        }
+    }
+    interrupt_lock(const interrupt_lock &) = delete;
+    interrupt_lock &operator=(const interrupt_lock &) = delete;
+};
+
+constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
+
+inline void sleep(uint32_t cycles)
+{
+    processor.sleeps.push_back(cycles);
+    processor.slept_unprotected = processor.slept_unprotected || !processor.interrupts_are_held_back;
+}
+
+} // namespace cortex_m4
+
+#endif

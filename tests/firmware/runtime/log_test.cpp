@@ -1,0 +1,149 @@
+/** @file
+ * Tests of the firmware's log.
+ */
+#include "log.h"
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fake_board.h"
+#include "faults.h"
+#include "retained.h"
+#include "zet_integration_log.h"
+
+namespace
+{
+
+constexpr uint64_t patience_us = 40000;
+
+/** Every level with its name. */
+constexpr std::pair<zet_log_level_t, const char *> levels[] = {
+    {ZET_LOG_LEVEL_ERROR, "error"},     {ZET_LOG_LEVEL_WARNING, "warning"}, {ZET_LOG_LEVEL_INFO, "info"},
+    {ZET_LOG_LEVEL_VERBOSE, "verbose"}, {ZET_LOG_LEVEL_DEBUG, "debug"},
+};
+
+struct firmware_log : testing::Test
+{
+    firmware_log()
+    {
+        reset_board();
+    }
+};
+
+TEST_F(firmware_log, sends_warnings_and_errors_to_the_port)
+{
+    for (const auto &[level, name] : levels)
+    {
+        log_line(level, "m1", "what happened");
+    }
+    EXPECT_EQ(board.log.sent, "error: m1: what happened\r\nwarning: m1: what happened\r\n");
+}
+
+TEST_F(firmware_log, offers_every_line_to_the_host)
+{
+    for (const auto &[level, name] : levels)
+    {
+        log_line(level, "m1", name);
+        EXPECT_EQ(board.server_log.back(), (log_entry_t{level, "m1", name}));
+    }
+    EXPECT_EQ(board.server_log.size(), std::size(levels));
+}
+
+TEST_F(firmware_log, sends_lines_of_every_level_to_the_port_when_asked)
+{
+    std::string expected;
+    for (const auto &[level, name] : levels)
+    {
+        log_to_port(level, "board", "x");
+        expected += std::string(name) + ": board: x\r\n";
+    }
+    EXPECT_EQ(board.log.sent, expected);
+    EXPECT_THAT(board.server_log, testing::IsEmpty());
+}
+
+TEST_F(firmware_log, waits_40_ms_at_most_for_a_port_that_takes_nothing)
+{
+    board.poll_time_ns = 7000;
+    board.log.is_blocked = true;
+    log_line(ZET_LOG_LEVEL_ERROR, "m1", "x");
+    EXPECT_GE(board.now_us(), patience_us);
+    // Every part of the line asks the port once more.
+    EXPECT_LE(board.now_us(), patience_us + 5 * 7);
+    EXPECT_LE(board.longest_unfed_ns, 2 * board.poll_time_ns);
+    EXPECT_GE(board.last_feed_ns, patience_us * 1000);
+    EXPECT_EQ(board.log.sent, "");
+    EXPECT_EQ(board.server_log.size(), 1U) << "the host gets it";
+
+    board.log.is_blocked = false;
+    log_line(ZET_LOG_LEVEL_ERROR, "m1", "y");
+    EXPECT_EQ(board.log.sent, "error: m1: y\r\n");
+}
+
+TEST_F(firmware_log, sends_as_much_of_a_line_as_goes_in_40_ms)
+{
+    board.poll_time_ns = 1000;
+    board.log.byte_time_ns = 1000000;
+    log_line(ZET_LOG_LEVEL_ERROR, "m1", std::string(200, 'x').c_str());
+    // One byte is sent at once, the next one waits in the buffer, then there is one each millisecond.
+    EXPECT_EQ(board.log.sent.size(), 1 + patience_us / 1000 + 1);
+    EXPECT_LE(board.now_us(), patience_us + 5);
+}
+
+TEST_F(firmware_log, sends_the_longest_line_at_115200_baud)
+{
+    board.poll_time_ns = 100;
+    board.log.byte_time_ns = 86806;
+    zet_integration_log(ZET_LOG_LEVEL_WARNING, "a_module_of_20_chars", "%s", std::string(255, 'x').c_str());
+    EXPECT_EQ(board.log.sent, "warning: a_module_of_20_chars: " + std::string(255, 'x') + "\r\n");
+}
+
+TEST_F(firmware_log, waits_while_the_counter_wraps)
+{
+    board.advance_us(UINT32_MAX - 100);
+    board.log.is_blocked = true;
+    const uint64_t begin_us = board.now_us();
+    log_line(ZET_LOG_LEVEL_ERROR, "m1", "x");
+    EXPECT_GE(board.now_us() - begin_us, patience_us);
+    EXPECT_LE(board.now_us() - begin_us, patience_us + 5);
+}
+
+TEST_F(firmware_log, writes_arguments_into_a_text)
+{
+    zet_integration_log(ZET_LOG_LEVEL_INFO, "m1", "%s is %d", "this", 5);
+    EXPECT_THAT(board.server_log, testing::ElementsAre(log_entry_t{ZET_LOG_LEVEL_INFO, "m1", "this is 5"}));
+    EXPECT_EQ(board.log.sent, "");
+}
+
+TEST_F(firmware_log, cuts_a_text_that_is_too_long)
+{
+    zet_integration_log(ZET_LOG_LEVEL_WARNING, "m1", "%s", std::string(1000, 'x').c_str());
+    const std::string cut(255, 'x');
+    EXPECT_THAT(board.server_log, testing::ElementsAre(log_entry_t{ZET_LOG_LEVEL_WARNING, "m1", cut}));
+    EXPECT_EQ(board.log.sent, "warning: m1: " + cut + "\r\n");
+}
+
+TEST_F(firmware_log, reports_a_fault_and_retains_it)
+{
+    board.advance_us(patience_us);
+    board.log.byte_time_ns = 86806;
+    write_fault_report("hard fault");
+    write_fault_report(", pc ");
+    write_fault_report("08001234");
+    end_fault_report();
+    EXPECT_EQ(board.log.sent, "fault: hard fault, pc 08001234; restarting\r\n");
+    EXPECT_STREQ(retained_last_fault(), "hard fault, pc 08001234");
+    EXPECT_THAT(board.server_log, testing::IsEmpty()) << "the server may be broken";
+}
+
+TEST_F(firmware_log, retains_a_fault_when_the_port_takes_nothing)
+{
+    board.log.is_blocked = true;
+    write_fault_report("hard fault");
+    write_fault_report(", more");
+    EXPECT_LE(board.now_us(), 2 * (patience_us + 2));
+    EXPECT_STREQ(retained_last_fault(), "hard fault, more");
+}
+
+} // namespace
