@@ -56,5 +56,6 @@ void clock_sleep_until_us(uint64_t time_us)
 
 void clock_delay_us(uint32_t duration_us)
 {
-    clock_sleep_until_us(clock_now_us() + duration_us);
+    // Part of the present microsecond has passed already.
+    clock_sleep_until_us(clock_now_us() + duration_us + 1U);
 }

@@ -21,7 +21,7 @@ bool clock_wait_until(uint64_t time_us, bool (*condition)());
 /** Waits until a time, in microseconds, has come. */
 void clock_sleep_until_us(uint64_t time_us);
 
-/** Waits for a time, in microseconds. */
+/** Waits at least for a time, in microseconds. */
 void clock_delay_us(uint32_t duration_us);
 
 #endif

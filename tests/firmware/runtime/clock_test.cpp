@@ -130,4 +130,22 @@ TEST_F(firmware_clock, waits_49_days)
     EXPECT_EQ(clock_now_us(), end_us);
 }
 
+TEST_F(firmware_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
+{
+    for (const uint32_t duration_us : {0U, 1U, 86U, uint32_t{longest_us}, UINT32_MAX})
+    {
+        for (const uint64_t part_ns : {0U, 1U, 500U, 999U})
+        {
+            board.advance_ns(1000 - board.now_ns % 1000 + part_ns);
+            const uint64_t begin_ns = board.now_ns;
+            const uint64_t shortest_ns = duration_us * uint64_t{1000};
+            board.at_ns(begin_ns + shortest_ns / 2 + 500, board_wake); // between two counts
+            clock_delay_us(duration_us);
+            const uint64_t elapsed_ns = board.now_ns - begin_ns;
+            EXPECT_GE(elapsed_ns, shortest_ns);
+            EXPECT_LT(elapsed_ns, shortest_ns + 2000);
+        }
+    }
+}
+
 } // namespace

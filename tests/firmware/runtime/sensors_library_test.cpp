@@ -45,10 +45,10 @@ TEST_F(firmware_sensors, switches_and_then_waits)
     zet_hal_integration_sensor_enable(2);
     zet_hal_integration_sensor_disable(2);
     zet_hal_integration_sensor_supply_off(2);
-    EXPECT_EQ(board.now_us(), 700U + 5000U + 300U);
+    EXPECT_EQ(board.now_us(), 700U + 5000U + 300U + 3U) << "delays end with a whole microsecond";
     EXPECT_THAT(board.calls,
-                testing::ElementsAre(call_t{0, "supply 2 on"}, call_t{700, "enable 2 on"},
-                                     call_t{5700, "enable 2 off"}, call_t{6000, "supply 2 off"}));
+                testing::ElementsAre(call_t{0, "supply 2 on"}, call_t{701, "enable 2 on"},
+                                     call_t{5702, "enable 2 off"}, call_t{6003, "supply 2 off"}));
 }
 
 TEST_F(firmware_sensors, forgets_signals_from_before_a_sensor_is_enabled)
