@@ -26,24 +26,31 @@ constexpr size_t text_size = 256;
 /** How long a line may take: longer than 300 characters at 115,200 baud. */
 constexpr uint64_t patience_us = 40000;
 
-/** The same where the clock stands still, as in a fault before the board has started: polls for some 100 ms.
+/**
+ * Most questions to the port for one byte, more than go in the time above. They end the wait of a fault
+ * report that comes before the board has started its counter.
  */
-constexpr uint32_t patience_polls = 1000000;
+constexpr uint32_t most_polls = 1000000;
+
+/** Waits until the port can take a byte; false when it takes too long. */
+bool wait_for_port(uint64_t deadline_us)
+{
+    for (uint32_t polls = 0; !board_log_can_send(); ++polls)
+    {
+        board_feed_watchdog();
+        if (clock_now_us() >= deadline_us || polls >= most_polls)
+        {
+            return false;
+        }
+    }
+    return true;
+}
 
 /** Writes a text, or as much of it as the port takes before the deadline. */
 void write(const char *text, uint64_t deadline_us)
 {
-    uint32_t polls = 0;
-    for (; *text != '\0'; ++text)
+    for (; *text != '\0' && wait_for_port(deadline_us); ++text)
     {
-        while (!board_log_can_send())
-        {
-            board_feed_watchdog();
-            if (clock_now_us() >= deadline_us || ++polls >= patience_polls)
-            {
-                return;
-            }
-        }
         board_log_send(static_cast<uint8_t>(*text));
     }
 }

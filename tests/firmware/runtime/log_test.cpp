@@ -146,4 +146,13 @@ TEST_F(firmware_log, retains_a_fault_when_the_port_takes_nothing)
     EXPECT_STREQ(retained_last_fault(), "hard fault, more");
 }
 
+TEST_F(firmware_log, ends_a_report_of_a_fault_before_the_board_has_started)
+{
+    board.counter_runs = false;
+    board.log.is_blocked = true;
+    write_fault_report("bus fault");
+    end_fault_report();
+    EXPECT_STREQ(retained_last_fault(), "bus fault");
+}
+
 } // namespace
