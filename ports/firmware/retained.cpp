@@ -36,26 +36,27 @@ template <size_t size> void copy(char (&text)[size], const char *from)
     (void)snprintf(text, size, "%s", from);
 }
 
-/** What the board says about the reset, or else a word for it. */
-const char *ask_board(const char *otherwise)
+/** Returns the first text that is known. */
+const char *first_known(const char *text, const char *otherwise)
 {
-    const char *cause = board_reset_cause();
-    return cause != nullptr ? cause : otherwise;
+    return text != nullptr ? text : otherwise;
 }
 
 } // namespace
 
 void retained_start()
 {
+    // Always asked, because its flags may stay set until they have been read.
+    const char *board_cause = board_reset_cause();
     if (retained.mark != mark || retained.inverted_mark != ~mark)
     {
         retained = {mark, ~mark, {}, {}};
-        copy(reset_cause, ask_board("power on"));
+        copy(reset_cause, first_known(board_cause, "power on"));
         return;
     }
     retained.cause[sizeof retained.cause - 1] = '\0';
     retained.fault[sizeof retained.fault - 1] = '\0';
-    copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : ask_board("reset"));
+    copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : first_known(board_cause, "reset"));
     retained.cause[0] = '\0';
 }
 

@@ -91,6 +91,17 @@ TEST_F(firmware_retained, reports_its_own_cause_before_the_boards)
     EXPECT_STREQ(retained_reset_cause(), "reset pin") << "its own cause counts once";
 }
 
+// The flags of a chip stay set until they are read, and would be taken for those of the next reset.
+TEST_F(firmware_retained, asks_the_board_at_every_start)
+{
+    EXPECT_EQ(board.reset_cause_reads, 1U);
+    restart("watchdog");
+    EXPECT_EQ(board.reset_cause_reads, 1U);
+    retain_restart_cause("memory lost");
+    restart("watchdog");
+    EXPECT_EQ(board.reset_cause_reads, 1U);
+}
+
 TEST_F(firmware_retained, cuts_a_cause_that_is_too_long)
 {
     retain_restart_cause("12345678901234567890123CUT");
