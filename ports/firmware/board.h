@@ -108,7 +108,7 @@ uint32_t board_sensor_take_interrupts(void);
 
 /**
  * Returns the baud rate that the link's port really makes for a wanted one; 0 when it can make none near it.
- * The host is told. Default: every rate can be made.
+ * The server refuses a rate that is more than 2 % off. Default: every rate can be made.
  */
 uint32_t board_link_nearest_baudrate(uint32_t baudrate);
 
@@ -129,7 +129,9 @@ void board_wait(uint32_t duration_us);
 /** Ends board_wait, or the next one. Called by interrupt handlers. With an RTOS: gives a semaphore. */
 void board_wake(void);
 
-/** Returns why the board was reset, such as "watchdog", from a register of the chip; null when it is unknown.
+/**
+ * Returns why the board was reset, such as "watchdog", from a register of the chip; null when it is unknown.
+ * Called once, before board_start.
  */
 const char *board_reset_cause(void);
 
