@@ -25,7 +25,7 @@ constexpr const char *selftest_footer = R"(Examples:
   vantor selftest --connect serial:/dev/ttyACM0@115200
       a board with a new port
 
-Takes about a minute, and nobody else may use the server meanwhile. One line for each case: "ok", "FAILED" with
+Takes up to a minute, and nobody else may use the server meanwhile. One line for each case: "ok", "FAILED" with
 what was expected, what came and where to look, or "skipped" with the reason. The exit code is 1 when a case
 failed. docs/selftest.md describes the cases.)";
 

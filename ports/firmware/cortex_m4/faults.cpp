@@ -80,9 +80,17 @@ void report_register(const char *name, uint32_t value)
     write_fault_report(digits);
 }
 
+/** Whether a fault is being reported. */
+bool is_reporting;
+
 /** Reports an exception and restarts the board. */
 [[noreturn, gnu::used]] void report_fault(const exception_frame_t *frame)
 {
+    if (is_reporting)
+    {
+        cortex_m4::reset_system(); // the report itself has faulted
+    }
+    is_reporting = true;
     uint32_t exception = 0;
     __asm volatile("mrs %0, ipsr" : "=r"(exception));
     const uint32_t status = hardware_register(configurable_fault_status);

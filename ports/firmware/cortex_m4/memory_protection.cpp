@@ -33,8 +33,11 @@ namespace
 {
 
 constexpr uintptr_t control_register = 0xE000ED94U;
+constexpr uintptr_t number_register = 0xE000ED98U;
 constexpr uintptr_t base_address_register = 0xE000ED9CU;
 constexpr uintptr_t attribute_register = 0xE000EDA0U;
+
+constexpr uint32_t unit_regions = 8;
 
 uint32_t address(const uint8_t *symbol)
 {
@@ -61,7 +64,7 @@ bool heap_has_its_own_memory()
  */
 struct regions_t
 {
-    region_t regions[8];
+    region_t regions[unit_regions];
     uint32_t open_count; ///< the first ones; guards follow
     uint32_t count;
 
@@ -106,10 +109,17 @@ void set_region(uint32_t number, const region_t &region)
 void cortex_m4::protect_memory()
 {
     const regions_t list = list_regions();
+    hardware_register(control_register) = 0;
+    for (uint32_t number = 0; number < unit_regions; ++number)
+    {
+        hardware_register(number_register) = number;
+        hardware_register(attribute_register) = 0;
+    }
     for (uint32_t number = 0; number < list.count; ++number)
     {
         set_region(number, list.regions[number]);
     }
+    __asm volatile("dmb" ::: "memory");
     hardware_register(control_register) = 1U;
     __asm volatile("dsb\n\tisb" ::: "memory");
 }

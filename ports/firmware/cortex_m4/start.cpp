@@ -41,6 +41,22 @@ extern const uint8_t data_image[];
 extern uint8_t bss_begin[];
 extern uint8_t bss_end[];
 
+/** Puts interrupts into the state after a reset, whatever a boot loader has left on, and enables them. */
+static void start_interrupts()
+{
+    constexpr uintptr_t system_tick = 0xE000E010U;
+    constexpr uintptr_t interrupt_control = 0xE000ED04U;
+    constexpr uint32_t clear_system_tick_and_pend_sv = 1U << 25U | 1U << 27U;
+    cortex_m4::hardware_register(system_tick) = 0;
+    cortex_m4::hardware_register(interrupt_control) = clear_system_tick_and_pend_sv;
+    for (uint32_t word = 0; word < 8U; ++word)
+    {
+        cortex_m4::hardware_register(0xE000E180U + word * 4U) = UINT32_MAX; // disabled
+        cortex_m4::hardware_register(0xE000E280U + word * 4U) = UINT32_MAX; // not pending
+    }
+    __asm volatile("msr basepri, %0\n\tcpsie f\n\tcpsie i" ::"r"(0) : "memory");
+}
+
 /** The second half of the start, on the program's stack and with the floating-point unit on. */
 [[noreturn, gnu::used]] static void start_program()
 {
@@ -48,6 +64,7 @@ extern uint8_t bss_end[];
     std::memset(bss_begin, 0, static_cast<size_t>(bss_end - bss_begin));
     cortex_m4::enable_faults();
     cortex_m4::protect_memory();
+    start_interrupts();
     run_board();
     cortex_m4::reset_system();
 }
@@ -57,7 +74,8 @@ extern uint8_t bss_end[];
 // lie behind a boot loader.
 [[gnu::naked]] void reset_handler()
 {
-    __asm volatile("ldr r0, =0xE000ED88\n\t" // CPACR: full access to the floating-point unit
+    __asm volatile("cpsid i\n\t"
+                   "ldr r0, =0xE000ED88\n\t" // CPACR: full access to the floating-point unit
                    "ldr r1, [r0]\n\t"
                    "orr r1, r1, #0x00F00000\n\t"
                    "str r1, [r0]\n\t"
@@ -79,7 +97,6 @@ extern uint8_t bss_end[];
                    "movs r0, #2\n\t" // CONTROL: the program uses its own stack
                    "msr control, r0\n\t"
                    "isb\n\t"
-                   "cpsie i\n\t" // a boot loader may have disabled interrupts
                    "b start_program\n\t" ::"i"(STACK_PAINT));
 }
 

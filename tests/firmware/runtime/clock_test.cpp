@@ -24,9 +24,9 @@ bool flag_is_set()
     return flag;
 }
 
-struct firmware_clock : testing::Test
+struct runtime_clock : testing::Test
 {
-    firmware_clock()
+    runtime_clock()
     {
         reset_board();
         flag = false;
@@ -44,7 +44,7 @@ struct firmware_clock : testing::Test
     }
 };
 
-TEST_F(firmware_clock, counts_on_across_wraps_of_the_counter)
+TEST_F(runtime_clock, counts_on_across_wraps_of_the_counter)
 {
     for (uint64_t wrap = 1; wrap < 6; ++wrap)
     {
@@ -58,7 +58,7 @@ TEST_F(firmware_clock, counts_on_across_wraps_of_the_counter)
     }
 }
 
-TEST_F(firmware_clock, waits_in_pieces_and_ends_at_the_time)
+TEST_F(runtime_clock, waits_in_pieces_and_ends_at_the_time)
 {
     board.advance_us(5);
     EXPECT_FALSE(clock_wait_until(5 + 3 * longest_us + 123, flag_is_set));
@@ -66,14 +66,14 @@ TEST_F(firmware_clock, waits_in_pieces_and_ends_at_the_time)
     EXPECT_THAT(board.waits, testing::ElementsAre(longest_us, longest_us, longest_us, 123));
 }
 
-TEST_F(firmware_clock, ends_a_wait_across_a_wrap_at_the_time)
+TEST_F(runtime_clock, ends_a_wait_across_a_wrap_at_the_time)
 {
     move_to(wrap_us - 10);
     EXPECT_FALSE(clock_wait_until(wrap_us + 10, flag_is_set));
     EXPECT_EQ(board.now_us(), wrap_us + 10);
 }
 
-TEST_F(firmware_clock, checks_the_condition_after_every_wake)
+TEST_F(runtime_clock, checks_the_condition_after_every_wake)
 {
     board.at(10, board_wake);
     board.at(20, [] { flag = true; });
@@ -84,14 +84,14 @@ TEST_F(firmware_clock, checks_the_condition_after_every_wake)
     EXPECT_THAT(board.waits, testing::ElementsAre(100, 90));
 }
 
-TEST_F(firmware_clock, checks_the_condition_once_more_when_the_time_has_come)
+TEST_F(runtime_clock, checks_the_condition_once_more_when_the_time_has_come)
 {
     board.at(100, [] { flag = true; });
     EXPECT_TRUE(clock_wait_until(100, flag_is_set));
     EXPECT_EQ(board.now_us(), 100U);
 }
 
-TEST_F(firmware_clock, does_not_wait_when_the_condition_holds)
+TEST_F(runtime_clock, does_not_wait_when_the_condition_holds)
 {
     flag = true;
     board.advance_us(50);
@@ -102,7 +102,7 @@ TEST_F(firmware_clock, does_not_wait_when_the_condition_holds)
     EXPECT_THAT(board.waits, testing::IsEmpty());
 }
 
-TEST_F(firmware_clock, does_not_wait_when_the_time_has_passed)
+TEST_F(runtime_clock, does_not_wait_when_the_time_has_passed)
 {
     board.advance_us(50);
     for (const uint64_t time_us : {0U, 49U, 50U})
@@ -114,14 +114,14 @@ TEST_F(firmware_clock, does_not_wait_when_the_time_has_passed)
     EXPECT_EQ(checks, 3);
 }
 
-TEST_F(firmware_clock, feeds_the_watchdog_between_the_waits)
+TEST_F(runtime_clock, feeds_the_watchdog_between_the_waits)
 {
     clock_sleep_until_us(10 * longest_us);
     EXPECT_EQ(board.longest_unfed_ns, longest_us * 1000);
     EXPECT_EQ(board.last_feed_ns, board.now_ns) << "before whatever follows the wait";
 }
 
-TEST_F(firmware_clock, waits_49_days)
+TEST_F(runtime_clock, waits_49_days)
 {
     move_to(wrap_us - 1);
     const uint64_t end_us = wrap_us - 1 + uint64_t{UINT32_MAX} * 1000;
@@ -130,7 +130,7 @@ TEST_F(firmware_clock, waits_49_days)
     EXPECT_EQ(clock_now_us(), end_us);
 }
 
-TEST_F(firmware_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
+TEST_F(runtime_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
 {
     for (const uint32_t duration_us : {0U, 1U, 86U, uint32_t{longest_us}, UINT32_MAX})
     {

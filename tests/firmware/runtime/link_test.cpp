@@ -18,9 +18,9 @@ namespace
 
 constexpr uint64_t stall_us = 5000000;
 
-struct firmware_link : testing::Test
+struct runtime_link : testing::Test
 {
-    firmware_link()
+    runtime_link()
     {
         reset_board();
         link_open();
@@ -39,12 +39,12 @@ struct firmware_link : testing::Test
     }
 };
 
-TEST_F(firmware_link, opens_at_the_first_baud_rate)
+TEST_F(runtime_link, opens_at_the_first_baud_rate)
 {
     EXPECT_THAT(board.calls, testing::ElementsAre(call_t{0, "link 115200"}));
 }
 
-TEST_F(firmware_link, sends_every_byte_in_order)
+TEST_F(runtime_link, sends_every_byte_in_order)
 {
     write("one");
     write("");
@@ -53,7 +53,7 @@ TEST_F(firmware_link, sends_every_byte_in_order)
     EXPECT_FALSE(link_is_stalled());
 }
 
-TEST_F(firmware_link, counts_as_stalled_when_nothing_was_taken_for_5_seconds)
+TEST_F(runtime_link, counts_as_stalled_when_nothing_was_taken_for_5_seconds)
 {
     for (const uint64_t poll_us : {1U, 7U, 10000U})
     {
@@ -71,7 +71,7 @@ TEST_F(firmware_link, counts_as_stalled_when_nothing_was_taken_for_5_seconds)
     }
 }
 
-TEST_F(firmware_link, waits_up_to_5_seconds_for_every_byte)
+TEST_F(runtime_link, waits_up_to_5_seconds_for_every_byte)
 {
     board.poll_time_ns = 10000;
     for (int i = 0; i < 3; ++i)
@@ -84,7 +84,7 @@ TEST_F(firmware_link, waits_up_to_5_seconds_for_every_byte)
     EXPECT_FALSE(link_is_stalled());
 }
 
-TEST_F(firmware_link, waits_across_a_wrap_of_the_counter)
+TEST_F(runtime_link, waits_across_a_wrap_of_the_counter)
 {
     board.advance_us(UINT32_MAX - stall_us / 2);
     board.poll_time_ns = 10000;
@@ -95,7 +95,7 @@ TEST_F(firmware_link, waits_across_a_wrap_of_the_counter)
     EXPECT_EQ(board.now_us() - begin_us, stall_us + 10);
 }
 
-TEST_F(firmware_link, drops_what_is_sent_after_a_stall_until_it_is_opened)
+TEST_F(runtime_link, drops_what_is_sent_after_a_stall_until_it_is_opened)
 {
     board.link.is_blocked = true;
     write("a");
@@ -110,7 +110,7 @@ TEST_F(firmware_link, drops_what_is_sent_after_a_stall_until_it_is_opened)
     EXPECT_EQ(board.link.sent, "sent");
 }
 
-TEST_F(firmware_link, feeds_the_watchdog_while_the_port_takes_nothing)
+TEST_F(runtime_link, feeds_the_watchdog_while_the_port_takes_nothing)
 {
     board.link.is_blocked = true;
     board.last_feed_ns = board.now_ns;
@@ -119,7 +119,7 @@ TEST_F(firmware_link, feeds_the_watchdog_while_the_port_takes_nothing)
     EXPECT_GE(board.last_feed_ns, stall_us * 1000);
 }
 
-TEST_F(firmware_link, changes_the_baud_rate_when_the_last_bit_has_been_sent)
+TEST_F(runtime_link, changes_the_baud_rate_when_the_last_bit_has_been_sent)
 {
     board.poll_time_ns = 100;
     for (const bool reports_last_bit : {true, false})
@@ -145,7 +145,7 @@ TEST_F(firmware_link, changes_the_baud_rate_when_the_last_bit_has_been_sent)
     EXPECT_EQ(std::get<1>(board.calls.back()), "link 115200");
 }
 
-TEST_F(firmware_link, waits_for_one_byte_at_the_old_rate)
+TEST_F(runtime_link, waits_for_one_byte_at_the_old_rate)
 {
     link_set_baudrate(9600);
     const uint64_t begin_us = board.now_us();
@@ -156,7 +156,7 @@ TEST_F(firmware_link, waits_for_one_byte_at_the_old_rate)
     EXPECT_NEAR(static_cast<double>(board.now_us() - middle_us), 1e7 / 2000000, 3.0);
 }
 
-TEST_F(firmware_link, stops_waiting_for_a_port_that_does_not_drain)
+TEST_F(runtime_link, stops_waiting_for_a_port_that_does_not_drain)
 {
     write("a");
     board.link.is_blocked = true;
@@ -170,7 +170,7 @@ TEST_F(firmware_link, stops_waiting_for_a_port_that_does_not_drain)
     EXPECT_TRUE(link_is_stalled());
 }
 
-TEST_F(firmware_link, gives_what_has_arrived)
+TEST_F(runtime_link, gives_what_has_arrived)
 {
     EXPECT_FALSE(link_has_input());
     EXPECT_EQ(read(), "");
@@ -184,7 +184,7 @@ TEST_F(firmware_link, gives_what_has_arrived)
     EXPECT_FALSE(link_has_input());
 }
 
-TEST_F(firmware_link, marks_a_loss_with_a_zero_byte)
+TEST_F(runtime_link, marks_a_loss_with_a_zero_byte)
 {
     board.receive("0123456789abcdeLOST");
     board.receive("LOST");
@@ -193,7 +193,7 @@ TEST_F(firmware_link, marks_a_loss_with_a_zero_byte)
     EXPECT_EQ(read(), std::string_view("3456789abcde\0fg", 15));
 }
 
-TEST_F(firmware_link, discards_what_has_arrived)
+TEST_F(runtime_link, discards_what_has_arrived)
 {
     board.receive("old");
     link_discard_input();
@@ -205,14 +205,14 @@ TEST_F(firmware_link, discards_what_has_arrived)
     EXPECT_EQ(read(), "new");
 }
 
-TEST_F(firmware_link, keeps_what_has_arrived_over_a_change_of_the_baud_rate)
+TEST_F(runtime_link, keeps_what_has_arrived_over_a_change_of_the_baud_rate)
 {
     board.receive("kept");
     link_set_baudrate(9600);
     EXPECT_EQ(read(), "kept");
 }
 
-TEST_F(firmware_link, ends_a_wait_when_a_byte_arrives)
+TEST_F(runtime_link, ends_a_wait_when_a_byte_arrives)
 {
     board.at(1234, [] { board.receive("x"); });
     EXPECT_TRUE(clock_wait_until(5000, link_has_input));

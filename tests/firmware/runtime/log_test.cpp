@@ -24,15 +24,15 @@ constexpr std::pair<zet_log_level_t, const char *> levels[] = {
     {ZET_LOG_LEVEL_VERBOSE, "verbose"}, {ZET_LOG_LEVEL_DEBUG, "debug"},
 };
 
-struct firmware_log : testing::Test
+struct runtime_log : testing::Test
 {
-    firmware_log()
+    runtime_log()
     {
         reset_board();
     }
 };
 
-TEST_F(firmware_log, sends_warnings_and_errors_to_the_port)
+TEST_F(runtime_log, sends_warnings_and_errors_to_the_port)
 {
     for (const auto &[level, name] : levels)
     {
@@ -41,7 +41,7 @@ TEST_F(firmware_log, sends_warnings_and_errors_to_the_port)
     EXPECT_EQ(board.log.sent, "error: m1: what happened\r\nwarning: m1: what happened\r\n");
 }
 
-TEST_F(firmware_log, offers_every_line_to_the_host)
+TEST_F(runtime_log, offers_every_line_to_the_host)
 {
     for (const auto &[level, name] : levels)
     {
@@ -51,7 +51,7 @@ TEST_F(firmware_log, offers_every_line_to_the_host)
     EXPECT_EQ(board.server_log.size(), std::size(levels));
 }
 
-TEST_F(firmware_log, sends_lines_of_every_level_to_the_port_when_asked)
+TEST_F(runtime_log, sends_lines_of_every_level_to_the_port_when_asked)
 {
     std::string expected;
     for (const auto &[level, name] : levels)
@@ -63,7 +63,7 @@ TEST_F(firmware_log, sends_lines_of_every_level_to_the_port_when_asked)
     EXPECT_THAT(board.server_log, testing::IsEmpty());
 }
 
-TEST_F(firmware_log, waits_40_ms_at_most_for_a_port_that_takes_nothing)
+TEST_F(runtime_log, waits_40_ms_at_most_for_a_port_that_takes_nothing)
 {
     board.poll_time_ns = 7000;
     board.log.is_blocked = true;
@@ -81,7 +81,7 @@ TEST_F(firmware_log, waits_40_ms_at_most_for_a_port_that_takes_nothing)
     EXPECT_EQ(board.log.sent, "error: m1: y\r\n");
 }
 
-TEST_F(firmware_log, sends_as_much_of_a_line_as_goes_in_40_ms)
+TEST_F(runtime_log, sends_as_much_of_a_line_as_goes_in_40_ms)
 {
     board.poll_time_ns = 1000;
     board.log.byte_time_ns = 1000000;
@@ -91,7 +91,7 @@ TEST_F(firmware_log, sends_as_much_of_a_line_as_goes_in_40_ms)
     EXPECT_LE(board.now_us(), patience_us + 5);
 }
 
-TEST_F(firmware_log, sends_the_longest_line_at_115200_baud)
+TEST_F(runtime_log, sends_the_longest_line_at_115200_baud)
 {
     board.poll_time_ns = 100;
     board.log.byte_time_ns = 86806;
@@ -99,7 +99,7 @@ TEST_F(firmware_log, sends_the_longest_line_at_115200_baud)
     EXPECT_EQ(board.log.sent, "warning: a_module_of_20_chars: " + std::string(255, 'x') + "\r\n");
 }
 
-TEST_F(firmware_log, waits_while_the_counter_wraps)
+TEST_F(runtime_log, waits_while_the_counter_wraps)
 {
     board.advance_us(UINT32_MAX - 100);
     board.log.is_blocked = true;
@@ -109,14 +109,14 @@ TEST_F(firmware_log, waits_while_the_counter_wraps)
     EXPECT_LE(board.now_us() - begin_us, patience_us + 5);
 }
 
-TEST_F(firmware_log, writes_arguments_into_a_text)
+TEST_F(runtime_log, writes_arguments_into_a_text)
 {
     zet_integration_log(ZET_LOG_LEVEL_INFO, "m1", "%s is %d", "this", 5);
     EXPECT_THAT(board.server_log, testing::ElementsAre(log_entry_t{ZET_LOG_LEVEL_INFO, "m1", "this is 5"}));
     EXPECT_EQ(board.log.sent, "");
 }
 
-TEST_F(firmware_log, cuts_a_text_that_is_too_long)
+TEST_F(runtime_log, cuts_a_text_that_is_too_long)
 {
     zet_integration_log(ZET_LOG_LEVEL_WARNING, "m1", "%s", std::string(1000, 'x').c_str());
     const std::string cut(255, 'x');
@@ -124,7 +124,7 @@ TEST_F(firmware_log, cuts_a_text_that_is_too_long)
     EXPECT_EQ(board.log.sent, "warning: m1: " + cut + "\r\n");
 }
 
-TEST_F(firmware_log, reports_a_fault_and_retains_it)
+TEST_F(runtime_log, reports_a_fault_and_retains_it)
 {
     board.advance_us(patience_us);
     board.log.byte_time_ns = 86806;
@@ -137,7 +137,7 @@ TEST_F(firmware_log, reports_a_fault_and_retains_it)
     EXPECT_THAT(board.server_log, testing::IsEmpty()) << "the server may be broken";
 }
 
-TEST_F(firmware_log, retains_a_fault_when_the_port_takes_nothing)
+TEST_F(runtime_log, retains_a_fault_when_the_port_takes_nothing)
 {
     board.log.is_blocked = true;
     write_fault_report("hard fault");
@@ -146,7 +146,7 @@ TEST_F(firmware_log, retains_a_fault_when_the_port_takes_nothing)
     EXPECT_STREQ(retained_last_fault(), "hard fault, more");
 }
 
-TEST_F(firmware_log, ends_a_report_of_a_fault_before_the_board_has_started)
+TEST_F(runtime_log, ends_a_report_of_a_fault_before_the_board_has_started)
 {
     board.counter_runs = false;
     board.log.is_blocked = true;

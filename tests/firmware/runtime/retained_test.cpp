@@ -32,15 +32,15 @@ void power_on(const char *board_cause = nullptr, uint32_t seed = 1)
     restart(board_cause);
 }
 
-struct firmware_retained : testing::Test
+struct runtime_retained : testing::Test
 {
-    firmware_retained()
+    runtime_retained()
     {
         power_on();
     }
 };
 
-TEST_F(firmware_retained, knows_that_power_was_off)
+TEST_F(runtime_retained, knows_that_power_was_off)
 {
     for (uint32_t seed = 0; seed < 100; ++seed)
     {
@@ -57,7 +57,7 @@ TEST_F(firmware_retained, knows_that_power_was_off)
     }
 }
 
-TEST_F(firmware_retained, trusts_memory_only_when_both_marks_are_whole)
+TEST_F(runtime_retained, trusts_memory_only_when_both_marks_are_whole)
 {
     for (size_t byte = 0; byte < 8; ++byte)
     {
@@ -75,7 +75,7 @@ TEST_F(firmware_retained, trusts_memory_only_when_both_marks_are_whole)
     }
 }
 
-TEST_F(firmware_retained, reports_its_own_cause_before_the_boards)
+TEST_F(runtime_retained, reports_its_own_cause_before_the_boards)
 {
     power_on("brownout");
     EXPECT_STREQ(retained_reset_cause(), "brownout");
@@ -92,7 +92,7 @@ TEST_F(firmware_retained, reports_its_own_cause_before_the_boards)
 }
 
 // The flags of a chip stay set until they are read, and would be taken for those of the next reset.
-TEST_F(firmware_retained, asks_the_board_at_every_start)
+TEST_F(runtime_retained, asks_the_board_at_every_start)
 {
     EXPECT_EQ(board.reset_cause_reads, 1U);
     restart("watchdog");
@@ -102,7 +102,7 @@ TEST_F(firmware_retained, asks_the_board_at_every_start)
     EXPECT_EQ(board.reset_cause_reads, 1U);
 }
 
-TEST_F(firmware_retained, cuts_a_cause_that_is_too_long)
+TEST_F(runtime_retained, cuts_a_cause_that_is_too_long)
 {
     retain_restart_cause("12345678901234567890123CUT");
     restart();
@@ -112,7 +112,7 @@ TEST_F(firmware_retained, cuts_a_cause_that_is_too_long)
     EXPECT_STREQ(retained_last_fault(), nullptr) << "what lies behind it";
 }
 
-TEST_F(firmware_retained, keeps_a_fault_until_power_is_off)
+TEST_F(runtime_retained, keeps_a_fault_until_power_is_off)
 {
     EXPECT_TRUE(retain_fault("hard fault"));
     EXPECT_FALSE(retain_fault(", pc "));
@@ -127,7 +127,7 @@ TEST_F(firmware_retained, keeps_a_fault_until_power_is_off)
     EXPECT_STREQ(retained_last_fault(), nullptr);
 }
 
-TEST_F(firmware_retained, replaces_a_fault_by_the_next_one)
+TEST_F(runtime_retained, replaces_a_fault_by_the_next_one)
 {
     retain_fault("the first, with a long text");
     restart();
@@ -138,7 +138,7 @@ TEST_F(firmware_retained, replaces_a_fault_by_the_next_one)
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(firmware_retained, reports_a_fault_as_the_cause_when_it_comes_during_a_restart)
+TEST_F(runtime_retained, reports_a_fault_as_the_cause_when_it_comes_during_a_restart)
 {
     retain_restart_cause("memory lost");
     retain_fault("hard fault");
@@ -146,7 +146,7 @@ TEST_F(firmware_retained, reports_a_fault_as_the_cause_when_it_comes_during_a_re
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(firmware_retained, cuts_a_fault_that_is_too_long)
+TEST_F(runtime_retained, cuts_a_fault_that_is_too_long)
 {
     std::string expected;
     for (char digit = '0'; digit <= '9'; ++digit)
@@ -162,7 +162,7 @@ TEST_F(firmware_retained, cuts_a_fault_that_is_too_long)
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(firmware_retained, ends_texts_whose_ends_are_damaged)
+TEST_F(runtime_retained, ends_texts_whose_ends_are_damaged)
 {
     std::fill(retained_memory().begin() + 8, retained_memory().end(), 'x');
     restart();

@@ -21,9 +21,9 @@ constexpr uint32_t bit(uint32_t sensor_id)
     return 1U << (sensor_id - 1U);
 }
 
-struct firmware_sensors : testing::Test
+struct runtime_sensors : testing::Test
 {
-    firmware_sensors()
+    runtime_sensors()
     {
         reset_board();
         EXPECT_TRUE(sensors_start());
@@ -39,7 +39,7 @@ struct firmware_sensors : testing::Test
     }
 };
 
-TEST_F(firmware_sensors, switches_and_then_waits)
+TEST_F(runtime_sensors, switches_and_then_waits)
 {
     zet_hal_integration_sensor_supply_on(2);
     zet_hal_integration_sensor_enable(2);
@@ -51,7 +51,7 @@ TEST_F(firmware_sensors, switches_and_then_waits)
                                      call_t{5702, "enable 2 off"}, call_t{6003, "supply 2 off"}));
 }
 
-TEST_F(firmware_sensors, forgets_signals_from_before_a_sensor_is_enabled)
+TEST_F(runtime_sensors, forgets_signals_from_before_a_sensor_is_enabled)
 {
     board.signal(bit(1) | bit(2));
     board.at(4999, [] { board.signal(bit(1)); });
@@ -60,7 +60,7 @@ TEST_F(firmware_sensors, forgets_signals_from_before_a_sensor_is_enabled)
     EXPECT_TRUE(wait(2, 0, 0)) << "the signal of another sensor";
 }
 
-TEST_F(firmware_sensors, keeps_a_signal_that_came_before_the_wait)
+TEST_F(runtime_sensors, keeps_a_signal_that_came_before_the_wait)
 {
     board.signal(bit(3));
     board.advance_us(1000000);
@@ -68,7 +68,7 @@ TEST_F(firmware_sensors, keeps_a_signal_that_came_before_the_wait)
     EXPECT_FALSE(wait(3, 1, 1000)) << "it counts once";
 }
 
-TEST_F(firmware_sensors, keeps_a_signal_over_a_release_of_the_enable_line_of_another)
+TEST_F(runtime_sensors, keeps_a_signal_over_a_release_of_the_enable_line_of_another)
 {
     board.signal(bit(3));
     zet_hal_integration_sensor_enable(2);
@@ -76,14 +76,14 @@ TEST_F(firmware_sensors, keeps_a_signal_over_a_release_of_the_enable_line_of_ano
     EXPECT_TRUE(wait(3, 0, 0));
 }
 
-TEST_F(firmware_sensors, ends_a_wait_with_the_signal)
+TEST_F(runtime_sensors, ends_a_wait_with_the_signal)
 {
     board.at(250, [] { board.signal(bit(1)); });
     EXPECT_TRUE(wait(1, 1, 250));
     EXPECT_FALSE(wait(1, 0, 0));
 }
 
-TEST_F(firmware_sensors, takes_a_signal_that_comes_with_the_time_out)
+TEST_F(runtime_sensors, takes_a_signal_that_comes_with_the_time_out)
 {
     board.at(1000, [] { board.signal(bit(1)); });
     EXPECT_TRUE(wait(1, 1, 1000));
@@ -92,7 +92,7 @@ TEST_F(firmware_sensors, takes_a_signal_that_comes_with_the_time_out)
     EXPECT_TRUE(wait(1, 1, 1)) << "it is for the next wait";
 }
 
-TEST_F(firmware_sensors, times_out_exactly)
+TEST_F(runtime_sensors, times_out_exactly)
 {
     for (const uint32_t timeout_ms : {0U, 1U, 1000U, 100000U, UINT32_MAX})
     {
@@ -100,7 +100,7 @@ TEST_F(firmware_sensors, times_out_exactly)
     }
 }
 
-TEST_F(firmware_sensors, waits_for_the_one_sensor)
+TEST_F(runtime_sensors, waits_for_the_one_sensor)
 {
     board.at(100, [] { board.signal(bit(2)); });
     board.at(200, [] { board.signal(bit(32)); });
@@ -114,7 +114,7 @@ TEST_F(firmware_sensors, waits_for_the_one_sensor)
     }
 }
 
-TEST_F(firmware_sensors, times_out_exactly_though_another_sensor_signals)
+TEST_F(runtime_sensors, times_out_exactly_though_another_sensor_signals)
 {
     for (uint64_t time_us = 50; time_us < 3000; time_us += 50)
     {
@@ -123,7 +123,7 @@ TEST_F(firmware_sensors, times_out_exactly_though_another_sensor_signals)
     EXPECT_FALSE(wait(1, 1, 1000));
 }
 
-TEST_F(firmware_sensors, takes_the_signals_of_several_sensors_from_one_interrupt)
+TEST_F(runtime_sensors, takes_the_signals_of_several_sensors_from_one_interrupt)
 {
     board.at(10, [] { board.signal(UINT32_MAX); });
     EXPECT_TRUE(wait(1, 1, 10));
@@ -133,7 +133,7 @@ TEST_F(firmware_sensors, takes_the_signals_of_several_sensors_from_one_interrupt
     }
 }
 
-TEST_F(firmware_sensors, takes_signals_that_were_pending_at_the_start)
+TEST_F(runtime_sensors, takes_signals_that_were_pending_at_the_start)
 {
     reset_board();
     board.signal(bit(1));
@@ -141,7 +141,7 @@ TEST_F(firmware_sensors, takes_signals_that_were_pending_at_the_start)
     EXPECT_TRUE(wait(1, 0, 0));
 }
 
-TEST_F(firmware_sensors, hands_the_board_to_the_library)
+TEST_F(runtime_sensors, hands_the_board_to_the_library)
 {
     EXPECT_EQ(zet_hal_integration_sensor_count(), 32);
     const zet_hal_k330_t *hal = zet_hal_nox_integration_get_implementation();
@@ -157,7 +157,7 @@ TEST_F(firmware_sensors, hands_the_board_to_the_library)
     EXPECT_THAT(board.calls, testing::ElementsAre(call_t{0, "transfer 7 3"}));
 }
 
-TEST_F(firmware_sensors, live_in_real_time)
+TEST_F(runtime_sensors, live_in_real_time)
 {
     EXPECT_FALSE(sensors_have_virtual_clock());
     board.advance_us(77);
