@@ -44,10 +44,12 @@ constexpr uint32_t usart_all_sent = 1U << 6U;
 constexpr uint32_t usart_can_take = 1U << 7U;
 constexpr uint32_t usart_damaged = 7U; ///< parity, framing, noise
 
+constexpr uint32_t spi_busy = 1U << 7U;
+
 constexpr uint32_t smallest_divider = 16;
 constexpr uint32_t largest_divider = 0xFFFF;
 
-/** Whether the chip is emulated: the internal oscillator of a real one is on after a reset. */
+/** Whether the chip is emulated: a real one always has an oscillator on. */
 bool is_emulated;
 
 void set_bits(uintptr_t address, uint32_t bits)
@@ -65,8 +67,10 @@ void wait_for_bits(uintptr_t address, uint32_t bits)
 /** 168 MHz from the crystal of 25 MHz; 84 MHz and 42 MHz for the buses. */
 void start_clocks()
 {
-    set_bits(rcc_cr, 1U << 16U); // crystal
-    wait_for_bits(rcc_cr, 1U << 17U);
+    set_bits(rcc_cr, 1U << 0U | 1U << 16U); // internal oscillator, crystal
+    wait_for_bits(rcc_cr, 1U << 1U | 1U << 17U);
+    hardware_register(rcc + 0x08U) = 0; // a boot loader may run on what is set up below
+    hardware_register(rcc_cr) = hardware_register(rcc_cr) & ~(1U << 24U);
     hardware_register(flash_access_control) = 7U << 8U | 5U; // caches, 5 wait states
     hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
     set_bits(rcc_cr, 1U << 24U); // multiplies
@@ -102,7 +106,9 @@ void start_pins()
     {
         set_alternate_function(pin, 5);
     }
-    set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U); // interrupt lines rest low
+    set_bits(gpio_a + 0x08U, 2U << 4U | 2U << 10U | 2U << 14U | 2U << 18U); // fast outputs
+    set_bits(gpio_a + 0x0CU,
+             2U << 0U | 2U << 2U | 1U << 20U); // interrupt lines rest low, the link's input high
     for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
     {
         set_pin(pin, false);
@@ -141,7 +147,7 @@ const board_area_t board_areas[BOARD_AREA_COUNT] = {
 
 void board_start(void)
 {
-    is_emulated = (hardware_register(rcc_cr) & 1U) == 0U;
+    is_emulated = hardware_register(rcc_cr) == 0U;
     if (!is_emulated)
     {
         start_clocks();
@@ -232,15 +238,20 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
         wait_for_bits(spi1 + 0x08U, 1U);
         buffer[i] = static_cast<uint8_t>(hardware_register(spi1 + 0x0CU));
     }
+    while ((hardware_register(spi1 + 0x08U) & spi_busy) != 0U)
+    {
+    }
     set_pin(sensor_id - 1U, true);
 }
 
-// Each line has an interrupt of its own.
+// Each line has an interrupt of its own. One that comes again because it was acknowledged late is no signal;
+// the emulator does not know what is pending.
 uint32_t board_sensor_take_interrupts(void)
 {
     const uint32_t line = 1U << (cortex_m4::active_interrupt() - first_line_interrupt);
+    const uint32_t pending = is_emulated ? line : hardware_register(exti_pending) & line;
     hardware_register(exti_pending) = line;
-    return line;
+    return pending;
 }
 
 const char *board_reset_cause(void)
@@ -249,6 +260,7 @@ const char *board_reset_cause(void)
     set_bits(rcc_csr, 1U << 24U); // the flags are for the next reset
     return (flags & 3U << 29U) != 0U   ? "watchdog"
            : (flags & 1U << 27U) != 0U ? "power on"
+           : (flags & 1U << 28U) != 0U ? "software"
            : (flags & 1U << 26U) != 0U ? "reset pin"
                                        : nullptr;
 }
