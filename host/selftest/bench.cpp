@@ -170,6 +170,14 @@ void bench::ping()
     execute({{"command", "ping"}});
 }
 
+std::chrono::milliseconds bench::time_to_receive(std::size_t size)
+{
+    const auto begin = now_();
+    send(std::string(size, ' '));
+    ping();
+    return std::chrono::ceil<std::chrono::milliseconds>(now_() - begin);
+}
+
 const session_metadata &bench::configure(const nlohmann::json &configuration)
 {
     send(nlohmann::json({{"command", "configure"}, {"configuration", configuration}}).dump() + "\n");

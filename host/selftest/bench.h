@@ -143,6 +143,9 @@ public:
     /** Checks that the server executes the next command. */
     void ping();
 
+    /** Measures how long the server takes to receive a number of bytes, and to answer. */
+    std::chrono::milliseconds time_to_receive(std::size_t size);
+
     /** Sets up a session; its configuration must be accepted. */
     const session_metadata &configure(const nlohmann::json &configuration);
 

@@ -1,6 +1,8 @@
 /** @file
  * Self-test: wrong input. Each is answered with its error, and the server works on.
  */
+#include <algorithm>
+
 #include "selftest/selftest.h"
 
 namespace vantor::selftest
@@ -33,16 +35,16 @@ std::string deep_nesting()
 /** Longest line that is tried: no board has that much memory for one. */
 constexpr std::size_t longest_line = std::size_t{1} << 18U;
 
-/** How much of it is sent at once, and how long the server then has to refuse it. */
+/** How much of it is sent at once. */
 constexpr std::size_t piece_size = 1024;
-constexpr milliseconds pause_between_pieces{1};
 
 /** How long the server has for what is still on its way when it has refused the line. */
 constexpr milliseconds pause_after_line{300};
 
-/** Sends a line without an end until the server refuses it. */
+/** Sends a line without an end until the server refuses it, no faster than the server receives. */
 std::optional<message> send_until_refused(bench &on)
 {
+    const auto pause_between_pieces = std::max(on.time_to_receive(piece_size), milliseconds(1));
     for (std::size_t sent = 0; sent < longest_line; sent += piece_size)
     {
         on.send(std::string(piece_size, 'x'));
