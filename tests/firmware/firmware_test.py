@@ -166,6 +166,14 @@ class Session(unittest.TestCase):
             self.assertIn("memory", identity)
             self.assertIn("stack", identity)
 
+    def test_passes_the_self_test(self):
+        with Board(virtual_clock=False) as board:
+            board.connect().stream.close()
+            tested = subprocess.run([VANTOR, "selftest", "--connect", board.address], capture_output=True, text=True,
+                                    timeout=4 * TIME_OUT, check=False)
+            self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
+            self.assertNotIn("FAILED", tested.stdout)
+
     def test_the_script_runs_in_the_background_of_a_terminal(self):
         port = free_port()
         shell, terminal = pty.fork()
