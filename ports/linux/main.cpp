@@ -7,9 +7,9 @@
 #include <iostream>
 #include <memory>
 
+#include "board_memory.h"
 #include "clock.h"
 #include "link.h"
-#include "board_memory.h"
 #include "options.h"
 #include "scene_file.h"
 #include "server.h"

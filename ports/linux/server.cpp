@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <poll.h>
 
-#include "clock.h"
 #include "board_memory.h"
+#include "clock.h"
 #include "zet_vantor_server.h"
 
 namespace
