@@ -99,12 +99,14 @@ class Board:
     """A board with its link on a TCP port, unless it is narrow, in a process that ends with the context."""
 
     def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unforeseen_accesses=False,
-                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False):
+                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False,
+                 settings_address=EMULATOR["settings"], boot_image=None):
         """
         With unforeseen_accesses a program may touch what is not there. With hurried_time every instruction takes 256 ns
         of the board's time, which this machine executes faster: a wait in a loop is over soon. Sleep takes its time.
         With skipped_sleep time jumps to the next timer, and sometimes to the one after, whenever the processor sleeps:
-        for tests in which no time matters. A narrow link is soon full when the host takes nothing.
+        for tests in which no time matters. A narrow link is soon full when the host takes nothing. A boot image, bytes
+        at the begin of the flash, starts in place of the program.
         """
         self.image = image
         self.unforeseen_accesses = unforeseen_accesses
@@ -125,24 +127,31 @@ class Board:
             arguments += ["-icount", "shift=8"]
         if skipped_sleep:
             arguments += ["-icount", "shift=5,sleep=off"]
-        arguments += ["-device", f"loader,file={self._settings_file(sensors, virtual_clock, seed)},force-raw=on,"
-                                 f"addr={EMULATOR['settings']}"]
-        self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        settings = struct.pack("<IHHI", SETTINGS_MARK, sensors, virtual_clock, seed)
+        arguments += self._loaded("settings", settings, settings_address)
+        if boot_image is not None:
+            arguments += self._loaded("boot_image", boot_image, EMULATOR["code"])
+        # Not a pipe: what an emulator says about unknown devices would fill it up.
+        self.error_path = os.path.join(self.directory.name, "errors")
+        with open(self.error_path, "wb") as errors:
+            self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=errors)
         self.address = f"tcp:127.0.0.1:{self.port}"
 
-    def _settings_file(self, *settings):
-        """A file with settings as they lie in the flash."""
-        path = os.path.join(self.directory.name, "settings")
+    def _loaded(self, name, content, address):
+        """Options of the emulator by which the flash has a content beside the image."""
+        path = os.path.join(self.directory.name, name)
         with open(path, "wb") as file:
-            file.write(struct.pack("<IHHI", SETTINGS_MARK, *settings))
-        return path
+            file.write(content)
+        return ["-device", f"loader,file={path},force-raw=on,addr={address}"]
 
     def __enter__(self):
         return self
 
     def __exit__(self, kind, *_):
         self.process.terminate()
-        errors = self.process.communicate(timeout=TIME_OUT)[1].decode().splitlines()
+        self.process.wait(TIME_OUT)
+        with open(self.error_path, encoding="utf-8") as file:
+            errors = file.read().splitlines()
         if self.full_pipe:
             self.full_pipe.close()
         self.directory.cleanup()
@@ -192,8 +201,9 @@ class Board:
         wait_until(lambda: self.variable("stalled") & 0xFF == 0, "the restart of the link")
 
     def variable(self, name, offset=0):
-        """A word of a variable of the program in an unnamed namespace."""
-        address = re.search(rf"^(\w+) \w _ZN12_GLOBAL__N_1{len(name)}{name}E$", symbols(self.image), re.MULTILINE)[1]
+        """A word of a variable of the program: in an unnamed namespace, or with a name of C."""
+        names = rf"(?:_ZN12_GLOBAL__N_1{len(name)}{name}E|{name})"
+        address = re.search(rf"^(\w+) \w {names}$", symbols(self.image), re.MULTILINE)[1]
         return self.register(int(address, 16) + offset)
 
     def register(self, address):

@@ -1,17 +1,16 @@
 """docs/porting.md says what the sources say."""
 
-import os
-import pathlib
 import re
 import unittest
 
-ROOT = pathlib.Path(os.environ["VANTOR_ROOT"])
-GUIDE = (ROOT / "docs/porting.md").read_text(encoding="utf-8")
+from board_folders import EMULATED, TEMPLATE, definitions
+from guide_steps import GUIDE, ROOT, functions_of_step, section, steps
 
+FIRMWARE = ROOT / "ports/firmware"
 
-def fragments(text):
-    """The fenced code blocks that name a file: (file, code)."""
-    return re.findall(r"^```\w+ (\S+)\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)
+# What boards may leave out.
+OPTIONAL = {"board_link_nearest_baudrate", "board_feed_watchdog", "board_wait", "board_wake", "board_reset_cause",
+            "board_id"}
 
 
 def without_comments(source):
@@ -19,72 +18,90 @@ def without_comments(source):
     return re.sub(r"/\*.*?\*/|//[^\n]*", "", source, flags=re.DOTALL)
 
 
-def functions_of(header):
-    """The functions that a header declares."""
-    return re.findall(r"\b(zet_\w+|board_\w+)\s*\([^()]*(?:\([^()]*\)[^()]*)*\)[^;{]*;", without_comments(header.read_text()))
+def declared():
+    """What board.h declares: the functions, and the areas."""
+    return set(re.findall(r"\b(board_\w+)\s*[(\[][^;{]*;", without_comments((FIRMWARE / "board.h").read_text())))
+
+
+def numbers_of(folder):
+    """The names of the numbers of a board."""
+    return set(re.findall(r"\b(BOARD_[A-Z0-9_]+)\b(?: = \d+,|\s+\\?\s*\{)", (folder / "board_numbers.h").read_text()))
+
+
+def names_in_tables(text):
+    """The names of functions in the first column of tables."""
+    rows = re.findall(r"^\| ([^|]*) \|", text, re.MULTILINE)
+    return {name for row in rows for name in re.findall(r"`(board_\w+)`", row)}
 
 
 class Guide(unittest.TestCase):
     """The guide and the sources."""
 
-    def test_code_stands_in_the_file_that_it_names(self):
-        found = fragments(GUIDE)
-        self.assertGreaterEqual(len(found), 8)
-        for name, code in found:
-            with self.subTest(file=name, code=code.partition("\n")[0]):
-                self.assertIn("\n" + code, "\n" + (ROOT / name).read_text(encoding="utf-8"))
-
-    def test_every_fence_of_code_names_its_file(self):
-        self.assertEqual(GUIDE.count("\n```"), 2 * len(fragments(GUIDE)))
-
     def test_files_that_it_names_exist(self):
-        paths = re.findall(r"`((?:application|cmake|docs|examples|integration|nox|ports|scripts|simulator)/[^`*]*)`", GUIDE)
+        paths = re.findall(r"`((?:application|boards|cmake|docs|examples|integration|nox|ports|scripts|simulator)/[^`*]*)`",
+                           GUIDE)
         self.assertGreater(len(paths), 10)
         for path in paths:
-            if path != "ports/my_board/":
-                self.assertTrue((ROOT / path).exists(), path)
+            self.assertTrue((ROOT / path).exists(), path)
 
-    def test_every_function_of_the_board_layer_is_described(self):
-        headers = sorted((ROOT / "integration").rglob("*.h"))
-        functions = [name for header in headers for name in functions_of(header)]
-        self.assertEqual(len(functions), 10, functions)
-        for name in functions:
-            self.assertTrue(f"`{name}" in GUIDE, name)
+    def test_every_function_is_described_and_no_other(self):
+        self.assertEqual(len(declared()), 20)
+        self.assertEqual(names_in_tables(section("The functions")), declared())
+        self.assertEqual(names_in_tables(section("The functions").partition("These are optional")[2]), OPTIONAL)
 
-    def test_every_function_to_write_is_described(self):
-        for name in functions_of(ROOT / "ports/skeleton/board.h"):
-            self.assertTrue(re.search(rf"\n\| [^|]*`{name}`[^|]*\|", GUIDE), name)
+    def test_optional_functions_have_a_default(self):
+        text = (FIRMWARE / "board_defaults.cpp").read_text()
+        self.assertEqual(set(re.findall(r"gnu::weak\]\][^(]*\b(board_\w+)\(", text)), OPTIONAL)
+
+    def test_every_function_is_written_in_one_step(self):
+        written = [name for step in steps() for name in functions_of_step(step)]
+        self.assertEqual(len(written), len(set(written)))
+        self.assertEqual(set(written), declared() - {"board_wait", "board_wake"})
+        self.assertEqual(list(steps()), ["Build", "Log", "Link", "Clock", "Sensors", "Interrupt", "Session", "Selftest"])
+
+    def test_the_template_has_every_function(self):
+        source = (TEMPLATE / "board.cpp").read_text()
+        self.assertEqual(set(definitions(source)), declared() - {"board_wait", "board_wake"})
+
+    def test_the_template_has_the_numbers_of_a_board(self):
+        self.assertGreater(len(numbers_of(TEMPLATE)), 15)
+        self.assertEqual(numbers_of(TEMPLATE), numbers_of(EMULATED))
+
+    def test_numbers_that_it_names_exist(self):
+        named = set(re.findall(r"`(BOARD_[A-Z0-9_]+)`", GUIDE))
+        self.assertGreater(len(named), 8)
+        self.assertLessEqual(named, numbers_of(TEMPLATE))
+
+    def test_options_that_it_names_exist(self):
+        named = set(re.findall(r"\b(VANTOR_\w+)", GUIDE))
+        cmake = (ROOT / "cmake/VantorFirmware.cmake").read_text()
+        self.assertEqual(named, set(re.findall(r"^set\((VANTOR_\w+)", cmake, re.MULTILINE)))
+
+    def test_functions_of_the_sensor_library_that_it_names_exist(self):
+        named = set(re.findall(r"`(zet_\w+)`", GUIDE))
+        self.assertGreater(len(named), 5)
+        headers = "".join(path.read_text() for path in (ROOT / "nox").rglob("*.h"))
+        for name in named:
+            self.assertRegex(headers, rf"\b{name}\(")
 
     def test_every_text_by_which_a_mistake_shows_exists(self):
-        rows = re.findall(r"^\| ([^|]*) \|", GUIDE[GUIDE.index("## Mistakes"):], re.MULTILINE)
-        texts = [text for row in rows for text in re.findall(r"`([^`]*)`", row) if not text.startswith("uses ")]
+        rows = re.findall(r"^\| ([^|]*) \|", section("Mistakes and how they show"), re.MULTILINE)
+        texts = [text for row in rows for text in re.findall(r"`([^`]*)`", row)
+                 if not text.startswith(("uses ", "a000", "vantor "))]
         self.assertGreater(len(texts), 10)
-        sources = [path for folder in ("application", "nox", "ports", "docs")
-                   for path in (ROOT / folder).rglob("*") if path.suffix in (".cpp", ".h", ".ld") or path.name == "protocol.md"]
+        sources = [path for folder in ("application", "boards", "nox", "ports", "docs")
+                   for path in (ROOT / folder).rglob("*")
+                   if path.suffix in (".cpp", ".h", ".ld") or path.name == "protocol.md"]
         written = "".join(path.read_text(encoding="utf-8") for path in sources)
         for text in texts:
-            self.assertIn(re.sub(r"\d+", "%lu", text), written)
+            for part in text.removeprefix("fault: ").split(": "):
+                self.assertIn(re.sub(r"\d+", "%lu", part), written)
 
-    def test_every_member_that_a_port_fills_in_is_described(self):
-        def members(path, record):
-            text = without_comments((ROOT / path).read_text())
-            body = re.search(r"typedef struct\s*\{([^{}]*)\}\s*" + record + ";", text).group(1)
-            return re.findall(r"(\w+)(?:\)\s*\([^)]*\))?;", body)
-
-        port = members("application/vantor_server/zet_vantor_server.h", "zet_vantor_server_port_t")
-        link = members("application/vantor_server/zet_vantor_server_base.h", "vantor_server_interface_t")
-        record = members("nox/k3/k330/api/zet_hal_definitions_k330.h", "zet_hal_k330_t")
-        self.assertEqual((len(port), len(link), len(record)), (7, 6, 6), (port, link, record))
-        for name in [name for name in port if name != "link"] + [f"link.{name}" for name in link] + record:
-            self.assertTrue(re.search(rf"\|[^|]*`{name}[`.]", GUIDE), name)
-
-    def test_every_file_of_the_skeleton_is_in_the_table(self):
-        for path in (ROOT / "ports/skeleton").iterdir():
-            self.assertTrue(re.search(rf"\n\| [^|]*`{re.escape(path.name)}`", GUIDE), path.name)
-
-    def test_number_of_functions_to_write(self):
-        stated = re.search(r"the (\d+) functions that touch registers", GUIDE).group(1)
-        self.assertEqual(int(stated), len(functions_of(ROOT / "ports/skeleton/board.h")))
+    def test_registers_of_the_template_begin_as_it_says(self):
+        source = (TEMPLATE / "board.cpp").read_text()
+        self.assertEqual(set(re.findall(r"^constexpr uintptr_t \w+ = 0x(\w{4})", source, re.MULTILINE)), {"A000"})
+        self.assertIn("`a000`", GUIDE)
+        self.assertNotIn("0xA0", (EMULATED / "board.cpp").read_text().upper())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,108 @@
+"""Makes folders of boards outside of the tree, and builds their firmware."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+
+ROOT = pathlib.Path(os.environ["VANTOR_ROOT"])
+TEMPLATE = ROOT / "boards/template"
+EMULATED = ROOT / "boards/netduinoplus2"
+
+# Some functions are not written yet, so that not every part that they share is used.
+UNUSED_PARTS = '#pragma GCC diagnostic ignored "-Wunused-function"\n'
+
+END_OF_PARTS = "} // namespace\n"
+
+DEFINITION = re.compile(r"^(?://[^\n]*\n)*(?:\w+ )+\*?(board_\w+)[\[(].*?^\};?\n", re.MULTILINE | re.DOTALL)
+
+
+def edited(text, **replacements):
+    """Replaces words of a text, each of which must be there: `old=new`."""
+    for old, new in replacements.items():
+        text, count = re.subn(rf"\b{old} = [^,;]+", f"{old} = {new}", text)
+        assert count == 1, old
+    return text
+
+
+def replaced(text, old, new):
+    """Replaces a part of a text, which must be there once."""
+    assert text.count(old) == 1, old
+    return text.replace(old, new)
+
+
+def definitions(source):
+    """What a board's source defines for the firmware, by name."""
+    behind_parts = source[source.index(END_OF_PARTS):]
+    return {found[1]: found[0] for found in DEFINITION.finditer(behind_parts)}
+
+
+class BoardFolder:
+    """A folder of a board that is copied from another one."""
+
+    def __init__(self, parent, name, original=EMULATED):
+        self.path = pathlib.Path(parent) / name
+        self.name = name
+        shutil.copytree(original, self.path)
+
+    def edit(self, name, change, *arguments, **named):
+        """Changes the text of a file."""
+        file = self.path / name
+        file.write_text(change(file.read_text(encoding="utf-8"), *arguments, **named), encoding="utf-8")
+
+    def set_numbers(self, **numbers):
+        """Sets numbers of the board."""
+        self.edit("board_numbers.h", edited, **{f"BOARD_{name}": value for name, value in numbers.items()})
+
+    def set_memory(self, memory, heap="RAM", **sizes):
+        """Sets banks of memory and sizes."""
+        banks = "\n".join(f"  {bank} : {place}" for bank, place in memory.items())
+        given = "".join(f"{name} = {size};\n" for name, size in sizes.items())
+        (self.path / "memory.ld").write_text(
+            f'MEMORY\n{{\n{banks}\n}}\nREGION_ALIAS("HEAP", {heap})\n{given}INCLUDE sections.ld\n', encoding="utf-8")
+
+    def remove(self, *names):
+        """Removes functions."""
+        def without(source):
+            for name in names:
+                source = replaced(source, definitions(source)[name], "")
+            return UNUSED_PARTS + source
+        self.edit("board.cpp", without)
+
+    def add(self, code):
+        """Adds code behind everything else."""
+        self.edit("board.cpp", lambda source: source + code)
+
+    def take_over(self, names, other=EMULATED):
+        """Replaces functions by those of another board, with the parts that these share; what it lacks is removed."""
+        self.remove(*names)
+        source = (other / "board.cpp").read_text(encoding="utf-8")
+        theirs = definitions(source)
+        shared = source[:source.index(END_OF_PARTS) + len(END_OF_PARTS)]
+        (self.path / "written.cpp").write_text(UNUSED_PARTS + shared + "".join(theirs[name] for name in names if name in theirs),
+                                               encoding="utf-8")
+
+
+def run(*arguments):
+    """Runs a program to its end."""
+    return subprocess.run([str(argument) for argument in arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, check=False)
+
+
+def configure(build, boards, *options):
+    """Configures the firmware of boards, given by their folders or names."""
+    paths = ";".join(str(getattr(board, "path", board)) for board in boards)
+    return run("cmake", "--preset", "firmware", "-S", ROOT, "-B", build, f"-DVANTOR_BOARD={paths}", *options)
+
+
+def build_targets(build, *targets):
+    """Builds targets; goes on to the others when one fails."""
+    return run("cmake", "--build", build, "--target", *targets, "--", "-k", "0")
+
+
+def must_succeed(process):
+    """What a program wrote that must have succeeded."""
+    if process.returncode != 0:
+        raise AssertionError(f"{process.args}: {process.stdout}")
+    return process.stdout

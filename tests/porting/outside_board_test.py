@@ -1,0 +1,478 @@
+"""Boards outside of the tree: a copy of the template that is brought up by the guide's steps, and unusual boards.
+
+They run under an emulator, with simulated sensors or with a stand-in for the sensor library, whose frames have known
+samples and which counts what it must not be asked for.
+"""
+
+import itertools
+import json
+import os
+import pathlib
+import re
+import struct
+import subprocess
+import tempfile
+import unittest
+
+from board_folders import (EMULATED, ROOT, TEMPLATE, BoardFolder, build_targets, configure, definitions, must_succeed,
+                           replaced)
+from emulated_board import FIRMWARE, Board, symbols
+from guide_steps import functions_of_step
+from vantor_process import EXAMPLES, example, vantor, wait_until
+
+FIRMWARE_BUILD = pathlib.Path(os.environ["VANTOR_FIRMWARE_BUILD"])
+STAND_IN = FIRMWARE_BUILD / "tests/firmware/stand_in/libstand_in_sensors.a"
+
+SMALL = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20}}]]}
+BOTH = {"groups": [[{"sensor_id": 1, "config": {"num_points": 30}}, {"sensor_id": 2, "config": {"num_points": 40}}],
+                   [{"sensor_id": 2, "config": {"num_points": 10, "sweeps_per_frame": 4}}]]}
+CUT = {"groups": [[{"sensor_id": 2, "config": {}}]]}
+
+BUILDS = {
+    "simulator": ("-DVANTOR_TESTS=ON", "-DCMAKE_C_FLAGS_RELEASE=-Os", "-DCMAKE_CXX_FLAGS_RELEASE=-Os"),
+    "library": ("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={STAND_IN}",
+                "-DCMAKE_C_FLAGS_RELEASE=-O2 -flto", "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -flto"),
+}
+
+LAYOUTS = ("two_banks", "ram_of_96k", "behind_boot_loader")
+REFUSED = ("crowd", "lacking")
+
+FLASH = "ORIGIN = 0x08000000, LENGTH = 1M"
+
+WORK = None  # the folder of the boards and of their builds
+
+
+def take_numbers_and_memory(board):
+    """Sets the numbers and the memory of the emulated board."""
+    for name in ("board_numbers.h", "memory.ld"):
+        board.edit(name, lambda _, name=name: (EMULATED / name).read_text(encoding="utf-8"))
+
+
+def make_steps(parent):
+    """The template, brought up by the guide's steps: a folder for each."""
+    boards = [BoardFolder(parent, "as_copied", TEMPLATE)]
+    functions = []
+    for name, step in (("with_log", "Log"), ("with_link", "Link"), ("my_board", "Sensors")):
+        functions += functions_of_step(step)
+        board = BoardFolder(parent, name, TEMPLATE)
+        take_numbers_and_memory(board)
+        board.take_over(functions)
+        boards.append(board)
+    return boards
+
+
+def make_layouts(parent):
+    """Boards with unusual memory."""
+    sizes = {"program_stack_size": "4K", "interrupt_stack_size": "512"}
+    two_banks, ram_of_96k, behind_boot_loader = boards = [BoardFolder(parent, name) for name in LAYOUTS]
+    two_banks.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 48K",
+                          "BANK": "ORIGIN = 0x20010000, LENGTH = 64K"}, heap="BANK", heap_size="64K", **sizes)
+    ram_of_96k.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 96K"}, heap_size="64K", **sizes)
+    behind_boot_loader.set_memory({"FLASH": "ORIGIN = 0x08020200, LENGTH = 128K - 512",
+                                   "RAM": "ORIGIN = 0x20000000, LENGTH = 128K"}, heap_size="64K", **sizes)
+    return boards
+
+
+# What a chip's maker may bring: its code has warnings.
+HANDLERS = """
+int handled;
+static int never_called(int narrow) { char c = narrow; unsigned x; return c < x; }
+void SVC_Handler() { int unused; handled |= 1; }
+void PendSV_Handler() { handled |= 2; }
+void SysTick_Handler() { handled |= 4; }
+"""
+
+CALL_HANDLERS = """
+extern "C" volatile int handled;
+
+const char *board_id(void)
+{
+    __asm volatile("svc 0");
+    hardware_register(0xE000ED04U) = 1U << 28U | 1U << 26U; // PendSV, SysTick
+    __asm volatile("dsb; isb");
+    return handled == 7 ? "all handled" : "not handled";
+}
+"""
+
+OWN_WAIT = """
+namespace
+{
+volatile bool woken;
+char waits[] = "has not waited";
+}
+
+void board_wait(uint32_t duration_us)
+{
+    waits[3] = '\\0';
+    const uint32_t begin = board_counter_us();
+    while (!woken && board_counter_us() - begin < duration_us)
+    {
+    }
+    woken = false;
+}
+
+void board_wake(void)
+{
+    woken = true;
+}
+
+const char *board_id(void)
+{
+    return waits;
+}
+"""
+
+
+def make_unusual(parent):
+    """Boards with something of their own, and some that must not link."""
+    handlers = BoardFolder(parent, "own_handlers")
+    (handlers.path / "vendor").mkdir()
+    (handlers.path / "vendor/handlers.c").write_text(HANDLERS, encoding="utf-8")
+    own_wait = BoardFolder(parent, "own_wait")
+    for board, code in ((handlers, CALL_HANDLERS), (own_wait, OWN_WAIT)):
+        board.remove("board_id")
+        board.add(code)
+    cut_line = BoardFolder(parent, "cut_line")
+    cut_line.edit("board.cpp", replaced, "hardware_register(exti) = 3;", "hardware_register(exti) = 1;")
+    crowd = BoardFolder(parent, "crowd")
+    crowd.set_numbers(SENSOR_COUNT=33)
+    lacking = BoardFolder(parent, "lacking")
+    lacking.remove("board_link_receive", "board_sensor_transfer")
+    return [handlers, own_wait, cut_line, *make_small(parent), crowd, lacking]
+
+
+def make_small(parent):
+    """Boards with little RAM: 32 KiB, and as much as the example of two sensors needs."""
+    small, smallest = [BoardFolder(parent, name) for name in ("small", "smallest")]
+    small.set_numbers(LINE_SIZE=2560, RING_SIZE=1024, MAX_VALUES=128, TOLERATED_LOSS=1024)
+    small.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 32K"},
+                     program_stack_size="4K", interrupt_stack_size="1K", heap_size="19K")
+    smallest.set_numbers(LINE_SIZE=2560, RING_SIZE=512, MAX_VALUES=128, TOLERATED_LOSS=1024)
+    smallest.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 28K"},
+                        program_stack_size="3K", interrupt_stack_size="512", heap_size="17K")
+    return [small, smallest]
+
+
+def image_of(build, name):
+    """The path of an image."""
+    return str(WORK / build / "bin" / f"{name}.elf")
+
+
+def setUpModule():
+    """Makes and builds all boards."""
+    global WORK
+    work = tempfile.TemporaryDirectory()
+    unittest.addModuleCleanup(work.cleanup)
+    WORK = pathlib.Path(work.name)
+    boards = WORK / "boards"
+    as_copied, with_log, with_link, my_board = make_steps(boards)
+    simulated = [as_copied, with_log, with_link, *make_layouts(boards)]
+    real = [as_copied, my_board, *make_unusual(boards)]
+    for build, these in (("simulator", simulated), ("library", real)):
+        must_succeed(configure(WORK / build, these, *BUILDS[build]))
+        targets = [f"vantor_{board.name}" for board in these if board.name not in REFUSED]
+        targets += [f"faulty_{name}" for name in LAYOUTS] if build == "simulator" else []
+        must_succeed(build_targets(WORK / build, *targets))
+
+
+def samples_of(sensor_id, frame_number, count):
+    """The payload of an item, by the formula of the stand-in."""
+    def wrapped(value):
+        return (value + 2**15) % 2**16 - 2**15
+    return b"".join(struct.pack("<hh", wrapped(frame_number * 7 + point * 3 + sensor_id), wrapped(point))
+                    for point in range(count))
+
+
+def expected_payloads(configuration, metadata):
+    """The payloads of a session with the stand-in, one after the other."""
+    items = [item["sensor_id"] for group in configuration["groups"] for item in group]
+    counts = [item["frame_data_length"] for group in metadata["metadata"] for item in group]
+    numbers = {sensor_id: itertools.count() for sensor_id in items}
+    while True:
+        yield b"".join(samples_of(sensor_id, next(numbers[sensor_id]), count)
+                       for sensor_id, count in zip(items, counts))
+
+
+class BoardTest(unittest.TestCase):
+    """Starts boards."""
+
+    def start(self, build, name, **options):
+        """A board, and its first host."""
+        board = self.enterContext(Board(image=image_of(build, name), virtual_clock=False, **options))
+        return board, self.enterContext(board.connect())
+
+    def session(self, host, configuration, count):
+        """A session from configuration to end: its metadata and its frames."""
+        metadata = host.ask("configure", configuration=configuration)
+        self.assertEqual(metadata["status"], "ok", metadata)
+        host.command("start")
+        self.assertEqual(host.message()[0]["command"], "start")
+        frames = [host.message() for _ in range(count)]
+        host.command("stop")
+        self.assertEqual(host.answer()[0]["command"], "stop")
+        self.assertEqual(host.ask("end")["status"], "ok")
+        return metadata, frames
+
+    def check_session(self, board, host, configuration, count):
+        """A session with the stand-in: each byte is as its formula says, and no contract is broken."""
+        metadata, frames = self.session(host, configuration, count)
+        for number, ((header, payload), expected) in enumerate(zip(frames, expected_payloads(configuration, metadata))):
+            self.assertEqual(header["status"], "ok", header)
+            self.assertGreater(len(payload), 0)
+            self.assertEqual(payload, expected, number)
+        self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
+
+    def record(self, board, count):
+        """Records the example of two sensors by the host command."""
+        with tempfile.TemporaryDirectory() as directory:
+            output = os.path.join(directory, "recording")
+            recorded = vantor("record", os.path.join(EXAMPLES, "two_sensors.json"), "--connect", board.address,
+                              "--frames", count, "--output", output)
+            self.assertEqual(recorded.returncode, 0, recorded.stderr)
+            self.assertEqual(json.loads(vantor("info", output, "--json").stdout)["frames"], count)
+
+
+class BringUp(BoardTest):
+    """The guide's steps, each with its check."""
+
+    def test_build(self):
+        for build in BUILDS:
+            self.assertTrue(os.path.exists(image_of(build, "vantor_as_copied")))
+
+    def test_log(self):
+        board, _ = self.start_without_link("vantor_with_log")
+        wait_until(lambda: board.log().count("reset cause") > 1, "the restart")
+        first, fault, second = board.log().splitlines()[:3]
+        self.assertRegex(first, r"^info: board: with_log, version \S+, reset cause: power on; open: peripherals "
+                                r"40000000-5fffffff id 1fff7a00-1fff7a1f memory 20000000-2001ffff "
+                                r"code 08000000-080fffff$")
+        # The link's registers are those of the template.
+        self.assertRegex(fault, r"^fault: memory fault, cfsr 00000082, hfsr 00000000, address a000300c, .*; restarting$")
+        self.assertIn("reset cause: fault;", second)
+
+    def start_without_link(self, name):
+        """A board that does not come to listen."""
+        board = self.enterContext(Board(image=image_of("simulator", name), unforeseen_accesses=True))
+        return board, self.enterContext(board.connect(board_listens=False))
+
+    def test_link(self):
+        board, host = self.start("simulator", "vantor_with_link")
+        identity = host.ask("identify")
+        self.assertEqual(identity["board"], {"name": "with_link", "reset_cause": "power on"})
+        self.assertEqual(identity["max_baudrate"], 2000000)
+        self.session(host, BOTH, 5)
+        host.stream.close()
+        shown = vantor("identify", "--connect", board.address)
+        self.assertEqual(shown.returncode, 0, shown.stderr)
+        self.assertIn("with_link", shown.stdout)
+
+    def test_clock(self):
+        # A clock with a wrong prescaler is off by more than ten times.
+        _, host = self.start("simulator", "vantor_with_link")
+        slow = {**SMALL, "update_rate": 10}
+        before = host.ask("stats")["uptime_s"]
+        begin = os.times().elapsed
+        self.session(host, slow, 11)
+        seconds = os.times().elapsed - begin
+        counted = host.ask("stats")["uptime_s"] - before
+        self.assertGreater(seconds, 0.999)
+        self.assertLess(counted, 10 * seconds)
+        self.assertGreater(counted, seconds / 10)
+
+    def test_sensors(self):
+        board, host = self.start("library", "vantor_my_board")
+        self.assertEqual(host.ask("identify")["connected_sensors"], [1, 2])
+        host.stream.close()
+        with tempfile.TemporaryDirectory() as directory:
+            calibrated = vantor("calibrate", "--output", os.path.join(directory, "calibration.json"), "--connect",
+                                board.address)
+        self.assertEqual(calibrated.returncode, 0, calibrated.stderr)
+        self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
+
+    def test_session(self):
+        board, host = self.start("library", "vantor_my_board")
+        self.check_session(board, host, BOTH, 20)
+        host.stream.close()
+        self.record(board, 100)
+        self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
+
+    @unittest.skipUnless("selftest" in vantor("--help").stdout, "vantor has no selftest")
+    def test_selftest(self):
+        board, host = self.start("library", "vantor_my_board")
+        host.stream.close()
+        tested = vantor("selftest", "--connect", board.address)
+        self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
+        self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
+
+
+class StandIn(BoardTest):
+    """The emulated board of the tree with the stand-in for the sensor library."""
+
+    image = str(FIRMWARE_BUILD / "bin/library_netduinoplus2.elf")
+
+    def test_streams_each_byte(self):
+        with Board(image=self.image) as board, board.connect() as host:
+            self.check_session(board, host, example("two_sensors.json"), 100)
+
+    def test_contains_nothing_of_the_simulator(self):
+        def defined(path):
+            listed = subprocess.run(["arm-none-eabi-nm", "--defined-only", "--just-symbols", path], check=True,
+                                    capture_output=True, text=True).stdout
+            return {line for line in listed.splitlines() if line and not line.endswith(":")}
+
+        simulator = set().union(*map(defined, (FIRMWARE_BUILD / "simulator").rglob("*.a")))
+        others = set().union(*map(defined, [STAND_IN, *(FIRMWARE_BUILD / "application").rglob("*.a")]))
+        own = {name for name in simulator - others if "zet_simulator" in name or "9simulator" in name}
+        self.assertGreater(len(own), 50)
+        self.assertGreater(len(own & defined(FIRMWARE)), 50)
+        self.assertEqual(own & defined(self.image), set())
+
+
+class CutLine(BoardTest):
+    """The interrupt line of sensor 2 is cut."""
+
+    def test_wait_ends_by_the_time_out(self):
+        board, host = self.start("library", "vantor_cut_line")
+        before = host.ask("stats")["uptime_s"]
+        answer = host.ask("configure", configuration=CUT)
+        waited = host.ask("stats")["uptime_s"] - before
+        self.assertEqual(answer.get("code"), "nox_sensor_calibration", answer)
+        self.assertIn("error: vantor_server_system_k330: Sensor 2 interrupt timeout", board.log())
+        self.assertGreater(waited, 0.999)
+        # On an idle machine it is 1.02 s.
+        self.assertLess(waited, 10.3)
+        self.check_session(board, host, SMALL, 5)
+
+    def test_sleeps_while_it_waits(self):
+        # An emulator whose board sleeps takes less than 0.04 s of the processor for all of this.
+        board, host = self.start("library", "vantor_cut_line")
+        before = board.processor_time()
+        self.assertEqual(host.ask("configure", configuration=CUT)["status"], "error")
+        self.assertLess(board.processor_time() - before, 0.4)
+
+    def test_gives_all_memory_back(self):
+        board, host = self.start("library", "vantor_cut_line")
+        self.check_session(board, host, SMALL, 3)
+        at_rest = host.ask("identify")["memory"]
+        self.assertEqual(host.ask("configure", configuration=CUT)["status"], "error")
+        self.check_session(board, host, SMALL, 3)
+        after = host.ask("identify")["memory"]
+        self.assertEqual((after["live"], after["largest_free"]), (at_rest["live"], at_rest["largest_free"]))
+
+    def test_hands_log_lines_to_the_host(self):
+        _, host = self.start("library", "vantor_cut_line")
+        host.ask("log", level="INFO")
+        host.command("configure", configuration=CUT)
+        lines = []
+        while (message := host.message()[0])["status"] == "log":
+            lines.append(message["message"])
+        self.assertIn("Powered on sensor id 2", lines)
+        self.assertIn("Sensor 2 interrupt timeout", lines)
+        self.assertEqual(message["status"], "error")
+
+
+class Layouts(BoardTest):
+    """Boards whose memory is not one power of two at the begin of everything."""
+
+    # What the start line names, the begin of the code, the end of the RAM, and where the settings are.
+    layouts = {
+        "two_banks": ("memory 20000000-2000bfff heap 20010000-2001ffff code 08000000-080fffff",
+                      0x08000000, 0x2000C000, "0x080fffe0"),
+        "ram_of_96k": ("memory 20000000-20017fff code 08000000-080fffff", 0x08000000, 0x20018000, "0x080fffe0"),
+        "behind_boot_loader": ("memory 20000000-2001ffff code 08020000-0803ffff", 0x08020200, 0x20020000, "0x0803ffe0"),
+    }
+
+    # Disables interrupts and starts the image at 0x08020200 by its vector table, but with a stack of its own.
+    boot_loader = struct.pack("<II4HI", 0x20001000, 0x08000009,
+                              0x4801,  # ldr r0, the word behind
+                              0x6841,  # ldr r1, [r0, #4]
+                              0xB672,  # cpsid i
+                              0x4708,  # bx r1
+                              0x08020200)
+
+    def options(self, name):
+        """How the board is started."""
+        return {"settings_address": self.layouts[name][3],
+                "boot_image": self.boot_loader if name == "behind_boot_loader" else None}
+
+    def test_measure(self):
+        for name, (opened, *_) in self.layouts.items():
+            with self.subTest(name):
+                board, host = self.start("simulator", f"vantor_{name}", sensors=2, **self.options(name))
+                self.session(host, BOTH, 3)
+                self.assertRegex(board.log(), rf"open: peripherals 40000000-5fffffff id \S+ {opened}\n")
+                self.assertEqual(host.ask("identify")["memory"]["size"], 64 * 1024)
+
+    def mistakes(self, code, ram_end):
+        """The mistakes of the faulty image by number, and what their reports contain."""
+        return ((0, "memory fault", "address 00000000"),
+                (1, "memory fault", "address 000003f0"),
+                (2, "memory fault", f"address {code + 0x1000:08x}"),
+                (3, "memory fault", f"address {ram_end:08x}"),
+                (4, "memory fault", "pc 2000"),
+                (6, "memory fault", "stack exhausted"),
+                (7, "hard fault", "stack exhausted"))
+
+    def test_mistakes_are_reported(self):
+        for name, (_, code, ram_end, _) in self.layouts.items():
+            for number, exception, detail in self.mistakes(code, ram_end):
+                with self.subTest(name, mistake=number):
+                    self.check_report(name, number, exception, detail)
+
+    def check_report(self, name, number, exception, detail):
+        """Makes a mistake: it is reported and retained."""
+        with Board(image=image_of("simulator", f"faulty_{name}"), seed=number, unforeseen_accesses=True,
+                   **self.options(name)) as board, board.connect(False):
+            wait_until(lambda: board.log().count("\n") > 2, "the restart")
+            started, report, restarted = board.log().splitlines()[:3]
+            self.assertEqual(started, "info: test: started, power on, none")
+            self.assertRegex(report, f"^fault: {exception}, .*{detail}")
+            self.assertEqual(restarted, "info: test: started, fault, "
+                             + report.removeprefix("fault: ").removesuffix("; restarting"))
+
+
+class Unusual(BoardTest):
+    """Boards that bring something of their own."""
+
+    def test_own_exception_handlers_in_code_of_the_maker(self):
+        board, host = self.start("library", "vantor_own_handlers")
+        self.assertEqual(host.ask("identify")["board"]["id"], "all handled")
+        self.check_session(board, host, BOTH, 5)
+
+    def test_own_wait(self):
+        board, host = self.start("library", "vantor_own_wait")
+        self.assertEqual(host.ask("identify")["board"]["id"], "has")
+        self.check_session(board, host, BOTH, 5)
+
+    def test_small_memory(self):
+        board, host = self.start("library", "vantor_small")
+        configuration = example("two_sensors.json")
+        calibration = host.ask("configure", configuration=configuration)["calibration_info"]
+        self.assertEqual(host.ask("end")["status"], "ok")
+        self.check_session(board, host, {**configuration, "calibration_info": calibration}, 100)
+        host.stream.close()
+        self.record(board, 100)
+
+    def test_smallest_memory(self):
+        board, host = self.start("library", "vantor_smallest")
+        self.check_session(board, host, example("two_sensors.json"), 100)
+        self.assertEqual(host.ask("identify")["memory"]["failures"], 0)
+
+
+class Refused(unittest.TestCase):
+    """Boards that must not be built."""
+
+    def test_more_sensors_than_signals(self):
+        built = build_targets(WORK / "library", "vantor_crowd")
+        self.assertNotEqual(built.returncode, 0)
+        self.assertIn("BOARD_SENSOR_COUNT: a board has at most 32 sensors", built.stdout)
+
+    def test_functions_that_are_missing_are_named(self):
+        built = build_targets(WORK / "library", "vantor_lacking")
+        self.assertNotEqual(built.returncode, 0)
+        missing = set(re.findall(r"undefined reference to `(\w+)'", built.stdout))
+        self.assertEqual(missing, {"board_link_receive", "board_sensor_transfer"})
+
+
+if __name__ == "__main__":
+    unittest.main()
