@@ -9,7 +9,10 @@ set(VANTOR_SENSOR_LIBRARY "" CACHE FILEPATH "The maker's sensor library, for -DV
 if(NOT VANTOR_SENSORS MATCHES "^(simulator|library)$")
   message(FATAL_ERROR "VANTOR_SENSORS is \"${VANTOR_SENSORS}\"; use simulator or library.")
 endif()
-if(VANTOR_SENSORS STREQUAL "library" AND NOT EXISTS "${VANTOR_SENSOR_LIBRARY}")
+if(NOT VANTOR_BOARD)
+  message(FATAL_ERROR "VANTOR_BOARD is empty; name a board, such as boards/template.")
+endif()
+if(VANTOR_SENSORS STREQUAL "library" AND (NOT EXISTS "${VANTOR_SENSOR_LIBRARY}" OR IS_DIRECTORY "${VANTOR_SENSOR_LIBRARY}"))
   message(FATAL_ERROR "VANTOR_SENSORS=library needs the maker's sensor library: add "
     "-DVANTOR_SENSOR_LIBRARY=FILE (now \"${VANTOR_SENSOR_LIBRARY}\").")
 endif()

@@ -27,10 +27,6 @@ constexpr uintptr_t usart1 = 0x40011000U;
 constexpr uintptr_t usart2 = 0x40004400U;
 constexpr uintptr_t unique_id = 0x1FFF7A10U;
 
-constexpr uintptr_t rcc_cr = rcc;
-constexpr uintptr_t rcc_csr = rcc + 0x74U;
-constexpr uintptr_t exti_pending = exti + 0x14U;
-
 /** Number of the interrupt of line 0 (PA0). */
 constexpr uint32_t first_line_interrupt = 6;
 
@@ -38,12 +34,13 @@ constexpr uint32_t apb2_clock_hz = 84000000;
 constexpr uint32_t apb1_clock_hz = 42000000;
 
 /** Bits of a port's state. */
-constexpr uint32_t usart_overrun = 1U << 3U;
+constexpr uint32_t usart_damaged = 15U; ///< parity, framing, noise, overrun
 constexpr uint32_t usart_received = 1U << 5U;
 constexpr uint32_t usart_all_sent = 1U << 6U;
 constexpr uint32_t usart_can_take = 1U << 7U;
-constexpr uint32_t usart_damaged = 7U; ///< parity, framing, noise
 
+/** Bits of the state of SPI. */
+constexpr uint32_t spi_received = 1U << 0U;
 constexpr uint32_t spi_busy = 1U << 7U;
 
 constexpr uint32_t smallest_divider = 16;
@@ -57,9 +54,9 @@ void set_bits(uintptr_t address, uint32_t bits)
     hardware_register(address) = hardware_register(address) | bits;
 }
 
-void wait_for_bits(uintptr_t address, uint32_t bits)
+void wait_for(uintptr_t address, uint32_t bits, uint32_t value)
 {
-    while ((hardware_register(address) & bits) != bits)
+    while ((hardware_register(address) & bits) != value)
     {
     }
 }
@@ -67,16 +64,16 @@ void wait_for_bits(uintptr_t address, uint32_t bits)
 /** 168 MHz from the crystal of 25 MHz; 84 MHz and 42 MHz for the buses. */
 void start_clocks()
 {
-    set_bits(rcc_cr, 1U << 0U | 1U << 16U); // internal oscillator, crystal
-    wait_for_bits(rcc_cr, 1U << 1U | 1U << 17U);
+    set_bits(rcc, 1U << 0U | 1U << 16U); // internal oscillator, crystal
+    wait_for(rcc, 1U << 1U | 1U << 17U, 1U << 1U | 1U << 17U);
     hardware_register(rcc + 0x08U) = 0; // a boot loader may run on what is set up below
-    hardware_register(rcc_cr) = hardware_register(rcc_cr) & ~(1U << 24U);
+    hardware_register(rcc) = hardware_register(rcc) & ~(1U << 24U);
     hardware_register(flash_access_control) = 7U << 8U | 5U; // caches, 5 wait states
     hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
-    set_bits(rcc_cr, 1U << 24U); // multiplies
-    wait_for_bits(rcc_cr, 1U << 25U);
+    set_bits(rcc, 1U << 24U); // multiplies
+    wait_for(rcc, 1U << 25U, 1U << 25U);
     hardware_register(rcc + 0x08U) = 5U << 10U | 4U << 13U | 2U;
-    wait_for_bits(rcc + 0x08U, 2U << 2U);
+    wait_for(rcc + 0x08U, 3U << 2U, 2U << 2U);
 }
 
 /** Gives a pin of a port a mode of two bits: 1 for output, 2 for the alternate function. */
@@ -98,17 +95,12 @@ void set_pin(uint32_t pin, bool high)
 
 void start_pins()
 {
-    for (const uint32_t pin : {2U, 9U, 10U})
+    for (const uint32_t pin : {2U, 5U, 6U, 7U, 9U, 10U})
     {
-        set_alternate_function(pin, 7);
-    }
-    for (const uint32_t pin : {5U, 6U, 7U})
-    {
-        set_alternate_function(pin, 5);
+        set_alternate_function(pin, pin >= 5U && pin <= 7U ? 5U : 7U);
     }
     set_bits(gpio_a + 0x08U, 2U << 4U | 2U << 10U | 2U << 14U | 2U << 18U); // fast outputs
-    set_bits(gpio_a + 0x0CU,
-             2U << 0U | 2U << 2U | 1U << 20U); // interrupt lines rest low, the link's input high
+    set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U | 1U << 20U); // interrupts rest low, the link's input high
     for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
     {
         set_pin(pin, false);
@@ -127,9 +119,8 @@ void start_counter()
 
 void start_sensors()
 {
-    hardware_register(spi1) =
-        1U << 9U | 1U << 8U | 1U << 6U | 3U << 3U | 1U << 2U; // master, 5.25 MHz, mode 0
-    hardware_register(exti + 0x08U) = 3;                      // rising edges of lines 0 and 1
+    hardware_register(spi1) = 3U << 8U | 1U << 6U | 3U << 3U | 1U << 2U; // master, 5.25 MHz, mode 0
+    hardware_register(exti + 0x08U) = 3;                                 // rising edges of lines 0 and 1
     hardware_register(exti) = 3;
 }
 
@@ -147,7 +138,7 @@ const board_area_t board_areas[BOARD_AREA_COUNT] = {
 
 void board_start(void)
 {
-    is_emulated = hardware_register(rcc_cr) == 0U;
+    is_emulated = hardware_register(rcc) == 0U;
     if (!is_emulated)
     {
         start_clocks();
@@ -209,12 +200,12 @@ bool board_link_is_drained(void)
 bool board_link_receive(uint8_t *byte)
 {
     const uint32_t state = hardware_register(usart1);
-    if ((state & (usart_received | usart_overrun)) == 0U)
+    if ((state & (usart_received | usart_damaged)) == 0U)
     {
         return false;
     }
     const auto data = static_cast<uint8_t>(hardware_register(usart1 + 0x04U));
-    *byte = (state & (usart_overrun | usart_damaged)) != 0U ? uint8_t{0} : data;
+    *byte = (state & usart_damaged) != 0U ? uint8_t{0} : data;
     return true;
 }
 
@@ -235,12 +226,10 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
     for (size_t i = 0; i < size; ++i)
     {
         hardware_register(spi1 + 0x0CU) = buffer[i];
-        wait_for_bits(spi1 + 0x08U, 1U);
+        wait_for(spi1 + 0x08U, spi_received, spi_received);
         buffer[i] = static_cast<uint8_t>(hardware_register(spi1 + 0x0CU));
     }
-    while ((hardware_register(spi1 + 0x08U) & spi_busy) != 0U)
-    {
-    }
+    wait_for(spi1 + 0x08U, spi_busy, 0);
     set_pin(sensor_id - 1U, true);
 }
 
@@ -249,15 +238,15 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
 uint32_t board_sensor_take_interrupts(void)
 {
     const uint32_t line = 1U << (cortex_m4::active_interrupt() - first_line_interrupt);
-    const uint32_t pending = is_emulated ? line : hardware_register(exti_pending) & line;
-    hardware_register(exti_pending) = line;
+    const uint32_t pending = is_emulated ? line : hardware_register(exti + 0x14U) & line;
+    hardware_register(exti + 0x14U) = line;
     return pending;
 }
 
 const char *board_reset_cause(void)
 {
-    const uint32_t flags = hardware_register(rcc_csr);
-    set_bits(rcc_csr, 1U << 24U); // the flags are for the next reset
+    const uint32_t flags = hardware_register(rcc + 0x74U);
+    set_bits(rcc + 0x74U, 1U << 24U); // the flags are for the next reset
     return (flags & 3U << 29U) != 0U   ? "watchdog"
            : (flags & 1U << 27U) != 0U ? "power on"
            : (flags & 1U << 28U) != 0U ? "software"

@@ -8,7 +8,7 @@ enum
 {
     BOARD_CORE_CLOCK_HZ = 100000000, /* of the processor, as board_start sets it */
     BOARD_INTERRUPT_COUNT = 64,      /* of the chip: all numbers below are smaller */
-    BOARD_AREA_COUNT = 1,            /* board_areas of board.cpp, 0 to 2 */
+    BOARD_AREA_COUNT = 1,            /* board_areas of board.cpp, 1 or 2 */
     BOARD_LONGEST_WAIT_US = 500000,  /* below half of the watchdog's period */
 
     BOARD_LINK_INTERRUPT = 10,

@@ -173,9 +173,11 @@ void bench::ping()
 std::chrono::milliseconds bench::time_to_receive(std::size_t size)
 {
     const auto begin = now_();
+    ping();
+    const auto middle = now_();
     send(std::string(size, ' '));
     ping();
-    return std::chrono::ceil<std::chrono::milliseconds>(now_() - begin);
+    return std::chrono::ceil<std::chrono::milliseconds>((now_() - middle) - (middle - begin));
 }
 
 const session_metadata &bench::configure(const nlohmann::json &configuration)

@@ -143,7 +143,7 @@ public:
     /** Checks that the server executes the next command. */
     void ping();
 
-    /** Measures how long the server takes to receive a number of bytes, and to answer. */
+    /** Measures how long a number of bytes is on its way, by the answers to a long and a short command. */
     std::chrono::milliseconds time_to_receive(std::size_t size);
 
     /** Sets up a session; its configuration must be accepted. */

@@ -20,6 +20,19 @@ struct board_vectors_t
     void (*handlers[BOARD_INTERRUPT_COUNT])();
 };
 
+#ifdef BOARD_SENSOR_INTERRUPTS
+constexpr bool is_free_for_the_link()
+{
+    bool is_free = true;
+    for (const uint32_t number : sensor_interrupts)
+    {
+        is_free = is_free && number != BOARD_LINK_INTERRUPT;
+    }
+    return is_free;
+}
+static_assert(is_free_for_the_link(), "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
+#endif
+
 constexpr board_vectors_t make_vectors()
 {
     board_vectors_t vectors = {};

@@ -27,6 +27,7 @@ extern uint8_t heap_end[];
 namespace
 {
 
+static_assert(BOARD_SENSOR_COUNT >= 1, "BOARD_SENSOR_COUNT: a board has at least one sensor");
 static_assert(BOARD_SENSOR_COUNT <= 32, "BOARD_SENSOR_COUNT: a board has at most 32 sensors");
 
 constexpr uint32_t ticks_per_second = 1000000;

@@ -104,5 +104,17 @@ class Guide(unittest.TestCase):
         self.assertNotIn("0xA0", (EMULATED / "board.cpp").read_text().upper())
 
 
+class Boards(unittest.TestCase):
+    """The folders of the boards."""
+
+    def test_none_takes_more_than_250_lines_of_code(self):
+        for folder in sorted((ROOT / "boards").iterdir()):
+            sources = [path for path in folder.iterdir() if path.suffix in (".cpp", ".h", ".ld")]
+            code = "".join(without_comments(path.read_text(encoding="utf-8")) for path in sources)
+            lines = [line for line in code.splitlines() if line.strip()]
+            self.assertGreater(len(lines), 100, folder)
+            self.assertLessEqual(len(lines), 250, folder)
+
+
 if __name__ == "__main__":
     unittest.main()

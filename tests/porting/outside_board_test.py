@@ -296,7 +296,6 @@ class BringUp(BoardTest):
         self.record(board, 100)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
-    @unittest.skipUnless("selftest" in vantor("--help").stdout, "vantor has no selftest")
     def test_selftest(self):
         board, host = self.start("library", "vantor_my_board")
         host.stream.close()

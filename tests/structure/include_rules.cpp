@@ -169,7 +169,6 @@ std::map<std::string, std::set<std::string>> include_rules()
         {"integration", {"nox"}},
         {"application", {"integration", "nox"}},
         {"simulator", {"integration", "nox"}},
-        // ports/cortex_m4, ports/mps2_an386 and ports/skeleton: remove this line together with them.
         {"ports/common", {record_of_memory, "integration", "nox"}},
         {"ports/linux", {"application", "simulator", "integration", "nox", "ports/common"}},
         {"ports/firmware", {"application", "integration", "nox", "ports/common", board_numbers}},
