@@ -80,8 +80,8 @@ class BoardFolder:
         source = (other / "board.cpp").read_text(encoding="utf-8")
         theirs = definitions(source)
         shared = source[:source.index(END_OF_PARTS) + len(END_OF_PARTS)]
-        (self.path / "written.cpp").write_text(UNUSED_PARTS + shared + "".join(theirs[name] for name in names if name in theirs),
-                                               encoding="utf-8")
+        taken = "".join(theirs[name] for name in names if name in theirs)
+        (self.path / "written.cpp").write_text(UNUSED_PARTS + shared + taken, encoding="utf-8")
 
 
 def run(*arguments):
