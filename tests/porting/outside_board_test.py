@@ -345,7 +345,7 @@ class StandIn(BoardTest):
 class CutLine(BoardTest):
     """The interrupt line of sensor 2 is cut."""
 
-    def test_wait_ends_by_the_time_out(self):
+    def test_calibration_ends_by_the_time_out(self):
         board, host = self.start("library", "vantor_cut_line")
         before = host.ask("stats")["uptime_s"]
         answer = host.ask("configure", configuration=CUT)
@@ -355,6 +355,20 @@ class CutLine(BoardTest):
         self.assertGreater(waited, 0.999)
         # On an idle machine it is 1.02 s.
         self.assertLess(waited, 10.3)
+        self.check_session(board, host, SMALL, 5)
+
+    def test_frame_ends_by_the_time_out(self):
+        _, other_host = self.start("library", "vantor_my_board")
+        calibration = other_host.ask("configure", configuration=CUT)["calibration_info"]
+        board, host = self.start("library", "vantor_cut_line")
+        metadata = host.ask("configure", configuration={**CUT, "calibration_info": calibration})
+        self.assertEqual(metadata["status"], "ok", metadata)
+        before = host.ask("stats")["uptime_s"]
+        self.assertEqual(host.ask("frame").get("code"), "nox_data")
+        waited = host.ask("stats")["uptime_s"] - before
+        self.assertGreater(waited, 0.999)
+        self.assertLess(waited, 10.3)
+        self.assertEqual(host.ask("end")["status"], "ok")
         self.check_session(board, host, SMALL, 5)
 
     def test_sleeps_while_it_waits(self):
