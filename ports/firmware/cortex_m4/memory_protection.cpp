@@ -8,7 +8,8 @@
 #include "board.h"
 #include "cortex_m4.h"
 
-static_assert(BOARD_AREA_COUNT >= 1 && BOARD_AREA_COUNT <= BOARD_MOST_AREAS, "BOARD_AREA_COUNT: 1 or 2 areas");
+static_assert(BOARD_AREA_COUNT >= 1 && BOARD_AREA_COUNT <= BOARD_MOST_AREAS,
+              "BOARD_AREA_COUNT: 1 or 2 areas");
 
 using cortex_m4::hardware_register;
 using cortex_m4::region_t;
