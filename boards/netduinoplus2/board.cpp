@@ -174,9 +174,9 @@ uint32_t board_link_nearest_baudrate(uint32_t baudrate)
     return divider >= smallest_divider && divider <= largest_divider ? apb2_clock_hz / divider : 0U;
 }
 
+// The port stays on, so that nothing is lost that a quick host sends at the new baud rate.
 void board_link_open(uint32_t baudrate)
 {
-    hardware_register(usart1 + 0x0CU) = 0;
     hardware_register(usart1 + 0x08U) = divider_for(baudrate);
     hardware_register(usart1 + 0x0CU) = 1U << 13U | 1U << 5U | 1U << 3U | 1U << 2U;
 }
