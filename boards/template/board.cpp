@@ -3,7 +3,7 @@
  * microseconds, SPI, pins, a watchdog. Replace registers and functions by those of your chip.
  *
  * The registers lie at 0xA0000000, which your own board_areas does not open: a function that you forgot
- * faults, and the report on the log names an address that begins with a0.
+ * faults, and once counter and log work the report names an address that begins with a0.
  */
 #include "board.h"
 

@@ -3,6 +3,7 @@
  */
 #include "selftest/bench.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace vantor::selftest
@@ -172,12 +173,18 @@ void bench::ping()
 
 std::chrono::milliseconds bench::time_to_receive(std::size_t size)
 {
-    const auto begin = now_();
-    ping();
-    const auto middle = now_();
-    send(std::string(size, ' '));
-    ping();
-    return std::chrono::ceil<std::chrono::milliseconds>((now_() - middle) - (middle - begin));
+    auto least = std::chrono::milliseconds::max();
+    for (int i = 0; i < 3; ++i)
+    {
+        const auto begin = now_();
+        ping();
+        const auto middle = now_();
+        send(std::string(size, ' '));
+        ping();
+        least = std::min(least,
+                         std::chrono::ceil<std::chrono::milliseconds>((now_() - middle) - (middle - begin)));
+    }
+    return least;
 }
 
 const session_metadata &bench::configure(const nlohmann::json &configuration)

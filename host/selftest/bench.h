@@ -143,7 +143,8 @@ public:
     /** Checks that the server executes the next command. */
     void ping();
 
-    /** Measures how long a number of bytes is on its way, by the answers to a long and a short command. */
+    /** Measures how long a number of bytes is on its way, by answers to long and short commands: the least of
+     * three. */
     std::chrono::milliseconds time_to_receive(std::size_t size);
 
     /** Sets up a session; its configuration must be accepted. */

@@ -89,8 +89,10 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
 
 void write_fault_report(const char *text)
 {
+    // Retained first, because the clock or the port may be what has faulted.
+    const bool is_first = retain_fault(text);
     const uint64_t deadline_us = clock_now_us() + patience_us;
-    if (retain_fault(text))
+    if (is_first)
     {
         write("fault: ", deadline_us);
     }
