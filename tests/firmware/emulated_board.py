@@ -63,23 +63,31 @@ def make_full_pipe(path):
 
 
 def repeat_until_answered(host, command):
-    """Sends a command. One that arrives while the board restarts is lost, so it is sent again."""
+    """Sends a command; returns its answer. One that arrives while the board restarts is lost, so it is sent again."""
     host.command(command)
-    answered = False
-    while not answered:
+    while True:
         while not select.select([host.stream.socket], [], [], 1.0)[0]:
             host.command(command)
-        answered = host.answer()[0].get("command") == command
+        answer, _ = host.answer()
+        if answer.get("command") == command:
+            return answer
 
 
-def end_session(host):
-    """Ends a session. The board may restart after that, as long as nothing else arrives; then it is at rest."""
+def end_session(board, host, most_live):
+    """
+    Ends a session; returns what the board then says of itself. It restarts when more memory than this is in use, as
+    soon as nothing arrives.
+    """
     repeat_until_answered(host, "end")
-    repeat_until_answered(host, "identify")
+    identity = repeat_until_answered(host, "identify")
+    if identity["memory"]["live"] > most_live:
+        board.wait_for_log("memory lost")
+        identity = repeat_until_answered(host, "identify")
     # What was repeated in vain is answered before this.
     host.command("stats")
     while host.answer()[0].get("command") != "stats":
         pass
+    return identity
 
 
 class UnixSocketStream(SocketStream):
