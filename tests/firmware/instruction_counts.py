@@ -1,9 +1,10 @@
 """Instructions of a frame message on an emulated board, against their bounds and the table in the documents."""
 
 import json
-import os
 import subprocess
 import sys
+
+from footprint import shows
 
 # Most instructions by number of items.
 BOUNDS = {1: 6500, 5: 17000, 10: 35000, 50: 145000}
@@ -37,9 +38,8 @@ def check(command, document_path):
     if any(larger["message"] * smaller["items"] > smaller["message"] * larger["items"]
            for smaller, larger in zip(counts, counts[1:])):
         faults.append("the cost grows faster than the number of items")
-    with open(document_path, encoding="utf-8") as file:
-        if table(counts) not in file.read():
-            faults.append(f"{os.path.basename(document_path)} does not show this table: put it there")
+    if not shows(document_path, table(counts)):
+        faults.append(f"{document_path} does not show this table: put it there")
     for fault in faults:
         print(fault, file=sys.stderr)
     return 1 if faults else 0

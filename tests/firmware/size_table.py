@@ -1,10 +1,10 @@
 """What the firmware costs: code and memory of each part, and the memory of sensors, items and sessions."""
 
-import os
 import re
 import sys
 
-from emulated_board import FIRMWARE, NUMBERS, Board
+from emulated_board import FIRMWARE, Board
+from footprint import shows
 from vantor_process import example
 
 # Parts of the image, by where an object file comes from; the first that matches counts.
@@ -19,6 +19,9 @@ PARTS = (
     ("firmware", r"ports/firmware/"),
     ("C library and compiler's", r""),
 )
+
+# The linker merges equal texts of all parts, and says of none whose it is.
+MERGED_TEXTS = r"\.rodata\S*\.str\d+\.\d+$"
 
 SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".retained", ".stacks", ".heap")
 
@@ -41,14 +44,14 @@ def sizes_of_parts(map_path):
         if line.startswith("."):
             output_section = line.split()[0]
             totals[output_section] = int(line.split()[2], 16) if len(line.split()) > 2 else 0
-        match = re.match(r" (?:\S+) +0x[0-9a-f]+ +(0x[0-9a-f]+) (\S.*)$", line)
-        if match and output_section in SECTIONS:
-            name = next(name for name, pattern in PARTS if re.search(pattern, match[2]))
-            sizes[name][section_kind(output_section)] += int(match[1], 16)
+        match = re.match(r" (\S+) +0x[0-9a-f]+ +(0x[0-9a-f]+) (\S.*)$", line)
+        if match and output_section in SECTIONS and not re.match(MERGED_TEXTS, match[1]):
+            name = next(name for name, pattern in PARTS if re.search(pattern, match[3]))
+            sizes[name][section_kind(output_section)] += int(match[2], 16)
     rest = {kind: sum(size for section, size in totals.items() if section in SECTIONS and section_kind(section) == kind)
             - sum(part[kind] for part in sizes.values()) for kind in ("text", "data", "bss")}
     rest["bss"] -= totals[".stacks"] + totals[".heap"]
-    return {**sizes, "null guard, padding, merged texts": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
+    return {**sizes, "texts of all parts, null guard, padding": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
             "heap": {"text": 0, "data": 0, "bss": totals[".heap"]}}
 
 
@@ -122,10 +125,9 @@ def check(document_path):
     """Prints the tables; says whether the document shows them."""
     tables = table()
     print(tables)
-    with open(document_path, encoding="utf-8") as file:
-        if tables in file.read():
-            return 0
-    print(f"{os.path.basename(document_path)} does not show these tables: put them there.", file=sys.stderr)
+    if shows(document_path, tables):
+        return 0
+    print(f"{document_path} does not show these tables: put them there.", file=sys.stderr)
     return 1
 
 
