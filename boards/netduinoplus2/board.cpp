@@ -43,9 +43,6 @@ constexpr uint32_t usart_can_take = 1U << 7U;
 constexpr uint32_t spi_received = 1U << 0U;
 constexpr uint32_t spi_busy = 1U << 7U;
 
-constexpr uint32_t smallest_divider = 16;
-constexpr uint32_t largest_divider = 0xFFFF;
-
 /** Whether the chip is emulated: a real one always has an oscillator on. */
 bool is_emulated;
 
@@ -67,6 +64,7 @@ void start_clocks()
     set_bits(rcc, 1U << 0U | 1U << 16U); // internal oscillator, crystal
     wait_for(rcc, 1U << 1U | 1U << 17U, 1U << 1U | 1U << 17U);
     hardware_register(rcc + 0x08U) = 0; // a boot loader may run on what is set up below
+    wait_for(rcc + 0x08U, 3U << 2U, 0);
     hardware_register(rcc) = hardware_register(rcc) & ~(1U << 24U);
     hardware_register(flash_access_control) = 7U << 8U | 5U; // caches, 5 wait states
     hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
@@ -76,16 +74,18 @@ void start_clocks()
     wait_for(rcc + 0x08U, 3U << 2U, 2U << 2U);
 }
 
-/** Gives a pin of a port a mode of two bits: 1 for output, 2 for the alternate function. */
-void set_mode(uintptr_t gpio, uint32_t pin, uint32_t mode)
+/** Sets one of a register's fields of the same width. */
+void set_field(uintptr_t address, uint32_t field, uint32_t width, uint32_t value)
 {
-    hardware_register(gpio) = (hardware_register(gpio) & ~(3U << pin * 2U)) | mode << pin * 2U;
+    const uint32_t mask = (1U << width) - 1U;
+    const uint32_t others = hardware_register(address) & ~(mask << field * width);
+    hardware_register(address) = others | value << field * width;
 }
 
 void set_alternate_function(uint32_t pin, uint32_t function)
 {
-    set_bits(gpio_a + 0x20U + pin / 8U * 4U, function << pin % 8U * 4U);
-    set_mode(gpio_a, pin, 2);
+    set_field(gpio_a + 0x20U + pin / 8U * 4U, pin % 8U, 4, function);
+    set_field(gpio_a, pin, 2, 2); // alternate function
 }
 
 void set_pin(uint32_t pin, bool high)
@@ -104,7 +104,7 @@ void start_pins()
     for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
     {
         set_pin(pin, false);
-        set_mode(gpio_b, pin, 1);
+        set_field(gpio_b, pin, 2, 1); // output
     }
 }
 
@@ -171,7 +171,7 @@ void board_log_send(uint8_t byte)
 uint32_t board_link_nearest_baudrate(uint32_t baudrate)
 {
     const uint32_t divider = divider_for(baudrate);
-    return divider >= smallest_divider && divider <= largest_divider ? apb2_clock_hz / divider : 0U;
+    return divider >= 16U && divider <= 0xFFFFU ? apb2_clock_hz / divider : 0U;
 }
 
 // The port stays on, so that nothing is lost that a quick host sends at the new baud rate.
@@ -263,8 +263,8 @@ const char *board_id(void)
     }
     for (uint32_t i = 0; i < 24U; ++i)
     {
-        const uint32_t digit = hardware_register(unique_id + i / 8U * 4U) >> (28U - i % 8U * 4U) & 15U;
-        text[i] = "0123456789abcdef"[digit];
+        const uint32_t word = hardware_register(unique_id + i / 8U * 4U);
+        text[i] = "0123456789abcdef"[word >> (28U - i % 8U * 4U) & 15U];
     }
     return text;
 }

@@ -46,13 +46,21 @@ bool wait_for_port(uint64_t deadline_us)
     return true;
 }
 
-/** Writes a text, or as much of it as the port takes before the deadline. */
-void write(const char *text, uint64_t deadline_us)
+/** Writes a text, or as much of it as the port takes before the deadline; returns whether that is all. */
+bool write(const char *text, uint64_t deadline_us)
 {
     for (; *text != '\0' && wait_for_port(deadline_us); ++text)
     {
         board_log_send(static_cast<uint8_t>(*text));
     }
+    return *text == '\0';
+}
+
+/** Writes a part of a fault report, unless the port did not take an earlier one. */
+void write_fault_part(const char *text)
+{
+    static bool is_stuck;
+    is_stuck = is_stuck || !write(text, clock_now_us() + patience_us);
 }
 
 } // namespace
@@ -63,7 +71,7 @@ void log_to_port(zet_log_level_t level, const char *module, const char *text)
     const uint64_t deadline_us = clock_now_us() + patience_us;
     for (const char *part : {names[level], module, ": ", text, "\r\n"})
     {
-        write(part, deadline_us);
+        (void)write(part, deadline_us);
     }
 }
 
@@ -90,16 +98,14 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
 void write_fault_report(const char *text)
 {
     // Retained first, because the clock or the port may be what has faulted.
-    const bool is_first = retain_fault(text);
-    const uint64_t deadline_us = clock_now_us() + patience_us;
-    if (is_first)
+    if (retain_fault(text))
     {
-        write("fault: ", deadline_us);
+        write_fault_part("fault: ");
     }
-    write(text, deadline_us);
+    write_fault_part(text);
 }
 
 void end_fault_report()
 {
-    write("; restarting\r\n", clock_now_us() + patience_us);
+    write_fault_part("; restarting\r\n");
 }
