@@ -49,7 +49,7 @@ typedef struct
 typedef struct
 {
     const char *name;        /**< kind of board */
-    const char *id;          /**< tells boards of one kind apart, such as a serial number */
+    const char *id;          /**< distinguishes boards of one kind, such as a serial number */
     const char *reset_cause; /**< why the board started */
     const char *last_fault;  /**< what the last fault was */
 } zet_vantor_server_board_t;

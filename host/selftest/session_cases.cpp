@@ -49,13 +49,13 @@ void configure_while_streaming(bench &on)
     on.end_stream("stop");
 }
 
-/** Whether a server still serves the host before. */
+/** Whether a server still serves the previous host. */
 bool is_busy(const message &received)
 {
     return received.header.value("code", json()) == "busy";
 }
 
-/** The first message that comes over a link. */
+/** The first message that arrives over a link. */
 message first_message(link &line, const client_timeouts &timeouts, const std::string &awaited)
 {
     message_parser parser;
@@ -94,8 +94,8 @@ void check_no_session(bench &on)
     check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
 }
 
-/** Leaves a stream behind, and comes back. */
-void leave_and_return(bench &on)
+/** Disconnects while frames are streamed. */
+void disconnect_while_streaming(bench &on)
 {
     on.configure(small_session(on));
     on.execute({{"command", "start"}});
@@ -109,7 +109,7 @@ void lost_host(bench &on)
     {
         throw case_skipped("this link does not show the server that its host is gone");
     }
-    leave_and_return(on);
+    disconnect_while_streaming(on);
     check_no_session(on);
 }
 
@@ -117,7 +117,7 @@ void returning_host(bench &on)
 {
     for (int i = 0; i < 3; ++i)
     {
-        leave_and_return(on);
+        disconnect_while_streaming(on);
         on.connect();
         short_session(on);
     }

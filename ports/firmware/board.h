@@ -130,8 +130,8 @@ void board_wait(uint32_t duration_us);
 void board_wake(void);
 
 /**
- * Returns why the board was reset, such as "watchdog", from a register of the chip; null when it is unknown.
- * Called once, before board_start.
+ * Returns why the board was reset, such as "watchdog" (up to 23 characters), from a register of the chip;
+ * null when it is unknown. Called once, before board_start.
  */
 const char *board_reset_cause(void);
 

@@ -44,7 +44,7 @@ struct stack_use
 struct board_info
 {
     std::optional<std::string> name;        /**< kind of board */
-    std::optional<std::string> id;          /**< tells boards of one kind apart */
+    std::optional<std::string> id;          /**< distinguishes boards of one kind */
     std::optional<std::string> reset_cause; /**< why the board started */
     std::optional<std::string> last_fault;  /**< what the last fault was */
 };

@@ -13,8 +13,8 @@ namespace cortex_m4
 /**
  * Bytes on their way from an interrupt to the program, without a lock between them.
  *
- * Where bytes were lost for want of room there is a zero byte in their place, which no command holds: what is
- * left of the line is refused and not obeyed.
+ * Where bytes were lost for want of room there is a zero byte in their place, which no command contains:
+ * what is left of the line is refused and not executed.
  *
  * @tparam capacity  in bytes, the mark of a loss included; a power of two
  */
@@ -23,7 +23,7 @@ template <uint32_t capacity> class receive_ring
 public:
     static_assert(capacity > 1 && (capacity & (capacity - 1)) == 0, "counts go round at a power of two");
 
-    /** Takes a byte that has come. For the interrupt only. */
+    /** Takes a byte that has arrived. For the interrupt only. */
     void take(uint8_t byte)
     {
         const uint32_t room = capacity - (end_ - begin_);
@@ -39,14 +39,14 @@ public:
         }
     }
 
-    /** Tells whether there is nothing to read. */
+    /** Returns whether there is nothing to read. */
     bool is_empty() const
     {
         return begin_ == end_;
     }
 
     /**
-     * Reads what has come.
+     * Reads what has arrived.
      *
      * @return the number of bytes
      */
@@ -61,7 +61,7 @@ public:
         return count;
     }
 
-    /** Discards what has come and was not read. */
+    /** Discards what has arrived and was not read. */
     void discard()
     {
         begin_ = end_;
@@ -74,8 +74,9 @@ private:
         end_ = end_ + 1;
     }
 
-    // The interrupt writes the bytes, their end, and what was lost; the program writes their begin. Begin and
-    // end count without end. All is volatile, so that a byte is read before its place is given free.
+    // The interrupt writes the bytes, their end, and whether one was lost; the program writes their begin.
+    // Both counts go on through 32 bits. All is volatile, so that a byte is read before its place is free
+    // again.
     volatile char bytes_[capacity] = {};
     volatile uint32_t begin_ = 0;
     volatile uint32_t end_ = 0;
