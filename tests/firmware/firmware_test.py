@@ -170,7 +170,7 @@ class Session(unittest.TestCase):
         with Board(virtual_clock=False) as board:
             board.connect().stream.close()
             tested = subprocess.run([VANTOR, "selftest", "--connect", board.address], capture_output=True, text=True,
-                                    timeout=4 * TIME_OUT, check=False)
+                                    timeout=TIME_OUT, check=False)
             self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
             self.assertNotIn("FAILED", tested.stdout)
 
