@@ -6,7 +6,7 @@ import socket
 import threading
 import unittest
 
-from vantor_process import TIME_OUT, Server, vantor
+from vantor_process import TIME_OUT, Server, self_test, vantor
 
 FIXED_RATE = {"the baud rate changes and changes back", "without a ping the baud rate falls back"}
 LOST_HOST = {"the session of a lost host ends"}
@@ -298,7 +298,7 @@ class Describes(FaultyServer):
 class SelfTest(unittest.TestCase):
     def results(self, address):
         """Tests a server; returns its exit code and the cases by how they ended, with what is said of each."""
-        result = vantor("selftest", "--connect", address, "--json")
+        result = self_test(address, "--json")
         document = json.loads(result.stdout)
         self.assertEqual(document["address"], address)
         cases = {kind: {case["case"]: case for case in document["cases"] if case["result"] == kind}
@@ -353,7 +353,7 @@ class GoodServers(SelfTest):
             self.passes(relay.address, FIXED_RATE | {"memory is as before after 20 sessions"})
 
     def test_results_are_printed_for_people(self):
-        result = vantor("selftest", "--connect", "sim:--clock virtual")
+        result = self_test("sim:--clock virtual")
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
         self.assertEqual(summary, f"{len(cases) - 3} passed, 0 failed, 3 skipped")
@@ -409,7 +409,7 @@ class PlantedFaults(SelfTest):
 
     def test_a_failed_case_is_printed_with_where_to_look(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, AnswersWrongCode(server) as faulty:
-            result = vantor("selftest", "--connect", faulty.address)
+            result = self_test(faulty.address)
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stdout, r'FAILED   text that is not JSON is refused\n +expected: the error "bad_json"\n'
                                         r" +got: +\{.*unknown_command.*\}\n +look at: +that the port hands over")

@@ -12,7 +12,7 @@ import unittest
 from emulated_board import (BOARD_NAME, EMULATOR, FIRMWARE, NUMBERS, Board, end_session, free_port,
                             repeat_until_answered)
 from pace import check_server_paced
-from vantor_process import Host, Server, SocketStream, TIME_OUT, VANTOR, campaign, example, wait_until
+from vantor_process import Host, Server, SocketStream, TIME_OUT, VANTOR, campaign, example, self_test, wait_until
 
 SMALL = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20}}]]}
 
@@ -169,8 +169,7 @@ class Session(unittest.TestCase):
     def test_passes_the_self_test(self):
         with Board(virtual_clock=False) as board:
             board.connect().stream.close()
-            tested = subprocess.run([VANTOR, "selftest", "--connect", board.address], capture_output=True, text=True,
-                                    timeout=TIME_OUT, check=False)
+            tested = self_test(board.address)
             self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
             self.assertNotIn("FAILED", tested.stdout)
 

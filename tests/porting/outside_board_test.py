@@ -18,7 +18,7 @@ from board_folders import (EMULATED, ROOT, TEMPLATE, BoardFolder, build_targets,
                            replaced)
 from emulated_board import FIRMWARE, Board, symbols
 from guide_steps import functions_of_step
-from vantor_process import EXAMPLES, example, vantor, wait_until
+from vantor_process import EXAMPLES, example, self_test, vantor, wait_until
 
 FIRMWARE_BUILD = pathlib.Path(os.environ["VANTOR_FIRMWARE_BUILD"])
 STAND_IN = FIRMWARE_BUILD / "tests/firmware/stand_in/libstand_in_sensors.a"
@@ -314,7 +314,7 @@ class BringUp(BoardTest):
     def test_selftest(self):
         board, host = self.start("library", "vantor_my_board")
         host.stream.close()
-        tested = vantor("selftest", "--connect", board.address)
+        tested = self_test(board.address)
         self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
