@@ -46,6 +46,7 @@ struct board_t
     bool is_overrunning = false;
     bool is_memory_exhausted = false;
     bool is_memory_misaligned = false;
+    bool shows_lines = true; ///< supply and enable
 };
 
 board_t board;
@@ -108,6 +109,25 @@ void write_log(zet_log_level_t level, const char * /*module*/, const char *forma
     va_end(arguments);
 }
 
+void switch_on(zet_sensor_id_t sensor_id)
+{
+    stand_in_note_supply(sensor_id, true);
+    stand_in_note_enable(sensor_id, true);
+}
+
+void switch_off(zet_sensor_id_t sensor_id)
+{
+    stand_in_note_enable(sensor_id, false);
+    stand_in_note_supply(sensor_id, false);
+}
+
+/** Resets a sensor by its enable line. */
+void reset(zet_sensor_id_t sensor_id)
+{
+    stand_in_note_enable(sensor_id, false);
+    stand_in_note_enable(sensor_id, true);
+}
+
 /** Checks that a call broke one contract and that a text says which. */
 #define EXPECT_REFUSED(call, text)                                                                           \
     do                                                                                                       \
@@ -130,7 +150,7 @@ protected:
         stand_in_reset();
     }
 
-    /** Registers the board and makes a session of one item that can be prepared. */
+    /** Registers the board, switches the sensor on and makes a session of one item that can be prepared. */
     void begin(zet_sensor_id_t sensor_id = 1)
     {
         ASSERT_TRUE(zet_nox_hal_register(&record));
@@ -138,6 +158,7 @@ protected:
         zet_config_subsweep_num_points_set(config, 40, 0);
         zet_config_sweeps_per_frame_set(config, 3);
         id = sensor_id;
+        switch_on(id);
         sensor = zet_sensor_create(sensor_id);
         resize();
         processing = zet_processing_create(config, &metadata);
@@ -160,7 +181,8 @@ protected:
         return zet_sensor_calibrate(sensor, complete, &calibration, buffer.data(), buffer_size);
     }
 
-    void calibrate()
+    /** Calibrates the sensor without the reset that must follow. */
+    void run_calibration()
     {
         bool complete = false;
         for (unsigned i = 0; i < STAND_IN_CALIBRATION_STEPS; ++i)
@@ -172,6 +194,12 @@ protected:
         ASSERT_TRUE(step(&complete));
         ASSERT_TRUE(complete);
         EXPECT_TRUE(board.pending.empty());
+    }
+
+    void calibrate()
+    {
+        run_calibration();
+        reset(id);
     }
 
     bool prepare()
@@ -219,6 +247,7 @@ protected:
         zet_processing_destroy(processing);
         zet_config_destroy(config);
         zet_sensor_destroy(sensor);
+        switch_off(id);
     }
 
     zet_hal_k330_t record = {64, allocate, release, transfer, write_log, {nullptr}};
@@ -512,6 +541,170 @@ TEST_F(stand_in, refuses_prepare_during_a_calibration)
     end();
 }
 
+TEST_F(stand_in, checks_the_order_of_the_lines)
+{
+    ASSERT_TRUE(zet_nox_hal_register(&record));
+    EXPECT_REFUSED(stand_in_note_enable(1, true), "sensor 1 is enabled without supply");
+    stand_in_note_enable(1, false);
+    switch_on(1);
+    switch_on(1); // again, without effect
+    EXPECT_REFUSED(stand_in_note_supply(1, false), "sensor 1 is enabled while its supply is switched off");
+    stand_in_note_supply(1, true);
+    EXPECT_REFUSED(stand_in_note_enable(2, true), "sensor 2 is enabled without supply");
+    switch_off(1);
+    switch_off(1);
+    switch_on(STAND_IN_SENSOR_COUNT);
+    switch_off(STAND_IN_SENSOR_COUNT);
+    EXPECT_EQ(stand_in_violations, 3U) << stand_in_last_violation;
+    EXPECT_REFUSED(stand_in_note_supply(0, true), "there is no sensor 0");
+    EXPECT_REFUSED(stand_in_note_enable(17, true), "there is no sensor 17");
+}
+
+TEST_F(stand_in, finds_sensors_that_are_on)
+{
+    ASSERT_TRUE(zet_nox_hal_register(&record));
+    const auto expect_refused = [](zet_sensor_id_t sensor_id) {
+        EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_connected(sensor_id)), "is not supplied and enabled");
+        EXPECT_REFUSED(EXPECT_EQ(zet_sensor_create(sensor_id), nullptr), "is not supplied and enabled");
+    };
+    expect_refused(1);
+    stand_in_note_supply(1, true);
+    expect_refused(1);
+    stand_in_note_enable(1, true);
+    expect_refused(2);
+    EXPECT_EQ(board.transfers, 0U);
+    EXPECT_TRUE(zet_sensor_connected(1));
+    zet_sensor_destroy(zet_sensor_create(1));
+    EXPECT_GT(board.transfers, 0U);
+    stand_in_note_enable(1, false);
+    expect_refused(1);
+    stand_in_note_supply(1, false);
+    expect_refused(1);
+    EXPECT_REFUSED(stand_in_note_enable(1, true), "sensor 1 is enabled without supply");
+    expect_refused(1);
+}
+
+TEST_F(stand_in, forgets_the_lines_at_its_own_reset)
+{
+    ASSERT_TRUE(zet_nox_hal_register(&record));
+    switch_on(1);
+    stand_in_reset();
+    ASSERT_TRUE(zet_nox_hal_register(&record));
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_connected(1)), "is not supplied and enabled");
+}
+
+TEST_F(stand_in, uses_no_sensor_that_is_not_enabled)
+{
+    begin();
+    ASSERT_TRUE(prepare());
+    stand_in_note_enable(1, false);
+    const std::size_t before = board.transfers;
+    bool complete = false;
+    EXPECT_REFUSED(EXPECT_FALSE(step(&complete)), "sensor 1 is not supplied and enabled");
+    EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 is not supplied and enabled");
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_measure(sensor)), "sensor 1 is not prepared");
+    EXPECT_REFUSED(EXPECT_FALSE(read()), "sensor 1 is not prepared");
+    EXPECT_EQ(board.transfers, before);
+    EXPECT_EQ(board.raised.size(), STAND_IN_CALIBRATION_STEPS);
+    end();
+}
+
+// The server does this after an item that failed.
+TEST_F(stand_in, fails_without_a_violation_when_a_sensor_was_switched_off)
+{
+    begin();
+    ASSERT_TRUE(prepare());
+    switch_off(1);
+    const std::size_t before = board.transfers;
+    bool complete = true;
+    EXPECT_FALSE(step(&complete));
+    EXPECT_FALSE(complete);
+    EXPECT_FALSE(prepare());
+    EXPECT_FALSE(zet_sensor_prepare(sensor, config, &calibration, nullptr, 0));
+    zet_sensor_status(sensor);
+    EXPECT_EQ(board.transfers, before);
+    EXPECT_EQ(
+        board.errors,
+        (std::vector<std::string>{
+            "zet_sensor_calibrate: sensor 1 is switched off", "zet_sensor_prepare: sensor 1 is switched off",
+            "zet_sensor_prepare: sensor 1 is switched off",
+            "sensor 1: off, calibration step 0, not prepared, 0 frames measured, 0 not read"}));
+    EXPECT_EQ(stand_in_violations, 0U) << stand_in_last_violation;
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_measure(sensor)), "sensor 1 is not prepared");
+    switch_on(1);
+    ASSERT_TRUE(prepare());
+    end();
+}
+
+TEST_F(stand_in, needs_a_reset_after_a_calibration)
+{
+    begin();
+    run_calibration();
+    EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
+    stand_in_note_enable(1, true); // it is enabled already
+    stand_in_note_enable(2, false);
+    EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
+    zet_sensor_destroy(sensor);
+    sensor = zet_sensor_create(1);
+    EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
+    reset(1);
+    ASSERT_TRUE(prepare());
+    run_calibration();
+    switch_off(1);
+    switch_on(1);
+    ASSERT_TRUE(prepare());
+    end();
+}
+
+TEST_F(stand_in, needs_a_reset_after_a_calibration_that_failed)
+{
+    begin();
+    const zet_cal_result_t kept = calibration;
+    bool complete = false;
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_calibrate(sensor, &complete, &calibration, nullptr, buffer_size)),
+                   "buffer is null");
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_prepare(sensor, config, &kept, buffer.data(), buffer_size)),
+                   "sensor 1 was not reset after its calibration");
+    end();
+}
+
+TEST_F(stand_in, forgets_by_a_reset_what_was_under_way)
+{
+    begin();
+    const zet_cal_result_t kept = calibration;
+    ASSERT_TRUE(prepare());
+    measure();
+    reset(1);
+    EXPECT_EQ(stand_in_parameters(1), nullptr);
+    EXPECT_REFUSED(EXPECT_FALSE(read()), "sensor 1 is not prepared");
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_measure(sensor)), "sensor 1 is not prepared");
+    bool complete = false;
+    ASSERT_TRUE(step(&complete));
+    wait();
+    reset(1);
+    EXPECT_REFUSED(EXPECT_FALSE(prepare()), "null, damaged or not complete");
+    ASSERT_TRUE(zet_sensor_prepare(sensor, config, &kept, buffer.data(), buffer_size));
+    calibrate(); // from its first step
+    ASSERT_TRUE(prepare());
+    switch_on(2);
+    reset(2);
+    read_frame();
+    end();
+}
+
+TEST_F(stand_in, judges_no_lines_that_it_does_not_see)
+{
+    board.shows_lines = false;
+    begin();
+    switch_off(1);
+    EXPECT_TRUE(zet_sensor_connected(1));
+    run_calibration();
+    ASSERT_TRUE(prepare());
+    read_frame();
+    EXPECT_EQ(stand_in_violations, 0U) << stand_in_last_violation;
+    end();
+}
+
 TEST_F(stand_in, finds_every_damaged_word_of_a_calibration)
 {
     begin();
@@ -549,6 +742,7 @@ TEST_F(stand_in, prepares_with_fitting_arguments_only)
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "the configuration is not valid");
     zet_config_subsweep_hwaas_set(config, 511, 0);
     ASSERT_TRUE(prepare());
+    switch_on(2);
     zet_sensor_t *const other = zet_sensor_create(2);
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_prepare(other, config, &calibration, buffer.data(), buffer_size)),
                    "sensor 2 is given the calibration of sensor 1");
@@ -748,11 +942,11 @@ TEST_F(stand_in, transfers_words_where_the_board_offers_it)
     EXPECT_GT(board.word_transfers, 0U);
     EXPECT_EQ(board.transfers, 0U);
     EXPECT_EQ(board.longest, 64U);
-    end();
     record.max_spi_transfer_size = 1;
     ASSERT_TRUE(zet_nox_hal_register(&record));
     EXPECT_TRUE(zet_sensor_connected(1));
     EXPECT_EQ(board.transfers, 16U);
+    end();
 }
 
 TEST_F(stand_in, exchanges_bytes_in_every_operation_of_a_sensor)
@@ -805,6 +999,7 @@ TEST_F(stand_in, finds_transfers_that_write_outside_of_their_buffer)
 TEST_F(stand_in, survives_exhausted_memory)
 {
     begin();
+    switch_on(2);
     board.is_memory_exhausted = true;
     EXPECT_EQ(zet_config_create(), nullptr);
     EXPECT_EQ(zet_sensor_create(2), nullptr);
@@ -842,6 +1037,11 @@ void stand_in_raise_interrupt(zet_sensor_id_t sensor_id)
 {
     board.raised.push_back(sensor_id);
     board.pending.insert(sensor_id);
+}
+
+bool stand_in_sees_lines()
+{
+    return board.shows_lines;
 }
 
 bool stand_in_interrupt_is_pending(zet_sensor_id_t sensor_id)

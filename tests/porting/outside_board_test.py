@@ -327,6 +327,13 @@ class StandIn(BoardTest):
     def test_streams_each_byte(self):
         with Board(image=self.image) as board, board.connect() as host:
             self.check_session(board, host, example("two_sensors.json"), 100)
+            self.assertEqual(board.variable("lines"), 0, "a supply was left on")
+
+    def test_finds_a_sensor_without_supply(self):
+        with Board(image=str(FIRMWARE_BUILD / "bin/unsupplied_netduinoplus2.elf")) as board, board.connect() as host:
+            self.assertEqual(host.ask("identify")["connected_sensors"], [])
+            self.assertIn("contract broken: sensor 1 is enabled without supply", board.log())
+            self.assertGreater(board.variable("stand_in_violations"), 0)
 
     def test_contains_nothing_of_the_simulator(self):
         def defined(path):

@@ -254,6 +254,7 @@ bool is_buffer_usable(const void *buffer, uint32_t size, uint32_t needed_size, c
 void stand_in_reset(void)
 {
     library = {};
+    forget_lines();
     stand_in_violations = 0;
     stand_in_last_violation[0] = '\0';
 }

@@ -49,6 +49,41 @@ bool is_registered(const char *operation);
 /** Allocates memory through the board's record; null, with a log line, when there is none. */
 void *allocate(size_t size, const char *operation);
 
+/** A number for a log line. */
+inline unsigned long number(uint32_t value)
+{
+    return value;
+}
+
+/** What the lines of a sensor make of it. */
+enum class power
+{
+    off,
+    half_on, ///< supplied or enabled
+    on,      ///< also where the lines are not seen
+};
+
+/** Forgets how all lines were switched. */
+void forget_lines();
+
+/** Checks that an id names a sensor of the board. */
+bool is_sensor_id(zet_sensor_id_t sensor_id, const char *operation);
+
+/** What the lines of a sensor make of it. */
+power power_of(zet_sensor_id_t sensor_id);
+
+/** Checks that a sensor is supplied and enabled. */
+bool is_on(zet_sensor_id_t sensor_id, const char *operation);
+
+/** Makes a sensor unfit to be prepared until it is reset. */
+void require_reset(zet_sensor_id_t sensor_id);
+
+/** Checks that a sensor was reset since its calibration. */
+bool is_reset(zet_sensor_id_t sensor_id, const char *operation);
+
+/** Returns a sensor to its state at power-on. */
+void forget_state(zet_sensor_id_t sensor_id);
+
 /** Adds an object to the live ones. */
 void adopt(object *created, object_kind kind);
 

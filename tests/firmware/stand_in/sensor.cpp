@@ -67,19 +67,6 @@ struct zet_sensor : stand_in::object
 namespace
 {
 
-/** A number for a log line. */
-unsigned long number(uint32_t value)
-{
-    return value;
-}
-
-/** Checks that an id names a sensor of the board. */
-bool is_sensor_id(zet_sensor_id_t sensor_id, const char *operation)
-{
-    return (sensor_id >= 1U && sensor_id <= STAND_IN_SENSOR_COUNT) ||
-           refuse("%s: there is no sensor %lu", operation, number(sensor_id));
-}
-
 /** The live handle of a sensor; null without one. */
 zet_sensor *handle_of(zet_sensor_id_t sensor_id)
 {
@@ -103,6 +90,17 @@ bool exchange_command(zet_sensor_id_t sensor_id)
         uint8_t behind[guard_size];
     } bytes = {};
     return exchange(sensor_id, bytes.command, sizeof(bytes.command));
+}
+
+/**
+ * Checks that a sensor with a handle is on. After an item that failed the server may calibrate and prepare a
+ * sensor that it has switched off: this fails, but is not counted.
+ */
+bool is_still_on(zet_sensor_id_t sensor_id, const char *operation)
+{
+    return power_of(sensor_id) == power::off
+               ? log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu is switched off", operation, number(sensor_id))
+               : is_on(sensor_id, operation);
 }
 
 /** Checks that the board has taken the last interrupt of a sensor. */
@@ -268,6 +266,21 @@ void forget_program(zet_sensor &sensor)
 
 } // namespace
 
+namespace stand_in
+{
+
+void forget_state(zet_sensor_id_t sensor_id)
+{
+    zet_sensor *sensor = handle_of(sensor_id);
+    if (sensor != nullptr)
+    {
+        forget_program(*sensor);
+        sensor->calibration_step = 0;
+    }
+}
+
+} // namespace stand_in
+
 const zet_cpd_k330_meas_session_parameters_t *stand_in_parameters(zet_sensor_id_t sensor_id)
 {
     const zet_sensor *sensor = handle_of(sensor_id);
@@ -276,7 +289,8 @@ const zet_cpd_k330_meas_session_parameters_t *stand_in_parameters(zet_sensor_id_
 
 bool zet_sensor_connected(zet_sensor_id_t sensor_id)
 {
-    return is_registered(__func__) && is_sensor_id(sensor_id, __func__) && exchange_command(sensor_id);
+    return is_registered(__func__) && is_sensor_id(sensor_id, __func__) && is_on(sensor_id, __func__) &&
+           exchange_command(sensor_id);
 }
 
 zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
@@ -290,7 +304,8 @@ zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
         refuse("%s: sensor %lu has a live handle", __func__, number(sensor_id));
         return nullptr;
     }
-    zet_sensor *sensor = exchange_command(sensor_id) ? create<zet_sensor>(__func__) : nullptr;
+    const bool answers = is_on(sensor_id, __func__) && exchange_command(sensor_id);
+    zet_sensor *sensor = answers ? create<zet_sensor>(__func__) : nullptr;
     if (sensor != nullptr)
     {
         sensor->id = sensor_id;
@@ -312,12 +327,13 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
     }
     *cal_complete = false;
     auto *found = find<zet_sensor>(sensor, __func__);
-    if (found == nullptr)
+    if (found == nullptr || !is_still_on(found->id, __func__))
     {
         return false;
     }
     const calibration_arguments arguments = {cal_complete, cal_result, buffer, buffer_size};
     forget_program(*found);
+    require_reset(found->id);
     if (!is_step_allowed(*found, arguments, __func__) || !exchange_command(found->id))
     {
         found->calibration_step = 0;
@@ -344,7 +360,8 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
 {
     auto *found = find<zet_sensor>(sensor, __func__);
     const auto *found_config = find<zet_config>(config, __func__);
-    if (found == nullptr || found_config == nullptr || !is_calibrated(*found, cal_result, __func__) ||
+    if (found == nullptr || found_config == nullptr || !is_still_on(found->id, __func__) ||
+        !is_calibrated(*found, cal_result, __func__) ||
         !is_program_allowed(*found_config, buffer, buffer_size, __func__))
     {
         return false;
@@ -352,6 +369,10 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
     if (found->calibration_step != 0U)
     {
         return refuse("%s: sensor %lu is in the middle of its calibration", __func__, number(found->id));
+    }
+    if (!is_reset(found->id, __func__))
+    {
+        return false;
     }
     forget_program(*found);
     memset(buffer, work_byte, buffer_size);
@@ -420,10 +441,16 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
 void zet_sensor_status(const zet_sensor_t *sensor)
 {
     const auto *found = find<zet_sensor>(sensor, __func__);
-    if (found != nullptr && exchange_command(found->id))
+    if (found == nullptr)
     {
-        log(ZET_LOG_LEVEL_ERROR, "sensor %lu: calibration step %lu, %s, %lu frames measured, %lu not read",
-            number(found->id), number(found->calibration_step),
+        return;
+    }
+    const bool on = power_of(found->id) == power::on;
+    if (!on || exchange_command(found->id))
+    {
+        log(ZET_LOG_LEVEL_ERROR,
+            "sensor %lu: %s, calibration step %lu, %s, %lu frames measured, %lu not read", number(found->id),
+            on ? "on" : "off", number(found->calibration_step),
             found->prepared.config != nullptr ? "prepared" : "not prepared", number(found->measured),
             number(found->waiting));
     }

@@ -7,6 +7,12 @@
  *
  * - There are 16 sensor positions; each of them answers.
  * - A calibration takes three steps with an interrupt each, then a call that completes it.
+ * - A sensor whose supply or enable line is switched off forgets its program and a calibration under way.
+ * - Calibrate and prepare fail when both lines of the handle's sensor were switched off. This is not counted,
+ *   because the server may call them after an item that failed.
+ * - The lines are seen when the image is linked with `-Wl,--wrap=board_sensor_set_supply` and
+ *   `-Wl,--wrap=board_sensor_set_enable`, and the board's code is compiled without `-flto`. Otherwise every
+ *   sensor counts as on and reset.
  * - A measurement is done at once; the frame rate of a configuration does not delay it.
  * - A frame has the samples of stand_in_sample, temperature 25, no flag set and clear-channel value 0.25.
  * - The highest sweep rate is 1,000,000 Hz divided by the points of a sweep. One sub-sweep with a sensor that
@@ -68,11 +74,26 @@ const zet_cpd_k330_meas_session_parameters_t *stand_in_parameters(zet_sensor_id_
 /** Returns to the state at start and forgets all handles without freeing them. For tests. */
 void stand_in_reset(void);
 
-/** Raises a sensor's interrupt. The only part that depends on the processor, with the next one. */
+/** Notes that the supply of a sensor is switched, and checks that it may be. */
+void stand_in_note_supply(zet_sensor_id_t sensor_id, bool on);
+
+/** Notes that the enable line of a sensor is driven or released, and checks that it may be. */
+void stand_in_note_enable(zet_sensor_id_t sensor_id, bool on);
+
+/** @name What depends on the processor and the image
+ * @{
+ */
+
+/** Returns whether all changes of the lines are noted. */
+bool stand_in_sees_lines(void);
+
+/** Raises a sensor's interrupt. */
 void stand_in_raise_interrupt(zet_sensor_id_t sensor_id);
 
 /** Whether a raised interrupt of a sensor was not taken yet. */
 bool stand_in_interrupt_is_pending(zet_sensor_id_t sensor_id);
+
+/** @} */
 
 #ifdef __cplusplus
 }
