@@ -58,6 +58,7 @@ def make_steps(parent):
         take_numbers_and_memory(board)
         board.take_over(functions)
         boards.append(board)
+    watch(boards[-1])
     return boards
 
 
@@ -136,6 +137,18 @@ void __wrap_run_board()
 }
 """
 
+# For the stand-in to see the lines of the sensors. Calls into code that is optimised at link time are not wrapped.
+WATCHED = """
+set_source_files_properties(${{sources}} PROPERTIES COMPILE_OPTIONS -fno-lto)
+target_link_options(vantor_{name}_objects INTERFACE
+  -Wl,--wrap=board_sensor_set_supply -Wl,--wrap=board_sensor_set_enable)
+"""
+
+
+def watch(board):
+    """Lets the stand-in see the lines of a board's sensors."""
+    (board.path / "board.cmake").write_text(WATCHED.format(name=board.name), encoding="utf-8")
+
 
 def make_unusual(parent):
     """Boards with something of their own, and some that must not link."""
@@ -149,6 +162,7 @@ def make_unusual(parent):
         board.add(code)
     cut_line = BoardFolder(parent, "cut_line")
     cut_line.edit("board.cpp", replaced, "hardware_register(exti) = 3;", "hardware_register(exti) = 1;")
+    watch(cut_line)
     crowd = BoardFolder(parent, "crowd")
     crowd.set_numbers(SENSOR_COUNT=33)
     lacking = BoardFolder(parent, "lacking")
@@ -304,6 +318,11 @@ class BringUp(BoardTest):
         self.assertEqual(calibrated.returncode, 0, calibrated.stderr)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
+    def test_lines_are_seen(self):
+        for function in ("board_sensor_set_supply", "board_sensor_set_enable"):
+            self.assertIn(f" T __wrap_{function}\n", symbols(image_of("library", "vantor_my_board")))
+            self.assertNotIn(f"__wrap_{function}\n", symbols(image_of("library", "vantor_as_copied")))
+
     def test_session(self):
         board, host = self.start("library", "vantor_my_board")
         self.check_session(board, host, BOTH, 20)
@@ -362,6 +381,14 @@ class CutLine(BoardTest):
         self.assertGreater(waited, 0.999)
         # On an idle machine it is 1.02 s.
         self.assertLess(waited, 10.3)
+        self.check_session(board, host, SMALL, 5)
+
+    def test_next_item_after_the_time_out_breaks_no_contract(self):
+        # The server then prepares sensor 2 as well, which it has switched off.
+        board, host = self.start("library", "vantor_cut_line")
+        items = [{"sensor_id": sensor_id, "config": {}} for sensor_id in (2, 1)]
+        self.assertEqual(host.ask("configure", configuration={"groups": [items]})["status"], "error")
+        self.assertIn("error: stand_in: zet_sensor_prepare: sensor 2 is switched off", board.log())
         self.check_session(board, host, SMALL, 5)
 
     def test_frame_ends_by_the_time_out(self):
