@@ -43,6 +43,14 @@ void set(zet_config_t *config, uint8_t index, value_t subsweep::*member, value_t
     }
 }
 
+/** A value of a live configuration; 0 without one. */
+template <typename value_t>
+value_t get(const zet_config_t *config, value_t zet_config::*member, const char *operation)
+{
+    const auto *found = find<zet_config>(config, operation);
+    return found != nullptr ? found->*member : value_t{};
+}
+
 /** Checks a number against its range. */
 bool is_in_range(const char *name, int32_t value, int32_t lowest, int32_t highest)
 {
@@ -219,8 +227,7 @@ void zet_config_num_subsweeps_set(zet_config_t *config, uint8_t num_subsweeps)
 
 uint8_t zet_config_num_subsweeps_get(const zet_config_t *config)
 {
-    const auto *found = find<zet_config>(config, __func__);
-    return found != nullptr ? found->num_subsweeps : uint8_t{0};
+    return get(config, &zet_config::num_subsweeps, __func__);
 }
 
 void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_frame)
@@ -230,8 +237,7 @@ void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_f
 
 uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config)
 {
-    const auto *found = find<zet_config>(config, __func__);
-    return found != nullptr ? found->sweeps_per_frame : uint16_t{0};
+    return get(config, &zet_config::sweeps_per_frame, __func__);
 }
 
 void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate)
@@ -241,8 +247,7 @@ void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate)
 
 float zet_config_sweep_rate_get(const zet_config_t *config)
 {
-    const auto *found = find<zet_config>(config, __func__);
-    return found != nullptr ? found->sweep_rate : 0.0F;
+    return get(config, &zet_config::sweep_rate, __func__);
 }
 
 void zet_config_frame_rate_set(zet_config_t *config, float frame_rate)
@@ -252,8 +257,7 @@ void zet_config_frame_rate_set(zet_config_t *config, float frame_rate)
 
 float zet_config_frame_rate_get(const zet_config_t *config)
 {
-    const auto *found = find<zet_config>(config, __func__);
-    return found != nullptr ? found->frame_rate : 0.0F;
+    return get(config, &zet_config::frame_rate, __func__);
 }
 
 void zet_config_continuous_sweep_mode_set(zet_config_t *config, bool enabled)
