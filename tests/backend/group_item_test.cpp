@@ -24,9 +24,36 @@ protected:
         EXPECT_EQ(neighbours().calls.count("[INFO] Powered off"), 0U);
         EXPECT_EQ(neighbours().calls.count("zet_sensor_destroy"), 0U) << "the handle stays";
     }
+
+    /** Expects an item with the given "cca_enable" member, if any, to be measured without assessment. */
+    void expect_not_assessed(const std::string &member)
+    {
+        SCOPED_TRACE(member);
+        ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_debug": true, "cca_threshold": 1)" +
+                                member + "}"));
+        EXPECT_EQ(neighbours().calls.count("zet_config_enable_"), 0U);
+        EXPECT_EQ(calls(call_kind::json).find("cca_threshold"), std::string::npos) << "the keys are not read";
+        ASSERT_TRUE(read_frame());
+        EXPECT_EQ(neighbours().calls.count("zet_processing_cca_check"), 0U);
+        EXPECT_EQ(sent_document().find("data_valid"), std::string::npos);
+        destroy_session();
+    }
 };
 
 const std::string plain_item = R"({"sensor_id": 1, "config": {}})";
+
+/** Members of an item, with the comma before them, that do not enable the assessment. */
+constexpr const char *not_enabled[] = {
+    "",
+    R"(, "cca_enable": false)",
+    R"(, "cca_enable": null)",
+    R"(, "cca_enable": 0)",
+    R"(, "cca_enable": 1)",
+    R"(, "cca_enable": "true")",
+    R"(, "cca_enable": [true])",
+    R"(, "cca_enable": {})",
+    R"(, "CCA_enable": true)",
+};
 
 } // namespace
 
@@ -187,16 +214,21 @@ TEST_F(group_item, assessment_defaults_hold_where_a_key_has_the_wrong_type)
 
 TEST_F(group_item, without_assessment_leaves_the_configuration_alone)
 {
-    for (const char *member : {"", R"(, "cca_enable": false)", R"(, "cca_enable": 1)"})
+    for (const char *member : not_enabled)
     {
-        ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_debug": true, "cca_threshold": 1)" +
-                                std::string(member) + "}"));
-        EXPECT_EQ(neighbours().calls.count("zet_config_enable_"), 0U);
-        EXPECT_EQ(calls(call_kind::json).find("cca_threshold"), std::string::npos) << "the keys are not read";
+        expect_not_assessed(member);
+    }
+}
+
+TEST_F(group_item, assessment_of_a_slot_does_not_outlive_its_session)
+{
+    for (const char *member : not_enabled)
+    {
+        ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true})"));
         ASSERT_TRUE(read_frame());
-        EXPECT_EQ(neighbours().calls.count("zet_processing_cca_check"), 0U);
-        EXPECT_EQ(sent_document().find("data_valid"), std::string::npos);
+        ASSERT_EQ(neighbours().calls.count("zet_processing_cca_check"), 1U) << "enabled again";
         destroy_session();
+        expect_not_assessed(member);
     }
 }
 
