@@ -2,6 +2,8 @@
  * Clear-channel assessment: the transmitter follows the channel one frame late.
  */
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "support/backend_fixture.h"
 
@@ -20,8 +22,19 @@ protected:
     void SetUp() override
     {
         ready_backend_test::SetUp();
+        begin_session();
+    }
+
+    void begin_session()
+    {
         ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_threshold": 0.5,)"
                                 R"( "cca_debug": true})"));
+    }
+
+    void begin_next_session()
+    {
+        destroy_session();
+        begin_session();
     }
 
     /** Reads a frame in which the assessment yields a value, and gives the verdict members of the message. */
@@ -34,18 +47,20 @@ protected:
         return document.substr(begin, document.find('}') - begin);
     }
 
-    /** Whether the last frame prepared the sensor anew. */
+    /** Whether the last operation prepared the sensor. */
     static bool prepared()
     {
         return neighbours().calls.count("zet_sensor_prepare") == 1;
     }
 
-    /** The switching of the transmitter in the last frame. */
+    /** The switching of the session's transmitter in the last operation. */
     static std::string switched()
     {
+        const std::string call =
+            "zet_config_enable_tx_set(config " + std::to_string(neighbours().configs_created);
         std::string text;
-        text += neighbours().calls.count("zet_config_enable_tx_set(config 1, true)") == 1 ? "on" : "";
-        text += neighbours().calls.count("zet_config_enable_tx_set(config 1, false)") == 1 ? "off" : "";
+        text += neighbours().calls.count(call + ", true)") == 1 ? "on" : "";
+        text += neighbours().calls.count(call + ", false)") == 1 ? "off" : "";
         return text;
     }
 
@@ -74,6 +89,37 @@ TEST_F(clear_channel, switches_the_transmitter_on_and_then_delivers_valid_data)
     EXPECT_EQ(verdict_on(0.375F),
               R"("data_valid":true,"cca_value":0.375,"cca_detected":false,"tx_enabled":true)");
     EXPECT_FALSE(prepared());
+}
+
+TEST_F(clear_channel, starts_with_the_transmitter_off_however_the_session_before_ended)
+{
+    const std::vector<std::vector<float>> endings{
+        {},            // off, before any frame
+        {0.75F},       // off
+        {0.0F},        // just switched on
+        {0.0F, 0.0F},  // on
+        {0.0F, 0.75F}, // just switched off
+    };
+    for (const std::vector<float> &ending : endings)
+    {
+        SCOPED_TRACE(testing::PrintToString(ending));
+        begin_next_session();
+        for (const float cca_value : ending)
+        {
+            (void)verdict_on(cca_value);
+        }
+        begin_next_session();
+        EXPECT_EQ(switched(), "off");
+        EXPECT_TRUE(prepared()) << "with the transmitter off";
+
+        EXPECT_EQ(verdict_on(0.25F),
+                  R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
+        EXPECT_EQ(switched(), "on");
+        EXPECT_FALSE(prepared()) << "the configuration step prepared it already";
+        EXPECT_EQ(verdict_on(0.25F),
+                  R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
+        EXPECT_TRUE(prepared()) << "with the transmitter on";
+    }
 }
 
 TEST_F(clear_channel, makes_its_calls_in_order)
