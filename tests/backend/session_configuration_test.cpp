@@ -12,6 +12,8 @@ namespace backend_tests
 namespace
 {
 
+const std::string with_frame_rate = R"("groups": [[{"sensor_id": 1, "config": {"frame_rate": 10.0}}]])";
+
 /** A whole document. */
 class session_configuration : public ready_backend_test
 {
@@ -46,9 +48,27 @@ protected:
         destroy_session();
         return enabled;
     }
-};
 
-using namespace std::string_literals;
+    /**
+     * Expects a document that is refused before its groups to change no frame rate: neither to forget that of
+     * the session before nor to take its own.
+     */
+    void expect_frame_rate_kept_by(const std::string &document)
+    {
+        SCOPED_TRACE(document);
+        ASSERT_TRUE(parse("{" + with_frame_rate + "}"));
+        destroy_session();
+        EXPECT_FALSE(parse(document));
+        destroy_session();
+        EXPECT_FALSE(zet_vantor_server_system_is_on_demand()) << "the rate is forgotten";
+
+        ASSERT_TRUE(parse("{}"));
+        destroy_session();
+        EXPECT_FALSE(parse("{" + with_frame_rate + ", " + document.substr(1)));
+        destroy_session();
+        EXPECT_TRUE(zet_vantor_server_system_is_on_demand()) << "the refused rate counts";
+    }
+};
 
 const std::string valid_data = calibration_text(2, 22);
 
@@ -62,6 +82,15 @@ std::string calibration(const std::string &sensor_id, const std::string &data)
 {
     return R"({"sensor_id": )" + sensor_id + R"(, "data": ")" + data + R"("})";
 }
+
+/** Documents whose calibration list is refused, each for another reason. */
+const std::vector<std::string> refused_calibration_lists{
+    calibrations(""),
+    calibrations("7"),
+    calibrations(calibration("9", valid_data)),
+    calibrations(R"({"sensor_id": 2})"),
+    calibrations(calibration("2", "xyz")),
+};
 
 /** A group of one item without configuration keys. */
 std::string group_of(int sensor_id, const std::string &config = "{}")
@@ -78,8 +107,6 @@ std::string groups(int count, const std::string &group)
     }
     return R"({"groups": [)" + text + "]}";
 }
-
-const std::string with_frame_rate = R"("groups": [[{"sensor_id": 1, "config": {"frame_rate": 10.0}}]])";
 
 } // namespace
 
@@ -260,9 +287,7 @@ TEST_F(session_configuration, calibration_data_that_the_library_refuses_is_refus
 
 TEST_F(session_configuration, every_refused_calibration_list_is_followed_by_the_diagnostics)
 {
-    for (const std::string &document :
-         {R"({"calibration_info": []})"s, calibrations("7"), calibrations(calibration("9", valid_data)),
-          calibrations(R"({"sensor_id": 2})"), calibrations(calibration("2", "xyz"))})
+    for (const std::string &document : refused_calibration_lists)
     {
         EXPECT_FALSE(parse(document));
         EXPECT_TRUE(calls(call_kind::json)
@@ -348,6 +373,19 @@ TEST_F(session_configuration, without_groups_forgets_the_frame_rate_of_the_last_
     ASSERT_FALSE(zet_vantor_server_system_is_on_demand());
     ASSERT_TRUE(parse("{}"));
     EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
+}
+
+TEST_F(session_configuration, frame_rate_of_the_last_session_stays_when_the_log_level_is_refused)
+{
+    expect_frame_rate_kept_by(R"({"enable_log": "warning"})");
+}
+
+TEST_F(session_configuration, frame_rate_of_the_last_session_stays_when_the_calibration_list_is_refused)
+{
+    for (const std::string &document : refused_calibration_lists)
+    {
+        expect_frame_rate_kept_by(document);
+    }
 }
 
 TEST_F(session_configuration, group_without_elements_fails_with_no_message)
