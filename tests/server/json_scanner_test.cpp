@@ -50,6 +50,13 @@ constexpr std::string_view accepted[] = {
     R"({"":0})",
     R"({"a":1,"a":2})",
     R"([[],[[]],{"x":[{}]}])",
+    R"({"a" :1})",
+    R"({"a": 1})",
+    R"({"a"   :   1})",
+    "{\"a\"\t:1}",
+    "{\"a\"\r:1}",
+    "{\"a\"\n:1}",
+    "{\"a\" \t\r\n : \t\r\n 1,\"b\"\n\r\t :[]}",
     "[null, true, false]",
     R"([1,"a",null,{}])",
     // values alone
@@ -148,6 +155,11 @@ constexpr std::string_view refused[] = {
     "{\"a\":1,}"sv,
     "{\"a\":1,,\"b\":2}"sv,
     "{\"a\" 1}"sv,
+    "{\"a\" }"sv,
+    "{\"a\" ,1}"sv,
+    "{\"a\" "sv,
+    "{\"a\" \"b\":1}"sv,
+    "{\"a\" : :1}"sv,
     "{\"a\"}"sv,
     "{\"a\",1}"sv,
     "{:1}"sv,
@@ -256,6 +268,10 @@ constexpr std::string_view refused[] = {
     "[\xc2\xa0]"sv,
     "\0[]"sv,
     "[1\0]"sv,
+    "{\"a\"\v:1}"sv,
+    "{\"a\"\f:1}"sv,
+    "{\"a\"\0:1}"sv,
+    "{\"a\"\xc2\xa0:1}"sv,
 };
 
 constexpr std::string_view trailing[] = {

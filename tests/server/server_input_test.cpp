@@ -142,6 +142,23 @@ TEST_F(server_input, refuses_words_that_are_no_commands)
     }
 }
 
+TEST_F(server_input, takes_white_space_on_both_sides_of_a_colon)
+{
+    for (const std::string space : {"", " ", "  ", "\t", "\r", " \t\r "})
+    {
+        SCOPED_TRACE(testing::PrintToString(space));
+        obey("{\"command\"" + space + ":\"ping\"}");
+        obey("{\"command\":" + space + "\"ping\"}");
+        obey("{\"command\"" + space + ":" + space + "\"ping\"}");
+    }
+    for (const std::string no_space : {"\v", "\f", "\xc2\xa0", "_"})
+    {
+        SCOPED_TRACE(testing::PrintToString(no_space));
+        EXPECT_EQ(refusal("{\"command\"" + no_space + ":\"ping\"}"), "bad_json");
+        EXPECT_EQ(refusal("{\"command\":" + no_space + "\"ping\"}"), "bad_json");
+    }
+}
+
 TEST_F(server_input, understands_escaped_words)
 {
     obey(R"({"\u0063ommand":"pin\u0067"})");
