@@ -87,6 +87,21 @@ TEST_F(log_ring, fills_up_to_the_last_byte)
     EXPECT_EQ(log_ring_count(&ring), 8U);
 }
 
+TEST_F(log_ring, loses_a_line_that_is_one_byte_too_long)
+{
+    const std::string text(252, 'x');
+    for (int i = 0; i < 7; ++i)
+    {
+        put(text);
+    }
+    put(text + "x");
+    EXPECT_EQ(log_ring_take_lost(&ring), 1U);
+    EXPECT_EQ(log_ring_count(&ring), 7U);
+    put(text);
+    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(log_ring_count(&ring), 8U);
+}
+
 TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
 {
     const std::string text(252, 'x');

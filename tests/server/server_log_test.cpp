@@ -43,6 +43,39 @@ protected:
     }
 
     using texts = std::vector<std::string>;
+
+    /** Logs as many lines as can wait and some more; returns the messages after those that could wait. */
+    static texts messages_after_a_full_ring(int more)
+    {
+        // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes are as much as can wait.
+        constexpr std::size_t fit = 8;
+        const std::string text(252, 'x');
+        for (std::size_t i = 0; i < fit; ++i)
+        {
+            zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", text.c_str());
+        }
+        for (int i = 0; i < more; ++i)
+        {
+            zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "one more");
+        }
+        zet_vantor_server_step();
+        const std::vector<message_t> messages = take_messages();
+        EXPECT_GE(messages.size(), fit);
+        texts lines;
+        for (std::size_t i = fit; i < messages.size(); ++i)
+        {
+            lines.push_back(messages[i].line);
+        }
+        return lines;
+    }
+
+    /** The message about lost lines. */
+    static std::string message_about(int lost)
+    {
+        return R"({"status":"log","level":"WARNING","module":"vantor_server",)"
+               R"("message":"Log lines were lost: ask for a less verbose level.","lost":)" +
+               std::to_string(lost) + R"(,"payload_size":0})";
+    }
 };
 
 TEST_F(server_log, sends_nothing_unless_it_is_asked)
@@ -136,6 +169,16 @@ TEST_F(server_log, tells_how_many_lines_were_lost)
     EXPECT_EQ(messages.front().members.contains("lost"), false);
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());
+}
+
+TEST_F(server_log, reports_every_loss_from_a_single_line_on)
+{
+    ask_for("INFO");
+    EXPECT_EQ(messages_after_a_full_ring(0), texts{}) << "all lines fit";
+    EXPECT_EQ(messages_after_a_full_ring(1), texts{message_about(1)});
+    EXPECT_EQ(messages_after_a_full_ring(2), texts{message_about(2)});
+    EXPECT_EQ(messages_after_a_full_ring(1), texts{message_about(1)}) << "counted from the last report on";
+    EXPECT_EQ(messages_after_a_full_ring(0), texts{});
 }
 
 TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
