@@ -1,5 +1,9 @@
 /** @file
- * The board's allocator. All memory of the server, of cJSON and of the sensor library comes from here.
+ * The board's allocator, which the port implements. All memory of the server, of cJSON and, through the
+ * board record (zet_hal_definitions_k330.h), of the sensor library comes from here.
+ *
+ * Both functions are called by the server's one thread, never by an interrupt, and do not wait. They are
+ * called many times for each frame, so each call must take a short, bounded time.
  */
 #ifndef ZET_INTEGRATION_H
 #define ZET_INTEGRATION_H
@@ -11,17 +15,21 @@ extern "C" {
 #endif
 
 /**
- * Allocates memory, aligned for any object.
+ * Allocates memory, aligned for any object. It belongs to the caller until it is freed.
  *
- * @param size  number of bytes; for 0 the port chooses between null and a pointer that may be freed
+ * Exhausted memory is a normal result: the server answers the command with an error, or ends the session,
+ * and goes on.
+ *
+ * @param size  number of bytes; for 0 the port chooses between a pointer that may be freed and null (then a
+ *              board with 0 sensors does not start)
  * @return the memory, not initialised; null when it is exhausted
  */
 void *zet_integration_mem_alloc(size_t size);
 
 /**
- * Frees memory.
+ * Frees memory. Cannot fail. Memory is freed in any order, and the next allocation can use it.
  *
- * @param ptr  what zet_integration_mem_alloc gave; null is allowed and does nothing
+ * @param ptr  what zet_integration_mem_alloc gave, once; null is allowed and does nothing
  */
 void zet_integration_mem_free(void *ptr);
 

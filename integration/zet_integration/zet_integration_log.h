@@ -1,5 +1,5 @@
 /** @file
- * The board's log.
+ * The board's log, which the port implements.
  */
 #ifndef ZET_INTEGRATION_LOG_H
 #define ZET_INTEGRATION_LOG_H
@@ -18,11 +18,20 @@ extern "C" {
 #endif
 
 /**
- * Writes one log line. Must not allocate, and of the server may call zet_vantor_server_log only.
+ * Writes one log line. Cannot fail: a line that cannot be written is lost.
  *
- * @param level   severity of the line
- * @param module  tag of the module that logs
- * @param format  printf format of the text, without a line end, followed by its arguments
+ * Called by the server's one thread, never by an interrupt: by the server, and by the sensor library in the
+ * middle of its functions. It can be called before anything of the board is set up. Lines of every level
+ * come; the port chooses those that it writes, and may cut long ones.
+ *
+ * It may wait for its output, but for a bounded time only: it delays the frames. It must not allocate, and
+ * of the server it may call zet_vantor_server_log only.
+ *
+ * @param level   severity of the line, one of zet_log_level_t
+ * @param module  tag of the module that logs, valid during the call
+ * @param format  printf format of the text, without a line end, followed by its arguments; all are valid
+ *                during the call only. The small C library of the firmware does not know `%llu`, `%zu` and
+ *                `%f`
  */
 void zet_integration_log(zet_log_level_t level, const char *module, const char *format, ...)
     ZET_PRINTF_FORMAT(3, 4);
