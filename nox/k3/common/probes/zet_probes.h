@@ -1,6 +1,9 @@
 /** @file
  * Probes: places inside the sensor library at which a registered callback sees, and may change, the
  * library's data.
+ *
+ * Registration and callback run on the server's one thread, never in an interrupt. The server registers for
+ * ZET_PROBE_ID_MEAS_SESSION_PARAMETERS only.
  */
 #ifndef ZET_PROBES_H
 #define ZET_PROBES_H
@@ -36,7 +39,8 @@ ZET_BYTE_ENUM(zet_probe_id_t){
     ZET_PROBE_ID_SERVICE_MISSED_DATA,
     ZET_PROBE_ID_SERVICE_PROFILE_PARAMETERS,
     ZET_PROBE_ID_SWEEP_HEADER_LENGTH,
-    /** The measurement-session parameter block, offered while a sensor is prepared. */
+    /** The measurement-session parameter block (zet_cpd_k330_meas_session_generated.h). Fires once in every
+     * zet_sensor_prepare whose arguments are valid, and nowhere else. */
     ZET_PROBE_ID_MEAS_SESSION_PARAMETERS = 20,
     ZET_PROBE_ID_SWEEP_SETTINGS_SPARSE,
     ZET_PROBE_ID_SWEEP_SETTINGS_LINEAR,
@@ -56,23 +60,31 @@ typedef struct
 /**
  * A probe callback that may change what it is shown.
  *
- * Called synchronously, on the thread that called the library.
+ * Called synchronously: the function of the library in which the probe fires returns after it, and uses the
+ * data as the callback left them. The callback must not block, nor call the library.
  *
  * @param header            which probe fired; valid during the call
- * @param data              the probe's data, owned by the library, valid during the call
- * @param data_size         size of @p data in bytes
+ * @param data              the probe's data, aligned for their type, owned by the library, valid during the
+ *                          call
+ * @param data_size         size of @p data in bytes; of the parameter block at least the size of its type
  * @param client_reference  the pointer given at registration
- * @return true when the data may be used
+ * @return true when the data may be used (the server's callback always returns it); with false the function
+ *         of the library fails
  */
 typedef bool zet_probes_callback_rw_t(const zet_probes_header_t *header, void *data, uint32_t data_size,
                                       void *client_reference);
 
 /**
- * Registers the callback of one probe. There is one registration per probe; a new one replaces it.
+ * Registers the callback of one probe. There is one registration per probe, for all sensors; a new one
+ * replaces it. Cannot fail, does not block. Called after zet_nox_hal_register.
  *
- * @param probe_id          the probe
+ * The server registers again before every zet_sensor_prepare, and removes nothing at the end of a session.
+ * A registration can therefore outlive what its reference points to: the library must not use it before the
+ * next zet_sensor_prepare, in particular not in a calibration.
+ *
+ * @param probe_id          the probe, below ZET_PROBE_ID_MAX
  * @param callback          the callback, or null to remove the registration
- * @param client_reference  handed to the callback unchanged; must stay valid while it is registered
+ * @param client_reference  handed to the callback unchanged; may be null
  */
 void zet_probes_register_callback(zet_probe_id_t probe_id, zet_probes_callback_rw_t *callback,
                                   void *client_reference);

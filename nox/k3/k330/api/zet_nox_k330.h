@@ -1,5 +1,19 @@
 /** @file
  * The `k330` sensor library as a whole: board registration, log level, buffer sizes.
+ *
+ * What holds for every function of the library, in all headers of `nox/`:
+ *
+ * - All functions are called by the server's one thread, never by an interrupt, and none while another one
+ *   runs. The library calls the board, too, only from within them.
+ * - No function waits for the work of a sensor. It returns after its transfers and calculations; the server
+ *   waits, by zet_hal_integration_wait_for_sensor_interrupt.
+ * - All memory comes from `mem_alloc` of the board record. A function that creates something returns null
+ *   when there is none. The firmware has no `malloc` and runs no static constructors.
+ * - Handles, of configurations, sensors and processings, belong to the caller until it destroys them. It
+ *   destroys each once, and uses none afterwards.
+ * - Log lines go through `log` of the board record.
+ * - A failure is reported by the result, and its reason is logged. The server does not try again: it ends
+ *   the session with an error, destroys all handles and switches the sensors off.
  */
 #ifndef ZET_NOX_K330_H
 #define ZET_NOX_K330_H
@@ -16,28 +30,35 @@ extern "C" {
 #endif
 
 /**
- * Installs the board record. To be called before anything else of the library.
+ * Installs the board record. Called at every start of the server, before anything else of the library, with
+ * all sensors off and no live handle.
  *
- * @param hal  the board record; must stay valid afterwards
- * @return false when the record is null or lacks a required operation
+ * @param hal  the board record; unchanged and valid for the lifetime of the program
+ * @return false when the record is null or lacks a required operation; the server does not start then
  */
 bool zet_nox_hal_register(const zet_hal_k330_t *hal);
 
 /**
- * Sets the threshold of the library's own log lines.
+ * Sets the threshold of the library's own log lines. Cannot fail. Called after the registration and by
+ * every configuration that asks for a level; it stays until it is set again.
  *
- * @param level  the least severe level that is still logged
+ * @param level  the least severe level that is still logged, one of zet_log_level_t
  */
 void zet_nox_set_log_level(zet_log_level_t level);
 
 /**
- * Tells how large a work buffer a configuration needs for calibration, prepare and read.
+ * Returns how large a work buffer a configuration needs for calibration, prepare and read.
  *
- * Judges the whole configuration: every value is held against its range.
+ * Checks the whole configuration: every value against its range, and the values against each other. Needs
+ * no sensor and transfers nothing.
+ *
+ * The server allocates one buffer of this size for each configuration, aligned for any object, and keeps it
+ * to the end of the session. The library may use it during the calls that it is handed to; the server
+ * leaves its contents alone between them.
  *
  * @param config       the configuration
  * @param buffer_size  receives the size in bytes; unchanged on failure
- * @return false when the configuration is null or not valid (the reason is logged)
+ * @return false when the configuration is null or not valid
  */
 bool zet_nox_get_buffer_size(const zet_config_t *config, uint32_t *buffer_size);
 

@@ -1,7 +1,13 @@
 /** @file
  * Sensor configurations: frame and sweep timing. Sub-sweeps are in zet_config_subsweep.h.
  *
- * A setter takes any value; zet_nox_get_buffer_size judges the whole configuration.
+ * All functions are called by the server's one thread, never by an interrupt. None blocks or needs a
+ * sensor; only zet_config_create can fail.
+ *
+ * A setter stores any value, also one outside of its range or enumeration; zet_nox_get_buffer_size refuses
+ * a configuration that is not valid. A getter returns what was set last, else the default. A change takes
+ * effect with the next zet_sensor_prepare. The server sets everything before zet_nox_get_buffer_size,
+ * except zet_config_enable_tx_set.
  */
 #ifndef ZET_CONFIG_H
 #define ZET_CONFIG_H
@@ -21,12 +27,16 @@ typedef struct zet_config zet_config_t;
 /**
  * Creates a configuration with the library's defaults.
  *
- * @return the configuration, owned by the caller; null when memory is exhausted
+ * @return the configuration, owned by the caller, to be destroyed by zet_config_destroy; null when memory
+ *         is exhausted
  */
 zet_config_t *zet_config_create(void);
 
 /**
  * Frees a configuration.
+ *
+ * At the end of a session the server destroys a configuration before the processing made from it and before
+ * the handle of the sensor prepared with it. Destroying these must not touch the configuration.
  *
  * @param config  the configuration; null is allowed and does nothing
  */
@@ -48,7 +58,7 @@ void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_f
 uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config);
 
 /**
- * Sets the rate of the sweeps in a frame, in hertz; 0, the default, for the highest possible. Else at
+ * Sets the rate of the sweeps in a frame, in hertz; 0, the default, for the highest possible. Otherwise at
  * least 0.01 and at most the highest sweep rate of the metadata (zet_processing.h).
  */
 void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate);
@@ -58,7 +68,7 @@ float zet_config_sweep_rate_get(const zet_config_t *config);
 
 /**
  * Sets the rate at which the sensor itself paces the frames, in hertz; 0, the default, for no pacing.
- * Else at least 0.01, and a frame with all its sweeps must fit into one period.
+ * Otherwise at least 0.01, and a frame with all its sweeps must fit into one period.
  */
 void zet_config_frame_rate_set(zet_config_t *config, float frame_rate);
 

@@ -1,5 +1,6 @@
 /** @file
- * Clear-channel assessment in a configuration.
+ * Clear-channel assessment in a configuration. What zet_config.h says of setters holds here too: called by
+ * the server's one thread, never by an interrupt; cannot fail, does not block.
  */
 #ifndef ZET_CONFIG_CCA_H
 #define ZET_CONFIG_CCA_H
@@ -12,7 +13,10 @@
 extern "C" {
 #endif
 
-/** Sets whether every frame carries a clear-channel measurement; false by default. */
+/**
+ * Sets whether every frame carries a clear-channel measurement, for zet_processing_cca_check; false by
+ * default.
+ */
 void zet_config_enable_cca_set(zet_config_t *config, bool enabled);
 
 #ifdef __cplusplus

@@ -1,8 +1,11 @@
 /** @file
  * Sub-sweeps of a configuration: the stretches of distance that one sweep covers.
  *
- * Every setter takes the configuration, the value and the index of the sub-sweep, 0 to 3. One base step is
- * the distance zet_processing_points_to_meter(1).
+ * Every setter takes the configuration, the value and the index of the sub-sweep, 0 to 3, which may lie
+ * beyond the number of sub-sweeps. One base step is the distance zet_processing_points_to_meter(1).
+ *
+ * What zet_config.h says of setters holds here too: called by the server's one thread, never by an
+ * interrupt; they cannot fail, do not block, and store any value.
  */
 #ifndef ZET_CONFIG_SUBSWEEP_H
 #define ZET_CONFIG_SUBSWEEP_H
@@ -30,7 +33,7 @@ void zet_config_subsweep_num_points_set(zet_config_t *config, uint16_t num_point
 /** Sets the distance between two points, in base steps, 1 to 1000; 1 by default. */
 void zet_config_subsweep_step_length_set(zet_config_t *config, uint16_t step_length, uint8_t index);
 
-/** Sets the pulse profile; 3 by default. */
+/** Sets the pulse profile, 1 to 5; 3 by default. */
 void zet_config_subsweep_profile_set(zet_config_t *config, zet_config_profile_t profile, uint8_t index);
 
 /** Sets how many pulses are averaged into one point, 1 to 511; 8 by default. */

@@ -1,5 +1,8 @@
 /** @file
  * Processing: from the sensor's own form of a frame to complex samples.
+ *
+ * All functions are called by the server's one thread, never by an interrupt, and none while another one
+ * runs. They need no sensor, transfer nothing and block for their calculations only.
  */
 #ifndef ZET_PROCESSING_H
 #define ZET_PROCESSING_H
@@ -39,26 +42,32 @@ typedef struct
 } zet_processing_result_t;
 
 /**
- * Creates the processing of a configuration.
+ * Creates the processing of a configuration. Called once for each configuration, before the first frame.
  *
- * @param config    the configuration; only read during the call
- * @param metadata  receives the frame layout
- * @return the processing, owned by the caller; null when the configuration is not valid or memory is
- *         exhausted
+ * @param config    the configuration; read during the call only, and may be destroyed before the processing
+ * @param metadata  receives the frame layout, which holds for every frame of the configuration
+ * @return the processing, owned by the caller, to be destroyed by zet_processing_destroy; null when the
+ *         configuration is not valid or memory is exhausted
  */
 zet_processing_t *zet_processing_create(const zet_config_t *config, zet_processing_metadata_t *metadata);
 
 /**
- * Processes a frame in place.
+ * Processes a frame in place. Called once for each frame, after zet_sensor_read and
+ * zet_processing_cca_check. Cannot report a failure: zet_sensor_read must not succeed with a frame that
+ * cannot be processed.
+ *
+ * The server sends the samples to the host after it has read the sensors of all groups. They stay valid
+ * until the buffer is handed to zet_sensor_prepare or zet_sensor_read again.
  *
  * @param processing  the processing made from the configuration that was measured with
  * @param buffer      a buffer filled by zet_sensor_read
- * @param result      receives the flags and where in @p buffer the samples lie
+ * @param result      receives the flags and where in @p buffer the samples lie: as many as the
+ *                    frame_data_length of the metadata
  */
 void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_processing_result_t *result);
 
 /**
- * Converts a number of points into a distance.
+ * Converts a number of points into a distance. Cannot fail; the same in every session.
  *
  * @param points  number of base steps
  * @return the distance in metres
@@ -66,7 +75,7 @@ void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_proc
 float zet_processing_points_to_meter(int32_t points);
 
 /**
- * Frees a processing.
+ * Frees a processing. Cannot fail. The configuration that it was made from has been destroyed before.
  *
  * @param processing  the processing; null is allowed and does nothing
  */

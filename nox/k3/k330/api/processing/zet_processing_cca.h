@@ -1,5 +1,6 @@
 /** @file
- * Clear-channel assessment of a measured frame.
+ * Clear-channel assessment of a measured frame. What zet_processing.h says holds here too: called by the
+ * server's one thread, never by an interrupt; blocks for its calculations only.
  */
 #ifndef ZET_PROCESSING_CCA_H
 #define ZET_PROCESSING_CCA_H
@@ -13,14 +14,14 @@ extern "C" {
 #endif
 
 /**
- * Computes how much foreign signal a frame holds. To be called before zet_processing_execute, with a
- * configuration that has the clear-channel measurement enabled.
+ * Computes how much foreign signal a frame contains. Called once for each frame whose configuration has the
+ * clear-channel measurement enabled, between zet_sensor_read and zet_processing_execute.
  *
  * @param processing  the processing of the frame's configuration
- * @param buffer      a buffer filled by zet_sensor_read
+ * @param buffer      a buffer filled by zet_sensor_read, only read
  * @param cca_value   receives the value, 0 for a clear channel and larger with more foreign signal;
  *                    unchanged on failure
- * @return false when the frame carries no clear-channel measurement
+ * @return false when the frame carries no clear-channel measurement; the frame is not processed then
  */
 bool zet_processing_cca_check(const zet_processing_t *processing, const void *buffer, float *cca_value);
 

@@ -1,5 +1,27 @@
 /** @file
  * Sensors: from the power-on check to a measured frame.
+ *
+ * All functions are called by the server's one thread, never by an interrupt, and none while another one
+ * runs. They block for their transfers and calculations only: calibrate and measure return before the
+ * sensor has done its work, and the server waits for the sensor's interrupt.
+ *
+ * The calls for one sensor in a session, after its supply and its enable line were switched on:
+ *
+ * 1. zet_sensor_create
+ * 2. without a stored calibration: zet_sensor_calibrate and a wait for the interrupt, alternating, until
+ *    the calibration is complete; then a reset by the enable line
+ * 3. zet_sensor_prepare for each of its configurations, and again before each frame for which the sensor
+ *    needs another configuration than the last one, or a changed one
+ * 4. for each frame: zet_sensor_measure, a wait for the interrupt, zet_sensor_read
+ * 5. zet_sensor_destroy; then the sensor is switched off
+ *
+ * Calls for several sensors are interleaved: those of a group are all prepared, then all started, then all
+ * waited for, then all read.
+ *
+ * After an error in one item of a configuration the server goes through the remaining items before it ends
+ * the session. Until then it can call zet_sensor_calibrate and zet_sensor_prepare for a sensor that is
+ * switched off, and zet_sensor_prepare also with an invalid configuration, an incomplete calibration or a
+ * null buffer: they must return false then, and do no harm.
  */
 #ifndef ZET_SENSOR_H
 #define ZET_SENSOR_H
@@ -19,15 +41,20 @@ extern "C" {
 typedef struct zet_sensor zet_sensor_t;
 
 /**
- * Creates the handle of a sensor, which must be powered and enabled.
+ * Creates the handle of a sensor, which is powered and enabled. A sensor has at most one handle at a time.
  *
  * @param sensor_id  the sensor, 1 to the board's sensor count
- * @return the handle, owned by the caller; null when the sensor does not answer or memory is exhausted
+ * @return the handle, owned by the caller, to be destroyed by zet_sensor_destroy; null when the sensor does
+ *         not answer or memory is exhausted: the server then switches the sensor off
  */
 zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id);
 
 /**
- * Frees a handle.
+ * Frees a handle. Cannot fail.
+ *
+ * The configurations and buffers that were used with it have been destroyed before, and must not be
+ * touched. After an error the sensor may be switched off, or still be measuring or calibrating; in each
+ * case the server switches it off next.
  *
  * @param sensor  the handle; null is allowed and does nothing
  */
@@ -36,14 +63,18 @@ void zet_sensor_destroy(zet_sensor_t *sensor);
 /**
  * Takes one step of a calibration.
  *
- * A calibration takes several steps: while @p cal_complete is false after a successful call, wait for the
- * sensor's interrupt and call again with the same arguments. After the last step, or a failure, the
- * sensor must be reset by its enable line before it is prepared.
+ * A calibration takes several steps: while @p cal_complete is false after a successful call, the sensor
+ * raises its interrupt once when the step is done, and the server then calls again with the same arguments.
+ * It gives each step at least a second. No function is called for another sensor meanwhile.
+ *
+ * After the last step, a failure or a time-out the server resets the sensor by its enable line. There is no
+ * function that ends a calibration early: the reset does.
  *
  * @param sensor        the sensor
- * @param cal_complete  set to true when the calibration is done, else to false
- * @param cal_result    the calibration result, whole when @p cal_complete is true
- * @param buffer        work buffer, needed by every step
+ * @param cal_complete  set by every call: to true when the calibration is done, otherwise to false
+ * @param cal_result    the calibration result: all zero at the first step, kept by the caller over all
+ *                      steps, complete when @p cal_complete is true
+ * @param buffer        work buffer, kept by the caller, with its contents, over all steps
  * @param buffer_size   its size in bytes, as given by zet_nox_get_buffer_size
  * @return false on failure
  */
@@ -51,67 +82,84 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
                           void *buffer, uint32_t buffer_size);
 
 /**
- * Loads a configuration into the sensor.
+ * Loads a configuration into the sensor, in place of the last one. The sensor is at rest: it neither
+ * measures nor calibrates.
  *
- * While it does so it offers the measurement-session parameter block to the probe
+ * Before it returns, it offers the measurement-session parameter block to the probe
  * ZET_PROBE_ID_MEAS_SESSION_PARAMETERS and uses what the callback left in it.
  *
- * @param sensor       the sensor, powered and enabled
- * @param config       the configuration; must stay valid while it is measured with, and a change of
- *                     it takes effect at the next prepare
- * @param cal_result   a complete calibration of this sensor
- * @param buffer       work buffer
+ * @param sensor       the sensor
+ * @param config       the configuration; stays valid while it is measured with, and a change of it takes
+ *                     effect at the next prepare
+ * @param cal_result   a calibration of this sensor that is complete, or handed back by the host and
+ *                     accepted by zet_sensor_validate_calibration; stays unchanged as long as the handle
+ *                     lives
+ * @param buffer       work buffer, used during the call
  * @param buffer_size  its size in bytes, as given by zet_nox_get_buffer_size for @p config
- * @return false on failure
+ * @return false on failure; the sensor then is not prepared
  */
 bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const zet_cal_result_t *cal_result,
                         void *buffer, uint32_t buffer_size);
 
 /**
- * Starts one measurement, that is one frame. The sensor's interrupt tells when it is done.
+ * Starts one measurement, that is one frame, and returns.
  *
- * @param sensor  a prepared sensor
+ * The sensor raises its interrupt once, when the frame can be read; it may do so before the call returns.
+ * With a frame rate the sensor itself says when the frame begins, up to a frame period later.
+ *
+ * @param sensor  a prepared sensor, whose last frame has been read; the server reads each frame before it
+ *                starts the next one, with double buffering too
  * @return false on failure
  */
 bool zet_sensor_measure(zet_sensor_t *sensor);
 
 /**
- * Reads the measured frame.
+ * Reads the measured frame. Called once for each measurement, after its interrupt.
  *
  * @param sensor       the sensor, measured and signalled
- * @param buffer       receives the frame in the sensor's own form, for zet_processing_execute
+ * @param buffer       receives the frame in the sensor's own form, for zet_processing_cca_check and
+ *                     zet_processing_execute
  * @param buffer_size  its size in bytes, as given by zet_nox_get_buffer_size
- * @return false on failure
+ * @return false on failure; the contents of the buffer are not used then
  */
 bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_size);
 
 /**
- * Logs the sensor's internal state. Meant to be called after a failure.
+ * Logs the sensor's internal state. Cannot fail.
+ *
+ * Called after every prepare, measure, wait for the interrupt, read and clear-channel check that failed, in
+ * whatever state the sensor is, also when it is switched off.
  *
  * @param sensor  the sensor
  */
 void zet_sensor_status(const zet_sensor_t *sensor);
 
 /**
- * Tells whether a sensor answers at a position of the board. It must be powered and enabled.
+ * Returns whether a sensor answers at a position of the board.
+ *
+ * Called once for each position at the start of the server, powered, enabled and without a handle. A
+ * position without a sensor is normal: configurations that use it are refused.
  *
  * @param sensor_id  the position, 1 to the board's sensor count
  */
 bool zet_sensor_connected(zet_sensor_id_t sensor_id);
 
 /**
- * Extracts what a calibration result tells about itself.
+ * Extracts information about a calibration from its result. Needs no sensor.
  *
- * @param cal_result  the calibration result
+ * @param cal_result  the calibration result, only read
  * @param cal_info    receives the information; unchanged on failure
- * @return false when the result is not a whole calibration
+ * @return false when the result is damaged or not complete
  */
 bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t *cal_info);
 
 /**
- * Tells whether a calibration result that was stored elsewhere may be used.
+ * Returns whether a calibration result that the host hands back may be used. Needs no sensor.
  *
- * @param cal_result  the calibration result
+ * The bytes come from outside: any 240 bytes can come. They may be the result of another sensor; what then
+ * happens is for zet_sensor_prepare to decide.
+ *
+ * @param cal_result  the calibration result, only read
  */
 bool zet_sensor_validate_calibration(const zet_cal_result_t *cal_result);
 
