@@ -1,7 +1,6 @@
 /** @file
  * Tests that every public header compiles alone, as C11 and as C++20.
  */
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -11,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include "repository.h"
+
 namespace structure_tests
 {
 
@@ -18,21 +19,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-/** The headers of one folder of the repository, folders below it included. */
-std::vector<fs::path> headers_of(const std::string &folder)
-{
-    std::vector<fs::path> headers;
-    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(fs::path(PROJECT_ROOT) / folder))
-    {
-        if (entry.path().extension() == ".h")
-        {
-            headers.push_back(entry.path());
-        }
-    }
-    std::sort(headers.begin(), headers.end());
-    return headers;
-}
 
 /** The headers of the application that boards and programs in C include; its other headers are its own. */
 std::vector<fs::path> public_headers_of_application()

@@ -4,10 +4,10 @@
 #include "include_rules.h"
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <regex>
+
+#include "repository.h"
 
 namespace structure_tests
 {
@@ -21,12 +21,6 @@ bool is_source(const fs::path &path)
 {
     static const std::set<std::string> extensions{".h", ".hpp", ".c", ".cpp"};
     return extensions.contains(path.extension().string());
-}
-
-std::string text_of(const fs::path &path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 /** Rooms with what they may include. */
