@@ -21,6 +21,14 @@ std::atomic<uint32_t> signalled;
 /** The sensor that is waited for, as a bit. */
 uint32_t awaited;
 
+/** Sensors whose supply is on. */
+uint32_t supplied;
+
+uint32_t bit_of(zet_sensor_id_t sensor_id)
+{
+    return 1U << (sensor_id - 1U);
+}
+
 /** Takes the signal of the awaited sensor, if it has come. */
 bool take_signal()
 {
@@ -29,7 +37,7 @@ bool take_signal()
 
 void await(zet_sensor_id_t sensor_id)
 {
-    awaited = 1U << (sensor_id - 1U);
+    awaited = bit_of(sensor_id);
 }
 
 constexpr zet_hal_k330_t hal = {
@@ -72,16 +80,23 @@ void sensors_advance_clock(uint32_t /*duration_us*/)
 void zet_hal_integration_sensor_supply_on(zet_sensor_id_t sensor_id)
 {
     board_sensor_set_supply(sensor_id, true);
+    supplied |= bit_of(sensor_id);
     clock_delay_us(BOARD_SUPPLY_RISE_US);
 }
 
 void zet_hal_integration_sensor_supply_off(zet_sensor_id_t sensor_id)
 {
     board_sensor_set_supply(sensor_id, false);
+    supplied &= ~bit_of(sensor_id);
 }
 
+// After an error the server resets sensors that it has switched off. Their pins must not feed them.
 void zet_hal_integration_sensor_enable(zet_sensor_id_t sensor_id)
 {
+    if ((supplied & bit_of(sensor_id)) == 0U)
+    {
+        return;
+    }
     board_sensor_set_enable(sensor_id, true);
     clock_delay_us(BOARD_SENSOR_START_US);
     // What the line did before is not a signal of the sensor.

@@ -51,10 +51,24 @@ TEST_F(runtime_sensors, switches_and_then_waits)
                                      call_t{5702, "enable 2 off"}, call_t{6003, "supply 2 off"}));
 }
 
+TEST_F(runtime_sensors, leaves_the_enable_line_of_a_sensor_without_supply)
+{
+    zet_hal_integration_sensor_supply_on(1);
+    zet_hal_integration_sensor_enable(2);
+    zet_hal_integration_sensor_supply_off(1);
+    zet_hal_integration_sensor_enable(1);
+    EXPECT_EQ(board.now_us(), 701U);
+    EXPECT_THAT(board.calls, testing::ElementsAre(call_t{0, "supply 1 on"}, call_t{701, "supply 1 off"}));
+    zet_hal_integration_sensor_supply_on(2);
+    zet_hal_integration_sensor_enable(2);
+    EXPECT_THAT(board.calls, testing::SizeIs(4));
+}
+
 TEST_F(runtime_sensors, forgets_signals_from_before_a_sensor_is_enabled)
 {
+    zet_hal_integration_sensor_supply_on(1);
     board.signal(bit(1) | bit(2));
-    board.at(4999, [] { board.signal(bit(1)); });
+    board.at(701 + 4999, [] { board.signal(bit(1)); });
     zet_hal_integration_sensor_enable(1);
     EXPECT_FALSE(wait(1, 0, 0));
     EXPECT_TRUE(wait(2, 0, 0)) << "the signal of another sensor";
@@ -70,6 +84,7 @@ TEST_F(runtime_sensors, keeps_a_signal_that_came_before_the_wait)
 
 TEST_F(runtime_sensors, keeps_a_signal_over_a_release_of_the_enable_line_of_another)
 {
+    zet_hal_integration_sensor_supply_on(2);
     board.signal(bit(3));
     zet_hal_integration_sensor_enable(2);
     zet_hal_integration_sensor_disable(2);
