@@ -11,7 +11,7 @@ import struct
 import subprocess
 import tempfile
 
-from vantor_process import Host, SocketStream, TIME_OUT, wait_until
+from vantor_process import Host, SerialStream, SocketStream, TIME_OUT, wait_until
 
 FIRMWARE = os.environ["VANTOR_FIRMWARE"]
 
@@ -41,8 +41,15 @@ SETTINGS_MARK = 0x31524E56
 
 @functools.cache
 def symbols(image):
-    """The symbol table of an image, as text."""
-    return subprocess.run(["arm-none-eabi-nm", image], capture_output=True, text=True, check=True).stdout
+    """The symbol table of an image with sizes, as text."""
+    return subprocess.run(["arm-none-eabi-nm", "-S", image], capture_output=True, text=True, check=True).stdout
+
+
+def symbol(image, name):
+    """Address and size of a symbol, which is in an unnamed namespace or has a name of C."""
+    names = rf"(?:_ZN12_GLOBAL__N_1{len(name)}{name}E|{name})"
+    found = re.search(rf"^(\w+)(?: (\w+))? \w {names}$", symbols(image), re.MULTILINE)
+    return int(found[1], 16), int(found[2] or "0", 16)
 
 
 def free_port():
@@ -104,17 +111,18 @@ class UnixSocketStream(SocketStream):
 
 
 class Board:
-    """A board with its link on a TCP port, unless it is narrow, in a process that ends with the context."""
+    """A board with its link on a TCP port, unless it is narrow or serial, in a process that ends with the context."""
 
     def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unforeseen_accesses=False,
-                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False,
+                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False, serial_link=False,
                  settings_address=EMULATOR["settings"], boot_image=None):
         """
         With unforeseen_accesses a program may touch what is not there. With hurried_time every instruction takes 256 ns
         of the board's time, which this machine executes faster: a wait in a loop is over soon. Sleep takes its time.
         With skipped_sleep time jumps to the next timer, and sometimes to the one after, whenever the processor sleeps:
-        for tests in which no time matters. A narrow link is soon full when the host takes nothing. A boot image, bytes
-        at the begin of the flash, starts in place of the program.
+        for tests in which no time matters. A narrow link is soon full when the host takes nothing. A serial link is a
+        pseudo-terminal, and the board starts without a host. Without an address the board has no settings. A boot
+        image, bytes at the begin of the flash, starts in place of the program.
         """
         self.image = image
         self.unforeseen_accesses = unforeseen_accesses
@@ -122,12 +130,13 @@ class Board:
         self.log_path = os.path.join(self.directory.name, "log")
         self.monitor_path = os.path.join(self.directory.name, "monitor")
         self.link_path = os.path.join(self.directory.name, "link") if narrow_link else None
+        self.serial_link = serial_link
         self.full_pipe = None if log_is_taken else make_full_pipe(self.log_path)
         self.port = free_port()
+        self.address = f"tcp:127.0.0.1:{self.port}"
         arguments = ["qemu-system-arm", "-M", EMULATOR["machine"], "-display", "none", "-monitor", "none",
                      "-kernel", image,
-                     "-serial", f"unix:{self.link_path},server=on,wait=on" if narrow_link
-                     else f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on",
+                     "-serial", self._link_option(),
                      "-serial", f"file:{self.log_path}",
                      "-qmp", f"unix:{self.monitor_path},server=on,wait=off",
                      "-d", "guest_errors,unimp"]
@@ -135,15 +144,23 @@ class Board:
             arguments += ["-icount", "shift=8"]
         if skipped_sleep:
             arguments += ["-icount", "shift=5,sleep=off"]
-        settings = struct.pack("<IHHI", SETTINGS_MARK, sensors, virtual_clock, seed)
-        arguments += self._loaded("settings", settings, settings_address)
+        if settings_address is not None:
+            settings = struct.pack("<IHHI", SETTINGS_MARK, sensors, virtual_clock, seed)
+            arguments += self._loaded("settings", settings, settings_address)
         if boot_image is not None:
             arguments += self._loaded("boot_image", boot_image, EMULATOR["code"])
         # Not a pipe: what an emulator says about unknown devices would fill it up.
         self.error_path = os.path.join(self.directory.name, "errors")
         with open(self.error_path, "wb") as errors:
             self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=errors)
-        self.address = f"tcp:127.0.0.1:{self.port}"
+
+    def _link_option(self):
+        """What the emulator makes the link of."""
+        if self.serial_link:
+            return "pty"
+        if self.link_path:
+            return f"unix:{self.link_path},server=on,wait=on"
+        return f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on"
 
     def _loaded(self, name, content, address):
         """Options of the emulator by which the flash has a content beside the image."""
@@ -158,8 +175,7 @@ class Board:
     def __exit__(self, kind, *_):
         self.process.terminate()
         self.process.wait(TIME_OUT)
-        with open(self.error_path, encoding="utf-8") as file:
-            errors = file.read().splitlines()
+        errors = self.errors().splitlines()
         if self.full_pipe:
             self.full_pipe.close()
         self.directory.cleanup()
@@ -186,17 +202,30 @@ class Board:
     def _try_to_connect(self, hosts):
         """Adds a host to the list; false when the emulator takes no connection yet."""
         try:
-            hosts.append(Host(UnixSocketStream(self.link_path) if self.link_path
-                              else SocketStream("127.0.0.1", self.port)))
+            hosts.append(Host(self._open_link()))
         except (ConnectionRefusedError, FileNotFoundError):
             return False
         return True
+
+    def _open_link(self):
+        """Opens the link. The address of a serial one is known from then on."""
+        if self.serial_link:
+            devices = {device["label"]: device["filename"] for device in self._ask_monitor("query-chardev")}
+            path = devices["serial0"].removeprefix("pty:")
+            self.address = f"serial:{path}@{NUMBERS['LINK_START_BAUDRATE']}"
+            return SerialStream(path)
+        return UnixSocketStream(self.link_path) if self.link_path else SocketStream("127.0.0.1", self.port)
 
     def log(self):
         """What is on the log's port so far."""
         if not os.path.exists(self.log_path):
             return ""
         with open(self.log_path, encoding="utf-8") as file:
+            return file.read()
+
+    def errors(self):
+        """What the emulator has reported so far, such as accesses to devices that it does not know."""
+        with open(self.error_path, encoding="utf-8") as file:
             return file.read()
 
     def wait_for_log(self, text):
@@ -210,9 +239,7 @@ class Board:
 
     def variable(self, name, offset=0):
         """A word of a variable of the program: in an unnamed namespace, or with a name of C."""
-        names = rf"(?:_ZN12_GLOBAL__N_1{len(name)}{name}E|{name})"
-        address = re.search(rf"^(\w+) \w {names}$", symbols(self.image), re.MULTILINE)[1]
-        return self.register(int(address, 16) + offset)
+        return self.register(symbol(self.image, name)[0] + offset)
 
     def register(self, address):
         """A hardware register, or a word of memory, as the emulator's monitor shows it."""

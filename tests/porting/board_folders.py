@@ -3,8 +3,9 @@
 import os
 import pathlib
 import re
-import shutil
 import subprocess
+
+from guide_steps import FOLDER, build_commands
 
 ROOT = pathlib.Path(os.environ["VANTOR_ROOT"])
 TEMPLATE = ROOT / "boards/template"
@@ -14,6 +15,8 @@ EMULATED = ROOT / "boards/netduinoplus2"
 UNUSED_PARTS = '#pragma GCC diagnostic ignored "-Wunused-function"\n'
 
 END_OF_PARTS = "} // namespace\n"
+
+COPY, CONFIGURE, BUILD = build_commands()
 
 DEFINITION = re.compile(r"^(?://[^\n]*\n)*(?:\w+ )+\*?(board_\w+)[\[(].*?^\};?\n", re.MULTILINE | re.DOTALL)
 
@@ -38,13 +41,22 @@ def definitions(source):
     return {found[1]: found[0] for found in DEFINITION.finditer(behind_parts)}
 
 
+def filled_in(command, parts):
+    """A command of the guide with other paths; what they replace must be in one of its words."""
+    for old, new in parts.items():
+        assert sum(old in word for word in command) == 1, (command, old)
+        command = [word.replace(old, str(new)) for word in command]
+    return command
+
+
 class BoardFolder:
     """A folder of a board that is copied from another one."""
 
     def __init__(self, parent, name, original=EMULATED):
         self.path = pathlib.Path(parent) / name
         self.name = name
-        shutil.copytree(original, self.path)
+        self.path.parent.mkdir(exist_ok=True)
+        must_succeed(run(*filled_in(COPY, {"boards/template": original, FOLDER: self.path})))
 
     def edit(self, name, change, *arguments, **named):
         """Changes the text of a file."""
@@ -92,13 +104,15 @@ def run(*arguments):
 
 def configure(build, boards, *options):
     """Configures the firmware of boards, given by their folders or names."""
-    paths = ";".join(str(getattr(board, "path", board)) for board in boards)
-    return run("cmake", "--preset", "firmware", "-S", ROOT, "-B", build, f"-DVANTOR_BOARD={paths}", *options)
+    paths = ";".join(os.path.relpath(board.path, ROOT) if isinstance(board, BoardFolder) else str(board)
+                     for board in boards)
+    return run(*filled_in(CONFIGURE, {FOLDER: paths}), "-S", ROOT, "-B", build, *options)
 
 
 def build_targets(build, *targets):
     """Builds targets; goes on to the others when one fails."""
-    return run("cmake", "--build", build, "--target", *targets, "--", "-k", "0")
+    assert BUILD[-2:] == CONFIGURE[1:3], "the preset of the build"
+    return run(*BUILD[:-2], build, "--target", *targets, "--", "-k", "0")
 
 
 def must_succeed(process):

@@ -3,9 +3,14 @@
 import os
 import pathlib
 import re
+import shlex
 
 ROOT = pathlib.Path(os.environ["VANTOR_ROOT"])
 GUIDE = (ROOT / "docs/porting.md").read_text(encoding="utf-8")
+
+# What the guide's commands name.
+ADDRESS = "serial:/dev/ttyACM0@115200"
+FOLDER = "../my_board"
 
 
 def section(title):
@@ -23,3 +28,19 @@ def functions_of_step(name):
     """What a step says to write or to remove."""
     return [function for sentence in re.findall(r"Write [^.]*\.", steps()[name])
             for function in re.findall(r"`(board_\w+)`", sentence)]
+
+
+def commands_of_step(name):
+    """The commands of the host that a step runs, as lists of words."""
+    return [shlex.split(command) for command in re.findall(r"`(vantor [^`]*)`", steps()[name])]
+
+
+def build_commands():
+    """The commands that copy a folder, configure and build, as lists of words."""
+    block = re.search(r"^(?:    [^\n]*\n)+", section("Build a board"), re.MULTILINE)[0]
+    return [shlex.split(line, comments=True) for line in block.splitlines()]
+
+
+def image_path():
+    """Where the guide's build puts the image."""
+    return re.search(r"# (build/firmware/\S*my_board\S*)", section("Build a board"))[1]

@@ -14,10 +14,9 @@ import subprocess
 import tempfile
 import unittest
 
-from board_folders import (EMULATED, ROOT, TEMPLATE, BoardFolder, build_targets, configure, definitions, must_succeed,
-                           replaced)
-from emulated_board import FIRMWARE, Board, symbols
-from guide_steps import functions_of_step
+from board_folders import EMULATED, TEMPLATE, BoardFolder, build_targets, configure, must_succeed, replaced
+from emulated_board import FIRMWARE, Board, symbol, symbols
+from guide_steps import ADDRESS, commands_of_step, functions_of_step, image_path, section, steps
 from vantor_process import EXAMPLES, example, self_test, vantor, wait_until
 
 FIRMWARE_BUILD = pathlib.Path(os.environ["VANTOR_FIRMWARE_BUILD"])
@@ -40,6 +39,8 @@ REFUSED = ("crowd", "lacking")
 FLASH = "ORIGIN = 0x08000000, LENGTH = 1M"
 
 WORK = None  # the folder of the boards and of their builds
+
+PRINTED = {}  # what the builds printed, by name
 
 
 def take_numbers_and_memory(board):
@@ -201,7 +202,12 @@ def setUpModule():
         must_succeed(configure(WORK / build, these, *BUILDS[build]))
         targets = [f"vantor_{board.name}" for board in these if board.name not in REFUSED]
         targets += [f"faulty_{name}" for name in LAYOUTS] if build == "simulator" else []
-        must_succeed(build_targets(WORK / build, *targets))
+        PRINTED[build] = must_succeed(build_targets(WORK / build, *targets))
+
+
+def symbol_value(image, name):
+    """The value of a symbol of the linker script."""
+    return symbol(image, name)[0]
 
 
 def samples_of(sensor_id, frame_number, count):
@@ -264,14 +270,51 @@ class BoardTest(unittest.TestCase):
 class BringUp(BoardTest):
     """The guide's steps, each with its check."""
 
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        os.symlink(EXAMPLES, os.path.join(self.folder, "examples"))
+
+    def run_host(self, command, board, *more):
+        """Runs a command of the guide with the address of a board; returns what it prints."""
+        finished = self.finish_host(command, board, *more)
+        self.assertEqual(finished.returncode, 0, finished.stdout + finished.stderr)
+        return finished.stdout
+
+    def finish_host(self, command, board, *more):
+        """The same for a command that may fail; returns the finished process."""
+        self.assertEqual(command[0], "vantor")
+        words = [board.address if word == ADDRESS else word for word in (*command[1:], *more)]
+        return vantor(*words, cwd=self.folder)
+
+    def frames_of(self, shown):
+        """How many frames a recording has, and its folder, by what the command printed."""
+        recording = os.path.join(self.folder, re.search(r"^recording: (.*)$", shown, re.MULTILINE)[1])
+        return json.loads(vantor("info", recording, "--json").stdout)["frames"], recording
+
     def test_build(self):
         for build in BUILDS:
-            self.assertTrue(os.path.exists(image_of(build, "vantor_as_copied")))
+            image = image_of(build, "vantor_as_copied")
+            place = image_path().replace("build/firmware", str(WORK / build)).replace("my_board", "as_copied")
+            self.assertEqual(image, place)
+            self.assertTrue(os.path.exists(image))
+
+    def test_build_prints_how_much_is_used(self):
+        for build in BUILDS:
+            image = image_of(build, "vantor_as_copied")
+            printed = re.search(r"bin/vantor_as_copied\.elf\n *Memory region .*\n"
+                                r" *FLASH: +(\d+) B +512 KB .*\n *RAM: +(\d+) B +128 KB ", PRINTED[build])
+            self.assertIsNotNone(printed, PRINTED[build])
+            data = symbol_value(image, "data_end") - symbol_value(image, "data_begin")
+            flash = symbol_value(image, "data_image") + data - symbol_value(image, "flash_begin")
+            ram = symbol_value(image, "heap_end") - symbol_value(image, "ram_begin")
+            self.assertEqual([int(size) for size in printed.groups()], [flash, ram])
 
     def test_log(self):
         board, _ = self.start_without_link("vantor_with_log")
         wait_until(lambda: board.log().count("reset cause") > 2, "the second restart")
         first, fault, second = board.log().splitlines()[:3]
+        shown = re.search(r"^ +(info: .*) \.\.\.$", section("Bring it up"), re.MULTILINE)[1]
+        self.assertTrue(first.startswith(shown.replace("my_board", "with_log")), first)
         self.assertRegex(first, r"^info: board: with_log, version \S+, reset cause: power on; open: peripherals "
                                 r"40000000-5fffffff id 1fff7a00-1fff7a1f memory 20000000-2001ffff "
                                 r"code 08000000-080fffff$")
@@ -290,20 +333,34 @@ class BringUp(BoardTest):
         self.assertEqual(identity["board"], {"name": "with_link", "reset_cause": "power on"})
         self.assertEqual(identity["max_baudrate"], 2000000)
         self.session(host, BOTH, 5)
-        host.stream.close()
-        shown = vantor("identify", "--connect", board.address)
-        self.assertEqual(shown.returncode, 0, shown.stderr)
-        self.assertIn("with_link", shown.stdout)
+
+    def test_link_over_a_serial_device(self):
+        # Without settings, as on a board. The device stays open: the emulator looks only once a second for a host.
+        board, host = self.start("simulator", "vantor_with_link", serial_link=True, settings_address=None)
+        self.assertEqual(host.ask("identify")["status"], "ok")
+        scan, identify, record = commands_of_step("Link")
+        # The name of a pseudo-terminal is not one that a scan looks at by itself.
+        device = board.address.removeprefix("serial:").removesuffix("@115200")
+        self.assertRegex(self.run_host(scan, board, device),
+                         f"^{board.address}  vantor_server .*, connected: 1, 2, board: with_link\n$")
+        shown = self.run_host(identify, board)
+        self.assertRegex(shown, r"(?m)^board +with_link$")
+        self.assertRegex(shown, r"(?m)^sensors +k330, 2 places, connected: 1, 2$")
+        frames, _ = self.frames_of(self.run_host(record, board, "--connect", board.address))
+        self.assertEqual(frames, 20)
 
     def test_clock(self):
         # A clock with a wrong prescaler is off by more than ten times.
         _, host = self.start("simulator", "vantor_with_link")
         slow = {**SMALL, "update_rate": 10}
-        before = host.ask("stats")["uptime_s"]
+        typed = re.search(r"`(\{.*?\})`", steps()["Clock"])[1].encode() + b"\n"
+        host.send(typed)
+        before = host.message()[0]["uptime_s"]
         begin = os.times().elapsed
         self.session(host, slow, 11)
         seconds = os.times().elapsed - begin
-        counted = host.ask("stats")["uptime_s"] - before
+        host.send(typed)
+        counted = host.message()[0]["uptime_s"] - before
         self.assertGreater(seconds, 0.999)
         self.assertLess(counted, 10 * seconds)
         self.assertGreater(counted, seconds / 10)
@@ -312,10 +369,9 @@ class BringUp(BoardTest):
         board, host = self.start("library", "vantor_my_board")
         self.assertEqual(host.ask("identify")["connected_sensors"], [1, 2])
         host.stream.close()
-        with tempfile.TemporaryDirectory() as directory:
-            calibrated = vantor("calibrate", "--output", os.path.join(directory, "calibration.json"), "--connect",
-                                board.address)
-        self.assertEqual(calibrated.returncode, 0, calibrated.stderr)
+        identify, calibrate = commands_of_step("Sensors")
+        self.assertIn("connected: 1, 2\n", self.run_host(identify, board, "--connect", board.address))
+        self.run_host(calibrate, board, "--connect", board.address)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
     def test_lines_are_seen(self):
@@ -323,16 +379,50 @@ class BringUp(BoardTest):
             self.assertIn(f" T __wrap_{function}\n", symbols(image_of("library", "vantor_my_board")))
             self.assertNotIn(f"__wrap_{function}\n", symbols(image_of("library", "vantor_as_copied")))
 
+    def test_lines_of_the_sensors(self):
+        board, host = self.start("library", "vantor_my_board")
+        self.assertEqual(host.ask("identify")["status"], "ok")
+        written = re.findall(r"^GPIOB: unimplemented device write \(size 4, offset 0x0*18, value 0x(\w+)\)$",
+                             board.errors(), re.MULTILINE)
+        for sensor in (1, 2):
+            # Chip select, enable line and supply, large where they go high.
+            pins = ((sensor - 1, "c"), (sensor + 3, "e"), (sensor + 7, "s"))
+            high = {1 << pin: letter.upper() for pin, letter in pins}
+            low = {1 << pin + 16: letter for pin, letter in pins}
+            shown = "".join((high | low).get(int(word, 16), "") for word in written)
+            # All low; then supply on, enable, transfers, disable, supply off.
+            self.assertRegex(shown, "^cesSCE(cC)+ces$")
+
+    def test_interrupt(self):
+        board, host = self.start("library", "vantor_cut_line")
+        before = host.ask("stats")["uptime_s"]
+        host.stream.close()
+        _, calibrate = commands_of_step("Sensors")
+        calibrated = self.finish_host(calibrate, board, "--sensor", 2, "--connect", board.address)
+        self.assertEqual(calibrated.returncode, 5, calibrated.stdout)
+        self.assertIn("nox_sensor_calibration", calibrated.stderr)
+        with board.connect() as host:
+            waited = host.ask("stats")["uptime_s"] - before
+        self.assertGreater(waited, 0.999)
+        # On an idle machine it is 1.02 s.
+        self.assertLess(waited, 10.3)
+
     def test_session(self):
         board, host = self.start("library", "vantor_my_board")
         self.check_session(board, host, BOTH, 20)
         host.stream.close()
-        self.record(board, 100)
+        record, plot = commands_of_step("Session")
+        frames, recording = self.frames_of(self.run_host(record, board, "--connect", board.address))
+        self.assertEqual(frames, 100)
+        self.run_host(plot, board, recording)
+        pictures = list(pathlib.Path(recording).glob("*.png"))
+        self.assertEqual([picture.read_bytes()[:8] for picture in pictures], [b"\x89PNG\r\n\x1a\n"])
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
     def test_selftest(self):
         board, host = self.start("library", "vantor_my_board")
         host.stream.close()
+        self.assertEqual(commands_of_step("Selftest"), [["vantor", "selftest", "--connect", ADDRESS]])
         tested = self_test(board.address)
         self.assertEqual(tested.returncode, 0, tested.stdout + tested.stderr)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
