@@ -34,7 +34,7 @@ BUILDS = {
 }
 
 LAYOUTS = ("two_banks", "ram_of_96k", "behind_boot_loader")
-REFUSED = ("crowd", "lacking")
+REFUSED = ("crowd", "nothing", "lacking")
 
 FLASH = "ORIGIN = 0x08000000, LENGTH = 1M"
 
@@ -164,11 +164,16 @@ def make_unusual(parent):
     cut_line = BoardFolder(parent, "cut_line")
     cut_line.edit("board.cpp", replaced, "hardware_register(exti) = 3;", "hardware_register(exti) = 1;")
     watch(cut_line)
-    crowd = BoardFolder(parent, "crowd")
-    crowd.set_numbers(SENSOR_COUNT=33)
-    lacking = BoardFolder(parent, "lacking")
+    return [handlers, task, cut_line, *make_small(parent), *make_refused(parent)]
+
+
+def make_refused(parent):
+    """Boards that must not be built."""
+    crowd, nothing, lacking = boards = [BoardFolder(parent, name) for name in REFUSED]
+    crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3)
+    nothing.set_numbers(SENSOR_COUNT=0, AREA_COUNT=0, LINK_INTERRUPT=7)
     lacking.remove("board_link_receive", "board_sensor_transfer")
-    return [handlers, task, cut_line, *make_small(parent), crowd, lacking]
+    return boards
 
 
 def make_small(parent):
@@ -619,10 +624,27 @@ class Unusual(BoardTest):
 class Refused(unittest.TestCase):
     """Boards that must not be built."""
 
-    def test_more_sensors_than_signals(self):
-        built = build_targets(WORK / "library", "vantor_crowd")
+    def errors_of(self, name, *objects):
+        """What the compiler says of objects of a board, each of which it must refuse."""
+        folder = "ports/firmware/CMakeFiles"
+        targets = [f"{folder}/vantor_{name}{made}.obj" for made in objects]
+        built = build_targets(WORK / "library", *targets)
         self.assertNotEqual(built.returncode, 0)
-        self.assertIn("BOARD_SENSOR_COUNT: a board has at most 32 sensors", built.stdout)
+        for target in targets:
+            self.assertIn(f"FAILED: {target}", built.stdout)
+        return built.stdout
+
+    def test_numbers_that_are_too_large(self):
+        errors = self.errors_of("crowd", ".dir/main.cpp", "_objects.dir/cortex_m4/memory_protection.cpp")
+        self.assertIn("BOARD_SENSOR_COUNT: a board has at most 32 sensors", errors)
+        self.assertIn("BOARD_AREA_COUNT: 1 or 2 areas", errors)
+
+    def test_numbers_that_are_too_small_and_an_interrupt_for_two(self):
+        errors = self.errors_of("nothing", ".dir/main.cpp", "_objects.dir/cortex_m4/memory_protection.cpp",
+                                "_objects.dir/interrupts.cpp")
+        self.assertIn("BOARD_SENSOR_COUNT: a board has at least one sensor", errors)
+        self.assertIn("BOARD_AREA_COUNT: 1 or 2 areas", errors)
+        self.assertIn("BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS", errors)
 
     def test_functions_that_are_missing_are_named(self):
         built = build_targets(WORK / "library", "vantor_lacking")

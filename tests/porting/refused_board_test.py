@@ -17,7 +17,7 @@ class Refused(unittest.TestCase):
         cls.folder = pathlib.Path(folder.name)
 
     def check_refused(self, board, *texts, options=("-DVANTOR_SENSORS=simulator",)):
-        """Configures a board: it ends with a message."""
+        """Configures a board, or none when it is empty: it ends with a message."""
         process = configure(self.folder / "build", [board], *options)
         self.assertNotEqual(process.returncode, 0)
         message = " ".join(process.stdout.split())
@@ -34,6 +34,9 @@ class Refused(unittest.TestCase):
         self.check_refused("netduino", 'VANTOR_BOARD is "netduino"', "boards mps2_an386, netduinoplus2, template")
         self.check_refused(self.folder / "absent", f'VANTOR_BOARD is "{self.folder}/absent"')
 
+    def test_no_board(self):
+        self.check_refused("", "VANTOR_BOARD is empty; name a board, such as boards/template.")
+
     def test_name_that_cannot_be_a_name_of_an_image(self):
         self.check_refused(BoardFolder(self.folder, "my board"), '"my board" names the image', "use letters")
 
@@ -42,7 +45,7 @@ class Refused(unittest.TestCase):
                            options=("-DVANTOR_SENSORS=real",))
 
     def test_library_without_a_file(self):
-        for file in ("", str(self.folder / "absent.a")):
+        for file in ("", str(self.folder / "absent.a"), str(self.folder)):
             self.check_refused("template", "add -DVANTOR_SENSOR_LIBRARY=FILE", f'(now "{file}")',
                                options=("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={file}"))
 
