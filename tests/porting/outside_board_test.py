@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import struct
 import subprocess
 import tempfile
@@ -32,6 +33,8 @@ BUILDS = {
     "library": ("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={STAND_IN}",
                 "-DCMAKE_C_FLAGS_RELEASE=-O2 -flto", "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -flto"),
 }
+
+C_BOARD = pathlib.Path(__file__).parent / "c_board"
 
 LAYOUTS = ("two_banks", "ram_of_96k", "behind_boot_loader")
 REFUSED = ("crowd", "nothing", "lacking")
@@ -176,6 +179,16 @@ def make_refused(parent):
     return boards
 
 
+def make_c_board(parent):
+    """A board without C++."""
+    board = BoardFolder(parent, "c_board")
+    (board.path / "board.cpp").unlink()
+    for file in C_BOARD.iterdir():
+        shutil.copy(file, board.path)
+    board.set_numbers(AREA_COUNT=1)
+    return board
+
+
 def make_small(parent):
     """Boards with little RAM: 32 KiB, and as much as the example of two sensors needs."""
     small, smallest = [BoardFolder(parent, name) for name in ("small", "smallest")]
@@ -201,7 +214,7 @@ def setUpModule():
     WORK = pathlib.Path(work.name)
     boards = WORK / "boards"
     as_copied, with_log, with_link, my_board = make_steps(boards)
-    simulated = [as_copied, with_log, with_link, *make_layouts(boards)]
+    simulated = [as_copied, with_log, with_link, *make_layouts(boards), make_c_board(boards)]
     real = [as_copied, my_board, *make_unusual(boards)]
     for build, these in (("simulator", simulated), ("library", real)):
         must_succeed(configure(WORK / build, these, *BUILDS[build]))
@@ -619,6 +632,12 @@ class Unusual(BoardTest):
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
         with board.connect() as host:
             self.assertEqual(host.ask("identify")["memory"]["failures"], 0)
+
+    def test_board_of_c_and_assembler(self):
+        board, host = self.start("simulator", "vantor_c_board", sensors=2)
+        self.assertEqual(host.ask("identify")["board"], {"name": "c_board", "reset_cause": "power on"})
+        self.session(host, BOTH, 5)
+        self.assertIn("info: board: c_board, ", board.log())
 
 
 class Refused(unittest.TestCase):
