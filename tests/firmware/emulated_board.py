@@ -243,8 +243,12 @@ class Board:
 
     def register(self, address):
         """A hardware register, or a word of memory, as the emulator's monitor shows it."""
-        shown = self._ask_monitor("human-monitor-command", **{"command-line": f"xp /1wx {address:#x}"})
-        return int(re.search(r": 0x([0-9a-f]+)", shown)[1], 16)
+        return self.words(address, 1)[0]
+
+    def words(self, address, count):
+        """Words of memory from an address on."""
+        shown = self._ask_monitor("human-monitor-command", **{"command-line": f"xp /{count}wx {address:#x}"})
+        return [int(word, 16) for word in re.findall(r" 0x([0-9a-f]+)", shown)]
 
     def baudrate(self):
         """The baud rate of the link, by its divider."""

@@ -44,3 +44,17 @@ def build_commands():
 def image_path():
     """Where the guide's build puts the image."""
     return re.search(r"# (build/firmware/\S*my_board\S*)", section("Build a board"))[1]
+
+
+def ram_table():
+    """The RAM that small boards need: the table's rows of bytes, by the name of the part, and its sizes in KiB."""
+    rows = re.findall(r"^\| ([^|]+) \| ([\d,]+) \| ([\d,]+) \|$", section("Memory"), re.MULTILINE)
+    sizes = re.search(r"^\| RAM \| (\d+) KiB \| (\d+) KiB \|$", section("Memory"), re.MULTILINE)
+    return ({name.partition(", at most")[0]: [int(size.replace(",", "")) for size in row] for name, *row in rows},
+            [int(size) for size in sizes.groups()])
+
+
+def most_stack():
+    """Bytes of the program's stack that are used at most, by the same table."""
+    row = re.search(r"^\| program's stack, at most ([\d.]+) kB used \|", section("Memory"), re.MULTILINE)
+    return 1000 * float(row[1])

@@ -17,7 +17,7 @@ import unittest
 
 from board_folders import EMULATED, TEMPLATE, BoardFolder, build_targets, configure, must_succeed, replaced
 from emulated_board import FIRMWARE, Board, symbol, symbols
-from guide_steps import ADDRESS, commands_of_step, functions_of_step, image_path, section, steps
+from guide_steps import ADDRESS, commands_of_step, functions_of_step, image_path, most_stack, ram_table, section, steps
 from vantor_process import EXAMPLES, example, self_test, vantor, wait_until
 
 FIRMWARE_BUILD = pathlib.Path(os.environ["VANTOR_FIRMWARE_BUILD"])
@@ -38,6 +38,8 @@ C_BOARD = pathlib.Path(__file__).parent / "c_board"
 
 LAYOUTS = ("two_banks", "ram_of_96k", "behind_boot_loader")
 REFUSED = ("crowd", "nothing", "lacking")
+
+STACK_PAINT = 0xA5A5A5A5
 
 FLASH = "ORIGIN = 0x08000000, LENGTH = 1M"
 
@@ -226,6 +228,42 @@ def setUpModule():
 def symbol_value(image, name):
     """The value of a symbol of the linker script."""
     return symbol(image, name)[0]
+
+
+def library_in_ram(image):
+    """The bytes of the stand-in's variables, by the linker's map, in which a long name stands on a line of its own."""
+    text = pathlib.Path(image).with_suffix(".map").read_text(encoding="utf-8")
+    sizes = re.findall(r"^ \.(?:data|bss)\S*\s+0x0*2\w{7} +0x(\w+) \S*/libstand_in_sensors\.a\(", text, re.MULTILINE)
+    return sum(int(size, 16) for size in sizes)
+
+
+def parts_of_ram(image):
+    """The bytes of each part of the RAM, by its name in the guide's table."""
+    def between(begin, end):
+        return symbol_value(image, end) - symbol_value(image, begin)
+
+    guards = (between("interrupt_guard_begin", "interrupt_stack_bottom") +
+              between("program_guard_begin", "program_stack_bottom"))
+    line = symbol(image, "line")[1]
+    ring = symbol(image, "ring")[1] & -256  # without its counts
+    library = library_in_ram(image)
+    return {"heap": between("heap_begin", "heap_end"),
+            "program's stack": between("program_stack_bottom", "program_stack_top"),
+            "interrupts' stack": between("interrupt_stack_bottom", "interrupt_stack_top"),
+            "two guards": guards,
+            "command line": line,
+            "receive ring": ring,
+            "sensor library's variables": library,
+            "server, allocator, log, retained fault":
+                between("program_stack_top", "heap_begin") - line - ring - library,
+            "left over": symbol_value(image, "ram_size") - between("ram_begin", "heap_end")}
+
+
+def stack_used(board, name):
+    """Bytes of a stack that were ever in use: those from the first word on that is not painted."""
+    bottom, top = (symbol_value(board.image, f"{name}_stack_{end}") for end in ("bottom", "top"))
+    words = board.words(bottom, (top - bottom) // 4)
+    return 4 * sum(1 for _ in itertools.dropwhile(lambda word: word == STACK_PAINT, words))
 
 
 def samples_of(sensor_id, frame_number, count):
@@ -631,7 +669,20 @@ class Unusual(BoardTest):
         self.record(board, 100)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
         with board.connect() as host:
-            self.assertEqual(host.ask("identify")["memory"]["failures"], 0)
+            identity = host.ask("identify")
+            self.assertEqual(identity["memory"]["failures"], 0)
+            program, interrupts = (stack_used(board, name) for name in ("program", "interrupt"))
+            self.assertEqual(program + interrupts, host.ask("identify")["stack"]["peak"])
+        # An interrupt at the deepest point takes 104 bytes more.
+        self.assertLess(program, most_stack())
+        self.assertGreater(program, 0.9 * most_stack())
+
+    def test_guide_shows_the_ram_of_these(self):
+        table, sizes = ram_table()
+        for column, name in enumerate(("smallest", "small")):
+            parts = parts_of_ram(image_of("library", f"vantor_{name}"))
+            self.assertEqual(sum(parts.values()), 1024 * sizes[column])
+            self.assertEqual({part: row[column] for part, row in table.items()}, parts)
 
     def test_board_of_c_and_assembler(self):
         board, host = self.start("simulator", "vantor_c_board", sensors=2)
