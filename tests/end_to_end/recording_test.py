@@ -52,7 +52,7 @@ class RecordingTest(unittest.TestCase):
 
 class EveryByte(RecordingTest):
     def test_as_it_passes_on_the_way(self):
-        with Server("--tcp", "0") as server, Relay(server.address) as relay:
+        with Server("--tcp", "0") as server, Relay(server.connect()) as relay:
             self.record("--frames", "25", "--connect", relay.address)
         messages = list(relay.messages())
         metadata = next(header for header, _ in messages if "metadata" in header)
@@ -75,7 +75,7 @@ class Loss(RecordingTest):
     def record_damaged(self, frames, damaged):
         """Records some frames, always the same ones; returns the summary and what the server has sent."""
         self.output = os.path.join(tempfile.mkdtemp(dir=self.folder), "recording")
-        with Server("--tcp", "0", "--clock", "virtual") as server, Relay(server.address, damaged) as relay:
+        with Server("--tcp", "0", "--clock", "virtual") as server, Relay(server.connect(), damaged) as relay:
             return self.record("--frames", frames, "--connect", relay.address), relay
 
     def test_a_damaged_header_starts_a_capture(self):

@@ -107,15 +107,14 @@ class Server:
 
 
 class Relay(threading.Thread):
-    """Stands between one host and a server on TCP, and keeps what the server sends."""
+    """Stands between a host on TCP and a server, and keeps what the server sends."""
 
-    def __init__(self, address, damaged=()):
-        """What the server sends goes to the host with the bytes at these places changed."""
+    def __init__(self, connection, damaged=()):
+        """Uses the connection of another host. The bytes that the server sends are changed at these places."""
         super().__init__(daemon=True)
         self.damaged = damaged
         self.sent = bytearray()
-        name, _, port = address.removeprefix("tcp:").rpartition(":")
-        self.server = socket.create_connection((name, int(port)), TIME_OUT)
+        self.server = connection.stream.socket
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.address = f"tcp:127.0.0.1:{self.listener.getsockname()[1]}"
 
@@ -134,10 +133,14 @@ class Relay(threading.Thread):
                     if not data:
                         return
                     if source is host:
-                        self.server.sendall(data)
+                        self.to_server(data)
                     else:
                         host.sendall(self.damage(bytearray(data)))
                         self.sent += data
+
+    def to_server(self, data):
+        """Passes on what the host sends."""
+        self.server.sendall(data)
 
     def damage(self, data):
         """Changes those bytes of a piece that are to be."""

@@ -115,14 +115,15 @@ class Board:
 
     def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unforeseen_accesses=False,
                  log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False, serial_link=False,
-                 settings_address=EMULATOR["settings"], boot_image=None):
+                 starts_stopped=False, settings_address=EMULATOR["settings"], boot_image=None):
         """
         With unforeseen_accesses a program may touch what is not there. With hurried_time every instruction takes 256 ns
         of the board's time, which this machine executes faster: a wait in a loop is over soon. Sleep takes its time.
         With skipped_sleep time jumps to the next timer, and sometimes to the one after, whenever the processor sleeps:
         for tests in which no time matters. A narrow link is soon full when the host takes nothing. A serial link is a
-        pseudo-terminal, and the board starts without a host. Without an address the board has no settings. A boot
-        image, bytes at the begin of the flash, starts in place of the program.
+        pseudo-terminal, and the board starts without a host. One that starts stopped executes nothing before
+        `resume`. Without an address the board has no settings. A boot image, bytes at the begin of the flash, starts
+        in place of the program.
         """
         self.image = image
         self.unforeseen_accesses = unforeseen_accesses
@@ -144,6 +145,8 @@ class Board:
             arguments += ["-icount", "shift=8"]
         if skipped_sleep:
             arguments += ["-icount", "shift=5,sleep=off"]
+        if starts_stopped:
+            arguments.append("-S")
         if settings_address is not None:
             settings = struct.pack("<IHHI", SETTINGS_MARK, sensors, virtual_clock, seed)
             arguments += self._loaded("settings", settings, settings_address)
@@ -261,7 +264,11 @@ class Board:
         try:
             yield
         finally:
-            self._ask_monitor("cont")
+            self.resume()
+
+    def resume(self):
+        """Lets a board that is stopped go on."""
+        self._ask_monitor("cont")
 
     def _ask_monitor(self, command, **arguments):
         """Lets the emulator's monitor execute a command; returns the result."""

@@ -13,12 +13,13 @@ import shutil
 import struct
 import subprocess
 import tempfile
+import termios
 import unittest
 
 from board_folders import EMULATED, TEMPLATE, BoardFolder, build_targets, configure, must_succeed, replaced
 from emulated_board import FIRMWARE, Board, symbol, symbols
 from guide_steps import ADDRESS, commands_of_step, functions_of_step, image_path, most_stack, ram_table, section, steps
-from vantor_process import EXAMPLES, example, self_test, vantor, wait_until
+from vantor_process import EXAMPLES, Relay, example, queued, self_test, vantor, wait_until
 
 FIRMWARE_BUILD = pathlib.Path(os.environ["VANTOR_FIRMWARE_BUILD"])
 STAND_IN = FIRMWARE_BUILD / "tests/firmware/stand_in/libstand_in_sensors.a"
@@ -323,6 +324,22 @@ class BoardTest(unittest.TestCase):
             self.assertEqual(json.loads(vantor("info", output, "--json").stdout)["frames"], count)
 
 
+class SlowStart(Relay):
+    """Lets a board start as soon as what the host sent first is lost, and keeps what the host sends."""
+
+    def __init__(self, board):
+        super().__init__(board.connect(board_listens=False))
+        self.board = board
+        self.from_host = b""
+
+    def to_server(self, data):
+        super().to_server(data)
+        if not self.from_host:
+            wait_until(lambda: queued(self.server, termios.TIOCOUTQ) == 0, "the emulator to read what was sent")
+            self.board.resume()
+        self.from_host += data
+
+
 class BringUp(BoardTest):
     """The guide's steps, each with its check."""
 
@@ -404,6 +421,15 @@ class BringUp(BoardTest):
         self.assertRegex(shown, r"(?m)^sensors +k330, 2 places, connected: 1, 2$")
         frames, _ = self.frames_of(self.run_host(record, board, "--connect", board.address))
         self.assertEqual(frames, 20)
+
+    def test_first_host_of_a_board_that_still_starts(self):
+        board = self.enterContext(Board(image=image_of("simulator", "vantor_with_link"), virtual_clock=False,
+                                        narrow_link=True, starts_stopped=True))
+        with SlowStart(board) as relay:
+            shown = vantor("identify", "--connect", relay.address)
+        self.assertEqual(shown.returncode, 0, shown.stderr)
+        self.assertRegex(shown.stdout, r"(?m)^board +with_link$")
+        self.assertGreater(relay.from_host.count(b'"end"'), 1)
 
     def test_clock(self):
         # A clock with a wrong prescaler is off by more than ten times.
