@@ -523,7 +523,7 @@ class StandIn(BoardTest):
     def test_finds_a_sensor_without_supply(self):
         with Board(image=str(FIRMWARE_BUILD / "bin/unsupplied_netduinoplus2.elf")) as board, board.connect() as host:
             self.assertEqual(host.ask("identify")["connected_sensors"], [])
-            self.assertIn("contract broken: sensor 1 is enabled without supply", board.log())
+            self.assertIn("contract broken: zet_sensor_connected: sensor 1 is not supplied and enabled", board.log())
             self.assertGreater(board.variable("stand_in_violations"), 0)
 
     def test_contains_nothing_of_the_simulator(self):
