@@ -144,7 +144,7 @@ void check_way_back(message_parser &parser, const std::string &before)
 {
     std::vector<event> events;
     const auto position = parser.position() + before.size();
-    play(parser, before + "{\"status\":\"ok\",\"payload_size\":3}\n\n{}", events);
+    play(parser, before + "{\"result_info\":[],\"status\":\"ok\",\"payload_size\":3}\n\n{}", events);
     demand(!parser.within_message() && events.back().whole && events.back().position == position);
 }
 

@@ -116,6 +116,10 @@ std::string check_members(const nlohmann::json &header, std::size_t largest_payl
     {
         return "\"payload_size\" is negative";
     }
+    if (*size != 0 && !header.contains("result_info"))
+    {
+        return "\"payload_size\" is " + size->dump() + ", but only a frame has a payload";
+    }
     if (size->get<std::uint64_t>() > largest_payload)
     {
         return "\"payload_size\" is " + size->dump() + ", more than the " + std::to_string(largest_payload) +

@@ -765,6 +765,22 @@ TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
     EXPECT_EQ(clock.now(), 7 * 4900ms);
 }
 
+TEST_F(client_time, refuses_an_answer_with_a_payload_at_once)
+{
+    server.on("identify", [this](host_connection &connection, const json &) {
+        auto identity = test::identity();
+        identity["payload_size"] = 1 << 26;
+        connection.send(identity.dump() + "\n");
+        for (int i = 0; i < 1000; ++i)
+        {
+            server.pause(1s);
+            connection.send("x");
+        }
+    });
+    EXPECT_THAT([&] { connect(); }, ThrowsMessage<bad_message>(HasSubstr("only a frame has a payload")));
+    EXPECT_EQ(clock.now(), 0s);
+}
+
 TEST_F(client_time, gives_up_on_a_message_that_stops_coming)
 {
     server.on("end", [this](host_connection &host, const json &) {

@@ -33,10 +33,11 @@ std::string text(const std::vector<std::byte> &payload)
     return result;
 }
 
-/** A message as it travels. */
+/** A frame as it travels. */
 std::string wire(const std::string &payload)
 {
-    return R"({"status":"ok","payload_size":)" + std::to_string(payload.size()) + "}\n" + payload;
+    return R"({"result_info":[],"status":"ok","payload_size":)" + std::to_string(payload.size()) + "}\n" +
+           payload;
 }
 
 /** Feeds a text and expects one fault; returns it. */
@@ -152,8 +153,10 @@ TEST(message_parser, refuses_headers_without_what_every_header_has)
         {"{\"status\":\"ok\",\"payload_size\":\"8\"}\n", "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":1.5}\n", "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":-1}\n", "negative"},
-        {"{\"status\":\"ok\",\"payload_size\":101}\n", "more than the 100 bytes"},
-        {"{\"status\":\"ok\",\"payload_size\":99999999999999999999}\n", "\"payload_size\""},
+        {"{\"status\":\"ok\",\"payload_size\":1}\n", "only a frame has a payload"},
+        {"{\"result_info\":[],\"status\":\"ok\",\"payload_size\":101}\n", "more than the 100 bytes"},
+        {"{\"result_info\":[],\"status\":\"ok\",\"payload_size\":99999999999999999999}\n",
+         "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":1e999}\n", "out of range"},
         {"\n", "not JSON"},
         {"{\"status\":\"ok\",\"payload_size\":0}{}\n", "not JSON"},

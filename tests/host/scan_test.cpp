@@ -83,6 +83,9 @@ private:
     std::map<std::string, test::scripted_server> servers_;
 };
 
+/** The header of a frame whose payload takes longer than a scan. */
+constexpr const char *endless_frame = "{\"result_info\":[],\"status\":\"ok\",\"payload_size\":1000000}\n";
+
 TEST_F(scan_test, finds_the_servers_among_other_devices)
 {
     server("silent").on("end", [](host_connection &, const json &) {});
@@ -133,9 +136,7 @@ TEST_F(scan_test, passes_over_devices_within_a_second_each)
 {
     for (const char *name : {"a", "b", "c"})
     {
-        server(name).on("end", [](host_connection &host, const json &) {
-            host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
-        });
+        server(name).on("end", [](host_connection &host, const json &) { host.send(endless_frame); });
     }
     EXPECT_EQ(run({"a", "b", "c"}), exit_code::no_connection);
     EXPECT_LE(clock.now(), 3s);
@@ -148,7 +149,7 @@ constexpr int many = 3000;
 TEST_F(scan_test, passes_over_a_device_that_sends_a_message_that_never_ends)
 {
     EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
-                  host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
+                  host.send(endless_frame);
                   for (int i = 0; i < many; ++i)
                   {
                       server("device").pause(7ms);
@@ -174,7 +175,7 @@ TEST_F(scan_test, passes_over_a_device_that_answers_once_and_then_sends_for_ever
 {
     auto &device = server("device");
     device.on("identify", [&](host_connection &host, const json &) {
-        host.send("{\"status\":\"ok\",\"payload_size\":1000000}\n");
+        host.send(endless_frame);
         for (int i = 0; i < many; ++i)
         {
             device.pause(1ms);

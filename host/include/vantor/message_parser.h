@@ -55,8 +55,8 @@ public:
      *
      * @return the message, or nothing when more bytes are needed
      * @throws bad_message when the bytes are no message: a header that is too long, not JSON, nested too deep
-     *         or not an object, or whose "status" or "payload_size" is missing or out of range. Call again to
-     *         go on.
+     *         or not an object, or whose "status" or "payload_size" is missing or out of range, or that
+     *         announces a payload and is not that of a frame. Call again to go on.
      */
     std::optional<message> next();
 
