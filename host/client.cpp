@@ -4,6 +4,7 @@
 #include "vantor/client.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "json_members.h"
@@ -23,6 +24,9 @@ constexpr std::string_view end_command = "\n{\"command\":\"end\"}\n";
 
 /** How often it is sent at the start of a conversation until the server answers. */
 constexpr std::chrono::milliseconds end_interval{1000};
+
+/** How many answers to "end" may still come when that is not known. */
+constexpr unsigned any_number = std::numeric_limits<unsigned>::max();
 
 /** Whether a message carries a frame. */
 bool is_frame(const message &received)
@@ -72,6 +76,7 @@ void client::reconnect()
     parser_.reset();
     unanswered_ends_ = 0;
     find_server();
+    unanswered_ends_ = any_number; // those of earlier hosts too, which a busy server still answers
     identify();
     if (server_.protocol_version != protocol_version)
     {

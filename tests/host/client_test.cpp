@@ -571,6 +571,32 @@ TEST_F(client_time, takes_answers_to_end_that_come_one_by_one_as_late_as_they_ar
     EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
 }
 
+TEST_F(client_time, passes_over_answers_to_the_ends_of_earlier_hosts)
+{
+    server.on("end", [](host_connection &connection, const json &command) {
+        for (int i = 0; i < 20; ++i)
+        {
+            connection.send({{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}}, "");
+        }
+    });
+    auto host = connect();
+    EXPECT_EQ(host.server().sensor, "k330");
+    host.ping();
+    EXPECT_EQ(clock.now(), 0s);
+}
+
+TEST_F(client_time, gives_up_on_a_server_that_answers_nothing_but_end)
+{
+    server.on("identify", [this](host_connection &connection, const json &) {
+        for (int i = 0; i < 600; ++i)
+        {
+            server.pause(10ms);
+            connection.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
+        }
+    });
+    EXPECT_EQ(time_until_given_up([&] { connect(); }), 5s);
+}
+
 TEST_F(client_time, takes_no_answer_to_an_end_that_it_gave_up_for_another_one)
 {
     auto host = connect();
