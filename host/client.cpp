@@ -49,11 +49,18 @@ void throw_on_error(const message &received)
     }
 }
 
-/** Throws because nothing of use came in time. */
-[[noreturn]] void throw_timeout(const char *awaited)
+/** The name of the answer to a command. */
+std::string answer_to(const std::string &command)
 {
-    throw timeout_error(std::string("The server sent no ") + awaited +
-                        " in time. Check the line and its speed, and that nothing else uses the server.");
+    return "answer to \"" + command + "\"";
+}
+
+/** Throws because nothing of use came in time. */
+[[noreturn]] void throw_timeout(const std::string &awaited)
+{
+    throw timeout_error("The server sent no " + awaited +
+                        " in time. Check the line and its speed, that nothing else uses the server, and that "
+                        "the board does not restart (see its log).");
 }
 
 } // namespace
@@ -158,7 +165,7 @@ void client::end()
     {
         try
         {
-            const auto received = next_message(deadline, "answer to \"end\"");
+            const auto received = next_message(deadline, answer_to("end"));
             if (answers_end(received))
             {
                 --unanswered_ends_;
@@ -173,7 +180,7 @@ void client::end()
         {
         }
     } while (now_() < deadline);
-    throw_timeout("answer to \"end\"");
+    throw_timeout(answer_to("end"));
 }
 
 void client::forward_log(std::string_view level, log_handler handler)
@@ -293,7 +300,7 @@ std::optional<message> client::poll_message(time_point deadline)
 }
 
 /** The same for a message that must come; while one keeps coming on a slow line, the deadline moves on. */
-message client::next_message(time_point &deadline, const char *awaited)
+message client::next_message(time_point &deadline, const std::string &awaited)
 {
     while (true)
     {
@@ -312,7 +319,7 @@ message client::next_message(time_point &deadline, const char *awaited)
 }
 
 /** The same without what still comes in answer to earlier "end"s. */
-message client::next_answer(time_point &deadline, const char *awaited)
+message client::next_answer(time_point &deadline, const std::string &awaited)
 {
     while (true)
     {
@@ -376,7 +383,7 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
     auto deadline = now_() + timeouts_.answer;
     do
     {
-        auto received = next_answer(deadline, "answer");
+        auto received = next_answer(deadline, answer_to(command));
         throw_on_error(received);
         if (!is_frame(received))
         {
@@ -388,7 +395,7 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
             handler(decode(received));
         }
     } while (now_() < deadline);
-    throw_timeout("answer");
+    throw_timeout(answer_to(command));
 }
 
 /** Throws when a message is not the answer to a command. */

@@ -171,8 +171,8 @@ private:
     void send_end(std::chrono::milliseconds timeout);
     std::chrono::milliseconds repeat_end(std::chrono::milliseconds left);
     std::optional<message> poll_message(time_point deadline);
-    message next_message(time_point &deadline, const char *awaited);
-    message next_answer(time_point &deadline, const char *awaited);
+    message next_message(time_point &deadline, const std::string &awaited);
+    message next_answer(time_point &deadline, const std::string &awaited);
     bool take_late_answer(const message &received);
     bool deliver_log(const nlohmann::json &header);
     nlohmann::json request(const nlohmann::json &command);
