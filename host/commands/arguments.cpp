@@ -14,6 +14,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "version.h"
 

@@ -11,6 +11,7 @@
 
 #include "calibration_file.h"
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "recording/output_file.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
@@ -69,7 +70,7 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     replace_files({{.path = options.output, .text = calibration_text(metadata->calibrations)}});
     if (options.json)
     {
-        out << calibration_text(metadata->calibrations);
+        out << printable_json(calibration_text(metadata->calibrations));
         return exit_code::success;
     }
     for (const auto &entry : metadata->calibrations)

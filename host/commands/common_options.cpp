@@ -5,6 +5,8 @@
 
 #include <ostream>
 
+#include "commands/printable.h"
+
 namespace vantor
 {
 
@@ -40,7 +42,7 @@ command_option configuration_argument(std::filesystem::path &target)
 void print_json(std::ostream &out, const nlohmann::ordered_json &document)
 {
     using on_error = nlohmann::ordered_json::error_handler_t;
-    out << document.dump(2, ' ', false, on_error::replace) << "\n";
+    out << printable_json(document.dump(2, ' ', false, on_error::replace)) << "\n";
 }
 
 } // namespace vantor

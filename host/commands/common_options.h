@@ -27,7 +27,8 @@ command_option recording_argument(std::filesystem::path &target);
 /** The argument CONFIG. */
 command_option configuration_argument(std::filesystem::path &target);
 
-/** Prints JSON for programs; bytes that are not UTF-8, which file names may contain, are replaced. */
+/** Prints JSON for programs. Bytes that are not UTF-8, which file names may contain, are replaced, and
+ * characters that would control a terminal are escaped. */
 void print_json(std::ostream &out, const nlohmann::ordered_json &document);
 
 } // namespace vantor

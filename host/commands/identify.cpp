@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "commands/server_description.h"
 #include "commands/text_table.h"
 #include "vantor/client.h"

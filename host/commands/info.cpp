@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "recording/frame_table.h"
 #include "recording/recording_error.h"

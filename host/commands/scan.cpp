@@ -12,8 +12,8 @@
 
 #include "commands/common_options.h"
 #include "commands/deadline_link.h"
+#include "commands/printable.h"
 #include "commands/server_description.h"
-#include "commands/text_table.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 

@@ -8,7 +8,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
-#include "commands/text_table.h"
+#include "commands/printable.h"
 #include "selftest/selftest.h"
 
 namespace vantor

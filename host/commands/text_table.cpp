@@ -43,13 +43,6 @@ void text_table::print(std::ostream &out) const
     }
 }
 
-std::string printable(std::string text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7F; }, '?');
-    return text;
-}
-
 std::string fixed(double value, int digits)
 {
     std::ostringstream text;

@@ -29,9 +29,6 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-/** A text of a server or a file for a terminal: without characters that would control it. */
-std::string printable(std::string text);
-
 /** Writes a number with so many digits after the point. */
 std::string fixed(double value, int digits);
 

@@ -9,6 +9,7 @@
 
 #include "check/configuration_check.h"
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "configuration.h"
 
 namespace vantor
@@ -27,17 +28,14 @@ void print(std::ostream &out, const std::string &file, const std::vector<configu
 {
     for (const auto &fault : faults)
     {
-        out << file << ": " << (fault.pointer.empty() ? "the document" : fault.pointer) << ": got "
-            << fault.got << "; allowed: " << fault.allowed;
-        if (!fault.nearest.empty())
-        {
-            out << "; nearest: " << fault.nearest;
-        }
-        out << "\n";
+        const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
+        const auto nearest = fault.nearest.empty() ? "" : "; nearest: " + fault.nearest;
+        out << printable(file + ": " + place + ": got " + fault.got + "; allowed: " + fault.allowed + nearest)
+            << "\n";
     }
     if (faults.empty())
     {
-        out << file << ": no fault found\n";
+        out << printable(file) << ": no fault found\n";
     }
 }
 

@@ -60,7 +60,8 @@ void line_too_long(bench &on)
 {
     const auto refused = send_until_refused(on);
     const std::string expected = "the error \"line_too_long\"";
-    check(refused.has_value(), expected, "nothing after " + std::to_string(longest_line) + " bytes");
+    check(refused.has_value(), expected,
+          "nothing after "s.append(std::to_string(longest_line)).append(" bytes"));
     check(refused->header.value("code", nlohmann::json()) == "line_too_long", expected,
           describe(refused->header));
     const auto more = on.receive(pause_after_line);

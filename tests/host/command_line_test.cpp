@@ -508,14 +508,17 @@ TEST(command_line, lets_no_server_control_the_terminal)
 {
     fake_server server;
     server.on("configure", [](host_connection &host, const json &) {
-        host.send({{"status", "error"}, {"code", "busy"}, {"message", "\x1b[2J\r\n"}, {"payload_size", 0}},
+        host.send({{"status", "error"},
+                   {"code", "busy"},
+                   {"message", "\x1b[2J\u009b\u202e\r\n"},
+                   {"payload_size", 0}},
                   "");
     });
     const test::temporary_directory directory;
     const auto result =
         run({"calibrate", "--output", (directory / "out.json").string(), "--connect", server.address()});
     EXPECT_EQ(result.code, exit_code::refused);
-    EXPECT_EQ(result.err, "vantor: ?[2J?? (busy)\n");
+    EXPECT_EQ(result.err, "vantor: ?[2J???? (busy)\n");
 }
 
 TEST(command_line, keeps_no_empty_list_of_calibrations)
