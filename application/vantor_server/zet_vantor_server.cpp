@@ -630,7 +630,7 @@ constexpr command_t commands[] = {
     {"end", plain_fields, plain_usage, any_state, obey_end},
     {"baudrate", baudrate_fields,
      "Send \"baudrate\" with \"baudrate\", a whole number from 1 to the \"max_baudrate\" that \"identify\" "
-     "tells, and no other member.",
+     "reports, and no other member.",
      SESSION_IDLE | SESSION_CONFIGURED, obey_baudrate},
     {"log", log_fields,
      "Send \"log\" with \"level\" set to \"OFF\", \"ERROR\", \"WARNING\", \"INFO\", \"VERBOSE\" or "

@@ -3,6 +3,9 @@
  */
 #include "commands/server_description.h"
 
+#include <cmath>
+#include <cstdint>
+
 namespace vantor
 {
 
@@ -36,6 +39,17 @@ nlohmann::ordered_json to_json(const board_info &board)
     return document;
 }
 
+/** A number as JSON: a whole one, as in the protocol, when it is one. */
+nlohmann::ordered_json to_json(double number)
+{
+    constexpr double most = 9007199254740992.0; // up to which each whole number has a form of its own
+    if (number <= most && number == std::floor(number))
+    {
+        return static_cast<std::uint64_t>(number);
+    }
+    return number;
+}
+
 } // namespace
 
 nlohmann::ordered_json to_json(const std::string &where, const server_info &info)
@@ -46,7 +60,7 @@ nlohmann::ordered_json to_json(const std::string &where, const server_info &info
                                        {"sensor", info.sensor},
                                        {"sensor_count", info.sensor_count},
                                        {"connected_sensors", info.connected_sensors},
-                                       {"ticks_per_second", info.ticks_per_second},
+                                       {"ticks_per_second", to_json(info.ticks_per_second)},
                                        {"max_baudrate", info.max_baudrate}};
     if (info.board)
     {

@@ -84,7 +84,9 @@ TEST(command_line, identifies_a_server)
     const auto text = run({"identify", "--connect", server.address()});
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr("k330, 5 places, connected: 1, 2"));
-    const auto about = json::parse(run({"identify", "--connect", server.address(), "--json"}).out);
+    const auto output = run({"identify", "--connect", server.address(), "--json"}).out;
+    EXPECT_THAT(output, HasSubstr("\"ticks_per_second\": 1000000,"));
+    const auto about = json::parse(output);
     EXPECT_EQ(about["address"], server.address());
     EXPECT_EQ(about["connected_sensors"], json({1, 2}));
 }
