@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "time_left.h"
+
 namespace vantor::selftest
 {
 namespace
@@ -14,10 +16,10 @@ namespace
 /** Longest text of a message in a line of the report. */
 constexpr std::size_t longest_description = 200;
 
-/** How long a server was waited for, as text. */
+/** That a server sent nothing, as text. */
 std::string silence(std::chrono::milliseconds timeout)
 {
-    return "nothing within " + std::to_string(timeout.count()) + " ms";
+    return "nothing" + within(timeout);
 }
 
 } // namespace
@@ -28,6 +30,11 @@ void check(bool condition, const std::string &expected, const std::string &got)
     {
         throw case_failed(expected, got);
     }
+}
+
+std::string within(std::chrono::milliseconds timeout)
+{
+    return " within " + std::to_string(timeout.count()) + " ms";
 }
 
 std::string describe(const nlohmann::json &value)
@@ -109,6 +116,16 @@ const server_info &bench::server() const
 std::unique_ptr<link> bench::open_link() const
 {
     return open_links_();
+}
+
+bench::time_point bench::after(std::chrono::milliseconds span) const
+{
+    return now_() + span;
+}
+
+std::chrono::milliseconds bench::time_until(time_point moment) const
+{
+    return time_left(moment, now_);
 }
 
 const std::vector<unsigned> &bench::sensors() const
@@ -247,19 +264,29 @@ void bench::check_ticks(const frame &received)
     ticks_ = std::move(ticks);
 }
 
+bench::stream_end bench::next_after_frames(const std::string &awaited)
+{
+    const auto deadline = after(timeouts_.answer);
+    for (unsigned frames = 0;; ++frames)
+    {
+        auto received = receive(time_until(deadline));
+        if (received && !is_frame(*received))
+        {
+            return {.answer = std::move(*received), .frames = frames};
+        }
+        check(received && time_until(deadline).count() > 0, awaited,
+              (frames == 0 ? "nothing" : "only frames") + within(timeouts_.answer));
+        check_frame(*received);
+    }
+}
+
 unsigned bench::end_stream(const std::string &command)
 {
     send(nlohmann::json({{"command", command}}).dump() + "\n");
     const std::string awaited = "the answer \"ok\" to \"" + command + "\"";
-    unsigned frames = 0;
-    auto received = next(awaited);
-    for (; is_frame(received); received = next(awaited))
-    {
-        check_frame(received);
-        ++frames;
-    }
-    check(received.header["status"] == "ok" && received.header.value("command", nlohmann::json()) == command,
-          awaited, describe(received.header));
+    const auto [answer, frames] = next_after_frames(awaited);
+    check(answer.header["status"] == "ok" && answer.header.value("command", nlohmann::json()) == command,
+          awaited, describe(answer.header));
     return frames;
 }
 

@@ -61,6 +61,9 @@ void check(bool condition, const std::string &expected, const std::string &got);
 /** A JSON value as text, cut to the length of a line. */
 std::string describe(const nlohmann::json &value);
 
+/** How long a server was waited for, as text. */
+std::string within(std::chrono::milliseconds timeout);
+
 /** How often a link is opened while the server has not noticed yet that the host before is gone. */
 inline constexpr int attempts_while_busy = 100;
 
@@ -75,6 +78,8 @@ struct link_traits
 class bench
 {
 public:
+    using time_point = std::chrono::steady_clock::time_point;
+
     /**
      * @param open_links  opens a link to the server
      * @param traits      what kind of link that is
@@ -106,6 +111,12 @@ public:
     {
         return timeouts_;
     }
+
+    /** A moment from now, by the clock of the links. */
+    [[nodiscard]] time_point after(std::chrono::milliseconds span) const;
+
+    /** The time left until a moment; none when it is over. */
+    [[nodiscard]] std::chrono::milliseconds time_until(time_point moment) const;
 
     /** Opens one more link, while the host is gone. */
     [[nodiscard]] std::unique_ptr<link> open_link() const;
@@ -161,6 +172,17 @@ public:
 
     /** Checks a frame: its payload and its shape fit the metadata, and no tick goes back. */
     frame check_frame(const message &received);
+
+    /** What ended a number of frames. */
+    struct stream_end
+    {
+        message answer;
+        unsigned frames = 0;
+    };
+
+    /** The next message that is not a frame, within the time-out of an answer; checks the frames before it.
+     */
+    stream_end next_after_frames(const std::string &awaited);
 
     /** Sends a command that ends a stream, checks the frames before its answer; returns their number. */
     unsigned end_stream(const std::string &command);

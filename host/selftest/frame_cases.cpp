@@ -86,6 +86,7 @@ public:
         left_out_before_ = before.at("frames_left_out");
         left_out_[0] = 0;
         on.execute({{"command", "start"}});
+        await_statistics();
         for (std::size_t answers = 0; answers < count;)
         {
             answers += take_message(count) ? 1U : 0U;
@@ -120,10 +121,11 @@ private:
     /** Takes a frame or statistics; true for statistics. */
     bool take_message(std::size_t count)
     {
-        const auto received = on_.receive(on_.timeouts().frame);
+        const auto received = on_.receive(on_.time_until(deadline_));
         check(received.has_value(), "a frame", "nothing");
         if (bench::is_frame(*received))
         {
+            check(on_.time_until(deadline_).count() > 0, "the answer to \"stats\"", "only frames");
             take_frame(on_.check_frame(*received), count);
             return false;
         }
@@ -132,7 +134,14 @@ private:
               describe(header));
         left_out_[header.at("frames").get<std::uint64_t>() - frames_before_] =
             header.at("frames_left_out").get<std::int64_t>() - left_out_before_;
+        await_statistics();
         return true;
+    }
+
+    /** A frame and the statistics after it may take as long as a frame on demand. */
+    void await_statistics()
+    {
+        deadline_ = on_.after(on_.timeouts().frame);
     }
 
     /** Keeps the tick of a frame and asks for the statistics. */
@@ -164,6 +173,7 @@ private:
     }
 
     bench &on_;
+    bench::time_point deadline_; // of the next statistics
     std::uint64_t frames_before_ = 0;
     std::int64_t left_out_before_ = 0;
     std::uint32_t last_tick_ = 0;                    // at first that of a frame on demand

@@ -39,11 +39,7 @@ void configure_while_streaming(bench &on)
     on.execute({{"command", "start"}});
     on.send(command.dump() + "\n");
     const std::string awaited = "the error \"wrong_state\"";
-    auto received = on.next(awaited);
-    for (; bench::is_frame(received); received = on.next(awaited))
-    {
-        on.check_frame(received);
-    }
+    const auto received = on.next_after_frames(awaited).answer;
     check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
     on.next_frame(); // the stream goes on
     on.end_stream("stop");
@@ -55,20 +51,21 @@ bool is_busy(const message &received)
     return received.header.value("code", json()) == "busy";
 }
 
-/** The first message that arrives over a link. */
-message first_message(link &line, const client_timeouts &timeouts, const std::string &awaited)
+/** The first message that arrives over a link, within the time-out of an answer. */
+message first_message(const bench &on, link &line, const std::string &awaited)
 {
+    const auto deadline = on.after(on.timeouts().answer);
     message_parser parser;
     std::array<std::byte, 4096> buffer{};
     while (true)
     {
+        const auto count = line.read_some(buffer, on.time_until(deadline));
+        parser.feed(std::span(buffer).first(count));
         if (auto received = parser.next())
         {
             return std::move(*received);
         }
-        const auto count = line.read_some(buffer, timeouts.answer);
-        check(count > 0, awaited, "nothing");
-        parser.feed(std::span(buffer).first(count));
+        check(on.time_until(deadline).count() > 0, awaited, "no message" + within(on.timeouts().answer));
     }
 }
 
@@ -78,7 +75,7 @@ message answer_to_stop(bench &on, const std::string &awaited)
     constexpr std::string_view command = "{\"command\":\"stop\"}\n";
     const auto line = on.open_link();
     line->write(std::as_bytes(std::span(command)), on.timeouts().answer);
-    return first_message(*line, on.timeouts(), awaited);
+    return first_message(on, *line, awaited);
 }
 
 /** Checks that no session is left for the next host. */

@@ -43,6 +43,18 @@ protected:
         });
     }
 
+    /** Sends frames of a stream, one every 50 ms. */
+    void send_frames(host_connection &host, int count)
+    {
+        const auto session = test::example_session();
+        for (int i = 0; i < count; ++i)
+        {
+            server.pause(50ms);
+            host.send(session.frame_header(number), session.frame_payload(number));
+            ++number;
+        }
+    }
+
     /** How a case ended, from a run with --json. */
     json result(const std::string &name)
     {
@@ -64,7 +76,21 @@ protected:
     std::ostringstream out;
     std::ostringstream err;
     selftest_options options;
+
+private:
+    std::uint32_t number = 0; // of the next frame
 };
+
+/** More frames than come within any time-out. */
+constexpr int many = 1000;
+
+/** An answer that says that a command was executed, and perhaps more. */
+json plain_answer(const json &command, const json &members = json::object())
+{
+    json answer = {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
+    answer.update(members);
+    return answer;
+}
 
 /** A reaction that does nothing. */
 void stay_silent(host_connection & /*host*/, const json & /*command*/)
@@ -104,6 +130,65 @@ TEST_F(selftest_test, does_not_wait_for_another_host_to_go)
     });
     EXPECT_THROW(run(), server_error);
     EXPECT_EQ(tries, 1);
+}
+
+TEST_F(selftest_test, fails_a_stream_that_does_not_stop_and_goes_on)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        host.send(plain_answer(command), "");
+        send_frames(host, 3);
+    });
+    server.on("stop", [this](host_connection &host, const json &) { send_frames(host, many); });
+    options.json = true;
+    EXPECT_EQ(run(), exit_code::failure);
+    const auto session = result("a session runs from configure to end");
+    EXPECT_EQ(session.value("expected", ""), "the answer \"ok\" to \"stop\"");
+    EXPECT_EQ(session.value("got", ""), "only frames within 5000 ms");
+    EXPECT_EQ(result("frames come on demand")["result"], "ok");
+}
+
+TEST_F(selftest_test, fails_an_answer_that_never_comes_between_frames)
+{
+    server.on("configure", [this](host_connection &host, const json &) {
+        auto metadata = test::example_session().metadata;
+        metadata["tick_period"] = 100000;
+        host.send(metadata, "");
+        server.on("stats", [](host_connection &other, const json &command) {
+            other.send(plain_answer(command, {{"frames", 0}, {"frames_left_out", 0}}), "");
+        });
+    });
+    server.on("frame", [this](host_connection &host, const json &) { send_frames(host, 1); });
+    server.on("start", [this](host_connection &host, const json &command) {
+        host.send(plain_answer(command), "");
+        server.on("stats", stay_silent);
+        send_frames(host, many);
+    });
+    options.json = true;
+    EXPECT_EQ(run(), exit_code::failure);
+    const auto pace = result("frames keep the pace");
+    EXPECT_EQ(pace.value("expected", ""), "the answer to \"stats\"");
+    EXPECT_EQ(pace.value("got", ""), "only frames");
+}
+
+TEST_F(selftest_test, fails_an_answer_that_never_ends)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        host.send(plain_answer(command), "");
+        send_frames(host, 1);
+    });
+    server.on("stop", [this](host_connection &host, const json &) {
+        for (int i = 0; i < many; ++i)
+        {
+            server.pause(50ms);
+            host.send("x");
+        }
+    });
+    selftest::bench network(server.links(), {.closes_with_host = true}, {}, clock.source());
+    options.json = true;
+    EXPECT_EQ(run_selftest(options, {out, err}, network), exit_code::failure);
+    const auto lost = result("the session of a lost host ends");
+    EXPECT_THAT(lost.value("expected", ""), StartsWith("the error \"wrong_state\" to \"stop\""));
+    EXPECT_EQ(lost.value("got", ""), "no message within 5000 ms");
 }
 
 TEST_F(selftest_test, finds_every_wrong_member_of_a_description)
