@@ -24,10 +24,15 @@ constexpr const char *selftest_footer = R"(Examples:
       the simulated server
   vantor selftest --connect serial:/dev/ttyACM0@115200
       a board with a new port
+  vantor selftest --connect tcp:127.0.0.1:6110 --timeout 60
+      a slow link, or an emulated board on a busy machine
 
 Takes up to a minute, and nobody else may use the server meanwhile. One line for each case: "ok", "FAILED" with
 what was expected, what came and where to look, or "skipped" with the reason. The exit code is 1 when a case
 failed. docs/selftest.md describes the cases.)";
+
+/** Longest time that a server may be given, in seconds. */
+constexpr std::uint64_t longest_timeout = 600;
 
 /** How many cases ended in which way. */
 struct case_counts
@@ -89,7 +94,7 @@ nlohmann::ordered_json case_document(const case_result &result)
 exit_code test_server(const selftest_options &options, const command_streams &streams)
 {
     const auto where = parse_address(options.connect);
-    const client_timeouts timeouts;
+    const auto timeouts = timeouts_of(options);
     selftest::bench on([where, timeouts] { return open_link(where, timeouts.connect); },
                        {.serial = std::holds_alternative<serial_address>(where),
                         .closes_with_host = std::holds_alternative<tcp_address>(where)},
@@ -98,6 +103,16 @@ exit_code test_server(const selftest_options &options, const command_streams &st
 }
 
 } // namespace
+
+client_timeouts timeouts_of(const selftest_options &options)
+{
+    client_timeouts timeouts;
+    if (options.timeout > 0)
+    {
+        timeouts.answer = timeouts.configure = timeouts.frame = std::chrono::seconds(options.timeout);
+    }
+    return timeouts;
+}
 
 exit_code run_selftest(const selftest_options &options, const command_streams &streams, selftest::bench &on)
 {
@@ -133,11 +148,18 @@ exit_code run_selftest(const selftest_options &options, const command_streams &s
 command selftest_command()
 {
     auto options = std::make_shared<selftest_options>();
-    return {.name = "selftest",
-            .help = "Test a server: prove that a board and its port work.",
-            .footer = selftest_footer,
-            .options = {connect_option(options->connect), json_flag(options->json)},
-            .run = [options](const command_streams &streams) { return test_server(*options, streams); }};
+    return {
+        .name = "selftest",
+        .help = "Test a server: prove that a board and its port work.",
+        .footer = selftest_footer,
+        .options = {connect_option(options->connect),
+                    {.name = "--timeout",
+                     .help = "How long an answer, a configuration and a frame may each take, in seconds; 5, "
+                             "60 and 10 when not given",
+                     .value = whole_number_value{.target = &options->timeout, .most = longest_timeout},
+                     .value_name = "SECONDS"},
+                    json_flag(options->json)},
+        .run = [options](const command_streams &streams) { return test_server(*options, streams); }};
 }
 
 } // namespace vantor

@@ -4,6 +4,7 @@
 #ifndef VANTOR_SELFTEST_COMMAND_H
 #define VANTOR_SELFTEST_COMMAND_H
 
+#include <cstdint>
 #include <string>
 
 #include "commands/command.h"
@@ -16,8 +17,12 @@ namespace vantor
 struct selftest_options
 {
     std::string connect = "sim:";
+    std::uint64_t timeout = 0; /**< in seconds; 0 when it is not given */
     bool json = false;
 };
+
+/** How long to wait for what. */
+client_timeouts timeouts_of(const selftest_options &options);
 
 /**
  * Runs all cases of the self-test and prints how each ended.

@@ -39,9 +39,12 @@ def vantor(*arguments, **options):
     return subprocess.run([VANTOR, *map(str, arguments)], capture_output=True, text=True, check=False, **options)
 
 
-def self_test(address, *options):
-    """Runs `vantor selftest`, some of whose cases wait for the server's own time-outs."""
-    return vantor("selftest", "--connect", address, *options, timeout=8 * TIME_OUT)
+def self_test(address, *options, seconds=60):
+    """
+    Runs `vantor selftest`, some of whose cases wait for the server's own time-outs. An answer may take some seconds:
+    longer than on any busy machine, unless a test waits for an answer that never comes.
+    """
+    return vantor("selftest", "--connect", address, "--timeout", seconds, *options, timeout=8 * TIME_OUT)
 
 
 class Server:

@@ -417,6 +417,20 @@ TEST(command_line, takes_lists_of_arguments_and_repeated_options)
     EXPECT_THAT(run({"scan", "--help"}).out, HasSubstr("DEVICE ..."));
 }
 
+TEST(command_line, takes_a_time_out_of_a_self_test_within_its_bounds)
+{
+    for (const char *seconds : {"0", "601", "5s", "-1"})
+    {
+        const auto refused = run({"selftest", "--timeout", seconds, "--connect", "tcp:127.0.0.1:1"});
+        EXPECT_EQ(refused.code, exit_code::usage) << seconds;
+    }
+    for (const char *seconds : {"1", "600"})
+    {
+        const auto tried = run({"selftest", "--timeout", seconds, "--connect", "tcp:127.0.0.1:1"});
+        EXPECT_EQ(tried.code, exit_code::no_connection) << seconds;
+    }
+}
+
 TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
 {
     EXPECT_EQ(run({"validate", "x", "a", "--bogus", "c"}).err,

@@ -97,6 +97,22 @@ void stay_silent(host_connection & /*host*/, const json & /*command*/)
 {
 }
 
+TEST_F(selftest_test, waits_as_long_as_it_is_told)
+{
+    server.on("ping", stay_silent);
+    server.on("configure", stay_silent);
+    options.timeout = 60;
+    options.json = true;
+    selftest::bench slow(server.links(), {}, timeouts_of(options), clock.source());
+    EXPECT_EQ(run_selftest(options, {out, err}, slow), exit_code::failure);
+    EXPECT_EQ(result("ping is answered").value("got", ""), "nothing within 60000 ms");
+    EXPECT_EQ(result("frames come on demand").value("got", ""), "nothing within 60000 ms");
+    EXPECT_EQ(timeouts_of(options).frame, 60s);
+    EXPECT_EQ(timeouts_of({}).answer, 5s);
+    EXPECT_EQ(timeouts_of({}).configure, 60s);
+    EXPECT_EQ(timeouts_of({}).frame, 10s);
+}
+
 TEST_F(selftest_test, ends_when_the_server_cannot_be_reached_any_more)
 {
     server.on("ping", [this](host_connection &, const json &) { server.on("end", stay_silent); });
