@@ -74,9 +74,10 @@ void bench::connect()
     server_ = host_->server();
 }
 
-/** Connects once. */
+/** Connects once. The server may be another one than before, with another clock. */
 void bench::open_host()
 {
+    first_reading_.reset();
     const auto open = [this] {
         auto opened = open_links_();
         line_ = opened.get();
@@ -181,6 +182,29 @@ void bench::refuse(std::string_view line, const std::string &code)
           awaited, describe(header));
     check(header.contains("message") && header["message"].is_string() && header["message"] != "",
           awaited + " with a text \"message\"", describe(header));
+}
+
+message bench::statistics()
+{
+    const auto asked = now_();
+    auto received = execute({{"command", "stats"}});
+    last_reading_.reset();
+    if (const auto uptime = received.header.find("uptime_s");
+        uptime != received.header.end() && uptime->is_number())
+    {
+        last_reading_ = {.uptime = std::chrono::duration<double>(uptime->get<double>()),
+                         .asked = asked,
+                         .answered = now_()};
+        first_reading_ = first_reading_.value_or(*last_reading_);
+    }
+    return received;
+}
+
+clock_reading bench::read_clock()
+{
+    const auto received = statistics();
+    check(last_reading_.has_value(), "\"uptime_s\": a number", describe(received.header));
+    return *last_reading_;
 }
 
 void bench::ping()

@@ -74,6 +74,14 @@ struct link_traits
     bool closes_with_host = false; /**< the server can notice that its host is gone */
 };
 
+/** A reading of the server's clock, at a moment between two of the host's clock. */
+struct clock_reading
+{
+    std::chrono::duration<double> uptime{};
+    std::chrono::steady_clock::time_point asked;
+    std::chrono::steady_clock::time_point answered;
+};
+
 /** A server and the conversation with it. */
 class bench
 {
@@ -151,6 +159,18 @@ public:
     /** Sends a line, which must be refused with a code. */
     void refuse(std::string_view line, const std::string &code);
 
+    /** Asks for the statistics, and reads the clock by them. */
+    message statistics();
+
+    /** Reads the server's clock; ends the case as failed when the statistics lack it. */
+    clock_reading read_clock();
+
+    /** The first reading of the clock since the server was connected. */
+    [[nodiscard]] const std::optional<clock_reading> &first_reading() const noexcept
+    {
+        return first_reading_;
+    }
+
     /** Checks that the server executes the next command. */
     void ping();
 
@@ -209,6 +229,8 @@ private:
     std::shared_ptr<const session_metadata> metadata_;
     std::vector<std::uint32_t> ticks_; // of the items of the last frame
     std::vector<log_line> log_;
+    std::optional<clock_reading> first_reading_;
+    std::optional<clock_reading> last_reading_; // nothing when the last statistics had none
 };
 
 /** An item that takes little time and few bytes on any board. */

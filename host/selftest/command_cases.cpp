@@ -180,14 +180,14 @@ void calibrations(bench &on)
 /** The statistics before and after some commands, and the bytes between. */
 void statistics(bench &on)
 {
-    const auto first = on.execute({{"command", "stats"}});
+    const auto first = on.statistics();
     const auto sent = on.bytes_sent();
     on.ping();
     on.refuse("{\"command\":\"bing\"}\n", "unknown_command");
     on.configure(small_session(on));
     on.measure();
     on.execute({{"command", "end"}});
-    const auto last = on.execute({{"command", "stats"}});
+    const auto last = on.statistics();
     const auto check_growth = [&](const char *name, std::uint64_t expected) {
         check_number(first.header, name, 0, std::numeric_limits<std::int64_t>::max());
         check_number(last.header, name, 0, std::numeric_limits<std::int64_t>::max());

@@ -81,7 +81,7 @@ public:
     paced_stream(bench &on, std::size_t count) : on_(on)
     {
         last_tick_ = on.measure().items()[0].tick;
-        const auto before = on.execute({{"command", "stats"}}).header;
+        const auto before = on.statistics().header;
         frames_before_ = before.at("frames");
         left_out_before_ = before.at("frames_left_out");
         left_out_[0] = 0;
@@ -203,14 +203,14 @@ void many_frames(bench &on)
 {
     constexpr unsigned count = 1000;
     on.configure(small_session(on));
-    const std::uint64_t before = on.execute({{"command", "stats"}}).header.at("frames");
+    const std::uint64_t before = on.statistics().header.at("frames");
     on.execute({{"command", "start"}});
     for (unsigned i = 0; i < count; ++i)
     {
         on.next_frame();
     }
     const auto received = count + on.end_stream("stop");
-    const auto sent = on.execute({{"command", "stats"}}).header.at("frames").get<std::uint64_t>() - before;
+    const auto sent = on.statistics().header.at("frames").get<std::uint64_t>() - before;
     check(received == sent, std::to_string(sent) + " frames, as \"stats\" counts them",
           std::to_string(received) + " frames");
 }

@@ -70,7 +70,8 @@ std::string bring_to_rest(bench &on)
 std::vector<selftest_case> all_cases()
 {
     std::vector<selftest_case> all;
-    for (auto *const list : {command_cases, input_cases, frame_cases, session_cases, baudrate_cases})
+    for (auto *const list :
+         {command_cases, input_cases, frame_cases, clock_cases, session_cases, baudrate_cases})
     {
         auto cases = list();
         std::move(cases.begin(), cases.end(), std::back_inserter(all));

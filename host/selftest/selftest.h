@@ -48,6 +48,9 @@ std::vector<selftest_case> input_cases();
 /** Frames: their shape, their ticks, their number. */
 std::vector<selftest_case> frame_cases();
 
+/** The clock of the board beside that of the host. */
+std::vector<selftest_case> clock_cases();
+
 /** The baud rate of the link. */
 std::vector<selftest_case> baudrate_cases();
 

@@ -10,6 +10,7 @@ from vantor_process import TIME_OUT, Server, self_test, vantor
 
 FIXED_RATE = {"the baud rate changes and changes back", "without a ping the baud rate falls back"}
 LOST_HOST = {"the session of a lost host ends"}
+CLOCK = {"the clock keeps time"}  # skipped when it is virtual
 
 
 class FaultyServer(threading.Thread):
@@ -204,6 +205,19 @@ class LosesFrame(FaultyServer):
         return None if self.frames == 500 and "result_info" in header else header
 
 
+class RunsFast(FaultyServer):
+    """Counts twelve times as fast as it says, from the first statistics on."""
+
+    first = None
+
+    def change(self, header):
+        if "uptime_s" not in header:
+            return header
+        if self.first is None:
+            self.first = header["uptime_s"]
+        return {**header, "uptime_s": self.first + 12 * (header["uptime_s"] - self.first)}
+
+
 class LeaksMemory(FaultyServer):
     """Reports a few bytes more in use after each session."""
 
@@ -317,9 +331,10 @@ class SelfTest(unittest.TestCase):
         self.assertTrue(all(case["reason"] for case in cases["skipped"].values()))
         self.assertGreaterEqual(len(cases["ok"]), 30)
 
-    def finds(self, kind, case, expected, got, skipped=FIXED_RATE, seconds=60, **arguments):
+    def finds(self, kind, case, expected, got, skipped=FIXED_RATE | CLOCK, seconds=60, clock="virtual",
+              **arguments):
         """Tests a server with a fault, which exactly one case finds."""
-        with Server("--tcp", "0", "--clock", "virtual") as server, kind(server, **arguments) as faulty:
+        with Server("--tcp", "0", "--clock", clock) as server, kind(server, **arguments) as faulty:
             cases = self.results(faulty.address, seconds=seconds)
         self.assertEqual(set(cases["failed"]), {case}, cases["failed"])
         self.assertEqual(set(cases["skipped"]), skipped)
@@ -338,25 +353,25 @@ class GoodServers(SelfTest):
             self.passes(server.address, LOST_HOST)
 
     def test_a_private_simulated_server(self):
-        self.passes("sim:--clock virtual --sensors 1 --memory 65536", FIXED_RATE | LOST_HOST)
+        self.passes("sim:--clock virtual --sensors 1 --memory 65536", FIXED_RATE | LOST_HOST | CLOCK)
 
     def test_through_a_relay_without_a_fault(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, FaultyServer(server) as relay:
-            self.passes(relay.address, FIXED_RATE)
+            self.passes(relay.address, FIXED_RATE | CLOCK)
 
     def test_over_a_network_to_a_serial_line(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, SerialLine(server) as relay:
-            self.passes(relay.address, LOST_HOST)
+            self.passes(relay.address, LOST_HOST | CLOCK)
 
     def test_a_server_that_does_not_know_its_memory(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, Describes(server, {"memory": None}) as relay:
-            self.passes(relay.address, FIXED_RATE | {"memory is as before after 20 sessions"})
+            self.passes(relay.address, FIXED_RATE | CLOCK | {"memory is as before after 20 sessions"})
 
     def test_results_are_printed_for_people(self):
         result = self_test("sim:--clock virtual")
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
-        self.assertEqual(summary, f"{len(cases) - 3} passed, 0 failed, 3 skipped")
+        self.assertEqual(summary, f"{len(cases) - 4} passed, 0 failed, 4 skipped")
         self.assertEqual(cases[0], "ok       identify describes the server")
         self.assertIn("skipped  the baud rate changes and changes back: the baud rate of this link is fixed", cases)
 
@@ -393,6 +408,10 @@ class PlantedFaults(SelfTest):
     def test_memory_in_pieces(self):
         self.finds(SplitsMemory, "memory is as before after 20 sessions", "largest free", "largest free")
 
+    def test_a_clock_that_runs_fast(self):
+        self.finds(RunsFast, "the clock keeps time", '"uptime_s" that grows by', r"^\d+\.\d+ s$", skipped=FIXED_RATE,
+                   clock="real")
+
     def test_a_session_that_outlives_its_host(self):
         self.finds(KeepsSession, "the session of a lost host ends", '"wrong_state"', "result_info|ok")
 
@@ -401,7 +420,7 @@ class PlantedFaults(SelfTest):
 
     def test_a_baud_rate_that_does_not_fall_back(self):
         self.finds(NeverFallsBack, "without a ping the baud rate falls back", "ping", "nothing within 10000 ms",
-                   skipped=LOST_HOST, seconds=10)
+                   skipped=LOST_HOST | CLOCK, seconds=10)
 
     def test_a_description_of_the_wrong_type(self):
         self.finds(Describes, "identify describes the server", '"server_version": a text', '""',
@@ -413,7 +432,7 @@ class PlantedFaults(SelfTest):
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stdout, r'FAILED   text that is not JSON is refused\n +expected: the error "bad_json"\n'
                                         r" +got: +\{.*unknown_command.*\}\n +look at: +that the port hands over")
-        self.assertRegex(result.stdout.splitlines()[-1], r"^\d+ passed, 1 failed, 2 skipped$")
+        self.assertRegex(result.stdout.splitlines()[-1], r"^\d+ passed, 1 failed, 3 skipped$")
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@
  */
 #include "commands/selftest.h"
 
+#include <functional>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -155,6 +156,9 @@ TEST_F(selftest_test, fails_a_stream_that_does_not_stop_and_goes_on)
         send_frames(host, 3);
     });
     server.on("stop", [this](host_connection &host, const json &) { send_frames(host, many); });
+    server.on("bing", [](host_connection &host, const json &) {
+        host.send({{"status", "error"}, {"code", "unknown_command"}, {"payload_size", 0}}, "");
+    });
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
     const auto session = result("a session runs from configure to end");
@@ -163,22 +167,25 @@ TEST_F(selftest_test, fails_a_stream_that_does_not_stop_and_goes_on)
     EXPECT_EQ(result("frames come on demand")["result"], "ok");
 }
 
-TEST_F(selftest_test, fails_an_answer_that_never_comes_between_frames)
+TEST_F(selftest_test, fails_statistics_that_never_come_between_frames)
 {
-    server.on("configure", [this](host_connection &host, const json &) {
+    server.on("stats", [](host_connection &host, const json &command) {
+        host.send(plain_answer(command, {{"frames", 0}, {"frames_left_out", 0}}), "");
+    });
+    server.on("configure", [this](host_connection &host, const json &command) {
         auto metadata = test::example_session().metadata;
         metadata["tick_period"] = 100000;
         host.send(metadata, "");
-        server.on("stats", [](host_connection &other, const json &command) {
-            other.send(plain_answer(command, {{"frames", 0}, {"frames_left_out", 0}}), "");
-        });
+        if (command["configuration"].contains("update_rate"))
+        {
+            server.on("start", [this](host_connection &streaming, const json &start) {
+                streaming.send(plain_answer(start), "");
+                server.on("stats", stay_silent);
+                send_frames(streaming, many);
+            });
+        }
     });
     server.on("frame", [this](host_connection &host, const json &) { send_frames(host, 1); });
-    server.on("start", [this](host_connection &host, const json &command) {
-        host.send(plain_answer(command), "");
-        server.on("stats", stay_silent);
-        send_frames(host, many);
-    });
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
     const auto pace = result("frames keep the pace");
@@ -266,6 +273,151 @@ TEST_F(selftest_test, skips_what_needs_a_sensor_when_none_is_connected)
                                                      {"result", "skipped"},
                                                      {"reason", "no sensor is connected"}}));
     EXPECT_EQ(result("ping is answered")["result"], "ok");
+}
+
+/** The case about the clock, alone, with a server whose clock does what the test wants. */
+class selftest_clock : public selftest_test
+{
+protected:
+    using uptime_source = std::function<std::chrono::milliseconds()>;
+
+    /** Has the server report an uptime. */
+    void report(const uptime_source &uptime)
+    {
+        server.on("stats", [=](host_connection &host, const json &command) {
+            const auto seconds = static_cast<double>(uptime().count()) / 1000.0;
+            host.send(plain_answer(command, {{"uptime_s", seconds}}), "");
+        });
+    }
+
+    /** The uptime of a clock that runs at some thousandths of the right speed. */
+    uptime_source at_speed(int thousandths)
+    {
+        return [this, thousandths] {
+            return std::chrono::floor<std::chrono::milliseconds>(clock.now() * thousandths / 1000);
+        };
+    }
+
+    /** How the case ends, and what it says when it does not pass. */
+    std::string outcome()
+    {
+        selftest::bench fresh(server.links(), {}, {}, clock.source());
+        fresh.connect();
+        return outcome(fresh);
+    }
+
+    /** The same on a bench that is connected. */
+    static std::string outcome(selftest::bench &bench)
+    {
+        try
+        {
+            selftest::clock_cases().front().run(bench);
+            return "ok";
+        }
+        catch (const selftest::case_failed &failure)
+        {
+            return "expected " + failure.details().expected + ", got " + failure.details().got;
+        }
+        catch (const selftest::case_skipped &reason)
+        {
+            return std::string("skipped: ") + reason.what();
+        }
+    }
+};
+
+TEST_F(selftest_clock, compares_two_seconds_to_two_per_cent)
+{
+    for (const int thousandths : {980, 1000, 1020})
+    {
+        report(at_speed(thousandths));
+        const auto begin = clock.now();
+        EXPECT_EQ(outcome(), "ok") << thousandths;
+        EXPECT_EQ(clock.now() - begin, 2s);
+    }
+    for (const int thousandths : {83, 978, 1022, 12000})
+    {
+        report(at_speed(thousandths));
+        EXPECT_THAT(outcome(),
+                    StartsWith("expected \"uptime_s\" that grows by 1.959000 s to 2.041000 s, got "))
+            << thousandths;
+    }
+}
+
+TEST_F(selftest_clock, allows_for_the_time_on_the_way)
+{
+    for (const auto &[growth, fits] : std::vector<std::pair<std::chrono::milliseconds, bool>>{
+             {1957ms, false}, {1960ms, true}, {4080ms, true}, {4083ms, false}})
+    {
+        auto uptime = 10000ms - growth / 2;
+        report([this, &uptime, growth = growth] {
+            server.pause(1s);
+            return uptime += growth / 2;
+        });
+        const auto result = outcome();
+        EXPECT_EQ(result == "ok", fits) << growth.count() << " ms: " << result;
+    }
+}
+
+TEST_F(selftest_clock, uses_the_time_since_the_first_statistics)
+{
+    for (const int thousandths : {960, 1000})
+    {
+        selftest::bench fresh(server.links(), {}, {}, clock.source());
+        fresh.connect();
+        report(at_speed(thousandths));
+        fresh.statistics();
+        clock.advance(1h);
+        const auto begin = clock.now();
+        const auto late = clock.now() * (1000 - thousandths) / 1000;
+        report([this, late] { return std::chrono::floor<std::chrono::milliseconds>(clock.now() - late); });
+        EXPECT_EQ(outcome(fresh) == "ok", thousandths == 1000);
+        EXPECT_EQ(clock.now() - begin, 100ms); // at rest
+    }
+}
+
+TEST_F(selftest_clock, forgets_the_clock_of_an_earlier_server)
+{
+    selftest::bench fresh(server.links(), {}, {}, clock.source());
+    fresh.connect();
+    report([] { return 7000000ms; });
+    fresh.statistics();
+    fresh.connect();
+    report(at_speed(1000));
+    EXPECT_EQ(outcome(fresh), "ok");
+}
+
+TEST_F(selftest_clock, fails_a_clock_that_stands_still)
+{
+    report([] { return 7000ms; });
+    EXPECT_EQ(outcome(), "expected \"uptime_s\" that grows while the server is at rest, got it stands still");
+}
+
+TEST_F(selftest_clock, tells_a_clock_that_stands_still_at_rest_from_a_virtual_one)
+{
+    for (const auto &[pause, expected] :
+         std::vector<std::pair<std::chrono::milliseconds, std::string>>{{5s, "it stands still"},
+                                                                        {2600ms, "it stands still"},
+                                                                        {2400ms, "is virtual"},
+                                                                        {50ms, "is virtual"}})
+    {
+        auto uptime = 7000ms;
+        report([&] { return uptime; });
+        server.on("frame", [this, &uptime, pause = pause](host_connection &host, const json &) {
+            server.pause(pause - 50ms);
+            send_frames(host, 1);
+            uptime += 5s;
+        });
+        EXPECT_THAT(outcome(), EndsWith(expected)) << pause.count();
+    }
+    const auto configuration = test::last_command(server.lines(), "configure")["configuration"];
+    EXPECT_EQ(configuration["groups"][0][0]["config"]["frame_rate"], 0.2);
+}
+
+TEST_F(selftest_clock, needs_a_clock_and_its_uptime)
+{
+    EXPECT_THAT(outcome(), StartsWith("expected \"uptime_s\": a number, got {"));
+    describe_with({{"ticks_per_second", 999}});
+    EXPECT_EQ(outcome(), "skipped: the server has no clock that is fast enough");
 }
 
 } // namespace
