@@ -1,5 +1,5 @@
 /** @file
- * Tells what is wrong with a configuration document before a server sees it.
+ * Checks a configuration document before a server sees it.
  */
 #ifndef VANTOR_CONFIGURATION_CHECK_H
 #define VANTOR_CONFIGURATION_CHECK_H
@@ -12,9 +12,6 @@
 
 namespace vantor
 {
-
-/** The schema of configuration documents, docs/configuration.schema.json. */
-const nlohmann::json &configuration_schema();
 
 /**
  * Checks a document against the schema and, when each member by itself is right, against the rules between

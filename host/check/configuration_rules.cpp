@@ -3,11 +3,12 @@
  */
 #include "check/configuration_rules.h"
 
-#include <array>
+#include <algorithm>
 #include <cmath>
-#include <map>
 #include <sstream>
 #include <string>
+
+#include "sensor_knowledge.h"
 
 namespace vantor
 {
@@ -16,201 +17,210 @@ namespace
 
 using nlohmann::json;
 using pointer = json::json_pointer;
-using faults = std::vector<configuration_fault>;
 
-/** Most samples that a frame can have. */
-constexpr long most_samples = 16383;
-
-/** Relative difference up to which two rates count as equal. */
-constexpr double rate_tolerance = 1.0e-3;
-
-/** Length of a base step, in metres. */
-constexpr double base_step_m = 0.0025;
-
-/** The words of a sub-sweep's pulse repetition frequency, in hertz. */
-const std::map<std::string, double> pulse_frequencies = {{"19_5_MHz", 78.0e6 / 4}, {"15_6_MHz", 78.0e6 / 5},
-                                                         {"13_0_MHz", 78.0e6 / 6}, {"8_7_MHz", 78.0e6 / 9},
-                                                         {"6_5_MHz", 78.0e6 / 12}, {"5_2_MHz", 78.0e6 / 15}};
-
-/** The idle states, from the deepest. */
-const std::map<std::string, int> idle_states = {{"deep_sleep", 0}, {"sleep", 1}, {"ready", 2}};
-
-constexpr std::array subsweep_members = {"start_point",
-                                         "num_points",
-                                         "step_length",
-                                         "profile",
-                                         "hwaas",
-                                         "receiver_gain",
-                                         "enable_tx",
-                                         "enable_loopback",
-                                         "prf",
-                                         "phase_enhancement",
-                                         "iq_imbalance_compensation"};
-
-/** The farthest point whose echo comes before the next pulse, c / (2 PRF), in base steps. */
-long farthest_point(const std::string &prf)
+/** What the schema says of a member, of a configuration or of the document. */
+const json &definition(const std::string &name)
 {
-    constexpr double speed_of_light = 299792458.0;
-    return static_cast<long>(speed_of_light / (2.0 * pulse_frequencies.at(prf) * base_step_m));
+    const auto &schema = configuration_schema();
+    return schema[schema["properties"].contains(name) ? "properties" : "$defs"][name];
 }
 
 /** A number as text, without needless digits. */
 std::string to_text(double value)
 {
     std::ostringstream text;
+    text.precision(10);
     text << value;
     return text.str();
 }
 
-/** Reads a whole number that may be written with a fraction of zero. */
-long integer(const json &object, const char *name, long otherwise)
+/** A rule in one place of a document. */
+class placed_rule
 {
-    return static_cast<long>(object.value(name, static_cast<double>(otherwise)));
-}
-
-/** Sub-sweep members stand in one place. */
-void check_double_subsweeps(const json &config, const pointer &place, faults &found)
-{
-    if (!config.contains("subsweeps"))
+public:
+    /**
+     * @param rule    the rule, one of those in docs/k330.json
+     * @param object  the object that the rule is about
+     * @param parent  looked into for members that the object does not have
+     */
+    placed_rule(const json &rule, const json &object, const json &parent)
+        : rule_(rule), object_(object), parent_(parent)
     {
-        return;
     }
-    for (const char *name : subsweep_members)
+
+    /** Whether the rule holds or does not apply. */
+    [[nodiscard]] bool is_kept() const
     {
-        if (config.contains(name))
+        const auto conditions = rule_.value("when", json::array());
+        return holds() || !std::all_of(conditions.begin(), conditions.end(),
+                                       [&](const json &name) { return is_set(name); });
+    }
+
+    /** What to report when the rule is broken at a place. */
+    [[nodiscard]] configuration_fault fault(const pointer &place) const
+    {
+        const bool has_member = rule_.contains("at");
+        const auto where = has_member ? place / rule_["at"].get<std::string>() : place;
+        const auto got = has_member ? member(rule_["at"]).dump() : fill(rule_["got"]);
+        return {where.to_string(), got, fill(rule_["allowed"]),
+                rule_.contains("lower") ? lower() : fill(rule_["nearest"])};
+    }
+
+private:
+    /** A member, or else its default; null without either. */
+    [[nodiscard]] json member(const std::string &name) const
+    {
+        const auto &holder = object_.contains(name) ? object_ : parent_;
+        return holder.contains(name) ? holder[name] : definition(name).value("default", json());
+    }
+
+    /** Whether a member is neither missing, false nor 0. */
+    [[nodiscard]] bool is_set(const std::string &name) const
+    {
+        const auto value = member(name);
+        return !value.is_null() && value != false && value != 0;
+    }
+
+    /** A member as a number: of a word its place in the schema, of a list its length. */
+    [[nodiscard]] double number(const std::string &name) const
+    {
+        const auto value = member(name);
+        if (value.is_string())
         {
-            found.push_back({(place / name).to_string(), config[name].dump(),
-                             "not beside \"subsweeps\": move it into the objects there", ""});
+            const auto &words = definition(name)["enum"];
+            return static_cast<double>(std::find(words.begin(), words.end(), value) - words.begin());
         }
+        return value.is_array() ? static_cast<double>(value.size()) : value.get<double>();
     }
-}
 
-/** A sub-sweep ends before the echo of the pulse before comes in. */
-void check_distance(const json &subsweep, const pointer &place, faults &found)
-{
-    const long start = integer(subsweep, "start_point", 80);
-    const long step = integer(subsweep, "step_length", 1);
-    const long points = integer(subsweep, "num_points", 160);
-    const long last = start + (points - 1) * step;
-    const long farthest = farthest_point(subsweep.value("prf", "15_6_MHz"));
-    if (last > farthest)
+    /** The sum of a member over all sub-sweeps. */
+    [[nodiscard]] double sum(const std::string &name) const
     {
-        const std::string nearest =
-            start > farthest ? "\"start_point\": " + std::to_string(farthest) + ", \"num_points\": 1"
-                             : "\"num_points\": " + std::to_string((farthest - start) / step + 1);
-        found.push_back({place.to_string(), "a last point of " + std::to_string(last),
-                         "at most " + std::to_string(farthest) +
-                             " with this \"prf\": lower \"prf\", or use fewer "
-                             "points",
-                         nearest});
-    }
-}
-
-/** A frame does not have too many samples. */
-void check_frame_length(const json &config, const pointer &place, faults &found)
-{
-    long points = 0;
-    for (const auto &subsweep : config.value("subsweeps", json::array({config})))
-    {
-        points += integer(subsweep, "num_points", 160);
-    }
-    const long sweeps = integer(config, "sweeps_per_frame", 1);
-    if (points * sweeps > most_samples)
-    {
-        const long fitting = most_samples / points;
-        found.push_back(
-            {place.to_string(), std::to_string(points) + " points in " + std::to_string(sweeps) + " sweeps",
-             "at most " + std::to_string(most_samples) + " samples (points times sweeps) in a frame",
-             fitting > 0 ? "\"sweeps_per_frame\": " + std::to_string(fitting) : ""});
-    }
-}
-
-/** The sensor does not sleep deeper between sweeps than between frames. */
-void check_idle_states(const json &config, const pointer &place, faults &found)
-{
-    const std::string between_frames = config.value("inter_frame_idle_state", "deep_sleep");
-    const std::string between_sweeps = config.value("inter_sweep_idle_state", "ready");
-    if (idle_states.at(between_sweeps) < idle_states.at(between_frames))
-    {
-        found.push_back({(place / "inter_sweep_idle_state").to_string(), '"' + between_sweeps + '"',
-                         "not deeper than \"inter_frame_idle_state\", which is \"" + between_frames + '"',
-                         '"' + between_frames + '"'});
-    }
-}
-
-/** Continuous sweeps need rates that agree. */
-void check_continuous_sweeps(const json &config, const pointer &place, faults &found)
-{
-    if (!config.value("continuous_sweep_mode", false))
-    {
-        return;
-    }
-    const double sweeps = config.value("sweeps_per_frame", 1.0);
-    const double needed = config.value("frame_rate", 0.0) * sweeps;
-    const double given = config.value("sweep_rate", 0.0);
-    if (needed <= 0.0)
-    {
-        found.push_back({(place / "continuous_sweep_mode").to_string(), "true",
-                         "only with a \"frame_rate\" above 0", "false"});
-    }
-    else if (std::fabs(given - needed) > rate_tolerance * needed)
-    {
-        found.push_back({(place / "sweep_rate").to_string(), to_text(given),
-                         "\"frame_rate\" times \"sweeps_per_frame\", because of \"continuous_sweep_mode\"",
-                         to_text(needed)});
-    }
-}
-
-/** A frame rate stands alone: one group, no update rate. */
-void check_frame_rate(const json &document, const json &config, const pointer &place, faults &found)
-{
-    const double rate = config.value("frame_rate", 0.0);
-    if (rate == 0.0)
-    {
-        return;
-    }
-    const auto where = (place / "frame_rate").to_string();
-    if (document["groups"].size() > 1)
-    {
-        found.push_back({where, to_text(rate),
-                         "only in a session of one group; pace several groups with \"max_update_rate\"",
-                         "0"});
-    }
-    for (const char *name : {"max_update_rate", "update_rate"})
-    {
-        if (document.contains(name))
+        double total = 0.0;
+        for (const auto &subsweep : object_.value("subsweeps", json::array({object_})))
         {
-            found.push_back({where, to_text(rate), std::string("not together with \"") + name + '"', "0"});
+            total += placed_rule(rule_, subsweep, json::object()).number(name);
         }
+        return total;
+    }
+
+    /** The value of an expression: a number, a member, or an operation with its operands. */
+    [[nodiscard]] double evaluate(const json &expression) const
+    {
+        if (!expression.is_array())
+        {
+            return expression.is_string() ? number(expression) : expression.get<double>();
+        }
+        const std::string operation = expression[0];
+        if (operation == "sum")
+        {
+            return sum(expression[1]);
+        }
+        if (operation == "figure")
+        {
+            const auto &value = sensor_knowledge()["figures"][expression[1].get<std::string>()]["value"];
+            return value.is_object() ? value[member(expression[2]).get<std::string>()] : value;
+        }
+        const double first = evaluate(expression[1]);
+        const double second = evaluate(expression[2]);
+        return operation == "+" ? first + second : operation == "-" ? first - second : first * second;
+    }
+
+    /** Whether value and bound are in the relation that the rule asks for. */
+    [[nodiscard]] bool holds() const
+    {
+        const std::string relation = rule_["relation"];
+        if (relation == "absent")
+        {
+            return member(rule_["value"]).is_null();
+        }
+        const double value = evaluate(rule_["value"]);
+        const double bound = evaluate(rule_["bound"]);
+        return relation == "at most"    ? value <= bound
+               : relation == "at least" ? value >= bound
+               : relation == "above"    ? value > bound
+                                     : std::fabs(value - bound) <= rule_["tolerance"].get<double>() * bound;
+    }
+
+    /** A text of the rule, with values in the place of names in braces. */
+    [[nodiscard]] std::string fill(std::string text) const
+    {
+        for (auto begin = text.find('{'); begin != std::string::npos; begin = text.find('{', begin))
+        {
+            const auto name = text.substr(begin + 1, text.find('}', begin) - begin - 1);
+            const auto value = rule_.contains(name) ? to_text(evaluate(rule_[name])) : member(name).dump();
+            text.replace(begin, name.size() + 2, value);
+            begin += value.size();
+        }
+        return text;
+    }
+
+    /** The largest values with which the rule holds, of the members that it lowers one after the other. */
+    [[nodiscard]] std::string lower() const
+    {
+        json changed = object_;
+        const placed_rule changed_rule(rule_, changed, parent_);
+        std::string text;
+        for (const std::string name : rule_["lower"])
+        {
+            const long lowest = definition(name)["minimum"];
+            auto too_high = std::lround(changed_rule.number(name));
+            changed[name] = lowest;
+            const bool is_enough = changed_rule.holds();
+            for (long good = lowest; is_enough && too_high - good > 1;)
+            {
+                const long middle = good + (too_high - good) / 2;
+                changed[name] = middle;
+                (changed_rule.holds() ? good : too_high) = middle;
+                changed[name] = good;
+            }
+            text.insert(0, '"' + name + "\": " + changed[name].dump() + (text.empty() ? "" : ", "));
+            if (is_enough)
+            {
+                return text;
+            }
+        }
+        return {};
+    }
+
+    const json &rule_;
+    const json &object_;
+    const json &parent_;
+};
+
+/** Checks a rule in one place. */
+void check(const placed_rule &rule, const pointer &place, std::vector<configuration_fault> &found)
+{
+    if (!rule.is_kept())
+    {
+        found.push_back(rule.fault(place));
     }
 }
 
-/** The rules of one item's configuration. */
-void check_config(const json &document, const json &config, const pointer &place, faults &found)
+/** Checks the configuration of one item. */
+void check_config(const json &document, const json &config, const pointer &place,
+                  std::vector<configuration_fault> &found)
 {
-    check_double_subsweeps(config, place, found);
-    if (config.contains("subsweeps"))
+    const json nothing = json::object();
+    for (const auto &rule : sensor_knowledge()["rules"])
     {
+        if (rule["scope"] == "config" || !config.contains("subsweeps"))
+        {
+            check({rule, config, document}, place, found);
+            continue;
+        }
         for (std::size_t i = 0; i < config["subsweeps"].size(); ++i)
         {
-            check_distance(config["subsweeps"][i], place / "subsweeps" / i, found);
+            check({rule, config["subsweeps"][i], nothing}, place / "subsweeps" / i, found);
         }
     }
-    else
-    {
-        check_distance(config, place, found);
-    }
-    check_frame_length(config, place, found);
-    check_idle_states(config, place, found);
-    check_continuous_sweeps(config, place, found);
-    check_frame_rate(document, config, place, found);
 }
 
 } // namespace
 
 std::vector<configuration_fault> check_rules(const json &document)
 {
-    faults found;
+    std::vector<configuration_fault> found;
     const auto groups = document.value("groups", json::array());
     for (std::size_t group = 0; group < groups.size(); ++group)
     {

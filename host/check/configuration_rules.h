@@ -14,7 +14,7 @@ namespace vantor
 {
 
 /**
- * Holds a document against the rules between members.
+ * Checks a document against the rules between members, those of docs/k330.json.
  *
  * @param document  a document in which every member by itself is as the schema asks
  * @return all faults

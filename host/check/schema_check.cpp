@@ -1,5 +1,5 @@
 /** @file
- * Holds a document against a JSON Schema.
+ * Checks a document against a JSON Schema.
  */
 #include "check/schema_check.h"
 
@@ -139,7 +139,7 @@ public:
     {
     }
 
-    /** Holds a value against a schema. */
+    /** Checks a value against a schema. */
     void check(const json &value, const json &given, const json::json_pointer &place)
     {
         const auto &schema = resolve(given);
@@ -153,6 +153,7 @@ public:
         check_number(value, schema, place);
         check_pattern(value, schema, place);
         check_object(value, schema, place);
+        check_condition(value, schema, place);
         check_array(value, schema, place);
     }
 
@@ -272,6 +273,22 @@ private:
             const auto nearest = closest_word(name, names);
             add(place / name, "the member \"" + name + "\"", "no member of this name is known here",
                 nearest.empty() ? "" : '"' + nearest + '"');
+        }
+    }
+
+    /** Beside the members of "if", those of "then" are refused. */
+    void check_condition(const json &value, const json &schema, const json::json_pointer &place)
+    {
+        if (!schema.contains("if") || !value.contains(schema["if"]["required"][0].get<std::string>()))
+        {
+            return;
+        }
+        for (const auto &[name, refused] : schema["then"]["properties"].items())
+        {
+            if (value.contains(name))
+            {
+                add(place / name, shorten(value[name]), schema["then"]["description"]);
+            }
         }
     }
 

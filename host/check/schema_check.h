@@ -1,10 +1,10 @@
 /** @file
- * Holds a document against a JSON Schema.
+ * Checks a document against a JSON Schema.
  *
  * Of JSON Schema 2020-12 it knows what the configuration schema uses: "$ref" to "$defs", "type", "enum",
  * "const", "anyOf" of numbers, "minimum", "maximum", "pattern", "required", "properties",
- * "additionalProperties": false, "items", "minItems" and "maxItems". "if" and "then" are for editors; their
- * rule is among the rules between members.
+ * "additionalProperties": false, "items", "minItems" and "maxItems"; and that "if" an object has one
+ * "required" member, "then" others, whose schemas are false, are refused with the "description" given there.
  */
 #ifndef VANTOR_SCHEMA_CHECK_H
 #define VANTOR_SCHEMA_CHECK_H
@@ -19,7 +19,7 @@ namespace vantor
 {
 
 /**
- * Holds a document against a schema.
+ * Checks a document against a schema.
  *
  * @param document  the document
  * @param schema    the schema, with the members above only

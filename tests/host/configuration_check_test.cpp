@@ -11,6 +11,7 @@
 #include "check/schema_check.h"
 #include "configuration.h"
 #include "fake_server.h"
+#include "sensor_knowledge.h"
 
 namespace vantor
 {
@@ -145,6 +146,37 @@ TEST(configuration_check, finds_faults_outside_of_configurations)
               }),
               "/groups/0/0/config/frame_rate");
     EXPECT_EQ(with([](json &d) { d["groups"] = json(11, d["groups"][0]); }), "/groups");
+}
+
+TEST(configuration_check, says_what_breaks_a_rule_between_members)
+{
+    const std::string in_prf = " with this \"prf\": lower \"prf\", or use fewer points";
+    const std::vector<std::tuple<json, configuration_fault>> cases = {
+        {{{"start_point", 3800}},
+         {"", "a last point of 3959", "at most 3843" + in_prf, "\"num_points\": 44"}},
+        {{{"subsweeps", {json::object(), {{"start_point", 3600}, {"step_length", 2}, {"prf", "19_5_MHz"}}}}},
+         {"/subsweeps/1", "a last point of 3918", "at most 3074" + in_prf,
+          "\"start_point\": 3074, \"num_points\": 1"}},
+        {{{"subsweeps", {{{"num_points", 3000}}, {{"num_points", 2000}}}}, {"sweeps_per_frame", 200}},
+         {"", "1000000 samples", "at most 16383 samples (points times sweeps) in a frame",
+          "\"sweeps_per_frame\": 3"}},
+        {{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}},
+         {"/inter_sweep_idle_state", "\"sleep\"",
+          "not deeper than \"inter_frame_idle_state\", which is \"ready\"", "\"ready\""}},
+        {{{"continuous_sweep_mode", true}, {"sweep_rate", 5}},
+         {"/continuous_sweep_mode", "true", "only with a \"frame_rate\" above 0", "false"}},
+        {{{"continuous_sweep_mode", true}, {"frame_rate", 0.1}, {"sweeps_per_frame", 3}},
+         {"/sweep_rate", "0",
+          "\"frame_rate\" times \"sweeps_per_frame\", because of \"continuous_sweep_mode\"", "0.3"}},
+    };
+    for (const auto &[config, expected] : cases)
+    {
+        const auto fault = fault_of(document_with(config));
+        EXPECT_EQ(fault.pointer, "/groups/0/0/config" + expected.pointer);
+        EXPECT_EQ(fault.got, expected.got);
+        EXPECT_EQ(fault.allowed, expected.allowed);
+        EXPECT_EQ(fault.nearest, expected.nearest);
+    }
 }
 
 TEST(configuration_check, reports_every_fault_at_once)

@@ -1,5 +1,6 @@
 # Installs this build and builds and runs the program of the README against it, as another project would.
-# Needs BUILD, README, WORK (a directory of its own) and SERVER (the program vantor_server).
+# Needs BUILD, README, WORK (a directory of its own), SERVER (the program vantor_server) and DOCUMENTS, files that are
+# installed as they are.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failure OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(failure)
@@ -19,6 +20,10 @@ endforeach()
 file(WRITE ${WORK}/CMakeLists.txt "${cmake}")
 file(WRITE ${WORK}/main.cpp "${cpp}")
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+foreach(document IN LISTS DOCUMENTS)
+  get_filename_component(name ${document} NAME)
+  run(${CMAKE_COMMAND} -E compare_files ${document} ${WORK}/prefix/share/vantor/${name})
+endforeach()
 run(${CMAKE_COMMAND} -S ${WORK} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${WORK}/prefix)
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 set(ENV{VANTOR_SERVER} ${SERVER})
