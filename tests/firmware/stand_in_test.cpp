@@ -381,9 +381,9 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     EXPECT_TRUE(is_valid());
     zet_config_subsweep_start_point_set(config, -1001, 3);
     EXPECT_FALSE(is_valid());
-    zet_config_subsweep_start_point_set(config, 3681, 3);
+    zet_config_subsweep_start_point_set(config, 3684, 3);
     EXPECT_TRUE(is_valid());
-    zet_config_subsweep_start_point_set(config, 3682, 3); // its last point is too far for the default prf
+    zet_config_subsweep_start_point_set(config, 3685, 3); // its last point is too far for the default prf
     EXPECT_FALSE(is_valid());
     zet_config_subsweep_prf_set(config, ZET_CONFIG_PRF_13_0_MHZ, 3);
     EXPECT_TRUE(is_valid());

@@ -62,7 +62,7 @@ bool is_in_range(const char *name, int32_t value, int32_t lowest, int32_t highes
 /** Farthest point of a pulse repetition frequency. */
 int32_t farthest_point(zet_config_prf_t prf)
 {
-    static constexpr int32_t points[] = {3040, 3840, 4600, 6880, 9200, 11520};
+    static constexpr int32_t points[] = {3074, 3843, 4612, 6918, 9224, 11530};
     return points[prf];
 }
 

@@ -49,7 +49,7 @@ void zet_config_num_subsweeps_set(zet_config_t *config, uint8_t num_subsweeps);
 uint8_t zet_config_num_subsweeps_get(const zet_config_t *config);
 
 /**
- * Sets the number of sweeps in a frame, 1 to 4095; 1 by default. A frame holds at most 16383 samples:
+ * Sets the number of sweeps in a frame, 1 to 4095; 1 by default. A frame has at most 16383 samples:
  * points of all sub-sweeps times sweeps.
  */
 void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_frame);
@@ -58,8 +58,8 @@ void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_f
 uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config);
 
 /**
- * Sets the rate of the sweeps in a frame, in hertz; 0, the default, for the highest possible. Otherwise at
- * least 0.01 and at most the highest sweep rate of the metadata (zet_processing.h).
+ * Sets the rate of the sweeps in a frame in hertz, 0 or 0.01 to 1000000; 0 by default, for the highest
+ * possible. At most the highest sweep rate of the metadata (zet_processing.h).
  */
 void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate);
 
@@ -67,8 +67,8 @@ void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate);
 float zet_config_sweep_rate_get(const zet_config_t *config);
 
 /**
- * Sets the rate at which the sensor itself paces the frames, in hertz; 0, the default, for no pacing.
- * Otherwise at least 0.01, and a frame with all its sweeps must fit into one period.
+ * Sets the rate at which the sensor itself paces the frames in hertz, 0 or 0.01 to 1000000; 0 by default, for
+ * no pacing. A frame with all its sweeps must fit into one period.
  */
 void zet_config_frame_rate_set(zet_config_t *config, float frame_rate);
 
@@ -76,18 +76,21 @@ void zet_config_frame_rate_set(zet_config_t *config, float frame_rate);
 float zet_config_frame_rate_get(const zet_config_t *config);
 
 /**
- * Sets whether sweeps are spaced evenly across frames; false by default. Needs a sweep rate of the frame
+ * Sets whether sweeps are spaced evenly across frames, false by default. Needs a sweep rate of the frame
  * rate times the number of sweeps in a frame.
  */
 void zet_config_continuous_sweep_mode_set(zet_config_t *config, bool enabled);
 
-/** Sets whether the sensor measures the next frame while the last one is read; false by default. */
+/** Sets whether the sensor measures the next frame while the last one is read, false by default. */
 void zet_config_double_buffering_set(zet_config_t *config, bool enabled);
 
-/** Sets the state of the sensor between frames; deep sleep by default. */
+/** Sets the state of the sensor between frames, ZET_CONFIG_IDLE_STATE_DEEP_SLEEP by default. */
 void zet_config_inter_frame_idle_state_set(zet_config_t *config, zet_config_idle_state_t idle_state);
 
-/** Sets the state of the sensor between sweeps, no deeper than between frames; ready by default. */
+/**
+ * Sets the state of the sensor between sweeps, ZET_CONFIG_IDLE_STATE_READY by default. It must not be deeper
+ * than between frames.
+ */
 void zet_config_inter_sweep_idle_state_set(zet_config_t *config, zet_config_idle_state_t idle_state);
 
 #ifdef __cplusplus

@@ -14,7 +14,7 @@ extern "C" {
 #endif
 
 /**
- * Sets whether every other measurement is subtracted from the one before in the sensor's buffer; false by
+ * Sets whether every other measurement is subtracted from the one before in the sensor's buffer, false by
  * default.
  */
 void zet_config_subtract_in_buffer_set(zet_config_t *config, bool enabled);

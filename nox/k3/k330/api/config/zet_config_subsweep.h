@@ -21,9 +21,8 @@ extern "C" {
 #endif
 
 /**
- * Sets the distance of the first point, in base steps, -1000 to 20000; 80 by default. The last point must
- * not lie beyond the distance whose echo comes before the next pulse (see the pulse repetition
- * frequency).
+ * Sets the distance of the first point, in base steps, -1000 to 20000; 80 by default. The last point is
+ * limited by the pulse repetition frequency.
  */
 void zet_config_subsweep_start_point_set(zet_config_t *config, int32_t start_point, uint8_t index);
 
@@ -39,24 +38,26 @@ void zet_config_subsweep_profile_set(zet_config_t *config, zet_config_profile_t 
 /** Sets how many pulses are averaged into one point, 1 to 511; 8 by default. */
 void zet_config_subsweep_hwaas_set(zet_config_t *config, uint16_t hwaas, uint8_t index);
 
-/** Sets the receiver gain, 0 (lowest) to 23 (highest); 16 by default. */
+/** Sets the receiver gain, 0 to 23; 16 by default. */
 void zet_config_subsweep_receiver_gain_set(zet_config_t *config, uint8_t gain, uint8_t index);
 
-/** Switches the transmitter during the sub-sweep; on by default. */
+/** Sets whether the sub-sweep transmits, true by default. */
 void zet_config_subsweep_enable_tx_set(zet_config_t *config, bool enabled, uint8_t index);
 
-/** Sets whether the receiver hears the transmitter directly instead of the antenna; false by default. */
+/** Sets whether the receiver hears the transmitter directly instead of the antenna, false by default. */
 void zet_config_subsweep_enable_loopback_set(zet_config_t *config, bool enabled, uint8_t index);
 
-/** Sets whether the phase is made coherent along the distance; false by default. */
+/** Sets whether the phase is made coherent along the distance, false by default. */
 void zet_config_subsweep_phase_enhancement_set(zet_config_t *config, bool enabled, uint8_t index);
 
-/** Sets whether the imbalance of the in-phase and quadrature paths is compensated; false by default. */
+/** Sets whether the imbalance of the in-phase and quadrature paths is compensated, false by default. */
 void zet_config_subsweep_iq_imbalance_compensation_set(zet_config_t *config, bool enabled, uint8_t index);
 
 /**
- * Sets the pulse repetition frequency; 15.6 MHz by default. It limits the range: up to 7.6 m at 19.5
- * MHz, 9.6 m at 15.6, 11.5 m at 13.0, 17.2 m at 8.7, 23.0 m at 6.5 and 28.8 m at 5.2.
+ * Sets the pulse repetition frequency, ZET_CONFIG_PRF_15_6_MHZ by default. The last point of the sub-sweep
+ * must not lie beyond the distance whose echo comes before the next pulse: base step 3074 with
+ * ZET_CONFIG_PRF_19_5_MHZ, 3843 with ZET_CONFIG_PRF_15_6_MHZ, 4612 with ZET_CONFIG_PRF_13_0_MHZ, 6918 with
+ * ZET_CONFIG_PRF_8_7_MHZ, 9224 with ZET_CONFIG_PRF_6_5_MHZ and 11530 with ZET_CONFIG_PRF_5_2_MHZ.
  */
 void zet_config_subsweep_prf_set(zet_config_t *config, zet_config_prf_t prf, uint8_t index);
 

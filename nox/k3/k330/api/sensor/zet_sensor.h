@@ -156,7 +156,7 @@ bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t 
 /**
  * Returns whether a calibration result that the host hands back may be used. Needs no sensor.
  *
- * The bytes come from outside: any 240 bytes can come. They may be the result of another sensor; what then
+ * The bytes come from outside: any bytes can come. They may be the result of another sensor; what then
  * happens is for zet_sensor_prepare to decide.
  *
  * @param cal_result  the calibration result, only read

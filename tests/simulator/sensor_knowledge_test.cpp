@@ -1,0 +1,382 @@
+/** @file
+ * Tests that the simulator is the sensor that docs/configuration.schema.json and docs/k330.json describe.
+ */
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <map>
+#include <regex>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "simulated_sensor.h"
+#include "zet_config_internal.h"
+#include "zet_config_subsweep.h"
+#include "zet_hal_integration_k330.h"
+#include "zet_nox_k330.h"
+
+namespace
+{
+
+using nlohmann::json;
+
+json read(const char *name)
+{
+    std::ifstream file(std::string(DOCUMENTS "/") + name);
+    return json::parse(file);
+}
+
+/** What the schema says of a member of a configuration. */
+const json &definition(const std::string &name)
+{
+    static const json schema = read("configuration.schema.json");
+    return schema["$defs"][name];
+}
+
+/** The value of a figure. */
+const json &figure(const std::string &name)
+{
+    static const json knowledge = read("k330.json");
+    return knowledge["figures"].at(name).at("value");
+}
+
+using setter_t = std::function<void(zet_config_t *, double)>;
+
+/** Converts as C does, also what is beyond the range of the type. */
+template <typename value_t> value_t convert(double value)
+{
+    if constexpr (std::is_floating_point_v<value_t>)
+    {
+        return static_cast<value_t>(value);
+    }
+    return static_cast<value_t>(static_cast<int64_t>(value));
+}
+
+template <typename value_t> setter_t setter(void (*set)(zet_config_t *, value_t))
+{
+    return [set](zet_config_t *config, double value) { set(config, convert<value_t>(value)); };
+}
+
+template <typename value_t> setter_t setter(void (*set)(zet_config_t *, value_t, uint8_t))
+{
+    return [set](zet_config_t *config, double value) { set(config, convert<value_t>(value), 0); };
+}
+
+/** Sets a member of a configuration; those of a sub-sweep in the first. */
+const std::map<std::string, setter_t> setters = {
+    {"frame_rate", setter(zet_config_frame_rate_set)},
+    {"sweeps_per_frame", setter(zet_config_sweeps_per_frame_set)},
+    {"sweep_rate", setter(zet_config_sweep_rate_set)},
+    {"continuous_sweep_mode", setter(zet_config_continuous_sweep_mode_set)},
+    {"double_buffering", setter(zet_config_double_buffering_set)},
+    {"subtract_in_buffer", setter(zet_config_subtract_in_buffer_set)},
+    {"inter_frame_idle_state", setter(zet_config_inter_frame_idle_state_set)},
+    {"inter_sweep_idle_state", setter(zet_config_inter_sweep_idle_state_set)},
+    {"subsweeps", setter(zet_config_num_subsweeps_set)},
+    {"start_point", setter(zet_config_subsweep_start_point_set)},
+    {"num_points", setter(zet_config_subsweep_num_points_set)},
+    {"step_length", setter(zet_config_subsweep_step_length_set)},
+    {"profile", setter(zet_config_subsweep_profile_set)},
+    {"hwaas", setter(zet_config_subsweep_hwaas_set)},
+    {"receiver_gain", setter(zet_config_subsweep_receiver_gain_set)},
+    {"enable_tx", setter(zet_config_subsweep_enable_tx_set)},
+    {"enable_loopback", setter(zet_config_subsweep_enable_loopback_set)},
+    {"phase_enhancement", setter(zet_config_subsweep_phase_enhancement_set)},
+    {"iq_imbalance_compensation", setter(zet_config_subsweep_iq_imbalance_compensation_set)},
+    {"prf", setter(zet_config_subsweep_prf_set)},
+};
+
+using members_t = std::map<std::string, json>;
+
+/** A member's value as a number: of a word its place in the schema. */
+double number(const std::string &name, const json &value)
+{
+    const auto words = definition(name).value("enum", std::vector<std::string>());
+    const auto word = std::find(words.begin(), words.end(), value);
+    return word != words.end()  ? static_cast<double>(word - words.begin())
+           : value.is_boolean() ? static_cast<double>(value.get<bool>())
+                                : value.get<double>();
+}
+
+void set(zet_config_t *config, const members_t &members)
+{
+    for (const auto &[name, value] : members)
+    {
+        setters.at(name)(config, number(name, value));
+    }
+}
+
+/** Whether the simulator accepts a configuration; its log says why not. */
+bool accepts(const members_t &members)
+{
+    zet_config_t *config = zet_config_create();
+    set(config, members);
+    uint32_t size = 0;
+    const bool accepted = zet_nox_get_buffer_size(config, &size);
+    zet_config_destroy(config);
+    return accepted;
+}
+
+/** Whether a member's value is in its range, even when the rest of the configuration does not fit it. */
+bool is_in_range(const std::string &name, double value)
+{
+    const simulation simulation;
+    const std::string logged = name == "subsweeps" ? "the number of sub-sweeps" : name + "( of sub-sweep 0)?";
+    const std::regex refusal(": " + logged + " is [^,]*, but must be ");
+    members_t members = {{"num_points", 1}};
+    members[name] = value;
+    return accepts(members) || !std::regex_search(simulation::log(), refusal);
+}
+
+/** The limits of a member; nothing but for numbers, words and lists. */
+std::optional<std::pair<double, double>> limits(const json &member)
+{
+    if (member.contains("anyOf"))
+    {
+        return limits(member["anyOf"][1]);
+    }
+    if (member.contains("enum"))
+    {
+        return std::pair(0.0, static_cast<double>(member["enum"].size()) - 1.0);
+    }
+    for (const auto &[lowest, highest] : {std::pair("minimum", "maximum"), std::pair("minItems", "maxItems")})
+    {
+        if (member.contains(lowest))
+        {
+            return std::pair(member[lowest].get<double>(), member[highest].get<double>());
+        }
+    }
+    return std::nullopt;
+}
+
+TEST(sensor_knowledge, has_the_limits_of_the_simulator)
+{
+    int tested = 0;
+    for (const auto &[name, reference] : definition("config")["properties"].items())
+    {
+        const json &member = definition(name);
+        const auto range = limits(member);
+        EXPECT_EQ(range.has_value(), member["type"] != "boolean") << name;
+        if (!range)
+        {
+            continue;
+        }
+        const bool is_whole = member["type"] != "number";
+        const auto beyond = [is_whole](double limit, double direction) {
+            const auto next = std::nextafter(static_cast<float>(limit), static_cast<float>(direction));
+            return is_whole ? limit + (direction > limit ? 1.0 : -1.0) : static_cast<double>(next);
+        };
+        EXPECT_TRUE(is_in_range(name, range->first)) << name;
+        EXPECT_TRUE(is_in_range(name, range->second)) << name;
+        EXPECT_FALSE(is_in_range(name, beyond(range->first, -1.0e9))) << name;
+        EXPECT_FALSE(is_in_range(name, beyond(range->second, 1.0e9))) << name;
+        EXPECT_TRUE(is_whole || is_in_range(name, 0.0)) << name;
+        ++tested;
+    }
+    EXPECT_EQ(tested, 13);
+}
+
+TEST(sensor_knowledge, has_the_farthest_points_of_the_simulator)
+{
+    const simulation simulation;
+    for (const auto &[prf, point] : figure("farthest_point").items())
+    {
+        const int farthest = point;
+        EXPECT_TRUE(accepts({{"prf", prf}, {"num_points", 1}, {"start_point", farthest}})) << prf;
+        EXPECT_FALSE(accepts({{"prf", prf}, {"num_points", 1}, {"start_point", farthest + 1}})) << prf;
+    }
+    EXPECT_EQ(figure("farthest_point").size(), definition("prf")["enum"].size());
+}
+
+TEST(sensor_knowledge, has_the_most_samples_of_the_simulator)
+{
+    const simulation simulation;
+    const auto accepts_samples = [](int samples) {
+        int sweeps = 5;
+        while (samples % sweeps != 0)
+        {
+            ++sweeps;
+        }
+        return accepts({{"num_points", samples / sweeps}, {"sweeps_per_frame", sweeps}, {"prf", "5_2_MHz"}});
+    };
+    const int most = figure("most_samples");
+    EXPECT_TRUE(accepts_samples(most)) << simulation::log();
+    EXPECT_FALSE(accepts_samples(most + 1));
+}
+
+TEST(sensor_knowledge, has_the_sizes_of_the_headers)
+{
+    EXPECT_EQ(figure("sample_bytes"), sizeof(zet_int16_complex_t));
+    EXPECT_EQ(figure("calibration_bytes"), sizeof(zet_cal_result_t));
+    EXPECT_EQ(definition("subsweeps")["maxItems"], ZET_MAX_NUM_SUBSWEEPS);
+    const auto digits = std::to_string(2 * sizeof(zet_cal_result_t));
+    const json schema = read("configuration.schema.json");
+    EXPECT_EQ(schema["properties"]["calibration_info"]["items"]["properties"]["data"]["pattern"],
+              "^[0-9a-fA-F]{" + digits + "}$");
+}
+
+TEST(sensor_knowledge, has_the_base_step_of_the_simulator)
+{
+    EXPECT_EQ(zet_processing_points_to_meter(1), figure("base_step").get<float>());
+}
+
+/** Time that a frame takes, from measure to interrupt, in microseconds. */
+double frame_time_us(const simulated_sensor &sensor)
+{
+    const auto clock = zet_simulator_virtual_clock();
+    const uint64_t start_us = clock.now_us();
+    EXPECT_TRUE(zet_sensor_measure(sensor.sensor));
+    EXPECT_TRUE(zet_hal_integration_wait_for_sensor_interrupt(1, 10000));
+    return static_cast<double>(clock.now_us() - start_us);
+}
+
+/** What a configuration measures: the samples of a frame, and times. */
+struct outcome
+{
+    std::vector<std::complex<float>> samples;
+    double shortest_sweep_us;
+    double frame_us;
+};
+
+outcome measure(const members_t &members, const zet_simulator_scene_t *scene = nullptr, bool listens = false)
+{
+    const simulation simulation(1, scene);
+    simulated_sensor sensor;
+    set(sensor.config, members);
+    if (listens)
+    {
+        sensor.listen();
+    }
+    EXPECT_TRUE(sensor.prepare()) << simulation::log();
+    outcome result = {sensor.measure().samples, 1.0e6 / static_cast<double>(sensor.metadata.max_sweep_rate),
+                      0};
+    result.frame_us = frame_time_us(sensor);
+    return result;
+}
+
+TEST(sensor_knowledge, has_the_defaults_of_the_simulator)
+{
+    members_t defaults;
+    for (const auto &[name, reference] : definition("config")["properties"].items())
+    {
+        if (name != "subsweeps")
+        {
+            defaults[name] = definition(name)["default"];
+        }
+    }
+    const auto expected = measure({});
+    const auto found = measure(defaults);
+    EXPECT_EQ(found.samples, expected.samples);
+    EXPECT_EQ(found.shortest_sweep_us, expected.shortest_sweep_us);
+    EXPECT_EQ(found.frame_us, expected.frame_us);
+}
+
+/** The shortest period of sweeps by the figures, in microseconds; "mode" is the end of their names. */
+double sweep_us(const std::string &prf, int points, int subsweeps, const std::string &idle_state,
+                const std::string &mode)
+{
+    const double pulses = 8.0 + figure("settling_pulses" + mode).get<double>();
+    const double pulse_us = 1.0e6 / figure("pulse_frequency").at(prf).get<double>();
+    const double setup_us = figure("setup_time" + mode);
+    return subsweeps * (setup_us + points * pulses * pulse_us) +
+           figure("wake_time").at(idle_state).get<double>();
+}
+
+TEST(sensor_knowledge, has_the_sweep_times_of_the_simulator)
+{
+    for (const std::string prf : definition("prf")["enum"])
+    {
+        for (const int points : {1, 160})
+        {
+            const members_t members = {{"prf", prf}, {"num_points", points}, {"hwaas", 8}};
+            EXPECT_NEAR(measure(members).shortest_sweep_us, sweep_us(prf, points, 1, "ready", "_high_speed"),
+                        1e-3);
+            for (const std::string state : {"sleep", "deep_sleep"})
+            {
+                auto idle = members;
+                idle["inter_sweep_idle_state"] = state;
+                EXPECT_NEAR(measure(idle).shortest_sweep_us, sweep_us(prf, points, 1, state, ""), 1e-3);
+            }
+        }
+    }
+    const auto expected = sweep_us("15_6_MHz", 160, 3, "ready", "");
+    EXPECT_NEAR(measure({{"subsweeps", 3}}).shortest_sweep_us, expected, 1e-3);
+}
+
+TEST(sensor_knowledge, has_the_frame_times_of_the_simulator)
+{
+    const double sweep =
+        sweep_us("15_6_MHz", 160, 1, "ready", "_high_speed") - figure("wake_time").at("ready").get<double>();
+    for (const auto &[state, wake_us] : figure("wake_time").items())
+    {
+        EXPECT_NEAR(measure({{"inter_frame_idle_state", state}}).frame_us, wake_us.get<double>() + sweep,
+                    0.51);
+    }
+    EXPECT_NEAR(measure({}, nullptr, true).frame_us - measure({}).frame_us, figure("cca_time").get<double>(),
+                0.5);
+}
+
+/** The members of a sub-sweep that measures a strong target without disturbance. */
+members_t clear_view()
+{
+    return {{"hwaas", 511},
+            {"phase_enhancement", true},
+            {"iq_imbalance_compensation", true},
+            {"subtract_in_buffer", true}};
+}
+
+TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
+{
+    const auto scene = scene_with_target(2.0F, 10.0F);
+    const double base_step = figure("base_step");
+    for (const auto &[profile, width] : figure("pulse_width").items())
+    {
+        auto members = clear_view();
+        members["profile"] = std::stoi(profile);
+        members["start_point"] = 600;
+        members["num_points"] = 400;
+        const auto samples = measure(members, &scene).samples;
+        const double half = static_cast<double>(std::abs(samples[strongest(samples)])) / 2.0;
+        double found = 0.0; // the part of each stretch between two points that is above the half height
+        for (size_t i = 1; i < samples.size(); i++)
+        {
+            const double low = std::min(std::abs(samples[i - 1]), std::abs(samples[i]));
+            const double high = std::max(std::abs(samples[i - 1]), std::abs(samples[i]));
+            found += std::clamp((high - half) / std::max(high - low, 1e-9), 0.0, 1.0) * base_step;
+        }
+        EXPECT_NEAR(found, width.get<double>(), 0.01 * width.get<double>()) << profile;
+    }
+    EXPECT_EQ(figure("pulse_width").size(), definition("profile")["maximum"]);
+}
+
+TEST(sensor_knowledge, has_the_gain_steps_of_the_simulator)
+{
+    const auto scene = scene_with_target(2.0F, 10.0F);
+    const auto level = [&scene](int gain) {
+        auto members = clear_view();
+        members["start_point"] = 800;
+        members["num_points"] = 1;
+        members["receiver_gain"] = gain;
+        return 20.0 * std::log10(std::abs(measure(members, &scene).samples[0]));
+    };
+    EXPECT_NEAR(level(20) - level(0), 20.0 * figure("gain_step").get<double>(), 0.2);
+}
+
+TEST(sensor_knowledge, has_the_wavelength_of_the_simulator)
+{
+    const auto sample_at = [](double distance_m) {
+        const auto scene = scene_with_target(static_cast<float>(distance_m), 10.0F);
+        auto members = clear_view();
+        members["profile"] = 5;
+        members["start_point"] = 800;
+        members["num_points"] = 1;
+        return measure(members, &scene).samples[0];
+    };
+    const double wavelength = figure("wavelength");
+    EXPECT_NEAR(turns_between(sample_at(2.0), sample_at(2.0 + 10.125 * wavelength)), 0.25, 0.01);
+}
+
+} // namespace

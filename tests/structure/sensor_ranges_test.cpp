@@ -1,0 +1,131 @@
+/** @file
+ * Tests that the headers of the sensor library give each range and default as docs/configuration.schema.json
+ * and docs/k330.json do.
+ */
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "repository.h"
+
+namespace structure_tests
+{
+
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+json read(const char *name)
+{
+    return json::parse(text_of(std::filesystem::path(PROJECT_ROOT) / "docs" / name));
+}
+
+const json &schema()
+{
+    static const json document = read("configuration.schema.json");
+    return document;
+}
+
+/** All headers of the sensor library, with each comment as one line. */
+const std::string &headers()
+{
+    static const std::string text = [] {
+        std::string all;
+        for (const auto &header : headers_of("nox"))
+        {
+            all += text_of(header);
+        }
+        return std::regex_replace(all, std::regex("\n \\* ?"), " ");
+    }();
+    return text;
+}
+
+/** The comment of a function. */
+std::string comment_of(const std::string &function)
+{
+    const auto declaration = headers().find("\nvoid " + function + "(");
+    const auto begin = headers().rfind("/**", declaration);
+    return declaration == std::string::npos ? std::string() : headers().substr(begin, declaration - begin);
+}
+
+/** A word of the schema as the headers write it: "PRF" and "15_6_MHz" give "ZET_CONFIG_PRF_15_6_MHZ". */
+std::string enumerator(const std::string &type, const std::string &word)
+{
+    std::string name = "ZET_CONFIG_" + type + "_" + word;
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+    return name;
+}
+
+/** The type of enumerators that a member has; empty when it is none of words. */
+std::string enumeration(const std::string &member)
+{
+    return member == "prf" ? "PRF" : member.ends_with("_idle_state") ? "IDLE_STATE" : std::string();
+}
+
+/** Range and default of a member as its comment gives them. */
+std::string range_and_default(const std::string &name, const json &member)
+{
+    if (member["type"] == "array")
+    {
+        return member["minItems"].dump() + " to " + member["maxItems"].dump() + "; 1 by default";
+    }
+    if (member["type"] == "string")
+    {
+        return enumerator(enumeration(name), member["default"]) + " by default";
+    }
+    const auto &range = member.contains("anyOf") ? member["anyOf"][1] : member;
+    const auto bounds =
+        range.contains("minimum") ? range["minimum"].dump() + " to " + range["maximum"].dump() + "; " : "";
+    return (member.contains("anyOf") ? member["anyOf"][0]["const"].dump() + " or " : "") + bounds +
+           member["default"].dump() + " by default";
+}
+
+TEST(sensor_ranges, of_the_headers_are_those_of_the_schema)
+{
+    const auto &definitions = schema()["$defs"];
+    for (const auto &[name, reference] : definitions["config"]["properties"].items())
+    {
+        const bool of_subsweep = definitions["subsweep"]["properties"].contains(name);
+        const auto setter = (of_subsweep ? "zet_config_subsweep_" : "zet_config_") +
+                            (name == "subsweeps" ? "num_subsweeps" : name) + "_set";
+        EXPECT_THAT(comment_of(setter), HasSubstr(", " + range_and_default(name, definitions[name])))
+            << setter;
+    }
+}
+
+TEST(sensor_ranges, have_the_words_of_the_schema)
+{
+    for (const char *name : {"prf", "inter_frame_idle_state", "inter_sweep_idle_state"})
+    {
+        const auto &words = schema()["$defs"][name]["enum"];
+        for (size_t i = 0; i < words.size(); ++i)
+        {
+            EXPECT_THAT(headers(),
+                        HasSubstr(enumerator(enumeration(name), words[i]) + " = " + std::to_string(i)));
+        }
+    }
+}
+
+TEST(sensor_ranges, of_the_headers_are_those_of_the_figures)
+{
+    const json figures = read("k330.json")["figures"];
+    EXPECT_THAT(comment_of("zet_config_sweeps_per_frame_set"),
+                HasSubstr(" at most " + figures["most_samples"]["value"].dump() + " samples"));
+    EXPECT_THAT(headers(), HasSubstr(" " + figures["calibration_bytes"]["value"].dump() + " opaque bytes"));
+    for (const auto &[prf, point] : figures["farthest_point"]["value"].items())
+    {
+        EXPECT_THAT(comment_of("zet_config_subsweep_prf_set"),
+                    HasSubstr(" " + point.dump() + " with " + enumerator("PRF", prf)));
+    }
+}
+
+} // namespace
+
+} // namespace structure_tests
