@@ -1,5 +1,6 @@
-"""The scripts of the repository as a person types them: their usage, and what ./test says at its end."""
+"""The scripts of the repository as a person types them: their usage, and what they print."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -32,6 +33,27 @@ class Usage(unittest.TestCase):
                 result = run(os.path.join(ROOT, script), *words)
                 self.assertEqual((result.returncode, result.stdout), (2, ""))
                 self.assertRegex(result.stderr, "^usage: ")
+
+
+class ConfigurationDocument(unittest.TestCase):
+    """docs/configuration.md, which is generated."""
+
+    maxDiff = None
+
+    def test_it_is_what_its_script_prints(self):
+        result = run(os.path.join(ROOT, "scripts/configuration-document"))
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        with open(os.path.join(ROOT, "docs/configuration.md"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), result.stdout)
+
+    def test_the_protocol_repeats_no_member(self):
+        with open(os.path.join(ROOT, "docs/configuration.schema.json"), encoding="utf-8") as file:
+            members = json.load(file)["$defs"]["config"]["properties"]
+        with open(os.path.join(ROOT, "docs/protocol.md"), encoding="utf-8") as file:
+            protocol = file.read()
+        self.assertIn("](configuration.md)", protocol)
+        for name in members:
+            self.assertNotRegex(protocol, rf"(?m)^\| `{name}` \|")
 
 
 class Summary(unittest.TestCase):
