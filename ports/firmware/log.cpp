@@ -56,13 +56,6 @@ bool write(const char *text, uint64_t deadline_us)
     return *text == '\0';
 }
 
-/** Writes a part of a fault report, unless the port did not take an earlier one. */
-void write_fault_part(const char *text)
-{
-    static bool is_stuck;
-    is_stuck = is_stuck || !write(text, clock_now_us() + patience_us);
-}
-
 } // namespace
 
 void log_to_port(zet_log_level_t level, const char *module, const char *text)
@@ -95,17 +88,15 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
     log_line(level, module, text);
 }
 
-void write_fault_report(const char *text)
+void add_to_fault_report(const char *text)
 {
-    // Retained first, because the clock or the port may be what has faulted.
-    if (retain_fault(text))
-    {
-        write_fault_part("fault: ");
-    }
-    write_fault_part(text);
+    retain_fault(text);
 }
 
-void end_fault_report()
+// Written last, because the clock or the port may be what has faulted.
+void send_fault_report()
 {
-    write_fault_part("; restarting\r\n");
+    const uint64_t deadline_us = clock_now_us() + patience_us;
+    (void)(write("fault: ", deadline_us) && write(retained_last_fault(), deadline_us) &&
+           write("; restarting\r\n", deadline_us));
 }

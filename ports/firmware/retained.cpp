@@ -46,17 +46,16 @@ const char *first_known(const char *text, const char *otherwise)
 
 void retained_start()
 {
-    // Always asked, because its flags may stay set until they have been read.
-    const char *board_cause = board_reset_cause();
-    if (retained.mark != mark || retained.inverted_mark != ~mark)
+    const bool was_off = retained.mark != mark || retained.inverted_mark != ~mark;
+    if (was_off)
     {
         retained = {mark, ~mark, {}, {}};
-        copy(reset_cause, first_known(board_cause, "power on"));
-        return;
     }
     retained.cause[sizeof retained.cause - 1] = '\0';
     retained.fault[sizeof retained.fault - 1] = '\0';
-    copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : first_known(board_cause, "reset"));
+    // Always asked, because its flags may stay set until they have been read.
+    const char *board_cause = first_known(board_reset_cause(), was_off ? "power on" : "reset");
+    copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : board_cause);
     retained.cause[0] = '\0';
 }
 
@@ -75,10 +74,9 @@ void retain_restart_cause(const char *cause)
     copy(retained.cause, cause);
 }
 
-bool retain_fault(const char *text)
+void retain_fault(const char *text)
 {
-    const bool is_first = !faulted;
-    if (is_first)
+    if (!faulted)
     {
         faulted = true;
         retained.fault[0] = '\0';
@@ -86,5 +84,4 @@ bool retain_fault(const char *text)
     }
     const size_t length = strlen(retained.fault);
     (void)snprintf(retained.fault + length, sizeof retained.fault - length, "%s", text);
-    return is_first;
 }

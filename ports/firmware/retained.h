@@ -16,11 +16,7 @@ const char *retained_last_fault();
 /** Notes why the board is about to restart itself. */
 void retain_restart_cause(const char *cause);
 
-/**
- * Notes a part of the report of a fault.
- *
- * @return whether it is the first part since the start, which begins a new report
- */
-bool retain_fault(const char *text);
+/** Notes a part of the report of a fault. The first part since the start begins a new report. */
+void retain_fault(const char *text);
 
 #endif

@@ -347,7 +347,7 @@ class Faults(unittest.TestCase):
         ("execution of data", "memory fault", "pc 2000"),
         ("division by zero", "usage fault", "cfsr 02000000"),
         ("endless recursion", "memory fault", "stack exhausted"),
-        ("endless recursion of a handler", "hard fault", "stack exhausted"),
+        ("endless recursion of a handler", "memory fault", "stack exhausted"),
         ("interrupt without a handler", "unexpected exception 47 (interrupt 31)", "pc "),
         ("supervisor call without a handler", "unexpected exception 11", "pc "),
     )
@@ -367,8 +367,15 @@ class Faults(unittest.TestCase):
                 retained = report.removeprefix("fault: ").removesuffix("; restarting")
                 self.assertEqual(restarted, f"info: test: started, fault, {retained}")
 
-    def test_a_program_that_returns_is_started_again(self):
+    def test_a_fault_in_the_report_of_a_fault_in_a_handler(self):
         with self.faulty_board(len(self.mistakes)) as board, board.connect(False):
+            wait_until(lambda: board.log().count("started") > 2, "the second restart")
+            _, *restarted = board.log().splitlines()[:3]
+            for line in restarted:
+                self.assertRegex(line, "^info: test: started, fault, memory fault, .*, address 00000000, pc .*, lr ")
+
+    def test_a_program_that_returns_is_started_again(self):
+        with self.faulty_board(len(self.mistakes) + 1) as board, board.connect(False):
             wait_until(lambda: board.log().count("started") > 2, "the second restart")
 
 

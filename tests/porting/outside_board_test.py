@@ -649,7 +649,7 @@ class Layouts(BoardTest):
                 (3, "memory fault", f"address {ram_end:08x}"),
                 (4, "memory fault", "pc 2000"),
                 (6, "memory fault", f"address {program_guard >> 8:06x}.., stack exhausted"),
-                (7, "hard fault", f"address {interrupt_guard >> 8:06x}.., stack exhausted"))
+                (7, "memory fault", f"address {interrupt_guard >> 8:06x}.., stack exhausted"))
 
     def test_mistakes_are_reported(self):
         for name, (_, *addresses, _) in self.layouts.items():

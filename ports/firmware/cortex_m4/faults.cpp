@@ -46,7 +46,7 @@ void report_number(uint32_t number)
         *--begin = static_cast<char>('0' + number % 10U);
         number /= 10U;
     } while (number > 0U);
-    write_fault_report(begin);
+    add_to_fault_report(begin);
 }
 
 /** Reports which exception came. */
@@ -56,16 +56,16 @@ void report_exception(uint32_t number)
                                             "memory fault", "bus fault", "usage fault"};
     if (number < sizeof names / sizeof names[0])
     {
-        write_fault_report(names[number]);
+        add_to_fault_report(names[number]);
         return;
     }
-    write_fault_report("unexpected exception ");
+    add_to_fault_report("unexpected exception ");
     report_number(number);
     if (number >= first_interrupt)
     {
-        write_fault_report(" (interrupt ");
+        add_to_fault_report(" (interrupt ");
         report_number(number - first_interrupt);
-        write_fault_report(")");
+        add_to_fault_report(")");
     }
 }
 
@@ -76,8 +76,8 @@ void report_register(const char *name, uint32_t value)
                        static_cast<uint8_t>(value >> 8U), static_cast<uint8_t>(value)};
     char digits[9] = {};
     convert_uint2hexstr(bytes, sizeof bytes, digits);
-    write_fault_report(name);
-    write_fault_report(digits);
+    add_to_fault_report(name);
+    add_to_fault_report(digits);
 }
 
 /** Whether a fault is being reported. */
@@ -107,14 +107,14 @@ bool is_reporting;
     }
     if ((status & stacking_failed) != 0U)
     {
-        write_fault_report(", stack exhausted");
+        add_to_fault_report(", stack exhausted");
     }
     else
     {
         report_register(", pc ", frame->pc);
         report_register(", lr ", frame->lr);
     }
-    end_fault_report();
+    send_fault_report();
     cortex_m4::reset_system();
 }
 

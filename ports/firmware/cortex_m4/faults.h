@@ -24,14 +24,11 @@ void PendSV_Handler() noexcept;
 void SysTick_Handler() noexcept;
 // NOLINTEND(readability-identifier-naming)
 
-/**
- * Given by the firmware, without interrupts and in any state of the program: writes a part of a report at
- * once.
- */
-void write_fault_report(const char *text);
+/** Given by the firmware, without interrupts and in any state of the program: retains a part of a report. */
+void add_to_fault_report(const char *text);
 
-/** Given by the firmware: ends a report. */
-void end_fault_report();
+/** Given by the firmware: sends the report, which may fault. */
+void send_fault_report();
 }
 
 #endif

@@ -41,7 +41,10 @@ extern const uint8_t data_image[];
 extern uint8_t bss_begin[];
 extern uint8_t bss_end[];
 
-/** Puts interrupts into the state after a reset, whatever a boot loader has left on, and enables them. */
+/**
+ * Ends what a boot loader has left on, and enables interrupts. Faults go before them, so that one in a
+ * handler is reported like any other, and one in this report restarts the board.
+ */
 static void start_interrupts()
 {
     constexpr uintptr_t system_tick = 0xE000E010U;
@@ -53,6 +56,12 @@ static void start_interrupts()
     {
         cortex_m4::hardware_register(0xE000E180U + word * 4U) = UINT32_MAX; // disabled
         cortex_m4::hardware_register(0xE000E280U + word * 4U) = UINT32_MAX; // not pending
+    }
+    constexpr uint32_t behind_faults = 0x80808080U;
+    cortex_m4::hardware_register(0xE000ED20U) = behind_faults; // SysTick, PendSV
+    for (uint32_t word = 0; word < 60U; ++word)
+    {
+        cortex_m4::hardware_register(0xE000E400U + word * 4U) = behind_faults;
     }
     __asm volatile("msr basepri, %0\n\tcpsie f\n\tcpsie i" ::"r"(0) : "memory");
 }

@@ -97,6 +97,17 @@ void raise_an_interrupt_without_a_handler()
     __asm volatile("dsb\n\tisb");
 }
 
+/** Whether the functions of the board that are replaced below fault. */
+bool board_faults;
+
+void fault_in_a_handler_and_in_its_report()
+{
+    board_faults = true;
+    enable_link_interrupt();
+    word_at(0xE000E200U + BOARD_LINK_INTERRUPT / 32U * 4U) = 1U << BOARD_LINK_INTERRUPT % 32U; // pending
+    __asm volatile("dsb\n\tisb");
+}
+
 void return_from_the_program()
 {
 }
@@ -112,10 +123,32 @@ constexpr void (*mistakes[])() = {
     exhaust_the_stack_of_interrupts,
     raise_an_interrupt_without_a_handler,
     call_the_supervisor,
+    fault_in_a_handler_and_in_its_report,
     return_from_the_program,
 };
 
 } // namespace
+
+extern "C" {
+bool __real_board_link_receive(uint8_t *byte);
+bool __wrap_board_link_receive(uint8_t *byte);
+bool __real_board_log_can_send();
+bool __wrap_board_log_can_send();
+}
+
+bool __wrap_board_link_receive(uint8_t *byte)
+{
+    return board_faults ? word_at(0) != 0U : __real_board_link_receive(byte);
+}
+
+bool __wrap_board_log_can_send()
+{
+    if (board_faults)
+    {
+        divide_by_zero();
+    }
+    return __real_board_log_can_send();
+}
 
 // A board may bring its own handler.
 void SysTick_Handler() noexcept

@@ -245,6 +245,7 @@ void board_wake(void)
 const char *board_reset_cause(void)
 {
     ++board.reset_cause_reads;
+    board.on_reset_cause();
     return board.reset_cause;
 }
 

@@ -46,6 +46,7 @@ struct fake_board_t
 
     const char *reset_cause = nullptr;
     uint32_t reset_cause_reads = 0;
+    std::function<void()> on_reset_cause = [] {}; ///< what happens while it is read
 
     std::vector<call_t> calls;   ///< what was switched
     std::vector<uint32_t> waits; ///< durations that were asked for

@@ -128,10 +128,12 @@ TEST_F(runtime_log, reports_a_fault_and_retains_it)
 {
     board.advance_us(patience_us);
     board.log.byte_time_ns = 86806;
-    write_fault_report("hard fault");
-    write_fault_report(", pc ");
-    write_fault_report("08001234");
-    end_fault_report();
+    add_to_fault_report("hard fault");
+    add_to_fault_report(", pc ");
+    add_to_fault_report("08001234");
+    EXPECT_STREQ(retained_last_fault(), "hard fault, pc 08001234");
+    EXPECT_EQ(board.log.sent, "") << "the port may fault";
+    send_fault_report();
     EXPECT_EQ(board.log.sent, "fault: hard fault, pc 08001234; restarting\r\n");
     EXPECT_STREQ(retained_last_fault(), "hard fault, pc 08001234");
     EXPECT_THAT(board.server_log, testing::IsEmpty()) << "the server may be broken";
@@ -140,9 +142,9 @@ TEST_F(runtime_log, reports_a_fault_and_retains_it)
 TEST_F(runtime_log, retains_a_fault_when_the_port_takes_nothing)
 {
     board.log.is_blocked = true;
-    write_fault_report("hard fault");
-    write_fault_report(", more");
-    end_fault_report();
+    add_to_fault_report("hard fault");
+    add_to_fault_report(", more");
+    send_fault_report();
     EXPECT_GE(board.now_us(), patience_us);
     EXPECT_LE(board.now_us(), patience_us + 2) << "the parts together";
     EXPECT_STREQ(retained_last_fault(), "hard fault, more");
@@ -152,8 +154,8 @@ TEST_F(runtime_log, ends_a_report_of_a_fault_before_the_board_has_started)
 {
     board.counter_runs = false;
     board.log.is_blocked = true;
-    write_fault_report("bus fault");
-    end_fault_report();
+    add_to_fault_report("bus fault");
+    send_fault_report();
     EXPECT_STREQ(retained_last_fault(), "bus fault");
 }
 

@@ -114,9 +114,9 @@ TEST_F(runtime_retained, cuts_a_cause_that_is_too_long)
 
 TEST_F(runtime_retained, keeps_a_fault_until_power_is_off)
 {
-    EXPECT_TRUE(retain_fault("hard fault"));
-    EXPECT_FALSE(retain_fault(", pc "));
-    EXPECT_FALSE(retain_fault("1234"));
+    retain_fault("hard fault");
+    retain_fault(", pc ");
+    retain_fault("1234");
     restart();
     EXPECT_STREQ(retained_reset_cause(), "fault");
     EXPECT_STREQ(retained_last_fault(), "hard fault, pc 1234");
@@ -127,11 +127,28 @@ TEST_F(runtime_retained, keeps_a_fault_until_power_is_off)
     EXPECT_STREQ(retained_last_fault(), nullptr);
 }
 
+// A function of the board that is called before anything else.
+TEST_F(runtime_retained, keeps_a_fault_of_the_first_start)
+{
+    struct fault_t
+    {
+    };
+    std::fill(retained_memory().begin(), retained_memory().end(), uint8_t{0xA5});
+    board.on_reset_cause = [] {
+        retain_fault("bus fault");
+        throw fault_t();
+    };
+    EXPECT_THROW(retained_start(), fault_t);
+    restart();
+    EXPECT_STREQ(retained_reset_cause(), "fault");
+    EXPECT_STREQ(retained_last_fault(), "bus fault");
+}
+
 TEST_F(runtime_retained, replaces_a_fault_by_the_next_one)
 {
     retain_fault("the first, with a long text");
     restart();
-    EXPECT_TRUE(retain_fault("the second"));
+    retain_fault("the second");
     EXPECT_STREQ(retained_last_fault(), "the second");
     restart();
     EXPECT_STREQ(retained_last_fault(), "the second");
