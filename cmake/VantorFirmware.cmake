@@ -79,7 +79,7 @@ function(vantor_add_image target board)
   # Objects, not libraries: nothing but the linker script asks for the vector table.
   target_link_options(${target} PRIVATE
     -nostartfiles --specs=nano.specs -L${PROJECT_SOURCE_DIR}/ports/firmware/cortex_m4 -T${folder}/memory.ld
-    -Wl,--gc-sections -Wl,--fatal-warnings -Wl,--print-memory-usage
+    -Wl,--require-defined=sections.ld -Wl,--gc-sections -Wl,--fatal-warnings -Wl,--print-memory-usage
     -Wl,-Map=${CMAKE_BINARY_DIR}/bin/${target}.map)
   set_target_properties(${target} PROPERTIES
     SUFFIX .elf

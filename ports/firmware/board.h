@@ -8,11 +8,33 @@
 #ifndef VANTOR_BOARD_H
 #define VANTOR_BOARD_H
 
+#include <assert.h>
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 
 #include "board_numbers.h"
+
+/** What the memory protection unit has room for. */
+#define BOARD_MOST_AREAS 2
+
+static_assert(BOARD_CORE_CLOCK_HZ >= 1000000, "BOARD_CORE_CLOCK_HZ: at least 1 MHz");
+static_assert(BOARD_INTERRUPT_COUNT >= 1, "BOARD_INTERRUPT_COUNT: at least 1");
+static_assert(BOARD_AREA_COUNT >= 1 && BOARD_AREA_COUNT <= BOARD_MOST_AREAS,
+              "BOARD_AREA_COUNT: 1 or 2 areas");
+static_assert(BOARD_LONGEST_WAIT_US >= 1 && BOARD_LONGEST_WAIT_US <= 1000000000,
+              "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed");
+static_assert(BOARD_LINK_INTERRUPT >= 0 && BOARD_LINK_INTERRUPT < BOARD_INTERRUPT_COUNT,
+              "BOARD_LINK_INTERRUPT: less than BOARD_INTERRUPT_COUNT");
+static_assert(BOARD_LINK_START_BAUDRATE >= 1, "BOARD_LINK_START_BAUDRATE: at least 1");
+static_assert(BOARD_LINK_MAX_BAUDRATE == 0 || BOARD_LINK_MAX_BAUDRATE >= BOARD_LINK_START_BAUDRATE,
+              "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE");
+static_assert(BOARD_RING_SIZE >= 16 && (BOARD_RING_SIZE & (BOARD_RING_SIZE - 1)) == 0,
+              "BOARD_RING_SIZE: a power of two, at least 16");
+static_assert(BOARD_LINE_SIZE >= 128, "BOARD_LINE_SIZE: at least 128, for a small session");
+static_assert(BOARD_MAX_VALUES >= 16, "BOARD_MAX_VALUES: at least 16, for a small session");
+static_assert(BOARD_SENSOR_COUNT >= 1, "BOARD_SENSOR_COUNT: a board has at least one sensor");
+static_assert(BOARD_SENSOR_COUNT <= 32, "BOARD_SENSOR_COUNT: a board has at most 32 sensors");
 
 #ifdef __cplusplus
 extern "C" {
@@ -30,16 +52,13 @@ typedef struct
 {
     const char *name; /**< for the log, such as "peripherals" */
     uint32_t begin;   /**< first address */
-    uint32_t size;    /**< in bytes, not 0 */
+    uint32_t size;    /**< in bytes; 0 opens nothing */
     board_rights_t rights;
 } board_area_t;
 
 /** The areas that the board opens, at most BOARD_MOST_AREAS; the processor's own are always open. */
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): constants
 extern const board_area_t board_areas[BOARD_AREA_COUNT];
-
-/** What the memory protection unit has room for. */
-#define BOARD_MOST_AREAS 2
 
 /** Makes the processor fast, configures the pins and switches on the ports that are used below. */
 void board_start(void);

@@ -11,7 +11,7 @@ namespace
 {
 
 constexpr uint32_t cycles_per_us = BOARD_CORE_CLOCK_HZ / 1000000U;
-static_assert(cycles_per_us > 0 && BOARD_LONGEST_WAIT_US <= UINT32_MAX / cycles_per_us,
+static_assert(BOARD_LONGEST_WAIT_US <= UINT32_MAX / cycles_per_us,
               "BOARD_CORE_CLOCK_HZ, BOARD_LONGEST_WAIT_US: the cycles of a wait fit in 32 bits");
 
 std::atomic<bool> woken;

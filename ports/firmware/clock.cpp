@@ -7,9 +7,6 @@
 
 #include "board.h"
 
-static_assert(BOARD_LONGEST_WAIT_US > 0 && BOARD_LONGEST_WAIT_US <= 1000000000,
-              "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed");
-
 namespace
 {
 

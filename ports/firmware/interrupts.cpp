@@ -3,6 +3,8 @@
  */
 #include "interrupts.h"
 
+#include <algorithm>
+
 #include "board.h"
 #include "cortex_m4.h"
 #include "faults.h"
@@ -21,16 +23,10 @@ struct board_vectors_t
 };
 
 #ifdef BOARD_SENSOR_INTERRUPTS
-constexpr bool is_free_for_the_link()
-{
-    bool is_free = true;
-    for (const uint32_t number : sensor_interrupts)
-    {
-        is_free = is_free && number != BOARD_LINK_INTERRUPT;
-    }
-    return is_free;
-}
-static_assert(is_free_for_the_link(), "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
+constexpr bool is_free_for_the_link = std::ranges::count(sensor_interrupts, BOARD_LINK_INTERRUPT) == 0;
+static_assert(is_free_for_the_link, "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
+static_assert(std::ranges::max(sensor_interrupts) < BOARD_INTERRUPT_COUNT,
+              "BOARD_SENSOR_INTERRUPTS: less than BOARD_INTERRUPT_COUNT");
 #endif
 
 constexpr board_vectors_t make_vectors()

@@ -27,9 +27,6 @@ extern uint8_t heap_end[];
 namespace
 {
 
-static_assert(BOARD_SENSOR_COUNT >= 1, "BOARD_SENSOR_COUNT: a board has at least one sensor");
-static_assert(BOARD_SENSOR_COUNT <= 32, "BOARD_SENSOR_COUNT: a board has at most 32 sensors");
-
 constexpr uint32_t ticks_per_second = 1000000;
 
 /** Most bytes that are taken from the host between two frames. */

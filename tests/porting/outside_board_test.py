@@ -38,7 +38,7 @@ BUILDS = {
 C_BOARD = pathlib.Path(__file__).parent / "c_board"
 
 LAYOUTS = ("two_banks", "ram_of_96k", "behind_boot_loader")
-REFUSED = ("crowd", "nothing", "lacking")
+REFUSED = ("crowd", "nothing", "lacking", "scanty", "overlapping", "same_place", "without_sections")
 
 STACK_PAINT = 0xA5A5A5A5
 
@@ -78,6 +78,8 @@ def make_layouts(parent):
     ram_of_96k.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 96K"}, heap_size="64K", **sizes)
     behind_boot_loader.set_memory({"FLASH": "ORIGIN = 0x08020200, LENGTH = 128K - 512",
                                    "RAM": "ORIGIN = 0x20000000, LENGTH = 128K"}, heap_size="64K", **sizes)
+    for board in boards:
+        board.set_numbers(MAX_VALUES=512)
     return boards
 
 
@@ -175,20 +177,33 @@ def make_unusual(parent):
 
 def make_refused(parent):
     """Boards that must not be built."""
-    crowd, nothing, lacking = boards = [BoardFolder(parent, name) for name in REFUSED]
-    crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3)
-    nothing.set_numbers(SENSOR_COUNT=0, AREA_COUNT=0, LINK_INTERRUPT=7)
+    boards = [BoardFolder(parent, name) for name in REFUSED]
+    crowd, nothing, lacking, scanty, overlapping, same_place, without_sections = boards
+    crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3, LINK_INTERRUPT=82, LINK_MAX_BAUDRATE=115199, RING_SIZE=1000,
+                      LONGEST_WAIT_US=1000000001)
+    crowd.edit("board_numbers.h", replaced, "6, 7", "6, 82")
+    nothing.set_numbers(SENSOR_COUNT=0, AREA_COUNT=0, LINK_INTERRUPT=7, CORE_CLOCK_HZ=999999, LONGEST_WAIT_US=0,
+                        LINK_START_BAUDRATE=0, LINK_MAX_BAUDRATE=-1, RING_SIZE=8, LINE_SIZE=127, MAX_VALUES=15)
     lacking.remove("board_link_receive", "board_sensor_transfer")
+    flash, ram = {"FLASH": FLASH}, {"RAM": "ORIGIN = 0x20000000, LENGTH = 128K"}
+    stacks = {"program_stack_size": "4K", "interrupt_stack_size": "1K"}
+    scanty.set_numbers(TOLERATED_LOSS=4088, MAX_VALUES=32)
+    scanty.set_memory(flash | ram, program_stack_size=2300, interrupt_stack_size=400, heap_size=4088)
+    overlapping.set_numbers(TOLERATED_LOSS=-1)
+    overlapping.set_memory(flash | {"RAM": "ORIGIN = 0x080f0000, LENGTH = 128K"}, heap="FLASH",
+                           heap_size="96K - 8", **stacks)
+    same_place.set_memory(flash | ram | {"BANK": "ORIGIN = 0x20000000, LENGTH = 120K"}, heap="BANK", heap_size="96K",
+                          **stacks)
+    without_sections.edit("memory.ld", replaced, "INCLUDE sections.ld", "")
     return boards
 
 
 def make_c_board(parent):
-    """A board without C++."""
+    """A board without C++, which gives one area less than its number says."""
     board = BoardFolder(parent, "c_board")
     (board.path / "board.cpp").unlink()
     for file in C_BOARD.iterdir():
         shutil.copy(file, board.path)
-    board.set_numbers(AREA_COUNT=1)
     return board
 
 
@@ -714,33 +729,77 @@ class Unusual(BoardTest):
         board, host = self.start("simulator", "vantor_c_board", sensors=2)
         self.assertEqual(host.ask("identify")["board"], {"name": "c_board", "reset_cause": "power on"})
         self.session(host, BOTH, 5)
-        self.assertIn("info: board: c_board, ", board.log())
+        self.assertRegex(board.log(), "info: board: c_board, .*; open: peripherals 40000000-5fffffff memory ")
 
 
 class Refused(unittest.TestCase):
     """Boards that must not be built."""
 
-    def errors_of(self, name, *objects):
-        """What the compiler says of objects of a board, each of which it must refuse."""
-        folder = "ports/firmware/CMakeFiles"
-        targets = [f"{folder}/vantor_{name}{made}.obj" for made in objects]
-        built = build_targets(WORK / "library", *targets)
+    def refused(self, target):
+        """What compiler and linker say of a target that must be refused."""
+        built = build_targets(WORK / "library", target)
         self.assertNotEqual(built.returncode, 0)
-        for target in targets:
-            self.assertIn(f"FAILED: {target}", built.stdout)
+        self.assertIn(f"FAILED: {target}", built.stdout)
         return built.stdout
 
+    def check_numbers(self, board, *errors):
+        """Every file of the firmware is refused, so that no other error comes first; one of them says all."""
+        folder = f"ports/firmware/CMakeFiles/vantor_{board}"
+        self.assertIn(errors[0], self.refused(f"{folder}.dir/main.cpp.obj"))
+        self.assertIn(errors[0], self.refused(f"{folder}_objects.dir/clock.cpp.obj"))
+        output = self.refused(f"{folder}_objects.dir/interrupts.cpp.obj")
+        self.assertEqual(re.findall("error: static assertion failed: (.*)", output), list(errors))
+
     def test_numbers_that_are_too_large(self):
-        errors = self.errors_of("crowd", ".dir/main.cpp", "_objects.dir/cortex_m4/memory_protection.cpp")
-        self.assertIn("BOARD_SENSOR_COUNT: a board has at most 32 sensors", errors)
-        self.assertIn("BOARD_AREA_COUNT: 1 or 2 areas", errors)
+        self.check_numbers("crowd",
+                           "BOARD_AREA_COUNT: 1 or 2 areas",
+                           "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed",
+                           "BOARD_LINK_INTERRUPT: less than BOARD_INTERRUPT_COUNT",
+                           "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE",
+                           "BOARD_RING_SIZE: a power of two, at least 16",
+                           "BOARD_SENSOR_COUNT: a board has at most 32 sensors",
+                           "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS",
+                           "BOARD_SENSOR_INTERRUPTS: less than BOARD_INTERRUPT_COUNT")
 
     def test_numbers_that_are_too_small_and_an_interrupt_for_two(self):
-        errors = self.errors_of("nothing", ".dir/main.cpp", "_objects.dir/cortex_m4/memory_protection.cpp",
-                                "_objects.dir/interrupts.cpp")
-        self.assertIn("BOARD_SENSOR_COUNT: a board has at least one sensor", errors)
-        self.assertIn("BOARD_AREA_COUNT: 1 or 2 areas", errors)
-        self.assertIn("BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS", errors)
+        self.check_numbers("nothing",
+                           "BOARD_CORE_CLOCK_HZ: at least 1 MHz",
+                           "BOARD_AREA_COUNT: 1 or 2 areas",
+                           "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed",
+                           "BOARD_LINK_START_BAUDRATE: at least 1",
+                           "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE",
+                           "BOARD_RING_SIZE: a power of two, at least 16",
+                           "BOARD_LINE_SIZE: at least 128, for a small session",
+                           "BOARD_MAX_VALUES: at least 16, for a small session",
+                           "BOARD_SENSOR_COUNT: a board has at least one sensor",
+                           "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS")
+
+    def check_memory(self, board, *errors):
+        """The linker refuses a board with these words, among others."""
+        output = self.refused(f"bin/vantor_{board}.elf")
+        for error in errors:
+            self.assertIn(f": {error}\n", output)
+
+    def test_sizes_that_are_too_small(self):
+        self.check_memory("scanty",
+                          "program_stack_size must be at least 2304 bytes, for a small session",
+                          "program_stack_size must be a multiple of 8 bytes",
+                          "interrupt_stack_size must be at least 512 bytes, for the report of a fault",
+                          "interrupt_stack_size must be a multiple of 256 bytes",
+                          "heap_size must be at least 4K",
+                          "BOARD_TOLERATED_LOSS must be less than heap_size",
+                          "BOARD_MAX_VALUES: 64 bytes for each are more than half of heap_size")
+
+    def test_banks_that_overlap(self):
+        self.check_memory("overlapping",
+                          "FLASH and RAM overlap",
+                          "the heap lies in FLASH",
+                          "BOARD_TOLERATED_LOSS must be less than heap_size",
+                          "BOARD_MAX_VALUES: 64 bytes for each are more than half of heap_size")
+        self.check_memory("same_place", "HEAP must be RAM, or a bank that does not overlap it")
+
+    def test_memory_without_sections(self):
+        self.check_memory("without_sections", "required symbol `sections.ld' not defined")
 
     def test_functions_that_are_missing_are_named(self):
         built = build_targets(WORK / "library", "vantor_lacking")

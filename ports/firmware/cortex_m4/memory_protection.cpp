@@ -8,9 +8,6 @@
 #include "board.h"
 #include "cortex_m4.h"
 
-static_assert(BOARD_AREA_COUNT >= 1 && BOARD_AREA_COUNT <= BOARD_MOST_AREAS,
-              "BOARD_AREA_COUNT: 1 or 2 areas");
-
 using cortex_m4::hardware_register;
 using cortex_m4::region_t;
 using cortex_m4::rights_t;
@@ -28,6 +25,15 @@ extern uint8_t null_guard_size[];
 extern uint8_t program_guard_begin[];
 extern uint8_t interrupt_guard_begin[];
 extern uint8_t stack_guard_size[];
+
+/** Hands numbers of the board on to the linker script, which compares them with the heap. */
+[[gnu::naked, gnu::used]] static void hand_numbers_on()
+{
+    __asm volatile(".global board_max_values, board_tolerated_loss\n\t"
+                   ".set board_max_values, %c0\n\t"
+                   ".set board_tolerated_loss, %c1\n\t" ::"i"(BOARD_MAX_VALUES),
+                   "i"(BOARD_TOLERATED_LOSS));
+}
 }
 
 namespace
@@ -80,7 +86,10 @@ regions_t list_regions()
     regions_t list = {};
     for (const auto &area : board_areas)
     {
-        list.add(board_region(area));
+        if (area.size > 0)
+        {
+            list.add(board_region(area));
+        }
     }
     list.add(make_region("memory", address(ram_begin), address(ram_size), rights_t::read_write));
     if (heap_has_its_own_memory())
