@@ -16,7 +16,7 @@ class Refused(unittest.TestCase):
         cls.addClassCleanup(folder.cleanup)
         cls.folder = pathlib.Path(folder.name)
 
-    def check_refused(self, board, *texts, options=("-DVANTOR_SENSORS=simulator",)):
+    def check_refused(self, board, *texts, options=("-DVANTOR_SENSORS=simulator", "-DVANTOR_SENSOR_LIBRARY=")):
         """Configures a board, or none when it is empty: it ends with a message."""
         process = configure(self.folder / "build", [board], *options)
         self.assertNotEqual(process.returncode, 0)
@@ -45,9 +45,48 @@ class Refused(unittest.TestCase):
                            options=("-DVANTOR_SENSORS=real",))
 
     def test_library_without_a_file(self):
-        for file in ("", str(self.folder / "absent.a"), str(self.folder)):
-            self.check_refused("template", "add -DVANTOR_SENSOR_LIBRARY=FILE", f'(now "{file}")',
+        self.check_refused("template", "VANTOR_SENSORS=library needs the maker's sensor library",
+                           "add -DVANTOR_SENSOR_LIBRARY=FILE.",
+                           options=("-DVANTOR_SENSORS=library", "-DVANTOR_SENSOR_LIBRARY="))
+        for file in (self.folder / "absent.a", self.folder):
+            self.check_refused("template", f'VANTOR_SENSOR_LIBRARY is "{file}", which does not exist or is a folder.',
                                options=("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={file}"))
+
+    def test_library_beside_simulated_sensors(self):
+        library = self.folder / "library.a"
+        library.touch()
+        self.check_refused("template", f'VANTOR_SENSOR_LIBRARY is "{library}", but the sensors are simulated',
+                           options=("-DVANTOR_SENSORS=simulator", f"-DVANTOR_SENSOR_LIBRARY={library}"))
+
+    def test_names_that_are_taken(self):
+        same, other = (BoardFolder(self.folder / parent, "same") for parent in ("one", "two"))
+        for boards, name in (("template;template", "template"), (f"{same.path};{other.path}", "same"),
+                             (BoardFolder(self.folder, "memory"), "memory"),
+                             (f"{BoardFolder(self.folder, 'x').path};{BoardFolder(self.folder, 'x_objects').path}",
+                              "x_objects")):
+            self.check_refused(boards, f"The name {name} of the board ", "name each board once")
+
+    def test_lists_with_an_empty_place(self):
+        for boards in (";", "template;", ";template"):
+            self.check_refused(boards, f'VANTOR_BOARD is "{boards}"; one of the names between the semicolons is empty.')
+
+    def test_folders_of_something_else(self):
+        self.check_refused(".", "has no file board_numbers.h")
+        board = BoardFolder(self.folder, "with_folder")
+        (board.path / "memory.ld").unlink()
+        (board.path / "memory.ld").mkdir()
+        self.check_refused(board, f"The board {board.path} has no file memory.ld")
+
+    def test_paths_that_the_build_cannot_write(self):
+        for parent in ("a[b", "a]b", "a$b"):
+            board = BoardFolder(self.folder / parent, "board")
+            self.check_refused(board, "the path of a board must not contain [, ] or $.")
+
+    def test_a_board_that_is_not_refused_is_named(self):
+        process = configure(self.folder / "build", ["template", "mps2_an386"], "-DVANTOR_SENSORS=simulator",
+                            "-DVANTOR_SENSOR_LIBRARY=")
+        self.assertEqual(process.returncode, 0, process.stdout)
+        self.assertRegex(process.stdout, "\n-- Boards: template, mps2_an386\n-- Sensors: simulator\n")
 
 
 if __name__ == "__main__":
