@@ -4,6 +4,7 @@ import array
 import json
 import os
 import pty
+import socket
 import subprocess
 import tempfile
 import time
@@ -183,6 +184,25 @@ class Session(unittest.TestCase):
         finally:
             os.close(terminal)  # hangs up, which ends shell and board
             os.waitpid(shell, 0)
+
+    def test_the_script_refuses_what_it_cannot_emulate(self):
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            for arguments, code, message in (
+                    (("70000",), 2, 'PORT is "70000"; use a number from 1 to 65535.\nusage: '),
+                    (("6110", "template"), 2, 'BOARD is "template", which cannot be emulated.\nusage: '),
+                    (("6110", "foo"), 2, 'BOARD is "foo", which cannot be emulated.\nusage: '),
+                    (("6110", BOARD_NAME, "absent.elf"), 1, "There is no image absent.elf. To build it:\n"),
+                    (("6110", BOARD_NAME, FIRMWARE, "more"), 2, "usage: "),
+                    ((str(listener.getsockname()[1]), BOARD_NAME, FIRMWARE), 1, "is in use; choose another one.\n")):
+                refused = subprocess.run([EMULATE_BOARD, *arguments], capture_output=True, text=True, timeout=TIME_OUT,
+                                         check=False)
+                self.assertEqual((refused.returncode, refused.stdout), (code, ""), arguments)
+                self.assertIn(message, refused.stderr)
+
+    def test_the_script_explains_itself(self):
+        shown = subprocess.run([EMULATE_BOARD, "--help"], capture_output=True, text=True, timeout=TIME_OUT, check=True)
+        self.assertIn("usage: scripts/emulate-board [PORT [BOARD [IMAGE]]]\n", shown.stdout)
+        self.assertIn("BOARD is mps2_an386 or netduinoplus2,", shown.stdout)
 
     def identifies_itself_at(self, port):
         """Whether a board answers at a TCP port."""
