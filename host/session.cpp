@@ -176,7 +176,8 @@ board_info decode_board(const nlohmann::json &board)
     return {.name = optional_text_member(board, "name"),
             .id = optional_text_member(board, "id"),
             .reset_cause = optional_text_member(board, "reset_cause"),
-            .last_fault = optional_text_member(board, "last_fault")};
+            .last_fault = optional_text_member(board, "last_fault"),
+            .sensors = optional_text_member(board, "sensors")};
 }
 
 } // namespace

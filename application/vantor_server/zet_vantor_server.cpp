@@ -432,6 +432,7 @@ void write_board(json_writer_t *writer)
     write_optional_member(writer, "id", board->id);
     write_optional_member(writer, "reset_cause", board->reset_cause);
     write_optional_member(writer, "last_fault", board->last_fault);
+    write_optional_member(writer, "sensors", board->sensors);
     json_writer_end_object(writer);
 }
 

@@ -52,6 +52,7 @@ typedef struct
     const char *id;          /**< distinguishes boards of one kind, such as a serial number */
     const char *reset_cause; /**< why the board started */
     const char *last_fault;  /**< what the last fault was */
+    const char *sensors;     /**< what kind of sensors it has, such as "simulated" */
 } zet_vantor_server_board_t;
 
 /** What a port lends to the server core. The record is copied; what it points to must stay valid. */

@@ -75,7 +75,7 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
     print_board(info, out);
     out << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
         << (info.sensor_count == 1 ? " place" : " places") << ", connected: " << join(info.connected_sensors)
-        << "\n"
+        << (info.board && info.board->sensors ? "; " + printable(*info.board->sensors) : "") << "\n"
         << "clock      "
         << (info.ticks_per_second > 0.0 ? fixed(info.ticks_per_second, 0) + " ticks per second" : "none")
         << "\n";

@@ -36,6 +36,7 @@ nlohmann::ordered_json to_json(const board_info &board)
     add("id", board.id);
     add("reset_cause", board.reset_cause);
     add("last_fault", board.last_fault);
+    add("sensors", board.sensors);
     return document;
 }
 

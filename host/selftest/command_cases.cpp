@@ -76,7 +76,7 @@ void check_memory(const json &memory)
 void check_board(const json &board)
 {
     check(board.is_object(), "\"board\": an object", describe(board));
-    for (const char *name : {"name", "id", "reset_cause", "last_fault"})
+    for (const char *name : {"name", "id", "reset_cause", "last_fault", "sensors"})
     {
         check(!board.contains(name) || board[name].is_string(), quoted(name) + ": a text", describe(board));
     }

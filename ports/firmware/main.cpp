@@ -59,8 +59,9 @@ size_t live_memory()
 void log_start()
 {
     char text[256];
-    (void)snprintf(text, sizeof text, "%s, version %s, reset cause: %s; open:", VANTOR_BOARD_NAME,
-                   VANTOR_SERVER_VERSION, retained_reset_cause());
+    (void)snprintf(text, sizeof text,
+                   "%s, version %s, sensors: %s, reset cause: %s; open:", VANTOR_BOARD_NAME,
+                   VANTOR_SERVER_VERSION, sensors_kind(), retained_reset_cause());
     for (uint32_t i = 0; i < cortex_m4::open_region_count(); ++i)
     {
         const cortex_m4::region_t region = cortex_m4::open_region(i);
@@ -74,7 +75,7 @@ void log_start()
 /** Starts the server. A virtual clock allows no baud rates: a host that confirms one lives in real time. */
 bool start_server()
 {
-    identity = {VANTOR_BOARD_NAME, board_id(), retained_reset_cause(), retained_last_fault()};
+    identity = {VANTOR_BOARD_NAME, board_id(), retained_reset_cause(), retained_last_fault(), sensors_kind()};
     zet_vantor_server_port_t port = {};
     port.link.write = link_write;
     port.link.restart_input = link_discard_input;

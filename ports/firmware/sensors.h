@@ -7,6 +7,9 @@
 
 #include <cstdint>
 
+/** What kind of sensors these are, for the log and the host: "simulated" or "library". */
+const char *sensors_kind();
+
 /** Makes the sensors ready for the server. @return false when they cannot be used; the reason is logged */
 bool sensors_start();
 

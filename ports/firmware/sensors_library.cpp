@@ -57,6 +57,11 @@ void sensor_handler()
     board_wake();
 }
 
+const char *sensors_kind()
+{
+    return "library";
+}
+
 bool sensors_start()
 {
     enable_sensor_interrupts();

@@ -17,6 +17,11 @@ bool is_virtual;
 
 } // namespace
 
+const char *sensors_kind()
+{
+    return "simulated";
+}
+
 bool sensors_start()
 {
     const settings_t settings = read_settings();

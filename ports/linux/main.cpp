@@ -69,6 +69,7 @@ int run(const options_t &options)
     zet_vantor_server_board_t description = {};
     description.name = options.board_name.c_str();
     description.id = options.board_id.empty() ? nullptr : options.board_id.c_str();
+    description.sensors = "simulated";
     const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level, description);
     zet_simulator_stop();
     zet_vantor_server_memory_t kept = {};

@@ -106,9 +106,10 @@ class Links(unittest.TestCase):
         def board(*arguments):
             return json.loads(run("--stdio", *arguments, stdin='{"command":"identify"}\n').stdout)["board"]
 
-        self.assertEqual(board(), {"name": "simulated board"})
-        self.assertEqual(board("--id", "7"), {"name": "simulated board", "id": "7"})
-        self.assertEqual(board("--name", 'my "Gerät"', "--id", "a\\b"), {"name": 'my "Gerät"', "id": "a\\b"})
+        for arguments, expected in (((), {"name": "simulated board"}),
+                                    (("--id", "7"), {"name": "simulated board", "id": "7"}),
+                                    (("--name", 'my "Gerät"', "--id", "a\\b"), {"name": 'my "Gerät"', "id": "a\\b"})):
+            self.assertEqual(board(*arguments), {**expected, "sensors": "simulated"})
 
     def test_memory_is_as_much_as_asked_for_and_is_there_again_after_it_was_exhausted(self):
         item = {"sensor_id": 1, "config": {"subsweeps": [{"start_point": 80, "num_points": 1000}]}}

@@ -96,16 +96,23 @@ TEST(command_line, shows_what_is_known_of_the_board)
     fake_server server;
     server.on("identify", [](host_connection &host, const json &) {
         auto identity = test::identity();
-        identity["board"] = {
-            {"name", "x1\n"}, {"id", "7"}, {"reset_cause", "watchdog"}, {"last_fault", "none"}};
+        identity["board"] = {{"name", "x1\n"},
+                             {"id", "7"},
+                             {"reset_cause", "watchdog"},
+                             {"last_fault", "none"},
+                             {"sensors", "new\n"}};
         host.send(identity, "");
     });
     const auto text = run({"identify", "--connect", server.address()}).out;
     EXPECT_THAT(text,
                 HasSubstr("\nboard      x1?\nid         7\nreset      watchdog\nlast fault none\nsensors"));
+    EXPECT_THAT(text, HasSubstr("connected: 1, 2; new?\n"));
     const auto about = json::parse(run({"identify", "--connect", server.address(), "--json"}).out);
-    EXPECT_EQ(about["board"],
-              json({{"name", "x1\n"}, {"id", "7"}, {"reset_cause", "watchdog"}, {"last_fault", "none"}}));
+    EXPECT_EQ(about["board"], json({{"name", "x1\n"},
+                                    {"id", "7"},
+                                    {"reset_cause", "watchdog"},
+                                    {"last_fault", "none"},
+                                    {"sensors", "new\n"}}));
 }
 
 TEST(command_line, scans_devices_that_are_no_server_without_a_fault)

@@ -226,12 +226,14 @@ TEST(decode_server_info, takes_what_is_known_of_the_board)
     document["board"] = json::object();
     EXPECT_EQ(decode_server_info(document).board->name, std::nullopt);
     document["board"] = {
-        {"name", "x1"}, {"id", "7"}, {"reset_cause", "watchdog"}, {"last_fault", ""}, {"colour", 3}};
+        {"name", "x1"},           {"id", "7"},  {"reset_cause", "watchdog"}, {"last_fault", ""},
+        {"sensors", "simulated"}, {"colour", 3}};
     const auto info = decode_server_info(document);
     EXPECT_EQ(info.board->name, "x1");
     EXPECT_EQ(info.board->id, "7");
     EXPECT_EQ(info.board->reset_cause, "watchdog");
     EXPECT_EQ(info.board->last_fault, "");
+    EXPECT_EQ(info.board->sensors, "simulated");
     document["board"]["id"] = 7;
     EXPECT_THROW(decode_server_info(document), protocol_error);
     document["board"] = "x1";

@@ -403,8 +403,8 @@ class BringUp(BoardTest):
         first, fault, second = board.log().splitlines()[:3]
         shown = re.search(r"^ +(info: .*) \.\.\.$", section("Bring it up"), re.MULTILINE)[1]
         self.assertTrue(first.startswith(shown.replace("my_board", "with_log")), first)
-        self.assertRegex(first, r"^info: board: with_log, version \S+, reset cause: power on; open: peripherals "
-                                r"40000000-5fffffff id 1fff7a00-1fff7a1f memory 20000000-2001ffff "
+        self.assertRegex(first, r"^info: board: with_log, version \S+, sensors: simulated, reset cause: power on; "
+                                r"open: peripherals 40000000-5fffffff id 1fff7a00-1fff7a1f memory 20000000-2001ffff "
                                 r"code 08000000-080fffff$")
         # The link's registers are those of the template.
         self.assertRegex(fault, r"^fault: memory fault, cfsr 00000082, hfsr 00000000, address a000300c, .*; restart")
@@ -418,7 +418,7 @@ class BringUp(BoardTest):
     def test_link(self):
         board, host = self.start("simulator", "vantor_with_link")
         identity = host.ask("identify")
-        self.assertEqual(identity["board"], {"name": "with_link", "reset_cause": "power on"})
+        self.assertEqual(identity["board"], {"name": "with_link", "reset_cause": "power on", "sensors": "simulated"})
         self.assertEqual(identity["max_baudrate"], 2000000)
         self.session(host, BOTH, 5)
 
@@ -433,7 +433,7 @@ class BringUp(BoardTest):
                          f"^{board.address}  vantor_server .*, connected: 1, 2, board: with_link\n$")
         shown = self.run_host(identify, board)
         self.assertRegex(shown, r"(?m)^board +with_link$")
-        self.assertRegex(shown, r"(?m)^sensors +k330, 2 places, connected: 1, 2$")
+        self.assertRegex(shown, r"(?m)^sensors +k330, 2 places, connected: 1, 2; simulated$")
         frames, _ = self.frames_of(self.run_host(record, board, "--connect", board.address))
         self.assertEqual(frames, 20)
 
@@ -467,7 +467,7 @@ class BringUp(BoardTest):
         self.assertEqual(host.ask("identify")["connected_sensors"], [1, 2])
         host.stream.close()
         identify, calibrate = commands_of_step("Sensors")
-        self.assertIn("connected: 1, 2\n", self.run_host(identify, board, "--connect", board.address))
+        self.assertIn("connected: 1, 2; library\n", self.run_host(identify, board, "--connect", board.address))
         self.run_host(calibrate, board, "--connect", board.address)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
@@ -727,7 +727,8 @@ class Unusual(BoardTest):
 
     def test_board_of_c_and_assembler(self):
         board, host = self.start("simulator", "vantor_c_board", sensors=2)
-        self.assertEqual(host.ask("identify")["board"], {"name": "c_board", "reset_cause": "power on"})
+        self.assertEqual(host.ask("identify")["board"], {"name": "c_board", "reset_cause": "power on",
+                                                         "sensors": "simulated"})
         self.session(host, BOTH, 5)
         self.assertRegex(board.log(), "info: board: c_board, .*; open: peripherals 40000000-5fffffff memory ")
 

@@ -40,7 +40,7 @@ TEST_F(server_session, identifies_itself)
               R"("protocol_version":1,"sensor":"k330","sensor_count":5,"connected_sensors":[1,2],)"
               R"("ticks_per_second":1000000,"max_baudrate":0,)"
               R"("board":{"name":"example board","id":"0042","reset_cause":"watchdog",)"
-              R"("last_fault":"hard fault at 0x08001234"},)"
+              R"("last_fault":"hard fault at 0x08001234","sensors":"simulated"},)"
               R"("memory":{"size":65536,"live":1024,"peak":9216,"largest_free":64500,"failures":0},)"
               R"("stack":{"size":11264,"peak":3120}})");
 }
@@ -62,9 +62,11 @@ nlohmann::json reported_board()
 
 TEST_F(server_session, reports_what_is_known_of_the_board)
 {
-    fake_port.board = {.name = "x1", .id = nullptr, .reset_cause = "", .last_fault = nullptr};
-    EXPECT_EQ(reported_board(), nlohmann::json({{"name", "x1"}, {"reset_cause", ""}}));
-    fake_port.board = {.name = nullptr, .id = "7", .reset_cause = nullptr, .last_fault = "none"};
+    fake_port.board = {
+        .name = "x1", .id = nullptr, .reset_cause = "", .last_fault = nullptr, .sensors = "real"};
+    EXPECT_EQ(reported_board(), nlohmann::json({{"name", "x1"}, {"reset_cause", ""}, {"sensors", "real"}}));
+    fake_port.board = {
+        .name = nullptr, .id = "7", .reset_cause = nullptr, .last_fault = "none", .sensors = nullptr};
     EXPECT_EQ(reported_board(), nlohmann::json({{"id", "7"}, {"last_fault", "none"}}));
     fake_port.board = {};
     EXPECT_EQ(reported_board(), nlohmann::json::object());
@@ -75,7 +77,8 @@ TEST_F(server_session, reports_a_board_with_any_characters_in_its_texts)
     fake_port.board = {.name = "\"a\\b\"\n\x01/\t",
                        .id = "Gr\xc3\xb6\xc3\x9f\x65",
                        .reset_cause = "\xff",
-                       .last_fault = nullptr};
+                       .last_fault = nullptr,
+                       .sensors = nullptr};
     const auto board = reported_board();
     EXPECT_EQ(board["name"], "\"a\\b\"\n\x01/\t");
     EXPECT_EQ(board["id"], "Größe");

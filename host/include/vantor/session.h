@@ -47,6 +47,7 @@ struct board_info
     std::optional<std::string> id;          /**< distinguishes boards of one kind */
     std::optional<std::string> reset_cause; /**< why the board started */
     std::optional<std::string> last_fault;  /**< what the last fault was */
+    std::optional<std::string> sensors;     /**< what kind of sensors it has, such as "simulated" */
 };
 
 /** What a server says of itself. */

@@ -34,7 +34,8 @@ struct fake_port_t
     std::vector<uint32_t> baudrates; ///< speeds that were set
     int input_restarts = 0;          ///< how often pending input was discarded
     zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
-    zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234"};
+    zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234",
+                                       "simulated"};
 };
 
 extern fake_port_t fake_port;
