@@ -108,8 +108,6 @@ function(vantor_link_server target library)
   target_link_libraries(${target} PRIVATE
     zet_vantor_server
     zet_vantor_server_system_k330
-    # The backend and the server core call each other.
-    zet_vantor_server
     ${library}
     vantor_memory)
 endfunction()

@@ -1,7 +1,7 @@
 /** @file
  * Fuzzing of the JSON scanner: whatever it accepts, the JSON parser parses to the end, within the bounds.
  */
-#include "zet_vantor_server_json_scanner.h"
+#include "zet_json_scanner.h"
 
 #include <cstdlib>
 #include <string>

@@ -10,7 +10,7 @@ from vantor_process import example
 # Parts of the image, by where an object file comes from; the first that matches counts.
 PARTS = (
     ("backend", r"libzet_vantor_server_system_k330\.a"),
-    ("JSON utilities", r"libzet_cjson_utils\.a"),
+    ("JSON, numbers, messages", r"libzet_common\.a"),
     ("server core", r"libzet_vantor_server\.a"),
     ("cJSON", r"libcjson\.a"),
     ("simulator", r"libzet_simulator\.a"),

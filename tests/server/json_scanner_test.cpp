@@ -1,7 +1,7 @@
 /** @file
  * The JSON scanner: documents to accept and to refuse, and every bound at its edge.
  */
-#include "zet_vantor_server_json_scanner.h"
+#include "zet_json_scanner.h"
 
 #include <memory>
 #include <ostream>

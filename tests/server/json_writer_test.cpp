@@ -1,7 +1,7 @@
 /** @file
  * The JSON writer: numbers that read back, strings that any parser takes, whole documents.
  */
-#include "zet_vantor_server_json_writer.h"
+#include "zet_json_writer.h"
 
 #include <bit>
 #include <cfloat>

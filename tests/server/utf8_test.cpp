@@ -1,7 +1,7 @@
 /** @file
  * Telling well-formed UTF-8 from other bytes: every code point, and what is none.
  */
-#include "zet_vantor_server_utf8.h"
+#include "zet_utf8.h"
 
 #include <cstdint>
 #include <string>

@@ -156,12 +156,25 @@ std::vector<source_t> read_sources(const fs::path &root, const std::set<std::str
 
 std::map<std::string, std::set<std::string>> include_rules()
 {
-    const std::string record_of_memory = "application/vantor_server/zet_vantor_server.h";
+    const std::string server = "application/vantor_server/zet_vantor_server";
+    const std::string record_of_memory = server + ".h";
+    const std::set<std::string> below_backend{"nox",
+                                              "application/common",
+                                              server + "_base.h",
+                                              server + "_base_internal.h",
+                                              server + "_error_messages.h",
+                                              server + "_utils.h"};
+    std::set<std::string> below_core = below_backend;
+    below_core.insert({"integration", server + "_system_k330.h"});
     const std::string board_numbers = "boards/*/board_numbers.h";
     return {
         {"nox", {}},
         {"integration", {"nox"}},
-        {"application", {"integration", "nox"}},
+        {"application", {"application", "integration", "nox"}},
+        {"application/common", below_backend},
+        {server + "_error_messages.cpp", below_backend},
+        {server + "_utils.cpp", below_backend},
+        {server + "_system_k330.cpp", below_core},
         {"simulator", {"integration", "nox"}},
         {"ports/common", {record_of_memory, "integration", "nox"}},
         {"ports/linux", {"application", "simulator", "integration", "nox", "ports/common"}},

@@ -40,8 +40,11 @@ const std::vector<source_t> &whole_repository()
 const strings headers{
     "nox/zet_sensor.h",
     "integration/zet_integration.h",
+    "application/common/zet_json_writer.h",
     "application/vantor_server/zet_vantor_server.h",
+    "application/vantor_server/zet_vantor_server_base_internal.h",
     "application/vantor_server/zet_vantor_server_line.h",
+    "application/vantor_server/zet_vantor_server_system_k330.h",
     "simulator/zet_simulator.h",
     "ports/common/board_memory.h",
     "ports/linux/options.h",
@@ -51,6 +54,21 @@ const strings headers{
     "boards/one/pins.h",
     "host/client.h",
 };
+
+/** Those of the walls. */
+const strings walls{headers.begin(), headers.begin() + 2};
+
+/** Those of the application. */
+const strings of_application{headers.begin() + 2, headers.begin() + 7};
+
+/** Lists of headers, one behind the other. */
+strings joined(const strings &first, const strings &second, const strings &third = {})
+{
+    strings all = first;
+    all.insert(all.end(), second.begin(), second.end());
+    all.insert(all.end(), third.begin(), third.end());
+    return all;
+}
 
 /** Those of the headers that a source may include. */
 strings may_include(const std::string &path)
@@ -122,12 +140,21 @@ TEST(include_rules, let_the_walls_and_the_host_know_little)
 
 TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
 {
-    EXPECT_EQ(may_include("application/a.cpp"),
-              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
-                       "application/vantor_server/zet_vantor_server.h",
-                       "application/vantor_server/zet_vantor_server_line.h"}));
-    EXPECT_EQ(may_include("simulator/a.cpp"),
-              (strings{"nox/zet_sensor.h", "integration/zet_integration.h", "simulator/zet_simulator.h"}));
+    EXPECT_EQ(may_include("application/a.cpp"), joined(walls, of_application));
+    EXPECT_EQ(may_include("simulator/a.cpp"), joined(walls, {"simulator/zet_simulator.h"}));
+}
+
+TEST(include_rules, let_the_application_know_downwards_only)
+{
+    const std::string server = "application/vantor_server/zet_vantor_server";
+    const strings shared{"nox/zet_sensor.h", "application/common/zet_json_writer.h",
+                         server + "_base_internal.h"};
+    EXPECT_EQ(may_include("application/common/a.cpp"), shared);
+    EXPECT_EQ(may_include(server + "_utils.cpp"), shared);
+    EXPECT_EQ(may_include(server + "_error_messages.cpp"), shared);
+    EXPECT_EQ(may_include(server + "_system_k330.cpp"),
+              joined(walls, {"application/common/zet_json_writer.h", server + "_base_internal.h",
+                             server + "_system_k330.h"}));
 }
 
 TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
@@ -140,29 +167,21 @@ TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
 TEST(include_rules, let_the_port_for_linux_know_no_other_port)
 {
     EXPECT_EQ(may_include("ports/linux/a.cpp"),
-              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
-                       "application/vantor_server/zet_vantor_server.h",
-                       "application/vantor_server/zet_vantor_server_line.h", "simulator/zet_simulator.h",
-                       "ports/common/board_memory.h", "ports/linux/options.h"}));
+              joined(walls, of_application,
+                     {"simulator/zet_simulator.h", "ports/common/board_memory.h", "ports/linux/options.h"}));
 }
 
 TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
 {
-    const strings of_firmware{"nox/zet_sensor.h",
-                              "integration/zet_integration.h",
-                              "application/vantor_server/zet_vantor_server.h",
-                              "application/vantor_server/zet_vantor_server_line.h",
-                              "ports/common/board_memory.h",
-                              "ports/firmware/port.h",
-                              "ports/firmware/cortex_m4/stack.h",
-                              "boards/one/board_numbers.h"};
+    const strings rooms{"ports/common/board_memory.h", "ports/firmware/port.h",
+                        "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h"};
+    const strings of_firmware = joined(walls, of_application, rooms);
     EXPECT_EQ(may_include("ports/firmware/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/sensors_simulator.cpp"), of_firmware);
 
-    strings of_its_simulator = of_firmware;
-    of_its_simulator.insert(of_its_simulator.begin() + 4, "simulator/zet_simulator.h");
-    EXPECT_EQ(may_include("ports/firmware/sensors_simulator.cpp"), of_its_simulator);
+    EXPECT_EQ(may_include("ports/firmware/sensors_simulator.cpp"),
+              joined(walls, joined(of_application, {"simulator/zet_simulator.h"}), rooms));
 }
 
 TEST(include_rules, let_boards_know_the_firmware_and_neither_server_nor_simulator)

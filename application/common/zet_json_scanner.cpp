@@ -1,11 +1,11 @@
 /** @file
  * Judging a line from the host before the JSON parser sees it.
  */
-#include "zet_vantor_server_json_scanner.h"
+#include "zet_json_scanner.h"
 
 #include <cstring>
 
-#include "zet_vantor_server_utf8.h"
+#include "zet_utf8.h"
 #include "zet_vantor_server_utils.h"
 
 namespace

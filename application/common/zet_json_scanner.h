@@ -5,8 +5,8 @@
  * value. The scanner lets nothing pass but a document by RFC 8259 within bounds, and needs neither recursion
  * nor memory for that.
  */
-#ifndef ZET_VANTOR_SERVER_JSON_SCANNER_H
-#define ZET_VANTOR_SERVER_JSON_SCANNER_H
+#ifndef ZET_JSON_SCANNER_H
+#define ZET_JSON_SCANNER_H
 
 #include <cstddef>
 #include <cstdint>

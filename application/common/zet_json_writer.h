@@ -13,8 +13,8 @@
  * json_writer_finish(&writer);
  * @endcode
  */
-#ifndef ZET_VANTOR_SERVER_JSON_WRITER_H
-#define ZET_VANTOR_SERVER_JSON_WRITER_H
+#ifndef ZET_JSON_WRITER_H
+#define ZET_JSON_WRITER_H
 
 #include <cstddef>
 #include <cstdint>

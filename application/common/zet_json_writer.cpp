@@ -1,7 +1,7 @@
 /** @file
  * Writing JSON to the host piece by piece, and whole documents by means of that.
  */
-#include "zet_vantor_server_json_writer.h"
+#include "zet_json_writer.h"
 
 #include <bit>
 #include <charconv>
@@ -10,8 +10,8 @@
 #include <cjson/cJSON.h>
 
 #include "zet_vantor_server_base_internal.h"
-#include "zet_vantor_server_decimal.h"
-#include "zet_vantor_server_utf8.h"
+#include "zet_decimal.h"
+#include "zet_utf8.h"
 #include "zet_vantor_server_utils.h"
 
 namespace

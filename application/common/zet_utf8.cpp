@@ -1,7 +1,7 @@
 /** @file
  * Telling well-formed UTF-8 from other bytes, by table 3-7 of the Unicode standard.
  */
-#include "zet_vantor_server_utf8.h"
+#include "zet_utf8.h"
 
 #include <cstdint>
 

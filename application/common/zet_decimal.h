@@ -4,8 +4,8 @@
  * The C++ library's own conversion does the same with about 110 kB of tables, more than the whole server, and
  * its printf depends on the locale.
  */
-#ifndef ZET_VANTOR_SERVER_DECIMAL_H
-#define ZET_VANTOR_SERVER_DECIMAL_H
+#ifndef ZET_DECIMAL_H
+#define ZET_DECIMAL_H
 
 #include <cstddef>
 

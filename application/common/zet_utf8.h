@@ -1,8 +1,8 @@
 /** @file
  * Telling well-formed UTF-8 from other bytes.
  */
-#ifndef ZET_VANTOR_SERVER_UTF8_H
-#define ZET_VANTOR_SERVER_UTF8_H
+#ifndef ZET_UTF8_H
+#define ZET_UTF8_H
 
 #include <cstddef>
 

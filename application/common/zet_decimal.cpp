@@ -5,7 +5,7 @@
  * quickly and accurately", 1996) in exact integer arithmetic: as many digits are made as are needed to tell
  * the number from its two neighbours.
  */
-#include "zet_vantor_server_decimal.h"
+#include "zet_decimal.h"
 
 #include <bit>
 #include <cfloat>
