@@ -99,15 +99,15 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
 }
 
 /**
- * Creates a whole number; null when memory is exhausted.
+ * Creates a number; null when memory is exhausted.
  *
  * What cJSON_CreateNumber makes of the same value, but without its comparisons and conversions of `double`,
  * for which many processors have no hardware.
  *
  * @param value      the number
- * @param saturated  the number, or the nearest int
+ * @param saturated  the number without its fraction, or the nearest int
  */
-cJSON *create_whole_number(double value, int saturated)
+cJSON *create_number(double value, int saturated)
 {
     cJSON *item = cJSON_CreateNull();
     if (item != nullptr)
@@ -117,6 +117,13 @@ cJSON *create_whole_number(double value, int saturated)
         item->valueint = saturated;
     }
     return item;
+}
+
+/** A number without its fraction, or the nearest int. */
+int saturated(float value)
+{
+    constexpr float limit = 2147483648.0F;
+    return value >= limit ? INT_MAX : value <= -limit ? INT_MIN : static_cast<int>(value);
 }
 
 /**
@@ -216,19 +223,20 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
 
 bool add_json_int_value(cJSON *object, const char *key, int value)
 {
-    return add_item(object, key, create_whole_number(value, value));
+    return add_item(object, key, create_number(value, value));
 }
 
 bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 {
-    const int saturated = value < INT_MAX ? static_cast<int>(value) : INT_MAX;
-    return add_item(object, key, create_whole_number(value, saturated));
+    const int nearest = value < INT_MAX ? static_cast<int>(value) : INT_MAX;
+    return add_item(object, key, create_number(value, nearest));
 }
 
 bool add_json_float_value(cJSON *object, const char *key, float value)
 {
     // JSON has no word for what is not finite; cJSON must not convert it to an integer either.
-    cJSON *item = std::isfinite(value) ? cJSON_CreateNumber(static_cast<double>(value)) : cJSON_CreateNull();
+    cJSON *item = std::isfinite(value) ? create_number(static_cast<double>(value), saturated(value))
+                                       : cJSON_CreateNull();
     return add_item(object, key, item);
 }
 

@@ -1,27 +1,27 @@
 /** @file
  * The shortest decimal text of a number.
  *
- * The digits come from the free-format algorithm of Burger and Dybvig ("Printing floating-point numbers
- * quickly and accurately", 1996) in exact integer arithmetic: as many digits are made as are needed to tell
- * the number from its two neighbours.
+ * What is neither whole nor a `float` gets its digits from the free-format algorithm of Burger and Dybvig
+ * ("Printing floating-point numbers quickly and accurately", 1996) in exact integer arithmetic: as many
+ * digits are made as are needed to distinguish the number from its two neighbours.
  */
 #include "zet_decimal.h"
 
 #include <bit>
 #include <cfloat>
 #include <charconv>
-#include <cmath>
 #include <cstdint>
-#include <cstring>
+
+#include "zet_big.h"
+#include "zet_decimal_text.h"
 
 namespace
 {
 
-/** Whole numbers up to here are exact in a `double`. */
-constexpr double largest_exact_integer = 9007199254740992.0;
+/** Bits of a `double` that store its fraction. */
+constexpr uint32_t fraction_bits = DBL_MANT_DIG - 1;
 
-/** Most digits that a `double` can need. */
-constexpr uint32_t max_digits = 17;
+constexpr int32_t exponent_bias = DBL_MAX_EXP - 1;
 
 /**
  * Words of a big number. The largest numbers stay below 10^310 times 2^4, the denominators below 2^1080, and
@@ -29,12 +29,10 @@ constexpr uint32_t max_digits = 17;
  */
 constexpr uint32_t max_words = 36;
 
-/** A non-negative whole number, the lowest word first; words from count on are 0. */
-struct big_t
-{
-    uint32_t words[max_words];
-    uint32_t count;
-};
+/** Most digits that a `double` can need. */
+constexpr uint32_t max_digits = 17;
+
+using big_t = zet_big_memory_t<max_words>;
 
 /** A binary floating-point number: fraction × 2^exponent. */
 struct binary_t
@@ -43,86 +41,6 @@ struct binary_t
     int32_t exponent;
     bool lowest_of_binade; ///< the neighbour below is only half as far away as the one above
 };
-
-/** A decimal number: 0.d₁d₂d₃… × 10^exponent. */
-struct decimal_t
-{
-    char digits[max_digits];
-    uint32_t count;
-    int32_t exponent;
-};
-
-/** Makes value × 2^shift. */
-big_t make_big(uint64_t value, uint32_t shift)
-{
-    big_t result = {};
-    const uint32_t first = shift / 32U;
-    const uint32_t bits = shift % 32U;
-    const uint64_t low = (value & 0xFFFFFFFFU) << bits;
-    const uint64_t high = ((value >> 32U) << bits) + (low >> 32U);
-    result.words[first] = static_cast<uint32_t>(low);
-    result.words[first + 1] = static_cast<uint32_t>(high);
-    result.words[first + 2] = static_cast<uint32_t>(high >> 32U);
-    result.count = first + 3;
-    return result;
-}
-
-/** Multiplies by ten. */
-void times_ten(big_t *number)
-{
-    uint64_t carry = 0;
-    for (uint32_t i = 0; i < number->count; ++i)
-    {
-        carry += uint64_t{number->words[i]} * 10U;
-        number->words[i] = static_cast<uint32_t>(carry);
-        carry >>= 32U;
-    }
-    if (carry > 0)
-    {
-        number->words[number->count] = static_cast<uint32_t>(carry);
-        ++number->count;
-    }
-}
-
-/** Compares two numbers: negative, zero or positive like a − b. */
-int compare(const big_t &a, const big_t &b)
-{
-    for (uint32_t i = max_words; i-- > 0;)
-    {
-        if (a.words[i] != b.words[i])
-        {
-            return a.words[i] < b.words[i] ? -1 : 1;
-        }
-    }
-    return 0;
-}
-
-/** Adds two numbers. */
-big_t sum(const big_t &a, const big_t &b)
-{
-    big_t result = {};
-    uint64_t carry = 0;
-    for (uint32_t i = 0; i < max_words; ++i)
-    {
-        carry += uint64_t{a.words[i]} + b.words[i];
-        result.words[i] = static_cast<uint32_t>(carry);
-        carry >>= 32U;
-    }
-    result.count = max_words;
-    return result;
-}
-
-/** Subtracts a number that is not larger. */
-void subtract(big_t *a, const big_t &b)
-{
-    uint64_t borrow = 0;
-    for (uint32_t i = 0; i < max_words; ++i)
-    {
-        const uint64_t difference = uint64_t{a->words[i]} - b.words[i] - borrow;
-        a->words[i] = static_cast<uint32_t>(difference);
-        borrow = difference >> 63U;
-    }
-}
 
 /**
  * What the digits are made from: the number is rest ÷ unit, and every number between it and its neighbours,
@@ -134,32 +52,51 @@ struct state_t
     big_t unit;
     big_t below;
     big_t above;
+    big_t sum;   ///< of what is compared
     bool closed; ///< the two ends read back as the number, too: a reader rounds them to an even fraction
 };
 
+/** Makes value × 2^power. */
+void set(big_t &number, uint64_t value, uint32_t power)
+{
+    zet_big_set(number, value);
+    zet_big_multiply_power_of_two(number, power);
+}
+
 /** Begins with a number as it is. */
-state_t make_state(const binary_t &number)
+void begin(state_t &state, const binary_t &number)
 {
     const uint32_t up = number.exponent > 0 ? static_cast<uint32_t>(number.exponent) : 0;
     const uint32_t down = number.exponent < 0 ? static_cast<uint32_t>(-number.exponent) : 0;
     const uint32_t finer = number.lowest_of_binade ? 1 : 0;
-    return {make_big(number.fraction, up + 1 + finer), make_big(1, down + 1 + finer), make_big(1, up),
-            make_big(1, up + finer), number.fraction % 2 == 0};
+    set(state.rest, number.fraction, up + 1 + finer);
+    set(state.unit, 1, down + 1 + finer);
+    set(state.below, 1, up);
+    set(state.above, 1, up + finer);
+    state.closed = number.fraction % 2 == 0;
 }
 
-/** Tells whether the upper end reaches the unit. */
-bool reaches_unit(const state_t &state)
+/** Compares the sum of two numbers with a third one. */
+int compare_sum(state_t &state, const big_t &a, const big_t &b, const big_t &other)
 {
-    const int order = compare(sum(state.rest, state.above), state.unit);
+    zet_big_copy(state.sum, a);
+    zet_big_add(state.sum, b);
+    return zet_big_compare(state.sum, other);
+}
+
+/** Returns whether the upper end reaches the unit. */
+bool reaches_unit(state_t &state)
+{
+    const int order = compare_sum(state, state.rest, state.above, state.unit);
     return order > 0 || (order == 0 && state.closed);
 }
 
-/** Moves on by one digit. */
-void next_place(state_t *state)
+/** Moves on by a number of digits. */
+void next_places(state_t &state, uint32_t count)
 {
-    times_ten(&state->rest);
-    times_ten(&state->below);
-    times_ten(&state->above);
+    zet_big_multiply_power_of_ten(state.rest, count);
+    zet_big_multiply_power_of_ten(state.below, count);
+    zet_big_multiply_power_of_ten(state.above, count);
 }
 
 /** Rounds a quotient up; the divisor is positive. */
@@ -170,154 +107,84 @@ int32_t ceiling(int32_t dividend, int32_t divisor)
 
 /** Scales the state so that the number lies in the first place behind the point; returns by what power of
  * ten. */
-int32_t scale(state_t *state, const binary_t &number)
+int32_t scale(state_t &state, const binary_t &number)
 {
     // log10 of the number, rounded down to a power of two, with log10(2) = 0.30103; at most one too low.
     const int32_t log2 = number.exponent + static_cast<int32_t>(std::bit_width(number.fraction)) - 1;
     const int32_t power = ceiling(log2 * 30103, 100000);
-    for (int32_t i = 0; i < power; ++i)
+    if (power > 0)
     {
-        times_ten(&state->unit);
+        zet_big_multiply_power_of_ten(state.unit, static_cast<uint32_t>(power));
     }
-    for (int32_t i = 0; i > power; --i)
+    else
     {
-        next_place(state);
+        next_places(state, static_cast<uint32_t>(-power));
     }
-    if (!reaches_unit(*state))
+    if (!reaches_unit(state))
     {
         return power;
     }
-    times_ten(&state->unit);
+    zet_big_multiply_power_of_ten(state.unit, 1);
     return power + 1;
 }
 
 /** Takes the next digit off the rest, which is below ten units. */
-char take_digit(state_t *state)
+char take_digit(state_t &state)
 {
     char digit = '0';
-    while (compare(state->rest, state->unit) >= 0)
+    while (zet_big_compare(state.rest, state.unit) >= 0)
     {
-        subtract(&state->rest, state->unit);
+        zet_big_subtract(state.rest, state.unit);
         ++digit;
     }
     return digit;
 }
 
-/** Makes the shortest digits of a number that is not 0. */
-decimal_t make_digits(const binary_t &number)
+/** Writes the shortest digits of a number that is not 0. */
+char *write_shortest(const binary_t &number, char *end)
 {
-    state_t state = make_state(number);
-    decimal_t decimal = {};
-    decimal.exponent = scale(&state, number);
+    char digits[max_digits];
+    uint32_t count = 0;
+    state_t state;
+    begin(state, number);
+    const int32_t exponent = scale(state, number);
     for (;;)
     {
-        next_place(&state);
-        char digit = take_digit(&state);
-        const int order = compare(state.rest, state.below);
+        next_places(state, 1);
+        char digit = take_digit(state);
+        const int order = zet_big_compare(state.rest, state.below);
         const bool low_enough = order < 0 || (order == 0 && state.closed);
         const bool high_enough = reaches_unit(state);
-        const int half = compare(sum(state.rest, state.rest), state.unit);
+        const int half = compare_sum(state, state.rest, state.rest, state.unit);
         const bool nearer_above = half > 0 || (half == 0 && digit % 2 != 0);
         if (high_enough && (!low_enough || nearer_above))
         {
             ++digit;
         }
-        decimal.digits[decimal.count] = digit;
-        ++decimal.count;
+        digits[count] = digit;
+        ++count;
         if (low_enough || high_enough)
         {
-            return decimal;
+            return zet_decimal_write_digits({digits, count, exponent}, end);
         }
     }
 }
 
-/** Takes a number apart as a `double`, or as a `float` if it is one. The sign is dropped. */
-binary_t take_apart(double value)
+/** Takes the bits of a positive number apart. */
+binary_t take_apart(uint64_t bits)
 {
-    const bool is_float = std::fabs(value) <= static_cast<double>(FLT_MAX) &&
-                          static_cast<double>(static_cast<float>(value)) == value;
-    const int digits = is_float ? FLT_MANT_DIG : DBL_MANT_DIG;
-    const int lowest = (is_float ? FLT_MIN_EXP : DBL_MIN_EXP) - digits;
-    int exponent = 0;
-    const double fraction = std::frexp(std::fabs(value), &exponent);
-    exponent -= digits;
-    const int finer = exponent < lowest ? lowest - exponent : 0;
-    const auto whole = static_cast<uint64_t>(std::ldexp(fraction, digits - finer));
-    const bool lowest_of_binade = std::has_single_bit(whole) && finer == 0 && exponent > lowest;
-    return {whole, exponent + finer, lowest_of_binade};
-}
-
-/** Appends characters; returns the end of the text. */
-char *append(char *end, const char *characters, uint32_t count)
-{
-    std::memcpy(end, characters, count);
-    return end + count;
-}
-
-/** Appends zeros; returns the end of the text. */
-char *append_zeros(char *end, int32_t count)
-{
-    for (; count > 0; --count)
+    constexpr int32_t lowest_exponent = DBL_MIN_EXP - DBL_MANT_DIG;
+    const uint64_t stored = bits & ((uint64_t{1} << fraction_bits) - 1U);
+    const auto binade = static_cast<int32_t>(bits >> fraction_bits);
+    if (binade == 0)
     {
-        *end++ = '0';
+        return {stored, lowest_exponent, false};
     }
-    return end;
-}
-
-/** Appends a decimal without an exponent. */
-char *append_plain(char *end, const decimal_t &decimal)
-{
-    const auto count = static_cast<int32_t>(decimal.count);
-    if (decimal.exponent <= 0)
-    {
-        end = append(end, "0.", 2);
-        end = append_zeros(end, -decimal.exponent);
-        return append(end, decimal.digits, decimal.count);
-    }
-    if (decimal.exponent >= count)
-    {
-        end = append(end, decimal.digits, decimal.count);
-        return append_zeros(end, decimal.exponent - count);
-    }
-    const auto whole = static_cast<uint32_t>(decimal.exponent);
-    end = append(end, decimal.digits, whole);
-    *end++ = '.';
-    return append(end, decimal.digits + whole, decimal.count - whole);
-}
-
-/** Appends a decimal with an exponent. */
-char *append_scientific(char *end, const decimal_t &decimal)
-{
-    *end++ = decimal.digits[0];
-    if (decimal.count > 1)
-    {
-        *end++ = '.';
-        end = append(end, decimal.digits + 1, decimal.count - 1);
-    }
-    const int32_t exponent = decimal.exponent - 1;
-    *end++ = 'e';
-    *end++ = exponent < 0 ? '-' : '+';
-    const int32_t magnitude = exponent < 0 ? -exponent : exponent;
-    if (magnitude < 10)
-    {
-        *end++ = '0';
-    }
-    return std::to_chars(end, end + 3, magnitude).ptr;
-}
-
-/** Tells whether a decimal is no longer without an exponent. */
-bool is_plain_shorter(const decimal_t &decimal)
-{
-    const auto count = static_cast<int32_t>(decimal.count);
-    const int32_t point = decimal.exponent;
-    const int32_t magnitude = point < 1 ? 1 - point : point - 1;
-    const int32_t scientific = count + (count > 1 ? 1 : 0) + (magnitude < 100 ? 4 : 5);
-    const int32_t plain = point <= 0 ? count + 2 - point : point >= count ? point : count + 1;
-    return plain <= scientific;
+    return {uint64_t{1} << fraction_bits | stored, lowest_exponent + binade - 1, stored == 0 && binade > 1};
 }
 
 /**
- * Tells whether a number is a whole one from 0 on that fits 32 bits. Done in integers: most numbers of a
+ * Returns whether a number is a whole one from 0 on that fits 32 bits. Done in integers: most numbers of a
  * message are of this kind, and many processors have no hardware for `double`.
  */
 bool is_uint32(double value, uint32_t *whole)
@@ -337,29 +204,80 @@ bool is_uint32(double value, uint32_t *whole)
     return fraction << exponent << 1U == 0 && low << 11U == 0;
 }
 
+/** The fraction in the bits of a normal number, with the leading digit that is not stored. */
+uint64_t fraction_of(uint64_t bits)
+{
+    constexpr uint64_t leading = uint64_t{1} << fraction_bits;
+    return leading | (bits & (leading - 1U));
+}
+
+/** The exponent in the bits of a positive number: of the first digit of its fraction. */
+int32_t exponent_of(uint64_t bits)
+{
+    return static_cast<int32_t>(bits >> fraction_bits) - exponent_bias;
+}
+
+/** Returns whether the bits of a positive number are those of a whole one up to 2^53, which it gives. */
+bool is_exact_integer(uint64_t bits, uint64_t *whole)
+{
+    constexpr int32_t most = DBL_MANT_DIG;
+    const int32_t exponent = exponent_of(bits);
+    const uint64_t fraction = fraction_of(bits);
+    *whole = 0;
+    if (exponent < 0 || exponent > most || std::countr_zero(fraction) < most - 1 - exponent)
+    {
+        return bits == 0;
+    }
+    *whole = exponent < most ? fraction >> (most - 1 - exponent) : fraction * 2U;
+    return exponent < most || fraction == uint64_t{1} << fraction_bits;
+}
+
+/** Returns whether the bits of a positive number are those of a `float`, whose bits it gives. */
+bool is_float(uint64_t bits, uint32_t *float_bits)
+{
+    constexpr int32_t more_digits = DBL_MANT_DIG - FLT_MANT_DIG;
+    const int32_t binade = exponent_of(bits) + FLT_MAX_EXP - 1;
+    const uint64_t fraction = fraction_of(bits);
+    // Below the normal numbers each power of two costs a digit, and the leading one is stored.
+    const int32_t lost = more_digits + (binade > 0 ? 0 : 1 - binade);
+    if (lost >= DBL_MANT_DIG || binade >= 2 * FLT_MAX_EXP - 1 || std::countr_zero(fraction) < lost)
+    {
+        return false;
+    }
+    *float_bits = static_cast<uint32_t>(fraction >> lost);
+    if (binade > 0)
+    {
+        *float_bits += (static_cast<uint32_t>(binade) - 1U) << (FLT_MANT_DIG - 1);
+    }
+    return true;
+}
+
 } // namespace
 
-size_t decimal_write(double value, char *text)
+size_t zet_decimal_write(double value, char *text)
 {
-    uint32_t whole = 0;
-    if (is_uint32(value, &whole))
+    uint32_t small = 0;
+    if (is_uint32(value, &small))
     {
-        return static_cast<size_t>(std::to_chars(text, text + decimal_text_size, whole).ptr - text);
+        return static_cast<size_t>(std::to_chars(text, text + zet_decimal_text_size, small).ptr - text);
     }
+    const auto bits = std::bit_cast<uint64_t>(value);
+    const uint64_t magnitude = bits & (UINT64_MAX >> 1U);
     char *end = text;
-    const double magnitude = std::fabs(value);
-    if (std::signbit(value))
+    if (magnitude != bits)
     {
         *end++ = '-';
     }
-    if (magnitude <= largest_exact_integer && std::trunc(magnitude) == magnitude)
+    uint64_t whole = 0;
+    if (is_exact_integer(magnitude, &whole))
     {
-        end = std::to_chars(end, text + decimal_text_size, static_cast<uint64_t>(magnitude)).ptr;
+        end = std::to_chars(end, text + zet_decimal_text_size, whole).ptr;
+        return static_cast<size_t>(end - text);
     }
-    else
+    uint32_t as_float = 0;
+    if (is_float(magnitude, &as_float))
     {
-        const decimal_t decimal = make_digits(take_apart(value));
-        end = is_plain_shorter(decimal) ? append_plain(end, decimal) : append_scientific(end, decimal);
+        return static_cast<size_t>(end - text) + zet_decimal_write_float(std::bit_cast<float>(as_float), end);
     }
-    return static_cast<size_t>(end - text);
+    return static_cast<size_t>(write_shortest(take_apart(magnitude), end) - text);
 }

@@ -9,9 +9,9 @@
 
 #include <cjson/cJSON.h>
 
-#include "zet_vantor_server_base_internal.h"
 #include "zet_decimal.h"
 #include "zet_utf8.h"
+#include "zet_vantor_server_base_internal.h"
 #include "zet_vantor_server_utils.h"
 
 namespace
@@ -324,8 +324,8 @@ void json_writer_number(json_writer_t *writer, double value)
         json_writer_null(writer);
         return;
     }
-    char *out = separate(writer, begin(writer, 1 + decimal_text_size));
-    commit(writer, out + decimal_write(value, out));
+    char *out = separate(writer, begin(writer, 1 + zet_decimal_text_size));
+    commit(writer, out + zet_decimal_write(value, out));
 }
 
 void json_writer_uint(json_writer_t *writer, uint64_t value)

@@ -45,9 +45,10 @@ bool convert_hexstr2uint(char *str, uint8_t *out, size_t size)
 void convert_uint2hexstr(uint8_t *data, size_t size, char *out)
 {
     static constexpr char digits[] = "0123456789abcdef";
-    for (size_t i = 0; i < size; ++i)
+    for (const uint8_t *next = data; next != data + size; ++next)
     {
-        out[2 * i] = digits[data[i] >> 4U];
-        out[2 * i + 1] = digits[data[i] & 0x0FU];
+        const uint8_t byte = *next;
+        *out++ = digits[byte >> 4U];
+        *out++ = digits[byte & 0x0FU];
     }
 }

@@ -1,7 +1,10 @@
 /** @file
  * Instructions that a frame message costs on a Cortex-M4F: building the document, sending and releasing it,
- * and handing the samples on, over the number of items; beside it the same bytes written by hand.
+ * and handing the samples on, over the number of items; beside it the same bytes written by hand. Then the
+ * metadata of the session, and the text of a number.
  */
+#include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 
@@ -14,6 +17,7 @@
 #include "interrupts.h"
 #include "semihosting.h"
 #include "start.h"
+#include "zet_decimal.h"
 #include "zet_definitions_k330.h"
 #include "zet_integration.h"
 #include "zet_simulator.h"
@@ -81,19 +85,20 @@ void *counting_alloc(size_t size)
 }
 
 /** Sets a session up. */
-void configure(uint32_t groups, uint32_t items)
+void configure(const message_shape_t &shape)
 {
-    static char text[4096];
+    static char text[4352];
+    const char *const assessment = shape.is_assessed ? ",\"cca_enable\":true,\"cca_debug\":true" : "";
     char *end = text;
     end += std::sprintf(end, "{\"groups\":[");
-    for (uint32_t group = 0; group < groups; ++group)
+    for (uint32_t group = 0; group < shape.groups; ++group)
     {
         end += std::sprintf(end, group > 0 ? ",[" : "[");
-        for (uint32_t item = 0; item < items; ++item)
+        for (uint32_t item = 0; item < shape.items_per_group; ++item)
         {
-            end +=
-                std::sprintf(end, "%s{\"sensor_id\":%u,\"config\":{\"num_points\":%u}}", item > 0 ? "," : "",
-                             static_cast<unsigned>(item + 1), static_cast<unsigned>(points));
+            end += std::sprintf(end, "%s{\"sensor_id\":%u,\"config\":{\"num_points\":%u}%s}",
+                                item > 0 ? "," : "", static_cast<unsigned>(item + 1),
+                                static_cast<unsigned>(points), assessment);
         }
         end += std::sprintf(end, "]");
     }
@@ -148,12 +153,23 @@ uint32_t count_allocations()
     return allocations;
 }
 
-/** Counts the frames of one shape of session. */
-void count_shape(uint32_t groups, uint32_t items)
+/** Counts the session's metadata. */
+uint32_t count_metadata()
 {
-    const message_shape_t shape = {groups, items, tick, free_temperature, points};
-    configure(groups, items);
+    const uint32_t begin = cycle_count();
+    if (!zet_vantor_server_system_send_session_metadata(count_bytes, 0))
+    {
+        fail("the metadata could not be sent\n");
+    }
+    return instructions_between(begin, cycle_count());
+}
+
+/** Counts the frames of one shape of session. */
+void count_shape(const message_shape_t &shape)
+{
+    configure(shape);
     free_sensors(true);
+    const uint32_t metadata = count_metadata();
     compare_bytes(shape);
 
     bytes_sent = 0;
@@ -167,15 +183,33 @@ void count_shape(uint32_t groups, uint32_t items)
     hand_written_message(count_bytes, shape, samples);
     const uint32_t floor = instructions_between(floor_begin, cycle_count());
 
-    char line[160];
-    (void)std::snprintf(
-        line, sizeof line,
-        "{\"items\": %u, \"message\": %u, \"frame\": %u, \"by_hand\": %u, \"allocations\": %u}\n",
-        static_cast<unsigned>(groups * items), static_cast<unsigned>(message), static_cast<unsigned>(frame),
-        static_cast<unsigned>(floor), static_cast<unsigned>(count_allocations()));
+    char line[200];
+    (void)std::snprintf(line, sizeof line,
+                        "{\"items\": %u, \"assessed\": %s, \"message\": %u, \"frame\": %u, \"by_hand\": %u, "
+                        "\"allocations\": %u, \"metadata\": %u}\n",
+                        static_cast<unsigned>(shape.groups * shape.items_per_group),
+                        shape.is_assessed ? "true" : "false", static_cast<unsigned>(message),
+                        static_cast<unsigned>(frame), static_cast<unsigned>(floor),
+                        static_cast<unsigned>(count_allocations()), static_cast<unsigned>(metadata));
     console_write(line);
     free_sensors(false);
     zet_vantor_server_system_destroy_session();
+}
+
+/** Counts the texts of floats of every size: the longest of them. */
+void count_floats()
+{
+    char text[zet_decimal_text_size];
+    uint32_t most = 0;
+    for (uint32_t bits = 1; bits < 0x7F800000U; bits += 104729)
+    {
+        const uint32_t begin = cycle_count();
+        (void)zet_decimal_write_float(std::bit_cast<float>(bits), text);
+        most = std::max(most, instructions_between(begin, cycle_count()));
+    }
+    char line[60];
+    (void)std::snprintf(line, sizeof line, "{\"float_text\": %u}\n", static_cast<unsigned>(most));
+    console_write(line);
 }
 
 } // namespace
@@ -195,9 +229,13 @@ void run_board()
     {
         fail("the board could not be started\n");
     }
-    for (const auto &shape : shapes)
+    for (const bool is_assessed : {false, true})
     {
-        count_shape(shape[0], shape[1]);
+        for (const auto &shape : shapes)
+        {
+            count_shape({shape[0], shape[1], tick, free_temperature, points, is_assessed});
+        }
     }
+    count_floats();
     console_exit(0);
 }

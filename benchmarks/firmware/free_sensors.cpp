@@ -6,9 +6,13 @@
 #include <cjson/cJSON.h>
 
 #include "cycle_counter.h"
+#include "hand_written_message.h"
+#include "zet_config.h"
+#include "zet_config_subsweep.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_probes.h"
 #include "zet_processing.h"
+#include "zet_processing_cca.h"
 #include "zet_sensor.h"
 
 uint32_t message_begin;
@@ -36,6 +40,11 @@ bool __real_zet_sensor_measure(zet_sensor_t *sensor);
 bool __real_zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_size);
 void __real_zet_processing_execute(zet_processing_t *processing, void *buffer,
                                    zet_processing_result_t *result);
+bool __real_zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t *cal_info);
+uint8_t __real_zet_config_num_subsweeps_get(const zet_config_t *config);
+float __real_zet_processing_points_to_meter(int32_t points);
+bool __real_zet_processing_cca_check(const zet_processing_t *processing, const void *buffer,
+                                     float *cca_value);
 void __real_zet_probes_register_callback(zet_probe_id_t id, zet_probes_callback_rw_t *callback,
                                          void *user_reference);
 cJSON *__real_cJSON_CreateObject();
@@ -45,6 +54,26 @@ bool __wrap_zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config,
                                const zet_cal_result_t *cal_result, void *buffer, uint32_t buffer_size)
 {
     return are_free || __real_zet_sensor_prepare(sensor, config, cal_result, buffer, buffer_size);
+}
+
+bool __wrap_zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t *cal_info)
+{
+    if (!are_free)
+    {
+        return __real_zet_sensor_get_cal_info(cal_result, cal_info);
+    }
+    cal_info->temperature = free_temperature;
+    return true;
+}
+
+uint8_t __wrap_zet_config_num_subsweeps_get(const zet_config_t *config)
+{
+    return are_free ? uint8_t{1} : __real_zet_config_num_subsweeps_get(config);
+}
+
+float __wrap_zet_processing_points_to_meter(int32_t points)
+{
+    return are_free ? 0.0025F : __real_zet_processing_points_to_meter(points);
 }
 
 bool __wrap_zet_sensor_measure(zet_sensor_t *sensor)
@@ -67,6 +96,12 @@ void __wrap_zet_processing_execute(zet_processing_t *processing, void *buffer,
     }
     *result = {false, false, false, free_temperature, samples};
     is_processed = true;
+}
+
+bool __wrap_zet_processing_cca_check(const zet_processing_t *processing, const void *buffer, float *cca_value)
+{
+    *cca_value = assessed_value;
+    return are_free || __real_zet_processing_cca_check(processing, buffer, cca_value);
 }
 
 cJSON *__wrap_cJSON_CreateObject()

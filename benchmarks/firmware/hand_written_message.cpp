@@ -25,7 +25,7 @@ struct line_t
     }
 };
 
-char buffer[8192];
+char buffer[9472];
 
 } // namespace
 
@@ -50,7 +50,14 @@ void hand_written_message(write_data_function_t *write, const message_shape_t &s
             line.number(shape.tick);
             line.text(",\"data_saturated\":false,\"temperature\":");
             line.number(shape.temperature);
-            line.text(",\"calibration_needed\":false,\"frame_delayed\":false}");
+            line.text(",\"calibration_needed\":false,\"frame_delayed\":false");
+            if (shape.is_assessed)
+            {
+                line.text(",\"data_valid\":false,\"cca_value\":");
+                line.text(assessed_text);
+                line.text(",\"cca_detected\":true,\"tx_enabled\":false");
+            }
+            line.text("}");
         }
         line.text("]");
     }

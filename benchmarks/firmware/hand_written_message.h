@@ -16,9 +16,14 @@ struct message_shape_t
     uint32_t tick;
     int16_t temperature;
     uint32_t samples_per_item;
+    bool is_assessed; ///< with clear-channel assessment and its details
 };
 
-/** Writes the frame message of a session without assessment: header and one payload per item. */
+/** What every assessment finds, as number and as text. */
+constexpr float assessed_value = 0.12345679F;
+constexpr char assessed_text[] = "0.12345679";
+
+/** Writes the frame message of a session: header and one payload per item. */
 void hand_written_message(write_data_function_t *write, const message_shape_t &shape, const void *samples);
 
 #endif

@@ -26,6 +26,29 @@ struct sealed_calibration
 };
 static_assert(sizeof(sealed_calibration) == sizeof(zet_cal_result_t), "the layout fills the result");
 
+/** What each byte does to the remainder of the polynomial division. */
+struct remainders_t
+{
+    uint32_t of_byte[256];
+};
+
+constexpr remainders_t make_remainders()
+{
+    remainders_t remainders = {};
+    for (uint32_t byte = 0; byte < 256U; ++byte)
+    {
+        uint32_t remainder = byte;
+        for (int bit = 0; bit < 8; ++bit)
+        {
+            remainder = (remainder >> 1U) ^ ((remainder & 1U) != 0U ? 0xEDB88320U : 0U);
+        }
+        remainders.of_byte[byte] = remainder;
+    }
+    return remainders;
+}
+
+constexpr remainders_t remainders = make_remainders();
+
 /** CRC-32 (ISO 3309, reflected polynomial 0xEDB88320): finds every change of one byte. */
 uint32_t checksum_of(const void *data, size_t size)
 {
@@ -33,11 +56,7 @@ uint32_t checksum_of(const void *data, size_t size)
     uint32_t remainder = UINT32_MAX;
     for (size_t i = 0; i < size; i++)
     {
-        remainder ^= bytes[i];
-        for (int bit = 0; bit < 8; bit++)
-        {
-            remainder = (remainder >> 1U) ^ ((remainder & 1U) != 0U ? 0xEDB88320U : 0U);
-        }
+        remainder = remainder >> 8U ^ remainders.of_byte[(remainder ^ bytes[i]) & 0xFFU];
     }
     return ~remainder;
 }

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "cortex_m4.h"
-#include "decimal_read.h"
+#include "zet_decimal.h"
 
 namespace
 {
@@ -23,9 +23,9 @@ void store_word(uint8_t *address, uint32_t word)
     reinterpret_cast<any_word_t *>(address)->value = word;
 }
 
-uint32_t load_word(const uint8_t *address)
+uint32_t load_word(const void *address)
 {
-    return reinterpret_cast<const any_word_t *>(address)->value;
+    return static_cast<const any_word_t *>(address)->value;
 }
 
 } // namespace
@@ -36,7 +36,7 @@ extern "C" {
 double strtod(const char *text, char **end)
 {
     size_t length = 0;
-    const double value = decimal_read(text, &length);
+    const double value = zet_decimal_read(text, &length);
     if (end != nullptr)
     {
         *end = const_cast<char *>(text) + length;
@@ -90,6 +90,29 @@ void *memcpy(void *__restrict destination, const void *__restrict source, size_t
         *to++ = *from++;
     }
     return destination;
+}
+
+size_t strlen(const char *text)
+{
+    const char *end = text;
+    for (; reinterpret_cast<uintptr_t>(end) % sizeof(uint32_t) != 0; ++end)
+    {
+        if (*end == '\0')
+        {
+            return static_cast<size_t>(end - text);
+        }
+    }
+    // A word contains a zero byte when subtracting one from each byte borrows where none had its top bit set.
+    for (uint32_t word = load_word(end); ((word - 0x01010101U) & ~word & 0x80808080U) == 0U;
+         word = load_word(end))
+    {
+        end += sizeof word;
+    }
+    while (*end != '\0')
+    {
+        ++end;
+    }
+    return static_cast<size_t>(end - text);
 }
 
 void *_sbrk(ptrdiff_t /*increment*/)

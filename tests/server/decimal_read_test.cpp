@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "decimal_read.h"
+#include "zet_decimal.h"
 
 namespace
 {
@@ -22,7 +22,7 @@ void compare(const std::string &text)
     char *end = nullptr;
     const double expected = std::strtod(text.c_str(), &end);
     std::size_t length = 0;
-    const double value = decimal_read(text.c_str(), &length);
+    const double value = zet_decimal_read(text.c_str(), &length);
     EXPECT_EQ(std::bit_cast<std::uint64_t>(value), std::bit_cast<std::uint64_t>(expected)) << text;
     EXPECT_EQ(length, static_cast<std::size_t>(end - text.c_str())) << text;
 }

@@ -2,11 +2,13 @@
  * Reading decimal numbers: the digits become a ratio of whole numbers, of which the first 64 binary digits
  * and whether anything is left are found by long division.
  */
-#include "decimal_read.h"
+#include "zet_decimal.h"
 
 #include <bit>
 #include <cstdint>
 #include <limits>
+
+#include "zet_big.h"
 
 namespace
 {
@@ -30,95 +32,11 @@ struct written_t
     int32_t exponent;     ///< of the last kept digit
 };
 
-/** A non-negative whole number, the lowest word first; words from count on are not set. */
-struct big_t
-{
-    uint32_t words[max_words];
-    uint32_t count;
-};
+using big_t = zet_big_memory_t<max_words>;
 
 bool is_digit(char character)
 {
     return character >= '0' && character <= '9';
-}
-
-/** Makes number × factor + addend. */
-void multiply_add(big_t &number, uint32_t factor, uint32_t addend)
-{
-    uint64_t carry = addend;
-    for (uint32_t i = 0; i < number.count; ++i)
-    {
-        carry += uint64_t{number.words[i]} * factor;
-        number.words[i] = static_cast<uint32_t>(carry);
-        carry >>= 32U;
-    }
-    if (carry > 0)
-    {
-        number.words[number.count] = static_cast<uint32_t>(carry);
-        ++number.count;
-    }
-}
-
-/** Multiplies by a power of ten. */
-void multiply_power_of_ten(big_t &number, uint32_t power)
-{
-    for (; power >= 9; power -= 9)
-    {
-        multiply_add(number, 1000000000U, 0);
-    }
-    for (; power > 0; --power)
-    {
-        multiply_add(number, 10U, 0);
-    }
-}
-
-/** Multiplies by a power of two. */
-void multiply_power_of_two(big_t &number, uint32_t power)
-{
-    for (; power >= 31; power -= 31)
-    {
-        multiply_add(number, 1U << 31U, 0);
-    }
-    multiply_add(number, 1U << power, 0);
-}
-
-/** Number of bits. */
-int32_t bit_count(const big_t &number)
-{
-    return static_cast<int32_t>(number.count * 32U) - std::countl_zero(number.words[number.count - 1]);
-}
-
-/** Tells whether a is at least b. */
-bool is_at_least(const big_t &a, const big_t &b)
-{
-    if (a.count != b.count)
-    {
-        return a.count > b.count;
-    }
-    for (uint32_t i = a.count; i-- > 0;)
-    {
-        if (a.words[i] != b.words[i])
-        {
-            return a.words[i] > b.words[i];
-        }
-    }
-    return true;
-}
-
-/** Subtracts a number that is not larger. */
-void subtract(big_t &a, const big_t &b)
-{
-    uint64_t borrow = 0;
-    for (uint32_t i = 0; i < a.count; ++i)
-    {
-        const uint64_t difference = uint64_t{a.words[i]} - (i < b.count ? b.words[i] : 0U) - borrow;
-        a.words[i] = static_cast<uint32_t>(difference);
-        borrow = difference >> 63U;
-    }
-    while (a.count > 0 && a.words[a.count - 1] == 0)
-    {
-        --a.count;
-    }
 }
 
 /** Reads an exponent, if there is one, behind the digits; returns what follows. */
@@ -197,20 +115,18 @@ const char *read_written(const char *text, written_t &number)
 }
 
 /** Makes a whole number of the kept digits. */
-big_t digits_of(const written_t &number)
+void set_digits(big_t &value, const written_t &number)
 {
-    big_t value;
-    value.count = 0;
+    zet_big_set(value, 0);
     const char *digit = number.first;
     for (uint32_t i = 0; i < number.digit_count; ++digit)
     {
         if (*digit != '.')
         {
-            multiply_add(value, 10U, static_cast<uint32_t>(*digit - '0'));
+            zet_big_multiply_add(value, 10U, static_cast<uint32_t>(*digit - '0'));
             ++i;
         }
     }
-    return value;
 }
 
 /** The nearest double to (fraction + a rest below 1) × 2^exponent; the fraction has its top bit set. */
@@ -243,25 +159,25 @@ double assemble(uint64_t fraction, bool rest, int32_t exponent)
 double divide(big_t &dividend, big_t &divisor, bool more)
 {
     // As large as the divisor or half of it, so that the first or the second digit of the quotient is a one.
-    int32_t exponent = bit_count(dividend) - bit_count(divisor);
+    int32_t exponent = static_cast<int32_t>(zet_big_bit_count(dividend) - zet_big_bit_count(divisor));
     if (exponent > 0)
     {
-        multiply_power_of_two(divisor, static_cast<uint32_t>(exponent));
+        zet_big_multiply_power_of_two(divisor, static_cast<uint32_t>(exponent));
     }
     else
     {
-        multiply_power_of_two(dividend, static_cast<uint32_t>(-exponent));
+        zet_big_multiply_power_of_two(dividend, static_cast<uint32_t>(-exponent));
     }
     uint64_t quotient = 0;
     while (quotient >> 63U == 0)
     {
         quotient <<= 1U;
-        if (is_at_least(dividend, divisor))
+        if (zet_big_compare(dividend, divisor) >= 0)
         {
-            subtract(dividend, divisor);
+            zet_big_subtract(dividend, divisor);
             quotient |= 1U;
         }
-        multiply_add(dividend, 2U, 0);
+        zet_big_multiply_add(dividend, 2U, 0);
         --exponent;
     }
     return assemble(quotient, more || dividend.count > 0, exponent + 1);
@@ -279,24 +195,24 @@ double value_of(const written_t &number)
     {
         return 0.0;
     }
-    big_t dividend = digits_of(number);
+    big_t dividend;
+    set_digits(dividend, number);
     big_t divisor;
-    divisor.words[0] = 1;
-    divisor.count = 1;
+    zet_big_set(divisor, 1);
     if (number.exponent > 0)
     {
-        multiply_power_of_ten(dividend, static_cast<uint32_t>(number.exponent));
+        zet_big_multiply_power_of_ten(dividend, static_cast<uint32_t>(number.exponent));
     }
     else
     {
-        multiply_power_of_ten(divisor, static_cast<uint32_t>(-number.exponent));
+        zet_big_multiply_power_of_ten(divisor, static_cast<uint32_t>(-number.exponent));
     }
     return divide(dividend, divisor, number.more);
 }
 
 } // namespace
 
-double decimal_read(const char *text, size_t *length)
+double zet_decimal_read(const char *text, size_t *length)
 {
     written_t number = {};
     const char *end = read_written(text, number);
