@@ -46,7 +46,7 @@ void check_accepted(const std::string &text)
     demand(end == text.c_str() + text.size());
     uint32_t deepest = 0;
     demand(count_values(document, 0, &deepest) <= max_values);
-    demand(deepest <= json_scan_max_depth);
+    demand(deepest <= zet_json_scan_max_depth);
     cJSON_Delete(document);
 }
 
@@ -55,16 +55,16 @@ void check_accepted(const std::string &text)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text(reinterpret_cast<const char *>(data), size);
-    const json_scan_result_t result = json_scan(text.data(), text.size(), max_values);
-    demand(result <= JSON_SCAN_TOO_MANY_VALUES);
-    if (result == JSON_SCAN_OK)
+    const zet_json_scan_result_t result = zet_json_scan(text.data(), text.size(), max_values);
+    demand(result <= ZET_JSON_SCAN_TOO_MANY_VALUES);
+    if (result == ZET_JSON_SCAN_OK)
     {
         check_accepted(text);
         // White space around a document changes nothing, text after it does.
         const std::string spaced = " \t" + text + " \r";
-        demand(json_scan(spaced.data(), spaced.size(), max_values) == JSON_SCAN_OK);
+        demand(zet_json_scan(spaced.data(), spaced.size(), max_values) == ZET_JSON_SCAN_OK);
         const std::string followed = text + " {}";
-        demand(json_scan(followed.data(), followed.size(), max_values) == JSON_SCAN_TRAILING_TEXT);
+        demand(zet_json_scan(followed.data(), followed.size(), max_values) == ZET_JSON_SCAN_TRAILING_TEXT);
     }
     return 0;
 }

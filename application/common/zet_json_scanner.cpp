@@ -31,7 +31,7 @@ struct scan_t
     uint32_t objects;     ///< one bit per open object or array, the innermost lowest: 1 for an object
     expect_t expect;      ///< what must come next
 };
-static_assert(json_scan_max_depth <= 32, "scan_t::objects has one bit per level");
+static_assert(zet_json_scan_max_depth <= 32, "scan_t::objects has one bit per level");
 
 /** Tells whether the next character is the given one. */
 bool is_next(const scan_t *scan, char character)
@@ -182,7 +182,7 @@ bool take_string(scan_t *scan)
             }
             continue;
         }
-        const size_t length = utf8_sequence_length(scan->at, static_cast<size_t>(scan->end - scan->at));
+        const size_t length = zet_utf8_sequence_length(scan->at, static_cast<size_t>(scan->end - scan->at));
         if (length == 0 || static_cast<unsigned char>(*scan->at) < 0x20U)
         {
             return false;
@@ -193,29 +193,29 @@ bool take_string(scan_t *scan)
 }
 
 /** Enters an object or an array whose bracket was taken. */
-json_scan_result_t enter(scan_t *scan, bool is_object)
+zet_json_scan_result_t enter(scan_t *scan, bool is_object)
 {
-    if (scan->depth == json_scan_max_depth)
+    if (scan->depth == zet_json_scan_max_depth)
     {
-        return JSON_SCAN_TOO_DEEP;
+        return ZET_JSON_SCAN_TOO_DEEP;
     }
     ++scan->depth;
     scan->objects = scan->objects << 1U | (is_object ? 1U : 0U);
     scan->expect = is_object ? EXPECT_KEY_OR_END : EXPECT_VALUE_OR_END;
-    return JSON_SCAN_OK;
+    return ZET_JSON_SCAN_OK;
 }
 
 /** Leaves the innermost object or array, whose closing bracket comes next. */
-json_scan_result_t leave(scan_t *scan)
+zet_json_scan_result_t leave(scan_t *scan)
 {
     if (!take(scan, (scan->objects & 1U) != 0 ? '}' : ']'))
     {
-        return JSON_SCAN_NOT_JSON;
+        return ZET_JSON_SCAN_NOT_JSON;
     }
     --scan->depth;
     scan->objects >>= 1U;
     scan->expect = EXPECT_COMMA_OR_END;
-    return JSON_SCAN_OK;
+    return ZET_JSON_SCAN_OK;
 }
 
 /** Takes a string, a number or a literal. */
@@ -237,15 +237,15 @@ bool take_scalar(scan_t *scan)
 }
 
 /** Takes a value; of an object or an array only the opening bracket. */
-json_scan_result_t scan_value(scan_t *scan)
+zet_json_scan_result_t scan_value(scan_t *scan)
 {
     if (scan->at == scan->end)
     {
-        return JSON_SCAN_NOT_JSON;
+        return ZET_JSON_SCAN_NOT_JSON;
     }
     if (scan->values_left == 0)
     {
-        return JSON_SCAN_TOO_MANY_VALUES;
+        return ZET_JSON_SCAN_TOO_MANY_VALUES;
     }
     --scan->values_left;
     if (take(scan, '{'))
@@ -258,26 +258,26 @@ json_scan_result_t scan_value(scan_t *scan)
     }
     if (!take_scalar(scan))
     {
-        return JSON_SCAN_NOT_JSON;
+        return ZET_JSON_SCAN_NOT_JSON;
     }
     scan->expect = EXPECT_COMMA_OR_END;
-    return JSON_SCAN_OK;
+    return ZET_JSON_SCAN_OK;
 }
 
 /** Takes the key of a member and the colon. */
-json_scan_result_t scan_key(scan_t *scan)
+zet_json_scan_result_t scan_key(scan_t *scan)
 {
     if (!take_string(scan))
     {
-        return JSON_SCAN_NOT_JSON;
+        return ZET_JSON_SCAN_NOT_JSON;
     }
     skip_space(scan);
     scan->expect = EXPECT_VALUE;
-    return take(scan, ':') ? JSON_SCAN_OK : JSON_SCAN_NOT_JSON;
+    return take(scan, ':') ? ZET_JSON_SCAN_OK : ZET_JSON_SCAN_NOT_JSON;
 }
 
 /** Takes the next piece of the document, up to a value, a key or a bracket. */
-json_scan_result_t scan_next(scan_t *scan)
+zet_json_scan_result_t scan_next(scan_t *scan)
 {
     switch (scan->expect)
     {
@@ -293,7 +293,7 @@ json_scan_result_t scan_next(scan_t *scan)
             return leave(scan);
         }
         scan->expect = (scan->objects & 1U) != 0 ? EXPECT_KEY : EXPECT_VALUE;
-        return JSON_SCAN_OK;
+        return ZET_JSON_SCAN_OK;
     case EXPECT_VALUE:
         break;
     }
@@ -302,18 +302,18 @@ json_scan_result_t scan_next(scan_t *scan)
 
 } // namespace
 
-json_scan_result_t json_scan(const char *text, size_t size, uint32_t max_values)
+zet_json_scan_result_t zet_json_scan(const char *text, size_t size, uint32_t max_values)
 {
     scan_t scan = {text, text + size, max_values, 0, 0, EXPECT_VALUE};
     do
     {
         skip_space(&scan);
-        const json_scan_result_t result = scan_next(&scan);
-        if (result != JSON_SCAN_OK)
+        const zet_json_scan_result_t result = scan_next(&scan);
+        if (result != ZET_JSON_SCAN_OK)
         {
             return result;
         }
     } while (scan.depth > 0 || scan.expect != EXPECT_COMMA_OR_END);
     skip_space(&scan);
-    return scan.at == scan.end ? JSON_SCAN_OK : JSON_SCAN_TRAILING_TEXT;
+    return scan.at == scan.end ? ZET_JSON_SCAN_OK : ZET_JSON_SCAN_TRAILING_TEXT;
 }

@@ -12,16 +12,16 @@
 #include <cstdint>
 
 /** How deep objects and arrays may nest; the outermost counts as one. */
-constexpr uint32_t json_scan_max_depth = 16;
+constexpr uint32_t zet_json_scan_max_depth = 16;
 
 /** What a text is found to be; when several apply, what shows first in the text. */
-enum json_scan_result_t : uint8_t
+enum zet_json_scan_result_t : uint8_t
 {
-    JSON_SCAN_OK,              ///< one JSON document within the bounds
-    JSON_SCAN_NOT_JSON,        ///< no JSON document
-    JSON_SCAN_TRAILING_TEXT,   ///< a JSON document, followed by more than white space
-    JSON_SCAN_TOO_DEEP,        ///< nests deeper than json_scan_max_depth
-    JSON_SCAN_TOO_MANY_VALUES, ///< holds more values than allowed
+    ZET_JSON_SCAN_OK,              ///< one JSON document within the bounds
+    ZET_JSON_SCAN_NOT_JSON,        ///< no JSON document
+    ZET_JSON_SCAN_TRAILING_TEXT,   ///< a JSON document, followed by more than white space
+    ZET_JSON_SCAN_TOO_DEEP,        ///< nests deeper than zet_json_scan_max_depth
+    ZET_JSON_SCAN_TOO_MANY_VALUES, ///< holds more values than allowed
 };
 
 /**
@@ -34,6 +34,6 @@ enum json_scan_result_t : uint8_t
  * @param size        its size in bytes
  * @param max_values  most values (objects, arrays, strings, numbers and literals; keys do not count)
  */
-json_scan_result_t json_scan(const char *text, size_t size, uint32_t max_values);
+zet_json_scan_result_t zet_json_scan(const char *text, size_t size, uint32_t max_values);
 
 #endif

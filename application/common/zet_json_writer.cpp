@@ -21,33 +21,33 @@ namespace
 // goes, so that the place stays in a register. The writer learns of it at the end, by commit.
 
 /** Sends what is in the buffer, up to a place, and returns the buffer's first. */
-[[gnu::noinline]] char *flush(json_writer_t *writer, const char *out)
+[[gnu::noinline]] char *flush(zet_json_writer_t *writer, const char *out)
 {
     writer->write(writer->buffer, static_cast<uint32_t>(out - writer->buffer));
     return writer->buffer;
 }
 
 /** Makes room for a number of bytes, at most the buffer's size. */
-char *reserve(json_writer_t *writer, char *out, uint32_t size)
+char *reserve(zet_json_writer_t *writer, char *out, uint32_t size)
 {
     const auto room = static_cast<uint32_t>(writer->buffer + sizeof writer->buffer - out);
     return room < size ? flush(writer, out) : out;
 }
 
 /** Where the next byte goes, with room for a number of bytes. */
-char *begin(json_writer_t *writer, uint32_t size)
+char *begin(zet_json_writer_t *writer, uint32_t size)
 {
     return reserve(writer, writer->buffer + writer->used, size);
 }
 
 /** Keeps where the next byte goes. */
-void commit(json_writer_t *writer, const char *out)
+void commit(zet_json_writer_t *writer, const char *out)
 {
     writer->used = static_cast<uint32_t>(out - writer->buffer);
 }
 
 /** Writes the comma that sets a member or element apart from the one before it, if it is due. */
-char *separate(json_writer_t *writer, char *out)
+char *separate(zet_json_writer_t *writer, char *out)
 {
     if (writer->after_value)
     {
@@ -58,7 +58,7 @@ char *separate(json_writer_t *writer, char *out)
 }
 
 /** Appends a word as a value. */
-template <uint32_t size> void append_word(json_writer_t *writer, const char (&word)[size])
+template <uint32_t size> void append_word(zet_json_writer_t *writer, const char (&word)[size])
 {
     char *out = separate(writer, begin(writer, size));
     std::memcpy(out, word, size - 1);
@@ -66,7 +66,7 @@ template <uint32_t size> void append_word(json_writer_t *writer, const char (&wo
 }
 
 /** Opens an object or an array. */
-void open(json_writer_t *writer, char bracket)
+void open(zet_json_writer_t *writer, char bracket)
 {
     char *out = separate(writer, begin(writer, 2));
     *out++ = bracket;
@@ -75,7 +75,7 @@ void open(json_writer_t *writer, char bracket)
 }
 
 /** Closes an object or an array. */
-void close(json_writer_t *writer, char bracket)
+void close(zet_json_writer_t *writer, char bracket)
 {
     char *out = begin(writer, 1);
     *out++ = bracket;
@@ -84,7 +84,7 @@ void close(json_writer_t *writer, char bracket)
 }
 
 /** Writes a character as \uXXXX. */
-char *write_escaped(json_writer_t *writer, char *out, uint32_t character)
+char *write_escaped(zet_json_writer_t *writer, char *out, uint32_t character)
 {
     uint8_t bytes[] = {static_cast<uint8_t>(character >> 8U), static_cast<uint8_t>(character & 0xFFU)};
     char escaped[] = "\\u0000";
@@ -123,7 +123,7 @@ inline bool copy_plain_byte(char *out, const char *text)
 }
 
 /** Writes the bytes of a string up to the first that is not plain, to which the text is moved on. */
-char *write_plain_bytes(json_writer_t *writer, char *out, const char **text)
+char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
 {
     constexpr uint32_t stride = 4; // bytes between two looks at the room
     const char *rest = *text;
@@ -158,18 +158,18 @@ char *write_plain_bytes(json_writer_t *writer, char *out, const char **text)
 }
 
 /** Writes the character of a string that begins with a byte that is not plain, and moves the text on. */
-[[gnu::noinline]] char *write_other_character(json_writer_t *writer, char *out, const char **text)
+[[gnu::noinline]] char *write_other_character(zet_json_writer_t *writer, char *out, const char **text)
 {
     const char *const character = *text;
     const auto byte = static_cast<unsigned char>(*character);
     // The closing zero ends every sequence, so nothing behind it is looked at.
-    const size_t length = utf8_sequence_length(character, utf8_max_length);
+    const size_t length = zet_utf8_sequence_length(character, zet_utf8_max_length);
     *text += length > 0 ? length : 1;
     if (byte < 0x20U || length == 0)
     {
         return write_escaped(writer, out, length > 0 ? byte : 0xFFFDU);
     }
-    out = reserve(writer, out, 1 + utf8_max_length);
+    out = reserve(writer, out, 1 + zet_utf8_max_length);
     if (length == 1)
     {
         *out++ = '\\';
@@ -179,7 +179,7 @@ char *write_plain_bytes(json_writer_t *writer, char *out, const char **text)
 }
 
 /** Writes a string with its first quotation mark, but without the last one. */
-char *write_open_string(json_writer_t *writer, const char *text)
+char *write_open_string(zet_json_writer_t *writer, const char *text)
 {
     char *out = separate(writer, begin(writer, 2));
     *out++ = '"';
@@ -226,10 +226,10 @@ bool is_finite(double value)
     return (high & 0x7FF00000U) != 0x7FF00000U;
 }
 
-void write_value(json_writer_t *writer, const cJSON *item);
+void write_value(zet_json_writer_t *writer, const cJSON *item);
 
 /** Writes an object or an array with all it holds. */
-void write_container(json_writer_t *writer, const cJSON *item)
+void write_container(zet_json_writer_t *writer, const cJSON *item)
 {
     const bool is_object = (item->type & cJSON_Object) != 0;
     open(writer, is_object ? '{' : '[');
@@ -238,7 +238,7 @@ void write_container(json_writer_t *writer, const cJSON *item)
     {
         if (is_object)
         {
-            json_writer_key(writer, child->string);
+            zet_json_writer_key(writer, child->string);
         }
         write_value(writer, child);
     }
@@ -246,7 +246,7 @@ void write_container(json_writer_t *writer, const cJSON *item)
 }
 
 /** Writes any value. The caller has seen to it that it does not nest too deep. */
-void write_value(json_writer_t *writer, const cJSON *item)
+void write_value(zet_json_writer_t *writer, const cJSON *item)
 {
     switch (item->type & type_bits)
     {
@@ -255,53 +255,53 @@ void write_value(json_writer_t *writer, const cJSON *item)
         write_container(writer, item);
         break;
     case cJSON_String:
-        json_writer_string(writer, item->valuestring);
+        zet_json_writer_string(writer, item->valuestring);
         break;
     case cJSON_Number:
-        json_writer_number(writer, item->valuedouble);
+        zet_json_writer_number(writer, item->valuedouble);
         break;
     case cJSON_True:
-        json_writer_bool(writer, true);
+        zet_json_writer_bool(writer, true);
         break;
     case cJSON_False:
-        json_writer_bool(writer, false);
+        zet_json_writer_bool(writer, false);
         break;
     default:
-        json_writer_null(writer);
+        zet_json_writer_null(writer);
         break;
     }
 }
 
 } // namespace
 
-void json_writer_init(json_writer_t *writer, write_data_function_t *write)
+void zet_json_writer_init(zet_json_writer_t *writer, write_data_function_t *write)
 {
     writer->write = write;
     writer->used = 0;
     writer->after_value = false;
 }
 
-void json_writer_begin_object(json_writer_t *writer)
+void zet_json_writer_begin_object(zet_json_writer_t *writer)
 {
     open(writer, '{');
 }
 
-void json_writer_end_object(json_writer_t *writer)
+void zet_json_writer_end_object(zet_json_writer_t *writer)
 {
     close(writer, '}');
 }
 
-void json_writer_begin_array(json_writer_t *writer)
+void zet_json_writer_begin_array(zet_json_writer_t *writer)
 {
     open(writer, '[');
 }
 
-void json_writer_end_array(json_writer_t *writer)
+void zet_json_writer_end_array(zet_json_writer_t *writer)
 {
     close(writer, ']');
 }
 
-void json_writer_key(json_writer_t *writer, const char *key)
+void zet_json_writer_key(zet_json_writer_t *writer, const char *key)
 {
     char *out = reserve(writer, write_open_string(writer, key), 2);
     *out++ = '"';
@@ -310,34 +310,34 @@ void json_writer_key(json_writer_t *writer, const char *key)
     writer->after_value = false;
 }
 
-void json_writer_string(json_writer_t *writer, const char *text)
+void zet_json_writer_string(zet_json_writer_t *writer, const char *text)
 {
     char *out = reserve(writer, write_open_string(writer, text), 1);
     *out++ = '"';
     commit(writer, out);
 }
 
-void json_writer_number(json_writer_t *writer, double value)
+void zet_json_writer_number(zet_json_writer_t *writer, double value)
 {
     if (!is_finite(value))
     {
-        json_writer_null(writer);
+        zet_json_writer_null(writer);
         return;
     }
     char *out = separate(writer, begin(writer, 1 + zet_decimal_text_size));
     commit(writer, out + zet_decimal_write(value, out));
 }
 
-void json_writer_uint(json_writer_t *writer, uint64_t value)
+void zet_json_writer_uint(zet_json_writer_t *writer, uint64_t value)
 {
     constexpr uint32_t most_digits = 20;
     char *out = separate(writer, begin(writer, 1 + most_digits));
     commit(writer, std::to_chars(out, out + most_digits, value).ptr);
 }
 
-void json_writer_thousandths(json_writer_t *writer, uint64_t value)
+void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value)
 {
-    json_writer_uint(writer, value / 1000U);
+    zet_json_writer_uint(writer, value / 1000U);
     auto rest = static_cast<uint32_t>(value % 1000U);
     char *out = begin(writer, 4);
     if (rest > 0)
@@ -351,7 +351,7 @@ void json_writer_thousandths(json_writer_t *writer, uint64_t value)
     commit(writer, out);
 }
 
-void json_writer_bool(json_writer_t *writer, bool value)
+void zet_json_writer_bool(zet_json_writer_t *writer, bool value)
 {
     if (value)
     {
@@ -363,12 +363,12 @@ void json_writer_bool(json_writer_t *writer, bool value)
     }
 }
 
-void json_writer_null(json_writer_t *writer)
+void zet_json_writer_null(zet_json_writer_t *writer)
 {
     append_word(writer, "null");
 }
 
-void json_writer_finish(json_writer_t *writer)
+void zet_json_writer_finish(zet_json_writer_t *writer)
 {
     char *out = begin(writer, 1);
     *out++ = '\n';
@@ -378,13 +378,13 @@ void json_writer_finish(json_writer_t *writer)
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json)
 {
     if (write == nullptr || json == nullptr ||
-        (is_container(json) && !nests_within(json, json_writer_max_depth)))
+        (is_container(json) && !nests_within(json, zet_json_writer_max_depth)))
     {
         return false;
     }
-    json_writer_t writer;
-    json_writer_init(&writer, write);
+    zet_json_writer_t writer;
+    zet_json_writer_init(&writer, write);
     write_value(&writer, json);
-    json_writer_finish(&writer);
+    zet_json_writer_finish(&writer);
     return true;
 }

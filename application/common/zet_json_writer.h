@@ -4,13 +4,13 @@
  * Because nothing is allocated, an error can be told to the host when memory is exhausted.
  *
  * @code
- * json_writer_t writer;
- * json_writer_init(&writer, write);
- * json_writer_begin_object(&writer);
- * json_writer_key(&writer, "status");
- * json_writer_string(&writer, "ok");
- * json_writer_end_object(&writer);
- * json_writer_finish(&writer);
+ * zet_json_writer_t writer;
+ * zet_json_writer_init(&writer, write);
+ * zet_json_writer_begin_object(&writer);
+ * zet_json_writer_key(&writer, "status");
+ * zet_json_writer_string(&writer, "ok");
+ * zet_json_writer_end_object(&writer);
+ * zet_json_writer_finish(&writer);
  * @endcode
  */
 #ifndef ZET_JSON_WRITER_H
@@ -22,10 +22,10 @@
 #include "zet_vantor_server_base.h"
 
 /** How deep the documents may nest that zet_vantor_server_write_json sends. */
-constexpr uint32_t json_writer_max_depth = 16;
+constexpr uint32_t zet_json_writer_max_depth = 16;
 
 /** One document on its way. The fields are the writer's own. */
-struct json_writer_t
+struct zet_json_writer_t
 {
     write_data_function_t *write; ///< takes the text
     uint32_t used;                ///< bytes waiting in the buffer
@@ -34,50 +34,50 @@ struct json_writer_t
 };
 
 /** Begins a document; nothing is sent yet. */
-void json_writer_init(json_writer_t *writer, write_data_function_t *write);
+void zet_json_writer_init(zet_json_writer_t *writer, write_data_function_t *write);
 
 /** Opens an object. */
-void json_writer_begin_object(json_writer_t *writer);
+void zet_json_writer_begin_object(zet_json_writer_t *writer);
 
 /** Closes an object. */
-void json_writer_end_object(json_writer_t *writer);
+void zet_json_writer_end_object(zet_json_writer_t *writer);
 
 /** Opens an array. */
-void json_writer_begin_array(json_writer_t *writer);
+void zet_json_writer_begin_array(zet_json_writer_t *writer);
 
 /** Closes an array. */
-void json_writer_end_array(json_writer_t *writer);
+void zet_json_writer_end_array(zet_json_writer_t *writer);
 
 /** Writes the key of a member; its value must follow. Null counts as the empty key. */
-void json_writer_key(json_writer_t *writer, const char *key);
+void zet_json_writer_key(zet_json_writer_t *writer, const char *key);
 
 /**
  * Writes a string.
  *
  * @param text  the text; null counts as empty. Bytes that are not UTF-8 become U+FFFD.
  */
-void json_writer_string(json_writer_t *writer, const char *text);
+void zet_json_writer_string(zet_json_writer_t *writer, const char *text);
 
 /**
  * Writes a number: whole numbers up to 2^53 in digits, one that is exactly a `float` as the shortest text
  * that reads back as this `float`, any other as the shortest text that reads back as this `double`; null
  * when it is not finite.
  */
-void json_writer_number(json_writer_t *writer, double value);
+void zet_json_writer_number(zet_json_writer_t *writer, double value);
 
 /** Writes a whole number of any size. */
-void json_writer_uint(json_writer_t *writer, uint64_t value);
+void zet_json_writer_uint(zet_json_writer_t *writer, uint64_t value);
 
 /** Writes a number given in thousandths: exactly, in as few digits as that takes. */
-void json_writer_thousandths(json_writer_t *writer, uint64_t value);
+void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value);
 
 /** Writes true or false. */
-void json_writer_bool(json_writer_t *writer, bool value);
+void zet_json_writer_bool(zet_json_writer_t *writer, bool value);
 
 /** Writes null. */
-void json_writer_null(json_writer_t *writer);
+void zet_json_writer_null(zet_json_writer_t *writer);
 
 /** Closes the document by a line feed and sends what is left of it. */
-void json_writer_finish(json_writer_t *writer);
+void zet_json_writer_finish(zet_json_writer_t *writer);
 
 #endif

@@ -39,7 +39,7 @@ const sequence_class_t *find_class(uint8_t first)
 
 } // namespace
 
-size_t utf8_sequence_length(const char *text, size_t size)
+size_t zet_utf8_sequence_length(const char *text, size_t size)
 {
     if (size == 0)
     {

@@ -7,7 +7,7 @@
 #include <cstddef>
 
 /** Bytes of the longest sequence. */
-constexpr size_t utf8_max_length = 4;
+constexpr size_t zet_utf8_max_length = 4;
 
 /**
  * Measures the UTF-8 sequence at the start of a text.
@@ -17,6 +17,6 @@ constexpr size_t utf8_max_length = 4;
  * @return the length of the sequence, 1 to 4; 0 when the text is empty or starts with anything else:
  *         overlong forms, surrogates and code points beyond U+10FFFF are not well formed
  */
-size_t utf8_sequence_length(const char *text, size_t size);
+size_t zet_utf8_sequence_length(const char *text, size_t size);
 
 #endif

@@ -13,10 +13,10 @@
 #include <cjson/cJSON.h>
 
 #include "zet_cjson_utils.h"
-#include "zet_vantor_server_clock.h"
-#include "zet_vantor_server_errors.h"
 #include "zet_json_scanner.h"
 #include "zet_json_writer.h"
+#include "zet_vantor_server_clock.h"
+#include "zet_vantor_server_errors.h"
 #include "zet_vantor_server_line.h"
 #include "zet_vantor_server_log_ring.h"
 #include "zet_vantor_server_system_k330.h"
@@ -49,11 +49,11 @@ struct server_t
 {
     zet_vantor_server_port_t port;  ///< what the port lends
     vantor_server_interface_t link; ///< the same link, with counted bytes: what the backend gets
-    server_clock_t clock;           ///< the time
-    line_buffer_t line;             ///< the command that comes in
+    zet_server_clock_t clock;       ///< the time
+    zet_line_buffer_t line;         ///< the command that comes in
     bool input_restarted;           ///< what has been received belongs to another speed or host
 
-    log_ring_t log;     ///< log lines for the host
+    zet_log_ring_t log; ///< log lines for the host
     uint8_t log_levels; ///< how many levels the host wants, the most severe first; 0 for none
 
     session_state_t state; ///< what the session does
@@ -65,11 +65,11 @@ struct server_t
     bool baudrate_on_trial;      ///< the speed has not been confirmed yet
     uint64_t trial_end;          ///< when the server goes back to the confirmed speed
 
-    uint64_t frames;                           ///< frames sent since the start
-    uint64_t frames_left_out;                  ///< due moments of paced streams that passed without a frame
-    uint64_t bytes_sent;                       ///< bytes sent since the start
-    uint64_t bytes_received;                   ///< bytes received since the start
-    uint32_t error_counts[SERVER_ERROR_COUNT]; ///< errors told to the host since the start
+    uint64_t frames;          ///< frames sent since the start
+    uint64_t frames_left_out; ///< due moments of paced streams that passed without a frame
+    uint64_t bytes_sent;      ///< bytes sent since the start
+    uint64_t bytes_received;  ///< bytes received since the start
+    uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; ///< errors told to the host since the start
 };
 
 server_t server;
@@ -90,32 +90,32 @@ void send_to_host(const void *data, uint32_t size)
 }
 
 /** Writes a member that is a string. */
-void write_string_member(json_writer_t *writer, const char *key, const char *value)
+void write_string_member(zet_json_writer_t *writer, const char *key, const char *value)
 {
-    json_writer_key(writer, key);
-    json_writer_string(writer, value);
+    zet_json_writer_key(writer, key);
+    zet_json_writer_string(writer, value);
 }
 
 /** Writes a member that is a whole number. */
-void write_uint_member(json_writer_t *writer, const char *key, uint64_t value)
+void write_uint_member(zet_json_writer_t *writer, const char *key, uint64_t value)
 {
-    json_writer_key(writer, key);
-    json_writer_uint(writer, value);
+    zet_json_writer_key(writer, key);
+    zet_json_writer_uint(writer, value);
 }
 
 /** Begins a message of the given status. */
-void begin_message(json_writer_t *writer, const char *status)
+void begin_message(zet_json_writer_t *writer, const char *status)
 {
-    json_writer_init(writer, send_to_host);
-    json_writer_begin_object(writer);
+    zet_json_writer_init(writer, send_to_host);
+    zet_json_writer_begin_object(writer);
     write_string_member(writer, "status", status);
 }
 
 /** Ends a message. */
-void end_message(json_writer_t *writer)
+void end_message(zet_json_writer_t *writer)
 {
-    json_writer_end_object(writer);
-    json_writer_finish(writer);
+    zet_json_writer_end_object(writer);
+    zet_json_writer_finish(writer);
 }
 
 /**
@@ -125,7 +125,7 @@ void end_message(json_writer_t *writer)
  */
 void send_log_line(zet_log_level_t level, const char *module, const char *text, uint32_t lost)
 {
-    json_writer_t writer;
+    zet_json_writer_t writer;
     begin_message(&writer, "log");
     write_string_member(&writer, "level", log_level_words[level]);
     write_string_member(&writer, "module", module);
@@ -141,13 +141,13 @@ void send_log_line(zet_log_level_t level, const char *module, const char *text, 
 /** Sends the log lines that wait. Those that sending itself causes are left for the next time. */
 void flush_log()
 {
-    for (uint32_t count = log_ring_count(&server.log); count > 0; --count)
+    for (uint32_t count = zet_log_ring_count(&server.log); count > 0; --count)
     {
-        log_line_t line;
-        log_ring_take(&server.log, &line);
+        zet_log_line_t line;
+        zet_log_ring_take(&server.log, &line);
         send_log_line(line.level, line.module, line.text, 0);
     }
-    const uint32_t lost = log_ring_take_lost(&server.log);
+    const uint32_t lost = zet_log_ring_take_lost(&server.log);
     if (lost > 0)
     {
         send_log_line(ZET_LOG_LEVEL_WARNING, "vantor_server",
@@ -156,7 +156,7 @@ void flush_log()
 }
 
 /** Begins the answer to a command that was obeyed; members may follow. */
-void begin_answer(json_writer_t *writer, const char *command)
+void begin_answer(zet_json_writer_t *writer, const char *command)
 {
     flush_log();
     begin_message(writer, "ok");
@@ -167,28 +167,28 @@ void begin_answer(json_writer_t *writer, const char *command)
 /** Answers a command that was obeyed and has nothing to tell. */
 void answer(const char *command)
 {
-    json_writer_t writer;
+    zet_json_writer_t writer;
     begin_answer(&writer, command);
     end_message(&writer);
 }
 
 /** Tells the host an error, in words of one's own. */
-void report_error(server_error_t error, const char *message)
+void report_error(zet_server_error_t error, const char *message)
 {
     flush_log();
     ++server.error_counts[error];
-    json_writer_t writer;
+    zet_json_writer_t writer;
     begin_message(&writer, "error");
-    write_string_member(&writer, "code", server_error_code(error));
+    write_string_member(&writer, "code", zet_server_error_code(error));
     write_string_member(&writer, "message", message);
     write_uint_member(&writer, "payload_size", 0);
     end_message(&writer);
 }
 
 /** Tells the host an error. */
-void report_error(server_error_t error)
+void report_error(zet_server_error_t error)
 {
-    report_error(error, server_error_message(error));
+    report_error(error, zet_server_error_message(error));
 }
 
 // ---- the session ------------------------------------------------------------------------------------------
@@ -204,7 +204,7 @@ void end_session()
 }
 
 /** Ends a session that could not be set up or went wrong, and tells why. */
-void fail_session(server_error_t error)
+void fail_session(zet_server_error_t error)
 {
     zet_vantor_server_system_destroy_session();
     server.state = SESSION_IDLE;
@@ -217,7 +217,7 @@ void measure_frame()
     const char *message = nullptr;
     if (!zet_vantor_server_system_read_data_frames(&server.link, &message))
     {
-        fail_session(server_error_of_backend(message, SERVER_ERROR_NOX_DATA));
+        fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_NOX_DATA));
         return;
     }
     ++server.frames;
@@ -227,7 +227,8 @@ void measure_frame()
 void schedule_next_frame()
 {
     const uint64_t due = server.next_frame;
-    server.next_frame = server_clock_next_due(due, server.tick_period, server_clock_read(&server.clock));
+    server.next_frame =
+        zet_server_clock_next_due(due, server.tick_period, zet_server_clock_read(&server.clock));
     server.frames_left_out += (server.next_frame - due) / server.tick_period - 1;
 }
 
@@ -238,7 +239,7 @@ void continue_stream()
     {
         measure_frame();
     }
-    else if (server_clock_read(&server.clock) >= server.next_frame)
+    else if (zet_server_clock_read(&server.clock) >= server.next_frame)
     {
         measure_frame();
         if (server.state == SESSION_STREAMING)
@@ -264,7 +265,7 @@ void discard_input()
     {
         server.port.link.restart_input();
     }
-    line_buffer_clear(&server.line);
+    zet_line_buffer_clear(&server.line);
     server.input_restarted = true;
 }
 
@@ -278,7 +279,7 @@ void change_baudrate(uint32_t baudrate)
 /** Goes back to the last confirmed speed when the host has not been heard in time. */
 void watch_baudrate()
 {
-    if (server.baudrate_on_trial && server_clock_read(&server.clock) >= server.trial_end)
+    if (server.baudrate_on_trial && zet_server_clock_read(&server.clock) >= server.trial_end)
     {
         server.baudrate_on_trial = false;
         discard_input();
@@ -325,7 +326,7 @@ void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
         end = append_number(end, nearest);
         append_text(end, ".");
     }
-    report_error(SERVER_ERROR_BAD_ARGUMENT, message);
+    report_error(ZET_SERVER_ERROR_BAD_ARGUMENT, message);
 }
 
 /** Finds out whether the link can run at a baud rate; when not, the host gets an error. */
@@ -364,26 +365,26 @@ struct command_t
 /** Tells the host that the members of a command are wrong. */
 void report_bad_argument(const command_t *command)
 {
-    report_error(SERVER_ERROR_BAD_ARGUMENT, command->usage);
+    report_error(ZET_SERVER_ERROR_BAD_ARGUMENT, command->usage);
 }
 
 /** Writes which sensors are connected. */
-void write_connected_sensors(json_writer_t *writer, uint32_t sensor_count)
+void write_connected_sensors(zet_json_writer_t *writer, uint32_t sensor_count)
 {
-    json_writer_key(writer, "connected_sensors");
-    json_writer_begin_array(writer);
+    zet_json_writer_key(writer, "connected_sensors");
+    zet_json_writer_begin_array(writer);
     for (zet_sensor_id_t id = 1; id <= sensor_count; ++id)
     {
         if (zet_vantor_server_system_is_sensor_connected(id))
         {
-            json_writer_uint(writer, id);
+            zet_json_writer_uint(writer, id);
         }
     }
-    json_writer_end_array(writer);
+    zet_json_writer_end_array(writer);
 }
 
 /** Writes the use of memory and stack, as far as the port knows it. */
-void write_memory(json_writer_t *writer)
+void write_memory(zet_json_writer_t *writer)
 {
     if (server.port.get_memory == nullptr)
     {
@@ -391,26 +392,26 @@ void write_memory(json_writer_t *writer)
     }
     zet_vantor_server_memory_t memory = {};
     server.port.get_memory(&memory);
-    json_writer_key(writer, "memory");
-    json_writer_begin_object(writer);
+    zet_json_writer_key(writer, "memory");
+    zet_json_writer_begin_object(writer);
     write_uint_member(writer, "size", memory.size);
     write_uint_member(writer, "live", memory.live);
     write_uint_member(writer, "peak", memory.peak);
     write_uint_member(writer, "largest_free", memory.largest_free);
     write_uint_member(writer, "failures", memory.failures);
-    json_writer_end_object(writer);
+    zet_json_writer_end_object(writer);
     if (memory.stack_size > 0)
     {
-        json_writer_key(writer, "stack");
-        json_writer_begin_object(writer);
+        zet_json_writer_key(writer, "stack");
+        zet_json_writer_begin_object(writer);
         write_uint_member(writer, "size", memory.stack_size);
         write_uint_member(writer, "peak", memory.stack_peak);
-        json_writer_end_object(writer);
+        zet_json_writer_end_object(writer);
     }
 }
 
 /** Writes a member that is a string, unless there is none. */
-void write_optional_member(json_writer_t *writer, const char *key, const char *value)
+void write_optional_member(zet_json_writer_t *writer, const char *key, const char *value)
 {
     if (value != nullptr)
     {
@@ -419,27 +420,27 @@ void write_optional_member(json_writer_t *writer, const char *key, const char *v
 }
 
 /** Writes what is known of the board. */
-void write_board(json_writer_t *writer)
+void write_board(zet_json_writer_t *writer)
 {
     const zet_vantor_server_board_t *board = server.port.board;
     if (board == nullptr)
     {
         return;
     }
-    json_writer_key(writer, "board");
-    json_writer_begin_object(writer);
+    zet_json_writer_key(writer, "board");
+    zet_json_writer_begin_object(writer);
     write_optional_member(writer, "name", board->name);
     write_optional_member(writer, "id", board->id);
     write_optional_member(writer, "reset_cause", board->reset_cause);
     write_optional_member(writer, "last_fault", board->last_fault);
     write_optional_member(writer, "sensors", board->sensors);
-    json_writer_end_object(writer);
+    zet_json_writer_end_object(writer);
 }
 
 void obey_identify(const command_t *self, const cJSON * /*command*/)
 {
     const uint32_t sensor_count = zet_vantor_server_system_k3_get_sensor_count();
-    json_writer_t writer;
+    zet_json_writer_t writer;
     begin_answer(&writer, self->name);
     write_string_member(&writer, "server_version", VANTOR_SERVER_VERSION);
     write_uint_member(&writer, "protocol_version", protocol_version);
@@ -474,15 +475,15 @@ void obey_configure(const command_t *self, const cJSON *command)
     const bool accepted = zet_vantor_server_system_parse_configuration(configuration, &update_rate, &message);
     if (!accepted || message != nullptr)
     {
-        fail_session(server_error_of_backend(message, SERVER_ERROR_CONFIGURATION_REFUSED));
+        fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_CONFIGURATION_REFUSED));
         return;
     }
     const bool on_demand = zet_vantor_server_system_is_on_demand();
-    server.tick_period = on_demand ? server_clock_period(&server.clock, update_rate) : 0;
+    server.tick_period = on_demand ? zet_server_clock_period(&server.clock, update_rate) : 0;
     flush_log();
     if (!zet_vantor_server_system_send_session_metadata(send_to_host, server.tick_period))
     {
-        fail_session(SERVER_ERROR_METADATA_FAILED);
+        fail_session(ZET_SERVER_ERROR_METADATA_FAILED);
         return;
     }
     server.state = SESSION_CONFIGURED;
@@ -492,7 +493,7 @@ void obey_start(const command_t *self, const cJSON * /*command*/)
 {
     answer(self->name);
     server.state = SESSION_STREAMING;
-    server.next_frame = server_clock_read(&server.clock);
+    server.next_frame = zet_server_clock_read(&server.clock);
 }
 
 void obey_frame(const command_t * /*self*/, const cJSON * /*command*/)
@@ -517,7 +518,7 @@ void obey_baudrate(const command_t *self, const cJSON *command)
 {
     if (!can_change_baudrate())
     {
-        report_error(SERVER_ERROR_BAUDRATE_FIXED);
+        report_error(ZET_SERVER_ERROR_BAUDRATE_FIXED);
         return;
     }
     int baudrate = 0;
@@ -537,7 +538,7 @@ void obey_baudrate(const command_t *self, const cJSON *command)
     change_baudrate(static_cast<uint32_t>(baudrate));
     server.baudrate_on_trial = true;
     server.trial_end =
-        server_clock_read(&server.clock) + baudrate_trial_seconds * server.clock.ticks_per_second;
+        zet_server_clock_read(&server.clock) + baudrate_trial_seconds * server.clock.ticks_per_second;
 }
 
 /** Finds how many levels a word of the "log" command lets pass; -1 when it is none of the words. */
@@ -571,30 +572,30 @@ void obey_log(const command_t *self, const cJSON *command)
 }
 
 /** Writes how often each error was told; those that never were are left out. */
-void write_error_counts(json_writer_t *writer)
+void write_error_counts(zet_json_writer_t *writer)
 {
-    json_writer_key(writer, "errors");
-    json_writer_begin_object(writer);
-    for (uint8_t i = 0; i < SERVER_ERROR_COUNT; ++i)
+    zet_json_writer_key(writer, "errors");
+    zet_json_writer_begin_object(writer);
+    for (uint8_t i = 0; i < ZET_SERVER_ERROR_COUNT; ++i)
     {
         if (server.error_counts[i] > 0)
         {
-            write_uint_member(writer, server_error_code(static_cast<server_error_t>(i)),
+            write_uint_member(writer, zet_server_error_code(static_cast<zet_server_error_t>(i)),
                               server.error_counts[i]);
         }
     }
-    json_writer_end_object(writer);
+    zet_json_writer_end_object(writer);
 }
 
 void obey_stats(const command_t *self, const cJSON * /*command*/)
 {
-    json_writer_t writer;
+    zet_json_writer_t writer;
     begin_answer(&writer, self->name);
     if (server.clock.ticks_per_second > 0)
     {
-        json_writer_key(&writer, "uptime_s");
-        json_writer_thousandths(&writer,
-                                server_clock_read(&server.clock) * 1000U / server.clock.ticks_per_second);
+        zet_json_writer_key(&writer, "uptime_s");
+        zet_json_writer_thousandths(&writer, zet_server_clock_read(&server.clock) * 1000U /
+                                                 server.clock.ticks_per_second);
     }
     write_uint_member(&writer, "frames", server.frames);
     write_uint_member(&writer, "frames_left_out", server.frames_left_out);
@@ -674,13 +675,13 @@ void obey_document(const cJSON *document)
     char *name = nullptr;
     if (!cJSON_IsObject(document) || !get_json_string_value(document, "command", &name))
     {
-        report_error(SERVER_ERROR_BAD_COMMAND);
+        report_error(ZET_SERVER_ERROR_BAD_COMMAND);
         return;
     }
     const command_t *command = find_command(name);
     if (command == nullptr)
     {
-        report_error(SERVER_ERROR_UNKNOWN_COMMAND);
+        report_error(ZET_SERVER_ERROR_UNKNOWN_COMMAND);
         return;
     }
     if (!json_validate(document, command->fields))
@@ -690,28 +691,28 @@ void obey_document(const cJSON *document)
     }
     if ((command->states & server.state) == 0)
     {
-        report_error(SERVER_ERROR_WRONG_STATE, way_to_allowed_state(command));
+        report_error(ZET_SERVER_ERROR_WRONG_STATE, way_to_allowed_state(command));
         return;
     }
     command->obey(command, document);
 }
 
-/** The error that a scan stands for. Not to be called for JSON_SCAN_OK. */
-server_error_t error_of_scan(json_scan_result_t result)
+/** The error that a scan stands for. Not to be called for ZET_JSON_SCAN_OK. */
+zet_server_error_t error_of_scan(zet_json_scan_result_t result)
 {
     switch (result)
     {
-    case JSON_SCAN_TRAILING_TEXT:
-        return SERVER_ERROR_TRAILING_TEXT;
-    case JSON_SCAN_TOO_DEEP:
-        return SERVER_ERROR_NESTING_TOO_DEEP;
-    case JSON_SCAN_TOO_MANY_VALUES:
-        return SERVER_ERROR_TOO_MANY_VALUES;
-    case JSON_SCAN_NOT_JSON:
-    case JSON_SCAN_OK:
+    case ZET_JSON_SCAN_TRAILING_TEXT:
+        return ZET_SERVER_ERROR_TRAILING_TEXT;
+    case ZET_JSON_SCAN_TOO_DEEP:
+        return ZET_SERVER_ERROR_NESTING_TOO_DEEP;
+    case ZET_JSON_SCAN_TOO_MANY_VALUES:
+        return ZET_SERVER_ERROR_TOO_MANY_VALUES;
+    case ZET_JSON_SCAN_NOT_JSON:
+    case ZET_JSON_SCAN_OK:
         break;
     }
-    return SERVER_ERROR_BAD_JSON;
+    return ZET_SERVER_ERROR_BAD_JSON;
 }
 
 /** Obeys a line from the host. */
@@ -721,8 +722,8 @@ void obey_line(const char *text, size_t length)
     {
         return;
     }
-    const json_scan_result_t scanned = json_scan(text, length, server.port.max_values);
-    if (scanned != JSON_SCAN_OK)
+    const zet_json_scan_result_t scanned = zet_json_scan(text, length, server.port.max_values);
+    if (scanned != ZET_JSON_SCAN_OK)
     {
         report_error(error_of_scan(scanned));
         return;
@@ -731,7 +732,7 @@ void obey_line(const char *text, size_t length)
     cJSON *document = cJSON_ParseWithLength(text, length);
     if (document == nullptr)
     {
-        report_error(SERVER_ERROR_OUT_OF_MEMORY);
+        report_error(ZET_SERVER_ERROR_OUT_OF_MEMORY);
         return;
     }
     obey_document(document);
@@ -741,7 +742,7 @@ void obey_line(const char *text, size_t length)
 /** Ticks from now to a moment; 0 when it has passed. */
 uint64_t ticks_until(uint64_t moment)
 {
-    const uint64_t now = server_clock_read(&server.clock);
+    const uint64_t now = zet_server_clock_read(&server.clock);
     return moment > now ? moment - now : 0;
 }
 
@@ -783,8 +784,8 @@ bool zet_vantor_server_init(const zet_vantor_server_port_t *port)
     server.state = SESSION_IDLE;
     server.baudrate = port->baudrate;
     server.confirmed_baudrate = port->baudrate;
-    line_buffer_init(&server.line, port->line, port->line_size);
-    server_clock_start(&server.clock, &port->link);
+    zet_line_buffer_init(&server.line, port->line, port->line_size);
+    zet_server_clock_start(&server.clock, &port->link);
     if (!zet_vantor_server_system_init(port->nox_log_level))
     {
         zet_vantor_server_system_deinit();
@@ -801,17 +802,17 @@ void zet_vantor_server_deinit(void)
 
 void zet_vantor_server_receive(const char *data, size_t size)
 {
-    (void)server_clock_read(&server.clock);
+    (void)zet_server_clock_read(&server.clock);
     server.bytes_received += size;
     server.input_restarted = false;
     while (size > 0 && !server.input_restarted)
     {
-        const line_event_t event = line_buffer_take(&server.line, &data, &size);
-        if (event == LINE_TOO_LONG)
+        const zet_line_event_t event = zet_line_buffer_take(&server.line, &data, &size);
+        if (event == ZET_LINE_TOO_LONG)
         {
-            report_error(SERVER_ERROR_LINE_TOO_LONG);
+            report_error(ZET_SERVER_ERROR_LINE_TOO_LONG);
         }
-        else if (event == LINE_COMPLETE)
+        else if (event == ZET_LINE_COMPLETE)
         {
             obey_line(server.line.text, server.line.length);
         }
@@ -821,7 +822,7 @@ void zet_vantor_server_receive(const char *data, size_t size)
 
 uint32_t zet_vantor_server_step(void)
 {
-    (void)server_clock_read(&server.clock);
+    (void)zet_server_clock_read(&server.clock);
     watch_baudrate();
     if (server.state == SESSION_STREAMING)
     {
@@ -834,14 +835,14 @@ uint32_t zet_vantor_server_step(void)
 bool zet_vantor_server_is_idle(void)
 {
     return server.state == SESSION_IDLE && !server.baudrate_on_trial &&
-           line_buffer_is_between_lines(&server.line);
+           zet_line_buffer_is_between_lines(&server.line);
 }
 
 void zet_vantor_server_link_lost(void)
 {
     end_session();
     server.log_levels = 0;
-    log_ring_clear(&server.log);
+    zet_log_ring_clear(&server.log);
     server.baudrate_on_trial = false;
     server.confirmed_baudrate = server.port.baudrate;
     discard_input();
@@ -855,6 +856,6 @@ void zet_vantor_server_log(zet_log_level_t level, const char *module, const char
 {
     if (level < server.log_levels)
     {
-        log_ring_put(&server.log, level, module, text);
+        zet_log_ring_put(&server.log, level, module, text);
     }
 }

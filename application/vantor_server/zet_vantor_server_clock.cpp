@@ -3,7 +3,7 @@
  */
 #include "zet_vantor_server_clock.h"
 
-void server_clock_start(server_clock_t *clock, const vantor_server_interface_t *link)
+void zet_server_clock_start(zet_server_clock_t *clock, const vantor_server_interface_t *link)
 {
     const bool runs = link->get_tick != nullptr && link->ticks_per_second > 0;
     clock->get_tick = runs ? link->get_tick : nullptr;
@@ -12,7 +12,7 @@ void server_clock_start(server_clock_t *clock, const vantor_server_interface_t *
     clock->now = 0;
 }
 
-uint64_t server_clock_read(server_clock_t *clock)
+uint64_t zet_server_clock_read(zet_server_clock_t *clock)
 {
     if (clock->get_tick != nullptr)
     {
@@ -23,7 +23,7 @@ uint64_t server_clock_read(server_clock_t *clock)
     return clock->now;
 }
 
-uint32_t server_clock_period(const server_clock_t *clock, float rate)
+uint32_t zet_server_clock_period(const zet_server_clock_t *clock, float rate)
 {
     if (clock->ticks_per_second == 0 || !(rate > 0.0F))
     {
@@ -37,7 +37,7 @@ uint32_t server_clock_period(const server_clock_t *clock, float rate)
     return rounded < 1.0 ? 1 : static_cast<uint32_t>(rounded);
 }
 
-uint64_t server_clock_next_due(uint64_t due, uint32_t period, uint64_t now)
+uint64_t zet_server_clock_next_due(uint64_t due, uint32_t period, uint64_t now)
 {
     const uint64_t next = due + period;
     if (now <= next)

@@ -9,7 +9,7 @@
 #include "zet_vantor_server_base.h"
 
 /** A clock. */
-struct server_clock_t
+struct zet_server_clock_t
 {
     get_tick_function_t *get_tick; ///< reads the tick; null when the server has no clock
     uint32_t ticks_per_second;     ///< 0 when the server has no clock
@@ -18,14 +18,14 @@ struct server_clock_t
 };
 
 /** Starts a clock at 0. The server has none when the link lends no tick or gives it no rate. */
-void server_clock_start(server_clock_t *clock, const vantor_server_interface_t *link);
+void zet_server_clock_start(zet_server_clock_t *clock, const vantor_server_interface_t *link);
 
 /**
  * Reads the clock. To be called at least once in every 2^32 ticks.
  *
  * @return ticks since it was started; 0 when there is no clock
  */
-uint64_t server_clock_read(server_clock_t *clock);
+uint64_t zet_server_clock_read(zet_server_clock_t *clock);
 
 /**
  * Turns a rate into a period.
@@ -34,7 +34,7 @@ uint64_t server_clock_read(server_clock_t *clock);
  * @return ticks, rounded to nearest, at least 1, at most UINT32_MAX; 0 when there is no clock or the rate is
  *         not above 0: there is then no pace to keep
  */
-uint32_t server_clock_period(const server_clock_t *clock, float rate);
+uint32_t zet_server_clock_period(const zet_server_clock_t *clock, float rate);
 
 /**
  * Finds when the next frame is due. Frames are due at multiples of the period from the first one on; one
@@ -45,6 +45,6 @@ uint32_t server_clock_period(const server_clock_t *clock, float rate);
  * @param now     the time
  * @return the first such moment after @p due that has not passed
  */
-uint64_t server_clock_next_due(uint64_t due, uint32_t period, uint64_t now);
+uint64_t zet_server_clock_next_due(uint64_t due, uint32_t period, uint64_t now);
 
 #endif

@@ -52,7 +52,7 @@ struct error_row_t
     const char *const *message; ///< where the message is: the backend's are defined elsewhere
 };
 
-/** The errors, in the order of server_error_t. */
+/** The errors, in the order of zet_server_error_t. */
 constexpr error_row_t error_rows[] = {
     {"line_too_long", &line_too_long},
     {"bad_json", &bad_json},
@@ -91,27 +91,27 @@ constexpr error_row_t error_rows[] = {
     {"nox_data", &error_nox_data_str},
     {"out_of_memory", &error_out_of_memory},
 };
-static_assert(sizeof error_rows / sizeof error_rows[0] == SERVER_ERROR_COUNT, "one row for each error");
+static_assert(sizeof error_rows / sizeof error_rows[0] == ZET_SERVER_ERROR_COUNT, "one row for each error");
 
 } // namespace
 
-const char *server_error_code(server_error_t error)
+const char *zet_server_error_code(zet_server_error_t error)
 {
     return error_rows[error].code;
 }
 
-const char *server_error_message(server_error_t error)
+const char *zet_server_error_message(zet_server_error_t error)
 {
     return *error_rows[error].message;
 }
 
-server_error_t server_error_of_backend(const char *message, server_error_t otherwise)
+zet_server_error_t zet_server_error_of_backend(const char *message, zet_server_error_t otherwise)
 {
-    for (size_t i = SERVER_ERROR_JSON_PARSE; i < SERVER_ERROR_COUNT; ++i)
+    for (size_t i = ZET_SERVER_ERROR_JSON_PARSE; i < ZET_SERVER_ERROR_COUNT; ++i)
     {
         if (*error_rows[i].message == message)
         {
-            return static_cast<server_error_t>(i);
+            return static_cast<zet_server_error_t>(i);
         }
     }
     return otherwise;

@@ -9,7 +9,7 @@ namespace
 {
 
 /** Completes a line: drops its carriage return and closes it by a zero. */
-void complete(line_buffer_t *line)
+void complete(zet_line_buffer_t *line)
 {
     if (line->length > 0 && line->text[line->length - 1] == '\r')
     {
@@ -21,30 +21,30 @@ void complete(line_buffer_t *line)
 
 } // namespace
 
-void line_buffer_init(line_buffer_t *line, char *text, size_t size)
+void zet_line_buffer_init(zet_line_buffer_t *line, char *text, size_t size)
 {
     line->text = text;
     line->room = size - 1;
-    line_buffer_clear(line);
+    zet_line_buffer_clear(line);
 }
 
-bool line_buffer_is_between_lines(const line_buffer_t *line)
+bool zet_line_buffer_is_between_lines(const zet_line_buffer_t *line)
 {
     return line->complete || (line->length == 0 && !line->dropping);
 }
 
-void line_buffer_clear(line_buffer_t *line)
+void zet_line_buffer_clear(zet_line_buffer_t *line)
 {
     line->length = 0;
     line->complete = false;
     line->dropping = false;
 }
 
-line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *size)
+zet_line_event_t zet_line_buffer_take(zet_line_buffer_t *line, const char **data, size_t *size)
 {
     if (line->complete)
     {
-        line_buffer_clear(line);
+        zet_line_buffer_clear(line);
     }
     while (*size > 0)
     {
@@ -54,7 +54,7 @@ line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *si
         if (!line->dropping && length > line->room - line->length)
         {
             line->dropping = true;
-            return LINE_TOO_LONG;
+            return ZET_LINE_TOO_LONG;
         }
         const size_t taken = line_feed != nullptr ? length + 1 : length;
         *data += taken;
@@ -63,7 +63,7 @@ line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *si
         {
             if (line_feed != nullptr)
             {
-                line_buffer_clear(line);
+                zet_line_buffer_clear(line);
             }
             continue;
         }
@@ -72,8 +72,8 @@ line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *si
         if (line_feed != nullptr)
         {
             complete(line);
-            return LINE_COMPLETE;
+            return ZET_LINE_COMPLETE;
         }
     }
-    return LINE_UNFINISHED;
+    return ZET_LINE_UNFINISHED;
 }

@@ -7,16 +7,16 @@
 #include <cstddef>
 #include <cstdint>
 
-/** What line_buffer_take found. */
-enum line_event_t : uint8_t
+/** What zet_line_buffer_take found. */
+enum zet_line_event_t : uint8_t
 {
-    LINE_UNFINISHED, ///< all bytes taken, no line feed yet
-    LINE_COMPLETE,   ///< a line is in the buffer
-    LINE_TOO_LONG,   ///< the line does not fit; it is dropped up to its line feed
+    ZET_LINE_UNFINISHED, ///< all bytes taken, no line feed yet
+    ZET_LINE_COMPLETE,   ///< a line is in the buffer
+    ZET_LINE_TOO_LONG,   ///< the line does not fit; it is dropped up to its line feed
 };
 
 /** A line in the making. */
-struct line_buffer_t
+struct zet_line_buffer_t
 {
     char *text;    ///< the line, closed by a zero when it is complete
     size_t room;   ///< longest line that fits
@@ -31,13 +31,13 @@ struct line_buffer_t
  * @param text  memory for a line
  * @param size  its size: the longest line, its carriage return included if it has one, plus one
  */
-void line_buffer_init(line_buffer_t *line, char *text, size_t size);
+void zet_line_buffer_init(zet_line_buffer_t *line, char *text, size_t size);
 
 /** Tells whether nothing of a line is held, or only one that is complete. */
-bool line_buffer_is_between_lines(const line_buffer_t *line);
+bool zet_line_buffer_is_between_lines(const zet_line_buffer_t *line);
 
 /** Forgets what has been taken. */
-void line_buffer_clear(line_buffer_t *line);
+void zet_line_buffer_clear(zet_line_buffer_t *line);
 
 /**
  * Takes bytes up to the end of a line.
@@ -45,6 +45,6 @@ void line_buffer_clear(line_buffer_t *line);
  * @param data  the bytes; moved on by those taken
  * @param size  their number; reduced likewise
  */
-line_event_t line_buffer_take(line_buffer_t *line, const char **data, size_t *size);
+zet_line_event_t zet_line_buffer_take(zet_line_buffer_t *line, const char **data, size_t *size);
 
 #endif

@@ -21,23 +21,23 @@ uint8_t cut_length(const char *text, uint32_t longest)
 }
 
 /** Puts one byte in; the caller has seen to it that there is room. */
-void put_byte(log_ring_t *ring, uint8_t byte)
+void put_byte(zet_log_ring_t *ring, uint8_t byte)
 {
-    ring->bytes[(ring->first + ring->used) % log_ring_size] = byte;
+    ring->bytes[(ring->first + ring->used) % zet_log_ring_size] = byte;
     ++ring->used;
 }
 
 /** Takes one byte out. */
-uint8_t take_byte(log_ring_t *ring)
+uint8_t take_byte(zet_log_ring_t *ring)
 {
     const uint8_t byte = ring->bytes[ring->first];
-    ring->first = (ring->first + 1) % log_ring_size;
+    ring->first = (ring->first + 1) % zet_log_ring_size;
     --ring->used;
     return byte;
 }
 
 /** Puts a text in. */
-void put_text(log_ring_t *ring, const char *text, uint8_t length)
+void put_text(zet_log_ring_t *ring, const char *text, uint8_t length)
 {
     for (uint8_t i = 0; i < length; ++i)
     {
@@ -46,7 +46,7 @@ void put_text(log_ring_t *ring, const char *text, uint8_t length)
 }
 
 /** Takes a text out and closes it by a zero. */
-void take_text(log_ring_t *ring, char *text, uint8_t length)
+void take_text(zet_log_ring_t *ring, char *text, uint8_t length)
 {
     for (uint8_t i = 0; i < length; ++i)
     {
@@ -57,18 +57,18 @@ void take_text(log_ring_t *ring, char *text, uint8_t length)
 
 } // namespace
 
-void log_ring_clear(log_ring_t *ring)
+void zet_log_ring_clear(zet_log_ring_t *ring)
 {
     ring->used = 0;
     ring->lines = 0;
     ring->lost = 0;
 }
 
-void log_ring_put(log_ring_t *ring, zet_log_level_t level, const char *module, const char *text)
+void zet_log_ring_put(zet_log_ring_t *ring, zet_log_level_t level, const char *module, const char *text)
 {
-    const uint8_t module_length = cut_length(module, log_ring_max_module);
-    const uint8_t text_length = cut_length(text, log_ring_max_text);
-    if (line_overhead + module_length + text_length > log_ring_size - ring->used)
+    const uint8_t module_length = cut_length(module, zet_log_ring_max_module);
+    const uint8_t text_length = cut_length(text, zet_log_ring_max_text);
+    if (line_overhead + module_length + text_length > zet_log_ring_size - ring->used)
     {
         ++ring->lost;
         return;
@@ -81,12 +81,12 @@ void log_ring_put(log_ring_t *ring, zet_log_level_t level, const char *module, c
     ++ring->lines;
 }
 
-uint32_t log_ring_count(const log_ring_t *ring)
+uint32_t zet_log_ring_count(const zet_log_ring_t *ring)
 {
     return ring->lines;
 }
 
-void log_ring_take(log_ring_t *ring, log_line_t *line)
+void zet_log_ring_take(zet_log_ring_t *ring, zet_log_line_t *line)
 {
     line->level = static_cast<zet_log_level_t>(take_byte(ring));
     const uint8_t module_length = take_byte(ring);
@@ -96,7 +96,7 @@ void log_ring_take(log_ring_t *ring, log_line_t *line)
     --ring->lines;
 }
 
-uint32_t log_ring_take_lost(log_ring_t *ring)
+uint32_t zet_log_ring_take_lost(zet_log_ring_t *ring)
 {
     const uint32_t lost = ring->lost;
     ring->lost = 0;

@@ -17,87 +17,88 @@ uint32_t get_tick()
     return tick;
 }
 
-server_clock_t started(uint32_t ticks_per_second, get_tick_function_t *function = get_tick)
+zet_server_clock_t started(uint32_t ticks_per_second, get_tick_function_t *function = get_tick)
 {
     vantor_server_interface_t link = {};
     link.get_tick = function;
     link.ticks_per_second = ticks_per_second;
-    server_clock_t clock;
-    server_clock_start(&clock, &link);
+    zet_server_clock_t clock;
+    zet_server_clock_start(&clock, &link);
     return clock;
 }
 
 TEST(server_clock, starts_at_zero_wherever_the_tick_stands)
 {
     tick = 12345;
-    server_clock_t clock = started(1000);
-    EXPECT_EQ(server_clock_read(&clock), 0U);
+    zet_server_clock_t clock = started(1000);
+    EXPECT_EQ(zet_server_clock_read(&clock), 0U);
     tick += 5;
-    EXPECT_EQ(server_clock_read(&clock), 5U);
+    EXPECT_EQ(zet_server_clock_read(&clock), 5U);
 }
 
 TEST(server_clock, counts_on_when_the_tick_wraps)
 {
     tick = UINT32_MAX - 1;
-    server_clock_t clock = started(1000);
+    zet_server_clock_t clock = started(1000);
     uint64_t expected = 0;
     for (const uint32_t passed : {1U, 1U, 1U, 0x7FFFFFFFU, 0xFFFFFFFFU, 0xFFFFFFFFU, 0x12345678U})
     {
         tick += passed;
         expected += passed;
-        EXPECT_EQ(server_clock_read(&clock), expected);
+        EXPECT_EQ(zet_server_clock_read(&clock), expected);
     }
     EXPECT_GT(expected, uint64_t{2} * UINT32_MAX);
 }
 
 TEST(server_clock, stands_still_when_there_is_none)
 {
-    for (server_clock_t clock : {started(0), started(1000, nullptr)})
+    for (zet_server_clock_t clock : {started(0), started(1000, nullptr)})
     {
         tick += 1000;
-        EXPECT_EQ(server_clock_read(&clock), 0U);
+        EXPECT_EQ(zet_server_clock_read(&clock), 0U);
         EXPECT_EQ(clock.ticks_per_second, 0U);
-        EXPECT_EQ(server_clock_period(&clock, 10.0F), 0U);
+        EXPECT_EQ(zet_server_clock_period(&clock, 10.0F), 0U);
     }
 }
 
 TEST(server_clock, rounds_a_period_to_nearest)
 {
-    const server_clock_t clock = started(1000);
-    EXPECT_EQ(server_clock_period(&clock, 10.0F), 100U);
-    EXPECT_EQ(server_clock_period(&clock, 3.0F), 333U);
-    EXPECT_EQ(server_clock_period(&clock, 6.0F), 167U);
-    EXPECT_EQ(server_clock_period(&clock, 400.0F), 3U);
-    EXPECT_EQ(server_clock_period(&clock, 0.5F), 2000U);
+    const zet_server_clock_t clock = started(1000);
+    EXPECT_EQ(zet_server_clock_period(&clock, 10.0F), 100U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 3.0F), 333U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 6.0F), 167U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 400.0F), 3U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 0.5F), 2000U);
 }
 
 TEST(server_clock, bounds_a_period)
 {
-    const server_clock_t clock = started(1000);
-    EXPECT_EQ(server_clock_period(&clock, 1000.0F), 1U);
-    EXPECT_EQ(server_clock_period(&clock, 1e30F), 1U);
-    EXPECT_EQ(server_clock_period(&clock, 1e-30F), UINT32_MAX);
-    EXPECT_EQ(server_clock_period(&clock, 1e-45F), UINT32_MAX);
-    EXPECT_EQ(server_clock_period(&clock, 0x1p-22F), 4194304000U);
+    const zet_server_clock_t clock = started(1000);
+    EXPECT_EQ(zet_server_clock_period(&clock, 1000.0F), 1U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 1e30F), 1U);
+    EXPECT_EQ(zet_server_clock_period(&clock, 1e-30F), UINT32_MAX);
+    EXPECT_EQ(zet_server_clock_period(&clock, 1e-45F), UINT32_MAX);
+    EXPECT_EQ(zet_server_clock_period(&clock, 0x1p-22F), 4194304000U);
 }
 
 TEST(server_clock, gives_no_period_for_what_is_no_rate)
 {
-    const server_clock_t clock = started(1000);
-    EXPECT_EQ(server_clock_period(&clock, 0.0F), 0U);
-    EXPECT_EQ(server_clock_period(&clock, -1.0F), 0U);
-    EXPECT_EQ(server_clock_period(&clock, NAN), 0U);
+    const zet_server_clock_t clock = started(1000);
+    EXPECT_EQ(zet_server_clock_period(&clock, 0.0F), 0U);
+    EXPECT_EQ(zet_server_clock_period(&clock, -1.0F), 0U);
+    EXPECT_EQ(zet_server_clock_period(&clock, NAN), 0U);
 }
 
 TEST(server_clock, keeps_frames_on_multiples_of_the_period)
 {
-    EXPECT_EQ(server_clock_next_due(100, 10, 100), 110U);
-    EXPECT_EQ(server_clock_next_due(100, 10, 109), 110U);
-    EXPECT_EQ(server_clock_next_due(100, 10, 110), 110U);
-    EXPECT_EQ(server_clock_next_due(100, 10, 111), 120U);
-    EXPECT_EQ(server_clock_next_due(100, 10, 120), 120U);
-    EXPECT_EQ(server_clock_next_due(100, 10, 1234), 1240U);
-    EXPECT_EQ(server_clock_next_due(0, UINT32_MAX, uint64_t{5} * UINT32_MAX + 1), uint64_t{6} * UINT32_MAX);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 100), 110U);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 109), 110U);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 110), 110U);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 111), 120U);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 120), 120U);
+    EXPECT_EQ(zet_server_clock_next_due(100, 10, 1234), 1240U);
+    EXPECT_EQ(zet_server_clock_next_due(0, UINT32_MAX, uint64_t{5} * UINT32_MAX + 1),
+              uint64_t{6} * UINT32_MAX);
 }
 
 } // namespace

@@ -34,9 +34,9 @@ std::set<std::string> caught(const std::string &text, const std::regex &pattern)
 std::set<std::string> all_codes()
 {
     std::set<std::string> codes;
-    for (uint8_t error = 0; error < SERVER_ERROR_COUNT; ++error)
+    for (uint8_t error = 0; error < ZET_SERVER_ERROR_COUNT; ++error)
     {
-        codes.insert(server_error_code(static_cast<server_error_t>(error)));
+        codes.insert(zet_server_error_code(static_cast<zet_server_error_t>(error)));
     }
     return codes;
 }
@@ -70,21 +70,21 @@ constexpr const char *const *backend_messages[] = {
 
 TEST(error_codes, differ_from_one_another)
 {
-    EXPECT_EQ(all_codes().size(), static_cast<std::size_t>(SERVER_ERROR_COUNT));
+    EXPECT_EQ(all_codes().size(), static_cast<std::size_t>(ZET_SERVER_ERROR_COUNT));
 }
 
 TEST(error_codes, have_messages_that_differ_and_are_sentences)
 {
     std::set<std::string> messages;
-    for (uint8_t error = 0; error < SERVER_ERROR_COUNT; ++error)
+    for (uint8_t error = 0; error < ZET_SERVER_ERROR_COUNT; ++error)
     {
-        const std::string message = server_error_message(static_cast<server_error_t>(error));
+        const std::string message = zet_server_error_message(static_cast<zet_server_error_t>(error));
         messages.insert(message);
         EXPECT_TRUE(std::isupper(static_cast<unsigned char>(message.front()))) << message;
         EXPECT_EQ(message.back(), '.') << message;
         EXPECT_EQ(message.find("  "), std::string::npos) << message;
     }
-    EXPECT_EQ(messages.size(), static_cast<std::size_t>(SERVER_ERROR_COUNT));
+    EXPECT_EQ(messages.size(), static_cast<std::size_t>(ZET_SERVER_ERROR_COUNT));
 }
 
 TEST(error_codes, of_the_backend_are_the_names_of_its_messages)
@@ -95,17 +95,18 @@ TEST(error_codes, of_the_backend_are_the_names_of_its_messages)
     std::set<std::string> codes;
     for (const char *const *message : backend_messages)
     {
-        const server_error_t error = server_error_of_backend(*message, SERVER_ERROR_BAD_JSON);
-        EXPECT_STREQ(server_error_message(error), *message);
-        codes.insert(server_error_code(error));
+        const zet_server_error_t error = zet_server_error_of_backend(*message, ZET_SERVER_ERROR_BAD_JSON);
+        EXPECT_STREQ(zet_server_error_message(error), *message);
+        codes.insert(zet_server_error_code(error));
     }
     EXPECT_EQ(codes, names);
 }
 
 TEST(error_codes, of_a_message_that_is_none_is_the_other_one)
 {
-    EXPECT_EQ(server_error_of_backend(nullptr, SERVER_ERROR_METADATA_FAILED), SERVER_ERROR_METADATA_FAILED);
-    EXPECT_EQ(server_error_of_backend("unknown", SERVER_ERROR_NOX_DATA), SERVER_ERROR_NOX_DATA);
+    EXPECT_EQ(zet_server_error_of_backend(nullptr, ZET_SERVER_ERROR_METADATA_FAILED),
+              ZET_SERVER_ERROR_METADATA_FAILED);
+    EXPECT_EQ(zet_server_error_of_backend("unknown", ZET_SERVER_ERROR_NOX_DATA), ZET_SERVER_ERROR_NOX_DATA);
 }
 
 TEST(error_codes, stand_all_in_the_document_and_no_others)

@@ -21,11 +21,11 @@ using namespace std::string_view_literals;
 constexpr uint32_t plenty = 100000;
 
 /** Scans a copy without a closing zero, so that a sanitizer sees every step too far. */
-json_scan_result_t scan(std::string_view text, uint32_t max_values = plenty)
+zet_json_scan_result_t scan(std::string_view text, uint32_t max_values = plenty)
 {
     const std::unique_ptr<char[]> copy(new char[text.size()]);
     text.copy(copy.get(), text.size());
-    return json_scan(copy.get(), text.size(), max_values);
+    return zet_json_scan(copy.get(), text.size(), max_values);
 }
 
 std::string repeated(std::string_view text, std::size_t times)
@@ -283,7 +283,7 @@ TEST(json_scan, accepts_documents)
 {
     for (const std::string_view text : accepted)
     {
-        EXPECT_EQ(scan(text), JSON_SCAN_OK) << text;
+        EXPECT_EQ(scan(text), ZET_JSON_SCAN_OK) << text;
     }
 }
 
@@ -306,7 +306,7 @@ TEST(json_scan, refuses_what_is_no_json)
 {
     for (const std::string_view text : refused)
     {
-        EXPECT_EQ(scan(text), JSON_SCAN_NOT_JSON) << text;
+        EXPECT_EQ(scan(text), ZET_JSON_SCAN_NOT_JSON) << text;
     }
 }
 
@@ -314,17 +314,17 @@ TEST(json_scan, tells_text_after_the_document)
 {
     for (const std::string_view text : trailing)
     {
-        EXPECT_EQ(scan(text), JSON_SCAN_TRAILING_TEXT) << text;
+        EXPECT_EQ(scan(text), ZET_JSON_SCAN_TRAILING_TEXT) << text;
     }
 }
 
 TEST(json_scan, refuses_every_document_that_is_cut_off)
 {
     const std::string_view whole = R"({"a":[1.5e+3,"b\n\u00e9\uD83D\uDE00é",{"c":true}],"d":{"e":null}})";
-    ASSERT_EQ(scan(whole), JSON_SCAN_OK);
+    ASSERT_EQ(scan(whole), ZET_JSON_SCAN_OK);
     for (std::size_t length = 0; length < whole.size(); ++length)
     {
-        EXPECT_EQ(scan(whole.substr(0, length)), JSON_SCAN_NOT_JSON) << whole.substr(0, length);
+        EXPECT_EQ(scan(whole.substr(0, length)), ZET_JSON_SCAN_NOT_JSON) << whole.substr(0, length);
     }
 }
 
@@ -333,7 +333,7 @@ TEST(json_scan, refuses_every_control_character_in_a_string)
     for (int character = 0; character < 0x20; ++character)
     {
         const std::string text = {'"', static_cast<char>(character), '"'};
-        EXPECT_EQ(scan(text), JSON_SCAN_NOT_JSON) << character;
+        EXPECT_EQ(scan(text), ZET_JSON_SCAN_NOT_JSON) << character;
     }
 }
 
@@ -344,26 +344,27 @@ TEST(json_scan, knows_eight_escapes_of_one_letter)
         const std::string text = {'"', '\\', static_cast<char>(character), '"'};
         const bool known =
             std::string_view("\"\\/bfnrt").find(static_cast<char>(character)) != std::string_view::npos;
-        EXPECT_EQ(scan(text), known ? JSON_SCAN_OK : JSON_SCAN_NOT_JSON) << character;
+        EXPECT_EQ(scan(text), known ? ZET_JSON_SCAN_OK : ZET_JSON_SCAN_NOT_JSON) << character;
     }
 }
 
 TEST(json_scan, accepts_nesting_up_to_the_bound)
 {
-    const std::size_t bound = json_scan_max_depth;
-    EXPECT_EQ(scan(repeated("[", bound) + repeated("]", bound)), JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("[", bound + 1) + repeated("]", bound + 1)), JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "1" + repeated("}", bound)), JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "{}" + repeated("}", bound)), JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "1" + repeated("}]", bound / 2)), JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "[]" + repeated("}]", bound / 2)), JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("[", 2000)), JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("[", 100000)), JSON_SCAN_TOO_DEEP);
+    const std::size_t bound = zet_json_scan_max_depth;
+    EXPECT_EQ(scan(repeated("[", bound) + repeated("]", bound)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("[", bound + 1) + repeated("]", bound + 1)), ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "1" + repeated("}", bound)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "{}" + repeated("}", bound)), ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "1" + repeated("}]", bound / 2)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "[]" + repeated("}]", bound / 2)),
+              ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("[", 2000)), ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("[", 100000)), ZET_JSON_SCAN_TOO_DEEP);
 }
 
 TEST(json_scan, counts_depth_and_not_brackets)
 {
-    EXPECT_EQ(scan("[" + repeated("[],{},", 1000) + "[]]"), JSON_SCAN_OK);
+    EXPECT_EQ(scan("[" + repeated("[],{},", 1000) + "[]]"), ZET_JSON_SCAN_OK);
 }
 
 TEST(json_scan, matches_every_bracket_with_its_own_kind)
@@ -373,17 +374,17 @@ TEST(json_scan, matches_every_bracket_with_its_own_kind)
     {
         std::string open;
         std::string close;
-        for (uint32_t depth = 0; depth < json_scan_max_depth; ++depth)
+        for (uint32_t depth = 0; depth < zet_json_scan_max_depth; ++depth)
         {
             const bool object = (random() & 1U) != 0;
             open += object ? "{\"k\":" : "[";
             close.insert(0, object ? "}" : "]");
         }
         open += "0";
-        ASSERT_EQ(scan(open + close), JSON_SCAN_OK);
+        ASSERT_EQ(scan(open + close), ZET_JSON_SCAN_OK);
         char &wrong = close[random() % close.size()];
         wrong = wrong == '}' ? ']' : '}';
-        ASSERT_EQ(scan(open + close), JSON_SCAN_NOT_JSON) << open << close;
+        ASSERT_EQ(scan(open + close), ZET_JSON_SCAN_NOT_JSON) << open << close;
     }
 }
 
@@ -398,8 +399,8 @@ TEST(json_scan, accepts_values_up_to_the_bound)
     };
     for (const auto &document : documents)
     {
-        EXPECT_EQ(scan(document.text, document.values), JSON_SCAN_OK) << document.text;
-        EXPECT_EQ(scan(document.text, document.values - 1), JSON_SCAN_TOO_MANY_VALUES) << document.text;
+        EXPECT_EQ(scan(document.text, document.values), ZET_JSON_SCAN_OK) << document.text;
+        EXPECT_EQ(scan(document.text, document.values - 1), ZET_JSON_SCAN_TOO_MANY_VALUES) << document.text;
     }
 }
 
@@ -422,7 +423,7 @@ TEST(json_scan, accepts_what_another_strict_parser_accepts)
         }
         const bool strict = nlohmann::json::accept(text);
         valid += strict ? 1 : 0;
-        ASSERT_EQ(scan(text) == JSON_SCAN_OK, strict) << text;
+        ASSERT_EQ(scan(text) == ZET_JSON_SCAN_OK, strict) << text;
     }
     EXPECT_GT(valid, 2000);
 }

@@ -31,20 +31,20 @@ void write_data(const void *data, uint32_t size)
 }
 
 /** Begins a document. */
-json_writer_t begin()
+zet_json_writer_t begin()
 {
     sent.clear();
     writes = 0;
-    json_writer_t writer;
-    json_writer_init(&writer, write_data);
+    zet_json_writer_t writer;
+    zet_json_writer_init(&writer, write_data);
     return writer;
 }
 
 std::string written(double value)
 {
-    json_writer_t writer = begin();
-    json_writer_number(&writer, value);
-    json_writer_finish(&writer);
+    zet_json_writer_t writer = begin();
+    zet_json_writer_number(&writer, value);
+    zet_json_writer_finish(&writer);
     EXPECT_EQ(sent.back(), '\n');
     sent.pop_back();
     return sent;
@@ -52,9 +52,9 @@ std::string written(double value)
 
 std::string written(const char *text)
 {
-    json_writer_t writer = begin();
-    json_writer_string(&writer, text);
-    json_writer_finish(&writer);
+    zet_json_writer_t writer = begin();
+    zet_json_writer_string(&writer, text);
+    zet_json_writer_finish(&writer);
     sent.pop_back();
     return sent;
 }
@@ -161,21 +161,21 @@ TEST(json_writer, writes_null_for_what_is_not_finite)
 
 TEST(json_writer, writes_every_whole_number_beyond_what_a_double_holds)
 {
-    json_writer_t writer = begin();
-    json_writer_uint(&writer, UINT64_MAX);
-    json_writer_finish(&writer);
+    zet_json_writer_t writer = begin();
+    zet_json_writer_uint(&writer, UINT64_MAX);
+    zet_json_writer_finish(&writer);
     EXPECT_EQ(sent, "18446744073709551615\n");
 }
 
 TEST(json_writer, writes_thousandths_exactly)
 {
     const auto thousandths = [](uint64_t value) {
-        json_writer_t writer = begin();
-        json_writer_begin_array(&writer);
-        json_writer_thousandths(&writer, value);
-        json_writer_thousandths(&writer, 0);
-        json_writer_end_array(&writer);
-        json_writer_finish(&writer);
+        zet_json_writer_t writer = begin();
+        zet_json_writer_begin_array(&writer);
+        zet_json_writer_thousandths(&writer, value);
+        zet_json_writer_thousandths(&writer, 0);
+        zet_json_writer_end_array(&writer);
+        zet_json_writer_finish(&writer);
         return sent;
     };
     EXPECT_EQ(thousandths(1), "[0.001,0]\n");
@@ -291,69 +291,70 @@ TEST(json_writer, writes_every_byte_so_that_a_strict_parser_takes_it)
 
 TEST(json_writer, separates_members_and_elements)
 {
-    json_writer_t writer = begin();
-    json_writer_begin_object(&writer);
-    json_writer_key(&writer, "a");
-    json_writer_begin_array(&writer);
-    json_writer_bool(&writer, true);
-    json_writer_bool(&writer, false);
-    json_writer_null(&writer);
-    json_writer_begin_object(&writer);
-    json_writer_end_object(&writer);
-    json_writer_begin_array(&writer);
-    json_writer_end_array(&writer);
-    json_writer_end_array(&writer);
-    json_writer_key(&writer, "b");
-    json_writer_uint(&writer, 7);
-    json_writer_key(&writer, nullptr);
-    json_writer_string(&writer, "c");
-    json_writer_end_object(&writer);
+    zet_json_writer_t writer = begin();
+    zet_json_writer_begin_object(&writer);
+    zet_json_writer_key(&writer, "a");
+    zet_json_writer_begin_array(&writer);
+    zet_json_writer_bool(&writer, true);
+    zet_json_writer_bool(&writer, false);
+    zet_json_writer_null(&writer);
+    zet_json_writer_begin_object(&writer);
+    zet_json_writer_end_object(&writer);
+    zet_json_writer_begin_array(&writer);
+    zet_json_writer_end_array(&writer);
+    zet_json_writer_end_array(&writer);
+    zet_json_writer_key(&writer, "b");
+    zet_json_writer_uint(&writer, 7);
+    zet_json_writer_key(&writer, nullptr);
+    zet_json_writer_string(&writer, "c");
+    zet_json_writer_end_object(&writer);
     EXPECT_EQ(writes, 0U);
-    json_writer_finish(&writer);
+    zet_json_writer_finish(&writer);
     EXPECT_EQ(sent, "{\"a\":[true,false,null,{},[]],\"b\":7,\"\":\"c\"}\n");
     EXPECT_EQ(writes, 1U);
 }
 
 TEST(json_writer, sends_text_of_every_length_around_its_buffer_whole)
 {
-    for (std::size_t length = 0; length < 3 * sizeof(json_writer_t::buffer); ++length)
+    for (std::size_t length = 0; length < 3 * sizeof(zet_json_writer_t::buffer); ++length)
     {
         const std::string text(length, 'x');
         EXPECT_EQ(written(text.c_str()), "\"" + text + "\"");
         // It need not fill its buffer to the last byte, but nearly.
-        EXPECT_LE(writes, (length + 3) / (sizeof(json_writer_t::buffer) - 8) + 1);
+        EXPECT_LE(writes, (length + 3) / (sizeof(zet_json_writer_t::buffer) - 8) + 1);
     }
 }
 
 TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
 {
-    using write_function = void (*)(json_writer_t *);
+    using write_function = void (*)(zet_json_writer_t *);
     const std::pair<write_function, const char *> pieces[] = {
-        {[](json_writer_t *writer) { json_writer_number(writer, -2.2250738585072014e-308); },
+        {[](zet_json_writer_t *writer) { zet_json_writer_number(writer, -2.2250738585072014e-308); },
          "-2.2250738585072014e-308"},
-        {[](json_writer_t *writer) { json_writer_uint(writer, UINT64_MAX); }, "18446744073709551615"},
-        {[](json_writer_t *writer) { json_writer_thousandths(writer, UINT64_MAX); }, "18446744073709551.615"},
-        {[](json_writer_t *writer) { json_writer_bool(writer, false); }, "false"},
-        {[](json_writer_t *writer) { json_writer_bool(writer, true); }, "true"},
-        {[](json_writer_t *writer) { json_writer_null(writer); }, "null"},
-        {[](json_writer_t *writer) { json_writer_string(writer, "\x01\"\xF0\x9F\x98\x80\xFF"); },
+        {[](zet_json_writer_t *writer) { zet_json_writer_uint(writer, UINT64_MAX); }, "18446744073709551615"},
+        {[](zet_json_writer_t *writer) { zet_json_writer_thousandths(writer, UINT64_MAX); },
+         "18446744073709551.615"},
+        {[](zet_json_writer_t *writer) { zet_json_writer_bool(writer, false); }, "false"},
+        {[](zet_json_writer_t *writer) { zet_json_writer_bool(writer, true); }, "true"},
+        {[](zet_json_writer_t *writer) { zet_json_writer_null(writer); }, "null"},
+        {[](zet_json_writer_t *writer) { zet_json_writer_string(writer, "\x01\"\xF0\x9F\x98\x80\xFF"); },
          "\"\\u0001\\\"\xF0\x9F\x98\x80\\ufffd\""},
     };
     for (const auto &[write, text] : pieces)
     {
-        for (std::size_t length = sizeof(json_writer_t::buffer) - 40; length < sizeof(json_writer_t::buffer);
-             ++length)
+        for (std::size_t length = sizeof(zet_json_writer_t::buffer) - 40;
+             length < sizeof(zet_json_writer_t::buffer); ++length)
         {
-            json_writer_t writer = begin();
-            json_writer_begin_array(&writer);
-            json_writer_string(&writer, std::string(length, 'x').c_str());
+            zet_json_writer_t writer = begin();
+            zet_json_writer_begin_array(&writer);
+            zet_json_writer_string(&writer, std::string(length, 'x').c_str());
             write(&writer);
-            json_writer_begin_object(&writer);
-            json_writer_key(&writer, "k");
+            zet_json_writer_begin_object(&writer);
+            zet_json_writer_key(&writer, "k");
             write(&writer);
-            json_writer_end_object(&writer);
-            json_writer_end_array(&writer);
-            json_writer_finish(&writer);
+            zet_json_writer_end_object(&writer);
+            zet_json_writer_end_array(&writer);
+            zet_json_writer_finish(&writer);
             EXPECT_EQ(sent, "[\"" + std::string(length, 'x') + "\"," + text + ",{\"k\":" + text + "}]\n");
         }
     }
@@ -457,8 +458,8 @@ TEST(write_json, refuses_a_null_argument)
 
 TEST(write_json, sends_nothing_of_a_document_that_nests_too_deep)
 {
-    EXPECT_EQ(sent_document(nested(json_writer_max_depth)).size(), 2 * json_writer_max_depth + 1);
-    cJSON *document = nested(json_writer_max_depth + 1);
+    EXPECT_EQ(sent_document(nested(zet_json_writer_max_depth)).size(), 2 * zet_json_writer_max_depth + 1);
+    cJSON *document = nested(zet_json_writer_max_depth + 1);
     sent.clear();
     EXPECT_FALSE(zet_vantor_server_write_json(write_data, document));
     EXPECT_EQ(sent, "");

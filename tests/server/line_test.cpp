@@ -18,7 +18,7 @@ class line_buffer : public testing::Test
 protected:
     void SetUp() override
     {
-        line_buffer_init(&line, memory.data(), memory.size());
+        zet_line_buffer_init(&line, memory.data(), memory.size());
     }
 
     /** Hands bytes over in pieces; notes complete lines, and "!" for one that is too long. */
@@ -33,13 +33,13 @@ protected:
             std::size_t size = part.size();
             while (size > 0)
             {
-                const line_event_t event = line_buffer_take(&line, &data, &size);
-                if (event == LINE_COMPLETE)
+                const zet_line_event_t event = zet_line_buffer_take(&line, &data, &size);
+                if (event == ZET_LINE_COMPLETE)
                 {
                     EXPECT_EQ(line.text[line.length], '\0');
                     events.emplace_back(line.text, line.length);
                 }
-                else if (event == LINE_TOO_LONG)
+                else if (event == ZET_LINE_TOO_LONG)
                 {
                     events.emplace_back("!");
                 }
@@ -48,7 +48,7 @@ protected:
         return events;
     }
 
-    line_buffer_t line = {};
+    zet_line_buffer_t line = {};
     std::array<char, 11> memory = {};
 };
 
@@ -106,10 +106,10 @@ TEST_F(line_buffer, reports_a_line_that_is_too_long_before_it_ends)
 TEST_F(line_buffer, forgets_what_was_half_received)
 {
     EXPECT_EQ(feed("half", 1), (events_t{}));
-    line_buffer_clear(&line);
+    zet_line_buffer_clear(&line);
     EXPECT_EQ(feed("ok\n", 1), (events_t{"ok"}));
     EXPECT_EQ(feed("0123456789abc", 1), (events_t{"!"}));
-    line_buffer_clear(&line);
+    zet_line_buffer_clear(&line);
     EXPECT_EQ(feed("ok\n", 1), (events_t{"ok"}));
 }
 
@@ -117,7 +117,7 @@ TEST_F(line_buffer, takes_nothing_from_nothing)
 {
     const char *data = nullptr;
     std::size_t size = 0;
-    EXPECT_EQ(line_buffer_take(&line, &data, &size), LINE_UNFINISHED);
+    EXPECT_EQ(zet_line_buffer_take(&line, &data, &size), ZET_LINE_UNFINISHED);
 }
 
 } // namespace

@@ -16,35 +16,35 @@ class log_ring : public testing::Test
 protected:
     void put(const std::string &text, const std::string &module = "m")
     {
-        log_ring_put(&ring, ZET_LOG_LEVEL_INFO, module.c_str(), text.c_str());
+        zet_log_ring_put(&ring, ZET_LOG_LEVEL_INFO, module.c_str(), text.c_str());
     }
 
     std::string take()
     {
-        log_line_t line;
-        log_ring_take(&ring, &line);
+        zet_log_line_t line;
+        zet_log_ring_take(&ring, &line);
         return line.text;
     }
 
-    log_ring_t ring = {};
+    zet_log_ring_t ring = {};
 };
 
 TEST_F(log_ring, gives_lines_back_in_their_order)
 {
-    log_ring_put(&ring, ZET_LOG_LEVEL_DEBUG, "one", "first");
-    log_ring_put(&ring, ZET_LOG_LEVEL_ERROR, "", "");
-    ASSERT_EQ(log_ring_count(&ring), 2U);
-    log_line_t line;
-    log_ring_take(&ring, &line);
+    zet_log_ring_put(&ring, ZET_LOG_LEVEL_DEBUG, "one", "first");
+    zet_log_ring_put(&ring, ZET_LOG_LEVEL_ERROR, "", "");
+    ASSERT_EQ(zet_log_ring_count(&ring), 2U);
+    zet_log_line_t line;
+    zet_log_ring_take(&ring, &line);
     EXPECT_EQ(line.level, ZET_LOG_LEVEL_DEBUG);
     EXPECT_STREQ(line.module, "one");
     EXPECT_STREQ(line.text, "first");
-    log_ring_take(&ring, &line);
+    zet_log_ring_take(&ring, &line);
     EXPECT_EQ(line.level, ZET_LOG_LEVEL_ERROR);
     EXPECT_STREQ(line.module, "");
     EXPECT_STREQ(line.text, "");
-    EXPECT_EQ(log_ring_count(&ring), 0U);
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_count(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
 TEST_F(log_ring, holds_lines_across_its_end)
@@ -57,16 +57,16 @@ TEST_F(log_ring, holds_lines_across_its_end)
         ASSERT_EQ(take(), text);
         ASSERT_EQ(take(), text + "!");
     }
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
 TEST_F(log_ring, cuts_long_texts)
 {
-    log_ring_put(&ring, ZET_LOG_LEVEL_INFO, std::string(500, 'm').c_str(), std::string(500, 't').c_str());
-    log_line_t line;
-    log_ring_take(&ring, &line);
-    EXPECT_EQ(std::string(line.module), std::string(log_ring_max_module, 'm'));
-    EXPECT_EQ(std::string(line.text), std::string(log_ring_max_text, 't'));
+    zet_log_ring_put(&ring, ZET_LOG_LEVEL_INFO, std::string(500, 'm').c_str(), std::string(500, 't').c_str());
+    zet_log_line_t line;
+    zet_log_ring_take(&ring, &line);
+    EXPECT_EQ(std::string(line.module), std::string(zet_log_ring_max_module, 'm'));
+    EXPECT_EQ(std::string(line.text), std::string(zet_log_ring_max_text, 't'));
 }
 
 TEST_F(log_ring, fills_up_to_the_last_byte)
@@ -77,14 +77,14 @@ TEST_F(log_ring, fills_up_to_the_last_byte)
     {
         put(text);
     }
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
     put("", "");
-    EXPECT_EQ(log_ring_take_lost(&ring), 1U);
-    EXPECT_EQ(log_ring_count(&ring), 8U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 1U);
+    EXPECT_EQ(zet_log_ring_count(&ring), 8U);
     EXPECT_EQ(take(), text);
     put(text);
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
-    EXPECT_EQ(log_ring_count(&ring), 8U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_count(&ring), 8U);
 }
 
 TEST_F(log_ring, loses_a_line_that_is_one_byte_too_long)
@@ -95,11 +95,11 @@ TEST_F(log_ring, loses_a_line_that_is_one_byte_too_long)
         put(text);
     }
     put(text + "x");
-    EXPECT_EQ(log_ring_take_lost(&ring), 1U);
-    EXPECT_EQ(log_ring_count(&ring), 7U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 1U);
+    EXPECT_EQ(zet_log_ring_count(&ring), 7U);
     put(text);
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
-    EXPECT_EQ(log_ring_count(&ring), 8U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_count(&ring), 8U);
 }
 
 TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
@@ -109,8 +109,8 @@ TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
     {
         put(text);
     }
-    EXPECT_EQ(log_ring_take_lost(&ring), 12U);
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 12U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
 TEST_F(log_ring, forgets_everything_when_cleared)
@@ -119,9 +119,9 @@ TEST_F(log_ring, forgets_everything_when_cleared)
     {
         put("line");
     }
-    log_ring_clear(&ring);
-    EXPECT_EQ(log_ring_count(&ring), 0U);
-    EXPECT_EQ(log_ring_take_lost(&ring), 0U);
+    zet_log_ring_clear(&ring);
+    EXPECT_EQ(zet_log_ring_count(&ring), 0U);
+    EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
     put("after");
     EXPECT_EQ(take(), "after");
 }

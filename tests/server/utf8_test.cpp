@@ -45,7 +45,8 @@ TEST(utf8, takes_every_code_point_in_its_shortest_form_only)
         {
             const std::string text = encode(code, length) + "a";
             const std::size_t expected = valid && length == needed ? needed : 0;
-            ASSERT_EQ(utf8_sequence_length(text.data(), text.size()), expected) << code << " in " << length;
+            ASSERT_EQ(zet_utf8_sequence_length(text.data(), text.size()), expected)
+                << code << " in " << length;
         }
     }
 }
@@ -57,15 +58,15 @@ TEST(utf8, takes_no_sequence_that_is_cut_off_or_broken)
         const std::string whole = encode(code, shortest(code));
         for (std::size_t length = 0; length < whole.size(); ++length)
         {
-            EXPECT_EQ(utf8_sequence_length(whole.data(), length), 0U);
+            EXPECT_EQ(zet_utf8_sequence_length(whole.data(), length), 0U);
         }
         for (std::size_t place = 1; place < whole.size(); ++place)
         {
             std::string broken = whole;
             broken[place] = 'a';
-            EXPECT_EQ(utf8_sequence_length(broken.data(), broken.size()), 0U);
+            EXPECT_EQ(zet_utf8_sequence_length(broken.data(), broken.size()), 0U);
             broken[place] = static_cast<char>(0xC3);
-            EXPECT_EQ(utf8_sequence_length(broken.data(), broken.size()), 0U);
+            EXPECT_EQ(zet_utf8_sequence_length(broken.data(), broken.size()), 0U);
         }
     }
 }
@@ -75,7 +76,7 @@ TEST(utf8, takes_no_byte_that_begins_nothing)
     for (const uint32_t first : {0x80U, 0xBFU, 0xC0U, 0xC1U, 0xF5U, 0xF8U, 0xFCU, 0xFEU, 0xFFU})
     {
         const std::string text = {static_cast<char>(first), '\x80', '\x80', '\x80'};
-        EXPECT_EQ(utf8_sequence_length(text.data(), text.size()), 0U) << first;
+        EXPECT_EQ(zet_utf8_sequence_length(text.data(), text.size()), 0U) << first;
     }
 }
 
