@@ -1,5 +1,5 @@
-# Installs this build and builds and runs the program of the README against it, as another project would.
-# Needs BUILD, README, WORK (a directory of its own), SERVER (the program vantor_server) and DOCUMENTS, files that are
+# Installs this build and builds and runs the program of docs/client.md against it, as another project would.
+# Needs BUILD, DOCUMENT, WORK (a directory of its own), SERVER (the program vantor_server) and DOCUMENTS, files that are
 # installed as they are.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failure OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -10,10 +10,10 @@ function(run)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK})
-file(READ ${README} text)
+file(READ ${DOCUMENT} text)
 foreach(language IN ITEMS cmake cpp)
   if(NOT text MATCHES "```${language}\n([^`]*)```")
-    message(FATAL_ERROR "The README has no example in ${language}.")
+    message(FATAL_ERROR "${DOCUMENT} has no example in ${language}.")
   endif()
   set(${language} "${CMAKE_MATCH_1}")
 endforeach()

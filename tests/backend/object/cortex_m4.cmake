@@ -1,7 +1,7 @@
 # Compiles the backend for a Cortex-M4F without a warning and holds its size against a limit.
 #
 # Variables: COMPILER, SIZE, SOURCE, OBJECT, INCLUDES (a list of directories), CJSON_HEADER, WORK_DIRECTORY,
-# LARGEST_TEXT (bytes).
+# LARGEST_TEXT (bytes), DOCUMENT (which shows the size).
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -23,4 +23,11 @@ endif()
 message(STATUS "text ${CMAKE_MATCH_1}, data ${CMAKE_MATCH_2}, bss ${CMAKE_MATCH_3} bytes on a Cortex-M4F")
 if(CMAKE_MATCH_1 GREATER LARGEST_TEXT)
   message(FATAL_ERROR "text is larger than ${LARGEST_TEXT} bytes")
+endif()
+
+string(REGEX REPLACE "([0-9])([0-9][0-9][0-9])$" "\\1,\\2" shown ${CMAKE_MATCH_1})
+file(READ ${DOCUMENT} text)
+string(FIND "${text}" "${shown} bytes of text" place)
+if(place EQUAL -1)
+  message(FATAL_ERROR "${DOCUMENT} does not say \"${shown} bytes of text\"")
 endif()
