@@ -30,8 +30,8 @@ void print(std::ostream &out, const std::string &file, const std::vector<configu
     {
         const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
         const auto nearest = fault.nearest.empty() ? "" : "; nearest: " + fault.nearest;
-        out << printable(file + ": " + place + ": got " + fault.got + "; allowed: " + fault.allowed + nearest)
-            << "\n";
+        out << printable(file) << ": " << printable(place) << ": got " << printable(fault.got)
+            << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
     }
     if (faults.empty())
     {
