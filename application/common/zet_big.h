@@ -9,15 +9,16 @@
 /** A whole number from 0 on, the lowest word first; the highest word is not 0. Its owner gives the memory. */
 struct zet_big_t
 {
-    uint32_t *words;
-    uint32_t count; ///< 0 for the number 0
+    uint32_t *words = nullptr;
+    uint32_t count = 0; ///< 0 for the number 0
 };
 
 /** A whole number with its memory. */
 template <uint32_t capacity> struct zet_big_memory_t : zet_big_t
 {
-    zet_big_memory_t() : zet_big_t{memory, 0}
+    zet_big_memory_t()
     {
+        words = memory;
     }
     zet_big_memory_t(const zet_big_memory_t &) = delete;
     zet_big_memory_t &operator=(const zet_big_memory_t &) = delete;
