@@ -26,7 +26,7 @@ constexpr const char *calibrate_footer = R"(Examples:
   vantor calibrate --output calibration.json --sensor 1 --sensor 3
   vantor record config.json --frames 100 --calibration calibration.json
 
-A calibration holds as long as the sensor's temperature stays near that of the calibration; frames say when a
+A calibration is valid as long as the sensor's temperature stays near that of the calibration; frames say when a
 new one is needed.)";
 
 /** What is to be calibrated. */

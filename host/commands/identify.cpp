@@ -45,7 +45,7 @@ void print_board(const server_info &info, std::ostream &out)
     }
 }
 
-/** Prints how much of its memory and stack a server uses, as far as it tells. */
+/** Prints how much of its memory and stack a server uses, as far as it reports. */
 void print_memory(const server_info &info, std::ostream &out)
 {
     if (info.memory)

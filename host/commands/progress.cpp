@@ -1,5 +1,5 @@
 /** @file
- * A line on the terminal that tells how far something long is.
+ * A line on the terminal that shows how far something long is.
  */
 #include "commands/progress.h"
 

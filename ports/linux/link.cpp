@@ -37,12 +37,6 @@ void catch_stop_signals()
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for a valid signal
 }
 
-bool stop_requested()
-{
-    pollfd stop = {stop_signal_fd, POLLIN, 0};
-    return poll(&stop, 1, 0) > 0;
-}
-
 wait_result wait_for(int fd, short events, int64_t timeout_us, int other_fd)
 {
     std::array<pollfd, 3> fds = {pollfd{stop_signal_fd, POLLIN, 0}, pollfd{fd, events, 0},

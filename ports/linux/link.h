@@ -24,9 +24,6 @@ enum class wait_result
 /** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at start. */
 void catch_stop_signals();
 
-/** Tells whether the program is to end. */
-bool stop_requested();
-
 /**
  * Waits until a file descriptor is ready or the program is to end.
  *
