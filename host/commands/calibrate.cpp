@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "calibration_file.h"
 #include "commands/common_options.h"
 #include "commands/printable.h"
+#include "configuration/calibration_file.h"
 #include "recording/output_file.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"

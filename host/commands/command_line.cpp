@@ -19,7 +19,7 @@
 #include "commands/scan.h"
 #include "commands/selftest.h"
 #include "commands/validate.h"
-#include "configuration.h"
+#include "configuration/configuration.h"
 #include "recording/recording_error.h"
 #include "vantor/errors.h"
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "time_left.h"
+#include "client/time_left.h"
 #include "vantor/errors.h"
 
 namespace vantor

@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "calibration_file.h"
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/progress.h"
 #include "commands/recorder.h"
 #include "commands/text_table.h"
-#include "configuration.h"
+#include "configuration/calibration_file.h"
+#include "configuration/configuration.h"
 
 namespace vantor
 {

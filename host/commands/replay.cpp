@@ -9,12 +9,12 @@
 #include <memory>
 #include <ostream>
 
+#include "client/tcp_listener.h"
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/progress.h"
 #include "recording/recording_error.h"
 #include "replay/replay_server.h"
-#include "tcp_listener.h"
 
 namespace vantor
 {

@@ -7,10 +7,10 @@
 #include <memory>
 #include <ostream>
 
-#include "check/configuration_check.h"
 #include "commands/common_options.h"
 #include "commands/printable.h"
-#include "configuration.h"
+#include "configuration/check/configuration_check.h"
+#include "configuration/configuration.h"
 
 namespace vantor
 {

@@ -14,7 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration.h"
+#include "configuration/configuration.h"
 #include "recording/sigmf.h"
 #include "vantor/session.h"
 

@@ -13,7 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration.h"
+#include "configuration/configuration.h"
 #include "vantor/session.h"
 
 namespace vantor

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "time_left.h"
+#include "client/time_left.h"
 
 namespace vantor::selftest
 {

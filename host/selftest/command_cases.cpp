@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "json_members.h"
+#include "client/json_members.h"
 
 namespace vantor::selftest
 {

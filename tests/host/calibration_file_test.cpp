@@ -1,11 +1,11 @@
 /** @file
  * Tests of calibrations in files.
  */
-#include "calibration_file.h"
+#include "configuration/calibration_file.h"
 
 #include <gmock/gmock.h>
 
-#include "configuration.h"
+#include "configuration/configuration.h"
 #include "temporary_directory.h"
 
 namespace vantor

@@ -1,17 +1,17 @@
 /** @file
  * Tests of what `vantor validate` finds: one fault at a time, with its place and the nearest allowed value.
  */
-#include "check/configuration_check.h"
+#include "configuration/check/configuration_check.h"
 
 #include <functional>
 #include <set>
 
 #include <gmock/gmock.h>
 
-#include "check/schema_check.h"
-#include "configuration.h"
+#include "configuration/check/schema_check.h"
+#include "configuration/configuration.h"
+#include "configuration/sensor_knowledge.h"
 #include "fake_server.h"
-#include "sensor_knowledge.h"
 
 namespace vantor
 {

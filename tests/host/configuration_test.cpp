@@ -1,7 +1,7 @@
 /** @file
  * Tests of configuration documents as files.
  */
-#include "configuration.h"
+#include "configuration/configuration.h"
 
 #include <cmath>
 #include <fstream>

@@ -9,8 +9,8 @@
 
 #include <gmock/gmock.h>
 
-#include "calibration_file.h"
-#include "configuration.h"
+#include "configuration/calibration_file.h"
+#include "configuration/configuration.h"
 #include "fake_server.h"
 #include "recording/recording_error.h"
 #include "scripted_server.h"

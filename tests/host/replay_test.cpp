@@ -10,11 +10,11 @@
 
 #include <gmock/gmock.h>
 
+#include "client/tcp_listener.h"
 #include "example_recording.h"
 #include "recording/session_writer.h"
 #include "scripted_line.h"
 #include "server_script.h"
-#include "tcp_listener.h"
 #include "temporary_directory.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"

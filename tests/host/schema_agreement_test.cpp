@@ -10,8 +10,8 @@
 
 #include <gmock/gmock.h>
 
-#include "check/configuration_check.h"
-#include "configuration.h"
+#include "configuration/check/configuration_check.h"
+#include "configuration/configuration.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 

@@ -1,7 +1,7 @@
 /** @file
  * Tests of starting a server of one's own, with a stand-in for the program.
  */
-#include "server_process.h"
+#include "client/server_process.h"
 
 #include <cstdlib>
 #include <optional>

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "json_members.h"
+#include "client/json_members.h"
 #include "vantor/errors.h"
 
 namespace vantor

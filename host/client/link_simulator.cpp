@@ -1,7 +1,7 @@
 /** @file
  * A link to a simulated server that lives as long as the link.
  */
-#include "link_simulator.h"
+#include "client/link_simulator.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * A link over a serial line.
  */
-#include "link_serial.h"
+#include "client/link_serial.h"
 
 #include <utility>
 

@@ -7,8 +7,8 @@
 #include <limits>
 #include <utility>
 
-#include "json_members.h"
-#include "time_left.h"
+#include "client/json_members.h"
+#include "client/time_left.h"
 #include "vantor/errors.h"
 
 namespace vantor

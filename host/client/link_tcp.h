@@ -6,7 +6,7 @@
 
 #include <asio/ip/tcp.hpp>
 
-#include "stream_link.h"
+#include "client/stream_link.h"
 
 namespace vantor
 {

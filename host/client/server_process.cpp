@@ -1,7 +1,7 @@
 /** @file
  * The program vantor_server as a child of this process.
  */
-#include "server_process.h"
+#include "client/server_process.h"
 
 #include <array>
 #include <cerrno>
@@ -19,7 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "time_left.h"
+#include "client/time_left.h"
 #include "vantor/errors.h"
 
 namespace vantor

@@ -6,7 +6,7 @@
 
 #include <asio/serial_port.hpp>
 
-#include "stream_link.h"
+#include "client/stream_link.h"
 
 namespace vantor
 {

@@ -6,8 +6,8 @@
 
 #include <asio/local/stream_protocol.hpp>
 
-#include "server_process.h"
-#include "stream_link.h"
+#include "client/server_process.h"
+#include "client/stream_link.h"
 
 namespace vantor
 {

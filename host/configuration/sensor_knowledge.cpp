@@ -1,7 +1,7 @@
 /** @file
  * What is known of the sensor: the two documents in which it stands.
  */
-#include "sensor_knowledge.h"
+#include "configuration/sensor_knowledge.h"
 
 #include "sensor_documents.h"
 

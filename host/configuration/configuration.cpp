@@ -1,7 +1,7 @@
 /** @file
  * Configuration documents as files, and what a host needs to know of them.
  */
-#include "configuration.h"
+#include "configuration/configuration.h"
 
 #include <algorithm>
 #include <array>

@@ -1,12 +1,12 @@
 /** @file
  * Calibrations kept in a file.
  */
-#include "calibration_file.h"
+#include "configuration/calibration_file.h"
 
 #include <set>
 
-#include "check/configuration_check.h"
-#include "configuration.h"
+#include "configuration/check/configuration_check.h"
+#include "configuration/configuration.h"
 
 namespace vantor
 {

@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "check/configuration_fault.h"
+#include "configuration/check/configuration_fault.h"
 
 namespace vantor
 {

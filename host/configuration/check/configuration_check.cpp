@@ -1,11 +1,11 @@
 /** @file
  * Checks a configuration document before a server sees it.
  */
-#include "check/configuration_check.h"
+#include "configuration/check/configuration_check.h"
 
-#include "check/configuration_rules.h"
-#include "check/schema_check.h"
-#include "sensor_knowledge.h"
+#include "configuration/check/configuration_rules.h"
+#include "configuration/check/schema_check.h"
+#include "configuration/sensor_knowledge.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Checks a document against a JSON Schema.
  */
-#include "check/schema_check.h"
+#include "configuration/check/schema_check.h"
 
 #include <algorithm>
 #include <cmath>

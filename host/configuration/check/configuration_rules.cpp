@@ -1,14 +1,14 @@
 /** @file
  * The rules of a configuration document that tie several of its members together.
  */
-#include "check/configuration_rules.h"
+#include "configuration/check/configuration_rules.h"
 
 #include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <string>
 
-#include "sensor_knowledge.h"
+#include "configuration/sensor_knowledge.h"
 
 namespace vantor
 {

@@ -1,12 +1,12 @@
 /** @file
  * Waits for hosts on a TCP port of this machine.
  */
-#include "tcp_listener.h"
+#include "client/tcp_listener.h"
 
 #include <asio/ip/tcp.hpp>
 #include <poll.h>
 
-#include "stream_link.h"
+#include "client/stream_link.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * A link over TCP.
  */
-#include "link_tcp.h"
+#include "client/link_tcp.h"
 
 #include <asio/connect.hpp>
 

@@ -13,7 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "check/configuration_fault.h"
+#include "configuration/check/configuration_fault.h"
 
 namespace vantor
 {

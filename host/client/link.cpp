@@ -3,9 +3,9 @@
  */
 #include "vantor/link.h"
 
-#include "link_serial.h"
-#include "link_simulator.h"
-#include "link_tcp.h"
+#include "client/link_serial.h"
+#include "client/link_simulator.h"
+#include "client/link_tcp.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Reads members of JSON objects that come from a server.
  */
-#include "json_members.h"
+#include "client/json_members.h"
 
 #include <cmath>
 
