@@ -19,6 +19,7 @@
 #include "commands/text_table.h"
 #include "configuration/calibration_file.h"
 #include "configuration/configuration.h"
+#include "recording/point_distances.h"
 
 namespace vantor
 {

@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "vantor/session.h"
+#include "vantor/calibration.h"
 
 namespace vantor
 {

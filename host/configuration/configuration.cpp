@@ -1,11 +1,11 @@
 /** @file
- * Configuration documents as files, and what a host needs to know of them.
+ * Reads configuration documents from files, and lists their items.
  */
 #include "configuration/configuration.h"
 
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -212,23 +212,6 @@ try
 catch (const nlohmann::json::exception &)
 {
     throw configuration_error("The configuration has an item that is no object with a \"config\".");
-}
-
-std::vector<double> point_distances(const item_layout &layout, const item_configuration &item)
-{
-    std::vector<double> distances(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
-    const auto count = std::min(layout.subsweeps.size(), item.subsweeps.size());
-    for (std::size_t i = 0; i < count; ++i)
-    {
-        const auto &place = layout.subsweeps[i];
-        const auto &range = item.subsweeps[i];
-        for (std::size_t point = 0; point < place.length; ++point)
-        {
-            const double steps = range.start_point + static_cast<double>(point) * range.step_length;
-            distances[place.offset + point] = steps * layout.base_step_length_m;
-        }
-    }
-    return distances;
 }
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * Configuration documents as files, and what a host needs to know of them: which item looks where.
+ * Reads configuration documents from files, and lists their items.
  */
 #ifndef VANTOR_CONFIGURATION_H
 #define VANTOR_CONFIGURATION_H
@@ -13,7 +13,6 @@
 #include <nlohmann/json.hpp>
 
 #include "vantor/errors.h"
-#include "vantor/session.h"
 
 namespace vantor
 {
@@ -68,15 +67,6 @@ nlohmann::json load_configuration(const std::filesystem::path &file);
  * @throws configuration_error when it is no such document after all
  */
 std::vector<item_configuration> list_items(const nlohmann::json &configuration);
-
-/**
- * Where each point of a sweep lies.
- *
- * @param layout  the item's layout
- * @param item    the item's configuration
- * @return one distance in metres for each sample of a sweep; not a number where no sub-sweep reaches
- */
-std::vector<double> point_distances(const item_layout &layout, const item_configuration &item);
 
 } // namespace vantor
 

@@ -8,6 +8,7 @@
 #include <limits>
 #include <system_error>
 
+#include "recording/point_distances.h"
 #include "recording/recording_error.h"
 
 namespace vantor

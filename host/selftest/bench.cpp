@@ -114,6 +114,16 @@ const server_info &bench::server() const
     return server_.value();
 }
 
+double bench::require_ticks() const
+{
+    constexpr double least_ticks_per_second = 1000;
+    if (!(server().ticks_per_second >= least_ticks_per_second))
+    {
+        throw case_skipped("the server has no clock that is fast enough");
+    }
+    return server().ticks_per_second;
+}
+
 std::unique_ptr<link> bench::open_link() const
 {
     return open_links_();

@@ -108,6 +108,13 @@ public:
     /** What the server said of itself when it was connected. */
     [[nodiscard]] const server_info &server() const;
 
+    /**
+     * Ends the case as skipped unless the server's ticks are fine enough to compare times.
+     *
+     * @return ticks per second
+     */
+    double require_ticks() const;
+
     /** What kind of link leads to the server. */
     [[nodiscard]] const link_traits &traits() const noexcept
     {

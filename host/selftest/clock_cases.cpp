@@ -13,9 +13,6 @@ namespace
 using nlohmann::json;
 using seconds = std::chrono::duration<double>;
 
-/** Slowest clock that can be compared. */
-constexpr double least_ticks_per_second = 1000;
-
 /** Least time over which the clocks are compared. */
 constexpr std::chrono::milliseconds least_span{2000};
 
@@ -93,10 +90,7 @@ void check_rest(bench &on)
 
 void clock(bench &on)
 {
-    if (!(on.server().ticks_per_second >= least_ticks_per_second))
-    {
-        throw case_skipped("the server has no clock that is fast enough");
-    }
+    on.require_ticks();
     check_rest(on);
     const auto first = on.first_reading().value();
     rest_until(on, first.answered + least_span);

@@ -185,12 +185,7 @@ void pace(bench &on)
 {
     constexpr int rate = 10;
     constexpr std::size_t count = 20;
-    constexpr double least_ticks_per_second = 1000;
-    const auto ticks_per_second = on.server().ticks_per_second;
-    if (!(ticks_per_second >= least_ticks_per_second))
-    {
-        throw case_skipped("the server has no clock that is fast enough");
-    }
+    const auto ticks_per_second = on.require_ticks();
     auto configuration = small_session(on);
     configuration["update_rate"] = rate;
     const auto period = on.configure(configuration).tick_period;

@@ -3,7 +3,6 @@
  */
 #include "configuration/configuration.h"
 
-#include <cmath>
 #include <fstream>
 #include <limits>
 #include <thread>
@@ -78,32 +77,6 @@ TEST(configuration, lists_items_in_the_order_of_frames)
     EXPECT_EQ(items[1].subsweeps[1].start_point, 200);
     EXPECT_EQ(items[2].subsweeps[0].start_point, -41);
     EXPECT_THAT(list_items(json::object()), SizeIs(0));
-}
-
-TEST(configuration, places_points_along_the_distance)
-{
-    const auto session = test::example_session();
-    const auto metadata = decode_metadata(session.metadata);
-    const auto items = list_items(session.configuration);
-    const auto distances = point_distances(metadata.items[1], items[1]);
-    ASSERT_THAT(distances, SizeIs(25));
-    EXPECT_DOUBLE_EQ(distances[0], 0.15);
-    EXPECT_DOUBLE_EQ(distances[9], 0.15 + 9 * 0.005);
-    EXPECT_DOUBLE_EQ(distances[10], 0.5);
-    EXPECT_DOUBLE_EQ(distances[24], 0.5 + 14 * 0.02);
-    EXPECT_DOUBLE_EQ(point_distances(metadata.items[2], items[2])[0], -0.1025);
-}
-
-TEST(configuration, does_not_guess_distances_that_no_sub_sweep_reaches)
-{
-    item_layout layout;
-    layout.sweep_length = 3;
-    layout.base_step_length_m = 0.0025;
-    layout.subsweeps = {{.offset = 1, .length = 2}};
-    const auto distances = point_distances(layout, {.sensor_id = 1, .document = {}, .subsweeps = {{4, 2}}});
-    EXPECT_TRUE(std::isnan(distances[0]));
-    EXPECT_DOUBLE_EQ(distances[1], 0.01);
-    EXPECT_DOUBLE_EQ(distances[2], 0.015);
 }
 
 TEST(configuration, bounds_what_it_reads)

@@ -23,9 +23,6 @@ bool is_source(const fs::path &path)
     return extensions.contains(path.extension().string());
 }
 
-/** Rooms with what they may include. */
-using rules_t = std::map<std::string, std::set<std::string>>;
-
 /** Whether a path is a room, or lies below it; `*` in a room stands for one name. */
 bool lies_in(const fs::path &path, const fs::path &room)
 {
@@ -56,6 +53,15 @@ bool is_permitted(const std::string &from, const fs::path &to, const rules_t &ru
     return room_of(to, rules) == from ||
            std::any_of(may_include.begin(), may_include.end(),
                        [&](const std::string &room) { return lies_in(to, room); });
+}
+
+/** Whether a room may include another one, or something in it that is not a room itself. */
+bool may_reach(const std::string &from, const std::string &to, const rules_t &rules)
+{
+    const std::set<std::string> &may_include = rules.at(from);
+    return is_permitted(from, to, rules) ||
+           std::any_of(may_include.begin(), may_include.end(),
+                       [&](const std::string &permitted) { return room_of(permitted, rules) == to; });
 }
 
 std::vector<fs::path> files_with(const std::vector<source_t> &sources,
@@ -154,7 +160,7 @@ std::vector<source_t> read_sources(const fs::path &root, const std::set<std::str
     return sources;
 }
 
-std::map<std::string, std::set<std::string>> include_rules()
+rules_t include_rules()
 {
     const std::string server = "application/vantor_server/zet_vantor_server";
     const std::string record_of_memory = server + ".h";
@@ -167,11 +173,21 @@ std::map<std::string, std::set<std::string>> include_rules()
     std::set<std::string> below_core = below_backend;
     below_core.insert({"integration", server + "_system_k330.h"});
     const std::string board_numbers = "boards/*/board_numbers.h";
+    const std::set<std::string> host_basics{"host/include/vantor/calibration.h",
+                                            "host/include/vantor/errors.h"};
+    const std::set<std::string> below_recording{"host/include", "host/configuration"};
+    const std::set<std::string> below_pictures{"host/include", "host/configuration", "host/recording"};
     return {
         {"nox", {}},
         {"integration", {"nox"}},
         {"application", {"application", "integration", "nox"}},
         {"application/common", below_backend},
+        {server + ".h", {"nox", server + "_base.h"}},
+        {server + "_base.h", {}},
+        {server + "_base_internal.h", {server + "_base.h"}},
+        {server + "_error_messages.h", {}},
+        {server + "_system_k330.h", {"nox", server + "_base.h"}},
+        {server + "_utils.h", {}},
         {server + "_error_messages.cpp", below_backend},
         {server + "_utils.cpp", below_backend},
         {server + "_system_k330.cpp", below_core},
@@ -181,9 +197,42 @@ std::map<std::string, std::set<std::string>> include_rules()
         {"ports/firmware", {"application", "integration", "nox", "ports/common", board_numbers}},
         {"ports/firmware/sensors_simulator.cpp",
          {"application", "simulator", "integration", "nox", "ports/common", "ports/firmware", board_numbers}},
-        {"boards", {"integration", "nox", "ports/firmware"}},
-        {"host", {}},
+        {"boards", {"integration", "nox", "ports/firmware", board_numbers}},
+        {board_numbers, {}},
+        {"host/include/vantor/calibration.h", {}},
+        {"host/include/vantor/errors.h", {}},
+        {"host/configuration", host_basics},
+        {"host/include", host_basics},
+        {"host/client", below_recording},
+        {"host/recording", below_recording},
+        {"host/export", below_pictures},
+        {"host/plot", below_pictures},
+        {"host/replay", {"host/include", "host/client", "host/configuration", "host/recording"}},
+        {"host/selftest", {"host/include", "host/client"}},
+        {"host/commands",
+         {"host/include", "host/client", "host/configuration", "host/recording", "host/export", "host/plot",
+          "host/replay", "host/selftest"}},
     };
+}
+
+std::set<std::string> rooms_in_circles(const rules_t &rules)
+{
+    // Rooms that may include nothing of those left are taken away until nothing changes.
+    rules_t left = rules;
+    const auto may_leave = [&](const rules_t::value_type &room) {
+        return std::none_of(left.begin(), left.end(), [&](const rules_t::value_type &other) {
+            return other.first != room.first && may_reach(room.first, other.first, rules);
+        });
+    };
+    while (std::erase_if(left, may_leave) > 0)
+    {
+    }
+    std::set<std::string> rooms;
+    for (const auto &[room, may_include] : left)
+    {
+        rooms.insert(room);
+    }
+    return rooms;
 }
 
 std::vector<std::string> broken_rules(const std::vector<source_t> &sources)

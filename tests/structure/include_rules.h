@@ -26,13 +26,23 @@ std::vector<source_t> read_sources(const std::filesystem::path &root, const std:
 /** The names that the include directives of a text give. */
 std::vector<std::string> included_names(const std::string &text);
 
+/** Rooms with what they may include. */
+using rules_t = std::map<std::string, std::set<std::string>>;
+
 /**
  * The rooms, and for each one where it may include from.
  *
  * A room is a folder with everything below it, or one file; `*` stands for any one name. A file belongs to
  * the innermost room that it lies in, and may always include from that one.
  */
-std::map<std::string, std::set<std::string>> include_rules();
+rules_t include_rules();
+
+/**
+ * Finds rooms that may include from each other, directly or through others.
+ *
+ * @return the rooms of every such circle
+ */
+std::set<std::string> rooms_in_circles(const rules_t &rules);
 
 /**
  * Finds includes that break a rule, and sources that no rule is for.

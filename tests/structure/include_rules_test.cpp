@@ -52,7 +52,16 @@ const strings headers{
     "ports/firmware/cortex_m4/stack.h",
     "boards/one/board_numbers.h",
     "boards/one/pins.h",
-    "host/client.h",
+    "host/include/vantor/errors.h",
+    "host/include/vantor/session.h",
+    "host/configuration/check/schema_check.h",
+    "host/client/link_tcp.h",
+    "host/recording/sigmf.h",
+    "host/export/exporter.h",
+    "host/plot/picture.h",
+    "host/replay/replay_server.h",
+    "host/selftest/selftest.h",
+    "host/commands/command.h",
 };
 
 /** Those of the walls. */
@@ -60,6 +69,9 @@ const strings walls{headers.begin(), headers.begin() + 2};
 
 /** Those of the application. */
 const strings of_application{headers.begin() + 2, headers.begin() + 7};
+
+/** Those of the host up to the recordings. */
+const strings up_to_recording{headers.begin() + 14, headers.begin() + 19};
 
 /** Lists of headers, one behind the other. */
 strings joined(const strings &first, const strings &second, const strings &third = {})
@@ -99,43 +111,59 @@ TEST(include_rules, refuse_each_forbidden_direction)
         {"application/core.cpp", {"board_clock.h", "zet_sensor.h", "vector"}},
         {"simulator/board_clock.h", {"core.h", "zet_sensor.h", "cjson/cJSON.h"}},
         {"application/core.h", {"link.h"}},
-        {"host/client.cpp", {"core.h", "link.h", "asio.hpp"}},
-        {"host/link.h", {}},
+        {"host/client/client.cpp", {"core.h", "link.h", "asio.hpp"}},
+        {"host/client/link.h", {}},
         {"ports/linux/main.cpp", {"core.h", "board_clock.h", "client.h"}},
-        {"host/client.h", {}},
+        {"host/client/client.h", {}},
         {"nox/zet_sensor.h", {"zet_board.h"}},
         {"integration/zet_board.h", {"zet_sensor.h"}},
     };
     EXPECT_EQ(broken_rules(sources), (strings{
                                          "application/core.cpp includes board_clock.h of simulator",
                                          "simulator/board_clock.h includes core.h of application",
-                                         "application/core.h includes link.h of host",
-                                         "host/client.cpp includes core.h of application",
-                                         "ports/linux/main.cpp includes client.h of host",
+                                         "application/core.h includes link.h of host/client",
+                                         "host/client/client.cpp includes core.h of application",
+                                         "ports/linux/main.cpp includes client.h of host/client",
                                          "nox/zet_sensor.h includes zet_board.h of integration",
                                      }));
 }
 
 TEST(include_rules, see_through_relative_paths)
 {
-    const std::vector<source_t> sources{{"host/client.cpp", {"../application/core.h"}},
+    const std::vector<source_t> sources{{"host/client/client.cpp", {"../../application/core.h"}},
                                         {"application/core.h", {}}};
     EXPECT_EQ(broken_rules(sources),
-              (strings{"host/client.cpp includes ../application/core.h of application"}));
+              (strings{"host/client/client.cpp includes ../../application/core.h of application"}));
 }
 
 TEST(include_rules, prefer_the_file_of_the_same_folder)
 {
     const std::vector<source_t> sources{
-        {"application/link.h", {}}, {"host/client.cpp", {"link.h"}}, {"host/link.h", {}}};
+        {"application/link.h", {}}, {"host/client/client.cpp", {"link.h"}}, {"host/client/link.h", {}}};
     EXPECT_EQ(broken_rules(sources), strings{});
 }
 
-TEST(include_rules, let_the_walls_and_the_host_know_little)
+TEST(include_rules, let_the_walls_know_little)
 {
     EXPECT_EQ(may_include("nox/a.h"), (strings{"nox/zet_sensor.h"}));
     EXPECT_EQ(may_include("integration/a.h"), (strings{"nox/zet_sensor.h", "integration/zet_integration.h"}));
-    EXPECT_EQ(may_include("host/a.cpp"), (strings{"host/client.h"}));
+}
+
+TEST(include_rules, let_the_rooms_of_the_host_know_downwards_only)
+{
+    const strings recordings{up_to_recording[0], up_to_recording[1], up_to_recording[2], up_to_recording[4]};
+    EXPECT_EQ(may_include("host/include/vantor/errors.h"), (strings{up_to_recording[0]}));
+    EXPECT_EQ(may_include("host/configuration/a.cpp"), (strings{up_to_recording[0], up_to_recording[2]}));
+    EXPECT_EQ(may_include("host/include/vantor/a.h"), (strings{up_to_recording[0], up_to_recording[1]}));
+    EXPECT_EQ(may_include("host/client/a.cpp"),
+              (strings{up_to_recording.begin(), up_to_recording.end() - 1}));
+    EXPECT_EQ(may_include("host/recording/a.cpp"), recordings);
+    EXPECT_EQ(may_include("host/export/a.cpp"), joined(recordings, {"host/export/exporter.h"}));
+    EXPECT_EQ(may_include("host/plot/a.cpp"), joined(recordings, {"host/plot/picture.h"}));
+    EXPECT_EQ(may_include("host/replay/a.cpp"), joined(up_to_recording, {"host/replay/replay_server.h"}));
+    EXPECT_EQ(may_include("host/selftest/a.cpp"), (strings{up_to_recording[0], up_to_recording[1],
+                                                           up_to_recording[3], "host/selftest/selftest.h"}));
+    EXPECT_EQ(may_include("host/commands/a.cpp"), (strings{headers.begin() + 14, headers.end()}));
 }
 
 TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
@@ -194,8 +222,8 @@ TEST(include_rules, let_boards_know_the_firmware_and_neither_server_nor_simulato
 
 TEST(include_rules, report_sources_without_a_rule)
 {
-    EXPECT_EQ(broken_rules({{"elsewhere/a.cpp", {}}, {"hosts/a.cpp", {}}}),
-              (strings{"elsewhere/a.cpp has no include rule", "hosts/a.cpp has no include rule"}));
+    EXPECT_EQ(broken_rules({{"elsewhere/a.cpp", {}}, {"host/a.cpp", {}}}),
+              (strings{"elsewhere/a.cpp has no include rule", "host/a.cpp has no include rule"}));
 }
 
 TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_included)
@@ -223,10 +251,31 @@ TEST(sources, are_read_from_the_folders_that_exist)
 
 TEST(library_headers, are_those_that_no_file_of_the_repository_has)
 {
-    const std::vector<source_t> sources{{"host/client.cpp", {"host/link.h", "asio.hpp", "vector"}},
-                                        {"host/link.h", {}},
+    const std::vector<source_t> sources{{"host/client/client.cpp", {"client/link.h", "asio.hpp", "vector"}},
+                                        {"host/client/link.h", {}},
                                         {"ports/main.cpp", {"csignal"}}};
     EXPECT_EQ(library_headers(sources, "host"), (std::set<std::string>{"asio.hpp", "vector"}));
+}
+
+TEST(include_rules, have_no_circle)
+{
+    EXPECT_EQ(rooms_in_circles(include_rules()), (std::set<std::string>{}));
+}
+
+TEST(circles, are_found_directly_and_through_other_rooms)
+{
+    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"c"}}, {"c", {}}}), (std::set<std::string>{}));
+    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"a", "c"}}, {"c", {}}}),
+              (std::set<std::string>{"a", "b"}));
+    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}}),
+              (std::set<std::string>{"a", "b", "c"}));
+}
+
+TEST(circles, are_found_through_single_files_and_rooms_within_rooms)
+{
+    EXPECT_EQ(rooms_in_circles({{"a", {"b/x.h"}}, {"b", {"a"}}}), (std::set<std::string>{"a", "b"}));
+    EXPECT_EQ(rooms_in_circles({{"a", {"b/x.h"}}, {"b", {"a"}}, {"b/x.h", {}}}), (std::set<std::string>{}));
+    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b/c", {"a"}}}), (std::set<std::string>{"a", "b/c"}));
 }
 
 TEST(repository, breaks_no_include_rule)

@@ -15,6 +15,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "vantor/calibration.h"
 #include "vantor/message_parser.h"
 
 namespace vantor
@@ -63,14 +64,6 @@ struct server_info
     std::optional<board_info> board;         /**< nothing when the server does not know it */
     std::optional<memory_use> memory;        /**< nothing when the server does not know it */
     std::optional<stack_use> stack;          /**< nothing when the server does not know it */
-};
-
-/** A calibration result, in the form that a configuration's "calibration_info" takes back. */
-struct calibration
-{
-    unsigned sensor_id = 0; /**< from 1 */
-    int temperature = 0;    /**< at which it was made, in degrees Celsius as the sensor counts them */
-    std::string data;       /**< hexadecimal digits */
 };
 
 /** Where a sub-sweep lies within a sweep, in samples. */
