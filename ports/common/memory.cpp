@@ -363,7 +363,7 @@ void *zet_integration_mem_alloc(size_t size)
     }
     if (taken == nullptr)
     {
-        heap.failures++;
+        ++heap.failures;
         return nullptr;
     }
     void *piece = cut(taken, block_size);

@@ -44,7 +44,7 @@ board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
 /** Makes a sensor forget everything, as power loss and its enable line do. */
 void reset(board_sensor &sensor)
 {
-    sensor.reset_count++;
+    ++sensor.reset_count;
     sensor.interrupt_time_us = no_interrupt;
 }
 
@@ -158,7 +158,7 @@ const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, z
 {
     const zet_simulator_scene_t &scene = board_scene();
     const zet_simulator_fault_t *striking = nullptr;
-    for (uint32_t i = 0; i < scene.fault_count; i++)
+    for (uint32_t i = 0; i < scene.fault_count; ++i)
     {
         const zet_simulator_fault_t &fault = scene.faults[i];
         if (fault_matches(fault, kind, sensor_id) && fault_strikes(fault, the_board.fault_calls[i]++) &&
@@ -186,7 +186,7 @@ bool zet_simulator_start(const zet_simulator_options_t *options)
         return false;
     }
     memset(static_cast<void *>(sensors), 0, size);
-    for (uint32_t i = 0; i < options->sensor_count; i++)
+    for (uint32_t i = 0; i < options->sensor_count; ++i)
     {
         sensors[i].interrupt_time_us = no_interrupt;
     }

@@ -36,7 +36,7 @@ inline uint64_t scramble(uint64_t value)
 inline noise_source noise_start(uint64_t key)
 {
     noise_source source;
-    for (size_t lane = 0; lane < noise_source::lanes; lane++)
+    for (size_t lane = 0; lane < noise_source::lanes; ++lane)
     {
         const auto state = static_cast<uint32_t>(scramble(key + lane + 1U) >> 32U);
         source.states[lane] = state != 0U ? state : 1U;
@@ -67,7 +67,7 @@ inline void noise_fill(noise_source &source, float *values, size_t count)
     const float scale = 1.0F / 37837.2274F; // square root of 4 (2^32 - 1) / 12
     for (size_t i = 0; i < count; i += noise_source::lanes)
     {
-        for (size_t lane = 0; lane < noise_source::lanes; lane++)
+        for (size_t lane = 0; lane < noise_source::lanes; ++lane)
         {
             const uint32_t first = noise_next(source.states[lane]);
             const uint32_t second = noise_next(source.states[lane]);

@@ -67,7 +67,7 @@ double scene_target_distance_m(const zet_simulator_target_t &target, double time
 float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
 {
     float power = 0.0F;
-    for (uint32_t i = 0; i < scene.interferer_count; i++)
+    for (uint32_t i = 0; i < scene.interferer_count; ++i)
     {
         const zet_simulator_interferer_t &interferer = scene.interferers[i];
         if (scene_concerns(interferer.sensor_id, sensor_id) && is_active(interferer, time_s))
@@ -81,7 +81,7 @@ float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sen
 int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
 {
     auto celsius = static_cast<double>(default_temperature);
-    for (uint32_t i = 0; i < scene.temperature_count; i++)
+    for (uint32_t i = 0; i < scene.temperature_count; ++i)
     {
         const zet_simulator_temperature_t &temperature = scene.temperatures[i];
         if (scene_concerns(temperature.sensor_id, sensor_id))

@@ -108,21 +108,21 @@ bool is_consistent(const fault_record &fault, uint32_t index, const message &err
 /** Checks what the fields of each entry have to do with each other. */
 bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &error)
 {
-    for (uint32_t i = 0; i < scene.target_count; i++)
+    for (uint32_t i = 0; i < scene.target_count; ++i)
     {
         if (!is_consistent(scene.targets[i], i, error))
         {
             return false;
         }
     }
-    for (uint32_t i = 0; i < scene.interferer_count; i++)
+    for (uint32_t i = 0; i < scene.interferer_count; ++i)
     {
         if (!is_consistent(scene.interferers[i], i, error))
         {
             return false;
         }
     }
-    for (uint32_t i = 0; i < scene.fault_count; i++)
+    for (uint32_t i = 0; i < scene.fault_count; ++i)
     {
         if (!is_consistent(scene.faults[i], i, error))
         {
@@ -142,10 +142,10 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
         return refuse(error, "%s has %lu entries, but must have at most %u", section.name,
                       static_cast<unsigned long>(count), static_cast<unsigned>(section.capacity));
     }
-    for (uint32_t index = 0; index < count; index++)
+    for (uint32_t index = 0; index < count; ++index)
     {
         const unsigned char *entry = bytes + section.entries_offset + index * section.entry_size;
-        for (uint32_t i = 0; i < section.field_count; i++)
+        for (uint32_t i = 0; i < section.field_count; ++i)
         {
             const scene_field &field = section.fields[i];
             if (!scene_value_is_valid(section, index, field, scene_field_get(entry, field), error))

@@ -19,7 +19,7 @@ bool refuse_key(const scene_section &section, uint32_t index, const char *key, c
 {
     refuse(error, "%s[%lu] has an unknown or repeated key \"%.32s\"; the keys are", section.name,
            static_cast<unsigned long>(index), key);
-    for (uint32_t i = 0; i < section.field_count; i++)
+    for (uint32_t i = 0; i < section.field_count; ++i)
     {
         append(error, i == 0U ? " " : ", ");
         append(error, section.fields[i].name);
@@ -31,7 +31,7 @@ bool refuse_key(const scene_section &section, uint32_t index, const char *key, c
 bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, const scene_field &field,
                      const message &error)
 {
-    for (uint32_t kind = 0; cJSON_IsString(item) && kind < scene_fault_word_count; kind++)
+    for (uint32_t kind = 0; cJSON_IsString(item) && kind < scene_fault_word_count; ++kind)
     {
         if (strcmp(item->valuestring, scene_fault_words[kind]) == 0)
         {
@@ -82,7 +82,7 @@ bool read_number(const scene_section &section, uint32_t index, const cJSON *item
 /** The field that a key names and that was not given before; null when there is none. */
 const scene_field *find_field(const scene_section &section, const char *key, uint32_t given)
 {
-    for (uint32_t i = 0; i < section.field_count; i++)
+    for (uint32_t i = 0; i < section.field_count; ++i)
     {
         if (strcmp(section.fields[i].name, key) == 0 && (given & (1U << i)) == 0U)
         {
@@ -95,7 +95,7 @@ const scene_field *find_field(const scene_section &section, const char *key, uin
 /** Checks that every required field was given. */
 bool has_required_fields(const scene_section &section, uint32_t index, uint32_t given, const message &error)
 {
-    for (uint32_t i = 0; i < section.field_count; i++)
+    for (uint32_t i = 0; i < section.field_count; ++i)
     {
         if (section.fields[i].required && (given & (1U << i)) == 0U)
         {
@@ -154,7 +154,7 @@ bool read_section(const scene_section &section, const cJSON *array, zet_simulato
         {
             return false;
         }
-        count++;
+        ++count;
     }
     reinterpret_cast<unsigned char *>(&scene)[section.count_offset] = static_cast<unsigned char>(count);
     return true;
@@ -167,7 +167,7 @@ bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scen
     {
         return true;
     }
-    for (uint32_t i = 0; i < scene_section_count; i++)
+    for (uint32_t i = 0; i < scene_section_count; ++i)
     {
         if (strcmp(item->string, scene_sections[i].name) == 0 && (given & (1U << i)) == 0U)
         {

@@ -54,7 +54,7 @@ uint32_t checksum_of(const void *data, size_t size)
 {
     const auto *bytes = static_cast<const unsigned char *>(data);
     uint32_t remainder = UINT32_MAX;
-    for (size_t i = 0; i < size; i++)
+    for (size_t i = 0; i < size; ++i)
     {
         remainder = remainder >> 8U ^ remainders.of_byte[(remainder ^ bytes[i]) & 0xFFU];
     }

@@ -24,7 +24,7 @@ void set(zet_config_t *handle, value_t zet_config::*field, value_t value, const 
     if (config != nullptr)
     {
         config->*field = value;
-        config->revision++;
+        ++config->revision;
     }
 }
 
@@ -45,7 +45,7 @@ void set(zet_config_t *handle, uint8_t index, value_t subsweep_config::*field, v
         return;
     }
     config->subsweeps[index].*field = value;
-    config->revision++;
+    ++config->revision;
 }
 
 /** Reads a frame-level value; 0 for a bad handle, which is logged. */

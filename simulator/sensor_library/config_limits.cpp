@@ -102,7 +102,7 @@ bool is_layout_valid(const zet_config &config)
     {
         return false;
     }
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         valid &= is_subsweep_valid(i, config.subsweeps[i]);
     }

@@ -56,7 +56,7 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
     }
     uint32_t count = 0;
     echoes[count++] = echo_at(frame, subsweep, 0.0, subsweep.echo_amplitude * leakage_amplitude);
-    for (uint32_t i = 0; i < view.scene->target_count; i++)
+    for (uint32_t i = 0; i < view.scene->target_count; ++i)
     {
         const zet_simulator_target_t &target = view.scene->targets[i];
         const double distance_m = scene_target_distance_m(target, view.time_s);

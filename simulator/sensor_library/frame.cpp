@@ -46,11 +46,11 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
     frame_signal frame = program.frame;
     frame.tx_frequency = frequency_of(program.tx_control, nominal);
     frame.rx_frequency = frequency_of(program.rx_control, nominal);
-    for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; sweep++)
+    for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; ++sweep)
     {
         const double offset_us = program.timing.lead_us + sweep * program.timing.sweep_period_us;
         const view view = {&scene, sensor.id, start_s + offset_us * 1.0e-6};
-        for (uint32_t i = 0; i < program.num_subsweeps; i++)
+        for (uint32_t i = 0; i < program.num_subsweeps; ++i)
         {
             head.data_saturated |= synthesis_measure(frame, program.subsweeps[i], view, noise, samples);
             samples += program.subsweeps[i].num_points;

@@ -39,7 +39,7 @@ struct frame_head
 inline uint32_t samples_per_sweep(const zet_config &config)
 {
     uint32_t samples = 0;
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         samples += config.subsweeps[i].num_points;
     }

@@ -176,7 +176,7 @@ bool zet_sensor_measure(zet_sensor_t *sensor)
     schedule_frame(found->program, found->grid, frame);
     frame.number = found->frame_count++;
     start_scene(*found, frame.start_us);
-    found->frames_waiting++;
+    ++found->frames_waiting;
     board_schedule_interrupt(found->id, frame.done_us);
     return true;
 }
@@ -194,7 +194,7 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
     }
     transfer_frame(*found);
     frame_write(*found, found->frames[0], buffer);
-    found->frames_waiting--;
+    --found->frames_waiting;
     found->frames[0] = found->frames[1];
     return true;
 }

@@ -131,7 +131,7 @@ void parameter_block_fill(const zet_config &config,
         block.calibration = *calibration;
     }
     fill_timing(config, block);
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         block.run_subsweep[i] = 1;
         fill_subsweep(config, config.subsweeps[i], block.subsweeps[i]);

@@ -59,7 +59,7 @@ zet_processing_metadata_t metadata_of(const zet_config &config)
     metadata.frame_data_length = static_cast<uint16_t>(samples_per_frame(config));
     metadata.sweep_data_length = static_cast<uint16_t>(samples_per_sweep(config));
     uint32_t offset = 0;
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         metadata.subsweep_data_offset[i] = static_cast<uint16_t>(offset);
         metadata.subsweep_data_length[i] = config.subsweeps[i].num_points;

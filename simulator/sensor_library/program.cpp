@@ -29,7 +29,7 @@ measurement_program program_of(const zet_sensor &sensor, const zet_config &confi
     program.timing = timing_of(config, block);
     program.frame = frame_signal_of(block, config.subtract_in_buffer);
     const int32_t detuning = program.tx_control - program.rx_control;
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         program.subsweeps[i] = signal_of(config.subsweeps[i], block.subsweeps[i], detuning);
     }

@@ -36,7 +36,7 @@ void place_paced_frame(const measurement_program &program, frame_grid &grid, mea
     const uint64_t grace_us = program.double_buffering ? static_cast<uint64_t>(grid.period_us) : 0U;
     frame.delayed = now_us > due + grace_us;
     frame.start_us = frame.delayed && !program.double_buffering ? now_us : due;
-    grid.next_index++;
+    ++grid.next_index;
     if (frame.delayed)
     {
         grid.next_index =

@@ -65,7 +65,7 @@ void forget_interrupted_calibration(zet_sensor &sensor)
 /** Begins the next step of a calibration. */
 void begin_step(zet_sensor &sensor)
 {
-    sensor.calibration_step++;
+    ++sensor.calibration_step;
     sensor.calibration_resets = board_find_sensor(sensor.id)->reset_count;
     sensor.calibration_done_us = board_now_us() + calibration_step_us;
     library_diagnostic_log("sensor %lu: calibration step %lu of %lu", static_cast<unsigned long>(sensor.id),

@@ -39,11 +39,11 @@ float gain_of(uint16_t control)
 {
     const uint16_t known = control > highest_gain ? highest_gain : control;
     float gain = 1.0F;
-    for (uint16_t step = reference_gain; step < known; step++)
+    for (uint16_t step = reference_gain; step < known; ++step)
     {
         gain *= gain_step;
     }
-    for (uint16_t step = known; step < reference_gain; step++)
+    for (uint16_t step = known; step < reference_gain; ++step)
     {
         gain /= gain_step;
     }

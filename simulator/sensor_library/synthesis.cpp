@@ -43,7 +43,7 @@ void add_echo(const echo &echo, float first, float step, float half_width, stret
         return;
     }
     const float scale = 1.0F / (half_width * half_width);
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; ++i)
     {
         const float offset = start + step * static_cast<float>(static_cast<int32_t>(i));
         const float inside = 1.0F - offset * offset * scale;
@@ -59,7 +59,7 @@ void add_echo(const echo &echo, float first, float step, float half_width, stret
 /** Turns each value of a stretch back by a phase. */
 void turn_back(const phase_t *phases, stretch &values, uint32_t count)
 {
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; ++i)
     {
         float sine = 0.0F;
         float cosine = 0.0F;
@@ -84,7 +84,7 @@ void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint3
     const phase_t error_per_step = subsweep.phase_enhancement ? 0U : delay_error_per_step;
     const uint32_t cell_step = subsweep.step_length % static_cast<uint32_t>(delay_cell);
     auto cell = static_cast<uint32_t>((point % delay_cell + delay_cell) % delay_cell);
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; ++i)
     {
         phases[i] = phase + cell * error_per_step;
         phase += phase_step;
@@ -108,7 +108,7 @@ bool store(const frame_signal &frame, const stretch &values, zet_int16_complex_t
     const int32_t upper = frame.upper_limit;
     const int32_t lower = frame.lower_limit;
     int32_t saturated = 0;
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; ++i)
     {
         int32_t real = convert(values.real[i]);
         int32_t imag = convert(values.imag[i]);
@@ -134,7 +134,7 @@ void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, fl
     noise_fill(noise, noise_imag, whole_lanes);
     const float gain = subsweep.imbalance_compensation ? 1.0F : imbalance_gain;
     const float skew = subsweep.imbalance_compensation ? 0.0F : imbalance_skew;
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; ++i)
     {
         const float real = values.real[i] + noise_amplitude * noise_real[i];
         const float imag = values.imag[i] + noise_amplitude * noise_imag[i];
@@ -165,7 +165,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
         const uint32_t count = left < stretch_size ? left : stretch_size;
         const auto first_step = static_cast<float>(first * subsweep.step_length);
         stretch values = {};
-        for (uint32_t i = 0; i < echo_count; i++)
+        for (uint32_t i = 0; i < echo_count; ++i)
         {
             add_echo(echoes[i], first_step, subsweep.step_length, subsweep.half_width, values, count);
         }

@@ -64,7 +64,7 @@ frame_timing timing_of(const zet_config &config, const parameter_block &block)
 {
     const overhead &overhead = block.high_speed_mode != 0U ? high_speed_overhead : normal_overhead;
     double sweep_us = 0.0;
-    for (uint32_t i = 0; i < config.num_subsweeps; i++)
+    for (uint32_t i = 0; i < config.num_subsweeps; ++i)
     {
         sweep_us += subsweep_us(config.subsweeps[i].num_points, block.subsweeps[i], overhead);
     }

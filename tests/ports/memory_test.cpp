@@ -112,7 +112,7 @@ TEST(memory, pieces_are_aligned_and_apart)
 {
     const lent_memory lent(size_t{1} << 20);
     std::uintptr_t end = 0;
-    for (size_t size = 0; size < 600; size++)
+    for (size_t size = 0; size < 600; ++size)
     {
         void *piece = zet_integration_mem_alloc(size);
         ASSERT_NE(piece, nullptr);
@@ -126,11 +126,11 @@ TEST(memory, what_no_memory_can_hold_is_refused)
 {
     const lent_memory lent(65536);
     std::vector<size_t> sizes{65536, SIZE_MAX / 2, SIZE_MAX / 2 + 1};
-    for (size_t below = 0; below < 64; below++)
+    for (size_t below = 0; below < 64; ++below)
     {
         sizes.push_back(SIZE_MAX - below);
     }
-    for (size_t bit = 17; bit < 8 * sizeof(size_t); bit++)
+    for (size_t bit = 17; bit < 8 * sizeof(size_t); ++bit)
     {
         sizes.push_back(size_t{1} << bit);
     }
@@ -154,7 +154,7 @@ TEST(memory, statistics_are_exact)
 
     size_t live = 0;
     std::vector<void *> pieces;
-    for (size_t size = 0; size < 200; size++)
+    for (size_t size = 0; size < 200; ++size)
     {
         pieces.push_back(zet_integration_mem_alloc(size));
         live += cost(size);
@@ -163,7 +163,7 @@ TEST(memory, statistics_are_exact)
         EXPECT_EQ(memory().largest_free, all - live);
     }
     const size_t peak = live;
-    for (size_t size = 0; size < 200; size++)
+    for (size_t size = 0; size < 200; ++size)
     {
         zet_integration_mem_free(pieces[size]);
         live -= cost(size);
@@ -236,7 +236,7 @@ TEST(memory, free_neighbours_are_joined_in_every_order)
         const lent_memory lent(65536);
         std::array<void *, 4> pieces = {};
         void *below = zet_integration_mem_alloc(16);
-        for (size_t i = 0; i < pieces.size(); i++)
+        for (size_t i = 0; i < pieces.size(); ++i)
         {
             pieces[i] = zet_integration_mem_alloc(40 + 100 * i);
         }
@@ -312,7 +312,7 @@ TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
     void *hole = zet_integration_mem_alloc(4000);
     void *guard = zet_integration_mem_alloc(1);
     zet_integration_mem_free(hole);
-    for (int i = 0; i < 40; i++)
+    for (int i = 0; i < 40; ++i)
     {
         const void *node = zet_integration_mem_alloc(40);
         EXPECT_GE(address(node), address(hole));
@@ -381,7 +381,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
     std::vector<written_piece> pieces;
     size_t least_live = 0;
     uint32_t failures = 0;
-    for (int step = 0; step < steps; step++)
+    for (int step = 0; step < steps; ++step)
     {
         // Phases of growth and of decline, so that the memory is exhausted and nearly empty by turns.
         const bool grow = random_below(random, 100) < (step / 20000 % 2 == 0 ? 60U : 42U);
@@ -391,7 +391,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
             auto *bytes = static_cast<unsigned char *>(zet_integration_mem_alloc(size));
             if (bytes == nullptr)
             {
-                failures++;
+                ++failures;
                 ASSERT_GT(std::max(size, size_t{1}), memory().largest_free) << "step " << step;
                 continue;
             }
@@ -423,7 +423,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
                 zet_integration_mem_free(largest);
             }
             ASSERT_EQ(zet_integration_mem_alloc(now.largest_free + 1), nullptr) << "step " << step;
-            failures++;
+            ++failures;
         }
     }
     EXPECT_GT(failures, 1000U) << "the memory was exhausted now and then";
@@ -443,7 +443,7 @@ TEST(memory, four_fifths_can_be_in_use_for_long)
     const lent_memory lent(size);
     std::vector<std::pair<void *, size_t>> pieces;
     size_t live = 0;
-    for (int step = 0; step < 200000; step++)
+    for (int step = 0; step < 200000; ++step)
     {
         if (live < size / 5 * 4)
         {
@@ -466,7 +466,7 @@ TEST(memory, four_fifths_can_be_in_use_for_long)
 std::vector<void *> make_document(std::mt19937 &random, size_t values)
 {
     std::vector<void *> pieces;
-    for (size_t i = 0; i < values; i++)
+    for (size_t i = 0; i < values; ++i)
     {
         pieces.push_back(zet_integration_mem_alloc(5 * word + 20));
         pieces.push_back(zet_integration_mem_alloc(8 + random_below(random, 16)));
@@ -479,13 +479,13 @@ void run_session(std::mt19937 &random)
 {
     const std::vector<void *> document = make_document(random, 50 + random_below(random, 50));
     std::vector<void *> objects;
-    for (size_t i = 0; i < 20; i++)
+    for (size_t i = 0; i < 20; ++i)
     {
         objects.push_back(zet_integration_mem_alloc(20 + random_below(random, 400)));
     }
     free_all(document);
     objects.push_back(zet_integration_mem_alloc(4000 + random_below(random, 4000)));
-    for (int frame = 0; frame < 5; frame++)
+    for (int frame = 0; frame < 5; ++frame)
     {
         free_all(make_document(random, 40));
     }
@@ -497,12 +497,12 @@ TEST(memory, a_thousand_sessions_leave_it_as_it_was)
 {
     std::mt19937 random(4);
     const lent_memory lent(65536);
-    for (int i = 0; i < 10; i++)
+    for (int i = 0; i < 10; ++i)
     {
         zet_integration_mem_alloc(100); // what a server keeps
     }
     const zet_vantor_server_memory_t before = memory();
-    for (int session = 0; session < 1000; session++)
+    for (int session = 0; session < 1000; ++session)
     {
         run_session(random);
         ASSERT_EQ(memory().live, before.live);
@@ -517,7 +517,7 @@ TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
     const lent_memory lent(65536);
     std::array<void *, 8> kept = {};
     size_t smallest = SIZE_MAX;
-    for (size_t session = 0; session < 1000; session++)
+    for (size_t session = 0; session < 1000; ++session)
     {
         const std::vector<void *> document = make_document(random, 100);
         void *&renewed = kept[session % kept.size()];
@@ -536,7 +536,7 @@ double shortest_time(const std::function<void()> &steps)
 {
     using clock = std::chrono::steady_clock;
     clock::duration shortest = clock::duration::max();
-    for (int i = 0; i < 50; i++)
+    for (int i = 0; i < 50; ++i)
     {
         const clock::time_point start = clock::now();
         steps();
@@ -551,7 +551,7 @@ double time_with(size_t pieces)
     std::mt19937 random(6);
     const lent_memory lent(size_t{64} << 20);
     std::vector<void *> freed;
-    for (size_t i = 0; i < pieces; i++)
+    for (size_t i = 0; i < pieces; ++i)
     {
         freed.push_back(zet_integration_mem_alloc(random_below(random, 250)));
         EXPECT_NE(zet_integration_mem_alloc(random_below(random, 250)), nullptr);
@@ -560,7 +560,7 @@ double time_with(size_t pieces)
     free_all(freed);
     return shortest_time([] {
         std::array<void *, 40> taken = {};
-        for (size_t i = 0; i < taken.size(); i++)
+        for (size_t i = 0; i < taken.size(); ++i)
         {
             taken[i] = zet_integration_mem_alloc(1 + i * i);
         }
@@ -585,7 +585,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
 {
     constexpr unsigned char untouched = 0xA5;
     alignas(64) static std::array<unsigned char, 6000> space;
-    for (size_t offset = 1; offset <= 2 * alignment; offset++)
+    for (size_t offset = 1; offset <= 2 * alignment; ++offset)
     {
         size_t smallest = 0;
         for (size_t size = 0; size + offset < space.size() - 100; size += size < 2000 ? 1 : 613)
@@ -620,14 +620,14 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
 TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
 {
     const lent_memory lent(65536);
-    for (size_t size = 1; size < 300; size++)
+    for (size_t size = 1; size < 300; ++size)
     {
         auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(size));
         EXPECT_EQ(__asan_region_is_poisoned(piece, size), nullptr);
         EXPECT_TRUE(__asan_address_is_poisoned(piece - 1));
         EXPECT_TRUE(__asan_address_is_poisoned(piece + size));
         zet_integration_mem_free(piece);
-        for (size_t i = 0; i < size; i++)
+        for (size_t i = 0; i < size; ++i)
         {
             EXPECT_TRUE(__asan_address_is_poisoned(piece + i));
         }

@@ -108,7 +108,7 @@ TEST(calibration, every_changed_byte_is_noticed)
     const simulation simulation;
     simulated_sensor sensor;
     ASSERT_GT(sensor.calibrate(), 0);
-    for (size_t i = 0; i < sizeof(zet_cal_result_t); i++)
+    for (size_t i = 0; i < sizeof(zet_cal_result_t); ++i)
     {
         zet_cal_result_t damaged = sensor.cal_result;
         reinterpret_cast<unsigned char *>(&damaged)[i] ^= 0x01U;
@@ -162,7 +162,7 @@ TEST(calibration, is_needed_anew_when_the_temperature_has_moved)
     simulated_sensor sensor;
     zet_config_frame_rate_set(sensor.config, 1.0F);
     ASSERT_TRUE(sensor.prepare());
-    for (int second = 0; second < 20; second++)
+    for (int second = 0; second < 20; ++second)
     {
         const frame measured = sensor.measure();
         EXPECT_EQ(measured.result.temperature, 20 + second);

@@ -20,7 +20,7 @@ constexpr double wavelength_m = 0.005;
 double power_at(const std::vector<std::complex<double>> &values, double turns)
 {
     std::complex<double> sum;
-    for (size_t i = 0; i < values.size(); i++)
+    for (size_t i = 0; i < values.size(); ++i)
     {
         sum += values[i] * std::polar(1.0, -2.0 * M_PI * turns * static_cast<double>(i));
     }
@@ -33,7 +33,7 @@ int strongest_bin(const std::vector<std::complex<double>> &values)
     const int count = static_cast<int>(values.size());
     int strongest = 0;
     double highest = 0.0;
-    for (int bin = -count / 2; bin < count / 2; bin++)
+    for (int bin = -count / 2; bin < count / 2; ++bin)
     {
         const double power = power_at(values, static_cast<double>(bin) / count);
         if (power > highest)
@@ -103,7 +103,7 @@ TEST(motion, breathing_shows_in_the_phase_over_the_frames)
     std::complex<float> before;
     double turns = 0.0;
     double mean = 0.0;
-    for (int i = 0; i < 1200; i++)
+    for (int i = 0; i < 1200; ++i)
     {
         const std::complex<float> now = sensor.measure().samples[0];
         turns += i > 0 ? turns_between(before, now) : 0.0;

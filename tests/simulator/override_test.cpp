@@ -35,7 +35,7 @@ bool callback(const zet_probes_header_t *header, void *data, uint32_t data_size,
 {
     auto *called = static_cast<probe *>(client_reference);
     auto *block = static_cast<block_t *>(data);
-    called->calls++;
+    ++called->calls;
     called->header = *header;
     called->size = data_size;
     called->seen = *block;
@@ -319,7 +319,7 @@ TEST(override, every_word_may_hold_anything)
     const simulation simulation;
     for (const uint16_t value : std::initializer_list<uint16_t>{0, 1, 255, 32767, 32768, 65535})
     {
-        for (size_t word = 0; word < sizeof(block_t) / sizeof(uint16_t); word++)
+        for (size_t word = 0; word < sizeof(block_t) / sizeof(uint16_t); ++word)
         {
             simulated_sensor sensor;
             registered_probe probe;

@@ -46,7 +46,7 @@ TEST(scene, an_interferer_is_heard_as_long_as_it_sends)
     zet_config_frame_rate_set(sensor.config, 10.0F);
     sensor.listen();
     ASSERT_TRUE(sensor.prepare());
-    for (int tenth = 0; tenth < 60; tenth++)
+    for (int tenth = 0; tenth < 60; ++tenth)
     {
         const float value = sensor.measure().cca_value;
         const bool sends = tenth >= 10 && (tenth - 10) % 20 < 5;
@@ -71,7 +71,7 @@ TEST(scene, a_clear_channel_is_clear_with_the_transmitter_on_and_off)
     {
         zet_config_enable_tx_set(sensor.config, transmits);
         ASSERT_TRUE(sensor.prepare());
-        for (int i = 0; i < 500; i++)
+        for (int i = 0; i < 500; ++i)
         {
             ASSERT_EQ(sensor.measure().cca_value, 0.0F);
         }
@@ -279,7 +279,7 @@ TEST_P(wrong_scene_file, is_refused_with_the_key_and_what_it_should_be)
 std::string many_targets()
 {
     std::string text = R"({"targets": [)";
-    for (int i = 0; i < 17; i++)
+    for (int i = 0; i < 17; ++i)
     {
         text += std::string(i == 0 ? "" : ",") + R"({"distance_m": 1, "strength_m2": 1})";
     }
@@ -347,7 +347,7 @@ TEST(scene_file, every_key_and_word_is_documented)
     for (const zet_simulator::scene_section &section : zet_simulator::scene_sections)
     {
         EXPECT_THAT(document, HasSubstr(std::string("### `") + section.name + "`"));
-        for (uint32_t i = 0; i < section.field_count; i++)
+        for (uint32_t i = 0; i < section.field_count; ++i)
         {
             EXPECT_THAT(document, HasSubstr(std::string("`") + section.fields[i].name + "`"));
         }
@@ -369,7 +369,7 @@ TEST(scene_file, examples_are_right)
         char error[256] = "";
         EXPECT_TRUE(zet_simulator_scene_from_json(text.str().c_str(), &scene, error, sizeof(error)))
             << entry.path() << ": " << error;
-        files++;
+        ++files;
     }
     EXPECT_GE(files, 5U);
 }

@@ -341,7 +341,7 @@ TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
         const auto samples = measure(members, &scene).samples;
         const double half = static_cast<double>(std::abs(samples[strongest(samples)])) / 2.0;
         double found = 0.0; // the part of each stretch between two points that is above the half height
-        for (size_t i = 1; i < samples.size(); i++)
+        for (size_t i = 1; i < samples.size(); ++i)
         {
             const double low = std::min(std::abs(samples[i - 1]), std::abs(samples[i]));
             const double high = std::max(std::abs(samples[i - 1]), std::abs(samples[i]));

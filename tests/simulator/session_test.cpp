@@ -18,7 +18,7 @@ std::vector<std::vector<std::complex<float>>> first_frames(uint64_t seed)
     zet_config_frame_rate_set(sensor.config, 30.0F);
     EXPECT_TRUE(sensor.prepare());
     std::vector<std::vector<std::complex<float>>> frames;
-    for (int i = 0; i < 5; i++)
+    for (int i = 0; i < 5; ++i)
     {
         frames.push_back(sensor.measure().samples);
     }
@@ -70,7 +70,7 @@ TEST(session, lays_sub_sweeps_out_one_after_the_other)
     zet_config_num_subsweeps_set(sensor.config, 3);
     zet_config_sweeps_per_frame_set(sensor.config, 2);
     const uint16_t lengths[] = {30, 100, 7};
-    for (uint8_t i = 0; i < 3; i++)
+    for (uint8_t i = 0; i < 3; ++i)
     {
         zet_config_subsweep_start_point_set(sensor.config, 400 - 200 * (i % 2) - i, i);
         zet_config_subsweep_num_points_set(sensor.config, lengths[i], i);

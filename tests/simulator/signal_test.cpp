@@ -49,7 +49,7 @@ double noise_with(uint16_t hwaas, uint8_t gain, uint8_t profile)
     set_profile(sensor, profile);
     EXPECT_TRUE(sensor.prepare());
     std::vector<std::complex<float>> samples;
-    for (int i = 0; i < 1000; i++)
+    for (int i = 0; i < 1000; ++i)
     {
         const frame measured = sensor.measure();
         samples.insert(samples.end(), measured.samples.begin(), measured.samples.end());
@@ -96,10 +96,10 @@ double position_error(int profile, int step_length, bool ideal)
     EXPECT_TRUE(sensor.prepare());
     // The top of the longest profile is flat: in the mean of many frames noise does not choose the point.
     std::vector<std::complex<float>> mean(sensor.metadata.frame_data_length);
-    for (int i = 0; i < 200; i++)
+    for (int i = 0; i < 200; ++i)
     {
         const frame measured = sensor.measure();
-        for (size_t point = 0; point < mean.size(); point++)
+        for (size_t point = 0; point < mean.size(); ++point)
         {
             mean[point] += measured.samples[point];
         }
@@ -211,7 +211,7 @@ TEST(signal, a_step_of_the_receiver_gain_is_a_decibel)
 TEST(signal, a_longer_profile_is_stronger)
 {
     double weaker = 0.0;
-    for (uint8_t profile = 1; profile <= 5; profile++)
+    for (uint8_t profile = 1; profile <= 5; ++profile)
     {
         const double amplitude = amplitude_of(2.0F, 1.0F, profile, 10);
         EXPECT_GT(amplitude, 1.3 * weaker) << static_cast<int>(profile);

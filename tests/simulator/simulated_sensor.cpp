@@ -114,7 +114,7 @@ int simulated_sensor::calibrate()
     bool complete = false;
     while (!complete)
     {
-        steps++;
+        ++steps;
         if (!zet_sensor_calibrate(sensor, &complete, &cal_result, buffer.data(), buffer_size()) ||
             (!complete && !zet_hal_integration_wait_for_sensor_interrupt(id, 1000)))
         {
@@ -159,7 +159,7 @@ bool simulated_sensor::measure(frame &measured)
     }
     zet_processing_execute(processing, buffer.data(), &measured.result);
     measured.samples.clear();
-    for (uint32_t i = 0; i < metadata.frame_data_length; i++)
+    for (uint32_t i = 0; i < metadata.frame_data_length; ++i)
     {
         const zet_int16_complex_t &sample = measured.result.frame[i];
         measured.samples.emplace_back(sample.real, sample.imag);

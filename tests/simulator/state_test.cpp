@@ -202,7 +202,7 @@ TEST(state, every_setter_refuses_a_null_configuration)
     for (size_t at = simulation::log().find(needle); at != std::string::npos;
          at = simulation::log().find(needle, at + 1))
     {
-        lines++;
+        ++lines;
     }
     EXPECT_EQ(lines, 26U);
 }

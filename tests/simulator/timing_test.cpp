@@ -115,7 +115,7 @@ TEST(timing, the_sensor_paces_its_frames)
     ASSERT_TRUE(sensor.prepare());
     sensor.measure();
     const uint64_t first_us = now_us();
-    for (int i = 1; i <= 100; i++)
+    for (int i = 1; i <= 100; ++i)
     {
         EXPECT_FALSE(sensor.measure().result.frame_delayed);
         EXPECT_EQ(now_us() - first_us, static_cast<uint64_t>(i) * 50000U);
@@ -226,13 +226,13 @@ TEST(timing, continuous_sweep_mode_spaces_sweeps_evenly_across_frames)
     zet_config_continuous_sweep_mode_set(sensor.config, true);
     ASSERT_TRUE(sensor.prepare()) << simulation::log();
     std::vector<std::complex<float>> values;
-    for (int i = 0; i < 4; i++)
+    for (int i = 0; i < 4; ++i)
     {
         const frame measured = sensor.measure();
         EXPECT_FALSE(measured.result.frame_delayed);
         values.insert(values.end(), measured.samples.begin(), measured.samples.end());
     }
-    for (size_t i = 1; i < values.size(); i++)
+    for (size_t i = 1; i < values.size(); ++i)
     {
         EXPECT_NEAR(turns_between(values[i - 1], values[i]), 0.1, 0.02) << i;
     }
@@ -299,7 +299,7 @@ std::vector<std::vector<std::complex<float>>> paced_frames(zet_simulator_clock_t
     EXPECT_TRUE(sensor.prepare());
     late_clock_deadlines.clear();
     std::vector<std::vector<std::complex<float>>> frames;
-    for (size_t i = 0; i < count; i++)
+    for (size_t i = 0; i < count; ++i)
     {
         const frame measured = sensor.measure();
         EXPECT_FALSE(measured.result.frame_delayed) << i;
@@ -314,7 +314,7 @@ TEST(timing, a_clock_that_wakes_late_gives_the_same_frames_at_the_same_times)
     const zet_simulator_clock_t late_clock = {now_us, sleep_too_long};
     const auto late = paced_frames(late_clock, count);
     ASSERT_EQ(late_clock_deadlines.size(), count);
-    for (size_t i = 1; i < count; i++)
+    for (size_t i = 1; i < count; ++i)
     {
         EXPECT_EQ(late_clock_deadlines[i] - late_clock_deadlines[0], i * frame_period_us);
     }
