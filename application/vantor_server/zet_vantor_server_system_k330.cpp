@@ -209,7 +209,7 @@ void *allocate_zeroed(size_t size)
     void *memory = allocate(size);
     if (memory != nullptr)
     {
-        memset(memory, 0, size);
+        std::memset(memory, 0, size);
     }
     return memory;
 }
@@ -455,7 +455,7 @@ int read_word(const cJSON *input, const char *key, const char *const *words)
     }
     for (int index = 0; words[index] != nullptr; ++index)
     {
-        if (strcmp(words[index], word) == 0)
+        if (std::strcmp(words[index], word) == 0)
         {
             return index;
         }
@@ -762,7 +762,7 @@ cpd_override_t *create_cpd_override(const cJSON *input)
         log_out_of_memory();
         return nullptr;
     }
-    memset(cpd_override, 0, sizeof(*cpd_override));
+    std::memset(cpd_override, 0, sizeof(*cpd_override));
     for (const cpd_override_mapping_t &mapping : cpd_override_mappings)
     {
         int int_value = 0;
@@ -1367,7 +1367,7 @@ bool allocate_buffer(sensor_control_group_item_t *group_item_info, const char **
 bool calibrate_sensor(sensor_info_t *sensor_info, sensor_control_group_item_t *group_item_info,
                       const char **error_msg)
 {
-    memset(&sensor_info->cal_result, 0, sizeof(sensor_info->cal_result));
+    std::memset(&sensor_info->cal_result, 0, sizeof(sensor_info->cal_result));
     if (vantor_server_system.enable_diagnostics)
     {
         zet_diagnostic_log_enable(true);

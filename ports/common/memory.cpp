@@ -399,7 +399,7 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     }
     unpoison(region, size);
     auto *bytes = static_cast<unsigned char *>(region);
-    memset(bytes + bins, 0, bins_size);
+    std::memset(bytes + bins, 0, bins_size);
     heap.bins = reinterpret_cast<block **>(bytes + bins);
     auto *all = reinterpret_cast<block *>(bytes + first - header_size);
     const size_t all_size = size - behind_last - first;

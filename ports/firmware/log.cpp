@@ -83,7 +83,7 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
     char text[text_size];
     va_list arguments;
     va_start(arguments, format);
-    (void)vsnprintf(text, sizeof text, format, arguments);
+    (void)std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     log_line(level, module, text);
 }

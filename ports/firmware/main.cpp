@@ -59,15 +59,16 @@ size_t live_memory()
 void log_start()
 {
     char text[256];
-    (void)snprintf(text, sizeof text,
-                   "%s, version %s, sensors: %s, reset cause: %s; open:", VANTOR_BOARD_NAME,
-                   VANTOR_SERVER_VERSION, sensors_kind(), retained_reset_cause());
+    (void)std::snprintf(text, sizeof text,
+                        "%s, version %s, sensors: %s, reset cause: %s; open:", VANTOR_BOARD_NAME,
+                        VANTOR_SERVER_VERSION, sensors_kind(), retained_reset_cause());
     for (uint32_t i = 0; i < cortex_m4::open_region_count(); ++i)
     {
         const cortex_m4::region_t region = cortex_m4::open_region(i);
-        const size_t length = strlen(text);
-        (void)snprintf(text + length, sizeof text - length, " %s %08lx-%08lx", region.name,
-                       static_cast<unsigned long>(region.begin), static_cast<unsigned long>(region.last));
+        const size_t length = std::strlen(text);
+        (void)std::snprintf(text + length, sizeof text - length, " %s %08lx-%08lx", region.name,
+                            static_cast<unsigned long>(region.begin),
+                            static_cast<unsigned long>(region.last));
     }
     log_to_port(ZET_LOG_LEVEL_INFO, "board", text);
 }

@@ -33,7 +33,7 @@ bool faulted;
 
 template <size_t size> void copy(char (&text)[size], const char *from)
 {
-    (void)snprintf(text, size, "%s", from);
+    (void)std::snprintf(text, size, "%s", from);
 }
 
 /** Returns the first text that is known. */
@@ -82,6 +82,6 @@ void retain_fault(const char *text)
         retained.fault[0] = '\0';
         retain_restart_cause("fault");
     }
-    const size_t length = strlen(retained.fault);
-    (void)snprintf(retained.fault + length, sizeof retained.fault - length, "%s", text);
+    const size_t length = std::strlen(retained.fault);
+    (void)std::snprintf(retained.fault + length, sizeof retained.fault - length, "%s", text);
 }

@@ -69,7 +69,7 @@ void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
         return;
     }
     const bool asks_identity = buffer[0] == link_command_identify;
-    memset(buffer, 0xFF, size);
+    std::memset(buffer, 0xFF, size);
     if (!board_sensor_is_on(sensor_id) ||
         board_next_fault(ZET_SIMULATOR_FAULT_ABSENT_SENSOR, sensor_id) != nullptr)
     {
@@ -77,7 +77,7 @@ void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
     }
     if (asks_identity && size > sizeof(link_identity))
     {
-        memcpy(&buffer[1], link_identity, sizeof(link_identity));
+        std::memcpy(&buffer[1], link_identity, sizeof(link_identity));
     }
 }
 
@@ -185,7 +185,7 @@ bool zet_simulator_start(const zet_simulator_options_t *options)
     {
         return false;
     }
-    memset(static_cast<void *>(sensors), 0, size);
+    std::memset(static_cast<void *>(sensors), 0, size);
     for (uint32_t i = 0; i < options->sensor_count; ++i)
     {
         sensors[i].interrupt_time_us = no_interrupt;

@@ -25,7 +25,7 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
     char line[line_size];
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(line, sizeof(line), format, arguments);
+    const int length = std::vsnprintf(line, sizeof(line), format, arguments);
     va_end(arguments);
     if (length >= 0)
     {

@@ -14,7 +14,7 @@ bool refuse(const message &message, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    if (vsnprintf(message.text, message.size, format, arguments) < 0 && message.size > 0U)
+    if (std::vsnprintf(message.text, message.size, format, arguments) < 0 && message.size > 0U)
     {
         message.text[0] = '\0';
     }
@@ -24,7 +24,7 @@ bool refuse(const message &message, const char *format, ...)
 
 void append(const message &message, const char *text)
 {
-    size_t length = strlen(message.text);
+    size_t length = std::strlen(message.text);
     while (length + 1U < message.size && *text != '\0')
     {
         message.text[length++] = *text++;

@@ -37,7 +37,7 @@ number_text text_of(double value)
     if (!(value > -largest && value < largest))
     {
         const char *text = value >= largest ? "more than 1e9" : value <= -largest ? "less than -1e9" : "NaN";
-        memcpy(result.text, text, strlen(text) + 1U);
+        std::memcpy(result.text, text, std::strlen(text) + 1U);
         return result;
     }
     const double size = value < 0.0 ? -value : value;
@@ -45,8 +45,8 @@ number_text text_of(double value)
     auto thousandths = static_cast<unsigned long>(std::lround((size - static_cast<double>(whole)) * 1000.0));
     whole += thousandths / 1000U;
     thousandths %= 1000U;
-    const int length =
-        snprintf(result.text, sizeof(result.text), "%s%lu.%03lu", value < 0.0 ? "-" : "", whole, thousandths);
+    const int length = std::snprintf(result.text, sizeof(result.text), "%s%lu.%03lu", value < 0.0 ? "-" : "",
+                                     whole, thousandths);
     cut_zeros(result.text, length);
     return result;
 }

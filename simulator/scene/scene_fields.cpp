@@ -192,10 +192,10 @@ double scene_field_get(const unsigned char *entry, const scene_field &field)
     switch (field.type)
     {
     case field_type::real:
-        memcpy(&real, entry + field.offset, sizeof(real));
+        std::memcpy(&real, entry + field.offset, sizeof(real));
         return static_cast<double>(real);
     case field_type::whole:
-        memcpy(&whole, entry + field.offset, sizeof(whole));
+        std::memcpy(&whole, entry + field.offset, sizeof(whole));
         return whole;
     case field_type::fault:
         break;
@@ -210,10 +210,10 @@ void scene_field_set(unsigned char *entry, const scene_field &field, double valu
     switch (field.type)
     {
     case field_type::real:
-        memcpy(entry + field.offset, &real, sizeof(real));
+        std::memcpy(entry + field.offset, &real, sizeof(real));
         break;
     case field_type::whole:
-        memcpy(entry + field.offset, &whole, sizeof(whole));
+        std::memcpy(entry + field.offset, &whole, sizeof(whole));
         break;
     case field_type::fault:
         entry[field.offset] = static_cast<unsigned char>(whole);

@@ -33,7 +33,7 @@ bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, co
 {
     for (uint32_t kind = 0; cJSON_IsString(item) && kind < scene_fault_word_count; ++kind)
     {
-        if (strcmp(item->valuestring, scene_fault_words[kind]) == 0)
+        if (std::strcmp(item->valuestring, scene_fault_words[kind]) == 0)
         {
             scene_field_set(entry, field, kind);
             return true;
@@ -84,7 +84,7 @@ const scene_field *find_field(const scene_section &section, const char *key, uin
 {
     for (uint32_t i = 0; i < section.field_count; ++i)
     {
-        if (strcmp(section.fields[i].name, key) == 0 && (given & (1U << i)) == 0U)
+        if (std::strcmp(section.fields[i].name, key) == 0 && (given & (1U << i)) == 0U)
         {
             return &section.fields[i];
         }
@@ -163,13 +163,13 @@ bool read_section(const scene_section &section, const cJSON *array, zet_simulato
 /** Reads one member of the document: a list, or the description, which is for people. */
 bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scene, const message &error)
 {
-    if (strcmp(item->string, "description") == 0 && cJSON_IsString(item))
+    if (std::strcmp(item->string, "description") == 0 && cJSON_IsString(item))
     {
         return true;
     }
     for (uint32_t i = 0; i < scene_section_count; ++i)
     {
-        if (strcmp(item->string, scene_sections[i].name) == 0 && (given & (1U << i)) == 0U)
+        if (std::strcmp(item->string, scene_sections[i].name) == 0 && (given & (1U << i)) == 0U)
         {
             given |= 1U << i;
             return read_section(scene_sections[i], item, scene, error);
@@ -212,7 +212,7 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
         return refuse({error, error_size}, "the scene is not JSON; the fault is at or before byte %lu",
                       static_cast<unsigned long>(end - text));
     }
-    memset(scene, 0, sizeof(*scene));
+    std::memset(scene, 0, sizeof(*scene));
     const bool valid = read_document(document, *scene, {error, error_size});
     cJSON_Delete(document);
     return valid;

@@ -110,7 +110,7 @@ uint16_t nominal_frequency_control(zet_sensor_id_t sensor_id, int16_t temperatur
 void calibration_fill(zet_sensor_id_t sensor_id, int16_t temperature, zet_cal_result_t &result)
 {
     sealed_calibration sealed;
-    memset(&sealed, 0, sizeof(sealed));
+    std::memset(&sealed, 0, sizeof(sealed));
     sealed.magic = calibration_magic;
     sealed.content.sensor_id = sensor_id;
     sealed.content.temperature = temperature;
@@ -121,13 +121,13 @@ void calibration_fill(zet_sensor_id_t sensor_id, int16_t temperature, zet_cal_re
         value = static_cast<uint32_t>(scramble((static_cast<uint64_t>(sensor_id) << 48U) | ++number));
     }
     sealed.checksum = checksum_of(&sealed, offsetof(sealed_calibration, checksum));
-    memcpy(&result, &sealed, sizeof(result));
+    std::memcpy(&result, &sealed, sizeof(result));
 }
 
 bool calibration_open(const zet_cal_result_t &result, calibration &opened)
 {
     sealed_calibration sealed;
-    memcpy(&sealed, &result, sizeof(sealed));
+    std::memcpy(&sealed, &result, sizeof(sealed));
     if (sealed.magic != calibration_magic ||
         sealed.checksum != checksum_of(&sealed, offsetof(sealed_calibration, checksum)))
     {

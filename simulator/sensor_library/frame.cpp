@@ -73,7 +73,7 @@ void frame_write(const zet_sensor &sensor, const measured_frame &measured, void 
     head.frame_delayed = measured.delayed || board_now_us() > measured.read_deadline_us;
     const int32_t moved = head.temperature - sensor.program.calibration_temperature;
     head.calibration_needed = moved >= calibration_temperature_span || moved <= -calibration_temperature_span;
-    memcpy(buffer, &head, sizeof(head));
+    std::memcpy(buffer, &head, sizeof(head));
 }
 
 } // namespace zet_simulator

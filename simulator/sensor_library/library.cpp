@@ -48,7 +48,7 @@ void write_line(zet_log_level_t level, const char *format, va_list arguments)
         return;
     }
     char line[line_size];
-    if (vsnprintf(line, sizeof(line), format, arguments) >= 0)
+    if (std::vsnprintf(line, sizeof(line), format, arguments) >= 0)
     {
         the_library.hal->log(level, module_name, "%s", line);
     }
@@ -108,7 +108,7 @@ object *object_create(object_kind kind, size_t size)
                     static_cast<unsigned long>(size), name_of(kind));
         return nullptr;
     }
-    memset(static_cast<void *>(created), 0, size);
+    std::memset(static_cast<void *>(created), 0, size);
     object **bucket = bucket_of(created);
     created->next = *bucket;
     created->kind = kind;

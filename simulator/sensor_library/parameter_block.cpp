@@ -125,7 +125,7 @@ void parameter_block_fill(const zet_config &config,
                           const zet_cpd_k330_meas_session_calibration_parameters_t *calibration,
                           parameter_block &block)
 {
-    memset(&block, 0, sizeof(block));
+    std::memset(&block, 0, sizeof(block));
     if (calibration != nullptr)
     {
         block.calibration = *calibration;

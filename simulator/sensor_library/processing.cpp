@@ -34,7 +34,7 @@ bool open_frame(const zet_processing &processing, const void *buffer, frame_head
     {
         return false;
     }
-    memcpy(&head, buffer, sizeof(head));
+    std::memcpy(&head, buffer, sizeof(head));
     if (head.magic != frame_magic)
     {
         library_log(ZET_LOG_LEVEL_ERROR, "%s: the buffer holds no frame; read one first", operation);

@@ -361,7 +361,7 @@ struct written_piece
     /** Whether it still holds what was written; looks at all of it. */
     [[nodiscard]] bool is_intact() const
     {
-        return size == 0 || (bytes[0] == value && memcmp(bytes, bytes + 1, size - 1) == 0);
+        return size == 0 || (bytes[0] == value && std::memcmp(bytes, bytes + 1, size - 1) == 0);
     }
 };
 
@@ -396,7 +396,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
                 continue;
             }
             const auto value = static_cast<unsigned char>(random());
-            memset(bytes, value, size);
+            std::memset(bytes, value, size);
             pieces.push_back({bytes, size, value});
             least_live += cost(size);
         }
@@ -600,7 +600,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
                 ASSERT_EQ(address(piece) % alignment, 0U);
                 ASSERT_GE(address(piece), address(&space[offset]));
                 ASSERT_LE(address(piece) + 20, address(&space[offset]) + size);
-                memset(piece, 0, 20);
+                std::memset(piece, 0, 20);
                 pieces.push_back(piece);
             }
             free_all(pieces);
@@ -639,9 +639,9 @@ TEST(memory, the_sanitizer_stops_misuse)
     const lent_memory lent(65536);
     auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(40));
     volatile size_t one_more = 41;
-    EXPECT_DEATH(memset(piece, 0, one_more), "use-after-poison");
+    EXPECT_DEATH(std::memset(piece, 0, one_more), "use-after-poison");
     zet_integration_mem_free(piece);
-    EXPECT_DEATH(memset(piece, 0, one_more - 1), "use-after-poison");
+    EXPECT_DEATH(std::memset(piece, 0, one_more - 1), "use-after-poison");
     EXPECT_DEATH(zet_integration_mem_free(piece), "use-after-poison");
 }
 

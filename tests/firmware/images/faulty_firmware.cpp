@@ -166,8 +166,8 @@ void run_board()
     board_start();
     const char *fault = retained_last_fault();
     char text[200];
-    (void)snprintf(text, sizeof text, "started, %s, %s", retained_reset_cause(),
-                   fault != nullptr ? fault : "none");
+    (void)std::snprintf(text, sizeof text, "started, %s, %s", retained_reset_cause(),
+                        fault != nullptr ? fault : "none");
     log_to_port(ZET_LOG_LEVEL_INFO, "test", text);
     mistakes[read_settings().seed]();
 }

@@ -51,7 +51,7 @@ const char *missing_part(const zet_hal_k330_t &hal)
 [[gnu::format(printf, 2, 0)]] void write_line(zet_log_level_t level, const char *format, va_list arguments)
 {
     char line[sizeof(stand_in_last_violation)];
-    if (library.write_log != nullptr && vsnprintf(line, sizeof(line), format, arguments) >= 0)
+    if (library.write_log != nullptr && std::vsnprintf(line, sizeof(line), format, arguments) >= 0)
     {
         library.write_log(level, "stand_in", "%s", line);
     }
@@ -84,16 +84,16 @@ bool exchange_guarded(zet_sensor_id_t sensor_id, uint8_t *data, size_t size)
     uint8_t guard[guard_size];
     uint8_t before[guard_size];
     uint8_t behind[guard_size];
-    memset(guard, guard_byte, guard_size);
-    memcpy(before, data - guard_size, guard_size);
-    memcpy(behind, data + size, guard_size);
-    memcpy(data - guard_size, guard, guard_size);
-    memcpy(data + size, guard, guard_size);
+    std::memset(guard, guard_byte, guard_size);
+    std::memcpy(before, data - guard_size, guard_size);
+    std::memcpy(behind, data + size, guard_size);
+    std::memcpy(data - guard_size, guard, guard_size);
+    std::memcpy(data + size, guard, guard_size);
     transfer_piece(sensor_id, data, size);
-    const bool intact =
-        memcmp(data - guard_size, guard, guard_size) == 0 && memcmp(data + size, guard, guard_size) == 0;
-    memcpy(data - guard_size, before, guard_size);
-    memcpy(data + size, behind, guard_size);
+    const bool intact = std::memcmp(data - guard_size, guard, guard_size) == 0 &&
+                        std::memcmp(data + size, guard, guard_size) == 0;
+    std::memcpy(data - guard_size, before, guard_size);
+    std::memcpy(data + size, behind, guard_size);
     return intact;
 }
 
@@ -117,7 +117,7 @@ bool refuse(const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    (void)vsnprintf(stand_in_last_violation, sizeof(stand_in_last_violation), format, arguments);
+    (void)std::vsnprintf(stand_in_last_violation, sizeof(stand_in_last_violation), format, arguments);
     va_end(arguments);
     ++stand_in_violations;
     return log(ZET_LOG_LEVEL_ERROR, "contract broken: %s", stand_in_last_violation);

@@ -114,7 +114,7 @@ bool is_interrupt_taken(const zet_sensor &sensor, const char *operation)
 uint32_t checksum_of(const calibration &calibration)
 {
     uint32_t words[sizeof(calibration) / sizeof(uint32_t)];
-    memcpy(words, &calibration, sizeof(words));
+    std::memcpy(words, &calibration, sizeof(words));
     uint32_t sum = 0x811C9DC5;
     for (size_t i = 0; i + 1U < sizeof(words) / sizeof(words[0]); ++i)
     {
@@ -134,13 +134,13 @@ void write_calibration(zet_sensor_id_t sensor_id, zet_cal_result_t &result)
         word = value;
     }
     content.checksum = checksum_of(content);
-    memcpy(&result, &content, sizeof(result));
+    std::memcpy(&result, &content, sizeof(result));
 }
 
 /** Reads a calibration; false when it is damaged or not complete. */
 bool read_calibration(const zet_cal_result_t &result, calibration &content)
 {
-    memcpy(&content, &result, sizeof(content));
+    std::memcpy(&content, &result, sizeof(content));
     return content.magic == calibration_magic && content.checksum == checksum_of(content);
 }
 
@@ -339,7 +339,7 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
         found->calibration_step = 0;
         return false;
     }
-    memset(buffer, work_byte, buffer_size);
+    std::memset(buffer, work_byte, buffer_size);
     if (found->calibration_step == STAND_IN_CALIBRATION_STEPS)
     {
         found->calibration_step = 0;
@@ -347,7 +347,7 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
         *cal_complete = true;
         return true;
     }
-    memset(cal_result, work_byte, sizeof(*cal_result));
+    std::memset(cal_result, work_byte, sizeof(*cal_result));
     found->arguments = arguments;
     ++found->calibration_step;
     log_diagnostics("sensor %lu: calibration step %lu", number(found->id), number(found->calibration_step));
@@ -375,7 +375,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
         return false;
     }
     forget_program(*found);
-    memset(buffer, work_byte, buffer_size);
+    std::memset(buffer, work_byte, buffer_size);
     program made = program_of(*found_config);
     if (!exchange_command(found->id) || !fire_probe(found->id, made.block))
     {
@@ -427,7 +427,7 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
     {
         return false;
     }
-    memset(buffer, work_byte, buffer_size);
+    std::memset(buffer, work_byte, buffer_size);
     auto *samples = static_cast<uint8_t *>(buffer) + sizeof(frame_head);
     if (!exchange(found->id, samples, sample_count * sizeof(zet_int16_complex_t)))
     {
