@@ -35,7 +35,7 @@ void demand(bool holds)
 struct event
 {
     bool whole = false; /**< a message */
-    std::uint64_t position = 0;
+    uint64_t position = 0;
     std::string text; /**< the header, or what is wrong */
     std::vector<std::byte> payload;
 
@@ -46,7 +46,7 @@ struct event
 event describe(const message &received)
 {
     demand(received.header.is_object() && received.header.at("status").is_string());
-    demand(received.header.at("payload_size").get<std::uint64_t>() == received.payload.size());
+    demand(received.header.at("payload_size").get<uint64_t>() == received.payload.size());
     demand(received.payload.size() <= limits.payload);
     return {true, received.position, received.header.dump(), received.payload};
 }
@@ -80,10 +80,10 @@ void play(message_parser &parser, std::string_view piece, std::vector<event> &ev
 }
 
 /** Feeds a stream in pieces of at most so many bytes, their sizes drawn from the stream itself. */
-std::vector<event> play_in_pieces(message_parser &parser, std::string_view stream, std::size_t longest)
+std::vector<event> play_in_pieces(message_parser &parser, std::string_view stream, size_t longest)
 {
     std::vector<event> events;
-    std::size_t state = stream.size();
+    size_t state = stream.size();
     while (!stream.empty())
     {
         state = state * 31 + static_cast<unsigned char>(stream.front());
@@ -108,7 +108,7 @@ bool stands_there(std::string_view stream, const event &found)
  */
 void check_places(std::string_view stream, const std::vector<event> &events)
 {
-    std::uint64_t end = 0; // of the message before
+    uint64_t end = 0; // of the message before
     const event *fault = nullptr;
     for (const auto &found : events)
     {
@@ -130,7 +130,7 @@ void check_places(std::string_view stream, const std::vector<event> &events)
 void close_message(message_parser &parser)
 {
     std::vector<event> events;
-    std::size_t line_feeds = 0;
+    size_t line_feeds = 0;
     do
     {
         play(parser, "\n", events);
@@ -152,7 +152,7 @@ void check_way_back(message_parser &parser, const std::string &before)
 std::string rest_of_payload(std::string_view stream)
 {
     std::string text(1, ']');
-    std::copy_if(stream.begin(), stream.begin() + std::min<std::ptrdiff_t>(std::ssize(stream), 150),
+    std::copy_if(stream.begin(), stream.begin() + std::min<ptrdiff_t>(std::ssize(stream), 150),
                  std::back_inserter(text), [](char c) { return c != '\n'; });
     return text;
 }
@@ -166,7 +166,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::vector<event> events;
     play(whole, stream, events);
     check_places(stream, events);
-    for (const std::size_t longest : {1U, 7U, 300U})
+    for (const size_t longest : {1U, 7U, 300U})
     {
         message_parser parser(limits);
         demand(play_in_pieces(parser, stream, longest) == events);

@@ -36,12 +36,12 @@ void demand(bool holds)
 /** Takes the first message off the text that was sent; it must be whole. */
 std::string_view take_message(std::string_view rest)
 {
-    const std::size_t end = rest.find('\n');
+    const size_t end = rest.find('\n');
     demand(end != std::string_view::npos);
     cJSON *message = cJSON_ParseWithLength(rest.data(), end);
     const cJSON *size = cJSON_GetObjectItemCaseSensitive(message, "payload_size");
     demand(cJSON_IsString(cJSON_GetObjectItemCaseSensitive(message, "status")) && cJSON_IsNumber(size));
-    const std::size_t length = end + 1 + static_cast<std::size_t>(size->valueint);
+    const size_t length = end + 1 + static_cast<size_t>(size->valueint);
     demand(length <= rest.size());
     cJSON_Delete(message);
     rest.remove_prefix(length);
@@ -114,7 +114,7 @@ void play(std::string_view input)
 {
     while (!input.empty())
     {
-        std::size_t size = 0;
+        size_t size = 0;
         while (size < input.size() && static_cast<unsigned char>(input[size]) > 7U)
         {
             ++size;

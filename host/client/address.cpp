@@ -16,9 +16,9 @@ namespace
 {
 
 /** Reads a whole text as a decimal number within bounds; nothing when it is none. */
-std::optional<std::uint32_t> parse_number(std::string_view text, std::uint32_t lowest, std::uint32_t highest)
+std::optional<uint32_t> parse_number(std::string_view text, uint32_t lowest, uint32_t highest)
 {
-    std::uint32_t value = 0;
+    uint32_t value = 0;
     const char *const end = text.data() + text.size();
     const auto [stop, failure] = std::from_chars(text.data(), end, value);
     if (failure != std::errc{} || stop != end || value < lowest || value > highest)
@@ -48,7 +48,7 @@ tcp_address parse_tcp(std::string_view text)
     {
         host = host.substr(1, host.size() - 2);
     }
-    return {.host = std::string(host), .port = static_cast<std::uint16_t>(*port)};
+    return {.host = std::string(host), .port = static_cast<uint16_t>(*port)};
 }
 
 /** Reads "DEVICE" or "DEVICE@BAUD". */

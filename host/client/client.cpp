@@ -17,7 +17,7 @@ namespace
 {
 
 /** How much is read from the link at once. */
-constexpr std::size_t read_size = 65536;
+constexpr size_t read_size = 65536;
 
 /** The command that ends a session. The line feed closes what an earlier host may have left half sent. */
 constexpr std::string_view end_command = "\n{\"command\":\"end\"}\n";
@@ -189,7 +189,7 @@ void client::forward_log(std::string_view level, log_handler handler)
     request({{"command", "log"}, {"level", level}});
 }
 
-void client::set_baudrate(std::uint32_t baudrate)
+void client::set_baudrate(uint32_t baudrate)
 {
     request({{"command", "baudrate"}, {"baudrate", baudrate}});
     const auto former = link_->set_baudrate(baudrate);
@@ -214,12 +214,12 @@ std::optional<message> client::receive(std::chrono::milliseconds timeout)
     return poll_message(now_() + timeout);
 }
 
-std::size_t client::bytes_missing() const noexcept
+size_t client::bytes_missing() const noexcept
 {
     return parser_.missing();
 }
 
-std::uint64_t client::bytes_received() const noexcept
+uint64_t client::bytes_received() const noexcept
 {
     return parser_.position();
 }

@@ -13,7 +13,7 @@ namespace
 {
 
 /** Longest frame, sweep or sub-sweep that a server can announce, in samples. */
-constexpr std::int64_t longest_length = 65535;
+constexpr int64_t longest_length = 65535;
 
 /** Says that a member is not what it should be. */
 [[noreturn]] void refuse(const std::string &name, const std::string &expectation)
@@ -45,22 +45,21 @@ const nlohmann::json &array_member(const nlohmann::json &object, const char *nam
     return value;
 }
 
-std::int64_t to_integer(const nlohmann::json &value, const std::string &what, std::int64_t lowest,
-                        std::int64_t highest)
+int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t lowest, int64_t highest)
 {
     const bool fits = value.is_number_integer() &&
-                      (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX) &&
-                      value.get<std::int64_t>() >= lowest && value.get<std::int64_t>() <= highest;
+                      (!value.is_number_unsigned() || value.get<uint64_t>() <= INT64_MAX) &&
+                      value.get<int64_t>() >= lowest && value.get<int64_t>() <= highest;
     if (!fits)
     {
         refuse(what, "a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest));
     }
-    return value.get<std::int64_t>();
+    return value.get<int64_t>();
 }
 
-std::size_t length_member(const nlohmann::json &object, const char *name)
+size_t length_member(const nlohmann::json &object, const char *name)
 {
-    return static_cast<std::size_t>(to_integer(member(object, name), name, 0, longest_length));
+    return static_cast<size_t>(to_integer(member(object, name), name, 0, longest_length));
 }
 
 double number_member(const nlohmann::json &object, const char *name)

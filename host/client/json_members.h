@@ -34,8 +34,7 @@ const nlohmann::json &array_member(const nlohmann::json &object, const char *nam
  * @param what  what the value is, for the error's text
  * @throws protocol_error when it is no whole number or outside the bounds
  */
-std::int64_t to_integer(const nlohmann::json &value, const std::string &what, std::int64_t lowest,
-                        std::int64_t highest);
+int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t lowest, int64_t highest);
 
 /** Reads a member as a whole number that fits the type; throws protocol_error when it does not. */
 template <typename Integer> Integer integer_member(const nlohmann::json &object, const char *name)
@@ -45,7 +44,7 @@ template <typename Integer> Integer integer_member(const nlohmann::json &object,
 }
 
 /** Reads a member as a length or an offset in samples; throws protocol_error when it is none. */
-std::size_t length_member(const nlohmann::json &object, const char *name);
+size_t length_member(const nlohmann::json &object, const char *name);
 
 /** Reads a member as a number, null as one that does not exist (NaN); throws protocol_error when it is
  * neither.

@@ -36,7 +36,7 @@ serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate
     }
 }
 
-std::uint32_t serial_link::set_baudrate(std::uint32_t baudrate)
+uint32_t serial_link::set_baudrate(uint32_t baudrate)
 {
     asio::error_code failure;
     stream().set_option(asio::serial_port_base::baud_rate(baudrate), failure);

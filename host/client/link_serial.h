@@ -22,10 +22,10 @@ public:
      */
     explicit serial_link(const serial_address &where);
 
-    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+    uint32_t set_baudrate(uint32_t baudrate) override;
 
 private:
-    std::uint32_t baudrate_;
+    uint32_t baudrate_;
 };
 
 } // namespace vantor

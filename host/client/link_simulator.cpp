@@ -19,7 +19,7 @@ simulator_link::simulator_link(const simulator_address &where)
     stream().assign(asio::local::stream_protocol(), server_.take_link());
 }
 
-std::size_t simulator_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
+size_t simulator_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
 {
     try
     {
@@ -43,7 +43,7 @@ void simulator_link::write(std::span<const std::byte> bytes, std::chrono::millis
     }
 }
 
-std::uint32_t simulator_link::set_baudrate(std::uint32_t /*baudrate*/)
+uint32_t simulator_link::set_baudrate(uint32_t /*baudrate*/)
 {
     throw error("A simulated server of one's own has no baud rate.");
 }

@@ -23,9 +23,9 @@ public:
      */
     explicit simulator_link(const simulator_address &where);
 
-    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
-    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+    uint32_t set_baudrate(uint32_t baudrate) override;
 
 private:
     server_process server_;

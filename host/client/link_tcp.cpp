@@ -34,7 +34,7 @@ tcp_link::tcp_link(const tcp_address &where, std::chrono::milliseconds timeout)
     stream().set_option(asio::ip::tcp::no_delay(true));
 }
 
-std::uint32_t tcp_link::set_baudrate(std::uint32_t /*baudrate*/)
+uint32_t tcp_link::set_baudrate(uint32_t /*baudrate*/)
 {
     throw error("A TCP connection has no baud rate: it always goes as fast as the network allows.");
 }

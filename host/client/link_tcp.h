@@ -22,7 +22,7 @@ public:
      */
     tcp_link(const tcp_address &where, std::chrono::milliseconds timeout);
 
-    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+    uint32_t set_baudrate(uint32_t baudrate) override;
 };
 
 } // namespace vantor

@@ -19,14 +19,14 @@ namespace
 constexpr int deepest_nesting = 32;
 
 /** A consumed part of the buffer beyond this size is given back. */
-constexpr std::size_t compaction_threshold = 65536;
+constexpr size_t compaction_threshold = 65536;
 
 /** Finds the first bracket that nests deeper than allowed; npos when there is none. */
-std::size_t find_excess_nesting(std::string_view text)
+size_t find_excess_nesting(std::string_view text)
 {
     int depth = 0;
     bool quoted = false;
-    for (std::size_t i = 0; i < text.size(); ++i)
+    for (size_t i = 0; i < text.size(); ++i)
     {
         const char c = text[i];
         if (quoted)
@@ -59,11 +59,11 @@ std::size_t find_excess_nesting(std::string_view text)
  *
  * @return where the object starts; 0 when there is none
  */
-std::size_t find_last_object(std::string_view line)
+size_t find_last_object(std::string_view line)
 {
     int depth = 0;
     bool quoted = false;
-    for (std::size_t i = line.size(); i-- > 0;)
+    for (size_t i = line.size(); i-- > 0;)
     {
         const char c = line[i];
         if (c == '"')
@@ -87,7 +87,7 @@ std::size_t find_last_object(std::string_view line)
 /** What is wrong with a header, and where in its line. */
 struct header_fault
 {
-    std::size_t offset = 0;
+    size_t offset = 0;
     std::string reason;
 };
 
@@ -96,7 +96,7 @@ struct header_fault
  *
  * @return what is wrong; an empty text when nothing is
  */
-std::string check_members(const nlohmann::json &header, std::size_t largest_payload)
+std::string check_members(const nlohmann::json &header, size_t largest_payload)
 {
     if (!header.is_object())
     {
@@ -120,7 +120,7 @@ std::string check_members(const nlohmann::json &header, std::size_t largest_payl
     {
         return "\"payload_size\" is " + size->dump() + ", but only a frame has a payload";
     }
-    if (size->get<std::uint64_t>() > largest_payload)
+    if (size->get<uint64_t>() > largest_payload)
     {
         return "\"payload_size\" is " + size->dump() + ", more than the " + std::to_string(largest_payload) +
                " bytes allowed";
@@ -136,7 +136,7 @@ std::string check_members(const nlohmann::json &header, std::size_t largest_payl
  * @param header           receives the header
  * @return what is wrong, or nothing
  */
-std::optional<header_fault> parse_header(std::string_view line, std::size_t largest_payload,
+std::optional<header_fault> parse_header(std::string_view line, size_t largest_payload,
                                          nlohmann::json &header)
 {
     if (const auto excess = find_excess_nesting(line); excess != std::string_view::npos)
@@ -193,7 +193,7 @@ std::optional<message> message_parser::next()
     return complete;
 }
 
-std::uint64_t message_parser::position() const noexcept
+uint64_t message_parser::position() const noexcept
 {
     return position_;
 }
@@ -203,7 +203,7 @@ bool message_parser::within_message() const noexcept
     return pending_.has_value() || skipping_ || start_ != buffer_.size();
 }
 
-std::size_t message_parser::missing() const noexcept
+size_t message_parser::missing() const noexcept
 {
     return pending_ ? payload_size_ - pending_->payload.size() : 0;
 }
@@ -220,7 +220,7 @@ std::string_view message_parser::buffered() const noexcept
 }
 
 /** Removes bytes from the front of the buffer; views into it become invalid at the next feed. */
-void message_parser::consume(std::size_t count)
+void message_parser::consume(size_t count)
 {
     start_ += count;
     position_ += count;
@@ -232,13 +232,13 @@ void message_parser::consume(std::size_t count)
     }
     else if (start_ > compaction_threshold)
     {
-        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(start_));
+        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(start_));
         start_ = 0;
     }
 }
 
 /** Reports a fault, unless the last one has not been recovered from. */
-void message_parser::report(std::uint64_t position, const std::string &reason)
+void message_parser::report(uint64_t position, const std::string &reason)
 {
     if (!lost_)
     {
@@ -290,7 +290,7 @@ bool message_parser::read_header()
     while (const auto line = take_line())
     {
         message candidate;
-        std::size_t start = 0;
+        size_t start = 0;
         const auto fault = parse_header(*line, limits_.payload, candidate.header);
         bool found = !fault;
         if (fault)
@@ -304,7 +304,7 @@ bool message_parser::read_header()
         if (found)
         {
             candidate.position = begin + start;
-            payload_size_ = candidate.header["payload_size"].get<std::size_t>();
+            payload_size_ = candidate.header["payload_size"].get<size_t>();
             pending_ = std::move(candidate);
         }
         if (fault && !reported)

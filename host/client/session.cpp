@@ -21,7 +21,7 @@ static_assert(std::endian::native == std::endian::little,
 static_assert(sizeof(sample) == 4, "a sample is two 16-bit numbers without padding");
 
 /** Reads the sub-sweep offsets and lengths of an item. */
-std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, std::size_t sweep_length)
+std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, size_t sweep_length)
 {
     const auto &offsets = array_member(document, "subsweep_data_offset");
     const auto &lengths = array_member(document, "subsweep_data_length");
@@ -30,24 +30,24 @@ std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, st
         throw protocol_error("The session metadata has as many as " + std::to_string(offsets.size()) +
                              " sub-sweep offsets but " + std::to_string(lengths.size()) + " lengths.");
     }
-    const auto bound = static_cast<std::int64_t>(sweep_length);
+    const auto bound = static_cast<int64_t>(sweep_length);
     std::vector<subsweep_layout> subsweeps;
-    for (std::size_t i = 0; i < offsets.size(); ++i)
+    for (size_t i = 0; i < offsets.size(); ++i)
     {
         const auto offset = to_integer(offsets[i], "subsweep_data_offset", 0, bound);
         const auto length = to_integer(lengths[i], "subsweep_data_length", 0, bound - offset);
-        subsweeps.push_back({static_cast<std::size_t>(offset), static_cast<std::size_t>(length)});
+        subsweeps.push_back({static_cast<size_t>(offset), static_cast<size_t>(length)});
     }
     return subsweeps;
 }
 
 /** Reads the layout of one item. */
-item_layout decode_layout(const nlohmann::json &document, std::size_t group, std::size_t index)
+item_layout decode_layout(const nlohmann::json &document, size_t group, size_t index)
 {
     item_layout layout;
     layout.group = group;
     layout.index = index;
-    layout.calibration_temperature = integer_member<std::int16_t>(document, "calibration_temperature");
+    layout.calibration_temperature = integer_member<int16_t>(document, "calibration_temperature");
     layout.frame_length = length_member(document, "frame_data_length");
     layout.sweep_length = length_member(document, "sweep_data_length");
     layout.max_sweep_rate = number_member(document, "max_sweep_rate");
@@ -73,15 +73,15 @@ std::vector<calibration> decode_calibrations(const nlohmann::json &document)
     }
     for (const auto &entry : array_member(document, "calibration_info"))
     {
-        calibrations.push_back({.sensor_id = integer_member<std::uint16_t>(entry, "sensor_id"),
-                                .temperature = integer_member<std::int16_t>(entry, "temperature"),
+        calibrations.push_back({.sensor_id = integer_member<uint16_t>(entry, "sensor_id"),
+                                .temperature = integer_member<int16_t>(entry, "temperature"),
                                 .data = text_member(entry, "data")});
     }
     return calibrations;
 }
 
 /** Checks that an array has as many elements as the metadata announced. */
-void check_shape(const nlohmann::json &array, std::size_t expected, const char *what)
+void check_shape(const nlohmann::json &array, size_t expected, const char *what)
 {
     if (!array.is_array() || array.size() != expected)
     {
@@ -93,7 +93,7 @@ void check_shape(const nlohmann::json &array, std::size_t expected, const char *
 /** The frame's item objects in one row, checked against the metadata's groups. */
 std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const session_metadata &metadata)
 {
-    std::vector<std::size_t> sizes;
+    std::vector<size_t> sizes;
     for (const auto &layout : metadata.items)
     {
         sizes.resize(layout.group + 1);
@@ -101,7 +101,7 @@ std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const 
     }
     check_shape(groups, sizes.size(), "groups");
     std::vector<const nlohmann::json *> items;
-    for (std::size_t group = 0; group < sizes.size(); ++group)
+    for (size_t group = 0; group < sizes.size(); ++group)
     {
         check_shape(groups[group], sizes[group], "items in a group");
         for (const auto &item : groups[group])
@@ -116,8 +116,8 @@ std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const 
 frame_item decode_item(const nlohmann::json &document)
 {
     frame_item item;
-    item.tick = integer_member<std::uint32_t>(document, "tick");
-    item.temperature = integer_member<std::int16_t>(document, "temperature");
+    item.tick = integer_member<uint32_t>(document, "tick");
+    item.temperature = integer_member<int16_t>(document, "temperature");
     item.data_saturated = boolean_member(document, "data_saturated");
     item.calibration_needed = boolean_member(document, "calibration_needed");
     item.frame_delayed = boolean_member(document, "frame_delayed");
@@ -130,9 +130,9 @@ frame_item decode_item(const nlohmann::json &document)
 
 } // namespace
 
-std::size_t session_metadata::frame_length() const noexcept
+size_t session_metadata::frame_length() const noexcept
 {
-    std::size_t total = 0;
+    size_t total = 0;
     for (const auto &item : items)
     {
         total += item.frame_length;
@@ -140,7 +140,7 @@ std::size_t session_metadata::frame_length() const noexcept
     return total;
 }
 
-std::span<const sample> frame_item::subsweep(std::size_t sweep, std::size_t subsweep) const
+std::span<const sample> frame_item::subsweep(size_t sweep, size_t subsweep) const
 {
     const auto &place = layout->subsweeps.at(subsweep);
     return samples.subspan(sweep * layout->sweep_length + place.offset, place.length);
@@ -152,18 +152,17 @@ namespace
 /** Decodes the use of memory. */
 memory_use decode_memory(const nlohmann::json &memory)
 {
-    return {.size = integer_member<std::uint32_t>(memory, "size"),
-            .live = integer_member<std::uint32_t>(memory, "live"),
-            .peak = integer_member<std::uint32_t>(memory, "peak"),
-            .largest_free = integer_member<std::uint32_t>(memory, "largest_free"),
-            .failures = integer_member<std::uint32_t>(memory, "failures")};
+    return {.size = integer_member<uint32_t>(memory, "size"),
+            .live = integer_member<uint32_t>(memory, "live"),
+            .peak = integer_member<uint32_t>(memory, "peak"),
+            .largest_free = integer_member<uint32_t>(memory, "largest_free"),
+            .failures = integer_member<uint32_t>(memory, "failures")};
 }
 
 /** Decodes the use of the stack. */
 stack_use decode_stack(const nlohmann::json &stack)
 {
-    return {.size = integer_member<std::uint32_t>(stack, "size"),
-            .peak = integer_member<std::uint32_t>(stack, "peak")};
+    return {.size = integer_member<uint32_t>(stack, "size"), .peak = integer_member<uint32_t>(stack, "peak")};
 }
 
 /** Decodes what is known of the board. */
@@ -186,9 +185,9 @@ server_info decode_server_info(const nlohmann::json &document)
 {
     server_info info;
     info.server_version = text_member(document, "server_version");
-    info.protocol_version = integer_member<std::int32_t>(document, "protocol_version");
+    info.protocol_version = integer_member<int32_t>(document, "protocol_version");
     info.sensor = text_member(document, "sensor");
-    info.sensor_count = integer_member<std::uint16_t>(document, "sensor_count");
+    info.sensor_count = integer_member<uint16_t>(document, "sensor_count");
     for (const auto &id : array_member(document, "connected_sensors"))
     {
         info.connected_sensors.push_back(
@@ -199,7 +198,7 @@ server_info decode_server_info(const nlohmann::json &document)
     {
         throw protocol_error("The server says that its clock goes backwards.");
     }
-    info.max_baudrate = integer_member<std::uint32_t>(document, "max_baudrate");
+    info.max_baudrate = integer_member<uint32_t>(document, "max_baudrate");
     if (document.contains("board"))
     {
         info.board = decode_board(document["board"]);
@@ -218,16 +217,16 @@ server_info decode_server_info(const nlohmann::json &document)
 session_metadata decode_metadata(const nlohmann::json &document)
 {
     session_metadata metadata;
-    metadata.tick_period = integer_member<std::uint32_t>(document, "tick_period");
+    metadata.tick_period = integer_member<uint32_t>(document, "tick_period");
     metadata.calibrations = decode_calibrations(document);
-    std::size_t group_index = 0;
+    size_t group_index = 0;
     for (const auto &group : array_member(document, "metadata"))
     {
         if (!group.is_array() || group.empty())
         {
             throw protocol_error("The session metadata has a group that is no list of items.");
         }
-        for (std::size_t index = 0; index < group.size(); ++index)
+        for (size_t index = 0; index < group.size(); ++index)
         {
             metadata.items.push_back(decode_layout(group[index], group_index, index));
         }
@@ -253,8 +252,8 @@ frame decode_frame(const message &received, std::shared_ptr<const session_metada
     {
         std::memcpy(result.samples_.data(), received.payload.data(), expected);
     }
-    std::size_t offset = 0;
-    for (std::size_t i = 0; i < documents.size(); ++i)
+    size_t offset = 0;
+    for (size_t i = 0; i < documents.size(); ++i)
     {
         const auto &layout = metadata->items[i];
         auto item = decode_item(*documents[i]);

@@ -29,7 +29,7 @@ public:
     {
     }
 
-    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
     {
         const auto [failure, count] = run(timeout, [&](auto handler) {
             stream_.async_read_some(asio::buffer(buffer.data(), buffer.size()), std::move(handler));
@@ -83,11 +83,11 @@ private:
      * @return its error, operation_aborted when it was cancelled, and the number of bytes moved
      */
     template <typename Start>
-    std::pair<asio::error_code, std::size_t> run(std::chrono::milliseconds timeout, Start &&start)
+    std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, Start &&start)
     {
-        std::pair<asio::error_code, std::size_t> outcome;
+        std::pair<asio::error_code, size_t> outcome;
         bool complete = false;
-        std::forward<Start>(start)([&](const asio::error_code &failure, std::size_t count) {
+        std::forward<Start>(start)([&](const asio::error_code &failure, size_t count) {
             outcome = {failure, count};
             complete = true;
         });

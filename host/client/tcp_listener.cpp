@@ -26,7 +26,7 @@ public:
         stream().set_option(tcp::no_delay(true));
     }
 
-    std::uint32_t set_baudrate(std::uint32_t /*baudrate*/) override
+    uint32_t set_baudrate(uint32_t /*baudrate*/) override
     {
         throw error("A TCP connection has no baud rate.");
     }
@@ -41,7 +41,7 @@ struct tcp_listener::implementation
     tcp::acceptor acceptor{io};
 };
 
-tcp_listener::tcp_listener(std::uint16_t port) : implementation_(std::make_unique<implementation>())
+tcp_listener::tcp_listener(uint16_t port) : implementation_(std::make_unique<implementation>())
 {
     auto &acceptor = implementation_->acceptor;
     try
@@ -60,7 +60,7 @@ tcp_listener::tcp_listener(std::uint16_t port) : implementation_(std::make_uniqu
 
 tcp_listener::~tcp_listener() = default;
 
-std::uint16_t tcp_listener::port() const
+uint16_t tcp_listener::port() const
 {
     return implementation_->acceptor.local_endpoint().port();
 }

@@ -23,7 +23,7 @@ public:
      * @param port  0 for any free one
      * @throws connect_error when the port is taken or not allowed
      */
-    explicit tcp_listener(std::uint16_t port);
+    explicit tcp_listener(uint16_t port);
     tcp_listener(const tcp_listener &) = delete;
     tcp_listener &operator=(const tcp_listener &) = delete;
     tcp_listener(tcp_listener &&) = delete;
@@ -31,7 +31,7 @@ public:
     ~tcp_listener();
 
     /** The port. */
-    [[nodiscard]] std::uint16_t port() const;
+    [[nodiscard]] uint16_t port() const;
 
     /** Waits for the next host; null when none connects in time or a signal arrives. */
     std::unique_ptr<link> accept(std::chrono::milliseconds timeout);

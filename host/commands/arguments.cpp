@@ -45,10 +45,9 @@ double take_number(const std::string &name, const std::string &text, std::option
 }
 
 /** Reads a whole number within the bounds of an option. */
-std::uint64_t take_whole_number(const std::string &name, const std::string &text, std::uint64_t least,
-                                std::uint64_t most)
+uint64_t take_whole_number(const std::string &name, const std::string &text, uint64_t least, uint64_t most)
 {
-    const auto number = parse_number<std::uint64_t>(text);
+    const auto number = parse_number<uint64_t>(text);
     if (!number || *number < least || *number > most)
     {
         throw CLI::ValidationError(name, text + " is not a whole number from " + std::to_string(least) +

@@ -34,12 +34,12 @@ struct calibrate_options
 {
     std::string connect = "sim:";
     std::filesystem::path output;
-    std::vector<std::uint64_t> sensors; /**< all connected ones when empty */
+    std::vector<uint64_t> sensors; /**< all connected ones when empty */
     bool json = false;
 };
 
 /** A configuration whose preparation calibrates sensors: one group, each sensor once. */
-nlohmann::json calibrating_configuration(const std::vector<std::uint64_t> &sensors)
+nlohmann::json calibrating_configuration(const std::vector<uint64_t> &sensors)
 {
     auto group = nlohmann::json::array();
     for (const auto id : sensors)
@@ -60,7 +60,7 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     client server(parse_address(options.connect));
     const auto &connected = server.server().connected_sensors;
     const auto metadata = server.configure(calibrating_configuration(
-        options.sensors.empty() ? std::vector<std::uint64_t>(connected.begin(), connected.end())
+        options.sensors.empty() ? std::vector<uint64_t>(connected.begin(), connected.end())
                                 : options.sensors));
     server.end();
     if (metadata->calibrations.empty())
@@ -97,7 +97,7 @@ command calibrate_command()
                         {.name = "--sensor",
                          .help = "Number of a sensor; all connected ones when not given",
                          .value = whole_numbers_value{.target = &options->sensors,
-                                                      .most = std::numeric_limits<std::uint16_t>::max()},
+                                                      .most = std::numeric_limits<uint16_t>::max()},
                          .value_name = "NUMBER"},
                         connect_option(options->connect),
                         json_flag(options->json)},

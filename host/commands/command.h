@@ -39,17 +39,17 @@ struct number_value
 /** A whole number. */
 struct whole_number_value
 {
-    std::uint64_t *target;
-    std::uint64_t least = 1;
-    std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
+    uint64_t *target;
+    uint64_t least = 1;
+    uint64_t most = std::numeric_limits<uint64_t>::max();
 };
 
 /** Whole numbers, one for each time that the option is given. */
 struct whole_numbers_value
 {
-    std::vector<std::uint64_t> *target;
-    std::uint64_t least = 1;
-    std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
+    std::vector<uint64_t> *target;
+    uint64_t least = 1;
+    uint64_t most = std::numeric_limits<uint64_t>::max();
 };
 
 /** One of several words. */

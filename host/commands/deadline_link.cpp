@@ -18,7 +18,7 @@ deadline_link::deadline_link(std::unique_ptr<link> connection, std::chrono::stea
 {
 }
 
-std::size_t deadline_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
+size_t deadline_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)
 {
     return connection_->read_some(buffer, bound(timeout));
 }
@@ -28,7 +28,7 @@ void deadline_link::write(std::span<const std::byte> bytes, std::chrono::millise
     connection_->write(bytes, bound(timeout));
 }
 
-std::uint32_t deadline_link::set_baudrate(std::uint32_t baudrate)
+uint32_t deadline_link::set_baudrate(uint32_t baudrate)
 {
     return connection_->set_baudrate(baudrate);
 }

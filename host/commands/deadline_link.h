@@ -24,9 +24,9 @@ public:
     deadline_link(std::unique_ptr<link> connection, std::chrono::steady_clock::time_point deadline,
                   time_source now);
 
-    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
-    std::uint32_t set_baudrate(std::uint32_t baudrate) override;
+    uint32_t set_baudrate(uint32_t baudrate) override;
 
 private:
     [[nodiscard]] std::chrono::milliseconds bound(std::chrono::milliseconds timeout) const;

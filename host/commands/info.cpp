@@ -28,9 +28,9 @@ constexpr const char *info_footer = R"(Examples:
 struct table_figures
 {
     double seconds = 0.0;
-    std::uint64_t saturated = 0;
-    std::uint64_t delayed = 0;
-    std::uint64_t calibration_needed = 0;
+    uint64_t saturated = 0;
+    uint64_t delayed = 0;
+    uint64_t calibration_needed = 0;
     int lowest_temperature = std::numeric_limits<int>::max();
     int highest_temperature = std::numeric_limits<int>::min();
 };
@@ -40,7 +40,7 @@ table_figures read_table(const session_reader &recording, const recorded_item &i
 {
     table_figures figures;
     frame_table table(recording.directory() / (item.name + ".frames.csv"));
-    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         const auto row = table.next();
         if (!row)
@@ -58,7 +58,7 @@ table_figures read_table(const session_reader &recording, const recorded_item &i
 }
 
 /** Frames that were lost on the line before the last capture. */
-std::uint64_t frames_lost(const recorded_item &item)
+uint64_t frames_lost(const recorded_item &item)
 {
     const auto &captures = item.document.at("captures");
     if (captures.empty() || item.layout.frame_length == 0)
@@ -66,8 +66,7 @@ std::uint64_t frames_lost(const recorded_item &item)
         return 0;
     }
     const auto &last = captures.back();
-    return (last.value("core:global_index", std::uint64_t{0}) -
-            last.value("core:sample_start", std::uint64_t{0})) /
+    return (last.value("core:global_index", uint64_t{0}) - last.value("core:sample_start", uint64_t{0})) /
            item.layout.frame_length;
 }
 

@@ -15,12 +15,12 @@ namespace
 /** A character of a text. */
 struct character
 {
-    std::uint32_t code = 0;
-    std::size_t size = 0; /**< in bytes */
+    uint32_t code = 0;
+    size_t size = 0; /**< in bytes */
 };
 
 /** The length of a character in UTF-8, by its first byte. */
-std::size_t length_of_character(unsigned char first)
+size_t length_of_character(unsigned char first)
 {
     if (first < 0xC0 || first >= 0xF8)
     {
@@ -49,11 +49,9 @@ character first_character(std::string_view text)
 }
 
 /** Whether a character controls a terminal, or the direction of the text there. */
-bool is_control(std::uint32_t code)
+bool is_control(uint32_t code)
 {
-    const auto within = [code](std::uint32_t first, std::uint32_t last) {
-        return code >= first && code <= last;
-    };
+    const auto within = [code](uint32_t first, uint32_t last) { return code >= first && code <= last; };
     return (code < 0x20 && code != '\t') || within(0x7F, 0x9F) || code == 0x61C || within(0x200E, 0x200F) ||
            within(0x2028, 0x202E) || within(0x2066, 0x2069);
 }
@@ -72,7 +70,7 @@ template <typename Replacement> std::string replace_controls(std::string_view te
 }
 
 /** A control character of a JSON document: the line feeds between its members stay. */
-std::string escaped(std::uint32_t code)
+std::string escaped(uint32_t code)
 {
     if (code < 0x20)
     {
@@ -87,7 +85,7 @@ std::string escaped(std::uint32_t code)
 
 std::string printable(std::string_view text)
 {
-    return replace_controls(text, [](std::uint32_t) { return std::string("?"); });
+    return replace_controls(text, [](uint32_t) { return std::string("?"); });
 }
 
 std::string printable_json(std::string_view document)

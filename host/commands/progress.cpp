@@ -35,7 +35,7 @@ progress_line::~progress_line()
     }
 }
 
-void progress_line::update(std::uint64_t frames)
+void progress_line::update(uint64_t frames)
 {
     const auto now = now_();
     if (!active_ || now < next_)
@@ -48,7 +48,7 @@ void progress_line::update(std::uint64_t frames)
     width_ = std::max(width_, text.size());
 }
 
-std::string progress_text(std::uint64_t frames, double seconds, const progress_goal &goal)
+std::string progress_text(uint64_t frames, double seconds, const progress_goal &goal)
 {
     const double rate = seconds > 0.0 ? static_cast<double>(frames) / seconds : 0.0;
     std::string text = std::to_string(frames);

@@ -17,8 +17,8 @@ namespace vantor
 /** Where a progress line goes, and when it is done. */
 struct progress_goal
 {
-    std::uint64_t frames = 0; /**< 0 for no such bound */
-    double seconds = 0.0;     /**< 0 for no such bound */
+    uint64_t frames = 0;  /**< 0 for no such bound */
+    double seconds = 0.0; /**< 0 for no such bound */
 };
 
 /** A line that is written over itself, a few times a second, with rate and time left. */
@@ -42,7 +42,7 @@ public:
     ~progress_line();
 
     /** Tells how far it is; writes at most five times a second. */
-    void update(std::uint64_t frames);
+    void update(uint64_t frames);
 
 private:
     std::ostream &out_;
@@ -51,7 +51,7 @@ private:
     time_source now_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_;
-    std::size_t width_ = 0; // of the line that is on the terminal
+    size_t width_ = 0; // of the line that is on the terminal
 };
 
 /**
@@ -61,7 +61,7 @@ private:
  * @param seconds  since the start
  * @param goal     when it is done
  */
-std::string progress_text(std::uint64_t frames, double seconds, const progress_goal &goal);
+std::string progress_text(uint64_t frames, double seconds, const progress_goal &goal);
 
 } // namespace vantor
 

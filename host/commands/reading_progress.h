@@ -24,7 +24,7 @@ public:
         : recording_(recording), line_(streams.err, streams.terminal,
                                        {.frames = recording.frames() * recording.items().size() * times})
     {
-        recording_.on_read([this](std::uint64_t count) { line_.update(count); });
+        recording_.on_read([this](uint64_t count) { line_.update(count); });
     }
     reading_progress(const reading_progress &) = delete;
     reading_progress &operator=(const reading_progress &) = delete;

@@ -37,7 +37,7 @@ constexpr const char *record_footer = R"(Examples:
 Without --frames and --seconds it records until Ctrl-C.)";
 
 /** Most frames that can be asked for: more than any recording has, and far from the end of the type. */
-constexpr std::uint64_t most_frames = 1'000'000'000'000;
+constexpr uint64_t most_frames = 1'000'000'000'000;
 
 /** A directory in "recordings" that does not exist yet, named after the configuration and the time. */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
@@ -88,11 +88,11 @@ double echo_distance(const item_layout &layout, const item_configuration &item,
 
 /** Prints one line for each item. */
 void print_items(std::ostream &out, const session_metadata &metadata,
-                 const std::vector<item_configuration> &items, const recorder &recorded, std::uint64_t frames)
+                 const std::vector<item_configuration> &items, const recorder &recorded, uint64_t frames)
 {
     text_table table(
         {"group", "item", "sensor", "sub-sweeps", "samples/frame", "frames", "mean level", "strongest echo"});
-    for (std::size_t i = 0; i < items.size(); ++i)
+    for (size_t i = 0; i < items.size(); ++i)
     {
         const auto &layout = metadata.items[i];
         const auto &statistics = recorded.statistics()[i];
@@ -111,7 +111,7 @@ nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vect
                                const recorder &recorded, const session_writer &writer)
 {
     auto list = nlohmann::ordered_json::array();
-    for (std::size_t i = 0; i < items.size(); ++i)
+    for (size_t i = 0; i < items.size(); ++i)
     {
         const auto &layout = metadata.items[i];
         const auto &statistics = recorded.statistics()[i];
@@ -169,7 +169,7 @@ std::exception_ptr run_recorder(recorder &recorded, const record_options &option
         recorded.run({.frames = options.frames,
                       .seconds = seconds,
                       .stop = interrupt_watch::interrupted,
-                      .progress = [&](std::uint64_t frames) { line.update(frames); }});
+                      .progress = [&](uint64_t frames) { line.update(frames); }});
         return nullptr;
     }
     catch (...)

@@ -22,7 +22,7 @@ struct record_options
     std::filesystem::path configuration;
     std::string connect = "sim:";
     std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
-    std::uint64_t frames = 0;          /**< 0 for no such bound */
+    uint64_t frames = 0;               /**< 0 for no such bound */
     std::optional<double> seconds;     /**< nothing for no such bound */
     std::filesystem::path calibration; /**< a file of calibrations to use; empty for none */
     bool json = false;                 /**< print JSON instead of a table */

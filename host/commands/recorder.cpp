@@ -25,7 +25,7 @@ constexpr double longest_silence = 10.0;
 constexpr double longest_gap = 3.0;
 
 /** Most frames that can be lost at once: the server's tick goes no farther. */
-constexpr double most_lost = std::numeric_limits<std::uint32_t>::max();
+constexpr double most_lost = std::numeric_limits<uint32_t>::max();
 
 } // namespace
 
@@ -138,7 +138,7 @@ void recorder::store(const frame &received)
         note_loss(received);
     }
     destination_.add(received);
-    for (std::size_t i = 0; i < statistics_.size(); ++i)
+    for (size_t i = 0; i < statistics_.size(); ++i)
     {
         statistics_[i].add(received.items()[i].samples);
     }
@@ -156,10 +156,10 @@ void recorder::note_loss(const frame &next)
     const double ticks_per_frame = source_.server().ticks_per_second * period_;
     if (ticks_per_frame > 0.0 && last_tick_ && !next.items().empty())
     {
-        const std::uint32_t ticks = next.items().front().tick - *last_tick_;
+        const uint32_t ticks = next.items().front().tick - *last_tick_;
         lost = std::clamp(std::round(ticks / ticks_per_frame) - 1.0, 1.0, most_lost);
     }
-    destination_.add_loss(static_cast<std::uint64_t>(lost));
+    destination_.add_loss(static_cast<uint64_t>(lost));
     damaged_ = false;
     ++losses_;
 }

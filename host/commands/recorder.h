@@ -20,10 +20,10 @@ namespace vantor
 /** When a recording ends. */
 struct recorder_limits
 {
-    std::uint64_t frames = 0;   /**< 0 for no such bound */
-    double seconds = 0.0;       /**< 0 for no such bound */
-    std::function<bool()> stop; /**< asked at least ten times a second; true ends the recording */
-    std::function<void(std::uint64_t)> progress; /**< called after every frame with their number, when set */
+    uint64_t frames = 0;                    /**< 0 for no such bound */
+    double seconds = 0.0;                   /**< 0 for no such bound */
+    std::function<bool()> stop;             /**< asked at least ten times a second; true ends the recording */
+    std::function<void(uint64_t)> progress; /**< called after every frame with their number, when set */
 };
 
 /** Moves frames from a server into a recording, and keeps figures of them. */
@@ -88,12 +88,12 @@ private:
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point last_; // when the last frame, or more of the next, came
-    std::size_t missing_ = 0;                    // bytes of the frame that was under way then
+    size_t missing_ = 0;                         // bytes of the frame that was under way then
     double seconds_ = 0.0;
     unsigned losses_ = 0;
     bool interrupted_ = false;
     bool damaged_ = false; // since the last frame
-    std::optional<std::uint32_t> last_tick_;
+    std::optional<uint32_t> last_tick_;
 };
 
 } // namespace vantor

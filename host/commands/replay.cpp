@@ -36,8 +36,8 @@ constexpr std::chrono::milliseconds host_patience{100};
 struct replay_options
 {
     std::filesystem::path recording;
-    std::uint64_t port = 0;
-    std::uint64_t hosts = 0; /**< 0 for no bound */
+    uint64_t port = 0;
+    uint64_t hosts = 0; /**< 0 for no bound */
 };
 
 /** Serves a host until it goes, and shows how many frames it got. */
@@ -75,9 +75,9 @@ exit_code replay(const replay_options &options, const command_streams &streams)
         throw bad_recording("The recording contains no whole frame, so there is nothing to replay.");
     }
     const interrupt_watch watch; // from before the line by which others learn that it runs
-    tcp_listener listener(static_cast<std::uint16_t>(options.port));
+    tcp_listener listener(static_cast<uint16_t>(options.port));
     streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
-    for (std::uint64_t served = 0; options.hosts == 0 || served < options.hosts;)
+    for (uint64_t served = 0; options.hosts == 0 || served < options.hosts;)
     {
         if (const auto host = listener.accept(host_patience))
         {
@@ -106,7 +106,7 @@ command replay_command()
                          .help = "TCP port of this machine; 0 for any free one",
                          .value = whole_number_value{.target = &options->port,
                                                      .least = 0,
-                                                     .most = std::numeric_limits<std::uint16_t>::max()},
+                                                     .most = std::numeric_limits<uint16_t>::max()},
                          .value_name = "PORT",
                          .default_value = "0"},
                         {.name = "--hosts",

@@ -102,7 +102,7 @@ exit_code scan(const scan_options &options, const command_streams &streams, cons
     for (const auto &device : named ? options.devices : serial_devices())
     {
         const auto reason = scan_device(
-            {.device = device, .baudrate = static_cast<std::uint32_t>(options.baudrate)}, open, now, found);
+            {.device = device, .baudrate = static_cast<uint32_t>(options.baudrate)}, open, now, found);
         if (named && !reason.empty())
         {
             streams.err << "vantor: " << printable(reason) << "\n";
@@ -136,7 +136,7 @@ command scan_command()
                         {.name = "--baudrate",
                          .help = "Baud rate of the lines, in bits per second",
                          .value = whole_number_value{.target = &options->baudrate,
-                                                     .most = std::numeric_limits<std::uint32_t>::max()},
+                                                     .most = std::numeric_limits<uint32_t>::max()},
                          .value_name = "BAUD",
                          .default_value = std::to_string(options->baudrate)},
                         json_flag(options->json)},

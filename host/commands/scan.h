@@ -22,7 +22,7 @@ namespace vantor
 struct scan_options
 {
     std::vector<std::string> devices; /**< empty for all serial devices of this machine */
-    std::uint64_t baudrate = 115200;
+    uint64_t baudrate = 115200;
     bool json = false;
 };
 

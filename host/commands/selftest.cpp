@@ -32,7 +32,7 @@ what was expected, what came and where to look, or "skipped" with the reason. Th
 failed. docs/selftest.md describes the cases.)";
 
 /** Longest time that a server may be given, in seconds. */
-constexpr std::uint64_t longest_timeout = 600;
+constexpr uint64_t longest_timeout = 600;
 
 /** How many cases ended in which way. */
 struct case_counts

@@ -17,7 +17,7 @@ namespace vantor
 struct selftest_options
 {
     std::string connect = "sim:";
-    std::uint64_t timeout = 0; /**< in seconds; 0 when it is not given */
+    uint64_t timeout = 0; /**< in seconds; 0 when it is not given */
     bool json = false;
 };
 

@@ -46,7 +46,7 @@ nlohmann::ordered_json to_json(double number)
     constexpr double most = 9007199254740992.0; // up to which each whole number has a form of its own
     if (number <= most && number == std::floor(number))
     {
-        return static_cast<std::uint64_t>(number);
+        return static_cast<uint64_t>(number);
     }
     return number;
 }

@@ -25,17 +25,17 @@ void text_table::add(std::vector<std::string> row)
 
 void text_table::print(std::ostream &out) const
 {
-    std::vector<std::size_t> widths(rows_.front().size());
+    std::vector<size_t> widths(rows_.front().size());
     for (const auto &row : rows_)
     {
-        for (std::size_t i = 0; i < widths.size(); ++i)
+        for (size_t i = 0; i < widths.size(); ++i)
         {
             widths[i] = std::max(widths[i], row[i].size());
         }
     }
     for (const auto &row : rows_)
     {
-        for (std::size_t i = 0; i < widths.size(); ++i)
+        for (size_t i = 0; i < widths.size(); ++i)
         {
             out << (i == 0 ? "" : "  ") << std::setw(static_cast<int>(widths[i])) << row[i];
         }
@@ -53,7 +53,7 @@ std::string fixed(double value, int digits)
 std::string format_bytes(double bytes)
 {
     constexpr std::array<const char *, 5> units{"B", "kB", "MB", "GB", "TB"};
-    std::size_t unit = 0;
+    size_t unit = 0;
     while (bytes >= 999.95 && unit + 1 < units.size())
     {
         bytes /= 1000.0;

@@ -18,7 +18,7 @@ namespace
 {
 
 /** Largest document that is read, far above what a server takes. */
-constexpr std::size_t largest_document = std::size_t{16} << 20;
+constexpr size_t largest_document = size_t{16} << 20;
 
 /** Deepest nesting of a document, far above what a server takes. */
 constexpr int deepest_nesting = 64;
@@ -37,13 +37,13 @@ std::optional<std::string> read_text(const std::filesystem::path &file)
     while (stream && text.size() <= largest_document)
     {
         stream.read(part.data(), part.size());
-        text.append(part.data(), static_cast<std::size_t>(stream.gcount()));
+        text.append(part.data(), static_cast<size_t>(stream.gcount()));
     }
     return text;
 }
 
 /** Writes a place in a text as "line L, column C", both counted from 1. */
-std::string describe_place(std::string_view text, std::size_t offset)
+std::string describe_place(std::string_view text, size_t offset)
 {
     const auto before = text.substr(0, offset);
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
@@ -106,7 +106,7 @@ subsweep_range read_range(const nlohmann::json &subsweep)
     subsweep_range range;
     range.start_point = integer_or(subsweep, "start_point", range.start_point);
     // The server keeps 16 bits of it.
-    range.step_length = static_cast<std::uint16_t>(integer_or(subsweep, "step_length", range.step_length));
+    range.step_length = static_cast<uint16_t>(integer_or(subsweep, "step_length", range.step_length));
     return range;
 }
 

@@ -19,10 +19,10 @@ namespace
 {
 
 /** Alignment of the data in an NPY file. */
-constexpr std::size_t npy_alignment = 64;
+constexpr size_t npy_alignment = 64;
 
 /** Bytes before the header of an NPY file: magic, version, length of the header. */
-constexpr std::size_t npy_prefix = 10;
+constexpr size_t npy_prefix = 10;
 
 /** Appends a number in its shortest exact form, and a separator. */
 template <typename Number> void append_number(std::string &text, Number value, char separator)
@@ -34,11 +34,11 @@ template <typename Number> void append_number(std::string &text, Number value, c
 }
 
 /** One frame of an item as text. */
-std::string csv_lines(const recorded_item &item, std::uint64_t number, const std::vector<sample> &samples)
+std::string csv_lines(const recorded_item &item, uint64_t number, const std::vector<sample> &samples)
 {
     std::string text;
     const auto length = item.layout.sweep_length;
-    for (std::size_t i = 0; i < samples.size(); ++i)
+    for (size_t i = 0; i < samples.size(); ++i)
     {
         const double distance = item.distances[i % length];
         append_number(text, number, ',');
@@ -102,13 +102,13 @@ std::vector<std::filesystem::path> write_items(session_reader &recording,
     }
     std::vector<std::filesystem::path> written;
     std::vector<sample> samples;
-    for (std::size_t i = 0; i < recording.items().size(); ++i)
+    for (size_t i = 0; i < recording.items().size(); ++i)
     {
         const auto &item = recording.items()[i];
         const auto path = directory / (item.name + extension);
         output_file file(path);
         file.append(head(item));
-        for (std::uint64_t number = 0; number < recording.frames(); ++number)
+        for (uint64_t number = 0; number < recording.frames(); ++number)
         {
             recording.read_frame(i, number, samples);
             body(file, item, number, samples);
@@ -126,7 +126,7 @@ std::vector<std::filesystem::path> export_csv(session_reader &recording,
     return write_items(
         recording, directory, ".csv",
         [](const recorded_item &) { return std::string("frame,sweep,point,distance_m,real,imag\n"); },
-        [](output_file &file, const recorded_item &item, std::uint64_t number,
+        [](output_file &file, const recorded_item &item, uint64_t number,
            const std::vector<sample> &samples) { file.append(csv_lines(item, number, samples)); });
 }
 
@@ -135,7 +135,7 @@ std::vector<std::filesystem::path> export_npy(session_reader &recording,
 {
     return write_items(
         recording, directory, ".npy", [&](const recorded_item &item) { return npy_head(recording, item); },
-        [](output_file &file, const recorded_item &, std::uint64_t, const std::vector<sample> &samples) {
+        [](output_file &file, const recorded_item &, uint64_t, const std::vector<sample> &samples) {
             const auto wide = widen(samples);
             file.append(std::as_bytes(std::span(wide)));
         });

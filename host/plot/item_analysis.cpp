@@ -18,27 +18,27 @@ namespace
 {
 
 /** Most strips of a map and most phases, so that pictures of long recordings stay small. */
-constexpr std::uint64_t most_strips = 400;
-constexpr std::uint64_t most_phases = 4000;
+constexpr uint64_t most_strips = 400;
+constexpr uint64_t most_phases = 4000;
 
 /** Fewest sweeps in a frame that make a useful spectrum. */
-constexpr std::size_t fewest_sweeps = 16;
+constexpr size_t fewest_sweeps = 16;
 
 /** Fewest frames that make a useful spectrum, and the longest stretch of either that is transformed. */
-constexpr std::uint64_t fewest_frames = 16;
-constexpr std::size_t longest_stretch = 512;
+constexpr uint64_t fewest_frames = 16;
+constexpr size_t longest_stretch = 512;
 
 /** The point at which an item is looked at. */
-std::size_t choose_point(const recorded_item &item, const item_statistics &statistics,
-                         std::optional<double> distance)
+size_t choose_point(const recorded_item &item, const item_statistics &statistics,
+                    std::optional<double> distance)
 {
     if (!distance)
     {
         return statistics.strongest_point().value_or(0);
     }
-    std::size_t best = 0;
+    size_t best = 0;
     double away = INFINITY;
-    for (std::size_t i = 0; i < item.distances.size(); ++i)
+    for (size_t i = 0; i < item.distances.size(); ++i)
     {
         if (const double difference = std::fabs(item.distances[i] - *distance); difference < away)
         {
@@ -87,12 +87,12 @@ private:
 };
 
 /** The most valid frames that follow one another. */
-std::uint64_t longest_run(const session_reader &recording, const recorded_item &item)
+uint64_t longest_run(const session_reader &recording, const recorded_item &item)
 {
     frame_rows rows(recording, item);
-    std::uint64_t longest = 0;
-    std::uint64_t run = 0;
-    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    uint64_t longest = 0;
+    uint64_t run = 0;
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         rows.advance();
         run = rows.valid() ? run + 1 : 0;
@@ -133,7 +133,7 @@ private:
 class map_builder
 {
 public:
-    map_builder(std::uint64_t frames, std::size_t sweep_length)
+    map_builder(uint64_t frames, size_t sweep_length)
         : frames_per_strip_((frames + most_strips - 1) / most_strips), level_(sweep_length),
           sweep_length_(sweep_length)
     {
@@ -156,18 +156,18 @@ public:
     }
 
 private:
-    std::uint64_t frames_per_strip_;
-    std::uint64_t frames_ = 0; // in the strip that is being built
+    uint64_t frames_per_strip_;
+    uint64_t frames_ = 0; // in the strip that is being built
     double seconds_ = 0.0;
     item_statistics level_;
-    std::size_t sweep_length_;
+    size_t sweep_length_;
 };
 
 /** Cuts a row of samples into stretches for a spectrum. */
 class spectrum_feeder
 {
 public:
-    explicit spectrum_feeder(std::size_t length) : result_(std::max<std::size_t>(length, 1)), length_(length)
+    explicit spectrum_feeder(size_t length) : result_(std::max<size_t>(length, 1)), length_(length)
     {
     }
 
@@ -197,8 +197,8 @@ public:
         }
         const auto powers = result_.powers();
         const double highest = std::max(*std::max_element(powers.begin(), powers.end()), 1e-30);
-        const std::size_t centre = length_ / 2;
-        for (std::size_t k = 0; k < length_; ++k)
+        const size_t centre = length_ / 2;
+        for (size_t k = 0; k < length_; ++k)
         {
             const auto offset = static_cast<double>(k) - static_cast<double>(centre);
             analysis.frequencies.push_back(offset / static_cast<double>(length_) * rate);
@@ -208,7 +208,7 @@ public:
 
 private:
     spectrum result_;
-    std::size_t length_;
+    size_t length_;
     std::vector<std::complex<double>> stretch_;
 };
 
@@ -226,8 +226,8 @@ std::complex<double> widen(sample value)
 }
 
 /** The sum of a frame's sweeps at a point; the sweeps go into a spectrum one by one if there is one. */
-std::complex<double> sum_sweeps(const std::vector<sample> &samples, std::size_t point,
-                                std::size_t sweep_length, spectrum_feeder *spectrum)
+std::complex<double> sum_sweeps(const std::vector<sample> &samples, size_t point, size_t sweep_length,
+                                spectrum_feeder *spectrum)
 {
     std::complex<double> sum;
     for (auto place = point; place < samples.size(); place += sweep_length)
@@ -242,8 +242,7 @@ std::complex<double> sum_sweeps(const std::vector<sample> &samples, std::size_t 
 }
 
 /** Goes through the frames a second time, now that the point is known. */
-void follow_point(session_reader &recording, std::size_t index, std::uint64_t valid_run,
-                  item_analysis &analysis)
+void follow_point(session_reader &recording, size_t index, uint64_t valid_run, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
     const auto &layout = item.layout;
@@ -251,13 +250,13 @@ void follow_point(session_reader &recording, std::size_t index, std::uint64_t va
     analysis.between_frames = layout.sweeps() < fewest_sweeps;
     const auto usable = valid_run < fewest_frames ? 0 : valid_run;
     spectrum_feeder spectrum(
-        std::min<std::size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_stretch));
+        std::min<size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_stretch));
     map_builder map(frames, layout.sweep_length);
     phase_follower follower;
     frame_rows rows(recording, item);
     const auto phase_step = (frames + most_phases - 1) / most_phases;
     std::vector<sample> samples;
-    for (std::uint64_t number = 0; number < frames; ++number)
+    for (uint64_t number = 0; number < frames; ++number)
     {
         recording.read_frame(index, number, samples);
         rows.advance();
@@ -283,14 +282,14 @@ void follow_point(session_reader &recording, std::size_t index, std::uint64_t va
 
 } // namespace
 
-item_analysis analyse_item(session_reader &recording, std::size_t index, std::optional<double> distance)
+item_analysis analyse_item(session_reader &recording, size_t index, std::optional<double> distance)
 {
     const auto &item = recording.items()[index];
     const auto valid_run = longest_run(recording, item);
     frame_rows rows(recording, item);
     item_statistics statistics(item.layout.sweep_length);
     std::vector<sample> samples;
-    for (std::uint64_t number = 0; number < recording.frames(); ++number)
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         recording.read_frame(index, number, samples);
         rows.advance();

@@ -25,7 +25,7 @@ struct map_strip
 struct item_analysis
 {
     std::vector<double> profile; /**< mean magnitude of each point */
-    std::size_t point = 0;       /**< the point that phase and Doppler look at */
+    size_t point = 0;            /**< the point that phase and Doppler look at */
     std::vector<map_strip> map;
     std::vector<double> seconds;     /**< of each phase */
     std::vector<double> phase;       /**< at the point, in radians, without jumps */
@@ -46,7 +46,7 @@ struct item_analysis
  * @param distance   where phase and Doppler look, in metres; the strongest echo when not given
  * @throws bad_recording when a file cannot be read
  */
-item_analysis analyse_item(session_reader &recording, std::size_t index, std::optional<double> distance);
+item_analysis analyse_item(session_reader &recording, size_t index, std::optional<double> distance);
 
 } // namespace vantor
 

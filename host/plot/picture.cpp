@@ -62,7 +62,7 @@ private:
 };
 
 /** The distance from one point of a sub-sweep to the next, in metres. */
-double step_length(const recorded_item &item, std::size_t subsweep)
+double step_length(const recorded_item &item, size_t subsweep)
 {
     const auto &ranges = item.configuration.subsweeps;
     return subsweep < ranges.size() ? ranges[subsweep].step_length * item.layout.base_step_length_m : 0.0;
@@ -70,7 +70,7 @@ double step_length(const recorded_item &item, std::size_t subsweep)
 
 /** Writes the profile and the map of one sub-sweep, which has distances of its own. */
 void write_subsweep(const std::filesystem::path &base, const recorded_item &item,
-                    const item_analysis &analysis, std::size_t subsweep)
+                    const item_analysis &analysis, size_t subsweep)
 {
     const auto &place = item.layout.subsweeps[subsweep];
     if (place.length == 0)
@@ -79,13 +79,13 @@ void write_subsweep(const std::filesystem::path &base, const recorded_item &item
     }
     std::ofstream profile(base.string() + ".profile");
     std::ofstream map(base.string() + ".map");
-    for (std::size_t i = place.offset; i < place.offset + place.length; ++i)
+    for (size_t i = place.offset; i < place.offset + place.length; ++i)
     {
         profile << item.distances[i] << " " << analysis.profile[i] << "\n";
     }
     for (const auto &strip : analysis.map)
     {
-        for (std::size_t i = place.offset; i < place.offset + place.length; ++i)
+        for (size_t i = place.offset; i < place.offset + place.length; ++i)
         {
             map << strip.seconds << " " << item.distances[i] << " " << strip.levels[i] << "\n";
         }
@@ -100,7 +100,7 @@ void write_columns(const std::filesystem::path &path, const std::vector<double> 
                    const std::vector<double> &second)
 {
     std::ofstream file(path);
-    for (std::size_t i = 0; i < first.size(); ++i)
+    for (size_t i = 0; i < first.size(); ++i)
     {
         file << first[i] << " " << second[i] << "\n";
     }
@@ -112,7 +112,7 @@ std::string plot_subsweeps(const std::string &command, const std::string &base, 
                            const std::string &extension, const char *look, const char *look_of_point)
 {
     std::string text;
-    for (std::size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
         if (const auto length = item.layout.subsweeps[i].length; length > 0)
         {
@@ -234,12 +234,12 @@ std::string draw_item(const recorded_item &item, const item_analysis &analysis, 
 }
 
 /** Writes an item's figures to files and returns the commands that draw them. */
-std::string prepare_item(session_reader &recording, std::size_t index, std::optional<double> distance,
+std::string prepare_item(session_reader &recording, size_t index, std::optional<double> distance,
                          const std::filesystem::path &base)
 {
     const auto &item = recording.items()[index];
     const auto analysis = analyse_item(recording, index, distance);
-    for (std::size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
         write_subsweep(base.string() + "-" + std::to_string(i), item, analysis, i);
     }
@@ -250,7 +250,7 @@ std::string prepare_item(session_reader &recording, std::size_t index, std::opti
 
 } // namespace
 
-int sheet_height(const sheet_format &format, std::size_t items)
+int sheet_height(const sheet_format &format, size_t items)
 {
     const int count = static_cast<int>(items);
     return count * std::min(format.row_height, format.highest / count);
@@ -271,7 +271,7 @@ void draw_recording(session_reader &recording, const std::filesystem::path &outp
                            " font 'Sans,10' background rgb 'white'\nset output " +
                            gnuplot_quote(picture.string()) + "\n" + style + "set multiplot layout " +
                            std::to_string(count) + ",4\n";
-    for (std::size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i)
     {
         commands += prepare_item(recording, i, distance, scratch / item_name(recording.items()[i].layout));
     }

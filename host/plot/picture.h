@@ -22,7 +22,7 @@ struct sheet_format
 };
 
 /** The height of a sheet with a row for each of at least one item. */
-int sheet_height(const sheet_format &format, std::size_t items);
+int sheet_height(const sheet_format &format, size_t items);
 
 /**
  * Draws a recording.

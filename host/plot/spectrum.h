@@ -20,13 +20,13 @@ class spectrum
 {
 public:
     /** @param length  samples of a stretch, at least 1 */
-    explicit spectrum(std::size_t length);
+    explicit spectrum(size_t length);
 
     /** Adds a stretch of just that length. */
     void add(const std::vector<std::complex<double>> &stretch);
 
     /** Number of stretches added. */
-    [[nodiscard]] std::size_t count() const noexcept
+    [[nodiscard]] size_t count() const noexcept
     {
         return count_;
     }
@@ -42,7 +42,7 @@ private:
     std::vector<double> window_;
     std::vector<std::complex<double>> turns_; // exp(-2 pi i k / length)
     std::vector<double> sums_;
-    std::size_t count_ = 0;
+    size_t count_ = 0;
 };
 
 } // namespace vantor

@@ -17,12 +17,12 @@ namespace vantor
 namespace
 {
 
-constexpr std::size_t column_count = 11;
+constexpr size_t column_count = 11;
 
 /** Cuts a line into cells; false when it has another number of them. */
 bool split(std::string_view line, std::array<std::string_view, column_count> &cells)
 {
-    std::size_t count = 0;
+    size_t count = 0;
     while (count < cells.size())
     {
         const auto comma = line.find(',');

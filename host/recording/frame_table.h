@@ -17,7 +17,7 @@ namespace vantor
 struct frame_row
 {
     double seconds = 0.0; /**< since the item's first frame */
-    std::uint32_t tick = 0;
+    uint32_t tick = 0;
     int temperature = 0;
     bool data_saturated = false;
     bool frame_delayed = false;
@@ -50,7 +50,7 @@ public:
 private:
     std::filesystem::path path_;
     std::ifstream file_;
-    std::uint64_t rows_ = 0;
+    uint64_t rows_ = 0;
 };
 
 } // namespace vantor

@@ -10,7 +10,7 @@
 namespace vantor
 {
 
-item_statistics::item_statistics(std::size_t sweep_length) : sums_(sweep_length)
+item_statistics::item_statistics(size_t sweep_length) : sums_(sweep_length)
 {
 }
 
@@ -18,7 +18,7 @@ void item_statistics::add(std::span<const sample> samples)
 {
     while (!sums_.empty() && samples.size() >= sums_.size())
     {
-        for (std::size_t point = 0; point < sums_.size(); ++point)
+        for (size_t point = 0; point < sums_.size(); ++point)
         {
             const double i = samples[point].real();
             const double q = samples[point].imag();
@@ -44,18 +44,18 @@ std::vector<double> item_statistics::profile() const
     std::vector<double> means(sums_);
     for (auto &mean : means)
     {
-        mean /= static_cast<double>(std::max<std::uint64_t>(sweeps_, 1));
+        mean /= static_cast<double>(std::max<uint64_t>(sweeps_, 1));
     }
     return means;
 }
 
-std::optional<std::size_t> item_statistics::strongest_point() const
+std::optional<size_t> item_statistics::strongest_point() const
 {
     if (sweeps_ == 0)
     {
         return std::nullopt;
     }
-    return static_cast<std::size_t>(std::max_element(sums_.begin(), sums_.end()) - sums_.begin());
+    return static_cast<size_t>(std::max_element(sums_.begin(), sums_.end()) - sums_.begin());
 }
 
 } // namespace vantor

@@ -20,7 +20,7 @@ class item_statistics
 {
 public:
     /** @param sweep_length  samples of a sweep */
-    explicit item_statistics(std::size_t sweep_length);
+    explicit item_statistics(size_t sweep_length);
 
     /** Adds the samples of a frame, sweep after sweep. */
     void add(std::span<const sample> samples);
@@ -32,11 +32,11 @@ public:
     [[nodiscard]] std::vector<double> profile() const;
 
     /** The point with the largest mean magnitude; nothing without samples. */
-    [[nodiscard]] std::optional<std::size_t> strongest_point() const;
+    [[nodiscard]] std::optional<size_t> strongest_point() const;
 
 private:
     std::vector<double> sums_; // of the magnitudes, for each point
-    std::uint64_t sweeps_ = 0;
+    uint64_t sweeps_ = 0;
 };
 
 } // namespace vantor

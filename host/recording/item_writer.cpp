@@ -39,7 +39,7 @@ template <typename Value> void append_cell(std::string &row, const std::optional
 }
 
 /** A frame's row of the table. */
-std::string table_row(std::uint64_t number, double seconds, const frame_item &item)
+std::string table_row(uint64_t number, double seconds, const frame_item &item)
 {
     std::string row;
     append_cell(row, number);

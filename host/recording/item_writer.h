@@ -53,13 +53,13 @@ public:
     void rollback() noexcept;
 
     /** Frames committed. */
-    [[nodiscard]] std::uint64_t frames() const noexcept
+    [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
 
     /** Bytes of samples committed. */
-    [[nodiscard]] std::uint64_t data_length() const noexcept
+    [[nodiscard]] uint64_t data_length() const noexcept
     {
         return data_length_;
     }
@@ -81,10 +81,10 @@ private:
     output_file table_;
     sha512 digest_;
     tick_clock clock_;
-    std::uint64_t frames_ = 0;
-    std::uint64_t data_length_ = 0;
-    std::uint64_t table_length_ = 0;
-    std::size_t row_length_ = 0; // of the row appended last
+    uint64_t frames_ = 0;
+    uint64_t data_length_ = 0;
+    uint64_t table_length_ = 0;
+    size_t row_length_ = 0; // of the row appended last
 };
 
 } // namespace vantor

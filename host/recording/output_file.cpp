@@ -67,7 +67,7 @@ void output_file::append(std::span<const std::byte> bytes)
         {
             fail("write to", path_);
         }
-        bytes = bytes.subspan(count > 0 ? static_cast<std::size_t>(count) : 0);
+        bytes = bytes.subspan(count > 0 ? static_cast<size_t>(count) : 0);
     }
 }
 
@@ -76,7 +76,7 @@ void output_file::append(std::string_view text)
     append(std::as_bytes(std::span(text)));
 }
 
-void output_file::truncate(std::uint64_t length) noexcept
+void output_file::truncate(uint64_t length) noexcept
 {
     // Shrinking needs no space; should it fail, readers still ignore what follows the last whole frame.
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));

@@ -49,7 +49,7 @@ public:
      *
      * @param length  the new length in bytes, at most the present one
      */
-    void truncate(std::uint64_t length) noexcept;
+    void truncate(uint64_t length) noexcept;
 
 private:
     std::filesystem::path path_;

@@ -13,11 +13,11 @@ std::vector<double> point_distances(const item_layout &layout, const item_config
 {
     std::vector<double> distances(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
     const auto count = std::min(layout.subsweeps.size(), item.subsweeps.size());
-    for (std::size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i)
     {
         const auto &place = layout.subsweeps[i];
         const auto &range = item.subsweeps[i];
-        for (std::size_t point = 0; point < place.length; ++point)
+        for (size_t point = 0; point < place.length; ++point)
         {
             const double steps = range.start_point + static_cast<double>(point) * range.step_length;
             distances[place.offset + point] = steps * layout.base_step_length_m;

@@ -99,7 +99,7 @@ void session_reader::open_items()
     {
         throw bad_recording("The recording's configuration has another number of items than its metadata.");
     }
-    for (std::size_t i = 0; i < configurations.size(); ++i)
+    for (size_t i = 0; i < configurations.size(); ++i)
     {
         const auto &layout = session_.metadata.items[i];
         auto document = read_document(directory_ / (item_name(layout) + ".sigmf-meta"));
@@ -113,9 +113,9 @@ void session_reader::open_items()
 }
 
 /** Counts the frames that are whole in every item. */
-std::uint64_t session_reader::count_frames() const
+uint64_t session_reader::count_frames() const
 {
-    std::uint64_t least = items_.empty() ? 0 : std::numeric_limits<std::uint64_t>::max();
+    uint64_t least = items_.empty() ? 0 : std::numeric_limits<uint64_t>::max();
     for (const auto &item : items_)
     {
         std::error_code failure;
@@ -125,12 +125,12 @@ std::uint64_t session_reader::count_frames() const
             throw bad_recording("The samples of " + item.name + " are missing: " + failure.message() + ".");
         }
         const auto frame_size = item.layout.frame_length * sizeof(sample);
-        least = std::min<std::uint64_t>(least, frame_size == 0 ? 0 : size / frame_size);
+        least = std::min<uint64_t>(least, frame_size == 0 ? 0 : size / frame_size);
     }
     return least;
 }
 
-void session_reader::read_frame(std::size_t item, std::uint64_t number, std::vector<sample> &samples)
+void session_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)
 {
     const auto length = items_.at(item).layout.frame_length;
     samples.resize(length);

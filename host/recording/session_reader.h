@@ -56,7 +56,7 @@ public:
     }
 
     /** Frames that are whole in every item. */
-    [[nodiscard]] std::uint64_t frames() const noexcept
+    [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
@@ -68,7 +68,7 @@ public:
     }
 
     /** Sets what is called after each read_frame() with the number of them so far, to show progress. */
-    void on_read(std::function<void(std::uint64_t)> handler)
+    void on_read(std::function<void(uint64_t)> handler)
     {
         on_read_ = std::move(handler);
     }
@@ -81,19 +81,19 @@ public:
      * @param samples  receives them
      * @throws bad_recording when the file cannot be read
      */
-    void read_frame(std::size_t item, std::uint64_t number, std::vector<sample> &samples);
+    void read_frame(size_t item, uint64_t number, std::vector<sample> &samples);
 
 private:
     void open_items();
-    [[nodiscard]] std::uint64_t count_frames() const;
+    [[nodiscard]] uint64_t count_frames() const;
 
     std::filesystem::path directory_;
     session_description session_;
     std::vector<recorded_item> items_;
     std::vector<std::ifstream> data_;
-    std::uint64_t frames_ = 0;
-    std::uint64_t reads_ = 0;
-    std::function<void(std::uint64_t)> on_read_;
+    uint64_t frames_ = 0;
+    uint64_t reads_ = 0;
+    std::function<void(uint64_t)> on_read_;
 };
 
 } // namespace vantor

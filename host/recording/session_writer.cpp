@@ -75,7 +75,7 @@ void session_writer::add(const frame &received)
 {
     try
     {
-        for (std::size_t i = 0; i < items_.size(); ++i)
+        for (size_t i = 0; i < items_.size(); ++i)
         {
             items_[i].append(received.items()[i]);
         }
@@ -88,7 +88,7 @@ void session_writer::add(const frame &received)
         }
         throw;
     }
-    for (std::size_t i = 0; i < items_.size(); ++i)
+    for (size_t i = 0; i < items_.size(); ++i)
     {
         items_[i].commit(received.items()[i]);
     }
@@ -99,7 +99,7 @@ void session_writer::add(const frame &received)
     ++frames_;
 }
 
-void session_writer::add_loss(std::uint64_t frames)
+void session_writer::add_loss(uint64_t frames)
 {
     frames_lost_ += frames;
     if (captures_.back().first_frame == frames_)
@@ -114,9 +114,9 @@ void session_writer::finish()
     write_documents(true);
 }
 
-std::uint64_t session_writer::data_length() const noexcept
+uint64_t session_writer::data_length() const noexcept
 {
-    std::uint64_t length = 0;
+    uint64_t length = 0;
     for (const auto &item : items_)
     {
         length += item.data_length();
@@ -129,7 +129,7 @@ void session_writer::write_documents(bool finished)
 {
     std::vector<stream> streams;
     std::vector<file_text> documents;
-    for (std::size_t i = 0; i < items_.size(); ++i)
+    for (size_t i = 0; i < items_.size(); ++i)
     {
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),

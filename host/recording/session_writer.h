@@ -46,7 +46,7 @@ public:
      *
      * @param frames  how many, at least 1
      */
-    void add_loss(std::uint64_t frames);
+    void add_loss(uint64_t frames);
 
     /**
      * Writes the final documents, with rates and digests.
@@ -56,13 +56,13 @@ public:
     void finish();
 
     /** Frames written. */
-    [[nodiscard]] std::uint64_t frames() const noexcept
+    [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
 
     /** Bytes of samples written, of all items. */
-    [[nodiscard]] std::uint64_t data_length() const noexcept;
+    [[nodiscard]] uint64_t data_length() const noexcept;
 
     /** Where the recording is. */
     [[nodiscard]] const std::filesystem::path &directory() const noexcept
@@ -77,8 +77,8 @@ private:
     session_description session_;
     std::vector<item_writer> items_;
     std::vector<capture> captures_;
-    std::uint64_t frames_ = 0;
-    std::uint64_t frames_lost_ = 0;
+    uint64_t frames_ = 0;
+    uint64_t frames_lost_ = 0;
 };
 
 } // namespace vantor

@@ -13,7 +13,7 @@ namespace
 {
 
 /** The first 64 bits of the fractional parts of the cube roots of the first 80 primes. */
-constexpr std::array<std::uint64_t, 80> round_constants{
+constexpr std::array<uint64_t, 80> round_constants{
     0x428a2f98d728ae22, 0x7137449123ef65cd, 0xb5c0fbcfec4d3b2f, 0xe9b5dba58189dbbc, 0x3956c25bf348b538,
     0x59f111f1b605d019, 0x923f82a4af194f9b, 0xab1c5ed5da6d8118, 0xd807aa98a3030242, 0x12835b0145706fbe,
     0x243185be4ee4b28c, 0x550c7dc3d5ffb4e2, 0x72be5d74f27b896f, 0x80deb1fe3b1696b1, 0x9bdc06a725c71235,
@@ -33,25 +33,25 @@ constexpr std::array<std::uint64_t, 80> round_constants{
 };
 
 /** Reads a 64-bit number, most significant byte first. */
-std::uint64_t load(const std::byte *bytes)
+uint64_t load(const std::byte *bytes)
 {
-    std::uint64_t value = 0;
+    uint64_t value = 0;
     for (int i = 0; i < 8; ++i)
     {
-        value = value << 8U | std::to_integer<std::uint64_t>(bytes[i]);
+        value = value << 8U | std::to_integer<uint64_t>(bytes[i]);
     }
     return value;
 }
 
 /** Expands a block into the message schedule of the 80 rounds. */
-std::array<std::uint64_t, 80> schedule(const std::byte *block)
+std::array<uint64_t, 80> schedule(const std::byte *block)
 {
-    std::array<std::uint64_t, 80> w{};
-    for (std::size_t t = 0; t < 16; ++t)
+    std::array<uint64_t, 80> w{};
+    for (size_t t = 0; t < 16; ++t)
     {
         w[t] = load(block + 8 * t);
     }
-    for (std::size_t t = 16; t < w.size(); ++t)
+    for (size_t t = 16; t < w.size(); ++t)
     {
         const auto a = w[t - 15];
         const auto b = w[t - 2];
@@ -91,9 +91,9 @@ std::string sha512::digest() const
 {
     // The padding: a single 1 bit, zeros, and the length in bits as a 128-bit number at the end of a block.
     std::array<std::byte, 2 * block_size> padding{std::byte{0x80}};
-    const std::size_t rest = filled_ < block_size - 16 ? block_size - filled_ : 2 * block_size - filled_;
+    const size_t rest = filled_ < block_size - 16 ? block_size - filled_ : 2 * block_size - filled_;
     const auto bits = length_ * 8;
-    for (std::size_t i = 0; i < 8; ++i)
+    for (size_t i = 0; i < 8; ++i)
     {
         padding[rest - 1 - i] = static_cast<std::byte>(bits >> (8 * i));
     }
@@ -118,7 +118,7 @@ void sha512::process(const std::byte *block)
 {
     const auto w = schedule(block);
     auto [a, b, c, d, e, f, g, h] = state_;
-    for (std::size_t t = 0; t < w.size(); ++t)
+    for (size_t t = 0; t < w.size(); ++t)
     {
         const auto sum1 = std::rotr(e, 14) ^ std::rotr(e, 18) ^ std::rotr(e, 41);
         const auto choice = (e & f) ^ (~e & g);
@@ -134,8 +134,8 @@ void sha512::process(const std::byte *block)
         b = a;
         a = t1 + sum0 + majority;
     }
-    const std::array<std::uint64_t, 8> result{a, b, c, d, e, f, g, h};
-    for (std::size_t i = 0; i < state_.size(); ++i)
+    const std::array<uint64_t, 8> result{a, b, c, d, e, f, g, h};
+    for (size_t i = 0; i < state_.size(); ++i)
     {
         state_[i] += result[i];
     }

@@ -25,16 +25,16 @@ public:
     [[nodiscard]] std::string digest() const;
 
 private:
-    static constexpr std::size_t block_size = 128;
+    static constexpr size_t block_size = 128;
 
     void process(const std::byte *block);
 
-    std::array<std::uint64_t, 8> state_{0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b,
-                                        0xa54ff53a5f1d36f1, 0x510e527fade682d1, 0x9b05688c2b3e6c1f,
-                                        0x1f83d9abfb41bd6b, 0x5be0cd19137e2179};
+    std::array<uint64_t, 8> state_{0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b,
+                                   0xa54ff53a5f1d36f1, 0x510e527fade682d1, 0x9b05688c2b3e6c1f,
+                                   0x1f83d9abfb41bd6b, 0x5be0cd19137e2179};
     std::array<std::byte, block_size> block_{}; // begun, not yet processed
-    std::size_t filled_ = 0;                    // bytes in block_
-    std::uint64_t length_ = 0;                  // bytes in all
+    size_t filled_ = 0;                         // bytes in block_
+    uint64_t length_ = 0;                       // bytes in all
 };
 
 /** The digest of a text, as 128 hexadecimal digits. */

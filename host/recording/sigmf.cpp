@@ -30,7 +30,7 @@ ordered_json extensions()
 ordered_json describe_subsweeps(const item_layout &layout, const item_configuration &item)
 {
     auto list = ordered_json::array();
-    for (std::size_t i = 0; i < layout.subsweeps.size(); ++i)
+    for (size_t i = 0; i < layout.subsweeps.size(); ++i)
     {
         const auto &place = layout.subsweeps[i];
         ordered_json entry = {{"offset", place.offset}, {"length", place.length}};
@@ -99,7 +99,7 @@ double frame_rate(const item_state &state)
                                                     : static_cast<double>(state.frames - 1) / state.seconds;
 }
 
-ordered_json item_document(const session_description &session, std::size_t index, const item_state &state,
+ordered_json item_document(const session_description &session, size_t index, const item_state &state,
                            const std::vector<capture> &captures)
 {
     const auto &layout = session.metadata.items.at(index);

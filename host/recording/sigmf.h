@@ -28,15 +28,15 @@ inline constexpr const char *extension_version = "0.1.0";
 /** A stretch of frames without loss. */
 struct capture
 {
-    std::uint64_t first_frame = 0; /**< its place in the recording */
-    std::uint64_t frames_lost = 0; /**< before it, since the start of the recording */
-    std::string datetime;          /**< when its first frame arrived, as RFC 3339 in UTC */
+    uint64_t first_frame = 0; /**< its place in the recording */
+    uint64_t frames_lost = 0; /**< before it, since the start of the recording */
+    std::string datetime;     /**< when its first frame arrived, as RFC 3339 in UTC */
 };
 
 /** What is known of an item's recording at some moment. */
 struct item_state
 {
-    std::uint64_t frames = 0;
+    uint64_t frames = 0;
     double seconds = 0.0; /**< from the first to the last frame */
     std::string digest;   /**< of the samples; empty while recording goes on */
 };
@@ -63,7 +63,7 @@ double frame_rate(const item_state &state);
  * @param state     how far the recording is
  * @param captures  the stretches without loss, the first starting at frame 0
  */
-nlohmann::ordered_json item_document(const session_description &session, std::size_t index,
+nlohmann::ordered_json item_document(const session_description &session, size_t index,
                                      const item_state &state, const std::vector<capture> &captures);
 
 /** An item's entry in the collection. */

@@ -19,7 +19,7 @@ public:
     }
 
     /** The time of the next tick, in seconds since the first one. */
-    double advance(std::uint32_t tick)
+    double advance(uint32_t tick)
     {
         if (started_)
         {
@@ -38,8 +38,8 @@ public:
 
 private:
     double ticks_per_second_;
-    std::uint64_t elapsed_ = 0;
-    std::uint32_t last_ = 0;
+    uint64_t elapsed_ = 0;
+    uint32_t last_ = 0;
     bool started_ = false;
 };
 

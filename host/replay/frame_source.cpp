@@ -15,7 +15,7 @@ namespace
 using nlohmann::ordered_json;
 
 /** What the header of a frame says of an item. */
-ordered_json describe(const frame_row &row, std::uint32_t more_ticks)
+ordered_json describe(const frame_row &row, uint32_t more_ticks)
 {
     ordered_json item = {{"tick", row.tick + more_ticks},
                          {"data_saturated", row.data_saturated},
@@ -73,7 +73,7 @@ void frame_source::begin_lap()
     const double stretch = last_seconds_ > 0.0 ? last_seconds_ * (steps + 1.0) / steps : 1.0;
     const double ticks = stretch * recording_.session().server.ticks_per_second;
     lap_seconds_ += stretch;
-    lap_ticks_ += static_cast<std::uint32_t>(std::llround(ticks));
+    lap_ticks_ += static_cast<uint32_t>(std::llround(ticks));
     open_tables();
 }
 
@@ -86,7 +86,7 @@ replayed_frame frame_source::next()
     auto groups = ordered_json::array();
     std::string payload;
     std::vector<sample> samples;
-    for (std::size_t i = 0; i < recording_.items().size(); ++i)
+    for (size_t i = 0; i < recording_.items().size(); ++i)
     {
         const auto &item = recording_.items()[i];
         const auto row = tables_[i].next();

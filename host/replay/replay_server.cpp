@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds command_patience{100};
 constexpr std::chrono::milliseconds write_timeout{60000};
 
 /** Longest command line. */
-constexpr std::size_t longest_line = 1 << 20;
+constexpr size_t longest_line = 1 << 20;
 
 } // namespace
 
@@ -78,7 +78,7 @@ void replay_server::receive()
                           : command_patience;
     std::array<std::byte, 4096> bytes{};
     const auto count = host_.read_some(bytes, wait);
-    for (std::size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i)
     {
         const char c = static_cast<char>(bytes[i]);
         if (c != '\n')

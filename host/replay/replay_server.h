@@ -43,7 +43,7 @@ public:
     void run(const std::function<bool()> &stop);
 
     /** Frames sent so far. */
-    [[nodiscard]] std::uint64_t frames_sent() const noexcept
+    [[nodiscard]] uint64_t frames_sent() const noexcept
     {
         return frames_sent_;
     }
@@ -79,7 +79,7 @@ private:
     std::optional<replayed_frame> next_;
     double first_seconds_ = 0.0;                    // of the first frame of the stream
     std::chrono::steady_clock::time_point started_; // when the stream began
-    std::uint64_t frames_sent_ = 0;
+    uint64_t frames_sent_ = 0;
 };
 
 } // namespace vantor

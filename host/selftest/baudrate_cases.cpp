@@ -16,19 +16,19 @@ constexpr const char *look_at_baudrate =
     "adapter follows the baud rate";
 
 /** The rate of a link that has none of its own, such as one to an emulated board. */
-constexpr std::uint32_t usual_baudrate = 115200;
+constexpr uint32_t usual_baudrate = 115200;
 
 /** Longer than a server waits for the ping at a new baud rate. */
 constexpr std::chrono::milliseconds trial{3000};
 
 /** The command that changes the baud rate. */
-nlohmann::json baudrate_command(std::uint64_t baudrate)
+nlohmann::json baudrate_command(uint64_t baudrate)
 {
     return {{"command", "baudrate"}, {"baudrate", baudrate}};
 }
 
 /** Sets the host's end of the link; returns the rate before, nothing when the link cannot be set to it. */
-std::optional<std::uint32_t> set_line(bench &on, std::uint32_t baudrate)
+std::optional<uint32_t> set_line(bench &on, uint32_t baudrate)
 {
     try
     {
@@ -43,12 +43,12 @@ std::optional<std::uint32_t> set_line(bench &on, std::uint32_t baudrate)
 /** A change of the baud rate that both ends can make. */
 struct rate_change
 {
-    std::uint32_t before;
-    std::uint32_t after;
+    uint32_t before;
+    uint32_t after;
 };
 
 /** Whether the server takes a baud rate; the rate is on trial then. */
-bool server_takes(bench &on, std::uint32_t baudrate)
+bool server_takes(bench &on, uint32_t baudrate)
 {
     on.send(baudrate_command(baudrate).dump() + "\n");
     const std::string awaited = "the answer \"ok\" to \"baudrate\", or the error \"bad_argument\"";
@@ -59,7 +59,7 @@ bool server_takes(bench &on, std::uint32_t baudrate)
 }
 
 /** Whether the host's end of the link can be set to a baud rate; gives the rate that it has. */
-bool line_takes(bench &on, std::uint32_t baudrate, std::uint32_t &present)
+bool line_takes(bench &on, uint32_t baudrate, uint32_t &present)
 {
     if (!on.traits().serial)
     {
@@ -78,7 +78,7 @@ bool line_takes(bench &on, std::uint32_t baudrate, std::uint32_t &present)
 /** Has the server begin a change to a baud rate; the host's end stays as it is. */
 rate_change begin_change(bench &on)
 {
-    constexpr std::array<std::uint32_t, 8> rates{57600, 230400, 38400, 460800, 921600, 19200, 9600, 115200};
+    constexpr std::array<uint32_t, 8> rates{57600, 230400, 38400, 460800, 921600, 19200, 9600, 115200};
     if (on.server().max_baudrate == 0)
     {
         throw case_skipped("the baud rate of this link is fixed");
@@ -129,7 +129,7 @@ void refused_rate(bench &on)
     }
     else
     {
-        on.refuse(baudrate_command(std::uint64_t{highest} + 1).dump() + "\n", "bad_argument");
+        on.refuse(baudrate_command(uint64_t{highest} + 1).dump() + "\n", "bad_argument");
         on.refuse(baudrate_command(0).dump() + "\n", "bad_argument");
     }
     on.ping();

@@ -14,7 +14,7 @@ namespace
 {
 
 /** Longest text of a message in a line of the report. */
-constexpr std::size_t longest_description = 200;
+constexpr size_t longest_description = 200;
 
 /** That a server sent nothing, as text. */
 std::string silence(std::chrono::milliseconds timeout)
@@ -222,7 +222,7 @@ void bench::ping()
     execute({{"command", "ping"}});
 }
 
-std::chrono::milliseconds bench::time_to_receive(std::size_t size)
+std::chrono::milliseconds bench::time_to_receive(size_t size)
 {
     auto least = std::chrono::milliseconds::max();
     for (int i = 0; i < 3; ++i)
@@ -284,14 +284,14 @@ void bench::check_ticks(const frame &received)
     {
         return;
     }
-    std::vector<std::uint32_t> ticks;
+    std::vector<uint32_t> ticks;
     for (const auto &item : received.items())
     {
         ticks.push_back(item.tick);
     }
-    for (std::size_t i = 0; i < ticks_.size(); ++i)
+    for (size_t i = 0; i < ticks_.size(); ++i)
     {
-        const std::uint32_t step = ticks[i] - ticks_[i]; // right where the tick starts again at 0
+        const uint32_t step = ticks[i] - ticks_[i]; // right where the tick starts again at 0
         check(step <= INT32_MAX, "a tick that does not go back",
               std::to_string(ticks[i]) + " after " + std::to_string(ticks_[i]));
     }

@@ -149,7 +149,7 @@ public:
     void send(std::string_view bytes);
 
     /** Bytes sent since the bench exists. */
-    [[nodiscard]] std::uint64_t bytes_sent() const noexcept
+    [[nodiscard]] uint64_t bytes_sent() const noexcept
     {
         return bytes_sent_;
     }
@@ -183,7 +183,7 @@ public:
 
     /** Measures how long a number of bytes is on its way, by answers to long and short commands: the least of
      * three. */
-    std::chrono::milliseconds time_to_receive(std::size_t size);
+    std::chrono::milliseconds time_to_receive(size_t size);
 
     /** Sets up a session; its configuration must be accepted. */
     const session_metadata &configure(const nlohmann::json &configuration);
@@ -232,9 +232,9 @@ private:
     std::optional<client> host_;
     std::optional<server_info> server_;
     link *line_ = nullptr; // owned by host_
-    std::uint64_t bytes_sent_ = 0;
+    uint64_t bytes_sent_ = 0;
     std::shared_ptr<const session_metadata> metadata_;
-    std::vector<std::uint32_t> ticks_; // of the items of the last frame
+    std::vector<uint32_t> ticks_; // of the items of the last frame
     std::vector<log_line> log_;
     std::optional<clock_reading> first_reading_;
     std::optional<clock_reading> last_reading_; // nothing when the last statistics had none

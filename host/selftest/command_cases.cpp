@@ -25,7 +25,7 @@ std::string quoted(const char *name)
 }
 
 /** Checks that a member is a whole number within bounds. */
-void check_number(const json &object, const char *name, std::int64_t least, std::int64_t most)
+void check_number(const json &object, const char *name, int64_t least, int64_t most)
 {
     const auto found = object.find(name);
     const bool whole = found != object.end() && found->is_number_integer();
@@ -43,12 +43,12 @@ void check_text(const json &object, const char *name)
 }
 
 /** Largest number of a 32-bit counter. */
-constexpr std::int64_t largest = std::numeric_limits<std::uint32_t>::max();
+constexpr int64_t largest = std::numeric_limits<uint32_t>::max();
 
 /** Checks which sensors a server says are connected. */
 void check_sensors(const json &identity)
 {
-    check_number(identity, "sensor_count", 1, std::numeric_limits<std::uint16_t>::max());
+    check_number(identity, "sensor_count", 1, std::numeric_limits<uint16_t>::max());
     const auto &connected = array_member(identity, "connected_sensors");
     const std::string expected = "\"connected_sensors\": rising numbers of sensors, at least one";
     check(!connected.empty(), expected, describe(connected));
@@ -67,8 +67,7 @@ void check_memory(const json &memory)
     check_number(memory, "size", 1, largest);
     check_number(memory, "peak", 0, memory["size"]);
     check_number(memory, "live", 0, memory["peak"]);
-    check_number(memory, "largest_free", 0,
-                 memory["size"].get<std::int64_t>() - memory["live"].get<std::int64_t>());
+    check_number(memory, "largest_free", 0, memory["size"].get<int64_t>() - memory["live"].get<int64_t>());
     check_number(memory, "failures", 0, largest);
 }
 
@@ -162,7 +161,7 @@ void frames_on_demand(bench &on)
 /** The calibration that a session reports spares the next session the calibration. */
 void calibrations(bench &on)
 {
-    constexpr std::size_t digits = 480;
+    constexpr size_t digits = 480;
     const auto first = on.configure(small_session(on)).document.value("calibration_info", json());
     const auto sensor = on.sensors().front();
     check(first.is_array() && first.size() == 1 && first[0].value("sensor_id", json()) == sensor &&
@@ -188,10 +187,10 @@ void statistics(bench &on)
     on.measure();
     on.execute({{"command", "end"}});
     const auto last = on.statistics();
-    const auto check_growth = [&](const char *name, std::uint64_t expected) {
-        check_number(first.header, name, 0, std::numeric_limits<std::int64_t>::max());
-        check_number(last.header, name, 0, std::numeric_limits<std::int64_t>::max());
-        const auto growth = last.header[name].get<std::uint64_t>() - first.header[name].get<std::uint64_t>();
+    const auto check_growth = [&](const char *name, uint64_t expected) {
+        check_number(first.header, name, 0, std::numeric_limits<int64_t>::max());
+        check_number(last.header, name, 0, std::numeric_limits<int64_t>::max());
+        const auto growth = last.header[name].get<uint64_t>() - first.header[name].get<uint64_t>();
         check(growth == expected, quoted(name) + " grows by " + std::to_string(expected),
               "it grows by " + std::to_string(growth));
     };
@@ -200,7 +199,7 @@ void statistics(bench &on)
     check_growth("frames", 1);
     check_growth("frames_left_out", 0);
     const auto errors = [](const message &statistics) {
-        return statistics.header.value("/errors/unknown_command"_json_pointer, std::uint64_t{0});
+        return statistics.header.value("/errors/unknown_command"_json_pointer, uint64_t{0});
     };
     check(errors(last) == errors(first) + 1, "\"errors\" counts the error \"unknown_command\"",
           describe(last.header));

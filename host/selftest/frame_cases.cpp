@@ -15,14 +15,14 @@ namespace
 using nlohmann::json;
 
 /** Most groups in a session. */
-constexpr std::size_t most_groups = 10;
+constexpr size_t most_groups = 10;
 
 /** Checks some frames of a session. */
 void check_frames(bench &on, const json &groups)
 {
     constexpr int count = 5;
     const auto &metadata = on.configure({{"groups", groups}});
-    std::size_t items = 0;
+    size_t items = 0;
     for (const auto &group : groups)
     {
         items += group.size();
@@ -78,7 +78,7 @@ class paced_stream
 {
 public:
     /** Measures a frame on demand; then receives frames of the stream, with the statistics after each. */
-    paced_stream(bench &on, std::size_t count) : on_(on)
+    paced_stream(bench &on, size_t count) : on_(on)
     {
         last_tick_ = on.measure().items()[0].tick;
         const auto before = on.statistics().header;
@@ -87,7 +87,7 @@ public:
         left_out_[0] = 0;
         on.execute({{"command", "start"}});
         await_statistics();
-        for (std::size_t answers = 0; answers < count;)
+        for (size_t answers = 0; answers < count;)
         {
             answers += take_message(count) ? 1U : 0U;
         }
@@ -99,13 +99,13 @@ public:
      * grid of the period: not before it was due, and before the next frame that the server says it sent was
      * due.
      */
-    void check_places(std::int64_t period) const
+    void check_places(int64_t period) const
     {
-        std::int64_t earliest_start = 0;
-        std::int64_t latest_start = INT64_MAX;
-        for (std::size_t k = 0; k < ticks_.size(); ++k)
+        int64_t earliest_start = 0;
+        int64_t latest_start = INT64_MAX;
+        for (size_t k = 0; k < ticks_.size(); ++k)
         {
-            const auto place = static_cast<std::int64_t>(k);
+            const auto place = static_cast<int64_t>(k);
             latest_start = std::min(latest_start, ticks_[k] - (place + fewest_left_out(k)) * period);
             earliest_start =
                 std::max(earliest_start, ticks_[k] - (place + 1 + most_left_out(k + 1)) * period);
@@ -119,7 +119,7 @@ public:
 
 private:
     /** Takes a frame or statistics; true for statistics. */
-    bool take_message(std::size_t count)
+    bool take_message(size_t count)
     {
         const auto received = on_.receive(on_.time_until(deadline_));
         check(received.has_value(), "a frame", "nothing");
@@ -132,8 +132,8 @@ private:
         const auto &header = received->header;
         check(header.value("command", json()) == "stats", "a frame or the answer to \"stats\"",
               describe(header));
-        left_out_[header.at("frames").get<std::uint64_t>() - frames_before_] =
-            header.at("frames_left_out").get<std::int64_t>() - left_out_before_;
+        left_out_[header.at("frames").get<uint64_t>() - frames_before_] =
+            header.at("frames_left_out").get<int64_t>() - left_out_before_;
         await_statistics();
         return true;
     }
@@ -145,7 +145,7 @@ private:
     }
 
     /** Keeps the tick of a frame and asks for the statistics. */
-    void take_frame(const frame &received, std::size_t count)
+    void take_frame(const frame &received, size_t count)
     {
         if (ticks_.size() == count)
         {
@@ -154,19 +154,19 @@ private:
         const auto tick = received.items()[0].tick;
         check(tick != last_tick_, "a tick of its own for each frame", std::to_string(tick) + " twice");
         // Of 32 bits, that start again at 0.
-        ticks_.push_back((ticks_.empty() ? 0 : ticks_.back()) + std::uint32_t{tick - last_tick_});
+        ticks_.push_back((ticks_.empty() ? 0 : ticks_.back()) + uint32_t{tick - last_tick_});
         last_tick_ = tick;
         on_.send("{\"command\":\"stats\"}\n");
     }
 
     /** The least that may have been left out after this many frames. */
-    [[nodiscard]] std::int64_t fewest_left_out(std::size_t sent) const
+    [[nodiscard]] int64_t fewest_left_out(size_t sent) const
     {
         return std::prev(left_out_.upper_bound(sent))->second;
     }
 
     /** The most that may have been left out after this many frames. */
-    [[nodiscard]] std::int64_t most_left_out(std::size_t sent) const
+    [[nodiscard]] int64_t most_left_out(size_t sent) const
     {
         const auto found = left_out_.lower_bound(sent);
         return found == left_out_.end() ? left_out_.rbegin()->second : found->second;
@@ -174,17 +174,17 @@ private:
 
     bench &on_;
     bench::time_point deadline_; // of the next statistics
-    std::uint64_t frames_before_ = 0;
-    std::int64_t left_out_before_ = 0;
-    std::uint32_t last_tick_ = 0;                    // at first that of a frame on demand
-    std::vector<std::int64_t> ticks_;                // since that frame
-    std::map<std::uint64_t, std::int64_t> left_out_; // by the number of frames sent
+    uint64_t frames_before_ = 0;
+    int64_t left_out_before_ = 0;
+    uint32_t last_tick_ = 0;               // at first that of a frame on demand
+    std::vector<int64_t> ticks_;           // since that frame
+    std::map<uint64_t, int64_t> left_out_; // by the number of frames sent
 };
 
 void pace(bench &on)
 {
     constexpr int rate = 10;
-    constexpr std::size_t count = 20;
+    constexpr size_t count = 20;
     const auto ticks_per_second = on.require_ticks();
     auto configuration = small_session(on);
     configuration["update_rate"] = rate;
@@ -198,14 +198,14 @@ void many_frames(bench &on)
 {
     constexpr unsigned count = 1000;
     on.configure(small_session(on));
-    const std::uint64_t before = on.statistics().header.at("frames");
+    const uint64_t before = on.statistics().header.at("frames");
     on.execute({{"command", "start"}});
     for (unsigned i = 0; i < count; ++i)
     {
         on.next_frame();
     }
     const auto received = count + on.end_stream("stop");
-    const auto sent = on.statistics().header.at("frames").get<std::uint64_t>() - before;
+    const auto sent = on.statistics().header.at("frames").get<uint64_t>() - before;
     check(received == sent, std::to_string(sent) + " frames, as \"stats\" counts them",
           std::to_string(received) + " frames");
 }

@@ -28,15 +28,15 @@ selftest_case wrong_input(const std::string &name, const std::string &input, con
 /** Arrays in one another, too many of them. */
 std::string deep_nesting()
 {
-    constexpr std::size_t depth = 16; // of the arrays; the command is one level more
+    constexpr size_t depth = 16; // of the arrays; the command is one level more
     return "{\"command\":" + std::string(depth, '[') + std::string(depth, ']') + "}\n";
 }
 
 /** Longest line that is tried: no board has that much memory for one. */
-constexpr std::size_t longest_line = std::size_t{1} << 18U;
+constexpr size_t longest_line = size_t{1} << 18U;
 
 /** How much of it is sent at once. */
-constexpr std::size_t piece_size = 1024;
+constexpr size_t piece_size = 1024;
 
 /** How long the server has for what is still on its way when it has refused the line. */
 constexpr milliseconds pause_after_line{300};
@@ -45,7 +45,7 @@ constexpr milliseconds pause_after_line{300};
 std::optional<message> send_until_refused(bench &on)
 {
     const auto pause_between_pieces = std::max(on.time_to_receive(piece_size), milliseconds(1));
-    for (std::size_t sent = 0; sent < longest_line; sent += piece_size)
+    for (size_t sent = 0; sent < longest_line; sent += piece_size)
     {
         on.send(std::string(piece_size, 'x'));
         if (auto received = on.receive(pause_between_pieces))

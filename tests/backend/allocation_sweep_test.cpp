@@ -82,7 +82,7 @@ protected:
     }
 
     /** Number of documents that the failed allocation leaves loose by design. */
-    static std::size_t loose_documents(const step_t &step)
+    static size_t loose_documents(const step_t &step)
     {
         const std::string &call = memory().failed_call();
         return was_attaching(call) || (step.name == "metadata" && was_filling_a_calibration_entry(call)) ? 1
@@ -95,7 +95,7 @@ protected:
 TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leaves_nothing_behind)
 {
     std::map<std::string, int> failures;
-    for (std::size_t allocation = 1;; ++allocation)
+    for (size_t allocation = 1;; ++allocation)
     {
         SetUp();
         memory().fail_allocation(allocation);
@@ -119,7 +119,7 @@ TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leave
             expect_following_session_to_work(false);
             continue;
         }
-        const std::size_t expected_loose = loose_documents(*failed);
+        const size_t expected_loose = loose_documents(*failed);
         EXPECT_EQ(end_session(), expected_loose);
         expect_following_session_to_work(allocation % 2 == 0);
     }
@@ -131,8 +131,8 @@ TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leave
 
 TEST_F(allocation_sweep, exhausted_memory_from_any_point_on_leaves_nothing_behind)
 {
-    std::size_t runs = 0;
-    for (std::size_t allocation = 1;; ++allocation)
+    size_t runs = 0;
+    for (size_t allocation = 1;; ++allocation)
     {
         SetUp();
         memory().fail_allocation(allocation, true);

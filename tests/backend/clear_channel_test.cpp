@@ -43,7 +43,7 @@ protected:
         neighbours().cca_values = {cca_value};
         EXPECT_TRUE(read_frame());
         const std::string &document = sent_document();
-        const std::size_t begin = document.find(R"("data_valid")");
+        const size_t begin = document.find(R"("data_valid")");
         return document.substr(begin, document.find('}') - begin);
     }
 

@@ -336,11 +336,11 @@ TEST_F(frame_cycle, allocates_nothing_but_the_json_of_the_header)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}, "cca_enable": true, "cca_debug": true}],
             [{"sensor_id": 1, "config": {}, "cpd_overrides": {"tx_duration": 3}}]]})"));
-    const std::size_t live = memory().live_blocks();
-    const std::size_t before = memory().json_allocations();
+    const size_t live = memory().live_blocks();
+    const size_t before = memory().json_allocations();
     ASSERT_TRUE(read_frame());
     EXPECT_EQ(calls(call_kind::memory), "") << "the backend itself neither allocates nor frees";
-    const std::size_t of_one_frame = memory().json_allocations() - before;
+    const size_t of_one_frame = memory().json_allocations() - before;
     EXPECT_GT(of_one_frame, 0U);
     EXPECT_EQ(memory().live_blocks(), live) << "the header is released";
     ASSERT_TRUE(read_frame());

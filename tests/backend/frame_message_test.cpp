@@ -48,7 +48,7 @@ protected:
     static std::string json_from(const std::string &beginning)
     {
         const std::string json = calls(call_kind::json);
-        const std::size_t position = json.find(beginning);
+        const size_t position = json.find(beginning);
         return position == std::string::npos ? "no call " + beginning + " in\n" + json
                                              : json.substr(position);
     }

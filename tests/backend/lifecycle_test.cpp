@@ -18,7 +18,7 @@ using session_end = ready_backend_test;
 using release = backend_test;
 
 /** The calls of init on a board with two sensors, up to and including the allocations. */
-constexpr std::size_t arrays_of_init = 13;
+constexpr size_t arrays_of_init = 13;
 
 } // namespace
 
@@ -100,7 +100,7 @@ TEST_F(initialisation, fails_when_the_sensor_library_refuses_the_board_record)
 
 TEST_F(initialisation, fails_at_once_when_an_allocation_fails_and_deinit_releases_the_rest)
 {
-    for (std::size_t failing = 1; failing <= arrays_of_init; ++failing)
+    for (size_t failing = 1; failing <= arrays_of_init; ++failing)
     {
         memory().fail_allocation(failing);
         EXPECT_FALSE(init());

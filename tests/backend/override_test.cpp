@@ -20,7 +20,7 @@ std::string changed_words(const parameters_t &parameters)
     std::array<uint16_t, sizeof(parameters_t) / sizeof(uint16_t)> words{};
     std::memcpy(words.data(), &parameters, sizeof(parameters));
     std::string text;
-    for (std::size_t index = 0; index < words.size(); ++index)
+    for (size_t index = 0; index < words.size(); ++index)
     {
         if (words.at(index) != index)
         {
@@ -100,12 +100,12 @@ TEST_F(overrides, mapping_table_is_visible_and_each_row_writes_its_own_field)
         {"integration_repeats", "byte 110: 4660\n"}, {"integrator_ctrl", "byte 112: 4660\n"},
         {"rx_duration", "byte 80: 4660\n"},          {"tx_duration", "byte 78: 4660\n"}};
     static_assert(std::size(cpd_override_mappings) == 6);
-    for (std::size_t row = 0; row < rows.size(); ++row)
+    for (size_t row = 0; row < rows.size(); ++row)
     {
         const cpd_override_mapping_t &mapping = cpd_override_mappings[row];
         EXPECT_EQ(mapping.name, rows[row].first);
         std::array<uint16_t, sizeof(parameters_t) / sizeof(uint16_t)> words{};
-        for (std::size_t index = 0; index < words.size(); ++index)
+        for (size_t index = 0; index < words.size(); ++index)
         {
             words.at(index) = static_cast<uint16_t>(index);
         }

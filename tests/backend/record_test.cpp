@@ -75,7 +75,7 @@ using record_of_a_new_life = backend_test;
 class record_of_a_session : public ready_backend_test
 {
 protected:
-    static item_t &item(std::size_t group, std::size_t slot)
+    static item_t &item(size_t group, size_t slot)
     {
         return vantor_server_system.sensor_control.groups[group].group_items[slot];
     }
@@ -118,7 +118,7 @@ TEST_F(record_of_a_new_life, arrays_have_the_size_of_their_elements)
     std::string expected = "zet_integration_mem_alloc(" + std::to_string(3 * sizeof(sensor_info_t)) +
                            ")\nzet_integration_mem_alloc(" + std::to_string(3 * sizeof(zet_config_t *)) +
                            ")\nzet_integration_mem_alloc(" + std::to_string(3 * sizeof(bool)) + ")\n";
-    for (std::size_t group = 0; group < MAX_GROUP_COUNT; ++group)
+    for (size_t group = 0; group < MAX_GROUP_COUNT; ++group)
     {
         expected += "zet_integration_mem_alloc(" + std::to_string(3 * sizeof(item_t)) + ")\n";
     }
@@ -128,7 +128,7 @@ TEST_F(record_of_a_new_life, arrays_have_the_size_of_their_elements)
 TEST_F(record_of_a_new_life, arrays_are_filled_with_zeros)
 {
     ASSERT_TRUE(init());
-    for (std::size_t index = 0; index < 3; ++index)
+    for (size_t index = 0; index < 3; ++index)
     {
         EXPECT_TRUE(all_zero(vantor_server_system.sensor_control.sensor_info[index]));
         EXPECT_EQ(vantor_server_system.sensor_control.last_config[index], nullptr);
@@ -286,7 +286,7 @@ TEST_F(record_of_a_session, eleven_groups_leave_ten_set_up)
         groups += ", " + group;
     }
     EXPECT_FALSE(parse(R"({"groups": [)" + groups + "]}"));
-    for (std::size_t index = 0; index < MAX_GROUP_COUNT; ++index)
+    for (size_t index = 0; index < MAX_GROUP_COUNT; ++index)
     {
         EXPECT_NE(item(index, 0).processing, nullptr);
     }

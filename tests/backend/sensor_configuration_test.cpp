@@ -18,7 +18,7 @@ protected:
     {
         const std::string all = calls(call_kind::sensor_library);
         const std::string create = "zet_config_create()\n";
-        const std::size_t begin = all.find(create) + create.size();
+        const size_t begin = all.find(create) + create.size();
         return all.substr(begin, all.find("zet_nox_get_buffer_size") - begin);
     }
 

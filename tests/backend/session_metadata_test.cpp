@@ -135,7 +135,7 @@ TEST_F(session_metadata, calibration_entry_is_taken_back_by_the_next_configurati
     ASSERT_TRUE(parse_config("{}"));
     ASSERT_TRUE(send_metadata());
     const std::string document = sent_document();
-    const std::size_t begin = document.find(R"("calibration_info")");
+    const size_t begin = document.find(R"("calibration_info")");
     const std::string list = document.substr(begin, document.find(']') + 1 - begin);
     destroy_session();
     ASSERT_TRUE(parse("{" + list + R"(, "groups": [[{"sensor_id": 1, "config": {}}]]})"));
@@ -273,7 +273,7 @@ TEST_F(session_metadata, buffer_that_cannot_be_allocated_fails)
 {
     // The document takes one allocation, the two numbers two each, the text three, the array two.
     ASSERT_TRUE(parse_config("{}"));
-    for (std::size_t allocation = 1;; ++allocation)
+    for (size_t allocation = 1;; ++allocation)
     {
         memory().fail_allocation(allocation);
         EXPECT_FALSE(send_metadata());

@@ -21,7 +21,7 @@ void take(ring_t &ring, std::string_view bytes)
     }
 }
 
-std::string read(ring_t &ring, std::size_t size = 100)
+std::string read(ring_t &ring, size_t size = 100)
 {
     std::string bytes(size, '#');
     bytes.resize(ring.read(bytes.data(), size));

@@ -34,10 +34,10 @@ struct board_t
     std::vector<zet_sensor_id_t> raised;
     std::vector<std::string> errors; ///< lines of level ERROR
     std::vector<std::string> lines;  ///< all others
-    std::size_t live = 0;            ///< allocations that were not freed
-    std::size_t transfers = 0;
-    std::size_t word_transfers = 0;
-    std::size_t longest = 0; ///< in bytes
+    size_t live = 0;                 ///< allocations that were not freed
+    size_t transfers = 0;
+    size_t word_transfers = 0;
+    size_t longest = 0; ///< in bytes
     std::vector<uint8_t> sent;
     void *spare = nullptr; ///< freed memory that the next allocation gives out again
     bool is_keeping_spare = false;
@@ -51,7 +51,7 @@ struct board_t
 
 board_t board;
 
-void *allocate(std::size_t size)
+void *allocate(size_t size)
 {
     if (board.is_memory_exhausted)
     {
@@ -77,7 +77,7 @@ void release(void *memory)
     std::free(board.is_memory_misaligned ? static_cast<char *>(memory) - 4 : memory);
 }
 
-void exchange(uint8_t *buffer, std::size_t size)
+void exchange(uint8_t *buffer, size_t size)
 {
     board.longest = std::max(board.longest, size);
     board.sent.insert(board.sent.end(), buffer, buffer + size);
@@ -88,13 +88,13 @@ void exchange(uint8_t *buffer, std::size_t size)
     }
 }
 
-void transfer(zet_sensor_id_t /*sensor_id*/, uint8_t *buffer, std::size_t size)
+void transfer(zet_sensor_id_t /*sensor_id*/, uint8_t *buffer, size_t size)
 {
     ++board.transfers;
     exchange(buffer, size);
 }
 
-void transfer16(zet_sensor_id_t /*sensor_id*/, uint16_t *buffer, std::size_t size)
+void transfer16(zet_sensor_id_t /*sensor_id*/, uint16_t *buffer, size_t size)
 {
     ++board.word_transfers;
     exchange(reinterpret_cast<uint8_t *>(buffer), size * 2);
@@ -598,7 +598,7 @@ TEST_F(stand_in, uses_no_sensor_that_is_not_enabled)
     begin();
     ASSERT_TRUE(prepare());
     stand_in_note_enable(1, false);
-    const std::size_t before = board.transfers;
+    const size_t before = board.transfers;
     bool complete = false;
     EXPECT_REFUSED(EXPECT_FALSE(step(&complete)), "sensor 1 is not supplied and enabled");
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 is not supplied and enabled");
@@ -615,7 +615,7 @@ TEST_F(stand_in, fails_without_a_violation_when_a_sensor_was_switched_off)
     begin();
     ASSERT_TRUE(prepare());
     switch_off(1);
-    const std::size_t before = board.transfers;
+    const size_t before = board.transfers;
     bool complete = true;
     EXPECT_FALSE(step(&complete));
     EXPECT_FALSE(complete);
@@ -952,7 +952,7 @@ TEST_F(stand_in, transfers_words_where_the_board_offers_it)
 TEST_F(stand_in, exchanges_bytes_in_every_operation_of_a_sensor)
 {
     begin();
-    std::size_t before = 0;
+    size_t before = 0;
     const auto exchanged = [&] { return board.transfers > std::exchange(before, board.transfers); };
     EXPECT_TRUE(exchanged());
     EXPECT_TRUE(zet_sensor_connected(1));

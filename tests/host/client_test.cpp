@@ -109,7 +109,7 @@ TEST(client, runs_a_session)
     const auto metadata = host.configure(configuration);
     EXPECT_EQ(metadata->items.size(), 3U);
     host.start();
-    for (std::uint32_t number = 0; number < 3; ++number)
+    for (uint32_t number = 0; number < 3; ++number)
     {
         const auto received = host.receive_frame(60s);
         ASSERT_TRUE(received);
@@ -135,7 +135,7 @@ TEST(client, hands_over_frames_that_come_before_the_answer_to_stop)
     auto host = connect(server);
     host.configure(example_session().configuration);
     host.start();
-    std::vector<std::uint32_t> ticks;
+    std::vector<uint32_t> ticks;
     host.stop([&](frame &&received) { ticks.push_back(received.items()[0].tick); });
     EXPECT_THAT(ticks, ElementsAre(0, 20000, 40000, 60000, 80000));
     host.ping();
@@ -285,7 +285,7 @@ TEST(client, notices_that_the_server_goes_and_reconnects)
 
 TEST(client, loses_nothing_when_it_reads_slowly)
 {
-    std::atomic<std::uint32_t> sent = 0;
+    std::atomic<uint32_t> sent = 0;
     fake_server server;
     server.on("start", [&](host_connection &host, const json &command) {
         test::stream_frames(0)(host, command);
@@ -301,7 +301,7 @@ TEST(client, loses_nothing_when_it_reads_slowly)
     host.configure(example_session().configuration);
     host.start();
     server.wait_until_full();
-    std::uint32_t number = 0;
+    uint32_t number = 0;
     for (; number < 50; ++number)
     {
         const auto received = host.receive_frame(60s);
@@ -503,7 +503,7 @@ TEST_F(client_time, finds_a_server_that_is_still_starting)
         });
         auto host = connect({.answer = 11s});
         EXPECT_EQ(clock.now() - beginning, found);
-        EXPECT_EQ(server.lines().size() - lines, static_cast<std::size_t>(found / 1s) + 2);
+        EXPECT_EQ(server.lines().size() - lines, static_cast<size_t>(found / 1s) + 2);
         host.ping();
         host.configure(example_session().configuration);
         clock.advance(1h);
@@ -746,7 +746,7 @@ TEST_F(client_time, gives_up_on_a_line_of_nonsense_when_it_ends_a_session)
 TEST_F(client_time, gives_up_on_a_server_that_sends_messages_for_ever)
 {
     const auto send_frames = [this](host_connection &host, const json &) {
-        for (std::uint32_t i = 0; i < 120; ++i)
+        for (uint32_t i = 0; i < 120; ++i)
         {
             server.pause(50ms);
             host.send(example_session().frame_header(i), example_session().frame_payload(i));
@@ -767,7 +767,7 @@ TEST_F(client_time, gives_up_on_a_server_that_sends_messages_faster_than_it_read
         return clock.source()();
     });
     const auto send_frames = [](host_connection &connection, const json &) {
-        for (std::uint32_t i = 0; i < 400; ++i)
+        for (uint32_t i = 0; i < 400; ++i)
         {
             connection.send(example_session().frame_header(i), example_session().frame_payload(i));
         }
@@ -783,7 +783,7 @@ TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
     server.on("end", [this](host_connection &host, const json &command) {
         const auto payload = example_session().frame_payload(1);
         host.send(example_session().frame_header(1).dump() + "\n" + payload.substr(0, 50));
-        for (std::size_t place = 50; place < payload.size(); place += 50)
+        for (size_t place = 50; place < payload.size(); place += 50)
         {
             server.pause(4900ms);
             host.send(payload.substr(place, 50));

@@ -9,7 +9,7 @@
 namespace vantor::test
 {
 
-frame example_frame(std::uint32_t number)
+frame example_frame(uint32_t number)
 {
     message received;
     received.header = example_session().frame_header(number);
@@ -30,10 +30,10 @@ session_description example_description()
     return {example_session().configuration, decode_metadata(example_session().metadata), server};
 }
 
-void write_example_recording(const std::filesystem::path &directory, std::uint32_t frames)
+void write_example_recording(const std::filesystem::path &directory, uint32_t frames)
 {
     session_writer writer(directory, example_description());
-    for (std::uint32_t number = 0; number < frames; ++number)
+    for (uint32_t number = 0; number < frames; ++number)
     {
         writer.add(example_frame(number));
     }

@@ -14,13 +14,13 @@ namespace vantor::test
 {
 
 /** A frame of the example session. */
-frame example_frame(std::uint32_t number);
+frame example_frame(uint32_t number);
 
 /** The example session, described. */
 session_description example_description();
 
 /** Records so many frames of the example session. */
-void write_example_recording(const std::filesystem::path &directory, std::uint32_t frames);
+void write_example_recording(const std::filesystem::path &directory, uint32_t frames);
 
 } // namespace vantor::test
 

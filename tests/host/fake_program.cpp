@@ -26,7 +26,7 @@ void carry_input(tcp::socket &server)
     ssize_t count = 0;
     while ((count = read(STDIN_FILENO, piece.data(), piece.size())) > 0)
     {
-        asio::write(server, asio::buffer(piece.data(), static_cast<std::size_t>(count)));
+        asio::write(server, asio::buffer(piece.data(), static_cast<size_t>(count)));
     }
     std::_Exit(0);
 }
@@ -83,7 +83,7 @@ int main(int argc, char **argv)
     const auto port = server.address().substr(server.address().rfind(':') + 1);
     asio::io_context io;
     tcp::socket connection(io);
-    connection.connect({asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(std::stoi(port))});
+    connection.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(std::stoi(port))});
     std::thread(carry_input, std::ref(connection)).detach();
     carry_output(connection);
     return 0;

@@ -85,7 +85,7 @@ TEST(message_parser, takes_several_messages_from_one_piece)
 TEST(message_parser, does_not_care_where_the_stream_is_cut)
 {
     const std::string stream = wire("first\n") + wire("") + wire("third");
-    for (std::size_t cut = 0; cut <= stream.size(); ++cut)
+    for (size_t cut = 0; cut <= stream.size(); ++cut)
     {
         message_parser parser;
         std::vector<std::string> payloads;
@@ -226,7 +226,7 @@ TEST(message_parser, reports_one_fault_and_finds_the_next_message)
 TEST(message_parser, finds_the_next_message_wherever_the_stream_was_joined)
 {
     const std::string stream = wire("one\n{[") + wire("two");
-    for (std::size_t lost = 0; lost <= stream.size(); ++lost)
+    for (size_t lost = 0; lost <= stream.size(); ++lost)
     {
         message_parser parser;
         parser.feed(bytes(stream.substr(lost) + "\n" + wire("three") + wire("four")));
@@ -283,7 +283,7 @@ std::pair<std::vector<std::string>, int> read_all(const std::string &stream)
 TEST(message_parser, finds_the_next_frame_of_a_stream_whose_payloads_end_without_line_feed)
 {
     const std::string stream = frame("one {\"[") + frame("two\n\\\"}") + frame("three") + frame("four");
-    for (std::size_t lost = 0; lost < frame("one {\"[").size() + frame("two\n\\\"}").size(); ++lost)
+    for (size_t lost = 0; lost < frame("one {\"[").size() + frame("two\n\\\"}").size(); ++lost)
     {
         auto damaged = stream;
         damaged.erase(lost, 1);

@@ -28,12 +28,12 @@ using test::read_file;
 
 TEST(spectrum, has_its_peak_at_the_frequency_of_a_tone)
 {
-    constexpr std::size_t length = 64;
+    constexpr size_t length = 64;
     for (const int bin : {-32, -7, 5, 31})
     {
         spectrum result(length);
         std::vector<std::complex<double>> tone;
-        for (std::size_t n = 0; n < length; ++n)
+        for (size_t n = 0; n < length; ++n)
         {
             tone.push_back(std::polar(3.0, 2.0 * std::numbers::pi * bin * static_cast<double>(n) / length));
         }
@@ -69,11 +69,11 @@ void write_turning_recording(const std::filesystem::path &directory, int frames,
     for (int number = 0; number < frames; ++number)
     {
         message received;
-        received.header = session.frame_header(static_cast<std::uint32_t>(number));
+        received.header = session.frame_header(static_cast<uint32_t>(number));
         std::vector<sample> samples(95);
         const auto echo = std::polar(10000.0, turn * number);
-        const sample value(static_cast<std::int16_t>(echo.real()), static_cast<std::int16_t>(echo.imag()));
-        for (const std::size_t place : {12U, 32U, 43U, 70U})
+        const sample value(static_cast<int16_t>(echo.real()), static_cast<int16_t>(echo.imag()));
+        for (const size_t place : {12U, 32U, 43U, 70U})
         {
             samples[place] = value;
         }
@@ -105,8 +105,7 @@ TEST(item_analysis, follows_the_strongest_echo)
     EXPECT_TRUE(analysis.between_frames);
     const auto peak =
         std::max_element(analysis.powers.begin(), analysis.powers.end()) - analysis.powers.begin();
-    EXPECT_NEAR(analysis.frequencies[static_cast<std::size_t>(peak)], 50.0 / (2.0 * std::numbers::pi),
-                50.0 / 64);
+    EXPECT_NEAR(analysis.frequencies[static_cast<size_t>(peak)], 50.0 / (2.0 * std::numbers::pi), 50.0 / 64);
 }
 
 TEST(item_analysis, leaves_out_frames_that_are_not_valid)
@@ -160,7 +159,7 @@ TEST(item_analysis, keeps_the_map_small)
 /** Width and height of a PNG picture. */
 std::pair<int, int> size_of(const std::string &bytes)
 {
-    const auto number = [&](std::size_t place) {
+    const auto number = [&](size_t place) {
         return static_cast<unsigned char>(bytes.at(place)) * 256 +
                static_cast<unsigned char>(bytes.at(place + 1));
     };
@@ -190,7 +189,7 @@ TEST(picture, is_drawn_of_a_single_frame)
 }
 
 /** Records frames of so many items of one sub-sweep. */
-void write_items(const std::filesystem::path &directory, std::size_t items, int points, double base_step)
+void write_items(const std::filesystem::path &directory, size_t items, int points, double base_step)
 {
     const nlohmann::json layout = {{"calibration_temperature", 25}, {"frame_data_length", points},
                                    {"sweep_data_length", points},   {"max_sweep_rate", 1000},
@@ -204,7 +203,7 @@ void write_items(const std::filesystem::path &directory, std::size_t items, int 
     description.metadata = decode_metadata(document);
     const auto metadata = std::make_shared<const session_metadata>(description.metadata);
     session_writer writer(directory, description);
-    for (std::uint32_t number = 0; number < 20; ++number)
+    for (uint32_t number = 0; number < 20; ++number)
     {
         message received;
         received.header = test::example_session().frame_header(number);

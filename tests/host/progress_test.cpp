@@ -40,7 +40,7 @@ class progress_line_test : public testing::Test
 {
 protected:
     /** Updates the line at a moment and returns what that writes. */
-    std::string written_at(std::chrono::nanoseconds moment, std::uint64_t frames)
+    std::string written_at(std::chrono::nanoseconds moment, uint64_t frames)
     {
         clock.advance_to(moment);
         out.str("");

@@ -69,7 +69,7 @@ protected:
 };
 
 /** Sends a frame of the example session. */
-void send_frame(host_connection &host, std::uint32_t number)
+void send_frame(host_connection &host, uint32_t number)
 {
     host.send(example_session().frame_header(number), example_session().frame_payload(number));
 }
@@ -152,7 +152,7 @@ TEST_F(record_test, ends_after_some_seconds)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(4)(host, command);
-        for (std::uint32_t number = 4; number < 20; ++number)
+        for (uint32_t number = 4; number < 20; ++number)
         {
             server.pause(75ms);
             send_frame(host, number);
@@ -225,7 +225,7 @@ TEST_F(record_test, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
         host.send(wrong, session.frame_payload(2));
         host.send(session.frame_header(3), session.frame_payload(3));
         host.send(session.frame_header(4), session.frame_payload(4).substr(10));
-        for (std::uint32_t number = 5; number < 9; ++number)
+        for (uint32_t number = 5; number < 9; ++number)
         {
             host.send(session.frame_header(number), session.frame_payload(number));
         }
@@ -285,7 +285,7 @@ TEST_F(record_test, waits_for_a_frame_that_a_slow_line_takes_long_for)
         test::stream_frames(0)(host, command);
         const auto payload = example_session().frame_payload(0);
         host.send(example_session().frame_header(0).dump() + "\n");
-        for (std::size_t place = 0; place < payload.size(); place += 20)
+        for (size_t place = 0; place < payload.size(); place += 20)
         {
             server.pause(9900ms);
             host.send(payload.substr(place, 20));

@@ -31,7 +31,7 @@ using nlohmann::json;
 class replay_thread
 {
 public:
-    explicit replay_thread(std::uint32_t frames)
+    explicit replay_thread(uint32_t frames)
     {
         test::write_example_recording(directory_ / "out", frames);
         thread_ = std::thread([this] { serve(); });
@@ -88,7 +88,7 @@ TEST(replay, sends_the_recorded_frames)
     client host(server.where());
     host.configure(json::object());
     host.start();
-    for (std::uint32_t number = 0; number < 6; ++number)
+    for (uint32_t number = 0; number < 6; ++number)
     {
         const auto received = host.receive_frame(60s);
         ASSERT_TRUE(received);
@@ -107,7 +107,7 @@ protected:
     using moment = test::scripted_line::moment;
 
     /** Records a frame at each of some ticks, which are microseconds. */
-    void record(const std::vector<std::uint32_t> &ticks)
+    void record(const std::vector<uint32_t> &ticks)
     {
         const auto description = test::example_description();
         session_writer writer(directory / "out", description);
@@ -239,7 +239,7 @@ TEST(replay, starts_over_with_ticks_that_go_on)
     const replay_thread server(3);
     client host(server.where());
     host.configure(json::object());
-    for (std::uint32_t number = 0; number < 10; ++number)
+    for (uint32_t number = 0; number < 10; ++number)
     {
         EXPECT_EQ(host.single_frame().items()[0].tick, number * 20000U);
     }

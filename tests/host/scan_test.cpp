@@ -77,7 +77,7 @@ protected:
     std::ostringstream out;
     std::ostringstream err;
     scan_options options;
-    std::uint32_t speed = 0;
+    uint32_t speed = 0;
 
 private:
     std::map<std::string, test::scripted_server> servers_;

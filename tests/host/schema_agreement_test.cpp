@@ -35,7 +35,7 @@ public:
     {
         json result = json::object();
         auto groups = json::array();
-        for (std::size_t i = 0, count = chance(5) ? 2 : 1; i < count; ++i)
+        for (size_t i = 0, count = chance(5) ? 2 : 1; i < count; ++i)
         {
             groups.push_back(chance(30) ? json::array() : json::array({item()}));
         }
@@ -58,7 +58,7 @@ private:
     {
         if (chance(times))
         {
-            object[name] = values[std::uniform_int_distribution<std::size_t>(0, values.size() - 1)(random_)];
+            object[name] = values[std::uniform_int_distribution<size_t>(0, values.size() - 1)(random_)];
         }
     }
 

@@ -21,7 +21,7 @@ public:
     {
     }
 
-    std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
     {
         auto &clock = line_.clock_;
         const auto deadline = clock.now() + timeout;
@@ -49,14 +49,14 @@ public:
         }
     }
 
-    std::uint32_t set_baudrate(std::uint32_t baudrate) override
+    uint32_t set_baudrate(uint32_t baudrate) override
     {
         return std::exchange(line_.baudrate_, baudrate);
     }
 
 private:
     /** Hands over the earliest arrival, or as much of it as the buffer takes. */
-    std::size_t take(std::span<std::byte> buffer)
+    size_t take(std::span<std::byte> buffer)
     {
         const auto first = line_.arrivals_.begin();
         const auto count = std::min(buffer.size(), first->second.size());

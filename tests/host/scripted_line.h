@@ -65,7 +65,7 @@ public:
     }
 
     /** The speed to which the near end is set. */
-    [[nodiscard]] std::uint32_t baudrate() const noexcept
+    [[nodiscard]] uint32_t baudrate() const noexcept
     {
         return baudrate_;
     }
@@ -78,7 +78,7 @@ private:
     std::optional<moment> end_;
     write_handler on_write_;
     std::vector<writing> written_;
-    std::uint32_t baudrate_ = 9600;
+    uint32_t baudrate_ = 9600;
 };
 
 } // namespace vantor::test

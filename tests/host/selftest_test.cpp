@@ -79,7 +79,7 @@ protected:
     selftest_options options;
 
 private:
-    std::uint32_t number = 0; // of the next frame
+    uint32_t number = 0; // of the next frame
 };
 
 /** More frames than come within any time-out. */

@@ -30,7 +30,7 @@ json item_metadata(int frame_length, const std::vector<int> &subsweeps)
 }
 
 /** An item of a frame. */
-json item_result(std::uint32_t tick)
+json item_result(uint32_t tick)
 {
     return {{"tick", tick},
             {"data_saturated", false},
@@ -66,9 +66,9 @@ json identity()
             {"max_baudrate", 0}};
 }
 
-json fake_session::frame_header(std::uint32_t number) const
+json fake_session::frame_header(uint32_t number) const
 {
-    const std::uint32_t tick = number * 20000U;
+    const uint32_t tick = number * 20000U;
     auto first = item_result(tick);
     first.update({{"data_valid", true}, {"cca_value", 0.75}, {"cca_detected", false}, {"tx_enabled", true}});
     json groups =
@@ -76,7 +76,7 @@ json fake_session::frame_header(std::uint32_t number) const
     return {{"result_info", groups}, {"status", "ok"}, {"payload_size", frame_payload(number).size()}};
 }
 
-std::string fake_session::frame_payload(std::uint32_t number) const
+std::string fake_session::frame_payload(uint32_t number) const
 {
     std::string bytes;
     for (const auto &group : metadata["metadata"])
@@ -88,8 +88,8 @@ std::string fake_session::frame_payload(std::uint32_t number) const
             for (int i = 0; i < frame_length; ++i)
             {
                 const bool strong = i % sweep_length == 7;
-                const auto real = static_cast<std::uint16_t>(strong ? 3000 : 3);
-                const auto imag = static_cast<std::uint16_t>(strong ? 4000 : number % 5);
+                const auto real = static_cast<uint16_t>(strong ? 3000 : 3);
+                const auto imag = static_cast<uint16_t>(strong ? 4000 : number % 5);
                 for (const auto part : {real, imag})
                 {
                     bytes += static_cast<char>(part & 0xFFU);
@@ -141,12 +141,12 @@ json last_command(const std::vector<std::string> &lines, const std::string &name
     return found;
 }
 
-reaction stream_frames(std::uint32_t count, std::uint32_t first)
+reaction stream_frames(uint32_t count, uint32_t first)
 {
     return [=](host_connection &host, const json &command) {
         host.send(plain_answer(command), "");
         const auto session = example_session();
-        for (std::uint32_t number = first; number < first + count; ++number)
+        for (uint32_t number = first; number < first + count; ++number)
         {
             host.send(session.frame_header(number), session.frame_payload(number));
         }

@@ -48,10 +48,10 @@ struct fake_session
     nlohmann::json metadata;
 
     /** Header of a frame; its ticks are @p number × 20000. */
-    [[nodiscard]] nlohmann::json frame_header(std::uint32_t number) const;
+    [[nodiscard]] nlohmann::json frame_header(uint32_t number) const;
 
     /** Samples of a frame: recognisable by its number, strongest at point 7 of every sweep. */
-    [[nodiscard]] std::string frame_payload(std::uint32_t number) const;
+    [[nodiscard]] std::string frame_payload(uint32_t number) const;
 };
 
 /** Two groups: an item of two sweeps with clear-channel assessment and one of two sub-sweeps; and one more.
@@ -65,7 +65,7 @@ nlohmann::json last_command(const std::vector<std::string> &lines, const std::st
 using reaction = std::function<void(host_connection &host, const nlohmann::json &command)>;
 
 /** A reaction to "start": the answer and this many frames of the example session, from a number on. */
-reaction stream_frames(std::uint32_t count, std::uint32_t first = 0);
+reaction stream_frames(uint32_t count, uint32_t first = 0);
 
 /** What each command does. For several threads. */
 class server_script

@@ -168,8 +168,8 @@ TEST(session_reader, tells_how_many_frames_were_read)
     const test::temporary_directory directory;
     test::write_example_recording(directory / "out", 2);
     session_reader recording(directory / "out");
-    std::uint64_t reads = 0;
-    recording.on_read([&](std::uint64_t count) { reads = count; });
+    uint64_t reads = 0;
+    recording.on_read([&](uint64_t count) { reads = count; });
     export_csv(recording, directory / "csv");
     EXPECT_EQ(reads, recording.frames() * recording.items().size());
 }

@@ -23,7 +23,7 @@ using testing::HasSubstr;
 using testing::ThrowsMessage;
 
 /** A frame message of the example session. */
-message frame_message(std::uint32_t number)
+message frame_message(uint32_t number)
 {
     message received;
     received.header = example_session().frame_header(number);

@@ -49,10 +49,10 @@ void expect_valid_sigmf(const json &document)
         EXPECT_GE(global["core:sample_rate"].get<double>(), 1.0);
     }
     ASSERT_TRUE(document["annotations"].is_array());
-    std::int64_t last = -1;
+    int64_t last = -1;
     for (const auto &capture : document["captures"])
     {
-        EXPECT_GT(capture["core:sample_start"].get<std::int64_t>(), last);
+        EXPECT_GT(capture["core:sample_start"].get<int64_t>(), last);
         last = capture["core:sample_start"];
         EXPECT_TRUE(std::regex_match(capture["core:datetime"].get<std::string>(),
                                      std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d+Z)")));
@@ -70,7 +70,7 @@ TEST(session_writer, writes_samples_as_they_came)
     std::string first;
     std::string second;
     std::string third;
-    for (std::uint32_t number = 0; number < 5; ++number)
+    for (uint32_t number = 0; number < 5; ++number)
     {
         writer.add(example_frame(number));
         const auto payload = example_session().frame_payload(number);
@@ -106,7 +106,7 @@ TEST(session_writer, describes_each_item_as_sigmf)
 {
     const test::temporary_directory directory;
     session_writer writer(directory / "out", example_description());
-    for (std::uint32_t number = 0; number < 11; ++number)
+    for (uint32_t number = 0; number < 11; ++number)
     {
         writer.add(example_frame(number));
     }

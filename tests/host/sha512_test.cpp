@@ -28,7 +28,7 @@ TEST(sha512, digests_the_published_examples)
 TEST(sha512, does_not_care_how_the_bytes_are_cut)
 {
     const std::string text(300, 'q');
-    for (std::size_t cut = 0; cut <= text.size(); ++cut)
+    for (size_t cut = 0; cut <= text.size(); ++cut)
     {
         sha512 digest;
         digest.update(std::as_bytes(std::span(text).first(cut)));

@@ -94,9 +94,9 @@ void free_all(const std::vector<void *> &pieces)
     }
 }
 
-std::uintptr_t address(const void *piece)
+uintptr_t address(const void *piece)
 {
-    return reinterpret_cast<std::uintptr_t>(piece);
+    return reinterpret_cast<uintptr_t>(piece);
 }
 
 TEST(memory, fails_before_any_is_lent)
@@ -111,7 +111,7 @@ TEST(memory, fails_before_any_is_lent)
 TEST(memory, pieces_are_aligned_and_apart)
 {
     const lent_memory lent(size_t{1} << 20);
-    std::uintptr_t end = 0;
+    uintptr_t end = 0;
     for (size_t size = 0; size < 600; ++size)
     {
         void *piece = zet_integration_mem_alloc(size);
@@ -607,9 +607,9 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
             ASSERT_EQ(memory().largest_free, all);
             memory_lend(nullptr, 0);
             const auto is_untouched = [](unsigned char byte) { return byte == untouched; };
-            const auto begin = space.begin() + static_cast<std::ptrdiff_t>(offset);
+            const auto begin = space.begin() + static_cast<ptrdiff_t>(offset);
             ASSERT_TRUE(std::all_of(space.begin(), begin, is_untouched));
-            ASSERT_TRUE(std::all_of(begin + static_cast<std::ptrdiff_t>(size), space.end(), is_untouched));
+            ASSERT_TRUE(std::all_of(begin + static_cast<ptrdiff_t>(size), space.end(), is_untouched));
         }
         EXPECT_EQ(smallest, request_of_cost(cost(1)));
     }

@@ -26,7 +26,7 @@ protected:
     static std::set<std::string> sweep(std::string_view state, std::string_view command)
     {
         std::set<std::string> codes;
-        for (std::size_t number = 1;; ++number)
+        for (size_t number = 1;; ++number)
         {
             enter(state);
             fail_allocation(number);
@@ -82,7 +82,7 @@ TEST_F(allocation_sweep, frame_fails_with_the_code_of_the_stage_that_failed)
 
 TEST_F(allocation_sweep, a_stream_ends_when_memory_is_exhausted)
 {
-    for (std::size_t number = 1;; ++number)
+    for (size_t number = 1;; ++number)
     {
         enter("streaming");
         fail_allocation(number);

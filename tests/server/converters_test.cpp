@@ -46,7 +46,7 @@ TEST(hexadecimal, decodes_both_cases)
 TEST(hexadecimal, decodes_every_byte_that_it_encodes)
 {
     std::vector<uint8_t> data(256);
-    for (std::size_t i = 0; i < data.size(); ++i)
+    for (size_t i = 0; i < data.size(); ++i)
     {
         data[i] = static_cast<uint8_t>(i);
     }
@@ -75,7 +75,7 @@ TEST(hexadecimal, refuses_every_character_that_is_no_digit_in_every_place)
     std::vector<uint8_t> bytes(2);
     for (int character = 0; character < 256; ++character)
     {
-        for (std::size_t place = 0; place < 4; ++place)
+        for (size_t place = 0; place < 4; ++place)
         {
             std::string text = "1234";
             text[place] = static_cast<char>(character);

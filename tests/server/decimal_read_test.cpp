@@ -21,10 +21,10 @@ void compare(const std::string &text)
 {
     char *end = nullptr;
     const double expected = std::strtod(text.c_str(), &end);
-    std::size_t length = 0;
+    size_t length = 0;
     const double value = zet_decimal_read(text.c_str(), &length);
-    EXPECT_EQ(std::bit_cast<std::uint64_t>(value), std::bit_cast<std::uint64_t>(expected)) << text;
-    EXPECT_EQ(length, static_cast<std::size_t>(end - text.c_str())) << text;
+    EXPECT_EQ(std::bit_cast<uint64_t>(value), std::bit_cast<uint64_t>(expected)) << text;
+    EXPECT_EQ(length, static_cast<size_t>(end - text.c_str())) << text;
 }
 
 /** The text of a number by a printf format. */
@@ -89,7 +89,7 @@ TEST(decimal_read, rounds_the_middle_of_two_numbers_to_the_even_one)
             const std::string middle =
                 print("%.1100Le", (static_cast<long double>(below) + static_cast<long double>(above)) / 2.0L);
             compare(middle);
-            const std::size_t exponent = middle.find('e');
+            const size_t exponent = middle.find('e');
             compare(std::string(middle).insert(exponent, "1"));
         }
     }

@@ -57,7 +57,7 @@ template <class number_t> std::string expected_text(number_t value)
     {
         digits += character == '.' || character == '-' ? "" : std::string(1, character);
     }
-    const std::size_t zeros = plain.size() - digits.size() - (value < 0 ? 1 : 0);
+    const size_t zeros = plain.size() - digits.size() - (value < 0 ? 1 : 0);
     const std::string rounded = (value < 0 ? "-" : "") + digits + std::string(zeros, '0');
     return rounded.size() <= scientific.size() ? rounded : scientific;
 }

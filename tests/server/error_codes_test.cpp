@@ -70,7 +70,7 @@ constexpr const char *const *backend_messages[] = {
 
 TEST(error_codes, differ_from_one_another)
 {
-    EXPECT_EQ(all_codes().size(), static_cast<std::size_t>(ZET_SERVER_ERROR_COUNT));
+    EXPECT_EQ(all_codes().size(), static_cast<size_t>(ZET_SERVER_ERROR_COUNT));
 }
 
 TEST(error_codes, have_messages_that_differ_and_are_sentences)
@@ -84,7 +84,7 @@ TEST(error_codes, have_messages_that_differ_and_are_sentences)
         EXPECT_EQ(message.back(), '.') << message;
         EXPECT_EQ(message.find("  "), std::string::npos) << message;
     }
-    EXPECT_EQ(messages.size(), static_cast<std::size_t>(ZET_SERVER_ERROR_COUNT));
+    EXPECT_EQ(messages.size(), static_cast<size_t>(ZET_SERVER_ERROR_COUNT));
 }
 
 TEST(error_codes, of_the_backend_are_the_names_of_its_messages)
@@ -112,8 +112,8 @@ TEST(error_codes, of_a_message_that_is_none_is_the_other_one)
 TEST(error_codes, stand_all_in_the_document_and_no_others)
 {
     const std::string document = read_file(PROTOCOL_DOCUMENT);
-    const std::size_t begin = document.find("\n## Errors");
-    const std::size_t end = document.find("\n## ", begin + 1);
+    const size_t begin = document.find("\n## Errors");
+    const size_t end = document.find("\n## ", begin + 1);
     ASSERT_NE(end, std::string::npos);
     const std::set<std::string> listed =
         caught(document.substr(begin, end - begin), std::regex("\n\\| `([a-z_]+)` \\|"));

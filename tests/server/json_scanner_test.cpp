@@ -28,7 +28,7 @@ zet_json_scan_result_t scan(std::string_view text, uint32_t max_values = plenty)
     return zet_json_scan(copy.get(), text.size(), max_values);
 }
 
-std::string repeated(std::string_view text, std::size_t times)
+std::string repeated(std::string_view text, size_t times)
 {
     std::string result;
     while (times-- > 0)
@@ -322,7 +322,7 @@ TEST(json_scan, refuses_every_document_that_is_cut_off)
 {
     const std::string_view whole = R"({"a":[1.5e+3,"b\n\u00e9\uD83D\uDE00é",{"c":true}],"d":{"e":null}})";
     ASSERT_EQ(scan(whole), ZET_JSON_SCAN_OK);
-    for (std::size_t length = 0; length < whole.size(); ++length)
+    for (size_t length = 0; length < whole.size(); ++length)
     {
         EXPECT_EQ(scan(whole.substr(0, length)), ZET_JSON_SCAN_NOT_JSON) << whole.substr(0, length);
     }
@@ -350,7 +350,7 @@ TEST(json_scan, knows_eight_escapes_of_one_letter)
 
 TEST(json_scan, accepts_nesting_up_to_the_bound)
 {
-    const std::size_t bound = zet_json_scan_max_depth;
+    const size_t bound = zet_json_scan_max_depth;
     EXPECT_EQ(scan(repeated("[", bound) + repeated("]", bound)), ZET_JSON_SCAN_OK);
     EXPECT_EQ(scan(repeated("[", bound + 1) + repeated("]", bound + 1)), ZET_JSON_SCAN_TOO_DEEP);
     EXPECT_EQ(scan(repeated("{\"a\":", bound) + "1" + repeated("}", bound)), ZET_JSON_SCAN_OK);

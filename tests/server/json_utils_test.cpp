@@ -368,7 +368,7 @@ protected:
 TEST_F(json_adders_without_memory, take_one_piece_for_a_value_and_none_for_its_key)
 {
     cJSON *object = cJSON_CreateObject();
-    const std::size_t before = fake_memory.live;
+    const size_t before = fake_memory.live;
     EXPECT_TRUE(add_json_int_value(object, "a key of which no copy is made", 1));
     EXPECT_EQ(fake_memory.live, before + 1);
     cJSON_Delete(object);
@@ -390,7 +390,7 @@ TEST_F(json_adders_without_memory, fail_and_leave_nothing_behind)
         for (const add_function add : adders)
         {
             cJSON *node = to_array ? cJSON_CreateArray() : cJSON_CreateObject();
-            std::size_t failures = 0;
+            size_t failures = 0;
             for (fail_allocation(1); !add(node); fail_allocation(failures + 1))
             {
                 ++failures;

@@ -22,7 +22,7 @@ namespace
 {
 
 std::string sent;
-std::size_t writes = 0;
+size_t writes = 0;
 
 void write_data(const void *data, uint32_t size)
 {
@@ -316,7 +316,7 @@ TEST(json_writer, separates_members_and_elements)
 
 TEST(json_writer, sends_text_of_every_length_around_its_buffer_whole)
 {
-    for (std::size_t length = 0; length < 3 * sizeof(zet_json_writer_t::buffer); ++length)
+    for (size_t length = 0; length < 3 * sizeof(zet_json_writer_t::buffer); ++length)
     {
         const std::string text(length, 'x');
         EXPECT_EQ(written(text.c_str()), "\"" + text + "\"");
@@ -342,7 +342,7 @@ TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
     };
     for (const auto &[write, text] : pieces)
     {
-        for (std::size_t length = sizeof(zet_json_writer_t::buffer) - 40;
+        for (size_t length = sizeof(zet_json_writer_t::buffer) - 40;
              length < sizeof(zet_json_writer_t::buffer); ++length)
         {
             zet_json_writer_t writer = begin();

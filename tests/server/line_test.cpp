@@ -22,7 +22,7 @@ protected:
     }
 
     /** Hands bytes over in pieces; notes complete lines, and "!" for one that is too long. */
-    std::vector<std::string> feed(std::string_view bytes, std::size_t piece)
+    std::vector<std::string> feed(std::string_view bytes, size_t piece)
     {
         std::vector<std::string> events;
         while (!bytes.empty())
@@ -30,7 +30,7 @@ protected:
             const std::string_view part = bytes.substr(0, piece);
             bytes.remove_prefix(part.size());
             const char *data = part.data();
-            std::size_t size = part.size();
+            size_t size = part.size();
             while (size > 0)
             {
                 const zet_line_event_t event = zet_line_buffer_take(&line, &data, &size);
@@ -56,7 +56,7 @@ using events_t = std::vector<std::string>;
 
 TEST_F(line_buffer, cuts_lines_whatever_the_pieces)
 {
-    for (std::size_t piece = 1; piece <= 30; ++piece)
+    for (size_t piece = 1; piece <= 30; ++piece)
     {
         EXPECT_EQ(feed("one\ntwo\r\n\n\r\nthree\nfo", piece), (events_t{"one", "two", "", "", "three"}));
         EXPECT_EQ(feed("ur\n", piece), (events_t{"four"}));
@@ -75,7 +75,7 @@ TEST_F(line_buffer, keeps_zeros)
 
 TEST_F(line_buffer, holds_a_line_that_just_fits)
 {
-    for (std::size_t piece = 1; piece <= 30; ++piece)
+    for (size_t piece = 1; piece <= 30; ++piece)
     {
         EXPECT_EQ(feed("0123456789\n", piece), (events_t{"0123456789"}));
         EXPECT_EQ(feed("012345678\r\n", piece), (events_t{"012345678"}));
@@ -84,7 +84,7 @@ TEST_F(line_buffer, holds_a_line_that_just_fits)
 
 TEST_F(line_buffer, reports_a_line_that_is_too_long_once_and_goes_on_after_it)
 {
-    for (std::size_t piece = 1; piece <= 30; ++piece)
+    for (size_t piece = 1; piece <= 30; ++piece)
     {
         EXPECT_EQ(feed("0123456789a\nok\n", piece), (events_t{"!", "ok"}));
         EXPECT_EQ(feed(std::string(1000, 'x') + "\nok\n", piece), (events_t{"!", "ok"}));
@@ -116,7 +116,7 @@ TEST_F(line_buffer, forgets_what_was_half_received)
 TEST_F(line_buffer, takes_nothing_from_nothing)
 {
     const char *data = nullptr;
-    std::size_t size = 0;
+    size_t size = 0;
     EXPECT_EQ(zet_line_buffer_take(&line, &data, &size), ZET_LINE_UNFINISHED);
 }
 

@@ -51,7 +51,7 @@ TEST_F(log_ring, holds_lines_across_its_end)
 {
     for (int i = 0; i < 5000; ++i)
     {
-        const std::string text(static_cast<std::size_t>(i % 200), static_cast<char>('a' + i % 26));
+        const std::string text(static_cast<size_t>(i % 200), static_cast<char>('a' + i % 26));
         put(text);
         put(text + "!");
         ASSERT_EQ(take(), text);

@@ -51,10 +51,9 @@ std::vector<conversation_t> read_conversations()
 std::string cut_like(const std::string &expected, std::string line)
 {
     static const std::string ellipsis = "…\"";
-    for (std::size_t at = expected.find(ellipsis); at != std::string::npos;
-         at = expected.find(ellipsis, at + 1))
+    for (size_t at = expected.find(ellipsis); at != std::string::npos; at = expected.find(ellipsis, at + 1))
     {
-        const std::size_t end = line.find('"', at);
+        const size_t end = line.find('"', at);
         if (end == std::string::npos)
         {
             break;
@@ -102,7 +101,7 @@ protected:
         message_t last;
         for (const std::string &line : conversation.lines)
         {
-            const std::string rest = line.substr(std::min<std::size_t>(2, line.size()));
+            const std::string rest = line.substr(std::min<size_t>(2, line.size()));
             if (line.starts_with("> "))
             {
                 collect();

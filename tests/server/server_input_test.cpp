@@ -18,7 +18,7 @@ protected:
     }
 
     /** Sends bytes in pieces and returns the codes and statuses of the answers. */
-    static std::vector<std::string> answers(std::string_view bytes, std::size_t piece = SIZE_MAX)
+    static std::vector<std::string> answers(std::string_view bytes, size_t piece = SIZE_MAX)
     {
         while (!bytes.empty())
         {
@@ -45,7 +45,7 @@ TEST_F(server_input, takes_a_command_in_pieces_of_any_size)
                               "\r\n\n{\"command\":\"frame\"}\n{\"command\":\"end\"}\r\nx\n" +
                               std::string(ping);
     const codes expected = {"ok", "ok", "ok", "bad_json", "ok"};
-    for (std::size_t piece = 1; piece <= bytes.size(); ++piece)
+    for (size_t piece = 1; piece <= bytes.size(); ++piece)
     {
         ASSERT_EQ(answers(bytes, piece), expected) << piece;
     }
@@ -78,9 +78,9 @@ TEST_F(server_input, refuses_two_documents_on_a_line)
 
 TEST_F(server_input, drops_a_line_that_is_too_long)
 {
-    for (const std::size_t size : {std::size_t{4097}, std::size_t{100000}})
+    for (const size_t size : {size_t{4097}, size_t{100000}})
     {
-        for (const std::size_t piece : {std::size_t{1}, std::size_t{1000}, SIZE_MAX})
+        for (const size_t piece : {size_t{1}, size_t{1000}, SIZE_MAX})
         {
             EXPECT_EQ(answers(std::string(size, 'x') + "\n" + std::string(ping), piece),
                       (codes{"line_too_long", "ok"}));
@@ -254,7 +254,7 @@ TEST_F(server_input, lets_a_host_that_joins_a_stream_anywhere_find_its_way)
     constexpr std::string_view answer = "{\"status\":\"ok\",\"command\":\"end\",\"payload_size\":0}\n";
     for (const std::string half : {"", "{\"comm", "{\"command\":\"ping\"}", "\xff"})
     {
-        for (std::size_t missed = 0; missed < 600; missed += 7)
+        for (size_t missed = 0; missed < 600; missed += 7)
         {
             enter("streaming");
             zet_vantor_server_step();

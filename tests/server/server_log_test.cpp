@@ -48,9 +48,9 @@ protected:
     static texts messages_after_a_full_ring(int more)
     {
         // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes are as much as can wait.
-        constexpr std::size_t fit = 8;
+        constexpr size_t fit = 8;
         const std::string text(252, 'x');
-        for (std::size_t i = 0; i < fit; ++i)
+        for (size_t i = 0; i < fit; ++i)
         {
             zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", text.c_str());
         }
@@ -62,7 +62,7 @@ protected:
         const std::vector<message_t> messages = take_messages();
         EXPECT_GE(messages.size(), fit);
         texts lines;
-        for (std::size_t i = fit; i < messages.size(); ++i)
+        for (size_t i = fit; i < messages.size(); ++i)
         {
             lines.push_back(messages[i].line);
         }
@@ -90,7 +90,7 @@ TEST_F(server_log, sends_lines_of_a_level_and_the_more_severe_ones)
     const struct
     {
         const char *word;
-        std::size_t lines;
+        size_t lines;
     } levels[] = {{"OFF", 0}, {"ERROR", 1}, {"WARNING", 2}, {"INFO", 3}, {"VERBOSE", 4}, {"DEBUG", 5}};
     for (const auto &level : levels)
     {
@@ -99,7 +99,7 @@ TEST_F(server_log, sends_lines_of_a_level_and_the_more_severe_ones)
         zet_vantor_server_step();
         const std::vector<message_t> messages = take_messages();
         ASSERT_EQ(messages.size(), level.lines) << level.word;
-        for (std::size_t i = 0; i < messages.size(); ++i)
+        for (size_t i = 0; i < messages.size(); ++i)
         {
             EXPECT_EQ(messages[i].members["level"], levels[i + 1].word);
         }
@@ -165,7 +165,7 @@ TEST_F(server_log, tells_how_many_lines_were_lost)
     const nlohmann::json &last = messages.back().members;
     EXPECT_EQ(last["level"], "WARNING");
     EXPECT_EQ(last["module"], "vantor_server");
-    EXPECT_EQ(last["lost"].get<std::size_t>() + messages.size() - 1, 100U);
+    EXPECT_EQ(last["lost"].get<size_t>() + messages.size() - 1, 100U);
     EXPECT_EQ(messages.front().members.contains("lost"), false);
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());

@@ -347,12 +347,12 @@ TEST_F(server_session, counts_every_byte)
     send("\r\n");
     send(command.substr(0, 5));
     send(command.substr(5));
-    const std::size_t first_answer = fake_port.sent.size();
+    const size_t first_answer = fake_port.sent.size();
     const nlohmann::json first = take_messages().front().members;
     EXPECT_EQ(first["bytes_sent"], 0);
     EXPECT_EQ(first["bytes_received"], 2 + command.size());
     send(std::string(configure_command) + "\n{\"command\":\"frame\"}\n");
-    const std::size_t metadata_and_frame = fake_port.sent.size();
+    const size_t metadata_and_frame = fake_port.sent.size();
     take_messages();
     EXPECT_EQ(ask(R"({"command":"stats"})").members["bytes_sent"], first_answer + metadata_and_frame);
 }

@@ -12,14 +12,14 @@ namespace
 {
 
 /** Encodes a number as UTF-8 would in a given number of bytes, whether that is well formed or not. */
-std::string encode(uint32_t code, std::size_t length)
+std::string encode(uint32_t code, size_t length)
 {
     if (length == 1)
     {
         return {static_cast<char>(code)};
     }
     std::string text(length, '\0');
-    for (std::size_t i = length; i-- > 1;)
+    for (size_t i = length; i-- > 1;)
     {
         text[i] = static_cast<char>(0x80U | (code & 0x3FU));
         code >>= 6U;
@@ -30,7 +30,7 @@ std::string encode(uint32_t code, std::size_t length)
 }
 
 /** The length that the code point needs. */
-std::size_t shortest(uint32_t code)
+size_t shortest(uint32_t code)
 {
     return code < 0x80U ? 1 : code < 0x800U ? 2 : code < 0x10000U ? 3 : 4;
 }
@@ -39,12 +39,12 @@ TEST(utf8, takes_every_code_point_in_its_shortest_form_only)
 {
     for (uint32_t code = 0; code < 0x120000U; ++code)
     {
-        const std::size_t needed = shortest(code);
+        const size_t needed = shortest(code);
         const bool valid = code <= 0x10FFFFU && (code < 0xD800U || code > 0xDFFFU);
-        for (std::size_t length = needed; length <= 4; ++length)
+        for (size_t length = needed; length <= 4; ++length)
         {
             const std::string text = encode(code, length) + "a";
-            const std::size_t expected = valid && length == needed ? needed : 0;
+            const size_t expected = valid && length == needed ? needed : 0;
             ASSERT_EQ(zet_utf8_sequence_length(text.data(), text.size()), expected)
                 << code << " in " << length;
         }
@@ -56,11 +56,11 @@ TEST(utf8, takes_no_sequence_that_is_cut_off_or_broken)
     for (const uint32_t code : {0xE9U, 0x20ACU, 0x1F600U})
     {
         const std::string whole = encode(code, shortest(code));
-        for (std::size_t length = 0; length < whole.size(); ++length)
+        for (size_t length = 0; length < whole.size(); ++length)
         {
             EXPECT_EQ(zet_utf8_sequence_length(whole.data(), length), 0U);
         }
-        for (std::size_t place = 1; place < whole.size(); ++place)
+        for (size_t place = 1; place < whole.size(); ++place)
         {
             std::string broken = whole;
             broken[place] = 'a';

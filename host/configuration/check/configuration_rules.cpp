@@ -209,7 +209,7 @@ void check_config(const json &document, const json &config, const pointer &place
             check({rule, config, document}, place, found);
             continue;
         }
-        for (std::size_t i = 0; i < config["subsweeps"].size(); ++i)
+        for (size_t i = 0; i < config["subsweeps"].size(); ++i)
         {
             check({rule, config["subsweeps"][i], nothing}, place / "subsweeps" / i, found);
         }
@@ -222,9 +222,9 @@ std::vector<configuration_fault> check_rules(const json &document)
 {
     std::vector<configuration_fault> found;
     const auto groups = document.value("groups", json::array());
-    for (std::size_t group = 0; group < groups.size(); ++group)
+    for (size_t group = 0; group < groups.size(); ++group)
     {
-        for (std::size_t item = 0; item < groups[group].size(); ++item)
+        for (size_t item = 0; item < groups[group].size(); ++item)
         {
             check_config(document, groups[group][item]["config"],
                          pointer("/groups") / group / item / "config", found);

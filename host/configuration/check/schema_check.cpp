@@ -19,17 +19,17 @@ namespace
 using nlohmann::json;
 
 /** Number of single-letter changes that turn one text into another (Levenshtein's distance). */
-std::size_t edit_distance(std::string_view from, std::string_view to)
+size_t edit_distance(std::string_view from, std::string_view to)
 {
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < from.size(); ++i)
+    std::vector<size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < from.size(); ++i)
     {
-        std::size_t diagonal = row[0];
+        size_t diagonal = row[0];
         row[0] = i + 1;
-        for (std::size_t j = 0; j < to.size(); ++j)
+        for (size_t j = 0; j < to.size(); ++j)
         {
-            const std::size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
             diagonal = row[j + 1];
             row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
         }
@@ -41,7 +41,7 @@ std::size_t edit_distance(std::string_view from, std::string_view to)
 std::string closest_word(const std::string &text, const std::vector<std::string> &words)
 {
     std::string best;
-    std::size_t best_distance = text.size() / 2 + 2;
+    size_t best_distance = text.size() / 2 + 2;
     for (const auto &word : words)
     {
         if (const auto distance = edit_distance(text, word); distance < best_distance)
@@ -177,7 +177,7 @@ private:
     /** A value as text, not too long. */
     static std::string shorten(const json &value)
     {
-        constexpr std::size_t longest = 40;
+        constexpr size_t longest = 40;
         auto text = value.dump(-1, ' ', false, json::error_handler_t::replace);
         if (text.size() <= longest)
         {
@@ -298,8 +298,8 @@ private:
         {
             return;
         }
-        const auto lowest = schema.value("minItems", std::size_t{0});
-        const auto highest = schema.value("maxItems", std::numeric_limits<std::size_t>::max());
+        const auto lowest = schema.value("minItems", size_t{0});
+        const auto highest = schema.value("maxItems", std::numeric_limits<size_t>::max());
         if (value.size() < lowest)
         {
             add(place, "an empty list", "at least one element");
@@ -309,7 +309,7 @@ private:
             add(place, std::to_string(value.size()) + " elements",
                 "at most " + std::to_string(highest) + " elements", std::to_string(highest));
         }
-        for (std::size_t i = 0; i < value.size(); ++i)
+        for (size_t i = 0; i < value.size(); ++i)
         {
             check(value[i], schema["items"], place / i);
         }

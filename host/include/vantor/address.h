@@ -16,15 +16,15 @@ namespace vantor
 /** A server that listens on a TCP port. */
 struct tcp_address
 {
-    std::string host;       /**< name or number; an IPv6 number without brackets */
-    std::uint16_t port = 0; /**< 1 to 65535 */
+    std::string host;  /**< name or number; an IPv6 number without brackets */
+    uint16_t port = 0; /**< 1 to 65535 */
 };
 
 /** A server at the other end of a serial line. */
 struct serial_address
 {
-    std::string device;              /**< such as "/dev/ttyACM0" */
-    std::uint32_t baudrate = 115200; /**< in bits per second */
+    std::string device;         /**< such as "/dev/ttyACM0" */
+    uint32_t baudrate = 115200; /**< in bits per second */
 };
 
 /** A simulated server that is started for this connection and ends with it. */

@@ -144,7 +144,7 @@ public:
      *
      * @param baudrate  in bits per second, at most server().max_baudrate
      */
-    void set_baudrate(std::uint32_t baudrate);
+    void set_baudrate(uint32_t baudrate);
 
     /** Sends bytes as they are, whatever the server makes of them. For tests of a server. */
     void send(std::string_view text);
@@ -158,10 +158,10 @@ public:
     std::optional<message> receive(std::chrono::milliseconds timeout);
 
     /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
-    [[nodiscard]] std::size_t bytes_missing() const noexcept;
+    [[nodiscard]] size_t bytes_missing() const noexcept;
 
     /** Bytes of all messages received since connecting. */
-    [[nodiscard]] std::uint64_t bytes_received() const noexcept;
+    [[nodiscard]] uint64_t bytes_received() const noexcept;
 
 private:
     using time_point = std::chrono::steady_clock::time_point;

@@ -57,19 +57,19 @@ public:
      * @param position  where the fault is, in bytes from the start of the connection
      * @param reason    what is wrong
      */
-    bad_message(std::uint64_t position, const std::string &reason)
+    bad_message(uint64_t position, const std::string &reason)
         : error("byte " + std::to_string(position) + ": " + reason), position_(position)
     {
     }
 
     /** Where the fault is, in bytes from the start of the connection. */
-    [[nodiscard]] std::uint64_t position() const noexcept
+    [[nodiscard]] uint64_t position() const noexcept
     {
         return position_;
     }
 
 private:
-    std::uint64_t position_;
+    uint64_t position_;
 };
 
 /** A whole message arrived that says something the protocol or the session's metadata do not allow. */

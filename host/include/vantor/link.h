@@ -34,7 +34,7 @@ public:
      * @return the number of bytes received; 0 when none came in time
      * @throws connection_lost when the link is closed or broken
      */
-    virtual std::size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) = 0;
+    virtual size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) = 0;
 
     /**
      * Writes all of the bytes.
@@ -53,7 +53,7 @@ public:
      * @return the speed before
      * @throws error when the link has no such speed
      */
-    virtual std::uint32_t set_baudrate(std::uint32_t baudrate) = 0;
+    virtual uint32_t set_baudrate(uint32_t baudrate) = 0;
 };
 
 /**

@@ -25,14 +25,14 @@ struct message
 {
     nlohmann::json header;          /**< an object with a text "status" and a number "payload_size" */
     std::vector<std::byte> payload; /**< "payload_size" bytes */
-    std::uint64_t position = 0;     /**< where the header starts, in bytes from the first byte fed */
+    uint64_t position = 0;          /**< where the header starts, in bytes from the first byte fed */
 };
 
 /** How large a message may be before it is taken for a fault. */
 struct message_limits
 {
-    std::size_t header = std::size_t{1} << 20;  /**< bytes of a header line */
-    std::size_t payload = std::size_t{1} << 26; /**< bytes of a payload */
+    size_t header = size_t{1} << 20;  /**< bytes of a header line */
+    size_t payload = size_t{1} << 26; /**< bytes of a payload */
 };
 
 /**
@@ -61,13 +61,13 @@ public:
     std::optional<message> next();
 
     /** Number of bytes taken out of the stream so far. */
-    [[nodiscard]] std::uint64_t position() const noexcept;
+    [[nodiscard]] uint64_t position() const noexcept;
 
     /** Whether the bytes fed so far end within a message. */
     [[nodiscard]] bool within_message() const noexcept;
 
     /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
-    [[nodiscard]] std::size_t missing() const noexcept;
+    [[nodiscard]] size_t missing() const noexcept;
 
     /** Forgets what is half received and counts bytes from 0 again. */
     void reset();
@@ -77,16 +77,16 @@ private:
     std::optional<std::string_view> take_line();
     bool read_header();
     bool fill_payload();
-    void consume(std::size_t count);
-    void report(std::uint64_t position, const std::string &reason);
+    void consume(size_t count);
+    void report(uint64_t position, const std::string &reason);
 
     message_limits limits_;
     std::vector<char> buffer_;
-    std::size_t start_ = 0;   // of the bytes in buffer_ that are not consumed
-    std::size_t scanned_ = 0; // bytes after start_ that hold no line feed
-    std::uint64_t position_ = 0;
+    size_t start_ = 0;   // of the bytes in buffer_ that are not consumed
+    size_t scanned_ = 0; // bytes after start_ that hold no line feed
+    uint64_t position_ = 0;
     std::optional<message> pending_; // its header is read, its payload is not complete
-    std::size_t payload_size_ = 0;   // of pending_
+    size_t payload_size_ = 0;        // of pending_
     bool skipping_ = false;          // to the end of an over-long line
     bool lost_ = false;              // a fault was reported and no header found since
 };

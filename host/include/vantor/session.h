@@ -22,23 +22,23 @@ namespace vantor
 {
 
 /** One complex sample, in-phase part first. */
-using sample = std::complex<std::int16_t>;
+using sample = std::complex<int16_t>;
 
 /** Use of a server's memory, in bytes. */
 struct memory_use
 {
-    std::uint64_t size = 0;         /**< in all */
-    std::uint64_t live = 0;         /**< in use now */
-    std::uint64_t peak = 0;         /**< most that was ever in use at a time */
-    std::uint64_t largest_free = 0; /**< largest request that could be met now */
-    std::uint64_t failures = 0;     /**< number of requests that could not be met */
+    uint64_t size = 0;         /**< in all */
+    uint64_t live = 0;         /**< in use now */
+    uint64_t peak = 0;         /**< most that was ever in use at a time */
+    uint64_t largest_free = 0; /**< largest request that could be met now */
+    uint64_t failures = 0;     /**< number of requests that could not be met */
 };
 
 /** Use of a server's stack, in bytes. */
 struct stack_use
 {
-    std::uint64_t size = 0; /**< in all */
-    std::uint64_t peak = 0; /**< most that was ever in use at a time */
+    uint64_t size = 0; /**< in all */
+    uint64_t peak = 0; /**< most that was ever in use at a time */
 };
 
 /** What a server reports of its board; nothing for what it does not know. */
@@ -60,7 +60,7 @@ struct server_info
     unsigned sensor_count = 0;               /**< places for sensors on the board */
     std::vector<unsigned> connected_sensors; /**< numbers of the sensors that are there, from 1 */
     double ticks_per_second = 0.0;           /**< unit of every tick; 0 when the server has no clock */
-    std::uint32_t max_baudrate = 0;          /**< 0 when the link has no baud rate to change */
+    uint32_t max_baudrate = 0;               /**< 0 when the link has no baud rate to change */
     std::optional<board_info> board;         /**< nothing when the server does not know it */
     std::optional<memory_use> memory;        /**< nothing when the server does not know it */
     std::optional<stack_use> stack;          /**< nothing when the server does not know it */
@@ -69,25 +69,25 @@ struct server_info
 /** Where a sub-sweep lies within a sweep, in samples. */
 struct subsweep_layout
 {
-    std::size_t offset = 0;
-    std::size_t length = 0;
+    size_t offset = 0;
+    size_t length = 0;
 };
 
 /** How the frames of an item are laid out. */
 struct item_layout
 {
-    std::size_t group = 0; /**< place of the item's group in the session, from 0 */
-    std::size_t index = 0; /**< place of the item in its group, from 0 */
+    size_t group = 0; /**< place of the item's group in the session, from 0 */
+    size_t index = 0; /**< place of the item in its group, from 0 */
     int calibration_temperature = 0;
-    std::size_t frame_length = 0; /**< samples of a frame */
-    std::size_t sweep_length = 0; /**< samples of a sweep */
-    double max_sweep_rate = 0.0;  /**< in hertz; not a number when the server does not know it */
+    size_t frame_length = 0;     /**< samples of a frame */
+    size_t sweep_length = 0;     /**< samples of a sweep */
+    double max_sweep_rate = 0.0; /**< in hertz; not a number when the server does not know it */
     bool high_speed_mode = false;
     double base_step_length_m = 0.0; /**< distance of one base step, in metres */
     std::vector<subsweep_layout> subsweeps;
 
     /** Number of sweeps in a frame. */
-    [[nodiscard]] std::size_t sweeps() const noexcept
+    [[nodiscard]] size_t sweeps() const noexcept
     {
         return sweep_length == 0 ? 0 : frame_length / sweep_length;
     }
@@ -97,13 +97,13 @@ struct item_layout
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct session_metadata
 {
-    std::uint32_t tick_period = 0; /**< ticks between two frames when the server paces them, else 0 */
+    uint32_t tick_period = 0; /**< ticks between two frames when the server paces them, else 0 */
     std::vector<calibration> calibrations;
     std::vector<item_layout> items; /**< of all groups, in the order in which frames carry them */
     nlohmann::json document;        /**< the whole message, as received */
 
     /** Samples of one frame of all items. */
-    [[nodiscard]] std::size_t frame_length() const noexcept;
+    [[nodiscard]] size_t frame_length() const noexcept;
 };
 
 /** One item of one frame. */
@@ -111,7 +111,7 @@ struct frame_item
 {
     const item_layout *layout = nullptr; /**< owned by the session's metadata */
     std::span<const sample> samples;     /**< sweep after sweep; owned by the frame */
-    std::uint32_t tick = 0;              /**< when the item was measured; wraps around */
+    uint32_t tick = 0;                   /**< when the item was measured; wraps around */
     int temperature = 0;                 /**< in degrees Celsius, for comparison, not absolute */
     bool data_saturated = false;
     bool calibration_needed = false;
@@ -127,7 +127,7 @@ struct frame_item
      * @param sweep     0 to layout->sweeps() - 1
      * @param subsweep  0 to layout->subsweeps.size() - 1
      */
-    [[nodiscard]] std::span<const sample> subsweep(std::size_t sweep, std::size_t subsweep) const;
+    [[nodiscard]] std::span<const sample> subsweep(size_t sweep, size_t subsweep) const;
 };
 
 /** One frame of all items of a session. It may be moved but not copied: its items point into it. */

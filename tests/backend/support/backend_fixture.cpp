@@ -103,7 +103,7 @@ std::string backend_test::calls(call_kind kind)
 std::string backend_test::json_from(const std::string &beginning)
 {
     const std::string json = calls(call_kind::json);
-    const std::size_t position = json.find(beginning);
+    const size_t position = json.find(beginning);
     return position == std::string::npos ? "no call " + beginning + " in\n" + json : json.substr(position);
 }
 
@@ -124,7 +124,7 @@ std::string backend_test::sent_document()
     return documents.empty() ? "nothing sent" : documents.back();
 }
 
-void backend_test::finish(std::size_t unattached_documents)
+void backend_test::finish(size_t unattached_documents)
 {
     destroy_session();
     deinit();

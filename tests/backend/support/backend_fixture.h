@@ -71,7 +71,7 @@ protected:
 
     /** Ends the session and the backend, and checks that nothing is left but the given number of documents.
      */
-    void finish(std::size_t unattached_documents = 0);
+    void finish(size_t unattached_documents = 0);
 
     const char *error = nullptr; /**< stored by the operations */
     float update_rate = 77.0F;   /**< stored by parse */

@@ -66,7 +66,7 @@ bool backend_is_running()
     return inside_backend && running_calls.empty();
 }
 
-bool board_memory::failure_due(block_owner owner, std::size_t size)
+bool board_memory::failure_due(block_owner owner, size_t size)
 {
     if (owner == block_owner::test)
     {
@@ -92,7 +92,7 @@ bool board_memory::failure_due(block_owner owner, std::size_t size)
     return true;
 }
 
-void *board_memory::allocate(std::size_t size)
+void *board_memory::allocate(size_t size)
 {
     const block_owner owner = current_owner();
     json_count += owner == block_owner::json ? 1U : 0U;
@@ -100,7 +100,7 @@ void *board_memory::allocate(std::size_t size)
     {
         return nullptr;
     }
-    void *pointer = std::malloc(std::max<std::size_t>(size, 1));
+    void *pointer = std::malloc(std::max<size_t>(size, 1));
     std::memset(pointer, garbage_of_new_memory, size);
     std::string name;
     if (owner == block_owner::backend)
@@ -144,7 +144,7 @@ void board_memory::number_from_one()
     next_number = 1;
 }
 
-void board_memory::fail_allocation(std::size_t number, bool and_all_later)
+void board_memory::fail_allocation(size_t number, bool and_all_later)
 {
     until_failure = number;
     keep_failing = and_all_later;
@@ -162,23 +162,23 @@ const std::string &board_memory::failed_call() const
     return call_that_failed;
 }
 
-std::size_t board_memory::failed_size() const
+size_t board_memory::failed_size() const
 {
     return size_that_failed;
 }
 
-std::size_t board_memory::live_blocks(block_owner owner) const
+size_t board_memory::live_blocks(block_owner owner) const
 {
-    return static_cast<std::size_t>(std::count_if(
-        live.begin(), live.end(), [&](const auto &block) { return block.second.owner == owner; }));
+    return static_cast<size_t>(std::count_if(live.begin(), live.end(),
+                                             [&](const auto &block) { return block.second.owner == owner; }));
 }
 
-std::size_t board_memory::live_blocks() const
+size_t board_memory::live_blocks() const
 {
     return live.size() - live_blocks(block_owner::test);
 }
 
-std::size_t board_memory::json_allocations() const
+size_t board_memory::json_allocations() const
 {
     return json_count;
 }

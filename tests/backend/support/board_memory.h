@@ -26,7 +26,7 @@ class board_memory
 {
 public:
     /** Allocates and fills with garbage; null when a failure is due. */
-    void *allocate(std::size_t size);
+    void *allocate(size_t size);
 
     /** Frees; a pointer that is no live block is a test failure. */
     void release(void *pointer);
@@ -38,7 +38,7 @@ public:
     void number_from_one();
 
     /** Lets the N-th allocation from now on fail, and with @p and_all_later every one after it too. */
-    void fail_allocation(std::size_t number, bool and_all_later = false);
+    void fail_allocation(size_t number, bool and_all_later = false);
 
     /** Whether the failure asked for has come about. */
     [[nodiscard]] bool failure_reached() const;
@@ -47,16 +47,16 @@ public:
     [[nodiscard]] const std::string &failed_call() const;
 
     /** Size of the allocation that failed, in bytes. */
-    [[nodiscard]] std::size_t failed_size() const;
+    [[nodiscard]] size_t failed_size() const;
 
     /** Live blocks of one owner. */
-    [[nodiscard]] std::size_t live_blocks(block_owner owner) const;
+    [[nodiscard]] size_t live_blocks(block_owner owner) const;
 
     /** Number of live blocks of the backend, of JSON documents and of the sensor library. */
-    [[nodiscard]] std::size_t live_blocks() const;
+    [[nodiscard]] size_t live_blocks() const;
 
     /** Allocations made by JSON operations so far. */
-    [[nodiscard]] std::size_t json_allocations() const;
+    [[nodiscard]] size_t json_allocations() const;
 
     /** Whether a request for 0 bytes is answered with null. */
     bool null_for_no_bytes = false;
@@ -66,19 +66,19 @@ private:
     {
         block_owner owner;
         std::string name;
-        std::size_t size;
+        size_t size;
     };
 
-    [[nodiscard]] bool failure_due(block_owner owner, std::size_t size);
+    [[nodiscard]] bool failure_due(block_owner owner, size_t size);
 
     std::map<const void *, block_t> live;
-    std::size_t next_number = 1;
-    std::size_t until_failure = 0;
+    size_t next_number = 1;
+    size_t until_failure = 0;
     bool keep_failing = false;
     bool failed = false;
     std::string call_that_failed;
-    std::size_t size_that_failed = 0;
-    std::size_t json_count = 0;
+    size_t size_that_failed = 0;
+    size_t json_count = 0;
 };
 
 /** The allocator of the running test. */

@@ -55,9 +55,9 @@ std::string call_log::text(std::initializer_list<call_kind> kinds) const
     return text;
 }
 
-std::size_t call_log::count(std::string_view beginning) const
+size_t call_log::count(std::string_view beginning) const
 {
-    return static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(), [&](const entry_t &entry) {
+    return static_cast<size_t>(std::count_if(entries.begin(), entries.end(), [&](const entry_t &entry) {
         return entry.line.starts_with(beginning);
     }));
 }

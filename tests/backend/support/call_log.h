@@ -53,7 +53,7 @@ public:
     [[nodiscard]] std::string text(std::initializer_list<call_kind> kinds) const;
 
     /** Number of lines that begin with the given text. */
-    [[nodiscard]] std::size_t count(std::string_view beginning) const;
+    [[nodiscard]] size_t count(std::string_view beginning) const;
 
 private:
     struct entry_t

@@ -105,7 +105,7 @@ std::string calibration_text(zet_sensor_id_t sensor_id, int16_t temperature)
     return text;
 }
 
-std::size_t delete_loose_json()
+size_t delete_loose_json()
 {
     const std::set<cJSON *> loose = std::move(neighbours().loose);
     neighbours().loose.clear();

@@ -141,7 +141,7 @@ void write_to_host(const void *data, uint32_t size);
 uint32_t read_tick();
 
 /** Deletes what the backend left loose, and tells how many documents that were. */
-std::size_t delete_loose_json();
+size_t delete_loose_json();
 
 } // namespace backend_tests
 

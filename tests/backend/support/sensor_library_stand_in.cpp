@@ -94,7 +94,7 @@ void fire_probe(zet_sensor_id_t sensor_id)
     }
     auto &parameters = neighbours().parameters;
     std::array<uint16_t, sizeof(parameters) / sizeof(uint16_t)> words{};
-    for (std::size_t index = 0; index < words.size(); ++index)
+    for (size_t index = 0; index < words.size(); ++index)
     {
         words.at(index) = static_cast<uint16_t>(index);
     }

@@ -11,7 +11,7 @@ namespace backend_tests
 namespace
 {
 
-constexpr std::size_t sensors_with_calibration = 3;
+constexpr size_t sensors_with_calibration = 3;
 
 /** Two groups on three sensors, with assessment, overrides, several sub-sweeps and a stored calibration. */
 std::string document()
@@ -30,9 +30,9 @@ std::string document()
 std::string lines_beginning_with(const std::string &text, const std::string &beginning)
 {
     std::string result;
-    for (std::size_t begin = 0; begin < text.size();)
+    for (size_t begin = 0; begin < text.size();)
     {
-        const std::size_t end = text.find('\n', begin) + 1;
+        const size_t end = text.find('\n', begin) + 1;
         const std::string line = text.substr(begin, end - begin);
         result += line.starts_with(beginning) ? line : "";
         begin = end;
@@ -58,7 +58,7 @@ bool whole_session::failure_reached()
     return refused_one || memory().failure_reached();
 }
 
-step_t whole_session::finish_step(const std::string &name, bool ok, std::size_t documents_before)
+step_t whole_session::finish_step(const std::string &name, bool ok, size_t documents_before)
 {
     const bool came_here = failure_reached() && !failure_seen;
     failure_seen = failure_seen || came_here;
@@ -86,7 +86,7 @@ std::vector<step_t> whole_session::run()
     {
         return steps;
     }
-    std::size_t sent = neighbours().documents.size();
+    size_t sent = neighbours().documents.size();
     error = nullptr;
     const bool described = send_metadata();
     steps.push_back(finish_step("metadata", described, sent));
@@ -100,7 +100,7 @@ std::vector<step_t> whole_session::run()
     return steps;
 }
 
-std::size_t whole_session::end_session()
+size_t whole_session::end_session()
 {
     destroy_session();
     memory().fail_allocation(0);
@@ -136,9 +136,9 @@ const step_t *whole_session::failed_step(const std::vector<step_t> &steps)
 
 bool whole_session::hit_an_item_before_another()
 {
-    const std::size_t calibration_elements = 1;
-    const std::size_t read = neighbours().calls_at_failure.count(R"(get_json_int_value("sensor_id"))");
-    const std::size_t items = read < calibration_elements ? 0 : read - calibration_elements;
+    const size_t calibration_elements = 1;
+    const size_t read = neighbours().calls_at_failure.count(R"(get_json_int_value("sensor_id"))");
+    const size_t items = read < calibration_elements ? 0 : read - calibration_elements;
     return items == 1 || items == 3;
 }
 

@@ -19,7 +19,7 @@ struct step_t
     bool ok;
     const char *error;      /**< message stored, null when none */
     std::string error_log;  /**< lines logged at error level */
-    std::size_t documents;  /**< documents sent */
+    size_t documents;       /**< documents sent */
     bool failure_came_here; /**< the failure that the test asked for came about in this step */
 };
 
@@ -36,7 +36,7 @@ protected:
     std::vector<step_t> run();
 
     /** Ends the session that run left, and deletes and counts the documents that the backend left loose. */
-    std::size_t end_session();
+    size_t end_session();
 
     /** Runs an undisturbed session on the same or a new life of the backend and expects nothing to fail. */
     void expect_following_session_to_work(bool same_life);
@@ -57,7 +57,7 @@ protected:
     static constexpr uint32_t work_buffer_size = 4096;
 
 private:
-    step_t finish_step(const std::string &name, bool ok, std::size_t documents_before);
+    step_t finish_step(const std::string &name, bool ok, size_t documents_before);
 
     [[nodiscard]] static bool failure_reached();
 

@@ -162,7 +162,7 @@ void *allocate(size_t size, const char *operation)
     {
         log(ZET_LOG_LEVEL_ERROR, "%s: out of memory", operation);
     }
-    else if (reinterpret_cast<uintptr_t>(memory) % alignof(max_align_t) != 0U)
+    else if (reinterpret_cast<uintptr_t>(memory) % alignof(std::max_align_t) != 0U)
     {
         refuse("%s: mem_alloc gave memory that is not aligned for any object", operation);
         library.hal->mem_free(memory);

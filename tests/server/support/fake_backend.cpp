@@ -155,7 +155,7 @@ bool zet_vantor_server_system_read_data_frames(const vantor_server_interface_t *
         *error_msg = error_send_data_str;
         return false;
     }
-    static constexpr std::array<uint8_t, std::size_t{fake_frame_samples} * 4> samples = {'\n', '{', '}'};
+    static constexpr std::array<uint8_t, size_t{fake_frame_samples} * 4> samples = {'\n', '{', '}'};
     server_if->write(samples.data(), samples.size());
     return true;
 }

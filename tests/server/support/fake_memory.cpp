@@ -9,7 +9,7 @@
 
 fake_memory_t fake_memory;
 
-void fail_allocation(std::size_t number)
+void fail_allocation(size_t number)
 {
     fake_memory.allocations = 0;
     fake_memory.fail_at = number;

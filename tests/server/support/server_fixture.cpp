@@ -46,7 +46,7 @@ std::vector<message_t> take_messages()
     std::string_view rest = fake_port.sent;
     while (!rest.empty())
     {
-        const std::size_t end = rest.find('\n');
+        const size_t end = rest.find('\n');
         if (end == std::string_view::npos)
         {
             ADD_FAILURE() << "text without a line feed: " << rest;
@@ -61,7 +61,7 @@ std::vector<message_t> take_messages()
             ADD_FAILURE() << "no message: " << message.line;
             break;
         }
-        const std::size_t payload_size = message.members["payload_size"];
+        const size_t payload_size = message.members["payload_size"];
         if (rest.size() < end + 1 + payload_size)
         {
             ADD_FAILURE() << "payload cut short after " << message.line;
