@@ -10,7 +10,7 @@
 struct zet_big_t
 {
     uint32_t *words = nullptr;
-    uint32_t count = 0; ///< 0 for the number 0
+    uint32_t count = 0; /**< 0 for the number 0 */
 };
 
 /** A whole number with its memory. */

@@ -39,7 +39,7 @@ struct binary_t
 {
     uint64_t fraction;
     int32_t exponent;
-    bool lowest_of_binade; ///< the neighbour below is only half as far away as the one above
+    bool lowest_of_binade; /**< the neighbour below is only half as far away as the one above */
 };
 
 /**
@@ -52,8 +52,8 @@ struct state_t
     big_t unit;
     big_t below;
     big_t above;
-    big_t sum;   ///< of what is compared
-    bool closed; ///< the two ends read back as the number, too: a reader rounds them to an even fraction
+    big_t sum;   /**< of what is compared */
+    bool closed; /**< the two ends read back as the number, too: a reader rounds them to an even fraction */
 };
 
 /** Makes value × 2^power. */

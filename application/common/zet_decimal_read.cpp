@@ -26,10 +26,10 @@ constexpr uint32_t max_words = 120;
 struct written_t
 {
     bool negative;
-    const char *first;    ///< the first digit that is not 0; null when there is none
-    uint32_t digit_count; ///< kept digits, from the first on; the decimal point may lie between them
-    bool more;            ///< digits that were not kept are not all 0
-    int32_t exponent;     ///< of the last kept digit
+    const char *first;    /**< the first digit that is not 0; null when there is none */
+    uint32_t digit_count; /**< kept digits, from the first on; the decimal point may lie between them */
+    bool more;            /**< digits that were not kept are not all 0 */
+    int32_t exponent;     /**< of the last kept digit */
 };
 
 using big_t = zet_big_memory_t<max_words>;

@@ -14,22 +14,22 @@ namespace
 /** What must come next in the text. */
 enum expect_t : uint8_t
 {
-    EXPECT_VALUE,        ///< a value
-    EXPECT_VALUE_OR_END, ///< a value or the end of the array that was just opened
-    EXPECT_KEY,          ///< a member
-    EXPECT_KEY_OR_END,   ///< a member or the end of the object that was just opened
-    EXPECT_COMMA_OR_END, ///< after a value: a comma or the end of the object or array, if one is open
+    EXPECT_VALUE,        /**< a value */
+    EXPECT_VALUE_OR_END, /**< a value or the end of the array that was just opened */
+    EXPECT_KEY,          /**< a member */
+    EXPECT_KEY_OR_END,   /**< a member or the end of the object that was just opened */
+    EXPECT_COMMA_OR_END, /**< after a value: a comma or the end of the object or array, if one is open */
 };
 
 /** Where the scanner stands. */
 struct scan_t
 {
-    const char *at;       ///< next character
-    const char *end;      ///< end of the text
-    uint32_t values_left; ///< how many more values are allowed
-    uint32_t depth;       ///< number of open objects and arrays
-    uint32_t objects;     ///< one bit per open object or array, the innermost lowest: 1 for an object
-    expect_t expect;      ///< what must come next
+    const char *at;       /**< next character */
+    const char *end;      /**< end of the text */
+    uint32_t values_left; /**< how many more values are allowed */
+    uint32_t depth;       /**< number of open objects and arrays */
+    uint32_t objects;     /**< one bit per open object or array, the innermost lowest: 1 for an object */
+    expect_t expect;      /**< what must come next */
 };
 static_assert(zet_json_scan_max_depth <= 32, "scan_t::objects has one bit per level");
 

@@ -17,11 +17,11 @@ constexpr uint32_t zet_json_scan_max_depth = 16;
 /** What a text is found to be; when several apply, what shows first in the text. */
 enum zet_json_scan_result_t : uint8_t
 {
-    ZET_JSON_SCAN_OK,              ///< one JSON document within the bounds
-    ZET_JSON_SCAN_NOT_JSON,        ///< no JSON document
-    ZET_JSON_SCAN_TRAILING_TEXT,   ///< a JSON document, followed by more than white space
-    ZET_JSON_SCAN_TOO_DEEP,        ///< nests deeper than zet_json_scan_max_depth
-    ZET_JSON_SCAN_TOO_MANY_VALUES, ///< holds more values than allowed
+    ZET_JSON_SCAN_OK,              /**< one JSON document within the bounds */
+    ZET_JSON_SCAN_NOT_JSON,        /**< no JSON document */
+    ZET_JSON_SCAN_TRAILING_TEXT,   /**< a JSON document, followed by more than white space */
+    ZET_JSON_SCAN_TOO_DEEP,        /**< nests deeper than zet_json_scan_max_depth */
+    ZET_JSON_SCAN_TOO_MANY_VALUES, /**< holds more values than allowed */
 };
 
 /**

@@ -27,10 +27,10 @@ constexpr uint32_t zet_json_writer_max_depth = 16;
 /** One document on its way. The fields are the writer's own. */
 struct zet_json_writer_t
 {
-    write_data_function_t *write; ///< takes the text
-    uint32_t used;                ///< bytes waiting in the buffer
-    bool after_value;             ///< a comma is due before the next member or element
-    char buffer[256];             ///< text that has not been handed on
+    write_data_function_t *write; /**< takes the text */
+    uint32_t used;                /**< bytes waiting in the buffer */
+    bool after_value;             /**< a comma is due before the next member or element */
+    char buffer[256];             /**< text that has not been handed on */
 };
 
 /** Begins a document; nothing is sent yet. */

@@ -36,9 +36,9 @@ constexpr uint64_t baudrate_tolerance = 50;
 /** States of a session. Each is a bit, so that a command can name those that allow it. */
 enum session_state_t : uint8_t
 {
-    SESSION_IDLE = 1,       ///< there is no session
-    SESSION_CONFIGURED = 2, ///< sensors are prepared, frames come on demand
-    SESSION_STREAMING = 4,  ///< frames come by themselves
+    SESSION_IDLE = 1,       /**< there is no session */
+    SESSION_CONFIGURED = 2, /**< sensors are prepared, frames come on demand */
+    SESSION_STREAMING = 4,  /**< frames come by themselves */
 };
 
 /** Any state. */
@@ -47,29 +47,29 @@ constexpr uint8_t any_state = SESSION_IDLE | SESSION_CONFIGURED | SESSION_STREAM
 /** All that the server core keeps. */
 struct server_t
 {
-    zet_vantor_server_port_t port;  ///< what the port lends
-    vantor_server_interface_t link; ///< the same link, with counted bytes: what the backend gets
-    zet_server_clock_t clock;       ///< the time
-    zet_line_buffer_t line;         ///< the command that comes in
-    bool input_restarted;           ///< what has been received belongs to another speed or host
+    zet_vantor_server_port_t port;  /**< what the port lends */
+    vantor_server_interface_t link; /**< the same link, with counted bytes: what the backend gets */
+    zet_server_clock_t clock;       /**< the time */
+    zet_line_buffer_t line;         /**< the command that comes in */
+    bool input_restarted;           /**< what has been received belongs to another speed or host */
 
-    zet_log_ring_t log; ///< log lines for the host
-    uint8_t log_levels; ///< how many levels the host wants, the most severe first; 0 for none
+    zet_log_ring_t log; /**< log lines for the host */
+    uint8_t log_levels; /**< how many levels the host wants, the most severe first; 0 for none */
 
-    session_state_t state; ///< what the session does
-    uint32_t tick_period;  ///< ticks between two frames; 0 when the server does not pace them
-    uint64_t next_frame;   ///< when the next frame of a paced stream is due
+    session_state_t state; /**< what the session does */
+    uint32_t tick_period;  /**< ticks between two frames; 0 when the server does not pace them */
+    uint64_t next_frame;   /**< when the next frame of a paced stream is due */
 
-    uint32_t baudrate;           ///< speed of the link
-    uint32_t confirmed_baudrate; ///< last speed at which the host was heard
-    bool baudrate_on_trial;      ///< the speed has not been confirmed yet
-    uint64_t trial_end;          ///< when the server goes back to the confirmed speed
+    uint32_t baudrate;           /**< speed of the link */
+    uint32_t confirmed_baudrate; /**< last speed at which the host was heard */
+    bool baudrate_on_trial;      /**< the speed has not been confirmed yet */
+    uint64_t trial_end;          /**< when the server goes back to the confirmed speed */
 
-    uint64_t frames;          ///< frames sent since the start
-    uint64_t frames_left_out; ///< due moments of paced streams that passed without a frame
-    uint64_t bytes_sent;      ///< bytes sent since the start
-    uint64_t bytes_received;  ///< bytes received since the start
-    uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; ///< errors told to the host since the start
+    uint64_t frames;          /**< frames sent since the start */
+    uint64_t frames_left_out; /**< due moments of paced streams that passed without a frame */
+    uint64_t bytes_sent;      /**< bytes sent since the start */
+    uint64_t bytes_received;  /**< bytes received since the start */
+    uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; /**< errors told to the host since the start */
 };
 
 server_t server;
@@ -355,11 +355,11 @@ typedef void command_function_t(const command_t *self, const cJSON *command);
 /** A command. */
 struct command_t
 {
-    const char *name;           ///< its word
-    const json_field_t *fields; ///< the members that it takes
-    const char *usage;          ///< what to send instead when its members are wrong
-    uint8_t states;             ///< the states that allow it
-    command_function_t *obey;   ///< obeys it
+    const char *name;           /**< its word */
+    const json_field_t *fields; /**< the members that it takes */
+    const char *usage;          /**< what to send instead when its members are wrong */
+    uint8_t states;             /**< the states that allow it */
+    command_function_t *obey;   /**< obeys it */
 };
 
 /** Tells the host that the members of a command are wrong. */

@@ -11,10 +11,10 @@
 /** A clock. */
 struct zet_server_clock_t
 {
-    get_tick_function_t *get_tick; ///< reads the tick; null when the server has no clock
-    uint32_t ticks_per_second;     ///< 0 when the server has no clock
-    uint32_t last_tick;            ///< the tick when it was last read
-    uint64_t now;                  ///< ticks since the clock was started, as of the last reading
+    get_tick_function_t *get_tick; /**< reads the tick; null when the server has no clock */
+    uint32_t ticks_per_second;     /**< 0 when the server has no clock */
+    uint32_t last_tick;            /**< the tick when it was last read */
+    uint64_t now;                  /**< ticks since the clock was started, as of the last reading */
 };
 
 /** Starts a clock at 0. The server has none when the link lends no tick or gives it no rate. */

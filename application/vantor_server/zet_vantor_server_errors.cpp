@@ -48,8 +48,8 @@ constexpr const char *metadata_failed =
 /** One error. */
 struct error_row_t
 {
-    const char *code;           ///< what the host's program goes by
-    const char *const *message; ///< where the message is: the backend's are defined elsewhere
+    const char *code;           /**< what the host's program goes by */
+    const char *const *message; /**< where the message is: the backend's are defined elsewhere */
 };
 
 /** The errors, in the order of zet_server_error_t. */

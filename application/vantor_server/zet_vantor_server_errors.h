@@ -50,7 +50,7 @@ enum zet_server_error_t : uint8_t
     ZET_SERVER_ERROR_NOX_DATA,
     ZET_SERVER_ERROR_OUT_OF_MEMORY,
 
-    ZET_SERVER_ERROR_COUNT, ///< number of errors; not an error itself
+    ZET_SERVER_ERROR_COUNT, /**< number of errors; not an error itself */
 };
 
 /** The code of an error. */

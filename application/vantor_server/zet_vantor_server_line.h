@@ -10,19 +10,19 @@
 /** What zet_line_buffer_take found. */
 enum zet_line_event_t : uint8_t
 {
-    ZET_LINE_UNFINISHED, ///< all bytes taken, no line feed yet
-    ZET_LINE_COMPLETE,   ///< a line is in the buffer
-    ZET_LINE_TOO_LONG,   ///< the line does not fit; it is dropped up to its line feed
+    ZET_LINE_UNFINISHED, /**< all bytes taken, no line feed yet */
+    ZET_LINE_COMPLETE,   /**< a line is in the buffer */
+    ZET_LINE_TOO_LONG,   /**< the line does not fit; it is dropped up to its line feed */
 };
 
 /** A line in the making. */
 struct zet_line_buffer_t
 {
-    char *text;    ///< the line, closed by a zero when it is complete
-    size_t room;   ///< longest line that fits
-    size_t length; ///< bytes taken so far; of a complete line without its line end
-    bool complete; ///< a complete line is held, which the next byte replaces
-    bool dropping; ///< an overlong line is being dropped
+    char *text;    /**< the line, closed by a zero when it is complete */
+    size_t room;   /**< longest line that fits */
+    size_t length; /**< bytes taken so far; of a complete line without its line end */
+    bool complete; /**< a complete line is held, which the next byte replaces */
+    bool dropping; /**< an overlong line is being dropped */
 };
 
 /**

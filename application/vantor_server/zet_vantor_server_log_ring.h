@@ -20,19 +20,19 @@ constexpr uint32_t zet_log_ring_max_text = 255;
 /** The ring. All zero is an empty one. The fields are its own. */
 struct zet_log_ring_t
 {
-    uint32_t first; ///< where the oldest line starts
-    uint32_t used;  ///< bytes taken
-    uint32_t lines; ///< number of waiting lines
-    uint32_t lost;  ///< lines for which there was no room
+    uint32_t first; /**< where the oldest line starts */
+    uint32_t used;  /**< bytes taken */
+    uint32_t lines; /**< number of waiting lines */
+    uint32_t lost;  /**< lines for which there was no room */
     uint8_t bytes[zet_log_ring_size];
 };
 
 /** A line taken out. */
 struct zet_log_line_t
 {
-    zet_log_level_t level;                    ///< severity
-    char module[zet_log_ring_max_module + 1]; ///< tag of the module, closed by a zero
-    char text[zet_log_ring_max_text + 1];     ///< text, closed by a zero
+    zet_log_level_t level;                    /**< severity */
+    char module[zet_log_ring_max_module + 1]; /**< tag of the module, closed by a zero */
+    char text[zet_log_ring_max_text + 1];     /**< text, closed by a zero */
 };
 
 /** Forgets all waiting lines, the lost ones included. */

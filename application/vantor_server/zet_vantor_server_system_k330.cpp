@@ -43,82 +43,82 @@ constexpr const char *module_tag = "vantor_server_system_k330";
 /** One parameter to override. */
 struct cpd_override_item_t
 {
-    uint32_t value;              ///< the new value, as the host gave it
-    set_cpd_param_func set_func; ///< writes it
+    uint32_t value;              /**< the new value, as the host gave it */
+    set_cpd_param_func set_func; /**< writes it */
 };
 
 /** The parameters that one item overrides. */
 struct cpd_override_t
 {
-    uint32_t count;                                              ///< valid entries in items
-    cpd_override_item_t items[std::size(cpd_override_mappings)]; ///< in the order of the mapping table
+    uint32_t count;                                              /**< valid entries in items */
+    cpd_override_item_t items[std::size(cpd_override_mappings)]; /**< in the order of the mapping table */
 };
 
 /** Clear-channel assessment of one item: its settings and what it decided for the next frame. */
 struct cca_config_t
 {
     bool enabled;
-    float threshold;     ///< the channel is busy above this value
-    bool prepare_needed; ///< the transmitter was switched, so the sensor must be prepared again
-    bool tx_enable;      ///< the next frame is measured with the transmitter on
-    bool debug;          ///< adds the details to the frame message
+    float threshold;     /**< the channel is busy above this value */
+    bool prepare_needed; /**< the transmitter was switched, so the sensor must be prepared again */
+    bool tx_enable;      /**< the next frame is measured with the transmitter on */
+    bool debug;          /**< adds the details to the frame message */
 };
 
 /** What the clear-channel assessment found in the last frame. */
 struct cca_result_t
 {
-    bool data_valid;   ///< measured with the transmitter on, on a clear channel
-    float cca_value;   ///< how much foreign signal there was
-    bool cca_detected; ///< the value was above the threshold
-    bool tx_enabled;   ///< the frame was measured with the transmitter on
+    bool data_valid;   /**< measured with the transmitter on, on a clear channel */
+    float cca_value;   /**< how much foreign signal there was */
+    bool cca_detected; /**< the value was above the threshold */
+    bool tx_enabled;   /**< the frame was measured with the transmitter on */
 };
 
 /** One sensor measured with one configuration. The slot is in use exactly when config is not null. */
 struct sensor_control_group_item_t
 {
     zet_sensor_id_t sensor_id;
-    zet_config_t *config;         ///< owned
-    cpd_override_t *cpd_override; ///< owned; null when nothing is overridden
+    zet_config_t *config;         /**< owned */
+    cpd_override_t *cpd_override; /**< owned; null when nothing is overridden */
     cca_config_t cca_config;
-    zet_processing_t *processing; ///< owned
+    zet_processing_t *processing; /**< owned */
     zet_processing_metadata_t metadata;
-    zet_processing_result_t result; ///< of the last frame
-    cca_result_t cca_result;        ///< of the last frame
-    void *buffer;                   ///< owned; the sensor library's work buffer
-    uint32_t buffer_size;           ///< in bytes
-    uint32_t sweep_tick;            ///< server tick after the interrupt of the last frame
+    zet_processing_result_t result; /**< of the last frame */
+    cca_result_t cca_result;        /**< of the last frame */
+    void *buffer;                   /**< owned; the sensor library's work buffer */
+    uint32_t buffer_size;           /**< in bytes */
+    uint32_t sweep_tick;            /**< server tick after the interrupt of the last frame */
 };
 
 /** Items that are measured together. Free slots may lie between those in use. */
 struct sensor_control_group_t
 {
-    sensor_control_group_item_t *group_items; ///< owned; group_items_count slots
+    sensor_control_group_item_t *group_items; /**< owned; group_items_count slots */
 };
 
 /** What belongs to a sensor whatever item it is measured with. */
 struct sensor_info_t
 {
-    zet_sensor_t *sensor; ///< owned; null while the session does not use the sensor
+    zet_sensor_t *sensor; /**< owned; null while the session does not use the sensor */
     zet_cal_result_t cal_result;
-    bool calibration_complete; ///< cal_result is a usable calibration
+    bool calibration_complete; /**< cal_result is a usable calibration */
 };
 
 /** The groups, in the order in which they are measured, and the sensors by id minus 1. */
 struct sensor_control_t
 {
     sensor_control_group_t groups[MAX_GROUP_COUNT];
-    sensor_info_t *sensor_info; ///< owned
-    zet_config_t **last_config; ///< owned; what each sensor was last prepared with in this session
+    sensor_info_t *sensor_info; /**< owned */
+    zet_config_t **last_config; /**< owned; what each sensor was last prepared with in this session */
 };
 
 /** The whole backend. */
 struct vantor_server_system_t
 {
     size_t sensor_count;
-    size_t group_items_count; ///< slots in every group
+    size_t group_items_count; /**< slots in every group */
     sensor_control_t sensor_control;
-    float frame_rate;       ///< in hertz; 0 when no item paces the frames
-    bool *sensor_connected; ///< owned; found at init
+    float frame_rate;       /**< in hertz; 0 when no item paces the frames */
+    bool *sensor_connected; /**< owned; found at init */
     bool enable_diagnostics;
 };
 
@@ -442,8 +442,8 @@ constexpr const char *log_level_words[] = {"ERROR", "WARNING", "INFO", "VERBOSE"
 static_assert(std::size(log_level_words) == ZET_LOG_LEVEL_DEBUG + 2);
 
 // What read_word answers when there is no value.
-constexpr int word_absent = -1;  ///< no such member, or no string
-constexpr int word_unknown = -2; ///< none of the words
+constexpr int word_absent = -1;  /**< no such member, or no string */
+constexpr int word_unknown = -2; /**< none of the words */
 
 /** Reads a member that holds a word of an enumeration: the enumerator's value, or one of the two above. */
 int read_word(const cJSON *input, const char *key, const char *const *words)

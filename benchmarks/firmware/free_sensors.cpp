@@ -21,7 +21,7 @@ namespace
 {
 
 bool are_free;
-bool is_processed; ///< the frame has been processed, and no object has been asked for since
+bool is_processed; /**< the frame has been processed, and no object has been asked for since */
 zet_int16_complex_t samples[16];
 
 } // namespace

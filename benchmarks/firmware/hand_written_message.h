@@ -16,7 +16,7 @@ struct message_shape_t
     uint32_t tick;
     int16_t temperature;
     uint32_t samples_per_item;
-    bool is_assessed; ///< with clear-channel assessment and its details
+    bool is_assessed; /**< with clear-channel assessment and its details */
 };
 
 /** What every assessment finds, as number and as text. */

@@ -34,7 +34,7 @@ constexpr uint32_t apb2_clock_hz = 84000000;
 constexpr uint32_t apb1_clock_hz = 42000000;
 
 /** Bits of a port's state. */
-constexpr uint32_t usart_damaged = 15U; ///< parity, framing, noise, overrun
+constexpr uint32_t usart_damaged = 15U; /**< parity, framing, noise, overrun */
 constexpr uint32_t usart_received = 1U << 5U;
 constexpr uint32_t usart_all_sent = 1U << 6U;
 constexpr uint32_t usart_can_take = 1U << 7U;

@@ -9,10 +9,10 @@
 /** What can be set on a board without building its program again. */
 struct settings_t
 {
-    uint32_t mark;          ///< settings_mark; anything else stands for the defaults
-    uint16_t sensor_count;  ///< sensor positions, at most 8
-    uint16_t virtual_clock; ///< 1 for a clock that does not wait: same seed, same run
-    uint32_t seed;          ///< all noise follows from it
+    uint32_t mark;          /**< settings_mark; anything else stands for the defaults */
+    uint16_t sensor_count;  /**< sensor positions, at most 8 */
+    uint16_t virtual_clock; /**< 1 for a clock that does not wait: same seed, same run */
+    uint32_t seed;          /**< all noise follows from it */
 };
 
 /** Distinguishes settings from empty flash. */

@@ -16,9 +16,9 @@
 /** How a wait ended. */
 enum class wait_result
 {
-    ready,   ///< what was waited for is there
-    timeout, ///< the time has passed
-    stopped, ///< the program is to end
+    ready,   /**< what was waited for is there */
+    timeout, /**< the time has passed */
+    stopped, /**< the program is to end */
 };
 
 /** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at start. */

@@ -28,18 +28,18 @@ struct options_t
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
-    std::string board_name = "simulated board"; ///< as `identify` reports it
-    std::string board_id;                       ///< the same; empty for none
-    std::string scene_path;                     ///< empty for the built-in scene
+    std::string board_name = "simulated board"; /**< as `identify` reports it */
+    std::string board_id;                       /**< the same; empty for none */
+    std::string scene_path;                     /**< empty for the built-in scene */
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
 
 /** What to do after the command line has been read. */
 enum class options_result
 {
-    run,     ///< start the server
-    done,    ///< help or version was printed
-    refused, ///< the command line is wrong, which was said on stderr
+    run,     /**< start the server */
+    done,    /**< help or version was printed */
+    refused, /**< the command line is wrong, which was said on stderr */
 };
 
 /** Reads the command line. */

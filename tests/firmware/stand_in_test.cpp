@@ -30,23 +30,23 @@ namespace
 /** The board: what the stand-in did to it, and how it misbehaves. */
 struct board_t
 {
-    std::set<zet_sensor_id_t> pending; ///< interrupts that were not taken
+    std::set<zet_sensor_id_t> pending; /**< interrupts that were not taken */
     std::vector<zet_sensor_id_t> raised;
-    std::vector<std::string> errors; ///< lines of level ERROR
-    std::vector<std::string> lines;  ///< all others
-    size_t live = 0;                 ///< allocations that were not freed
+    std::vector<std::string> errors; /**< lines of level ERROR */
+    std::vector<std::string> lines;  /**< all others */
+    size_t live = 0;                 /**< allocations that were not freed */
     size_t transfers = 0;
     size_t word_transfers = 0;
-    size_t longest = 0; ///< in bytes
+    size_t longest = 0; /**< in bytes */
     std::vector<uint8_t> sent;
-    void *spare = nullptr; ///< freed memory that the next allocation gives out again
+    void *spare = nullptr; /**< freed memory that the next allocation gives out again */
     bool is_keeping_spare = false;
     int overrun =
-        0; ///< offset from the end, or below 0 from the start, at which a transfer writes one byte more
+        0; /**< offset from the end, or below 0 from the start, at which a transfer writes one byte more */
     bool is_overrunning = false;
     bool is_memory_exhausted = false;
     bool is_memory_misaligned = false;
-    bool shows_lines = true; ///< supply and enable
+    bool shows_lines = true; /**< supply and enable */
 };
 
 board_t board;

@@ -72,7 +72,7 @@ bool heap_has_its_own_memory()
 struct regions_t
 {
     region_t regions[unit_regions];
-    uint32_t open_count; ///< the first ones; guards follow
+    uint32_t open_count; /**< the first ones; guards follow */
     uint32_t count;
 
     void add(const region_t &region)

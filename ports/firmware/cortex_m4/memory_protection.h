@@ -23,8 +23,8 @@ enum class rights_t : uint32_t
 struct region_t
 {
     const char *name;
-    uint32_t begin; ///< first address
-    uint32_t last;  ///< last address
+    uint32_t begin; /**< first address */
+    uint32_t last;  /**< last address */
     rights_t rights;
 };
 
@@ -33,9 +33,9 @@ struct region_t
 struct unit_region_t
 {
     uint32_t begin;
-    uint32_t log2_size; ///< 5 (32 bytes) to 32 (all addresses)
+    uint32_t log2_size; /**< 5 (32 bytes) to 32 (all addresses) */
     uint32_t
-        disabled_eighths; ///< one bit for each, the lowest addresses in the lowest bit; 0 below 256 bytes
+        disabled_eighths; /**< one bit for each, the lowest addresses in the lowest bit; 0 below 256 bytes */
 };
 
 /** The smallest region of the unit that covers the addresses. */

@@ -18,9 +18,9 @@
 struct transmitter_t
 {
     uint64_t byte_time_ns = 0;
-    bool is_blocked = false;     ///< takes nothing
-    uint64_t buffer_free_ns = 0; ///< when the last byte leaves the buffer
-    uint64_t idle_ns = 0;        ///< when its last bit has been sent
+    bool is_blocked = false;     /**< takes nothing */
+    uint64_t buffer_free_ns = 0; /**< when the last byte leaves the buffer */
+    uint64_t idle_ns = 0;        /**< when its last bit has been sent */
     std::string sent;
 };
 
@@ -35,24 +35,24 @@ struct fake_board_t
 {
     uint64_t now_ns = 0;
     bool counter_runs = true;
-    uint64_t poll_time_ns = 1000; ///< what a question to a port takes
+    uint64_t poll_time_ns = 1000; /**< what a question to a port takes */
 
     transmitter_t link;
     transmitter_t log;
-    bool link_reports_last_bit = true; ///< whether the port knows more than that its buffer is empty
-    uint32_t cut_bytes = 0;       ///< bytes that were still being sent when the link's port was opened again
-    std::deque<uint8_t> received; ///< by the link's port, not taken yet
-    uint32_t sensor_lines = 0;    ///< interrupts of sensors that are not acknowledged
+    bool link_reports_last_bit = true; /**< whether the port knows more than that its buffer is empty */
+    uint32_t cut_bytes = 0; /**< bytes that were still being sent when the link's port was opened again */
+    std::deque<uint8_t> received; /**< by the link's port, not taken yet */
+    uint32_t sensor_lines = 0;    /**< interrupts of sensors that are not acknowledged */
 
     const char *reset_cause = nullptr;
     uint32_t reset_cause_reads = 0;
-    std::function<void()> on_reset_cause = [] {}; ///< what happens while it is read
+    std::function<void()> on_reset_cause = [] {}; /**< what happens while it is read */
 
-    std::vector<call_t> calls;   ///< what was switched
-    std::vector<uint32_t> waits; ///< durations that were asked for
+    std::vector<call_t> calls;   /**< what was switched */
+    std::vector<uint32_t> waits; /**< durations that were asked for */
     std::vector<log_entry_t> server_log;
     uint64_t last_feed_ns = 0;
-    uint64_t longest_unfed_ns = 0; ///< longest time between two feedings of the watchdog
+    uint64_t longest_unfed_ns = 0; /**< longest time between two feedings of the watchdog */
 
     uint64_t now_us() const
     {

@@ -23,7 +23,7 @@ using namespace stand_in;
 struct library_state
 {
     const zet_hal_k330_t *hal;
-    decltype(zet_hal_k330_t::log) write_log; ///< also of a record that was refused
+    decltype(zet_hal_k330_t::log) write_log; /**< also of a record that was refused */
     object *objects;
     uint32_t last_serial;
     zet_probes_callback_rw_t *callback;

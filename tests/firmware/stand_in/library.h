@@ -27,7 +27,7 @@ enum class object_kind : uint32_t
 struct object
 {
     object_kind magic;
-    uint32_t serial; ///< unlike the address never used twice
+    uint32_t serial; /**< unlike the address never used twice */
     object *next;
 };
 
@@ -59,8 +59,8 @@ inline unsigned long number(uint32_t value)
 enum class power
 {
     off,
-    half_on, ///< supplied or enabled
-    on,      ///< also where the lines are not seen
+    half_on, /**< supplied or enabled */
+    on,      /**< also where the lines are not seen */
 };
 
 /** Forgets how all lines were switched. */

@@ -13,7 +13,7 @@ struct line_state
 {
     uint32_t supplied;
     uint32_t enabled;
-    uint32_t to_be_reset; ///< calibrated since the enable line was released
+    uint32_t to_be_reset; /**< calibrated since the enable line was released */
 };
 
 line_state lines;

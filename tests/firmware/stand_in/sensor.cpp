@@ -26,11 +26,11 @@ struct calibration_arguments
 /** What a sensor was prepared with. */
 struct program
 {
-    const zet_config_t *config; ///< null when not prepared
-    frame_head head;            ///< of its frames
-    uint32_t slots;             ///< frames that can wait to be read
+    const zet_config_t *config; /**< null when not prepared */
+    frame_head head;            /**< of its frames */
+    uint32_t slots;             /**< frames that can wait to be read */
     zet_cpd_k330_meas_session_parameters_t block;
-    uint32_t block_end; ///< must stay 0
+    uint32_t block_end; /**< must stay 0 */
 };
 
 /** A calibration result. */
@@ -57,11 +57,11 @@ struct zet_sensor : stand_in::object
     static constexpr auto kind = stand_in::object_kind::sensor;
 
     zet_sensor_id_t id = 0;
-    uint32_t calibration_step = 0; ///< 0 when none is under way
+    uint32_t calibration_step = 0; /**< 0 when none is under way */
     calibration_arguments arguments = {};
     program prepared = {};
-    uint32_t measured = 0; ///< frames since creation
-    uint32_t waiting = 0;  ///< frames that were not read
+    uint32_t measured = 0; /**< frames since creation */
+    uint32_t waiting = 0;  /**< frames that were not read */
 };
 
 namespace

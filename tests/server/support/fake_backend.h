@@ -20,23 +20,23 @@ struct fake_backend_t
 {
     bool init_result = true;
     bool parse_result = true;
-    const char *parse_message = nullptr; ///< stored whatever the result
-    bool sensor_paced = false;           ///< a frame rate is configured
+    const char *parse_message = nullptr; /**< stored whatever the result */
+    bool sensor_paced = false;           /**< a frame rate is configured */
     bool metadata_result = true;
     bool frame_result = true;
-    const char *frame_message = nullptr; ///< stored when the result is false
+    const char *frame_message = nullptr; /**< stored when the result is false */
     uint32_t sensor_count = 5;
     std::set<uint32_t> connected = {1, 2};
     std::function<void()> during_parse = [] {};
     std::function<void()> during_frame = [] {};
 
-    bool ready = false;                  ///< between init and deinit
-    void *session = nullptr;             ///< memory that a session holds
-    bool parsed = false;                 ///< a document has been handed in and the session not yet ended
-    bool prepared = false;               ///< the last document was accepted
-    std::vector<std::string> calls;      ///< names of the operations called, without the common prefix
-    std::vector<std::string> violations; ///< calls that broke the calling order
-    uint8_t nox_log_level = 0xFF;        ///< as handed to init
+    bool ready = false;                  /**< between init and deinit */
+    void *session = nullptr;             /**< memory that a session holds */
+    bool parsed = false;                 /**< a document has been handed in and the session not yet ended */
+    bool prepared = false;               /**< the last document was accepted */
+    std::vector<std::string> calls;      /**< names of the operations called, without the common prefix */
+    std::vector<std::string> violations; /**< calls that broke the calling order */
+    uint8_t nox_log_level = 0xFF;        /**< as handed to init */
 };
 
 extern fake_backend_t fake_backend;

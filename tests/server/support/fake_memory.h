@@ -10,10 +10,10 @@
 /** What the allocator has done and shall do. */
 struct fake_memory_t
 {
-    size_t live = 0;        ///< blocks allocated now
-    size_t allocations = 0; ///< requests since the record was last reset
-    size_t fail_at = 0;     ///< number of the request that fails, counted from 1; 0 for none
-    bool failed = false;    ///< a request has been refused
+    size_t live = 0;        /**< blocks allocated now */
+    size_t allocations = 0; /**< requests since the record was last reset */
+    size_t fail_at = 0;     /**< number of the request that fails, counted from 1; 0 for none */
+    bool failed = false;    /**< a request has been refused */
 };
 
 extern fake_memory_t fake_memory;

@@ -21,18 +21,18 @@
 /** One message of the server. */
 struct message_t
 {
-    std::string line;       ///< its text, without the line feed
-    nlohmann::json members; ///< the same, parsed
-    std::string payload;    ///< what followed
+    std::string line;       /**< its text, without the line feed */
+    nlohmann::json members; /**< the same, parsed */
+    std::string payload;    /**< what followed */
 };
 
 /** What the server's port sees. */
 struct fake_port_t
 {
-    std::string sent;                ///< bytes for the host that have not been looked at
-    uint32_t tick = 0;               ///< the clock
-    std::vector<uint32_t> baudrates; ///< speeds that were set
-    int input_restarts = 0;          ///< how often pending input was discarded
+    std::string sent;                /**< bytes for the host that have not been looked at */
+    uint32_t tick = 0;               /**< the clock */
+    std::vector<uint32_t> baudrates; /**< speeds that were set */
+    int input_restarts = 0;          /**< how often pending input was discarded */
     zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
     zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234",
                                        "simulated"};

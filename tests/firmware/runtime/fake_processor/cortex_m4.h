@@ -16,9 +16,10 @@ namespace cortex_m4
 struct fake_processor_t
 {
     bool interrupts_are_held_back = false;
-    std::function<void()> pending;  ///< an interrupt that comes, and is handled, as soon as it is let through
-    std::vector<uint32_t> sleeps;   ///< in cycles
-    bool slept_unprotected = false; ///< whether an interrupt could have come between a check and a sleep
+    std::function<void()>
+        pending; /**< an interrupt that comes, and is handled, as soon as it is let through */
+    std::vector<uint32_t> sleeps;   /**< in cycles */
+    bool slept_unprotected = false; /**< whether an interrupt could have come between a check and a sleep */
 };
 
 inline fake_processor_t processor;
