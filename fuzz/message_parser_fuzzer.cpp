@@ -108,7 +108,8 @@ bool stands_there(std::string_view stream, const event &found)
  */
 void check_places(std::string_view stream, const std::vector<event> &events)
 {
-    uint64_t end = 0; // of the message before
+    // The end of the message before.
+    uint64_t end = 0;
     const event *fault = nullptr;
     for (const auto &found : events)
     {

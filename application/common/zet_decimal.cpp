@@ -193,13 +193,15 @@ bool is_uint32(double value, uint32_t *whole)
     const auto high = static_cast<uint32_t>(bits >> 32U);
     const auto low = static_cast<uint32_t>(bits);
     constexpr uint32_t exponent_of_one = 1023;
-    const uint32_t exponent = (high >> 20U) - exponent_of_one; // a sign makes it too large
+    // A sign makes it too large.
+    const uint32_t exponent = (high >> 20U) - exponent_of_one;
     if (exponent > 31)
     {
         *whole = 0;
         return bits == 0;
     }
-    const uint32_t fraction = 0x80000000U | high << 11U | low >> 21U; // the first 32 digits of 53
+    // The first 32 digits of 53.
+    const uint32_t fraction = 0x80000000U | high << 11U | low >> 21U;
     *whole = fraction >> (31U - exponent);
     return fraction << exponent << 1U == 0 && low << 11U == 0;
 }

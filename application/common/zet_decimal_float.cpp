@@ -109,7 +109,8 @@ int32_t floor_log10(int32_t exponent, bool is_shorter)
 /** log2(10^power), rounded down. */
 int32_t floor_log2(int32_t power)
 {
-    return (power * 1741647) >> 19U; // log2(10) in units of 2^-19
+    // log2(10) in units of 2^-19.
+    return (power * 1741647) >> 19U;
 }
 
 /** factor × number ÷ 2^64, rounded to the odd one of its two neighbours when it is not whole. */

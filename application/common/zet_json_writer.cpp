@@ -125,9 +125,11 @@ inline bool copy_plain_byte(char *out, const char *text)
 /** Writes the bytes of a string up to the first that is not plain, to which the text is moved on. */
 char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
 {
-    constexpr uint32_t stride = 4; // bytes between two looks at the room
+    // Bytes between two looks at the room.
+    constexpr uint32_t stride = 4;
     const char *rest = *text;
-    uint32_t count = 0; // plain bytes at the end, less than a stride
+    // Plain bytes at the end, less than a stride.
+    uint32_t count = 0;
     for (;;)
     {
         out = reserve(writer, out, stride);

@@ -61,14 +61,18 @@ void wait_for(uintptr_t address, uint32_t bits, uint32_t value)
 /** 168 MHz from the crystal of 25 MHz; 84 MHz and 42 MHz for the buses. */
 void start_clocks()
 {
-    set_bits(rcc, 1U << 0U | 1U << 16U); // internal oscillator, crystal
+    // Internal oscillator, crystal.
+    set_bits(rcc, 1U << 0U | 1U << 16U);
     wait_for(rcc, 1U << 1U | 1U << 17U, 1U << 1U | 1U << 17U);
-    hardware_register(rcc + 0x08U) = 0; // a boot loader may run on what is set up below
+    // A boot loader may run on what is set up below.
+    hardware_register(rcc + 0x08U) = 0;
     wait_for(rcc + 0x08U, 3U << 2U, 0);
     hardware_register(rcc) = hardware_register(rcc) & ~(1U << 24U);
-    hardware_register(flash_access_control) = 7U << 8U | 5U; // caches, 5 wait states
+    // Caches, 5 wait states.
+    hardware_register(flash_access_control) = 7U << 8U | 5U;
     hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
-    set_bits(rcc, 1U << 24U); // multiplies
+    // Starts the multiplier.
+    set_bits(rcc, 1U << 24U);
     wait_for(rcc, 1U << 25U, 1U << 25U);
     hardware_register(rcc + 0x08U) = 5U << 10U | 4U << 13U | 2U;
     wait_for(rcc + 0x08U, 3U << 2U, 2U << 2U);
@@ -85,7 +89,8 @@ void set_field(uintptr_t address, uint32_t field, uint32_t width, uint32_t value
 void set_alternate_function(uint32_t pin, uint32_t function)
 {
     set_field(gpio_a + 0x20U + pin / 8U * 4U, pin % 8U, 4, function);
-    set_field(gpio_a, pin, 2, 2); // alternate function
+    // The alternate function.
+    set_field(gpio_a, pin, 2, 2);
 }
 
 void set_pin(uint32_t pin, bool high)
@@ -99,12 +104,15 @@ void start_pins()
     {
         set_alternate_function(pin, pin >= 5U && pin <= 7U ? 5U : 7U);
     }
-    set_bits(gpio_a + 0x08U, 2U << 4U | 2U << 10U | 2U << 14U | 2U << 18U); // fast outputs
-    set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U | 1U << 20U); // interrupts rest low, the link's input high
+    // Fast outputs.
+    set_bits(gpio_a + 0x08U, 2U << 4U | 2U << 10U | 2U << 14U | 2U << 18U);
+    // Interrupts rest low, the link's input high.
+    set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U | 1U << 20U);
     for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
     {
         set_pin(pin, false);
-        set_field(gpio_b, pin, 2, 1); // output
+        // An output.
+        set_field(gpio_b, pin, 2, 1);
     }
 }
 
@@ -113,14 +121,17 @@ void start_counter()
 {
     hardware_register(tim2 + 0x28U) = (is_emulated ? 1000U : 2U * apb1_clock_hz / 1000000U) - 1U;
     hardware_register(tim2 + 0x2CU) = 0xFFFFFFFFU;
-    hardware_register(tim2 + 0x14U) = 1; // takes the prescaler
+    // Loads the prescaler.
+    hardware_register(tim2 + 0x14U) = 1;
     hardware_register(tim2) = 1;
 }
 
 void start_sensors()
 {
-    hardware_register(spi1) = 3U << 8U | 1U << 6U | 3U << 3U | 1U << 2U; // master, 5.25 MHz, mode 0
-    hardware_register(exti + 0x08U) = 3;                                 // rising edges of lines 0 and 1
+    // Master, 5.25 MHz, mode 0.
+    hardware_register(spi1) = 3U << 8U | 1U << 6U | 3U << 3U | 1U << 2U;
+    // Rising edges of lines 0 and 1.
+    hardware_register(exti + 0x08U) = 3;
     hardware_register(exti) = 3;
 }
 
@@ -143,9 +154,12 @@ void board_start(void)
     {
         start_clocks();
     }
-    set_bits(rcc + 0x30U, 3U);                               // GPIO A, B
-    set_bits(rcc + 0x40U, 1U << 0U | 1U << 17U);             // TIM2, USART2
-    set_bits(rcc + 0x44U, 1U << 4U | 1U << 12U | 1U << 14U); // USART1, SPI1, SYSCFG
+    // GPIO A, B.
+    set_bits(rcc + 0x30U, 3U);
+    // TIM2, USART2.
+    set_bits(rcc + 0x40U, 1U << 0U | 1U << 17U);
+    // USART1, SPI1, SYSCFG.
+    set_bits(rcc + 0x44U, 1U << 4U | 1U << 12U | 1U << 14U);
     start_pins();
     start_counter();
     start_sensors();
@@ -216,7 +230,8 @@ void board_sensor_set_supply(uint32_t sensor_id, bool on)
 
 void board_sensor_set_enable(uint32_t sensor_id, bool on)
 {
-    set_pin(sensor_id - 1U, on); // the chip select of a sensor that is off is low as well
+    // The chip select of a sensor that is off is low as well.
+    set_pin(sensor_id - 1U, on);
     set_pin(sensor_id + 3U, on);
 }
 
@@ -246,7 +261,8 @@ uint32_t board_sensor_take_interrupts(void)
 const char *board_reset_cause(void)
 {
     const uint32_t flags = hardware_register(rcc + 0x74U);
-    set_bits(rcc + 0x74U, 1U << 24U); // the flags are for the next reset
+    // The flags are for the next reset.
+    set_bits(rcc + 0x74U, 1U << 24U);
     return (flags & 3U << 29U) != 0U   ? "watchdog"
            : (flags & 1U << 27U) != 0U ? "power on"
            : (flags & 1U << 28U) != 0U ? "software"

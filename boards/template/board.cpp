@@ -14,15 +14,15 @@ using cortex_m4::hardware_register;
 namespace
 {
 
-constexpr uintptr_t clocks = 0xA0000000U;        // +0 ports that are on, +4 state, +8 flags of the last reset
-constexpr uintptr_t counter = 0xA0001000U;       // +0 value, +4 control
-constexpr uintptr_t watchdog = 0xA0002000U;      // +0 count
-constexpr uintptr_t link_port = 0xA0003000U;     // +0 state, +4 data, +8 divider, +12 control
-constexpr uintptr_t log_port = 0xA0004000U;      // the same
-constexpr uintptr_t spi = 0xA0005000U;           // +0 state, +4 data, +8 control
-constexpr uintptr_t pins = 0xA0006000U;          // +0 set, +4 clear, +8 outputs
-constexpr uintptr_t pin_interrupt = 0xA0007000U; // +0 pending, +4 rising edges that interrupt
-constexpr uintptr_t serial_number = 0xA0008000U; // +0 a word
+constexpr uintptr_t clocks = 0xA0000000U;        /**< +0 ports that are on, +4 state, +8 flags of a reset */
+constexpr uintptr_t counter = 0xA0001000U;       /**< +0 value, +4 control */
+constexpr uintptr_t watchdog = 0xA0002000U;      /**< +0 count */
+constexpr uintptr_t link_port = 0xA0003000U;     /**< +0 state, +4 data, +8 divider, +12 control */
+constexpr uintptr_t log_port = 0xA0004000U;      /**< the same */
+constexpr uintptr_t spi = 0xA0005000U;           /**< +0 state, +4 data, +8 control */
+constexpr uintptr_t pins = 0xA0006000U;          /**< +0 set, +4 clear, +8 outputs */
+constexpr uintptr_t pin_interrupt = 0xA0007000U; /**< +0 pending, +4 rising edges that interrupt */
+constexpr uintptr_t serial_number = 0xA0008000U; /**< +0 a word */
 
 constexpr uint32_t port_clock_hz = 50000000;
 constexpr uint32_t largest_divider = 0xFFFF;
@@ -31,18 +31,18 @@ constexpr uint32_t largest_divider = 0xFFFF;
 constexpr uint32_t can_send = 1U << 0U;
 constexpr uint32_t all_sent = 1U << 1U;
 constexpr uint32_t received = 1U << 2U;
-constexpr uint32_t damaged = 1U << 3U; // overrun, wrong frame
+constexpr uint32_t damaged = 1U << 3U; /**< overrun, wrong frame */
 
 // Bits of a serial port's control.
 constexpr uint32_t send_on = 1U << 0U;
-constexpr uint32_t receive_on = 1U << 1U | 1U << 2U; // with its interrupt
+constexpr uint32_t receive_on = 1U << 1U | 1U << 2U; /**< with its interrupt */
 
 constexpr uint32_t spi_done = 1U << 0U;
 
 // Pins of sensor 1; those of the next sensors follow.
 constexpr uint32_t first_supply = 0;
 constexpr uint32_t first_enable = 8;
-constexpr uint32_t first_select = 16; // low: selected
+constexpr uint32_t first_select = 16; /**< low: selected */
 constexpr uint32_t sensor_pins = 0x00030303U;
 
 uint32_t divider_for(uint32_t baudrate)
@@ -78,7 +78,8 @@ void board_start(void)
     hardware_register(pins + 8U) = sensor_pins;
     hardware_register(counter + 4U) = 1;
     hardware_register(spi + 8U) = 1;
-    hardware_register(pin_interrupt + 4U) = 3; // edges: a level would interrupt until the sensor is read
+    // Edges: a level would interrupt until the sensor is read.
+    hardware_register(pin_interrupt + 4U) = 3;
     hardware_register(log_port + 8U) = divider_for(115200);
     hardware_register(log_port + 12U) = send_on;
 }
@@ -178,7 +179,8 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
 uint32_t board_sensor_take_interrupts(void)
 {
     const uint32_t sensors = hardware_register(pin_interrupt);
-    hardware_register(pin_interrupt) = sensors; // ones clear
+    // Writing ones clears them.
+    hardware_register(pin_interrupt) = sensors;
     return sensors;
 }
 

@@ -83,7 +83,8 @@ void client::reconnect()
     parser_.reset();
     unanswered_ends_ = 0;
     find_server();
-    unanswered_ends_ = any_number; // those of earlier hosts too, which a busy server still answers
+    // Those of earlier hosts too, which a busy server still answers.
+    unanswered_ends_ = any_number;
     identify();
     if (server_.protocol_version != protocol_version)
     {
@@ -199,7 +200,8 @@ void client::set_baudrate(uint32_t baudrate)
     }
     catch (const error &)
     {
-        link_->set_baudrate(former); // the server goes back too
+        // The server goes back too.
+        link_->set_baudrate(former);
         throw;
     }
 }
@@ -268,7 +270,8 @@ std::chrono::milliseconds client::repeat_end(std::chrono::milliseconds left)
     if (time_left(*end_repetition_, now_).count() == 0)
     {
         end_repetition_ = now_() + end_interval;
-        if (parser_.missing() == 0) // else the server is there
+        // Otherwise the server is there.
+        if (parser_.missing() == 0)
         {
             send_end(left);
         }
@@ -350,7 +353,8 @@ bool client::take_late_answer(const message &received)
     {
         return true;
     }
-    unanswered_ends_ = 0; // answers keep their order
+    // Answers keep their order.
+    unanswered_ends_ = 0;
     return false;
 }
 

@@ -173,7 +173,8 @@ bool server_process::wait_for_end() const noexcept
     const int process = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
     if (process < 0)
     {
-        return false; // as before Linux 5.3 and in some sandboxes; the server has nothing to lose
+        // As before Linux 5.3 and in some sandboxes; the server has nothing to lose.
+        return false;
     }
     const auto deadline = std::chrono::steady_clock::now() + ending_time_;
     pollfd waiting{.fd = process, .events = POLLIN, .revents = 0};

@@ -244,7 +244,8 @@ std::string name_unexpected(const std::vector<std::string> &words)
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
     auto words = app.remaining(true);
-    std::erase(words, "--"); // ends the options, and is expected anywhere
+    // "--" ends the options, and is expected anywhere.
+    std::erase(words, "--");
     if (words.empty())
     {
         return failure.what();

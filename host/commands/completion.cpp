@@ -140,7 +140,8 @@ void write_fish_option(const command &what, const command_option &option, std::o
     const auto *const choice = std::get_if<choice_value>(&option.value);
     if (!is_option(option) && choice == nullptr)
     {
-        return; // the name of a file, which fish completes by itself
+        // The name of a file, which fish completes by itself.
+        return;
     }
     out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "'"
         << (is_option(option) ? " -l " + option.name.substr(2) : "")

@@ -51,7 +51,7 @@ private:
     time_source now_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_;
-    size_t width_ = 0; // of the line that is on the terminal
+    size_t width_ = 0; /**< of the line that is on the terminal */
 };
 
 /**

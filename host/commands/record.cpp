@@ -69,7 +69,8 @@ double frame_period(const nlohmann::json &configuration, const session_metadata 
     }
     for (const auto &item : list_items(configuration))
     {
-        const auto rate = static_cast<float>(item.frame_rate); // as the server reads it
+        // As the server reads it.
+        const auto rate = static_cast<float>(item.frame_rate);
         if (rate > 0.0F)
         {
             return 1.0 / rate;

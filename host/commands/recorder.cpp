@@ -54,7 +54,8 @@ void recorder::run(const recorder_limits &limits)
             }
         }
     }
-    source_.end(); // frames that are still on their way are dropped
+    // Frames that are still on their way are dropped.
+    source_.end();
 }
 
 /** The time since a moment, in seconds. */

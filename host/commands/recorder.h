@@ -87,12 +87,12 @@ private:
     time_source now_;
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
-    std::chrono::steady_clock::time_point last_; // when the last frame, or more of the next, came
-    size_t missing_ = 0;                         // bytes of the frame that was under way then
+    std::chrono::steady_clock::time_point last_; /**< when the last frame, or more of the next, came */
+    size_t missing_ = 0;                         /**< bytes of the frame that was under way then */
     double seconds_ = 0.0;
     unsigned losses_ = 0;
     bool interrupted_ = false;
-    bool damaged_ = false; // since the last frame
+    bool damaged_ = false; /**< since the last frame */
     std::optional<uint32_t> last_tick_;
 };
 

@@ -74,7 +74,8 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     {
         throw bad_recording("The recording contains no whole frame, so there is nothing to replay.");
     }
-    const interrupt_watch watch; // from before the line by which others learn that it runs
+    // From before the line by which others learn that it runs.
+    const interrupt_watch watch;
     tcp_listener listener(static_cast<uint16_t>(options.port));
     streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
     for (uint64_t served = 0; options.hosts == 0 || served < options.hosts;)

@@ -43,7 +43,8 @@ nlohmann::ordered_json to_json(const board_info &board)
 /** A number as JSON: a whole one, as in the protocol, when it is one. */
 nlohmann::ordered_json to_json(double number)
 {
-    constexpr double most = 9007199254740992.0; // up to which each whole number has a form of its own
+    // Up to here each whole number has a form of its own.
+    constexpr double most = 9007199254740992.0;
     if (number <= most && number == std::floor(number))
     {
         return static_cast<uint64_t>(number);

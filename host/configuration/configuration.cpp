@@ -81,7 +81,7 @@ public:
     }
 
 private:
-    std::vector<std::set<std::string>> seen_; // for each open object
+    std::vector<std::set<std::string>> seen_; /**< for each open object */
     std::string repeated_;
 };
 

@@ -157,7 +157,7 @@ public:
 
 private:
     uint64_t frames_per_strip_;
-    uint64_t frames_ = 0; // in the strip that is being built
+    uint64_t frames_ = 0; /**< in the strip that is being built */
     double seconds_ = 0.0;
     item_statistics level_;
     size_t sweep_length_;

@@ -89,7 +89,8 @@ void write_subsweep(const std::filesystem::path &base, const recorded_item &item
         {
             map << strip.seconds << " " << item.distances[i] << " " << strip.levels[i] << "\n";
         }
-        const auto last = place.offset + place.length - 1; // its field ends where a next point would be
+        // Its field ends where a next point would be.
+        const auto last = place.offset + place.length - 1;
         map << strip.seconds << " " << item.distances[last] + step_length(item, subsweep) << " "
             << strip.levels[last] << "\n\n";
     }

@@ -35,7 +35,7 @@ public:
     [[nodiscard]] std::optional<size_t> strongest_point() const;
 
 private:
-    std::vector<double> sums_; // of the magnitudes, for each point
+    std::vector<double> sums_; /**< of the magnitudes, for each point */
     uint64_t sweeps_ = 0;
 };
 

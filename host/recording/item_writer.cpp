@@ -79,7 +79,8 @@ void item_writer::append(const frame_item &item)
     auto clock = clock_;
     const auto row = table_row(frames_, clock.advance(item.tick), item);
     row_length_ = row.size();
-    table_.append(row); // first: frames are counted by the samples, so each has its row whenever this ends
+    // First: frames are counted by the samples, so each has its row whenever this ends.
+    table_.append(row);
     data_.append(std::as_bytes(item.samples));
 }
 

@@ -84,7 +84,7 @@ private:
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;
     uint64_t table_length_ = 0;
-    size_t row_length_ = 0; // of the row appended last
+    size_t row_length_ = 0; /**< of the row appended last */
 };
 
 } // namespace vantor

@@ -23,7 +23,8 @@ public:
     {
         if (started_)
         {
-            elapsed_ += tick - last_; // modulo 2^32, so a wrap makes no difference
+            // Modulo 2^32, so a wrap makes no difference.
+            elapsed_ += tick - last_;
         }
         started_ = true;
         last_ = tick;

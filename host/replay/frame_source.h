@@ -44,10 +44,10 @@ private:
 
     session_reader &recording_;
     std::vector<frame_table> tables_;
-    uint64_t number_ = 0;       // of the next frame
-    double lap_seconds_ = 0.0;  // when the present lap began
-    uint32_t lap_ticks_ = 0;    // what is added to ticks in the present lap
-    double last_seconds_ = 0.0; // of the last frame in its lap
+    uint64_t number_ = 0;       /**< of the next frame */
+    double lap_seconds_ = 0.0;  /**< when the present lap began */
+    uint32_t lap_ticks_ = 0;    /**< what is added to ticks in the present lap */
+    double last_seconds_ = 0.0; /**< of the last frame in its lap */
 };
 
 } // namespace vantor

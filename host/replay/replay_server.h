@@ -75,10 +75,10 @@ private:
     time_source now_;
     frame_source frames_;
     state state_ = state::idle;
-    std::string input_; // of the line that is being received
+    std::string input_; /**< of the line that is being received */
     std::optional<replayed_frame> next_;
-    double first_seconds_ = 0.0;                    // of the first frame of the stream
-    std::chrono::steady_clock::time_point started_; // when the stream began
+    double first_seconds_ = 0.0;                    /**< of the first frame of the stream */
+    std::chrono::steady_clock::time_point started_; /**< when the stream began */
     uint64_t frames_sent_ = 0;
 };
 

@@ -55,8 +55,8 @@ bench::bench(client::link_factory open_links, link_traits traits, client_timeout
 void bench::connect()
 {
     disconnect();
-    const int attempts =
-        server_ ? attempts_while_busy : 1; // the first time it is another host that is served
+    // The first time it is another host that is served.
+    const int attempts = server_ ? attempts_while_busy : 1;
     for (int attempt = 1; !host_; ++attempt)
     {
         try
@@ -291,7 +291,8 @@ void bench::check_ticks(const frame &received)
     }
     for (size_t i = 0; i < ticks_.size(); ++i)
     {
-        const uint32_t step = ticks[i] - ticks_[i]; // right where the tick starts again at 0
+        // Right where the tick starts again at 0.
+        const uint32_t step = ticks[i] - ticks_[i];
         check(step <= INT32_MAX, "a tick that does not go back",
               std::to_string(ticks[i]) + " after " + std::to_string(ticks_[i]));
     }

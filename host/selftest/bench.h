@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    std::shared_ptr<const discrepancy> what_; // shared, so that copying the exception cannot fail
+    std::shared_ptr<const discrepancy> what_; /**< shared, so that copying the exception cannot fail */
 };
 
 /** Ends a case that does not apply to a server; the text says why. */
@@ -231,13 +231,13 @@ private:
     time_source now_;
     std::optional<client> host_;
     std::optional<server_info> server_;
-    link *line_ = nullptr; // owned by host_
+    link *line_ = nullptr; /**< owned by host_ */
     uint64_t bytes_sent_ = 0;
     std::shared_ptr<const session_metadata> metadata_;
-    std::vector<uint32_t> ticks_; // of the items of the last frame
+    std::vector<uint32_t> ticks_; /**< of the items of the last frame */
     std::vector<log_line> log_;
     std::optional<clock_reading> first_reading_;
-    std::optional<clock_reading> last_reading_; // nothing when the last statistics had none
+    std::optional<clock_reading> last_reading_; /**< nothing when the last statistics had none */
 };
 
 /** An item that takes little time and few bytes on any board. */

@@ -142,7 +142,8 @@ void session(bench &on)
         on.execute({{"command", "start"}});
         receive_frames(on, 3);
         on.end_stream("stop");
-        on.ping(); // no frame comes before this answer
+        // No frame comes before this answer.
+        on.ping();
     }
     on.execute({{"command", "end"}});
 }

@@ -173,12 +173,12 @@ private:
     }
 
     bench &on_;
-    bench::time_point deadline_; // of the next statistics
+    bench::time_point deadline_; /**< of the next statistics */
     uint64_t frames_before_ = 0;
     int64_t left_out_before_ = 0;
-    uint32_t last_tick_ = 0;               // at first that of a frame on demand
-    std::vector<int64_t> ticks_;           // since that frame
-    std::map<uint64_t, int64_t> left_out_; // by the number of frames sent
+    uint32_t last_tick_ = 0;               /**< at first that of a frame on demand */
+    std::vector<int64_t> ticks_;           /**< since that frame */
+    std::map<uint64_t, int64_t> left_out_; /**< by the number of frames sent */
 };
 
 void pace(bench &on)

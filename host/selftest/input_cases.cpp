@@ -28,7 +28,8 @@ selftest_case wrong_input(const std::string &name, const std::string &input, con
 /** Arrays in one another, too many of them. */
 std::string deep_nesting()
 {
-    constexpr size_t depth = 16; // of the arrays; the command is one level more
+    // Of the arrays; the command is one level deeper.
+    constexpr size_t depth = 16;
     return "{\"command\":" + std::string(depth, '[') + std::string(depth, ']') + "}\n";
 }
 
@@ -87,7 +88,8 @@ void wrong_states(bench &on)
     on.configure(small_session(on));
     on.refuse(configure, "wrong_state");
     on.refuse("{\"command\":\"stop\"}\n", "wrong_state");
-    on.measure(); // the session is still there
+    // The session is still there.
+    on.measure();
     on.execute({{"command", "end"}});
 }
 

@@ -82,7 +82,8 @@ std::vector<selftest_case> all_cases()
 void run_cases(bench &on, const std::function<void(const case_result &)> &report)
 {
     on.connect();
-    std::string lost; // why the server cannot be reached any more
+    // Why the server cannot be reached any more.
+    std::string lost;
     for (const auto &each : all_cases())
     {
         const bool reached_before = lost.empty();

@@ -28,7 +28,8 @@ void end_while_streaming(bench &on)
         on.execute({{"command", "start"}});
         on.next_frame();
         on.end_stream("end");
-        on.ping(); // no frame comes before this answer
+        // No frame comes before this answer.
+        on.ping();
     }
 }
 
@@ -41,7 +42,8 @@ void configure_while_streaming(bench &on)
     const std::string awaited = "the error \"wrong_state\"";
     const auto received = on.next_after_frames(awaited).answer;
     check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
-    on.next_frame(); // the stream goes on
+    // The stream goes on.
+    on.next_frame();
     on.end_stream("stop");
 }
 

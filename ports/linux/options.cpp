@@ -180,7 +180,8 @@ std::string printable(std::string text)
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
     auto words = app.remaining(true);
-    std::erase(words, "--"); // ends the options, and is expected anywhere
+    // "--" ends the options, and is expected anywhere.
+    std::erase(words, "--");
     std::string text = words.size() == 1 ? "unexpected argument:" : "unexpected arguments:";
     for (const auto &word : words)
     {

@@ -64,7 +64,8 @@ inline uint32_t noise_next(uint32_t &state)
 inline void noise_fill(noise_source &source, float *values, size_t count)
 {
     const int32_t mean = 2 * 65535;
-    const float scale = 1.0F / 37837.2274F; // square root of 4 (2^32 - 1) / 12
+    // The square root of 4 (2^32 - 1) / 12.
+    const float scale = 1.0F / 37837.2274F;
     for (size_t i = 0; i < count; i += noise_source::lanes)
     {
         for (size_t lane = 0; lane < noise_source::lanes; ++lane)

@@ -34,7 +34,8 @@ inline void sine_and_cosine_of(phase_t phase, float &sine, float &cosine)
 {
     const uint32_t quarter = (phase + 0x20000000U) >> 30U;
     const auto rest = static_cast<int32_t>(phase - (quarter << 30U));
-    const float radians_per_step = 1.4629180792671596e-9F; // 2 pi / 2^32
+    // 2 pi / 2^32.
+    const float radians_per_step = 1.4629180792671596e-9F;
     const float x = static_cast<float>(rest) * radians_per_step;
     const float square = x * x;
     const float near_sine =

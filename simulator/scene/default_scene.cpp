@@ -12,9 +12,12 @@ const zet_simulator_scene_t default_scene = {
     0,
     0,
     {
-        {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},   // a small reflector
-        {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F}, // a person who breathes
-        {0, 3.5F, 10.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},   // a wall
+        // A small reflector.
+        {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},
+        // A person who breathes.
+        {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F},
+        // A wall.
+        {0, 3.5F, 10.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},
     },
     {},
     {},

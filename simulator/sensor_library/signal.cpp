@@ -93,7 +93,8 @@ subsweep_signal signal_of(const subsweep_config &subsweep, const subsweep_parame
         parameters.integration_repeats > 0U ? static_cast<float>(parameters.integration_repeats) : 1.0F;
     const float noise = reference_noise * gain * integrator;
     const float width = steps_per_cycle * std::sqrt(tx_duration * tx_duration + rx_duration * rx_duration);
-    const float half_width_of_full_width = 1.7355679F; // 1 / (2 sqrt(1 - 2^(-1/8)))
+    // 1 / (2 sqrt(1 - 2^(-1/8))).
+    const float half_width_of_full_width = 1.7355679F;
 
     subsweep_signal signal = {};
     signal.start_point = subsweep.start_point;

@@ -184,7 +184,8 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
 float synthesis_listen(const view &view, noise_source &noise)
 {
     constexpr uint32_t listen_count = 512;
-    const float doubt = 0.35F; // more than five standard deviations of the mean power of so much noise
+    // More than five standard deviations of the mean power of so much noise.
+    const float doubt = 0.35F;
     float power = 0.0F;
     for (uint32_t i = 0; i < listen_count; i += stretch_size)
     {

@@ -94,11 +94,16 @@ TEST_F(clear_channel, switches_the_transmitter_on_and_then_delivers_valid_data)
 TEST_F(clear_channel, starts_with_the_transmitter_off_however_the_session_before_ended)
 {
     const std::vector<std::vector<float>> endings{
-        {},            // off, before any frame
-        {0.75F},       // off
-        {0.0F},        // just switched on
-        {0.0F, 0.0F},  // on
-        {0.0F, 0.75F}, // just switched off
+        // Off, before any frame.
+        {},
+        // Off.
+        {0.75F},
+        // Just switched on.
+        {0.0F},
+        // On.
+        {0.0F, 0.0F},
+        // Just switched off.
+        {0.0F, 0.75F},
     };
     for (const std::vector<float> &ending : endings)
     {

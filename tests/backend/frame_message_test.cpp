@@ -116,7 +116,8 @@ TEST_F(frame_message, of_three_items_in_two_of_three_groups)
          {"sensor_id": 2, "config": {}, "cca_enable": true, "cca_debug": true, "cca_threshold": 1}],
         [5, {"sensor_id": 3, "config": {}, "cca_enable": true}]]})"));
     neighbours().cca_values = {0.0F, 1.0F};
-    ASSERT_TRUE(read_frame()); // switches the transmitters on
+    // Switches the transmitters on.
+    ASSERT_TRUE(read_frame());
     neighbours().results[1] = {false, false, false, 27, nullptr};
     neighbours().results[2] = {false, false, false, -3, nullptr};
     neighbours().results[3] = {true, false, true, 27, nullptr};

@@ -255,7 +255,8 @@ TEST_F(group_item, whose_buffer_size_is_not_obtainable_is_refused)
 
 TEST_F(group_item, whose_buffer_cannot_be_allocated_fails_with_a_log_line_and_no_message)
 {
-    memory().fail_allocation(3); // after the handles of the sensor and of the configuration
+    // After the handles of the sensor and of the configuration.
+    memory().fail_allocation(3);
     expect_failed_and_powered_off(plain_item, nullptr);
     EXPECT_EQ(calls(call_kind::log), lines({"[INFO] Powered on sensor id 1", "[ERROR] Out of memory"}));
     EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate"), 0U);

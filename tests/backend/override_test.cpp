@@ -215,7 +215,8 @@ TEST_F(overrides, that_are_not_valid_fail_the_item_and_keep_its_configuration)
 
 TEST_F(overrides, that_cannot_be_allocated_are_reported_as_bad_config)
 {
-    memory().fail_allocation(3); // after the handles of the sensor and of the configuration
+    // After the handles of the sensor and of the configuration.
+    memory().fail_allocation(3);
     EXPECT_FALSE(parse_overrides(R"({"tx_duration": 5})"));
     EXPECT_EQ(error, error_bad_config);
     EXPECT_EQ(log_after_power_on(), lines({"[ERROR] Out of memory"}));

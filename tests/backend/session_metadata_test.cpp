@@ -175,7 +175,8 @@ TEST_F(session_metadata, lists_a_calibrated_sensor_that_no_group_uses)
 
 TEST_F(session_metadata, item_of_an_uncalibrated_sensor_reports_the_temperature_of_the_stored_result)
 {
-    refuse("zet_nox_get_buffer_size"); // the first item fails before its calibration and stays configured
+    // The first item fails before its calibration and stays configured.
+    refuse("zet_nox_get_buffer_size");
     ASSERT_TRUE(parse_group(two_sensors));
     ASSERT_TRUE(send_metadata());
     EXPECT_NE(sent_document().find(R"("calibration_info":[)" + entry(2, 22) + "]"), std::string::npos);
@@ -462,7 +463,8 @@ TEST_F(session_metadata, members_of_an_item_stop_at_the_one_that_cannot_be_added
 TEST_F(session_metadata, length_array_is_created_although_the_offset_array_could_not_be)
 {
     ASSERT_TRUE(parse_config("{}"));
-    refuse("cJSON_CreateArray", 2); // after the group's
+    // The first one is the group's.
+    refuse("cJSON_CreateArray", 2);
     expect_out_of_memory();
     EXPECT_EQ(json_from(R"(add_json_float_value("base_step_length_m")"),
               lines({

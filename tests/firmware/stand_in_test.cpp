@@ -383,7 +383,8 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     EXPECT_FALSE(is_valid());
     zet_config_subsweep_start_point_set(config, 3684, 3);
     EXPECT_TRUE(is_valid());
-    zet_config_subsweep_start_point_set(config, 3685, 3); // its last point is too far for the default prf
+    // Its last point is too far for the default prf.
+    zet_config_subsweep_start_point_set(config, 3685, 3);
     EXPECT_FALSE(is_valid());
     zet_config_subsweep_prf_set(config, ZET_CONFIG_PRF_13_0_MHZ, 3);
     EXPECT_TRUE(is_valid());
@@ -392,7 +393,8 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     zet_config_num_subsweeps_set(config, 1);
     zet_config_sweeps_per_frame_set(config, 0);
     EXPECT_FALSE(is_valid());
-    zet_config_sweeps_per_frame_set(config, 410); // times 40 points
+    // 410 times 40 points are too many.
+    zet_config_sweeps_per_frame_set(config, 410);
     EXPECT_FALSE(is_valid());
     zet_config_sweeps_per_frame_set(config, 409);
     EXPECT_TRUE(is_valid());
@@ -547,7 +549,8 @@ TEST_F(stand_in, checks_the_order_of_the_lines)
     EXPECT_REFUSED(stand_in_note_enable(1, true), "sensor 1 is enabled without supply");
     stand_in_note_enable(1, false);
     switch_on(1);
-    switch_on(1); // again, without effect
+    // Again, without effect.
+    switch_on(1);
     EXPECT_REFUSED(stand_in_note_supply(1, false), "sensor 1 is enabled while its supply is switched off");
     stand_in_note_supply(1, true);
     EXPECT_REFUSED(stand_in_note_enable(2, true), "sensor 2 is enabled without supply");
@@ -641,7 +644,8 @@ TEST_F(stand_in, needs_a_reset_after_a_calibration)
     begin();
     run_calibration();
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
-    stand_in_note_enable(1, true); // it is enabled already
+    // It is enabled already.
+    stand_in_note_enable(1, true);
     stand_in_note_enable(2, false);
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
     zet_sensor_destroy(sensor);
@@ -684,7 +688,8 @@ TEST_F(stand_in, forgets_by_a_reset_what_was_under_way)
     reset(1);
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "null, damaged or not complete");
     ASSERT_TRUE(zet_sensor_prepare(sensor, config, &kept, buffer.data(), buffer_size));
-    calibrate(); // from its first step
+    // From its first step.
+    calibrate();
     ASSERT_TRUE(prepare());
     switch_on(2);
     reset(2);

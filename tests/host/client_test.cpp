@@ -527,7 +527,8 @@ TEST_F(client_time, sends_end_every_second_until_the_server_answers)
     {
         moments.push_back(when);
     }
-    EXPECT_THAT(moments, ElementsAre(0s, 1s, 2s, 3s, 3400ms)); // the last one is "identify"
+    // The last one is "identify".
+    EXPECT_THAT(moments, ElementsAre(0s, 1s, 2s, 3s, 3400ms));
 }
 
 TEST_F(client_time, takes_no_late_answer_to_end_for_another_one)
@@ -817,8 +818,8 @@ TEST_F(client_time, gives_up_on_a_message_that_stops_coming)
         server.pause(6s);
         host.send("half");
     });
-    EXPECT_EQ(time_until_given_up([&] { connect(); }),
-              15s); // more came in two time-outs, nothing in the third
+    // More came in two time-outs, nothing in the third.
+    EXPECT_EQ(time_until_given_up([&] { connect(); }), 15s);
 }
 
 TEST_F(client_time, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_new_one)

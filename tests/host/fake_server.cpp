@@ -28,7 +28,8 @@ public:
 
     void send(const std::string &bytes) override
     {
-        asio::error_code failure; // the host may be gone, which is its own business
+        // The host may be gone, which is its own business.
+        asio::error_code failure;
         const auto count = socket_.send(asio::buffer(bytes), MSG_DONTWAIT, failure);
         if (count < bytes.size())
         {
@@ -83,7 +84,8 @@ fake_server::~fake_server()
 {
     ending_ = true;
     asio::io_context io;
-    asio::ip::tcp::socket wake(io); // lets accept() return
+    // Lets accept() return.
+    asio::ip::tcp::socket wake(io);
     asio::error_code ignored;
     wake.connect(acceptor_.local_endpoint(), ignored);
     wake.close(ignored);

@@ -57,7 +57,7 @@ private:
     server_script script_;
     std::atomic<bool> ending_ = false;
     std::atomic<bool> full_ = false;
-    std::thread thread_; // last, so that it starts when all else is there
+    std::thread thread_; /**< last, so that it starts when all else is there */
 };
 
 } // namespace vantor::test

@@ -99,7 +99,8 @@ TEST(item_analysis, follows_the_strongest_echo)
     EXPECT_EQ(analysis.point, 12U);
     EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
     ASSERT_EQ(analysis.phase.size(), 64U);
-    EXPECT_NEAR(analysis.phase.back() - analysis.phase.front(), 63.0, 0.01); // ten turns without a jump
+    // Ten turns without a jump.
+    EXPECT_NEAR(analysis.phase.back() - analysis.phase.front(), 63.0, 0.01);
     EXPECT_NEAR(analysis.seconds.back(), 63 * 0.02, 1e-9);
     EXPECT_EQ(analysis.map.size(), 64U);
     EXPECT_TRUE(analysis.between_frames);
@@ -122,7 +123,8 @@ TEST(item_analysis, leaves_out_frames_that_are_not_valid)
     EXPECT_NEAR(analysis.phase.back() - analysis.phase.front(), 61.0, 0.01);
     EXPECT_EQ(analysis.map.size(), 64U);
     EXPECT_EQ(analysis.powers.size(), 62U);
-    EXPECT_NEAR(analysis.frequencies.front(), -25.0, 0.1); // half of the frame rate
+    // Half of the frame rate.
+    EXPECT_NEAR(analysis.frequencies.front(), -25.0, 0.1);
 }
 
 TEST(item_analysis, shows_the_level_when_no_frame_is_valid)

@@ -47,7 +47,8 @@ TEST(printable, replaces_control_bytes_that_are_not_utf_8)
     EXPECT_EQ(printable("\xc3\x1b"), "\xc3?");
     EXPECT_EQ(printable("\xe2\x80"), "\xe2?");
     EXPECT_EQ(printable("\xf8\x9b\x80"), "\xf8??");
-    EXPECT_EQ(printable("\xc0\x9b"), "?"); // an escape in two bytes
+    // An escape in two bytes.
+    EXPECT_EQ(printable("\xc0\x9b"), "?");
     EXPECT_EQ(printable("caf\xe9"), "caf\xe9");
 }
 

@@ -64,7 +64,7 @@ protected:
     test::temporary_directory directory;
     std::ostringstream out;
     std::ostringstream err;
-    bool terminal = false; // whether err is one
+    bool terminal = false; /**< whether err is one */
     record_options options;
 };
 
@@ -221,7 +221,8 @@ TEST_F(record_test, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
         test::stream_frames(2)(host, command);
         const auto session = example_session();
         auto wrong = session.frame_header(2);
-        wrong["payload_size"] = 38; // instead of 380
+        // Instead of 380.
+        wrong["payload_size"] = 38;
         host.send(wrong, session.frame_payload(2));
         host.send(session.frame_header(3), session.frame_payload(3));
         host.send(session.frame_header(4), session.frame_payload(4).substr(10));
@@ -271,7 +272,8 @@ TEST_F(record_test, waits_for_three_frames_that_come_slowly)
 {
     server.on("configure", [](host_connection &host, const json &) {
         auto metadata = example_session().metadata;
-        metadata["tick_period"] = 4'000'000; // 4 s
+        // This is 4 s.
+        metadata["tick_period"] = 4'000'000;
         host.send(metadata, "");
     });
     server.on("start", test::stream_frames(1));
@@ -320,7 +322,8 @@ TEST_F(record_test, ends_at_an_interrupt)
         return clock.source()();
     };
     EXPECT_EQ(run(), exit_code::interrupted);
-    EXPECT_LE(clock.now(), 1100ms); // asked ten times a second
+    // It is asked ten times a second.
+    EXPECT_LE(clock.now(), 1100ms);
     EXPECT_EQ(recorded(), 3);
 }
 

@@ -166,7 +166,7 @@ protected:
     test::scripted_line line{clock};
     std::unique_ptr<link> host = line.open();
     moment last_asked{};
-    moment longest_pause{}; // between two questions whether to stop
+    moment longest_pause{}; /**< between two questions whether to stop */
 
 private:
     test::temporary_directory directory;

@@ -56,8 +56,8 @@ private:
     manual_clock &clock_;
     scripted_line line_;
     server_script script_;
-    std::string input_;             // of the line that is being received
-    manual_clock::duration moment_; // at which what is sent arrives
+    std::string input_;             /**< of the line that is being received */
+    manual_clock::duration moment_; /**< at which what is sent arrives */
 };
 
 } // namespace vantor::test

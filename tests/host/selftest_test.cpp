@@ -79,7 +79,7 @@ protected:
     selftest_options options;
 
 private:
-    uint32_t number = 0; // of the next frame
+    uint32_t number = 0; /**< of the next frame */
 };
 
 /** More frames than come within any time-out. */
@@ -128,7 +128,8 @@ TEST_F(selftest_test, ends_when_the_server_cannot_be_reached_any_more)
     EXPECT_THAT(out.str(), HasSubstr("skipped  a session runs from configure to end: the server cannot be "
                                      "reached any more\n"));
     EXPECT_THAT(out.str(), EndsWith("\n1 passed, 2 failed, " + std::to_string(cases - 3) + " skipped\n"));
-    EXPECT_EQ(clock.now(), 15s); // an answer, an "end", and a new link
+    // One time-out each for an answer, an "end" and a new link.
+    EXPECT_EQ(clock.now(), 15s);
 }
 
 TEST_F(selftest_test, says_that_there_is_no_server)
@@ -259,7 +260,8 @@ TEST_F(selftest_test, fails_a_case_whose_answer_lacks_a_member)
 {
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
-    const auto pace = result("1,000 frames come without a gap"); // the script's "stats" counts nothing
+    // The script's "stats" counts nothing.
+    const auto pace = result("1,000 frames come without a gap");
     EXPECT_EQ(pace["result"], "failed");
     EXPECT_THAT(pace.value("got", ""), HasSubstr("frames"));
 }
@@ -371,7 +373,8 @@ TEST_F(selftest_clock, uses_the_time_since_the_first_statistics)
         const auto late = clock.now() * (1000 - thousandths) / 1000;
         report([this, late] { return std::chrono::floor<std::chrono::milliseconds>(clock.now() - late); });
         EXPECT_EQ(outcome(fresh) == "ok", thousandths == 1000);
-        EXPECT_EQ(clock.now() - begin, 100ms); // at rest
+        // The time that the bench spends at rest.
+        EXPECT_EQ(clock.now() - begin, 100ms);
     }
 }
 

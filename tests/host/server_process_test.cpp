@@ -64,7 +64,8 @@ TEST(server_process, gives_the_server_time_to_end)
     server.reset();
     EXPECT_EQ(link.line(), "farewell\n");
     EXPECT_EQ(link.line(), "");
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1); // no child is left
+    // No child is left.
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
 TEST(server_process, kills_a_server_that_does_not_end)

@@ -271,7 +271,8 @@ TEST(session_writer, ends_with_a_whole_frame_when_the_disk_is_full)
     session_writer writer(directory / "out", example_description());
     const auto received = example_frame(0);
     {
-        const file_size_limit limit(1650); // ten frames of the first item and a part of the eleventh
+        // Ten frames of the first item and a part of the eleventh.
+        const file_size_limit limit(1650);
         EXPECT_THROW(
             {
                 for (int i = 0; i < 20; ++i)

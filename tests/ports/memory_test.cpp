@@ -499,7 +499,8 @@ TEST(memory, a_thousand_sessions_leave_it_as_it_was)
     const lent_memory lent(65536);
     for (int i = 0; i < 10; ++i)
     {
-        zet_integration_mem_alloc(100); // what a server keeps
+        // What a server keeps.
+        zet_integration_mem_alloc(100);
     }
     const zet_vantor_server_memory_t before = memory();
     for (int session = 0; session < 1000; ++session)

@@ -268,7 +268,8 @@ TEST_F(server_real_rate, may_not_exist)
 
 TEST_F(server_real_rate, is_compared_without_overflow)
 {
-    constexpr uint32_t largest = INT32_MAX; // of the numbers that a command can name
+    // The largest number that a command can name.
+    constexpr uint32_t largest = INT32_MAX;
     start_at(UINT32_MAX);
     EXPECT_EQ(refusal_of(largest), "This board cannot make 2147483647 baud; the nearest rate is 4294967295.");
     real_rate = largest / 50 * 49;

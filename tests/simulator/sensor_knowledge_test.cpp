@@ -340,7 +340,8 @@ TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
         members["num_points"] = 400;
         const auto samples = measure(members, &scene).samples;
         const double half = static_cast<double>(std::abs(samples[strongest(samples)])) / 2.0;
-        double found = 0.0; // the part of each stretch between two points that is above the half height
+        // The part of each stretch between two points that is above the half height.
+        double found = 0.0;
         for (size_t i = 1; i < samples.size(); ++i)
         {
             const double low = std::min(std::abs(samples[i - 1]), std::abs(samples[i]));

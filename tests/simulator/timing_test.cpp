@@ -190,7 +190,8 @@ TEST(timing, double_buffering_forgives_one_period)
     advance_us(90000);
     const uint64_t late_us = now_us();
     EXPECT_FALSE(sensor.measure().result.frame_delayed);
-    EXPECT_EQ(now_us(), late_us); // it was measured on time and has waited
+    // It was measured on time and has waited.
+    EXPECT_EQ(now_us(), late_us);
     advance_us(150000);
     EXPECT_TRUE(sensor.measure().result.frame_delayed);
 }
@@ -215,7 +216,8 @@ TEST(timing, continuous_sweep_mode_spaces_sweeps_evenly_across_frames)
 {
     constexpr uint16_t sweeps = 8;
     zet_simulator_scene_t scene = scene_with_target(1.0F, 0.5F);
-    scene.targets[0].velocity_m_s = 0.1F; // 40 turns a second: 0.1 turn from sweep to sweep
+    // 40 turns a second: 0.1 turn from sweep to sweep.
+    scene.targets[0].velocity_m_s = 0.1F;
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
     zet_config_subsweep_start_point_set(sensor.config, 400, 0);

@@ -126,7 +126,8 @@ json closest_number(double value, const json &schema)
     {
         return schema["maximum"];
     }
-    constexpr double largest_exact = 9007199254740992.0; // beyond it every number is whole
+    // Beyond it every number is whole.
+    constexpr double largest_exact = 9007199254740992.0;
     const bool rounded = schema.value("type", "") == "integer" && std::fabs(value) < largest_exact;
     return rounded ? json(std::llround(value)) : json(value);
 }
@@ -186,7 +187,8 @@ private:
         auto end = longest;
         while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
         {
-            --end; // not within a character of several bytes
+            // Not within a character of several bytes.
+            --end;
         }
         return text.substr(0, end) + "…";
     }

@@ -189,8 +189,8 @@ private:
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
     log_handler on_log_;
-    std::optional<time_point> end_repetition_; // when "end" is sent again; nothing when it is not
-    unsigned unanswered_ends_ = 0;             // some of them the server may never have received
+    std::optional<time_point> end_repetition_; /**< when "end" is sent again; nothing when it is not */
+    unsigned unanswered_ends_ = 0;             /**< some of them the server may never have received */
 };
 
 } // namespace vantor

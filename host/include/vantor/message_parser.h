@@ -82,13 +82,13 @@ private:
 
     message_limits limits_;
     std::vector<char> buffer_;
-    size_t start_ = 0;   // of the bytes in buffer_ that are not consumed
-    size_t scanned_ = 0; // bytes after start_ that hold no line feed
+    size_t start_ = 0;   /**< of the bytes in buffer_ that are not consumed */
+    size_t scanned_ = 0; /**< bytes after start_ that hold no line feed */
     uint64_t position_ = 0;
-    std::optional<message> pending_; // its header is read, its payload is not complete
-    size_t payload_size_ = 0;        // of pending_
-    bool skipping_ = false;          // to the end of an over-long line
-    bool lost_ = false;              // a fault was reported and no header found since
+    std::optional<message> pending_; /**< its header is read, its payload is not complete */
+    size_t payload_size_ = 0;        /**< of pending_ */
+    bool skipping_ = false;          /**< to the end of an over-long line */
+    bool lost_ = false;              /**< a fault was reported and no header found since */
 };
 
 } // namespace vantor

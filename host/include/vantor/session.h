@@ -156,7 +156,7 @@ private:
     friend frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
     frame() = default;
 
-    std::shared_ptr<const session_metadata> metadata_; // keeps the layouts alive
+    std::shared_ptr<const session_metadata> metadata_; /**< keeps the layouts alive */
     std::vector<sample> samples_;
     std::vector<frame_item> items_;
 };

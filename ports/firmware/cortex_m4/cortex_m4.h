@@ -56,12 +56,16 @@ constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
 inline void sleep(uint32_t cycles)
 {
     volatile uint32_t *const systick = &hardware_register(0xE000E010U);
-    systick[1] = cycles; // reload
-    systick[2] = 0;      // value: reloaded by the next cycle
-    systick[0] = 7U;     // runs on the processor's clock and interrupts
+    // The value from which the next count begins.
+    systick[1] = cycles;
+    // The present value: the next cycle reloads it.
+    systick[2] = 0;
+    // Runs on the processor's clock and interrupts.
+    systick[0] = 7U;
     wait_for_interrupt();
     systick[0] = 0;
-    hardware_register(0xE000ED04U) = 1U << 25U; // its interrupt is not pending any more
+    // Its interrupt is not pending any more.
+    hardware_register(0xE000ED04U) = 1U << 25U;
 }
 
 /** Lets an external interrupt through. */

@@ -88,7 +88,8 @@ bool is_reporting;
 {
     if (is_reporting)
     {
-        cortex_m4::reset_system(); // the report itself has faulted
+        // The report itself has faulted.
+        cortex_m4::reset_system();
     }
     is_reporting = true;
     uint32_t exception = 0;

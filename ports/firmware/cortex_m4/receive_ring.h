@@ -34,7 +34,8 @@ public:
         }
         else if (!lost_)
         {
-            put(0); // the last place is kept for this mark
+            // The last place is kept for this mark.
+            put(0);
             lost_ = true;
         }
     }

@@ -54,11 +54,14 @@ static void start_interrupts()
     cortex_m4::hardware_register(interrupt_control) = clear_system_tick_and_pend_sv;
     for (uint32_t word = 0; word < 8U; ++word)
     {
-        cortex_m4::hardware_register(0xE000E180U + word * 4U) = UINT32_MAX; // disabled
-        cortex_m4::hardware_register(0xE000E280U + word * 4U) = UINT32_MAX; // not pending
+        // Disabled.
+        cortex_m4::hardware_register(0xE000E180U + word * 4U) = UINT32_MAX;
+        // Not pending.
+        cortex_m4::hardware_register(0xE000E280U + word * 4U) = UINT32_MAX;
     }
     constexpr uint32_t behind_faults = 0x80808080U;
-    cortex_m4::hardware_register(0xE000ED20U) = behind_faults; // SysTick, PendSV
+    // SysTick, PendSV.
+    cortex_m4::hardware_register(0xE000ED20U) = behind_faults;
     for (uint32_t word = 0; word < 60U; ++word)
     {
         cortex_m4::hardware_register(0xE000E400U + word * 4U) = behind_faults;
@@ -84,11 +87,13 @@ static void start_interrupts()
 [[gnu::naked]] void reset_handler()
 {
     __asm volatile("cpsid i\n\t"
-                   "ldr r0, =0xE000ED88\n\t" // CPACR: full access to the floating-point unit
+                   // CPACR: full access to the floating-point unit.
+                   "ldr r0, =0xE000ED88\n\t"
                    "ldr r1, [r0]\n\t"
                    "orr r1, r1, #0x00F00000\n\t"
                    "str r1, [r0]\n\t"
-                   "ldr r0, =0xE000ED08\n\t" // VTOR
+                   // VTOR.
+                   "ldr r0, =0xE000ED08\n\t"
                    "ldr r1, =vectors_begin\n\t"
                    "str r1, [r0]\n\t"
                    "dsb\n\t"
@@ -103,7 +108,8 @@ static void start_interrupts()
                    "ldr r0, =interrupt_stack_top\n\t"
                    "msr msp, r0\n\t"
                    "msr psp, r1\n\t"
-                   "movs r0, #2\n\t" // CONTROL: the program uses its own stack
+                   // CONTROL: the program uses its own stack.
+                   "movs r0, #2\n\t"
                    "msr control, r0\n\t"
                    "isb\n\t"
                    "b start_program\n\t" ::"i"(STACK_PAINT));

@@ -55,7 +55,8 @@ void touch_memory_that_is_not_there()
 
 void execute_data()
 {
-    static uint16_t instructions[] = {0x4770}; // bx lr
+    // bx lr
+    static uint16_t instructions[] = {0x4770};
     const uintptr_t address = reinterpret_cast<uintptr_t>(instructions) | 1U;
     reinterpret_cast<void (*)()>(address)();
 }
@@ -81,7 +82,8 @@ void exhaust_the_stack()
 
 void exhaust_the_stack_of_interrupts()
 {
-    word_at(0xE000ED04U) = 1U << 26U; // SysTick is pending
+    // SysTick is pending.
+    word_at(0xE000ED04U) = 1U << 26U;
     __asm volatile("dsb\n\tisb");
 }
 
@@ -93,7 +95,8 @@ void call_the_supervisor()
 void raise_an_interrupt_without_a_handler()
 {
     cortex_m4::enable_interrupt(31);
-    word_at(0xE000E200U) = 1U << 31U; // pending
+    // The interrupt is pending.
+    word_at(0xE000E200U) = 1U << 31U;
     __asm volatile("dsb\n\tisb");
 }
 
@@ -104,7 +107,8 @@ void fault_in_a_handler_and_in_its_report()
 {
     board_faults = true;
     enable_link_interrupt();
-    word_at(0xE000E200U + BOARD_LINK_INTERRUPT / 32U * 4U) = 1U << BOARD_LINK_INTERRUPT % 32U; // pending
+    // The interrupt is pending.
+    word_at(0xE000E200U + BOARD_LINK_INTERRUPT / 32U * 4U) = 1U << BOARD_LINK_INTERRUPT % 32U;
     __asm volatile("dsb\n\tisb");
 }
 

@@ -19,7 +19,8 @@ struct board_defaults : testing::Test
     board_defaults()
     {
         board_wake();
-        board_wait(1); // no wake is left
+        // No wake is left.
+        board_wait(1);
         processor = {};
     }
 

@@ -139,7 +139,8 @@ TEST_F(runtime_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
             board.advance_ns(1000 - board.now_ns % 1000 + part_ns);
             const uint64_t begin_ns = board.now_ns;
             const uint64_t shortest_ns = duration_us * uint64_t{1000};
-            board.at_ns(begin_ns + shortest_ns / 2 + 500, board_wake); // between two counts
+            // Between two counts.
+            board.at_ns(begin_ns + shortest_ns / 2 + 500, board_wake);
             clock_delay_us(duration_us);
             const uint64_t elapsed_ns = board.now_ns - begin_ns;
             EXPECT_GE(elapsed_ns, shortest_ns);

@@ -102,13 +102,20 @@ void expect_cover(uint32_t begin, uint32_t last, const unit_region_t &expected)
 
 TEST(memory_cover, covers_memories_of_chips)
 {
-    expect_cover(0x08020200, 0x0803FFFF, {0x08020000, 17, 0});    // behind a boot loader
-    expect_cover(0x20000000, 0x20017FFF, {0x20000000, 17, 0xC0}); // 96 KiB
-    expect_cover(0x20000000, 0x2002FFFF, {0x20000000, 18, 0xC0}); // 192 KiB
-    expect_cover(0x08004000, 0x0807FFFF, {0x08000000, 19, 0});    // one 32nd is left out: all are open
-    expect_cover(0x08010000, 0x0807FFFF, {0x08000000, 19, 0x01}); // one eighth is left out
-    expect_cover(0x1FFF7A10, 0x1FFF7A1B, {0x1FFF7A00, 5, 0});     // the id of a chip
-    expect_cover(0x1FFFF000, 0x20003FFF, {0, 30, 0xE7});          // memory across a large boundary
+    // Behind a boot loader.
+    expect_cover(0x08020200, 0x0803FFFF, {0x08020000, 17, 0});
+    // 96 KiB.
+    expect_cover(0x20000000, 0x20017FFF, {0x20000000, 17, 0xC0});
+    // 192 KiB.
+    expect_cover(0x20000000, 0x2002FFFF, {0x20000000, 18, 0xC0});
+    // One 32nd is left out: all are open.
+    expect_cover(0x08004000, 0x0807FFFF, {0x08000000, 19, 0});
+    // One eighth is left out.
+    expect_cover(0x08010000, 0x0807FFFF, {0x08000000, 19, 0x01});
+    // The id of a chip.
+    expect_cover(0x1FFF7A10, 0x1FFF7A1B, {0x1FFF7A00, 5, 0});
+    // Memory across a large boundary.
+    expect_cover(0x1FFFF000, 0x20003FFF, {0, 30, 0xE7});
     expect_cover(0, UINT32_MAX, {0, 32, 0});
 }
 

@@ -9,7 +9,7 @@ enum
     USART2 = 0x40004400,
     USART1 = 0x40011000,
 
-    TICKS_PER_US = 1000, /* of the emulator's counter */
+    TICKS_PER_US = 1000, /**< of the emulator's counter */
     LINK_CLOCK_HZ = 84000000,
     LOG_CLOCK_HZ = 42000000,
 
