@@ -7,8 +7,10 @@
  */
 #include "zet_vantor_server.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 
 #include <cjson/cJSON.h>
 
@@ -80,7 +82,7 @@ server_t server;
 constexpr const char *log_level_words[] = {"ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG"};
 
 /** Number of log levels. */
-constexpr uint8_t log_level_count = sizeof log_level_words / sizeof log_level_words[0];
+constexpr uint8_t log_level_count = std::size(log_level_words);
 
 /** Sends to the host and counts. */
 void send_to_host(const void *data, uint32_t size)
@@ -746,12 +748,6 @@ uint64_t ticks_until(uint64_t moment)
     return moment > now ? moment - now : 0;
 }
 
-/** The smaller of two numbers. */
-uint64_t smaller(uint64_t a, uint64_t b)
-{
-    return a < b ? a : b;
-}
-
 /** Ticks until something is to be done. */
 uint32_t ticks_until_work()
 {
@@ -762,11 +758,11 @@ uint32_t ticks_until_work()
     uint64_t wait = ZET_VANTOR_SERVER_IDLE;
     if (server.state == SESSION_STREAMING)
     {
-        wait = smaller(wait, ticks_until(server.next_frame));
+        wait = std::min(wait, ticks_until(server.next_frame));
     }
     if (server.baudrate_on_trial)
     {
-        wait = smaller(wait, ticks_until(server.trial_end));
+        wait = std::min(wait, ticks_until(server.trial_end));
     }
     return static_cast<uint32_t>(wait);
 }

@@ -4,6 +4,7 @@
 #include "zet_vantor_server_errors.h"
 
 #include <cstddef>
+#include <iterator>
 
 #include "zet_vantor_server_error_messages.h"
 
@@ -91,7 +92,7 @@ constexpr error_row_t error_rows[] = {
     {"nox_data", &error_nox_data_str},
     {"out_of_memory", &error_out_of_memory},
 };
-static_assert(sizeof error_rows / sizeof error_rows[0] == ZET_SERVER_ERROR_COUNT, "one row for each error");
+static_assert(std::size(error_rows) == ZET_SERVER_ERROR_COUNT, "one row for each error");
 
 } // namespace
 

@@ -5,6 +5,8 @@
  */
 #include "zet_vantor_server_log_ring.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace
@@ -17,7 +19,7 @@ constexpr uint32_t line_overhead = 3;
 uint8_t cut_length(const char *text, uint32_t longest)
 {
     const size_t length = std::strlen(text);
-    return static_cast<uint8_t>(length < longest ? length : longest);
+    return static_cast<uint8_t>(std::min<size_t>(length, longest));
 }
 
 /** Puts one byte in; the caller has seen to it that there is room. */

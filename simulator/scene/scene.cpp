@@ -3,6 +3,8 @@
  */
 #include "scene/scene.h"
 
+#include <algorithm>
+
 #include "common/trigonometry.h"
 
 namespace
@@ -93,9 +95,7 @@ int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t se
     }
     const double lowest = -60.0;
     const double highest = 150.0;
-    celsius = celsius < lowest ? lowest : celsius;
-    celsius = celsius > highest ? highest : celsius;
-    return static_cast<int16_t>(floor_of(celsius + 0.5));
+    return static_cast<int16_t>(floor_of(std::clamp(celsius, lowest, highest) + 0.5));
 }
 
 } // namespace zet_simulator

@@ -3,6 +3,7 @@
  */
 #include "sensor_library/echoes.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "common/trigonometry.h"
@@ -65,7 +66,7 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
         {
             continue;
         }
-        const double limited_m = distance_m < near_field_m ? near_field_m : distance_m;
+        const double limited_m = std::max(distance_m, near_field_m);
         const auto squared_m = static_cast<float>(limited_m * limited_m);
         const float amplitude = subsweep.echo_amplitude * std::sqrt(target.strength_m2) / squared_m;
         echoes[count++] = echo_at(frame, subsweep, distance_m / meters_per_step, amplitude);

@@ -4,6 +4,7 @@
 #ifndef ZET_SIMULATOR_FRAME_BUFFER_H
 #define ZET_SIMULATOR_FRAME_BUFFER_H
 
+#include <algorithm>
 #include <cstdint>
 
 #include "sensor_library/config.h"
@@ -56,7 +57,7 @@ inline uint32_t samples_per_frame(const zet_config &config)
 inline uint32_t buffer_size_for(uint32_t samples)
 {
     const auto frame_size = static_cast<uint32_t>(sizeof(frame_head) + samples * sizeof(zet_int16_complex_t));
-    return frame_size > calibration_work_size ? frame_size : calibration_work_size;
+    return std::max(frame_size, calibration_work_size);
 }
 
 /** Where the samples of a frame lie. */

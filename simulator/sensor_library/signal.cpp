@@ -3,6 +3,7 @@
  */
 #include "sensor_library/signal.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace
@@ -37,7 +38,7 @@ constexpr float steps_per_cycle = 4.0F;
 /** Amplification of a gain control against that of the reference gain. */
 float gain_of(uint16_t control)
 {
-    const uint16_t known = control > highest_gain ? highest_gain : control;
+    const uint16_t known = std::min(control, highest_gain);
     float gain = 1.0F;
     for (uint16_t step = reference_gain; step < known; ++step)
     {

@@ -6,6 +6,7 @@
  */
 #include "sensor_library/synthesis.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "common/trigonometry.h"
@@ -97,8 +98,7 @@ void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint3
 int32_t convert(float value)
 {
     const float beyond = 40000.0F;
-    const float low = value < -beyond ? -beyond : value;
-    const float limited = low > beyond ? beyond : low;
+    const float limited = std::clamp(value, -beyond, beyond);
     return static_cast<int32_t>(limited + (limited < 0.0F ? -0.5F : 0.5F));
 }
 
@@ -110,15 +110,12 @@ bool store(const frame_signal &frame, const stretch &values, zet_int16_complex_t
     int32_t saturated = 0;
     for (uint32_t i = 0; i < count; ++i)
     {
-        int32_t real = convert(values.real[i]);
-        int32_t imag = convert(values.imag[i]);
+        const int32_t real = convert(values.real[i]);
+        const int32_t imag = convert(values.imag[i]);
         saturated |= static_cast<int32_t>(real >= upper) | static_cast<int32_t>(real <= lower) |
                      static_cast<int32_t>(imag >= upper) | static_cast<int32_t>(imag <= lower);
-        real = real > upper ? upper : real;
-        real = real < lower ? lower : real;
-        imag = imag > upper ? upper : imag;
-        imag = imag < lower ? lower : imag;
-        samples[i] = {static_cast<int16_t>(real), static_cast<int16_t>(imag)};
+        samples[i] = {static_cast<int16_t>(std::clamp(real, lower, upper)),
+                      static_cast<int16_t>(std::clamp(imag, lower, upper))};
     }
     return saturated != 0;
 }
@@ -162,7 +159,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
     for (uint32_t first = 0; first < subsweep.num_points; first += stretch_size)
     {
         const uint32_t left = subsweep.num_points - first;
-        const uint32_t count = left < stretch_size ? left : stretch_size;
+        const uint32_t count = std::min(left, stretch_size);
         const auto first_step = static_cast<float>(first * subsweep.step_length);
         stretch values = {};
         for (uint32_t i = 0; i < echo_count; ++i)

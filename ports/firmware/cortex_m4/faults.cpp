@@ -4,6 +4,7 @@
 #include "faults.h"
 
 #include <cstdint>
+#include <iterator>
 
 #include "cortex_m4.h"
 #include "zet_vantor_server_utils.h"
@@ -54,7 +55,7 @@ void report_exception(uint32_t number)
 {
     static constexpr const char *names[] = {"thread",       "reset",     "NMI",        "hard fault",
                                             "memory fault", "bus fault", "usage fault"};
-    if (number < sizeof names / sizeof names[0])
+    if (number < std::size(names))
     {
         add_to_fault_report(names[number]);
         return;

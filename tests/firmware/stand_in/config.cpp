@@ -3,6 +3,8 @@
  */
 #include "library.h"
 
+#include <algorithm>
+
 #include "zet_config_cca.h"
 #include "zet_config_internal.h"
 #include "zet_config_subsweep.h"
@@ -163,7 +165,7 @@ uint32_t buffer_size_for(uint32_t samples)
 {
     const auto size =
         static_cast<uint32_t>(sizeof(frame_head) + samples * sizeof(zet_int16_complex_t) + guard_size);
-    return size > calibration_buffer_size ? size : calibration_buffer_size;
+    return std::max(size, calibration_buffer_size);
 }
 
 bool is_config_valid(const zet_config &config)

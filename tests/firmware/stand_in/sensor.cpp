@@ -4,6 +4,7 @@
 #include "zet_sensor.h"
 
 #include <cstring>
+#include <iterator>
 
 #include "library.h"
 
@@ -116,7 +117,7 @@ uint32_t checksum_of(const calibration &calibration)
     uint32_t words[sizeof(calibration) / sizeof(uint32_t)];
     std::memcpy(words, &calibration, sizeof(words));
     uint32_t sum = 0x811C9DC5;
-    for (size_t i = 0; i + 1U < sizeof(words) / sizeof(words[0]); ++i)
+    for (size_t i = 0; i + 1U < std::size(words); ++i)
     {
         sum = (sum ^ words[i]) * 0x01000193U;
     }
