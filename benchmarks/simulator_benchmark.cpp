@@ -39,7 +39,7 @@ zet_simulator_scene_t three_targets()
 const zet_simulator_scene_t scene = three_targets();
 
 /** A sensor that is prepared for a frame of 16 sweeps, and what belongs to it. */
-struct prepared_sensor
+struct prepared_sensor_t
 {
     zet_config_t *config = nullptr;
     zet_sensor_t *sensor = nullptr;
@@ -48,7 +48,7 @@ struct prepared_sensor
 };
 
 /** Starts the simulator and brings a sensor so far that it can measure. */
-bool set_up(prepared_sensor &prepared, uint16_t num_points)
+bool set_up(prepared_sensor_t &prepared, uint16_t num_points)
 {
     static std::array<std::byte, size_t{1024} * 1024> memory;
     memory_lend(memory.data(), memory.size());
@@ -84,7 +84,7 @@ bool set_up(prepared_sensor &prepared, uint16_t num_points)
 }
 
 /** Gives everything back. */
-void tear_down(const prepared_sensor &prepared)
+void tear_down(const prepared_sensor_t &prepared)
 {
     zet_sensor_destroy(prepared.sensor);
     zet_config_destroy(prepared.config);
@@ -96,7 +96,7 @@ void tear_down(const prepared_sensor &prepared)
 void measure_frames(benchmark::State &state)
 {
     const auto num_points = static_cast<uint16_t>(state.range(0));
-    prepared_sensor prepared;
+    prepared_sensor_t prepared;
     if (!set_up(prepared, num_points))
     {
         state.SkipWithError("the sensor could not be prepared");

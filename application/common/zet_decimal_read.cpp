@@ -132,26 +132,26 @@ void set_digits(big_t &value, const written_t &number)
 /** The nearest double to (fraction + a rest below 1) × 2^exponent; the fraction has its top bit set. */
 double assemble(uint64_t fraction, bool rest, int32_t exponent)
 {
-    using limits = std::numeric_limits<double>;
+    using limits_t = std::numeric_limits<double>;
     const int32_t top = exponent + 64;
-    if (top > limits::max_exponent)
+    if (top > limits_t::max_exponent)
     {
-        return limits::infinity();
+        return limits_t::infinity();
     }
     // Below the normal numbers each power of two costs a digit.
-    const int32_t lost = top < limits::min_exponent ? limits::min_exponent - top : 0;
-    if (lost > limits::digits)
+    const int32_t lost = top < limits_t::min_exponent ? limits_t::min_exponent - top : 0;
+    if (lost > limits_t::digits)
     {
         return 0.0;
     }
-    const auto drop = static_cast<uint32_t>(64 - limits::digits + lost);
+    const auto drop = static_cast<uint32_t>(64 - limits_t::digits + lost);
     const uint64_t kept = drop < 64 ? fraction >> drop : 0U;
     const uint64_t half = uint64_t{1} << (drop - 1U);
     const uint64_t dropped = fraction & (half + (half - 1U));
     const bool up = dropped > half || (dropped == half && (rest || kept % 2 != 0));
     // The leading digit of a normal number is not stored but counts one up in the exponent; so does a carry.
-    const auto biased = static_cast<uint64_t>(lost > 0 ? 0 : top - limits::min_exponent);
-    return std::bit_cast<double>((biased << static_cast<uint32_t>(limits::digits - 1)) + kept +
+    const auto biased = static_cast<uint64_t>(lost > 0 ? 0 : top - limits_t::min_exponent);
+    return std::bit_cast<double>((biased << static_cast<uint32_t>(limits_t::digits - 1)) + kept +
                                  (up ? 1U : 0U));
 }
 

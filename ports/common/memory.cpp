@@ -45,18 +45,18 @@ namespace
 {
 
 /** A part of the region, from one header to the next. */
-struct block
+struct block_t
 {
-    size_t header; /**< the size, a multiple of the alignment; when in use with flags */
-    block *next;   /**< when in a bin: the next one there */
-    block **link;  /**< when in a bin: what points to this block, the bin or the one before */
+    size_t header;  /**< the size, a multiple of the alignment; when in use with flags */
+    block_t *next;  /**< when in a bin: the next one there */
+    block_t **link; /**< when in a bin: what points to this block, the bin or the one before */
 };
 
 constexpr size_t alignment = alignof(std::max_align_t);
-constexpr size_t header_size = sizeof(block::header);
+constexpr size_t header_size = sizeof(block_t::header);
 constexpr size_t pointer_size = sizeof(void *);
-constexpr size_t smallest_block = sizeof(block) + pointer_size;
-static_assert(offsetof(block, next) == header_size && smallest_block % alignment == 0);
+constexpr size_t smallest_block = sizeof(block_t) + pointer_size;
+static_assert(offsetof(block_t, next) == header_size && smallest_block % alignment == 0);
 
 constexpr size_t in_use = 1;
 constexpr size_t previous_is_free = 2;
@@ -89,32 +89,32 @@ constexpr size_t level_count = bin_of(SIZE_MAX).level + 1;
 constexpr size_t level_0_end = 2 * divisions * alignment;
 
 /** A bit for each level, or for each bin of a level; the first one is the highest. */
-using bit_map = size_t;
-constexpr size_t map_bits = 8 * sizeof(bit_map);
+using bit_map_t = size_t;
+constexpr size_t map_bits = 8 * sizeof(bit_map_t);
 static_assert(level_count <= map_bits && 2 * divisions <= map_bits);
 
 /** The bits of a map from a place on. */
-constexpr bit_map bits_from(size_t place)
+constexpr bit_map_t bits_from(size_t place)
 {
     return SIZE_MAX >> place;
 }
 
-constexpr bit_map bits_after(size_t place)
+constexpr bit_map_t bits_after(size_t place)
 {
     return (SIZE_MAX >> 1) >> place;
 }
 
-constexpr bit_map bit_at(size_t place)
+constexpr bit_map_t bit_at(size_t place)
 {
     return (SIZE_MAX ^ (SIZE_MAX >> 1)) >> place;
 }
 
-constexpr size_t first_place(bit_map map)
+constexpr size_t first_place(bit_map_t map)
 {
     return static_cast<size_t>(std::countl_zero(map));
 }
 
-constexpr size_t last_place(bit_map map)
+constexpr size_t last_place(bit_map_t map)
 {
     return map_bits - 1 - static_cast<size_t>(std::countr_zero(map));
 }
@@ -127,11 +127,11 @@ constexpr size_t round_up(size_t value, size_t unit)
 struct heap_t
 {
     void *region;
-    block **bins; /**< at the start of the region, as many as blocks of its size need */
-    block *loose; /**< the free block that is in no bin; null when all are */
-    block *open;  /**< the same as long as small pieces are cut off it, otherwise null */
-    bit_map used_levels;
-    bit_map used_bins[level_count];
+    block_t **bins; /**< at the start of the region, as many as blocks of its size need */
+    block_t *loose; /**< the free block that is in no bin; null when all are */
+    block_t *open;  /**< the same as long as small pieces are cut off it, otherwise null */
+    bit_map_t used_levels;
+    bit_map_t used_bins[level_count];
     size_t size;       /**< of the region */
     size_t live;       /**< in use now */
     size_t peak;       /**< highest value of live */
@@ -162,24 +162,24 @@ void expect_allocated([[maybe_unused]] const void *piece)
 #endif
 }
 
-block *block_at(block *from, size_t distance)
+block_t *block_at(block_t *from, size_t distance)
 {
-    return reinterpret_cast<block *>(reinterpret_cast<unsigned char *>(from) + distance);
+    return reinterpret_cast<block_t *>(reinterpret_cast<unsigned char *>(from) + distance);
 }
 
 /** The last word of the block before, where a free one keeps its address. */
-block *&block_before(block *any)
+block_t *&block_before(block_t *any)
 {
-    return *(reinterpret_cast<block **>(any) - 1);
+    return *(reinterpret_cast<block_t **>(any) - 1);
 }
 
 /** Puts a free block into the bin of its size. */
-MAY_TOUCH_POISON void file(block *filed)
+MAY_TOUCH_POISON void file(block_t *filed)
 {
     const bin_t bin = bin_of(filed->header);
     heap.used_levels |= bit_at(bin.level);
     heap.used_bins[bin.level] |= bit_at(bin.number);
-    block **link = &heap.bins[bin.index()];
+    block_t **link = &heap.bins[bin.index()];
     filed->link = link;
     filed->next = *link;
     if (filed->next != nullptr)
@@ -190,7 +190,7 @@ MAY_TOUCH_POISON void file(block *filed)
 }
 
 /** Takes a free block out of its bin. */
-MAY_TOUCH_POISON void unfile(const block *filed)
+MAY_TOUCH_POISON void unfile(const block_t *filed)
 {
     *filed->link = filed->next;
     if (filed->next != nullptr)
@@ -220,7 +220,7 @@ void file_loose_block()
 }
 
 /** Takes a free block out of wherever it is. */
-void detach(const block *freed)
+void detach(const block_t *freed)
 {
     if (freed == heap.loose)
     {
@@ -233,21 +233,21 @@ void detach(const block *freed)
 }
 
 /** Makes a free block of a part of the region. */
-MAY_TOUCH_POISON void mark_free(block *freed, size_t size)
+MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
 {
-    block *following = block_at(freed, size);
+    block_t *following = block_at(freed, size);
     freed->header = size;
     block_before(following) = freed;
     following->header |= previous_is_free;
 }
 
 /** The first block in the given bins of a level or, when these are empty, of a later level; or null. */
-MAY_TOUCH_POISON block *first_filed(size_t level, bit_map bins)
+MAY_TOUCH_POISON block_t *first_filed(size_t level, bit_map_t bins)
 {
-    bit_map used = heap.used_bins[level] & bins;
+    bit_map_t used = heap.used_bins[level] & bins;
     if (used == 0U)
     {
-        const bit_map used_levels = heap.used_levels & bits_after(level);
+        const bit_map_t used_levels = heap.used_levels & bits_after(level);
         if (used_levels == 0U)
         {
             return nullptr;
@@ -259,11 +259,11 @@ MAY_TOUCH_POISON block *first_filed(size_t level, bit_map bins)
 }
 
 /** Finds a free block of at least this size and takes it out of its bin; null when there is none. */
-MAY_TOUCH_POISON block *take_filed(size_t size)
+MAY_TOUCH_POISON block_t *take_filed(size_t size)
 {
     file_loose_block();
     const bin_t bin = bin_of(size);
-    block *taken = first_filed(bin.level, bits_from(bin.number));
+    block_t *taken = first_filed(bin.level, bits_from(bin.number));
     if (taken != nullptr && taken->header < size)
     {
         // It is from the bin of the size itself; blocks of the later ones are all large enough.
@@ -284,10 +284,10 @@ MAY_TOUCH_POISON bool is_for_open_block(size_t size)
 }
 
 /** Cuts a piece off a free block that is in no bin; what a small one leaves is open for the next. */
-MAY_TOUCH_POISON void *cut(block *taken, size_t size)
+MAY_TOUCH_POISON void *cut(block_t *taken, size_t size)
 {
     const size_t rest = taken->header - size;
-    block *remaining = nullptr;
+    block_t *remaining = nullptr;
     if (rest >= smallest_block)
     {
         remaining = block_at(taken, size);
@@ -309,14 +309,14 @@ MAY_TOUCH_POISON void *cut(block *taken, size_t size)
 }
 
 /** Joins a block with its free neighbours. */
-MAY_TOUCH_POISON void give_back(block *freed)
+MAY_TOUCH_POISON void give_back(block_t *freed)
 {
     size_t size = freed->header & ~all_flags;
     heap.live -= size;
     poison(&freed->next, size - header_size);
 
-    block *joined = freed;
-    block *following = block_at(freed, size);
+    block_t *joined = freed;
+    block_t *following = block_at(freed, size);
     if ((following->header & in_use) == 0U)
     {
         detach(following);
@@ -356,7 +356,7 @@ void *zet_integration_mem_alloc(size_t size)
 {
     constexpr size_t largest = SIZE_MAX - header_size - all_flags;
     const size_t block_size = std::max(round_up(size + header_size, alignment), smallest_block);
-    block *taken = nullptr;
+    block_t *taken = nullptr;
     if (size <= largest)
     {
         taken = is_for_open_block(block_size) ? heap.open : take_filed(block_size);
@@ -376,7 +376,7 @@ void zet_integration_mem_free(void *ptr)
     if (ptr != nullptr)
     {
         expect_allocated(ptr);
-        give_back(reinterpret_cast<block *>(static_cast<size_t *>(ptr) - 1));
+        give_back(reinterpret_cast<block_t *>(static_cast<size_t *>(ptr) - 1));
     }
 }
 
@@ -400,8 +400,8 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     unpoison(region, size);
     auto *bytes = static_cast<unsigned char *>(region);
     std::memset(bytes + bins, 0, bins_size);
-    heap.bins = reinterpret_cast<block **>(bytes + bins);
-    auto *all = reinterpret_cast<block *>(bytes + first - header_size);
+    heap.bins = reinterpret_cast<block_t **>(bytes + bins);
+    auto *all = reinterpret_cast<block_t *>(bytes + first - header_size);
     const size_t all_size = size - behind_last - first;
     block_at(all, all_size)->header = in_use;
     mark_free(all, all_size);

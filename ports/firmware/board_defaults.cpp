@@ -32,7 +32,7 @@ extern "C" {
 // With interrupts held back nothing can come between the check and the sleep; a pending one ends the sleep.
 [[gnu::weak]] void board_wait(uint32_t duration_us)
 {
-    const cortex_m4::interrupt_lock lock;
+    const cortex_m4::interrupt_lock_t lock;
     if (!woken)
     {
         cortex_m4::sleep(std::min(duration_us * cycles_per_us, cortex_m4::longest_sleep_cycles));

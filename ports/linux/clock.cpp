@@ -9,17 +9,17 @@
 namespace
 {
 
-using monotonic_clock = std::chrono::steady_clock;
+using monotonic_clock_t = std::chrono::steady_clock;
 
-monotonic_clock::time_point start_time()
+monotonic_clock_t::time_point start_time()
 {
-    static const monotonic_clock::time_point start = monotonic_clock::now();
+    static const monotonic_clock_t::time_point start = monotonic_clock_t::now();
     return start;
 }
 
 uint64_t now_us()
 {
-    const auto elapsed = monotonic_clock::now() - start_time();
+    const auto elapsed = monotonic_clock_t::now() - start_time();
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count());
 }
 

@@ -37,7 +37,7 @@ void catch_stop_signals()
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for a valid signal
 }
 
-wait_result wait_for(int fd, short events, int64_t timeout_us, int other_fd)
+wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd)
 {
     std::array<pollfd, 3> fds = {pollfd{stop_signal_fd, POLLIN, 0}, pollfd{fd, events, 0},
                                  pollfd{other_fd, POLLIN, 0}};
@@ -45,9 +45,9 @@ wait_result wait_for(int fd, short events, int64_t timeout_us, int other_fd)
     const int ready = ppoll(fds.data(), fds.size(), timeout_us < 0 ? nullptr : &timeout, nullptr);
     if (fds[0].revents != 0)
     {
-        return wait_result::stopped;
+        return wait_result_t::stopped;
     }
-    return ready > 0 ? wait_result::ready : wait_result::timeout;
+    return ready > 0 ? wait_result_t::ready : wait_result_t::timeout;
 }
 
 bool hung_up(int fd)
@@ -80,7 +80,7 @@ void link_t::forget()
 
 size_t link_t::read(char *data, size_t size)
 {
-    if (!connected() || wait_for(in_, POLLIN, 0) != wait_result::ready)
+    if (!connected() || wait_for(in_, POLLIN, 0) != wait_result_t::ready)
     {
         return 0;
     }
@@ -139,7 +139,7 @@ void link_t::send(const char *data, size_t size)
         }
         else if (errno == EAGAIN)
         {
-            if (wait_for(out_, POLLOUT, -1, other_hosts()) == wait_result::stopped || hung_up(out_))
+            if (wait_for(out_, POLLOUT, -1, other_hosts()) == wait_result_t::stopped || hung_up(out_))
             {
                 close_host();
             }
@@ -159,11 +159,11 @@ std::unique_ptr<link_t> make_link(const options_t &options)
 {
     switch (options.link)
     {
-    case link_kind::pty:
+    case link_kind_t::pty:
         return make_pty_link();
-    case link_kind::stdio:
+    case link_kind_t::stdio:
         return make_stdio_link();
-    case link_kind::tcp:
+    case link_kind_t::tcp:
         break;
     }
     return make_tcp_link(options.tcp_host, options.tcp_port);

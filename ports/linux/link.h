@@ -14,7 +14,7 @@
 #include "options.h"
 
 /** How a wait ended. */
-enum class wait_result
+enum class wait_result_t
 {
     ready,   /**< what was waited for is there */
     timeout, /**< the time has passed */
@@ -31,7 +31,7 @@ void catch_stop_signals();
  * @param timeout_us  longest wait in microseconds; negative for no limit
  * @param other_fd    another one, to read from; negative for none
  */
-wait_result wait_for(int fd, short events, int64_t timeout_us, int other_fd = -1);
+wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd = -1);
 
 /** Tells whether nobody is at the other end of a file descriptor any more. */
 bool hung_up(int fd);

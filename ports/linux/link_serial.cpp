@@ -57,7 +57,7 @@ public:
         while (hung_up(terminal_))
         {
             // A terminal whose other end is closed is always ready, so there is nothing to wait on but time.
-            if (wait_for(-1, 0, look_again_us) == wait_result::stopped)
+            if (wait_for(-1, 0, look_again_us) == wait_result_t::stopped)
             {
                 return false;
             }

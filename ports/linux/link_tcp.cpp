@@ -76,7 +76,7 @@ public:
 
     bool accept_host() override
     {
-        while (wait_for(listener_, POLLIN, -1) != wait_result::stopped)
+        while (wait_for(listener_, POLLIN, -1) != wait_result_t::stopped)
         {
             const int host = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
             if (host < 0)

@@ -62,7 +62,7 @@ int run(const options_t &options)
         std::cerr << "vantor_server: cannot start the simulated board\n";
         return EXIT_FAILURE;
     }
-    if (options.link != link_kind::stdio)
+    if (options.link != link_kind_t::stdio)
     {
         std::cout << "listening on " << link->address() << std::endl;
     }
@@ -91,11 +91,11 @@ int main(int argc, char **argv)
         options_t options;
         switch (parse_options(argc, argv, options))
         {
-        case options_result::run:
+        case options_result_t::run:
             return run(options);
-        case options_result::done:
+        case options_result_t::done:
             return EXIT_SUCCESS;
-        case options_result::refused:
+        case options_result_t::refused:
             return wrong_command_line;
         }
     }

@@ -113,10 +113,10 @@ void add_link_options(CLI::App &app, options_t &options)
             "Listen on a TCP port, on the loopback interface unless a host is given")
         ->type_name("[HOST:]PORT");
     link->add_flag_callback(
-        "--pty", [&options] { options.link = link_kind::pty; },
+        "--pty", [&options] { options.link = link_kind_t::pty; },
         "Offer a pseudo-terminal, to be opened like any serial device");
     link->add_flag_callback(
-        "--stdio", [&options] { options.link = link_kind::stdio; }, "Speak on standard input and output");
+        "--stdio", [&options] { options.link = link_kind_t::stdio; }, "Speak on standard input and output");
     link->require_option(1);
 }
 
@@ -191,22 +191,22 @@ std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 }
 
 /** Says what is wrong with the command line, or prints the help or version that was asked for. */
-options_result explain(const CLI::App &app, const CLI::ParseError &failure, bool stdio)
+options_result_t explain(const CLI::App &app, const CLI::ParseError &failure, bool stdio)
 {
     if (failure.get_exit_code() == 0)
     {
         // With --stdio a host reads the standard output, and the person the standard error.
         app.exit(failure, stdio ? std::cerr : std::cout, std::cerr);
-        return options_result::done;
+        return options_result_t::done;
     }
     std::cerr << "vantor_server: " << printable(describe(app, failure))
               << "\nRun vantor_server --help for more information.\n";
-    return options_result::refused;
+    return options_result_t::refused;
 }
 
 } // namespace
 
-options_result parse_options(int argc, char **argv, options_t &options)
+options_result_t parse_options(int argc, char **argv, options_t &options)
 {
     CLI::App app{description, "vantor_server"};
     app.footer(footer);
@@ -221,5 +221,5 @@ options_result parse_options(int argc, char **argv, options_t &options)
     {
         return explain(app, failure, std::find(argv, argv + argc, std::string("--stdio")) != argv + argc);
     }
-    return options_result::run;
+    return options_result_t::run;
 }

@@ -11,7 +11,7 @@
 #include "zet_definitions_common.h"
 
 /** Kinds of link to the host. */
-enum class link_kind
+enum class link_kind_t
 {
     tcp,
     pty,
@@ -21,7 +21,7 @@ enum class link_kind
 /** What the command line asks for. */
 struct options_t
 {
-    link_kind link = link_kind::tcp;
+    link_kind_t link = link_kind_t::tcp;
     std::string tcp_host = "127.0.0.1";
     uint16_t tcp_port = 0;
     uint16_t sensor_count = 5;
@@ -35,7 +35,7 @@ struct options_t
 };
 
 /** What to do after the command line has been read. */
-enum class options_result
+enum class options_result_t
 {
     run,     /**< start the server */
     done,    /**< help or version was printed */
@@ -43,6 +43,6 @@ enum class options_result
 };
 
 /** Reads the command line. */
-options_result parse_options(int argc, char **argv, options_t &options);
+options_result_t parse_options(int argc, char **argv, options_t &options);
 
 #endif

@@ -53,12 +53,12 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
     // An idle server is called in time for every round of its tick.
     const bool jump = virtual_clock && ticks != ZET_VANTOR_SERVER_IDLE;
     const int64_t timeout_us = jump ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
-    const wait_result result = wait_for(link.input(), POLLIN, timeout_us, link.other_hosts());
-    if (result == wait_result::timeout && jump)
+    const wait_result_t result = wait_for(link.input(), POLLIN, timeout_us, link.other_hosts());
+    if (result == wait_result_t::timeout && jump)
     {
         current_clock.sleep_until_us(current_clock.now_us() + ticks);
     }
-    return result != wait_result::stopped;
+    return result != wait_result_t::stopped;
 }
 
 /** Serves the host that is there until it goes; false when the program is to end. */

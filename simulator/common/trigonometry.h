@@ -14,14 +14,14 @@ namespace zet_simulator
 {
 
 /** A phase: 2^32 is one turn. */
-using phase_t = uint32_t;
+using binary_angle = uint32_t;
 
 /** Converts turns, of any size that fits 64 bits, into a phase. */
-inline phase_t phase_from_turns(double turns)
+inline binary_angle phase_from_turns(double turns)
 {
     const double whole = static_cast<double>(static_cast<int64_t>(turns));
     const double steps_per_turn = 4294967296.0;
-    return static_cast<phase_t>(static_cast<int64_t>((turns - whole) * steps_per_turn));
+    return static_cast<binary_angle>(static_cast<int64_t>((turns - whole) * steps_per_turn));
 }
 
 /**
@@ -30,7 +30,7 @@ inline phase_t phase_from_turns(double turns)
  * The phase is taken to the nearest quarter turn; Taylor's series serves for the rest, at most an eighth of a
  * turn.
  */
-inline void sine_and_cosine_of(phase_t phase, float &sine, float &cosine)
+inline void sine_and_cosine_of(binary_angle phase, float &sine, float &cosine)
 {
     const uint32_t quarter = (phase + 0x20000000U) >> 30U;
     const auto rest = static_cast<int32_t>(phase - (quarter << 30U));
@@ -51,7 +51,7 @@ inline void sine_and_cosine_of(phase_t phase, float &sine, float &cosine)
 }
 
 /** Sine of a phase. */
-inline float sine_of(phase_t phase)
+inline float sine_of(binary_angle phase)
 {
     float sine = 0.0F;
     float cosine = 0.0F;

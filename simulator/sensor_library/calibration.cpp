@@ -27,14 +27,14 @@ struct sealed_calibration
 static_assert(sizeof(sealed_calibration) == sizeof(zet_cal_result_t), "the layout fills the result");
 
 /** What each byte does to the remainder of the polynomial division. */
-struct remainders_t
+struct remainder_table
 {
     uint32_t of_byte[256];
 };
 
-constexpr remainders_t make_remainders()
+constexpr remainder_table make_remainders()
 {
-    remainders_t remainders = {};
+    remainder_table remainders = {};
     for (uint32_t byte = 0; byte < 256U; ++byte)
     {
         uint32_t remainder = byte;
@@ -47,7 +47,7 @@ constexpr remainders_t make_remainders()
     return remainders;
 }
 
-constexpr remainders_t remainders = make_remainders();
+constexpr remainder_table remainders = make_remainders();
 
 /** CRC-32 (ISO 3309, reflected polynomial 0xEDB88320): finds every change of one byte. */
 uint32_t checksum_of(const void *data, size_t size)

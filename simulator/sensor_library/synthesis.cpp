@@ -22,7 +22,7 @@ constexpr uint32_t stretch_size = 64;
 static_assert(stretch_size % noise_source::lanes == 0, "noise comes in whole lanes");
 
 /** Phase error of the delay line for each base step in a cell: an eighth of a turn over a whole cell. */
-constexpr phase_t delay_error_per_step = 0x20000000U / delay_cell;
+constexpr binary_angle delay_error_per_step = 0x20000000U / delay_cell;
 
 /** Imbalance of the receiver's paths: gain of the in-phase part and leakage of it into the other. */
 constexpr float imbalance_gain = 1.015F;
@@ -58,7 +58,7 @@ void add_echo(const echo &echo, float first, float step, float half_width, stret
 }
 
 /** Turns each value of a stretch back by a phase. */
-void turn_back(const phase_t *phases, stretch &values, uint32_t count)
+void turn_back(const binary_angle *phases, stretch &values, uint32_t count)
 {
     for (uint32_t i = 0; i < count; ++i)
     {
@@ -76,13 +76,13 @@ void turn_back(const phase_t *phases, stretch &values, uint32_t count)
  * The receiver's phase at the points of a stretch: its oscillator's, which is whole turns at the nominal
  * carrier, and the error of the delay line, which starts anew with each of its cells.
  */
-void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint32_t first, phase_t *phases,
-               uint32_t count)
+void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint32_t first,
+               binary_angle *phases, uint32_t count)
 {
     const int32_t point = subsweep.start_point + static_cast<int32_t>(first * subsweep.step_length);
-    phase_t phase = phase_from_turns(frame.rx_frequency * point);
-    const phase_t phase_step = phase_from_turns(frame.rx_frequency * subsweep.step_length);
-    const phase_t error_per_step = subsweep.phase_enhancement ? 0U : delay_error_per_step;
+    binary_angle phase = phase_from_turns(frame.rx_frequency * point);
+    const binary_angle phase_step = phase_from_turns(frame.rx_frequency * subsweep.step_length);
+    const binary_angle error_per_step = subsweep.phase_enhancement ? 0U : delay_error_per_step;
     const uint32_t cell_step = subsweep.step_length % static_cast<uint32_t>(delay_cell);
     auto cell = static_cast<uint32_t>((point % delay_cell + delay_cell) % delay_cell);
     for (uint32_t i = 0; i < count; ++i)
@@ -168,7 +168,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
         }
         if (turns && echo_count > 0U)
         {
-            phase_t phases[stretch_size];
+            binary_angle phases[stretch_size];
             phases_of(frame, subsweep, first, phases, count);
             turn_back(phases, values, count);
         }

@@ -131,7 +131,7 @@ TEST_F(clear_channel, makes_its_calls_in_order)
 {
     neighbours().cca_values = {0.25F};
     ASSERT_TRUE(read_frame());
-    const std::string all = calls(call_kind::sensor_library);
+    const std::string all = calls(call_kind_t::sensor_library);
     EXPECT_TRUE(all.ends_with(lines({
         "zet_sensor_read(sensor 1, block 1, 64)",
         "zet_processing_cca_check(processing 1, block 1)",

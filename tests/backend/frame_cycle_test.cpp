@@ -27,7 +27,7 @@ protected:
         EXPECT_EQ(error, error_nox_data_str);
         EXPECT_EQ(neighbours().calls.count("zet_vantor_server_write_json"), 0U);
         EXPECT_EQ(neighbours().calls.count("write("), 0U);
-        EXPECT_EQ(calls(call_kind::json), "");
+        EXPECT_EQ(calls(call_kind_t::json), "");
     }
 };
 
@@ -131,7 +131,7 @@ TEST_F(frame_cycle, sensor_of_two_groups_is_prepared_before_each_of_its_measurem
     for (int frame = 0; frame < 2; ++frame)
     {
         ASSERT_TRUE(read_frame());
-        EXPECT_EQ(calls(call_kind::sensor_library),
+        EXPECT_EQ(calls(call_kind_t::sensor_library),
                   lines({
                       "zet_probes_register_callback(20, null, null)",
                       "zet_sensor_prepare(sensor 1, config 1, calibration of 1, block 1, 64)",
@@ -339,7 +339,7 @@ TEST_F(frame_cycle, allocates_nothing_but_the_json_of_the_header)
     const size_t live = memory().live_blocks();
     const size_t before = memory().json_allocations();
     ASSERT_TRUE(read_frame());
-    EXPECT_EQ(calls(call_kind::memory), "") << "the backend itself neither allocates nor frees";
+    EXPECT_EQ(calls(call_kind_t::memory), "") << "the backend itself neither allocates nor frees";
     const size_t of_one_frame = memory().json_allocations() - before;
     EXPECT_GT(of_one_frame, 0U);
     EXPECT_EQ(memory().live_blocks(), live) << "the header is released";

@@ -38,16 +38,16 @@ protected:
         error = nullptr;
         EXPECT_FALSE(read_frame());
         EXPECT_EQ(error, error_send_data_str);
-        EXPECT_EQ(calls(call_kind::log), "[ERROR] Out of memory\n");
+        EXPECT_EQ(calls(call_kind_t::log), "[ERROR] Out of memory\n");
         EXPECT_EQ(neighbours().calls.count("zet_vantor_server_write_json"), 0U);
         EXPECT_EQ(neighbours().calls.count("write("), 0U);
-        EXPECT_EQ(memory().live_blocks(block_owner::json), 0U) << "the header is released";
+        EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U) << "the header is released";
     }
 
     /** The JSON calls of the last operation from the first one with the given beginning. */
     static std::string json_from(const std::string &beginning)
     {
-        const std::string json = calls(call_kind::json);
+        const std::string json = calls(call_kind_t::json);
         const size_t position = json.find(beginning);
         return position == std::string::npos ? "no call " + beginning + " in\n" + json
                                              : json.substr(position);
@@ -68,44 +68,44 @@ TEST_F(frame_message, is_built_with_exactly_these_calls)
     neighbours().results[2] = {true, false, true, 27, nullptr};
     neighbours().cca_values = {0.75F, 0.25F};
     ASSERT_TRUE(read_frame());
-    EXPECT_EQ(calls(call_kind::json), lines({
-                                          "cJSON_CreateObject()",
-                                          "cJSON_CreateArray()",
-                                          R"(cJSON_AddItemToObject("result_info"))",
-                                          "cJSON_CreateArray()",
-                                          R"(cJSON_AddItemToObject(""))",
-                                          "cJSON_CreateObject()",
-                                          R"(add_json_uint32_value("tick", 1000))",
-                                          R"(add_json_bool_value("data_saturated", false))",
-                                          R"(add_json_int_value("temperature", -3))",
-                                          R"(add_json_bool_value("calibration_needed", false))",
-                                          R"(add_json_bool_value("frame_delayed", true))",
-                                          "cJSON_AddItemToArray()",
-                                          "cJSON_CreateArray()",
-                                          R"(cJSON_AddItemToObject(""))",
-                                          "cJSON_CreateObject()",
-                                          R"(add_json_uint32_value("tick", 1010))",
-                                          R"(add_json_bool_value("data_saturated", true))",
-                                          R"(add_json_int_value("temperature", 27))",
-                                          R"(add_json_bool_value("calibration_needed", true))",
-                                          R"(add_json_bool_value("frame_delayed", false))",
-                                          R"(add_json_bool_value("data_valid", false))",
-                                          R"(add_json_float_value("cca_value", 0.75))",
-                                          R"(add_json_bool_value("cca_detected", true))",
-                                          R"(add_json_bool_value("tx_enabled", false))",
-                                          "cJSON_AddItemToArray()",
-                                          "cJSON_CreateObject()",
-                                          R"(add_json_uint32_value("tick", 1020))",
-                                          R"(add_json_bool_value("data_saturated", false))",
-                                          R"(add_json_int_value("temperature", 0))",
-                                          R"(add_json_bool_value("calibration_needed", false))",
-                                          R"(add_json_bool_value("frame_delayed", false))",
-                                          R"(add_json_bool_value("data_valid", false))",
-                                          "cJSON_AddItemToArray()",
-                                          R"(add_json_string_value("status", "ok"))",
-                                          R"(add_json_int_value("payload_size", 48))",
-                                          "cJSON_Delete()",
-                                      }));
+    EXPECT_EQ(calls(call_kind_t::json), lines({
+                                            "cJSON_CreateObject()",
+                                            "cJSON_CreateArray()",
+                                            R"(cJSON_AddItemToObject("result_info"))",
+                                            "cJSON_CreateArray()",
+                                            R"(cJSON_AddItemToObject(""))",
+                                            "cJSON_CreateObject()",
+                                            R"(add_json_uint32_value("tick", 1000))",
+                                            R"(add_json_bool_value("data_saturated", false))",
+                                            R"(add_json_int_value("temperature", -3))",
+                                            R"(add_json_bool_value("calibration_needed", false))",
+                                            R"(add_json_bool_value("frame_delayed", true))",
+                                            "cJSON_AddItemToArray()",
+                                            "cJSON_CreateArray()",
+                                            R"(cJSON_AddItemToObject(""))",
+                                            "cJSON_CreateObject()",
+                                            R"(add_json_uint32_value("tick", 1010))",
+                                            R"(add_json_bool_value("data_saturated", true))",
+                                            R"(add_json_int_value("temperature", 27))",
+                                            R"(add_json_bool_value("calibration_needed", true))",
+                                            R"(add_json_bool_value("frame_delayed", false))",
+                                            R"(add_json_bool_value("data_valid", false))",
+                                            R"(add_json_float_value("cca_value", 0.75))",
+                                            R"(add_json_bool_value("cca_detected", true))",
+                                            R"(add_json_bool_value("tx_enabled", false))",
+                                            "cJSON_AddItemToArray()",
+                                            "cJSON_CreateObject()",
+                                            R"(add_json_uint32_value("tick", 1020))",
+                                            R"(add_json_bool_value("data_saturated", false))",
+                                            R"(add_json_int_value("temperature", 0))",
+                                            R"(add_json_bool_value("calibration_needed", false))",
+                                            R"(add_json_bool_value("frame_delayed", false))",
+                                            R"(add_json_bool_value("data_valid", false))",
+                                            "cJSON_AddItemToArray()",
+                                            R"(add_json_string_value("status", "ok"))",
+                                            R"(add_json_int_value("payload_size", 48))",
+                                            "cJSON_Delete()",
+                                        }));
 }
 
 TEST_F(frame_message, of_three_items_in_two_of_three_groups)
@@ -258,7 +258,7 @@ TEST_F(frame_message, header_that_cannot_be_created_fails_with_nothing_to_delete
     parse_item("");
     refuse("cJSON_CreateObject");
     expect_out_of_memory();
-    EXPECT_EQ(calls(call_kind::json), "cJSON_CreateObject()\n");
+    EXPECT_EQ(calls(call_kind_t::json), "cJSON_CreateObject()\n");
 }
 
 TEST_F(frame_message, result_info_that_cannot_be_created_fails)
@@ -266,7 +266,7 @@ TEST_F(frame_message, result_info_that_cannot_be_created_fails)
     parse_item("");
     refuse("cJSON_CreateArray");
     expect_out_of_memory();
-    EXPECT_EQ(calls(call_kind::json),
+    EXPECT_EQ(calls(call_kind_t::json),
               lines({"cJSON_CreateObject()", "cJSON_CreateArray()", "cJSON_Delete()"}));
 }
 
@@ -394,9 +394,9 @@ TEST_F(frame_message, header_that_cannot_be_sent_fails_without_a_log_line_or_pay
     refuse("zet_vantor_server_write_json");
     EXPECT_FALSE(read_frame());
     EXPECT_EQ(error, error_send_data_str);
-    EXPECT_EQ(calls(call_kind::log), "");
+    EXPECT_EQ(calls(call_kind_t::log), "");
     EXPECT_EQ(neighbours().calls.count("write("), 0U);
-    EXPECT_EQ(memory().live_blocks(block_owner::json), 0U);
+    EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
 TEST_F(frame_message, result_info_that_cannot_be_attached_is_missing_from_a_message_sent_all_the_same)
@@ -406,7 +406,7 @@ TEST_F(frame_message, result_info_that_cannot_be_attached_is_missing_from_a_mess
     EXPECT_TRUE(read_frame());
     EXPECT_EQ(sent_document(), R"({"status":"ok","payload_size":16})");
     EXPECT_EQ(neighbours().calls.count("write(frame 1, 16)"), 1U);
-    EXPECT_EQ(calls(call_kind::log), "");
+    EXPECT_EQ(calls(call_kind_t::log), "");
     finish(1);
 }
 

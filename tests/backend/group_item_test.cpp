@@ -32,7 +32,8 @@ protected:
         ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_debug": true, "cca_threshold": 1)" +
                                 member + "}"));
         EXPECT_EQ(neighbours().calls.count("zet_config_enable_"), 0U);
-        EXPECT_EQ(calls(call_kind::json).find("cca_threshold"), std::string::npos) << "the keys are not read";
+        EXPECT_EQ(calls(call_kind_t::json).find("cca_threshold"), std::string::npos)
+            << "the keys are not read";
         ASSERT_TRUE(read_frame());
         EXPECT_EQ(neighbours().calls.count("zet_processing_cca_check"), 0U);
         EXPECT_EQ(sent_document().find("data_valid"), std::string::npos);
@@ -116,14 +117,14 @@ TEST_F(group_item, that_failed_leaves_its_sensor_unpowered_for_a_later_item)
 {
     EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {"prf": "x"}}, )" + plain_item));
     EXPECT_EQ(error, error_invalid_prf);
-    EXPECT_EQ(calls(call_kind::board), lines({
-                                           "zet_hal_integration_sensor_supply_on(1)",
-                                           "zet_hal_integration_sensor_enable(1)",
-                                           "zet_hal_integration_sensor_disable(1)",
-                                           "zet_hal_integration_sensor_supply_off(1)",
-                                           "zet_hal_integration_sensor_disable(1)",
-                                           "zet_hal_integration_sensor_enable(1)",
-                                       }))
+    EXPECT_EQ(calls(call_kind_t::board), lines({
+                                             "zet_hal_integration_sensor_supply_on(1)",
+                                             "zet_hal_integration_sensor_enable(1)",
+                                             "zet_hal_integration_sensor_disable(1)",
+                                             "zet_hal_integration_sensor_supply_off(1)",
+                                             "zet_hal_integration_sensor_disable(1)",
+                                             "zet_hal_integration_sensor_enable(1)",
+                                         }))
         << "a handle exists, so the second item only resets the sensor after its calibration";
     EXPECT_EQ(neighbours().calls.count("zet_sensor_create"), 1U);
 }
@@ -175,7 +176,7 @@ TEST_F(group_item, with_assessment_and_no_other_key_starts_with_transmitter_off_
               })),
               std::string::npos)
         << all;
-    EXPECT_TRUE(calls(call_kind::json)
+    EXPECT_TRUE(calls(call_kind_t::json)
                     .ends_with(lines({
                         R"(get_json_bool_value("cca_enable"))",
                         R"(get_json_float_value("cca_threshold"))",
@@ -258,7 +259,7 @@ TEST_F(group_item, whose_buffer_cannot_be_allocated_fails_with_a_log_line_and_no
     // After the handles of the sensor and of the configuration.
     memory().fail_allocation(3);
     expect_failed_and_powered_off(plain_item, nullptr);
-    EXPECT_EQ(calls(call_kind::log), lines({"[INFO] Powered on sensor id 1", "[ERROR] Out of memory"}));
+    EXPECT_EQ(calls(call_kind_t::log), lines({"[INFO] Powered on sensor id 1", "[ERROR] Out of memory"}));
     EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate"), 0U);
 }
 
@@ -266,7 +267,7 @@ TEST_F(group_item, buffer_has_the_size_that_the_library_asks_for)
 {
     neighbours().buffer_size = 1234;
     ASSERT_TRUE(parse_group(plain_item));
-    EXPECT_EQ(calls(call_kind::memory), "zet_integration_mem_alloc(1234)\n");
+    EXPECT_EQ(calls(call_kind_t::memory), "zet_integration_mem_alloc(1234)\n");
     EXPECT_EQ(
         neighbours().calls.count("zet_sensor_prepare(sensor 1, config 1, calibration of 1, block 1, 1234)"),
         1U);
@@ -409,7 +410,7 @@ TEST_F(group_item, whose_sensor_cannot_be_prepared_fails)
 TEST_F(group_item, prepares_the_items_before_it_too_but_each_configuration_once)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
-    const std::string all = calls(call_kind::sensor_library);
+    const std::string all = calls(call_kind_t::sensor_library);
     EXPECT_NE(all.find(lines({
                   "zet_processing_create(config 2)",
                   "zet_probes_register_callback(20, null, null)",

@@ -38,7 +38,7 @@ protected:
         neighbours().metadata = {metadata};
         EXPECT_TRUE(parse_config("{}"));
         EXPECT_TRUE(read_frame());
-        const std::string board = calls(call_kind::board);
+        const std::string board = calls(call_kind_t::board);
         const std::string beginning = "zet_hal_integration_wait_for_sensor_interrupt(1, ";
         EXPECT_TRUE(board.starts_with(beginning)) << board;
         destroy_session();
@@ -135,11 +135,11 @@ TEST_F(interrupt_timeout, uses_the_frame_rate_of_the_session_and_the_sweeps_of_t
                                                            "sweep_rate": 1000}},
                                {"sensor_id": 3, "config": {"frame_rate": 2}})"));
     ASSERT_TRUE(read_frame());
-    EXPECT_EQ(calls(call_kind::board), lines({
-                                           "zet_hal_integration_wait_for_sensor_interrupt(1, 1260)",
-                                           "zet_hal_integration_wait_for_sensor_interrupt(2, 1270)",
-                                           "zet_hal_integration_wait_for_sensor_interrupt(3, 1250)",
-                                       }));
+    EXPECT_EQ(calls(call_kind_t::board), lines({
+                                             "zet_hal_integration_wait_for_sensor_interrupt(1, 1260)",
+                                             "zet_hal_integration_wait_for_sensor_interrupt(2, 1270)",
+                                             "zet_hal_integration_wait_for_sensor_interrupt(3, 1250)",
+                                         }));
 }
 
 TEST_F(interrupt_timeout, of_a_calibration_uses_the_frame_rate_of_the_session_before)
@@ -150,7 +150,7 @@ TEST_F(interrupt_timeout, of_a_calibration_uses_the_frame_rate_of_the_session_be
     destroy_session();
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_wait_for_sensor_interrupt(1, 1100)"), 1U)
-        << "the rate rules come after the items: " << calls(call_kind::board);
+        << "the rate rules come after the items: " << calls(call_kind_t::board);
 }
 
 } // namespace backend_tests

@@ -26,8 +26,8 @@ TEST_F(initialisation, makes_its_calls_in_order)
 {
     neighbours().sensor_count = 2;
     ASSERT_TRUE(init(ZET_LOG_LEVEL_VERBOSE));
-    EXPECT_EQ(neighbours().calls.text({call_kind::json, call_kind::board, call_kind::sensor_library,
-                                       call_kind::log, call_kind::link}),
+    EXPECT_EQ(neighbours().calls.text({call_kind_t::json, call_kind_t::board, call_kind_t::sensor_library,
+                                       call_kind_t::log, call_kind_t::link}),
               lines({
                   "cJSON_InitHooks()",
                   "zet_hal_nox_integration_get_implementation()",
@@ -252,12 +252,12 @@ TEST_F(session_end, leaves_sensors_without_a_handle_alone)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 3, "config": {}}, {"sensor_id": 1, "config": {}})"));
     destroy_session();
-    EXPECT_EQ(calls(call_kind::board), lines({
-                                           "zet_hal_integration_sensor_disable(1)",
-                                           "zet_hal_integration_sensor_supply_off(1)",
-                                           "zet_hal_integration_sensor_disable(3)",
-                                           "zet_hal_integration_sensor_supply_off(3)",
-                                       }));
+    EXPECT_EQ(calls(call_kind_t::board), lines({
+                                             "zet_hal_integration_sensor_disable(1)",
+                                             "zet_hal_integration_sensor_supply_off(1)",
+                                             "zet_hal_integration_sensor_disable(3)",
+                                             "zet_hal_integration_sensor_supply_off(3)",
+                                         }));
     EXPECT_EQ(neighbours().calls.count("[INFO] Powered off sensor id 2"), 0U);
 }
 

@@ -42,7 +42,7 @@ protected:
     /** The log lines without the one about the sensor's supply. */
     static std::string log_after_power_on()
     {
-        const std::string text = calls(call_kind::log);
+        const std::string text = calls(call_kind_t::log);
         return text.substr(text.find('\n') + 1);
     }
 };
@@ -170,7 +170,7 @@ TEST_F(overrides, item_without_overrides_gets_a_null_registration_after_an_item_
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cpd_overrides": {"integrator_ctrl": 9}},
                                {"sensor_id": 2, "config": {}})"));
-    const std::string all = calls(call_kind::sensor_library);
+    const std::string all = calls(call_kind_t::sensor_library);
     EXPECT_TRUE(all.ends_with(lines({
         "zet_probes_register_callback(20, callback, block 1)",
         "zet_probes_register_callback(20, null, null)",
@@ -189,10 +189,10 @@ TEST_F(overrides, are_applied_at_every_prepare)
     for (int frame = 0; frame < 2; ++frame)
     {
         ASSERT_TRUE(read_frame());
-        EXPECT_EQ(calls(call_kind::log), lines({
-                                             "[INFO] Setting CPD program parameter tx_duration to 1",
-                                             "[INFO] Setting CPD program parameter tx_duration to 2",
-                                         }));
+        EXPECT_EQ(calls(call_kind_t::log), lines({
+                                               "[INFO] Setting CPD program parameter tx_duration to 1",
+                                               "[INFO] Setting CPD program parameter tx_duration to 2",
+                                           }));
     }
 }
 
@@ -209,7 +209,7 @@ TEST_F(overrides, that_are_not_valid_fail_the_item_and_keep_its_configuration)
         EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 0U);
         destroy_session();
         EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 1U) << "released with the session";
-        EXPECT_EQ(calls(call_kind::memory), "");
+        EXPECT_EQ(calls(call_kind_t::memory), "");
     }
 }
 
@@ -230,7 +230,7 @@ TEST_F(overrides, are_validated_and_read_in_table_order)
         "json_validate(tx_freq_ctrl:2 rx_freq_ctrl:2 integration_repeats:2 integrator_ctrl:2 "
         "rx_duration:2 tx_duration:2 end:8)";
     ASSERT_TRUE(parse_overrides("{}"));
-    const std::string json = calls(call_kind::json);
+    const std::string json = calls(call_kind_t::json);
     EXPECT_NE(json.find(lines({
                   R"(cJSON_GetObjectItemCaseSensitive("cpd_overrides"))",
                   validation,

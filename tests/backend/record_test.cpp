@@ -122,7 +122,7 @@ TEST_F(record_of_a_new_life, arrays_have_the_size_of_their_elements)
     {
         expected += "zet_integration_mem_alloc(" + std::to_string(3 * sizeof(item_t)) + ")\n";
     }
-    EXPECT_EQ(calls(call_kind::memory), expected);
+    EXPECT_EQ(calls(call_kind_t::memory), expected);
 }
 
 TEST_F(record_of_a_new_life, arrays_are_filled_with_zeros)

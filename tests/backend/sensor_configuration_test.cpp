@@ -16,7 +16,7 @@ protected:
     /** The calls between the creation of the configuration and the question for its buffer size. */
     static std::string setters()
     {
-        const std::string all = calls(call_kind::sensor_library);
+        const std::string all = calls(call_kind_t::sensor_library);
         const std::string create = "zet_config_create()\n";
         const size_t begin = all.find(create) + create.size();
         return all.substr(begin, all.find("zet_nox_get_buffer_size") - begin);
@@ -44,7 +44,8 @@ protected:
         error = nullptr;
         EXPECT_FALSE(parse_config(config));
         EXPECT_EQ(error, error_bad_config);
-        EXPECT_EQ(calls(call_kind::log), lines({"[INFO] Powered on sensor id 1", "[ERROR] Invalid config"}));
+        EXPECT_EQ(calls(call_kind_t::log),
+                  lines({"[INFO] Powered on sensor id 1", "[ERROR] Invalid config"}));
         EXPECT_EQ(neighbours().calls.count("zet_config_create"), 0U);
         destroy_session();
     }
@@ -102,7 +103,7 @@ TEST_F(sensor_configuration, reads_json_in_fixed_order_and_validates_against_the
         "json_validate(start_point:2 num_points:2 step_length:2 profile:2 hwaas:2 receiver_gain:2 "
         "enable_tx:0 enable_loopback:0 phase_enhancement:0 iq_imbalance_compensation:0 prf:6 end:8)";
     ASSERT_TRUE(parse_config(R"({"subsweeps": [{"prf": "5_2_MHz"}]})"));
-    const std::string json = calls(call_kind::json);
+    const std::string json = calls(call_kind_t::json);
     const std::string expected = lines({
         validation,
         R"(cJSON_GetObjectItemCaseSensitive("subsweeps"))",
@@ -307,14 +308,14 @@ TEST_F(sensor_configuration, bad_prf_in_subsweep_2_fails_although_0_and_1_were_a
 {
     EXPECT_FALSE(parse_config(R"({"subsweeps": [{"hwaas": 1}, {"hwaas": 2}, {"hwaas": 3, "prf": "x"}]})"));
     EXPECT_EQ(error, error_invalid_prf);
-    EXPECT_EQ(calls(call_kind::sensor_library), lines({
-                                                    "zet_sensor_create(1)",
-                                                    "zet_config_create()",
-                                                    "zet_config_subsweep_hwaas_set(config 1, 1, 0)",
-                                                    "zet_config_subsweep_hwaas_set(config 1, 2, 1)",
-                                                    "zet_config_subsweep_hwaas_set(config 1, 3, 2)",
-                                                    "zet_config_destroy(config 1)",
-                                                }));
+    EXPECT_EQ(calls(call_kind_t::sensor_library), lines({
+                                                      "zet_sensor_create(1)",
+                                                      "zet_config_create()",
+                                                      "zet_config_subsweep_hwaas_set(config 1, 1, 0)",
+                                                      "zet_config_subsweep_hwaas_set(config 1, 2, 1)",
+                                                      "zet_config_subsweep_hwaas_set(config 1, 3, 2)",
+                                                      "zet_config_destroy(config 1)",
+                                                  }));
 }
 
 TEST_F(sensor_configuration, library_that_cannot_create_a_configuration_is_reported_as_out_of_memory)
@@ -322,7 +323,7 @@ TEST_F(sensor_configuration, library_that_cannot_create_a_configuration_is_repor
     refuse("zet_config_create");
     EXPECT_FALSE(parse_config("{}"));
     EXPECT_EQ(error, error_out_of_memory);
-    EXPECT_EQ(calls(call_kind::log),
+    EXPECT_EQ(calls(call_kind_t::log),
               lines({"[INFO] Powered on sensor id 1", "[ERROR] Failed creating config"}));
 }
 

@@ -124,14 +124,14 @@ TEST_F(session_configuration, empty_document_is_accepted)
 TEST_F(session_configuration, empty_document_is_read_in_fixed_order)
 {
     ASSERT_TRUE(parse("{}"));
-    EXPECT_EQ(calls(call_kind::json), lines({
-                                          R"(is_json_node("enable_log"))",
-                                          R"(cJSON_GetObjectItemCaseSensitive("calibration_info"))",
-                                          R"(get_json_bool_value("enable_diagnostics"))",
-                                          R"(cJSON_GetObjectItemCaseSensitive("groups"))",
-                                          R"(is_json_node("max_update_rate"))",
-                                          R"(is_json_node("update_rate"))",
-                                      }));
+    EXPECT_EQ(calls(call_kind_t::json), lines({
+                                            R"(is_json_node("enable_log"))",
+                                            R"(cJSON_GetObjectItemCaseSensitive("calibration_info"))",
+                                            R"(get_json_bool_value("enable_diagnostics"))",
+                                            R"(cJSON_GetObjectItemCaseSensitive("groups"))",
+                                            R"(is_json_node("max_update_rate"))",
+                                            R"(is_json_node("update_rate"))",
+                                        }));
 }
 
 TEST_F(session_configuration, unknown_keys_of_the_root_are_ignored)
@@ -195,11 +195,11 @@ TEST_F(session_configuration, faulty_log_level_skips_the_calibration_list_but_no
     EXPECT_FALSE(parse(R"({"enable_log": "warning", "calibration_info": [], "enable_diagnostics": true})"));
     EXPECT_EQ(error, error_config_faulty_log_settings_str);
     EXPECT_EQ(calls(), "");
-    EXPECT_EQ(calls(call_kind::json), lines({
-                                          R"(is_json_node("enable_log"))",
-                                          R"(get_json_string_value("enable_log"))",
-                                          R"(get_json_bool_value("enable_diagnostics"))",
-                                      }));
+    EXPECT_EQ(calls(call_kind_t::json), lines({
+                                            R"(is_json_node("enable_log"))",
+                                            R"(get_json_string_value("enable_log"))",
+                                            R"(get_json_bool_value("enable_diagnostics"))",
+                                        }));
 }
 
 // Calibration list
@@ -290,7 +290,7 @@ TEST_F(session_configuration, every_refused_calibration_list_is_followed_by_the_
     for (const std::string &document : refused_calibration_lists)
     {
         EXPECT_FALSE(parse(document));
-        EXPECT_TRUE(calls(call_kind::json)
+        EXPECT_TRUE(calls(call_kind_t::json)
                         .ends_with(R"(get_json_bool_value("enable_diagnostics"))"
                                    "\n"))
             << document;
@@ -300,7 +300,7 @@ TEST_F(session_configuration, every_refused_calibration_list_is_followed_by_the_
 TEST_F(session_configuration, calibration_list_is_read_in_fixed_order)
 {
     ASSERT_TRUE(parse(calibrations(calibration("2", valid_data))));
-    EXPECT_TRUE(calls(call_kind::json)
+    EXPECT_TRUE(calls(call_kind_t::json)
                     .starts_with(lines({
                         R"(is_json_node("enable_log"))",
                         R"(cJSON_GetObjectItemCaseSensitive("calibration_info"))",
@@ -311,7 +311,7 @@ TEST_F(session_configuration, calibration_list_is_read_in_fixed_order)
                         "convert_hexstr2uint(240)",
                         R"(get_json_bool_value("enable_diagnostics"))",
                     })))
-        << calls(call_kind::json);
+        << calls(call_kind_t::json);
 }
 
 TEST_F(session_configuration, valid_calibration_spares_the_calibration_of_its_sensor)
@@ -414,7 +414,7 @@ TEST_F(session_configuration, objects_are_walked_like_arrays_at_every_level)
 TEST_F(session_configuration, item_is_read_in_fixed_order)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}]]})"));
-    const std::string json = calls(call_kind::json);
+    const std::string json = calls(call_kind_t::json);
     EXPECT_NE(json.find(lines({
                   "cJSON_IsObject()",
                   R"(get_json_int_value("sensor_id"))",
@@ -622,7 +622,7 @@ TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_ar
     for (const char *config : {"{}", R"({"frame_rate": 5})"})
     {
         ASSERT_TRUE(parse_config(config));
-        const std::string all = neighbours().calls.text({call_kind::json, call_kind::sensor_library});
+        const std::string all = neighbours().calls.text({call_kind_t::json, call_kind_t::sensor_library});
         EXPECT_TRUE(
             all.ends_with(lines({R"(is_json_node("max_update_rate"))", R"(is_json_node("update_rate"))"})))
             << all;
@@ -634,14 +634,14 @@ TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_ar
 TEST_F(session_configuration, rate_keys_are_asked_for_in_fixed_order)
 {
     ASSERT_TRUE(parse(R"({"update_rate": 5})"));
-    EXPECT_TRUE(calls(call_kind::json)
+    EXPECT_TRUE(calls(call_kind_t::json)
                     .ends_with(lines({
                         R"(is_json_node("max_update_rate"))",
                         R"(is_json_node("update_rate"))",
                         R"(get_json_float_value("max_update_rate"))",
                         R"(get_json_float_value("update_rate"))",
                     })))
-        << calls(call_kind::json);
+        << calls(call_kind_t::json);
 }
 
 TEST_F(session_configuration, reported_rate_is_preset_even_when_the_document_fails_early)

@@ -17,9 +17,9 @@ protected:
     void expect_out_of_memory()
     {
         EXPECT_FALSE(send_metadata());
-        EXPECT_EQ(calls(call_kind::log), "[ERROR] Out of memory\n");
+        EXPECT_EQ(calls(call_kind_t::log), "[ERROR] Out of memory\n");
         EXPECT_EQ(neighbours().calls.count("zet_vantor_server_write_json"), 0U);
-        EXPECT_EQ(memory().live_blocks(block_owner::json), 0U) << "the document is released";
+        EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U) << "the document is released";
     }
 
     /** The last message without its calibration list. */
@@ -57,8 +57,8 @@ TEST_F(session_metadata, is_built_with_exactly_these_calls)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 2, "config": {"subsweeps": [{}, {}]}})"));
     ASSERT_TRUE(send_metadata(4000000000U));
-    EXPECT_EQ(neighbours().calls.text({call_kind::json, call_kind::sensor_library, call_kind::memory,
-                                       call_kind::link, call_kind::board, call_kind::log}),
+    EXPECT_EQ(neighbours().calls.text({call_kind_t::json, call_kind_t::sensor_library, call_kind_t::memory,
+                                       call_kind_t::link, call_kind_t::board, call_kind_t::log}),
               lines({
                   "cJSON_CreateObject()",
                   R"(add_json_string_value("status", "ok"))",
@@ -152,7 +152,7 @@ TEST_F(session_metadata, of_a_board_without_sensors_has_no_calibration_list_and_
     ASSERT_TRUE(init());
     ASSERT_TRUE(send_metadata(7));
     EXPECT_EQ(sent_document(), R"({"status":"ok","tick_period":7,"payload_size":0,"metadata":[]})");
-    EXPECT_EQ(calls(call_kind::memory), "");
+    EXPECT_EQ(calls(call_kind_t::memory), "");
 }
 
 TEST_F(session_metadata, without_complete_calibrations_has_an_empty_list)
@@ -160,7 +160,7 @@ TEST_F(session_metadata, without_complete_calibrations_has_an_empty_list)
     ASSERT_TRUE(send_metadata());
     EXPECT_EQ(sent_document(),
               R"({"status":"ok","tick_period":1000,"payload_size":0,"calibration_info":[],"metadata":[]})");
-    EXPECT_EQ(calls(call_kind::memory),
+    EXPECT_EQ(calls(call_kind_t::memory),
               lines({"zet_integration_mem_alloc(481)", "zet_integration_mem_free(block 1)"}));
 }
 
@@ -242,7 +242,7 @@ TEST_F(session_metadata, document_that_cannot_be_created_fails_at_its_first_memb
 {
     refuse("cJSON_CreateObject");
     expect_out_of_memory();
-    EXPECT_EQ(calls(call_kind::json),
+    EXPECT_EQ(calls(call_kind_t::json),
               lines({"cJSON_CreateObject()", R"(add_json_string_value("status", "ok"))"}))
         << "there is nothing to delete";
 }
@@ -267,7 +267,7 @@ TEST_F(session_metadata, calibration_list_that_cannot_be_added_fails)
 {
     refuse("cJSON_AddArrayToObject");
     expect_out_of_memory();
-    EXPECT_EQ(calls(call_kind::memory), "") << "no buffer is allocated";
+    EXPECT_EQ(calls(call_kind_t::memory), "") << "no buffer is allocated";
 }
 
 TEST_F(session_metadata, buffer_that_cannot_be_allocated_fails)
@@ -284,7 +284,7 @@ TEST_F(session_metadata, buffer_that_cannot_be_allocated_fails)
         }
     }
     EXPECT_EQ(calls(), lines({"zet_integration_mem_alloc(481)", "[ERROR] Out of memory"}));
-    EXPECT_EQ(memory().live_blocks(block_owner::json), 0U);
+    EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
 TEST_F(session_metadata, refused_calibration_query_of_the_last_calibrated_sensor_fails)
@@ -307,7 +307,7 @@ TEST_F(session_metadata, refused_calibration_query_of_an_earlier_sensor_leaves_o
     refuse("zet_sensor_get_cal_info");
     EXPECT_TRUE(send_metadata());
     EXPECT_NE(sent_document().find(R"("calibration_info":[)" + entry(2, 22) + "]"), std::string::npos);
-    EXPECT_EQ(calls(call_kind::log), "");
+    EXPECT_EQ(calls(call_kind_t::log), "");
 }
 
 TEST_F(session_metadata, uncalibrated_last_sensor_does_not_forgive_the_failure_before_it)
@@ -340,11 +340,11 @@ TEST_F(session_metadata,
         SCOPED_TRACE(member.key);
         refuse_member(member);
         EXPECT_FALSE(send_metadata());
-        EXPECT_EQ(calls(call_kind::log), "[ERROR] Out of memory\n");
+        EXPECT_EQ(calls(call_kind_t::log), "[ERROR] Out of memory\n");
         EXPECT_EQ(neighbours().calls.count("zet_integration_mem_free("), 1U);
         EXPECT_EQ(json_after(member), "cJSON_Delete()\n");
         EXPECT_EQ(delete_loose_json(), 1U);
-        EXPECT_EQ(memory().live_blocks(block_owner::json), 0U);
+        EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
     }
 }
 
@@ -354,7 +354,7 @@ TEST_F(session_metadata, member_of_an_earlier_calibration_entry_that_cannot_be_a
     refuse("add_json_string_value:data");
     EXPECT_TRUE(send_metadata());
     EXPECT_NE(sent_document().find(R"("calibration_info":[)" + entry(2, 22) + "]"), std::string::npos);
-    EXPECT_EQ(calls(call_kind::log), "");
+    EXPECT_EQ(calls(call_kind_t::log), "");
     finish(1);
 }
 
@@ -363,7 +363,7 @@ TEST_F(session_metadata, calibration_entry_that_cannot_be_appended_fails_when_it
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("cJSON_AddItemToArray", 2);
     EXPECT_FALSE(send_metadata());
-    EXPECT_EQ(calls(call_kind::log), "[ERROR] Out of memory\n");
+    EXPECT_EQ(calls(call_kind_t::log), "[ERROR] Out of memory\n");
     EXPECT_EQ(neighbours().calls.count("zet_vantor_server_write_json"), 0U);
     finish(1);
 }
@@ -412,7 +412,7 @@ TEST_F(session_metadata, item_object_that_cannot_be_added_skips_the_queries_but_
     expect_out_of_memory();
     EXPECT_EQ(json_from("cJSON_AddObjectToObject"),
               lines({R"(cJSON_AddObjectToObject("unused"))", "cJSON_Delete()"}));
-    EXPECT_EQ(calls(call_kind::sensor_library),
+    EXPECT_EQ(calls(call_kind_t::sensor_library),
               lines({"zet_sensor_get_cal_info(calibration of 1)", "zet_config_num_subsweeps_get(config 1)"}))
         << "the only query is that of the calibration list";
 }
@@ -422,12 +422,12 @@ TEST_F(session_metadata, refused_calibration_query_of_an_item_fails)
     ASSERT_TRUE(parse_config("{}"));
     refuse("zet_sensor_get_cal_info", 2);
     expect_out_of_memory();
-    EXPECT_EQ(calls(call_kind::sensor_library), lines({
-                                                    "zet_sensor_get_cal_info(calibration of 1)",
-                                                    "zet_sensor_get_cal_info(calibration of 1)",
-                                                    "zet_processing_points_to_meter(1)",
-                                                    "zet_config_num_subsweeps_get(config 1)",
-                                                }))
+    EXPECT_EQ(calls(call_kind_t::sensor_library), lines({
+                                                      "zet_sensor_get_cal_info(calibration of 1)",
+                                                      "zet_sensor_get_cal_info(calibration of 1)",
+                                                      "zet_processing_points_to_meter(1)",
+                                                      "zet_config_num_subsweeps_get(config 1)",
+                                                  }))
         << "the step length is asked for whatever the answer";
     EXPECT_EQ(json_from("cJSON_AddObjectToObject"),
               lines({R"(cJSON_AddObjectToObject("unused"))", "cJSON_Delete()"}));
@@ -526,9 +526,9 @@ TEST_F(session_metadata, message_that_cannot_be_sent_fails_without_a_log_line)
     ASSERT_TRUE(parse_config("{}"));
     refuse("zet_vantor_server_write_json");
     EXPECT_FALSE(send_metadata());
-    EXPECT_EQ(calls(call_kind::log), "");
-    EXPECT_TRUE(calls(call_kind::json).ends_with("cJSON_Delete()\n"));
-    EXPECT_EQ(memory().live_blocks(block_owner::json), 0U);
+    EXPECT_EQ(calls(call_kind_t::log), "");
+    EXPECT_TRUE(calls(call_kind_t::json).ends_with("cJSON_Delete()\n"));
+    EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
 TEST_F(session_metadata, changes_nothing_for_the_frames_that_follow)

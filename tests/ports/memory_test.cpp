@@ -51,16 +51,16 @@ size_t request_of_cost(size_t cost)
 }
 
 /** Memory for a test; the board has it as long as the object lives. */
-class lent_memory
+class lent_memory_t
 {
 public:
-    explicit lent_memory(size_t size) : memory_(std::make_unique_for_overwrite<std::byte[]>(size))
+    explicit lent_memory_t(size_t size) : memory_(std::make_unique_for_overwrite<std::byte[]>(size))
     {
         memory_lend(memory_.get(), size);
     }
-    lent_memory(const lent_memory &) = delete;
-    lent_memory &operator=(const lent_memory &) = delete;
-    ~lent_memory()
+    lent_memory_t(const lent_memory_t &) = delete;
+    lent_memory_t &operator=(const lent_memory_t &) = delete;
+    ~lent_memory_t()
     {
         memory_lend(nullptr, 0);
     }
@@ -110,7 +110,7 @@ TEST(memory, fails_before_any_is_lent)
 
 TEST(memory, pieces_are_aligned_and_apart)
 {
-    const lent_memory lent(size_t{1} << 20);
+    const lent_memory_t lent(size_t{1} << 20);
     uintptr_t end = 0;
     for (size_t size = 0; size < 600; ++size)
     {
@@ -124,7 +124,7 @@ TEST(memory, pieces_are_aligned_and_apart)
 
 TEST(memory, what_no_memory_can_hold_is_refused)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     std::vector<size_t> sizes{65536, SIZE_MAX / 2, SIZE_MAX / 2 + 1};
     for (size_t below = 0; below < 64; ++below)
     {
@@ -145,7 +145,7 @@ TEST(memory, what_no_memory_can_hold_is_refused)
 
 TEST(memory, statistics_are_exact)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     EXPECT_EQ(memory().size, 65536U);
     EXPECT_EQ(memory().live, 0U);
     EXPECT_EQ(memory().peak, 0U);
@@ -180,7 +180,7 @@ TEST(memory, statistics_are_exact)
 
 TEST(memory, statistics_replace_every_member_except_those_of_the_stack)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     const zet_vantor_server_memory_t expected = memory();
     zet_vantor_server_memory_t found = {1, 2, 3, 4, 5, 6, 7};
     memory_get(&found);
@@ -197,7 +197,7 @@ TEST(memory, little_is_for_the_allocator)
 {
     for (const size_t size : {size_t{4096}, size_t{65536}, size_t{1} << 20, size_t{64} << 20})
     {
-        const lent_memory lent(size);
+        const lent_memory_t lent(size);
         EXPECT_GE(memory().largest_free, size - size / 4) << size;
         EXPECT_GE(memory().largest_free + 8192, size);
     }
@@ -205,7 +205,7 @@ TEST(memory, little_is_for_the_allocator)
 
 TEST(memory, a_rest_too_small_for_a_block_goes_with_the_piece)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(request_of_cost(1024));
     void *guard = zet_integration_mem_alloc(1);
     const size_t before = memory().live;
@@ -217,10 +217,10 @@ TEST(memory, a_rest_too_small_for_a_block_goes_with_the_piece)
 
 TEST(memory, is_lent_anew_without_a_trace)
 {
-    const lent_memory first(65536);
+    const lent_memory_t first(65536);
     zet_integration_mem_alloc(1000);
     zet_integration_mem_alloc(SIZE_MAX);
-    const lent_memory second(8192);
+    const lent_memory_t second(8192);
     EXPECT_EQ(memory().size, 8192U);
     EXPECT_EQ(memory().live, 0U);
     EXPECT_EQ(memory().peak, 0U);
@@ -233,7 +233,7 @@ TEST(memory, free_neighbours_are_joined_in_every_order)
     std::array<int, 4> order{0, 1, 2, 3};
     do
     {
-        const lent_memory lent(65536);
+        const lent_memory_t lent(65536);
         std::array<void *, 4> pieces = {};
         void *below = zet_integration_mem_alloc(16);
         for (size_t i = 0; i < pieces.size(); ++i)
@@ -256,7 +256,7 @@ TEST(memory, free_neighbours_are_joined_in_every_order)
 
 TEST(memory, the_smallest_hole_that_is_large_enough_is_taken)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     std::vector<void *> holes;
     std::vector<void *> guards;
     for (const size_t size : {3000U, 96U, 2000U, 700U, 160U, 5000U})
@@ -276,7 +276,7 @@ TEST(memory, the_smallest_hole_that_is_large_enough_is_taken)
 TEST(memory, holes_that_differ_by_a_sixteenth_are_told_apart)
 {
     std::mt19937 random(7);
-    const lent_memory lent(size_t{1} << 20);
+    const lent_memory_t lent(size_t{1} << 20);
     std::vector<std::pair<void *, size_t>> holes;
     for (size_t size = 4096; size < 65536; size += size / 16)
     {
@@ -298,7 +298,7 @@ TEST(memory, holes_that_differ_by_a_sixteenth_are_told_apart)
 
 TEST(memory, small_holes_are_filled_also_while_a_document_is_built)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(100);
     const void *guard = zet_integration_mem_alloc(1);
     zet_integration_mem_free(hole);
@@ -308,7 +308,7 @@ TEST(memory, small_holes_are_filled_also_while_a_document_is_built)
 
 TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(4000);
     void *guard = zet_integration_mem_alloc(1);
     zet_integration_mem_free(hole);
@@ -322,7 +322,7 @@ TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
 
 TEST(memory, a_large_piece_does_not_draw_small_ones_after_it)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(1000);
     void *guard = zet_integration_mem_alloc(1);
     zet_integration_mem_free(hole);
@@ -334,7 +334,7 @@ TEST(memory, a_large_piece_does_not_draw_small_ones_after_it)
 TEST(memory, exhausted_memory_is_whole_again_after_frees_in_any_order)
 {
     std::mt19937 random(1);
-    const lent_memory lent(size_t{1} << 20);
+    const lent_memory_t lent(size_t{1} << 20);
     const size_t all = memory().largest_free;
     for (const size_t largest : {16U, 100U, 1000U, 50000U})
     {
@@ -352,7 +352,7 @@ TEST(memory, exhausted_memory_is_whole_again_after_frees_in_any_order)
 }
 
 /** A piece and what was written to it. */
-struct written_piece
+struct written_piece_t
 {
     unsigned char *bytes;
     size_t size;
@@ -376,9 +376,9 @@ TEST(memory, a_million_random_steps_keep_every_byte)
 {
     constexpr int steps = 1000000;
     std::mt19937 random(2);
-    const lent_memory lent(size_t{1} << 18);
+    const lent_memory_t lent(size_t{1} << 18);
     const size_t all = memory().largest_free;
-    std::vector<written_piece> pieces;
+    std::vector<written_piece_t> pieces;
     size_t least_live = 0;
     uint32_t failures = 0;
     for (int step = 0; step < steps; ++step)
@@ -427,7 +427,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
         }
     }
     EXPECT_GT(failures, 1000U) << "the memory was exhausted now and then";
-    for (const written_piece &piece : pieces)
+    for (const written_piece_t &piece : pieces)
     {
         EXPECT_TRUE(piece.is_intact());
         zet_integration_mem_free(piece.bytes);
@@ -440,7 +440,7 @@ TEST(memory, four_fifths_can_be_in_use_for_long)
 {
     constexpr size_t size = 65536;
     std::mt19937 random(3);
-    const lent_memory lent(size);
+    const lent_memory_t lent(size);
     std::vector<std::pair<void *, size_t>> pieces;
     size_t live = 0;
     for (int step = 0; step < 200000; ++step)
@@ -496,7 +496,7 @@ void run_session(std::mt19937 &random)
 TEST(memory, a_thousand_sessions_leave_it_as_it_was)
 {
     std::mt19937 random(4);
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     for (int i = 0; i < 10; ++i)
     {
         // What a server keeps.
@@ -515,7 +515,7 @@ TEST(memory, a_thousand_sessions_leave_it_as_it_was)
 TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
 {
     std::mt19937 random(5);
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     std::array<void *, 8> kept = {};
     size_t smallest = SIZE_MAX;
     for (size_t session = 0; session < 1000; ++session)
@@ -535,13 +535,13 @@ TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
 /** Shortest time in which some steps were taken. */
 double shortest_time(const std::function<void()> &steps)
 {
-    using clock = std::chrono::steady_clock;
-    clock::duration shortest = clock::duration::max();
+    using steady_clock_t = std::chrono::steady_clock;
+    steady_clock_t::duration shortest = steady_clock_t::duration::max();
     for (int i = 0; i < 50; ++i)
     {
-        const clock::time_point start = clock::now();
+        const steady_clock_t::time_point start = steady_clock_t::now();
         steps();
-        shortest = std::min(shortest, clock::now() - start);
+        shortest = std::min(shortest, steady_clock_t::now() - start);
     }
     return std::chrono::duration<double>(shortest).count();
 }
@@ -550,7 +550,7 @@ double shortest_time(const std::function<void()> &steps)
 double time_with(size_t pieces)
 {
     std::mt19937 random(6);
-    const lent_memory lent(size_t{64} << 20);
+    const lent_memory_t lent(size_t{64} << 20);
     std::vector<void *> freed;
     for (size_t i = 0; i < pieces; ++i)
     {
@@ -620,7 +620,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
 
 TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     for (size_t size = 1; size < 300; ++size)
     {
         auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(size));
@@ -637,7 +637,7 @@ TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
 
 TEST(memory, the_sanitizer_stops_misuse)
 {
-    const lent_memory lent(65536);
+    const lent_memory_t lent(65536);
     auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(40));
     volatile size_t one_more = 41;
     EXPECT_DEATH(std::memset(piece, 0, one_more), "use-after-poison");

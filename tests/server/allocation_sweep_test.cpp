@@ -48,7 +48,7 @@ protected:
         }
     }
 
-    using codes = std::set<std::string>;
+    using codes_t = std::set<std::string>;
 };
 
 TEST_F(allocation_sweep, every_command_tells_that_memory_is_exhausted)
@@ -66,18 +66,18 @@ TEST_F(allocation_sweep, every_command_tells_that_memory_is_exhausted)
     };
     for (const auto &row : rows)
     {
-        EXPECT_EQ(sweep(row.state, row.command), codes{"out_of_memory"}) << row.command;
+        EXPECT_EQ(sweep(row.state, row.command), codes_t{"out_of_memory"}) << row.command;
     }
 }
 
 TEST_F(allocation_sweep, configure_fails_with_the_code_of_the_stage_that_failed)
 {
-    EXPECT_EQ(sweep("idle", configure_command), (codes{"out_of_memory", "metadata_failed"}));
+    EXPECT_EQ(sweep("idle", configure_command), (codes_t{"out_of_memory", "metadata_failed"}));
 }
 
 TEST_F(allocation_sweep, frame_fails_with_the_code_of_the_stage_that_failed)
 {
-    EXPECT_EQ(sweep("configured", R"({"command":"frame"})"), (codes{"out_of_memory", "send_data"}));
+    EXPECT_EQ(sweep("configured", R"({"command":"frame"})"), (codes_t{"out_of_memory", "send_data"}));
 }
 
 TEST_F(allocation_sweep, a_stream_ends_when_memory_is_exhausted)
@@ -112,7 +112,7 @@ TEST_F(allocation_sweep_serial, a_change_of_speed_that_cannot_be_parsed_changes_
     zet_vantor_server_deinit();
     start(serial_port());
     const std::string command = R"({"command":"baudrate","baudrate":9600})";
-    EXPECT_EQ(sweep("idle", command), codes{"out_of_memory"});
+    EXPECT_EQ(sweep("idle", command), codes_t{"out_of_memory"});
     EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{9600}));
 }
 

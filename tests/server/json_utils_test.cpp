@@ -18,7 +18,7 @@
 namespace
 {
 
-struct document_deleter
+struct document_deleter_t
 {
     void operator()(cJSON *document) const
     {
@@ -26,7 +26,7 @@ struct document_deleter
     }
 };
 
-using document_t = std::unique_ptr<cJSON, document_deleter>;
+using document_t = std::unique_ptr<cJSON, document_deleter_t>;
 
 document_t parse(const std::string &text)
 {
@@ -377,8 +377,8 @@ TEST_F(json_adders_without_memory, take_one_piece_for_a_value_and_none_for_its_k
 
 TEST_F(json_adders_without_memory, fail_and_leave_nothing_behind)
 {
-    using add_function = bool (*)(cJSON *);
-    const add_function adders[] = {
+    using add_function_t = bool (*)(cJSON *);
+    const add_function_t adders[] = {
         [](cJSON *node) { return add_json_int_value(node, "k", 1); },
         [](cJSON *node) { return add_json_uint32_value(node, "k", 1); },
         [](cJSON *node) { return add_json_float_value(node, "k", 1.0F); },
@@ -387,7 +387,7 @@ TEST_F(json_adders_without_memory, fail_and_leave_nothing_behind)
     };
     for (const bool to_array : {false, true})
     {
-        for (const add_function add : adders)
+        for (const add_function_t add : adders)
         {
             cJSON *node = to_array ? cJSON_CreateArray() : cJSON_CreateObject();
             size_t failures = 0;

@@ -327,8 +327,8 @@ TEST(json_writer, sends_text_of_every_length_around_its_buffer_whole)
 
 TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
 {
-    using write_function = void (*)(zet_json_writer_t *);
-    const std::pair<write_function, const char *> pieces[] = {
+    using write_function_t = void (*)(zet_json_writer_t *);
+    const std::pair<write_function_t, const char *> pieces[] = {
         {[](zet_json_writer_t *writer) { zet_json_writer_number(writer, -2.2250738585072014e-308); },
          "-2.2250738585072014e-308"},
         {[](zet_json_writer_t *writer) { zet_json_writer_uint(writer, UINT64_MAX); }, "18446744073709551615"},

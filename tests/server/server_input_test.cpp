@@ -34,7 +34,7 @@ protected:
         return result;
     }
 
-    using codes = std::vector<std::string>;
+    using codes_t = std::vector<std::string>;
 };
 
 constexpr std::string_view ping = "{\"command\":\"ping\"}\n";
@@ -44,7 +44,7 @@ TEST_F(server_input, takes_a_command_in_pieces_of_any_size)
     const std::string bytes = std::string(configure_command) +
                               "\r\n\n{\"command\":\"frame\"}\n{\"command\":\"end\"}\r\nx\n" +
                               std::string(ping);
-    const codes expected = {"ok", "ok", "ok", "bad_json", "ok"};
+    const codes_t expected = {"ok", "ok", "ok", "bad_json", "ok"};
     for (size_t piece = 1; piece <= bytes.size(); ++piece)
     {
         ASSERT_EQ(answers(bytes, piece), expected) << piece;
@@ -53,8 +53,8 @@ TEST_F(server_input, takes_a_command_in_pieces_of_any_size)
 
 TEST_F(server_input, ignores_empty_lines)
 {
-    EXPECT_EQ(answers("\n\r\n\n"), codes{});
-    EXPECT_EQ(answers(" \n"), codes{"bad_json"});
+    EXPECT_EQ(answers("\n\r\n\n"), codes_t{});
+    EXPECT_EQ(answers(" \n"), codes_t{"bad_json"});
 }
 
 TEST_F(server_input, finds_its_way_back_at_the_next_line_feed)
@@ -63,17 +63,17 @@ TEST_F(server_input, finds_its_way_back_at_the_next_line_feed)
          {std::string_view("stray bytes\n"), std::string_view("\xff\x00\x80\n", 4),
           std::string_view("{\"command\":\"pi\n"), std::string_view("\x00\n", 2)})
     {
-        EXPECT_EQ(answers(std::string(garbage) + std::string(ping)), (codes{"bad_json", "ok"}));
+        EXPECT_EQ(answers(std::string(garbage) + std::string(ping)), (codes_t{"bad_json", "ok"}));
     }
-    EXPECT_EQ(answers("{\"comm" + std::string(ping)), codes{"bad_json"});
-    EXPECT_EQ(answers(ping), codes{"ok"});
+    EXPECT_EQ(answers("{\"comm" + std::string(ping)), codes_t{"bad_json"});
+    EXPECT_EQ(answers(ping), codes_t{"ok"});
 }
 
 TEST_F(server_input, refuses_two_documents_on_a_line)
 {
-    EXPECT_EQ(answers("{\"command\":\"end\"}{\"command\":\"end\"}\n"), codes{"trailing_text"});
-    EXPECT_EQ(answers("{\"command\":\"end\"} end\n"), codes{"trailing_text"});
-    EXPECT_EQ(answers("{\"command\":\"end\"} \t\n"), codes{"ok"});
+    EXPECT_EQ(answers("{\"command\":\"end\"}{\"command\":\"end\"}\n"), codes_t{"trailing_text"});
+    EXPECT_EQ(answers("{\"command\":\"end\"} end\n"), codes_t{"trailing_text"});
+    EXPECT_EQ(answers("{\"command\":\"end\"} \t\n"), codes_t{"ok"});
 }
 
 TEST_F(server_input, drops_a_line_that_is_too_long)
@@ -83,34 +83,34 @@ TEST_F(server_input, drops_a_line_that_is_too_long)
         for (const size_t piece : {size_t{1}, size_t{1000}, SIZE_MAX})
         {
             EXPECT_EQ(answers(std::string(size, 'x') + "\n" + std::string(ping), piece),
-                      (codes{"line_too_long", "ok"}));
+                      (codes_t{"line_too_long", "ok"}));
         }
     }
 }
 
 TEST_F(server_input, tells_that_a_line_is_too_long_before_it_ends)
 {
-    EXPECT_EQ(answers(std::string(4096, ' ')), codes{});
-    EXPECT_EQ(answers(" "), codes{"line_too_long"});
-    EXPECT_EQ(answers(std::string(10000, ' ')), codes{});
-    EXPECT_EQ(answers("\n" + std::string(ping)), codes{"ok"});
+    EXPECT_EQ(answers(std::string(4096, ' ')), codes_t{});
+    EXPECT_EQ(answers(" "), codes_t{"line_too_long"});
+    EXPECT_EQ(answers(std::string(10000, ' ')), codes_t{});
+    EXPECT_EQ(answers("\n" + std::string(ping)), codes_t{"ok"});
 }
 
 TEST_F(server_input, takes_a_line_that_just_fits)
 {
     std::string line(ping.substr(0, ping.size() - 1));
     line.insert(0, 4096 - line.size(), ' ');
-    EXPECT_EQ(answers(line + "\n"), codes{"ok"});
-    EXPECT_EQ(answers(" " + line + "\n"), codes{"line_too_long"});
+    EXPECT_EQ(answers(line + "\n"), codes_t{"ok"});
+    EXPECT_EQ(answers(" " + line + "\n"), codes_t{"line_too_long"});
 }
 
 TEST_F(server_input, refuses_nesting_beyond_the_bound)
 {
-    EXPECT_EQ(answers(std::string(2000, '[') + "\n"), codes{"nesting_too_deep"});
+    EXPECT_EQ(answers(std::string(2000, '[') + "\n"), codes_t{"nesting_too_deep"});
     EXPECT_EQ(answers("{\"command\":" + std::string(16, '[') + std::string(16, ']') + "}\n"),
-              codes{"nesting_too_deep"});
+              codes_t{"nesting_too_deep"});
     EXPECT_EQ(answers("{\"command\":" + std::string(15, '[') + std::string(15, ']') + "}\n"),
-              codes{"bad_command"});
+              codes_t{"bad_command"});
 }
 
 TEST_F(server_input, refuses_more_values_than_the_port_allows)
@@ -121,8 +121,8 @@ TEST_F(server_input, refuses_more_values_than_the_port_allows)
         line += ",1";
     }
     // The command, its word, the configuration, the array and 996 numbers make 1000 values.
-    EXPECT_EQ(answers(line + "]}}\n"), codes{"ok"});
-    EXPECT_EQ(answers(line + ",1]}}\n"), codes{"too_many_values"});
+    EXPECT_EQ(answers(line + "]}}\n"), codes_t{"ok"});
+    EXPECT_EQ(answers(line + ",1]}}\n"), codes_t{"too_many_values"});
 }
 
 TEST_F(server_input, refuses_documents_that_are_no_commands)
@@ -227,11 +227,11 @@ TEST_F(server_input, forgets_a_half_line_when_the_host_goes_away)
     send("{\"comm");
     zet_vantor_server_link_lost();
     EXPECT_EQ(fake_port.input_restarts, 1);
-    EXPECT_EQ(answers(ping), codes{"ok"});
+    EXPECT_EQ(answers(ping), codes_t{"ok"});
     send(std::string(5000, 'x'));
     take_messages();
     zet_vantor_server_link_lost();
-    EXPECT_EQ(answers(ping), codes{"ok"});
+    EXPECT_EQ(answers(ping), codes_t{"ok"});
 }
 
 TEST_F(server_input, forgets_the_rest_when_the_host_goes_away_in_the_middle_of_a_frame)
@@ -293,7 +293,7 @@ TEST_F(server_input, survives_random_bytes_and_answers_afterwards)
         take_messages();
     }
     zet_vantor_server_link_lost();
-    EXPECT_EQ(answers(ping), codes{"ok"});
+    EXPECT_EQ(answers(ping), codes_t{"ok"});
 }
 
 } // namespace

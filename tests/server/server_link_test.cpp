@@ -22,7 +22,7 @@ protected:
         obey(R"({"command":"baudrate","baudrate":)" + std::to_string(baudrate) + "}");
     }
 
-    using speeds = std::vector<uint32_t>;
+    using baudrates_t = std::vector<uint32_t>;
 };
 
 TEST_F(server_link, tells_its_highest_speed)
@@ -50,7 +50,7 @@ TEST_F(server_link, stays_at_a_speed_that_is_confirmed)
     obey(R"({"command":"ping"})");
     fake_port.tick += 10 * two_seconds;
     EXPECT_EQ(zet_vantor_server_step(), ZET_VANTOR_SERVER_IDLE);
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600}));
 }
 
 TEST_F(server_link, goes_back_when_no_ping_comes_within_two_seconds)
@@ -58,10 +58,10 @@ TEST_F(server_link, goes_back_when_no_ping_comes_within_two_seconds)
     switch_to(921600);
     fake_port.tick += two_seconds - 1;
     zet_vantor_server_step();
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600}));
     fake_port.tick += 1;
     EXPECT_EQ(zet_vantor_server_step(), ZET_VANTOR_SERVER_IDLE);
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 115200}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
     EXPECT_TRUE(fake_port.sent.empty());
     fake_port.tick += 10 * two_seconds;
     zet_vantor_server_step();
@@ -88,7 +88,7 @@ TEST_F(server_link, takes_no_other_command_for_a_confirmation)
     obey(configure_command);
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 115200}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
 }
 
 TEST_F(server_link, goes_back_to_the_last_speed_that_was_confirmed)
@@ -101,7 +101,7 @@ TEST_F(server_link, goes_back_to_the_last_speed_that_was_confirmed)
     EXPECT_EQ(zet_vantor_server_step(), two_seconds);
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 460800, 230400, 921600}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 460800, 230400, 921600}));
 }
 
 TEST_F(server_link, goes_back_in_time_when_the_tick_wraps)
@@ -114,7 +114,7 @@ TEST_F(server_link, goes_back_in_time_when_the_tick_wraps)
     EXPECT_EQ(zet_vantor_server_step(), 1U);
     fake_port.tick += 1;
     zet_vantor_server_step();
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 115200}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
 }
 
 TEST_F(server_link, goes_back_while_it_streams)
@@ -125,7 +125,7 @@ TEST_F(server_link, goes_back_while_it_streams)
     EXPECT_EQ(zet_vantor_server_step(), two_seconds);
     fake_port.tick += two_seconds;
     EXPECT_EQ(zet_vantor_server_step(), 4 * two_seconds);
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 115200}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
     take_messages();
 }
 
@@ -156,7 +156,7 @@ TEST_F(server_link, takes_any_speed_up_to_its_highest)
     EXPECT_TRUE(fake_port.baudrates.empty());
     switch_to(1);
     switch_to(1000000);
-    EXPECT_EQ(fake_port.baudrates, (speeds{1, 1000000}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{1, 1000000}));
 }
 
 TEST_F(server_link, does_not_change_its_speed_while_it_streams)
@@ -166,7 +166,7 @@ TEST_F(server_link, does_not_change_its_speed_while_it_streams)
     obey(R"({"command":"ping"})");
     obey(R"({"command":"start"})");
     EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":9600})"), "wrong_state");
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600}));
 }
 
 TEST_F(server_link, returns_to_its_first_speed_when_the_host_goes_away)
@@ -175,7 +175,7 @@ TEST_F(server_link, returns_to_its_first_speed_when_the_host_goes_away)
     obey(R"({"command":"ping"})");
     switch_to(460800);
     zet_vantor_server_link_lost();
-    EXPECT_EQ(fake_port.baudrates, (speeds{921600, 460800, 115200}));
+    EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 460800, 115200}));
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
     EXPECT_EQ(fake_port.baudrates.size(), 3U);

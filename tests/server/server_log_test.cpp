@@ -42,10 +42,10 @@ protected:
         return result;
     }
 
-    using texts = std::vector<std::string>;
+    using texts_t = std::vector<std::string>;
 
     /** Logs as many lines as can wait and some more; returns the messages after those that could wait. */
-    static texts messages_after_a_full_ring(int more)
+    static texts_t messages_after_a_full_ring(int more)
     {
         // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes are as much as can wait.
         constexpr size_t fit = 8;
@@ -61,7 +61,7 @@ protected:
         zet_vantor_server_step();
         const std::vector<message_t> messages = take_messages();
         EXPECT_GE(messages.size(), fit);
-        texts lines;
+        texts_t lines;
         for (size_t i = fit; i < messages.size(); ++i)
         {
             lines.push_back(messages[i].line);
@@ -136,19 +136,19 @@ TEST_F(server_log, sends_the_lines_of_a_command_before_its_answer)
     fake_backend.during_parse = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "parsing"); };
     fake_backend.during_frame = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "measuring"); };
     send(std::string(configure_command) + "\n");
-    EXPECT_EQ(contents(), (texts{"parsing", "ok"}));
+    EXPECT_EQ(contents(), (texts_t{"parsing", "ok"}));
     send("{\"command\":\"frame\"}\n");
-    EXPECT_EQ(contents(), (texts{"ok", "measuring"})) << "those of a frame come after it";
+    EXPECT_EQ(contents(), (texts_t{"ok", "measuring"})) << "those of a frame come after it";
     send("{\"command\":\"start\"}\n");
-    EXPECT_EQ(contents(), (texts{"ok"}));
+    EXPECT_EQ(contents(), (texts_t{"ok"}));
     zet_vantor_server_step();
-    EXPECT_EQ(contents(), (texts{"ok", "measuring"}));
+    EXPECT_EQ(contents(), (texts_t{"ok", "measuring"}));
     fake_backend.frame_result = false;
     zet_vantor_server_step();
-    EXPECT_EQ(contents(), (texts{"measuring", "error"}));
+    EXPECT_EQ(contents(), (texts_t{"measuring", "error"}));
     fake_backend.parse_result = false;
     send(std::string(configure_command) + "\n");
-    EXPECT_EQ(contents(), (texts{"parsing", "error"}));
+    EXPECT_EQ(contents(), (texts_t{"parsing", "error"}));
 }
 
 TEST_F(server_log, tells_how_many_lines_were_lost)
@@ -174,11 +174,11 @@ TEST_F(server_log, tells_how_many_lines_were_lost)
 TEST_F(server_log, reports_every_loss_from_a_single_line_on)
 {
     ask_for("INFO");
-    EXPECT_EQ(messages_after_a_full_ring(0), texts{}) << "all lines fit";
-    EXPECT_EQ(messages_after_a_full_ring(1), texts{message_about(1)});
-    EXPECT_EQ(messages_after_a_full_ring(2), texts{message_about(2)});
-    EXPECT_EQ(messages_after_a_full_ring(1), texts{message_about(1)}) << "counted from the last report on";
-    EXPECT_EQ(messages_after_a_full_ring(0), texts{});
+    EXPECT_EQ(messages_after_a_full_ring(0), texts_t{}) << "all lines fit";
+    EXPECT_EQ(messages_after_a_full_ring(1), texts_t{message_about(1)});
+    EXPECT_EQ(messages_after_a_full_ring(2), texts_t{message_about(2)});
+    EXPECT_EQ(messages_after_a_full_ring(1), texts_t{message_about(1)}) << "counted from the last report on";
+    EXPECT_EQ(messages_after_a_full_ring(0), texts_t{});
 }
 
 TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
@@ -191,11 +191,11 @@ TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
     };
     start(port);
     send("{\"command\":\"log\",\"level\":\"ERROR\"}\n");
-    EXPECT_EQ(contents(), (texts{"ok", "sent"}));
+    EXPECT_EQ(contents(), (texts_t{"ok", "sent"}));
     zet_vantor_server_step();
-    EXPECT_EQ(contents(), (texts{"sent"}));
+    EXPECT_EQ(contents(), (texts_t{"sent"}));
     zet_vantor_server_step();
-    EXPECT_EQ(contents(), (texts{"sent"}));
+    EXPECT_EQ(contents(), (texts_t{"sent"}));
 }
 
 TEST_F(server_log, sends_nothing_to_the_next_host)
@@ -214,7 +214,7 @@ TEST_F(server_log, is_quiet_after_it_was_turned_off)
     ask_for("DEBUG");
     zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "before");
     send("{\"command\":\"log\",\"level\":\"OFF\"}\n");
-    EXPECT_EQ(contents(), (texts{"before", "ok"}));
+    EXPECT_EQ(contents(), (texts_t{"before", "ok"}));
     log_all_levels();
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());

@@ -18,7 +18,7 @@
 namespace
 {
 
-using block_t = zet_cpd_k330_meas_session_parameters_t;
+using parameter_block = zet_cpd_k330_meas_session_parameters_t;
 
 /** What the registered callback saw, and what it does. */
 struct probe
@@ -26,15 +26,15 @@ struct probe
     int calls = 0;
     zet_probes_header_t header = {};
     uint32_t size = 0;
-    block_t seen = {};
-    std::function<void(block_t &)> change;
+    parameter_block seen = {};
+    std::function<void(parameter_block &)> change;
     bool answer = true;
 };
 
 bool callback(const zet_probes_header_t *header, void *data, uint32_t data_size, void *client_reference)
 {
     auto *called = static_cast<probe *>(client_reference);
-    auto *block = static_cast<block_t *>(data);
+    auto *block = static_cast<parameter_block *>(data);
     ++called->calls;
     called->header = *header;
     called->size = data_size;
@@ -133,7 +133,7 @@ TEST(override, the_block_says_what_the_configuration_says)
     zet_config_subsweep_prf_set(sensor.config, ZET_CONFIG_PRF_6_5_MHZ, 1);
     const registered_probe probe;
     ASSERT_TRUE(sensor.prepare());
-    const block_t &block = probe.seen;
+    const parameter_block &block = probe.seen;
     EXPECT_EQ(block.frame_rate_en, 1U);
     EXPECT_EQ(block.frame_rate_ref_clk_31_16 * 65536U + block.frame_rate_ref_clk_15_0, 2600000U);
     EXPECT_EQ(block.sweep_rate_en, 1U);
@@ -167,7 +167,7 @@ TEST(override, integration_repeats_change_noise_and_duration)
     ASSERT_TRUE(sensor.prepare());
     const double noise = deviation(sensor.measure().samples);
     registered_probe probe;
-    probe.change = [](block_t &block) { block.subsweeps[0].integration_repeats = 8 * 16; };
+    probe.change = [](parameter_block &block) { block.subsweeps[0].integration_repeats = 8 * 16; };
     ASSERT_TRUE(sensor.prepare());
     const uint64_t start_us = zet_simulator_virtual_clock().now_us();
     EXPECT_NEAR(deviation(sensor.measure().samples), noise / 4.0, 0.05 * noise / 4.0);
@@ -198,7 +198,7 @@ TEST(override, durations_change_the_envelope)
     const frame with_profile = sensor.measure();
     EXPECT_NEAR(static_cast<double>(width(with_profile)), 4.0 * std::hypot(14.0, 14.0), 2.0);
     registered_probe probe;
-    probe.change = [](block_t &block) {
+    probe.change = [](parameter_block &block) {
         block.subsweeps[0].pulse_length.tx_duration = 28;
         block.subsweeps[0].pulse_length.rx_duration = 21;
     };
@@ -218,7 +218,7 @@ TEST(override, without_duration_there_is_no_pulse)
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
     registered_probe probe;
-    probe.change = [](block_t &block) { block.subsweeps[0].pulse_length.tx_duration = 0; };
+    probe.change = [](parameter_block &block) { block.subsweeps[0].pulse_length.tx_duration = 0; };
     ASSERT_TRUE(sensor.prepare());
     EXPECT_LT(deviation(sensor.measure().samples), 200.0);
 }
@@ -233,10 +233,10 @@ TEST(override, integrator_control_scales_everything)
     ASSERT_TRUE(sensor.prepare());
     const float before = std::abs(sensor.measure().samples[0]);
     registered_probe probe;
-    probe.change = [](block_t &block) { block.subsweeps[0].integrator_ctrl = 4; };
+    probe.change = [](parameter_block &block) { block.subsweeps[0].integrator_ctrl = 4; };
     ASSERT_TRUE(sensor.prepare());
     EXPECT_NEAR(std::abs(sensor.measure().samples[0]) / before, 0.25F, 0.005F);
-    probe.change = [](block_t &block) { block.subsweeps[0].integrator_ctrl = 0; };
+    probe.change = [](parameter_block &block) { block.subsweeps[0].integrator_ctrl = 0; };
     ASSERT_TRUE(sensor.prepare());
     EXPECT_EQ(std::abs(sensor.measure().samples[0]), 0.0F);
 }
@@ -251,12 +251,12 @@ TEST(override, frequency_control_moves_the_carrier)
     ASSERT_TRUE(sensor.prepare());
     const std::complex<float> nominal = sensor.measure().samples[0];
     registered_probe probe;
-    probe.change = [](block_t &block) { block.calibration.tx_freq_ctrl += 2; };
+    probe.change = [](parameter_block &block) { block.calibration.tx_freq_ctrl += 2; };
     ASSERT_TRUE(sensor.prepare());
     // 400 base steps of path, each a turn at the nominal carrier, and the carrier higher by 2 / 8192.
     EXPECT_NEAR(turns_between(nominal, sensor.measure().samples[0]), 400.0 * 2.0 / 8192.0, 0.003);
     // With the receiver moved as well, a point at the target's own distance sees no difference.
-    probe.change = [](block_t &block) {
+    probe.change = [](parameter_block &block) {
         block.calibration.tx_freq_ctrl += 2;
         block.calibration.rx_freq_ctrl += 2;
     };
@@ -274,7 +274,7 @@ TEST(override, a_receiver_far_from_the_transmitter_hears_little)
     ASSERT_TRUE(sensor.prepare());
     const float before = std::abs(sensor.measure().samples[0]);
     registered_probe probe;
-    probe.change = [](block_t &block) { block.calibration.rx_freq_ctrl += 400; };
+    probe.change = [](parameter_block &block) { block.calibration.rx_freq_ctrl += 400; };
     ASSERT_TRUE(sensor.prepare());
     EXPECT_LT(std::abs(sensor.measure().samples[0]), 0.01F * before);
 }
@@ -286,7 +286,7 @@ TEST(override, only_the_sub_sweep_that_was_changed_changes)
     simulated_sensor sensor;
     zet_config_num_subsweeps_set(sensor.config, 2);
     registered_probe probe;
-    probe.change = [](block_t &block) { block.subsweeps[0].integrator_ctrl = 0; };
+    probe.change = [](parameter_block &block) { block.subsweeps[0].integrator_ctrl = 0; };
     ASSERT_TRUE(sensor.prepare());
     const frame measured = sensor.measure();
     EXPECT_LT(std::abs(measured.samples[80]), 10.0F);
@@ -299,7 +299,7 @@ TEST(override, the_sensor_obeys_the_other_words_too)
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
     registered_probe probe;
-    probe.change = [](block_t &block) {
+    probe.change = [](parameter_block &block) {
         block.bufsat_upper_limit = 1000;
         block.bufsat_lower_limit = static_cast<uint16_t>(-1000);
         block.frame_rate_en = 1;
@@ -319,11 +319,13 @@ TEST(override, every_word_may_hold_anything)
     const simulation simulation;
     for (const uint16_t value : std::initializer_list<uint16_t>{0, 1, 255, 32767, 32768, 65535})
     {
-        for (size_t word = 0; word < sizeof(block_t) / sizeof(uint16_t); ++word)
+        for (size_t word = 0; word < sizeof(parameter_block) / sizeof(uint16_t); ++word)
         {
             simulated_sensor sensor;
             registered_probe probe;
-            probe.change = [&](block_t &block) { reinterpret_cast<uint16_t *>(&block)[word] = value; };
+            probe.change = [&](parameter_block &block) {
+                reinterpret_cast<uint16_t *>(&block)[word] = value;
+            };
             ASSERT_TRUE(sensor.prepare());
             ASSERT_TRUE(zet_sensor_measure(sensor.sensor));
             ASSERT_TRUE(zet_hal_integration_wait_for_sensor_interrupt(1, UINT32_MAX)) << word;

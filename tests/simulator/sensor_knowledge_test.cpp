@@ -43,7 +43,7 @@ const json &figure(const std::string &name)
     return knowledge["figures"].at(name).at("value");
 }
 
-using setter_t = std::function<void(zet_config_t *, double)>;
+using config_setter = std::function<void(zet_config_t *, double)>;
 
 /** Converts as C does, also what is beyond the range of the type. */
 template <typename value_t> value_t convert(double value)
@@ -55,18 +55,18 @@ template <typename value_t> value_t convert(double value)
     return static_cast<value_t>(static_cast<int64_t>(value));
 }
 
-template <typename value_t> setter_t setter(void (*set)(zet_config_t *, value_t))
+template <typename value_t> config_setter setter(void (*set)(zet_config_t *, value_t))
 {
     return [set](zet_config_t *config, double value) { set(config, convert<value_t>(value)); };
 }
 
-template <typename value_t> setter_t setter(void (*set)(zet_config_t *, value_t, uint8_t))
+template <typename value_t> config_setter setter(void (*set)(zet_config_t *, value_t, uint8_t))
 {
     return [set](zet_config_t *config, double value) { set(config, convert<value_t>(value), 0); };
 }
 
 /** Sets a member of a configuration; those of a sub-sweep in the first. */
-const std::map<std::string, setter_t> setters = {
+const std::map<std::string, config_setter> setters = {
     {"frame_rate", setter(zet_config_frame_rate_set)},
     {"sweeps_per_frame", setter(zet_config_sweeps_per_frame_set)},
     {"sweep_rate", setter(zet_config_sweep_rate_set)},
@@ -89,7 +89,7 @@ const std::map<std::string, setter_t> setters = {
     {"prf", setter(zet_config_subsweep_prf_set)},
 };
 
-using members_t = std::map<std::string, json>;
+using member_values = std::map<std::string, json>;
 
 /** A member's value as a number: of a word its place in the schema. */
 double number(const std::string &name, const json &value)
@@ -101,7 +101,7 @@ double number(const std::string &name, const json &value)
                                 : value.get<double>();
 }
 
-void set(zet_config_t *config, const members_t &members)
+void set(zet_config_t *config, const member_values &members)
 {
     for (const auto &[name, value] : members)
     {
@@ -110,7 +110,7 @@ void set(zet_config_t *config, const members_t &members)
 }
 
 /** Whether the simulator accepts a configuration; its log says why not. */
-bool accepts(const members_t &members)
+bool accepts(const member_values &members)
 {
     zet_config_t *config = zet_config_create();
     set(config, members);
@@ -126,7 +126,7 @@ bool is_in_range(const std::string &name, double value)
     const simulation simulation;
     const std::string logged = name == "subsweeps" ? "the number of sub-sweeps" : name + "( of sub-sweep 0)?";
     const std::regex refusal(": " + logged + " is [^,]*, but must be ");
-    members_t members = {{"num_points", 1}};
+    member_values members = {{"num_points", 1}};
     members[name] = value;
     return accepts(members) || !std::regex_search(simulation::log(), refusal);
 }
@@ -241,7 +241,8 @@ struct outcome
     double frame_us;
 };
 
-outcome measure(const members_t &members, const zet_simulator_scene_t *scene = nullptr, bool listens = false)
+outcome measure(const member_values &members, const zet_simulator_scene_t *scene = nullptr,
+                bool listens = false)
 {
     const simulation simulation(1, scene);
     simulated_sensor sensor;
@@ -259,7 +260,7 @@ outcome measure(const members_t &members, const zet_simulator_scene_t *scene = n
 
 TEST(sensor_knowledge, has_the_defaults_of_the_simulator)
 {
-    members_t defaults;
+    member_values defaults;
     for (const auto &[name, reference] : definition("config")["properties"].items())
     {
         if (name != "subsweeps")
@@ -291,7 +292,7 @@ TEST(sensor_knowledge, has_the_sweep_times_of_the_simulator)
     {
         for (const int points : {1, 160})
         {
-            const members_t members = {{"prf", prf}, {"num_points", points}, {"hwaas", 8}};
+            const member_values members = {{"prf", prf}, {"num_points", points}, {"hwaas", 8}};
             EXPECT_NEAR(measure(members).shortest_sweep_us, sweep_us(prf, points, 1, "ready", "_high_speed"),
                         1e-3);
             for (const std::string state : {"sleep", "deep_sleep"})
@@ -320,7 +321,7 @@ TEST(sensor_knowledge, has_the_frame_times_of_the_simulator)
 }
 
 /** The members of a sub-sweep that measures a strong target without disturbance. */
-members_t clear_view()
+member_values clear_view()
 {
     return {{"hwaas", 511},
             {"phase_enhancement", true},

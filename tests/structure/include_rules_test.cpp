@@ -11,7 +11,7 @@ namespace structure_tests
 namespace
 {
 
-using strings = std::vector<std::string>;
+using strings_t = std::vector<std::string>;
 
 /** Whether a name is that of a header of the C or C++ standard library. */
 bool is_standard(const std::string &name)
@@ -37,7 +37,7 @@ const std::vector<source_t> &whole_repository()
 }
 
 /** One header of each part that a rule can name. */
-const strings headers{
+const strings_t headers{
     "nox/zet_sensor.h",
     "integration/zet_integration.h",
     "application/common/zet_json_writer.h",
@@ -65,27 +65,27 @@ const strings headers{
 };
 
 /** Those of the walls. */
-const strings walls{headers.begin(), headers.begin() + 2};
+const strings_t walls{headers.begin(), headers.begin() + 2};
 
 /** Those of the application. */
-const strings of_application{headers.begin() + 2, headers.begin() + 7};
+const strings_t of_application{headers.begin() + 2, headers.begin() + 7};
 
 /** Those of the host up to the recordings. */
-const strings up_to_recording{headers.begin() + 14, headers.begin() + 19};
+const strings_t up_to_recording{headers.begin() + 14, headers.begin() + 19};
 
 /** Lists of headers, one behind the other. */
-strings joined(const strings &first, const strings &second, const strings &third = {})
+strings_t joined(const strings_t &first, const strings_t &second, const strings_t &third = {})
 {
-    strings all = first;
+    strings_t all = first;
     all.insert(all.end(), second.begin(), second.end());
     all.insert(all.end(), third.begin(), third.end());
     return all;
 }
 
 /** Those of the headers that a source may include. */
-strings may_include(const std::string &path)
+strings_t may_include(const std::string &path)
 {
-    strings permitted;
+    strings_t permitted;
     for (const std::string &header : headers)
     {
         const std::string name = std::filesystem::path(header).filename().string();
@@ -102,7 +102,7 @@ strings may_include(const std::string &path)
 TEST(include_directives, are_found_in_both_forms_and_not_in_comments)
 {
     EXPECT_EQ(included_names("#include <a.h>\n  #  include \"b/c.h\"\n// #include <d.h>\nint include;\n"),
-              (strings{"a.h", "b/c.h"}));
+              (strings_t{"a.h", "b/c.h"}));
 }
 
 TEST(include_rules, refuse_each_forbidden_direction)
@@ -118,7 +118,7 @@ TEST(include_rules, refuse_each_forbidden_direction)
         {"nox/zet_sensor.h", {"zet_board.h"}},
         {"integration/zet_board.h", {"zet_sensor.h"}},
     };
-    EXPECT_EQ(broken_rules(sources), (strings{
+    EXPECT_EQ(broken_rules(sources), (strings_t{
                                          "application/core.cpp includes board_clock.h of simulator",
                                          "simulator/board_clock.h includes core.h of application",
                                          "application/core.h includes link.h of host/client",
@@ -133,37 +133,40 @@ TEST(include_rules, see_through_relative_paths)
     const std::vector<source_t> sources{{"host/client/client.cpp", {"../../application/core.h"}},
                                         {"application/core.h", {}}};
     EXPECT_EQ(broken_rules(sources),
-              (strings{"host/client/client.cpp includes ../../application/core.h of application"}));
+              (strings_t{"host/client/client.cpp includes ../../application/core.h of application"}));
 }
 
 TEST(include_rules, prefer_the_file_of_the_same_folder)
 {
     const std::vector<source_t> sources{
         {"application/link.h", {}}, {"host/client/client.cpp", {"link.h"}}, {"host/client/link.h", {}}};
-    EXPECT_EQ(broken_rules(sources), strings{});
+    EXPECT_EQ(broken_rules(sources), strings_t{});
 }
 
 TEST(include_rules, let_the_walls_know_little)
 {
-    EXPECT_EQ(may_include("nox/a.h"), (strings{"nox/zet_sensor.h"}));
-    EXPECT_EQ(may_include("integration/a.h"), (strings{"nox/zet_sensor.h", "integration/zet_integration.h"}));
+    EXPECT_EQ(may_include("nox/a.h"), (strings_t{"nox/zet_sensor.h"}));
+    EXPECT_EQ(may_include("integration/a.h"),
+              (strings_t{"nox/zet_sensor.h", "integration/zet_integration.h"}));
 }
 
 TEST(include_rules, let_the_rooms_of_the_host_know_downwards_only)
 {
-    const strings recordings{up_to_recording[0], up_to_recording[1], up_to_recording[2], up_to_recording[4]};
-    EXPECT_EQ(may_include("host/include/vantor/errors.h"), (strings{up_to_recording[0]}));
-    EXPECT_EQ(may_include("host/configuration/a.cpp"), (strings{up_to_recording[0], up_to_recording[2]}));
-    EXPECT_EQ(may_include("host/include/vantor/a.h"), (strings{up_to_recording[0], up_to_recording[1]}));
+    const strings_t recordings{up_to_recording[0], up_to_recording[1], up_to_recording[2],
+                               up_to_recording[4]};
+    EXPECT_EQ(may_include("host/include/vantor/errors.h"), (strings_t{up_to_recording[0]}));
+    EXPECT_EQ(may_include("host/configuration/a.cpp"), (strings_t{up_to_recording[0], up_to_recording[2]}));
+    EXPECT_EQ(may_include("host/include/vantor/a.h"), (strings_t{up_to_recording[0], up_to_recording[1]}));
     EXPECT_EQ(may_include("host/client/a.cpp"),
-              (strings{up_to_recording.begin(), up_to_recording.end() - 1}));
+              (strings_t{up_to_recording.begin(), up_to_recording.end() - 1}));
     EXPECT_EQ(may_include("host/recording/a.cpp"), recordings);
     EXPECT_EQ(may_include("host/export/a.cpp"), joined(recordings, {"host/export/exporter.h"}));
     EXPECT_EQ(may_include("host/plot/a.cpp"), joined(recordings, {"host/plot/picture.h"}));
     EXPECT_EQ(may_include("host/replay/a.cpp"), joined(up_to_recording, {"host/replay/replay_server.h"}));
-    EXPECT_EQ(may_include("host/selftest/a.cpp"), (strings{up_to_recording[0], up_to_recording[1],
-                                                           up_to_recording[3], "host/selftest/selftest.h"}));
-    EXPECT_EQ(may_include("host/commands/a.cpp"), (strings{headers.begin() + 14, headers.end()}));
+    EXPECT_EQ(
+        may_include("host/selftest/a.cpp"),
+        (strings_t{up_to_recording[0], up_to_recording[1], up_to_recording[3], "host/selftest/selftest.h"}));
+    EXPECT_EQ(may_include("host/commands/a.cpp"), (strings_t{headers.begin() + 14, headers.end()}));
 }
 
 TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
@@ -175,8 +178,8 @@ TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
 TEST(include_rules, let_the_application_know_downwards_only)
 {
     const std::string server = "application/vantor_server/zet_vantor_server";
-    const strings shared{"nox/zet_sensor.h", "application/common/zet_json_writer.h",
-                         server + "_base_internal.h"};
+    const strings_t shared{"nox/zet_sensor.h", "application/common/zet_json_writer.h",
+                           server + "_base_internal.h"};
     EXPECT_EQ(may_include("application/common/a.cpp"), shared);
     EXPECT_EQ(may_include(server + "_utils.cpp"), shared);
     EXPECT_EQ(may_include(server + "_error_messages.cpp"), shared);
@@ -188,8 +191,8 @@ TEST(include_rules, let_the_application_know_downwards_only)
 TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
 {
     EXPECT_EQ(may_include("ports/common/a.cpp"),
-              (strings{"nox/zet_sensor.h", "integration/zet_integration.h",
-                       "application/vantor_server/zet_vantor_server.h", "ports/common/board_memory.h"}));
+              (strings_t{"nox/zet_sensor.h", "integration/zet_integration.h",
+                         "application/vantor_server/zet_vantor_server.h", "ports/common/board_memory.h"}));
 }
 
 TEST(include_rules, let_the_port_for_linux_know_no_other_port)
@@ -201,9 +204,9 @@ TEST(include_rules, let_the_port_for_linux_know_no_other_port)
 
 TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
 {
-    const strings rooms{"ports/common/board_memory.h", "ports/firmware/port.h",
-                        "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h"};
-    const strings of_firmware = joined(walls, of_application, rooms);
+    const strings_t rooms{"ports/common/board_memory.h", "ports/firmware/port.h",
+                          "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h"};
+    const strings_t of_firmware = joined(walls, of_application, rooms);
     EXPECT_EQ(may_include("ports/firmware/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/sensors_simulator.cpp"), of_firmware);
@@ -216,14 +219,14 @@ TEST(include_rules, let_boards_know_the_firmware_and_neither_server_nor_simulato
 {
     EXPECT_EQ(
         may_include("boards/one/board.cpp"),
-        (strings{"nox/zet_sensor.h", "integration/zet_integration.h", "ports/firmware/port.h",
-                 "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h", "boards/one/pins.h"}));
+        (strings_t{"nox/zet_sensor.h", "integration/zet_integration.h", "ports/firmware/port.h",
+                   "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h", "boards/one/pins.h"}));
 }
 
 TEST(include_rules, report_sources_without_a_rule)
 {
     EXPECT_EQ(broken_rules({{"elsewhere/a.cpp", {}}, {"host/a.cpp", {}}}),
-              (strings{"elsewhere/a.cpp has no include rule", "host/a.cpp has no include rule"}));
+              (strings_t{"elsewhere/a.cpp has no include rule", "host/a.cpp has no include rule"}));
 }
 
 TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_included)
@@ -231,7 +234,7 @@ TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_include
     const std::vector<source_t> sources{{"boards/one/board.cpp", {"board.h", "board/board.h"}},
                                         {"ports/firmware/board.h", {}},
                                         {"simulator/board/board.h", {}}};
-    EXPECT_EQ(broken_rules(sources), (strings{"boards/one/board.cpp includes board/board.h of simulator"}));
+    EXPECT_EQ(broken_rules(sources), (strings_t{"boards/one/board.cpp includes board/board.h of simulator"}));
 }
 
 TEST(include_rules, take_the_file_beside_before_one_that_may_be_included)
@@ -240,7 +243,7 @@ TEST(include_rules, take_the_file_beside_before_one_that_may_be_included)
                                         {"ports/firmware/board.h", {}},
                                         {"simulator/board.h", {}}};
     EXPECT_EQ(broken_rules(sources),
-              (strings{"boards/one/board.cpp includes ../../simulator/board.h of simulator"}));
+              (strings_t{"boards/one/board.cpp includes ../../simulator/board.h of simulator"}));
 }
 
 TEST(sources, are_read_from_the_folders_that_exist)
@@ -282,7 +285,7 @@ TEST(repository, breaks_no_include_rule)
 {
     const std::vector<source_t> &sources = whole_repository();
     EXPECT_GT(sources.size(), 30U) << "the sources were not found";
-    EXPECT_EQ(broken_rules(sources), strings{});
+    EXPECT_EQ(broken_rules(sources), strings_t{});
 }
 
 TEST(repository, walls_include_only_c_standard_headers)

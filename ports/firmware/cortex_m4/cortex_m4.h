@@ -20,19 +20,19 @@ inline volatile uint32_t &hardware_register(uintptr_t address)
  * Holds interrupts back while it lives. One that comes meanwhile still ends wait_for_interrupt(), and is
  * handled at the end even when the next lock follows at once.
  */
-class interrupt_lock
+class interrupt_lock_t
 {
 public:
-    interrupt_lock()
+    interrupt_lock_t()
     {
         __asm volatile("mrs %0, primask\n\tcpsid i" : "=r"(primask_)::"memory");
     }
-    ~interrupt_lock()
+    ~interrupt_lock_t()
     {
         __asm volatile("msr primask, %0\n\tisb" ::"r"(primask_) : "memory");
     }
-    interrupt_lock(const interrupt_lock &) = delete;
-    interrupt_lock &operator=(const interrupt_lock &) = delete;
+    interrupt_lock_t(const interrupt_lock_t &) = delete;
+    interrupt_lock_t &operator=(const interrupt_lock_t &) = delete;
 
 private:
     uint32_t primask_;

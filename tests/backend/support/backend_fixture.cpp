@@ -24,7 +24,7 @@ void backend_test::TearDown()
 bool backend_test::init(zet_log_level_t level)
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     initialised = true;
     return zet_vantor_server_system_init(level);
 }
@@ -32,7 +32,7 @@ bool backend_test::init(zet_log_level_t level)
 void backend_test::deinit()
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     initialised = false;
     zet_vantor_server_system_deinit();
 }
@@ -40,7 +40,7 @@ void backend_test::deinit()
 void backend_test::destroy_session()
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     zet_vantor_server_system_destroy_session();
 }
 
@@ -51,7 +51,7 @@ bool backend_test::parse(const std::string &document)
     neighbours().calls.clear();
     bool result = false;
     {
-        const backend_scope scope;
+        const backend_scope_t scope;
         result = zet_vantor_server_system_parse_configuration(input, &update_rate, &error);
     }
     cJSON_Delete(input);
@@ -71,38 +71,38 @@ bool backend_test::parse_config(const std::string &config)
 bool backend_test::send_metadata(uint32_t tick_period)
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     return zet_vantor_server_system_send_session_metadata(write_to_host, tick_period);
 }
 
 bool backend_test::prepare_only()
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     return zet_vantor_server_system_read_data_frames(nullptr, &error);
 }
 
 bool backend_test::read_frame()
 {
     neighbours().calls.clear();
-    const backend_scope scope;
+    const backend_scope_t scope;
     return zet_vantor_server_system_read_data_frames(&interface, &error);
 }
 
 std::string backend_test::calls()
 {
-    return neighbours().calls.text(
-        {call_kind::board, call_kind::sensor_library, call_kind::memory, call_kind::log, call_kind::link});
+    return neighbours().calls.text({call_kind_t::board, call_kind_t::sensor_library, call_kind_t::memory,
+                                    call_kind_t::log, call_kind_t::link});
 }
 
-std::string backend_test::calls(call_kind kind)
+std::string backend_test::calls(call_kind_t kind)
 {
     return neighbours().calls.text({kind});
 }
 
 std::string backend_test::json_from(const std::string &beginning)
 {
-    const std::string json = calls(call_kind::json);
+    const std::string json = calls(call_kind_t::json);
     const size_t position = json.find(beginning);
     return position == std::string::npos ? "no call " + beginning + " in\n" + json : json.substr(position);
 }

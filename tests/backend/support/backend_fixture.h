@@ -55,7 +55,7 @@ protected:
     static std::string calls();
 
     /** Calls of the last operation of one kind. */
-    static std::string calls(call_kind kind);
+    static std::string calls(call_kind_t kind);
 
     /** The JSON calls of the last operation from the first one with the given beginning. */
     static std::string json_from(const std::string &beginning);

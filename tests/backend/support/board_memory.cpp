@@ -23,40 +23,40 @@ constexpr int garbage_of_freed_memory = 0x5A;
 
 struct running_call_t
 {
-    block_owner owner;
+    block_owner_t owner;
     std::string call;
 };
 
 bool inside_backend = false;
 std::vector<running_call_t> running_calls;
 
-block_owner current_owner()
+block_owner_t current_owner()
 {
     if (!running_calls.empty())
     {
         return running_calls.front().owner;
     }
-    return inside_backend ? block_owner::backend : block_owner::test;
+    return inside_backend ? block_owner_t::backend : block_owner_t::test;
 }
 
 } // namespace
 
-backend_scope::backend_scope()
+backend_scope_t::backend_scope_t()
 {
     inside_backend = true;
 }
 
-backend_scope::~backend_scope()
+backend_scope_t::~backend_scope_t()
 {
     inside_backend = false;
 }
 
-neighbour_scope::neighbour_scope(block_owner owner, std::string call)
+neighbour_scope_t::neighbour_scope_t(block_owner_t owner, std::string call)
 {
     running_calls.push_back({owner, std::move(call)});
 }
 
-neighbour_scope::~neighbour_scope()
+neighbour_scope_t::~neighbour_scope_t()
 {
     running_calls.pop_back();
 }
@@ -66,9 +66,9 @@ bool backend_is_running()
     return inside_backend && running_calls.empty();
 }
 
-bool board_memory::failure_due(block_owner owner, size_t size)
+bool board_memory_t::failure_due(block_owner_t owner, size_t size)
 {
-    if (owner == block_owner::test)
+    if (owner == block_owner_t::test)
     {
         return false;
     }
@@ -92,10 +92,10 @@ bool board_memory::failure_due(block_owner owner, size_t size)
     return true;
 }
 
-void *board_memory::allocate(size_t size)
+void *board_memory_t::allocate(size_t size)
 {
-    const block_owner owner = current_owner();
-    json_count += owner == block_owner::json ? 1U : 0U;
+    const block_owner_t owner = current_owner();
+    json_count += owner == block_owner_t::json ? 1U : 0U;
     if (failure_due(owner, size) || (size == 0 && null_for_no_bytes))
     {
         return nullptr;
@@ -103,7 +103,7 @@ void *board_memory::allocate(size_t size)
     void *pointer = std::malloc(std::max<size_t>(size, 1));
     std::memset(pointer, garbage_of_new_memory, size);
     std::string name;
-    if (owner == block_owner::backend)
+    if (owner == block_owner_t::backend)
     {
         name = "block " + std::to_string(next_number);
         next_number += 1;
@@ -112,7 +112,7 @@ void *board_memory::allocate(size_t size)
     return pointer;
 }
 
-void board_memory::release(void *pointer)
+void board_memory_t::release(void *pointer)
 {
     if (pointer == nullptr)
     {
@@ -129,7 +129,7 @@ void board_memory::release(void *pointer)
     std::free(pointer);
 }
 
-std::string board_memory::name(const void *pointer) const
+std::string board_memory_t::name(const void *pointer) const
 {
     if (pointer == nullptr)
     {
@@ -139,12 +139,12 @@ std::string board_memory::name(const void *pointer) const
     return block == live.end() ? "unknown" : block->second.name;
 }
 
-void board_memory::number_from_one()
+void board_memory_t::number_from_one()
 {
     next_number = 1;
 }
 
-void board_memory::fail_allocation(size_t number, bool and_all_later)
+void board_memory_t::fail_allocation(size_t number, bool and_all_later)
 {
     until_failure = number;
     keep_failing = and_all_later;
@@ -152,33 +152,33 @@ void board_memory::fail_allocation(size_t number, bool and_all_later)
     call_that_failed.clear();
 }
 
-bool board_memory::failure_reached() const
+bool board_memory_t::failure_reached() const
 {
     return failed;
 }
 
-const std::string &board_memory::failed_call() const
+const std::string &board_memory_t::failed_call() const
 {
     return call_that_failed;
 }
 
-size_t board_memory::failed_size() const
+size_t board_memory_t::failed_size() const
 {
     return size_that_failed;
 }
 
-size_t board_memory::live_blocks(block_owner owner) const
+size_t board_memory_t::live_blocks(block_owner_t owner) const
 {
     return static_cast<size_t>(std::count_if(live.begin(), live.end(),
                                              [&](const auto &block) { return block.second.owner == owner; }));
 }
 
-size_t board_memory::live_blocks() const
+size_t board_memory_t::live_blocks() const
 {
-    return live.size() - live_blocks(block_owner::test);
+    return live.size() - live_blocks(block_owner_t::test);
 }
 
-size_t board_memory::json_allocations() const
+size_t board_memory_t::json_allocations() const
 {
     return json_count;
 }
@@ -192,7 +192,7 @@ void *zet_integration_mem_alloc(size_t size)
 {
     if (backend_is_running())
     {
-        record(call_kind::memory, "zet_integration_mem_alloc", {show(size)});
+        record(call_kind_t::memory, "zet_integration_mem_alloc", {show(size)});
     }
     return memory().allocate(size);
 }
@@ -201,7 +201,7 @@ void zet_integration_mem_free(void *ptr)
 {
     if (backend_is_running())
     {
-        record(call_kind::memory, "zet_integration_mem_free", {memory().name(ptr)});
+        record(call_kind_t::memory, "zet_integration_mem_free", {memory().name(ptr)});
     }
     memory().release(ptr);
 }

@@ -13,7 +13,7 @@ namespace backend_tests
 {
 
 /** On whose behalf a block was allocated. */
-enum class block_owner
+enum class block_owner_t
 {
     test,          /**< test code, for example a configuration document */
     backend,       /**< the backend itself */
@@ -22,7 +22,7 @@ enum class block_owner
 };
 
 /** The allocator behind zet_integration_mem_alloc and zet_integration_mem_free. */
-class board_memory
+class board_memory_t
 {
 public:
     /** Allocates and fills with garbage; null when a failure is due. */
@@ -50,7 +50,7 @@ public:
     [[nodiscard]] size_t failed_size() const;
 
     /** Live blocks of one owner. */
-    [[nodiscard]] size_t live_blocks(block_owner owner) const;
+    [[nodiscard]] size_t live_blocks(block_owner_t owner) const;
 
     /** Number of live blocks of the backend, of JSON documents and of the sensor library. */
     [[nodiscard]] size_t live_blocks() const;
@@ -64,12 +64,12 @@ public:
 private:
     struct block_t
     {
-        block_owner owner;
+        block_owner_t owner;
         std::string name;
         size_t size;
     };
 
-    [[nodiscard]] bool failure_due(block_owner owner, size_t size);
+    [[nodiscard]] bool failure_due(block_owner_t owner, size_t size);
 
     std::map<const void *, block_t> live;
     size_t next_number = 1;
@@ -82,26 +82,26 @@ private:
 };
 
 /** The allocator of the running test. */
-board_memory &memory();
+board_memory_t &memory();
 
 /** Marks the time in which the backend runs. */
-class backend_scope
+class backend_scope_t
 {
 public:
-    backend_scope();
-    ~backend_scope();
-    backend_scope(const backend_scope &) = delete;
-    backend_scope &operator=(const backend_scope &) = delete;
+    backend_scope_t();
+    ~backend_scope_t();
+    backend_scope_t(const backend_scope_t &) = delete;
+    backend_scope_t &operator=(const backend_scope_t &) = delete;
 };
 
 /** Marks the time in which the backend waits for an operation of a neighbour. */
-class neighbour_scope
+class neighbour_scope_t
 {
 public:
-    neighbour_scope(block_owner owner, std::string call);
-    ~neighbour_scope();
-    neighbour_scope(const neighbour_scope &) = delete;
-    neighbour_scope &operator=(const neighbour_scope &) = delete;
+    neighbour_scope_t(block_owner_t owner, std::string call);
+    ~neighbour_scope_t();
+    neighbour_scope_t(const neighbour_scope_t &) = delete;
+    neighbour_scope_t &operator=(const neighbour_scope_t &) = delete;
 };
 
 /** Whether the code that runs is the backend's own: neither test code nor a neighbour. */

@@ -32,17 +32,17 @@ std::string show(std::string_view text)
     return std::string(text);
 }
 
-void call_log::add(call_kind kind, std::string line)
+void call_log_t::add(call_kind_t kind, std::string line)
 {
     entries.push_back({kind, std::move(line)});
 }
 
-void call_log::clear()
+void call_log_t::clear()
 {
     entries.clear();
 }
 
-std::string call_log::text(std::initializer_list<call_kind> kinds) const
+std::string call_log_t::text(std::initializer_list<call_kind_t> kinds) const
 {
     std::string text;
     for (const entry_t &entry : entries)
@@ -55,7 +55,7 @@ std::string call_log::text(std::initializer_list<call_kind> kinds) const
     return text;
 }
 
-size_t call_log::count(std::string_view beginning) const
+size_t call_log_t::count(std::string_view beginning) const
 {
     return static_cast<size_t>(std::count_if(entries.begin(), entries.end(), [&](const entry_t &entry) {
         return entry.line.starts_with(beginning);

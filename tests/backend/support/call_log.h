@@ -15,7 +15,7 @@ namespace backend_tests
 {
 
 /** Which neighbour a call went to. */
-enum class call_kind
+enum class call_kind_t
 {
     board,
     sensor_library,
@@ -40,17 +40,17 @@ requires(std::integral<value_t> && !std::same_as<value_t, bool>) || std::is_enum
 }
 
 /** The calls made so far, oldest first. */
-class call_log
+class call_log_t
 {
 public:
     /** Adds one line. */
-    void add(call_kind kind, std::string line);
+    void add(call_kind_t kind, std::string line);
 
     /** Forgets every line. */
     void clear();
 
     /** The lines of the given kinds, each closed by a line feed. */
-    [[nodiscard]] std::string text(std::initializer_list<call_kind> kinds) const;
+    [[nodiscard]] std::string text(std::initializer_list<call_kind_t> kinds) const;
 
     /** Number of lines that begin with the given text. */
     [[nodiscard]] size_t count(std::string_view beginning) const;
@@ -58,7 +58,7 @@ public:
 private:
     struct entry_t
     {
-        call_kind kind;
+        call_kind_t kind;
         std::string line;
     };
 
@@ -68,7 +68,7 @@ private:
 /** Joins argument texts into "name(a, b)". */
 std::string call_text(std::string_view name, std::initializer_list<std::string> arguments);
 
-/** Joins expected lines the way call_log::text does. */
+/** Joins expected lines the way call_log_t::text does. */
 std::string lines(std::initializer_list<std::string_view> expected);
 
 } // namespace backend_tests

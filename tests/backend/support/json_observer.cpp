@@ -24,10 +24,10 @@ auto observe(std::string_view name, std::initializer_list<std::string> arguments
              const operation_t &operation)
 {
     const bool of_backend = backend_is_running();
-    const neighbour_scope scope(of_backend ? block_owner::json : block_owner::test, std::string(name));
+    const neighbour_scope_t scope(of_backend ? block_owner_t::json : block_owner_t::test, std::string(name));
     if (of_backend)
     {
-        record(call_kind::json, name, arguments);
+        record(call_kind_t::json, name, arguments);
     }
     return operation();
 }
@@ -45,12 +45,12 @@ auto observe_fallible(const std::string &name, const char *key, std::initializer
     const std::string name_and_key = key == nullptr ? name : name + ":" + key;
     const bool by_name = refused(name);
     const bool by_key = key != nullptr && refused(name_and_key);
-    record(call_kind::json, name, arguments);
+    record(call_kind_t::json, name, arguments);
     if (by_name || by_key)
     {
         return {};
     }
-    const neighbour_scope scope(block_owner::json, name_and_key);
+    const neighbour_scope_t scope(block_owner_t::json, name_and_key);
     return operation();
 }
 

@@ -23,7 +23,7 @@ neighbours_t &neighbours()
     return *current;
 }
 
-board_memory &memory()
+board_memory_t &memory()
 {
     return current->memory;
 }
@@ -33,7 +33,7 @@ void reset_neighbours()
     current = std::make_unique<neighbours_t>();
 }
 
-void record(call_kind kind, std::string_view name, std::initializer_list<std::string> arguments)
+void record(call_kind_t kind, std::string_view name, std::initializer_list<std::string> arguments)
 {
     neighbours().calls.add(kind, call_text(name, arguments));
 }

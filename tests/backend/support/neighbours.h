@@ -55,9 +55,9 @@ namespace backend_tests
 /** Everything that a test sets up and looks at. */
 struct neighbours_t
 {
-    board_memory memory;
-    call_log calls;
-    call_log calls_at_failure; /**< the calls of the operation up to the failure that the test asked for */
+    board_memory_t memory;
+    call_log_t calls;
+    call_log_t calls_at_failure; /**< the calls of the operation up to the failure that the test asked for */
 
     /** @name The board */
     /** @{ */
@@ -111,7 +111,7 @@ neighbours_t &neighbours();
 void reset_neighbours();
 
 /** Records one call. */
-void record(call_kind kind, std::string_view name, std::initializer_list<std::string> arguments);
+void record(call_kind_t kind, std::string_view name, std::initializer_list<std::string> arguments);
 
 /**
  * Lets the N-th call from now on of one operation fail.

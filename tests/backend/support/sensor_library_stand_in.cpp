@@ -59,12 +59,12 @@ using backend_tests::show;
 
 template <typename... arguments_t> void asked(const char *name, const arguments_t &...arguments)
 {
-    record(call_kind::sensor_library, name, {show(arguments)...});
+    record(call_kind_t::sensor_library, name, {show(arguments)...});
 }
 
 template <typename handle_t> handle_t *create(const char *name, const handle_t &initial)
 {
-    const neighbour_scope scope(block_owner::sensor_library, name);
+    const neighbour_scope_t scope(block_owner_t::sensor_library, name);
     void *place = refused(name) ? nullptr : zet_integration_mem_alloc(sizeof(handle_t));
     return place == nullptr ? nullptr : new (place) handle_t(initial);
 }
@@ -73,7 +73,7 @@ template <typename handle_t> void destroy(const char *name, handle_t *handle)
 {
     asked(name, handle);
     EXPECT_NE(handle, nullptr) << name << " is only called for a handle";
-    const neighbour_scope scope(block_owner::sensor_library, name);
+    const neighbour_scope_t scope(block_owner_t::sensor_library, name);
     zet_integration_mem_free(handle);
 }
 

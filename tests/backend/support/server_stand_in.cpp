@@ -30,7 +30,7 @@ std::string frame_name(const void *data)
 
 void write_to_host(const void *data, uint32_t size)
 {
-    record(call_kind::link, "write", {frame_name(data), show(size)});
+    record(call_kind_t::link, "write", {frame_name(data), show(size)});
     neighbours().payload_blocks.push_back(data);
     if (data != nullptr)
     {
@@ -41,7 +41,7 @@ void write_to_host(const void *data, uint32_t size)
 
 uint32_t read_tick()
 {
-    record(call_kind::link, "get_tick", {});
+    record(call_kind_t::link, "get_tick", {});
     const uint32_t tick = neighbours().next_tick;
     neighbours().next_tick += 10;
     return tick;
@@ -51,8 +51,8 @@ uint32_t read_tick()
 
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json)
 {
-    const neighbour_scope scope(block_owner::test, __func__);
-    record(call_kind::link, __func__, {write == write_to_host ? "write" : "another operation"});
+    const neighbour_scope_t scope(block_owner_t::test, __func__);
+    record(call_kind_t::link, __func__, {write == write_to_host ? "write" : "another operation"});
     if (refused(__func__))
     {
         return false;

@@ -65,7 +65,7 @@ step_t whole_session::finish_step(const std::string &name, bool ok, size_t docum
     return {name,
             ok,
             error,
-            lines_beginning_with(calls(call_kind::log), "[ERROR]"),
+            lines_beginning_with(calls(call_kind_t::log), "[ERROR]"),
             neighbours().documents.size() - documents_before,
             came_here};
 }
@@ -144,7 +144,7 @@ bool whole_session::hit_an_item_before_another()
 
 bool whole_session::hit_a_calibration_entry_before_another()
 {
-    const call_log &log = neighbours().calls_at_failure;
+    const call_log_t &log = neighbours().calls_at_failure;
     return log.count("zet_sensor_get_cal_info") > 0 &&
            log.count("zet_sensor_get_cal_info") < sensors_with_calibration;
 }

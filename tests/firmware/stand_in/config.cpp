@@ -32,7 +32,8 @@ void set(zet_config_t *config, value_t zet_config::*member, value_t value, const
 
 /** Sets a value of a sub-sweep of a live configuration. */
 template <typename value_t>
-void set(zet_config_t *config, uint8_t index, value_t subsweep::*member, value_t value, const char *operation)
+void set(zet_config_t *config, uint8_t index, value_t subsweep_t::*member, value_t value,
+         const char *operation)
 {
     auto *found = find<zet_config>(config, operation);
     if (found != nullptr && index >= ZET_MAX_NUM_SUBSWEEPS)
@@ -69,7 +70,7 @@ int32_t farthest_point(zet_config_prf_t prf)
 }
 
 /** Checks one sub-sweep. */
-bool is_valid(const subsweep &subsweep)
+bool is_valid(const subsweep_t &subsweep)
 {
     const int32_t length = (subsweep.num_points - 1) * static_cast<int32_t>(subsweep.step_length);
     return is_in_range("start_point", subsweep.start_point, -1000, 20000) &&
@@ -164,7 +165,7 @@ uint32_t samples_per_frame(const zet_config &config)
 uint32_t buffer_size_for(uint32_t samples)
 {
     const auto size =
-        static_cast<uint32_t>(sizeof(frame_head) + samples * sizeof(zet_int16_complex_t) + guard_size);
+        static_cast<uint32_t>(sizeof(frame_head_t) + samples * sizeof(zet_int16_complex_t) + guard_size);
     return std::max(size, calibration_buffer_size);
 }
 
@@ -299,55 +300,55 @@ void zet_config_enable_tx_set(zet_config_t *config, bool enabled)
 
 void zet_config_subsweep_start_point_set(zet_config_t *config, int32_t start_point, uint8_t index)
 {
-    set(config, index, &subsweep::start_point, start_point, __func__);
+    set(config, index, &subsweep_t::start_point, start_point, __func__);
 }
 
 void zet_config_subsweep_num_points_set(zet_config_t *config, uint16_t num_points, uint8_t index)
 {
-    set(config, index, &subsweep::num_points, num_points, __func__);
+    set(config, index, &subsweep_t::num_points, num_points, __func__);
 }
 
 void zet_config_subsweep_step_length_set(zet_config_t *config, uint16_t step_length, uint8_t index)
 {
-    set(config, index, &subsweep::step_length, step_length, __func__);
+    set(config, index, &subsweep_t::step_length, step_length, __func__);
 }
 
 void zet_config_subsweep_profile_set(zet_config_t *config, zet_config_profile_t profile, uint8_t index)
 {
-    set(config, index, &subsweep::profile, profile, __func__);
+    set(config, index, &subsweep_t::profile, profile, __func__);
 }
 
 void zet_config_subsweep_hwaas_set(zet_config_t *config, uint16_t hwaas, uint8_t index)
 {
-    set(config, index, &subsweep::hwaas, hwaas, __func__);
+    set(config, index, &subsweep_t::hwaas, hwaas, __func__);
 }
 
 void zet_config_subsweep_receiver_gain_set(zet_config_t *config, uint8_t gain, uint8_t index)
 {
-    set(config, index, &subsweep::receiver_gain, gain, __func__);
+    set(config, index, &subsweep_t::receiver_gain, gain, __func__);
 }
 
 void zet_config_subsweep_enable_tx_set(zet_config_t *config, bool enabled, uint8_t index)
 {
-    set(config, index, &subsweep::enable_tx, enabled, __func__);
+    set(config, index, &subsweep_t::enable_tx, enabled, __func__);
 }
 
 void zet_config_subsweep_enable_loopback_set(zet_config_t *config, bool enabled, uint8_t index)
 {
-    set(config, index, &subsweep::enable_loopback, enabled, __func__);
+    set(config, index, &subsweep_t::enable_loopback, enabled, __func__);
 }
 
 void zet_config_subsweep_phase_enhancement_set(zet_config_t *config, bool enabled, uint8_t index)
 {
-    set(config, index, &subsweep::phase_enhancement, enabled, __func__);
+    set(config, index, &subsweep_t::phase_enhancement, enabled, __func__);
 }
 
 void zet_config_subsweep_iq_imbalance_compensation_set(zet_config_t *config, bool enabled, uint8_t index)
 {
-    set(config, index, &subsweep::iq_imbalance_compensation, enabled, __func__);
+    set(config, index, &subsweep_t::iq_imbalance_compensation, enabled, __func__);
 }
 
 void zet_config_subsweep_prf_set(zet_config_t *config, zet_config_prf_t prf, uint8_t index)
 {
-    set(config, index, &subsweep::prf, prf, __func__);
+    set(config, index, &subsweep_t::prf, prf, __func__);
 }

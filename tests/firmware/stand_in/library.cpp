@@ -20,11 +20,11 @@ namespace
 using namespace stand_in;
 
 /** The state of the library; all zero at start. */
-struct library_state
+struct library_state_t
 {
     const zet_hal_k330_t *hal;
     decltype(zet_hal_k330_t::log) write_log; /**< also of a record that was refused */
-    object *objects;
+    object_t *objects;
     uint32_t last_serial;
     zet_probes_callback_rw_t *callback;
     void *client_reference;
@@ -32,7 +32,7 @@ struct library_state
     bool diagnostic_log;
 };
 
-library_state library;
+library_state_t library;
 
 constexpr uint8_t guard_byte = 0xA5;
 
@@ -58,11 +58,11 @@ const char *missing_part(const zet_hal_k330_t &hal)
 }
 
 /** The name of a kind of objects. */
-const char *name_of(object_kind kind)
+const char *name_of(object_kind_t kind)
 {
-    return kind == object_kind::config   ? "configuration"
-           : kind == object_kind::sensor ? "sensor"
-                                         : "processing";
+    return kind == object_kind_t::config   ? "configuration"
+           : kind == object_kind_t::sensor ? "sensor"
+                                           : "processing";
 }
 
 /** Exchanges one piece, by 16-bit words where the board and the piece allow it. */
@@ -171,7 +171,7 @@ void *allocate(size_t size, const char *operation)
     return memory;
 }
 
-void adopt(object *created, object_kind kind)
+void adopt(object_t *created, object_kind_t kind)
 {
     created->magic = kind;
     created->serial = ++library.last_serial;
@@ -179,18 +179,18 @@ void adopt(object *created, object_kind kind)
     library.objects = created;
 }
 
-object *live_objects()
+object_t *live_objects()
 {
     return library.objects;
 }
 
-object *find_object(const void *handle, object_kind kind, const char *operation)
+object_t *find_object(const void *handle, object_kind_t kind, const char *operation)
 {
     if (!is_registered(operation))
     {
         return nullptr;
     }
-    for (object *candidate = library.objects; candidate != nullptr; candidate = candidate->next)
+    for (object_t *candidate = library.objects; candidate != nullptr; candidate = candidate->next)
     {
         if (candidate == handle && candidate->magic == kind)
         {
@@ -201,9 +201,9 @@ object *find_object(const void *handle, object_kind kind, const char *operation)
     return nullptr;
 }
 
-void destroy(object *found)
+void destroy(object_t *found)
 {
-    object **link = &library.objects;
+    object_t **link = &library.objects;
     while (*link != found)
     {
         link = &(*link)->next;

@@ -16,7 +16,7 @@ namespace stand_in
 {
 
 /** The first word of a live object. */
-enum class object_kind : uint32_t
+enum class object_kind_t : uint32_t
 {
     config = 0x464E4F43,
     sensor = 0x534E4553,
@@ -24,11 +24,11 @@ enum class object_kind : uint32_t
 };
 
 /** The head of every object that is handed out. */
-struct object
+struct object_t
 {
-    object_kind magic;
+    object_kind_t magic;
     uint32_t serial; /**< unlike the address never used twice */
-    object *next;
+    object_t *next;
 };
 
 /** Bytes around a transfer that must stay as they are. */
@@ -56,7 +56,7 @@ inline unsigned long number(uint32_t value)
 }
 
 /** What the lines of a sensor make of it. */
-enum class power
+enum class power_t
 {
     off,
     half_on, /**< supplied or enabled */
@@ -70,7 +70,7 @@ void forget_lines();
 bool is_sensor_id(zet_sensor_id_t sensor_id, const char *operation);
 
 /** What the lines of a sensor make of it. */
-power power_of(zet_sensor_id_t sensor_id);
+power_t power_of(zet_sensor_id_t sensor_id);
 
 /** Checks that a sensor is supplied and enabled. */
 bool is_on(zet_sensor_id_t sensor_id, const char *operation);
@@ -85,16 +85,16 @@ bool is_reset(zet_sensor_id_t sensor_id, const char *operation);
 void forget_state(zet_sensor_id_t sensor_id);
 
 /** Adds an object to the live ones. */
-void adopt(object *created, object_kind kind);
+void adopt(object_t *created, object_kind_t kind);
 
 /** The first live object. */
-object *live_objects();
+object_t *live_objects();
 
 /** Finds a live object; null, as a broken contract, when the handle is not one of its kind. */
-object *find_object(const void *handle, object_kind kind, const char *operation);
+object_t *find_object(const void *handle, object_kind_t kind, const char *operation);
 
 /** Ends the life of an object. */
-void destroy(object *found);
+void destroy(object_t *found);
 
 /** Creates an object; null when memory is exhausted. */
 template <typename type_t> type_t *create(const char *operation)
@@ -140,7 +140,7 @@ bool fire_probe(zet_sensor_id_t sensor_id, zet_cpd_k330_meas_session_parameters_
 bool is_buffer_usable(const void *buffer, uint32_t size, uint32_t needed_size, const char *operation);
 
 /** Settings of one sub-sweep. */
-struct subsweep
+struct subsweep_t
 {
     int32_t start_point = 80;
     uint16_t num_points = 160;
@@ -156,7 +156,7 @@ struct subsweep
 };
 
 /** The head of a frame in a work buffer; the samples follow. */
-struct frame_head
+struct frame_head_t
 {
     uint32_t magic;
     uint32_t config_serial;
@@ -185,11 +185,11 @@ zet_processing_metadata_t metadata_of(const zet_config &config);
 } // namespace stand_in
 
 /** A configuration. */
-struct zet_config : stand_in::object
+struct zet_config : stand_in::object_t
 {
-    static constexpr auto kind = stand_in::object_kind::config;
+    static constexpr auto kind = stand_in::object_kind_t::config;
 
-    stand_in::subsweep subsweeps[ZET_MAX_NUM_SUBSWEEPS];
+    stand_in::subsweep_t subsweeps[ZET_MAX_NUM_SUBSWEEPS];
     float sweep_rate = 0.0F;
     float frame_rate = 0.0F;
     uint16_t sweeps_per_frame = 1;

@@ -9,14 +9,14 @@ namespace
 using namespace stand_in;
 
 /** The lines; sensor 1 is in the lowest bit. */
-struct line_state
+struct line_state_t
 {
     uint32_t supplied;
     uint32_t enabled;
     uint32_t to_be_reset; /**< calibrated since the enable line was released */
 };
 
-line_state lines;
+line_state_t lines;
 
 uint32_t bit_of(zet_sensor_id_t sensor_id)
 {
@@ -52,20 +52,20 @@ bool is_sensor_id(zet_sensor_id_t sensor_id, const char *operation)
            refuse("%s: there is no sensor %lu", operation, number(sensor_id));
 }
 
-power power_of(zet_sensor_id_t sensor_id)
+power_t power_of(zet_sensor_id_t sensor_id)
 {
     if (!stand_in_sees_lines())
     {
-        return power::on;
+        return power_t::on;
     }
     const bool supplied = (lines.supplied & bit_of(sensor_id)) != 0U;
     const bool enabled = (lines.enabled & bit_of(sensor_id)) != 0U;
-    return supplied && enabled ? power::on : supplied || enabled ? power::half_on : power::off;
+    return supplied && enabled ? power_t::on : supplied || enabled ? power_t::half_on : power_t::off;
 }
 
 bool is_on(zet_sensor_id_t sensor_id, const char *operation)
 {
-    return power_of(sensor_id) == power::on ||
+    return power_of(sensor_id) == power_t::on ||
            refuse("%s: sensor %lu is not supplied and enabled", operation, number(sensor_id));
 }
 

@@ -5,9 +5,9 @@
 #include "zet_processing_cca.h"
 
 /** The processing of a configuration. */
-struct zet_processing : stand_in::object
+struct zet_processing : stand_in::object_t
 {
-    static constexpr auto kind = stand_in::object_kind::processing;
+    static constexpr auto kind = stand_in::object_kind_t::processing;
 
     uint32_t config_serial = 0;
     uint32_t sample_count = 0;
@@ -24,11 +24,12 @@ constexpr float meters_per_point = 0.0025F;
 bool has_frame(const zet_processing_t *handle, const void *buffer, const char *operation)
 {
     const auto *processing = find<zet_processing>(handle, operation);
-    if (processing == nullptr || !is_buffer_usable(buffer, sizeof(frame_head), sizeof(frame_head), operation))
+    if (processing == nullptr ||
+        !is_buffer_usable(buffer, sizeof(frame_head_t), sizeof(frame_head_t), operation))
     {
         return false;
     }
-    const auto *head = static_cast<const frame_head *>(buffer);
+    const auto *head = static_cast<const frame_head_t *>(buffer);
     if (head->magic != frame_magic)
     {
         return refuse("%s: the buffer contains no frame that was just read", operation);
@@ -73,7 +74,7 @@ void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_proc
         refuse("%s: the place for the result is null", __func__);
         return;
     }
-    auto *head = static_cast<frame_head *>(buffer);
+    auto *head = static_cast<frame_head_t *>(buffer);
     head->magic = 0;
     *result = {};
     result->temperature = STAND_IN_TEMPERATURE;
@@ -90,7 +91,7 @@ bool zet_processing_cca_check(const zet_processing_t *processing, const void *bu
     {
         return refuse("%s: the place for the value is null", __func__);
     }
-    if (static_cast<const frame_head *>(buffer)->has_cca == 0U)
+    if (static_cast<const frame_head_t *>(buffer)->has_cca == 0U)
     {
         return refuse("%s: the configuration does not enable the clear-channel measurement", __func__);
     }

@@ -24,19 +24,19 @@ uint32_t interrupt_of(uint32_t line)
 }
 
 /** Keeps the processor's interrupts off while it lives. */
-class interrupt_lock
+class interrupt_lock_t
 {
 public:
-    interrupt_lock()
+    interrupt_lock_t()
     {
         __asm volatile("mrs %0, primask\n\tcpsid i" : "=r"(mask) : : "memory");
     }
-    ~interrupt_lock()
+    ~interrupt_lock_t()
     {
         __asm volatile("msr primask, %0" : : "r"(mask) : "memory");
     }
-    interrupt_lock(const interrupt_lock &) = delete;
-    interrupt_lock &operator=(const interrupt_lock &) = delete;
+    interrupt_lock_t(const interrupt_lock_t &) = delete;
+    interrupt_lock_t &operator=(const interrupt_lock_t &) = delete;
 
 private:
     uint32_t mask;
@@ -47,7 +47,7 @@ private:
 void stand_in_raise_interrupt(zet_sensor_id_t sensor_id)
 {
     const uint32_t bit = 1U << (sensor_id - 1U);
-    const interrupt_lock lock;
+    const interrupt_lock_t lock;
     at(exti_software_event) = at(exti_software_event) | bit;
     // QEMU stores the event, but raises nothing: there the interrupt itself is made pending.
     if ((at(exti_mask) & bit) != 0U && (at(exti_pending) & bit) == 0U)

@@ -14,28 +14,28 @@ namespace
 using namespace stand_in;
 
 /** The arguments of a calibration, the same for all its steps. */
-struct calibration_arguments
+struct calibration_arguments_t
 {
     const bool *complete;
     const zet_cal_result_t *result;
     const void *buffer;
     uint32_t buffer_size;
 
-    bool operator==(const calibration_arguments &) const = default;
+    bool operator==(const calibration_arguments_t &) const = default;
 };
 
 /** What a sensor was prepared with. */
-struct program
+struct program_t
 {
     const zet_config_t *config; /**< null when not prepared */
-    frame_head head;            /**< of its frames */
+    frame_head_t head;          /**< of its frames */
     uint32_t slots;             /**< frames that can wait to be read */
     zet_cpd_k330_meas_session_parameters_t block;
     uint32_t block_end; /**< must stay 0 */
 };
 
 /** A calibration result. */
-struct calibration
+struct calibration_t
 {
     uint32_t magic;
     zet_sensor_id_t sensor_id;
@@ -43,7 +43,7 @@ struct calibration
     uint32_t curves[56];
     uint32_t checksum;
 };
-static_assert(sizeof(calibration) == sizeof(zet_cal_result_t));
+static_assert(sizeof(calibration_t) == sizeof(zet_cal_result_t));
 
 constexpr uint32_t calibration_magic = 0x424C4143;
 
@@ -53,14 +53,14 @@ constexpr int work_byte = 0x5A;
 } // namespace
 
 /** A sensor in use. */
-struct zet_sensor : stand_in::object
+struct zet_sensor : stand_in::object_t
 {
-    static constexpr auto kind = stand_in::object_kind::sensor;
+    static constexpr auto kind = stand_in::object_kind_t::sensor;
 
     zet_sensor_id_t id = 0;
     uint32_t calibration_step = 0; /**< 0 when none is under way */
-    calibration_arguments arguments = {};
-    program prepared = {};
+    calibration_arguments_t arguments = {};
+    program_t prepared = {};
     uint32_t measured = 0; /**< frames since creation */
     uint32_t waiting = 0;  /**< frames that were not read */
 };
@@ -71,9 +71,10 @@ namespace
 /** The live handle of a sensor; null without one. */
 zet_sensor *handle_of(zet_sensor_id_t sensor_id)
 {
-    for (object *candidate = live_objects(); candidate != nullptr; candidate = candidate->next)
+    for (object_t *candidate = live_objects(); candidate != nullptr; candidate = candidate->next)
     {
-        if (candidate->magic == object_kind::sensor && static_cast<zet_sensor *>(candidate)->id == sensor_id)
+        if (candidate->magic == object_kind_t::sensor &&
+            static_cast<zet_sensor *>(candidate)->id == sensor_id)
         {
             return static_cast<zet_sensor *>(candidate);
         }
@@ -99,7 +100,7 @@ bool exchange_command(zet_sensor_id_t sensor_id)
  */
 bool is_still_on(zet_sensor_id_t sensor_id, const char *operation)
 {
-    return power_of(sensor_id) == power::off
+    return power_of(sensor_id) == power_t::off
                ? log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu is switched off", operation, number(sensor_id))
                : is_on(sensor_id, operation);
 }
@@ -112,7 +113,7 @@ bool is_interrupt_taken(const zet_sensor &sensor, const char *operation)
 }
 
 /** The check sum of a calibration: changes with every bit of it. */
-uint32_t checksum_of(const calibration &calibration)
+uint32_t checksum_of(const calibration_t &calibration)
 {
     uint32_t words[sizeof(calibration) / sizeof(uint32_t)];
     std::memcpy(words, &calibration, sizeof(words));
@@ -127,7 +128,7 @@ uint32_t checksum_of(const calibration &calibration)
 /** Writes the calibration of a sensor. */
 void write_calibration(zet_sensor_id_t sensor_id, zet_cal_result_t &result)
 {
-    calibration content = {calibration_magic, sensor_id, STAND_IN_TEMPERATURE, {}, 0};
+    calibration_t content = {calibration_magic, sensor_id, STAND_IN_TEMPERATURE, {}, 0};
     uint32_t value = sensor_id;
     for (uint32_t &word : content.curves)
     {
@@ -139,14 +140,14 @@ void write_calibration(zet_sensor_id_t sensor_id, zet_cal_result_t &result)
 }
 
 /** Reads a calibration; false when it is damaged or not complete. */
-bool read_calibration(const zet_cal_result_t &result, calibration &content)
+bool read_calibration(const zet_cal_result_t &result, calibration_t &content)
 {
     std::memcpy(&content, &result, sizeof(content));
     return content.magic == calibration_magic && content.checksum == checksum_of(content);
 }
 
 /** Reads a calibration that may be damaged, which is logged, but not null, which breaks a contract. */
-bool open_calibration(const zet_cal_result_t *result, calibration &content, const char *operation)
+bool open_calibration(const zet_cal_result_t *result, calibration_t &content, const char *operation)
 {
     if (!is_registered(operation))
     {
@@ -161,7 +162,8 @@ bool open_calibration(const zet_cal_result_t *result, calibration &content, cons
 }
 
 /** Checks the arguments of a calibration step, and that the step before has ended. */
-bool is_step_allowed(const zet_sensor &sensor, const calibration_arguments &arguments, const char *operation)
+bool is_step_allowed(const zet_sensor &sensor, const calibration_arguments_t &arguments,
+                     const char *operation)
 {
     if (!is_buffer_usable(arguments.buffer, arguments.buffer_size, calibration_buffer_size, operation))
     {
@@ -179,7 +181,7 @@ bool is_step_allowed(const zet_sensor &sensor, const calibration_arguments &argu
 /** Checks that a calibration belongs to a sensor. */
 bool is_calibrated(const zet_sensor &sensor, const zet_cal_result_t *result, const char *operation)
 {
-    calibration content = {};
+    calibration_t content = {};
     if (result == nullptr || !read_calibration(*result, content))
     {
         return refuse("%s: the calibration result is null, damaged or not complete", operation);
@@ -200,7 +202,7 @@ bool is_program_allowed(const zet_config &config, const void *buffer, uint32_t b
 }
 
 /** Fills the parameters of one sub-sweep. */
-void fill_parameters(const zet_config &config, const subsweep &subsweep,
+void fill_parameters(const zet_config &config, const subsweep_t &subsweep,
                      zet_cpd_k330_meas_session_subsweep_parameters_t &parameters)
 {
     parameters.vga_ctrl = subsweep.receiver_gain;
@@ -215,10 +217,10 @@ void fill_parameters(const zet_config &config, const subsweep &subsweep,
 }
 
 /** Makes the program of a valid configuration. */
-program program_of(const zet_config &config)
+program_t program_of(const zet_config &config)
 {
     const uint32_t has_cca = config.enable_cca ? 1U : 0U;
-    program made = {&config, {frame_magic, config.serial, samples_per_frame(config), has_cca}, 1, {}, 0};
+    program_t made = {&config, {frame_magic, config.serial, samples_per_frame(config), has_cca}, 1, {}, 0};
     made.slots = config.double_buffering ? 2U : 1U;
     made.block.frame_double_buffer = config.double_buffering;
     made.block.sweep_repeats = config.sweeps_per_frame;
@@ -235,7 +237,7 @@ program program_of(const zet_config &config)
 /** Checks that the configuration that a sensor was prepared with still lives. */
 bool is_prepared(const zet_sensor &sensor, const char *operation)
 {
-    const program &prepared = sensor.prepared;
+    const program_t &prepared = sensor.prepared;
     if (prepared.config == nullptr)
     {
         return refuse("%s: sensor %lu is not prepared", operation, number(sensor.id));
@@ -249,7 +251,7 @@ bool is_prepared(const zet_sensor &sensor, const char *operation)
 /** Writes a frame into a work buffer. */
 void write_frame(const zet_sensor &sensor, uint32_t frame_number, void *buffer)
 {
-    auto *head = static_cast<frame_head *>(buffer);
+    auto *head = static_cast<frame_head_t *>(buffer);
     *head = sensor.prepared.head;
     auto *samples = reinterpret_cast<zet_int16_complex_t *>(head + 1);
     for (uint32_t i = 0; i < head->sample_count; ++i)
@@ -332,7 +334,7 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
     {
         return false;
     }
-    const calibration_arguments arguments = {cal_complete, cal_result, buffer, buffer_size};
+    const calibration_arguments_t arguments = {cal_complete, cal_result, buffer, buffer_size};
     forget_program(*found);
     require_reset(found->id);
     if (!is_step_allowed(*found, arguments, __func__) || !exchange_command(found->id))
@@ -377,7 +379,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
     }
     forget_program(*found);
     std::memset(buffer, work_byte, buffer_size);
-    program made = program_of(*found_config);
+    program_t made = program_of(*found_config);
     if (!exchange_command(found->id) || !fire_probe(found->id, made.block))
     {
         return false;
@@ -429,7 +431,7 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
         return false;
     }
     std::memset(buffer, work_byte, buffer_size);
-    auto *samples = static_cast<uint8_t *>(buffer) + sizeof(frame_head);
+    auto *samples = static_cast<uint8_t *>(buffer) + sizeof(frame_head_t);
     if (!exchange(found->id, samples, sample_count * sizeof(zet_int16_complex_t)))
     {
         return false;
@@ -446,7 +448,7 @@ void zet_sensor_status(const zet_sensor_t *sensor)
     {
         return;
     }
-    const bool on = power_of(found->id) == power::on;
+    const bool on = power_of(found->id) == power_t::on;
     if (!on || exchange_command(found->id))
     {
         log(ZET_LOG_LEVEL_ERROR,
@@ -459,7 +461,7 @@ void zet_sensor_status(const zet_sensor_t *sensor)
 
 bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t *cal_info)
 {
-    calibration content = {};
+    calibration_t content = {};
     if (!open_calibration(cal_result, content, __func__))
     {
         return false;
@@ -474,6 +476,6 @@ bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t 
 
 bool zet_sensor_validate_calibration(const zet_cal_result_t *cal_result)
 {
-    calibration content = {};
+    calibration_t content = {};
     return open_calibration(cal_result, content, __func__);
 }

@@ -24,14 +24,14 @@ struct fake_processor_t
 
 inline fake_processor_t processor;
 
-class interrupt_lock
+class interrupt_lock_t
 {
 public:
-    interrupt_lock()
+    interrupt_lock_t()
     {
         processor.interrupts_are_held_back = true;
     }
-    ~interrupt_lock()
+    ~interrupt_lock_t()
     {
         processor.interrupts_are_held_back = false;
         if (processor.pending)
@@ -39,8 +39,8 @@ public:
             std::exchange(processor.pending, nullptr)();
         }
     }
-    interrupt_lock(const interrupt_lock &) = delete;
-    interrupt_lock &operator=(const interrupt_lock &) = delete;
+    interrupt_lock_t(const interrupt_lock_t &) = delete;
+    interrupt_lock_t &operator=(const interrupt_lock_t &) = delete;
 };
 
 constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
