@@ -77,9 +77,9 @@ public:
     }
 
 private:
+    sha512 digest_; /**< first, so that no file is created when it fails */
     output_file data_;
     output_file table_;
-    sha512 digest_;
     tick_clock clock_;
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;

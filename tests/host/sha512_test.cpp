@@ -1,9 +1,15 @@
 /** @file
- * Tests of SHA-512 with the published examples of FIPS 180-4 and at the edges of its blocks.
+ * Tests of SHA-512 with the published examples of FIPS 180-4, and of failures of libcrypto.
  */
 #include "recording/sha512.h"
 
-#include <gtest/gtest.h>
+#include <utility>
+
+#include <gmock/gmock.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+
+#include "recording/recording_error.h"
 
 namespace vantor
 {
@@ -44,6 +50,44 @@ TEST(sha512, goes_on_after_a_digest)
     EXPECT_EQ(digest.digest(), sha512_of("ab"));
     digest.update(std::as_bytes(std::span(std::string_view("c"))));
     EXPECT_EQ(digest.digest(), sha512_of("abc"));
+}
+
+/** While it lives, libcrypto finds no algorithm. */
+class libcrypto_without_algorithms
+{
+public:
+    libcrypto_without_algorithms()
+    {
+        EXPECT_EQ(EVP_set_default_properties(nullptr, "provider=missing"), 1);
+    }
+    libcrypto_without_algorithms(const libcrypto_without_algorithms &) = delete;
+    libcrypto_without_algorithms &operator=(const libcrypto_without_algorithms &) = delete;
+    ~libcrypto_without_algorithms()
+    {
+        EXPECT_EQ(EVP_set_default_properties(nullptr, ""), 1);
+    }
+};
+
+TEST(sha512, reports_that_libcrypto_has_no_such_digest)
+{
+    {
+        const libcrypto_without_algorithms none;
+        EXPECT_THAT([] { sha512_of("abc"); },
+                    testing::ThrowsMessage<recording_error>(
+                        "libcrypto cannot compute SHA-512: unsupported. Check the configuration of OpenSSL "
+                        "(openssl.cnf)."));
+        EXPECT_EQ(ERR_peek_error(), 0U);
+    }
+    EXPECT_EQ(sha512_of("abc").substr(0, 8), "ddaf35a1");
+}
+
+TEST(sha512, has_no_digest_after_a_failure)
+{
+    sha512 digest;
+    const sha512 successor(std::move(digest)); // leaves it as a failure does
+    EXPECT_THROW(digest.update({}), recording_error);
+    EXPECT_THROW(static_cast<void>(digest.digest()), recording_error);
+    EXPECT_EQ(successor.digest(), sha512_of(""));
 }
 
 } // namespace
