@@ -7,35 +7,62 @@
 #include <cmath>
 #include <numbers>
 #include <numeric>
+#include <stdexcept>
+#include <string>
 
 namespace vantor
 {
+namespace
+{
 
-spectrum::spectrum(size_t length) : sums_(length)
+/** The Hann window, symmetric, so that no sample is weighted with 0. */
+std::vector<double> hann_window(size_t length)
 {
     const double step = 2.0 * std::numbers::pi / static_cast<double>(length);
-    for (size_t k = 0; k < length; ++k)
+    std::vector<double> window;
+    for (size_t n = 0; n < length; ++n)
     {
-        const double angle = step * static_cast<double>(k);
-        window_.push_back(0.5 - 0.5 * std::cos(angle + step / 2.0)); // symmetric, no sample weighted with 0
-        turns_.push_back(std::polar(1.0, -angle));
+        window.push_back(0.5 - 0.5 * std::cos(step * (static_cast<double>(n) + 0.5)));
     }
+    return window;
+}
+
+/** The length, when KissFFT can transform it. */
+size_t transformable(size_t length)
+{
+    if (length == 0)
+    {
+        throw std::invalid_argument("A stretch of a spectrum is empty; it needs at least one sample.");
+    }
+    return length;
+}
+
+} // namespace
+
+spectrum::spectrum(size_t length)
+    : transform_(transformable(length), false), window_(hann_window(length)), weighted_(length),
+      transformed_(length), sums_(length)
+{
 }
 
 void spectrum::add(const std::vector<std::complex<double>> &stretch)
 {
     const size_t length = sums_.size();
+    if (stretch.size() != length)
+    {
+        throw std::invalid_argument("A stretch of a spectrum has " + std::to_string(stretch.size()) +
+                                    " samples; it needs " + std::to_string(length) + ".");
+    }
     const auto mean =
         std::accumulate(stretch.begin(), stretch.end(), std::complex<double>()) / static_cast<double>(length);
+    for (size_t n = 0; n < length; ++n)
+    {
+        weighted_[n] = window_[n] * (stretch[n] - mean);
+    }
+    transform_.transform(weighted_.data(), transformed_.data());
     for (size_t k = 0; k < length; ++k)
     {
-        const size_t bin = (k + length - length / 2) % length;
-        std::complex<double> sum;
-        for (size_t n = 0; n < length; ++n)
-        {
-            sum += window_[n] * (stretch[n] - mean) * turns_[bin * n % length];
-        }
-        sums_[k] += std::norm(sum);
+        sums_[k] += std::norm(transformed_[(k + length - length / 2) % length]);
     }
     ++count_;
 }

@@ -6,7 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
+#include <random>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -53,6 +56,82 @@ TEST(spectrum, leaves_out_what_does_not_change)
     {
         EXPECT_NEAR(power, 0.0, 1e-18);
     }
+}
+
+/** Samples with noise, some tones and a mean, the same in every run. */
+std::vector<std::complex<double>> make_stretch(size_t length, uint32_t seed)
+{
+    std::mt19937 noise(seed);
+    const auto draw = [&noise] { return static_cast<double>(noise()) / 0x1p32 * 2000.0 - 1000.0; };
+    std::vector<std::complex<double>> stretch;
+    for (size_t n = 0; n < length; ++n)
+    {
+        const auto time = static_cast<double>(n);
+        stretch.push_back(std::complex(700.0, -300.0) + std::polar(20000.0, 0.7 * time) +
+                          std::polar(400.0, -2.1 * time) + std::complex(draw(), draw()));
+    }
+    return stretch;
+}
+
+/** The power at a frequency, in turns a sample, of a stretch without its mean in a Hann window: the
+ * definition. */
+double direct_power(const std::vector<std::complex<double>> &stretch, double frequency)
+{
+    constexpr double pi = std::numbers::pi;
+    const auto length = static_cast<double>(stretch.size());
+    const auto mean = std::accumulate(stretch.begin(), stretch.end(), std::complex<double>()) / length;
+    std::complex<double> sum;
+    for (size_t n = 0; n < stretch.size(); ++n)
+    {
+        const auto time = static_cast<double>(n);
+        const double weight = std::pow(std::sin(pi * (time + 0.5) / length), 2);
+        sum += weight * (stretch[n] - mean) * std::polar(1.0, -2.0 * pi * frequency * time);
+    }
+    return std::norm(sum);
+}
+
+/** Compares a spectrum of two stretches with direct sums. */
+class spectrum_of_length : public testing::TestWithParam<size_t>
+{
+};
+
+TEST_P(spectrum_of_length, is_the_mean_of_direct_sums)
+{
+    const auto length = GetParam();
+    const auto first = make_stretch(length, 1);
+    const auto second = make_stretch(length, 2);
+    spectrum result(length);
+    result.add(first);
+    result.add(second);
+    const auto powers = result.powers();
+    ASSERT_EQ(powers.size(), length);
+    const double rounding = 1e-12 * *std::max_element(powers.begin(), powers.end());
+    for (size_t k = 0; k < length; ++k)
+    {
+        const double frequency =
+            (static_cast<double>(k) - static_cast<double>(length / 2)) / static_cast<double>(length);
+        const double expected = (direct_power(first, frequency) + direct_power(second, frequency)) / 2.0;
+        EXPECT_NEAR(powers[k], expected, rounding) << k;
+    }
+}
+
+// 1; powers of 2, 3 and 5; products of small primes; primes, which have a code of their own from 7 on.
+INSTANTIATE_TEST_SUITE_P(lengths, spectrum_of_length,
+                         testing::Values(1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 15, 16, 25, 27, 31, 49, 60, 77,
+                                         125, 256, 480, 509, 511, 512));
+
+TEST(spectrum, has_no_power_without_a_stretch)
+{
+    EXPECT_THAT(spectrum(3).powers(), testing::Each(0.0));
+}
+
+TEST(spectrum, refuses_empty_stretches_and_those_of_another_length)
+{
+    EXPECT_THROW(spectrum(0), std::invalid_argument);
+    spectrum result(16);
+    EXPECT_THROW(result.add(make_stretch(15, 1)), std::invalid_argument);
+    EXPECT_THROW(result.add(make_stretch(17, 1)), std::invalid_argument);
+    EXPECT_EQ(result.count(), 0U);
 }
 
 /**
