@@ -75,7 +75,7 @@ typedef struct
     zet_simulator_fault_kind_t kind; /**< what goes wrong */
     uint32_t skip;                   /**< calls that go well before the fault */
     uint32_t count;                  /**< calls that it strikes; 0 for all that follow */
-    uint32_t bytes_per_second;       /**< speed of a slow link */
+    uint32_t bytes_per_second;       /**< rate of a slow link */
 } zet_simulator_fault_t;
 
 /** What the sensors see. */

@@ -2,8 +2,8 @@
  * The server core: takes the host's commands, drives the backend and answers. The protocol is in
  * docs/protocol.md.
  *
- * The file reads upwards from what leaves the server to what enters it: messages, the session, the speed of
- * the link, the commands, and last the functions that the port calls.
+ * The file reads upwards from what leaves the server to what enters it: messages, the session, the baud rate
+ * of the link, the commands, and last the functions that the port calls.
  */
 #include "zet_vantor_server.h"
 
@@ -29,7 +29,7 @@ namespace
 /** Version of the protocol in docs/protocol.md. */
 constexpr uint32_t protocol_version = 1;
 
-/** Seconds within which a new speed of the link must be confirmed. */
+/** Seconds within which a new baud rate of the link must be confirmed. */
 constexpr uint64_t baudrate_trial_seconds = 2;
 
 /** A baud rate serves when it is off by at most one part in this many: 2 %. */
@@ -53,7 +53,7 @@ struct server_t
     vantor_server_interface_t link; /**< the same link, with counted bytes: what the backend gets */
     zet_server_clock_t clock;       /**< the time */
     zet_line_buffer_t line;         /**< the command that comes in */
-    bool input_restarted;           /**< what has been received belongs to another speed or host */
+    bool input_restarted;           /**< what has been received belongs to another baud rate or host */
 
     zet_log_ring_t log; /**< log lines for the host */
     uint8_t log_levels; /**< how many levels the host wants, the most severe first; 0 for none */
@@ -62,10 +62,10 @@ struct server_t
     uint32_t tick_period;  /**< ticks between two frames; 0 when the server does not pace them */
     uint64_t next_frame;   /**< when the next frame of a paced stream is due */
 
-    uint32_t baudrate;           /**< speed of the link */
-    uint32_t confirmed_baudrate; /**< last speed at which the host was heard */
-    bool baudrate_on_trial;      /**< the speed has not been confirmed yet */
-    uint64_t trial_end;          /**< when the server goes back to the confirmed speed */
+    uint32_t baudrate;           /**< baud rate of the link */
+    uint32_t confirmed_baudrate; /**< last baud rate at which the host was heard */
+    bool baudrate_on_trial;      /**< the baud rate has not been confirmed yet */
+    uint64_t trial_end;          /**< when the server goes back to the confirmed baud rate */
 
     uint64_t frames;          /**< frames sent since the start */
     uint64_t frames_left_out; /**< due moments of paced streams that passed without a frame */
@@ -251,9 +251,9 @@ void continue_stream()
     }
 }
 
-// ---- the speed of the link --------------------------------------------------------------------------------
+// ---- the baud rate of the link ----------------------------------------------------------------------------
 
-/** Tells whether the link's speed can be changed, and changed back in time. */
+/** Whether the link's baud rate can be changed, and changed back in time. */
 bool can_change_baudrate()
 {
     return server.port.link.set_baudrate != nullptr && server.port.link.max_baudrate > 0 &&
@@ -271,14 +271,14 @@ void discard_input()
     server.input_restarted = true;
 }
 
-/** Changes the speed of the link. */
+/** Changes the baud rate of the link. */
 void change_baudrate(uint32_t baudrate)
 {
     server.port.link.set_baudrate(baudrate);
     server.baudrate = baudrate;
 }
 
-/** Goes back to the last confirmed speed when the host has not been heard in time. */
+/** Goes back to the last confirmed baud rate when the host has not been heard in time. */
 void watch_baudrate()
 {
     if (server.baudrate_on_trial && zet_server_clock_read(&server.clock) >= server.trial_end)
@@ -515,7 +515,7 @@ void obey_end(const command_t *self, const cJSON * /*command*/)
     answer(self->name);
 }
 
-/** The answer still leaves at the old speed. */
+/** The answer still leaves at the old baud rate. */
 void obey_baudrate(const command_t *self, const cJSON *command)
 {
     if (!can_change_baudrate())
@@ -534,7 +534,7 @@ void obey_baudrate(const command_t *self, const cJSON *command)
     {
         return;
     }
-    // Before the answer: a host that has it may speak at the new speed at once.
+    // Before the answer: a host that has it may speak at the new baud rate at once.
     discard_input();
     answer(self->name);
     change_baudrate(static_cast<uint32_t>(baudrate));

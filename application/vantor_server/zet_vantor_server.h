@@ -104,7 +104,7 @@ void zet_vantor_server_receive(const char *data, size_t size);
 uint32_t zet_vantor_server_step(void);
 
 /**
- * Tells whether nobody would notice a restart: there is no session, no command half received, and no speed of
+ * Whether nobody would notice a restart: there is no session, no command half received, and no baud rate of
  * the link that may still be taken back.
  */
 bool zet_vantor_server_is_idle(void);

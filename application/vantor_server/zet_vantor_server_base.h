@@ -22,9 +22,9 @@ typedef void write_data_function_t(const void *data, uint32_t size);
 typedef void restart_input_function_t(void);
 
 /**
- * Changes the speed of the link, once everything written before has left.
+ * Changes the baud rate of the link, once everything written before has left.
  *
- * @param baudrate  the new speed in baud, at most the interface's `max_baudrate`
+ * @param baudrate  the new baud rate, at most the interface's `max_baudrate`
  */
 typedef void set_baudrate_function_t(uint32_t baudrate);
 
@@ -36,8 +36,8 @@ typedef struct
 {
     write_data_function_t *write;            /**< sends to the host */
     restart_input_function_t *restart_input; /**< discards pending input; null when there is none */
-    set_baudrate_function_t *set_baudrate;   /**< changes the link's speed; null when it is fixed */
-    uint32_t max_baudrate;                   /**< highest speed in baud; 0 when the speed is fixed */
+    set_baudrate_function_t *set_baudrate;   /**< changes the link's baud rate; null when it is fixed */
+    uint32_t max_baudrate;                   /**< highest baud rate; 0 when it is fixed */
     get_tick_function_t *get_tick;           /**< reads the tick; null when there is no clock */
     uint32_t ticks_per_second;               /**< ticks in a second; 0 when there is no clock */
 } vantor_server_interface_t;

@@ -36,7 +36,8 @@ constexpr const char *bad_argument =
 
 constexpr const char *wrong_state = "Send the command when the session is in a state that allows it.";
 
-constexpr const char *baudrate_fixed = "Leave \"baudrate\" out: the speed of this server's link is fixed.";
+constexpr const char *baudrate_fixed =
+    "Leave \"baudrate\" out: the baud rate of this server's link is fixed.";
 
 constexpr const char *configuration_refused =
     "Give every group of \"groups\" at least one item and make every item an object; if they are, memory is "

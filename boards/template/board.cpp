@@ -159,8 +159,8 @@ void board_sensor_set_enable(uint32_t sensor_id, bool on)
     set_pin(first_enable + sensor_id - 1U, on);
 }
 
-// Mode, speed and the times around the chip select are in the sensor's data sheet. The buffer may lie at an
-// odd address. With DMA: wait here until it is done.
+// Mode, clock rate and the times around the chip select are in the sensor's data sheet. The buffer may lie at
+// an odd address. With DMA: wait here until it is done.
 void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
 {
     set_pin(first_select + sensor_id - 1U, false);

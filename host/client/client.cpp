@@ -58,9 +58,10 @@ std::string answer_to(const std::string &command)
 /** Throws because nothing of use came in time. */
 [[noreturn]] void throw_timeout(const std::string &awaited)
 {
-    throw timeout_error("The server sent no " + awaited +
-                        " in time. Check the line and its speed, that nothing else uses the server, and that "
-                        "the board does not restart (see its log).");
+    throw timeout_error(
+        "The server sent no " + awaited +
+        " in time. Check the line and its baud rate, that nothing else uses the server, and that "
+        "the board does not restart (see its log).");
 }
 
 } // namespace

@@ -85,7 +85,7 @@ public:
 
     void set_baudrate(uint32_t /*baudrate*/) override
     {
-        // A pseudo-terminal carries bytes at any speed; the switch has nothing to do beyond its protocol.
+        // A pseudo-terminal carries bytes at any baud rate; the switch has nothing to do beyond its protocol.
     }
 
 private:

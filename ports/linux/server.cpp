@@ -95,7 +95,8 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     current_clock = clock;
     static std::array<char, line_size> line;
 
-    // The core's time-outs are meant for a host that lives in real time, so a virtual clock offers no speeds.
+    // The core's time-outs are meant for a host that lives in real time, so a virtual clock offers no baud
+    // rates.
     zet_vantor_server_port_t port = {};
     port.link = {write_to_host, restart_input,   set_baudrate, virtual_clock ? 0 : link.max_baudrate(),
                  get_tick,      ticks_per_second};

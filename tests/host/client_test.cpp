@@ -353,21 +353,21 @@ public:
         return std::string("serial:") + ptsname(master_) + "@9600";
     }
 
-    /** The speed to which the host has set the line. */
-    speed_t speed()
+    /** The baud rate to which the host has set the line. */
+    speed_t baudrate()
     {
         tcgetattr(device_, &settings_);
         return cfgetospeed(&settings_);
     }
 
-    /** The speed at which the host sent its ping. */
-    std::atomic<speed_t> speed_of_ping = B0;
+    /** The baud rate at which the host sent its ping. */
+    std::atomic<speed_t> baudrate_of_ping = B0;
 
 private:
     void run()
     {
         std::string line;
-        for (char byte = 0; speed_of_ping == B0 && read(master_, &byte, 1) == 1;)
+        for (char byte = 0; baudrate_of_ping == B0 && read(master_, &byte, 1) == 1;)
         {
             line += byte;
             if (byte == '\n')
@@ -382,7 +382,7 @@ private:
     {
         if (line.find("ping") != std::string::npos)
         {
-            speed_of_ping = speed();
+            baudrate_of_ping = baudrate();
             const std::string pong = R"({"status":"ok","command":"pong","payload_size":0})"
                                      "\n";
             EXPECT_EQ(write(master_, pong.data(), pong.size()), static_cast<ssize_t>(pong.size()));
@@ -415,10 +415,10 @@ TEST(client, sets_the_speed_of_a_serial_line_and_sets_it_back)
 {
     serial_server server;
     client host(parse_address(server.address()), patience);
-    EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
+    EXPECT_EQ(server.baudrate(), static_cast<speed_t>(B9600));
     EXPECT_THROW(host.set_baudrate(115200), protocol_error);
-    EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B115200));
-    EXPECT_EQ(server.speed(), static_cast<speed_t>(B9600));
+    EXPECT_EQ(server.baudrate_of_ping, static_cast<speed_t>(B115200));
+    EXPECT_EQ(server.baudrate(), static_cast<speed_t>(B9600));
 }
 
 TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
@@ -428,7 +428,7 @@ TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
     host.reconnect();
     EXPECT_EQ(host.server().sensor, "k330");
     EXPECT_THROW(host.ping(), protocol_error);
-    EXPECT_EQ(server.speed_of_ping, static_cast<speed_t>(B9600));
+    EXPECT_EQ(server.baudrate_of_ping, static_cast<speed_t>(B9600));
 }
 
 TEST(client, does_not_change_the_speed_of_a_network)
@@ -630,8 +630,8 @@ TEST_F(client_time, gives_up_on_a_server_that_never_answers)
     EXPECT_THAT(
         [&] { connect({.answer = 2s}); },
         ThrowsMessage<timeout_error>("The server sent no answer to \"end\" in time. Check the line and its "
-                                     "speed, that nothing else uses the server, and that the board does not "
-                                     "restart (see its log)."));
+                                     "baud rate, that nothing else uses the server, and that the board does "
+                                     "not restart (see its log)."));
     EXPECT_EQ(server.lines().size(), lines + 2);
 }
 

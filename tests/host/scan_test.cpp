@@ -39,7 +39,7 @@ protected:
         options.devices = std::move(devices);
         const auto open = [this](const address &where) {
             const auto &line = std::get<serial_address>(where);
-            speed = line.baudrate;
+            baudrate = line.baudrate;
             if (line.device == "missing")
             {
                 throw connect_error("missing is not there.");
@@ -77,7 +77,7 @@ protected:
     std::ostringstream out;
     std::ostringstream err;
     scan_options options;
-    uint32_t speed = 0;
+    uint32_t baudrate = 0;
 
 private:
     std::map<std::string, test::scripted_server> servers_;
@@ -94,7 +94,7 @@ TEST_F(scan_test, finds_the_servers_among_other_devices)
     EXPECT_EQ(out.str(), "serial:first@921600  vantor_server 0.1.0, k330, connected: 1, 2\n"
                          "serial:second@921600  vantor_server 0.1.0, k330, connected: 1, 2\n");
     EXPECT_EQ(err.str(), "vantor: silent does not answer.\nvantor: missing is not there.\n");
-    EXPECT_EQ(speed, 921600U);
+    EXPECT_EQ(baudrate, 921600U);
 }
 
 TEST_F(scan_test, shows_the_name_of_a_board)

@@ -64,7 +64,7 @@ public:
         return written_;
     }
 
-    /** The speed to which the near end is set. */
+    /** The baud rate to which the near end is set. */
     [[nodiscard]] uint32_t baudrate() const noexcept
     {
         return baudrate_;

@@ -3,7 +3,7 @@
  *
  * In a block marked "conversation" a line with > goes to the server and a line with < must come from it, to
  * the letter. Text in quotation marks that ends with … is only compared up to there. "(n bytes)" is a
- * payload. "conversation serial" needs a link whose speed can be changed.
+ * payload. "conversation serial" needs a link whose baud rate can be changed.
  */
 #include <fstream>
 #include <regex>

@@ -1,5 +1,5 @@
 /** @file
- * The server core and the speed of its link.
+ * The server core and the baud rate of its link.
  */
 #include "server_fixture.h"
 

@@ -139,8 +139,8 @@ public:
     void forward_log(std::string_view level, log_handler handler);
 
     /**
-     * Changes the speed of a serial line at both ends. When the server does not answer at the new speed, the
-     * line goes back to the old one, and so does the server within two seconds.
+     * Changes the baud rate of a serial line at both ends. When the server does not answer at the new one,
+     * the line goes back to the old one, and so does the server within two seconds.
      *
      * @param baudrate  in bits per second, at most server().max_baudrate
      */

@@ -47,11 +47,11 @@ public:
     virtual void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) = 0;
 
     /**
-     * Changes the speed of a serial line.
+     * Changes the baud rate of a serial line.
      *
      * @param baudrate  in bits per second
-     * @return the speed before
-     * @throws error when the link has no such speed
+     * @return the baud rate before
+     * @throws error when the link has no such baud rate
      */
     virtual uint32_t set_baudrate(uint32_t baudrate) = 0;
 };

@@ -31,7 +31,7 @@ struct fake_port_t
 {
     std::string sent;                /**< bytes for the host that have not been looked at */
     uint32_t tick = 0;               /**< the clock */
-    std::vector<uint32_t> baudrates; /**< speeds that were set */
+    std::vector<uint32_t> baudrates; /**< those that were set */
     int input_restarts = 0;          /**< how often pending input was discarded */
     zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
     zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234",
@@ -43,10 +43,10 @@ extern fake_port_t fake_port;
 /** Takes all complete messages out of what was sent. Anything that is no message fails the test. */
 std::vector<message_t> take_messages();
 
-/** A port with a clock of 1 MHz, a line of 4096 bytes, 1000 values and a fixed speed. */
+/** A port with a clock of 1 MHz, a line of 4096 bytes, 1000 values and a fixed baud rate. */
 zet_vantor_server_port_t plain_port();
 
-/** The same with a speed of 115200 baud that can be changed up to 1000000 baud. */
+/** The same with a baud rate of 115200 that can be changed up to 1000000 baud. */
 zet_vantor_server_port_t serial_port();
 
 /** A configuration that the stand-in accepts. */
