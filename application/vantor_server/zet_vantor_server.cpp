@@ -10,13 +10,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <iterator>
 
 #include <cjson/cJSON.h>
 
 #include "zet_cjson_utils.h"
 #include "zet_json_scanner.h"
 #include "zet_json_writer.h"
+#include "zet_log_levels.h"
 #include "zet_vantor_server_clock.h"
 #include "zet_vantor_server_errors.h"
 #include "zet_vantor_server_line.h"
@@ -78,12 +78,6 @@ server_t server;
 
 // ---- messages ---------------------------------------------------------------------------------------------
 
-/** Words for the levels of the log, from the most severe on. */
-constexpr const char *log_level_words[] = {"ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG"};
-
-/** Number of log levels. */
-constexpr uint8_t log_level_count = std::size(log_level_words);
-
 /** Sends to the host and counts. */
 void send_to_host(const void *data, uint32_t size)
 {
@@ -129,7 +123,7 @@ void send_log_line(zet_log_level_t level, const char *module, const char *text, 
 {
     zet_json_writer_t writer;
     begin_message(&writer, "log");
-    write_string_member(&writer, "level", log_level_words[level]);
+    write_string_member(&writer, "level", zet_log_level_words[level]);
     write_string_member(&writer, "module", module);
     write_string_member(&writer, "message", text);
     if (lost > 0)
@@ -550,11 +544,11 @@ int find_log_levels(const char *word)
     {
         return 0;
     }
-    for (int i = 0; i < log_level_count; ++i)
+    for (size_t i = 0; i < zet_log_level_words.size(); ++i)
     {
-        if (std::strcmp(word, log_level_words[i]) == 0)
+        if (std::strcmp(word, zet_log_level_words[i]) == 0)
         {
-            return i + 1;
+            return static_cast<int>(i) + 1;
         }
     }
     return -1;

@@ -12,6 +12,7 @@
 #include "faults.h"
 #include "retained.h"
 #include "zet_integration_log.h"
+#include "zet_log_levels.h"
 #include "zet_vantor_server.h"
 
 namespace
@@ -60,9 +61,8 @@ bool write(const char *text, uint64_t deadline_us)
 
 void log_to_port(zet_log_level_t level, const char *module, const char *text)
 {
-    static constexpr const char *names[] = {"error: ", "warning: ", "info: ", "verbose: ", "debug: "};
     const uint64_t deadline_us = clock_now_us() + patience_us;
-    for (const char *part : {names[level], module, ": ", text, "\r\n"})
+    for (const char *part : {zet_log_level_prefixes[level].data(), module, ": ", text, "\r\n"})
     {
         (void)write(part, deadline_us);
     }

@@ -13,6 +13,7 @@
 #include "options.h"
 #include "scene_file.h"
 #include "server.h"
+#include "zet_log_levels.h"
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
 
@@ -28,10 +29,9 @@ zet_log_level_t stderr_log_level;
 /** Takes every log line of the board: for standard error, and for a host that asked for it. */
 void log_line(zet_log_level_t level, const char *module, const char *text)
 {
-    static constexpr const char *names[] = {"error", "warning", "info", "verbose", "debug"};
     if (level <= stderr_log_level)
     {
-        std::cerr << names[level] << ": " << module << ": " << text << "\n";
+        std::cerr << zet_log_level_prefixes[level].data() << module << ": " << text << "\n";
     }
     zet_vantor_server_log(level, module, text);
 }

@@ -8,19 +8,15 @@
 #include <charconv>
 #include <iostream>
 #include <limits>
-#include <map>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "zet_log_levels.h"
+
 namespace
 {
-
-const std::map<std::string, zet_log_level_t> log_levels = {
-    {"ERROR", ZET_LOG_LEVEL_ERROR},     {"WARNING", ZET_LOG_LEVEL_WARNING}, {"INFO", ZET_LOG_LEVEL_INFO},
-    {"VERBOSE", ZET_LOG_LEVEL_VERBOSE}, {"DEBUG", ZET_LOG_LEVEL_DEBUG},
-};
 
 /** The board's memory may be as small as on a microcontroller. */
 constexpr uint64_t smallest_memory = 4096;
@@ -82,19 +78,31 @@ void add_number(CLI::App &app, const std::string &name, Number &target, const st
         ->default_str(std::to_string(target));
 }
 
-/** Takes the name of a log level, in any case. */
+/** The words of the log levels as a list in a sentence; conjunction stands before the last one. */
+std::string list_of_log_levels(const std::string &conjunction)
+{
+    std::string list = zet_log_level_words.front();
+    for (size_t i = 1; i < zet_log_level_words.size(); ++i)
+    {
+        const bool is_last = i + 1 == zet_log_level_words.size();
+        list += (is_last ? " " + conjunction + " " : ", ") + zet_log_level_words[i];
+    }
+    return list;
+}
+
+/** Takes the word of a log level, in any case. */
 zet_log_level_t parse_log_level(const std::string &text)
 {
     std::string name = text;
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    const auto found = log_levels.find(name);
-    if (found == log_levels.end())
+    const auto *const found = std::find(zet_log_level_words.begin(), zet_log_level_words.end(), name);
+    if (found == zet_log_level_words.end())
     {
         throw CLI::ValidationError("--log-level",
-                                   "\"" + text + "\" is not one of ERROR, WARNING, INFO, VERBOSE and DEBUG");
+                                   "\"" + text + "\" is not one of " + list_of_log_levels("and"));
     }
-    return found->second;
+    return static_cast<zet_log_level_t>(found - zet_log_level_words.begin());
 }
 
 /** Adds the options of which one is needed. */
@@ -163,7 +171,7 @@ void add_board_options(CLI::App &app, options_t &options)
         ->default_str("real");
     app.add_option_function<std::string>(
            "--log-level", [&options](const std::string &text) { options.log_level = parse_log_level(text); },
-           "Least severe log line that goes to standard error: ERROR, WARNING, INFO, VERBOSE or DEBUG")
+           "Least severe log line that goes to standard error: " + list_of_log_levels("or"))
         ->type_name("LEVEL")
         ->default_str("WARNING");
 }

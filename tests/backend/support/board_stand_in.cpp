@@ -9,6 +9,7 @@
 #include "neighbours.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_integration_log.h"
+#include "zet_log_levels.h"
 
 using namespace backend_tests;
 
@@ -52,7 +53,6 @@ const zet_hal_k330_t *zet_hal_nox_integration_get_implementation(void)
 
 void zet_integration_log(zet_log_level_t level, const char *module, const char *format, ...)
 {
-    constexpr std::array<const char *, 5> level_names{"ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG"};
     std::array<char, 256> text{};
     va_list arguments;
     va_start(arguments, format);
@@ -60,6 +60,6 @@ void zet_integration_log(zet_log_level_t level, const char *module, const char *
     (void)std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     const bool own_tag = std::string_view(module) == "vantor_server_system_k330";
-    neighbours().calls.add(call_kind_t::log, std::string("[") + level_names.at(level) + "] " +
+    neighbours().calls.add(call_kind_t::log, std::string("[") + zet_log_level_words.at(level) + "] " +
                                                  (own_tag ? "" : std::string(module) + ": ") + text.data());
 }
