@@ -37,10 +37,10 @@ const nlohmann::json &array_member(const nlohmann::json &object, const char *nam
 int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t lowest, int64_t highest);
 
 /** Reads a member as a whole number that fits the type; throws protocol_error when it does not. */
-template <typename Integer> Integer integer_member(const nlohmann::json &object, const char *name)
+template <typename integer_t> integer_t integer_member(const nlohmann::json &object, const char *name)
 {
-    using limits = std::numeric_limits<Integer>;
-    return static_cast<Integer>(to_integer(member(object, name), name, limits::min(), limits::max()));
+    using limits = std::numeric_limits<integer_t>;
+    return static_cast<integer_t>(to_integer(member(object, name), name, limits::min(), limits::max()));
 }
 
 /** Reads a member as a length or an offset in samples; throws protocol_error when it is none. */

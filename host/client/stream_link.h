@@ -22,7 +22,7 @@ namespace vantor
 {
 
 /** A link over a socket or a serial port. */
-template <typename Stream> class stream_link : public link
+template <typename stream_t> class stream_link : public link
 {
 public:
     stream_link() : stream_(io_)
@@ -58,7 +58,7 @@ public:
 
 protected:
     /** The stream, for opening it. */
-    Stream &stream() noexcept
+    stream_t &stream() noexcept
     {
         return stream_;
     }
@@ -82,12 +82,12 @@ private:
      *
      * @return its error, operation_aborted when it was cancelled, and the number of bytes moved
      */
-    template <typename Start>
-    std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, Start &&start)
+    template <typename start_t>
+    std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)
     {
         std::pair<asio::error_code, size_t> outcome;
         bool complete = false;
-        std::forward<Start>(start)([&](const asio::error_code &failure, size_t count) {
+        std::forward<start_t>(start)([&](const asio::error_code &failure, size_t count) {
             outcome = {failure, count};
             complete = true;
         });
@@ -103,7 +103,7 @@ private:
     }
 
     asio::io_context io_;
-    Stream stream_;
+    stream_t stream_;
 };
 
 } // namespace vantor

@@ -24,9 +24,9 @@ namespace
 {
 
 /** Reads a whole number, all of the text; nothing when it is not one or does not fit. */
-template <typename Number> std::optional<Number> parse_number(const std::string &text)
+template <typename number_t> std::optional<number_t> parse_number(const std::string &text)
 {
-    Number value{};
+    number_t value{};
     const auto *const end = text.data() + text.size();
     const auto [stop, failure] = std::from_chars(text.data(), end, value);
     return failure == std::errc{} && stop == end ? std::optional(value) : std::nullopt;

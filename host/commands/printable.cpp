@@ -57,7 +57,8 @@ bool is_control(uint32_t code)
 }
 
 /** Replaces each control character. */
-template <typename Replacement> std::string replace_controls(std::string_view text, Replacement replacement)
+template <typename replacement_t>
+std::string replace_controls(std::string_view text, replacement_t replacement)
 {
     std::string replaced;
     while (!text.empty())

@@ -25,7 +25,7 @@ constexpr size_t npy_alignment = 64;
 constexpr size_t npy_prefix = 10;
 
 /** Appends a number in its shortest exact form, and a separator. */
-template <typename Number> void append_number(std::string &text, Number value, char separator)
+template <typename number_t> void append_number(std::string &text, number_t value, char separator)
 {
     std::array<char, 32> digits{};
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
@@ -88,10 +88,10 @@ std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
 }
 
 /** Writes one file for each item: a head, then frame after frame. */
-template <typename Head, typename Body>
+template <typename head_t, typename body_t>
 std::vector<std::filesystem::path> write_items(session_reader &recording,
                                                const std::filesystem::path &directory, const char *extension,
-                                               Head head, Body body)
+                                               head_t head, body_t body)
 {
     std::error_code failure;
     std::filesystem::create_directories(directory, failure);

@@ -37,7 +37,7 @@ bool split(std::string_view line, std::array<std::string_view, column_count> &ce
 }
 
 /** Reads a cell as a number; false when it is none. */
-template <typename Number> bool read_cell(std::string_view cell, Number &value)
+template <typename number_t> bool read_cell(std::string_view cell, number_t &value)
 {
     const auto [stop, failure] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
     return failure == std::errc{} && stop == cell.data() + cell.size();
@@ -50,7 +50,7 @@ template <> bool read_cell(std::string_view cell, bool &value)
 }
 
 /** Reads a cell that may be empty. */
-template <typename Value> bool read_cell(std::string_view cell, std::optional<Value> &value)
+template <typename value_t> bool read_cell(std::string_view cell, std::optional<value_t> &value)
 {
     return cell.empty() || read_cell(cell, value.emplace());
 }

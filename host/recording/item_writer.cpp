@@ -14,7 +14,7 @@ namespace
 {
 
 /** Appends a cell: a number in its shortest exact form, or 0 and 1 for false and true. */
-template <typename Number> void append_cell(std::string &row, Number value)
+template <typename number_t> void append_cell(std::string &row, number_t value)
 {
     std::array<char, 32> digits{};
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
@@ -28,7 +28,7 @@ template <> void append_cell(std::string &row, bool value)
 }
 
 /** Appends a cell that is empty when there is no value. */
-template <typename Value> void append_cell(std::string &row, const std::optional<Value> &value)
+template <typename value_t> void append_cell(std::string &row, const std::optional<value_t> &value)
 {
     if (value)
     {

@@ -58,8 +58,8 @@ std::string parse_tcp_address(const std::string &text, options_t &options)
 }
 
 /** Adds an option whose value is a decimal whole number within bounds; its present value is the default. */
-template <typename Number>
-void add_number(CLI::App &app, const std::string &name, Number &target, const std::string &help,
+template <typename number_t>
+void add_number(CLI::App &app, const std::string &name, number_t &target, const std::string &help,
                 uint64_t least, uint64_t most)
 {
     const auto take = [=, &target](const std::string &text) {
@@ -71,7 +71,7 @@ void add_number(CLI::App &app, const std::string &name, Number &target, const st
             throw CLI::ValidationError(name, "\"" + text + "\" is not a whole number from " +
                                                  std::to_string(least) + " to " + std::to_string(most));
         }
-        target = static_cast<Number>(value);
+        target = static_cast<number_t>(value);
     };
     app.add_option_function<std::string>(name, take, help)
         ->type_name("NUMBER")

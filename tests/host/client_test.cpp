@@ -448,7 +448,7 @@ protected:
     }
 
     /** How much time an action takes that ends with a time-out. */
-    template <typename Action> test::manual_clock::duration time_until_given_up(Action action)
+    template <typename action_t> test::manual_clock::duration time_until_given_up(action_t action)
     {
         const auto before = clock.now();
         EXPECT_THROW(action(), timeout_error);

@@ -36,7 +36,7 @@ std::string written_float(float value)
 }
 
 /** A text by the standard library: the shortest one, or the shortest one with an exponent. */
-template <class number_t, class... format_t> std::string shortest(number_t value, format_t... format)
+template <typename number_t, typename... format_t> std::string shortest(number_t value, format_t... format)
 {
     char text[400];
     return {text, std::to_chars(text, text + sizeof text, value, format...).ptr};
@@ -44,7 +44,7 @@ template <class number_t, class... format_t> std::string shortest(number_t value
 
 /** The text that is due for a number that is not 0: the library's, which goes on in digits that mean nothing.
  */
-template <class number_t> std::string expected_text(number_t value)
+template <typename number_t> std::string expected_text(number_t value)
 {
     const std::string plain = shortest(value);
     const std::string scientific = shortest(value, std::chars_format::scientific);

@@ -82,7 +82,7 @@ cJSON *nested(uint32_t depth)
 }
 
 /** The shortest text of a number by the standard library. */
-template <class number_t> std::string shortest(number_t value)
+template <typename number_t> std::string shortest(number_t value)
 {
     char text[400];
     return {text, std::to_chars(text, text + sizeof text, value).ptr};
@@ -92,7 +92,7 @@ template <class number_t> std::string shortest(number_t value)
  * Checks that a number that is no small whole one is written as the standard library does and reads back. A
  * large whole number may end in zeros where the library goes on in digits that mean nothing.
  */
-template <class number_t> void expect_shortest(number_t value)
+template <typename number_t> void expect_shortest(number_t value)
 {
     const std::string text = written(static_cast<double>(value));
     number_t read = 0;
