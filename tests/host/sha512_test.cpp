@@ -84,7 +84,8 @@ TEST(sha512, reports_that_libcrypto_has_no_such_digest)
 TEST(sha512, has_no_digest_after_a_failure)
 {
     sha512 digest;
-    const sha512 successor(std::move(digest)); // leaves it as a failure does
+    // Leaves it as a failure does.
+    const sha512 successor(std::move(digest));
     EXPECT_THROW(digest.update({}), recording_error);
     EXPECT_THROW(static_cast<void>(digest.digest()), recording_error);
     EXPECT_EQ(successor.digest(), sha512_of(""));
