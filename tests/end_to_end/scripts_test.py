@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -56,29 +57,105 @@ class ConfigurationDocument(unittest.TestCase):
             self.assertNotRegex(protocol, rf"(?m)^\| `{name}` \|")
 
 
-class Summary(unittest.TestCase):
-    """Runs ./test in a directory in which every stage is a stand-in."""
+class Folder(unittest.TestCase):
+    """Runs a script in a folder of its own, in which other programs are stand-ins."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def write(self, path, text):
+        """Writes a file."""
+        path = os.path.join(self.folder, path)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(text)
+
+    def stand_in(self, directory, name, what):
+        """Writes a program that does something."""
+        self.write(os.path.join(directory, name), f"#!/bin/sh\n{what}\n")
+        os.chmod(os.path.join(self.folder, directory, name), 0o755)
+
+    def run_script(self, *command):
+        """Runs a script of the folder, which finds the stand-ins first."""
+        environment = {**os.environ, "PATH": os.path.join(self.folder, "bin") + ":" + os.environ["PATH"]}
+        return run(os.path.join(self.folder, command[0]), *command[1:], env=environment)
+
+
+class Conventions(Folder):
+    """What `scripts/lint --layout` says about one file with one line."""
+
+    # What breaks a convention, and what looks alike and does not.
+    LINES = {
+        "write ++i": (
+            ("host/a.cpp", "    i++;"), ("host/a.cpp", "    for (; i < n; i++)"), ("ports/a.h", "    a->b[1].c--;"),
+            ("host/a.cpp", "    ++i;"), ("host/a.cpp", "    *out++ = a[i++];"), ("host/a.cpp", "    take(i++);")),
+        "use std::size": (
+            ("ports/a.cpp", "size = sizeof names / sizeof names[0];"), ("ports/a.cpp", "sizeof(a) / sizeof(a[0]);"),
+            ("tests/a.cpp", "size_t n = sizeof a/sizeof a[0];"),
+            ("ports/a.cpp", "sizeof(block_t) / sizeof(uint16_t);")),
+        "write integer types": (
+            ("host/a.h", "std::uint32_t a;"), ("host/a.h", "std::vector<std::size_t> b;"),
+            ("host/a.h", "std::intptr_t c;"),
+            ("host/a.h", "uint32_t a;"), ("host/a.h", "std::time_t b;"), ("host/a.h", "/** Not std::size_t. */")),
+        "put the comment above": (
+            ("boards/a.h", "int a; // the first"), ("host/a.cpp", "call(a, // the first"),
+            ("host/a.cpp", "int a; ///< first"),
+            ("host/a.cpp", "int a; /**< the first */"), ("host/a.cpp", "    // The first."),
+            ("host/a.cpp", "} // namespace a"), ("host/a.cpp", "open(a); // NOLINT(some-check)")),
+        "name functions of C": (
+            ("ports/a.cpp", "memcpy(a, b, c);"), ("host/a.cpp", "x = (strlen(text));"),
+            ("host/a.cpp", "::printf(a);"),
+            ("ports/a.cpp", "std::memcpy(a, b, c);"), ("ports/a.c", "memcpy(a, b, c);"),
+            ("ports/firmware/cortex_m4/libc.cpp", "void *memcpy(void *to, const void *from, size_t size)")),
+        "end no type name in _t": (
+            ("host/a.cpp", "struct a_t"), ("simulator/a.cpp", "enum class a_t : uint8_t"),
+            ("tests/host/a.cpp", "using a_t = int;"),
+            ("host/a.cpp", "struct a"), ("ports/a.cpp", "struct a_t"), ("host/a.cpp", "template <typename a_t>")),
+    }
+    BAD = 3
+
+    def setUp(self):
+        super().setUp()
+        shutil.copy(os.path.join(ROOT, "scripts/lint"), self.folder)
+        os.renames(os.path.join(self.folder, "lint"), os.path.join(self.folder, "scripts/lint"))
+        self.stand_in("bin", "clang-format", "true")
+
+    def lint(self, path, line):
+        """The outcome for a source with a line."""
+        self.write(path, f"/** @file\n * Sample.\n */\n{line}\n")
+        self.stand_in("bin", "git", f"echo {path}")
+        return self.run_script("scripts/lint", "--layout")
+
+    def test_lines_that_break_one(self):
+        for advice, lines in self.LINES.items():
+            for path, line in lines[:self.BAD]:
+                with self.subTest(line):
+                    result = self.lint(path, line)
+                    self.assertEqual((result.returncode, result.stdout.splitlines()[1:]), (1, [f"{path}:4:{line}"]))
+                    self.assertRegex(result.stderr, f"^conventions: {re.escape(advice)}.*\n$")
+
+    def test_lines_that_break_none(self):
+        for lines in self.LINES.values():
+            for path, line in lines[self.BAD:]:
+                with self.subTest(line):
+                    result = self.lint(path, line)
+                    self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+
+class Summary(Folder):
+    """Runs ./test in a folder in which every stage is a stand-in."""
+
+    def setUp(self):
+        super().setUp()
         shutil.copy(os.path.join(ROOT, "test"), self.folder)
         for name in ("packages", "lint", "coverage"):
             self.stand_in("scripts", name, "true")
         for name in ("cmake", "ctest"):
             self.stand_in("bin", name, "echo 100% tests passed")
 
-    def stand_in(self, directory, name, what):
-        """Writes a program that does something."""
-        os.makedirs(os.path.join(self.folder, directory), exist_ok=True)
-        path = os.path.join(self.folder, directory, name)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(f"#!/bin/sh\n{what}\n")
-        os.chmod(path, 0o755)
-
     def outcome(self):
         """The exit code of ./test and what it says of all stages."""
-        environment = {**os.environ, "PATH": os.path.join(self.folder, "bin") + ":" + os.environ["PATH"]}
-        result = run(os.path.join(self.folder, "test"), env=environment)
+        result = self.run_script("test")
         return result.returncode, [line for line in result.stdout.splitlines() if line.endswith((" passed.", "FAILED."))]
 
     def test_all_passed(self):
