@@ -24,7 +24,7 @@ enum class uart_t : uintptr_t
 };
 
 /** Registers of a port, as offsets. */
-enum register_t : uintptr_t
+enum class register_t : uintptr_t
 {
     data = 0x0U,
     state = 0x4U,
@@ -45,7 +45,7 @@ constexpr uint32_t largest_divider = (1U << 20U) - 1U;
 
 volatile uint32_t &at(uart_t uart, register_t offset)
 {
-    return hardware_register(static_cast<uintptr_t>(uart) + offset);
+    return hardware_register(static_cast<uintptr_t>(uart) + static_cast<uintptr_t>(offset));
 }
 
 uint32_t divider_for(uint32_t baudrate)
@@ -56,14 +56,14 @@ uint32_t divider_for(uint32_t baudrate)
 
 void open(uart_t uart, uint32_t baudrate, uint32_t directions)
 {
-    at(uart, control) = 0;
-    at(uart, baud_divider) = divider_for(baudrate);
-    at(uart, control) = directions;
+    at(uart, register_t::control) = 0;
+    at(uart, register_t::baud_divider) = divider_for(baudrate);
+    at(uart, register_t::control) = directions;
 }
 
 bool can_send(uart_t uart)
 {
-    return (at(uart, state) & state_send_full) == 0U;
+    return (at(uart, register_t::state) & state_send_full) == 0U;
 }
 
 } // namespace
@@ -90,7 +90,7 @@ bool board_log_can_send(void)
 
 void board_log_send(uint8_t byte)
 {
-    at(uart_t::log, data) = byte;
+    at(uart_t::log, register_t::data) = byte;
 }
 
 uint32_t board_link_nearest_baudrate(uint32_t baudrate)
@@ -110,7 +110,7 @@ bool board_link_can_send(void)
 
 void board_link_send(uint8_t byte)
 {
-    at(uart_t::link, data) = byte;
+    at(uart_t::link, register_t::data) = byte;
 }
 
 bool board_link_is_drained(void)
@@ -121,16 +121,16 @@ bool board_link_is_drained(void)
 // The interrupt is cleared first: reading lets the next byte come, whose interrupt must not be lost.
 bool board_link_receive(uint8_t *byte)
 {
-    at(uart_t::link, interrupt_clear) = receive_interrupt;
-    const uint32_t present = at(uart_t::link, state);
+    at(uart_t::link, register_t::interrupt_clear) = receive_interrupt;
+    const uint32_t present = at(uart_t::link, register_t::state);
     if ((present & state_receive_full) != 0U)
     {
-        *byte = static_cast<uint8_t>(at(uart_t::link, data));
+        *byte = static_cast<uint8_t>(at(uart_t::link, register_t::data));
         return true;
     }
     if ((present & state_receive_overrun) != 0U)
     {
-        at(uart_t::link, state) = state_receive_overrun;
+        at(uart_t::link, register_t::state) = state_receive_overrun;
         *byte = 0;
         return true;
     }

@@ -17,7 +17,7 @@ constexpr uint64_t stall_time_us = 5000000;
 /** Bits of a byte on the wire, start and stop bit included, times microseconds of a second. */
 constexpr uint32_t byte_time_us_baud = 10000000;
 
-constinit cortex_m4::receive_ring<BOARD_RING_SIZE> ring;
+constinit cortex_m4::receive_ring_t<BOARD_RING_SIZE> ring;
 bool stalled;
 uint32_t current_baudrate;
 

@@ -11,7 +11,7 @@
 namespace
 {
 
-using ring_t = cortex_m4::receive_ring<8>;
+using ring_t = cortex_m4::receive_ring_t<8>;
 
 void take(ring_t &ring, std::string_view bytes)
 {

@@ -18,7 +18,7 @@ namespace cortex_m4
  *
  * @tparam capacity  in bytes, the mark of a loss included; a power of two
  */
-template <uint32_t capacity> class receive_ring
+template <uint32_t capacity> class receive_ring_t
 {
 public:
     static_assert(capacity > 1 && (capacity & (capacity - 1)) == 0, "counts go round at a power of two");
