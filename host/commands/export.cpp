@@ -34,7 +34,7 @@ struct export_options
 /** Writes the files, showing progress on a terminal; returns them. */
 std::vector<std::filesystem::path> write_files(const export_options &options, const command_streams &streams)
 {
-    session_reader recording(options.recording);
+    recording_reader recording(options.recording);
     const reading_progress progress(recording, streams, 1);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
     return options.format == "csv" ? export_csv(recording, output) : export_npy(recording, output);

@@ -13,7 +13,7 @@
 #include "commands/text_table.h"
 #include "recording/frame_table.h"
 #include "recording/recording_error.h"
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -36,7 +36,7 @@ struct table_figures
 };
 
 /** Goes through the table of an item's frames. */
-table_figures read_table(const session_reader &recording, const recorded_item &item)
+table_figures read_table(const recording_reader &recording, const recorded_item &item)
 {
     table_figures figures;
     frame_table table(recording.directory() / (item.name + ".frames.csv"));
@@ -71,7 +71,7 @@ uint64_t frames_lost(const recorded_item &item)
 }
 
 /** One item for programs. */
-nlohmann::ordered_json to_json(const session_reader &recording, const recorded_item &item)
+nlohmann::ordered_json to_json(const recording_reader &recording, const recorded_item &item)
 {
     const auto figures = read_table(recording, item);
     nlohmann::ordered_json entry = {{"name", item.name},
@@ -94,7 +94,7 @@ nlohmann::ordered_json to_json(const session_reader &recording, const recorded_i
 }
 
 /** The whole recording for programs. */
-nlohmann::ordered_json to_json(const session_reader &recording)
+nlohmann::ordered_json to_json(const recording_reader &recording)
 {
     auto items = nlohmann::ordered_json::array();
     bool complete = true;
@@ -160,7 +160,7 @@ command info_command()
             .footer = info_footer,
             .options = {recording_argument(options->recording), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
-                const auto about = to_json(session_reader(options->recording));
+                const auto about = to_json(recording_reader(options->recording));
                 if (options->json)
                 {
                     print_json(streams.out, about);

@@ -37,7 +37,7 @@ struct plot_options
 /** Draws, showing progress on a terminal; returns the picture's place. */
 std::filesystem::path draw(const plot_options &options, const command_streams &streams)
 {
-    session_reader recording(options.recording);
+    recording_reader recording(options.recording);
     const reading_progress progress(recording, streams, 2);
     auto output = options.output.empty() ? recording.directory() / "picture.png" : options.output;
     draw_recording(recording, output, options.distance);

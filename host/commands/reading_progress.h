@@ -6,7 +6,7 @@
 
 #include "commands/command_line.h"
 #include "commands/progress.h"
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -20,7 +20,7 @@ public:
      * @param streams    where to show it
      * @param times      how often each frame of each item is going to be read
      */
-    reading_progress(session_reader &recording, const command_streams &streams, unsigned times)
+    reading_progress(recording_reader &recording, const command_streams &streams, unsigned times)
         : recording_(recording), line_(streams.err, streams.terminal,
                                        {.frames = recording.frames() * recording.items().size() * times})
     {
@@ -37,7 +37,7 @@ public:
     }
 
 private:
-    session_reader &recording_;
+    recording_reader &recording_;
     progress_line line_;
 };
 

@@ -109,7 +109,7 @@ void print_items(std::ostream &out, const session_metadata &metadata,
 
 /** What was recorded, for programs. */
 nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vector<item_configuration> &items,
-                               const recorder &recorded, const session_writer &writer)
+                               const recorder &recorded, const recording_writer &writer)
 {
     auto list = nlohmann::ordered_json::array();
     for (size_t i = 0; i < items.size(); ++i)
@@ -136,7 +136,7 @@ nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vect
 }
 
 /** Prints what was recorded in all. */
-void print_summary(std::ostream &out, const session_writer &writer, const recorder &recorded)
+void print_summary(std::ostream &out, const recording_writer &writer, const recorder &recorded)
 {
     const auto frames = static_cast<double>(writer.frames());
     const auto bytes = static_cast<double>(writer.data_length());
@@ -203,7 +203,7 @@ exit_code record(const record_options &options, const command_streams &streams,
                                   " has no items, so there is nothing to record: add some to \"groups\".");
     }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
-    session_writer writer(output, {configuration, *metadata, server.server()});
+    recording_writer writer(output, {configuration, *metadata, server.server()});
     recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()),
                       now);
     const auto failure = run_recorder(recorded, options, streams, now);

@@ -29,11 +29,11 @@ struct record_options
 };
 
 /**
- * Records a session and prints what it holds.
+ * Records a session and prints what the recording contains.
  *
  * @return success, or interrupted
  * @throws configuration_error, recording_error and the exceptions of the client; a recording that was begun
- * is whole nevertheless
+ * is intact nevertheless
  */
 exit_code record(const record_options &options, const command_streams &streams);
 

@@ -29,7 +29,7 @@ constexpr double most_lost = std::numeric_limits<uint32_t>::max();
 
 } // namespace
 
-recorder::recorder(client &source, session_writer &destination, const session_metadata &metadata,
+recorder::recorder(client &source, recording_writer &destination, const session_metadata &metadata,
                    double period, time_source now)
     : source_(source), destination_(destination), period_(period), now_(std::move(now))
 {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "recording/item_statistics.h"
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 #include "vantor/client.h"
 
 namespace vantor
@@ -37,13 +37,13 @@ public:
      * @param period       time from one frame to the next in seconds; 0 when not known
      * @param now          the clock by which the source waits
      */
-    recorder(client &source, session_writer &destination, const session_metadata &metadata, double period,
+    recorder(client &source, recording_writer &destination, const session_metadata &metadata, double period,
              time_source now = std::chrono::steady_clock::now);
 
     /**
      * Records. A message that arrives damaged counts as lost frames and does not end the recording.
      *
-     * @throws what client and session_writer throw; the recording holds every frame that arrived before
+     * @throws what client and recording_writer throw; the recording holds every frame that arrived before
      */
     void run(const recorder_limits &limits);
 
@@ -82,7 +82,7 @@ private:
     void note_loss(const frame &next);
 
     client &source_;
-    session_writer &destination_;
+    recording_writer &destination_;
     double period_;
     time_source now_;
     std::vector<item_statistics> statistics_;

@@ -41,7 +41,7 @@ struct replay_options
 };
 
 /** Serves a host until it goes, and shows how many frames it got. */
-void serve(session_reader &recording, link &host, const command_streams &streams)
+void serve(recording_reader &recording, link &host, const command_streams &streams)
 {
     replay_server server(recording, host);
     progress_line progress(streams.err, streams.terminal, {});
@@ -52,7 +52,7 @@ void serve(session_reader &recording, link &host, const command_streams &streams
 }
 
 /** Serves a host until it goes, or hangs and is let go. */
-void serve_and_forget(session_reader &recording, link &host, const command_streams &streams)
+void serve_and_forget(recording_reader &recording, link &host, const command_streams &streams)
 {
     try
     {
@@ -69,7 +69,7 @@ void serve_and_forget(session_reader &recording, link &host, const command_strea
 /** Serves one host after the other until all have been served, or a signal asks to stop. */
 exit_code replay(const replay_options &options, const command_streams &streams)
 {
-    session_reader recording(options.recording);
+    recording_reader recording(options.recording);
     if (recording.frames() == 0)
     {
         throw bad_recording("The recording contains no whole frame, so there is nothing to replay.");

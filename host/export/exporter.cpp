@@ -61,7 +61,7 @@ std::string csv_lines(const recorded_item &item, uint64_t number, const std::vec
 
 /** The head of an NPY file of version 1.0: a description of the array, padded so that the data are aligned.
  */
-std::string npy_head(const session_reader &recording, const recorded_item &item)
+std::string npy_head(const recording_reader &recording, const recorded_item &item)
 {
     std::string description =
         "{'descr': '<c8', 'fortran_order': False, 'shape': (" + std::to_string(recording.frames()) + ", " +
@@ -89,7 +89,7 @@ std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
 
 /** Writes one file for each item: a head, then frame after frame. */
 template <typename head_t, typename body_t>
-std::vector<std::filesystem::path> write_items(session_reader &recording,
+std::vector<std::filesystem::path> write_items(recording_reader &recording,
                                                const std::filesystem::path &directory, const char *extension,
                                                head_t head, body_t body)
 {
@@ -120,7 +120,7 @@ std::vector<std::filesystem::path> write_items(session_reader &recording,
 
 } // namespace
 
-std::vector<std::filesystem::path> export_csv(session_reader &recording,
+std::vector<std::filesystem::path> export_csv(recording_reader &recording,
                                               const std::filesystem::path &directory)
 {
     return write_items(
@@ -130,7 +130,7 @@ std::vector<std::filesystem::path> export_csv(session_reader &recording,
            const std::vector<sample> &samples) { file.append(csv_lines(item, number, samples)); });
 }
 
-std::vector<std::filesystem::path> export_npy(session_reader &recording,
+std::vector<std::filesystem::path> export_npy(recording_reader &recording,
                                               const std::filesystem::path &directory)
 {
     return write_items(

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -21,7 +21,7 @@ namespace vantor
  * @return the files written
  * @throws recording_error when a file exists or cannot be written
  */
-std::vector<std::filesystem::path> export_csv(session_reader &recording,
+std::vector<std::filesystem::path> export_csv(recording_reader &recording,
                                               const std::filesystem::path &directory);
 
 /**
@@ -32,7 +32,7 @@ std::vector<std::filesystem::path> export_csv(session_reader &recording,
  * @return the files written
  * @throws recording_error when a file exists or cannot be written
  */
-std::vector<std::filesystem::path> export_npy(session_reader &recording,
+std::vector<std::filesystem::path> export_npy(recording_reader &recording,
                                               const std::filesystem::path &directory);
 
 } // namespace vantor

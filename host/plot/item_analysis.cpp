@@ -53,7 +53,7 @@ size_t choose_point(const recorded_item &item, const item_statistics &statistics
 class frame_rows
 {
 public:
-    frame_rows(const session_reader &recording, const recorded_item &item)
+    frame_rows(const recording_reader &recording, const recorded_item &item)
         : table_(recording.directory() / (item.name + ".frames.csv"))
     {
     }
@@ -87,7 +87,7 @@ private:
 };
 
 /** The most valid frames that follow one another. */
-uint64_t longest_run(const session_reader &recording, const recorded_item &item)
+uint64_t longest_run(const recording_reader &recording, const recorded_item &item)
 {
     frame_rows rows(recording, item);
     uint64_t longest = 0;
@@ -242,7 +242,7 @@ std::complex<double> sum_sweeps(const std::vector<sample> &samples, size_t point
 }
 
 /** Goes through the frames a second time, now that the point is known. */
-void follow_point(session_reader &recording, size_t index, uint64_t valid_run, item_analysis &analysis)
+void follow_point(recording_reader &recording, size_t index, uint64_t valid_run, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
     const auto &layout = item.layout;
@@ -282,7 +282,7 @@ void follow_point(session_reader &recording, size_t index, uint64_t valid_run, i
 
 } // namespace
 
-item_analysis analyse_item(session_reader &recording, size_t index, std::optional<double> distance)
+item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance)
 {
     const auto &item = recording.items()[index];
     const auto valid_run = longest_run(recording, item);

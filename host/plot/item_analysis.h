@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -46,7 +46,7 @@ struct item_analysis
  * @param distance   where phase and Doppler look, in metres; the strongest echo when not given
  * @throws bad_recording when a file cannot be read
  */
-item_analysis analyse_item(session_reader &recording, size_t index, std::optional<double> distance);
+item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance);
 
 } // namespace vantor
 

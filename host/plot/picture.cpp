@@ -235,7 +235,7 @@ std::string draw_item(const recorded_item &item, const item_analysis &analysis, 
 }
 
 /** Writes an item's figures to files and returns the commands that draw them. */
-std::string prepare_item(session_reader &recording, size_t index, std::optional<double> distance,
+std::string prepare_item(recording_reader &recording, size_t index, std::optional<double> distance,
                          const std::filesystem::path &base)
 {
     const auto &item = recording.items()[index];
@@ -257,7 +257,7 @@ int sheet_height(const sheet_format &format, size_t items)
     return count * std::min(format.row_height, format.highest / count);
 }
 
-void draw_recording(session_reader &recording, const std::filesystem::path &output,
+void draw_recording(recording_reader &recording, const std::filesystem::path &output,
                     std::optional<double> distance, const sheet_format &format)
 {
     const auto count = recording.items().size();

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -35,7 +35,7 @@ int sheet_height(const sheet_format &format, size_t items);
  * @throws recording_error when the picture cannot be written
  * @throws error when gnuplot is missing or fails
  */
-void draw_recording(session_reader &recording, const std::filesystem::path &output,
+void draw_recording(recording_reader &recording, const std::filesystem::path &output,
                     std::optional<double> distance, const sheet_format &format = {});
 
 } // namespace vantor

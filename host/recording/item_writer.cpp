@@ -1,5 +1,5 @@
 /** @file
- * Writes one item of a session.
+ * Writes one item of a recording.
  */
 #include "recording/item_writer.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * Writes one item of a session: its samples, and a table with one line for each frame.
+ * Writes one item of a recording: its samples, and a table with one line for each frame.
  */
 #ifndef VANTOR_ITEM_WRITER_H
 #define VANTOR_ITEM_WRITER_H
@@ -24,7 +24,7 @@ inline constexpr std::string_view frame_table_head =
     "cca_detected,tx_enabled\n";
 
 /**
- * Writes one item of a session. A frame is first appended and then committed, so that a session whose disk
+ * Writes one item of a recording. A frame is first appended and then committed, so that one whose disk
  * fills up can drop the frame from all of its items.
  */
 class item_writer

@@ -43,7 +43,7 @@ ordered_json describe(const frame_row &row, uint32_t more_ticks)
 
 } // namespace
 
-frame_source::frame_source(session_reader &recording) : recording_(recording)
+frame_source::frame_source(recording_reader &recording) : recording_(recording)
 {
     rewind();
 }

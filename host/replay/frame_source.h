@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "recording/frame_table.h"
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 namespace vantor
 {
@@ -26,7 +26,7 @@ class frame_source
 {
 public:
     /** @param recording  with at least one frame */
-    explicit frame_source(session_reader &recording);
+    explicit frame_source(recording_reader &recording);
 
     /** Begins with the first frame again. */
     void rewind();
@@ -42,7 +42,7 @@ private:
     void open_tables();
     void begin_lap();
 
-    session_reader &recording_;
+    recording_reader &recording_;
     std::vector<frame_table> tables_;
     uint64_t number_ = 0;       /**< of the next frame */
     double lap_seconds_ = 0.0;  /**< when the present lap began */

@@ -27,7 +27,7 @@ constexpr size_t longest_line = 1 << 20;
 
 } // namespace
 
-replay_server::replay_server(session_reader &recording, link &host, time_source now)
+replay_server::replay_server(recording_reader &recording, link &host, time_source now)
     : recording_(recording), host_(host), now_(std::move(now)), frames_(recording)
 {
 }

@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 #include "replay/frame_source.h"
 #include "vantor/link.h"
 #include "vantor/time_source.h"
@@ -30,7 +30,7 @@ public:
      * @param host       the link to the host
      * @param now        the clock for the pace of the frames, by which the link waits
      */
-    replay_server(session_reader &recording, link &host, time_source now = std::chrono::steady_clock::now);
+    replay_server(recording_reader &recording, link &host, time_source now = std::chrono::steady_clock::now);
 
     /**
      * Serves the host until it goes.
@@ -70,7 +70,7 @@ private:
     void send_due_frame();
     [[nodiscard]] std::chrono::nanoseconds time_until_due() const;
 
-    session_reader &recording_;
+    recording_reader &recording_;
     link &host_;
     time_source now_;
     frame_source frames_;

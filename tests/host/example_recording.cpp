@@ -4,7 +4,7 @@
 #include "example_recording.h"
 
 #include "fake_server.h"
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 
 namespace vantor::test
 {
@@ -32,7 +32,7 @@ session_description example_description()
 
 void write_example_recording(const std::filesystem::path &directory, uint32_t frames)
 {
-    session_writer writer(directory, example_description());
+    recording_writer writer(directory, example_description());
     for (uint32_t number = 0; number < frames; ++number)
     {
         writer.add(example_frame(number));

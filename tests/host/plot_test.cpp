@@ -19,7 +19,7 @@
 #include "plot/item_analysis.h"
 #include "plot/spectrum.h"
 #include "recording/recording_error.h"
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 #include "temporary_directory.h"
 
 namespace vantor
@@ -144,7 +144,7 @@ void write_turning_recording(const std::filesystem::path &directory, int frames,
     const auto session = test::example_session();
     const auto description = test::example_description();
     const auto metadata = std::make_shared<const session_metadata>(description.metadata);
-    session_writer writer(directory, description);
+    recording_writer writer(directory, description);
     for (int number = 0; number < frames; ++number)
     {
         message received;
@@ -173,7 +173,7 @@ TEST(item_analysis, follows_the_strongest_echo)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 64, 1.0);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     EXPECT_EQ(analysis.point, 12U);
     EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
@@ -192,7 +192,7 @@ TEST(item_analysis, leaves_out_frames_that_are_not_valid)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 64, 1.0, {0, 63});
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     EXPECT_EQ(analysis.point, 12U);
     EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
@@ -210,7 +210,7 @@ TEST(item_analysis, shows_the_level_when_no_frame_is_valid)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 3, 1.0, {0, 1, 2});
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     EXPECT_EQ(analysis.point, 3U);
     EXPECT_TRUE(analysis.phase.empty());
@@ -222,7 +222,7 @@ TEST(item_analysis, looks_where_it_is_told_to)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 2, 0.0);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     EXPECT_EQ(analyse_item(recording, 0, 0.25 + 3 * 0.01 + 0.002).point, 3U);
     EXPECT_TRUE(analyse_item(recording, 0, 0.3).powers.empty());
 }
@@ -231,7 +231,7 @@ TEST(item_analysis, keeps_the_map_small)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 1000, 0.1);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 1, std::nullopt);
     EXPECT_LE(analysis.map.size(), 400U);
     EXPECT_GE(analysis.map.size(), 200U);
@@ -252,7 +252,7 @@ TEST(picture, is_a_png_of_one_row_for_each_item)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 40, 0.3);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto file = directory / "it's a picture.png";
     draw_recording(recording, file, std::nullopt);
     const auto bytes = read_file(file);
@@ -264,7 +264,7 @@ TEST(picture, is_drawn_of_a_single_frame)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 1, 0.0);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     draw_recording(recording, directory / "one.png", std::nullopt);
     EXPECT_TRUE(std::filesystem::exists(directory / "one.png"));
 }
@@ -283,7 +283,7 @@ void write_items(const std::filesystem::path &directory, size_t items, int point
     document["metadata"] = std::vector{std::vector(items, layout)};
     description.metadata = decode_metadata(document);
     const auto metadata = std::make_shared<const session_metadata>(description.metadata);
-    session_writer writer(directory, description);
+    recording_writer writer(directory, description);
     for (uint32_t number = 0; number < 20; ++number)
     {
         message received;
@@ -301,7 +301,7 @@ TEST(picture, is_drawn_of_many_items)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 30, 5, 0.0025);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const sheet_format small{.width = 600, .row_height = 120, .highest = 3000};
     draw_recording(recording, directory / "many.png", std::nullopt, small);
     EXPECT_EQ(size_of(read_file(directory / "many.png")), std::pair(600, 3000));
@@ -311,7 +311,7 @@ TEST(picture, is_no_higher_than_what_draws_it_can_make_it)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 2, 5, 0.0025);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const sheet_format narrow{.width = 300, .row_height = 20000};
     draw_recording(recording, directory / "high.png", std::nullopt, narrow);
     EXPECT_EQ(size_of(read_file(directory / "high.png")), std::pair(300, 32000));
@@ -330,7 +330,7 @@ TEST(picture, is_drawn_of_a_single_point_without_a_warning)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 1, 1, 0.0025);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     testing::internal::CaptureStderr();
     draw_recording(recording, directory / "one.png", std::nullopt);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -340,7 +340,7 @@ TEST(picture, is_drawn_without_knowing_distances)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 1, 5, std::nan(""));
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     testing::internal::CaptureStderr();
     draw_recording(recording, directory / "unknown.png", std::nullopt);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -350,10 +350,10 @@ TEST(picture, is_not_drawn_of_nothing_or_to_nowhere)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "empty", 0);
-    session_reader empty(directory / "empty");
+    recording_reader empty(directory / "empty");
     EXPECT_THROW(draw_recording(empty, directory / "x.png", std::nullopt), bad_recording);
     write_turning_recording(directory / "out", 2, 0.0);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     EXPECT_THROW(draw_recording(recording, directory / "no/such/directory.png", std::nullopt),
                  recording_error);
 }

@@ -12,7 +12,7 @@
 
 #include "client/tcp_listener.h"
 #include "example_recording.h"
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 #include "scripted_line.h"
 #include "server_script.h"
 #include "temporary_directory.h"
@@ -54,7 +54,7 @@ public:
 private:
     void serve()
     {
-        session_reader recording(directory_ / "out");
+        recording_reader recording(directory_ / "out");
         const auto host = listener_.accept(1min);
         try
         {
@@ -110,7 +110,7 @@ protected:
     void record(const std::vector<uint32_t> &ticks)
     {
         const auto description = test::example_description();
-        session_writer writer(directory / "out", description);
+        recording_writer writer(directory / "out", description);
         for (const auto tick : ticks)
         {
             message received;
@@ -126,7 +126,7 @@ protected:
     /** Serves the recording for some time. */
     void serve(moment duration)
     {
-        session_reader recording(directory / "out");
+        recording_reader recording(directory / "out");
         replay_server server(recording, *host, clock.source());
         send(0ms, "configure");
         send(5ms, "start");

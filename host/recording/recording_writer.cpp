@@ -1,7 +1,7 @@
 /** @file
- * Writes a session to a directory while it is being received.
+ * Writes a recording while its session is being received.
  */
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 
 #include <array>
 #include <chrono>
@@ -54,7 +54,7 @@ void make_new_directory(const std::filesystem::path &directory)
 
 } // namespace
 
-session_writer::session_writer(std::filesystem::path directory, session_description session)
+recording_writer::recording_writer(std::filesystem::path directory, session_description session)
     : directory_(std::move(directory)), session_(std::move(session))
 {
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
@@ -71,7 +71,7 @@ session_writer::session_writer(std::filesystem::path directory, session_descript
     write_documents(false);
 }
 
-void session_writer::add(const frame &received)
+void recording_writer::add(const frame &received)
 {
     try
     {
@@ -99,7 +99,7 @@ void session_writer::add(const frame &received)
     ++frames_;
 }
 
-void session_writer::add_loss(uint64_t frames)
+void recording_writer::add_loss(uint64_t frames)
 {
     frames_lost_ += frames;
     if (captures_.back().first_frame == frames_)
@@ -109,12 +109,12 @@ void session_writer::add_loss(uint64_t frames)
     captures_.push_back({.first_frame = frames_, .frames_lost = frames_lost_, .datetime = present_time()});
 }
 
-void session_writer::finish()
+void recording_writer::finish()
 {
     write_documents(true);
 }
 
-uint64_t session_writer::data_length() const noexcept
+uint64_t recording_writer::data_length() const noexcept
 {
     uint64_t length = 0;
     for (const auto &item : items_)
@@ -125,7 +125,7 @@ uint64_t session_writer::data_length() const noexcept
 }
 
 /** Writes the items' documents and the collection, which holds their digests: all of them or none. */
-void session_writer::write_documents(bool finished)
+void recording_writer::write_documents(bool finished)
 {
     std::vector<stream> streams;
     std::vector<file_text> documents;

@@ -1,8 +1,8 @@
 /** @file
- * Reads the recording of a session.
+ * Reads a recording.
  */
-#ifndef VANTOR_SESSION_READER_H
-#define VANTOR_SESSION_READER_H
+#ifndef VANTOR_RECORDING_READER_H
+#define VANTOR_RECORDING_READER_H
 
 #include <cstdint>
 #include <filesystem>
@@ -32,7 +32,7 @@ struct recorded_item
 };
 
 /** A recording, complete or not. */
-class session_reader
+class recording_reader
 {
 public:
     /**
@@ -41,7 +41,7 @@ public:
      * @param place  its directory, or any of its SigMF documents
      * @throws bad_recording when there is none, or its documents contradict one another
      */
-    explicit session_reader(const std::filesystem::path &place);
+    explicit recording_reader(const std::filesystem::path &place);
 
     /** What was recorded. */
     [[nodiscard]] const session_description &session() const noexcept

@@ -1,8 +1,8 @@
 /** @file
- * Writes a session to a directory while it is being received.
+ * Writes a recording while its session is being received.
  */
-#ifndef VANTOR_SESSION_WRITER_H
-#define VANTOR_SESSION_WRITER_H
+#ifndef VANTOR_RECORDING_WRITER_H
+#define VANTOR_RECORDING_WRITER_H
 
 #include <cstdint>
 #include <filesystem>
@@ -16,12 +16,12 @@ namespace vantor
 {
 
 /**
- * Writes a session: a SigMF recording for each item and a collection.
+ * Writes a recording: a SigMF recording for each item and a collection.
  *
  * The recording can be read at any moment, also when the program is killed: frames are appended whole, and
  * the documents are there from the start. Memory does not grow with the number of frames.
  */
-class session_writer
+class recording_writer
 {
 public:
     /**
@@ -32,7 +32,7 @@ public:
      * @throws protocol_error when the server measures other items than those of the configuration
      * @throws recording_error when it cannot be created
      */
-    session_writer(std::filesystem::path directory, session_description session);
+    recording_writer(std::filesystem::path directory, session_description session);
 
     /**
      * Appends a frame.

@@ -1,7 +1,7 @@
 /** @file
- * Reads the recording of a session.
+ * Reads a recording.
  */
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 #include <algorithm>
 #include <iterator>
@@ -67,7 +67,7 @@ std::filesystem::path directory_of(const std::filesystem::path &place)
 
 } // namespace
 
-session_reader::session_reader(const std::filesystem::path &place) : directory_(directory_of(place))
+recording_reader::recording_reader(const std::filesystem::path &place) : directory_(directory_of(place))
 {
     const auto file = directory_ / (std::string(collection_name) + ".sigmf-collection");
     const auto document = read_document(file);
@@ -92,7 +92,7 @@ session_reader::session_reader(const std::filesystem::path &place) : directory_(
 }
 
 /** Opens the files of each item. */
-void session_reader::open_items()
+void recording_reader::open_items()
 {
     const auto configurations = list_items(session_.configuration);
     if (configurations.size() != session_.metadata.items.size())
@@ -113,7 +113,7 @@ void session_reader::open_items()
 }
 
 /** Counts the frames that are whole in every item. */
-uint64_t session_reader::count_frames() const
+uint64_t recording_reader::count_frames() const
 {
     uint64_t least = items_.empty() ? 0 : std::numeric_limits<uint64_t>::max();
     for (const auto &item : items_)
@@ -130,7 +130,7 @@ uint64_t session_reader::count_frames() const
     return least;
 }
 
-void session_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)
+void recording_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)
 {
     const auto length = items_.at(item).layout.frame_length;
     samples.resize(length);

@@ -1,7 +1,7 @@
 /** @file
  * Tests of recordings as files: their samples, tables and SigMF documents, also when writing fails.
  */
-#include "recording/session_writer.h"
+#include "recording/recording_writer.h"
 
 #include <csignal>
 #include <regex>
@@ -63,10 +63,10 @@ void expect_valid_sigmf(const json &document)
     }
 }
 
-TEST(session_writer, writes_samples_as_they_came)
+TEST(recording_writer, writes_samples_as_they_came)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     std::string first;
     std::string second;
     std::string third;
@@ -86,10 +86,10 @@ TEST(session_writer, writes_samples_as_they_came)
     EXPECT_EQ(read_file(directory / "out/group-2-item-1.sigmf-data"), third);
 }
 
-TEST(session_writer, writes_a_table_of_the_frames)
+TEST(recording_writer, writes_a_table_of_the_frames)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     writer.add(example_frame(1));
     EXPECT_EQ(
@@ -102,10 +102,10 @@ TEST(session_writer, writes_a_table_of_the_frames)
                 HasSubstr("\n1,0.02,20005,-3,0,0,0,,,,\n"));
 }
 
-TEST(session_writer, describes_each_item_as_sigmf)
+TEST(recording_writer, describes_each_item_as_sigmf)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     for (uint32_t number = 0; number < 11; ++number)
     {
         writer.add(example_frame(number));
@@ -130,12 +130,12 @@ TEST(session_writer, describes_each_item_as_sigmf)
     EXPECT_EQ(document["captures"][0]["core:sample_start"], 0);
 }
 
-TEST(session_writer, tells_no_time_without_the_servers_clock)
+TEST(recording_writer, tells_no_time_without_the_servers_clock)
 {
     const test::temporary_directory directory;
     auto description = example_description();
     description.server.ticks_per_second = 0.0;
-    session_writer writer(directory / "out", description);
+    recording_writer writer(directory / "out", description);
     writer.add(example_frame(0));
     writer.add(example_frame(1));
     writer.finish();
@@ -146,10 +146,10 @@ TEST(session_writer, tells_no_time_without_the_servers_clock)
     EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"), HasSubstr("\n1,0,20000,-3,"));
 }
 
-TEST(session_writer, holds_the_session_together_in_a_collection)
+TEST(recording_writer, holds_the_session_together_in_a_collection)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     writer.finish();
     const auto collection = read_json(directory / "out/session.sigmf-collection")["collection"];
@@ -164,10 +164,10 @@ TEST(session_writer, holds_the_session_together_in_a_collection)
     }
 }
 
-TEST(session_writer, can_be_read_while_it_is_written)
+TEST(recording_writer, can_be_read_while_it_is_written)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
     expect_valid_sigmf(document);
@@ -177,10 +177,10 @@ TEST(session_writer, can_be_read_while_it_is_written)
     EXPECT_EQ(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].size(), 3U);
 }
 
-TEST(session_writer, notes_where_frames_were_lost)
+TEST(recording_writer, notes_where_frames_were_lost)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     writer.add(example_frame(1));
     writer.add_loss(3);
@@ -199,10 +199,10 @@ TEST(session_writer, notes_where_frames_were_lost)
     EXPECT_EQ(captures[2]["core:global_index"], 8 * 40);
 }
 
-TEST(session_writer, leaves_out_rates_that_are_not_known)
+TEST(recording_writer, leaves_out_rates_that_are_not_known)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     writer.finish();
     const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
@@ -211,34 +211,34 @@ TEST(session_writer, leaves_out_rates_that_are_not_known)
     EXPECT_FALSE(document["global"].contains("vantor:frame_rate"));
 }
 
-TEST(session_writer, records_a_session_without_items)
+TEST(recording_writer, records_a_session_without_items)
 {
     const test::temporary_directory directory;
     auto description = example_description();
     description.configuration = json::object();
     description.metadata.items.clear();
-    session_writer writer(directory / "out", description);
+    recording_writer writer(directory / "out", description);
     writer.finish();
     EXPECT_TRUE(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].empty());
 }
 
-TEST(session_writer, never_overwrites)
+TEST(recording_writer, never_overwrites)
 {
     const test::temporary_directory directory;
-    const session_writer writer(directory / "out", example_description());
-    EXPECT_THAT([&] { session_writer(directory / "out", example_description()); },
+    const recording_writer writer(directory / "out", example_description());
+    EXPECT_THAT([&] { recording_writer(directory / "out", example_description()); },
                 testing::ThrowsMessage<recording_error>(HasSubstr("not empty")));
     const auto file = directory.write("file", "text");
-    EXPECT_THROW(session_writer(file, example_description()), recording_error);
+    EXPECT_THROW(recording_writer(file, example_description()), recording_error);
     EXPECT_EQ(read_file(file), "text");
 }
 
-TEST(session_writer, refuses_a_session_that_is_not_that_of_its_configuration)
+TEST(recording_writer, refuses_a_session_that_is_not_that_of_its_configuration)
 {
     const test::temporary_directory directory;
     auto description = example_description();
     description.configuration["groups"].erase(1);
-    EXPECT_THROW(session_writer(directory / "out", description), protocol_error);
+    EXPECT_THROW(recording_writer(directory / "out", description), protocol_error);
 }
 
 /** Lets files grow to so many bytes only, as a full disk does, while an object of it lives. */
@@ -265,10 +265,10 @@ private:
     rlimit before_{};
 };
 
-TEST(session_writer, ends_with_a_whole_frame_when_the_disk_is_full)
+TEST(recording_writer, ends_with_a_whole_frame_when_the_disk_is_full)
 {
     const test::temporary_directory directory;
-    session_writer writer(directory / "out", example_description());
+    recording_writer writer(directory / "out", example_description());
     const auto received = example_frame(0);
     {
         // Ten frames of the first item and a part of the eleventh.

@@ -1,7 +1,7 @@
 /** @file
  * Tests of reading recordings back, whole or not, and of turning them into other files.
  */
-#include "recording/session_reader.h"
+#include "recording/recording_reader.h"
 
 #include <bit>
 #include <cstring>
@@ -27,13 +27,13 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
 
-TEST(session_reader, reads_what_was_written)
+TEST(recording_reader, reads_what_was_written)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 4);
     for (const char *name : {"out", "out/session.sigmf-collection", "out/group-1-item-1.sigmf-meta"})
     {
-        session_reader recording(directory / name);
+        recording_reader recording(directory / name);
         EXPECT_EQ(recording.frames(), 4U);
         ASSERT_EQ(recording.items().size(), 3U);
         EXPECT_EQ(recording.session().server.sensor, "k330");
@@ -46,43 +46,43 @@ TEST(session_reader, reads_what_was_written)
     }
 }
 
-TEST(session_reader, ignores_what_follows_the_last_whole_frame)
+TEST(recording_reader, ignores_what_follows_the_last_whole_frame)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 4);
     std::filesystem::resize_file(directory / "out/group-1-item-2.sigmf-data", 3 * 100 + 50);
-    EXPECT_EQ(session_reader(directory / "out").frames(), 3U);
+    EXPECT_EQ(recording_reader(directory / "out").frames(), 3U);
 }
 
-TEST(session_reader, refuses_what_is_no_recording)
+TEST(recording_reader, refuses_what_is_no_recording)
 {
     const test::temporary_directory directory;
-    EXPECT_THAT([&] { session_reader(directory / "missing"); },
+    EXPECT_THAT([&] { recording_reader(directory / "missing"); },
                 ThrowsMessage<bad_recording>(HasSubstr("no recording")));
     write_example_recording(directory / "out", 1);
     std::filesystem::remove(directory / "out/group-2-item-1.sigmf-data");
-    EXPECT_THROW(session_reader(directory / "out"), bad_recording);
+    EXPECT_THROW(recording_reader(directory / "out"), bad_recording);
     std::ofstream(directory / "out/session.sigmf-collection") << R"({"collection": {}})";
-    EXPECT_THAT([&] { session_reader(directory / "out"); },
+    EXPECT_THAT([&] { recording_reader(directory / "out"); },
                 ThrowsMessage<bad_recording>(HasSubstr("a member is missing")));
     std::ofstream(directory / "out/session.sigmf-collection") << "no JSON";
-    EXPECT_THAT([&] { session_reader(directory / "out"); },
+    EXPECT_THAT([&] { recording_reader(directory / "out"); },
                 ThrowsMessage<bad_recording>(HasSubstr("not JSON")));
 }
 
-TEST(session_reader, refuses_documents_that_nest_too_deep)
+TEST(recording_reader, refuses_documents_that_nest_too_deep)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 1);
     std::ofstream(directory / "out/session.sigmf-collection")
         << R"({"collection": )" << std::string(100000, '[') << std::string(100000, ']') << "}";
-    EXPECT_THAT([&] { session_reader(directory / "out"); },
+    EXPECT_THAT([&] { recording_reader(directory / "out"); },
                 ThrowsMessage<bad_recording>(HasSubstr("more than 64 deep")));
 }
 
-TEST(session_reader, refuses_a_name_that_no_file_can_have)
+TEST(recording_reader, refuses_a_name_that_no_file_can_have)
 {
-    EXPECT_THROW(session_reader(std::string(300, 'a')), bad_recording);
+    EXPECT_THROW(recording_reader(std::string(300, 'a')), bad_recording);
 }
 
 TEST(frame_table, refuses_times_that_no_clock_shows)
@@ -134,7 +134,7 @@ TEST(exporter, writes_text)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 2);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     const auto files = export_csv(recording, directory / "text");
     EXPECT_EQ(files.size(), 3U);
     const auto text = read_file(directory / "text/group-1-item-1.csv");
@@ -149,7 +149,7 @@ TEST(exporter, writes_numpy_arrays)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 3);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     export_npy(recording, directory / "arrays");
     const auto file = read_file(directory / "arrays/group-1-item-1.npy");
     EXPECT_THAT(file, StartsWith(std::string("\x93NUMPY\x01\x00", 8)));
@@ -163,24 +163,24 @@ TEST(exporter, writes_numpy_arrays)
     EXPECT_EQ(value, 4000.0F);
 }
 
-TEST(session_reader, tells_how_many_frames_were_read)
+TEST(recording_reader, tells_how_many_frames_were_read)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "out", 2);
-    session_reader recording(directory / "out");
+    recording_reader recording(directory / "out");
     uint64_t reads = 0;
     recording.on_read([&](uint64_t count) { reads = count; });
     export_csv(recording, directory / "csv");
     EXPECT_EQ(reads, recording.frames() * recording.items().size());
 }
 
-TEST(session_reader, does_not_take_the_present_directory_for_one_that_is_missing)
+TEST(recording_reader, does_not_take_the_present_directory_for_one_that_is_missing)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "out", 1);
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(directory / "out");
-    EXPECT_THROW(session_reader("missing"), bad_recording);
+    EXPECT_THROW(recording_reader("missing"), bad_recording);
     std::filesystem::current_path(before);
 }
 
