@@ -27,7 +27,7 @@ def table(counts):
     lines = ["| items | message | by hand | whole frame | allocations | metadata |", "|---:|---:|---:|---:|---:|---:|"]
     lines += [f"| {c['items']}{' assessed' if c['assessed'] else ''} | {c['message']:,} | {c['by_hand']:,} "
               f"| {c['frame']:,} | {c['allocations']} | {c['metadata']:,} |" for c in sessions]
-    return "\n".join([*lines, "", f"The text of a `float` takes at most {longest_float} instructions."])
+    return "\n".join([*lines, "", f"Writing a `float` as text takes at most {longest_float} instructions."])
 
 
 def faults_of(sessions, bounds):

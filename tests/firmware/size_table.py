@@ -17,10 +17,10 @@ PARTS = (
     ("allocator", r"libvantor_memory\.a"),
     ("board", r"/boards/"),
     ("firmware", r"ports/firmware/"),
-    ("C library and compiler's", r""),
+    ("C library, compiler support", r""),
 )
 
-# The linker merges equal texts of all parts, and says of none whose it is.
+# The linker merges equal strings of all parts, so these sections belong to no single part.
 MERGED_TEXTS = r"\.rodata\S*\.str\d+\.\d+$"
 
 SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".retained", ".stacks", ".heap")
@@ -51,7 +51,7 @@ def sizes_of_parts(map_path):
     rest = {kind: sum(size for section, size in totals.items() if section in SECTIONS and section_kind(section) == kind)
             - sum(part[kind] for part in sizes.values()) for kind in ("text", "data", "bss")}
     rest["bss"] -= totals[".stacks"] + totals[".heap"]
-    return {**sizes, "texts of all parts, null guard, padding": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
+    return {**sizes, "strings of all parts, null guard, padding": rest, "stacks": {"text": 0, "data": 0, "bss": totals[".stacks"]},
             "heap": {"text": 0, "data": 0, "bss": totals[".heap"]}}
 
 
@@ -106,7 +106,7 @@ def rows(table):
     """Rows of a table of parts, with their sum."""
     total = {kind: sum(sizes[kind] for sizes in table.values()) for kind in ("text", "data", "bss")}
     return [f"| {name} | {sizes['text']:,} | {sizes['data']:,} | {sizes['bss']:,} |"
-            for name, sizes in [*table.items(), ("in all", total)]]
+            for name, sizes in [*table.items(), ("total", total)]]
 
 
 def table():
@@ -117,7 +117,7 @@ def table():
     lines = ["| part | text | data | bss |", "|---|---:|---:|---:|", *rows(parts),
              "", "| heap | bytes |", "|---|---:|"]
     lines += [f"| {name} | {size:,} |" for name, size in heap]
-    lines.append(f"| RAM in all, with a heap of that peak | {static + heap[-1][1]:,} |")
+    lines.append(f"| total RAM with a heap of that peak | {static + heap[-1][1]:,} |")
     return "\n".join(lines)
 
 
