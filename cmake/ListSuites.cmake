@@ -1,4 +1,5 @@
-# Runs in ctest: adds a test for each suite of `program`, named with `prefix`, ended after `timeout` seconds.
+# Runs in ctest: adds a test for each suite of `program`, with the name prefix `prefix` and a time-out of `timeout`
+# seconds.
 if(NOT EXISTS ${program})
   add_test(${prefix}NOT_BUILT ${program})
   return()
@@ -7,12 +8,12 @@ execute_process(COMMAND ${program} --gtest_list_tests OUTPUT_VARIABLE listed RES
 if(failure)
   message(FATAL_ERROR "${program} cannot list its tests: ${failure}")
 endif()
-# What stands behind # shows parameters, in any characters.
+# The text after # describes parameters and can contain any characters.
 string(REGEX REPLACE "#[^\n]*" "" listed "${listed}")
 string(REGEX MATCHALL "[^\n]+" lines "${listed}")
 set(found FALSE)
 foreach(line IN LISTS lines)
-  # A suite's line is "name." or, for parameters, "instance/name."; its tests are indented below it.
+  # The line of a suite is "name." or, with parameters, "instance/name."; its tests are indented below.
   if(line MATCHES "^([^ ]+)\\.( |$)")
     set(suite ${CMAKE_MATCH_1})
     set(found TRUE)

@@ -26,7 +26,7 @@ if(VANTOR_SENSOR_LIBRARY AND (NOT EXISTS "${VANTOR_SENSOR_LIBRARY}" OR IS_DIRECT
   message(FATAL_ERROR "VANTOR_SENSOR_LIBRARY is \"${VANTOR_SENSOR_LIBRARY}\", which does not exist or is a folder.")
 endif()
 
-# Finds the folder of a board, by its name or its path, and checks what it contains. The name is that of the folder.
+# Finds the folder of a board by its name or path, and checks its files. The board has the name of its folder.
 function(vantor_find_board board folder_result name_result)
   set(folder ${PROJECT_SOURCE_DIR}/boards/${board})
   if(board MATCHES "^[.]|/" OR NOT IS_DIRECTORY ${folder})
@@ -55,8 +55,8 @@ function(vantor_find_board board folder_result name_result)
 endfunction()
 
 # Adds the objects of a board: its own, and those of the firmware that depend on its numbers. Files in its folder
-# vendor/ are compiled without the project's warnings. The board's board.cmake, if there is one, can add to the
-# target, such as definitions for the vendor's files.
+# vendor/ are compiled without the project's warnings. The optional file board.cmake of the board can change the target,
+# for example to add definitions for the vendor's files.
 function(vantor_add_board name folder)
   set(firmware ${PROJECT_SOURCE_DIR}/ports/firmware)
   set(target vantor_${name}_objects)
@@ -86,13 +86,13 @@ function(vantor_add_board name folder)
   include(${folder}/board.cmake OPTIONAL)
 endfunction()
 
-# Adds an image of a board from the objects of the board and a program (run_board) in the sources given.
+# Adds an image of a board from the objects of the board and the given sources of a program (run_board).
 function(vantor_add_image target board)
   set(objects vantor_${board}_objects)
   get_target_property(folder ${objects} VANTOR_BOARD_FOLDER)
   add_executable(${target} ${ARGN} $<TARGET_OBJECTS:${objects}> $<TARGET_OBJECTS:vantor_cortex_m4>)
   target_link_libraries(${target} PRIVATE ${objects} vantor_cortex_m4)
-  # Objects, not libraries: nothing but the linker script asks for the vector table.
+  # Objects, not libraries, because only the linker script refers to the vector table.
   target_link_options(${target} PRIVATE
     -nostartfiles --specs=nano.specs -L${PROJECT_SOURCE_DIR}/ports/firmware/cortex_m4 -T${folder}/memory.ld
     -Wl,--require-defined=sections.ld -Wl,--gc-sections -Wl,--fatal-warnings -Wl,--print-memory-usage
@@ -103,7 +103,7 @@ function(vantor_add_image target board)
     LINK_DEPENDS "${folder}/memory.ld;${PROJECT_SOURCE_DIR}/ports/firmware/cortex_m4/sections.ld")
 endfunction()
 
-# Links the server, and what stands behind the interface of the sensor library, to an image.
+# Links the server and an implementation of the sensor library to an image.
 function(vantor_link_server target library)
   target_link_libraries(${target} PRIVATE
     zet_vantor_server

@@ -5,7 +5,7 @@ option(VANTOR_BENCHMARKS "Build the benchmarks" ON)
 option(VANTOR_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(VANTOR_COVERAGE "Count executed lines and branches, for gcovr" OFF)
 
-# A test that takes this long, in seconds, hangs: the slowest takes some 20 s on an idle machine.
+# Time in seconds after which a test is treated as hanging. The slowest test needs about 20 s on an idle machine.
 set(VANTOR_TEST_TIMEOUT 1200)
 
 set(CMAKE_C_STANDARD 11)
@@ -27,7 +27,7 @@ if(VANTOR_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
-# What runs on the board is built as it is for the board: without exceptions and run-time type information.
+# Code for the board is built everywhere as for the board: without exceptions and run-time type information.
 function(vantor_embedded target)
   target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 endfunction()

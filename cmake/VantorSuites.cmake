@@ -1,8 +1,8 @@
-# Registers each GoogleTest suite of a program as one test: one process for a suite, and the name says which.
+# Registers each GoogleTest suite of a program as one test, which runs in its own process and has the suite's name.
 #
 #   vantor_add_suites(target [PREFIX prefix])
 #
-# The suites are listed by the program itself when ctest starts, so that none can be forgotten.
+# When ctest starts, the program itself lists its suites, so none can be forgotten.
 set(VANTOR_SUITE_LISTER ${CMAKE_CURRENT_LIST_DIR}/ListSuites.cmake)
 
 function(vantor_add_suites target)

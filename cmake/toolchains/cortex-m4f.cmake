@@ -5,7 +5,7 @@ set(CMAKE_SYSTEM_PROCESSOR cortex-m4)
 set(CMAKE_C_COMPILER arm-none-eabi-gcc)
 set(CMAKE_CXX_COMPILER arm-none-eabi-g++)
 set(CMAKE_ASM_COMPILER arm-none-eabi-gcc)
-# What is linked before there is a start-up to link with cannot be a whole program.
+# CMake cannot link its test programs, because the start-up code is part of the project.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(cortex_m4f "-mcpu=cortex-m4 -mthumb -mfpu=fpv4-sp-d16 -mfloat-abi=hard -ffunction-sections -fdata-sections")
