@@ -1,6 +1,6 @@
-# Installs this build and builds and runs the program of docs/client.md against it, as another project would.
-# Needs BUILD, DOCUMENT, WORK (a directory of its own), SERVER (the program vantor_server) and DOCUMENTS, files that are
-# installed as they are.
+# Installs this build, then builds and runs the program of docs/client.md with it, as another project would.
+# Needs BUILD, DOCUMENT, WORK (a private directory), SERVER (the program vantor_server) and DOCUMENTS, files that are
+# installed unchanged.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failure OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(failure)

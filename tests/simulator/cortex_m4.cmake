@@ -1,7 +1,7 @@
-# Compiles a part of the firmware for the processor of a board and checks what it asks for and how large it is.
+# Compiles a part of the firmware for the processor of a board and checks its imports and its size.
 #
-# NAME: of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the objects;
-# LARGEST_TEXT: bytes of code that it may have; LARGEST_DATA: bytes of static memory.
+# NAME: name of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the
+# objects; LARGEST_TEXT: limit for the bytes of code; LARGEST_DATA: limit for the bytes of static memory.
 set(text 0)
 set(memory 0)
 foreach(source IN LISTS SOURCES)

@@ -1,10 +1,10 @@
-# Checks that every symbol that a library shows begins with zet_, so that it cannot meet another one of a program.
+# Checks that every symbol that a library exports begins with zet_, to avoid conflicts with symbols of a program.
 #
 # Variables: NM, LIBRARY.
 
 cmake_minimum_required(VERSION 3.25)
 
-# Fixed by the interface of the backend's neighbours.
+# These names are set by the interface of the backend's neighbours.
 set(others
   add_json_[a-z0-9_]+
   convert_hexstr2uint
@@ -20,7 +20,7 @@ string(REGEX MATCHALL "[^\n]+ [TDBRV] " symbols "${output}")
 list(JOIN others "|" others)
 set(count 0)
 foreach(symbol IN LISTS symbols)
-  # Those that begin with __ are the compiler's.
+  # Symbols that begin with __ belong to the compiler.
   if(NOT symbol MATCHES "^(zet_|__|(${others})[ (])")
     message(SEND_ERROR "${symbol}does not begin with zet_")
   endif()

@@ -1,11 +1,11 @@
-# Compiles the backend for a Cortex-M4F without a warning and holds its size against a limit.
+# Compiles the backend for a Cortex-M4F without warnings and checks its size.
 #
 # Variables: COMPILER, SIZE, SOURCE, OBJECT, INCLUDES (a list of directories), CJSON_HEADER, WORK_DIRECTORY,
 # LARGEST_TEXT (bytes), DOCUMENT (which shows the size).
 
 cmake_minimum_required(VERSION 3.25)
 
-# Only cJSON's header is shown to the compiler: the host's other headers are not the board's.
+# The compiler finds only the header of cJSON, because the other headers of the host do not fit the board.
 file(MAKE_DIRECTORY ${WORK_DIRECTORY}/cjson)
 file(COPY_FILE ${CJSON_HEADER} ${WORK_DIRECTORY}/cjson/cJSON.h ONLY_IF_DIFFERENT)
 

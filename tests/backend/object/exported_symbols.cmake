@@ -1,7 +1,7 @@
-# Checks which symbols the backend's object shows to the linker, and which it asks for.
+# Checks which symbols the backend's object exports, and which it imports.
 #
 # Variables: NM, OBJECT, and ASKED_FOR: a list of all operations of the neighbours that the backend may
-# call, or empty to look only at what it shows.
+# call, or empty to check only its exports.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -19,7 +19,7 @@ set(expected
   zet_vantor_server_system_read_data_frames
   zet_vantor_server_system_send_session_metadata)
 
-# Runs nm and gives the symbol names, sorted, without those that a sanitizer adds.
+# Runs nm and returns the symbol names, sorted, without those that a sanitizer adds.
 function(symbols result)
   execute_process(COMMAND ${NM} -C -P ${ARGN} --extern-only ${OBJECT}
     OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)

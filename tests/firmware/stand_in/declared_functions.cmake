@@ -11,7 +11,7 @@ file(GLOB_RECURSE headers ${HEADERS}/*.h)
 set(count 0)
 foreach(header IN LISTS headers)
   file(READ ${header} text)
-  # Only declarations stand at the start of a line.
+  # Only declarations begin at the start of a line.
   string(REGEX MATCHALL "\n[a-z][a-z0-9_ ]*[ *]zet_[a-z0-9_]+\\(" declarations "${text}")
   foreach(declaration IN LISTS declarations)
     string(REGEX MATCH "zet_[a-z0-9_]+\\($" name "${declaration}")
