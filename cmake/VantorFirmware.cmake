@@ -62,7 +62,7 @@ function(vantor_add_board name folder)
   set(target vantor_${name}_objects)
   if(TARGET vantor_${name} OR TARGET ${target})
     message(FATAL_ERROR "The name ${name} of the board ${folder} belongs to another board or to a part of the build; "
-      "name each board once, and give its folder a name of its own.")
+      "name each board once, or give its folder another name.")
   endif()
   file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.c ${folder}/*.cpp ${folder}/*.S)
   file(GLOB_RECURSE vendor_sources CONFIGURE_DEPENDS ${folder}/vendor/*.c ${folder}/vendor/*.cpp ${folder}/vendor/*.S)
@@ -92,7 +92,7 @@ function(vantor_add_image target board)
   get_target_property(folder ${objects} VANTOR_BOARD_FOLDER)
   add_executable(${target} ${ARGN} $<TARGET_OBJECTS:${objects}> $<TARGET_OBJECTS:vantor_cortex_m4>)
   target_link_libraries(${target} PRIVATE ${objects} vantor_cortex_m4)
-  # Objects, not libraries, because only the linker script refers to the vector table.
+  # Links objects, not libraries, because only the linker script refers to the vector table.
   target_link_options(${target} PRIVATE
     -nostartfiles --specs=nano.specs -L${PROJECT_SOURCE_DIR}/ports/firmware/cortex_m4 -T${folder}/memory.ld
     -Wl,--require-defined=sections.ld -Wl,--gc-sections -Wl,--fatal-warnings -Wl,--print-memory-usage

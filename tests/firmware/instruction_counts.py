@@ -24,7 +24,7 @@ def count(command):
 def table(counts):
     """The counts as the document shows them."""
     sessions, longest_float = counts
-    lines = ["| items | message | by hand | whole frame | allocations | metadata |", "|---:|---:|---:|---:|---:|---:|"]
+    lines = ["| items | message | by hand | complete frame | allocations | metadata |", "|---:|---:|---:|---:|---:|---:|"]
     lines += [f"| {c['items']}{' assessed' if c['assessed'] else ''} | {c['message']:,} | {c['by_hand']:,} "
               f"| {c['frame']:,} | {c['allocations']} | {c['metadata']:,} |" for c in sessions]
     return "\n".join([*lines, "", f"Writing a `float` as text takes at most {longest_float} instructions."])

@@ -92,7 +92,7 @@ def memory_of_sessions():
     each_item = two - one
     each_sensor = two_sensors - two
     return (
-        ("board at rest, two sensor positions", idle),
+        ("idle board, two sensor positions", idle),
         ("each sensor position", at_rest[2] - at_rest[1]),
         ("session: itself", one - idle - each_sensor - each_item),
         ("session: each sensor in use", each_sensor),
