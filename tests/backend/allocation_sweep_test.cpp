@@ -1,7 +1,8 @@
 /** @file
- * A whole session repeated with the 1st, 2nd, 3rd … allocation failing, until one run needs none.
+ * Repeats a complete session with the 1st, 2nd, 3rd … allocation failing, until a run makes fewer
+ * allocations.
  */
-#include "support/whole_session.h"
+#include "support/full_session.h"
 
 namespace backend_tests
 {
@@ -9,19 +10,20 @@ namespace backend_tests
 namespace
 {
 
-/** A document operation whose failure only leaves an element out. */
+/** Whether the call attaches an element to a document. If it fails, only that element is missing. */
 bool was_attaching(const std::string &call)
 {
     return call.starts_with("cJSON_AddItemToObject:");
 }
 
-/** A member of a calibration entry; the entry is then neither attached nor released. */
+/** Whether the call adds a member to a calibration entry. If it fails, the entry is neither attached nor
+ * freed. */
 bool was_filling_a_calibration_entry(const std::string &call)
 {
     return call.ends_with(":sensor_id") || call.ends_with(":temperature") || call.ends_with(":data");
 }
 
-class allocation_sweep : public whole_session
+class allocation_sweep : public full_session
 {
 protected:
     static void expect_failed_parse(const step_t &step)
@@ -45,7 +47,7 @@ protected:
         }
         else
         {
-            EXPECT_EQ(call, "") << "nothing else allocates in this step";
+            EXPECT_EQ(call, "") << "unexpected allocation in this step";
             const bool work_buffer = memory().failed_size() == work_buffer_size;
             EXPECT_EQ(step.error, work_buffer ? nullptr : error_bad_config);
             EXPECT_EQ(step.error_log, "[ERROR] Out of memory\n");
@@ -81,8 +83,8 @@ protected:
         }
     }
 
-    /** Number of documents that the failed allocation leaves loose by design. */
-    static size_t loose_documents(const step_t &step)
+    /** Number of documents that the backend leaks by design when this allocation fails. */
+    static size_t leaked_documents(const step_t &step)
     {
         const std::string &call = memory().failed_call();
         return was_attaching(call) || (step.name == "metadata" && was_filling_a_calibration_entry(call)) ? 1
@@ -92,7 +94,7 @@ protected:
 
 } // namespace
 
-TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leaves_nothing_behind)
+TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leaks_nothing_else)
 {
     std::map<std::string, int> failures;
     for (size_t allocation = 1;; ++allocation)
@@ -111,7 +113,8 @@ TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leave
         expect_failed(*failed);
         for (const step_t &step : steps)
         {
-            EXPECT_TRUE(step.ok || &step == failed) << step.name << " fails without reason";
+            EXPECT_TRUE(step.ok || &step == failed)
+                << step.name << " failed, but no call in it was made to fail";
         }
         if (!steps.front().ok)
         {
@@ -119,8 +122,8 @@ TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leave
             expect_following_session_to_work(false);
             continue;
         }
-        const size_t expected_loose = loose_documents(*failed);
-        EXPECT_EQ(end_session(), expected_loose);
+        const size_t expected_leaks = leaked_documents(*failed);
+        EXPECT_EQ(end_session(), expected_leaks);
         expect_following_session_to_work(allocation % 2 == 0);
     }
     EXPECT_EQ(failures["init"], 13);
@@ -129,7 +132,7 @@ TEST_F(allocation_sweep, each_single_failure_has_its_documented_result_and_leave
     EXPECT_GT(failures["frame"], 100);
 }
 
-TEST_F(allocation_sweep, exhausted_memory_from_any_point_on_leaves_nothing_behind)
+TEST_F(allocation_sweep, when_all_allocations_from_any_point_on_fail_no_memory_is_leaked)
 {
     size_t runs = 0;
     for (size_t allocation = 1;; ++allocation)

@@ -1,5 +1,5 @@
 /** @file
- * Clear-channel assessment: the transmitter follows the channel one frame late.
+ * Clear-channel assessment: the transmitter reacts to the channel state one frame later.
  */
 #include <limits>
 #include <string>
@@ -15,7 +15,7 @@ namespace
 
 constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
-/** A session of one assessed item with a threshold of 0.5 and debug. */
+/** A session with one item: assessment enabled, threshold 0.5, debug members enabled. */
 class clear_channel : public ready_backend_test
 {
 protected:
@@ -37,8 +37,9 @@ protected:
         begin_session();
     }
 
-    /** Reads a frame in which the assessment yields a value, and gives the verdict members of the message. */
-    std::string verdict_on(float cca_value)
+    /** Reads a frame in which the assessment measures this value; returns the assessment members of the
+     * message. */
+    std::string assessment_members(float cca_value)
     {
         neighbours().cca_values = {cca_value};
         EXPECT_TRUE(read_frame());
@@ -53,7 +54,7 @@ protected:
         return neighbours().calls.count("zet_sensor_prepare") == 1;
     }
 
-    /** The switching of the session's transmitter in the last operation. */
+    /** How the last operation switched the transmitter: "on", "off" or "". */
     static std::string switched()
     {
         const std::string call =
@@ -64,10 +65,10 @@ protected:
         return text;
     }
 
-    /** Turns the transmitter on by a clear channel. */
+    /** Turns the transmitter on by measuring a clear channel. */
     void switch_on()
     {
-        (void)verdict_on(0.0F);
+        (void)assessment_members(0.0F);
         ASSERT_EQ(switched(), "on");
     }
 };
@@ -76,22 +77,22 @@ protected:
 
 TEST_F(clear_channel, switches_the_transmitter_on_and_then_delivers_valid_data)
 {
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
     EXPECT_EQ(switched(), "on");
-    EXPECT_FALSE(prepared()) << "the configuration step prepared it already";
+    EXPECT_FALSE(prepared()) << "already prepared by the configuration step";
 
-    EXPECT_EQ(verdict_on(0.375F),
+    EXPECT_EQ(assessment_members(0.375F),
               R"("data_valid":true,"cca_value":0.375,"cca_detected":false,"tx_enabled":true)");
     EXPECT_EQ(switched(), "");
     EXPECT_TRUE(prepared()) << "with the transmitter on";
 
-    EXPECT_EQ(verdict_on(0.375F),
+    EXPECT_EQ(assessment_members(0.375F),
               R"("data_valid":true,"cca_value":0.375,"cca_detected":false,"tx_enabled":true)");
     EXPECT_FALSE(prepared());
 }
 
-TEST_F(clear_channel, starts_with_the_transmitter_off_however_the_session_before_ended)
+TEST_F(clear_channel, starts_with_the_transmitter_off_whatever_its_state_at_the_end_of_the_last_session)
 {
     const std::vector<std::vector<float>> endings{
         // Off, before any frame.
@@ -111,17 +112,17 @@ TEST_F(clear_channel, starts_with_the_transmitter_off_however_the_session_before
         begin_next_session();
         for (const float cca_value : ending)
         {
-            (void)verdict_on(cca_value);
+            (void)assessment_members(cca_value);
         }
         begin_next_session();
         EXPECT_EQ(switched(), "off");
         EXPECT_TRUE(prepared()) << "with the transmitter off";
 
-        EXPECT_EQ(verdict_on(0.25F),
+        EXPECT_EQ(assessment_members(0.25F),
                   R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
         EXPECT_EQ(switched(), "on");
-        EXPECT_FALSE(prepared()) << "the configuration step prepared it already";
-        EXPECT_EQ(verdict_on(0.25F),
+        EXPECT_FALSE(prepared()) << "already prepared by the configuration step";
+        EXPECT_EQ(assessment_members(0.25F),
                   R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
         EXPECT_TRUE(prepared()) << "with the transmitter on";
     }
@@ -142,25 +143,25 @@ TEST_F(clear_channel, makes_its_calls_in_order)
 
 TEST_F(clear_channel, busy_while_listening_keeps_the_transmitter_off)
 {
-    EXPECT_EQ(verdict_on(0.75F),
+    EXPECT_EQ(assessment_members(0.75F),
               R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":false)");
     EXPECT_EQ(switched(), "");
-    EXPECT_EQ(verdict_on(0.75F),
+    EXPECT_EQ(assessment_members(0.75F),
               R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":false)");
     EXPECT_FALSE(prepared());
 }
 
-TEST_F(clear_channel, busy_while_transmitting_switches_off_and_comes_back_one_frame_late)
+TEST_F(clear_channel, busy_while_transmitting_switches_off_until_one_frame_after_the_channel_is_clear)
 {
     switch_on();
-    EXPECT_EQ(verdict_on(0.75F),
+    EXPECT_EQ(assessment_members(0.75F),
               R"("data_valid":false,"cca_value":0.75,"cca_detected":true,"tx_enabled":true)");
     EXPECT_EQ(switched(), "off");
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)");
     EXPECT_TRUE(prepared()) << "with the transmitter off";
     EXPECT_EQ(switched(), "on");
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
     EXPECT_TRUE(prepared());
 }
@@ -168,34 +169,34 @@ TEST_F(clear_channel, busy_while_transmitting_switches_off_and_comes_back_one_fr
 TEST_F(clear_channel, value_equal_to_the_threshold_counts_as_clear_while_transmitting)
 {
     switch_on();
-    EXPECT_EQ(verdict_on(0.5F),
+    EXPECT_EQ(assessment_members(0.5F),
               R"("data_valid":true,"cca_value":0.5,"cca_detected":false,"tx_enabled":true)");
     EXPECT_EQ(switched(), "");
 }
 
 TEST_F(clear_channel, value_equal_to_the_threshold_counts_as_clear_while_listening)
 {
-    EXPECT_EQ(verdict_on(0.5F),
+    EXPECT_EQ(assessment_members(0.5F),
               R"("data_valid":false,"cca_value":0.5,"cca_detected":false,"tx_enabled":false)");
     EXPECT_EQ(switched(), "on");
 }
 
-TEST_F(clear_channel, value_that_is_no_number_while_transmitting_is_valid_once_and_changes_no_configuration)
+TEST_F(clear_channel, nan_while_transmitting_counts_as_valid_once_and_changes_no_configuration)
 {
     switch_on();
-    EXPECT_EQ(verdict_on(not_a_number),
+    EXPECT_EQ(assessment_members(not_a_number),
               R"("data_valid":true,"cca_value":null,"cca_detected":false,"tx_enabled":true)");
     EXPECT_EQ(switched(), "");
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":false,"cca_value":0.25,"cca_detected":false,"tx_enabled":false)")
         << "the transmitter counts as off";
     EXPECT_FALSE(prepared());
     EXPECT_EQ(switched(), "on");
 }
 
-TEST_F(clear_channel, value_that_is_no_number_while_listening_switches_nothing)
+TEST_F(clear_channel, nan_while_listening_switches_nothing)
 {
-    EXPECT_EQ(verdict_on(not_a_number),
+    EXPECT_EQ(assessment_members(not_a_number),
               R"("data_valid":false,"cca_value":null,"cca_detected":false,"tx_enabled":false)");
     EXPECT_EQ(switched(), "");
     EXPECT_FALSE(prepared());
@@ -208,23 +209,23 @@ TEST_F(clear_channel, refused_assessment_changes_nothing)
     EXPECT_FALSE(read_frame());
     EXPECT_EQ(neighbours().calls.count("zet_processing_execute"), 0U);
     EXPECT_EQ(switched(), "");
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
 }
 
-TEST_F(clear_channel, need_of_a_prepare_is_settled_even_when_the_prepare_fails)
+TEST_F(clear_channel, failed_prepare_still_clears_the_need_to_prepare)
 {
     switch_on();
     refuse("zet_sensor_prepare");
     EXPECT_FALSE(read_frame());
-    EXPECT_EQ(verdict_on(0.25F),
+    EXPECT_EQ(assessment_members(0.25F),
               R"("data_valid":true,"cca_value":0.25,"cca_detected":false,"tx_enabled":true)");
     EXPECT_FALSE(prepared());
 }
 
-TEST_F(clear_channel, data_that_is_not_valid_is_processed_and_sent_all_the_same)
+TEST_F(clear_channel, invalid_data_is_still_processed_and_sent)
 {
-    (void)verdict_on(0.75F);
+    (void)assessment_members(0.75F);
     EXPECT_EQ(neighbours().calls.count("zet_processing_execute(processing 1, block 1)"), 1U);
     EXPECT_EQ(neighbours().calls.count("write(frame 1, 16)"), 1U);
 }

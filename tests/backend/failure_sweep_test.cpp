@@ -1,7 +1,7 @@
 /** @file
- * A whole session repeated with the 1st, 2nd, 3rd … call of each operation of a neighbour failing.
+ * Repeats a complete session with the 1st, 2nd, 3rd … call of each function that the backend calls failing.
  */
-#include "support/whole_session.h"
+#include "support/full_session.h"
 
 namespace backend_tests
 {
@@ -9,12 +9,12 @@ namespace backend_tests
 namespace
 {
 
-/** What the refusal of an operation leads to, step by step. */
+/** The expected results when an operation fails. */
 struct operation_t
 {
     const char *name;
-    const char *parse_error;                 /**< message when it is refused while the document is parsed */
-    const char *frame_error;                 /**< message when it is refused in a frame */
+    const char *parse_error;                 /**< message when it fails while the document is parsed */
+    const char *frame_error;                 /**< message when it fails in a frame */
     const char *error_log;                   /**< lines logged at error level */
     std::vector<std::string> possible_steps; /**< steps in which the operation is called */
 };
@@ -22,23 +22,24 @@ struct operation_t
 constexpr const char *out_of_memory_line = "[ERROR] Out of memory\n";
 constexpr const char *nothing = "";
 
-/** Shows an operation by its name in lists and failures. */
+/** Prints an operation by its name in test lists and failures. */
 void PrintTo(const operation_t &operation, std::ostream *stream)
 {
     *stream << operation.name;
 }
 
-class failure_sweep : public whole_session, public ::testing::WithParamInterface<operation_t>
+class failure_sweep : public full_session, public ::testing::WithParamInterface<operation_t>
 {
 protected:
-    /** Refusing to attach something leaves it out of a message that is sent all the same. */
+    /** Whether the operation attaches an element. If it fails, the message is still sent, without the
+     * element. */
     static bool attaches(const std::string &name)
     {
         return name == "cJSON_AddItemToObject" || name == "cJSON_AddItemToArray";
     }
 
-    /** Whether the step goes on in spite of the refusal. */
-    static bool goes_on(const step_t &step)
+    /** Whether the step continues after the failure. */
+    static bool continues(const step_t &step)
     {
         const std::string name = GetParam().name;
         if (step.name == "parse")
@@ -60,15 +61,15 @@ protected:
         {
             return GetParam().parse_error;
         }
-        return step.name == "frame" && !goes_on(step) ? GetParam().frame_error : nullptr;
+        return step.name == "frame" && !continues(step) ? GetParam().frame_error : nullptr;
     }
 
     static void expect_failed(const step_t &step)
     {
-        EXPECT_EQ(step.ok, goes_on(step));
+        EXPECT_EQ(step.ok, continues(step));
         EXPECT_EQ(step.error, expected_error(step));
-        const bool message_goes_on = step.name != "parse" && goes_on(step);
-        const std::string log = message_goes_on ? nothing : GetParam().error_log;
+        const bool message_is_sent = step.name != "parse" && continues(step);
+        const std::string log = message_is_sent ? nothing : GetParam().error_log;
         if (step.error_log.find("interrupt timeout") == std::string::npos)
         {
             EXPECT_EQ(step.error_log, log);
@@ -125,7 +126,7 @@ std::vector<operation_t> operations()
 
 } // namespace
 
-TEST_P(failure_sweep, each_single_refusal_has_its_documented_result_and_leaves_nothing_behind)
+TEST_P(failure_sweep, each_single_failure_has_its_documented_result_and_leaks_nothing)
 {
     std::set<std::string> steps_hit;
     for (int call = 1;; ++call)
@@ -142,7 +143,8 @@ TEST_P(failure_sweep, each_single_refusal_has_its_documented_result_and_leaves_n
         steps_hit.insert(failed->name);
         for (const step_t &step : steps)
         {
-            EXPECT_TRUE(step.ok || &step == failed) << step.name << " fails without reason";
+            EXPECT_TRUE(step.ok || &step == failed)
+                << step.name << " failed, but no call in it was made to fail";
         }
         if (failed->name == "init")
         {

@@ -19,7 +19,7 @@ protected:
         ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
     }
 
-    /** Expects the frame to fail with the message about sensor data and nothing to be sent. */
+    /** Expects the frame to fail with the message about sensor data, without sending anything. */
     void expect_failed_frame()
     {
         error = nullptr;
@@ -33,7 +33,7 @@ protected:
 
 } // namespace
 
-TEST_F(frame_cycle, takes_the_items_of_a_group_together_and_the_groups_one_after_another)
+TEST_F(frame_cycle, measures_the_items_of_a_group_together_and_the_groups_one_after_another)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}}],
                                      [{"sensor_id": 3, "config": {}}]]})"));
@@ -83,7 +83,7 @@ TEST_F(frame_cycle, with_a_null_interface_only_prepares)
                            "zet_sensor_prepare(sensor 1, config 2, calibration of 1, block 2, 64)",
                            "zet_probes_register_callback(20, null, null)",
                        }))
-        << "sensor 2 is prepared with its configuration already";
+        << "sensor 2 is already prepared with its configuration";
 }
 
 TEST_F(frame_cycle, with_a_null_interface_and_no_items_succeeds_without_a_call)
@@ -105,16 +105,16 @@ TEST_F(frame_cycle, registers_the_probe_for_every_item_whether_or_not_a_prepare_
                        }));
 }
 
-TEST_F(frame_cycle, registration_of_the_last_item_stays_in_force)
+TEST_F(frame_cycle, registration_of_the_last_item_remains_after_the_session)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cpd_overrides": {}})"));
     ASSERT_TRUE(read_frame());
     EXPECT_NE(neighbours().callback, nullptr);
     destroy_session();
-    EXPECT_NE(neighbours().callback, nullptr) << "the end of the session does not withdraw it";
+    EXPECT_NE(neighbours().callback, nullptr) << "the end of the session does not remove the registration";
 }
 
-TEST_F(frame_cycle, sensor_of_a_single_configuration_is_prepared_once_in_a_session)
+TEST_F(frame_cycle, sensor_with_a_single_configuration_is_prepared_once_in_a_session)
 {
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare"), 1U);
@@ -125,7 +125,7 @@ TEST_F(frame_cycle, sensor_of_a_single_configuration_is_prepared_once_in_a_sessi
     }
 }
 
-TEST_F(frame_cycle, sensor_of_two_groups_is_prepared_before_each_of_its_measurements)
+TEST_F(frame_cycle, sensor_in_two_groups_is_prepared_before_each_of_its_measurements)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 1, "config": {}}]]})"));
     for (int frame = 0; frame < 2; ++frame)
@@ -159,7 +159,7 @@ TEST_F(frame_cycle, session_without_items_still_sends_a_message)
     EXPECT_EQ(sent_document(), R"({"result_info":[],"status":"ok","payload_size":0})");
 }
 
-TEST_F(frame_cycle, group_whose_slots_are_all_free_is_passed_over_without_a_call)
+TEST_F(frame_cycle, group_without_items_is_skipped_without_a_call)
 {
     ASSERT_TRUE(parse_config("{}"));
     ASSERT_TRUE(read_frame());
@@ -176,7 +176,7 @@ TEST_F(frame_cycle, stamps_every_item_right_after_its_wait)
     EXPECT_NE(sent_document().find(R"({"tick":4,)"), std::string::npos) << "the tick wraps";
 }
 
-TEST_F(frame_cycle, interface_without_a_tick_source_stamps_0)
+TEST_F(frame_cycle, without_a_tick_source_the_tick_is_0)
 {
     parse_pair();
     ASSERT_TRUE(read_frame());
@@ -189,7 +189,7 @@ TEST_F(frame_cycle, interface_without_a_tick_source_stamps_0)
 
 // Failures
 
-TEST_F(frame_cycle, refused_prepare_ends_the_frame)
+TEST_F(frame_cycle, failed_prepare_ends_the_frame)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}}],
                                      [{"sensor_id": 1, "config": {}}]]})"));
@@ -202,7 +202,7 @@ TEST_F(frame_cycle, refused_prepare_ends_the_frame)
                        }));
 }
 
-TEST_F(frame_cycle, refused_prepare_counts_as_done_for_the_next_frame)
+TEST_F(frame_cycle, failed_prepare_is_not_repeated_in_the_next_frame)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 1, "config": {}}]]})"));
     refuse("zet_sensor_prepare");
@@ -212,7 +212,7 @@ TEST_F(frame_cycle, refused_prepare_counts_as_done_for_the_next_frame)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1, config 2"), 1U);
 }
 
-TEST_F(frame_cycle, refused_prepare_with_a_null_interface_fails_the_call)
+TEST_F(frame_cycle, failed_prepare_with_a_null_interface_fails_the_call)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 1, "config": {}}]]})"));
     refuse("zet_sensor_prepare");
@@ -222,7 +222,7 @@ TEST_F(frame_cycle, refused_prepare_with_a_null_interface_fails_the_call)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_status(sensor 1)"), 1U);
 }
 
-TEST_F(frame_cycle, refused_measure_ends_the_frame)
+TEST_F(frame_cycle, failed_measure_ends_the_frame)
 {
     parse_pair();
     refuse("zet_sensor_measure");
@@ -235,13 +235,13 @@ TEST_F(frame_cycle, refused_measure_ends_the_frame)
                        }));
 }
 
-TEST_F(frame_cycle, refused_measure_of_the_second_item_leaves_the_first_running)
+TEST_F(frame_cycle, failed_measure_of_the_second_item_does_not_stop_the_first)
 {
     parse_pair();
     refuse("zet_sensor_measure", 2);
     expect_failed_frame();
     EXPECT_EQ(neighbours().calls.count("zet_sensor_status(sensor 2)"), 1U);
-    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_"), 0U) << "nothing is waited for or undone";
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_"), 0U) << "the backend neither waits nor resets";
 }
 
 TEST_F(frame_cycle, missing_interrupt_ends_the_frame_after_the_tick_was_read)
@@ -257,7 +257,7 @@ TEST_F(frame_cycle, missing_interrupt_ends_the_frame_after_the_tick_was_read)
     }))) << calls();
 }
 
-TEST_F(frame_cycle, missing_interrupt_of_the_second_item_leaves_the_data_of_the_group_unread)
+TEST_F(frame_cycle, when_the_interrupt_of_the_second_item_is_missing_no_data_of_the_group_is_read)
 {
     parse_pair();
     refuse("zet_hal_integration_wait_for_sensor_interrupt", 2);
@@ -272,7 +272,7 @@ TEST_F(frame_cycle, missing_interrupt_of_the_second_item_leaves_the_data_of_the_
     EXPECT_EQ(neighbours().calls.count("zet_sensor_read"), 0U);
 }
 
-TEST_F(frame_cycle, refused_read_ends_the_frame)
+TEST_F(frame_cycle, failed_read_ends_the_frame)
 {
     parse_pair();
     refuse("zet_sensor_read");
@@ -282,7 +282,7 @@ TEST_F(frame_cycle, refused_read_ends_the_frame)
         << calls();
 }
 
-TEST_F(frame_cycle, refused_assessment_ends_the_frame)
+TEST_F(frame_cycle, failed_assessment_ends_the_frame)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true})"));
     refuse("zet_processing_cca_check");
@@ -294,7 +294,7 @@ TEST_F(frame_cycle, refused_assessment_ends_the_frame)
     }))) << calls();
 }
 
-TEST_F(frame_cycle, failure_in_one_group_leaves_later_groups_untouched)
+TEST_F(frame_cycle, after_a_failure_in_one_group_later_groups_are_not_measured)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 2, "config": {}}]]})"));
     refuse("zet_sensor_read");
@@ -320,7 +320,7 @@ TEST_F(frame_cycle, message_that_cannot_be_sent_is_reported)
     EXPECT_EQ(error, error_send_data_str);
 }
 
-TEST_F(frame_cycle, leaves_the_message_slot_alone_on_success)
+TEST_F(frame_cycle, does_not_set_the_error_message_on_success)
 {
     parse_pair();
     error = error_bad_config;
@@ -339,7 +339,7 @@ TEST_F(frame_cycle, allocates_nothing_but_the_json_of_the_header)
     const size_t live = memory().live_blocks();
     const size_t before = memory().json_allocations();
     ASSERT_TRUE(read_frame());
-    EXPECT_EQ(calls(call_kind_t::memory), "") << "the backend itself neither allocates nor frees";
+    EXPECT_EQ(calls(call_kind_t::memory), "") << "the backend itself must neither allocate nor free";
     const size_t of_one_frame = memory().json_allocations() - before;
     EXPECT_GT(of_one_frame, 0U);
     EXPECT_EQ(memory().live_blocks(), live) << "the header is released";

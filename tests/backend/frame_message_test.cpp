@@ -26,13 +26,13 @@ protected:
         }
     }
 
-    /** A session of one item: no assessment, assessment, or assessment with debug. */
+    /** Parses a document with one item. @p assessment contains its assessment members, or nothing. */
     void parse_item(const std::string &assessment)
     {
         ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {})" + assessment + "}"));
     }
 
-    /** Expects the frame to fail for lack of memory with nothing sent. */
+    /** Expects the frame to fail with "out of memory", without sending anything. */
     void expect_out_of_memory()
     {
         error = nullptr;
@@ -44,7 +44,7 @@ protected:
         EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U) << "the header is released";
     }
 
-    /** The JSON calls of the last operation from the first one with the given beginning. */
+    /** The JSON calls of the last operation, from the first one that begins with this text. */
     static std::string json_from(const std::string &beginning)
     {
         const std::string json = calls(call_kind_t::json);
@@ -108,7 +108,7 @@ TEST_F(frame_message, is_built_with_exactly_these_calls)
                                         }));
 }
 
-TEST_F(frame_message, of_three_items_in_two_of_three_groups)
+TEST_F(frame_message, contains_three_items_from_two_of_three_groups)
 {
     set_frame_lengths({160, 100, 60});
     ASSERT_TRUE(parse(R"({"groups": [
@@ -165,7 +165,7 @@ TEST_F(frame_message, without_items_has_an_empty_array_and_no_payload)
     EXPECT_EQ(neighbours().calls.count("write("), 0U);
 }
 
-TEST_F(frame_message, of_a_board_without_sensors_has_an_empty_array_and_no_payload)
+TEST_F(frame_message, on_a_board_without_sensors_has_an_empty_array_and_no_payload)
 {
     finish();
     neighbours().sensor_count = 0;
@@ -198,7 +198,7 @@ TEST_F(frame_message, item_has_nine_members_with_assessment_and_debug)
     EXPECT_EQ(neighbours().calls.count("add_json_"), 9U + 2U);
 }
 
-TEST_F(frame_message, carries_the_extreme_temperatures)
+TEST_F(frame_message, contains_the_lowest_and_the_highest_temperature)
 {
     parse_item("");
     neighbours().results[1].temperature = INT16_MIN;
@@ -209,21 +209,21 @@ TEST_F(frame_message, carries_the_extreme_temperatures)
     EXPECT_NE(sent_document().find(R"("temperature":32767,)"), std::string::npos);
 }
 
-TEST_F(frame_message, payload_is_handed_over_from_where_processing_left_it)
+TEST_F(frame_message, payload_is_written_from_the_buffer_of_the_processing_without_a_copy)
 {
     set_frame_lengths({3, 2});
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
     ASSERT_TRUE(read_frame());
     EXPECT_EQ(neighbours().payload_blocks,
               (std::vector<const void *>{neighbours().frames[1].data(), neighbours().frames[2].data()}))
-        << "one write for each item, of the samples themselves";
+        << "one write for each item, from the buffer that contains the samples";
     const std::vector<int16_t> expected{1000, 0, 1001, -1, 1002, -2, 2000, 0, 2001, -1};
     ASSERT_EQ(neighbours().payload.size(), expected.size() * sizeof(int16_t));
     EXPECT_EQ(std::memcmp(neighbours().payload.data(), expected.data(), neighbours().payload.size()), 0)
         << "real before imaginary part, little-endian";
 }
 
-TEST_F(frame_message, frame_of_length_0_still_gets_its_write)
+TEST_F(frame_message, frame_of_length_0_is_still_written)
 {
     set_frame_lengths({0, 1});
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
@@ -232,7 +232,7 @@ TEST_F(frame_message, frame_of_length_0_still_gets_its_write)
     EXPECT_NE(sent_document().find(R"("payload_size":4)"), std::string::npos);
 }
 
-TEST_F(frame_message, longest_frames_are_counted_in_full)
+TEST_F(frame_message, payload_size_is_correct_for_the_longest_frames)
 {
     set_frame_lengths({65535, 65535, 65535});
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}},
@@ -242,7 +242,7 @@ TEST_F(frame_message, longest_frames_are_counted_in_full)
     EXPECT_EQ(neighbours().payload.size(), 786420U);
 }
 
-TEST_F(frame_message, goes_to_the_write_operation_of_the_interface)
+TEST_F(frame_message, is_sent_by_the_write_function_of_the_interface)
 {
     parse_item("");
     interface.write = [](const void *, uint32_t) {};
@@ -288,7 +288,7 @@ TEST_F(frame_message, item_object_that_cannot_be_created_fails)
               lines({R"(cJSON_AddItemToObject(""))", "cJSON_CreateObject()", "cJSON_Delete()"}));
 }
 
-TEST_F(frame_message, member_that_cannot_be_added_stops_the_basic_ones_and_is_still_attached)
+TEST_F(frame_message, basic_member_that_cannot_be_added_stops_the_rest_but_the_item_is_still_attached)
 {
     const std::vector<json_member_t> members{{"add_json_uint32_value", "tick"},
                                              {"add_json_bool_value", "data_saturated"},
@@ -305,7 +305,7 @@ TEST_F(frame_message, member_that_cannot_be_added_stops_the_basic_ones_and_is_st
     }
 }
 
-TEST_F(frame_message, data_valid_is_attempted_although_frame_delayed_failed)
+TEST_F(frame_message, data_valid_is_still_tried_after_frame_delayed_failed)
 {
     parse_item(assessed);
     refuse("add_json_bool_value:frame_delayed");
@@ -319,7 +319,7 @@ TEST_F(frame_message, data_valid_is_attempted_although_frame_delayed_failed)
               }));
 }
 
-TEST_F(frame_message, cca_value_is_attempted_although_tick_and_data_valid_failed)
+TEST_F(frame_message, cca_value_is_still_tried_after_tick_and_data_valid_failed)
 {
     parse_item(debugged);
     refuse("add_json_uint32_value:tick");
@@ -367,7 +367,8 @@ TEST_F(frame_message, failed_item_ends_the_message)
                                      [{"sensor_id": 3, "config": {}}]]})"));
     refuse("add_json_uint32_value:tick");
     expect_out_of_memory();
-    EXPECT_EQ(neighbours().calls.count("cJSON_CreateObject"), 2U) << "no later item or group is visited";
+    EXPECT_EQ(neighbours().calls.count("cJSON_CreateObject"), 2U)
+        << "later items and groups must not be processed";
 }
 
 TEST_F(frame_message, status_that_cannot_be_added_fails_and_payload_size_is_not_tried)
@@ -399,7 +400,7 @@ TEST_F(frame_message, header_that_cannot_be_sent_fails_without_a_log_line_or_pay
     EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
-TEST_F(frame_message, result_info_that_cannot_be_attached_is_missing_from_a_message_sent_all_the_same)
+TEST_F(frame_message, message_is_still_sent_without_a_result_info_that_cannot_be_attached)
 {
     parse_item("");
     refuse("cJSON_AddItemToObject:result_info");
@@ -410,7 +411,7 @@ TEST_F(frame_message, result_info_that_cannot_be_attached_is_missing_from_a_mess
     finish(1);
 }
 
-TEST_F(frame_message, group_array_that_cannot_be_attached_is_missing_from_a_message_sent_all_the_same)
+TEST_F(frame_message, message_is_still_sent_without_a_group_array_that_cannot_be_attached)
 {
     parse_item("");
     refuse("cJSON_AddItemToObject:");
@@ -419,7 +420,7 @@ TEST_F(frame_message, group_array_that_cannot_be_attached_is_missing_from_a_mess
     finish(1);
 }
 
-TEST_F(frame_message, item_that_cannot_be_attached_is_missing_from_a_message_sent_all_the_same)
+TEST_F(frame_message, message_is_still_sent_without_an_item_that_cannot_be_attached)
 {
     parse_item("");
     refuse("cJSON_AddItemToArray");

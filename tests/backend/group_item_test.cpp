@@ -1,5 +1,5 @@
 /** @file
- * One item of a group: sensor, clear-channel settings, buffer, calibration, processing, first prepare.
+ * An item of a group: sensor, clear-channel settings, buffer, calibration, processing, first prepare.
  */
 #include "support/backend_fixture.h"
 
@@ -9,11 +9,11 @@ namespace backend_tests
 namespace
 {
 
-/** Documents of one group. */
+/** Documents with one group. */
 class group_item : public ready_backend_test
 {
 protected:
-    /** Expects an item to fail and its sensor, which it had powered on, to be powered off again silently. */
+    /** Expects an item to fail, and the sensor that it powered on to be powered off without a log line. */
     void expect_failed_and_powered_off(const std::string &item, const char *message)
     {
         EXPECT_FALSE(parse_group(item));
@@ -22,10 +22,10 @@ protected:
             lines({"zet_hal_integration_sensor_disable(1)", "zet_hal_integration_sensor_supply_off(1)"})))
             << calls();
         EXPECT_EQ(neighbours().calls.count("[INFO] Powered off"), 0U);
-        EXPECT_EQ(neighbours().calls.count("zet_sensor_destroy"), 0U) << "the handle stays";
+        EXPECT_EQ(neighbours().calls.count("zet_sensor_destroy"), 0U) << "the handle is kept";
     }
 
-    /** Expects an item with the given "cca_enable" member, if any, to be measured without assessment. */
+    /** Expects an item with this "cca_enable" member, or without one, to be measured without assessment. */
     void expect_not_assessed(const std::string &member)
     {
         SCOPED_TRACE(member);
@@ -43,7 +43,7 @@ protected:
 
 const std::string plain_item = R"({"sensor_id": 1, "config": {}})";
 
-/** Members of an item, with the comma before them, that do not enable the assessment. */
+/** Members, each with a leading comma, that do not enable the assessment. */
 constexpr const char *not_enabled[] = {
     "",
     R"(, "cca_enable": false)",
@@ -60,7 +60,7 @@ constexpr const char *not_enabled[] = {
 
 // Sensor
 
-TEST_F(group_item, on_no_sensor_of_the_board_is_refused)
+TEST_F(group_item, with_an_invalid_or_missing_sensor_id_is_refused)
 {
     for (const char *member : {R"("sensor_id": 0,)", R"("sensor_id": 4,)", R"("sensor_id": -1,)",
                                R"("sensor_id": 1.5,)", R"("sensor_id": "1",)", ""})
@@ -83,13 +83,13 @@ TEST_F(group_item, on_an_unconnected_sensor_is_refused)
     EXPECT_EQ(calls(), "");
 }
 
-TEST_F(group_item, ignores_keys_it_does_not_know)
+TEST_F(group_item, ignores_unknown_keys)
 {
     EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "name": "left"})"));
     EXPECT_EQ(error, nullptr);
 }
 
-TEST_F(group_item, whose_sensor_cannot_be_created_powers_it_off_at_once)
+TEST_F(group_item, powers_its_sensor_off_immediately_if_it_cannot_be_created)
 {
     refuse("zet_sensor_create");
     EXPECT_FALSE(parse_group(plain_item));
@@ -104,7 +104,7 @@ TEST_F(group_item, whose_sensor_cannot_be_created_powers_it_off_at_once)
                        }));
 }
 
-TEST_F(group_item, after_one_whose_sensor_could_not_be_created_tries_again)
+TEST_F(group_item, creates_the_sensor_if_an_earlier_item_could_not)
 {
     refuse("zet_sensor_create");
     EXPECT_TRUE(parse_group(plain_item + ", " + plain_item));
@@ -113,7 +113,7 @@ TEST_F(group_item, after_one_whose_sensor_could_not_be_created_tries_again)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_create(1)"), 2U);
 }
 
-TEST_F(group_item, that_failed_leaves_its_sensor_unpowered_for_a_later_item)
+TEST_F(group_item, on_a_sensor_that_a_failed_item_powered_off_does_not_power_it_on)
 {
     EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {"prf": "x"}}, )" + plain_item));
     EXPECT_EQ(error, error_invalid_prf);
@@ -125,11 +125,11 @@ TEST_F(group_item, that_failed_leaves_its_sensor_unpowered_for_a_later_item)
                                              "zet_hal_integration_sensor_disable(1)",
                                              "zet_hal_integration_sensor_enable(1)",
                                          }))
-        << "a handle exists, so the second item only resets the sensor after its calibration";
+        << "the handle exists, so the second item only resets the sensor after calibration";
     EXPECT_EQ(neighbours().calls.count("zet_sensor_create"), 1U);
 }
 
-TEST_F(group_item, that_fails_on_a_sensor_of_an_earlier_item_leaves_it_powered)
+TEST_F(group_item, that_fails_does_not_power_off_a_sensor_of_an_earlier_item)
 {
     EXPECT_FALSE(parse_group(plain_item + R"(, {"sensor_id": 1, "config": {"prf": "x"}})"));
     EXPECT_EQ(error, error_invalid_prf);
@@ -203,17 +203,18 @@ TEST_F(group_item, reads_assessment_threshold_and_debug)
         << sent_document();
 }
 
-TEST_F(group_item, assessment_defaults_hold_where_a_key_has_the_wrong_type)
+TEST_F(group_item, assessment_key_of_the_wrong_type_keeps_its_default)
 {
     ASSERT_TRUE(parse_group(
         R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_threshold": "low", "cca_debug": 1})"));
     neighbours().cca_values = {0.0F};
     ASSERT_TRUE(read_frame());
-    EXPECT_EQ(neighbours().calls.count("zet_config_enable_tx_set(config 1, true)"), 1U) << "0 is at most 0";
+    EXPECT_EQ(neighbours().calls.count("zet_config_enable_tx_set(config 1, true)"), 1U)
+        << "0 does not exceed the default threshold 0";
     EXPECT_EQ(sent_document().find("cca_value"), std::string::npos);
 }
 
-TEST_F(group_item, without_assessment_leaves_the_configuration_alone)
+TEST_F(group_item, without_assessment_does_not_change_the_configuration)
 {
     for (const char *member : not_enabled)
     {
@@ -221,7 +222,7 @@ TEST_F(group_item, without_assessment_leaves_the_configuration_alone)
     }
 }
 
-TEST_F(group_item, assessment_of_a_slot_does_not_outlive_its_session)
+TEST_F(group_item, assessment_is_disabled_again_in_the_next_session)
 {
     for (const char *member : not_enabled)
     {
@@ -233,7 +234,7 @@ TEST_F(group_item, assessment_of_a_slot_does_not_outlive_its_session)
     }
 }
 
-TEST_F(group_item, assessment_settings_of_a_slot_do_not_outlive_their_session)
+TEST_F(group_item, assessment_settings_are_reset_in_the_next_session)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_debug": true,
                                 "cca_threshold": 9})"));
@@ -247,7 +248,7 @@ TEST_F(group_item, assessment_settings_of_a_slot_do_not_outlive_their_session)
 
 // Buffer
 
-TEST_F(group_item, whose_buffer_size_is_not_obtainable_is_refused)
+TEST_F(group_item, whose_buffer_size_cannot_be_read_is_refused)
 {
     refuse("zet_nox_get_buffer_size");
     expect_failed_and_powered_off(plain_item, error_nox_get_buffer_size_str);
@@ -263,7 +264,7 @@ TEST_F(group_item, whose_buffer_cannot_be_allocated_fails_with_a_log_line_and_no
     EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate"), 0U);
 }
 
-TEST_F(group_item, buffer_has_the_size_that_the_library_asks_for)
+TEST_F(group_item, buffer_has_the_size_that_the_library_requires)
 {
     neighbours().buffer_size = 1234;
     ASSERT_TRUE(parse_group(plain_item));
@@ -275,7 +276,7 @@ TEST_F(group_item, buffer_has_the_size_that_the_library_asks_for)
 
 // Calibration
 
-TEST_F(group_item, calibrates_step_by_step_with_an_interrupt_between)
+TEST_F(group_item, waits_for_an_interrupt_after_each_calibration_step)
 {
     neighbours().calibration_steps = 3;
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {"sweep_rate": 100.0, "sweeps_per_frame": 32}})"));
@@ -300,7 +301,7 @@ TEST_F(group_item, calibrates_step_by_step_with_an_interrupt_between)
         << all;
 }
 
-TEST_F(group_item, calibration_has_no_retry_limit_of_its_own)
+TEST_F(group_item, calibration_may_take_any_number_of_steps)
 {
     neighbours().calibration_steps = 5000;
     ASSERT_TRUE(parse_group(plain_item));
@@ -308,7 +309,7 @@ TEST_F(group_item, calibration_has_no_retry_limit_of_its_own)
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_wait_for_sensor_interrupt"), 4999U);
 }
 
-TEST_F(group_item, calibration_clears_the_result_of_the_session_before)
+TEST_F(group_item, calibration_clears_the_result_of_the_last_session)
 {
     ASSERT_TRUE(parse_group(plain_item));
     destroy_session();
@@ -316,7 +317,7 @@ TEST_F(group_item, calibration_clears_the_result_of_the_session_before)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate(sensor 1, false, no calibration,"), 1U);
 }
 
-TEST_F(group_item, calibration_runs_with_the_diagnostic_log_when_asked_for)
+TEST_F(group_item, calibration_enables_the_diagnostic_log_if_configured)
 {
     ASSERT_TRUE(parse(R"({"enable_diagnostics": true, "groups": [[{"sensor_id": 1, "config": {}}]]})"));
     const std::string all = calls();
@@ -331,7 +332,7 @@ TEST_F(group_item, calibration_runs_with_the_diagnostic_log_when_asked_for)
         << all;
 }
 
-TEST_F(group_item, whose_calibration_is_refused_fails_without_asking_for_the_status)
+TEST_F(group_item, whose_calibration_fails_does_not_read_the_status)
 {
     refuse("zet_sensor_calibrate");
     EXPECT_FALSE(parse_group(plain_item));
@@ -347,7 +348,7 @@ TEST_F(group_item, whose_calibration_is_refused_fails_without_asking_for_the_sta
     }))) << all;
 }
 
-TEST_F(group_item, whose_second_calibration_step_is_refused_fails)
+TEST_F(group_item, whose_second_calibration_step_fails_is_refused)
 {
     neighbours().calibration_steps = 3;
     refuse("zet_sensor_calibrate", 2);
@@ -356,7 +357,7 @@ TEST_F(group_item, whose_second_calibration_step_is_refused_fails)
     EXPECT_EQ(neighbours().calls.count("zet_processing_create"), 0U);
 }
 
-TEST_F(group_item, calibration_refused_with_its_flag_set_still_fails)
+TEST_F(group_item, calibration_that_fails_with_its_completion_flag_set_is_still_a_failure)
 {
     neighbours().complete_although_failed = true;
     refuse("zet_sensor_calibrate");
@@ -364,7 +365,7 @@ TEST_F(group_item, calibration_refused_with_its_flag_set_still_fails)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_calibrate"), 1U);
 }
 
-TEST_F(group_item, whose_calibration_interrupt_does_not_come_fails_after_asking_for_the_status)
+TEST_F(group_item, whose_calibration_interrupt_is_missing_reads_the_status_and_fails)
 {
     neighbours().calibration_steps = 2;
     refuse("zet_hal_integration_wait_for_sensor_interrupt");
@@ -383,7 +384,7 @@ TEST_F(group_item, whose_calibration_interrupt_does_not_come_fails_after_asking_
     }))) << all;
 }
 
-TEST_F(group_item, whose_calibration_failed_lets_a_later_item_calibrate_again)
+TEST_F(group_item, calibrates_the_sensor_if_an_earlier_item_could_not)
 {
     refuse("zet_sensor_calibrate");
     EXPECT_TRUE(parse_group(plain_item + ", " + plain_item));
@@ -407,7 +408,7 @@ TEST_F(group_item, whose_sensor_cannot_be_prepared_fails)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_status(sensor 1)"), 1U);
 }
 
-TEST_F(group_item, prepares_the_items_before_it_too_but_each_configuration_once)
+TEST_F(group_item, prepares_all_items_so_far_but_each_configuration_once)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
     const std::string all = calls(call_kind_t::sensor_library);
@@ -422,7 +423,7 @@ TEST_F(group_item, prepares_the_items_before_it_too_but_each_configuration_once)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1"), 1U);
 }
 
-TEST_F(group_item, that_kept_its_configuration_takes_part_in_what_follows)
+TEST_F(group_item, that_failed_after_its_configuration_is_still_prepared_and_measured)
 {
     refuse("zet_nox_get_buffer_size");
     EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));

@@ -15,7 +15,7 @@ constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr uint32_t longest = std::numeric_limits<uint32_t>::max();
 
-/** Rates of a session of one item. */
+/** The rates in a session with one item. */
 struct rates_t
 {
     float frame_rate;
@@ -27,7 +27,7 @@ struct rates_t
 class interrupt_timeout : public ready_backend_test
 {
 protected:
-    /** Time-out of the wait in a frame of a session of one item. */
+    /** The time-out of the wait for a frame, in a session with one item. */
     uint32_t timeout_of(const rates_t &rates)
     {
         neighbours().config_defaults.frame_rate = rates.frame_rate;
@@ -48,7 +48,7 @@ protected:
 
 } // namespace
 
-TEST_F(interrupt_timeout, is_1000_ms_without_any_rate)
+TEST_F(interrupt_timeout, is_1000_ms_if_no_rate_is_set)
 {
     EXPECT_EQ(timeout_of({0.0F, 0.0F, 0.0F, 0}), 1000U);
     EXPECT_EQ(timeout_of({0.0F, 0.0F, 0.0F, 16}), 1000U);
@@ -61,19 +61,19 @@ TEST_F(interrupt_timeout, adds_frame_period_and_duration_of_the_sweeps)
     EXPECT_EQ(timeout_of({20.0F, 0.0F, 1234.5F, 7}), 1055U);
 }
 
-TEST_F(interrupt_timeout, configured_sweep_rate_goes_before_the_highest_one)
+TEST_F(interrupt_timeout, configured_sweep_rate_is_preferred_to_the_highest_possible_one)
 {
     EXPECT_EQ(timeout_of({0.0F, 100.0F, 5000.0F, 32}), 1320U);
 }
 
-TEST_F(interrupt_timeout, truncates_each_term_on_its_own)
+TEST_F(interrupt_timeout, truncates_each_term_separately)
 {
-    // 0.6 ms and 0.6 ms stay 0 ms; 1.9 ms and 1.9 ms make 2 ms.
+    // 0.6 ms + 0.6 ms gives 0 ms; 1.9 ms + 1.9 ms gives 2 ms.
     EXPECT_EQ(timeout_of({1666.0F, 0.0F, 1666.0F, 1}), 1000U);
     EXPECT_EQ(timeout_of({526.0F, 0.0F, 526.0F, 1}), 1002U);
 }
 
-TEST_F(interrupt_timeout, rate_that_is_not_greater_than_0_does_not_count)
+TEST_F(interrupt_timeout, rate_that_is_not_greater_than_0_is_ignored)
 {
     EXPECT_EQ(timeout_of({-10.0F, 0.0F, 0.0F, 16}), 1000U);
     EXPECT_EQ(timeout_of({not_a_number, 0.0F, 0.0F, 16}), 1000U);
@@ -83,12 +83,12 @@ TEST_F(interrupt_timeout, rate_that_is_not_greater_than_0_does_not_count)
     EXPECT_EQ(timeout_of({0.0F, 0.0F, -5.0F, 16}), 1000U);
 }
 
-TEST_F(interrupt_timeout, infinite_rate_takes_no_time)
+TEST_F(interrupt_timeout, infinite_rate_adds_no_time)
 {
     EXPECT_EQ(timeout_of({infinity, infinity, 1000.0F, 16}), 1000U);
 }
 
-TEST_F(interrupt_timeout, largest_number_of_sweeps_is_counted_in_full)
+TEST_F(interrupt_timeout, is_correct_for_the_largest_number_of_sweeps)
 {
     EXPECT_EQ(timeout_of({0.0F, 1.0F, 0.0F, 65535}), 65536000U);
 }
@@ -105,17 +105,17 @@ TEST_F(interrupt_timeout, sweep_term_beyond_32_bits_saturates)
     EXPECT_EQ(timeout_of({0.0F, 0.0F, std::numeric_limits<float>::denorm_min(), 65535}), longest);
 }
 
-TEST_F(interrupt_timeout, terms_just_below_and_at_32_bits)
+TEST_F(interrupt_timeout, is_correct_for_terms_just_below_and_at_2_to_the_32)
 {
-    // 65536000 / 2^-6 is 4194304000; 65536 sweeps do not exist, so 32768 sweeps at 2^-7 Hz.
+    // 65536000 / 2^-6 is 4194304000. 65536 sweeps are not possible, so use 32768 sweeps at 2^-7 Hz.
     EXPECT_EQ(timeout_of({0.0F, 1.0F / 128.0F, 0.0F, 32768}), 4194305000U);
-    // 32768000 / 2^-7 x 1.024 is 2^32: one more than fits.
+    // 32768000 / 2^-7 x 1.024 is 2^32: one too many for 32 bits.
     EXPECT_EQ(timeout_of({0.0F, 0.00762939453125F, 0.0F, 32768}), longest);
 }
 
 TEST_F(interrupt_timeout, sum_of_terms_that_fit_saturates)
 {
-    // 4194304000 ms for the frame and as much for the sweeps.
+    // 4194304000 ms for the frame and the same for the sweeps.
     EXPECT_EQ(timeout_of({1.0F / 4194304.0F, 1.0F / 128.0F, 0.0F, 32768}), longest);
 }
 
@@ -142,7 +142,7 @@ TEST_F(interrupt_timeout, uses_the_frame_rate_of_the_session_and_the_sweeps_of_t
                                          }));
 }
 
-TEST_F(interrupt_timeout, of_a_calibration_uses_the_frame_rate_of_the_session_before)
+TEST_F(interrupt_timeout, in_a_calibration_uses_the_frame_rate_of_the_last_session)
 {
     neighbours().calibration_steps = 2;
     ASSERT_TRUE(parse_config(R"({"frame_rate": 10})"));
@@ -150,7 +150,7 @@ TEST_F(interrupt_timeout, of_a_calibration_uses_the_frame_rate_of_the_session_be
     destroy_session();
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_wait_for_sensor_interrupt(1, 1100)"), 1U)
-        << "the rate rules come after the items: " << calls(call_kind_t::board);
+        << "the rates are read after the items: " << calls(call_kind_t::board);
 }
 
 } // namespace backend_tests

@@ -1,5 +1,5 @@
 /** @file
- * Initialisation, queries, the end of a session and the release of everything.
+ * Initialisation, queries, the end of a session, and deinitialisation.
  */
 #include <limits>
 
@@ -15,9 +15,9 @@ namespace
 using initialisation = backend_test;
 using queries = ready_backend_test;
 using session_end = ready_backend_test;
-using release = backend_test;
+using deinitialisation = backend_test;
 
-/** The calls of init on a board with two sensors, up to and including the allocations. */
+/** The number of arrays that init allocates. */
 constexpr size_t arrays_of_init = 13;
 
 } // namespace
@@ -47,7 +47,7 @@ TEST_F(initialisation, makes_its_calls_in_order)
               }));
 }
 
-TEST_F(initialisation, allocates_three_arrays_and_ten_groups_between_sensor_count_and_probe)
+TEST_F(initialisation, allocates_three_arrays_and_ten_groups_between_sensor_count_and_connection_check)
 {
     ASSERT_TRUE(init());
     EXPECT_EQ(neighbours().calls.count("zet_integration_mem_alloc("), arrays_of_init);
@@ -63,7 +63,7 @@ TEST_F(initialisation, routes_cjson_to_the_board_allocator)
     EXPECT_EQ(neighbours().hooks.free_fn, zet_integration_mem_free);
 }
 
-TEST_F(initialisation, probes_every_sensor_connected_or_not_and_leaves_it_powered_off)
+TEST_F(initialisation, checks_the_connection_of_every_sensor_and_powers_it_off_again)
 {
     neighbours().absent_sensors = {1, 3};
     ASSERT_TRUE(init());
@@ -98,7 +98,7 @@ TEST_F(initialisation, fails_when_the_sensor_library_refuses_the_board_record)
     deinit();
 }
 
-TEST_F(initialisation, fails_at_once_when_an_allocation_fails_and_deinit_releases_the_rest)
+TEST_F(initialisation, fails_immediately_when_an_allocation_fails_and_deinit_frees_the_rest)
 {
     for (size_t failing = 1; failing <= arrays_of_init; ++failing)
     {
@@ -107,7 +107,7 @@ TEST_F(initialisation, fails_at_once_when_an_allocation_fails_and_deinit_release
         EXPECT_EQ(neighbours().calls.count("zet_integration_mem_alloc("), failing);
         EXPECT_TRUE(calls().ends_with(")\n[ERROR] zet_integration_mem_alloc failed\n")) << calls();
         EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_on"), 0U)
-            << "no sensor is probed";
+            << "no sensor must be checked";
         EXPECT_EQ(zet_vantor_server_system_k3_get_sensor_count(), 3U);
         EXPECT_EQ(memory().live_blocks(), failing - 1);
         deinit();
@@ -116,7 +116,7 @@ TEST_F(initialisation, fails_at_once_when_an_allocation_fails_and_deinit_release
     }
 }
 
-TEST_F(initialisation, of_a_board_without_sensors_fails_when_the_allocator_answers_null)
+TEST_F(initialisation, on_a_board_without_sensors_fails_if_the_allocator_returns_null)
 {
     neighbours().sensor_count = 0;
     memory().null_for_no_bytes = true;
@@ -126,7 +126,7 @@ TEST_F(initialisation, of_a_board_without_sensors_fails_when_the_allocator_answe
     deinit();
 }
 
-TEST_F(initialisation, of_a_board_without_sensors_succeeds_when_the_allocator_answers_a_pointer)
+TEST_F(initialisation, on_a_board_without_sensors_succeeds_if_the_allocator_returns_a_pointer)
 {
     neighbours().sensor_count = 0;
     ASSERT_TRUE(init());
@@ -135,11 +135,11 @@ TEST_F(initialisation, of_a_board_without_sensors_succeeds_when_the_allocator_an
     EXPECT_EQ(zet_vantor_server_system_k3_get_sensor_count(), 0U);
     EXPECT_FALSE(zet_vantor_server_system_is_sensor_connected(1));
     EXPECT_TRUE(parse("{}"));
-    EXPECT_FALSE(parse_config("{}")) << "no group has a slot";
+    EXPECT_FALSE(parse_config("{}")) << "a group cannot contain an item";
     EXPECT_EQ(error, error_config_group_items_str);
 }
 
-TEST_F(initialisation, may_follow_a_release)
+TEST_F(initialisation, works_again_after_deinit)
 {
     ASSERT_TRUE(init());
     deinit();
@@ -150,7 +150,7 @@ TEST_F(initialisation, may_follow_a_release)
     EXPECT_TRUE(read_frame());
 }
 
-TEST_F(initialisation, starts_a_new_life_on_demand_and_without_calibrations)
+TEST_F(initialisation, resets_to_on_demand_and_forgets_all_calibrations)
 {
     ASSERT_TRUE(init());
     ASSERT_TRUE(parse_config(R"({"frame_rate": 10.0})"));
@@ -163,13 +163,13 @@ TEST_F(initialisation, starts_a_new_life_on_demand_and_without_calibrations)
               R"({"status":"ok","tick_period":1000,"payload_size":0,"calibration_info":[],"metadata":[]})");
 }
 
-TEST_F(queries, name_the_sensor_model_and_count_the_positions)
+TEST_F(queries, return_the_sensor_model_and_the_number_of_positions)
 {
     EXPECT_STREQ(zet_vantor_server_system_get_sensor_name(), "k330");
     EXPECT_EQ(zet_vantor_server_system_k3_get_sensor_count(), 3U);
 }
 
-TEST_F(queries, of_connection_are_false_for_id_0_and_beyond_the_count)
+TEST_F(queries, report_id_0_and_ids_above_the_sensor_count_as_not_connected)
 {
     EXPECT_FALSE(zet_vantor_server_system_is_sensor_connected(0));
     EXPECT_FALSE(zet_vantor_server_system_is_sensor_connected(4));
@@ -177,7 +177,7 @@ TEST_F(queries, of_connection_are_false_for_id_0_and_beyond_the_count)
     EXPECT_TRUE(zet_vantor_server_system_is_sensor_connected(3));
 }
 
-TEST_F(initialisation, remembers_which_sensors_answered)
+TEST_F(initialisation, remembers_which_sensors_are_connected)
 {
     neighbours().absent_sensors = {3};
     ASSERT_TRUE(init());
@@ -185,10 +185,10 @@ TEST_F(initialisation, remembers_which_sensors_answered)
     EXPECT_TRUE(zet_vantor_server_system_is_sensor_connected(2));
     EXPECT_FALSE(zet_vantor_server_system_is_sensor_connected(3));
     destroy_session();
-    EXPECT_TRUE(zet_vantor_server_system_is_sensor_connected(1)) << "the end of a session keeps the answer";
+    EXPECT_TRUE(zet_vantor_server_system_is_sensor_connected(1)) << "the end of a session does not change it";
 }
 
-TEST_F(queries, on_demand_is_true_for_frame_rate_zero_and_minus_zero_and_false_for_ten)
+TEST_F(queries, on_demand_is_true_for_frame_rate_0_and_minus_0_but_not_10)
 {
     EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
     ASSERT_TRUE(parse_config(R"({"frame_rate": 10.0})"));
@@ -201,14 +201,14 @@ TEST_F(queries, on_demand_is_true_for_frame_rate_zero_and_minus_zero_and_false_f
     EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
 }
 
-TEST_F(queries, on_demand_is_false_for_a_frame_rate_that_is_no_number)
+TEST_F(queries, on_demand_is_false_if_the_frame_rate_is_nan)
 {
     neighbours().config_defaults.frame_rate = std::numeric_limits<float>::quiet_NaN();
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_FALSE(zet_vantor_server_system_is_on_demand());
 }
 
-TEST_F(queries, diagnostics_test_is_not_offered)
+TEST_F(queries, diagnostics_test_is_not_supported)
 {
     EXPECT_FALSE(zet_vantor_server_system_execute_diagnostics_test(nullptr, nullptr));
     cJSON *input = cJSON_Parse("{}");
@@ -217,7 +217,7 @@ TEST_F(queries, diagnostics_test_is_not_offered)
     EXPECT_EQ(calls(), "");
 }
 
-TEST_F(session_end, right_after_init_only_logs_and_does_the_same_again)
+TEST_F(session_end, right_after_init_only_logs_and_may_be_repeated)
 {
     destroy_session();
     EXPECT_EQ(calls(), lines({"[INFO] Stopping all sensors"}));
@@ -225,7 +225,7 @@ TEST_F(session_end, right_after_init_only_logs_and_does_the_same_again)
     EXPECT_EQ(calls(), lines({"[INFO] Stopping all sensors"}));
 }
 
-TEST_F(session_end, releases_items_in_order_and_then_the_sensors)
+TEST_F(session_end, frees_items_in_order_and_then_the_sensors)
 {
     ASSERT_TRUE(parse(R"({"groups": [
         [{"sensor_id": 1, "config": {}, "cpd_overrides": {}}, {"sensor_id": 2, "config": {}}],
@@ -245,10 +245,10 @@ TEST_F(session_end, releases_items_in_order_and_then_the_sensors)
                   "[INFO] Powered off sensor id 2",
               }));
     destroy_session();
-    EXPECT_EQ(calls(), lines({"[INFO] Stopping all sensors"})) << "every pointer was set back to null";
+    EXPECT_EQ(calls(), lines({"[INFO] Stopping all sensors"})) << "every pointer must be null again";
 }
 
-TEST_F(session_end, leaves_sensors_without_a_handle_alone)
+TEST_F(session_end, ignores_sensors_without_a_handle)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 3, "config": {}}, {"sensor_id": 1, "config": {}})"));
     destroy_session();
@@ -261,7 +261,7 @@ TEST_F(session_end, leaves_sensors_without_a_handle_alone)
     EXPECT_EQ(neighbours().calls.count("[INFO] Powered off sensor id 2"), 0U);
 }
 
-TEST_F(session_end, releases_what_an_incomplete_item_has)
+TEST_F(session_end, frees_the_resources_of_an_incomplete_item)
 {
     refuse("zet_processing_create");
     ASSERT_FALSE(parse_config("{}"));
@@ -288,18 +288,18 @@ TEST_F(session_end, makes_the_next_session_calibrate_and_prepare_again)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare("), 1U);
 }
 
-TEST_F(session_end, keeps_the_calibration_result_itself)
+TEST_F(session_end, keeps_the_calibration_result_but_marks_it_incomplete)
 {
     neighbours().temperatures[1] = -7;
     ASSERT_TRUE(parse_config("{}"));
     destroy_session();
-    // An item that fails before its calibration step stays configured, because the last item decides.
+    // An item that fails before its calibration stays configured, because the last item decides.
     refuse("zet_nox_get_buffer_size");
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
     ASSERT_TRUE(send_metadata());
     EXPECT_NE(sent_document().find(R"("metadata":[[{"calibration_temperature":-7,)"), std::string::npos);
     EXPECT_EQ(sent_document().find(R"({"sensor_id":1,)"), std::string::npos)
-        << "but it is not complete any more";
+        << "the calibration must no longer be complete";
 }
 
 TEST_F(session_end, keeps_the_frame_rate_and_the_probe_registration)
@@ -310,7 +310,7 @@ TEST_F(session_end, keeps_the_frame_rate_and_the_probe_registration)
     EXPECT_EQ(neighbours().calls.count("zet_probes_register_callback"), 0U);
 }
 
-TEST_F(release, frees_the_arrays_in_the_order_in_which_they_were_made)
+TEST_F(deinitialisation, frees_the_arrays_in_the_order_of_their_allocation)
 {
     ASSERT_TRUE(init());
     deinit();
@@ -332,7 +332,7 @@ TEST_F(release, frees_the_arrays_in_the_order_in_which_they_were_made)
     EXPECT_EQ(memory().live_blocks(), 0U);
 }
 
-TEST_F(release, twice_does_nothing_the_second_time_and_keeps_the_sensor_count)
+TEST_F(deinitialisation, twice_does_nothing_the_second_time_and_keeps_the_sensor_count)
 {
     ASSERT_TRUE(init());
     deinit();

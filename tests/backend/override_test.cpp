@@ -1,5 +1,5 @@
 /** @file
- * The "cpd_overrides" object, the list made of it, and its use when a sensor is prepared.
+ * The "cpd_overrides" object, the list made from it, and its use when a sensor is prepared.
  */
 #include <array>
 #include <cstring>
@@ -14,7 +14,8 @@ namespace
 
 using parameters_t = zet_cpd_k330_meas_session_parameters_t;
 
-/** Words of the parameter block that differ from their own index, which the library's stand-in writes. */
+/** The words of the parameter block that the backend changed. The library's stand-in sets each to its index.
+ */
 std::string changed_words(const parameters_t &parameters)
 {
     std::array<uint16_t, sizeof(parameters_t) / sizeof(uint16_t)> words{};
@@ -33,13 +34,13 @@ std::string changed_words(const parameters_t &parameters)
 class overrides : public ready_backend_test
 {
 protected:
-    /** Parses an item on sensor 1 with the given "cpd_overrides" value. */
+    /** Parses an item on sensor 1 with this "cpd_overrides" value. */
     bool parse_overrides(const std::string &value)
     {
         return parse_group(R"({"sensor_id": 1, "config": {}, "cpd_overrides": )" + value + "}");
     }
 
-    /** The log lines without the one about the sensor's supply. */
+    /** The log lines, without the one about the sensor's supply. */
     static std::string log_after_power_on()
     {
         const std::string text = calls(call_kind_t::log);
@@ -49,7 +50,7 @@ protected:
 
 } // namespace
 
-TEST_F(overrides, empty_object_yields_an_empty_list_and_a_callback_that_changes_nothing)
+TEST_F(overrides, empty_object_gives_an_empty_list_and_a_callback_that_changes_nothing)
 {
     ASSERT_TRUE(parse_overrides("{}"));
     EXPECT_EQ(log_after_power_on(), lines({"[INFO] Found 0 override items"}));
@@ -57,7 +58,7 @@ TEST_F(overrides, empty_object_yields_an_empty_list_and_a_callback_that_changes_
     EXPECT_EQ(changed_words(neighbours().parameters), "");
 }
 
-TEST_F(overrides, stand_in_table_order_whatever_the_order_of_the_keys)
+TEST_F(overrides, are_stored_in_table_order_whatever_the_order_of_the_keys)
 {
     ASSERT_TRUE(parse_overrides(R"({"tx_duration": 5, "tx_freq_ctrl": 7})"));
     EXPECT_EQ(log_after_power_on(), lines({
@@ -93,7 +94,7 @@ TEST_F(overrides, write_all_six_parameters)
               "byte 16: 1005\nbyte 18: 1006\nbyte 78: 1001\nbyte 80: 1002\nbyte 110: 1004\nbyte 112: 1003\n");
 }
 
-TEST_F(overrides, mapping_table_is_visible_and_each_row_writes_its_own_field)
+TEST_F(overrides, mapping_table_is_exported_and_each_row_writes_its_own_field)
 {
     const std::vector<std::pair<std::string, std::string>> rows{
         {"tx_freq_ctrl", "byte 18: 4660\n"},         {"rx_freq_ctrl", "byte 16: 4660\n"},
@@ -118,7 +119,7 @@ TEST_F(overrides, mapping_table_is_visible_and_each_row_writes_its_own_field)
     }
 }
 
-TEST_F(overrides, value_beyond_16_bits_is_logged_whole_and_stored_truncated)
+TEST_F(overrides, value_above_16_bits_is_logged_in_full_and_stored_truncated)
 {
     ASSERT_TRUE(parse_overrides(R"({"tx_duration": 70000})"));
     EXPECT_EQ(neighbours().calls.count("[INFO] Setting CPD program parameter tx_duration to 70000"), 1U);
@@ -140,7 +141,7 @@ TEST_F(overrides, change_subsweep_0_only_even_with_four_subsweeps)
     EXPECT_EQ(changed_words(neighbours().parameters), "byte 112: 9\n");
 }
 
-TEST_F(overrides, callback_leaves_other_probes_alone)
+TEST_F(overrides, callback_ignores_other_probes)
 {
     ASSERT_TRUE(parse_overrides(R"({"integrator_ctrl": 9})"));
     neighbours().calls.clear();
@@ -166,7 +167,7 @@ TEST_F(overrides, callback_ignores_data_size_and_sensor_id)
     EXPECT_EQ(parameters.subsweeps[0].integrator_ctrl, 9);
 }
 
-TEST_F(overrides, item_without_overrides_gets_a_null_registration_after_an_item_that_has_some)
+TEST_F(overrides, item_without_overrides_removes_the_callback_of_an_item_before_it)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cpd_overrides": {"integrator_ctrl": 9}},
                                {"sensor_id": 2, "config": {}})"));
@@ -179,7 +180,7 @@ TEST_F(overrides, item_without_overrides_gets_a_null_registration_after_an_item_
         "zet_config_frame_rate_get(config 2)",
     }))) << all;
     EXPECT_EQ(neighbours().calls.count("[INFO] Setting CPD"), 1U)
-        << "only the first item's sensor was overridden";
+        << "only the sensor of the first item has overrides";
 }
 
 TEST_F(overrides, are_applied_at_every_prepare)
@@ -196,7 +197,7 @@ TEST_F(overrides, are_applied_at_every_prepare)
     }
 }
 
-TEST_F(overrides, that_are_not_valid_fail_the_item_and_keep_its_configuration)
+TEST_F(overrides, that_are_invalid_fail_the_item_but_keep_its_configuration)
 {
     for (const char *value :
          {R"({"tx_durations": 5})", R"({"tx_duration": "5"})", R"({"tx_duration": 5.5})", "7", "[]", "null"})
@@ -208,7 +209,7 @@ TEST_F(overrides, that_are_not_valid_fail_the_item_and_keep_its_configuration)
         EXPECT_EQ(log_after_power_on(), lines({"[ERROR] Invalid cpd config"}));
         EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 0U);
         destroy_session();
-        EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 1U) << "released with the session";
+        EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 1U) << "freed at the end of the session";
         EXPECT_EQ(calls(call_kind_t::memory), "");
     }
 }

@@ -1,7 +1,7 @@
 /** @file
- * The backend's record: its layout, and what only a look into it can tell.
+ * The backend's internal record: its layout, and state that other tests cannot see.
  *
- * The backend's source is compiled into this program, so its file-local record is within reach.
+ * This program includes the backend's source file, so that it can access the file-local record.
  */
 #include "zet_vantor_server_system_k330.cpp" // NOLINT(bugprone-suspicious-include)
 
@@ -20,7 +20,7 @@ namespace
 
 static_assert(MAX_GROUP_COUNT == 10);
 
-// Every record's fields stand in this order.
+// The fields of every record are in this order.
 static_assert(offsetof(vantor_server_system_t, sensor_count) == 0);
 static_assert(offsetof(vantor_server_system_t, sensor_count) <
               offsetof(vantor_server_system_t, group_items_count));
@@ -68,11 +68,11 @@ static_assert(offsetof(cpd_override_t, count) < offsetof(cpd_override_t, items))
 static_assert(std::extent_v<decltype(cpd_override_t::items)> == 6);
 static_assert(offsetof(cpd_override_item_t, value) < offsetof(cpd_override_item_t, set_func));
 
-/** Tests on the record before its initialisation. */
-using record_of_a_new_life = backend_test;
+/** Tests on the record before initialisation. */
+using record_after_init = backend_test;
 
-/** Tests on the record of a session. */
-class record_of_a_session : public ready_backend_test
+/** Tests on the record during a session. */
+class record_in_a_session : public ready_backend_test
 {
 protected:
     static item_t &item(size_t group, size_t slot)
@@ -85,7 +85,7 @@ protected:
         return vantor_server_system.sensor_control.sensor_info[sensor_id - 1];
     }
 
-    /** Expects a slot to own nothing. */
+    /** Expects a slot to own no resources. */
     static void expect_free(const item_t &slot)
     {
         EXPECT_EQ(slot.config, nullptr);
@@ -94,7 +94,7 @@ protected:
         EXPECT_EQ(slot.buffer, nullptr);
     }
 
-    /** Moves a slot to another place, as if other items had failed. */
+    /** Moves an item to another slot, as if other items had failed. */
     static void move_item(item_t &from, item_t &to)
     {
         to = from;
@@ -112,7 +112,7 @@ template <typename object_t> bool all_zero(const object_t &object)
 
 } // namespace
 
-TEST_F(record_of_a_new_life, arrays_have_the_size_of_their_elements)
+TEST_F(record_after_init, arrays_have_the_size_of_their_elements)
 {
     ASSERT_TRUE(init());
     std::string expected = "zet_integration_mem_alloc(" + std::to_string(3 * sizeof(sensor_info_t)) +
@@ -125,7 +125,7 @@ TEST_F(record_of_a_new_life, arrays_have_the_size_of_their_elements)
     EXPECT_EQ(calls(call_kind_t::memory), expected);
 }
 
-TEST_F(record_of_a_new_life, arrays_are_filled_with_zeros)
+TEST_F(record_after_init, arrays_are_zero_filled)
 {
     ASSERT_TRUE(init());
     for (size_t index = 0; index < 3; ++index)
@@ -139,7 +139,7 @@ TEST_F(record_of_a_new_life, arrays_are_filled_with_zeros)
     }
 }
 
-TEST_F(record_of_a_new_life, stays_untouched_when_the_board_is_refused)
+TEST_F(record_after_init, does_not_change_when_the_board_is_refused)
 {
     vantor_server_system.sensor_count = 17;
     vantor_server_system.frame_rate = 3.0F;
@@ -154,7 +154,7 @@ TEST_F(record_of_a_new_life, stays_untouched_when_the_board_is_refused)
     deinit();
 }
 
-TEST_F(record_of_a_new_life, is_zeroed_and_counted_before_the_first_allocation)
+TEST_F(record_after_init, is_zeroed_and_the_sensors_are_counted_before_the_first_allocation)
 {
     vantor_server_system.frame_rate = 3.0F;
     vantor_server_system.enable_diagnostics = true;
@@ -168,7 +168,7 @@ TEST_F(record_of_a_new_life, is_zeroed_and_counted_before_the_first_allocation)
     deinit();
 }
 
-TEST_F(record_of_a_new_life, keeps_the_arrays_made_before_a_failed_allocation)
+TEST_F(record_after_init, keeps_the_arrays_allocated_before_a_failed_allocation)
 {
     memory().fail_allocation(5);
     EXPECT_FALSE(init());
@@ -181,7 +181,7 @@ TEST_F(record_of_a_new_life, keeps_the_arrays_made_before_a_failed_allocation)
     deinit();
 }
 
-TEST_F(record_of_a_new_life, release_sets_every_pointer_back_to_null_and_keeps_the_counts)
+TEST_F(record_after_init, deinit_sets_every_pointer_to_null_and_keeps_the_counts)
 {
     ASSERT_TRUE(init());
     deinit();
@@ -191,7 +191,7 @@ TEST_F(record_of_a_new_life, release_sets_every_pointer_back_to_null_and_keeps_t
     EXPECT_EQ(vantor_server_system.group_items_count, 3U);
 }
 
-TEST_F(record_of_a_new_life, on_demand_depends_on_the_frame_rate_alone)
+TEST_F(record_after_init, on_demand_depends_on_the_frame_rate_alone)
 {
     const float saved = vantor_server_system.frame_rate;
     for (const float rate : {0.0F, -0.0F})
@@ -207,7 +207,7 @@ TEST_F(record_of_a_new_life, on_demand_depends_on_the_frame_rate_alone)
     vantor_server_system.frame_rate = saved;
 }
 
-TEST_F(record_of_a_session, empty_document_leaves_it_empty)
+TEST_F(record_in_a_session, empty_document_leaves_it_empty)
 {
     vantor_server_system.enable_diagnostics = true;
     vantor_server_system.frame_rate = 5.0F;
@@ -217,7 +217,7 @@ TEST_F(record_of_a_session, empty_document_leaves_it_empty)
     expect_free(item(0, 0));
 }
 
-TEST_F(record_of_a_session, faulty_log_level_still_sets_the_diagnostics)
+TEST_F(record_in_a_session, diagnostics_are_set_even_if_the_log_level_is_invalid)
 {
     EXPECT_FALSE(parse(R"({"enable_log": "warning", "enable_diagnostics": true})"));
     EXPECT_TRUE(vantor_server_system.enable_diagnostics);
@@ -225,7 +225,7 @@ TEST_F(record_of_a_session, faulty_log_level_still_sets_the_diagnostics)
     EXPECT_FALSE(vantor_server_system.enable_diagnostics);
 }
 
-TEST_F(record_of_a_session, faulty_calibration_list_still_sets_the_diagnostics)
+TEST_F(record_in_a_session, diagnostics_are_set_even_if_the_calibration_list_is_invalid)
 {
     EXPECT_FALSE(parse(R"({"calibration_info": [], "enable_diagnostics": true})"));
     EXPECT_TRUE(vantor_server_system.enable_diagnostics);
@@ -233,7 +233,7 @@ TEST_F(record_of_a_session, faulty_calibration_list_still_sets_the_diagnostics)
     EXPECT_TRUE(vantor_server_system.enable_diagnostics);
 }
 
-TEST_F(record_of_a_session, refused_calibration_data_stays_written_but_not_complete)
+TEST_F(record_in_a_session, refused_calibration_data_is_stored_but_not_marked_complete)
 {
     const std::string text = calibration_text(1, 21);
     refuse("zet_sensor_validate_calibration");
@@ -243,7 +243,7 @@ TEST_F(record_of_a_session, refused_calibration_data_stays_written_but_not_compl
     EXPECT_FALSE(sensor(1).calibration_complete);
 }
 
-TEST_F(record_of_a_session, unreadable_sensor_id_is_not_stored)
+TEST_F(record_in_a_session, unreadable_sensor_id_is_not_stored)
 {
     EXPECT_FALSE(parse_group(R"({"sensor_id": 4, "config": {}})"));
     EXPECT_EQ(item(0, 0).sensor_id, 0U);
@@ -251,7 +251,7 @@ TEST_F(record_of_a_session, unreadable_sensor_id_is_not_stored)
     EXPECT_EQ(item(0, 0).sensor_id, 3U);
 }
 
-TEST_F(record_of_a_session, group_g_and_item_i_of_the_document_fill_slot_i_of_group_g)
+TEST_F(record_in_a_session, group_g_and_item_i_of_the_document_fill_slot_i_of_group_g)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 3, "config": {}}],
         [5, {"sensor_id": 2, "config": {}}, {"sensor_id": 1, "config": {}, "cpd_overrides": {}}]]})"));
@@ -268,7 +268,7 @@ TEST_F(record_of_a_session, group_g_and_item_i_of_the_document_fill_slot_i_of_gr
     expect_free(item(2, 0));
 }
 
-TEST_F(record_of_a_session, unconnected_sensor_before_a_valid_item_leaves_its_slot_free)
+TEST_F(record_in_a_session, unconnected_sensor_before_a_valid_item_leaves_its_slot_free)
 {
     vantor_server_system.sensor_connected[0] = false;
     EXPECT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}})"));
@@ -277,7 +277,7 @@ TEST_F(record_of_a_session, unconnected_sensor_before_a_valid_item_leaves_its_sl
     EXPECT_NE(item(0, 1).config, nullptr);
 }
 
-TEST_F(record_of_a_session, eleven_groups_leave_ten_set_up)
+TEST_F(record_in_a_session, with_eleven_groups_the_first_ten_are_set_up)
 {
     const std::string group = R"([{"sensor_id": 1, "config": {}}])";
     std::string groups = group;
@@ -292,7 +292,7 @@ TEST_F(record_of_a_session, eleven_groups_leave_ten_set_up)
     }
 }
 
-TEST_F(record_of_a_session, override_list_holds_its_items_in_table_order)
+TEST_F(record_in_a_session, override_list_is_in_table_order)
 {
     ASSERT_TRUE(parse_group(
         R"({"sensor_id": 1, "config": {}, "cpd_overrides": {"tx_duration": -2, "rx_freq_ctrl": 70000}})"));
@@ -302,10 +302,10 @@ TEST_F(record_of_a_session, override_list_holds_its_items_in_table_order)
     EXPECT_EQ(list.items[0].set_func, cpd_override_mappings[1].set_func);
     EXPECT_EQ(list.items[1].value, 0xFFFFFFFEU);
     EXPECT_EQ(list.items[1].set_func, cpd_override_mappings[5].set_func);
-    EXPECT_TRUE(all_zero(list.items[2])) << "the list was filled with zeros";
+    EXPECT_TRUE(all_zero(list.items[2])) << "the list must be zero-filled";
 }
 
-TEST_F(record_of_a_session, callback_reads_the_number_of_overrides_before_each_one)
+TEST_F(record_in_a_session, callback_reads_the_number_of_overrides_before_each_one)
 {
     static cpd_override_t list;
     static int writes;
@@ -321,7 +321,7 @@ TEST_F(record_of_a_session, callback_reads_the_number_of_overrides_before_each_o
     EXPECT_EQ(writes, 2);
 }
 
-TEST_F(record_of_a_session, assessed_item_starts_with_transmitter_off_and_prepare_done)
+TEST_F(record_in_a_session, item_with_assessment_starts_with_transmitter_off_and_prepare_done)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true})"));
     const cca_config_t &cca = item(0, 0).cca_config;
@@ -329,17 +329,17 @@ TEST_F(record_of_a_session, assessed_item_starts_with_transmitter_off_and_prepar
     EXPECT_EQ(cca.threshold, 0.0F);
     EXPECT_FALSE(cca.tx_enable);
     EXPECT_FALSE(cca.debug);
-    EXPECT_FALSE(cca.prepare_needed) << "the prepare at the end of the item settled it";
+    EXPECT_FALSE(cca.prepare_needed) << "the prepare at the end of the item clears it";
 }
 
-TEST_F(record_of_a_session, assessed_item_that_fails_before_its_prepare_still_needs_one)
+TEST_F(record_in_a_session, item_with_assessment_that_fails_before_its_prepare_still_needs_one)
 {
     refuse("zet_processing_create");
     EXPECT_FALSE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true})"));
     EXPECT_TRUE(item(0, 0).cca_config.prepare_needed);
 }
 
-TEST_F(record_of_a_session, item_without_assessment_leaves_the_other_settings_as_they_are)
+TEST_F(record_in_a_session, item_without_assessment_does_not_change_the_other_settings)
 {
     item(0, 0).cca_config = {true, 2.0F, true, true, true};
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": false, "cca_threshold": 1})"));
@@ -350,14 +350,14 @@ TEST_F(record_of_a_session, item_without_assessment_leaves_the_other_settings_as
     EXPECT_TRUE(cca.debug);
 }
 
-TEST_F(record_of_a_session, failed_configuration_leaves_the_slot_free)
+TEST_F(record_in_a_session, failed_configuration_leaves_the_slot_free)
 {
     EXPECT_FALSE(parse_config(R"({"prf": "x"})"));
     expect_free(item(0, 0));
-    EXPECT_NE(sensor(1).sensor, nullptr) << "but the sensor keeps its handle";
+    EXPECT_NE(sensor(1).sensor, nullptr) << "the sensor must keep its handle";
 }
 
-TEST_F(record_of_a_session, calibration_is_complete_after_success_and_not_after_a_failed_step)
+TEST_F(record_in_a_session, calibration_is_complete_after_success_and_not_after_a_failed_step)
 {
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_TRUE(sensor(1).calibration_complete);
@@ -365,49 +365,49 @@ TEST_F(record_of_a_session, calibration_is_complete_after_success_and_not_after_
     refuse("zet_sensor_calibrate");
     EXPECT_FALSE(parse_config("{}"));
     EXPECT_FALSE(sensor(1).calibration_complete);
-    EXPECT_EQ(sensor(1).cal_result.data[0], 0U) << "the result was cleared before the first step";
+    EXPECT_EQ(sensor(1).cal_result.data[0], 0U) << "the result must be cleared before the first step";
 }
 
-TEST_F(record_of_a_session, frame_rate_is_the_first_that_is_not_zero)
+TEST_F(record_in_a_session, frame_rate_is_the_first_one_that_is_not_0)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {"frame_rate": 5}},
                                {"sensor_id": 3, "config": {"frame_rate": 7}})"));
     EXPECT_EQ(vantor_server_system.frame_rate, 5.0F);
 }
 
-TEST_F(record_of_a_session, refused_document_keeps_the_frame_rate_it_found)
+TEST_F(record_in_a_session, refused_document_does_not_change_the_frame_rate)
 {
     EXPECT_FALSE(parse(R"({"update_rate": 1, "groups": [[{"sensor_id": 1, "config": {"frame_rate": 8}}]]})"));
     EXPECT_EQ(vantor_server_system.frame_rate, 8.0F);
 }
 
-TEST_F(record_of_a_session, end_leaves_result_and_clears_what_it_owned)
+TEST_F(record_in_a_session, end_keeps_results_and_frees_resources)
 {
     ASSERT_TRUE(parse(R"({"enable_diagnostics": true, "groups": [[
         {"sensor_id": 2, "config": {"frame_rate": 10}, "cpd_overrides": {}}]]})"));
     destroy_session();
     expect_free(item(0, 0));
-    EXPECT_EQ(item(0, 0).sensor_id, 2U) << "no other field is touched";
+    EXPECT_EQ(item(0, 0).sensor_id, 2U) << "no other field must change";
     EXPECT_EQ(item(0, 0).buffer_size, 64U);
     EXPECT_EQ(item(0, 0).metadata.frame_data_length, 4U);
     EXPECT_EQ(sensor(2).sensor, nullptr);
     EXPECT_FALSE(sensor(2).calibration_complete);
-    EXPECT_EQ(sensor(2).cal_result.data[0], 2U) << "the result stays";
+    EXPECT_EQ(sensor(2).cal_result.data[0], 2U) << "the result must be kept";
     EXPECT_EQ(vantor_server_system.sensor_control.last_config[1], nullptr);
     EXPECT_EQ(vantor_server_system.frame_rate, 10.0F);
     EXPECT_TRUE(vantor_server_system.enable_diagnostics);
     EXPECT_TRUE(vantor_server_system.sensor_connected[1]);
 }
 
-TEST_F(record_of_a_session, end_keeps_the_calibration_flag_of_a_sensor_without_a_handle)
+TEST_F(record_in_a_session, end_keeps_the_calibration_flag_of_a_sensor_without_a_handle)
 {
     ASSERT_TRUE(
         parse(R"({"calibration_info": [{"sensor_id": 3, "data": ")" + calibration_text(3, 23) + R"("}]})"));
     destroy_session();
-    EXPECT_TRUE(sensor(3).calibration_complete) << "only sensors with a handle are touched";
+    EXPECT_TRUE(sensor(3).calibration_complete) << "only sensors with a handle must change";
 }
 
-TEST_F(record_of_a_session, end_releases_slots_that_have_no_configuration_too)
+TEST_F(record_in_a_session, end_also_frees_slots_without_a_configuration)
 {
     ASSERT_TRUE(parse_config("{}"));
     zet_config_t *config = item(0, 0).config;
@@ -419,7 +419,7 @@ TEST_F(record_of_a_session, end_releases_slots_that_have_no_configuration_too)
     zet_config_destroy(config);
 }
 
-TEST_F(record_of_a_session, tick_is_stored_for_both_items_although_the_wait_for_the_second_fails)
+TEST_F(record_in_a_session, tick_is_stored_for_both_items_even_if_the_wait_for_the_second_fails)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}}, {"sensor_id": 2, "config": {}},
                                {"sensor_id": 3, "config": {}})"));
@@ -428,11 +428,11 @@ TEST_F(record_of_a_session, tick_is_stored_for_both_items_although_the_wait_for_
     EXPECT_EQ(error, error_nox_data_str);
     EXPECT_EQ(item(0, 0).sweep_tick, 1000U);
     EXPECT_EQ(item(0, 1).sweep_tick, 1010U);
-    EXPECT_EQ(item(0, 2).sweep_tick, 0U) << "the third was not waited for";
+    EXPECT_EQ(item(0, 2).sweep_tick, 0U) << "the backend must not wait for the third";
     EXPECT_EQ(neighbours().calls.count("zet_sensor_read"), 0U);
 }
 
-TEST_F(record_of_a_session, refused_prepare_is_remembered_as_the_last_one)
+TEST_F(record_in_a_session, failed_prepare_is_remembered_as_the_last_one)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 1, "config": {}}]]})"));
     refuse("zet_sensor_prepare");
@@ -440,7 +440,7 @@ TEST_F(record_of_a_session, refused_prepare_is_remembered_as_the_last_one)
     EXPECT_EQ(vantor_server_system.sensor_control.last_config[0], item(0, 0).config);
 }
 
-TEST_F(record_of_a_session, prepare_flag_counts_only_with_assessment_enabled)
+TEST_F(record_in_a_session, prepare_flag_is_used_only_with_assessment_enabled)
 {
     ASSERT_TRUE(parse_config("{}"));
     item(0, 0).cca_config.prepare_needed = true;
@@ -452,7 +452,7 @@ TEST_F(record_of_a_session, prepare_flag_counts_only_with_assessment_enabled)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare"), 1U);
 }
 
-TEST_F(record_of_a_session, assessment_switches_on_and_then_finds_valid_data)
+TEST_F(record_in_a_session, assessment_switches_the_transmitter_on_and_then_marks_data_valid)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_threshold": 0.5})"));
     const cca_config_t &cca = item(0, 0).cca_config;
@@ -466,12 +466,12 @@ TEST_F(record_of_a_session, assessment_switches_on_and_then_finds_valid_data)
     EXPECT_FALSE(result.tx_enabled);
     EXPECT_EQ(result.cca_value, 0.2F);
     ASSERT_TRUE(read_frame());
-    EXPECT_FALSE(cca.prepare_needed) << "the frame began with a prepare and ended without need of another";
+    EXPECT_FALSE(cca.prepare_needed) << "the frame started with a prepare, so no other one is needed";
     EXPECT_TRUE(result.data_valid);
     EXPECT_TRUE(result.tx_enabled);
 }
 
-TEST_F(record_of_a_session, refused_assessment_leaves_settings_and_result_alone)
+TEST_F(record_in_a_session, failed_assessment_does_not_change_settings_or_result)
 {
     ASSERT_TRUE(parse_group(R"({"sensor_id": 1, "config": {}, "cca_enable": true, "cca_threshold": 0.5})"));
     item(0, 0).cca_result = {true, 7.0F, true, true};
@@ -483,7 +483,7 @@ TEST_F(record_of_a_session, refused_assessment_leaves_settings_and_result_alone)
     EXPECT_EQ(item(0, 0).cca_result.cca_value, 7.0F);
 }
 
-TEST_F(record_of_a_session, messages_leave_out_an_empty_group_between_others)
+TEST_F(record_in_a_session, messages_omit_an_empty_group_between_others)
 {
     ASSERT_TRUE(parse(R"({"groups": [[{"sensor_id": 1, "config": {}}], [{"sensor_id": 3, "config": {}}]]})"));
     move_item(item(1, 0), item(2, 1));
@@ -500,7 +500,7 @@ TEST_F(record_of_a_session, messages_leave_out_an_empty_group_between_others)
     EXPECT_EQ(document.find("[]"), std::string::npos);
 }
 
-TEST_F(record_of_a_session, sensor_of_an_item_may_have_a_stored_result_that_is_not_complete)
+TEST_F(record_in_a_session, sensor_of_an_item_may_have_an_incomplete_calibration_result)
 {
     ASSERT_TRUE(parse_config("{}"));
     sensor(1).calibration_complete = false;

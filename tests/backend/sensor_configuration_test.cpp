@@ -1,5 +1,5 @@
 /** @file
- * The "config" object of a group item: frame-level keys, sub-sweeps, and what is refused.
+ * The "config" object of a group item: frame-level keys, sub-sweeps, and invalid values.
  */
 #include "support/backend_fixture.h"
 
@@ -9,11 +9,11 @@ namespace backend_tests
 namespace
 {
 
-/** Parses one configuration at a time and looks at what reaches the sensor library. */
+/** Parses one configuration at a time and checks the calls to the sensor library. */
 class sensor_configuration : public ready_backend_test
 {
 protected:
-    /** The calls between the creation of the configuration and the question for its buffer size. */
+    /** The calls after the configuration is created and before its buffer size is read. */
     static std::string setters()
     {
         const std::string all = calls(call_kind_t::sensor_library);
@@ -22,7 +22,8 @@ protected:
         return all.substr(begin, all.find("zet_nox_get_buffer_size") - begin);
     }
 
-    /** Expects a configuration to be refused with a message, and everything made for it to be destroyed. */
+    /** Expects a configuration to be refused with this message, and everything created for it to be
+     * destroyed. */
     void expect_refused(const std::string &config, const char *message)
     {
         SCOPED_TRACE(config);
@@ -34,10 +35,11 @@ protected:
         EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 1U);
         EXPECT_EQ(neighbours().calls.count("zet_nox_get_buffer_size"), 0U);
         destroy_session();
-        EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 0U) << "the item kept no configuration";
+        EXPECT_EQ(neighbours().calls.count("zet_config_destroy"), 0U)
+            << "the item must not keep a configuration";
     }
 
-    /** Expects a configuration to be refused by validation, before anything is made. */
+    /** Expects a configuration to be refused by validation, before anything is created. */
     void expect_invalid(const std::string &config)
     {
         SCOPED_TRACE(config);
@@ -53,7 +55,7 @@ protected:
 
 } // namespace
 
-TEST_F(sensor_configuration, empty_object_leaves_every_library_default)
+TEST_F(sensor_configuration, empty_object_keeps_all_defaults_of_the_library)
 {
     ASSERT_TRUE(parse_config("{}"));
     EXPECT_EQ(setters(), "");
@@ -142,7 +144,7 @@ TEST_F(sensor_configuration, reads_json_in_fixed_order_and_validates_against_the
     EXPECT_NE(json.find(expected), std::string::npos) << json;
 }
 
-TEST_F(sensor_configuration, knows_every_prf_word)
+TEST_F(sensor_configuration, accepts_every_prf)
 {
     const std::vector<std::pair<std::string, int>> words{{"19_5_MHz", 0}, {"15_6_MHz", 1}, {"13_0_MHz", 2},
                                                          {"8_7_MHz", 3},  {"6_5_MHz", 4},  {"5_2_MHz", 5}};
@@ -155,7 +157,7 @@ TEST_F(sensor_configuration, knows_every_prf_word)
     }
 }
 
-TEST_F(sensor_configuration, knows_every_idle_state_word)
+TEST_F(sensor_configuration, accepts_every_idle_state)
 {
     const std::vector<std::pair<std::string, std::string>> words{
         {"deep_sleep", "0"}, {"sleep", "1"}, {"ready", "2"}};
@@ -175,7 +177,7 @@ TEST_F(sensor_configuration, knows_every_idle_state_word)
     }
 }
 
-TEST_F(sensor_configuration, truncates_numbers_to_the_width_of_the_setter)
+TEST_F(sensor_configuration, truncates_numbers_to_the_parameter_type_of_the_setter)
 {
     ASSERT_TRUE(parse_config(R"({"receiver_gain": 300, "num_points": 65546, "step_length": 65537,
         "hwaas": -1, "sweeps_per_frame": 65538, "profile": 259, "start_point": -2147483648})"));
@@ -190,7 +192,7 @@ TEST_F(sensor_configuration, truncates_numbers_to_the_width_of_the_setter)
                          }));
 }
 
-TEST_F(sensor_configuration, passes_a_profile_that_does_not_exist_on_to_the_library)
+TEST_F(sensor_configuration, passes_an_unknown_profile_to_the_library)
 {
     ASSERT_TRUE(parse_config(R"({"profile": 6})"));
     EXPECT_EQ(setters(), "zet_config_subsweep_profile_set(config 1, 6, 0)\n");
@@ -209,20 +211,20 @@ TEST_F(sensor_configuration, four_subsweeps_get_indexes_0_to_3)
                          }));
 }
 
-TEST_F(sensor_configuration, fifth_subsweep_is_refused_even_when_it_is_valid)
+TEST_F(sensor_configuration, fifth_subsweep_is_refused_even_if_it_is_valid)
 {
     expect_refused(R"({"subsweeps": [{}, {}, {}, {"start_point": 4}, {}]})", error_too_many_subsweeps);
     expect_refused(R"({"subsweeps": [{}, {}, {}, {}, 17]})", error_too_many_subsweeps);
 }
 
-TEST_F(sensor_configuration, fifth_subsweep_is_noticed_only_after_the_first_four_were_applied)
+TEST_F(sensor_configuration, fifth_subsweep_is_refused_only_after_the_first_four_are_applied)
 {
     EXPECT_FALSE(parse_config(R"({"subsweeps": [{}, {}, {}, {"start_point": 4}, {}]})"));
     EXPECT_EQ(neighbours().calls.count("zet_config_subsweep_start_point_set(config 1, 4, 3)"), 1U);
     EXPECT_EQ(neighbours().calls.count("zet_config_num_subsweeps_set"), 0U);
 }
 
-TEST_F(sensor_configuration, empty_subsweeps_set_their_number_to_0)
+TEST_F(sensor_configuration, empty_subsweeps_array_sets_their_number_to_0)
 {
     ASSERT_TRUE(parse_config(R"({"subsweeps": []})"));
     EXPECT_EQ(setters(), "zet_config_num_subsweeps_set(config 1, 0)\n");
@@ -235,7 +237,7 @@ TEST_F(sensor_configuration, subsweep_keys_at_the_frame_level_together_with_subs
     expect_refused(R"({"subsweeps": [], "iq_imbalance_compensation": false})", error_double_subsweep_config);
 }
 
-TEST_F(sensor_configuration, every_subsweep_key_counts_for_the_double_definition)
+TEST_F(sensor_configuration, every_subsweep_key_at_the_frame_level_conflicts_with_subsweeps)
 {
     for (const char *member :
          {R"("start_point": 0)", R"("num_points": 0)", R"("step_length": 0)", R"("profile": 0)",
@@ -246,12 +248,12 @@ TEST_F(sensor_configuration, every_subsweep_key_counts_for_the_double_definition
     }
 }
 
-TEST_F(sensor_configuration, prf_at_the_frame_level_counts_as_a_subsweep_key)
+TEST_F(sensor_configuration, prf_at_the_frame_level_conflicts_with_subsweeps)
 {
     expect_refused(R"({"prf": "13_0_MHz", "subsweeps": []})", error_double_subsweep_config);
 }
 
-TEST_F(sensor_configuration, frame_rate_beside_subsweeps_is_accepted)
+TEST_F(sensor_configuration, frame_rate_together_with_subsweeps_is_accepted)
 {
     ASSERT_TRUE(parse_config(R"({"frame_rate": 80, "subsweeps": [{"start_point": 100}]})"));
     EXPECT_EQ(setters(), lines({
@@ -268,7 +270,7 @@ TEST_F(sensor_configuration, frame_level_key_in_a_subsweep_is_refused_without_a_
     expect_refused(R"({"subsweeps": [3]})", error_bad_config);
 }
 
-TEST_F(sensor_configuration, object_with_unknown_or_mistyped_members_is_refused)
+TEST_F(sensor_configuration, object_with_members_unknown_or_of_the_wrong_type_is_refused)
 {
     expect_invalid(R"({"frame_ratio": 1})");
     expect_invalid(R"({"frame_rate": "10"})");
@@ -278,7 +280,7 @@ TEST_F(sensor_configuration, object_with_unknown_or_mistyped_members_is_refused)
     expect_invalid(R"({"subsweeps": {}})");
 }
 
-TEST_F(sensor_configuration, unknown_prf_word_is_refused)
+TEST_F(sensor_configuration, unknown_prf_is_refused)
 {
     expect_refused(R"({"prf": "13.0_MHz"})", error_invalid_prf);
     expect_refused(R"({"prf": "13_0_mhz"})", error_invalid_prf);
@@ -286,7 +288,7 @@ TEST_F(sensor_configuration, unknown_prf_word_is_refused)
     expect_refused(R"({"subsweeps": [{"prf": "fast"}]})", error_invalid_prf);
 }
 
-TEST_F(sensor_configuration, unknown_idle_state_word_is_refused)
+TEST_F(sensor_configuration, unknown_idle_state_is_refused)
 {
     expect_refused(R"({"inter_frame_idle_state": "Sleep"})", error_invalid_inter_frame_idle_state);
     expect_refused(R"({"inter_frame_idle_state": "awake"})", error_invalid_inter_frame_idle_state);
@@ -294,7 +296,7 @@ TEST_F(sensor_configuration, unknown_idle_state_word_is_refused)
     expect_refused(R"({"inter_sweep_idle_state": ""})", error_invalid_inter_sweep_idle_state);
 }
 
-TEST_F(sensor_configuration, first_failing_step_decides_the_message)
+TEST_F(sensor_configuration, first_failed_step_sets_the_message)
 {
     expect_refused(R"({"prf": "x", "subsweeps": []})", error_invalid_prf);
     expect_refused(R"({"subsweeps": [{"prf": "x"}, {}, {}, {}, {}]})", error_invalid_prf);
@@ -304,7 +306,7 @@ TEST_F(sensor_configuration, first_failing_step_decides_the_message)
                    error_invalid_inter_frame_idle_state);
 }
 
-TEST_F(sensor_configuration, bad_prf_in_subsweep_2_fails_although_0_and_1_were_applied)
+TEST_F(sensor_configuration, bad_prf_in_subsweep_2_fails_after_0_and_1_are_applied)
 {
     EXPECT_FALSE(parse_config(R"({"subsweeps": [{"hwaas": 1}, {"hwaas": 2}, {"hwaas": 3, "prf": "x"}]})"));
     EXPECT_EQ(error, error_invalid_prf);
@@ -318,7 +320,7 @@ TEST_F(sensor_configuration, bad_prf_in_subsweep_2_fails_although_0_and_1_were_a
                                                   }));
 }
 
-TEST_F(sensor_configuration, library_that_cannot_create_a_configuration_is_reported_as_out_of_memory)
+TEST_F(sensor_configuration, configuration_that_the_library_cannot_create_is_reported_as_out_of_memory)
 {
     refuse("zet_config_create");
     EXPECT_FALSE(parse_config("{}"));

@@ -1,5 +1,5 @@
 /** @file
- * The configuration document from its root to the rate rules; the items themselves are in
+ * The configuration document, from its root to the rules for rates. For the items see
  * group_item_test.cpp.
  */
 #include <limits>
@@ -14,7 +14,7 @@ namespace
 
 const std::string with_frame_rate = R"("groups": [[{"sensor_id": 1, "config": {"frame_rate": 10.0}}]])";
 
-/** A whole document. */
+/** Complete documents. */
 class session_configuration : public ready_backend_test
 {
 protected:
@@ -40,7 +40,7 @@ protected:
         destroy_session();
     }
 
-    /** Whether the diagnostic log is switched on in a session with the given top-level members. */
+    /** Whether a session with these top-level members enables the diagnostic log. */
     bool diagnostics_with(const std::string &members)
     {
         EXPECT_TRUE(parse("{" + members + R"("groups": [[{"sensor_id": 1, "config": {}}]]})"));
@@ -50,8 +50,8 @@ protected:
     }
 
     /**
-     * Expects a document that is refused before its groups to change no frame rate: neither to forget that of
-     * the session before nor to take its own.
+     * Expects a document that is refused before its groups not to change the frame rate: it keeps that of the
+     * last session and does not use its own.
      */
     void expect_frame_rate_kept_by(const std::string &document)
     {
@@ -60,19 +60,19 @@ protected:
         destroy_session();
         EXPECT_FALSE(parse(document));
         destroy_session();
-        EXPECT_FALSE(zet_vantor_server_system_is_on_demand()) << "the rate is forgotten";
+        EXPECT_FALSE(zet_vantor_server_system_is_on_demand()) << "the rate of the last session is lost";
 
         ASSERT_TRUE(parse("{}"));
         destroy_session();
         EXPECT_FALSE(parse("{" + with_frame_rate + ", " + document.substr(1)));
         destroy_session();
-        EXPECT_TRUE(zet_vantor_server_system_is_on_demand()) << "the refused rate counts";
+        EXPECT_TRUE(zet_vantor_server_system_is_on_demand()) << "the rate of the refused document is used";
     }
 };
 
 const std::string valid_data = calibration_text(2, 22);
 
-/** A document whose calibration list has the given elements. */
+/** A document with these elements in its calibration list. */
 std::string calibrations(const std::string &elements)
 {
     return R"({"calibration_info": [)" + elements + "]}";
@@ -83,7 +83,7 @@ std::string calibration(const std::string &sensor_id, const std::string &data)
     return R"({"sensor_id": )" + sensor_id + R"(, "data": ")" + data + R"("})";
 }
 
-/** Documents whose calibration list is refused, each for another reason. */
+/** Documents whose calibration list is refused, each for a different reason. */
 const std::vector<std::string> refused_calibration_lists{
     calibrations(""),
     calibrations("7"),
@@ -92,7 +92,7 @@ const std::vector<std::string> refused_calibration_lists{
     calibrations(calibration("2", "xyz")),
 };
 
-/** A group of one item without configuration keys. */
+/** A group with one item, without configuration keys by default. */
 std::string group_of(int sensor_id, const std::string &config = "{}")
 {
     return R"([{"sensor_id": )" + std::to_string(sensor_id) + R"(, "config": )" + config + "}]";
@@ -118,7 +118,7 @@ TEST_F(session_configuration, empty_document_is_accepted)
     EXPECT_EQ(error, nullptr);
     EXPECT_EQ(update_rate, -1.0F);
     EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
-    EXPECT_EQ(calls(), "") << "nothing is done";
+    EXPECT_EQ(calls(), "") << "the backend must not call anything";
 }
 
 TEST_F(session_configuration, empty_document_is_read_in_fixed_order)
@@ -165,7 +165,7 @@ TEST_F(session_configuration, session_of_one_item_makes_its_calls_in_order)
 
 // Log level
 
-TEST_F(session_configuration, every_log_level_word_is_known)
+TEST_F(session_configuration, every_log_level_is_accepted)
 {
     const std::vector<std::pair<std::string, std::string>> words{
         {"ERROR", "0"}, {"WARNING", "1"}, {"INFO", "2"}, {"VERBOSE", "3"}, {"DEBUG", "4"}};
@@ -176,21 +176,21 @@ TEST_F(session_configuration, every_log_level_word_is_known)
     }
 }
 
-TEST_F(session_configuration, unknown_log_level_word_is_refused)
+TEST_F(session_configuration, unknown_log_level_is_refused)
 {
     expect_refused(R"({"enable_log": "warning"})", error_config_faulty_log_settings_str);
     expect_refused(R"({"enable_log": ""})", error_config_faulty_log_settings_str);
     expect_refused(R"({"enable_log": "DEBUGGING"})", error_config_faulty_log_settings_str);
 }
 
-TEST_F(session_configuration, log_level_that_is_no_string_is_ignored)
+TEST_F(session_configuration, log_level_that_is_not_a_string_is_ignored)
 {
     ASSERT_TRUE(parse(R"({"enable_log": 3})"));
     EXPECT_EQ(calls(), "");
     EXPECT_EQ(error, nullptr);
 }
 
-TEST_F(session_configuration, faulty_log_level_skips_the_calibration_list_but_not_the_diagnostics)
+TEST_F(session_configuration, invalid_log_level_skips_the_calibration_list_but_not_the_diagnostics)
 {
     EXPECT_FALSE(parse(R"({"enable_log": "warning", "calibration_info": [], "enable_diagnostics": true})"));
     EXPECT_EQ(error, error_config_faulty_log_settings_str);
@@ -214,12 +214,12 @@ TEST_F(session_configuration, calibration_list_without_elements_is_refused)
     }
 }
 
-TEST_F(session_configuration, calibration_object_is_walked_like_a_list)
+TEST_F(session_configuration, calibration_object_is_read_like_a_list)
 {
     expect_accepted(R"({"calibration_info": {"first": )" + calibration("2", valid_data) + "}}");
 }
 
-TEST_F(session_configuration, calibration_element_that_is_no_object_is_refused)
+TEST_F(session_configuration, calibration_element_that_is_not_an_object_is_refused)
 {
     for (const char *element : {"7", "[]", "null", R"("text")"})
     {
@@ -229,7 +229,7 @@ TEST_F(session_configuration, calibration_element_that_is_no_object_is_refused)
     }
 }
 
-TEST_F(session_configuration, calibration_for_no_sensor_of_the_board_is_refused)
+TEST_F(session_configuration, calibration_with_an_invalid_sensor_id_is_refused)
 {
     for (const char *sensor_id : {"0", "-1", "4", "1.5", R"("1")", "null"})
     {
@@ -240,13 +240,13 @@ TEST_F(session_configuration, calibration_for_no_sensor_of_the_board_is_refused)
     expect_refused(calibrations(R"({"data": ")" + valid_data + R"("})"), error_config_sensor_id_str);
 }
 
-TEST_F(session_configuration, calibration_without_sensor_id_does_not_inherit_that_of_the_element_before)
+TEST_F(session_configuration, calibration_without_sensor_id_does_not_use_that_of_the_previous_element)
 {
     expect_refused(calibrations(calibration("2", valid_data) + R"(, {"data": ")" + valid_data + R"("})"),
                    error_config_sensor_id_str);
 }
 
-TEST_F(session_configuration, calibration_of_an_absent_sensor_is_accepted)
+TEST_F(session_configuration, calibration_of_an_unconnected_sensor_is_accepted)
 {
     finish();
     neighbours().absent_sensors = {2};
@@ -285,7 +285,7 @@ TEST_F(session_configuration, calibration_data_that_the_library_refuses_is_refus
                               "[INFO] Invalid calibration data for sensor 2"}));
 }
 
-TEST_F(session_configuration, every_refused_calibration_list_is_followed_by_the_diagnostics)
+TEST_F(session_configuration, diagnostics_are_set_after_every_refused_calibration_list)
 {
     for (const std::string &document : refused_calibration_lists)
     {
@@ -314,7 +314,7 @@ TEST_F(session_configuration, calibration_list_is_read_in_fixed_order)
         << calls(call_kind_t::json);
 }
 
-TEST_F(session_configuration, valid_calibration_spares_the_calibration_of_its_sensor)
+TEST_F(session_configuration, sensor_with_a_valid_calibration_is_not_calibrated)
 {
     ASSERT_TRUE(parse(R"({"calibration_info": [)" + calibration("2", valid_data) + R"(],
                           "groups": [[{"sensor_id": 2, "config": {}}, {"sensor_id": 1, "config": {}}]]})"));
@@ -324,7 +324,8 @@ TEST_F(session_configuration, valid_calibration_spares_the_calibration_of_its_se
     EXPECT_EQ(
         neighbours().calls.count("zet_sensor_prepare(sensor 2, config 1, calibration of 2, block 1, 64)"),
         1U);
-    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_disable(2)"), 0U) << "nor is it reset";
+    EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_disable(2)"), 0U)
+        << "the sensor must not be reset either";
 }
 
 TEST_F(session_configuration, later_calibration_of_the_same_sensor_overwrites_the_earlier_one)
@@ -337,7 +338,7 @@ TEST_F(session_configuration, later_calibration_of_the_same_sensor_overwrites_th
               std::string::npos);
 }
 
-TEST_F(session_configuration, calibrations_before_a_refused_one_stay)
+TEST_F(session_configuration, calibrations_before_a_refused_one_are_kept)
 {
     EXPECT_FALSE(parse(calibrations(calibration("1", valid_data) + ", 7")));
     ASSERT_TRUE(send_metadata());
@@ -346,18 +347,18 @@ TEST_F(session_configuration, calibrations_before_a_refused_one_stay)
 
 // Diagnostics
 
-TEST_F(session_configuration, diagnostics_are_off_unless_true)
+TEST_F(session_configuration, diagnostics_are_off_unless_set_to_true)
 {
     EXPECT_FALSE(diagnostics_with(""));
     EXPECT_FALSE(diagnostics_with(R"("enable_diagnostics": false, )"));
     EXPECT_FALSE(diagnostics_with(R"("enable_diagnostics": 1, )"));
     EXPECT_TRUE(diagnostics_with(R"("enable_diagnostics": true, )"));
-    EXPECT_FALSE(diagnostics_with("")) << "every document sets them anew";
+    EXPECT_FALSE(diagnostics_with("")) << "every document sets them again";
 }
 
 // Groups
 
-TEST_F(session_configuration, groups_without_elements_count_as_none)
+TEST_F(session_configuration, groups_without_elements_are_treated_as_missing)
 {
     for (const char *value : {"[]", "{}", "5", "null", R"("text")", "true"})
     {
@@ -366,7 +367,7 @@ TEST_F(session_configuration, groups_without_elements_count_as_none)
     }
 }
 
-TEST_F(session_configuration, without_groups_forgets_the_frame_rate_of_the_last_session)
+TEST_F(session_configuration, document_without_groups_clears_the_frame_rate_of_the_last_session)
 {
     ASSERT_TRUE(parse("{" + with_frame_rate + "}"));
     destroy_session();
@@ -375,12 +376,12 @@ TEST_F(session_configuration, without_groups_forgets_the_frame_rate_of_the_last_
     EXPECT_TRUE(zet_vantor_server_system_is_on_demand());
 }
 
-TEST_F(session_configuration, frame_rate_of_the_last_session_stays_when_the_log_level_is_refused)
+TEST_F(session_configuration, refused_log_level_keeps_the_frame_rate_of_the_last_session)
 {
     expect_frame_rate_kept_by(R"({"enable_log": "warning"})");
 }
 
-TEST_F(session_configuration, frame_rate_of_the_last_session_stays_when_the_calibration_list_is_refused)
+TEST_F(session_configuration, refused_calibration_list_keeps_the_frame_rate_of_the_last_session)
 {
     for (const std::string &document : refused_calibration_lists)
     {
@@ -388,16 +389,16 @@ TEST_F(session_configuration, frame_rate_of_the_last_session_stays_when_the_cali
     }
 }
 
-TEST_F(session_configuration, group_without_elements_fails_with_no_message)
+TEST_F(session_configuration, group_without_elements_fails_without_a_message)
 {
     for (const char *group : {"[]", "{}", "5", "null"})
     {
         expect_refused(R"({"groups": [)" + std::string(group) + "]}", nullptr);
-        EXPECT_EQ(neighbours().calls.count("["), 1U) << "only the line of the session's end is logged";
+        EXPECT_EQ(neighbours().calls.count("["), 1U) << "only the end of the session is logged";
     }
 }
 
-TEST_F(session_configuration, empty_group_after_a_good_one_fails_with_the_good_one_set_up)
+TEST_F(session_configuration, empty_group_after_a_valid_one_fails_after_the_valid_one_is_set_up)
 {
     EXPECT_FALSE(parse(R"({"groups": [)" + group_of(1) + ", [], " + group_of(2) + "]}"));
     EXPECT_EQ(error, nullptr);
@@ -405,7 +406,7 @@ TEST_F(session_configuration, empty_group_after_a_good_one_fails_with_the_good_o
     EXPECT_EQ(neighbours().calls.count("zet_sensor_create(2)"), 0U);
 }
 
-TEST_F(session_configuration, objects_are_walked_like_arrays_at_every_level)
+TEST_F(session_configuration, objects_are_read_like_arrays_at_every_level)
 {
     ASSERT_TRUE(parse(R"({"groups": {"first": {"item": {"sensor_id": 1, "config": {}}}}})"));
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1"), 1U);
@@ -425,7 +426,7 @@ TEST_F(session_configuration, item_is_read_in_fixed_order)
         << json;
 }
 
-TEST_F(session_configuration, eleven_groups_are_refused_after_ten_were_set_up)
+TEST_F(session_configuration, eleven_groups_are_refused_after_ten_are_set_up)
 {
     EXPECT_FALSE(parse(groups(11, group_of(1))));
     EXPECT_EQ(error, error_config_groups_str);
@@ -433,9 +434,9 @@ TEST_F(session_configuration, eleven_groups_are_refused_after_ten_were_set_up)
     EXPECT_EQ(neighbours().calls.count("zet_processing_create"), 10U);
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_on(1)"), 1U);
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_off"), 0U)
-        << "the sensor stays powered";
+        << "the sensor must stay powered";
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare(sensor 1, config 10"), 1U);
-    EXPECT_EQ(neighbours().calls.count("zet_config_frame_rate_get"), 0U) << "the rate rules are not reached";
+    EXPECT_EQ(neighbours().calls.count("zet_config_frame_rate_get"), 0U) << "the rates must not be checked";
 }
 
 TEST_F(session_configuration, ten_groups_are_accepted)
@@ -443,14 +444,14 @@ TEST_F(session_configuration, ten_groups_are_accepted)
     expect_accepted(groups(10, group_of(1)));
 }
 
-TEST_F(session_configuration, eleventh_group_is_not_looked_at)
+TEST_F(session_configuration, eleventh_group_is_not_read)
 {
     std::string document = groups(10, group_of(1));
     document.insert(document.size() - 2, ", []");
     expect_refused(document, error_config_groups_str);
 }
 
-TEST_F(session_configuration, failed_group_ends_the_call)
+TEST_F(session_configuration, no_group_is_read_after_a_failed_one)
 {
     EXPECT_FALSE(parse(R"({"groups": [[{"sensor_id": 9}], )" + group_of(1) + "]}"));
     EXPECT_EQ(error, error_config_sensor_id_str);
@@ -472,7 +473,7 @@ TEST_F(session_configuration, as_many_items_as_sensors_are_accepted)
     EXPECT_EQ(error, nullptr);
 }
 
-TEST_F(session_configuration, group_element_that_is_no_object_takes_up_its_slot)
+TEST_F(session_configuration, group_element_that_is_not_an_object_uses_up_its_slot)
 {
     const std::string item = R"({"sensor_id": 1, "config": {}})";
     EXPECT_FALSE(parse_group("5, null, [], " + item));
@@ -481,14 +482,14 @@ TEST_F(session_configuration, group_element_that_is_no_object_takes_up_its_slot)
               lines({"[ERROR] JSON format error", "[ERROR] JSON format error", "[ERROR] JSON format error"}));
 }
 
-TEST_F(session_configuration, group_element_that_is_no_object_is_a_failed_item_without_message)
+TEST_F(session_configuration, group_element_that_is_not_an_object_is_a_failed_item_without_message)
 {
     EXPECT_FALSE(parse_group("5"));
     EXPECT_EQ(error, nullptr);
     EXPECT_EQ(calls(), "[ERROR] JSON format error\n");
 }
 
-TEST_F(session_configuration, last_item_of_a_group_decides)
+TEST_F(session_configuration, last_item_of_a_group_decides_its_result)
 {
     const std::string good = R"({"sensor_id": 1, "config": {}})";
     EXPECT_TRUE(parse_group("5, " + good));
@@ -499,7 +500,7 @@ TEST_F(session_configuration, last_item_of_a_group_decides)
     EXPECT_EQ(neighbours().calls.count("zet_sensor_prepare"), 1U);
 }
 
-TEST_F(session_configuration, unconnected_sensor_before_a_valid_item_leaves_its_message_and_a_free_slot)
+TEST_F(session_configuration, unconnected_sensor_before_a_valid_item_sets_a_message_and_leaves_a_free_slot)
 {
     finish();
     neighbours().absent_sensors = {1};
@@ -512,7 +513,7 @@ TEST_F(session_configuration, unconnected_sensor_before_a_valid_item_leaves_its_
     EXPECT_EQ(neighbours().calls.count("zet_sensor_measure(sensor 2)"), 1U);
 }
 
-TEST_F(session_configuration, two_groups_on_one_sensor_power_create_and_calibrate_it_once)
+TEST_F(session_configuration, sensor_in_two_groups_is_powered_created_and_calibrated_once)
 {
     ASSERT_TRUE(parse(groups(2, group_of(1))));
     EXPECT_EQ(neighbours().calls.count("zet_hal_integration_sensor_supply_on"), 1U);
@@ -521,7 +522,7 @@ TEST_F(session_configuration, two_groups_on_one_sensor_power_create_and_calibrat
     EXPECT_EQ(neighbours().calls.count("zet_config_create"), 2U);
 }
 
-// Rate rules
+// Rules for rates
 
 TEST_F(session_configuration, frame_rate_in_one_group_without_update_rate_is_accepted)
 {
@@ -548,7 +549,7 @@ TEST_F(session_configuration, frame_rate_in_a_session_of_two_groups_is_refused)
                    error_config_multiple_groups_with_frame_rate_str);
 }
 
-TEST_F(session_configuration, update_rate_beside_a_frame_rate_is_reported_before_several_groups)
+TEST_F(session_configuration, update_rate_with_a_frame_rate_is_reported_rather_than_the_number_of_groups)
 {
     expect_refused(R"({"update_rate": 1, "groups": [)" + group_of(1, R"({"frame_rate": 1})") + ", " +
                        group_of(1) + "]}",
@@ -570,7 +571,7 @@ TEST_F(session_configuration, search_for_a_frame_rate_skips_free_slots)
     EXPECT_FALSE(zet_vantor_server_system_is_on_demand());
 }
 
-TEST_F(session_configuration, rate_counts_as_found_when_it_is_not_equal_to_zero)
+TEST_F(session_configuration, any_rate_not_equal_to_0_counts_as_a_frame_rate)
 {
     const std::string both = R"({"update_rate": 5, "groups": [)" + group_of(1) + "]}";
     for (const float rate : {std::numeric_limits<float>::quiet_NaN(), -3.0F, 1e-45F})
@@ -590,18 +591,18 @@ TEST_F(session_configuration, update_rate_is_reported_unchanged)
     expect_accepted(R"({"max_update_rate": -4})", -4.0F);
 }
 
-TEST_F(session_configuration, max_update_rate_goes_before_update_rate)
+TEST_F(session_configuration, max_update_rate_is_preferred_to_update_rate)
 {
     expect_accepted(R"({"max_update_rate": 30, "update_rate": 20})", 30.0F);
     expect_accepted(R"({"update_rate": 20, "max_update_rate": 30})", 30.0F);
 }
 
-TEST_F(session_configuration, unreadable_max_update_rate_gives_way_to_update_rate)
+TEST_F(session_configuration, update_rate_is_used_if_max_update_rate_cannot_be_read)
 {
     expect_accepted(R"({"max_update_rate": "fast", "update_rate": 20})", 20.0F);
 }
 
-TEST_F(session_configuration, update_rate_that_is_no_number_is_refused)
+TEST_F(session_configuration, update_rate_that_is_not_a_number_is_refused)
 {
     expect_refused(R"({"update_rate": "fast"})", error_config_faulty_update_rate_str);
     expect_refused(R"({"max_update_rate": null})", error_config_faulty_update_rate_str);
@@ -617,7 +618,7 @@ TEST_F(session_configuration, update_rate_in_a_session_of_several_groups_is_acce
     expect_accepted(document, 2.0F);
 }
 
-TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_are_asked_for)
+TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_are_read)
 {
     for (const char *config : {"{}", R"({"frame_rate": 5})"})
     {
@@ -631,7 +632,7 @@ TEST_F(session_configuration, frame_rate_is_searched_for_before_the_rate_keys_ar
     }
 }
 
-TEST_F(session_configuration, rate_keys_are_asked_for_in_fixed_order)
+TEST_F(session_configuration, rate_keys_are_read_in_fixed_order)
 {
     ASSERT_TRUE(parse(R"({"update_rate": 5})"));
     EXPECT_TRUE(calls(call_kind_t::json)
@@ -644,7 +645,7 @@ TEST_F(session_configuration, rate_keys_are_asked_for_in_fixed_order)
         << calls(call_kind_t::json);
 }
 
-TEST_F(session_configuration, reported_rate_is_preset_even_when_the_document_fails_early)
+TEST_F(session_configuration, update_rate_is_initialised_even_if_the_document_fails_early)
 {
     expect_refused(R"({"enable_log": "x", "update_rate": 5})", error_config_faulty_log_settings_str);
 }

@@ -9,11 +9,11 @@ namespace backend_tests
 namespace
 {
 
-/** Messages of sessions on the three sensors of the board. */
+/** Messages of sessions on a board with three sensors. */
 class session_metadata : public ready_backend_test
 {
 protected:
-    /** Expects the message to fail for lack of memory with nothing sent. */
+    /** Expects the message to fail with "out of memory", without sending anything. */
     void expect_out_of_memory()
     {
         EXPECT_FALSE(send_metadata());
@@ -29,14 +29,14 @@ protected:
         return document.substr(document.find(R"("metadata":)"));
     }
 
-    /** The call of the hexadecimal text of a sensor's calibration. */
+    /** The call that adds the calibration of a sensor as hexadecimal text. */
     static std::string data_call(zet_sensor_id_t sensor_id)
     {
         return R"(add_json_string_value("data", ")" +
                calibration_text(sensor_id, static_cast<int16_t>(20 + sensor_id)) + "\")";
     }
 
-    /** The entry of a sensor that was calibrated by the library's stand-in. */
+    /** The calibration entry of a sensor, with the values of the library's stand-in. */
     static std::string entry(zet_sensor_id_t sensor_id, int16_t temperature)
     {
         return R"({"sensor_id":)" + std::to_string(sensor_id) + R"(,"temperature":)" +
@@ -102,7 +102,7 @@ TEST_F(session_metadata, is_built_with_exactly_these_calls)
               }));
 }
 
-TEST_F(session_metadata, of_two_groups_with_three_items)
+TEST_F(session_metadata, contains_three_items_in_two_groups)
 {
     neighbours().temperatures = {{1, 24}, {3, -26}};
     neighbours().metadata = {
@@ -130,7 +130,7 @@ TEST_F(session_metadata, of_two_groups_with_three_items)
                   R"("subsweep_data_offset":[0],"subsweep_data_length":[30]}]]})");
 }
 
-TEST_F(session_metadata, calibration_entry_is_taken_back_by_the_next_configuration)
+TEST_F(session_metadata, calibration_entry_is_accepted_in_the_next_configuration)
 {
     ASSERT_TRUE(parse_config("{}"));
     ASSERT_TRUE(send_metadata());
@@ -145,7 +145,7 @@ TEST_F(session_metadata, calibration_entry_is_taken_back_by_the_next_configurati
     EXPECT_EQ(sent_document(), document);
 }
 
-TEST_F(session_metadata, of_a_board_without_sensors_has_no_calibration_list_and_allocates_no_buffer)
+TEST_F(session_metadata, on_a_board_without_sensors_has_no_calibration_list_and_allocates_no_buffer)
 {
     finish();
     neighbours().sensor_count = 0;
@@ -212,7 +212,7 @@ TEST_F(session_metadata, item_has_as_many_offsets_and_lengths_as_subsweeps)
     EXPECT_NE(document.find(R"("subsweep_data_offset":[],"subsweep_data_length":[]})"), std::string::npos);
 }
 
-TEST_F(session_metadata, carries_the_extreme_lengths_and_temperatures)
+TEST_F(session_metadata, contains_the_extreme_lengths_and_temperatures)
 {
     neighbours().temperatures[1] = INT16_MIN;
     neighbours().metadata = {{65535, 65535, {65535, 0, 0, 0}, {65535, 0, 0, 0}, 0.5F, false}};
@@ -247,7 +247,7 @@ TEST_F(session_metadata, document_that_cannot_be_created_fails_at_its_first_memb
         << "there is nothing to delete";
 }
 
-TEST_F(session_metadata, first_members_stop_at_the_one_that_cannot_be_added)
+TEST_F(session_metadata, first_members_end_at_the_one_that_cannot_be_added)
 {
     const std::vector<json_member_t> members{{"add_json_string_value", "status"},
                                              {"add_json_uint32_value", "tick_period"},
@@ -272,7 +272,8 @@ TEST_F(session_metadata, calibration_list_that_cannot_be_added_fails)
 
 TEST_F(session_metadata, buffer_that_cannot_be_allocated_fails)
 {
-    // The document takes one allocation, the two numbers two each, the text three, the array two.
+    // Allocations: one for the document, two for each of the two numbers, three for the text, two for the
+    // array.
     ASSERT_TRUE(parse_config("{}"));
     for (size_t allocation = 1;; ++allocation)
     {
@@ -287,7 +288,7 @@ TEST_F(session_metadata, buffer_that_cannot_be_allocated_fails)
     EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
-TEST_F(session_metadata, refused_calibration_query_of_the_last_calibrated_sensor_fails)
+TEST_F(session_metadata, failed_calibration_query_of_the_last_calibrated_sensor_fails_the_message)
 {
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("zet_sensor_get_cal_info", 2);
@@ -301,7 +302,7 @@ TEST_F(session_metadata, refused_calibration_query_of_the_last_calibrated_sensor
                        }));
 }
 
-TEST_F(session_metadata, refused_calibration_query_of_an_earlier_sensor_leaves_only_its_entry_out)
+TEST_F(session_metadata, failed_calibration_query_of_an_earlier_sensor_only_omits_its_entry)
 {
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("zet_sensor_get_cal_info");
@@ -310,7 +311,7 @@ TEST_F(session_metadata, refused_calibration_query_of_an_earlier_sensor_leaves_o
     EXPECT_EQ(calls(call_kind_t::log), "");
 }
 
-TEST_F(session_metadata, uncalibrated_last_sensor_does_not_forgive_the_failure_before_it)
+TEST_F(session_metadata, failure_before_an_uncalibrated_last_sensor_still_fails_the_message)
 {
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("zet_sensor_get_cal_info", 2);
@@ -325,11 +326,11 @@ TEST_F(session_metadata, calibration_entry_that_cannot_be_created_fails)
     expect_out_of_memory();
     EXPECT_EQ(json_from("convert_uint2hexstr"),
               lines({"convert_uint2hexstr(240)", "cJSON_CreateObject()", "cJSON_Delete()"}));
-    EXPECT_EQ(neighbours().calls.count("zet_integration_mem_free(block 2)"), 1U) << "the buffer is released";
+    EXPECT_EQ(neighbours().calls.count("zet_integration_mem_free(block 2)"), 1U)
+        << "the buffer must be freed";
 }
 
-TEST_F(session_metadata,
-       member_of_the_last_calibration_entry_that_cannot_be_added_fails_and_leaves_the_entry_loose)
+TEST_F(session_metadata, member_of_the_last_calibration_entry_that_cannot_be_added_fails_and_leaks_the_entry)
 {
     ASSERT_TRUE(parse_config("{}"));
     const std::vector<json_member_t> members{{"add_json_uint32_value", "sensor_id"},
@@ -343,12 +344,13 @@ TEST_F(session_metadata,
         EXPECT_EQ(calls(call_kind_t::log), "[ERROR] Out of memory\n");
         EXPECT_EQ(neighbours().calls.count("zet_integration_mem_free("), 1U);
         EXPECT_EQ(json_after(member), "cJSON_Delete()\n");
-        EXPECT_EQ(delete_loose_json(), 1U);
+        EXPECT_EQ(delete_leaked_json(), 1U);
         EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
     }
 }
 
-TEST_F(session_metadata, member_of_an_earlier_calibration_entry_that_cannot_be_added_is_forgotten)
+TEST_F(session_metadata,
+       member_of_an_earlier_calibration_entry_that_cannot_be_added_does_not_fail_the_message)
 {
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("add_json_string_value:data");
@@ -368,7 +370,8 @@ TEST_F(session_metadata, calibration_entry_that_cannot_be_appended_fails_when_it
     finish(1);
 }
 
-TEST_F(session_metadata, calibration_entry_that_cannot_be_appended_is_forgotten_when_a_later_one_succeeds)
+TEST_F(session_metadata,
+       calibration_entry_that_cannot_be_appended_does_not_fail_the_message_if_a_later_one_succeeds)
 {
     ASSERT_TRUE(parse_group(two_sensors));
     refuse("cJSON_AddItemToArray");
@@ -396,7 +399,7 @@ TEST_F(session_metadata, group_array_that_cannot_be_created_fails)
     EXPECT_EQ(json_from("cJSON_CreateArray"), lines({"cJSON_CreateArray()", "cJSON_Delete()"}));
 }
 
-TEST_F(session_metadata, group_array_that_cannot_be_attached_is_missing_from_a_message_sent_all_the_same)
+TEST_F(session_metadata, message_is_still_sent_without_a_group_array_that_cannot_be_attached)
 {
     ASSERT_TRUE(parse_config("{}"));
     refuse("cJSON_AddItemToObject:");
@@ -405,7 +408,8 @@ TEST_F(session_metadata, group_array_that_cannot_be_attached_is_missing_from_a_m
     finish(1);
 }
 
-TEST_F(session_metadata, item_object_that_cannot_be_added_skips_the_queries_but_asks_for_the_subsweeps_once)
+TEST_F(session_metadata,
+       item_object_that_cannot_be_added_skips_the_queries_but_reads_the_number_of_subsweeps_once)
 {
     ASSERT_TRUE(parse_config("{}"));
     refuse("cJSON_AddObjectToObject");
@@ -414,10 +418,10 @@ TEST_F(session_metadata, item_object_that_cannot_be_added_skips_the_queries_but_
               lines({R"(cJSON_AddObjectToObject("unused"))", "cJSON_Delete()"}));
     EXPECT_EQ(calls(call_kind_t::sensor_library),
               lines({"zet_sensor_get_cal_info(calibration of 1)", "zet_config_num_subsweeps_get(config 1)"}))
-        << "the only query is that of the calibration list";
+        << "only the calibration list must query";
 }
 
-TEST_F(session_metadata, refused_calibration_query_of_an_item_fails)
+TEST_F(session_metadata, failed_calibration_query_of_an_item_fails_the_message)
 {
     ASSERT_TRUE(parse_config("{}"));
     refuse("zet_sensor_get_cal_info", 2);
@@ -428,7 +432,7 @@ TEST_F(session_metadata, refused_calibration_query_of_an_item_fails)
                                                       "zet_processing_points_to_meter(1)",
                                                       "zet_config_num_subsweeps_get(config 1)",
                                                   }))
-        << "the step length is asked for whatever the answer";
+        << "the step length must be read even so";
     EXPECT_EQ(json_from("cJSON_AddObjectToObject"),
               lines({R"(cJSON_AddObjectToObject("unused"))", "cJSON_Delete()"}));
 }
@@ -439,11 +443,12 @@ TEST_F(session_metadata, failed_item_ends_the_message)
                                      [{"sensor_id": 3, "config": {}}]]})"));
     refuse("cJSON_AddObjectToObject");
     expect_out_of_memory();
-    EXPECT_EQ(neighbours().calls.count("cJSON_AddObjectToObject"), 1U) << "no later item or group is visited";
+    EXPECT_EQ(neighbours().calls.count("cJSON_AddObjectToObject"), 1U)
+        << "later items and groups must not be processed";
     EXPECT_EQ(neighbours().calls.count("zet_config_num_subsweeps_get"), 1U);
 }
 
-TEST_F(session_metadata, members_of_an_item_stop_at_the_one_that_cannot_be_added)
+TEST_F(session_metadata, members_of_an_item_end_at_the_one_that_cannot_be_added)
 {
     ASSERT_TRUE(parse_config("{}"));
     const std::vector<json_member_t> members{
@@ -460,7 +465,7 @@ TEST_F(session_metadata, members_of_an_item_stop_at_the_one_that_cannot_be_added
     }
 }
 
-TEST_F(session_metadata, length_array_is_created_although_the_offset_array_could_not_be)
+TEST_F(session_metadata, length_array_is_created_even_if_the_offset_array_cannot_be)
 {
     ASSERT_TRUE(parse_config("{}"));
     // The first one is the group's.
@@ -487,7 +492,7 @@ TEST_F(session_metadata, length_array_that_cannot_be_created_fails)
         lines({R"(cJSON_AddItemToObject("subsweep_data_offset"))", "cJSON_CreateArray()", "cJSON_Delete()"}));
 }
 
-TEST_F(session_metadata, subsweep_arrays_that_cannot_be_attached_are_missing_from_a_message_sent_all_the_same)
+TEST_F(session_metadata, message_is_still_sent_without_subsweep_arrays_that_cannot_be_attached)
 {
     ASSERT_TRUE(parse_config("{}"));
     refuse("cJSON_AddItemToObject:subsweep_data_offset");
@@ -509,7 +514,7 @@ TEST_F(session_metadata, offset_that_cannot_be_added_fails_and_its_length_is_not
                                                                R"(add_json_int_value("unused", 10))",
                                                                "cJSON_Delete()",
                                                            }));
-    EXPECT_EQ(neighbours().calls.count("zet_config_num_subsweeps_get"), 3U) << "asked anew before every pass";
+    EXPECT_EQ(neighbours().calls.count("zet_config_num_subsweeps_get"), 3U) << "read again before every pass";
 }
 
 TEST_F(session_metadata, length_that_cannot_be_added_fails)
@@ -531,7 +536,7 @@ TEST_F(session_metadata, message_that_cannot_be_sent_fails_without_a_log_line)
     EXPECT_EQ(memory().live_blocks(block_owner_t::json), 0U);
 }
 
-TEST_F(session_metadata, changes_nothing_for_the_frames_that_follow)
+TEST_F(session_metadata, does_not_affect_the_frames_that_follow)
 {
     ASSERT_TRUE(parse_config("{}"));
     ASSERT_TRUE(read_frame());

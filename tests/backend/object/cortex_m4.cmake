@@ -1,11 +1,11 @@
-# Compiles the backend for a Cortex-M4F without warnings and checks its size.
+# Compiles the backend for a Cortex-M4F without warnings and compares its size with a limit.
 #
 # Variables: COMPILER, SIZE, SOURCE, OBJECT, INCLUDES (a list of directories), CJSON_HEADER, WORK_DIRECTORY,
-# LARGEST_TEXT (bytes), DOCUMENT (which shows the size).
+# LARGEST_TEXT (bytes), DOCUMENT (the file that states the size).
 
 cmake_minimum_required(VERSION 3.25)
 
-# The compiler finds only the header of cJSON, because the other headers of the host do not fit the board.
+# The compiler gets only cJSON's header, because the other headers next to it are for this computer.
 file(MAKE_DIRECTORY ${WORK_DIRECTORY}/cjson)
 file(COPY_FILE ${CJSON_HEADER} ${WORK_DIRECTORY}/cjson/cJSON.h ONLY_IF_DIFFERENT)
 
@@ -29,5 +29,5 @@ string(REGEX REPLACE "([0-9])([0-9][0-9][0-9])$" "\\1,\\2" shown ${CMAKE_MATCH_1
 file(READ ${DOCUMENT} text)
 string(FIND "${text}" "${shown} bytes of text" place)
 if(place EQUAL -1)
-  message(FATAL_ERROR "${DOCUMENT} does not say \"${shown} bytes of text\"")
+  message(FATAL_ERROR "${DOCUMENT} does not contain \"${shown} bytes of text\"; update the size there")
 endif()

@@ -1,7 +1,7 @@
-# Checks which symbols the backend's object exports, and which it imports.
+# Checks which symbols the backend's object file exports, and which it needs.
 #
-# Variables: NM, OBJECT, and ASKED_FOR: a list of all operations of the neighbours that the backend may
-# call, or empty to check only its exports.
+# Variables: NM, OBJECT, and ALLOWED_CALLS: a list of all functions that the backend may call, or empty to check
+# only the exported symbols.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -36,21 +36,21 @@ function(symbols result)
   set(${result} "${names}" PARENT_SCOPE)
 endfunction()
 
-symbols(shown --defined-only)
-if(NOT shown STREQUAL expected)
-  string(REPLACE ";" "\n  " shown "${shown}")
+symbols(exported --defined-only)
+if(NOT exported STREQUAL expected)
+  string(REPLACE ";" "\n  " exported "${exported}")
   string(REPLACE ";" "\n  " expected "${expected}")
-  message(FATAL_ERROR "The object shows\n  ${shown}\nbut should show exactly\n  ${expected}")
+  message(FATAL_ERROR "The object exports\n  ${exported}\nbut should export exactly\n  ${expected}")
 endif()
 
-if(ASKED_FOR)
-  symbols(asked_for --undefined-only)
-  foreach(name IN LISTS asked_for)
-    if(NOT name IN_LIST ASKED_FOR AND NOT name MATCHES "^(error_|memset$|memcpy$|strcmp$|__aeabi_)")
-      message(SEND_ERROR "The object asks for ${name}, which is no operation of its neighbours")
+if(ALLOWED_CALLS)
+  symbols(needed --undefined-only)
+  foreach(name IN LISTS needed)
+    if(NOT name IN_LIST ALLOWED_CALLS AND NOT name MATCHES "^(error_|memset$|memcpy$|strcmp$|__aeabi_)")
+      message(SEND_ERROR "The object needs ${name}, which it is not allowed to call")
     endif()
   endforeach()
 endif()
 
-list(LENGTH shown count)
-message(STATUS "${count} symbols shown")
+list(LENGTH exported count)
+message(STATUS "${count} symbols exported")

@@ -47,7 +47,7 @@ void backend_test::destroy_session()
 bool backend_test::parse(const std::string &document)
 {
     cJSON *input = cJSON_Parse(document.c_str());
-    EXPECT_NE(input, nullptr) << "the test's own document is not JSON: " << document;
+    EXPECT_NE(input, nullptr) << "the document in this test is not valid JSON: " << document;
     neighbours().calls.clear();
     bool result = false;
     {
@@ -124,12 +124,12 @@ std::string backend_test::sent_document()
     return documents.empty() ? "nothing sent" : documents.back();
 }
 
-void backend_test::finish(size_t unattached_documents)
+void backend_test::finish(size_t leaked_documents)
 {
     destroy_session();
     deinit();
-    EXPECT_EQ(delete_loose_json(), unattached_documents);
-    EXPECT_EQ(memory().live_blocks(), 0U) << "memory that nobody freed";
+    EXPECT_EQ(delete_leaked_json(), leaked_documents);
+    EXPECT_EQ(memory().live_blocks(), 0U) << "memory was leaked";
 }
 
 void ready_backend_test::SetUp()

@@ -1,5 +1,5 @@
 /** @file
- * Fixtures: the backend among its stand-ins, before and after a successful initialisation.
+ * Fixtures: the backend with its stand-ins, before and after a successful initialisation.
  */
 #ifndef BACKEND_FIXTURE_H
 #define BACKEND_FIXTURE_H
@@ -15,7 +15,7 @@
 namespace backend_tests
 {
 
-/** A member of a document: the operation that adds it, and its key. */
+/** A member of a document: the function that adds it, and its key. */
 struct json_member_t
 {
     std::string operation;
@@ -25,8 +25,8 @@ struct json_member_t
 /**
  * The backend before its initialisation.
  *
- * The call log holds the calls of the last operation. After every test the backend is taken down, and every
- * block of memory must have been freed.
+ * The call log contains the calls of the last operation. After every test the fixture deinitialises the
+ * backend and checks that all memory is freed.
  */
 class backend_test : public ::testing::Test
 {
@@ -34,7 +34,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    /** @name The exported operations */
+    /** @name The operations of the backend */
     /** @{ */
     bool init(zet_log_level_t level = ZET_LOG_LEVEL_WARNING);
     void deinit();
@@ -45,44 +45,44 @@ protected:
     bool read_frame();
     /** @} */
 
-    /** Parses a document of one group, given as the list of its items. */
+    /** Parses a document with one group, which contains @p items. */
     bool parse_group(const std::string &items);
 
-    /** Parses a document of one item on sensor 1 with the given "config" object. */
+    /** Parses a document with one item on sensor 1 with this "config" object. */
     bool parse_config(const std::string &config);
 
-    /** Calls of the last operation but those on JSON. */
+    /** Calls of the last operation, except JSON calls. */
     static std::string calls();
 
     /** Calls of the last operation of one kind. */
     static std::string calls(call_kind_t kind);
 
-    /** The JSON calls of the last operation from the first one with the given beginning. */
+    /** The JSON calls of the last operation, from the first one that begins with this text. */
     static std::string json_from(const std::string &beginning);
 
-    /** Lets the next adding of a member fail. */
+    /** Makes the next call that adds this member fail. */
     static void refuse_member(const json_member_t &member);
 
-    /** The JSON calls of the last operation after the adding of a member. */
+    /** The JSON calls of the last operation after the one that adds this member. */
     static std::string json_after(const json_member_t &member);
 
-    /** The document sent last. */
+    /** The last document sent. */
     static std::string sent_document();
 
-    /** Ends the session and the backend, and checks that nothing is left but the given number of documents.
+    /** Ends the session, deinitialises the backend, and checks that it leaked only this number of documents.
      */
-    void finish(size_t unattached_documents = 0);
+    void finish(size_t leaked_documents = 0);
 
     const char *error = nullptr; /**< stored by the operations */
     float update_rate = 77.0F;   /**< stored by parse */
     vantor_server_interface_t interface {
-    }; /**< lent to read_frame */
+    }; /**< passed to read_frame */
 
 private:
     bool initialised = false;
 };
 
-/** The backend after its initialisation; blocks that it allocates for a session count from 1. */
+/** The backend after its initialisation. Blocks that it allocates for a session are numbered from 1. */
 class ready_backend_test : public backend_test
 {
 protected:

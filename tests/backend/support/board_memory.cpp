@@ -121,7 +121,7 @@ void board_memory_t::release(void *pointer)
     const auto block = live.find(pointer);
     if (block == live.end())
     {
-        ADD_FAILURE() << "freed memory that is not allocated";
+        ADD_FAILURE() << "the pointer to free is not allocated";
         return;
     }
     std::memset(pointer, garbage_of_freed_memory, block->second.size);

@@ -1,5 +1,5 @@
 /** @file
- * The board allocator's stand-in: fills memory with garbage, knows every live block, fails on request.
+ * The board allocator's stand-in: fills memory with garbage, tracks every live block, fails on request.
  */
 #ifndef BOARD_MEMORY_H
 #define BOARD_MEMORY_H
@@ -12,7 +12,7 @@
 namespace backend_tests
 {
 
-/** On whose behalf a block was allocated. */
+/** The code that a block was allocated for. */
 enum class block_owner_t
 {
     test,          /**< test code, for example a configuration document */
@@ -25,25 +25,25 @@ enum class block_owner_t
 class board_memory_t
 {
 public:
-    /** Allocates and fills with garbage; null when a failure is due. */
+    /** Allocates a block and fills it with garbage. Returns null when this allocation has to fail. */
     void *allocate(size_t size);
 
-    /** Frees; a pointer that is no live block is a test failure. */
+    /** Frees a block. The test fails if the pointer is not a live block. */
     void release(void *pointer);
 
-    /** "block N" for the N-th block of the backend since number_from_one, "null", or "unknown". */
+    /** "block N" for the N-th block of the backend after number_from_one, "null", or "unknown". */
     [[nodiscard]] std::string name(const void *pointer) const;
 
-    /** The next block of the backend is "block 1" again. */
+    /** Restarts the numbering: the next block of the backend is "block 1". */
     void number_from_one();
 
-    /** Lets the N-th allocation from now on fail, and with @p and_all_later every one after it too. */
+    /** Makes the N-th allocation from now fail, and with @p and_all_later also all allocations after it. */
     void fail_allocation(size_t number, bool and_all_later = false);
 
-    /** Whether the failure asked for has come about. */
+    /** Whether the requested failure has happened. */
     [[nodiscard]] bool failure_reached() const;
 
-    /** The call of the backend in which it came about, "" when the backend allocated itself. */
+    /** The call of the backend in which it happened, "" when the backend itself allocated. */
     [[nodiscard]] const std::string &failed_call() const;
 
     /** Size of the allocation that failed, in bytes. */
@@ -52,13 +52,13 @@ public:
     /** Live blocks of one owner. */
     [[nodiscard]] size_t live_blocks(block_owner_t owner) const;
 
-    /** Number of live blocks of the backend, of JSON documents and of the sensor library. */
+    /** Number of live blocks of the backend, JSON documents and the sensor library. */
     [[nodiscard]] size_t live_blocks() const;
 
     /** Allocations made by JSON operations so far. */
     [[nodiscard]] size_t json_allocations() const;
 
-    /** Whether a request for 0 bytes is answered with null. */
+    /** Whether an allocation of 0 bytes returns null. */
     bool null_for_no_bytes = false;
 
 private:
@@ -84,7 +84,7 @@ private:
 /** The allocator of the running test. */
 board_memory_t &memory();
 
-/** Marks the time in which the backend runs. */
+/** While an object exists, the backend is running. */
 class backend_scope_t
 {
 public:
@@ -94,7 +94,7 @@ public:
     backend_scope_t &operator=(const backend_scope_t &) = delete;
 };
 
-/** Marks the time in which the backend waits for an operation of a neighbour. */
+/** While an object exists, the backend is in a call of another module. */
 class neighbour_scope_t
 {
 public:
@@ -104,7 +104,7 @@ public:
     neighbour_scope_t &operator=(const neighbour_scope_t &) = delete;
 };
 
-/** Whether the code that runs is the backend's own: neither test code nor a neighbour. */
+/** Whether the backend itself is running, rather than test code or another module. */
 bool backend_is_running();
 
 } // namespace backend_tests

@@ -1,5 +1,5 @@
 /** @file
- * Stand-in of the board layer: sensor supply and enable lines, interrupts, log.
+ * Stand-in for the board layer: sensor supply and enable lines, interrupts, log.
  */
 #include <array>
 #include <cstdarg>

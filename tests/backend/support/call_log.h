@@ -1,5 +1,5 @@
 /** @file
- * The log of every call that the backend makes on its neighbours, in order, as readable text.
+ * A log of every call that the backend makes to other modules, in order, as readable text.
  */
 #ifndef CALL_LOG_H
 #define CALL_LOG_H
@@ -14,7 +14,7 @@
 namespace backend_tests
 {
 
-/** Which neighbour a call went to. */
+/** The module that was called. */
 enum class call_kind_t
 {
     board,
@@ -31,7 +31,7 @@ std::string show(float value);
 std::string show(const char *text);
 std::string show(std::string_view text);
 
-/** Numbers and enumerators are shown as decimal numbers. */
+/** Prints numbers and enumerators as decimal numbers. */
 template <typename value_t>
 requires(std::integral<value_t> && !std::same_as<value_t, bool>) || std::is_enum_v<value_t> std::string
     show(value_t value)
@@ -46,13 +46,13 @@ public:
     /** Adds one line. */
     void add(call_kind_t kind, std::string line);
 
-    /** Forgets every line. */
+    /** Removes all lines. */
     void clear();
 
-    /** The lines of the given kinds, each closed by a line feed. */
+    /** The lines of these kinds, each with a line feed at its end. */
     [[nodiscard]] std::string text(std::initializer_list<call_kind_t> kinds) const;
 
-    /** Number of lines that begin with the given text. */
+    /** Number of lines that begin with this text. */
     [[nodiscard]] size_t count(std::string_view beginning) const;
 
 private:
@@ -68,7 +68,7 @@ private:
 /** Joins argument texts into "name(a, b)". */
 std::string call_text(std::string_view name, std::initializer_list<std::string> arguments);
 
-/** Joins expected lines the way call_log_t::text does. */
+/** Joins expected lines in the format of call_log_t::text. */
 std::string lines(std::initializer_list<std::string_view> expected);
 
 } // namespace backend_tests

@@ -1,9 +1,9 @@
 /** @file
- * Observers of the JSON operations that the backend calls.
+ * Wrappers that record the JSON functions that the backend calls.
  *
- * The linker routes every call of an operation `x` listed in CMakeLists.txt to `__wrap_x`, and `__real_x` is
- * the operation itself. An observer records and, where asked to, refuses the calls of the backend; calls from
- * elsewhere (test code, the JSON utilities among themselves) pass untouched.
+ * The linker routes every call of a function `x` listed in CMakeLists.txt to `__wrap_x`; `__real_x` is the
+ * function itself. A wrapper records calls from the backend and makes them fail if the test requested it. It
+ * passes other calls (from test code, or between JSON utilities) on unchanged.
  */
 #include <functional>
 
@@ -11,14 +11,14 @@
 #include "zet_cjson_utils.h"
 #include "zet_vantor_server_utils.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): names that the linker prescribes
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): names required by the linker
 
 using namespace backend_tests;
 
 namespace
 {
 
-/** Runs an operation; when the backend calls it, records it first. */
+/** Runs a function; if the backend calls it, records the call first. */
 template <typename operation_t>
 auto observe(std::string_view name, std::initializer_list<std::string> arguments,
              const operation_t &operation)
@@ -32,7 +32,7 @@ auto observe(std::string_view name, std::initializer_list<std::string> arguments
     return operation();
 }
 
-/** The same for an operation that can fail; a refused one returns the zero of its result type. */
+/** The same for a function that can fail. On a requested failure it returns 0, false or null. */
 template <typename operation_t>
 auto observe_fallible(const std::string &name, const char *key, std::initializer_list<std::string> arguments,
                       const operation_t &operation) -> decltype(operation())
@@ -54,12 +54,12 @@ auto observe_fallible(const std::string &name, const char *key, std::initializer
     return operation();
 }
 
-/** Keeps a document that the backend created in sight until it is attached or deleted. */
+/** Tracks a document that the backend created until it is attached or deleted. */
 cJSON *watched(bool of_backend, cJSON *document)
 {
     if (of_backend && document != nullptr)
     {
-        neighbours().loose.insert(document);
+        neighbours().unattached.insert(document);
     }
     return document;
 }
@@ -68,7 +68,7 @@ cJSON_bool attached(cJSON_bool success, cJSON *item)
 {
     if (success != 0)
     {
-        neighbours().loose.erase(item);
+        neighbours().unattached.erase(item);
     }
     return success;
 }
@@ -250,7 +250,7 @@ cJSON_bool __wrap_cJSON_IsObject(const cJSON *item)
 
 void __wrap_cJSON_Delete(cJSON *item)
 {
-    neighbours().loose.erase(item);
+    neighbours().unattached.erase(item);
     observe("cJSON_Delete", {}, [=] { __real_cJSON_Delete(item); });
 }
 }

@@ -1,5 +1,5 @@
 /** @file
- * What the stand-ins share: recording, refusing, and the data they answer with.
+ * Shared parts of the stand-ins: recording, requested failures, and the data that they return.
  */
 #include "neighbours.h"
 
@@ -105,15 +105,15 @@ std::string calibration_text(zet_sensor_id_t sensor_id, int16_t temperature)
     return text;
 }
 
-size_t delete_loose_json()
+size_t delete_leaked_json()
 {
-    const std::set<cJSON *> loose = std::move(neighbours().loose);
-    neighbours().loose.clear();
-    for (cJSON *document : loose)
+    const std::set<cJSON *> leaked = std::move(neighbours().unattached);
+    neighbours().unattached.clear();
+    for (cJSON *document : leaked)
     {
         cJSON_Delete(document);
     }
-    return loose.size();
+    return leaked.size();
 }
 
 } // namespace backend_tests

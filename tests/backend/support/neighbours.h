@@ -1,10 +1,10 @@
 /** @file
- * The neighbours of the backend as the tests see them: what they answer, what they were asked, when they
- * fail.
+ * The neighbours of the backend (the modules that it calls) in tests: what they return, which calls they
+ * recorded, and when they fail.
  *
- * The stand-ins implement the board layer, the sensor library and the server core's write operation. The JSON
- * utilities and cJSON are the real ones; the calls that the backend makes on them pass through observers
- * which record them and can refuse them.
+ * The stand-ins implement the board layer, the sensor library and the server core's write function. The JSON
+ * utilities and cJSON are the real ones; calls from the backend go through wrappers which record them and can
+ * make them fail.
  */
 #ifndef NEIGHBOURS_H
 #define NEIGHBOURS_H
@@ -26,7 +26,7 @@
 #include "zet_processing.h"
 #include "zet_sensor.h"
 
-/** A configuration: the values that the backend reads back, and its number in order of creation. */
+/** A configuration: the values that the backend reads back, and its number in the order of creation. */
 struct zet_config
 {
     int number;
@@ -36,14 +36,14 @@ struct zet_config
     uint8_t num_subsweeps;
 };
 
-/** A sensor handle: the calibration steps still to take. */
+/** A sensor handle, with the number of calibration steps left. */
 struct zet_sensor
 {
     zet_sensor_id_t id;
     int steps_left;
 };
 
-/** A processing and its number in order of creation. */
+/** A processing instance, with its number in the order of creation. */
 struct zet_processing
 {
     int number;
@@ -52,12 +52,12 @@ struct zet_processing
 namespace backend_tests
 {
 
-/** Everything that a test sets up and looks at. */
+/** Everything that a test sets up and checks. */
 struct neighbours_t
 {
     board_memory_t memory;
     call_log_t calls;
-    call_log_t calls_at_failure; /**< the calls of the operation up to the failure that the test asked for */
+    call_log_t calls_at_failure; /**< the calls of the operation up to the requested failure */
 
     /** @name The board */
     /** @{ */
@@ -68,26 +68,28 @@ struct neighbours_t
     /** @name The sensor library */
     /** @{ */
     std::set<zet_sensor_id_t> absent_sensors;
-    zet_config config_defaults{0, 0.0F, 0.0F, 1, 1}; /**< of every new configuration */
+    zet_config config_defaults{0, 0.0F, 0.0F, 1, 1}; /**< the values of a new configuration */
     uint32_t buffer_size = 64;
     int calibration_steps = 1;
-    bool complete_although_failed = false; /**< a refused calibration step sets its completion flag */
+    bool complete_although_failed = false; /**< a failed calibration step sets its completion flag */
     std::map<zet_sensor_id_t, int16_t>
-        temperatures;                               /**< at calibration; 20 plus the sensor id when not set */
-    std::deque<zet_processing_metadata_t> metadata; /**< of the next processings; then default_metadata() */
-    std::map<int, zet_processing_result_t> results; /**< by number of the processing */
-    std::map<int, std::vector<zet_int16_complex_t>> frames; /**< samples, by number of the processing */
-    std::deque<float> cca_values;                           /**< of the next assessments; then 0 */
-    zet_cpd_k330_meas_session_parameters_t parameters{};    /**< as the callback left them */
-    zet_probes_callback_rw_t *callback = nullptr;           /**< registered for probe 20 */
-    void *client_reference = nullptr;                       /**< registered for probe 20 */
+        temperatures; /**< at calibration, by sensor id; default: 20 plus the id */
+    std::deque<zet_processing_metadata_t>
+        metadata; /**< of the next processing instances; then default_metadata() */
+    std::map<int, zet_processing_result_t> results; /**< by number of the processing instance */
+    std::map<int, std::vector<zet_int16_complex_t>>
+        frames;                                          /**< samples, by number of the processing instance */
+    std::deque<float> cca_values;                        /**< results of the next assessments; then 0 */
+    zet_cpd_k330_meas_session_parameters_t parameters{}; /**< after the callback */
+    zet_probes_callback_rw_t *callback = nullptr;        /**< registered for probe 20 */
+    void *client_reference = nullptr;                    /**< registered for probe 20 */
     int configs_created = 0;
     int processings_created = 0;
     /** @} */
 
     /** @name The server core */
     /** @{ */
-    uint32_t next_tick = 1000; /**< grows by 10 with every reading */
+    uint32_t next_tick = 1000; /**< grows by 10 each time it is read */
     std::vector<std::string> documents;
     std::vector<uint8_t> payload;
     std::vector<const void *> payload_blocks; /**< the address of every payload write */
@@ -96,10 +98,10 @@ struct neighbours_t
     /** @name JSON */
     /** @{ */
     cJSON_Hooks hooks{};
-    std::set<cJSON *> loose; /**< created by the backend and neither attached nor deleted */
+    std::set<cJSON *> unattached; /**< created by the backend and neither attached nor deleted */
     /** @} */
 
-    /** Planned refusals: name of the operation, and how many calls are still to pass (0: the next one). */
+    /** Requested failures: name of the function, and how many calls still succeed first. */
     std::vector<std::pair<std::string, int>> refusals;
     std::map<std::string, int> times_called;
 };
@@ -107,41 +109,41 @@ struct neighbours_t
 /** The neighbours of the running test. */
 neighbours_t &neighbours();
 
-/** Fresh neighbours, for a new test. */
+/** Resets the neighbours for a new test. */
 void reset_neighbours();
 
 /** Records one call. */
 void record(call_kind_t kind, std::string_view name, std::initializer_list<std::string> arguments);
 
 /**
- * Lets the N-th call from now on of one operation fail.
+ * Makes the N-th call of a function from now fail.
  *
- * @param operation  its name; for an operation that adds a JSON member, "name:key" names the member too
+ * @param operation  its name, or "name:key" for a function that adds a JSON member
  * @param nth        1 for the next call
  */
 void refuse(const std::string &operation, int nth = 1);
 
-/** Counts a call of an operation and tells whether it has to fail. */
+/** Counts a call of a function and returns whether it has to fail. */
 bool refused(const std::string &operation);
 
-/** How often an operation that can fail was called. */
+/** How often a function that can fail was called. */
 int times_called(const std::string &operation);
 
-/** Frame layout of a processing for which the test sets none. */
+/** The frame layout of a processing instance if the test does not set one. */
 zet_processing_metadata_t default_metadata();
 
-/** The calibration result that the sensor library's stand-in gives a sensor. */
+/** The calibration result of a sensor in the sensor library's stand-in. */
 zet_cal_result_t calibration_of(zet_sensor_id_t sensor_id, int16_t temperature);
 
-/** The same as hexadecimal text, words in little-endian order. */
+/** The same as hexadecimal text, in little-endian words. */
 std::string calibration_text(zet_sensor_id_t sensor_id, int16_t temperature);
 
-/** The write operation and the tick source that the tests lend to the backend. */
+/** The write function and the tick source that the tests pass to the backend. */
 void write_to_host(const void *data, uint32_t size);
 uint32_t read_tick();
 
-/** Deletes what the backend left loose, and tells how many documents that were. */
-size_t delete_loose_json();
+/** Deletes the documents that the backend leaked, and returns their number. */
+size_t delete_leaked_json();
 
 } // namespace backend_tests
 

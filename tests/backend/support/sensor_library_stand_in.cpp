@@ -1,5 +1,5 @@
 /** @file
- * Stand-in of the sensor library. Its handles come from the board allocator, as those of the real one do.
+ * Stand-in for the sensor library. Like the real one, it allocates its handles with the board allocator.
  */
 #include <algorithm>
 #include <array>
@@ -57,7 +57,7 @@ std::string show(zet_probes_callback_rw_t *callback)
 
 using backend_tests::show;
 
-template <typename... arguments_t> void asked(const char *name, const arguments_t &...arguments)
+template <typename... arguments_t> void record_call(const char *name, const arguments_t &...arguments)
 {
     record(call_kind_t::sensor_library, name, {show(arguments)...});
 }
@@ -71,8 +71,8 @@ template <typename handle_t> handle_t *create(const char *name, const handle_t &
 
 template <typename handle_t> void destroy(const char *name, handle_t *handle)
 {
-    asked(name, handle);
-    EXPECT_NE(handle, nullptr) << name << " is only called for a handle";
+    record_call(name, handle);
+    EXPECT_NE(handle, nullptr) << name << " was called without a handle";
     const neighbour_scope_t scope(block_owner_t::sensor_library, name);
     zet_integration_mem_free(handle);
 }
@@ -85,7 +85,7 @@ zet_cal_result_t new_calibration(zet_sensor_id_t sensor_id)
     return calibration_of(sensor_id, set == temperatures.end() ? usual : set->second);
 }
 
-/** Offers the parameter block, each word holding its own index, to the registered callback. */
+/** Passes the parameter block to the registered callback. Each word contains its own index. */
 void fire_probe(zet_sensor_id_t sensor_id)
 {
     if (neighbours().callback == nullptr)
@@ -108,18 +108,18 @@ void fire_probe(zet_sensor_id_t sensor_id)
 
 bool zet_nox_hal_register(const zet_hal_k330_t *hal)
 {
-    asked(__func__, hal == &neighbours().implementation ? "implementation" : "another record");
+    record_call(__func__, hal == &neighbours().implementation ? "implementation" : "another record");
     return !refused(__func__);
 }
 
 void zet_nox_set_log_level(zet_log_level_t level)
 {
-    asked(__func__, level);
+    record_call(__func__, level);
 }
 
 bool zet_nox_get_buffer_size(const zet_config_t *config, uint32_t *buffer_size)
 {
-    asked(__func__, config);
+    record_call(__func__, config);
     if (refused(__func__))
     {
         return false;
@@ -130,20 +130,20 @@ bool zet_nox_get_buffer_size(const zet_config_t *config, uint32_t *buffer_size)
 
 void zet_diagnostic_log_enable(bool enable)
 {
-    asked(__func__, enable);
+    record_call(__func__, enable);
 }
 
 void zet_probes_register_callback(zet_probe_id_t probe_id, zet_probes_callback_rw_t *callback,
                                   void *client_reference)
 {
-    asked(__func__, probe_id, callback, client_reference);
+    record_call(__func__, probe_id, callback, client_reference);
     neighbours().callback = callback;
     neighbours().client_reference = client_reference;
 }
 
 zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
 {
-    asked(__func__, sensor_id);
+    record_call(__func__, sensor_id);
     return create(__func__, zet_sensor{sensor_id, neighbours().calibration_steps});
 }
 
@@ -155,7 +155,7 @@ void zet_sensor_destroy(zet_sensor_t *sensor)
 bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_result_t *cal_result,
                           void *buffer, uint32_t buffer_size)
 {
-    asked(__func__, sensor, *cal_complete, cal_result, buffer, buffer_size);
+    record_call(__func__, sensor, *cal_complete, cal_result, buffer, buffer_size);
     if (refused(__func__))
     {
         *cal_complete = neighbours().complete_although_failed;
@@ -170,37 +170,37 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
 bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const zet_cal_result_t *cal_result,
                         void *buffer, uint32_t buffer_size)
 {
-    asked(__func__, sensor, config, cal_result, buffer, buffer_size);
+    record_call(__func__, sensor, config, cal_result, buffer, buffer_size);
     fire_probe(sensor == nullptr ? 0 : sensor->id);
     return !refused(__func__);
 }
 
 bool zet_sensor_measure(zet_sensor_t *sensor)
 {
-    asked(__func__, sensor);
+    record_call(__func__, sensor);
     return !refused(__func__);
 }
 
 bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_size)
 {
-    asked(__func__, sensor, buffer, buffer_size);
+    record_call(__func__, sensor, buffer, buffer_size);
     return !refused(__func__);
 }
 
 void zet_sensor_status(const zet_sensor_t *sensor)
 {
-    asked(__func__, sensor);
+    record_call(__func__, sensor);
 }
 
 bool zet_sensor_connected(zet_sensor_id_t sensor_id)
 {
-    asked(__func__, sensor_id);
+    record_call(__func__, sensor_id);
     return !neighbours().absent_sensors.contains(sensor_id);
 }
 
 bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t *cal_info)
 {
-    asked(__func__, cal_result);
+    record_call(__func__, cal_result);
     if (refused(__func__))
     {
         return false;
@@ -211,30 +211,30 @@ bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t 
 
 bool zet_sensor_validate_calibration(const zet_cal_result_t *cal_result)
 {
-    asked(__func__, cal_result);
+    record_call(__func__, cal_result);
     return !refused(__func__);
 }
 
 zet_processing_t *zet_processing_create(const zet_config_t *config, zet_processing_metadata_t *metadata)
 {
-    asked(__func__, config);
-    auto &world = neighbours();
-    const int number = world.processings_created + 1;
+    record_call(__func__, config);
+    auto &state = neighbours();
+    const int number = state.processings_created + 1;
     zet_processing_t *processing = create(__func__, zet_processing{number});
     if (processing == nullptr)
     {
         return nullptr;
     }
-    world.processings_created = number;
+    state.processings_created = number;
     *metadata = default_metadata();
-    if (!world.metadata.empty())
+    if (!state.metadata.empty())
     {
-        *metadata = world.metadata.front();
-        world.metadata.pop_front();
+        *metadata = state.metadata.front();
+        state.metadata.pop_front();
     }
     for (int sample = 0; sample < metadata->frame_data_length; ++sample)
     {
-        world.frames[number].push_back(
+        state.frames[number].push_back(
             {static_cast<int16_t>(number * 1000 + sample), static_cast<int16_t>(-sample)});
     }
     return processing;
@@ -242,7 +242,7 @@ zet_processing_t *zet_processing_create(const zet_config_t *config, zet_processi
 
 void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_processing_result_t *result)
 {
-    asked(__func__, processing, buffer);
+    record_call(__func__, processing, buffer);
     const int number = processing == nullptr ? 0 : processing->number;
     *result = neighbours().results[number];
     result->frame = neighbours().frames[number].data();
@@ -250,7 +250,7 @@ void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_proc
 
 bool zet_processing_cca_check(const zet_processing_t *processing, const void *buffer, float *cca_value)
 {
-    asked(__func__, processing, buffer);
+    record_call(__func__, processing, buffer);
     if (refused(__func__))
     {
         return false;
@@ -267,7 +267,7 @@ bool zet_processing_cca_check(const zet_processing_t *processing, const void *bu
 
 float zet_processing_points_to_meter(int32_t points)
 {
-    asked(__func__, points);
+    record_call(__func__, points);
     return 0.00244140625F * static_cast<float>(points);
 }
 
@@ -278,7 +278,7 @@ void zet_processing_destroy(zet_processing_t *processing)
 
 zet_config_t *zet_config_create(void)
 {
-    asked(__func__);
+    record_call(__func__);
     zet_config initial = neighbours().config_defaults;
     initial.number = neighbours().configs_created + 1;
     zet_config_t *config = create(__func__, initial);
@@ -293,62 +293,62 @@ void zet_config_destroy(zet_config_t *config)
 
 void zet_config_num_subsweeps_set(zet_config_t *config, uint8_t num_subsweeps)
 {
-    asked(__func__, config, num_subsweeps);
+    record_call(__func__, config, num_subsweeps);
     config->num_subsweeps = num_subsweeps;
 }
 
 uint8_t zet_config_num_subsweeps_get(const zet_config_t *config)
 {
-    asked(__func__, config);
+    record_call(__func__, config);
     return config->num_subsweeps;
 }
 
 void zet_config_sweeps_per_frame_set(zet_config_t *config, uint16_t sweeps_per_frame)
 {
-    asked(__func__, config, sweeps_per_frame);
+    record_call(__func__, config, sweeps_per_frame);
     config->sweeps_per_frame = sweeps_per_frame;
 }
 
 uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config)
 {
-    asked(__func__, config);
+    record_call(__func__, config);
     return config->sweeps_per_frame;
 }
 
 void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate)
 {
-    asked(__func__, config, sweep_rate);
+    record_call(__func__, config, sweep_rate);
     config->sweep_rate = sweep_rate;
 }
 
 float zet_config_sweep_rate_get(const zet_config_t *config)
 {
-    asked(__func__, config);
+    record_call(__func__, config);
     return config->sweep_rate;
 }
 
 void zet_config_frame_rate_set(zet_config_t *config, float frame_rate)
 {
-    asked(__func__, config, frame_rate);
+    record_call(__func__, config, frame_rate);
     config->frame_rate = frame_rate;
 }
 
 float zet_config_frame_rate_get(const zet_config_t *config)
 {
-    asked(__func__, config);
+    record_call(__func__, config);
     return config->frame_rate;
 }
 
-/** Setters whose value the backend never reads back only record their call. */
+/** Defines setters that only record the call, because the backend never reads the values back. */
 #define RECORDED_SETTER(name, value_t)                                                                       \
     void name(zet_config_t *config, value_t value)                                                           \
     {                                                                                                        \
-        asked(#name, config, value);                                                                         \
+        record_call(#name, config, value);                                                                   \
     }
 #define RECORDED_SUBSWEEP_SETTER(name, value_t)                                                              \
     void name(zet_config_t *config, value_t value, uint8_t index)                                            \
     {                                                                                                        \
-        asked(#name, config, value, index);                                                                  \
+        record_call(#name, config, value, index);                                                            \
     }
 
 RECORDED_SETTER(zet_config_continuous_sweep_mode_set, bool)

@@ -1,5 +1,5 @@
 /** @file
- * Stand-in of the server core: keeps the documents and payloads that the backend sends.
+ * Stand-in for the server core: keeps the documents and payloads that the backend sends.
  */
 #include <array>
 

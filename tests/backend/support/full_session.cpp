@@ -1,7 +1,7 @@
 /** @file
- * A whole session, run while one thing fails.
+ * A complete session with one failure.
  */
-#include "whole_session.h"
+#include "full_session.h"
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@ namespace
 
 constexpr size_t sensors_with_calibration = 3;
 
-/** Two groups on three sensors, with assessment, overrides, several sub-sweeps and a stored calibration. */
+/** Two groups on three sensors, with assessment, overrides, several sub-sweeps and a calibration. */
 std::string document()
 {
     return R"({"enable_log": "DEBUG", "enable_diagnostics": true, "update_rate": 20,
@@ -42,7 +42,7 @@ std::string lines_beginning_with(const std::string &text, const std::string &beg
 
 } // namespace
 
-void whole_session::SetUp()
+void full_session::SetUp()
 {
     backend_test::SetUp();
     neighbours().buffer_size = work_buffer_size;
@@ -50,7 +50,7 @@ void whole_session::SetUp()
     neighbours().cca_values = {0.25F, 0.75F, 0.25F};
 }
 
-bool whole_session::failure_reached()
+bool full_session::failure_reached()
 {
     const auto &refusals = neighbours().refusals;
     const bool refused_one =
@@ -58,19 +58,19 @@ bool whole_session::failure_reached()
     return refused_one || memory().failure_reached();
 }
 
-step_t whole_session::finish_step(const std::string &name, bool ok, size_t documents_before)
+step_t full_session::finish_step(const std::string &name, bool ok, size_t documents_before)
 {
-    const bool came_here = failure_reached() && !failure_seen;
-    failure_seen = failure_seen || came_here;
+    const bool failed_here = failure_reached() && !failure_seen;
+    failure_seen = failure_seen || failed_here;
     return {name,
             ok,
             error,
             lines_beginning_with(calls(call_kind_t::log), "[ERROR]"),
             neighbours().documents.size() - documents_before,
-            came_here};
+            failed_here};
 }
 
-std::vector<step_t> whole_session::run()
+std::vector<step_t> full_session::run()
 {
     failure_seen = false;
     error = nullptr;
@@ -100,20 +100,20 @@ std::vector<step_t> whole_session::run()
     return steps;
 }
 
-size_t whole_session::end_session()
+size_t full_session::end_session()
 {
     destroy_session();
     memory().fail_allocation(0);
     neighbours().refusals.clear();
-    return delete_loose_json();
+    return delete_leaked_json();
 }
 
-void whole_session::expect_following_session_to_work(bool same_life)
+void full_session::expect_following_session_to_work(bool same_initialisation)
 {
-    if (!same_life)
+    if (!same_initialisation)
     {
         deinit();
-        EXPECT_EQ(memory().live_blocks(), 0U) << "memory that nobody freed";
+        EXPECT_EQ(memory().live_blocks(), 0U) << "memory was leaked";
         ASSERT_TRUE(init());
     }
     error = nullptr;
@@ -127,14 +127,14 @@ void whole_session::expect_following_session_to_work(bool same_life)
     finish();
 }
 
-const step_t *whole_session::failed_step(const std::vector<step_t> &steps)
+const step_t *full_session::failed_step(const std::vector<step_t> &steps)
 {
     const auto failed =
-        std::find_if(steps.begin(), steps.end(), [](const step_t &step) { return step.failure_came_here; });
+        std::find_if(steps.begin(), steps.end(), [](const step_t &step) { return step.failed_here; });
     return failed == steps.end() ? nullptr : &*failed;
 }
 
-bool whole_session::hit_an_item_before_another()
+bool full_session::hit_an_item_before_another()
 {
     const size_t calibration_elements = 1;
     const size_t read = neighbours().calls_at_failure.count(R"(get_json_int_value("sensor_id"))");
@@ -142,7 +142,7 @@ bool whole_session::hit_an_item_before_another()
     return items == 1 || items == 3;
 }
 
-bool whole_session::hit_a_calibration_entry_before_another()
+bool full_session::hit_a_calibration_entry_before_another()
 {
     const call_log_t &log = neighbours().calls_at_failure;
     return log.count("zet_sensor_get_cal_info") > 0 &&
