@@ -1,5 +1,5 @@
 /** @file
- * Every command with the first, second, third … allocation failing until none does.
+ * Repeats every command with its 1st, 2nd, 3rd … allocation failing.
  */
 #include "server_fixture.h"
 
@@ -18,10 +18,10 @@ protected:
     }
 
     /**
-     * Has every allocation of a command fail in turn. Each time the command must be answered by one error
-     * message, after which a whole session works and nothing is leaked.
+     * Makes each allocation of a command fail in turn. Each time the command must be answered with one error
+     * message, and a complete session must work afterwards without a leak.
      *
-     * @return the codes that were seen
+     * @return the error codes received
      */
     static std::set<std::string> sweep(std::string_view state, std::string_view command)
     {
@@ -36,14 +36,14 @@ protected:
             if (!failed)
             {
                 EXPECT_EQ(answer.members["status"], "ok");
-                EXPECT_GT(number, 1U) << "nothing was allocated";
+                EXPECT_GT(number, 1U) << "the command allocated nothing";
                 return codes;
             }
             EXPECT_EQ(answer.members["status"], "error") << command << " at allocation " << number;
             codes.insert(answer.members.value("code", ""));
             enter("configured");
-            obey(R"({"command":"frame"})");
-            obey(R"({"command":"end"})");
+            execute(R"({"command":"frame"})");
+            execute(R"({"command":"end"})");
             EXPECT_EQ(fake_memory.live, 0U) << command << " at allocation " << number;
         }
     }
@@ -51,7 +51,7 @@ protected:
     using codes_t = std::set<std::string>;
 };
 
-TEST_F(allocation_sweep, every_command_tells_that_memory_is_exhausted)
+TEST_F(allocation_sweep, every_command_reports_that_it_is_out_of_memory)
 {
     const struct
     {
@@ -80,7 +80,7 @@ TEST_F(allocation_sweep, frame_fails_with_the_code_of_the_stage_that_failed)
     EXPECT_EQ(sweep("configured", R"({"command":"frame"})"), (codes_t{"out_of_memory", "send_data"}));
 }
 
-TEST_F(allocation_sweep, a_stream_ends_when_memory_is_exhausted)
+TEST_F(allocation_sweep, a_stream_ends_when_out_of_memory)
 {
     for (size_t number = 1;; ++number)
     {
@@ -107,7 +107,7 @@ class allocation_sweep_serial : public allocation_sweep
 {
 };
 
-TEST_F(allocation_sweep_serial, a_change_of_speed_that_cannot_be_parsed_changes_nothing)
+TEST_F(allocation_sweep_serial, a_baudrate_command_that_fails_does_not_change_the_baud_rate)
 {
     zet_vantor_server_deinit();
     start(serial_port());

@@ -1,5 +1,5 @@
 /** @file
- * The server's time: wraps, periods and the moments at which frames are due.
+ * The server's clock: wraps, periods, and the times at which frames are due.
  */
 #include "zet_vantor_server_clock.h"
 
@@ -27,7 +27,7 @@ zet_server_clock_t started(uint32_t ticks_per_second, get_tick_function_t *funct
     return clock;
 }
 
-TEST(server_clock, starts_at_zero_wherever_the_tick_stands)
+TEST(server_clock, starts_at_zero_whatever_the_tick)
 {
     tick = 12345;
     zet_server_clock_t clock = started(1000);
@@ -36,7 +36,7 @@ TEST(server_clock, starts_at_zero_wherever_the_tick_stands)
     EXPECT_EQ(zet_server_clock_read(&clock), 5U);
 }
 
-TEST(server_clock, counts_on_when_the_tick_wraps)
+TEST(server_clock, continues_when_the_tick_wraps)
 {
     tick = UINT32_MAX - 1;
     zet_server_clock_t clock = started(1000);
@@ -50,7 +50,7 @@ TEST(server_clock, counts_on_when_the_tick_wraps)
     EXPECT_GT(expected, uint64_t{2} * UINT32_MAX);
 }
 
-TEST(server_clock, stands_still_when_there_is_none)
+TEST(server_clock, stays_at_zero_without_a_tick_source)
 {
     for (zet_server_clock_t clock : {started(0), started(1000, nullptr)})
     {
@@ -61,7 +61,7 @@ TEST(server_clock, stands_still_when_there_is_none)
     }
 }
 
-TEST(server_clock, rounds_a_period_to_nearest)
+TEST(server_clock, rounds_a_period_to_the_nearest_tick)
 {
     const zet_server_clock_t clock = started(1000);
     EXPECT_EQ(zet_server_clock_period(&clock, 10.0F), 100U);
@@ -71,7 +71,7 @@ TEST(server_clock, rounds_a_period_to_nearest)
     EXPECT_EQ(zet_server_clock_period(&clock, 0.5F), 2000U);
 }
 
-TEST(server_clock, bounds_a_period)
+TEST(server_clock, limits_a_period_to_32_bits_and_at_least_one_tick)
 {
     const zet_server_clock_t clock = started(1000);
     EXPECT_EQ(zet_server_clock_period(&clock, 1000.0F), 1U);
@@ -81,7 +81,7 @@ TEST(server_clock, bounds_a_period)
     EXPECT_EQ(zet_server_clock_period(&clock, 0x1p-22F), 4194304000U);
 }
 
-TEST(server_clock, gives_no_period_for_what_is_no_rate)
+TEST(server_clock, returns_no_period_for_an_invalid_rate)
 {
     const zet_server_clock_t clock = started(1000);
     EXPECT_EQ(zet_server_clock_period(&clock, 0.0F), 0U);

@@ -19,7 +19,7 @@ bool decode(std::string text, std::vector<uint8_t> &bytes)
     return convert_hexstr2uint(text.data(), bytes.data(), bytes.size());
 }
 
-TEST(hexadecimal, encodes_in_lower_case_without_a_closing_zero)
+TEST(hexadecimal, encodes_in_lower_case_without_a_terminating_zero)
 {
     std::array<uint8_t, 4> data = {0x00, 0x9A, 0xFF, 0x10};
     char text[10];
@@ -57,7 +57,7 @@ TEST(hexadecimal, decodes_every_byte_that_it_encodes)
     EXPECT_EQ(bytes, data);
 }
 
-TEST(hexadecimal, refuses_text_of_another_length)
+TEST(hexadecimal, refuses_text_of_the_wrong_length)
 {
     std::vector<uint8_t> bytes(2);
     for (const char *text : {"", "0", "00", "000", "00000", "000000"})
@@ -70,7 +70,7 @@ TEST(hexadecimal, refuses_text_of_another_length)
     EXPECT_FALSE(decode("00", none));
 }
 
-TEST(hexadecimal, refuses_every_character_that_is_no_digit_in_every_place)
+TEST(hexadecimal, refuses_every_invalid_character_in_every_place)
 {
     std::vector<uint8_t> bytes(2);
     for (int character = 0; character < 256; ++character)

@@ -1,5 +1,5 @@
 /** @file
- * Reading decimal numbers, beside the C library of the machine that tests.
+ * Reading decimal numbers, compared with the C library of this computer.
  */
 #include <bit>
 #include <cmath>
@@ -16,7 +16,7 @@
 namespace
 {
 
-/** Reads a text both ways and compares value and length to the bit. */
+/** Reads a text with both and expects the same bits and the same length. */
 void compare(const std::string &text)
 {
     char *end = nullptr;
@@ -27,7 +27,7 @@ void compare(const std::string &text)
     EXPECT_EQ(length, static_cast<size_t>(end - text.c_str())) << text;
 }
 
-/** The text of a number by a printf format. */
+/** Prints a number with a printf format. */
 template <typename number_t> std::string print(const char *format, number_t value)
 {
     char text[2048];
@@ -45,7 +45,7 @@ TEST(decimal_read, reads_every_form_of_a_number)
     }
 }
 
-TEST(decimal_read, finds_no_number_where_there_is_none)
+TEST(decimal_read, reads_nothing_from_text_that_is_not_a_number)
 {
     for (const char *text : {"", "-", "+", ".", "e5", "x", "-x", "true"})
     {
@@ -64,7 +64,7 @@ TEST(decimal_read, reads_the_ends_of_the_range)
     }
 }
 
-TEST(decimal_read, counts_every_digit_of_a_long_number)
+TEST(decimal_read, uses_every_digit_of_a_long_number)
 {
     const std::string zeros(5000, '0');
     for (const std::string &text :
@@ -76,7 +76,7 @@ TEST(decimal_read, counts_every_digit_of_a_long_number)
     }
 }
 
-TEST(decimal_read, rounds_the_middle_of_two_numbers_to_the_even_one)
+TEST(decimal_read, rounds_halfway_between_two_numbers_to_the_even_one)
 {
     std::mt19937_64 random(1);
     for (int i = 0; i < 5000; ++i)
@@ -95,7 +95,7 @@ TEST(decimal_read, rounds_the_middle_of_two_numbers_to_the_even_one)
     }
 }
 
-TEST(decimal_read, reads_what_is_written)
+TEST(decimal_read, reads_back_printed_numbers)
 {
     std::mt19937_64 random(2);
     for (int i = 0; i < 50000; ++i)
@@ -109,7 +109,7 @@ TEST(decimal_read, reads_what_is_written)
     }
 }
 
-TEST(decimal_read, reads_digits_at_random)
+TEST(decimal_read, reads_random_digits)
 {
     std::mt19937 random(3);
     const auto below = [&random](unsigned limit) { return static_cast<int>(random() % limit); };

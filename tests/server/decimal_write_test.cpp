@@ -1,5 +1,5 @@
 /** @file
- * Writing decimal numbers, beside the C++ library of the machine that tests.
+ * Writing decimal numbers, compared with the C++ library of this computer.
  */
 #include "zet_decimal.h"
 
@@ -35,14 +35,14 @@ std::string written_float(float value)
     return {text, zet_decimal_write_float(value, text)};
 }
 
-/** A text by the standard library: the shortest one, or the shortest one with an exponent. */
-template <typename number_t, typename... format_t> std::string shortest(number_t value, format_t... format)
+/** The shortest text of a number in the standard library, in any format or in this one. */
+template <typename number_t, class... format_t> std::string shortest(number_t value, format_t... format)
 {
     char text[400];
     return {text, std::to_chars(text, text + sizeof text, value, format...).ptr};
 }
 
-/** The text that is due for a number that is not 0: the library's, which goes on in digits that mean nothing.
+/** The expected text of a number other than 0: like the library's, but with 0 for digits that are not needed.
  */
 template <typename number_t> std::string expected_text(number_t value)
 {
@@ -62,7 +62,7 @@ template <typename number_t> std::string expected_text(number_t value)
     return rounded.size() <= scientific.size() ? rounded : scientific;
 }
 
-/** Checks that a float reads back and, as far as the library makes it cheap, that no text is shorter. */
+/** Whether the text of a float reads back exactly and is as short as the library's. */
 bool is_right(uint32_t bits)
 {
     const auto value = std::bit_cast<float>(bits);
@@ -78,8 +78,7 @@ bool is_right(uint32_t bits)
             (std::trunc(value) == value && end - text == shortest_end - shortest_text));
 }
 
-/** Writes the bits of floats from a first one on, with a distance between them; counts those that are wrong.
- */
+/** Writes the floats with the bits @p first, @p first + @p distance, …; returns how many texts are wrong. */
 uint64_t wrong_floats(uint64_t first, uint64_t distance)
 {
     uint64_t wrong = 0;
@@ -98,13 +97,12 @@ uint64_t wrong_floats(uint64_t first, uint64_t distance)
 
 TEST(decimal_write, writes_every_float_so_that_it_reads_back)
 {
-    const bool whole = std::getenv("VANTOR_CAMPAIGN") != nullptr;
-    const uint64_t distance = whole ? 1 : 19937;
+    const bool all_floats = std::getenv("VANTOR_CAMPAIGN") != nullptr;
+    const uint64_t distance = all_floats ? 1 : 19937;
     ASSERT_EQ(wrong_floats(0, distance), 0U);
-    if (whole)
+    if (all_floats)
     {
-        std::cout << "every one of " << uint64_t{UINT32_MAX} + 1
-                  << " patterns of bits that is finite reads back\n";
+        std::cout << "all finite floats among " << uint64_t{UINT32_MAX} + 1 << " bit patterns read back\n";
     }
 }
 
@@ -154,7 +152,7 @@ TEST(decimal_write, chooses_the_shorter_form)
     EXPECT_EQ(written(1e16), "1e+16");
 }
 
-TEST(decimal_write, knows_which_numbers_are_floats)
+TEST(decimal_write, writes_a_double_that_is_exactly_a_float_like_that_float)
 {
     const float smallest = std::numeric_limits<float>::denorm_min();
     for (const float value : {smallest, 3 * smallest, FLT_MIN, FLT_MIN - smallest, FLT_MIN / 2, 0.1F, 3.3F,
@@ -176,7 +174,7 @@ TEST(decimal_write, knows_which_numbers_are_floats)
     }
 }
 
-TEST(decimal_write, writes_whole_numbers_in_digits)
+TEST(decimal_write, writes_whole_numbers_without_an_exponent)
 {
     for (const double value : {0.0, 1.0, 4294967295.0, 4294967296.0, 16777217.0, 33554432.0, 3e9, 1e15,
                                most_exact - 1, most_exact, 4503599627370497.0})
@@ -187,7 +185,7 @@ TEST(decimal_write, writes_whole_numbers_in_digits)
     }
     EXPECT_EQ(written(most_exact + 2), "9007199254740994");
     EXPECT_EQ(written(most_exact / 4 + 0.5), "2251799813685248.5");
-    EXPECT_EQ(written(most_exact * 2), "1.8014399e+16") << "a float";
+    EXPECT_EQ(written(most_exact * 2), "1.8014399e+16") << "written like a float";
 }
 
 TEST(decimal_write, writes_doubles_of_every_exponent)

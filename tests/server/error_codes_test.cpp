@@ -1,5 +1,5 @@
 /** @file
- * The error codes: every one reaches the host, each has its message, and the document lists them all.
+ * The error codes: each one reaches the host, has its own message, and is listed in the protocol document.
  */
 #include <fstream>
 #include <regex>
@@ -20,8 +20,8 @@ std::string read_file(const char *path)
     return text.str();
 }
 
-/** What a regular expression's group catches in a text. */
-std::set<std::string> caught(const std::string &text, const std::regex &pattern)
+/** All texts that the first group of a regular expression matches. */
+std::set<std::string> matches(const std::string &text, const std::regex &pattern)
 {
     std::set<std::string> result;
     for (std::sregex_iterator match(text.begin(), text.end(), pattern), none; match != none; ++match)
@@ -73,7 +73,7 @@ TEST(error_codes, differ_from_one_another)
     EXPECT_EQ(all_codes().size(), static_cast<size_t>(ZET_SERVER_ERROR_COUNT));
 }
 
-TEST(error_codes, have_messages_that_differ_and_are_sentences)
+TEST(error_codes, have_messages_that_are_different_and_sentences)
 {
     std::set<std::string> messages;
     for (uint8_t error = 0; error < ZET_SERVER_ERROR_COUNT; ++error)
@@ -90,7 +90,7 @@ TEST(error_codes, have_messages_that_differ_and_are_sentences)
 TEST(error_codes, of_the_backend_are_the_names_of_its_messages)
 {
     const std::set<std::string> names =
-        caught(read_file(ERROR_MESSAGES_HEADER), std::regex(R"(\berror_([a-z_]+?)(?:_str)?;)"));
+        matches(read_file(ERROR_MESSAGES_HEADER), std::regex(R"(\berror_([a-z_]+?)(?:_str)?;)"));
     EXPECT_EQ(names.size(), 24U);
     std::set<std::string> codes;
     for (const char *const *message : backend_messages)
@@ -102,21 +102,21 @@ TEST(error_codes, of_the_backend_are_the_names_of_its_messages)
     EXPECT_EQ(codes, names);
 }
 
-TEST(error_codes, of_a_message_that_is_none_is_the_other_one)
+TEST(error_codes, unknown_message_gives_the_fallback_code)
 {
     EXPECT_EQ(zet_server_error_of_backend(nullptr, ZET_SERVER_ERROR_METADATA_FAILED),
               ZET_SERVER_ERROR_METADATA_FAILED);
     EXPECT_EQ(zet_server_error_of_backend("unknown", ZET_SERVER_ERROR_NOX_DATA), ZET_SERVER_ERROR_NOX_DATA);
 }
 
-TEST(error_codes, stand_all_in_the_document_and_no_others)
+TEST(error_codes, are_exactly_those_in_the_protocol_document)
 {
     const std::string document = read_file(PROTOCOL_DOCUMENT);
     const size_t begin = document.find("\n## Errors");
     const size_t end = document.find("\n## ", begin + 1);
     ASSERT_NE(end, std::string::npos);
     const std::set<std::string> listed =
-        caught(document.substr(begin, end - begin), std::regex("\n\\| `([a-z_]+)` \\|"));
+        matches(document.substr(begin, end - begin), std::regex("\n\\| `([a-z_]+)` \\|"));
     EXPECT_EQ(listed, all_codes());
 }
 

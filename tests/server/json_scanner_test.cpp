@@ -1,5 +1,5 @@
 /** @file
- * The JSON scanner: documents to accept and to refuse, and every bound at its edge.
+ * The JSON scanner: valid and invalid documents, and every limit.
  */
 #include "zet_json_scanner.h"
 
@@ -20,7 +20,7 @@ using namespace std::string_view_literals;
 
 constexpr uint32_t plenty = 100000;
 
-/** Scans a copy without a closing zero, so that a sanitizer sees every step too far. */
+/** Scans a copy without a terminating zero, so that a sanitizer detects every read beyond the end. */
 zet_json_scan_result_t scan(std::string_view text, uint32_t max_values = plenty)
 {
     const std::unique_ptr<char[]> copy(new char[text.size()]);
@@ -108,7 +108,7 @@ constexpr std::string_view accepted[] = {
 };
 
 constexpr std::string_view refused[] = {
-    // nothing, or not enough
+    // empty or incomplete
     ""sv,
     " "sv,
     "\t"sv,
@@ -262,7 +262,7 @@ constexpr std::string_view refused[] = {
     "\xef\xbb\xbf"sv,
     "\xff\xfe{\0}\0"sv,
     "{\"\xff\":1}"sv,
-    // white space that JSON does not know
+    // white space that JSON does not allow
     "\v[]"sv,
     "[\f]"sv,
     "[\xc2\xa0]"sv,
@@ -294,7 +294,7 @@ TEST(json_scan, agrees_with_other_parsers_on_what_it_accepts)
         cJSON *document = cJSON_ParseWithLength(text.data(), text.size());
         EXPECT_NE(document, nullptr) << text;
         cJSON_Delete(document);
-        // The other parser takes no number beyond the range of double.
+        // The other parser does not accept numbers beyond the range of double.
         if (text.find("e400") == std::string_view::npos)
         {
             EXPECT_TRUE(nlohmann::json::accept(text)) << text;
@@ -302,7 +302,7 @@ TEST(json_scan, agrees_with_other_parsers_on_what_it_accepts)
     }
 }
 
-TEST(json_scan, refuses_what_is_no_json)
+TEST(json_scan, refuses_invalid_documents)
 {
     for (const std::string_view text : refused)
     {
@@ -310,7 +310,7 @@ TEST(json_scan, refuses_what_is_no_json)
     }
 }
 
-TEST(json_scan, tells_text_after_the_document)
+TEST(json_scan, reports_text_after_the_document)
 {
     for (const std::string_view text : trailing)
     {
@@ -318,13 +318,13 @@ TEST(json_scan, tells_text_after_the_document)
     }
 }
 
-TEST(json_scan, refuses_every_document_that_is_cut_off)
+TEST(json_scan, refuses_every_truncated_document)
 {
-    const std::string_view whole = R"({"a":[1.5e+3,"b\n\u00e9\uD83D\uDE00é",{"c":true}],"d":{"e":null}})";
-    ASSERT_EQ(scan(whole), ZET_JSON_SCAN_OK);
-    for (size_t length = 0; length < whole.size(); ++length)
+    const std::string_view complete = R"({"a":[1.5e+3,"b\n\u00e9\uD83D\uDE00é",{"c":true}],"d":{"e":null}})";
+    ASSERT_EQ(scan(complete), ZET_JSON_SCAN_OK);
+    for (size_t length = 0; length < complete.size(); ++length)
     {
-        EXPECT_EQ(scan(whole.substr(0, length)), ZET_JSON_SCAN_NOT_JSON) << whole.substr(0, length);
+        EXPECT_EQ(scan(complete.substr(0, length)), ZET_JSON_SCAN_NOT_JSON) << complete.substr(0, length);
     }
 }
 
@@ -337,7 +337,7 @@ TEST(json_scan, refuses_every_control_character_in_a_string)
     }
 }
 
-TEST(json_scan, knows_eight_escapes_of_one_letter)
+TEST(json_scan, accepts_eight_escapes_of_one_letter)
 {
     for (int character = 0; character < 256; ++character)
     {
@@ -348,26 +348,26 @@ TEST(json_scan, knows_eight_escapes_of_one_letter)
     }
 }
 
-TEST(json_scan, accepts_nesting_up_to_the_bound)
+TEST(json_scan, accepts_nesting_up_to_the_limit)
 {
-    const size_t bound = zet_json_scan_max_depth;
-    EXPECT_EQ(scan(repeated("[", bound) + repeated("]", bound)), ZET_JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("[", bound + 1) + repeated("]", bound + 1)), ZET_JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "1" + repeated("}", bound)), ZET_JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("{\"a\":", bound) + "{}" + repeated("}", bound)), ZET_JSON_SCAN_TOO_DEEP);
-    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "1" + repeated("}]", bound / 2)), ZET_JSON_SCAN_OK);
-    EXPECT_EQ(scan(repeated("[{\"a\":", bound / 2) + "[]" + repeated("}]", bound / 2)),
+    const size_t limit = zet_json_scan_max_depth;
+    EXPECT_EQ(scan(repeated("[", limit) + repeated("]", limit)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("[", limit + 1) + repeated("]", limit + 1)), ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("{\"a\":", limit) + "1" + repeated("}", limit)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("{\"a\":", limit) + "{}" + repeated("}", limit)), ZET_JSON_SCAN_TOO_DEEP);
+    EXPECT_EQ(scan(repeated("[{\"a\":", limit / 2) + "1" + repeated("}]", limit / 2)), ZET_JSON_SCAN_OK);
+    EXPECT_EQ(scan(repeated("[{\"a\":", limit / 2) + "[]" + repeated("}]", limit / 2)),
               ZET_JSON_SCAN_TOO_DEEP);
     EXPECT_EQ(scan(repeated("[", 2000)), ZET_JSON_SCAN_TOO_DEEP);
     EXPECT_EQ(scan(repeated("[", 100000)), ZET_JSON_SCAN_TOO_DEEP);
 }
 
-TEST(json_scan, counts_depth_and_not_brackets)
+TEST(json_scan, limits_the_depth_and_not_the_number_of_brackets)
 {
     EXPECT_EQ(scan("[" + repeated("[],{},", 1000) + "[]]"), ZET_JSON_SCAN_OK);
 }
 
-TEST(json_scan, matches_every_bracket_with_its_own_kind)
+TEST(json_scan, refuses_a_bracket_closed_by_the_wrong_kind)
 {
     std::mt19937 random(4);
     for (int i = 0; i < 500; ++i)
@@ -388,7 +388,7 @@ TEST(json_scan, matches_every_bracket_with_its_own_kind)
     }
 }
 
-TEST(json_scan, accepts_values_up_to_the_bound)
+TEST(json_scan, accepts_values_up_to_the_limit)
 {
     const struct
     {
@@ -406,7 +406,7 @@ TEST(json_scan, accepts_values_up_to_the_bound)
 
 TEST(json_scan, accepts_what_another_strict_parser_accepts)
 {
-    // Documents that went wrong in one place, and some that did not.
+    // Documents with a random change in one place. Some are still valid.
     const std::string_view seeds[] = {
         R"({"command":"configure","configuration":{"groups":[[{"sensor_id":1,"config":{"hwaas":8}}]]}})",
         R"([0,-1.5e+1,"a\"\\\u20ac",true,false,null,{"k":[]}])",

@@ -1,5 +1,5 @@
 /** @file
- * The JSON utilities: every getter, adder and type of field.
+ * The JSON utilities: every getter, adder and field type.
  */
 #include "zet_cjson_utils.h"
 
@@ -35,7 +35,7 @@ document_t parse(const std::string &text)
     return document;
 }
 
-/** Reads the member "v" of a document as an integer; 77 when that fails. */
+/** Reads the member "v" of a document as an integer. Returns 77 on failure. */
 int read_int(const std::string &value)
 {
     const document_t document = parse("{\"v\":" + value + "}");
@@ -45,7 +45,7 @@ int read_int(const std::string &value)
     return result;
 }
 
-/** Reads the member "v" of a document as a float; 77 when that fails. */
+/** Reads the member "v" of a document as a float. Returns 77 on failure. */
 float read_float(const std::string &value)
 {
     const document_t document = parse("{\"v\":" + value + "}");
@@ -66,7 +66,7 @@ bool validates(const std::string &text)
     return json_validate(parse(text).get(), all_types);
 }
 
-TEST(json_getters, read_an_int_over_its_whole_range)
+TEST(json_getters, read_every_value_of_an_int)
 {
     EXPECT_EQ(read_int("0"), 0);
     EXPECT_EQ(read_int("-5"), -5);
@@ -76,7 +76,7 @@ TEST(json_getters, read_an_int_over_its_whole_range)
     EXPECT_EQ(read_int("12.0"), 12);
 }
 
-TEST(json_getters, refuse_what_is_no_int)
+TEST(json_getters, refuse_values_that_are_not_an_int)
 {
     for (const char *value : {"2147483648", "-2147483649", "0.5", "-1.25", "1e400", "-1e400", "1e20", "true",
                               "\"1\"", "null", "[1]", "{}"})
@@ -85,7 +85,7 @@ TEST(json_getters, refuse_what_is_no_int)
     }
 }
 
-TEST(json_getters, read_a_float_over_its_whole_range)
+TEST(json_getters, read_the_full_range_of_a_float)
 {
     EXPECT_EQ(read_float("0"), 0.0F);
     EXPECT_EQ(read_float("0.1"), 0.1F);
@@ -98,7 +98,7 @@ TEST(json_getters, read_a_float_over_its_whole_range)
     EXPECT_TRUE(std::signbit(read_float("-0.0")));
 }
 
-TEST(json_getters, refuse_what_is_no_float)
+TEST(json_getters, refuse_values_that_are_not_a_float)
 {
     for (const char *value :
          {"3.4028236e38", "-3.4028236e38", "1e39", "1e400", "-1e400", "true", "\"1\"", "null", "[1]"})
@@ -123,7 +123,7 @@ TEST(json_getters, read_a_bool)
     }
 }
 
-TEST(json_getters, read_a_string_in_place)
+TEST(json_getters, return_a_string_without_copying_it)
 {
     const document_t document = parse(R"({"word":"abc","one":1,"nothing":null})");
     char *value = nullptr;
@@ -138,7 +138,7 @@ TEST(json_getters, read_a_string_in_place)
     }
 }
 
-TEST(json_getters, look_keys_up_to_the_letter)
+TEST(json_getters, match_keys_exactly)
 {
     const document_t document = parse(R"({"Rate":1})");
     int value = 77;
@@ -158,7 +158,7 @@ TEST(json_getters, find_a_node_of_any_type)
     EXPECT_FALSE(is_json_node(document.get(), "g"));
 }
 
-TEST(json_getters, find_nothing_where_there_are_no_members)
+TEST(json_getters, find_nothing_in_a_value_without_members)
 {
     const document_t array = parse(R"([1,"a",true])");
     for (const cJSON *node : {static_cast<const cJSON *>(nullptr), static_cast<const cJSON *>(array.get()),
@@ -181,7 +181,7 @@ TEST(json_getters, find_nothing_where_there_are_no_members)
     }
 }
 
-TEST(json_validate, accepts_every_type_in_its_place)
+TEST(json_validate, accepts_every_type_where_it_is_allowed)
 {
     EXPECT_TRUE(validates("{}"));
     EXPECT_TRUE(validates(R"({"boolean":true,"float":0.5,"int":3,"string":"a","array":[1],"object":{"x":1},
@@ -189,7 +189,7 @@ TEST(json_validate, accepts_every_type_in_its_place)
     EXPECT_TRUE(validates(R"({"boolean":false,"float":3,"int":3.0,"enum":"","any":[{}]})"));
 }
 
-TEST(json_validate, refuses_every_type_out_of_its_place)
+TEST(json_validate, refuses_every_type_where_it_is_not_allowed)
 {
     const std::string values[] = {"true", "0.5", "3", "\"a\"", "[]", "{}", "null"};
     const struct
@@ -229,7 +229,7 @@ TEST(json_validate, refuses_unknown_and_repeated_members)
     EXPECT_FALSE(validates(R"({"int":1,"unknown":1})"));
 }
 
-TEST(json_validate, refuses_what_is_no_object)
+TEST(json_validate, refuses_values_that_are_not_objects)
 {
     EXPECT_FALSE(json_validate(nullptr, all_types));
     for (const char *text : {"[]", "[1]", "1", "\"int\"", "null", "true"})
@@ -245,14 +245,14 @@ TEST(json_validate, refuses_a_member_without_a_name)
     EXPECT_FALSE(json_validate(object.get(), all_types));
 }
 
-TEST(json_validate, knows_no_member_with_an_empty_table)
+TEST(json_validate, refuses_every_member_with_an_empty_table)
 {
     constexpr json_field_t none[] = {{nullptr, FIELD_TYPE_NONE}};
     EXPECT_TRUE(json_validate(parse("{}").get(), none));
     EXPECT_FALSE(json_validate(parse(R"({"a":1})").get(), none));
 }
 
-TEST(json_validate, lets_no_value_have_the_type_none)
+TEST(json_validate, refuses_every_value_of_a_field_of_type_none)
 {
     constexpr json_field_t odd[] = {{"a", FIELD_TYPE_NONE}, {nullptr, FIELD_TYPE_NONE}};
     EXPECT_FALSE(json_validate(parse(R"({"a":null})").get(), odd));
@@ -286,7 +286,7 @@ TEST(json_adders, add_members_to_an_object)
               R"({"i":-2147483648,"u":4294967295,"f":0.5,"t":true,"b":false,"s":"text"})");
 }
 
-TEST(json_adders, make_numbers_as_the_library_does)
+TEST(json_adders, make_numbers_like_cjson)
 {
     const document_t object(cJSON_CreateObject());
     for (const uint32_t value : {0U, 1U, 2147483646U, 2147483647U, 2147483648U, 4294967295U})
@@ -314,7 +314,7 @@ TEST(json_adders, append_elements_to_an_array)
     EXPECT_EQ(print(array.get()), R"([-2147483648,4294967295,0.5,true,false,"text"])");
 }
 
-TEST(json_adders, refuse_a_target_that_can_hold_nothing)
+TEST(json_adders, refuse_a_target_that_cannot_contain_values)
 {
     const document_t number(cJSON_CreateNumber(1));
     for (cJSON *node : {static_cast<cJSON *>(nullptr), number.get()})
@@ -365,17 +365,17 @@ protected:
     }
 };
 
-TEST_F(json_adders_without_memory, take_one_piece_for_a_value_and_none_for_its_key)
+TEST_F(json_adders_without_memory, allocate_one_block_for_a_value_and_none_for_its_key)
 {
     cJSON *object = cJSON_CreateObject();
     const size_t before = fake_memory.live;
-    EXPECT_TRUE(add_json_int_value(object, "a key of which no copy is made", 1));
+    EXPECT_TRUE(add_json_int_value(object, "a key that is not copied", 1));
     EXPECT_EQ(fake_memory.live, before + 1);
     cJSON_Delete(object);
     EXPECT_EQ(fake_memory.live, 0U);
 }
 
-TEST_F(json_adders_without_memory, fail_and_leave_nothing_behind)
+TEST_F(json_adders_without_memory, fail_without_a_leak)
 {
     using add_function_t = bool (*)(cJSON *);
     const add_function_t adders[] = {

@@ -1,5 +1,5 @@
 /** @file
- * The JSON writer: numbers that read back, strings that any parser takes, whole documents.
+ * The JSON writer: numbers that read back, strings that any parser accepts, complete documents.
  */
 #include "zet_json_writer.h"
 
@@ -68,7 +68,7 @@ std::string sent_document(cJSON *document)
     return sent;
 }
 
-/** An array that nests a number of times. */
+/** An array with this depth of nesting. */
 cJSON *nested(uint32_t depth)
 {
     cJSON *document = cJSON_CreateArray();
@@ -81,7 +81,7 @@ cJSON *nested(uint32_t depth)
     return document;
 }
 
-/** The shortest text of a number by the standard library. */
+/** The shortest text of a number in the standard library. */
 template <typename number_t> std::string shortest(number_t value)
 {
     char text[400];
@@ -89,8 +89,8 @@ template <typename number_t> std::string shortest(number_t value)
 }
 
 /**
- * Checks that a number that is no small whole one is written as the standard library does and reads back. A
- * large whole number may end in zeros where the library goes on in digits that mean nothing.
+ * Expects a number that is not a small integer to read back, and to be written like in the standard library.
+ * A large integer may end in zeros where the library writes digits that are not needed.
  */
 template <typename number_t> void expect_shortest(number_t value)
 {
@@ -110,13 +110,13 @@ template <typename number_t> void expect_shortest(number_t value)
     }
 }
 
-/** Tells whether a number is written in digits, because it is whole and exact. */
+/** Whether a number is written without an exponent, because it is an exact integer. */
 bool is_exact_integer(double value)
 {
     return std::trunc(value) == value && std::fabs(value) <= 9007199254740992.0;
 }
 
-TEST(json_writer, writes_floats_in_the_shortest_way)
+TEST(json_writer, writes_floats_in_the_shortest_form)
 {
     EXPECT_EQ(written(static_cast<double>(0.1F)), "0.1");
     EXPECT_EQ(written(static_cast<double>(0.0025F)), "0.0025");
@@ -127,7 +127,7 @@ TEST(json_writer, writes_floats_in_the_shortest_way)
     EXPECT_EQ(written(static_cast<double>(FLT_MAX)), "3.4028235e+38");
 }
 
-TEST(json_writer, writes_doubles_that_are_no_floats_in_the_shortest_way)
+TEST(json_writer, writes_doubles_that_are_not_floats_in_the_shortest_form)
 {
     EXPECT_EQ(written(0.1), "0.1");
     EXPECT_EQ(written(12.345), "12.345");
@@ -136,7 +136,7 @@ TEST(json_writer, writes_doubles_that_are_no_floats_in_the_shortest_way)
     EXPECT_EQ(written(std::numeric_limits<double>::denorm_min()), "5e-324");
 }
 
-TEST(json_writer, writes_whole_numbers_in_digits)
+TEST(json_writer, writes_whole_numbers_without_an_exponent)
 {
     EXPECT_EQ(written(0.0), "0");
     EXPECT_EQ(written(-1.0), "-1");
@@ -152,14 +152,14 @@ TEST(json_writer, keeps_the_sign_of_zero)
     EXPECT_EQ(written(-0.0), "-0");
 }
 
-TEST(json_writer, writes_null_for_what_is_not_finite)
+TEST(json_writer, writes_null_for_numbers_that_are_not_finite)
 {
     EXPECT_EQ(written(static_cast<double>(NAN)), "null");
     EXPECT_EQ(written(static_cast<double>(INFINITY)), "null");
     EXPECT_EQ(written(-static_cast<double>(INFINITY)), "null");
 }
 
-TEST(json_writer, writes_every_whole_number_beyond_what_a_double_holds)
+TEST(json_writer, writes_64_bit_integers_exactly)
 {
     zet_json_writer_t writer = begin();
     zet_json_writer_uint(&writer, UINT64_MAX);
@@ -198,7 +198,7 @@ TEST(json_writer, writes_floats_of_every_exponent_as_the_standard_library_does)
         const bool finite = (sign_and_exponent & 0xFFU) != 0xFFU;
         for (uint32_t i = 0; finite && i < 40; ++i)
         {
-            // The ends of the binade and its middle, then anything.
+            // Both ends and the middle of the binade, then random values.
             const uint32_t corners[] = {0U, 1U, 2U, 0x400000U, 0x7FFFFEU, 0x7FFFFFU};
             const auto fraction = i < 6 ? corners[i] : static_cast<uint32_t>(random() & 0x7FFFFFU);
             const auto value = std::bit_cast<float>(sign_and_exponent << 23U | fraction);
@@ -229,7 +229,7 @@ TEST(json_writer, writes_doubles_of_every_exponent_as_the_standard_library_does)
     }
 }
 
-TEST(json_writer, writes_decimals_as_they_are_meant)
+TEST(json_writer, writes_decimal_fractions_in_the_shortest_form)
 {
     for (int thousandths = -5000; thousandths <= 5000; ++thousandths)
     {
@@ -244,7 +244,7 @@ TEST(json_writer, writes_decimals_as_they_are_meant)
     }
 }
 
-TEST(json_writer, lets_integers_read_back)
+TEST(json_writer, writes_integers_exactly)
 {
     std::mt19937_64 random(3);
     for (int bits = 0; bits <= 53; ++bits)
@@ -258,7 +258,7 @@ TEST(json_writer, lets_integers_read_back)
     }
 }
 
-TEST(json_writer, escapes_what_a_string_must_not_hold)
+TEST(json_writer, escapes_characters_that_a_string_must_not_contain)
 {
     EXPECT_EQ(written("a\"b\\c/d"), R"("a\"b\\c/d")");
     EXPECT_EQ(written("\b\f\n\r\t\x01\x1f"), R"("\u0008\u000c\u000a\u000d\u0009\u0001\u001f")");
@@ -277,7 +277,7 @@ TEST(json_writer, keeps_utf8_and_replaces_other_bytes)
     EXPECT_EQ(written("\xc0\x80"), R"("\ufffd\ufffd")");
 }
 
-TEST(json_writer, writes_every_byte_so_that_a_strict_parser_takes_it)
+TEST(json_writer, writes_every_byte_so_that_a_strict_parser_accepts_it)
 {
     for (int first = 1; first < 256; ++first)
     {
@@ -314,18 +314,18 @@ TEST(json_writer, separates_members_and_elements)
     EXPECT_EQ(writes, 1U);
 }
 
-TEST(json_writer, sends_text_of_every_length_around_its_buffer_whole)
+TEST(json_writer, sends_complete_text_of_every_length_around_its_buffer_size)
 {
     for (size_t length = 0; length < 3 * sizeof(zet_json_writer_t::buffer); ++length)
     {
         const std::string text(length, 'x');
         EXPECT_EQ(written(text.c_str()), "\"" + text + "\"");
-        // It need not fill its buffer to the last byte, but nearly.
+        // It does not have to fill its buffer to the last byte, but almost.
         EXPECT_LE(writes, (length + 3) / (sizeof(zet_json_writer_t::buffer) - 8) + 1);
     }
 }
 
-TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
+TEST(json_writer, sends_every_kind_of_value_completely_across_the_end_of_its_buffer)
 {
     using write_function_t = void (*)(zet_json_writer_t *);
     const std::pair<write_function_t, const char *> pieces[] = {
@@ -360,7 +360,7 @@ TEST(json_writer, sends_every_kind_of_text_across_the_end_of_its_buffer_whole)
     }
 }
 
-TEST(write_json, writes_a_whole_document_in_one_line)
+TEST(write_json, writes_a_document_in_one_line)
 {
     const char *text =
         R"({"result_info":[[{"tick":48213,"ok":false,"t":-3,"v":0.75,"n":null},{}],[]],"status":"ok"})";
@@ -425,14 +425,14 @@ TEST(write_json, writes_documents_that_read_back_the_same)
     }
 }
 
-TEST(write_json, writes_a_value_alone)
+TEST(write_json, writes_a_document_that_is_a_single_value)
 {
     EXPECT_EQ(sent_document(cJSON_CreateTrue()), "true\n");
     EXPECT_EQ(sent_document(cJSON_CreateArray()), "[]\n");
     EXPECT_EQ(sent_document(cJSON_CreateNumber(4294967295.0)), "4294967295\n");
 }
 
-TEST(write_json, leaves_out_what_stands_beside_the_document)
+TEST(write_json, does_not_write_the_siblings_of_the_document)
 {
     const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> document(cJSON_Parse("[[1],[2]]"), cJSON_Delete);
     sent.clear();
@@ -440,7 +440,7 @@ TEST(write_json, leaves_out_what_stands_beside_the_document)
     EXPECT_EQ(sent, "[1]\n");
 }
 
-TEST(write_json, writes_null_for_what_json_does_not_know)
+TEST(write_json, writes_null_for_values_that_are_not_json)
 {
     EXPECT_EQ(sent_document(cJSON_CreateRaw("raw")), "null\n");
     EXPECT_EQ(sent_document(cJSON_CreateStringReference(nullptr)), "\"\"\n");
@@ -456,7 +456,7 @@ TEST(write_json, refuses_a_null_argument)
     cJSON_Delete(document);
 }
 
-TEST(write_json, sends_nothing_of_a_document_that_nests_too_deep)
+TEST(write_json, sends_nothing_of_a_document_that_is_nested_too_deep)
 {
     EXPECT_EQ(sent_document(nested(zet_json_writer_max_depth)).size(), 2 * zet_json_writer_max_depth + 1);
     cJSON *document = nested(zet_json_writer_max_depth + 1);

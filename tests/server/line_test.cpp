@@ -1,5 +1,5 @@
 /** @file
- * Cutting bytes into lines.
+ * Splitting received bytes into lines.
  */
 #include "zet_vantor_server_line.h"
 
@@ -21,7 +21,7 @@ protected:
         zet_line_buffer_init(&line, memory.data(), memory.size());
     }
 
-    /** Hands bytes over in pieces; notes complete lines, and "!" for one that is too long. */
+    /** Passes bytes on in pieces. Returns the complete lines, with "!" for each line that is too long. */
     std::vector<std::string> feed(std::string_view bytes, size_t piece)
     {
         std::vector<std::string> events;
@@ -54,7 +54,7 @@ protected:
 
 using events_t = std::vector<std::string>;
 
-TEST_F(line_buffer, cuts_lines_whatever_the_pieces)
+TEST_F(line_buffer, splits_lines_whatever_the_size_of_the_pieces)
 {
     for (size_t piece = 1; piece <= 30; ++piece)
     {
@@ -63,17 +63,17 @@ TEST_F(line_buffer, cuts_lines_whatever_the_pieces)
     }
 }
 
-TEST_F(line_buffer, drops_one_carriage_return_at_the_end_only)
+TEST_F(line_buffer, removes_only_one_carriage_return_at_the_end)
 {
     EXPECT_EQ(feed("a\rb\r\r\n", 100), (events_t{"a\rb\r"}));
 }
 
-TEST_F(line_buffer, keeps_zeros)
+TEST_F(line_buffer, keeps_zero_bytes)
 {
     EXPECT_EQ(feed(std::string_view("a\0b\n", 4), 100), (events_t{std::string("a\0b", 3)}));
 }
 
-TEST_F(line_buffer, holds_a_line_that_just_fits)
+TEST_F(line_buffer, accepts_a_line_that_just_fits)
 {
     for (size_t piece = 1; piece <= 30; ++piece)
     {
@@ -82,7 +82,7 @@ TEST_F(line_buffer, holds_a_line_that_just_fits)
     }
 }
 
-TEST_F(line_buffer, reports_a_line_that_is_too_long_once_and_goes_on_after_it)
+TEST_F(line_buffer, reports_a_line_that_is_too_long_once_and_continues_after_it)
 {
     for (size_t piece = 1; piece <= 30; ++piece)
     {
@@ -97,13 +97,13 @@ TEST_F(line_buffer, reports_each_of_several_lines_that_are_too_long)
     EXPECT_EQ(feed("0123456789a\n0123456789b\nok\n", 3), (events_t{"!", "!", "ok"}));
 }
 
-TEST_F(line_buffer, reports_a_line_that_is_too_long_before_it_ends)
+TEST_F(line_buffer, reports_a_line_that_is_too_long_before_its_end)
 {
     EXPECT_EQ(feed("0123456789a", 1), (events_t{"!"}));
     EXPECT_EQ(feed("bcdefghijklmnopqrstuvwxyz", 1), (events_t{}));
 }
 
-TEST_F(line_buffer, forgets_what_was_half_received)
+TEST_F(line_buffer, discards_an_incomplete_line_when_cleared)
 {
     EXPECT_EQ(feed("half", 1), (events_t{}));
     zet_line_buffer_clear(&line);
@@ -113,7 +113,7 @@ TEST_F(line_buffer, forgets_what_was_half_received)
     EXPECT_EQ(feed("ok\n", 1), (events_t{"ok"}));
 }
 
-TEST_F(line_buffer, takes_nothing_from_nothing)
+TEST_F(line_buffer, ignores_empty_input)
 {
     const char *data = nullptr;
     size_t size = 0;

@@ -1,5 +1,5 @@
 /** @file
- * The ring of waiting log lines.
+ * The ring buffer of waiting log lines.
  */
 #include "zet_vantor_server_log_ring.h"
 
@@ -29,7 +29,7 @@ protected:
     zet_log_ring_t ring = {};
 };
 
-TEST_F(log_ring, gives_lines_back_in_their_order)
+TEST_F(log_ring, returns_lines_in_order)
 {
     zet_log_ring_put(&ring, ZET_LOG_LEVEL_DEBUG, "one", "first");
     zet_log_ring_put(&ring, ZET_LOG_LEVEL_ERROR, "", "");
@@ -47,7 +47,7 @@ TEST_F(log_ring, gives_lines_back_in_their_order)
     EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
-TEST_F(log_ring, holds_lines_across_its_end)
+TEST_F(log_ring, stores_lines_across_its_end)
 {
     for (int i = 0; i < 5000; ++i)
     {
@@ -60,7 +60,7 @@ TEST_F(log_ring, holds_lines_across_its_end)
     EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
-TEST_F(log_ring, cuts_long_texts)
+TEST_F(log_ring, truncates_long_texts)
 {
     zet_log_ring_put(&ring, ZET_LOG_LEVEL_INFO, std::string(500, 'm').c_str(), std::string(500, 't').c_str());
     zet_log_line_t line;
@@ -69,9 +69,9 @@ TEST_F(log_ring, cuts_long_texts)
     EXPECT_EQ(std::string(line.text), std::string(zet_log_ring_max_text, 't'));
 }
 
-TEST_F(log_ring, fills_up_to_the_last_byte)
+TEST_F(log_ring, uses_its_last_byte)
 {
-    // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes fill the ring.
+    // 3 bytes besides the texts, 1 for the module: 8 lines of 256 bytes fill the ring.
     const std::string text(252, 'x');
     for (int i = 0; i < 8; ++i)
     {
@@ -87,7 +87,7 @@ TEST_F(log_ring, fills_up_to_the_last_byte)
     EXPECT_EQ(zet_log_ring_count(&ring), 8U);
 }
 
-TEST_F(log_ring, loses_a_line_that_is_one_byte_too_long)
+TEST_F(log_ring, drops_a_line_that_is_one_byte_too_long)
 {
     const std::string text(252, 'x');
     for (int i = 0; i < 7; ++i)
@@ -102,7 +102,7 @@ TEST_F(log_ring, loses_a_line_that_is_one_byte_too_long)
     EXPECT_EQ(zet_log_ring_count(&ring), 8U);
 }
 
-TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
+TEST_F(log_ring, counts_the_lines_that_do_not_fit)
 {
     const std::string text(252, 'x');
     for (int i = 0; i < 20; ++i)
@@ -113,7 +113,7 @@ TEST_F(log_ring, counts_the_lines_for_which_there_is_no_room)
     EXPECT_EQ(zet_log_ring_take_lost(&ring), 0U);
 }
 
-TEST_F(log_ring, forgets_everything_when_cleared)
+TEST_F(log_ring, is_empty_after_it_is_cleared)
 {
     for (int i = 0; i < 1000; ++i)
     {

@@ -1,9 +1,9 @@
 /** @file
- * The conversations in docs/protocol.md, held with the server.
+ * Replays the conversations in docs/protocol.md with the server.
  *
- * In a block marked "conversation" a line with > goes to the server and a line with < must come from it, to
- * the letter. Text in quotation marks that ends with … is only compared up to there. "(n bytes)" is a
- * payload. "conversation serial" needs a link whose baud rate can be changed.
+ * In a block marked "conversation", a line with > is sent to the server, and the server must send exactly the
+ * line with <. Quoted text that ends with … is only compared up to there. "(n bytes)" is a payload.
+ * "conversation serial" needs a link with an adjustable baud rate.
  */
 #include <fstream>
 #include <regex>
@@ -47,8 +47,8 @@ std::vector<conversation_t> read_conversations()
     return conversations;
 }
 
-/** Cuts texts of a message where the expected message cuts them. */
-std::string cut_like(const std::string &expected, std::string line)
+/** Truncates texts of a message where the expected message truncates them. */
+std::string truncated_like(const std::string &expected, std::string line)
 {
     static const std::string ellipsis = "…\"";
     for (size_t at = expected.find(ellipsis); at != std::string::npos; at = expected.find(ellipsis, at + 1))
@@ -66,7 +66,7 @@ std::string cut_like(const std::string &expected, std::string line)
 class protocol_document : public server_fixture
 {
 protected:
-    /** Returns the next message, taking steps until there is one. */
+    /** Returns the next message. Runs steps until there is one. */
     message_t next_message()
     {
         for (int step = 0; waiting.empty() && step < 3; ++step)
@@ -79,7 +79,7 @@ protected:
         }
         if (waiting.empty())
         {
-            ADD_FAILURE() << "no message came";
+            ADD_FAILURE() << "the server sent no message";
             return {};
         }
         message_t message = std::move(waiting.front());
@@ -95,8 +95,8 @@ protected:
         }
     }
 
-    /** Holds a conversation. */
-    void hold(const conversation_t &conversation)
+    /** Sends the lines of a conversation and checks the answers. */
+    void replay(const conversation_t &conversation)
     {
         message_t last;
         for (const std::string &line : conversation.lines)
@@ -116,7 +116,7 @@ protected:
             {
                 EXPECT_TRUE(line.starts_with("< ")) << line;
                 last = next_message();
-                EXPECT_EQ(cut_like(rest, last.line), rest);
+                EXPECT_EQ(truncated_like(rest, last.line), rest);
             }
         }
         collect();
@@ -126,7 +126,7 @@ protected:
     std::deque<message_t> waiting;
 };
 
-TEST_F(protocol_document, holds_conversations_as_the_server_does)
+TEST_F(protocol_document, shows_what_the_server_sends)
 {
     const std::vector<conversation_t> conversations = read_conversations();
     EXPECT_GE(conversations.size(), 14U);
@@ -140,13 +140,13 @@ TEST_F(protocol_document, holds_conversations_as_the_server_does)
         };
         start(conversation.serial ? serial_port() : plain_port());
         fake_port.tick = 12345000;
-        hold(conversation);
+        replay(conversation);
         zet_vantor_server_deinit();
         started = false;
     }
 }
 
-TEST_F(protocol_document, describes_every_command_in_a_section_of_its_own)
+TEST_F(protocol_document, describes_every_command_in_its_own_section)
 {
     start();
     std::ifstream document(PROTOCOL_DOCUMENT);
@@ -164,13 +164,13 @@ TEST_F(protocol_document, describes_every_command_in_a_section_of_its_own)
         ++commands;
         EXPECT_NE(text.find("\n### `" + command + "`\n"), std::string::npos) << command;
         EXPECT_NE(text.find("> {\"command\":\"" + command + "\""), std::string::npos) << command;
-        // The server knows it: whatever else it says, the word is not unknown.
+        // The server must know the command, whatever other error it reports.
         EXPECT_NE(refusal(R"({"command":")" + command + R"(","?":1})"), "unknown_command");
     }
     EXPECT_EQ(commands, 10);
 }
 
-TEST_F(protocol_document, tells_the_version_in_its_title)
+TEST_F(protocol_document, states_the_version_in_its_title)
 {
     start();
     std::ifstream document(PROTOCOL_DOCUMENT);

@@ -1,5 +1,5 @@
 /** @file
- * The server core and what comes over the link: pieces, garbage, bounds, and the way back.
+ * Input of the server core: pieces, garbage, limits, and recovery.
  */
 #include "server_fixture.h"
 
@@ -39,7 +39,7 @@ protected:
 
 constexpr std::string_view ping = "{\"command\":\"ping\"}\n";
 
-TEST_F(server_input, takes_a_command_in_pieces_of_any_size)
+TEST_F(server_input, accepts_a_command_in_pieces_of_any_size)
 {
     const std::string bytes = std::string(configure_command) +
                               "\r\n\n{\"command\":\"frame\"}\n{\"command\":\"end\"}\r\nx\n" +
@@ -57,7 +57,7 @@ TEST_F(server_input, ignores_empty_lines)
     EXPECT_EQ(answers(" \n"), codes_t{"bad_json"});
 }
 
-TEST_F(server_input, finds_its_way_back_at_the_next_line_feed)
+TEST_F(server_input, recovers_at_the_next_line_feed)
 {
     for (const std::string_view garbage :
          {std::string_view("stray bytes\n"), std::string_view("\xff\x00\x80\n", 4),
@@ -88,7 +88,7 @@ TEST_F(server_input, drops_a_line_that_is_too_long)
     }
 }
 
-TEST_F(server_input, tells_that_a_line_is_too_long_before_it_ends)
+TEST_F(server_input, reports_a_line_that_is_too_long_before_its_end)
 {
     EXPECT_EQ(answers(std::string(4096, ' ')), codes_t{});
     EXPECT_EQ(answers(" "), codes_t{"line_too_long"});
@@ -96,7 +96,7 @@ TEST_F(server_input, tells_that_a_line_is_too_long_before_it_ends)
     EXPECT_EQ(answers("\n" + std::string(ping)), codes_t{"ok"});
 }
 
-TEST_F(server_input, takes_a_line_that_just_fits)
+TEST_F(server_input, accepts_a_line_that_just_fits)
 {
     std::string line(ping.substr(0, ping.size() - 1));
     line.insert(0, 4096 - line.size(), ' ');
@@ -104,7 +104,7 @@ TEST_F(server_input, takes_a_line_that_just_fits)
     EXPECT_EQ(answers(" " + line + "\n"), codes_t{"line_too_long"});
 }
 
-TEST_F(server_input, refuses_nesting_beyond_the_bound)
+TEST_F(server_input, refuses_nesting_beyond_the_limit)
 {
     EXPECT_EQ(answers(std::string(2000, '[') + "\n"), codes_t{"nesting_too_deep"});
     EXPECT_EQ(answers("{\"command\":" + std::string(16, '[') + std::string(16, ']') + "}\n"),
@@ -120,12 +120,12 @@ TEST_F(server_input, refuses_more_values_than_the_port_allows)
     {
         line += ",1";
     }
-    // The command, its word, the configuration, the array and 996 numbers make 1000 values.
+    // The object, the command name, the configuration, the array and 996 numbers are 1000 values.
     EXPECT_EQ(answers(line + "]}}\n"), codes_t{"ok"});
     EXPECT_EQ(answers(line + ",1]}}\n"), codes_t{"too_many_values"});
 }
 
-TEST_F(server_input, refuses_documents_that_are_no_commands)
+TEST_F(server_input, refuses_documents_that_are_not_commands)
 {
     for (const char *line : {"{}", "[]", "1", "null", "\"ping\"", R"({"Command":"ping"})", R"({"command":1})",
                              R"({"command":null})", R"(["command","ping"])", R"({"command":["ping"]})"})
@@ -134,7 +134,7 @@ TEST_F(server_input, refuses_documents_that_are_no_commands)
     }
 }
 
-TEST_F(server_input, refuses_words_that_are_no_commands)
+TEST_F(server_input, refuses_unknown_commands)
 {
     for (const char *word : {"", "PING", "pin", "pings", "ping ", "reboot"})
     {
@@ -142,14 +142,14 @@ TEST_F(server_input, refuses_words_that_are_no_commands)
     }
 }
 
-TEST_F(server_input, takes_white_space_on_both_sides_of_a_colon)
+TEST_F(server_input, accepts_white_space_on_both_sides_of_a_colon)
 {
     for (const std::string space : {"", " ", "  ", "\t", "\r", " \t\r "})
     {
         SCOPED_TRACE(testing::PrintToString(space));
-        obey("{\"command\"" + space + ":\"ping\"}");
-        obey("{\"command\":" + space + "\"ping\"}");
-        obey("{\"command\"" + space + ":" + space + "\"ping\"}");
+        execute("{\"command\"" + space + ":\"ping\"}");
+        execute("{\"command\":" + space + "\"ping\"}");
+        execute("{\"command\"" + space + ":" + space + "\"ping\"}");
     }
     for (const std::string no_space : {"\v", "\f", "\xc2\xa0", "_"})
     {
@@ -159,12 +159,12 @@ TEST_F(server_input, takes_white_space_on_both_sides_of_a_colon)
     }
 }
 
-TEST_F(server_input, understands_escaped_words)
+TEST_F(server_input, accepts_escaped_characters)
 {
-    obey(R"({"\u0063ommand":"pin\u0067"})");
+    execute(R"({"\u0063ommand":"pin\u0067"})");
 }
 
-TEST_F(server_input, refuses_members_that_a_command_does_not_take)
+TEST_F(server_input, refuses_members_that_a_command_does_not_have)
 {
     for (const char *word :
          {"identify", "ping", "configure", "start", "frame", "stop", "end", "baudrate", "log", "stats"})
@@ -188,7 +188,7 @@ TEST_F(server_input, refuses_arguments_that_are_missing_repeated_or_of_the_wrong
     EXPECT_EQ(refusal(R"({"command":"log","level":"OFF","level":"OFF"})"), "bad_argument");
 }
 
-TEST_F(server_input, looks_for_errors_in_the_documented_order)
+TEST_F(server_input, checks_for_errors_in_the_documented_order)
 {
     enter("streaming");
     EXPECT_EQ(refusal(R"({"command":["configure"],"x":1})"), "bad_command");
@@ -200,14 +200,14 @@ TEST_F(server_input, looks_for_errors_in_the_documented_order)
     }
     EXPECT_EQ(refusal(R"({"command":"configure"})"), "wrong_state");
     EXPECT_EQ(refusal(R"({"command":"baudrate"})"), "wrong_state");
-    obey(R"({"command":"stop"})");
+    execute(R"({"command":"stop"})");
     EXPECT_EQ(refusal(R"({"command":"baudrate"})"), "baudrate_fixed");
     EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":0})"), "baudrate_fixed");
-    obey(R"({"command":"end"})");
+    execute(R"({"command":"end"})");
     EXPECT_EQ(refusal(R"({"command":"configure"})"), "bad_argument");
 }
 
-TEST_F(server_input, says_what_a_command_takes)
+TEST_F(server_input, reports_which_members_a_command_has)
 {
     const auto hint = [](std::string_view line) { return ask(line).members.value("message", ""); };
     EXPECT_NE(hint(R"({"command":"configure"})").find("\"configuration\""), std::string::npos);
@@ -216,13 +216,13 @@ TEST_F(server_input, says_what_a_command_takes)
     EXPECT_NE(hint(R"({"command":"ping","x":1})").find("only member"), std::string::npos);
 }
 
-TEST_F(server_input, refuses_numbers_that_no_type_holds)
+TEST_F(server_input, refuses_numbers_out_of_range_of_every_type)
 {
     EXPECT_EQ(refusal(R"({"command":1e400})"), "bad_command");
     EXPECT_EQ(refusal(R"({"command":"ping","x":1e400})"), "bad_argument");
 }
 
-TEST_F(server_input, forgets_a_half_line_when_the_host_goes_away)
+TEST_F(server_input, discards_an_incomplete_line_when_the_host_disconnects)
 {
     send("{\"comm");
     zet_vantor_server_link_lost();
@@ -234,9 +234,10 @@ TEST_F(server_input, forgets_a_half_line_when_the_host_goes_away)
     EXPECT_EQ(answers(ping), codes_t{"ok"});
 }
 
-TEST_F(server_input, forgets_the_rest_when_the_host_goes_away_in_the_middle_of_a_frame)
+TEST_F(server_input, discards_an_incomplete_line_when_the_host_disconnects_during_a_frame)
 {
-    // The link breaks while the payload is written: the port tells so before it hands over anything else.
+    // The link breaks while the payload is written. The port reports that before it passes on any other
+    // input.
     enter("streaming");
     send("{\"command\":\"st");
     zet_vantor_server_step();
@@ -249,7 +250,7 @@ TEST_F(server_input, forgets_the_rest_when_the_host_goes_away_in_the_middle_of_a
     EXPECT_EQ(take_messages().size(), 1U);
 }
 
-TEST_F(server_input, lets_a_host_that_joins_a_stream_anywhere_find_its_way)
+TEST_F(server_input, allows_a_host_to_connect_in_the_middle_of_a_stream)
 {
     constexpr std::string_view answer = "{\"status\":\"ok\",\"command\":\"end\",\"payload_size\":0}\n";
     for (const std::string half : {"", "{\"comm", "{\"command\":\"ping\"}", "\xff"})
@@ -264,12 +265,12 @@ TEST_F(server_input, lets_a_host_that_joins_a_stream_anywhere_find_its_way)
             const std::string heard = fake_port.sent.substr(missed);
             fake_port.sent.clear();
             EXPECT_EQ(heard.find(answer), heard.size() - answer.size()) << heard;
-            obey(configure_command);
+            execute(configure_command);
         }
     }
 }
 
-TEST_F(server_input, takes_nothing_from_nothing)
+TEST_F(server_input, ignores_empty_input)
 {
     send("");
     zet_vantor_server_receive(nullptr, 0);

@@ -19,18 +19,18 @@ protected:
 
     static void switch_to(uint32_t baudrate)
     {
-        obey(R"({"command":"baudrate","baudrate":)" + std::to_string(baudrate) + "}");
+        execute(R"({"command":"baudrate","baudrate":)" + std::to_string(baudrate) + "}");
     }
 
     using baudrates_t = std::vector<uint32_t>;
 };
 
-TEST_F(server_link, tells_its_highest_speed)
+TEST_F(server_link, reports_its_highest_baud_rate)
 {
     EXPECT_EQ(ask(R"({"command":"identify"})").members["max_baudrate"], 1000000);
 }
 
-TEST_F(server_link, answers_at_the_old_speed_and_switches_then)
+TEST_F(server_link, answers_at_the_old_baud_rate_and_then_switches)
 {
     zet_vantor_server_port_t port = serial_port();
     static std::string sent_before_switch;
@@ -41,19 +41,19 @@ TEST_F(server_link, answers_at_the_old_speed_and_switches_then)
     EXPECT_EQ(sent_before_switch, "{\"status\":\"ok\",\"command\":\"baudrate\",\"payload_size\":0}\n");
 }
 
-TEST_F(server_link, stays_at_a_speed_that_is_confirmed)
+TEST_F(server_link, stays_at_a_confirmed_baud_rate)
 {
     switch_to(921600);
     EXPECT_EQ(zet_vantor_server_step(), two_seconds);
     fake_port.tick += two_seconds - 1;
     EXPECT_EQ(zet_vantor_server_step(), 1U);
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
     fake_port.tick += 10 * two_seconds;
     EXPECT_EQ(zet_vantor_server_step(), ZET_VANTOR_SERVER_IDLE);
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600}));
 }
 
-TEST_F(server_link, goes_back_when_no_ping_comes_within_two_seconds)
+TEST_F(server_link, falls_back_without_a_ping_within_two_seconds)
 {
     switch_to(921600);
     fake_port.tick += two_seconds - 1;
@@ -68,11 +68,11 @@ TEST_F(server_link, goes_back_when_no_ping_comes_within_two_seconds)
     EXPECT_EQ(fake_port.baudrates.size(), 2U);
 }
 
-TEST_F(server_link, is_not_idle_while_a_speed_is_not_confirmed)
+TEST_F(server_link, is_not_idle_until_the_baud_rate_is_confirmed)
 {
     switch_to(921600);
     EXPECT_FALSE(zet_vantor_server_is_idle());
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
     EXPECT_TRUE(zet_vantor_server_is_idle());
     switch_to(1000000);
     EXPECT_FALSE(zet_vantor_server_is_idle());
@@ -81,20 +81,20 @@ TEST_F(server_link, is_not_idle_while_a_speed_is_not_confirmed)
     EXPECT_TRUE(zet_vantor_server_is_idle());
 }
 
-TEST_F(server_link, takes_no_other_command_for_a_confirmation)
+TEST_F(server_link, accepts_no_other_command_as_a_confirmation)
 {
     switch_to(921600);
-    obey(R"({"command":"identify"})");
-    obey(configure_command);
+    execute(R"({"command":"identify"})");
+    execute(configure_command);
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
 }
 
-TEST_F(server_link, goes_back_to_the_last_speed_that_was_confirmed)
+TEST_F(server_link, falls_back_to_the_last_confirmed_baud_rate)
 {
     switch_to(921600);
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
     switch_to(460800);
     fake_port.tick += two_seconds / 2;
     switch_to(230400);
@@ -104,7 +104,7 @@ TEST_F(server_link, goes_back_to_the_last_speed_that_was_confirmed)
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 460800, 230400, 921600}));
 }
 
-TEST_F(server_link, goes_back_in_time_when_the_tick_wraps)
+TEST_F(server_link, falls_back_on_time_when_the_tick_wraps)
 {
     zet_vantor_server_deinit();
     fake_port.tick = UINT32_MAX - two_seconds / 2;
@@ -117,11 +117,11 @@ TEST_F(server_link, goes_back_in_time_when_the_tick_wraps)
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 115200}));
 }
 
-TEST_F(server_link, goes_back_while_it_streams)
+TEST_F(server_link, falls_back_while_streaming)
 {
     switch_to(921600);
-    obey(R"({"command":"configure","configuration":{"update_rate":0.1}})");
-    obey(R"({"command":"start"})");
+    execute(R"({"command":"configure","configuration":{"update_rate":0.1}})");
+    execute(R"({"command":"start"})");
     EXPECT_EQ(zet_vantor_server_step(), two_seconds);
     fake_port.tick += two_seconds;
     EXPECT_EQ(zet_vantor_server_step(), 4 * two_seconds);
@@ -129,22 +129,22 @@ TEST_F(server_link, goes_back_while_it_streams)
     take_messages();
 }
 
-TEST_F(server_link, forgets_with_every_switch_what_came_at_the_old_speed)
+TEST_F(server_link, discards_input_received_at_the_old_baud_rate)
 {
     send("{\"command\":\"baudrate\",\"baudrate\":921600}\n{\"command\":\"ping\"}\n{\"comm");
     EXPECT_EQ(take_messages().size(), 1U);
     EXPECT_EQ(fake_port.input_restarts, 1);
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
     switch_to(9600);
     EXPECT_EQ(fake_port.input_restarts, 2);
     send("{\"comm");
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
     EXPECT_EQ(fake_port.input_restarts, 3);
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
 }
 
-TEST_F(server_link, takes_any_speed_up_to_its_highest)
+TEST_F(server_link, accepts_any_baud_rate_up_to_its_highest)
 {
     for (const char *baudrate : {"0", "-1", "1000001", "1e400", "9600.5", "\"9600\"", "true", "null"})
     {
@@ -159,20 +159,20 @@ TEST_F(server_link, takes_any_speed_up_to_its_highest)
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{1, 1000000}));
 }
 
-TEST_F(server_link, does_not_change_its_speed_while_it_streams)
+TEST_F(server_link, does_not_change_its_baud_rate_while_streaming)
 {
     enter("configured");
     switch_to(921600);
-    obey(R"({"command":"ping"})");
-    obey(R"({"command":"start"})");
+    execute(R"({"command":"ping"})");
+    execute(R"({"command":"start"})");
     EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":9600})"), "wrong_state");
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600}));
 }
 
-TEST_F(server_link, returns_to_its_first_speed_when_the_host_goes_away)
+TEST_F(server_link, returns_to_its_initial_baud_rate_when_the_host_disconnects)
 {
     switch_to(921600);
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
     switch_to(460800);
     zet_vantor_server_link_lost();
     EXPECT_EQ(fake_port.baudrates, (baudrates_t{921600, 460800, 115200}));
@@ -187,11 +187,11 @@ TEST_F(server_link, returns_to_its_first_speed_when_the_host_goes_away)
     EXPECT_EQ(fake_port.baudrates.back(), 115200U);
 }
 
-/** A link whose board makes one real rate out of each rate that a host asks for. */
+/** A link to a board that can only produce certain baud rates. */
 class server_real_rate : public server_fixture
 {
 protected:
-    /** Starts a server whose link may be asked for any rate that a command can name. */
+    /** Starts a server that allows any baud rate that a command can request. */
     void start_with(uint32_t (*nearest)(uint32_t))
     {
         zet_vantor_server_port_t port = serial_port();
@@ -200,25 +200,25 @@ protected:
         start(port);
     }
 
-    /** The real rate, whatever is asked for. */
+    /** Starts a server whose board produces this baud rate, whatever is requested. */
     void start_at(uint32_t real)
     {
         real_rate = real;
         start_with([](uint32_t asked) {
-            asked_rate = asked;
+            requested_rate = asked;
             return real_rate;
         });
     }
 
-    static message_t ask_for(uint32_t baudrate)
+    static message_t request(uint32_t baudrate)
     {
         return ask(R"({"command":"baudrate","baudrate":)" + std::to_string(baudrate) + "}");
     }
 
-    /** Asks for a rate that must be refused; returns the message for the person. */
+    /** Requests a baud rate that must be refused; returns the message. */
     static std::string refusal_of(uint32_t baudrate)
     {
-        const message_t answer = ask_for(baudrate);
+        const message_t answer = request(baudrate);
         EXPECT_EQ(answer.members.value("code", ""), "bad_argument") << answer.line;
         EXPECT_TRUE(fake_port.baudrates.empty());
         EXPECT_EQ(fake_port.input_restarts, 0);
@@ -227,20 +227,20 @@ protected:
     }
 
     static uint32_t real_rate;
-    static uint32_t asked_rate;
+    static uint32_t requested_rate;
 };
 
 uint32_t server_real_rate::real_rate;
-uint32_t server_real_rate::asked_rate;
+uint32_t server_real_rate::requested_rate;
 
-TEST_F(server_real_rate, is_as_good_as_the_wanted_one_within_two_percent)
+TEST_F(server_real_rate, is_accepted_within_two_percent_of_the_requested_one)
 {
     for (const uint32_t real : {100000U, 98000U, 102000U, 99999U, 100001U})
     {
         start_at(real);
         fake_port.baudrates.clear();
-        EXPECT_EQ(ask_for(100000).members["status"], "ok") << real;
-        EXPECT_EQ(asked_rate, 100000U);
+        EXPECT_EQ(request(100000).members["status"], "ok") << real;
+        EXPECT_EQ(requested_rate, 100000U);
         EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{100000})) << real;
         zet_vantor_server_deinit();
         started = false;
@@ -268,40 +268,40 @@ TEST_F(server_real_rate, may_not_exist)
 
 TEST_F(server_real_rate, is_compared_without_overflow)
 {
-    // The largest number that a command can name.
+    // The largest number that a command can contain.
     constexpr uint32_t largest = INT32_MAX;
     start_at(UINT32_MAX);
     EXPECT_EQ(refusal_of(largest), "This board cannot make 2147483647 baud; the nearest rate is 4294967295.");
     real_rate = largest / 50 * 49;
-    EXPECT_EQ(ask_for(largest).members["status"], "error");
+    EXPECT_EQ(request(largest).members["status"], "error");
     real_rate = largest - largest / 50;
-    EXPECT_EQ(ask_for(largest).members["status"], "ok");
+    EXPECT_EQ(request(largest).members["status"], "ok");
     real_rate = largest + largest / 50;
-    EXPECT_EQ(ask_for(largest).members["status"], "ok");
+    EXPECT_EQ(request(largest).members["status"], "ok");
     real_rate = largest + largest / 50 + 1;
-    EXPECT_EQ(ask_for(largest).members["status"], "error");
+    EXPECT_EQ(request(largest).members["status"], "error");
 }
 
-TEST_F(server_real_rate, is_not_asked_for_when_the_board_makes_any_rate)
+TEST_F(server_real_rate, is_not_checked_when_the_board_supports_any_rate)
 {
     start_with(nullptr);
-    EXPECT_EQ(ask_for(12345).members["status"], "ok");
+    EXPECT_EQ(request(12345).members["status"], "ok");
     EXPECT_EQ(fake_port.baudrates, (std::vector<uint32_t>{12345}));
 }
 
-TEST_F(server_real_rate, is_not_asked_for_when_the_link_does_not_allow_the_rate)
+TEST_F(server_real_rate, is_not_checked_when_the_link_does_not_allow_the_rate)
 {
     start_at(1);
-    asked_rate = 0;
+    requested_rate = 0;
     EXPECT_EQ(refusal(R"({"command":"baudrate","baudrate":0})"), "bad_argument");
-    EXPECT_EQ(asked_rate, 0U);
+    EXPECT_EQ(requested_rate, 0U);
 }
 
-TEST_F(server_real_rate, that_is_refused_leaves_a_trial_and_its_end_as_they_were)
+TEST_F(server_real_rate, that_is_refused_does_not_change_a_pending_confirmation)
 {
     start_with([](uint32_t asked) { return asked == 921600 ? asked : 115200U; });
-    EXPECT_EQ(ask_for(921600).members["status"], "ok");
-    EXPECT_EQ(ask_for(1000000).members["code"], "bad_argument");
+    EXPECT_EQ(request(921600).members["status"], "ok");
+    EXPECT_EQ(request(1000000).members["code"], "bad_argument");
     EXPECT_EQ(zet_vantor_server_step(), two_seconds);
     fake_port.tick += two_seconds;
     zet_vantor_server_step();
@@ -312,7 +312,7 @@ class server_fixed_link : public server_fixture
 {
 };
 
-TEST_F(server_fixed_link, says_that_its_speed_is_fixed)
+TEST_F(server_fixed_link, reports_that_its_baud_rate_is_fixed)
 {
     zet_vantor_server_port_t ports[5];
     std::fill(std::begin(ports), std::end(ports), serial_port());

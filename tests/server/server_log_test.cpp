@@ -1,5 +1,5 @@
 /** @file
- * The server core's log lines for the host.
+ * Log lines that the server core sends to the host.
  */
 #include "server_fixture.h"
 
@@ -17,9 +17,9 @@ protected:
         start();
     }
 
-    static void ask_for(const std::string &level)
+    static void request(const std::string &level)
     {
-        obey(R"({"command":"log","level":")" + level + "\"}");
+        execute(R"({"command":"log","level":")" + level + "\"}");
     }
 
     static void log_all_levels()
@@ -30,7 +30,7 @@ protected:
         }
     }
 
-    /** Texts of the messages, log lines by their text, others by their status. */
+    /** For each message sent, its text if it is a log line, or else its status. */
     static std::vector<std::string> contents()
     {
         std::vector<std::string> result;
@@ -44,10 +44,10 @@ protected:
 
     using texts_t = std::vector<std::string>;
 
-    /** Logs as many lines as can wait and some more; returns the messages after those that could wait. */
+    /** Logs as many lines as fit into the ring, and @p more; returns the messages after those that fit. */
     static texts_t messages_after_a_full_ring(int more)
     {
-        // 3 bytes beside the texts, 1 for the module: 8 lines of 256 bytes are as much as can wait.
+        // 3 bytes besides the texts, 1 for the module: 8 lines of 256 bytes fill the ring.
         constexpr size_t fit = 8;
         const std::string text(252, 'x');
         for (size_t i = 0; i < fit; ++i)
@@ -78,7 +78,7 @@ protected:
     }
 };
 
-TEST_F(server_log, sends_nothing_unless_it_is_asked)
+TEST_F(server_log, sends_nothing_unless_requested)
 {
     log_all_levels();
     zet_vantor_server_step();
@@ -94,7 +94,7 @@ TEST_F(server_log, sends_lines_of_a_level_and_the_more_severe_ones)
     } levels[] = {{"OFF", 0}, {"ERROR", 1}, {"WARNING", 2}, {"INFO", 3}, {"VERBOSE", 4}, {"DEBUG", 5}};
     for (const auto &level : levels)
     {
-        ask_for(level.word);
+        request(level.word);
         log_all_levels();
         zet_vantor_server_step();
         const std::vector<message_t> messages = take_messages();
@@ -111,7 +111,7 @@ TEST_F(server_log, sends_lines_of_a_level_and_the_more_severe_ones)
 
 TEST_F(server_log, sends_a_line_as_a_message)
 {
-    ask_for("INFO");
+    request("INFO");
     zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "vantor_server_system_k330", "Powered on \"1\"\n\xff");
     EXPECT_TRUE(fake_port.sent.empty());
     zet_vantor_server_step();
@@ -120,7 +120,7 @@ TEST_F(server_log, sends_a_line_as_a_message)
               "\"message\":\"Powered on \\\"1\\\"\\u000a\\ufffd\",\"payload_size\":0}\n");
 }
 
-TEST_F(server_log, refuses_a_level_that_it_does_not_know)
+TEST_F(server_log, refuses_an_unknown_level)
 {
     for (const char *level : {"\"info\"", "\"\"", "\"LOUD\"", "3", "null", "[\"INFO\"]"})
     {
@@ -132,13 +132,13 @@ TEST_F(server_log, refuses_a_level_that_it_does_not_know)
 
 TEST_F(server_log, sends_the_lines_of_a_command_before_its_answer)
 {
-    ask_for("INFO");
+    request("INFO");
     fake_backend.during_parse = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "parsing"); };
     fake_backend.during_frame = [] { zet_vantor_server_log(ZET_LOG_LEVEL_INFO, "m", "measuring"); };
     send(std::string(configure_command) + "\n");
     EXPECT_EQ(contents(), (texts_t{"parsing", "ok"}));
     send("{\"command\":\"frame\"}\n");
-    EXPECT_EQ(contents(), (texts_t{"ok", "measuring"})) << "those of a frame come after it";
+    EXPECT_EQ(contents(), (texts_t{"ok", "measuring"})) << "log lines of a frame are sent after it";
     send("{\"command\":\"start\"}\n");
     EXPECT_EQ(contents(), (texts_t{"ok"}));
     zet_vantor_server_step();
@@ -151,9 +151,9 @@ TEST_F(server_log, sends_the_lines_of_a_command_before_its_answer)
     EXPECT_EQ(contents(), (texts_t{"parsing", "error"}));
 }
 
-TEST_F(server_log, tells_how_many_lines_were_lost)
+TEST_F(server_log, reports_how_many_lines_were_lost)
 {
-    ask_for("INFO");
+    request("INFO");
     const std::string text(200, 'x');
     for (int i = 0; i < 100; ++i)
     {
@@ -171,17 +171,17 @@ TEST_F(server_log, tells_how_many_lines_were_lost)
     EXPECT_TRUE(fake_port.sent.empty());
 }
 
-TEST_F(server_log, reports_every_loss_from_a_single_line_on)
+TEST_F(server_log, reports_every_lost_line)
 {
-    ask_for("INFO");
+    request("INFO");
     EXPECT_EQ(messages_after_a_full_ring(0), texts_t{}) << "all lines fit";
     EXPECT_EQ(messages_after_a_full_ring(1), texts_t{message_about(1)});
     EXPECT_EQ(messages_after_a_full_ring(2), texts_t{message_about(2)});
-    EXPECT_EQ(messages_after_a_full_ring(1), texts_t{message_about(1)}) << "counted from the last report on";
+    EXPECT_EQ(messages_after_a_full_ring(1), texts_t{message_about(1)}) << "counted from the last report";
     EXPECT_EQ(messages_after_a_full_ring(0), texts_t{});
 }
 
-TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
+TEST_F(server_log, does_not_loop_when_sending_a_line_logs_another)
 {
     zet_vantor_server_deinit();
     zet_vantor_server_port_t port = plain_port();
@@ -200,18 +200,18 @@ TEST_F(server_log, does_not_run_in_circles_when_sending_logs)
 
 TEST_F(server_log, sends_nothing_to_the_next_host)
 {
-    ask_for("DEBUG");
+    request("DEBUG");
     zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "for the first host");
     zet_vantor_server_link_lost();
     zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "for nobody");
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());
-    obey(R"({"command":"ping"})");
+    execute(R"({"command":"ping"})");
 }
 
-TEST_F(server_log, is_quiet_after_it_was_turned_off)
+TEST_F(server_log, sends_nothing_after_it_is_turned_off)
 {
-    ask_for("DEBUG");
+    request("DEBUG");
     zet_vantor_server_log(ZET_LOG_LEVEL_ERROR, "m", "before");
     send("{\"command\":\"log\",\"level\":\"OFF\"}\n");
     EXPECT_EQ(contents(), (texts_t{"before", "ok"}));

@@ -1,5 +1,6 @@
 /** @file
- * The server core's pace: by the sensor, by the tick, or as fast as possible; with a clock that wraps.
+ * The server core's frame rate: set by the sensor, by the tick, or as fast as possible; with a clock that
+ * wraps.
  */
 #include "server_fixture.h"
 
@@ -9,24 +10,24 @@ namespace
 class server_pace : public server_fixture
 {
 protected:
-    /** Sets up a stream at a rate in hertz; returns the tick period that the host is told. */
+    /** Starts a stream at a rate in hertz; returns the tick period reported to the host. */
     uint32_t stream_at(const std::string &rate)
     {
         const message_t metadata =
             ask(R"({"command":"configure","configuration":{"update_rate":)" + rate + "}}");
-        obey(R"({"command":"start"})");
+        execute(R"({"command":"start"})");
         return metadata.members.value("tick_period", 77U);
     }
 
-    /** Takes a step; tells whether it sent a frame, and notes how long to wait. */
+    /** Runs a step and stores how long to wait; returns whether it sent a frame. */
     bool step()
     {
         wait = zet_vantor_server_step();
         return !take_messages().empty();
     }
 
-    /** The frames that the server says it has left out. */
-    static uint64_t frames_left_out()
+    /** The number of skipped frames that the server reports. */
+    static uint64_t frames_skipped()
     {
         return ask(R"({"command":"stats"})").members.value("frames_left_out", UINT64_MAX);
     }
@@ -66,7 +67,7 @@ TEST_F(server_pace, does_not_drift_when_measuring_and_waking_take_time)
     }
 }
 
-TEST_F(server_pace, leaves_out_frames_that_are_late_and_makes_up_for_none)
+TEST_F(server_pace, skips_late_frames_and_does_not_send_them_later)
 {
     start();
     stream_at("20");
@@ -82,7 +83,7 @@ TEST_F(server_pace, leaves_out_frames_that_are_late_and_makes_up_for_none)
     EXPECT_EQ(wait, 50000U);
 }
 
-TEST_F(server_pace, counts_no_frame_as_left_out_that_is_in_time)
+TEST_F(server_pace, does_not_count_a_frame_on_time_as_skipped)
 {
     start();
     stream_at("20");
@@ -90,40 +91,39 @@ TEST_F(server_pace, counts_no_frame_as_left_out_that_is_in_time)
     for (int frame = 0; frame < 3; ++frame)
     {
         EXPECT_TRUE(step());
-        EXPECT_EQ(frames_left_out(), 0U);
+        EXPECT_EQ(frames_skipped(), 0U);
     }
     fake_backend.during_frame = [] {};
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 0U);
+    EXPECT_EQ(frames_skipped(), 0U);
     fake_port.tick += wait + 49999;
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 0U);
+    EXPECT_EQ(frames_skipped(), 0U);
 }
 
-TEST_F(server_pace, counts_the_frames_left_out_until_the_next_one)
+TEST_F(server_pace, counts_the_skipped_frames_before_the_next_one)
 {
     start();
     stream_at("20");
     const uint32_t first = fake_port.tick;
     fake_backend.during_frame = [] { fake_port.tick += 50001; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 1U);
+    EXPECT_EQ(frames_skipped(), 1U);
     fake_port.tick += wait;
     fake_backend.during_frame = [] { fake_port.tick += 7 * 50000 + 1; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 8U);
+    EXPECT_EQ(frames_skipped(), 8U);
     EXPECT_EQ(fake_port.tick + wait, first + (2 + 8) * 50000U);
     fake_backend.during_frame = [] {};
-    // Late already when its measurement begins: only after the frame is it known that the moments before it
-    // have passed.
+    // This frame is already late when its measurement begins. The skipped frames are counted only after it.
     fake_port.tick += wait + 3 * 50000;
-    EXPECT_EQ(frames_left_out(), 8U);
+    EXPECT_EQ(frames_skipped(), 8U);
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 10U);
+    EXPECT_EQ(frames_skipped(), 10U);
     EXPECT_EQ(wait, 0U);
 }
 
-TEST_F(server_pace, counts_frames_left_out_over_the_wrap_of_the_tick)
+TEST_F(server_pace, counts_skipped_frames_when_the_tick_wraps)
 {
     fake_port.tick = UINT32_MAX - 120000;
     start();
@@ -131,44 +131,44 @@ TEST_F(server_pace, counts_frames_left_out_over_the_wrap_of_the_tick)
     fake_backend.during_frame = [] { fake_port.tick += 4 * 50000; };
     EXPECT_TRUE(step());
     EXPECT_LT(fake_port.tick, 100000U);
-    EXPECT_EQ(frames_left_out(), 3U);
+    EXPECT_EQ(frames_skipped(), 3U);
 }
 
-TEST_F(server_pace, counts_no_frame_as_left_out_while_the_stream_stands)
+TEST_F(server_pace, does_not_count_skipped_frames_while_the_stream_is_stopped)
 {
     start();
     stream_at("20");
     fake_backend.during_frame = [] { fake_port.tick += 120000; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 2U);
+    EXPECT_EQ(frames_skipped(), 2U);
     fake_backend.during_frame = [] {};
-    obey(R"({"command":"stop"})");
+    execute(R"({"command":"stop"})");
     fake_port.tick += 1000000;
     EXPECT_FALSE(step());
-    obey(R"({"command":"start"})");
+    execute(R"({"command":"start"})");
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 2U);
+    EXPECT_EQ(frames_skipped(), 2U);
     EXPECT_EQ(wait, 50000U);
 }
 
-TEST_F(server_pace, counts_no_frame_as_left_out_when_the_session_has_failed)
+TEST_F(server_pace, does_not_count_skipped_frames_after_the_session_failed)
 {
     start();
     stream_at("20");
     fake_backend.frame_result = false;
     fake_backend.during_frame = [] { fake_port.tick += 1000000; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 0U);
+    EXPECT_EQ(frames_skipped(), 0U);
 }
 
-TEST_F(server_pace, counts_no_frame_as_left_out_that_the_server_does_not_pace)
+TEST_F(server_pace, does_not_count_skipped_frames_if_the_sensor_sets_the_rate)
 {
     start();
     fake_backend.sensor_paced = true;
     stream_at("20");
     fake_backend.during_frame = [] { fake_port.tick += 1000000; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(frames_left_out(), 0U);
+    EXPECT_EQ(frames_skipped(), 0U);
 }
 
 TEST_F(server_pace, slows_down_when_a_frame_takes_longer_than_the_period)
@@ -184,7 +184,7 @@ TEST_F(server_pace, slows_down_when_a_frame_takes_longer_than_the_period)
     }
 }
 
-TEST_F(server_pace, keeps_the_rate_when_a_frame_takes_just_the_period)
+TEST_F(server_pace, keeps_the_rate_when_a_frame_takes_exactly_the_period)
 {
     start();
     stream_at("20");
@@ -196,7 +196,7 @@ TEST_F(server_pace, keeps_the_rate_when_a_frame_takes_just_the_period)
     }
 }
 
-TEST_F(server_pace, survives_the_wrap_of_the_tick)
+TEST_F(server_pace, keeps_the_rate_when_the_tick_wraps)
 {
     fake_port.tick = UINT32_MAX - 120000;
     start();
@@ -228,20 +228,20 @@ TEST_F(server_pace, keeps_a_period_longer_than_half_the_range_of_the_tick)
     EXPECT_EQ(waited, 4000000000U);
 }
 
-TEST_F(server_pace, starts_anew_with_every_start)
+TEST_F(server_pace, restarts_its_schedule_with_every_start)
 {
     start();
     stream_at("20");
     EXPECT_TRUE(step());
     fake_port.tick += 10000;
-    obey(R"({"command":"stop"})");
+    execute(R"({"command":"stop"})");
     EXPECT_FALSE(step());
-    obey(R"({"command":"start"})");
+    execute(R"({"command":"start"})");
     EXPECT_TRUE(step());
     EXPECT_EQ(wait, 50000U);
 }
 
-TEST_F(server_pace, leaves_the_pace_to_the_sensor_when_a_frame_rate_is_configured)
+TEST_F(server_pace, lets_the_sensor_set_the_rate_when_a_frame_rate_is_configured)
 {
     start();
     fake_backend.sensor_paced = true;
@@ -253,7 +253,7 @@ TEST_F(server_pace, leaves_the_pace_to_the_sensor_when_a_frame_rate_is_configure
     }
 }
 
-TEST_F(server_pace, goes_as_fast_as_possible_without_a_rate)
+TEST_F(server_pace, runs_as_fast_as_possible_without_a_rate)
 {
     start();
     for (const char *rate : {"-1", "0", "\"none\""})
@@ -262,11 +262,11 @@ TEST_F(server_pace, goes_as_fast_as_possible_without_a_rate)
         EXPECT_TRUE(step());
         EXPECT_EQ(wait, 0U);
         EXPECT_TRUE(step());
-        obey(R"({"command":"end"})");
+        execute(R"({"command":"end"})");
     }
 }
 
-TEST_F(server_pace, goes_as_fast_as_possible_without_a_clock)
+TEST_F(server_pace, runs_as_fast_as_possible_without_a_clock)
 {
     zet_vantor_server_port_t port = plain_port();
     port.link.ticks_per_second = 0;
@@ -277,7 +277,7 @@ TEST_F(server_pace, goes_as_fast_as_possible_without_a_clock)
     EXPECT_TRUE(step());
 }
 
-TEST_F(server_pace, counts_every_round_of_the_tick_in_which_it_is_called)
+TEST_F(server_pace, counts_every_wrap_of_the_tick_if_called_often_enough)
 {
     start();
     for (int i = 0; i < 6; ++i)
@@ -289,7 +289,7 @@ TEST_F(server_pace, counts_every_round_of_the_tick_in_which_it_is_called)
     EXPECT_DOUBLE_EQ(uptime, 12884.901);
 }
 
-TEST_F(server_pace, tells_its_uptime_in_thousandths_of_a_second)
+TEST_F(server_pace, reports_its_uptime_in_milliseconds)
 {
     fake_port.tick = 99;
     start();
@@ -301,7 +301,7 @@ TEST_F(server_pace, tells_its_uptime_in_thousandths_of_a_second)
     EXPECT_NE(uptime().find("\"uptime_s\":12.345,"), std::string::npos);
 }
 
-TEST_F(server_pace, tells_its_uptime_to_the_thousandth_also_after_weeks)
+TEST_F(server_pace, reports_its_uptime_to_the_millisecond_even_after_weeks)
 {
     start();
     const auto pass = [](uint64_t milliseconds) {
@@ -319,7 +319,7 @@ TEST_F(server_pace, tells_its_uptime_to_the_thousandth_also_after_weeks)
     EXPECT_NE(uptime().find("\"uptime_s\":2097152.25,"), std::string::npos);
 }
 
-TEST_F(server_pace, keeps_a_very_low_rate_at_the_longest_period)
+TEST_F(server_pace, limits_a_very_low_rate_to_the_longest_period)
 {
     start();
     EXPECT_EQ(stream_at("1e-9"), UINT32_MAX);

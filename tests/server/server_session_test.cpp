@@ -1,5 +1,5 @@
 /** @file
- * The server core: every command in every state, and sessions that are whole or not at all.
+ * The server core: every command in every state, and complete and failed sessions.
  */
 #include "server_fixture.h"
 
@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(server_session, hands_the_log_level_to_the_backend)
+TEST_F(server_session, passes_the_log_level_to_the_backend)
 {
     EXPECT_EQ(fake_backend.nox_log_level, ZET_LOG_LEVEL_WARNING);
     EXPECT_EQ(fake_backend.calls, (std::vector<std::string>{"init"}));
@@ -53,14 +53,14 @@ TEST_F(server_session, identifies_a_board_without_sensors)
     EXPECT_EQ(answer.members["connected_sensors"], nlohmann::json::array());
 }
 
-/** What "identify" reports of the board. */
+/** What "identify" reports about the board. */
 nlohmann::json reported_board()
 {
     zet_vantor_server_receive("{\"command\":\"identify\"}\n", 23);
     return take_messages().at(0).members.at("board");
 }
 
-TEST_F(server_session, reports_what_is_known_of_the_board)
+TEST_F(server_session, reports_what_is_known_about_the_board)
 {
     fake_port.board = {
         .name = "x1", .id = nullptr, .reset_cause = "", .last_fault = nullptr, .sensors = "real"};
@@ -85,7 +85,7 @@ TEST_F(server_session, reports_a_board_with_any_characters_in_its_texts)
     EXPECT_EQ(board["reset_cause"], "\xef\xbf\xbd");
 }
 
-TEST_F(server_session, reports_no_board_when_the_port_knows_none)
+TEST_F(server_session, reports_no_board_when_the_port_describes_none)
 {
     zet_vantor_server_deinit();
     zet_vantor_server_port_t port = plain_port();
@@ -94,7 +94,7 @@ TEST_F(server_session, reports_no_board_when_the_port_knows_none)
     EXPECT_FALSE(ask(R"({"command":"identify"})").members.contains("board"));
 }
 
-TEST_F(server_session, obeys_each_command_in_the_states_that_allow_it)
+TEST_F(server_session, executes_each_command_only_in_the_states_that_allow_it)
 {
     const struct
     {
@@ -127,7 +127,7 @@ TEST_F(server_session, obeys_each_command_in_the_states_that_allow_it)
     }
 }
 
-TEST_F(server_session, says_what_to_send_first)
+TEST_F(server_session, reports_which_command_is_needed_first)
 {
     const auto hint = [](std::string_view state, std::string_view command) {
         enter(state);
@@ -145,7 +145,7 @@ TEST_F(server_session, says_what_to_send_first)
               "Send \"stop\" first: frames are streaming.");
 }
 
-TEST_F(server_session, leaves_the_state_alone_when_it_refuses_a_command)
+TEST_F(server_session, does_not_change_its_state_when_it_refuses_a_command)
 {
     enter("streaming");
     EXPECT_EQ(refusal(configure_command), "wrong_state");
@@ -157,7 +157,7 @@ TEST_F(server_session, leaves_the_state_alone_when_it_refuses_a_command)
     EXPECT_EQ(calls("destroy_session"), 0);
 }
 
-TEST_F(server_session, answers_configure_by_the_metadata)
+TEST_F(server_session, answers_configure_with_the_metadata)
 {
     const message_t answer = ask(configure_command);
     EXPECT_EQ(answer.members["status"], "ok");
@@ -170,7 +170,7 @@ TEST_F(server_session, answers_configure_by_the_metadata)
 
 TEST_F(server_session, sends_one_frame_on_demand)
 {
-    obey(configure_command);
+    execute(configure_command);
     const message_t frame = ask(R"({"command":"frame"})");
     EXPECT_EQ(frame.line, fake_frame_header);
     EXPECT_EQ(frame.payload.size(), 4U * fake_frame_samples);
@@ -180,7 +180,7 @@ TEST_F(server_session, sends_one_frame_on_demand)
     EXPECT_EQ(calls("read_data_frames"), 1);
 }
 
-TEST_F(server_session, streams_a_frame_a_step)
+TEST_F(server_session, streams_one_frame_in_each_step)
 {
     enter("streaming");
     EXPECT_TRUE(fake_port.sent.empty());
@@ -200,7 +200,7 @@ TEST_F(server_session, sends_no_frame_after_the_answer_to_stop)
     EXPECT_EQ(ask(R"({"command":"stop"})").line, R"({"status":"ok","command":"stop","payload_size":0})");
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());
-    obey(R"({"command":"start"})");
+    execute(R"({"command":"start"})");
     zet_vantor_server_step();
     EXPECT_EQ(take_messages().size(), 1U);
 }
@@ -208,11 +208,11 @@ TEST_F(server_session, sends_no_frame_after_the_answer_to_stop)
 TEST_F(server_session, ends_a_session_once)
 {
     enter("configured");
-    obey(R"({"command":"end"})");
-    obey(R"({"command":"end"})");
+    execute(R"({"command":"end"})");
+    execute(R"({"command":"end"})");
     EXPECT_EQ(calls("destroy_session"), 1);
     enter("streaming");
-    obey(R"({"command":"end"})");
+    execute(R"({"command":"end"})");
     EXPECT_EQ(calls("destroy_session"), 2);
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());
@@ -227,7 +227,7 @@ TEST_F(server_session, ends_the_session_when_the_server_ends)
     EXPECT_EQ(last, (std::vector<std::string>{"destroy_session", "deinit"}));
 }
 
-TEST_F(server_session, tells_the_backends_error_when_a_configuration_is_refused)
+TEST_F(server_session, reports_the_error_of_the_backend_when_a_configuration_is_refused)
 {
     fake_backend.parse_result = false;
     fake_backend.parse_message = error_invalid_prf;
@@ -244,14 +244,14 @@ TEST_F(server_session, has_a_code_for_a_configuration_refused_without_a_message)
     EXPECT_EQ(failed_configure(), "configuration_refused");
 }
 
-TEST_F(server_session, refuses_a_session_of_which_an_item_failed)
+TEST_F(server_session, refuses_a_session_in_which_an_item_failed)
 {
     fake_backend.parse_message = error_config_sensor_id_str;
     EXPECT_EQ(failed_configure(), "config_sensor_id");
     EXPECT_EQ(calls("send_session_metadata"), 0);
 }
 
-TEST_F(server_session, has_a_code_for_metadata_that_fail)
+TEST_F(server_session, has_a_code_for_metadata_that_cannot_be_sent)
 {
     fake_backend.metadata_result = false;
     EXPECT_EQ(failed_configure(), "metadata_failed");
@@ -299,7 +299,7 @@ TEST_F(server_session, has_a_code_for_a_frame_that_fails_without_a_message)
     EXPECT_EQ(refusal(R"({"command":"frame"})"), "nox_data");
 }
 
-TEST_F(server_session, ends_when_the_host_goes_away)
+TEST_F(server_session, ends_when_the_host_disconnects)
 {
     for (const char *state : {"configured", "streaming"})
     {
@@ -314,14 +314,14 @@ TEST_F(server_session, ends_when_the_host_goes_away)
     }
 }
 
-TEST_F(server_session, has_none_to_end_when_the_host_goes_away_early)
+TEST_F(server_session, does_not_end_a_session_that_does_not_exist_when_the_host_disconnects)
 {
     zet_vantor_server_link_lost();
     EXPECT_EQ(calls("destroy_session"), 0);
-    obey(configure_command);
+    execute(configure_command);
 }
 
-TEST_F(server_session, counts_what_it_does)
+TEST_F(server_session, counts_frames_and_errors)
 {
     enter("streaming");
     zet_vantor_server_step();
@@ -357,7 +357,7 @@ TEST_F(server_session, counts_every_byte)
     EXPECT_EQ(ask(R"({"command":"stats"})").members["bytes_sent"], first_answer + metadata_and_frame);
 }
 
-TEST_F(server_session, keeps_its_counts_when_the_host_goes_away)
+TEST_F(server_session, keeps_its_counts_when_the_host_disconnects)
 {
     enter("configured");
     ask(R"({"command":"frame"})");
@@ -368,7 +368,7 @@ TEST_F(server_session, keeps_its_counts_when_the_host_goes_away)
     EXPECT_EQ(stats["errors"]["bad_json"], 1);
 }
 
-TEST_F(server_session, is_idle_without_a_session_between_two_lines)
+TEST_F(server_session, is_idle_without_a_session_or_an_incomplete_line)
 {
     EXPECT_TRUE(zet_vantor_server_is_idle());
     send("{\"command\"");
@@ -392,7 +392,7 @@ class server_start : public server_fixture
 {
 };
 
-TEST_F(server_start, fails_when_the_backend_does_and_releases_it)
+TEST_F(server_start, fails_and_deinitialises_the_backend_when_the_backend_fails)
 {
     fake_backend.init_result = false;
     const zet_vantor_server_port_t port = plain_port();
@@ -401,7 +401,7 @@ TEST_F(server_start, fails_when_the_backend_does_and_releases_it)
     EXPECT_TRUE(fake_port.sent.empty());
 }
 
-TEST_F(server_start, works_again_after_it_ended)
+TEST_F(server_start, works_again_after_deinit)
 {
     start();
     enter("streaming");
@@ -412,7 +412,7 @@ TEST_F(server_start, works_again_after_it_ended)
     EXPECT_EQ(ask(R"({"command":"stats"})").members["errors"], (nlohmann::json{{"wrong_state", 1}}));
 }
 
-TEST_F(server_start, needs_neither_clock_nor_memory_count)
+TEST_F(server_start, needs_neither_a_clock_nor_memory_figures)
 {
     zet_vantor_server_port_t port = plain_port();
     port.link.get_tick = nullptr;

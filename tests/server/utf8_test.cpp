@@ -1,5 +1,5 @@
 /** @file
- * Telling well-formed UTF-8 from other bytes: every code point, and what is none.
+ * Detecting well-formed UTF-8: every code point, and invalid sequences.
  */
 #include "zet_utf8.h"
 
@@ -11,7 +11,7 @@
 namespace
 {
 
-/** Encodes a number as UTF-8 would in a given number of bytes, whether that is well formed or not. */
+/** Encodes a number like UTF-8 in this number of bytes, even if that is not well formed. */
 std::string encode(uint32_t code, size_t length)
 {
     if (length == 1)
@@ -29,13 +29,13 @@ std::string encode(uint32_t code, size_t length)
     return text;
 }
 
-/** The length that the code point needs. */
+/** The length of the shortest encoding of a code point. */
 size_t shortest(uint32_t code)
 {
     return code < 0x80U ? 1 : code < 0x800U ? 2 : code < 0x10000U ? 3 : 4;
 }
 
-TEST(utf8, takes_every_code_point_in_its_shortest_form_only)
+TEST(utf8, accepts_every_code_point_in_its_shortest_form_only)
 {
     for (uint32_t code = 0; code < 0x120000U; ++code)
     {
@@ -51,18 +51,18 @@ TEST(utf8, takes_every_code_point_in_its_shortest_form_only)
     }
 }
 
-TEST(utf8, takes_no_sequence_that_is_cut_off_or_broken)
+TEST(utf8, refuses_truncated_and_broken_sequences)
 {
     for (const uint32_t code : {0xE9U, 0x20ACU, 0x1F600U})
     {
-        const std::string whole = encode(code, shortest(code));
-        for (size_t length = 0; length < whole.size(); ++length)
+        const std::string complete = encode(code, shortest(code));
+        for (size_t length = 0; length < complete.size(); ++length)
         {
-            EXPECT_EQ(zet_utf8_sequence_length(whole.data(), length), 0U);
+            EXPECT_EQ(zet_utf8_sequence_length(complete.data(), length), 0U);
         }
-        for (size_t place = 1; place < whole.size(); ++place)
+        for (size_t place = 1; place < complete.size(); ++place)
         {
-            std::string broken = whole;
+            std::string broken = complete;
             broken[place] = 'a';
             EXPECT_EQ(zet_utf8_sequence_length(broken.data(), broken.size()), 0U);
             broken[place] = static_cast<char>(0xC3);
@@ -71,7 +71,7 @@ TEST(utf8, takes_no_sequence_that_is_cut_off_or_broken)
     }
 }
 
-TEST(utf8, takes_no_byte_that_begins_nothing)
+TEST(utf8, refuses_bytes_that_cannot_start_a_sequence)
 {
     for (const uint32_t first : {0x80U, 0xBFU, 0xC0U, 0xC1U, 0xF5U, 0xF8U, 0xFCU, 0xFEU, 0xFFU})
     {

@@ -23,8 +23,8 @@ const char *const fake_frame_header =
 namespace
 {
 
-/** Notes a call, and whether the calling order allows it. */
-void note(const char *name, bool allowed)
+/** Records a call, and whether the calling order allows it. */
+void record(const char *name, bool allowed)
 {
     fake_backend.calls.emplace_back(name);
     if (!allowed)
@@ -45,7 +45,7 @@ std::string metadata_text(uint32_t tick_period)
            R"("subsweep_data_offset":[0],"subsweep_data_length":[100]}]]})";
 }
 
-/** Builds a document by means of cJSON and sends it. */
+/** Builds a document with cJSON and sends it. */
 bool send_text(write_data_function_t *write, const char *text)
 {
     cJSON *document = cJSON_Parse(text);
@@ -58,7 +58,7 @@ bool send_text(write_data_function_t *write, const char *text)
 
 bool zet_vantor_server_system_init(zet_log_level_t nox_log_level)
 {
-    note("init", !fake_backend.ready);
+    record("init", !fake_backend.ready);
     cJSON_Hooks hooks = {zet_integration_mem_alloc, zet_integration_mem_free};
     cJSON_InitHooks(&hooks);
     fake_backend.nox_log_level = nox_log_level;
@@ -68,13 +68,13 @@ bool zet_vantor_server_system_init(zet_log_level_t nox_log_level)
 
 void zet_vantor_server_system_deinit(void)
 {
-    note("deinit", fake_backend.ready && !fake_backend.parsed);
+    record("deinit", fake_backend.ready && !fake_backend.parsed);
     fake_backend.ready = false;
 }
 
 void zet_vantor_server_system_destroy_session(void)
 {
-    note("destroy_session", fake_backend.ready && fake_backend.parsed);
+    record("destroy_session", fake_backend.ready && fake_backend.parsed);
     zet_integration_mem_free(fake_backend.session);
     fake_backend.session = nullptr;
     fake_backend.parsed = false;
@@ -99,7 +99,7 @@ bool zet_vantor_server_system_is_sensor_connected(zet_sensor_id_t sensor_id)
 bool zet_vantor_server_system_execute_diagnostics_test(const cJSON * /*input*/,
                                                        const vantor_server_interface_t * /*server_if*/)
 {
-    note("execute_diagnostics_test", false);
+    record("execute_diagnostics_test", false);
     return false;
 }
 
@@ -111,7 +111,7 @@ uint32_t zet_vantor_server_system_k3_get_sensor_count(void)
 bool zet_vantor_server_system_parse_configuration(const cJSON *input, float *max_update_rate,
                                                   const char **error_msg)
 {
-    note("parse_configuration", fake_backend.ready && !fake_backend.parsed && cJSON_IsObject(input));
+    record("parse_configuration", fake_backend.ready && !fake_backend.parsed && cJSON_IsObject(input));
     fake_backend.parsed = true;
     fake_backend.during_parse();
     *max_update_rate = -1.0F;
@@ -133,14 +133,14 @@ bool zet_vantor_server_system_parse_configuration(const cJSON *input, float *max
 bool zet_vantor_server_system_send_session_metadata(write_data_function_t *write_function,
                                                     uint32_t tick_period)
 {
-    note("send_session_metadata", fake_backend.prepared);
+    record("send_session_metadata", fake_backend.prepared);
     return fake_backend.metadata_result && send_text(write_function, metadata_text(tick_period).c_str());
 }
 
 bool zet_vantor_server_system_read_data_frames(const vantor_server_interface_t *server_if,
                                                const char **error_msg)
 {
-    note("read_data_frames", fake_backend.prepared && server_if != nullptr);
+    record("read_data_frames", fake_backend.prepared && server_if != nullptr);
     fake_backend.during_frame();
     if (!fake_backend.frame_result)
     {

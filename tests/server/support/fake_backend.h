@@ -1,7 +1,7 @@
 /** @file
- * A stand-in for the sensor-system backend: obeys like it, fails when told to, and notes misuse.
+ * A stand-in for the sensor-system backend: behaves like it, fails on request, and records misuse.
  *
- * Its one item is sensor 1 with 100 samples a frame. It allocates through cJSON as the backend does.
+ * Its only item is sensor 1 with 100 samples per frame. It allocates through cJSON like the backend.
  */
 #ifndef FAKE_BACKEND_H
 #define FAKE_BACKEND_H
@@ -15,7 +15,7 @@
 /** Samples in a frame of the stand-in. */
 constexpr uint32_t fake_frame_samples = 100;
 
-/** What the stand-in shall do and has done. */
+/** Controls the stand-in and records what it did. */
 struct fake_backend_t
 {
     bool init_result = true;
@@ -31,12 +31,12 @@ struct fake_backend_t
     std::function<void()> during_frame = [] {};
 
     bool ready = false;                  /**< between init and deinit */
-    void *session = nullptr;             /**< memory that a session holds */
-    bool parsed = false;                 /**< a document has been handed in and the session not yet ended */
+    void *session = nullptr;             /**< memory that a session owns */
+    bool parsed = false;                 /**< a document was parsed and the session has not ended */
     bool prepared = false;               /**< the last document was accepted */
-    std::vector<std::string> calls;      /**< names of the operations called, without the common prefix */
+    std::vector<std::string> calls;      /**< names of the functions called, without the common prefix */
     std::vector<std::string> violations; /**< calls that broke the calling order */
-    uint8_t nox_log_level = 0xFF;        /**< as handed to init */
+    uint8_t nox_log_level = 0xFF;        /**< as passed to init */
 };
 
 extern fake_backend_t fake_backend;

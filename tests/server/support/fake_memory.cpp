@@ -1,5 +1,5 @@
 /** @file
- * A board allocator that counts, and fails when told to.
+ * A board allocator that counts, and fails on request.
  */
 #include "fake_memory.h"
 

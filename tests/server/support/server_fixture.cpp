@@ -58,13 +58,13 @@ std::vector<message_t> take_messages()
         if (!message.members.is_object() || !message.members.contains("status") ||
             !message.members.contains("payload_size"))
         {
-            ADD_FAILURE() << "no message: " << message.line;
+            ADD_FAILURE() << "not a message: " << message.line;
             break;
         }
         const size_t payload_size = message.members["payload_size"];
         if (rest.size() < end + 1 + payload_size)
         {
-            ADD_FAILURE() << "payload cut short after " << message.line;
+            ADD_FAILURE() << "truncated payload after " << message.line;
             break;
         }
         message.payload = rest.substr(end + 1, payload_size);
@@ -135,7 +135,7 @@ message_t server_fixture::ask(std::string_view line)
     std::vector<message_t> messages = take_messages();
     if (messages.size() != 1)
     {
-        ADD_FAILURE() << messages.size() << " messages instead of one to " << line;
+        ADD_FAILURE() << messages.size() << " messages, expected one, in answer to " << line;
         return {};
     }
     return std::move(messages.front());
@@ -150,22 +150,22 @@ std::string server_fixture::refusal(std::string_view line)
     return answer.members.value("code", "");
 }
 
-void server_fixture::obey(std::string_view line)
+void server_fixture::execute(std::string_view line)
 {
     const message_t answer = ask(line);
-    EXPECT_EQ(answer.members.value("status", ""), "ok") << line << " was answered by " << answer.line;
+    EXPECT_EQ(answer.members.value("status", ""), "ok") << line << " was answered with " << answer.line;
 }
 
 void server_fixture::enter(std::string_view state)
 {
-    obey(R"({"command":"end"})");
+    execute(R"({"command":"end"})");
     if (state != "idle")
     {
-        obey(configure_command);
+        execute(configure_command);
     }
     if (state == "streaming")
     {
-        obey(R"({"command":"start"})");
+        execute(R"({"command":"start"})");
     }
 }
 

@@ -1,5 +1,5 @@
 /** @file
- * A server core between a stand-in backend and a stand-in host, with a clock that moves when told.
+ * A server core between a stand-in backend and a stand-in host, with a clock set by the test.
  */
 #ifndef SERVER_FIXTURE_H
 #define SERVER_FIXTURE_H
@@ -23,15 +23,15 @@ struct message_t
 {
     std::string line;       /**< its text, without the line feed */
     nlohmann::json members; /**< the same, parsed */
-    std::string payload;    /**< what followed */
+    std::string payload;    /**< the bytes after the line */
 };
 
-/** What the server's port sees. */
+/** The port of the server in tests. */
 struct fake_port_t
 {
-    std::string sent;                /**< bytes for the host that have not been looked at */
+    std::string sent;                /**< bytes for the host that the test has not read yet */
     uint32_t tick = 0;               /**< the clock */
-    std::vector<uint32_t> baudrates; /**< those that were set */
+    std::vector<uint32_t> baudrates; /**< baud rates that were set */
     int input_restarts = 0;          /**< how often pending input was discarded */
     zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
     zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234",
@@ -40,13 +40,13 @@ struct fake_port_t
 
 extern fake_port_t fake_port;
 
-/** Takes all complete messages out of what was sent. Anything that is no message fails the test. */
+/** Removes and returns the messages sent so far. The test fails if anything else was sent. */
 std::vector<message_t> take_messages();
 
-/** A port with a clock of 1 MHz, a line of 4096 bytes, 1000 values and a fixed baud rate. */
+/** A port with a clock of 1 MHz, lines up to 4096 bytes, up to 1000 values, and a fixed baud rate. */
 zet_vantor_server_port_t plain_port();
 
-/** The same with a baud rate of 115200 that can be changed up to 1000000 baud. */
+/** The same at 115200 baud, which can be changed up to 1000000 baud. */
 zet_vantor_server_port_t serial_port();
 
 /** A configuration that the stand-in accepts. */
@@ -65,19 +65,19 @@ protected:
     /** Sends bytes. */
     static void send(std::string_view bytes);
 
-    /** Sends a line and returns the one message that must come. */
+    /** Sends a line and returns the answer, which must be one message. */
     static message_t ask(std::string_view line);
 
-    /** Sends a line that must be refused; returns the code. */
+    /** Sends a line that must be refused; returns the error code. */
     static std::string refusal(std::string_view line);
 
-    /** Sends a line that must be obeyed. */
-    static void obey(std::string_view line);
+    /** Sends a command that must succeed. */
+    static void execute(std::string_view line);
 
     /** Brings the session into a state: "idle", "configured" or "streaming". */
     static void enter(std::string_view state);
 
-    /** Number of times that an operation of the backend was called. */
+    /** How often a function of the backend was called. */
     static long calls(std::string_view name);
 
     bool started = false;
