@@ -1,5 +1,5 @@
 /** @file
- * Calibration: its steps, its result, and when it must be done again.
+ * Calibration: its steps, its result, and when it must be repeated.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace
 
 using testing::HasSubstr;
 
-/** Takes one step. */
+/** Executes one step. */
 bool step(simulated_sensor &sensor, bool &complete)
 {
     return zet_sensor_calibrate(sensor.sensor, &complete, &sensor.cal_result, sensor.buffer.data(),
@@ -32,7 +32,7 @@ TEST(calibration, takes_several_steps_with_interrupts)
     EXPECT_TRUE(zet_sensor_validate_calibration(&sensor.cal_result));
 }
 
-TEST(calibration, a_step_needs_the_interrupt_of_the_one_before)
+TEST(calibration, a_step_needs_the_interrupt_of_the_previous_step)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -61,24 +61,24 @@ TEST(calibration, needs_a_reset_before_anything_else)
     EXPECT_TRUE(step(sensor, complete));
 }
 
-TEST(calibration, cannot_be_left_in_the_middle)
+TEST(calibration, must_be_finished_before_anything_else)
 {
     const simulation simulation;
     simulated_sensor sensor;
     ASSERT_TRUE(sensor.prepare());
     bool complete = false;
-    zet_cal_result_t whole = sensor.cal_result;
+    zet_cal_result_t intact = sensor.cal_result;
     ASSERT_TRUE(step(sensor, complete));
-    EXPECT_FALSE(
-        zet_sensor_prepare(sensor.sensor, sensor.config, &whole, sensor.buffer.data(), sensor.buffer_size()));
+    EXPECT_FALSE(zet_sensor_prepare(sensor.sensor, sensor.config, &intact, sensor.buffer.data(),
+                                    sensor.buffer_size()));
     EXPECT_THAT(simulation::log(), HasSubstr("in the middle of its calibration"));
     zet_hal_integration_sensor_disable(1);
     zet_hal_integration_sensor_enable(1);
-    EXPECT_TRUE(
-        zet_sensor_prepare(sensor.sensor, sensor.config, &whole, sensor.buffer.data(), sensor.buffer_size()));
+    EXPECT_TRUE(zet_sensor_prepare(sensor.sensor, sensor.config, &intact, sensor.buffer.data(),
+                                   sensor.buffer_size()));
 }
 
-TEST(calibration, a_reset_in_the_middle_begins_anew)
+TEST(calibration, starts_again_after_a_reset_in_the_middle)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -103,7 +103,7 @@ TEST(calibration, refuses_bad_arguments)
     EXPECT_THAT(simulation::log(), HasSubstr("the buffer has 255 bytes, but needs 256"));
 }
 
-TEST(calibration, every_changed_byte_is_noticed)
+TEST(calibration, every_changed_byte_is_detected)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -125,7 +125,7 @@ TEST(calibration, every_changed_byte_is_noticed)
     EXPECT_FALSE(zet_sensor_get_cal_info(&sensor.cal_result, nullptr));
 }
 
-TEST(calibration, a_damaged_result_prepares_nothing)
+TEST(calibration, prepare_fails_with_a_damaged_result)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -135,7 +135,7 @@ TEST(calibration, a_damaged_result_prepares_nothing)
     EXPECT_THAT(simulation::log(), HasSubstr("no whole calibration result"));
 }
 
-TEST(calibration, carries_its_temperature)
+TEST(calibration, result_contains_its_temperature)
 {
     zet_simulator_scene_t scene = empty_scene();
     scene.temperature_count = 2;
@@ -153,7 +153,7 @@ TEST(calibration, carries_its_temperature)
     EXPECT_EQ(info.temperature, -17);
 }
 
-TEST(calibration, is_needed_anew_when_the_temperature_has_moved)
+TEST(calibration, is_needed_again_after_the_temperature_changed)
 {
     zet_simulator_scene_t scene = empty_scene();
     scene.temperature_count = 1;
@@ -170,7 +170,7 @@ TEST(calibration, is_needed_anew_when_the_temperature_has_moved)
     }
 }
 
-TEST(calibration, of_another_sensor_is_taken_with_a_warning)
+TEST(calibration, of_another_sensor_is_accepted_with_a_warning)
 {
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(2, &scene);

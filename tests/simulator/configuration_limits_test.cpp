@@ -1,5 +1,5 @@
 /** @file
- * The limits of every configuration value: the last good one, the first bad one, and the log line about it.
+ * The limits of every configuration value: the last valid one, the first invalid one, and its log line.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,10 +22,10 @@ struct limit_case
 {
     const char *name;
     std::function<void(zet_config_t *)> change;
-    const char *log; /**< part of the log line; null when the configuration is good */
+    const char *log; /**< part of the log line; null if the configuration is valid */
 };
 
-/** Shows a case by its name in lists and failures. */
+/** Prints a case by its name in test lists and failures. */
 void PrintTo(const limit_case &tested, std::ostream *out)
 {
     *out << tested.name;
@@ -35,7 +35,7 @@ class configuration_limits : public testing::TestWithParam<limit_case>
 {
 };
 
-TEST_P(configuration_limits, are_kept)
+TEST_P(configuration_limits, are_enforced)
 {
     const limit_case &tested = GetParam();
     const simulation simulation;
@@ -150,7 +150,7 @@ const limit_case cases[] = {
     {"beyond_the_unambiguous_range",
      [](zet_config_t *c) { zet_config_subsweep_start_point_set(c, 3843 - 158, 0); },
      "the last point of sub-sweep 0 is 3844, but with its prf must not be beyond 3843"},
-    {"a_lower_prf_sees_farther",
+    {"a_lower_prf_allows_farther_points",
      [](zet_config_t *c) {
          zet_config_subsweep_start_point_set(c, 11000, 0);
          zet_config_subsweep_prf_set(c, ZET_CONFIG_PRF_5_2_MHZ, 0);
@@ -168,7 +168,7 @@ const limit_case cases[] = {
      "inter_sweep_idle_state is 1, but must not be deeper than inter_frame_idle_state, which is 2"},
     {"negative_sweep_rate", [](zet_config_t *c) { zet_config_sweep_rate_set(c, -1.0F); },
      "sweep_rate is -1 Hz, but must be 0 or 0.01 to 1000000 Hz"},
-    {"sweep_rate_that_is_no_number", [](zet_config_t *c) { zet_config_sweep_rate_set(c, not_a_number); },
+    {"sweep_rate_nan", [](zet_config_t *c) { zet_config_sweep_rate_set(c, not_a_number); },
      "sweep_rate is NaN Hz"},
     {"infinite_sweep_rate", [](zet_config_t *c) { zet_config_sweep_rate_set(c, infinite); },
      "sweep_rate is more than 1e9 Hz"},
@@ -210,7 +210,7 @@ const limit_case cases[] = {
 INSTANTIATE_TEST_SUITE_P(values, configuration_limits, testing::ValuesIn(cases),
                          [](const auto &tested) { return tested.param.name; });
 
-TEST(configuration, buffer_holds_the_head_and_the_samples)
+TEST(configuration, buffer_has_room_for_the_header_and_the_samples)
 {
     const simulation simulation;
     zet_config_t *config = zet_config_create();

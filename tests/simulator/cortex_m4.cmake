@@ -1,7 +1,7 @@
-# Compiles a part of the firmware for the processor of a board and checks its imports and its size.
+# Compiles a part of the firmware for the processor of a board and checks its size and the symbols that it needs.
 #
-# NAME: name of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the
-# objects; LARGEST_TEXT: limit for the bytes of code; LARGEST_DATA: limit for the bytes of static memory.
+# NAME: of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the objects;
+# LARGEST_TEXT: limit of the code in bytes; LARGEST_DATA: limit of the static memory in bytes.
 set(text 0)
 set(memory 0)
 foreach(source IN LISTS SOURCES)
@@ -28,7 +28,7 @@ foreach(source IN LISTS SOURCES)
   execute_process(COMMAND ${NM} ${object} OUTPUT_VARIABLE symbols)
   # Memory comes from the board's allocator, and nothing runs before main.
   if(symbols MATCHES " U (malloc|calloc|realloc|free|_Znwj|_ZdlPv|__cxa_[a-z_]+|_GLOBAL__[^\n]*)\n")
-    message(FATAL_ERROR "${source} asks for ${CMAKE_MATCH_1}")
+    message(FATAL_ERROR "${source} uses ${CMAKE_MATCH_1}")
   endif()
   if(symbols MATCHES "_GLOBAL__sub_I")
     message(FATAL_ERROR "${source} has a static constructor")
@@ -36,8 +36,8 @@ foreach(source IN LISTS SOURCES)
 endforeach()
 message(STATUS "${NAME} on a Cortex-M4F: ${text} bytes of text, ${memory} bytes of data and bss")
 if(text GREATER LARGEST_TEXT)
-  message(FATAL_ERROR "${text} bytes of text are more than ${LARGEST_TEXT}")
+  message(FATAL_ERROR "${NAME} has ${text} bytes of text; the limit is ${LARGEST_TEXT}")
 endif()
 if(memory GREATER LARGEST_DATA)
-  message(FATAL_ERROR "${memory} bytes of data and bss are more than ${LARGEST_DATA}")
+  message(FATAL_ERROR "${NAME} has ${memory} bytes of data and bss; the limit is ${LARGEST_DATA}")
 endif()

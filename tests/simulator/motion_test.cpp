@@ -1,5 +1,5 @@
 /** @file
- * Targets that move: Doppler, breathing, turning about.
+ * Moving targets: Doppler, breathing, reversing direction.
  */
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ namespace
 
 constexpr double wavelength_m = 0.005;
 
-/** Power of a series at a frequency, given in turns from one value to the next. */
+/** Power of a series at a frequency, in turns from one value to the next. */
 double power_at(const std::vector<std::complex<double>> &values, double turns)
 {
     std::complex<double> sum;
@@ -27,7 +27,7 @@ double power_at(const std::vector<std::complex<double>> &values, double turns)
     return std::norm(sum);
 }
 
-/** The bin of the discrete Fourier transform with the highest power; bins of the upper half are negative. */
+/** The bin of the discrete Fourier transform with the highest power. Bins of the upper half are negative. */
 int strongest_bin(const std::vector<std::complex<double>> &values)
 {
     const int count = static_cast<int>(values.size());
@@ -45,7 +45,7 @@ int strongest_bin(const std::vector<std::complex<double>> &values)
     return strongest;
 }
 
-/** Sweeps of one frame at a point. */
+/** The values of all sweeps of a frame at one point. */
 std::vector<std::complex<double>> sweeps_at(const frame &measured, size_t points, size_t point)
 {
     std::vector<std::complex<double>> values;
@@ -85,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(bins, doppler, testing::Values(-31, -17, -5, -1, 0, 1, 
                              return tested.param < 0 ? "minus_" + number : number;
                          });
 
-TEST(motion, breathing_shows_in_the_phase_over_the_frames)
+TEST(motion, breathing_changes_the_phase_from_frame_to_frame)
 {
     constexpr double breaths_per_s = 0.27;
     constexpr double frame_rate = 20.0;
@@ -131,7 +131,7 @@ TEST(motion, breathing_shows_in_the_phase_over_the_frames)
     EXPECT_NEAR(2.0 * std::sqrt(highest) / 1200.0, 0.004, 0.0002);
 }
 
-TEST(motion, a_target_goes_on_or_turns_about)
+TEST(motion, a_target_continues_or_reverses_at_its_limits)
 {
     zet_simulator_target_t target = {};
     target.distance_m = 2.0F;
@@ -148,7 +148,7 @@ TEST(motion, a_target_goes_on_or_turns_about)
     EXPECT_NEAR(zet_simulator::scene_target_distance_m(target, 808.0), 2.0, 1e-9);
 }
 
-TEST(motion, a_target_that_has_gone_past_the_sensor_is_not_seen)
+TEST(motion, a_target_that_has_passed_the_sensor_is_not_measured)
 {
     zet_simulator_scene_t scene = scene_with_target(0.1F, 1.0F);
     scene.targets[0].velocity_m_s = -10.0F;

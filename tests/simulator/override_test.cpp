@@ -1,5 +1,5 @@
 /** @file
- * The parameter block: what the sensor library puts into it, and that the sensor obeys what comes out.
+ * The parameter block: what the sensor library writes into it, and how changes affect the sensor.
  */
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ namespace
 
 using parameter_block = zet_cpd_k330_meas_session_parameters_t;
 
-/** What the registered callback saw, and what it does. */
+/** What the registered callback received, and what it does. */
 struct probe
 {
     int calls = 0;
@@ -46,7 +46,7 @@ bool callback(const zet_probes_header_t *header, void *data, uint32_t data_size,
     return called->answer;
 }
 
-/** Registers a probe as long as it lives. */
+/** A probe that is registered during its lifetime. */
 class registered_probe : public probe
 {
 public:
@@ -63,8 +63,8 @@ public:
     registered_probe &operator=(const registered_probe &) = delete;
 };
 
-/** A receiver that adds nothing but noise, at one point. */
-void look_at(const simulated_sensor &sensor, int32_t point, uint16_t num_points)
+/** Configures the points to measure, and a receiver that adds only noise. */
+void set_ideal_range(const simulated_sensor &sensor, int32_t point, uint16_t num_points)
 {
     zet_config_subsweep_start_point_set(sensor.config, point, 0);
     zet_config_subsweep_num_points_set(sensor.config, num_points, 0);
@@ -90,7 +90,7 @@ TEST(override, probe_20_fires_in_each_prepare_and_nowhere_else)
     EXPECT_EQ(probe.calls, 2);
 }
 
-TEST(override, the_last_registration_counts)
+TEST(override, only_the_last_registration_is_called)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -104,7 +104,7 @@ TEST(override, the_last_registration_counts)
     EXPECT_EQ(second.calls, 1);
 }
 
-TEST(override, a_probe_that_refuses_fails_the_prepare)
+TEST(override, prepare_fails_if_the_probe_returns_false)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -114,7 +114,7 @@ TEST(override, a_probe_that_refuses_fails_the_prepare)
     EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
 }
 
-TEST(override, the_block_says_what_the_configuration_says)
+TEST(override, the_block_matches_the_configuration)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -163,7 +163,7 @@ TEST(override, integration_repeats_change_noise_and_duration)
     const zet_simulator_scene_t scene = empty_scene();
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    look_at(sensor, 1000, 2000);
+    set_ideal_range(sensor, 1000, 2000);
     ASSERT_TRUE(sensor.prepare());
     const double noise = deviation(sensor.measure().samples);
     registered_probe probe;
@@ -175,7 +175,7 @@ TEST(override, integration_repeats_change_noise_and_duration)
     EXPECT_NEAR(static_cast<double>(zet_simulator_virtual_clock().now_us() - start_us), expected_us, 2.0);
 }
 
-/** Points at which the response is at least half of its top. */
+/** The number of points at which the response is at least half of its peak. */
 size_t width(const frame &measured)
 {
     const float top = std::abs(measured.samples[strongest(measured.samples)]);
@@ -192,7 +192,7 @@ TEST(override, durations_change_the_envelope)
     const zet_simulator_scene_t scene = scene_with_target(1.5F, 1.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    look_at(sensor, 300, 600);
+    set_ideal_range(sensor, 300, 600);
     zet_config_subsweep_hwaas_set(sensor.config, 511, 0);
     ASSERT_TRUE(sensor.prepare());
     const frame with_profile = sensor.measure();
@@ -205,14 +205,14 @@ TEST(override, durations_change_the_envelope)
     ASSERT_TRUE(sensor.prepare());
     const frame overridden = sensor.measure();
     EXPECT_NEAR(static_cast<double>(width(overridden)), 4.0 * 35.0, 2.0);
-    // Height goes with T_t T_r / sqrt(T_t^2 + T_r^2).
+    // The height is proportional to T_t T_r / sqrt(T_t^2 + T_r^2).
     const double growth =
         static_cast<double>(std::abs(overridden.samples[strongest(overridden.samples)]) /
                             std::abs(with_profile.samples[strongest(with_profile.samples)]));
     EXPECT_NEAR(growth, (28.0 * 21.0 / 35.0) / (14.0 / std::sqrt(2.0)), 0.03);
 }
 
-TEST(override, without_duration_there_is_no_pulse)
+TEST(override, a_duration_of_0_gives_no_pulse)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 1.0F);
     const simulation simulation(1, &scene);
@@ -228,7 +228,7 @@ TEST(override, integrator_control_scales_everything)
     const zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    look_at(sensor, 400, 1);
+    set_ideal_range(sensor, 400, 1);
     zet_config_subsweep_hwaas_set(sensor.config, 511, 0);
     ASSERT_TRUE(sensor.prepare());
     const float before = std::abs(sensor.measure().samples[0]);
@@ -246,16 +246,16 @@ TEST(override, frequency_control_moves_the_carrier)
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    look_at(sensor, 400, 1);
+    set_ideal_range(sensor, 400, 1);
     zet_config_subsweep_hwaas_set(sensor.config, 511, 0);
     ASSERT_TRUE(sensor.prepare());
     const std::complex<float> nominal = sensor.measure().samples[0];
     registered_probe probe;
     probe.change = [](parameter_block &block) { block.calibration.tx_freq_ctrl += 2; };
     ASSERT_TRUE(sensor.prepare());
-    // 400 base steps of path, each a turn at the nominal carrier, and the carrier higher by 2 / 8192.
+    // A path of 400 base steps, each one turn at the nominal carrier. The carrier is higher by 2 / 8192.
     EXPECT_NEAR(turns_between(nominal, sensor.measure().samples[0]), 400.0 * 2.0 / 8192.0, 0.003);
-    // With the receiver moved as well, a point at the target's own distance sees no difference.
+    // If the receiver's carrier changes as well, a point at the target's distance does not change.
     probe.change = [](parameter_block &block) {
         block.calibration.tx_freq_ctrl += 2;
         block.calibration.rx_freq_ctrl += 2;
@@ -264,12 +264,12 @@ TEST(override, frequency_control_moves_the_carrier)
     EXPECT_NEAR(turns_between(nominal, sensor.measure().samples[0]), 0.0, 0.003);
 }
 
-TEST(override, a_receiver_far_from_the_transmitter_hears_little)
+TEST(override, a_receiver_tuned_away_from_the_transmitter_measures_little)
 {
     const zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    look_at(sensor, 400, 1);
+    set_ideal_range(sensor, 400, 1);
     zet_config_subsweep_hwaas_set(sensor.config, 511, 0);
     ASSERT_TRUE(sensor.prepare());
     const float before = std::abs(sensor.measure().samples[0]);
@@ -279,7 +279,7 @@ TEST(override, a_receiver_far_from_the_transmitter_hears_little)
     EXPECT_LT(std::abs(sensor.measure().samples[0]), 0.01F * before);
 }
 
-TEST(override, only_the_sub_sweep_that_was_changed_changes)
+TEST(override, a_change_affects_only_its_own_sub_sweep)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 0.1F);
     const simulation simulation(1, &scene);
@@ -293,7 +293,7 @@ TEST(override, only_the_sub_sweep_that_was_changed_changes)
     EXPECT_GT(std::abs(measured.samples[160 + 80]), 5000.0F);
 }
 
-TEST(override, the_sensor_obeys_the_other_words_too)
+TEST(override, saturation_limits_and_frame_rate_are_applied)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 0.1F);
     const simulation simulation(1, &scene);
@@ -314,7 +314,7 @@ TEST(override, the_sensor_obeys_the_other_words_too)
     EXPECT_EQ(zet_simulator_virtual_clock().now_us() - first_us, 1000U);
 }
 
-TEST(override, every_word_may_hold_anything)
+TEST(override, every_word_may_have_any_value)
 {
     const simulation simulation;
     for (const uint16_t value : std::initializer_list<uint16_t>{0, 1, 255, 32767, 32768, 65535})

@@ -1,5 +1,5 @@
 /** @file
- * Scenes: interferers, faults, scene files and what is said about wrong ones.
+ * Scenes: interferers, faults, scene files, and the messages about invalid ones.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ zet_simulator_scene_t scene_with_fault(zet_simulator_fault_kind_t kind, uint32_t
     return scene;
 }
 
-TEST(scene, an_interferer_is_heard_as_long_as_it_sends)
+TEST(scene, an_interferer_is_detected_only_while_it_sends)
 {
     zet_simulator_scene_t scene = empty_scene();
     scene.interferer_count = 1;
@@ -44,7 +44,7 @@ TEST(scene, an_interferer_is_heard_as_long_as_it_sends)
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
     zet_config_frame_rate_set(sensor.config, 10.0F);
-    sensor.listen();
+    sensor.enable_cca();
     ASSERT_TRUE(sensor.prepare());
     for (int tenth = 0; tenth < 60; ++tenth)
     {
@@ -61,12 +61,12 @@ TEST(scene, an_interferer_is_heard_as_long_as_it_sends)
     }
 }
 
-TEST(scene, a_clear_channel_is_clear_with_the_transmitter_on_and_off)
+TEST(scene, a_clear_channel_is_reported_with_the_transmitter_on_and_off)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 1.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    sensor.listen();
+    sensor.enable_cca();
     for (const bool transmits : {true, false})
     {
         zet_config_enable_tx_set(sensor.config, transmits);
@@ -78,7 +78,7 @@ TEST(scene, a_clear_channel_is_clear_with_the_transmitter_on_and_off)
     }
 }
 
-TEST(scene, interferers_can_be_heard_by_one_sensor_only)
+TEST(scene, an_interferer_can_affect_only_one_sensor)
 {
     zet_simulator_scene_t scene = empty_scene();
     scene.interferer_count = 2;
@@ -88,15 +88,15 @@ TEST(scene, interferers_can_be_heard_by_one_sensor_only)
     const simulation simulation(2, &scene);
     simulated_sensor first(1);
     simulated_sensor second(2);
-    first.listen();
-    second.listen();
+    first.enable_cca();
+    second.enable_cca();
     ASSERT_TRUE(first.prepare());
     ASSERT_TRUE(second.prepare());
     EXPECT_EQ(first.measure().cca_value, 0.0F);
     EXPECT_NEAR(second.measure().cca_value, 10.0F, 3.5F);
 }
 
-TEST(scene, an_absent_sensor_does_not_answer)
+TEST(scene, an_absent_sensor_is_not_connected)
 {
     zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_ABSENT_SENSOR, 0, 0);
     scene.faults[0].sensor_id = 2;
@@ -111,7 +111,7 @@ TEST(scene, an_absent_sensor_does_not_answer)
     EXPECT_THAT(simulation::log(), HasSubstr("sensor 2 does not answer"));
 }
 
-TEST(scene, a_calibration_fails_and_the_next_one_works)
+TEST(scene, a_calibration_can_fail_once)
 {
     const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_CALIBRATION, 2, 1);
     const simulation simulation(1, &scene);
@@ -121,7 +121,7 @@ TEST(scene, a_calibration_fails_and_the_next_one_works)
     EXPECT_EQ(sensor.calibrate(), 5);
 }
 
-TEST(scene, a_prepare_fails)
+TEST(scene, a_prepare_can_fail_once)
 {
     const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_PREPARE, 1, 1);
     const simulation simulation(1, &scene);
@@ -132,7 +132,7 @@ TEST(scene, a_prepare_fails)
     EXPECT_TRUE(sensor.prepare());
 }
 
-TEST(scene, a_measurement_does_not_start)
+TEST(scene, a_measurement_can_fail_to_start)
 {
     const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_MEASURE, 0, 1);
     const simulation simulation(1, &scene);
@@ -142,9 +142,9 @@ TEST(scene, a_measurement_does_not_start)
     EXPECT_TRUE(zet_sensor_measure(sensor.sensor));
 }
 
-TEST(scene, an_interrupt_is_lost)
+TEST(scene, an_interrupt_can_be_lost)
 {
-    // Four steps of the calibration have their interrupts.
+    // Each of the four calibration steps raises an interrupt.
     const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_LOST_INTERRUPT, 5, 1);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
@@ -156,7 +156,7 @@ TEST(scene, an_interrupt_is_lost)
     sensor.measure();
 }
 
-TEST(scene, a_read_fails_and_can_be_repeated)
+TEST(scene, a_failed_read_can_be_repeated)
 {
     const zet_simulator_scene_t scene = scene_with_fault(ZET_SIMULATOR_FAULT_FAILING_READ, 1, 2);
     const simulation simulation(1, &scene);
@@ -184,7 +184,7 @@ TEST(scene, a_slow_link_delays_the_frames)
     EXPECT_GE(zet_simulator_virtual_clock().now_us() - before_us, transfer_us);
 }
 
-TEST(scene, of_a_port_is_checked_at_the_start)
+TEST(scene, passed_by_a_port_is_checked_at_the_start)
 {
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     scene.targets[0].velocity_m_s = std::numeric_limits<float>::quiet_NaN();
@@ -202,7 +202,7 @@ TEST(scene, of_a_port_is_checked_at_the_start)
     EXPECT_STREQ(error, "targets has 17 entries, but must have at most 16");
 }
 
-TEST(scene_file, is_read_whole)
+TEST(scene_file, is_read_completely)
 {
     const char *text = R"({
         "description": "everything",
@@ -246,31 +246,31 @@ TEST(scene_file, is_read_whole)
     EXPECT_EQ(scene.faults[1].kind, ZET_SIMULATOR_FAULT_LOST_INTERRUPT);
 }
 
-/** A wrong scene file and what is said about it. */
-struct wrong_scene
+/** An invalid scene file and the message about it. */
+struct invalid_scene
 {
     const char *name;
     std::string text;
     const char *error;
 };
 
-/** Shows a scene by its name in lists and failures. */
-void PrintTo(const wrong_scene &tested, std::ostream *out)
+/** Prints a scene by its name in test lists and failures. */
+void PrintTo(const invalid_scene &tested, std::ostream *out)
 {
     *out << tested.name;
 }
 
-class wrong_scene_file : public testing::TestWithParam<wrong_scene>
+class invalid_scene_file : public testing::TestWithParam<invalid_scene>
 {
 };
 
-TEST_P(wrong_scene_file, is_refused_with_the_key_and_what_it_should_be)
+TEST_P(invalid_scene_file, is_refused_with_a_message_about_the_key)
 {
     zet_simulator_scene_t scene;
     char error[256] = "";
     EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, error, sizeof(error)));
     EXPECT_STREQ(error, GetParam().error);
-    // A short place for the message is filled and no more.
+    // A short buffer for the message is filled without an overflow.
     char little[8] = "";
     EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, little, sizeof(little)));
     EXPECT_EQ(std::string(little), std::string(GetParam().error).substr(0, 7));
@@ -286,8 +286,8 @@ std::string many_targets()
     return text + "]}";
 }
 
-const wrong_scene wrong_scenes[] = {
-    {"no_json", "{\"targets\": [}", "the scene is not JSON; the fault is at or before byte 13"},
+const invalid_scene invalid_scenes[] = {
+    {"not_json", "{\"targets\": [}", "the scene is not JSON; the fault is at or before byte 13"},
     {"empty", "", "the scene is not JSON; the fault is at or before byte 0"},
     {"trailing_text", "{} {}", "the scene is not JSON; the fault is at or before byte 3"},
     {"array", "[]", "the scene must be a JSON object"},
@@ -299,8 +299,8 @@ const wrong_scene wrong_scenes[] = {
      "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
      "arrays "
      "targets, interferers, temperatures, faults"},
-    {"no_array", R"({"targets": {}})", "targets must be an array"},
-    {"no_object", R"({"targets": [3]})", "targets[0] must be an object"},
+    {"not_an_array", R"({"targets": {}})", "targets must be an array"},
+    {"not_an_object", R"({"targets": [3]})", "targets[0] must be an object"},
     {"missing_key", R"({"targets": [{"distance_m": 1}]})", "targets[0] needs the key \"strength_m2\""},
     {"unknown_entry_key", R"({"temperatures": [{"celsius": 1}, {"celcius": 1}]})",
      "temperatures[1] has an unknown or repeated key \"celcius\"; the keys are sensor, celsius, "
@@ -308,13 +308,13 @@ const wrong_scene wrong_scenes[] = {
     {"repeated_entry_key", R"({"temperatures": [{"celsius": 1, "celsius": 2}]})",
      "temperatures[0] has an unknown or repeated key \"celsius\"; the keys are sensor, celsius, "
      "drift_celsius_per_s"},
-    {"no_number", R"({"targets": [{"distance_m": "far", "strength_m2": 1}]})",
+    {"not_a_number", R"({"targets": [{"distance_m": "far", "strength_m2": 1}]})",
      "targets[0].distance_m must be a number from 0.01 to 1000"},
     {"too_small", R"({"targets": [{"distance_m": 0, "strength_m2": 1}]})",
      "targets[0].distance_m is 0, but must be a number from 0.01 to 1000"},
     {"too_large", R"({"interferers": [{"strength": 1e400}]})",
      "interferers[0].strength is more than 1e9, but must be a number from 0.01 to 1000000"},
-    {"no_whole_number", R"({"faults": [{"kind": "failing_read", "skip": 1.5}]})",
+    {"not_an_integer", R"({"faults": [{"kind": "failing_read", "skip": 1.5}]})",
      "faults[0].skip must be a whole number from 0 to 100000000"},
     {"unknown_fault", R"({"faults": [{"kind": "broken"}]})",
      "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
@@ -322,24 +322,24 @@ const wrong_scene wrong_scenes[] = {
     {"fault_number", R"({"faults": [{"kind": 1}]})",
      "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
      "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
-    {"turning_points",
+    {"reversed_limits",
      R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 2, "farthest_m": 2}]})",
      "targets[0].farthest_m must be more than nearest_m"},
     {"period_too_short", R"({"interferers": [{"strength": 1, "duration_s": 3, "period_s": 2}]})",
      "interferers[0].duration_s must be more than 0 and at most period_s"},
-    {"period_of_nothing", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
+    {"period_without_duration", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
      "interferers[0].duration_s must be more than 0 and at most period_s"},
-    {"slow_link_without_speed", R"({"faults": [{"kind": "slow_link"}]})",
+    {"slow_link_without_rate", R"({"faults": [{"kind": "slow_link"}]})",
      "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
-    {"speed_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
+    {"rate_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
      "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
     {"too_many", many_targets(), "targets must have at most 16 entries"},
 };
 
-INSTANTIATE_TEST_SUITE_P(files, wrong_scene_file, testing::ValuesIn(wrong_scenes),
+INSTANTIATE_TEST_SUITE_P(files, invalid_scene_file, testing::ValuesIn(invalid_scenes),
                          [](const auto &tested) { return tested.param.name; });
 
-TEST(scene_file, every_key_and_word_is_documented)
+TEST(scene_file, every_key_and_value_is_documented)
 {
     std::stringstream text;
     text << std::ifstream(SIMULATOR_DOCUMENT).rdbuf();
@@ -358,7 +358,7 @@ TEST(scene_file, every_key_and_word_is_documented)
     }
 }
 
-TEST(scene_file, examples_are_right)
+TEST(scene_file, examples_are_valid)
 {
     size_t files = 0;
     for (const auto &entry : std::filesystem::directory_iterator(EXAMPLE_SCENES))

@@ -1,5 +1,5 @@
 /** @file
- * Tests that the simulator is the sensor that docs/configuration.schema.json and docs/k330.json describe.
+ * Tests that docs/configuration.schema.json and docs/k330.json describe the simulated sensor.
  */
 #include <cmath>
 #include <fstream>
@@ -29,14 +29,14 @@ json read(const char *name)
     return json::parse(file);
 }
 
-/** What the schema says of a member of a configuration. */
+/** The schema of a member of a configuration. */
 const json &definition(const std::string &name)
 {
     static const json schema = read("configuration.schema.json");
     return schema["$defs"][name];
 }
 
-/** The value of a figure. */
+/** The value of a figure in k330.json. */
 const json &figure(const std::string &name)
 {
     static const json knowledge = read("k330.json");
@@ -45,7 +45,7 @@ const json &figure(const std::string &name)
 
 using config_setter = std::function<void(zet_config_t *, double)>;
 
-/** Converts as C does, also what is beyond the range of the type. */
+/** Converts like C, also values beyond the range of the type. */
 template <typename value_t> value_t convert(double value)
 {
     if constexpr (std::is_floating_point_v<value_t>)
@@ -65,7 +65,7 @@ template <typename value_t> config_setter setter(void (*set)(zet_config_t *, val
     return [set](zet_config_t *config, double value) { set(config, convert<value_t>(value), 0); };
 }
 
-/** Sets a member of a configuration; those of a sub-sweep in the first. */
+/** Functions that set a member of a configuration, in sub-sweep 0 if it is a member of sub-sweeps. */
 const std::map<std::string, config_setter> setters = {
     {"frame_rate", setter(zet_config_frame_rate_set)},
     {"sweeps_per_frame", setter(zet_config_sweeps_per_frame_set)},
@@ -91,7 +91,7 @@ const std::map<std::string, config_setter> setters = {
 
 using member_values = std::map<std::string, json>;
 
-/** A member's value as a number: of a word its place in the schema. */
+/** A member's value as a number. For a string this is its index in the schema. */
 double number(const std::string &name, const json &value)
 {
     const auto words = definition(name).value("enum", std::vector<std::string>());
@@ -109,7 +109,7 @@ void set(zet_config_t *config, const member_values &members)
     }
 }
 
-/** Whether the simulator accepts a configuration; its log says why not. */
+/** Whether the simulator accepts a configuration. Otherwise its log states the reason. */
 bool accepts(const member_values &members)
 {
     zet_config_t *config = zet_config_create();
@@ -120,7 +120,7 @@ bool accepts(const member_values &members)
     return accepted;
 }
 
-/** Whether a member's value is in its range, even when the rest of the configuration does not fit it. */
+/** Whether a member's value is in its range, even if it conflicts with other members. */
 bool is_in_range(const std::string &name, double value)
 {
     const simulation simulation;
@@ -131,7 +131,7 @@ bool is_in_range(const std::string &name, double value)
     return accepts(members) || !std::regex_search(simulation::log(), refusal);
 }
 
-/** The limits of a member; nothing but for numbers, words and lists. */
+/** The limits of a member, if it is a number, a string or a list. */
 std::optional<std::pair<double, double>> limits(const json &member)
 {
     if (member.contains("anyOf"))
@@ -152,7 +152,7 @@ std::optional<std::pair<double, double>> limits(const json &member)
     return std::nullopt;
 }
 
-TEST(sensor_knowledge, has_the_limits_of_the_simulator)
+TEST(sensor_documents, have_the_limits_of_the_simulator)
 {
     int tested = 0;
     for (const auto &[name, reference] : definition("config")["properties"].items())
@@ -164,22 +164,22 @@ TEST(sensor_knowledge, has_the_limits_of_the_simulator)
         {
             continue;
         }
-        const bool is_whole = member["type"] != "number";
-        const auto beyond = [is_whole](double limit, double direction) {
+        const bool is_integer = member["type"] != "number";
+        const auto beyond = [is_integer](double limit, double direction) {
             const auto next = std::nextafter(static_cast<float>(limit), static_cast<float>(direction));
-            return is_whole ? limit + (direction > limit ? 1.0 : -1.0) : static_cast<double>(next);
+            return is_integer ? limit + (direction > limit ? 1.0 : -1.0) : static_cast<double>(next);
         };
         EXPECT_TRUE(is_in_range(name, range->first)) << name;
         EXPECT_TRUE(is_in_range(name, range->second)) << name;
         EXPECT_FALSE(is_in_range(name, beyond(range->first, -1.0e9))) << name;
         EXPECT_FALSE(is_in_range(name, beyond(range->second, 1.0e9))) << name;
-        EXPECT_TRUE(is_whole || is_in_range(name, 0.0)) << name;
+        EXPECT_TRUE(is_integer || is_in_range(name, 0.0)) << name;
         ++tested;
     }
     EXPECT_EQ(tested, 13);
 }
 
-TEST(sensor_knowledge, has_the_farthest_points_of_the_simulator)
+TEST(sensor_documents, have_the_farthest_points_of_the_simulator)
 {
     const simulation simulation;
     for (const auto &[prf, point] : figure("farthest_point").items())
@@ -191,7 +191,7 @@ TEST(sensor_knowledge, has_the_farthest_points_of_the_simulator)
     EXPECT_EQ(figure("farthest_point").size(), definition("prf")["enum"].size());
 }
 
-TEST(sensor_knowledge, has_the_most_samples_of_the_simulator)
+TEST(sensor_documents, have_the_largest_frame_of_the_simulator)
 {
     const simulation simulation;
     const auto accepts_samples = [](int samples) {
@@ -207,7 +207,7 @@ TEST(sensor_knowledge, has_the_most_samples_of_the_simulator)
     EXPECT_FALSE(accepts_samples(most + 1));
 }
 
-TEST(sensor_knowledge, has_the_sizes_of_the_headers)
+TEST(sensor_documents, have_the_sizes_of_the_headers)
 {
     EXPECT_EQ(figure("sample_bytes"), sizeof(zet_int16_complex_t));
     EXPECT_EQ(figure("calibration_bytes"), sizeof(zet_cal_result_t));
@@ -218,12 +218,12 @@ TEST(sensor_knowledge, has_the_sizes_of_the_headers)
               "^[0-9a-fA-F]{" + digits + "}$");
 }
 
-TEST(sensor_knowledge, has_the_base_step_of_the_simulator)
+TEST(sensor_documents, have_the_base_step_of_the_simulator)
 {
     EXPECT_EQ(zet_processing_points_to_meter(1), figure("base_step").get<float>());
 }
 
-/** Time that a frame takes, from measure to interrupt, in microseconds. */
+/** Duration of a frame, from measure to interrupt, in microseconds. */
 double frame_time_us(const simulated_sensor &sensor)
 {
     const auto clock = zet_simulator_virtual_clock();
@@ -233,7 +233,7 @@ double frame_time_us(const simulated_sensor &sensor)
     return static_cast<double>(clock.now_us() - start_us);
 }
 
-/** What a configuration measures: the samples of a frame, and times. */
+/** The result of a measurement: the samples of a frame, and times. */
 struct outcome
 {
     std::vector<std::complex<float>> samples;
@@ -242,14 +242,14 @@ struct outcome
 };
 
 outcome measure(const member_values &members, const zet_simulator_scene_t *scene = nullptr,
-                bool listens = false)
+                bool cca_enabled = false)
 {
     const simulation simulation(1, scene);
     simulated_sensor sensor;
     set(sensor.config, members);
-    if (listens)
+    if (cca_enabled)
     {
-        sensor.listen();
+        sensor.enable_cca();
     }
     EXPECT_TRUE(sensor.prepare()) << simulation::log();
     outcome result = {sensor.measure().samples, 1.0e6 / static_cast<double>(sensor.metadata.max_sweep_rate),
@@ -258,7 +258,7 @@ outcome measure(const member_values &members, const zet_simulator_scene_t *scene
     return result;
 }
 
-TEST(sensor_knowledge, has_the_defaults_of_the_simulator)
+TEST(sensor_documents, have_the_defaults_of_the_simulator)
 {
     member_values defaults;
     for (const auto &[name, reference] : definition("config")["properties"].items())
@@ -275,7 +275,7 @@ TEST(sensor_knowledge, has_the_defaults_of_the_simulator)
     EXPECT_EQ(found.frame_us, expected.frame_us);
 }
 
-/** The shortest period of sweeps by the figures, in microseconds; "mode" is the end of their names. */
+/** The shortest sweep period according to the figures, in microseconds. Their names end with @p mode. */
 double sweep_us(const std::string &prf, int points, int subsweeps, const std::string &idle_state,
                 const std::string &mode)
 {
@@ -286,7 +286,7 @@ double sweep_us(const std::string &prf, int points, int subsweeps, const std::st
            figure("wake_time").at(idle_state).get<double>();
 }
 
-TEST(sensor_knowledge, has_the_sweep_times_of_the_simulator)
+TEST(sensor_documents, have_the_sweep_times_of_the_simulator)
 {
     for (const std::string prf : definition("prf")["enum"])
     {
@@ -307,7 +307,7 @@ TEST(sensor_knowledge, has_the_sweep_times_of_the_simulator)
     EXPECT_NEAR(measure({{"subsweeps", 3}}).shortest_sweep_us, expected, 1e-3);
 }
 
-TEST(sensor_knowledge, has_the_frame_times_of_the_simulator)
+TEST(sensor_documents, have_the_frame_times_of_the_simulator)
 {
     const double sweep =
         sweep_us("15_6_MHz", 160, 1, "ready", "_high_speed") - figure("wake_time").at("ready").get<double>();
@@ -320,7 +320,7 @@ TEST(sensor_knowledge, has_the_frame_times_of_the_simulator)
                 0.5);
 }
 
-/** The members of a sub-sweep that measures a strong target without disturbance. */
+/** The members of a sub-sweep that measures a strong target without distortion. */
 member_values clear_view()
 {
     return {{"hwaas", 511},
@@ -329,7 +329,7 @@ member_values clear_view()
             {"subtract_in_buffer", true}};
 }
 
-TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
+TEST(sensor_documents, have_the_pulse_widths_of_the_simulator)
 {
     const auto scene = scene_with_target(2.0F, 10.0F);
     const double base_step = figure("base_step");
@@ -341,7 +341,7 @@ TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
         members["num_points"] = 400;
         const auto samples = measure(members, &scene).samples;
         const double half = static_cast<double>(std::abs(samples[strongest(samples)])) / 2.0;
-        // The part of each stretch between two points that is above the half height.
+        // The part of each interval between two points that is above half of the height.
         double found = 0.0;
         for (size_t i = 1; i < samples.size(); ++i)
         {
@@ -354,7 +354,7 @@ TEST(sensor_knowledge, has_the_pulse_widths_of_the_simulator)
     EXPECT_EQ(figure("pulse_width").size(), definition("profile")["maximum"]);
 }
 
-TEST(sensor_knowledge, has_the_gain_steps_of_the_simulator)
+TEST(sensor_documents, have_the_gain_steps_of_the_simulator)
 {
     const auto scene = scene_with_target(2.0F, 10.0F);
     const auto level = [&scene](int gain) {
@@ -367,7 +367,7 @@ TEST(sensor_knowledge, has_the_gain_steps_of_the_simulator)
     EXPECT_NEAR(level(20) - level(0), 20.0 * figure("gain_step").get<double>(), 0.2);
 }
 
-TEST(sensor_knowledge, has_the_wavelength_of_the_simulator)
+TEST(sensor_documents, have_the_wavelength_of_the_simulator)
 {
     const auto sample_at = [](double distance_m) {
         const auto scene = scene_with_target(static_cast<float>(distance_m), 10.0F);

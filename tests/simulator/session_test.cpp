@@ -1,5 +1,5 @@
 /** @file
- * Whole sessions: what they leave behind, and that they repeat.
+ * Complete sessions: no leaks, and reproducible results.
  */
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ std::vector<std::vector<std::complex<float>>> first_frames(uint64_t seed)
     return frames;
 }
 
-TEST(session, gives_its_memory_back)
+TEST(session, frees_its_memory)
 {
     {
         const simulation simulation;
@@ -37,17 +37,17 @@ TEST(session, gives_its_memory_back)
     EXPECT_GT(memory().peak, 0U);
 }
 
-TEST(session, repeats_to_the_bit_with_the_same_seed)
+TEST(session, is_identical_with_the_same_seed)
 {
     EXPECT_EQ(first_frames(7), first_frames(7));
 }
 
-TEST(session, differs_with_another_seed)
+TEST(session, is_different_with_another_seed)
 {
     EXPECT_NE(first_frames(7), first_frames(8));
 }
 
-TEST(session, has_noise_of_its_own)
+TEST(session, has_different_noise_in_each_session)
 {
     const zet_simulator_scene_t scene = empty_scene();
     const simulation simulation(1, &scene);
@@ -62,7 +62,7 @@ TEST(session, has_noise_of_its_own)
     EXPECT_NE(sensor.measure().samples, first);
 }
 
-TEST(session, lays_sub_sweeps_out_one_after_the_other)
+TEST(session, stores_sub_sweeps_one_after_the_other)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.5F, 1.0F);
     const simulation simulation(1, &scene);

@@ -1,5 +1,5 @@
 /** @file
- * The signal against the physics that it follows, each with its tolerance.
+ * Compares the signal with the physical model, within tolerances.
  */
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ namespace
 
 constexpr float meters_per_step = 0.0025F;
 
-/** Sets what most tests vary; the first sub-sweep. */
+/** Sets the points of the first sub-sweep. */
 void set_range(const simulated_sensor &sensor, int32_t start_point, uint16_t num_points, uint16_t step_length)
 {
     zet_config_subsweep_start_point_set(sensor.config, start_point, 0);
@@ -29,7 +29,7 @@ void set_profile(const simulated_sensor &sensor, uint8_t profile)
     zet_config_subsweep_profile_set(sensor.config, static_cast<zet_config_profile_t>(profile), 0);
 }
 
-/** Removes what the receiver adds of its own, but for the noise. */
+/** Removes all distortions of the receiver except its noise. */
 void make_ideal(const simulated_sensor &sensor)
 {
     zet_config_subsweep_phase_enhancement_set(sensor.config, true, 0);
@@ -37,7 +37,7 @@ void make_ideal(const simulated_sensor &sensor)
     zet_config_subtract_in_buffer_set(sensor.config, true);
 }
 
-/** Noise of an empty scene over many frames. */
+/** The noise in an empty scene, from many frames. */
 double noise_with(uint16_t hwaas, uint8_t gain, uint8_t profile)
 {
     const zet_simulator_scene_t scene = empty_scene();
@@ -57,7 +57,7 @@ double noise_with(uint16_t hwaas, uint8_t gain, uint8_t profile)
     return deviation(samples);
 }
 
-/** Amplitude of the echo of a target, without noise to speak of. */
+/** Amplitude of the echo of a target, with very little noise. */
 double amplitude_of(float distance_m, float strength_m2, uint8_t profile, uint8_t gain)
 {
     const zet_simulator_scene_t scene = scene_with_target(distance_m, strength_m2);
@@ -77,7 +77,7 @@ class target_position : public testing::TestWithParam<std::tuple<int, int>>
 {
 };
 
-/** Where the strongest point lies for a target at 2 metres, in points off its place. */
+/** Distance between the strongest point and the point of a target at 2 metres, in points. */
 double position_error(int profile, int step_length, bool ideal)
 {
     const float distance_m = 2.0F;
@@ -94,7 +94,7 @@ double position_error(int profile, int step_length, bool ideal)
         make_ideal(sensor);
     }
     EXPECT_TRUE(sensor.prepare());
-    // The top of the longest profile is flat: in the mean of many frames noise does not choose the point.
+    // The peak of the longest profile is flat. The mean of many frames prevents that noise decides.
     std::vector<std::complex<float>> mean(sensor.metadata.frame_data_length);
     for (int i = 0; i < 200; ++i)
     {
@@ -114,10 +114,10 @@ TEST_P(target_position, is_within_one_point)
     EXPECT_NEAR(position_error(profile, step_length, true), 0.0, 1.0);
 }
 
-TEST_P(target_position, is_hardly_worse_without_compensation)
+TEST_P(target_position, is_almost_as_good_without_compensation)
 {
-    // The receiver's imbalance lifts some phases by 1.5 percent, and the delay line's error turns the phase
-    // along the distance: together they move the top of a pulse by up to a twentieth of its width.
+    // The receiver's imbalance raises some phases by 1.5 percent, and the delay line's error turns the phase
+    // along the distance. Together they move the peak of a pulse by up to 5 percent of its width.
     const auto [profile, step_length] = GetParam();
     const double widths_in_points[] = {22.6, 45.3, 79.2, 113.1, 181.0};
     const double tolerance = 0.05 * widths_in_points[profile - 1] / step_length;
@@ -131,7 +131,7 @@ INSTANTIATE_TEST_SUITE_P(profiles_and_steps, target_position,
                                     std::to_string(std::get<1>(tested.param));
                          });
 
-TEST(signal, an_eighth_of_a_wavelength_turns_the_phase_by_a_quarter)
+TEST(signal, an_eighth_of_a_wavelength_changes_the_phase_by_a_quarter_turn)
 {
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
@@ -145,7 +145,7 @@ TEST(signal, an_eighth_of_a_wavelength_turns_the_phase_by_a_quarter)
     EXPECT_NEAR(turns_between(before, after), 0.25, 0.02 * 0.25);
 }
 
-TEST(signal, a_target_that_moves_away_turns_the_phase_forward_at_any_distance)
+TEST(signal, a_target_that_moves_away_increases_the_phase_at_any_distance)
 {
     for (const float distance_m : {0.4F, 1.0003F, 3.3337F, 9.0F})
     {
@@ -163,7 +163,7 @@ TEST(signal, a_target_that_moves_away_turns_the_phase_forward_at_any_distance)
     }
 }
 
-TEST(signal, the_longest_profile_merges_what_the_finest_separates)
+TEST(signal, two_targets_are_separate_with_the_shortest_profile_and_merged_with_the_longest)
 {
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     scene.target_count = 2;
@@ -191,7 +191,7 @@ TEST(signal, the_longest_profile_merges_what_the_finest_separates)
     EXPECT_GT(std::abs(coarse.samples[between]), std::abs(coarse.samples[far_point]));
 }
 
-TEST(signal, amplitude_falls_with_the_square_of_the_distance)
+TEST(signal, amplitude_decreases_with_the_square_of_the_distance)
 {
     const double near = amplitude_of(1.0F, 1.0F, 3, 16);
     EXPECT_NEAR(near / amplitude_of(2.0F, 1.0F, 3, 16), 4.0, 0.04);
@@ -203,7 +203,7 @@ TEST(signal, amplitude_grows_with_the_root_of_the_radar_cross_section)
     EXPECT_NEAR(amplitude_of(2.0F, 4.0F, 3, 16) / amplitude_of(2.0F, 1.0F, 3, 16), 2.0, 0.02);
 }
 
-TEST(signal, a_step_of_the_receiver_gain_is_a_decibel)
+TEST(signal, a_step_of_the_receiver_gain_is_1_decibel)
 {
     EXPECT_NEAR(amplitude_of(2.0F, 1.0F, 3, 20) / amplitude_of(2.0F, 1.0F, 3, 0), std::pow(10.0, 1.0), 0.1);
 }
@@ -234,10 +234,10 @@ TEST(signal, noise_grows_with_the_gain_and_the_window)
     EXPECT_NEAR(noise_with(8, 20, 5) / noise_with(8, 20, 2), 2.0, 0.05 * 2.0);
 }
 
-/** The distance at which a target of a square metre drops under the noise, in metres. */
+/** The distance in metres at which the echo of a target of 1 square metre is as weak as the noise. */
 double range_with(uint16_t hwaas, uint8_t profile)
 {
-    // The echo falls with the square of the distance.
+    // The echo decreases with the square of the distance.
     return std::sqrt(amplitude_of(1.5F, 1.0F, profile, 12) * 1.5 * 1.5 / noise_with(hwaas, 12, profile));
 }
 
@@ -269,7 +269,7 @@ TEST(signal, without_transmitter_there_is_only_noise)
     EXPECT_NEAR(deviation(sensor.measure().samples), noise, 0.1 * noise);
 }
 
-TEST(signal, one_sub_sweep_can_be_silent)
+TEST(signal, the_transmitter_can_be_off_in_one_sub_sweep)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 1.0F);
     const simulation simulation(1, &scene);
@@ -284,7 +284,7 @@ TEST(signal, one_sub_sweep_can_be_silent)
     EXPECT_LT(deviation(off), 200.0);
 }
 
-TEST(signal, leaks_directly_near_zero_distance)
+TEST(signal, contains_direct_leakage_near_zero_distance)
 {
     const zet_simulator_scene_t scene = empty_scene();
     const simulation simulation(1, &scene);
@@ -298,7 +298,7 @@ TEST(signal, leaks_directly_near_zero_distance)
     EXPECT_LT(std::abs(measured.samples[399]), 400.0F);
 }
 
-TEST(signal, loopback_hears_the_transmitter_and_nothing_else)
+TEST(signal, loopback_measures_only_the_transmitter)
 {
     const double noise = noise_with(8, 16, 3);
     zet_simulator_scene_t scene = scene_with_target(0.9F, 1.0F);
@@ -317,7 +317,7 @@ TEST(signal, loopback_hears_the_transmitter_and_nothing_else)
     EXPECT_NEAR(deviation(at_target), noise, 0.1 * noise);
 }
 
-TEST(signal, saturates_at_16_bits_and_says_so)
+TEST(signal, saturates_at_16_bits_and_reports_it)
 {
     const zet_simulator_scene_t scene = scene_with_target(0.4F, 1.0F);
     const simulation simulation(1, &scene);
@@ -339,7 +339,7 @@ TEST(signal, saturates_at_16_bits_and_says_so)
     EXPECT_LE(largest, 32768.0F);
 }
 
-TEST(signal, interferers_raise_the_noise)
+TEST(signal, interferers_increase_the_noise)
 {
     zet_simulator_scene_t scene = empty_scene();
     const simulation simulation(1, &scene);
@@ -352,7 +352,7 @@ TEST(signal, interferers_raise_the_noise)
     EXPECT_NEAR(deviation(sensor.measure().samples) / quiet, 10.0, 0.7);
 }
 
-TEST(signal, phase_enhancement_makes_the_phase_coherent_along_the_distance)
+TEST(signal, phase_enhancement_corrects_the_phase_along_the_distance)
 {
     const zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
@@ -370,7 +370,7 @@ TEST(signal, phase_enhancement_makes_the_phase_coherent_along_the_distance)
     EXPECT_NEAR(turns_between(raw.samples[0], raw.samples[23]), -0.125 * 23.0 / 24.0, 0.005);
 }
 
-TEST(signal, imbalance_compensation_makes_circles_round)
+TEST(signal, imbalance_compensation_removes_the_imbalance)
 {
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     const simulation simulation(1, &scene);
@@ -415,9 +415,9 @@ TEST(signal, subtraction_in_the_buffer_removes_the_offset)
     EXPECT_NEAR(std::abs(mean()), 0.0F, 1.0F);
 }
 
-TEST(signal, a_target_beyond_the_unambiguous_range_folds_back)
+TEST(signal, a_target_beyond_the_unambiguous_range_appears_closer)
 {
-    // At 19.5 MHz an echo from beyond 7.687 metres comes in after the next pulse.
+    // At 19.5 MHz an echo from beyond 7.687 metres arrives after the next pulse.
     const zet_simulator_scene_t scene = scene_with_target(7.68699F + 1.0F, 1000.0F);
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
@@ -432,7 +432,7 @@ TEST(signal, a_target_beyond_the_unambiguous_range_folds_back)
     EXPECT_GT(std::abs(measured.samples[100]), 1000.0F);
 }
 
-TEST(signal, each_sensor_sees_its_own_targets)
+TEST(signal, each_sensor_measures_its_own_targets)
 {
     zet_simulator_scene_t scene = scene_with_target(0.5F, 1.0F);
     scene.targets[0].sensor_id = 2;

@@ -1,5 +1,5 @@
 /** @file
- * Help for the simulator's tests.
+ * Helpers for the simulator's tests.
  */
 #include "simulated_sensor.h"
 
@@ -153,7 +153,7 @@ bool simulated_sensor::measure(frame &measured)
         return false;
     }
     measured.cca_value = -1.0F;
-    if (listens)
+    if (cca_enabled)
     {
         EXPECT_TRUE(zet_processing_cca_check(processing, buffer.data(), &measured.cca_value));
     }
@@ -167,9 +167,9 @@ bool simulated_sensor::measure(frame &measured)
     return true;
 }
 
-void simulated_sensor::listen()
+void simulated_sensor::enable_cca()
 {
-    listens = true;
+    cca_enabled = true;
     zet_config_enable_cca_set(config, true);
 }
 

@@ -1,5 +1,5 @@
 /** @file
- * Help for the simulator's tests: a running simulator, a sensor that is ready to measure, its frames.
+ * Helpers for the simulator's tests: a running simulator, a sensor that is ready to measure, its frames.
  */
 #ifndef SIMULATED_SENSOR_H
 #define SIMULATED_SENSOR_H
@@ -15,7 +15,7 @@
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
 
-/** A simulator that runs as long as the object lives, on memory of its own; collects its log. */
+/** A simulator that runs during the lifetime of the object, with its own memory. Collects the log. */
 class simulation
 {
 public:
@@ -25,14 +25,14 @@ public:
     simulation(const simulation &) = delete;
     simulation &operator=(const simulation &) = delete;
 
-    /** Everything that was logged so far; one line each. */
+    /** Everything logged so far, one line each. */
     static const std::string &log();
 
-    /** Forgets what was logged. */
+    /** Empties the log. */
     static void clear_log();
 };
 
-/** Takes all memory that the board has left, for as long as the object lives. */
+/** Allocates all remaining memory of the board during the lifetime of the object. */
 class exhausted_memory
 {
 public:
@@ -45,10 +45,10 @@ private:
     std::vector<void *> pieces;
 };
 
-/** Use of the board's memory. */
+/** How much of the board's memory is in use. */
 zet_vantor_server_memory_t memory();
 
-/** A frame as the application gets it. */
+/** A frame as the application receives it. */
 struct frame
 {
     std::vector<std::complex<float>> samples;
@@ -56,7 +56,7 @@ struct frame
     float cca_value; /**< -1 without a clear-channel measurement */
 };
 
-/** A powered, calibrated sensor with a configuration of its own. */
+/** A powered, calibrated sensor with its own configuration. */
 class simulated_sensor
 {
 public:
@@ -75,14 +75,14 @@ public:
     /** Size of the buffer in bytes. */
     [[nodiscard]] uint32_t buffer_size() const;
 
-    /** Calibrates and resets the sensor; the number of steps, 0 on failure. */
+    /** Calibrates and resets the sensor. Returns the number of steps, 0 on failure. */
     int calibrate();
 
-    /** Sizes the buffer, makes the processing, calibrates if that was not done, and prepares. */
+    /** Allocates the buffer, creates the processing, calibrates if not yet done, and prepares. */
     bool prepare();
 
-    /** Asks for a clear-channel measurement in each frame. */
-    void listen();
+    /** Enables the clear-channel measurement in each frame. */
+    void enable_cca();
 
     /** Measures one frame. */
     bool measure(frame &measured);
@@ -93,13 +93,13 @@ public:
 private:
     zet_sensor_id_t id;
     bool calibrated = false;
-    bool listens = false;
+    bool cca_enabled = false;
 };
 
-/** A scene with one target that stands still. */
+/** A scene with one target that does not move. */
 zet_simulator_scene_t scene_with_target(float distance_m, float strength_m2);
 
-/** A scene in which there is nothing. */
+/** A scene without targets. */
 zet_simulator_scene_t empty_scene();
 
 /** Index of the strongest sample. */

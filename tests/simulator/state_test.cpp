@@ -1,5 +1,5 @@
 /** @file
- * Strictness: every misuse fails, is logged with what is wrong, and crashes nothing.
+ * Misuse of the sensor library: each call fails, logs the reason, and does not crash.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ namespace
 
 using testing::HasSubstr;
 
-/** Expects a log line that holds a text, and forgets the log. */
+/** Expects the log to contain a text, and empties the log. */
 void expect_logged(const std::string &text)
 {
     EXPECT_THAT(simulation::log(), HasSubstr(text));
@@ -43,26 +43,26 @@ TEST(state, board_cannot_be_started_twice_or_without_a_clock)
     EXPECT_FALSE(zet_simulator_start(&options));
 }
 
-TEST(state, board_record_must_be_whole)
+TEST(state, board_record_must_be_complete)
 {
     const simulation simulation;
     EXPECT_FALSE(zet_nox_hal_register(nullptr));
-    const zet_hal_k330_t whole = *zet_hal_nox_integration_get_implementation();
-    zet_hal_k330_t part = whole;
-    part.log = nullptr;
-    EXPECT_FALSE(zet_nox_hal_register(&part));
-    part = whole;
-    part.mem_alloc = nullptr;
-    EXPECT_FALSE(zet_nox_hal_register(&part));
-    part = whole;
-    part.mem_free = nullptr;
-    EXPECT_FALSE(zet_nox_hal_register(&part));
-    part = whole;
-    part.transfer = nullptr;
-    EXPECT_FALSE(zet_nox_hal_register(&part));
+    const zet_hal_k330_t complete = *zet_hal_nox_integration_get_implementation();
+    zet_hal_k330_t incomplete = complete;
+    incomplete.log = nullptr;
+    EXPECT_FALSE(zet_nox_hal_register(&incomplete));
+    incomplete = complete;
+    incomplete.mem_alloc = nullptr;
+    EXPECT_FALSE(zet_nox_hal_register(&incomplete));
+    incomplete = complete;
+    incomplete.mem_free = nullptr;
+    EXPECT_FALSE(zet_nox_hal_register(&incomplete));
+    incomplete = complete;
+    incomplete.transfer = nullptr;
+    EXPECT_FALSE(zet_nox_hal_register(&incomplete));
 }
 
-TEST(state, a_sensor_answers_only_powered_and_enabled)
+TEST(state, a_sensor_is_connected_only_if_powered_and_enabled)
 {
     const simulation simulation(2);
     EXPECT_FALSE(zet_sensor_connected(1));
@@ -79,7 +79,7 @@ TEST(state, a_sensor_answers_only_powered_and_enabled)
     EXPECT_FALSE(zet_sensor_connected(1));
 }
 
-TEST(state, positions_that_are_not_there_are_logged)
+TEST(state, invalid_positions_are_logged)
 {
     const simulation simulation(2);
     zet_hal_integration_sensor_supply_on(3);
@@ -94,7 +94,7 @@ TEST(state, positions_that_are_not_there_are_logged)
     expect_logged("there is no sensor 7");
 }
 
-TEST(state, a_sensor_has_one_handle)
+TEST(state, a_sensor_has_only_one_handle)
 {
     const simulation simulation;
     const simulated_sensor sensor;
@@ -158,7 +158,7 @@ TEST(state, null_handles_fail_and_are_logged)
     EXPECT_EQ(result.frame, nullptr);
 }
 
-TEST(state, destroying_nothing_does_nothing)
+TEST(state, destroying_null_does_nothing)
 {
     const simulation simulation;
     zet_config_destroy(nullptr);
@@ -207,7 +207,7 @@ TEST(state, every_setter_refuses_a_null_configuration)
     EXPECT_EQ(lines, 26U);
 }
 
-TEST(state, getters_give_what_the_setters_took)
+TEST(state, getters_return_the_values_that_were_set)
 {
     const simulation simulation;
     const simulated_sensor sensor;
@@ -225,7 +225,7 @@ TEST(state, getters_give_what_the_setters_took)
     EXPECT_EQ(zet_config_frame_rate_get(sensor.config), 12.25F);
 }
 
-TEST(state, there_is_no_fifth_sub_sweep)
+TEST(state, a_fifth_sub_sweep_is_refused)
 {
     const simulation simulation;
     const simulated_sensor sensor;
@@ -233,7 +233,7 @@ TEST(state, there_is_no_fifth_sub_sweep)
     expect_logged("there is no sub-sweep 4; the last is 3");
 }
 
-TEST(state, handles_are_refused_after_their_end)
+TEST(state, handles_are_refused_after_they_are_destroyed)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -294,7 +294,7 @@ TEST(state, a_reset_undoes_the_prepare)
     expect_logged("was reset since it was prepared");
 }
 
-TEST(state, an_unpowered_sensor_takes_no_configuration)
+TEST(state, an_unpowered_sensor_cannot_be_prepared)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -309,7 +309,7 @@ TEST(state, an_unpowered_sensor_takes_no_configuration)
     expect_logged("zet_sensor_calibrate: sensor 1 has no power");
 }
 
-TEST(state, a_configuration_that_changed_must_be_prepared_again)
+TEST(state, a_changed_configuration_must_be_prepared_again)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -321,7 +321,7 @@ TEST(state, a_configuration_that_changed_must_be_prepared_again)
     EXPECT_TRUE(zet_sensor_measure(sensor.sensor));
 }
 
-TEST(state, a_configuration_must_outlive_its_measurements)
+TEST(state, a_configuration_must_not_be_destroyed_before_its_measurements)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -366,7 +366,7 @@ TEST(state, a_sensor_measures_one_frame_at_a_time)
     expect_logged("holds 1 frames that were not read");
 }
 
-TEST(state, a_prepare_drops_the_measurement_under_way)
+TEST(state, a_prepare_discards_the_measurement_in_progress)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -399,7 +399,7 @@ TEST(state, a_misaligned_buffer_is_refused)
     expect_logged("not aligned");
 }
 
-TEST(state, processing_takes_only_its_own_frames)
+TEST(state, processing_accepts_only_its_own_frames)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -429,7 +429,7 @@ TEST(state, a_frame_without_clear_channel_measurement_has_no_value)
     EXPECT_EQ(value, -1.0F);
 }
 
-TEST(state, status_tells_the_state)
+TEST(state, status_reports_the_state)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -459,14 +459,14 @@ TEST(state, log_level_and_diagnostic_log)
     expect_logged("sensor 1: calibration step 4 of 4");
 }
 
-TEST(state, there_is_no_probe_24)
+TEST(state, probe_24_is_refused)
 {
     const simulation simulation;
     zet_probes_register_callback(ZET_PROBE_ID_MAX, nullptr, nullptr);
     expect_logged("there is no probe 24; the last is 23");
 }
 
-TEST(state, exhausted_memory_fails_and_counts)
+TEST(state, out_of_memory_fails_and_is_counted)
 {
     const simulation simulation;
     const exhausted_memory exhausted;
@@ -476,7 +476,7 @@ TEST(state, exhausted_memory_fails_and_counts)
     EXPECT_EQ(memory().failures, failures + 1U);
 }
 
-TEST(state, a_processing_that_has_no_memory_leaves_the_metadata_alone)
+TEST(state, a_processing_without_memory_does_not_change_the_metadata)
 {
     const simulation simulation;
     const simulated_sensor sensor;

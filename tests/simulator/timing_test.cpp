@@ -1,5 +1,5 @@
 /** @file
- * When things happen: sweeps, frames, interrupts, delays.
+ * The timing of sweeps, frames, interrupts and delays.
  */
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ void advance_us(uint64_t duration_us)
     zet_simulator_virtual_clock().sleep_until_us(now_us() + duration_us);
 }
 
-/** Time that one frame takes, from measure to interrupt, in microseconds. */
+/** Duration of a frame, from measure to interrupt, in microseconds. */
 double frame_time_us(const simulated_sensor &sensor)
 {
     const uint64_t start_us = now_us();
@@ -37,7 +37,7 @@ TEST(timing, highest_sweep_rate_follows_from_points_hwaas_and_prf)
     const simulation simulation;
     simulated_sensor sensor;
     ASSERT_TRUE(sensor.prepare());
-    // 160 points of 8 pulses and 1 to settle, at 15.6 MHz, after a set-up of 2 us and 1 us to be ready.
+    // 160 points of 8 pulses and 1 to settle, at 15.6 MHz; 2 us of set-up and 1 us to become ready.
     EXPECT_TRUE(sensor.metadata.high_speed_mode);
     EXPECT_NEAR(sensor.metadata.max_sweep_rate, 1.0e6 / (160.0 * 9.0 / 15.6 + 2.0 + 1.0), 1.0);
 
@@ -107,7 +107,7 @@ TEST(timing, the_reported_highest_sweep_rate_is_accepted_and_no_more)
     EXPECT_FALSE(sensor.prepare());
 }
 
-TEST(timing, the_sensor_paces_its_frames)
+TEST(timing, the_sensor_keeps_the_frame_rate)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -122,7 +122,7 @@ TEST(timing, the_sensor_paces_its_frames)
     }
 }
 
-TEST(timing, the_pace_goes_on_over_a_prepare)
+TEST(timing, the_frame_schedule_continues_after_a_prepare)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -136,7 +136,7 @@ TEST(timing, the_pace_goes_on_over_a_prepare)
     EXPECT_EQ(now_us() - first_us, 50000U);
 }
 
-TEST(timing, a_late_read_is_a_delayed_frame)
+TEST(timing, a_late_read_delays_the_frame)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -150,7 +150,7 @@ TEST(timing, a_late_read_is_a_delayed_frame)
     zet_processing_result_t result = {};
     zet_processing_execute(sensor.processing, sensor.buffer.data(), &result);
     EXPECT_TRUE(result.frame_delayed);
-    // The next one starts at once, past its time; the one after is on time again.
+    // The next frame is already late and starts immediately; the one after it is on time again.
     EXPECT_TRUE(sensor.measure().result.frame_delayed);
     EXPECT_FALSE(sensor.measure().result.frame_delayed);
 }
@@ -169,7 +169,7 @@ TEST(timing, the_frame_after_a_very_late_one_is_on_time_again)
     EXPECT_EQ(now_us() - first_us, 21U * 50000U);
 }
 
-TEST(timing, a_frame_that_nothing_paces_is_never_delayed)
+TEST(timing, a_frame_without_a_frame_rate_is_never_delayed)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -179,7 +179,7 @@ TEST(timing, a_frame_that_nothing_paces_is_never_delayed)
     EXPECT_FALSE(sensor.measure().result.frame_delayed);
 }
 
-TEST(timing, double_buffering_forgives_one_period)
+TEST(timing, double_buffering_allows_one_period_of_delay)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -190,7 +190,7 @@ TEST(timing, double_buffering_forgives_one_period)
     advance_us(90000);
     const uint64_t late_us = now_us();
     EXPECT_FALSE(sensor.measure().result.frame_delayed);
-    // It was measured on time and has waited.
+    // It was measured on time and was waiting.
     EXPECT_EQ(now_us(), late_us);
     advance_us(150000);
     EXPECT_TRUE(sensor.measure().result.frame_delayed);
@@ -240,7 +240,7 @@ TEST(timing, continuous_sweep_mode_spaces_sweeps_evenly_across_frames)
     }
 }
 
-TEST(timing, an_interrupt_comes_once_and_not_before_its_time)
+TEST(timing, an_interrupt_is_raised_once_and_not_early)
 {
     const simulation simulation;
     simulated_sensor sensor;
@@ -277,10 +277,10 @@ TEST(timing, sensors_of_a_group_measure_at_the_same_time)
     EXPECT_EQ(now_us(), first_us);
 }
 
-/** Moments until which the sensors let the late clock sleep. */
+/** The deadlines passed to the late clock. */
 std::vector<uint64_t> late_clock_deadlines;
 
-/** Sleeps as on a busy machine: longer than asked for, by another time at every call. */
+/** Sleeps like on a busy machine: too long, by a different time in every call. */
 void sleep_too_long(uint64_t time_us)
 {
     late_clock_deadlines.push_back(time_us);
@@ -290,7 +290,7 @@ void sleep_too_long(uint64_t time_us)
 
 constexpr uint64_t frame_period_us = 50000;
 
-/** Frames at 20 Hz of a scene that moves, none of which is delayed. */
+/** Frames of a moving scene at 20 Hz, without delays. */
 std::vector<std::vector<std::complex<float>>> paced_frames(zet_simulator_clock_t clock, size_t count)
 {
     const simulation simulation(1, nullptr, 3, clock);
