@@ -30,7 +30,7 @@ namespace
 constexpr size_t alignment = alignof(std::max_align_t);
 constexpr size_t word = sizeof(size_t);
 
-/** Use of the board's memory. */
+/** How much of the board's memory is in use. */
 zet_vantor_server_memory_t memory()
 {
     zet_vantor_server_memory_t memory = {};
@@ -38,19 +38,19 @@ zet_vantor_server_memory_t memory()
     return memory;
 }
 
-/** What a piece costs. */
+/** The memory that a piece of this size takes up. */
 size_t cost(size_t size)
 {
     return std::max(4 * word, (size + word + alignment - 1) / alignment * alignment);
 }
 
-/** The largest request that costs no more than this. */
+/** The largest request that takes up at most this much memory. */
 size_t request_of_cost(size_t cost)
 {
     return cost - word;
 }
 
-/** Memory for a test; the board has it as long as the object lives. */
+/** Memory for a test, available to the allocator during the lifetime of the object. */
 class lent_memory_t
 {
 public:
@@ -69,13 +69,13 @@ private:
     std::unique_ptr<std::byte[]> memory_;
 };
 
-/** A number below a limit; the same ones on every platform. */
+/** A random number below a limit. The sequence is the same on every platform. */
 size_t random_below(std::mt19937 &random, size_t limit)
 {
     return random() % limit;
 }
 
-/** Requests pieces of random sizes until one cannot be met. */
+/** Requests pieces of random sizes until a request fails. */
 std::vector<void *> fill(std::mt19937 &random, size_t largest)
 {
     std::vector<void *> pieces;
@@ -99,7 +99,7 @@ uintptr_t address(const void *piece)
     return reinterpret_cast<uintptr_t>(piece);
 }
 
-TEST(memory, fails_before_any_is_lent)
+TEST(memory, requests_fail_before_memory_is_provided)
 {
     memory_lend(nullptr, 0);
     EXPECT_EQ(zet_integration_mem_alloc(1), nullptr);
@@ -108,7 +108,7 @@ TEST(memory, fails_before_any_is_lent)
     EXPECT_EQ(memory().failures, 1U);
 }
 
-TEST(memory, pieces_are_aligned_and_apart)
+TEST(memory, pieces_are_aligned_and_do_not_overlap)
 {
     const lent_memory_t lent(size_t{1} << 20);
     uintptr_t end = 0;
@@ -117,12 +117,12 @@ TEST(memory, pieces_are_aligned_and_apart)
         void *piece = zet_integration_mem_alloc(size);
         ASSERT_NE(piece, nullptr);
         EXPECT_EQ(address(piece) % alignment, 0U);
-        EXPECT_GE(address(piece), end) << "they are cut one after the other";
+        EXPECT_GE(address(piece), end) << "pieces must not overlap";
         end = address(piece) + size;
     }
 }
 
-TEST(memory, what_no_memory_can_hold_is_refused)
+TEST(memory, requests_larger_than_the_memory_are_refused)
 {
     const lent_memory_t lent(65536);
     std::vector<size_t> sizes{65536, SIZE_MAX / 2, SIZE_MAX / 2 + 1};
@@ -178,7 +178,7 @@ TEST(memory, statistics_are_exact)
     EXPECT_EQ(memory().largest_free, all);
 }
 
-TEST(memory, statistics_replace_every_member_except_those_of_the_stack)
+TEST(memory, statistics_set_every_member_except_those_of_the_stack)
 {
     const lent_memory_t lent(65536);
     const zet_vantor_server_memory_t expected = memory();
@@ -193,7 +193,7 @@ TEST(memory, statistics_replace_every_member_except_those_of_the_stack)
     EXPECT_EQ(found.stack_peak, 7U);
 }
 
-TEST(memory, little_is_for_the_allocator)
+TEST(memory, the_allocator_itself_uses_little)
 {
     for (const size_t size : {size_t{4096}, size_t{65536}, size_t{1} << 20, size_t{64} << 20})
     {
@@ -203,7 +203,7 @@ TEST(memory, little_is_for_the_allocator)
     }
 }
 
-TEST(memory, a_rest_too_small_for_a_block_goes_with_the_piece)
+TEST(memory, a_remainder_too_small_for_a_block_is_added_to_the_piece)
 {
     const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(request_of_cost(1024));
@@ -215,7 +215,7 @@ TEST(memory, a_rest_too_small_for_a_block_goes_with_the_piece)
     zet_integration_mem_free(guard);
 }
 
-TEST(memory, is_lent_anew_without_a_trace)
+TEST(memory, new_memory_resets_the_allocator)
 {
     const lent_memory_t first(65536);
     zet_integration_mem_alloc(1000);
@@ -228,7 +228,7 @@ TEST(memory, is_lent_anew_without_a_trace)
     EXPECT_LT(memory().largest_free, 8192U);
 }
 
-TEST(memory, free_neighbours_are_joined_in_every_order)
+TEST(memory, adjacent_free_blocks_are_merged_in_every_order)
 {
     std::array<int, 4> order{0, 1, 2, 3};
     do
@@ -246,7 +246,7 @@ TEST(memory, free_neighbours_are_joined_in_every_order)
         {
             zet_integration_mem_free(pieces[static_cast<size_t>(i)]);
         }
-        // It fits nowhere so well as in their place.
+        // The merged hole is the best fit for this request.
         EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(hole)), pieces[0])
             << ::testing::PrintToString(order);
         zet_integration_mem_free(below);
@@ -254,7 +254,7 @@ TEST(memory, free_neighbours_are_joined_in_every_order)
     } while (std::next_permutation(order.begin(), order.end()));
 }
 
-TEST(memory, the_smallest_hole_that_is_large_enough_is_taken)
+TEST(memory, the_smallest_hole_that_is_large_enough_is_used)
 {
     const lent_memory_t lent(65536);
     std::vector<void *> holes;
@@ -273,7 +273,7 @@ TEST(memory, the_smallest_hole_that_is_large_enough_is_taken)
     EXPECT_EQ(zet_integration_mem_alloc(4500), holes[5]);
 }
 
-TEST(memory, holes_that_differ_by_a_sixteenth_are_told_apart)
+TEST(memory, holes_that_differ_by_a_sixteenth_are_distinguished)
 {
     std::mt19937 random(7);
     const lent_memory_t lent(size_t{1} << 20);
@@ -296,7 +296,7 @@ TEST(memory, holes_that_differ_by_a_sixteenth_are_told_apart)
     }
 }
 
-TEST(memory, small_holes_are_filled_also_while_a_document_is_built)
+TEST(memory, small_holes_are_also_filled_while_a_document_is_built)
 {
     const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(100);
@@ -306,7 +306,7 @@ TEST(memory, small_holes_are_filled_also_while_a_document_is_built)
     EXPECT_EQ(zet_integration_mem_alloc(100), hole);
 }
 
-TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
+TEST(memory, a_document_is_placed_in_the_smallest_hole_for_its_first_piece)
 {
     const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(4000);
@@ -320,7 +320,7 @@ TEST(memory, a_document_lies_in_the_smallest_hole_for_its_first_piece)
     }
 }
 
-TEST(memory, a_large_piece_does_not_draw_small_ones_after_it)
+TEST(memory, a_small_piece_fills_a_hole_even_after_a_large_piece)
 {
     const lent_memory_t lent(65536);
     void *hole = zet_integration_mem_alloc(1000);
@@ -331,7 +331,7 @@ TEST(memory, a_large_piece_does_not_draw_small_ones_after_it)
     EXPECT_EQ(zet_integration_mem_alloc(40), hole);
 }
 
-TEST(memory, exhausted_memory_is_whole_again_after_frees_in_any_order)
+TEST(memory, full_memory_is_one_free_block_again_after_frees_in_any_order)
 {
     std::mt19937 random(1);
     const lent_memory_t lent(size_t{1} << 20);
@@ -344,28 +344,28 @@ TEST(memory, exhausted_memory_is_whole_again_after_frees_in_any_order)
         free_all(pieces);
         EXPECT_EQ(memory().live, 0U);
         EXPECT_EQ(memory().largest_free, all);
-        void *whole = zet_integration_mem_alloc(all);
-        EXPECT_NE(whole, nullptr);
+        void *all_memory = zet_integration_mem_alloc(all);
+        EXPECT_NE(all_memory, nullptr);
         EXPECT_EQ(zet_integration_mem_alloc(1), nullptr);
-        zet_integration_mem_free(whole);
+        zet_integration_mem_free(all_memory);
     }
 }
 
-/** A piece and what was written to it. */
+/** A piece and the value written to all its bytes. */
 struct written_piece_t
 {
     unsigned char *bytes;
     size_t size;
     unsigned char value;
 
-    /** Whether it still holds what was written; looks at all of it. */
+    /** Whether all its bytes still have this value. */
     [[nodiscard]] bool is_intact() const
     {
         return size == 0 || (bytes[0] == value && std::memcmp(bytes, bytes + 1, size - 1) == 0);
     }
 };
 
-/** Sizes as a server has them: many small ones, few large ones. */
+/** A size typical of a server: often small, rarely large. */
 size_t random_size(std::mt19937 &random)
 {
     const size_t kind = random_below(random, 100);
@@ -383,7 +383,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
     uint32_t failures = 0;
     for (int step = 0; step < steps; ++step)
     {
-        // Phases of growth and of decline, so that the memory is exhausted and nearly empty by turns.
+        // Phases of growth and of decline make the memory alternately full and almost empty.
         const bool grow = random_below(random, 100) < (step / 20000 % 2 == 0 ? 60U : 42U);
         if (grow || pieces.empty())
         {
@@ -408,7 +408,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
             least_live -= cost(pieces.back().size);
             pieces.pop_back();
         }
-        // Not in every step: it is the steps between that the allocator has short ways for.
+        // Not in every step, so that the allocator can use its fast paths in between.
         if (step % 50 == 0)
         {
             const zet_vantor_server_memory_t now = memory();
@@ -426,7 +426,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
             ++failures;
         }
     }
-    EXPECT_GT(failures, 1000U) << "the memory was exhausted now and then";
+    EXPECT_GT(failures, 1000U) << "the memory was full too rarely";
     for (const written_piece_t &piece : pieces)
     {
         EXPECT_TRUE(piece.is_intact());
@@ -436,7 +436,7 @@ TEST(memory, a_million_random_steps_keep_every_byte)
     EXPECT_EQ(memory().largest_free, all);
 }
 
-TEST(memory, four_fifths_can_be_in_use_for_long)
+TEST(memory, requests_succeed_for_long_with_four_fifths_in_use)
 {
     constexpr size_t size = 65536;
     std::mt19937 random(3);
@@ -462,7 +462,7 @@ TEST(memory, four_fifths_can_be_in_use_for_long)
     }
 }
 
-/** A JSON document as a parser makes it. */
+/** The allocations of a parser for a JSON document. */
 std::vector<void *> make_document(std::mt19937 &random, size_t values)
 {
     std::vector<void *> pieces;
@@ -474,7 +474,7 @@ std::vector<void *> make_document(std::mt19937 &random, size_t values)
     return pieces;
 }
 
-/** What a session does: a document, objects that stay beyond it, frames, and the end of it all. */
+/** The allocations of a session: a document, objects that exist longer, frames, and the end. */
 void run_session(std::mt19937 &random)
 {
     const std::vector<void *> document = make_document(random, 50 + random_below(random, 50));
@@ -493,13 +493,13 @@ void run_session(std::mt19937 &random)
     free_all(objects);
 }
 
-TEST(memory, a_thousand_sessions_leave_it_as_it_was)
+TEST(memory, a_thousand_sessions_do_not_change_it)
 {
     std::mt19937 random(4);
     const lent_memory_t lent(65536);
     for (int i = 0; i < 10; ++i)
     {
-        // What a server keeps.
+        // Memory that a server keeps.
         zet_integration_mem_alloc(100);
     }
     const zet_vantor_server_memory_t before = memory();
@@ -512,7 +512,7 @@ TEST(memory, a_thousand_sessions_leave_it_as_it_was)
     EXPECT_EQ(memory().failures, 0U);
 }
 
-TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
+TEST(memory, pieces_that_are_kept_across_sessions_do_not_cause_fragmentation)
 {
     std::mt19937 random(5);
     const lent_memory_t lent(65536);
@@ -528,11 +528,11 @@ TEST(memory, pieces_that_outlive_each_session_do_not_scatter)
         run_session(random);
         smallest = std::min<size_t>(smallest, memory().largest_free);
     }
-    // They lie no higher than the documents reach.
+    // The kept pieces are not above the end of the documents.
     EXPECT_GT(smallest, 65536U / 2);
 }
 
-/** Shortest time in which some steps were taken. */
+/** The shortest time of many runs of some steps. */
 double shortest_time(const std::function<void()> &steps)
 {
     using steady_clock_t = std::chrono::steady_clock;
@@ -546,7 +546,7 @@ double shortest_time(const std::function<void()> &steps)
     return std::chrono::duration<double>(shortest).count();
 }
 
-/** Time of requests and frees of all sizes in a memory with so many pieces and, between them, holes. */
+/** Time of requests and frees of all sizes, in a memory with this many pieces with holes between them. */
 double time_with(size_t pieces)
 {
     std::mt19937 random(6);
@@ -572,17 +572,17 @@ double time_with(size_t pieces)
     });
 }
 
-TEST(memory, time_does_not_grow_with_the_pieces)
+TEST(memory, time_does_not_grow_with_the_number_of_pieces)
 {
     const double few = time_with(10);
     const double many = time_with(100000);
     RecordProperty("nanoseconds_with_10_pieces", std::to_string(few * 1e9));
     RecordProperty("nanoseconds_with_100000_pieces", std::to_string(many * 1e9));
-    // A search would take thousands of times as long; caches that miss do not make up for that.
+    // A linear search would take thousands of times as long. Cache misses cost less than the limit allows.
     EXPECT_LT(many, 100.0 * few);
 }
 
-TEST(memory, may_be_of_any_size_and_lie_anywhere)
+TEST(memory, may_have_any_size_and_any_address)
 {
     constexpr unsigned char untouched = 0xA5;
     alignas(64) static std::array<unsigned char, 6000> space;
@@ -618,7 +618,7 @@ TEST(memory, may_be_of_any_size_and_lie_anywhere)
 
 #ifdef UNDER_ADDRESS_SANITIZER
 
-TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
+TEST(memory, the_sanitizer_can_check_every_byte_of_a_piece)
 {
     const lent_memory_t lent(65536);
     for (size_t size = 1; size < 300; ++size)
@@ -635,7 +635,7 @@ TEST(memory, the_sanitizer_knows_every_byte_of_a_piece)
     }
 }
 
-TEST(memory, the_sanitizer_stops_misuse)
+TEST(memory, the_sanitizer_detects_misuse)
 {
     const lent_memory_t lent(65536);
     auto *piece = static_cast<unsigned char *>(zet_integration_mem_alloc(40));
@@ -646,7 +646,7 @@ TEST(memory, the_sanitizer_stops_misuse)
     EXPECT_DEATH(zet_integration_mem_free(piece), "use-after-poison");
 }
 
-TEST(memory, the_sanitizer_lets_go_of_memory_that_is_given_back)
+TEST(memory, memory_that_is_returned_is_no_longer_poisoned)
 {
     std::array<unsigned char, 4096> space = {};
     memory_lend(space.data(), space.size());

@@ -1,5 +1,5 @@
 /** @file
- * Which functions of a header have a comment.
+ * Finds the functions of a header that have a comment.
  */
 #include "documented_functions.h"
 
@@ -14,13 +14,14 @@ namespace structure_tests
 namespace
 {
 
-/** What replaces a Doxygen comment. */
+/** The character that replaces a Doxygen comment. */
 constexpr char documented = '\x01';
 
-/** What replaces a line of the preprocessor. */
+/** The character that replaces a preprocessor directive. */
 constexpr char directive = '\x02';
 
-/** Whether a comment is for the declaration behind it, not for a file, a group or the member before it. */
+/** Whether a comment is for the declaration after it, rather than for a file, a group or the member before
+ * it. */
 bool is_for_declaration(const std::string &comment)
 {
     static const std::regex other(R"(@file|@[{}])");
@@ -42,7 +43,8 @@ std::string without_comments(std::string header)
     return std::regex_replace(header, line_comment, "");
 }
 
-/** Replaces the lines of the preprocessor, continued ones too, and the blocks for C++. */
+/** Replaces preprocessor directives, including continuation lines, and the opening lines of `extern "C"`
+ * blocks. */
 std::string without_directives(const std::string &text)
 {
     static const std::regex line(R"((^|\n)[ \t]*#([^\\\n]|\\[^\n]|\\\n)*)");
@@ -51,7 +53,7 @@ std::string without_directives(const std::string &text)
     return std::regex_replace(std::regex_replace(text, line, mark), linkage, mark);
 }
 
-/** The declarations outside of records, each with the marks before it. */
+/** The declarations outside of structures, each with the marks before it. */
 std::vector<std::string> statements_of(const std::string &text)
 {
     std::vector<std::string> statements(1);
@@ -63,7 +65,7 @@ std::vector<std::string> statements_of(const std::string &text)
         {
             statements.back() += character;
         }
-        // The end of the blocks for C++ closes nothing that was counted.
+        // The closing brace of an `extern "C"` block was not counted.
         const bool closes = character == '}' && (depth == 0 || --depth == 0);
         if (closes || (depth == 0 && character == ';'))
         {
@@ -73,7 +75,7 @@ std::vector<std::string> statements_of(const std::string &text)
     return statements;
 }
 
-/** The name of the function that a statement declares; empty when it declares none. */
+/** The name of the function that a statement declares; empty if it does not declare one. */
 std::string function_name(const std::string &statement)
 {
     static const std::regex declaration(R"((\w+)\s*\()");
@@ -83,13 +85,13 @@ std::string function_name(const std::string &statement)
     {
         return {};
     }
-    // Names without small letters are those of macros.
+    // Names without lower-case letters are macros.
     const std::string name = match[1];
     const auto is_small = [](unsigned char character) { return std::islower(character) != 0; };
     return std::any_of(name.begin(), name.end(), is_small) ? name : std::string();
 }
 
-/** Whether nothing lies between the declaration of a statement and a comment for it. */
+/** Whether a statement has a comment directly before its declaration. */
 bool is_documented(const std::string &statement)
 {
     static const std::string marks_and_space = {documented, directive, ' ', '\t', '\n'};

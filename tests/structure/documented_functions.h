@@ -1,5 +1,5 @@
 /** @file
- * Which functions of a header have a comment.
+ * Finds the functions of a header that have a comment.
  */
 #ifndef DOCUMENTED_FUNCTIONS_H
 #define DOCUMENTED_FUNCTIONS_H
@@ -10,19 +10,19 @@
 namespace structure_tests
 {
 
-/** A function or a type of functions that a header declares. */
+/** A function or a function type that a header declares. */
 struct declaration_t
 {
     std::string name;
-    bool is_documented; /**< directly behind a Doxygen comment of its own */
+    bool is_documented; /**< whether it has its own Doxygen comment directly before it */
 
     bool operator==(const declaration_t &) const = default;
 };
 
 /**
- * Finds the functions and the types of functions that a header declares, outside of records.
+ * Finds the functions and the function types that a header declares, outside of structures.
  *
- * @param header  text of a header in C, also one with `extern "C"` for C++
+ * @param header  text of a C header, which may contain `extern "C"` for C++
  */
 std::vector<declaration_t> declared_functions(const std::string &header);
 

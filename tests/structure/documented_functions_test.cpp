@@ -1,5 +1,5 @@
 /** @file
- * Tests that every function of the interfaces to the board and to the sensor library says how it is called.
+ * Tests that every function of the interfaces to the board and to the sensor library is documented.
  */
 #include "documented_functions.h"
 
@@ -20,7 +20,7 @@ using testing::IsEmpty;
 constexpr bool with_comment = true;
 constexpr bool without_comment = false;
 
-/** The functions of a folder's headers. */
+/** The functions in the headers of a folder. */
 std::vector<declaration_t> functions_of(const std::string &folder)
 {
     std::vector<declaration_t> functions;
@@ -32,7 +32,7 @@ std::vector<declaration_t> functions_of(const std::string &folder)
     return functions;
 }
 
-/** The names of the functions of a folder's headers that have no comment. */
+/** The names of the functions in the headers of a folder that have no comment. */
 std::vector<std::string> undocumented_functions(const std::string &folder)
 {
     std::vector<std::string> names;
@@ -48,19 +48,19 @@ std::vector<std::string> undocumented_functions(const std::string &folder)
 
 } // namespace
 
-TEST(documented_functions, are_all_of_the_board)
+TEST(documented_functions, include_all_of_the_board_interface)
 {
     EXPECT_GE(functions_of("integration").size(), 10U);
     EXPECT_THAT(undocumented_functions("integration"), IsEmpty());
 }
 
-TEST(documented_functions, are_all_of_the_sensor_library)
+TEST(documented_functions, include_all_of_the_sensor_library)
 {
     EXPECT_GE(functions_of("nox").size(), 51U);
     EXPECT_THAT(undocumented_functions("nox"), IsEmpty());
 }
 
-TEST(documented_functions, have_a_comment_of_their_own)
+TEST(documented_functions, have_their_own_comment)
 {
     EXPECT_THAT(
         declared_functions("/** Does. */\nvoid a(int b);\nvoid c(void);\n\n/** Returns. */\nint *d();"),
@@ -68,7 +68,7 @@ TEST(documented_functions, have_a_comment_of_their_own)
                     declaration_t{"d", with_comment}));
 }
 
-TEST(documented_functions, are_types_and_definitions_too)
+TEST(documented_functions, include_types_and_definitions)
 {
     EXPECT_THAT(declared_functions("typedef bool a(void);\n"
                                    "/** Does. */\nstatic inline int b(int c)\n{\n    return d(c);\n}\n"
@@ -77,7 +77,7 @@ TEST(documented_functions, are_types_and_definitions_too)
                             declaration_t{"e", without_comment}));
 }
 
-TEST(documented_functions, do_not_take_the_comment_of_anything_else)
+TEST(documented_functions, do_not_use_the_comment_of_anything_else)
 {
     for (const char *before : {"/** @file\n * Says. */\n", "/** A number. */\n#define NUMBER \\\n 1\n",
                                "/** @name Group\n@{ */\n", "/** @} */", "/* Says. */\n", "// Says.\n",
@@ -92,7 +92,7 @@ TEST(documented_functions, do_not_take_the_comment_of_anything_else)
     }
 }
 
-TEST(documented_functions, keep_their_comment_beside_others)
+TEST(documented_functions, keep_their_comment_next_to_other_comments)
 {
     for (const char *before : {"/** Does. */\n// Says.\n", "#include <b.h>\n/** Does\n * much. */\n\n",
                                "extern \"C\" {\n#endif\n/** Does. */\n", "/** @} */\n/** Does. */\n",
@@ -104,7 +104,7 @@ TEST(documented_functions, keep_their_comment_beside_others)
     }
 }
 
-TEST(documented_functions, are_no_members_macros_assertions_or_words_of_comments)
+TEST(documented_functions, do_not_include_members_macros_assertions_or_text_in_comments)
 {
     EXPECT_THAT(declared_functions(
                     "#define A(b) c(b)\n/** Calls d(). */\ntypedef struct\n{\n    void (*e)(int f);\n} g;\n"

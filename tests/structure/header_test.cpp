@@ -20,7 +20,7 @@ namespace
 
 namespace fs = std::filesystem;
 
-/** The headers of the application that boards and programs in C include; its other headers are its own. */
+/** The headers of the application that boards and C programs include. Its other headers are internal. */
 std::vector<fs::path> public_headers_of_application()
 {
     const fs::path application = fs::path(PROJECT_ROOT) / "application";
@@ -35,7 +35,7 @@ std::vector<fs::path> public_headers_of_application()
     };
 }
 
-/** The headers that serve C and C++ alike. */
+/** The headers for C and C++. */
 std::vector<fs::path> public_headers()
 {
     std::vector<fs::path> headers = public_headers_of_application();
@@ -47,7 +47,7 @@ std::vector<fs::path> public_headers()
     return headers;
 }
 
-/** The headers that serve C++. */
+/** The headers for C++. */
 std::vector<fs::path> headers()
 {
     std::vector<fs::path> all;
@@ -64,7 +64,7 @@ std::string header_name(const ::testing::TestParamInfo<fs::path> &header)
     return header.param.stem().string();
 }
 
-/** Compiler options that make every folder with a public header an include directory. */
+/** Compiler options that add every folder with a public header to the include path. */
 std::string include_options()
 {
     std::set<std::string> folders;
@@ -80,13 +80,13 @@ std::string include_options()
     return options;
 }
 
-/** Compiles a header as a whole translation unit. */
+/** Compiles a header as a translation unit. */
 bool compiles(const std::string &compiler_and_language, const fs::path &header)
 {
     const std::string command = compiler_and_language +
                                 " -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror" +
                                 include_options() + " -include '" + header.string() + "' /dev/null";
-    return std::system(command.c_str()) == 0; // NOLINT(cert-env33-c): the compiler is what is tested with
+    return std::system(command.c_str()) == 0; // NOLINT(cert-env33-c): the test runs the compiler
 }
 
 class public_header : public ::testing::TestWithParam<fs::path>

@@ -1,5 +1,5 @@
 /** @file
- * The rules about which folder of the repository may include from which.
+ * The rules for which folder of the repository may include from which.
  */
 #include "include_rules.h"
 
@@ -23,25 +23,25 @@ bool is_source(const fs::path &path)
     return extensions.contains(path.extension().string());
 }
 
-/** Whether a path is a room, or lies below it; `*` in a room stands for one name. */
-bool lies_in(const fs::path &path, const fs::path &room)
+/** Whether a path is a part of the repository, or below it. `*` in @p part matches one name. */
+bool is_in(const fs::path &path, const fs::path &part)
 {
-    const auto same = [](const fs::path &of_room, const fs::path &of_path) {
-        return of_room == "*" || of_room == of_path;
+    const auto same = [](const fs::path &of_part, const fs::path &of_path) {
+        return of_part == "*" || of_part == of_path;
     };
-    return std::mismatch(room.begin(), room.end(), path.begin(), path.end(), same).first == room.end();
+    return std::mismatch(part.begin(), part.end(), path.begin(), path.end(), same).first == part.end();
 }
 
-/** The innermost room of a path; empty when it lies in none. */
-std::string room_of(const fs::path &path, const rules_t &rules)
+/** The innermost part that contains a path; empty if there is none. */
+std::string part_of(const fs::path &path, const rules_t &rules)
 {
     std::string innermost;
-    for (const auto &[room, may_include] : rules)
+    for (const auto &[part, may_include] : rules)
     {
-        // Rooms within a room come after it in the order of the map.
-        if (lies_in(path, room))
+        // In the order of the map, an inner part comes after the one that contains it.
+        if (is_in(path, part))
         {
-            innermost = room;
+            innermost = part;
         }
     }
     return innermost;
@@ -50,18 +50,18 @@ std::string room_of(const fs::path &path, const rules_t &rules)
 bool is_permitted(const std::string &from, const fs::path &to, const rules_t &rules)
 {
     const std::set<std::string> &may_include = rules.at(from);
-    return room_of(to, rules) == from ||
+    return part_of(to, rules) == from ||
            std::any_of(may_include.begin(), may_include.end(),
-                       [&](const std::string &room) { return lies_in(to, room); });
+                       [&](const std::string &part) { return is_in(to, part); });
 }
 
-/** Whether a room may include another one, or something in it that is not a room itself. */
+/** Whether a part may include another one, or a path in it that is not a part itself. */
 bool may_reach(const std::string &from, const std::string &to, const rules_t &rules)
 {
     const std::set<std::string> &may_include = rules.at(from);
     return is_permitted(from, to, rules) ||
            std::any_of(may_include.begin(), may_include.end(),
-                       [&](const std::string &permitted) { return room_of(permitted, rules) == to; });
+                       [&](const std::string &permitted) { return part_of(permitted, rules) == to; });
 }
 
 std::vector<fs::path> files_with(const std::vector<source_t> &sources,
@@ -78,12 +78,14 @@ std::vector<fs::path> files_with(const std::vector<source_t> &sources,
     return found;
 }
 
-/** The files whose path ends with an included name; if one lies beside the including file, that one alone. */
+/** The files whose path ends with an included name; only the one in the including file's folder, if it
+ * exists. */
 std::vector<fs::path> named_files(const source_t &source, const std::string &name,
                                   const std::vector<source_t> &sources)
 {
-    const fs::path beside = (source.path.parent_path() / name).lexically_normal();
-    std::vector<fs::path> files = files_with(sources, [&](const fs::path &path) { return path == beside; });
+    const fs::path same_folder = (source.path.parent_path() / name).lexically_normal();
+    std::vector<fs::path> files =
+        files_with(sources, [&](const fs::path &path) { return path == same_folder; });
     if (files.empty())
     {
         files = files_with(sources, [&](const fs::path &path) {
@@ -93,18 +95,18 @@ std::vector<fs::path> named_files(const source_t &source, const std::string &nam
     return files;
 }
 
-/** The files that have the file name of an included one: a path with dots may lead to any of them. */
-std::vector<fs::path> files_called_like(const std::string &name, const std::vector<source_t> &sources)
+/** The files with the file name of an included one, because a path with dots may lead to any of them. */
+std::vector<fs::path> files_with_name(const std::string &name, const std::vector<source_t> &sources)
 {
     return files_with(sources,
                       [&](const fs::path &path) { return path.filename() == fs::path(name).filename(); });
 }
 
-/** The rooms from which an include may be served, against the rule of the including file. */
-std::set<std::string> forbidden_rooms(const source_t &source, const std::string &name,
+/** The parts that contain an included file and that the including file must not include. */
+std::set<std::string> forbidden_parts(const source_t &source, const std::string &name,
                                       const std::vector<source_t> &sources, const rules_t &rules)
 {
-    const std::string from = room_of(source.path, rules);
+    const std::string from = part_of(source.path, rules);
     const auto permitted = [&](const fs::path &file) { return is_permitted(from, file, rules); };
     std::vector<fs::path> files = named_files(source, name, sources);
     if (std::any_of(files.begin(), files.end(), permitted))
@@ -113,17 +115,17 @@ std::set<std::string> forbidden_rooms(const source_t &source, const std::string 
     }
     if (files.empty())
     {
-        files = files_called_like(name, sources);
+        files = files_with_name(name, sources);
     }
-    std::set<std::string> rooms;
+    std::set<std::string> parts;
     for (const fs::path &file : files)
     {
         if (!permitted(file))
         {
-            rooms.insert(room_of(file, rules));
+            parts.insert(part_of(file, rules));
         }
     }
-    return rooms;
+    return parts;
 }
 
 } // namespace
@@ -215,24 +217,24 @@ rules_t include_rules()
     };
 }
 
-std::set<std::string> rooms_in_circles(const rules_t &rules)
+std::set<std::string> parts_in_cycles(const rules_t &rules)
 {
-    // Rooms that may include nothing of those left are taken away until nothing changes.
+    // Remove parts that may not include any part that is left, until nothing changes.
     rules_t left = rules;
-    const auto may_leave = [&](const rules_t::value_type &room) {
+    const auto may_leave = [&](const rules_t::value_type &part) {
         return std::none_of(left.begin(), left.end(), [&](const rules_t::value_type &other) {
-            return other.first != room.first && may_reach(room.first, other.first, rules);
+            return other.first != part.first && may_reach(part.first, other.first, rules);
         });
     };
     while (std::erase_if(left, may_leave) > 0)
     {
     }
-    std::set<std::string> rooms;
-    for (const auto &[room, may_include] : left)
+    std::set<std::string> parts;
+    for (const auto &[part, may_include] : left)
     {
-        rooms.insert(room);
+        parts.insert(part);
     }
-    return rooms;
+    return parts;
 }
 
 std::vector<std::string> broken_rules(const std::vector<source_t> &sources)
@@ -241,16 +243,16 @@ std::vector<std::string> broken_rules(const std::vector<source_t> &sources)
     std::vector<std::string> broken;
     for (const source_t &source : sources)
     {
-        if (room_of(source.path, rules).empty())
+        if (part_of(source.path, rules).empty())
         {
             broken.push_back(source.path.generic_string() + " has no include rule");
             continue;
         }
         for (const std::string &name : source.included)
         {
-            for (const std::string &room : forbidden_rooms(source, name, sources, rules))
+            for (const std::string &part : forbidden_parts(source, name, sources, rules))
             {
-                broken.push_back(source.path.generic_string() + " includes " + name + " of " + room);
+                broken.push_back(source.path.generic_string() + " includes " + name + " of " + part);
             }
         }
     }
@@ -264,7 +266,7 @@ std::set<std::string> library_headers(const std::vector<source_t> &sources, cons
     {
         for (const std::string &name : source.included)
         {
-            if (lies_in(source.path, folder) && files_called_like(name, sources).empty())
+            if (is_in(source.path, folder) && files_with_name(name, sources).empty())
             {
                 names.insert(name);
             }

@@ -1,5 +1,5 @@
 /** @file
- * The rules about which part of the repository may include from which.
+ * The rules for which part of the repository may include from which.
  */
 #ifndef INCLUDE_RULES_H
 #define INCLUDE_RULES_H
@@ -13,49 +13,49 @@
 namespace structure_tests
 {
 
-/** A source file and the names that its include directives give. */
+/** A source file and the names in its include directives. */
 struct source_t
 {
     std::filesystem::path path;        /**< relative to the root of the repository */
     std::vector<std::string> included; /**< as written between quotes or angle brackets */
 };
 
-/** The sources in the given top-level folders, of those that exist. */
+/** The sources in those top-level folders that exist. */
 std::vector<source_t> read_sources(const std::filesystem::path &root, const std::set<std::string> &folders);
 
-/** The names that the include directives of a text give. */
+/** The names in the include directives of a text. */
 std::vector<std::string> included_names(const std::string &text);
 
-/** Rooms with what they may include. */
+/** Parts of the repository, each with the parts that it may include. */
 using rules_t = std::map<std::string, std::set<std::string>>;
 
 /**
- * The rooms, and for each one where it may include from.
+ * The parts of the repository, each with the parts that it may include.
  *
- * A room is a folder with everything below it, or one file; `*` stands for any one name. A file belongs to
- * the innermost room that it lies in, and may always include from that one.
+ * A part is a folder with everything below it, or one file; `*` matches any one name. A file belongs to the
+ * innermost part that contains it, and may always include from that part.
  */
 rules_t include_rules();
 
 /**
- * Finds rooms that may include from each other, directly or through others.
+ * Finds parts that may include each other, directly or through other parts.
  *
- * @return the rooms of every such circle
+ * @return the parts in all such cycles
  */
-std::set<std::string> rooms_in_circles(const rules_t &rules);
+std::set<std::string> parts_in_cycles(const rules_t &rules);
 
 /**
- * Finds includes that break a rule, and sources that no rule is for.
+ * Finds includes that break a rule, and sources without a rule.
  *
- * An include means the file beside the including one, else those whose path ends with the name. When there
- * are several, one that may be included is enough: the build has no other one in its search path. A name that
- * no file of the repository has belongs to a library and breaks no rule of this kind.
+ * An include refers to the file in the folder of the including one, or else to those whose path ends with the
+ * name. If there are several, one that may be included is enough: the build has no other one in its search
+ * path. A name that no file of the repository has belongs to a library and does not break these rules.
  *
- * @return one sentence for each
+ * @return a message for each
  */
 std::vector<std::string> broken_rules(const std::vector<source_t> &sources);
 
-/** The names that the sources of one folder include and that no source of the repository has. */
+/** The names that the sources of a folder include and that are not files of the repository. */
 std::set<std::string> library_headers(const std::vector<source_t> &sources, const std::string &folder);
 
 } // namespace structure_tests

@@ -1,5 +1,5 @@
 /** @file
- * Tests that every part of the repository includes only from those it may know.
+ * Tests that every part of the repository includes only what it is allowed to include.
  */
 #include "include_rules.h"
 
@@ -13,7 +13,7 @@ namespace
 
 using strings_t = std::vector<std::string>;
 
-/** Whether a name is that of a header of the C or C++ standard library. */
+/** Whether a name is a header of the C or C++ standard library. */
 bool is_standard(const std::string &name)
 {
     static const std::set<std::string> of_c{"stdbool.h", "stddef.h", "stdint.h"};
@@ -23,20 +23,20 @@ bool is_standard(const std::string &name)
 std::vector<source_t> read_repository()
 {
     std::set<std::string> folders;
-    for (const auto &[room, rule] : include_rules())
+    for (const auto &[part, rule] : include_rules())
     {
-        folders.insert(std::filesystem::path(room).begin()->string());
+        folders.insert(std::filesystem::path(part).begin()->string());
     }
     return read_sources(PROJECT_ROOT, folders);
 }
 
-const std::vector<source_t> &whole_repository()
+const std::vector<source_t> &repository_sources()
 {
     static const std::vector<source_t> sources = read_repository();
     return sources;
 }
 
-/** One header of each part that a rule can name. */
+/** One header of each part. */
 const strings_t headers{
     "nox/zet_sensor.h",
     "integration/zet_integration.h",
@@ -64,16 +64,16 @@ const strings_t headers{
     "host/commands/command.h",
 };
 
-/** Those of the walls. */
-const strings_t walls{headers.begin(), headers.begin() + 2};
+/** The headers of the interfaces to the board and to the sensor library. */
+const strings_t interfaces{headers.begin(), headers.begin() + 2};
 
-/** Those of the application. */
+/** The headers of the application. */
 const strings_t of_application{headers.begin() + 2, headers.begin() + 7};
 
-/** Those of the host up to the recordings. */
+/** The headers of the host, from the public ones to the recordings. */
 const strings_t up_to_recording{headers.begin() + 14, headers.begin() + 19};
 
-/** Lists of headers, one behind the other. */
+/** Joins lists of headers. */
 strings_t joined(const strings_t &first, const strings_t &second, const strings_t &third = {})
 {
     strings_t all = first;
@@ -82,7 +82,7 @@ strings_t joined(const strings_t &first, const strings_t &second, const strings_
     return all;
 }
 
-/** Those of the headers that a source may include. */
+/** The headers that a source may include. */
 strings_t may_include(const std::string &path)
 {
     strings_t permitted;
@@ -128,7 +128,7 @@ TEST(include_rules, refuse_each_forbidden_direction)
                                      }));
 }
 
-TEST(include_rules, see_through_relative_paths)
+TEST(include_rules, resolve_relative_paths)
 {
     const std::vector<source_t> sources{{"host/client/client.cpp", {"../../application/core.h"}},
                                         {"application/core.h", {}}};
@@ -143,14 +143,14 @@ TEST(include_rules, prefer_the_file_of_the_same_folder)
     EXPECT_EQ(broken_rules(sources), strings_t{});
 }
 
-TEST(include_rules, let_the_walls_know_little)
+TEST(include_rules, let_the_interfaces_include_only_interfaces)
 {
     EXPECT_EQ(may_include("nox/a.h"), (strings_t{"nox/zet_sensor.h"}));
     EXPECT_EQ(may_include("integration/a.h"),
               (strings_t{"nox/zet_sensor.h", "integration/zet_integration.h"}));
 }
 
-TEST(include_rules, let_the_rooms_of_the_host_know_downwards_only)
+TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
 {
     const strings_t recordings{up_to_recording[0], up_to_recording[1], up_to_recording[2],
                                up_to_recording[4]};
@@ -169,13 +169,13 @@ TEST(include_rules, let_the_rooms_of_the_host_know_downwards_only)
     EXPECT_EQ(may_include("host/commands/a.cpp"), (strings_t{headers.begin() + 14, headers.end()}));
 }
 
-TEST(include_rules, let_neither_server_nor_simulator_know_a_port)
+TEST(include_rules, do_not_let_the_server_or_the_simulator_include_a_port)
 {
-    EXPECT_EQ(may_include("application/a.cpp"), joined(walls, of_application));
-    EXPECT_EQ(may_include("simulator/a.cpp"), joined(walls, {"simulator/zet_simulator.h"}));
+    EXPECT_EQ(may_include("application/a.cpp"), joined(interfaces, of_application));
+    EXPECT_EQ(may_include("simulator/a.cpp"), joined(interfaces, {"simulator/zet_simulator.h"}));
 }
 
-TEST(include_rules, let_the_application_know_downwards_only)
+TEST(include_rules, let_a_part_of_the_application_include_only_parts_below_it)
 {
     const std::string server = "application/vantor_server/zet_vantor_server";
     const strings_t shared{"nox/zet_sensor.h", "application/common/zet_json_writer.h",
@@ -184,38 +184,38 @@ TEST(include_rules, let_the_application_know_downwards_only)
     EXPECT_EQ(may_include(server + "_utils.cpp"), shared);
     EXPECT_EQ(may_include(server + "_error_messages.cpp"), shared);
     EXPECT_EQ(may_include(server + "_system_k330.cpp"),
-              joined(walls, {"application/common/zet_json_writer.h", server + "_base_internal.h",
-                             server + "_system_k330.h"}));
+              joined(interfaces, {"application/common/zet_json_writer.h", server + "_base_internal.h",
+                                  server + "_system_k330.h"}));
 }
 
-TEST(include_rules, let_the_allocator_know_its_record_of_the_server)
+TEST(include_rules, let_the_allocator_include_only_one_header_of_the_server)
 {
     EXPECT_EQ(may_include("ports/common/a.cpp"),
               (strings_t{"nox/zet_sensor.h", "integration/zet_integration.h",
                          "application/vantor_server/zet_vantor_server.h", "ports/common/board_memory.h"}));
 }
 
-TEST(include_rules, let_the_port_for_linux_know_no_other_port)
+TEST(include_rules, do_not_let_the_linux_port_include_another_port)
 {
     EXPECT_EQ(may_include("ports/linux/a.cpp"),
-              joined(walls, of_application,
+              joined(interfaces, of_application,
                      {"simulator/zet_simulator.h", "ports/common/board_memory.h", "ports/linux/options.h"}));
 }
 
-TEST(include_rules, let_one_file_of_the_firmware_know_the_simulator)
+TEST(include_rules, let_only_one_file_of_the_firmware_include_the_simulator)
 {
-    const strings_t rooms{"ports/common/board_memory.h", "ports/firmware/port.h",
+    const strings_t parts{"ports/common/board_memory.h", "ports/firmware/port.h",
                           "ports/firmware/cortex_m4/stack.h", "boards/one/board_numbers.h"};
-    const strings_t of_firmware = joined(walls, of_application, rooms);
+    const strings_t of_firmware = joined(interfaces, of_application, parts);
     EXPECT_EQ(may_include("ports/firmware/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/a.cpp"), of_firmware);
     EXPECT_EQ(may_include("ports/firmware/cortex_m4/sensors_simulator.cpp"), of_firmware);
 
     EXPECT_EQ(may_include("ports/firmware/sensors_simulator.cpp"),
-              joined(walls, joined(of_application, {"simulator/zet_simulator.h"}), rooms));
+              joined(interfaces, joined(of_application, {"simulator/zet_simulator.h"}), parts));
 }
 
-TEST(include_rules, let_boards_know_the_firmware_and_neither_server_nor_simulator)
+TEST(include_rules, let_boards_include_the_firmware_but_not_the_server_or_the_simulator)
 {
     EXPECT_EQ(
         may_include("boards/one/board.cpp"),
@@ -229,7 +229,7 @@ TEST(include_rules, report_sources_without_a_rule)
               (strings_t{"elsewhere/a.cpp has no include rule", "host/a.cpp has no include rule"}));
 }
 
-TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_included)
+TEST(include_rules, allow_a_name_of_several_files_if_one_of_them_may_be_included)
 {
     const std::vector<source_t> sources{{"boards/one/board.cpp", {"board.h", "board/board.h"}},
                                         {"ports/firmware/board.h", {}},
@@ -237,7 +237,7 @@ TEST(include_rules, take_a_name_of_several_files_for_the_one_that_may_be_include
     EXPECT_EQ(broken_rules(sources), (strings_t{"boards/one/board.cpp includes board/board.h of simulator"}));
 }
 
-TEST(include_rules, take_the_file_beside_before_one_that_may_be_included)
+TEST(include_rules, prefer_the_file_of_the_same_folder_even_if_it_must_not_be_included)
 {
     const std::vector<source_t> sources{{"boards/one/board.cpp", {"../../simulator/board.h"}},
                                         {"ports/firmware/board.h", {}},
@@ -252,7 +252,7 @@ TEST(sources, are_read_from_the_folders_that_exist)
     EXPECT_TRUE(read_sources(PROJECT_ROOT, {"no_such_folder"}).empty());
 }
 
-TEST(library_headers, are_those_that_no_file_of_the_repository_has)
+TEST(library_headers, are_not_files_of_the_repository)
 {
     const std::vector<source_t> sources{{"host/client/client.cpp", {"client/link.h", "asio.hpp", "vector"}},
                                         {"host/client/link.h", {}},
@@ -260,37 +260,37 @@ TEST(library_headers, are_those_that_no_file_of_the_repository_has)
     EXPECT_EQ(library_headers(sources, "host"), (std::set<std::string>{"asio.hpp", "vector"}));
 }
 
-TEST(include_rules, have_no_circle)
+TEST(include_rules, have_no_cycle)
 {
-    EXPECT_EQ(rooms_in_circles(include_rules()), (std::set<std::string>{}));
+    EXPECT_EQ(parts_in_cycles(include_rules()), (std::set<std::string>{}));
 }
 
-TEST(circles, are_found_directly_and_through_other_rooms)
+TEST(include_cycles, are_found_directly_and_through_other_parts)
 {
-    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"c"}}, {"c", {}}}), (std::set<std::string>{}));
-    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"a", "c"}}, {"c", {}}}),
+    EXPECT_EQ(parts_in_cycles({{"a", {"b"}}, {"b", {"c"}}, {"c", {}}}), (std::set<std::string>{}));
+    EXPECT_EQ(parts_in_cycles({{"a", {"b"}}, {"b", {"a", "c"}}, {"c", {}}}),
               (std::set<std::string>{"a", "b"}));
-    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}}),
+    EXPECT_EQ(parts_in_cycles({{"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}}),
               (std::set<std::string>{"a", "b", "c"}));
 }
 
-TEST(circles, are_found_through_single_files_and_rooms_within_rooms)
+TEST(include_cycles, are_found_through_single_files_and_inner_parts)
 {
-    EXPECT_EQ(rooms_in_circles({{"a", {"b/x.h"}}, {"b", {"a"}}}), (std::set<std::string>{"a", "b"}));
-    EXPECT_EQ(rooms_in_circles({{"a", {"b/x.h"}}, {"b", {"a"}}, {"b/x.h", {}}}), (std::set<std::string>{}));
-    EXPECT_EQ(rooms_in_circles({{"a", {"b"}}, {"b/c", {"a"}}}), (std::set<std::string>{"a", "b/c"}));
+    EXPECT_EQ(parts_in_cycles({{"a", {"b/x.h"}}, {"b", {"a"}}}), (std::set<std::string>{"a", "b"}));
+    EXPECT_EQ(parts_in_cycles({{"a", {"b/x.h"}}, {"b", {"a"}}, {"b/x.h", {}}}), (std::set<std::string>{}));
+    EXPECT_EQ(parts_in_cycles({{"a", {"b"}}, {"b/c", {"a"}}}), (std::set<std::string>{"a", "b/c"}));
 }
 
-TEST(repository, breaks_no_include_rule)
+TEST(repository, does_not_break_an_include_rule)
 {
-    const std::vector<source_t> &sources = whole_repository();
-    EXPECT_GT(sources.size(), 30U) << "the sources were not found";
+    const std::vector<source_t> &sources = repository_sources();
+    EXPECT_GT(sources.size(), 30U) << "too few sources found";
     EXPECT_EQ(broken_rules(sources), strings_t{});
 }
 
-TEST(repository, walls_include_only_c_standard_headers)
+TEST(repository, interfaces_include_only_c_standard_headers)
 {
-    const std::vector<source_t> &sources = whole_repository();
+    const std::vector<source_t> &sources = repository_sources();
     for (const char *folder : {"nox", "integration"})
     {
         for (const std::string &name : library_headers(sources, folder))
@@ -302,7 +302,7 @@ TEST(repository, walls_include_only_c_standard_headers)
 
 TEST(repository, server_and_simulator_include_only_the_standard_library_and_cjson)
 {
-    const std::vector<source_t> &sources = whole_repository();
+    const std::vector<source_t> &sources = repository_sources();
     for (const char *folder : {"application", "simulator"})
     {
         for (const std::string &name : library_headers(sources, folder))
@@ -314,7 +314,7 @@ TEST(repository, server_and_simulator_include_only_the_standard_library_and_cjso
 
 TEST(repository, host_does_not_share_the_json_library_of_the_server)
 {
-    EXPECT_FALSE(library_headers(whole_repository(), "host").contains("cjson/cJSON.h"));
+    EXPECT_FALSE(library_headers(repository_sources(), "host").contains("cjson/cJSON.h"));
 }
 
 } // namespace structure_tests

@@ -1,5 +1,5 @@
 /** @file
- * A program that does nothing: what matters is that it links.
+ * A program that does nothing. The test is whether it links.
  */
 int main()
 {

@@ -1,5 +1,5 @@
-# Checks that programs need exactly the shared libraries that a document lists, and that the licences of these allow
-# programs under any licence.
+# Checks that programs need exactly the shared libraries that a document lists for them, and that the licences of the
+# libraries allow the programs to have any licence.
 #
 # Variables: DOCUMENT, PROGRAMS.
 

@@ -11,10 +11,10 @@
 namespace structure_tests
 {
 
-/** The headers of one folder of the repository, folders below it included, in order. */
+/** The headers of a folder of the repository, including those in subfolders, in order. */
 std::vector<std::filesystem::path> headers_of(const std::string &folder);
 
-/** The content of a file; empty when it cannot be read. */
+/** The content of a file; empty if it cannot be read. */
 std::string text_of(const std::filesystem::path &path);
 
 } // namespace structure_tests

@@ -1,6 +1,6 @@
 /** @file
- * Tests that the headers of the sensor library give each range and default as docs/configuration.schema.json
- * and docs/k330.json do.
+ * Tests that the headers of the sensor library state the same ranges and defaults as
+ * docs/configuration.schema.json and docs/k330.json.
  */
 #include <algorithm>
 #include <filesystem>
@@ -54,7 +54,7 @@ std::string comment_of(const std::string &function)
     return declaration == std::string::npos ? std::string() : headers().substr(begin, declaration - begin);
 }
 
-/** A word of the schema as the headers write it: "PRF" and "15_6_MHz" give "ZET_CONFIG_PRF_15_6_MHZ". */
+/** The enumerator for a value in the schema: "PRF" and "15_6_MHz" give "ZET_CONFIG_PRF_15_6_MHZ". */
 std::string enumerator(const std::string &type, const std::string &word)
 {
     std::string name = "ZET_CONFIG_" + type + "_" + word;
@@ -63,13 +63,13 @@ std::string enumerator(const std::string &type, const std::string &word)
     return name;
 }
 
-/** The type of enumerators that a member has; empty when it is none of words. */
+/** The enumeration of a member; empty if its values are not enumerators. */
 std::string enumeration(const std::string &member)
 {
     return member == "prf" ? "PRF" : member.ends_with("_idle_state") ? "IDLE_STATE" : std::string();
 }
 
-/** Range and default of a member as its comment gives them. */
+/** Range and default of a member in the wording of the comments. */
 std::string range_and_default(const std::string &name, const json &member)
 {
     if (member["type"] == "array")
@@ -87,7 +87,7 @@ std::string range_and_default(const std::string &name, const json &member)
            member["default"].dump() + " by default";
 }
 
-TEST(sensor_ranges, of_the_headers_are_those_of_the_schema)
+TEST(sensor_ranges, in_the_headers_match_the_schema)
 {
     const auto &definitions = schema()["$defs"];
     for (const auto &[name, reference] : definitions["config"]["properties"].items())
@@ -100,7 +100,7 @@ TEST(sensor_ranges, of_the_headers_are_those_of_the_schema)
     }
 }
 
-TEST(sensor_ranges, have_the_words_of_the_schema)
+TEST(sensor_ranges, include_all_enumerators_of_the_schema)
 {
     for (const char *name : {"prf", "inter_frame_idle_state", "inter_sweep_idle_state"})
     {
@@ -113,7 +113,7 @@ TEST(sensor_ranges, have_the_words_of_the_schema)
     }
 }
 
-TEST(sensor_ranges, of_the_headers_are_those_of_the_figures)
+TEST(sensor_ranges, in_the_headers_match_the_figures)
 {
     const json figures = read("k330.json")["figures"];
     EXPECT_THAT(comment_of("zet_config_sweeps_per_frame_set"),

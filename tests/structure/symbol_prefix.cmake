@@ -1,10 +1,11 @@
-# Checks that every symbol that a library exports begins with zet_, to avoid conflicts with symbols of a program.
+# Checks that every symbol that a library exports begins with zet_, to avoid conflicts with other symbols of a
+# program.
 #
 # Variables: NM, LIBRARY.
 
 cmake_minimum_required(VERSION 3.25)
 
-# These names are set by the interface of the backend's neighbours.
+# The interfaces of the backend fix these names.
 set(others
   add_json_[a-z0-9_]+
   convert_hexstr2uint
@@ -20,12 +21,12 @@ string(REGEX MATCHALL "[^\n]+ [TDBRV] " symbols "${output}")
 list(JOIN others "|" others)
 set(count 0)
 foreach(symbol IN LISTS symbols)
-  # Symbols that begin with __ belong to the compiler.
+  # Symbols that begin with __ come from the compiler.
   if(NOT symbol MATCHES "^(zet_|__|(${others})[ (])")
     message(SEND_ERROR "${symbol}does not begin with zet_")
   endif()
   math(EXPR count "${count} + 1")
 endforeach()
 if(count EQUAL 0)
-  message(FATAL_ERROR "${LIBRARY} shows no symbol")
+  message(FATAL_ERROR "${LIBRARY} exports no symbols")
 endif()
