@@ -20,13 +20,13 @@ BOARD_NAME = os.path.basename(BOARD_FOLDER)
 
 
 def read_emulator():
-    """What the emulator needs to know of the board."""
+    """Returns the options of the emulator for the board."""
     with open(os.path.join(BOARD_FOLDER, "emulator.json"), encoding="utf-8") as file:
         return json.load(file)
 
 
 def read_numbers():
-    """The numbers of the board."""
+    """Returns the numbers of the board."""
     with open(os.path.join(BOARD_FOLDER, "board_numbers.h"), encoding="utf-8") as file:
         return {name: int(value) for name, value in re.findall(r"\bBOARD_(\w+) = (\d+),", file.read())}
 
@@ -41,25 +41,25 @@ SETTINGS_MARK = 0x31524E56
 
 @functools.cache
 def symbols(image):
-    """The symbol table of an image with sizes, as text."""
+    """Returns the symbol table of an image, with sizes, as text."""
     return subprocess.run(["arm-none-eabi-nm", "-S", image], capture_output=True, text=True, check=True).stdout
 
 
 def symbol(image, name):
-    """Address and size of a symbol, which is in an unnamed namespace or has a name of C."""
+    """Returns address and size of a symbol, which is in an unnamed namespace or has C linkage."""
     names = rf"(?:_ZN12_GLOBAL__N_1{len(name)}{name}E|{name})"
     found = re.search(rf"^(\w+)(?: (\w+))? \w {names}$", symbols(image), re.MULTILINE)
     return int(found[1], 16), int(found[2] or "0", 16)
 
 
 def free_port():
-    """A TCP port that nobody listens on."""
+    """Returns a TCP port that is not in use."""
     with socket.create_server(("127.0.0.1", 0)) as listener:
         return listener.getsockname()[1]
 
 
 def make_full_pipe(path):
-    """Makes a named pipe that takes nothing; what it returns keeps it open."""
+    """Creates a named pipe that is full. It stays open as long as the returned file."""
     os.mkfifo(path)
     pipe = os.open(path, os.O_RDWR | os.O_NONBLOCK)
     try:
@@ -70,7 +70,9 @@ def make_full_pipe(path):
 
 
 def repeat_until_answered(host, command):
-    """Sends a command; returns its answer. One that arrives while the board restarts is lost, so it is sent again."""
+    """
+    Sends a command until it is answered; returns the answer. A command that arrives while the board restarts is lost.
+    """
     host.command(command)
     while True:
         while not select.select([host.stream.socket], [], [], 1.0)[0]:
@@ -82,15 +84,15 @@ def repeat_until_answered(host, command):
 
 def end_session(board, host, most_live):
     """
-    Ends a session; returns what the board then says of itself. It restarts when more memory than this is in use, as
-    soon as nothing arrives.
+    Ends a session; returns the answer to "identify". If more memory than this is in use, the board restarts as soon
+    as it receives nothing.
     """
     repeat_until_answered(host, "end")
     identity = repeat_until_answered(host, "identify")
     if identity["memory"]["live"] > most_live:
         board.wait_for_log("memory lost")
         identity = repeat_until_answered(host, "identify")
-    # What was repeated in vain is answered before this.
+    # Answers to repeated commands come before the answer to this one.
     host.command("stats")
     while host.answer()[0].get("command") != "stats":
         pass
@@ -98,7 +100,9 @@ def end_session(board, host, most_live):
 
 
 class UnixSocketStream(SocketStream):
-    """Bytes over a socket that is a file. It has room for few single bytes, which is how the emulator sends."""
+    """
+    Bytes over a Unix socket. Its buffer has room for only a few single bytes, and the emulator sends single bytes.
+    """
 
     def __init__(self, path):
         self.socket = socket.socket(socket.AF_UNIX)
@@ -111,28 +115,32 @@ class UnixSocketStream(SocketStream):
 
 
 class Board:
-    """A board with its link on a TCP port, unless it is narrow or serial, in a process that ends with the context."""
+    """An emulated board. Its process ends with the context. The link is a TCP port, unless it is narrow or serial."""
 
-    def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unforeseen_accesses=False,
-                 log_is_taken=True, hurried_time=False, skipped_sleep=False, narrow_link=False, serial_link=False,
+    def __init__(self, image=FIRMWARE, sensors=5, virtual_clock=True, seed=1, unexpected_accesses=False,
+                 log_is_read=True, hurried_time=False, skipped_sleep=False, narrow_link=False, serial_link=False,
                  starts_stopped=False, settings_address=EMULATOR["settings"], boot_image=None):
         """
-        With unforeseen_accesses a program may touch what is not there. With hurried_time every instruction takes 256 ns
-        of the board's time, which this machine executes faster: a wait in a loop is over soon. Sleep takes its time.
-        With skipped_sleep time jumps to the next timer, and sometimes to the one after, whenever the processor sleeps:
-        for tests in which no time matters. A narrow link is soon full when the host takes nothing. A serial link is a
-        pseudo-terminal, and the board starts without a host. One that starts stopped executes nothing before
-        `resume`. Without an address the board has no settings. A boot image, bytes at the begin of the flash, starts
-        in place of the program.
+        unexpected_accesses: the program may access addresses that do not exist.
+        log_is_read: whether the log's port is read; if not, it is full from the start.
+        hurried_time: every instruction takes 256 ns of the board's time, longer than on this machine. A wait in a loop
+            ends sooner; sleep takes real time.
+        skipped_sleep: when the processor sleeps, time jumps to the next timer, and sometimes to the one after it. For
+            tests that do not depend on time.
+        narrow_link: the link is soon full when the host does not read.
+        serial_link: the link is a pseudo-terminal, and the board starts without a host.
+        starts_stopped: the board executes nothing before `resume`.
+        settings_address: where the settings are; None for a board without settings.
+        boot_image: bytes at the beginning of the flash, which start instead of the program.
         """
         self.image = image
-        self.unforeseen_accesses = unforeseen_accesses
+        self.unexpected_accesses = unexpected_accesses
         self.directory = tempfile.TemporaryDirectory()
         self.log_path = os.path.join(self.directory.name, "log")
         self.monitor_path = os.path.join(self.directory.name, "monitor")
         self.link_path = os.path.join(self.directory.name, "link") if narrow_link else None
         self.serial_link = serial_link
-        self.full_pipe = None if log_is_taken else make_full_pipe(self.log_path)
+        self.full_pipe = None if log_is_read else make_full_pipe(self.log_path)
         self.port = free_port()
         self.address = f"tcp:127.0.0.1:{self.port}"
         arguments = ["qemu-system-arm", "-M", EMULATOR["machine"], "-display", "none", "-monitor", "none",
@@ -152,13 +160,13 @@ class Board:
             arguments += self._loaded("settings", settings, settings_address)
         if boot_image is not None:
             arguments += self._loaded("boot_image", boot_image, EMULATOR["code"])
-        # Not a pipe: what an emulator says about unknown devices would fill it up.
+        # Not a pipe: the emulator's reports about unknown devices would fill it.
         self.error_path = os.path.join(self.directory.name, "errors")
         with open(self.error_path, "wb") as errors:
             self.process = subprocess.Popen(arguments, stdout=subprocess.DEVNULL, stderr=errors)
 
     def _link_option(self):
-        """What the emulator makes the link of."""
+        """The emulator's option for the link."""
         if self.serial_link:
             return "pty"
         if self.link_path:
@@ -166,7 +174,7 @@ class Board:
         return f"tcp:127.0.0.1:{self.port},server=on,wait=on,nodelay=on"
 
     def _loaded(self, name, content, address):
-        """Options of the emulator by which the flash has a content beside the image."""
+        """The emulator's options that write additional content into the flash."""
         path = os.path.join(self.directory.name, name)
         with open(path, "wb") as file:
             file.write(content)
@@ -182,17 +190,17 @@ class Board:
         if self.full_pipe:
             self.full_pipe.close()
         self.directory.cleanup()
-        # The emulator reports accesses to registers that do not exist; an abort shows in the exit code.
+        # The emulator reports accesses to registers that do not exist. An abort changes the exit code.
         harmless = ("QEMU waiting for connection", "terminating on signal", "icount sleep disabled and no active timers",
                     *(f"{device}: unimplemented device" for device in EMULATOR["unknown_to_emulator"]))
-        mistakes = [line for line in errors if not any(text in line for text in harmless)]
-        if kind is None and ((mistakes and not self.unforeseen_accesses) or self.process.returncode != 0):
-            raise AssertionError(f"the emulator ended with {self.process.returncode}: {mistakes}")
+        unexpected = [line for line in errors if not any(text in line for text in harmless)]
+        if kind is None and ((unexpected and not self.unexpected_accesses) or self.process.returncode != 0):
+            raise AssertionError(f"the emulator ended with {self.process.returncode}: {unexpected}")
 
     def connect(self, board_listens=True):
-        """Connects a host, once the board listens; the first one starts the board."""
+        """Connects a host when the board listens. The first host starts the board."""
         hosts = []
-        wait_until(lambda: self._try_to_connect(hosts), "the emulator to take a connection")
+        wait_until(lambda: self._try_to_connect(hosts), "the emulator to accept a connection")
         if board_listens:
             wait_until(self._listens, "the board to listen")
         return hosts[0]
@@ -203,7 +211,7 @@ class Board:
         return self.register(INTERRUPTS_ENABLED + 4 * word) >> bit & 1 == 1
 
     def _try_to_connect(self, hosts):
-        """Adds a host to the list; false when the emulator takes no connection yet."""
+        """Adds a host to the list; returns false if the emulator does not accept connections yet."""
         try:
             hosts.append(Host(self._open_link()))
         except (ConnectionRefusedError, FileNotFoundError):
@@ -211,7 +219,7 @@ class Board:
         return True
 
     def _open_link(self):
-        """Opens the link. The address of a serial one is known from then on."""
+        """Opens the link. This sets the address of a serial link."""
         if self.serial_link:
             devices = {device["label"]: device["filename"] for device in self._ask_monitor("query-chardev")}
             path = devices["serial0"].removeprefix("pty:")
@@ -220,46 +228,46 @@ class Board:
         return UnixSocketStream(self.link_path) if self.link_path else SocketStream("127.0.0.1", self.port)
 
     def log(self):
-        """What is on the log's port so far."""
+        """Everything sent to the log's port so far."""
         if not os.path.exists(self.log_path):
             return ""
         with open(self.log_path, encoding="utf-8") as file:
             return file.read()
 
     def errors(self):
-        """What the emulator has reported so far, such as accesses to devices that it does not know."""
+        """Everything the emulator has reported so far, such as accesses to devices that it does not emulate."""
         with open(self.error_path, encoding="utf-8") as file:
             return file.read()
 
     def wait_for_log(self, text):
-        """Waits until a text is on the log's port."""
+        """Waits until a text was sent to the log's port."""
         wait_until(lambda: text in self.log(), f"{text!r} on the log")
 
     def wait_for_restarted_link(self):
-        """Waits until the board has given a host up and discarded its input: what comes from now on is the next one's."""
+        """Waits until the board has disconnected a host and discarded its input, so that the next one can connect."""
         self.wait_for_log("restarting the link")
         wait_until(lambda: self.variable("stalled") & 0xFF == 0, "the restart of the link")
 
     def variable(self, name, offset=0):
-        """A word of a variable of the program: in an unnamed namespace, or with a name of C."""
+        """A word of a variable of the program, which is in an unnamed namespace or has C linkage."""
         return self.register(symbol(self.image, name)[0] + offset)
 
     def register(self, address):
-        """A hardware register, or a word of memory, as the emulator's monitor shows it."""
+        """A hardware register or a word of memory, as the emulator's monitor prints it."""
         return self.words(address, 1)[0]
 
     def words(self, address, count):
-        """Words of memory from an address on."""
+        """Words of memory, starting at an address."""
         shown = self._ask_monitor("human-monitor-command", **{"command-line": f"xp /{count}wx {address:#x}"})
         return [int(word, 16) for word in re.findall(r" 0x([0-9a-f]+)", shown)]
 
     def baudrate(self):
-        """The baud rate of the link, by its divider."""
+        """The baud rate of the link, calculated from its divider."""
         return EMULATOR["baud_clock_hz"] / self.register(int(EMULATOR["baud_divider"], 16))
 
     @contextlib.contextmanager
     def stopped(self):
-        """While the board is stopped no time passes for it."""
+        """Stops the board and its time during the context."""
         self._ask_monitor("stop")
         try:
             yield
@@ -267,11 +275,11 @@ class Board:
             self.resume()
 
     def resume(self):
-        """Lets a board that is stopped go on."""
+        """Continues a stopped board."""
         self._ask_monitor("cont")
 
     def _ask_monitor(self, command, **arguments):
-        """Lets the emulator's monitor execute a command; returns the result."""
+        """Executes a command of the emulator's monitor; returns the result."""
         with socket.socket(socket.AF_UNIX) as monitor, monitor.makefile("rw") as stream:
             monitor.connect(self.monitor_path)
             for request in ({"execute": "qmp_capabilities", "id": "begin"},
@@ -285,7 +293,7 @@ class Board:
         raise AssertionError("the monitor does not answer")
 
     def processor_time(self):
-        """Seconds of the processor that the emulator has used."""
+        """Processor time that the emulator has used, in seconds."""
         with open(f"/proc/{self.process.pid}/stat", encoding="utf-8") as file:
             fields = file.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")

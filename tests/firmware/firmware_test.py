@@ -28,14 +28,14 @@ MAX_BAUDRATE = NUMBERS["LINK_MAX_BAUDRATE"]
 
 
 def error_code(answer):
-    """The code of an answer, which must be an error."""
+    """Returns the code of an answer, which must be an error."""
     if answer["status"] != "error":
-        raise AssertionError(f"no error but {answer}")
+        raise AssertionError(f"expected an error, got {answer}")
     return answer["code"]
 
 
 def frames_of(host, configuration, count):
-    """Configures a session, streams some frames and stops: the metadata and the frames."""
+    """Configures a session, streams some frames and stops; returns the metadata and the frames."""
     metadata = host.ask("configure", configuration=configuration)
     if metadata["status"] != "ok":
         raise AssertionError(metadata)
@@ -49,27 +49,27 @@ def frames_of(host, configuration, count):
 
 
 def in_time(frames):
-    """Whether no frame was delayed, by a busy machine most likely."""
+    """Whether no frame was delayed (usually because the machine is busy)."""
     return not any(item["frame_delayed"] for header, _ in frames for group in header["result_info"] for item in group)
 
 
-def find_the_way_back(host):
-    """Throws away what was sent to another host, up to the answer to `end`."""
+def discard_old_messages(host):
+    """Discards messages that were sent to another host, up to the answer to `end`."""
     host.send(b"\n")
     host.command("end")
     while b'"command":"end"' not in host.line():
         pass
 
 
-def whole_session(host):
-    """A session from configuration to end."""
+def run_session(host):
+    """Runs a session from configuration to end."""
     _, frames = frames_of(host, SMALL, 3)
     assert len(frames[-1][1]) == 80
     assert host.ask("end")["status"] == "ok"
 
 
 class Session(unittest.TestCase):
-    """The main job, beside the port that runs on a PC."""
+    """Sessions, compared with the port for a PC."""
 
     def test_identifies_itself(self):
         with Board(sensors=3, virtual_clock=False) as board, board.connect() as host:
@@ -84,7 +84,7 @@ class Session(unittest.TestCase):
             self.assertEqual(identity["memory"]["failures"], 0)
             self.assertGreater(identity["stack"]["peak"], 0)
 
-    def test_measures_as_the_port_on_a_pc_does(self):
+    def test_measures_the_same_as_the_port_for_a_pc(self):
         frame_count = campaign(200, 40)
         configuration = example("two_sensors.json")
         with Board(virtual_clock=True, seed=7) as board, board.connect() as host, \
@@ -100,10 +100,10 @@ class Session(unittest.TestCase):
             second, frames = frames_of(host, again, 20)
             self.assertEqual(second["calibration_info"], first["calibration_info"])
             pc_again = {**configuration, "calibration_info": pc_first["calibration_info"]}
-            # How many frames were on their way at the stop differs, and with it the time of the second session.
+            # The number of frames sent before the stop may differ, and with it the time of the second session.
             self.compare(second, frames, *frames_of(pc_host, pc_again, 20), with_ticks=False)
 
-    def test_measures_in_real_time_as_the_port_on_a_pc_does(self):
+    def test_measures_the_same_as_the_port_for_a_pc_in_real_time(self):
         configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 40, "frame_rate": 4}}]]}
         with Board(virtual_clock=False, seed=3) as board, board.connect() as host, \
                 Server("--tcp", "0", "--seed", "3", "--sensors", "5") as server, server.connect() as pc_host:
@@ -114,10 +114,10 @@ class Session(unittest.TestCase):
                 if all(in_time(frames) for _, frames in sessions):
                     self.compare(*sessions[0], *sessions[1], with_ticks=False)
                     return
-        self.fail("there was no session in time")
+        self.fail("every session had a delayed frame")
 
     def compare(self, metadata, frames, pc_metadata, pc_frames, with_ticks=True):
-        """Two sessions are the same."""
+        """Expects two sessions to be the same."""
         self.assertEqual(metadata["metadata"], pc_metadata["metadata"])
         self.assertEqual(len(frames), len(pc_frames))
         for (header, payload), (pc_header, pc_payload) in zip(frames, pc_frames):
@@ -130,12 +130,12 @@ class Session(unittest.TestCase):
             self.assertGreater(max(samples), 100, "there is no signal")
             self.assertEqual(samples, pc_samples)
 
-    def test_keeps_the_pace_on_its_own_clock(self):
+    def test_keeps_the_frame_rate_on_its_own_clock(self):
         with Board(virtual_clock=False) as board, board.connect() as host:
             check_server_paced(host, SMALL, 50, 30)
 
     def test_sleeps_when_there_is_nothing_to_do(self):
-        # An emulator whose board sleeps takes at most 0.02 s of the processor in each of the two windows.
+        # While the board sleeps, the emulator uses at most 0.02 s of processor time in each of the two intervals.
         with Board(virtual_clock=False) as board, board.connect() as host:
             host.ask("identify")
             before = board.processor_time()
@@ -180,12 +180,12 @@ class Session(unittest.TestCase):
         if shell == 0:
             os.execlp("bash", "bash", "--norc", "-ic", f"{EMULATE_BOARD} {port} {BOARD_NAME} {FIRMWARE} & wait")
         try:
-            wait_until(lambda: self.identifies_itself_at(port), "an answer")
+            wait_until(lambda: self.answers_at(port), "an answer")
         finally:
             os.close(terminal)  # hangs up, which ends shell and board
             os.waitpid(shell, 0)
 
-    def test_the_script_refuses_what_it_cannot_emulate(self):
+    def test_the_script_refuses_boards_that_it_cannot_emulate(self):
         with socket.create_server(("127.0.0.1", 0)) as listener:
             for arguments, code, message in (
                     (("70000",), 2, 'PORT is "70000"; use a number from 1 to 65535.\nusage: '),
@@ -199,13 +199,13 @@ class Session(unittest.TestCase):
                 self.assertEqual((refused.returncode, refused.stdout), (code, ""), arguments)
                 self.assertIn(message, refused.stderr)
 
-    def test_the_script_explains_itself(self):
+    def test_the_script_prints_its_usage(self):
         shown = subprocess.run([EMULATE_BOARD, "--help"], capture_output=True, text=True, timeout=TIME_OUT, check=True)
         self.assertIn("usage: scripts/emulate-board [PORT [BOARD [IMAGE]]]\n", shown.stdout)
         self.assertIn("BOARD is mps2_an386 or netduinoplus2,", shown.stdout)
 
-    def identifies_itself_at(self, port):
-        """Whether a board answers at a TCP port."""
+    def answers_at(self, port):
+        """Whether a board answers on a TCP port."""
         try:
             stream = SocketStream("127.0.0.1", port)
         except ConnectionRefusedError:
@@ -216,7 +216,7 @@ class Session(unittest.TestCase):
 
 
 class Errors(unittest.TestCase):
-    """What goes wrong is told, and the board goes on."""
+    """Errors are reported, and the board continues to work."""
 
     def test_bad_input(self):
         with Board() as board, board.connect() as host:
@@ -228,7 +228,7 @@ class Errors(unittest.TestCase):
                                (b'{"command":"stop"}\n', "wrong_state")):
                 host.send(line)
                 self.assertEqual(error_code(host.message()[0]), code, line[:20])
-            whole_session(host)
+            run_session(host)
 
     def test_a_number_of_any_length(self):
         with Board() as board, board.connect() as host:
@@ -237,7 +237,7 @@ class Errors(unittest.TestCase):
                       + b',"groups":[[{"sensor_id":1,"config":{}}]]}}\n')
             self.assertEqual(host.message()[0]["tick_period"], 20000)
 
-    def test_a_host_that_goes_away_and_comes_back(self):
+    def test_a_host_that_disconnects_and_connects_again(self):
         with Board(virtual_clock=False) as board:
             with board.connect() as host:
                 host.ask("configure", configuration={**SMALL, "update_rate": 100})
@@ -246,15 +246,15 @@ class Errors(unittest.TestCase):
             self.find_again(board)
 
     def find_again(self, board):
-        """A new host finds the board in a stream, and serves itself of it."""
+        """A new host connects to a board that still streams, and uses it."""
         identity = subprocess.run([VANTOR, "identify", "--connect", board.address], capture_output=True, text=True,
                                   timeout=TIME_OUT, check=False)
         self.assertEqual(identity.returncode, 0, identity.stderr)
         with board.connect() as host:
-            whole_session(host)
+            run_session(host)
 
-    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its host takes nothing")
-    def test_a_host_that_takes_nothing(self):
+    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its host does not read")
+    def test_a_host_that_does_not_read(self):
         with Board(virtual_clock=False, hurried_time=True, narrow_link=True) as board:
             with board.connect() as host:
                 configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 2000}}]]}
@@ -262,17 +262,17 @@ class Errors(unittest.TestCase):
                 host.command("start")
                 board.wait_for_restarted_link()
             with board.connect() as host:
-                find_the_way_back(host)
-                whole_session(host)
+                discard_old_messages(host)
+                run_session(host)
 
-    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while nobody takes its log")
-    def test_a_log_that_nobody_takes(self):
-        with Board(log_is_taken=False, virtual_clock=False) as board, board.connect() as host:
+    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its log is not read")
+    def test_a_log_that_is_not_read(self):
+        with Board(log_is_read=False, virtual_clock=False) as board, board.connect() as host:
             for _ in range(3):
                 bad = {"groups": [[{"sensor_id": 1, "config": {"nonsense": 1}}]]}
                 self.assertEqual(host.ask("configure", configuration=bad)["status"], "error")
                 self.assertEqual(host.ask("end")["status"], "ok")
-            whole_session(host)
+            run_session(host)
 
     def test_more_input_than_fits_while_it_is_busy(self):
         with Board(virtual_clock=False) as board, board.connect() as host:
@@ -292,32 +292,32 @@ class Errors(unittest.TestCase):
                     host.command("end")
             codes = {answer.get("code", "ok") for answer in answers}
             self.assertLessEqual(codes, {"ok", "bad_json", "trailing_text"})
-            self.assertTrue(codes & {"bad_json", "trailing_text"}, "nothing was lost")
-            # Answers to what was sent before may still come.
+            self.assertTrue(codes & {"bad_json", "trailing_text"}, "no input was lost")
+            # Answers to earlier commands may still arrive.
             host.send(b"\n")
             host.command("identify")
             while host.answer()[0].get("command") != "identify":
                 pass
 
-    def test_commands_that_come_together_are_executed_together(self):
+    def test_commands_that_arrive_together_are_executed_together(self):
         with Board(virtual_clock=False) as board, board.connect() as host:
             configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20, "frame_rate": 2}}]]}
             self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
             host.command("start")
             host.message()
             host.message()
-            # Everything has been sent before the board goes on.
+            # Send all commands before the board continues.
             with board.stopped():
                 host.send(b'{"command":"ping"}\n' * 20 + b'{"command":"stop"}\n')
                 wait_until(lambda: host.stream.unsent() == 0, "the commands to arrive")
             messages = [host.message()[0] for _ in range(22)]
-            self.assertEqual(messages[-1].get("command"), "stop", "more than one frame came before the last answer")
+            self.assertEqual(messages[-1].get("command"), "stop", "more than one frame was sent before the last answer")
 
     def wait_for_baudrate(self, board, baudrate):
         """Waits until the board has set the baud rate of the link."""
         wait_until(lambda: round(board.baudrate() / baudrate, 1) == 1, f"{baudrate} baud")
 
-    def test_a_changed_baud_rate_is_taken_back_without_a_ping(self):
+    def test_a_changed_baud_rate_falls_back_without_a_ping(self):
         with Board(virtual_clock=False) as board, board.connect() as host:
             self.assertEqual(host.ask("baudrate", baudrate=MAX_BAUDRATE)["status"], "ok")
             self.wait_for_baudrate(board, MAX_BAUDRATE)
@@ -327,22 +327,22 @@ class Errors(unittest.TestCase):
             self.assertEqual(host.ask("baudrate", baudrate=MAX_BAUDRATE)["status"], "ok")
             self.wait_for_baudrate(board, MAX_BAUDRATE)
             self.wait_for_baudrate(board, 921600)
-            whole_session(host)
+            run_session(host)
             self.assertEqual(error_code(host.ask("baudrate", baudrate=MAX_BAUDRATE + 1)), "bad_argument")
 
-    def test_a_baud_rate_that_cannot_be_made_is_refused(self):
+    def test_an_impossible_baud_rate_is_refused(self):
         with Board(virtual_clock=False) as board, board.connect() as host:
-            # Halfway between the two smallest dividers, where the port goes so high.
+            # Halfway between the two smallest dividers, if the port allows such a high rate.
             halfway = EMULATOR["baud_clock_hz"] * 2 // 33
             for baudrate in (1, halfway) if halfway <= MAX_BAUDRATE else (1,):
                 answer = host.ask("baudrate", baudrate=baudrate)
                 self.assertEqual(error_code(answer), "bad_argument")
                 self.assertIn("baud", answer["message"])
             self.assertEqual(round(board.baudrate() / START_BAUDRATE, 1), 1)
-            whole_session(host)
+            run_session(host)
 
-    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its host takes nothing")
-    def test_a_host_that_takes_nothing_at_another_baud_rate(self):
+    @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its host does not read")
+    def test_a_host_that_does_not_read_at_another_baud_rate(self):
         with Board(virtual_clock=False, hurried_time=True, narrow_link=True) as board, board.connect() as host:
             configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 2000}}]]}
             self.assertEqual(host.ask("baudrate", baudrate=921600)["status"], "ok")
@@ -352,31 +352,31 @@ class Errors(unittest.TestCase):
             board.wait_for_log("restarting the link")
             begin = board.variable("last_count")
             self.wait_for_baudrate(board, START_BAUDRATE)
-            # The board does not wait for the host once more.
+            # The board must not wait for the host again.
             self.assertLess((board.variable("last_count") - begin) % 2**32, 3_000_000)
 
 
 class Faults(unittest.TestCase):
-    """A mistake of the program is reported, and the board starts anew."""
+    """A fault of the program is reported, and the board restarts."""
 
-    mistakes = (
+    faults = (
         ("write through null", "memory fault", "address 00000000"),
         ("read of a member through null", "memory fault", "address 000003f0"),
         ("write to code", "memory fault", f"address {int(EMULATOR['code'], 16) + 0x1000:08x}"),
-        ("memory that is not there", "memory fault", f"address {int(EMULATOR['memory_end'], 16):08x}"),
+        ("access beyond the memory", "memory fault", f"address {int(EMULATOR['memory_end'], 16):08x}"),
         ("execution of data", "memory fault", "pc 2000"),
         ("division by zero", "usage fault", "cfsr 02000000"),
         ("endless recursion", "memory fault", "stack exhausted"),
-        ("endless recursion of a handler", "memory fault", "stack exhausted"),
+        ("endless recursion in a handler", "memory fault", "stack exhausted"),
         ("interrupt without a handler", "unexpected exception 47 (interrupt 31)", "pc "),
         ("supervisor call without a handler", "unexpected exception 11", "pc "),
     )
 
     def faulty_board(self, number):
-        return Board(image=FAULTY_FIRMWARE, seed=number, unforeseen_accesses=True)
+        return Board(image=FAULTY_FIRMWARE, seed=number, unexpected_accesses=True)
 
-    def test_mistakes_are_reported(self):
-        for number, (name, exception, detail) in enumerate(self.mistakes):
+    def test_faults_are_reported(self):
+        for number, (name, exception, detail) in enumerate(self.faults):
             with self.subTest(name), self.faulty_board(number) as board, board.connect(False):
                 wait_until(lambda board=board: board.log().count("started") > 2, "the second restart")
                 started, report, restarted = board.log().splitlines()[:3]
@@ -388,36 +388,36 @@ class Faults(unittest.TestCase):
                 self.assertEqual(restarted, f"info: test: started, fault, {retained}")
 
     def test_a_fault_in_the_report_of_a_fault_in_a_handler(self):
-        with self.faulty_board(len(self.mistakes)) as board, board.connect(False):
+        with self.faulty_board(len(self.faults)) as board, board.connect(False):
             wait_until(lambda: board.log().count("started") > 2, "the second restart")
             _, *restarted = board.log().splitlines()[:3]
             for line in restarted:
                 self.assertRegex(line, "^info: test: started, fault, memory fault, .*, address 00000000, pc .*, lr ")
 
     def test_a_program_that_returns_is_started_again(self):
-        with self.faulty_board(len(self.mistakes) + 1) as board, board.connect(False):
+        with self.faulty_board(len(self.faults) + 1) as board, board.connect(False):
             wait_until(lambda: board.log().count("started") > 2, "the second restart")
 
 
 class Memory(unittest.TestCase):
-    """Memory and stack run out without harm."""
+    """Sessions that run out of memory or stack do no harm."""
 
     def setUp(self):
         self.board = self.enterContext(Board())
         self.host = self.enterContext(self.board.connect())
-        whole_session(self.host)
+        run_session(self.host)
         self.at_rest = self.host.ask("identify")["memory"]
 
     def assert_at_rest(self):
-        """All memory has been given back, in one piece again."""
+        """Expects all memory to be freed, in one block."""
         memory = self.host.ask("identify")["memory"]
         self.assertEqual(memory["live"], self.at_rest["live"])
         self.assertEqual(memory["largest_free"], self.at_rest["largest_free"])
 
     def assert_at_rest_after(self, answer):
-        """The same after a session that ended with this answer."""
+        """Expects the same after a session that ended with this answer."""
         if answer.get("code") == "metadata_failed":
-            # What was built of the description of a calibration is lost; that is known and bounded.
+            # A partly built calibration entry is leaked. This is a known leak of limited size.
             memory = self.host.ask("identify")["memory"]
             self.assertLess(memory["live"], self.at_rest["live"] + 1024)
             self.at_rest = memory
@@ -432,8 +432,8 @@ class Memory(unittest.TestCase):
             failures += answer["status"] == "error"
             self.host.ask("end")
             self.assert_at_rest_after(answer)
-            whole_session(self.host)
-        self.assertGreater(failures, 0, "no document exhausted the memory")
+            run_session(self.host)
+        self.assertGreater(failures, 0, "no document was too large for the memory")
         self.assertGreater(self.host.ask("identify")["memory"]["failures"], before)
 
     def test_more_items_than_fit(self):
@@ -450,12 +450,12 @@ class Memory(unittest.TestCase):
                 self.assertTrue(header["status"] == "error" or len(payload) == 4 * 700 * 5 * groups)
             self.host.ask("end")
             self.assert_at_rest()
-            whole_session(self.host)
-        self.assertGreater(failures, 0, "no session exhausted the memory")
-        self.assertGreater(successes, 0, "not even one group fits")
+            run_session(self.host)
+        self.assertGreater(failures, 0, "no session was too large for the memory")
+        self.assertGreater(successes, 0, "not even one group fits into the memory")
 
     def test_memory_that_runs_out_at_every_point_of_a_session(self):
-        # Each session takes a little more, so that allocation after allocation fails first.
+        # Each session needs a little more memory, so that each time another allocation is the first to fail.
         outcomes = []
         for points in range(1650, 2500, campaign(20, 60)):
             items = [{"sensor_id": i + 1, "config": {"num_points": points}} for i in range(5)]
@@ -468,9 +468,9 @@ class Memory(unittest.TestCase):
             self.assert_at_rest_after(answer)
         self.assertIn("ok", outcomes)
         self.assertGreater(len(set(outcomes)), 2, outcomes)
-        whole_session(self.host)
+        run_session(self.host)
 
-    def test_the_board_restarts_when_too_much_memory_was_lost(self):
+    def test_the_board_restarts_when_too_much_memory_is_leaked(self):
         points, lost = 2100, 0
         board = self.host.ask("identify")["board"]
         self.assertEqual((board["name"], board["reset_cause"]), (BOARD_NAME, "power on"))
@@ -481,13 +481,13 @@ class Memory(unittest.TestCase):
             live = end_session(self.board, self.host, most_live)["memory"]["live"] - self.at_rest["live"]
             if "memory lost" in self.board.log():
                 break
-            # What is lost already lets other sessions run out of memory while they are described.
+            # Because of earlier leaks, other sessions also run out of memory while the metadata is built.
             points -= 4 if answer["status"] == "error" and live == lost else 0
             points += 20 if answer["status"] == "ok" else 0
             lost = live
         self.assertGreater(lost, NUMBERS["TOLERATED_LOSS"] / 2)
         self.assertIn("warning: board: memory lost", self.board.log())
-        whole_session(self.host)
+        run_session(self.host)
         identity = self.host.ask("identify")
         self.assertEqual(identity["memory"]["live"], self.at_rest["live"])
         self.assertEqual(identity["board"]["reset_cause"], "memory lost")
@@ -503,9 +503,9 @@ class Memory(unittest.TestCase):
         memory = self.host.ask("identify")["memory"]
         self.assertEqual(memory, {**self.at_rest, "peak": memory["peak"]})
 
-    def test_the_deepest_document_leaves_stack(self):
-        whole_session(self.host)
-        # 16 levels with the command and the configuration, and everything that takes stack on its way.
+    def test_the_deepest_document_does_not_use_all_of_the_stack(self):
+        run_session(self.host)
+        # 16 levels including the command and the configuration, and all features that use stack.
         deepest = "[" * 14 + "1" + "]" * 14
         self.host.send(('{"command":"configure","configuration":{"ignored":' + deepest
                         + ',"update_rate":33.333333333333336,"enable_log":"DEBUG",'

@@ -1,28 +1,28 @@
-"""Instructions of a frame message on an emulated board, against their bounds and the table in the documents."""
+"""Counts the instructions of a frame message on an emulated board; compares them with limits and with the document."""
 
 import json
 import subprocess
 import sys
 
-from footprint import shows
+from footprint import contains
 
-# Most instructions of a message by number of items, without clear-channel assessment and with it.
+# Limits of the instructions of a message by number of items, without clear-channel assessment and with it.
 BOUNDS = {False: {1: 6500, 5: 17000, 10: 35000, 50: 145000}, True: {1: 10000, 5: 30000, 10: 60000, 50: 250000}}
 
-# Most instructions of the metadata of 50 items, and of the text of any float.
+# Limits of the instructions of the metadata of 50 items, and of the text of any float.
 METADATA_BOUND = 350000
 FLOAT_BOUND = 900
 
 
 def count(command):
-    """The counts of one run of the benchmark image: of every session, and of the text of a float."""
+    """Runs the benchmark image once; returns the counts of every session and of the text of a float."""
     run = subprocess.run(command, capture_output=True, text=True, timeout=200, check=True)
     *sessions, floats = (json.loads(line) for line in run.stdout.splitlines())
     return sessions, floats["float_text"]
 
 
 def table(counts):
-    """The counts as the document shows them."""
+    """The counts as a table, as in the document."""
     sessions, longest_float = counts
     lines = ["| items | message | by hand | complete frame | allocations | metadata |", "|---:|---:|---:|---:|---:|---:|"]
     lines += [f"| {c['items']}{' assessed' if c['assessed'] else ''} | {c['message']:,} | {c['by_hand']:,} "
@@ -31,7 +31,7 @@ def table(counts):
 
 
 def faults_of(sessions, bounds):
-    """What is wrong with the counts of sessions that differ in the number of items only."""
+    """Lists what is wrong with the counts of sessions that differ only in the number of items."""
     faults = [f"{c['items']} items take more than {bounds[c['items']]} instructions" for c in sessions
               if c["message"] > bounds[c["items"]]]
     if [c["items"] for c in sessions] != list(bounds):
@@ -43,12 +43,12 @@ def faults_of(sessions, bounds):
 
 
 def check(command, document_path):
-    """Prints the table and what is wrong with the counts; returns the exit code."""
+    """Prints the table and the errors in the counts; returns the exit code."""
     counts = count(command)
     print(table(counts))
     faults = []
     if count(command) != counts:
-        faults.append("two runs differ")
+        faults.append("two runs have different counts")
     sessions, longest_float = counts
     for assessed, bounds in BOUNDS.items():
         faults += faults_of([c for c in sessions if c["assessed"] == assessed], bounds)
@@ -56,8 +56,8 @@ def check(command, document_path):
         faults.append(f"metadata takes more than {METADATA_BOUND} instructions")
     if longest_float > FLOAT_BOUND:
         faults.append(f"the text of a float takes more than {FLOAT_BOUND} instructions")
-    if not shows(document_path, table(counts)):
-        faults.append(f"{document_path} does not show this table: put it there")
+    if not contains(document_path, table(counts)):
+        faults.append(f"{document_path} does not contain this table; copy it into the document")
     for fault in faults:
         print(fault, file=sys.stderr)
     return 1 if faults else 0

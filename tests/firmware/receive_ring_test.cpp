@@ -1,5 +1,5 @@
 /** @file
- * Tests of the ring between the receive interrupt and the program.
+ * Tests of the ring buffer between the receive interrupt and the program.
  */
 #include "receive_ring.h"
 
@@ -28,7 +28,7 @@ std::string read(ring_t &ring, size_t size = 100)
     return bytes;
 }
 
-TEST(receive_ring, gives_what_came_in_its_order_round_after_round)
+TEST(receive_ring, returns_bytes_in_order_also_after_wraps)
 {
     ring_t ring;
     EXPECT_TRUE(ring.is_empty());
@@ -50,7 +50,7 @@ TEST(receive_ring, marks_a_loss_with_one_zero_byte)
         take(ring, "1234567");
         take(ring, "lost and lost");
         EXPECT_EQ(read(ring, 1), "1");
-        take(ring, "lost, since the last place is for the mark");
+        take(ring, "lost: the last place is reserved for the mark");
         EXPECT_EQ(read(ring, 1), "2");
         take(ring, "x");
         EXPECT_EQ(read(ring), std::string("34567\0x", 7));
@@ -68,7 +68,7 @@ TEST(receive_ring, marks_every_loss)
                                       8));
 }
 
-TEST(receive_ring, discards_what_was_not_read)
+TEST(receive_ring, discards_unread_bytes)
 {
     ring_t ring;
     take(ring, "12345");

@@ -1,13 +1,13 @@
-"""What the firmware costs: code and memory of each part, and the memory of sensors, items and sessions."""
+"""The footprint of the firmware: code and memory of each part, and the memory of sensors, items and sessions."""
 
 import re
 import sys
 
 from emulated_board import FIRMWARE, Board
-from footprint import shows
+from footprint import contains
 from vantor_process import example
 
-# Parts of the image, by where an object file comes from; the first that matches counts.
+# Parts of the image, by the path of the object file. The first match is used.
 PARTS = (
     ("backend", r"libzet_vantor_server_system_k330\.a"),
     ("JSON, numbers, messages", r"libzet_common\.a"),
@@ -20,22 +20,22 @@ PARTS = (
     ("C library, compiler support", r""),
 )
 
-# The linker merges equal strings of all parts, so these sections belong to no single part.
+# The linker merges identical strings of all parts. Its map does not list their origin.
 MERGED_TEXTS = r"\.rodata\S*\.str\d+\.\d+$"
 
 SECTIONS = (".vectors", ".text", ".ARM.exidx", ".data", ".bss", ".retained", ".stacks", ".heap")
 
 
 def section_kind(output_section):
-    """The column of an output section."""
+    """Returns the column of an output section."""
     return {".data": "data", ".bss": "bss", ".retained": "bss", ".stacks": "bss", ".heap": "bss"}.get(output_section, "text")
 
 
 def sizes_of_parts(map_path):
-    """Bytes of text, data and bss of each part, from the linker's map."""
+    """Returns bytes of text, data and bss of each part, from the linker's map."""
     with open(map_path, encoding="utf-8") as file:
         text = file.read().partition("Linker script and memory map")[2]
-    # A long name stands on a line of its own.
+    # A long name is on a separate line.
     text = re.sub(r"\n( ?\.\S+)\n +0x", r"\n\1 0x", text)
     sizes = {name: {"text": 0, "data": 0, "bss": 0} for name, _ in PARTS}
     output_section = None
@@ -56,12 +56,12 @@ def sizes_of_parts(map_path):
 
 
 def live(host):
-    """Bytes of the heap in use."""
+    """Returns bytes of the heap in use."""
     return host.ask("identify")["memory"]["live"]
 
 
 def configured(host, groups):
-    """Bytes of the heap in use while a session is configured."""
+    """Returns bytes of the heap in use while a session is configured."""
     answer = host.ask("configure", configuration={"groups": groups})
     assert answer["status"] == "ok", answer
     bytes_in_use = live(host)
@@ -70,7 +70,7 @@ def configured(host, groups):
 
 
 def memory_of_sessions():
-    """Bytes of the heap that a sensor position, a session, an item and the example take."""
+    """Returns bytes of the heap for a sensor position, a session, an item and the example."""
     at_rest = {}
     for sensors in (1, 2):
         with Board(sensors=sensors) as board, board.connect() as host:
@@ -103,14 +103,14 @@ def memory_of_sessions():
 
 
 def rows(table):
-    """Rows of a table of parts, with their sum."""
+    """Returns rows of a table of parts, with their sum."""
     total = {kind: sum(sizes[kind] for sizes in table.values()) for kind in ("text", "data", "bss")}
     return [f"| {name} | {sizes['text']:,} | {sizes['data']:,} | {sizes['bss']:,} |"
             for name, sizes in [*table.items(), ("total", total)]]
 
 
 def table():
-    """The tables as the document shows them."""
+    """Returns the tables, as in the document."""
     parts = sizes_of_parts(re.sub(r"\.elf$", ".map", FIRMWARE))
     heap = memory_of_sessions()
     static = sum(sizes["data"] + sizes["bss"] for sizes in parts.values()) - parts["heap"]["bss"]
@@ -122,12 +122,12 @@ def table():
 
 
 def check(document_path):
-    """Prints the tables; says whether the document shows them."""
+    """Prints the tables and whether the document contains them; returns the exit code."""
     tables = table()
     print(tables)
-    if shows(document_path, tables):
+    if contains(document_path, tables):
         return 0
-    print(f"{document_path} does not show these tables: put them there.", file=sys.stderr)
+    print(f"{document_path} does not contain these tables; copy them into it.", file=sys.stderr)
     return 1
 
 

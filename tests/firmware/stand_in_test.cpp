@@ -1,6 +1,6 @@
 /** @file
- * Tests of the stand-in for the sensor library: it refuses and counts every broken contract, and nothing
- * else.
+ * Tests of the stand-in for the sensor library: it refuses and counts every contract violation, and only
+ * those.
  */
 #include "stand_in.h"
 
@@ -27,7 +27,7 @@
 namespace
 {
 
-/** The board: what the stand-in did to it, and how it misbehaves. */
+/** The board: records how the stand-in uses it, and can misbehave. */
 struct board_t
 {
     std::set<zet_sensor_id_t> pending; /**< interrupts that were not taken */
@@ -39,7 +39,7 @@ struct board_t
     size_t word_transfers = 0;
     size_t longest = 0; /**< in bytes */
     std::vector<uint8_t> sent;
-    void *spare = nullptr; /**< freed memory that the next allocation gives out again */
+    void *spare = nullptr; /**< freed memory that the next allocation returns again */
     bool is_keeping_spare = false;
     int overrun =
         0; /**< offset from the end, or below 0 from the start, at which a transfer writes one byte more */
@@ -121,14 +121,14 @@ void switch_off(zet_sensor_id_t sensor_id)
     stand_in_note_supply(sensor_id, false);
 }
 
-/** Resets a sensor by its enable line. */
+/** Resets a sensor with its enable line. */
 void reset(zet_sensor_id_t sensor_id)
 {
     stand_in_note_enable(sensor_id, false);
     stand_in_note_enable(sensor_id, true);
 }
 
-/** Checks that a call broke one contract and that a text says which. */
+/** Expects a call to cause one contract violation, whose text contains @p text. */
 #define EXPECT_REFUSED(call, text)                                                                           \
     do                                                                                                       \
     {                                                                                                        \
@@ -138,7 +138,7 @@ void reset(zet_sensor_id_t sensor_id)
         EXPECT_NE(std::string(stand_in_last_violation).find(text), std::string::npos)                        \
             << stand_in_last_violation;                                                                      \
         ASSERT_FALSE(board.errors.empty());                                                                  \
-        EXPECT_EQ(board.errors.back(), "contract broken: " + std::string(stand_in_last_violation));          \
+        EXPECT_EQ(board.errors.back(), "contract violation: " + std::string(stand_in_last_violation));       \
     } while (false)
 
 class stand_in : public testing::Test
@@ -150,7 +150,8 @@ protected:
         stand_in_reset();
     }
 
-    /** Registers the board, switches the sensor on and makes a session of one item that can be prepared. */
+    /** Registers the board, switches the sensor on and creates a session with one item, ready to be prepared.
+     */
     void begin(zet_sensor_id_t sensor_id = 1)
     {
         ASSERT_TRUE(zet_nox_hal_register(&record));
@@ -166,7 +167,7 @@ protected:
         ASSERT_EQ(stand_in_violations, 0U) << stand_in_last_violation;
     }
 
-    /** Fits the buffer to the configuration. */
+    /** Allocates the buffer for the configuration. */
     void resize()
     {
         uint32_t size = 0;
@@ -181,7 +182,7 @@ protected:
         return zet_sensor_calibrate(sensor, complete, &calibration, buffer.data(), buffer_size);
     }
 
-    /** Calibrates the sensor without the reset that must follow. */
+    /** Calibrates the sensor, without the required reset. */
     void run_calibration()
     {
         bool complete = false;
@@ -212,7 +213,7 @@ protected:
         return zet_sensor_read(sensor, buffer.data(), buffer_size);
     }
 
-    /** Takes the sensor's interrupt. */
+    /** Handles the sensor's interrupt. */
     void wait()
     {
         EXPECT_EQ(board.pending.erase(id), 1U);
@@ -282,7 +283,7 @@ TEST_F(stand_in, runs_a_correct_session)
     EXPECT_EQ(stand_in_violations, 0U) << stand_in_last_violation;
 }
 
-TEST_F(stand_in, counts_frames_over_prepares)
+TEST_F(stand_in, continues_to_count_frames_after_a_prepare)
 {
     begin();
     for (uint32_t frame = 0; frame < 3; ++frame)
@@ -350,7 +351,7 @@ TEST_F(stand_in, needs_a_complete_record)
     EXPECT_REFUSED(EXPECT_EQ(zet_config_create(), nullptr), "no board is registered");
 }
 
-TEST_F(stand_in, refuses_numbers_that_do_not_exist)
+TEST_F(stand_in, refuses_numbers_out_of_range)
 {
     begin();
     zet_config_t *const c = config;
@@ -370,7 +371,7 @@ TEST_F(stand_in, refuses_numbers_that_do_not_exist)
     end();
 }
 
-TEST_F(stand_in, judges_configurations_without_a_violation)
+TEST_F(stand_in, invalid_configurations_are_not_a_violation)
 {
     begin();
     uint32_t size = 7;
@@ -383,7 +384,7 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     EXPECT_FALSE(is_valid());
     zet_config_subsweep_start_point_set(config, 3684, 3);
     EXPECT_TRUE(is_valid());
-    // Its last point is too far for the default prf.
+    // The last point is too far for the default prf.
     zet_config_subsweep_start_point_set(config, 3685, 3);
     EXPECT_FALSE(is_valid());
     zet_config_subsweep_prf_set(config, ZET_CONFIG_PRF_13_0_MHZ, 3);
@@ -393,7 +394,7 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     zet_config_num_subsweeps_set(config, 1);
     zet_config_sweeps_per_frame_set(config, 0);
     EXPECT_FALSE(is_valid());
-    // 410 times 40 points are too many.
+    // 410 times 40 points is too much.
     zet_config_sweeps_per_frame_set(config, 410);
     EXPECT_FALSE(is_valid());
     zet_config_sweeps_per_frame_set(config, 409);
@@ -419,7 +420,7 @@ TEST_F(stand_in, judges_configurations_without_a_violation)
     end();
 }
 
-TEST_F(stand_in, describes_the_frames_of_a_configuration)
+TEST_F(stand_in, returns_the_metadata_of_a_configuration)
 {
     begin();
     EXPECT_EQ(buffer_size, 16U + 120 * 4 + 8);
@@ -476,7 +477,7 @@ TEST_F(stand_in, refuses_handles_that_are_not_alive)
     EXPECT_EQ(board.live, 0U);
 }
 
-TEST_F(stand_in, gives_one_handle_of_an_existing_sensor)
+TEST_F(stand_in, returns_only_one_handle_of_each_sensor)
 {
     begin();
     EXPECT_REFUSED(EXPECT_EQ(zet_sensor_create(0), nullptr), "there is no sensor 0");
@@ -489,17 +490,18 @@ TEST_F(stand_in, gives_one_handle_of_an_existing_sensor)
     end();
 }
 
-TEST_F(stand_in, refuses_places_that_are_null)
+TEST_F(stand_in, refuses_null_pointers_for_results)
 {
     begin();
     ASSERT_TRUE(prepare());
     read_frame();
-    EXPECT_REFUSED(EXPECT_FALSE(zet_nox_get_buffer_size(config, nullptr)), "place for the size");
-    EXPECT_REFUSED(EXPECT_EQ(zet_processing_create(config, nullptr), nullptr), "place for the metadata");
-    EXPECT_REFUSED(zet_processing_execute(processing, buffer.data(), nullptr), "place for the result");
+    EXPECT_REFUSED(EXPECT_FALSE(zet_nox_get_buffer_size(config, nullptr)), "pointer to the size");
+    EXPECT_REFUSED(EXPECT_EQ(zet_processing_create(config, nullptr), nullptr), "pointer to the metadata");
+    EXPECT_REFUSED(zet_processing_execute(processing, buffer.data(), nullptr), "pointer to the result");
     EXPECT_REFUSED(EXPECT_FALSE(zet_processing_cca_check(processing, buffer.data(), nullptr)),
-                   "place for the value");
-    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_get_cal_info(&calibration, nullptr)), "place for the information");
+                   "pointer to the value");
+    EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_get_cal_info(&calibration, nullptr)),
+                   "pointer to the information");
     zet_cal_info_t info = {};
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_get_cal_info(nullptr, &info)), "calibration result is null");
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_validate_calibration(nullptr)), "calibration result is null");
@@ -549,7 +551,7 @@ TEST_F(stand_in, checks_the_order_of_the_lines)
     EXPECT_REFUSED(stand_in_note_enable(1, true), "sensor 1 is enabled without supply");
     stand_in_note_enable(1, false);
     switch_on(1);
-    // Again, without effect.
+    // Repeated calls have no effect.
     switch_on(1);
     EXPECT_REFUSED(stand_in_note_supply(1, false), "sensor 1 is enabled while its supply is switched off");
     stand_in_note_supply(1, true);
@@ -563,7 +565,7 @@ TEST_F(stand_in, checks_the_order_of_the_lines)
     EXPECT_REFUSED(stand_in_note_enable(17, true), "there is no sensor 17");
 }
 
-TEST_F(stand_in, finds_sensors_that_are_on)
+TEST_F(stand_in, finds_only_sensors_that_are_on)
 {
     ASSERT_TRUE(zet_nox_hal_register(&record));
     const auto expect_refused = [](zet_sensor_id_t sensor_id) {
@@ -587,7 +589,7 @@ TEST_F(stand_in, finds_sensors_that_are_on)
     expect_refused(1);
 }
 
-TEST_F(stand_in, forgets_the_lines_at_its_own_reset)
+TEST_F(stand_in, resets_the_lines_when_it_is_reset)
 {
     ASSERT_TRUE(zet_nox_hal_register(&record));
     switch_on(1);
@@ -596,7 +598,7 @@ TEST_F(stand_in, forgets_the_lines_at_its_own_reset)
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_connected(1)), "is not supplied and enabled");
 }
 
-TEST_F(stand_in, uses_no_sensor_that_is_not_enabled)
+TEST_F(stand_in, refuses_a_sensor_that_is_not_enabled)
 {
     begin();
     ASSERT_TRUE(prepare());
@@ -612,7 +614,7 @@ TEST_F(stand_in, uses_no_sensor_that_is_not_enabled)
     end();
 }
 
-// The server does this after an item that failed.
+// The server does this after a failed item.
 TEST_F(stand_in, fails_without_a_violation_when_a_sensor_was_switched_off)
 {
     begin();
@@ -644,7 +646,7 @@ TEST_F(stand_in, needs_a_reset_after_a_calibration)
     begin();
     run_calibration();
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
-    // It is enabled already.
+    // The sensor is already enabled.
     stand_in_note_enable(1, true);
     stand_in_note_enable(2, false);
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "sensor 1 was not reset after its calibration");
@@ -660,7 +662,7 @@ TEST_F(stand_in, needs_a_reset_after_a_calibration)
     end();
 }
 
-TEST_F(stand_in, needs_a_reset_after_a_calibration_that_failed)
+TEST_F(stand_in, needs_a_reset_after_a_failed_calibration)
 {
     begin();
     const zet_cal_result_t kept = calibration;
@@ -672,7 +674,7 @@ TEST_F(stand_in, needs_a_reset_after_a_calibration_that_failed)
     end();
 }
 
-TEST_F(stand_in, forgets_by_a_reset_what_was_under_way)
+TEST_F(stand_in, a_reset_cancels_operations_in_progress)
 {
     begin();
     const zet_cal_result_t kept = calibration;
@@ -688,7 +690,7 @@ TEST_F(stand_in, forgets_by_a_reset_what_was_under_way)
     reset(1);
     EXPECT_REFUSED(EXPECT_FALSE(prepare()), "null, damaged or not complete");
     ASSERT_TRUE(zet_sensor_prepare(sensor, config, &kept, buffer.data(), buffer_size));
-    // From its first step.
+    // It starts again with the first step.
     calibrate();
     ASSERT_TRUE(prepare());
     switch_on(2);
@@ -697,7 +699,7 @@ TEST_F(stand_in, forgets_by_a_reset_what_was_under_way)
     end();
 }
 
-TEST_F(stand_in, judges_no_lines_that_it_does_not_see)
+TEST_F(stand_in, does_not_check_lines_that_it_cannot_watch)
 {
     board.shows_lines = false;
     begin();
@@ -710,7 +712,7 @@ TEST_F(stand_in, judges_no_lines_that_it_does_not_see)
     end();
 }
 
-TEST_F(stand_in, finds_every_damaged_word_of_a_calibration)
+TEST_F(stand_in, detects_every_damaged_word_of_a_calibration)
 {
     begin();
     EXPECT_TRUE(zet_sensor_validate_calibration(&calibration));
@@ -730,7 +732,7 @@ TEST_F(stand_in, finds_every_damaged_word_of_a_calibration)
     end();
 }
 
-TEST_F(stand_in, prepares_with_fitting_arguments_only)
+TEST_F(stand_in, prepares_only_with_valid_arguments)
 {
     begin();
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_prepare(sensor, config, nullptr, buffer.data(), buffer_size)),
@@ -755,7 +757,7 @@ TEST_F(stand_in, prepares_with_fitting_arguments_only)
     end();
 }
 
-/** What a probe saw and does. */
+/** What a probe received, and what it changes. */
 struct probe
 {
     std::vector<zet_probes_header_t> headers;
@@ -782,7 +784,7 @@ bool override_hwaas(const zet_probes_header_t *header, void *data, uint32_t size
     return seen->answer;
 }
 
-TEST_F(stand_in, offers_the_parameters_to_the_probe_and_keeps_them)
+TEST_F(stand_in, passes_the_parameters_to_the_probe_and_keeps_its_changes)
 {
     begin(3);
     probe seen;
@@ -809,7 +811,7 @@ TEST_F(stand_in, offers_the_parameters_to_the_probe_and_keeps_them)
     end();
 }
 
-TEST_F(stand_in, measures_and_reads_in_turn)
+TEST_F(stand_in, needs_measure_and_read_to_alternate)
 {
     begin();
     EXPECT_REFUSED(EXPECT_FALSE(zet_sensor_measure(sensor)), "sensor 1 is not prepared");
@@ -846,7 +848,7 @@ TEST_F(stand_in, measures_one_frame_ahead_with_double_buffering)
     end();
 }
 
-TEST_F(stand_in, needs_the_configuration_as_long_as_it_is_measured_with)
+TEST_F(stand_in, needs_the_configuration_until_the_last_measurement)
 {
     begin();
     ASSERT_TRUE(prepare());
@@ -859,7 +861,7 @@ TEST_F(stand_in, needs_the_configuration_as_long_as_it_is_measured_with)
     end();
 }
 
-TEST_F(stand_in, knows_a_new_configuration_at_an_old_address)
+TEST_F(stand_in, detects_a_new_configuration_at_an_old_address)
 {
     begin();
     ASSERT_TRUE(prepare());
@@ -872,7 +874,7 @@ TEST_F(stand_in, knows_a_new_configuration_at_an_old_address)
     end();
 }
 
-TEST_F(stand_in, processes_a_frame_once_and_with_its_configuration)
+TEST_F(stand_in, processes_a_frame_only_once_and_with_its_configuration)
 {
     begin();
     EXPECT_REFUSED(zet_processing_execute(processing, nullptr, &result), "buffer is null");
@@ -898,7 +900,7 @@ TEST_F(stand_in, processes_a_frame_once_and_with_its_configuration)
     end();
 }
 
-TEST_F(stand_in, assesses_the_channel_where_it_is_enabled)
+TEST_F(stand_in, assesses_the_channel_only_if_enabled)
 {
     begin();
     float value = 7.0F;
@@ -918,7 +920,7 @@ TEST_F(stand_in, assesses_the_channel_where_it_is_enabled)
     end();
 }
 
-TEST_F(stand_in, transfers_pieces_that_the_board_can_take)
+TEST_F(stand_in, transfers_pieces_that_are_not_too_long_for_the_board)
 {
     for (const uint16_t longest : {uint16_t{1}, uint16_t{2}, uint16_t{7}, uint16_t{64}, uint16_t{UINT16_MAX}})
     {
@@ -938,7 +940,7 @@ TEST_F(stand_in, transfers_pieces_that_the_board_can_take)
     }
 }
 
-TEST_F(stand_in, transfers_words_where_the_board_offers_it)
+TEST_F(stand_in, transfers_words_if_the_board_supports_it)
 {
     record.optimization.transfer16 = transfer16;
     begin();
@@ -954,7 +956,7 @@ TEST_F(stand_in, transfers_words_where_the_board_offers_it)
     end();
 }
 
-TEST_F(stand_in, exchanges_bytes_in_every_operation_of_a_sensor)
+TEST_F(stand_in, transfers_bytes_in_every_operation_of_a_sensor)
 {
     begin();
     size_t before = 0;
@@ -979,7 +981,7 @@ TEST_F(stand_in, exchanges_bytes_in_every_operation_of_a_sensor)
     end();
 }
 
-TEST_F(stand_in, finds_transfers_that_write_outside_of_their_buffer)
+TEST_F(stand_in, detects_transfers_that_write_outside_of_their_buffer)
 {
     begin();
     ASSERT_TRUE(prepare());
@@ -1001,7 +1003,7 @@ TEST_F(stand_in, finds_transfers_that_write_outside_of_their_buffer)
     end();
 }
 
-TEST_F(stand_in, survives_exhausted_memory)
+TEST_F(stand_in, handles_out_of_memory)
 {
     begin();
     switch_on(2);
@@ -1018,7 +1020,7 @@ TEST_F(stand_in, survives_exhausted_memory)
     EXPECT_EQ(board.live, 0U);
 }
 
-TEST_F(stand_in, logs_what_the_level_and_the_switch_let_pass)
+TEST_F(stand_in, logs_according_to_level_and_diagnostic_log)
 {
     begin();
     calibration = {};

@@ -1,4 +1,4 @@
-"""Makes folders of boards outside of the tree, and builds their firmware."""
+"""Creates folders of boards outside of the tree, and builds their firmware."""
 
 import os
 import pathlib
@@ -11,7 +11,7 @@ ROOT = pathlib.Path(os.environ["VANTOR_ROOT"])
 TEMPLATE = ROOT / "boards/template"
 EMULATED = ROOT / "boards/netduinoplus2"
 
-# Some functions are not written yet, so that not every part that they share is used.
+# Some functions are not written yet, so that some shared parts are unused.
 UNUSED_PARTS = '#pragma GCC diagnostic ignored "-Wunused-function"\n'
 
 END_OF_PARTS = "} // namespace\n"
@@ -22,7 +22,7 @@ DEFINITION = re.compile(r"^(?://[^\n]*\n)*(?:\w+ )+\*?(board_\w+)[\[(].*?^\};?\n
 
 
 def edited(text, **replacements):
-    """Replaces words of a text, each of which must be there: `old=new`."""
+    """Replaces words of a text (`old=new`). The text must contain each of them."""
     for old, new in replacements.items():
         text, count = re.subn(rf"\b{old} = [^,;]+", f"{old} = {new}", text)
         assert count == 1, old
@@ -30,19 +30,19 @@ def edited(text, **replacements):
 
 
 def replaced(text, old, new):
-    """Replaces a part of a text, which must be there once."""
+    """Replaces a part of a text. The text must contain it exactly once."""
     assert text.count(old) == 1, old
     return text.replace(old, new)
 
 
 def definitions(source):
-    """What a board's source defines for the firmware, by name."""
+    """Returns the definitions in a board's source that the firmware uses, by name."""
     behind_parts = source[source.index(END_OF_PARTS):]
     return {found[1]: found[0] for found in DEFINITION.finditer(behind_parts)}
 
 
 def filled_in(command, parts):
-    """A command of the guide with other paths; what they replace must be in one of its words."""
+    """Replaces paths in a command of the guide. Each must be in one of its words."""
     for old, new in parts.items():
         assert sum(old in word for word in command) == 1, (command, old)
         command = [word.replace(old, str(new)) for word in command]
@@ -50,7 +50,7 @@ def filled_in(command, parts):
 
 
 class BoardFolder:
-    """A folder of a board that is copied from another one."""
+    """The folder of a board, copied from another one."""
 
     def __init__(self, parent, name, original=EMULATED):
         self.path = pathlib.Path(parent) / name
@@ -68,7 +68,7 @@ class BoardFolder:
         self.edit("board_numbers.h", edited, **{f"BOARD_{name}": value for name, value in numbers.items()})
 
     def set_memory(self, memory, heap="RAM", **sizes):
-        """Sets banks of memory and sizes."""
+        """Sets memory banks and sizes."""
         banks = "\n".join(f"  {bank} : {place}" for bank, place in memory.items())
         given = "".join(f"{name} = {size};\n" for name, size in sizes.items())
         (self.path / "memory.ld").write_text(
@@ -83,11 +83,11 @@ class BoardFolder:
         self.edit("board.cpp", without)
 
     def add(self, code):
-        """Adds code behind everything else."""
+        """Adds code at the end."""
         self.edit("board.cpp", lambda source: source + code)
 
     def take_over(self, names, other=EMULATED):
-        """Replaces functions by those of another board, with the parts that these share; what it lacks is removed."""
+        """Replaces functions with those of another board and their shared parts. Removes functions that it lacks."""
         self.remove(*names)
         source = (other / "board.cpp").read_text(encoding="utf-8")
         theirs = definitions(source)
@@ -103,20 +103,20 @@ def run(*arguments):
 
 
 def configure(build, boards, *options):
-    """Configures the firmware of boards, given by their folders or names."""
+    """Configures the firmware of boards, which are folders or names."""
     paths = ";".join(os.path.relpath(board.path, ROOT) if isinstance(board, BoardFolder) else str(board)
                      for board in boards)
     return run(*filled_in(CONFIGURE, {FOLDER: paths}), "-S", ROOT, "-B", build, *options)
 
 
 def build_targets(build, *targets):
-    """Builds targets; goes on to the others when one fails."""
+    """Builds targets. Continues with the others if one fails."""
     assert BUILD[-2:] == CONFIGURE[1:3], "the preset of the build"
     return run(*BUILD[:-2], build, "--target", *targets, "--", "-k", "0")
 
 
 def must_succeed(process):
-    """What a program wrote that must have succeeded."""
+    """Returns the output of a program, which must have succeeded."""
     if process.returncode != 0:
         raise AssertionError(f"{process.args}: {process.stdout}")
     return process.stdout

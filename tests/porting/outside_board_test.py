@@ -1,7 +1,7 @@
-"""Boards outside of the tree: a copy of the template that is brought up by the guide's steps, and unusual boards.
+"""Boards outside of the tree: a copy of the template, brought up by the steps of the guide, and unusual boards.
 
-They run under an emulator, with simulated sensors or with a stand-in for the sensor library, whose frames have known
-samples and which counts what it must not be asked for.
+They run in an emulator, with simulated sensors or with a stand-in for the sensor library. The stand-in returns frames
+with known samples and counts contract violations.
 """
 
 import itertools
@@ -49,20 +49,20 @@ WORK = None  # the folder of the boards and of their builds
 PRINTED = {}  # what the builds printed, by name
 
 
-def take_numbers_and_memory(board):
-    """Sets the numbers and the memory of the emulated board."""
+def copy_numbers_and_memory(board):
+    """Copies the numbers and the memory of the emulated board."""
     for name in ("board_numbers.h", "memory.ld"):
         board.edit(name, lambda _, name=name: (EMULATED / name).read_text(encoding="utf-8"))
 
 
 def make_steps(parent):
-    """The template, brought up by the guide's steps: a folder for each."""
+    """Creates a folder for each step of the guide that brings up the template."""
     boards = [BoardFolder(parent, "as_copied", TEMPLATE)]
     functions = []
     for name, step in (("with_log", "Log"), ("with_link", "Link"), ("my_board", "Sensors")):
         functions += functions_of_step(step)
         board = BoardFolder(parent, name, TEMPLATE)
-        take_numbers_and_memory(board)
+        copy_numbers_and_memory(board)
         board.take_over(functions)
         boards.append(board)
     watch(boards[-1])
@@ -70,7 +70,7 @@ def make_steps(parent):
 
 
 def make_layouts(parent):
-    """Boards with unusual memory."""
+    """Creates boards with unusual memory."""
     sizes = {"program_stack_size": "4K", "interrupt_stack_size": "512"}
     two_banks, ram_of_96k, behind_boot_loader = boards = [BoardFolder(parent, name) for name in LAYOUTS]
     two_banks.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000400, LENGTH = 47K",
@@ -83,7 +83,7 @@ def make_layouts(parent):
     return boards
 
 
-# What a chip's maker may bring: its code has warnings.
+# Exception handlers as from a chip's manufacturer. The code has warnings.
 HANDLERS = """
 int handled;
 static int never_called(int narrow) { char c = narrow; unsigned x; return c < x; }
@@ -146,7 +146,7 @@ void __wrap_run_board()
 }
 """
 
-# For the stand-in to see the lines of the sensors. Calls into code that is optimised at link time are not wrapped.
+# Lets the stand-in watch the lines of the sensors. The linker does not wrap calls in code with link-time optimisation.
 WATCHED = """
 set_source_files_properties(${{sources}} PROPERTIES COMPILE_OPTIONS -fno-lto)
 target_link_options(vantor_{name}_objects INTERFACE
@@ -155,12 +155,12 @@ target_link_options(vantor_{name}_objects INTERFACE
 
 
 def watch(board):
-    """Lets the stand-in see the lines of a board's sensors."""
+    """Lets the stand-in watch the lines of a board's sensors."""
     (board.path / "board.cmake").write_text(WATCHED.format(name=board.name), encoding="utf-8")
 
 
 def make_unusual(parent):
-    """Boards with something of their own, and some that must not link."""
+    """Creates boards with their own code, and some that must not link."""
     handlers = BoardFolder(parent, "own_handlers")
     (handlers.path / "vendor").mkdir()
     (handlers.path / "vendor/handlers.c").write_text(HANDLERS, encoding="utf-8")
@@ -176,7 +176,7 @@ def make_unusual(parent):
 
 
 def make_refused(parent):
-    """Boards that must not be built."""
+    """Creates boards whose build must fail."""
     boards = [BoardFolder(parent, name) for name in REFUSED]
     crowd, nothing, lacking, scanty, overlapping, same_place, without_sections = boards
     crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3, LINK_INTERRUPT=82, LINK_MAX_BAUDRATE=115199, RING_SIZE=1000,
@@ -199,7 +199,7 @@ def make_refused(parent):
 
 
 def make_c_board(parent):
-    """A board without C++, which gives one area less than its number says."""
+    """Creates a board without C++ code. Its list of areas is shorter than its number of areas."""
     board = BoardFolder(parent, "c_board")
     (board.path / "board.cpp").unlink()
     for file in C_BOARD.iterdir():
@@ -208,7 +208,7 @@ def make_c_board(parent):
 
 
 def make_small(parent):
-    """Boards with little RAM: 32 KiB, and as much as the example of two sensors needs."""
+    """Creates boards with little RAM: 32 KiB, and just enough for the example with two sensors."""
     small, smallest = [BoardFolder(parent, name) for name in ("small", "smallest")]
     small.set_numbers(LINE_SIZE=2560, RING_SIZE=1024, MAX_VALUES=128, TOLERATED_LOSS=1024)
     small.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 32K"},
@@ -220,12 +220,12 @@ def make_small(parent):
 
 
 def image_of(build, name):
-    """The path of an image."""
+    """Returns the path of an image."""
     return str(WORK / build / "bin" / f"{name}.elf")
 
 
 def setUpModule():
-    """Makes and builds all boards."""
+    """Creates and builds all boards."""
     global WORK
     work = tempfile.TemporaryDirectory()
     unittest.addModuleCleanup(work.cleanup)
@@ -242,19 +242,19 @@ def setUpModule():
 
 
 def symbol_value(image, name):
-    """The value of a symbol of the linker script."""
+    """Returns the value of a symbol of the linker script."""
     return symbol(image, name)[0]
 
 
 def library_in_ram(image):
-    """The bytes of the stand-in's variables, by the linker's map, in which a long name stands on a line of its own."""
+    """Returns the size of the stand-in's variables, from the linker's map, where a long name is on a separate line."""
     text = pathlib.Path(image).with_suffix(".map").read_text(encoding="utf-8")
     sizes = re.findall(r"^ \.(?:data|bss)\S*\s+0x0*2\w{7} +0x(\w+) \S*/libstand_in_sensors\.a\(", text, re.MULTILINE)
     return sum(int(size, 16) for size in sizes)
 
 
 def parts_of_ram(image):
-    """The bytes of each part of the RAM, by its name in the guide's table."""
+    """Returns the size of each part of the RAM, by its name in the guide's table."""
     def between(begin, end):
         return symbol_value(image, end) - symbol_value(image, begin)
 
@@ -276,14 +276,14 @@ def parts_of_ram(image):
 
 
 def stack_used(board, name):
-    """Bytes of a stack that were ever in use: those from the first word on that is not painted."""
+    """Returns the largest use of a stack in bytes: the size from the first word that is not painted."""
     bottom, top = (symbol_value(board.image, f"{name}_stack_{end}") for end in ("bottom", "top"))
     words = board.words(bottom, (top - bottom) // 4)
     return 4 * sum(1 for _ in itertools.dropwhile(lambda word: word == STACK_PAINT, words))
 
 
 def samples_of(sensor_id, frame_number, count):
-    """The payload of an item, by the formula of the stand-in."""
+    """Returns the payload of an item, according to the formula of the stand-in."""
     def wrapped(value):
         return (value + 2**15) % 2**16 - 2**15
     return b"".join(struct.pack("<hh", wrapped(frame_number * 7 + point * 3 + sensor_id), wrapped(point))
@@ -291,7 +291,7 @@ def samples_of(sensor_id, frame_number, count):
 
 
 def expected_payloads(configuration, metadata):
-    """The payloads of a session with the stand-in, one after the other."""
+    """Yields the payloads of a session with the stand-in."""
     items = [item["sensor_id"] for group in configuration["groups"] for item in group]
     counts = [item["frame_data_length"] for group in metadata["metadata"] for item in group]
     numbers = {sensor_id: itertools.count() for sensor_id in items}
@@ -304,12 +304,12 @@ class BoardTest(unittest.TestCase):
     """Starts boards."""
 
     def start(self, build, name, **options):
-        """A board, and its first host."""
+        """Starts a board; returns it and its first host."""
         board = self.enterContext(Board(image=image_of(build, name), virtual_clock=False, **options))
         return board, self.enterContext(board.connect())
 
     def session(self, host, configuration, count):
-        """A session from configuration to end: its metadata and its frames."""
+        """Runs a session from configuration to end; returns its metadata and its frames."""
         metadata = host.ask("configure", configuration=configuration)
         self.assertEqual(metadata["status"], "ok", metadata)
         host.command("start")
@@ -321,7 +321,7 @@ class BoardTest(unittest.TestCase):
         return metadata, frames
 
     def check_session(self, board, host, configuration, count):
-        """A session with the stand-in: each byte is as its formula says, and no contract is broken."""
+        """Runs a session with the stand-in. Every byte must match its formula, without a contract violation."""
         metadata, frames = self.session(host, configuration, count)
         for number, ((header, payload), expected) in enumerate(zip(frames, expected_payloads(configuration, metadata))):
             self.assertEqual(header["status"], "ok", header)
@@ -330,7 +330,7 @@ class BoardTest(unittest.TestCase):
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
     def record(self, board, count):
-        """Records the example of two sensors by the host command."""
+        """Records the example with two sensors with the host command."""
         with tempfile.TemporaryDirectory() as directory:
             output = os.path.join(directory, "recording")
             recorded = vantor("record", os.path.join(EXAMPLES, "two_sensors.json"), "--connect", board.address,
@@ -340,7 +340,7 @@ class BoardTest(unittest.TestCase):
 
 
 class SlowStart(Relay):
-    """Lets a board start as soon as what the host sent first is lost, and keeps what the host sends."""
+    """Starts a board only after the first bytes of the host are lost. Keeps all bytes that the host sends."""
 
     def __init__(self, board):
         super().__init__(board.connect(board_listens=False))
@@ -350,13 +350,13 @@ class SlowStart(Relay):
     def to_server(self, data):
         super().to_server(data)
         if not self.from_host:
-            wait_until(lambda: queued(self.server, termios.TIOCOUTQ) == 0, "the emulator to read what was sent")
+            wait_until(lambda: queued(self.server, termios.TIOCOUTQ) == 0, "the emulator to read the first bytes")
             self.board.resume()
         self.from_host += data
 
 
 class BringUp(BoardTest):
-    """The guide's steps, each with its check."""
+    """The steps of the guide, each with its check."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
@@ -369,13 +369,13 @@ class BringUp(BoardTest):
         return finished.stdout
 
     def finish_host(self, command, board, *more):
-        """The same for a command that may fail; returns the finished process."""
+        """Does the same for a command that may fail; returns the finished process."""
         self.assertEqual(command[0], "vantor")
         words = [board.address if word == ADDRESS else word for word in (*command[1:], *more)]
         return vantor(*words, cwd=self.folder)
 
     def frames_of(self, shown):
-        """How many frames a recording has, and its folder, by what the command printed."""
+        """Returns the number of frames in a recording and its folder, from the output of the command."""
         recording = os.path.join(self.folder, re.search(r"^recording: (.*)$", shown, re.MULTILINE)[1])
         return json.loads(vantor("info", recording, "--json").stdout)["frames"], recording
 
@@ -406,13 +406,13 @@ class BringUp(BoardTest):
         self.assertRegex(first, r"^info: board: with_log, version \S+, sensors: simulated, reset cause: power on; "
                                 r"open: peripherals 40000000-5fffffff id 1fff7a00-1fff7a1f memory 20000000-2001ffff "
                                 r"code 08000000-080fffff$")
-        # The link's registers are those of the template.
+        # The link still uses the registers of the template.
         self.assertRegex(fault, r"^fault: memory fault, cfsr 00000082, hfsr 00000000, address a000300c, .*; restart")
         self.assertIn("reset cause: fault;", second)
 
     def start_without_link(self, name):
-        """A board that does not come to listen."""
-        board = self.enterContext(Board(image=image_of("simulator", name), unforeseen_accesses=True))
+        """Starts a board that never listens."""
+        board = self.enterContext(Board(image=image_of("simulator", name), unexpected_accesses=True))
         return board, self.enterContext(board.connect(board_listens=False))
 
     def test_link(self):
@@ -423,11 +423,11 @@ class BringUp(BoardTest):
         self.session(host, BOTH, 5)
 
     def test_link_over_a_serial_device(self):
-        # Without settings, as on a board. The device stays open: the emulator looks only once a second for a host.
+        # Without settings, like a real board. The device stays open: the emulator checks for a host once a second only.
         board, host = self.start("simulator", "vantor_with_link", serial_link=True, settings_address=None)
         self.assertEqual(host.ask("identify")["status"], "ok")
         scan, identify, record = commands_of_step("Link")
-        # The name of a pseudo-terminal is not one that a scan looks at by itself.
+        # By default, a scan does not try pseudo-terminals.
         device = board.address.removeprefix("serial:").removesuffix("@115200")
         self.assertRegex(self.run_host(scan, board, device),
                          f"^{board.address}  vantor_server .*, connected: 1, 2, board: with_link\n$")
@@ -437,7 +437,7 @@ class BringUp(BoardTest):
         frames, _ = self.frames_of(self.run_host(record, board, "--connect", board.address))
         self.assertEqual(frames, 20)
 
-    def test_first_host_of_a_board_that_still_starts(self):
+    def test_first_host_connects_before_the_board_has_started(self):
         board = self.enterContext(Board(image=image_of("simulator", "vantor_with_link"), virtual_clock=False,
                                         narrow_link=True, starts_stopped=True))
         with SlowStart(board) as relay:
@@ -447,7 +447,7 @@ class BringUp(BoardTest):
         self.assertGreater(relay.from_host.count(b'"end"'), 1)
 
     def test_clock(self):
-        # A clock with a wrong prescaler is off by more than ten times.
+        # A clock with a wrong prescaler is wrong by more than a factor of ten.
         _, host = self.start("simulator", "vantor_with_link")
         slow = {**SMALL, "update_rate": 10}
         typed = re.search(r"`(\{.*?\})`", steps()["Clock"])[1].encode() + b"\n"
@@ -471,7 +471,7 @@ class BringUp(BoardTest):
         self.run_host(calibrate, board, "--connect", board.address)
         self.assertEqual(board.variable("stand_in_violations"), 0, board.log())
 
-    def test_lines_are_seen(self):
+    def test_lines_are_watched(self):
         for function in ("board_sensor_set_supply", "board_sensor_set_enable"):
             self.assertIn(f" T __wrap_{function}\n", symbols(image_of("library", "vantor_my_board")))
             self.assertNotIn(f"__wrap_{function}\n", symbols(image_of("library", "vantor_as_copied")))
@@ -482,7 +482,7 @@ class BringUp(BoardTest):
         written = re.findall(r"^GPIOB: unimplemented device write \(size 4, offset 0x0*18, value 0x(\w+)\)$",
                              board.errors(), re.MULTILINE)
         for sensor in (1, 2):
-            # Chip select, enable line and supply, large where they go high.
+            # Chip select, enable line and supply; upper case if they go high.
             pins = ((sensor - 1, "c"), (sensor + 3, "e"), (sensor + 7, "s"))
             high = {1 << pin: letter.upper() for pin, letter in pins}
             low = {1 << pin + 16: letter for pin, letter in pins}
@@ -501,7 +501,7 @@ class BringUp(BoardTest):
         with board.connect() as host:
             waited = host.ask("stats")["uptime_s"] - before
         self.assertGreater(waited, 0.999)
-        # On an idle machine it is 1.02 s.
+        # On an idle machine this takes 1.02 s.
         self.assertLess(waited, 10.3)
 
     def test_session(self):
@@ -533,12 +533,12 @@ class StandIn(BoardTest):
     def test_streams_each_byte(self):
         with Board(image=self.image) as board, board.connect() as host:
             self.check_session(board, host, example("two_sensors.json"), 100)
-            self.assertEqual(board.variable("lines"), 0, "a supply was left on")
+            self.assertEqual(board.variable("lines"), 0, "a supply is still on")
 
-    def test_finds_a_sensor_without_supply(self):
+    def test_detects_a_sensor_without_supply(self):
         with Board(image=str(FIRMWARE_BUILD / "bin/unsupplied_netduinoplus2.elf")) as board, board.connect() as host:
             self.assertEqual(host.ask("identify")["connected_sensors"], [])
-            self.assertIn("contract broken: zet_sensor_connected: sensor 1 is not supplied and enabled", board.log())
+            self.assertIn("contract violation: zet_sensor_connected: sensor 1 is not supplied and enabled", board.log())
             self.assertGreater(board.variable("stand_in_violations"), 0)
 
     def test_contains_nothing_of_the_simulator(self):
@@ -558,7 +558,7 @@ class StandIn(BoardTest):
 class CutLine(BoardTest):
     """The interrupt line of sensor 2 is cut."""
 
-    def test_calibration_ends_by_the_time_out(self):
+    def test_calibration_ends_with_the_time_out(self):
         board, host = self.start("library", "vantor_cut_line")
         before = host.ask("stats")["uptime_s"]
         answer = host.ask("configure", configuration=CUT)
@@ -566,19 +566,19 @@ class CutLine(BoardTest):
         self.assertEqual(answer.get("code"), "nox_sensor_calibration", answer)
         self.assertIn("error: vantor_server_system_k330: Sensor 2 interrupt timeout", board.log())
         self.assertGreater(waited, 0.999)
-        # On an idle machine it is 1.02 s.
+        # On an idle machine this takes 1.02 s.
         self.assertLess(waited, 10.3)
         self.check_session(board, host, SMALL, 5)
 
-    def test_next_item_after_the_time_out_breaks_no_contract(self):
-        # The server then prepares sensor 2 as well, which it has switched off.
+    def test_next_item_after_the_time_out_does_not_violate_a_contract(self):
+        # The server then also prepares sensor 2, which it has switched off.
         board, host = self.start("library", "vantor_cut_line")
         items = [{"sensor_id": sensor_id, "config": {}} for sensor_id in (2, 1)]
         self.assertEqual(host.ask("configure", configuration={"groups": [items]})["status"], "error")
         self.assertIn("error: stand_in: zet_sensor_prepare: sensor 2 is switched off", board.log())
         self.check_session(board, host, SMALL, 5)
 
-    def test_frame_ends_by_the_time_out(self):
+    def test_frame_ends_with_the_time_out(self):
         _, other_host = self.start("library", "vantor_my_board")
         calibration = other_host.ask("configure", configuration=CUT)["calibration_info"]
         board, host = self.start("library", "vantor_cut_line")
@@ -593,13 +593,13 @@ class CutLine(BoardTest):
         self.check_session(board, host, SMALL, 5)
 
     def test_sleeps_while_it_waits(self):
-        # An emulator whose board sleeps takes less than 0.04 s of the processor for all of this.
+        # If the board sleeps, the emulator uses less than 0.04 s of processor time for all of this.
         board, host = self.start("library", "vantor_cut_line")
         before = board.processor_time()
         self.assertEqual(host.ask("configure", configuration=CUT)["status"], "error")
         self.assertLess(board.processor_time() - before, 0.4)
 
-    def test_gives_all_memory_back(self):
+    def test_frees_all_memory(self):
         board, host = self.start("library", "vantor_cut_line")
         self.check_session(board, host, SMALL, 3)
         at_rest = host.ask("identify")["memory"]
@@ -608,7 +608,7 @@ class CutLine(BoardTest):
         after = host.ask("identify")["memory"]
         self.assertEqual((after["live"], after["largest_free"]), (at_rest["live"], at_rest["largest_free"]))
 
-    def test_hands_log_lines_to_the_host(self):
+    def test_sends_log_lines_to_the_host(self):
         _, host = self.start("library", "vantor_cut_line")
         host.ask("log", level="INFO")
         host.command("configure", configuration=CUT)
@@ -621,10 +621,10 @@ class CutLine(BoardTest):
 
 
 class Layouts(BoardTest):
-    """Boards whose memory is not one power of two at the begin of everything."""
+    """Boards whose memory is not a single power of two at the usual address."""
 
-    # What the start line names, the begin of the code, begin and end of the RAM, and where the settings are. The RAM
-    # of the first one is open below its begin, too, as far as the guard is not there.
+    # The memory in the start line, the start of the code, start and end of the RAM, and the address of the settings.
+    # The RAM of the first board is also accessible below its start, except for the guard.
     layouts = {
         "two_banks": ("memory 20000000-2000bfff heap 20020000-2002ffff code 08000000-080fffff",
                       0x08000000, 0x20000400, 0x2000C000, "0x080fffe0"),
@@ -634,16 +634,16 @@ class Layouts(BoardTest):
                                0x08020200, 0x20000000, 0x20020000, "0x0803ffe0"),
     }
 
-    # Disables interrupts and starts the image at 0x08020200 by its vector table, but with a stack of its own.
+    # Disables interrupts and starts the image at 0x08020200 from its vector table, but with its own stack.
     boot_loader = struct.pack("<II4HI", 0x20001000, 0x08000009,
-                              0x4801,  # ldr r0, the word behind
+                              0x4801,  # ldr r0, the word after the code
                               0x6841,  # ldr r1, [r0, #4]
                               0xB672,  # cpsid i
                               0x4708,  # bx r1
                               0x08020200)
 
     def options(self, name):
-        """How the board is started."""
+        """Returns the options that start the board."""
         return {"settings_address": self.layouts[name][4],
                 "boot_image": self.boot_loader if name == "behind_boot_loader" else None}
 
@@ -655,8 +655,8 @@ class Layouts(BoardTest):
                 self.assertRegex(board.log(), rf"open: peripherals 40000000-5fffffff id \S+ {opened}\n")
                 self.assertEqual(host.ask("identify")["memory"]["size"], 64 * 1024)
 
-    def mistakes(self, code, ram_begin, ram_end):
-        """The mistakes of the faulty image by number, and what their reports contain."""
+    def faults(self, code, ram_begin, ram_end):
+        """Returns the faults of the faulty image by number, and the contents of their reports."""
         interrupt_guard, program_guard = ram_begin, ram_begin + 256 + 512
         return ((0, "memory fault", "address 00000000"),
                 (1, "memory fault", "address 000003f0"),
@@ -666,15 +666,15 @@ class Layouts(BoardTest):
                 (6, "memory fault", f"address {program_guard >> 8:06x}.., stack exhausted"),
                 (7, "memory fault", f"address {interrupt_guard >> 8:06x}.., stack exhausted"))
 
-    def test_mistakes_are_reported(self):
+    def test_faults_are_reported(self):
         for name, (_, *addresses, _) in self.layouts.items():
-            for number, exception, detail in self.mistakes(*addresses):
-                with self.subTest(name, mistake=number):
+            for number, exception, detail in self.faults(*addresses):
+                with self.subTest(name, fault=number):
                     self.check_report(name, number, exception, detail)
 
     def check_report(self, name, number, exception, detail):
-        """Makes a mistake: it is reported and retained."""
-        with Board(image=image_of("simulator", f"faulty_{name}"), seed=number, unforeseen_accesses=True,
+        """Causes a fault, which must be reported and retained."""
+        with Board(image=image_of("simulator", f"faulty_{name}"), seed=number, unexpected_accesses=True,
                    **self.options(name)) as board, board.connect(False):
             wait_until(lambda: board.log().count("\n") > 2, "the restart")
             started, report, restarted = board.log().splitlines()[:3]
@@ -685,9 +685,9 @@ class Layouts(BoardTest):
 
 
 class Unusual(BoardTest):
-    """Boards that bring something of their own."""
+    """Boards with their own code or little memory."""
 
-    def test_own_exception_handlers_in_code_of_the_maker(self):
+    def test_own_exception_handlers_in_code_of_the_manufacturer(self):
         board, host = self.start("library", "vantor_own_handlers")
         self.assertEqual(host.ask("identify")["board"]["id"], "all handled")
         self.check_session(board, host, BOTH, 5)
@@ -714,18 +714,18 @@ class Unusual(BoardTest):
             self.assertEqual(identity["memory"]["failures"], 0)
             program, interrupts = (stack_used(board, name) for name in ("program", "interrupt"))
             self.assertEqual(program + interrupts, host.ask("identify")["stack"]["peak"])
-        # An interrupt at the deepest point takes 104 bytes more.
+        # An interrupt at the deepest point needs 104 more bytes.
         self.assertLess(program, most_stack())
         self.assertGreater(program, 0.9 * most_stack())
 
-    def test_guide_shows_the_ram_of_these(self):
+    def test_guide_lists_the_ram_of_small_boards(self):
         table, sizes = ram_table()
         for column, name in enumerate(("smallest", "small")):
             parts = parts_of_ram(image_of("library", f"vantor_{name}"))
             self.assertEqual(sum(parts.values()), 1024 * sizes[column])
             self.assertEqual({part: row[column] for part, row in table.items()}, parts)
 
-    def test_board_of_c_and_assembler(self):
+    def test_board_in_c_and_assembler(self):
         board, host = self.start("simulator", "vantor_c_board", sensors=2)
         self.assertEqual(host.ask("identify")["board"], {"name": "c_board", "reset_cause": "power on",
                                                          "sensors": "simulated"})
@@ -734,17 +734,17 @@ class Unusual(BoardTest):
 
 
 class Refused(unittest.TestCase):
-    """Boards that must not be built."""
+    """Boards whose build must fail."""
 
     def refused(self, target):
-        """What compiler and linker say of a target that must be refused."""
+        """Builds a target, which must fail; returns the output of compiler and linker."""
         built = build_targets(WORK / "library", target)
         self.assertNotEqual(built.returncode, 0)
         self.assertIn(f"FAILED: {target}", built.stdout)
         return built.stdout
 
     def check_numbers(self, board, *errors):
-        """Every file of the firmware is refused, so that no other error comes first; one of them says all."""
+        """Expects every file of the firmware to be refused, so that no other error comes first; checks all errors."""
         folder = f"ports/firmware/CMakeFiles/vantor_{board}"
         self.assertIn(errors[0], self.refused(f"{folder}.dir/main.cpp.obj"))
         self.assertIn(errors[0], self.refused(f"{folder}_objects.dir/clock.cpp.obj"))
@@ -762,7 +762,7 @@ class Refused(unittest.TestCase):
                            "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS",
                            "BOARD_SENSOR_INTERRUPTS: less than BOARD_INTERRUPT_COUNT")
 
-    def test_numbers_that_are_too_small_and_an_interrupt_for_two(self):
+    def test_numbers_that_are_too_small_and_an_interrupt_used_twice(self):
         self.check_numbers("nothing",
                            "BOARD_CORE_CLOCK_HZ: at least 1 MHz",
                            "BOARD_AREA_COUNT: 1 or 2 areas",
@@ -776,7 +776,7 @@ class Refused(unittest.TestCase):
                            "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS")
 
     def check_memory(self, board, *errors):
-        """The linker refuses a board with these words, among others."""
+        """Expects the linker to refuse a board with these messages, among others."""
         output = self.refused(f"bin/vantor_{board}.elf")
         for error in errors:
             self.assertIn(f": {error}\n", output)
@@ -802,7 +802,7 @@ class Refused(unittest.TestCase):
     def test_memory_without_sections(self):
         self.check_memory("without_sections", "required symbol `sections.ld' not defined")
 
-    def test_functions_that_are_missing_are_named(self):
+    def test_missing_functions_are_named(self):
         built = build_targets(WORK / "library", "vantor_lacking")
         self.assertNotEqual(built.returncode, 0)
         missing = set(re.findall(r"undefined reference to `(\w+)'", built.stdout))

@@ -1,4 +1,4 @@
-"""Boards and choices that end the configuration, with a message that names what is wrong."""
+"""Boards and options that the configuration must refuse with a message about the error."""
 
 import pathlib
 import tempfile
@@ -8,7 +8,7 @@ from board_folders import BoardFolder, configure
 
 
 class Refused(unittest.TestCase):
-    """What cannot be built."""
+    """Boards and options that cannot be built."""
 
     @classmethod
     def setUpClass(cls):
@@ -17,7 +17,7 @@ class Refused(unittest.TestCase):
         cls.folder = pathlib.Path(folder.name)
 
     def check_refused(self, board, *texts, options=("-DVANTOR_SENSORS=simulator", "-DVANTOR_SENSOR_LIBRARY=")):
-        """Configures a board, or none when it is empty: it ends with a message."""
+        """Configures a board, or none if it is empty. The configuration must end with a message."""
         process = configure(self.folder / "build", [board], *options)
         self.assertNotEqual(process.returncode, 0)
         message = " ".join(process.stdout.split())
@@ -37,7 +37,7 @@ class Refused(unittest.TestCase):
     def test_no_board(self):
         self.check_refused("", "VANTOR_BOARD is empty; name a board, such as boards/template.")
 
-    def test_name_that_cannot_be_a_name_of_an_image(self):
+    def test_name_that_cannot_name_an_image(self):
         self.check_refused(BoardFolder(self.folder, "my board"), '"my board" names the image', "use letters")
 
     def test_unknown_sensors(self):
@@ -52,13 +52,13 @@ class Refused(unittest.TestCase):
             self.check_refused("template", f'VANTOR_SENSOR_LIBRARY is "{file}", which does not exist or is a folder.',
                                options=("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={file}"))
 
-    def test_library_beside_simulated_sensors(self):
+    def test_library_together_with_simulated_sensors(self):
         library = self.folder / "library.a"
         library.touch()
         self.check_refused("template", f'VANTOR_SENSOR_LIBRARY is "{library}", but the sensors are simulated',
                            options=("-DVANTOR_SENSORS=simulator", f"-DVANTOR_SENSOR_LIBRARY={library}"))
 
-    def test_names_that_are_taken(self):
+    def test_names_that_are_in_use(self):
         same, other = (BoardFolder(self.folder / parent, "same") for parent in ("one", "two"))
         for boards, name in (("template;template", "template"), (f"{same.path};{other.path}", "same"),
                              (BoardFolder(self.folder, "memory"), "memory"),
@@ -66,23 +66,23 @@ class Refused(unittest.TestCase):
                               "x_objects")):
             self.check_refused(boards, f"The name {name} of the board ", "name each board once")
 
-    def test_lists_with_an_empty_place(self):
+    def test_lists_with_an_empty_name(self):
         for boards in (";", "template;", ";template"):
             self.check_refused(boards, f'VANTOR_BOARD is "{boards}"; one of the names between the semicolons is empty.')
 
-    def test_folders_of_something_else(self):
+    def test_folders_that_are_not_boards(self):
         self.check_refused(".", "has no file board_numbers.h")
         board = BoardFolder(self.folder, "with_folder")
         (board.path / "memory.ld").unlink()
         (board.path / "memory.ld").mkdir()
         self.check_refused(board, f"The board {board.path} has no file memory.ld")
 
-    def test_paths_that_the_build_cannot_write(self):
+    def test_paths_with_unsupported_characters(self):
         for parent in ("a[b", "a]b", "a$b"):
             board = BoardFolder(self.folder / parent, "board")
             self.check_refused(board, "the path of a board must not contain [, ] or $.")
 
-    def test_a_board_that_is_not_refused_is_named(self):
+    def test_accepted_boards_are_listed(self):
         process = configure(self.folder / "build", ["template", "mps2_an386"], "-DVANTOR_SENSORS=simulator",
                             "-DVANTOR_SENSOR_LIBRARY=")
         self.assertEqual(process.returncode, 0, process.stdout)

@@ -1,5 +1,5 @@
 /** @file
- * Has something to construct before the start, which nobody would do.
+ * Has a static constructor, which the firmware would not run.
  */
 #include "interrupts.h"
 #include "settings.h"

@@ -1,5 +1,5 @@
 /** @file
- * Makes the mistake whose number is in the seed of the board's settings.
+ * Causes the fault whose number is the seed in the board's settings.
  */
 #include <cstdint>
 #include <cstdio>
@@ -23,7 +23,7 @@ extern uint8_t ram_size[];
 namespace
 {
 
-/** A word at an address that the compiler does not know beforehand. */
+/** A word at an address that the compiler does not know. */
 volatile uint32_t &word_at(uintptr_t address)
 {
     volatile uintptr_t hidden = address;
@@ -46,7 +46,7 @@ void write_to_flash()
     word_at(reinterpret_cast<uintptr_t>(flash_begin) + 0x1000U) = 1;
 }
 
-void touch_memory_that_is_not_there()
+void read_beyond_the_memory()
 {
     const uint32_t value =
         word_at(reinterpret_cast<uintptr_t>(ram_begin) + reinterpret_cast<uintptr_t>(ram_size));
@@ -80,9 +80,9 @@ void exhaust_the_stack()
     depth = recurse(&depth);
 }
 
-void exhaust_the_stack_of_interrupts()
+void exhaust_the_interrupt_stack()
 {
-    // SysTick is pending.
+    // Make SysTick pending.
     word_at(0xE000ED04U) = 1U << 26U;
     __asm volatile("dsb\n\tisb");
 }
@@ -95,19 +95,19 @@ void call_the_supervisor()
 void raise_an_interrupt_without_a_handler()
 {
     cortex_m4::enable_interrupt(31);
-    // The interrupt is pending.
+    // Make the interrupt pending.
     word_at(0xE000E200U) = 1U << 31U;
     __asm volatile("dsb\n\tisb");
 }
 
-/** Whether the functions of the board that are replaced below fault. */
+/** Whether the replaced functions of the board (see below) cause a fault. */
 bool board_faults;
 
 void fault_in_a_handler_and_in_its_report()
 {
     board_faults = true;
     enable_link_interrupt();
-    // The interrupt is pending.
+    // Make the interrupt pending.
     word_at(0xE000E200U + BOARD_LINK_INTERRUPT / 32U * 4U) = 1U << BOARD_LINK_INTERRUPT % 32U;
     __asm volatile("dsb\n\tisb");
 }
@@ -116,15 +116,15 @@ void return_from_the_program()
 {
 }
 
-constexpr void (*mistakes[])() = {
+constexpr void (*faults[])() = {
     write_through_null,
     read_member_through_null,
     write_to_flash,
-    touch_memory_that_is_not_there,
+    read_beyond_the_memory,
     execute_data,
     divide_by_zero,
     exhaust_the_stack,
-    exhaust_the_stack_of_interrupts,
+    exhaust_the_interrupt_stack,
     raise_an_interrupt_without_a_handler,
     call_the_supervisor,
     fault_in_a_handler_and_in_its_report,
@@ -154,7 +154,7 @@ bool __wrap_board_log_can_send()
     return __real_board_log_can_send();
 }
 
-// A board may bring its own handler.
+// A board may have its own handler.
 void SysTick_Handler() noexcept
 {
     exhaust_the_stack();
@@ -173,5 +173,5 @@ void run_board()
     (void)std::snprintf(text, sizeof text, "started, %s, %s", retained_reset_cause(),
                         fault != nullptr ? fault : "none");
     log_to_port(ZET_LOG_LEVEL_INFO, "test", text);
-    mistakes[read_settings().seed]();
+    faults[read_settings().seed]();
 }

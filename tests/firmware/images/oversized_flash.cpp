@@ -1,5 +1,5 @@
 /** @file
- * Asks for more flash than the board has.
+ * Needs more flash than the board has.
  */
 #include <cstdint>
 

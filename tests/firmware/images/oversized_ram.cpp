@@ -1,5 +1,5 @@
 /** @file
- * Asks for more memory than the board has.
+ * Needs more memory than the board has.
  */
 #include <cstdint>
 

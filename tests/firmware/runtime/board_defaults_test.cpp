@@ -1,5 +1,5 @@
 /** @file
- * Tests of what a board may leave to the firmware.
+ * Tests of the firmware's default implementations of board functions.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,26 +19,26 @@ struct board_defaults : testing::Test
     board_defaults()
     {
         board_wake();
-        // No wake is left.
+        // Clear a pending wake.
         board_wait(1);
         processor = {};
     }
 
     ~board_defaults() override
     {
-        EXPECT_FALSE(processor.interrupts_are_held_back);
+        EXPECT_FALSE(processor.interrupts_are_disabled);
         EXPECT_FALSE(processor.slept_unprotected);
     }
 };
 
-TEST_F(board_defaults, sleeps_for_the_time)
+TEST_F(board_defaults, sleeps_for_the_requested_time)
 {
     board_wait(1);
     board_wait(1000);
     EXPECT_THAT(processor.sleeps, testing::ElementsAre(cycles_per_us, 1000 * cycles_per_us));
 }
 
-TEST_F(board_defaults, sleeps_as_long_as_the_timer_can_count)
+TEST_F(board_defaults, sleeps_at_most_as_long_as_the_timer_can_count)
 {
     const uint32_t longest_us = 0xFFFFFF / cycles_per_us;
     board_wait(longest_us);
@@ -54,19 +54,19 @@ TEST_F(board_defaults, does_not_sleep_after_a_wake)
     board_wait(1000);
     EXPECT_THAT(processor.sleeps, testing::IsEmpty());
     board_wait(1000);
-    EXPECT_EQ(processor.sleeps.size(), 1U) << "several wakes end one wait";
+    EXPECT_EQ(processor.sleeps.size(), 1U) << "several wakes end only one wait";
 }
 
-TEST_F(board_defaults, keeps_a_wake_that_comes_at_the_end_of_a_wait)
+TEST_F(board_defaults, keeps_a_wake_at_the_end_of_a_wait)
 {
     processor.pending = board_wake;
     board_wait(1000);
     EXPECT_EQ(processor.sleeps.size(), 1U);
     board_wait(1000);
-    EXPECT_EQ(processor.sleeps.size(), 1U) << "the second wait does not sleep";
+    EXPECT_EQ(processor.sleeps.size(), 1U) << "the second wait must not sleep";
 }
 
-TEST_F(board_defaults, know_nothing_of_the_board)
+TEST_F(board_defaults, do_not_describe_the_board)
 {
     EXPECT_EQ(board_link_nearest_baudrate(123456), 123456U);
     EXPECT_EQ(board_reset_cause(), nullptr);

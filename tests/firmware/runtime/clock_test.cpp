@@ -1,5 +1,5 @@
 /** @file
- * Tests of the firmware's clock, to the microsecond.
+ * Tests of the firmware's clock, exact to the microsecond.
  */
 #include "clock.h"
 
@@ -33,7 +33,7 @@ struct runtime_clock : testing::Test
         checks = 0;
     }
 
-    /** Moves the clock on as time passes on a board: without missing a wrap of the counter. */
+    /** Advances the clock as on a board: without missing a wrap of the counter. */
     static void move_to(uint64_t time_us)
     {
         while (board.now_us() < time_us)
@@ -44,7 +44,7 @@ struct runtime_clock : testing::Test
     }
 };
 
-TEST_F(runtime_clock, counts_on_across_wraps_of_the_counter)
+TEST_F(runtime_clock, continues_when_the_counter_wraps)
 {
     for (uint64_t wrap = 1; wrap < 6; ++wrap)
     {
@@ -53,12 +53,12 @@ TEST_F(runtime_clock, counts_on_across_wraps_of_the_counter)
         {
             move_to(time_us);
             EXPECT_EQ(clock_now_us(), time_us);
-            EXPECT_EQ(clock_now_us(), time_us) << "read again";
+            EXPECT_EQ(clock_now_us(), time_us) << "a second read must return the same time";
         }
     }
 }
 
-TEST_F(runtime_clock, waits_in_pieces_and_ends_at_the_time)
+TEST_F(runtime_clock, splits_a_wait_and_ends_it_on_time)
 {
     board.advance_us(5);
     EXPECT_FALSE(clock_wait_until(5 + 3 * longest_us + 123, flag_is_set));
@@ -66,7 +66,7 @@ TEST_F(runtime_clock, waits_in_pieces_and_ends_at_the_time)
     EXPECT_THAT(board.waits, testing::ElementsAre(longest_us, longest_us, longest_us, 123));
 }
 
-TEST_F(runtime_clock, ends_a_wait_across_a_wrap_at_the_time)
+TEST_F(runtime_clock, ends_a_wait_on_time_when_the_counter_wraps)
 {
     move_to(wrap_us - 10);
     EXPECT_FALSE(clock_wait_until(wrap_us + 10, flag_is_set));
@@ -84,14 +84,14 @@ TEST_F(runtime_clock, checks_the_condition_after_every_wake)
     EXPECT_THAT(board.waits, testing::ElementsAre(100, 90));
 }
 
-TEST_F(runtime_clock, checks_the_condition_once_more_when_the_time_has_come)
+TEST_F(runtime_clock, checks_the_condition_again_at_the_end_of_a_wait)
 {
     board.at(100, [] { flag = true; });
     EXPECT_TRUE(clock_wait_until(100, flag_is_set));
     EXPECT_EQ(board.now_us(), 100U);
 }
 
-TEST_F(runtime_clock, does_not_wait_when_the_condition_holds)
+TEST_F(runtime_clock, does_not_wait_when_the_condition_is_true)
 {
     flag = true;
     board.advance_us(50);
@@ -114,14 +114,14 @@ TEST_F(runtime_clock, does_not_wait_when_the_time_has_passed)
     EXPECT_EQ(checks, 3);
 }
 
-TEST_F(runtime_clock, feeds_the_watchdog_between_the_waits)
+TEST_F(runtime_clock, feeds_the_watchdog_between_waits)
 {
     clock_sleep_until_us(10 * longest_us);
     EXPECT_EQ(board.longest_unfed_ns, longest_us * 1000);
-    EXPECT_EQ(board.last_feed_ns, board.now_ns) << "before whatever follows the wait";
+    EXPECT_EQ(board.last_feed_ns, board.now_ns) << "must feed it after the last wait";
 }
 
-TEST_F(runtime_clock, waits_49_days)
+TEST_F(runtime_clock, can_wait_49_days)
 {
     move_to(wrap_us - 1);
     const uint64_t end_us = wrap_us - 1 + uint64_t{UINT32_MAX} * 1000;
@@ -130,7 +130,7 @@ TEST_F(runtime_clock, waits_49_days)
     EXPECT_EQ(clock_now_us(), end_us);
 }
 
-TEST_F(runtime_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
+TEST_F(runtime_clock, delays_at_least_as_long_as_requested_and_less_than_2_us_longer)
 {
     for (const uint32_t duration_us : {0U, 1U, 86U, uint32_t{longest_us}, UINT32_MAX})
     {
@@ -139,7 +139,7 @@ TEST_F(runtime_clock, delays_at_least_as_long_as_asked_and_hardly_longer)
             board.advance_ns(1000 - board.now_ns % 1000 + part_ns);
             const uint64_t begin_ns = board.now_ns;
             const uint64_t shortest_ns = duration_us * uint64_t{1000};
-            // Between two counts.
+            // A wake between two counts.
             board.at_ns(begin_ns + shortest_ns / 2 + 500, board_wake);
             clock_delay_us(duration_us);
             const uint64_t elapsed_ns = board.now_ns - begin_ns;

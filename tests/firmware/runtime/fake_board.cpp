@@ -27,7 +27,7 @@ extern uint8_t firmware_retained_end[];
 namespace
 {
 
-/** Polls and waits of a test; the longest one takes some 6 million. */
+/** Limit of the polls and waits in a test. The longest test needs about 6 million. */
 constexpr uint64_t most_steps = 30000000;
 
 bool can_send(const transmitter_t &port)
@@ -43,14 +43,14 @@ void send(transmitter_t &port, uint8_t byte)
     port.sent += static_cast<char>(byte);
 }
 
-void note_call(std::string what)
+void record_call(std::string what)
 {
     board.calls.emplace_back(board.now_us(), std::move(what));
 }
 
-void note_switch(const char *what, uint32_t number, bool on)
+void record_switch(const char *what, uint32_t number, bool on)
 {
-    note_call(what + std::to_string(number) + (on ? " on" : " off"));
+    record_call(what + std::to_string(number) + (on ? " on" : " off"));
 }
 
 } // namespace
@@ -58,7 +58,7 @@ void note_switch(const char *what, uint32_t number, bool on)
 void reset_board()
 {
     board = {};
-    // Byte by byte, because a sanitizer forbids to clear the gaps between the variables in one go.
+    // Byte by byte, because a sanitizer reports a memset over the gaps between the variables.
     for (volatile uint8_t *byte = firmware_cleared_begin; byte != firmware_cleared_end; ++byte)
     {
         *byte = 0;
@@ -78,12 +78,12 @@ void fake_board_t::run_due_events()
     }
 }
 
-/** Ends the test program where the firmware waits without end: what waits cannot handle an exception. */
+/** Ends the test program when the firmware waits forever. The waiting code cannot handle an exception. */
 void fake_board_t::count_step()
 {
     if (++steps > most_steps)
     {
-        std::fputs("The firmware waits without end.\n", stderr);
+        std::fputs("The firmware waits forever.\n", stderr);
         std::abort();
     }
 }
@@ -145,7 +145,8 @@ void fake_board_t::enable_sensor_interrupts()
     signal(0);
 }
 
-// ---- what the firmware calls ------------------------------------------------------------------------------
+// ---- functions that the firmware calls
+// ------------------------------------------------------------------------------
 
 void enable_link_interrupt()
 {
@@ -176,7 +177,7 @@ void board_link_open(uint32_t baudrate)
 {
     board.cut_bytes += board.now_ns < board.link.idle_ns ? 1U : 0U;
     board.link.byte_time_ns = (10000000000U + baudrate - 1U) / baudrate;
-    note_call("link " + std::to_string(baudrate));
+    record_call("link " + std::to_string(baudrate));
 }
 
 bool board_link_can_send(void)
@@ -207,17 +208,17 @@ bool board_link_receive(uint8_t *byte)
 
 void board_sensor_set_supply(uint32_t sensor_id, bool on)
 {
-    note_switch("supply ", sensor_id, on);
+    record_switch("supply ", sensor_id, on);
 }
 
 void board_sensor_set_enable(uint32_t sensor_id, bool on)
 {
-    note_switch("enable ", sensor_id, on);
+    record_switch("enable ", sensor_id, on);
 }
 
 void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
 {
-    note_call("transfer " + std::to_string(sensor_id) + " " + std::to_string(size));
+    record_call("transfer " + std::to_string(sensor_id) + " " + std::to_string(size));
     std::reverse(buffer, buffer + size);
 }
 

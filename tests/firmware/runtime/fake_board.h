@@ -1,5 +1,5 @@
 /** @file
- * A board that exists in the memory of a test. Its time passes only where the test or the firmware waits.
+ * A fake board in the memory of a test. Its time passes only when the test or the firmware waits.
  */
 #ifndef VANTOR_FAKE_BOARD_H
 #define VANTOR_FAKE_BOARD_H
@@ -14,11 +14,11 @@
 #include <tuple>
 #include <vector>
 
-/** A serial port's transmitter: a buffer for one byte, and a register that shifts another one out. */
+/** The transmitter of a serial port: a buffer for one byte, and a shift register that sends another one. */
 struct transmitter_t
 {
     uint64_t byte_time_ns = 0;
-    bool is_blocked = false;     /**< takes nothing */
+    bool is_blocked = false;     /**< does not accept bytes */
     uint64_t buffer_free_ns = 0; /**< when the last byte leaves the buffer */
     uint64_t idle_ns = 0;        /**< when its last bit has been sent */
     std::string sent;
@@ -35,38 +35,40 @@ struct fake_board_t
 {
     uint64_t now_ns = 0;
     bool counter_runs = true;
-    uint64_t poll_time_ns = 1000; /**< what a question to a port takes */
+    uint64_t poll_time_ns = 1000; /**< duration of a poll of a port */
 
     transmitter_t link;
     transmitter_t log;
-    bool link_reports_last_bit = true; /**< whether the port knows more than that its buffer is empty */
-    uint32_t cut_bytes = 0; /**< bytes that were still being sent when the link's port was opened again */
-    std::deque<uint8_t> received; /**< by the link's port, not taken yet */
-    uint32_t sensor_lines = 0;    /**< interrupts of sensors that are not acknowledged */
+    bool link_reports_last_bit =
+        true; /**< whether the port reports the end of the last bit, rather than only an empty buffer */
+    uint32_t cut_bytes =
+        0; /**< bytes that were still in transmission when the link's port was opened again */
+    std::deque<uint8_t> received; /**< by the link's port, not read yet */
+    uint32_t sensor_lines = 0;    /**< interrupts of sensors that were not acknowledged */
 
     const char *reset_cause = nullptr;
     uint32_t reset_cause_reads = 0;
-    std::function<void()> on_reset_cause = [] {}; /**< what happens while it is read */
+    std::function<void()> on_reset_cause = [] {}; /**< called while it is read */
 
-    std::vector<call_t> calls;   /**< what was switched */
-    std::vector<uint32_t> waits; /**< durations that were asked for */
+    std::vector<call_t> calls;   /**< calls that switched something */
+    std::vector<uint32_t> waits; /**< requested durations */
     std::vector<log_entry_t> server_log;
     uint64_t last_feed_ns = 0;
-    uint64_t longest_unfed_ns = 0; /**< longest time between two feedings of the watchdog */
+    uint64_t longest_unfed_ns = 0; /**< longest time without feeding the watchdog */
 
     uint64_t now_us() const
     {
         return now_ns / 1000;
     }
 
-    /** Lets time pass, with the events that become due. */
+    /** Advances the time and runs the events that become due. */
     void advance_ns(uint64_t duration_ns);
     void advance_us(uint64_t duration_us)
     {
         advance_ns(duration_us * 1000);
     }
 
-    /** Has something happen at a time. */
+    /** Runs an event at a time. */
     void at_ns(uint64_t time_ns, std::function<void()> event)
     {
         events.emplace(time_ns, std::move(event));
@@ -76,17 +78,17 @@ struct fake_board_t
         at_ns(time_us * 1000, std::move(event));
     }
 
-    /** Lets bytes arrive over the link, with one interrupt. */
+    /** Receives bytes over the link, with one interrupt. */
     void receive(std::string_view bytes);
 
-    /** Lets sensors signal, sensor 1 in the lowest bit, with one interrupt. */
+    /** Raises the interrupts of sensors, sensor 1 in the lowest bit, as one interrupt. */
     void signal(uint32_t sensors);
 
-    /** Enables an interrupt; one that is pending is handled. */
+    /** Enables an interrupt. A pending one is handled. */
     void enable_link_interrupt();
     void enable_sensor_interrupts();
 
-    /** Waits as board_wait does. */
+    /** Implements board_wait. */
     void wait(uint32_t duration_us);
 
     bool is_woken = false;
@@ -101,13 +103,13 @@ private:
     bool sensor_interrupts_enabled = false;
 };
 
-/** The board of the test that runs. */
+/** The board of the running test. */
 extern fake_board_t board;
 
-/** Resets the processor: a new board, on which the firmware's memory is cleared, except what it retains. */
+/** Resets the processor: creates a new board and clears the firmware's memory, except the retained memory. */
 void reset_board();
 
-/** What the firmware retains over a reset. */
+/** The memory that the firmware retains over a reset. */
 std::span<uint8_t> retained_memory();
 
 #endif

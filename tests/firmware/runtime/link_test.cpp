@@ -1,5 +1,5 @@
 /** @file
- * Tests of the firmware's link, to the microsecond.
+ * Tests of the firmware's link, exact to the microsecond.
  */
 #include "link.h"
 
@@ -39,7 +39,7 @@ struct runtime_link : testing::Test
     }
 };
 
-TEST_F(runtime_link, opens_at_the_first_baud_rate)
+TEST_F(runtime_link, opens_at_the_initial_baud_rate)
 {
     EXPECT_THAT(board.calls, testing::ElementsAre(call_t{0, "link 115200"}));
 }
@@ -53,7 +53,7 @@ TEST_F(runtime_link, sends_every_byte_in_order)
     EXPECT_FALSE(link_is_stalled());
 }
 
-TEST_F(runtime_link, counts_as_stalled_when_nothing_was_taken_for_5_seconds)
+TEST_F(runtime_link, is_stalled_when_the_port_accepts_nothing_for_5_seconds)
 {
     for (const uint64_t poll_us : {1U, 7U, 10000U})
     {
@@ -65,7 +65,7 @@ TEST_F(runtime_link, counts_as_stalled_when_nothing_was_taken_for_5_seconds)
         const uint64_t begin_us = board.now_us();
         write("bcd");
         EXPECT_TRUE(link_is_stalled());
-        // The first poll finds out that the port takes nothing; the next ones round up to a poll.
+        // The first poll detects that the port accepts nothing. The wait ends with a poll.
         EXPECT_EQ(board.now_us() - begin_us, poll_us + (stall_us + poll_us - 1) / poll_us * poll_us);
         EXPECT_EQ(board.link.sent, "a");
     }
@@ -95,14 +95,14 @@ TEST_F(runtime_link, waits_across_a_wrap_of_the_counter)
     EXPECT_EQ(board.now_us() - begin_us, stall_us + 10);
 }
 
-TEST_F(runtime_link, drops_what_is_sent_after_a_stall_until_it_is_opened)
+TEST_F(runtime_link, discards_bytes_after_a_stall_until_it_is_opened)
 {
     board.link.is_blocked = true;
     write("a");
     board.link.is_blocked = false;
     const uint64_t begin_us = board.now_us();
     write("dropped");
-    EXPECT_EQ(board.now_us(), begin_us) << "without a look at the port";
+    EXPECT_EQ(board.now_us(), begin_us) << "must not poll the port";
     EXPECT_EQ(board.link.sent, "");
     link_open();
     EXPECT_FALSE(link_is_stalled());
@@ -110,7 +110,7 @@ TEST_F(runtime_link, drops_what_is_sent_after_a_stall_until_it_is_opened)
     EXPECT_EQ(board.link.sent, "sent");
 }
 
-TEST_F(runtime_link, feeds_the_watchdog_while_the_port_takes_nothing)
+TEST_F(runtime_link, feeds_the_watchdog_while_the_port_accepts_nothing)
 {
     board.link.is_blocked = true;
     board.last_feed_ns = board.now_ns;
@@ -119,7 +119,7 @@ TEST_F(runtime_link, feeds_the_watchdog_while_the_port_takes_nothing)
     EXPECT_GE(board.last_feed_ns, stall_us * 1000);
 }
 
-TEST_F(runtime_link, changes_the_baud_rate_when_the_last_bit_has_been_sent)
+TEST_F(runtime_link, changes_the_baud_rate_after_the_last_bit_was_sent)
 {
     board.poll_time_ns = 100;
     for (const bool reports_last_bit : {true, false})
@@ -145,7 +145,7 @@ TEST_F(runtime_link, changes_the_baud_rate_when_the_last_bit_has_been_sent)
     EXPECT_EQ(std::get<1>(board.calls.back()), "link 115200");
 }
 
-TEST_F(runtime_link, waits_for_one_byte_at_the_old_rate)
+TEST_F(runtime_link, waits_for_one_byte_at_the_old_baud_rate)
 {
     link_set_baudrate(9600);
     const uint64_t begin_us = board.now_us();
@@ -166,11 +166,12 @@ TEST_F(runtime_link, stops_waiting_for_a_port_that_does_not_drain)
     EXPECT_NEAR(static_cast<double>(board.now_us() - begin_us), 5e6 + 1e7 / 115200, 5.0);
     const uint64_t middle_us = board.now_us();
     link_set_baudrate(9600);
-    EXPECT_NEAR(static_cast<double>(board.now_us() - middle_us), 1e7 / 115200, 3.0) << "already stalled";
+    EXPECT_NEAR(static_cast<double>(board.now_us() - middle_us), 1e7 / 115200, 3.0)
+        << "must not wait again after a stall";
     EXPECT_TRUE(link_is_stalled());
 }
 
-TEST_F(runtime_link, gives_what_has_arrived)
+TEST_F(runtime_link, returns_received_bytes)
 {
     EXPECT_FALSE(link_has_input());
     EXPECT_EQ(read(), "");
@@ -193,7 +194,7 @@ TEST_F(runtime_link, marks_a_loss_with_a_zero_byte)
     EXPECT_EQ(read(), std::string_view("3456789abcde\0fg", 15));
 }
 
-TEST_F(runtime_link, discards_what_has_arrived)
+TEST_F(runtime_link, discards_received_bytes)
 {
     board.receive("old");
     link_discard_input();
@@ -205,7 +206,7 @@ TEST_F(runtime_link, discards_what_has_arrived)
     EXPECT_EQ(read(), "new");
 }
 
-TEST_F(runtime_link, keeps_what_has_arrived_over_a_change_of_the_baud_rate)
+TEST_F(runtime_link, keeps_received_bytes_when_the_baud_rate_changes)
 {
     board.receive("kept");
     link_set_baudrate(9600);

@@ -1,5 +1,5 @@
 /** @file
- * Tests of covering addresses by regions of the memory protection unit, by its rules in 64 bits.
+ * Tests of covering addresses with regions of the memory protection unit. The tests calculate in 64 bits.
  */
 #include "memory_protection.h"
 
@@ -18,7 +18,7 @@ using cortex_m4::unit_region_t;
 
 constexpr uint64_t all_addresses = uint64_t{1} << 32U;
 
-/** The smallest power of two from 32 on with a multiple of itself such that both ends lie in between. */
+/** The smallest size of an aligned region that contains both addresses: a power of two, at least 32. */
 uint64_t smallest_size(uint64_t begin, uint64_t last)
 {
     uint64_t size = 32;
@@ -29,7 +29,7 @@ uint64_t smallest_size(uint64_t begin, uint64_t last)
     return size;
 }
 
-/** Checks a region, one eighth after the other. */
+/** Checks every eighth of a region. */
 void check(uint32_t begin, uint32_t last)
 {
     SCOPED_TRACE(testing::Message() << std::hex << begin << " to " << last);
@@ -100,17 +100,17 @@ void expect_cover(uint32_t begin, uint32_t last, const unit_region_t &expected)
     EXPECT_EQ(unit.disabled_eighths, expected.disabled_eighths);
 }
 
-TEST(memory_cover, covers_memories_of_chips)
+TEST(memory_cover, covers_memories_of_real_chips)
 {
-    // Behind a boot loader.
+    // After a boot loader.
     expect_cover(0x08020200, 0x0803FFFF, {0x08020000, 17, 0});
     // 96 KiB.
     expect_cover(0x20000000, 0x20017FFF, {0x20000000, 17, 0xC0});
     // 192 KiB.
     expect_cover(0x20000000, 0x2002FFFF, {0x20000000, 18, 0xC0});
-    // One 32nd is left out: all are open.
+    // One 32nd at the beginning is not needed: all eighths are enabled.
     expect_cover(0x08004000, 0x0807FFFF, {0x08000000, 19, 0});
-    // One eighth is left out.
+    // One eighth is not needed.
     expect_cover(0x08010000, 0x0807FFFF, {0x08000000, 19, 0x01});
     // The id of a chip.
     expect_cover(0x1FFF7A10, 0x1FFF7A1B, {0x1FFF7A00, 5, 0});

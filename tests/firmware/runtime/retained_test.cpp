@@ -1,5 +1,5 @@
 /** @file
- * Tests of what the firmware retains over a reset.
+ * Tests of the information that the firmware retains over a reset.
  */
 #include "retained.h"
 
@@ -14,7 +14,7 @@
 namespace
 {
 
-/** Resets the board and starts the firmware; the board reports a cause, or null. */
+/** Resets the board and starts the firmware. The board reports @p board_cause. */
 void restart(const char *board_cause = nullptr)
 {
     reset_board();
@@ -23,7 +23,7 @@ void restart(const char *board_cause = nullptr)
     board.reset_cause = "read too late";
 }
 
-/** The same after the power was off, which leaves anything in memory. */
+/** The same after power off. The memory then contains random values. */
 void power_on(const char *board_cause = nullptr, uint32_t seed = 1)
 {
     std::mt19937 random(seed);
@@ -40,7 +40,7 @@ struct runtime_retained : testing::Test
     }
 };
 
-TEST_F(runtime_retained, knows_that_power_was_off)
+TEST_F(runtime_retained, detects_power_on)
 {
     for (uint32_t seed = 0; seed < 100; ++seed)
     {
@@ -57,7 +57,7 @@ TEST_F(runtime_retained, knows_that_power_was_off)
     }
 }
 
-TEST_F(runtime_retained, trusts_memory_only_when_both_marks_are_whole)
+TEST_F(runtime_retained, trusts_memory_only_if_both_marks_are_intact)
 {
     for (size_t byte = 0; byte < 8; ++byte)
     {
@@ -70,12 +70,12 @@ TEST_F(runtime_retained, trusts_memory_only_when_both_marks_are_whole)
             EXPECT_STREQ(retained_reset_cause(), "power on");
             EXPECT_STREQ(retained_last_fault(), nullptr);
             restart();
-            EXPECT_STREQ(retained_reset_cause(), "reset") << "from then on it does";
+            EXPECT_STREQ(retained_reset_cause(), "reset") << "the memory must be trusted after that";
         }
     }
 }
 
-TEST_F(runtime_retained, reports_its_own_cause_before_the_boards)
+TEST_F(runtime_retained, prefers_its_own_cause_to_the_boards)
 {
     power_on("brownout");
     EXPECT_STREQ(retained_reset_cause(), "brownout");
@@ -84,15 +84,15 @@ TEST_F(runtime_retained, reports_its_own_cause_before_the_boards)
     restart();
     EXPECT_STREQ(retained_reset_cause(), "reset");
     retain_restart_cause("memory lost");
-    EXPECT_STREQ(retained_reset_cause(), "reset") << "it is for the next start";
+    EXPECT_STREQ(retained_reset_cause(), "reset") << "the cause is for the next start";
     restart("reset pin");
     EXPECT_STREQ(retained_reset_cause(), "memory lost");
     restart("reset pin");
-    EXPECT_STREQ(retained_reset_cause(), "reset pin") << "its own cause counts once";
+    EXPECT_STREQ(retained_reset_cause(), "reset pin") << "its own cause must be used only once";
 }
 
-// The flags of a chip stay set until they are read, and would be taken for those of the next reset.
-TEST_F(runtime_retained, asks_the_board_at_every_start)
+// A chip keeps its flags until they are read. Otherwise they would look like those of the next reset.
+TEST_F(runtime_retained, reads_the_boards_cause_at_every_start)
 {
     EXPECT_EQ(board.reset_cause_reads, 1U);
     restart("watchdog");
@@ -102,17 +102,17 @@ TEST_F(runtime_retained, asks_the_board_at_every_start)
     EXPECT_EQ(board.reset_cause_reads, 1U);
 }
 
-TEST_F(runtime_retained, cuts_a_cause_that_is_too_long)
+TEST_F(runtime_retained, truncates_a_cause_that_is_too_long)
 {
     retain_restart_cause("12345678901234567890123CUT");
     restart();
     EXPECT_STREQ(retained_reset_cause(), "12345678901234567890123");
     restart("12345678901234567890123CUT");
     EXPECT_STREQ(retained_reset_cause(), "12345678901234567890123");
-    EXPECT_STREQ(retained_last_fault(), nullptr) << "what lies behind it";
+    EXPECT_STREQ(retained_last_fault(), nullptr) << "the memory after it must not change";
 }
 
-TEST_F(runtime_retained, keeps_a_fault_until_power_is_off)
+TEST_F(runtime_retained, keeps_a_fault_until_power_off)
 {
     retain_fault("hard fault");
     retain_fault(", pc ");
@@ -127,8 +127,8 @@ TEST_F(runtime_retained, keeps_a_fault_until_power_is_off)
     EXPECT_STREQ(retained_last_fault(), nullptr);
 }
 
-// A function of the board that is called before anything else.
-TEST_F(runtime_retained, keeps_a_fault_of_the_first_start)
+// A function of the board can fault before anything else is called.
+TEST_F(runtime_retained, keeps_a_fault_during_the_first_start)
 {
     struct fault_t
     {
@@ -144,7 +144,7 @@ TEST_F(runtime_retained, keeps_a_fault_of_the_first_start)
     EXPECT_STREQ(retained_last_fault(), "bus fault");
 }
 
-TEST_F(runtime_retained, replaces_a_fault_by_the_next_one)
+TEST_F(runtime_retained, replaces_a_fault_with_the_next_one)
 {
     retain_fault("the first, with a long text");
     restart();
@@ -155,7 +155,7 @@ TEST_F(runtime_retained, replaces_a_fault_by_the_next_one)
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(runtime_retained, reports_a_fault_as_the_cause_when_it_comes_during_a_restart)
+TEST_F(runtime_retained, reports_a_fault_during_a_restart_as_the_cause)
 {
     retain_restart_cause("memory lost");
     retain_fault("hard fault");
@@ -163,7 +163,7 @@ TEST_F(runtime_retained, reports_a_fault_as_the_cause_when_it_comes_during_a_res
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(runtime_retained, cuts_a_fault_that_is_too_long)
+TEST_F(runtime_retained, truncates_a_fault_that_is_too_long)
 {
     std::string expected;
     for (char digit = '0'; digit <= '9'; ++digit)
@@ -179,7 +179,7 @@ TEST_F(runtime_retained, cuts_a_fault_that_is_too_long)
     EXPECT_STREQ(retained_reset_cause(), "fault");
 }
 
-TEST_F(runtime_retained, ends_texts_whose_ends_are_damaged)
+TEST_F(runtime_retained, terminates_texts_whose_terminators_are_damaged)
 {
     std::fill(retained_memory().begin() + 8, retained_memory().end(), 'x');
     restart();

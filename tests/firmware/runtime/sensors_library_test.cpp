@@ -1,5 +1,5 @@
 /** @file
- * Tests of the firmware's interface for a sensor library, to the microsecond.
+ * Tests of the firmware's interface for a sensor library, exact to the microsecond.
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ struct runtime_sensors : testing::Test
         EXPECT_TRUE(sensors_start());
     }
 
-    /** Waits for a signal, and checks that the wait takes as long as it must. */
+    /** Waits for a signal, and checks how long the wait takes. */
     static bool wait(zet_sensor_id_t sensor_id, uint32_t timeout_ms, uint64_t expected_us)
     {
         const uint64_t begin_us = board.now_us();
@@ -45,13 +45,13 @@ TEST_F(runtime_sensors, switches_and_then_waits)
     zet_hal_integration_sensor_enable(2);
     zet_hal_integration_sensor_disable(2);
     zet_hal_integration_sensor_supply_off(2);
-    EXPECT_EQ(board.now_us(), 700U + 5000U + 300U + 3U) << "delays end with a whole microsecond";
+    EXPECT_EQ(board.now_us(), 700U + 5000U + 300U + 3U) << "delays are rounded up to a microsecond";
     EXPECT_THAT(board.calls,
                 testing::ElementsAre(call_t{0, "supply 2 on"}, call_t{701, "enable 2 on"},
                                      call_t{5702, "enable 2 off"}, call_t{6003, "supply 2 off"}));
 }
 
-TEST_F(runtime_sensors, leaves_the_enable_line_of_a_sensor_without_supply)
+TEST_F(runtime_sensors, does_not_switch_the_enable_line_of_a_sensor_without_supply)
 {
     zet_hal_integration_sensor_supply_on(1);
     zet_hal_integration_sensor_enable(2);
@@ -64,25 +64,25 @@ TEST_F(runtime_sensors, leaves_the_enable_line_of_a_sensor_without_supply)
     EXPECT_THAT(board.calls, testing::SizeIs(4));
 }
 
-TEST_F(runtime_sensors, forgets_signals_from_before_a_sensor_is_enabled)
+TEST_F(runtime_sensors, discards_signals_from_before_a_sensor_is_enabled)
 {
     zet_hal_integration_sensor_supply_on(1);
     board.signal(bit(1) | bit(2));
     board.at(701 + 4999, [] { board.signal(bit(1)); });
     zet_hal_integration_sensor_enable(1);
     EXPECT_FALSE(wait(1, 0, 0));
-    EXPECT_TRUE(wait(2, 0, 0)) << "the signal of another sensor";
+    EXPECT_TRUE(wait(2, 0, 0)) << "the signal of another sensor must be kept";
 }
 
-TEST_F(runtime_sensors, keeps_a_signal_that_came_before_the_wait)
+TEST_F(runtime_sensors, keeps_a_signal_from_before_the_wait)
 {
     board.signal(bit(3));
     board.advance_us(1000000);
     EXPECT_TRUE(wait(3, 1000, 0));
-    EXPECT_FALSE(wait(3, 1, 1000)) << "it counts once";
+    EXPECT_FALSE(wait(3, 1, 1000)) << "a signal must end only one wait";
 }
 
-TEST_F(runtime_sensors, keeps_a_signal_over_a_release_of_the_enable_line_of_another)
+TEST_F(runtime_sensors, keeps_a_signal_when_another_sensor_is_disabled)
 {
     zet_hal_integration_sensor_supply_on(2);
     board.signal(bit(3));
@@ -98,13 +98,13 @@ TEST_F(runtime_sensors, ends_a_wait_with_the_signal)
     EXPECT_FALSE(wait(1, 0, 0));
 }
 
-TEST_F(runtime_sensors, takes_a_signal_that_comes_with_the_time_out)
+TEST_F(runtime_sensors, accepts_a_signal_at_the_moment_of_the_time_out)
 {
     board.at(1000, [] { board.signal(bit(1)); });
     EXPECT_TRUE(wait(1, 1, 1000));
     board.at(2001, [] { board.signal(bit(1)); });
-    EXPECT_FALSE(wait(1, 1, 1000)) << "a microsecond too late";
-    EXPECT_TRUE(wait(1, 1, 1)) << "it is for the next wait";
+    EXPECT_FALSE(wait(1, 1, 1000)) << "the signal is a microsecond too late";
+    EXPECT_TRUE(wait(1, 1, 1)) << "it must end the next wait";
 }
 
 TEST_F(runtime_sensors, times_out_exactly)
@@ -115,7 +115,7 @@ TEST_F(runtime_sensors, times_out_exactly)
     }
 }
 
-TEST_F(runtime_sensors, waits_for_the_one_sensor)
+TEST_F(runtime_sensors, waits_only_for_the_requested_sensor)
 {
     board.at(100, [] { board.signal(bit(2)); });
     board.at(200, [] { board.signal(bit(32)); });
@@ -129,7 +129,7 @@ TEST_F(runtime_sensors, waits_for_the_one_sensor)
     }
 }
 
-TEST_F(runtime_sensors, times_out_exactly_though_another_sensor_signals)
+TEST_F(runtime_sensors, times_out_exactly_even_if_another_sensor_signals)
 {
     for (uint64_t time_us = 50; time_us < 3000; time_us += 50)
     {
@@ -138,7 +138,7 @@ TEST_F(runtime_sensors, times_out_exactly_though_another_sensor_signals)
     EXPECT_FALSE(wait(1, 1, 1000));
 }
 
-TEST_F(runtime_sensors, takes_the_signals_of_several_sensors_from_one_interrupt)
+TEST_F(runtime_sensors, accepts_signals_of_several_sensors_in_one_interrupt)
 {
     board.at(10, [] { board.signal(UINT32_MAX); });
     EXPECT_TRUE(wait(1, 1, 10));
@@ -148,7 +148,7 @@ TEST_F(runtime_sensors, takes_the_signals_of_several_sensors_from_one_interrupt)
     }
 }
 
-TEST_F(runtime_sensors, takes_signals_that_were_pending_at_the_start)
+TEST_F(runtime_sensors, accepts_signals_that_are_pending_at_the_start)
 {
     reset_board();
     board.signal(bit(1));
@@ -156,7 +156,7 @@ TEST_F(runtime_sensors, takes_signals_that_were_pending_at_the_start)
     EXPECT_TRUE(wait(1, 0, 0));
 }
 
-TEST_F(runtime_sensors, hands_the_board_to_the_library)
+TEST_F(runtime_sensors, passes_the_board_to_the_library)
 {
     EXPECT_EQ(zet_hal_integration_sensor_count(), 32);
     const zet_hal_k330_t *hal = zet_hal_nox_integration_get_implementation();
@@ -172,7 +172,7 @@ TEST_F(runtime_sensors, hands_the_board_to_the_library)
     EXPECT_THAT(board.calls, testing::ElementsAre(call_t{0, "transfer 7 3"}));
 }
 
-TEST_F(runtime_sensors, live_in_real_time)
+TEST_F(runtime_sensors, use_real_time)
 {
     EXPECT_FALSE(sensors_have_virtual_clock());
     board.advance_us(77);

@@ -46,7 +46,7 @@ void set(zet_config_t *config, uint8_t index, value_t subsweep_t::*member, value
     }
 }
 
-/** A value of a live configuration; 0 without one. */
+/** A value of a live configuration; 0 if the handle is invalid. */
 template <typename value_t>
 value_t get(const zet_config_t *config, value_t zet_config::*member, const char *operation)
 {
@@ -62,7 +62,7 @@ bool is_in_range(const char *name, int32_t value, int32_t lowest, int32_t highes
                static_cast<long>(lowest), static_cast<long>(highest));
 }
 
-/** Farthest point of a pulse repetition frequency. */
+/** Farthest point with a pulse repetition frequency. */
 int32_t farthest_point(zet_config_prf_t prf)
 {
     static constexpr int32_t points[] = {3074, 3843, 4612, 6918, 9224, 11530};
@@ -94,7 +94,7 @@ uint32_t samples_per_sweep(const zet_config &config)
     return samples;
 }
 
-/** Checks the numbers of sub-sweeps and sweeps, all sub-sweeps and the size of a frame. */
+/** Checks the number of sub-sweeps and sweeps, all sub-sweeps, and the size of a frame. */
 bool is_layout_valid(const zet_config &config)
 {
     if (!is_in_range("num_subsweeps", config.num_subsweeps, 1, ZET_MAX_NUM_SUBSWEEPS) ||
@@ -119,7 +119,7 @@ float max_sweep_rate(const zet_config &config)
     return 1.0e6F / static_cast<float>(samples_per_sweep(config));
 }
 
-/** Checks the idle states: no deeper between sweeps than between frames. */
+/** Checks that the idle state between sweeps is not deeper than the one between frames. */
 bool are_idle_states_valid(const zet_config &config)
 {
     return is_in_range("inter_frame_idle_state", config.inter_frame_idle_state,
@@ -203,7 +203,7 @@ bool zet_nox_get_buffer_size(const zet_config_t *config, uint32_t *buffer_size)
     }
     if (buffer_size == nullptr)
     {
-        return refuse("%s: the place for the size is null", __func__);
+        return refuse("%s: the pointer to the size is null", __func__);
     }
     if (!is_config_valid(*found))
     {

@@ -1,5 +1,5 @@
 /** @file
- * Registration, broken contracts, live objects, transfers and probes.
+ * Registration, contract violations, live objects, transfers and probes.
  */
 #include "library.h"
 
@@ -36,7 +36,7 @@ library_state_t library;
 
 constexpr uint8_t guard_byte = 0xA5;
 
-/** What a board's record lacks; null when it is complete. */
+/** The member that is missing in a board's record; null if it is complete. */
 const char *missing_part(const zet_hal_k330_t &hal)
 {
     return hal.transfer == nullptr           ? "transfer"
@@ -47,7 +47,7 @@ const char *missing_part(const zet_hal_k330_t &hal)
                                              : nullptr;
 }
 
-/** Formats a line and hands it to the board. */
+/** Formats a line and passes it to the board. */
 [[gnu::format(printf, 2, 0)]] void write_line(zet_log_level_t level, const char *format, va_list arguments)
 {
     char line[sizeof(stand_in_last_violation)];
@@ -65,7 +65,7 @@ const char *name_of(object_kind_t kind)
                                            : "processing";
 }
 
-/** Exchanges one piece, by 16-bit words where the board and the piece allow it. */
+/** Transfers one piece, in 16-bit words if the board and the piece allow it. */
 void transfer_piece(zet_sensor_id_t sensor_id, uint8_t *data, size_t size)
 {
     const auto transfer16 = library.hal->optimization.transfer16;
@@ -78,26 +78,26 @@ void transfer_piece(zet_sensor_id_t sensor_id, uint8_t *data, size_t size)
     library.hal->transfer(sensor_id, data, size);
 }
 
-/** Exchanges one piece between guards; false when one of them was written to. */
+/** Transfers one piece between guards. Returns false if a guard was overwritten. */
 bool exchange_guarded(zet_sensor_id_t sensor_id, uint8_t *data, size_t size)
 {
     uint8_t guard[guard_size];
     uint8_t before[guard_size];
-    uint8_t behind[guard_size];
+    uint8_t after[guard_size];
     std::memset(guard, guard_byte, guard_size);
     std::memcpy(before, data - guard_size, guard_size);
-    std::memcpy(behind, data + size, guard_size);
+    std::memcpy(after, data + size, guard_size);
     std::memcpy(data - guard_size, guard, guard_size);
     std::memcpy(data + size, guard, guard_size);
     transfer_piece(sensor_id, data, size);
     const bool intact = std::memcmp(data - guard_size, guard, guard_size) == 0 &&
                         std::memcmp(data + size, guard, guard_size) == 0;
     std::memcpy(data - guard_size, before, guard_size);
-    std::memcpy(data + size, behind, guard_size);
+    std::memcpy(data + size, after, guard_size);
     return intact;
 }
 
-/** Length of the next piece: even where the longest transfer allows it, so that words can be used. */
+/** Length of the next piece: even if the longest transfer allows it, so that words can be used. */
 size_t piece_size(size_t rest)
 {
     const size_t longest = library.hal->max_spi_transfer_size;
@@ -120,7 +120,7 @@ bool refuse(const char *format, ...)
     (void)std::vsnprintf(stand_in_last_violation, sizeof(stand_in_last_violation), format, arguments);
     va_end(arguments);
     ++stand_in_violations;
-    return log(ZET_LOG_LEVEL_ERROR, "contract broken: %s", stand_in_last_violation);
+    return log(ZET_LOG_LEVEL_ERROR, "contract violation: %s", stand_in_last_violation);
 }
 
 bool log(zet_log_level_t level, const char *format, ...)
@@ -164,7 +164,7 @@ void *allocate(size_t size, const char *operation)
     }
     else if (reinterpret_cast<uintptr_t>(memory) % alignof(std::max_align_t) != 0U)
     {
-        refuse("%s: mem_alloc gave memory that is not aligned for any object", operation);
+        refuse("%s: mem_alloc returned memory that is not aligned for every type", operation);
         library.hal->mem_free(memory);
         memory = nullptr;
     }
@@ -254,7 +254,7 @@ bool is_buffer_usable(const void *buffer, uint32_t size, uint32_t needed_size, c
 void stand_in_reset(void)
 {
     library = {};
-    forget_lines();
+    reset_lines();
     stand_in_violations = 0;
     stand_in_last_violation[0] = '\0';
 }
@@ -309,7 +309,7 @@ void zet_probes_register_callback(zet_probe_id_t probe_id, zet_probes_callback_r
         refuse("%s: %u is not a probe", __func__, static_cast<unsigned>(probe_id));
         return;
     }
-    // No other probe ever fires.
+    // Other probes are never called.
     if (probe_id == ZET_PROBE_ID_MEAS_SESSION_PARAMETERS)
     {
         library.callback = callback;

@@ -1,5 +1,5 @@
 /** @file
- * What the parts of the stand-in share: broken contracts, live objects, the link to the sensors.
+ * Shared parts of the stand-in: contract violations, live objects, the link to the sensors.
  */
 #ifndef STAND_IN_LIBRARY_H
 #define STAND_IN_LIBRARY_H
@@ -23,80 +23,80 @@ enum class object_kind_t : uint32_t
     processing = 0x434F5250,
 };
 
-/** The head of every object that is handed out. */
+/** The header of every object. */
 struct object_t
 {
     object_kind_t magic;
-    uint32_t serial; /**< unlike the address never used twice */
+    uint32_t serial; /**< unlike an address, never used twice */
     object_t *next;
 };
 
-/** Bytes around a transfer that must stay as they are. */
+/** Number of bytes before and after a transfer that must not change. */
 constexpr size_t guard_size = 8;
 
-/** Counts and logs a broken contract; always false. */
+/** Counts and logs a contract violation; always returns false. */
 [[gnu::format(printf, 1, 2)]] bool refuse(const char *format, ...);
 
-/** Logs a line that is not about a broken contract; always false. */
+/** Logs a line that is not about a contract violation; always returns false. */
 [[gnu::format(printf, 2, 3)]] bool log(zet_log_level_t level, const char *format, ...);
 
-/** Logs a line of the diagnostic log, when it is on. */
+/** Logs a line of the diagnostic log, if it is enabled. */
 [[gnu::format(printf, 1, 2)]] void log_diagnostics(const char *format, ...);
 
 /** Checks that the board's record is registered. */
 bool is_registered(const char *operation);
 
-/** Allocates memory through the board's record; null, with a log line, when there is none. */
+/** Allocates memory through the board's record. Logs an error and returns null if out of memory. */
 void *allocate(size_t size, const char *operation);
 
-/** A number for a log line. */
+/** Converts a number for the format %lu. */
 inline unsigned long number(uint32_t value)
 {
     return value;
 }
 
-/** What the lines of a sensor make of it. */
+/** The power state of a sensor, set by its lines. */
 enum class power_t
 {
     off,
-    half_on, /**< supplied or enabled */
-    on,      /**< also where the lines are not seen */
+    half_on, /**< either supplied or enabled */
+    on,      /**< also if the lines are not watched */
 };
 
-/** Forgets how all lines were switched. */
-void forget_lines();
+/** Resets the state of all lines. */
+void reset_lines();
 
-/** Checks that an id names a sensor of the board. */
+/** Checks that an id is that of a sensor. */
 bool is_sensor_id(zet_sensor_id_t sensor_id, const char *operation);
 
-/** What the lines of a sensor make of it. */
+/** The power state of a sensor, set by its lines. */
 power_t power_of(zet_sensor_id_t sensor_id);
 
 /** Checks that a sensor is supplied and enabled. */
 bool is_on(zet_sensor_id_t sensor_id, const char *operation);
 
-/** Makes a sensor unfit to be prepared until it is reset. */
+/** Prevents a sensor from being prepared until it is reset. */
 void require_reset(zet_sensor_id_t sensor_id);
 
 /** Checks that a sensor was reset since its calibration. */
 bool is_reset(zet_sensor_id_t sensor_id, const char *operation);
 
-/** Returns a sensor to its state at power-on. */
-void forget_state(zet_sensor_id_t sensor_id);
+/** Resets a sensor to its state at power-on. */
+void reset_state(zet_sensor_id_t sensor_id);
 
-/** Adds an object to the live ones. */
+/** Adds an object to the list of live objects. */
 void adopt(object_t *created, object_kind_t kind);
 
 /** The first live object. */
 object_t *live_objects();
 
-/** Finds a live object; null, as a broken contract, when the handle is not one of its kind. */
+/** Finds a live object. If there is none of this kind, counts a contract violation and returns null. */
 object_t *find_object(const void *handle, object_kind_t kind, const char *operation);
 
-/** Ends the life of an object. */
+/** Destroys an object. */
 void destroy(object_t *found);
 
-/** Creates an object; null when memory is exhausted. */
+/** Creates an object; returns null if out of memory. */
 template <typename type_t> type_t *create(const char *operation)
 {
     void *memory = allocate(sizeof(type_t), operation);
@@ -109,13 +109,13 @@ template <typename type_t> type_t *create(const char *operation)
     return created;
 }
 
-/** Finds the object behind a handle; null, as a broken contract, when it is not alive. */
+/** Finds the object of a handle. If it is not alive, counts a contract violation and returns null. */
 template <typename type_t> type_t *find(const void *handle, const char *operation)
 {
     return static_cast<type_t *>(find_object(handle, type_t::kind, operation));
 }
 
-/** Destroys what a handle names; null does nothing. */
+/** Destroys the object of a handle. Ignores null. */
 template <typename type_t> void destroy_handle(const void *handle, const char *operation)
 {
     type_t *found = handle != nullptr ? find<type_t>(handle, operation) : nullptr;
@@ -126,14 +126,14 @@ template <typename type_t> void destroy_handle(const void *handle, const char *o
 }
 
 /**
- * Exchanges bytes with a sensor, in pieces of at most the board's longest transfer.
+ * Transfers bytes to and from a sensor, in pieces of at most the board's longest transfer.
  *
- * @param data  the bytes, with guard_size bytes before and behind them that are only borrowed
- * @return false when the board wrote outside of a piece
+ * @param data  the bytes, with guard_size bytes before and after them that are restored
+ * @return false if the board wrote outside of a piece
  */
 bool exchange(zet_sensor_id_t sensor_id, uint8_t *data, size_t size);
 
-/** Offers the measurement-session parameter block to its probe; true when it may be used. */
+/** Passes the measurement-session parameter block to its probe. Returns whether the block may be used. */
 bool fire_probe(zet_sensor_id_t sensor_id, zet_cpd_k330_meas_session_parameters_t &block);
 
 /** Checks a work buffer. */
@@ -155,7 +155,7 @@ struct subsweep_t
     bool iq_imbalance_compensation = false;
 };
 
-/** The head of a frame in a work buffer; the samples follow. */
+/** The header of a frame in a work buffer. The samples follow. */
 struct frame_head_t
 {
     uint32_t magic;
@@ -164,19 +164,19 @@ struct frame_head_t
     uint32_t has_cca;
 };
 
-/** Marks a buffer with a frame that was read and not processed. */
+/** Marks a buffer that contains a frame that was read but not processed. */
 constexpr uint32_t frame_magic = 0x4D415246;
 
-/** Bytes of a work buffer that a calibration needs. */
+/** Size of the work buffer that a calibration needs, in bytes. */
 constexpr uint32_t calibration_buffer_size = 256;
 
-/** Samples of a frame; needs a valid layout. */
+/** Number of samples in a frame. The layout must be valid. */
 uint32_t samples_per_frame(const zet_config &config);
 
-/** Size of the work buffer for frames of a number of samples. */
+/** Size of the work buffer for frames with this number of samples. */
 uint32_t buffer_size_for(uint32_t samples);
 
-/** Checks a whole configuration. A fault is logged, but does not break a contract. */
+/** Checks a complete configuration. An error is logged, but not counted as a contract violation. */
 bool is_config_valid(const zet_config &config);
 
 /** Layout of the frames of a valid configuration. */

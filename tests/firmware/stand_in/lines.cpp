@@ -1,5 +1,5 @@
 /** @file
- * Supply and enable lines: the order in which they change, and what a sensor without them must not be asked.
+ * Supply and enable lines: checks the order of their changes, and that a sensor is on when it is used.
  */
 #include "library.h"
 
@@ -23,7 +23,7 @@ uint32_t bit_of(zet_sensor_id_t sensor_id)
     return 1U << (sensor_id - 1U);
 }
 
-/** Changes a line. A sensor whose line is released forgets everything. */
+/** Changes a line. Switching it off resets the sensor. */
 void change(uint32_t &line, zet_sensor_id_t sensor_id, bool on)
 {
     if (on)
@@ -33,7 +33,7 @@ void change(uint32_t &line, zet_sensor_id_t sensor_id, bool on)
     }
     line &= ~bit_of(sensor_id);
     lines.to_be_reset &= ~bit_of(sensor_id);
-    forget_state(sensor_id);
+    reset_state(sensor_id);
 }
 
 } // namespace
@@ -41,7 +41,7 @@ void change(uint32_t &line, zet_sensor_id_t sensor_id, bool on)
 namespace stand_in
 {
 
-void forget_lines()
+void reset_lines()
 {
     lines = {};
 }

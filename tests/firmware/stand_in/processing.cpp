@@ -50,7 +50,7 @@ zet_processing_t *zet_processing_create(const zet_config_t *config, zet_processi
     }
     if (metadata == nullptr)
     {
-        refuse("%s: the place for the metadata is null", __func__);
+        refuse("%s: the pointer to the metadata is null", __func__);
         return nullptr;
     }
     auto *processing = is_config_valid(*found) ? create<zet_processing>(__func__) : nullptr;
@@ -71,7 +71,7 @@ void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_proc
     }
     if (result == nullptr)
     {
-        refuse("%s: the place for the result is null", __func__);
+        refuse("%s: the pointer to the result is null", __func__);
         return;
     }
     auto *head = static_cast<frame_head_t *>(buffer);
@@ -89,7 +89,7 @@ bool zet_processing_cca_check(const zet_processing_t *processing, const void *bu
     }
     if (cca_value == nullptr)
     {
-        return refuse("%s: the place for the value is null", __func__);
+        return refuse("%s: the pointer to the value is null", __func__);
     }
     if (static_cast<const frame_head_t *>(buffer)->has_cca == 0U)
     {

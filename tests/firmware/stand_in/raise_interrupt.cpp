@@ -17,13 +17,13 @@ constexpr uint32_t exti_software_event = 0x40013C10;
 constexpr uint32_t exti_pending = 0x40013C14;
 constexpr uint32_t nvic_pending = 0xE000E200;
 
-/** Number of the interrupt of a line: the first five have one each. */
+/** Number of the interrupt of a line. The first five lines have one each. */
 uint32_t interrupt_of(uint32_t line)
 {
     return line < 5U ? 6U + line : line < 10U ? 23U : 40U;
 }
 
-/** Keeps the processor's interrupts off while it lives. */
+/** Disables the processor's interrupts during its lifetime. */
 class interrupt_lock_t
 {
 public:
@@ -49,7 +49,7 @@ void stand_in_raise_interrupt(zet_sensor_id_t sensor_id)
     const uint32_t bit = 1U << (sensor_id - 1U);
     const interrupt_lock_t lock;
     at(exti_software_event) = at(exti_software_event) | bit;
-    // QEMU stores the event, but raises nothing: there the interrupt itself is made pending.
+    // QEMU stores the event but does not raise the interrupt. There, make the interrupt itself pending.
     if ((at(exti_mask) & bit) != 0U && (at(exti_pending) & bit) == 0U)
     {
         const uint32_t number = interrupt_of(sensor_id - 1U);

@@ -13,7 +13,7 @@ namespace
 
 using namespace stand_in;
 
-/** The arguments of a calibration, the same for all its steps. */
+/** The arguments of a calibration, which must be the same for all its steps. */
 struct calibration_arguments_t
 {
     const bool *complete;
@@ -24,7 +24,7 @@ struct calibration_arguments_t
     bool operator==(const calibration_arguments_t &) const = default;
 };
 
-/** What a sensor was prepared with. */
+/** The program that a sensor was prepared with. */
 struct program_t
 {
     const zet_config_t *config; /**< null when not prepared */
@@ -47,7 +47,7 @@ static_assert(sizeof(calibration_t) == sizeof(zet_cal_result_t));
 
 constexpr uint32_t calibration_magic = 0x424C4143;
 
-/** What a work buffer contains before it contains a frame. */
+/** Fills a work buffer before it contains a frame. */
 constexpr int work_byte = 0x5A;
 
 } // namespace
@@ -58,7 +58,7 @@ struct zet_sensor : stand_in::object_t
     static constexpr auto kind = stand_in::object_kind_t::sensor;
 
     zet_sensor_id_t id = 0;
-    uint32_t calibration_step = 0; /**< 0 when none is under way */
+    uint32_t calibration_step = 0; /**< 0 if no calibration is in progress */
     calibration_arguments_t arguments = {};
     program_t prepared = {};
     uint32_t measured = 0; /**< frames since creation */
@@ -68,7 +68,7 @@ struct zet_sensor : stand_in::object_t
 namespace
 {
 
-/** The live handle of a sensor; null without one. */
+/** The live handle of a sensor, or null. */
 zet_sensor *handle_of(zet_sensor_id_t sensor_id)
 {
     for (object_t *candidate = live_objects(); candidate != nullptr; candidate = candidate->next)
@@ -82,21 +82,21 @@ zet_sensor *handle_of(zet_sensor_id_t sensor_id)
     return nullptr;
 }
 
-/** Exchanges a command with a sensor. */
+/** Sends a command to a sensor. */
 bool exchange_command(zet_sensor_id_t sensor_id)
 {
     struct
     {
         uint8_t before[guard_size];
         uint8_t command[16];
-        uint8_t behind[guard_size];
+        uint8_t after[guard_size];
     } bytes = {};
     return exchange(sensor_id, bytes.command, sizeof(bytes.command));
 }
 
 /**
- * Checks that a sensor with a handle is on. After an item that failed the server may calibrate and prepare a
- * sensor that it has switched off: this fails, but is not counted.
+ * Checks that a sensor with a handle is on. After a failed item the server may calibrate and prepare a sensor
+ * that it has switched off: this fails, but is not counted.
  */
 bool is_still_on(zet_sensor_id_t sensor_id, const char *operation)
 {
@@ -105,14 +105,14 @@ bool is_still_on(zet_sensor_id_t sensor_id, const char *operation)
                : is_on(sensor_id, operation);
 }
 
-/** Checks that the board has taken the last interrupt of a sensor. */
-bool is_interrupt_taken(const zet_sensor &sensor, const char *operation)
+/** Checks that the board has handled the last interrupt of a sensor. */
+bool is_interrupt_handled(const zet_sensor &sensor, const char *operation)
 {
     return !stand_in_interrupt_is_pending(sensor.id) ||
            refuse("%s: the interrupt of sensor %lu was not waited for", operation, number(sensor.id));
 }
 
-/** The check sum of a calibration: changes with every bit of it. */
+/** The checksum of a calibration. Every bit of the calibration changes it. */
 uint32_t checksum_of(const calibration_t &calibration)
 {
     uint32_t words[sizeof(calibration) / sizeof(uint32_t)];
@@ -139,14 +139,14 @@ void write_calibration(zet_sensor_id_t sensor_id, zet_cal_result_t &result)
     std::memcpy(&result, &content, sizeof(result));
 }
 
-/** Reads a calibration; false when it is damaged or not complete. */
+/** Reads a calibration; returns false if it is damaged or not complete. */
 bool read_calibration(const zet_cal_result_t &result, calibration_t &content)
 {
     std::memcpy(&content, &result, sizeof(content));
     return content.magic == calibration_magic && content.checksum == checksum_of(content);
 }
 
-/** Reads a calibration that may be damaged, which is logged, but not null, which breaks a contract. */
+/** Reads a calibration. If it is damaged, logs that; if it is null, counts a contract violation. */
 bool open_calibration(const zet_cal_result_t *result, calibration_t &content, const char *operation)
 {
     if (!is_registered(operation))
@@ -161,7 +161,7 @@ bool open_calibration(const zet_cal_result_t *result, calibration_t &content, co
            log(ZET_LOG_LEVEL_WARNING, "%s: the calibration result is damaged", operation);
 }
 
-/** Checks the arguments of a calibration step, and that the step before has ended. */
+/** Checks the arguments of a calibration step, and that the previous step has ended. */
 bool is_step_allowed(const zet_sensor &sensor, const calibration_arguments_t &arguments,
                      const char *operation)
 {
@@ -175,7 +175,7 @@ bool is_step_allowed(const zet_sensor &sensor, const calibration_arguments_t &ar
     }
     return (sensor.arguments == arguments || refuse("%s: step %lu has other arguments than the first",
                                                     operation, number(sensor.calibration_step + 1U))) &&
-           is_interrupt_taken(sensor, operation);
+           is_interrupt_handled(sensor, operation);
 }
 
 /** Checks that a calibration belongs to a sensor. */
@@ -190,7 +190,7 @@ bool is_calibrated(const zet_sensor &sensor, const zet_cal_result_t *result, con
                                                     operation, number(sensor.id), number(content.sensor_id));
 }
 
-/** Checks a configuration and the buffer for it. */
+/** Checks a configuration and its buffer. */
 bool is_program_allowed(const zet_config &config, const void *buffer, uint32_t buffer_size,
                         const char *operation)
 {
@@ -216,7 +216,7 @@ void fill_parameters(const zet_config &config, const subsweep_t &subsweep,
     parameters.rx_coarse = static_cast<uint16_t>(subsweep.start_point);
 }
 
-/** Makes the program of a valid configuration. */
+/** Creates the program for a valid configuration. */
 program_t program_of(const zet_config &config)
 {
     const uint32_t has_cca = config.enable_cca ? 1U : 0U;
@@ -234,7 +234,7 @@ program_t program_of(const zet_config &config)
     return made;
 }
 
-/** Checks that the configuration that a sensor was prepared with still lives. */
+/** Checks that a sensor is prepared and that its configuration is still alive. */
 bool is_prepared(const zet_sensor &sensor, const char *operation)
 {
     const program_t &prepared = sensor.prepared;
@@ -260,8 +260,8 @@ void write_frame(const zet_sensor &sensor, uint32_t frame_number, void *buffer)
     }
 }
 
-/** Returns a sensor to the state before prepare. */
-void forget_program(zet_sensor &sensor)
+/** Resets a sensor to the state before prepare. */
+void reset_program(zet_sensor &sensor)
 {
     sensor.prepared.config = nullptr;
     sensor.waiting = 0;
@@ -272,12 +272,12 @@ void forget_program(zet_sensor &sensor)
 namespace stand_in
 {
 
-void forget_state(zet_sensor_id_t sensor_id)
+void reset_state(zet_sensor_id_t sensor_id)
 {
     zet_sensor *sensor = handle_of(sensor_id);
     if (sensor != nullptr)
     {
-        forget_program(*sensor);
+        reset_program(*sensor);
         sensor->calibration_step = 0;
     }
 }
@@ -335,7 +335,7 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
         return false;
     }
     const calibration_arguments_t arguments = {cal_complete, cal_result, buffer, buffer_size};
-    forget_program(*found);
+    reset_program(*found);
     require_reset(found->id);
     if (!is_step_allowed(*found, arguments, __func__) || !exchange_command(found->id))
     {
@@ -377,7 +377,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
     {
         return false;
     }
-    forget_program(*found);
+    reset_program(*found);
     std::memset(buffer, work_byte, buffer_size);
     program_t made = program_of(*found_config);
     if (!exchange_command(found->id) || !fire_probe(found->id, made.block))
@@ -426,7 +426,7 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
         return refuse("%s: sensor %lu has no measured frame", __func__, number(found->id));
     }
     if (!is_buffer_usable(buffer, buffer_size, buffer_size_for(sample_count), __func__) ||
-        !is_interrupt_taken(*found, __func__))
+        !is_interrupt_handled(*found, __func__))
     {
         return false;
     }
@@ -468,7 +468,7 @@ bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t 
     }
     if (cal_info == nullptr)
     {
-        return refuse("%s: the place for the information is null", __func__);
+        return refuse("%s: the pointer to the information is null", __func__);
     }
     cal_info->temperature = static_cast<int16_t>(content.temperature);
     return true;

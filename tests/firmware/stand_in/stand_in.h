@@ -1,19 +1,19 @@
 /** @file
- * A stand-in for the maker's sensor library, to link and run firmware without it.
+ * A stand-in for the manufacturer's sensor library, to link and run firmware without it.
  *
- * It implements every function of `nox/`, measures nothing, and refuses what the headers there forbid: the
- * call is logged at level ERROR, counted, and fails or has no effect. What a header allows to fail (an
- * invalid configuration, a damaged calibration, exhausted memory) fails without being counted.
+ * It implements every function of `nox/`, but does not measure. A call that the headers there forbid is
+ * logged at level ERROR, counted, and fails or has no effect. A failure that the headers allow (an invalid
+ * configuration, a damaged calibration, out of memory) is not counted.
  *
- * - There are 16 sensor positions; each of them answers.
+ * - There are 16 sensor positions, all with a connected sensor.
  * - A calibration takes three steps with an interrupt each, then a call that completes it.
- * - A sensor whose supply or enable line is switched off forgets its program and a calibration under way.
+ * - A sensor whose supply or enable line is switched off loses its program and a calibration in progress.
  * - Calibrate and prepare fail when both lines of the handle's sensor were switched off. This is not counted,
- *   because the server may call them after an item that failed.
- * - The lines are seen when the image is linked with `-Wl,--wrap=board_sensor_set_supply` and
+ *   because the server may call them after a failed item.
+ * - The lines are watched if the image is linked with `-Wl,--wrap=board_sensor_set_supply` and
  *   `-Wl,--wrap=board_sensor_set_enable`, and the board's code is compiled without `-flto`. Otherwise every
- *   sensor counts as on and reset.
- * - A measurement is done at once; the frame rate of a configuration does not delay it.
+ *   sensor is treated as on and reset.
+ * - A measurement ends immediately. The frame rate of a configuration does not delay it.
  * - A frame has the samples of stand_in_sample, temperature 25, no flag set and clear-channel value 0.25.
  * - The highest sweep rate is 1,000,000 Hz divided by the points of a sweep. One sub-sweep with a sensor that
  *   stays ready between sweeps is measured in the high-speed mode.
@@ -31,24 +31,24 @@
 /** Number of sensor positions. */
 #define STAND_IN_SENSOR_COUNT 16U
 
-/** Interrupts of a calibration. */
+/** Number of interrupts of a calibration. */
 #define STAND_IN_CALIBRATION_STEPS 3U
 
 /** Temperature of every frame and calibration, in degrees Celsius. */
 #define STAND_IN_TEMPERATURE 25
 
-/** Clear-channel value of every frame whose configuration enables it. */
+/** Clear-channel value of every frame, if the configuration enables it. */
 #define STAND_IN_CCA_VALUE 0.25F
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-// NOLINTBEGIN(bugprone-dynamic-static-initializers): nothing is initialised by a declaration
-/** Number of broken contracts since start. */
+// NOLINTBEGIN(bugprone-dynamic-static-initializers): a declaration does not initialise anything
+/** Number of contract violations since the start. */
 extern uint32_t stand_in_violations;
 
-/** Text of the last broken contract; empty at start. */
+/** Text of the last contract violation; empty at the start. */
 extern char stand_in_last_violation[160];
 // NOLINTEND(bugprone-dynamic-static-initializers)
 
@@ -68,29 +68,29 @@ static inline zet_int16_complex_t stand_in_sample(zet_sensor_id_t sensor_id, uin
     return sample;
 }
 
-/** The parameter block with which a sensor was prepared last; null without one. */
+/** The parameter block of the last prepare of a sensor, or null. */
 const zet_cpd_k330_meas_session_parameters_t *stand_in_parameters(zet_sensor_id_t sensor_id);
 
-/** Returns to the state at start and forgets all handles without freeing them. For tests. */
+/** Resets the stand-in to its state at the start. Drops all handles without freeing them. For tests. */
 void stand_in_reset(void);
 
-/** Notes that the supply of a sensor is switched, and checks that it may be. */
+/** Records that the supply of a sensor is switched, and checks that this is allowed. */
 void stand_in_note_supply(zet_sensor_id_t sensor_id, bool on);
 
-/** Notes that the enable line of a sensor is driven or released, and checks that it may be. */
+/** Records that the enable line of a sensor is switched, and checks that this is allowed. */
 void stand_in_note_enable(zet_sensor_id_t sensor_id, bool on);
 
-/** @name What depends on the processor and the image
+/** @name Functions that depend on the processor and the image
  * @{
  */
 
-/** Returns whether all changes of the lines are noted. */
+/** Returns whether all changes of the lines are recorded. */
 bool stand_in_sees_lines(void);
 
 /** Raises a sensor's interrupt. */
 void stand_in_raise_interrupt(zet_sensor_id_t sensor_id);
 
-/** Whether a raised interrupt of a sensor was not taken yet. */
+/** Returns whether a raised interrupt of a sensor was not handled yet. */
 bool stand_in_interrupt_is_pending(zet_sensor_id_t sensor_id);
 
 /** @} */

@@ -1,10 +1,10 @@
 /** @file
- * Watches the lines of the sensors, in an image that is linked with the options for it (stand_in.h).
+ * Watches the lines of the sensors in an image that is linked with the options listed in stand_in.h.
  */
 #include "stand_in.h"
 
-// The linker's names for a wrapped function and for what stands in its place; without the options the former
-// do not exist.
+// The linker's names for a wrapped function and for its replacement. Without the options the former do not
+// exist.
 extern "C" {
 
 [[gnu::weak]] void __real_board_sensor_set_supply(uint32_t sensor_id, bool on);

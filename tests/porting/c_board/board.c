@@ -1,5 +1,6 @@
 /** @file
- * The emulated netduinoplus2 in C, as far as simulated sensors need it; counter.S reads its counter.
+ * The emulated netduinoplus2 in C, with only the functions for simulated sensors. counter.S reads its
+ * counter.
  */
 #include "board.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * Stands for the processor in a test on the PC: notes what is asked of it.
+ * Replaces the processor in tests on a PC, and records its use.
  */
 #ifndef VANTOR_CORTEX_M4_H
 #define VANTOR_CORTEX_M4_H
@@ -12,12 +12,11 @@
 namespace cortex_m4
 {
 
-/** The processor of the test that runs. */
+/** The processor of the running test. */
 struct fake_processor_t
 {
-    bool interrupts_are_held_back = false;
-    std::function<void()>
-        pending; /**< an interrupt that comes, and is handled, as soon as it is let through */
+    bool interrupts_are_disabled = false;
+    std::function<void()> pending;  /**< a pending interrupt, handled as soon as interrupts are enabled */
     std::vector<uint32_t> sleeps;   /**< in cycles */
     bool slept_unprotected = false; /**< whether an interrupt could have come between a check and a sleep */
 };
@@ -29,11 +28,11 @@ class interrupt_lock_t
 public:
     interrupt_lock_t()
     {
-        processor.interrupts_are_held_back = true;
+        processor.interrupts_are_disabled = true;
     }
     ~interrupt_lock_t()
     {
-        processor.interrupts_are_held_back = false;
+        processor.interrupts_are_disabled = false;
         if (processor.pending)
         {
             std::exchange(processor.pending, nullptr)();
@@ -48,7 +47,7 @@ constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
 inline void sleep(uint32_t cycles)
 {
     processor.sleeps.push_back(cycles);
-    processor.slept_unprotected = processor.slept_unprotected || !processor.interrupts_are_held_back;
+    processor.slept_unprotected = processor.slept_unprotected || !processor.interrupts_are_disabled;
 }
 
 } // namespace cortex_m4
