@@ -1,4 +1,4 @@
-"""Every command of `vantor` as a person types it: what it prints, what it leaves, its exit code."""
+"""Every command of `vantor`, as a user types it: its output, its files, its exit code."""
 
 import array
 import json
@@ -30,7 +30,7 @@ LINKS = (("--tcp", "0"), ("--pty",))
 
 
 class CommandTest(unittest.TestCase):
-    """Runs commands in a directory of their own."""
+    """Runs commands in a temporary directory."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
@@ -39,13 +39,13 @@ class CommandTest(unittest.TestCase):
         return os.path.join(self.folder, *names)
 
     def succeeds(self, *arguments):
-        """Runs a command that does its work without complaint; returns what it prints."""
+        """Runs a command that must succeed without a message; returns its output."""
         result = vantor(*arguments, cwd=self.folder)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         return result.stdout
 
     def fails(self, code, text, *arguments):
-        """Runs a command that ends with an exit code and says why."""
+        """Runs a command that must fail with an exit code and a message."""
         result = vantor(*arguments, cwd=self.folder)
         self.assertEqual(result.returncode, code, result.stderr)
         self.assertIn(text, result.stderr)
@@ -63,21 +63,23 @@ class CommandTest(unittest.TestCase):
         return self.path(name)
 
     def open_terminal(self):
-        """A terminal: our end and that of a command. Both stay open: what is on its way at a close may be lost."""
+        """
+        Opens a terminal; returns our end and the command's end. Both stay open, because closing could lose data.
+        """
         ends = pty.openpty()
         for end in ends:
             self.addCleanup(os.close, end)
         return ends
 
     def read_until(self, end, pattern):
-        """Reads from our end of a terminal until a pattern has come."""
+        """Reads from our end of a terminal until a pattern matches."""
         shown = ""
         while not re.search(pattern, shown):
             self.assertTrue(select.select([end], [], [], TIME_OUT)[0], f"{pattern!r} is not in {shown!r}")
             shown += os.read(end, 65536).decode()
 
     def data(self, recording, name="group-1-item-1"):
-        """The samples of an item, real and imaginary parts in turn."""
+        """The samples of an item, alternating real and imaginary parts."""
         samples = array.array("h")
         with open(os.path.join(recording, name + ".sigmf-data"), "rb") as file:
             samples.frombytes(file.read())
@@ -137,7 +139,7 @@ class Identify(CommandTest):
                 self.assertTrue(result.stderr.endswith(
                     "vantor: The simulated server has ended; its own message says why.\n"), result.stderr)
 
-    def test_something_else_than_a_server(self):
+    def test_not_a_server(self):
         answers = (b'{"status":"ok","command":"end","payload_size":0}\n'
                    b'{"status":"ok","command":"identify","payload_size":0,"sensor":7}\n')
 
@@ -158,7 +160,7 @@ class Identify(CommandTest):
 
 class Scan(CommandTest):
     def silent_device(self):
-        """A serial device behind which nobody answers."""
+        """Creates a serial device on which nothing answers."""
         device, other_end = pty.openpty()
         self.addCleanup(os.close, device)
         self.addCleanup(os.close, other_end)
@@ -179,15 +181,15 @@ class Scan(CommandTest):
             found = json.loads(self.succeeds("scan", name, "--json", "--baudrate", "921600"))
             self.assertEqual([server["address"] for server in found], [f"serial:{name}@921600"])
 
-    def test_silence(self):
+    def test_no_answer(self):
         device = self.silent_device()
         self.fails(4, f"{device} does not answer.", "scan", device)
         self.assertEqual(json.loads(self.fails(4, "no serial device answers", "scan", device, "--json")), [])
 
-    def test_a_device_that_sends_on_and_on(self):
+    def test_a_device_that_never_stops_sending(self):
         end = b'{"status":"ok","command":"end","payload_size":0}\n'
         for name, first, more in (("a message that never ends", b'{"status":"ok","payload_size":1000000}\n', b"x"),
-                                  ("an answer cut short", end + b'{"status":', b""),
+                                  ("a truncated answer", end + b'{"status":', b""),
                                   ("messages", b"", b'{"status":"ok","command":"ping","payload_size":0}\n')):
             with self.subTest(name):
                 ours, device = pty.openpty()
@@ -208,17 +210,17 @@ class Scan(CommandTest):
                 self.assertEqual(result.returncode, 4, result.stdout)
                 self.assertIn("does not answer.", result.stderr)
 
-    def test_a_device_that_is_not_there(self):
+    def test_a_device_that_does_not_exist(self):
         self.fails(4, "/dev/nothing", "scan", "/dev/nothing")
 
 
 class Validate(CommandTest):
-    def test_examples_have_no_fault(self):
+    def test_examples_are_valid(self):
         for file in (ONE_SENSOR, TWO_SENSORS):
             self.assertIn("no fault found", self.succeeds("validate", file))
             self.assertEqual(json.loads(self.succeeds("validate", file, "--json")), {"valid": True, "faults": []})
 
-    def test_a_fault_has_its_place_and_what_is_allowed(self):
+    def test_a_fault_is_printed_with_its_place_and_the_allowed_values(self):
         configuration = example("single_sensor.json")
         configuration["groups"][0][0]["config"]["profile"] = 6
         file = self.write("wrong.json", configuration)
@@ -236,7 +238,7 @@ class Validate(CommandTest):
 
 
 class Record(CommandTest):
-    def test_a_directory_of_its_own_by_default(self):
+    def test_a_new_directory_by_default(self):
         output = self.succeeds("record", ONE_SENSOR, "--frames", "3", "--connect", FAST)
         recording = self.path(output.rpartition("recording: ")[2].strip())
         self.assertEqual(os.path.dirname(recording), self.path("recordings"))
@@ -250,7 +252,7 @@ class Record(CommandTest):
         self.assertGreater(summary["frames"], 0)
         self.assertEqual(len(self.data(self.path("timed"))), 2 * summary["frames"] * 8 * 160)
 
-    def test_summary_for_programs(self):
+    def test_summary_in_json(self):
         summary = json.loads(self.succeeds("record", TWO_SENSORS, "--frames", "5", "--connect", FAST, "--output",
                                            self.path("r"), "--json"))
         self.assertEqual((summary["frames"], summary["interrupted"], summary["disturbances"]), (5, False, 0))
@@ -271,7 +273,7 @@ class Record(CommandTest):
         self.assertFalse(os.path.exists(self.path("recordings")))
 
     def test_progress_on_a_terminal_only(self):
-        # At 20 frames a second, none of which comes early, they take longer than the time to the first line.
+        # At 20 frames a second, this takes longer than the time to the first progress line.
         arguments = [VANTOR, "record", ONE_SENSOR, "--frames", "8", "--output"]
         quiet = subprocess.run([*arguments, self.path("quiet")], capture_output=True, timeout=TIME_OUT, check=True)
         self.assertEqual(quiet.stderr, b"")
@@ -282,7 +284,7 @@ class Record(CommandTest):
 
 
 class Calibrate(CommandTest):
-    def test_a_calibration_spares_the_next_session_its_own(self):
+    def test_a_session_with_a_calibration_does_not_calibrate(self):
         scene = self.write("scene.json", {"faults": [{"kind": "failing_calibration", "sensor": number}
                                                      for number in (1, 2)]})
         refusing = f"{FAST} --scene {scene}"
@@ -311,7 +313,7 @@ class Calibrate(CommandTest):
 
 
 class Info(CommandTest):
-    def test_what_a_recording_holds(self):
+    def test_contents_of_a_recording(self):
         recording = self.record(frames=7)
         self.assertIn("7 frames, started ", self.succeeds("info", recording))
         about = json.loads(self.succeeds("info", recording, "--json"))
@@ -394,12 +396,12 @@ class Replay(CommandTest):
                               stderr=terminal, text=True) as process:
             self.addCleanup(process.kill)
             address = process.stdout.readline().removeprefix("listening on ").strip()
-            # At 50 frames a second, none of which comes early, they take longer than from one line to the next.
+            # At 50 frames a second, this takes longer than the time between two progress lines.
             self.record(frames=15, name="copy", where=address)
         self.read_until(ours, r"\r[1-9]\d* frames, [\d.]+ frames/s")
 
     def ends_at_signal(self, number, hosts):
-        """A signal ends a replay, also in the background of a script, where a shell has Ctrl-C ignored."""
+        """Expects a signal to end a replay, also in the background of a script, where the shell ignores Ctrl-C."""
         with subprocess.Popen([VANTOR, "replay", self.record(frames=2, name=f"r{number}-{hosts}")],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                               preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN)) as process:
@@ -428,7 +430,7 @@ class Replay(CommandTest):
 
 class Completion(CommandTest):
     def complete(self, *words):
-        """What the script for bash offers after some words."""
+        """Returns the completions that the script for bash offers after some words."""
         script = ('source <("$1" completion bash); shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _vantor; '
                   'printf "%s\\n" "${COMPREPLY[@]}"')
         result = subprocess.run(["bash", "-c", script, "bash", VANTOR, *words], capture_output=True, text=True,

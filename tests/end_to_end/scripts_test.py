@@ -1,4 +1,4 @@
-"""The scripts of the repository as a person types them: their usage, and what they print."""
+"""The scripts of the repository, as a user runs them: their usage and their output."""
 
 import json
 import os
@@ -26,7 +26,7 @@ class Usage(unittest.TestCase):
                 self.assertEqual((result.returncode, result.stderr), (0, ""))
                 self.assertRegex(result.stdout, "^usage: ")
 
-    def test_words_that_are_not_understood(self):
+    def test_unknown_arguments(self):
         for script, *words in (("run", "junk"), ("run", "--firmware", "junk"), ("run", "--help", "junk"),
                                ("test", "junk"), ("test", "--help", "junk"), ("scripts/soak", "junk"),
                                ("scripts/soak", "--help", "junk")):
@@ -41,13 +41,13 @@ class ConfigurationDocument(unittest.TestCase):
 
     maxDiff = None
 
-    def test_it_is_what_its_script_prints(self):
+    def test_the_document_equals_the_output_of_its_script(self):
         result = run(os.path.join(ROOT, "scripts/configuration-document"))
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         with open(os.path.join(ROOT, "docs/configuration.md"), encoding="utf-8") as file:
             self.assertEqual(file.read(), result.stdout)
 
-    def test_the_protocol_repeats_no_member(self):
+    def test_the_protocol_document_does_not_repeat_members(self):
         with open(os.path.join(ROOT, "docs/configuration.schema.json"), encoding="utf-8") as file:
             members = json.load(file)["$defs"]["config"]["properties"]
         with open(os.path.join(ROOT, "docs/protocol.md"), encoding="utf-8") as file:
@@ -57,8 +57,8 @@ class ConfigurationDocument(unittest.TestCase):
             self.assertNotRegex(protocol, rf"(?m)^\| `{name}` \|")
 
 
-class Folder(unittest.TestCase):
-    """Runs a script in a folder of its own, in which other programs are stand-ins."""
+class Summary(unittest.TestCase):
+    """Runs ./test in a directory where a stand-in replaces every stage."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
@@ -153,9 +153,18 @@ class Summary(Folder):
         for name in ("cmake", "ctest"):
             self.stand_in("bin", name, "echo 100% tests passed")
 
+    def stand_in(self, directory, name, what):
+        """Writes a program that runs a command."""
+        os.makedirs(os.path.join(self.folder, directory), exist_ok=True)
+        path = os.path.join(self.folder, directory, name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(f"#!/bin/sh\n{what}\n")
+        os.chmod(path, 0o755)
+
     def outcome(self):
-        """The exit code of ./test and what it says of all stages."""
-        result = self.run_script("test")
+        """Returns the exit code of ./test and its summary of all stages."""
+        environment = {**os.environ, "PATH": os.path.join(self.folder, "bin") + ":" + os.environ["PATH"]}
+        result = run(os.path.join(self.folder, "test"), env=environment)
         return result.returncode, [line for line in result.stdout.splitlines() if line.endswith((" passed.", "FAILED."))]
 
     def test_all_passed(self):

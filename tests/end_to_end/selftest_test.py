@@ -1,4 +1,4 @@
-"""`vantor selftest`: good servers pass, and each planted fault is found by the case that is there to find it."""
+"""`vantor selftest`: good servers pass, and each planted fault is found by the case for it."""
 
 import json
 import select
@@ -14,7 +14,7 @@ CLOCK = {"the clock keeps time"}  # skipped when it is virtual
 
 
 class FaultyServer(threading.Thread):
-    """Stands between hosts, one after the other, and a server on TCP, and changes what the server sends."""
+    """A relay between hosts, one after the other, and a server on TCP. It changes messages of the server."""
 
     def __init__(self, server):
         super().__init__(daemon=True)
@@ -32,7 +32,7 @@ class FaultyServer(threading.Thread):
 
     def __exit__(self, *_):
         self.ending = True
-        socket.create_connection(self.listener.getsockname(), TIME_OUT).close()  # lets accept() return
+        socket.create_connection(self.listener.getsockname(), TIME_OUT).close()  # makes accept() return
         self.join(TIME_OUT)
         self.listener.close()
         self.close_upstream()
@@ -46,14 +46,14 @@ class FaultyServer(threading.Thread):
                 self.serve(host)
 
     def close_upstream(self):
-        """Ends the connection to the server, if there is one."""
+        """Closes the connection to the server, if there is one."""
         if self.upstream is not None:
             self.upstream.close()
             self.upstream = None
             self.from_server = b""
 
     def serve(self, host):
-        """Serves one host until it goes."""
+        """Serves one host until it disconnects."""
         if self.upstream is None:
             self.upstream = socket.create_connection(self.server_address, TIME_OUT)
         from_host = b""
@@ -66,7 +66,7 @@ class FaultyServer(threading.Thread):
                     if source is host:
                         *lines, from_host = (from_host + data).split(b"\n")
                         for line in lines:
-                            self.note(line)
+                            self.on_line(line)
                         self.upstream.sendall(self.to_server(data))
                     else:
                         self.from_server += data
@@ -75,7 +75,7 @@ class FaultyServer(threading.Thread):
                     return self.lose_host()
 
     def forward(self, host):
-        """Passes on every whole message."""
+        """Passes on every complete message."""
         while (end := self.from_server.find(b"\n") + 1) > 0:
             line = self.from_server[:end]
             header = json.loads(line)
@@ -92,23 +92,23 @@ class FaultyServer(threading.Thread):
             host.sendall(line + payload)
 
     def lose_host(self):
-        """The host is gone."""
+        """Called when the host has disconnected."""
         self.close_upstream()
 
-    def note(self, line):
-        """Sees every line of the host."""
+    def on_line(self, line):
+        """Called with every line of the host."""
 
     def to_server(self, data):
-        """What the server gets instead of bytes of the host."""
+        """Returns the bytes for the server in place of these bytes of the host."""
         return data
 
     def change(self, header):
-        """The message that a host gets instead of one of the server; nothing when it is dropped."""
+        """Returns the message for the host in place of this one of the server; None to drop it."""
         return header
 
 
 class StatesTooSmallPayload(FaultyServer):
-    """States a payload of one sample less, in a frame of several sensors that measured at once."""
+    """States a payload size that is one sample too small, in a frame of several sensors that measure together."""
 
     def change(self, header):
         if len(header.get("result_info", [[]])[0]) > 1:
@@ -117,11 +117,11 @@ class StatesTooSmallPayload(FaultyServer):
 
 
 class AnswersWrongCode(FaultyServer):
-    """Answers text that is not JSON by another error."""
+    """Answers text that is not JSON with the wrong error."""
 
     text = False
 
-    def note(self, line):
+    def on_line(self, line):
         self.text = line == b"this is not JSON"
 
     def change(self, header):
@@ -129,7 +129,7 @@ class AnswersWrongCode(FaultyServer):
 
 
 class PacedFrames(FaultyServer):
-    """Counts the frames of a session that the server paces."""
+    """Counts the frames of a session whose rate the server keeps."""
 
     def __init__(self, server):
         super().__init__(server)
@@ -146,16 +146,16 @@ class PacedFrames(FaultyServer):
         return header
 
     def with_tick(self, header, tick):
-        """A frame of one item with another tick."""
+        """Returns a frame of one item with another tick."""
         return {**header, "result_info": [[{**header["result_info"][0][0], "tick": tick % 2**32}]]}
 
     def change_paced(self, header):
-        """What is sent instead of a paced frame."""
+        """Returns the message in place of a frame of such a session."""
         return header
 
 
 class RepeatsTick(PacedFrames):
-    """Sends the tick of a frame a second time with the next one."""
+    """Sends the tick of a frame again with the next frame."""
 
     tick = 0
 
@@ -167,7 +167,7 @@ class RepeatsTick(PacedFrames):
 
 
 class GoesBack(PacedFrames):
-    """Sends a tick before that of the frame before."""
+    """Sends a tick that is before that of the previous frame."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -175,7 +175,7 @@ class GoesBack(PacedFrames):
 
 
 class MeasuresTooEarly(PacedFrames):
-    """Measures from the tenth frame of the stream on half a period before a frame is due."""
+    """Measures half a period early, from the tenth frame of the stream."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -183,7 +183,7 @@ class MeasuresTooEarly(PacedFrames):
 
 
 class LeavesOutWithoutCounting(PacedFrames):
-    """Measures from the tenth frame of the stream on one period late, and counts no frame as left out."""
+    """Measures one period late, from the tenth frame of the stream, without counting a frame as left out."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -191,11 +191,11 @@ class LeavesOutWithoutCounting(PacedFrames):
 
 
 class LosesFrame(FaultyServer):
-    """Loses the five hundredth frame of a session."""
+    """Drops the 500th frame of a session."""
 
     frames = 0
 
-    def note(self, line):
+    def on_line(self, line):
         if b'"configure"' in line:
             self.frames = 0
 
@@ -206,7 +206,7 @@ class LosesFrame(FaultyServer):
 
 
 class RunsFast(FaultyServer):
-    """Counts twelve times as fast as it says, from the first statistics on."""
+    """Its clock is twelve times too fast, from the first statistics."""
 
     first = None
 
@@ -219,11 +219,11 @@ class RunsFast(FaultyServer):
 
 
 class LeaksMemory(FaultyServer):
-    """Reports a few bytes more in use after each session."""
+    """Reports that each session leaks a few bytes."""
 
     sessions = 0
 
-    def note(self, line):
+    def on_line(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -234,11 +234,11 @@ class LeaksMemory(FaultyServer):
 
 
 class SplitsMemory(FaultyServer):
-    """Reports a smaller largest free piece after each session."""
+    """Reports that the largest free block shrinks with each session."""
 
     sessions = 0
 
-    def note(self, line):
+    def on_line(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -249,14 +249,14 @@ class SplitsMemory(FaultyServer):
 
 
 class KeepsSession(FaultyServer):
-    """Does not notice that a host is gone."""
+    """Does not detect that a host has disconnected."""
 
     def lose_host(self):
         pass
 
 
 class ChangesAnyRate(FaultyServer):
-    """Answers that it changed the baud rate, whatever the rate."""
+    """Confirms every change of the baud rate."""
 
     def change(self, header):
         if header.get("code") == "baudrate_fixed":
@@ -265,11 +265,11 @@ class ChangesAnyRate(FaultyServer):
 
 
 class SerialLine(FaultyServer):
-    """Looks like a server on a serial line, whose baud rate can be changed up to 921,600."""
+    """Behaves like a server on a serial line with a baud rate of up to 921,600."""
 
     rate = 0
 
-    def note(self, line):
+    def on_line(self, line):
         if b'"baudrate"' in line:
             self.rate = json.loads(line)["baudrate"]
 
@@ -284,12 +284,12 @@ class SerialLine(FaultyServer):
 
 
 class NeverFallsBack(SerialLine):
-    """Stays at a baud rate that no ping has confirmed: what comes at the old rate is noise."""
+    """Keeps a baud rate that was not confirmed by a ping. Input at the old rate is noise."""
 
     changes = 0
 
-    def note(self, line):
-        super().note(line)
+    def on_line(self, line):
+        super().on_line(line)
         self.changes += b'"baudrate"' in line and 1 <= self.rate <= 921600
 
     def to_server(self, data):
@@ -297,7 +297,7 @@ class NeverFallsBack(SerialLine):
 
 
 class Describes(FaultyServer):
-    """Describes itself in another way."""
+    """Describes itself with changed members."""
 
     def __init__(self, server, members):
         super().__init__(server)
@@ -311,7 +311,7 @@ class Describes(FaultyServer):
 
 class SelfTest(unittest.TestCase):
     def results(self, address, **options):
-        """Tests a server; returns its exit code and the cases by how they ended, with what is said of each."""
+        """Tests a server; returns the cases by result."""
         result = self_test(address, "--json", **options)
         document = json.loads(result.stdout)
         self.assertEqual(document["address"], address)
@@ -324,7 +324,7 @@ class SelfTest(unittest.TestCase):
         return cases
 
     def passes(self, address, skipped):
-        """Tests a server without a fault."""
+        """Expects a server to pass."""
         cases = self.results(address)
         self.assertEqual(cases["failed"], {})
         self.assertEqual(set(cases["skipped"]), skipped)
@@ -333,7 +333,7 @@ class SelfTest(unittest.TestCase):
 
     def finds(self, kind, case, expected, got, skipped=FIXED_RATE | CLOCK, seconds=60, clock="virtual",
               **arguments):
-        """Tests a server with a fault, which exactly one case finds."""
+        """Expects exactly one case to find the fault of a server."""
         with Server("--tcp", "0", "--clock", clock) as server, kind(server, **arguments) as faulty:
             cases = self.results(faulty.address, seconds=seconds)
         self.assertEqual(set(cases["failed"]), {case}, cases["failed"])
@@ -359,15 +359,15 @@ class GoodServers(SelfTest):
         with Server("--tcp", "0", "--clock", "virtual") as server, FaultyServer(server) as relay:
             self.passes(relay.address, FIXED_RATE | CLOCK)
 
-    def test_over_a_network_to_a_serial_line(self):
+    def test_over_tcp_to_a_serial_line(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, SerialLine(server) as relay:
             self.passes(relay.address, LOST_HOST | CLOCK)
 
-    def test_a_server_that_does_not_know_its_memory(self):
+    def test_a_server_that_does_not_report_its_memory(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, Describes(server, {"memory": None}) as relay:
             self.passes(relay.address, FIXED_RATE | CLOCK | {"memory is as before after 20 sessions"})
 
-    def test_results_are_printed_for_people(self):
+    def test_results_are_printed_as_text(self):
         result = self_test("sim:--clock virtual")
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
@@ -381,13 +381,13 @@ class GoodServers(SelfTest):
 
 
 class PlantedFaults(SelfTest):
-    def test_a_payload_that_is_stated_too_small(self):
+    def test_a_payload_size_that_is_too_small(self):
         self.finds(StatesTooSmallPayload, "all sensors measure at once", "valid messages", "156 bytes.* 160")
 
     def test_a_wrong_error_code(self):
         self.finds(AnswersWrongCode, "text that is not JSON is refused", '"bad_json"', "unknown_command")
 
-    def test_a_tick_that_comes_twice(self):
+    def test_a_tick_that_is_sent_twice(self):
         self.finds(RepeatsTick, "frames keep the pace", "tick of its own", "twice")
 
     def test_a_tick_that_goes_back(self):
@@ -405,17 +405,17 @@ class PlantedFaults(SelfTest):
     def test_a_leak(self):
         self.finds(LeaksMemory, "memory is as before after 20 sessions", "bytes in use", "bytes in use")
 
-    def test_memory_in_pieces(self):
+    def test_fragmented_memory(self):
         self.finds(SplitsMemory, "memory is as before after 20 sessions", "largest free", "largest free")
 
-    def test_a_clock_that_runs_fast(self):
+    def test_a_clock_that_is_too_fast(self):
         self.finds(RunsFast, "the clock keeps time", '"uptime_s" that grows by', r"^\d+\.\d+ s$", skipped=FIXED_RATE,
                    clock="real")
 
-    def test_a_session_that_outlives_its_host(self):
+    def test_a_session_that_continues_without_its_host(self):
         self.finds(KeepsSession, "the session of a lost host ends", '"wrong_state"', "result_info|ok")
 
-    def test_a_baud_rate_that_is_accepted_and_fixed(self):
+    def test_a_baud_rate_that_is_accepted_but_fixed(self):
         self.finds(ChangesAnyRate, "a baud rate that is refused leaves the link as it was", "baudrate_fixed", "ok")
 
     def test_a_baud_rate_that_does_not_fall_back(self):
@@ -426,7 +426,7 @@ class PlantedFaults(SelfTest):
         self.finds(Describes, "identify describes the server", '"server_version": a text', '""',
                    members={"server_version": ""})
 
-    def test_a_failed_case_is_printed_with_where_to_look(self):
+    def test_a_failed_case_is_printed_with_a_hint(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, AnswersWrongCode(server) as faulty:
             result = self_test(faulty.address)
         self.assertEqual(result.returncode, 1)
