@@ -1,9 +1,9 @@
 /** @file
- * What a session costs on the PC: time to the first frame, frames a second and allocations a frame, for
- * sessions of 1, 5, 10 and 50 items.
+ * Speed of a session on a PC: time to the first frame, frames per second and allocations per frame, for
+ * sessions with 1, 5, 10 and 50 items.
  *
  * Server core, backend and simulator run in one process, on the virtual clock and with a link that only
- * counts, so what is measured is the processor's work and no waiting.
+ * counts bytes. So the time does not include any waiting.
  */
 #include <benchmark/benchmark.h>
 
@@ -34,7 +34,7 @@ uint32_t tick()
     return static_cast<uint32_t>(zet_simulator_virtual_clock().now_us());
 }
 
-/** An item like those of examples/two_sensors.json: two sub-sweeps of 60 points, 8 sweeps in a frame. */
+/** An item like those in examples/two_sensors.json: two sub-sweeps with 60 points, 8 sweeps in a frame. */
 std::string item(int sensor_id)
 {
     return R"({"sensor_id":)" + std::to_string(sensor_id) +
@@ -43,7 +43,8 @@ std::string item(int sensor_id)
            R"({"start_point":200,"num_points":60,"step_length":4,"profile":3,"hwaas":16}]}})";
 }
 
-/** The command that configures a session of so many items: groups of all sensors, the last may be smaller. */
+/** The command that configures a session with this many items, in groups of all sensors. The last may be
+ * smaller. */
 std::string configure_command(int64_t items)
 {
     std::string groups;
@@ -61,7 +62,7 @@ void send(const std::string &command)
     zet_vantor_server_receive(command.data(), command.size());
 }
 
-/** A server on a simulated board, with a link that counts. */
+/** A server on a simulated board, with a link that counts bytes. */
 class server_t
 {
 public:
@@ -96,7 +97,7 @@ private:
     std::array<std::byte, size_t{1024} * 1024> memory_;
 };
 
-/** From the configuration document to the first frame: calibration of every sensor included. */
+/** Time from the configuration document to the first frame, including the calibration of every sensor. */
 void time_to_first_frame(benchmark::State &state)
 {
     const server_t server;
@@ -111,7 +112,7 @@ void time_to_first_frame(benchmark::State &state)
     }
 }
 
-/** One frame after the other. */
+/** Time of one frame in a stream. */
 void frames(benchmark::State &state)
 {
     const server_t server;
@@ -132,11 +133,11 @@ void frames(benchmark::State &state)
 
 } // namespace
 
-extern "C" void *__real_zet_integration_mem_alloc(size_t size); // NOLINT: the linker gives the name
+extern "C" void *__real_zet_integration_mem_alloc(size_t size); // NOLINT: required by the linker
 
-extern "C" void *__wrap_zet_integration_mem_alloc(size_t size); // NOLINT: the linker gives the name
+extern "C" void *__wrap_zet_integration_mem_alloc(size_t size); // NOLINT: required by the linker
 
-extern "C" void *__wrap_zet_integration_mem_alloc(size_t size) // NOLINT: the linker gives the name
+extern "C" void *__wrap_zet_integration_mem_alloc(size_t size) // NOLINT: required by the linker
 {
     ++allocations;
     return __real_zet_integration_mem_alloc(size);

@@ -1,8 +1,8 @@
 /** @file
- * How fast the simulator makes samples, on one core, on the virtual clock, with three targets.
+ * Speed of the simulator on one core, on the virtual clock, with three targets.
  *
- * The server must be what a benchmark of the server measures: at least 20 million complex samples a second
- * are wanted here.
+ * The simulator should calculate at least 20 million complex samples per second, so that benchmarks of the
+ * server measure mainly the server.
  */
 #include <benchmark/benchmark.h>
 
@@ -25,7 +25,7 @@ namespace
 constexpr zet_sensor_id_t sensor_id = 1;
 constexpr uint32_t interrupt_timeout_ms = 10000;
 
-/** Three targets, all within the range that is measured. */
+/** Three targets in the measured range. */
 zet_simulator_scene_t three_targets()
 {
     zet_simulator_scene_t scene = {};
@@ -38,7 +38,7 @@ zet_simulator_scene_t three_targets()
 
 const zet_simulator_scene_t scene = three_targets();
 
-/** A sensor that is prepared for a frame of 16 sweeps, and what belongs to it. */
+/** A sensor that is prepared for frames with 16 sweeps, with its configuration and buffer. */
 struct prepared_sensor_t
 {
     zet_config_t *config = nullptr;
@@ -47,7 +47,7 @@ struct prepared_sensor_t
     uint32_t buffer_size = 0;
 };
 
-/** Starts the simulator and brings a sensor so far that it can measure. */
+/** Starts the simulator and prepares a sensor. */
 bool set_up(prepared_sensor_t &prepared, uint16_t num_points)
 {
     static std::array<std::byte, size_t{1024} * 1024> memory;
@@ -83,7 +83,7 @@ bool set_up(prepared_sensor_t &prepared, uint16_t num_points)
                               prepared.buffer_size);
 }
 
-/** Gives everything back. */
+/** Frees all resources and stops the simulator. */
 void tear_down(const prepared_sensor_t &prepared)
 {
     zet_sensor_destroy(prepared.sensor);

@@ -1,7 +1,6 @@
 /** @file
- * Fuzzing of the host's message parser: whatever bytes come, and in whatever pieces, it finds the same
- * messages and the same faults, accounts for every byte, and finds the next message once the line is in order
- * again.
+ * Fuzzing of the host's message parser: for any bytes, in pieces of any size, it finds the same messages and
+ * the same errors, accounts for every byte, and finds the next message after the errors.
  */
 #include "vantor/message_parser.h"
 
@@ -19,39 +18,39 @@ namespace
 using vantor::message;
 using vantor::message_parser;
 
-/** Low enough for an input to exceed them. */
+/** Limits low enough that an input can exceed them. */
 constexpr vantor::message_limits limits{.header = 256, .payload = 512};
 
-/** Ends the run when something does not hold. */
-void demand(bool holds)
+/** Aborts if a check fails. */
+void check(bool passed)
 {
-    if (!holds)
+    if (!passed)
     {
         std::abort();
     }
 }
 
-/** What came out of a parser: a message or a fault. */
+/** A result of a parser: a message or an error. */
 struct event
 {
-    bool whole = false; /**< a message */
+    bool is_message = false; /**< a message, not an error */
     uint64_t position = 0;
-    std::string text; /**< the header, or what is wrong */
+    std::string text; /**< the header, or the error */
     std::vector<std::byte> payload;
 
     bool operator==(const event &) const = default;
 };
 
-/** A message as an event; it must keep what the parser promises. */
+/** Converts a message to an event, and checks the guarantees of the parser. */
 event describe(const message &received)
 {
-    demand(received.header.is_object() && received.header.at("status").is_string());
-    demand(received.header.at("payload_size").get<uint64_t>() == received.payload.size());
-    demand(received.payload.size() <= limits.payload);
+    check(received.header.is_object() && received.header.at("status").is_string());
+    check(received.header.at("payload_size").get<uint64_t>() == received.payload.size());
+    check(received.payload.size() <= limits.payload);
     return {true, received.position, received.header.dump(), received.payload};
 }
 
-/** Takes one event out of a parser; false when it needs more bytes. */
+/** Takes one event from a parser; returns false if it needs more bytes. */
 bool take(message_parser &parser, std::vector<event> &events)
 {
     try
@@ -70,7 +69,7 @@ bool take(message_parser &parser, std::vector<event> &events)
     }
 }
 
-/** Feeds a piece and takes out all that it completes. */
+/** Feeds a piece and takes all events that it completes. */
 void play(message_parser &parser, std::string_view piece, std::vector<event> &events)
 {
     parser.feed(std::as_bytes(std::span(piece)));
@@ -79,7 +78,7 @@ void play(message_parser &parser, std::string_view piece, std::vector<event> &ev
     }
 }
 
-/** Feeds a stream in pieces of at most so many bytes, their sizes drawn from the stream itself. */
+/** Feeds a stream in pieces of at most @p longest bytes. Their sizes depend on the stream itself. */
 std::vector<event> play_in_pieces(message_parser &parser, std::string_view stream, size_t longest)
 {
     std::vector<event> events;
@@ -94,8 +93,8 @@ std::vector<event> play_in_pieces(message_parser &parser, std::string_view strea
     return events;
 }
 
-/** Whether a header is what stands in the stream from its place to the end of the line. */
-bool stands_there(std::string_view stream, const event &found)
+/** Whether a header equals the line at its position in the stream. */
+bool is_at_position(std::string_view stream, const event &found)
 {
     const auto end = stream.find('\n', found.position);
     const auto line = stream.substr(found.position, end - found.position);
@@ -103,31 +102,31 @@ bool stands_there(std::string_view stream, const event &found)
 }
 
 /**
- * Accounts for every byte up to the last message: between two messages there is nothing, or something that is
- * no message and one fault, which lies in the first line of it.
+ * Accounts for every byte up to the last message: between two messages there is nothing, or other bytes with
+ * one error, which is in their first line.
  */
 void check_places(std::string_view stream, const std::vector<event> &events)
 {
-    // The end of the message before.
+    // The end of the previous message.
     uint64_t end = 0;
     const event *fault = nullptr;
     for (const auto &found : events)
     {
-        if (!found.whole)
+        if (!found.is_message)
         {
-            demand(fault == nullptr && found.position >= end && found.position <= stream.find('\n', end));
+            check(fault == nullptr && found.position >= end && found.position <= stream.find('\n', end));
             fault = &found;
             continue;
         }
-        demand((found.position > end) == (fault != nullptr));
-        demand(stands_there(stream, found));
+        check((found.position > end) == (fault != nullptr));
+        check(is_at_position(stream, found));
         end = stream.find('\n', found.position) + 1 + found.payload.size();
-        demand(end <= stream.size());
+        check(end <= stream.size());
         fault = nullptr;
     }
 }
 
-/** Puts the line in order: one line feed closes a line half received, a payload half received takes more. */
+/** Completes the current message: one line feed ends an incomplete line, an incomplete payload needs more. */
 void close_message(message_parser &parser)
 {
     std::vector<event> events;
@@ -137,19 +136,19 @@ void close_message(message_parser &parser)
         play(parser, "\n", events);
         ++line_feeds;
     } while (parser.within_message());
-    demand(line_feeds <= limits.payload + 1);
+    check(line_feeds <= limits.payload + 1);
 }
 
-/** Sends a message after bytes that are on the same line; it is found. */
-void check_way_back(message_parser &parser, const std::string &before)
+/** Feeds a message after other bytes on the same line. The parser must find it. */
+void check_recovery(message_parser &parser, const std::string &before)
 {
     std::vector<event> events;
     const auto position = parser.position() + before.size();
     play(parser, before + "{\"result_info\":[],\"status\":\"ok\",\"payload_size\":3}\n\n{}", events);
-    demand(!parser.within_message() && events.back().whole && events.back().position == position);
+    check(!parser.within_message() && events.back().is_message && events.back().position == position);
 }
 
-/** Bytes that end no line and begin no JSON. */
+/** Bytes that do not end a line and do not begin a JSON text. */
 std::string rest_of_payload(std::string_view stream)
 {
     std::string text(1, ']');
@@ -163,19 +162,19 @@ std::string rest_of_payload(std::string_view stream)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string_view stream(reinterpret_cast<const char *>(data), size);
-    message_parser whole(limits);
+    message_parser one_piece(limits);
     std::vector<event> events;
-    play(whole, stream, events);
+    play(one_piece, stream, events);
     check_places(stream, events);
     for (const size_t longest : {1U, 7U, 300U})
     {
         message_parser parser(limits);
-        demand(play_in_pieces(parser, stream, longest) == events);
-        demand(parser.position() == whole.position());
-        demand(parser.within_message() == whole.within_message());
+        check(play_in_pieces(parser, stream, longest) == events);
+        check(parser.position() == one_piece.position());
+        check(parser.within_message() == one_piece.within_message());
     }
-    close_message(whole);
-    check_way_back(whole, "");
-    check_way_back(whole, rest_of_payload(stream));
+    close_message(one_piece);
+    check_recovery(one_piece, "");
+    check_recovery(one_piece, rest_of_payload(stream));
     return 0;
 }

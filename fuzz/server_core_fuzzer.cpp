@@ -1,9 +1,8 @@
 /** @file
- * Fuzzing of the server core: whatever bytes come, in whatever pieces, and whatever fails meanwhile, every
- * message is whole, the backend is called in the right order, and nothing is leaked.
+ * Fuzzing of the server core: for any bytes, in pieces of any size, and with any failures, every message is
+ * complete, the backend is called in the right order, and nothing is leaked.
  *
- * A byte 0x00 to 0x07 of the input is an event of the world around the server, any other is a byte from the
- * host.
+ * An input byte from 0x00 to 0x07 is an external event, any other is a byte from the host.
  */
 #include <array>
 #include <cstdlib>
@@ -24,31 +23,31 @@ std::string sent;
 uint32_t tick = 0;
 std::array<char, 513> line;
 
-/** Ends the run when something does not hold. */
-void demand(bool holds)
+/** Aborts if a check fails. */
+void check(bool passed)
 {
-    if (!holds)
+    if (!passed)
     {
         std::abort();
     }
 }
 
-/** Takes the first message off the text that was sent; it must be whole. */
+/** Removes the first message from the sent text. It must be complete. */
 std::string_view take_message(std::string_view rest)
 {
     const size_t end = rest.find('\n');
-    demand(end != std::string_view::npos);
+    check(end != std::string_view::npos);
     cJSON *message = cJSON_ParseWithLength(rest.data(), end);
     const cJSON *size = cJSON_GetObjectItemCaseSensitive(message, "payload_size");
-    demand(cJSON_IsString(cJSON_GetObjectItemCaseSensitive(message, "status")) && cJSON_IsNumber(size));
+    check(cJSON_IsString(cJSON_GetObjectItemCaseSensitive(message, "status")) && cJSON_IsNumber(size));
     const size_t length = end + 1 + static_cast<size_t>(size->valueint);
-    demand(length <= rest.size());
+    check(length <= rest.size());
     cJSON_Delete(message);
     rest.remove_prefix(length);
     return rest;
 }
 
-/** Checks that what was sent is a sequence of whole messages. */
+/** Checks that the sent text is a sequence of complete messages. */
 void check_sent()
 {
     fail_allocation(0);
@@ -77,8 +76,8 @@ zet_vantor_server_port_t make_port()
     return port;
 }
 
-/** Lets something happen around the server. */
-void happen(uint8_t event)
+/** Runs an external event. */
+void run_event(uint8_t event)
 {
     switch (event)
     {
@@ -109,7 +108,7 @@ void happen(uint8_t event)
     }
 }
 
-/** Hands the input over, bytes for the server up to the next event in one piece. */
+/** Runs the input. Bytes up to the next event are received in one piece. */
 void play(std::string_view input)
 {
     while (!input.empty())
@@ -124,7 +123,7 @@ void play(std::string_view input)
         input.remove_prefix(size);
         if (!input.empty())
         {
-            happen(static_cast<uint8_t>(input.front()));
+            run_event(static_cast<uint8_t>(input.front()));
             input.remove_prefix(1);
         }
     }
@@ -137,18 +136,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fake_backend = {};
     fake_memory = {};
     const zet_vantor_server_port_t port = make_port();
-    demand(zet_vantor_server_init(&port));
+    check(zet_vantor_server_init(&port));
     play(std::string_view(reinterpret_cast<const char *>(data), size));
     fail_allocation(0);
     sent.clear();
-    // Whatever came before, the next host is served.
+    // The next host must be served after any input.
     zet_vantor_server_link_lost();
     constexpr std::string_view ping = "{\"command\":\"ping\"}\n";
     zet_vantor_server_receive(ping.data(), ping.size());
-    demand(sent == "{\"status\":\"ok\",\"command\":\"ping\",\"payload_size\":0}\n");
+    check(sent == "{\"status\":\"ok\",\"command\":\"ping\",\"payload_size\":0}\n");
     zet_vantor_server_deinit();
-    demand(fake_backend.violations.empty());
-    demand(fake_memory.live == 0);
+    check(fake_backend.violations.empty());
+    check(fake_memory.live == 0);
     sent.clear();
     return 0;
 }

@@ -1,7 +1,7 @@
 /** @file
  * Counting instructions.
  *
- * Started with `-icount shift=7`, the emulator lets every instruction take 128 ns, in which SysTick counts at
+ * With `-icount shift=7`, every instruction takes 128 ns in the emulator. In this time SysTick counts at
  * least three cycles of the processor's clock.
  */
 #ifndef VANTOR_CYCLE_COUNTER_H
@@ -12,7 +12,7 @@
 #include "board.h"
 #include "cortex_m4.h"
 
-/** Makes SysTick count. */
+/** Starts SysTick. */
 inline void start_cycle_count()
 {
     cortex_m4::hardware_register(0xE000E014U) = 0xFFFFFFU;
@@ -20,13 +20,13 @@ inline void start_cycle_count()
     cortex_m4::hardware_register(0xE000E010U) = 5U;
 }
 
-/** SysTick, which counts 24 bits down. */
+/** Reads SysTick, which counts down in 24 bits. */
 inline uint32_t cycle_count()
 {
     return cortex_m4::hardware_register(0xE000E018U);
 }
 
-/** Instructions between two readings of the counter, up to 700,000. */
+/** Number of instructions between two readings of the counter, up to 700,000. */
 inline uint32_t instructions_between(uint32_t begin, uint32_t end)
 {
     const uint64_t cycles = (begin - end) & 0xFFFFFFU;

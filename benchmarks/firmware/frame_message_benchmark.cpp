@@ -1,7 +1,7 @@
 /** @file
- * Instructions that a frame message costs on a Cortex-M4F: building the document, sending and releasing it,
- * and handing the samples on, over the number of items; beside it the same bytes written by hand. Then the
- * metadata of the session, and the text of a number.
+ * Counts the instructions of a frame message on a Cortex-M4F by number of items: building, sending and
+ * freeing the document, and writing the samples. Also counts those of a hand-written function for the same
+ * bytes, of the session metadata, and of the text of a number.
  */
 #include <algorithm>
 #include <bit>
@@ -37,10 +37,10 @@ constexpr uint32_t points = 10;
 
 const zet_int16_complex_t samples[points] = {};
 
-/** Shapes of the sessions: groups, and items of a group. */
+/** Shapes of the sessions: number of groups, and of items in a group. */
 constexpr uint32_t shapes[][2] = {{1, 1}, {1, 5}, {10, 1}, {10, 5}};
 
-// ---- a link that costs nothing, and one that sums up what goes over it
+// ---- a link that needs almost no instructions, and one that computes a hash
 
 uint32_t bytes_sent;
 uint32_t hash;
@@ -50,7 +50,7 @@ void count_bytes(const void * /*data*/, uint32_t size)
     bytes_sent += size;
 }
 
-/** Sums up with the hash function FNV-1a. */
+/** Computes the FNV-1a hash of the bytes. */
 void hash_bytes(const void *data, uint32_t size)
 {
     const auto *bytes = static_cast<const uint8_t *>(data);
@@ -84,7 +84,7 @@ void *counting_alloc(size_t size)
     console_exit(1);
 }
 
-/** Sets a session up. */
+/** Configures a session. */
 void configure(const message_shape_t &shape)
 {
     static char text[4352];
@@ -128,7 +128,7 @@ void read_frame(write_data_function_t *write)
     }
 }
 
-/** What the bytes of a message sum up to; fails when the two ways to write it differ. */
+/** Fails if the server's message and the hand-written message are different. */
 void compare_bytes(const message_shape_t &shape)
 {
     hash = 2166136261U;
@@ -138,7 +138,7 @@ void compare_bytes(const message_shape_t &shape)
     hand_written_message(hash_bytes, shape, samples);
     if (hash != built)
     {
-        fail("the hand-written message differs\n");
+        fail("the hand-written message is different\n");
     }
 }
 
@@ -153,7 +153,7 @@ uint32_t count_allocations()
     return allocations;
 }
 
-/** Counts the session's metadata. */
+/** Counts the instructions of the session metadata. */
 uint32_t count_metadata()
 {
     const uint32_t begin = cycle_count();
@@ -164,7 +164,7 @@ uint32_t count_metadata()
     return instructions_between(begin, cycle_count());
 }
 
-/** Counts the frames of one shape of session. */
+/** Counts the instructions of the frames in a session with this shape. */
 void count_shape(const message_shape_t &shape)
 {
     configure(shape);
@@ -196,7 +196,7 @@ void count_shape(const message_shape_t &shape)
     zet_vantor_server_system_destroy_session();
 }
 
-/** Counts the texts of floats of every size: the longest of them. */
+/** Counts the instructions of the texts of many floats, and prints the maximum. */
 void count_floats()
 {
     char text[zet_decimal_text_size];

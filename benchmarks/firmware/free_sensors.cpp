@@ -1,5 +1,5 @@
 /** @file
- * Sensors that measure at no cost.
+ * Sensors that measure with almost no instructions.
  */
 #include "free_sensors.h"
 
@@ -21,7 +21,7 @@ namespace
 {
 
 bool are_free;
-bool is_processed; /**< the frame has been processed, and no object has been asked for since */
+bool is_processed; /**< the frame was processed, and no object was created since */
 zet_int16_complex_t samples[16];
 
 } // namespace
@@ -31,7 +31,7 @@ void free_sensors(bool free)
     are_free = free;
 }
 
-// The linker's names for a wrapped function and for what stands in its place.
+// The linker's names for a wrapped function and for its replacement.
 extern "C" {
 
 bool __real_zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config,

@@ -1,5 +1,5 @@
 /** @file
- * The frame message as one would write it by hand.
+ * The frame message written by hand.
  */
 #include "hand_written_message.h"
 
@@ -9,7 +9,7 @@
 namespace
 {
 
-/** A line under way, in a buffer that is large enough for all of it. */
+/** Builds a line in a buffer that is large enough for it. */
 struct line_t
 {
     char *end;

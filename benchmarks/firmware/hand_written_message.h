@@ -1,5 +1,5 @@
 /** @file
- * The frame message as one would write it by hand for one board: the floor of its cost.
+ * The frame message written by hand for one board, as a lower limit of its instructions.
  */
 #ifndef VANTOR_HAND_WRITTEN_MESSAGE_H
 #define VANTOR_HAND_WRITTEN_MESSAGE_H
@@ -8,7 +8,7 @@
 
 #include "zet_vantor_server_base.h"
 
-/** Shape of a session, and what every item's frame is like. */
+/** Shape of a session, and the frame of every item. */
 struct message_shape_t
 {
     uint32_t groups;
@@ -19,7 +19,7 @@ struct message_shape_t
     bool is_assessed; /**< with clear-channel assessment and its details */
 };
 
-/** What every assessment finds, as number and as text. */
+/** The result of every assessment, as number and as text. */
 constexpr float assessed_value = 0.12345679F;
 constexpr char assessed_text[] = "0.12345679";
 

@@ -1,6 +1,6 @@
 /** @file
- * Writing to the emulator's console and ending it, by the calls of Arm's "Semihosting for AArch32 and
- * AArch64".
+ * Writes to the emulator's console and ends the emulator, with the calls in Arm's "Semihosting for AArch32
+ * and AArch64".
  */
 #include "semihosting.h"
 

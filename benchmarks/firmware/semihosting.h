@@ -1,5 +1,5 @@
 /** @file
- * Writing to the emulator's console and ending it.
+ * Writes to the emulator's console and ends the emulator.
  */
 #ifndef VANTOR_SEMIHOSTING_H
 #define VANTOR_SEMIHOSTING_H
