@@ -57,8 +57,8 @@ class ConfigurationDocument(unittest.TestCase):
             self.assertNotRegex(protocol, rf"(?m)^\| `{name}` \|")
 
 
-class Summary(unittest.TestCase):
-    """Runs ./test in a directory where a stand-in replaces every stage."""
+class Folder(unittest.TestCase):
+    """Runs a script in a directory where stand-ins replace other programs."""
 
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
@@ -153,18 +153,9 @@ class Summary(Folder):
         for name in ("cmake", "ctest"):
             self.stand_in("bin", name, "echo 100% tests passed")
 
-    def stand_in(self, directory, name, what):
-        """Writes a program that runs a command."""
-        os.makedirs(os.path.join(self.folder, directory), exist_ok=True)
-        path = os.path.join(self.folder, directory, name)
-        with open(path, "w", encoding="ascii") as file:
-            file.write(f"#!/bin/sh\n{what}\n")
-        os.chmod(path, 0o755)
-
     def outcome(self):
         """Returns the exit code of ./test and its summary of all stages."""
-        environment = {**os.environ, "PATH": os.path.join(self.folder, "bin") + ":" + os.environ["PATH"]}
-        result = run(os.path.join(self.folder, "test"), env=environment)
+        result = self.run_script("test")
         return result.returncode, [line for line in result.stdout.splitlines() if line.endswith((" passed.", "FAILED."))]
 
     def test_all_passed(self):
