@@ -1,5 +1,5 @@
 /** @file
- * Reads and writes addresses of servers.
+ * Parses and formats server addresses.
  */
 #include "vantor/address.h"
 
@@ -15,7 +15,7 @@ namespace vantor
 namespace
 {
 
-/** Reads a whole text as a decimal number within bounds; nothing when it is none. */
+/** Parses the complete text as a decimal number within bounds; nothing if it is not one. */
 std::optional<uint32_t> parse_number(std::string_view text, uint32_t lowest, uint32_t highest)
 {
     uint32_t value = 0;
@@ -28,13 +28,13 @@ std::optional<uint32_t> parse_number(std::string_view text, uint32_t lowest, uin
     return value;
 }
 
-/** Reads "HOST:PORT" or "[HOST]:PORT". */
+/** Parses "HOST:PORT" or "[HOST]:PORT". */
 tcp_address parse_tcp(std::string_view text)
 {
     const auto colon = text.rfind(':');
     if (colon == std::string_view::npos || colon == 0)
     {
-        throw address_error("A TCP address needs a host and a port: write tcp:HOST:PORT, for instance "
+        throw address_error("A TCP address needs a host and a port: write tcp:HOST:PORT, for example "
                             "tcp:127.0.0.1:5000.");
     }
     const auto port = parse_number(text.substr(colon + 1), 1, 65535);
@@ -51,7 +51,7 @@ tcp_address parse_tcp(std::string_view text)
     return {.host = std::string(host), .port = static_cast<uint16_t>(*port)};
 }
 
-/** Reads "DEVICE" or "DEVICE@BAUD". */
+/** Parses "DEVICE" or "DEVICE@BAUD". */
 serial_address parse_serial(std::string_view text)
 {
     serial_address result;
@@ -59,7 +59,7 @@ serial_address parse_serial(std::string_view text)
     result.device = std::string(text.substr(0, at));
     if (result.device.empty())
     {
-        throw address_error("A serial address needs a device: write serial:DEVICE@BAUD, for instance "
+        throw address_error("A serial address needs a device: write serial:DEVICE@BAUD, for example "
                             "serial:/dev/ttyACM0@115200.");
     }
     if (at == std::string_view::npos)
@@ -70,13 +70,13 @@ serial_address parse_serial(std::string_view text)
     if (!baudrate)
     {
         throw address_error("The baud rate in \"serial:" + std::string(text) +
-                            "\" must be a number, for instance 115200.");
+                            "\" must be a number, for example 115200.");
     }
     result.baudrate = *baudrate;
     return result;
 }
 
-/** Reads the arguments of a simulated server, separated by spaces; those with spaces stand in double quotes.
+/** Parses the arguments of a simulated server: separated by spaces, in double quotes if they contain spaces.
  */
 simulator_address parse_simulator(std::string_view text)
 {
@@ -89,7 +89,7 @@ simulator_address parse_simulator(std::string_view text)
     return result;
 }
 
-/** Turns each kind of address into its text. */
+/** Formats each kind of address. */
 struct address_writer
 {
     std::string operator()(const tcp_address &where) const
@@ -140,8 +140,8 @@ address parse_address(std::string_view text)
         return parse_simulator(rest);
     }
     throw address_error("\"" + std::string(text) +
-                        "\" is no address: write tcp:HOST:PORT, serial:DEVICE@BAUD or sim: for a simulated "
-                        "server.");
+                        "\" is not a valid address: write tcp:HOST:PORT, serial:DEVICE@BAUD, or sim: for a "
+                        "simulated server.");
 }
 
 std::string to_string(const address &where)

@@ -16,19 +16,19 @@ namespace vantor
 namespace
 {
 
-/** How much is read from the link at once. */
+/** Number of bytes to read from the link at once. */
 constexpr size_t read_size = 65536;
 
-/** The command that ends a session. The line feed closes what an earlier host may have left half sent. */
+/** The command that ends a session. The line feed ends a line that an earlier host may have sent in part. */
 constexpr std::string_view end_command = "\n{\"command\":\"end\"}\n";
 
-/** How often it is sent at the start of a conversation until the server answers. */
+/** Interval at which it is repeated after connecting, until the server answers. */
 constexpr std::chrono::milliseconds end_interval{1000};
 
-/** How many answers to "end" may still come when that is not known. */
+/** The number of answers to "end" that may still arrive, if unknown. */
 constexpr unsigned any_number = std::numeric_limits<unsigned>::max();
 
-/** Whether a message carries a frame. */
+/** Whether a message contains a frame. */
 bool is_frame(const message &received)
 {
     return received.header.contains("result_info");
@@ -40,7 +40,7 @@ bool answers_end(const message &received)
     return received.header.value("command", nlohmann::json()) == "end";
 }
 
-/** Throws when a message reports an error of the server. */
+/** Throws if a message reports an error of the server. */
 void throw_on_error(const message &received)
 {
     if (received.header["status"] == "error")
@@ -55,13 +55,12 @@ std::string answer_to(const std::string &command)
     return "answer to \"" + command + "\"";
 }
 
-/** Throws because nothing of use came in time. */
+/** Throws because the expected message did not arrive in time. */
 [[noreturn]] void throw_timeout(const std::string &awaited)
 {
-    throw timeout_error(
-        "The server sent no " + awaited +
-        " in time. Check the line and its baud rate, that nothing else uses the server, and that "
-        "the board does not restart (see its log).");
+    throw timeout_error("The server sent no " + awaited +
+                        " in time. Check the connection and its baud rate, that no other program uses the "
+                        "server, and that the board does not restart (see its log).");
 }
 
 } // namespace
@@ -84,13 +83,13 @@ void client::reconnect()
     parser_.reset();
     unanswered_ends_ = 0;
     find_server();
-    // Those of earlier hosts too, which a busy server still answers.
+    // Includes those of earlier hosts, which a busy server still answers.
     unanswered_ends_ = any_number;
     identify();
     if (server_.protocol_version != protocol_version)
     {
-        throw protocol_error("The server speaks version " + std::to_string(server_.protocol_version) +
-                             " of the protocol and this host version " + std::to_string(protocol_version) +
+        throw protocol_error("The server uses protocol version " + std::to_string(server_.protocol_version) +
+                             " and this host version " + std::to_string(protocol_version) +
                              ": install host and server of the same release.");
     }
 }
@@ -159,8 +158,8 @@ frame client::single_frame()
 
 void client::end()
 {
-    // In a single write: a server that is busy closes the connection, after which a second write would fail
-    // before its message is read.
+    // In a single write: a busy server closes the connection, and a second write would then fail before its
+    // message has been read.
     send_end(timeouts_.answer);
     auto deadline = now_() + timeouts_.answer;
     do
@@ -178,7 +177,7 @@ void client::end()
                 throw_on_error(received);
             }
         }
-        catch (const bad_message &) // NOLINT(bugprone-empty-catch): whatever was on its way is dropped
+        catch (const bad_message &) // NOLINT(bugprone-empty-catch): earlier messages are dropped
         {
         }
     } while (now_() < deadline);
@@ -201,7 +200,7 @@ void client::set_baudrate(uint32_t baudrate)
     }
     catch (const error &)
     {
-        // The server goes back too.
+        // The server also returns to it.
         link_->set_baudrate(former);
         throw;
     }
@@ -233,7 +232,7 @@ void client::send_command(const nlohmann::json &command)
     send(command.dump() + "\n");
 }
 
-/** Ends the session, if there is one. A server that is starting loses commands, so this one is repeated. */
+/** Ends the session, if there is one. Repeats the command, since a server that is starting loses commands. */
 void client::find_server()
 {
     end_repetition_ = now_() + end_interval;
@@ -257,7 +256,7 @@ void client::send_end(std::chrono::milliseconds timeout)
 }
 
 /**
- * Sends "end" again when it is time for that.
+ * Repeats "end" when it is due.
  *
  * @param left  how long the caller waits
  * @return how long the caller can wait before the next call
@@ -271,7 +270,7 @@ std::chrono::milliseconds client::repeat_end(std::chrono::milliseconds left)
     if (time_left(*end_repetition_, now_).count() == 0)
     {
         end_repetition_ = now_() + end_interval;
-        // Otherwise the server is there.
+        // Otherwise the server is sending already.
         if (parser_.missing() == 0)
         {
             send_end(left);
@@ -280,7 +279,7 @@ std::chrono::milliseconds client::repeat_end(std::chrono::milliseconds left)
     return std::min(left, time_left(*end_repetition_, now_));
 }
 
-/** Takes the next message that is no log line from the link; nothing when none came in time. */
+/** Receives the next message that is not a log line; nothing if none arrives in time. */
 std::optional<message> client::poll_message(time_point deadline)
 {
     bool over = false;
@@ -303,7 +302,7 @@ std::optional<message> client::poll_message(time_point deadline)
     }
 }
 
-/** The same for a message that must come; while one keeps coming on a slow line, the deadline moves on. */
+/** Like poll_message, but throws if none arrives. Extends the deadline while a message is being received. */
 message client::next_message(time_point &deadline, const std::string &awaited)
 {
     while (true)
@@ -322,7 +321,7 @@ message client::next_message(time_point &deadline, const std::string &awaited)
     }
 }
 
-/** The same without what still comes in answer to earlier "end"s. */
+/** Like next_message, but skips answers to earlier "end" commands. */
 message client::next_answer(time_point &deadline, const std::string &awaited)
 {
     while (true)
@@ -340,8 +339,8 @@ message client::next_answer(time_point &deadline, const std::string &awaited)
 }
 
 /**
- * Takes the answer to an "end" that was repeated or given up; false when the message is not one. A server
- * that received only the rest of it, because it was still starting, answers "bad_json".
+ * Counts the answer to an "end" that was repeated or abandoned; false if the message is not one. A server
+ * that was still starting and received only the end of the line answers "bad_json".
  */
 bool client::take_late_answer(const message &received)
 {
@@ -354,12 +353,12 @@ bool client::take_late_answer(const message &received)
     {
         return true;
     }
-    // Answers keep their order.
+    // Answers arrive in order.
     unanswered_ends_ = 0;
     return false;
 }
 
-/** Hands a log line to its handler; false when the message is none. */
+/** Passes a log line to its handler; false if the message is not a log line. */
 bool client::deliver_log(const nlohmann::json &header)
 {
     if (header["status"] != "log")
@@ -382,7 +381,7 @@ nlohmann::json client::request(const nlohmann::json &command)
     return await_answer(command["command"], {});
 }
 
-/** Waits for the answer to a command; frames that come before it go to the handler, or are dropped. */
+/** Waits for the answer to a command; earlier frames are passed to the handler, or dropped. */
 nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler)
 {
     auto deadline = now_() + timeouts_.answer;
@@ -403,24 +402,24 @@ nlohmann::json client::await_answer(const std::string &command, const frame_hand
     throw_timeout(answer_to(command));
 }
 
-/** Throws when a message is not the answer to a command. */
+/** Throws if a message is not the answer to a command. */
 void client::check_answer(const message &received, const std::string &command) const
 {
     if (received.header.value("command", nlohmann::json()) != command)
     {
-        throw protocol_error("The server sent something else than the answer to \"" + command +
-                             "\": another host may use the same line.");
+        throw protocol_error("The server sent another message instead of the answer to \"" + command +
+                             "\": another program may be using the same link.");
     }
 }
 
-/** Reads a message as a frame of the current session. */
+/** Decodes a message as a frame of the current session. */
 frame client::decode(const message &received) const
 {
     if (!metadata_ || !is_frame(received))
     {
         throw protocol_error(
-            "The server sent a message that is no frame of this session: another host may use "
-            "the same line.");
+            "The server sent a message that is not a frame of this session: another program may "
+            "be using the same link.");
     }
     try
     {

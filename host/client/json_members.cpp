@@ -1,5 +1,5 @@
 /** @file
- * Reads members of JSON objects that come from a server.
+ * Reads members of JSON objects sent by a server.
  */
 #include "client/json_members.h"
 
@@ -15,11 +15,11 @@ namespace
 /** Longest frame, sweep or sub-sweep that a server can announce, in samples. */
 constexpr int64_t longest_length = 65535;
 
-/** Says that a member is not what it should be. */
+/** Throws because a member does not have the expected type or range. */
 [[noreturn]] void refuse(const std::string &name, const std::string &expectation)
 {
-    throw protocol_error("The server's message has a member \"" + name + "\" that is not " + expectation +
-                         ": server and host do not speak the same protocol.");
+    throw protocol_error("In the server's message, \"" + name + "\" is not " + expectation +
+                         ": server and host do not use the same protocol.");
 }
 
 } // namespace
@@ -29,8 +29,8 @@ const nlohmann::json &member(const nlohmann::json &object, const char *name)
     const auto found = object.find(name);
     if (!object.is_object() || found == object.end())
     {
-        throw protocol_error(std::string("The server's message has no member \"") + name +
-                             "\": server and host do not speak the same protocol.");
+        throw protocol_error(std::string("The server's message has no \"") + name +
+                             "\": server and host do not use the same protocol.");
     }
     return *found;
 }
@@ -91,7 +91,7 @@ std::string text_member(const nlohmann::json &object, const char *name)
     const auto &value = member(object, name);
     if (!value.is_string())
     {
-        refuse(name, "a text");
+        refuse(name, "a string");
     }
     return value.get<std::string>();
 }

@@ -1,5 +1,5 @@
 /** @file
- * Reads members of JSON objects that come from a server, with a range check for each.
+ * Reads members of JSON objects sent by a server, and checks their type and range.
  */
 #ifndef VANTOR_JSON_MEMBERS_H
 #define VANTOR_JSON_MEMBERS_H
@@ -15,55 +15,53 @@ namespace vantor
 {
 
 /**
- * A member that must be there.
+ * Returns a required member.
  *
- * @throws protocol_error when @p object is no object or has no such member
+ * @throws protocol_error if @p object is not an object or has no such member
  */
 const nlohmann::json &member(const nlohmann::json &object, const char *name);
 
 /**
- * A member that must be an array.
+ * Returns a required member that is an array.
  *
- * @throws protocol_error when it is missing or no array
+ * @throws protocol_error if it is missing or is not an array
  */
 const nlohmann::json &array_member(const nlohmann::json &object, const char *name);
 
 /**
- * Reads a value as a whole number.
+ * Returns a value as a whole number.
  *
- * @param what  what the value is, for the error's text
- * @throws protocol_error when it is no whole number or outside the bounds
+ * @param what  name of the value for the error message
+ * @throws protocol_error if it is not a whole number within the bounds
  */
 int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t lowest, int64_t highest);
 
-/** Reads a member as a whole number that fits the type; throws protocol_error when it does not. */
+/** Returns a member as a whole number of the type; throws protocol_error if it is not one. */
 template <typename integer_t> integer_t integer_member(const nlohmann::json &object, const char *name)
 {
     using limits = std::numeric_limits<integer_t>;
     return static_cast<integer_t>(to_integer(member(object, name), name, limits::min(), limits::max()));
 }
 
-/** Reads a member as a length or an offset in samples; throws protocol_error when it is none. */
+/** Returns a member as a length or offset in samples; throws protocol_error if it is not one. */
 size_t length_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member as a number, null as one that does not exist (NaN); throws protocol_error when it is
- * neither.
- */
+/** Returns a member as a number, or NaN if it is null; throws protocol_error if it is neither. */
 double number_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member as true or false; throws protocol_error when it is neither. */
+/** Returns a member as a Boolean; throws protocol_error if it is not one. */
 bool boolean_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member as a text; throws protocol_error when it is none. */
+/** Returns a member as a string; throws protocol_error if it is not one. */
 std::string text_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member that may be missing as a text; throws protocol_error when it is not a text. */
+/** Returns an optional member as a string; throws protocol_error if it is not one. */
 std::optional<std::string> optional_text_member(const nlohmann::json &object, const char *name);
 
-/** Reads a member that may be missing as true or false; throws protocol_error when it is neither. */
+/** Returns an optional member as a Boolean; throws protocol_error if it is not one. */
 std::optional<bool> optional_boolean_member(const nlohmann::json &object, const char *name);
 
-/** The same of a member that may be missing; nothing when it is, or is null. */
+/** Returns an optional member as a number; nothing if it is missing or null. */
 std::optional<double> optional_number_member(const nlohmann::json &object, const char *name);
 
 } // namespace vantor

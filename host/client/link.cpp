@@ -1,5 +1,5 @@
 /** @file
- * Opens the kind of link that an address asks for.
+ * Opens a link to an address.
  */
 #include "vantor/link.h"
 
@@ -12,7 +12,7 @@ namespace vantor
 namespace
 {
 
-/** Opens each kind of link. */
+/** Opens the link for each kind of address. */
 struct link_opener
 {
     std::chrono::milliseconds timeout;

@@ -15,7 +15,7 @@ serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate
     if (failure)
     {
         throw connect_error("Cannot open the serial device " + where.device + ": " + failure.message() +
-                            ". Check its name, that you may use it, and that no other program does.");
+                            ". Check the name and your permissions, and that no other program uses it.");
     }
     const auto set = [&](const auto &option) {
         if (!failure)
@@ -31,7 +31,7 @@ serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate
     set(port::baud_rate(where.baudrate));
     if (failure)
     {
-        throw connect_error("The serial device " + where.device + " cannot be set to " +
+        throw connect_error("Cannot set the serial device " + where.device + " to " +
                             std::to_string(where.baudrate) + " baud: " + failure.message() + ".");
     }
 }
@@ -42,7 +42,7 @@ uint32_t serial_link::set_baudrate(uint32_t baudrate)
     stream().set_option(asio::serial_port_base::baud_rate(baudrate), failure);
     if (failure)
     {
-        throw error("The serial line cannot be set to " + std::to_string(baudrate) +
+        throw error("Cannot set the serial line to " + std::to_string(baudrate) +
                     " baud: " + failure.message() + ".");
     }
     return std::exchange(baudrate_, baudrate);

@@ -18,7 +18,7 @@ public:
     /**
      * Opens the device.
      *
-     * @throws connect_error when it cannot be opened or does not support the baud rate
+     * @throws connect_error if it cannot be opened or does not support the baud rate
      */
     explicit serial_link(const serial_address &where);
 

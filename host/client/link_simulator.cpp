@@ -1,5 +1,5 @@
 /** @file
- * A link to a simulated server that lives as long as the link.
+ * A link to a simulated server that is started and ended with the link.
  */
 #include "client/link_simulator.h"
 
@@ -8,8 +8,8 @@ namespace vantor
 namespace
 {
 
-/** What is said when the server is gone, whichever way the link notices. */
-constexpr const char *server_ended = "The simulated server has ended; its own message says why.";
+/** The message when the server has exited, however the link detects it. */
+constexpr const char *server_ended = "The simulated server has exited; see the message that it printed.";
 
 } // namespace
 
@@ -45,7 +45,7 @@ void simulator_link::write(std::span<const std::byte> bytes, std::chrono::millis
 
 uint32_t simulator_link::set_baudrate(uint32_t /*baudrate*/)
 {
-    throw error("A simulated server of one's own has no baud rate.");
+    throw error("A private simulated server has no baud rate.");
 }
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * A link to a simulated server that lives as long as the link.
+ * A link to a simulated server that is started and ended with the link.
  */
 #ifndef VANTOR_LINK_SIMULATOR_H
 #define VANTOR_LINK_SIMULATOR_H
@@ -12,14 +12,14 @@
 namespace vantor
 {
 
-/** A link to a simulated server of its own. */
+/** A link to a private simulated server. */
 class simulator_link : public stream_link<asio::local::stream_protocol::socket>
 {
 public:
     /**
      * Starts a server.
      *
-     * @throws connect_error when the program is not found or cannot be started
+     * @throws connect_error if the program cannot be found or started
      */
     explicit simulator_link(const simulator_address &where);
 

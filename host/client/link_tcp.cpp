@@ -16,7 +16,7 @@ tcp_link::tcp_link(const tcp_address &where, std::chrono::milliseconds timeout)
     const auto endpoints = resolver.resolve(where.host, std::to_string(where.port), failure);
     if (failure)
     {
-        throw connect_error("Cannot find the host of " + name + ": " + failure.message() + ".");
+        throw connect_error("Cannot resolve the host name in " + name + ": " + failure.message() + ".");
     }
     failure = asio::error::timed_out;
     asio::async_connect(stream(), endpoints,
@@ -36,7 +36,7 @@ tcp_link::tcp_link(const tcp_address &where, std::chrono::milliseconds timeout)
 
 uint32_t tcp_link::set_baudrate(uint32_t /*baudrate*/)
 {
-    throw error("A TCP connection has no baud rate: it always goes as fast as the network allows.");
+    throw error("A TCP connection has no baud rate.");
 }
 
 } // namespace vantor

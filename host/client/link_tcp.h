@@ -18,7 +18,7 @@ public:
     /**
      * Connects.
      *
-     * @throws connect_error when nothing listens there, the name is unknown or the time is over
+     * @throws connect_error if nothing listens there, the name is unknown or connecting takes too long
      */
     tcp_link(const tcp_address &where, std::chrono::milliseconds timeout);
 

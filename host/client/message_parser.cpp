@@ -1,5 +1,5 @@
 /** @file
- * Cuts the bytes of a link into messages.
+ * Splits the bytes of a link into messages.
  */
 #include "vantor/message_parser.h"
 
@@ -15,13 +15,13 @@ namespace vantor
 namespace
 {
 
-/** Deepest nesting of a header; the messages of the protocol need six levels. */
+/** Deepest nesting allowed in a header; the messages of the protocol need six levels. */
 constexpr int deepest_nesting = 32;
 
-/** A consumed part of the buffer beyond this size is given back. */
+/** When more than this many bytes at the front of the buffer are consumed, they are removed. */
 constexpr size_t compaction_threshold = 65536;
 
-/** Finds the first bracket that nests deeper than allowed; npos when there is none. */
+/** Finds the first bracket that nests deeper than allowed; npos if there is none. */
 size_t find_excess_nesting(std::string_view text)
 {
     int depth = 0;
@@ -54,10 +54,10 @@ size_t find_excess_nesting(std::string_view text)
 }
 
 /**
- * Finds the JSON object that ends a line. After a fault the rest of a payload, which may hold anything but
- * ends without a line feed, stands on one line with the header that follows it.
+ * Finds the JSON object at the end of a line. After a fault, the rest of a payload may come before the next
+ * header on the same line: a payload can contain any bytes, and no line feed follows it.
  *
- * @return where the object starts; 0 when there is none
+ * @return where the object starts; 0 if there is none
  */
 size_t find_last_object(std::string_view line)
 {
@@ -92,20 +92,20 @@ struct header_fault
 };
 
 /**
- * Checks the members that every header has.
+ * Checks the members that every header must have.
  *
- * @return what is wrong; an empty text when nothing is
+ * @return what is wrong; empty if the header is valid
  */
 std::string check_members(const nlohmann::json &header, size_t largest_payload)
 {
     if (!header.is_object())
     {
-        return "the header is no JSON object";
+        return "the header is not a JSON object";
     }
     const auto status = header.find("status");
     if (status == header.end() || !status->is_string())
     {
-        return "the header has no text \"status\"";
+        return "the header has no string \"status\"";
     }
     const auto size = header.find("payload_size");
     if (size == header.end() || !size->is_number_integer())
@@ -118,30 +118,30 @@ std::string check_members(const nlohmann::json &header, size_t largest_payload)
     }
     if (*size != 0 && !header.contains("result_info"))
     {
-        return "\"payload_size\" is " + size->dump() + ", but only a frame has a payload";
+        return "\"payload_size\" is " + size->dump() + ", but only a frame can have a payload";
     }
     if (size->get<uint64_t>() > largest_payload)
     {
-        return "\"payload_size\" is " + size->dump() + ", more than the " + std::to_string(largest_payload) +
-               " bytes allowed";
+        return "\"payload_size\" is " + size->dump() + ", but at most " + std::to_string(largest_payload) +
+               " bytes are allowed";
     }
     return {};
 }
 
 /**
- * Reads a header line.
+ * Parses a header line.
  *
  * @param line             without its line feed
  * @param largest_payload  upper bound of "payload_size"
  * @param header           receives the header
- * @return what is wrong, or nothing
+ * @return the fault, or nothing
  */
 std::optional<header_fault> parse_header(std::string_view line, size_t largest_payload,
                                          nlohmann::json &header)
 {
     if (const auto excess = find_excess_nesting(line); excess != std::string_view::npos)
     {
-        return header_fault{excess, "the header is nested too deep"};
+        return header_fault{excess, "the header is nested too deeply"};
     }
     try
     {
@@ -149,11 +149,11 @@ std::optional<header_fault> parse_header(std::string_view line, size_t largest_p
     }
     catch (const nlohmann::json::parse_error &failure)
     {
-        return header_fault{failure.byte == 0 ? 0 : failure.byte - 1, "the header is not JSON"};
+        return header_fault{failure.byte == 0 ? 0 : failure.byte - 1, "the header is not valid JSON"};
     }
     catch (const nlohmann::json::exception &)
     {
-        return header_fault{0, "the header has a number out of range"};
+        return header_fault{0, "the header contains a number that is out of range"};
     }
     if (auto reason = check_members(header, largest_payload); !reason.empty())
     {
@@ -213,13 +213,13 @@ void message_parser::reset()
     *this = message_parser(limits_);
 }
 
-/** The bytes that are fed and not consumed. */
+/** The bytes that were fed but not consumed. */
 std::string_view message_parser::buffered() const noexcept
 {
     return {buffer_.data() + start_, buffer_.size() - start_};
 }
 
-/** Removes bytes from the front of the buffer; views into it become invalid at the next feed. */
+/** Removes bytes from the front of the buffer; views of them become invalid at the next feed. */
 void message_parser::consume(size_t count)
 {
     start_ += count;
@@ -237,7 +237,7 @@ void message_parser::consume(size_t count)
     }
 }
 
-/** Reports a fault, unless the last one has not been recovered from. */
+/** Reports a fault, unless the parser has not yet recovered from the previous one. */
 void message_parser::report(uint64_t position, const std::string &reason)
 {
     if (!lost_)
@@ -248,9 +248,9 @@ void message_parser::report(uint64_t position, const std::string &reason)
 }
 
 /**
- * Finds the next whole line, and drops a line as soon as it is too long to be a header.
+ * Finds the next complete line; drops a line as soon as it is too long for a header.
  *
- * @return the line without its line feed, still in the buffer; nothing when more bytes are needed
+ * @return the line without its line feed, still in the buffer; nothing if more bytes are needed
  */
 std::optional<std::string_view> message_parser::take_line()
 {
@@ -284,7 +284,7 @@ std::optional<std::string_view> message_parser::take_line()
     }
 }
 
-/** Reads the next header into pending_; false when more bytes are needed. */
+/** Parses the next header into pending_; false if more bytes are needed. */
 bool message_parser::read_header()
 {
     while (const auto line = take_line())
@@ -319,7 +319,7 @@ bool message_parser::read_header()
     return false;
 }
 
-/** Moves buffered bytes into the payload; true when it is complete. */
+/** Moves buffered bytes to the payload; true once it is complete. */
 bool message_parser::fill_payload()
 {
     auto &payload = pending_->payload;

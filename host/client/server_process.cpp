@@ -1,5 +1,5 @@
 /** @file
- * The program vantor_server as a child of this process.
+ * Runs the program vantor_server as a child process.
  */
 #include "client/server_process.h"
 
@@ -29,13 +29,13 @@ namespace
 
 constexpr std::string_view program_name = "vantor_server";
 
-/** Whether a path names a file that may be run. */
+/** Whether a path names an executable file. */
 bool is_program(const std::filesystem::path &path)
 {
     return std::filesystem::is_regular_file(path) && access(path.c_str(), X_OK) == 0;
 }
 
-/** Spawn settings: the server talks on a socket, and Ctrl-C at the terminal does not reach it. */
+/** Spawn settings: the server communicates over a socket, and Ctrl-C on the terminal does not reach it. */
 class spawn_settings
 {
 public:
@@ -69,7 +69,7 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
-/** The message of a system error number. */
+/** The message for an error number of the system. */
 std::string system_message(int number)
 {
     return std::generic_category().message(number);
@@ -79,7 +79,7 @@ std::string system_message(int number)
 
 std::filesystem::path find_server_program()
 {
-    // Read once per connection; nothing in this library changes the environment.
+    // Called once per connection; nothing in this library changes the environment.
     if (const char *named = std::getenv("VANTOR_SERVER")) // NOLINT(concurrency-mt-unsafe)
     {
         return named;
@@ -100,8 +100,8 @@ std::filesystem::path find_server_program()
         }
     }
     throw connect_error(
-        "The program vantor_server is neither beside this program nor in PATH: install it, set "
-        "VANTOR_SERVER to its place, or connect to a running server with --connect.");
+        "Cannot find the program vantor_server in the directory of this program or in PATH: install it, set "
+        "VANTOR_SERVER to its path, or connect to a running server with --connect.");
 }
 
 server_process::server_process(const std::filesystem::path &program,
@@ -134,7 +134,7 @@ int server_process::take_link() noexcept
     return std::exchange(link_, -1);
 }
 
-/** Starts the program with a socket as its standard input and output; returns 0 or an error number. */
+/** Starts the program with a socket as standard input and output; returns 0 or an error number. */
 int server_process::start(const std::filesystem::path &program, const std::vector<std::string> &arguments,
                           int socket)
 {
@@ -150,7 +150,7 @@ int server_process::start(const std::filesystem::path &program, const std::vecto
     return spawn_settings(socket).spawn(process_, program.c_str(), pointers);
 }
 
-/** Asks the server to end, and kills it when it does not. */
+/** Asks the server to exit, and kills it if it does not. */
 void server_process::end() noexcept
 {
     kill(process_, SIGTERM);
@@ -167,13 +167,13 @@ void server_process::end() noexcept
     }
 }
 
-/** Waits for the server to end by itself; false when it takes too long. */
+/** Waits for the server to exit; false if it takes too long. */
 bool server_process::wait_for_end() const noexcept
 {
     const int process = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
     if (process < 0)
     {
-        // As before Linux 5.3 and in some sandboxes; the server has nothing to lose.
+        // Linux before 5.3, and some sandboxes. Killing the server loses no data.
         return false;
     }
     const auto deadline = std::chrono::steady_clock::now() + ending_time_;

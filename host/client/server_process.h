@@ -1,5 +1,5 @@
 /** @file
- * The program vantor_server as a child of this process.
+ * Runs the program vantor_server as a child process.
  */
 #ifndef VANTOR_SERVER_PROCESS_H
 #define VANTOR_SERVER_PROCESS_H
@@ -15,17 +15,16 @@ namespace vantor
 {
 
 /**
- * Finds the program vantor_server: the one that the environment variable VANTOR_SERVER names, else the one in
- * the directory of the running program, else the one in PATH.
+ * Finds the program vantor_server: the one named by the environment variable VANTOR_SERVER, otherwise the one
+ * in the directory of the running program, otherwise the one in PATH.
  *
- * @throws connect_error when there is none
+ * @throws connect_error if there is none
  */
 std::filesystem::path find_server_program();
 
 /**
- * A running vantor_server that talks on its standard input and output, which are one socket. It is ended when
- * destroyed, and ends by itself when the socket closes, so it does not outlive this process however that
- * ends.
+ * A running vantor_server that communicates over a socket, its standard input and output. The destructor ends
+ * it. It also exits when the socket closes, so it never outlives this process.
  */
 class server_process
 {
@@ -35,8 +34,8 @@ public:
      *
      * @param program      the program file
      * @param arguments    further arguments, after "--stdio"
-     * @param ending_time  how long it may take to end by itself before it is killed
-     * @throws connect_error when it cannot be started
+     * @param ending_time  how long it may take to exit before it is killed
+     * @throws connect_error if it cannot be started
      */
     server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments,
                    std::chrono::milliseconds ending_time = std::chrono::milliseconds(2000));
@@ -46,7 +45,7 @@ public:
     server_process &operator=(server_process &&) = delete;
     ~server_process();
 
-    /** The other end of the server's socket; whoever takes it closes it. */
+    /** Releases the other end of the server's socket; the caller must close it. */
     [[nodiscard]] int take_link() noexcept;
 
 private:

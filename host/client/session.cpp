@@ -1,5 +1,5 @@
 /** @file
- * Turns the messages of a server into their typed form, and checks that they agree with one another.
+ * Decodes the messages of a server, and checks that they are consistent.
  */
 #include "vantor/session.h"
 
@@ -17,17 +17,17 @@ namespace
 {
 
 static_assert(std::endian::native == std::endian::little,
-              "samples are copied as they come, least byte first");
+              "samples are copied as received, in little-endian order");
 static_assert(sizeof(sample) == 4, "a sample is two 16-bit numbers without padding");
 
-/** Reads the sub-sweep offsets and lengths of an item. */
+/** Decodes the sub-sweep offsets and lengths of an item. */
 std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, size_t sweep_length)
 {
     const auto &offsets = array_member(document, "subsweep_data_offset");
     const auto &lengths = array_member(document, "subsweep_data_length");
     if (offsets.size() != lengths.size())
     {
-        throw protocol_error("The session metadata has as many as " + std::to_string(offsets.size()) +
+        throw protocol_error("The session metadata has " + std::to_string(offsets.size()) +
                              " sub-sweep offsets but " + std::to_string(lengths.size()) + " lengths.");
     }
     const auto bound = static_cast<int64_t>(sweep_length);
@@ -41,7 +41,7 @@ std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, si
     return subsweeps;
 }
 
-/** Reads the layout of one item. */
+/** Decodes the layout of one item. */
 item_layout decode_layout(const nlohmann::json &document, size_t group, size_t index)
 {
     item_layout layout;
@@ -57,13 +57,13 @@ item_layout decode_layout(const nlohmann::json &document, size_t group, size_t i
     if (layout.sweeps() * layout.sweep_length != layout.frame_length)
     {
         throw protocol_error("The session metadata announces frames of " +
-                             std::to_string(layout.frame_length) + " samples, which is no multiple of the " +
+                             std::to_string(layout.frame_length) + " samples, not a multiple of the " +
                              std::to_string(layout.sweep_length) + " samples of a sweep.");
     }
     return layout;
 }
 
-/** Reads the calibrations; none when the board has no sensors. */
+/** Decodes the calibrations; none if the board has no sensors. */
 std::vector<calibration> decode_calibrations(const nlohmann::json &document)
 {
     std::vector<calibration> calibrations;
@@ -86,11 +86,11 @@ void check_shape(const nlohmann::json &array, size_t expected, const char *what)
     if (!array.is_array() || array.size() != expected)
     {
         throw protocol_error("A frame has " + std::to_string(array.size()) + " " + what +
-                             " where the session metadata announced " + std::to_string(expected) + ".");
+                             ", but the session metadata announced " + std::to_string(expected) + ".");
     }
 }
 
-/** The frame's item objects in one row, checked against the metadata's groups. */
+/** Returns the item objects of a frame as one list; checks them against the groups of the metadata. */
 std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const session_metadata &metadata)
 {
     std::vector<size_t> sizes;
@@ -112,7 +112,7 @@ std::vector<const nlohmann::json *> flatten(const nlohmann::json &groups, const 
     return items;
 }
 
-/** Reads what a frame's header says of one item. */
+/** Decodes the part of a frame header that describes one item. */
 frame_item decode_item(const nlohmann::json &document)
 {
     frame_item item;
@@ -149,7 +149,7 @@ std::span<const sample> frame_item::subsweep(size_t sweep, size_t subsweep) cons
 namespace
 {
 
-/** Decodes the use of memory. */
+/** Decodes the memory usage. */
 memory_use decode_memory(const nlohmann::json &memory)
 {
     return {.size = integer_member<uint32_t>(memory, "size"),
@@ -159,13 +159,13 @@ memory_use decode_memory(const nlohmann::json &memory)
             .failures = integer_member<uint32_t>(memory, "failures")};
 }
 
-/** Decodes the use of the stack. */
+/** Decodes the stack usage. */
 stack_use decode_stack(const nlohmann::json &stack)
 {
     return {.size = integer_member<uint32_t>(stack, "size"), .peak = integer_member<uint32_t>(stack, "peak")};
 }
 
-/** Decodes what is known of the board. */
+/** Decodes the description of the board. */
 board_info decode_board(const nlohmann::json &board)
 {
     if (!board.is_object())
@@ -196,7 +196,7 @@ server_info decode_server_info(const nlohmann::json &document)
     info.ticks_per_second = number_member(document, "ticks_per_second");
     if (!(info.ticks_per_second >= 0.0))
     {
-        throw protocol_error("The server says that its clock goes backwards.");
+        throw protocol_error("The server reports a negative \"ticks_per_second\".");
     }
     info.max_baudrate = integer_member<uint32_t>(document, "max_baudrate");
     if (document.contains("board"))
@@ -224,7 +224,7 @@ session_metadata decode_metadata(const nlohmann::json &document)
     {
         if (!group.is_array() || group.empty())
         {
-            throw protocol_error("The session metadata has a group that is no list of items.");
+            throw protocol_error("The session metadata has a group that is not a list of items.");
         }
         for (size_t index = 0; index < group.size(); ++index)
         {
@@ -242,7 +242,7 @@ frame decode_frame(const message &received, std::shared_ptr<const session_metada
     if (received.payload.size() != expected)
     {
         throw protocol_error("A frame has " + std::to_string(received.payload.size()) +
-                             " bytes of samples where the session metadata announced " +
+                             " bytes of samples, but the session metadata announced " +
                              std::to_string(expected) + ".");
     }
     const auto documents = flatten(array_member(received.header, "result_info"), *metadata);

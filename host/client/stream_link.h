@@ -1,5 +1,5 @@
 /** @file
- * A link over any Asio stream: time-outs, and the library's own exceptions instead of error codes.
+ * A link over any Asio stream, with time-outs and with the exceptions of this library instead of error codes.
  */
 #ifndef VANTOR_STREAM_LINK_H
 #define VANTOR_STREAM_LINK_H
@@ -48,7 +48,8 @@ public:
         });
         if (outcome.first == asio::error::operation_aborted)
         {
-            throw timeout_error("The server takes no more bytes: it may hang, or the line may be cut.");
+            throw timeout_error(
+                "The server does not accept more bytes: it may hang, or the line may be cut.");
         }
         if (outcome.first)
         {
@@ -63,24 +64,25 @@ protected:
         return stream_;
     }
 
-    /** The loop in which the stream's operations run. */
+    /** The event loop of the stream. */
     asio::io_context &io() noexcept
     {
         return io_;
     }
 
 private:
-    /** Says that the link is gone, and why. */
+    /** Throws because the connection is lost; the message gives the reason. */
     static std::string lost_text(const asio::error_code &failure)
     {
         return failure == asio::error::eof ? "The server closed the connection."
-                                           : "The connection broke: " + failure.message() + ".";
+                                           : "Lost the connection: " + failure.message() + ".";
     }
 
     /**
-     * Runs one operation until it is complete, and cancels it when the time is over.
+     * Runs one operation until it completes; cancels it at the time-out.
      *
-     * @return its error, operation_aborted when it was cancelled, and the number of bytes moved
+     * @return the error of the operation, operation_aborted if it was cancelled, and the number of bytes
+     * moved
      */
     template <typename start_t>
     std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)

@@ -1,5 +1,5 @@
 /** @file
- * Waits for hosts on a TCP port of this machine.
+ * Listens for hosts on a TCP port of this machine.
  */
 #include "client/tcp_listener.h"
 
@@ -15,11 +15,11 @@ namespace
 
 using asio::ip::tcp;
 
-/** A link to a host. */
+/** A link to a connected host. */
 class accepted_link : public stream_link<tcp::socket>
 {
 public:
-    /** Takes the host that has connected. */
+    /** Accepts the host that has connected. */
     explicit accepted_link(tcp::acceptor &acceptor)
     {
         acceptor.accept(stream());
@@ -34,7 +34,7 @@ public:
 
 } // namespace
 
-/** The port, with the loop that it needs. */
+/** The port and its event loop. */
 struct tcp_listener::implementation
 {
     asio::io_context io;

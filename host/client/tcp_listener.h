@@ -1,5 +1,5 @@
 /** @file
- * Waits for hosts on a TCP port of this machine.
+ * Listens for hosts on a TCP port of this machine.
  */
 #ifndef VANTOR_TCP_LISTENER_H
 #define VANTOR_TCP_LISTENER_H
@@ -18,10 +18,10 @@ class tcp_listener
 {
 public:
     /**
-     * Listens.
+     * Starts to listen.
      *
-     * @param port  0 for any free one
-     * @throws connect_error when the port is taken or not allowed
+     * @param port  0 for any free port
+     * @throws connect_error if the port is in use or not allowed
      */
     explicit tcp_listener(uint16_t port);
     tcp_listener(const tcp_listener &) = delete;
@@ -30,10 +30,10 @@ public:
     tcp_listener &operator=(tcp_listener &&) = delete;
     ~tcp_listener();
 
-    /** The port. */
+    /** The port number. */
     [[nodiscard]] uint16_t port() const;
 
-    /** Waits for the next host; null when none connects in time or a signal arrives. */
+    /** Waits for the next host; null if none connects in time or a signal arrives. */
     std::unique_ptr<link> accept(std::chrono::milliseconds timeout);
 
 private:

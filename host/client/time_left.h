@@ -1,5 +1,5 @@
 /** @file
- * How long a link may still wait.
+ * The time left until a deadline.
  */
 #ifndef VANTOR_TIME_LEFT_H
 #define VANTOR_TIME_LEFT_H
@@ -12,7 +12,7 @@
 namespace vantor
 {
 
-/** The time left until a deadline, rounded up to a millisecond, never negative. */
+/** Returns the time left until a deadline, rounded up to a millisecond; 0 if it has passed. */
 inline std::chrono::milliseconds time_left(std::chrono::steady_clock::time_point deadline,
                                            const time_source &now)
 {

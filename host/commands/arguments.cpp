@@ -1,5 +1,5 @@
 /** @file
- * Reads command lines: turns commands that are plain data into those of CLI11.
+ * Parses command lines: converts commands given as plain data to CLI11 commands.
  */
 #include "commands/arguments.h"
 
@@ -23,7 +23,7 @@ namespace vantor
 namespace
 {
 
-/** Reads a whole number, all of the text; nothing when it is not one or does not fit. */
+/** Parses the complete text as a number; nothing if it is not a number or does not fit the type. */
 template <typename number_t> std::optional<number_t> parse_number(const std::string &text)
 {
     number_t value{};
@@ -32,40 +32,40 @@ template <typename number_t> std::optional<number_t> parse_number(const std::str
     return failure == std::errc{} && stop == end ? std::optional(value) : std::nullopt;
 }
 
-/** Reads a finite number within the bound of an option. */
-double take_number(const std::string &name, const std::string &text, std::optional<double> above)
+/** Parses a finite number and checks it against the bound of an option. */
+double read_number(const std::string &name, const std::string &text, std::optional<double> above)
 {
     const auto number = parse_number<double>(text);
     if (!number || !std::isfinite(*number) || (above && *number <= *above))
     {
-        throw CLI::ValidationError(name, text + " is not a number" +
+        throw CLI::ValidationError(name, '"' + text + "\" is not a number" +
                                              (above ? " above " + fixed(*above, 0) : std::string()));
     }
     return *number;
 }
 
-/** Reads a whole number within the bounds of an option. */
-uint64_t take_whole_number(const std::string &name, const std::string &text, uint64_t least, uint64_t most)
+/** Parses a whole number and checks it against the bounds of an option. */
+uint64_t read_whole_number(const std::string &name, const std::string &text, uint64_t least, uint64_t most)
 {
     const auto number = parse_number<uint64_t>(text);
     if (!number || *number < least || *number > most)
     {
-        throw CLI::ValidationError(name, text + " is not a whole number from " + std::to_string(least) +
-                                             " to " + std::to_string(most));
+        throw CLI::ValidationError(name, '"' + text + "\" is not a whole number from " +
+                                             std::to_string(least) + " to " + std::to_string(most));
     }
     return *number;
 }
 
-/** Refuses the empty value of an option. */
+/** Rejects an empty value of an option. */
 [[noreturn]] void refuse_empty_value(const command_option &option)
 {
-    throw CLI::ValidationError(option.name, "the value is empty; give " +
+    throw CLI::ValidationError(option.name, "the value is empty; expected " +
                                                 (is_option(option) ? option.value_name : option.name) + ": " +
                                                 option.help);
 }
 
-/** Reads a text, which may not be empty. */
-std::string take_text(const command_option &option, const std::string &text)
+/** Returns the value of an option; an empty one is rejected. */
+std::string read_text(const command_option &option, const std::string &text)
 {
     if (text.empty())
     {
@@ -74,7 +74,18 @@ std::string take_text(const command_option &option, const std::string &text)
     return text;
 }
 
-/** Adds an option to a command of CLI11, by the kind of its value. */
+/** Returns a word; it must be one of several. */
+std::string read_choice(const std::string &name, const std::string &text,
+                        const std::vector<std::string> &words)
+{
+    if (std::find(words.begin(), words.end(), text) == words.end())
+    {
+        throw CLI::ValidationError(name, '"' + text + "\" is not one of " + join(words, ", "));
+    }
+    return text;
+}
+
+/** Adds an option to a CLI11 command, depending on the type of its value. */
 class option_adder
 {
 public:
@@ -90,77 +101,78 @@ public:
     CLI::Option *operator()(std::string *target) const
     {
         return add(
-            [target, option = option_](const std::string &text) { *target = take_text(option, text); });
+            [target, option = option_](const std::string &text) { *target = read_text(option, text); });
     }
 
     CLI::Option *operator()(std::filesystem::path *target) const
     {
         return add(
-            [target, option = option_](const std::string &text) { *target = take_text(option, text); });
+            [target, option = option_](const std::string &text) { *target = read_text(option, text); });
     }
 
     CLI::Option *operator()(std::vector<std::string> *target) const
     {
         return add_list([target, option = option_](const std::string &text) {
-            target->push_back(take_text(option, text));
+            target->push_back(read_text(option, text));
         });
     }
 
     CLI::Option *operator()(const number_value &value) const
     {
         return add([name = option_.name, value](const std::string &text) {
-            *value.target = take_number(name, text, value.above);
+            *value.target = read_number(name, text, value.above);
         });
     }
 
     CLI::Option *operator()(const whole_number_value &value) const
     {
         return add([name = option_.name, value](const std::string &text) {
-            *value.target = take_whole_number(name, text, value.least, value.most);
+            *value.target = read_whole_number(name, text, value.least, value.most);
         });
     }
 
     CLI::Option *operator()(const whole_numbers_value &value) const
     {
         return add_list([name = option_.name, value](const std::string &text) {
-            value.target->push_back(take_whole_number(name, text, value.least, value.most));
+            value.target->push_back(read_whole_number(name, text, value.least, value.most));
         });
     }
 
     CLI::Option *operator()(const choice_value &value) const
     {
-        return add([target = value.target](const std::string &text) { *target = text; })
-            ->check(CLI::IsMember(value.words).description(""));
+        return add([name = option_.name, value](const std::string &text) {
+            *value.target = read_choice(name, text, value.words);
+        });
     }
 
 private:
-    using taker = std::function<void(const std::string &)>;
+    using reader = std::function<void(const std::string &)>;
 
-    /** Adds an option that is given once. */
-    CLI::Option *add(taker take) const
+    /** Adds an option that can be given once. */
+    CLI::Option *add(reader read) const
     {
-        const auto take_first = [take = std::move(take)](const CLI::results_t &texts) {
-            take(texts.front());
+        const auto read_first = [read = std::move(read)](const CLI::results_t &texts) {
+            read(texts.front());
             return true;
         };
-        return app_.add_option(option_.name, take_first, option_.help);
+        return app_.add_option(option_.name, read_first, option_.help);
     }
 
     /**
-     * Adds an option that may be given many times, or an argument that takes any number of words. CLI11's own
-     * lists would also split "[a,b]", which may be the name of a file.
+     * Adds an option that can be given several times, or an argument that accepts any number of words. The
+     * lists of CLI11 would also split "[a,b]", which may be a file name.
      */
-    CLI::Option *add_list(taker take) const
+    CLI::Option *add_list(reader read) const
     {
         constexpr int any_number = CLI::detail::expected_max_vector_size;
-        const auto take_all = [take = std::move(take)](const CLI::results_t &texts) {
+        const auto read_all = [read = std::move(read)](const CLI::results_t &texts) {
             for (const auto &text : texts)
             {
-                take(text);
+                read(text);
             }
             return true;
         };
-        return app_.add_option(option_.name, take_all, option_.help)
+        return app_.add_option(option_.name, read_all, option_.help)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
             ->expected(is_option(option_) ? 1 : any_number, any_number);
     }
@@ -172,7 +184,7 @@ private:
 /** Adds a command with its options. */
 void add_command(CLI::App &app, const command &what, const command_streams &streams, exit_code &result)
 {
-    auto *added = app.add_subcommand(what.name, what.help);
+    auto *added = app.add_subcommand(what.name, what.help)->group("Commands");
     for (const auto &option : what.options)
     {
         auto *const made = std::visit(option_adder(*added, option), option.value);
@@ -186,21 +198,25 @@ void add_command(CLI::App &app, const command &what, const command_streams &stre
     added->callback([&what, &streams, &result] { result = what.run(streams); });
 }
 
-/** Refuses an option without its value: CLI11 would take the word that follows, even if that is an option. */
-void refuse_missing_value(const command_option &option, const std::string &word, const std::string &next)
+/** Rejects an option without its value: CLI11 would use the next word, even if that is an option. */
+void refuse_missing_value(const command_option &option, const std::string &word, const std::string *next)
 {
     if (word == option.name + "=")
     {
         refuse_empty_value(option);
     }
-    if (word == option.name && next.starts_with("--"))
+    if (word == option.name && next == nullptr)
     {
-        throw CLI::ValidationError(option.name, "the value is missing; if it is \"" + next + "\", write " +
-                                                    word + "=" + next);
+        throw CLI::ValidationError(option.name, "the value is missing; expected " + option.value_name);
+    }
+    if (word == option.name && next->starts_with("--"))
+    {
+        throw CLI::ValidationError(option.name, "the value is missing; if it is \"" + *next + "\", write " +
+                                                    word + "=" + *next);
     }
 }
 
-/** Refuses options of a command that lack their values. */
+/** Rejects options of a command that lack their values. */
 void check_values(const command &what, const std::vector<std::string> &arguments)
 {
     const auto end = std::find(arguments.begin(), arguments.end(), "--");
@@ -211,13 +227,13 @@ void check_values(const command &what, const std::vector<std::string> &arguments
         {
             if (is_option(option) && !std::holds_alternative<bool *>(option.value))
             {
-                refuse_missing_value(option, *word, next == arguments.end() ? std::string() : *next);
+                refuse_missing_value(option, *word, next == arguments.end() ? nullptr : &*next);
             }
         }
     }
 }
 
-/** Refuses options that lack their values, where the arguments begin with a command. */
+/** Rejects options that lack their values, if the first argument is a command. */
 void check_values(const std::vector<command> &commands, const std::vector<std::string> &arguments)
 {
     for (const auto &each : commands)
@@ -229,8 +245,8 @@ void check_values(const std::vector<command> &commands, const std::vector<std::s
     }
 }
 
-/** Says which arguments nobody asked for. */
-std::string name_unexpected(const std::vector<std::string> &words)
+/** Describes unexpected arguments. */
+std::string describe_unexpected(const std::vector<std::string> &words)
 {
     std::string text = words.size() == 1 ? "Unexpected argument:" : "Unexpected arguments:";
     for (const auto &word : words)
@@ -240,24 +256,27 @@ std::string name_unexpected(const std::vector<std::string> &words)
     return text;
 }
 
-/** Says what is wrong with a command line. */
+/** Describes what is wrong with a command line. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
     auto words = app.remaining(true);
-    // "--" ends the options, and is expected anywhere.
+    // "--" ends the options, and is allowed anywhere.
     std::erase(words, "--");
+    const bool has_command = !app.get_subcommands().empty();
     if (words.empty())
     {
-        return failure.what();
+        const bool lacks_command =
+            !has_command && dynamic_cast<const CLI::RequiredError *>(&failure) != nullptr;
+        return lacks_command ? "A command is required." : failure.what();
     }
-    if (app.get_subcommands().empty() && !words.front().starts_with("-"))
+    if (!has_command && !words.front().starts_with("-"))
     {
-        return "Unknown command \"" + words.front() + "\".";
+        return "\"" + words.front() + "\" is not a vantor command.";
     }
-    return name_unexpected(words);
+    return describe_unexpected(words);
 }
 
-/** Says what is wrong with a command line, or prints the help or version that was asked for. */
+/** Prints what is wrong with a command line, or the help or version that was requested. */
 exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const command_streams &streams)
 {
     if (failure.get_exit_code() == 0)
@@ -278,6 +297,8 @@ exit_code run_command(const std::vector<std::string> &arguments, const std::vect
     CLI::App app("Measure with radar sensors through a Vantor server.", "vantor");
     app.set_version_flag("--version", std::string("vantor ") + version);
     app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->label("Positionals", "Arguments");
     app.footer(footer);
     for (const auto &each : commands)
     {

@@ -1,5 +1,5 @@
 /** @file
- * Reads command lines.
+ * Parses command lines.
  */
 #ifndef VANTOR_ARGUMENTS_H
 #define VANTOR_ARGUMENTS_H
@@ -13,15 +13,15 @@ namespace vantor
 {
 
 /**
- * Fills in the options of the command that the arguments name and runs it; prints help and version, and says
- * what is wrong with the arguments.
+ * Sets the options of the command that the arguments name and runs it; prints help and version, and reports
+ * wrong arguments.
  *
- * @param arguments  what follows the program's name
- * @param commands   those that there are
- * @param footer     what stands below the commands in the help
- * @param streams    where to write to
- * @return what the command returned, or usage
- * @throws what the command throws
+ * @param arguments  the arguments after the program name
+ * @param commands   all commands
+ * @param footer     text below the commands in the help
+ * @param streams    where to write
+ * @return the result of the command, or usage
+ * @throws the exceptions of the command
  */
 exit_code run_command(const std::vector<std::string> &arguments, const std::vector<command> &commands,
                       const std::string &footer, const command_streams &streams);

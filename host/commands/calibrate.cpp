@@ -26,19 +26,19 @@ constexpr const char *calibrate_footer = R"(Examples:
   vantor calibrate --output calibration.json --sensor 1 --sensor 3
   vantor record config.json --frames 100 --calibration calibration.json
 
-A calibration is valid as long as the sensor's temperature stays near that of the calibration; frames say when a
-new one is needed.)";
+A calibration is valid while the sensor stays near the temperature at which it was made. A frame with
+"calibration_needed" means that a new one is needed.)";
 
-/** What is to be calibrated. */
+/** The options of `vantor calibrate`. */
 struct calibrate_options
 {
     std::string connect = "sim:";
     std::filesystem::path output;
-    std::vector<uint64_t> sensors; /**< all connected ones when empty */
+    std::vector<uint64_t> sensors; /**< empty for all connected sensors */
     bool json = false;
 };
 
-/** A configuration whose preparation calibrates sensors: one group, each sensor once. */
+/** A configuration that makes the server calibrate sensors: one group that contains each sensor once. */
 nlohmann::json calibrating_configuration(const std::vector<uint64_t> &sensors)
 {
     auto group = nlohmann::json::array();
@@ -65,7 +65,8 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     server.end();
     if (metadata->calibrations.empty())
     {
-        throw error("The server calibrated no sensor: see with \"vantor identify\" which are connected.");
+        throw error(
+            "The server did not calibrate any sensor. Run \"vantor identify\" to see which are connected.");
     }
     replace_files({{.path = options.output, .text = calibration_text(metadata->calibrations)}});
     if (options.json)
@@ -87,15 +88,15 @@ command calibrate_command()
 {
     auto options = std::make_shared<calibrate_options>();
     return {.name = "calibrate",
-            .help = "Calibrate sensors and keep the calibrations in a file.",
+            .help = "Calibrate sensors and save the calibrations to a file.",
             .footer = calibrate_footer,
             .options = {{.name = "--output",
-                         .help = "The file, JSON; it is replaced",
+                         .help = "JSON file to write; an existing file is replaced",
                          .value = &options->output,
                          .value_name = "FILE",
                          .required = true},
                         {.name = "--sensor",
-                         .help = "Number of a sensor; all connected ones when not given",
+                         .help = "Number of a sensor; may be repeated; all connected sensors if not given",
                          .value = whole_numbers_value{.target = &options->sensors,
                                                       .most = std::numeric_limits<uint16_t>::max()},
                          .value_name = "NUMBER"},

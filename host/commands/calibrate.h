@@ -1,5 +1,5 @@
 /** @file
- * `vantor calibrate`: calibrations into a file.
+ * `vantor calibrate`: calibrates sensors and saves the calibrations to a file.
  */
 #ifndef VANTOR_CALIBRATE_H
 #define VANTOR_CALIBRATE_H

@@ -1,7 +1,7 @@
 /** @file
- * What a command is: its name, its options as plain data, and the function that runs it.
+ * A command: its name, its options as plain data, and the function that runs it.
  *
- * Only arguments.cpp knows the library that reads command lines, which takes long to compile.
+ * Only arguments.cpp uses the command-line library, which takes long to compile.
  */
 #ifndef VANTOR_COMMAND_H
 #define VANTOR_COMMAND_H
@@ -21,12 +21,12 @@
 namespace vantor
 {
 
-/** Where a command writes to. */
+/** Where a command writes. */
 struct command_streams
 {
     std::ostream &out;     /**< results */
     std::ostream &err;     /**< errors, warnings and progress */
-    bool terminal = false; /**< err is a terminal, so that a line of progress can be shown */
+    bool terminal = false; /**< err is a terminal that can show a progress line */
 };
 
 /** A finite number. */
@@ -44,7 +44,7 @@ struct whole_number_value
     uint64_t most = std::numeric_limits<uint64_t>::max();
 };
 
-/** Whole numbers, one for each time that the option is given. */
+/** Whole numbers; the option may be repeated, each time with one number. */
 struct whole_numbers_value
 {
     std::vector<uint64_t> *target;
@@ -60,8 +60,8 @@ struct choice_value
 };
 
 /**
- * Where the value of an option goes, and what it may be. A pointer to bool makes a flag, which has no value;
- * a list of texts takes any number of arguments.
+ * Where the value of an option is stored, and which values are allowed. A pointer to bool makes a flag, which
+ * has no value; a list of strings accepts any number of arguments.
  */
 using option_value = std::variant<bool *, std::string *, std::filesystem::path *, std::vector<std::string> *,
                                   number_value, whole_number_value, whole_numbers_value, choice_value>;
@@ -69,28 +69,28 @@ using option_value = std::variant<bool *, std::string *, std::filesystem::path *
 /** An option, a flag or an argument of a command. */
 struct command_option
 {
-    std::string name; /**< "--frames"; without dashes that of an argument, which is known by its place */
+    std::string name; /**< such as "--frames"; without dashes for a positional argument */
     std::string help; /**< one line */
     option_value value;
-    std::string value_name = {};    /**< stands for the value in the help, such as "NUMBER" */
-    bool required = false;          /**< the command cannot do without it */
-    std::string default_value = {}; /**< as the help shows it; empty to show none */
+    std::string value_name = {};    /**< placeholder for the value in the help, such as "NUMBER" */
+    bool required = false;          /**< the command needs it */
+    std::string default_value = {}; /**< shown in the help if not empty */
 };
 
-/** Whether it is an option or a flag, and not an argument. */
+/** Whether it is an option or a flag, not a positional argument. */
 inline bool is_option(const command_option &option)
 {
     return option.name.starts_with("--");
 }
 
-/** A command. What its options point to lives as long as `run`. */
+/** A command. `run` owns the variables to which its options point. */
 struct command
 {
     std::string name;
     std::string help;   /**< one line */
-    std::string footer; /**< what stands below the options in the help: examples */
+    std::string footer; /**< text below the options in the help: examples */
     std::vector<command_option> options;
-    std::function<exit_code(const command_streams &)> run; /**< called once the options are filled in */
+    std::function<exit_code(const command_streams &)> run; /**< called after the options have been set */
 };
 
 } // namespace vantor

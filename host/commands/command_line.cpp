@@ -37,16 +37,18 @@ constexpr const char *general_footer = R"(Exit codes:
   5    the server reported an error
   6    invalid data from the server
   7    the output cannot be written
-  130  interrupted; everything recorded so far is intact)";
+  130  interrupted; everything recorded so far is intact
 
-/** Ends a command with a sentence for the person. */
+Run "vantor COMMAND --help" for the options of a command.)";
+
+/** Prints the message of an exception and returns the exit code. */
 exit_code report(std::ostream &err, exit_code code, const std::exception &failure)
 {
     err << "vantor: " << printable(failure.what()) << "\n";
     return code;
 }
 
-/** Finds the exit code for the exception that is being handled, and reports it. */
+/** Prints the message of the exception that is being handled and returns its exit code. */
 exit_code report_current_exception(std::ostream &err)
 {
     try
@@ -99,7 +101,7 @@ exit_code report_current_exception(std::ostream &err)
     }
 }
 
-/** All commands, in the order of the help. */
+/** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
     return {identify_command(),
@@ -124,7 +126,7 @@ exit_code run_command_line(const std::vector<std::string> &arguments, const comm
         const auto result = run_command(arguments, list_commands(), general_footer, streams);
         if (!streams.out.flush())
         {
-            throw recording_error("Cannot write to the standard output.");
+            throw recording_error("Cannot write to standard output.");
         }
         return result;
     }

@@ -1,5 +1,5 @@
 /** @file
- * The command `vantor` as a function: arguments in, texts and an exit code out.
+ * The command `vantor` as a function that takes arguments, writes text and returns an exit code.
  */
 #ifndef VANTOR_COMMAND_LINE_H
 #define VANTOR_COMMAND_LINE_H
@@ -13,11 +13,11 @@ namespace vantor
 {
 
 /**
- * Runs the command.
+ * Runs the command. Does not throw.
  *
- * @param arguments  what follows the program's name
- * @param streams    where to write to
- * @return how it ended; nothing is thrown
+ * @param arguments  the arguments after the program name
+ * @param streams    where to write
+ * @return the exit code
  */
 exit_code run_command_line(const std::vector<std::string> &arguments, const command_streams &streams);
 

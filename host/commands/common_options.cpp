@@ -1,5 +1,5 @@
 /** @file
- * Options that several commands have.
+ * Options shared by several commands.
  */
 #include "commands/common_options.h"
 
@@ -13,22 +13,22 @@ namespace vantor
 command_option connect_option(std::string &target)
 {
     return {.name = "--connect",
-            .help =
-                "The server: tcp:HOST:PORT, serial:DEVICE@BAUD, or sim: to start a private simulated server",
+            .help = "Address of the server (tcp:HOST:PORT or serial:DEVICE@BAUD), or sim: to start a private "
+                    "simulated server",
             .value = &target,
-            .value_name = "WHERE",
+            .value_name = "ADDRESS",
             .default_value = target};
 }
 
 command_option json_flag(bool &target)
 {
-    return {.name = "--json", .help = "Print JSON, for programs", .value = &target};
+    return {.name = "--json", .help = "Print JSON instead of text", .value = &target};
 }
 
 command_option recording_argument(std::filesystem::path &target)
 {
     return {.name = "RECORDING",
-            .help = "Directory that \"vantor record\" wrote",
+            .help = "Directory written by \"vantor record\"",
             .value = &target,
             .required = true};
 }
@@ -36,7 +36,7 @@ command_option recording_argument(std::filesystem::path &target)
 command_option configuration_argument(std::filesystem::path &target)
 {
     return {
-        .name = "CONFIG", .help = "Configuration document, a JSON file", .value = &target, .required = true};
+        .name = "CONFIG", .help = "Configuration document (a JSON file)", .value = &target, .required = true};
 }
 
 void print_json(std::ostream &out, const nlohmann::ordered_json &document)

@@ -1,5 +1,5 @@
 /** @file
- * Options that several commands have.
+ * Options shared by several commands.
  */
 #ifndef VANTOR_COMMON_OPTIONS_H
 #define VANTOR_COMMON_OPTIONS_H
@@ -27,7 +27,7 @@ command_option recording_argument(std::filesystem::path &target);
 /** The argument CONFIG. */
 command_option configuration_argument(std::filesystem::path &target);
 
-/** Prints JSON for programs. Bytes that are not UTF-8, which file names may contain, are replaced, and
+/** Prints a JSON document. Bytes that are not UTF-8 (file names may contain them) are replaced, and
  * characters that would control a terminal are escaped. */
 void print_json(std::ostream &out, const nlohmann::ordered_json &document);
 

@@ -7,6 +7,8 @@
 #include <ostream>
 #include <string>
 
+#include "commands/text_table.h"
+
 namespace vantor
 {
 namespace
@@ -28,17 +30,6 @@ std::string option_names(const command &what)
     return text;
 }
 
-/** Joins words with spaces. */
-std::string join_words(const std::vector<std::string> &words)
-{
-    std::string text;
-    for (const auto &word : words)
-    {
-        text += (text.empty() ? "" : " ") + word;
-    }
-    return text;
-}
-
 /** The names of all commands. */
 std::string command_names(const std::vector<command> &commands)
 {
@@ -48,10 +39,11 @@ std::string command_names(const std::vector<command> &commands)
     {
         names.push_back(what.name);
     }
-    return join_words(names);
+    return join(names, " ");
 }
 
-/** What bash does after an option, or a command, that is followed by one of several words. */
+/** Writes the part of the bash script that completes the words of an option or argument with fixed choices.
+ */
 void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
 {
     for (const auto &what : commands)
@@ -62,15 +54,15 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
             {
                 out << "    elif [ \"$command $before\" = \"" << what.name << " "
                     << (is_option(option) ? option.name : what.name) << "\" ]; then\n        words=\""
-                    << join_words(choice->words) << "\"\n";
+                    << join(choice->words, " ") << "\"\n";
             }
         }
     }
 }
 
 /**
- * The beginning of the function for bash: the word to complete, that before it, and the command. Bash takes
- * "--format=n" for three words.
+ * The beginning of the bash function: finds the word to complete, the word before it, and the command. Bash
+ * splits "--format=n" into three words.
  */
 constexpr const char *bash_begin = R"(_vantor()
 {
@@ -85,7 +77,7 @@ constexpr const char *bash_begin = R"(_vantor()
     case "$command" in
 )";
 
-/** Its end: names of files and directories, except for options and where one of several words is expected. */
+/** The end of the bash function: completes file names, unless an option or a fixed choice is expected. */
 constexpr const char *bash_end = R"(    elif [ "${word#-}" = "$word" ]; then
         compopt -o filenames 2>/dev/null
         while IFS= read -r line; do COMPREPLY+=("$line"); done < <(compgen -f -- "$word")
@@ -96,7 +88,7 @@ constexpr const char *bash_end = R"(    elif [ "${word#-}" = "$word" ]; then
 complete -F _vantor vantor
 )";
 
-/** A script for bash, which zsh understands too. */
+/** Writes the script for bash, which also works in zsh. */
 void write_bash(const std::vector<command> &commands, std::ostream &out)
 {
     out << bash_begin;
@@ -112,7 +104,7 @@ void write_bash(const std::vector<command> &commands, std::ostream &out)
     out << bash_end;
 }
 
-/** A text within single quotes of fish. */
+/** Quotes a text with single quotes for fish. */
 std::string fish_quote(const std::string &text)
 {
     std::string quoted = "'";
@@ -127,29 +119,29 @@ std::string fish_quote(const std::string &text)
     return quoted + "'";
 }
 
-/** A script for zsh: that of bash, in zsh's compatibility mode. */
+/** Writes the script for zsh: the bash script, run in the compatibility mode of zsh. */
 void write_zsh(const std::vector<command> &commands, std::ostream &out)
 {
     out << "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n";
     write_bash(commands, out);
 }
 
-/** What fish offers after a command: an option, or the words of an argument. */
+/** Writes a line for fish: completes an option, or an argument with fixed choices. */
 void write_fish_option(const command &what, const command_option &option, std::ostream &out)
 {
     const auto *const choice = std::get_if<choice_value>(&option.value);
     if (!is_option(option) && choice == nullptr)
     {
-        // The name of a file, which fish completes by itself.
+        // A file name, which fish completes by default.
         return;
     }
     out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "'"
         << (is_option(option) ? " -l " + option.name.substr(2) : "")
-        << (choice == nullptr ? "" : " -x -a " + fish_quote(join_words(choice->words))) << " -d "
+        << (choice == nullptr ? "" : " -x -a " + fish_quote(join(choice->words, " "))) << " -d "
         << fish_quote(option.help) << "\n";
 }
 
-/** A script for fish. */
+/** Writes the script for fish. */
 void write_fish(const std::vector<command> &commands, std::ostream &out)
 {
     bool no_value = false;
@@ -173,7 +165,7 @@ command completion_command(std::function<std::vector<command>()> list_commands)
 {
     auto shell = std::make_shared<std::string>();
     return {.name = "completion",
-            .help = "Print a script that lets a shell complete commands.",
+            .help = "Print a completion script for a shell.",
             .footer = completion_footer,
             .options = {{.name = "SHELL",
                          .help = "bash, zsh or fish",

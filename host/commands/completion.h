@@ -1,5 +1,5 @@
 /** @file
- * `vantor completion`: lets a shell complete commands and options.
+ * `vantor completion`: prints a script with which a shell completes commands and options.
  */
 #ifndef VANTOR_COMPLETION_H
 #define VANTOR_COMPLETION_H
@@ -15,7 +15,7 @@ namespace vantor
 /**
  * The command.
  *
- * @param list_commands  gives all commands, this one included
+ * @param list_commands  returns all commands, including this one
  */
 command completion_command(std::function<std::vector<command>()> list_commands);
 

@@ -1,5 +1,5 @@
 /** @file
- * A link that is given up at a deadline, whatever the other end sends.
+ * A link that fails at a deadline, whatever the other end sends.
  */
 #include "commands/deadline_link.h"
 
@@ -33,13 +33,13 @@ uint32_t deadline_link::set_baudrate(uint32_t baudrate)
     return connection_->set_baudrate(baudrate);
 }
 
-/** The time that is left of what an operation may take. */
+/** Limits a time-out to the time left until the deadline; throws when the deadline has passed. */
 std::chrono::milliseconds deadline_link::bound(std::chrono::milliseconds timeout) const
 {
     const auto left = time_left(deadline_, now_);
     if (left.count() == 0)
     {
-        throw connection_lost("The time for the device is over.");
+        throw connection_lost("The device took too long to answer.");
     }
     return std::min(left, timeout);
 }

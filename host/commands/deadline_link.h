@@ -1,5 +1,5 @@
 /** @file
- * A link that is given up at a deadline, whatever the other end sends.
+ * A link that fails at a deadline, whatever the other end sends.
  */
 #ifndef VANTOR_DEADLINE_LINK_H
 #define VANTOR_DEADLINE_LINK_H
@@ -12,14 +12,14 @@
 namespace vantor
 {
 
-/** Passes everything on to another link until a deadline, from which on it counts as broken. */
+/** Forwards to another link until a deadline; after that, every operation throws connection_lost. */
 class deadline_link : public link
 {
 public:
     /**
      * @param connection  the other link
-     * @param deadline    no operation lasts longer, and none begins then or later
-     * @param now         the clock of the deadline
+     * @param deadline    operations end by this time, and none starts after it
+     * @param now         the clock for the deadline
      */
     deadline_link(std::unique_ptr<link> connection, std::chrono::steady_clock::time_point deadline,
                   time_source now);

@@ -1,5 +1,5 @@
 /** @file
- * What the command's exit code says; `vantor --help` lists the same.
+ * Exit codes of the command; `vantor --help` lists them.
  */
 #ifndef VANTOR_EXIT_CODE_H
 #define VANTOR_EXIT_CODE_H
@@ -11,14 +11,14 @@ namespace vantor
 enum class exit_code
 {
     success = 0,
-    failure = 1,       /**< something that has no code of its own */
+    failure = 1,       /**< any other failure */
     usage = 2,         /**< the command line is wrong */
     bad_file = 3,      /**< a configuration or a recording cannot be used */
     no_connection = 4, /**< no server, connection lost, or no answer in time */
     refused = 5,       /**< the server reported an error */
-    bad_link = 6,      /**< what the server sent makes no sense */
+    bad_link = 6,      /**< invalid data from the server */
     not_written = 7,   /**< the output cannot be written */
-    interrupted = 130, /**< Ctrl-C; what was recorded until then is whole */
+    interrupted = 130, /**< Ctrl-C; everything recorded so far is intact */
 };
 
 } // namespace vantor

@@ -18,11 +18,11 @@ namespace
 
 constexpr const char *export_footer = R"(Examples:
   vantor export recordings/garage --format csv
-      one file for each item in recordings/garage/export
+      writes one file per item to recordings/garage/export
   vantor export recordings/garage --format npy --output arrays
-      arrays of complex64 with the axes frame, sweep and point, for numpy.load)";
+      writes complex64 arrays with the axes frame, sweep and point, for numpy.load)";
 
-/** What is to be exported, and into what. */
+/** The options of `vantor export`. */
 struct export_options
 {
     std::filesystem::path recording;
@@ -31,7 +31,7 @@ struct export_options
     bool json = false;
 };
 
-/** Writes the files, showing progress on a terminal; returns them. */
+/** Writes the files and returns their paths; shows progress on a terminal. */
 std::vector<std::filesystem::path> write_files(const export_options &options, const command_streams &streams)
 {
     recording_reader recording(options.recording);
@@ -40,7 +40,7 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
     return options.format == "csv" ? export_csv(recording, output) : export_npy(recording, output);
 }
 
-/** Exports and prints the names of the files. */
+/** Exports a recording and prints the paths of the files. */
 exit_code export_recording(const export_options &options, const command_streams &streams)
 {
     auto names = nlohmann::ordered_json::array();
@@ -66,16 +66,16 @@ command export_command()
 {
     auto options = std::make_shared<export_options>();
     return {.name = "export",
-            .help = "Turn a recording into files for other programs.",
+            .help = "Export a recording as CSV or NumPy files.",
             .footer = export_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--format",
-                         .help = "csv or npy",
+                         .help = "Format of the files: csv or npy (NumPy)",
                          .value = choice_value{.target = &options->format, .words = {"csv", "npy"}},
                          .value_name = "FORMAT",
                          .required = true},
                         {.name = "--output",
-                         .help = "Directory for the files",
+                         .help = "Directory for the files; \"export\" in the recording if not given",
                          .value = &options->output,
                          .value_name = "DIR"},
                         json_flag(options->json)},

@@ -1,5 +1,5 @@
 /** @file
- * `vantor export`: a recording for other programs.
+ * `vantor export`: converts a recording to files for other programs.
  */
 #ifndef VANTOR_EXPORT_H
 #define VANTOR_EXPORT_H

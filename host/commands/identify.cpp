@@ -20,11 +20,11 @@ namespace
 
 constexpr const char *identify_footer = R"(Examples:
   vantor identify
-      the simulated server
+      starts a private simulated server and describes it
   vantor identify --connect serial:/dev/ttyACM0@115200
   vantor identify --connect tcp:192.168.1.20:6110 --json)";
 
-/** Prints a line of what is known of the board. */
+/** Prints a line about the board, if the server reports the value. */
 void print_board_line(std::ostream &out, const char *title, const std::optional<std::string> &value)
 {
     if (value)
@@ -33,7 +33,7 @@ void print_board_line(std::ostream &out, const char *title, const std::optional<
     }
 }
 
-/** Prints what a server reports of its board. */
+/** Prints what a server reports about its board. */
 void print_board(const server_info &info, std::ostream &out)
 {
     if (info.board)
@@ -45,22 +45,21 @@ void print_board(const server_info &info, std::ostream &out)
     }
 }
 
-/** Prints how much of its memory and stack a server uses, as far as it reports. */
+/** Prints the memory and stack usage of a server, if it reports them. */
 void print_memory(const server_info &info, std::ostream &out)
 {
     if (info.memory)
     {
-        out << "memory     " << info.memory->size << " bytes, " << info.memory->live << " in use, at most "
-            << info.memory->peak << " so far; " << info.memory->failures << " requests failed\n";
+        out << "memory     " << info.memory->size << " bytes, " << info.memory->live << " in use, peak "
+            << info.memory->peak << "; " << info.memory->failures << " failed requests\n";
     }
     if (info.stack)
     {
-        out << "stack      " << info.stack->size << " bytes, at most " << info.stack->peak
-            << " in use so far\n";
+        out << "stack      " << info.stack->size << " bytes, peak " << info.stack->peak << "\n";
     }
 }
 
-/** Prints what a server is. */
+/** Prints a description of a server. */
 exit_code identify(const std::string &where, bool json, std::ostream &out)
 {
     const client server(parse_address(where));
@@ -74,14 +73,14 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
         << info.protocol_version << "\n";
     print_board(info, out);
     out << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
-        << (info.sensor_count == 1 ? " place" : " places") << ", connected: " << join(info.connected_sensors)
+        << (info.sensor_count == 1 ? " slot" : " slots") << ", connected: " << join(info.connected_sensors)
         << (info.board && info.board->sensors ? "; " + printable(*info.board->sensors) : "") << "\n"
         << "clock      "
         << (info.ticks_per_second > 0.0 ? fixed(info.ticks_per_second, 0) + " ticks per second" : "none")
         << "\n";
     if (info.max_baudrate > 0)
     {
-        out << "link       at most " << info.max_baudrate << " baud\n";
+        out << "link       up to " << info.max_baudrate << " baud\n";
     }
     print_memory(info, out);
     return exit_code::success;
@@ -98,7 +97,7 @@ command identify_command()
     };
     auto options = std::make_shared<identify_options>();
     return {.name = "identify",
-            .help = "Ask a server what it is and which sensors it has.",
+            .help = "Show a server's version, board and sensors.",
             .footer = identify_footer,
             .options = {connect_option(options->connect), json_flag(options->json)},
             .run = [options](const command_streams &streams) {

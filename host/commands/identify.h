@@ -1,5 +1,5 @@
 /** @file
- * `vantor identify`: what a server is.
+ * `vantor identify`: describes a server.
  */
 #ifndef VANTOR_IDENTIFY_H
 #define VANTOR_IDENTIFY_H

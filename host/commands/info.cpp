@@ -24,7 +24,7 @@ constexpr const char *info_footer = R"(Examples:
   vantor info recordings/garage
   vantor info recordings/garage --json)";
 
-/** What the table of an item's frames amounts to. */
+/** Figures from the frame table of an item. */
 struct table_figures
 {
     double seconds = 0.0;
@@ -35,7 +35,7 @@ struct table_figures
     int highest_temperature = std::numeric_limits<int>::min();
 };
 
-/** Goes through the table of an item's frames. */
+/** Reads the frame table of an item. */
 table_figures read_table(const recording_reader &recording, const recorded_item &item)
 {
     table_figures figures;
@@ -57,7 +57,7 @@ table_figures read_table(const recording_reader &recording, const recorded_item 
     return figures;
 }
 
-/** Frames that were lost on the line before the last capture. */
+/** The number of frames that were lost on the link before the last capture. */
 uint64_t frames_lost(const recorded_item &item)
 {
     const auto &captures = item.document.at("captures");
@@ -70,7 +70,7 @@ uint64_t frames_lost(const recorded_item &item)
            item.layout.frame_length;
 }
 
-/** One item for programs. */
+/** Describes one item as JSON. */
 nlohmann::ordered_json to_json(const recording_reader &recording, const recorded_item &item)
 {
     const auto figures = read_table(recording, item);
@@ -93,7 +93,7 @@ nlohmann::ordered_json to_json(const recording_reader &recording, const recorded
     return entry;
 }
 
-/** The whole recording for programs. */
+/** Describes the recording as JSON. */
 nlohmann::ordered_json to_json(const recording_reader &recording)
 {
     auto items = nlohmann::ordered_json::array();
@@ -110,7 +110,7 @@ nlohmann::ordered_json to_json(const recording_reader &recording)
         catch (const nlohmann::json::exception &)
         {
             throw bad_recording(item.name + ".sigmf-meta was not written by \"vantor record\": a member is "
-                                            "missing or of another type.");
+                                            "missing or has the wrong type.");
         }
     }
     return {{"recording", recording.directory().string()},
@@ -122,12 +122,12 @@ nlohmann::ordered_json to_json(const recording_reader &recording)
             {"items", std::move(items)}};
 }
 
-/** Prints the recording for people. */
+/** Prints the description of a recording as text. */
 void print(std::ostream &out, const nlohmann::ordered_json &about)
 {
     const auto text = [](const nlohmann::ordered_json &value) { return value.dump(); };
     out << about["recording"].get<std::string>() << ": " << text(about["frames"]) << " frames"
-        << (about["complete"].get<bool>() ? "" : ", not finished") << ", started "
+        << (about["complete"].get<bool>() ? "" : ", incomplete") << ", started "
         << printable(about["started"].get<std::string>()) << ", vantor_server "
         << printable(about["server_version"].get<std::string>()) << "\n";
     text_table table({"group", "item", "sensor", "sub-sweeps", "sweeps", "samples/frame", "seconds",

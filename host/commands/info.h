@@ -1,5 +1,5 @@
 /** @file
- * `vantor info`: what a recording holds.
+ * `vantor info`: shows what a recording contains.
  */
 #ifndef VANTOR_INFO_H
 #define VANTOR_INFO_H

@@ -1,5 +1,5 @@
 /** @file
- * Notes requests to stop, such as Ctrl-C, instead of ending the program.
+ * Catches requests to stop, such as Ctrl-C, so that the program can finish its work.
  */
 #include "commands/interrupt.h"
 
@@ -12,13 +12,13 @@ namespace
 
 volatile std::sig_atomic_t noted = 0;
 
-/** Notes the signal. */
+/** Signal handler: records that a signal has arrived. */
 extern "C" void note_signal(int /*number*/)
 {
     noted = 1;
 }
 
-/** Sets what a signal does from now on; a handler is used once and then reset. */
+/** Sets the action of a signal; a handler is reset to the default action after its first call. */
 void set_action(int number, void (*handler)(int))
 {
     struct sigaction action = {};
@@ -28,7 +28,7 @@ void set_action(int number, void (*handler)(int))
     sigaction(number, &action, nullptr);
 }
 
-/** Whether a signal is ignored, as SIGHUP is under nohup. */
+/** Whether a signal is ignored, as nohup does with SIGHUP. */
 bool is_ignored(int number)
 {
     struct sigaction action = {};

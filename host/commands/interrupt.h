@@ -1,5 +1,5 @@
 /** @file
- * Notes requests to stop, such as Ctrl-C, instead of ending the program.
+ * Catches requests to stop, such as Ctrl-C, so that the program can finish its work.
  */
 #ifndef VANTOR_INTERRUPT_H
 #define VANTOR_INTERRUPT_H
@@ -8,10 +8,10 @@ namespace vantor
 {
 
 /**
- * While an object of this class exists, the first Ctrl-C, request to terminate or hangup of the terminal is
- * only noted; a second one ends the program as usual. Ctrl-C also counts in a process that a shell started in
- * the background, where it is ignored at first; a hangup that is ignored, as under nohup, stays ignored. At
- * most one object may exist at a time.
+ * While an object of this class exists, the first SIGINT (Ctrl-C), SIGTERM or SIGHUP only sets interrupted();
+ * the second one ends the program as usual. SIGINT works also in a process that a shell started in the
+ * background with SIGINT ignored. A SIGHUP that is ignored, as under nohup, stays ignored. Only one object
+ * may exist at a time.
  */
 class interrupt_watch
 {
@@ -23,7 +23,7 @@ public:
     interrupt_watch &operator=(interrupt_watch &&) = delete;
     ~interrupt_watch();
 
-    /** Whether the person asked to stop. */
+    /** Whether the user has asked to stop. */
     [[nodiscard]] static bool interrupted() noexcept;
 
 private:

@@ -21,11 +21,12 @@ constexpr const char *plot_footer = R"(Examples:
       writes recordings/garage/picture.png
   vantor plot recordings/garage --output garage.png --distance 1.2
 
-One row for each item: mean level over the distance, level over distance and time, phase over time and
-Doppler, both at the strongest echo or at --distance. The spectrum is that of the sweeps within a frame when
-there are at least 16 of them, else that of the frames; what does not move is removed from it.)";
+The picture has one row per item: mean level over distance, level over distance and time, phase over time, and
+Doppler spectrum. Phase and Doppler are those of the strongest echo, or of the echo at --distance. The spectrum
+is computed from the sweeps within a frame if there are at least 16, otherwise from the frames. It leaves out
+echoes that do not move.)";
 
-/** What is to be drawn, and into what. */
+/** The options of `vantor plot`. */
 struct plot_options
 {
     std::filesystem::path recording;
@@ -34,7 +35,7 @@ struct plot_options
     bool json = false;
 };
 
-/** Draws, showing progress on a terminal; returns the picture's place. */
+/** Draws the picture and returns its path; shows progress on a terminal. */
 std::filesystem::path draw(const plot_options &options, const command_streams &streams)
 {
     recording_reader recording(options.recording);
@@ -44,7 +45,7 @@ std::filesystem::path draw(const plot_options &options, const command_streams &s
     return output;
 }
 
-/** Draws and prints where the picture is. */
+/** Draws the picture and prints its path. */
 exit_code plot(const plot_options &options, const command_streams &streams)
 {
     const auto picture = draw(options, streams).string();
@@ -65,15 +66,15 @@ command plot_command()
 {
     auto options = std::make_shared<plot_options>();
     return {.name = "plot",
-            .help = "Draw a recording.",
+            .help = "Draw a recording as a PNG picture, with gnuplot.",
             .footer = plot_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--output",
-                         .help = "The picture, a PNG file; it is replaced",
+                         .help = "PNG file to write; an existing file is replaced",
                          .value = &options->output,
                          .value_name = "FILE"},
                         {.name = "--distance",
-                         .help = "Where phase and Doppler look, in metres",
+                         .help = "Distance for phase and Doppler, in metres; the strongest echo if not given",
                          .value = number_value{.target = &options->distance},
                          .value_name = "NUMBER"},
                         json_flag(options->json)},

@@ -1,5 +1,5 @@
 /** @file
- * `vantor plot`: a recording as a picture.
+ * `vantor plot`: draws a recording.
  */
 #ifndef VANTOR_PLOT_H
 #define VANTOR_PLOT_H

@@ -1,5 +1,5 @@
 /** @file
- * Texts of servers and files for a terminal, without characters that would control it.
+ * Makes text from servers and files safe to print on a terminal.
  */
 #include "commands/printable.h"
 
@@ -12,14 +12,14 @@ namespace vantor
 namespace
 {
 
-/** A character of a text. */
+/** A character of a UTF-8 text. */
 struct character
 {
     uint32_t code = 0;
     size_t size = 0; /**< in bytes */
 };
 
-/** The length of a character in UTF-8, by its first byte. */
+/** The length of a UTF-8 character in bytes, derived from its first byte. */
 size_t length_of_character(unsigned char first)
 {
     if (first < 0xC0 || first >= 0xF8)
@@ -29,7 +29,7 @@ size_t length_of_character(unsigned char first)
     return first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
 }
 
-/** The first character of a text; a byte that does not begin one stands for itself. */
+/** The first character of a text; a byte that does not start a valid character counts as one. */
 character first_character(std::string_view text)
 {
     const auto first = static_cast<unsigned char>(text.front());
@@ -48,7 +48,7 @@ character first_character(std::string_view text)
     return found.size == bytes.size() ? found : character{.code = first, .size = 1};
 }
 
-/** Whether a character controls a terminal, or the direction of the text there. */
+/** Whether a character controls a terminal or the text direction. */
 bool is_control(uint32_t code)
 {
     const auto within = [code](uint32_t first, uint32_t last) { return code >= first && code <= last; };
@@ -70,7 +70,7 @@ std::string replace_controls(std::string_view text, replacement_t replacement)
     return replaced;
 }
 
-/** A control character of a JSON document: the line feeds between its members stay. */
+/** Escapes a control character of a JSON document; line feeds between members stay. */
 std::string escaped(uint32_t code)
 {
     if (code < 0x20)

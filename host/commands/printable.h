@@ -1,5 +1,5 @@
 /** @file
- * Texts of servers and files for a terminal, without characters that would control it.
+ * Makes text from servers and files safe to print on a terminal.
  */
 #ifndef VANTOR_PRINTABLE_H
 #define VANTOR_PRINTABLE_H
@@ -11,12 +11,12 @@ namespace vantor
 {
 
 /**
- * A text for a person: "?" replaces each character that would control the terminal or the direction of the
- * text, such as an escape, except the tab.
+ * Replaces each character that would control the terminal or the text direction, such as an escape, by "?".
+ * Tabs stay.
  */
 std::string printable(std::string_view text);
 
-/** A JSON document that means the same, with all such characters from U+007F on escaped. */
+/** Returns an equivalent JSON document in which all such characters from U+007F on are escaped. */
 std::string printable_json(std::string_view document);
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * A line on the terminal that shows how far something long is.
+ * A progress line on the terminal.
  */
 #include "commands/progress.h"
 
@@ -17,7 +17,7 @@ namespace
 
 constexpr std::chrono::milliseconds interval{200};
 
-/** Longest time left that is worth telling, in seconds: some thirty years. */
+/** Longest remaining time that is shown, in seconds: about thirty years. */
 constexpr double longest_wait = 1e9;
 
 } // namespace

@@ -1,5 +1,5 @@
 /** @file
- * A line on the terminal that tells how far something long is.
+ * A progress line on the terminal.
  */
 #ifndef VANTOR_PROGRESS_H
 #define VANTOR_PROGRESS_H
@@ -14,22 +14,22 @@
 namespace vantor
 {
 
-/** Where a progress line goes, and when it is done. */
+/** When the work is done. */
 struct progress_goal
 {
-    uint64_t frames = 0;  /**< 0 for no such bound */
-    double seconds = 0.0; /**< 0 for no such bound */
+    uint64_t frames = 0;  /**< 0 for no limit */
+    double seconds = 0.0; /**< 0 for no limit */
 };
 
-/** A line that is written over itself, a few times a second, with rate and time left. */
+/** A line that is updated in place a few times per second, with rate and remaining time. */
 class progress_line
 {
 public:
     /**
-     * @param out     where to; normally the standard error stream
-     * @param active  false when that is no terminal: then nothing is ever written
-     * @param goal    when it is done
-     * @param now     the clock for rate and time left
+     * @param out     where to write; normally standard error
+     * @param active  false if that is not a terminal: nothing is written then
+     * @param goal    when the work is done
+     * @param now     the clock for rate and remaining time
      */
     progress_line(std::ostream &out, bool active, progress_goal goal,
                   time_source now = std::chrono::steady_clock::now);
@@ -41,7 +41,7 @@ public:
     /** Removes the line. */
     ~progress_line();
 
-    /** Tells how far it is; writes at most five times a second. */
+    /** Sets the number of frames done; writes at most five times per second. */
     void update(uint64_t frames);
 
 private:
@@ -51,15 +51,15 @@ private:
     time_source now_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_;
-    size_t width_ = 0; /**< of the line that is on the terminal */
+    size_t width_ = 0; /**< width of the line on the terminal */
 };
 
 /**
- * The text of a progress line.
+ * Returns the text of a progress line.
  *
- * @param frames   done
- * @param seconds  since the start
- * @param goal     when it is done
+ * @param frames   number of frames done
+ * @param seconds  time since the start
+ * @param goal     when the work is done
  */
 std::string progress_text(uint64_t frames, double seconds, const progress_goal &goal);
 

@@ -1,5 +1,5 @@
 /** @file
- * Progress of a command that reads a recording from one end to the other.
+ * Progress of a command that reads a complete recording.
  */
 #ifndef VANTOR_READING_PROGRESS_H
 #define VANTOR_READING_PROGRESS_H
@@ -11,14 +11,14 @@
 namespace vantor
 {
 
-/** Shows how much of a recording has been read, on a terminal only. */
+/** Shows on a terminal how much of a recording has been read. */
 class reading_progress
 {
 public:
     /**
-     * @param recording  outlives this object
-     * @param streams    where to show it
-     * @param times      how often each frame of each item is going to be read
+     * @param recording  must outlive this object
+     * @param streams    where to show the progress
+     * @param times      how often the command reads each frame of each item
      */
     reading_progress(recording_reader &recording, const command_streams &streams, unsigned times)
         : recording_(recording), line_(streams.err, streams.terminal,

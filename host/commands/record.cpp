@@ -28,18 +28,18 @@ namespace
 
 constexpr const char *record_footer = R"(Examples:
   vantor record examples/two_sensors.json --frames 100
-      100 frames from a simulated server, into a new directory in recordings/
+      records 100 frames from a private simulated server to a new directory in recordings/
   vantor record config.json --frames 100 --connect tcp:192.168.1.20:6110 --output recordings/garage
   vantor record config.json --seconds 60 --connect serial:/dev/ttyACM0@921600
   vantor record config.json --frames 10 --connect "sim:--sensors 2"
   vantor record config.json --frames 100 --calibration calibration.json
 
-Without --frames and --seconds it records until Ctrl-C.)";
+Without --frames and --seconds, press Ctrl-C to end the recording.)";
 
-/** Most frames that can be asked for: more than any recording has, and far from the end of the type. */
+/** Upper limit of --frames: more than any recording has, and far below the limit of the type. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
 
-/** A directory in "recordings" that does not exist yet, named after the configuration and the time. */
+/** Returns a new directory in "recordings", named after the configuration and the current time. */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
 {
     const std::time_t now = std::time(nullptr);
@@ -59,7 +59,7 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
     return candidate;
 }
 
-/** Seconds between two frames, from the server's pacing or the configured frame rate; 0 when not known. */
+/** Seconds between two frames, from the pacing of the server or the configured frame rate; 0 if unknown. */
 double frame_period(const nlohmann::json &configuration, const session_metadata &metadata,
                     const server_info &server)
 {
@@ -69,7 +69,7 @@ double frame_period(const nlohmann::json &configuration, const session_metadata 
     }
     for (const auto &item : list_items(configuration))
     {
-        // As the server reads it.
+        // Rounded like in the server.
         const auto rate = static_cast<float>(item.frame_rate);
         if (rate > 0.0F)
         {
@@ -79,7 +79,7 @@ double frame_period(const nlohmann::json &configuration, const session_metadata 
     return 0.0;
 }
 
-/** Where the strongest echo of an item is, in metres; not a number when that is not known. */
+/** Distance of the strongest echo of an item, in metres; NaN if unknown. */
 double echo_distance(const item_layout &layout, const item_configuration &item,
                      const item_statistics &statistics)
 {
@@ -87,7 +87,7 @@ double echo_distance(const item_layout &layout, const item_configuration &item,
     return point ? point_distances(layout, item)[*point] : NAN;
 }
 
-/** Prints one line for each item. */
+/** Prints a table with one line per item. */
 void print_items(std::ostream &out, const session_metadata &metadata,
                  const std::vector<item_configuration> &items, const recorder &recorded, uint64_t frames)
 {
@@ -107,7 +107,7 @@ void print_items(std::ostream &out, const session_metadata &metadata,
     table.print(out);
 }
 
-/** What was recorded, for programs. */
+/** Describes the recording as JSON. */
 nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vector<item_configuration> &items,
                                const recorder &recorded, const recording_writer &writer)
 {
@@ -135,7 +135,7 @@ nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vect
             {"items", std::move(list)}};
 }
 
-/** Prints what was recorded in all. */
+/** Prints the totals of the recording. */
 void print_summary(std::ostream &out, const recording_writer &writer, const recorder &recorded)
 {
     const auto frames = static_cast<double>(writer.frames());
@@ -149,15 +149,16 @@ void print_summary(std::ostream &out, const recording_writer &writer, const reco
     out << "\n";
     if (recorded.losses() > 0)
     {
-        out << "the line was disturbed " << recorded.losses() << " times; the recording says where\n";
+        out << "link disturbances: " << recorded.losses()
+            << "; \"vantor info\" shows how many frames were lost\n";
     }
     out << "recording: " << writer.directory().string() << "\n";
 }
 
 /**
- * Records, showing progress on a terminal.
+ * Records; shows progress on a terminal.
  *
- * @return what went wrong, to be reported when the recording is whole; null when nothing did
+ * @return the failure, to be reported once the recording is finished; null if there was none
  */
 std::exception_ptr run_recorder(recorder &recorded, const record_options &options,
                                 const command_streams &streams, const time_source &now)
@@ -200,7 +201,7 @@ exit_code record(const record_options &options, const command_streams &streams,
     if (metadata->items.empty())
     {
         throw configuration_error(options.configuration.string() +
-                                  " has no items, so there is nothing to record: add some to \"groups\".");
+                                  " has no items, so there is nothing to record: add an item to \"groups\".");
     }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
     recording_writer writer(output, {configuration, *metadata, server.server()});
@@ -229,7 +230,7 @@ command record_command()
 {
     auto options = std::make_shared<record_options>();
     return {.name = "record",
-            .help = "Record frames of a measurement to disk.",
+            .help = "Measure, and record the frames to disk.",
             .footer = record_footer,
             .options = {configuration_argument(options->configuration),
                         {.name = "--frames",
@@ -242,11 +243,11 @@ command record_command()
                          .value_name = "NUMBER"},
                         connect_option(options->connect),
                         {.name = "--output",
-                         .help = "New directory for the recording",
+                         .help = "New directory for the recording; one in \"recordings\" if not given",
                          .value = &options->output,
                          .value_name = "DIR"},
                         {.name = "--calibration",
-                         .help = "Calibrations made by \"vantor calibrate\"",
+                         .help = "Use the calibrations in this file from \"vantor calibrate\"",
                          .value = &options->calibration,
                          .value_name = "FILE"},
                         json_flag(options->json)},

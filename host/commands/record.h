@@ -1,5 +1,5 @@
 /** @file
- * `vantor record`: from a configuration document to a recording.
+ * `vantor record`: configures a server and records its frames.
  */
 #ifndef VANTOR_RECORD_H
 #define VANTOR_RECORD_H
@@ -16,32 +16,32 @@
 namespace vantor
 {
 
-/** What is to be recorded, from where, for how long and into what. */
+/** The options of `vantor record`. */
 struct record_options
 {
     std::filesystem::path configuration;
     std::string connect = "sim:";
     std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
-    uint64_t frames = 0;               /**< 0 for no such bound */
-    std::optional<double> seconds;     /**< nothing for no such bound */
-    std::filesystem::path calibration; /**< a file of calibrations to use; empty for none */
+    uint64_t frames = 0;               /**< 0 for no limit */
+    std::optional<double> seconds;     /**< no value for no limit */
+    std::filesystem::path calibration; /**< calibration file; empty for none */
     bool json = false;                 /**< print JSON instead of a table */
 };
 
 /**
- * Records a session and prints what the recording contains.
+ * Records a session and prints a summary.
  *
  * @return success, or interrupted
- * @throws configuration_error, recording_error and the exceptions of the client; a recording that was begun
- * is intact nevertheless
+ * @throws configuration_error, recording_error and the exceptions of the client; everything recorded before
+ * the exception is intact
  */
 exit_code record(const record_options &options, const command_streams &streams);
 
 /**
- * The same over links that the caller opens, instead of those to record_options::connect.
+ * Like the function above, but over links that the caller opens instead of record_options::connect.
  *
- * @param open_links  opens the link to the server
- * @param now         the clock by which the links wait
+ * @param open_links  opens a link to the server
+ * @param now         the clock of the links
  */
 exit_code record(const record_options &options, const command_streams &streams,
                  const client::link_factory &open_links, const time_source &now);

@@ -15,16 +15,16 @@ namespace vantor
 namespace
 {
 
-/** How often the limits are looked at while no frame comes. */
-constexpr std::chrono::milliseconds frame_patience{100};
+/** How often the limits are checked while no frame arrives. */
+constexpr std::chrono::milliseconds poll_interval{100};
 
-/** How long a frame may be late before the server is given up, in seconds. */
+/** Maximum time without a frame, in seconds. */
 constexpr double longest_silence = 10.0;
 
-/** Frames that may be missing before the server is given up, when they come slowly. */
+/** Maximum time without a frame, in frame periods, at low frame rates. */
 constexpr double longest_gap = 3.0;
 
-/** Most frames that can be lost at once: the server's tick goes no farther. */
+/** Most frames that can be lost at once, since the tick of the server has 32 bits. */
 constexpr double most_lost = std::numeric_limits<uint32_t>::max();
 
 } // namespace
@@ -54,7 +54,7 @@ void recorder::run(const recorder_limits &limits)
             }
         }
     }
-    // Frames that are still on their way are dropped.
+    // Drops frames that have not been received yet.
     source_.end();
 }
 
@@ -64,7 +64,7 @@ double recorder::seconds_since(std::chrono::steady_clock::time_point moment) con
     return std::chrono::duration<double>(now_() - moment).count();
 }
 
-/** Whether a limit is reached. */
+/** Whether a limit has been reached. */
 bool recorder::done(const recorder_limits &limits)
 {
     if ((limits.frames > 0 && destination_.frames() >= limits.frames) ||
@@ -76,33 +76,33 @@ bool recorder::done(const recorder_limits &limits)
     return interrupted_;
 }
 
-/** How long may be waited for a frame before the limits are looked at again. */
+/** How long to wait for a frame before checking the limits again. */
 std::chrono::milliseconds recorder::longest_wait(const recorder_limits &limits) const
 {
     if (limits.seconds <= 0.0)
     {
-        return frame_patience;
+        return poll_interval;
     }
     using namespace std::chrono;
     const duration<double> left(limits.seconds - seconds_since(start_));
-    return left < frame_patience ? ceil<milliseconds>(round<nanoseconds>(left)) : frame_patience;
+    return left < poll_interval ? ceil<milliseconds>(round<nanoseconds>(left)) : poll_interval;
 }
 
-/** Waits a little for the next frame. */
+/** Waits for the next frame; returns nothing if none arrives in time or it is damaged. */
 std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
 {
     try
     {
         auto received = source_.receive_frame(wait);
-        if (!received && frame_grows())
+        if (!received && frame_progressed())
         {
             last_ = now_();
         }
         else if (!received && silent_too_long())
         {
-            throw timeout_error("The server has sent no frame for " +
+            throw timeout_error("No frame from the server for " +
                                 std::to_string(std::lround(seconds_since(last_))) +
-                                " s. Check the line, and that the sensors are still powered.");
+                                " s. Check the connection and the power supply of the sensors.");
         }
         return received;
     }
@@ -117,20 +117,20 @@ std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
     }
 }
 
-/** Whether nothing useful has come for so long that the server is given up. */
+/** Whether no frame, and no further part of one, has arrived for too long. */
 bool recorder::silent_too_long() const
 {
     return seconds_since(last_) >= std::max(longest_silence, longest_gap * period_);
 }
 
-/** Whether more of a frame has come, which a slow line takes its time for. */
-bool recorder::frame_grows()
+/** Whether another part of a frame has arrived since the last call, as on a slow line. */
+bool recorder::frame_progressed()
 {
     const auto before = std::exchange(missing_, source_.bytes_missing());
     return !damaged_ && missing_ != 0 && (before == 0 || missing_ < before);
 }
 
-/** Puts a frame into the recording. */
+/** Adds a frame to the recording. */
 void recorder::store(const frame &received)
 {
     last_ = now_();
@@ -150,7 +150,7 @@ void recorder::store(const frame &received)
     seconds_ = std::chrono::duration<double>(last_ - start_).count();
 }
 
-/** Notes that frames were lost before this one: as many as the ticks show, at least one. */
+/** Records that frames were lost before this one: the number shown by the ticks, at least one. */
 void recorder::note_loss(const frame &next)
 {
     double lost = 1.0;

@@ -20,34 +20,35 @@ namespace vantor
 /** When a recording ends. */
 struct recorder_limits
 {
-    uint64_t frames = 0;                    /**< 0 for no such bound */
-    double seconds = 0.0;                   /**< 0 for no such bound */
-    std::function<bool()> stop;             /**< asked at least ten times a second; true ends the recording */
-    std::function<void(uint64_t)> progress; /**< called after every frame with their number, when set */
+    uint64_t frames = 0;        /**< 0 for no limit */
+    double seconds = 0.0;       /**< 0 for no limit */
+    std::function<bool()> stop; /**< called at least ten times per second; true ends the recording */
+    std::function<void(uint64_t)> progress; /**< called after every frame with the number of frames, if set */
 };
 
-/** Moves frames from a server into a recording, and keeps figures of them. */
+/** Moves frames from a server into a recording, and computes statistics. */
 class recorder
 {
 public:
     /**
-     * @param source       in a configured session
+     * @param source       a client with a configured session
      * @param destination  a recording of the same session
-     * @param metadata     of the session
-     * @param period       time from one frame to the next in seconds; 0 when not known
-     * @param now          the clock by which the source waits
+     * @param metadata     the metadata of the session
+     * @param period       time between two frames in seconds; 0 if unknown
+     * @param now          the clock of the source
      */
     recorder(client &source, recording_writer &destination, const session_metadata &metadata, double period,
              time_source now = std::chrono::steady_clock::now);
 
     /**
-     * Records. A message that arrives damaged counts as lost frames and does not end the recording.
+     * Records until a limit is reached. A damaged message counts as lost frames and does not end the
+     * recording.
      *
-     * @throws what client and recording_writer throw; the recording holds every frame that arrived before
+     * @throws the exceptions of client and recording_writer; the recording contains every earlier frame
      */
     void run(const recorder_limits &limits);
 
-    /** Figures of each item. */
+    /** Statistics of each item. */
     [[nodiscard]] const std::vector<item_statistics> &statistics() const noexcept
     {
         return statistics_;
@@ -65,7 +66,7 @@ public:
         return interrupted_;
     }
 
-    /** Number of times that the stream was damaged. */
+    /** How often frames were lost because the stream was damaged. */
     [[nodiscard]] unsigned losses() const noexcept
     {
         return losses_;
@@ -77,7 +78,7 @@ private:
     [[nodiscard]] std::chrono::milliseconds longest_wait(const recorder_limits &limits) const;
     std::optional<frame> receive(std::chrono::milliseconds wait);
     [[nodiscard]] bool silent_too_long() const;
-    bool frame_grows();
+    bool frame_progressed();
     void store(const frame &received);
     void note_loss(const frame &next);
 
@@ -87,12 +88,12 @@ private:
     time_source now_;
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
-    std::chrono::steady_clock::time_point last_; /**< when the last frame, or more of the next, came */
-    size_t missing_ = 0;                         /**< bytes of the frame that was under way then */
+    std::chrono::steady_clock::time_point last_; /**< when a frame or a part of one last arrived */
+    size_t missing_ = 0;                         /**< bytes missing from the current frame at that time */
     double seconds_ = 0.0;
     unsigned losses_ = 0;
     bool interrupted_ = false;
-    bool damaged_ = false; /**< since the last frame */
+    bool damaged_ = false; /**< a message was damaged since the last frame */
     std::optional<uint32_t> last_tick_;
 };
 

@@ -24,23 +24,23 @@ namespace
 constexpr const char *replay_footer = R"(Examples:
   vantor replay recordings/garage --tcp 6110
   vantor record config.json --frames 100 --connect tcp:127.0.0.1:6110
-      records the recording
+      records the frames that are replayed
 
-Whatever a host configures, it gets the recording's metadata and frames, at the pace at which they were
-measured; after the last frame comes the first again. Ctrl-C ends it.)";
+The server accepts any configuration. It sends the metadata and the frames of the recording, at the pace at
+which they were measured, and starts again after the last frame. Press Ctrl-C to stop it.)";
 
-/** How often requests to stop are looked at while no host connects. */
+/** How often to check for a request to stop while no host connects. */
 constexpr std::chrono::milliseconds host_patience{100};
 
-/** What is served, and where. */
+/** The options of `vantor replay`. */
 struct replay_options
 {
     std::filesystem::path recording;
     uint64_t port = 0;
-    uint64_t hosts = 0; /**< 0 for no bound */
+    uint64_t hosts = 0; /**< 0 for no limit */
 };
 
-/** Serves a host until it goes, and shows how many frames it got. */
+/** Serves a host until it disconnects; shows on a terminal how many frames it was sent. */
 void serve(recording_reader &recording, link &host, const command_streams &streams)
 {
     replay_server server(recording, host);
@@ -51,17 +51,17 @@ void serve(recording_reader &recording, link &host, const command_streams &strea
     });
 }
 
-/** Serves a host until it goes, or hangs and is let go. */
+/** Serves a host until it disconnects or stops reading. */
 void serve_and_forget(recording_reader &recording, link &host, const command_streams &streams)
 {
     try
     {
         serve(recording, host, streams);
     }
-    catch (const connection_lost &) // NOLINT(bugprone-empty-catch): the next host may come
+    catch (const connection_lost &) // NOLINT(bugprone-empty-catch): wait for the next host
     {
     }
-    catch (const timeout_error &) // NOLINT(bugprone-empty-catch): the next host may come
+    catch (const timeout_error &) // NOLINT(bugprone-empty-catch): wait for the next host
     {
     }
 }
@@ -72,9 +72,9 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     recording_reader recording(options.recording);
     if (recording.frames() == 0)
     {
-        throw bad_recording("The recording contains no whole frame, so there is nothing to replay.");
+        throw bad_recording("The recording has no complete frame, so there is nothing to replay.");
     }
-    // From before the line by which others learn that it runs.
+    // Before the line that shows other programs that the server is ready.
     const interrupt_watch watch;
     tcp_listener listener(static_cast<uint16_t>(options.port));
     streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
@@ -100,18 +100,18 @@ command replay_command()
 {
     auto options = std::make_shared<replay_options>();
     return {.name = "replay",
-            .help = "Serve a recording as if it were measured now.",
+            .help = "Act as a server that sends a recording.",
             .footer = replay_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--tcp",
-                         .help = "TCP port of this machine; 0 for any free one",
+                         .help = "TCP port on 127.0.0.1 to listen on; 0 for any free port",
                          .value = whole_number_value{.target = &options->port,
                                                      .least = 0,
                                                      .most = std::numeric_limits<uint16_t>::max()},
                          .value_name = "PORT",
                          .default_value = "0"},
                         {.name = "--hosts",
-                         .help = "End after this many hosts",
+                         .help = "Stop after this many hosts",
                          .value = whole_number_value{.target = &options->hosts},
                          .value_name = "NUMBER"}},
             .run = [options](const command_streams &streams) { return replay(*options, streams); }};

@@ -1,5 +1,5 @@
 /** @file
- * `vantor replay`: a recording as a server.
+ * `vantor replay`: serves a recording.
  */
 #ifndef VANTOR_REPLAY_H
 #define VANTOR_REPLAY_H

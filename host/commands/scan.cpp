@@ -24,12 +24,12 @@ namespace
 
 constexpr const char *scan_footer = R"(Examples:
   vantor scan
-      every serial device of this machine
+      tries every serial device of this machine
   vantor scan /dev/ttyACM0 /dev/pts/4 --baudrate 921600
 
 A device that does not answer within a second is skipped, with a message if you named it.)";
 
-/** How long a device is waited for: for each of two answers, and whatever it sends, in all. */
+/** Time limits for a device: for each of two answers, and in total, whatever it sends. */
 constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500),
                                         .answer = std::chrono::milliseconds(500)};
 constexpr std::chrono::milliseconds scan_time{900};
@@ -51,7 +51,7 @@ std::vector<std::string> serial_devices()
     return devices;
 }
 
-/** Asks one device; returns an empty text, or the reason why no server was found. */
+/** Tries one device; returns an empty text, or the reason why no server was found. */
 std::string scan_device(const serial_address &where, const link_opener &open, const time_source &now,
                         nlohmann::ordered_json &found)
 {
@@ -73,7 +73,7 @@ std::string scan_device(const serial_address &where, const link_opener &open, co
     }
 }
 
-/** Prints one line for each server. */
+/** Prints one line per server. */
 void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
 {
     for (const auto &server : found)
@@ -131,10 +131,10 @@ command scan_command()
             .help = "Find servers on serial devices.",
             .footer = scan_footer,
             .options = {{.name = "DEVICE",
-                         .help = "Devices to ask; all serial devices when none is given",
+                         .help = "Serial devices to try; all of this machine if not given",
                          .value = &options->devices},
                         {.name = "--baudrate",
-                         .help = "Baud rate of the lines, in bits per second",
+                         .help = "Baud rate, in bits per second",
                          .value = whole_number_value{.target = &options->baudrate,
                                                      .most = std::numeric_limits<uint32_t>::max()},
                          .value_name = "BAUD",

@@ -1,5 +1,5 @@
 /** @file
- * `vantor scan`: which servers are on the serial devices of this machine.
+ * `vantor scan`: finds servers on the serial devices of this machine.
  */
 #ifndef VANTOR_SCAN_H
 #define VANTOR_SCAN_H
@@ -18,7 +18,7 @@
 namespace vantor
 {
 
-/** What is to be scanned. */
+/** The options of `vantor scan`. */
 struct scan_options
 {
     std::vector<std::string> devices; /**< empty for all serial devices of this machine */
@@ -33,14 +33,14 @@ using link_opener = std::function<std::unique_ptr<link>(const address &where)>;
 std::unique_ptr<link> open_scanned_link(const address &where);
 
 /**
- * Asks each device and prints those that answer; of devices that were named it says why others do not. No
- * device takes longer than a second, whatever it sends.
+ * Tries each device and prints the servers that answer. For devices named in the options, it also prints why
+ * no server was found. It spends at most a second on each device.
  *
- * @param options  which devices
+ * @param options  which devices to try
  * @param streams  where to print
  * @param open     opens the devices
- * @param now      the clock of the second
- * @return success, or no_connection when no device answers
+ * @param now      the clock for the time limit
+ * @return success, or no_connection if no device answers
  */
 exit_code scan(const scan_options &options, const command_streams &streams,
                const link_opener &open = open_scanned_link,

@@ -21,20 +21,20 @@ using selftest::verdict;
 
 constexpr const char *selftest_footer = R"(Examples:
   vantor selftest
-      the simulated server
+      tests a private simulated server
   vantor selftest --connect serial:/dev/ttyACM0@115200
-      a board with a new port
+      tests a board, for example one with a new port
   vantor selftest --connect tcp:127.0.0.1:6110 --timeout 60
-      a slow link, or an emulated board on a busy machine
+      allows more time, for a slow link or an emulated board on a busy machine
 
-Takes up to a minute, and nobody else may use the server meanwhile. One line for each case: "ok", "FAILED" with
-what was expected, what came and where to look, or "skipped" with the reason. The exit code is 1 when a case
-failed. docs/selftest.md describes the cases.)";
+The test takes up to a minute. Do not use the server for anything else during that time. Each case is reported
+as "ok", as "FAILED" with what was expected, what was received and what to check, or as "skipped" with the
+reason. The exit code is 1 if a case failed. docs/selftest.md describes the cases.)";
 
-/** Longest time that a server may be given, in seconds. */
+/** Upper limit of --timeout, in seconds. */
 constexpr uint64_t longest_timeout = 600;
 
-/** How many cases ended in which way. */
+/** The number of cases for each result. */
 struct case_counts
 {
     unsigned passed = 0;
@@ -50,7 +50,7 @@ void add(case_counts &counts, verdict outcome)
     counts.skipped += outcome == verdict::skipped ? 1U : 0U;
 }
 
-/** Prints a case for a person. */
+/** Prints the result of a case. */
 void print_case(std::ostream &out, const case_result &result)
 {
     switch (result.outcome)
@@ -65,13 +65,13 @@ void print_case(std::ostream &out, const case_result &result)
         out << "FAILED   " << result.name << "\n"
             << "           expected: " << printable(result.expected) << "\n"
             << "           got:      " << printable(result.got) << "\n"
-            << "           look at:  " << result.look_at << "\n";
+            << "           check:    " << result.look_at << "\n";
         break;
     }
     out << std::flush;
 }
 
-/** A case for a program. */
+/** The result of a case as JSON. */
 nlohmann::ordered_json case_document(const case_result &result)
 {
     switch (result.outcome)
@@ -90,7 +90,7 @@ nlohmann::ordered_json case_document(const case_result &result)
             {"look_at", result.look_at}};
 }
 
-/** Tests the server at the address of the options. */
+/** Tests the server at the address in the options. */
 exit_code test_server(const selftest_options &options, const command_streams &streams)
 {
     const auto where = parse_address(options.connect);
@@ -148,18 +148,17 @@ exit_code run_selftest(const selftest_options &options, const command_streams &s
 command selftest_command()
 {
     auto options = std::make_shared<selftest_options>();
-    return {
-        .name = "selftest",
-        .help = "Test a server: prove that a board and its port work.",
-        .footer = selftest_footer,
-        .options = {connect_option(options->connect),
-                    {.name = "--timeout",
-                     .help = "How long an answer, a configuration and a frame may each take, in seconds; 5, "
-                             "60 and 10 when not given",
-                     .value = whole_number_value{.target = &options->timeout, .most = longest_timeout},
-                     .value_name = "SECONDS"},
-                    json_flag(options->json)},
-        .run = [options](const command_streams &streams) { return test_server(*options, streams); }};
+    return {.name = "selftest",
+            .help = "Test whether a server, its board and its port work.",
+            .footer = selftest_footer,
+            .options = {connect_option(options->connect),
+                        {.name = "--timeout",
+                         .help = "Time limit for an answer, a configuration and a frame, in seconds; 5, 60 "
+                                 "and 10 if not given",
+                         .value = whole_number_value{.target = &options->timeout, .most = longest_timeout},
+                         .value_name = "SECONDS"},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return test_server(*options, streams); }};
 }
 
 } // namespace vantor

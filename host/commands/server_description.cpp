@@ -1,5 +1,5 @@
 /** @file
- * What a server says of itself, for people and for programs.
+ * Describes a server as text and as JSON.
  */
 #include "commands/server_description.h"
 
@@ -22,7 +22,7 @@ std::string join(const std::vector<unsigned> &numbers)
 namespace
 {
 
-/** What a server reports of its board, as JSON. */
+/** What a server reports about its board, as JSON. */
 nlohmann::ordered_json to_json(const board_info &board)
 {
     auto document = nlohmann::ordered_json::object();
@@ -40,10 +40,10 @@ nlohmann::ordered_json to_json(const board_info &board)
     return document;
 }
 
-/** A number as JSON: a whole one, as in the protocol, when it is one. */
+/** A number as JSON, without a fraction if it is a whole number, as in the protocol. */
 nlohmann::ordered_json to_json(double number)
 {
-    // Up to here each whole number has a form of its own.
+    // Every whole number up to this one is exact.
     constexpr double most = 9007199254740992.0;
     if (number <= most && number == std::floor(number))
     {

@@ -1,5 +1,5 @@
 /** @file
- * What a server says of itself, for people and for programs.
+ * Describes a server as text and as JSON.
  */
 #ifndef VANTOR_SERVER_DESCRIPTION_H
 #define VANTOR_SERVER_DESCRIPTION_H
@@ -14,10 +14,10 @@
 namespace vantor
 {
 
-/** Joins sensor numbers: "1, 2"; "none" when there are none. */
+/** Joins sensor numbers: "1, 2", or "none". */
 std::string join(const std::vector<unsigned> &numbers);
 
-/** What a server says of itself, as JSON. */
+/** What a server reports about itself, as JSON. */
 nlohmann::ordered_json to_json(const std::string &where, const server_info &info);
 
 } // namespace vantor

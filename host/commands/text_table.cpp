@@ -1,5 +1,5 @@
 /** @file
- * Tables and numbers as text, for people.
+ * Formats tables and numbers as text.
  */
 #include "commands/text_table.h"
 
@@ -41,6 +41,16 @@ void text_table::print(std::ostream &out) const
         }
         out << "\n";
     }
+}
+
+std::string join(const std::vector<std::string> &words, const std::string &separator)
+{
+    std::string text;
+    for (const auto &word : words)
+    {
+        text += (text.empty() ? "" : separator) + word;
+    }
+    return text;
 }
 
 std::string fixed(double value, int digits)

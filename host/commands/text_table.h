@@ -1,5 +1,5 @@
 /** @file
- * Tables and numbers as text, for people.
+ * Formats tables and numbers as text.
  */
 #ifndef VANTOR_TEXT_TABLE_H
 #define VANTOR_TEXT_TABLE_H
@@ -12,27 +12,30 @@
 namespace vantor
 {
 
-/** A table whose columns are as wide as their widest cell. */
+/** A table in which each column is as wide as its widest cell. */
 class text_table
 {
 public:
-    /** @param head  the names of the columns, in ASCII */
+    /** @param head  the column names, in ASCII */
     explicit text_table(std::vector<std::string> head);
 
-    /** Adds a row with one cell for each column, in ASCII. */
+    /** Adds a row with one cell per column, in ASCII. */
     void add(std::vector<std::string> row);
 
-    /** Writes the table, one line for the head and one for each row. */
+    /** Writes the table: a line with the column names, then one line per row. */
     void print(std::ostream &out) const;
 
 private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-/** Writes a number with so many digits after the point. */
+/** Joins words with a separator. */
+std::string join(const std::vector<std::string> &words, const std::string &separator);
+
+/** Formats a number with this many digits after the decimal point. */
 std::string fixed(double value, int digits);
 
-/** Writes a number of bytes with a unit, such as "1.3 MB" (1000 bytes are a kB). */
+/** Formats a number of bytes with a unit, such as "1.3 MB" (1 kB is 1000 bytes). */
 std::string format_bytes(double bytes);
 
 } // namespace vantor

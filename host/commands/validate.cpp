@@ -21,9 +21,9 @@ constexpr const char *validate_footer = R"(Examples:
   vantor validate examples/two_sensors.json
   vantor validate config.json --json
 
-It needs no server. docs/configuration.md describes every member.)";
+This does not need a server. docs/configuration.md describes every member.)";
 
-/** Prints the faults for people. */
+/** Prints the faults as text. */
 void print(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults)
 {
     for (const auto &fault : faults)
@@ -35,11 +35,11 @@ void print(std::ostream &out, const std::string &file, const std::vector<configu
     }
     if (faults.empty())
     {
-        out << printable(file) << ": no fault found\n";
+        out << printable(file) << ": valid\n";
     }
 }
 
-/** The faults for programs. */
+/** The faults as JSON. */
 nlohmann::ordered_json to_json(const std::vector<configuration_fault> &faults)
 {
     auto list = nlohmann::ordered_json::array();
@@ -67,7 +67,7 @@ command validate_command()
     };
     auto options = std::make_shared<validate_options>();
     return {.name = "validate",
-            .help = "Check a configuration document, without a server.",
+            .help = "Check a configuration document without a server.",
             .footer = validate_footer,
             .options = {configuration_argument(options->configuration), json_flag(options->json)},
             .run = [options](const command_streams &streams) {

@@ -1,5 +1,5 @@
 /** @file
- * `vantor validate`: what is wrong with a configuration document.
+ * `vantor validate`: checks a configuration document.
  */
 #ifndef VANTOR_VALIDATE_H
 #define VANTOR_VALIDATE_H

@@ -1,5 +1,5 @@
 /** @file
- * Calibrations kept in a file.
+ * Calibration files.
  */
 #include "configuration/calibration_file.h"
 
@@ -29,7 +29,7 @@ void add_calibrations(nlohmann::json &configuration, const std::filesystem::path
     if (!faults.empty() || !document.contains("calibration_info"))
     {
         throw configuration_error(file.string() +
-                                  " holds no calibrations; make one with \"vantor calibrate\".");
+                                  " is not a calibration file; make one with \"vantor calibrate\".");
     }
     std::set<nlohmann::json> known;
     for (const auto &entry : configuration.value("calibration_info", nlohmann::json::array()))

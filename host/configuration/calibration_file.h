@@ -1,5 +1,5 @@
 /** @file
- * Calibrations kept in a file, so that a later session need not calibrate its sensors.
+ * Calibration files, with which a session can reuse the calibrations of an earlier one.
  */
 #ifndef VANTOR_CALIBRATION_FILE_H
 #define VANTOR_CALIBRATION_FILE_H
@@ -19,9 +19,10 @@ namespace vantor
 std::string calibration_text(const std::vector<calibration> &calibrations);
 
 /**
- * Puts the calibrations of a file into a configuration document. Those that the document has already stay.
+ * Adds the calibrations of a file to a configuration document, except for sensors whose calibration the
+ * document already contains.
  *
- * @throws configuration_error when the file cannot be read or holds no calibrations
+ * @throws configuration_error if the file cannot be read or is not a calibration file
  */
 void add_calibrations(nlohmann::json &configuration, const std::filesystem::path &file);
 

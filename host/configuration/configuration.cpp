@@ -1,5 +1,5 @@
 /** @file
- * Reads configuration documents from files, and lists their items.
+ * Reads configuration documents and lists their items.
  */
 #include "configuration/configuration.h"
 
@@ -17,13 +17,13 @@ namespace vantor
 namespace
 {
 
-/** Largest document that is read, far above what a server takes. */
+/** Largest document that is read, far more than a server accepts. */
 constexpr size_t largest_document = size_t{16} << 20;
 
-/** Deepest nesting of a document, far above what a server takes. */
+/** Deepest nesting of a document, far more than a server accepts. */
 constexpr int deepest_nesting = 64;
 
-/** Reads a text from a file or a pipe; nothing when it cannot be read. */
+/** Reads a text from a file or a pipe; nothing if it cannot be read. */
 std::optional<std::string> read_text(const std::filesystem::path &file)
 {
     std::ifstream stream(file, std::ios::binary);
@@ -42,7 +42,7 @@ std::optional<std::string> read_text(const std::filesystem::path &file)
     return text;
 }
 
-/** Writes a place in a text as "line L, column C", both counted from 1. */
+/** Formats a position in a text as "line L, column C", both from 1. */
 std::string describe_place(std::string_view text, size_t offset)
 {
     const auto before = text.substr(0, offset);
@@ -52,11 +52,11 @@ std::string describe_place(std::string_view text, size_t offset)
     return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
-/** Watches a document being parsed for members that stand twice in one object. */
+/** Detects, during parsing, members that appear twice in one object. */
 class repetition_watch
 {
 public:
-    /** Called for every step of the parser. */
+    /** Callback for every step of the parser. */
     void operator()(nlohmann::json::parse_event_t event, const nlohmann::json &parsed)
     {
         using step = nlohmann::json::parse_event_t;
@@ -74,7 +74,7 @@ public:
         }
     }
 
-    /** The last repeated member; empty when there is none. */
+    /** The last repeated member; empty if there is none. */
     [[nodiscard]] const std::string &repeated() const noexcept
     {
         return repeated_;
@@ -85,14 +85,14 @@ private:
     std::string repeated_;
 };
 
-/** Reads a member as a number, or the default when it is missing or none. */
+/** Returns a member as a number, or the default if it is missing or not a number. */
 double number_or(const nlohmann::json &object, const char *name, double otherwise)
 {
     const auto found = object.find(name);
     return found != object.end() && found->is_number() ? found->get<double>() : otherwise;
 }
 
-/** Reads a member as a whole number as the server does: one that is too large counts as the largest. */
+/** Returns a member as a whole number like the server does: limited to the range of the type. */
 int integer_or(const nlohmann::json &object, const char *name, int otherwise)
 {
     return static_cast<int>(std::clamp<double>(number_or(object, name, otherwise),
@@ -100,12 +100,12 @@ int integer_or(const nlohmann::json &object, const char *name, int otherwise)
                                                std::numeric_limits<int>::max()));
 }
 
-/** Reads where a sub-sweep lies. */
+/** Reads the position of a sub-sweep. */
 subsweep_range read_range(const nlohmann::json &subsweep)
 {
     subsweep_range range;
     range.start_point = integer_or(subsweep, "start_point", range.start_point);
-    // The server keeps 16 bits of it.
+    // The server uses 16 bits of it.
     range.step_length = static_cast<uint16_t>(integer_or(subsweep, "step_length", range.step_length));
     return range;
 }
@@ -144,7 +144,7 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
                 if (depth > deepest_nesting)
                 {
                     throw configuration_error(name + " nests objects and lists more than " +
-                                              std::to_string(deepest_nesting) + " deep.");
+                                              std::to_string(deepest_nesting) + " levels deep.");
                 }
                 watch(event, parsed);
                 return true;
@@ -154,17 +154,17 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
     {
         const auto place = describe_place(text, failure.byte == 0 ? 0 : failure.byte - 1);
         const std::string reason = failure.what();
-        throw configuration_error(name + " is not JSON at " + place + ": " +
+        throw configuration_error(name + " is not valid JSON at " + place + ": " +
                                   reason.substr(std::min(reason.find(": ") + 2, reason.size())));
     }
     catch (const nlohmann::json::exception &)
     {
-        throw configuration_error(name + " holds a number that is too large to be read.");
+        throw configuration_error(name + " contains a number that is too large.");
     }
     if (!watch.repeated().empty())
     {
-        throw configuration_error(name + ": the member \"" + watch.repeated() +
-                                  "\" stands twice in one object; remove one of them.");
+        throw configuration_error(name + ": an object contains the member \"" + watch.repeated() +
+                                  "\" twice; remove one of them.");
     }
     return document;
 }
@@ -175,18 +175,17 @@ nlohmann::json load_configuration(const std::filesystem::path &file)
     if (!text)
     {
         throw configuration_error("Cannot read " + file.string() +
-                                  ": check that the file is there and that you "
-                                  "may read it.");
+                                  ": check that the file exists and that you "
+                                  "have permission to read it.");
     }
     if (text->size() > largest_document)
     {
-        throw configuration_error(file.string() + " is no configuration: it is larger than 16 MB.");
+        throw configuration_error(file.string() + " is too large: it has more than 16 MB.");
     }
     auto document = parse_json_text(*text, file.string());
     if (!document.is_object())
     {
-        throw configuration_error(file.string() +
-                                  " is no configuration: it must hold one JSON object, { … }.");
+        throw configuration_error(file.string() + " must contain one JSON object, { … }.");
     }
     return document;
 }
@@ -211,7 +210,7 @@ try
 }
 catch (const nlohmann::json::exception &)
 {
-    throw configuration_error("The configuration has an item that is no object with a \"config\".");
+    throw configuration_error("The configuration has an item that is not an object with a \"config\".");
 }
 
 } // namespace vantor

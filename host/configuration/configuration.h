@@ -1,5 +1,5 @@
 /** @file
- * Reads configuration documents from files, and lists their items.
+ * Reads configuration documents and lists their items.
  */
 #ifndef VANTOR_CONFIGURATION_H
 #define VANTOR_CONFIGURATION_H
@@ -17,54 +17,54 @@
 namespace vantor
 {
 
-/** A file holds no usable configuration document. */
+/** A file is not a usable configuration document. */
 class configuration_error : public error
 {
 public:
     using error::error;
 };
 
-/** Where the points of a sub-sweep lie, in base steps. */
+/** Positions of the points of a sub-sweep, in base steps. */
 struct subsweep_range
 {
-    int start_point = 80; /**< of the first point */
-    int step_length = 1;  /**< from one point to the next */
+    int start_point = 80; /**< position of the first point */
+    int step_length = 1;  /**< distance between two points */
 };
 
 /** One item of a configuration document. */
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct item_configuration
 {
-    unsigned sensor_id = 0;  /**< from 1 */
-    nlohmann::json document; /**< the item as it stands in the document */
-    double frame_rate = 0.0; /**< in hertz; 0 for none */
+    unsigned sensor_id = 0;  /**< 1 or more */
+    nlohmann::json document; /**< the item as it is in the document */
+    double frame_rate = 0.0; /**< in hertz; 0 if not set */
     double sweep_rate = 0.0; /**< in hertz; 0 for the highest possible */
     std::vector<subsweep_range> subsweeps;
 };
 
 /**
- * Reads a JSON text and refuses repeated members and nesting that no document needs.
+ * Parses a JSON text; rejects repeated members and very deep nesting.
  *
  * @param text  the text
- * @param name  what to call it in errors, such as its file name
- * @throws configuration_error with line and column when it is not JSON
+ * @param name  its name for error messages, such as the file name
+ * @throws configuration_error with line and column if it is not JSON
  */
 nlohmann::json parse_json_text(std::string_view text, const std::string &name);
 
 /**
  * Reads a configuration document from a file or a pipe.
  *
- * @throws configuration_error when the file cannot be read, is too large or not JSON, repeats a member or is
- *         no object
+ * @throws configuration_error if the file cannot be read, is too large or not JSON, repeats a member or is
+ *         not an object
  */
 nlohmann::json load_configuration(const std::filesystem::path &file);
 
 /**
- * Lists the items of a document that a server has accepted, in the order in which frames carry them.
+ * Lists the items of a document that a server has accepted, in the order used in frames.
  *
  * @param configuration  the document
  * @return one element per item
- * @throws configuration_error when it is no such document after all
+ * @throws configuration_error if it is not such a document
  */
 std::vector<item_configuration> list_items(const nlohmann::json &configuration);
 

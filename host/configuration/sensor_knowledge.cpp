@@ -1,5 +1,5 @@
 /** @file
- * What is known of the sensor: the two documents in which it stands.
+ * The two documents that describe the sensor.
  */
 #include "configuration/sensor_knowledge.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * What is known of the sensor: the two documents in which it stands.
+ * The two documents that describe the sensor.
  */
 #ifndef VANTOR_SENSOR_KNOWLEDGE_H
 #define VANTOR_SENSOR_KNOWLEDGE_H
@@ -12,7 +12,7 @@ namespace vantor
 /** The schema of configuration documents, docs/configuration.schema.json. */
 const nlohmann::json &configuration_schema();
 
-/** Figures, and rules between the members of a configuration, docs/k330.json. */
+/** Sensor figures, and the rules between the members of a configuration, docs/k330.json. */
 const nlohmann::json &sensor_knowledge();
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * Turns a recording into files for other programs.
+ * Converts a recording to files for other programs.
  */
 #include "export/exporter.h"
 
@@ -21,7 +21,7 @@ namespace
 /** Alignment of the data in an NPY file. */
 constexpr size_t npy_alignment = 64;
 
-/** Bytes before the header of an NPY file: magic, version, length of the header. */
+/** Number of bytes before the header of an NPY file: magic, version, length of the header. */
 constexpr size_t npy_prefix = 10;
 
 /** Appends a number in its shortest exact form, and a separator. */
@@ -33,7 +33,7 @@ template <typename number_t> void append_number(std::string &text, number_t valu
     text += separator;
 }
 
-/** One frame of an item as text. */
+/** Formats one frame of an item as text. */
 std::string csv_lines(const recorded_item &item, uint64_t number, const std::vector<sample> &samples)
 {
     std::string text;
@@ -50,7 +50,7 @@ std::string csv_lines(const recorded_item &item, uint64_t number, const std::vec
         }
         else
         {
-            // Micrometres are far below a base step, and keep binary fractions from showing.
+            // Rounded to micrometres, far less than a base step, to hide binary fractions.
             append_number(text, std::round(distance * 1e6) / 1e6, ',');
         }
         append_number(text, samples[i].real(), ',');
@@ -59,7 +59,7 @@ std::string csv_lines(const recorded_item &item, uint64_t number, const std::vec
     return text;
 }
 
-/** The head of an NPY file of version 1.0: a description of the array, padded so that the data are aligned.
+/** The header of an NPY file, version 1.0: a description of the array, padded so that the data are aligned.
  */
 std::string npy_head(const recording_reader &recording, const recorded_item &item)
 {
@@ -75,7 +75,7 @@ std::string npy_head(const recording_reader &recording, const recorded_item &ite
     return head + description;
 }
 
-/** The samples of a frame in single precision. */
+/** Converts the samples of a frame to single precision. */
 std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
 {
     std::vector<std::complex<float>> wide;
@@ -87,7 +87,7 @@ std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
     return wide;
 }
 
-/** Writes one file for each item: a head, then frame after frame. */
+/** Writes one file per item: a header, then all frames. */
 template <typename head_t, typename body_t>
 std::vector<std::filesystem::path> write_items(recording_reader &recording,
                                                const std::filesystem::path &directory, const char *extension,

@@ -33,8 +33,7 @@ void run_gnuplot(const std::filesystem::path &script)
     pid_t process = 0;
     if (posix_spawnp(&process, name.c_str(), nullptr, nullptr, arguments.data(), environ) != 0)
     {
-        throw error(
-            "gnuplot, which draws the pictures, cannot be started: install it (package gnuplot-nox).");
+        throw error("Cannot start gnuplot, which draws the picture: install it (package gnuplot-nox).");
     }
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR)
@@ -42,7 +41,7 @@ void run_gnuplot(const std::filesystem::path &script)
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     {
-        throw error("gnuplot could not draw the picture; its own message says why.");
+        throw error("gnuplot failed to draw the picture; see the message that it printed.");
     }
 }
 

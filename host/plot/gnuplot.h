@@ -10,14 +10,14 @@
 namespace vantor
 {
 
-/** A text as gnuplot's single-quoted string. */
+/** Quotes a text as a single-quoted gnuplot string. */
 std::string gnuplot_quote(const std::string &text);
 
 /**
  * Runs a script.
  *
- * @param script  the file
- * @throws error when gnuplot is not installed or reports a fault
+ * @param script  the script file
+ * @throws error if gnuplot is not installed or fails
  */
 void run_gnuplot(const std::filesystem::path &script);
 

@@ -1,5 +1,5 @@
 /** @file
- * What a picture of an item shows.
+ * Computes what the picture of an item shows.
  */
 #include "plot/item_analysis.h"
 
@@ -17,18 +17,18 @@ namespace vantor
 namespace
 {
 
-/** Most strips of a map and most phases, so that pictures of long recordings stay small. */
+/** Maximum number of strips in a map and of phases, so that the files for long recordings stay small. */
 constexpr uint64_t most_strips = 400;
 constexpr uint64_t most_phases = 4000;
 
-/** Fewest sweeps in a frame that make a useful spectrum. */
+/** Minimum number of sweeps in a frame for a useful spectrum. */
 constexpr size_t fewest_sweeps = 16;
 
-/** Fewest frames that make a useful spectrum, and the longest stretch of either that is transformed. */
+/** Minimum number of frames for a useful spectrum, and the maximum length of a segment. */
 constexpr uint64_t fewest_frames = 16;
-constexpr size_t longest_stretch = 512;
+constexpr size_t longest_segment = 512;
 
-/** The point at which an item is looked at. */
+/** Selects the point for phase and Doppler. */
 size_t choose_point(const recorded_item &item, const item_statistics &statistics,
                     std::optional<double> distance)
 {
@@ -49,7 +49,7 @@ size_t choose_point(const recorded_item &item, const item_statistics &statistics
     return best;
 }
 
-/** What the table says of the frames, one after the other. */
+/** Reads the frame table line by line. */
 class frame_rows
 {
 public:
@@ -58,7 +58,7 @@ public:
     {
     }
 
-    /** Goes on to the next frame. */
+    /** Moves to the next frame. */
     void advance()
     {
         if (const auto row = table_.next())
@@ -74,7 +74,8 @@ public:
         return seconds_;
     }
 
-    /** Whether its samples are those of an echo: the sensor may have been listening for others meanwhile. */
+    /** Whether its samples are measured echoes: the sensor may have listened for other transmitters instead.
+     */
     [[nodiscard]] bool valid() const
     {
         return valid_;
@@ -86,7 +87,7 @@ private:
     bool valid_ = true;
 };
 
-/** The most valid frames that follow one another. */
+/** The maximum number of consecutive valid frames. */
 uint64_t longest_run(const recording_reader &recording, const recorded_item &item)
 {
     frame_rows rows(recording, item);
@@ -101,11 +102,11 @@ uint64_t longest_run(const recording_reader &recording, const recorded_item &ite
     return longest;
 }
 
-/** Follows the phase of one point over the frames. */
+/** Tracks the phase of one point over the frames. */
 class phase_follower
 {
 public:
-    /** Adds the mean of a frame's sweeps; returns the phase in radians, without jumps. */
+    /** Adds the mean of a frame's sweeps; returns the unwrapped phase in radians. */
     double add(std::complex<double> value)
     {
         const double phase = std::arg(value);
@@ -157,13 +158,13 @@ public:
 
 private:
     uint64_t frames_per_strip_;
-    uint64_t frames_ = 0; /**< in the strip that is being built */
+    uint64_t frames_ = 0; /**< number of frames in the current strip */
     double seconds_ = 0.0;
     item_statistics level_;
     size_t sweep_length_;
 };
 
-/** Cuts a row of samples into stretches for a spectrum. */
+/** Splits a series of samples into segments for a spectrum. */
 class spectrum_feeder
 {
 public:
@@ -174,21 +175,21 @@ public:
     /** Adds a sample. */
     void add(std::complex<double> value)
     {
-        stretch_.push_back(value);
-        if (stretch_.size() == length_)
+        segment_.push_back(value);
+        if (segment_.size() == length_)
         {
-            result_.add(stretch_);
-            stretch_.clear();
+            result_.add(segment_);
+            segment_.clear();
         }
     }
 
-    /** Begins a new stretch. */
+    /** Begins a new segment. */
     void restart()
     {
-        stretch_.clear();
+        segment_.clear();
     }
 
-    /** The spectrum in dB below its highest value; nothing without a whole stretch. */
+    /** The spectrum in dB relative to its maximum; empty without a complete segment. */
     void finish(double rate, item_analysis &analysis) const
     {
         if (result_.count() == 0 || !(rate > 0.0))
@@ -209,23 +210,23 @@ public:
 private:
     spectrum result_;
     size_t length_;
-    std::vector<std::complex<double>> stretch_;
+    std::vector<std::complex<double>> segment_;
 };
 
-/** The rate of an item's sweeps, in hertz. */
+/** The sweep rate of an item, in hertz. */
 double sweep_rate(const recorded_item &item)
 {
     const double configured = item.configuration.sweep_rate;
     return configured > 0.0 ? configured : item.layout.max_sweep_rate;
 }
 
-/** A sample with more digits. */
+/** Converts a sample to double precision. */
 std::complex<double> widen(sample value)
 {
     return {static_cast<double>(value.real()), static_cast<double>(value.imag())};
 }
 
-/** The sum of a frame's sweeps at a point; the sweeps go into a spectrum one by one if there is one. */
+/** Returns the sum of a frame's sweeps at a point; also adds each sweep to the spectrum, if there is one. */
 std::complex<double> sum_sweeps(const std::vector<sample> &samples, size_t point, size_t sweep_length,
                                 spectrum_feeder *spectrum)
 {
@@ -241,7 +242,7 @@ std::complex<double> sum_sweeps(const std::vector<sample> &samples, size_t point
     return sum;
 }
 
-/** Goes through the frames a second time, now that the point is known. */
+/** Reads the frames a second time, after the point has been selected. */
 void follow_point(recording_reader &recording, size_t index, uint64_t valid_run, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
@@ -250,7 +251,7 @@ void follow_point(recording_reader &recording, size_t index, uint64_t valid_run,
     analysis.between_frames = layout.sweeps() < fewest_sweeps;
     const auto usable = valid_run < fewest_frames ? 0 : valid_run;
     spectrum_feeder spectrum(
-        std::min<size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_stretch));
+        std::min<size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_segment));
     map_builder map(frames, layout.sweep_length);
     phase_follower follower;
     frame_rows rows(recording, item);

@@ -19,7 +19,7 @@ namespace vantor
 namespace
 {
 
-/** The look of every picture. */
+/** The style of all pictures. */
 constexpr const char *style = R"(set border 3 lc rgb '#606060'
 set tics nomirror textcolor rgb '#303030'
 set grid lc rgb '#d8d8d8' lw 0.5
@@ -27,7 +27,7 @@ set key off
 set palette defined (0 '#440154', 1 '#414487', 2 '#2a788e', 3 '#22a884', 4 '#7ad151', 5 '#fde725')
 )";
 
-/** A directory for the files between the figures and the picture. */
+/** A temporary directory for the files that gnuplot reads. */
 class scratch_directory
 {
 public:
@@ -51,7 +51,7 @@ public:
         std::filesystem::remove_all(path_, ignored);
     }
 
-    /** The path of a file in it. */
+    /** The path of a file in the directory. */
     [[nodiscard]] std::filesystem::path operator/(const std::string &name) const
     {
         return path_ / name;
@@ -61,14 +61,14 @@ private:
     std::filesystem::path path_;
 };
 
-/** The distance from one point of a sub-sweep to the next, in metres. */
+/** The distance between two points of a sub-sweep, in metres. */
 double step_length(const recorded_item &item, size_t subsweep)
 {
     const auto &ranges = item.configuration.subsweeps;
     return subsweep < ranges.size() ? ranges[subsweep].step_length * item.layout.base_step_length_m : 0.0;
 }
 
-/** Writes the profile and the map of one sub-sweep, which has distances of its own. */
+/** Writes the profile and the map of one sub-sweep. */
 void write_subsweep(const std::filesystem::path &base, const recorded_item &item,
                     const item_analysis &analysis, size_t subsweep)
 {
@@ -89,7 +89,7 @@ void write_subsweep(const std::filesystem::path &base, const recorded_item &item
         {
             map << strip.seconds << " " << item.distances[i] << " " << strip.levels[i] << "\n";
         }
-        // Its field ends where a next point would be.
+        // Its field ends where the next point would be.
         const auto last = place.offset + place.length - 1;
         map << strip.seconds << " " << item.distances[last] + step_length(item, subsweep) << " "
             << strip.levels[last] << "\n\n";
@@ -107,8 +107,8 @@ void write_columns(const std::filesystem::path &path, const std::vector<double> 
     }
 }
 
-/** Lists the files of an item's sub-sweeps in a plot command, those of a single point with a look of their
- * own. */
+/** Builds a plot command with the files of an item's sub-sweeps; sub-sweeps of a single point have their own
+ * style. */
 std::string plot_subsweeps(const std::string &command, const std::string &base, const recorded_item &item,
                            const std::string &extension, const char *look, const char *look_of_point)
 {
@@ -126,14 +126,14 @@ std::string plot_subsweeps(const std::string &command, const std::string &base, 
     return text + "\n";
 }
 
-/** Sets title and axes of a picture. */
+/** The commands that set title and axes of a picture. */
 std::string axes(const std::string &title, const std::string &x, const std::string &y)
 {
     return "set title " + gnuplot_quote(title) + " noenhanced\nset xlabel " + gnuplot_quote(x) +
            " noenhanced\nset ylabel " + gnuplot_quote(y) + " noenhanced\nset autoscale\n";
 }
 
-/** An empty picture that says why there is nothing. */
+/** The commands for an empty picture with the reason. */
 std::string empty_picture(const std::string &reason)
 {
     return "set label 1 " + gnuplot_quote(reason) +
@@ -141,7 +141,7 @@ std::string empty_picture(const std::string &reason)
            "plot NaN with lines\nunset label 1\n";
 }
 
-/** The range of the phase, wide enough that noise looks like noise. */
+/** The command that sets the phase range, wide enough that noise does not look like a signal. */
 std::string phase_range(const item_analysis &analysis)
 {
     constexpr double narrowest = 0.5;
@@ -155,7 +155,7 @@ std::string phase_range(const item_analysis &analysis)
            std::to_string(middle + narrowest / 2.0) + "]\n";
 }
 
-/** The commands that draw the mean level over the distance, with a mark at the point that is looked at. */
+/** The commands that draw the mean level over distance, with a mark at the selected point. */
 std::string draw_profile(const recorded_item &item, const item_analysis &analysis, const std::string &base)
 {
     const double distance = item.distances[analysis.point];
@@ -165,7 +165,7 @@ std::string draw_profile(const recorded_item &item, const item_analysis &analysi
     const auto head = axes(name, "distance in m", "level");
     if (!std::isfinite(distance))
     {
-        return head + empty_picture("distances not known");
+        return head + empty_picture("distances unknown");
     }
     const auto mark = std::to_string(distance);
     const auto range = item.distances.size() == 1 ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n" : "";
@@ -182,11 +182,11 @@ std::string draw_map(const recorded_item &item, const item_analysis &analysis, c
     const auto head = axes("level over time", "time in s", "distance in m");
     if (analysis.map.size() < 2)
     {
-        return head + empty_picture("one frame only");
+        return head + empty_picture("only one frame");
     }
     if (!std::isfinite(item.distances[analysis.point]))
     {
-        return head + empty_picture("distances not known");
+        return head + empty_picture("distances unknown");
     }
     constexpr const char *look = "using 1:2:3 with pm3d";
     return head + "set autoscale noextend\nset pm3d map corners2color c1\nset view map scale 1.1\n" +
@@ -234,7 +234,7 @@ std::string draw_item(const recorded_item &item, const item_analysis &analysis, 
            draw_phase(analysis, base, place.str()) + draw_doppler(analysis, base, place.str());
 }
 
-/** Writes an item's figures to files and returns the commands that draw them. */
+/** Writes the figures of an item to files and returns the commands that draw them. */
 std::string prepare_item(recording_reader &recording, size_t index, std::optional<double> distance,
                          const std::filesystem::path &base)
 {
@@ -263,7 +263,7 @@ void draw_recording(recording_reader &recording, const std::filesystem::path &ou
     const auto count = recording.items().size();
     if (recording.frames() == 0)
     {
-        throw bad_recording("The recording holds no whole frame, so there is nothing to draw.");
+        throw bad_recording("The recording has no complete frame, so there is nothing to draw.");
     }
     const scratch_directory scratch;
     const auto picture = scratch / "picture.png";

@@ -1,5 +1,5 @@
 /** @file
- * Reads the table that lies beside an item's samples.
+ * Reads the frame table of an item.
  */
 #include "recording/frame_table.h"
 
@@ -19,7 +19,7 @@ namespace
 
 constexpr size_t column_count = 11;
 
-/** Cuts a line into cells; false when it has another number of them. */
+/** Splits a line into cells; false if it has the wrong number of them. */
 bool split(std::string_view line, std::array<std::string_view, column_count> &cells)
 {
     size_t count = 0;
@@ -36,7 +36,7 @@ bool split(std::string_view line, std::array<std::string_view, column_count> &ce
     return false;
 }
 
-/** Reads a cell as a number; false when it is none. */
+/** Parses a cell as a number; false if it is not one. */
 template <typename number_t> bool read_cell(std::string_view cell, number_t &value)
 {
     const auto [stop, failure] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
@@ -49,7 +49,7 @@ template <> bool read_cell(std::string_view cell, bool &value)
     return value || cell == "0";
 }
 
-/** Reads a cell that may be empty. */
+/** Parses a cell that may be empty. */
 template <typename value_t> bool read_cell(std::string_view cell, std::optional<value_t> &value)
 {
     return cell.empty() || read_cell(cell, value.emplace());
@@ -62,7 +62,7 @@ frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), f
     std::string head;
     if (!std::getline(file_, head) || head + "\n" != frame_table_head)
     {
-        throw bad_recording(path_.string() + " is no table of frames.");
+        throw bad_recording(path_.string() + " is not a table of frames.");
     }
 }
 
@@ -86,7 +86,7 @@ std::optional<frame_row> frame_table::next()
     if (!whole)
     {
         throw bad_recording(path_.string() + ": line " + std::to_string(rows_ + 1) +
-                            " is not that of a frame.");
+                            " does not describe a frame.");
     }
     return row;
 }

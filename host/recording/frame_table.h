@@ -1,5 +1,5 @@
 /** @file
- * Reads the table that lies beside an item's samples, one line for each frame.
+ * Reads the frame table of an item, which has one line per frame.
  */
 #ifndef VANTOR_FRAME_TABLE_H
 #define VANTOR_FRAME_TABLE_H
@@ -13,7 +13,7 @@
 namespace vantor
 {
 
-/** One line of the table. */
+/** One line of a frame table. */
 struct frame_row
 {
     double seconds = 0.0; /**< since the item's first frame */
@@ -28,22 +28,22 @@ struct frame_row
     std::optional<bool> tx_enabled;
 };
 
-/** The table, read line by line. */
+/** A frame table, read line by line. */
 class frame_table
 {
 public:
     /**
      * Opens a table.
      *
-     * @throws bad_recording when it cannot be read or has other columns
+     * @throws bad_recording if it cannot be read or does not have the expected columns
      */
     explicit frame_table(std::filesystem::path path);
 
     /**
      * Reads the next line.
      *
-     * @return the line, or nothing at the end or where the last line was cut short
-     * @throws bad_recording when a line is none
+     * @return the line, or nothing at the end of the table or if the last line is incomplete
+     * @throws bad_recording if a line does not describe a frame
      */
     std::optional<frame_row> next();
 

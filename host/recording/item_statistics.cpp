@@ -1,5 +1,5 @@
 /** @file
- * What the samples of an item amount to over many frames.
+ * Statistics of an item's samples over many frames.
  */
 #include "recording/item_statistics.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * What the samples of an item amount to over many frames: mean level and where the strongest echo is.
+ * Statistics of an item's samples over many frames: mean level and position of the strongest echo.
  */
 #ifndef VANTOR_ITEM_STATISTICS_H
 #define VANTOR_ITEM_STATISTICS_H
@@ -15,27 +15,27 @@
 namespace vantor
 {
 
-/** Running figures of one item; memory does not grow with the number of frames. */
+/** Running statistics of one item; memory does not grow with the number of frames. */
 class item_statistics
 {
 public:
-    /** @param sweep_length  samples of a sweep */
+    /** @param sweep_length  number of samples in a sweep */
     explicit item_statistics(size_t sweep_length);
 
     /** Adds the samples of a frame, sweep after sweep. */
     void add(std::span<const sample> samples);
 
-    /** Mean magnitude of all samples, in units of the sensor; 0 without samples. */
+    /** Mean magnitude of all samples, in units of the sensor; 0 if there are none. */
     [[nodiscard]] double mean_level() const;
 
     /** Mean magnitude of each point of the sweep. */
     [[nodiscard]] std::vector<double> profile() const;
 
-    /** The point with the largest mean magnitude; nothing without samples. */
+    /** The point with the largest mean magnitude; nothing if there are no samples. */
     [[nodiscard]] std::optional<size_t> strongest_point() const;
 
 private:
-    std::vector<double> sums_; /**< of the magnitudes, for each point */
+    std::vector<double> sums_; /**< sum of the magnitudes for each point */
     uint64_t sweeps_ = 0;
 };
 

@@ -13,7 +13,7 @@ namespace vantor
 namespace
 {
 
-/** Appends a cell: a number in its shortest exact form, or 0 and 1 for false and true. */
+/** Appends a cell: a number in its shortest exact form, or 0 or 1 for a Boolean. */
 template <typename number_t> void append_cell(std::string &row, number_t value)
 {
     std::array<char, 32> digits{};
@@ -27,7 +27,7 @@ template <> void append_cell(std::string &row, bool value)
     row += value ? "1," : "0,";
 }
 
-/** Appends a cell that is empty when there is no value. */
+/** Appends a cell, which is empty if there is no value. */
 template <typename value_t> void append_cell(std::string &row, const std::optional<value_t> &value)
 {
     if (value)
@@ -38,7 +38,7 @@ template <typename value_t> void append_cell(std::string &row, const std::option
     row += ',';
 }
 
-/** A frame's row of the table. */
+/** Formats the table row of a frame. */
 std::string table_row(uint64_t number, double seconds, const frame_item &item)
 {
     std::string row;
@@ -79,7 +79,7 @@ void item_writer::append(const frame_item &item)
     auto clock = clock_;
     const auto row = table_row(frames_, clock.advance(item.tick), item);
     row_length_ = row.size();
-    // First: frames are counted by the samples, so each has its row whenever this ends.
+    // First: the samples determine the number of frames, so each of them has a row even after a kill.
     table_.append(row);
     data_.append(std::as_bytes(item.samples));
 }

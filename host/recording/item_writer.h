@@ -1,5 +1,5 @@
 /** @file
- * Writes one item of a recording: its samples, and a table with one line for each frame.
+ * Writes one item of a session: its samples, and a table with one line per frame.
  */
 #ifndef VANTOR_ITEM_WRITER_H
 #define VANTOR_ITEM_WRITER_H
@@ -18,14 +18,14 @@
 namespace vantor
 {
 
-/** The first line of the table of frames: the names of its columns. */
+/** The first line of a frame table: the column names. */
 inline constexpr std::string_view frame_table_head =
     "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
     "cca_detected,tx_enabled\n";
 
 /**
- * Writes one item of a recording. A frame is first appended and then committed, so that one whose disk
- * fills up can drop the frame from all of its items.
+ * Writes one item of a session. Frames are first appended and then committed, so that an incomplete frame can
+ * be removed from all items when the disk is full.
  */
 class item_writer
 {
@@ -34,31 +34,31 @@ public:
      * Creates the files.
      *
      * @param base              path and name of the files, without their extensions
-     * @param ticks_per_second  unit of the frames' ticks
-     * @throws recording_error when they cannot be created
+     * @param ticks_per_second  unit of the ticks of frames
+     * @throws recording_error if they cannot be created
      */
     item_writer(const std::filesystem::path &base, double ticks_per_second);
 
     /**
      * Appends the item's part of a frame.
      *
-     * @throws recording_error when it cannot be written; rollback() then removes what was
+     * @throws recording_error if it cannot be written; rollback() then removes what was written
      */
     void append(const frame_item &item);
 
-    /** Keeps what was appended last. */
+    /** Commits what was appended last. */
     void commit(const frame_item &item);
 
     /** Removes what was appended since the last commit. */
     void rollback() noexcept;
 
-    /** Frames committed. */
+    /** Number of committed frames. */
     [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
 
-    /** Bytes of samples committed. */
+    /** Number of committed bytes of samples. */
     [[nodiscard]] uint64_t data_length() const noexcept
     {
         return data_length_;
@@ -70,7 +70,7 @@ public:
         return clock_.seconds();
     }
 
-    /** SHA-512 of the samples committed. */
+    /** SHA-512 digest of the committed samples. */
     [[nodiscard]] std::string digest() const
     {
         return digest_.digest();
@@ -84,7 +84,7 @@ private:
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;
     uint64_t table_length_ = 0;
-    size_t row_length_ = 0; /**< of the row appended last */
+    size_t row_length_ = 0; /**< length of the last appended row */
 };
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * A file that grows at its end and can be cut back.
+ * A file that can be appended to and truncated.
  */
 #include "recording/output_file.h"
 
@@ -18,17 +18,17 @@ namespace vantor
 namespace
 {
 
-/** Everybody may read a recording, its owner may write it. */
+/** All users can read a recording, its owner can write it. */
 constexpr mode_t permissions = 0644;
 
-/** Says what could not be done with a file, from errno. */
+/** Throws recording_error with the action that failed and the message for errno. */
 [[noreturn]] void fail(const std::string &action, const std::filesystem::path &path)
 {
     throw recording_error("Cannot " + action + " " + path.string() + ": " +
                           std::generic_category().message(errno) + ".");
 }
 
-/** Where the new version of a file is written before it takes the place of the old one. */
+/** The temporary path of the new version of a file. */
 std::filesystem::path new_version(std::filesystem::path path)
 {
     return path += ".new";
@@ -78,7 +78,7 @@ void output_file::append(std::string_view text)
 
 void output_file::truncate(uint64_t length) noexcept
 {
-    // Shrinking needs no space; should it fail, readers still ignore what follows the last whole frame.
+    // Truncating needs no disk space. If it fails, readers still ignore data after the last complete frame.
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
 }
 
@@ -92,7 +92,7 @@ void replace_files(const std::vector<file_text> &files)
             const auto present = std::filesystem::status(file.path, failure);
             if (std::filesystem::exists(present) && !std::filesystem::is_regular_file(present))
             {
-                throw recording_error("Cannot replace " + file.path.string() + ": it is no plain file.");
+                throw recording_error("Cannot replace " + file.path.string() + ": it is not a regular file.");
             }
             std::filesystem::remove(new_version(file.path), failure);
             output_file(new_version(file.path)).append(file.text);

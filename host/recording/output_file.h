@@ -1,5 +1,5 @@
 /** @file
- * A file that grows at its end and can be cut back to a length at which it was whole.
+ * A file that can be appended to and truncated to an earlier length.
  */
 #ifndef VANTOR_OUTPUT_FILE_H
 #define VANTOR_OUTPUT_FILE_H
@@ -16,8 +16,8 @@ namespace vantor
 {
 
 /**
- * A file that grows at its end. Every append goes to the operating system at once, so a program that is
- * killed leaves all that was appended.
+ * A file that can be appended to. Every append is passed to the operating system immediately, so nothing that
+ * was appended is lost if the program is killed.
  */
 class output_file
 {
@@ -25,7 +25,7 @@ public:
     /**
      * Creates the file.
      *
-     * @throws recording_error when it exists or cannot be created
+     * @throws recording_error if it exists already or cannot be created
      */
     explicit output_file(std::filesystem::path path);
     output_file(const output_file &) = delete;
@@ -37,17 +37,17 @@ public:
     /**
      * Appends bytes.
      *
-     * @throws recording_error when the disk is full or broken; a part may have been written
+     * @throws recording_error if the disk is full or fails; a part may have been written
      */
     void append(std::span<const std::byte> bytes);
 
-    /** Appends text; fails as above. */
+    /** Appends text; throws like the function above. */
     void append(std::string_view text);
 
     /**
-     * Cuts the file back.
+     * Truncates the file.
      *
-     * @param length  the new length in bytes, at most the present one
+     * @param length  the new length in bytes, at most the current one
      */
     void truncate(uint64_t length) noexcept;
 
@@ -56,7 +56,7 @@ private:
     int descriptor_ = -1;
 };
 
-/** A file that is written at once. */
+/** A file and its complete new content. */
 struct file_text
 {
     std::filesystem::path path;
@@ -64,10 +64,10 @@ struct file_text
 };
 
 /**
- * Replaces files, in such a way that a reader finds the old or the new text of each, whole.
+ * Replaces files atomically: a reader finds either the complete old text or the complete new text of each.
  *
- * @throws recording_error when they cannot be written; when there is no room for all of them, all old files
- *         are untouched
+ * @throws recording_error if they cannot be written; if the disk does not have space for all of them, no file
+ *         is changed
  */
 void replace_files(const std::vector<file_text> &files);
 

@@ -17,7 +17,7 @@ namespace vantor
  *
  * @param layout  the item's layout
  * @param item    the item's configuration
- * @return one distance in metres for each sample of a sweep; NaN for samples of no sub-sweep
+ * @return one distance in metres for each sample of a sweep; NaN for samples outside all sub-sweeps
  */
 std::vector<double> point_distances(const item_layout &layout, const item_configuration &item);
 

@@ -1,5 +1,5 @@
 /** @file
- * What can go wrong with the files of a recording.
+ * Failures with the files of a recording.
  */
 #ifndef VANTOR_RECORDING_ERROR_H
 #define VANTOR_RECORDING_ERROR_H
@@ -9,14 +9,14 @@
 namespace vantor
 {
 
-/** Output cannot be written. */
+/** An output file cannot be written. */
 class recording_error : public error
 {
 public:
     using error::error;
 };
 
-/** What should be a recording is none, or not one that this program can read. */
+/** The files are not a recording that this program can read. */
 class bad_recording : public error
 {
 public:

@@ -25,8 +25,8 @@ json read_document(const std::filesystem::path &path)
     const std::string text(std::istreambuf_iterator<char>(file), {});
     if (!file.is_open())
     {
-        throw bad_recording("There is no recording: " + path.string() +
-                            " cannot be read. Give the directory that \"vantor record\" printed.");
+        throw bad_recording("Cannot read " + path.string() +
+                            ": give the directory of a recording, as printed by \"vantor record\".");
     }
     try
     {
@@ -38,7 +38,7 @@ json read_document(const std::filesystem::path &path)
     }
 }
 
-/** Reads what was recorded out of the collection. */
+/** Reads the description of the session from the collection. */
 session_description read_session(const json &collection)
 {
     const auto &about = collection.at("vantor:server");
@@ -52,14 +52,15 @@ session_description read_session(const json &collection)
     return session;
 }
 
-/** The directory of a recording that is named by its directory or by one of its files. */
+/** Returns the directory of a recording, given the directory itself or one of its files. */
 std::filesystem::path directory_of(const std::filesystem::path &place)
 {
     std::error_code failure;
     if (!std::filesystem::exists(place, failure))
     {
-        throw bad_recording("There is no recording " + place.string() +
-                            ". Give the directory that \"vantor record\" printed.");
+        throw bad_recording(
+            place.string() +
+            " does not exist: give the directory of a recording, as printed by \"vantor record\".");
     }
     const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
     return directory.empty() ? "." : directory;
@@ -97,7 +98,8 @@ void recording_reader::open_items()
     const auto configurations = list_items(session_.configuration);
     if (configurations.size() != session_.metadata.items.size())
     {
-        throw bad_recording("The recording's configuration has another number of items than its metadata.");
+        throw bad_recording(
+            "The configuration and the metadata of the recording have different numbers of items.");
     }
     for (size_t i = 0; i < configurations.size(); ++i)
     {
@@ -112,7 +114,7 @@ void recording_reader::open_items()
     }
 }
 
-/** Counts the frames that are whole in every item. */
+/** Counts the frames that are complete in every item. */
 uint64_t recording_reader::count_frames() const
 {
     uint64_t least = items_.empty() ? 0 : std::numeric_limits<uint64_t>::max();
@@ -136,7 +138,7 @@ void recording_reader::read_frame(size_t item, uint64_t number, std::vector<samp
     samples.resize(length);
     auto &file = data_.at(item);
     file.seekg(static_cast<std::streamoff>(number * length * sizeof(sample)));
-    // A stream of char is the only way into a file; samples are what the file holds.
+    // A file stream reads only char; the file contains samples.
     file.read(reinterpret_cast<char *>(samples.data()),
               static_cast<std::streamsize>(length * sizeof(sample)));
     if (!file)

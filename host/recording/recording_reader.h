@@ -24,10 +24,10 @@ namespace vantor
 /** One item of a recording. */
 struct recorded_item
 {
-    std::string name; /**< of its files, without extension */
+    std::string name; /**< name of its files, without extension */
     item_layout layout;
     item_configuration configuration;
-    std::vector<double> distances; /**< of each point of a sweep, in metres */
+    std::vector<double> distances; /**< distance of each point of a sweep, in metres */
     nlohmann::json document;       /**< its SigMF metadata */
 };
 
@@ -39,35 +39,35 @@ public:
      * Opens a recording.
      *
      * @param place  its directory, or any of its SigMF documents
-     * @throws bad_recording when there is none, or its documents contradict one another
+     * @throws bad_recording if there is none, or its documents are inconsistent
      */
     explicit recording_reader(const std::filesystem::path &place);
 
-    /** What was recorded. */
+    /** The description of the session. */
     [[nodiscard]] const session_description &session() const noexcept
     {
         return session_;
     }
 
-    /** The items, in the order of the session's metadata. */
+    /** The items, in the order of the session metadata. */
     [[nodiscard]] const std::vector<recorded_item> &items() const noexcept
     {
         return items_;
     }
 
-    /** Frames that are whole in every item. */
+    /** Number of frames that are complete in every item. */
     [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
 
-    /** Where the recording is. */
+    /** The directory of the recording. */
     [[nodiscard]] const std::filesystem::path &directory() const noexcept
     {
         return directory_;
     }
 
-    /** Sets what is called after each read_frame() with the number of them so far, to show progress. */
+    /** Sets a function that is called after each read_frame(), with the number of calls so far. */
     void on_read(std::function<void(uint64_t)> handler)
     {
         on_read_ = std::move(handler);
@@ -78,8 +78,8 @@ public:
      *
      * @param item     0 to items().size() - 1
      * @param number   0 to frames() - 1
-     * @param samples  receives them
-     * @throws bad_recording when the file cannot be read
+     * @param samples  buffer that receives the samples
+     * @throws bad_recording if the file cannot be read
      */
     void read_frame(size_t item, uint64_t number, std::vector<sample> &samples);
 

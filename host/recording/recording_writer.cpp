@@ -19,7 +19,7 @@ namespace vantor
 namespace
 {
 
-/** The present time as RFC 3339 in UTC, with milliseconds. */
+/** The current time in UTC with milliseconds, as in RFC 3339. */
 std::string present_time()
 {
     const auto now = std::chrono::system_clock::now();
@@ -34,7 +34,7 @@ std::string present_time()
     return std::string(text.data(), length) + fraction + "Z";
 }
 
-/** Creates a directory that must not hold anything yet. */
+/** Creates a directory; it may exist already if it is empty. */
 void make_new_directory(const std::filesystem::path &directory)
 {
     std::error_code failure;
@@ -48,7 +48,7 @@ void make_new_directory(const std::filesystem::path &directory)
     if (!empty)
     {
         throw recording_error("The directory " + directory.string() +
-                              " is not empty: choose another one, so that no recording is overwritten.");
+                              " is not empty: choose another one; recordings are never overwritten.");
     }
 }
 
@@ -60,7 +60,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
     {
         throw protocol_error("The server measures " + std::to_string(session_.metadata.items.size()) +
-                             " items where the configuration has another number of them.");
+                             " items, but the configuration has a different number.");
     }
     make_new_directory(directory_);
     captures_.push_back({.first_frame = 0, .frames_lost = 0, .datetime = present_time()});
@@ -124,7 +124,7 @@ uint64_t recording_writer::data_length() const noexcept
     return length;
 }
 
-/** Writes the items' documents and the collection, which holds their digests: all of them or none. */
+/** Writes the documents of the items, and the collection with their digests: all of them or none. */
 void recording_writer::write_documents(bool finished)
 {
     std::vector<stream> streams;

@@ -16,10 +16,10 @@ namespace vantor
 {
 
 /**
- * Writes a recording: a SigMF recording for each item and a collection.
+ * Writes a session: a SigMF recording for each item, and a collection.
  *
- * The recording can be read at any moment, also when the program is killed: frames are appended whole, and
- * the documents are there from the start. Memory does not grow with the number of frames.
+ * The recording can be read at any time, even after the program was killed: frames are appended completely,
+ * and the documents exist from the start. Memory does not grow with the number of frames.
  */
 class recording_writer
 {
@@ -27,22 +27,23 @@ public:
     /**
      * Creates the directory and the files.
      *
-     * @param directory  must not exist, or be empty
-     * @param session    what is recorded; its configuration must have the items of its metadata
-     * @throws protocol_error when the server measures other items than those of the configuration
-     * @throws recording_error when it cannot be created
+     * @param directory  must not exist, or must be empty
+     * @param session    the description of the session; its configuration must have as many items as its
+     *                   metadata
+     * @throws protocol_error if the numbers of items differ
+     * @throws recording_error if the recording cannot be created
      */
     recording_writer(std::filesystem::path directory, session_description session);
 
     /**
      * Appends a frame.
      *
-     * @throws recording_error when it cannot be written; the recording then ends with the frame before
+     * @throws recording_error if it cannot be written; the recording then ends with the previous frame
      */
     void add(const frame &received);
 
     /**
-     * Notes that frames were lost between the last frame and the next one.
+     * Records that frames were lost between the last frame and the next one.
      *
      * @param frames  how many, at least 1
      */
@@ -51,20 +52,20 @@ public:
     /**
      * Writes the final documents, with rates and digests.
      *
-     * @throws recording_error when they cannot be written
+     * @throws recording_error if they cannot be written
      */
     void finish();
 
-    /** Frames written. */
+    /** Number of frames written. */
     [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
     }
 
-    /** Bytes of samples written, of all items. */
+    /** Number of bytes of samples written, for all items. */
     [[nodiscard]] uint64_t data_length() const noexcept;
 
-    /** Where the recording is. */
+    /** The directory of the recording. */
     [[nodiscard]] const std::filesystem::path &directory() const noexcept
     {
         return directory_;

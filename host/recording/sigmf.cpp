@@ -20,13 +20,13 @@ constexpr const char *sigmf_version = "1.2.5";
 /** The lowest sample rate that the standard can express, in hertz. */
 constexpr double lowest_sample_rate = 1.0;
 
-/** The declaration of the recording's own namespace, without which a reader can do. */
+/** The declaration of the vantor namespace, which readers need not support. */
 ordered_json extensions()
 {
     return ordered_json::array({{{"name", "vantor"}, {"version", extension_version}, {"optional", true}}});
 }
 
-/** What an item's sub-sweeps cover. */
+/** The position and distances of an item's sub-sweeps. */
 ordered_json describe_subsweeps(const item_layout &layout, const item_configuration &item)
 {
     auto list = ordered_json::array();
@@ -45,7 +45,7 @@ ordered_json describe_subsweeps(const item_layout &layout, const item_configurat
     return list;
 }
 
-/** The members of an item's document that are the recording's own. */
+/** The members of an item's document in the vantor namespace. */
 void add_own_members(ordered_json &global, const item_layout &layout, const item_configuration &item,
                      const item_state &state)
 {

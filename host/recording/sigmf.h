@@ -1,5 +1,5 @@
 /** @file
- * The SigMF documents of a recording: one for each item, and the collection that holds them together.
+ * The SigMF documents of a recording: one for each item, and a collection that lists them.
  *
  * docs/recording.md describes every member.
  */
@@ -19,49 +19,49 @@
 namespace vantor
 {
 
-/** Name of the collection's file, without extension. */
+/** File name of the collection, without extension. */
 inline constexpr const char *collection_name = "session";
 
-/** Names of the members of a recording's own namespace. */
+/** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
-/** A stretch of frames without loss. */
+/** A segment of frames without loss. */
 struct capture
 {
-    uint64_t first_frame = 0; /**< its place in the recording */
-    uint64_t frames_lost = 0; /**< before it, since the start of the recording */
-    std::string datetime;     /**< when its first frame arrived, as RFC 3339 in UTC */
+    uint64_t first_frame = 0; /**< its index in the recording */
+    uint64_t frames_lost = 0; /**< lost before it, since the start of the recording */
+    std::string datetime;     /**< arrival of its first frame in UTC, as in RFC 3339 */
 };
 
-/** What is known of an item's recording at some moment. */
+/** The state of an item's recording. */
 struct item_state
 {
     uint64_t frames = 0;
     double seconds = 0.0; /**< from the first to the last frame */
-    std::string digest;   /**< of the samples; empty while recording goes on */
+    std::string digest;   /**< digest of the samples; empty while recording */
 };
 
-/** What a session is. */
+/** The description of a session. */
 struct session_description // NOLINT(bugprone-exception-escape): a JSON value moves without exceptions
 {
     nlohmann::json configuration; /**< the configuration document */
-    session_metadata metadata;    /**< what the server made of it */
+    session_metadata metadata;    /**< the answer of the server to the configuration */
     server_info server;
 };
 
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);
 
-/** Frames per second of an item, measured; 0 when not known yet. */
+/** Measured frame rate of an item, in frames per second; 0 if not known yet. */
 double frame_rate(const item_state &state);
 
 /**
  * The metadata document of one item.
  *
  * @param session   the session
- * @param index     the item's place in the session's metadata
- * @param state     how far the recording is
- * @param captures  the stretches without loss, the first starting at frame 0
+ * @param index     index of the item in the session metadata
+ * @param state     the state of the recording
+ * @param captures  the segments without loss; the first one starts at frame 0
  */
 nlohmann::ordered_json item_document(const session_description &session, size_t index,
                                      const item_state &state, const std::vector<capture> &captures);
@@ -69,8 +69,8 @@ nlohmann::ordered_json item_document(const session_description &session, size_t 
 /** An item's entry in the collection. */
 struct stream
 {
-    std::string name;   /**< of its files, without extension */
-    std::string digest; /**< of its metadata document */
+    std::string name;   /**< name of its files, without extension */
+    std::string digest; /**< digest of its metadata document */
 };
 
 /** The collection document of a session. */

@@ -1,5 +1,5 @@
 /** @file
- * Seconds from a server's ticks, which wrap around.
+ * Converts the ticks of a server, which wrap around, to seconds.
  */
 #ifndef VANTOR_TICK_CLOCK_H
 #define VANTOR_TICK_CLOCK_H
@@ -9,11 +9,11 @@
 namespace vantor
 {
 
-/** Turns a row of 32-bit ticks into seconds since the first; the steps must be shorter than one wrap. */
+/** Converts a series of 32-bit ticks to seconds since the first one; steps must be shorter than a wrap. */
 class tick_clock
 {
 public:
-    /** @param ticks_per_second  0 for no clock: then no time passes */
+    /** @param ticks_per_second  0 if there is no clock: all times are then 0 */
     explicit tick_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
     {
     }
@@ -23,7 +23,7 @@ public:
     {
         if (started_)
         {
-            // Modulo 2^32, so a wrap makes no difference.
+            // Modulo 2^32, so a wrap does not matter.
             elapsed_ += tick - last_;
         }
         started_ = true;

@@ -1,5 +1,5 @@
 /** @file
- * The frames of a recording as messages, over and over.
+ * The frames of a recording as messages, in an endless loop.
  */
 #include "replay/frame_source.h"
 
@@ -14,7 +14,7 @@ namespace
 
 using nlohmann::ordered_json;
 
-/** What the header of a frame says of an item. */
+/** The part of a frame header that describes one item. */
 ordered_json describe(const frame_row &row, uint32_t more_ticks)
 {
     ordered_json item = {{"tick", row.tick + more_ticks},
@@ -55,7 +55,7 @@ void frame_source::rewind()
     open_tables();
 }
 
-/** Opens the tables of all items at their first line. */
+/** Opens the frame tables of all items at their first line. */
 void frame_source::open_tables()
 {
     number_ = 0;
@@ -66,13 +66,13 @@ void frame_source::open_tables()
     }
 }
 
-/** Goes back to the first frame, as long after the last one as frames follow one another. */
+/** Returns to the first frame, one mean frame period after the last one. */
 void frame_source::begin_lap()
 {
     const auto steps = static_cast<double>(recording_.frames() > 1 ? recording_.frames() - 1 : 1);
-    const double stretch = last_seconds_ > 0.0 ? last_seconds_ * (steps + 1.0) / steps : 1.0;
-    const double ticks = stretch * recording_.session().server.ticks_per_second;
-    lap_seconds_ += stretch;
+    const double lap = last_seconds_ > 0.0 ? last_seconds_ * (steps + 1.0) / steps : 1.0;
+    const double ticks = lap * recording_.session().server.ticks_per_second;
+    lap_seconds_ += lap;
     lap_ticks_ += static_cast<uint32_t>(std::llround(ticks));
     open_tables();
 }
@@ -92,7 +92,8 @@ replayed_frame frame_source::next()
         const auto row = tables_[i].next();
         if (!row)
         {
-            throw bad_recording("The table of " + item.name + " has fewer lines than there are frames.");
+            throw bad_recording("The table of " + item.name +
+                                " has fewer lines than the recording has frames.");
         }
         if (item.layout.index == 0)
         {

@@ -1,5 +1,5 @@
 /** @file
- * The frames of a recording as messages, over and over.
+ * The frames of a recording as messages, in an endless loop.
  */
 #ifndef VANTOR_FRAME_SOURCE_H
 #define VANTOR_FRAME_SOURCE_H
@@ -14,27 +14,27 @@
 namespace vantor
 {
 
-/** A frame as a server sends it. */
+/** A frame message as a server sends it. */
 struct replayed_frame
 {
-    double seconds = 0.0; /**< since the first frame, laps included */
+    double seconds = 0.0; /**< time since the first frame, including earlier laps */
     std::string bytes;    /**< header, line feed, samples */
 };
 
-/** Reads a recording frame by frame; after the last comes the first again, with ticks that go on. */
+/** Reads a recording frame by frame. After the last frame it starts again; the ticks continue. */
 class frame_source
 {
 public:
-    /** @param recording  with at least one frame */
+    /** @param recording  a recording with at least one frame */
     explicit frame_source(recording_reader &recording);
 
-    /** Begins with the first frame again. */
+    /** Starts again with the first frame. */
     void rewind();
 
     /**
-     * The next frame.
+     * Returns the next frame.
      *
-     * @throws bad_recording when a file cannot be read
+     * @throws bad_recording if a file cannot be read
      */
     replayed_frame next();
 
@@ -44,10 +44,10 @@ private:
 
     recording_reader &recording_;
     std::vector<frame_table> tables_;
-    uint64_t number_ = 0;       /**< of the next frame */
-    double lap_seconds_ = 0.0;  /**< when the present lap began */
-    uint32_t lap_ticks_ = 0;    /**< what is added to ticks in the present lap */
-    double last_seconds_ = 0.0; /**< of the last frame in its lap */
+    uint64_t number_ = 0;       /**< number of the next frame */
+    double lap_seconds_ = 0.0;  /**< when the current lap began */
+    uint32_t lap_ticks_ = 0;    /**< added to the ticks in the current lap */
+    double last_seconds_ = 0.0; /**< time of the last frame in its lap */
 };
 
 } // namespace vantor

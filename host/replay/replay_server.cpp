@@ -16,10 +16,10 @@ namespace vantor
 namespace
 {
 
-/** How long is waited for a command when no frame is due. */
+/** How long to wait for a command if no frame is due. */
 constexpr std::chrono::milliseconds command_patience{100};
 
-/** How long a host may take no bytes. */
+/** How long to wait while a host does not read. */
 constexpr std::chrono::milliseconds write_timeout{60000};
 
 /** Longest command line. */
@@ -41,7 +41,7 @@ void replay_server::run(const std::function<bool()> &stop)
     }
 }
 
-/** Sends the next frame of the stream when its time has come. */
+/** Sends the next frame of the stream if it is due. */
 void replay_server::send_due_frame()
 {
     if (state_ != state::streaming)
@@ -60,7 +60,7 @@ void replay_server::send_due_frame()
     }
 }
 
-/** How long it is until the next frame is due, but not more than the patience for a command; 0 when it is. */
+/** Time until the next frame is due, but at most the waiting time for a command; 0 if it is due. */
 std::chrono::nanoseconds replay_server::time_until_due() const
 {
     using seconds = std::chrono::duration<double>;
@@ -86,7 +86,7 @@ void replay_server::receive()
             input_ += c;
             continue;
         }
-        obey(input_);
+        execute_line(input_);
         input_.clear();
     }
     if (input_.size() > longest_line)
@@ -96,8 +96,8 @@ void replay_server::receive()
     }
 }
 
-/** Obeys one line. */
-void replay_server::obey(const std::string &line)
+/** Executes one line. */
+void replay_server::execute_line(const std::string &line)
 {
     if (line.find_first_not_of(" \r") == std::string::npos)
     {
@@ -106,20 +106,20 @@ void replay_server::obey(const std::string &line)
     const auto command = nlohmann::json::parse(line, nullptr, false);
     if (command.is_discarded())
     {
-        refuse("bad_json", "Send commands as JSON, one object on a line.");
+        refuse("bad_json", "Send commands as JSON, one object per line.");
         return;
     }
     const auto name = command.is_object() ? command.value("command", nlohmann::json()) : nlohmann::json();
     if (!name.is_string())
     {
-        refuse("bad_command", "Send an object with a text \"command\".");
+        refuse("bad_command", "Send an object with a string \"command\".");
         return;
     }
-    obey_command(name.get<std::string>(), command);
+    execute(name.get<std::string>(), command);
 }
 
-/** Obeys a command that is allowed in every state, and passes the others on. */
-void replay_server::obey_command(const std::string &name, const nlohmann::json &command)
+/** Executes a command that is allowed in every state; passes on the others. */
+void replay_server::execute(const std::string &name, const nlohmann::json &command)
 {
     if (name == "identify")
     {
@@ -151,12 +151,12 @@ void replay_server::obey_command(const std::string &name, const nlohmann::json &
     }
     else
     {
-        obey_session_command(name);
+        execute_session_command(name);
     }
 }
 
-/** Obeys a command that is allowed in one state only. */
-void replay_server::obey_session_command(const std::string &name)
+/** Executes a command that is allowed in one state only. */
+void replay_server::execute_session_command(const std::string &name)
 {
     static const std::set<std::string> names = {"configure", "start", "stop", "frame"};
     if (!names.contains(name))
@@ -193,13 +193,13 @@ void replay_server::send(const std::string &bytes)
     host_.write(std::as_bytes(std::span(bytes)), write_timeout);
 }
 
-/** Says that a command was obeyed. */
+/** Reports that a command was executed. */
 void replay_server::answer(const std::string &command)
 {
     send(nlohmann::ordered_json({{"status", "ok"}, {"command", command}, {"payload_size", 0}}).dump() + "\n");
 }
 
-/** Says that a command was not obeyed. */
+/** Reports that a command was refused. */
 void replay_server::refuse(const char *code, const char *sentence)
 {
     send(nlohmann::ordered_json(
@@ -208,7 +208,7 @@ void replay_server::refuse(const char *code, const char *sentence)
          "\n");
 }
 
-/** Says what this server is: the one of the recording, with the sensors that the recording has. */
+/** Identifies this server: as the server of the recording, with the sensors in the recording. */
 void replay_server::identify()
 {
     std::set<unsigned> sensors;
@@ -230,7 +230,7 @@ void replay_server::identify()
     send(identity.dump() + "\n");
 }
 
-/** Answers with the recording's metadata. */
+/** Answers with the metadata of the recording. */
 void replay_server::configure()
 {
     state_ = state::configured;
@@ -238,7 +238,7 @@ void replay_server::configure()
     send(recording_.session().metadata.document.dump() + "\n");
 }
 
-/** Begins the stream with the frame that comes next. */
+/** Starts the stream with the next frame. */
 void replay_server::start()
 {
     state_ = state::streaming;

@@ -1,5 +1,5 @@
 /** @file
- * Serves a recording to a host as if it were a server that measures.
+ * Serves a recording to a host, like a server that measures.
  */
 #ifndef VANTOR_REPLAY_SERVER_H
 #define VANTOR_REPLAY_SERVER_H
@@ -20,36 +20,36 @@
 namespace vantor
 {
 
-/** One host that is served from a recording. Any configuration is answered by the recording's own metadata.
+/** Serves a recording to one host. Accepts any configuration and answers with the metadata of the recording.
  */
 class replay_server
 {
 public:
     /**
-     * @param recording  with at least one frame
+     * @param recording  a recording with at least one frame
      * @param host       the link to the host
-     * @param now        the clock for the pace of the frames, by which the link waits
+     * @param now        the clock for the pace of the frames and for the link
      */
     replay_server(recording_reader &recording, link &host, time_source now = std::chrono::steady_clock::now);
 
     /**
-     * Serves the host until it goes.
+     * Serves the host until it disconnects.
      *
-     * @param stop  asked at least ten times a second; true ends it
-     * @throws connection_lost when the host goes
-     * @throws timeout_error when the host takes no more bytes
-     * @throws bad_recording when a file cannot be read
+     * @param stop  called at least ten times per second; true ends the service
+     * @throws connection_lost if the host disconnects
+     * @throws timeout_error if the host stops reading
+     * @throws bad_recording if a file cannot be read
      */
     void run(const std::function<bool()> &stop);
 
-    /** Frames sent so far. */
+    /** Number of frames sent so far. */
     [[nodiscard]] uint64_t frames_sent() const noexcept
     {
         return frames_sent_;
     }
 
 private:
-    /** What a session can be, as in docs/protocol.md. */
+    /** The states of a session, as in docs/protocol.md. */
     enum class state
     {
         idle,
@@ -58,9 +58,9 @@ private:
     };
 
     void receive();
-    void obey(const std::string &line);
-    void obey_command(const std::string &name, const nlohmann::json &command);
-    void obey_session_command(const std::string &name);
+    void execute_line(const std::string &line);
+    void execute(const std::string &name, const nlohmann::json &command);
+    void execute_session_command(const std::string &name);
     void send(const std::string &bytes);
     void answer(const std::string &command);
     void refuse(const char *code, const char *sentence);
@@ -75,9 +75,9 @@ private:
     time_source now_;
     frame_source frames_;
     state state_ = state::idle;
-    std::string input_; /**< of the line that is being received */
+    std::string input_; /**< the line that is being received */
     std::optional<replayed_frame> next_;
-    double first_seconds_ = 0.0;                    /**< of the first frame of the stream */
+    double first_seconds_ = 0.0;                    /**< time of the first frame of the stream */
     std::chrono::steady_clock::time_point started_; /**< when the stream began */
     uint64_t frames_sent_ = 0;
 };

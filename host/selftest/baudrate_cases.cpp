@@ -10,12 +10,12 @@ namespace vantor::selftest
 namespace
 {
 
-/** Where to look when the baud rate does not change as it should. */
+/** What to check if the baud rate does not change as it should. */
 constexpr const char *look_at_baudrate =
-    "set_baudrate of the port: it waits for the last bit, then sets the divider; over a network, that the "
+    "set_baudrate of the port: it must wait for the last bit, then set the divider; over a network, that the "
     "adapter follows the baud rate";
 
-/** The rate of a link that has none of its own, such as one to an emulated board. */
+/** The baud rate for a link that does not have one, such as a link to an emulated board. */
 constexpr uint32_t usual_baudrate = 115200;
 
 /** Longer than a server waits for the ping at a new baud rate. */
@@ -27,7 +27,9 @@ nlohmann::json baudrate_command(uint64_t baudrate)
     return {{"command", "baudrate"}, {"baudrate", baudrate}};
 }
 
-/** Sets the host's end of the link; returns the rate before, nothing when the link cannot be set to it. */
+/** Sets the baud rate of the host's end; returns the previous one, or nothing if the link does not support
+ * it.
+ */
 std::optional<uint32_t> set_line(bench &on, uint32_t baudrate)
 {
     try
@@ -40,15 +42,15 @@ std::optional<uint32_t> set_line(bench &on, uint32_t baudrate)
     }
 }
 
-/** A change of the baud rate that both ends can make. */
+/** A change of the baud rate that both ends support. */
 struct rate_change
 {
     uint32_t before;
     uint32_t after;
 };
 
-/** Whether the server takes a baud rate; the rate is on trial then. */
-bool server_takes(bench &on, uint32_t baudrate)
+/** Whether the server accepts a baud rate; if so, it waits for a ping to confirm it. */
+bool server_accepts(bench &on, uint32_t baudrate)
 {
     on.send(baudrate_command(baudrate).dump() + "\n");
     const std::string awaited = "the answer \"ok\" to \"baudrate\", or the error \"bad_argument\"";
@@ -58,8 +60,8 @@ bool server_takes(bench &on, uint32_t baudrate)
     return taken;
 }
 
-/** Whether the host's end of the link can be set to a baud rate; gives the rate that it has. */
-bool line_takes(bench &on, uint32_t baudrate, uint32_t &present)
+/** Whether the host's end of the link supports a baud rate; also sets the current rate. */
+bool line_supports(bench &on, uint32_t baudrate, uint32_t &current)
 {
     if (!on.traits().serial)
     {
@@ -71,11 +73,11 @@ bool line_takes(bench &on, uint32_t baudrate, uint32_t &present)
         return false;
     }
     on.line().set_baudrate(*before);
-    present = *before;
+    current = *before;
     return true;
 }
 
-/** Has the server begin a change to a baud rate; the host's end stays as it is. */
+/** Makes the server start to change its baud rate; the host's end does not change. */
 rate_change begin_change(bench &on)
 {
     constexpr std::array<uint32_t, 8> rates{57600, 230400, 38400, 460800, 921600, 19200, 9600, 115200};
@@ -86,14 +88,14 @@ rate_change begin_change(bench &on)
     rate_change change{.before = usual_baudrate, .after = 0};
     for (const auto rate : rates)
     {
-        if (rate <= on.server().max_baudrate && line_takes(on, rate, change.before) &&
-            rate != change.before && server_takes(on, rate))
+        if (rate <= on.server().max_baudrate && line_supports(on, rate, change.before) &&
+            rate != change.before && server_accepts(on, rate))
         {
             change.after = rate;
             return change;
         }
     }
-    throw case_failed("a usual baud rate that both ends can make", "none");
+    throw case_failed("a usual baud rate that both ends support", "none");
 }
 
 void change_and_return(bench &on)
@@ -116,7 +118,7 @@ void fall_back(bench &on)
 {
     begin_change(on);
     const auto received = on.receive(trial);
-    check(!received, "nothing without a ping", received ? describe(received->header) : std::string());
+    check(!received, "no message before a ping", received ? describe(received->header) : std::string());
     on.ping();
 }
 
@@ -140,8 +142,8 @@ void refused_rate(bench &on)
 std::vector<selftest_case> baudrate_cases()
 {
     return {
-        {"a baud rate that is refused leaves the link as it was", look_at_baudrate, refused_rate},
-        {"the baud rate changes and changes back", look_at_baudrate, change_and_return},
+        {"a refused baud rate does not change the link", look_at_baudrate, refused_rate},
+        {"the baud rate can be changed and changed back", look_at_baudrate, change_and_return},
         {"without a ping the baud rate falls back", look_at_baudrate, fall_back},
     };
 }

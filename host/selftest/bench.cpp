@@ -1,5 +1,5 @@
 /** @file
- * What the cases of the self-test stand on: one server, talked to message by message.
+ * The test bench of the self-test: a server, and functions to exchange messages with it.
  */
 #include "selftest/bench.h"
 
@@ -13,10 +13,10 @@ namespace vantor::selftest
 namespace
 {
 
-/** Longest text of a message in a line of the report. */
+/** Maximum length of a message in the report. */
 constexpr size_t longest_description = 200;
 
-/** That a server sent nothing, as text. */
+/** States that a server sent nothing. */
 std::string silence(std::chrono::milliseconds timeout)
 {
     return "nothing" + within(timeout);
@@ -55,7 +55,7 @@ bench::bench(client::link_factory open_links, link_traits traits, client_timeout
 void bench::connect()
 {
     disconnect();
-    // The first time it is another host that is served.
+    // Before the first connection, the server is busy only if it serves another host.
     const int attempts = server_ ? attempts_while_busy : 1;
     for (int attempt = 1; !host_; ++attempt)
     {
@@ -74,7 +74,7 @@ void bench::connect()
     server_ = host_->server();
 }
 
-/** Connects once. The server may be another one than before, with another clock. */
+/** Connects once. Forgets the clock readings, since it may be a different server than before. */
 void bench::open_host()
 {
     first_reading_.reset();
@@ -102,7 +102,7 @@ void bench::rest()
             return;
         }
         catch (const error
-                   &) // NOLINT(bugprone-empty-catch): what a case left behind; a new link helps or throws
+                   &) // NOLINT(bugprone-empty-catch): left over from a case; reconnecting helps or throws
         {
         }
     }
@@ -119,7 +119,7 @@ double bench::require_ticks() const
     constexpr double least_ticks_per_second = 1000;
     if (!(server().ticks_per_second >= least_ticks_per_second))
     {
-        throw case_skipped("the server has no clock that is fast enough");
+        throw case_skipped("the server does not have a clock that is fast enough");
     }
     return server().ticks_per_second;
 }
@@ -191,7 +191,7 @@ void bench::refuse(std::string_view line, const std::string &code)
               header["payload_size"] == 0,
           awaited, describe(header));
     check(header.contains("message") && header["message"].is_string() && header["message"] != "",
-          awaited + " with a text \"message\"", describe(header));
+          awaited + " with a string \"message\"", describe(header));
 }
 
 message bench::statistics()
@@ -277,7 +277,7 @@ frame bench::check_frame(const message &received)
     return decoded;
 }
 
-/** Checks that no tick lies before that of the same item in the frame before. */
+/** Checks that no tick is before the tick of the same item in the previous frame. */
 void bench::check_ticks(const frame &received)
 {
     if (!(server().ticks_per_second > 0.0))
@@ -291,7 +291,7 @@ void bench::check_ticks(const frame &received)
     }
     for (size_t i = 0; i < ticks_.size(); ++i)
     {
-        // Right where the tick starts again at 0.
+        // Correct also when the tick wraps around.
         const uint32_t step = ticks[i] - ticks_[i];
         check(step <= INT32_MAX, "a tick that does not go back",
               std::to_string(ticks[i]) + " after " + std::to_string(ticks_[i]));

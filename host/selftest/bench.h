@@ -1,5 +1,5 @@
 /** @file
- * What the cases of the self-test stand on: one server, talked to message by message.
+ * The test bench of the self-test: a server, and functions to exchange messages with it.
  */
 #ifndef VANTOR_SELFTEST_BENCH_H
 #define VANTOR_SELFTEST_BENCH_H
@@ -21,14 +21,14 @@
 namespace vantor::selftest
 {
 
-/** What a case expected, and what came instead. */
+/** What a case expected, and what it got instead. */
 struct discrepancy
 {
     std::string expected;
     std::string got;
 };
 
-/** Ends a case that failed. */
+/** Thrown to end a case that failed. */
 class case_failed : public error
 {
 public:
@@ -38,43 +38,43 @@ public:
     {
     }
 
-    /** What was expected, and what came instead. */
+    /** What was expected, and what was received instead. */
     [[nodiscard]] const discrepancy &details() const noexcept
     {
         return *what_;
     }
 
 private:
-    std::shared_ptr<const discrepancy> what_; /**< shared, so that copying the exception cannot fail */
+    std::shared_ptr<const discrepancy> what_; /**< shared, so that copying the exception does not throw */
 };
 
-/** Ends a case that does not apply to a server; the text says why. */
+/** Thrown to end a case that does not apply to a server; the message gives the reason. */
 class case_skipped : public error
 {
 public:
     using error::error;
 };
 
-/** Ends the case as failed unless a condition is true. */
+/** Fails the case unless a condition is true. */
 void check(bool condition, const std::string &expected, const std::string &got);
 
-/** A JSON value as text, cut to the length of a line. */
+/** A JSON value as text, shortened to the length of a line. */
 std::string describe(const nlohmann::json &value);
 
-/** How long a server was waited for, as text. */
+/** Formats a waiting time. */
 std::string within(std::chrono::milliseconds timeout);
 
-/** How often a link is opened while the server has not noticed yet that the host before is gone. */
+/** How often to connect while the server has not yet detected that the previous host has disconnected. */
 inline constexpr int attempts_while_busy = 100;
 
-/** What kind of link leads to the server. */
+/** Properties of the link to the server. */
 struct link_traits
 {
-    bool serial = false;           /**< it has a baud rate of its own */
-    bool closes_with_host = false; /**< the server can notice that its host is gone */
+    bool serial = false;           /**< it has a baud rate */
+    bool closes_with_host = false; /**< the server can detect that its host has disconnected */
 };
 
-/** A reading of the server's clock, at a moment between two of the host's clock. */
+/** A reading of the server's clock, taken between two readings of the host's clock. */
 struct clock_reading
 {
     std::chrono::duration<double> uptime{};
@@ -90,50 +90,50 @@ public:
 
     /**
      * @param open_links  opens a link to the server
-     * @param traits      what kind of link that is
-     * @param timeouts    how long to wait for what
-     * @param now         the clock by which the links wait
+     * @param traits      properties of the link
+     * @param timeouts    how long to wait
+     * @param now         the clock of the links
      */
     bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts, time_source now);
 
     /** Connects to the server, for the first time or again, and ends its session. */
     void connect();
 
-    /** Lets the host go: closes the link. */
+    /** Closes the link. */
     void disconnect();
 
-    /** Brings the server to rest, whatever a case left behind. */
+    /** Makes the server idle, whatever the previous case left behind. */
     void rest();
 
-    /** What the server said of itself when it was connected. */
+    /** What the server reported about itself after connecting. */
     [[nodiscard]] const server_info &server() const;
 
     /**
-     * Ends the case as skipped unless the server's ticks are fine enough to compare times.
+     * Skips the case unless the resolution of the server's ticks is good enough to compare times.
      *
      * @return ticks per second
      */
     double require_ticks() const;
 
-    /** What kind of link leads to the server. */
+    /** Properties of the link to the server. */
     [[nodiscard]] const link_traits &traits() const noexcept
     {
         return traits_;
     }
 
-    /** How long to wait for what. */
+    /** The time-outs. */
     [[nodiscard]] const client_timeouts &timeouts() const noexcept
     {
         return timeouts_;
     }
 
-    /** A moment from now, by the clock of the links. */
+    /** The time after a duration from now, by the clock of the links. */
     [[nodiscard]] time_point after(std::chrono::milliseconds span) const;
 
-    /** The time left until a moment; none when it is over. */
+    /** The time left until a moment; 0 if it has passed. */
     [[nodiscard]] std::chrono::milliseconds time_until(time_point moment) const;
 
-    /** Opens one more link, while the host is gone. */
+    /** Opens another link, while the host is disconnected. */
     [[nodiscard]] std::unique_ptr<link> open_link() const;
 
     /** The link to the server. */
@@ -142,37 +142,37 @@ public:
         return *line_;
     }
 
-    /** The connected sensors; ends the case as skipped when there are none. */
+    /** The connected sensors; skips the case if there are none. */
     [[nodiscard]] const std::vector<unsigned> &sensors() const;
 
-    /** Sends bytes as they are. */
+    /** Sends bytes unchanged. */
     void send(std::string_view bytes);
 
-    /** Bytes sent since the bench exists. */
+    /** Number of bytes sent since the bench was created. */
     [[nodiscard]] uint64_t bytes_sent() const noexcept
     {
         return bytes_sent_;
     }
 
-    /** The next message that is not a log line; nothing when none comes in time. */
+    /** Receives the next message that is not a log line; nothing if none arrives in time. */
     std::optional<message> receive(std::chrono::milliseconds timeout);
 
-    /** The next message, which must come within the time-out of an answer. */
+    /** Receives the next message, which must arrive within the answer time-out. */
     message next(const std::string &awaited);
 
-    /** Sends a command, which must be answered as executed; returns the answer. */
+    /** Sends a command, which must succeed; returns the answer. */
     message execute(const nlohmann::json &command);
 
-    /** Sends a line, which must be refused with a code. */
+    /** Sends a line, which must be refused with an error code. */
     void refuse(std::string_view line, const std::string &code);
 
-    /** Asks for the statistics, and reads the clock by them. */
+    /** Requests the statistics, and takes a clock reading from them. */
     message statistics();
 
-    /** Reads the server's clock; ends the case as failed when the statistics lack it. */
+    /** Reads the server's clock; fails the case if it is not in the statistics. */
     clock_reading read_clock();
 
-    /** The first reading of the clock since the server was connected. */
+    /** The first clock reading since connecting. */
     [[nodiscard]] const std::optional<clock_reading> &first_reading() const noexcept
     {
         return first_reading_;
@@ -181,43 +181,44 @@ public:
     /** Checks that the server executes the next command. */
     void ping();
 
-    /** Measures how long a number of bytes is on its way, by answers to long and short commands: the least of
-     * three. */
+    /** Measures the transfer time of a number of bytes from the answer times of long and short commands;
+     * returns the shortest of three results. */
     std::chrono::milliseconds time_to_receive(size_t size);
 
-    /** Sets up a session; its configuration must be accepted. */
+    /** Configures a session; the server must accept it. */
     const session_metadata &configure(const nlohmann::json &configuration);
 
     /** Measures one frame and checks it. */
     frame measure();
 
-    /** The next frame of a stream, checked. */
+    /** Receives and checks the next frame of a stream. */
     frame next_frame();
 
     /** Whether a message is a frame. */
     [[nodiscard]] static bool is_frame(const message &received);
 
-    /** Checks a frame: its payload and its shape fit the metadata, and no tick goes back. */
+    /** Checks a frame: its payload and structure fit the metadata, and no tick goes back. */
     frame check_frame(const message &received);
 
-    /** What ended a number of frames. */
+    /** The first message after a number of frames. */
     struct stream_end
     {
         message answer;
         unsigned frames = 0;
     };
 
-    /** The next message that is not a frame, within the time-out of an answer; checks the frames before it.
+    /** Receives the next message that is not a frame, within the answer time-out; checks the frames before
+     * it.
      */
     stream_end next_after_frames(const std::string &awaited);
 
-    /** Sends a command that ends a stream, checks the frames before its answer; returns their number. */
+    /** Sends a command that ends a stream, and checks the frames before its answer; returns their number. */
     unsigned end_stream(const std::string &command);
 
-    /** Has the server send its log; @p level as in the command "log". */
+    /** Makes the server send its log; @p level as in the command "log". */
     void forward_log(const std::string &level);
 
-    /** Takes the log lines received so far. */
+    /** Returns and removes the log lines received so far. */
     std::vector<log_line> take_log();
 
 private:
@@ -234,13 +235,13 @@ private:
     link *line_ = nullptr; /**< owned by host_ */
     uint64_t bytes_sent_ = 0;
     std::shared_ptr<const session_metadata> metadata_;
-    std::vector<uint32_t> ticks_; /**< of the items of the last frame */
+    std::vector<uint32_t> ticks_; /**< ticks of the items in the last frame */
     std::vector<log_line> log_;
     std::optional<clock_reading> first_reading_;
-    std::optional<clock_reading> last_reading_; /**< nothing when the last statistics had none */
+    std::optional<clock_reading> last_reading_; /**< nothing if the last statistics had none */
 };
 
-/** An item that takes little time and few bytes on any board. */
+/** An item that needs little time and few bytes on any board. */
 nlohmann::json small_item(unsigned sensor);
 
 /** A session of one small item. */

@@ -1,5 +1,5 @@
 /** @file
- * Self-test: the clock of the board beside that of the host.
+ * Self-test: compares the clock of the board with the clock of the host.
  */
 #include <sstream>
 
@@ -13,19 +13,19 @@ namespace
 using nlohmann::json;
 using seconds = std::chrono::duration<double>;
 
-/** Least time over which the clocks are compared. */
+/** Minimum time over which the clocks are compared. */
 constexpr std::chrono::milliseconds least_span{2000};
 
-/** Time in which every clock goes on that is not virtual. */
+/** Time after which every clock that is not virtual must have advanced. */
 constexpr std::chrono::milliseconds rest_span{100};
 
-/** How far the clocks may differ. */
+/** Maximum relative difference between the clocks. */
 constexpr double tolerance = 0.02;
 
 /** The unit of "uptime_s". */
 constexpr seconds resolution{0.001};
 
-/** So slow that a virtual clock is well ahead of the host's after some frames. */
+/** So low that a virtual clock is far ahead of the host's clock after a few frames. */
 constexpr double slow_frame_rate = 0.2;
 
 /** Bounds of the host's time between two readings of the server's clock. */
@@ -50,8 +50,8 @@ std::string to_text(seconds span)
 }
 
 /**
- * Whether the clock jumps to the moment at which a sensor has measured, as a virtual clock does: it runs
- * ahead of the host's. That of a board that stands still at rest does not, however wrong it is.
+ * Whether the clock jumps to the end of a measurement, as a virtual clock does, and so runs ahead of the
+ * host's clock. A defective clock that stops while the board is idle does not.
  */
 bool jumps(bench &on)
 {
@@ -69,21 +69,22 @@ bool jumps(bench &on)
     return last.uptime - first.uptime > 2.0 * time_between(first, last).most;
 }
 
-/** Waits while the server is at rest. */
+/** Waits while the server is idle. */
 void rest_until(bench &on, bench::time_point end)
 {
     const auto received = on.receive(on.time_until(end));
-    check(!received, "nothing without a command", received ? describe(received->header) : std::string());
+    check(!received, "no message without a command", received ? describe(received->header) : std::string());
 }
 
-/** Checks that the clock goes on at rest; ends the case as skipped when it is virtual, and does not. */
+/** Checks that the clock advances while the server is idle; skips the case if it stops because it is virtual.
+ */
 void check_rest(bench &on)
 {
     const auto before = on.read_clock();
     rest_until(on, before.answered + rest_span);
     if (on.read_clock().uptime == before.uptime)
     {
-        check(jumps(on), "\"uptime_s\" that grows while the server is at rest", "it stands still");
+        check(jumps(on), "\"uptime_s\" that grows while the server is idle", "it does not change");
         throw case_skipped("the clock of the server is virtual");
     }
 }
@@ -107,7 +108,7 @@ void clock(bench &on)
 
 std::vector<selftest_case> clock_cases()
 {
-    return {{"the clock keeps time", "the counter of the board, which must run at 1 MHz", clock}};
+    return {{"the clock runs at the right rate", "the counter of the board, which must run at 1 MHz", clock}};
 }
 
 } // namespace vantor::selftest

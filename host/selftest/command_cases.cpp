@@ -1,5 +1,5 @@
 /** @file
- * Self-test: the commands and their answers.
+ * Self-test: commands and answers.
  */
 #include "selftest/selftest.h"
 
@@ -34,23 +34,23 @@ void check_number(const json &object, const char *name, int64_t least, int64_t m
           found == object.end() ? "no such member" : describe(*found));
 }
 
-/** Checks that a member is a text that is not empty. */
+/** Checks that a member is a non-empty string. */
 void check_text(const json &object, const char *name)
 {
     const auto found = object.find(name);
-    check(found != object.end() && found->is_string() && *found != "", quoted(name) + ": a text",
+    check(found != object.end() && found->is_string() && *found != "", quoted(name) + ": a string",
           found == object.end() ? "no such member" : describe(*found));
 }
 
-/** Largest number of a 32-bit counter. */
+/** Largest value of a 32-bit counter. */
 constexpr int64_t largest = std::numeric_limits<uint32_t>::max();
 
-/** Checks which sensors a server says are connected. */
+/** Checks which sensors a server reports as connected. */
 void check_sensors(const json &identity)
 {
     check_number(identity, "sensor_count", 1, std::numeric_limits<uint16_t>::max());
     const auto &connected = array_member(identity, "connected_sensors");
-    const std::string expected = "\"connected_sensors\": rising numbers of sensors, at least one";
+    const std::string expected = "\"connected_sensors\": ascending numbers of sensors, at least one";
     check(!connected.empty(), expected, describe(connected));
     json before = 0;
     for (const auto &id : connected)
@@ -61,7 +61,7 @@ void check_sensors(const json &identity)
     }
 }
 
-/** Checks what a server reports of its memory. */
+/** Checks what a server reports about its memory. */
 void check_memory(const json &memory)
 {
     check_number(memory, "size", 1, largest);
@@ -71,13 +71,13 @@ void check_memory(const json &memory)
     check_number(memory, "failures", 0, largest);
 }
 
-/** Checks what a server reports of its board. */
+/** Checks what a server reports about its board. */
 void check_board(const json &board)
 {
     check(board.is_object(), "\"board\": an object", describe(board));
     for (const char *name : {"name", "id", "reset_cause", "last_fault", "sensors"})
     {
-        check(!board.contains(name) || board[name].is_string(), quoted(name) + ": a text", describe(board));
+        check(!board.contains(name) || board[name].is_string(), quoted(name) + ": a string", describe(board));
     }
 }
 
@@ -113,7 +113,7 @@ void ping(bench &on)
     }
 }
 
-/** Commands sent ahead are answered one by one, in their order. */
+/** Several commands sent at once are answered one by one, in order. */
 void commands_ahead(bench &on)
 {
     on.send("{\"command\":\"ping\"}\n{\"command\":\"bing\"}\r\n\n{\"command\":\"end\"}\n");
@@ -142,7 +142,7 @@ void session(bench &on)
         on.execute({{"command", "start"}});
         receive_frames(on, 3);
         on.end_stream("stop");
-        // No frame comes before this answer.
+        // No frame must arrive before this answer.
         on.ping();
     }
     on.execute({{"command", "end"}});
@@ -159,7 +159,7 @@ void frames_on_demand(bench &on)
     on.execute({{"command", "end"}});
 }
 
-/** The calibration that a session reports spares the next session the calibration. */
+/** The next session uses the calibration that a session reports. */
 void calibrations(bench &on)
 {
     constexpr size_t digits = 480;
@@ -173,11 +173,11 @@ void calibrations(bench &on)
     configuration["calibration_info"] = first;
     const auto second = on.configure(configuration).document.value("calibration_info", json());
     check(second.is_array() && second.size() == 1 && second[0].value("data", json()) == first[0]["data"],
-          "the calibration that was handed back", describe(second));
+          "the calibration that was sent", describe(second));
     on.measure();
 }
 
-/** The statistics before and after some commands, and the bytes between. */
+/** The statistics before and after some commands agree with the bytes transferred. */
 void statistics(bench &on)
 {
     const auto first = on.statistics();
@@ -206,8 +206,7 @@ void statistics(bench &on)
           describe(last.header));
 }
 
-/** The server sends log lines from the level on that it was asked for, and none when it was asked for none.
- */
+/** The server sends log lines of at least the requested level, and none after the level was set to "OFF". */
 void log_lines(bench &on)
 {
     on.forward_log("INFO");
@@ -224,7 +223,8 @@ void log_lines(bench &on)
     on.configure(small_session(on));
     on.execute({{"command", "end"}});
     const auto more = on.take_log();
-    check(more.empty(), "no log lines after the level OFF", std::to_string(more.size()) + " lines");
+    check(more.empty(), "no log lines after the level was set to OFF",
+          std::to_string(more.size()) + " lines");
 }
 
 } // namespace
@@ -233,18 +233,21 @@ std::vector<selftest_case> command_cases()
 {
     return {
         {"identify describes the server",
-         "the record that the port hands to zet_vantor_server_init, and the connections of the sensors",
+         "the record that the port passes to zet_vantor_server_init, and the connections of the sensors",
          identify},
-        {"ping is answered", "that the port sends all that the server writes, at once", ping},
-        {"commands sent ahead are answered in their order",
-         "that the port keeps what is received while the server works", commands_ahead},
+        {"ping is answered", "that the port sends everything the server writes, without delay", ping},
+        {"several commands sent at once are answered in order",
+         "that the port keeps the bytes that arrive while the server is busy", commands_ahead},
         {"a session runs from configure to end",
          "interrupt line and supply of the sensor, and the server's log", session},
-        {"frames come on demand", "interrupt line of the sensor, and the server's log", frames_on_demand},
-        {"a calibration can be handed back", "transfers from and to the sensor, and memory for long commands",
+        {"frames are measured on demand", "interrupt line of the sensor, and the server's log",
+         frames_on_demand},
+        {"a calibration can be reused", "transfers from and to the sensor, and memory for long commands",
          calibrations},
-        {"stats counts what was sent and received", "that the port loses and doubles no bytes", statistics},
-        {"log lines come from a level on", "that the board's log goes to zet_vantor_server_log", log_lines},
+        {"stats counts what was sent and received", "that the port does not lose or duplicate bytes",
+         statistics},
+        {"the log level selects which lines are sent",
+         "that the board passes its log to zet_vantor_server_log", log_lines},
     };
 }
 

@@ -1,5 +1,5 @@
 /** @file
- * Self-test: frames, their shape, their ticks, their number.
+ * Self-test: structure, ticks and number of frames.
  */
 #include "selftest/selftest.h"
 
@@ -14,7 +14,7 @@ namespace
 
 using nlohmann::json;
 
-/** Most groups in a session. */
+/** Maximum number of groups in a session. */
 constexpr size_t most_groups = 10;
 
 /** Checks some frames of a session. */
@@ -73,11 +73,12 @@ void sensors_one_after_the_other(bench &on)
     check_frames(on, groups);
 }
 
-/** A stream that the server paces: the ticks, and how many frames were left out after how many were sent. */
+/** A stream paced by the server: the ticks, and the number of frames left out for each number of frames sent.
+ */
 class paced_stream
 {
 public:
-    /** Measures a frame on demand; then receives frames of the stream, with the statistics after each. */
+    /** Measures a frame on demand; then receives frames of the stream, with statistics after each. */
     paced_stream(bench &on, size_t count) : on_(on)
     {
         last_tick_ = on.measure().items()[0].tick;
@@ -95,9 +96,8 @@ public:
     }
 
     /**
-     * Checks that there is a moment, after the frame on demand, from which on each frame has its place on the
-     * grid of the period: not before it was due, and before the next frame that the server says it sent was
-     * due.
+     * Checks that the frames fit a grid of the period that starts at some moment after the frame on demand:
+     * each frame is measured after it was due, and before the next frame that was not left out was due.
      */
     void check_places(int64_t period) const
     {
@@ -111,14 +111,14 @@ public:
                 std::max(earliest_start, ticks_[k] - (place + 1 + most_left_out(k + 1)) * period);
             check(earliest_start < latest_start,
                   "a frame every " + std::to_string(period) +
-                      " ticks, never early, except those that \"frames_left_out\" counts",
+                      " ticks, never early, except for those counted in \"frames_left_out\"",
                   "frame " + std::to_string(k + 1) + " with a tick " + std::to_string(ticks_[k] - ticks_[0]) +
                       " after the first one, " + std::to_string(left_out_.rbegin()->second) + " left out");
         }
     }
 
 private:
-    /** Takes a frame or statistics; true for statistics. */
+    /** Receives a frame or statistics; true for statistics. */
     bool take_message(size_t count)
     {
         const auto received = on_.receive(on_.time_until(deadline_));
@@ -138,13 +138,13 @@ private:
         return true;
     }
 
-    /** A frame and the statistics after it may take as long as a frame on demand. */
+    /** Extends the deadline: a frame and the statistics after it may take as long as a frame on demand. */
     void await_statistics()
     {
         deadline_ = on_.after(on_.timeouts().frame);
     }
 
-    /** Keeps the tick of a frame and asks for the statistics. */
+    /** Stores the tick of a frame and requests the statistics. */
     void take_frame(const frame &received, size_t count)
     {
         if (ticks_.size() == count)
@@ -152,20 +152,20 @@ private:
             return;
         }
         const auto tick = received.items()[0].tick;
-        check(tick != last_tick_, "a tick of its own for each frame", std::to_string(tick) + " twice");
-        // Of 32 bits, that start again at 0.
+        check(tick != last_tick_, "a different tick for each frame", std::to_string(tick) + " twice");
+        // In 32 bits, since ticks wrap around.
         ticks_.push_back((ticks_.empty() ? 0 : ticks_.back()) + uint32_t{tick - last_tick_});
         last_tick_ = tick;
         on_.send("{\"command\":\"stats\"}\n");
     }
 
-    /** The least that may have been left out after this many frames. */
+    /** Minimum number of frames left out after this many frames. */
     [[nodiscard]] int64_t fewest_left_out(size_t sent) const
     {
         return std::prev(left_out_.upper_bound(sent))->second;
     }
 
-    /** The most that may have been left out after this many frames. */
+    /** Maximum number of frames left out after this many frames. */
     [[nodiscard]] int64_t most_left_out(size_t sent) const
     {
         const auto found = left_out_.lower_bound(sent);
@@ -173,11 +173,11 @@ private:
     }
 
     bench &on_;
-    bench::time_point deadline_; /**< of the next statistics */
+    bench::time_point deadline_; /**< for the next statistics */
     uint64_t frames_before_ = 0;
     int64_t left_out_before_ = 0;
-    uint32_t last_tick_ = 0;               /**< at first that of a frame on demand */
-    std::vector<int64_t> ticks_;           /**< since that frame */
+    uint32_t last_tick_ = 0;               /**< initially of the frame on demand */
+    std::vector<int64_t> ticks_;           /**< relative to that frame */
     std::map<uint64_t, int64_t> left_out_; /**< by the number of frames sent */
 };
 
@@ -206,7 +206,7 @@ void many_frames(bench &on)
     }
     const auto received = count + on.end_stream("stop");
     const auto sent = on.statistics().header.at("frames").get<uint64_t>() - before;
-    check(received == sent, std::to_string(sent) + " frames, as \"stats\" counts them",
+    check(received == sent, std::to_string(sent) + " frames, the number that \"stats\" reports",
           std::to_string(received) + " frames");
 }
 
@@ -216,11 +216,12 @@ std::vector<selftest_case> frame_cases()
 {
     return {
         {"each sensor measures alone", "supply, select and interrupt lines of the sensor", each_sensor_alone},
-        {"all sensors measure at once", "that no two sensors share a line, and memory", all_sensors_at_once},
+        {"all sensors measure at the same time", "that no two sensors share a line, and memory",
+         all_sensors_at_once},
         {"sensors measure one after the other", "memory, and the server's log", sensors_one_after_the_other},
-        {"frames keep the pace",
-         "clock and sleep of the board: its rate, its wrap, the order of its interrupts", pace},
-        {"1,000 frames come without a gap", "that the port loses no bytes when the line is busy",
+        {"frames keep the configured rate",
+         "clock and sleep of the board: rate and wrap-around of the clock, order of the interrupts", pace},
+        {"1,000 frames arrive without a gap", "that the port does not lose bytes when the line is busy",
          many_frames},
     };
 }

@@ -1,5 +1,5 @@
 /** @file
- * Self-test: wrong input. Each is answered with its error, and the server works on.
+ * Self-test: wrong input. The server answers each with the right error, and continues to work.
  */
 #include <algorithm>
 
@@ -13,8 +13,8 @@ namespace
 using namespace std::string_literals;
 using std::chrono::milliseconds;
 
-/** Where to look when a server does not answer wrong input as it should. */
-constexpr const char *look_at_bytes = "that the port hands over every byte as it was received";
+/** What to check if a server does not answer wrong input as it should. */
+constexpr const char *look_at_bytes = "that the port passes on every byte unchanged";
 
 /** A case that sends wrong input, which must be refused. */
 selftest_case wrong_input(const std::string &name, const std::string &input, const std::string &code)
@@ -25,21 +25,21 @@ selftest_case wrong_input(const std::string &name, const std::string &input, con
             }};
 }
 
-/** Arrays in one another, too many of them. */
+/** A command with too many nested arrays. */
 std::string deep_nesting()
 {
-    // Of the arrays; the command is one level deeper.
+    // Levels of arrays; the command adds one level.
     constexpr size_t depth = 16;
     return "{\"command\":" + std::string(depth, '[') + std::string(depth, ']') + "}\n";
 }
 
-/** Longest line that is tried: no board has that much memory for one. */
+/** Length at which the test gives up: no board has that much memory for a line. */
 constexpr size_t longest_line = size_t{1} << 18U;
 
-/** How much of it is sent at once. */
+/** Number of bytes to send at once. */
 constexpr size_t piece_size = 1024;
 
-/** How long the server has for what is still on its way when it has refused the line. */
+/** How long to wait for more messages after the server has refused the line. */
 constexpr milliseconds pause_after_line{300};
 
 /** Sends a line without an end until the server refuses it, no faster than the server receives. */
@@ -66,7 +66,7 @@ void line_too_long(bench &on)
     check(refused->header.value("code", nlohmann::json()) == "line_too_long", expected,
           describe(refused->header));
     const auto more = on.receive(pause_after_line);
-    check(!more, "a single error for the line", more ? describe(more->header) : std::string());
+    check(!more, "only one error for the line", more ? describe(more->header) : std::string());
     on.send("\n");
     on.ping();
 }
@@ -88,7 +88,7 @@ void wrong_states(bench &on)
     on.configure(small_session(on));
     on.refuse(configure, "wrong_state");
     on.refuse("{\"command\":\"stop\"}\n", "wrong_state");
-    // The session is still there.
+    // The session still exists.
     on.measure();
     on.execute({{"command", "end"}});
 }
@@ -113,19 +113,19 @@ std::vector<selftest_case> input_cases()
 {
     return {
         wrong_input("text that is not JSON is refused", "this is not JSON\n", "bad_json"),
-        wrong_input("half a command is refused", "{\"command\":\"pi\n", "bad_json"),
+        wrong_input("an incomplete command is refused", "{\"command\":\"pi\n", "bad_json"),
         wrong_input("zero bytes are refused", "\0\0\0{\"command\":\"ping\"}\n"s, "bad_json"),
         wrong_input("bytes that are not UTF-8 are refused", "{\"command\":\"\x80\xFF\"}\n", "bad_json"),
-        wrong_input("two commands on a line are refused", "{\"command\":\"ping\"}{\"command\":\"ping\"}\n",
+        wrong_input("two commands on one line are refused", "{\"command\":\"ping\"}{\"command\":\"ping\"}\n",
                     "trailing_text"),
-        wrong_input("nesting too deep is refused", deep_nesting(), "nesting_too_deep"),
+        wrong_input("a command that is nested too deeply is refused", deep_nesting(), "nesting_too_deep"),
         wrong_input("a document that is not a command is refused", "[1,2,3]\n", "bad_command"),
         wrong_input("an unknown command is refused", "{\"command\":\"explode\"}\n", "unknown_command"),
         wrong_input("an unknown member is refused", "{\"command\":\"ping\",\"loud\":true}\n", "bad_argument"),
         {"a line that is too long is refused", "size and use of the port's line buffer", line_too_long},
         {"empty lines are ignored", look_at_bytes, empty_lines},
         {"commands in the wrong state are refused", "the server's log", wrong_states},
-        {"a wrong configuration is refused, and the next one works", "memory, and the server's log",
+        {"after a refused configuration, the next one works", "memory, and the server's log",
          refused_configurations},
     };
 }

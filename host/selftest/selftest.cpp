@@ -11,7 +11,7 @@ namespace vantor::selftest
 namespace
 {
 
-/** A case that failed. */
+/** The result of a case that failed. */
 case_result failed(const selftest_case &which, const std::string &expected, const std::string &got)
 {
     return {.name = which.name,
@@ -21,7 +21,7 @@ case_result failed(const selftest_case &which, const std::string &expected, cons
             .look_at = which.look_at};
 }
 
-/** Runs one case on a server at rest. */
+/** Runs one case on an idle server. */
 case_result run_case(const selftest_case &which, bench &on)
 {
     try
@@ -43,15 +43,15 @@ case_result run_case(const selftest_case &which, bench &on)
     }
     catch (const error &failure)
     {
-        return failed(which, "valid messages, each in time", failure.what());
+        return failed(which, "valid messages within the time limit", failure.what());
     }
     catch (const nlohmann::json::exception &failure)
     {
-        return failed(which, "messages with the members that the protocol describes", failure.what());
+        return failed(which, "messages with the documented members", failure.what());
     }
 }
 
-/** Brings the server to rest; the reason when it cannot be reached any more. */
+/** Makes the server idle; returns the reason if it can no longer be reached. */
 std::string bring_to_rest(bench &on)
 {
     try
@@ -82,7 +82,7 @@ std::vector<selftest_case> all_cases()
 void run_cases(bench &on, const std::function<void(const case_result &)> &report)
 {
     on.connect();
-    // Why the server cannot be reached any more.
+    // Why the server can no longer be reached.
     std::string lost;
     for (const auto &each : all_cases())
     {
@@ -97,14 +97,14 @@ void run_cases(bench &on, const std::function<void(const case_result &)> &report
         }
         else if (reached_before)
         {
-            report(failed(each, "a server that works on after the case before", lost));
+            report(failed(each, "a server that still works after the previous case", lost));
         }
         else
         {
             report({.name = each.name,
                     .outcome = verdict::skipped,
                     .expected = {},
-                    .got = "the server cannot be reached any more",
+                    .got = "the server can no longer be reached",
                     .look_at = {}});
         }
     }

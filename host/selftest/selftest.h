@@ -1,5 +1,5 @@
 /** @file
- * The self-test of a server: proves from the outside that a board and its port do what the protocol promises.
+ * The self-test of a server: tests over the link that a board and its port follow the protocol.
  */
 #ifndef VANTOR_SELFTEST_H
 #define VANTOR_SELFTEST_H
@@ -13,15 +13,15 @@
 namespace vantor::selftest
 {
 
-/** One thing that is proved. */
+/** A case of the self-test. */
 struct selftest_case
 {
     std::string name;
-    std::string look_at; /**< where the fault is to be looked for when the case fails */
+    std::string look_at; /**< what to check if the case fails */
     std::function<void(bench &)> run;
 };
 
-/** How a case ended. */
+/** The outcome of a case. */
 enum class verdict
 {
     passed,
@@ -29,43 +29,43 @@ enum class verdict
     skipped,
 };
 
-/** A case and how it ended. */
+/** The result of a case. */
 struct case_result
 {
     std::string name;
     verdict outcome = verdict::passed;
-    std::string expected; /**< of a failed case */
-    std::string got;      /**< of a failed case; of a skipped one the reason */
-    std::string look_at;  /**< of a failed case */
+    std::string expected; /**< for a failed case */
+    std::string got;      /**< for a failed case; the reason for a skipped one */
+    std::string look_at;  /**< for a failed case */
 };
 
-/** The commands and their answers. */
+/** Commands and answers. */
 std::vector<selftest_case> command_cases();
 
 /** Wrong input. */
 std::vector<selftest_case> input_cases();
 
-/** Frames: their shape, their ticks, their number. */
+/** Structure, ticks and number of frames. */
 std::vector<selftest_case> frame_cases();
 
-/** The clock of the board beside that of the host. */
+/** The clock of the board, compared with the clock of the host. */
 std::vector<selftest_case> clock_cases();
 
 /** The baud rate of the link. */
 std::vector<selftest_case> baudrate_cases();
 
-/** Broken sessions, lost hosts, memory. */
+/** Interrupted sessions, lost hosts, memory. */
 std::vector<selftest_case> session_cases();
 
 /** All cases, in the order in which they run. */
 std::vector<selftest_case> all_cases();
 
 /**
- * Runs all cases, each on a server at rest.
+ * Runs all cases, each on an idle server.
  *
  * @param on      the server
- * @param report  is called after each case
- * @throws the exceptions of the client when the server cannot be reached at all
+ * @param report  called after each case
+ * @throws the exceptions of the client if the server cannot be reached at all
  */
 void run_cases(bench &on, const std::function<void(const case_result &)> &report);
 

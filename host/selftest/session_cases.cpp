@@ -1,5 +1,5 @@
 /** @file
- * Self-test: broken sessions, lost hosts, memory.
+ * Self-test: interrupted sessions, lost hosts, memory.
  */
 #include "selftest/selftest.h"
 
@@ -28,7 +28,7 @@ void end_while_streaming(bench &on)
         on.execute({{"command", "start"}});
         on.next_frame();
         on.end_stream("end");
-        // No frame comes before this answer.
+        // No frame must arrive before this answer.
         on.ping();
     }
 }
@@ -42,7 +42,7 @@ void configure_while_streaming(bench &on)
     const std::string awaited = "the error \"wrong_state\"";
     const auto received = on.next_after_frames(awaited).answer;
     check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
-    // The stream goes on.
+    // The stream continues.
     on.next_frame();
     on.end_stream("stop");
 }
@@ -53,7 +53,7 @@ bool is_busy(const message &received)
     return received.header.value("code", json()) == "busy";
 }
 
-/** The first message that arrives over a link, within the time-out of an answer. */
+/** Receives the first message over a link, within the answer time-out. */
 message first_message(const bench &on, link &line, const std::string &awaited)
 {
     const auto deadline = on.after(on.timeouts().answer);
@@ -71,7 +71,7 @@ message first_message(const bench &on, link &line, const std::string &awaited)
     }
 }
 
-/** The first message that answers "stop" over a link of its own. */
+/** Sends "stop" over a new link and returns the first message. */
 message answer_to_stop(bench &on, const std::string &awaited)
 {
     constexpr std::string_view command = "{\"command\":\"stop\"}\n";
@@ -80,11 +80,11 @@ message answer_to_stop(bench &on, const std::string &awaited)
     return first_message(on, *line, awaited);
 }
 
-/** Checks that no session is left for the next host. */
+/** Checks that the next host finds no session. */
 void check_no_session(bench &on)
 {
     const std::string awaited =
-        "the error \"wrong_state\" to \"stop\", since the session ended with its host";
+        "the error \"wrong_state\" to \"stop\", since the session must end when its host disconnects";
     auto received = answer_to_stop(on, awaited);
     for (int attempt = 1; attempt < attempts_while_busy && is_busy(received); ++attempt)
     {
@@ -93,7 +93,7 @@ void check_no_session(bench &on)
     check(received.header.value("code", json()) == "wrong_state", awaited, describe(received.header));
 }
 
-/** Disconnects while frames are streamed. */
+/** Disconnects during a stream. */
 void disconnect_while_streaming(bench &on)
 {
     on.configure(small_session(on));
@@ -106,7 +106,7 @@ void lost_host(bench &on)
 {
     if (!on.traits().closes_with_host || on.server().max_baudrate > 0)
     {
-        throw case_skipped("this link does not show the server that its host is gone");
+        throw case_skipped("on this link the server cannot detect that its host has disconnected");
     }
     disconnect_while_streaming(on);
     check_no_session(on);
@@ -122,7 +122,7 @@ void returning_host(bench &on)
     }
 }
 
-/** The use of memory at rest. */
+/** The memory usage while idle. */
 memory_use memory_at_rest(bench &on)
 {
     const auto memory = decode_server_info(on.execute({{"command", "identify"}}).header).memory;
@@ -143,7 +143,7 @@ void memory(bench &on)
     }
     const auto after = memory_at_rest(on);
     const auto text = [](const memory_use &use) {
-        return std::to_string(use.live) + " bytes in use, largest free piece " +
+        return std::to_string(use.live) + " bytes in use, largest free block " +
                std::to_string(use.largest_free);
     };
     check(after.live == before.live && after.largest_free == before.largest_free,
@@ -155,14 +155,15 @@ void memory(bench &on)
 std::vector<selftest_case> session_cases()
 {
     return {
-        {"end in the middle of a stream ends it", "that the server gets its input between two frames",
+        {"end during a stream ends it", "that the server receives its input between two frames",
          end_while_streaming},
-        {"configure in the middle of a stream is refused",
-         "that the server gets its input between two frames", configure_while_streaming},
-        {"the session of a lost host ends", "that the port calls zet_vantor_server_link_lost", lost_host},
-        {"a host that left comes back", "that the link can be opened again, and forgets what was half sent",
+        {"configure during a stream is refused", "that the server receives its input between two frames",
+         configure_while_streaming},
+        {"a session ends when its host disconnects", "that the port calls zet_vantor_server_link_lost",
+         lost_host},
+        {"a host can reconnect", "that the link can be opened again, and drops a half-sent message",
          returning_host},
-        {"memory is as before after 20 sessions", "the allocator, and what the port allocates for a session",
+        {"20 sessions do not leak memory", "the allocator, and what the port allocates for a session",
          memory},
     };
 }

@@ -1,4 +1,4 @@
-"""Input from a confused or hostile host, over TCP and over a serial device."""
+"""What a confused or hostile host can send, over TCP and over a serial device."""
 
 import json
 import unittest
@@ -7,7 +7,7 @@ from vantor_process import Server, example
 
 
 class BadInput:
-    """Each test sends bad input and then checks that the server still works. Runs over each kind of link."""
+    """Each test sends wrong input and then checks that the server still works. Runs over each kind of link."""
 
     link = ()
 
@@ -23,7 +23,7 @@ class BadInput:
         self.host = self.enterContext(self.server.connect())
 
     def refused(self, data, code):
-        """Sends bytes, which must be refused with a code, and then runs a session."""
+        """Sends bytes, which must be refused with an error code, and then runs a complete session."""
         self.host.send(data)
         answer = self.host.message()[0]
         self.assertEqual((answer["status"], answer["code"], answer["payload_size"]), ("error", code, 0))
@@ -31,7 +31,7 @@ class BadInput:
         self.works()
 
     def works(self):
-        """Expects a session from configuration to frame to succeed."""
+        """A session from configuration to frame succeeds."""
         self.assertEqual(self.host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
         self.host.command("frame")
         self.assertIn("result_info", self.host.message()[0])
@@ -43,7 +43,7 @@ class BadInput:
     def test_stray_bytes_on_the_line_of_the_first_command(self):
         self.refused(b'\x80\x80{"command":"ping"}\n', "bad_json")
 
-    def test_empty_lines_are_ignored(self):
+    def test_empty_lines_are_nothing(self):
         self.host.send(b"\n\r\n\n")
         self.works()
 
@@ -100,7 +100,7 @@ class BadInput:
     def test_configure_without_configuration(self):
         self.refused(b'{"command":"configure"}\n', "bad_argument")
 
-    def test_a_configuration_refused_without_a_message(self):
+    def test_a_configuration_that_stores_no_message(self):
         self.refused(b'{"command":"configure","configuration":{"groups":[[]]}}\n', "configuration_refused")
 
     def test_every_configuration_error_has_its_code(self):
@@ -135,7 +135,7 @@ class BadInput:
                 command = {"command": "configure", "configuration": configuration}
                 self.refused(json.dumps(command).encode() + b"\n", code)
 
-    def test_garbage_while_streaming_does_not_affect_frames(self):
+    def test_garbage_while_streaming_disturbs_no_frame(self):
         self.assertEqual(self.host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
         self.host.ask("start")
         self.host.send(b"\x00garbage\n")
@@ -154,7 +154,7 @@ class BadInput:
     def test_a_line_feed_resynchronises(self):
         self.refused(b'{"command":"pi\n', "bad_json")
 
-    def test_half_a_command_is_discarded_when_the_host_disconnects(self):
+    def test_half_a_command_is_forgotten_when_the_host_leaves(self):
         with self.server.connect_again(self.host) as host:
             host.send(b'{"command":"pi')
             with self.server.connect_again(host) as self.host:

@@ -1,4 +1,4 @@
-"""Every command of `vantor`, as a user types it: its output, its files, its exit code."""
+"""Every command of `vantor` as a user types it: its output, its files, its exit code."""
 
 import array
 import json
@@ -39,13 +39,13 @@ class CommandTest(unittest.TestCase):
         return os.path.join(self.folder, *names)
 
     def succeeds(self, *arguments):
-        """Runs a command that must succeed without a message; returns its output."""
+        """Runs a command that succeeds without an error message; returns its output."""
         result = vantor(*arguments, cwd=self.folder)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         return result.stdout
 
     def fails(self, code, text, *arguments):
-        """Runs a command that must fail with an exit code and a message."""
+        """Runs a command that fails with an exit code and a message."""
         result = vantor(*arguments, cwd=self.folder)
         self.assertEqual(result.returncode, code, result.stderr)
         self.assertIn(text, result.stderr)
@@ -63,23 +63,21 @@ class CommandTest(unittest.TestCase):
         return self.path(name)
 
     def open_terminal(self):
-        """
-        Opens a terminal; returns our end and the command's end. Both stay open, because closing could lose data.
-        """
+        """A terminal: our end and the end of a command. Both stay open: a close may lose bytes in transit."""
         ends = pty.openpty()
         for end in ends:
             self.addCleanup(os.close, end)
         return ends
 
     def read_until(self, end, pattern):
-        """Reads from our end of a terminal until a pattern matches."""
+        """Reads from our end of a terminal until a pattern has arrived."""
         shown = ""
         while not re.search(pattern, shown):
             self.assertTrue(select.select([end], [], [], TIME_OUT)[0], f"{pattern!r} is not in {shown!r}")
             shown += os.read(end, 65536).decode()
 
     def data(self, recording, name="group-1-item-1"):
-        """The samples of an item, alternating real and imaginary parts."""
+        """The samples of an item, with alternating real and imaginary parts."""
         samples = array.array("h")
         with open(os.path.join(recording, name + ".sigmf-data"), "rb") as file:
             samples.frombytes(file.read())
@@ -110,7 +108,7 @@ class Identify(CommandTest):
     def test_over_every_link(self):
         for link in LINKS:
             with self.subTest(link), Server(*link, "--sensors", "3", "--name", "shelf", "--id", "42") as server:
-                self.assertIn("\nboard      shelf\nid         42\nsensors    k330, 3 places, connected: 1, 2, 3; simulated\n",
+                self.assertIn("\nboard      shelf\nid         42\nsensors    k330, 3 slots, connected: 1, 2, 3; simulated\n",
                               self.succeeds("identify", "--connect", server.address))
                 about = json.loads(self.succeeds("identify", "--connect", server.address, "--json"))
                 self.assertEqual(about["address"].partition("@")[0], server.address)
@@ -120,7 +118,7 @@ class Identify(CommandTest):
         about = json.loads(self.succeeds("identify", "--connect", "sim:--sensors 7", "--json"))
         self.assertEqual(about["sensor_count"], 7)
         self.assertEqual(about["board"], {"name": "simulated board", "sensors": "simulated"})
-        self.assertIn("k330, 1 place, connected: 1; simulated\n", self.succeeds("identify", "--connect", "sim:--sensors 1"))
+        self.assertIn("k330, 1 slot, connected: 1; simulated\n", self.succeeds("identify", "--connect", "sim:--sensors 1"))
 
     def test_no_server(self):
         self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")
@@ -137,9 +135,9 @@ class Identify(CommandTest):
                 self.assertEqual((result.returncode, result.stdout), (4, ""))
                 self.assertIn(said, result.stderr)
                 self.assertTrue(result.stderr.endswith(
-                    "vantor: The simulated server has ended; its own message says why.\n"), result.stderr)
+                    "vantor: The simulated server has exited; see the message that it printed.\n"), result.stderr)
 
-    def test_not_a_server(self):
+    def test_something_else_than_a_server(self):
         answers = (b'{"status":"ok","command":"end","payload_size":0}\n'
                    b'{"status":"ok","command":"identify","payload_size":0,"sensor":7}\n')
 
@@ -160,7 +158,7 @@ class Identify(CommandTest):
 
 class Scan(CommandTest):
     def silent_device(self):
-        """Creates a serial device on which nothing answers."""
+        """A serial device without a server."""
         device, other_end = pty.openpty()
         self.addCleanup(os.close, device)
         self.addCleanup(os.close, other_end)
@@ -181,15 +179,15 @@ class Scan(CommandTest):
             found = json.loads(self.succeeds("scan", name, "--json", "--baudrate", "921600"))
             self.assertEqual([server["address"] for server in found], [f"serial:{name}@921600"])
 
-    def test_no_answer(self):
+    def test_silence(self):
         device = self.silent_device()
         self.fails(4, f"{device} does not answer.", "scan", device)
         self.assertEqual(json.loads(self.fails(4, "no serial device answers", "scan", device, "--json")), [])
 
-    def test_a_device_that_never_stops_sending(self):
+    def test_a_device_that_sends_on_and_on(self):
         end = b'{"status":"ok","command":"end","payload_size":0}\n'
         for name, first, more in (("a message that never ends", b'{"status":"ok","payload_size":1000000}\n', b"x"),
-                                  ("a truncated answer", end + b'{"status":', b""),
+                                  ("an answer cut short", end + b'{"status":', b""),
                                   ("messages", b"", b'{"status":"ok","command":"ping","payload_size":0}\n')):
             with self.subTest(name):
                 ours, device = pty.openpty()
@@ -210,17 +208,17 @@ class Scan(CommandTest):
                 self.assertEqual(result.returncode, 4, result.stdout)
                 self.assertIn("does not answer.", result.stderr)
 
-    def test_a_device_that_does_not_exist(self):
+    def test_a_device_that_is_not_there(self):
         self.fails(4, "/dev/nothing", "scan", "/dev/nothing")
 
 
 class Validate(CommandTest):
-    def test_examples_are_valid(self):
+    def test_examples_have_no_fault(self):
         for file in (ONE_SENSOR, TWO_SENSORS):
-            self.assertIn("no fault found", self.succeeds("validate", file))
+            self.assertEqual(f"{file}: valid\n", self.succeeds("validate", file))
             self.assertEqual(json.loads(self.succeeds("validate", file, "--json")), {"valid": True, "faults": []})
 
-    def test_a_fault_is_printed_with_its_place_and_the_allowed_values(self):
+    def test_a_fault_is_reported_with_its_place_and_what_is_allowed(self):
         configuration = example("single_sensor.json")
         configuration["groups"][0][0]["config"]["profile"] = 6
         file = self.write("wrong.json", configuration)
@@ -238,7 +236,7 @@ class Validate(CommandTest):
 
 
 class Record(CommandTest):
-    def test_a_new_directory_by_default(self):
+    def test_a_directory_of_its_own_by_default(self):
         output = self.succeeds("record", ONE_SENSOR, "--frames", "3", "--connect", FAST)
         recording = self.path(output.rpartition("recording: ")[2].strip())
         self.assertEqual(os.path.dirname(recording), self.path("recordings"))
@@ -252,7 +250,7 @@ class Record(CommandTest):
         self.assertGreater(summary["frames"], 0)
         self.assertEqual(len(self.data(self.path("timed"))), 2 * summary["frames"] * 8 * 160)
 
-    def test_summary_in_json(self):
+    def test_summary_for_programs(self):
         summary = json.loads(self.succeeds("record", TWO_SENSORS, "--frames", "5", "--connect", FAST, "--output",
                                            self.path("r"), "--json"))
         self.assertEqual((summary["frames"], summary["interrupted"], summary["disturbances"]), (5, False, 0))
@@ -273,7 +271,7 @@ class Record(CommandTest):
         self.assertFalse(os.path.exists(self.path("recordings")))
 
     def test_progress_on_a_terminal_only(self):
-        # At 20 frames a second, this takes longer than the time to the first progress line.
+        # At 20 frames a second, none of which is early, they take longer than the time to the first line.
         arguments = [VANTOR, "record", ONE_SENSOR, "--frames", "8", "--output"]
         quiet = subprocess.run([*arguments, self.path("quiet")], capture_output=True, timeout=TIME_OUT, check=True)
         self.assertEqual(quiet.stderr, b"")
@@ -284,7 +282,7 @@ class Record(CommandTest):
 
 
 class Calibrate(CommandTest):
-    def test_a_session_with_a_calibration_does_not_calibrate(self):
+    def test_a_calibration_spares_the_next_session_its_own(self):
         scene = self.write("scene.json", {"faults": [{"kind": "failing_calibration", "sensor": number}
                                                      for number in (1, 2)]})
         refusing = f"{FAST} --scene {scene}"
@@ -313,7 +311,7 @@ class Calibrate(CommandTest):
 
 
 class Info(CommandTest):
-    def test_contents_of_a_recording(self):
+    def test_what_a_recording_contains(self):
         recording = self.record(frames=7)
         self.assertIn("7 frames, started ", self.succeeds("info", recording))
         about = json.loads(self.succeeds("info", recording, "--json"))
@@ -322,7 +320,7 @@ class Info(CommandTest):
         self.assertEqual([item["frames_lost"] for item in about["items"]], [0, 0, 0])
 
     def test_no_recording(self):
-        self.fails(3, "There is no recording", "info", self.path("nothing"))
+        self.fails(3, "does not exist: give the directory of a recording", "info", self.path("nothing"))
 
 
 class Plot(CommandTest):
@@ -338,7 +336,7 @@ class Plot(CommandTest):
             self.assertTrue(width > 800 and height > 600, f"{width} x {height}")
 
     def test_faults(self):
-        self.fails(3, "There is no recording", "plot", self.path("nothing"))
+        self.fails(3, "does not exist: give the directory of a recording", "plot", self.path("nothing"))
         self.fails(7, "missing", "plot", self.record(), "--output", self.path("missing", "picture.png"))
 
 
@@ -368,7 +366,8 @@ class Export(CommandTest):
             self.assertAlmostEqual(float(row[3]), (80 + 6 * point) * 0.0025, places=6)
 
     def test_no_recording(self):
-        self.fails(3, "There is no recording", "export", self.path("nothing"), "--format", "csv")
+        self.fails(3, "does not exist: give the directory of a recording", "export", self.path("nothing"),
+                   "--format", "csv")
 
 
 class Replay(CommandTest):
@@ -396,12 +395,12 @@ class Replay(CommandTest):
                               stderr=terminal, text=True) as process:
             self.addCleanup(process.kill)
             address = process.stdout.readline().removeprefix("listening on ").strip()
-            # At 50 frames a second, this takes longer than the time between two progress lines.
+            # At 50 frames a second, none of which is early, they take longer than the time between two lines.
             self.record(frames=15, name="copy", where=address)
         self.read_until(ours, r"\r[1-9]\d* frames, [\d.]+ frames/s")
 
     def ends_at_signal(self, number, hosts):
-        """Expects a signal to end a replay, also in the background of a script, where the shell ignores Ctrl-C."""
+        """A signal ends a replay, also in the background of a script, where the shell ignores Ctrl-C."""
         with subprocess.Popen([VANTOR, "replay", self.record(frames=2, name=f"r{number}-{hosts}")],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                               preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_IGN)) as process:
@@ -423,14 +422,14 @@ class Replay(CommandTest):
                     self.ends_at_signal(number, hosts)
 
     def test_faults(self):
-        self.fails(3, "There is no recording", "replay", self.path("nothing"))
+        self.fails(3, "does not exist: give the directory of a recording", "replay", self.path("nothing"))
         with socket.create_server(("127.0.0.1", 0)) as taken:
             self.fails(4, "another port", "replay", self.record(), "--tcp", taken.getsockname()[1])
 
 
 class Completion(CommandTest):
     def complete(self, *words):
-        """Returns the completions that the script for bash offers after some words."""
+        """The completions that the bash script offers after some words."""
         script = ('source <("$1" completion bash); shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _vantor; '
                   'printf "%s\\n" "${COMPREPLY[@]}"')
         result = subprocess.run(["bash", "-c", script, "bash", VANTOR, *words], capture_output=True, text=True,

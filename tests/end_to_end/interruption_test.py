@@ -1,4 +1,4 @@
-"""Recordings that end early: everything recorded until then is intact and readable."""
+"""Recordings that end early: everything recorded until then is intact."""
 
 import json
 import os
@@ -16,13 +16,13 @@ FRAME_SAMPLES = {"group-1-item-1": 480, "group-1-item-2": 440, "group-2-item-1":
 
 
 def children(process):
-    """Returns the child processes of a process."""
+    """The processes that a process has started."""
     with open(f"/proc/{process.pid}/task/{process.pid}/children", encoding="ascii") as file:
         return [int(number) for number in file.read().split()]
 
 
 def runs(number):
-    """Whether a process is still running."""
+    """Whether a process is running."""
     try:
         with open(f"/proc/{number}/stat", encoding="ascii") as file:
             return file.read().rpartition(")")[2].split()[0] != "Z"
@@ -46,7 +46,7 @@ class Interruption(unittest.TestCase):
         return process
 
     def check(self, complete=True):
-        """Checks the recording by the rules and with `vantor info`; returns the number of frames."""
+        """The recording follows the standard and `vantor` can read it; returns the number of frames."""
         check_recording(self.output, complete)
         info = vantor("info", self.output, "--json")
         self.assertEqual(info.returncode, 0, info.stderr)
@@ -58,12 +58,12 @@ class Interruption(unittest.TestCase):
         return about["frames"]
 
     def check_lengths(self, frames):
-        """Expects every item to have this number of frames."""
+        """Every item has this many frames."""
         for name, samples in FRAME_SAMPLES.items():
             self.assertEqual(os.path.getsize(os.path.join(self.output, name + ".sigmf-data")), frames * 4 * samples)
 
     def ends_at_signal(self, number):
-        """Expects a signal to end the recording cleanly."""
+        """A signal ends the recording cleanly."""
         process = self.start()
         process.send_signal(number)
         output, errors = process.communicate(timeout=TIME_OUT)
@@ -75,10 +75,10 @@ class Interruption(unittest.TestCase):
     def test_control_c(self):
         self.ends_at_signal(signal.SIGINT)
 
-    def test_a_request_to_terminate(self):
+    def test_a_request_to_end(self):
         self.ends_at_signal(signal.SIGTERM)
 
-    def test_the_terminal_is_closed(self):
+    def test_the_terminal_hangs_up(self):
         self.ends_at_signal(signal.SIGHUP)
 
     def test_a_hangup_that_is_ignored(self):
@@ -111,7 +111,7 @@ class Interruption(unittest.TestCase):
         self.assertIn("server", errors)
         self.check_lengths(self.check())
 
-    def test_a_serial_device_is_removed(self):
+    def test_a_serial_device_goes_away(self):
         server = Server("--pty")
         process = self.start("--connect", server.address)
         server.process.kill()
@@ -121,8 +121,8 @@ class Interruption(unittest.TestCase):
         self.assertIn("connection", errors)
         self.check_lengths(self.check())
 
-    def test_files_reach_their_size_limit(self):
-        # A write beyond the limit fails like one to a full disk, if the signal for it is ignored.
+    def test_files_can_no_longer_grow(self):
+        # A write beyond the bound fails like one to a full disk, if the signal that is also sent is ignored.
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         result = vantor("record", TWO_SENSORS, "--frames", 1000, "--connect", "sim:--clock virtual", "--output",
                         self.output, restore_signals=False,
@@ -139,7 +139,7 @@ class Interruption(unittest.TestCase):
         os.mkdir(disk)
         mount = f"mount -t tmpfs -o size=256k none '{disk}'"
         if subprocess.run([*in_namespace, mount], capture_output=True, check=False).returncode != 0:
-            self.skipTest("this machine does not allow mounting a small disk")
+            self.skipTest("this machine lets nobody mount a small disk")
         script = (f"{mount} && '{VANTOR}' record '{TWO_SENSORS}' --frames 1000 --connect 'sim:--clock virtual'"
                   f" --output '{disk}/recording'; code=$?; cp -r '{disk}/recording' '{self.output}'; exit $code")
         result = subprocess.run([*in_namespace, script], capture_output=True, text=True, timeout=TIME_OUT, check=False)
@@ -151,7 +151,7 @@ class Interruption(unittest.TestCase):
         self.check_lengths(frames)
 
     def leaves_no_server(self, *arguments):
-        """Expects a killed recording to be readable, and the server that it started to end by itself."""
+        """A recording that is killed can be read, and the server that it started exits."""
         process = self.start(*arguments)
         server, = children(process)
         process.kill()

@@ -1,29 +1,29 @@
-"""Checks the `tick` of every frame of a stream with a frame rate. Works on machines of any speed, with any load."""
+"""Checks the `tick` of every frame of a paced stream, on a machine of any speed and load."""
 
 import time
 
 TICKS_PER_SECOND = 1000000
 
-TICK_WRAP = 2**32  # the tick restarts at 0 after this number of ticks
+ROUND = 2**32  # the tick wraps around to 0
 
-# The server reports its uptime in milliseconds. Both ends of a duration may be rounded.
-UPTIME_TICK_WRAPING = 0.002
+# The server reports its uptime in milliseconds; both ends of a duration may be rounded.
+UPTIME_ROUNDING = 0.002
 
-# Divisors by which the rate is lowered, one after the other, until a busy machine can keep it.
+# Divisors of the rate, tried one after the other until a busy machine can keep the rate.
 SLOWER = (1, 1, 2, 4, 8, 16, 32)
 
 
 def tick_of(header):
-    """Returns the tick of the first item of a frame."""
+    """The tick of the first item of a frame."""
     return next(item for group in header["result_info"] for item in group)["tick"]
 
 
 def without_wraps(ticks):
-    """Returns ticks that continue to grow when the counter wraps. Each must be later than the previous one."""
+    """Ticks without wrap-around. Each is later than the one before."""
     unwrapped = [ticks[0]]
     for earlier, later in zip(ticks, ticks[1:]):
-        step = (later - earlier) % TICK_WRAP
-        if not 0 < step < TICK_WRAP // 2:
+        step = (later - earlier) % ROUND
+        if not 0 < step < ROUND // 2:
             raise AssertionError(f"the tick goes from {earlier} to {later}")
         unwrapped.append(unwrapped[-1] + step)
     return unwrapped
@@ -31,24 +31,25 @@ def without_wraps(ticks):
 
 def check_places(ticks, period, places, next_places):
     """
-    Checks that there is a start time for which every frame is on time: frame k at or after `places[k]` periods, and
-    not after the next frame is due, at `next_places[k]` periods.
+    Checks that all frames fit a grid that starts at some moment: frame k is measured `places[k]` periods after it or
+    later, but before the next frame is due, at `next_places[k]` periods.
     """
     ticks = without_wraps(ticks)
     latest_start = min(tick - place * period for tick, place in zip(ticks, places))
     earliest_start = max(tick - place * period for tick, place in zip(ticks, next_places))
     if earliest_start > latest_start:
-        raise AssertionError(f"ticks do not fit the period {period} at places {places} to {next_places}: {ticks}")
+        raise AssertionError(f"with a period of {period}, places {places} and then {next_places}: {ticks}")
 
 
 class ServerPacedStream:
     """
-    Some frames of a stream whose rate the server keeps on a real clock, and the number of frames left out after each,
-    as reported by the server. If a report came too late to belong to one frame, only its limits are known.
+    Frames of a stream that the server paces on a real clock, and the number of frames left out after each, as reported.
+
+    For a count that arrived too late to belong to a single frame, only bounds are known.
     """
 
     def __init__(self, host, count):
-        """Streams frames in a configured session."""
+        """Streams in a configured session."""
         self.host = host
         self.ticks = []
         before = host.ask("stats")
@@ -82,43 +83,43 @@ class ServerPacedStream:
                 self.left_out[sent] = header["frames_left_out"] - self.left_out_before
 
     def _fewest_left_out(self, sent):
-        """The smallest possible number of frames left out after this many frames."""
+        """The minimum number of frames left out after this many frames."""
         return max(left_out for number, left_out in self.left_out.items() if number <= sent)
 
     def _most_left_out(self, sent):
-        """The largest possible number of frames left out after this many frames."""
+        """The maximum number of frames left out after this many frames."""
         return min(left_out for number, left_out in self.left_out.items() if number >= sent)
 
     def total_left_out(self):
-        """The number of frames that the server has left out."""
+        """Frames that the server has left out."""
         return max(self.left_out.values())
 
     def check(self, period):
         """
-        Checks that no frame is early or sent twice, that the server reports all frames left out, that the ticks are
-        not faster than real time, and that the clock of the server is not slower.
+        Checks that no frame is early or sent twice, that the frames left out are those that the server reports, that
+        the ticks do not run faster than real time, and that the clock of the server does not run slower.
         """
         numbers = range(len(self.ticks))
         check_places(self.ticks, period, [k + self._fewest_left_out(k) for k in numbers],
                      [k + 1 + self._most_left_out(k + 1) for k in numbers])
         ticks = without_wraps(self.ticks)
         if (ticks[-1] - ticks[0]) / TICKS_PER_SECOND > 1.001 * self.seconds:
-            raise AssertionError(f"{ticks[-1] - ticks[0]} ticks in {self.seconds} s are too many")
-        # The first uptime was read before the start of `least_seconds`, and the second one after its end.
-        if self.uptime + UPTIME_TICK_WRAPING < 0.999 * self.least_seconds:
-            raise AssertionError(f"the server's clock advanced {self.uptime} s in {self.least_seconds} s")
+            raise AssertionError(f"{ticks[-1] - ticks[0]} ticks have passed in {self.seconds} s")
+        # The first uptime was read before `least_seconds` began, and the second one after it ended.
+        if self.uptime + UPTIME_ROUNDING < 0.999 * self.least_seconds:
+            raise AssertionError(f"the server counts {self.uptime} s, but {self.least_seconds} s have passed")
 
 
 def check_server_paced(host, configuration, rate, count):
     """
-    Checks frames of a session whose rate the server keeps. A busy machine may leave some out. Then the guarantees for
-    this case are checked, and the session is repeated at a lower rate until no frame is left out.
+    Checks frames of a session that the server paces. A busy machine may have to leave frames out: this is checked, too,
+    and the session is repeated at a lower rate until no frame is left out.
     """
     for slower in SLOWER:
         metadata = host.ask("configure", configuration={**configuration, "max_update_rate": rate / slower})
         period = TICKS_PER_SECOND * slower // rate
         if metadata["tick_period"] != period:
-            raise AssertionError(f"tick_period is {metadata['tick_period']}, expected {period}")
+            raise AssertionError(f"{metadata['tick_period']} ticks instead of {period}")
         stream = ServerPacedStream(host, count)
         stream.check(period)
         host.ask("end")
@@ -129,10 +130,10 @@ def check_server_paced(host, configuration, rate, count):
 
 def check_sensor_paced(headers, period):
     """
-    Checks frames of one item whose rate the sensor keeps. Frames that are not delayed must follow each other at the
-    period. Only a delayed frame may be late. The frames after it may have a new start time.
+    Checks frames of one item that the sensor paces. Frames that are not delayed are one period apart. Only a delayed
+    frame may be elsewhere, and the frames after it start a new grid.
 
-    Returns the number of delayed frames.
+    Returns how many frames are delayed.
     """
     delayed = [header["result_info"][0][0]["frame_delayed"] for header in headers]
     run = []

@@ -1,4 +1,4 @@
-"""`vantor record`, as a user runs it."""
+"""`vantor record` as a user runs it."""
 
 import json
 import os
@@ -38,7 +38,7 @@ class Record(unittest.TestCase):
             self.assertAlmostEqual(float(row[7]), 0.5, delta=0.05, msg="the reflector of the built-in scene")
 
     def records_what_the_server_sends(self, *link):
-        """Compares a recording with the frames that another host receives from a server with the same seed."""
+        """Compares a recording with the data that another host gets from a server with the same seed."""
         arguments = (*link, "--clock", "virtual", "--seed", "7")
         frames = 10
         with Server(*arguments) as server:
@@ -75,7 +75,7 @@ class Record(unittest.TestCase):
             self.assertEqual(json.load(file)["global"]["core:datatype"], "ci16_le")
         self.assertEqual(len(self.samples(1, 1)) % (4 * 480), 0)
 
-    def test_a_refused_configuration_prints_code_and_message(self):
+    def test_a_refused_configuration_shows_code_and_message(self):
         configuration = os.path.join(os.path.dirname(self.output), "wrong.json")
         with open(configuration, "w", encoding="utf-8") as file:
             json.dump({"groups": [[{"sensor_id": 77, "config": {}}]]}, file)
@@ -83,7 +83,7 @@ class Record(unittest.TestCase):
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("sensor_id", result.stderr)
 
-    def test_invalid_json_is_reported_with_its_position(self):
+    def test_a_file_that_is_not_json_is_an_error_with_line_and_column(self):
         configuration = os.path.join(os.path.dirname(self.output), "wrong.json")
         with open(configuration, "w", encoding="utf-8") as file:
             file.write('{\n  "groups": [[}\n')

@@ -1,4 +1,4 @@
-"""Scenes from the view of a host: echoes, interferers, faults, time."""
+"""The effects of a scene on a host: echoes, interferers, faults, time."""
 
 import json
 import os
@@ -30,13 +30,13 @@ class SceneTest(unittest.TestCase):
 
 
 def configuration(item=None, **config):
-    """A session with one item on sensor 1."""
+    """A session of one item on sensor 1."""
     return {"groups": [[{"sensor_id": 1, "config": config, **(item or {})}]]}
 
 
 class Faults(SceneTest):
     def test_every_fault_leads_to_its_error_and_the_next_session_works(self):
-        # Faults that occur once: the fault, the command at which the session ends, and the error code.
+        # Faults that occur once: the fault, the command that ends the session, and the error code.
         for kind, skip, step, code in (
                 ("failing_calibration", 0, "configure", "nox_sensor_calibration"),
                 ("lost_interrupt", 0, "configure", "nox_sensor_calibration"),
@@ -68,7 +68,7 @@ class Faults(SceneTest):
             self.assertEqual(host.ask("configure", configuration=absent)["code"], "config_sensor_id")
             self.assertEqual(host.ask("configure", configuration=configuration())["status"], "ok")
 
-    def test_a_sensor_that_disappears_after_the_start_cannot_be_created(self):
+    def test_a_sensor_that_goes_after_the_start_cannot_be_created(self):
         with self.server({"faults": [{"kind": "absent_sensor", "sensor": 1, "skip": 1, "count": 1}]}) as server, \
                 server.connect() as host:
             self.assertEqual(host.ask("configure", configuration=configuration())["code"], "nox_create_sensor")
@@ -83,19 +83,19 @@ class Faults(SceneTest):
             self.assertTrue(delayed[-1], delayed)
 
 
-class InvalidScenes(SceneTest):
+class WrongScenes(SceneTest):
     def refused(self, path):
-        """Returns the message of the server about an invalid scene file."""
+        """The message of the server about a scene file."""
         result = subprocess.run([SERVER, "--tcp", "0", "--scene", path], capture_output=True, text=True,
                                 timeout=TIME_OUT, check=False)
         self.assertNotEqual(result.returncode, 0)
         return result.stderr
 
-    def test_the_invalid_key_is_named(self):
+    def test_the_key_at_fault_is_named(self):
         self.assertIn("targets[0].distance_m is 0, but must be a number from 0.01 to 1000",
                       self.refused(self.scene_file({"targets": [{"distance_m": 0, "strength_m2": 1}]})))
 
-    def test_a_missing_file_is_named(self):
+    def test_a_file_that_is_not_there_is_named(self):
         self.assertIn("nowhere.json", self.refused(os.path.join(self.folder, "nowhere.json")))
 
     def test_every_example_is_accepted(self):
@@ -108,14 +108,14 @@ class InvalidScenes(SceneTest):
 
 
 class ClearChannel(SceneTest):
-    def test_the_transmitter_is_off_while_an_interferer_sends_one_frame_later(self):
+    def test_the_transmitter_goes_off_one_frame_after_an_interferer_and_comes_back(self):
         scene = {"interferers": [{"strength": 20, "start_s": 1, "duration_s": 1}]}
         item = {"cca_enable": True, "cca_threshold": 2, "cca_debug": True}
         with self.server(scene) as server, server.connect() as host:
             host.ask("configure", configuration={**configuration(item), "update_rate": 10})
             host.ask("start")
             results = [host.message()[0]["result_info"][0][0] for _ in range(30)]
-        # A session starts with the transmitter off, and every decision takes effect in the next frame.
+        # A session begins by listening, and every decision takes effect in the next frame.
         self.assertFalse(results[0]["tx_enabled"])
         for before, after in zip(results, results[1:]):
             self.assertEqual(after["tx_enabled"], not before["cca_detected"])
@@ -128,7 +128,7 @@ class ClearChannel(SceneTest):
 
 class Time(SceneTest):
     def frames(self, clock, rate):
-        """Runs a session whose rate the sensor keeps; returns its frames and the number of delayed frames."""
+        """Frames of a session that the sensor paces, and the number of delayed ones."""
         with Server("--tcp", "0", "--clock", clock, "--seed", "3") as server, server.connect() as host:
             host.ask("configure", configuration=configuration(frame_rate=rate, num_points=100))
             host.ask("start")
@@ -137,8 +137,8 @@ class Time(SceneTest):
                                                                           TICKS_PER_SECOND / rate)
 
     def test_the_sensor_keeps_the_frame_rate_and_both_clocks_give_the_same_bytes(self):
-        # A busy machine may delay frames. Then the guarantees for this case are checked, and the session is repeated at
-        # a lower rate until no frame is delayed. Only then are the bytes those of the virtual clock.
+        # A busy machine may delay frames. This is checked, too, and the session is repeated at a lower rate until no
+        # frame is delayed: only then the bytes are the same as on the virtual clock.
         for rate in (20 / slower for slower in SLOWER):
             virtual, delayed = self.frames("virtual", rate)
             self.assertEqual(delayed, 0)
@@ -159,7 +159,7 @@ class Time(SceneTest):
                 ticks = [tick_of(host.message()[0]) for _ in range(3)]
                 self.assertEqual([ticks[1] - ticks[0], ticks[2] - ticks[1]], [seconds * TICKS_PER_SECOND] * 2)
 
-    def test_a_host_that_reads_late_receives_delayed_frames(self):
+    def test_a_host_that_reads_late_sees_delayed_frames(self):
         rate = 4
         with Server("--tcp", "0", "--seed", "3") as server, server.connect() as host:
             host.ask("configure", configuration=configuration(frame_rate=rate, num_points=100))

@@ -1,4 +1,4 @@
-"""`vantor selftest`: good servers pass, and each planted fault is found by the case for it."""
+"""`vantor selftest`: good servers pass, and each planted fault is found by the case that tests for it."""
 
 import json
 import select
@@ -8,13 +8,13 @@ import unittest
 
 from vantor_process import TIME_OUT, Server, self_test, vantor
 
-FIXED_RATE = {"the baud rate changes and changes back", "without a ping the baud rate falls back"}
-LOST_HOST = {"the session of a lost host ends"}
-CLOCK = {"the clock keeps time"}  # skipped when it is virtual
+FIXED_RATE = {"the baud rate can be changed and changed back", "without a ping the baud rate falls back"}
+LOST_HOST = {"a session ends when its host disconnects"}
+CLOCK = {"the clock runs at the right rate"}  # skipped when it is virtual
 
 
 class FaultyServer(threading.Thread):
-    """A relay between hosts, one after the other, and a server on TCP. It changes messages of the server."""
+    """A relay between a server on TCP and hosts, one after the other, that changes what the server sends."""
 
     def __init__(self, server):
         super().__init__(daemon=True)
@@ -46,7 +46,7 @@ class FaultyServer(threading.Thread):
                 self.serve(host)
 
     def close_upstream(self):
-        """Closes the connection to the server, if there is one."""
+        """Ends the connection to the server, if there is one."""
         if self.upstream is not None:
             self.upstream.close()
             self.upstream = None
@@ -66,7 +66,7 @@ class FaultyServer(threading.Thread):
                     if source is host:
                         *lines, from_host = (from_host + data).split(b"\n")
                         for line in lines:
-                            self.on_line(line)
+                            self.note(line)
                         self.upstream.sendall(self.to_server(data))
                     else:
                         self.from_server += data
@@ -95,20 +95,20 @@ class FaultyServer(threading.Thread):
         """Called when the host has disconnected."""
         self.close_upstream()
 
-    def on_line(self, line):
-        """Called with every line of the host."""
+    def note(self, line):
+        """Called for every line of the host."""
 
     def to_server(self, data):
-        """Returns the bytes for the server in place of these bytes of the host."""
+        """The bytes that the server gets instead of bytes of the host."""
         return data
 
     def change(self, header):
-        """Returns the message for the host in place of this one of the server; None to drop it."""
+        """The message that a host gets instead of a message of the server; nothing to drop it."""
         return header
 
 
 class StatesTooSmallPayload(FaultyServer):
-    """States a payload size that is one sample too small, in a frame of several sensors that measure together."""
+    """Reports a payload that is one sample too short, in a frame of several sensors."""
 
     def change(self, header):
         if len(header.get("result_info", [[]])[0]) > 1:
@@ -117,11 +117,11 @@ class StatesTooSmallPayload(FaultyServer):
 
 
 class AnswersWrongCode(FaultyServer):
-    """Answers text that is not JSON with the wrong error."""
+    """Answers text that is not JSON with a different error."""
 
     text = False
 
-    def on_line(self, line):
+    def note(self, line):
         self.text = line == b"this is not JSON"
 
     def change(self, header):
@@ -129,7 +129,7 @@ class AnswersWrongCode(FaultyServer):
 
 
 class PacedFrames(FaultyServer):
-    """Counts the frames of a session whose rate the server keeps."""
+    """Counts the frames of a session that the server paces."""
 
     def __init__(self, server):
         super().__init__(server)
@@ -146,16 +146,16 @@ class PacedFrames(FaultyServer):
         return header
 
     def with_tick(self, header, tick):
-        """Returns a frame of one item with another tick."""
+        """A frame of one item with a different tick."""
         return {**header, "result_info": [[{**header["result_info"][0][0], "tick": tick % 2**32}]]}
 
     def change_paced(self, header):
-        """Returns the message in place of a frame of such a session."""
+        """The message that is sent instead of a paced frame."""
         return header
 
 
 class RepeatsTick(PacedFrames):
-    """Sends the tick of a frame again with the next frame."""
+    """Sends the tick of a frame a second time with the next one."""
 
     tick = 0
 
@@ -167,7 +167,7 @@ class RepeatsTick(PacedFrames):
 
 
 class GoesBack(PacedFrames):
-    """Sends a tick that is before that of the previous frame."""
+    """Sends a tick that is before the tick of the previous frame."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -175,7 +175,7 @@ class GoesBack(PacedFrames):
 
 
 class MeasuresTooEarly(PacedFrames):
-    """Measures half a period early, from the tenth frame of the stream."""
+    """From the tenth frame on, measures each frame half a period before it is due."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -183,7 +183,7 @@ class MeasuresTooEarly(PacedFrames):
 
 
 class LeavesOutWithoutCounting(PacedFrames):
-    """Measures one period late, from the tenth frame of the stream, without counting a frame as left out."""
+    """From the tenth frame on, measures one period late, and does not count frames as left out."""
 
     def change_paced(self, header):
         tick = header["result_info"][0][0]["tick"]
@@ -191,11 +191,11 @@ class LeavesOutWithoutCounting(PacedFrames):
 
 
 class LosesFrame(FaultyServer):
-    """Drops the 500th frame of a session."""
+    """Loses the five hundredth frame of a session."""
 
     frames = 0
 
-    def on_line(self, line):
+    def note(self, line):
         if b'"configure"' in line:
             self.frames = 0
 
@@ -206,7 +206,7 @@ class LosesFrame(FaultyServer):
 
 
 class RunsFast(FaultyServer):
-    """Its clock is twelve times too fast, from the first statistics."""
+    """Counts twelve times as fast as it reports, from the first statistics on."""
 
     first = None
 
@@ -219,11 +219,11 @@ class RunsFast(FaultyServer):
 
 
 class LeaksMemory(FaultyServer):
-    """Reports that each session leaks a few bytes."""
+    """Reports that a few more bytes are in use after each session."""
 
     sessions = 0
 
-    def on_line(self, line):
+    def note(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -234,11 +234,11 @@ class LeaksMemory(FaultyServer):
 
 
 class SplitsMemory(FaultyServer):
-    """Reports that the largest free block shrinks with each session."""
+    """Reports a smaller largest free block after each session."""
 
     sessions = 0
 
-    def on_line(self, line):
+    def note(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -256,7 +256,7 @@ class KeepsSession(FaultyServer):
 
 
 class ChangesAnyRate(FaultyServer):
-    """Confirms every change of the baud rate."""
+    """Answers that it changed the baud rate, whatever the rate."""
 
     def change(self, header):
         if header.get("code") == "baudrate_fixed":
@@ -265,11 +265,11 @@ class ChangesAnyRate(FaultyServer):
 
 
 class SerialLine(FaultyServer):
-    """Behaves like a server on a serial line with a baud rate of up to 921,600."""
+    """Looks like a server on a serial line, whose baud rate can be changed up to 921,600."""
 
     rate = 0
 
-    def on_line(self, line):
+    def note(self, line):
         if b'"baudrate"' in line:
             self.rate = json.loads(line)["baudrate"]
 
@@ -284,12 +284,12 @@ class SerialLine(FaultyServer):
 
 
 class NeverFallsBack(SerialLine):
-    """Keeps a baud rate that was not confirmed by a ping. Input at the old rate is noise."""
+    """Stays at a baud rate that no ping has confirmed: bytes at the old rate are received as noise."""
 
     changes = 0
 
-    def on_line(self, line):
-        super().on_line(line)
+    def note(self, line):
+        super().note(line)
         self.changes += b'"baudrate"' in line and 1 <= self.rate <= 921600
 
     def to_server(self, data):
@@ -297,7 +297,7 @@ class NeverFallsBack(SerialLine):
 
 
 class Describes(FaultyServer):
-    """Describes itself with changed members."""
+    """Describes itself with different members."""
 
     def __init__(self, server, members):
         super().__init__(server)
@@ -311,7 +311,7 @@ class Describes(FaultyServer):
 
 class SelfTest(unittest.TestCase):
     def results(self, address, **options):
-        """Tests a server; returns the cases by result."""
+        """Tests a server; returns the exit code, and the cases by result with their details."""
         result = self_test(address, "--json", **options)
         document = json.loads(result.stdout)
         self.assertEqual(document["address"], address)
@@ -324,7 +324,7 @@ class SelfTest(unittest.TestCase):
         return cases
 
     def passes(self, address, skipped):
-        """Expects a server to pass."""
+        """Tests a server that has no fault."""
         cases = self.results(address)
         self.assertEqual(cases["failed"], {})
         self.assertEqual(set(cases["skipped"]), skipped)
@@ -333,7 +333,7 @@ class SelfTest(unittest.TestCase):
 
     def finds(self, kind, case, expected, got, skipped=FIXED_RATE | CLOCK, seconds=60, clock="virtual",
               **arguments):
-        """Expects exactly one case to find the fault of a server."""
+        """Tests a server with a fault that exactly one case finds."""
         with Server("--tcp", "0", "--clock", clock) as server, kind(server, **arguments) as faulty:
             cases = self.results(faulty.address, seconds=seconds)
         self.assertEqual(set(cases["failed"]), {case}, cases["failed"])
@@ -359,21 +359,22 @@ class GoodServers(SelfTest):
         with Server("--tcp", "0", "--clock", "virtual") as server, FaultyServer(server) as relay:
             self.passes(relay.address, FIXED_RATE | CLOCK)
 
-    def test_over_tcp_to_a_serial_line(self):
+    def test_over_a_network_to_a_serial_line(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, SerialLine(server) as relay:
             self.passes(relay.address, LOST_HOST | CLOCK)
 
-    def test_a_server_that_does_not_report_its_memory(self):
+    def test_a_server_that_does_not_know_its_memory(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, Describes(server, {"memory": None}) as relay:
-            self.passes(relay.address, FIXED_RATE | CLOCK | {"memory is as before after 20 sessions"})
+            self.passes(relay.address, FIXED_RATE | CLOCK | {"20 sessions do not leak memory"})
 
-    def test_results_are_printed_as_text(self):
+    def test_results_are_printed_for_people(self):
         result = self_test("sim:--clock virtual")
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
         self.assertEqual(summary, f"{len(cases) - 4} passed, 0 failed, 4 skipped")
         self.assertEqual(cases[0], "ok       identify describes the server")
-        self.assertIn("skipped  the baud rate changes and changes back: the baud rate of this link is fixed", cases)
+        self.assertIn("skipped  the baud rate can be changed and changed back: the baud rate of this link is fixed",
+                      cases)
 
     def test_no_server(self):
         result = vantor("selftest", "--connect", "tcp:127.0.0.1:1")
@@ -381,57 +382,58 @@ class GoodServers(SelfTest):
 
 
 class PlantedFaults(SelfTest):
-    def test_a_payload_size_that_is_too_small(self):
-        self.finds(StatesTooSmallPayload, "all sensors measure at once", "valid messages", "156 bytes.* 160")
+    def test_a_payload_that_is_stated_too_small(self):
+        self.finds(StatesTooSmallPayload, "all sensors measure at the same time", "valid messages", "156 bytes.* 160")
 
     def test_a_wrong_error_code(self):
         self.finds(AnswersWrongCode, "text that is not JSON is refused", '"bad_json"', "unknown_command")
 
-    def test_a_tick_that_is_sent_twice(self):
-        self.finds(RepeatsTick, "frames keep the pace", "tick of its own", "twice")
+    def test_a_tick_that_comes_twice(self):
+        self.finds(RepeatsTick, "frames keep the configured rate", "different tick", "twice")
 
     def test_a_tick_that_goes_back(self):
-        self.finds(GoesBack, "frames keep the pace", "does not go back", "after")
+        self.finds(GoesBack, "frames keep the configured rate", "does not go back", "after")
 
     def test_frames_before_they_are_due(self):
-        self.finds(MeasuresTooEarly, "frames keep the pace", "never early", "frame 10 ")
+        self.finds(MeasuresTooEarly, "frames keep the configured rate", "never early", "frame 10 ")
 
     def test_frames_that_are_left_out_and_not_counted(self):
-        self.finds(LeavesOutWithoutCounting, "frames keep the pace", "frames_left_out", "frame 10 .* 0 left out")
+        self.finds(LeavesOutWithoutCounting, "frames keep the configured rate", "frames_left_out",
+                   "frame 10 .* 0 left out")
 
     def test_a_lost_frame(self):
-        self.finds(LosesFrame, "1,000 frames come without a gap", "frames, as", "frames")
+        self.finds(LosesFrame, "1,000 frames arrive without a gap", "frames, the number", "frames")
 
     def test_a_leak(self):
-        self.finds(LeaksMemory, "memory is as before after 20 sessions", "bytes in use", "bytes in use")
+        self.finds(LeaksMemory, "20 sessions do not leak memory", "bytes in use", "bytes in use")
 
-    def test_fragmented_memory(self):
-        self.finds(SplitsMemory, "memory is as before after 20 sessions", "largest free", "largest free")
+    def test_memory_in_pieces(self):
+        self.finds(SplitsMemory, "20 sessions do not leak memory", "largest free", "largest free")
 
-    def test_a_clock_that_is_too_fast(self):
-        self.finds(RunsFast, "the clock keeps time", '"uptime_s" that grows by', r"^\d+\.\d+ s$", skipped=FIXED_RATE,
-                   clock="real")
+    def test_a_clock_that_runs_fast(self):
+        self.finds(RunsFast, "the clock runs at the right rate", '"uptime_s" that grows by', r"^\d+\.\d+ s$",
+                   skipped=FIXED_RATE, clock="real")
 
-    def test_a_session_that_continues_without_its_host(self):
-        self.finds(KeepsSession, "the session of a lost host ends", '"wrong_state"', "result_info|ok")
+    def test_a_session_that_outlives_its_host(self):
+        self.finds(KeepsSession, "a session ends when its host disconnects", '"wrong_state"', "result_info|ok")
 
-    def test_a_baud_rate_that_is_accepted_but_fixed(self):
-        self.finds(ChangesAnyRate, "a baud rate that is refused leaves the link as it was", "baudrate_fixed", "ok")
+    def test_a_baud_rate_that_is_accepted_and_fixed(self):
+        self.finds(ChangesAnyRate, "a refused baud rate does not change the link", "baudrate_fixed", "ok")
 
     def test_a_baud_rate_that_does_not_fall_back(self):
         self.finds(NeverFallsBack, "without a ping the baud rate falls back", "ping", "nothing within 10000 ms",
                    skipped=LOST_HOST | CLOCK, seconds=10)
 
     def test_a_description_of_the_wrong_type(self):
-        self.finds(Describes, "identify describes the server", '"server_version": a text', '""',
+        self.finds(Describes, "identify describes the server", '"server_version": a string', '""',
                    members={"server_version": ""})
 
-    def test_a_failed_case_is_printed_with_a_hint(self):
+    def test_a_failed_case_is_printed_with_where_to_look(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, AnswersWrongCode(server) as faulty:
             result = self_test(faulty.address)
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stdout, r'FAILED   text that is not JSON is refused\n +expected: the error "bad_json"\n'
-                                        r" +got: +\{.*unknown_command.*\}\n +look at: +that the port hands over")
+                                        r" +got: +\{.*unknown_command.*\}\n +check: +that the port passes on")
         self.assertRegex(result.stdout.splitlines()[-1], r"^\d+ passed, 1 failed, 3 skipped$")
 
 

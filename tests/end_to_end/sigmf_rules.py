@@ -27,9 +27,9 @@ class RuleBroken(AssertionError):
     """A document breaks a rule of the standard."""
 
 
-def demand(is_met, rule):
-    """Raises an error if a rule is broken."""
-    if not is_met:
+def require(is_followed, rule):
+    """Fails unless a rule is followed."""
+    if not is_followed:
         raise RuleBroken(rule)
 
 
@@ -62,7 +62,7 @@ def is_sample_rate(value):
 
 
 def is_datetime(value):
-    """Whether a text is a valid time according to RFC 3339, in UTC with an upper-case Z."""
+    """RFC 3339 in UTC, with upper-case letters, and a time that exists."""
     if not is_text(value) or not re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d(\.\d+)?Z", value):
         return False
     try:
@@ -72,7 +72,7 @@ def is_datetime(value):
 
 
 def is_extensions(value):
-    """Whether a value is a list of declarations, each with exactly the three required members."""
+    """A list of declarations, each with exactly the three members."""
     return isinstance(value, list) and all(
         isinstance(entry, dict) and set(entry) == {"name", "version", "optional"} and is_text(entry["name"]) and
         is_version(entry["version"]) and isinstance(entry["optional"], bool) for entry in value)
@@ -84,7 +84,7 @@ def is_streams(value):
         is_sha512(entry["hash"]) for entry in value)
 
 
-# The members that the standard defines for the objects of a recording, with functions that check their values.
+# The members that the standard defines, for each object of a recording, and their types.
 GLOBAL = {"core:datatype": is_datatype, "core:version": is_version, "core:sample_rate": is_sample_rate,
           "core:sha512": is_sha512, "core:description": is_text, "core:recorder": is_text, "core:hw": is_text,
           "core:author": is_text, "core:license": is_text, "core:collection": is_text, "core:offset": is_integer,
@@ -98,88 +98,88 @@ COLLECTION = {"core:version": is_version, "core:description": is_text, "core:aut
 
 
 def check_members(members, known, required, namespaces, where):
-    """Checks names, types and presence of an object's members."""
-    demand(isinstance(members, dict), f"{where} is an object")
+    """Names, types and presence of an object's members."""
+    require(isinstance(members, dict), f"{where} is an object")
     for name in required:
-        demand(name in members, f"{where} has {name}")
+        require(name in members, f"{where} has {name}")
     for name, value in members.items():
         parts = name.split(":")
-        demand(len(parts) == 2, f"{where}: {name} is a namespace, a colon and a name")
+        require(len(parts) == 2, f"{where}: {name} is a namespace, a colon and a name")
         for part in parts:
-            demand(re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", part), f"{where}: {name} has only letters, digits and _")
-            demand(part not in CPP_KEYWORDS and not keyword.iskeyword(part), f"{where}: {name} is not a keyword")
+            require(re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", part), f"{where}: {name} is made of letters and digits")
+            require(part not in CPP_KEYWORDS and not keyword.iskeyword(part), f"{where}: {name} is no keyword")
         if parts[0] == "core":
-            demand(name in known, f"{where}: {name} is a member of the standard")
-            demand(known[name](value), f"{where}: {value!r} is a valid {name}")
+            require(name in known, f"{where}: {name} is a member of the standard")
+            require(known[name](value), f"{where}: {name} is not {value!r}")
         else:
-            demand(parts[0] in namespaces, f"{where}: the namespace of {name} is declared")
+            require(parts[0] in namespaces, f"{where}: the namespace of {name} is declared")
 
 
 def declared_namespaces(members):
-    """Returns the namespaces that an object declares. Each must have a document."""
+    """The namespaces that an object declares; each must be documented."""
     names = [entry["name"] for entry in members.get("core:extensions", []) if isinstance(entry, dict)]
     for name in names:
-        demand(os.path.exists(os.path.join(EXTENSION_DOCUMENTS, f"{name}.sigmf-ext.md")), f"{name} has a document")
+        require(os.path.exists(os.path.join(EXTENSION_DOCUMENTS, f"{name}.sigmf-ext.md")), f"{name} is written up")
     return names
 
 
 def check_order(segments, member, where):
     values = [segment[member] for segment in segments]
-    demand(values == sorted(values), f"{where} are in ascending order of {member}")
+    require(values == sorted(values), f"{where} are in ascending order of {member}")
 
 
 def check_item_document(document):
-    """Checks the metadata of an item, without its data."""
-    demand(isinstance(document, dict) and set(document) == {"global", "captures", "annotations"},
-           "a document has only global, captures and annotations")
+    """Checks an item's metadata alone."""
+    require(isinstance(document, dict) and set(document) == {"global", "captures", "annotations"},
+           "a document has global, captures and annotations and nothing else")
     about = document["global"]
-    demand(isinstance(about, dict), "global is an object")
+    require(isinstance(about, dict), "global is an object")
     namespaces = declared_namespaces(about)
     check_members(about, GLOBAL, ("core:datatype", "core:version"), namespaces, "global")
     for name, known in (("captures", CAPTURE), ("annotations", ANNOTATION)):
-        demand(isinstance(document[name], list), f"{name} is an array")
+        require(isinstance(document[name], list), f"{name} is an array")
         for segment in document[name]:
             check_members(segment, known, ("core:sample_start",), namespaces, name)
         check_order(document[name], "core:sample_start", name)
-    demand(len(document["captures"]) > 0, "there is a capture")
+    require(len(document["captures"]) > 0, "there is a capture")
     check_order(document["captures"], "core:global_index", "captures")
     for segment in document["captures"]:
-        demand(segment["core:global_index"] >= segment["core:sample_start"], "global_index is at least sample_start")
+        require(segment["core:global_index"] >= segment["core:sample_start"], "nothing is recorded before it comes")
 
 
 def check_data(document, base, complete):
-    """Checks that the samples and the table match the metadata."""
+    """The samples and the frame table are as described in the metadata."""
     about = document["global"]
-    demand(about["core:datatype"] == "ci16_le", "samples are complex 16-bit integers, low byte first")
+    require(about["core:datatype"] == "ci16_le", "samples are complex 16-bit integers, low byte first")
     with open(base + ".sigmf-data", "rb") as file:
         digest = hashlib.file_digest(file, "sha512").hexdigest()
     samples, rest = divmod(os.path.getsize(base + ".sigmf-data"), SAMPLE_SIZE)
-    demand(rest == 0 or complete is False, "the data contains only complete samples")
-    demand("core:sha512" in about or complete is not True, "a complete recording has a digest")
-    demand("core:sha512" not in about or complete is not False, "a killed recording does not have a digest")
+    require(rest == 0 or complete is False, "the data are whole samples")
+    require("core:sha512" in about or complete is not True, "a complete recording has its digest")
+    require("core:sha512" not in about or complete is not False, "a recording that was killed has none")
     for segment in document["captures"] + document["annotations"]:
-        demand(segment["core:sample_start"] <= samples, "segments start within the data")
+        require(segment["core:sample_start"] <= samples, "segments start within the data")
     if "core:sha512" not in about:
         return
-    demand(about["core:sha512"] == digest, "the digest matches the data")
-    demand(samples == about["vantor:frames"] * about["vantor:samples_per_frame"], "the data is exactly the frames")
+    require(about["core:sha512"] == digest, "the digest is that of the data")
+    require(samples == about["vantor:frames"] * about["vantor:samples_per_frame"], "the frames fill the data")
     with open(os.path.join(os.path.dirname(base), about["vantor:frame_table"]), encoding="ascii", newline="") as file:
         rows = list(csv.DictReader(file))
-    demand([int(row["frame"]) for row in rows] == list(range(about["vantor:frames"])), "the table has every frame")
+    require([int(row["frame"]) for row in rows] == list(range(about["vantor:frames"])), "the table has every frame")
 
 
 def check_collection(document, metas):
-    """Checks a collection, and that it lists every recording with the digest of its metadata."""
-    demand(isinstance(document, dict) and set(document) == {"collection"}, "a document has only collection")
+    """Checks a collection, which must list every recording with the digest of its metadata."""
+    require(isinstance(document, dict) and set(document) == {"collection"}, "a collection has nothing else")
     about = document["collection"]
-    demand(isinstance(about, dict), "collection is an object")
+    require(isinstance(about, dict), "collection is an object")
     check_members(about, COLLECTION, ("core:version",), declared_namespaces(about), "collection")
     listed = [(entry["name"], entry["hash"]) for entry in about["core:streams"]]
-    demand(sorted(listed) == sorted(metas.items()), "the streams are the recordings, with the correct digests")
+    require(sorted(listed) == sorted(metas.items()), "the streams are the recordings, with the right digests")
 
 
 def read_json(path):
-    """Reads a document, which must be JSON in UTF-8; returns it and the digest of its file."""
+    """A document, which must be JSON in UTF-8, and the digest of its file."""
     with open(path, "rb") as file:
         content = file.read()
     return json.loads(content.decode("utf-8")), hashlib.sha512(content).hexdigest()
@@ -187,23 +187,23 @@ def read_json(path):
 
 def check_recording(directory, complete=True):
     """
-    Checks a recording.
+    Checks a complete recording.
 
-    complete: whether the recording was finished; None if the disk may have been too full for its last documents.
+    complete: whether it was finished; None when the disk may have been too full for its last documents.
     """
     bases = {}
     for name in sorted(os.listdir(directory)):
         bases.setdefault(os.path.splitext(name)[1], set()).add(os.path.splitext(name)[0])
     metas = bases.get(".sigmf-meta", set())
-    demand(metas and metas == bases.get(".sigmf-data"), "every recording has data and metadata")
+    require(metas and metas == bases.get(".sigmf-data"), "every data file has its metadata and the other way round")
     digests = {}
     for name in metas:
-        demand(re.fullmatch(r"[A-Za-z0-9.-]+", name), f"{name} has neither spaces nor underscores")
+        require(re.fullmatch(r"[A-Za-z0-9.-]+", name), f"{name} has neither spaces nor underscores")
         document, digests[name] = read_json(os.path.join(directory, name + ".sigmf-meta"))
         check_item_document(document)
         check_data(document, os.path.join(directory, name), complete)
-        demand(document["global"]["core:collection"] in bases[".sigmf-collection"], "the collection exists")
-    demand(len(bases[".sigmf-collection"]) == 1, "there is exactly one collection")
+        require(document["global"]["core:collection"] in bases[".sigmf-collection"], "the collection is there")
+    require(len(bases[".sigmf-collection"]) == 1, "there is one collection")
     for name in bases[".sigmf-collection"]:
         document, _ = read_json(os.path.join(directory, name + ".sigmf-collection"))
         check_collection(document, digests)

@@ -1,7 +1,7 @@
-"""`vantor record` does not lose data of a fast stream, even if it is stopped from time to time.
+"""`vantor record` does not lose data of a fast stream, although it is stopped from time to time.
 
-As a test it records a short stream at full speed. With VANTOR_CAMPAIGN=whole it records 50 MB/s for a minute from a
-device that never waits, and reports rate and memory: `scripts/soak throughput`.
+As a test it records a small sample as fast as possible. With VANTOR_CAMPAIGN=whole it records 50 MB/s for a minute from
+a device that never waits, and reports rate and memory: `scripts/soak throughput`.
 """
 
 import hashlib
@@ -21,12 +21,12 @@ import unittest
 
 from vantor_process import TIME_OUT, VANTOR, campaign, wait_until
 
-CAMPAIGN = campaign(True, False)
+WHOLE = campaign(True, False)
 
-RATE = 52e6  # bytes of samples that the device sends per second: slightly more than required
+RATE = 52e6  # bytes of samples per second that the device sends: a little more than required
 REQUIRED_RATE = 50e6
 SECONDS = 60
-STALL = 0.5  # seconds that the reader is stopped
+STALL = 0.5  # seconds for which the reader is stopped
 BETWEEN_STALLS = 4.5
 MEMORY_BOUND = 64e6
 FREE_DISK = 4e9
@@ -35,7 +35,7 @@ SWEEPS, POINTS = 4, 1000
 ITEM_SIZE = 4 * SWEEPS * POINTS
 GROUPS = 2
 FRAME_SIZE = GROUPS * ITEM_SIZE
-FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1 if CAMPAIGN else 1500  # more than fits into the buffers of a connection
+FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1 if WHOLE else 1500  # more than fit the buffers of a connection
 SAMPLE_STALLS = 3
 TICK_PERIOD = round(1e6 * FRAME_SIZE / RATE)
 
@@ -51,9 +51,9 @@ IDENTITY = {"status": "ok", "command": "identify", "payload_size": 0, "server_ve
 
 
 class Device(threading.Thread):
-    """Sends frames on a fixed schedule, all with different samples, and computes the digest of every item."""
+    """Sends frames on a fixed schedule, each with different samples, and computes the digest of every item."""
 
-    # Every frame is a different part of the same noise, so that creating it takes no time.
+    # Every frame is a different part of the same noise, so that generating it takes no time.
     places = 1 << 17
     noise = memoryview(random.Random(1).randbytes(places + FRAME_SIZE))
 
@@ -66,7 +66,7 @@ class Device(threading.Thread):
         self.digests = [hashlib.sha512() for _ in range(GROUPS)]
         self.on_frame = lambda number: None  # called after each frame, with its number
         self.on_end = lambda: None  # called when the host sends "end" after the last frame
-        self.seconds = None  # from the first frame to "end"
+        self.seconds = None  # from the first frame to that
         self.frames = 0  # sent so far
 
     def run(self):
@@ -78,7 +78,7 @@ class Device(threading.Thread):
                     self.execute(host, json.loads(line)["command"])
 
     def execute(self, host, command):
-        """Answers a command. Frames follow the answer to "start"."""
+        """Answers a command; frames follow the answer to "start"."""
         if command == "end" and self.seconds is not None:
             self.seconds = time.monotonic() - self.seconds
             self.on_end()
@@ -89,11 +89,11 @@ class Device(threading.Thread):
             self.stream(host)
 
     def stream(self, host):
-        """Sends every frame when it is due, or immediately if it is late. In a short test always immediately."""
+        """Sends every frame when it is due, or immediately if it is late; in a sample always immediately."""
         self.may_stream.wait()
         self.seconds = start = time.monotonic()
         for number in range(FRAMES):
-            if CAMPAIGN:
+            if WHOLE:
                 time.sleep(max(0.0, start + number * FRAME_SIZE / RATE - time.monotonic()))
             place = number * 7919 % self.places
             payload = self.noise[place:place + FRAME_SIZE]
@@ -103,7 +103,7 @@ class Device(threading.Thread):
             self.frames = number + 1
             self.on_frame(number)
 
-    def is_blocked(self):
+    def is_held_back(self):
         """Whether the host does not read and all buffers on the way to it are full."""
         return not select.select([], [self.host], [], 0)[1]
 
@@ -117,7 +117,7 @@ class Device(threading.Thread):
 
 
 def peak_memory(process):
-    """Returns the peak memory of a process, in bytes."""
+    """The peak memory of a process, in bytes."""
     with open(f"/proc/{process.pid}/status", encoding="ascii") as file:
         return next(1024 * int(line.split()[1]) for line in file if line.startswith("VmHWM"))
 
@@ -125,9 +125,9 @@ def peak_memory(process):
 class Throughput(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
-        if CAMPAIGN:
+        if WHOLE:
             free = shutil.disk_usage(self.folder).free
-            self.assertGreater(free, FREE_DISK, f"{self.folder} has too little space; set TMPDIR to another folder")
+            self.assertGreater(free, FREE_DISK, f"{self.folder} has too little room: set TMPDIR to another place")
         self.output = os.path.join(self.folder, "recording")
 
     def test_a_fast_stream_with_stalls(self):
@@ -141,14 +141,14 @@ class Throughput(unittest.TestCase):
                                device.address, "--output", self.output, "--json"],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
             device.on_end = lambda: memory.append(peak_memory(process))
-            stalls = self.stall_for_a_minute(process, device) if CAMPAIGN else self.stall_until_full(process, device)
+            stalls = self.stall_for_a_minute(process, device) if WHOLE else self.stall_until_full(process, device)
             output, errors = process.communicate(timeout=TIME_OUT)
         self.assertEqual(process.returncode, 0, errors)
         summary = json.loads(output)
         rate = FRAMES * FRAME_SIZE / device.seconds
         print(f"{FRAMES} frames, {rate / 1e6:.1f} MB/s over {device.seconds:.1f} s with {stalls} stalls,"
               f" at most {memory[0] / 1e6:.1f} MB of memory", file=sys.stderr)
-        if CAMPAIGN:
+        if WHOLE:
             self.assertGreaterEqual(rate, REQUIRED_RATE)
             self.assertGreaterEqual(stalls, 10)
         self.assertLess(memory[0], MEMORY_BOUND)
@@ -157,7 +157,7 @@ class Throughput(unittest.TestCase):
             self.check_item(f"group-{number}-item-1", digest.hexdigest())
 
     def stall_until_full(self, process, device):
-        """Stops the reader at some frames, each time until the device cannot send; returns the number of stalls."""
+        """Stops the reader at some frames, each time until the device cannot send; returns how often."""
         numbers = [stall * FRAMES // (2 * SAMPLE_STALLS) for stall in range(SAMPLE_STALLS)]
         stopped = threading.Semaphore(0)
 
@@ -169,13 +169,13 @@ class Throughput(unittest.TestCase):
         device.on_frame = stop_reader
         device.may_stream.set()
         for _ in numbers:
-            self.assertTrue(stopped.acquire(timeout=TIME_OUT), "the stream did not reach its next stall")
-            wait_until(device.is_blocked, "full buffers")
+            self.assertTrue(stopped.acquire(timeout=TIME_OUT), "the stream did not come to its next stall")
+            wait_until(device.is_held_back, "full buffers")
             process.send_signal(signal.SIGCONT)
         return len(numbers)
 
     def stall_for_a_minute(self, process, device):
-        """Stops the reader from time to time until it ends; returns the number of stalls."""
+        """Stops the reader from time to time until it exits; returns how often."""
         device.may_stream.set()
         stalls = 0
         deadline = time.monotonic() + 2 * SECONDS
@@ -192,7 +192,7 @@ class Throughput(unittest.TestCase):
         self.fail(f"in {2 * SECONDS} s only {device.frames} of {FRAMES} frames were sent")
 
     def check_item(self, name, digest):
-        """Expects the recording to contain every sample, and the table every frame."""
+        """Every sample that was sent was recorded, and every frame is in the table."""
         base = os.path.join(self.output, name)
         with open(base + ".sigmf-data", "rb") as file:
             self.assertEqual(hashlib.file_digest(file, "sha512").hexdigest(), digest)

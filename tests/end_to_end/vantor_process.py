@@ -1,4 +1,4 @@
-"""Starts servers and talks to them, for the end-to-end tests."""
+"""Starts servers and communicates with them, for the end-to-end tests."""
 
 import fcntl
 import json
@@ -18,18 +18,18 @@ SERVER = os.environ["VANTOR_SERVER"]
 VANTOR = os.environ["VANTOR"]
 EXAMPLES = os.environ["VANTOR_EXAMPLES"]
 
-# Ends a test that hangs. No test depends on the speed of the machine.
+# Ends a test that hangs. No test is about how fast the machine is.
 TIME_OUT = 120.0
 
 
 def example(name):
-    """Returns the configuration document of an example."""
+    """The configuration document of an example."""
     with open(os.path.join(EXAMPLES, name), encoding="utf-8") as file:
         return json.load(file)
 
 
 def campaign(whole, sample):
-    """Returns the size of a long test: a sample, or the whole test if VANTOR_CAMPAIGN is "whole"."""
+    """The size of a long test: a sample, or all of it if VANTOR_CAMPAIGN is set accordingly."""
     return whole if os.environ.get("VANTOR_CAMPAIGN") == "whole" else sample
 
 
@@ -41,20 +41,20 @@ def vantor(*arguments, **options):
 
 def self_test(address, *options, seconds=60):
     """
-    Runs `vantor selftest`. Some of its cases wait for time-outs of the server. The default time-out for an answer is
-    longer than any busy machine needs. Use a shorter one only if no answer is expected.
+    Runs `vantor selftest`. Some of its cases wait for time-outs of the server. An answer may take some seconds: longer
+    than on any busy machine, except where a test waits for an answer that never arrives.
     """
     return vantor("selftest", "--connect", address, "--timeout", seconds, *options, timeout=8 * TIME_OUT)
 
 
 class Server:
-    """A `vantor_server` process with these arguments. It ends with the context."""
+    """A `vantor_server` process, started with the given arguments and ended with the context."""
 
     def __init__(self, *arguments):
         self.process = subprocess.Popen([SERVER, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         line = self.process.stdout.readline().decode()
         if not line.startswith("listening on "):
-            raise AssertionError(f"expected an address, got {line!r}: {self.process.communicate()[1].decode()}")
+            raise AssertionError(f"no address but {line!r}: {self.process.communicate()[1].decode()}")
         self.address = line.removeprefix("listening on ").strip()
         self.device = None
 
@@ -85,13 +85,13 @@ class Server:
 
     def _wait_until_device_is_free(self):
         """
-        Waits until a server with a serial device has detected that the previous host closed it. If the device were
-        opened again immediately, the server could not detect that it was closed in between, unlike with a connection.
+        Waits until a server with a serial device has detected that the previous host closed it. It cannot if the device
+        is opened again immediately: unlike a connection, a device does not show that it was closed in between.
         """
         if self.device is not None and self.device.is_closed():
-            # A server on the virtual clock without a host sleeps only between checks for the next one.
+            # A server on the virtual clock without a host only sleeps between checks for the next one.
             looks = self._times_slept() + 5
-            wait_until(lambda: self._times_slept() >= looks, "the server to check for a host")
+            wait_until(lambda: self._times_slept() >= looks, "the server to look for a host")
 
     def _times_slept(self):
         """How often the process has gone to sleep."""
@@ -99,21 +99,21 @@ class Server:
             return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)$", file.read(), re.MULTILINE)[1])
 
     def state(self):
-        """The state of the process: R (running), S (sleeping) or T (stopped)."""
+        """The state of the process as a letter of the system: R is running, S sleeping, T stopped."""
         with open(f"/proc/{self.process.pid}/stat", encoding="ascii") as file:
             return file.read().rpartition(")")[2].split()[0]
 
     def wait_until_stuck(self, host):
-        """Waits until a server that streams on the virtual clock cannot send any more."""
+        """Waits until a server that has data to send, and never waits for a clock, cannot send more."""
         wait_until(lambda: host.stream.unread() > 0 and host.stream.unsent() == 0 and self.state() == "S",
                    "a full connection")
 
 
 class Relay(threading.Thread):
-    """A relay between a host on TCP and a server. It keeps all bytes that the server sends."""
+    """A relay between a host on TCP and a server that stores what the server sends."""
 
     def __init__(self, connection, damaged=()):
-        """Uses the connection of another host. Changes the bytes of the server at the positions in `damaged`."""
+        """Uses the connection of another host. Changes the bytes from the server at these positions."""
         super().__init__(daemon=True)
         self.damaged = damaged
         self.sent = bytearray()
@@ -142,18 +142,18 @@ class Relay(threading.Thread):
                         self.sent += data
 
     def to_server(self, data):
-        """Passes on bytes of the host."""
+        """Passes on what the host sends."""
         self.server.sendall(data)
 
     def damage(self, data):
-        """Changes the damaged bytes in a piece."""
+        """Damages the selected bytes of a piece."""
         for place in self.damaged:
             if len(self.sent) <= place < len(self.sent) + len(data):
                 data[place - len(self.sent)] ^= 1
         return data
 
     def messages(self):
-        """Yields the complete messages of the server, each as header and payload."""
+        """The complete messages that the server has sent, each as header and payload."""
         start = 0
         while (end := self.sent.find(b"\n", start) + 1) > 0:
             header = json.loads(self.sent[start:end])
@@ -162,7 +162,7 @@ class Relay(threading.Thread):
 
 
 def queued(descriptor, request):
-    """Returns the number of bytes in a queue of a device or a connection."""
+    """Bytes in a queue of a device or a connection."""
     return struct.unpack("i", fcntl.ioctl(descriptor, request, bytes(4)))[0]
 
 
@@ -179,11 +179,11 @@ class SocketStream:
         return self.socket.recv(65536)
 
     def unread(self):
-        """Number of bytes that have arrived but were not received yet."""
+        """Bytes that have arrived but were not received yet."""
         return queued(self.socket, termios.FIONREAD)
 
     def unsent(self):
-        """Number of bytes that have not arrived at the other end yet."""
+        """Bytes that have not arrived at the other end yet."""
         return queued(self.socket, termios.TIOCOUTQ)
 
     def close(self):
@@ -206,7 +206,7 @@ class SerialStream:
 
     def receive(self):
         if not select.select([self.device], [], [], TIME_OUT)[0]:
-            raise TimeoutError("nothing was received over the serial device")
+            raise TimeoutError("nothing came over the serial device")
         return os.read(self.device, 65536)
 
     def close(self):
@@ -216,7 +216,7 @@ class SerialStream:
 
 
 class Host:
-    """A host that speaks the protocol."""
+    """A host that implements the protocol."""
 
     def __init__(self, stream):
         self.stream = stream
@@ -242,7 +242,7 @@ class Host:
         return self.message()[0]
 
     def message(self):
-        """Returns the next message: its header and its payload."""
+        """The next message: its header and its payload."""
         header = json.loads(self.line())
         size = header["payload_size"]
         while len(self.pending) < size:
@@ -251,14 +251,14 @@ class Host:
         return header, payload
 
     def line(self):
-        """Returns the bytes up to the next line feed."""
+        """The bytes up to the next line feed."""
         while b"\n" not in self.pending:
             self._receive()
         line, _, self.pending = self.pending.partition(b"\n")
         return line
 
     def answer(self):
-        """Returns the next message that is neither a frame nor a log line, and the frames before it."""
+        """The next message that is neither a frame nor a log line, and the frames before it."""
         frames = []
         while True:
             header, payload = self.message()
@@ -268,9 +268,7 @@ class Host:
                 return header, frames
 
     def receive_all(self):
-        """
-        Receives the messages that have arrived; returns their number. The last one may have arrived only partly.
-        """
+        """Receives what has arrived; returns the number of messages, of which the last one may be incomplete."""
         while self.stream.unread() > 0:
             self._receive()
         count = start = 0
@@ -290,9 +288,9 @@ class Host:
 
 
 def wait_until(condition, what):
-    """Waits until a condition is true that depends on another process."""
+    """Waits for something that another process does."""
     deadline = time.monotonic() + TIME_OUT
     while not condition():
         if time.monotonic() > deadline:
-            raise AssertionError(f"timed out waiting for {what}")
+            raise AssertionError(f"waited in vain for {what}")
         time.sleep(0.01)

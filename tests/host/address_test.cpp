@@ -29,7 +29,7 @@ TEST(address, reads_ipv6_in_brackets)
     EXPECT_EQ(where.port, 65535);
 }
 
-TEST(address, reads_serial_with_and_without_speed)
+TEST(address, reads_serial_with_and_without_baud_rate)
 {
     const auto with = std::get<serial_address>(parse_address("serial:/dev/ttyACM0@921600"));
     EXPECT_EQ(with.device, "/dev/ttyACM0");
@@ -49,7 +49,7 @@ TEST(address, reads_simulator_arguments)
                 ElementsAre("--sensors", "2"));
 }
 
-TEST(address, writes_what_it_reads)
+TEST(address, formats_what_it_parses)
 {
     for (const char *text : {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "serial:/dev/ttyUSB0@9600",
                              "sim:", "sim:--sensors 2", "sim:--scene \"my scene.json\""})

@@ -1,5 +1,5 @@
 /** @file
- * Tests of calibrations in files.
+ * Tests of calibration files.
  */
 #include "configuration/calibration_file.h"
 
@@ -22,7 +22,7 @@ std::string two_calibrations()
                              {.sensor_id = 2, .temperature = -3, .data = std::string(480, 'b')}});
 }
 
-TEST(calibration_file, is_put_into_a_configuration)
+TEST(calibration_file, is_added_to_a_configuration)
 {
     const test::temporary_directory directory;
     json configuration = {{"groups", json::array()}};
@@ -32,7 +32,7 @@ TEST(calibration_file, is_put_into_a_configuration)
     EXPECT_EQ(configuration["calibration_info"][1]["data"], std::string(480, 'b'));
 }
 
-TEST(calibration_file, does_not_replace_what_the_configuration_has)
+TEST(calibration_file, does_not_replace_calibrations_of_the_configuration)
 {
     const test::temporary_directory directory;
     json configuration = {{"calibration_info", {{{"sensor_id", 1}, {"data", std::string(480, 'c')}}}}};
@@ -42,7 +42,7 @@ TEST(calibration_file, does_not_replace_what_the_configuration_has)
     EXPECT_EQ(configuration["calibration_info"][1]["sensor_id"], 2);
 }
 
-TEST(calibration_file, is_refused_when_it_holds_none)
+TEST(calibration_file, is_refused_without_calibrations)
 {
     const test::temporary_directory directory;
     json configuration;

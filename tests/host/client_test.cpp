@@ -30,7 +30,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-/** Longer than anything takes on a busy machine, for the tests that wait in real time. */
+/** Longer than any operation takes on a busy machine, for tests that wait in real time. */
 constexpr client_timeouts patience{.connect = 60s, .answer = 60s, .configure = 60s, .frame = 60s};
 
 /** A client of a fake server. */
@@ -47,7 +47,7 @@ TEST(client, finds_an_idle_server_and_identifies_it)
     EXPECT_THAT(host.server().connected_sensors, ElementsAre(1, 2));
 }
 
-TEST(client, drops_what_an_earlier_session_left_on_the_line)
+TEST(client, drops_messages_of_an_earlier_session)
 {
     fake_server server;
     server.on("end", [](host_connection &host, const json &) {
@@ -59,7 +59,7 @@ TEST(client, drops_what_an_earlier_session_left_on_the_line)
     EXPECT_EQ(connect(server).server().sensor, "k330");
 }
 
-TEST(client, says_that_the_server_serves_another_host)
+TEST(client, reports_that_the_server_is_busy)
 {
     fake_server server;
     server.on("end", [](host_connection &host, const json &) {
@@ -88,7 +88,7 @@ TEST(client, refuses_another_protocol_version)
     EXPECT_THAT([&] { connect(server); }, ThrowsMessage<protocol_error>(HasSubstr("version 2")));
 }
 
-TEST(client, says_that_nothing_listens)
+TEST(client, reports_that_nothing_listens)
 {
     std::string address;
     {
@@ -128,7 +128,7 @@ TEST(client, measures_single_frames)
     EXPECT_EQ(host.single_frame().items().size(), 3U);
 }
 
-TEST(client, hands_over_frames_that_come_before_the_answer_to_stop)
+TEST(client, passes_on_frames_before_the_answer_to_stop)
 {
     fake_server server;
     server.on("start", test::stream_frames(5));
@@ -141,7 +141,7 @@ TEST(client, hands_over_frames_that_come_before_the_answer_to_stop)
     host.ping();
 }
 
-TEST(client, passes_log_lines_on)
+TEST(client, passes_on_log_lines)
 {
     fake_server server;
     server.on("ping", [](host_connection &host, const json &command) {
@@ -163,7 +163,7 @@ TEST(client, passes_log_lines_on)
     EXPECT_EQ(test::last_command(server.lines(), "log"), json({{"command", "log"}, {"level", "INFO"}}));
 }
 
-TEST(client, reports_what_the_server_refuses)
+TEST(client, reports_errors_of_the_server)
 {
     fake_server server;
     server.on("configure", [](host_connection &host, const json &) {
@@ -207,7 +207,7 @@ TEST(client, reports_an_error_that_ends_the_stream)
     host.end();
 }
 
-TEST(client, goes_on_after_a_damaged_message)
+TEST(client, continues_after_a_damaged_message)
 {
     fake_server server;
     server.on("start", [](host_connection &host, const json &command) {
@@ -259,7 +259,7 @@ TEST(client, refuses_a_frame_of_another_length)
     }
 }
 
-TEST(client, refuses_messages_that_answer_nothing)
+TEST(client, refuses_unexpected_messages)
 {
     fake_server server;
     server.on("ping", [](host_connection &host, const json &) {
@@ -273,7 +273,7 @@ TEST(client, refuses_messages_that_answer_nothing)
     EXPECT_THROW(host.single_frame(), protocol_error);
 }
 
-TEST(client, notices_that_the_server_goes_and_reconnects)
+TEST(client, detects_a_closed_connection_and_reconnects)
 {
     fake_server server;
     server.on("ping", [](host_connection &host, const json &) { host.close(); });
@@ -283,7 +283,7 @@ TEST(client, notices_that_the_server_goes_and_reconnects)
     EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
 }
 
-TEST(client, loses_nothing_when_it_reads_slowly)
+TEST(client, loses_no_data_when_it_reads_slowly)
 {
     std::atomic<uint32_t> sent = 0;
     fake_server server;
@@ -313,7 +313,7 @@ TEST(client, loses_nothing_when_it_reads_slowly)
     EXPECT_EQ(number, sent);
 }
 
-TEST(client, asks_for_statistics)
+TEST(client, requests_statistics)
 {
     fake_server server;
     server.on("stats", [](host_connection &host, const json &) {
@@ -322,7 +322,7 @@ TEST(client, asks_for_statistics)
     EXPECT_EQ(connect(server).stats()["frames"], 7);
 }
 
-/** A server on a pseudo-terminal, which answers everything, up to a ping, with the identity of a server. */
+/** A server on a pseudo-terminal that answers every command, up to a ping, with the identity of a server. */
 class serial_server
 {
 public:
@@ -347,7 +347,7 @@ public:
         close(master_);
     }
 
-    /** Where it listens. */
+    /** Its address. */
     std::string address() const
     {
         return std::string("serial:") + ptsname(master_) + "@9600";
@@ -411,7 +411,7 @@ private:
     std::thread thread_;
 };
 
-TEST(client, sets_the_speed_of_a_serial_line_and_sets_it_back)
+TEST(client, changes_the_baud_rate_of_a_serial_line_and_restores_it)
 {
     serial_server server;
     client host(parse_address(server.address()), patience);
@@ -421,7 +421,7 @@ TEST(client, sets_the_speed_of_a_serial_line_and_sets_it_back)
     EXPECT_EQ(server.baudrate(), static_cast<speed_t>(B9600));
 }
 
-TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
+TEST(client, reconnects_over_a_serial_line_at_its_first_baud_rate)
 {
     serial_server server;
     client host(parse_address(server.address()), patience);
@@ -431,7 +431,7 @@ TEST(client, reconnects_over_a_serial_line_at_its_first_speed)
     EXPECT_EQ(server.baudrate_of_ping, static_cast<speed_t>(B9600));
 }
 
-TEST(client, does_not_change_the_speed_of_a_network)
+TEST(client, does_not_change_the_baud_rate_of_a_network)
 {
     const fake_server server;
     auto host = connect(server);
@@ -447,7 +447,7 @@ protected:
         return client(server.links(), timeouts, clock.source());
     }
 
-    /** How much time an action takes that ends with a time-out. */
+    /** The duration of an action that ends with a time-out. */
     template <typename action_t> test::manual_clock::duration time_until_given_up(action_t action)
     {
         const auto before = clock.now();
@@ -455,7 +455,7 @@ protected:
         return clock.now() - before;
     }
 
-    /** A reaction that answers after some time. */
+    /** A reaction that answers after a delay. */
     test::reaction answer_after(std::chrono::milliseconds span)
     {
         return [this, span](host_connection &host, const json &command) {
@@ -468,7 +468,7 @@ protected:
     test::scripted_server server{clock};
 };
 
-/** What ends a session. */
+/** The line that ends a session. */
 constexpr const char *end_line = R"({"command":"end"})";
 
 /** A reaction that does nothing. */
@@ -476,7 +476,7 @@ void stay_silent(host_connection & /*host*/, const json & /*command*/)
 {
 }
 
-TEST_F(client_time, begins_with_the_end_of_whatever_session_there_is)
+TEST_F(client_time, starts_by_ending_any_session)
 {
     connect();
     EXPECT_THAT(server.lines(), ElementsAre(end_line, R"({"command":"identify"})"));
@@ -531,7 +531,7 @@ TEST_F(client_time, sends_end_every_second_until_the_server_answers)
     EXPECT_THAT(moments, ElementsAre(0s, 1s, 2s, 3s, 3400ms));
 }
 
-TEST_F(client_time, takes_no_late_answer_to_end_for_another_one)
+TEST_F(client_time, does_not_mistake_a_late_answer_to_end_for_a_new_one)
 {
     std::vector<json> ends;
     server.on("end", [&, this](host_connection &host, const json &command) {
@@ -557,7 +557,7 @@ TEST_F(client_time, takes_no_late_answer_to_end_for_another_one)
     EXPECT_EQ(clock.now(), 3s);
 }
 
-TEST_F(client_time, takes_answers_to_end_that_come_one_by_one_as_late_as_they_are_sent)
+TEST_F(client_time, accepts_late_answers_to_repeated_ends)
 {
     server.on("end", answer_after(3500ms));
     server.on("identify", [this](host_connection &connection, const json &) {
@@ -572,7 +572,7 @@ TEST_F(client_time, takes_answers_to_end_that_come_one_by_one_as_late_as_they_ar
     EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
 }
 
-TEST_F(client_time, passes_over_answers_to_the_ends_of_earlier_hosts)
+TEST_F(client_time, skips_answers_to_the_ends_of_earlier_hosts)
 {
     server.on("end", [](host_connection &connection, const json &command) {
         for (int i = 0; i < 20; ++i)
@@ -586,7 +586,7 @@ TEST_F(client_time, passes_over_answers_to_the_ends_of_earlier_hosts)
     EXPECT_EQ(clock.now(), 0s);
 }
 
-TEST_F(client_time, gives_up_on_a_server_that_answers_nothing_but_end)
+TEST_F(client_time, gives_up_on_a_server_that_answers_only_end)
 {
     server.on("identify", [this](host_connection &connection, const json &) {
         for (int i = 0; i < 600; ++i)
@@ -598,7 +598,7 @@ TEST_F(client_time, gives_up_on_a_server_that_answers_nothing_but_end)
     EXPECT_EQ(time_until_given_up([&] { connect(); }), 5s);
 }
 
-TEST_F(client_time, takes_no_answer_to_an_end_that_it_gave_up_for_another_one)
+TEST_F(client_time, does_not_mistake_the_answer_to_an_abandoned_end_for_a_new_one)
 {
     auto host = connect();
     server.on("end", answer_after(6s));
@@ -609,7 +609,7 @@ TEST_F(client_time, takes_no_answer_to_an_end_that_it_gave_up_for_another_one)
     host.ping();
 }
 
-TEST_F(client_time, reports_a_command_that_is_damaged_once_all_ends_are_answered)
+TEST_F(client_time, reports_a_damaged_command_after_all_ends_are_answered)
 {
     auto host = connect();
     server.on("ping", [](host_connection &connection, const json &) {
@@ -627,11 +627,11 @@ TEST_F(client_time, gives_up_on_a_server_that_never_answers)
         EXPECT_EQ(time_until_given_up([&] { connect({.answer = timeout}); }), timeout);
     }
     const auto lines = server.lines().size();
-    EXPECT_THAT(
-        [&] { connect({.answer = 2s}); },
-        ThrowsMessage<timeout_error>("The server sent no answer to \"end\" in time. Check the line and its "
-                                     "baud rate, that nothing else uses the server, and that the board does "
-                                     "not restart (see its log)."));
+    EXPECT_THAT([&] { connect({.answer = 2s}); },
+                ThrowsMessage<timeout_error>(
+                    "The server sent no answer to \"end\" in time. Check the connection and its "
+                    "baud rate, that no other program uses the server, and that the board does "
+                    "not restart (see its log)."));
     EXPECT_EQ(server.lines().size(), lines + 2);
 }
 
@@ -646,7 +646,7 @@ TEST_F(client_time, does_not_repeat_end_after_it_gave_up)
     EXPECT_EQ(server.lines().size(), lines + 1);
 }
 
-TEST_F(client_time, waits_for_each_kind_of_answer_as_long_as_it_is_set_to)
+TEST_F(client_time, waits_for_each_kind_of_answer_until_its_time_out)
 {
     const client_timeouts timeouts{.answer = 3s, .configure = 7s, .frame = 4s};
     auto host = connect(timeouts);
@@ -663,7 +663,7 @@ TEST_F(client_time, waits_for_each_kind_of_answer_as_long_as_it_is_set_to)
     EXPECT_EQ(time_until_given_up([&] { host.reconnect(); }), 3s);
 }
 
-TEST_F(client_time, waits_for_a_frame_as_long_as_it_is_asked_to)
+TEST_F(client_time, waits_for_a_frame_until_the_given_time_out)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(1)(host, command);
@@ -682,7 +682,7 @@ TEST_F(client_time, waits_for_a_frame_as_long_as_it_is_asked_to)
     EXPECT_EQ(clock.now(), 120ms);
 }
 
-TEST_F(client_time, goes_on_after_it_gave_up_on_a_silent_server)
+TEST_F(client_time, works_again_after_giving_up_on_a_silent_server)
 {
     server.on("ping", stay_silent);
     auto host = connect();
@@ -692,7 +692,7 @@ TEST_F(client_time, goes_on_after_it_gave_up_on_a_silent_server)
     host.identify();
 }
 
-TEST_F(client_time, takes_an_answer_that_comes_at_the_last_moment)
+TEST_F(client_time, accepts_an_answer_at_the_last_moment)
 {
     auto host = connect();
     server.on("ping", answer_after(5000ms));
@@ -702,7 +702,7 @@ TEST_F(client_time, takes_an_answer_that_comes_at_the_last_moment)
     EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
 }
 
-TEST_F(client_time, takes_an_answer_that_comes_bit_by_bit_in_the_last_millisecond)
+TEST_F(client_time, accepts_an_answer_in_pieces_in_the_last_millisecond)
 {
     server.on("ping", [this](host_connection &connection, const json &) {
         server.pause(4999ms);
@@ -718,7 +718,7 @@ TEST_F(client_time, takes_an_answer_that_comes_bit_by_bit_in_the_last_millisecon
     EXPECT_LT(clock.now(), 5s);
 }
 
-TEST_F(client_time, gives_up_on_a_line_that_never_falls_silent)
+TEST_F(client_time, gives_up_on_a_line_that_is_never_silent)
 {
     server.on("ping", [this](host_connection &host, const json &) {
         for (int i = 0; i < 2000; ++i)
@@ -731,7 +731,7 @@ TEST_F(client_time, gives_up_on_a_line_that_never_falls_silent)
     EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
 }
 
-TEST_F(client_time, gives_up_on_a_line_of_nonsense_when_it_ends_a_session)
+TEST_F(client_time, gives_up_on_invalid_data_when_it_ends_a_session)
 {
     auto host = connect();
     server.on("end", [this](host_connection &connection, const json &) {
@@ -744,7 +744,7 @@ TEST_F(client_time, gives_up_on_a_line_of_nonsense_when_it_ends_a_session)
     EXPECT_EQ(time_until_given_up([&] { host.end(); }), 5s);
 }
 
-TEST_F(client_time, gives_up_on_a_server_that_sends_messages_for_ever)
+TEST_F(client_time, gives_up_on_an_endless_series_of_messages)
 {
     const auto send_frames = [this](host_connection &host, const json &) {
         for (uint32_t i = 0; i < 120; ++i)
@@ -779,7 +779,7 @@ TEST_F(client_time, gives_up_on_a_server_that_sends_messages_faster_than_it_read
     EXPECT_LE(time_until_given_up([&] { host.end(); }), 5100ms);
 }
 
-TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
+TEST_F(client_time, waits_for_a_message_while_its_bytes_arrive)
 {
     server.on("end", [this](host_connection &host, const json &command) {
         const auto payload = example_session().frame_payload(1);
@@ -795,7 +795,7 @@ TEST_F(client_time, waits_for_a_message_as_long_as_it_keeps_coming)
     EXPECT_EQ(clock.now(), 7 * 4900ms);
 }
 
-TEST_F(client_time, refuses_an_answer_with_a_payload_at_once)
+TEST_F(client_time, refuses_an_answer_with_a_payload_immediately)
 {
     server.on("identify", [this](host_connection &connection, const json &) {
         auto identity = test::identity();
@@ -807,22 +807,22 @@ TEST_F(client_time, refuses_an_answer_with_a_payload_at_once)
             connection.send("x");
         }
     });
-    EXPECT_THAT([&] { connect(); }, ThrowsMessage<bad_message>(HasSubstr("only a frame has a payload")));
+    EXPECT_THAT([&] { connect(); }, ThrowsMessage<bad_message>(HasSubstr("only a frame can have a payload")));
     EXPECT_EQ(clock.now(), 0s);
 }
 
-TEST_F(client_time, gives_up_on_a_message_that_stops_coming)
+TEST_F(client_time, gives_up_on_a_message_that_stops_arriving)
 {
     server.on("end", [this](host_connection &host, const json &) {
         host.send(example_session().frame_header(1).dump() + "\n");
         server.pause(6s);
         host.send("half");
     });
-    // More came in two time-outs, nothing in the third.
+    // More bytes arrived during two time-outs, none during the third.
     EXPECT_EQ(time_until_given_up([&] { connect(); }), 15s);
 }
 
-TEST_F(client_time, goes_back_to_the_old_speed_when_the_server_does_not_answer_at_the_new_one)
+TEST_F(client_time, restores_the_baud_rate_when_the_server_does_not_answer_at_the_new_one)
 {
     auto host = connect();
     server.on("ping", [this](host_connection &connection, const json &command) {
@@ -836,7 +836,7 @@ TEST_F(client_time, goes_back_to_the_old_speed_when_the_server_does_not_answer_a
     host.ping();
 }
 
-TEST_F(client_time, stays_at_the_new_speed_when_the_server_answers_there)
+TEST_F(client_time, keeps_the_new_baud_rate_when_the_server_answers_at_it)
 {
     connect().set_baudrate(115200);
     EXPECT_EQ(server.line().baudrate(), 115200U);

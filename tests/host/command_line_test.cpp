@@ -27,7 +27,7 @@ using test::host_connection;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/** What a run of the command gives. */
+/** The result of a run of the command. */
 struct outcome
 {
     exit_code code;
@@ -51,19 +51,22 @@ TEST(command_line, prints_its_version)
     EXPECT_EQ(result.out, "vantor 0.1.0\n");
 }
 
-TEST(command_line, helps)
+TEST(command_line, prints_help)
 {
     const auto general = run({"--help"});
     EXPECT_EQ(general.code, exit_code::success);
     EXPECT_THAT(general.out, HasSubstr("Exit codes:"));
-    EXPECT_THAT(general.out, testing::ContainsRegex("\n  record +Record frames of a measurement to disk\\."));
+    EXPECT_THAT(general.out, HasSubstr("Usage: vantor [OPTIONS] COMMAND\n"));
+    EXPECT_THAT(general.out, HasSubstr("\nCommands:\n"));
+    EXPECT_THAT(general.out, testing::ContainsRegex("\n  record +Measure, and record the frames to disk\\."));
     const auto record = run({"record", "--help"}).out;
     EXPECT_THAT(record, HasSubstr("vantor record examples/two_sensors.json --frames 100"));
     EXPECT_THAT(record, HasSubstr("CONFIG REQUIRED"));
     EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
-    EXPECT_THAT(record, HasSubstr("--connect WHERE=sim: "));
-    EXPECT_THAT(run({"export", "--help"}).out,
-                testing::ContainsRegex("--format FORMAT REQUIRED +csv or npy\n"));
+    EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
+    EXPECT_THAT(
+        run({"export", "--help"}).out,
+        testing::ContainsRegex("--format FORMAT REQUIRED +Format of the files: csv or npy \\(NumPy\\)\n"));
 }
 
 TEST(command_line, has_help_with_examples_for_every_command)
@@ -83,7 +86,7 @@ TEST(command_line, identifies_a_server)
     const fake_server server;
     const auto text = run({"identify", "--connect", server.address()});
     EXPECT_EQ(text.code, exit_code::success);
-    EXPECT_THAT(text.out, HasSubstr("k330, 5 places, connected: 1, 2"));
+    EXPECT_THAT(text.out, HasSubstr("k330, 5 slots, connected: 1, 2"));
     const auto output = run({"identify", "--connect", server.address(), "--json"}).out;
     EXPECT_THAT(output, HasSubstr("\"ticks_per_second\": 1000000,"));
     const auto about = json::parse(output);
@@ -91,7 +94,7 @@ TEST(command_line, identifies_a_server)
     EXPECT_EQ(about["connected_sensors"], json({1, 2}));
 }
 
-TEST(command_line, shows_what_is_known_of_the_board)
+TEST(command_line, describes_the_board)
 {
     fake_server server;
     server.on("identify", [](host_connection &host, const json &) {
@@ -115,7 +118,7 @@ TEST(command_line, shows_what_is_known_of_the_board)
                                     {"sensors", "new\n"}}));
 }
 
-TEST(command_line, scans_devices_that_are_no_server_without_a_fault)
+TEST(command_line, scans_devices_without_a_server)
 {
     const auto text = run({"scan", "/dev/does-not-exist", "/dev/null"});
     EXPECT_EQ(text.code, exit_code::no_connection);
@@ -140,7 +143,7 @@ TEST(command_line, validates_documents)
     EXPECT_EQ(about["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
 }
 
-TEST(command_line, keeps_calibrations_in_a_file)
+TEST(command_line, saves_calibrations_to_a_file)
 {
     const test::temporary_directory directory;
     const fake_server server;
@@ -156,7 +159,7 @@ TEST(command_line, keeps_calibrations_in_a_file)
     EXPECT_EQ(sent, json::parse(R"([[{"sensor_id":1,"config":{}},{"sensor_id":2,"config":{}}]])"));
 }
 
-TEST(command_line, looks_into_recordings)
+TEST(command_line, shows_recordings)
 {
     const test::temporary_directory directory;
     const auto place = (directory / "out").string();
@@ -203,8 +206,8 @@ TEST(command_line, completes_in_shells)
     EXPECT_EQ(run({"completion", "dos"}).code, exit_code::usage);
 }
 
-/** What a real bash completes after some words, whatever IFS and earlier replies are; then options that it
- * set. */
+/** Completes words in a real bash, with any IFS and earlier replies; returns the words and the options set.
+ */
 std::string completed(const std::filesystem::path &directory, const std::string &words)
 {
     const auto script = directory / "complete.bash";
@@ -240,8 +243,8 @@ TEST(command_line, completes_in_a_real_bash)
 TEST(command_line, completes_commands_and_options_in_fish)
 {
     const auto fish = run({"completion", "fish"}).out;
-    EXPECT_THAT(fish,
-                HasSubstr("complete -c vantor -n __fish_use_subcommand -f -a record -d 'Record frames"));
+    EXPECT_THAT(
+        fish, HasSubstr("complete -c vantor -n __fish_use_subcommand -f -a record -d 'Measure, and record"));
     EXPECT_THAT(fish, HasSubstr("'__fish_seen_subcommand_from record' -l seconds -d 'Stop after this many"));
     EXPECT_THAT(fish, testing::Not(HasSubstr("Configuration document")));
 }
@@ -255,7 +258,7 @@ TEST(command_line, quotes_texts_for_fish)
     EXPECT_THAT(out.str(), HasSubstr(R"(-a odd -d 'it\'s \\ odd')"));
 }
 
-TEST(command_line, completes_names_of_files_with_any_character)
+TEST(command_line, completes_file_names_with_any_character)
 {
     const test::temporary_directory directory;
     for (const char *name : {"[ab]", "a", "b*", "b1", "u v", "e'f\"g", " s ", "h\\i"})
@@ -300,28 +303,31 @@ TEST(command_line, refuses_wrong_usage)
     }
 }
 
-TEST(command_line, says_what_a_number_may_be)
+TEST(command_line, reports_the_bounds_of_a_number)
 {
     const auto fault = [](const std::vector<std::string> &arguments) { return run(arguments).err; };
     EXPECT_THAT(fault({"replay", "x", "--tcp", "65536"}),
-                HasSubstr("--tcp: 65536 is not a whole number from 0 to 65535\n"));
+                HasSubstr("--tcp: \"65536\" is not a whole number from 0 to 65535\n"));
     EXPECT_THAT(fault({"replay", "x", "--tcp", "99999999999999999999"}),
-                HasSubstr("--tcp: 99999999999999999999 is not a whole number from 0 to 65535\n"));
+                HasSubstr("--tcp: \"99999999999999999999\" is not a whole number from 0 to 65535\n"));
     EXPECT_THAT(fault({"replay", "x", "--tcp", ""}),
-                HasSubstr("--tcp:  is not a whole number from 0 to 65535\n"));
+                HasSubstr("--tcp: \"\" is not a whole number from 0 to 65535\n"));
     EXPECT_THAT(fault({"scan", "--baudrate", "4294967297"}),
-                HasSubstr("--baudrate: 4294967297 is not a whole number from 1 to 4294967295\n"));
+                HasSubstr("--baudrate: \"4294967297\" is not a whole number from 1 to 4294967295\n"));
     EXPECT_THAT(fault({"calibrate", "--output", "x", "--sensor", "65536"}),
-                HasSubstr("--sensor: 65536 is not a whole number from 1 to 65535\n"));
+                HasSubstr("--sensor: \"65536\" is not a whole number from 1 to 65535\n"));
     EXPECT_THAT(fault({"record", "x", "--seconds", "0"}),
-                HasSubstr("--seconds: 0 is not a number above 0\n"));
-    EXPECT_THAT(fault({"plot", "x", "--distance", "far"}), HasSubstr("--distance: far is not a number\n"));
-    EXPECT_THAT(fault({"plot", "x", "--distance", "1m"}), HasSubstr("--distance: 1m is not a number\n"));
-    EXPECT_THAT(fault({"plot", "x", "--distance", "inf"}), HasSubstr("--distance: inf is not a number\n"));
-    EXPECT_THAT(fault({"export", "x", "--format", "xml"}), HasSubstr("--format: xml not in {csv,npy}\n"));
+                HasSubstr("--seconds: \"0\" is not a number above 0\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "far"}),
+                HasSubstr("--distance: \"far\" is not a number\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "1m"}), HasSubstr("--distance: \"1m\" is not a number\n"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "inf"}),
+                HasSubstr("--distance: \"inf\" is not a number\n"));
+    EXPECT_THAT(fault({"export", "x", "--format", "xml"}),
+                HasSubstr("--format: \"xml\" is not one of csv, npy\n"));
 }
 
-TEST(command_line, takes_numbers_up_to_their_bounds)
+TEST(command_line, accepts_numbers_up_to_their_bounds)
 {
     for (const auto &arguments : std::vector<std::vector<std::string>>{{"replay", "x", "--tcp", "65535"},
                                                                        {"replay", "x", "--tcp", "0"},
@@ -369,7 +375,7 @@ TEST(command_line, refuses_a_server_that_measures_something_else)
         exit_code::bad_link);
 }
 
-TEST(command_line, tells_bad_messages_and_unwritable_output_apart)
+TEST(command_line, distinguishes_bad_messages_and_unwritable_output)
 {
     const test::temporary_directory directory;
     const auto good = directory.write("good.json", test::example_session().configuration.dump()).string();
@@ -385,14 +391,21 @@ TEST(command_line, tells_bad_messages_and_unwritable_output_apart)
         exit_code::not_written);
 }
 
-TEST(command_line, names_a_command_that_it_does_not_know)
+TEST(command_line, reports_an_unknown_command)
 {
     const auto result = run({"recrod", "config.json"});
     EXPECT_EQ(result.code, exit_code::usage);
-    EXPECT_THAT(result.err, HasSubstr("Unknown command \"recrod\""));
+    EXPECT_THAT(result.err, HasSubstr("\"recrod\" is not a vantor command."));
 }
 
-TEST(command_line, takes_words_in_brackets_as_they_are)
+TEST(command_line, reports_a_missing_command)
+{
+    const auto result = run({});
+    EXPECT_EQ(result.code, exit_code::usage);
+    EXPECT_EQ(result.err, "A command is required.\nRun with --help for more information.\n");
+}
+
+TEST(command_line, does_not_split_words_in_brackets)
 {
     const auto scanned = run({"scan", "[x]", "[1,2]"});
     EXPECT_THAT(scanned.err, HasSubstr("[x]"));
@@ -400,10 +413,10 @@ TEST(command_line, takes_words_in_brackets_as_they_are)
     EXPECT_THAT(run({"info", "[1,2]"}).err, HasSubstr("[1,2]"));
     const auto listed = run({"calibrate", "--output", "x", "--sensor", "[1,2]"});
     EXPECT_EQ(listed.code, exit_code::usage);
-    EXPECT_THAT(listed.err, HasSubstr("--sensor: [1,2] is not a whole number from 1 to 65535\n"));
+    EXPECT_THAT(listed.err, HasSubstr("--sensor: \"[1,2]\" is not a whole number from 1 to 65535\n"));
 }
 
-TEST(command_line, takes_lists_of_arguments_and_repeated_options)
+TEST(command_line, accepts_lists_of_arguments_and_repeated_options)
 {
     const fake_server server;
     const test::temporary_directory directory;
@@ -424,7 +437,7 @@ TEST(command_line, takes_lists_of_arguments_and_repeated_options)
     EXPECT_THAT(run({"scan", "--help"}).out, HasSubstr("DEVICE ..."));
 }
 
-TEST(command_line, takes_a_time_out_of_a_self_test_within_its_bounds)
+TEST(command_line, accepts_a_time_out_of_a_self_test_within_its_bounds)
 {
     for (const char *seconds : {"0", "601", "5s", "-1"})
     {
@@ -438,7 +451,7 @@ TEST(command_line, takes_a_time_out_of_a_self_test_within_its_bounds)
     }
 }
 
-TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
+TEST(command_line, reports_unexpected_arguments_in_order_and_first)
 {
     EXPECT_EQ(run({"validate", "x", "a", "--bogus", "c"}).err,
               "Unexpected arguments: a --bogus c\nRun with --help for more information.\n");
@@ -450,7 +463,7 @@ TEST(command_line, names_unexpected_arguments_in_their_order_and_first)
     EXPECT_EQ(run({"validate", "x", "a", "--help"}).code, exit_code::success);
 }
 
-TEST(command_line, lets_no_argument_control_the_terminal)
+TEST(command_line, does_not_let_arguments_control_the_terminal)
 {
     for (const auto &arguments :
          std::vector<std::vector<std::string>>{{"\x1b[2J"},
@@ -471,12 +484,13 @@ TEST(command_line, lets_no_argument_control_the_terminal)
 TEST(command_line, refuses_empty_texts)
 {
     for (const auto &[arguments, fault] : std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"record", "x", "--calibration", ""}, "--calibration: the value is empty; give FILE: Cal"},
-             {{"record", "x", "--output", ""}, "--output: the value is empty; give DIR: New directory"},
-             {{"identify", "--connect", ""}, "--connect: the value is empty; give WHERE: The server"},
-             {{"record", ""}, "CONFIG: the value is empty; give CONFIG: Configuration document"},
-             {{"scan", ""}, "DEVICE: the value is empty; give DEVICE: Devices to ask"},
-             {{"info", ""}, "RECORDING: the value is empty; give RECORDING: Directory"}})
+             {{"record", "x", "--calibration", ""},
+              "--calibration: the value is empty; expected FILE: Use the cal"},
+             {{"record", "x", "--output", ""}, "--output: the value is empty; expected DIR: New directory"},
+             {{"identify", "--connect", ""}, "--connect: the value is empty; expected ADDRESS: Address of"},
+             {{"record", ""}, "CONFIG: the value is empty; expected CONFIG: Configuration document"},
+             {{"scan", ""}, "DEVICE: the value is empty; expected DEVICE: Serial devices to try"},
+             {{"info", ""}, "RECORDING: the value is empty; expected RECORDING: Directory"}})
     {
         const auto result = run(arguments);
         EXPECT_EQ(result.code, exit_code::usage) << fault;
@@ -484,19 +498,21 @@ TEST(command_line, refuses_empty_texts)
     }
 }
 
-TEST(command_line, takes_no_option_for_a_value)
+TEST(command_line, does_not_use_an_option_as_a_value)
 {
     for (const char *command : {"plot", "info"})
     {
         EXPECT_EQ(run({command, "--json", "x"}).code, exit_code::bad_file) << command;
     }
+    EXPECT_EQ(run({"record", "x", "--frames"}).err, "--frames: the value is missing; expected NUMBER\n"
+                                                    "Run with --help for more information.\n");
     const auto swallowed = run({"plot", "x", "--output", "--json"});
     EXPECT_EQ(swallowed.code, exit_code::usage);
     EXPECT_EQ(swallowed.err, "--output: the value is missing; if it is \"--json\", write --output=--json\n"
                              "Run with --help for more information.\n");
     const auto empty = run({"plot", "x", "--output=", "--json"});
     EXPECT_EQ(empty.code, exit_code::usage);
-    EXPECT_THAT(empty.err, testing::StartsWith("--output: the value is empty; give FILE: The picture"));
+    EXPECT_THAT(empty.err, testing::StartsWith("--output: the value is empty; expected FILE: PNG file"));
     const test::temporary_directory directory;
     EXPECT_EQ(run({"record", "--output=--json", (directory / "none").string()}).code, exit_code::bad_file);
     EXPECT_EQ(run({"plot", "x", "--distance", "-1"}).code, exit_code::bad_file);
@@ -509,7 +525,7 @@ TEST(command_line, takes_no_option_for_a_value)
     EXPECT_THAT(run({"info", "x", "--output", "--json"}).err, HasSubstr("Unexpected argument: --output\n"));
 }
 
-TEST(command_line, says_that_its_output_cannot_be_written)
+TEST(command_line, reports_that_its_output_cannot_be_written)
 {
     std::ofstream full("/dev/full");
     std::ostringstream err;
@@ -517,7 +533,7 @@ TEST(command_line, says_that_its_output_cannot_be_written)
     EXPECT_THAT(err.str(), HasSubstr("standard output"));
 }
 
-TEST(command_line, prints_json_whatever_a_file_is_called)
+TEST(command_line, prints_json_for_any_file_name)
 {
     const test::temporary_directory directory;
     const auto recording = directory / "out\xff";
@@ -527,7 +543,7 @@ TEST(command_line, prints_json_whatever_a_file_is_called)
     EXPECT_EQ(json::parse(result.out)["frames"], 2);
 }
 
-TEST(command_line, lets_no_server_control_the_terminal)
+TEST(command_line, does_not_let_servers_control_the_terminal)
 {
     fake_server server;
     server.on("configure", [](host_connection &host, const json &) {
@@ -544,7 +560,7 @@ TEST(command_line, lets_no_server_control_the_terminal)
     EXPECT_EQ(result.err, "vantor: ?[2J???? (busy)\n");
 }
 
-TEST(command_line, keeps_no_empty_list_of_calibrations)
+TEST(command_line, does_not_save_an_empty_list_of_calibrations)
 {
     fake_server server;
     server.on("configure", [](host_connection &host, const json &) {
@@ -555,7 +571,7 @@ TEST(command_line, keeps_no_empty_list_of_calibrations)
     const auto file = directory / "out.json";
     const auto result = run({"calibrate", "--output", file.string(), "--connect", server.address()});
     EXPECT_EQ(result.code, exit_code::failure);
-    EXPECT_THAT(result.err, HasSubstr("calibrated no sensor"));
+    EXPECT_THAT(result.err, HasSubstr("did not calibrate any sensor"));
     EXPECT_FALSE(std::filesystem::exists(file));
 }
 

@@ -1,5 +1,5 @@
 /** @file
- * Tests of what `vantor validate` finds: one fault at a time, with its place and the nearest allowed value.
+ * Tests of the faults that `vantor validate` finds, with their place and the nearest allowed value.
  */
 #include "configuration/check/configuration_check.h"
 
@@ -22,7 +22,7 @@ using nlohmann::json;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/** A document with one item whose configuration is given. */
+/** A document with one item that has the given configuration. */
 json document_with(const json &config)
 {
     return {{"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
@@ -48,7 +48,7 @@ TEST(configuration_check, finds_nothing_in_the_examples)
     EXPECT_THAT(check_configuration(document_with(json::object())), IsEmpty());
 }
 
-TEST(configuration_check, names_place_bounds_and_nearest_value)
+TEST(configuration_check, reports_place_bounds_and_nearest_value)
 {
     const auto fault = fault_of(document_with({{"hwaas", 600}}));
     EXPECT_EQ(fault.pointer, "/groups/0/0/config/hwaas");
@@ -98,7 +98,7 @@ TEST(configuration_check, finds_each_kind_of_fault)
     }
 }
 
-TEST(configuration_check, cuts_long_values_between_characters)
+TEST(configuration_check, shortens_long_values_between_characters)
 {
     for (const char *start : {"", "x"})
     {
@@ -148,7 +148,7 @@ TEST(configuration_check, finds_faults_outside_of_configurations)
     EXPECT_EQ(with([](json &d) { d["groups"] = json(11, d["groups"][0]); }), "/groups");
 }
 
-TEST(configuration_check, says_what_breaks_a_rule_between_members)
+TEST(configuration_check, reports_what_breaks_a_rule_between_members)
 {
     const std::string in_prf = " with this \"prf\": lower \"prf\", or use fewer points";
     const std::vector<std::tuple<json, configuration_fault>> cases = {
@@ -185,7 +185,7 @@ TEST(configuration_check, reports_every_fault_at_once)
     EXPECT_THAT(faults, SizeIs(3));
 }
 
-/** Collects the members of all schemas within a schema. */
+/** Collects the keywords of a schema and of all schemas in it. */
 void collect_keywords(const json &schema, std::set<std::string> &keywords)
 {
     static const std::set<std::string> named = {"properties", "$defs"};
@@ -211,7 +211,7 @@ void collect_keywords(const json &schema, std::set<std::string> &keywords)
     }
 }
 
-TEST(configuration_check, knows_every_keyword_of_the_schema)
+TEST(configuration_check, supports_every_keyword_of_the_schema)
 {
     std::set<std::string> keywords;
     collect_keywords(configuration_schema(), keywords);

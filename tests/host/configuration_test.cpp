@@ -1,5 +1,5 @@
 /** @file
- * Tests of configuration documents as files.
+ * Tests of configuration documents in files.
  */
 #include "configuration/configuration.h"
 
@@ -32,7 +32,7 @@ TEST(configuration, reads_every_example)
     }
 }
 
-TEST(configuration, says_where_a_file_stops_being_json)
+TEST(configuration, reports_where_a_file_is_not_json)
 {
     const test::temporary_directory directory;
     const auto file = directory.write("bad.json", "{\n  \"groups\": [\n    oops\n]}\n");
@@ -41,7 +41,7 @@ TEST(configuration, says_where_a_file_stops_being_json)
                     testing::AllOf(HasSubstr("bad.json"), HasSubstr("line 3, column 5"))));
 }
 
-TEST(configuration, says_where_an_unfinished_file_ends)
+TEST(configuration, reports_where_an_incomplete_file_ends)
 {
     EXPECT_THAT([&] { parse_json_text("{\n\"a\": 1", "text"); },
                 ThrowsMessage<configuration_error>(HasSubstr("line 2, column 7")));
@@ -54,7 +54,7 @@ TEST(configuration, refuses_repeated_members_of_one_object_only)
     EXPECT_EQ(parse_json_text(R"({"a": {"b": 1}, "b": [{"b": 2}, {"b": 3}]})", "text")["b"][1]["b"], 3);
 }
 
-TEST(configuration, refuses_what_is_no_document)
+TEST(configuration, refuses_what_is_not_a_document)
 {
     const test::temporary_directory directory;
     EXPECT_THROW(load_configuration(directory / "missing.json"), configuration_error);
@@ -79,14 +79,14 @@ TEST(configuration, lists_items_in_the_order_of_frames)
     EXPECT_THAT(list_items(json::object()), SizeIs(0));
 }
 
-TEST(configuration, bounds_what_it_reads)
+TEST(configuration, limits_what_it_reads)
 {
     const test::temporary_directory directory;
     const std::string brackets(100000, '[');
     const auto deep =
         directory.write("deep.json", "{\"groups\": " + brackets + std::string(100000, ']') + "}");
     EXPECT_THAT([&] { load_configuration(deep); },
-                ThrowsMessage<configuration_error>(HasSubstr("more than 64 deep")));
+                ThrowsMessage<configuration_error>(HasSubstr("more than 64 levels deep")));
     const auto large = directory.write("large.json", "{}" + std::string(17 << 20, ' '));
     EXPECT_THAT([&] { load_configuration(large); }, ThrowsMessage<configuration_error>(HasSubstr("16 MB")));
     EXPECT_THAT([&] { load_configuration("/dev/zero"); },
@@ -103,7 +103,7 @@ TEST(configuration, reads_a_pipe)
     writer.join();
 }
 
-TEST(configuration, refuses_to_list_what_is_no_item)
+TEST(configuration, refuses_to_list_what_is_not_an_item)
 {
     for (const char *text : {R"({"groups": [[1]]})", R"({"groups": [1]})", R"({"groups": [[{}]]})"})
     {
@@ -111,7 +111,7 @@ TEST(configuration, refuses_to_list_what_is_no_item)
     }
 }
 
-TEST(configuration, reads_numbers_beyond_every_range_as_the_server_does)
+TEST(configuration, reads_numbers_out_of_range_like_the_server)
 {
     const auto items = list_items(json::parse(
         R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 1e300, "frame_rate": "x"}}]]})"));

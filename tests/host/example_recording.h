@@ -19,7 +19,7 @@ frame example_frame(uint32_t number);
 /** The example session, described. */
 session_description example_description();
 
-/** Records so many frames of the example session. */
+/** Records this many frames of the example session. */
 void write_example_recording(const std::filesystem::path &directory, uint32_t frames);
 
 } // namespace vantor::test

@@ -19,7 +19,7 @@ namespace
 
 using asio::ip::tcp;
 
-/** Carries what the host says to the server, and ends the program when the host is gone. */
+/** Passes the bytes of the host to the server, and ends the program when the host disconnects. */
 void carry_input(tcp::socket &server)
 {
     std::array<char, 4096> piece{};
@@ -31,7 +31,7 @@ void carry_input(tcp::socket &server)
     std::_Exit(0);
 }
 
-/** Carries what the server says to the host. */
+/** Passes the bytes of the server to the host. */
 void carry_output(tcp::socket &server)
 {
     std::array<char, 4096> piece{};
@@ -43,13 +43,13 @@ void carry_output(tcp::socket &server)
     }
 }
 
-/** Says goodbye and ends. */
-extern "C" void say_farewell(int /*number*/)
+/** Signal handler: reports that the program was asked to exit, and exits. */
+extern "C" void report_exit(int /*number*/)
 {
     std::_Exit(write(STDOUT_FILENO, "farewell\n", 9) == 9 ? 0 : 1);
 }
 
-/** Reports that it is there, and then does only what it does when it is asked to end. */
+/** Reports that it has started, and then waits for the request to exit. */
 [[noreturn]] void wait_for_the_end(void (*what)(int))
 {
     std::signal(SIGTERM, what);
@@ -67,7 +67,7 @@ int main(int argc, char **argv)
     const std::string option = argc == 3 ? argv[2] : "";
     if (option == "--farewell")
     {
-        wait_for_the_end(say_farewell);
+        wait_for_the_end(report_exit);
     }
     if (option == "--deaf")
     {

@@ -1,5 +1,5 @@
 /** @file
- * A server with a script on a real TCP connection.
+ * A scripted server on a real TCP connection.
  */
 #include "fake_server.h"
 
@@ -28,7 +28,7 @@ public:
 
     void send(const std::string &bytes) override
     {
-        // The host may be gone, which is its own business.
+        // Ignored: the host may have disconnected.
         asio::error_code failure;
         const auto count = socket_.send(asio::buffer(bytes), MSG_DONTWAIT, failure);
         if (count < bytes.size())
@@ -46,7 +46,7 @@ public:
         socket_.close(ignored);
     }
 
-    /** Reads the next line; false when the host is gone. */
+    /** Reads the next line; false if the host has disconnected. */
     bool read_line(std::string &line)
     {
         asio::error_code failure;
@@ -66,7 +66,8 @@ private:
     std::string buffer_;
 };
 
-/** Listens on a free port; the connections take little at once, so that one that is not read is soon full. */
+/** Listens on a free port; connections have small buffers, so that they fill up soon when they are not read.
+ */
 asio::ip::tcp::acceptor listen(asio::io_context &io)
 {
     asio::ip::tcp::acceptor acceptor(io, asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), 0));
@@ -84,7 +85,7 @@ fake_server::~fake_server()
 {
     ending_ = true;
     asio::io_context io;
-    // Lets accept() return.
+    // Makes accept() return.
     asio::ip::tcp::socket wake(io);
     asio::error_code ignored;
     wake.connect(acceptor_.local_endpoint(), ignored);

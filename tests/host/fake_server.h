@@ -1,5 +1,5 @@
 /** @file
- * A server with a script on a real TCP connection.
+ * A scripted server on a real TCP connection.
  */
 #ifndef VANTOR_FAKE_SERVER_H
 #define VANTOR_FAKE_SERVER_H
@@ -28,25 +28,25 @@ public:
     fake_server &operator=(fake_server &&) = delete;
     ~fake_server();
 
-    /** Sets what a command does; to be called before the first host comes. */
+    /** Sets the reaction to a command; must be called before the first host connects. */
     void on(const std::string &command, reaction what);
 
-    /** Where it listens. */
+    /** Its address. */
     [[nodiscard]] std::string address() const;
 
-    /** Whether a host took no more bytes at once, so that the server had to wait with sending. */
+    /** Whether the server had to wait because a host did not accept more bytes. */
     [[nodiscard]] bool full() const noexcept
     {
         return full_;
     }
 
-    /** Waits until a host takes no more bytes. */
+    /** Waits until a host does not accept more bytes. */
     void wait_until_full() const
     {
         full_.wait(false);
     }
 
-    /** The lines received so far, of all hosts. */
+    /** The lines received so far from all hosts. */
     [[nodiscard]] std::vector<std::string> lines() const;
 
 private:

@@ -1,5 +1,5 @@
 /** @file
- * Tests of the figures of an item, and of ticks that wrap around.
+ * Tests of the statistics of an item, and of ticks that wrap around.
  */
 #include "recording/item_statistics.h"
 
@@ -22,14 +22,14 @@ TEST(item_statistics, averages_magnitudes_over_sweeps)
     EXPECT_EQ(statistics.strongest_point(), 0U);
 }
 
-TEST(item_statistics, takes_the_ends_of_the_scale)
+TEST(item_statistics, accepts_the_largest_samples)
 {
     item_statistics statistics(1);
     statistics.add(std::vector<sample>{{-32768, -32768}});
     EXPECT_NEAR(statistics.mean_level(), 46340.95, 0.01);
 }
 
-TEST(item_statistics, has_nothing_to_say_without_samples)
+TEST(item_statistics, is_empty_without_samples)
 {
     const item_statistics none(4);
     EXPECT_EQ(none.mean_level(), 0.0);
@@ -47,7 +47,7 @@ TEST(tick_clock, counts_seconds_from_the_first_tick)
     EXPECT_EQ(clock.seconds(), 1.0);
 }
 
-TEST(tick_clock, goes_on_when_the_ticks_wrap_around)
+TEST(tick_clock, continues_when_the_ticks_wrap_around)
 {
     tick_clock clock(1000.0);
     clock.advance(0xFFFFFF00U);

@@ -1,5 +1,5 @@
 /** @file
- * A clock that only a test moves.
+ * A clock that only advances when a test moves it.
  */
 #ifndef VANTOR_MANUAL_CLOCK_H
 #define VANTOR_MANUAL_CLOCK_H
@@ -12,7 +12,7 @@
 namespace vantor::test
 {
 
-/** A clock that stands still until it is moved; its moments are given as the time since its start. */
+/** A clock that stops until it is moved; its time points are durations since its start. */
 class manual_clock
 {
 public:
@@ -25,25 +25,25 @@ public:
     manual_clock &operator=(manual_clock &&) = delete;
     ~manual_clock() = default;
 
-    /** The present moment. */
+    /** The current time. */
     [[nodiscard]] duration now() const noexcept
     {
         return now_;
     }
 
-    /** Lets time pass. */
+    /** Moves the clock by a duration. */
     void advance(duration span) noexcept
     {
         now_ += span;
     }
 
-    /** Lets time pass until a moment; none when that is over. */
+    /** Moves the clock to a time point, unless that has passed. */
     void advance_to(duration moment) noexcept
     {
         now_ = std::max(now_, moment);
     }
 
-    /** The clock for what is tested, which this object outlives. */
+    /** The clock for the tested object, which must not outlive this one. */
     [[nodiscard]] time_source source() const
     {
         return [this] { return std::chrono::steady_clock::time_point(std::chrono::hours(1) + now_); };

@@ -1,5 +1,5 @@
 /** @file
- * Tests of the message parser: pieces of any size, faults, and finding the next message after a fault.
+ * Tests of the message parser: pieces of any size, faults, and recovery after a fault.
  */
 #include "vantor/message_parser.h"
 
@@ -16,13 +16,13 @@ namespace
 
 using testing::HasSubstr;
 
-/** Text as bytes. */
+/** Converts text to bytes. */
 std::span<const std::byte> bytes(std::string_view text)
 {
     return std::as_bytes(std::span(text));
 }
 
-/** A payload as text. */
+/** Converts a payload to text. */
 std::string text(const std::vector<std::byte> &payload)
 {
     std::string result;
@@ -33,14 +33,14 @@ std::string text(const std::vector<std::byte> &payload)
     return result;
 }
 
-/** A frame as it travels. */
+/** The bytes of a frame message. */
 std::string wire(const std::string &payload)
 {
     return R"({"result_info":[],"status":"ok","payload_size":)" + std::to_string(payload.size()) + "}\n" +
            payload;
 }
 
-/** Feeds a text and expects one fault; returns it. */
+/** Feeds a text and expects one fault, which it returns. */
 bad_message fault_of(message_parser &parser, std::string_view text)
 {
     parser.feed(bytes(text));
@@ -56,7 +56,7 @@ bad_message fault_of(message_parser &parser, std::string_view text)
     return {0, ""};
 }
 
-TEST(message_parser, takes_a_message_with_payload)
+TEST(message_parser, parses_a_message_with_payload)
 {
     message_parser parser;
     parser.feed(bytes(wire("a\nb{c")));
@@ -70,7 +70,7 @@ TEST(message_parser, takes_a_message_with_payload)
     EXPECT_EQ(parser.position(), wire("a\nb{c").size());
 }
 
-TEST(message_parser, takes_several_messages_from_one_piece)
+TEST(message_parser, parses_several_messages_from_one_piece)
 {
     message_parser parser;
     parser.feed(bytes(wire("") + wire("xyz") + wire("")));
@@ -82,7 +82,7 @@ TEST(message_parser, takes_several_messages_from_one_piece)
     EXPECT_FALSE(parser.next());
 }
 
-TEST(message_parser, does_not_care_where_the_stream_is_cut)
+TEST(message_parser, accepts_pieces_of_any_size)
 {
     const std::string stream = wire("first\n") + wire("") + wire("third");
     for (size_t cut = 0; cut <= stream.size(); ++cut)
@@ -101,7 +101,7 @@ TEST(message_parser, does_not_care_where_the_stream_is_cut)
     }
 }
 
-TEST(message_parser, takes_bytes_one_by_one)
+TEST(message_parser, accepts_single_bytes)
 {
     const std::string stream = wire("first\n") + wire("second");
     message_parser parser;
@@ -117,7 +117,7 @@ TEST(message_parser, takes_bytes_one_by_one)
     EXPECT_THAT(payloads, testing::ElementsAre("first\n", "second"));
 }
 
-TEST(message_parser, knows_that_it_is_within_a_message)
+TEST(message_parser, reports_that_it_is_within_a_message)
 {
     message_parser parser;
     EXPECT_FALSE(parser.within_message());
@@ -131,7 +131,7 @@ TEST(message_parser, knows_that_it_is_within_a_message)
     EXPECT_TRUE(parser.within_message());
 }
 
-TEST(message_parser, reports_where_a_header_stops_being_json)
+TEST(message_parser, reports_where_a_header_is_not_json)
 {
     message_parser parser;
     parser.feed(bytes(wire("12")));
@@ -139,27 +139,27 @@ TEST(message_parser, reports_where_a_header_stops_being_json)
     const auto start = parser.position();
     const auto fault = fault_of(parser, "{\"status\":oops}\n");
     EXPECT_EQ(fault.position(), start + 10);
-    EXPECT_THAT(fault.what(), HasSubstr("not JSON"));
+    EXPECT_THAT(fault.what(), HasSubstr("not valid JSON"));
 }
 
-TEST(message_parser, refuses_headers_without_what_every_header_has)
+TEST(message_parser, refuses_headers_without_the_required_members)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"[]\n", "no JSON object"},
-        {"7\n", "no JSON object"},
+        {"[]\n", "not a JSON object"},
+        {"7\n", "not a JSON object"},
         {"{\"payload_size\":0}\n", "\"status\""},
         {"{\"status\":1,\"payload_size\":0}\n", "\"status\""},
         {"{\"status\":\"ok\"}\n", "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":\"8\"}\n", "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":1.5}\n", "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":-1}\n", "negative"},
-        {"{\"status\":\"ok\",\"payload_size\":1}\n", "only a frame has a payload"},
-        {"{\"result_info\":[],\"status\":\"ok\",\"payload_size\":101}\n", "more than the 100 bytes"},
+        {"{\"status\":\"ok\",\"payload_size\":1}\n", "only a frame can have a payload"},
+        {"{\"result_info\":[],\"status\":\"ok\",\"payload_size\":101}\n", "but at most 100 bytes"},
         {"{\"result_info\":[],\"status\":\"ok\",\"payload_size\":99999999999999999999}\n",
          "\"payload_size\""},
         {"{\"status\":\"ok\",\"payload_size\":1e999}\n", "out of range"},
-        {"\n", "not JSON"},
-        {"{\"status\":\"ok\",\"payload_size\":0}{}\n", "not JSON"},
+        {"\n", "not valid JSON"},
+        {"{\"status\":\"ok\",\"payload_size\":0}{}\n", "not valid JSON"},
     };
     for (const auto &[line, reason] : cases)
     {
@@ -174,10 +174,10 @@ TEST(message_parser, refuses_deep_nesting_before_it_is_parsed)
     const std::string start = R"({"status":"ok","x":)";
     const auto fault = fault_of(parser, start + std::string(100000, '[') + "\n");
     EXPECT_EQ(fault.position(), start.size() + 31);
-    EXPECT_THAT(fault.what(), HasSubstr("nested too deep"));
+    EXPECT_THAT(fault.what(), HasSubstr("nested too deeply"));
 }
 
-TEST(message_parser, does_not_count_brackets_in_texts)
+TEST(message_parser, does_not_count_brackets_in_strings)
 {
     message_parser parser;
     parser.feed(bytes(R"({"status":"\"[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[\\","payload_size":0})"
@@ -185,7 +185,7 @@ TEST(message_parser, does_not_count_brackets_in_texts)
     EXPECT_TRUE(parser.next());
 }
 
-TEST(message_parser, drops_a_header_that_is_too_long_as_it_comes)
+TEST(message_parser, drops_a_header_as_soon_as_it_is_too_long)
 {
     message_parser parser({.header = 50, .payload = 100});
     const auto fault = fault_of(parser, std::string(51, 'x'));
@@ -203,7 +203,7 @@ TEST(message_parser, drops_a_header_that_is_too_long_as_it_comes)
     EXPECT_EQ(received->position, 51U + 5000U + 1U);
 }
 
-TEST(message_parser, takes_a_header_of_just_the_longest_length)
+TEST(message_parser, accepts_a_header_of_maximum_length)
 {
     const std::string line = wire("");
     message_parser exact({.header = line.size() - 1, .payload = 100});
@@ -249,7 +249,7 @@ TEST(message_parser, finds_the_next_message_wherever_the_stream_was_joined)
     }
 }
 
-/** A message whose header has all that makes finding its start hard. */
+/** A message with everything in its header that makes it hard to find its start. */
 std::string frame(const std::string &payload)
 {
     return R"({"result_info":[[{"tick":1},{"tick":2,"text":"\"}]{\\"}],[{}]],"status":"ok","payload_size":)" +

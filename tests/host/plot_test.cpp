@@ -1,5 +1,5 @@
 /** @file
- * Tests of the figures behind pictures, and that a picture is drawn.
+ * Tests of the figures for pictures, and of drawing them.
  */
 #include "plot/picture.h"
 
@@ -47,7 +47,7 @@ TEST(spectrum, has_its_peak_at_the_frequency_of_a_tone)
     }
 }
 
-TEST(spectrum, leaves_out_what_does_not_change)
+TEST(spectrum, ignores_constant_samples)
 {
     spectrum result(16);
     result.add(std::vector<std::complex<double>>(16, {100.0, -50.0}));
@@ -135,8 +135,8 @@ TEST(spectrum, refuses_empty_stretches_and_those_of_another_length)
 }
 
 /**
- * Records frames whose echo, at one point of each item, turns its phase by so much from frame to frame.
- * Frames of the first item that are not valid have their echo elsewhere.
+ * Records frames with an echo at one point of each item whose phase changes by this much per frame. In frames
+ * of the first item that are not valid, the echo is at another point.
  */
 void write_turning_recording(const std::filesystem::path &directory, int frames, double turn,
                              const std::set<int> &not_valid = {})
@@ -218,7 +218,7 @@ TEST(item_analysis, shows_the_level_when_no_frame_is_valid)
     draw_recording(recording, directory / "level.png", std::nullopt);
 }
 
-TEST(item_analysis, looks_where_it_is_told_to)
+TEST(item_analysis, uses_the_given_distance)
 {
     const test::temporary_directory directory;
     write_turning_recording(directory / "out", 2, 0.0);
@@ -269,7 +269,7 @@ TEST(picture, is_drawn_of_a_single_frame)
     EXPECT_TRUE(std::filesystem::exists(directory / "one.png"));
 }
 
-/** Records frames of so many items of one sub-sweep. */
+/** Records frames of this many items, each with one sub-sweep. */
 void write_items(const std::filesystem::path &directory, size_t items, int points, double base_step)
 {
     const nlohmann::json layout = {{"calibration_temperature", 25}, {"frame_data_length", points},
@@ -307,7 +307,7 @@ TEST(picture, is_drawn_of_many_items)
     EXPECT_EQ(size_of(read_file(directory / "many.png")), std::pair(600, 3000));
 }
 
-TEST(picture, is_no_higher_than_what_draws_it_can_make_it)
+TEST(picture, is_not_higher_than_the_drawing_library_allows)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 2, 5, 0.0025);
@@ -336,7 +336,7 @@ TEST(picture, is_drawn_of_a_single_point_without_a_warning)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(picture, is_drawn_without_knowing_distances)
+TEST(picture, is_drawn_when_distances_are_unknown)
 {
     const test::temporary_directory directory;
     write_items(directory / "out", 1, 5, std::nan(""));
@@ -346,7 +346,7 @@ TEST(picture, is_drawn_without_knowing_distances)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(picture, is_not_drawn_of_nothing_or_to_nowhere)
+TEST(picture, reports_when_it_cannot_be_drawn_or_written)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "empty", 0);

@@ -30,7 +30,7 @@ TEST(point_distances, follow_the_sub_sweeps)
     EXPECT_DOUBLE_EQ(point_distances(metadata.items[2], items[2])[0], -0.1025);
 }
 
-TEST(point_distances, are_nan_for_samples_of_no_sub_sweep)
+TEST(point_distances, are_nan_for_samples_outside_all_sub_sweeps)
 {
     item_layout layout;
     layout.sweep_length = 3;

@@ -1,5 +1,5 @@
 /** @file
- * Tests of texts for a terminal.
+ * Tests of making text safe for a terminal.
  */
 #include "commands/printable.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * Tests of the line of progress and of numbers as text.
+ * Tests of the progress line and of formatting numbers.
  */
 #include "commands/progress.h"
 
@@ -19,7 +19,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-TEST(progress, tells_rate_and_time_left)
+TEST(progress, shows_rate_and_time_left)
 {
     EXPECT_EQ(progress_text(50, 10.0, {.frames = 200, .seconds = 0.0}),
               "50 of 200 frames, 5.0 frames/s, 30 s left");
@@ -30,16 +30,16 @@ TEST(progress, tells_rate_and_time_left)
     EXPECT_EQ(progress_text(0, 0.0, {.frames = 200, .seconds = 0.0}), "0 of 200 frames, 0.0 frames/s");
 }
 
-TEST(progress, tells_no_time_left_that_nobody_waits_for)
+TEST(progress, hides_a_very_long_time_left)
 {
     EXPECT_EQ(progress_text(10, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
 }
 
-/** A line on a terminal, in virtual time. */
+/** A progress line in virtual time. */
 class progress_line_test : public testing::Test
 {
 protected:
-    /** Updates the line at a moment and returns what that writes. */
+    /** Updates the line at a given time and returns what is written. */
     std::string written_at(std::chrono::nanoseconds moment, uint64_t frames)
     {
         clock.advance_to(moment);
@@ -77,13 +77,13 @@ TEST_F(progress_line_test, leaves_nothing_behind)
     EXPECT_EQ(out.str(), "\r" + std::string(41, ' ') + "\r");
 }
 
-TEST_F(progress_line_test, is_not_removed_when_it_never_was_there)
+TEST_F(progress_line_test, is_not_removed_if_it_was_never_shown)
 {
     line.reset();
     EXPECT_EQ(out.str(), "");
 }
 
-TEST(progress, is_silent_when_there_is_no_terminal)
+TEST(progress, is_not_shown_without_a_terminal)
 {
     test::manual_clock clock;
     std::ostringstream out;
@@ -95,7 +95,7 @@ TEST(progress, is_silent_when_there_is_no_terminal)
     EXPECT_EQ(out.str(), "");
 }
 
-TEST(text_table, lines_columns_up)
+TEST(text_table, aligns_columns)
 {
     text_table table({"a", "long name"});
     table.add({"1000", "x"});
@@ -104,7 +104,7 @@ TEST(text_table, lines_columns_up)
     EXPECT_EQ(out.str(), "   a  long name\n1000          x\n");
 }
 
-TEST(text_table, writes_bytes_with_units)
+TEST(text_table, formats_bytes_with_units)
 {
     EXPECT_EQ(format_bytes(0), "0 B");
     EXPECT_EQ(format_bytes(999), "999 B");

@@ -31,7 +31,7 @@ using test::read_file;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
-/** A server, a directory, a configuration in it, and what the command prints. */
+/** A server, a directory with a configuration, and the output of the command. */
 class record_test : public testing::Test
 {
 protected:
@@ -90,7 +90,7 @@ TEST(record, records_over_a_real_connection)
     EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 3 * 160U);
 }
 
-TEST_F(record_test, records_frames_and_prints_what_they_hold)
+TEST_F(record_test, records_frames_and_prints_a_summary)
 {
     server.on("start", test::stream_frames(15));
     options.frames = 10;
@@ -121,7 +121,7 @@ TEST_F(record_test, prints_json_for_programs)
     EXPECT_NEAR(about["items"][0]["strongest_echo_m"].get<double>(), 0.32, 1e-9);
 }
 
-TEST_F(record_test, hands_calibrations_of_a_file_to_the_server)
+TEST_F(record_test, sends_calibrations_of_a_file_to_the_server)
 {
     server.on("start", test::stream_frames(1));
     options.frames = 1;
@@ -174,7 +174,7 @@ TEST_F(record_test, ends_after_some_seconds_on_a_silent_line)
     EXPECT_EQ(recorded(), 1);
 }
 
-TEST_F(record_test, keeps_what_came_when_the_server_goes)
+TEST_F(record_test, keeps_earlier_frames_when_the_server_disconnects)
 {
     server.on("start", [](host_connection &host, const json &command) {
         test::stream_frames(3)(host, command);
@@ -187,7 +187,7 @@ TEST_F(record_test, keeps_what_came_when_the_server_goes)
     EXPECT_THAT(out.str(), HasSubstr("3 frames"));
 }
 
-TEST_F(record_test, keeps_what_came_when_the_server_reports_an_error)
+TEST_F(record_test, keeps_earlier_frames_when_the_server_reports_an_error)
 {
     server.on("start", [](host_connection &host, const json &command) {
         test::stream_frames(2)(host, command);
@@ -198,7 +198,7 @@ TEST_F(record_test, keeps_what_came_when_the_server_reports_an_error)
     EXPECT_EQ(recorded(), 2);
 }
 
-TEST_F(record_test, goes_on_after_a_disturbance_and_says_where_it_was)
+TEST_F(record_test, continues_after_a_disturbance_and_records_where_it_was)
 {
     server.on("start", [](host_connection &host, const json &command) {
         test::stream_frames(2)(host, command);
@@ -208,14 +208,14 @@ TEST_F(record_test, goes_on_after_a_disturbance_and_says_where_it_was)
     });
     options.frames = 3;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_THAT(out.str(), HasSubstr("disturbed 1 times"));
+    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 1;"));
     const auto captures = first_item()["captures"];
     ASSERT_EQ(captures.size(), 2U);
     EXPECT_EQ(captures[1]["core:sample_start"], 2 * 40);
     EXPECT_EQ(captures[1]["core:global_index"], 5 * 40);
 }
 
-TEST_F(record_test, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
+TEST_F(record_test, continues_after_frames_that_lack_bytes_or_have_a_wrong_length)
 {
     server.on("start", [](host_connection &host, const json &command) {
         test::stream_frames(2)(host, command);
@@ -233,7 +233,7 @@ TEST_F(record_test, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
     });
     options.frames = 7;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_THAT(out.str(), HasSubstr("disturbed 2 times"));
+    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 2;"));
     EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"),
                 testing::AllOf(HasSubstr(",20000,"), HasSubstr(",60000,"), HasSubstr(",120000,")));
     const auto captures = first_item()["captures"];
@@ -241,7 +241,7 @@ TEST_F(record_test, goes_on_after_frames_that_lack_bytes_or_have_a_wrong_length)
     EXPECT_EQ(captures[2]["core:global_index"], 6 * 40);
 }
 
-TEST_F(record_test, gives_up_when_only_nonsense_comes)
+TEST_F(record_test, gives_up_when_all_messages_are_invalid)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(1)(host, command);
@@ -256,19 +256,20 @@ TEST_F(record_test, gives_up_when_only_nonsense_comes)
     EXPECT_EQ(recorded(), 1);
 }
 
-TEST_F(record_test, gives_up_when_no_frame_comes)
+TEST_F(record_test, gives_up_when_no_frame_arrives)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(1)(host, command);
         server.pause(9999ms);
         send_frame(host, 1);
     });
-    EXPECT_THAT([&] { run(); }, testing::ThrowsMessage<timeout_error>(HasSubstr("no frame for 10 s")));
+    EXPECT_THAT([&] { run(); },
+                testing::ThrowsMessage<timeout_error>(HasSubstr("No frame from the server for 10 s.")));
     EXPECT_EQ(clock.now(), 19999ms);
     EXPECT_EQ(recorded(), 2);
 }
 
-TEST_F(record_test, waits_for_three_frames_that_come_slowly)
+TEST_F(record_test, waits_for_three_frame_periods)
 {
     server.on("configure", [](host_connection &host, const json &) {
         auto metadata = example_session().metadata;
@@ -281,7 +282,7 @@ TEST_F(record_test, waits_for_three_frames_that_come_slowly)
     EXPECT_EQ(clock.now(), 12s);
 }
 
-TEST_F(record_test, waits_for_a_frame_that_a_slow_line_takes_long_for)
+TEST_F(record_test, waits_for_a_frame_on_a_slow_line)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(0)(host, command);
@@ -298,7 +299,7 @@ TEST_F(record_test, waits_for_a_frame_that_a_slow_line_takes_long_for)
     EXPECT_EQ(clock.now(), 19 * 9900ms);
 }
 
-TEST_F(record_test, gives_up_on_a_frame_that_stops_coming)
+TEST_F(record_test, gives_up_on_a_frame_that_stops_arriving)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         test::stream_frames(0)(host, command);
@@ -322,7 +323,7 @@ TEST_F(record_test, ends_at_an_interrupt)
         return clock.source()();
     };
     EXPECT_EQ(run(), exit_code::interrupted);
-    // It is asked ten times a second.
+    // It is called ten times per second.
     EXPECT_LE(clock.now(), 1100ms);
     EXPECT_EQ(recorded(), 3);
 }
@@ -336,7 +337,7 @@ TEST_F(record_test, writes_nothing_when_the_server_refuses_the_configuration)
     EXPECT_FALSE(std::filesystem::exists(options.output));
 }
 
-TEST_F(record_test, makes_a_directory_of_its_own_when_none_is_given)
+TEST_F(record_test, creates_a_directory_when_none_is_given)
 {
     server.on("start", test::stream_frames(2));
     const auto before = std::filesystem::current_path();
@@ -355,7 +356,7 @@ TEST_F(record_test, makes_a_directory_of_its_own_when_none_is_given)
     std::filesystem::current_path(before);
 }
 
-TEST_F(record_test, refuses_to_record_nothing)
+TEST_F(record_test, refuses_a_configuration_without_items)
 {
     server.on("configure", [](host_connection &host, const json &) {
         host.send({{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", json::array()}},

@@ -1,5 +1,5 @@
 /** @file
- * Tests of reading recordings back, whole or not, and of turning them into other files.
+ * Tests of reading complete and incomplete recordings, and of exporting them.
  */
 #include "recording/recording_reader.h"
 
@@ -46,7 +46,7 @@ TEST(recording_reader, reads_what_was_written)
     }
 }
 
-TEST(recording_reader, ignores_what_follows_the_last_whole_frame)
+TEST(recording_reader, ignores_data_after_the_last_complete_frame)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 4);
@@ -54,11 +54,11 @@ TEST(recording_reader, ignores_what_follows_the_last_whole_frame)
     EXPECT_EQ(recording_reader(directory / "out").frames(), 3U);
 }
 
-TEST(recording_reader, refuses_what_is_no_recording)
+TEST(recording_reader, refuses_what_is_not_a_recording)
 {
     const test::temporary_directory directory;
     EXPECT_THAT([&] { recording_reader(directory / "missing"); },
-                ThrowsMessage<bad_recording>(HasSubstr("no recording")));
+                ThrowsMessage<bad_recording>(HasSubstr("missing does not exist")));
     write_example_recording(directory / "out", 1);
     std::filesystem::remove(directory / "out/group-2-item-1.sigmf-data");
     EXPECT_THROW(recording_reader(directory / "out"), bad_recording);
@@ -67,25 +67,25 @@ TEST(recording_reader, refuses_what_is_no_recording)
                 ThrowsMessage<bad_recording>(HasSubstr("a member is missing")));
     std::ofstream(directory / "out/session.sigmf-collection") << "no JSON";
     EXPECT_THAT([&] { recording_reader(directory / "out"); },
-                ThrowsMessage<bad_recording>(HasSubstr("not JSON")));
+                ThrowsMessage<bad_recording>(HasSubstr("not valid JSON")));
 }
 
-TEST(recording_reader, refuses_documents_that_nest_too_deep)
+TEST(recording_reader, refuses_documents_that_are_nested_too_deeply)
 {
     const test::temporary_directory directory;
     write_example_recording(directory / "out", 1);
     std::ofstream(directory / "out/session.sigmf-collection")
         << R"({"collection": )" << std::string(100000, '[') << std::string(100000, ']') << "}";
     EXPECT_THAT([&] { recording_reader(directory / "out"); },
-                ThrowsMessage<bad_recording>(HasSubstr("more than 64 deep")));
+                ThrowsMessage<bad_recording>(HasSubstr("more than 64 levels deep")));
 }
 
-TEST(recording_reader, refuses_a_name_that_no_file_can_have)
+TEST(recording_reader, refuses_an_impossible_file_name)
 {
     EXPECT_THROW(recording_reader(std::string(300, 'a')), bad_recording);
 }
 
-TEST(frame_table, refuses_times_that_no_clock_shows)
+TEST(frame_table, refuses_impossible_times)
 {
     const test::temporary_directory directory;
     for (const char *time : {"nan", "inf", "-1"})
@@ -114,7 +114,7 @@ TEST(frame_table, reads_what_was_written)
     EXPECT_EQ(frame_table(directory / "out/group-1-item-2.frames.csv").next()->data_valid, std::nullopt);
 }
 
-TEST(frame_table, stops_at_a_line_that_was_cut_short_and_refuses_nonsense)
+TEST(frame_table, stops_at_an_incomplete_line_and_refuses_invalid_ones)
 {
     const test::temporary_directory directory;
     const std::string head(frame_table_head);
@@ -163,7 +163,7 @@ TEST(exporter, writes_numpy_arrays)
     EXPECT_EQ(value, 4000.0F);
 }
 
-TEST(recording_reader, tells_how_many_frames_were_read)
+TEST(recording_reader, reports_how_many_frames_were_read)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "out", 2);
@@ -174,7 +174,7 @@ TEST(recording_reader, tells_how_many_frames_were_read)
     EXPECT_EQ(reads, recording.frames() * recording.items().size());
 }
 
-TEST(recording_reader, does_not_take_the_present_directory_for_one_that_is_missing)
+TEST(recording_reader, does_not_use_the_current_directory_for_a_missing_one)
 {
     const test::temporary_directory directory;
     test::write_example_recording(directory / "out", 1);

@@ -1,5 +1,5 @@
 /** @file
- * Tests of recordings as files: their samples, tables and SigMF documents, also when writing fails.
+ * Tests of the files of a recording: samples, tables and SigMF documents, also when writing fails.
  */
 #include "recording/recording_writer.h"
 
@@ -35,7 +35,7 @@ json read_json(const std::filesystem::path &path)
     return json::parse(read_file(path));
 }
 
-/** What the standard asks of an item's document. */
+/** Checks what the standard requires of an item's document. */
 void expect_valid_sigmf(const json &document)
 {
     ASSERT_TRUE(document["global"].is_object());
@@ -63,7 +63,7 @@ void expect_valid_sigmf(const json &document)
     }
 }
 
-TEST(recording_writer, writes_samples_as_they_came)
+TEST(recording_writer, writes_samples_unchanged)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
@@ -130,7 +130,7 @@ TEST(recording_writer, describes_each_item_as_sigmf)
     EXPECT_EQ(document["captures"][0]["core:sample_start"], 0);
 }
 
-TEST(recording_writer, tells_no_time_without_the_servers_clock)
+TEST(recording_writer, shows_no_time_without_the_servers_clock)
 {
     const test::temporary_directory directory;
     auto description = example_description();
@@ -146,7 +146,7 @@ TEST(recording_writer, tells_no_time_without_the_servers_clock)
     EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"), HasSubstr("\n1,0,20000,-3,"));
 }
 
-TEST(recording_writer, holds_the_session_together_in_a_collection)
+TEST(recording_writer, lists_the_items_of_a_session_in_a_collection)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
@@ -177,7 +177,7 @@ TEST(recording_writer, can_be_read_while_it_is_written)
     EXPECT_EQ(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].size(), 3U);
 }
 
-TEST(recording_writer, notes_where_frames_were_lost)
+TEST(recording_writer, records_where_frames_were_lost)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
@@ -199,7 +199,7 @@ TEST(recording_writer, notes_where_frames_were_lost)
     EXPECT_EQ(captures[2]["core:global_index"], 8 * 40);
 }
 
-TEST(recording_writer, leaves_out_rates_that_are_not_known)
+TEST(recording_writer, leaves_out_unknown_rates)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
@@ -233,7 +233,7 @@ TEST(recording_writer, never_overwrites)
     EXPECT_EQ(read_file(file), "text");
 }
 
-TEST(recording_writer, refuses_a_session_that_is_not_that_of_its_configuration)
+TEST(recording_writer, refuses_a_session_that_does_not_fit_its_configuration)
 {
     const test::temporary_directory directory;
     auto description = example_description();
@@ -241,7 +241,7 @@ TEST(recording_writer, refuses_a_session_that_is_not_that_of_its_configuration)
     EXPECT_THROW(recording_writer(directory / "out", description), protocol_error);
 }
 
-/** Lets files grow to so many bytes only, as a full disk does, while an object of it lives. */
+/** While an object exists, files can grow to this many bytes only, as on a full disk. */
 class file_size_limit
 {
 public:
@@ -265,7 +265,7 @@ private:
     rlimit before_{};
 };
 
-TEST(recording_writer, ends_with_a_whole_frame_when_the_disk_is_full)
+TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());

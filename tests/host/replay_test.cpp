@@ -1,5 +1,5 @@
 /** @file
- * Tests of serving a recording: a host that records it gets the same samples at the same pace.
+ * Tests of serving a recording: a host gets the same samples at the same pace.
  */
 #include "replay/replay_server.h"
 
@@ -27,7 +27,7 @@ namespace
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-/** A recording that is served to one host in a thread. */
+/** Serves a recording to one host in a thread. */
 class replay_thread
 {
 public:
@@ -45,7 +45,7 @@ public:
         thread_.join();
     }
 
-    /** Where it listens. */
+    /** Its address. */
     [[nodiscard]] address where() const
     {
         return tcp_address{.host = "127.0.0.1", .port = listener_.port()};
@@ -60,7 +60,8 @@ private:
         {
             replay_server(recording, *host).run([this] { return stop_.load(); });
         }
-        catch (const connection_lost &) // NOLINT(bugprone-empty-catch): the host goes when the test ends
+        catch (
+            const connection_lost &) // NOLINT(bugprone-empty-catch): the host disconnects when the test ends
         {
         }
     }
@@ -71,7 +72,7 @@ private:
     std::thread thread_;
 };
 
-TEST(replay, says_what_the_recording_was_made_with)
+TEST(replay, identifies_as_the_recorded_server)
 {
     const replay_thread server(1);
     client host(server.where());
@@ -100,13 +101,13 @@ TEST(replay, sends_the_recorded_frames)
     host.stop();
 }
 
-/** A host in virtual time, and the moments at which it gets frames. */
+/** A host in virtual time, and the times at which it gets frames. */
 class replay_pace : public testing::Test
 {
 protected:
     using moment = test::scripted_line::moment;
 
-    /** Records a frame at each of some ticks, which are microseconds. */
+    /** Records a frame at each of the ticks, which are microseconds. */
     void record(const std::vector<uint32_t> &ticks)
     {
         const auto description = test::example_description();
@@ -123,7 +124,7 @@ protected:
         writer.finish();
     }
 
-    /** Serves the recording for some time. */
+    /** Serves the recording for a duration. */
     void serve(moment duration)
     {
         recording_reader recording(directory / "out");
@@ -136,13 +137,13 @@ protected:
         });
     }
 
-    /** Has the host send a command. */
+    /** Makes the host send a command. */
     void send(moment when, const std::string &command)
     {
         line.arrive(when, json({{"command", command}, {"configuration", json::object()}}).dump() + "\n");
     }
 
-    /** When frames began to be written. */
+    /** The times at which the server started to write frames. */
     std::vector<moment> frames() const
     {
         std::vector<moment> moments;
@@ -186,7 +187,7 @@ TEST_F(replay_pace, is_never_early_between_milliseconds)
     EXPECT_THAT(frames(), testing::ElementsAre(5ms, 18ms, 18ms, 19ms));
 }
 
-TEST_F(replay_pace, goes_on_at_the_beginning_after_the_last_frame)
+TEST_F(replay_pace, starts_again_after_the_last_frame)
 {
     record({0, 20000, 40000});
     serve(130ms);
@@ -226,7 +227,7 @@ TEST_F(replay_pace, begins_again_with_every_start)
     EXPECT_THAT(frames(), testing::ElementsAre(5ms, 25ms, 200ms, 220ms));
 }
 
-TEST_F(replay_pace, lets_itself_be_stopped_ten_times_a_second)
+TEST_F(replay_pace, can_be_stopped_ten_times_a_second)
 {
     record({0, 10000000});
     serve(2s);
@@ -234,7 +235,7 @@ TEST_F(replay_pace, lets_itself_be_stopped_ten_times_a_second)
     EXPECT_THAT(frames(), testing::ElementsAre(5ms));
 }
 
-TEST(replay, starts_over_with_ticks_that_go_on)
+TEST(replay, starts_again_with_continuing_ticks)
 {
     const replay_thread server(3);
     client host(server.where());
@@ -245,7 +246,7 @@ TEST(replay, starts_over_with_ticks_that_go_on)
     }
 }
 
-TEST(replay, refuses_what_a_server_refuses)
+TEST(replay, refuses_commands_like_a_server)
 {
     const replay_thread server(2);
     client host(server.where());
@@ -269,7 +270,7 @@ TEST(replay, refuses_what_a_server_refuses)
     host.ping();
 }
 
-/** Sends a line and returns the code of the error that comes back. */
+/** Sends a line and returns the error code in the answer. */
 std::string code_after(link &connection, std::string_view line)
 {
     connection.write(std::as_bytes(std::span(line)), 60s);
@@ -285,7 +286,7 @@ std::string code_after(link &connection, std::string_view line)
     }
 }
 
-TEST(replay, goes_on_after_nonsense)
+TEST(replay, continues_after_invalid_input)
 {
     const replay_thread server(1);
     const auto connection = open_link(server.where(), 60s);
@@ -297,7 +298,7 @@ TEST(replay, goes_on_after_nonsense)
     EXPECT_EQ(code_after(*connection, "\r\n{\"command\":\"ping\"}\r\n"), "none");
 }
 
-TEST(tcp_listener, says_that_a_port_is_taken)
+TEST(tcp_listener, reports_that_a_port_is_in_use)
 {
     const tcp_listener first(0);
     EXPECT_THROW(tcp_listener(first.port()), connect_error);

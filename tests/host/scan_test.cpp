@@ -1,5 +1,5 @@
 /** @file
- * Tests of `vantor scan` and of the second that it gives each device.
+ * Tests of `vantor scan` and of its time limit of a second per device.
  */
 #include "commands/scan.h"
 
@@ -23,11 +23,11 @@ using nlohmann::json;
 using test::host_connection;
 using testing::HasSubstr;
 
-/** Devices with servers behind them, and a scan of them. */
+/** Devices with servers, and a scan of them. */
 class scan_test : public testing::Test
 {
 protected:
-    /** The server behind a device. */
+    /** The server at a device. */
     test::scripted_server &server(const std::string &device)
     {
         return servers_.try_emplace(device, clock).first->second;
@@ -49,7 +49,7 @@ protected:
         return scan(options, {out, err}, open, clock.source());
     }
 
-    /** Scans one device that does not answer in time; returns how long that took. */
+    /** Scans one device that does not answer in time; returns the duration. */
     test::manual_clock::duration time_of_a_vain_scan(const test::reaction &reaction_to_end)
     {
         server("device").on("end", reaction_to_end);
@@ -59,7 +59,7 @@ protected:
         return clock.now();
     }
 
-    /** Has the device answer both questions after some time each. */
+    /** Makes the device answer both commands, each after a delay. */
     void answer_after(std::chrono::milliseconds first, std::chrono::milliseconds second)
     {
         auto &device = server("device");
@@ -127,12 +127,12 @@ TEST_F(scan_test, prints_json_for_programs)
     EXPECT_THAT(err.str(), HasSubstr("no serial device answers at 115200 baud"));
 }
 
-TEST_F(scan_test, passes_over_a_silent_device)
+TEST_F(scan_test, skips_a_silent_device)
 {
     EXPECT_EQ(time_of_a_vain_scan([](host_connection &, const json &) {}), 500ms);
 }
 
-TEST_F(scan_test, passes_over_devices_within_a_second_each)
+TEST_F(scan_test, skips_each_device_within_a_second)
 {
     for (const char *name : {"a", "b", "c"})
     {
@@ -143,10 +143,10 @@ TEST_F(scan_test, passes_over_devices_within_a_second_each)
     EXPECT_EQ(clock.now(), 3 * 900ms);
 }
 
-/** The times at which a talkative device sends again. */
+/** The times at which a device that never stops sends again. */
 constexpr int many = 3000;
 
-TEST_F(scan_test, passes_over_a_device_that_sends_a_message_that_never_ends)
+TEST_F(scan_test, skips_a_device_that_sends_an_endless_message)
 {
     EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
                   host.send(endless_frame);
@@ -159,7 +159,7 @@ TEST_F(scan_test, passes_over_a_device_that_sends_a_message_that_never_ends)
               900ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_that_sends_messages_for_ever)
+TEST_F(scan_test, skips_a_device_that_sends_endless_messages)
 {
     EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
                   for (int i = 0; i < many; ++i)
@@ -171,7 +171,7 @@ TEST_F(scan_test, passes_over_a_device_that_sends_messages_for_ever)
               500ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_that_answers_once_and_then_sends_for_ever)
+TEST_F(scan_test, skips_a_device_that_answers_once_and_then_sends_endlessly)
 {
     auto &device = server("device");
     device.on("identify", [&](host_connection &host, const json &) {
@@ -186,7 +186,7 @@ TEST_F(scan_test, passes_over_a_device_that_answers_once_and_then_sends_for_ever
     EXPECT_EQ(clock.now(), 900ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_that_cuts_its_answer_short)
+TEST_F(scan_test, skips_a_device_that_sends_half_an_answer)
 {
     const auto reaction = [&](host_connection &host, const json &) {
         host.send({{"status", "ok"}, {"command", "end"}, {"payload_size", 0}}, "");
@@ -201,7 +201,7 @@ TEST_F(scan_test, passes_over_a_device_that_cuts_its_answer_short)
     EXPECT_EQ(time_of_a_vain_scan(reaction), 500ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_that_goes)
+TEST_F(scan_test, skips_a_device_that_disconnects)
 {
     EXPECT_EQ(time_of_a_vain_scan([&](host_connection &host, const json &) {
                   server("device").pause(20ms);
@@ -210,28 +210,28 @@ TEST_F(scan_test, passes_over_a_device_that_goes)
               20ms);
 }
 
-TEST_F(scan_test, takes_answers_that_come_at_the_last_moment)
+TEST_F(scan_test, accepts_answers_at_the_last_moment)
 {
     answer_after(500ms, 400ms);
     EXPECT_EQ(run({"device"}), exit_code::success);
     EXPECT_EQ(clock.now(), 900ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_whose_first_answer_comes_late)
+TEST_F(scan_test, skips_a_device_whose_first_answer_is_late)
 {
     answer_after(501ms, 0ms);
     EXPECT_EQ(run({"device"}), exit_code::no_connection);
     EXPECT_EQ(clock.now(), 500ms);
 }
 
-TEST_F(scan_test, passes_over_a_device_whose_second_answer_comes_late)
+TEST_F(scan_test, skips_a_device_whose_second_answer_is_late)
 {
     answer_after(500ms, 401ms);
     EXPECT_EQ(run({"device"}), exit_code::no_connection);
     EXPECT_EQ(clock.now(), 900ms);
 }
 
-TEST(deadline_link, changes_the_speed_of_the_line)
+TEST(deadline_link, changes_the_baud_rate_of_the_line)
 {
     test::manual_clock clock;
     test::scripted_line line(clock);

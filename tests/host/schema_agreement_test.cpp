@@ -1,8 +1,8 @@
 /** @file
- * Tests that schema and server agree: what the one refuses the other refuses, over many generated documents.
+ * Tests that schema and server agree: both accept or both refuse each of many generated documents.
  *
- * The documents keep clear of the differences that docs/configuration.md lists. The environment variable
- * VANTOR_CAMPAIGN_SIZE sets how many are generated.
+ * The documents avoid the differences that docs/configuration.md lists. The environment variable
+ * VANTOR_CAMPAIGN_SIZE sets their number.
  */
 #include <cstdlib>
 #include <random>
@@ -22,7 +22,7 @@ namespace
 
 using nlohmann::json;
 
-/** Makes documents that are sometimes right and sometimes wrong; the same seed makes the same documents. */
+/** Generates valid and invalid documents; the same seed gives the same documents. */
 class document_maker
 {
 public:
@@ -47,13 +47,13 @@ public:
     }
 
 private:
-    /** True once in so many times. */
+    /** True once in this many calls, on average. */
     bool chance(int times)
     {
         return std::uniform_int_distribution<>(1, times)(random_) == 1;
     }
 
-    /** Sets a member to one of some values, once in so many times. */
+    /** Sets a member to one of the values, once in this many calls. */
     void maybe(json &object, const char *name, const std::vector<json> &values, int times)
     {
         if (chance(times))
@@ -119,11 +119,11 @@ private:
     std::mt19937 random_;
 };
 
-/** A simulated server, and whether it accepts a document. */
-class judge
+/** A simulated server that reports whether it accepts a document. */
+class validating_server
 {
 public:
-    judge()
+    validating_server()
     {
         setenv("VANTOR_SERVER", VANTOR_SERVER_PROGRAM, 1);
         server_ =
@@ -131,7 +131,7 @@ public:
         unsetenv("VANTOR_SERVER");
     }
 
-    /** Empty when the server accepts the document, else why not. */
+    /** Returns why the server refuses the document; empty if it accepts it. */
     std::string refusal(const json &document)
     {
         std::string reason;
@@ -151,23 +151,23 @@ private:
     std::unique_ptr<client> server_;
 };
 
-/** The first fault that the schema and its rules find, as text; empty when there is none. */
+/** The first fault found by the schema and its rules, as text; empty if there is none. */
 std::string first_fault(const json &document)
 {
     const auto faults = check_configuration(document);
     return faults.empty() ? "" : faults.front().pointer + ": " + faults.front().got;
 }
 
-/** How many documents are generated: a sample, unless a longer campaign is asked for. */
+/** The number of documents to generate: a sample, unless a longer campaign is requested. */
 unsigned campaign_size()
 {
     const char *size = std::getenv("VANTOR_CAMPAIGN_SIZE");
     return size == nullptr ? 100U : static_cast<unsigned>(std::stoul(size));
 }
 
-TEST(schema_agreement, holds_over_generated_documents)
+TEST(schema_agreement, exists_for_generated_documents)
 {
-    judge server;
+    validating_server server;
     const auto count = campaign_size();
     unsigned accepted = 0;
     unsigned refused = 0;
@@ -185,9 +185,9 @@ TEST(schema_agreement, holds_over_generated_documents)
     EXPECT_GT(refused, count / 8);
 }
 
-TEST(schema_agreement, holds_for_the_examples)
+TEST(schema_agreement, exists_for_the_examples)
 {
-    judge server;
+    validating_server server;
     for (const char *name : {"single_sensor.json", "two_sensors.json"})
     {
         const auto document = load_configuration(std::filesystem::path(VANTOR_EXAMPLES) / name);
@@ -196,9 +196,9 @@ TEST(schema_agreement, holds_for_the_examples)
     }
 }
 
-TEST(schema_agreement, holds_at_the_edges_of_the_rules_between_members)
+TEST(schema_agreement, exists_at_the_edges_of_the_rules_between_members)
 {
-    judge server;
+    validating_server server;
     const std::vector<json> configs = {
         {{"continuous_sweep_mode", true}, {"frame_rate", 1}, {"sweeps_per_frame", 4}, {"sweep_rate", 4}},
         {{"continuous_sweep_mode", true}, {"frame_rate", 1}, {"sweeps_per_frame", 4}, {"sweep_rate", 5}},
@@ -230,9 +230,9 @@ json document_with(json config, json members = json::object())
     return {{"groups", json::array({json::array({std::move(members)})})}};
 }
 
-TEST(schema_agreement, ends_where_the_reference_says_so)
+TEST(schema_agreement, differs_where_the_reference_says_so)
 {
-    judge server;
+    validating_server server;
     const auto nothing = json::object();
     auto with_member = document_with(nothing);
     with_member["max_update_rate"] = "fast";
@@ -273,9 +273,9 @@ TEST(schema_agreement, ends_where_the_reference_says_so)
     }
 }
 
-TEST(schema_agreement, holds_for_numbers_at_the_ends_of_their_types)
+TEST(schema_agreement, exists_for_numbers_at_the_limits_of_their_types)
 {
-    judge server;
+    validating_server server;
     for (const double rate : {-1e39, -3.4028234e38, -1.0, 0.0, 1e-60, 3.4028234e38, 1e39, 1e300})
     {
         for (const char *name : {"update_rate", "max_update_rate"})

@@ -1,5 +1,5 @@
 /** @file
- * A line whose far end is a script, in the time of a clock that a test moves.
+ * A line whose far end is scripted, in virtual time.
  */
 #include "scripted_line.h"
 
@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    /** Hands over the earliest arrival, or as much of it as the buffer takes. */
+    /** Copies the earliest arrival, or the part that fits the buffer. */
     size_t take(std::span<std::byte> buffer)
     {
         const auto first = line_.arrivals_.begin();

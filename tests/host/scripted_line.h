@@ -1,5 +1,5 @@
 /** @file
- * A line whose far end is a script, in the time of a clock that a test moves.
+ * A line whose far end is scripted, in virtual time.
  */
 #ifndef VANTOR_SCRIPTED_LINE_H
 #define VANTOR_SCRIPTED_LINE_H
@@ -19,7 +19,7 @@ namespace vantor::test
 {
 
 /**
- * A line on which bytes arrive at given moments. Waiting on one of its links takes no real time: it moves the
+ * A line on which bytes arrive at given times. Waiting on one of its links takes no real time: it moves the
  * clock to the next arrival, or to the end of the time-out.
  */
 class scripted_line
@@ -28,14 +28,14 @@ public:
     using moment = manual_clock::duration;
     using write_handler = std::function<void(const std::string &bytes)>;
 
-    /** What came from the near end. */
+    /** The bytes from the near end. */
     struct writing
     {
         moment when{};
         std::string bytes;
     };
 
-    /** @param clock  outlives the line */
+    /** @param clock  must outlive the line */
     explicit scripted_line(manual_clock &clock) : clock_(clock)
     {
     }
@@ -45,26 +45,26 @@ public:
     scripted_line &operator=(scripted_line &&) = delete;
     ~scripted_line() = default;
 
-    /** Lets bytes arrive. */
+    /** Makes bytes arrive. */
     void arrive(moment when, std::string bytes);
 
-    /** Closes the line at its far end, after what arrives until then. */
+    /** Closes the far end of the line, after all bytes that arrive before. */
     void close(moment when);
 
-    /** Sets what is called after every write, and may let bytes arrive or time pass. */
+    /** Sets a function that is called after every write; it may make bytes arrive or time pass. */
     void on_write(write_handler handler);
 
-    /** Opens the near end; what has not been read from an earlier link is lost. The line outlives the link.
+    /** Opens the near end; unread bytes of an earlier link are lost. The line must outlive the link.
      */
     std::unique_ptr<link> open();
 
-    /** All that was written, in order. */
+    /** Everything that was written, in order. */
     [[nodiscard]] const std::vector<writing> &written() const noexcept
     {
         return written_;
     }
 
-    /** The baud rate to which the near end is set. */
+    /** The baud rate of the near end. */
     [[nodiscard]] uint32_t baudrate() const noexcept
     {
         return baudrate_;

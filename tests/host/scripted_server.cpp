@@ -1,5 +1,5 @@
 /** @file
- * A server with a script, in the time of a clock that a test moves.
+ * A scripted server in virtual time.
  */
 #include "scripted_server.h"
 
@@ -41,7 +41,7 @@ client::link_factory scripted_server::links()
     };
 }
 
-/** Executes the commands that are complete. */
+/** Executes the complete commands. */
 void scripted_server::receive(const std::string &bytes)
 {
     moment_ = clock_.now();

@@ -1,5 +1,5 @@
 /** @file
- * A server with a script, in the time of a clock that a test moves.
+ * A scripted server in virtual time.
  */
 #ifndef VANTOR_SCRIPTED_SERVER_H
 #define VANTOR_SCRIPTED_SERVER_H
@@ -16,29 +16,29 @@ namespace vantor::test
 {
 
 /**
- * A server at the far end of a scripted line. Its reactions take no time, unless they let some pass with
- * pause(); what they send arrives while the host waits for it.
+ * A server at the far end of a scripted line. Its reactions take no time unless they call pause(); what they
+ * send arrives while the host waits for it.
  */
 class scripted_server : public host_connection
 {
 public:
-    /** @param clock  outlives the server */
+    /** @param clock  must outlive the server */
     explicit scripted_server(manual_clock &clock);
 
-    /** Sets what a command does. */
+    /** Sets the reaction to a command. */
     void on(const std::string &command, reaction what);
 
-    /** Within a reaction: what is sent from now on arrives so much later. */
+    /** In a reaction: everything sent from now on arrives this much later. */
     void pause(manual_clock::duration span) noexcept;
 
     using host_connection::send;
     void send(const std::string &bytes) override;
     void close() override;
 
-    /** Opens links to the server, which outlives them. */
+    /** Opens links to the server, which must outlive them. */
     [[nodiscard]] client::link_factory links();
 
-    /** The line to it. */
+    /** The line to the server. */
     [[nodiscard]] const scripted_line &line() const noexcept
     {
         return line_;

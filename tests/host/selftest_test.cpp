@@ -1,6 +1,5 @@
 /** @file
- * Tests of `vantor selftest` against servers that do not get far; those with a real server are in
- * tests/end_to_end.
+ * Tests of `vantor selftest` with scripted servers; tests with a real server are in tests/end_to_end.
  */
 #include "commands/selftest.h"
 
@@ -24,7 +23,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/** A server and a self-test of it. */
+/** A server and its self-test. */
 class selftest_test : public testing::Test
 {
 protected:
@@ -34,7 +33,7 @@ protected:
         return run_selftest(options, {out, err}, on);
     }
 
-    /** Has the server describe itself with other members. */
+    /** Makes the server describe itself with different members. */
     void describe_with(const json &members)
     {
         server.on("identify", [=](host_connection &host, const json &) {
@@ -82,10 +81,10 @@ private:
     uint32_t number = 0; /**< of the next frame */
 };
 
-/** More frames than come within any time-out. */
+/** More frames than arrive within any time-out. */
 constexpr int many = 1000;
 
-/** An answer that says that a command was executed, and perhaps more. */
+/** The answer that a command was executed, with additional members. */
 json plain_answer(const json &command, const json &members = json::object())
 {
     json answer = {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
@@ -98,7 +97,7 @@ void stay_silent(host_connection & /*host*/, const json & /*command*/)
 {
 }
 
-TEST_F(selftest_test, waits_as_long_as_it_is_told)
+TEST_F(selftest_test, waits_until_the_given_time_out)
 {
     server.on("ping", stay_silent);
     server.on("configure", stay_silent);
@@ -107,14 +106,14 @@ TEST_F(selftest_test, waits_as_long_as_it_is_told)
     selftest::bench slow(server.links(), {}, timeouts_of(options), clock.source());
     EXPECT_EQ(run_selftest(options, {out, err}, slow), exit_code::failure);
     EXPECT_EQ(result("ping is answered").value("got", ""), "nothing within 60000 ms");
-    EXPECT_EQ(result("frames come on demand").value("got", ""), "nothing within 60000 ms");
+    EXPECT_EQ(result("frames are measured on demand").value("got", ""), "nothing within 60000 ms");
     EXPECT_EQ(timeouts_of(options).frame, 60s);
     EXPECT_EQ(timeouts_of({}).answer, 5s);
     EXPECT_EQ(timeouts_of({}).configure, 60s);
     EXPECT_EQ(timeouts_of({}).frame, 10s);
 }
 
-TEST_F(selftest_test, ends_when_the_server_cannot_be_reached_any_more)
+TEST_F(selftest_test, ends_when_the_server_can_no_longer_be_reached)
 {
     server.on("ping", [this](host_connection &, const json &) { server.on("end", stay_silent); });
     EXPECT_EQ(run(), exit_code::failure);
@@ -123,23 +122,24 @@ TEST_F(selftest_test, ends_when_the_server_cannot_be_reached_any_more)
                                       "FAILED   ping is answered\n"
                                       "           expected: the answer \"ok\" to {\"command\":\"ping\"}\n"
                                       "           got:      nothing within 5000 ms\n"));
-    EXPECT_THAT(out.str(), HasSubstr("FAILED   commands sent ahead are answered in their order\n"
-                                     "           expected: a server that works on after the case before\n"));
-    EXPECT_THAT(out.str(), HasSubstr("skipped  a session runs from configure to end: the server cannot be "
-                                     "reached any more\n"));
+    EXPECT_THAT(out.str(),
+                HasSubstr("FAILED   several commands sent at once are answered in order\n"
+                          "           expected: a server that still works after the previous case\n"));
+    EXPECT_THAT(out.str(), HasSubstr("skipped  a session runs from configure to end: the server can no "
+                                     "longer be reached\n"));
     EXPECT_THAT(out.str(), EndsWith("\n1 passed, 2 failed, " + std::to_string(cases - 3) + " skipped\n"));
     // One time-out each for an answer, an "end" and a new link.
     EXPECT_EQ(clock.now(), 15s);
 }
 
-TEST_F(selftest_test, says_that_there_is_no_server)
+TEST_F(selftest_test, reports_that_there_is_no_server)
 {
     server.on("end", stay_silent);
     EXPECT_THROW(run(), timeout_error);
     EXPECT_EQ(out.str(), "");
 }
 
-TEST_F(selftest_test, does_not_wait_for_another_host_to_go)
+TEST_F(selftest_test, does_not_wait_for_another_host_to_disconnect)
 {
     int tries = 0;
     server.on("end", [&](host_connection &host, const json &) {
@@ -150,7 +150,7 @@ TEST_F(selftest_test, does_not_wait_for_another_host_to_go)
     EXPECT_EQ(tries, 1);
 }
 
-TEST_F(selftest_test, fails_a_stream_that_does_not_stop_and_goes_on)
+TEST_F(selftest_test, continues_after_a_stream_that_does_not_stop)
 {
     server.on("start", [this](host_connection &host, const json &command) {
         host.send(plain_answer(command), "");
@@ -165,10 +165,10 @@ TEST_F(selftest_test, fails_a_stream_that_does_not_stop_and_goes_on)
     const auto session = result("a session runs from configure to end");
     EXPECT_EQ(session.value("expected", ""), "the answer \"ok\" to \"stop\"");
     EXPECT_EQ(session.value("got", ""), "only frames within 5000 ms");
-    EXPECT_EQ(result("frames come on demand")["result"], "ok");
+    EXPECT_EQ(result("frames are measured on demand")["result"], "ok");
 }
 
-TEST_F(selftest_test, fails_statistics_that_never_come_between_frames)
+TEST_F(selftest_test, fails_statistics_that_never_arrive_between_frames)
 {
     server.on("stats", [](host_connection &host, const json &command) {
         host.send(plain_answer(command, {{"frames", 0}, {"frames_left_out", 0}}), "");
@@ -189,7 +189,7 @@ TEST_F(selftest_test, fails_statistics_that_never_come_between_frames)
     server.on("frame", [this](host_connection &host, const json &) { send_frames(host, 1); });
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
-    const auto pace = result("frames keep the pace");
+    const auto pace = result("frames keep the configured rate");
     EXPECT_EQ(pace.value("expected", ""), "the answer to \"stats\"");
     EXPECT_EQ(pace.value("got", ""), "only frames");
 }
@@ -210,7 +210,7 @@ TEST_F(selftest_test, fails_an_answer_that_never_ends)
     selftest::bench network(server.links(), {.closes_with_host = true}, {}, clock.source());
     options.json = true;
     EXPECT_EQ(run_selftest(options, {out, err}, network), exit_code::failure);
-    const auto lost = result("the session of a lost host ends");
+    const auto lost = result("a session ends when its host disconnects");
     EXPECT_THAT(lost.value("expected", ""), StartsWith("the error \"wrong_state\" to \"stop\""));
     EXPECT_EQ(lost.value("got", ""), "no message within 5000 ms");
 }
@@ -227,11 +227,11 @@ TEST_F(selftest_test, finds_every_wrong_member_of_a_description)
         json members;
         const char *expected;
     } faults[] = {
-        {{{"sensor", ""}}, "\"sensor\": a text"},
-        {{{"server_version", ""}}, "\"server_version\": a text"},
+        {{{"sensor", ""}}, "\"sensor\": a string"},
+        {{{"server_version", ""}}, "\"server_version\": a string"},
         {{{"connected_sensors", json::array()}}, "at least one"},
-        {{{"connected_sensors", {2, 1}}}, "rising"},
-        {{{"connected_sensors", {1, 1}}}, "rising"},
+        {{{"connected_sensors", {2, 1}}}, "ascending"},
+        {{{"connected_sensors", {1, 1}}}, "ascending"},
         {{{"ticks_per_second", 0.5}}, "\"ticks_per_second\": a whole number"},
         {{{"ticks_per_second", 4294967296}}, "\"ticks_per_second\": a whole number"},
         {{{"memory", with(memory, "live", 5)}}, "\"live\": a whole number from 0 to 4"},
@@ -261,7 +261,7 @@ TEST_F(selftest_test, fails_a_case_whose_answer_lacks_a_member)
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
     // The script's "stats" counts nothing.
-    const auto pace = result("1,000 frames come without a gap");
+    const auto pace = result("1,000 frames arrive without a gap");
     EXPECT_EQ(pace["result"], "failed");
     EXPECT_THAT(pace.value("got", ""), HasSubstr("frames"));
 }
@@ -271,19 +271,19 @@ TEST_F(selftest_test, skips_what_needs_a_sensor_when_none_is_connected)
     options.json = true;
     describe_with({{"connected_sensors", json::array()}});
     EXPECT_EQ(run(), exit_code::failure);
-    EXPECT_EQ(result("frames come on demand"), json({{"case", "frames come on demand"},
-                                                     {"result", "skipped"},
-                                                     {"reason", "no sensor is connected"}}));
+    EXPECT_EQ(result("frames are measured on demand"), json({{"case", "frames are measured on demand"},
+                                                             {"result", "skipped"},
+                                                             {"reason", "no sensor is connected"}}));
     EXPECT_EQ(result("ping is answered")["result"], "ok");
 }
 
-/** The case about the clock, alone, with a server whose clock does what the test wants. */
+/** Only the case about the clock, with a server whose clock the test controls. */
 class selftest_clock : public selftest_test
 {
 protected:
     using uptime_source = std::function<std::chrono::milliseconds()>;
 
-    /** Has the server report an uptime. */
+    /** Makes the server report an uptime. */
     void report(const uptime_source &uptime)
     {
         server.on("stats", [=](host_connection &host, const json &command) {
@@ -292,7 +292,7 @@ protected:
         });
     }
 
-    /** The uptime of a clock that runs at some thousandths of the right speed. */
+    /** The uptime of a clock that runs at this many thousandths of the right rate. */
     uptime_source at_speed(int thousandths)
     {
         return [this, thousandths] {
@@ -300,7 +300,7 @@ protected:
         };
     }
 
-    /** How the case ends, and what it says when it does not pass. */
+    /** The outcome of the case, with the reason if it does not pass. */
     std::string outcome()
     {
         selftest::bench fresh(server.links(), {}, {}, clock.source());
@@ -308,7 +308,7 @@ protected:
         return outcome(fresh);
     }
 
-    /** The same on a bench that is connected. */
+    /** Like the function above, on a connected bench. */
     static std::string outcome(selftest::bench &bench)
     {
         try
@@ -345,7 +345,7 @@ TEST_F(selftest_clock, compares_two_seconds_to_two_per_cent)
     }
 }
 
-TEST_F(selftest_clock, allows_for_the_time_on_the_way)
+TEST_F(selftest_clock, allows_for_the_transfer_time)
 {
     for (const auto &[growth, fits] : std::vector<std::pair<std::chrono::milliseconds, bool>>{
              {1957ms, false}, {1960ms, true}, {4080ms, true}, {4083ms, false}})
@@ -373,7 +373,7 @@ TEST_F(selftest_clock, uses_the_time_since_the_first_statistics)
         const auto late = clock.now() * (1000 - thousandths) / 1000;
         report([this, late] { return std::chrono::floor<std::chrono::milliseconds>(clock.now() - late); });
         EXPECT_EQ(outcome(fresh) == "ok", thousandths == 1000);
-        // The time that the bench spends at rest.
+        // The time that the bench waits while the server is idle.
         EXPECT_EQ(clock.now() - begin, 100ms);
     }
 }
@@ -389,17 +389,17 @@ TEST_F(selftest_clock, forgets_the_clock_of_an_earlier_server)
     EXPECT_EQ(outcome(fresh), "ok");
 }
 
-TEST_F(selftest_clock, fails_a_clock_that_stands_still)
+TEST_F(selftest_clock, fails_a_clock_that_has_stopped)
 {
     report([] { return 7000ms; });
-    EXPECT_EQ(outcome(), "expected \"uptime_s\" that grows while the server is at rest, got it stands still");
+    EXPECT_EQ(outcome(), "expected \"uptime_s\" that grows while the server is idle, got it does not change");
 }
 
-TEST_F(selftest_clock, tells_a_clock_that_stands_still_at_rest_from_a_virtual_one)
+TEST_F(selftest_clock, distinguishes_a_clock_that_stops_when_idle_from_a_virtual_one)
 {
     for (const auto &[pause, expected] :
-         std::vector<std::pair<std::chrono::milliseconds, std::string>>{{5s, "it stands still"},
-                                                                        {2600ms, "it stands still"},
+         std::vector<std::pair<std::chrono::milliseconds, std::string>>{{5s, "it does not change"},
+                                                                        {2600ms, "it does not change"},
                                                                         {2400ms, "is virtual"},
                                                                         {50ms, "is virtual"}})
     {
@@ -420,7 +420,7 @@ TEST_F(selftest_clock, needs_a_clock_and_its_uptime)
 {
     EXPECT_THAT(outcome(), StartsWith("expected \"uptime_s\": a number, got {"));
     describe_with({{"ticks_per_second", 999}});
-    EXPECT_EQ(outcome(), "skipped: the server has no clock that is fast enough");
+    EXPECT_EQ(outcome(), "skipped: the server does not have a clock that is fast enough");
 }
 
 } // namespace

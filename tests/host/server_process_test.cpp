@@ -1,5 +1,5 @@
 /** @file
- * Tests of starting a server of one's own, with a stand-in for the program.
+ * Tests of starting a private server, with a stand-in for the program.
  */
 #include "client/server_process.h"
 
@@ -40,7 +40,7 @@ public:
         close(descriptor_);
     }
 
-    /** Reads a line; without a line feed when the stream ends before. */
+    /** Reads a line; without a line feed if the stream ends first. */
     [[nodiscard]] std::string line() const
     {
         std::string text;
@@ -55,7 +55,7 @@ private:
     int descriptor_;
 };
 
-TEST(server_process, gives_the_server_time_to_end)
+TEST(server_process, gives_the_server_time_to_exit)
 {
     std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
                                          std::vector<std::string>{"--farewell"}, std::chrono::minutes(1));
@@ -64,11 +64,11 @@ TEST(server_process, gives_the_server_time_to_end)
     server.reset();
     EXPECT_EQ(link.line(), "farewell\n");
     EXPECT_EQ(link.line(), "");
-    // No child is left.
+    // No child process is left.
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-TEST(server_process, kills_a_server_that_does_not_end)
+TEST(server_process, kills_a_server_that_does_not_exit)
 {
     std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
                                          std::vector<std::string>{"--deaf"}, std::chrono::milliseconds(1));
@@ -79,7 +79,7 @@ TEST(server_process, kills_a_server_that_does_not_end)
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-TEST(server_process, closes_a_socket_that_nobody_took)
+TEST(server_process, closes_an_unused_socket)
 {
     const auto count = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = count();
@@ -87,13 +87,13 @@ TEST(server_process, closes_a_socket_that_nobody_took)
     EXPECT_EQ(count(), before);
 }
 
-TEST(server_process, says_why_it_cannot_start)
+TEST(server_process, reports_why_it_cannot_start)
 {
     EXPECT_THAT([] { server_process("/does/not/exist", {}); },
                 ThrowsMessage<connect_error>(HasSubstr("/does/not/exist")));
 }
 
-TEST(server_process, is_found_where_the_environment_says)
+TEST(server_process, is_found_at_the_path_in_the_environment)
 {
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     EXPECT_EQ(find_server_program(), VANTOR_FAKE_PROGRAM);
@@ -102,15 +102,15 @@ TEST(server_process, is_found_where_the_environment_says)
     unsetenv("VANTOR_SERVER");
 }
 
-TEST(server_process, a_server_that_ends_at_once_has_said_why)
+TEST(server_process, reports_a_server_that_exits_immediately)
 {
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     EXPECT_THAT([] { client(parse_address("sim:--refuse")); },
-                ThrowsMessage<connection_lost>(HasSubstr("its own message says why")));
+                ThrowsMessage<connection_lost>(HasSubstr("see the message that it printed")));
     unsetenv("VANTOR_SERVER");
 }
 
-TEST(server_process, a_new_one_is_started_by_reconnecting)
+TEST(server_process, is_started_again_by_reconnecting)
 {
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     client host(parse_address("sim:"));

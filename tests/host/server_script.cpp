@@ -1,5 +1,5 @@
 /** @file
- * What a stand-in for a server does.
+ * The behaviour of a scripted server.
  */
 #include "server_script.h"
 
@@ -13,7 +13,7 @@ namespace
 
 using nlohmann::json;
 
-/** Metadata of an item whose sub-sweeps lie back to back. */
+/** Metadata of an item with contiguous sub-sweeps. */
 json item_metadata(int frame_length, const std::vector<int> &subsweeps)
 {
     json offsets = json::array();
@@ -29,7 +29,7 @@ json item_metadata(int frame_length, const std::vector<int> &subsweeps)
             {"subsweep_data_offset", offsets},   {"subsweep_data_length", subsweeps}};
 }
 
-/** An item of a frame. */
+/** The description of an item in a frame header. */
 json item_result(uint32_t tick)
 {
     return {{"tick", tick},
@@ -39,7 +39,7 @@ json item_result(uint32_t tick)
             {"frame_delayed", false}};
 }
 
-/** The answer that only says that a command was executed. */
+/** The answer to a command without further members. */
 json plain_answer(const json &command)
 {
     return {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
@@ -165,7 +165,7 @@ std::vector<std::string> server_script::lines() const
     return lines_;
 }
 
-/** What a test has set for a command; empty when that is nothing. */
+/** The reaction that a test has set for a command; empty if none. */
 reaction server_script::find(const std::string &command) const
 {
     const std::scoped_lock lock(mutex_);

@@ -1,5 +1,5 @@
 /** @file
- * What a stand-in for a server does: it answers as a real one would, unless a test has it do something else.
+ * The behaviour of a scripted server: it answers like a real one, unless a test sets another reaction.
  */
 #ifndef VANTOR_SERVER_SCRIPT_H
 #define VANTOR_SERVER_SCRIPT_H
@@ -16,7 +16,7 @@
 namespace vantor::test
 {
 
-/** The way to one host. */
+/** The connection to one host. */
 class host_connection
 {
 public:
@@ -27,7 +27,7 @@ public:
     host_connection &operator=(host_connection &&) = delete;
     virtual ~host_connection() = default;
 
-    /** Sends bytes as they are. */
+    /** Sends bytes unchanged. */
     virtual void send(const std::string &bytes) = 0;
 
     /** Sends a message: its header as a line, then its payload. */
@@ -40,7 +40,7 @@ public:
 /** The answer to "identify". */
 nlohmann::json identity();
 
-/** What a scripted server measures: the document that configures it, its metadata and the frames that follow.
+/** The session of a scripted server: the configuration document, the metadata and the frames.
  */
 struct fake_session
 {
@@ -50,34 +50,35 @@ struct fake_session
     /** Header of a frame; its ticks are @p number × 20000. */
     [[nodiscard]] nlohmann::json frame_header(uint32_t number) const;
 
-    /** Samples of a frame: recognisable by its number, strongest at point 7 of every sweep. */
+    /** Samples of a frame: they depend on its number, and point 7 of every sweep is the strongest. */
     [[nodiscard]] std::string frame_payload(uint32_t number) const;
 };
 
-/** Two groups: an item of two sweeps with clear-channel assessment and one of two sub-sweeps; and one more.
+/** Two groups: an item of two sweeps with clear-channel assessment and one of two sub-sweeps; and a third
+ * item.
  */
 fake_session example_session();
 
-/** The last command of a name among lines that a server received; throws when there is none. */
+/** The last command with a name in the lines that a server received; throws if there is none. */
 nlohmann::json last_command(const std::vector<std::string> &lines, const std::string &name);
 
-/** What a command does. */
+/** The reaction to a command. */
 using reaction = std::function<void(host_connection &host, const nlohmann::json &command)>;
 
-/** A reaction to "start": the answer and this many frames of the example session, from a number on. */
+/** A reaction to "start": the answer and this many frames of the example session, starting at a number. */
 reaction stream_frames(uint32_t count, uint32_t first = 0);
 
-/** What each command does. For several threads. */
+/** The reactions to all commands. Thread-safe. */
 class server_script
 {
 public:
-    /** Sets what a command does. */
+    /** Sets the reaction to a command. */
     void on(const std::string &command, reaction what);
 
-    /** Executes a line that a host has sent. */
+    /** Executes a line from a host. */
     void react(host_connection &host, const std::string &line);
 
-    /** The lines that were not empty, of all hosts. */
+    /** The non-empty lines from all hosts. */
     [[nodiscard]] std::vector<std::string> lines() const;
 
 private:

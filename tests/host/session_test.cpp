@@ -85,7 +85,7 @@ TEST(session, refuses_metadata_that_contradicts_itself)
         {[](json &m) { m["calibration_info"] = 3; }, "calibration_info"},
         {[](json &m) { m["calibration_info"][0]["data"] = 3; }, "data"},
         {[](json &m) { m["metadata"] = json::object(); }, "metadata"},
-        {[](json &m) { m["metadata"][1] = json::array(); }, "no list of items"},
+        {[](json &m) { m["metadata"][1] = json::array(); }, "not a list of items"},
         {[](json &m) { m["metadata"][0][0] = 1; }, "calibration_temperature"},
         {[](json &m) { m["metadata"][0][0]["frame_data_length"] = 41; }, "multiple"},
         {[](json &m) { m["metadata"][0][0]["frame_data_length"] = 65536; }, "frame_data_length"},
@@ -104,7 +104,7 @@ TEST(session, refuses_metadata_that_contradicts_itself)
     }
 }
 
-TEST(session, cuts_a_frame_into_items_and_sub_sweeps)
+TEST(session, splits_a_frame_into_items_and_sub_sweeps)
 {
     const auto received = decode_frame(frame_message(2), example_metadata());
     ASSERT_EQ(received.items().size(), 3U);
@@ -131,7 +131,7 @@ TEST(session, cuts_a_frame_into_items_and_sub_sweeps)
     EXPECT_THROW(static_cast<void>(first.subsweep(0, 1)), std::out_of_range);
 }
 
-TEST(session, keeps_a_frame_whole_when_it_is_moved)
+TEST(session, keeps_a_frame_intact_when_it_is_moved)
 {
     auto received = decode_frame(frame_message(1), example_metadata());
     const auto moved = std::move(received);
@@ -164,7 +164,7 @@ TEST(session, refuses_frames_that_do_not_fit_the_metadata)
     }
 }
 
-TEST(session, reads_what_a_server_says_of_itself)
+TEST(session, decodes_the_description_of_a_server)
 {
     const json identity = {
         {"server_version", "0.1.0"}, {"protocol_version", 1},       {"sensor", "k330"},
@@ -182,7 +182,7 @@ TEST(session, reads_what_a_server_says_of_itself)
     EXPECT_THROW(decode_server_info(backwards), protocol_error);
 }
 
-TEST(session, takes_a_server_without_clock)
+TEST(session, accepts_a_server_without_clock)
 {
     const auto info = decode_server_info({{"server_version", "0.1.0"},
                                           {"protocol_version", 1},
@@ -194,7 +194,7 @@ TEST(session, takes_a_server_without_clock)
     EXPECT_EQ(info.ticks_per_second, 0.0);
 }
 
-TEST(decode_server_info, takes_memory_and_stack_when_they_are_told)
+TEST(decode_server_info, decodes_memory_and_stack_if_present)
 {
     nlohmann::json document = {{"server_version", "1"},
                                {"protocol_version", 1},
@@ -219,7 +219,7 @@ TEST(decode_server_info, takes_memory_and_stack_when_they_are_told)
     EXPECT_THROW(decode_server_info(document), protocol_error);
 }
 
-TEST(decode_server_info, takes_what_is_known_of_the_board)
+TEST(decode_server_info, decodes_the_description_of_the_board)
 {
     auto document = test::identity();
     EXPECT_FALSE(decode_server_info(document).board);
@@ -240,7 +240,7 @@ TEST(decode_server_info, takes_what_is_known_of_the_board)
     EXPECT_THROW(decode_server_info(document), protocol_error);
 }
 
-TEST(session, takes_null_for_numbers_that_do_not_exist)
+TEST(session, accepts_null_for_missing_numbers)
 {
     auto document = example_session().metadata;
     document["metadata"][0][0]["max_sweep_rate"] = nullptr;

@@ -1,5 +1,5 @@
 /** @file
- * A directory that lives as long as a test.
+ * A temporary directory for a test.
  */
 #include "temporary_directory.h"
 

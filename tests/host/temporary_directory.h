@@ -1,5 +1,5 @@
 /** @file
- * A directory that lives as long as a test.
+ * A temporary directory for a test.
  */
 #ifndef VANTOR_TEMPORARY_DIRECTORY_H
 #define VANTOR_TEMPORARY_DIRECTORY_H
@@ -11,7 +11,7 @@
 namespace vantor::test
 {
 
-/** A new, empty directory, removed with all it holds when destroyed. */
+/** A new, empty directory; the destructor removes it with its content. */
 class temporary_directory
 {
 public:
@@ -22,20 +22,20 @@ public:
     temporary_directory &operator=(temporary_directory &&) = delete;
     ~temporary_directory();
 
-    /** The path of a file in it. */
+    /** The path of a file in the directory. */
     [[nodiscard]] std::filesystem::path operator/(const std::string &name) const
     {
         return path_ / name;
     }
 
-    /** Writes a file into it and returns its path. */
+    /** Writes a file in the directory and returns its path. */
     [[nodiscard]] std::filesystem::path write(const std::string &name, std::string_view text) const;
 
 private:
     std::filesystem::path path_;
 };
 
-/** The whole content of a file. */
+/** The content of a file. */
 std::string read_file(const std::filesystem::path &path);
 
 } // namespace vantor::test

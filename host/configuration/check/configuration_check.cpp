@@ -1,5 +1,5 @@
 /** @file
- * Checks a configuration document before a server sees it.
+ * Checks a configuration document without a server.
  */
 #include "configuration/check/configuration_check.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * Checks a configuration document before a server sees it.
+ * Checks a configuration document without a server.
  */
 #ifndef VANTOR_CONFIGURATION_CHECK_H
 #define VANTOR_CONFIGURATION_CHECK_H
@@ -14,10 +14,11 @@ namespace vantor
 {
 
 /**
- * Checks a document against the schema and, when each member by itself is right, against the rules between
- * members. What depends on a server stays unchecked: which sensors it has, and whether they are fast enough.
+ * Checks a document against the schema and, if each single member is valid, against the rules between
+ * members. It does not check what depends on a server: which sensors it has, and whether they are fast
+ * enough.
  *
- * @return all faults; none when the document is fine
+ * @return all faults; empty if the document is valid
  */
 std::vector<configuration_fault> check_configuration(const nlohmann::json &document);
 

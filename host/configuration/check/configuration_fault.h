@@ -1,5 +1,5 @@
 /** @file
- * One thing that is wrong with a configuration document.
+ * A fault in a configuration document.
  */
 #ifndef VANTOR_CONFIGURATION_FAULT_H
 #define VANTOR_CONFIGURATION_FAULT_H
@@ -9,13 +9,13 @@
 namespace vantor
 {
 
-/** One thing that is wrong with a configuration document. */
+/** A fault in a configuration document. */
 struct configuration_fault
 {
-    std::string pointer; /**< where, as a JSON pointer (RFC 6901); empty for the whole document */
-    std::string got;     /**< what stands there */
-    std::string allowed; /**< what may stand there, or why this may not */
-    std::string nearest; /**< the allowed value closest to it; empty when there is none */
+    std::string pointer; /**< where, as a JSON pointer (RFC 6901); empty for the document itself */
+    std::string got;     /**< what is there */
+    std::string allowed; /**< what is allowed there, or why this is not */
+    std::string nearest; /**< the closest allowed value; empty if there is none */
 };
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * The rules of a configuration document that tie several of its members together.
+ * The rules between the members of a configuration document.
  */
 #include "configuration/check/configuration_rules.h"
 
@@ -18,14 +18,14 @@ namespace
 using nlohmann::json;
 using pointer = json::json_pointer;
 
-/** What the schema says of a member, of a configuration or of the document. */
+/** The schema of a member of a configuration or of the document. */
 const json &definition(const std::string &name)
 {
     const auto &schema = configuration_schema();
     return schema[schema["properties"].contains(name) ? "properties" : "$defs"][name];
 }
 
-/** A number as text, without needless digits. */
+/** Formats a number without unnecessary digits. */
 std::string to_text(double value)
 {
     std::ostringstream text;
@@ -34,29 +34,29 @@ std::string to_text(double value)
     return text.str();
 }
 
-/** A rule in one place of a document. */
+/** A rule, applied to one object of a document. */
 class placed_rule
 {
 public:
     /**
      * @param rule    the rule, one of those in docs/k330.json
-     * @param object  the object that the rule is about
-     * @param parent  looked into for members that the object does not have
+     * @param object  the object that the rule checks
+     * @param parent  used for members that the object does not have
      */
     placed_rule(const json &rule, const json &object, const json &parent)
         : rule_(rule), object_(object), parent_(parent)
     {
     }
 
-    /** Whether the rule holds or does not apply. */
+    /** Whether the object follows the rule, or the rule does not apply. */
     [[nodiscard]] bool is_kept() const
     {
         const auto conditions = rule_.value("when", json::array());
-        return holds() || !std::all_of(conditions.begin(), conditions.end(),
-                                       [&](const json &name) { return is_set(name); });
+        return is_satisfied() || !std::all_of(conditions.begin(), conditions.end(),
+                                              [&](const json &name) { return is_set(name); });
     }
 
-    /** What to report when the rule is broken at a place. */
+    /** Describes the fault if the object at a place breaks the rule. */
     [[nodiscard]] configuration_fault fault(const pointer &place) const
     {
         const bool has_member = rule_.contains("at");
@@ -67,21 +67,21 @@ public:
     }
 
 private:
-    /** A member, or else its default; null without either. */
+    /** A member, or its default; null if it has neither. */
     [[nodiscard]] json member(const std::string &name) const
     {
         const auto &holder = object_.contains(name) ? object_ : parent_;
         return holder.contains(name) ? holder[name] : definition(name).value("default", json());
     }
 
-    /** Whether a member is neither missing, false nor 0. */
+    /** Whether a member is present, and neither false nor 0. */
     [[nodiscard]] bool is_set(const std::string &name) const
     {
         const auto value = member(name);
         return !value.is_null() && value != false && value != 0;
     }
 
-    /** A member as a number: of a word its place in the schema, of a list its length. */
+    /** A member as a number: for a word its index in the schema, for a list its length. */
     [[nodiscard]] double number(const std::string &name) const
     {
         const auto value = member(name);
@@ -104,7 +104,7 @@ private:
         return total;
     }
 
-    /** The value of an expression: a number, a member, or an operation with its operands. */
+    /** Evaluates an expression: a number, a member, or an operation with its operands. */
     [[nodiscard]] double evaluate(const json &expression) const
     {
         if (!expression.is_array())
@@ -126,8 +126,8 @@ private:
         return operation == "+" ? first + second : operation == "-" ? first - second : first * second;
     }
 
-    /** Whether value and bound are in the relation that the rule asks for. */
-    [[nodiscard]] bool holds() const
+    /** Whether value and bound are in the relation that the rule requires. */
+    [[nodiscard]] bool is_satisfied() const
     {
         const std::string relation = rule_["relation"];
         if (relation == "absent")
@@ -142,7 +142,7 @@ private:
                                      : std::fabs(value - bound) <= rule_["tolerance"].get<double>() * bound;
     }
 
-    /** A text of the rule, with values in the place of names in braces. */
+    /** A text of the rule, in which values replace names in braces. */
     [[nodiscard]] std::string fill(std::string text) const
     {
         for (auto begin = text.find('{'); begin != std::string::npos; begin = text.find('{', begin))
@@ -155,7 +155,7 @@ private:
         return text;
     }
 
-    /** The largest values with which the rule holds, of the members that it lowers one after the other. */
+    /** The largest values that follow the rule, when its members are lowered one after the other. */
     [[nodiscard]] std::string lower() const
     {
         json changed = object_;
@@ -166,12 +166,12 @@ private:
             const long lowest = definition(name)["minimum"];
             auto too_high = std::lround(changed_rule.number(name));
             changed[name] = lowest;
-            const bool is_enough = changed_rule.holds();
+            const bool is_enough = changed_rule.is_satisfied();
             for (long good = lowest; is_enough && too_high - good > 1;)
             {
                 const long middle = good + (too_high - good) / 2;
                 changed[name] = middle;
-                (changed_rule.holds() ? good : too_high) = middle;
+                (changed_rule.is_satisfied() ? good : too_high) = middle;
                 changed[name] = good;
             }
             text.insert(0, '"' + name + "\": " + changed[name].dump() + (text.empty() ? "" : ", "));
@@ -188,7 +188,7 @@ private:
     const json &parent_;
 };
 
-/** Checks a rule in one place. */
+/** Applies a rule to one object. */
 void check(const placed_rule &rule, const pointer &place, std::vector<configuration_fault> &found)
 {
     if (!rule.is_kept())

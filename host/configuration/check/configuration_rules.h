@@ -1,5 +1,5 @@
 /** @file
- * The rules of a configuration document that tie several of its members together.
+ * The rules between the members of a configuration document.
  */
 #ifndef VANTOR_CONFIGURATION_RULES_H
 #define VANTOR_CONFIGURATION_RULES_H
@@ -14,9 +14,9 @@ namespace vantor
 {
 
 /**
- * Checks a document against the rules between members, those of docs/k330.json.
+ * Checks a document against the rules between members, which are in docs/k330.json.
  *
- * @param document  a document in which every member by itself is as the schema asks
+ * @param document  a document in which every single member is valid according to the schema
  * @return all faults
  */
 std::vector<configuration_fault> check_rules(const nlohmann::json &document);

@@ -18,7 +18,7 @@ namespace
 
 using nlohmann::json;
 
-/** Number of single-letter changes that turn one text into another (Levenshtein's distance). */
+/** Number of single-letter changes between two texts (Levenshtein distance). */
 size_t edit_distance(std::string_view from, std::string_view to)
 {
     std::vector<size_t> row(to.size() + 1);
@@ -37,7 +37,7 @@ size_t edit_distance(std::string_view from, std::string_view to)
     return row.back();
 }
 
-/** The word closest to a text; empty when none is close. */
+/** The word closest to a text; empty if none is close. */
 std::string closest_word(const std::string &text, const std::vector<std::string> &words)
 {
     std::string best;
@@ -53,7 +53,7 @@ std::string closest_word(const std::string &text, const std::vector<std::string>
     return best;
 }
 
-/** Whether a value has a type of JSON Schema; a number without a fraction is an integer. */
+/** Whether a value has a JSON Schema type; a number without a fraction is an integer. */
 bool has_type(const json &value, const std::string &type)
 {
     if (type == "integer")
@@ -71,13 +71,13 @@ std::string describe_type(const std::string &type)
 {
     return type == "integer"   ? "a whole number"
            : type == "number"  ? "a number"
-           : type == "string"  ? "a text"
+           : type == "string"  ? "a string"
            : type == "boolean" ? "true or false"
            : type == "array"   ? "a list"
                                : "an object";
 }
 
-/** The bounds of a number in words; empty when there are none. */
+/** The bounds of a number in words; empty if there are none. */
 std::string describe_bounds(const json &schema)
 {
     if (schema.contains("const"))
@@ -111,7 +111,7 @@ std::string describe(const json &schema)
     return describe_type(schema["type"]) + text;
 }
 
-/** The number closest to a value within a schema's bounds. */
+/** The number within the bounds of a schema that is closest to a value. */
 json closest_number(double value, const json &schema)
 {
     if (schema.contains("const"))
@@ -126,13 +126,13 @@ json closest_number(double value, const json &schema)
     {
         return schema["maximum"];
     }
-    // Beyond it every number is whole.
+    // Larger numbers have no fraction.
     constexpr double largest_exact = 9007199254740992.0;
     const bool rounded = schema.value("type", "") == "integer" && std::fabs(value) < largest_exact;
     return rounded ? json(std::llround(value)) : json(value);
 }
 
-/** The schema's document, the faults found so far, and the walk through both. */
+/** Walks through a document and its schema, and collects the faults. */
 class checker
 {
 public:
@@ -165,7 +165,7 @@ public:
     }
 
 private:
-    /** Follows a reference. */
+    /** Resolves a reference. */
     const json &resolve(const json &schema) const
     {
         if (!schema.contains("$ref"))
@@ -175,7 +175,7 @@ private:
         return root_.at(json::json_pointer(schema["$ref"].get<std::string>().substr(1)));
     }
 
-    /** A value as text, not too long. */
+    /** A value as text, shortened if it is long. */
     static std::string shorten(const json &value)
     {
         constexpr size_t longest = 40;
@@ -187,7 +187,7 @@ private:
         auto end = longest;
         while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
         {
-            // Not within a character of several bytes.
+            // Do not cut a multi-byte character.
             --end;
         }
         return text.substr(0, end) + "…";
@@ -242,7 +242,7 @@ private:
         if (schema.contains("pattern") &&
             !std::regex_match(value.get<std::string>(), std::regex(schema["pattern"].get<std::string>())))
         {
-            add(place, shorten(value), "a text of the form " + schema["pattern"].get<std::string>());
+            add(place, shorten(value), "a string that matches " + schema["pattern"].get<std::string>());
         }
     }
 
@@ -257,7 +257,7 @@ private:
         {
             if (!value.contains(name.get<std::string>()))
             {
-                add(place, "no " + name.dump(), "a member " + name.dump() + " is needed here");
+                add(place, "no " + name.dump(), "the member " + name.dump() + " is required here");
             }
         }
         for (const auto &[name, member] : value.items())
@@ -273,12 +273,12 @@ private:
                 names.push_back(known);
             }
             const auto nearest = closest_word(name, names);
-            add(place / name, "the member \"" + name + "\"", "no member of this name is known here",
+            add(place / name, "the member \"" + name + "\"", "only the documented members",
                 nearest.empty() ? "" : '"' + nearest + '"');
         }
     }
 
-    /** Beside the members of "if", those of "then" are refused. */
+    /** Rejects the members of "then" if the member of "if" is present. */
     void check_condition(const json &value, const json &schema, const json::json_pointer &place)
     {
         if (!schema.contains("if") || !value.contains(schema["if"]["required"][0].get<std::string>()))

@@ -1,10 +1,10 @@
 /** @file
  * Checks a document against a JSON Schema.
  *
- * Of JSON Schema 2020-12 it knows what the configuration schema uses: "$ref" to "$defs", "type", "enum",
- * "const", "anyOf" of numbers, "minimum", "maximum", "pattern", "required", "properties",
- * "additionalProperties": false, "items", "minItems" and "maxItems"; and that "if" an object has one
- * "required" member, "then" others, whose schemas are false, are refused with the "description" given there.
+ * It supports the part of JSON Schema 2020-12 that the configuration schema uses: "$ref" to "$defs", "type",
+ * "enum", "const", "anyOf" of numbers, "minimum", "maximum", "pattern", "required", "properties",
+ * "additionalProperties": false, "items", "minItems" and "maxItems"; and "if" with one "required" member,
+ * "then" with "properties" whose schemas are false: these members are rejected with its "description".
  */
 #ifndef VANTOR_SCHEMA_CHECK_H
 #define VANTOR_SCHEMA_CHECK_H
@@ -22,7 +22,7 @@ namespace vantor
  * Checks a document against a schema.
  *
  * @param document  the document
- * @param schema    the schema, with the members above only
+ * @param schema    the schema, which may use only the keywords above
  * @return all faults, in the order of the document
  */
 std::vector<configuration_fault> check_schema(const nlohmann::json &document, const nlohmann::json &schema);

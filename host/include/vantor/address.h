@@ -1,5 +1,5 @@
 /** @file
- * Where a server is: the text forms "tcp:HOST:PORT", "serial:DEVICE@BAUD" and "sim:".
+ * Server addresses: "tcp:HOST:PORT", "serial:DEVICE@BAUD" and "sim:".
  */
 #ifndef VANTOR_ADDRESS_H
 #define VANTOR_ADDRESS_H
@@ -16,7 +16,7 @@ namespace vantor
 /** A server that listens on a TCP port. */
 struct tcp_address
 {
-    std::string host;  /**< name or number; an IPv6 number without brackets */
+    std::string host;  /**< name or IP address; an IPv6 address without brackets */
     uint16_t port = 0; /**< 1 to 65535 */
 };
 
@@ -27,27 +27,27 @@ struct serial_address
     uint32_t baudrate = 115200; /**< in bits per second */
 };
 
-/** A simulated server that is started for this connection and ends with it. */
+/** A simulated server that is started and ended with the connection. */
 struct simulator_address
 {
-    std::vector<std::string> arguments; /**< further arguments for the program vantor_server */
+    std::vector<std::string> arguments; /**< additional arguments for the program vantor_server */
 };
 
-/** Where a server is. */
+/** The address of a server. */
 using address = std::variant<tcp_address, serial_address, simulator_address>;
 
 /**
- * Reads an address.
+ * Parses an address.
  *
- * @param text  "tcp:HOST:PORT" (an IPv6 number in brackets), "serial:DEVICE" or "serial:DEVICE@BAUD" (115200
- *              when not given), "sim:" or "sim:ARGUMENTS" with the arguments separated by spaces, in double
- *              quotes when they hold some
+ * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "serial:DEVICE" (115200 baud),
+ *              "serial:DEVICE@BAUD", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces;
+ *              arguments that contain spaces are in double quotes
  * @return the address
- * @throws address_error when the text has none of these forms
+ * @throws address_error if the text has none of these forms
  */
 address parse_address(std::string_view text);
 
-/** Writes an address in the form that parse_address reads. */
+/** Formats an address so that parse_address can read it. */
 std::string to_string(const address &where);
 
 } // namespace vantor

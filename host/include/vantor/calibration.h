@@ -9,12 +9,12 @@
 namespace vantor
 {
 
-/** A calibration result, as "calibration_info" in a configuration document accepts it. */
+/** A calibration result, in the form of an element of "calibration_info" in a configuration document. */
 struct calibration
 {
-    unsigned sensor_id = 0; /**< from 1 */
-    int temperature = 0;    /**< at which it was made, in degrees Celsius as the sensor counts them */
-    std::string data;       /**< hexadecimal digits */
+    unsigned sensor_id = 0; /**< 1 or more */
+    int temperature = 0; /**< sensor temperature during the calibration, in degrees Celsius; not absolute */
+    std::string data;    /**< hexadecimal digits */
 };
 
 } // namespace vantor

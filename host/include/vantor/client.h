@@ -1,5 +1,5 @@
 /** @file
- * A conversation with a server: commands out, typed answers and frames in.
+ * A conversation with a server: sends commands, and receives answers and frames.
  */
 #ifndef VANTOR_CLIENT_H
 #define VANTOR_CLIENT_H
@@ -22,14 +22,14 @@
 namespace vantor
 {
 
-/** The protocol version that this library speaks. */
+/** The protocol version of this library. */
 inline constexpr int protocol_version = 1;
 
 /** One line of a server's log. */
 struct log_line
 {
     std::string level;  /**< "ERROR", "WARNING", "INFO", "VERBOSE" or "DEBUG" */
-    std::string module; /**< which part of the server wrote it */
+    std::string module; /**< the part of the server that wrote it */
     std::string text;
 };
 
@@ -45,13 +45,14 @@ struct client_timeouts
 /**
  * A conversation with one server.
  *
- * A slow reader loses nothing: bytes are taken from the link only when a message is asked for, so the server
- * waits. Every call but those of other objects may throw: connection_lost, timeout_error, bad_message,
- * protocol_error, and server_error when the server refuses. After bad_message (which a frame that does not
- * fit the session's metadata is too) the call may be repeated; after any other, end() brings the server back
- * to a known state, and reconnect() does after connection_lost.
+ * A slow reader does not lose data: bytes are read from the link only when a message is requested, so the
+ * server waits. Every function that communicates with the server can throw connection_lost, timeout_error,
+ * bad_message, protocol_error, or server_error if the server reports an error. After bad_message (also thrown
+ * for a frame that does not fit the metadata of the session), the call can be repeated. After
+ * connection_lost, call reconnect(). After any other exception, end() brings the server back to a known
+ * state.
  *
- * For one thread at a time.
+ * Not thread-safe: use an object from one thread at a time.
  */
 class client
 {
@@ -61,40 +62,40 @@ public:
     using log_handler = std::function<void(const log_line &)>;
 
     /**
-     * Connects, ends whatever session the server was in, and identifies the server. A board that is still
-     * starting has as long as the time-out of an answer: the first command is repeated every second.
+     * Connects, ends any session that the server was in, and identifies the server. A board may still be
+     * starting: the first command is repeated every second until the answer time-out.
      *
      * @param where     the server
-     * @param timeouts  how long to wait for what
-     * @throws connect_error when there is no server
-     * @throws server_error with the code "busy" when it serves another host
-     * @throws protocol_error when it speaks another version of the protocol
+     * @param timeouts  how long to wait
+     * @throws connect_error if there is no server
+     * @throws server_error with the code "busy" if the server is in use by another host
+     * @throws protocol_error if the server uses another version of the protocol
      */
     explicit client(const address &where, client_timeouts timeouts = {});
 
     /**
-     * The same over links that the caller opens.
+     * Like the constructor above, but over links that the caller opens.
      *
      * @param open_links  opens a link, now and at every reconnect()
-     * @param timeouts    how long to wait for what
-     * @param now         the clock by which the links wait
+     * @param timeouts    how long to wait
+     * @param now         the clock of the links
      */
     explicit client(link_factory open_links, client_timeouts timeouts = {},
                     time_source now = std::chrono::steady_clock::now);
 
-    /** Drops the link and connects again, to an idle server. */
+    /** Closes the link and connects again; the server is idle afterwards. */
     void reconnect();
 
-    /** What the server said of itself when connecting. */
+    /** What the server reported about itself when it was last identified. */
     [[nodiscard]] const server_info &server() const noexcept;
 
-    /** Asks the server anew what it is. */
+    /** Identifies the server again. */
     const server_info &identify();
 
     /** Checks that the server answers. */
     void ping();
 
-    /** The server's statistics, as it sends them. */
+    /** Returns the statistics of the server, as it sends them. */
     nlohmann::json stats();
 
     /**
@@ -112,55 +113,54 @@ public:
      * Waits for the next frame of the stream.
      *
      * @param timeout  how long to wait
-     * @return the frame, or nothing when none came in time
+     * @return the frame, or nothing if none arrived in time
      */
     std::optional<frame> receive_frame(std::chrono::milliseconds timeout);
 
     /**
      * Stops the stream of frames.
      *
-     * @param handler  receives the frames that were still on their way; when empty they are dropped
+     * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
      */
     void stop(const frame_handler &handler = {});
 
-    /** Measures one frame, while no stream runs. */
+    /** Measures one frame. Only allowed while there is no stream. */
     frame single_frame();
 
-    /** Ends the session, whatever state it is in; frames, errors and other messages on their way are dropped.
-     */
+    /** Ends the session in any state; drops all messages that arrive before the answer. */
     void end();
 
     /**
-     * Has the server send its log.
+     * Makes the server send its log.
      *
      * @param level    least severe level to send: "OFF", "ERROR", "WARNING", "INFO", "VERBOSE" or "DEBUG"
-     * @param handler  called for every line, from within the calls of this object that receive
+     * @param handler  called for every line, by those functions of this object that receive messages
      */
     void forward_log(std::string_view level, log_handler handler);
 
     /**
-     * Changes the baud rate of a serial line at both ends. When the server does not answer at the new one,
-     * the line goes back to the old one, and so does the server within two seconds.
+     * Changes the baud rate of a serial line at both ends. If the server does not answer at the new baud
+     * rate, this end returns to the old one, and the server does so within two seconds.
      *
      * @param baudrate  in bits per second, at most server().max_baudrate
      */
     void set_baudrate(uint32_t baudrate);
 
-    /** Sends bytes as they are, whatever the server makes of them. For tests of a server. */
+    /** Sends bytes unchanged. For tests of a server. */
     void send(std::string_view text);
 
     /**
      * Waits for the next message of any kind except a log line. For tests of a server.
      *
      * @param timeout  how long to wait
-     * @return the message, or nothing when none came in time
+     * @return the message, or nothing if none arrived in time
      */
     std::optional<message> receive(std::chrono::milliseconds timeout);
 
-    /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
+    /** Number of payload bytes still missing from the message that is being received; 0 if there is none. */
     [[nodiscard]] size_t bytes_missing() const noexcept;
 
-    /** Bytes of all messages received since connecting. */
+    /** Number of bytes of all messages received since connecting. */
     [[nodiscard]] uint64_t bytes_received() const noexcept;
 
 private:
@@ -189,8 +189,8 @@ private:
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
     log_handler on_log_;
-    std::optional<time_point> end_repetition_; /**< when "end" is sent again; nothing when it is not */
-    unsigned unanswered_ends_ = 0;             /**< some of them the server may never have received */
+    std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */
+    unsigned unanswered_ends_ = 0;             /**< the server may not have received all of them */
 };
 
 } // namespace vantor

@@ -1,7 +1,7 @@
 /** @file
- * What can go wrong between a host and a server: one exception type for each kind of failure.
+ * Failures between a host and a server: one exception type for each kind.
  *
- * Every text is a sentence that says what happened and, where a person can do something, what to change.
+ * Every message is a sentence that says what happened and, if possible, what to change.
  */
 #ifndef VANTOR_ERRORS_H
 #define VANTOR_ERRORS_H
@@ -14,42 +14,42 @@
 namespace vantor
 {
 
-/** Base of every failure that this library reports. */
+/** Base class of all exceptions of this library. */
 class error : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/** The text that names a server ("tcp:HOST:PORT", …) cannot be understood. */
+/** A server address ("tcp:HOST:PORT", …) is not valid. */
 class address_error : public error
 {
 public:
     using error::error;
 };
 
-/** No server could be reached or started at the address. */
+/** The server at the address could not be reached or started. */
 class connect_error : public error
 {
 public:
     using error::error;
 };
 
-/** The server closed the link, or the link broke. */
+/** The server closed the link, or the link failed. */
 class connection_lost : public error
 {
 public:
     using error::error;
 };
 
-/** The server did not answer, or the link took no bytes, in the time allowed. */
+/** The server did not answer, or the link did not accept bytes, in time. */
 class timeout_error : public error
 {
 public:
     using error::error;
 };
 
-/** Bytes arrived that are no message; the next message is found by itself. */
+/** The received bytes are not a valid message. The parser finds the next message automatically. */
 class bad_message : public error
 {
 public:
@@ -58,7 +58,8 @@ public:
      * @param reason    what is wrong
      */
     bad_message(uint64_t position, const std::string &reason)
-        : error("byte " + std::to_string(position) + ": " + reason), position_(position)
+        : error("Invalid data from the server at byte " + std::to_string(position) + ": " + reason + "."),
+          position_(position)
     {
     }
 
@@ -72,7 +73,7 @@ private:
     uint64_t position_;
 };
 
-/** A whole message arrived that says something the protocol or the session's metadata do not allow. */
+/** A message was received that the protocol or the metadata of the session does not allow. */
 class protocol_error : public error
 {
 public:
@@ -84,8 +85,8 @@ class server_error : public error
 {
 public:
     /**
-     * @param code     the server's stable code, such as "wrong_state"
-     * @param message  the server's sentence for people
+     * @param code     the error code, such as "wrong_state"
+     * @param message  the error message
      */
     server_error(const std::string &code, const std::string &message)
         : error(message + " (" + code + ")"),
@@ -93,20 +94,20 @@ public:
     {
     }
 
-    /** The server's stable code, such as "wrong_state". */
+    /** The error code of the server, such as "wrong_state". */
     [[nodiscard]] const std::string &code() const noexcept
     {
         return details_->code;
     }
 
-    /** The server's sentence for people. */
+    /** The error message of the server. */
     [[nodiscard]] const std::string &message() const noexcept
     {
         return details_->message;
     }
 
 private:
-    /** Shared, so that copying the exception cannot fail. */
+    /** Shared, so that copying the exception does not throw. */
     struct details
     {
         std::string code;

@@ -1,5 +1,5 @@
 /** @file
- * The bytes between a host and a server, whatever carries them.
+ * A link that transfers bytes between a host and a server.
  */
 #ifndef VANTOR_LINK_H
 #define VANTOR_LINK_H
@@ -15,7 +15,7 @@
 namespace vantor
 {
 
-/** An open link to a server; it closes when destroyed. For one thread at a time. */
+/** An open link to a server; the destructor closes it. Not thread-safe. */
 class link
 {
 public:
@@ -27,22 +27,22 @@ public:
     virtual ~link() = default;
 
     /**
-     * Reads what has arrived, waiting for the first byte.
+     * Reads the bytes that have arrived; waits for the first byte.
      *
      * @param buffer   receives the bytes
      * @param timeout  how long to wait
-     * @return the number of bytes received; 0 when none came in time
-     * @throws connection_lost when the link is closed or broken
+     * @return the number of bytes received; 0 if none arrived in time
+     * @throws connection_lost if the link was closed or has failed
      */
     virtual size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) = 0;
 
     /**
-     * Writes all of the bytes.
+     * Writes all bytes.
      *
      * @param bytes    what to send
      * @param timeout  how long it may take
-     * @throws timeout_error when the link did not take them in time
-     * @throws connection_lost when the link is closed or broken
+     * @throws timeout_error if the link did not accept them in time
+     * @throws connection_lost if the link was closed or has failed
      */
     virtual void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) = 0;
 
@@ -50,8 +50,8 @@ public:
      * Changes the baud rate of a serial line.
      *
      * @param baudrate  in bits per second
-     * @return the baud rate before
-     * @throws error when the link has no such baud rate
+     * @return the previous baud rate
+     * @throws error if the link does not support the baud rate
      */
     virtual uint32_t set_baudrate(uint32_t baudrate) = 0;
 };
@@ -59,13 +59,13 @@ public:
 /**
  * Opens a link.
  *
- * For a simulator_address this starts the program vantor_server: the one that the environment variable
- * VANTOR_SERVER names, else the one in the directory of the running program, else the one found in PATH.
+ * For a simulator_address this starts the program vantor_server: the one named by the environment variable
+ * VANTOR_SERVER, otherwise the one in the directory of the running program, otherwise the one in PATH.
  *
  * @param where    the server
  * @param timeout  how long connecting or starting may take
  * @return the open link
- * @throws connect_error when it cannot be opened
+ * @throws connect_error if it cannot be opened
  */
 std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout);
 

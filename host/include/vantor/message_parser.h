@@ -1,7 +1,7 @@
 /** @file
- * Cuts the bytes of a link into messages. Pure: it does no input or output of its own.
+ * Splits the bytes of a link into messages. It does no input or output.
  *
- * A message is one line of JSON, an object with "status" and "payload_size", a line feed, then exactly
+ * A message is a line with a JSON object that has "status" and "payload_size", a line feed, then exactly
  * payload_size bytes.
  */
 #ifndef VANTOR_MESSAGE_PARSER_H
@@ -23,12 +23,12 @@ namespace vantor
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct message
 {
-    nlohmann::json header;          /**< an object with a text "status" and a number "payload_size" */
+    nlohmann::json header;          /**< an object with a string "status" and a number "payload_size" */
     std::vector<std::byte> payload; /**< "payload_size" bytes */
-    uint64_t position = 0;          /**< where the header starts, in bytes from the first byte fed */
+    uint64_t position = 0;          /**< where the header starts, counted in bytes since the first byte fed */
 };
 
-/** How large a message may be before it is taken for a fault. */
+/** The maximum size of a message; a larger one is a fault. */
 struct message_limits
 {
     size_t header = size_t{1} << 20;  /**< bytes of a header line */
@@ -36,40 +36,40 @@ struct message_limits
 };
 
 /**
- * Cuts a stream of bytes into messages, whatever the pieces in which the bytes arrive.
+ * Splits a stream of bytes, received in pieces of any size, into messages.
  *
- * After a fault it reports one bad_message and then drops line after line, in silence, until one is a header
- * or ends with one, behind the rest of a payload: so it finds the next message by itself.
+ * After a fault it throws bad_message once. It then skips lines until it finds a header, which may follow the
+ * rest of a payload on the same line.
  */
 class message_parser
 {
 public:
-    /** @param limits  how large a message may be */
+    /** @param limits  the maximum size of a message */
     explicit message_parser(message_limits limits = {});
 
-    /** Adds received bytes; they are copied. */
+    /** Adds received bytes, which are copied. */
     void feed(std::span<const std::byte> bytes);
 
     /**
-     * Takes the next whole message out of the bytes fed so far.
+     * Takes the next complete message from the bytes fed so far.
      *
-     * @return the message, or nothing when more bytes are needed
-     * @throws bad_message when the bytes are no message: a header that is too long, not JSON, nested too deep
-     *         or not an object, or whose "status" or "payload_size" is missing or out of range, or that
-     *         announces a payload and is not that of a frame. Call again to go on.
+     * @return the message, or nothing if more bytes are needed
+     * @throws bad_message if the bytes are not a message: the header is too long, is not JSON, is nested too
+     *         deeply or is not an object, its "status" or "payload_size" is missing or out of range, or it
+     *         announces a payload although it does not belong to a frame. Call again to continue.
      */
     std::optional<message> next();
 
-    /** Number of bytes taken out of the stream so far. */
+    /** Number of bytes consumed so far. */
     [[nodiscard]] uint64_t position() const noexcept;
 
     /** Whether the bytes fed so far end within a message. */
     [[nodiscard]] bool within_message() const noexcept;
 
-    /** Bytes that the payload of the message under way still lacks; 0 when none is under way. */
+    /** Number of payload bytes still missing from the current message; 0 if there is none. */
     [[nodiscard]] size_t missing() const noexcept;
 
-    /** Forgets what is half received and counts bytes from 0 again. */
+    /** Drops a partial message and counts bytes from 0 again. */
     void reset();
 
 private:
@@ -82,13 +82,13 @@ private:
 
     message_limits limits_;
     std::vector<char> buffer_;
-    size_t start_ = 0;   /**< of the bytes in buffer_ that are not consumed */
-    size_t scanned_ = 0; /**< bytes after start_ that hold no line feed */
+    size_t start_ = 0;   /**< where the bytes in buffer_ start that are not consumed */
+    size_t scanned_ = 0; /**< bytes after start_ that contain no line feed */
     uint64_t position_ = 0;
-    std::optional<message> pending_; /**< its header is read, its payload is not complete */
-    size_t payload_size_ = 0;        /**< of pending_ */
-    bool skipping_ = false;          /**< to the end of an over-long line */
-    bool lost_ = false;              /**< a fault was reported and no header found since */
+    std::optional<message> pending_; /**< its header has been read, its payload is incomplete */
+    size_t payload_size_ = 0;        /**< payload size of pending_ */
+    bool skipping_ = false;          /**< until the end of a line that is too long */
+    bool lost_ = false;              /**< a fault was reported, and no header has been found since */
 };
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * What a server says of itself, of a session and of each frame, in typed form.
+ * Typed form of the information from a server about itself, a session and each frame.
  */
 #ifndef VANTOR_SESSION_H
 #define VANTOR_SESSION_H
@@ -24,64 +24,64 @@ namespace vantor
 /** One complex sample, in-phase part first. */
 using sample = std::complex<int16_t>;
 
-/** Use of a server's memory, in bytes. */
+/** Memory usage of a server, in bytes. */
 struct memory_use
 {
-    uint64_t size = 0;         /**< in all */
-    uint64_t live = 0;         /**< in use now */
-    uint64_t peak = 0;         /**< most that was ever in use at a time */
-    uint64_t largest_free = 0; /**< largest request that could be met now */
-    uint64_t failures = 0;     /**< number of requests that could not be met */
+    uint64_t size = 0;         /**< total */
+    uint64_t live = 0;         /**< currently in use */
+    uint64_t peak = 0;         /**< maximum in use so far */
+    uint64_t largest_free = 0; /**< largest request that would succeed now */
+    uint64_t failures = 0;     /**< number of requests that failed */
 };
 
-/** Use of a server's stack, in bytes. */
+/** Stack usage of a server, in bytes. */
 struct stack_use
 {
-    uint64_t size = 0; /**< in all */
-    uint64_t peak = 0; /**< most that was ever in use at a time */
+    uint64_t size = 0; /**< total */
+    uint64_t peak = 0; /**< maximum in use so far */
 };
 
-/** What a server reports of its board; nothing for what it does not know. */
+/** What a server reports about its board; members that it does not report have no value. */
 struct board_info
 {
     std::optional<std::string> name;        /**< kind of board */
     std::optional<std::string> id;          /**< distinguishes boards of one kind */
     std::optional<std::string> reset_cause; /**< why the board started */
-    std::optional<std::string> last_fault;  /**< what the last fault was */
-    std::optional<std::string> sensors;     /**< what kind of sensors it has, such as "simulated" */
+    std::optional<std::string> last_fault;  /**< the last fault */
+    std::optional<std::string> sensors;     /**< kind of its sensors, such as "simulated" */
 };
 
-/** What a server says of itself. */
+/** What a server reports about itself. */
 struct server_info
 {
     std::string server_version;
     int protocol_version = 0;
     std::string sensor;                      /**< model of the sensors */
-    unsigned sensor_count = 0;               /**< places for sensors on the board */
-    std::vector<unsigned> connected_sensors; /**< numbers of the sensors that are there, from 1 */
-    double ticks_per_second = 0.0;           /**< unit of every tick; 0 when the server has no clock */
-    uint32_t max_baudrate = 0;               /**< 0 when the link has no baud rate to change */
-    std::optional<board_info> board;         /**< nothing when the server does not know it */
-    std::optional<memory_use> memory;        /**< nothing when the server does not know it */
-    std::optional<stack_use> stack;          /**< nothing when the server does not know it */
+    unsigned sensor_count = 0;               /**< number of sensor slots on the board */
+    std::vector<unsigned> connected_sensors; /**< numbers of the connected sensors, 1 or more */
+    double ticks_per_second = 0.0;           /**< unit of all ticks; 0 if the server has no clock */
+    uint32_t max_baudrate = 0;               /**< 0 if the baud rate of the link cannot be changed */
+    std::optional<board_info> board;         /**< no value if not reported */
+    std::optional<memory_use> memory;        /**< no value if not reported */
+    std::optional<stack_use> stack;          /**< no value if not reported */
 };
 
-/** Where a sub-sweep lies within a sweep, in samples. */
+/** Position of a sub-sweep in a sweep, in samples. */
 struct subsweep_layout
 {
     size_t offset = 0;
     size_t length = 0;
 };
 
-/** How the frames of an item are laid out. */
+/** Layout of the frames of an item. */
 struct item_layout
 {
-    size_t group = 0; /**< place of the item's group in the session, from 0 */
-    size_t index = 0; /**< place of the item in its group, from 0 */
+    size_t group = 0; /**< index of the item's group in the session, from 0 */
+    size_t index = 0; /**< index of the item in its group, from 0 */
     int calibration_temperature = 0;
-    size_t frame_length = 0;     /**< samples of a frame */
-    size_t sweep_length = 0;     /**< samples of a sweep */
-    double max_sweep_rate = 0.0; /**< in hertz; not a number when the server does not know it */
+    size_t frame_length = 0;     /**< number of samples in a frame */
+    size_t sweep_length = 0;     /**< number of samples in a sweep */
+    double max_sweep_rate = 0.0; /**< in hertz; NaN if not reported */
     bool high_speed_mode = false;
     double base_step_length_m = 0.0; /**< distance of one base step, in metres */
     std::vector<subsweep_layout> subsweeps;
@@ -93,16 +93,16 @@ struct item_layout
     }
 };
 
-/** What a server says once, before the first frame of a session. */
+/** What a server reports once for a session, before the first frame. */
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct session_metadata
 {
-    uint32_t tick_period = 0; /**< ticks between two frames when the server paces them, else 0 */
+    uint32_t tick_period = 0; /**< ticks between two frames if the server paces them, otherwise 0 */
     std::vector<calibration> calibrations;
-    std::vector<item_layout> items; /**< of all groups, in the order in which frames carry them */
-    nlohmann::json document;        /**< the whole message, as received */
+    std::vector<item_layout> items; /**< the items of all groups, in the order used in frames */
+    nlohmann::json document;        /**< the complete message, as received */
 
-    /** Samples of one frame of all items. */
+    /** Number of samples of all items in one frame. */
     [[nodiscard]] size_t frame_length() const noexcept;
 };
 
@@ -111,18 +111,18 @@ struct frame_item
 {
     const item_layout *layout = nullptr; /**< owned by the session's metadata */
     std::span<const sample> samples;     /**< sweep after sweep; owned by the frame */
-    uint32_t tick = 0;                   /**< when the item was measured; wraps around */
-    int temperature = 0;                 /**< in degrees Celsius, for comparison, not absolute */
+    uint32_t tick = 0;                   /**< time of the measurement; wraps around */
+    int temperature = 0;                 /**< in degrees Celsius; only for comparison, not absolute */
     bool data_saturated = false;
     bool calibration_needed = false;
     bool frame_delayed = false;
     std::optional<bool> data_valid;  /**< with clear-channel assessment */
-    std::optional<double> cca_value; /**< with clear-channel assessment and debug, as are the next two */
+    std::optional<double> cca_value; /**< with clear-channel assessment and debug, like the next two */
     std::optional<bool> cca_detected;
     std::optional<bool> tx_enabled;
 
     /**
-     * The samples of one sub-sweep of one sweep.
+     * Returns the samples of one sub-sweep of one sweep.
      *
      * @param sweep     0 to layout->sweeps() - 1
      * @param subsweep  0 to layout->subsweeps.size() - 1
@@ -130,7 +130,7 @@ struct frame_item
     [[nodiscard]] std::span<const sample> subsweep(size_t sweep, size_t subsweep) const;
 };
 
-/** One frame of all items of a session. It may be moved but not copied: its items point into it. */
+/** One frame of all items of a session. It can be moved but not copied, since its items point into it. */
 class frame
 {
 public:
@@ -140,13 +140,13 @@ public:
     frame &operator=(frame &&) = default;
     ~frame() = default;
 
-    /** The items, in the order of the session's metadata. */
+    /** The items, in the order of the session metadata. */
     [[nodiscard]] std::span<const frame_item> items() const noexcept
     {
         return items_;
     }
 
-    /** The samples of all items back to back. */
+    /** The samples of all items, one item after the other. */
     [[nodiscard]] std::span<const sample> samples() const noexcept
     {
         return samples_;
@@ -162,23 +162,23 @@ private:
 };
 
 /**
- * Reads the answer to "identify".
+ * Decodes the answer to "identify".
  *
- * @throws protocol_error when a member is missing or out of range
+ * @throws protocol_error if a member is missing or out of range
  */
 server_info decode_server_info(const nlohmann::json &document);
 
 /**
- * Reads a session metadata message.
+ * Decodes a session metadata message.
  *
- * @throws protocol_error when a member is missing, out of range, or the lengths contradict one another
+ * @throws protocol_error if a member is missing or out of range, or the lengths are inconsistent
  */
 session_metadata decode_metadata(const nlohmann::json &document);
 
 /**
- * Reads a frame message and cuts its payload into items.
+ * Decodes a frame message and splits its payload into items.
  *
- * @throws protocol_error when the message does not have the shape and the length that the metadata announced
+ * @throws protocol_error if the message does not have the structure and length announced in the metadata
  */
 frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
 

@@ -1,5 +1,5 @@
 /** @file
- * Where the time comes from.
+ * A source of time.
  */
 #ifndef VANTOR_TIME_SOURCE_H
 #define VANTOR_TIME_SOURCE_H
@@ -11,8 +11,8 @@ namespace vantor
 {
 
 /**
- * Returns the present moment; std::chrono::steady_clock::now unless a test passes another clock. It is
- * monotonic: no call returns an earlier moment than a call before.
+ * Returns the current time; std::chrono::steady_clock::now unless a test passes another clock. It is
+ * monotonic: no call returns an earlier time than a previous call.
  */
 using time_source = std::function<std::chrono::steady_clock::time_point()>;
 
