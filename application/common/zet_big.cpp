@@ -1,5 +1,5 @@
 /** @file
- * Whole numbers of any size.
+ * Integers of any size.
  */
 #include "zet_big.h"
 
@@ -9,13 +9,13 @@
 namespace
 {
 
-/** The word at a place; 0 beyond the highest one. */
+/** Returns the word at an index; 0 above the highest word. */
 uint32_t word(const zet_big_t &number, uint32_t place)
 {
     return place < number.count ? number.words[place] : 0U;
 }
 
-/** Appends a word above the others, unless it is 0. */
+/** Appends a new highest word, unless it is 0. */
 void append(zet_big_t &number, uint64_t word)
 {
     if (word > 0)
@@ -25,7 +25,7 @@ void append(zet_big_t &number, uint64_t word)
     }
 }
 
-/** Drops words above the number that are 0. */
+/** Drops leading words that are 0. */
 void trim(zet_big_t &number)
 {
     while (number.count > 0 && number.words[number.count - 1] == 0)

@@ -11,16 +11,15 @@
 namespace
 {
 
-/** Half-way between the largest `float` and the next power of two: from here on a number rounds to infinity.
- */
+/** Half-way between the largest `float` and the next power of two: numbers from here up round to infinity. */
 constexpr double first_beyond_float = 0x1.ffffffp127;
 
 /**
- * Takes the value of a number that has no fractional part and fits `int`.
+ * Reads the value of a number that has no fractional part and fits `int`.
  *
- * @return false when the item is null or no such number; the value is then unchanged
+ * @return false when the item is null or not such a number; the value is unchanged then
  */
-bool take_int(const cJSON *item, int *value)
+bool read_int(const cJSON *item, int *value)
 {
     if (!cJSON_IsNumber(item))
     {
@@ -36,11 +35,11 @@ bool take_int(const cJSON *item, int *value)
 }
 
 /**
- * Takes the value of a number, rounded to `float`.
+ * Reads the value of a number, rounded to `float`.
  *
- * @return false when the item is null, no number or rounds to infinity; the value is then unchanged
+ * @return false when the item is null, is not a number or rounds to infinity; the value is unchanged then
  */
-bool take_float(const cJSON *item, float *value)
+bool read_float(const cJSON *item, float *value)
 {
     if (!cJSON_IsNumber(item))
     {
@@ -57,7 +56,7 @@ bool take_float(const cJSON *item, float *value)
     return true;
 }
 
-/** Tells whether a value has the type that a table asks for. */
+/** Returns whether a value has the type that a table requires. */
 bool has_type(const cJSON *item, json_field_type_t type)
 {
     int int_value = 0;
@@ -67,9 +66,9 @@ bool has_type(const cJSON *item, json_field_type_t type)
     case FIELD_TYPE_BOOLEAN:
         return cJSON_IsBool(item) != 0;
     case FIELD_TYPE_FLOAT:
-        return take_float(item, &float_value);
+        return read_float(item, &float_value);
     case FIELD_TYPE_INT:
-        return take_int(item, &int_value);
+        return read_int(item, &int_value);
     case FIELD_TYPE_STRING:
     case FIELD_TYPE_ENUM:
         return cJSON_IsString(item) != 0;
@@ -101,8 +100,8 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
 /**
  * Creates a number; null when memory is exhausted.
  *
- * What cJSON_CreateNumber makes of the same value, but without its comparisons and conversions of `double`,
- * for which many processors have no hardware.
+ * The result is that of cJSON_CreateNumber, but without comparing and converting `double` values, for which
+ * many processors have no hardware.
  *
  * @param value      the number
  * @param saturated  the number without its fraction, or the nearest int
@@ -119,7 +118,7 @@ cJSON *create_number(double value, int saturated)
     return item;
 }
 
-/** A number without its fraction, or the nearest int. */
+/** Returns a number without its fraction, or the nearest int. */
 int saturated(float value)
 {
     constexpr float limit = 2147483648.0F;
@@ -127,11 +126,11 @@ int saturated(float value)
 }
 
 /**
- * Hands a new item to an object or an array, which owns it from then on.
+ * Adds a new item to an object or an array, which then owns it.
  *
  * @param item  the item; null when it could not be created
  * @return false when there is no item, the target is neither object nor array or memory is exhausted; the
- *         item is released then
+ *         item is then freed
  */
 bool add_item(cJSON *target, const char *key, cJSON *item)
 {
@@ -159,12 +158,12 @@ bool add_item(cJSON *target, const char *key, cJSON *item)
 
 bool get_json_int_value(const cJSON *node, const char *key, int *value)
 {
-    return take_int(cJSON_GetObjectItemCaseSensitive(node, key), value);
+    return read_int(cJSON_GetObjectItemCaseSensitive(node, key), value);
 }
 
 bool get_json_float_value(const cJSON *node, const char *key, float *value)
 {
-    return take_float(cJSON_GetObjectItemCaseSensitive(node, key), value);
+    return read_float(cJSON_GetObjectItemCaseSensitive(node, key), value);
 }
 
 bool get_json_bool_value(const cJSON *node, const char *key, bool *value)
@@ -212,7 +211,7 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
         {
             return false;
         }
-        // The look-up finds the first of several members of the same name.
+        // The look-up returns the first of several members with the same name.
         if (cJSON_GetObjectItemCaseSensitive(node, member->string) != member)
         {
             return false;
@@ -234,7 +233,7 @@ bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 
 bool add_json_float_value(cJSON *object, const char *key, float value)
 {
-    // JSON has no word for what is not finite; cJSON must not convert it to an integer either.
+    // JSON cannot represent numbers that are not finite, and cJSON must not convert them to an integer.
     cJSON *item = std::isfinite(value) ? create_number(static_cast<double>(value), saturated(value))
                                        : cJSON_CreateNull();
     return add_item(object, key, item);

@@ -1,9 +1,9 @@
 /** @file
  * The shortest decimal text of a number.
  *
- * What is neither whole nor a `float` gets its digits from the free-format algorithm of Burger and Dybvig
- * ("Printing floating-point numbers quickly and accurately", 1996) in exact integer arithmetic: as many
- * digits are made as are needed to distinguish the number from its two neighbours.
+ * A number that is neither an integer nor a `float` gets its digits from the free-format algorithm of Burger
+ * and Dybvig ("Printing floating-point numbers quickly and accurately", 1996) in exact integer arithmetic: it
+ * produces as many digits as are needed to distinguish the number from its two neighbours.
  */
 #include "zet_decimal.h"
 
@@ -39,12 +39,12 @@ struct binary_t
 {
     uint64_t fraction;
     int32_t exponent;
-    bool lowest_of_binade; /**< the neighbour below is only half as far away as the one above */
+    bool lowest_of_binade; /**< the next lower number is only half as far away as the next higher one */
 };
 
 /**
- * What the digits are made from: the number is rest ÷ unit, and every number between it and its neighbours,
- * below ÷ unit lower and above ÷ unit higher, reads back as it.
+ * State of the algorithm: the number is rest ÷ unit, and every number from below ÷ unit lower to
+ * above ÷ unit higher reads back as it.
  */
 struct state_t
 {
@@ -52,18 +52,19 @@ struct state_t
     big_t unit;
     big_t below;
     big_t above;
-    big_t sum;   /**< of what is compared */
-    bool closed; /**< the two ends read back as the number, too: a reader rounds them to an even fraction */
+    big_t sum;   /**< work space of compare_sum */
+    bool closed; /**< the two ends also read back as the number, because a reader rounds ties to an even
+                    fraction */
 };
 
-/** Makes value × 2^power. */
+/** Sets a number to value × 2^power. */
 void set(big_t &number, uint64_t value, uint32_t power)
 {
     zet_big_set(number, value);
     zet_big_multiply_power_of_two(number, power);
 }
 
-/** Begins with a number as it is. */
+/** Sets the state up for a number, not scaled yet. */
 void begin(state_t &state, const binary_t &number)
 {
     const uint32_t up = number.exponent > 0 ? static_cast<uint32_t>(number.exponent) : 0;
@@ -84,14 +85,14 @@ int compare_sum(state_t &state, const big_t &a, const big_t &b, const big_t &oth
     return zet_big_compare(state.sum, other);
 }
 
-/** Returns whether the upper end reaches the unit. */
+/** Returns whether the upper end of the interval reaches the unit. */
 bool reaches_unit(state_t &state)
 {
     const int order = compare_sum(state, state.rest, state.above, state.unit);
     return order > 0 || (order == 0 && state.closed);
 }
 
-/** Moves on by a number of digits. */
+/** Moves to a later digit. */
 void next_places(state_t &state, uint32_t count)
 {
     zet_big_multiply_power_of_ten(state.rest, count);
@@ -105,8 +106,8 @@ int32_t ceiling(int32_t dividend, int32_t divisor)
     return dividend > 0 ? (dividend + divisor - 1) / divisor : -(-dividend / divisor);
 }
 
-/** Scales the state so that the number lies in the first place behind the point; returns by what power of
- * ten. */
+/** Scales the state so that the first digit of the number is the first one after the decimal point; returns
+ * the power of ten. */
 int32_t scale(state_t &state, const binary_t &number)
 {
     // log10 of the number, rounded down to a power of two, with log10(2) = 0.30103; at most one too low.
@@ -128,8 +129,8 @@ int32_t scale(state_t &state, const binary_t &number)
     return power + 1;
 }
 
-/** Takes the next digit off the rest, which is below ten units. */
-char take_digit(state_t &state)
+/** Removes the next digit from the rest, which is below ten units, and returns it. */
+char next_digit(state_t &state)
 {
     char digit = '0';
     while (zet_big_compare(state.rest, state.unit) >= 0)
@@ -151,7 +152,7 @@ char *write_shortest(const binary_t &number, char *end)
     for (;;)
     {
         next_places(state, 1);
-        char digit = take_digit(state);
+        char digit = next_digit(state);
         const int order = zet_big_compare(state.rest, state.below);
         const bool low_enough = order < 0 || (order == 0 && state.closed);
         const bool high_enough = reaches_unit(state);
@@ -170,8 +171,8 @@ char *write_shortest(const binary_t &number, char *end)
     }
 }
 
-/** Takes the bits of a positive number apart. */
-binary_t take_apart(uint64_t bits)
+/** Splits the bits of a positive number into fraction and exponent. */
+binary_t split(uint64_t bits)
 {
     constexpr int32_t lowest_exponent = DBL_MIN_EXP - DBL_MANT_DIG;
     const uint64_t stored = bits & ((uint64_t{1} << fraction_bits) - 1U);
@@ -184,8 +185,8 @@ binary_t take_apart(uint64_t bits)
 }
 
 /**
- * Returns whether a number is a whole one from 0 on that fits 32 bits. Done in integers: most numbers of a
- * message are of this kind, and many processors have no hardware for `double`.
+ * Returns whether a number is an unsigned 32-bit integer. Uses integer arithmetic only: most numbers in a
+ * message are such integers, and many processors have no hardware for `double`.
  */
 bool is_uint32(double value, uint32_t *whole)
 {
@@ -206,20 +207,20 @@ bool is_uint32(double value, uint32_t *whole)
     return fraction << exponent << 1U == 0 && low << 11U == 0;
 }
 
-/** The fraction in the bits of a normal number, with the leading digit that is not stored. */
+/** Returns the fraction of a normal number from its bits, with the leading digit that is not stored. */
 uint64_t fraction_of(uint64_t bits)
 {
     constexpr uint64_t leading = uint64_t{1} << fraction_bits;
     return leading | (bits & (leading - 1U));
 }
 
-/** The exponent in the bits of a positive number: of the first digit of its fraction. */
+/** Returns the exponent of the first digit of a positive number's fraction from the number's bits. */
 int32_t exponent_of(uint64_t bits)
 {
     return static_cast<int32_t>(bits >> fraction_bits) - exponent_bias;
 }
 
-/** Returns whether the bits of a positive number are those of a whole one up to 2^53, which it gives. */
+/** Returns whether the bits of a positive number are those of an integer up to 2^53; stores the integer. */
 bool is_exact_integer(uint64_t bits, uint64_t *whole)
 {
     constexpr int32_t most = DBL_MANT_DIG;
@@ -234,13 +235,13 @@ bool is_exact_integer(uint64_t bits, uint64_t *whole)
     return exponent < most || fraction == uint64_t{1} << fraction_bits;
 }
 
-/** Returns whether the bits of a positive number are those of a `float`, whose bits it gives. */
+/** Returns whether a positive number, given by its bits, is exactly a `float`; stores the `float`'s bits. */
 bool is_float(uint64_t bits, uint32_t *float_bits)
 {
     constexpr int32_t more_digits = DBL_MANT_DIG - FLT_MANT_DIG;
     const int32_t binade = exponent_of(bits) + FLT_MAX_EXP - 1;
     const uint64_t fraction = fraction_of(bits);
-    // Below the normal numbers each power of two costs a digit, and the leading one is stored.
+    // A subnormal `float` loses one digit per power of two, and its leading digit is stored.
     const int32_t lost = more_digits + (binade > 0 ? 0 : 1 - binade);
     if (lost >= DBL_MANT_DIG || binade >= 2 * FLT_MAX_EXP - 1 || std::countr_zero(fraction) < lost)
     {
@@ -281,5 +282,5 @@ size_t zet_decimal_write(double value, char *text)
     {
         return static_cast<size_t>(end - text) + zet_decimal_write_float(std::bit_cast<float>(as_float), end);
     }
-    return static_cast<size_t>(write_shortest(take_apart(magnitude), end) - text);
+    return static_cast<size_t>(write_shortest(split(magnitude), end) - text);
 }

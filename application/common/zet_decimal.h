@@ -1,47 +1,49 @@
 /** @file
- * Decimal numbers: the shortest text of a number, and the number of a text.
+ * Decimal numbers: from a number to its shortest text, and back.
  *
- * The C++ library's own conversions bring about 110 kB of tables, more than the whole server; printf and
- * strtod depend on the locale and take memory. Here a `float` costs some hundred instructions and less than
- * 3 kB; who needs no `double` links no more than that.
+ * The conversions of the C++ library link about 110 kB of tables, more than the complete server; printf and
+ * strtod depend on the locale and allocate memory. Here a `float` costs a few hundred instructions and less
+ * than 3 kB; a program that needs no `double` links no more than that.
  */
 #ifndef ZET_DECIMAL_H
 #define ZET_DECIMAL_H
 
 #include <cstddef>
 
-/** Room for any text that is written here. */
+/** Buffer size that fits any text written here. */
 constexpr size_t zet_decimal_text_size = 32;
 
 /**
- * Writes a `float` as the shortest text that reads back as the same `float`; of several the nearest one.
+ * Writes a `float` as the shortest text that reads back as the same `float`; of several such texts the
+ * nearest one.
  *
  * @param value  a finite number
- * @param text   receives at most zet_decimal_text_size characters; no closing zero is written
+ * @param text   receives at most zet_decimal_text_size characters; no terminating zero is written
  * @return the number of characters
  */
 size_t zet_decimal_write_float(float value, char *text);
 
 /**
- * Writes a number as the shortest text that reads back as the same number; of several the nearest one.
+ * Writes a number as the shortest text that reads back as the same number; of several such texts the nearest
+ * one.
  *
- * A number that is exactly a `float` is written so that it reads back as this `float`; any other so that it
- * reads back as this `double`. A whole number up to 2^53 is written in digits.
+ * A number that is exactly a `float` is written so that it reads back as this `float`, any other so that it
+ * reads back as this `double`. An integer up to 2^53 is written without an exponent.
  *
  * @param value  a finite number
- * @param text   receives at most zet_decimal_text_size characters; no closing zero is written
+ * @param text   receives at most zet_decimal_text_size characters; no terminating zero is written
  * @return the number of characters
  */
 size_t zet_decimal_write(double value, char *text);
 
 /**
- * Reads a decimal number, rounded to the nearest `double`, ties to even. Takes no memory; any number of
- * digits counts.
+ * Reads a decimal number, rounded to the nearest `double`, ties to even. Allocates nothing; all digits
+ * count, however many there are.
  *
- * @param text    begins with the number: a sign at most, digits with a decimal point at most, an exponent at
- *                most; closed by any other character
+ * @param text    begins with the number: an optional sign, digits with an optional decimal point, an optional
+ *                exponent; any other character ends it
  * @param length  receives the number of characters read; 0 when there is no number
- * @return the number; infinite when it is too large, 0 when there is none
+ * @return the number; infinity when it is too large, 0 when there is none
  */
 double zet_decimal_read(const char *text, size_t *length);
 

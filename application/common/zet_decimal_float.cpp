@@ -1,7 +1,7 @@
 /** @file
- * The shortest text of a `float`, in integers of 64 bits, by the algorithm of Raffaello Giulietti ("The
+ * The shortest text of a `float`, in 64-bit integer arithmetic, by the algorithm of Raffaello Giulietti ("The
  * Schubfach way to render doubles", 2020): the number and the two ends of the interval that reads back as it
- * are multiplied by a power of ten from a table, so that one or two candidates are left.
+ * are multiplied by a power of ten from a table, which leaves one or two candidates.
  */
 #include "zet_decimal.h"
 
@@ -14,17 +14,17 @@
 namespace
 {
 
-/** The powers of ten that a `float` can be multiplied by. */
+/** The range of powers of ten that a `float` can need. */
 constexpr int32_t first_power = -31;
 constexpr int32_t last_power = 45;
 
-/** 10^power, rounded up to 64 binary digits, for every power; the highest binary digit is a one. */
+/** 10^power, rounded up to 64 binary digits, for every power; the highest binary digit is 1. */
 struct powers_of_ten_t
 {
     uint64_t digits[last_power - first_power + 1];
 };
 
-/** A whole number of 192 bits, the lowest word first, for the table. */
+/** A 192-bit integer, lowest word first, for computing the table. */
 struct wide_t
 {
     uint32_t words[6];
@@ -59,7 +59,7 @@ constexpr bool bit(const wide_t &number, uint32_t place)
     return (number.words[place / 32U] >> place % 32U & 1U) != 0U;
 }
 
-/** The highest 64 binary digits of a number, rounded up. */
+/** Returns the highest 64 binary digits of a number, rounded up. */
 constexpr uint64_t leading_digits(const wide_t &number, bool is_exact)
 {
     uint32_t place = 192;
@@ -99,21 +99,21 @@ constexpr powers_of_ten_t make_powers_of_ten()
 
 constexpr powers_of_ten_t powers_of_ten = make_powers_of_ten();
 
-/** log10(2^exponent), rounded down; of three quarters of it where the interval is a quarter shorter. */
+/** Returns log10(2^exponent), or log10(3/4 × 2^exponent) for a shorter interval, rounded down. */
 int32_t floor_log10(int32_t exponent, bool is_shorter)
 {
     // In units of 2^-22: log10(2) = 1262611, log10(4/3) = 524031.
     return (exponent * 1262611 - (is_shorter ? 524031 : 0)) >> 22U;
 }
 
-/** log2(10^power), rounded down. */
+/** Returns log2(10^power), rounded down. */
 int32_t floor_log2(int32_t power)
 {
     // log2(10) in units of 2^-19.
     return (power * 1741647) >> 19U;
 }
 
-/** factor × number ÷ 2^64, rounded to the odd one of its two neighbours when it is not whole. */
+/** Returns factor × number ÷ 2^64, rounded to odd: to the odd neighbour when it is not an integer. */
 uint32_t multiply(uint64_t factor, uint32_t number)
 {
     const uint64_t low = (factor & 0xFFFFFFFFU) * number;
@@ -129,7 +129,7 @@ struct scaled_t
     int32_t exponent;
 };
 
-/** The shortest decimal number that reads back as fraction × 2^exponent, zeros at its end included. */
+/** Returns the shortest decimal number that reads back as fraction × 2^exponent; it may end with zeros. */
 scaled_t shortest(uint32_t fraction, int32_t exponent, bool lowest_of_binade)
 {
     // In quarters of the last binary digit: the number, and the ends of its interval.
@@ -164,7 +164,7 @@ scaled_t shortest(uint32_t fraction, int32_t exponent, bool lowest_of_binade)
     return {digits + (up ? 1U : 0U), power};
 }
 
-/** The shortest decimal number of the bits of a positive `float`. */
+/** Returns the shortest decimal number for the bits of a positive `float`. */
 scaled_t shortest_of_bits(uint32_t bits)
 {
     constexpr int32_t lowest_exponent = FLT_MIN_EXP - FLT_MANT_DIG;

@@ -1,6 +1,6 @@
 /** @file
- * Reading decimal numbers: the digits become a ratio of whole numbers, of which the first 64 binary digits
- * and whether anything is left are found by long division.
+ * Reading decimal numbers: the digits become a ratio of integers; long division gives its first 64 binary
+ * digits and whether there is a remainder.
  */
 #include "zet_decimal.h"
 
@@ -13,22 +13,22 @@
 namespace
 {
 
-/** Digits that are kept. No number that lies between two doubles needs more to be told from their middle. */
+/** Most digits that are kept: enough to compare any number with the midpoint between two doubles. */
 constexpr uint32_t max_digits = 770;
 
-/** Exponents count up to here; no text is so long that its digits could make up for a larger one. */
+/** Larger exponents are cut to about this: no text is long enough for its digits to compensate for one. */
 constexpr int32_t largest_exponent = 1 << 24;
 
-/** Words of a big number: numbers reach 10^(max_digits + 345), and 64 bits more while they are divided. */
+/** Words of a big number: numbers reach 10^(max_digits + 345), plus 64 bits during the division. */
 constexpr uint32_t max_words = 120;
 
-/** A number as it is written: digits × 10^exponent. */
+/** A number as written in the text: digits × 10^exponent. */
 struct written_t
 {
     bool negative;
     const char *first;    /**< the first digit that is not 0; null when there is none */
-    uint32_t digit_count; /**< kept digits, from the first on; the decimal point may lie between them */
-    bool more;            /**< digits that were not kept are not all 0 */
+    uint32_t digit_count; /**< kept digits, starting at first; the decimal point may be between them */
+    bool more;            /**< some dropped digit is not 0 */
     int32_t exponent;     /**< of the last kept digit */
 };
 
@@ -39,7 +39,7 @@ bool is_digit(char character)
     return character >= '0' && character <= '9';
 }
 
-/** Reads an exponent, if there is one, behind the digits; returns what follows. */
+/** Reads the optional exponent after the digits; returns the text after it. */
 const char *read_exponent(const char *text, int32_t &exponent)
 {
     if (*text != 'e' && *text != 'E')
@@ -65,7 +65,7 @@ const char *read_exponent(const char *text, int32_t &exponent)
     return digit;
 }
 
-/** Takes one digit into account. */
+/** Adds one digit to the number. */
 void keep_digit(written_t &number, const char *digit, bool behind_point)
 {
     if (number.first == nullptr && *digit != '0')
@@ -91,7 +91,7 @@ void keep_digit(written_t &number, const char *digit, bool behind_point)
     }
 }
 
-/** Reads what is written; returns what follows, or null when there is no digit. */
+/** Reads a number; returns the text after it, or null when there is no digit. */
 const char *read_written(const char *text, written_t &number)
 {
     number.negative = *text == '-';
@@ -114,7 +114,7 @@ const char *read_written(const char *text, written_t &number)
     return any ? read_exponent(text, number.exponent) : nullptr;
 }
 
-/** Makes a whole number of the kept digits. */
+/** Sets an integer to the kept digits. */
 void set_digits(big_t &value, const written_t &number)
 {
     zet_big_set(value, 0);
@@ -129,7 +129,7 @@ void set_digits(big_t &value, const written_t &number)
     }
 }
 
-/** The nearest double to (fraction + a rest below 1) × 2^exponent; the fraction has its top bit set. */
+/** Returns the double nearest to (fraction + a rest below 1) × 2^exponent; the fraction's top bit is set. */
 double assemble(uint64_t fraction, bool rest, int32_t exponent)
 {
     using limits_t = std::numeric_limits<double>;
@@ -138,7 +138,7 @@ double assemble(uint64_t fraction, bool rest, int32_t exponent)
     {
         return limits_t::infinity();
     }
-    // Below the normal numbers each power of two costs a digit.
+    // A subnormal number loses one digit per power of two.
     const int32_t lost = top < limits_t::min_exponent ? limits_t::min_exponent - top : 0;
     if (lost > limits_t::digits)
     {
@@ -149,16 +149,16 @@ double assemble(uint64_t fraction, bool rest, int32_t exponent)
     const uint64_t half = uint64_t{1} << (drop - 1U);
     const uint64_t dropped = fraction & (half + (half - 1U));
     const bool up = dropped > half || (dropped == half && (rest || kept % 2 != 0));
-    // The leading digit of a normal number is not stored but counts one up in the exponent; so does a carry.
+    // The leading digit of a normal number is not stored; it adds one to the exponent, as a carry does.
     const auto biased = static_cast<uint64_t>(lost > 0 ? 0 : top - limits_t::min_exponent);
     return std::bit_cast<double>((biased << static_cast<uint32_t>(limits_t::digits - 1)) + kept +
                                  (up ? 1U : 0U));
 }
 
-/** Divides two whole numbers that are not 0 and rounds the result, times two to a power, to a double. */
+/** Divides two integers that are not 0 and rounds the quotient to a double. */
 double divide(big_t &dividend, big_t &divisor, bool more)
 {
-    // As large as the divisor or half of it, so that the first or the second digit of the quotient is a one.
+    // Bring both to the same number of bits: then the first or the second digit of the quotient is 1.
     int32_t exponent = static_cast<int32_t>(zet_big_bit_count(dividend) - zet_big_bit_count(divisor));
     if (exponent > 0)
     {
@@ -183,7 +183,7 @@ double divide(big_t &dividend, big_t &divisor, bool more)
     return assemble(quotient, more || dividend.count > 0, exponent + 1);
 }
 
-/** The double nearest to a number that is not 0. */
+/** Returns the double nearest to a number that is not 0. */
 double value_of(const written_t &number)
 {
     const int32_t magnitude = number.exponent + static_cast<int32_t>(number.digit_count);

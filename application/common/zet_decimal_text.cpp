@@ -26,7 +26,7 @@ char *append_zeros(char *end, int32_t count)
     return end;
 }
 
-/** Appends a decimal without an exponent. */
+/** Appends a decimal number without an exponent. */
 char *append_plain(char *end, const zet_decimal_t &decimal)
 {
     const auto count = static_cast<int32_t>(decimal.count);
@@ -47,7 +47,7 @@ char *append_plain(char *end, const zet_decimal_t &decimal)
     return append(end, decimal.digits + whole, decimal.count - whole);
 }
 
-/** Appends a decimal with an exponent. */
+/** Appends a decimal number with an exponent. */
 char *append_scientific(char *end, const zet_decimal_t &decimal)
 {
     *end++ = decimal.digits[0];
@@ -67,7 +67,7 @@ char *append_scientific(char *end, const zet_decimal_t &decimal)
     return std::to_chars(end, end + 3, magnitude).ptr;
 }
 
-/** Returns whether a decimal is not longer without an exponent. */
+/** Returns whether a decimal number is at most as long without an exponent as with one. */
 bool is_plain_shorter(const zet_decimal_t &decimal)
 {
     const auto count = static_cast<int32_t>(decimal.count);

@@ -1,5 +1,5 @@
 /** @file
- * The text of decimal digits, for the files that make them.
+ * The text of decimal digits, for the files that compute the digits.
  */
 #ifndef ZET_DECIMAL_TEXT_H
 #define ZET_DECIMAL_TEXT_H

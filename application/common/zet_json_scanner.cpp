@@ -1,5 +1,5 @@
 /** @file
- * Judging a line from the host before the JSON parser sees it.
+ * Checks a line from the host before the JSON parser sees it.
  */
 #include "zet_json_scanner.h"
 
@@ -21,7 +21,7 @@ enum expect_t : uint8_t
     EXPECT_COMMA_OR_END, /**< after a value: a comma or the end of the object or array, if one is open */
 };
 
-/** Where the scanner stands. */
+/** State of the scanner. */
 struct scan_t
 {
     const char *at;       /**< next character */
@@ -33,13 +33,13 @@ struct scan_t
 };
 static_assert(zet_json_scan_max_depth <= 32, "scan_t::objects has one bit per level");
 
-/** Tells whether the next character is the given one. */
+/** Returns whether the next character is the given one. */
 bool is_next(const scan_t *scan, char character)
 {
     return scan->at != scan->end && *scan->at == character;
 }
 
-/** Takes the next character if it is the given one. */
+/** Consumes the next character if it is the given one; returns whether it was. */
 bool take(scan_t *scan, char character)
 {
     const bool found = is_next(scan, character);
@@ -47,7 +47,7 @@ bool take(scan_t *scan, char character)
     return found;
 }
 
-/** Passes over white space. */
+/** Skips white space. */
 void skip_space(scan_t *scan)
 {
     while (take(scan, ' ') || take(scan, '\t') || take(scan, '\r') || take(scan, '\n'))
@@ -55,7 +55,7 @@ void skip_space(scan_t *scan)
     }
 }
 
-/** Takes a run of decimal digits; returns their number. */
+/** Consumes decimal digits; returns how many. */
 size_t take_digits(scan_t *scan)
 {
     const char *first = scan->at;
@@ -67,15 +67,15 @@ size_t take_digits(scan_t *scan)
 }
 
 /**
- * Tells whether a number or literal ends here, so that what follows is not a part of it gone wrong: 007 is
- * no number, not a number followed by another.
+ * Returns whether a number or literal ends here. Without this check 007 would be a number followed by another
+ * one; it is an ill-formed number.
  */
 bool token_ends(const scan_t *scan)
 {
     return scan->at == scan->end || *scan->at == '\0' || std::strchr(" \t\r\n,:{}[]\"", *scan->at) != nullptr;
 }
 
-/** Takes a number. */
+/** Consumes a number. */
 bool take_number(scan_t *scan)
 {
     (void)take(scan, '-');
@@ -101,7 +101,7 @@ bool take_number(scan_t *scan)
     return token_ends(scan);
 }
 
-/** Takes a literal: true, false or null. */
+/** Consumes a literal: true, false or null. */
 bool take_literal(scan_t *scan, const char *word)
 {
     for (; *word != '\0'; ++word)
@@ -114,7 +114,7 @@ bool take_literal(scan_t *scan, const char *word)
     return token_ends(scan);
 }
 
-/** Takes the four digits of a \\u escape. */
+/** Consumes the four digits of a \\u escape. */
 bool take_code_unit(scan_t *scan, uint32_t *unit)
 {
     char digits[5] = {};
@@ -133,7 +133,7 @@ bool take_code_unit(scan_t *scan, uint32_t *unit)
     return true;
 }
 
-/** Takes the rest of a \\u escape, both halves of a surrogate pair, after the letter u. */
+/** Consumes the rest of a \\u escape after the letter u; of a surrogate pair both halves. */
 bool take_unicode_escape(scan_t *scan)
 {
     uint32_t unit = 0;
@@ -150,7 +150,7 @@ bool take_unicode_escape(scan_t *scan)
            low >= 0xDC00U && low <= 0xDFFFU;
 }
 
-/** Takes the rest of an escape, after the backslash. */
+/** Consumes the rest of an escape, after the backslash. */
 bool take_escape(scan_t *scan)
 {
     if (take(scan, 'u'))
@@ -165,7 +165,7 @@ bool take_escape(scan_t *scan)
     return true;
 }
 
-/** Takes a string, its quotation marks included. */
+/** Consumes a string with its quotation marks. */
 bool take_string(scan_t *scan)
 {
     if (!take(scan, '"'))
@@ -192,7 +192,7 @@ bool take_string(scan_t *scan)
     return true;
 }
 
-/** Enters an object or an array whose bracket was taken. */
+/** Enters an object or an array whose opening bracket was consumed. */
 zet_json_scan_result_t enter(scan_t *scan, bool is_object)
 {
     if (scan->depth == zet_json_scan_max_depth)
@@ -205,7 +205,7 @@ zet_json_scan_result_t enter(scan_t *scan, bool is_object)
     return ZET_JSON_SCAN_OK;
 }
 
-/** Leaves the innermost object or array, whose closing bracket comes next. */
+/** Leaves the innermost object or array; its closing bracket must be next. */
 zet_json_scan_result_t leave(scan_t *scan)
 {
     if (!take(scan, (scan->objects & 1U) != 0 ? '}' : ']'))
@@ -218,7 +218,7 @@ zet_json_scan_result_t leave(scan_t *scan)
     return ZET_JSON_SCAN_OK;
 }
 
-/** Takes a string, a number or a literal. */
+/** Consumes a string, a number or a literal. */
 bool take_scalar(scan_t *scan)
 {
     switch (*scan->at)
@@ -236,7 +236,7 @@ bool take_scalar(scan_t *scan)
     }
 }
 
-/** Takes a value; of an object or an array only the opening bracket. */
+/** Consumes a value; of an object or an array only the opening bracket. */
 zet_json_scan_result_t scan_value(scan_t *scan)
 {
     if (scan->at == scan->end)
@@ -264,7 +264,7 @@ zet_json_scan_result_t scan_value(scan_t *scan)
     return ZET_JSON_SCAN_OK;
 }
 
-/** Takes the key of a member and the colon. */
+/** Consumes the key of a member and the colon. */
 zet_json_scan_result_t scan_key(scan_t *scan)
 {
     if (!take_string(scan))
@@ -276,7 +276,7 @@ zet_json_scan_result_t scan_key(scan_t *scan)
     return take(scan, ':') ? ZET_JSON_SCAN_OK : ZET_JSON_SCAN_NOT_JSON;
 }
 
-/** Takes the next piece of the document, up to a value, a key or a bracket. */
+/** Consumes the next token of the document: a value, a key, a bracket or a comma. */
 zet_json_scan_result_t scan_next(scan_t *scan)
 {
     switch (scan->expect)

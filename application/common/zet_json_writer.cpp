@@ -1,5 +1,5 @@
 /** @file
- * Writing JSON to the host piece by piece, and whole documents by means of that.
+ * Writes JSON to the host piece by piece, and complete documents.
  */
 #include "zet_json_writer.h"
 
@@ -17,36 +17,36 @@
 namespace
 {
 
-// The functions that write text are handed where the next byte goes and return where the one after theirs
-// goes, so that the place stays in a register. The writer learns of it at the end, by commit.
+// The functions that write text receive the position of the next byte and return the position after their
+// text, so that it stays in a register. commit stores it in the writer at the end.
 
-/** Sends what is in the buffer, up to a place, and returns the buffer's first. */
+/** Sends the buffer up to a position; returns the start of the buffer. */
 [[gnu::noinline]] char *flush(zet_json_writer_t *writer, const char *out)
 {
     writer->write(writer->buffer, static_cast<uint32_t>(out - writer->buffer));
     return writer->buffer;
 }
 
-/** Makes room for a number of bytes, at most the buffer's size. */
+/** Makes room for a number of bytes, at most the buffer's size; returns where they go. */
 char *reserve(zet_json_writer_t *writer, char *out, uint32_t size)
 {
     const auto room = static_cast<uint32_t>(writer->buffer + sizeof writer->buffer - out);
     return room < size ? flush(writer, out) : out;
 }
 
-/** Where the next byte goes, with room for a number of bytes. */
+/** Returns the position of the next byte, with room for a number of bytes. */
 char *begin(zet_json_writer_t *writer, uint32_t size)
 {
     return reserve(writer, writer->buffer + writer->used, size);
 }
 
-/** Keeps where the next byte goes. */
+/** Stores the position of the next byte. */
 void commit(zet_json_writer_t *writer, const char *out)
 {
     writer->used = static_cast<uint32_t>(out - writer->buffer);
 }
 
-/** Writes the comma that sets a member or element apart from the one before it, if it is due. */
+/** Writes the comma before a member or element, unless it is the first one. */
 char *separate(zet_json_writer_t *writer, char *out)
 {
     if (writer->after_value)
@@ -94,10 +94,10 @@ char *write_escaped(zet_json_writer_t *writer, char *out, uint32_t character)
     return out + sizeof escaped - 1;
 }
 
-/** The bits of an item's type that tell its kind; the others tell who owns its parts. */
+/** The bits of an item's type that give its kind; the others say who owns its parts. */
 constexpr int type_bits = 0xFF;
 
-/** Tells for each byte whether it stands in a JSON string as it is, alone. */
+/** Whether each byte is written to a JSON string unchanged and is a character by itself. */
 struct plain_bytes_t
 {
     bool is_plain[256];
@@ -115,17 +115,17 @@ constexpr plain_bytes_t make_plain_bytes()
 
 constexpr plain_bytes_t plain_bytes = make_plain_bytes();
 
-/** Copies a byte of a string if it is plain; tells whether it was. */
+/** Copies a byte of a string; returns whether it is plain. */
 inline bool copy_plain_byte(char *out, const char *text)
 {
     *out = *text;
     return plain_bytes.is_plain[static_cast<unsigned char>(*text)];
 }
 
-/** Writes the bytes of a string up to the first that is not plain, to which the text is moved on. */
+/** Writes the bytes of a string up to the first that is not plain, and advances the text to it. */
 char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
 {
-    // Bytes between two looks at the room.
+    // Bytes between two checks for room.
     constexpr uint32_t stride = 4;
     const char *rest = *text;
     // Plain bytes at the end, less than a stride.
@@ -159,12 +159,12 @@ char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
     return out + count;
 }
 
-/** Writes the character of a string that begins with a byte that is not plain, and moves the text on. */
+/** Writes a character of a string whose first byte is not plain, and advances the text. */
 [[gnu::noinline]] char *write_other_character(zet_json_writer_t *writer, char *out, const char **text)
 {
     const char *const character = *text;
     const auto byte = static_cast<unsigned char>(*character);
-    // The closing zero ends every sequence, so nothing behind it is looked at.
+    // The terminating zero ends every sequence, so nothing after it is read.
     const size_t length = zet_utf8_sequence_length(character, zet_utf8_max_length);
     *text += length > 0 ? length : 1;
     if (byte < 0x20U || length == 0)
@@ -180,7 +180,7 @@ char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
     return out + length;
 }
 
-/** Writes a string with its first quotation mark, but without the last one. */
+/** Writes a string with the opening quotation mark, without the closing one. */
 char *write_open_string(zet_json_writer_t *writer, const char *text)
 {
     char *out = separate(writer, begin(writer, 2));
@@ -197,13 +197,13 @@ char *write_open_string(zet_json_writer_t *writer, const char *text)
     }
 }
 
-/** Tells whether a value is an object or an array. */
+/** Returns whether a value is an object or an array. */
 bool is_container(const cJSON *item)
 {
     return (item->type & (cJSON_Object | cJSON_Array)) != 0;
 }
 
-/** Tells whether a container nests no deeper than a number of levels. Goes no deeper than these itself. */
+/** Returns whether a container has at most a number of nested levels. Recurses at most that deep. */
 bool nests_within(const cJSON *container, uint32_t levels)
 {
     if (levels == 0)
@@ -221,7 +221,7 @@ bool nests_within(const cJSON *container, uint32_t levels)
     return true;
 }
 
-/** Tells whether a number is finite, in integers: many processors have no hardware for `double`. */
+/** Returns whether a number is finite. Uses integers: many processors have no hardware for `double`. */
 bool is_finite(double value)
 {
     const auto high = static_cast<uint32_t>(std::bit_cast<uint64_t>(value) >> 32U);
@@ -230,7 +230,7 @@ bool is_finite(double value)
 
 void write_value(zet_json_writer_t *writer, const cJSON *item);
 
-/** Writes an object or an array with all it holds. */
+/** Writes an object or an array with its contents. */
 void write_container(zet_json_writer_t *writer, const cJSON *item)
 {
     const bool is_object = (item->type & cJSON_Object) != 0;
@@ -247,7 +247,7 @@ void write_container(zet_json_writer_t *writer, const cJSON *item)
     close(writer, is_object ? '}' : ']');
 }
 
-/** Writes any value. The caller has seen to it that it does not nest too deep. */
+/** Writes any value. The caller has checked that it is not nested too deep. */
 void write_value(zet_json_writer_t *writer, const cJSON *item)
 {
     switch (item->type & type_bits)

@@ -1,7 +1,7 @@
 /** @file
- * Writing JSON to the host piece by piece, without memory of its own but a small buffer.
+ * Writes JSON to the host piece by piece, with a small buffer and no other memory.
  *
- * Because nothing is allocated, an error can be told to the host when memory is exhausted.
+ * Because nothing is allocated, an error can be reported to the host when memory is exhausted.
  *
  * @code
  * zet_json_writer_t writer;
@@ -21,16 +21,16 @@
 
 #include "zet_vantor_server_base.h"
 
-/** How deep the documents may nest that zet_vantor_server_write_json sends. */
+/** Most levels of nesting in a document that zet_vantor_server_write_json sends. */
 constexpr uint32_t zet_json_writer_max_depth = 16;
 
-/** One document on its way. The fields are the writer's own. */
+/** A document being written. The fields are private to the writer. */
 struct zet_json_writer_t
 {
-    write_data_function_t *write; /**< takes the text */
+    write_data_function_t *write; /**< sends the text */
     uint32_t used;                /**< bytes waiting in the buffer */
     bool after_value;             /**< a comma is due before the next member or element */
-    char buffer[256];             /**< text that has not been handed on */
+    char buffer[256];             /**< text that has not been sent yet */
 };
 
 /** Begins a document; nothing is sent yet. */
@@ -48,27 +48,27 @@ void zet_json_writer_begin_array(zet_json_writer_t *writer);
 /** Closes an array. */
 void zet_json_writer_end_array(zet_json_writer_t *writer);
 
-/** Writes the key of a member; its value must follow. Null counts as the empty key. */
+/** Writes the key of a member; its value must follow. Null is written as the empty key. */
 void zet_json_writer_key(zet_json_writer_t *writer, const char *key);
 
 /**
  * Writes a string.
  *
- * @param text  the text; null counts as empty. Bytes that are not UTF-8 become U+FFFD.
+ * @param text  the text; null is written as the empty string. Bytes that are not UTF-8 become U+FFFD.
  */
 void zet_json_writer_string(zet_json_writer_t *writer, const char *text);
 
 /**
- * Writes a number: whole numbers up to 2^53 in digits, one that is exactly a `float` as the shortest text
- * that reads back as this `float`, any other as the shortest text that reads back as this `double`; null
+ * Writes a number: an integer up to 2^53 without an exponent, one that is exactly a `float` as the shortest
+ * text that reads back as this `float`, any other as the shortest text that reads back as this `double`; null
  * when it is not finite.
  */
 void zet_json_writer_number(zet_json_writer_t *writer, double value);
 
-/** Writes a whole number of any size. */
+/** Writes an unsigned integer. */
 void zet_json_writer_uint(zet_json_writer_t *writer, uint64_t value);
 
-/** Writes a number given in thousandths: exactly, in as few digits as that takes. */
+/** Writes a number given in thousandths: exactly, with no more digits than needed. */
 void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value);
 
 /** Writes true or false. */
@@ -77,7 +77,7 @@ void zet_json_writer_bool(zet_json_writer_t *writer, bool value);
 /** Writes null. */
 void zet_json_writer_null(zet_json_writer_t *writer);
 
-/** Closes the document by a line feed and sends what is left of it. */
+/** Ends the document with a line feed and sends what has not been sent yet. */
 void zet_json_writer_finish(zet_json_writer_t *writer);
 
 #endif

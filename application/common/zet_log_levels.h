@@ -1,5 +1,5 @@
 /** @file
- * The words for the levels of the log.
+ * The names of the log levels.
  */
 #ifndef ZET_LOG_LEVELS_H
 #define ZET_LOG_LEVELS_H
@@ -9,11 +9,11 @@
 
 #include "zet_definitions_common.h"
 
-/** The words of the log levels in commands and messages, each at the index that is its level. */
+/** The names of the log levels in commands and messages, each at the index of its level. */
 constexpr std::array<const char *, ZET_LOG_LEVEL_DEBUG + 1> zet_log_level_words = {"ERROR", "WARNING", "INFO",
                                                                                    "VERBOSE", "DEBUG"};
 
-/** What a line of a written log begins with: the word of its level in small letters, a colon and a space. */
+/** The prefix of a line in a written log, for each level: its name in lower case, a colon and a space. */
 constexpr auto zet_log_level_prefixes = [] {
     std::array<std::array<char, sizeof "verbose: ">, zet_log_level_words.size()> prefixes{};
     for (size_t level = 0; level < prefixes.size(); ++level)

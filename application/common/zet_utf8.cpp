@@ -1,5 +1,5 @@
 /** @file
- * Telling well-formed UTF-8 from other bytes, by table 3-7 of the Unicode standard.
+ * Recognises well-formed UTF-8, by table 3-7 of the Unicode standard.
  */
 #include "zet_utf8.h"
 
@@ -8,7 +8,7 @@
 namespace
 {
 
-/** Sequences that share the bounds of their second byte. All further bytes are 80 to BF. */
+/** Sequences with the same length and bounds of the second byte. All further bytes are 80 to BF. */
 struct sequence_class_t
 {
     uint8_t first_low;
@@ -24,7 +24,7 @@ constexpr sequence_class_t sequence_classes[] = {
     {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4},
 };
 
-/** The class of a sequence that begins with a byte; null when none does. */
+/** Returns the class of the sequences that begin with a byte; null when there is none. */
 const sequence_class_t *find_class(uint8_t first)
 {
     for (const sequence_class_t &candidate : sequence_classes)

@@ -1,9 +1,9 @@
 /** @file
- * The server core: takes the host's commands, drives the backend and answers. The protocol is in
+ * The server core: receives the host's commands, drives the backend and answers. The protocol is described in
  * docs/protocol.md.
  *
- * The file reads upwards from what leaves the server to what enters it: messages, the session, the baud rate
- * of the link, the commands, and last the functions that the port calls.
+ * The file goes from the server's output to its input: messages, the session, the baud rate of the link, the
+ * commands, and finally the functions that the port calls.
  */
 #include "zet_vantor_server.h"
 
@@ -29,56 +29,56 @@ namespace
 /** Version of the protocol in docs/protocol.md. */
 constexpr uint32_t protocol_version = 1;
 
-/** Seconds within which a new baud rate of the link must be confirmed. */
+/** Seconds within which the host must confirm a new baud rate. */
 constexpr uint64_t baudrate_trial_seconds = 2;
 
-/** A baud rate serves when it is off by at most one part in this many: 2 %. */
+/** A baud rate may be off by at most one part in this number: 2 %. */
 constexpr uint64_t baudrate_tolerance = 50;
 
-/** States of a session. Each is a bit, so that a command can name those that allow it. */
+/** States of a session. Each is one bit, so that a command can list the states that allow it. */
 enum session_state_t : uint8_t
 {
     SESSION_IDLE = 1,       /**< there is no session */
-    SESSION_CONFIGURED = 2, /**< sensors are prepared, frames come on demand */
-    SESSION_STREAMING = 4,  /**< frames come by themselves */
+    SESSION_CONFIGURED = 2, /**< sensors are prepared; a frame is measured on request */
+    SESSION_STREAMING = 4,  /**< frames are measured and sent continuously */
 };
 
 /** Any state. */
 constexpr uint8_t any_state = SESSION_IDLE | SESSION_CONFIGURED | SESSION_STREAMING;
 
-/** All that the server core keeps. */
+/** State of the server core. */
 struct server_t
 {
-    zet_vantor_server_port_t port;  /**< what the port lends */
-    vantor_server_interface_t link; /**< the same link, with counted bytes: what the backend gets */
+    zet_vantor_server_port_t port;  /**< what the port provides */
+    vantor_server_interface_t link; /**< the same link, but counting bytes: for the backend */
     zet_server_clock_t clock;       /**< the time */
-    zet_line_buffer_t line;         /**< the command that comes in */
-    bool input_restarted;           /**< what has been received belongs to another baud rate or host */
+    zet_line_buffer_t line;         /**< the command being received */
+    bool input_restarted;           /**< the rest of the input belongs to another baud rate or host */
 
     zet_log_ring_t log; /**< log lines for the host */
-    uint8_t log_levels; /**< how many levels the host wants, the most severe first; 0 for none */
+    uint8_t log_levels; /**< number of levels that the host wants, the most severe first; 0 for none */
 
-    session_state_t state; /**< what the session does */
+    session_state_t state; /**< state of the session */
     uint32_t tick_period;  /**< ticks between two frames; 0 when the server does not pace them */
     uint64_t next_frame;   /**< when the next frame of a paced stream is due */
 
     uint32_t baudrate;           /**< baud rate of the link */
-    uint32_t confirmed_baudrate; /**< last baud rate at which the host was heard */
+    uint32_t confirmed_baudrate; /**< last baud rate that the host confirmed */
     bool baudrate_on_trial;      /**< the baud rate has not been confirmed yet */
-    uint64_t trial_end;          /**< when the server goes back to the confirmed baud rate */
+    uint64_t trial_end;          /**< when the server returns to the confirmed baud rate */
 
     uint64_t frames;          /**< frames sent since the start */
-    uint64_t frames_left_out; /**< due moments of paced streams that passed without a frame */
+    uint64_t frames_left_out; /**< frames of paced streams that were due but not measured */
     uint64_t bytes_sent;      /**< bytes sent since the start */
     uint64_t bytes_received;  /**< bytes received since the start */
-    uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; /**< errors told to the host since the start */
+    uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; /**< errors reported to the host since the start */
 };
 
 server_t server;
 
 // ---- messages ---------------------------------------------------------------------------------------------
 
-/** Sends to the host and counts. */
+/** Sends bytes to the host and counts them. */
 void send_to_host(const void *data, uint32_t size)
 {
     server.bytes_sent += size;
@@ -92,14 +92,14 @@ void write_string_member(zet_json_writer_t *writer, const char *key, const char 
     zet_json_writer_string(writer, value);
 }
 
-/** Writes a member that is a whole number. */
+/** Writes a member that is an unsigned integer. */
 void write_uint_member(zet_json_writer_t *writer, const char *key, uint64_t value)
 {
     zet_json_writer_key(writer, key);
     zet_json_writer_uint(writer, value);
 }
 
-/** Begins a message of the given status. */
+/** Begins a message with the given status. */
 void begin_message(zet_json_writer_t *writer, const char *status)
 {
     zet_json_writer_init(writer, send_to_host);
@@ -117,7 +117,7 @@ void end_message(zet_json_writer_t *writer)
 /**
  * Sends a log line to the host.
  *
- * @param lost  number of lines that were lost before; 0 leaves the member out
+ * @param lost  number of lines that were lost before this one; 0 leaves the member out
  */
 void send_log_line(zet_log_level_t level, const char *module, const char *text, uint32_t lost)
 {
@@ -134,7 +134,7 @@ void send_log_line(zet_log_level_t level, const char *module, const char *text, 
     end_message(&writer);
 }
 
-/** Sends the log lines that wait. Those that sending itself causes are left for the next time. */
+/** Sends the waiting log lines. Lines logged by the sending itself wait for the next call. */
 void flush_log()
 {
     for (uint32_t count = zet_log_ring_count(&server.log); count > 0; --count)
@@ -151,7 +151,7 @@ void flush_log()
     }
 }
 
-/** Begins the answer to a command that was obeyed; members may follow. */
+/** Begins the answer to a command that was executed; members may follow. */
 void begin_answer(zet_json_writer_t *writer, const char *command)
 {
     flush_log();
@@ -160,7 +160,7 @@ void begin_answer(zet_json_writer_t *writer, const char *command)
     write_uint_member(writer, "payload_size", 0);
 }
 
-/** Answers a command that was obeyed and has nothing to tell. */
+/** Answers a command that was executed and has no result. */
 void answer(const char *command)
 {
     zet_json_writer_t writer;
@@ -168,7 +168,7 @@ void answer(const char *command)
     end_message(&writer);
 }
 
-/** Tells the host an error, in words of one's own. */
+/** Reports an error to the host with the given message. */
 void report_error(zet_server_error_t error, const char *message)
 {
     flush_log();
@@ -181,7 +181,7 @@ void report_error(zet_server_error_t error, const char *message)
     end_message(&writer);
 }
 
-/** Tells the host an error. */
+/** Reports an error to the host with its standard message. */
 void report_error(zet_server_error_t error)
 {
     report_error(error, zet_server_error_message(error));
@@ -199,7 +199,7 @@ void end_session()
     }
 }
 
-/** Ends a session that could not be set up or went wrong, and tells why. */
+/** Ends a session that could not be set up or has failed, and reports why. */
 void fail_session(zet_server_error_t error)
 {
     zet_vantor_server_system_destroy_session();
@@ -219,7 +219,7 @@ void measure_frame()
     ++server.frames;
 }
 
-/** Finds when the next frame of a paced stream is due, and counts the moments that have passed meanwhile. */
+/** Sets when the next frame of a paced stream is due, and counts the frames that were left out. */
 void schedule_next_frame()
 {
     const uint64_t due = server.next_frame;
@@ -228,7 +228,7 @@ void schedule_next_frame()
     server.frames_left_out += (server.next_frame - due) / server.tick_period - 1;
 }
 
-/** Measures a frame if the stream is due for one. */
+/** Measures a frame if one is due. */
 void continue_stream()
 {
     if (server.tick_period == 0)
@@ -247,14 +247,14 @@ void continue_stream()
 
 // ---- the baud rate of the link ----------------------------------------------------------------------------
 
-/** Whether the link's baud rate can be changed, and changed back in time. */
+/** Returns whether the baud rate can be changed, and changed back in time. */
 bool can_change_baudrate()
 {
     return server.port.link.set_baudrate != nullptr && server.port.link.max_baudrate > 0 &&
            server.port.baudrate > 0 && server.clock.ticks_per_second > 0;
 }
 
-/** Forgets all input that has been received but not obeyed. */
+/** Discards all input that has been received but not executed. */
 void discard_input()
 {
     if (server.port.link.restart_input != nullptr)
@@ -272,7 +272,7 @@ void change_baudrate(uint32_t baudrate)
     server.baudrate = baudrate;
 }
 
-/** Goes back to the last confirmed baud rate when the host has not been heard in time. */
+/** Returns to the last confirmed baud rate when the host has not confirmed the new one in time. */
 void watch_baudrate()
 {
     if (server.baudrate_on_trial && zet_server_clock_read(&server.clock) >= server.trial_end)
@@ -283,14 +283,14 @@ void watch_baudrate()
     }
 }
 
-/** Whether the link works at a baud rate when it really runs at another one. */
-bool is_near_baudrate(uint32_t baudrate, uint32_t real)
+/** Returns whether the link works at a baud rate when its actual rate is another one. */
+bool is_near_baudrate(uint32_t baudrate, uint32_t actual)
 {
-    const uint64_t difference = real > baudrate ? real - baudrate : baudrate - real;
-    return real > 0 && difference * baudrate_tolerance <= baudrate;
+    const uint64_t difference = actual > baudrate ? actual - baudrate : baudrate - actual;
+    return actual > 0 && difference * baudrate_tolerance <= baudrate;
 }
 
-/** Adds text to a message that has room for it; returns the new end. */
+/** Appends text to a message that has room for it; returns the new end. */
 char *append_text(char *end, const char *text)
 {
     const size_t length = std::strlen(text);
@@ -298,15 +298,14 @@ char *append_text(char *end, const char *text)
     return end + length;
 }
 
-/** Adds a number to a message that has room for it; returns the new end. */
+/** Appends a number to a message that has room for it; returns the new end. */
 char *append_number(char *end, uint32_t number)
 {
     constexpr size_t most_digits = 10;
     return std::to_chars(end, end + most_digits, number).ptr;
 }
 
-/** Reports that the link cannot run at a baud rate, and the nearest rate at which it can; 0 when none is
- * near. */
+/** Reports that the link cannot run at a baud rate, and the nearest possible rate; 0 when none is near. */
 void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
 {
     char message[96];
@@ -325,7 +324,7 @@ void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
     report_error(ZET_SERVER_ERROR_BAD_ARGUMENT, message);
 }
 
-/** Finds out whether the link can run at a baud rate; when not, the host gets an error. */
+/** Returns whether the link can run at a baud rate; reports an error to the host if not. */
 bool accept_baudrate(uint32_t baudrate)
 {
     if (server.port.nearest_baudrate == nullptr)
@@ -345,20 +344,20 @@ bool accept_baudrate(uint32_t baudrate)
 
 struct command_t;
 
-/** Obeys a command whose members and state have been checked. */
+/** Executes a command. Its members and the session's state have been checked. */
 typedef void command_function_t(const command_t *self, const cJSON *command);
 
 /** A command. */
 struct command_t
 {
-    const char *name;           /**< its word */
-    const json_field_t *fields; /**< the members that it takes */
-    const char *usage;          /**< what to send instead when its members are wrong */
-    uint8_t states;             /**< the states that allow it */
-    command_function_t *obey;   /**< obeys it */
+    const char *name;            /**< value of its "command" member */
+    const json_field_t *fields;  /**< the members that it accepts */
+    const char *usage;           /**< error message when its members are wrong */
+    uint8_t states;              /**< the states that allow it */
+    command_function_t *execute; /**< executes it */
 };
 
-/** Tells the host that the members of a command are wrong. */
+/** Reports to the host that the members of a command are wrong. */
 void report_bad_argument(const command_t *command)
 {
     report_error(ZET_SERVER_ERROR_BAD_ARGUMENT, command->usage);
@@ -379,7 +378,7 @@ void write_connected_sensors(zet_json_writer_t *writer, uint32_t sensor_count)
     zet_json_writer_end_array(writer);
 }
 
-/** Writes the use of memory and stack, as far as the port knows it. */
+/** Writes the use of memory and stack, if the port knows it. */
 void write_memory(zet_json_writer_t *writer)
 {
     if (server.port.get_memory == nullptr)
@@ -415,7 +414,7 @@ void write_optional_member(zet_json_writer_t *writer, const char *key, const cha
     }
 }
 
-/** Writes what is known of the board. */
+/** Writes what is known about the board. */
 void write_board(zet_json_writer_t *writer)
 {
     const zet_vantor_server_board_t *board = server.port.board;
@@ -433,7 +432,7 @@ void write_board(zet_json_writer_t *writer)
     zet_json_writer_end_object(writer);
 }
 
-void obey_identify(const command_t *self, const cJSON * /*command*/)
+void execute_identify(const command_t *self, const cJSON * /*command*/)
 {
     const uint32_t sensor_count = zet_vantor_server_system_k3_get_sensor_count();
     zet_json_writer_t writer;
@@ -450,15 +449,15 @@ void obey_identify(const command_t *self, const cJSON * /*command*/)
     end_message(&writer);
 }
 
-void obey_ping(const command_t *self, const cJSON * /*command*/)
+void execute_ping(const command_t *self, const cJSON * /*command*/)
 {
     server.baudrate_on_trial = false;
     server.confirmed_baudrate = server.baudrate;
     answer(self->name);
 }
 
-/** A session is whole or not at all: an error in any of its items ends it. */
-void obey_configure(const command_t *self, const cJSON *command)
+/** A session is set up completely or not at all: an error in any item ends it. */
+void execute_configure(const command_t *self, const cJSON *command)
 {
     const cJSON *configuration = cJSON_GetObjectItemCaseSensitive(command, "configuration");
     if (configuration == nullptr)
@@ -485,32 +484,32 @@ void obey_configure(const command_t *self, const cJSON *command)
     server.state = SESSION_CONFIGURED;
 }
 
-void obey_start(const command_t *self, const cJSON * /*command*/)
+void execute_start(const command_t *self, const cJSON * /*command*/)
 {
     answer(self->name);
     server.state = SESSION_STREAMING;
     server.next_frame = zet_server_clock_read(&server.clock);
 }
 
-void obey_frame(const command_t * /*self*/, const cJSON * /*command*/)
+void execute_frame(const command_t * /*self*/, const cJSON * /*command*/)
 {
     measure_frame();
 }
 
-void obey_stop(const command_t *self, const cJSON * /*command*/)
+void execute_stop(const command_t *self, const cJSON * /*command*/)
 {
     server.state = SESSION_CONFIGURED;
     answer(self->name);
 }
 
-void obey_end(const command_t *self, const cJSON * /*command*/)
+void execute_end(const command_t *self, const cJSON * /*command*/)
 {
     end_session();
     answer(self->name);
 }
 
-/** The answer still leaves at the old baud rate. */
-void obey_baudrate(const command_t *self, const cJSON *command)
+/** The answer is still sent at the old baud rate. */
+void execute_baudrate(const command_t *self, const cJSON *command)
 {
     if (!can_change_baudrate())
     {
@@ -528,7 +527,7 @@ void obey_baudrate(const command_t *self, const cJSON *command)
     {
         return;
     }
-    // Before the answer: a host that has it may speak at the new baud rate at once.
+    // Before the answer: once a host has the answer, it may send at the new baud rate.
     discard_input();
     answer(self->name);
     change_baudrate(static_cast<uint32_t>(baudrate));
@@ -537,7 +536,7 @@ void obey_baudrate(const command_t *self, const cJSON *command)
         zet_server_clock_read(&server.clock) + baudrate_trial_seconds * server.clock.ticks_per_second;
 }
 
-/** Finds how many levels a word of the "log" command lets pass; -1 when it is none of the words. */
+/** Returns how many log levels a word of the "log" command enables; -1 when the word is unknown. */
 int find_log_levels(const char *word)
 {
     if (std::strcmp(word, "OFF") == 0)
@@ -554,7 +553,7 @@ int find_log_levels(const char *word)
     return -1;
 }
 
-void obey_log(const command_t *self, const cJSON *command)
+void execute_log(const command_t *self, const cJSON *command)
 {
     char *word = nullptr;
     const int levels = get_json_string_value(command, "level", &word) ? find_log_levels(word) : -1;
@@ -567,7 +566,7 @@ void obey_log(const command_t *self, const cJSON *command)
     answer(self->name);
 }
 
-/** Writes how often each error was told; those that never were are left out. */
+/** Writes how often each error was reported; errors never reported are left out. */
 void write_error_counts(zet_json_writer_t *writer)
 {
     zet_json_writer_key(writer, "errors");
@@ -583,7 +582,7 @@ void write_error_counts(zet_json_writer_t *writer)
     zet_json_writer_end_object(writer);
 }
 
-void obey_stats(const command_t *self, const cJSON * /*command*/)
+void execute_stats(const command_t *self, const cJSON * /*command*/)
 {
     zet_json_writer_t writer;
     begin_answer(&writer, self->name);
@@ -616,28 +615,28 @@ constexpr json_field_t log_fields[] = {
 constexpr const char *plain_usage = "Send this command with \"command\" as its only member, once.";
 
 constexpr command_t commands[] = {
-    {"identify", plain_fields, plain_usage, any_state, obey_identify},
-    {"ping", plain_fields, plain_usage, any_state, obey_ping},
+    {"identify", plain_fields, plain_usage, any_state, execute_identify},
+    {"ping", plain_fields, plain_usage, any_state, execute_ping},
     {"configure", configure_fields,
      "Send \"configure\" with \"configuration\", the configuration document, as an object, and no other "
      "member.",
-     SESSION_IDLE, obey_configure},
-    {"start", plain_fields, plain_usage, SESSION_CONFIGURED, obey_start},
-    {"frame", plain_fields, plain_usage, SESSION_CONFIGURED, obey_frame},
-    {"stop", plain_fields, plain_usage, SESSION_STREAMING, obey_stop},
-    {"end", plain_fields, plain_usage, any_state, obey_end},
+     SESSION_IDLE, execute_configure},
+    {"start", plain_fields, plain_usage, SESSION_CONFIGURED, execute_start},
+    {"frame", plain_fields, plain_usage, SESSION_CONFIGURED, execute_frame},
+    {"stop", plain_fields, plain_usage, SESSION_STREAMING, execute_stop},
+    {"end", plain_fields, plain_usage, any_state, execute_end},
     {"baudrate", baudrate_fields,
      "Send \"baudrate\" with \"baudrate\", a whole number from 1 to the \"max_baudrate\" that \"identify\" "
      "reports, and no other member.",
-     SESSION_IDLE | SESSION_CONFIGURED, obey_baudrate},
+     SESSION_IDLE | SESSION_CONFIGURED, execute_baudrate},
     {"log", log_fields,
      "Send \"log\" with \"level\" set to \"OFF\", \"ERROR\", \"WARNING\", \"INFO\", \"VERBOSE\" or "
      "\"DEBUG\", and no other member.",
-     any_state, obey_log},
-    {"stats", plain_fields, plain_usage, any_state, obey_stats},
+     any_state, execute_log},
+    {"stats", plain_fields, plain_usage, any_state, execute_stats},
 };
 
-/** Finds a command by its word; null when there is none. */
+/** Finds a command by its name; null when there is none. */
 const command_t *find_command(const char *name)
 {
     for (const command_t &command : commands)
@@ -650,8 +649,8 @@ const command_t *find_command(const char *name)
     return nullptr;
 }
 
-/** What to send first when the state does not allow a command. */
-const char *way_to_allowed_state(const command_t *command)
+/** Returns the message for a command that the state does not allow: what to send first. */
+const char *wrong_state_message(const command_t *command)
 {
     if (command->states == SESSION_IDLE)
     {
@@ -665,8 +664,8 @@ const char *way_to_allowed_state(const command_t *command)
                                         : "Send \"stop\" first: frames are streaming.";
 }
 
-/** Obeys a document from the host, if it is a command that is complete and allowed. */
-void obey_document(const cJSON *document)
+/** Executes a document from the host, if it is a valid command that the state allows. */
+void execute_document(const cJSON *document)
 {
     char *name = nullptr;
     if (!cJSON_IsObject(document) || !get_json_string_value(document, "command", &name))
@@ -687,13 +686,13 @@ void obey_document(const cJSON *document)
     }
     if ((command->states & server.state) == 0)
     {
-        report_error(ZET_SERVER_ERROR_WRONG_STATE, way_to_allowed_state(command));
+        report_error(ZET_SERVER_ERROR_WRONG_STATE, wrong_state_message(command));
         return;
     }
-    command->obey(command, document);
+    command->execute(command, document);
 }
 
-/** The error that a scan stands for. Not to be called for ZET_JSON_SCAN_OK. */
+/** Returns the error for the result of a scan. Not to be called for ZET_JSON_SCAN_OK. */
 zet_server_error_t error_of_scan(zet_json_scan_result_t result)
 {
     switch (result)
@@ -711,8 +710,8 @@ zet_server_error_t error_of_scan(zet_json_scan_result_t result)
     return ZET_SERVER_ERROR_BAD_JSON;
 }
 
-/** Obeys a line from the host. */
-void obey_line(const char *text, size_t length)
+/** Executes a line from the host. */
+void execute_line(const char *text, size_t length)
 {
     if (length == 0)
     {
@@ -724,25 +723,25 @@ void obey_line(const char *text, size_t length)
         report_error(error_of_scan(scanned));
         return;
     }
-    // What the scanner lets pass, the parser takes, unless it runs out of memory.
+    // The parser accepts everything that the scanner accepts, unless memory is exhausted.
     cJSON *document = cJSON_ParseWithLength(text, length);
     if (document == nullptr)
     {
         report_error(ZET_SERVER_ERROR_OUT_OF_MEMORY);
         return;
     }
-    obey_document(document);
+    execute_document(document);
     cJSON_Delete(document);
 }
 
-/** Ticks from now to a moment; 0 when it has passed. */
-uint64_t ticks_until(uint64_t moment)
+/** Returns the ticks from now to a time; 0 when it has passed. */
+uint64_t ticks_until(uint64_t time)
 {
     const uint64_t now = zet_server_clock_read(&server.clock);
-    return moment > now ? moment - now : 0;
+    return time > now ? time - now : 0;
 }
 
-/** Ticks until something is to be done. */
+/** Returns the ticks until work is due. */
 uint32_t ticks_until_work()
 {
     if (server.state == SESSION_STREAMING && server.tick_period == 0)
@@ -804,7 +803,7 @@ void zet_vantor_server_receive(const char *data, size_t size)
         }
         else if (event == ZET_LINE_COMPLETE)
         {
-            obey_line(server.line.text, server.line.length);
+            execute_line(server.line.text, server.line.length);
         }
     }
     flush_log();

@@ -1,20 +1,20 @@
 /** @file
- * The server core: takes the host's commands, drives the backend and answers.
+ * The server core: receives the host's commands, drives the backend and answers.
  *
- * A port feeds it with what it receives and calls it again and again:
+ * A port passes it the bytes it receives, and calls it in a loop:
  *
  * @code
  * zet_vantor_server_init(&port);
  * for (;;)
  * {
  *     uint32_t ticks = zet_vantor_server_step();
- *     size_t size = receive_within(ticks, bytes);  // the port's own
+ *     size_t size = receive_within(ticks, bytes);  // provided by the port
  *     zet_vantor_server_receive(bytes, size);
  * }
  * @endcode
  *
- * Single thread; no heap of its own beyond what cJSON takes while it holds a command. The protocol is in
- * docs/protocol.md.
+ * Runs on a single thread, and uses no heap except what cJSON needs for the command being executed. The
+ * protocol is described in docs/protocol.md.
  */
 #ifndef ZET_VANTOR_SERVER_H
 #define ZET_VANTOR_SERVER_H
@@ -30,55 +30,54 @@
 extern "C" {
 #endif
 
-/** What zet_vantor_server_step returns when there is no clock to watch and only the host can bring work. */
+/** Returned by zet_vantor_server_step when there is nothing to do until the host sends something. */
 #define ZET_VANTOR_SERVER_IDLE UINT32_MAX
 
-/** Use of the board's memory, in bytes. */
+/** Use of the board's memory; sizes in bytes. */
 typedef struct
 {
-    uint32_t size;         /**< memory of the allocator in all */
+    uint32_t size;         /**< total memory of the allocator */
     uint32_t live;         /**< allocated now */
     uint32_t peak;         /**< highest value of live since the start */
-    uint32_t largest_free; /**< largest request that could be met now */
-    uint32_t failures;     /**< number of requests that could not be met since the start */
-    uint32_t stack_size;   /**< stack; 0 when the port does not know it */
-    uint32_t stack_peak;   /**< most of the stack that was in use at a time since the start */
+    uint32_t largest_free; /**< largest request that would succeed now */
+    uint32_t failures;     /**< number of requests that have failed since the start */
+    uint32_t stack_size;   /**< size of the stack; 0 when the port does not know it */
+    uint32_t stack_peak;   /**< most of the stack in use at once since the start */
 } zet_vantor_server_memory_t;
 
 /** What `identify` reports of the board. Null members are left out. */
 typedef struct
 {
     const char *name;        /**< kind of board */
-    const char *id;          /**< distinguishes boards of one kind, such as a serial number */
+    const char *id;          /**< identifies the board among those of its kind, such as a serial number */
     const char *reset_cause; /**< why the board started */
-    const char *last_fault;  /**< what the last fault was */
-    const char *sensors;     /**< what kind of sensors it has, such as "simulated" */
+    const char *last_fault;  /**< description of the last fault */
+    const char *sensors;     /**< kind of its sensors, such as "simulated" */
 } zet_vantor_server_board_t;
 
-/** What a port lends to the server core. The record is copied; what it points to must stay valid. */
+/** What a port provides to the server core. The record is copied; what it points to must stay valid. */
 typedef struct
 {
     vantor_server_interface_t link; /**< the link to the host and the clock */
     char *line;                     /**< buffer for one command line */
-    size_t line_size;               /**< its size in bytes: longest command line plus one */
-    uint32_t max_values;            /**< most JSON values in a command: bounds the parser's memory */
+    size_t line_size;               /**< its size in bytes: the longest command line plus one */
+    uint32_t max_values;            /**< most JSON values in a command; this bounds the parser's memory */
     /** Reports the use of memory; null when the port does not know it. */
     void (*get_memory)(zet_vantor_server_memory_t *memory);
-    zet_log_level_t nox_log_level; /**< threshold of the sensor library's log at start */
-    uint32_t baudrate;             /**< baud rate of the link at start; 0 when it is fixed */
+    zet_log_level_t nox_log_level; /**< threshold of the sensor library's log at the start */
+    uint32_t baudrate;             /**< baud rate of the link at the start; 0 when it is fixed */
     /** What `identify` reports of the board; null for nothing. */
     const zet_vantor_server_board_t *board;
-    /** The baud rate that the link really gets when a rate is asked for, 0 when it cannot get one near it;
-     * null when it gets any rate. */
+    /** Returns the actual baud rate of the link for a requested one, or 0 when there is none near it. Null
+     * when the link can run at any rate. */
     uint32_t (*nearest_baudrate)(uint32_t baudrate);
 } zet_vantor_server_port_t;
 
 /**
- * Brings the server up, the backend included.
+ * Starts the server and its backend.
  *
- * @param port  what the port lends
- * @return false when the backend could not be made ready (the reason is logged); everything has been
- *         released again
+ * @param port  what the port provides
+ * @return false when the backend could not start; the reason is logged and everything has been released
  */
 bool zet_vantor_server_init(const zet_vantor_server_port_t *port);
 
@@ -86,7 +85,7 @@ bool zet_vantor_server_init(const zet_vantor_server_port_t *port);
 void zet_vantor_server_deinit(void);
 
 /**
- * Takes bytes from the host. Every command that they complete is obeyed before the call returns.
+ * Receives bytes from the host. Every command that they complete is executed before the call returns.
  *
  * @param data  the bytes
  * @param size  their number; 0 is allowed
@@ -94,27 +93,27 @@ void zet_vantor_server_deinit(void);
 void zet_vantor_server_receive(const char *data, size_t size);
 
 /**
- * Does what is due: measures and sends at most one frame. Blocks no longer than one frame's time-out.
+ * Does the work that is due: measures and sends at most one frame. Blocks for at most one frame's time-out.
  *
- * Call it at least once in every round of the tick, so that no wrap of the tick escapes the server's clock.
+ * Call it at least once per 2^32 ticks, so that the server's clock notices every wrap of the tick.
  *
- * @return ticks until work is due; 0 for at once; ZET_VANTOR_SERVER_IDLE when only input from the host can
- * bring work
+ * @return ticks until work is due, 0 when it is due now; ZET_VANTOR_SERVER_IDLE when there is nothing to do
+ *         until the host sends something
  */
 uint32_t zet_vantor_server_step(void);
 
 /**
- * Whether nobody would notice a restart: there is no session, no command half received, and no baud rate of
- * the link that may still be taken back.
+ * Returns whether a restart would disturb nobody: there is no session, no partly received command, and no
+ * baud rate that waits for its confirmation.
  */
 bool zet_vantor_server_is_idle(void);
 
-/** Tells the server that the host is gone: ends the session and forgets what was half received. */
+/** To be called when the host is gone: ends the session and discards a partly received command. */
 void zet_vantor_server_link_lost(void);
 
 /**
- * Offers a log line for the host, which may have asked for it. Never sends at once, never allocates, may
- * be called from anywhere on the server's thread.
+ * Queues a log line for the host, if the host has asked for lines of its level. Never sends or allocates;
+ * may be called from any function on the server's thread.
  *
  * @param level   severity
  * @param module  tag of the module that logs

@@ -1,5 +1,5 @@
 /** @file
- * The record through which the server core lends the link and the clock to the backend.
+ * The record that gives the backend access to the link and the clock.
  */
 #ifndef ZET_VANTOR_SERVER_BASE_H
 #define ZET_VANTOR_SERVER_BASE_H
@@ -18,11 +18,11 @@ extern "C" {
  */
 typedef void write_data_function_t(const void *data, uint32_t size);
 
-/** Discards the input that has been received but not yet handed to the server core. */
+/** Discards the input that has been received but not yet passed to the server core. */
 typedef void restart_input_function_t(void);
 
 /**
- * Changes the baud rate of the link, once everything written before has left.
+ * Changes the baud rate of the link after everything written before has been sent.
  *
  * @param baudrate  the new baud rate, at most the interface's `max_baudrate`
  */
@@ -36,7 +36,7 @@ typedef struct
 {
     write_data_function_t *write;            /**< sends to the host */
     restart_input_function_t *restart_input; /**< discards pending input; null when there is none */
-    set_baudrate_function_t *set_baudrate;   /**< changes the link's baud rate; null when it is fixed */
+    set_baudrate_function_t *set_baudrate;   /**< changes the baud rate; null when it is fixed */
     uint32_t max_baudrate;                   /**< highest baud rate; 0 when it is fixed */
     get_tick_function_t *get_tick;           /**< reads the tick; null when there is no clock */
     uint32_t ticks_per_second;               /**< ticks in a second; 0 when there is no clock */

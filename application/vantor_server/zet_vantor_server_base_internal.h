@@ -1,5 +1,5 @@
 /** @file
- * What the server core does for the backend.
+ * What the backend uses of the server core.
  */
 #ifndef ZET_VANTOR_SERVER_BASE_INTERNAL_H
 #define ZET_VANTOR_SERVER_BASE_INTERNAL_H
@@ -15,14 +15,14 @@ extern "C" {
 #endif
 
 /**
- * Sends a document to the host as one line of compact JSON, closed by a line feed.
+ * Sends a document to the host as one line of compact JSON, ended by a line feed.
  *
- * Allocates nothing. A number prints as the shortest text that reads back as the same number; one that is
- * not finite prints as null.
+ * Allocates nothing. A number is printed as the shortest text that reads back as the same number; one that is
+ * not finite is printed as null.
  *
  * @param write  sends the text, in pieces
- * @param json   the document; stays the caller's
- * @return false when an argument is null or the document nests too deep; nothing has been sent then
+ * @param json   the document, still owned by the caller
+ * @return false when an argument is null or the document is nested too deep; nothing has been sent then
  */
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json);
 

@@ -1,5 +1,5 @@
 /** @file
- * What the server tells the host when something fails.
+ * The messages that the server sends to the host when something fails.
  */
 #include "zet_vantor_server_error_messages.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * What the server tells the host when something fails: one sentence each that says what to change.
+ * The messages that the server sends to the host when something fails: each says what to change.
  *
  * They are reported by pointer and never copied.
  */
@@ -22,7 +22,7 @@ extern const char *const error_bad_config;
 extern const char *const error_config_faulty_update_rate_str;
 /** The log level is not one of the known words. */
 extern const char *const error_config_faulty_log_settings_str;
-/** There are more groups than the server has. */
+/** There are more groups than the server has room for. */
 extern const char *const error_config_groups_str;
 /** A group has more items than the board has sensors. */
 extern const char *const error_config_group_items_str;
@@ -30,13 +30,13 @@ extern const char *const error_config_group_items_str;
 extern const char *const error_config_sensor_id_str;
 /** Calibration data is missing, not hexadecimal or not a valid calibration. */
 extern const char *const error_config_calibration_data_str;
-/** The calibration list is empty or no list. */
+/** The calibration list is empty or not a list. */
 extern const char *const error_config_calibration_list;
 /** An update rate is given together with a frame rate. */
 extern const char *const error_config_max_update_rate_with_frame_rate_str;
 /** A frame rate is configured in a session of several groups. */
 extern const char *const error_config_multiple_groups_with_frame_rate_str;
-/** Sub-sweep members stand both in the configuration and in its list of sub-sweeps. */
+/** Sub-sweep members are given both in the configuration and in its list of sub-sweeps. */
 extern const char *const error_double_subsweep_config;
 /** There are more than four sub-sweeps. */
 extern const char *const error_too_many_subsweeps;

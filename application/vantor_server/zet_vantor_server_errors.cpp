@@ -1,5 +1,5 @@
 /** @file
- * Every error that the host can be told: its stable code and its message.
+ * Every error that can be reported to the host: its stable code and its message.
  */
 #include "zet_vantor_server_errors.h"
 
@@ -50,8 +50,8 @@ constexpr const char *metadata_failed =
 /** One error. */
 struct error_row_t
 {
-    const char *code;           /**< what the host's program goes by */
-    const char *const *message; /**< where the message is: the backend's are defined elsewhere */
+    const char *code;           /**< what the host's program checks */
+    const char *const *message; /**< address of the message; those of the backend are defined elsewhere */
 };
 
 /** The errors, in the order of zet_server_error_t. */

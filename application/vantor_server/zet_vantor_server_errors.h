@@ -1,5 +1,5 @@
 /** @file
- * Every error that the host can be told: its stable code and its message.
+ * Every error that can be reported to the host: its stable code and its message.
  *
  * The codes of the backend's errors are the names of the constants in zet_vantor_server_error_messages.h
  * without "error_" and "_str".
@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-/** The errors: those that the server core finds, then those that the backend reports. */
+/** The errors: first those that the server core detects, then those that the backend reports. */
 enum zet_server_error_t : uint8_t
 {
     ZET_SERVER_ERROR_LINE_TOO_LONG,
@@ -53,17 +53,17 @@ enum zet_server_error_t : uint8_t
     ZET_SERVER_ERROR_COUNT, /**< number of errors; not an error itself */
 };
 
-/** The code of an error. */
+/** Returns the code of an error. */
 const char *zet_server_error_code(zet_server_error_t error);
 
-/** The message of an error: what to change. */
+/** Returns the message of an error: what is wrong and what to change. */
 const char *zet_server_error_message(zet_server_error_t error);
 
 /**
  * Finds the error whose message the backend stored.
  *
  * @param message    the pointer that the backend stored; null when it stored none
- * @param otherwise  the error when there is no message
+ * @param otherwise  the error to return when there is no message
  */
 zet_server_error_t zet_server_error_of_backend(const char *message, zet_server_error_t otherwise);
 

@@ -1,5 +1,5 @@
 /** @file
- * Cutting the bytes from the host into lines.
+ * Splits the bytes from the host into lines.
  */
 #include "zet_vantor_server_line.h"
 
@@ -8,7 +8,7 @@
 namespace
 {
 
-/** Completes a line: drops its carriage return and closes it by a zero. */
+/** Completes a line: drops its carriage return and terminates it with a zero. */
 void complete(zet_line_buffer_t *line)
 {
     if (line->length > 0 && line->text[line->length - 1] == '\r')

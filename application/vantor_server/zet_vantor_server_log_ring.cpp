@@ -1,7 +1,7 @@
 /** @file
- * Log lines on their way to the host.
+ * Log lines for the host.
  *
- * A line lies in the ring as its level, the lengths of its two texts and the texts themselves.
+ * A line is stored as its level, the lengths of its two texts and the texts themselves.
  */
 #include "zet_vantor_server_log_ring.h"
 
@@ -12,24 +12,24 @@
 namespace
 {
 
-/** Bytes of a line beside its two texts. */
+/** Bytes of a line besides its two texts. */
 constexpr uint32_t line_overhead = 3;
 
-/** Length of a text, at most the given one. */
+/** Returns the length of a text, at most the given one. */
 uint8_t cut_length(const char *text, uint32_t longest)
 {
     const size_t length = std::strlen(text);
     return static_cast<uint8_t>(std::min<size_t>(length, longest));
 }
 
-/** Puts one byte in; the caller has seen to it that there is room. */
+/** Adds one byte; the caller has checked that there is room. */
 void put_byte(zet_log_ring_t *ring, uint8_t byte)
 {
     ring->bytes[(ring->first + ring->used) % zet_log_ring_size] = byte;
     ++ring->used;
 }
 
-/** Takes one byte out. */
+/** Removes one byte and returns it. */
 uint8_t take_byte(zet_log_ring_t *ring)
 {
     const uint8_t byte = ring->bytes[ring->first];
@@ -38,7 +38,7 @@ uint8_t take_byte(zet_log_ring_t *ring)
     return byte;
 }
 
-/** Puts a text in. */
+/** Adds a text. */
 void put_text(zet_log_ring_t *ring, const char *text, uint8_t length)
 {
     for (uint8_t i = 0; i < length; ++i)
@@ -47,7 +47,7 @@ void put_text(zet_log_ring_t *ring, const char *text, uint8_t length)
     }
 }
 
-/** Takes a text out and closes it by a zero. */
+/** Removes a text and terminates it with a zero. */
 void take_text(zet_log_ring_t *ring, char *text, uint8_t length)
 {
     for (uint8_t i = 0; i < length; ++i)

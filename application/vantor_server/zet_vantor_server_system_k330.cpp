@@ -1,7 +1,7 @@
 /** @file
  * The sensor-system backend: from a configuration document to prepared sensors and a stream of frames.
  *
- * The file follows the life of a session: the record that holds everything; lifecycle and queries; the
+ * The file follows the life of a session: the record that contains everything; lifecycle and queries; the
  * configuration of a sensor; overrides of its measurement program; the frame message; the frame cycle; the
  * configuration of a session; the session metadata message.
  */
@@ -34,7 +34,7 @@ namespace
 {
 
 // Record -----------------------------------------------------------------------------------------------
-// Everything the backend knows. Its arrays are made once at init, sized by the number of sensors on the
+// The state of the backend. Its arrays are allocated once at init, sized by the number of sensors on the
 // board, and reused by every session.
 
 constexpr size_t MAX_GROUP_COUNT = 10;
@@ -43,7 +43,7 @@ constexpr const char *module_tag = "vantor_server_system_k330";
 /** One parameter to override. */
 struct cpd_override_item_t
 {
-    uint32_t value;              /**< the new value, as the host gave it */
+    uint32_t value;              /**< the new value, as given by the host */
     set_cpd_param_func set_func; /**< writes it */
 };
 
@@ -54,20 +54,20 @@ struct cpd_override_t
     cpd_override_item_t items[std::size(cpd_override_mappings)]; /**< in the order of the mapping table */
 };
 
-/** Clear-channel assessment of one item: its settings and what it decided for the next frame. */
+/** Clear-channel assessment of one item: its settings and its decisions for the next frame. */
 struct cca_config_t
 {
     bool enabled;
     float threshold;     /**< the channel is busy above this value */
     bool prepare_needed; /**< the transmitter was switched, so the sensor must be prepared again */
-    bool tx_enable;      /**< the next frame is measured with the transmitter on */
-    bool debug;          /**< adds the details to the frame message */
+    bool tx_enable;      /**< measure the next frame with the transmitter on */
+    bool debug;          /**< add the details to the frame message */
 };
 
-/** What the clear-channel assessment found in the last frame. */
+/** Result of the clear-channel assessment of the last frame. */
 struct cca_result_t
 {
-    bool data_valid;   /**< measured with the transmitter on, on a clear channel */
+    bool data_valid;   /**< the frame was measured with the transmitter on and a clear channel */
     float cca_value;   /**< how much foreign signal there was */
     bool cca_detected; /**< the value was above the threshold */
     bool tx_enabled;   /**< the frame was measured with the transmitter on */
@@ -89,13 +89,13 @@ struct sensor_control_group_item_t
     uint32_t sweep_tick;            /**< server tick after the interrupt of the last frame */
 };
 
-/** Items that are measured together. Free slots may lie between those in use. */
+/** Items that are measured together. There may be free slots between those in use. */
 struct sensor_control_group_t
 {
     sensor_control_group_item_t *group_items; /**< owned; group_items_count slots */
 };
 
-/** What belongs to a sensor whatever item it is measured with. */
+/** State of a sensor that all its items share. */
 struct sensor_info_t
 {
     zet_sensor_t *sensor; /**< owned; null while the session does not use the sensor */
@@ -108,17 +108,18 @@ struct sensor_control_t
 {
     sensor_control_group_t groups[MAX_GROUP_COUNT];
     sensor_info_t *sensor_info; /**< owned */
-    zet_config_t **last_config; /**< owned; what each sensor was last prepared with in this session */
+    zet_config_t **
+        last_config; /**< owned array; the configuration each sensor was last prepared with in this session */
 };
 
-/** The whole backend. */
+/** The complete backend. */
 struct vantor_server_system_t
 {
     size_t sensor_count;
     size_t group_items_count; /**< slots in every group */
     sensor_control_t sensor_control;
-    float frame_rate;       /**< in hertz; 0 when no item paces the frames */
-    bool *sensor_connected; /**< owned; found at init */
+    float frame_rate;       /**< in hertz; 0 when no item has a frame rate */
+    bool *sensor_connected; /**< owned; found out at init */
     bool enable_diagnostics;
 };
 
@@ -126,7 +127,7 @@ vantor_server_system_t vantor_server_system;
 
 cJSON_Hooks hooks = {zet_integration_mem_alloc, zet_integration_mem_free};
 
-/** All slots of a group, in use or free, in order: a range for loops. */
+/** All slots of a group, in use or free, in order: a range for `for` loops. */
 struct group_slots_t
 {
     explicit group_slots_t(const sensor_control_group_t &group) : group_items(group.group_items)
@@ -144,23 +145,23 @@ struct group_slots_t
     sensor_control_group_item_t *group_items;
 };
 
-/** What is known of the sensor with which an item measures. */
+/** Returns the state of an item's sensor. */
 sensor_info_t &item_sensor_info(const sensor_control_t *sensor_control,
                                 const sensor_control_group_item_t *group_item)
 {
     return sensor_control->sensor_info[group_item->sensor_id - 1];
 }
 
-/** Logs that memory is exhausted: the text for every failure to build a document, whatever its cause. */
+/** Logs that memory is exhausted. Also used for all other failures to build a document. */
 void log_out_of_memory()
 {
     zet_integration_log(ZET_LOG_LEVEL_ERROR, module_tag, "Out of memory");
 }
 
 // Lifecycle and queries --------------------------------------------------------------------------------
-// Bringing the record to life, ending a session, releasing everything, and what the server core asks.
+// Setting up the record, ending a session, releasing everything, and the server core's queries.
 
-/** Powers a sensor and drives its enable line; it is usable on return. */
+/** Powers a sensor on and drives its enable line; the sensor is usable on return. */
 void switch_sensor_on(zet_sensor_id_t sensor_id)
 {
     zet_hal_integration_sensor_supply_on(sensor_id);
@@ -174,7 +175,7 @@ void switch_sensor_off(zet_sensor_id_t sensor_id)
     zet_hal_integration_sensor_supply_off(sensor_id);
 }
 
-/** Hands the board to the sensor library; false when either refuses, which is logged. */
+/** Registers the board with the sensor library; false when one of the two fails, which is logged. */
 bool register_board()
 {
     const zet_hal_k330_t *halptr = zet_hal_nox_integration_get_implementation();
@@ -203,7 +204,7 @@ void *allocate(size_t size)
     return memory;
 }
 
-/** The same, filled with zeros. */
+/** Same as allocate, but filled with zeros. */
 void *allocate_zeroed(size_t size)
 {
     void *memory = allocate(size);
@@ -214,7 +215,7 @@ void *allocate_zeroed(size_t size)
     return memory;
 }
 
-/** Makes the record's arrays. On failure those made so far stay, for deinit to release. */
+/** Allocates the record's arrays. On failure those allocated so far are kept; deinit releases them. */
 bool allocate_record()
 {
     vantor_server_system_t &system = vantor_server_system;
@@ -249,7 +250,7 @@ bool allocate_record()
     return true;
 }
 
-/** Finds out which sensors are there. Leaves every sensor powered off. */
+/** Finds out which sensors are connected. Leaves every sensor powered off. */
 void probe_connected_sensors()
 {
     for (zet_sensor_id_t sensor_id = 1; sensor_id <= vantor_server_system.sensor_count; ++sensor_id)
@@ -260,7 +261,7 @@ void probe_connected_sensors()
     }
 }
 
-/** Frees memory of the board allocator, if there is any, and forgets it. */
+/** Frees memory of the board allocator, unless the pointer is null, and sets the pointer to null. */
 template <typename type_t> void release(type_t *&memory)
 {
     if (memory != nullptr)
@@ -270,7 +271,7 @@ template <typename type_t> void release(type_t *&memory)
     }
 }
 
-/** Releases everything a slot owns and so frees the slot. */
+/** Releases everything that a slot owns; the slot is free then. */
 void release_group_item(sensor_control_group_item_t &group_item)
 {
     if (group_item.config != nullptr)
@@ -287,8 +288,7 @@ void release_group_item(sensor_control_group_item_t &group_item)
     release(group_item.buffer);
 }
 
-/** Destroys a sensor's handle and switches the sensor off. Its calibration result stays but counts no more.
- */
+/** Destroys a sensor's handle and switches the sensor off. Its calibration is kept, but marked as invalid. */
 void release_sensor(zet_sensor_id_t sensor_id)
 {
     sensor_info_t &sensor_info = vantor_server_system.sensor_control.sensor_info[sensor_id - 1];
@@ -382,9 +382,9 @@ uint32_t zet_vantor_server_system_k3_get_sensor_count(void)
 }
 
 // Configuration of a sensor ----------------------------------------------------------------------------
-// A "config" object becomes a configuration of the sensor library. Only the shape, the words and the number
-// of sub-sweeps are judged here; numbers go to the library truncated to the width of its setters, and the
-// library judges them when it sees the whole configuration.
+// Converts a "config" object into a configuration of the sensor library. Only the shape, the words and the
+// number of sub-sweeps are checked here; numbers are passed to the library truncated to the width of its
+// setters, and the library checks them with the complete configuration.
 
 namespace
 {
@@ -428,7 +428,7 @@ constexpr json_field_t allowed_subsweep_fields[] = {
     {nullptr, FIELD_TYPE_NONE},
 };
 
-/** The words of an enumeration, each at the index that is its enumerator's value, closed by null. */
+/** The words of an enumeration, each at the index equal to its enumerator's value; null ends the list. */
 constexpr const char *prf_words[] = {"19_5_MHz", "15_6_MHz", "13_0_MHz", "8_7_MHz",
                                      "6_5_MHz",  "5_2_MHz",  nullptr};
 static_assert(std::size(prf_words) == ZET_CONFIG_PRF_5_2_MHZ + 2);
@@ -441,11 +441,11 @@ static_assert(std::size(idle_state_words) == ZET_CONFIG_IDLE_STATE_READY + 2);
 constexpr const char *log_level_words[] = {"ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG", nullptr};
 static_assert(std::size(log_level_words) == ZET_LOG_LEVEL_DEBUG + 2);
 
-// What read_word answers when there is no value.
-constexpr int word_absent = -1;  /**< no such member, or no string */
-constexpr int word_unknown = -2; /**< none of the words */
+// Results of read_word when there is no value.
+constexpr int word_absent = -1;  /**< no such member, or not a string */
+constexpr int word_unknown = -2; /**< not one of the words */
 
-/** Reads a member that holds a word of an enumeration: the enumerator's value, or one of the two above. */
+/** Reads a word of an enumeration; returns the enumerator's value or one of the two values above. */
 int read_word(const cJSON *input, const char *key, const char *const *words)
 {
     char *word = nullptr;
@@ -463,7 +463,7 @@ int read_word(const cJSON *input, const char *key, const char *const *words)
     return word_unknown;
 }
 
-/** Sets a value of a sub-sweep, truncated to the width that the library takes. */
+/** Sets a value of a sub-sweep, truncated to the width of the library's setter. */
 template <typename value_t, void (*set)(zet_config_t *, value_t, uint8_t)>
 void set_truncated(zet_config_t *config, int value, uint8_t index)
 {
@@ -503,7 +503,7 @@ constexpr subsweep_bool_t subsweep_bools[] = {
 /**
  * Applies the sub-sweep members of an object to one sub-sweep. Absent members keep the library's default.
  *
- * @param found  receives whether there was at least one such member; may be null
+ * @param found  receives whether the object has at least one such member; may be null
  * @return false when the pulse repetition frequency is an unknown word
  */
 bool parse_subsweep_config(const cJSON *input, zet_config_t *config, uint8_t index, const char **error_msg,
@@ -581,7 +581,7 @@ void set_rate(const cJSON *input, const char *key, void (*set)(zet_config_t *, f
     }
 }
 
-/** A boolean member that stands beside the sub-sweeps. */
+/** A boolean member that is not part of a sub-sweep. */
 struct frame_switch_t
 {
     const char *key;
@@ -606,7 +606,7 @@ bool set_idle_state(const cJSON *input, const char *key, void (*set)(zet_config_
     return idle_state != word_unknown;
 }
 
-/** Applies the members that stand beside the sub-sweeps. */
+/** Applies the members that are not part of a sub-sweep. */
 bool parse_frame_config(const cJSON *input, zet_config_t *config, const char **error_msg)
 {
     set_rate(input, "frame_rate", zet_config_frame_rate_set, config);
@@ -637,8 +637,7 @@ bool parse_frame_config(const cJSON *input, zet_config_t *config, const char **e
     return true;
 }
 
-/** Applies a whole "config" object. Sub-sweep 0 is described by the object itself or by the list, never both.
- */
+/** Applies a "config" object. Sub-sweep 0 is described by the object itself or by the list, not by both. */
 bool parse_config(const cJSON *input, zet_config_t *config, const char **error_msg)
 {
     const cJSON *subsweeps = cJSON_GetObjectItemCaseSensitive(input, "subsweeps");
@@ -663,7 +662,7 @@ bool parse_config(const cJSON *input, zet_config_t *config, const char **error_m
 }
 
 /**
- * Makes a sensor configuration from a "config" object.
+ * Creates a sensor configuration from a "config" object.
  *
  * @return the configuration, owned by the caller; null on failure, with a message stored
  */
@@ -691,10 +690,11 @@ zet_config_t *create_config_sensor_control(const cJSON *input, const char **erro
 }
 
 // Overrides of the measurement program -----------------------------------------------------------------
-// An item may replace single parameters of the program that the library loads into its sensor. They are
-// raw 16-bit words, unchecked. The library shows the program to the probe callback at every prepare.
+// An item may override individual parameters of the program that the library loads into its sensor. They are
+// raw 16-bit words and are not checked. The library passes the program to the probe callback at every
+// prepare.
 
-/** Logs an override, the whole value, and stores its low 16 bits in the program. */
+/** Logs an override with its full value, and stores the low 16 bits in the program. */
 ZET_PRINTF_FORMAT(3, 0)
 void override_parameter(uint16_t *parameter, uint32_t value, const char *log_format)
 {
@@ -702,7 +702,7 @@ void override_parameter(uint16_t *parameter, uint32_t value, const char *log_for
     *parameter = static_cast<uint16_t>(value);
 }
 
-/** Defines the setter of one parameter. Of the sub-sweeps only the first can be overridden. */
+/** Defines the setter of one parameter. Only the first sub-sweep can be overridden. */
 #define DEFINE_CPD_SETTER(parameter, field)                                                                  \
     void set_##parameter(zet_cpd_k330_meas_session_parameters_t *program_parameters, uint32_t parameter)     \
     {                                                                                                        \
@@ -744,7 +744,7 @@ constexpr json_field_t allowed_cpd_fields[] = {
 };
 
 /**
- * Makes the list of overrides from a "cpd_overrides" object.
+ * Creates the list of overrides from a "cpd_overrides" object.
  *
  * @return the list, owned by the caller; null when the object is not valid or memory is exhausted, which is
  *         logged
@@ -800,10 +800,10 @@ bool zet_cpd_probes_callback(const zet_probes_header_t *header, void *data, uint
 }
 
 // Frame message ----------------------------------------------------------------------------------------
-// A JSON header that tells how every configured item's measurement went, then the samples of all items,
-// straight from where processing left them.
+// A JSON header with the result of every configured item's measurement, then the samples of all items, sent
+// directly from the memory where processing left them.
 
-/** Tells whether none of a group's slots is in use. */
+/** Returns whether none of a group's slots is in use. */
 bool is_group_empty(sensor_control_group_t *group)
 {
     for (const sensor_control_group_item_t &group_item : group_slots_t(*group))
@@ -827,7 +827,7 @@ cJSON *add_empty_array(cJSON *item, const char *key)
     return array;
 }
 
-/** Size of an item's frame in bytes. */
+/** Returns the size of an item's frame in bytes. */
 int frame_size(const sensor_control_group_item_t &group_item)
 {
     return group_item.metadata.frame_data_length * static_cast<int>(sizeof(zet_int16_complex_t));
@@ -867,14 +867,14 @@ bool add_item_info(cJSON *group_infos, const sensor_control_group_item_t &group_
         return false;
     }
     const bool filled = fill_item_info(item_info, group_item);
-    // Attached even when it is not whole, so that it is released with the header.
+    // Added even when it is incomplete, so that it is freed with the header.
     cJSON_AddItemToArray(group_infos, item_info);
     return filled;
 }
 
 /**
- * Adds an array for every group that is not empty, and to it an object for every configured item: the shape
- * that both messages have in common.
+ * Adds an array for every group that is not empty, with an object for every configured item: both messages
+ * have this shape.
  *
  * @param add_item  adds an item's object to its group's array; false on failure
  */
@@ -903,7 +903,7 @@ bool add_groups(cJSON *array, sensor_control_t *sensor_control,
     return true;
 }
 
-/** Number of bytes that follow the header of a frame message. */
+/** Returns the number of bytes that follow the header of a frame message. */
 int frames_size(const sensor_control_t *sensor_control)
 {
     int payload_size = 0;
@@ -945,7 +945,7 @@ void send_payload(write_data_function_t *write_function, const sensor_control_t 
     }
 }
 
-/** Sends one frame message; false when its header could not be built or sent, and then no payload follows. */
+/** Sends one frame message; false when its header could not be built or sent: no payload is sent then. */
 bool send_sweep_data_sensor_control(write_data_function_t *write_function, sensor_control_t *sensor_control)
 {
     cJSON *header = cJSON_CreateObject();
@@ -970,12 +970,12 @@ bool send_sweep_data_sensor_control(write_data_function_t *write_function, senso
 }
 
 // Frame cycle ------------------------------------------------------------------------------------------
-// Group after group: prepare where needed, start every sensor, wait for each, then read, assess and process
-// each. The sensors of a group measure at the same time.
+// For each group in turn: prepare where needed, start every sensor, wait for each, then read, assess and
+// process each. The sensors of a group measure at the same time.
 
 /**
- * Prepares an item's sensor when it was last prepared with another configuration or its transmitter was
- * switched. What is remembered of the prepare is remembered also when it fails: the failure ends the frame.
+ * Prepares an item's sensor if it was last prepared with another configuration or its transmitter was
+ * switched. A prepare that fails is recorded like one that succeeds, because the failure ends the frame.
  */
 bool group_item_sensor_prepare(sensor_control_t *sensor_control, sensor_control_group_item_t *group_item)
 {
@@ -1010,12 +1010,12 @@ bool group_item_sensor_measure(sensor_control_t *sensor_control, sensor_control_
 }
 
 /**
- * Adds the time that a number of periods takes, truncated to whole milliseconds; nothing without a rate.
+ * Adds the duration of a number of periods, truncated to milliseconds; adds nothing when there is no rate.
  *
  * @param time_ms     the time so far
- * @param periods_ms  1000 times the number of periods
+ * @param periods_ms  the number of periods times 1000
  * @param rate        periods in a second
- * @return the sum in milliseconds; one that does not fit becomes the highest value
+ * @return the sum in milliseconds; UINT32_MAX when it does not fit
  */
 [[gnu::noinline]] uint32_t add_duration_ms(uint32_t time_ms, float periods_ms, float rate)
 {
@@ -1032,7 +1032,8 @@ bool group_item_sensor_measure(sensor_control_t *sensor_control, sensor_control_
     return duration_ms < UINT32_MAX - time_ms ? time_ms + duration_ms : UINT32_MAX;
 }
 
-/** How long an item's interrupt may take: a second, a frame period of the session, the sweeps of a frame. */
+/** Returns the time-out of an item's interrupt: one second, plus the session's frame period, plus the sweeps
+ * of a frame. */
 uint32_t interrupt_timeout_ms(const sensor_control_group_item_t *group_item)
 {
     const float sweep_rate_config = zet_config_sweep_rate_get(group_item->config);
@@ -1044,7 +1045,7 @@ uint32_t interrupt_timeout_ms(const sensor_control_group_item_t *group_item)
     return add_duration_ms(frame_ms, static_cast<float>(sweeps_per_frame * 1000), sweep_rate);
 }
 
-/** Waits until an item's sensor signals; false when it does not do so in time. */
+/** Waits for the interrupt of an item's sensor; false when it does not come in time. */
 bool group_item_sensor_wait_for_interrupt(sensor_control_t *sensor_control,
                                           sensor_control_group_item_t *group_item)
 {
@@ -1060,9 +1061,9 @@ bool group_item_sensor_wait_for_interrupt(sensor_control_t *sensor_control,
 }
 
 /**
- * Assesses whether the channel was clear and decides about the transmitter, which follows the channel one
- * frame late: only a frame that was measured transmitting on a clear channel is valid. A value that is no
- * number is neither above nor at most the threshold.
+ * Assesses whether the channel was clear, and switches the transmitter for the next frame accordingly. Only a
+ * frame that was measured with the transmitter on and a clear channel is valid. A value that is not a number
+ * is neither above the threshold nor at most the threshold.
  */
 bool group_item_process_cca(sensor_control_group_item_t *group_item)
 {
@@ -1088,7 +1089,7 @@ bool group_item_process_cca(sensor_control_group_item_t *group_item)
     return true;
 }
 
-/** Reads an item's frame, assesses the channel where that is enabled, and processes the frame. */
+/** Reads an item's frame, assesses the channel if that is enabled, and processes the frame. */
 bool group_item_read_and_process_data(sensor_control_t *sensor_control,
                                       sensor_control_group_item_t *group_item)
 {
@@ -1107,8 +1108,8 @@ bool group_item_read_and_process_data(sensor_control_t *sensor_control,
 }
 
 /**
- * Registers the probe callback for an item and prepares its sensor where needed. An item without overrides
- * withdraws the registration, so that those of another item never reach its sensor.
+ * Registers the probe callback for an item and prepares its sensor if needed. An item without overrides
+ * removes the registration, so that the overrides of another item never reach its sensor.
  */
 bool group_item_register_and_prepare(sensor_control_t *sensor_control,
                                      sensor_control_group_item_t *group_item)
@@ -1119,7 +1120,7 @@ bool group_item_register_and_prepare(sensor_control_t *sensor_control,
     return group_item_sensor_prepare(sensor_control, group_item);
 }
 
-/** Waits for the configured items of a group, up to the first failure, and stamps every one waited for. */
+/** Waits for the configured items of a group, up to the first failure, and sets the tick of each of them. */
 bool wait_for_group(sensor_control_t *sensor_control, const sensor_control_group_t &group,
                     get_tick_function_t *get_tick)
 {
@@ -1153,7 +1154,7 @@ bool for_each_item(sensor_control_t *sensor_control, const sensor_control_group_
     return true;
 }
 
-/** Prepares a group and, with an interface, measures, waits for, reads and processes it. */
+/** Prepares a group and, if there is an interface, measures, waits for, reads and processes it. */
 bool read_group(sensor_control_t *sensor_control, const sensor_control_group_t &group,
                 const vantor_server_interface_t *server_if)
 {
@@ -1193,8 +1194,8 @@ bool zet_vantor_server_system_read_data_frames(const vantor_server_interface_t *
 }
 
 // Configuration of a session ---------------------------------------------------------------------------
-// The document is worked through from top to bottom, and what it describes is done at once. Nothing is
-// undone on failure: the server core ends the session then.
+// The document is processed from top to bottom, and each part takes effect immediately. Nothing is undone on
+// failure: the server core ends the session then.
 
 namespace
 {
@@ -1219,7 +1220,7 @@ bool parse_log_level(const cJSON *input, const char **error_msg)
     return true;
 }
 
-/** Takes one calibration that the host kept. On failure its bytes may already be in place. */
+/** Reads one calibration that the host has kept. On failure its bytes may already be stored. */
 bool parse_calibration(const cJSON *calibration, const char **error_msg)
 {
     if (!cJSON_IsObject(calibration))
@@ -1255,7 +1256,7 @@ bool parse_calibration(const cJSON *calibration, const char **error_msg)
     return true;
 }
 
-/** Takes the calibrations that the host kept, if the document lists any. */
+/** Reads the calibrations that the host has kept, if the document lists any. */
 bool parse_calibration_list(const cJSON *input, const char **error_msg)
 {
     const cJSON *list = cJSON_GetObjectItemCaseSensitive(input, "calibration_info");
@@ -1295,7 +1296,7 @@ bool create_sensor(sensor_info_t *sensor_info, zet_sensor_id_t sensor_id, const 
     return true;
 }
 
-/** Makes an item's configuration and its overrides. A configuration stays even when the overrides fail. */
+/** Creates an item's configuration and overrides. The configuration is kept when the overrides fail. */
 bool parse_group_item_config(const cJSON *group_item, sensor_control_group_item_t *group_item_info,
                              const char **error_msg)
 {
@@ -1324,7 +1325,7 @@ bool parse_group_item_config(const cJSON *group_item, sensor_control_group_item_
     return true;
 }
 
-/** Reads an item's clear-channel assessment. An assessed item starts by listening, transmitter off. */
+/** Reads an item's clear-channel settings. An assessed item starts with the transmitter off. */
 void parse_group_item_cca(const cJSON *group_item, sensor_control_group_item_t *group_item_info)
 {
     cca_config_t &cca_config = group_item_info->cca_config;
@@ -1346,7 +1347,7 @@ void parse_group_item_cca(const cJSON *group_item, sensor_control_group_item_t *
     get_json_bool_value(group_item, "cca_debug", &cca_config.debug);
 }
 
-/** Allocates the work buffer that an item's configuration asks for. */
+/** Allocates the work buffer that an item's configuration needs. */
 bool allocate_buffer(sensor_control_group_item_t *group_item_info, const char **error_msg)
 {
     if (!zet_nox_get_buffer_size(group_item_info->config, &group_item_info->buffer_size))
@@ -1363,7 +1364,7 @@ bool allocate_buffer(sensor_control_group_item_t *group_item_info, const char **
     return true;
 }
 
-/** Calibrates an item's sensor, step by step, and resets it: a calibration leaves it unfit to measure. */
+/** Calibrates an item's sensor step by step, then resets it: otherwise it could not measure. */
 bool calibrate_sensor(sensor_info_t *sensor_info, sensor_control_group_item_t *group_item_info,
                       const char **error_msg)
 {
@@ -1405,7 +1406,7 @@ bool create_processing(sensor_control_group_item_t *group_item_info, const char 
     return true;
 }
 
-/** Sets an item up whose sensor has a handle, and prepares the sensors of all items so far. */
+/** Sets up an item whose sensor has a handle, and prepares the sensors of all items so far. */
 bool set_up_group_item(const cJSON *group_item, sensor_info_t *sensor_info,
                        sensor_control_group_item_t *group_item_info, const char **error_msg)
 {
@@ -1422,7 +1423,7 @@ bool set_up_group_item(const cJSON *group_item, sensor_info_t *sensor_info,
 
 /**
  * Reads one item and sets it up. A sensor that this item powered on is powered off again when the item fails;
- * its handle stays, for the end of the session to release.
+ * its handle is kept until the end of the session.
  */
 [[gnu::noinline]] bool parse_group_item_sensor_control(const cJSON *group_item, sensor_info_t *sensor_info,
                                                        sensor_control_group_item_t *group_item_info,
@@ -1456,7 +1457,7 @@ bool set_up_group_item(const cJSON *group_item, sensor_info_t *sensor_info,
     return ok;
 }
 
-/** Reads a group, all its items whatever happens to them; the last one decides about the group. */
+/** Reads a group: all its items, even if one fails; the result is that of the last item. */
 bool parse_group_sensor_control(const cJSON *group, sensor_info_t *sensor_info,
                                 sensor_control_group_t *group_info, const char **error_msg)
 {
@@ -1508,7 +1509,7 @@ bool parse_groups(const cJSON *input, size_t *group_count, const char **error_ms
     return true;
 }
 
-/** Finds the session's frame rate: the first that is not 0 among the items of the groups read. */
+/** Finds the session's frame rate: the first one that is not 0 among the items of the groups read. */
 bool find_frame_rate(size_t group_count)
 {
     vantor_server_system.frame_rate = 0.0F;
@@ -1531,7 +1532,7 @@ bool find_frame_rate(size_t group_count)
     return false;
 }
 
-/** Holds the frame rate against the update rate, of which a session has at most one, and reads the latter. */
+/** Checks that a session has a frame rate or an update rate, not both, and reads the update rate. */
 bool parse_rates(const cJSON *input, size_t group_count, float *max_update_rate, const char **error_msg)
 {
     const bool frame_rate_set = find_frame_rate(group_count);
@@ -1581,8 +1582,8 @@ bool zet_vantor_server_system_parse_configuration(const cJSON *input, float *max
 }
 
 // Session metadata message -----------------------------------------------------------------------------
-// Sent once before the first frame: the calibrations, for the host to keep and hand back, and the layout of
-// every item's frames, in the shape that the frame messages will have.
+// Sent once before the first frame: the calibrations, which the host can keep and send back, and the layout
+// of every item's frames, in the same shape as the frame messages.
 
 namespace
 {
@@ -1590,9 +1591,9 @@ namespace
 constexpr size_t cal_result_blob_str_size = 2 * sizeof(zet_cal_result_t) + 1;
 
 /**
- * Appends the calibration of one sensor. An entry that fails is neither attached nor released.
+ * Appends the calibration of one sensor. An entry that fails is neither added nor freed.
  *
- * @param cal_result_blob_str  work space for the text, cal_result_blob_str_size bytes
+ * @param cal_result_blob_str  buffer for the text, cal_result_blob_str_size bytes
  */
 bool add_calibration_info(cJSON *calibration_info, size_t sensor_index, char *cal_result_blob_str)
 {
@@ -1614,8 +1615,7 @@ bool add_calibration_info(cJSON *calibration_info, size_t sensor_index, char *ca
            cJSON_AddItemToArray(calibration_info, cal_info_obj) != 0;
 }
 
-/** Adds the calibrations of all calibrated sensors. The last of them decides; an earlier failure is skipped.
- */
+/** Adds the calibrations of all calibrated sensors. Only a failure of the last one is reported. */
 bool add_calibration_list(cJSON *document)
 {
     cJSON *calibration_info = cJSON_AddArrayToObject(document, "calibration_info");
@@ -1640,7 +1640,7 @@ bool add_calibration_list(cJSON *document)
     return success;
 }
 
-/** Adds what describes an item's frames as a whole. */
+/** Adds the members that describe an item's complete frames. */
 bool add_frame_layout(cJSON *item, const sensor_control_group_item_t &group_item)
 {
     const sensor_info_t &sensor_info = item_sensor_info(&vantor_server_system.sensor_control, &group_item);

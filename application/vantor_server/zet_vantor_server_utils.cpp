@@ -6,7 +6,7 @@
 namespace
 {
 
-/** Value of a hexadecimal digit; -1 for any other character. */
+/** Returns the value of a hexadecimal digit; -1 for any other character. */
 int digit_value(char digit)
 {
     if (digit >= '0' && digit <= '9')
@@ -30,7 +30,7 @@ bool convert_hexstr2uint(char *str, uint8_t *out, size_t size)
 {
     for (size_t i = 0; i < size; ++i)
     {
-        // The second digit is looked at only when the first is one: the text may end anywhere.
+        // The second digit is read only when the first is valid: the text may end anywhere.
         const int high = digit_value(str[2 * i]);
         const int low = high < 0 ? -1 : digit_value(str[2 * i + 1]);
         if (low < 0)

@@ -13,12 +13,12 @@ extern "C" {
 #endif
 
 /**
- * Decodes hexadecimal text, two digits per byte, the high digit first; letters in either case.
+ * Decodes hexadecimal text, two digits per byte, the high digit first; letters in upper or lower case.
  *
  * @param str   zero-terminated text of exactly 2 × @p size digits
- * @param out   receives @p size bytes; on failure those before the first wrong digit may be written
+ * @param out   receives @p size bytes; on failure the bytes before the first invalid digit may be written
  * @param size  number of bytes
- * @return false when the text has another length or holds anything but digits
+ * @return false when the text has another length or contains anything except digits
  */
 bool convert_hexstr2uint(char *str, uint8_t *out, size_t size);
 
