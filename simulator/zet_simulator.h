@@ -1,13 +1,13 @@
 /** @file
- * The simulator: a board with `k330` sensors in software, behind the interfaces of the board layer and the
- * sensor library.
+ * The simulator: a board with `k330` sensors in software, which implements the interfaces of the board layer
+ * and of the sensor library.
  *
- * A port starts it before the server and stops it after. What the sensors see is a scene
- * (zet_simulator_scene.h); the clock that the port lends says when things happen. Memory comes from the
+ * A port starts it before the server and stops it after the server. The sensors see a scene
+ * (zet_simulator_scene.h); all times are those of a clock that the port provides. Memory comes from the
  * port's zet_integration_mem_alloc.
  *
- * Not modelled: the motion of a target within one sweep, antenna patterns, several paths between sensor and
- * target, the time that a transfer over the sensor's link takes (but for the fault "slow_link"), power.
+ * Not modelled: the motion of a target within one sweep, antenna patterns, multipath, the duration of a
+ * transfer over the sensor's link (except with the fault "slow_link"), power consumption.
  */
 #ifndef ZET_SIMULATOR_H
 #define ZET_SIMULATOR_H
@@ -26,11 +26,11 @@ extern "C" {
 typedef struct
 {
     uint64_t (*now_us)(void);                 /**< time in microseconds; never goes back */
-    void (*sleep_until_us)(uint64_t time_us); /**< returns when the time has come, at once if it has */
+    void (*sleep_until_us)(uint64_t time_us); /**< returns at that time, or immediately if it has passed */
 } zet_simulator_clock_t;
 
 /**
- * Takes the board's log lines. Must not allocate.
+ * Receives the board's log lines. Must not allocate.
  *
  * @param level   severity of the line
  * @param module  tag of the module that logs
@@ -42,28 +42,28 @@ typedef void zet_simulator_log_sink_t(zet_log_level_t level, const char *module,
 typedef struct
 {
     uint16_t sensor_count;              /**< sensor positions on the board */
-    uint64_t seed;                      /**< all noise follows from it: same seed, same run */
+    uint64_t seed;                      /**< seed of all noise: the same seed gives the same run */
     zet_simulator_clock_t clock;        /**< both operations are required */
     zet_simulator_log_sink_t *log;      /**< receives the log lines; null for none */
-    zet_log_level_t log_level;          /**< least severe level that reaches the sink */
+    zet_log_level_t log_level;          /**< least severe level that is passed to the log */
     const zet_simulator_scene_t *scene; /**< what the sensors see; null for the default scene */
 } zet_simulator_options_t;
 
 /**
  * Sets the board up: every sensor unpowered and disabled.
  *
- * @param options  the port's choice
+ * @param options  what the port chooses
  * @return false when the options are null or lack a clock, when memory is exhausted, or when the
- * simulator runs already
+ *         simulator is already running
  */
 bool zet_simulator_start(const zet_simulator_options_t *options);
 
-/** Takes the board down. Handles of the sensor library must have been destroyed. */
+/** Stops the simulator. All handles of the sensor library must have been destroyed. */
 void zet_simulator_stop(void);
 
 /**
- * A clock that does not wait: sleeping moves it to the time slept for. There is one such clock; it starts
- * at 0 with the program.
+ * Returns a clock that does not wait: sleeping until a time sets the clock to that time. There is only one
+ * such clock; it is 0 when the program starts.
  */
 zet_simulator_clock_t zet_simulator_virtual_clock(void);
 

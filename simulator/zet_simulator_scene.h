@@ -1,8 +1,8 @@
 /** @file
- * The scene: what the simulated sensors see, and what goes wrong with them.
+ * The scene: what the simulated sensors see, and which faults they have.
  *
- * The time of a scene starts, for each sensor, with the first frame that it measures after its handle was
- * created. So each session sees the scene from its beginning.
+ * For each sensor, the time of a scene starts with the first frame measured after the sensor's handle was
+ * created, so every session sees the scene from its beginning.
  */
 #ifndef ZET_SIMULATOR_SCENE_H
 #define ZET_SIMULATOR_SCENE_H
@@ -26,35 +26,35 @@ extern "C" {
 /** Most faults in a scene. */
 #define ZET_SIMULATOR_MAX_FAULTS 16U
 
-/** A point that reflects. */
+/** A point target. */
 typedef struct
 {
     zet_sensor_id_t sensor_id;      /**< the sensor that sees it; 0 for every sensor */
     float distance_m;               /**< distance at time 0, in metres, more than 0 */
     float strength_m2;              /**< radar cross-section, in square metres, more than 0 */
-    float velocity_m_s;             /**< in metres a second; positive moves away */
-    float oscillation_amplitude_m;  /**< amplitude of a sine about the path, in metres */
+    float velocity_m_s;             /**< in metres per second; positive when it moves away */
+    float oscillation_amplitude_m;  /**< amplitude of a sine added to the distance, in metres */
     float oscillation_frequency_hz; /**< its frequency, in hertz */
-    float nearest_m;                /**< a moving target turns about at this distance, in metres ... */
-    float farthest_m;               /**< ... and at this one; not more than nearest_m: goes on for good */
+    float nearest_m;                /**< a moving target turns back at this distance, in metres ... */
+    float farthest_m;               /**< ... and at this one; if not above nearest_m, it never turns */
 } zet_simulator_target_t;
 
 /** A foreign transmitter in the sensor's band. */
 typedef struct
 {
-    zet_sensor_id_t sensor_id; /**< the sensor that hears it; 0 for every sensor */
+    zet_sensor_id_t sensor_id; /**< the sensor that receives it; 0 for every sensor */
     float strength;            /**< received power, as a multiple of the receiver's own noise power */
-    float start_s;             /**< when it begins, in seconds */
-    float duration_s;          /**< how long it lasts, in seconds; 0 for ever */
-    float period_s;            /**< after which time it comes again, in seconds; 0 for never */
+    float start_s;             /**< when it starts, in seconds */
+    float duration_s;          /**< how long it lasts, in seconds; 0 for unlimited */
+    float period_s;            /**< time from start to start, in seconds; 0 when it does not repeat */
 } zet_simulator_interferer_t;
 
-/** The temperature of a sensor. The first entry that names the sensor holds; 25 degrees without one. */
+/** The temperature of a sensor. The first entry that applies is used; 25 degrees without one. */
 typedef struct
 {
     zet_sensor_id_t sensor_id; /**< the sensor; 0 for every sensor */
     float celsius;             /**< at time 0, in degrees Celsius */
-    float drift_celsius_per_s; /**< its drift, in degrees a second */
+    float drift_celsius_per_s; /**< its drift, in degrees per second */
 } zet_simulator_temperature_t;
 
 /** What can go wrong. */
@@ -68,14 +68,14 @@ ZET_BYTE_ENUM(zet_simulator_fault_kind_t){
     ZET_SIMULATOR_FAULT_SLOW_LINK,           /**< reading a frame takes time */
 };
 
-/** A fault. It strikes when the operation concerned has been called often enough. */
+/** A fault. It affects calls of one operation, after a number of successful ones. */
 typedef struct
 {
-    zet_sensor_id_t sensor_id;       /**< the sensor that has it; 0 for every sensor */
-    zet_simulator_fault_kind_t kind; /**< what goes wrong */
-    uint32_t skip;                   /**< calls that go well before the fault */
-    uint32_t count;                  /**< calls that it strikes; 0 for all that follow */
-    uint32_t bytes_per_second;       /**< rate of a slow link */
+    zet_sensor_id_t sensor_id;       /**< the affected sensor; 0 for every sensor */
+    zet_simulator_fault_kind_t kind; /**< what fails */
+    uint32_t skip;                   /**< number of calls that succeed before the fault */
+    uint32_t count;                  /**< number of calls that it affects; 0 for all that follow */
+    uint32_t bytes_per_second;       /**< transfer rate of a slow link */
 } zet_simulator_fault_t;
 
 /** What the sensors see. */
@@ -92,18 +92,18 @@ typedef struct
 } zet_simulator_scene_t;
 
 /**
- * The built-in scene: a small reflector at half a metre, a breathing person at 1.2 metres, a wall at 3.5.
+ * Returns the built-in scene: a small reflector at 0.5 m, a breathing person at 1.2 m, a wall at 3.5 m.
  *
- * @return the scene, valid for good
+ * @return the scene, valid for the lifetime of the program
  */
 const zet_simulator_scene_t *zet_simulator_default_scene(void);
 
 /**
- * Holds every value of a scene against its range.
+ * Checks every value of a scene against its range.
  *
  * @param scene       the scene
- * @param error       receives one sentence that names the value at fault and says what it should be
- * @param error_size  size of @p error in bytes; 256 hold every sentence
+ * @param error       receives one sentence that names the invalid value and says what it must be
+ * @param error_size  size of @p error in bytes; 256 is enough for every sentence
  */
 bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *error, size_t error_size);
 

@@ -1,5 +1,5 @@
 /** @file
- * The board: supply and enable lines, interrupts, the link to the sensors, and the record of all that for the
+ * The board: supply and enable lines, interrupts, the link to the sensors, and the board record for the
  * sensor library.
  */
 #include "board/board.h"
@@ -28,7 +28,7 @@ board the_board;
 
 constexpr char module_name[] = "board";
 
-/** The sensor position of an id; logs when there is none. */
+/** Returns the sensor position of an id; null, with a log line, when there is none. */
 board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
 {
     board_sensor *sensor = board_find_sensor(sensor_id);
@@ -41,27 +41,27 @@ board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
     return sensor;
 }
 
-/** Makes a sensor forget everything, as power loss and its enable line do. */
+/** Resets a sensor, as a loss of power and its enable line do. */
 void reset(board_sensor &sensor)
 {
     ++sensor.reset_count;
     sensor.interrupt_time_us = no_interrupt;
 }
 
-/** Tells whether a fault of the scene is one of a kind, at a sensor. */
+/** Returns whether a fault of the scene is of a kind and affects a sensor. */
 bool fault_matches(const zet_simulator_fault_t &fault, zet_simulator_fault_kind_t kind,
                    zet_sensor_id_t sensor_id)
 {
     return fault.kind == kind && (fault.sensor_id == 0U || fault.sensor_id == sensor_id);
 }
 
-/** Tells whether a fault strikes the call with a number, counted from 0. */
-bool fault_strikes(const zet_simulator_fault_t &fault, uint32_t call)
+/** Returns whether a fault makes a call fail; calls are counted from 0. */
+bool fault_affects(const zet_simulator_fault_t &fault, uint32_t call)
 {
     return call >= fault.skip && (fault.count == 0U || call - fault.skip < fault.count);
 }
 
-/** One exchange on the link: a sensor that is present and on answers the identify command. */
+/** Transfers bytes on the link: a sensor that is present and switched on answers the identify command. */
 void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
 {
     if (buffer == nullptr || size == 0U)
@@ -81,7 +81,7 @@ void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
     }
 }
 
-/** Checks the scene of a port; what is wrong with it goes to the port's log. */
+/** Checks the scene of a port; writes what is wrong with it to the port's log. */
 bool is_scene_usable(const zet_simulator_options_t &options)
 {
     char error[256];
@@ -157,17 +157,17 @@ void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us)
 const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, zet_sensor_id_t sensor_id)
 {
     const zet_simulator_scene_t &scene = board_scene();
-    const zet_simulator_fault_t *striking = nullptr;
+    const zet_simulator_fault_t *found = nullptr;
     for (uint32_t i = 0; i < scene.fault_count; ++i)
     {
         const zet_simulator_fault_t &fault = scene.faults[i];
-        if (fault_matches(fault, kind, sensor_id) && fault_strikes(fault, the_board.fault_calls[i]++) &&
-            striking == nullptr)
+        if (fault_matches(fault, kind, sensor_id) && fault_affects(fault, the_board.fault_calls[i]++) &&
+            found == nullptr)
         {
-            striking = &fault;
+            found = &fault;
         }
     }
-    return striking;
+    return found;
 }
 
 } // namespace zet_simulator

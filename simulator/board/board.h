@@ -18,46 +18,46 @@ constexpr uint64_t no_interrupt = UINT64_MAX;
 /** One sensor position. */
 struct board_sensor
 {
-    bool supplied;              /**< has power */
+    bool supplied;              /**< its supply is on */
     bool enabled;               /**< its enable line is driven */
-    uint32_t reset_count;       /**< times that it lost its state, by power or enable line */
+    uint32_t reset_count;       /**< number of times that power or the enable line has reset it */
     uint64_t interrupt_time_us; /**< when its interrupt comes, or no_interrupt */
-    uint32_t session_count;     /**< handles created so far: makes the noise of sessions differ */
+    uint32_t session_count;     /**< handles created so far; makes the noise of each session different */
     bool in_use;                /**< has a handle */
 };
 
-/** The sensor position of an id; null when there is none. */
+/** Returns the sensor position of an id; null when there is none. */
 board_sensor *board_find_sensor(zet_sensor_id_t sensor_id);
 
-/** Tells whether a sensor has power and its enable line is driven. */
+/** Returns whether a sensor has power and its enable line is driven. */
 bool board_sensor_is_on(zet_sensor_id_t sensor_id);
 
-/** The port's choice. */
+/** Returns the options that the port has chosen. */
 const zet_simulator_options_t &board_options();
 
-/** The scene in force. */
+/** Returns the scene in use. */
 const zet_simulator_scene_t &board_scene();
 
-/** The board's clock, in microseconds. */
+/** Returns the time of the board's clock, in microseconds. */
 uint64_t board_now_us();
 
 /** Sleeps for a time, in microseconds, on the board's clock. */
 void board_sleep_us(uint64_t duration_us);
 
-/** Sets when the interrupt of a sensor comes; a "lost_interrupt" of the scene may swallow it. */
+/** Sets when the interrupt of a sensor comes; a "lost_interrupt" of the scene may suppress it. */
 void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us);
 
 /**
- * Counts a call of an operation of a sensor against the faults of the scene.
+ * Counts a call of an operation of a sensor and looks for a fault of the scene that affects it.
  *
- * @return the fault that strikes this call, or null
+ * @return the fault that makes this call fail, or null
  */
 const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, zet_sensor_id_t sensor_id);
 
-/** The command byte of the sensor's link that asks for its identity. */
+/** The command byte that asks a sensor for its identity. */
 constexpr uint8_t link_command_identify = 0x9F;
 
-/** The two bytes with which a sensor answers it. */
+/** The two bytes of a sensor's answer to it. */
 constexpr uint8_t link_identity[2] = {0x33, 0x01};
 
 } // namespace zet_simulator

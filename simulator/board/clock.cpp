@@ -1,5 +1,5 @@
 /** @file
- * The virtual clock, which moves only when somebody sleeps on it.
+ * The virtual clock, which advances only by sleeping on it.
  */
 #include "zet_simulator.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * The board's log: formats a line in a fixed buffer and hands it to the port's sink.
+ * The board's log: formats a line in a fixed buffer and passes it to the port's sink.
  */
 #include <cstdarg>
 #include <cstdio>
@@ -10,7 +10,7 @@
 namespace
 {
 
-/** Longest log line, with its end; what is longer is cut. */
+/** Size of the longest log line, with its terminating zero; longer lines are cut. */
 constexpr size_t line_size = 256;
 
 } // namespace

@@ -11,7 +11,7 @@
 namespace zet_simulator
 {
 
-/** Where a message goes; what does not fit is cut. */
+/** Buffer for a message; a message that does not fit is cut. */
 struct message
 {
     char *text;

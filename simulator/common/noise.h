@@ -1,8 +1,8 @@
 /** @file
  * Random numbers for the noise.
  *
- * Eight 32-bit shift-register generators (xorshift, G. Marsaglia, "Xorshift RNGs", 2003) side by side, so
- * that a compiler can run them in vector registers; integers only, so the bits are the same on every
+ * Eight 32-bit shift-register generators (xorshift, G. Marsaglia, "Xorshift RNGs", 2003) in parallel, so
+ * that a compiler can run them in vector registers; integers only, so the results are bit-identical on every
  * processor.
  */
 #ifndef ZET_SIMULATOR_NOISE_H
@@ -21,7 +21,8 @@ struct noise_source
     uint32_t states[lanes];
 };
 
-/** Scrambles a number so that neighbours become unrelated (the finaliser of MurmurHash3, 64 bits). */
+/** Scrambles a number so that the results of neighbouring numbers are unrelated (the finaliser of
+ * MurmurHash3, 64 bits). */
 inline uint64_t scramble(uint64_t value)
 {
     value ^= value >> 33U;
@@ -32,7 +33,7 @@ inline uint64_t scramble(uint64_t value)
     return value;
 }
 
-/** Starts a source; equal keys give equal numbers. */
+/** Starts a source; the same key gives the same numbers. */
 inline noise_source noise_start(uint64_t key)
 {
     noise_source source;
@@ -44,7 +45,7 @@ inline noise_source noise_start(uint64_t key)
     return source;
 }
 
-/** Moves one generator on. */
+/** Returns the next number of one generator. */
 inline uint32_t noise_next(uint32_t &state)
 {
     state ^= state << 13U;
@@ -56,10 +57,10 @@ inline uint32_t noise_next(uint32_t &state)
 /**
  * Fills an array with noise of mean 0 and variance 1.
  *
- * Each number is the sum of four that are evenly distributed over 16 bits, which by the central limit theorem
- * is close to normal; it never exceeds 3.47.
+ * Each number is the sum of four uniformly distributed 16-bit numbers, which is close to a normal
+ * distribution by the central limit theorem. Its magnitude never exceeds 3.47.
  *
- * @param count  how many; a multiple of the number of lanes
+ * @param count  length of the array; a multiple of the number of lanes
  */
 inline void noise_fill(noise_source &source, float *values, size_t count)
 {

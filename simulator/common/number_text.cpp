@@ -10,10 +10,10 @@
 namespace
 {
 
-/** Size beyond which a number is not written out. */
+/** Magnitude from which a number is not written in digits. */
 constexpr double largest = 1.0e9;
 
-/** Cuts the zeros at the end of the decimals, and the point with the last of them. */
+/** Removes zeros at the end of the decimals, and the decimal point if no decimals are left. */
 void cut_zeros(char *text, int length)
 {
     while (length > 0 && text[length - 1] == '0')

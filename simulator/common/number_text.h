@@ -14,8 +14,8 @@ struct number_text
 };
 
 /**
- * Writes a number with as many of three decimals as it needs. The C library's own conversion would draw an
- * allocator into small systems.
+ * Writes a number with up to three decimals, as many as it needs. The conversion of the C library would link
+ * an allocator into small systems.
  */
 number_text text_of(double value);
 

@@ -1,9 +1,9 @@
 /** @file
  * Sine and cosine of a phase in integer turns.
  *
- * A phase is a 32-bit fraction of a turn, so it wraps by itself and keeps its resolution however far a target
- * has moved. The polynomials use additions and multiplications only: they give the same bits on every
- * processor and the compiler turns loops over them into vector instructions.
+ * A phase is a 32-bit fraction of a turn, so it wraps naturally and keeps its resolution however far a target
+ * has moved. The polynomials use only additions and multiplications: they give bit-identical results on every
+ * processor, and the compiler can vectorise loops over them.
  */
 #ifndef ZET_SIMULATOR_TRIGONOMETRY_H
 #define ZET_SIMULATOR_TRIGONOMETRY_H
@@ -16,7 +16,7 @@ namespace zet_simulator
 /** A phase: 2^32 is one turn. */
 using binary_angle = uint32_t;
 
-/** Converts turns, of any size that fits 64 bits, into a phase. */
+/** Converts turns into a phase; the integer part of the turns must fit 64 bits. */
 inline binary_angle phase_from_turns(double turns)
 {
     const double whole = static_cast<double>(static_cast<int64_t>(turns));
@@ -25,10 +25,10 @@ inline binary_angle phase_from_turns(double turns)
 }
 
 /**
- * Sine and cosine of a phase, with an error below 1e-6.
+ * Computes sine and cosine of a phase, with an error below 1e-6.
  *
- * The phase is taken to the nearest quarter turn; Taylor's series serves for the rest, at most an eighth of a
- * turn.
+ * The phase is reduced by the nearest quarter turn; Taylor series give the rest, which is at most an eighth
+ * of a turn.
  */
 inline void sine_and_cosine_of(binary_angle phase, float &sine, float &cosine)
 {
@@ -50,7 +50,7 @@ inline void sine_and_cosine_of(binary_angle phase, float &sine, float &cosine)
     cosine = ((quarter + 1U) & 2U) != 0U ? -cosine_size : cosine_size;
 }
 
-/** Sine of a phase. */
+/** Returns the sine of a phase. */
 inline float sine_of(binary_angle phase)
 {
     float sine = 0.0F;

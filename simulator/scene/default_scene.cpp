@@ -1,5 +1,5 @@
 /** @file
- * The scene that is seen when the port gives none.
+ * The scene used when the port provides none.
  */
 #include "zet_simulator_scene.h"
 
@@ -14,7 +14,7 @@ const zet_simulator_scene_t default_scene = {
     {
         // A small reflector.
         {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},
-        // A person who breathes.
+        // A breathing person.
         {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F},
         // A wall.
         {0, 3.5F, 10.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},

@@ -12,15 +12,15 @@ namespace
 
 constexpr float default_temperature = 25.0F;
 
-/** Largest whole number that is not more than a value; for values that fit 64 bits. */
+/** Returns the largest integer that is not above a value; the value must fit 64 bits. */
 double floor_of(double value)
 {
     const auto whole = static_cast<double>(static_cast<int64_t>(value));
     return whole > value ? whole - 1.0 : whole;
 }
 
-/** Folds a straight path into a way to and fro between two turning points. */
-double turn_about(double distance, double nearest, double farthest)
+/** Converts the distance on a straight path into that of a path back and forth between two turning points. */
+double back_and_forth(double distance, double nearest, double farthest)
 {
     const double span = farthest - nearest;
     const double laps = (distance - nearest) / (2.0 * span);
@@ -28,7 +28,7 @@ double turn_about(double distance, double nearest, double farthest)
     return nearest + (offset > span ? 2.0 * span - offset : offset);
 }
 
-/** Tells whether an interferer sends at a time. */
+/** Returns whether an interferer transmits at a time. */
 bool is_active(const zet_simulator_interferer_t &interferer, double time_s)
 {
     double since_start = time_s - static_cast<double>(interferer.start_s);
@@ -55,8 +55,8 @@ double scene_target_distance_m(const zet_simulator_target_t &target, double time
         static_cast<double>(target.distance_m) + static_cast<double>(target.velocity_m_s) * time_s;
     if (target.farthest_m > target.nearest_m)
     {
-        distance = turn_about(distance, static_cast<double>(target.nearest_m),
-                              static_cast<double>(target.farthest_m));
+        distance = back_and_forth(distance, static_cast<double>(target.nearest_m),
+                                  static_cast<double>(target.farthest_m));
     }
     if (target.oscillation_amplitude_m != 0.0F)
     {

@@ -1,5 +1,5 @@
 /** @file
- * The fields of a scene, and the check of a whole scene against them.
+ * The fields of a scene, and the check of a complete scene against them.
  */
 #include "scene/scene_fields.h"
 
@@ -16,7 +16,7 @@ constexpr double highest_sensor_id = UINT16_MAX;
 constexpr double highest_count = 1.0e8;
 constexpr double longest_time_s = 1.0e6;
 
-/** The field that every entry has, at its place in the entry. */
+/** Returns the field that every entry has, with its offset in the entry. */
 constexpr scene_field sensor_field(size_t offset)
 {
     return {"sensor", offset, field_type::whole, false, 0.0, highest_sensor_id};
@@ -63,17 +63,17 @@ constexpr scene_field fault_fields[] = {
      highest_count},
 };
 
-/** Number of elements of a table of fields. */
+/** Returns the number of rows of a table of fields. */
 template <size_t count> constexpr uint8_t count_of(const scene_field (&)[count])
 {
     return static_cast<uint8_t>(count);
 }
 
-/** Checks what the fields of a target have to do with each other. */
+/** Checks the fields of a target against each other. */
 bool is_consistent(const target_record &target, uint32_t index, const message &error)
 {
-    const bool turns_about = target.nearest_m != 0.0F || target.farthest_m != 0.0F;
-    if (turns_about && target.farthest_m <= target.nearest_m)
+    const bool turns = target.nearest_m != 0.0F || target.farthest_m != 0.0F;
+    if (turns && target.farthest_m <= target.nearest_m)
     {
         return refuse(error, "targets[%lu].farthest_m must be more than nearest_m",
                       static_cast<unsigned long>(index));
@@ -81,7 +81,7 @@ bool is_consistent(const target_record &target, uint32_t index, const message &e
     return true;
 }
 
-/** The same of an interferer. */
+/** Checks the fields of an interferer against each other. */
 bool is_consistent(const interferer_record &interferer, uint32_t index, const message &error)
 {
     if (interferer.period_s > 0.0F &&
@@ -93,7 +93,7 @@ bool is_consistent(const interferer_record &interferer, uint32_t index, const me
     return true;
 }
 
-/** The same of a fault. */
+/** Checks the fields of a fault against each other. */
 bool is_consistent(const fault_record &fault, uint32_t index, const message &error)
 {
     if ((fault.kind == ZET_SIMULATOR_FAULT_SLOW_LINK) != (fault.bytes_per_second != 0U))
@@ -105,7 +105,7 @@ bool is_consistent(const fault_record &fault, uint32_t index, const message &err
     return true;
 }
 
-/** Checks what the fields of each entry have to do with each other. */
+/** Checks the fields of each entry against each other. */
 bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &error)
 {
     for (uint32_t i = 0; i < scene.target_count; ++i)
@@ -224,9 +224,9 @@ void scene_field_set(unsigned char *entry, const scene_field &field, double valu
 bool scene_value_is_valid(const scene_section &section, uint32_t index, const scene_field &field,
                           double value, const message &error)
 {
-    // In single precision, in which the scene holds it, so that a limit itself is within the range.
-    const auto held = static_cast<float>(value);
-    if (held >= static_cast<float>(field.lowest) && held <= static_cast<float>(field.highest))
+    // In single precision, as the scene stores it, so that the limits themselves are within the range.
+    const auto stored = static_cast<float>(value);
+    if (stored >= static_cast<float>(field.lowest) && stored <= static_cast<float>(field.highest))
     {
         return true;
     }

@@ -1,5 +1,5 @@
 /** @file
- * The fields of a scene: names, places, ranges. The one place that says what a scene may hold.
+ * The fields of a scene: names, offsets, ranges. The only definition of what a scene may contain.
  */
 #ifndef ZET_SIMULATOR_SCENE_FIELDS_H
 #define ZET_SIMULATOR_SCENE_FIELDS_H
@@ -13,7 +13,7 @@
 namespace zet_simulator
 {
 
-/** How a field is held in its record. */
+/** How a field is stored in its record. */
 enum class field_type : uint8_t
 {
     real,  /**< a float */
@@ -27,7 +27,7 @@ struct scene_field
     const char *name;
     size_t offset; /**< within the entry */
     field_type type;
-    bool required; /**< must be given; else 0 when absent */
+    bool required; /**< must be given; an optional field is 0 when absent */
     double lowest;
     double highest;
 };
@@ -54,7 +54,7 @@ constexpr uint32_t scene_fault_word_count = ZET_SIMULATOR_FAULT_SLOW_LINK + 1U;
 /** The word for each kind of fault in a scene file. */
 extern const char *const scene_fault_words[scene_fault_word_count];
 
-/** Where an entry of a list lies in a scene. */
+/** Returns the address of an entry of a list in a scene. */
 unsigned char *scene_entry(zet_simulator_scene_t &scene, const scene_section &section, uint32_t index);
 
 /** Reads a field. */
@@ -64,10 +64,10 @@ double scene_field_get(const unsigned char *entry, const scene_field &field);
 void scene_field_set(unsigned char *entry, const scene_field &field, double value);
 
 /**
- * Holds a value against the range of its field.
+ * Checks a value against the range of its field.
  *
- * @param index    number of the entry, for the message
- * @param error    receives what is wrong
+ * @param index  number of the entry, for the message
+ * @param error  receives what is wrong
  */
 bool scene_value_is_valid(const scene_section &section, uint32_t index, const scene_field &field,
                           double value, const message &error);

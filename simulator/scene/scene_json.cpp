@@ -1,5 +1,5 @@
 /** @file
- * Reading of scene files.
+ * Reads scene files.
  */
 #include <cjson/cJSON.h>
 
@@ -14,7 +14,7 @@ namespace
 
 using namespace zet_simulator;
 
-/** Says that an entry has a key that it may not have, and which it may. */
+/** Reports that an entry has a key that is not allowed, and which keys are. */
 bool refuse_key(const scene_section &section, uint32_t index, const char *key, const message &error)
 {
     refuse(error, "%s[%lu] has an unknown or repeated key \"%.32s\"; the keys are", section.name,
@@ -27,7 +27,7 @@ bool refuse_key(const scene_section &section, uint32_t index, const char *key, c
     return false;
 }
 
-/** Reads the word for a kind of fault. */
+/** Reads the name of a kind of fault. */
 bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, const scene_field &field,
                      const message &error)
 {
@@ -49,12 +49,12 @@ bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, co
     return false;
 }
 
-/** Says what sort of number a field should be. */
-bool refuse_number(const scene_section &section, uint32_t index, const scene_field &field, const char *sort,
-                   const message &error)
+/** Reports what kind of number a field must be. */
+bool refuse_number(const scene_section &section, uint32_t index, const scene_field &field,
+                   const char *expected, const message &error)
 {
     return refuse(error, "%s[%lu].%s must be %s from %s to %s", section.name,
-                  static_cast<unsigned long>(index), field.name, sort, text_of(field.lowest).text,
+                  static_cast<unsigned long>(index), field.name, expected, text_of(field.lowest).text,
                   text_of(field.highest).text);
 }
 
@@ -79,7 +79,7 @@ bool read_number(const scene_section &section, uint32_t index, const cJSON *item
     return true;
 }
 
-/** The field that a key names and that was not given before; null when there is none. */
+/** Finds the field with the name of a key, unless it was already given; null when there is none. */
 const scene_field *find_field(const scene_section &section, const char *key, uint32_t given)
 {
     for (uint32_t i = 0; i < section.field_count; ++i)
@@ -160,7 +160,7 @@ bool read_section(const scene_section &section, const cJSON *array, zet_simulato
     return true;
 }
 
-/** Reads one member of the document: a list, or the description, which is for people. */
+/** Reads one member of the document: a list, or the description, which is ignored. */
 bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scene, const message &error)
 {
     if (std::strcmp(item->string, "description") == 0 && cJSON_IsString(item))

@@ -13,10 +13,10 @@ extern "C" {
 /**
  * Reads a scene.
  *
- * @param text        the JSON document, closed by a zero
+ * @param text        the JSON document, zero-terminated
  * @param scene       receives the scene; unspecified on failure
- * @param error       receives one sentence that names the key at fault and says what it should be
- * @param error_size  size of @p error in bytes; 256 hold every sentence
+ * @param error       receives one sentence that names the invalid key and says what it must be
+ * @param error_size  size of @p error in bytes; 256 is enough for every sentence
  * @return false when the document is not JSON or not a scene
  */
 bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,

@@ -1,5 +1,5 @@
 /** @file
- * Contents, seal and check of calibration results.
+ * Contents, sealing and checking of calibration results.
  */
 #include "sensor_library/calibration.h"
 
@@ -22,11 +22,11 @@ struct sealed_calibration
     uint32_t magic;
     calibration content;
     uint32_t curves[47]; /**< the sensor's correction curves */
-    uint32_t checksum;   /**< over all words before */
+    uint32_t checksum;   /**< of all words before it */
 };
 static_assert(sizeof(sealed_calibration) == sizeof(zet_cal_result_t), "the layout fills the result");
 
-/** What each byte does to the remainder of the polynomial division. */
+/** The remainder of the polynomial division for each byte. */
 struct remainder_table
 {
     uint32_t of_byte[256];
@@ -49,7 +49,7 @@ constexpr remainder_table make_remainders()
 
 constexpr remainder_table remainders = make_remainders();
 
-/** CRC-32 (ISO 3309, reflected polynomial 0xEDB88320): finds every change of one byte. */
+/** CRC-32 (ISO 3309, reflected polynomial 0xEDB88320): detects every change of one byte. */
 uint32_t checksum_of(const void *data, size_t size)
 {
     const auto *bytes = static_cast<const unsigned char *>(data);
@@ -61,14 +61,14 @@ uint32_t checksum_of(const void *data, size_t size)
     return ~remainder;
 }
 
-/** A property of a sensor that differs from sensor to sensor: a base value and some more. */
+/** Returns a property that differs from sensor to sensor: a base value plus less than the spread. */
 uint16_t property(zet_sensor_id_t sensor_id, uint32_t number, uint16_t base, uint32_t spread)
 {
     const uint64_t random = scramble((static_cast<uint64_t>(sensor_id) << 32U) | (number + 1U));
     return static_cast<uint16_t>(base + random % spread);
 }
 
-/** The sensor's words in the parameter block. */
+/** Returns the words of the parameter block that depend on the sensor. */
 calibration_parameters parameters_of(zet_sensor_id_t sensor_id, int16_t temperature)
 {
     const uint16_t frequency_control = nominal_frequency_control(sensor_id, temperature);

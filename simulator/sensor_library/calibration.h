@@ -1,5 +1,5 @@
 /** @file
- * Calibration results: what a sensor finds out about itself, sealed so that a damaged one is noticed.
+ * Calibration results: the properties of one sensor, with a checksum that detects damage.
  */
 #ifndef ZET_SIMULATOR_CALIBRATION_H
 #define ZET_SIMULATOR_CALIBRATION_H
@@ -12,16 +12,16 @@ namespace zet_simulator
 
 using calibration_parameters = zet_cpd_k330_meas_session_calibration_parameters_t;
 
-/** Steps of a calibration; each takes its time and ends with an interrupt. */
+/** Steps of a calibration; each takes calibration_step_us and ends with an interrupt. */
 constexpr uint32_t calibration_step_count = 4;
 
-/** Time that a step takes, in microseconds. */
+/** Duration of a step, in microseconds. */
 constexpr uint64_t calibration_step_us = 8000;
 
-/** Degrees by which a sensor's temperature may move from that of its calibration. */
+/** Temperature change since the calibration, in degrees, at which a new calibration is needed. */
 constexpr int32_t calibration_temperature_span = 15;
 
-/** What a calibration result holds. */
+/** Contents of a calibration result. */
 struct calibration
 {
     zet_sensor_id_t sensor_id;
@@ -30,8 +30,8 @@ struct calibration
 };
 
 /**
- * The frequency control at which a sensor sends and receives exactly at the nominal carrier. It differs from
- * sensor to sensor and falls by one step for each four degrees.
+ * Returns the frequency control at which a sensor transmits and receives exactly at the nominal carrier. It
+ * differs from sensor to sensor and falls by one step per four degrees.
  */
 uint16_t nominal_frequency_control(zet_sensor_id_t sensor_id, int16_t temperature);
 
@@ -41,7 +41,7 @@ void calibration_fill(zet_sensor_id_t sensor_id, int16_t temperature, zet_cal_re
 /**
  * Opens a calibration result.
  *
- * @return false when it is not a whole calibration
+ * @return false when it is damaged or incomplete
  */
 bool calibration_open(const zet_cal_result_t &result, calibration &opened);
 

@@ -16,7 +16,7 @@ constexpr subsweep_config default_subsweep = {
     80, 160, 1, 8, ZET_CONFIG_PROFILE_3, 16, ZET_CONFIG_PRF_15_6_MHZ, true, false, false, false,
 };
 
-/** Stores a frame-level value; a bad handle is logged and nothing happens. */
+/** Stores a frame-level value; does nothing for an invalid handle, which is logged. */
 template <typename value_t>
 void set(zet_config_t *handle, value_t zet_config::*field, value_t value, const char *operation)
 {
@@ -28,7 +28,7 @@ void set(zet_config_t *handle, value_t zet_config::*field, value_t value, const 
     }
 }
 
-/** Stores a value of a sub-sweep; a bad handle or index is logged and nothing happens. */
+/** Stores a value of a sub-sweep; does nothing for an invalid handle or index, which is logged. */
 template <typename value_t>
 void set(zet_config_t *handle, uint8_t index, value_t subsweep_config::*field, value_t value,
          const char *operation)
@@ -48,7 +48,7 @@ void set(zet_config_t *handle, uint8_t index, value_t subsweep_config::*field, v
     ++config->revision;
 }
 
-/** Reads a frame-level value; 0 for a bad handle, which is logged. */
+/** Reads a frame-level value; 0 for an invalid handle, which is logged. */
 template <typename value_t>
 value_t get(const zet_config_t *handle, value_t zet_config::*field, const char *operation)
 {

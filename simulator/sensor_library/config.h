@@ -1,5 +1,5 @@
 /** @file
- * The record behind a configuration handle, and its judge.
+ * The record behind a configuration handle, and its validation.
  */
 #ifndef ZET_SIMULATOR_CONFIG_H
 #define ZET_SIMULATOR_CONFIG_H
@@ -13,7 +13,7 @@
 namespace zet_simulator
 {
 
-/** Settings of one sub-sweep, as the setters took them. */
+/** Settings of one sub-sweep, as passed to the setters. */
 struct subsweep_config
 {
     int32_t start_point;
@@ -30,9 +30,9 @@ struct subsweep_config
 };
 
 /**
- * Holds every value of a configuration against its range, and the values against each other.
+ * Checks every value of a configuration against its range, and the values against each other.
  *
- * @return false when something does not fit; a log line names each such value and its limit
+ * @return false when a value is not valid; a log line names the value and its limit
  */
 bool config_is_valid(const zet_config &config);
 

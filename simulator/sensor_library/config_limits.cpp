@@ -1,5 +1,5 @@
 /** @file
- * The judge of configurations: every value against its range, and the values against each other.
+ * Validates configurations: every value against its range, and the values against each other.
  */
 #include "common/number_text.h"
 #include "sensor_library/config.h"
@@ -26,7 +26,7 @@ constexpr float min_rate = 0.01F;
 /** Relative difference up to which two rates count as equal. */
 constexpr float rate_tolerance = 1.0e-3F;
 
-/** Checks a whole number of the frame level. */
+/** Checks a frame-level integer. */
 bool is_in_range(const char *name, long value, long lowest, long highest)
 {
     if (value >= lowest && value <= highest)
@@ -37,7 +37,7 @@ bool is_in_range(const char *name, long value, long lowest, long highest)
     return false;
 }
 
-/** Checks a whole number of a sub-sweep. */
+/** Checks an integer of a sub-sweep. */
 bool is_in_range(const char *name, uint32_t index, long value, long lowest, long highest)
 {
     if (value >= lowest && value <= highest)
@@ -63,7 +63,7 @@ bool is_rate(const char *name, float rate)
     return false;
 }
 
-/** Checks that a sub-sweep ends within the distance from which an echo comes before the next pulse. */
+/** Checks that the echo of a sub-sweep's last point arrives before the next pulse. */
 bool is_unambiguous(uint32_t index, const subsweep_config &subsweep)
 {
     const int32_t last_point =

@@ -14,20 +14,19 @@ namespace
 
 using namespace zet_simulator;
 
-/** Amplitude of the direct leakage from transmitter to receiver, as a multiple of 1 square metre at 1 metre.
- */
+/** Amplitude of the direct leakage from transmitter to receiver, relative to 1 square metre at 1 metre. */
 constexpr float leakage_amplitude = 2.5F;
 
-/** The same of the loopback. */
+/** Amplitude of the loopback, in the same unit. */
 constexpr float loopback_amplitude = 2.0F;
 
-/** Nearest distance at which the radar equation holds; nearer targets do not grow any more. */
+/** Shortest distance at which the radar equation applies; the echo of a nearer target is not stronger. */
 constexpr double near_field_m = 0.05;
 
 /** Distance beyond which nothing can be seen. */
 constexpr double horizon_m = 1.0e6;
 
-/** Makes an echo of an amplitude at a distance in base steps. */
+/** Returns an echo of an amplitude at a distance in base steps. */
 echo echo_at(const frame_signal &frame, const subsweep_signal &subsweep, double steps, float amplitude)
 {
     float sine = 0.0F;

@@ -1,8 +1,9 @@
 /** @file
- * The echoes that a sub-sweep receives from what the sensor sees.
+ * The echoes that a sub-sweep receives.
  *
- * Amplitude, by the radar equation for a point target (Skolnik, section 1.2): the received power goes with
- * sigma / d^4, where sigma is the radar cross-section, so the amplitude goes with sqrt(sigma) / d^2.
+ * Amplitude, by the radar equation for a point target (Skolnik, section 1.2): the received power is
+ * proportional to sigma / d^4, where sigma is the radar cross-section, so the amplitude is proportional to
+ * sqrt(sigma) / d^2.
  */
 #ifndef ZET_SIMULATOR_ECHOES_H
 #define ZET_SIMULATOR_ECHOES_H
@@ -13,7 +14,7 @@
 namespace zet_simulator
 {
 
-/** What a sensor sees at a moment. */
+/** What a sensor sees at a point in time. */
 struct view
 {
     const zet_simulator_scene_t *scene;
@@ -29,13 +30,13 @@ struct echo
     float imag;
 };
 
-/** Most echoes of a sub-sweep: of each target, and the direct leakage. */
+/** Most echoes of a sub-sweep: one per target, and the direct leakage. */
 constexpr uint32_t max_echoes = ZET_SIMULATOR_MAX_TARGETS + 1U;
 
 /**
  * Collects the echoes of a sub-sweep.
  *
- * @param echoes  receives them; room for max_echoes
+ * @param echoes  receives the echoes; has room for max_echoes
  * @return their number; 0 when the sub-sweep does not transmit
  */
 uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,

@@ -1,5 +1,5 @@
 /** @file
- * The contents of a frame: what the scene shows while it is measured.
+ * The contents of a frame: what the sensor sees while it is measured.
  */
 #include "sensor_library/frame.h"
 
@@ -16,7 +16,7 @@ namespace
 
 using namespace zet_simulator;
 
-/** The noise of a frame: the same in each run with the same seed. */
+/** Returns the noise of a frame: the same in each run with the same seed. */
 noise_source noise_of(const zet_sensor &sensor, uint32_t frame_number)
 {
     const uint64_t session = scramble(board_options().seed ^ (static_cast<uint64_t>(sensor.session) << 32U) ^
@@ -24,7 +24,7 @@ noise_source noise_of(const zet_sensor &sensor, uint32_t frame_number)
     return noise_start(scramble(session + frame_number));
 }
 
-/** A frequency of the carrier's, as a multiple of the nominal one. */
+/** Returns the carrier frequency for a frequency control, as a multiple of the nominal frequency. */
 double frequency_of(uint16_t control, uint16_t nominal)
 {
     return 1.0 + static_cast<double>(control - nominal) / frequency_control_steps;

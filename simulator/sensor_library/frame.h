@@ -1,5 +1,5 @@
 /** @file
- * A measured frame: from the times at which it was measured to its samples.
+ * Computes the samples of a measured frame.
  */
 #ifndef ZET_SIMULATOR_FRAME_H
 #define ZET_SIMULATOR_FRAME_H
@@ -10,9 +10,9 @@ namespace zet_simulator
 {
 
 /**
- * Writes a measured frame in the sensor's own form.
+ * Writes a measured frame in the sensor's format.
  *
- * @param buffer  the caller's buffer, large enough
+ * @param buffer  the caller's buffer, which must be large enough
  */
 void frame_write(const zet_sensor &sensor, const measured_frame &measured, void *buffer);
 

@@ -1,6 +1,6 @@
 /** @file
- * Registration of the board, the library's log, and the book of live objects, by which a handle that is used
- * after its end is told from a good one.
+ * Registration of the board, the library's log, and the registry of live objects, which detects stale
+ * handles.
  */
 #include "sensor_library/library.h"
 
@@ -19,7 +19,7 @@ using namespace zet_simulator;
 constexpr char module_name[] = "k330";
 constexpr size_t line_size = 192;
 
-/** Number of lists over which the live objects are spread by their address. */
+/** Number of lists into which the live objects are distributed by address. */
 constexpr size_t bucket_count = 64;
 
 /** The library's state; all zero at start. */
@@ -33,14 +33,14 @@ struct library
 
 library the_library;
 
-/** The list in which an object at an address stands. */
+/** Returns the list for an object at an address. */
 object **bucket_of(const void *address)
 {
     const uintptr_t number = reinterpret_cast<uintptr_t>(address);
     return &the_library.buckets[(number ^ (number >> 8U)) / 16U % bucket_count];
 }
 
-/** Formats a line and hands it to the board. */
+/** Formats a line and passes it to the board. */
 void write_line(zet_log_level_t level, const char *format, va_list arguments)
 {
     if (the_library.hal == nullptr)
@@ -54,7 +54,7 @@ void write_line(zet_log_level_t level, const char *format, va_list arguments)
     }
 }
 
-/** The name of a kind of object, for the log. */
+/** Returns the name of a kind of object, for the log. */
 const char *name_of(object_kind kind)
 {
     static const char *const names[] = {"configuration", "sensor", "processing"};

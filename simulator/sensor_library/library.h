@@ -1,5 +1,5 @@
 /** @file
- * What all of the simulated sensor library shares: the board record, its log, its live objects.
+ * Shared by the complete simulated sensor library: the board record, the log, the live objects.
  */
 #ifndef ZET_SIMULATOR_LIBRARY_H
 #define ZET_SIMULATOR_LIBRARY_H
@@ -13,7 +13,7 @@
 namespace zet_simulator
 {
 
-/** The kinds of objects behind the handles that the library gives out. */
+/** The kinds of objects behind the library's handles. */
 enum class object_kind : uint8_t
 {
     config,
@@ -21,40 +21,40 @@ enum class object_kind : uint8_t
     processing,
 };
 
-/** The start of every object that the library gives out as a handle. */
+/** The start of every object behind a handle of the library. */
 struct object
 {
-    object *next;     /**< next live object of the same bucket */
-    object_kind kind; /**< what it is */
+    object *next;     /**< next live object in the same bucket */
+    object_kind kind; /**< kind of the object */
 };
 
-/** The registered board record; null before registration. */
+/** Returns the registered board record; null before registration. */
 const zet_hal_k330_t *library_hal();
 
-/** Writes a line to the library's log when its level passes the threshold. */
+/** Writes a line to the library's log if its level is enabled. */
 void library_log(zet_log_level_t level, const char *format, ...) ZET_PRINTF_FORMAT(2, 3);
 
-/** Writes a line of the diagnostic log when that is on. */
+/** Writes a line to the diagnostic log if that is on. */
 void library_diagnostic_log(const char *format, ...) ZET_PRINTF_FORMAT(1, 2);
 
 /**
- * Makes an object, all zero but for its head, and counts it as live.
+ * Creates an object, all zero except its head, and registers it as live.
  *
- * @param size  size of the whole object, in bytes
+ * @param size  size of the complete object, in bytes
  * @return the object; null when memory is exhausted (which is logged)
  */
 object *object_create(object_kind kind, size_t size);
 
-/** Ends the life of an object and frees it. */
+/** Removes an object from the registry and frees it. */
 void object_destroy(object *object);
 
 /**
- * Finds the live object behind a handle, without touching what the handle points to.
+ * Finds the live object behind a handle, without accessing what the handle points to.
  *
- * @param handle     the handle as the caller gave it
+ * @param handle     the handle as passed by the caller
  * @param operation  name of the operation that was called, for the log
- * @return the object; null, with a log line that says why, when the handle is null, was never given out or
- * has been destroyed
+ * @return the object; null, with a log line that says why, when the handle is null, was never created or
+ *         has been destroyed
  */
 object *object_find(const void *handle, object_kind kind, const char *operation);
 

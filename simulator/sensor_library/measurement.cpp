@@ -24,7 +24,7 @@ bool is_large_enough(uint32_t buffer_size, uint32_t samples, const char *operati
     return false;
 }
 
-/** Opens the calibration to prepare with. */
+/** Opens the calibration for a prepare. */
 bool open_calibration(const zet_sensor &sensor, const zet_cal_result_t *result, calibration &opened)
 {
     if (result == nullptr || !calibration_open(*result, opened))
@@ -58,8 +58,8 @@ bool is_not_calibrating(const zet_sensor &sensor)
     return false;
 }
 
-/** Tells whether a fault of the scene strikes an operation, and logs it as the sensor library would. */
-bool is_struck(const zet_sensor &sensor, zet_simulator_fault_kind_t kind, const char *operation,
+/** Returns whether a fault of the scene makes an operation fail, and logs the failure. */
+bool has_fault(const zet_sensor &sensor, zet_simulator_fault_kind_t kind, const char *operation,
                const char *symptom)
 {
     if (board_next_fault(kind, sensor.id) == nullptr)
@@ -71,7 +71,7 @@ bool is_struck(const zet_sensor &sensor, zet_simulator_fault_kind_t kind, const 
     return true;
 }
 
-/** Checks that a sensor can take one more measurement. */
+/** Checks that a sensor can start one more measurement. */
 bool has_room(const zet_sensor &sensor, const char *operation)
 {
     const auto id = static_cast<unsigned long>(sensor.id);
@@ -101,7 +101,7 @@ void start_scene(zet_sensor &sensor, uint64_t time_us)
     }
 }
 
-/** Takes the time that a slow link needs for a frame. */
+/** Waits as long as a slow link needs to transfer a frame. */
 void transfer_frame(const zet_sensor &sensor)
 {
     const zet_simulator_fault_t *slow = board_next_fault(ZET_SIMULATOR_FAULT_SLOW_LINK, sensor.id);
@@ -112,7 +112,7 @@ void transfer_frame(const zet_sensor &sensor)
     }
 }
 
-/** Checks that a frame waits to be read and is done. */
+/** Checks that there is a frame to read and that it is complete. */
 bool has_frame(const zet_sensor &sensor, const char *operation)
 {
     const auto id = static_cast<unsigned long>(sensor.id);
@@ -147,7 +147,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
         return false;
     }
     sensor_forget_measurements(*found);
-    if (is_struck(*found, ZET_SIMULATOR_FAULT_FAILING_PREPARE, __func__, "does not take its program"))
+    if (has_fault(*found, ZET_SIMULATOR_FAULT_FAILING_PREPARE, __func__, "does not take its program"))
     {
         return false;
     }
@@ -168,7 +168,7 @@ bool zet_sensor_measure(zet_sensor_t *sensor)
     zet_sensor *found = sensor_find(sensor, __func__);
     if (found == nullptr || !sensor_is_on(*found, __func__) || !program_is_loaded(*found, __func__) ||
         !has_room(*found, __func__) ||
-        is_struck(*found, ZET_SIMULATOR_FAULT_FAILING_MEASURE, __func__, "does not start"))
+        has_fault(*found, ZET_SIMULATOR_FAULT_FAILING_MEASURE, __func__, "does not start"))
     {
         return false;
     }
@@ -188,7 +188,7 @@ bool zet_sensor_read(const zet_sensor_t *sensor, void *buffer, uint32_t buffer_s
         !program_is_loaded(*found, __func__) ||
         !is_large_enough(buffer_size, found->program.sample_count, __func__) ||
         !has_frame(*found, __func__) ||
-        is_struck(*found, ZET_SIMULATOR_FAULT_FAILING_READ, __func__, "has a disturbed link"))
+        has_fault(*found, ZET_SIMULATOR_FAULT_FAILING_READ, __func__, "has a disturbed link"))
     {
         return false;
     }

@@ -12,20 +12,20 @@ namespace
 
 using namespace zet_simulator;
 
-/** Largest whole number of coarse cells that is not more than a point. */
+/** Returns the number of complete coarse cells up to a point, rounded down. */
 int32_t coarse_of(int32_t point)
 {
     const int32_t cells = point / delay_cell;
     return point % delay_cell < 0 ? cells - 1 : cells;
 }
 
-/** A pulse pattern: one bit for each cycle of a pulse, the first sixteen. */
+/** Returns a pulse pattern: one bit per cycle of a pulse, for the first sixteen cycles. */
 uint16_t sequence_of(uint16_t duration)
 {
     return static_cast<uint16_t>(duration >= 16U ? UINT16_MAX : (1U << duration) - 1U);
 }
 
-/** Period of a timer in cycles of the reference clock; the longest that the timer can count at most. */
+/** Returns the period of a timer in cycles of the reference clock, limited to what the timer can count. */
 uint32_t timer_period(float rate)
 {
     const double cycles = reference_clock_hz / static_cast<double>(rate) + 0.5;
@@ -63,7 +63,7 @@ void fill_timing(const zet_config &config, parameter_block &block)
     block.delay_300_us_ref_clk = 300 * 26;
 }
 
-/** Fills where the delay line starts and how it moves over the points of a sub-sweep. */
+/** Fills the start of the delay line and its steps over the points of a sub-sweep. */
 void fill_delays(const subsweep_config &subsweep, subsweep_parameters &parameters)
 {
     const int32_t last_point =

@@ -27,7 +27,7 @@ zet_processing *find_processing(const zet_processing_t *handle, const char *oper
     return static_cast<zet_processing *>(object_find(handle, object_kind::processing, operation));
 }
 
-/** Reads the head of the frame in a buffer; false, with a log line, when there is none of this processing. */
+/** Reads the head of a frame; false, with a log line, when the buffer has no frame for this processing. */
 bool open_frame(const zet_processing &processing, const void *buffer, frame_head &head, const char *operation)
 {
     if (!buffer_is_usable(buffer, operation))

@@ -1,5 +1,5 @@
 /** @file
- * The measurement program: what a prepare works out and loads into the sensor.
+ * The measurement program: what a prepare computes and loads into the sensor.
  */
 #include "sensor_library/program.h"
 
@@ -10,7 +10,6 @@
 namespace zet_simulator
 {
 
-/** Works out the program of a configuration from what the sensor obeys. */
 measurement_program program_of(const zet_sensor &sensor, const zet_config &config,
                                const parameter_block &block, const calibration &calibration)
 {
@@ -36,7 +35,6 @@ measurement_program program_of(const zet_sensor &sensor, const zet_config &confi
     return program;
 }
 
-/** Checks that a sensor still holds the program that it was prepared with. */
 bool program_is_loaded(const zet_sensor &sensor, const char *operation)
 {
     const measurement_program &program = sensor.program;

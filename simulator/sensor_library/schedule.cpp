@@ -12,13 +12,13 @@ namespace
 
 using namespace zet_simulator;
 
-/** The time at which frame k of a grid is due. */
+/** Returns the time at which a frame of a grid is due. */
 uint64_t due_us(const frame_grid &grid, uint64_t index)
 {
     return grid.start_us + static_cast<uint64_t>(static_cast<double>(index) * grid.period_us);
 }
 
-/** Starts the frame timer when it does not run at this rate yet. */
+/** Starts the frame timer unless it already runs at this rate. */
 void start_grid(frame_grid &grid, double period_us, uint64_t now_us)
 {
     if (!grid.running || grid.period_us != period_us)
@@ -27,7 +27,7 @@ void start_grid(frame_grid &grid, double period_us, uint64_t now_us)
     }
 }
 
-/** Says when a frame of a paced sensor starts, and whether it is late. */
+/** Sets when a frame of a paced sensor starts, and whether it is late. */
 void place_paced_frame(const measurement_program &program, frame_grid &grid, measured_frame &frame,
                        uint64_t now_us)
 {

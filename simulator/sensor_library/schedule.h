@@ -1,10 +1,10 @@
 /** @file
  * When frames are measured.
  *
- * Without a frame rate a frame starts when it is asked for. With one the sensor's frame timer sets the
- * starts, at start + k period, and a frame that is asked for too late is a delayed one. With double buffering
- * the sensor measures the next frame on time by itself, so that it is not delayed before a whole period has
- * been missed.
+ * Without a frame rate a frame starts when it is requested. With a frame rate frames start at the times of
+ * the sensor's frame timer, start + k period, and a frame that is requested too late is delayed. With double
+ * buffering the sensor starts the next frame on time without a request, so a frame is delayed only after a
+ * full period has been missed.
  */
 #ifndef ZET_SIMULATOR_SCHEDULE_H
 #define ZET_SIMULATOR_SCHEDULE_H
@@ -20,10 +20,10 @@ struct frame_grid
     bool running;
     uint64_t start_us;
     double period_us;
-    uint64_t next_index; /**< k of the frame that is measured next */
+    uint64_t next_index; /**< k of the next frame */
 };
 
-/** A frame that is being measured, or has been and waits to be read. */
+/** A frame that is being measured or waits to be read. */
 struct measured_frame
 {
     uint64_t start_us;
@@ -33,13 +33,13 @@ struct measured_frame
     bool delayed;
 };
 
-/** Frames that the sensor can hold: two with double buffering. */
+/** Frames that the sensor can store: two with double buffering. */
 constexpr uint32_t frame_slots = 2;
 
 /**
- * Sets the times of the frame that is asked for now.
+ * Sets the times of a frame that is requested now.
  *
- * @param grid   the sensor's frame timer; runs on over prepares as long as the frame rate stays the same
+ * @param grid   the sensor's frame timer; keeps running over prepares while the frame rate stays the same
  * @param frame  receives start, end, read deadline and whether it is late
  */
 void schedule_frame(const measurement_program &program, frame_grid &grid, measured_frame &frame);

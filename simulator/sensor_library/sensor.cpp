@@ -12,7 +12,7 @@ namespace
 
 using namespace zet_simulator;
 
-/** Asks for a sensor's identity over its link. */
+/** Returns whether a sensor answers with its identity over its link. */
 bool answers(zet_sensor_id_t sensor_id)
 {
     uint8_t exchange[1 + sizeof(link_identity)] = {link_command_identify};
@@ -21,8 +21,8 @@ bool answers(zet_sensor_id_t sensor_id)
 }
 
 /** Checks the arguments of a calibration step. */
-bool are_calibration_arguments_good(const bool *cal_complete, const zet_cal_result_t *cal_result,
-                                    const void *buffer, uint32_t buffer_size, const char *operation)
+bool are_calibration_arguments_valid(const bool *cal_complete, const zet_cal_result_t *cal_result,
+                                     const void *buffer, uint32_t buffer_size, const char *operation)
 {
     if (cal_complete == nullptr || cal_result == nullptr)
     {
@@ -43,14 +43,14 @@ bool are_calibration_arguments_good(const bool *cal_complete, const zet_cal_resu
     return true;
 }
 
-/** Ends a calibration, well or not: only a reset helps from here. */
+/** Ends a calibration, successful or not: the sensor needs a reset then. */
 void end_calibration(zet_sensor &sensor)
 {
     sensor.calibration_step = 0;
     sensor.reset_awaited_from = board_find_sensor(sensor.id)->reset_count;
 }
 
-/** Tells whether a calibration was under way when the sensor was reset. */
+/** Drops a calibration that a reset of the sensor has interrupted, with a log line. */
 void forget_interrupted_calibration(zet_sensor &sensor)
 {
     if (sensor.calibration_step > 0U &&
@@ -74,7 +74,7 @@ void begin_step(zet_sensor &sensor)
     board_schedule_interrupt(sensor.id, sensor.calibration_done_us);
 }
 
-/** Takes the step that is due. */
+/** Runs the step that is due. */
 bool advance_calibration(zet_sensor &sensor, bool &complete, zet_cal_result_t &result)
 {
     if (sensor.calibration_step > 0U && board_now_us() < sensor.calibration_done_us)
@@ -223,7 +223,7 @@ bool zet_sensor_calibrate(zet_sensor_t *sensor, bool *cal_complete, zet_cal_resu
     }
     zet_sensor *found = sensor_find(sensor, __func__);
     if (found == nullptr ||
-        !are_calibration_arguments_good(cal_complete, cal_result, buffer, buffer_size, __func__) ||
+        !are_calibration_arguments_valid(cal_complete, cal_result, buffer, buffer_size, __func__) ||
         !sensor_is_on(*found, __func__))
     {
         return false;

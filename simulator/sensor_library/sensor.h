@@ -14,16 +14,16 @@ namespace zet_simulator
 /** Finds the sensor behind a handle; null, with a log line, when there is none. */
 zet_sensor *sensor_find(const zet_sensor_t *handle, const char *operation);
 
-/** Checks that a sensor has power and is enabled; logs when not. */
+/** Checks that a sensor has power, is enabled and needs no reset; logs if not. */
 bool sensor_is_on(const zet_sensor &sensor, const char *operation);
 
-/** Drops what a sensor is prepared for, measures, or holds. */
+/** Drops a sensor's program, measurements and waiting frames. */
 void sensor_forget_measurements(zet_sensor &sensor);
 
-/** The time of the scene for a sensor, at a time of the board's clock. */
+/** Returns the time of the scene for a sensor, at a time of the board's clock. */
 double sensor_scene_time_s(const zet_sensor &sensor, uint64_t time_us);
 
-/** The temperature of a sensor now. */
+/** Returns the current temperature of a sensor. */
 int16_t sensor_temperature(const zet_sensor &sensor);
 
 } // namespace zet_simulator
@@ -32,12 +32,13 @@ int16_t sensor_temperature(const zet_sensor &sensor);
 struct zet_sensor : zet_simulator::object
 {
     zet_sensor_id_t id;
-    uint32_t session; /**< number of this handle among those of the sensor */
+    uint32_t session; /**< number of handles of the sensor created before this one */
 
-    uint32_t calibration_step;    /**< steps begun in the calibration under way */
-    uint32_t calibration_resets;  /**< the sensor's resets when it began */
-    uint64_t calibration_done_us; /**< when the step under way ends */
-    uint32_t reset_awaited_from;  /**< number of resets at which a calibration ended: one more is needed */
+    uint32_t calibration_step;    /**< steps started in the current calibration */
+    uint32_t calibration_resets;  /**< the sensor's reset_count when the step started */
+    uint64_t calibration_done_us; /**< when the current step ends */
+    uint32_t reset_awaited_from; /**< reset_count when a calibration ended: a sensor that still has it needs a
+                                    reset */
 
     zet_simulator::measurement_program program;
     zet_simulator::frame_grid grid;

@@ -1,5 +1,5 @@
 /** @file
- * What a configuration and the sensor's parameters make of the signal: amplitudes, widths, noise.
+ * Computes the signal from a configuration and the sensor's parameters: amplitudes, widths, noise.
  */
 #include "sensor_library/signal.h"
 
@@ -11,7 +11,7 @@ namespace
 
 using namespace zet_simulator;
 
-/** Settings to which the figures below belong. */
+/** Settings at which the values below apply. */
 constexpr uint16_t reference_gain = 16;
 constexpr float reference_duration = 14.0F;
 
@@ -28,30 +28,29 @@ constexpr float receiver_offset = 5.0F;
 /** One step of the receiver gain is a decibel: 10^(1/20). */
 constexpr float gain_step = 1.1220184543F;
 
-/** Highest gain control that the amplifier knows. */
+/** Highest gain control of the amplifier; a higher one has the same effect. */
 constexpr uint16_t highest_gain = 31;
 
-/** Base steps that a pulse covers in each cycle of its duration: the pulse clock is a quarter of the carrier.
- */
+/** Base steps that a pulse covers per cycle of its duration: the pulse clock is a quarter of the carrier. */
 constexpr float steps_per_cycle = 4.0F;
 
-/** Amplification of a gain control against that of the reference gain. */
+/** Returns the amplification of a gain control relative to that of the reference gain. */
 float gain_of(uint16_t control)
 {
-    const uint16_t known = std::min(control, highest_gain);
+    const uint16_t limited = std::min(control, highest_gain);
     float gain = 1.0F;
-    for (uint16_t step = reference_gain; step < known; ++step)
+    for (uint16_t step = reference_gain; step < limited; ++step)
     {
         gain *= gain_step;
     }
-    for (uint16_t step = known; step < reference_gain; ++step)
+    for (uint16_t step = limited; step < reference_gain; ++step)
     {
         gain /= gain_step;
     }
     return gain;
 }
 
-/** Height of the response of two durations: T_t T_r / sqrt(T_t^2 + T_r^2), 0 for a missing pulse. */
+/** Returns the height of the response: T_t T_r / sqrt(T_t^2 + T_r^2), 0 for a missing pulse. */
 float overlap_of(float tx_duration, float rx_duration)
 {
     const float width = std::sqrt(tx_duration * tx_duration + rx_duration * rx_duration);
@@ -59,8 +58,8 @@ float overlap_of(float tx_duration, float rx_duration)
 }
 
 /**
- * What is left of the response when transmitter and receiver run at different frequencies: the Fourier
- * transform of the overlap of the two bells at the difference, exp(-(pi df T)^2 / (4 ln 2)).
+ * Returns the factor by which a frequency difference between transmitter and receiver reduces the response:
+ * the Fourier transform of the overlap of the two bells at the difference, exp(-(pi df T)^2 / (4 ln 2)).
  */
 float detuning_factor(int32_t detuning, float overlap)
 {

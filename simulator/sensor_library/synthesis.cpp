@@ -1,8 +1,8 @@
 /** @file
  * Synthesis of the samples of a sub-sweep.
  *
- * Works on stretches of points that fit the stack; every loop over a stretch is free of branches and calls,
- * so that the compiler can vectorise it.
+ * Processes points in blocks that fit on the stack; loops over a block have no branches or calls, so that the
+ * compiler can vectorise them.
  */
 #include "sensor_library/synthesis.h"
 
@@ -17,26 +17,26 @@ namespace
 
 using namespace zet_simulator;
 
-/** Points that are worked on together; a multiple of the noise lanes. */
-constexpr uint32_t stretch_size = 64;
-static_assert(stretch_size % noise_source::lanes == 0, "noise comes in whole lanes");
+/** Points in a block; a multiple of the noise lanes. */
+constexpr uint32_t block_size = 64;
+static_assert(block_size % noise_source::lanes == 0, "noise is filled in multiples of the lanes");
 
-/** Phase error of the delay line for each base step in a cell: an eighth of a turn over a whole cell. */
+/** Phase error of the delay line for each base step in a cell: an eighth of a turn over a complete cell. */
 constexpr binary_angle delay_error_per_step = 0x20000000U / delay_cell;
 
-/** Imbalance of the receiver's paths: gain of the in-phase part and leakage of it into the other. */
+/** Imbalance of the receiver's paths: gain of the in-phase part, and its leakage into the quadrature part. */
 constexpr float imbalance_gain = 1.015F;
 constexpr float imbalance_skew = 0.0087F;
 
-/** Complex values of a stretch of points. */
-struct stretch
+/** Complex values of a block of points. */
+struct block
 {
-    float real[stretch_size];
-    float imag[stretch_size];
+    float real[block_size];
+    float imag[block_size];
 };
 
-/** Adds an echo to a stretch: (1 - x^2)^8 is a bell that ends at x = 1. */
-void add_echo(const echo &echo, float first, float step, float half_width, stretch &values, uint32_t count)
+/** Adds an echo to a block: (1 - x^2)^8 is a bell curve that ends at x = 1. */
+void add_echo(const echo &echo, float first, float step, float half_width, block &values, uint32_t count)
 {
     const float start = first - echo.centre;
     if (start > half_width || start + step * static_cast<float>(count) < -half_width)
@@ -57,8 +57,8 @@ void add_echo(const echo &echo, float first, float step, float half_width, stret
     }
 }
 
-/** Turns each value of a stretch back by a phase. */
-void turn_back(const binary_angle *phases, stretch &values, uint32_t count)
+/** Rotates each value of a block back by a phase. */
+void rotate_back(const binary_angle *phases, block &values, uint32_t count)
 {
     for (uint32_t i = 0; i < count; ++i)
     {
@@ -73,8 +73,9 @@ void turn_back(const binary_angle *phases, stretch &values, uint32_t count)
 }
 
 /**
- * The receiver's phase at the points of a stretch: its oscillator's, which is whole turns at the nominal
- * carrier, and the error of the delay line, which starts anew with each of its cells.
+ * Computes the receiver's phase at the points of a block: the phase of its oscillator, which is a multiple of
+ * full turns at the nominal carrier, plus the error of the delay line, which starts at 0 in each of its
+ * cells.
  */
 void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint32_t first,
                binary_angle *phases, uint32_t count)
@@ -94,7 +95,7 @@ void phases_of(const frame_signal &frame, const subsweep_signal &subsweep, uint3
     }
 }
 
-/** Limits a value to the scale and rounds it. */
+/** Rounds a value, limited to somewhat more than the scale. */
 int32_t convert(float value)
 {
     const float beyond = 40000.0F;
@@ -102,8 +103,8 @@ int32_t convert(float value)
     return static_cast<int32_t>(limited + (limited < 0.0F ? -0.5F : 0.5F));
 }
 
-/** Converts a stretch into samples; true when one reached the end of the scale. */
-bool store(const frame_signal &frame, const stretch &values, zet_int16_complex_t *samples, uint32_t count)
+/** Converts a block into samples; true when one reached the end of the scale. */
+bool store(const frame_signal &frame, const block &values, zet_int16_complex_t *samples, uint32_t count)
 {
     const int32_t upper = frame.upper_limit;
     const int32_t lower = frame.lower_limit;
@@ -122,13 +123,14 @@ bool store(const frame_signal &frame, const stretch &values, zet_int16_complex_t
 
 /** Adds noise, the receiver's offset and the imbalance of its paths. */
 void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, float noise_amplitude,
-                  noise_source &noise, stretch &values, uint32_t count)
+                  noise_source &noise, block &values, uint32_t count)
 {
-    float noise_real[stretch_size];
-    float noise_imag[stretch_size];
-    const size_t whole_lanes = (count + noise_source::lanes - 1U) / noise_source::lanes * noise_source::lanes;
-    noise_fill(noise, noise_real, whole_lanes);
-    noise_fill(noise, noise_imag, whole_lanes);
+    float noise_real[block_size];
+    float noise_imag[block_size];
+    const size_t padded_count =
+        (count + noise_source::lanes - 1U) / noise_source::lanes * noise_source::lanes;
+    noise_fill(noise, noise_real, padded_count);
+    noise_fill(noise, noise_imag, padded_count);
     const float gain = subsweep.imbalance_compensation ? 1.0F : imbalance_gain;
     const float skew = subsweep.imbalance_compensation ? 0.0F : imbalance_skew;
     for (uint32_t i = 0; i < count; ++i)
@@ -156,21 +158,21 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
         std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
     const bool turns = !subsweep.phase_enhancement || frame.rx_frequency != 1.0;
     bool saturated = false;
-    for (uint32_t first = 0; first < subsweep.num_points; first += stretch_size)
+    for (uint32_t first = 0; first < subsweep.num_points; first += block_size)
     {
         const uint32_t left = subsweep.num_points - first;
-        const uint32_t count = std::min(left, stretch_size);
+        const uint32_t count = std::min(left, block_size);
         const auto first_step = static_cast<float>(first * subsweep.step_length);
-        stretch values = {};
+        block values = {};
         for (uint32_t i = 0; i < echo_count; ++i)
         {
             add_echo(echoes[i], first_step, subsweep.step_length, subsweep.half_width, values, count);
         }
         if (turns && echo_count > 0U)
         {
-            binary_angle phases[stretch_size];
+            binary_angle phases[block_size];
             phases_of(frame, subsweep, first, phases, count);
-            turn_back(phases, values, count);
+            rotate_back(phases, values, count);
         }
         add_receiver(frame, subsweep, noise_amplitude, noise, values, count);
         saturated |= store(frame, values, samples + first, count);
@@ -181,13 +183,13 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
 float synthesis_listen(const view &view, noise_source &noise)
 {
     constexpr uint32_t listen_count = 512;
-    // More than five standard deviations of the mean power of so much noise.
-    const float doubt = 0.35F;
+    // More than five standard deviations of the mean power of this many numbers.
+    const float threshold = 0.35F;
     float power = 0.0F;
-    for (uint32_t i = 0; i < listen_count; i += stretch_size)
+    for (uint32_t i = 0; i < listen_count; i += block_size)
     {
-        float values[stretch_size];
-        noise_fill(noise, values, stretch_size);
+        float values[block_size];
+        noise_fill(noise, values, block_size);
         for (const float value : values)
         {
             power += value * value;
@@ -195,7 +197,7 @@ float synthesis_listen(const view &view, noise_source &noise)
     }
     const float own = power / static_cast<float>(listen_count);
     const float excess = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s)) - 1.0F;
-    return excess > doubt ? excess : 0.0F;
+    return excess > threshold ? excess : 0.0F;
 }
 
 } // namespace zet_simulator

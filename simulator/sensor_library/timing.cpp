@@ -24,7 +24,7 @@ constexpr double cca_us = 50.0;
 constexpr double reference_cycles_per_us = reference_clock_hz / 1.0e6;
 constexpr double burst_cycles_per_us = burst_clock_hz / 1.0e6;
 
-/** Time that one sub-sweep takes. A pulse takes at least one cycle and every point at least one pulse. */
+/** Returns the duration of a sub-sweep. A pulse takes at least one cycle, and a point at least one pulse. */
 double subsweep_us(uint16_t num_points, const subsweep_parameters &parameters, const overhead &overhead)
 {
     const uint32_t repeats = parameters.integration_repeats > 0U ? parameters.integration_repeats : 1U;
@@ -33,7 +33,7 @@ double subsweep_us(uint16_t num_points, const subsweep_parameters &parameters, c
     return overhead.setup_us + pulses * period / burst_cycles_per_us;
 }
 
-/** Time that the sensor takes to be ready from an idle state. */
+/** Returns the time that the sensor needs to become ready from an idle state. */
 double wake_us(uint16_t sleep_enabled, uint16_t deep_sleep_enabled, const parameter_block &block)
 {
     const uint16_t cycles = deep_sleep_enabled != 0U ? block.delay_300_us_ref_clk
@@ -42,7 +42,7 @@ double wake_us(uint16_t sleep_enabled, uint16_t deep_sleep_enabled, const parame
     return cycles / reference_cycles_per_us;
 }
 
-/** Period of a timer, from the two halves of its count; 0 when it is off. */
+/** Returns the period of a timer from the two halves of its count; 0 when it is off. */
 double timer_us(uint16_t enabled, uint16_t high, uint16_t low)
 {
     const uint32_t cycles = (static_cast<uint32_t>(high) << 16U) | low;

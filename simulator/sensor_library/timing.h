@@ -1,8 +1,8 @@
 /** @file
  * How long sweeps and frames take.
  *
- * A point takes its pulses, and some more while the delay line settles, one pulse for each period of the
- * pulse repetition frequency; a sub-sweep takes its points after a set-up time. In the high-speed mode both
+ * A point takes its pulses plus some pulses while the delay line settles, one pulse per period of the pulse
+ * repetition frequency. A sub-sweep takes a set-up time plus its points. In the high-speed mode both
  * overheads are short, because nothing has to be switched between sweeps.
  */
 #ifndef ZET_SIMULATOR_TIMING_H
@@ -14,8 +14,8 @@ namespace zet_simulator
 {
 
 /**
- * Tells whether a configuration is measured in the high-speed mode: one sub-sweep, ready between sweeps, and
- * no continuous sweep mode.
+ * Returns whether a configuration is measured in the high-speed mode: one sub-sweep, ready between sweeps,
+ * and no continuous sweep mode.
  */
 bool timing_is_high_speed(const zet_config &config);
 
@@ -25,7 +25,7 @@ struct frame_timing
     double lead_us;                  /**< from the start of a frame to its first sweep */
     double sweep_period_us;          /**< from sweep to sweep */
     double frame_us;                 /**< from the start of a frame to its interrupt */
-    double frame_period_us;          /**< from frame to frame; 0 when the sensor does not pace them */
+    double frame_period_us;          /**< from frame to frame; 0 when the sensor does not pace the frames */
     double shortest_sweep_period_us; /**< lowest possible sweep period */
 };
 
@@ -33,11 +33,11 @@ struct frame_timing
  * Computes the durations.
  *
  * @param config  a configuration with a valid layout; gives the numbers of points and sweeps
- * @param block   what the sensor obeys; gives everything else
+ * @param block   the words that control the sensor; give everything else
  */
 frame_timing timing_of(const zet_config &config, const parameter_block &block);
 
-/** Highest sweep rate of a configuration with valid sub-sweeps, in hertz. */
+/** Returns the highest sweep rate of a configuration with valid sub-sweeps, in hertz. */
 float timing_max_sweep_rate(const zet_config &config);
 
 } // namespace zet_simulator
