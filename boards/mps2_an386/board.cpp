@@ -1,6 +1,6 @@
 /** @file
  * The MPS2 board with the AN386 image (Cortex-M4F): two CMSDK APB UARTs (8 data bits, no parity, 1 stop bit,
- * no flow control) and a counter. It has no sensors of its own.
+ * no flow control) and a counter. It has no sensors.
  */
 #include "board.h"
 
@@ -16,14 +16,14 @@ namespace
 constexpr uintptr_t counter_value = 0x40028018U;
 constexpr uintptr_t counter_prescaler = 0x4002801CU;
 
-/** Serial ports, by the addresses of their registers. */
+/** Serial ports, by the base addresses of their registers. */
 enum class uart_t : uintptr_t
 {
     link = 0x40004000U,
     log = 0x40005000U,
 };
 
-/** Registers of a port, as offsets. */
+/** Offsets of a port's registers. */
 enum class register_t : uintptr_t
 {
     data = 0x0U,
@@ -118,7 +118,8 @@ bool board_link_is_drained(void)
     return can_send(uart_t::link);
 }
 
-// The interrupt is cleared first: reading lets the next byte come, whose interrupt must not be lost.
+// The interrupt is cleared first: after the read the next byte can arrive, and its interrupt must not be
+// lost.
 bool board_link_receive(uint8_t *byte)
 {
     at(uart_t::link, register_t::interrupt_clear) = receive_interrupt;

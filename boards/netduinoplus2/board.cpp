@@ -1,5 +1,5 @@
 /** @file
- * The Netduino Plus 2 (STM32F405RG, Cortex-M4F at 168 MHz), by the chip's reference manual RM0090.
+ * The Netduino Plus 2 (STM32F405RG, Cortex-M4F at 168 MHz), according to the chip's reference manual RM0090.
  *
  * Link: USART1 (PA9, PA10). Log: USART2 (PA2). Two sensors on SPI1 (PA5, PA6, PA7): chip selects PB0 and PB1,
  * enable lines PB4 and PB5, supplies PB8 and PB9, interrupts PA0 and PA1.
@@ -27,23 +27,23 @@ constexpr uintptr_t usart1 = 0x40011000U;
 constexpr uintptr_t usart2 = 0x40004400U;
 constexpr uintptr_t unique_id = 0x1FFF7A10U;
 
-/** Number of the interrupt of line 0 (PA0). */
+/** Interrupt number of line 0 (PA0). */
 constexpr uint32_t first_line_interrupt = 6;
 
 constexpr uint32_t apb2_clock_hz = 84000000;
 constexpr uint32_t apb1_clock_hz = 42000000;
 
-/** Bits of a port's state. */
+/** Bits of a serial port's state. */
 constexpr uint32_t usart_damaged = 15U; /**< parity, framing, noise, overrun */
 constexpr uint32_t usart_received = 1U << 5U;
 constexpr uint32_t usart_all_sent = 1U << 6U;
-constexpr uint32_t usart_can_take = 1U << 7U;
+constexpr uint32_t usart_can_send = 1U << 7U;
 
 /** Bits of the state of SPI. */
 constexpr uint32_t spi_received = 1U << 0U;
 constexpr uint32_t spi_busy = 1U << 7U;
 
-/** Whether the chip is emulated: a real one always has an oscillator on. */
+/** Whether the chip is emulated: a real one always has an oscillator running. */
 bool is_emulated;
 
 void set_bits(uintptr_t address, uint32_t bits)
@@ -58,27 +58,27 @@ void wait_for(uintptr_t address, uint32_t bits, uint32_t value)
     }
 }
 
-/** 168 MHz from the crystal of 25 MHz; 84 MHz and 42 MHz for the buses. */
+/** Sets the clocks: 168 MHz from the 25 MHz crystal; 84 MHz and 42 MHz for the buses. */
 void start_clocks()
 {
     // Internal oscillator, crystal.
     set_bits(rcc, 1U << 0U | 1U << 16U);
     wait_for(rcc, 1U << 1U | 1U << 17U, 1U << 1U | 1U << 17U);
-    // A boot loader may run on what is set up below.
+    // A boot loader may have switched to the clock that is set up below.
     hardware_register(rcc + 0x08U) = 0;
     wait_for(rcc + 0x08U, 3U << 2U, 0);
     hardware_register(rcc) = hardware_register(rcc) & ~(1U << 24U);
     // Caches, 5 wait states.
     hardware_register(flash_access_control) = 7U << 8U | 5U;
     hardware_register(rcc + 0x04U) = 25U | 336U << 6U | 1U << 22U | 7U << 24U;
-    // Starts the multiplier.
+    // Starts the PLL.
     set_bits(rcc, 1U << 24U);
     wait_for(rcc, 1U << 25U, 1U << 25U);
     hardware_register(rcc + 0x08U) = 5U << 10U | 4U << 13U | 2U;
     wait_for(rcc + 0x08U, 3U << 2U, 2U << 2U);
 }
 
-/** Sets one of a register's fields of the same width. */
+/** Sets one field of a register whose fields all have the same width. */
 void set_field(uintptr_t address, uint32_t field, uint32_t width, uint32_t value)
 {
     const uint32_t mask = (1U << width) - 1U;
@@ -106,7 +106,7 @@ void start_pins()
     }
     // Fast outputs.
     set_bits(gpio_a + 0x08U, 2U << 4U | 2U << 10U | 2U << 14U | 2U << 18U);
-    // Interrupts rest low, the link's input high.
+    // Pull interrupts low, and the link's input high.
     set_bits(gpio_a + 0x0CU, 2U << 0U | 2U << 2U | 1U << 20U);
     for (const uint32_t pin : {0U, 1U, 4U, 5U, 8U, 9U})
     {
@@ -116,7 +116,7 @@ void start_pins()
     }
 }
 
-/** A counter of microseconds; the emulator counts at 1 GHz, whatever the clock. */
+/** Starts the counter of microseconds; the emulator counts at 1 GHz, whatever the clock. */
 void start_counter()
 {
     hardware_register(tim2 + 0x28U) = (is_emulated ? 1000U : 2U * apb1_clock_hz / 1000000U) - 1U;
@@ -174,7 +174,7 @@ uint32_t board_counter_us(void)
 
 bool board_log_can_send(void)
 {
-    return (hardware_register(usart2) & usart_can_take) != 0U;
+    return (hardware_register(usart2) & usart_can_send) != 0U;
 }
 
 void board_log_send(uint8_t byte)
@@ -188,7 +188,7 @@ uint32_t board_link_nearest_baudrate(uint32_t baudrate)
     return divider >= 16U && divider <= 0xFFFFU ? apb2_clock_hz / divider : 0U;
 }
 
-// The port stays on, so that nothing is lost that a quick host sends at the new baud rate.
+// The port stays on, so that nothing is lost if the host sends immediately at the new baud rate.
 void board_link_open(uint32_t baudrate)
 {
     hardware_register(usart1 + 0x08U) = divider_for(baudrate);
@@ -197,7 +197,7 @@ void board_link_open(uint32_t baudrate)
 
 bool board_link_can_send(void)
 {
-    return (hardware_register(usart1) & usart_can_take) != 0U;
+    return (hardware_register(usart1) & usart_can_send) != 0U;
 }
 
 void board_link_send(uint8_t byte)
@@ -210,7 +210,7 @@ bool board_link_is_drained(void)
     return (hardware_register(usart1) & usart_all_sent) != 0U;
 }
 
-// Reading the state and then the data acknowledges the interrupt, overruns and damaged bytes included.
+// Reading the state and then the data acknowledges the interrupt, also for overruns and damaged bytes.
 bool board_link_receive(uint8_t *byte)
 {
     const uint32_t state = hardware_register(usart1);
@@ -230,7 +230,7 @@ void board_sensor_set_supply(uint32_t sensor_id, bool on)
 
 void board_sensor_set_enable(uint32_t sensor_id, bool on)
 {
-    // The chip select of a sensor that is off is low as well.
+    // The chip select of a sensor that is off is low too.
     set_pin(sensor_id - 1U, on);
     set_pin(sensor_id + 3U, on);
 }
@@ -248,8 +248,8 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
     set_pin(sensor_id - 1U, true);
 }
 
-// Each line has an interrupt of its own. One that comes again because it was acknowledged late is no signal;
-// the emulator does not know what is pending.
+// Each line has its own interrupt. An interrupt that comes again because it was acknowledged late is not a
+// signal; the emulator does not report which lines are pending.
 uint32_t board_sensor_take_interrupts(void)
 {
     const uint32_t line = 1U << (cortex_m4::active_interrupt() - first_line_interrupt);
@@ -261,7 +261,7 @@ uint32_t board_sensor_take_interrupts(void)
 const char *board_reset_cause(void)
 {
     const uint32_t flags = hardware_register(rcc + 0x74U);
-    // The flags are for the next reset.
+    // Clears the flags, for the next reset.
     set_bits(rcc + 0x74U, 1U << 24U);
     return (flags & 3U << 29U) != 0U   ? "watchdog"
            : (flags & 1U << 27U) != 0U ? "power on"

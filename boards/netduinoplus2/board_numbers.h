@@ -27,7 +27,7 @@ enum
     BOARD_SENSOR_START_US = 5000,
 };
 
-/* Lines 0 and 1 of the interrupt controller. */
+/* The interrupts of lines 0 and 1. */
 #define BOARD_SENSOR_INTERRUPTS                                                                              \
     {                                                                                                        \
         6, 7                                                                                                 \

@@ -1,9 +1,9 @@
 /** @file
  * A board to copy. Its chip is imaginary: a serial port for the link, another one for the log, a counter of
- * microseconds, SPI, pins, a watchdog. Replace registers and functions by those of your chip.
+ * microseconds, SPI, pins, a watchdog. Replace the registers and functions with those of your chip.
  *
- * The registers lie at 0xA0000000, which your own board_areas does not open: a function that you forgot
- * faults, and once counter and log work the report names an address that begins with a0.
+ * The registers are at 0xA0000000, which your own board_areas does not open: a function that you forgot to
+ * replace faults, and once counter and log work, the report shows an address that begins with a0.
  */
 #include "board.h"
 
@@ -31,7 +31,7 @@ constexpr uint32_t largest_divider = 0xFFFF;
 constexpr uint32_t can_send = 1U << 0U;
 constexpr uint32_t all_sent = 1U << 1U;
 constexpr uint32_t received = 1U << 2U;
-constexpr uint32_t damaged = 1U << 3U; /**< overrun, wrong frame */
+constexpr uint32_t damaged = 1U << 3U; /**< overrun, framing error */
 
 // Bits of a serial port's control.
 constexpr uint32_t send_on = 1U << 0U;
@@ -39,7 +39,7 @@ constexpr uint32_t receive_on = 1U << 1U | 1U << 2U; /**< with its interrupt */
 
 constexpr uint32_t spi_done = 1U << 0U;
 
-// Pins of sensor 1; those of the next sensors follow.
+// Pins of sensor 1; those of the other sensors follow.
 constexpr uint32_t first_supply = 0;
 constexpr uint32_t first_enable = 8;
 constexpr uint32_t first_select = 16; /**< low: selected */
@@ -57,17 +57,16 @@ void set_pin(uint32_t pin, bool high)
 
 } // namespace
 
-// All registers that the functions below use; everything else faults. The memory protection unit opens powers
-// of two, and the log shows at the start what is really open. A unique id outside of them needs an area of
-// its own, as
-// {"id", 0x1FFF7A10U, 12, BOARD_READ_ONLY}.
+// All registers that the functions below use; an access to any other register faults. The memory protection
+// unit opens powers of two; the log shows at the start which addresses are actually open. A unique id outside
+// this area needs a separate one, such as {"id", 0x1FFF7A10U, 12, BOARD_READ_ONLY}.
 extern const board_area_t board_areas[BOARD_AREA_COUNT] = {
     {"peripherals", 0xA0000000U, 0x00010000U, BOARD_DEVICES},
 };
 
-// First the clock of the processor, then whatever needs it. The chip's SystemInit can be called here. A
-// sensor without supply must not be fed through its pins: all of them are low, and its interrupt line is
-// pulled to rest.
+// First the clock of the processor, then everything that needs it. The chip's SystemInit can be called here.
+// A sensor without supply must not be powered through its pins: all of them are low, and its interrupt line
+// is pulled to its inactive level.
 void board_start(void)
 {
     hardware_register(clocks) = 0xFFU;
@@ -78,13 +77,13 @@ void board_start(void)
     hardware_register(pins + 8U) = sensor_pins;
     hardware_register(counter + 4U) = 1;
     hardware_register(spi + 8U) = 1;
-    // Edges: a level would interrupt until the sensor is read.
+    // Edges: a level would cause interrupts until the sensor is read.
     hardware_register(pin_interrupt + 4U) = 3;
     hardware_register(log_port + 8U) = divider_for(115200);
     hardware_register(log_port + 12U) = send_on;
 }
 
-// All 32 bits, 1 MHz, in sleep too. A timer of 16 bits is not enough: chain two of them.
+// All 32 bits, 1 MHz, also during sleep. A 16-bit timer is not enough: chain two of them.
 uint32_t board_counter_us(void)
 {
     return hardware_register(counter);
@@ -95,20 +94,20 @@ bool board_log_can_send(void)
     return (hardware_register(log_port) & can_send) != 0U;
 }
 
-// No interrupt and no buffer that needs one: a fault handler calls this.
+// Must not use an interrupt, nor a buffer that needs one: a fault handler calls this.
 void board_log_send(uint8_t byte)
 {
     hardware_register(log_port + 4U) = byte;
 }
 
-// Truncates as the port does. The server compares with the wanted rate and refuses what is more than 2 % off.
+// Truncates as the port does. The server refuses a rate that is more than 2 % from the requested one.
 uint32_t board_link_nearest_baudrate(uint32_t baudrate)
 {
     const uint32_t divider = divider_for(baudrate);
     return divider > 0U && divider <= largest_divider ? port_clock_hz / divider : 0U;
 }
 
-// Called again for every new rate: off first, so that nothing of the old rate stays in the port.
+// Called again for every new rate: switches the port off first, so that no data of the old rate stays in it.
 void board_link_open(uint32_t baudrate)
 {
     hardware_register(link_port + 12U) = 0;
@@ -126,14 +125,14 @@ void board_link_send(uint8_t byte)
     hardware_register(link_port + 4U) = byte;
 }
 
-// Not "the buffer is empty" but "the last bit has left", where the port can tell them apart.
+// True when the last bit has been sent, not when the buffer is empty, if the port can distinguish the two.
 bool board_link_is_drained(void)
 {
     return (hardware_register(link_port) & all_sent) != 0U;
 }
 
-// An interrupt that is not acknowledged comes again without end, also that of an overrun. Reading the data
-// acknowledges both in this port.
+// An interrupt that is not acknowledged comes again endlessly, also that of an overrun. In this port reading
+// the data acknowledges both.
 bool board_link_receive(uint8_t *byte)
 {
     const uint32_t state = hardware_register(link_port);
@@ -146,21 +145,21 @@ bool board_link_receive(uint8_t *byte)
     return true;
 }
 
-// Sensors that share a supply: keep a bit for each one that is on, and switch off when none is left.
+// For sensors that share a supply: keep a bit for each one that is on, and switch off when none is left.
 void board_sensor_set_supply(uint32_t sensor_id, bool on)
 {
     set_pin(first_supply + sensor_id - 1U, on);
 }
 
-// The chip select rests high while the sensor is on, and low while it is off.
+// The idle level of the chip select is high while the sensor is on, and low while it is off.
 void board_sensor_set_enable(uint32_t sensor_id, bool on)
 {
     set_pin(first_select + sensor_id - 1U, on);
     set_pin(first_enable + sensor_id - 1U, on);
 }
 
-// Mode, clock rate and the times around the chip select are in the sensor's data sheet. The buffer may lie at
-// an odd address. With DMA: wait here until it is done.
+// SPI mode, clock rate and chip select timing are in the sensor's data sheet. The buffer may be at an odd
+// address. With DMA: wait here until it is done.
 void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
 {
     set_pin(first_select + sensor_id - 1U, false);
@@ -175,7 +174,7 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size)
     set_pin(first_select + sensor_id - 1U, true);
 }
 
-// Acknowledges what it returns and nothing else: an edge that comes in between is for the next call.
+// Acknowledges exactly what it returns: an edge that comes in between is for the next call.
 uint32_t board_sensor_take_interrupts(void)
 {
     const uint32_t sensors = hardware_register(pin_interrupt);
@@ -184,15 +183,15 @@ uint32_t board_sensor_take_interrupts(void)
     return sensors;
 }
 
-// The functions from here on may be removed: the firmware has a default for each. So it has for board_wait
-// and board_wake, which an RTOS replaces.
+// The functions from here on may be removed: the firmware has a default for each, and also for board_wait and
+// board_wake, which an RTOS replaces.
 
 void board_feed_watchdog(void)
 {
     hardware_register(watchdog) = 0;
 }
 
-// Called before board_start. The flags stay over the next reset until they are cleared.
+// Called before board_start. The flags survive resets until they are cleared.
 const char *board_reset_cause(void)
 {
     const uint32_t flags = hardware_register(clocks + 8U);
@@ -200,7 +199,7 @@ const char *board_reset_cause(void)
     return (flags & 2U) != 0U ? "watchdog" : (flags & 1U) != 0U ? "power on" : nullptr;
 }
 
-// Valid for ever: a static text.
+// Must be valid for the lifetime of the program: a static text.
 const char *board_id(void)
 {
     static char text[9];
