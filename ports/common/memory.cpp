@@ -1,18 +1,18 @@
 /** @file
- * The board's allocator, over the one region that the port lends: constant time, a good fit, free neighbours
- * joined at once.
+ * The board's allocator for the region that the port provides: constant time, good fit, free neighbours are
+ * joined immediately.
  *
  * It is a two-level segregated fit (M. Masmano, I. Ripoll, A. Crespo, J. Real, "TLSF: a new dynamic memory
- * allocator for real-time systems", ECRTS 2004). Free blocks lie in bins by size, in lists linked both ways.
- * On level 0 there is a bin for every size, on each further level 16 bins for one power of two. Bit maps, one
- * of the levels and one of each level's bins, tell which are used, so the first bin whose blocks are large
- * enough is found by counting zeros.
+ * allocator for real-time systems", ECRTS 2004). Free blocks are in bins by size, in doubly linked lists.
+ * Level 0 has a bin for every size, each further level has 16 bins for one power of two. Bit maps, one of the
+ * levels and one of each level's bins, show which of them are used, so the first bin with large enough blocks
+ * is found by counting zeros.
  *
- * The free block that was cut or joined last is in no bin. A document is built by cutting many small pieces
- * off one block and released by joining them again, and so the bins need not follow each step.
+ * The free block that was split or joined last is not in a bin. A document is built by splitting many small
+ * blocks off one block, and freed by joining them again, so the bins need not be updated at each step.
  *
- * A block is its header, one word, and the memory that the caller gets. A free block keeps its links in that
- * memory and, in its last word, its own address, by which the block after it finds it.
+ * A block is its header, one word, and the memory that the caller gets. A free block stores its links in that
+ * memory and its own address in its last word, where the next block finds it.
  */
 #include "board_memory.h"
 
@@ -33,12 +33,12 @@
 #endif
 
 #if UNDER_ADDRESS_SANITIZER
-// The compiler's run-time library brings them.
+// Provided by the compiler's run-time library.
 extern "C" void __asan_poison_memory_region(const volatile void *address, size_t size);
 extern "C" void __asan_unpoison_memory_region(const volatile void *address, size_t size);
 #endif
 
-/** The sanitizer reports whoever touches what is no caller's piece, except the allocator itself. */
+/** For functions that access memory that is not allocated: only the allocator may do so. */
 #define MAY_TOUCH_POISON [[gnu::no_sanitize_address]]
 
 namespace
@@ -47,9 +47,9 @@ namespace
 /** A part of the region, from one header to the next. */
 struct block_t
 {
-    size_t header;  /**< the size, a multiple of the alignment; when in use with flags */
-    block_t *next;  /**< when in a bin: the next one there */
-    block_t **link; /**< when in a bin: what points to this block, the bin or the one before */
+    size_t header;  /**< the size, a multiple of the alignment; of a block in use with flags */
+    block_t *next;  /**< when in a bin: the next block in it */
+    block_t **link; /**< when in a bin: the pointer to this block, in the bin or in the previous block */
 };
 
 constexpr size_t alignment = alignof(std::max_align_t);
@@ -62,10 +62,10 @@ constexpr size_t in_use = 1;
 constexpr size_t previous_is_free = 2;
 constexpr size_t all_flags = alignment - 1;
 
-/** Bins of one power of two. */
+/** Number of bins for one power of two. */
 constexpr size_t divisions = 16;
 
-/** Where a free block belongs. */
+/** The bin of a free block. */
 struct bin_t
 {
     size_t level;
@@ -77,7 +77,7 @@ struct bin_t
     }
 };
 
-/** The bin for free blocks of a size. */
+/** Returns the bin for free blocks of a size. */
 constexpr bin_t bin_of(size_t size)
 {
     const size_t units = size / alignment;
@@ -88,12 +88,12 @@ constexpr bin_t bin_of(size_t size)
 constexpr size_t level_count = bin_of(SIZE_MAX).level + 1;
 constexpr size_t level_0_end = 2 * divisions * alignment;
 
-/** A bit for each level, or for each bin of a level; the first one is the highest. */
+/** One bit per level, or per bin of a level; the first one is the highest bit. */
 using bit_map_t = size_t;
 constexpr size_t map_bits = 8 * sizeof(bit_map_t);
 static_assert(level_count <= map_bits && 2 * divisions <= map_bits);
 
-/** The bits of a map from a place on. */
+/** Returns a map with all bits from a place on. */
 constexpr bit_map_t bits_from(size_t place)
 {
     return SIZE_MAX >> place;
@@ -127,15 +127,15 @@ constexpr size_t round_up(size_t value, size_t unit)
 struct heap_t
 {
     void *region;
-    block_t **bins; /**< at the start of the region, as many as blocks of its size need */
-    block_t *loose; /**< the free block that is in no bin; null when all are */
-    block_t *open;  /**< the same as long as small pieces are cut off it, otherwise null */
+    block_t **bins; /**< at the start of the region, one for each size up to that of the region */
+    block_t *loose; /**< the free block that is not in a bin; null when all are in bins */
+    block_t *open;  /**< the same block while small blocks are split off it, otherwise null */
     bit_map_t used_levels;
     bit_map_t used_bins[level_count];
     size_t size;       /**< of the region */
     size_t live;       /**< in use now */
     size_t peak;       /**< highest value of live */
-    uint32_t failures; /**< requests that could not be met */
+    uint32_t failures; /**< number of requests that have failed */
 };
 
 heap_t heap;
@@ -154,11 +154,11 @@ void unpoison([[maybe_unused]] const void *memory, [[maybe_unused]] size_t size)
 #endif
 }
 
-/** Has the sanitizer report a piece that was freed already. */
-void expect_allocated([[maybe_unused]] const void *piece)
+/** Makes the sanitizer report memory that was already freed. */
+void expect_allocated([[maybe_unused]] const void *memory)
 {
 #if UNDER_ADDRESS_SANITIZER
-    static_cast<void>(*static_cast<const volatile unsigned char *>(piece));
+    static_cast<void>(*static_cast<const volatile unsigned char *>(memory));
 #endif
 }
 
@@ -167,38 +167,38 @@ block_t *block_at(block_t *from, size_t distance)
     return reinterpret_cast<block_t *>(reinterpret_cast<unsigned char *>(from) + distance);
 }
 
-/** The last word of the block before, where a free one keeps its address. */
+/** Returns the last word of the previous block, where a free block stores its address. */
 block_t *&block_before(block_t *any)
 {
     return *(reinterpret_cast<block_t **>(any) - 1);
 }
 
-/** Puts a free block into the bin of its size. */
-MAY_TOUCH_POISON void file(block_t *filed)
+/** Puts a free block into the bin for its size. */
+MAY_TOUCH_POISON void put_into_bin(block_t *freed)
 {
-    const bin_t bin = bin_of(filed->header);
+    const bin_t bin = bin_of(freed->header);
     heap.used_levels |= bit_at(bin.level);
     heap.used_bins[bin.level] |= bit_at(bin.number);
     block_t **link = &heap.bins[bin.index()];
-    filed->link = link;
-    filed->next = *link;
-    if (filed->next != nullptr)
+    freed->link = link;
+    freed->next = *link;
+    if (freed->next != nullptr)
     {
-        filed->next->link = &filed->next;
+        freed->next->link = &freed->next;
     }
-    *link = filed;
+    *link = freed;
 }
 
-/** Takes a free block out of its bin. */
-MAY_TOUCH_POISON void unfile(const block_t *filed)
+/** Removes a free block from its bin. */
+MAY_TOUCH_POISON void remove_from_bin(const block_t *freed)
 {
-    *filed->link = filed->next;
-    if (filed->next != nullptr)
+    *freed->link = freed->next;
+    if (freed->next != nullptr)
     {
-        filed->next->link = filed->link;
+        freed->next->link = freed->link;
         return;
     }
-    const bin_t bin = bin_of(filed->header);
+    const bin_t bin = bin_of(freed->header);
     if (heap.bins[bin.index()] == nullptr)
     {
         heap.used_bins[bin.level] &= ~bit_at(bin.number);
@@ -209,17 +209,17 @@ MAY_TOUCH_POISON void unfile(const block_t *filed)
     }
 }
 
-void file_loose_block()
+void put_loose_block_into_bin()
 {
     if (heap.loose != nullptr)
     {
-        file(heap.loose);
+        put_into_bin(heap.loose);
         heap.loose = nullptr;
         heap.open = nullptr;
     }
 }
 
-/** Takes a free block out of wherever it is. */
+/** Removes a free block from its bin, or from being the loose block. */
 void detach(const block_t *freed)
 {
     if (freed == heap.loose)
@@ -228,11 +228,11 @@ void detach(const block_t *freed)
     }
     else
     {
-        unfile(freed);
+        remove_from_bin(freed);
     }
 }
 
-/** Makes a free block of a part of the region. */
+/** Makes a part of the region a free block. */
 MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
 {
     block_t *following = block_at(freed, size);
@@ -241,8 +241,8 @@ MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
     following->header |= previous_is_free;
 }
 
-/** The first block in the given bins of a level or, when these are empty, of a later level; or null. */
-MAY_TOUCH_POISON block_t *first_filed(size_t level, bit_map_t bins)
+/** Returns the first block in the given bins of a level or, if they are empty, of a later level; or null. */
+MAY_TOUCH_POISON block_t *first_in_bins(size_t level, bit_map_t bins)
 {
     bit_map_t used = heap.used_bins[level] & bins;
     if (used == 0U)
@@ -258,33 +258,33 @@ MAY_TOUCH_POISON block_t *first_filed(size_t level, bit_map_t bins)
     return heap.bins[bin_t{level, first_place(used)}.index()];
 }
 
-/** Finds a free block of at least this size and takes it out of its bin; null when there is none. */
-MAY_TOUCH_POISON block_t *take_filed(size_t size)
+/** Finds a free block of at least a size and removes it from its bin; null when there is none. */
+MAY_TOUCH_POISON block_t *take_from_bins(size_t size)
 {
-    file_loose_block();
+    put_loose_block_into_bin();
     const bin_t bin = bin_of(size);
-    block_t *taken = first_filed(bin.level, bits_from(bin.number));
+    block_t *taken = first_in_bins(bin.level, bits_from(bin.number));
     if (taken != nullptr && taken->header < size)
     {
-        // It is from the bin of the size itself; blocks of the later ones are all large enough.
-        taken = first_filed(bin.level, bits_after(bin.number));
+        // It is in the bin of the size itself; all blocks in later bins are large enough.
+        taken = first_in_bins(bin.level, bits_after(bin.number));
     }
     if (taken != nullptr)
     {
-        unfile(taken);
+        remove_from_bin(taken);
     }
     return taken;
 }
 
-/** Whether a piece is to be cut off the open block: no bin of level 0 has a better fit. */
+/** Returns whether a block is to be split off the open block: no bin of level 0 has a better fit. */
 MAY_TOUCH_POISON bool is_for_open_block(size_t size)
 {
     return size < level_0_end && (heap.used_bins[0] & bits_from(size / alignment)) == 0U &&
            heap.open != nullptr && heap.open->header >= size;
 }
 
-/** Cuts a piece off a free block that is in no bin; what a small one leaves is open for the next. */
-MAY_TOUCH_POISON void *cut(block_t *taken, size_t size)
+/** Splits a block off a free block that is not in a bin; the rest after a small block is the open block. */
+MAY_TOUCH_POISON void *split(block_t *taken, size_t size)
 {
     const size_t rest = taken->header - size;
     block_t *remaining = nullptr;
@@ -301,15 +301,15 @@ MAY_TOUCH_POISON void *cut(block_t *taken, size_t size)
     heap.loose = remaining;
     heap.open = size < level_0_end ? remaining : nullptr;
 
-    // The block before is in use: no two free ones are neighbours.
+    // The previous block is in use: two free blocks are never neighbours.
     taken->header = size | in_use;
     heap.live += size;
     heap.peak = std::max(heap.peak, heap.live);
     return &taken->next;
 }
 
-/** Joins a block with its free neighbours. */
-MAY_TOUCH_POISON void give_back(block_t *freed)
+/** Frees a block and joins it with its free neighbours. */
+MAY_TOUCH_POISON void free_block(block_t *freed)
 {
     size_t size = freed->header & ~all_flags;
     heap.live -= size;
@@ -328,7 +328,7 @@ MAY_TOUCH_POISON void give_back(block_t *freed)
         detach(joined);
         size += joined->header;
     }
-    file_loose_block();
+    put_loose_block_into_bin();
     heap.loose = joined;
     if (heap.open != nullptr)
     {
@@ -337,10 +337,10 @@ MAY_TOUCH_POISON void give_back(block_t *freed)
     mark_free(joined, size);
 }
 
-/** Largest request that would succeed now. */
+/** Returns the largest request that would succeed now. */
 MAY_TOUCH_POISON size_t largest_free()
 {
-    file_loose_block();
+    put_loose_block_into_bin();
     if (heap.used_levels == 0U)
     {
         return 0;
@@ -359,16 +359,16 @@ void *zet_integration_mem_alloc(size_t size)
     block_t *taken = nullptr;
     if (size <= largest)
     {
-        taken = is_for_open_block(block_size) ? heap.open : take_filed(block_size);
+        taken = is_for_open_block(block_size) ? heap.open : take_from_bins(block_size);
     }
     if (taken == nullptr)
     {
         ++heap.failures;
         return nullptr;
     }
-    void *piece = cut(taken, block_size);
-    unpoison(piece, std::max(size, size_t{1}));
-    return piece;
+    void *memory = split(taken, block_size);
+    unpoison(memory, std::max(size, size_t{1}));
+    return memory;
 }
 
 void zet_integration_mem_free(void *ptr)
@@ -376,7 +376,7 @@ void zet_integration_mem_free(void *ptr)
     if (ptr != nullptr)
     {
         expect_allocated(ptr);
-        give_back(reinterpret_cast<block_t *>(static_cast<size_t *>(ptr) - 1));
+        free_block(reinterpret_cast<block_t *>(static_cast<size_t *>(ptr) - 1));
     }
 }
 
@@ -387,7 +387,7 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     heap.region = region;
     heap.size = size;
 
-    // Distances from the start; the pieces of the first block and of the mark at the end are aligned.
+    // Offsets from the start; the memory of the first block and of the end mark is aligned.
     const auto start = reinterpret_cast<uintptr_t>(region);
     const size_t bins_size = (bin_of(size).index() + 1U) * pointer_size;
     const size_t bins = round_up(start, pointer_size) - start;
@@ -405,7 +405,7 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     const size_t all_size = size - behind_last - first;
     block_at(all, all_size)->header = in_use;
     mark_free(all, all_size);
-    file(all);
+    put_into_bin(all);
     poison(region, size);
 }
 

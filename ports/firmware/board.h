@@ -1,5 +1,5 @@
 /** @file
- * What the firmware needs from a board: the functions that touch its registers.
+ * What the firmware needs from a board: the functions that access its registers.
  *
  * A board is a folder with `board_numbers.h` (its numbers), C or C++ files with these functions, and
  * `memory.ld` (its memory). The linker names every function that is missing. No function waits unless its
@@ -15,7 +15,7 @@
 
 #include "board_numbers.h"
 
-/** What the memory protection unit has room for. */
+/** Most areas that the memory protection unit has room for. */
 #define BOARD_MOST_AREAS 2
 
 static_assert(BOARD_CORE_CLOCK_HZ >= 1000000, "BOARD_CORE_CLOCK_HZ: at least 1 MHz");
@@ -47,7 +47,7 @@ typedef enum
     BOARD_DEVICES    /**< read and write registers */
 } board_rights_t;
 
-/** Addresses that the program may use beside code and memory. Neighbours may be opened with them. */
+/** Addresses that the program may use besides code and memory. Neighbouring addresses may be opened too. */
 typedef struct
 {
     const char *name; /**< for the log, such as "peripherals" */
@@ -56,38 +56,38 @@ typedef struct
     board_rights_t rights;
 } board_area_t;
 
-/** The areas that the board opens, at most BOARD_MOST_AREAS; the processor's own are always open. */
+/** The areas that the board opens, at most BOARD_MOST_AREAS; those of the processor are always open. */
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): constants
 extern const board_area_t board_areas[BOARD_AREA_COUNT];
 
-/** Makes the processor fast, configures the pins and switches on the ports that are used below. */
+/** Sets the clock of the processor, configures the pins and switches on the ports that are used below. */
 void board_start(void);
 
-/** Reads a counter that runs at 1 MHz from the start on, through all 32 bits, in sleep too. */
+/** Reads a 32-bit counter that runs at 1 MHz from the start on, also during sleep. */
 uint32_t board_counter_us(void);
 
-/** Returns whether the log's port can take a byte. */
+/** Returns whether the log's port can accept a byte. */
 bool board_log_can_send(void);
 
-/** Sends a byte to the log's port. Called only after board_log_can_send. Must work in a fault handler too. */
+/** Sends a byte to the log's port. Called only after board_log_can_send. Must work in fault handlers too. */
 void board_log_send(uint8_t byte);
 
 /** Switches the link's port on, or to another baud rate, with an interrupt for every byte that arrives. */
 void board_link_open(uint32_t baudrate);
 
-/** Returns whether the link's port can take a byte. */
+/** Returns whether the link's port can accept a byte. */
 bool board_link_can_send(void);
 
 /** Sends a byte over the link. Called only after board_link_can_send. */
 void board_link_send(uint8_t byte);
 
-/** Returns whether the port has sent everything; where it cannot know this, whether its buffer is empty. */
+/** Returns whether the port has sent everything; if it cannot detect this, whether its buffer is empty. */
 bool board_link_is_drained(void);
 
 /**
- * Takes a byte that arrived over the link and acknowledges its interrupt; false when there is none. Bytes
- * that were lost or damaged (overrun, wrong frame) are acknowledged too and reported as one zero byte, which
- * no command contains. Called by the interrupt's handler.
+ * Reads a byte that arrived over the link and acknowledges its interrupt; false when there is none. Lost or
+ * damaged bytes (overrun, framing error) are acknowledged too and reported as one zero byte, which no command
+ * contains. Called by the interrupt handler.
  */
 bool board_link_receive(uint8_t *byte);
 
@@ -96,15 +96,15 @@ bool board_link_receive(uint8_t *byte);
  * @{
  */
 
-/** Switches the supply of a sensor. Switching to the present state has no effect. */
+/** Switches the supply of a sensor. Switching to the current state has no effect. */
 void board_sensor_set_supply(uint32_t sensor_id, bool on);
 
-/** Drives the enable line of a sensor, or releases it. Switching to the present state has no effect. */
+/** Drives the enable line of a sensor, or releases it. Switching to the current state has no effect. */
 void board_sensor_set_enable(uint32_t sensor_id, bool on);
 
 /**
- * Exchanges bytes with a sensor, between select and release of its chip select with the set-up and hold times
- * that it needs. Waits until the last bit has been sent.
+ * Exchanges bytes with a sensor: asserts its chip select, transfers the bytes and releases the chip select,
+ * with the set-up and hold times that the sensor needs. Waits until the last bit has been sent.
  *
  * @param buffer  bytes to send; receives the sensor's bytes
  * @param size    at most BOARD_SENSOR_MAX_TRANSFER
@@ -113,39 +113,39 @@ void board_sensor_transfer(uint32_t sensor_id, uint8_t *buffer, size_t size);
 
 /**
  * Returns which sensors' interrupt lines have become active since the last call, sensor 1 in the lowest bit,
- * and acknowledges their interrupts and no others, so that none is lost that comes meanwhile. Called by the
- * interrupt's handler.
+ * and acknowledges exactly these interrupts, so that one that comes in between is not lost. Called by the
+ * interrupt handler.
  */
 uint32_t board_sensor_take_interrupts(void);
 
 /** @} */
 
-/** @name What a board may give
+/** @name Optional functions of a board
  * The firmware has a default for each.
  * @{
  */
 
 /**
- * Returns the baud rate that the link's port really makes for a wanted one; 0 when it can make none near it.
- * The server refuses a rate that is more than 2 % off. Default: every rate can be made.
+ * Returns the actual baud rate of the link's port for a requested one; 0 when it has none near it. The server
+ * refuses a rate that is more than 2 % off. Default: every rate is possible.
  */
 uint32_t board_link_nearest_baudrate(uint32_t baudrate);
 
 /**
- * Restarts the watchdog's count. Called at least every BOARD_LONGEST_WAIT_US wherever the firmware waits; a
- * command that configures many sensors computes for longer in between. Default: does nothing.
+ * Restarts the watchdog's count. Called at least every BOARD_LONGEST_WAIT_US while the firmware waits; during
+ * a command that configures many sensors the time between two calls is longer. Default: does nothing.
  */
 void board_feed_watchdog(void);
 
 /**
  * Waits until board_wake has been called since the last wait, or for a time. May return early. Never called
- * with interrupts disabled. Default: the processor sleeps; SysTick, which nothing else may use then, ends it.
+ * with interrupts disabled. Default: the processor sleeps until SysTick; nothing else may use SysTick then.
  *
  * @param duration_us  1 to BOARD_LONGEST_WAIT_US
  */
 void board_wait(uint32_t duration_us);
 
-/** Ends board_wait, or the next one. Called by interrupt handlers. With an RTOS: gives a semaphore. */
+/** Ends the current or the next board_wait. Called by interrupt handlers. With an RTOS: gives a semaphore. */
 void board_wake(void);
 
 /**
@@ -154,7 +154,7 @@ void board_wake(void);
  */
 const char *board_reset_cause(void);
 
-/** Returns what identifies this one board, such as the chip's serial number, or null. Valid for ever. */
+/** Returns an identifier of this board, such as the chip's serial number, or null. Must stay valid. */
 const char *board_id(void);
 
 /** @} */

@@ -1,5 +1,5 @@
 /** @file
- * What a board may leave to the firmware.
+ * Defaults for the optional functions of a board.
  */
 #include <algorithm>
 #include <atomic>
@@ -29,7 +29,8 @@ extern "C" {
 {
 }
 
-// With interrupts held back nothing can come between the check and the sleep; a pending one ends the sleep.
+// With interrupts disabled nothing can happen between the check and the sleep; a pending interrupt ends the
+// sleep.
 [[gnu::weak]] void board_wait(uint32_t duration_us)
 {
     const cortex_m4::interrupt_lock_t lock;

@@ -53,6 +53,6 @@ void clock_sleep_until_us(uint64_t time_us)
 
 void clock_delay_us(uint32_t duration_us)
 {
-    // Part of the present microsecond has passed already.
+    // Part of the current microsecond has already passed.
     clock_sleep_until_us(clock_now_us() + duration_us + 1U);
 }

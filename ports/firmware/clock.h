@@ -1,27 +1,27 @@
 /** @file
- * The firmware's clock and its waiting.
+ * The firmware's clock, and waiting.
  */
 #ifndef VANTOR_FIRMWARE_CLOCK_H
 #define VANTOR_FIRMWARE_CLOCK_H
 
 #include <cstdint>
 
-/** Time since the start in microseconds. To be called at least once an hour, and never by interrupts. */
+/** Returns the time since the start, in microseconds. Call it at least once an hour, not from interrupts. */
 uint64_t clock_now_us();
 
 /**
- * Waits until a condition holds, or until a time has come.
+ * Waits until a condition is true, or until a time.
  *
  * @param time_us    the time, in microseconds
  * @param condition  checked again after every interrupt that calls board_wake
- * @return whether the condition held
+ * @return whether the condition was true
  */
 bool clock_wait_until(uint64_t time_us, bool (*condition)());
 
-/** Waits until a time, in microseconds, has come. */
+/** Waits until a time, in microseconds. */
 void clock_sleep_until_us(uint64_t time_us);
 
-/** Waits at least for a time, in microseconds. */
+/** Waits for at least a duration, in microseconds. */
 void clock_delay_us(uint32_t duration_us);
 
 #endif

@@ -16,7 +16,7 @@ namespace
 constexpr uint32_t sensor_interrupts[] = BOARD_SENSOR_INTERRUPTS;
 #endif
 
-/** The handlers by number of the interrupt. */
+/** The handlers, by interrupt number. */
 struct board_vectors_t
 {
     void (*handlers[BOARD_INTERRUPT_COUNT])();

@@ -4,18 +4,18 @@
 #ifndef VANTOR_FIRMWARE_INTERRUPTS_H
 #define VANTOR_FIRMWARE_INTERRUPTS_H
 
-/** Lets the link's interrupt through. */
+/** Enables the link's interrupt. */
 void enable_link_interrupt();
 
-/** Lets the sensors' interrupts through, if the board has any. */
+/** Enables the sensors' interrupts, if the board has any. */
 void enable_sensor_interrupts();
 
 extern "C" {
 
-/** Takes the bytes that have arrived over the link. */
+/** Stores the bytes that have arrived over the link. */
 void link_handler();
 
-/** Notes which sensors have signalled. */
+/** Records which sensors have signalled. */
 void sensor_handler();
 }
 

@@ -11,10 +11,10 @@
 namespace
 {
 
-/** How long the port may take nothing. */
+/** How long the port may accept no byte. */
 constexpr uint64_t stall_time_us = 5000000;
 
-/** Bits of a byte on the wire, start and stop bit included, times microseconds of a second. */
+/** Bits of a byte on the wire, including start and stop bit, times the microseconds in a second. */
 constexpr uint32_t byte_time_us_baud = 10000000;
 
 constinit cortex_m4::receive_ring_t<BOARD_RING_SIZE> ring;
@@ -53,7 +53,7 @@ void link_handler()
     uint8_t byte = 0;
     while (board_link_receive(&byte))
     {
-        ring.take(byte);
+        ring.store(byte);
     }
     board_wake();
 }
@@ -99,7 +99,7 @@ void link_discard_input()
     ring.discard();
 }
 
-// Some ports know when a byte has left their buffer, but not when its bits have left the wire.
+// Some ports detect when a byte has left their buffer, but not when its last bit has been sent.
 void link_drain()
 {
     stalled = stalled || !wait_for_port(board_link_is_drained);

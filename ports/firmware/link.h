@@ -1,5 +1,5 @@
 /** @file
- * The link to the host: a serial port, with a ring for what arrives while the server is busy.
+ * The link to the host: a serial port, with a ring buffer for bytes that arrive while the server is busy.
  */
 #ifndef VANTOR_FIRMWARE_LINK_H
 #define VANTOR_FIRMWARE_LINK_H
@@ -7,36 +7,36 @@
 #include <cstddef>
 #include <cstdint>
 
-/** Opens the link, empty, at the first baud rate; a link that has stalled works again. */
+/** Opens the link, without input, at the start baud rate. A link that has stalled works again then. */
 void link_open();
 
 /**
- * Sends to the host. Waits while the port takes nothing, for some seconds; then the link counts as stalled,
- * and what is sent is dropped until link_open.
+ * Sends to the host. If the port accepts nothing for some seconds, the link counts as stalled: all output is
+ * dropped until link_open.
  */
 void link_write(const void *data, uint32_t size);
 
-/** Returns whether the port has taken nothing for so long that the host counts as gone. */
+/** Returns whether the link has stalled, so that the host counts as gone. */
 bool link_is_stalled();
 
-/** Returns whether something has arrived. */
+/** Returns whether there is unread input. */
 bool link_has_input();
 
 /**
- * Reads what has arrived. Where bytes were lost for want of room there is a zero byte in their place, which
- * no command contains.
+ * Reads input. Bytes that were lost because there was no room are replaced by one zero byte, which no command
+ * contains.
  *
  * @return the number of bytes
  */
 size_t link_read(char *data, size_t size);
 
-/** Discards what has arrived and was not read. */
+/** Discards unread input. */
 void link_discard_input();
 
 /** Waits until everything has been sent, unless the link has stalled. */
 void link_drain();
 
-/** Changes the baud rate once everything has been sent. */
+/** Changes the baud rate after everything has been sent. */
 void link_set_baudrate(uint32_t baudrate);
 
 #endif

@@ -18,22 +18,22 @@
 namespace
 {
 
-/** Least severe line for the log's port: a line takes milliseconds there. */
+/** Least severe level for the log's port, where a line takes milliseconds. */
 constexpr zet_log_level_t port_log_level = ZET_LOG_LEVEL_WARNING;
 
-/** Longest text of a line, with its end; what is longer is cut. */
+/** Size of the longest text of a line, with its terminating zero; longer texts are cut. */
 constexpr size_t text_size = 256;
 
-/** How long a line may take: longer than 300 characters at 115,200 baud. */
-constexpr uint64_t patience_us = 40000;
+/** Longest time for a line, enough for 300 characters at 115,200 baud. */
+constexpr uint64_t line_time_us = 40000;
 
 /**
- * Most questions to the port for one byte, more than go in the time above. They end the wait of a fault
- * report that comes before the board has started its counter.
+ * Most polls of the port for one byte, more than fit into the time above. This limit ends the wait of a fault
+ * report that is sent before the board has started its counter.
  */
 constexpr uint32_t most_polls = 1000000;
 
-/** Waits until the port can take a byte; false when it takes too long. */
+/** Waits until the port can accept a byte; false when that takes too long. */
 bool wait_for_port(uint64_t deadline_us)
 {
     for (uint32_t polls = 0; !board_log_can_send(); ++polls)
@@ -47,7 +47,7 @@ bool wait_for_port(uint64_t deadline_us)
     return true;
 }
 
-/** Writes a text, or as much of it as the port takes before the deadline; returns whether that is all. */
+/** Writes as much of a text as the port accepts before the deadline; returns whether that is all of it. */
 bool write(const char *text, uint64_t deadline_us)
 {
     for (; *text != '\0' && wait_for_port(deadline_us); ++text)
@@ -61,7 +61,7 @@ bool write(const char *text, uint64_t deadline_us)
 
 void log_to_port(zet_log_level_t level, const char *module, const char *text)
 {
-    const uint64_t deadline_us = clock_now_us() + patience_us;
+    const uint64_t deadline_us = clock_now_us() + line_time_us;
     for (const char *part : {zet_log_level_prefixes[level].data(), module, ": ", text, "\r\n"})
     {
         (void)write(part, deadline_us);
@@ -77,7 +77,7 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
     zet_vantor_server_log(level, module, text);
 }
 
-// Simulated sensors bring a function of this name; this one is linked where it comes first.
+// The simulated sensors define this function too; the linker uses this one, because it comes first.
 void zet_integration_log(zet_log_level_t level, const char *module, const char *format, ...)
 {
     char text[text_size];
@@ -93,10 +93,10 @@ void add_to_fault_report(const char *text)
     retain_fault(text);
 }
 
-// Written last, because the clock or the port may be what has faulted.
+// Written last, because the clock or the port may have caused the fault.
 void send_fault_report()
 {
-    const uint64_t deadline_us = clock_now_us() + patience_us;
+    const uint64_t deadline_us = clock_now_us() + line_time_us;
     (void)(write("fault: ", deadline_us) && write(retained_last_fault(), deadline_us) &&
            write("; restarting\r\n", deadline_us));
 }

@@ -29,7 +29,7 @@ namespace
 
 constexpr uint32_t ticks_per_second = 1000000;
 
-/** Most bytes that are taken from the host between two frames. */
+/** Most bytes that are read from the host between two frames. */
 constexpr uint32_t most_input = 2048;
 
 char line[BOARD_LINE_SIZE];
@@ -47,7 +47,7 @@ void get_memory(zet_vantor_server_memory_t *memory)
     memory->stack_peak = cortex_m4::stack_peak();
 }
 
-/** Bytes of the heap that are in use. */
+/** Returns the bytes of the heap that are in use. */
 size_t live_memory()
 {
     zet_vantor_server_memory_t memory = {};
@@ -55,7 +55,7 @@ size_t live_memory()
     return memory.live;
 }
 
-/** Reports the board, its reset, and what a program may access. */
+/** Logs the board, the cause of its reset, and the addresses that the program may access. */
 void log_start()
 {
     char text[256];
@@ -73,7 +73,7 @@ void log_start()
     log_to_port(ZET_LOG_LEVEL_INFO, "board", text);
 }
 
-/** Starts the server. A virtual clock allows no baud rates: a host that confirms one lives in real time. */
+/** Starts the server. With a virtual clock the baud rate is fixed: a host confirms a new one in real time. */
 bool start_server()
 {
     identity = {VANTOR_BOARD_NAME, board_id(), retained_reset_cause(), retained_last_fault(), sensors_kind()};
@@ -96,14 +96,14 @@ bool start_server()
 }
 
 /**
- * Waits until input has arrived or the server wants to be called again. On a virtual clock no time passes by
- * itself: without input the clock moves to when the server is due.
+ * Waits until input has arrived or the server has work. A virtual clock does not advance by itself: if there
+ * is no input, it is set to the time of the server's next work.
  */
 void wait_for_work(uint32_t ticks)
 {
     if (!sensors_have_virtual_clock() || ticks == ZET_VANTOR_SERVER_IDLE)
     {
-        // An idle server is called in time for every wrap of its tick.
+        // An idle server is called often enough to notice every wrap of its tick.
         (void)clock_wait_until(clock_now_us() + std::min(ticks, UINT32_MAX / 2), link_has_input);
     }
     else if (!link_has_input())
@@ -112,7 +112,7 @@ void wait_for_work(uint32_t ticks)
     }
 }
 
-/** Executes what has arrived; a host that never pauses does not delay the frames. */
+/** Passes input to the server, but only so much that a host that never pauses does not delay the frames. */
 void receive_input()
 {
     char input[64];
@@ -122,7 +122,7 @@ void receive_input()
     }
 }
 
-/** Serves whoever is at the other end of the link, until too much memory is lost. */
+/** Serves the host at the other end of the link, until too much memory is lost. */
 void serve()
 {
     const size_t live_at_rest = live_memory();
@@ -140,8 +140,8 @@ void serve()
     }
 }
 
-/** Notes why the board restarts. */
-void restart(zet_log_level_t level, const char *cause)
+/** Logs and retains why the board restarts. */
+void note_restart(zet_log_level_t level, const char *cause)
 {
     log_line(level, "board", cause);
     retain_restart_cause(cause);
@@ -158,10 +158,10 @@ void run_board()
     memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     if (!sensors_start() || !start_server())
     {
-        restart(ZET_LOG_LEVEL_ERROR, "server not started");
+        note_restart(ZET_LOG_LEVEL_ERROR, "server not started");
         return;
     }
     serve();
     link_drain();
-    restart(ZET_LOG_LEVEL_WARNING, "memory lost");
+    note_restart(ZET_LOG_LEVEL_WARNING, "memory lost");
 }

@@ -1,5 +1,5 @@
 /** @file
- * What survives a reset of the board, in memory that the start does not clear.
+ * Data that survives a reset of the board, in memory that the start does not clear.
  */
 #include "retained.h"
 
@@ -12,7 +12,7 @@
 namespace
 {
 
-/** Distinguishes what was retained from the random content of memory after power on. */
+/** Distinguishes retained data from the random content of memory after power-on. */
 constexpr uint32_t mark = 0x52544E31U;
 
 struct retained_t
@@ -36,8 +36,8 @@ template <size_t size> void copy(char (&text)[size], const char *from)
     (void)std::snprintf(text, size, "%s", from);
 }
 
-/** Returns the first text that is known. */
-const char *first_known(const char *text, const char *otherwise)
+/** Returns a text, or another one when it is null. */
+const char *text_or(const char *text, const char *otherwise)
 {
     return text != nullptr ? text : otherwise;
 }
@@ -53,8 +53,8 @@ void retained_start()
     }
     retained.cause[sizeof retained.cause - 1] = '\0';
     retained.fault[sizeof retained.fault - 1] = '\0';
-    // Always asked, because its flags may stay set until they have been read.
-    const char *board_cause = first_known(board_reset_cause(), was_off ? "power on" : "reset");
+    // Always called, because the flags of the chip may stay set until they have been read.
+    const char *board_cause = text_or(board_reset_cause(), was_off ? "power on" : "reset");
     copy(reset_cause, retained.cause[0] != '\0' ? retained.cause : board_cause);
     retained.cause[0] = '\0';
 }

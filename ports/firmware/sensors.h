@@ -1,5 +1,5 @@
 /** @file
- * The sensors of the board, real or simulated: -DVANTOR_SENSORS chooses the file that defines these
+ * The sensors of the board, real or simulated: -DVANTOR_SENSORS selects the file that defines these
  * functions.
  */
 #ifndef VANTOR_FIRMWARE_SENSORS_H
@@ -7,19 +7,19 @@
 
 #include <cstdint>
 
-/** What kind of sensors these are, for the log and the host: "simulated" or "library". */
+/** Returns the kind of the sensors, for the log and the host: "simulated" or "library". */
 const char *sensors_kind();
 
-/** Makes the sensors ready for the server. @return false when they cannot be used; the reason is logged */
+/** Prepares the sensors for the server. @return false when they cannot be used; the reason is logged */
 bool sensors_start();
 
-/** The clock of the frames, in microseconds. */
+/** Returns the time of the frames' clock, in microseconds. */
 uint64_t sensors_now_us();
 
-/** Returns whether the clock of the frames is virtual: it moves only while somebody waits. */
+/** Returns whether the frames' clock is virtual: it advances only by waiting. */
 bool sensors_have_virtual_clock();
 
-/** Moves a virtual clock on. */
+/** Advances a virtual clock. */
 void sensors_advance_clock(uint32_t duration_us);
 
 #endif

@@ -1,6 +1,5 @@
 /** @file
- * The board's own sensors: supply, enable lines, interrupts, and the record of the board for the sensor
- * library.
+ * Real sensors: supply, enable lines, interrupts, and the board record for the sensor library.
  */
 #include <atomic>
 
@@ -15,10 +14,10 @@
 namespace
 {
 
-/** Sensors that have signalled and were not waited for yet, sensor 1 in the lowest bit. */
+/** Sensors that have signalled and have not been waited for, sensor 1 in the lowest bit. */
 std::atomic<uint32_t> signalled;
 
-/** The sensor that is waited for, as a bit. */
+/** The sensor being waited for, as a bit. */
 uint32_t awaited;
 
 /** Sensors whose supply is on. */
@@ -29,7 +28,7 @@ uint32_t bit_of(zet_sensor_id_t sensor_id)
     return 1U << (sensor_id - 1U);
 }
 
-/** Takes the signal of the awaited sensor, if it has come. */
+/** Clears the signal of the awaited sensor; returns whether it was set. */
 bool take_signal()
 {
     return (signalled.fetch_and(~awaited) & awaited) != 0U;
@@ -95,7 +94,7 @@ void zet_hal_integration_sensor_supply_off(zet_sensor_id_t sensor_id)
     supplied &= ~bit_of(sensor_id);
 }
 
-// After an error the server resets sensors that it has switched off. Their pins must not feed them.
+// After an error the server may enable a sensor that has no supply. It must not be powered through its pins.
 void zet_hal_integration_sensor_enable(zet_sensor_id_t sensor_id)
 {
     if ((supplied & bit_of(sensor_id)) == 0U)
@@ -104,7 +103,7 @@ void zet_hal_integration_sensor_enable(zet_sensor_id_t sensor_id)
     }
     board_sensor_set_enable(sensor_id, true);
     clock_delay_us(BOARD_SENSOR_START_US);
-    // What the line did before is not a signal of the sensor.
+    // An edge of the line before this is not a signal of the sensor.
     await(sensor_id);
     (void)take_signal();
 }

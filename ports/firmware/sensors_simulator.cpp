@@ -1,5 +1,5 @@
 /** @file
- * Simulated sensors, for a board without any: what they see and when is calculated on the board.
+ * Simulated sensors, for a board without sensors: the board computes their frames.
  */
 #include "board.h"
 #include "clock.h"

@@ -6,19 +6,19 @@
 
 #include <cstdint>
 
-/** What can be set on a board without building its program again. */
+/** Settings that can be changed without rebuilding the program. */
 struct settings_t
 {
-    uint32_t mark;          /**< settings_mark; anything else stands for the defaults */
+    uint32_t mark;          /**< settings_mark; any other value means the defaults */
     uint16_t sensor_count;  /**< sensor positions, at most 8 */
-    uint16_t virtual_clock; /**< 1 for a clock that does not wait: same seed, same run */
-    uint32_t seed;          /**< all noise follows from it */
+    uint16_t virtual_clock; /**< 1 for a clock that does not wait: the same seed gives the same run */
+    uint32_t seed;          /**< seed of all noise */
 };
 
 /** Distinguishes settings from empty flash. */
 constexpr uint32_t settings_mark = 0x31524E56U;
 
-/** The settings in force; the defaults are BOARD_SENSOR_COUNT, the real clock and seed 1. */
+/** Returns the settings in use; the defaults are BOARD_SENSOR_COUNT, the real clock and seed 1. */
 settings_t read_settings();
 
 #endif

@@ -1,5 +1,5 @@
 /** @file
- * Waiting, and the buffered stream that all links share.
+ * Waiting, and the buffered stream common to all links.
  */
 #include "link.h"
 
@@ -13,7 +13,7 @@
 namespace
 {
 
-/** Written data is collected up to this size; larger pieces pass through. */
+/** Size of the buffer for written data; larger pieces are sent directly. */
 constexpr size_t pending_capacity = 65536;
 
 int stop_signal_fd = -1;
@@ -26,14 +26,14 @@ void catch_stop_signals()
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
-    // A signal that is blocked shows up on the descriptor, so that every wait can watch for it.
+    // A blocked signal is delivered to the descriptor, so that every wait can watch for it.
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     stop_signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     if (stop_signal_fd < 0)
     {
         throw std::system_error(errno, std::generic_category(), "cannot watch for signals");
     }
-    // A write to a host that is gone is to fail, not to end the program.
+    // A write to a host that is gone must fail, not end the program.
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for a valid signal
 }
 
@@ -145,7 +145,7 @@ void link_t::send(const char *data, size_t size)
             }
             else
             {
-                turn_other_host_away();
+                reject_other_host();
             }
         }
         else if (errno != EINTR)

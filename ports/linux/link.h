@@ -1,5 +1,5 @@
 /** @file
- * Links to the host: where hosts come from, and a buffered stream to and from the one that is there.
+ * Links to the host: accept hosts, and provide a buffered stream to and from the connected one.
  */
 #ifndef VANTOR_LINUX_LINK_H
 #define VANTOR_LINUX_LINK_H
@@ -16,31 +16,30 @@
 /** How a wait ended. */
 enum class wait_result_t
 {
-    ready,   /**< what was waited for is there */
+    ready,   /**< the event has occurred */
     timeout, /**< the time has passed */
-    stopped, /**< the program is to end */
+    stopped, /**< the program must end */
 };
 
-/** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at start. */
+/** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at the start. */
 void catch_stop_signals();
 
 /**
- * Waits until a file descriptor is ready or the program is to end.
+ * Waits until a file descriptor is ready or the program must end.
  *
  * @param events      POLLIN or POLLOUT
  * @param timeout_us  longest wait in microseconds; negative for no limit
- * @param other_fd    another one, to read from; negative for none
+ * @param other_fd    another descriptor, to read from; negative for none
  */
 wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd = -1);
 
-/** Tells whether nobody is at the other end of a file descriptor any more. */
+/** Returns whether the other end of a file descriptor has been closed. */
 bool hung_up(int fd);
 
-/** Tells whether nothing will come from the other end of a connection any more, beside what has come. */
+/** Returns whether the other end of a connection will send nothing more; unread input may be left. */
 bool has_finished(int fd);
 
-/** The stream to one host at a time. What is written goes to a buffer and leaves when that is full or
- * flushed. */
+/** The stream to one host at a time. Written data is buffered until the buffer is full or flushed. */
 class link_t
 {
 public:
@@ -49,80 +48,80 @@ public:
     link_t &operator=(const link_t &) = delete;
     virtual ~link_t() = default;
 
-    /** Where the host finds the server, such as "tcp:127.0.0.1:6110". */
+    /** Returns the address at which a host can connect, such as "tcp:127.0.0.1:6110". */
     virtual std::string address() const = 0;
 
     /**
      * Waits for the next host.
      *
-     * @return false when none can come any more or the program is to end
+     * @return false when no more hosts can connect or the program must end
      */
     virtual bool accept_host() = 0;
 
-    /** Lets the host go. */
+    /** Closes the connection to the host. */
     virtual void close_host() = 0;
 
-    /** Highest baud rate; 0 when the link has none. */
+    /** Returns the highest baud rate; 0 when the link has none. */
     virtual uint32_t max_baudrate() const
     {
         return 0;
     }
 
-    /** Baud rate that a host finds; 0 when the link has none. */
+    /** Returns the baud rate for a new host; 0 when the link has none. */
     virtual uint32_t baudrate() const
     {
         return 0;
     }
 
-    /** Changes the baud rate; only called on a link that has one. */
+    /** Changes the baud rate; called only for a link that has one. */
     virtual void set_baudrate(uint32_t /*baudrate*/)
     {
     }
 
-    /** File descriptor that gets ready to read when another host knocks; negative when none can. */
+    /** Returns a file descriptor that is ready to read when another host connects; negative when none can. */
     virtual int other_hosts() const
     {
         return -1;
     }
 
-    /** Tells another host that has knocked, if there is one, that the server is busy. */
-    virtual void turn_other_host_away()
+    /** Accepts another host that wants to connect, if there is one, and sends it a "busy" error. */
+    virtual void reject_other_host()
     {
     }
 
-    /** Whether there is a host, as far as the last read or write could tell. */
+    /** Returns whether a host was connected at the last read or write. */
     bool connected() const
     {
         return in_ >= 0;
     }
 
-    /** File descriptor to wait on for input. */
+    /** Returns the file descriptor for waiting for input. */
     int input() const
     {
         return in_;
     }
 
     /**
-     * Reads what has come, without waiting.
+     * Reads input without waiting.
      *
-     * @return number of bytes; 0 when nothing has come or the host is gone, which connected() then tells
+     * @return number of bytes; 0 when there is no input or the host is gone: then connected() is false
      */
     size_t read(char *data, size_t size);
 
-    /** Writes. Blocks while the host takes nothing; does nothing when it is gone. */
+    /** Writes data. Blocks while the host does not read; does nothing when the host is gone. */
     void write(const void *data, size_t size);
 
-    /** Sends what is in the buffer. */
+    /** Sends the contents of the buffer. */
     void flush();
 
-    /** Discards what has come and was not read. */
+    /** Discards unread input. */
     void discard_input();
 
 protected:
     /** Sets the descriptors of a new host. */
     void open(int in, int out);
 
-    /** Forgets the host, with what was meant for it. */
+    /** Drops the host and all data buffered for it. */
     void forget();
 
 private:
@@ -133,16 +132,16 @@ private:
     std::vector<char> pending_;
 };
 
-/** Makes the link that the options ask for; throws std::system_error when the system refuses. */
+/** Creates the link that the options select; throws std::system_error or std::runtime_error on failure. */
 std::unique_ptr<link_t> make_link(const options_t &options);
 
-/** Makes a link that listens on a TCP port. */
+/** Creates a link that listens on a TCP port. */
 std::unique_ptr<link_t> make_tcp_link(const std::string &host, uint16_t port);
 
-/** Makes a link over a pseudo-terminal. */
+/** Creates a link over a pseudo-terminal. */
 std::unique_ptr<link_t> make_pty_link();
 
-/** Makes a link over standard input and output, which serves one host. */
+/** Creates a link over standard input and output, which serves one host. */
 std::unique_ptr<link_t> make_stdio_link();
 
 #endif

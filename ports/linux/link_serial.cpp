@@ -1,5 +1,5 @@
 /** @file
- * Hosts that come over a pseudo-terminal, and the one on standard input and output.
+ * Links over a pseudo-terminal, and over standard input and output.
  */
 #include "link.h"
 
@@ -13,13 +13,13 @@
 namespace
 {
 
-/** Makes a descriptor return at once when there is nothing to read or no room to write. */
+/** Makes reads and writes return immediately when there is nothing to read or no room to write. */
 void set_nonblocking(int fd)
 {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
 
-/** A pseudo-terminal: a program opens its other end like a serial device. */
+/** A pseudo-terminal: the host opens its other end like a serial device. */
 class pty_link_t final : public link_t
 {
 public:
@@ -34,7 +34,7 @@ public:
         cfmakeraw(&settings);
         tcsetattr(terminal_, TCSANOW, &settings);
         set_nonblocking(terminal_);
-        // Once it has been opened and closed, the terminal tells whether its other end is open.
+        // The terminal reports whether its other end is open only after that was opened and closed once.
         if (!clear())
         {
             throw std::system_error(errno, std::generic_category(), "cannot open the pseudo-terminal");
@@ -53,11 +53,11 @@ public:
 
     bool accept_host() override
     {
-        constexpr int64_t look_again_us = 10000;
+        constexpr int64_t poll_period_us = 10000;
         while (hung_up(terminal_))
         {
-            // A terminal whose other end is closed is always ready, so there is nothing to wait on but time.
-            if (wait_for(-1, 0, look_again_us) == wait_result_t::stopped)
+            // A terminal whose other end is closed is always ready, so opening can only be polled.
+            if (wait_for(-1, 0, poll_period_us) == wait_result_t::stopped)
             {
                 return false;
             }
@@ -85,18 +85,18 @@ public:
 
     void set_baudrate(uint32_t /*baudrate*/) override
     {
-        // A pseudo-terminal carries bytes at any baud rate; the switch has nothing to do beyond its protocol.
+        // A pseudo-terminal works at any baud rate, so there is nothing to switch.
     }
 
 private:
-    /** Discards what is on its way in either direction: it is not for the next host. */
+    /** Discards buffered data in both directions: it is not for the next host. */
     bool clear() const
     {
         const int other_end = ::open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
         return other_end >= 0 && tcflush(other_end, TCIOFLUSH) == 0 && close(other_end) == 0;
     }
 
-    /** Discards what a host wrote that has left in the meantime. */
+    /** Discards what a host wrote that has closed the terminal since. */
     void discard_late_input() const
     {
         std::array<char, 4096> discarded;
@@ -108,7 +108,7 @@ private:
     int terminal_;
 };
 
-/** Standard input and output: the host is whoever started the server. */
+/** Standard input and output: the host is the program that started the server. */
 class stdio_link_t final : public link_t
 {
 public:

@@ -1,5 +1,5 @@
 /** @file
- * Hosts that come over TCP.
+ * Links over TCP.
  */
 #include "link.h"
 
@@ -17,17 +17,17 @@
 namespace
 {
 
-/** What a host is told while another one is served. */
+/** The answer to a host that connects while another one is connected. */
 constexpr char busy_message[] = "{\"status\":\"error\",\"code\":\"busy\",\"message\":\"The server is serving "
                                 "another host: connect again when that one is gone.\",\"payload_size\":0}\n";
 
-/** The system's word on why a call failed. */
+/** Throws errno as an exception. */
 [[noreturn]] void fail(const std::string &what)
 {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/** Serves one connection at a time and turns others away. */
+/** Serves one connection at a time and rejects others. */
 class tcp_link_t final : public link_t
 {
 public:
@@ -83,8 +83,8 @@ public:
             {
                 continue;
             }
-            // A message is written as a whole, so there is nothing to wait for; and a host whose machine
-            // vanished is to be noticed.
+            // A message is written in one piece, so it need not be delayed; keep-alive detects a host whose
+            // machine has disappeared.
             const int on = 1;
             setsockopt(host, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
             setsockopt(host, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
@@ -108,12 +108,12 @@ public:
         return listener_;
     }
 
-    void turn_other_host_away() override
+    void reject_other_host() override
     {
         const int other = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (other >= 0)
         {
-            // Fits the buffer of any fresh connection, and a host that is gone already misses nothing.
+            // Fits the buffer of any new connection, and a host that is already gone does not need it.
             [[maybe_unused]] const ssize_t sent =
                 ::send(other, busy_message, sizeof(busy_message) - 1, MSG_NOSIGNAL);
             close(other);

@@ -20,13 +20,13 @@
 namespace
 {
 
-/** The exit code for a wrong command line, which is the same as that of `vantor`. */
+/** The exit code for a wrong command line, the same as for `vantor`. */
 constexpr int wrong_command_line = 2;
 
-/** Least severe line that goes to standard error; set from the command line. */
+/** Least severe level that is logged to standard error; set from the command line. */
 zet_log_level_t stderr_log_level;
 
-/** Takes every log line of the board: for standard error, and for a host that asked for it. */
+/** Writes a log line of the board to standard error if it is severe enough, and offers it to the host. */
 void log_line(zet_log_level_t level, const char *module, const char *text)
 {
     if (level <= stderr_log_level)
@@ -36,7 +36,7 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
     zet_vantor_server_log(level, module, text);
 }
 
-/** Runs the server as the options say. */
+/** Runs the server with the given options. */
 int run(const options_t &options)
 {
     stderr_log_level = options.log_level;

@@ -1,5 +1,5 @@
 /** @file
- * Reading the command line of `vantor_server`.
+ * Parses the command line of `vantor_server`.
  */
 #include "options.h"
 
@@ -18,7 +18,7 @@
 namespace
 {
 
-/** The board's memory may be as small as on a microcontroller. */
+/** Limits of the board's memory, which may be as small as on a microcontroller. */
 constexpr uint64_t smallest_memory = 4096;
 constexpr uint64_t largest_memory = uint64_t{1024} * 1024 * 1024;
 
@@ -38,7 +38,7 @@ constexpr const char *footer = "Examples:\n"
                                "  1  any other failure\n"
                                "  2  wrong command line\n";
 
-/** Takes "PORT" or "HOST:PORT" apart; the text of what is wrong, or nothing. */
+/** Parses "PORT" or "HOST:PORT"; returns a text that says what is wrong, or an empty one. */
 std::string parse_tcp_address(const std::string &text, options_t &options)
 {
     const size_t colon = text.rfind(':');
@@ -57,12 +57,12 @@ std::string parse_tcp_address(const std::string &text, options_t &options)
     return {};
 }
 
-/** Adds an option whose value is a decimal whole number within bounds; its present value is the default. */
+/** Adds an option whose value is a decimal whole number within bounds; the target's value is the default. */
 template <typename number_t>
 void add_number(CLI::App &app, const std::string &name, number_t &target, const std::string &help,
                 uint64_t least, uint64_t most)
 {
-    const auto take = [=, &target](const std::string &text) {
+    const auto parse = [=, &target](const std::string &text) {
         uint64_t value = 0;
         const char *const end = text.data() + text.size();
         const auto [stop, failure] = std::from_chars(text.data(), end, value);
@@ -73,12 +73,12 @@ void add_number(CLI::App &app, const std::string &name, number_t &target, const 
         }
         target = static_cast<number_t>(value);
     };
-    app.add_option_function<std::string>(name, take, help)
+    app.add_option_function<std::string>(name, parse, help)
         ->type_name("NUMBER")
         ->default_str(std::to_string(target));
 }
 
-/** The words of the log levels as a list in a sentence; conjunction stands before the last one. */
+/** Returns the names of the log levels as a list in a sentence, with a conjunction before the last one. */
 std::string list_of_log_levels(const std::string &conjunction)
 {
     std::string list = zet_log_level_words.front();
@@ -90,7 +90,7 @@ std::string list_of_log_levels(const std::string &conjunction)
     return list;
 }
 
-/** Takes the word of a log level, in any case. */
+/** Parses the name of a log level, in upper or lower case. */
 zet_log_level_t parse_log_level(const std::string &text)
 {
     std::string name = text;
@@ -105,7 +105,7 @@ zet_log_level_t parse_log_level(const std::string &text)
     return static_cast<zet_log_level_t>(found - zet_log_level_words.begin());
 }
 
-/** Adds the options of which one is needed. */
+/** Adds the options for the link, exactly one of which is required. */
 void add_link_options(CLI::App &app, options_t &options)
 {
     auto *link = app.add_option_group("link", "Exactly one of them");
@@ -128,7 +128,7 @@ void add_link_options(CLI::App &app, options_t &options)
     link->require_option(1);
 }
 
-/** Takes the name of a file. */
+/** Parses the name of a file. */
 std::string parse_file_name(const std::string &name, const std::string &text)
 {
     if (text.empty())
@@ -138,7 +138,7 @@ std::string parse_file_name(const std::string &name, const std::string &text)
     return text;
 }
 
-/** Adds the options about the simulated board. */
+/** Adds the options for the simulated board. */
 void add_board_options(CLI::App &app, options_t &options)
 {
     add_number(app, "--sensors", options.sensor_count, "Sensor positions on the board, 1 to 64", 1,
@@ -176,7 +176,7 @@ void add_board_options(CLI::App &app, options_t &options)
         ->default_str("WARNING");
 }
 
-/** A text of the command line without characters that control a terminal. */
+/** Returns a text of the command line with terminal control characters replaced. */
 std::string printable(std::string text)
 {
     std::replace_if(
@@ -184,11 +184,11 @@ std::string printable(std::string text)
     return text;
 }
 
-/** Says what is wrong with the command line: first the arguments that nobody asked for, in their order. */
+/** Describes what is wrong with the command line: unexpected arguments first, in their order. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
     auto words = app.remaining(true);
-    // "--" ends the options, and is expected anywhere.
+    // "--" ends the options, and is allowed anywhere.
     std::erase(words, "--");
     std::string text = words.size() == 1 ? "unexpected argument:" : "unexpected arguments:";
     for (const auto &word : words)
@@ -198,12 +198,12 @@ std::string describe(const CLI::App &app, const CLI::ParseError &failure)
     return words.empty() ? failure.what() : text;
 }
 
-/** Says what is wrong with the command line, or prints the help or version that was asked for. */
+/** Prints what is wrong with the command line, or the requested help or version. */
 options_result_t explain(const CLI::App &app, const CLI::ParseError &failure, bool stdio)
 {
     if (failure.get_exit_code() == 0)
     {
-        // With --stdio a host reads the standard output, and the person the standard error.
+        // With --stdio a host reads standard output, and a person reads standard error.
         app.exit(failure, stdio ? std::cerr : std::cout, std::cerr);
         return options_result_t::done;
     }

@@ -18,7 +18,7 @@ enum class link_kind_t
     stdio,
 };
 
-/** What the command line asks for. */
+/** The options given on the command line. */
 struct options_t
 {
     link_kind_t link = link_kind_t::tcp;
@@ -28,8 +28,8 @@ struct options_t
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
-    std::string board_name = "simulated board"; /**< as `identify` reports it */
-    std::string board_id;                       /**< the same; empty for none */
+    std::string board_name = "simulated board"; /**< reported by `identify` */
+    std::string board_id;                       /**< reported by `identify`; empty for none */
     std::string scene_path;                     /**< empty for the built-in scene */
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
@@ -39,10 +39,10 @@ enum class options_result_t
 {
     run,     /**< start the server */
     done,    /**< help or version was printed */
-    refused, /**< the command line is wrong, which was said on stderr */
+    refused, /**< the command line is wrong; reported on stderr */
 };
 
-/** Reads the command line. */
+/** Parses the command line. */
 options_result_t parse_options(int argc, char **argv, options_t &options);
 
 #endif

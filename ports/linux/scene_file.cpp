@@ -1,5 +1,5 @@
 /** @file
- * Reading scene files.
+ * Reads scene files.
  */
 #include "scene_file.h"
 

@@ -8,7 +8,7 @@
 
 #include "zet_simulator_scene.h"
 
-/** Reads a scene file; throws std::runtime_error with a sentence that says what is wrong with it. */
+/** Reads a scene file; throws std::runtime_error that says what is wrong with it. */
 zet_simulator_scene_t read_scene_file(const std::string &path);
 
 #endif

@@ -1,5 +1,6 @@
 /** @file
- * The main loop: wait for input as long as the server core allows, hand it over, let the core do a step.
+ * The main loop: waits for input as long as the server core allows, passes it to the core, runs a step of the
+ * core.
  */
 #include "server.h"
 
@@ -13,10 +14,10 @@
 namespace
 {
 
-/** Longest command line: a configuration of 50 items with calibrations of all its sensors fits well. */
+/** Longest command line: enough for a configuration of 50 items with the calibrations of all its sensors. */
 constexpr size_t line_size = 65536;
 
-/** The server core calls back without a context, so what the callbacks need is here. */
+/** The server core passes no context to its callbacks, so what they need is global. */
 link_t *current_link;
 zet_simulator_clock_t current_clock;
 
@@ -42,15 +43,16 @@ uint32_t get_tick()
 }
 
 /**
- * Waits until input has come or the server core wants to be called again.
+ * Waits until input has arrived or the server core has work.
  *
- * On a virtual clock no time passes by itself: without input the clock moves to when the core is due.
+ * A virtual clock does not advance by itself: if there is no input, it is set to the time of the core's next
+ * work.
  *
- * @return false when the program is to end
+ * @return false when the program must end
  */
 bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
 {
-    // An idle server is called in time for every round of its tick.
+    // An idle server is called often enough to notice every wrap of its tick.
     const bool jump = virtual_clock && ticks != ZET_VANTOR_SERVER_IDLE;
     const int64_t timeout_us = jump ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
     const wait_result_t result = wait_for(link.input(), POLLIN, timeout_us, link.other_hosts());
@@ -61,11 +63,11 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
     return result != wait_result_t::stopped;
 }
 
-/** Serves the host that is there until it goes; false when the program is to end. */
+/** Serves the connected host until it disconnects; false when the program must end. */
 bool serve_host(link_t &link, bool virtual_clock)
 {
     static_assert(ticks_per_second == 1000000, "ticks are microseconds");
-    // Large enough for all that a host sends ahead: it is to be obeyed before the next frame is measured.
+    // Large enough for all commands that a host sends ahead: they must be executed before the next frame.
     std::array<char, line_size> input;
     while (link.connected())
     {
@@ -77,10 +79,10 @@ bool serve_host(link_t &link, bool virtual_clock)
         }
         zet_vantor_server_receive(input.data(), link.read(input.data(), input.size()));
         link.flush();
-        // A host that has said its last word makes room in a moment: the next one waits for that.
+        // A host that will send nothing more disconnects soon: the next one waits for that.
         if (link.connected() && !has_finished(link.input()))
         {
-            link.turn_other_host_away();
+            link.reject_other_host();
         }
     }
     return true;
@@ -95,8 +97,7 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     current_clock = clock;
     static std::array<char, line_size> line;
 
-    // The core's time-outs are meant for a host that lives in real time, so a virtual clock offers no baud
-    // rates.
+    // A host confirms a new baud rate in real time, so with a virtual clock the baud rate is fixed.
     zet_vantor_server_port_t port = {};
     port.link = {write_to_host, restart_input,   set_baudrate, virtual_clock ? 0 : link.max_baudrate(),
                  get_tick,      ticks_per_second};
@@ -113,10 +114,10 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     }
     while (link.accept_host())
     {
-        const bool go_on = serve_host(link, virtual_clock);
+        const bool running = serve_host(link, virtual_clock);
         zet_vantor_server_link_lost();
         link.close_host();
-        if (!go_on)
+        if (!running)
         {
             break;
         }

@@ -17,7 +17,7 @@ void take(ring_t &ring, std::string_view bytes)
 {
     for (const char byte : bytes)
     {
-        ring.take(static_cast<uint8_t>(byte));
+        ring.store(static_cast<uint8_t>(byte));
     }
 }
 

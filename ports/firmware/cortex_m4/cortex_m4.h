@@ -1,5 +1,5 @@
 /** @file
- * What the firmware needs of a Cortex-M4F beyond C++: interrupts, sleep, reset.
+ * Functions of a Cortex-M4F that C++ does not provide: interrupts, sleep, reset.
  */
 #ifndef VANTOR_CORTEX_M4_H
 #define VANTOR_CORTEX_M4_H
@@ -9,16 +9,16 @@
 namespace cortex_m4
 {
 
-/** A 32-bit hardware register. */
+/** Returns the 32-bit hardware register at an address. */
 inline volatile uint32_t &hardware_register(uintptr_t address)
 {
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): what a register has is an address.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a register is given by its address.
     return *reinterpret_cast<volatile uint32_t *>(address);
 }
 
 /**
- * Holds interrupts back while it lives. One that comes meanwhile still ends wait_for_interrupt(), and is
- * handled at the end even when the next lock follows at once.
+ * Disables interrupts as long as it exists. An interrupt that comes during this time still ends
+ * wait_for_interrupt(), and is handled at the end of the lock, even if the next lock follows immediately.
  */
 class interrupt_lock_t
 {
@@ -48,7 +48,7 @@ inline void wait_for_interrupt()
 constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
 
 /**
- * Sleeps until an interrupt is pending, or for a time. To be called with interrupts held back; SysTick, which
+ * Sleeps until an interrupt is pending, or for a time. To be called with interrupts disabled; SysTick, which
  * ends the sleep, is switched off again before it can interrupt.
  *
  * @param cycles  of the processor, 1 to longest_sleep_cycles
@@ -56,25 +56,25 @@ constexpr uint32_t longest_sleep_cycles = 0xFFFFFFU;
 inline void sleep(uint32_t cycles)
 {
     volatile uint32_t *const systick = &hardware_register(0xE000E010U);
-    // The value from which the next count begins.
+    // The reload value.
     systick[1] = cycles;
-    // The present value: the next cycle reloads it.
+    // The current value: the next cycle reloads it.
     systick[2] = 0;
     // Runs on the processor's clock and interrupts.
     systick[0] = 7U;
     wait_for_interrupt();
     systick[0] = 0;
-    // Its interrupt is not pending any more.
+    // Its interrupt is no longer pending.
     hardware_register(0xE000ED04U) = 1U << 25U;
 }
 
-/** Lets an external interrupt through. */
+/** Enables an external interrupt. */
 inline void enable_interrupt(uint32_t number)
 {
     hardware_register(0xE000E100U + number / 32U * 4U) = 1U << number % 32U;
 }
 
-/** The number of the external interrupt whose handler runs. */
+/** Returns the number of the external interrupt whose handler is running. */
 inline uint32_t active_interrupt()
 {
     uint32_t exception = 0;

@@ -1,5 +1,5 @@
 /** @file
- * What happens on a fault of the processor.
+ * Handling of processor faults.
  */
 #include "faults.h"
 
@@ -31,7 +31,7 @@ constexpr uintptr_t bus_fault_address = 0xE000ED38U;
 constexpr uint32_t memory_fault_address_valid = 1U << 7U;
 constexpr uint32_t bus_fault_address_valid = 1U << 15U;
 
-/** Bits of the fault status: the registers could not be saved, for want of stack most likely. */
+/** Bits of the fault status: the registers could not be saved, most likely because the stack is exhausted. */
 constexpr uint32_t stacking_failed = 1U << 4U | 1U << 12U;
 
 /** Number of the first exception that is an interrupt of a device. */
@@ -50,7 +50,7 @@ void report_number(uint32_t number)
     add_to_fault_report(begin);
 }
 
-/** Reports which exception came. */
+/** Reports which exception occurred. */
 void report_exception(uint32_t number)
 {
     static constexpr const char *names[] = {"thread",       "reset",     "NMI",        "hard fault",
@@ -131,8 +131,8 @@ void cortex_m4::enable_faults()
 
 extern "C" {
 
-// Hands the frame on from the stack that was in use. Where registers could not be saved, the stack of the
-// interrupts may be exhausted: it is used again from its top, because nothing returns to what it contains.
+// Passes on the frame from the stack that was in use. If registers could not be saved, the interrupt stack
+// may be exhausted: it is then used again from its top, because nothing returns to its contents.
 [[gnu::naked]] void fault_handler() noexcept
 {
     __asm volatile("tst lr, #4\n\t"

@@ -1,5 +1,5 @@
 /** @file
- * What happens on a fault of the processor: a report on the log, then a restart of the board.
+ * Handling of processor faults: a report in the log, then a restart of the board.
  */
 #ifndef VANTOR_CORTEX_M4_FAULTS_H
 #define VANTOR_CORTEX_M4_FAULTS_H
@@ -7,7 +7,7 @@
 namespace cortex_m4
 {
 
-/** Gives each kind of fault its own exception, division by zero included. */
+/** Enables a separate exception for each kind of fault, including division by zero. */
 void enable_faults();
 
 } // namespace cortex_m4
@@ -17,17 +17,17 @@ extern "C" {
 /** Handles every exception that has no other handler: reports it and restarts the board. */
 void fault_handler() noexcept;
 
-// Their usual names, under which an operating system brings its own.
+// Their usual names, so that an operating system can define its own.
 // NOLINTBEGIN(readability-identifier-naming)
 void SVC_Handler() noexcept;
 void PendSV_Handler() noexcept;
 void SysTick_Handler() noexcept;
 // NOLINTEND(readability-identifier-naming)
 
-/** Given by the firmware, without interrupts and in any state of the program: retains a part of a report. */
+/** Provided by the firmware: retains a part of a report. Must work in any state, without interrupts. */
 void add_to_fault_report(const char *text);
 
-/** Given by the firmware: sends the report, which may fault. */
+/** Provided by the firmware: sends the report; it may fault. */
 void send_fault_report();
 }
 

@@ -1,5 +1,5 @@
 /** @file
- * What the C library asks of a system. Memory comes from the board's allocator alone, and there are no files.
+ * System functions for the C library. Memory comes only from the board's allocator, and there are no files.
  */
 #include <cerrno>
 #include <cstddef>
@@ -32,7 +32,7 @@ uint32_t load_word(const void *address)
 
 extern "C" {
 
-/** Replaces the C library's, which takes memory for long numbers and aborts when it gets none. */
+/** Replaces that of the C library, which allocates memory for long numbers and aborts when that fails. */
 double strtod(const char *text, char **end)
 {
     size_t length = 0;
@@ -44,8 +44,8 @@ double strtod(const char *text, char **end)
     return value;
 }
 
-// The small C library goes byte by byte; most of what is cleared and copied here are whole words, which the
-// processor also stores at odd addresses.
+// The small C library works byte by byte; most data cleared and copied here is a multiple of words, which the
+// processor can also store at odd addresses.
 
 void *memset(void *destination, int value, size_t size)
 {
@@ -118,7 +118,7 @@ size_t strlen(const char *text)
 void *_sbrk(ptrdiff_t /*increment*/)
 {
     errno = ENOMEM;
-    return reinterpret_cast<void *>(-1); // NOLINT(performance-no-int-to-ptr): the C library asks for it
+    return reinterpret_cast<void *>(-1); // NOLINT(performance-no-int-to-ptr): required by the C library
 }
 
 [[noreturn]] void _exit(int /*status*/)

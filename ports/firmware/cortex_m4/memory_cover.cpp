@@ -1,5 +1,5 @@
 /** @file
- * Covering addresses by regions of the memory protection unit.
+ * Covers addresses with regions of the memory protection unit.
  */
 #include <algorithm>
 #include <bit>
@@ -11,7 +11,7 @@ namespace cortex_m4
 
 unit_region_t cover(uint32_t begin, uint32_t last)
 {
-    // The bits in which the two ends differ, and all below them, are free within the region.
+    // The highest bit in which the two ends differ, and all lower bits, vary within the region.
     const auto needed = static_cast<uint32_t>(std::bit_width(begin ^ last));
     unit_region_t region = {0, std::max<uint32_t>(needed, 5), 0};
     region.begin = region.log2_size < 32U ? begin >> region.log2_size << region.log2_size : 0U;

@@ -26,8 +26,8 @@ extern uint8_t program_guard_begin[];
 extern uint8_t interrupt_guard_begin[];
 extern uint8_t stack_guard_size[];
 
-/** Hands numbers of the board on to the linker script, which compares them with the heap. */
-[[gnu::naked, gnu::used]] static void hand_numbers_on()
+/** Passes numbers of the board to the linker script, which checks them against the size of the heap. */
+[[gnu::naked, gnu::used]] static void pass_numbers_to_linker()
 {
     __asm volatile(".global board_max_values, board_tolerated_loss\n\t"
                    ".set board_max_values, %c0\n\t"
@@ -67,12 +67,11 @@ bool heap_has_its_own_memory()
     return address(heap_ram_begin) != address(ram_begin);
 }
 
-/** The regions in the order of the unit: where they overlap the last one counts, so code is never writable.
- */
+/** The regions in the order of the unit: in an overlap the last one applies, so code is never writable. */
 struct regions_t
 {
     region_t regions[unit_regions];
-    uint32_t open_count; /**< the first ones; guards follow */
+    uint32_t open_count; /**< number of open regions, which come first; guards follow */
     uint32_t count;
 
     void add(const region_t &region)

@@ -1,5 +1,5 @@
 /** @file
- * The memory protection unit: faults where a mistake would go unseen.
+ * The memory protection unit: makes invalid accesses fault.
  */
 #ifndef VANTOR_CORTEX_M4_MEMORY_PROTECTION_H
 #define VANTOR_CORTEX_M4_MEMORY_PROTECTION_H
@@ -9,7 +9,7 @@
 namespace cortex_m4
 {
 
-/** What a program may do in a region, as the attribute register takes it. */
+/** What a program may do in a region, as bits of the attribute register. */
 enum class rights_t : uint32_t
 {
     none = 1U << 28U,
@@ -28,34 +28,34 @@ struct region_t
     rights_t rights;
 };
 
-/** A region as the unit takes it: a power of two at a multiple of itself, with each of its eighths on or off.
- */
+/** A region of the unit: its size is a power of two, it starts at a multiple of its size, and each of its
+ * eighths can be disabled. */
 struct unit_region_t
 {
     uint32_t begin;
-    uint32_t log2_size; /**< 5 (32 bytes) to 32 (all addresses) */
-    uint32_t
-        disabled_eighths; /**< one bit for each, the lowest addresses in the lowest bit; 0 below 256 bytes */
+    uint32_t log2_size;        /**< 5 (32 bytes) to 32 (all addresses) */
+    uint32_t disabled_eighths; /**< one bit per eighth, the lowest addresses in the lowest bit; 0 below 256
+                                  bytes */
 };
 
-/** The smallest region of the unit that covers the addresses. */
+/** Returns the smallest region of the unit that covers the addresses. */
 unit_region_t cover(uint32_t begin, uint32_t last);
 
-/** The addresses that a region of the unit really covers. */
+/** Returns the addresses that the unit actually covers for a region. */
 region_t covered(const region_t &region);
 
 /**
- * Makes every access fault that is none of these: reading and executing code, reading and writing memory, and
- * the board's areas. Accesses near address 0, as through a null pointer, and to the guards below the stacks
- * fault too. Other addresses can be opened with their neighbours, because the unit knows powers of two only;
+ * Makes every access fault except these: reading and executing code, reading and writing memory, and the
+ * board's areas. Accesses near address 0, as through a null pointer, and to the guards below the stacks fault
+ * too. Addresses next to an open region can be open as well, because sizes of the unit are powers of two;
  * code is never open for writing.
  */
 void protect_memory();
 
-/** Number of regions that are open. */
+/** Returns the number of open regions. */
 uint32_t open_region_count();
 
-/** A region that is open, as large as the unit really opens it. */
+/** Returns an open region, with all addresses that the unit actually opens for it. */
 region_t open_region(uint32_t number);
 
 } // namespace cortex_m4

@@ -1,5 +1,5 @@
 /** @file
- * Holds what a host sends while the program is busy.
+ * Stores what a host sends while the program is busy.
  */
 #ifndef VANTOR_RECEIVE_RING_H
 #define VANTOR_RECEIVE_RING_H
@@ -11,20 +11,20 @@ namespace cortex_m4
 {
 
 /**
- * Bytes on their way from an interrupt to the program, without a lock between them.
+ * Passes bytes from an interrupt to the program without a lock.
  *
- * Where bytes were lost for want of room there is a zero byte in their place, which no command contains:
- * what is left of the line is refused and not executed.
+ * When there is no room, bytes are lost and replaced by one zero byte, which no command contains: the rest of
+ * the line is refused and not executed.
  *
- * @tparam capacity  in bytes, the mark of a loss included; a power of two
+ * @tparam capacity  in bytes, including the mark of a loss; a power of two
  */
 template <uint32_t capacity> class receive_ring_t
 {
 public:
-    static_assert(capacity > 1 && (capacity & (capacity - 1)) == 0, "counts go round at a power of two");
+    static_assert(capacity > 1 && (capacity & (capacity - 1)) == 0, "counts wrap at a power of two");
 
-    /** Takes a byte that has arrived. For the interrupt only. */
-    void take(uint8_t byte)
+    /** Stores a byte that has arrived. For the interrupt only. */
+    void store(uint8_t byte)
     {
         const uint32_t room = capacity - (end_ - begin_);
         if (room > 1)
@@ -34,7 +34,7 @@ public:
         }
         else if (!lost_)
         {
-            // The last place is kept for this mark.
+            // The last byte is reserved for this mark.
             put(0);
             lost_ = true;
         }
@@ -47,7 +47,7 @@ public:
     }
 
     /**
-     * Reads what has arrived.
+     * Reads bytes that have arrived.
      *
      * @return the number of bytes
      */
@@ -62,7 +62,7 @@ public:
         return count;
     }
 
-    /** Discards what has arrived and was not read. */
+    /** Discards all unread bytes. */
     void discard()
     {
         begin_ = end_;
@@ -75,9 +75,8 @@ private:
         end_ = end_ + 1;
     }
 
-    // The interrupt writes the bytes, their end, and whether one was lost; the program writes their begin.
-    // Both counts go on through 32 bits. All is volatile, so that a byte is read before its place is free
-    // again.
+    // The interrupt writes the bytes, end_ and lost_; the program writes begin_. Both counts use all 32 bits.
+    // Everything is volatile, so that a byte is read before its place becomes free.
     volatile char bytes_[capacity] = {};
     volatile uint32_t begin_ = 0;
     volatile uint32_t end_ = 0;

@@ -1,5 +1,5 @@
 /** @file
- * How deep the stacks have been.
+ * The deepest use of the stacks.
  */
 #include "stack.h"
 
@@ -8,7 +8,7 @@
 namespace
 {
 
-/** Bytes between the lowest word of a stack that has lost its paint and the stack's end. */
+/** Returns the bytes from the lowest overwritten word of a stack to the stack's end. */
 uint32_t used(const uint32_t *bottom, const uint32_t *top)
 {
     while (bottom < top && *bottom == STACK_PAINT)

@@ -1,5 +1,6 @@
 /** @file
- * How deep the stacks have been. Both are painted at the start; what has lost its paint has been used.
+ * The deepest use of the stacks. Both are filled with a pattern at the start; overwritten words have been
+ * used.
  */
 #ifndef VANTOR_CORTEX_M4_STACK_H
 #define VANTOR_CORTEX_M4_STACK_H
@@ -9,10 +10,10 @@
 namespace cortex_m4
 {
 
-/** Size of both stacks, that of the program and that of the interrupts, in bytes. */
+/** Returns the total size of both stacks, of the program and of the interrupts, in bytes. */
 uint32_t stack_size();
 
-/** Most bytes of both stacks that have been in use, each at its deepest, since the start. */
+/** Returns the sum of the most bytes used of each stack since the start. */
 uint32_t stack_peak();
 
 } // namespace cortex_m4

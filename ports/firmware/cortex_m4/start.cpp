@@ -12,7 +12,7 @@
 namespace
 {
 
-/** Where a processor of the family finds its handlers: the stack and the 15 exceptions of the core. */
+/** The first part of the vector table: the initial stack and the 15 exceptions of the core. */
 struct core_vectors_t
 {
     uint32_t *stack;
@@ -42,8 +42,8 @@ extern uint8_t bss_begin[];
 extern uint8_t bss_end[];
 
 /**
- * Ends what a boot loader has left on, and enables interrupts. Faults go before them, so that one in a
- * handler is reported like any other, and one in this report restarts the board.
+ * Switches off what a boot loader has left on, and enables interrupts. Faults have a higher priority, so that
+ * a fault in an interrupt handler is reported like any other, and a fault in that report restarts the board.
  */
 static void start_interrupts()
 {
@@ -59,12 +59,12 @@ static void start_interrupts()
         // Not pending.
         cortex_m4::hardware_register(0xE000E280U + word * 4U) = UINT32_MAX;
     }
-    constexpr uint32_t behind_faults = 0x80808080U;
+    constexpr uint32_t below_faults = 0x80808080U;
     // SysTick, PendSV.
-    cortex_m4::hardware_register(0xE000ED20U) = behind_faults;
+    cortex_m4::hardware_register(0xE000ED20U) = below_faults;
     for (uint32_t word = 0; word < 60U; ++word)
     {
-        cortex_m4::hardware_register(0xE000E400U + word * 4U) = behind_faults;
+        cortex_m4::hardware_register(0xE000E400U + word * 4U) = below_faults;
     }
     __asm volatile("msr basepri, %0\n\tcpsie f\n\tcpsie i" ::"r"(0) : "memory");
 }
@@ -81,9 +81,9 @@ static void start_interrupts()
     cortex_m4::reset_system();
 }
 
-// In assembly, because compiled code may touch the floating-point unit and the stack that are set up here.
-// The stacks lie side by side, with a guard between them, so they are painted as one. The vector table may
-// lie behind a boot loader.
+// In assembly, because compiled code may use the floating-point unit and the stack that are set up here. The
+// stacks are adjacent, with a guard between them, so they are painted as one. The vector table may be after a
+// boot loader.
 [[gnu::naked]] void reset_handler()
 {
     __asm volatile("cpsid i\n\t"
