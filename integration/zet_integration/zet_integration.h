@@ -2,7 +2,7 @@
  * The board's allocator, which the port implements. All memory of the server, of cJSON and, through the
  * board record (zet_hal_definitions_k330.h), of the sensor library comes from here.
  *
- * Both functions are called by the server's one thread, never by an interrupt, and do not wait. They are
+ * Both functions are called on the server's only thread, never from an interrupt, and do not wait. They are
  * called many times for each frame, so each call must take a short, bounded time.
  */
 #ifndef ZET_INTEGRATION_H
@@ -18,7 +18,7 @@ extern "C" {
  * Allocates memory, aligned for any object. It belongs to the caller until it is freed.
  *
  * Exhausted memory is a normal result: the server answers the command with an error, or ends the session,
- * and goes on.
+ * and continues.
  *
  * @param size  number of bytes; for 0 the port chooses between a pointer that may be freed and null (then a
  *              board with 0 sensors does not start)
@@ -29,7 +29,7 @@ void *zet_integration_mem_alloc(size_t size);
 /**
  * Frees memory. Cannot fail. Memory is freed in any order, and the next allocation can use it.
  *
- * @param ptr  what zet_integration_mem_alloc gave, once; null is allowed and does nothing
+ * @param ptr  memory from zet_integration_mem_alloc, freed only once; null is allowed and does nothing
  */
 void zet_integration_mem_free(void *ptr);
 
