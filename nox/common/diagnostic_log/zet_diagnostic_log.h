@@ -11,10 +11,11 @@ extern "C" {
 #endif
 
 /**
- * Turns the library's diagnostic log on or off. It is off at start. Its lines go through the log operation
- * of the registered board record, whatever the level of zet_nox_set_log_level. Cannot fail, does not block.
+ * Turns the library's diagnostic log on or off. It is off at start. Its lines are passed to the log
+ * operation of the registered board record, at any level of zet_nox_set_log_level. Cannot fail, does not
+ * block.
  *
- * Called by the server's one thread, never by an interrupt: on before a calibration in a session that asks
+ * Called on the server's only thread, never from an interrupt: on before a calibration in a session that asks
  * for diagnostics, and off after every calibration, whether it was on or not.
  *
  * @param enable  true to turn it on

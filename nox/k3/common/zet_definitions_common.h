@@ -7,8 +7,8 @@
 #include <stdint.h>
 
 /**
- * Opens an enumeration that is one byte wide in C and in C++ alike, so that records which hold it have
- * the same layout on both sides.
+ * Begins an enumeration that is one byte wide in both C and C++, so that records that contain it have the
+ * same layout in both.
  */
 #ifdef __cplusplus
 #define ZET_BYTE_ENUM(type) enum type : uint8_t
@@ -18,10 +18,10 @@
     enum
 #endif
 
-/** Number of a sensor position on the board, counted from 1; 0 names no sensor. */
+/** Number of a sensor position on the board, counted from 1; 0 is not a sensor. */
 typedef uint32_t zet_sensor_id_t;
 
-/** Severity of a log line, the most severe first. A threshold lets its own level and all above it pass. */
+/** Severity of a log line, the most severe first. A threshold passes its own level and more severe ones. */
 ZET_BYTE_ENUM(zet_log_level_t){
     ZET_LOG_LEVEL_ERROR = 0,   /**< an operation failed */
     ZET_LOG_LEVEL_WARNING = 1, /**< something unexpected that did not stop the operation */

@@ -13,7 +13,7 @@
 /** Number of sub-sweeps in the block. */
 #define ZET_CPD_K330_MEAS_SESSION_SUBSWEEPS 4
 
-/** Values that come from the calibration of the sensor. */
+/** Values from the calibration of the sensor. */
 typedef struct
 {
     uint16_t pll_mmd_range;
@@ -96,7 +96,7 @@ typedef struct
     uint16_t jump_2_in_lut;
 } zet_cpd_k330_meas_session_subsweep_parameters_t;
 
-/** The whole block. */
+/** The complete block. */
 typedef struct
 {
     zet_cpd_k330_meas_session_calibration_parameters_t calibration;

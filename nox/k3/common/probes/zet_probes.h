@@ -1,8 +1,8 @@
 /** @file
- * Probes: places inside the sensor library at which a registered callback sees, and may change, the
- * library's data.
+ * Probes: places inside the sensor library where a registered callback can read and change the library's
+ * data.
  *
- * Registration and callback run on the server's one thread, never in an interrupt. The server registers for
+ * Registration and callback run on the server's only thread, never in an interrupt. The server registers for
  * ZET_PROBE_ID_MEAS_SESSION_PARAMETERS only.
  */
 #ifndef ZET_PROBES_H
@@ -49,34 +49,34 @@ ZET_BYTE_ENUM(zet_probe_id_t){
     ZET_PROBE_ID_MAX = 24,
 };
 
-/** Says which probe of which sensor a callback is called for. */
+/** The probe and the sensor for which a callback is called. */
 typedef struct
 {
     zet_probe_id_t probe_id;   /**< the probe that fired */
     zet_sensor_id_t sensor_id; /**< the sensor for which it fired */
-    uint32_t data_type;        /**< the library's number for the type of the data */
+    uint32_t data_type;        /**< the library's number of the data's type */
 } zet_probes_header_t;
 
 /**
- * A probe callback that may change what it is shown.
+ * A probe callback that may change the data.
  *
- * Called synchronously: the function of the library in which the probe fires returns after it, and uses the
- * data as the callback left them. The callback must not block, nor call the library.
+ * Called synchronously: the library function in which the probe fires continues after the callback, with the
+ * data that the callback has left. The callback must not block or call the library.
  *
  * @param header            which probe fired; valid during the call
  * @param data              the probe's data, aligned for their type, owned by the library, valid during the
  *                          call
- * @param data_size         size of @p data in bytes; of the parameter block at least the size of its type
+ * @param data_size         size of @p data in bytes; for the parameter block at least the size of its type
  * @param client_reference  the pointer given at registration
- * @return true when the data may be used (the server's callback always returns it); with false the function
- *         of the library fails
+ * @return true when the data may be used (the server's callback always returns true); with false the library
+ *         function fails
  */
 typedef bool zet_probes_callback_rw_t(const zet_probes_header_t *header, void *data, uint32_t data_size,
                                       void *client_reference);
 
 /**
- * Registers the callback of one probe. There is one registration per probe, for all sensors; a new one
- * replaces it. Cannot fail, does not block. Called after zet_nox_hal_register.
+ * Registers the callback of one probe. There is one registration per probe, for all sensors; a new
+ * registration replaces it. Cannot fail, does not block. Called after zet_nox_hal_register.
  *
  * The server registers again before every zet_sensor_prepare, and removes nothing at the end of a session.
  * A registration can therefore outlive what its reference points to: the library must not use it before the
@@ -84,7 +84,7 @@ typedef bool zet_probes_callback_rw_t(const zet_probes_header_t *header, void *d
  *
  * @param probe_id          the probe, below ZET_PROBE_ID_MAX
  * @param callback          the callback, or null to remove the registration
- * @param client_reference  handed to the callback unchanged; may be null
+ * @param client_reference  passed to the callback unchanged; may be null
  */
 void zet_probes_register_callback(zet_probe_id_t probe_id, zet_probes_callback_rw_t *callback,
                                   void *client_reference);

@@ -1,12 +1,12 @@
 /** @file
  * Sensor configurations: frame and sweep timing. Sub-sweeps are in zet_config_subsweep.h.
  *
- * All functions are called by the server's one thread, never by an interrupt. None blocks or needs a
- * sensor; only zet_config_create can fail.
+ * All functions are called on the server's only thread, never from an interrupt. None of them blocks or needs
+ * a sensor; only zet_config_create can fail.
  *
- * A setter stores any value, also one outside of its range or enumeration; zet_nox_get_buffer_size refuses
- * a configuration that is not valid. A getter returns what was set last, else the default. A change takes
- * effect with the next zet_sensor_prepare. The server sets everything before zet_nox_get_buffer_size,
+ * A setter stores any value, even one outside its range or enumeration; zet_nox_get_buffer_size refuses a
+ * configuration that is not valid. A getter returns the value that was set last, or the default. A change
+ * takes effect with the next zet_sensor_prepare. The server sets everything before zet_nox_get_buffer_size,
  * except zet_config_enable_tx_set.
  */
 #ifndef ZET_CONFIG_H
@@ -27,7 +27,7 @@ typedef struct zet_config zet_config_t;
 /**
  * Creates a configuration with the library's defaults.
  *
- * @return the configuration, owned by the caller, to be destroyed by zet_config_destroy; null when memory
+ * @return the configuration, owned by the caller, to be destroyed with zet_config_destroy; null when memory
  *         is exhausted
  */
 zet_config_t *zet_config_create(void);
@@ -35,8 +35,8 @@ zet_config_t *zet_config_create(void);
 /**
  * Frees a configuration.
  *
- * At the end of a session the server destroys a configuration before the processing made from it and before
- * the handle of the sensor prepared with it. Destroying these must not touch the configuration.
+ * At the end of a session the server destroys a configuration before the processing created from it and
+ * before the handle of the sensor prepared with it. Destroying these must not access the configuration.
  *
  * @param config  the configuration; null is allowed and does nothing
  */
@@ -59,11 +59,11 @@ uint16_t zet_config_sweeps_per_frame_get(const zet_config_t *config);
 
 /**
  * Sets the rate of the sweeps in a frame in hertz, 0 or 0.01 to 1000000; 0 by default, for the highest
- * possible. At most the highest sweep rate of the metadata (zet_processing.h).
+ * possible rate. Must not exceed the max_sweep_rate of the metadata (zet_processing.h).
  */
 void zet_config_sweep_rate_set(zet_config_t *config, float sweep_rate);
 
-/** Gets the sweep rate, in hertz; 0 for the highest possible. */
+/** Gets the sweep rate, in hertz; 0 for the highest possible rate. */
 float zet_config_sweep_rate_get(const zet_config_t *config);
 
 /**

@@ -1,6 +1,6 @@
 /** @file
- * Clear-channel assessment in a configuration. What zet_config.h says of setters holds here too: called by
- * the server's one thread, never by an interrupt; cannot fail, does not block.
+ * Clear-channel assessment in a configuration. The rules for setters in zet_config.h apply here too: called
+ * on the server's only thread, never from an interrupt; cannot fail, does not block.
  */
 #ifndef ZET_CONFIG_CCA_H
 #define ZET_CONFIG_CCA_H
@@ -14,7 +14,7 @@ extern "C" {
 #endif
 
 /**
- * Sets whether every frame carries a clear-channel measurement, for zet_processing_cca_check; false by
+ * Sets whether every frame contains a clear-channel measurement, for zet_processing_cca_check; false by
  * default.
  */
 void zet_config_enable_cca_set(zet_config_t *config, bool enabled);

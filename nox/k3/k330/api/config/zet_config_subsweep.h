@@ -1,10 +1,10 @@
 /** @file
- * Sub-sweeps of a configuration: the stretches of distance that one sweep covers.
+ * Sub-sweeps of a configuration: the distance ranges that one sweep covers.
  *
- * Every setter takes the configuration, the value and the index of the sub-sweep, 0 to 3, which may lie
+ * Every setter takes the configuration, the value and the index of the sub-sweep, 0 to 3, which may be
  * beyond the number of sub-sweeps. One base step is the distance zet_processing_points_to_meter(1).
  *
- * What zet_config.h says of setters holds here too: called by the server's one thread, never by an
+ * The rules for setters in zet_config.h apply here too: called on the server's only thread, never from an
  * interrupt; they cannot fail, do not block, and store any value.
  */
 #ifndef ZET_CONFIG_SUBSWEEP_H
@@ -44,7 +44,7 @@ void zet_config_subsweep_receiver_gain_set(zet_config_t *config, uint8_t gain, u
 /** Sets whether the sub-sweep transmits, true by default. */
 void zet_config_subsweep_enable_tx_set(zet_config_t *config, bool enabled, uint8_t index);
 
-/** Sets whether the receiver hears the transmitter directly instead of the antenna, false by default. */
+/** Sets whether the receiver gets the transmitter's signal instead of the antenna's, false by default. */
 void zet_config_subsweep_enable_loopback_set(zet_config_t *config, bool enabled, uint8_t index);
 
 /** Sets whether the phase is made coherent along the distance, false by default. */
@@ -55,7 +55,7 @@ void zet_config_subsweep_iq_imbalance_compensation_set(zet_config_t *config, boo
 
 /**
  * Sets the pulse repetition frequency, ZET_CONFIG_PRF_15_6_MHZ by default. The last point of the sub-sweep
- * must not lie beyond the distance whose echo comes before the next pulse: base step 3074 with
+ * must not be beyond the distance whose echo arrives before the next pulse: base step 3074 with
  * ZET_CONFIG_PRF_19_5_MHZ, 3843 with ZET_CONFIG_PRF_15_6_MHZ, 4612 with ZET_CONFIG_PRF_13_0_MHZ, 6918 with
  * ZET_CONFIG_PRF_8_7_MHZ, 9224 with ZET_CONFIG_PRF_6_5_MHZ and 11530 with ZET_CONFIG_PRF_5_2_MHZ.
  */

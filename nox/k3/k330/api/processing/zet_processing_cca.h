@@ -1,6 +1,6 @@
 /** @file
- * Clear-channel assessment of a measured frame. What zet_processing.h says holds here too: called by the
- * server's one thread, never by an interrupt; blocks for its calculations only.
+ * Clear-channel assessment of a measured frame. The rules in zet_processing.h apply here too: called on the
+ * server's only thread, never from an interrupt; blocks only for its calculations.
  */
 #ifndef ZET_PROCESSING_CCA_H
 #define ZET_PROCESSING_CCA_H
@@ -18,10 +18,10 @@ extern "C" {
  * clear-channel measurement enabled, between zet_sensor_read and zet_processing_execute.
  *
  * @param processing  the processing of the frame's configuration
- * @param buffer      a buffer filled by zet_sensor_read, only read
+ * @param buffer      a buffer filled by zet_sensor_read; not changed
  * @param cca_value   receives the value, 0 for a clear channel and larger with more foreign signal;
  *                    unchanged on failure
- * @return false when the frame carries no clear-channel measurement; the frame is not processed then
+ * @return false when the frame contains no clear-channel measurement; the frame is not processed then
  */
 bool zet_processing_cca_check(const zet_processing_t *processing, const void *buffer, float *cca_value);
 
