@@ -98,9 +98,10 @@ bool is_consistent(const fault_record &fault, uint32_t index, const message &err
 {
     if ((fault.kind == ZET_SIMULATOR_FAULT_SLOW_LINK) != (fault.bytes_per_second != 0U))
     {
-        return refuse(
-            error, "faults[%lu].bytes_per_second must be at least 1 for a slow_link and is for no other kind",
-            static_cast<unsigned long>(index));
+        return refuse(error,
+                      "faults[%lu].bytes_per_second must be at least 1 for a slow_link and 0 or absent for "
+                      "any other kind",
+                      static_cast<unsigned long>(index));
     }
     return true;
 }

@@ -209,7 +209,7 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
     cJSON *document = cJSON_ParseWithOpts(text, &end, 1);
     if (document == nullptr)
     {
-        return refuse({error, error_size}, "the scene is not JSON; the fault is at or before byte %lu",
+        return refuse({error, error_size}, "the scene is not JSON; the error is at or before byte %lu",
                       static_cast<unsigned long>(end - text));
     }
     std::memset(scene, 0, sizeof(*scene));

@@ -149,7 +149,7 @@ bool zet_sensor_get_cal_info(const zet_cal_result_t *cal_result, zet_cal_info_t 
     }
     if (!calibration_open(*cal_result, opened))
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: this is not a whole calibration result", __func__);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the calibration result is damaged or incomplete", __func__);
         return false;
     }
     cal_info->temperature = opened.temperature;
@@ -167,7 +167,7 @@ bool zet_sensor_validate_calibration(const zet_cal_result_t *cal_result)
     if (!calibration_open(*cal_result, opened))
     {
         library_log(ZET_LOG_LEVEL_WARNING,
-                    "%s: the calibration result is damaged or of another kind; calibrate "
+                    "%s: the calibration result is damaged or not one of a k330 sensor; calibrate "
                     "the sensor again",
                     __func__);
         return false;

@@ -73,11 +73,11 @@ bool is_unambiguous(uint32_t index, const subsweep_config &subsweep)
     {
         return true;
     }
-    library_log(
-        ZET_LOG_LEVEL_ERROR,
-        "the last point of sub-sweep %lu is %ld, but with its prf must not be beyond %ld; use a lower "
-        "prf or a shorter range",
-        static_cast<unsigned long>(index), static_cast<long>(last_point), static_cast<long>(farthest));
+    library_log(ZET_LOG_LEVEL_ERROR,
+                "the last point of sub-sweep %lu is %ld, but its prf allows at most %ld; use a lower "
+                "prf or a shorter range",
+                static_cast<unsigned long>(index), static_cast<long>(last_point),
+                static_cast<long>(farthest));
     return false;
 }
 

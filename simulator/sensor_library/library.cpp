@@ -104,7 +104,7 @@ object *object_create(object_kind kind, size_t size)
     auto *created = static_cast<object *>(the_library.hal->mem_alloc(size));
     if (created == nullptr)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "out of memory: no %lu bytes for a %s",
+        library_log(ZET_LOG_LEVEL_ERROR, "out of memory: cannot allocate %lu bytes for a %s",
                     static_cast<unsigned long>(size), name_of(kind));
         return nullptr;
     }
@@ -141,7 +141,7 @@ object *object_find(const void *handle, object_kind kind, const char *operation)
             return candidate;
         }
     }
-    library_log(ZET_LOG_LEVEL_ERROR, "%s: the %s handle was never given out or has been destroyed", operation,
+    library_log(ZET_LOG_LEVEL_ERROR, "%s: the %s handle is invalid or has been destroyed", operation,
                 name_of(kind));
     return nullptr;
 }

@@ -29,16 +29,17 @@ bool open_calibration(const zet_sensor &sensor, const zet_cal_result_t *result, 
 {
     if (result == nullptr || !calibration_open(*result, opened))
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "zet_sensor_prepare: sensor %lu has no whole calibration result",
+        library_log(ZET_LOG_LEVEL_ERROR,
+                    "zet_sensor_prepare: the calibration result for sensor %lu is damaged or incomplete",
                     static_cast<unsigned long>(sensor.id));
         return false;
     }
     if (opened.sensor_id != sensor.id)
     {
-        library_log(
-            ZET_LOG_LEVEL_WARNING,
-            "zet_sensor_prepare: sensor %lu is given the calibration of sensor %lu; its carrier will be off",
-            static_cast<unsigned long>(sensor.id), static_cast<unsigned long>(opened.sensor_id));
+        library_log(ZET_LOG_LEVEL_WARNING,
+                    "zet_sensor_prepare: sensor %lu gets the calibration of sensor %lu; its carrier "
+                    "frequency will be wrong",
+                    static_cast<unsigned long>(sensor.id), static_cast<unsigned long>(opened.sensor_id));
     }
     return true;
 }
@@ -84,7 +85,7 @@ bool has_room(const zet_sensor &sensor, const char *operation)
     }
     if (sensor.frames_waiting >= slots)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu holds %lu frames that were not read; read first",
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has unread frames, %lu of them; read first",
                     operation, id, static_cast<unsigned long>(sensor.frames_waiting));
         return false;
     }
@@ -118,8 +119,8 @@ bool has_frame(const zet_sensor &sensor, const char *operation)
     const auto id = static_cast<unsigned long>(sensor.id);
     if (sensor.frames_waiting == 0U)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has measured nothing that was not read yet",
-                    operation, id);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has no frame to read; measure one first", operation,
+                    id);
         return false;
     }
     if (board_now_us() < sensor.frames[0].done_us)
@@ -147,7 +148,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
         return false;
     }
     sensor_forget_measurements(*found);
-    if (has_fault(*found, ZET_SIMULATOR_FAULT_FAILING_PREPARE, __func__, "does not take its program"))
+    if (has_fault(*found, ZET_SIMULATOR_FAULT_FAILING_PREPARE, __func__, "does not accept its program"))
     {
         return false;
     }

@@ -37,7 +37,7 @@ bool open_frame(const zet_processing &processing, const void *buffer, frame_head
     std::memcpy(&head, buffer, sizeof(head));
     if (head.magic != frame_magic)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: the buffer holds no frame; read one first", operation);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the buffer contains no frame; read one first", operation);
         return false;
     }
     if (head.sample_count != processing.sample_count)
@@ -93,7 +93,7 @@ bool zet_nox_get_buffer_size(const zet_config_t *config, uint32_t *buffer_size)
     const zet_config *found = config_find(config, __func__);
     if (buffer_size == nullptr)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: the place for the size is null", __func__);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the pointer for the size is null", __func__);
         return false;
     }
     if (found == nullptr || !config_is_valid(*found))
@@ -109,7 +109,7 @@ zet_processing_t *zet_processing_create(const zet_config_t *config, zet_processi
     const zet_config *found = config_find(config, __func__);
     if (metadata == nullptr)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: the place for the metadata is null", __func__);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the pointer for the metadata is null", __func__);
         return nullptr;
     }
     if (found == nullptr || !config_is_valid(*found))
@@ -131,7 +131,7 @@ void zet_processing_execute(zet_processing_t *processing, void *buffer, zet_proc
 {
     if (result == nullptr)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: the place for the result is null", __func__);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the pointer for the result is null", __func__);
         return;
     }
     *result = {};
@@ -154,7 +154,7 @@ bool zet_processing_cca_check(const zet_processing_t *processing, const void *bu
     const zet_processing *found = find_processing(processing, __func__);
     if (cca_value == nullptr)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: the place for the value is null", __func__);
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: the pointer for the value is null", __func__);
         return false;
     }
     frame_head head = {};

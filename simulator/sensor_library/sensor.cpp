@@ -56,7 +56,8 @@ void forget_interrupted_calibration(zet_sensor &sensor)
     if (sensor.calibration_step > 0U &&
         sensor.calibration_resets != board_find_sensor(sensor.id)->reset_count)
     {
-        library_log(ZET_LOG_LEVEL_WARNING, "sensor %lu was reset during its calibration; it begins again",
+        library_log(ZET_LOG_LEVEL_WARNING,
+                    "sensor %lu was reset during its calibration; the calibration starts again",
                     static_cast<unsigned long>(sensor.id));
         sensor.calibration_step = 0;
     }
@@ -168,7 +169,7 @@ bool zet_sensor_connected(zet_sensor_id_t sensor_id)
     }
     if (!board_sensor_is_on(sensor_id))
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu is not there, has no power or is not enabled",
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu does not exist, has no power or is not enabled",
                     __func__, static_cast<unsigned long>(sensor_id));
         return false;
     }
@@ -186,7 +187,7 @@ zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
     board_sensor *position = board_find_sensor(sensor_id);
     if (position->in_use)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has a handle already; destroy that first", __func__,
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu already has a handle; destroy it first", __func__,
                     static_cast<unsigned long>(sensor_id));
         return nullptr;
     }
@@ -248,7 +249,7 @@ void zet_sensor_status(const zet_sensor_t *sensor)
         position != nullptr && position->enabled ? "enabled" : "not enabled",
         static_cast<unsigned long>(found->calibration_step),
         position != nullptr && found->reset_awaited_from == position->reset_count
-            ? " (to be reset after a calibration)"
+            ? " (needs a reset after its calibration)"
             : "",
         found->program.config != nullptr ? "prepared" : "not prepared",
         static_cast<unsigned long>(found->frame_count), static_cast<unsigned long>(found->frames_waiting));

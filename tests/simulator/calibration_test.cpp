@@ -132,7 +132,7 @@ TEST(calibration, prepare_fails_with_a_damaged_result)
     ASSERT_TRUE(sensor.prepare());
     sensor.cal_result.data[30] ^= 0x80U;
     EXPECT_FALSE(sensor.prepare());
-    EXPECT_THAT(simulation::log(), HasSubstr("no whole calibration result"));
+    EXPECT_THAT(simulation::log(), HasSubstr("the calibration result for sensor 1 is damaged or incomplete"));
 }
 
 TEST(calibration, result_contains_its_temperature)
@@ -181,7 +181,7 @@ TEST(calibration, of_another_sensor_is_accepted_with_a_warning)
     simulation::clear_log();
     first.cal_result = second.cal_result;
     ASSERT_TRUE(first.prepare());
-    EXPECT_THAT(simulation::log(), HasSubstr("is given the calibration of sensor 2"));
+    EXPECT_THAT(simulation::log(), HasSubstr("gets the calibration of sensor 2"));
 }
 
 } // namespace

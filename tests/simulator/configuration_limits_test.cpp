@@ -149,7 +149,7 @@ const limit_case cases[] = {
      nullptr},
     {"beyond_the_unambiguous_range",
      [](zet_config_t *c) { zet_config_subsweep_start_point_set(c, 3843 - 158, 0); },
-     "the last point of sub-sweep 0 is 3844, but with its prf must not be beyond 3843"},
+     "the last point of sub-sweep 0 is 3844, but its prf allows at most 3843"},
     {"a_lower_prf_allows_farther_points",
      [](zet_config_t *c) {
          zet_config_subsweep_start_point_set(c, 11000, 0);

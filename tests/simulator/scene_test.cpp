@@ -287,9 +287,9 @@ std::string many_targets()
 }
 
 const invalid_scene invalid_scenes[] = {
-    {"not_json", "{\"targets\": [}", "the scene is not JSON; the fault is at or before byte 13"},
-    {"empty", "", "the scene is not JSON; the fault is at or before byte 0"},
-    {"trailing_text", "{} {}", "the scene is not JSON; the fault is at or before byte 3"},
+    {"not_json", "{\"targets\": [}", "the scene is not JSON; the error is at or before byte 13"},
+    {"empty", "", "the scene is not JSON; the error is at or before byte 0"},
+    {"trailing_text", "{} {}", "the scene is not JSON; the error is at or before byte 3"},
     {"array", "[]", "the scene must be a JSON object"},
     {"unknown_key", R"({"target": []})",
      "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
@@ -330,9 +330,9 @@ const invalid_scene invalid_scenes[] = {
     {"period_without_duration", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
      "interferers[0].duration_s must be more than 0 and at most period_s"},
     {"slow_link_without_rate", R"({"faults": [{"kind": "slow_link"}]})",
-     "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
+     "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
     {"rate_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
-     "faults[0].bytes_per_second must be at least 1 for a slow_link and is for no other kind"},
+     "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
     {"too_many", many_targets(), "targets must have at most 16 entries"},
 };
 

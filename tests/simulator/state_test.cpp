@@ -99,7 +99,7 @@ TEST(state, a_sensor_has_only_one_handle)
     const simulation simulation;
     const simulated_sensor sensor;
     EXPECT_EQ(zet_sensor_create(1), nullptr);
-    expect_logged("has a handle already");
+    expect_logged("already has a handle");
 }
 
 TEST(state, null_handles_fail_and_are_logged)
@@ -124,7 +124,7 @@ TEST(state, null_handles_fail_and_are_logged)
         zet_sensor_prepare(sensor.sensor, nullptr, &sensor.cal_result, buffer, sensor.buffer_size()));
     expect_logged("zet_sensor_prepare: the configuration is null");
     EXPECT_FALSE(zet_sensor_prepare(sensor.sensor, sensor.config, nullptr, buffer, sensor.buffer_size()));
-    expect_logged("no whole calibration result");
+    expect_logged("is damaged or incomplete");
     EXPECT_FALSE(
         zet_sensor_prepare(sensor.sensor, sensor.config, &sensor.cal_result, nullptr, sensor.buffer_size()));
     expect_logged("zet_sensor_prepare: the buffer is null");
@@ -138,18 +138,18 @@ TEST(state, null_handles_fail_and_are_logged)
     EXPECT_EQ(size, 77U);
     expect_logged("zet_nox_get_buffer_size: the configuration is null");
     EXPECT_FALSE(zet_nox_get_buffer_size(sensor.config, nullptr));
-    expect_logged("the place for the size is null");
+    expect_logged("the pointer for the size is null");
     EXPECT_EQ(zet_processing_create(nullptr, &metadata), nullptr);
     expect_logged("zet_processing_create: the configuration is null");
     EXPECT_EQ(zet_processing_create(sensor.config, nullptr), nullptr);
-    expect_logged("the place for the metadata is null");
+    expect_logged("the pointer for the metadata is null");
     EXPECT_FALSE(zet_processing_cca_check(nullptr, buffer, &value));
     expect_logged("zet_processing_cca_check: the processing is null");
     EXPECT_FALSE(zet_processing_cca_check(sensor.processing, buffer, nullptr));
-    expect_logged("the place for the value is null");
+    expect_logged("the pointer for the value is null");
     EXPECT_EQ(value, -1.0F);
     zet_processing_execute(sensor.processing, buffer, nullptr);
-    expect_logged("the place for the result is null");
+    expect_logged("the pointer for the result is null");
     zet_processing_execute(nullptr, buffer, &result);
     expect_logged("zet_processing_execute: the processing is null");
     EXPECT_EQ(static_cast<void *>(result.frame), buffer);
@@ -251,11 +251,11 @@ TEST(state, handles_are_refused_after_they_are_destroyed)
 
     zet_processing_result_t result = {};
     zet_processing_execute(processing, buffer, &result);
-    expect_logged("the processing handle was never given out or has been destroyed");
+    expect_logged("the processing handle is invalid or has been destroyed");
     EXPECT_FALSE(zet_sensor_measure(handle));
-    expect_logged("the sensor handle was never given out or has been destroyed");
+    expect_logged("the sensor handle is invalid or has been destroyed");
     EXPECT_EQ(zet_config_sweep_rate_get(config), 0.0F);
-    expect_logged("the configuration handle was never given out or has been destroyed");
+    expect_logged("the configuration handle is invalid or has been destroyed");
     zet_config_destroy(config);
     expect_logged("zet_config_destroy");
     zet_sensor_destroy(handle);
@@ -270,7 +270,7 @@ TEST(state, a_handle_of_another_kind_is_refused)
     simulated_sensor sensor;
     ASSERT_TRUE(sensor.prepare());
     EXPECT_FALSE(zet_sensor_measure(reinterpret_cast<zet_sensor_t *>(sensor.config)));
-    expect_logged("the sensor handle was never given out");
+    expect_logged("the sensor handle is invalid or has been destroyed");
 }
 
 TEST(state, measuring_needs_a_prepare)
@@ -329,7 +329,7 @@ TEST(state, a_configuration_must_not_be_destroyed_before_its_measurements)
     zet_config_destroy(sensor.config);
     sensor.config = nullptr;
     EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
-    expect_logged("the configuration handle was never given out or has been destroyed");
+    expect_logged("the configuration handle is invalid or has been destroyed");
 }
 
 TEST(state, reading_needs_a_finished_measurement)
@@ -339,7 +339,7 @@ TEST(state, reading_needs_a_finished_measurement)
     ASSERT_TRUE(sensor.prepare());
     void *buffer = sensor.buffer.data();
     EXPECT_FALSE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
-    expect_logged("has measured nothing");
+    expect_logged("has no frame to read");
     ASSERT_TRUE(zet_sensor_measure(sensor.sensor));
     EXPECT_FALSE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
     expect_logged("is still measuring");
@@ -350,7 +350,7 @@ TEST(state, reading_needs_a_finished_measurement)
     expect_logged("the buffer is null");
     EXPECT_TRUE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
     EXPECT_FALSE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
-    expect_logged("has measured nothing that was not read yet");
+    expect_logged("has no frame to read; measure one first");
 }
 
 TEST(state, a_sensor_measures_one_frame_at_a_time)
@@ -363,7 +363,7 @@ TEST(state, a_sensor_measures_one_frame_at_a_time)
     expect_logged("is still measuring");
     ASSERT_TRUE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000));
     EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
-    expect_logged("holds 1 frames that were not read");
+    expect_logged("has unread frames, 1 of them");
 }
 
 TEST(state, a_prepare_discards_the_measurement_in_progress)
@@ -413,7 +413,7 @@ TEST(state, processing_accepts_only_its_own_frames)
     expect_logged("the frame has 160 samples, but the processing is for 10");
     std::memset(sensor.buffer.data(), 0, sensor.buffer_size());
     zet_processing_execute(sensor.processing, sensor.buffer.data(), &result);
-    expect_logged("the buffer holds no frame");
+    expect_logged("the buffer contains no frame");
     zet_processing_destroy(other);
 }
 
