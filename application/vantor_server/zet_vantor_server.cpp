@@ -147,7 +147,7 @@ void flush_log()
     if (lost > 0)
     {
         send_log_line(ZET_LOG_LEVEL_WARNING, "vantor_server",
-                      "Log lines were lost: ask for a less verbose level.", lost);
+                      "Log lines were lost: set a less verbose level.", lost);
     }
 }
 
@@ -309,11 +309,11 @@ char *append_number(char *end, uint32_t number)
 void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
 {
     char message[96];
-    char *end = append_text(message, "This board cannot make ");
+    char *end = append_text(message, "This link cannot run at ");
     end = append_number(end, baudrate);
     if (nearest == 0)
     {
-        append_text(end, " baud, nor a rate near it.");
+        append_text(end, " baud or near it.");
     }
     else
     {
@@ -612,7 +612,7 @@ constexpr json_field_t baudrate_fields[] = {
 constexpr json_field_t log_fields[] = {
     {"command", FIELD_TYPE_STRING}, {"level", FIELD_TYPE_ENUM}, {nullptr, FIELD_TYPE_NONE}};
 
-constexpr const char *plain_usage = "Send this command with \"command\" as its only member, once.";
+constexpr const char *plain_usage = "Send \"command\" as the only member of this command, once.";
 
 constexpr command_t commands[] = {
     {"identify", plain_fields, plain_usage, any_state, execute_identify},
@@ -654,14 +654,14 @@ const char *wrong_state_message(const command_t *command)
 {
     if (command->states == SESSION_IDLE)
     {
-        return "Send \"end\" first: there already is a session.";
+        return "There is already a session: send \"end\" first.";
     }
     if (command->states == SESSION_STREAMING)
     {
-        return "Send \"start\" first: nothing is streaming.";
+        return "No frames are streaming: send \"start\" first.";
     }
-    return server.state == SESSION_IDLE ? "Send \"configure\" first: there is no session."
-                                        : "Send \"stop\" first: frames are streaming.";
+    return server.state == SESSION_IDLE ? "There is no session: send \"configure\" first."
+                                        : "Frames are streaming: send \"stop\" first.";
 }
 
 /** Executes a document from the host, if it is a valid command that the state allows. */

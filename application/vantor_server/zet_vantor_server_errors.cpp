@@ -12,40 +12,42 @@ namespace
 {
 
 constexpr const char *line_too_long =
-    "Send a shorter line: the server dropped it, and will drop what follows up to the next line feed.";
+    "The line is longer than the server's buffer and is dropped, up to its line feed: send a shorter line.";
 
 constexpr const char *bad_json =
-    "Send one JSON object (RFC 8259, UTF-8) per line, closed by a line feed; this line is not JSON.";
+    "This line is not JSON: send one JSON object (RFC 8259, UTF-8) per line, ended by a line feed.";
 
 constexpr const char *trailing_text =
-    "Close every command by a line feed: this line goes on after its JSON document.";
+    "There is text after the JSON document in this line: end every command with a line feed.";
 
-constexpr const char *nesting_too_deep = "Nest objects and arrays at most 16 deep, the command included.";
+constexpr const char *nesting_too_deep =
+    "The command is nested too deep: use at most 16 levels of objects and arrays, the command included.";
 
 constexpr const char *too_many_values =
-    "Send a shorter configuration: the command holds more JSON values than the server has room for.";
+    "The command contains more JSON values than the server has room for: send a shorter configuration.";
 
-constexpr const char *bad_command = "Send a JSON object whose member \"command\" is a string.";
+constexpr const char *bad_command =
+    "This is not a command: send a JSON object with a member \"command\" that is a string.";
 
-constexpr const char *unknown_command =
-    "Set \"command\" to \"identify\", \"ping\", \"configure\", \"start\", \"frame\", \"stop\", \"end\", "
-    "\"baudrate\", \"log\" or \"stats\".";
+constexpr const char *unknown_command = "This command is unknown: set \"command\" to \"identify\", \"ping\", "
+                                        "\"configure\", \"start\", \"frame\", "
+                                        "\"stop\", \"end\", \"baudrate\", \"log\" or \"stats\".";
 
 constexpr const char *bad_argument =
-    "Give the command the members that it takes, each once and of the right type, and no others.";
+    "The members of the command are wrong: send each member once and with the right type, and no others.";
 
-constexpr const char *wrong_state = "Send the command when the session is in a state that allows it.";
+constexpr const char *wrong_state = "The state of the session does not allow this command.";
 
 constexpr const char *baudrate_fixed =
-    "Leave \"baudrate\" out: the baud rate of this server's link is fixed.";
+    "The baud rate of this server's link is fixed: do not send \"baudrate\".";
 
 constexpr const char *configuration_refused =
-    "Give every group of \"groups\" at least one item and make every item an object; if they are, memory is "
-    "short: use fewer items or points.";
+    "The configuration was refused: give every group in \"groups\" at least one item, and make every item an "
+    "object. If this is so, memory is short: use fewer items or points.";
 
 constexpr const char *metadata_failed =
-    "The description of the session could not be built: use fewer group items, because memory is short, or "
-    "leave out a calibration that the sensor cannot read.";
+    "The session metadata could not be built: use fewer group items if memory is short, and leave out a "
+    "calibration that the sensor cannot read.";
 
 /** One error. */
 struct error_row_t

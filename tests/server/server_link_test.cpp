@@ -253,7 +253,7 @@ TEST_F(server_real_rate, is_refused_beyond_two_percent)
     {
         start_at(real);
         EXPECT_EQ(refusal_of(100000),
-                  "This board cannot make 100000 baud; the nearest rate is " + std::to_string(real) + ".");
+                  "This link cannot run at 100000 baud; the nearest rate is " + std::to_string(real) + ".");
         zet_vantor_server_deinit();
         started = false;
     }
@@ -262,8 +262,8 @@ TEST_F(server_real_rate, is_refused_beyond_two_percent)
 TEST_F(server_real_rate, may_not_exist)
 {
     start_at(0);
-    EXPECT_EQ(refusal_of(1000000), "This board cannot make 1000000 baud, nor a rate near it.");
-    EXPECT_EQ(refusal_of(1), "This board cannot make 1 baud, nor a rate near it.");
+    EXPECT_EQ(refusal_of(1000000), "This link cannot run at 1000000 baud or near it.");
+    EXPECT_EQ(refusal_of(1), "This link cannot run at 1 baud or near it.");
 }
 
 TEST_F(server_real_rate, is_compared_without_overflow)
@@ -271,7 +271,8 @@ TEST_F(server_real_rate, is_compared_without_overflow)
     // The largest number that a command can contain.
     constexpr uint32_t largest = INT32_MAX;
     start_at(UINT32_MAX);
-    EXPECT_EQ(refusal_of(largest), "This board cannot make 2147483647 baud; the nearest rate is 4294967295.");
+    EXPECT_EQ(refusal_of(largest),
+              "This link cannot run at 2147483647 baud; the nearest rate is 4294967295.");
     real_rate = largest / 50 * 49;
     EXPECT_EQ(request(largest).members["status"], "error");
     real_rate = largest - largest / 50;

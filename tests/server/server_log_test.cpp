@@ -73,7 +73,7 @@ protected:
     static std::string message_about(int lost)
     {
         return R"({"status":"log","level":"WARNING","module":"vantor_server",)"
-               R"("message":"Log lines were lost: ask for a less verbose level.","lost":)" +
+               R"("message":"Log lines were lost: set a less verbose level.","lost":)" +
                std::to_string(lost) + R"(,"payload_size":0})";
     }
 };

@@ -133,16 +133,16 @@ TEST_F(server_session, reports_which_command_is_needed_first)
         enter(state);
         return ask(command).members.value("message", "");
     };
-    EXPECT_EQ(hint("idle", R"({"command":"start"})"), "Send \"configure\" first: there is no session.");
-    EXPECT_EQ(hint("idle", R"({"command":"frame"})"), "Send \"configure\" first: there is no session.");
-    EXPECT_EQ(hint("idle", R"({"command":"stop"})"), "Send \"start\" first: nothing is streaming.");
-    EXPECT_EQ(hint("configured", R"({"command":"stop"})"), "Send \"start\" first: nothing is streaming.");
-    EXPECT_EQ(hint("configured", configure_command), "Send \"end\" first: there already is a session.");
-    EXPECT_EQ(hint("streaming", configure_command), "Send \"end\" first: there already is a session.");
-    EXPECT_EQ(hint("streaming", R"({"command":"start"})"), "Send \"stop\" first: frames are streaming.");
-    EXPECT_EQ(hint("streaming", R"({"command":"frame"})"), "Send \"stop\" first: frames are streaming.");
+    EXPECT_EQ(hint("idle", R"({"command":"start"})"), "There is no session: send \"configure\" first.");
+    EXPECT_EQ(hint("idle", R"({"command":"frame"})"), "There is no session: send \"configure\" first.");
+    EXPECT_EQ(hint("idle", R"({"command":"stop"})"), "No frames are streaming: send \"start\" first.");
+    EXPECT_EQ(hint("configured", R"({"command":"stop"})"), "No frames are streaming: send \"start\" first.");
+    EXPECT_EQ(hint("configured", configure_command), "There is already a session: send \"end\" first.");
+    EXPECT_EQ(hint("streaming", configure_command), "There is already a session: send \"end\" first.");
+    EXPECT_EQ(hint("streaming", R"({"command":"start"})"), "Frames are streaming: send \"stop\" first.");
+    EXPECT_EQ(hint("streaming", R"({"command":"frame"})"), "Frames are streaming: send \"stop\" first.");
     EXPECT_EQ(hint("streaming", R"({"command":"baudrate","baudrate":9600})"),
-              "Send \"stop\" first: frames are streaming.");
+              "Frames are streaming: send \"stop\" first.");
 }
 
 TEST_F(server_session, does_not_change_its_state_when_it_refuses_a_command)
