@@ -133,7 +133,7 @@ void serve()
         receive_input();
         if (link_is_stalled())
         {
-            log_line(ZET_LOG_LEVEL_WARNING, "board", "The host takes nothing: restarting the link");
+            log_line(ZET_LOG_LEVEL_WARNING, "board", "The host does not read: restarting the link");
             zet_vantor_server_link_lost();
             link_open();
         }

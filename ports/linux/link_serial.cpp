@@ -27,7 +27,7 @@ public:
     {
         if (terminal_ < 0 || grantpt(terminal_) != 0 || unlockpt(terminal_) != 0)
         {
-            throw std::system_error(errno, std::generic_category(), "cannot make a pseudo-terminal");
+            throw std::system_error(errno, std::generic_category(), "cannot create a pseudo-terminal");
         }
         termios settings = {};
         tcgetattr(terminal_, &settings);

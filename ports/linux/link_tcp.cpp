@@ -18,8 +18,8 @@ namespace
 {
 
 /** The answer to a host that connects while another one is connected. */
-constexpr char busy_message[] = "{\"status\":\"error\",\"code\":\"busy\",\"message\":\"The server is serving "
-                                "another host: connect again when that one is gone.\",\"payload_size\":0}\n";
+constexpr char busy_message[] = "{\"status\":\"error\",\"code\":\"busy\",\"message\":\"Another host is using "
+                                "the server: connect again when it has disconnected.\",\"payload_size\":0}\n";
 
 /** Throws errno as an exception. */
 [[noreturn]] void fail(const std::string &what)
@@ -69,7 +69,7 @@ public:
             getnameinfo(reinterpret_cast<const sockaddr *>(&bound), size, host.data(), host.size(),
                         port.data(), port.size(), NI_NUMERICHOST | NI_NUMERICSERV) != 0)
         {
-            fail("cannot tell the address of the socket");
+            fail("cannot get the address of the socket");
         }
         return std::string("tcp:") + host.data() + ":" + port.data();
     }

@@ -26,7 +26,7 @@ constexpr uint64_t most_sensors = 64;
 
 constexpr const char *description =
     "Measures with simulated k330 radar sensors and streams the frames to one host at a time.\n"
-    "The protocol on the link is in docs/protocol.md; `vantor` is a host that speaks it.";
+    "The protocol is described in docs/protocol.md; `vantor` is a host that uses it.";
 
 constexpr const char *footer = "Examples:\n"
                                "  vantor_server --tcp 6110\n"
@@ -108,7 +108,7 @@ zet_log_level_t parse_log_level(const std::string &text)
 /** Adds the options for the link, exactly one of which is required. */
 void add_link_options(CLI::App &app, options_t &options)
 {
-    auto *link = app.add_option_group("link", "Exactly one of them");
+    auto *link = app.add_option_group("link", "Exactly one of these is required");
     link->add_option_function<std::string>(
             "--tcp",
             [&options](const std::string &text) {
@@ -122,9 +122,10 @@ void add_link_options(CLI::App &app, options_t &options)
         ->type_name("[HOST:]PORT");
     link->add_flag_callback(
         "--pty", [&options] { options.link = link_kind_t::pty; },
-        "Offer a pseudo-terminal, to be opened like any serial device");
+        "Create a pseudo-terminal, which the host opens like a serial device");
     link->add_flag_callback(
-        "--stdio", [&options] { options.link = link_kind_t::stdio; }, "Speak on standard input and output");
+        "--stdio", [&options] { options.link = link_kind_t::stdio; },
+        "Use standard input and output as the link");
     link->require_option(1);
 }
 
@@ -146,32 +147,31 @@ void add_board_options(CLI::App &app, options_t &options)
     app.add_option_function<std::string>(
            "--scene",
            [&options](const std::string &text) { options.scene_path = parse_file_name("--scene", text); },
-           "What the sensors see (docs/simulator.md); built in when absent")
+           "Scene that the sensors see (docs/simulator.md); a built-in one by default")
         ->type_name("FILE.json");
     app.add_option_function<std::string>(
            "--name", [&options](const std::string &text) { options.board_name = text; },
-           "Name of the board, which `vantor identify` shows")
+           "Name of the board, shown by `vantor identify`")
         ->type_name("TEXT")
         ->default_str(options.board_name);
     app.add_option_function<std::string>(
            "--id", [&options](const std::string &text) { options.board_id = text; },
-           "Text that distinguishes this board from others; none when absent")
+           "Identifier of the board, such as a serial number; none by default")
         ->type_name("TEXT");
-    add_number(app, "--seed", options.seed,
-               "Seed of all noise, a whole number: the same seed gives the same frames", 0,
+    add_number(app, "--seed", options.seed, "Seed of the noise: the same seed gives the same frames", 0,
                std::numeric_limits<uint64_t>::max());
     add_number(app, "--memory", options.memory_size,
-               "Memory of the board, 4096 to 1073741824 bytes; costs nothing before it is used",
+               "Memory of the board in bytes, 4096 to 1073741824; taken from the system only when used",
                smallest_memory, largest_memory);
     app.add_option_function<std::string>(
            "--clock", [&options](const std::string &text) { options.virtual_clock = text == "virtual"; },
-           "\"real\", or \"virtual\" for frames as fast as the processor allows")
+           "\"real\", or \"virtual\" to measure frames as fast as the processor allows")
         ->check(CLI::IsMember({"real", "virtual"}).description(""))
         ->type_name("CLOCK")
         ->default_str("real");
     app.add_option_function<std::string>(
            "--log-level", [&options](const std::string &text) { options.log_level = parse_log_level(text); },
-           "Least severe log line that goes to standard error: " + list_of_log_levels("or"))
+           "Least severe level that is logged to standard error: " + list_of_log_levels("or"))
         ->type_name("LEVEL")
         ->default_str("WARNING");
 }
