@@ -15,7 +15,7 @@ namespace vantor
 namespace
 {
 
-/** The Hann window, symmetric, so that no sample is weighted with 0. */
+/** The Hann window; symmetric, so that no weight is 0. */
 std::vector<double> hann_window(size_t length)
 {
     const double step = 2.0 * std::numbers::pi / static_cast<double>(length);
@@ -27,12 +27,12 @@ std::vector<double> hann_window(size_t length)
     return window;
 }
 
-/** The length, when KissFFT can transform it. */
+/** Returns the length if KissFFT can transform it. */
 size_t transformable(size_t length)
 {
     if (length == 0)
     {
-        throw std::invalid_argument("A stretch of a spectrum is empty; it needs at least one sample.");
+        throw std::invalid_argument("A segment of a spectrum is empty; it needs at least one sample.");
     }
     return length;
 }
@@ -45,19 +45,19 @@ spectrum::spectrum(size_t length)
 {
 }
 
-void spectrum::add(const std::vector<std::complex<double>> &stretch)
+void spectrum::add(const std::vector<std::complex<double>> &segment)
 {
     const size_t length = sums_.size();
-    if (stretch.size() != length)
+    if (segment.size() != length)
     {
-        throw std::invalid_argument("A stretch of a spectrum has " + std::to_string(stretch.size()) +
+        throw std::invalid_argument("A segment of a spectrum has " + std::to_string(segment.size()) +
                                     " samples; it needs " + std::to_string(length) + ".");
     }
     const auto mean =
-        std::accumulate(stretch.begin(), stretch.end(), std::complex<double>()) / static_cast<double>(length);
+        std::accumulate(segment.begin(), segment.end(), std::complex<double>()) / static_cast<double>(length);
     for (size_t n = 0; n < length; ++n)
     {
-        weighted_[n] = window_[n] * (stretch[n] - mean);
+        weighted_[n] = window_[n] * (segment[n] - mean);
     }
     transform_.transform(weighted_.data(), transformed_.data());
     for (size_t k = 0; k < length; ++k)

@@ -1,5 +1,5 @@
 /** @file
- * Power spectrum of complex samples, averaged over stretches of equal length.
+ * Power spectrum of complex samples, averaged over segments of equal length.
  */
 #ifndef VANTOR_SPECTRUM_H
 #define VANTOR_SPECTRUM_H
@@ -14,38 +14,38 @@ namespace vantor
 {
 
 /**
- * A power spectrum in the making (Welch, "The use of fast Fourier transform for the estimation of power
- * spectra", 1967): stretches are freed of their mean, weighted with a Hann window, transformed by KissFFT,
- * and their powers averaged.
+ * Computes a power spectrum (Welch, "The use of fast Fourier transform for the estimation of power spectra",
+ * 1967): removes the mean of each segment, applies a Hann window, transforms with KissFFT, and averages the
+ * powers.
  */
 class spectrum
 {
 public:
     /**
-     * Starts a spectrum without stretches.
+     * Starts a spectrum without segments.
      *
-     * @param length  samples of a stretch
-     * @throws std::invalid_argument when the length is 0
+     * @param length  number of samples in a segment
+     * @throws std::invalid_argument if the length is 0
      */
     explicit spectrum(size_t length);
 
     /**
-     * Adds a stretch.
+     * Adds a segment.
      *
-     * @throws std::invalid_argument when it has another length
+     * @throws std::invalid_argument if it has a different length
      */
-    void add(const std::vector<std::complex<double>> &stretch);
+    void add(const std::vector<std::complex<double>> &segment);
 
-    /** Number of stretches added. */
+    /** Number of segments added. */
     [[nodiscard]] size_t count() const noexcept
     {
         return count_;
     }
 
     /**
-     * The mean power of each frequency, from lowest to highest.
+     * Returns the mean power at each frequency, from the lowest to the highest.
      *
-     * @return element k stands for the frequency (k - length / 2) / length of the sample rate
+     * @return element k is the power at (k - length / 2) / length times the sample rate
      */
     [[nodiscard]] std::vector<double> powers() const;
 
@@ -53,7 +53,7 @@ private:
     kissfft<double> transform_;
     std::vector<double> window_;
     std::vector<std::complex<double>> weighted_;
-    std::vector<std::complex<double>> transformed_; /**< frequencies from 0 upwards, then the negative ones */
+    std::vector<std::complex<double>> transformed_; /**< non-negative frequencies, then the negative ones */
     std::vector<double> sums_;
     size_t count_ = 0;
 };

@@ -77,7 +77,7 @@ public:
     }
 
 private:
-    sha512 digest_; /**< first, so that no file is created when it fails */
+    sha512 digest_; /**< first member, so that no file is created if it fails */
     output_file data_;
     output_file table_;
     tick_clock clock_;

@@ -18,7 +18,7 @@ namespace
 
 constexpr size_t digest_bytes = 64;
 
-/** Throws the first reason that libcrypto gives when a call of it failed. */
+/** Throws with the first reason that libcrypto reports for a failed call. */
 void require_digest(bool success)
 {
     if (success)
@@ -28,7 +28,7 @@ void require_digest(bool success)
     const char *const reason = ERR_reason_error_string(ERR_peek_error());
     ERR_clear_error();
     throw recording_error(
-        "libcrypto cannot compute SHA-512: " + std::string(reason != nullptr ? reason : "no reason given") +
+        "libcrypto cannot compute SHA-512: " + std::string(reason != nullptr ? reason : "unknown reason") +
         ". Check the configuration of OpenSSL (openssl.cnf).");
 }
 

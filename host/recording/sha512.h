@@ -1,5 +1,5 @@
 /** @file
- * The SHA-512 digest, with which readers of a SigMF recording check its data.
+ * The SHA-512 digest, which readers of a SigMF recording use to check its data.
  */
 #ifndef VANTOR_SHA512_H
 #define VANTOR_SHA512_H
@@ -15,42 +15,42 @@
 namespace vantor
 {
 
-/** A SHA-512 digest in the making, by libcrypto. */
+/** Computes a SHA-512 digest with libcrypto. */
 class sha512
 {
 public:
     /**
-     * Starts the digest of no bytes.
+     * Starts a digest, of zero bytes so far.
      *
-     * @throws recording_error when libcrypto has no SHA-512
+     * @throws recording_error if libcrypto does not support SHA-512
      */
     sha512();
 
     /**
-     * Adds bytes to what is digested.
+     * Adds bytes.
      *
-     * @throws recording_error when libcrypto fails; from then on digest() throws, too
+     * @throws recording_error if libcrypto fails; from then on digest() throws, too
      */
     void update(std::span<const std::byte> bytes);
 
     /**
-     * The digest of all bytes so far, as 128 hexadecimal digits; more bytes may follow.
+     * Returns the digest of all bytes so far, as 128 hexadecimal digits; more bytes can be added afterwards.
      *
-     * @throws recording_error when libcrypto fails
+     * @throws recording_error if libcrypto fails
      */
     [[nodiscard]] std::string digest() const;
 
 private:
-    /** Frees a context of libcrypto. */
+    /** Frees a libcrypto context. */
     struct context_deleter
     {
         void operator()(EVP_MD_CTX *context) const noexcept;
     };
 
-    std::unique_ptr<EVP_MD_CTX, context_deleter> context_; /**< none after a failure */
+    std::unique_ptr<EVP_MD_CTX, context_deleter> context_; /**< null after a failure */
 };
 
-/** The digest of a text, as 128 hexadecimal digits; fails as above. */
+/** Returns the digest of a text, as 128 hexadecimal digits; throws like the functions above. */
 std::string sha512_of(std::string_view text);
 
 } // namespace vantor

@@ -59,38 +59,38 @@ TEST(spectrum, ignores_constant_samples)
 }
 
 /** Samples with noise, some tones and a mean, the same in every run. */
-std::vector<std::complex<double>> make_stretch(size_t length, uint32_t seed)
+std::vector<std::complex<double>> make_segment(size_t length, uint32_t seed)
 {
     std::mt19937 noise(seed);
     const auto draw = [&noise] { return static_cast<double>(noise()) / 0x1p32 * 2000.0 - 1000.0; };
-    std::vector<std::complex<double>> stretch;
+    std::vector<std::complex<double>> segment;
     for (size_t n = 0; n < length; ++n)
     {
         const auto time = static_cast<double>(n);
-        stretch.push_back(std::complex(700.0, -300.0) + std::polar(20000.0, 0.7 * time) +
+        segment.push_back(std::complex(700.0, -300.0) + std::polar(20000.0, 0.7 * time) +
                           std::polar(400.0, -2.1 * time) + std::complex(draw(), draw()));
     }
-    return stretch;
+    return segment;
 }
 
-/** The power at a frequency, in turns a sample, of a stretch without its mean in a Hann window: the
+/** The power at a frequency, in turns per sample, of a segment without its mean in a Hann window: the
  * definition. */
-double direct_power(const std::vector<std::complex<double>> &stretch, double frequency)
+double direct_power(const std::vector<std::complex<double>> &segment, double frequency)
 {
     constexpr double pi = std::numbers::pi;
-    const auto length = static_cast<double>(stretch.size());
-    const auto mean = std::accumulate(stretch.begin(), stretch.end(), std::complex<double>()) / length;
+    const auto length = static_cast<double>(segment.size());
+    const auto mean = std::accumulate(segment.begin(), segment.end(), std::complex<double>()) / length;
     std::complex<double> sum;
-    for (size_t n = 0; n < stretch.size(); ++n)
+    for (size_t n = 0; n < segment.size(); ++n)
     {
         const auto time = static_cast<double>(n);
         const double weight = std::pow(std::sin(pi * (time + 0.5) / length), 2);
-        sum += weight * (stretch[n] - mean) * std::polar(1.0, -2.0 * pi * frequency * time);
+        sum += weight * (segment[n] - mean) * std::polar(1.0, -2.0 * pi * frequency * time);
     }
     return std::norm(sum);
 }
 
-/** Compares a spectrum of two stretches with direct sums. */
+/** Compares a spectrum of two segments with direct sums. */
 class spectrum_of_length : public testing::TestWithParam<size_t>
 {
 };
@@ -98,8 +98,8 @@ class spectrum_of_length : public testing::TestWithParam<size_t>
 TEST_P(spectrum_of_length, is_the_mean_of_direct_sums)
 {
     const auto length = GetParam();
-    const auto first = make_stretch(length, 1);
-    const auto second = make_stretch(length, 2);
+    const auto first = make_segment(length, 1);
+    const auto second = make_segment(length, 2);
     spectrum result(length);
     result.add(first);
     result.add(second);
@@ -120,17 +120,17 @@ INSTANTIATE_TEST_SUITE_P(lengths, spectrum_of_length,
                          testing::Values(1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 12, 15, 16, 25, 27, 31, 49, 60, 77,
                                          125, 256, 480, 509, 511, 512));
 
-TEST(spectrum, has_no_power_without_a_stretch)
+TEST(spectrum, has_no_power_without_a_segment)
 {
     EXPECT_THAT(spectrum(3).powers(), testing::Each(0.0));
 }
 
-TEST(spectrum, refuses_empty_stretches_and_those_of_another_length)
+TEST(spectrum, refuses_segments_that_are_empty_or_of_another_length)
 {
     EXPECT_THROW(spectrum(0), std::invalid_argument);
     spectrum result(16);
-    EXPECT_THROW(result.add(make_stretch(15, 1)), std::invalid_argument);
-    EXPECT_THROW(result.add(make_stretch(17, 1)), std::invalid_argument);
+    EXPECT_THROW(result.add(make_segment(15, 1)), std::invalid_argument);
+    EXPECT_THROW(result.add(make_segment(17, 1)), std::invalid_argument);
     EXPECT_EQ(result.count(), 0U);
 }
 

@@ -31,7 +31,7 @@ TEST(sha512, digests_the_published_examples)
               "de0ff244877ea60a4cb0432ce577c31beb009c5c2c49aa2e4eadb217ad8cc09b");
 }
 
-TEST(sha512, does_not_care_how_the_bytes_are_cut)
+TEST(sha512, accepts_pieces_of_any_size)
 {
     const std::string text(300, 'q');
     for (size_t cut = 0; cut <= text.size(); ++cut)
@@ -43,7 +43,7 @@ TEST(sha512, does_not_care_how_the_bytes_are_cut)
     }
 }
 
-TEST(sha512, goes_on_after_a_digest)
+TEST(sha512, can_be_continued_after_a_digest)
 {
     sha512 digest;
     digest.update(std::as_bytes(std::span(std::string_view("ab"))));
@@ -52,7 +52,7 @@ TEST(sha512, goes_on_after_a_digest)
     EXPECT_EQ(digest.digest(), sha512_of("abc"));
 }
 
-/** While it lives, libcrypto finds no algorithm. */
+/** While an object exists, libcrypto does not find any algorithm. */
 class libcrypto_without_algorithms
 {
 public:
@@ -68,7 +68,7 @@ public:
     }
 };
 
-TEST(sha512, reports_that_libcrypto_has_no_such_digest)
+TEST(sha512, reports_that_libcrypto_does_not_support_the_digest)
 {
     {
         const libcrypto_without_algorithms none;
