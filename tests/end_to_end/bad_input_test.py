@@ -1,4 +1,4 @@
-"""What a confused or hostile host can send, over TCP and over a serial device."""
+"""Input from a confused or hostile host, over TCP and over a serial device."""
 
 import json
 import unittest
@@ -31,7 +31,7 @@ class BadInput:
         self.works()
 
     def works(self):
-        """A session from configuration to frame succeeds."""
+        """Expects a session from configuration to frame to succeed."""
         self.assertEqual(self.host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
         self.host.command("frame")
         self.assertIn("result_info", self.host.message()[0])
@@ -43,7 +43,7 @@ class BadInput:
     def test_stray_bytes_on_the_line_of_the_first_command(self):
         self.refused(b'\x80\x80{"command":"ping"}\n', "bad_json")
 
-    def test_empty_lines_are_nothing(self):
+    def test_empty_lines_are_ignored(self):
         self.host.send(b"\n\r\n\n")
         self.works()
 
@@ -100,7 +100,7 @@ class BadInput:
     def test_configure_without_configuration(self):
         self.refused(b'{"command":"configure"}\n', "bad_argument")
 
-    def test_a_configuration_that_stores_no_message(self):
+    def test_a_configuration_refused_without_a_message(self):
         self.refused(b'{"command":"configure","configuration":{"groups":[[]]}}\n', "configuration_refused")
 
     def test_every_configuration_error_has_its_code(self):
@@ -135,7 +135,7 @@ class BadInput:
                 command = {"command": "configure", "configuration": configuration}
                 self.refused(json.dumps(command).encode() + b"\n", code)
 
-    def test_garbage_while_streaming_disturbs_no_frame(self):
+    def test_garbage_while_streaming_does_not_affect_frames(self):
         self.assertEqual(self.host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
         self.host.ask("start")
         self.host.send(b"\x00garbage\n")
@@ -154,7 +154,7 @@ class BadInput:
     def test_a_line_feed_resynchronises(self):
         self.refused(b'{"command":"pi\n', "bad_json")
 
-    def test_half_a_command_is_forgotten_when_the_host_leaves(self):
+    def test_half_a_command_is_discarded_when_the_host_disconnects(self):
         with self.server.connect_again(self.host) as host:
             host.send(b'{"command":"pi')
             with self.server.connect_again(host) as self.host:

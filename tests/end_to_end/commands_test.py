@@ -137,7 +137,7 @@ class Identify(CommandTest):
                 self.assertTrue(result.stderr.endswith(
                     "vantor: The simulated server has exited; see the message that it printed.\n"), result.stderr)
 
-    def test_something_else_than_a_server(self):
+    def test_not_a_server(self):
         answers = (b'{"status":"ok","command":"end","payload_size":0}\n'
                    b'{"status":"ok","command":"identify","payload_size":0,"sensor":7}\n')
 
@@ -179,15 +179,15 @@ class Scan(CommandTest):
             found = json.loads(self.succeeds("scan", name, "--json", "--baudrate", "921600"))
             self.assertEqual([server["address"] for server in found], [f"serial:{name}@921600"])
 
-    def test_silence(self):
+    def test_no_answer(self):
         device = self.silent_device()
         self.fails(4, f"{device} does not answer.", "scan", device)
         self.assertEqual(json.loads(self.fails(4, "no serial device answers", "scan", device, "--json")), [])
 
-    def test_a_device_that_sends_on_and_on(self):
+    def test_a_device_that_never_stops_sending(self):
         end = b'{"status":"ok","command":"end","payload_size":0}\n'
         for name, first, more in (("a message that never ends", b'{"status":"ok","payload_size":1000000}\n', b"x"),
-                                  ("an answer cut short", end + b'{"status":', b""),
+                                  ("a truncated answer", end + b'{"status":', b""),
                                   ("messages", b"", b'{"status":"ok","command":"ping","payload_size":0}\n')):
             with self.subTest(name):
                 ours, device = pty.openpty()
@@ -208,12 +208,12 @@ class Scan(CommandTest):
                 self.assertEqual(result.returncode, 4, result.stdout)
                 self.assertIn("does not answer.", result.stderr)
 
-    def test_a_device_that_is_not_there(self):
+    def test_a_device_that_does_not_exist(self):
         self.fails(4, "/dev/nothing", "scan", "/dev/nothing")
 
 
 class Validate(CommandTest):
-    def test_examples_have_no_fault(self):
+    def test_examples_are_valid(self):
         for file in (ONE_SENSOR, TWO_SENSORS):
             self.assertEqual(f"{file}: valid\n", self.succeeds("validate", file))
             self.assertEqual(json.loads(self.succeeds("validate", file, "--json")), {"valid": True, "faults": []})
@@ -236,7 +236,7 @@ class Validate(CommandTest):
 
 
 class Record(CommandTest):
-    def test_a_directory_of_its_own_by_default(self):
+    def test_a_new_directory_by_default(self):
         output = self.succeeds("record", ONE_SENSOR, "--frames", "3", "--connect", FAST)
         recording = self.path(output.rpartition("recording: ")[2].strip())
         self.assertEqual(os.path.dirname(recording), self.path("recordings"))
@@ -250,7 +250,7 @@ class Record(CommandTest):
         self.assertGreater(summary["frames"], 0)
         self.assertEqual(len(self.data(self.path("timed"))), 2 * summary["frames"] * 8 * 160)
 
-    def test_summary_for_programs(self):
+    def test_summary_in_json(self):
         summary = json.loads(self.succeeds("record", TWO_SENSORS, "--frames", "5", "--connect", FAST, "--output",
                                            self.path("r"), "--json"))
         self.assertEqual((summary["frames"], summary["interrupted"], summary["disturbances"]), (5, False, 0))
@@ -282,7 +282,7 @@ class Record(CommandTest):
 
 
 class Calibrate(CommandTest):
-    def test_a_calibration_spares_the_next_session_its_own(self):
+    def test_a_session_with_a_calibration_does_not_calibrate(self):
         scene = self.write("scene.json", {"faults": [{"kind": "failing_calibration", "sensor": number}
                                                      for number in (1, 2)]})
         refusing = f"{FAST} --scene {scene}"

@@ -16,7 +16,7 @@ FRAME_SAMPLES = {"group-1-item-1": 480, "group-1-item-2": 440, "group-2-item-1":
 
 
 def children(process):
-    """The processes that a process has started."""
+    """Returns the child processes of a process."""
     with open(f"/proc/{process.pid}/task/{process.pid}/children", encoding="ascii") as file:
         return [int(number) for number in file.read().split()]
 
@@ -75,10 +75,10 @@ class Interruption(unittest.TestCase):
     def test_control_c(self):
         self.ends_at_signal(signal.SIGINT)
 
-    def test_a_request_to_end(self):
+    def test_a_request_to_terminate(self):
         self.ends_at_signal(signal.SIGTERM)
 
-    def test_the_terminal_hangs_up(self):
+    def test_the_terminal_is_closed(self):
         self.ends_at_signal(signal.SIGHUP)
 
     def test_a_hangup_that_is_ignored(self):
@@ -111,7 +111,7 @@ class Interruption(unittest.TestCase):
         self.assertIn("server", errors)
         self.check_lengths(self.check())
 
-    def test_a_serial_device_goes_away(self):
+    def test_a_serial_device_is_removed(self):
         server = Server("--pty")
         process = self.start("--connect", server.address)
         server.process.kill()
@@ -139,7 +139,7 @@ class Interruption(unittest.TestCase):
         os.mkdir(disk)
         mount = f"mount -t tmpfs -o size=256k none '{disk}'"
         if subprocess.run([*in_namespace, mount], capture_output=True, check=False).returncode != 0:
-            self.skipTest("this machine lets nobody mount a small disk")
+            self.skipTest("this machine does not allow mounting a small disk")
         script = (f"{mount} && '{VANTOR}' record '{TWO_SENSORS}' --frames 1000 --connect 'sim:--clock virtual'"
                   f" --output '{disk}/recording'; code=$?; cp -r '{disk}/recording' '{self.output}'; exit $code")
         result = subprocess.run([*in_namespace, script], capture_output=True, text=True, timeout=TIME_OUT, check=False)

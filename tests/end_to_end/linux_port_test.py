@@ -1,4 +1,4 @@
-"""The program `vantor_server` itself: its command line, its links, its end."""
+"""The program `vantor_server`: its command line, its links, its termination."""
 
 import json
 import signal
@@ -29,20 +29,20 @@ class CommandLine(unittest.TestCase):
         self.assertRegex(run("--version").stdout, r"^vantor_server \d+\.\d+\.\d+\n$")
 
     def test_wrong_arguments_are_named(self):
-        whole = "is not a whole number from"
+        message = "is not a whole number from"
         for arguments, text in ((("--tcp", "99999"), '"99999"'), (("--tcp", "x"), "PORT"),
-                                (("--tcp", "0", "--sensors", "0"), f'--sensors: "0" {whole} 1 to 64'),
-                                (("--tcp", "0", "--sensors", "65"), f'--sensors: "65" {whole} 1 to 64'),
-                                (("--tcp", "0", "--sensors", "0x2"), f'--sensors: "0x2" {whole} 1 to 64'),
+                                (("--tcp", "0", "--sensors", "0"), f'--sensors: "0" {message} 1 to 64'),
+                                (("--tcp", "0", "--sensors", "65"), f'--sensors: "65" {message} 1 to 64'),
+                                (("--tcp", "0", "--sensors", "0x2"), f'--sensors: "0x2" {message} 1 to 64'),
                                 (("--tcp", "0", "--log-level", "LOUD"), '--log-level: "LOUD" is not one of ERROR'),
                                 (("--tcp", "0", "--clock", "wall"), "--clock: wall not in {real,virtual}"),
-                                (("--tcp", "0", "--memory", "4095"), f'"4095" {whole} 4096 to 1073741824'),
-                                (("--tcp", "0", "--memory", "1073741825"), f'"1073741825" {whole} 4096'),
-                                (("--tcp", "0", "--memory", "-1"), f'--memory: "-1" {whole}'),
-                                (("--tcp", "0", "--seed", "-1"), f'--seed: "-1" {whole} 0 to {2**64 - 1}'),
-                                (("--tcp", "0", "--seed", str(2**64)), f'--seed: "{2**64}" {whole}'),
-                                (("--tcp", "0", "--seed", "0x10"), f'--seed: "0x10" {whole}'),
-                                (("--tcp", "0", "--seed", "1.5"), f'--seed: "1.5" {whole}'),
+                                (("--tcp", "0", "--memory", "4095"), f'"4095" {message} 4096 to 1073741824'),
+                                (("--tcp", "0", "--memory", "1073741825"), f'"1073741825" {message} 4096'),
+                                (("--tcp", "0", "--memory", "-1"), f'--memory: "-1" {message}'),
+                                (("--tcp", "0", "--seed", "-1"), f'--seed: "-1" {message} 0 to {2**64 - 1}'),
+                                (("--tcp", "0", "--seed", str(2**64)), f'--seed: "{2**64}" {message}'),
+                                (("--tcp", "0", "--seed", "0x10"), f'--seed: "0x10" {message}'),
+                                (("--tcp", "0", "--seed", "1.5"), f'--seed: "1.5" {message}'),
                                 (("--tcp", "0", "--scene", ""), "--scene: the value is empty"),
                                 (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
                                 (("--nonsense",), "unexpected argument: --nonsense\n"),
@@ -55,7 +55,7 @@ class CommandLine(unittest.TestCase):
                 self.assertIn(text, result.stderr)
                 self.assertRegex(result.stderr, r"^vantor_server: .+\nRun vantor_server --help .*\n$")
 
-    def test_extreme_values_are_taken(self):
+    def test_extreme_values_are_accepted(self):
         for option, value in (("--seed", "0"), ("--seed", str(2**64 - 1)), ("--sensors", "64"),
                               ("--memory", str(2**30)), ("--log-level", "debug"), ("--clock", "real")):
             with self.subTest(option=option, value=value):
@@ -68,7 +68,7 @@ class CommandLine(unittest.TestCase):
             self.assertEqual((result.returncode, result.stdout), (0, ""))
             self.assertIn(text, result.stderr)
 
-    def test_memory_that_is_not_enough_for_the_sensors_is_an_error(self):
+    def test_too_little_memory_for_the_sensors_is_an_error(self):
         result = run("--stdio", "--memory", "4096")
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("zet_integration_mem_alloc failed", result.stderr)
@@ -79,7 +79,7 @@ class CommandLine(unittest.TestCase):
             self.assertNotEqual(result.returncode, 0)
             self.assertIn("cannot listen", result.stderr)
 
-    def test_log_goes_to_standard_error_from_the_level_on(self):
+    def test_log_lines_of_the_level_and_above_go_to_standard_error(self):
         commands = json.dumps({"command": "configure", "configuration": example("single_sensor.json")}) + "\n"
         quiet = run("--stdio", "--log-level", "ERROR", stdin=commands)
         loud = run("--stdio", "--log-level", "INFO", stdin=commands)
@@ -96,13 +96,13 @@ class Links(unittest.TestCase):
         self.assertEqual(identify["sensor"], "k330")
         self.assertEqual(ping["command"], "ping")
 
-    def test_sensor_count_is_that_of_the_board(self):
+    def test_sensor_count_can_be_set(self):
         result = run("--stdio", "--sensors", "7", stdin='{"command":"identify"}\n')
         identify = json.loads(result.stdout)
         self.assertEqual(identify["sensor_count"], 7)
         self.assertEqual(identify["connected_sensors"], [1, 2, 3, 4, 5, 6, 7])
 
-    def test_board_has_the_name_and_the_id_that_it_was_given(self):
+    def test_name_and_id_of_the_board_can_be_set(self):
         def board(*arguments):
             return json.loads(run("--stdio", *arguments, stdin='{"command":"identify"}\n').stdout)["board"]
 
@@ -111,7 +111,7 @@ class Links(unittest.TestCase):
                                     (("--name", 'my "Gerät"', "--id", "a\\b"), {"name": 'my "Gerät"', "id": "a\\b"})):
             self.assertEqual(board(*arguments), {**expected, "sensors": "simulated"})
 
-    def test_memory_is_as_much_as_asked_for_and_is_there_again_after_it_was_exhausted(self):
+    def test_memory_has_the_requested_size_and_is_freed_after_running_out(self):
         item = {"sensor_id": 1, "config": {"subsweeps": [{"start_point": 80, "num_points": 1000}]}}
         with Server("--tcp", "0", "--memory", "65536") as server, server.connect() as host:
             before = host.ask("stats")["memory"]
@@ -179,7 +179,7 @@ class Links(unittest.TestCase):
             host.ask("configure", configuration={"groups": [[item]]})
             host.ask("start")
             host.message()
-            # All of them are there before the server looks for them again.
+            # All commands arrive before the server reads its input again.
             server.process.send_signal(signal.SIGSTOP)
             try:
                 wait_until(lambda: server.state() == "T", "the server to stop")
@@ -206,7 +206,7 @@ class Links(unittest.TestCase):
             with server.connect() as host:
                 self.assertEqual(host.ask("ping")["status"], "ok")
 
-    def test_the_next_host_is_served_when_the_first_is_gone(self):
+    def test_the_next_host_is_served_after_the_first_disconnects(self):
         with Server("--tcp", "0") as server:
             for _ in range(5):
                 with server.connect() as host:
@@ -225,8 +225,8 @@ class Links(unittest.TestCase):
             self.assertEqual(host.ask("baudrate", baudrate=highest + 1)["code"], "bad_argument")
 
 
-class End(unittest.TestCase):
-    def test_signals_end_the_server_in_good_order(self):
+class Termination(unittest.TestCase):
+    def test_signals_end_the_server_cleanly(self):
         for number in (signal.SIGINT, signal.SIGTERM):
             with Server("--tcp", "0", "--log-level", "INFO") as server, server.connect() as host:
                 host.ask("configure", configuration=example("single_sensor.json"))
@@ -236,7 +236,7 @@ class End(unittest.TestCase):
                 self.assertEqual(server.process.returncode, 0)
                 self.assertIn(b"Powered off sensor id 1", server.process.stderr.read())
 
-    def test_a_host_that_takes_nothing_does_not_keep_the_server_alive(self):
+    def test_a_host_that_does_not_read_does_not_keep_the_server_alive(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as host:
             host.ask("configure", configuration=example("two_sensors.json"))
             host.ask("start")

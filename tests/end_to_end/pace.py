@@ -4,9 +4,9 @@ import time
 
 TICKS_PER_SECOND = 1000000
 
-ROUND = 2**32  # the tick wraps around to 0
+TICK_WRAP = 2**32  # the tick wraps around to 0
 
-# The server reports its uptime in milliseconds; both ends of a duration may be rounded.
+# The server reports its uptime in milliseconds. Both ends of a duration may be rounded.
 UPTIME_ROUNDING = 0.002
 
 # Divisors of the rate, tried one after the other until a busy machine can keep the rate.
@@ -14,7 +14,7 @@ SLOWER = (1, 1, 2, 4, 8, 16, 32)
 
 
 def tick_of(header):
-    """The tick of the first item of a frame."""
+    """Returns the tick of the first item of a frame."""
     return next(item for group in header["result_info"] for item in group)["tick"]
 
 
@@ -22,8 +22,8 @@ def without_wraps(ticks):
     """Ticks without wrap-around. Each is later than the one before."""
     unwrapped = [ticks[0]]
     for earlier, later in zip(ticks, ticks[1:]):
-        step = (later - earlier) % ROUND
-        if not 0 < step < ROUND // 2:
+        step = (later - earlier) % TICK_WRAP
+        if not 0 < step < TICK_WRAP // 2:
             raise AssertionError(f"the tick goes from {earlier} to {later}")
         unwrapped.append(unwrapped[-1] + step)
     return unwrapped
@@ -38,7 +38,7 @@ def check_places(ticks, period, places, next_places):
     latest_start = min(tick - place * period for tick, place in zip(ticks, places))
     earliest_start = max(tick - place * period for tick, place in zip(ticks, next_places))
     if earliest_start > latest_start:
-        raise AssertionError(f"with a period of {period}, places {places} and then {next_places}: {ticks}")
+        raise AssertionError(f"ticks do not fit the period {period} at places {places} to {next_places}: {ticks}")
 
 
 class ServerPacedStream:
@@ -91,7 +91,7 @@ class ServerPacedStream:
         return min(left_out for number, left_out in self.left_out.items() if number >= sent)
 
     def total_left_out(self):
-        """Frames that the server has left out."""
+        """The number of frames that the server has left out."""
         return max(self.left_out.values())
 
     def check(self, period):
@@ -104,10 +104,10 @@ class ServerPacedStream:
                      [k + 1 + self._most_left_out(k + 1) for k in numbers])
         ticks = without_wraps(self.ticks)
         if (ticks[-1] - ticks[0]) / TICKS_PER_SECOND > 1.001 * self.seconds:
-            raise AssertionError(f"{ticks[-1] - ticks[0]} ticks have passed in {self.seconds} s")
-        # The first uptime was read before `least_seconds` began, and the second one after it ended.
+            raise AssertionError(f"{ticks[-1] - ticks[0]} ticks in {self.seconds} s are too many")
+        # The first uptime was read before the start of `least_seconds`, and the second one after its end.
         if self.uptime + UPTIME_ROUNDING < 0.999 * self.least_seconds:
-            raise AssertionError(f"the server counts {self.uptime} s, but {self.least_seconds} s have passed")
+            raise AssertionError(f"the server's clock advanced {self.uptime} s in {self.least_seconds} s")
 
 
 def check_server_paced(host, configuration, rate, count):
@@ -119,7 +119,7 @@ def check_server_paced(host, configuration, rate, count):
         metadata = host.ask("configure", configuration={**configuration, "max_update_rate": rate / slower})
         period = TICKS_PER_SECOND * slower // rate
         if metadata["tick_period"] != period:
-            raise AssertionError(f"{metadata['tick_period']} ticks instead of {period}")
+            raise AssertionError(f"tick_period is {metadata['tick_period']}, expected {period}")
         stream = ServerPacedStream(host, count)
         stream.check(period)
         host.ask("end")
@@ -133,7 +133,7 @@ def check_sensor_paced(headers, period):
     Checks frames of one item that the sensor paces. Frames that are not delayed are one period apart. Only a delayed
     frame may be elsewhere, and the frames after it start a new grid.
 
-    Returns how many frames are delayed.
+    Returns the number of delayed frames.
     """
     delayed = [header["result_info"][0][0]["frame_delayed"] for header in headers]
     run = []

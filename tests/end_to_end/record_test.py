@@ -75,7 +75,7 @@ class Record(unittest.TestCase):
             self.assertEqual(json.load(file)["global"]["core:datatype"], "ci16_le")
         self.assertEqual(len(self.samples(1, 1)) % (4 * 480), 0)
 
-    def test_a_refused_configuration_shows_code_and_message(self):
+    def test_a_refused_configuration_prints_code_and_message(self):
         configuration = os.path.join(os.path.dirname(self.output), "wrong.json")
         with open(configuration, "w", encoding="utf-8") as file:
             json.dump({"groups": [[{"sensor_id": 77, "config": {}}]]}, file)

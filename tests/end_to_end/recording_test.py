@@ -51,7 +51,7 @@ class RecordingTest(unittest.TestCase):
 
 
 class EveryByte(RecordingTest):
-    def test_as_it_passes_on_the_way(self):
+    def test_equals_the_bytes_on_the_link(self):
         with Server("--tcp", "0") as server, Relay(server.connect()) as relay:
             self.record("--frames", "25", "--connect", relay.address)
         messages = list(relay.messages())
@@ -63,7 +63,7 @@ class EveryByte(RecordingTest):
         self.assertEqual(self.document("session.sigmf-collection")["collection"]["vantor:metadata"], metadata)
         check_recording(self.output)
 
-    def test_of_a_simulated_server_of_its_own(self):
+    def test_equals_the_bytes_of_a_private_simulated_server(self):
         self.record("--frames", "10", "--connect", "sim:--clock virtual --seed 5")
         with Server("--tcp", "0", "--clock", "virtual", "--seed", "5") as server, server.connect() as host:
             metadata = host.ask("configure", configuration=example("two_sensors.json"))
@@ -96,11 +96,11 @@ class Loss(RecordingTest):
 
 
 class Standard(RecordingTest):
-    def test_recordings_keep_the_rules(self):
+    def test_recordings_follow_the_rules(self):
         self.record("--frames", "10", "--connect", "sim:--clock virtual")
         check_recording(self.output)
 
-    def test_slow_recordings_keep_the_rules(self):
+    def test_slow_recordings_follow_the_rules(self):
         # One frame every 128 s: on a real clock, the test would reach its time-out.
         self.assertGreater(128, TIME_OUT)
         configuration = os.path.join(self.folder, "slow.json")
@@ -118,18 +118,18 @@ class Standard(RecordingTest):
         ticks = [int(row.split(",")[2]) for row in self.read(name + ".frames.csv").decode().splitlines()[1:]]
         return [later - earlier for earlier, later in zip(ticks, ticks[1:])]
 
-    def test_the_rules_find_what_breaks_them(self):
+    def test_the_rules_detect_wrong_metadata(self):
         self.record("--frames", "3", "--connect", "sim:--clock virtual")
         meta = self.document("group-1-item-1.sigmf-meta")
         for what, change in {
                 "no type": lambda about: about["global"].pop("core:datatype"),
                 "no version": lambda about: about["global"].pop("core:version"),
                 "no annotations": lambda about: about.pop("annotations"),
-                "a version of two parts": lambda about: about["global"].update({"core:version": "1.2"}),
-                "another type": lambda about: about["global"].update({"core:datatype": "ci16_be"}),
+                "a version with two parts": lambda about: about["global"].update({"core:version": "1.2"}),
+                "the wrong type": lambda about: about["global"].update({"core:datatype": "ci16_be"}),
                 "an impossible type": lambda about: about["global"].update({"core:datatype": "complex16"}),
                 "a sample rate below 1": lambda about: about["global"].update({"core:sample_rate": 0.5}),
-                "another digest": lambda about: about["global"].update({"core:sha512": "0" * 128}),
+                "the wrong digest": lambda about: about["global"].update({"core:sha512": "0" * 128}),
                 "a short digest": lambda about: about["global"].update({"core:sha512": "0" * 64}),
                 "a namespace without declaration": lambda about: about["global"].update({"other:frames": 3}),
                 "no namespace": lambda about: about["global"].update({"frames": 3}),
@@ -137,21 +137,21 @@ class Standard(RecordingTest):
                 "a hyphen": lambda about: about["global"].update({"vantor:frame-rate": 3}),
                 "an unknown member of the standard": lambda about: about["global"].update({"core:frames": 3}),
                 "an extension without version": lambda about: about["global"]["core:extensions"][0].pop("version"),
-                "an extension with more": lambda about: about["global"]["core:extensions"][0].update({"url": "x"}),
+                "an extra member": lambda about: about["global"]["core:extensions"][0].update({"url": "x"}),
                 "no capture": lambda about: about["captures"].clear(),
                 "a capture without start": lambda about: about["captures"][0].pop("core:sample_start"),
                 "a negative start": lambda about: about["captures"][0].update({"core:sample_start": -1}),
-                "captures in disorder": lambda about: about["captures"].insert(
+                "captures out of order": lambda about: about["captures"].insert(
                     0, {"core:sample_start": 480, "core:global_index": 480}),
                 "an annotation without start": lambda about: about["annotations"].append({"core:label": "x"}),
-                "annotations in disorder": lambda about: about["annotations"].extend(
+                "annotations out of order": lambda about: about["annotations"].extend(
                     [{"core:sample_start": 2}, {"core:sample_start": 1}]),
                 "another time zone": lambda about: about["captures"][0].update(
                     {"core:datetime": "2024-01-01T00:00:00+01:00"}),
                 "a day that does not exist": lambda about: about["captures"][0].update(
                     {"core:datetime": "2024-02-30T00:00:00Z"}),
-                "another number of frames": lambda about: about["global"].update({"vantor:frames": 4}),
-                "another collection": lambda about: about["global"].update({"core:collection": "other"})}.items():
+                "the wrong number of frames": lambda about: about["global"].update({"vantor:frames": 4}),
+                "the wrong collection": lambda about: about["global"].update({"core:collection": "other"})}.items():
             with self.subTest(what):
                 changed = copy.deepcopy(meta)
                 change(changed)
@@ -160,7 +160,7 @@ class Standard(RecordingTest):
         self.write_with_digest("group-1-item-1", meta)
         check_recording(self.output)
 
-    def test_the_rules_find_wrong_files(self):
+    def test_the_rules_detect_wrong_files(self):
         self.record("--frames", "3", "--connect", "sim:--clock virtual")
         original = self.output
         for name, content in (("group-1-item-1.sigmf-data", self.read("group-1-item-1.sigmf-data") + b"\0"),
@@ -194,7 +194,7 @@ class Standard(RecordingTest):
 class Example(RecordingTest):
     script = os.path.join(EXAMPLES, "read_recording.py")
 
-    def test_ten_lines_open_a_recording(self):
+    def test_ten_lines_read_a_recording(self):
         with open(self.script, encoding="utf-8") as file:
             self.assertLessEqual(len(file.readlines()), 10)
         summary = self.record("--frames", "20", "--connect", "sim:--clock virtual")
@@ -207,7 +207,7 @@ class Example(RecordingTest):
         self.assertAlmostEqual(float(level), self.level(point=(float(echo) / 0.0025 - 80) / 6), delta=0.1)
 
     def level(self, point):
-        """The mean level of a point over all sweeps of the first item, of 120 points each."""
+        """Returns the mean level of a point over all sweeps of the first item, which have 120 points each."""
         data = self.read("group-1-item-1.sigmf-data")
         levels = []
         for start in range(4 * round(point), len(data), 4 * 120):
@@ -216,7 +216,7 @@ class Example(RecordingTest):
         self.assertEqual(len(levels), 20 * 4)
         return sum(levels) / len(levels)
 
-    def test_the_document_shows_them(self):
+    def test_the_document_contains_the_ten_lines(self):
         with open(self.script, encoding="utf-8") as file, open(DOCUMENT, encoding="utf-8") as document:
             self.assertIn(f"```python\n{file.read()}```\n", document.read())
 

@@ -30,7 +30,7 @@ class SceneTest(unittest.TestCase):
 
 
 def configuration(item=None, **config):
-    """A session of one item on sensor 1."""
+    """A session with one item on sensor 1."""
     return {"groups": [[{"sensor_id": 1, "config": config, **(item or {})}]]}
 
 
@@ -68,7 +68,7 @@ class Faults(SceneTest):
             self.assertEqual(host.ask("configure", configuration=absent)["code"], "config_sensor_id")
             self.assertEqual(host.ask("configure", configuration=configuration())["status"], "ok")
 
-    def test_a_sensor_that_goes_after_the_start_cannot_be_created(self):
+    def test_a_sensor_that_disappears_after_the_start_cannot_be_created(self):
         with self.server({"faults": [{"kind": "absent_sensor", "sensor": 1, "skip": 1, "count": 1}]}) as server, \
                 server.connect() as host:
             self.assertEqual(host.ask("configure", configuration=configuration())["code"], "nox_create_sensor")
@@ -83,7 +83,7 @@ class Faults(SceneTest):
             self.assertTrue(delayed[-1], delayed)
 
 
-class WrongScenes(SceneTest):
+class InvalidScenes(SceneTest):
     def refused(self, path):
         """The message of the server about a scene file."""
         result = subprocess.run([SERVER, "--tcp", "0", "--scene", path], capture_output=True, text=True,
@@ -91,11 +91,11 @@ class WrongScenes(SceneTest):
         self.assertNotEqual(result.returncode, 0)
         return result.stderr
 
-    def test_the_key_at_fault_is_named(self):
+    def test_the_invalid_key_is_named(self):
         self.assertIn("targets[0].distance_m is 0, but must be a number from 0.01 to 1000",
                       self.refused(self.scene_file({"targets": [{"distance_m": 0, "strength_m2": 1}]})))
 
-    def test_a_file_that_is_not_there_is_named(self):
+    def test_a_missing_file_is_named(self):
         self.assertIn("nowhere.json", self.refused(os.path.join(self.folder, "nowhere.json")))
 
     def test_every_example_is_accepted(self):
@@ -108,14 +108,14 @@ class WrongScenes(SceneTest):
 
 
 class ClearChannel(SceneTest):
-    def test_the_transmitter_goes_off_one_frame_after_an_interferer_and_comes_back(self):
+    def test_the_transmitter_is_off_while_an_interferer_sends_one_frame_later(self):
         scene = {"interferers": [{"strength": 20, "start_s": 1, "duration_s": 1}]}
         item = {"cca_enable": True, "cca_threshold": 2, "cca_debug": True}
         with self.server(scene) as server, server.connect() as host:
             host.ask("configure", configuration={**configuration(item), "update_rate": 10})
             host.ask("start")
             results = [host.message()[0]["result_info"][0][0] for _ in range(30)]
-        # A session begins by listening, and every decision takes effect in the next frame.
+        # A session starts with the transmitter off, and every decision takes effect in the next frame.
         self.assertFalse(results[0]["tx_enabled"])
         for before, after in zip(results, results[1:]):
             self.assertEqual(after["tx_enabled"], not before["cca_detected"])
@@ -159,7 +159,7 @@ class Time(SceneTest):
                 ticks = [tick_of(host.message()[0]) for _ in range(3)]
                 self.assertEqual([ticks[1] - ticks[0], ticks[2] - ticks[1]], [seconds * TICKS_PER_SECOND] * 2)
 
-    def test_a_host_that_reads_late_sees_delayed_frames(self):
+    def test_a_host_that_reads_late_receives_delayed_frames(self):
         rate = 4
         with Server("--tcp", "0", "--seed", "3") as server, server.connect() as host:
             host.ask("configure", configuration=configuration(frame_rate=rate, num_points=100))

@@ -71,7 +71,7 @@ class Folder(unittest.TestCase):
             file.write(text)
 
     def stand_in(self, directory, name, what):
-        """Writes a program that does something."""
+        """Writes a program that runs a command."""
         self.write(os.path.join(directory, name), f"#!/bin/sh\n{what}\n")
         os.chmod(os.path.join(self.folder, directory, name), 0o755)
 
@@ -84,7 +84,7 @@ class Folder(unittest.TestCase):
 class Conventions(Folder):
     """What `scripts/lint --layout` says about one file with one line."""
 
-    # What breaks a convention, and what looks alike and does not.
+    # For each convention: BAD lines that break it, then similar lines that do not.
     LINES = {
         "write ++i": (
             ("host/a.cpp", "    i++;"), ("host/a.cpp", "    for (; i < n; i++)"), ("ports/a.h", "    a->b[1].c--;"),
@@ -121,12 +121,12 @@ class Conventions(Folder):
         self.stand_in("bin", "clang-format", "true")
 
     def lint(self, path, line):
-        """The outcome for a source with a line."""
+        """Checks a source file with this line; returns the finished process."""
         self.write(path, f"/** @file\n * Sample.\n */\n{line}\n")
         self.stand_in("bin", "git", f"echo {path}")
         return self.run_script("scripts/lint", "--layout")
 
-    def test_lines_that_break_one(self):
+    def test_bad_lines_are_reported(self):
         for advice, lines in self.LINES.items():
             for path, line in lines[:self.BAD]:
                 with self.subTest(line):
@@ -134,7 +134,7 @@ class Conventions(Folder):
                     self.assertEqual((result.returncode, result.stdout.splitlines()[1:]), (1, [f"{path}:4:{line}"]))
                     self.assertRegex(result.stderr, f"^conventions: {re.escape(advice)}.*\n$")
 
-    def test_lines_that_break_none(self):
+    def test_similar_lines_are_accepted(self):
         for lines in self.LINES.values():
             for path, line in lines[self.BAD:]:
                 with self.subTest(line):

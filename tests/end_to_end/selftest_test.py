@@ -46,7 +46,7 @@ class FaultyServer(threading.Thread):
                 self.serve(host)
 
     def close_upstream(self):
-        """Ends the connection to the server, if there is one."""
+        """Closes the connection to the server, if there is one."""
         if self.upstream is not None:
             self.upstream.close()
             self.upstream = None
@@ -66,7 +66,7 @@ class FaultyServer(threading.Thread):
                     if source is host:
                         *lines, from_host = (from_host + data).split(b"\n")
                         for line in lines:
-                            self.note(line)
+                            self.on_line(line)
                         self.upstream.sendall(self.to_server(data))
                     else:
                         self.from_server += data
@@ -95,7 +95,7 @@ class FaultyServer(threading.Thread):
         """Called when the host has disconnected."""
         self.close_upstream()
 
-    def note(self, line):
+    def on_line(self, line):
         """Called for every line of the host."""
 
     def to_server(self, data):
@@ -121,7 +121,7 @@ class AnswersWrongCode(FaultyServer):
 
     text = False
 
-    def note(self, line):
+    def on_line(self, line):
         self.text = line == b"this is not JSON"
 
     def change(self, header):
@@ -129,7 +129,7 @@ class AnswersWrongCode(FaultyServer):
 
 
 class PacedFrames(FaultyServer):
-    """Counts the frames of a session that the server paces."""
+    """Counts the frames of a session whose rate the server keeps."""
 
     def __init__(self, server):
         super().__init__(server)
@@ -155,7 +155,7 @@ class PacedFrames(FaultyServer):
 
 
 class RepeatsTick(PacedFrames):
-    """Sends the tick of a frame a second time with the next one."""
+    """Sends the tick of a frame again with the next frame."""
 
     tick = 0
 
@@ -191,11 +191,11 @@ class LeavesOutWithoutCounting(PacedFrames):
 
 
 class LosesFrame(FaultyServer):
-    """Loses the five hundredth frame of a session."""
+    """Drops the 500th frame of a session."""
 
     frames = 0
 
-    def note(self, line):
+    def on_line(self, line):
         if b'"configure"' in line:
             self.frames = 0
 
@@ -223,7 +223,7 @@ class LeaksMemory(FaultyServer):
 
     sessions = 0
 
-    def note(self, line):
+    def on_line(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -238,7 +238,7 @@ class SplitsMemory(FaultyServer):
 
     sessions = 0
 
-    def note(self, line):
+    def on_line(self, line):
         self.sessions += b'"configure"' in line
 
     def change(self, header):
@@ -256,7 +256,7 @@ class KeepsSession(FaultyServer):
 
 
 class ChangesAnyRate(FaultyServer):
-    """Answers that it changed the baud rate, whatever the rate."""
+    """Confirms every change of the baud rate."""
 
     def change(self, header):
         if header.get("code") == "baudrate_fixed":
@@ -265,11 +265,11 @@ class ChangesAnyRate(FaultyServer):
 
 
 class SerialLine(FaultyServer):
-    """Looks like a server on a serial line, whose baud rate can be changed up to 921,600."""
+    """Behaves like a server on a serial line with a baud rate of up to 921,600."""
 
     rate = 0
 
-    def note(self, line):
+    def on_line(self, line):
         if b'"baudrate"' in line:
             self.rate = json.loads(line)["baudrate"]
 
@@ -288,8 +288,8 @@ class NeverFallsBack(SerialLine):
 
     changes = 0
 
-    def note(self, line):
-        super().note(line)
+    def on_line(self, line):
+        super().on_line(line)
         self.changes += b'"baudrate"' in line and 1 <= self.rate <= 921600
 
     def to_server(self, data):
@@ -359,15 +359,15 @@ class GoodServers(SelfTest):
         with Server("--tcp", "0", "--clock", "virtual") as server, FaultyServer(server) as relay:
             self.passes(relay.address, FIXED_RATE | CLOCK)
 
-    def test_over_a_network_to_a_serial_line(self):
+    def test_over_tcp_to_a_serial_line(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, SerialLine(server) as relay:
             self.passes(relay.address, LOST_HOST | CLOCK)
 
-    def test_a_server_that_does_not_know_its_memory(self):
+    def test_a_server_that_does_not_report_its_memory(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, Describes(server, {"memory": None}) as relay:
             self.passes(relay.address, FIXED_RATE | CLOCK | {"20 sessions do not leak memory"})
 
-    def test_results_are_printed_for_people(self):
+    def test_results_are_printed_as_text(self):
         result = self_test("sim:--clock virtual")
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
@@ -382,13 +382,13 @@ class GoodServers(SelfTest):
 
 
 class PlantedFaults(SelfTest):
-    def test_a_payload_that_is_stated_too_small(self):
+    def test_a_payload_size_that_is_too_small(self):
         self.finds(StatesTooSmallPayload, "all sensors measure at the same time", "valid messages", "156 bytes.* 160")
 
     def test_a_wrong_error_code(self):
         self.finds(AnswersWrongCode, "text that is not JSON is refused", '"bad_json"', "unknown_command")
 
-    def test_a_tick_that_comes_twice(self):
+    def test_a_tick_that_is_sent_twice(self):
         self.finds(RepeatsTick, "frames keep the configured rate", "different tick", "twice")
 
     def test_a_tick_that_goes_back(self):
@@ -407,17 +407,17 @@ class PlantedFaults(SelfTest):
     def test_a_leak(self):
         self.finds(LeaksMemory, "20 sessions do not leak memory", "bytes in use", "bytes in use")
 
-    def test_memory_in_pieces(self):
+    def test_fragmented_memory(self):
         self.finds(SplitsMemory, "20 sessions do not leak memory", "largest free", "largest free")
 
-    def test_a_clock_that_runs_fast(self):
+    def test_a_clock_that_is_too_fast(self):
         self.finds(RunsFast, "the clock runs at the right rate", '"uptime_s" that grows by', r"^\d+\.\d+ s$",
                    skipped=FIXED_RATE, clock="real")
 
-    def test_a_session_that_outlives_its_host(self):
+    def test_a_session_that_continues_without_its_host(self):
         self.finds(KeepsSession, "a session ends when its host disconnects", '"wrong_state"', "result_info|ok")
 
-    def test_a_baud_rate_that_is_accepted_and_fixed(self):
+    def test_a_baud_rate_that_is_accepted_but_fixed(self):
         self.finds(ChangesAnyRate, "a refused baud rate does not change the link", "baudrate_fixed", "ok")
 
     def test_a_baud_rate_that_does_not_fall_back(self):
@@ -428,7 +428,7 @@ class PlantedFaults(SelfTest):
         self.finds(Describes, "identify describes the server", '"server_version": a string', '""',
                    members={"server_version": ""})
 
-    def test_a_failed_case_is_printed_with_where_to_look(self):
+    def test_a_failed_case_is_printed_with_a_hint(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, AnswersWrongCode(server) as faulty:
             result = self_test(faulty.address)
         self.assertEqual(result.returncode, 1)

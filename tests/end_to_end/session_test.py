@@ -9,7 +9,7 @@ FAST = ("--clock", "virtual")
 
 
 def frame_bytes(metadata):
-    """Payload bytes of every frame of a session."""
+    """Returns the payload size of every frame of a session, in bytes."""
     return 4 * sum(item["frame_data_length"] for group in metadata["metadata"] for item in group)
 
 
@@ -77,7 +77,7 @@ class Session:
                 self.assertIn("result_info", header)
                 self.assertEqual(len(payload), frame_bytes(metadata))
 
-    def test_calibration_is_taken_back_and_spares_the_calibration(self):
+    def test_session_with_a_returned_calibration_does_not_calibrate(self):
         with self.server.connect() as host:
             configuration = {**example("two_sensors.json"), "enable_diagnostics": True}
             first = host.ask("configure", configuration=configuration)
@@ -97,7 +97,7 @@ class Session:
             self.assertTrue([line for line in lines if "calibration step" in line["message"].lower()])
 
     def configure_logged(self, host, configuration):
-        """Configures and returns the metadata message and all log lines around it."""
+        """Configures a session; returns the metadata message and the log lines before and after it."""
         host.command("configure", configuration=configuration)
         host.command("ping")
         lines = []
@@ -111,7 +111,7 @@ class Session:
             elif "metadata" in header:
                 metadata = header
 
-    def test_a_host_that_leaves_in_mid_frame_leaves_an_idle_server(self):
+    def test_server_is_idle_after_a_host_disconnects_during_a_frame(self):
         for _ in range(3):
             with self.server.connect() as host:
                 answer = host.ask("configure", configuration=example("two_sensors.json"))
@@ -119,14 +119,14 @@ class Session:
                 host.ask("start")
                 host.stream.receive()
 
-    def test_a_broken_item_makes_no_session(self):
+    def test_a_session_with_an_invalid_item_is_refused(self):
         configuration = {"groups": [[{"sensor_id": 99, "config": {}}, {"sensor_id": 1, "config": {}}]]}
         with self.server.connect() as host:
             self.assertEqual(host.ask("configure", configuration=configuration)["code"], "config_sensor_id")
             self.assertEqual(host.ask("start")["code"], "wrong_state")
             self.assertEqual(host.ask("configure", configuration=example("two_sensors.json"))["status"], "ok")
 
-    def test_statistics_count_what_happened(self):
+    def test_statistics_count_frames_and_errors(self):
         with self.server.connect() as host:
             before = host.ask("stats")
             metadata = host.ask("configure", configuration=example("two_sensors.json"))

@@ -98,7 +98,7 @@ COLLECTION = {"core:version": is_version, "core:description": is_text, "core:aut
 
 
 def check_members(members, known, required, namespaces, where):
-    """Names, types and presence of an object's members."""
+    """Checks names, types and presence of an object's members."""
     require(isinstance(members, dict), f"{where} is an object")
     for name in required:
         require(name in members, f"{where} has {name}")
@@ -106,11 +106,11 @@ def check_members(members, known, required, namespaces, where):
         parts = name.split(":")
         require(len(parts) == 2, f"{where}: {name} is a namespace, a colon and a name")
         for part in parts:
-            require(re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", part), f"{where}: {name} is made of letters and digits")
-            require(part not in CPP_KEYWORDS and not keyword.iskeyword(part), f"{where}: {name} is no keyword")
+            require(re.fullmatch(r"[A-Za-z_][A-Za-z0-9_]*", part), f"{where}: {name} has only letters, digits and _")
+            require(part not in CPP_KEYWORDS and not keyword.iskeyword(part), f"{where}: {name} is not a keyword")
         if parts[0] == "core":
             require(name in known, f"{where}: {name} is a member of the standard")
-            require(known[name](value), f"{where}: {name} is not {value!r}")
+            require(known[name](value), f"{where}: {value!r} is a valid {name}")
         else:
             require(parts[0] in namespaces, f"{where}: the namespace of {name} is declared")
 
@@ -119,7 +119,7 @@ def declared_namespaces(members):
     """The namespaces that an object declares; each must be documented."""
     names = [entry["name"] for entry in members.get("core:extensions", []) if isinstance(entry, dict)]
     for name in names:
-        require(os.path.exists(os.path.join(EXTENSION_DOCUMENTS, f"{name}.sigmf-ext.md")), f"{name} is written up")
+        require(os.path.exists(os.path.join(EXTENSION_DOCUMENTS, f"{name}.sigmf-ext.md")), f"{name} has a document")
     return names
 
 
@@ -131,7 +131,7 @@ def check_order(segments, member, where):
 def check_item_document(document):
     """Checks an item's metadata alone."""
     require(isinstance(document, dict) and set(document) == {"global", "captures", "annotations"},
-           "a document has global, captures and annotations and nothing else")
+           "a document has only global, captures and annotations")
     about = document["global"]
     require(isinstance(about, dict), "global is an object")
     namespaces = declared_namespaces(about)
@@ -144,7 +144,7 @@ def check_item_document(document):
     require(len(document["captures"]) > 0, "there is a capture")
     check_order(document["captures"], "core:global_index", "captures")
     for segment in document["captures"]:
-        require(segment["core:global_index"] >= segment["core:sample_start"], "nothing is recorded before it comes")
+        require(segment["core:global_index"] >= segment["core:sample_start"], "global_index is at least sample_start")
 
 
 def check_data(document, base, complete):
@@ -154,15 +154,15 @@ def check_data(document, base, complete):
     with open(base + ".sigmf-data", "rb") as file:
         digest = hashlib.file_digest(file, "sha512").hexdigest()
     samples, rest = divmod(os.path.getsize(base + ".sigmf-data"), SAMPLE_SIZE)
-    require(rest == 0 or complete is False, "the data are whole samples")
-    require("core:sha512" in about or complete is not True, "a complete recording has its digest")
-    require("core:sha512" not in about or complete is not False, "a recording that was killed has none")
+    require(rest == 0 or complete is False, "the data contains only complete samples")
+    require("core:sha512" in about or complete is not True, "a complete recording has a digest")
+    require("core:sha512" not in about or complete is not False, "a killed recording does not have a digest")
     for segment in document["captures"] + document["annotations"]:
         require(segment["core:sample_start"] <= samples, "segments start within the data")
     if "core:sha512" not in about:
         return
-    require(about["core:sha512"] == digest, "the digest is that of the data")
-    require(samples == about["vantor:frames"] * about["vantor:samples_per_frame"], "the frames fill the data")
+    require(about["core:sha512"] == digest, "the digest matches the data")
+    require(samples == about["vantor:frames"] * about["vantor:samples_per_frame"], "the data is exactly the frames")
     with open(os.path.join(os.path.dirname(base), about["vantor:frame_table"]), encoding="ascii", newline="") as file:
         rows = list(csv.DictReader(file))
     require([int(row["frame"]) for row in rows] == list(range(about["vantor:frames"])), "the table has every frame")
@@ -170,12 +170,12 @@ def check_data(document, base, complete):
 
 def check_collection(document, metas):
     """Checks a collection, which must list every recording with the digest of its metadata."""
-    require(isinstance(document, dict) and set(document) == {"collection"}, "a collection has nothing else")
+    require(isinstance(document, dict) and set(document) == {"collection"}, "a document has only collection")
     about = document["collection"]
     require(isinstance(about, dict), "collection is an object")
     check_members(about, COLLECTION, ("core:version",), declared_namespaces(about), "collection")
     listed = [(entry["name"], entry["hash"]) for entry in about["core:streams"]]
-    require(sorted(listed) == sorted(metas.items()), "the streams are the recordings, with the right digests")
+    require(sorted(listed) == sorted(metas.items()), "the streams are the recordings, with the correct digests")
 
 
 def read_json(path):
@@ -189,21 +189,21 @@ def check_recording(directory, complete=True):
     """
     Checks a complete recording.
 
-    complete: whether it was finished; None when the disk may have been too full for its last documents.
+    complete: whether the recording was finished; None if the disk may have been too full for its last documents.
     """
     bases = {}
     for name in sorted(os.listdir(directory)):
         bases.setdefault(os.path.splitext(name)[1], set()).add(os.path.splitext(name)[0])
     metas = bases.get(".sigmf-meta", set())
-    require(metas and metas == bases.get(".sigmf-data"), "every data file has its metadata and the other way round")
+    require(metas and metas == bases.get(".sigmf-data"), "every recording has data and metadata")
     digests = {}
     for name in metas:
         require(re.fullmatch(r"[A-Za-z0-9.-]+", name), f"{name} has neither spaces nor underscores")
         document, digests[name] = read_json(os.path.join(directory, name + ".sigmf-meta"))
         check_item_document(document)
         check_data(document, os.path.join(directory, name), complete)
-        require(document["global"]["core:collection"] in bases[".sigmf-collection"], "the collection is there")
-    require(len(bases[".sigmf-collection"]) == 1, "there is one collection")
+        require(document["global"]["core:collection"] in bases[".sigmf-collection"], "the collection exists")
+    require(len(bases[".sigmf-collection"]) == 1, "there is exactly one collection")
     for name in bases[".sigmf-collection"]:
         document, _ = read_json(os.path.join(directory, name + ".sigmf-collection"))
         check_collection(document, digests)

@@ -21,7 +21,7 @@ import unittest
 
 from vantor_process import TIME_OUT, VANTOR, campaign, wait_until
 
-WHOLE = campaign(True, False)
+CAMPAIGN = campaign(True, False)
 
 RATE = 52e6  # bytes of samples per second that the device sends: a little more than required
 REQUIRED_RATE = 50e6
@@ -35,7 +35,7 @@ SWEEPS, POINTS = 4, 1000
 ITEM_SIZE = 4 * SWEEPS * POINTS
 GROUPS = 2
 FRAME_SIZE = GROUPS * ITEM_SIZE
-FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1 if WHOLE else 1500  # more than fit the buffers of a connection
+FRAMES = int(RATE * SECONDS / FRAME_SIZE) + 1 if CAMPAIGN else 1500  # more than fit the buffers of a connection
 SAMPLE_STALLS = 3
 TICK_PERIOD = round(1e6 * FRAME_SIZE / RATE)
 
@@ -66,7 +66,7 @@ class Device(threading.Thread):
         self.digests = [hashlib.sha512() for _ in range(GROUPS)]
         self.on_frame = lambda number: None  # called after each frame, with its number
         self.on_end = lambda: None  # called when the host sends "end" after the last frame
-        self.seconds = None  # from the first frame to that
+        self.seconds = None  # from the first frame to "end"
         self.frames = 0  # sent so far
 
     def run(self):
@@ -78,7 +78,7 @@ class Device(threading.Thread):
                     self.execute(host, json.loads(line)["command"])
 
     def execute(self, host, command):
-        """Answers a command; frames follow the answer to "start"."""
+        """Answers a command. Frames follow the answer to "start"."""
         if command == "end" and self.seconds is not None:
             self.seconds = time.monotonic() - self.seconds
             self.on_end()
@@ -93,7 +93,7 @@ class Device(threading.Thread):
         self.may_stream.wait()
         self.seconds = start = time.monotonic()
         for number in range(FRAMES):
-            if WHOLE:
+            if CAMPAIGN:
                 time.sleep(max(0.0, start + number * FRAME_SIZE / RATE - time.monotonic()))
             place = number * 7919 % self.places
             payload = self.noise[place:place + FRAME_SIZE]
@@ -103,7 +103,7 @@ class Device(threading.Thread):
             self.frames = number + 1
             self.on_frame(number)
 
-    def is_held_back(self):
+    def is_blocked(self):
         """Whether the host does not read and all buffers on the way to it are full."""
         return not select.select([], [self.host], [], 0)[1]
 
@@ -125,9 +125,9 @@ def peak_memory(process):
 class Throughput(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
-        if WHOLE:
+        if CAMPAIGN:
             free = shutil.disk_usage(self.folder).free
-            self.assertGreater(free, FREE_DISK, f"{self.folder} has too little room: set TMPDIR to another place")
+            self.assertGreater(free, FREE_DISK, f"{self.folder} has too little space; set TMPDIR to another folder")
         self.output = os.path.join(self.folder, "recording")
 
     def test_a_fast_stream_with_stalls(self):
@@ -141,14 +141,14 @@ class Throughput(unittest.TestCase):
                                device.address, "--output", self.output, "--json"],
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
             device.on_end = lambda: memory.append(peak_memory(process))
-            stalls = self.stall_for_a_minute(process, device) if WHOLE else self.stall_until_full(process, device)
+            stalls = self.stall_for_a_minute(process, device) if CAMPAIGN else self.stall_until_full(process, device)
             output, errors = process.communicate(timeout=TIME_OUT)
         self.assertEqual(process.returncode, 0, errors)
         summary = json.loads(output)
         rate = FRAMES * FRAME_SIZE / device.seconds
         print(f"{FRAMES} frames, {rate / 1e6:.1f} MB/s over {device.seconds:.1f} s with {stalls} stalls,"
               f" at most {memory[0] / 1e6:.1f} MB of memory", file=sys.stderr)
-        if WHOLE:
+        if CAMPAIGN:
             self.assertGreaterEqual(rate, REQUIRED_RATE)
             self.assertGreaterEqual(stalls, 10)
         self.assertLess(memory[0], MEMORY_BOUND)
@@ -157,7 +157,7 @@ class Throughput(unittest.TestCase):
             self.check_item(f"group-{number}-item-1", digest.hexdigest())
 
     def stall_until_full(self, process, device):
-        """Stops the reader at some frames, each time until the device cannot send; returns how often."""
+        """Stops the reader at some frames, each time until the device cannot send; returns the number of stalls."""
         numbers = [stall * FRAMES // (2 * SAMPLE_STALLS) for stall in range(SAMPLE_STALLS)]
         stopped = threading.Semaphore(0)
 
@@ -169,8 +169,8 @@ class Throughput(unittest.TestCase):
         device.on_frame = stop_reader
         device.may_stream.set()
         for _ in numbers:
-            self.assertTrue(stopped.acquire(timeout=TIME_OUT), "the stream did not come to its next stall")
-            wait_until(device.is_held_back, "full buffers")
+            self.assertTrue(stopped.acquire(timeout=TIME_OUT), "the stream did not reach its next stall")
+            wait_until(device.is_blocked, "full buffers")
             process.send_signal(signal.SIGCONT)
         return len(numbers)
 

@@ -18,12 +18,12 @@ SERVER = os.environ["VANTOR_SERVER"]
 VANTOR = os.environ["VANTOR"]
 EXAMPLES = os.environ["VANTOR_EXAMPLES"]
 
-# Ends a test that hangs. No test is about how fast the machine is.
+# Ends a test that hangs. No test depends on the speed of the machine.
 TIME_OUT = 120.0
 
 
 def example(name):
-    """The configuration document of an example."""
+    """Returns the configuration document of an example."""
     with open(os.path.join(EXAMPLES, name), encoding="utf-8") as file:
         return json.load(file)
 
@@ -48,13 +48,13 @@ def self_test(address, *options, seconds=60):
 
 
 class Server:
-    """A `vantor_server` process, started with the given arguments and ended with the context."""
+    """A `vantor_server` process with these arguments. It ends with the context."""
 
     def __init__(self, *arguments):
         self.process = subprocess.Popen([SERVER, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         line = self.process.stdout.readline().decode()
         if not line.startswith("listening on "):
-            raise AssertionError(f"no address but {line!r}: {self.process.communicate()[1].decode()}")
+            raise AssertionError(f"expected an address, got {line!r}: {self.process.communicate()[1].decode()}")
         self.address = line.removeprefix("listening on ").strip()
         self.device = None
 
@@ -91,7 +91,7 @@ class Server:
         if self.device is not None and self.device.is_closed():
             # A server on the virtual clock without a host only sleeps between checks for the next one.
             looks = self._times_slept() + 5
-            wait_until(lambda: self._times_slept() >= looks, "the server to look for a host")
+            wait_until(lambda: self._times_slept() >= looks, "the server to check for a host")
 
     def _times_slept(self):
         """How often the process has gone to sleep."""
@@ -142,7 +142,7 @@ class Relay(threading.Thread):
                         self.sent += data
 
     def to_server(self, data):
-        """Passes on what the host sends."""
+        """Passes on bytes of the host."""
         self.server.sendall(data)
 
     def damage(self, data):
@@ -162,7 +162,7 @@ class Relay(threading.Thread):
 
 
 def queued(descriptor, request):
-    """Bytes in a queue of a device or a connection."""
+    """Returns the number of bytes in a queue of a device or a connection."""
     return struct.unpack("i", fcntl.ioctl(descriptor, request, bytes(4)))[0]
 
 
@@ -183,7 +183,7 @@ class SocketStream:
         return queued(self.socket, termios.FIONREAD)
 
     def unsent(self):
-        """Bytes that have not arrived at the other end yet."""
+        """Number of bytes that have not arrived at the other end yet."""
         return queued(self.socket, termios.TIOCOUTQ)
 
     def close(self):
@@ -206,7 +206,7 @@ class SerialStream:
 
     def receive(self):
         if not select.select([self.device], [], [], TIME_OUT)[0]:
-            raise TimeoutError("nothing came over the serial device")
+            raise TimeoutError("nothing was received over the serial device")
         return os.read(self.device, 65536)
 
     def close(self):
@@ -242,7 +242,7 @@ class Host:
         return self.message()[0]
 
     def message(self):
-        """The next message: its header and its payload."""
+        """Returns the next message: its header and its payload."""
         header = json.loads(self.line())
         size = header["payload_size"]
         while len(self.pending) < size:
@@ -251,14 +251,14 @@ class Host:
         return header, payload
 
     def line(self):
-        """The bytes up to the next line feed."""
+        """Returns the bytes up to the next line feed."""
         while b"\n" not in self.pending:
             self._receive()
         line, _, self.pending = self.pending.partition(b"\n")
         return line
 
     def answer(self):
-        """The next message that is neither a frame nor a log line, and the frames before it."""
+        """Returns the next message that is neither a frame nor a log line, and the frames before it."""
         frames = []
         while True:
             header, payload = self.message()
@@ -288,9 +288,9 @@ class Host:
 
 
 def wait_until(condition, what):
-    """Waits for something that another process does."""
+    """Waits until a condition is true that depends on another process."""
     deadline = time.monotonic() + TIME_OUT
     while not condition():
         if time.monotonic() > deadline:
-            raise AssertionError(f"waited in vain for {what}")
+            raise AssertionError(f"timed out waiting for {what}")
         time.sleep(0.01)
