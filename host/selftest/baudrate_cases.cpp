@@ -12,8 +12,8 @@ namespace
 
 /** What to check if the baud rate does not change as it should. */
 constexpr const char *look_at_baudrate =
-    "set_baudrate of the port: it must wait for the last bit, then set the divider; over a network, that the "
-    "adapter follows the baud rate";
+    "whether set_baudrate of the port waits for the last bit before it sets the divider; over a network, "
+    "whether the adapter follows the baud rate";
 
 /** The baud rate for a link that does not have one, such as a link to an emulated board. */
 constexpr uint32_t usual_baudrate = 115200;
@@ -95,7 +95,7 @@ rate_change begin_change(bench &on)
             return change;
         }
     }
-    throw case_failed("a usual baud rate that both ends support", "none");
+    throw case_failed("a standard baud rate that both ends support", "none");
 }
 
 void change_and_return(bench &on)

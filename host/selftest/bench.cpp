@@ -293,7 +293,7 @@ void bench::check_ticks(const frame &received)
     {
         // Correct also when the tick wraps around.
         const uint32_t step = ticks[i] - ticks_[i];
-        check(step <= INT32_MAX, "a tick that does not go back",
+        check(step <= INT32_MAX, "a tick that is not earlier than the previous one",
               std::to_string(ticks[i]) + " after " + std::to_string(ticks_[i]));
     }
     ticks_ = std::move(ticks);

@@ -197,7 +197,7 @@ public:
     /** Whether a message is a frame. */
     [[nodiscard]] static bool is_frame(const message &received);
 
-    /** Checks a frame: its payload and structure fit the metadata, and no tick goes back. */
+    /** Checks a frame: its payload and structure fit the metadata, and ticks never decrease. */
     frame check_frame(const message &received);
 
     /** The first message after a number of frames. */

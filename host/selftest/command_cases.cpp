@@ -232,22 +232,22 @@ void log_lines(bench &on)
 std::vector<selftest_case> command_cases()
 {
     return {
-        {"identify describes the server",
+        {"\"identify\" describes the server",
          "the record that the port passes to zet_vantor_server_init, and the connections of the sensors",
          identify},
-        {"ping is answered", "that the port sends everything the server writes, without delay", ping},
+        {"\"ping\" is answered", "whether the port sends everything the server writes, without delay", ping},
         {"several commands sent at once are answered in order",
-         "that the port keeps the bytes that arrive while the server is busy", commands_ahead},
-        {"a session runs from configure to end",
+         "whether the port keeps the bytes that arrive while the server is busy", commands_ahead},
+        {"a session runs from \"configure\" to \"end\"",
          "interrupt line and supply of the sensor, and the server's log", session},
         {"frames are measured on demand", "interrupt line of the sensor, and the server's log",
          frames_on_demand},
         {"a calibration can be reused", "transfers from and to the sensor, and memory for long commands",
          calibrations},
-        {"stats counts what was sent and received", "that the port does not lose or duplicate bytes",
+        {"\"stats\" counts what was sent and received", "whether the port loses or duplicates bytes",
          statistics},
         {"the log level selects which lines are sent",
-         "that the board passes its log to zet_vantor_server_log", log_lines},
+         "whether the board passes its log to zet_vantor_server_log", log_lines},
     };
 }
 

@@ -216,12 +216,12 @@ std::vector<selftest_case> frame_cases()
 {
     return {
         {"each sensor measures alone", "supply, select and interrupt lines of the sensor", each_sensor_alone},
-        {"all sensors measure at the same time", "that no two sensors share a line, and memory",
+        {"all sensors measure at the same time", "whether two sensors share a line, and memory",
          all_sensors_at_once},
         {"sensors measure one after the other", "memory, and the server's log", sensors_one_after_the_other},
         {"frames keep the configured rate",
          "clock and sleep of the board: rate and wrap-around of the clock, order of the interrupts", pace},
-        {"1,000 frames arrive without a gap", "that the port does not lose bytes when the line is busy",
+        {"1,000 frames arrive without a gap", "whether the port loses bytes when the line is busy",
          many_frames},
     };
 }

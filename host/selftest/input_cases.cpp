@@ -14,7 +14,7 @@ using namespace std::string_literals;
 using std::chrono::milliseconds;
 
 /** What to check if a server does not answer wrong input as it should. */
-constexpr const char *look_at_bytes = "that the port passes on every byte unchanged";
+constexpr const char *look_at_bytes = "whether the port passes on every byte unchanged";
 
 /** A case that sends wrong input, which must be refused. */
 selftest_case wrong_input(const std::string &name, const std::string &input, const std::string &code)

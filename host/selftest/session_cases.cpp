@@ -155,13 +155,13 @@ void memory(bench &on)
 std::vector<selftest_case> session_cases()
 {
     return {
-        {"end during a stream ends it", "that the server receives its input between two frames",
+        {"\"end\" stops a running stream", "whether the server receives its input between two frames",
          end_while_streaming},
-        {"configure during a stream is refused", "that the server receives its input between two frames",
-         configure_while_streaming},
-        {"a session ends when its host disconnects", "that the port calls zet_vantor_server_link_lost",
+        {"\"configure\" is refused during a stream",
+         "whether the server receives its input between two frames", configure_while_streaming},
+        {"a session ends when its host disconnects", "whether the port calls zet_vantor_server_link_lost",
          lost_host},
-        {"a host can reconnect", "that the link can be opened again, and drops a half-sent message",
+        {"a host can reconnect", "whether the link can be opened again, and drops a half-sent message",
          returning_host},
         {"20 sessions do not leak memory", "the allocator, and what the port allocates for a session",
          memory},

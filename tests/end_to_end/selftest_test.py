@@ -372,7 +372,7 @@ class GoodServers(SelfTest):
         self.assertEqual(result.returncode, 0)
         *cases, summary = result.stdout.splitlines()
         self.assertEqual(summary, f"{len(cases) - 4} passed, 0 failed, 4 skipped")
-        self.assertEqual(cases[0], "ok       identify describes the server")
+        self.assertEqual(cases[0], 'ok       "identify" describes the server')
         self.assertIn("skipped  the baud rate can be changed and changed back: the baud rate of this link is fixed",
                       cases)
 
@@ -392,7 +392,7 @@ class PlantedFaults(SelfTest):
         self.finds(RepeatsTick, "frames keep the configured rate", "different tick", "twice")
 
     def test_a_tick_that_goes_back(self):
-        self.finds(GoesBack, "frames keep the configured rate", "does not go back", "after")
+        self.finds(GoesBack, "frames keep the configured rate", "not earlier than the previous one", "after")
 
     def test_frames_before_they_are_due(self):
         self.finds(MeasuresTooEarly, "frames keep the configured rate", "never early", "frame 10 ")
@@ -425,7 +425,7 @@ class PlantedFaults(SelfTest):
                    skipped=LOST_HOST | CLOCK, seconds=10)
 
     def test_a_description_of_the_wrong_type(self):
-        self.finds(Describes, "identify describes the server", '"server_version": a string', '""',
+        self.finds(Describes, '"identify" describes the server', '"server_version": a string', '""',
                    members={"server_version": ""})
 
     def test_a_failed_case_is_printed_with_a_hint(self):
@@ -433,7 +433,7 @@ class PlantedFaults(SelfTest):
             result = self_test(faulty.address)
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stdout, r'FAILED   text that is not JSON is refused\n +expected: the error "bad_json"\n'
-                                        r" +got: +\{.*unknown_command.*\}\n +check: +that the port passes on")
+                                        r" +got: +\{.*unknown_command.*\}\n +check: +whether the port passes on")
         self.assertRegex(result.stdout.splitlines()[-1], r"^\d+ passed, 1 failed, 3 skipped$")
 
 

@@ -105,7 +105,7 @@ TEST_F(selftest_test, waits_until_the_given_time_out)
     options.json = true;
     selftest::bench slow(server.links(), {}, timeouts_of(options), clock.source());
     EXPECT_EQ(run_selftest(options, {out, err}, slow), exit_code::failure);
-    EXPECT_EQ(result("ping is answered").value("got", ""), "nothing within 60000 ms");
+    EXPECT_EQ(result("\"ping\" is answered").value("got", ""), "nothing within 60000 ms");
     EXPECT_EQ(result("frames are measured on demand").value("got", ""), "nothing within 60000 ms");
     EXPECT_EQ(timeouts_of(options).frame, 60s);
     EXPECT_EQ(timeouts_of({}).answer, 5s);
@@ -118,15 +118,16 @@ TEST_F(selftest_test, ends_when_the_server_can_no_longer_be_reached)
     server.on("ping", [this](host_connection &, const json &) { server.on("end", stay_silent); });
     EXPECT_EQ(run(), exit_code::failure);
     const auto cases = selftest::all_cases().size();
-    EXPECT_THAT(out.str(), StartsWith("ok       identify describes the server\n"
-                                      "FAILED   ping is answered\n"
+    EXPECT_THAT(out.str(), StartsWith("ok       \"identify\" describes the server\n"
+                                      "FAILED   \"ping\" is answered\n"
                                       "           expected: the answer \"ok\" to {\"command\":\"ping\"}\n"
                                       "           got:      nothing within 5000 ms\n"));
     EXPECT_THAT(out.str(),
                 HasSubstr("FAILED   several commands sent at once are answered in order\n"
                           "           expected: a server that still works after the previous case\n"));
-    EXPECT_THAT(out.str(), HasSubstr("skipped  a session runs from configure to end: the server can no "
-                                     "longer be reached\n"));
+    EXPECT_THAT(out.str(),
+                HasSubstr("skipped  a session runs from \"configure\" to \"end\": the server can no "
+                          "longer be reached\n"));
     EXPECT_THAT(out.str(), EndsWith("\n1 passed, 2 failed, " + std::to_string(cases - 3) + " skipped\n"));
     // One time-out each for an answer, an "end" and a new link.
     EXPECT_EQ(clock.now(), 15s);
@@ -162,7 +163,7 @@ TEST_F(selftest_test, continues_after_a_stream_that_does_not_stop)
     });
     options.json = true;
     EXPECT_EQ(run(), exit_code::failure);
-    const auto session = result("a session runs from configure to end");
+    const auto session = result("a session runs from \"configure\" to \"end\"");
     EXPECT_EQ(session.value("expected", ""), "the answer \"ok\" to \"stop\"");
     EXPECT_EQ(session.value("got", ""), "only frames within 5000 ms");
     EXPECT_EQ(result("frames are measured on demand")["result"], "ok");
@@ -246,14 +247,14 @@ TEST_F(selftest_test, finds_every_wrong_member_of_a_description)
         out.str({});
         describe_with(members);
         run();
-        const auto identify = result("identify describes the server");
+        const auto identify = result("\"identify\" describes the server");
         EXPECT_EQ(identify["result"], "failed") << members;
         EXPECT_THAT(identify.value("expected", ""), HasSubstr(expected)) << members;
     }
     out.str({});
     describe_with({{"memory", memory}, {"stack", {{"size", 9}, {"peak", 9}}}, {"board", {{"name", ""}}}});
     run();
-    EXPECT_EQ(result("identify describes the server")["result"], "ok");
+    EXPECT_EQ(result("\"identify\" describes the server")["result"], "ok");
 }
 
 TEST_F(selftest_test, fails_a_case_whose_answer_lacks_a_member)
@@ -274,7 +275,7 @@ TEST_F(selftest_test, skips_what_needs_a_sensor_when_none_is_connected)
     EXPECT_EQ(result("frames are measured on demand"), json({{"case", "frames are measured on demand"},
                                                              {"result", "skipped"},
                                                              {"reason", "no sensor is connected"}}));
-    EXPECT_EQ(result("ping is answered")["result"], "ok");
+    EXPECT_EQ(result("\"ping\" is answered")["result"], "ok");
 }
 
 /** Only the case about the clock, with a server whose clock the test controls. */
