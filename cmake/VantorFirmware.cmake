@@ -4,7 +4,7 @@ set(VANTOR_BOARD "mps2_an386;netduinoplus2" CACHE STRING
   "Boards: names of folders in boards/, or paths of folders anywhere, separated by semicolons")
 set(VANTOR_SENSORS "simulator" CACHE STRING "simulator, or library for real sensors")
 set_property(CACHE VANTOR_SENSORS PROPERTY STRINGS simulator library)
-set(VANTOR_SENSOR_LIBRARY "" CACHE FILEPATH "The maker's sensor library, for -DVANTOR_SENSORS=library")
+set(VANTOR_SENSOR_LIBRARY "" CACHE FILEPATH "The manufacturer's sensor library, for -DVANTOR_SENSORS=library")
 
 if(NOT VANTOR_SENSORS MATCHES "^(simulator|library)$")
   message(FATAL_ERROR "VANTOR_SENSORS is \"${VANTOR_SENSORS}\"; use simulator or library.")
@@ -20,7 +20,8 @@ if(VANTOR_SENSORS STREQUAL "simulator" AND VANTOR_SENSOR_LIBRARY)
     "-DVANTOR_SENSORS=library, or -DVANTOR_SENSOR_LIBRARY= to go without the library.")
 endif()
 if(VANTOR_SENSORS STREQUAL "library" AND NOT VANTOR_SENSOR_LIBRARY)
-  message(FATAL_ERROR "VANTOR_SENSORS=library needs the maker's sensor library: add -DVANTOR_SENSOR_LIBRARY=FILE.")
+  message(FATAL_ERROR "VANTOR_SENSORS=library needs the manufacturer's sensor library: "
+    "add -DVANTOR_SENSOR_LIBRARY=FILE.")
 endif()
 if(VANTOR_SENSOR_LIBRARY AND (NOT EXISTS "${VANTOR_SENSOR_LIBRARY}" OR IS_DIRECTORY "${VANTOR_SENSOR_LIBRARY}"))
   message(FATAL_ERROR "VANTOR_SENSOR_LIBRARY is \"${VANTOR_SENSOR_LIBRARY}\", which does not exist or is a folder.")

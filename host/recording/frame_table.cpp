@@ -62,7 +62,7 @@ frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), f
     std::string head;
     if (!std::getline(file_, head) || head + "\n" != frame_table_head)
     {
-        throw bad_recording(path_.string() + " is not a table of frames.");
+        throw bad_recording(path_.string() + " is not a frame table.");
     }
 }
 

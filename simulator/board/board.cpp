@@ -34,9 +34,9 @@ board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
     board_sensor *sensor = board_find_sensor(sensor_id);
     if (sensor == nullptr)
     {
-        zet_integration_log(ZET_LOG_LEVEL_ERROR, module_name, "%s: there is no sensor %lu; the board has %u",
-                            operation, static_cast<unsigned long>(sensor_id),
-                            static_cast<unsigned>(the_board.options.sensor_count));
+        zet_integration_log(
+            ZET_LOG_LEVEL_ERROR, module_name, "%s: sensor %lu does not exist; the board has %u", operation,
+            static_cast<unsigned long>(sensor_id), static_cast<unsigned>(the_board.options.sensor_count));
     }
     return sensor;
 }

@@ -40,7 +40,7 @@ void set(zet_config_t *handle, uint8_t index, value_t subsweep_config::*field, v
     }
     if (index >= ZET_MAX_NUM_SUBSWEEPS)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: there is no sub-sweep %u; the last is %u", operation,
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sub-sweep %u does not exist; use 0 to %u", operation,
                     static_cast<unsigned>(index), ZET_MAX_NUM_SUBSWEEPS - 1U);
         return;
     }

@@ -170,8 +170,8 @@ bool are_rates_valid(const zet_config &config)
     if (config.sweep_rate > max_sweep_rate)
     {
         library_log(ZET_LOG_LEVEL_ERROR,
-                    "sweep_rate is %s Hz, but with these points, hwaas and prf must be "
-                    "at most %s Hz",
+                    "sweep_rate is %s Hz, but with this num_points, hwaas and prf it must "
+                    "be at most %s Hz",
                     text_of(static_cast<double>(config.sweep_rate)).text,
                     text_of(static_cast<double>(max_sweep_rate)).text);
         return false;

@@ -85,8 +85,8 @@ bool has_room(const zet_sensor &sensor, const char *operation)
     }
     if (sensor.frames_waiting >= slots)
     {
-        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has unread frames, %lu of them; read first",
-                    operation, id, static_cast<unsigned long>(sensor.frames_waiting));
+        library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu has unread frames (%lu); read them first", operation,
+                    id, static_cast<unsigned long>(sensor.frames_waiting));
         return false;
     }
     return true;

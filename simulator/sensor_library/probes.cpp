@@ -40,7 +40,7 @@ void zet_probes_register_callback(zet_probe_id_t probe_id, zet_probes_callback_r
 {
     if (probe_id >= ZET_PROBE_ID_MAX)
     {
-        zet_simulator::library_log(ZET_LOG_LEVEL_ERROR, "%s: there is no probe %u; the last is %u", __func__,
+        zet_simulator::library_log(ZET_LOG_LEVEL_ERROR, "%s: probe %u does not exist; use 0 to %u", __func__,
                                    static_cast<unsigned>(probe_id), ZET_PROBE_ID_MAX - 1U);
         return;
     }

@@ -45,7 +45,7 @@ class Refused(unittest.TestCase):
                            options=("-DVANTOR_SENSORS=real",))
 
     def test_library_without_a_file(self):
-        self.check_refused("template", "VANTOR_SENSORS=library needs the maker's sensor library",
+        self.check_refused("template", "VANTOR_SENSORS=library needs the manufacturer's sensor library",
                            "add -DVANTOR_SENSOR_LIBRARY=FILE.",
                            options=("-DVANTOR_SENSORS=library", "-DVANTOR_SENSOR_LIBRARY="))
         for file in (self.folder / "absent.a", self.folder):

@@ -173,7 +173,7 @@ const limit_case cases[] = {
     {"infinite_sweep_rate", [](zet_config_t *c) { zet_config_sweep_rate_set(c, infinite); },
      "sweep_rate is more than 1e9 Hz"},
     {"sweep_rate_too_high", [](zet_config_t *c) { zet_config_sweep_rate_set(c, 20000.0F); },
-     "sweep_rate is 20000 Hz, but with these points, hwaas and prf must be at most 10"},
+     "sweep_rate is 20000 Hz, but with this num_points, hwaas and prf it must be at most 10"},
     {"infinite_frame_rate", [](zet_config_t *c) { zet_config_frame_rate_set(c, -infinite); },
      "frame_rate is less than -1e9 Hz"},
     {"frame_rate_too_low", [](zet_config_t *c) { zet_config_frame_rate_set(c, 0.001F); },

@@ -230,7 +230,7 @@ TEST(state, a_fifth_sub_sweep_is_refused)
     const simulation simulation;
     const simulated_sensor sensor;
     zet_config_subsweep_hwaas_set(sensor.config, 1, 4);
-    expect_logged("there is no sub-sweep 4; the last is 3");
+    expect_logged("sub-sweep 4 does not exist; use 0 to 3");
 }
 
 TEST(state, handles_are_refused_after_they_are_destroyed)
@@ -363,7 +363,7 @@ TEST(state, a_sensor_measures_one_frame_at_a_time)
     expect_logged("is still measuring");
     ASSERT_TRUE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000));
     EXPECT_FALSE(zet_sensor_measure(sensor.sensor));
-    expect_logged("has unread frames, 1 of them");
+    expect_logged("has unread frames (1); read them first");
 }
 
 TEST(state, a_prepare_discards_the_measurement_in_progress)
@@ -463,7 +463,7 @@ TEST(state, probe_24_is_refused)
 {
     const simulation simulation;
     zet_probes_register_callback(ZET_PROBE_ID_MAX, nullptr, nullptr);
-    expect_logged("there is no probe 24; the last is 23");
+    expect_logged("probe 24 does not exist; use 0 to 23");
 }
 
 TEST(state, out_of_memory_fails_and_is_counted)
