@@ -25,7 +25,7 @@ extern "C" {
 /** The board's clock. */
 typedef struct
 {
-    uint64_t (*now_us)(void);                 /**< time in microseconds; never goes back */
+    uint64_t (*now_us)(void);                 /**< time in microseconds; never decreases */
     void (*sleep_until_us)(uint64_t time_us); /**< returns at that time, or immediately if it has passed */
 } zet_simulator_clock_t;
 

@@ -39,7 +39,7 @@ typedef struct
     float farthest_m;               /**< ... and at this one; if not above nearest_m, it never turns */
 } zet_simulator_target_t;
 
-/** A foreign transmitter in the sensor's band. */
+/** An interfering transmitter in the sensor's band. */
 typedef struct
 {
     zet_sensor_id_t sensor_id; /**< the sensor that receives it; 0 for every sensor */

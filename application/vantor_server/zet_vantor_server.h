@@ -64,8 +64,8 @@ typedef struct
     uint32_t max_values;            /**< most JSON values in a command; this bounds the parser's memory */
     /** Reports the use of memory; null when the port does not know it. */
     void (*get_memory)(zet_vantor_server_memory_t *memory);
-    zet_log_level_t nox_log_level; /**< threshold of the sensor library's log at the start */
-    uint32_t baudrate;             /**< baud rate of the link at the start; 0 when it is fixed */
+    zet_log_level_t nox_log_level; /**< initial threshold of the sensor library's log */
+    uint32_t baudrate;             /**< initial baud rate of the link; 0 when it is fixed */
     /** What `identify` reports of the board; null for nothing. */
     const zet_vantor_server_board_t *board;
     /** Returns the actual baud rate of the link for a requested one, or 0 when there is none near it. Null

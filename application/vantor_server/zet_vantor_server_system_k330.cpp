@@ -68,7 +68,7 @@ struct cca_config_t
 struct cca_result_t
 {
     bool data_valid;   /**< the frame was measured with the transmitter on and a clear channel */
-    float cca_value;   /**< how much foreign signal there was */
+    float cca_value;   /**< strength of the interfering signals */
     bool cca_detected; /**< the value was above the threshold */
     bool tx_enabled;   /**< the frame was measured with the transmitter on */
 };

@@ -58,8 +58,8 @@ void set_pin(uint32_t pin, bool high)
 } // namespace
 
 // All registers that the functions below use; an access to any other register faults. The memory protection
-// unit opens powers of two; the log shows at the start which addresses are actually open. A unique id outside
-// this area needs a separate one, such as {"id", 0x1FFF7A10U, 12, BOARD_READ_ONLY}.
+// unit opens powers of two; the startup line of the log shows which addresses are actually open. A unique id
+// outside this area needs a separate one, such as {"id", 0x1FFF7A10U, 12, BOARD_READ_ONLY}.
 extern const board_area_t board_areas[BOARD_AREA_COUNT] = {
     {"peripherals", 0xA0000000U, 0x00010000U, BOARD_DEVICES},
 };

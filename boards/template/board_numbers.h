@@ -18,7 +18,7 @@ enum
     BOARD_RING_SIZE = 2048,      /**< input that a host sends during a frame; a power of two */
     BOARD_LINE_SIZE = 8192,      /**< the longest command plus 1 */
     BOARD_MAX_VALUES = 448,      /**< JSON values in a command, 64 bytes each; at most half of the heap */
-    BOARD_TOLERATED_LOSS = 4096, /**< heap that may be lost before the board restarts */
+    BOARD_TOLERATED_LOSS = 4096, /**< how much heap may leak before the board restarts */
 
     BOARD_SENSOR_COUNT = 2,           /**< positions, with or without a sensor: 1 to 32 */
     BOARD_SENSOR_MAX_TRANSFER = 4096, /**< most bytes in a call of board_sensor_transfer */

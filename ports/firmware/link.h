@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/** Opens the link, without input, at the start baud rate. A link that has stalled works again then. */
+/** Opens the link, without input, at the initial baud rate. A link that has stalled works again then. */
 void link_open();
 
 /**

@@ -1,5 +1,5 @@
 /** @file
- * Data that survives a reset of the board, in memory that the start does not clear.
+ * Data that survives a reset of the board, in memory that the start-up code does not clear.
  */
 #include "retained.h"
 

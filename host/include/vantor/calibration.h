@@ -13,8 +13,8 @@ namespace vantor
 struct calibration
 {
     unsigned sensor_id = 0; /**< 1 or more */
-    int temperature = 0; /**< sensor temperature during the calibration, in degrees Celsius; not absolute */
-    std::string data;    /**< hexadecimal digits */
+    int temperature = 0;    /**< during calibration: relative, in degrees Celsius; use it only to compare */
+    std::string data;       /**< hexadecimal digits */
 };
 
 } // namespace vantor

@@ -112,7 +112,7 @@ struct frame_item
     const item_layout *layout = nullptr; /**< owned by the session's metadata */
     std::span<const sample> samples;     /**< sweep after sweep; owned by the frame */
     uint32_t tick = 0;                   /**< time of the measurement; wraps around */
-    int temperature = 0;                 /**< in degrees Celsius; only for comparison, not absolute */
+    int temperature = 0; /**< relative, in degrees Celsius; use it only to compare with other values */
     bool data_saturated = false;
     bool calibration_needed = false;
     bool frame_delayed = false;

@@ -1,5 +1,5 @@
 /** @file
- * The deepest use of the stacks. Both are filled with a pattern at the start; overwritten words have been
+ * The deepest use of the stacks. Both are filled with a pattern at startup; overwritten words have been
  * used.
  */
 #ifndef VANTOR_CORTEX_M4_STACK_H

@@ -31,7 +31,7 @@ typedef struct
 /** Information that can be extracted from a calibration result. */
 typedef struct
 {
-    int16_t temperature; /**< sensor temperature at calibration, in degrees Celsius, not absolute */
+    int16_t temperature; /**< during calibration: relative, in degrees Celsius; use it only to compare */
 } zet_cal_info_t;
 
 /**

@@ -14,12 +14,12 @@ extern "C" {
 #endif
 
 /**
- * Computes how much foreign signal a frame contains. Called once for each frame whose configuration has the
- * clear-channel measurement enabled, between zet_sensor_read and zet_processing_execute.
+ * Computes the strength of interfering signals in a frame. Called once for each frame whose configuration has
+ * the clear-channel measurement enabled, between zet_sensor_read and zet_processing_execute.
  *
  * @param processing  the processing of the frame's configuration
  * @param buffer      a buffer filled by zet_sensor_read; not changed
- * @param cca_value   receives the value, 0 for a clear channel and larger with more foreign signal;
+ * @param cca_value   receives the value, 0 for a clear channel and larger with stronger interference;
  *                    unchanged on failure
  * @return false when the frame contains no clear-channel measurement; the frame is not processed then
  */
