@@ -115,7 +115,7 @@ ordered_json item_document(const session_description &session, size_t index, con
         global["core:sha512"] = state.digest;
     }
     global["core:description"] =
-        "Radar frames back to back, sweep after sweep; points lie along the distance.";
+        "Consecutive radar frames of consecutive sweeps; the points of a sweep are at different distances.";
     global["core:recorder"] = std::string("vantor ") + version;
     global["core:hw"] = session.server.sensor + " sensor " + std::to_string(item.sensor_id);
     global["core:collection"] = collection_name;

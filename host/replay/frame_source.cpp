@@ -92,7 +92,7 @@ replayed_frame frame_source::next()
         const auto row = tables_[i].next();
         if (!row)
         {
-            throw bad_recording("The table of " + item.name +
+            throw bad_recording("The frame table of " + item.name +
                                 " has fewer lines than the recording has frames.");
         }
         if (item.layout.index == 0)
