@@ -108,8 +108,7 @@ struct sensor_control_t
 {
     sensor_control_group_t groups[MAX_GROUP_COUNT];
     sensor_info_t *sensor_info; /**< owned */
-    zet_config_t **
-        last_config; /**< owned array; the configuration each sensor was last prepared with in this session */
+    zet_config_t **last_config; /**< owned; what each sensor was last prepared with in this session */
 };
 
 /** The complete backend. */

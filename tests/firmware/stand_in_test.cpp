@@ -41,8 +41,8 @@ struct board_t
     std::vector<uint8_t> sent;
     void *spare = nullptr; /**< freed memory that the next allocation returns again */
     bool is_keeping_spare = false;
-    int overrun =
-        0; /**< offset from the end, or below 0 from the start, at which a transfer writes one byte more */
+    /** Offset from the end, or below 0 from the start, at which a transfer writes one byte more. */
+    int overrun = 0;
     bool is_overrunning = false;
     bool is_memory_exhausted = false;
     bool is_memory_misaligned = false;

@@ -72,13 +72,13 @@ struct neighbours_t
     uint32_t buffer_size = 64;
     int calibration_steps = 1;
     bool complete_although_failed = false; /**< a failed calibration step sets its completion flag */
-    std::map<zet_sensor_id_t, int16_t>
-        temperatures; /**< at calibration, by sensor id; default: 20 plus the id */
-    std::deque<zet_processing_metadata_t>
-        metadata; /**< of the next processing instances; then default_metadata() */
+    /** At calibration, by sensor id; default: 20 plus the id. */
+    std::map<zet_sensor_id_t, int16_t> temperatures;
+    /** Of the next processing instances; then default_metadata(). */
+    std::deque<zet_processing_metadata_t> metadata;
     std::map<int, zet_processing_result_t> results; /**< by number of the processing instance */
-    std::map<int, std::vector<zet_int16_complex_t>>
-        frames;                                          /**< samples, by number of the processing instance */
+    /** Samples, by number of the processing instance. */
+    std::map<int, std::vector<zet_int16_complex_t>> frames;
     std::deque<float> cca_values;                        /**< results of the next assessments; then 0 */
     zet_cpd_k330_meas_session_parameters_t parameters{}; /**< after the callback */
     zet_probes_callback_rw_t *callback = nullptr;        /**< registered for probe 20 */

@@ -39,10 +39,9 @@ struct fake_board_t
 
     transmitter_t link;
     transmitter_t log;
-    bool link_reports_last_bit =
-        true; /**< whether the port reports the end of the last bit, rather than only an empty buffer */
-    uint32_t cut_bytes =
-        0; /**< bytes that were still in transmission when the link's port was opened again */
+    /** Whether the port reports the end of the last bit, rather than only an empty buffer. */
+    bool link_reports_last_bit = true;
+    uint32_t cut_bytes = 0;       /**< still in transmission when the link's port was opened again */
     std::deque<uint8_t> received; /**< by the link's port, not read yet */
     uint32_t sensor_lines = 0;    /**< interrupts of sensors that were not acknowledged */
 

@@ -34,12 +34,11 @@ typedef struct
 /** One processed frame. */
 typedef struct
 {
-    bool data_saturated;     /**< a sample reached the end of the scale */
-    bool frame_delayed;      /**< the frame was started or read too late for the frame rate */
-    bool calibration_needed; /**< the temperature has moved too far from that of the calibration */
-    int16_t temperature;     /**< relative, in degrees Celsius; use it only to compare with other frames */
-    zet_int16_complex_t
-        *frame; /**< the samples, inside the work buffer; valid until the buffer is used again */
+    bool data_saturated;        /**< a sample reached the end of the scale */
+    bool frame_delayed;         /**< the frame was started or read too late for the frame rate */
+    bool calibration_needed;    /**< the temperature has moved too far from that of the calibration */
+    int16_t temperature;        /**< relative, in degrees Celsius; use it only to compare with other frames */
+    zet_int16_complex_t *frame; /**< samples in the work buffer, valid until the buffer is used again */
 } zet_processing_result_t;
 
 /**
