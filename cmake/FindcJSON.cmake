@@ -7,7 +7,7 @@ if(CMAKE_CROSSCOMPILING)
     execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/cjson-source
       OUTPUT_VARIABLE cJSON_SOURCE OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     add_library(cjson STATIC ${cJSON_SOURCE}/cjson/cJSON.c)
-    # The server checks the nesting before it calls the parser, with the same limit (json_scan_max_depth).
+    # The server checks the nesting before it calls the parser, with the same limit (zet_json_scan_max_depth).
     target_compile_definitions(cjson PRIVATE CJSON_NESTING_LIMIT=16)
     target_compile_options(cjson PRIVATE -w)
     target_include_directories(cjson SYSTEM PUBLIC ${cJSON_SOURCE})

@@ -1,5 +1,5 @@
 /** @file
- * What the backend uses of the server core.
+ * JSON output for the backend.
  */
 #ifndef ZET_VANTOR_SERVER_BASE_INTERNAL_H
 #define ZET_VANTOR_SERVER_BASE_INTERNAL_H

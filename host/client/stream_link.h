@@ -71,7 +71,7 @@ protected:
     }
 
 private:
-    /** Throws because the connection is lost; the message gives the reason. */
+    /** Returns the message for a lost connection. */
     static std::string lost_text(const asio::error_code &failure)
     {
         return failure == asio::error::eof ? "The server closed the connection."
@@ -82,7 +82,7 @@ private:
      * Runs one operation until it completes; cancels it at the time-out.
      *
      * @return the error of the operation, operation_aborted if it was cancelled, and the number of bytes
-     * moved
+     *         moved
      */
     template <typename start_t>
     std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)

@@ -33,7 +33,7 @@ struct record_options
  *
  * @return success, or interrupted
  * @throws configuration_error, recording_error and the exceptions of the client; everything recorded before
- * the exception is intact
+ *         the exception is intact
  */
 exit_code record(const record_options &options, const command_streams &streams);
 

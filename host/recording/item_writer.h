@@ -1,5 +1,5 @@
 /** @file
- * Writes one item of a session: its samples, and a table with one line per frame.
+ * Writes one item of a recording: its samples, and a table with one line per frame.
  */
 #ifndef VANTOR_ITEM_WRITER_H
 #define VANTOR_ITEM_WRITER_H
@@ -24,8 +24,8 @@ inline constexpr std::string_view frame_table_head =
     "cca_detected,tx_enabled\n";
 
 /**
- * Writes one item of a session. Frames are first appended and then committed, so that an incomplete frame can
- * be removed from all items when the disk is full.
+ * Writes one item of a recording. Frames are first appended and then committed, so that an incomplete frame
+ * can be removed from all items when the disk is full.
  */
 class item_writer
 {

@@ -16,7 +16,7 @@ namespace vantor
 {
 
 /**
- * Writes a session: a SigMF recording for each item, and a collection.
+ * Writes a recording: SigMF files for each item, and a collection.
  *
  * The recording can be read at any time, even after the program was killed: frames are appended completely,
  * and the documents exist from the start. Memory does not grow with the number of frames.

@@ -60,7 +60,7 @@ bool server_accepts(bench &on, uint32_t baudrate)
     return taken;
 }
 
-/** Whether the host's end of the link supports a baud rate; also sets the current rate. */
+/** Whether the host's end of the link supports a baud rate; stores the line's current rate in @p current. */
 bool line_supports(bench &on, uint32_t baudrate, uint32_t &current)
 {
     if (!on.traits().serial)

@@ -12,7 +12,7 @@
  *   sensors are on at the same time.
  * - It resets a sensor after every calibration, with disable and enable, while the supply is on.
  * - After an error it may switch off a sensor that is already off, and enable one that has no supply.
- * Switching off again has no effect; enabling without supply must do no harm, and disable follows it.
+ *   Switching off again has no effect; enabling without supply must do no harm, and disable follows it.
  *
  * The switching functions cannot report a failure. zet_sensor_connected finds out whether a sensor is
  * present.

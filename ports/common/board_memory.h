@@ -23,7 +23,7 @@
  *
  * @param region  the memory, of any alignment; used until the next call
  * @param size    its size in bytes, less than 4 GiB; the allocator itself needs some hundreds of bytes, on a
- * PC some thousands
+ *                PC some thousands
  */
 void memory_lend(void *region, size_t size);
 

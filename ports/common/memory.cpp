@@ -127,7 +127,7 @@ constexpr size_t round_up(size_t value, size_t unit)
 struct heap_t
 {
     void *region;
-    block_t **bins; /**< at the start of the region, one for each size up to that of the region */
+    block_t **bins; /**< at the start of the region, as many as a region of this size needs */
     block_t *loose; /**< the free block that is not in a bin; null when all are in bins */
     block_t *open;  /**< the same block while small blocks are split off it, otherwise null */
     bit_map_t used_levels;

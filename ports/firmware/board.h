@@ -139,7 +139,8 @@ void board_feed_watchdog(void);
 
 /**
  * Waits until board_wake has been called since the last wait, or for a time. May return early. Never called
- * with interrupts disabled. Default: the processor sleeps until SysTick; nothing else may use SysTick then.
+ * with interrupts disabled. Default: the processor sleeps until an interrupt; SysTick ends the sleep in
+ * time, and nothing else may use SysTick.
  *
  * @param duration_us  1 to BOARD_LONGEST_WAIT_US
  */

@@ -25,7 +25,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
  * Listens with the transmitter off, for the clear-channel assessment.
  *
  * @return power of interfering signals as a multiple of the receiver's noise power; 0 when the received
- * signal may be just that noise
+ *         signal may be just that noise
  */
 float synthesis_listen(const view &view, noise_source &noise);
 

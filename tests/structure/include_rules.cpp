@@ -1,5 +1,5 @@
 /** @file
- * The rules for which folder of the repository may include from which.
+ * The rules for which part of the repository may include from which.
  */
 #include "include_rules.h"
 

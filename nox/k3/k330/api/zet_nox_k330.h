@@ -10,7 +10,7 @@
  * - All memory comes from `mem_alloc` of the board record. A function that creates something returns null
  *   when memory is exhausted. The firmware has no `malloc` and runs no static constructors.
  * - Handles of configurations, sensors and processings belong to the caller until it destroys them. It
- * destroys each handle once, and does not use it afterwards.
+ *   destroys each handle once, and does not use it afterwards.
  * - Log lines are passed to `log` of the board record.
  * - A failure is reported by the result, and its reason is logged. The server does not retry: it ends
  *   the session with an error, destroys all handles and switches the sensors off.

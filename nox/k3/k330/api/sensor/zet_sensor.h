@@ -107,7 +107,7 @@ bool zet_sensor_prepare(zet_sensor_t *sensor, const zet_config_t *config, const 
  * With a frame rate the sensor itself decides when the frame begins, up to a frame period later.
  *
  * @param sensor  a prepared sensor whose last frame has been read; even with double buffering the server
- * reads each frame before it starts the next one
+ *                reads each frame before it starts the next one
  * @return false on failure
  */
 bool zet_sensor_measure(zet_sensor_t *sensor);
