@@ -73,7 +73,8 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
         << info.protocol_version << "\n";
     print_board(info, out);
     out << "sensors    " << printable(info.sensor) << ", " << info.sensor_count
-        << (info.sensor_count == 1 ? " slot" : " slots") << ", connected: " << join(info.connected_sensors)
+        << (info.sensor_count == 1 ? " position" : " positions")
+        << ", connected: " << join(info.connected_sensors)
         << (info.board && info.board->sensors ? "; " + printable(*info.board->sensors) : "") << "\n"
         << "clock      "
         << (info.ticks_per_second > 0.0 ? fixed(info.ticks_per_second, 0) + " ticks per second" : "none")

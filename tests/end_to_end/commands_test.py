@@ -108,7 +108,8 @@ class Identify(CommandTest):
     def test_over_every_link(self):
         for link in LINKS:
             with self.subTest(link), Server(*link, "--sensors", "3", "--name", "shelf", "--id", "42") as server:
-                self.assertIn("\nboard      shelf\nid         42\nsensors    k330, 3 slots, connected: 1, 2, 3; simulated\n",
+                self.assertIn("\nboard      shelf\nid         42\n"
+                              "sensors    k330, 3 positions, connected: 1, 2, 3; simulated\n",
                               self.succeeds("identify", "--connect", server.address))
                 about = json.loads(self.succeeds("identify", "--connect", server.address, "--json"))
                 self.assertEqual(about["address"].partition("@")[0], server.address)
@@ -118,7 +119,8 @@ class Identify(CommandTest):
         about = json.loads(self.succeeds("identify", "--connect", "sim:--sensors 7", "--json"))
         self.assertEqual(about["sensor_count"], 7)
         self.assertEqual(about["board"], {"name": "simulated board", "sensors": "simulated"})
-        self.assertIn("k330, 1 slot, connected: 1; simulated\n", self.succeeds("identify", "--connect", "sim:--sensors 1"))
+        self.assertIn("k330, 1 position, connected: 1; simulated\n",
+                      self.succeeds("identify", "--connect", "sim:--sensors 1"))
 
     def test_no_server(self):
         self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")

@@ -86,7 +86,7 @@ TEST(command_line, identifies_a_server)
     const fake_server server;
     const auto text = run({"identify", "--connect", server.address()});
     EXPECT_EQ(text.code, exit_code::success);
-    EXPECT_THAT(text.out, HasSubstr("k330, 5 slots, connected: 1, 2"));
+    EXPECT_THAT(text.out, HasSubstr("k330, 5 positions, connected: 1, 2"));
     const auto output = run({"identify", "--connect", server.address(), "--json"}).out;
     EXPECT_THAT(output, HasSubstr("\"ticks_per_second\": 1000000,"));
     const auto about = json::parse(output);

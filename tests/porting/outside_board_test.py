@@ -433,7 +433,7 @@ class BringUp(BoardTest):
                          f"^{board.address}  vantor_server .*, connected: 1, 2, board: with_link\n$")
         shown = self.run_host(identify, board)
         self.assertRegex(shown, r"(?m)^board +with_link$")
-        self.assertRegex(shown, r"(?m)^sensors +k330, 2 slots, connected: 1, 2; simulated$")
+        self.assertRegex(shown, r"(?m)^sensors +k330, 2 positions, connected: 1, 2; simulated$")
         frames, _ = self.frames_of(self.run_host(record, board, "--connect", board.address))
         self.assertEqual(frames, 20)
 

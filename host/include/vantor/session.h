@@ -57,7 +57,7 @@ struct server_info
     std::string server_version;
     int protocol_version = 0;
     std::string sensor;                      /**< model of the sensors */
-    unsigned sensor_count = 0;               /**< number of sensor slots on the board */
+    unsigned sensor_count = 0;               /**< number of sensor positions on the board */
     std::vector<unsigned> connected_sensors; /**< numbers of the connected sensors, 1 or more */
     double ticks_per_second = 0.0;           /**< unit of all ticks; 0 if the server has no clock */
     uint32_t max_baudrate = 0;               /**< 0 if the baud rate of the link cannot be changed */
