@@ -177,7 +177,6 @@ rules_t include_rules()
     const std::string board_numbers = "boards/*/board_numbers.h";
     const std::set<std::string> host_basics{"host/include/vantor/calibration.h",
                                             "host/include/vantor/errors.h"};
-    const std::set<std::string> below_recording{"host/include", "host/configuration"};
     const std::set<std::string> below_pictures{"host/include", "host/configuration", "host/recording"};
     return {
         {"nox", {}},
@@ -205,8 +204,8 @@ rules_t include_rules()
         {"host/include/vantor/errors.h", {}},
         {"host/configuration", host_basics},
         {"host/include", host_basics},
-        {"host/client", below_recording},
-        {"host/recording", below_recording},
+        {"host/client", {"host/include"}},
+        {"host/recording", {"host/include", "host/configuration"}},
         {"host/export", below_pictures},
         {"host/plot", below_pictures},
         {"host/replay", {"host/include", "host/client", "host/configuration", "host/recording"}},
