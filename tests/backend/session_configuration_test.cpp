@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "support/backend_fixture.h"
+#include "zet_log_levels.h"
 
 namespace backend_tests
 {
@@ -173,6 +174,20 @@ TEST_F(session_configuration, every_log_level_is_accepted)
     {
         ASSERT_TRUE(parse(R"({"enable_log": ")" + word + R"("})"));
         EXPECT_EQ(calls(), "zet_nox_set_log_level(" + level + ")\n");
+    }
+}
+
+TEST_F(session_configuration, log_levels_are_those_of_the_server_in_the_same_order)
+{
+    for (size_t level = 0; level < zet_log_level_words.size(); ++level)
+    {
+        const std::string word = zet_log_level_words[level];
+        ASSERT_TRUE(parse(R"({"enable_log": ")" + word + R"("})")) << word;
+        EXPECT_EQ(calls(), "zet_nox_set_log_level(" + std::to_string(level) + ")\n");
+        for (const std::string &other : {word + "S", word.substr(1), word.substr(0, word.size() - 1)})
+        {
+            expect_refused(R"({"enable_log": ")" + other + R"("})", error_config_faulty_log_settings_str);
+        }
     }
 }
 
