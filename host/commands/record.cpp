@@ -140,11 +140,12 @@ void print_summary(std::ostream &out, const recording_writer &writer, const reco
 {
     const auto frames = static_cast<double>(writer.frames());
     const auto bytes = static_cast<double>(writer.data_length());
-    const double seconds = recorded.seconds();
-    out << writer.frames() << " frames, " << format_bytes(bytes) << " in " << fixed(seconds, 2) << " s";
-    if (seconds > 0.0)
+    const double rate = recorded.frame_rate();
+    out << writer.frames() << " frames, " << format_bytes(bytes) << " in " << fixed(recorded.seconds(), 2)
+        << " s";
+    if (rate > 0.0)
     {
-        out << ": " << fixed(frames / seconds, 1) << " frames/s, " << format_bytes(bytes / seconds) << "/s";
+        out << ": " << fixed(rate, 1) << " frames/s, " << format_bytes(bytes / frames * rate) << "/s";
     }
     out << "\n";
     if (recorded.losses() > 0)

@@ -39,6 +39,12 @@ recorder::recorder(client &source, recording_writer &destination, const session_
     }
 }
 
+double recorder::frame_rate() const noexcept
+{
+    const double span = seconds_ - first_seconds_;
+    return span > 0.0 ? static_cast<double>(destination_.frames() - 1) / span : 0.0;
+}
+
 void recorder::run(const recorder_limits &limits)
 {
     source_.start();
@@ -148,6 +154,10 @@ void recorder::store(const frame &received)
         last_tick_ = received.items().front().tick;
     }
     seconds_ = std::chrono::duration<double>(last_ - start_).count();
+    if (destination_.frames() == 1)
+    {
+        first_seconds_ = seconds_;
+    }
 }
 
 /** Records that frames were lost before this one: the number shown by the ticks, at least one. */

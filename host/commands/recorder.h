@@ -60,6 +60,12 @@ public:
         return seconds_;
     }
 
+    /**
+     * Frames per second from the first to the last frame; 0 if fewer than two frames arrived, or all at the
+     * same time.
+     */
+    [[nodiscard]] double frame_rate() const noexcept;
+
     /** Whether the recording was ended by recorder_limits::stop. */
     [[nodiscard]] bool interrupted() const noexcept
     {
@@ -91,6 +97,7 @@ private:
     std::chrono::steady_clock::time_point last_; /**< when a frame or a part of one last arrived */
     size_t missing_ = 0;                         /**< bytes missing from the current frame at that time */
     double seconds_ = 0.0;
+    double first_seconds_ = 0.0; /**< seconds() at the first frame */
     unsigned losses_ = 0;
     bool interrupted_ = false;
     bool damaged_ = false; /**< a message was damaged since the last frame */

@@ -148,6 +148,35 @@ TEST_F(record_test, shows_progress_when_asked_to)
     EXPECT_EQ(err.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\r");
 }
 
+TEST_F(record_test, prints_the_rates_from_the_first_to_the_last_frame)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        server.pause(30ms);
+        send_frame(host, 0);
+        for (uint32_t number = 1; number < 20; ++number)
+        {
+            server.pause(50ms);
+            send_frame(host, number);
+        }
+    });
+    options.frames = 20;
+    EXPECT_EQ(run(), exit_code::success);
+    EXPECT_THAT(out.str(), HasSubstr("\n20 frames, 7.6 kB in 0.98 s: 20.0 frames/s, 7.6 kB/s\n"));
+}
+
+TEST_F(record_test, prints_no_rates_for_one_frame)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        server.pause(30ms);
+        send_frame(host, 0);
+    });
+    options.frames = 1;
+    EXPECT_EQ(run(), exit_code::success);
+    EXPECT_THAT(out.str(), HasSubstr(" in 0.03 s\n"));
+}
+
 TEST_F(record_test, ends_after_some_seconds)
 {
     server.on("start", [this](host_connection &host, const json &command) {
