@@ -11,6 +11,7 @@
 #include <limits>
 #include <optional>
 #include <set>
+#include <system_error>
 
 namespace vantor
 {
@@ -27,8 +28,7 @@ constexpr int deepest_nesting = 64;
 std::optional<std::string> read_text(const std::filesystem::path &file)
 {
     std::ifstream stream(file, std::ios::binary);
-    std::error_code failure;
-    if (!stream || std::filesystem::is_directory(file, failure))
+    if (!stream)
     {
         return std::nullopt;
     }
@@ -171,12 +171,16 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
 
 nlohmann::json load_configuration(const std::filesystem::path &file)
 {
+    std::error_code failure;
+    if (std::filesystem::is_directory(file, failure))
+    {
+        throw configuration_error("Cannot read " + file.string() + ": it is a directory; use a file.");
+    }
     const auto text = read_text(file);
     if (!text)
     {
         throw configuration_error("Cannot read " + file.string() +
-                                  ": check that the file exists and that you "
-                                  "have permission to read it.");
+                                  ": check that the file exists and that you have permission to read it.");
     }
     if (text->size() > largest_document)
     {

@@ -87,6 +87,18 @@ std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
     return wide;
 }
 
+/** Creates a file, which must not exist already. */
+output_file create_file(const std::filesystem::path &path)
+{
+    std::error_code failure;
+    if (std::filesystem::exists(path, failure))
+    {
+        throw recording_error("Cannot create " + path.string() +
+                              ": it exists already; remove it, or choose another directory with --output.");
+    }
+    return output_file(path);
+}
+
 /** Writes one file per item: a header, then all frames. */
 template <typename head_t, typename body_t>
 std::vector<std::filesystem::path> write_items(recording_reader &recording,
@@ -106,7 +118,7 @@ std::vector<std::filesystem::path> write_items(recording_reader &recording,
     {
         const auto &item = recording.items()[i];
         const auto path = directory / (item.name + extension);
-        output_file file(path);
+        auto file = create_file(path);
         file.append(head(item));
         for (uint64_t number = 0; number < recording.frames(); ++number)
         {

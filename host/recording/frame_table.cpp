@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "recording/item_writer.h"
@@ -59,6 +60,11 @@ template <typename value_t> bool read_cell(std::string_view cell, std::optional<
 
 frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), file_(path_)
 {
+    std::error_code failure;
+    if (!std::filesystem::exists(path_, failure))
+    {
+        throw bad_recording(path_.string() + " is missing: copy the recording again, with all its files.");
+    }
     std::string head;
     if (!std::getline(file_, head) || head + "\n" != frame_table_head)
     {

@@ -34,6 +34,23 @@ std::filesystem::path new_version(std::filesystem::path path)
     return path += ".new";
 }
 
+/** Throws recording_error if a file cannot be replaced because of what is at its path. */
+void check_place(const std::filesystem::path &path)
+{
+    std::error_code failure;
+    const auto directory = path.parent_path();
+    if (!directory.empty() && !std::filesystem::exists(directory, failure))
+    {
+        throw recording_error("Cannot create " + path.string() + ": the directory " + directory.string() +
+                              " does not exist.");
+    }
+    const auto present = std::filesystem::status(path, failure);
+    if (std::filesystem::exists(present) && !std::filesystem::is_regular_file(present))
+    {
+        throw recording_error("Cannot replace " + path.string() + ": it is not a regular file.");
+    }
+}
+
 } // namespace
 
 output_file::output_file(std::filesystem::path path) : path_(std::move(path))
@@ -89,11 +106,7 @@ void replace_files(const std::vector<file_text> &files)
     {
         for (const auto &file : files)
         {
-            const auto present = std::filesystem::status(file.path, failure);
-            if (std::filesystem::exists(present) && !std::filesystem::is_regular_file(present))
-            {
-                throw recording_error("Cannot replace " + file.path.string() + ": it is not a regular file.");
-            }
+            check_place(file.path);
             std::filesystem::remove(new_version(file.path), failure);
             output_file(new_version(file.path)).append(file.text);
         }

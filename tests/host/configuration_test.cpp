@@ -58,7 +58,8 @@ TEST(configuration, refuses_what_is_not_a_document)
 {
     const test::temporary_directory directory;
     EXPECT_THROW(load_configuration(directory / "missing.json"), configuration_error);
-    EXPECT_THROW(load_configuration(directory / ""), configuration_error);
+    EXPECT_THAT([&] { load_configuration(directory / ""); },
+                ThrowsMessage<configuration_error>(HasSubstr("it is a directory")));
     EXPECT_THROW(load_configuration(directory.write("empty.json", "")), configuration_error);
     EXPECT_THAT([&] { load_configuration(directory.write("list.json", "[]")); },
                 ThrowsMessage<configuration_error>(HasSubstr("one JSON object")));

@@ -37,6 +37,18 @@ TEST(output_file, replaces_no_file_when_one_cannot_be_written)
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
 }
 
+TEST(output_file, names_a_missing_directory_and_the_file)
+{
+    const temporary_directory directory;
+    const auto file = directory / "missing/file";
+    EXPECT_THAT(
+        [&] {
+            replace_files({{file, "new"}});
+        },
+        testing::ThrowsMessage<recording_error>("Cannot create " + file.string() + ": the directory " +
+                                                file.parent_path().string() + " does not exist."));
+}
+
 TEST(output_file, replaces_files_only_and_leaves_nothing_behind)
 {
     const temporary_directory directory;

@@ -85,6 +85,13 @@ TEST(recording_reader, refuses_an_impossible_file_name)
     EXPECT_THROW(recording_reader(std::string(300, 'a')), bad_recording);
 }
 
+TEST(frame_table, reports_a_missing_file)
+{
+    const test::temporary_directory directory;
+    EXPECT_THAT([&] { frame_table(directory / "a.frames.csv"); },
+                ThrowsMessage<bad_recording>(HasSubstr("a.frames.csv is missing")));
+}
+
 TEST(frame_table, refuses_impossible_times)
 {
     const test::temporary_directory directory;
@@ -142,7 +149,9 @@ TEST(exporter, writes_text)
     EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000\n"));
     EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1\n"));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 * 40);
-    EXPECT_THROW(export_csv(recording, directory / "text"), recording_error);
+    EXPECT_THAT([&] { export_csv(recording, directory / "text"); },
+                ThrowsMessage<recording_error>(testing::AllOf(
+                    HasSubstr("group-1-item-1.csv: it exists already"), HasSubstr("--output"))));
 }
 
 TEST(exporter, writes_numpy_arrays)
