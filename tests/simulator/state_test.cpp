@@ -83,15 +83,15 @@ TEST(state, invalid_positions_are_logged)
 {
     const simulation simulation(2);
     zet_hal_integration_sensor_supply_on(3);
-    expect_logged("there is no sensor 3; the board has 2");
+    expect_logged("sensor 3 does not exist; the board has 2");
     zet_hal_integration_sensor_enable(0);
-    expect_logged("there is no sensor 0");
+    expect_logged("sensor 0 does not exist");
     zet_hal_integration_sensor_disable(7);
-    expect_logged("there is no sensor 7");
+    expect_logged("sensor 7 does not exist");
     zet_hal_integration_sensor_supply_off(7);
-    expect_logged("there is no sensor 7");
+    expect_logged("sensor 7 does not exist");
     EXPECT_FALSE(zet_hal_integration_wait_for_sensor_interrupt(7, 1));
-    expect_logged("there is no sensor 7");
+    expect_logged("sensor 7 does not exist");
 }
 
 TEST(state, a_sensor_has_only_one_handle)
