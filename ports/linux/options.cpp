@@ -7,7 +7,12 @@
 #include <cctype>
 #include <charconv>
 #include <iostream>
+#include <iterator>
 #include <limits>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -139,6 +144,16 @@ std::string parse_file_name(const std::string &name, const std::string &text)
     return text;
 }
 
+/** Parses the name of a clock; returns whether it is the virtual one. */
+bool parse_clock(const std::string &text)
+{
+    if (text != "real" && text != "virtual")
+    {
+        throw CLI::ValidationError("--clock", "\"" + text + "\" is not one of real and virtual");
+    }
+    return text == "virtual";
+}
+
 /** Adds the options for the simulated board. */
 void add_board_options(CLI::App &app, options_t &options)
 {
@@ -164,9 +179,8 @@ void add_board_options(CLI::App &app, options_t &options)
                "Memory of the board in bytes, 4096 to 1073741824; taken from the system only when used",
                smallest_memory, largest_memory);
     app.add_option_function<std::string>(
-           "--clock", [&options](const std::string &text) { options.virtual_clock = text == "virtual"; },
+           "--clock", [&options](const std::string &text) { options.virtual_clock = parse_clock(text); },
            "\"real\", or \"virtual\" to measure frames as fast as the processor allows")
-        ->check(CLI::IsMember({"real", "virtual"}).description(""))
         ->type_name("CLOCK")
         ->default_str("real");
     app.add_option_function<std::string>(
@@ -174,6 +188,62 @@ void add_board_options(CLI::App &app, options_t &options)
            "Least severe level that is logged to standard error: " + list_of_log_levels("or"))
         ->type_name("LEVEL")
         ->default_str("WARNING");
+}
+
+/** Rejects an option without its value: CLI11 would use the next word, even if that is an option. */
+void refuse_missing_value(const CLI::Option &option, const std::string &word, const char *next)
+{
+    const std::string name = option.get_name();
+    const std::string expected = "; expected " + option.get_type_name();
+    if (word == name + "=")
+    {
+        throw CLI::ValidationError(name, "the value is empty" + expected);
+    }
+    if (word == name && next == nullptr)
+    {
+        throw CLI::ValidationError(name, "the value is missing" + expected);
+    }
+    const std::string value = word == name ? next : "";
+    if (value.starts_with("--"))
+    {
+        throw CLI::ValidationError(name, "the value is missing; if it is \"" + value + "\", write " + name +
+                                             "=" + value);
+    }
+}
+
+/** Rejects a flag with a value, and another option without one or that is repeated. */
+void check_value(const CLI::Option &option, const std::string &word, const char *next, bool repeated)
+{
+    if (option.get_items_expected_max() > 0)
+    {
+        refuse_missing_value(option, word, next);
+        if (repeated)
+        {
+            throw CLI::ValidationError(option.get_name() + " is given twice");
+        }
+    }
+    else if (word.find('=') != std::string::npos)
+    {
+        throw CLI::ValidationError(word.substr(0, word.find('=')) + " takes no value");
+    }
+}
+
+/** Rejects options with a missing or surplus value, and those that are given too often. */
+void check_values(const CLI::App &app, const std::vector<const char *> &words)
+{
+    std::set<std::string> given;
+    const auto end = std::find(words.begin(), words.end(), std::string_view("--"));
+    for (auto each = words.begin(); each != end; ++each)
+    {
+        const std::string word = *each;
+        const std::string name = word.substr(0, word.find('='));
+        const auto *const option = name.starts_with("--") ? app.get_option_no_throw(name) : nullptr;
+        if (option != nullptr)
+        {
+            const auto next = std::next(each);
+            check_value(*option, word, next == end ? nullptr : *next, !given.insert(name).second);
+        }
+    }
 }
 
 /** Returns a text of the command line with terminal control characters replaced. */
@@ -223,6 +293,7 @@ options_result_t parse_options(int argc, char **argv, options_t &options)
     add_board_options(app, options);
     try
     {
+        check_values(app, {argv + 1, argv + argc});
         app.parse(argc, argv);
     }
     catch (const CLI::ParseError &failure)
