@@ -8,6 +8,7 @@
 #include <cmath>
 #include <iterator>
 #include <ostream>
+#include <set>
 #include <utility>
 
 #include <CLI/App.hpp>
@@ -181,6 +182,12 @@ private:
     const command_option &option_;
 };
 
+/** Whether an option is a flag, which has no value. */
+bool is_flag(const command_option &option)
+{
+    return std::holds_alternative<bool *>(option.value);
+}
+
 /** Adds a command with its options. */
 void add_command(CLI::App &app, const command &what, const command_streams &streams, exit_code &result)
 {
@@ -189,13 +196,20 @@ void add_command(CLI::App &app, const command &what, const command_streams &stre
     {
         auto *const made = std::visit(option_adder(*added, option), option.value);
         made->required(option.required);
-        if (!std::holds_alternative<bool *>(option.value))
+        if (!is_flag(option))
         {
             made->type_name(option.value_name)->default_str(option.default_value);
         }
     }
     added->footer(what.footer);
     added->callback([&what, &streams, &result] { result = what.run(streams); });
+}
+
+/** Whether an option can be given several times: its values make a list, or it is a flag. */
+bool is_repeatable(const command_option &option)
+{
+    return is_flag(option) || std::holds_alternative<whole_numbers_value>(option.value) ||
+           std::holds_alternative<std::vector<std::string> *>(option.value);
 }
 
 /** Rejects an option without its value: CLI11 would use the next word, even if that is an option. */
@@ -216,24 +230,44 @@ void refuse_missing_value(const command_option &option, const std::string &word,
     }
 }
 
-/** Rejects options of a command that lack their values. */
+/** Rejects a flag with a value, and another option without one. */
+void check_value(const command_option &option, const std::string &word, const std::string *next)
+{
+    if (!is_flag(option))
+    {
+        refuse_missing_value(option, word, next);
+    }
+    else if (word != option.name)
+    {
+        throw CLI::ValidationError(option.name + " takes no value");
+    }
+}
+
+/** Rejects options of a command with a missing or surplus value, and those that are given too often. */
 void check_values(const command &what, const std::vector<std::string> &arguments)
 {
+    std::set<std::string> given;
     const auto end = std::find(arguments.begin(), arguments.end(), "--");
     for (auto word = arguments.begin(); word != end; ++word)
     {
-        const auto next = std::next(word);
-        for (const auto &option : what.options)
+        const auto name = word->substr(0, word->find('='));
+        const auto option = std::find_if(what.options.begin(), what.options.end(), [&](const auto &each) {
+            return is_option(each) && each.name == name;
+        });
+        if (option == what.options.end())
         {
-            if (is_option(option) && !std::holds_alternative<bool *>(option.value))
-            {
-                refuse_missing_value(option, *word, next == arguments.end() ? nullptr : &*next);
-            }
+            continue;
+        }
+        const auto next = std::next(word);
+        check_value(*option, *word, next == end ? nullptr : &*next);
+        if (!given.insert(name).second && !is_repeatable(*option))
+        {
+            throw CLI::ValidationError(name + " is given twice");
         }
     }
 }
 
-/** Rejects options that lack their values, if the first argument is a command. */
+/** Rejects options with a missing or surplus value, if the first argument is a command. */
 void check_values(const std::vector<command> &commands, const std::vector<std::string> &arguments)
 {
     for (const auto &each : commands)

@@ -525,6 +525,26 @@ TEST(command_line, does_not_use_an_option_as_a_value)
     EXPECT_THAT(run({"info", "x", "--output", "--json"}).err, HasSubstr("Unexpected argument: --output\n"));
 }
 
+TEST(command_line, describes_wrong_numbers_of_options_and_values)
+{
+    for (const auto &[arguments, fault] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"record", "x", "--frames", "1", "--frames", "2"}, "--frames is given twice\n"},
+             {{"record", "x", "--frames=1", "--frames=2"}, "--frames is given twice\n"},
+             {{"plot", "x", "--output", "a", "--distance", "1", "--output=b"}, "--output is given twice\n"},
+             {{"info", "x", "--json=maybe"}, "--json takes no value\n"},
+             {{"info", "x", "--json=1.5"}, "--json takes no value\n"},
+             {{"info", "x", "--json=-1"}, "--json takes no value\n"},
+             {{"info", "x", "--json="}, "--json takes no value\n"},
+             {{"record", "--frames", "--", "5"}, "--frames: the value is missing; expected NUMBER\n"}})
+    {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, exit_code::usage) << fault;
+        EXPECT_EQ(result.err, fault + "Run with --help for more information.\n");
+    }
+    EXPECT_EQ(run({"info", "x", "--json", "--json"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"info", "--", "--json=1"}).code, exit_code::bad_file);
+}
+
 TEST(command_line, reports_that_its_output_cannot_be_written)
 {
     std::ofstream full("/dev/full");
