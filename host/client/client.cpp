@@ -49,6 +49,16 @@ void throw_on_error(const message &received)
     }
 }
 
+/** A sentence without its full stop, for the reason of bad_message, which adds one. */
+std::string without_full_stop(std::string sentence)
+{
+    if (sentence.ends_with('.'))
+    {
+        sentence.pop_back();
+    }
+    return sentence;
+}
+
 /** The name of the answer to a command. */
 std::string answer_to(const std::string &command)
 {
@@ -427,7 +437,7 @@ frame client::decode(const message &received) const
     }
     catch (const protocol_error &fault)
     {
-        throw bad_message(received.position, fault.what());
+        throw bad_message(received.position, without_full_stop(fault.what()));
     }
 }
 

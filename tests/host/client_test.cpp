@@ -255,6 +255,7 @@ TEST(client, refuses_a_frame_of_another_length)
         {
             EXPECT_EQ(fault.position(), position);
             EXPECT_THAT(fault.what(), HasSubstr("4 bytes"));
+            EXPECT_THAT(fault.what(), testing::EndsWith(" announced 380."));
         }
     }
 }
