@@ -106,19 +106,17 @@ std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
         }
         else if (!received && silent_too_long())
         {
-            throw timeout_error("No frame from the server for " +
-                                std::to_string(std::lround(seconds_since(last_))) +
-                                " s. Check the connection and the power supply of the sensors.");
+            throw timeout_error(describe_silence());
         }
         return received;
     }
-    catch (const bad_message &)
+    catch (const bad_message &fault)
     {
         if (silent_too_long())
         {
             throw;
         }
-        damaged_ = true;
+        damage_ = fault.what();
         return std::nullopt;
     }
 }
@@ -129,18 +127,26 @@ bool recorder::silent_too_long() const
     return seconds_since(last_) >= std::max(longest_silence, longest_gap * period_);
 }
 
+/** Describes for how long no frame has arrived, and why the last message was not one, if known. */
+std::string recorder::describe_silence() const
+{
+    return "No frame from the server for " + std::to_string(std::lround(seconds_since(last_))) +
+           " s. Check the connection and the power supply of the sensors." +
+           (damage_ ? " The last message was damaged: " + *damage_ : std::string());
+}
+
 /** Whether another part of a frame has arrived since the last call, as on a slow line. */
 bool recorder::frame_progressed()
 {
     const auto before = std::exchange(missing_, source_.bytes_missing());
-    return !damaged_ && missing_ != 0 && (before == 0 || missing_ < before);
+    return !damage_ && missing_ != 0 && (before == 0 || missing_ < before);
 }
 
 /** Adds a frame to the recording. */
 void recorder::store(const frame &received)
 {
     last_ = now_();
-    if (damaged_)
+    if (damage_)
     {
         note_loss(received);
     }
@@ -171,7 +177,7 @@ void recorder::note_loss(const frame &next)
         lost = std::clamp(std::round(ticks / ticks_per_frame) - 1.0, 1.0, most_lost);
     }
     destination_.add_loss(static_cast<uint64_t>(lost));
-    damaged_ = false;
+    damage_.reset();
     ++losses_;
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "recording/item_statistics.h"
@@ -84,6 +85,7 @@ private:
     [[nodiscard]] std::chrono::milliseconds longest_wait(const recorder_limits &limits) const;
     std::optional<frame> receive(std::chrono::milliseconds wait);
     [[nodiscard]] bool silent_too_long() const;
+    [[nodiscard]] std::string describe_silence() const;
     bool frame_progressed();
     void store(const frame &received);
     void note_loss(const frame &next);
@@ -100,7 +102,7 @@ private:
     double first_seconds_ = 0.0; /**< seconds() at the first frame */
     unsigned losses_ = 0;
     bool interrupted_ = false;
-    bool damaged_ = false; /**< a message was damaged since the last frame */
+    std::optional<std::string> damage_; /**< what was wrong with the last message, if it was damaged */
     std::optional<uint32_t> last_tick_;
 };
 

@@ -285,6 +285,35 @@ TEST_F(record_test, gives_up_when_all_messages_are_invalid)
     EXPECT_EQ(recorded(), 1);
 }
 
+TEST_F(record_test, reports_why_no_message_was_a_frame)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        for (int i = 0; i < 1000; ++i)
+        {
+            server.pause(40ms);
+            host.send(R"({"status":"ok","payload_size":0,"result_info":[[{"cca_value":1e400}]]})"
+                      "\n");
+        }
+    });
+    EXPECT_THAT([&] { run(); },
+                testing::ThrowsMessage<timeout_error>(testing::AllOf(
+                    HasSubstr("No frame from the server for 10 s."),
+                    HasSubstr(" The last message was damaged: Invalid data from the server at byte "))));
+    EXPECT_EQ(recorded(), 1);
+}
+
+TEST_F(record_test, does_not_report_damage_from_before_the_last_frame)
+{
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        host.send("#&%$\n");
+        send_frame(host, 2);
+    });
+    EXPECT_THAT([&] { run(); }, testing::ThrowsMessage<timeout_error>(testing::EndsWith("of the sensors.")));
+    EXPECT_EQ(recorded(), 2);
+}
+
 TEST_F(record_test, gives_up_when_no_frame_arrives)
 {
     server.on("start", [this](host_connection &host, const json &command) {
