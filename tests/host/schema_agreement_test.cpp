@@ -276,12 +276,21 @@ TEST(schema_agreement, differs_where_the_reference_says_so)
 TEST(schema_agreement, exists_for_numbers_at_the_limits_of_their_types)
 {
     validating_server server;
-    for (const double rate : {-1e39, -3.4028234e38, -1.0, 0.0, 1e-60, 3.4028234e38, 1e39, 1e300})
+    for (const double rate : {-1e39, -3.4028235e38, -3.4028234e38, -1.0, 0.0, 1e-60, 3.4028234e38,
+                              3.40282347e38, 3.4028235e38, 3.4028236e38, 1e39, 1e300})
     {
         for (const char *name : {"update_rate", "max_update_rate"})
         {
             auto document = document_with(json::object());
             document[name] = rate;
+            EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << document;
+        }
+    }
+    for (const double rate : {0.009999998, 0.0099999999, 0.01})
+    {
+        for (const char *name : {"frame_rate", "sweep_rate"})
+        {
+            const auto document = document_with({{name, rate}});
             EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << document;
         }
     }

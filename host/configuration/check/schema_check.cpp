@@ -111,24 +111,31 @@ std::string describe(const json &schema)
     return describe_type(schema["type"]) + text;
 }
 
+/** Whether a number is below another. If they are not whole, the server rounds them to float. */
+bool is_below(double left, double right, bool whole)
+{
+    return whole ? left < right : static_cast<float>(left) < static_cast<float>(right);
+}
+
 /** The number within the bounds of a schema that is closest to a value. */
 json closest_number(double value, const json &schema)
 {
+    const bool whole = schema.value("type", "") == "integer";
     if (schema.contains("const"))
     {
         return schema["const"];
     }
-    if (schema.contains("minimum") && value < schema["minimum"].get<double>())
+    if (schema.contains("minimum") && is_below(value, schema["minimum"].get<double>(), whole))
     {
         return schema["minimum"];
     }
-    if (schema.contains("maximum") && value > schema["maximum"].get<double>())
+    if (schema.contains("maximum") && is_below(schema["maximum"].get<double>(), value, whole))
     {
         return schema["maximum"];
     }
     // Larger numbers have no fraction.
     constexpr double largest_exact = 9007199254740992.0;
-    const bool rounded = schema.value("type", "") == "integer" && std::fabs(value) < largest_exact;
+    const bool rounded = whole && std::fabs(value) < largest_exact;
     return rounded ? json(std::llround(value)) : json(value);
 }
 
