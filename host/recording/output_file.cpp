@@ -3,8 +3,13 @@
  */
 #include "recording/output_file.h"
 
+#include <array>
 #include <cerrno>
+#include <charconv>
+#include <deque>
+#include <random>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -28,9 +33,16 @@ constexpr mode_t permissions = 0644;
                           std::generic_category().message(errno) + ".");
 }
 
-/** The temporary path of the new version of a file. */
-std::filesystem::path new_version(std::filesystem::path path)
+/** A path beside a file that no other file has. */
+std::filesystem::path temporary_path(std::filesystem::path path)
 {
+    constexpr int hexadecimal = 16;
+    std::random_device random;
+    std::array<char, 16> digits{};
+    const uint64_t number = uint64_t{random()} << 32U | random();
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, hexadecimal).ptr;
+    path += '.';
+    path += std::string_view(digits.data(), end);
     return path += ".new";
 }
 
@@ -51,19 +63,33 @@ void check_place(const std::filesystem::path &path)
     }
 }
 
+/** The path of the file to replace: the target if it is a symbolic link; throws like the function above. */
+std::filesystem::path place_of(const std::filesystem::path &path)
+{
+    check_place(path);
+    std::error_code failure;
+    auto target = std::filesystem::canonical(path, failure);
+    return failure ? path : target;
+}
+
 } // namespace
 
-output_file::output_file(std::filesystem::path path) : path_(std::move(path))
+output_file::output_file(const std::filesystem::path &path) : output_file(path, path)
 {
-    descriptor_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, permissions);
+}
+
+output_file::output_file(const std::filesystem::path &path, std::filesystem::path name)
+    : name_(std::move(name)),
+      descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, permissions))
+{
     if (descriptor_ < 0)
     {
-        fail("create", path_);
+        fail("create", name_);
     }
 }
 
 output_file::output_file(output_file &&other) noexcept
-    : path_(std::move(other.path_)), descriptor_(std::exchange(other.descriptor_, -1))
+    : name_(std::move(other.name_)), descriptor_(std::exchange(other.descriptor_, -1))
 {
 }
 
@@ -71,7 +97,7 @@ output_file::~output_file()
 {
     if (descriptor_ >= 0)
     {
-        close(descriptor_);
+        ::close(descriptor_);
     }
 }
 
@@ -82,7 +108,7 @@ void output_file::append(std::span<const std::byte> bytes)
         const auto count = write(descriptor_, bytes.data(), bytes.size());
         if (count < 0 && errno != EINTR)
         {
-            fail("write to", path_);
+            fail("write to", name_);
         }
         bytes = bytes.subspan(count > 0 ? static_cast<size_t>(count) : 0);
     }
@@ -99,34 +125,51 @@ void output_file::truncate(uint64_t length) noexcept
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
 }
 
-void replace_files(const std::vector<file_text> &files)
+void output_file::close()
+{
+    if (::close(std::exchange(descriptor_, -1)) != 0 && errno != EINTR)
+    {
+        fail("write to", name_);
+    }
+}
+
+new_version::new_version(const std::filesystem::path &path)
+    : path_(place_of(path)), temporary_(temporary_path(path_)), file_(temporary_, path)
+{
+}
+
+new_version::~new_version()
+{
+    if (!temporary_.empty())
+    {
+        std::error_code ignored;
+        std::filesystem::remove(temporary_, ignored);
+    }
+}
+
+void new_version::put_into_place()
 {
     std::error_code failure;
-    try
+    std::filesystem::rename(temporary_, path_, failure);
+    if (failure)
     {
-        for (const auto &file : files)
-        {
-            check_place(file.path);
-            std::filesystem::remove(new_version(file.path), failure);
-            output_file(new_version(file.path)).append(file.text);
-        }
-        for (const auto &file : files)
-        {
-            std::filesystem::rename(new_version(file.path), file.path, failure);
-            if (failure)
-            {
-                throw recording_error("Cannot replace " + file.path.string() + ": " + failure.message() +
-                                      ".");
-            }
-        }
+        throw recording_error("Cannot replace " + path_.string() + ": " + failure.message() + ".");
     }
-    catch (...)
+    temporary_.clear();
+}
+
+void replace_files(const std::vector<file_text> &files)
+{
+    std::deque<new_version> versions;
+    for (const auto &file : files)
     {
-        for (const auto &file : files)
-        {
-            std::filesystem::remove(new_version(file.path), failure);
-        }
-        throw;
+        auto &version = versions.emplace_back(file.path);
+        version.file().append(file.text);
+        version.file().close();
+    }
+    for (auto &version : versions)
+    {
+        version.put_into_place();
     }
 }
 

@@ -27,7 +27,10 @@ public:
      *
      * @throws recording_error if it exists already or cannot be created
      */
-    explicit output_file(std::filesystem::path path);
+    explicit output_file(const std::filesystem::path &path);
+
+    /** Creates the file, and uses another path for it in messages; throws like the function above. */
+    output_file(const std::filesystem::path &path, std::filesystem::path name);
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
     output_file(output_file &&other) noexcept;
@@ -51,9 +54,55 @@ public:
      */
     void truncate(uint64_t length) noexcept;
 
+    /**
+     * Closes the file, which must not be used afterwards.
+     *
+     * @throws recording_error if the operating system reports that not all bytes could be written
+     */
+    void close();
+
+private:
+    std::filesystem::path name_; /**< for messages */
+    int descriptor_ = -1;
+};
+
+/**
+ * The new version of a file. It is written to a temporary file in the same directory, and removed if it is
+ * not put into place.
+ */
+class new_version
+{
+public:
+    /**
+     * Creates the temporary file.
+     *
+     * @param path  the file to replace or create; if it is a symbolic link, its target is replaced
+     * @throws recording_error if it cannot be created, or if something else than a file is at the path
+     */
+    explicit new_version(const std::filesystem::path &path);
+    new_version(const new_version &) = delete;
+    new_version &operator=(const new_version &) = delete;
+    new_version(new_version &&) = delete;
+    new_version &operator=(new_version &&) = delete;
+    ~new_version();
+
+    /** The temporary file; to be closed when it is complete. */
+    [[nodiscard]] output_file &file() noexcept
+    {
+        return file_;
+    }
+
+    /**
+     * Puts the new version into the place of the old one, atomically.
+     *
+     * @throws recording_error if this is not possible; the old version then stays
+     */
+    void put_into_place();
+
 private:
     std::filesystem::path path_;
-    int descriptor_ = -1;
+    std::filesystem::path temporary_; /**< empty once the file is in its place */
+    output_file file_;
 };
 
 /** A file and its complete new content. */

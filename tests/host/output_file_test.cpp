@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include "file_size_limit.h"
 #include "recording/recording_error.h"
 #include "temporary_directory.h"
 
@@ -35,6 +36,41 @@ TEST(output_file, replaces_no_file_when_one_cannot_be_written)
     EXPECT_EQ(read_file(first), "old");
     const std::filesystem::directory_iterator files(first.parent_path());
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST(output_file, leaves_other_files_alone)
+{
+    const temporary_directory directory;
+    const auto other = directory.write("first.new", "of the user");
+    replace_files({{directory / "first", "one"}});
+    EXPECT_THROW(replace_files({{directory / "first", "new"}, {directory / "missing/second", "new"}}),
+                 recording_error);
+    EXPECT_EQ(read_file(directory / "first"), "one");
+    EXPECT_EQ(read_file(other), "of the user");
+}
+
+TEST(output_file, keeps_the_old_file_when_the_disk_is_full)
+{
+    const temporary_directory directory;
+    const auto file = directory.write("file", "old");
+    {
+        const file_size_limit limit(10);
+        EXPECT_THROW(replace_files({{file, std::string(11, 'x')}}), recording_error);
+    }
+    EXPECT_EQ(read_file(file), "old");
+    const std::filesystem::directory_iterator files(file.parent_path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST(output_file, replaces_the_target_of_a_symbolic_link)
+{
+    const temporary_directory directory;
+    const auto file = directory.write("file", "old");
+    const auto link = directory / "link";
+    std::filesystem::create_symlink("file", link);
+    replace_files({{link, "new"}});
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(read_file(file), "new");
 }
 
 TEST(output_file, names_a_missing_directory_and_the_file)
