@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <complex>
+#include <deque>
 #include <string>
 #include <system_error>
 
@@ -87,23 +88,27 @@ std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
     return wide;
 }
 
-/** Creates a file, which must not exist already. */
-output_file create_file(const std::filesystem::path &path)
+/** The paths of the files of all items; throws recording_error if one exists already. */
+std::vector<std::filesystem::path> new_paths(const recording_reader &recording,
+                                             const std::filesystem::path &directory, const char *extension)
 {
-    std::error_code failure;
-    if (std::filesystem::exists(path, failure))
+    std::vector<std::filesystem::path> paths;
+    for (const auto &item : recording.items())
     {
-        throw recording_error("Cannot create " + path.string() +
-                              ": it exists already; remove it, or choose another directory with --output.");
+        const auto &path = paths.emplace_back(directory / (item.name + extension));
+        std::error_code failure;
+        if (std::filesystem::exists(path, failure))
+        {
+            throw recording_error(
+                "Cannot create " + path.string() +
+                ": it exists already; remove it, or choose another directory with --output.");
+        }
     }
-    return output_file(path);
+    return paths;
 }
 
-/** Writes one file per item: a header, then all frames. */
-template <typename head_t, typename body_t>
-std::vector<std::filesystem::path> write_items(recording_reader &recording,
-                                               const std::filesystem::path &directory, const char *extension,
-                                               head_t head, body_t body)
+/** Creates a directory, unless it exists. */
+void make_directory(const std::filesystem::path &directory)
 {
     std::error_code failure;
     std::filesystem::create_directories(directory, failure);
@@ -112,22 +117,35 @@ std::vector<std::filesystem::path> write_items(recording_reader &recording,
         throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
                               ".");
     }
-    std::vector<std::filesystem::path> written;
+}
+
+/** Writes one file per item: a header, then all frames. Either all files are created or none. */
+template <typename head_t, typename body_t>
+std::vector<std::filesystem::path> write_items(recording_reader &recording,
+                                               const std::filesystem::path &directory, const char *extension,
+                                               head_t head, body_t body)
+{
+    make_directory(directory);
+    auto paths = new_paths(recording, directory, extension);
+    std::deque<new_version> files;
     std::vector<sample> samples;
-    for (size_t i = 0; i < recording.items().size(); ++i)
+    for (size_t i = 0; i < paths.size(); ++i)
     {
         const auto &item = recording.items()[i];
-        const auto path = directory / (item.name + extension);
-        auto file = create_file(path);
+        auto &file = files.emplace_back(paths[i]).file();
         file.append(head(item));
         for (uint64_t number = 0; number < recording.frames(); ++number)
         {
             recording.read_frame(i, number, samples);
             body(file, item, number, samples);
         }
-        written.push_back(path);
+        file.close();
     }
-    return written;
+    for (auto &file : files)
+    {
+        file.put_into_place();
+    }
+    return paths;
 }
 
 } // namespace

@@ -19,7 +19,7 @@ namespace vantor
  * @param recording  the recording to export
  * @param directory  where to write; it is created
  * @return the files written
- * @throws recording_error if a file exists already or cannot be written
+ * @throws recording_error if a file exists already or cannot be written; no file is created then
  */
 std::vector<std::filesystem::path> export_csv(recording_reader &recording,
                                               const std::filesystem::path &directory);
@@ -30,7 +30,7 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
  * @param recording  the recording to export
  * @param directory  where to write; it is created
  * @return the files written
- * @throws recording_error if a file exists already or cannot be written
+ * @throws recording_error if a file exists already or cannot be written; no file is created then
  */
 std::vector<std::filesystem::path> export_npy(recording_reader &recording,
                                               const std::filesystem::path &directory);
