@@ -7,11 +7,14 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include "plot/gnuplot.h"
 #include "plot/item_analysis.h"
+#include "recording/output_file.h"
 #include "recording/recording_error.h"
 
 namespace vantor
@@ -27,16 +30,49 @@ set key off
 set palette defined (0 '#440154', 1 '#414487', 2 '#2a788e', 3 '#22a884', 4 '#7ad151', 5 '#fde725')
 )";
 
+/** The directory of temporary files. */
+std::filesystem::path temporary_files()
+{
+    std::error_code failure;
+    auto directory = std::filesystem::temp_directory_path(failure);
+    if (failure)
+    {
+        throw recording_error(
+            "Cannot create temporary files: TMPDIR is not a directory that exists; set it to another one.");
+    }
+    return directory;
+}
+
+/** Throws recording_error if something could not be written to the directory of temporary files. */
+void require_written(bool complete)
+{
+    if (!complete)
+    {
+        throw recording_error("Cannot write the temporary files of the picture to " +
+                              temporary_files().string() +
+                              ": free space there, or set TMPDIR to another directory.");
+    }
+}
+
+/** Closes a temporary file, which must be complete. */
+void finish(std::ofstream &file)
+{
+    file.close();
+    require_written(!file.fail());
+}
+
 /** A temporary directory for the files that gnuplot reads. */
 class scratch_directory
 {
 public:
     scratch_directory()
     {
-        auto pattern = (std::filesystem::temp_directory_path() / "vantor-plot-XXXXXX").string();
+        const auto parent = temporary_files();
+        auto pattern = (parent / "vantor-plot-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr)
         {
-            throw recording_error("Cannot create a directory for temporary files; check TMPDIR.");
+            throw recording_error("Cannot create temporary files in " + parent.string() +
+                                  ": free space there, or set TMPDIR to another directory.");
         }
         path_ = pattern;
     }
@@ -94,6 +130,8 @@ void write_subsweep(const std::filesystem::path &base, const recorded_item &item
         map << strip.seconds << " " << item.distances[last] + step_length(item, subsweep) << " "
             << strip.levels[last] << "\n\n";
     }
+    finish(profile);
+    finish(map);
 }
 
 /** Writes two columns. */
@@ -105,6 +143,7 @@ void write_columns(const std::filesystem::path &path, const std::vector<double> 
     {
         file << first[i] << " " << second[i] << "\n";
     }
+    finish(file);
 }
 
 /** Builds a plot command with the files of an item's sub-sweeps; sub-sweeps of a single point have their own
@@ -249,6 +288,26 @@ std::string prepare_item(recording_reader &recording, size_t index, std::optiona
     return draw_item(item, analysis, base.string());
 }
 
+/** Writes commands to a script and runs it. */
+void run_script(const std::filesystem::path &path, const std::string &commands)
+{
+    std::ofstream script(path);
+    script << commands;
+    finish(script);
+    run_gnuplot(path);
+}
+
+/** The content of the picture that gnuplot wrote; gnuplot does not report when the disk is full. */
+std::string read_picture(const std::filesystem::path &path)
+{
+    using namespace std::string_view_literals;
+    constexpr auto last_chunk = "\0\0\0\0IEND\xae\x42\x60\x82"sv;
+    std::ifstream file(path, std::ios::binary);
+    std::string content{std::istreambuf_iterator<char>(file), {}};
+    require_written(content.ends_with(last_chunk));
+    return content;
+}
+
 } // namespace
 
 int sheet_height(const sheet_format &format, size_t items)
@@ -277,15 +336,8 @@ void draw_recording(recording_reader &recording, const std::filesystem::path &ou
         commands += prepare_item(recording, i, distance, scratch / item_name(recording.items()[i].layout));
     }
     commands += "unset multiplot\n";
-    const auto script = scratch / "script";
-    std::ofstream(script) << commands;
-    run_gnuplot(script);
-    std::error_code failure;
-    std::filesystem::copy_file(picture, output, std::filesystem::copy_options::overwrite_existing, failure);
-    if (failure)
-    {
-        throw recording_error("Cannot write the picture " + output.string() + ": " + failure.message() + ".");
-    }
+    run_script(scratch / "script", commands);
+    replace_files({{.path = output, .text = read_picture(picture)}});
 }
 
 } // namespace vantor

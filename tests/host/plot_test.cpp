@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <numbers>
 #include <numeric>
 #include <random>
@@ -16,6 +17,7 @@
 
 #include "example_recording.h"
 #include "fake_server.h"
+#include "file_size_limit.h"
 #include "plot/item_analysis.h"
 #include "plot/spectrum.h"
 #include "recording/recording_error.h"
@@ -344,6 +346,77 @@ TEST(picture, is_drawn_when_distances_are_unknown)
     testing::internal::CaptureStderr();
     draw_recording(recording, directory / "unknown.png", std::nullopt);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(picture, is_complete_or_not_written)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 40, 0.3);
+    recording_reader recording(directory / "out");
+    const auto file = directory.write("picture.png", "old picture");
+    // Too little for the figures; enough for them, but not for the picture.
+    for (const rlim_t bytes : {100, 60'000})
+    {
+        const test::file_size_limit limit(bytes);
+        EXPECT_THAT([&] { draw_recording(recording, file, std::nullopt); },
+                    testing::ThrowsMessage<recording_error>(
+                        testing::AllOf(testing::HasSubstr(std::filesystem::temp_directory_path().string()),
+                                       testing::HasSubstr("set TMPDIR to another directory"))))
+            << bytes;
+        EXPECT_EQ(read_file(file), "old picture") << bytes;
+    }
+}
+
+TEST(picture, replaces_an_old_picture_as_a_whole)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 2, 0.3);
+    recording_reader recording(directory / "out");
+    const auto file = directory.write("picture.png", "old picture");
+    const auto other_name = directory / "other name";
+    std::filesystem::create_hard_link(file, other_name);
+    draw_recording(recording, file, std::nullopt);
+    EXPECT_EQ(read_file(file).substr(1, 3), "PNG");
+    EXPECT_EQ(read_file(other_name), "old picture");
+}
+
+/** While an object exists, an environment variable has another value. */
+class changed_variable
+{
+public:
+    changed_variable(const char *name, const char *value) : name_(name)
+    {
+        if (const char *const before = std::getenv(name))
+        {
+            before_ = before;
+        }
+        setenv(name, value, 1);
+    }
+    changed_variable(const changed_variable &) = delete;
+    changed_variable &operator=(const changed_variable &) = delete;
+    changed_variable(changed_variable &&) = delete;
+    changed_variable &operator=(changed_variable &&) = delete;
+
+    ~changed_variable()
+    {
+        before_ ? setenv(name_, before_->c_str(), 1) : unsetenv(name_);
+    }
+
+private:
+    const char *name_;
+    std::optional<std::string> before_;
+};
+
+TEST(picture, needs_a_directory_for_temporary_files)
+{
+    const test::temporary_directory directory;
+    write_turning_recording(directory / "out", 2, 0.0);
+    recording_reader recording(directory / "out");
+    const auto missing = (directory / "missing").string();
+    const changed_variable variable("TMPDIR", missing.c_str());
+    EXPECT_THAT([&] { draw_recording(recording, directory / "x.png", std::nullopt); },
+                testing::ThrowsMessage<recording_error>("Cannot create temporary files: TMPDIR is not a "
+                                                        "directory that exists; set it to another one."));
 }
 
 TEST(picture, reports_when_it_cannot_be_drawn_or_written)
