@@ -7,6 +7,7 @@
 #include <charconv>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace vantor
 {
@@ -66,9 +67,9 @@ std::filesystem::path with_extension(std::filesystem::path base, std::string_vie
 
 } // namespace
 
-item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second)
+item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second, sha512 digest)
     : data_(with_extension(base, ".sigmf-data")), table_(with_extension(base, ".frames.csv")),
-      clock_(ticks_per_second)
+      clock_(ticks_per_second), digest_(std::move(digest))
 {
     table_.append(frame_table_head);
     table_length_ = frame_table_head.size();

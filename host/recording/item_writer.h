@@ -35,9 +35,10 @@ public:
      *
      * @param base              path and name of the files, without their extensions
      * @param ticks_per_second  unit of the ticks of frames
+     * @param digest            a new digest, for the samples
      * @throws recording_error if they cannot be created
      */
-    item_writer(const std::filesystem::path &base, double ticks_per_second);
+    item_writer(const std::filesystem::path &base, double ticks_per_second, sha512 digest);
 
     /**
      * Appends the item's part of a frame.
@@ -77,10 +78,10 @@ public:
     }
 
 private:
-    sha512 digest_; /**< first member, so that no file is created if it fails */
     output_file data_;
     output_file table_;
     tick_clock clock_;
+    sha512 digest_;
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;
     uint64_t table_length_ = 0;

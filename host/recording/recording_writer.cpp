@@ -62,11 +62,14 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
         throw protocol_error("The server measures " + std::to_string(session_.metadata.items.size()) +
                              " items, but the configuration has a different number.");
     }
+    // First, so that nothing is created if libcrypto fails.
+    std::vector<sha512> digests(session_.metadata.items.size());
     make_new_directory(directory_);
     captures_.push_back({.first_frame = 0, .frames_lost = 0, .datetime = present_time()});
-    for (const auto &layout : session_.metadata.items)
+    for (size_t i = 0; i < digests.size(); ++i)
     {
-        items_.emplace_back(directory_ / item_name(layout), session_.server.ticks_per_second);
+        items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
+                            session_.server.ticks_per_second, std::move(digests[i]));
     }
     write_documents(false);
 }

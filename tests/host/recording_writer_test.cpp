@@ -3,14 +3,14 @@
  */
 #include "recording/recording_writer.h"
 
-#include <csignal>
 #include <regex>
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include "example_recording.h"
 #include "fake_server.h"
+#include "file_size_limit.h"
+#include "libcrypto_without_algorithms.h"
 #include "recording/recording_error.h"
 #include "recording/sha512.h"
 #include "temporary_directory.h"
@@ -241,29 +241,15 @@ TEST(recording_writer, refuses_a_session_that_does_not_fit_its_configuration)
     EXPECT_THROW(recording_writer(directory / "out", description), protocol_error);
 }
 
-/** While an object exists, files can grow to this many bytes only, as on a full disk. */
-class file_size_limit
+TEST(recording_writer, creates_no_directory_when_libcrypto_fails)
 {
-public:
-    explicit file_size_limit(rlim_t bytes)
+    const test::temporary_directory directory;
     {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limited{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limited);
+        const test::libcrypto_without_algorithms none;
+        EXPECT_THROW(recording_writer(directory / "parent/out", example_description()), recording_error);
     }
-    file_size_limit(const file_size_limit &) = delete;
-    file_size_limit &operator=(const file_size_limit &) = delete;
-
-    ~file_size_limit()
-    {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, SIG_DFL);
-    }
-
-private:
-    rlimit before_{};
-};
+    EXPECT_FALSE(std::filesystem::exists(directory / "parent"));
+}
 
 TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
 {
@@ -272,7 +258,7 @@ TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
     const auto received = example_frame(0);
     {
         // Ten frames of the first item and a part of the eleventh.
-        const file_size_limit limit(1650);
+        const test::file_size_limit limit(1650);
         EXPECT_THROW(
             {
                 for (int i = 0; i < 20; ++i)

@@ -7,8 +7,8 @@
 
 #include <gmock/gmock.h>
 #include <openssl/err.h>
-#include <openssl/evp.h>
 
+#include "libcrypto_without_algorithms.h"
 #include "recording/recording_error.h"
 
 namespace vantor
@@ -52,26 +52,10 @@ TEST(sha512, can_be_continued_after_a_digest)
     EXPECT_EQ(digest.digest(), sha512_of("abc"));
 }
 
-/** While an object exists, libcrypto does not find any algorithm. */
-class libcrypto_without_algorithms
-{
-public:
-    libcrypto_without_algorithms()
-    {
-        EXPECT_EQ(EVP_set_default_properties(nullptr, "provider=missing"), 1);
-    }
-    libcrypto_without_algorithms(const libcrypto_without_algorithms &) = delete;
-    libcrypto_without_algorithms &operator=(const libcrypto_without_algorithms &) = delete;
-    ~libcrypto_without_algorithms()
-    {
-        EXPECT_EQ(EVP_set_default_properties(nullptr, ""), 1);
-    }
-};
-
 TEST(sha512, reports_that_libcrypto_does_not_support_the_digest)
 {
     {
-        const libcrypto_without_algorithms none;
+        const test::libcrypto_without_algorithms none;
         EXPECT_THAT([] { sha512_of("abc"); },
                     testing::ThrowsMessage<recording_error>(
                         "libcrypto cannot compute SHA-512: unsupported. Check the configuration of OpenSSL "
