@@ -78,7 +78,7 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     {
         out << "sensor " << entry.sensor_id << " calibrated at " << entry.temperature << " degrees\n";
     }
-    out << "calibrations: " << options.output.string() << "\n";
+    out << "calibrations: " << printable(options.output.string()) << "\n";
     return exit_code::success;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "commands/reading_progress.h"
 #include "export/exporter.h"
 
@@ -55,7 +56,7 @@ exit_code export_recording(const export_options &options, const command_streams 
     }
     for (const auto &name : names)
     {
-        streams.out << name.get<std::string>() << "\n";
+        streams.out << printable(name.get<std::string>()) << "\n";
     }
     return exit_code::success;
 }

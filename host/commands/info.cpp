@@ -126,7 +126,7 @@ nlohmann::ordered_json to_json(const recording_reader &recording)
 void print(std::ostream &out, const nlohmann::ordered_json &about)
 {
     const auto text = [](const nlohmann::ordered_json &value) { return value.dump(); };
-    out << about["recording"].get<std::string>() << ": " << text(about["frames"]) << " frames"
+    out << printable(about["recording"].get<std::string>()) << ": " << text(about["frames"]) << " frames"
         << (about["complete"].get<bool>() ? "" : ", incomplete") << ", started "
         << printable(about["started"].get<std::string>()) << ", vantor_server "
         << printable(about["server_version"].get<std::string>()) << "\n";

@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/printable.h"
 #include "commands/reading_progress.h"
 #include "plot/picture.h"
 
@@ -55,7 +56,7 @@ exit_code plot(const plot_options &options, const command_streams &streams)
     }
     else
     {
-        streams.out << "picture: " << picture << "\n";
+        streams.out << "picture: " << printable(picture) << "\n";
     }
     return exit_code::success;
 }

@@ -14,6 +14,7 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
+#include "commands/printable.h"
 #include "commands/progress.h"
 #include "commands/recorder.h"
 #include "commands/text_table.h"
@@ -153,7 +154,7 @@ void print_summary(std::ostream &out, const recording_writer &writer, const reco
         out << "link disturbances: " << recorded.losses()
             << "; \"vantor info\" shows how many frames were lost\n";
     }
-    out << "recording: " << writer.directory().string() << "\n";
+    out << "recording: " << printable(writer.directory().string()) << "\n";
 }
 
 /**

@@ -481,6 +481,30 @@ TEST(command_line, does_not_let_arguments_control_the_terminal)
     }
 }
 
+TEST(command_line, does_not_let_file_names_control_the_terminal)
+{
+    const test::temporary_directory directory;
+    const auto place = (directory / "\x1b[31m").string();
+    test::write_example_recording(place, 2);
+    fake_server server;
+    server.on("start", test::stream_frames(20));
+    const auto configuration =
+        directory.write("good.json", test::example_session().configuration.dump()).string();
+    for (const auto &arguments : std::vector<std::vector<std::string>>{
+             {"info", place},
+             {"plot", place},
+             {"export", place, "--format", "csv"},
+             {"calibrate", "--output", place + "/x.json", "--connect", server.address()},
+             {"record", configuration, "--frames", "1", "--output", place + "2", "--connect",
+              server.address()}})
+    {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.code, exit_code::success) << result.err;
+        EXPECT_THAT(result.out, HasSubstr("?[31m"));
+        EXPECT_THAT(result.out, testing::Not(HasSubstr("\x1b")));
+    }
+}
+
 TEST(command_line, refuses_empty_texts)
 {
     for (const auto &[arguments, fault] : std::vector<std::pair<std::vector<std::string>, std::string>>{
