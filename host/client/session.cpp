@@ -179,6 +179,21 @@ board_info decode_board(const nlohmann::json &board)
             .sensors = optional_text_member(board, "sensors")};
 }
 
+/** Decodes the rate of the server's clock. Within these bounds all times can be computed. */
+double decode_ticks_per_second(const nlohmann::json &document)
+{
+    constexpr double lowest = 1e-3;
+    constexpr double highest = 1e12;
+    const double rate = number_member(document, "ticks_per_second");
+    if (rate != 0.0 && !(rate >= lowest && rate <= highest))
+    {
+        throw protocol_error(
+            "The server reports \"ticks_per_second\": " + document["ticks_per_second"].dump() +
+            "; it must be 0 (no clock) or from 0.001 to 1e12.");
+    }
+    return rate;
+}
+
 } // namespace
 
 server_info decode_server_info(const nlohmann::json &document)
@@ -193,11 +208,7 @@ server_info decode_server_info(const nlohmann::json &document)
         info.connected_sensors.push_back(
             static_cast<unsigned>(to_integer(id, "connected_sensors", 1, info.sensor_count)));
     }
-    info.ticks_per_second = number_member(document, "ticks_per_second");
-    if (!(info.ticks_per_second >= 0.0))
-    {
-        throw protocol_error("The server reports a negative \"ticks_per_second\".");
-    }
+    info.ticks_per_second = decode_ticks_per_second(document);
     info.max_baudrate = integer_member<uint32_t>(document, "max_baudrate");
     if (document.contains("board"))
     {

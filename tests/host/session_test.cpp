@@ -177,9 +177,29 @@ TEST(session, decodes_the_description_of_a_server)
     auto absent = identity;
     absent["connected_sensors"] = {6};
     EXPECT_THROW(decode_server_info(absent), protocol_error);
-    auto backwards = identity;
-    backwards["ticks_per_second"] = -1;
-    EXPECT_THROW(decode_server_info(backwards), protocol_error);
+}
+
+TEST(session, accepts_a_clock_within_its_bounds_only)
+{
+    json identity = {{"server_version", "0.1.0"},
+                     {"protocol_version", 1},
+                     {"sensor", "k330"},
+                     {"sensor_count", 0},
+                     {"connected_sensors", json::array()},
+                     {"max_baudrate", 0}};
+    for (const double rate : {-1.0, 5e-324, 0.00099, 1.01e12, 1e300})
+    {
+        identity["ticks_per_second"] = rate;
+        EXPECT_THAT(
+            [&] { decode_server_info(identity); },
+            ThrowsMessage<protocol_error>(HasSubstr("\"ticks_per_second\": " + json(rate).dump() +
+                                                    "; it must be 0 (no clock) or from 0.001 to 1e12.")));
+    }
+    for (const double rate : {0.001, 1e12})
+    {
+        identity["ticks_per_second"] = rate;
+        EXPECT_EQ(decode_server_info(identity).ticks_per_second, rate);
+    }
 }
 
 TEST(session, accepts_a_server_without_clock)
