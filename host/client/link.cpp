@@ -3,6 +3,8 @@
  */
 #include "vantor/link.h"
 
+#include <utility>
+
 #include "client/link_serial.h"
 #include "client/link_simulator.h"
 #include "client/link_tcp.h"
@@ -16,28 +18,30 @@ namespace
 struct link_opener
 {
     std::chrono::milliseconds timeout;
+    std::shared_ptr<event_loop> loop;
 
     std::unique_ptr<link> operator()(const tcp_address &where) const
     {
-        return std::make_unique<tcp_link>(where, timeout);
+        return std::make_unique<tcp_link>(where, timeout, loop);
     }
 
     std::unique_ptr<link> operator()(const serial_address &where) const
     {
-        return std::make_unique<serial_link>(where);
+        return std::make_unique<serial_link>(where, loop);
     }
 
     std::unique_ptr<link> operator()(const simulator_address &where) const
     {
-        return std::make_unique<simulator_link>(where);
+        return std::make_unique<simulator_link>(where, loop);
     }
 };
 
 } // namespace
 
-std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout)
+std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout,
+                                std::shared_ptr<event_loop> loop)
 {
-    return std::visit(link_opener{timeout}, where);
+    return std::visit(link_opener{.timeout = timeout, .loop = std::move(loop)}, where);
 }
 
 } // namespace vantor

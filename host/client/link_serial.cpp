@@ -8,9 +8,10 @@
 namespace vantor
 {
 
-serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate)
+serial_link::serial_link(const serial_address &where, std::shared_ptr<event_loop> events)
+    : stream_link(std::move(events)), baudrate_(where.baudrate)
 {
-    asio::error_code failure;
+    boost::system::error_code failure;
     stream().open(where.device, failure);
     if (failure)
     {
@@ -23,7 +24,7 @@ serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate
             stream().set_option(option, failure);
         }
     };
-    using port = asio::serial_port_base;
+    using port = boost::asio::serial_port_base;
     set(port::character_size(8));
     set(port::parity(port::parity::none));
     set(port::stop_bits(port::stop_bits::one));
@@ -38,8 +39,8 @@ serial_link::serial_link(const serial_address &where) : baudrate_(where.baudrate
 
 uint32_t serial_link::set_baudrate(uint32_t baudrate)
 {
-    asio::error_code failure;
-    stream().set_option(asio::serial_port_base::baud_rate(baudrate), failure);
+    boost::system::error_code failure;
+    stream().set_option(boost::asio::serial_port_base::baud_rate(baudrate), failure);
     if (failure)
     {
         throw error("Cannot set the serial line to " + std::to_string(baudrate) +

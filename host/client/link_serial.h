@@ -4,7 +4,7 @@
 #ifndef VANTOR_LINK_SERIAL_H
 #define VANTOR_LINK_SERIAL_H
 
-#include <asio/serial_port.hpp>
+#include <boost/asio/serial_port.hpp>
 
 #include "client/stream_link.h"
 
@@ -12,7 +12,7 @@ namespace vantor
 {
 
 /** A link over a serial line: 8 data bits, no parity, one stop bit, no flow control. */
-class serial_link : public stream_link<asio::serial_port>
+class serial_link : public stream_link<boost::asio::serial_port>
 {
 public:
     /**
@@ -20,7 +20,7 @@ public:
      *
      * @throws connect_error if it cannot be opened or does not support the baud rate
      */
-    explicit serial_link(const serial_address &where);
+    serial_link(const serial_address &where, std::shared_ptr<event_loop> events);
 
     uint32_t set_baudrate(uint32_t baudrate) override;
 

@@ -13,10 +13,10 @@ constexpr const char *server_ended = "The simulated server has exited; see the m
 
 } // namespace
 
-simulator_link::simulator_link(const simulator_address &where)
-    : server_(find_server_program(), where.arguments)
+simulator_link::simulator_link(const simulator_address &where, std::shared_ptr<event_loop> events)
+    : stream_link(std::move(events)), server_(find_server_program(), where.arguments)
 {
-    stream().assign(asio::local::stream_protocol(), server_.take_link());
+    stream().assign(boost::asio::local::stream_protocol(), server_.take_link());
 }
 
 size_t simulator_link::read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout)

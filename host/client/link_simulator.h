@@ -4,7 +4,7 @@
 #ifndef VANTOR_LINK_SIMULATOR_H
 #define VANTOR_LINK_SIMULATOR_H
 
-#include <asio/local/stream_protocol.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 
 #include "client/server_process.h"
 #include "client/stream_link.h"
@@ -13,7 +13,7 @@ namespace vantor
 {
 
 /** A link to a private simulated server. */
-class simulator_link : public stream_link<asio::local::stream_protocol::socket>
+class simulator_link : public stream_link<boost::asio::local::stream_protocol::socket>
 {
 public:
     /**
@@ -21,7 +21,7 @@ public:
      *
      * @throws connect_error if the program cannot be found or started
      */
-    explicit simulator_link(const simulator_address &where);
+    simulator_link(const simulator_address &where, std::shared_ptr<event_loop> events);
 
     size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;

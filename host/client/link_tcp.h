@@ -4,7 +4,7 @@
 #ifndef VANTOR_LINK_TCP_H
 #define VANTOR_LINK_TCP_H
 
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "client/stream_link.h"
 
@@ -12,7 +12,7 @@ namespace vantor
 {
 
 /** A link over TCP. */
-class tcp_link : public stream_link<asio::ip::tcp::socket>
+class tcp_link : public stream_link<boost::asio::ip::tcp::socket>
 {
 public:
     /**
@@ -20,7 +20,7 @@ public:
      *
      * @throws connect_error if nothing listens there, the name is unknown or connecting takes too long
      */
-    tcp_link(const tcp_address &where, std::chrono::milliseconds timeout);
+    tcp_link(const tcp_address &where, std::chrono::milliseconds timeout, std::shared_ptr<event_loop> events);
 
     uint32_t set_baudrate(uint32_t baudrate) override;
 };

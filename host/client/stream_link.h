@@ -6,16 +6,18 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
 
-#include <asio/buffer.hpp>
-#include <asio/error.hpp>
-#include <asio/io_context.hpp>
-#include <asio/write.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/write.hpp>
 
 #include "vantor/errors.h"
+#include "vantor/event_loop.h"
 #include "vantor/link.h"
 
 namespace vantor
@@ -25,16 +27,17 @@ namespace vantor
 template <typename stream_t> class stream_link : public link
 {
 public:
-    stream_link() : stream_(io_)
+    /** @param loop  runs the operations of the stream */
+    explicit stream_link(std::shared_ptr<event_loop> loop) : loop_(std::move(loop)), stream_(loop_->context())
     {
     }
 
     size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
     {
         const auto [failure, count] = run(timeout, [&](auto handler) {
-            stream_.async_read_some(asio::buffer(buffer.data(), buffer.size()), std::move(handler));
+            stream_.async_read_some(boost::asio::buffer(buffer.data(), buffer.size()), std::move(handler));
         });
-        if (failure && failure != asio::error::operation_aborted)
+        if (failure && failure != boost::asio::error::operation_aborted)
         {
             throw connection_lost(lost_text(failure));
         }
@@ -44,9 +47,10 @@ public:
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override
     {
         const auto outcome = run(timeout, [&](auto handler) {
-            asio::async_write(stream_, asio::buffer(bytes.data(), bytes.size()), std::move(handler));
+            boost::asio::async_write(stream_, boost::asio::buffer(bytes.data(), bytes.size()),
+                                     std::move(handler));
         });
-        if (outcome.first == asio::error::operation_aborted)
+        if (outcome.first == boost::asio::error::operation_aborted)
         {
             throw timeout_error(
                 "The server does not accept more bytes: it may hang, or the line may be cut.");
@@ -65,17 +69,17 @@ protected:
     }
 
     /** The event loop of the stream. */
-    asio::io_context &io() noexcept
+    event_loop &loop() noexcept
     {
-        return io_;
+        return *loop_;
     }
 
 private:
     /** Returns the message for a lost connection. */
-    static std::string lost_text(const asio::error_code &failure)
+    static std::string lost_text(const boost::system::error_code &failure)
     {
-        return failure == asio::error::eof ? "The server closed the connection."
-                                           : "Lost the connection: " + failure.message() + ".";
+        return failure == boost::asio::error::eof ? "The server closed the connection."
+                                                  : "Lost the connection: " + failure.message() + ".";
     }
 
     /**
@@ -85,26 +89,24 @@ private:
      *         moved
      */
     template <typename start_t>
-    std::pair<asio::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)
+    std::pair<boost::system::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)
     {
-        std::pair<asio::error_code, size_t> outcome;
+        std::pair<boost::system::error_code, size_t> outcome;
         bool complete = false;
-        std::forward<start_t>(start)([&](const asio::error_code &failure, size_t count) {
+        std::forward<start_t>(start)([&](const boost::system::error_code &failure, size_t count) {
             outcome = {failure, count};
             complete = true;
         });
-        io_.restart();
-        io_.run_for(timeout);
-        if (!complete)
+        const auto is_complete = [&complete] { return complete; };
+        if (!loop_->run_until(is_complete, loop_->now() + timeout))
         {
             stream_.cancel();
-            io_.restart();
-            io_.run();
+            loop_->run_until(is_complete, event_loop::time_point::max());
         }
         return outcome;
     }
 
-    asio::io_context io_;
+    std::shared_ptr<event_loop> loop_;
     stream_t stream_;
 };
 

@@ -3,7 +3,7 @@
  */
 #include "client/tcp_listener.h"
 
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <poll.h>
 
 #include "client/stream_link.h"
@@ -13,14 +13,15 @@ namespace vantor
 namespace
 {
 
-using asio::ip::tcp;
+using boost::asio::ip::tcp;
 
 /** A link to a connected host. */
 class accepted_link : public stream_link<tcp::socket>
 {
 public:
     /** Accepts the host that has connected. */
-    explicit accepted_link(tcp::acceptor &acceptor)
+    accepted_link(tcp::acceptor &acceptor, std::shared_ptr<event_loop> events)
+        : stream_link(std::move(events))
     {
         acceptor.accept(stream());
         stream().set_option(tcp::no_delay(true));
@@ -37,8 +38,8 @@ public:
 /** The port and its event loop. */
 struct tcp_listener::implementation
 {
-    asio::io_context io;
-    tcp::acceptor acceptor{io};
+    std::shared_ptr<event_loop> loop = std::make_shared<event_loop>();
+    tcp::acceptor acceptor{loop->context()};
 };
 
 tcp_listener::tcp_listener(uint16_t port) : implementation_(std::make_unique<implementation>())
@@ -48,10 +49,10 @@ tcp_listener::tcp_listener(uint16_t port) : implementation_(std::make_unique<imp
     {
         acceptor.open(tcp::v4());
         acceptor.set_option(tcp::acceptor::reuse_address(true));
-        acceptor.bind(tcp::endpoint(asio::ip::address_v4::loopback(), port));
+        acceptor.bind(tcp::endpoint(boost::asio::ip::address_v4::loopback(), port));
         acceptor.listen();
     }
-    catch (const asio::system_error &failure)
+    catch (const boost::system::system_error &failure)
     {
         throw connect_error("Cannot listen on TCP port " + std::to_string(port) + ": " +
                             failure.code().message() + ". Choose another port.");
@@ -72,7 +73,7 @@ std::unique_ptr<link> tcp_listener::accept(std::chrono::milliseconds timeout)
     {
         return nullptr;
     }
-    return std::make_unique<accepted_link>(implementation_->acceptor);
+    return std::make_unique<accepted_link>(implementation_->acceptor, implementation_->loop);
 }
 
 } // namespace vantor

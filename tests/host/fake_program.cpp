@@ -8,8 +8,8 @@
 #include <string>
 #include <thread>
 
-#include <asio/buffer.hpp>
-#include <asio/write.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/write.hpp>
 #include <unistd.h>
 
 #include "fake_server.h"
@@ -17,7 +17,7 @@
 namespace
 {
 
-using asio::ip::tcp;
+using boost::asio::ip::tcp;
 
 /** Passes the bytes of the host to the server, and ends the program when the host disconnects. */
 void carry_input(tcp::socket &server)
@@ -26,7 +26,7 @@ void carry_input(tcp::socket &server)
     ssize_t count = 0;
     while ((count = read(STDIN_FILENO, piece.data(), piece.size())) > 0)
     {
-        asio::write(server, asio::buffer(piece.data(), static_cast<size_t>(count)));
+        boost::asio::write(server, boost::asio::buffer(piece.data(), static_cast<size_t>(count)));
     }
     std::_Exit(0);
 }
@@ -35,10 +35,10 @@ void carry_input(tcp::socket &server)
 void carry_output(tcp::socket &server)
 {
     std::array<char, 4096> piece{};
-    asio::error_code failure;
+    boost::system::error_code failure;
     while (!failure)
     {
-        const auto count = server.read_some(asio::buffer(piece), failure);
+        const auto count = server.read_some(boost::asio::buffer(piece), failure);
         std::cout.write(piece.data(), static_cast<std::streamsize>(count)).flush();
     }
 }
@@ -81,9 +81,9 @@ int main(int argc, char **argv)
     vantor::test::fake_server server;
     server.on("start", vantor::test::stream_frames(20));
     const auto port = server.address().substr(server.address().rfind(':') + 1);
-    asio::io_context io;
+    boost::asio::io_context io;
     tcp::socket connection(io);
-    connection.connect({asio::ip::address_v4::loopback(), static_cast<uint16_t>(std::stoi(port))});
+    connection.connect({boost::asio::ip::address_v4::loopback(), static_cast<uint16_t>(std::stoi(port))});
     std::thread(carry_input, std::ref(connection)).detach();
     carry_output(connection);
     return 0;

@@ -5,10 +5,10 @@
 
 #include <utility>
 
-#include <asio/buffer.hpp>
-#include <asio/connect.hpp>
-#include <asio/read_until.hpp>
-#include <asio/write.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/connect.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/write.hpp>
 
 namespace vantor::test
 {
@@ -19,7 +19,7 @@ namespace
 class tcp_connection : public host_connection
 {
 public:
-    tcp_connection(asio::ip::tcp::socket socket, std::atomic<bool> &full)
+    tcp_connection(boost::asio::ip::tcp::socket socket, std::atomic<bool> &full)
         : socket_(std::move(socket)), full_(full)
     {
     }
@@ -29,28 +29,29 @@ public:
     void send(const std::string &bytes) override
     {
         // Ignored: the host may have disconnected.
-        asio::error_code failure;
-        const auto count = socket_.send(asio::buffer(bytes), MSG_DONTWAIT, failure);
+        boost::system::error_code failure;
+        const auto count = socket_.send(boost::asio::buffer(bytes), MSG_DONTWAIT, failure);
         if (count < bytes.size())
         {
             full_ = true;
             full_.notify_all();
         }
-        asio::write(socket_, asio::buffer(bytes) + count, failure);
+        boost::asio::write(socket_, boost::asio::buffer(bytes) + count, failure);
     }
 
     void close() override
     {
-        asio::error_code ignored;
-        socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
+        boost::system::error_code ignored;
+        socket_.shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);
         socket_.close(ignored);
     }
 
     /** Reads the next line; false if the host has disconnected. */
     bool read_line(std::string &line)
     {
-        asio::error_code failure;
-        const auto length = asio::read_until(socket_, asio::dynamic_buffer(buffer_), '\n', failure);
+        boost::system::error_code failure;
+        const auto length =
+            boost::asio::read_until(socket_, boost::asio::dynamic_buffer(buffer_), '\n', failure);
         if (failure)
         {
             return false;
@@ -61,17 +62,18 @@ public:
     }
 
 private:
-    asio::ip::tcp::socket socket_;
+    boost::asio::ip::tcp::socket socket_;
     std::atomic<bool> &full_;
     std::string buffer_;
 };
 
 /** Listens on a free port; connections have small buffers, so that they fill up soon when they are not read.
  */
-asio::ip::tcp::acceptor listen(asio::io_context &io)
+boost::asio::ip::tcp::acceptor listen(boost::asio::io_context &io)
 {
-    asio::ip::tcp::acceptor acceptor(io, asio::ip::tcp::endpoint(asio::ip::address_v4::loopback(), 0));
-    acceptor.set_option(asio::socket_base::send_buffer_size(1 << 14));
+    boost::asio::ip::tcp::acceptor acceptor(
+        io, boost::asio::ip::tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0));
+    acceptor.set_option(boost::asio::socket_base::send_buffer_size(1 << 14));
     return acceptor;
 }
 
@@ -84,10 +86,10 @@ fake_server::fake_server() : acceptor_(listen(io_)), thread_([this] { run(); })
 fake_server::~fake_server()
 {
     ending_ = true;
-    asio::io_context io;
+    boost::asio::io_context io;
     // Makes accept() return.
-    asio::ip::tcp::socket wake(io);
-    asio::error_code ignored;
+    boost::asio::ip::tcp::socket wake(io);
+    boost::system::error_code ignored;
     wake.connect(acceptor_.local_endpoint(), ignored);
     wake.close(ignored);
     thread_.join();

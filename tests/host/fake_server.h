@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "server_script.h"
 
@@ -52,8 +52,8 @@ public:
 private:
     void run();
 
-    asio::io_context io_;
-    asio::ip::tcp::acceptor acceptor_;
+    boost::asio::io_context io_;
+    boost::asio::ip::tcp::acceptor acceptor_;
     server_script script_;
     std::atomic<bool> ending_ = false;
     std::atomic<bool> full_ = false;

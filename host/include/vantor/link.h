@@ -11,6 +11,7 @@
 #include <span>
 
 #include "vantor/address.h"
+#include "vantor/event_loop.h"
 
 namespace vantor
 {
@@ -64,10 +65,12 @@ public:
  *
  * @param where    the server
  * @param timeout  how long connecting or starting may take
+ * @param loop     runs the link
  * @return the open link
  * @throws connect_error if it cannot be opened
  */
-std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout);
+std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout,
+                                std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
 
 } // namespace vantor
 

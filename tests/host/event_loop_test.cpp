@@ -1,0 +1,89 @@
+/** @file
+ * Tests of the event loop of host programs.
+ */
+#include "vantor/event_loop.h"
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "manual_clock.h"
+
+namespace vantor
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto never = event_loop::time_point::max();
+
+TEST(event_loop, runs_posted_work_in_order_and_only_while_it_runs)
+{
+    event_loop loop;
+    std::vector<int> order;
+    loop.post([&] { order.push_back(1); });
+    loop.post([&] { order.push_back(2); });
+    EXPECT_TRUE(order.empty());
+    EXPECT_TRUE(loop.run_until([&] { return order.size() == 2; }, never));
+    EXPECT_EQ(order, (std::vector{1, 2}));
+}
+
+TEST(event_loop, runs_nothing_if_the_condition_holds_already)
+{
+    event_loop loop;
+    bool ran = false;
+    loop.post([&] { ran = true; });
+    EXPECT_TRUE(loop.run_until([] { return true; }, never));
+    EXPECT_FALSE(ran);
+}
+
+TEST(event_loop, stops_at_the_deadline)
+{
+    event_loop loop;
+    const auto deadline = loop.now() + 5ms;
+    EXPECT_FALSE(loop.run_until([] { return false; }, deadline));
+    EXPECT_GE(loop.now(), deadline);
+}
+
+TEST(event_loop, stops_at_a_deadline_that_has_passed)
+{
+    test::manual_clock clock;
+    event_loop loop(clock.source());
+    EXPECT_FALSE(loop.run_until([] { return false; }, loop.now() - 1h));
+}
+
+TEST(event_loop, runs_again_after_it_has_stopped)
+{
+    event_loop loop;
+    EXPECT_FALSE(loop.run_until([] { return false; }, loop.now()));
+    bool ran = false;
+    loop.post([&] { ran = true; });
+    EXPECT_TRUE(loop.run_until([&] { return ran; }, never));
+}
+
+TEST(event_loop, is_woken_by_another_thread)
+{
+    event_loop loop;
+    bool woken = false;
+    std::thread other([&] { loop.post([&] { woken = true; }); });
+    EXPECT_TRUE(loop.run_until([&] { return woken; }, never));
+    other.join();
+}
+
+TEST(event_loop, can_run_inside_its_own_work)
+{
+    event_loop loop;
+    bool inner = false;
+    bool outer = false;
+    loop.post([&] {
+        loop.post([&] { inner = true; });
+        outer = loop.run_until([&] { return inner; }, never);
+    });
+    EXPECT_TRUE(loop.run_until([&] { return outer; }, never));
+}
+
+} // namespace
+} // namespace vantor
