@@ -132,15 +132,35 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
     const auto received = next_answer(deadline, "session metadata");
     throw_on_error(received);
     metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
+    frame_rate_ = nominal_frame_rate(configuration, *metadata_, server_);
     return metadata_;
 }
 
 void client::start()
 {
     request({{"command", "start"}});
+    losses_ = loss_counter(frame_rate_ > 0.0 ? server_.ticks_per_second / frame_rate_ : 0.0);
+    damaged_ = false;
 }
 
 std::optional<frame> client::receive_frame(std::chrono::milliseconds timeout)
+try
+{
+    auto received = poll_frame(timeout);
+    if (received && !received->items().empty())
+    {
+        received->set_missing(losses_.add(received->items().front().tick, std::exchange(damaged_, false)));
+    }
+    return received;
+}
+catch (const bad_message &)
+{
+    damaged_ = true;
+    throw;
+}
+
+/** Waits for the next frame of the stream. */
+std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
 {
     const auto received = poll_message(now_() + timeout);
     if (!received)

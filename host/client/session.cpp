@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "client/json_members.h"
+#include "configuration/configuration.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -245,6 +246,18 @@ session_metadata decode_metadata(const nlohmann::json &document)
     }
     metadata.document = document;
     return metadata;
+}
+
+double nominal_frame_rate(const nlohmann::json &configuration, const session_metadata &metadata,
+                          const server_info &server)
+try
+{
+    return metadata.tick_period > 0 ? server.ticks_per_second / metadata.tick_period
+                                    : sensor_frame_rate(configuration);
+}
+catch (const configuration_error &)
+{
+    return 0.0; // the server accepts documents with items that it cannot use
 }
 
 frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata)

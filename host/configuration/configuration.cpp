@@ -217,4 +217,18 @@ catch (const nlohmann::json::exception &)
     throw configuration_error("The configuration has an item that is not an object with a \"config\".");
 }
 
+double sensor_frame_rate(const nlohmann::json &configuration)
+{
+    double lowest = 0.0;
+    for (const auto &item : list_items(configuration))
+    {
+        const double rate = static_cast<float>(item.frame_rate);
+        if (rate > 0.0 && (lowest == 0.0 || rate < lowest))
+        {
+            lowest = rate;
+        }
+    }
+    return lowest;
+}
+
 } // namespace vantor

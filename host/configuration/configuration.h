@@ -68,6 +68,15 @@ nlohmann::json load_configuration(const std::filesystem::path &file);
  */
 std::vector<item_configuration> list_items(const nlohmann::json &configuration);
 
+/**
+ * Finds the rate at which the sensors deliver frames: the lowest "frame_rate", since a frame is complete when
+ * the slowest sensor is.
+ *
+ * @param configuration  a document that a server has accepted
+ * @return frames per second, rounded as in the server; 0 if no item has a frame rate
+ */
+double sensor_frame_rate(const nlohmann::json &configuration);
+
 } // namespace vantor
 
 #endif

@@ -204,7 +204,7 @@ rules_t include_rules()
         {"host/include/vantor/errors.h", {}},
         {"host/configuration", host_basics},
         {"host/include", host_basics},
-        {"host/client", {"host/include"}},
+        {"host/client", {"host/include", "host/configuration"}},
         {"host/recording", {"host/include", "host/configuration"}},
         {"host/export", below_pictures},
         {"host/plot", below_pictures},

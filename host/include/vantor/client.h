@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "vantor/link.h"
+#include "vantor/loss_counter.h"
 #include "vantor/message_parser.h"
 #include "vantor/session.h"
 #include "vantor/time_source.h"
@@ -179,6 +180,7 @@ private:
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler);
     void check_answer(const message &received, const std::string &command) const;
     frame decode(const message &received) const;
+    std::optional<frame> poll_frame(std::chrono::milliseconds timeout);
 
     link_factory open_links_;
     client_timeouts timeouts_;
@@ -188,6 +190,9 @@ private:
     std::vector<std::byte> buffer_;
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
+    double frame_rate_ = 0.0; /**< nominal, of the session; 0 if unknown */
+    loss_counter losses_{0.0};
+    bool damaged_ = false; /**< a message of the stream was damaged since the last frame */
     log_handler on_log_;
     std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */
     unsigned unanswered_ends_ = 0;             /**< the server may not have received all of them */

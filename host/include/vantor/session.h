@@ -152,6 +152,21 @@ public:
         return samples_;
     }
 
+    /**
+     * Number of frames missing before this one since the start of the stream: lost on the link, or left out by
+     * server or sensor. Without a known frame rate, or without ticks, it is the number of damaged messages.
+     */
+    [[nodiscard]] uint64_t missing() const noexcept
+    {
+        return missing_;
+    }
+
+    /** Sets missing(), for sources of frames. */
+    void set_missing(uint64_t missing) noexcept
+    {
+        missing_ = missing;
+    }
+
 private:
     friend frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
     frame() = default;
@@ -159,6 +174,7 @@ private:
     std::shared_ptr<const session_metadata> metadata_; /**< keeps the layouts alive */
     std::vector<sample> samples_;
     std::vector<frame_item> items_;
+    uint64_t missing_ = 0;
 };
 
 /**
@@ -174,6 +190,17 @@ server_info decode_server_info(const nlohmann::json &document);
  * @throws protocol_error if a member is missing or out of range, or the lengths are inconsistent
  */
 session_metadata decode_metadata(const nlohmann::json &document);
+
+/**
+ * The rate at which the frames of a session are due, by the pace of the server or of the sensors.
+ *
+ * @param configuration  the configuration document of the session
+ * @param metadata       the answer of the server to it
+ * @param server         the server
+ * @return frames per second; 0 if frames are measured as fast as possible, or the server paces them without a clock
+ */
+double nominal_frame_rate(const nlohmann::json &configuration, const session_metadata &metadata,
+                          const server_info &server);
 
 /**
  * Decodes a frame message and splits its payload into items.

@@ -1,0 +1,51 @@
+/** @file
+ * Counts the frames that are missing from a stream.
+ */
+#ifndef VANTOR_LOSS_COUNTER_H
+#define VANTOR_LOSS_COUNTER_H
+
+#include <cstdint>
+
+namespace vantor
+{
+
+/**
+ * Counts the frames that are missing from a stream, from the ticks of those that arrived.
+ *
+ * Frames are due on a grid, one period apart, and are measured when they are due or later. The counter
+ * follows the grid by the frames that are least late, so that neither late frames nor a clock that is off by
+ * up to 0.02 % change the count. It cannot see gaps of 2^32 ticks or more, because ticks wrap around, nor
+ * frames that are missing after the last one.
+ */
+class loss_counter
+{
+public:
+    /** @param period  ticks between two frames, also with a fraction; 0 if unknown */
+    explicit loss_counter(double period) noexcept;
+
+    /**
+     * Adds a frame that arrived.
+     *
+     * @param tick     the tick of the frame
+     * @param damaged  whether a message was damaged since the previous frame; it counts as a frame if the
+     *                 period is unknown or no frame has arrived before
+     * @return the number of frames missing before this one since the start of the stream; one less than
+     *         before if this frame shows that the previous one was only late
+     */
+    uint64_t add(uint32_t tick, bool damaged) noexcept;
+
+private:
+    [[nodiscard]] double steps_to_now() const noexcept;
+    void follow_grid(double steps) noexcept;
+
+    double period_;
+    bool started_ = false;
+    uint32_t last_tick_ = 0;
+    double late_ = 0.0;        /**< ticks by which the last frame was later than its place on the grid */
+    bool may_be_late_ = false; /**< whether the last gap may be one frame too large */
+    uint64_t missing_ = 0;
+};
+
+} // namespace vantor
+
+#endif
