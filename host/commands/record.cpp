@@ -40,6 +40,9 @@ Without --frames and --seconds, press Ctrl-C to end the recording.)";
 /** Upper limit of --frames: more than any recording has, and far below the limit of the type. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
 
+/** The share of the nominal frame rate from which on it counts as reached. */
+constexpr double least_share_of_rate = 0.99;
+
 /** Returns a new directory in "recordings", named after the configuration and the current time. */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
 {
@@ -58,26 +61,6 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
         candidate += std::to_string(i);
     }
     return candidate;
-}
-
-/** Seconds between two frames, from the pacing of the server or the configured frame rate; 0 if unknown. */
-double frame_period(const nlohmann::json &configuration, const session_metadata &metadata,
-                    const server_info &server)
-{
-    if (metadata.tick_period > 0 && server.ticks_per_second > 0.0)
-    {
-        return metadata.tick_period / server.ticks_per_second;
-    }
-    for (const auto &item : list_items(configuration))
-    {
-        // Rounded like in the server.
-        const auto rate = static_cast<float>(item.frame_rate);
-        if (rate > 0.0F)
-        {
-            return 1.0 / rate;
-        }
-    }
-    return 0.0;
 }
 
 /** Distance of the strongest echo of an item, in metres; NaN if unknown. */
@@ -108,6 +91,12 @@ void print_items(std::ostream &out, const session_metadata &metadata,
     table.print(out);
 }
 
+/** A rate, or null if it is 0, that is, unknown. */
+nlohmann::ordered_json or_null(double rate)
+{
+    return rate > 0.0 ? nlohmann::ordered_json(rate) : nlohmann::ordered_json();
+}
+
 /** Describes the recording as JSON. */
 nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vector<item_configuration> &items,
                                const recorder &recorded, const recording_writer &writer)
@@ -132,7 +121,10 @@ nlohmann::ordered_json to_json(const session_metadata &metadata, const std::vect
             {"bytes", writer.data_length()},
             {"seconds", recorded.seconds()},
             {"interrupted", recorded.interrupted()},
-            {"disturbances", recorded.losses()},
+            {"frames_missing", recorded.missing()},
+            {"nominal_frame_rate", or_null(recorded.nominal_rate())},
+            {"measured_frame_rate", or_null(recorded.measured_rate())},
+            {"disturbances", recorded.disturbances()},
             {"items", std::move(list)}};
 }
 
@@ -141,7 +133,7 @@ void print_summary(std::ostream &out, const recording_writer &writer, const reco
 {
     const auto frames = static_cast<double>(writer.frames());
     const auto bytes = static_cast<double>(writer.data_length());
-    const double rate = recorded.frame_rate();
+    const double rate = recorded.measured_rate();
     out << writer.frames() << " frames, " << format_bytes(bytes) << " in " << fixed(recorded.seconds(), 2)
         << " s";
     if (rate > 0.0)
@@ -149,10 +141,19 @@ void print_summary(std::ostream &out, const recording_writer &writer, const reco
         out << ": " << fixed(rate, 1) << " frames/s, " << format_bytes(bytes / frames * rate) << "/s";
     }
     out << "\n";
-    if (recorded.losses() > 0)
+    if (recorded.missing() > 0)
     {
-        out << "link disturbances: " << recorded.losses()
-            << "; \"vantor info\" shows how many frames were lost\n";
+        out << "missing: " << recorded.missing()
+            << " frames that server or sensor left out, or the link lost\n";
+    }
+    if (const double share = recorded.share_of_rate(); share < least_share_of_rate)
+    {
+        out << "rate not reached: " << fixed(share * recorded.nominal_rate(), 1) << " of "
+            << fixed(recorded.nominal_rate(), 1) << " frames/s\n";
+    }
+    if (recorded.disturbances() > 0)
+    {
+        out << "link disturbances: " << recorded.disturbances() << " damaged messages\n";
     }
     out << "recording: " << printable(writer.directory().string()) << "\n";
 }
@@ -207,8 +208,8 @@ exit_code record(const record_options &options, const command_streams &streams,
     }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
     recording_writer writer(output, {configuration, *metadata, server.server()});
-    recorder recorded(server, writer, *metadata, frame_period(configuration, *metadata, server.server()),
-                      now);
+    recorder recorded(server, writer, *metadata,
+                      nominal_frame_rate(configuration, *metadata, server.server()), now);
     const auto failure = run_recorder(recorded, options, streams, now);
     writer.finish();
     const auto items = list_items(configuration);

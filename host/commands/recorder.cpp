@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "vantor/errors.h"
@@ -24,14 +23,11 @@ constexpr double longest_silence = 10.0;
 /** Maximum time without a frame, in frame periods, at low frame rates. */
 constexpr double longest_gap = 3.0;
 
-/** Most frames that can be lost at once, since the tick of the server has 32 bits. */
-constexpr double most_lost = std::numeric_limits<uint32_t>::max();
-
 } // namespace
 
 recorder::recorder(client &source, recording_writer &destination, const session_metadata &metadata,
-                   double period, time_source now)
-    : source_(source), destination_(destination), period_(period), now_(std::move(now))
+                   double rate, time_source now)
+    : source_(source), destination_(destination), rate_(rate), now_(std::move(now))
 {
     for (const auto &layout : metadata.items)
     {
@@ -39,10 +35,16 @@ recorder::recorder(client &source, recording_writer &destination, const session_
     }
 }
 
-double recorder::frame_rate() const noexcept
+double recorder::measured_rate() const noexcept
 {
     const double span = seconds_ - first_seconds_;
     return span > 0.0 ? static_cast<double>(destination_.frames() - 1) / span : 0.0;
+}
+
+double recorder::share_of_rate() const noexcept
+{
+    const auto frames = static_cast<double>(destination_.frames());
+    return rate_ > 0.0 && frames > 0.0 ? frames / (frames + static_cast<double>(missing_frames_)) : 1.0;
 }
 
 void recorder::run(const recorder_limits &limits)
@@ -117,6 +119,7 @@ std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
             throw;
         }
         damage_ = fault.what();
+        ++disturbances_;
         return std::nullopt;
     }
 }
@@ -124,7 +127,7 @@ std::optional<frame> recorder::receive(std::chrono::milliseconds wait)
 /** Whether no frame, and no further part of one, has arrived for too long. */
 bool recorder::silent_too_long() const
 {
-    return seconds_since(last_) >= std::max(longest_silence, longest_gap * period_);
+    return seconds_since(last_) >= std::max(longest_silence, rate_ > 0.0 ? longest_gap / rate_ : 0.0);
 }
 
 /** Describes for how long no frame has arrived, and why the last message was not one, if known. */
@@ -146,39 +149,18 @@ bool recorder::frame_progressed()
 void recorder::store(const frame &received)
 {
     last_ = now_();
-    if (damage_)
-    {
-        note_loss(received);
-    }
+    damage_.reset();
+    missing_frames_ = received.missing();
     destination_.add(received);
     for (size_t i = 0; i < statistics_.size(); ++i)
     {
         statistics_[i].add(received.items()[i].samples);
-    }
-    if (!received.items().empty())
-    {
-        last_tick_ = received.items().front().tick;
     }
     seconds_ = std::chrono::duration<double>(last_ - start_).count();
     if (destination_.frames() == 1)
     {
         first_seconds_ = seconds_;
     }
-}
-
-/** Records that frames were lost before this one: the number shown by the ticks, at least one. */
-void recorder::note_loss(const frame &next)
-{
-    double lost = 1.0;
-    const double ticks_per_frame = source_.server().ticks_per_second * period_;
-    if (ticks_per_frame > 0.0 && last_tick_ && !next.items().empty())
-    {
-        const uint32_t ticks = next.items().front().tick - *last_tick_;
-        lost = std::clamp(std::round(ticks / ticks_per_frame) - 1.0, 1.0, most_lost);
-    }
-    destination_.add_loss(static_cast<uint64_t>(lost));
-    damage_.reset();
-    ++losses_;
 }
 
 } // namespace vantor

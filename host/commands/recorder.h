@@ -35,10 +35,10 @@ public:
      * @param source       a client with a configured session
      * @param destination  a recording of the same session
      * @param metadata     the metadata of the session
-     * @param period       time between two frames in seconds; 0 if unknown
+     * @param rate         frames per second that are due; 0 if unknown
      * @param now          the clock of the source
      */
-    recorder(client &source, recording_writer &destination, const session_metadata &metadata, double period,
+    recorder(client &source, recording_writer &destination, const session_metadata &metadata, double rate,
              time_source now = std::chrono::steady_clock::now);
 
     /**
@@ -65,7 +65,16 @@ public:
      * Frames per second from the first to the last frame; 0 if fewer than two frames arrived, or all at the
      * same time.
      */
-    [[nodiscard]] double frame_rate() const noexcept;
+    [[nodiscard]] double measured_rate() const noexcept;
+
+    /** Frames per second that were due; 0 if unknown. */
+    [[nodiscard]] double nominal_rate() const noexcept
+    {
+        return rate_;
+    }
+
+    /** The part of the nominal rate that was reached: the share of the frames that are not missing. */
+    [[nodiscard]] double share_of_rate() const noexcept;
 
     /** Whether the recording was ended by recorder_limits::stop. */
     [[nodiscard]] bool interrupted() const noexcept
@@ -73,10 +82,16 @@ public:
         return interrupted_;
     }
 
-    /** How often frames were lost because the stream was damaged. */
-    [[nodiscard]] unsigned losses() const noexcept
+    /** Number of frames missing between those recorded. */
+    [[nodiscard]] uint64_t missing() const noexcept
     {
-        return losses_;
+        return missing_frames_;
+    }
+
+    /** Number of damaged messages. */
+    [[nodiscard]] unsigned disturbances() const noexcept
+    {
+        return disturbances_;
     }
 
 private:
@@ -88,11 +103,10 @@ private:
     [[nodiscard]] std::string describe_silence() const;
     bool frame_progressed();
     void store(const frame &received);
-    void note_loss(const frame &next);
 
     client &source_;
     recording_writer &destination_;
-    double period_;
+    double rate_; /**< nominal; 0 if unknown */
     time_source now_;
     std::vector<item_statistics> statistics_;
     std::chrono::steady_clock::time_point start_;
@@ -100,10 +114,10 @@ private:
     size_t missing_ = 0;                         /**< bytes missing from the current frame at that time */
     double seconds_ = 0.0;
     double first_seconds_ = 0.0; /**< seconds() at the first frame */
-    unsigned losses_ = 0;
+    uint64_t missing_frames_ = 0;
+    unsigned disturbances_ = 0;
     bool interrupted_ = false;
     std::optional<std::string> damage_; /**< what was wrong with the last message, if it was damaged */
-    std::optional<uint32_t> last_tick_;
 };
 
 } // namespace vantor

@@ -65,7 +65,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     // First, so that nothing is created if libcrypto fails.
     std::vector<sha512> digests(session_.metadata.items.size());
     make_new_directory(directory_);
-    captures_.push_back({.first_frame = 0, .frames_lost = 0, .datetime = present_time()});
+    captures_.push_back({.first_frame = 0, .frames_missing = 0, .datetime = present_time()});
     for (size_t i = 0; i < digests.size(); ++i)
     {
         items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
@@ -95,21 +95,8 @@ void recording_writer::add(const frame &received)
     {
         items_[i].commit(received.items()[i]);
     }
-    if (captures_.back().first_frame == frames_)
-    {
-        captures_.back().datetime = present_time();
-    }
+    note_missing(received.missing());
     ++frames_;
-}
-
-void recording_writer::add_loss(uint64_t frames)
-{
-    frames_lost_ += frames;
-    if (captures_.back().first_frame == frames_)
-    {
-        captures_.pop_back();
-    }
-    captures_.push_back({.first_frame = frames_, .frames_lost = frames_lost_, .datetime = present_time()});
 }
 
 void recording_writer::finish()
@@ -125,6 +112,24 @@ uint64_t recording_writer::data_length() const noexcept
         length += item.data_length();
     }
     return length;
+}
+
+/** Notes how many frames are missing before the one that is being added. */
+void recording_writer::note_missing(uint64_t missing)
+{
+    if (missing > captures_.back().frames_missing && captures_.back().first_frame < frames_)
+    {
+        captures_.push_back({.first_frame = frames_, .frames_missing = missing, .datetime = {}});
+    }
+    captures_.back().frames_missing = missing;
+    if (captures_.size() > 1 && captures_[captures_.size() - 2].frames_missing == missing)
+    {
+        captures_.pop_back(); // nothing was missing after all
+    }
+    if (captures_.back().first_frame == frames_)
+    {
+        captures_.back().datetime = present_time();
+    }
 }
 
 /** Writes the documents of the items, and the collection with their digests: all of them or none. */

@@ -36,18 +36,11 @@ public:
     recording_writer(std::filesystem::path directory, session_description session);
 
     /**
-     * Appends a frame.
+     * Appends a frame. A capture segment begins where frame::missing() grows.
      *
      * @throws recording_error if it cannot be written; the recording then ends with the previous frame
      */
     void add(const frame &received);
-
-    /**
-     * Records that frames were lost between the last frame and the next one.
-     *
-     * @param frames  how many, at least 1
-     */
-    void add_loss(uint64_t frames);
 
     /**
      * Writes the final documents, with rates and digests.
@@ -72,6 +65,7 @@ public:
     }
 
 private:
+    void note_missing(uint64_t missing);
     void write_documents(bool finished);
 
     std::filesystem::path directory_;
@@ -79,7 +73,6 @@ private:
     std::vector<item_writer> items_;
     std::vector<capture> captures_;
     uint64_t frames_ = 0;
-    uint64_t frames_lost_ = 0;
 };
 
 } // namespace vantor

@@ -45,9 +45,22 @@ ordered_json describe_subsweeps(const item_layout &layout, const item_configurat
     return list;
 }
 
+/** The frame rate that was asked for, and the one that was measured, where known. */
+void add_rates(ordered_json &global, double nominal_rate, const item_state &state)
+{
+    if (nominal_rate > 0.0)
+    {
+        global["vantor:frame_rate"] = nominal_rate;
+    }
+    if (const double rate = measured_frame_rate(state); rate > 0.0)
+    {
+        global["vantor:measured_frame_rate"] = rate;
+    }
+}
+
 /** The members of an item's document in the vantor namespace. */
 void add_own_members(ordered_json &global, const item_layout &layout, const item_configuration &item,
-                     const item_state &state)
+                     const item_state &state, double nominal_rate)
 {
     global["vantor:group"] = layout.group + 1;
     global["vantor:item"] = layout.index + 1;
@@ -56,10 +69,7 @@ void add_own_members(ordered_json &global, const item_layout &layout, const item
     {
         global["vantor:frames"] = state.frames;
     }
-    if (const double rate = frame_rate(state); rate > 0.0)
-    {
-        global["vantor:frame_rate"] = rate;
-    }
+    add_rates(global, nominal_rate, state);
     global["vantor:samples_per_frame"] = layout.frame_length;
     global["vantor:samples_per_sweep"] = layout.sweep_length;
     global["vantor:sweeps_per_frame"] = layout.sweeps();
@@ -76,12 +86,15 @@ void add_own_members(ordered_json &global, const item_layout &layout, const item
 ordered_json describe_captures(const item_layout &layout, const std::vector<capture> &captures)
 {
     auto list = ordered_json::array();
+    uint64_t missing = 0;
     for (const auto &segment : captures)
     {
         list.push_back(
             {{"core:sample_start", segment.first_frame * layout.frame_length},
-             {"core:global_index", (segment.first_frame + segment.frames_lost) * layout.frame_length},
-             {"core:datetime", segment.datetime}});
+             {"core:global_index", (segment.first_frame + segment.frames_missing) * layout.frame_length},
+             {"core:datetime", segment.datetime},
+             {"vantor:frames_missing", segment.frames_missing - missing}});
+        missing = segment.frames_missing;
     }
     return list;
 }
@@ -93,7 +106,7 @@ std::string item_name(const item_layout &layout)
     return "group-" + std::to_string(layout.group + 1) + "-item-" + std::to_string(layout.index + 1);
 }
 
-double frame_rate(const item_state &state)
+double measured_frame_rate(const item_state &state)
 {
     return state.frames < 2 || state.seconds <= 0.0 ? 0.0
                                                     : static_cast<double>(state.frames - 1) / state.seconds;
@@ -105,7 +118,9 @@ ordered_json item_document(const session_description &session, size_t index, con
     const auto &layout = session.metadata.items.at(index);
     const auto item = list_items(session.configuration).at(index);
     ordered_json global = {{"core:datatype", "ci16_le"}, {"core:version", sigmf_version}};
-    const double sample_rate = frame_rate(state) * static_cast<double>(layout.frame_length);
+    const double nominal_rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    const double sample_rate = (nominal_rate > 0.0 ? nominal_rate : measured_frame_rate(state)) *
+                               static_cast<double>(layout.frame_length);
     if (sample_rate >= lowest_sample_rate)
     {
         global["core:sample_rate"] = sample_rate;
@@ -120,7 +135,7 @@ ordered_json item_document(const session_description &session, size_t index, con
     global["core:hw"] = session.server.sensor + " sensor " + std::to_string(item.sensor_id);
     global["core:collection"] = collection_name;
     global["core:extensions"] = extensions();
-    add_own_members(global, layout, item, state);
+    add_own_members(global, layout, item, state, nominal_rate);
     return {{"global", std::move(global)},
             {"captures", describe_captures(layout, captures)},
             {"annotations", ordered_json::array()}};

@@ -25,12 +25,12 @@ inline constexpr const char *collection_name = "session";
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
-/** A segment of frames without loss. */
+/** A segment of frames without gaps. */
 struct capture
 {
-    uint64_t first_frame = 0; /**< its index in the recording */
-    uint64_t frames_lost = 0; /**< lost before it, since the start of the recording */
-    std::string datetime;     /**< arrival of its first frame in UTC, as in RFC 3339 */
+    uint64_t first_frame = 0;    /**< its index in the recording */
+    uint64_t frames_missing = 0; /**< before it, since the start of the recording */
+    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339 */
 };
 
 /** The state of an item's recording. */
@@ -52,8 +52,8 @@ struct session_description // NOLINT(bugprone-exception-escape): a JSON value mo
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);
 
-/** Measured frame rate of an item, in frames per second; 0 if not known yet. */
-double frame_rate(const item_state &state);
+/** Frames per second from the first to the last frame, gaps included; 0 if not known yet. */
+double measured_frame_rate(const item_state &state);
 
 /**
  * The metadata document of one item.
@@ -61,7 +61,7 @@ double frame_rate(const item_state &state);
  * @param session   the session
  * @param index     index of the item in the session metadata
  * @param state     the state of the recording
- * @param captures  the segments without loss; the first one starts at frame 0
+ * @param captures  the segments without gaps; the first one starts at frame 0
  */
 nlohmann::ordered_json item_document(const session_description &session, size_t index,
                                      const item_state &state, const std::vector<capture> &captures);

@@ -227,6 +227,26 @@ TEST_F(record_test, keeps_earlier_frames_when_the_server_reports_an_error)
     EXPECT_EQ(recorded(), 2);
 }
 
+TEST_F(record_test, counts_frames_that_the_server_left_out)
+{
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(2)(host, command);
+        for (const uint32_t number : {5U, 6U, 8U})
+        {
+            send_frame(host, number);
+        }
+    });
+    options.frames = 5;
+    EXPECT_EQ(run(), exit_code::success);
+    EXPECT_THAT(out.str(), HasSubstr("missing: 4 frames"));
+    EXPECT_THAT(out.str(), HasSubstr("rate not reached: 27.8 of 50.0 frames/s"));
+    const auto captures = first_item()["captures"];
+    ASSERT_EQ(captures.size(), 3U);
+    EXPECT_EQ(captures[1]["core:global_index"], 5 * 40);
+    EXPECT_EQ(captures[2]["core:sample_start"], 4 * 40);
+    EXPECT_EQ(captures[2]["core:global_index"], 8 * 40);
+}
+
 TEST_F(record_test, continues_after_a_disturbance_and_records_where_it_was)
 {
     server.on("start", [](host_connection &host, const json &command) {
@@ -237,7 +257,8 @@ TEST_F(record_test, continues_after_a_disturbance_and_records_where_it_was)
     });
     options.frames = 3;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 1;"));
+    EXPECT_THAT(out.str(), HasSubstr("missing: 3 frames"));
+    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 1 damaged"));
     const auto captures = first_item()["captures"];
     ASSERT_EQ(captures.size(), 2U);
     EXPECT_EQ(captures[1]["core:sample_start"], 2 * 40);
@@ -262,7 +283,7 @@ TEST_F(record_test, continues_after_frames_that_lack_bytes_or_have_a_wrong_lengt
     });
     options.frames = 7;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 2;"));
+    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 3 damaged"));
     EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"),
                 testing::AllOf(HasSubstr(",20000,"), HasSubstr(",60000,"), HasSubstr(",120000,")));
     const auto captures = first_item()["captures"];

@@ -177,17 +177,48 @@ TEST(recording_writer, can_be_read_while_it_is_written)
     EXPECT_EQ(read_json(directory / "out/session.sigmf-collection")["collection"]["core:streams"].size(), 3U);
 }
 
+/** A frame with a number of frames missing before it. */
+frame frame_after_missing(uint32_t number, uint64_t missing)
+{
+    auto received = example_frame(number);
+    received.set_missing(missing);
+    return received;
+}
+
+TEST(recording_writer, removes_a_gap_that_turns_out_to_be_none)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.add(frame_after_missing(1, 1));
+    writer.add(frame_after_missing(2, 0));
+    writer.finish();
+    const auto captures = read_json(directory / "out/group-1-item-1.sigmf-meta")["captures"];
+    ASSERT_EQ(captures.size(), 1U);
+    EXPECT_EQ(captures[0]["core:global_index"], 0);
+}
+
+TEST(recording_writer, shows_frames_that_are_missing_before_the_first)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(frame_after_missing(2, 2));
+    writer.finish();
+    const auto captures = read_json(directory / "out/group-1-item-1.sigmf-meta")["captures"];
+    ASSERT_EQ(captures.size(), 1U);
+    EXPECT_EQ(captures[0]["core:sample_start"], 0);
+    EXPECT_EQ(captures[0]["core:global_index"], 2 * 40);
+}
+
 TEST(recording_writer, records_where_frames_were_lost)
 {
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
     writer.add(example_frame(0));
     writer.add(example_frame(1));
-    writer.add_loss(3);
-    writer.add(example_frame(5));
-    writer.add_loss(1);
-    writer.add_loss(1);
-    writer.add(example_frame(8));
+    writer.add(frame_after_missing(5, 3));
+    writer.add(frame_after_missing(8, 5));
+    writer.add(frame_after_missing(9, 5));
     writer.finish();
     const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
     expect_valid_sigmf(document);
@@ -202,13 +233,46 @@ TEST(recording_writer, records_where_frames_were_lost)
 TEST(recording_writer, leaves_out_unknown_rates)
 {
     const test::temporary_directory directory;
-    recording_writer writer(directory / "out", example_description());
+    auto description = example_description();
+    description.metadata.tick_period = 0;
+    recording_writer writer(directory / "out", description);
     writer.add(example_frame(0));
     writer.finish();
     const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
     expect_valid_sigmf(document);
     EXPECT_FALSE(document["global"].contains("core:sample_rate"));
     EXPECT_FALSE(document["global"].contains("vantor:frame_rate"));
+    EXPECT_FALSE(document["global"].contains("vantor:measured_frame_rate"));
+}
+
+TEST(recording_writer, gives_the_nominal_rate_also_where_frames_are_missing)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.add(frame_after_missing(100, 99));
+    writer.finish();
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    EXPECT_DOUBLE_EQ(document["global"]["vantor:frame_rate"], 50.0);
+    EXPECT_DOUBLE_EQ(document["global"]["core:sample_rate"], 50.0 * 40);
+    EXPECT_DOUBLE_EQ(document["global"]["vantor:measured_frame_rate"], 0.5);
+    EXPECT_EQ(document["captures"][0]["vantor:frames_missing"], 0);
+    EXPECT_EQ(document["captures"][1]["vantor:frames_missing"], 99);
+}
+
+TEST(recording_writer, gives_the_measured_rate_of_frames_that_are_not_paced)
+{
+    const test::temporary_directory directory;
+    auto description = example_description();
+    description.metadata.tick_period = 0;
+    recording_writer writer(directory / "out", description);
+    writer.add(example_frame(0));
+    writer.add(example_frame(1));
+    writer.finish();
+    const auto global = read_json(directory / "out/group-1-item-1.sigmf-meta")["global"];
+    EXPECT_FALSE(global.contains("vantor:frame_rate"));
+    EXPECT_DOUBLE_EQ(global["vantor:measured_frame_rate"], 50.0);
+    EXPECT_DOUBLE_EQ(global["core:sample_rate"], 50.0 * 40);
 }
 
 TEST(recording_writer, records_a_session_without_items)
