@@ -18,6 +18,7 @@
 #include "commands/progress.h"
 #include "commands/recorder.h"
 #include "commands/text_table.h"
+#include "commands/validation.h"
 #include "configuration/calibration_file.h"
 #include "configuration/configuration.h"
 #include "recording/point_distances.h"
@@ -199,6 +200,10 @@ exit_code record(const record_options &options, const command_streams &streams,
     {
         add_calibrations(configuration, options.calibration);
     }
+    if (!options.no_validate)
+    {
+        require_valid(configuration, options.configuration, streams.err);
+    }
     client server(open_links, {}, now);
     const auto metadata = server.configure(configuration);
     if (metadata->items.empty())
@@ -253,6 +258,7 @@ command record_command()
                          .help = "Use the calibrations in this file from \"vantor calibrate\"",
                          .value = &options->calibration,
                          .value_name = "FILE"},
+                        no_validate_flag(options->no_validate),
                         json_flag(options->json)},
             .run = [options](const command_streams &streams) { return record(*options, streams); }};
 }

@@ -25,6 +25,7 @@ struct record_options
     uint64_t frames = 0;               /**< 0 for no limit */
     std::optional<double> seconds;     /**< no value for no limit */
     std::filesystem::path calibration; /**< calibration file; empty for none */
+    bool no_validate = false;          /**< do not check the configuration first */
     bool json = false;                 /**< print JSON instead of a table */
 };
 

@@ -9,6 +9,7 @@
 
 #include "commands/common_options.h"
 #include "commands/printable.h"
+#include "commands/validation.h"
 #include "configuration/check/configuration_check.h"
 #include "configuration/configuration.h"
 
@@ -22,22 +23,6 @@ constexpr const char *validate_footer = R"(Examples:
   vantor validate config.json --json
 
 This does not need a server. docs/configuration.md describes every member.)";
-
-/** Prints the faults as text. */
-void print(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults)
-{
-    for (const auto &fault : faults)
-    {
-        const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
-        const auto nearest = fault.nearest.empty() ? "" : "; nearest: " + fault.nearest;
-        out << printable(file) << ": " << printable(place) << ": got " << printable(fault.got)
-            << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
-    }
-    if (faults.empty())
-    {
-        out << printable(file) << ": valid\n";
-    }
-}
 
 /** The faults as JSON. */
 nlohmann::ordered_json to_json(const std::vector<configuration_fault> &faults)
@@ -76,9 +61,13 @@ command validate_command()
                 {
                     print_json(streams.out, to_json(faults));
                 }
+                else if (faults.empty())
+                {
+                    streams.out << printable(options->configuration.string()) << ": valid\n";
+                }
                 else
                 {
-                    print(streams.out, options->configuration.string(), faults);
+                    print_faults(streams.out, options->configuration, faults);
                 }
                 return faults.empty() ? exit_code::success : exit_code::bad_file;
             }};

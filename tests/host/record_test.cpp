@@ -132,6 +132,42 @@ TEST_F(record_test, sends_calibrations_of_a_file_to_the_server)
     EXPECT_EQ(sent["calibration_info"][0]["data"], std::string(480, 'd'));
 }
 
+TEST_F(record_test, prints_all_faults_of_a_configuration_and_does_not_connect)
+{
+    options.configuration = directory.write("wrong.json",
+                                            R"({"max_updaterate": 20,
+            "groups": [[{"sensor_id": 1, "cca_enabled": true, "config": {"num_point": 9, "hwaas": 600}}]]})");
+    EXPECT_THAT([this] { run(); }, testing::ThrowsMessage<configuration_error>(testing::AllOf(
+                                       HasSubstr("wrong.json is not valid"), HasSubstr("--no-validate"))));
+    for (const char *fault : {
+             "wrong.json: /max_updaterate: got the member \"max_updaterate\"; allowed: only the documented "
+             "members; nearest: \"max_update_rate\"\n",
+             "wrong.json: /groups/0/0/cca_enabled: got the member \"cca_enabled\"; allowed: only the "
+             "documented members; nearest: \"cca_enable\"\n",
+             "wrong.json: /groups/0/0/config/num_point: got the member \"num_point\"; allowed: only the "
+             "documented members; nearest: \"num_points\"\n",
+             "wrong.json: /groups/0/0/config/hwaas: got 600; allowed: a whole number, from 1 to 511; "
+             "nearest: 511\n",
+         })
+    {
+        EXPECT_THAT(err.str(), HasSubstr(fault));
+    }
+    EXPECT_THAT(server.lines(), testing::IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(options.output));
+}
+
+TEST_F(record_test, leaves_the_configuration_to_the_server_without_validation)
+{
+    server.on("start", test::stream_frames(1));
+    auto configuration = example_session().configuration;
+    configuration["new_member"] = 1;
+    options.configuration = directory.write("newer.json", configuration.dump());
+    options.no_validate = true;
+    options.frames = 1;
+    EXPECT_EQ(run(), exit_code::success);
+    EXPECT_EQ(test::last_command(server.lines(), "configure")["configuration"], configuration);
+}
+
 TEST_F(record_test, shows_progress_when_asked_to)
 {
     server.on("start", [this](host_connection &host, const json &command) {

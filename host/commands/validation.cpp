@@ -1,0 +1,47 @@
+/** @file
+ * Checks a configuration document before it is used, and prints its faults.
+ */
+#include "commands/validation.h"
+
+#include <ostream>
+
+#include "commands/printable.h"
+#include "configuration/check/configuration_check.h"
+#include "configuration/configuration.h"
+
+namespace vantor
+{
+
+command_option no_validate_flag(bool &target)
+{
+    return {.name = "--no-validate",
+            .help = "Do not check the configuration first; for servers that accept more than \"vantor "
+                    "validate\"",
+            .value = &target};
+}
+
+void print_faults(std::ostream &out, const std::filesystem::path &file,
+                  const std::vector<configuration_fault> &faults)
+{
+    for (const auto &fault : faults)
+    {
+        const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
+        const auto nearest = fault.nearest.empty() ? "" : "; nearest: " + fault.nearest;
+        out << printable(file.string()) << ": " << printable(place) << ": got " << printable(fault.got)
+            << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
+    }
+}
+
+void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err)
+{
+    const auto faults = check_configuration(configuration);
+    if (faults.empty())
+    {
+        return;
+    }
+    print_faults(err, file, faults);
+    throw configuration_error(file.string() +
+                              " is not valid: correct it, or use --no-validate if the server accepts it.");
+}
+
+} // namespace vantor

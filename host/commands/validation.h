@@ -1,0 +1,38 @@
+/** @file
+ * Checks a configuration document before it is used, and prints its faults.
+ */
+#ifndef VANTOR_VALIDATION_H
+#define VANTOR_VALIDATION_H
+
+#include <filesystem>
+#include <iosfwd>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "commands/command.h"
+#include "configuration/check/configuration_fault.h"
+
+namespace vantor
+{
+
+/** `--no-validate`. */
+command_option no_validate_flag(bool &target);
+
+/** Prints one line for each fault of a document. */
+void print_faults(std::ostream &out, const std::filesystem::path &file,
+                  const std::vector<configuration_fault> &faults);
+
+/**
+ * Checks a document; prints its faults if there are any.
+ *
+ * @param configuration  the document
+ * @param file           its name for the messages
+ * @param err            where the faults are printed
+ * @throws configuration_error if the document has a fault
+ */
+void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err);
+
+} // namespace vantor
+
+#endif
