@@ -30,13 +30,10 @@ nlohmann::ordered_json to_json(const std::vector<configuration_fault> &faults)
     auto list = nlohmann::ordered_json::array();
     for (const auto &fault : faults)
     {
-        nlohmann::ordered_json entry = {
-            {"pointer", fault.pointer}, {"got", fault.got}, {"allowed", fault.allowed}, {"nearest", nullptr}};
-        if (!fault.nearest.empty())
-        {
-            entry["nearest"] = fault.nearest;
-        }
-        list.push_back(std::move(entry));
+        list.push_back({{"pointer", fault.pointer},
+                        {"got", fault.got},
+                        {"allowed", fault.allowed},
+                        {"nearest", fault.nearest}});
     }
     return {{"valid", faults.empty()}, {"faults", std::move(list)}};
 }

@@ -11,6 +11,25 @@
 
 namespace vantor
 {
+namespace
+{
+
+/** The closest allowed value as text: JSON, but an object without its braces. */
+std::string nearest_text(const nlohmann::ordered_json &nearest)
+{
+    if (!nearest.is_object())
+    {
+        return nearest.dump();
+    }
+    std::string text;
+    for (const auto &[name, value] : nearest.items())
+    {
+        text += (text.empty() ? "\"" : ", \"") + name + "\": " + value.dump();
+    }
+    return text;
+}
+
+} // namespace
 
 command_option no_validate_flag(bool &target)
 {
@@ -26,7 +45,7 @@ void print_faults(std::ostream &out, const std::filesystem::path &file,
     for (const auto &fault : faults)
     {
         const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
-        const auto nearest = fault.nearest.empty() ? "" : "; nearest: " + fault.nearest;
+        const auto nearest = fault.nearest.is_null() ? "" : "; nearest: " + nearest_text(fault.nearest);
         out << printable(file.string()) << ": " << printable(place) << ": got " << printable(fault.got)
             << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
     }

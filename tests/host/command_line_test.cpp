@@ -141,6 +141,14 @@ TEST(command_line, validates_documents)
     const auto about = json::parse(run({"validate", bad.string(), "--json"}).out);
     EXPECT_EQ(about["valid"], false);
     EXPECT_EQ(about["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
+    EXPECT_EQ(about["faults"][0]["nearest"], 511);
+    const auto far = directory.write(
+        "far.json", R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 20000, "prf": "fast"}}]]})");
+    EXPECT_EQ(json::parse(run({"validate", far.string(), "--json"}).out)["faults"][0]["nearest"], nullptr);
+    const auto farther =
+        directory.write("far.json", R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 20000}}]]})");
+    EXPECT_THAT(run({"validate", farther.string()}).out,
+                HasSubstr("nearest: \"num_points\": 1, \"start_point\": 3843\n"));
 }
 
 TEST(command_line, saves_calibrations_to_a_file)

@@ -6,16 +6,20 @@
 
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 namespace vantor
 {
 
 /** A fault in a configuration document. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct configuration_fault
 {
-    std::string pointer; /**< where, as a JSON pointer (RFC 6901); empty for the document itself */
-    std::string got;     /**< what is there */
-    std::string allowed; /**< what is allowed there, or why this is not */
-    std::string nearest; /**< the closest allowed value; empty if there is none */
+    std::string pointer;            /**< where, as a JSON pointer (RFC 6901); empty for the document itself */
+    std::string got;                /**< what is there */
+    std::string allowed;            /**< what is allowed there, or why this is not */
+    nlohmann::ordered_json nearest; /**< the closest allowed value: for an object, an object with the members
+                                         to change; for a list, a number of elements; null if there is none */
 };
 
 } // namespace vantor

@@ -63,7 +63,7 @@ public:
         const auto where = has_member ? place / rule_["at"].get<std::string>() : place;
         const auto got = has_member ? member(rule_["at"]).dump() : fill(rule_["got"]);
         return {where.to_string(), got, fill(rule_["allowed"]),
-                rule_.contains("lower") ? lower() : fill(rule_["nearest"])};
+                rule_.contains("lower") ? lower() : nlohmann::ordered_json::parse(fill(rule_["nearest"]))};
     }
 
 private:
@@ -155,32 +155,42 @@ private:
         return text;
     }
 
-    /** The largest values that follow the rule, when its members are lowered one after the other. */
-    [[nodiscard]] std::string lower() const
+    /** Lowers a member of an object as little as possible; returns whether it can follow the rule. */
+    [[nodiscard]] bool lower(json &changed, const std::string &name) const
+    {
+        const placed_rule changed_rule(rule_, changed, parent_);
+        long good = definition(name)["minimum"];
+        auto too_high = std::lround(changed_rule.number(name));
+        changed[name] = good;
+        if (!changed_rule.is_satisfied())
+        {
+            return false;
+        }
+        while (too_high - good > 1)
+        {
+            const long middle = good + (too_high - good) / 2;
+            changed[name] = middle;
+            (changed_rule.is_satisfied() ? good : too_high) = middle;
+        }
+        changed[name] = good;
+        return true;
+    }
+
+    /** The members to lower, one after the other, with the largest values that follow the rule. */
+    [[nodiscard]] nlohmann::ordered_json lower() const
     {
         json changed = object_;
-        const placed_rule changed_rule(rule_, changed, parent_);
-        std::string text;
+        auto lowered = nlohmann::ordered_json::object();
         for (const std::string name : rule_["lower"])
         {
-            const long lowest = definition(name)["minimum"];
-            auto too_high = std::lround(changed_rule.number(name));
-            changed[name] = lowest;
-            const bool is_enough = changed_rule.is_satisfied();
-            for (long good = lowest; is_enough && too_high - good > 1;)
-            {
-                const long middle = good + (too_high - good) / 2;
-                changed[name] = middle;
-                (changed_rule.is_satisfied() ? good : too_high) = middle;
-                changed[name] = good;
-            }
-            text.insert(0, '"' + name + "\": " + changed[name].dump() + (text.empty() ? "" : ", "));
+            const bool is_enough = lower(changed, name);
+            lowered[name] = changed[name];
             if (is_enough)
             {
-                return text;
+                return lowered;
             }
         }
-        return {};
+        return nullptr;
     }
 
     const json &rule_;

@@ -37,10 +37,10 @@ size_t edit_distance(std::string_view from, std::string_view to)
     return row.back();
 }
 
-/** The word closest to a text; empty if none is close. */
-std::string closest_word(const std::string &text, const std::vector<std::string> &words)
+/** The word closest to a text; null if none is close. */
+nlohmann::ordered_json closest_word(const std::string &text, const std::vector<std::string> &words)
 {
-    std::string best;
+    nlohmann::ordered_json best;
     size_t best_distance = text.size() / 2 + 2;
     for (const auto &word : words)
     {
@@ -200,7 +200,8 @@ private:
         return text.substr(0, end) + "…";
     }
 
-    void add(const json::json_pointer &place, std::string got, std::string allowed, std::string nearest = {})
+    void add(const json::json_pointer &place, std::string got, std::string allowed,
+             nlohmann::ordered_json nearest = {})
     {
         faults_.push_back({place.to_string(), std::move(got), std::move(allowed), std::move(nearest)});
     }
@@ -215,8 +216,7 @@ private:
         const auto word = value.get<std::string>();
         if (std::find(words.begin(), words.end(), word) == words.end())
         {
-            const auto nearest = closest_word(word, words);
-            add(place, shorten(value), describe(schema), nearest.empty() ? "" : '"' + nearest + '"');
+            add(place, shorten(value), describe(schema), closest_word(word, words));
         }
     }
 
@@ -240,7 +240,7 @@ private:
         }
         if (distance > 0.0)
         {
-            add(place, shorten(value), describe(schema), nearest.dump());
+            add(place, shorten(value), describe(schema), nearest);
         }
     }
 
@@ -279,9 +279,8 @@ private:
             {
                 names.push_back(known);
             }
-            const auto nearest = closest_word(name, names);
             add(place / name, "the member \"" + name + "\"", "only the documented members",
-                nearest.empty() ? "" : '"' + nearest + '"');
+                closest_word(name, names));
         }
     }
 
@@ -316,7 +315,7 @@ private:
         if (value.size() > highest)
         {
             add(place, std::to_string(value.size()) + " elements",
-                "at most " + std::to_string(highest) + " elements", std::to_string(highest));
+                "at most " + std::to_string(highest) + " elements", highest);
         }
         for (size_t i = 0; i < value.size(); ++i)
         {
