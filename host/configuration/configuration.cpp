@@ -19,7 +19,7 @@ namespace
 {
 
 /** Largest document that is read, far more than a server accepts. */
-constexpr size_t largest_document = size_t{16} << 20;
+constexpr size_t largest_document = size_t{1} << 20;
 
 /** Deepest nesting of a document, far more than a server accepts. */
 constexpr int deepest_nesting = 64;
@@ -184,7 +184,7 @@ nlohmann::json load_configuration(const std::filesystem::path &file)
     }
     if (text->size() > largest_document)
     {
-        throw configuration_error(file.string() + " is too large: it has more than 16 MB.");
+        throw configuration_error(file.string() + " is too large: it has more than 1 MiB.");
     }
     auto document = parse_json_text(*text, file.string());
     if (!document.is_object())

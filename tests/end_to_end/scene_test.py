@@ -34,6 +34,22 @@ def configuration(item=None, **config):
     return {"groups": [[{"sensor_id": 1, "config": config, **(item or {})}]]}
 
 
+class Files(SceneTest):
+    def refusal(self, path):
+        """The message for a scene that cannot be used."""
+        result = subprocess.run([SERVER, "--stdio", "--scene", path], stdin=subprocess.DEVNULL, capture_output=True,
+                                text=True, timeout=TIME_OUT, check=False)
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        return result.stderr
+
+    def test_what_is_not_a_scene_file_is_refused(self):
+        self.assertIn(f'cannot read the scene "{self.folder}": it is a directory; use a file\n', self.refusal(self.folder))
+        missing = os.path.join(self.folder, "missing.json")
+        self.assertIn(f'cannot read the scene "{missing}": No such file or directory\n', self.refusal(missing))
+        self.assertIn('cannot use the scene "/dev/zero": it has more than 256 KiB\n', self.refusal("/dev/zero"))
+        self.assertIn('cannot use the scene "/dev/null": ', self.refusal("/dev/null"))
+
+
 class Faults(SceneTest):
     def test_every_fault_leads_to_its_error_and_the_next_session_works(self):
         # Faults that occur once: the fault, the command that ends the session, and the error code.

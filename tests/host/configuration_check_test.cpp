@@ -189,6 +189,13 @@ TEST(configuration_check, reports_every_fault_at_once)
     EXPECT_THAT(faults, SizeIs(3));
 }
 
+TEST(configuration_check, reports_a_limited_number_of_faults)
+{
+    EXPECT_THAT(check_configuration({{"groups", json(1000, 7)}}), SizeIs(most_faults));
+    const json item = {{"sensor_id", 1}, {"config", {{"start_point", 20000}}}};
+    EXPECT_THAT(check_configuration({{"groups", json::array({json(1000, item)})}}), SizeIs(most_faults));
+}
+
 /** Collects the keywords of a schema and of all schemas in it. */
 void collect_keywords(const json &schema, std::set<std::string> &keywords)
 {

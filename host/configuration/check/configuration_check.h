@@ -18,7 +18,7 @@ namespace vantor
  * members. It does not check what depends on a server: which sensors it has, and whether they are fast
  * enough.
  *
- * @return all faults; empty if the document is valid
+ * @return all faults, but at most most_faults; empty if the document is valid
  */
 std::vector<configuration_fault> check_configuration(const nlohmann::json &document);
 

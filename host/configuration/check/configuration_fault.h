@@ -4,12 +4,16 @@
 #ifndef VANTOR_CONFIGURATION_FAULT_H
 #define VANTOR_CONFIGURATION_FAULT_H
 
+#include <cstddef>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 namespace vantor
 {
+
+/** Highest number of faults that are reported at once. */
+inline constexpr size_t most_faults = 100;
 
 /** A fault in a configuration document. */
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw

@@ -201,7 +201,7 @@ private:
 /** Applies a rule to one object. */
 void check(const placed_rule &rule, const pointer &place, std::vector<configuration_fault> &found)
 {
-    if (!rule.is_kept())
+    if (found.size() < most_faults && !rule.is_kept())
     {
         found.push_back(rule.fault(place));
     }

@@ -44,7 +44,10 @@ nlohmann::ordered_json closest_word(const std::string &text, const std::vector<s
     size_t best_distance = text.size() / 2 + 2;
     for (const auto &word : words)
     {
-        if (const auto distance = edit_distance(text, word); distance < best_distance)
+        // A much longer text can be very long.
+        const bool too_long = text.size() >= word.size() + best_distance;
+        if (const auto distance = too_long ? best_distance : edit_distance(text, word);
+            distance < best_distance)
         {
             best = word;
             best_distance = distance;
@@ -203,7 +206,10 @@ private:
     void add(const json::json_pointer &place, std::string got, std::string allowed,
              nlohmann::ordered_json nearest = {})
     {
-        faults_.push_back({place.to_string(), std::move(got), std::move(allowed), std::move(nearest)});
+        if (faults_.size() < most_faults)
+        {
+            faults_.push_back({place.to_string(), std::move(got), std::move(allowed), std::move(nearest)});
+        }
     }
 
     void check_enum(const json &value, const json &schema, const json::json_pointer &place)

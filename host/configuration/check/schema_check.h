@@ -23,7 +23,7 @@ namespace vantor
  *
  * @param document  the document
  * @param schema    the schema, which may use only the keywords above
- * @return all faults, in the order of the document
+ * @return all faults, but at most most_faults, in the order of the document
  */
 std::vector<configuration_fault> check_schema(const nlohmann::json &document, const nlohmann::json &schema);
 
