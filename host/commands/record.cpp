@@ -196,13 +196,13 @@ exit_code record(const record_options &options, const command_streams &streams,
                  const client::link_factory &open_links, const time_source &now)
 {
     auto configuration = load_configuration(options.configuration);
-    if (!options.calibration.empty())
-    {
-        add_calibrations(configuration, options.calibration);
-    }
     if (!options.no_validate)
     {
         require_valid(configuration, options.configuration, streams.err);
+    }
+    if (!options.calibration.empty())
+    {
+        add_calibrations(configuration, options.calibration);
     }
     client server(open_links, {}, now);
     const auto metadata = server.configure(configuration);

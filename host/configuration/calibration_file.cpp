@@ -4,12 +4,78 @@
 #include "configuration/calibration_file.h"
 
 #include <set>
+#include <system_error>
 
 #include "configuration/check/configuration_check.h"
 #include "configuration/configuration.h"
 
 namespace vantor
 {
+namespace
+{
+
+using nlohmann::json;
+
+/**
+ * Reads the calibrations of a file. It must not be a pipe, because reading one can take forever.
+ *
+ * @throws configuration_error if it cannot be read, is not a calibration file, or has two calibrations of a
+ *         sensor
+ */
+json read_calibrations(const std::filesystem::path &file)
+{
+    std::error_code failure;
+    if (std::filesystem::exists(file, failure) && !std::filesystem::is_directory(file, failure) &&
+        !std::filesystem::is_regular_file(file, failure))
+    {
+        throw configuration_error("Cannot read " + file.string() + ": it is not a regular file.");
+    }
+    const auto document = load_configuration(file);
+    const auto faults = check_configuration(document);
+    if (!faults.empty() || !document.contains("calibration_info"))
+    {
+        throw configuration_error(file.string() +
+                                  " is not a calibration file; make one with \"vantor calibrate\".");
+    }
+    std::set<json> sensors;
+    for (const auto &entry : document["calibration_info"])
+    {
+        if (!sensors.insert(entry["sensor_id"]).second)
+        {
+            throw configuration_error(file.string() + " contains two calibrations of sensor " +
+                                      entry["sensor_id"].dump() + "; remove one of them.");
+        }
+    }
+    return document["calibration_info"];
+}
+
+/** The numbers of the sensors that a document uses without a calibration. */
+std::set<json> sensors_to_calibrate(const json &configuration)
+{
+    std::set<json> sensors;
+    for (const auto &item : list_items(configuration))
+    {
+        sensors.insert(item.sensor_id);
+    }
+    for (const auto &entry : configuration.value("calibration_info", json::array()))
+    {
+        sensors.erase(entry.at("sensor_id"));
+    }
+    return sensors;
+}
+
+/** The sensors of calibrations as text. */
+std::string list_sensors(const json &calibrations)
+{
+    std::string text;
+    for (const auto &entry : calibrations)
+    {
+        text += (text.empty() ? "sensor " : ", sensor ") + entry["sensor_id"].dump();
+    }
+    return text;
+}
+
+} // namespace
 
 std::string calibration_text(const std::vector<calibration> &calibrations)
 {
@@ -23,26 +89,28 @@ std::string calibration_text(const std::vector<calibration> &calibrations)
 }
 
 void add_calibrations(nlohmann::json &configuration, const std::filesystem::path &file)
+try
 {
-    const auto document = load_configuration(file);
-    const auto faults = check_configuration(document);
-    if (!faults.empty() || !document.contains("calibration_info"))
+    const auto available = read_calibrations(file);
+    const auto wanted = sensors_to_calibrate(configuration);
+    bool fits = wanted.empty();
+    for (const auto &entry : available)
     {
-        throw configuration_error(file.string() +
-                                  " is not a calibration file; make one with \"vantor calibrate\".");
-    }
-    std::set<nlohmann::json> known;
-    for (const auto &entry : configuration.value("calibration_info", nlohmann::json::array()))
-    {
-        known.insert(entry.at("sensor_id"));
-    }
-    for (const auto &entry : document["calibration_info"])
-    {
-        if (!known.contains(entry["sensor_id"]))
+        if (wanted.contains(entry["sensor_id"]))
         {
             configuration["calibration_info"].push_back(entry);
+            fits = true;
         }
     }
+    if (!fits)
+    {
+        throw configuration_error(file.string() + " contains calibrations of " + list_sensors(available) +
+                                  " only, none of which the configuration needs.");
+    }
+}
+catch (const nlohmann::json::exception &)
+{
+    throw configuration_error("\"calibration_info\" of the configuration is not a list of calibrations.");
 }
 
 } // namespace vantor

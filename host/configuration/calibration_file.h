@@ -19,10 +19,13 @@ namespace vantor
 std::string calibration_text(const std::vector<calibration> &calibrations);
 
 /**
- * Adds the calibrations of a file to a configuration document, except for sensors whose calibration the
- * document already contains.
+ * Adds calibrations of a file to a configuration document: those of sensors that the document uses and whose
+ * calibration it does not already contain.
  *
- * @throws configuration_error if the file cannot be read or is not a calibration file
+ * @param configuration  the document
+ * @param file           a regular file
+ * @throws configuration_error if the file cannot be read or is not a calibration file, has two calibrations
+ *         of a sensor, or none for any of these sensors
  */
 void add_calibrations(nlohmann::json &configuration, const std::filesystem::path &file);
 
