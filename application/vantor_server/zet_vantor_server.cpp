@@ -67,10 +67,11 @@ struct server_t
     bool baudrate_on_trial;      /**< the baud rate has not been confirmed yet */
     uint64_t trial_end;          /**< when the server returns to the confirmed baud rate */
 
-    uint64_t frames;          /**< frames sent since the start */
-    uint64_t frames_left_out; /**< frames of paced streams that were due but not measured */
-    uint64_t bytes_sent;      /**< bytes sent since the start */
-    uint64_t bytes_received;  /**< bytes received since the start */
+    uint64_t frames;                 /**< frames sent since the start */
+    uint64_t frames_left_out;        /**< frames of paced streams that were due but not measured */
+    uint64_t frames_left_out_before; /**< the same when the stream started */
+    uint64_t bytes_sent;             /**< bytes sent since the start */
+    uint64_t bytes_received;         /**< bytes received since the start */
     uint32_t error_counts[ZET_SERVER_ERROR_COUNT]; /**< errors reported to the host since the start */
 };
 
@@ -489,6 +490,7 @@ void execute_start(const command_t *self, const cJSON * /*command*/)
     answer(self->name);
     server.state = SESSION_STREAMING;
     server.next_frame = zet_server_clock_read(&server.clock);
+    server.frames_left_out_before = server.frames_left_out;
 }
 
 void execute_frame(const command_t * /*self*/, const cJSON * /*command*/)
@@ -499,7 +501,10 @@ void execute_frame(const command_t * /*self*/, const cJSON * /*command*/)
 void execute_stop(const command_t *self, const cJSON * /*command*/)
 {
     server.state = SESSION_CONFIGURED;
-    answer(self->name);
+    zet_json_writer_t writer;
+    begin_answer(&writer, self->name);
+    write_uint_member(&writer, "frames_left_out", server.frames_left_out - server.frames_left_out_before);
+    end_message(&writer);
 }
 
 void execute_end(const command_t *self, const cJSON * /*command*/)

@@ -63,7 +63,8 @@ class Session:
             host.message()
             host.command("stop")
             answer, _ = host.answer()
-            self.assertEqual(answer, {"status": "ok", "command": "stop", "payload_size": 0})
+            self.assertEqual(answer, {"status": "ok", "command": "stop", "payload_size": 0,
+                                      "frames_left_out": host.ask("stats")["frames_left_out"]})
             self.assertEqual(host.ask("ping")["command"], "ping")
             self.assertEqual(host.ask("start")["status"], "ok")
             self.assertIn("result_info", host.message()[0])

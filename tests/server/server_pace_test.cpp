@@ -134,6 +134,26 @@ TEST_F(server_pace, counts_skipped_frames_when_the_tick_wraps)
     EXPECT_EQ(frames_skipped(), 3U);
 }
 
+TEST_F(server_pace, reports_the_skipped_frames_of_a_stream_when_it_is_stopped)
+{
+    const auto skipped_in_stream = [] {
+        return ask(R"({"command":"stop"})").members.value("frames_left_out", UINT64_MAX);
+    };
+    start();
+    stream_at("20");
+    fake_backend.during_frame = [] { fake_port.tick += 120000; };
+    EXPECT_TRUE(step());
+    EXPECT_EQ(skipped_in_stream(), 2U);
+    execute(R"({"command":"start"})");
+    EXPECT_EQ(skipped_in_stream(), 0U);
+    execute(R"({"command":"start"})");
+    EXPECT_TRUE(step());
+    fake_port.tick += wait;
+    EXPECT_TRUE(step());
+    EXPECT_EQ(skipped_in_stream(), 4U);
+    EXPECT_EQ(frames_skipped(), 6U);
+}
+
 TEST_F(server_pace, does_not_count_skipped_frames_while_the_stream_is_stopped)
 {
     start();

@@ -197,7 +197,8 @@ TEST_F(server_session, sends_no_frame_after_the_answer_to_stop)
     enter("streaming");
     zet_vantor_server_step();
     take_messages();
-    EXPECT_EQ(ask(R"({"command":"stop"})").line, R"({"status":"ok","command":"stop","payload_size":0})");
+    EXPECT_EQ(ask(R"({"command":"stop"})").line,
+              R"({"status":"ok","command":"stop","payload_size":0,"frames_left_out":0})");
     zet_vantor_server_step();
     EXPECT_TRUE(fake_port.sent.empty());
     execute(R"({"command":"start"})");
