@@ -133,6 +133,7 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
     throw_on_error(received);
     metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
     frame_rate_ = nominal_frame_rate(configuration, *metadata_, server_);
+    parser_.expect_frames(metadata_->frame_length() * sizeof(sample));
     return metadata_;
 }
 
@@ -200,6 +201,7 @@ void client::end()
             if (answers_end(received))
             {
                 --unanswered_ends_;
+                parser_.expect_frames(std::nullopt);
                 return;
             }
             if (received.header.value("code", nlohmann::json()) == "busy")

@@ -89,7 +89,39 @@ struct header_fault
 {
     size_t offset = 0;
     std::string reason;
+    bool wrong_size = false; /**< a header of a frame in which only the payload size is wrong */
 };
+
+/** The payload sizes that are allowed. */
+struct payload_rule
+{
+    size_t largest = 0;
+    std::optional<size_t> of_frames; /**< of every frame, if known */
+};
+
+/** Checks the payload size of a header; returns what is wrong, or an empty text. */
+std::string check_payload(const nlohmann::json &header, size_t largest)
+{
+    const auto size = header.find("payload_size");
+    if (size == header.end() || !size->is_number_integer())
+    {
+        return "the header has no whole number \"payload_size\"";
+    }
+    if (!size->is_number_unsigned())
+    {
+        return "\"payload_size\" is negative";
+    }
+    if (*size != 0 && !header.contains("result_info"))
+    {
+        return "\"payload_size\" is " + size->dump() + ", but only a frame can have a payload";
+    }
+    if (size->get<uint64_t>() > largest)
+    {
+        return "\"payload_size\" is " + size->dump() + ", but at most " + std::to_string(largest) +
+               " bytes are allowed";
+    }
+    return {};
+}
 
 /**
  * Checks the members that every header must have.
@@ -107,36 +139,18 @@ std::string check_members(const nlohmann::json &header, size_t largest_payload)
     {
         return "the header has no string \"status\"";
     }
-    const auto size = header.find("payload_size");
-    if (size == header.end() || !size->is_number_integer())
-    {
-        return "the header has no whole number \"payload_size\"";
-    }
-    if (!size->is_number_unsigned())
-    {
-        return "\"payload_size\" is negative";
-    }
-    if (*size != 0 && !header.contains("result_info"))
-    {
-        return "\"payload_size\" is " + size->dump() + ", but only a frame can have a payload";
-    }
-    if (size->get<uint64_t>() > largest_payload)
-    {
-        return "\"payload_size\" is " + size->dump() + ", but at most " + std::to_string(largest_payload) +
-               " bytes are allowed";
-    }
-    return {};
+    return check_payload(header, largest_payload);
 }
 
 /**
  * Parses a header line.
  *
- * @param line             without its line feed
- * @param largest_payload  upper bound of "payload_size"
- * @param header           receives the header
+ * @param line    without its line feed
+ * @param rule    the values of "payload_size" that are allowed
+ * @param header  receives the header
  * @return the fault, or nothing
  */
-std::optional<header_fault> parse_header(std::string_view line, size_t largest_payload,
+std::optional<header_fault> parse_header(std::string_view line, const payload_rule &rule,
                                          nlohmann::json &header)
 {
     if (const auto excess = find_excess_nesting(line); excess != std::string_view::npos)
@@ -155,11 +169,52 @@ std::optional<header_fault> parse_header(std::string_view line, size_t largest_p
     {
         return header_fault{0, "the header contains a number that is out of range"};
     }
-    if (auto reason = check_members(header, largest_payload); !reason.empty())
+    if (auto reason = check_members(header, rule.largest); !reason.empty())
     {
         return header_fault{0, std::move(reason)};
     }
+    if (rule.of_frames && header.contains("result_info") && header["payload_size"] != *rule.of_frames)
+    {
+        return header_fault{0,
+                            "\"payload_size\" is " + header["payload_size"].dump() +
+                                ", but every frame of this session has " + std::to_string(*rule.of_frames) +
+                                " bytes of samples",
+                            true};
+    }
     return std::nullopt;
+}
+
+/** What a line contains. */
+struct line_content
+{
+    message candidate; /**< its header is valid if one was found */
+    size_t start = 0;  /**< where the header starts */
+    bool found = false;
+    std::optional<header_fault> fault; /**< of the line, or of the header at its end */
+};
+
+/** Searches a line for a header: the complete line, or the object at its end. */
+line_content search_line(std::string_view line, const payload_rule &rule)
+{
+    line_content content;
+    content.fault = parse_header(line, rule, content.candidate.header);
+    content.found = !content.fault;
+    if (content.found || content.fault->wrong_size)
+    {
+        return content;
+    }
+    content.start = find_last_object(line);
+    if (content.start > 0)
+    {
+        auto fault = parse_header(line.substr(content.start), rule, content.candidate.header);
+        content.found = !fault;
+        if (fault && fault->wrong_size)
+        {
+            fault->offset += content.start;
+            content.fault = std::move(fault);
+        }
+    }
+    return content;
 }
 
 } // namespace
@@ -206,6 +261,11 @@ bool message_parser::within_message() const noexcept
 size_t message_parser::missing() const noexcept
 {
     return pending_ ? payload_size_ - pending_->payload.size() : 0;
+}
+
+void message_parser::expect_frames(std::optional<size_t> payload_size) noexcept
+{
+    frame_payload_ = payload_size;
 }
 
 void message_parser::reset()
@@ -287,17 +347,10 @@ std::optional<std::string_view> message_parser::take_line()
 /** Parses the next header into pending_; false if more bytes are needed. */
 bool message_parser::read_header()
 {
+    const payload_rule rule{.largest = limits_.payload, .of_frames = frame_payload_};
     while (const auto line = take_line())
     {
-        message candidate;
-        size_t start = 0;
-        const auto fault = parse_header(*line, limits_.payload, candidate.header);
-        bool found = !fault;
-        if (fault)
-        {
-            start = find_last_object(*line);
-            found = start > 0 && !parse_header(line->substr(start), limits_.payload, candidate.header);
-        }
+        auto [candidate, start, found, fault] = search_line(*line, rule);
         const auto begin = position_;
         const bool reported = std::exchange(lost_, !found);
         consume(line->size() + 1);
@@ -307,7 +360,7 @@ bool message_parser::read_header()
             payload_size_ = candidate.header["payload_size"].get<size_t>();
             pending_ = std::move(candidate);
         }
-        if (fault && !reported)
+        if (fault && (!reported || fault->wrong_size))
         {
             throw bad_message(begin + fault->offset, fault->reason);
         }

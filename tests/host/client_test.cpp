@@ -233,6 +233,36 @@ TEST(client, continues_after_a_damaged_message)
     EXPECT_EQ(host.receive_frame(60s)->items()[0].tick, 40000U);
 }
 
+/** The example frames before and after one with a damaged digit in its "payload_size". */
+void stream_with_a_damaged_digit(host_connection &host, const json &command)
+{
+    test::stream_frames(1)(host, command);
+    auto damaged = example_session().frame_header(1).dump();
+    damaged[damaged.find("380")] = '9';
+    host.send(damaged + "\n" + example_session().frame_payload(1));
+    for (uint32_t number = 2; number < 20; ++number)
+    {
+        host.send(example_session().frame_header(number), example_session().frame_payload(number));
+    }
+}
+
+TEST(client, loses_one_frame_to_a_damaged_digit_of_its_payload_size)
+{
+    fake_server server;
+    server.on("start", stream_with_a_damaged_digit);
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_TRUE(host.receive_frame(60s));
+    EXPECT_THAT([&] { host.receive_frame(60s); },
+                ThrowsMessage<bad_message>(HasSubstr("\"payload_size\" is 980, but every frame of this "
+                                                     "session has 380 bytes of samples")));
+    for (uint32_t number = 2; number < 20; ++number)
+    {
+        EXPECT_EQ(host.receive_frame(60s)->items()[0].tick, number * 20000);
+    }
+}
+
 TEST(client, refuses_a_frame_of_another_length)
 {
     fake_server server;
@@ -253,9 +283,10 @@ TEST(client, refuses_a_frame_of_another_length)
         }
         catch (const bad_message &fault)
         {
-            EXPECT_EQ(fault.position(), position);
-            EXPECT_THAT(fault.what(), HasSubstr("4 bytes"));
-            EXPECT_THAT(fault.what(), testing::EndsWith(" announced 380."));
+            // The payload of the first one is skipped with the second one.
+            EXPECT_EQ(fault.position(), position + (i == 0 ? 0 : 4));
+            EXPECT_THAT(fault.what(), HasSubstr("\"payload_size\" is 4,"));
+            EXPECT_THAT(fault.what(), testing::EndsWith(" 380 bytes of samples."));
         }
     }
 }

@@ -257,9 +257,11 @@ std::string frame(const std::string &payload)
 }
 
 /** The payloads of all messages in a stream, and the number of faults. */
-std::pair<std::vector<std::string>, int> read_all(const std::string &stream)
+std::pair<std::vector<std::string>, int> read_all(const std::string &stream,
+                                                  std::optional<size_t> frame_size = std::nullopt)
 {
     message_parser parser;
+    parser.expect_frames(frame_size);
     parser.feed(bytes(stream));
     std::pair<std::vector<std::string>, int> result;
     while (true)
@@ -302,6 +304,67 @@ TEST(message_parser, loses_no_message_to_bytes_before_its_header)
         read_all(frame("one") + "noise" + frame("two") + "noise" + frame("three"));
     EXPECT_THAT(payloads, testing::ElementsAre("one", "two", "three"));
     EXPECT_EQ(faults, 2);
+}
+
+/** A payload of bytes of all values, among them line feeds, quotation marks and brackets. */
+std::string mixed_payload(size_t size, unsigned seed)
+{
+    std::string payload(size, '\0');
+    for (auto &byte : payload)
+    {
+        seed = seed * 1103515245U + 12345U;
+        byte = static_cast<char>(seed >> 16U);
+    }
+    return payload;
+}
+
+TEST(message_parser, loses_at_most_two_frames_to_a_damaged_payload_size)
+{
+    constexpr size_t frames = 12;
+    constexpr size_t size = 4852;
+    std::vector<std::string> payloads;
+    std::string stream;
+    std::vector<size_t> starts;
+    for (unsigned i = 0; i < frames; ++i)
+    {
+        payloads.push_back(mixed_payload(size, i));
+        starts.push_back(stream.size());
+        stream += frame(payloads.back());
+    }
+    const auto first_digit = stream.find("4852", starts[2]);
+    for (size_t digit = first_digit; digit < first_digit + 4; ++digit)
+    {
+        for (int value = 0; value < 256; ++value)
+        {
+            auto damaged = stream;
+            damaged[digit] = static_cast<char>(value);
+            const auto received = read_all(damaged, size).first;
+            EXPECT_GE(received.size(), frames - 2) << "digit " << digit - first_digit << " is " << value;
+            EXPECT_THAT(payloads, testing::IsSupersetOf(received));
+        }
+    }
+}
+
+TEST(message_parser, reports_every_frame_of_another_size)
+{
+    const std::string stream = frame("1234") + frame("12345") + frame("a\nbcd") + frame("") + frame("abcd");
+    const auto [payloads, faults] = read_all(stream, 4);
+    EXPECT_THAT(payloads, testing::ElementsAre("1234", "abcd"));
+    EXPECT_EQ(faults, 3);
+}
+
+TEST(message_parser, accepts_frames_of_any_size_while_the_session_is_unknown)
+{
+    message_parser parser;
+    parser.expect_frames(4);
+    parser.feed(bytes(wire("12345")));
+    EXPECT_THROW(parser.next(), bad_message);
+    parser.reset();
+    parser.feed(bytes(wire("12345") + R"({"status":"ok","payload_size":0})"
+                                      "\n"));
+    EXPECT_TRUE(parser.next());
+    parser.expect_frames(4);
+    EXPECT_TRUE(parser.next());
 }
 
 TEST(message_parser, counts_from_zero_after_a_reset)

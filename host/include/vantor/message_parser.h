@@ -39,7 +39,7 @@ struct message_limits
  * Splits a stream of bytes, received in pieces of any size, into messages.
  *
  * After a fault it throws bad_message once. It then skips lines until it finds a header, which may follow the
- * rest of a payload on the same line.
+ * rest of a payload on the same line. The header of a frame with a wrong payload size is a new fault.
  */
 class message_parser
 {
@@ -56,9 +56,18 @@ public:
      * @return the message, or nothing if more bytes are needed
      * @throws bad_message if the bytes are not a message: the header is too long, is not JSON, is nested too
      *         deeply or is not an object, its "status" or "payload_size" is missing or out of range, or it
-     *         announces a payload although it does not belong to a frame. Call again to continue.
+     *         announces a payload although it does not belong to a frame, or a frame of another size than
+     *         expect_frames() has set. Call again to continue.
      */
     std::optional<message> next();
+
+    /**
+     * Sets the payload size of all frames from the next header on. A header with another size is a fault; the
+     * bytes after it are searched for the next header, whatever size it announced.
+     *
+     * @param payload_size  in bytes; no value if unknown
+     */
+    void expect_frames(std::optional<size_t> payload_size) noexcept;
 
     /** Number of bytes consumed so far. */
     [[nodiscard]] uint64_t position() const noexcept;
@@ -69,7 +78,7 @@ public:
     /** Number of payload bytes still missing from the current message; 0 if there is none. */
     [[nodiscard]] size_t missing() const noexcept;
 
-    /** Drops a partial message and counts bytes from 0 again. */
+    /** Drops a partial message and the expected size of frames, and counts bytes from 0 again. */
     void reset();
 
 private:
@@ -81,6 +90,7 @@ private:
     void report(uint64_t position, const std::string &reason);
 
     message_limits limits_;
+    std::optional<size_t> frame_payload_; /**< payload size of every frame, if known */
     std::vector<char> buffer_;
     size_t start_ = 0;   /**< where the bytes in buffer_ start that are not consumed */
     size_t scanned_ = 0; /**< bytes after start_ that contain no line feed */
