@@ -20,4 +20,25 @@ const nlohmann::json &sensor_knowledge()
     return knowledge;
 }
 
+const nlohmann::json &member_schema(const std::string &name)
+{
+    const auto &schema = configuration_schema();
+    return schema[schema["properties"].contains(name) ? "properties" : "$defs"][name];
+}
+
+nlohmann::json member_or_default(const nlohmann::json &object, const std::string &name)
+{
+    return object.contains(name) ? object[name] : member_schema(name).value("default", nlohmann::json());
+}
+
+double sensor_figure(const std::string &name)
+{
+    return sensor_knowledge()["figures"].at(name).at("value");
+}
+
+double sensor_figure(const std::string &name, const std::string &key)
+{
+    return sensor_knowledge()["figures"].at(name).at("value").at(key);
+}
+
 } // namespace vantor

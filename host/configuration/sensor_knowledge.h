@@ -4,6 +4,8 @@
 #ifndef VANTOR_SENSOR_KNOWLEDGE_H
 #define VANTOR_SENSOR_KNOWLEDGE_H
 
+#include <string>
+
 #include <nlohmann/json.hpp>
 
 namespace vantor
@@ -14,6 +16,18 @@ const nlohmann::json &configuration_schema();
 
 /** Sensor figures, and the rules between the members of a configuration, docs/k330.json. */
 const nlohmann::json &sensor_knowledge();
+
+/** The schema of a member of a configuration or of the document. */
+const nlohmann::json &member_schema(const std::string &name);
+
+/** A member of an object, or its default; null if it has neither. */
+nlohmann::json member_or_default(const nlohmann::json &object, const std::string &name);
+
+/** A figure of the sensor. */
+double sensor_figure(const std::string &name);
+
+/** A figure of the sensor for one value of the member that it depends on. */
+double sensor_figure(const std::string &name, const std::string &key);
 
 } // namespace vantor
 

@@ -4,7 +4,6 @@
  * The documents avoid the differences that docs/configuration.md lists. The environment variable
  * VANTOR_CAMPAIGN_SIZE sets their number.
  */
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -12,7 +11,7 @@
 
 #include "configuration/check/configuration_check.h"
 #include "configuration/configuration.h"
-#include "vantor/client.h"
+#include "simulated_server.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -123,14 +122,6 @@ private:
 class validating_server
 {
 public:
-    validating_server()
-    {
-        setenv("VANTOR_SERVER", VANTOR_SERVER_PROGRAM, 1);
-        server_ =
-            std::make_unique<client>(parse_address("sim:--clock virtual --sensors 3 --log-level ERROR"));
-        unsetenv("VANTOR_SERVER");
-    }
-
     /** Returns why the server refuses the document; empty if it accepts it. */
     std::string refusal(const json &document)
     {
@@ -148,7 +139,7 @@ public:
     }
 
 private:
-    std::unique_ptr<client> server_;
+    std::unique_ptr<client> server_ = test::start_simulated_server();
 };
 
 /** The first fault found by the schema and its rules, as text; empty if there is none. */
@@ -158,17 +149,10 @@ std::string first_fault(const json &document)
     return faults.empty() ? "" : faults.front().pointer + ": " + faults.front().got;
 }
 
-/** The number of documents to generate: a sample, unless a longer campaign is requested. */
-unsigned campaign_size()
-{
-    const char *size = std::getenv("VANTOR_CAMPAIGN_SIZE");
-    return size == nullptr ? 100U : static_cast<unsigned>(std::stoul(size));
-}
-
 TEST(schema_agreement, exists_for_generated_documents)
 {
     validating_server server;
-    const auto count = campaign_size();
+    const auto count = test::campaign_size();
     unsigned accepted = 0;
     unsigned refused = 0;
     for (unsigned seed = 0; seed < count; ++seed)

@@ -320,6 +320,20 @@ TEST(sensor_documents, have_the_frame_times_of_the_simulator)
                 0.5);
 }
 
+TEST(sensor_documents, have_the_timer_clock_of_the_simulator)
+{
+    const double clock = figure("timer_clock");
+    const member_values still = {{"num_points", 1}, {"sweeps_per_frame", 1}};
+    for (const double rate : {7001.0, 9999.75, 20000.0})
+    {
+        auto members = still;
+        members["sweep_rate"] = rate;
+        members["sweeps_per_frame"] = 4001;
+        const double period_us = 1.0e6 * std::floor(clock / rate + 0.5) / clock;
+        EXPECT_NEAR(measure(members).frame_us - measure(still).frame_us, 4000 * period_us, 1.01) << rate;
+    }
+}
+
 /** The members of a sub-sweep that measures a strong target without distortion. */
 member_values clear_view()
 {

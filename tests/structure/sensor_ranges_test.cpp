@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -124,6 +125,28 @@ TEST(sensor_ranges, in_the_headers_match_the_figures)
         EXPECT_THAT(comment_of("zet_config_subsweep_prf_set"),
                     HasSubstr(" " + point.dump() + " with " + enumerator("PRF", prf)));
     }
+}
+
+/** A number of bytes in a table of docs/footprint.md; the tables of all boards must agree. */
+int heap_bytes(const std::string &row)
+{
+    const auto document = text_of(std::filesystem::path(PROJECT_ROOT) / "docs/footprint.md");
+    const std::regex pattern("\\n\\| " + row + " \\| ([0-9,]+) \\|");
+    std::set<int> found;
+    for (std::sregex_iterator match(document.begin(), document.end(), pattern), end; match != end; ++match)
+    {
+        found.insert(std::stoi(std::regex_replace((*match)[1].str(), std::regex(","), "")));
+    }
+    EXPECT_EQ(found.size(), 1U) << row;
+    return found.empty() ? -1 : *found.begin();
+}
+
+TEST(sensor_ranges, include_the_memory_of_the_footprint)
+{
+    const auto figures = read("k330.json")["figures"];
+    EXPECT_EQ(figures["sensor_memory"]["value"], heap_bytes("session: each sensor in use"));
+    EXPECT_EQ(figures["item_memory"]["value"].get<int>() + 100 * figures["sample_bytes"]["value"].get<int>(),
+              heap_bytes("session: each item, with 100 points"));
 }
 
 } // namespace

@@ -18,13 +18,6 @@ namespace
 using nlohmann::json;
 using pointer = json::json_pointer;
 
-/** The schema of a member of a configuration or of the document. */
-const json &definition(const std::string &name)
-{
-    const auto &schema = configuration_schema();
-    return schema[schema["properties"].contains(name) ? "properties" : "$defs"][name];
-}
-
 /** Formats a number without unnecessary digits. */
 std::string to_text(double value)
 {
@@ -70,8 +63,7 @@ private:
     /** A member, or its default; null if it has neither. */
     [[nodiscard]] json member(const std::string &name) const
     {
-        const auto &holder = object_.contains(name) ? object_ : parent_;
-        return holder.contains(name) ? holder[name] : definition(name).value("default", json());
+        return member_or_default(object_.contains(name) ? object_ : parent_, name);
     }
 
     /** Whether a member is present, and neither false nor 0. */
@@ -87,7 +79,7 @@ private:
         const auto value = member(name);
         if (value.is_string())
         {
-            const auto &words = definition(name)["enum"];
+            const auto &words = member_schema(name)["enum"];
             return static_cast<double>(std::find(words.begin(), words.end(), value) - words.begin());
         }
         return value.is_array() ? static_cast<double>(value.size()) : value.get<double>();
@@ -118,8 +110,8 @@ private:
         }
         if (operation == "figure")
         {
-            const auto &value = sensor_knowledge()["figures"][expression[1].get<std::string>()]["value"];
-            return value.is_object() ? value[member(expression[2]).get<std::string>()] : value;
+            return expression.size() == 2 ? sensor_figure(expression[1])
+                                          : sensor_figure(expression[1], member(expression[2]));
         }
         const double first = evaluate(expression[1]);
         const double second = evaluate(expression[2]);
@@ -159,7 +151,7 @@ private:
     [[nodiscard]] bool lower(json &changed, const std::string &name) const
     {
         const placed_rule changed_rule(rule_, changed, parent_);
-        long good = definition(name)["minimum"];
+        long good = member_schema(name)["minimum"];
         auto too_high = std::lround(changed_rule.number(name));
         changed[name] = good;
         if (!changed_rule.is_satisfied())
