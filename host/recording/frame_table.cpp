@@ -56,17 +56,23 @@ template <typename value_t> bool read_cell(std::string_view cell, std::optional<
     return cell.empty() || read_cell(cell, value.emplace());
 }
 
-} // namespace
-
-frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), file_(path_)
+/** The path of a table; throws bad_recording if it is missing. */
+const std::filesystem::path &present(const std::filesystem::path &path)
 {
     std::error_code failure;
-    if (!std::filesystem::exists(path_, failure))
+    if (!std::filesystem::exists(path, failure))
     {
-        throw bad_recording(path_.string() + " is missing: copy the recording again, with all its files.");
+        throw bad_recording(path.string() + " is missing: copy the recording again, with all its files.");
     }
-    std::string head;
-    if (!std::getline(file_, head) || head + "\n" != frame_table_head)
+    return path;
+}
+
+} // namespace
+
+frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), lines_(present(path_))
+{
+    const auto head = lines_.next();
+    if (!head || std::string(*head) + "\n" != frame_table_head)
     {
         throw bad_recording(path_.string() + " is not a frame table.");
     }
@@ -74,20 +80,22 @@ frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), f
 
 std::optional<frame_row> frame_table::next()
 {
-    std::string line;
-    if (!std::getline(file_, line) || file_.eof())
+    const auto line = lines_.next();
+    if (!line)
     {
         return std::nullopt;
     }
     std::array<std::string_view, column_count> cells;
     frame_row row;
-    const bool whole = split(line, cells) && read_cell(cells[1], row.seconds) &&
-                       read_cell(cells[2], row.tick) && read_cell(cells[3], row.temperature) &&
-                       read_cell(cells[4], row.data_saturated) && read_cell(cells[5], row.frame_delayed) &&
+    uint64_t number = 0;
+    const bool whole = split(*line, cells) && read_cell(cells[0], number) && number == rows_ &&
+                       read_cell(cells[1], row.seconds) && read_cell(cells[2], row.tick) &&
+                       read_cell(cells[3], row.temperature) && read_cell(cells[4], row.data_saturated) &&
+                       read_cell(cells[5], row.frame_delayed) &&
                        read_cell(cells[6], row.calibration_needed) && read_cell(cells[7], row.data_valid) &&
                        read_cell(cells[8], row.cca_value) && read_cell(cells[9], row.cca_detected) &&
                        read_cell(cells[10], row.tx_enabled) && std::isfinite(row.seconds) &&
-                       row.seconds >= 0.0;
+                       row.seconds >= 0.0 && std::isfinite(row.cca_value.value_or(0.0));
     ++rows_;
     if (!whole)
     {

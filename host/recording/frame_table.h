@@ -6,9 +6,9 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <string>
+
+#include "recording/input_file.h"
 
 namespace vantor
 {
@@ -47,9 +47,21 @@ public:
      */
     std::optional<frame_row> next();
 
+    /** Number of bytes up to the end of the row that next() returned last. */
+    [[nodiscard]] uint64_t position() const noexcept
+    {
+        return lines_.position();
+    }
+
+    /** Number of bytes after the row that next() returned last. */
+    [[nodiscard]] uint64_t rest() const
+    {
+        return lines_.file().size() - position();
+    }
+
 private:
     std::filesystem::path path_;
-    std::ifstream file_;
+    line_reader lines_;
     uint64_t rows_ = 0;
 };
 

@@ -23,6 +23,13 @@ public:
     using error::error;
 };
 
+/** A recording is damaged: parts are missing, or differ from what was recorded. */
+class damaged_recording : public bad_recording
+{
+public:
+    using bad_recording::bad_recording;
+};
+
 } // namespace vantor
 
 #endif

@@ -6,30 +6,16 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "configuration/configuration.h"
-#include "recording/sigmf.h"
-#include "vantor/session.h"
+#include "recording/input_file.h"
+#include "recording/recording_documents.h"
 
 namespace vantor
 {
-
-/** One item of a recording. */
-struct recorded_item
-{
-    std::string name; /**< name of its files, without extension */
-    item_layout layout;
-    item_configuration configuration;
-    std::vector<double> distances; /**< distance of each point of a sweep, in metres */
-    nlohmann::json document;       /**< its SigMF metadata */
-};
 
 /** A recording, complete or not. */
 class recording_reader
@@ -39,23 +25,23 @@ public:
      * Opens a recording.
      *
      * @param place  its directory, or any of its SigMF documents
-     * @throws bad_recording if there is none, or its documents are inconsistent
+     * @throws bad_recording if there is none, a document is damaged, or a file is missing
      */
     explicit recording_reader(const std::filesystem::path &place);
 
     /** The description of the session. */
     [[nodiscard]] const session_description &session() const noexcept
     {
-        return session_;
+        return documents_.session;
     }
 
     /** The items, in the order of the session metadata. */
     [[nodiscard]] const std::vector<recorded_item> &items() const noexcept
     {
-        return items_;
+        return documents_.items;
     }
 
-    /** Number of frames that are complete in every item. */
+    /** Number of frames whose samples and row are complete in every item. */
     [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
@@ -64,7 +50,7 @@ public:
     /** The directory of the recording. */
     [[nodiscard]] const std::filesystem::path &directory() const noexcept
     {
-        return directory_;
+        return documents_.directory;
     }
 
     /** Sets a function that is called after each read_frame(), with the number of calls so far. */
@@ -84,13 +70,8 @@ public:
     void read_frame(size_t item, uint64_t number, std::vector<sample> &samples);
 
 private:
-    void open_items();
-    [[nodiscard]] uint64_t count_frames() const;
-
-    std::filesystem::path directory_;
-    session_description session_;
-    std::vector<recorded_item> items_;
-    std::vector<std::ifstream> data_;
+    recording_documents documents_;
+    std::vector<input_file> data_;
     uint64_t frames_ = 0;
     uint64_t reads_ = 0;
     std::function<void(uint64_t)> on_read_;

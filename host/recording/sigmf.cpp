@@ -99,6 +99,21 @@ ordered_json describe_captures(const item_layout &layout, const std::vector<capt
     return list;
 }
 
+/** Adds everything that is known about a session. */
+void add_session(ordered_json &members, const session_description &session)
+{
+    members["vantor:configuration"] = session.configuration;
+    members["vantor:metadata"] = session.metadata.document;
+    members["vantor:server"] = {{"version", session.server.server_version},
+                                {"protocol_version", session.server.protocol_version},
+                                {"sensor", session.server.sensor},
+                                {"ticks_per_second", session.server.ticks_per_second}};
+    if (!session.source.is_null())
+    {
+        members["vantor:source"] = session.source;
+    }
+}
+
 } // namespace
 
 std::string item_name(const item_layout &layout)
@@ -136,6 +151,11 @@ ordered_json item_document(const session_description &session, size_t index, con
     global["core:collection"] = collection_name;
     global["core:extensions"] = extensions();
     add_own_members(global, layout, item, state, nominal_rate);
+    if (index == 0)
+    {
+        // A second copy: repair needs it if the collection is damaged.
+        add_session(global["vantor:session"], session);
+    }
     return {{"global", std::move(global)},
             {"captures", describe_captures(layout, captures)},
             {"annotations", ordered_json::array()}};
@@ -151,12 +171,7 @@ ordered_json collection_document(const session_description &session, const std::
     ordered_json collection = {{"core:version", sigmf_version},
                                {"core:extensions", extensions()},
                                {"core:streams", std::move(list)}};
-    collection["vantor:configuration"] = session.configuration;
-    collection["vantor:metadata"] = session.metadata.document;
-    collection["vantor:server"] = {{"version", session.server.server_version},
-                                   {"protocol_version", session.server.protocol_version},
-                                   {"sensor", session.server.sensor},
-                                   {"ticks_per_second", session.server.ticks_per_second}};
+    add_session(collection, session);
     return {{"collection", std::move(collection)}};
 }
 

@@ -47,6 +47,7 @@ struct session_description // NOLINT(bugprone-exception-escape): a JSON value mo
     nlohmann::json configuration; /**< the configuration document */
     session_metadata metadata;    /**< the answer of the server to the configuration */
     server_info server;
+    nlohmann::ordered_json source; /**< where it was recorded from, see describe_source(); null if unknown */
 };
 
 /** The name of an item's files, without extension: "group-1-item-2". */

@@ -27,7 +27,10 @@ session_description example_description()
     server.protocol_version = 1;
     server.sensor = "k330";
     server.ticks_per_second = 1000000.0;
-    return {example_session().configuration, decode_metadata(example_session().metadata), server};
+    return {.configuration = example_session().configuration,
+            .metadata = decode_metadata(example_session().metadata),
+            .server = server,
+            .source = nullptr};
 }
 
 void write_example_recording(const std::filesystem::path &directory, uint32_t frames)

@@ -156,6 +156,13 @@ TEST(recording_writer, lists_the_items_of_a_session_in_a_collection)
     EXPECT_EQ(collection["vantor:configuration"], example_session().configuration);
     EXPECT_EQ(collection["vantor:metadata"], example_session().metadata);
     EXPECT_EQ(collection["vantor:server"]["ticks_per_second"], 1000000.0);
+    const auto copy =
+        json::parse(read_file(directory / "out/group-1-item-1.sigmf-meta"))["global"]["vantor:session"];
+    ASSERT_EQ(copy.size(), 3U);
+    for (const auto &[name, value] : copy.items())
+    {
+        EXPECT_EQ(value, collection[name]) << name;
+    }
     ASSERT_EQ(collection["core:streams"].size(), 3U);
     for (const auto &stream : collection["core:streams"])
     {

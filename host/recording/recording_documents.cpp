@@ -1,0 +1,221 @@
+/** @file
+ * Reads the documents of a recording.
+ */
+#include "recording/recording_documents.h"
+
+#include <system_error>
+#include <utility>
+
+#include "recording/input_file.h"
+#include "recording/point_distances.h"
+#include "recording/recording_error.h"
+#include "recording/sha512.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** The path of the collection. */
+std::filesystem::path collection_path(const std::filesystem::path &directory)
+{
+    return directory / (std::string(collection_name) + ".sigmf-collection");
+}
+
+/** Returns the directory of a recording, given the directory itself or one of its files. */
+std::filesystem::path directory_of(const std::filesystem::path &place)
+{
+    std::error_code failure;
+    if (!std::filesystem::exists(place, failure))
+    {
+        throw bad_recording(
+            place.string() +
+            " does not exist: give the directory of a recording, as printed by \"vantor record\".");
+    }
+    const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
+    return directory.empty() ? "." : directory;
+}
+
+/** Whether a directory has the metadata of the first item, and so was a recording once. */
+bool has_first_item(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    return std::filesystem::exists(directory / (item_name({}) + ".sigmf-meta"), failure);
+}
+
+/** Calls a function that reads a document; turns each of its exceptions into bad_recording. */
+template <typename function_t> auto read_checked(const std::filesystem::path &path, function_t read)
+{
+    try
+    {
+        return read();
+    }
+    catch (const json::exception &)
+    {
+        throw bad_recording(path.string() + " was not written by \"vantor record\": a member is missing or "
+                                            "has the wrong type.");
+    }
+    catch (const protocol_error &failure)
+    {
+        throw bad_recording(path.string() + ": " + failure.what());
+    }
+    catch (const configuration_error &failure)
+    {
+        throw bad_recording(failure.what());
+    }
+}
+
+/** Reads the description of the session from an object that contains it. */
+session_description read_session(const json &members)
+{
+    const auto &about = members.at("vantor:server");
+    session_description session;
+    session.configuration = members.at("vantor:configuration");
+    session.metadata = decode_metadata(members.at("vantor:metadata"));
+    session.server.server_version = about.at("version").get<std::string>();
+    session.server.protocol_version = about.at("protocol_version").get<int>();
+    session.server.sensor = about.at("sensor").get<std::string>();
+    session.server.ticks_per_second = about.at("ticks_per_second").get<double>();
+    if (members.contains("vantor:source"))
+    {
+        session.source = members["vantor:source"];
+    }
+    if (list_items(session.configuration).size() != session.metadata.items.size())
+    {
+        throw configuration_error(
+            "The configuration and the metadata of the recording have different numbers of items.");
+    }
+    return session;
+}
+
+/** Throws a JSON exception if a segment of frames is not described as vantor does. */
+void check_capture(const json &capture, size_t frame_length)
+{
+    const auto start = capture.at("core:sample_start").get<uint64_t>();
+    const auto index = capture.at("core:global_index").get<uint64_t>();
+    static_cast<void>(capture.at("core:datetime").get_ref<const std::string &>());
+    const bool numbers = capture["core:sample_start"].is_number_unsigned() &&
+                         capture["core:global_index"].is_number_unsigned();
+    if (!numbers || index < start || (frame_length > 0 && start % frame_length != 0))
+    {
+        throw json::other_error::create(500, "impossible capture", &capture);
+    }
+}
+
+/** Checks that the metadata of an item have the members that vantor uses, and belong to the session. */
+void check_item_document(const json &document, const item_layout &layout)
+{
+    const auto &global = document.at("global");
+    if (!document.at("captures").is_array())
+    {
+        throw json::other_error::create(500, "no captures", &document);
+    }
+    static_cast<void>(document["captures"].at(0));
+    for (const auto &capture : document["captures"])
+    {
+        check_capture(capture, layout.frame_length);
+    }
+    const bool finished = global.contains("core:sha512");
+    if (global.at("vantor:samples_per_frame") != layout.frame_length ||
+        (finished &&
+         (!global["core:sha512"].is_string() || !global.at("vantor:frames").is_number_unsigned())))
+    {
+        throw json::other_error::create(500, "another session", &document);
+    }
+}
+
+/** Reads the metadata of an item. */
+void read_item_document(const std::filesystem::path &directory, recorded_item &item)
+{
+    const auto path = directory / (item.name + ".sigmf-meta");
+    const auto text = read_document_text(path);
+    item.digest = sha512_of(text);
+    item.document = read_checked(path, [&] {
+        auto document = parse_json_text(text, path.string());
+        check_item_document(document, item.layout);
+        return document;
+    });
+}
+
+/** Reads the object of a document that contains the description of the session, and that description. */
+json read_description(const std::filesystem::path &path, const char *pointer, session_description &session)
+{
+    const auto text = read_document_text(path);
+    return read_checked(path, [&] {
+        auto members = parse_json_text(text, path.string()).at(json::json_pointer(pointer));
+        session = read_session(members);
+        return members;
+    });
+}
+
+/** Reads the description of the session from the collection, or from its copy if that is damaged. */
+void find_session(recording_documents &documents)
+{
+    const auto copy = documents.directory / (item_name({}) + ".sigmf-meta");
+    try
+    {
+        documents.collection =
+            read_description(collection_path(documents.directory), "/collection", documents.session);
+        return;
+    }
+    catch (const bad_recording &failure)
+    {
+        documents.faults.emplace_back(failure.what());
+    }
+    try
+    {
+        read_description(copy, "/global/vantor:session", documents.session);
+    }
+    catch (const bad_recording &)
+    {
+        throw damaged_recording(documents.faults.front() +
+                                " No other document contains a copy of the description of the session.");
+    }
+}
+
+/** Reads the metadata of all items. */
+void read_items(recording_documents &documents)
+{
+    const auto configurations = list_items(documents.session.configuration);
+    for (size_t i = 0; i < configurations.size(); ++i)
+    {
+        const auto &layout = documents.session.metadata.items[i];
+        auto &item = documents.items.emplace_back(
+            recorded_item{.name = item_name(layout),
+                          .layout = layout,
+                          .configuration = configurations[i],
+                          .distances = point_distances(layout, configurations[i]),
+                          .document = nullptr,
+                          .digest = {}});
+        try
+        {
+            read_item_document(documents.directory, item);
+        }
+        catch (const bad_recording &failure)
+        {
+            documents.faults.emplace_back(failure.what());
+        }
+    }
+}
+
+} // namespace
+
+recording_documents read_documents(const std::filesystem::path &place)
+{
+    recording_documents documents;
+    documents.directory = directory_of(place);
+    std::error_code failure;
+    const auto collection = collection_path(documents.directory);
+    if (!std::filesystem::exists(collection, failure) && !has_first_item(documents.directory))
+    {
+        throw bad_recording("Cannot read " + collection.string() +
+                            ": give the directory of a recording, as printed by \"vantor record\".");
+    }
+    find_session(documents);
+    read_items(documents);
+    return documents;
+}
+
+} // namespace vantor

@@ -1,0 +1,52 @@
+/** @file
+ * Reads the documents of a recording: the collection and the metadata of the items.
+ */
+#ifndef VANTOR_RECORDING_DOCUMENTS_H
+#define VANTOR_RECORDING_DOCUMENTS_H
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "configuration/configuration.h"
+#include "recording/sigmf.h"
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/** One item of a recording. */
+struct recorded_item
+{
+    std::string name; /**< name of its files, without extension */
+    item_layout layout;
+    item_configuration configuration;
+    std::vector<double> distances; /**< distance of each point of a sweep, in metres */
+    nlohmann::json document;       /**< its SigMF metadata; null if damaged */
+    std::string digest;            /**< SHA-512 of its metadata file; empty if it cannot be read */
+};
+
+/** The documents of a recording. */
+struct recording_documents
+{
+    std::filesystem::path directory;
+    session_description session;
+    std::vector<recorded_item> items;
+    nlohmann::json collection;       /**< the collection object; null if damaged */
+    std::vector<std::string> faults; /**< what is wrong with documents that are damaged */
+};
+
+/**
+ * Reads the documents. If one of them is damaged, the others replace it as far as possible.
+ *
+ * @param place  the directory of the recording, or any of its SigMF documents
+ * @throws bad_recording if there is no recording
+ * @throws damaged_recording if none of its documents describes the session
+ */
+recording_documents read_documents(const std::filesystem::path &place);
+
+} // namespace vantor
+
+#endif

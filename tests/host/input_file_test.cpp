@@ -1,0 +1,114 @@
+/** @file
+ * Tests of reading files that are not what they seem.
+ */
+#include "recording/input_file.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "example_recording.h"
+#include "recording/recording_error.h"
+#include "recording/recording_reader.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+/** The kinds of files of a recording. */
+constexpr std::array recording_files{"session.sigmf-collection", "group-1-item-2.sigmf-meta",
+                                     "group-1-item-2.sigmf-data", "group-1-item-2.frames.csv"};
+
+/** A recording of three frames in which each test replaces a file. */
+class odd_file : public testing::TestWithParam<const char *>
+{
+protected:
+    odd_file()
+    {
+        test::write_example_recording(place_ / "out", 3);
+        std::filesystem::rename(file_, place_ / "original");
+    }
+
+    /** Expects that the recording is refused, with this reason. */
+    void expect_refused(const char *reason) const
+    {
+        EXPECT_THAT([&] { recording_reader(place_ / "out"); },
+                    ThrowsMessage<bad_recording>(HasSubstr(file_.string() + reason)));
+    }
+
+    const test::temporary_directory place_;
+    const std::filesystem::path file_ = place_ / "out" / GetParam();
+};
+
+TEST_P(odd_file, is_refused_if_it_is_an_endless_device)
+{
+    std::filesystem::create_symlink("/dev/zero", file_);
+    expect_refused(": it is not a regular file.");
+}
+
+TEST_P(odd_file, is_refused_if_it_is_a_named_pipe)
+{
+    ASSERT_EQ(mkfifo(file_.c_str(), 0600), 0);
+    expect_refused(": it is not a regular file.");
+}
+
+TEST_P(odd_file, is_refused_if_it_is_a_directory)
+{
+    std::filesystem::create_directory(file_);
+    expect_refused(": it is not a regular file.");
+}
+
+TEST_P(odd_file, is_used_if_it_is_a_link_to_a_regular_file)
+{
+    std::filesystem::create_symlink(place_ / "original", file_);
+    EXPECT_EQ(recording_reader(place_ / "out").frames(), 3U);
+}
+
+INSTANTIATE_TEST_SUITE_P(files, odd_file, testing::ValuesIn(recording_files));
+
+TEST(input_file, of_a_document_has_at_most_16_megabytes)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("document", "{}");
+    std::filesystem::resize_file(file, size_t{16} << 20U);
+    EXPECT_EQ(read_document_text(file).size(), size_t{16} << 20U);
+    std::filesystem::resize_file(file, (size_t{16} << 20U) + 1);
+    EXPECT_THAT([&] { read_document_text(file); },
+                ThrowsMessage<bad_recording>(HasSubstr("it has more than 16 MB")));
+}
+
+TEST(line_reader, returns_the_lines_and_their_length)
+{
+    const test::temporary_directory directory;
+    std::string text;
+    for (int i = 0; i < 40'000; ++i)
+    {
+        text += std::to_string(i) + "\n";
+    }
+    line_reader lines(directory.write("text", text + "incomplete"));
+    for (int i = 0; i < 40'000; ++i)
+    {
+        ASSERT_EQ(lines.next(), std::to_string(i));
+    }
+    EXPECT_EQ(lines.position(), text.size());
+    EXPECT_EQ(lines.next(), std::nullopt);
+    EXPECT_EQ(lines.next(), std::nullopt);
+    EXPECT_EQ(lines.position(), text.size());
+}
+
+TEST(line_reader, refuses_an_endless_line)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("text", "");
+    // A file with a hole: it takes no space on the disk.
+    std::filesystem::resize_file(file, uint64_t{1} << 40U);
+    line_reader lines(file);
+    EXPECT_THAT([&] { lines.next(); }, ThrowsMessage<bad_recording>(HasSubstr("more than 4096 bytes")));
+}
+
+} // namespace
+} // namespace vantor
