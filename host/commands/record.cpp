@@ -22,6 +22,7 @@
 #include "configuration/calibration_file.h"
 #include "configuration/configuration.h"
 #include "recording/point_distances.h"
+#include "recording/recording_source.h"
 
 namespace vantor
 {
@@ -212,7 +213,11 @@ exit_code record(const record_options &options, const command_streams &streams,
                                   " has no items, so there is nothing to record: add an item to \"groups\".");
     }
     const auto output = options.output.empty() ? default_output(options.configuration) : options.output;
-    recording_writer writer(output, {configuration, *metadata, server.server()});
+    recording_writer writer(output,
+                            {.configuration = configuration,
+                             .metadata = *metadata,
+                             .server = server.server(),
+                             .source = describe_source(parse_address(options.connect), server.server())});
     recorder recorded(server, writer, *metadata,
                       nominal_frame_rate(configuration, *metadata, server.server()), now);
     const auto failure = run_recorder(recorded, options, streams, now);

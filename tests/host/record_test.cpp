@@ -88,6 +88,8 @@ TEST(record, records_over_a_real_connection)
     EXPECT_EQ(record(options, {out, out}), exit_code::success);
     EXPECT_THAT(out.str(), HasSubstr("3 frames, "));
     EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 3 * 160U);
+    const auto session = json::parse(read_file(directory / "out/session.sigmf-collection"))["collection"];
+    EXPECT_EQ(session["vantor:source"], json({{"address", server.address()}}));
 }
 
 TEST_F(record_test, records_frames_and_prints_a_summary)
