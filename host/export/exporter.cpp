@@ -139,7 +139,7 @@ std::vector<std::filesystem::path> write_items(recording_reader &recording,
             recording.read_frame(i, number, samples);
             body(file, item, number, samples);
         }
-        file.close();
+        files.back().finish();
     }
     for (auto &file : files)
     {

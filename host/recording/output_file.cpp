@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <deque>
 #include <random>
 #include <string>
@@ -14,6 +15,8 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "recording/recording_error.h"
@@ -72,6 +75,85 @@ std::filesystem::path place_of(const std::filesystem::path &path)
     return failure ? path : target;
 }
 
+/** Waits until the names of the files in a directory are on the disk. */
+void sync_directory(const std::filesystem::path &path)
+{
+    const auto directory = path.empty() ? std::filesystem::path(".") : path;
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // Some file systems cannot do this for directories; they report EINVAL.
+    const bool synced = descriptor >= 0 && (fsync(descriptor) == 0 || errno == EINVAL);
+    const int reason = errno;
+    if (descriptor >= 0)
+    {
+        close(descriptor);
+    }
+    if (!synced)
+    {
+        errno = reason;
+        fail("write to", directory);
+    }
+}
+
+/** A file that is open for changing it. */
+class open_file
+{
+public:
+    /** Opens the file, unless it is a symbolic link; throws recording_error if this is not possible. */
+    explicit open_file(const std::filesystem::path &path)
+        : descriptor_(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC))
+    {
+        if (descriptor_ < 0)
+        {
+            fail("shorten", path);
+        }
+    }
+    open_file(const open_file &) = delete;
+    open_file &operator=(const open_file &) = delete;
+    open_file(open_file &&) = delete;
+    open_file &operator=(open_file &&) = delete;
+
+    ~open_file()
+    {
+        close(descriptor_);
+    }
+
+    [[nodiscard]] int descriptor() const noexcept
+    {
+        return descriptor_;
+    }
+
+private:
+    int descriptor_;
+};
+
+/** While an object exists, the signals that ask the program to end wait. */
+class signals_blocked
+{
+public:
+    signals_blocked() noexcept
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP})
+        {
+            sigaddset(&signals, number);
+        }
+        pthread_sigmask(SIG_BLOCK, &signals, &before_);
+    }
+    signals_blocked(const signals_blocked &) = delete;
+    signals_blocked &operator=(const signals_blocked &) = delete;
+    signals_blocked(signals_blocked &&) = delete;
+    signals_blocked &operator=(signals_blocked &&) = delete;
+
+    ~signals_blocked()
+    {
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+private:
+    sigset_t before_{};
+};
+
 } // namespace
 
 output_file::output_file(const std::filesystem::path &path) : output_file(path, path)
@@ -86,6 +168,8 @@ output_file::output_file(const std::filesystem::path &path, std::filesystem::pat
     {
         fail("create", name_);
     }
+    // So that other programs can see that the file is not complete yet. Not all file systems support this.
+    static_cast<void>(flock(descriptor_, LOCK_EX | LOCK_NB));
 }
 
 output_file::output_file(output_file &&other) noexcept
@@ -125,6 +209,14 @@ void output_file::truncate(uint64_t length) noexcept
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
 }
 
+void output_file::sync() const
+{
+    if (fdatasync(descriptor_) != 0)
+    {
+        fail("write to", name_);
+    }
+}
+
 void output_file::close()
 {
     if (::close(std::exchange(descriptor_, -1)) != 0 && errno != EINTR)
@@ -147,6 +239,12 @@ new_version::~new_version()
     }
 }
 
+void new_version::finish()
+{
+    file_.sync();
+    file_.close();
+}
+
 void new_version::put_into_place()
 {
     std::error_code failure;
@@ -156,20 +254,41 @@ void new_version::put_into_place()
         throw recording_error("Cannot replace " + path_.string() + ": " + failure.message() + ".");
     }
     temporary_.clear();
+    sync_directory(path_.parent_path());
 }
 
 void replace_files(const std::vector<file_text> &files)
 {
+    const signals_blocked blocked;
     std::deque<new_version> versions;
     for (const auto &file : files)
     {
         auto &version = versions.emplace_back(file.path);
         version.file().append(file.text);
-        version.file().close();
+        version.finish();
     }
     for (auto &version : versions)
     {
         version.put_into_place();
+    }
+}
+
+void shorten_file(const std::filesystem::path &path, uint64_t length)
+{
+    const open_file file(path);
+    if (flock(file.descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    {
+        throw recording_error("Cannot shorten " + path.string() + ": another program is writing it.");
+    }
+    struct stat status = {};
+    if (fstat(file.descriptor(), &status) != 0)
+    {
+        fail("shorten", path);
+    }
+    if (static_cast<uint64_t>(status.st_size) != length &&
+        (ftruncate(file.descriptor(), static_cast<off_t>(length)) != 0 || fsync(file.descriptor()) != 0))
+    {
+        fail("shorten", path);
     }
 }
 

@@ -55,6 +55,14 @@ public:
     void truncate(uint64_t length) noexcept;
 
     /**
+     * Waits until everything appended so far is on the disk. Another thread may call this at any time between
+     * construction and close().
+     *
+     * @throws recording_error if the disk fails
+     */
+    void sync() const;
+
+    /**
      * Closes the file, which must not be used afterwards.
      *
      * @throws recording_error if the operating system reports that not all bytes could be written
@@ -86,14 +94,21 @@ public:
     new_version &operator=(new_version &&) = delete;
     ~new_version();
 
-    /** The temporary file; to be closed when it is complete. */
+    /** The temporary file. */
     [[nodiscard]] output_file &file() noexcept
     {
         return file_;
     }
 
     /**
-     * Puts the new version into the place of the old one, atomically.
+     * Closes the temporary file, which is complete, and waits until it is on the disk.
+     *
+     * @throws recording_error if it cannot be written
+     */
+    void finish();
+
+    /**
+     * Puts the new version into the place of the old one, atomically and durably. Call finish() first.
      *
      * @throws recording_error if this is not possible; the old version then stays
      */
@@ -113,12 +128,22 @@ struct file_text
 };
 
 /**
- * Replaces files atomically: a reader finds either the complete old text or the complete new text of each.
+ * Replaces files atomically: a reader finds either the complete old text or the complete new text of each,
+ * even after a power failure. SIGINT, SIGTERM and SIGHUP wait until no temporary file is left.
  *
  * @throws recording_error if they cannot be written; if the disk does not have space for all of them, no file
  *         is changed
  */
 void replace_files(const std::vector<file_text> &files);
+
+/**
+ * Removes the end of a file, durably.
+ *
+ * @param path    the file; a symbolic link is refused
+ * @param length  the new length in bytes; nothing happens if the file has this length
+ * @throws recording_error if this is not possible
+ */
+void shorten_file(const std::filesystem::path &path, uint64_t length);
 
 } // namespace vantor
 

@@ -3,10 +3,12 @@
  */
 #include "recording/output_file.h"
 
+#include <csignal>
 #include <iterator>
 
 #include <gmock/gmock.h>
 
+#include "disk_calls.h"
 #include "file_size_limit.h"
 #include "recording/recording_error.h"
 #include "temporary_directory.h"
@@ -97,6 +99,81 @@ TEST(output_file, replaces_files_only_and_leaves_nothing_behind)
     EXPECT_TRUE(std::filesystem::is_symlink(device));
     const std::filesystem::directory_iterator files(folder.parent_path());
     EXPECT_EQ(std::distance(begin(files), end(files)), 2);
+}
+
+TEST(output_file, is_on_the_disk_before_it_has_its_name)
+{
+    const temporary_directory directory;
+    const auto first = (directory / "first").string();
+    const auto second = (directory / "second").string();
+    const auto folder = std::filesystem::path(first).parent_path().string();
+    const disk_calls calls;
+    replace_files({{first, "one"}, {second, "two"}});
+    EXPECT_THAT(calls.list(),
+                testing::ElementsAre("sync " + first + ".new", "sync " + second + ".new", "rename " + first,
+                                     "sync " + folder, "rename " + second, "sync " + folder));
+}
+
+TEST(output_file, is_written_to_the_disk_by_sync)
+{
+    const temporary_directory directory;
+    const auto path = directory / "file";
+    output_file file(path);
+    file.append("text");
+    const disk_calls calls;
+    file.sync();
+    EXPECT_THAT(calls.list(), testing::ElementsAre("sync " + path.string()));
+}
+
+TEST(output_file, delays_signals_until_no_temporary_file_is_left)
+{
+    const temporary_directory directory;
+    static size_t files_at_signal = 0;
+    static std::filesystem::path folder;
+    folder = directory / "";
+    static std::vector<int> arrived;
+    arrived.clear();
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    {
+        std::signal(number, [](int received) {
+            const std::filesystem::directory_iterator files(folder);
+            files_at_signal = static_cast<size_t>(std::distance(begin(files), end(files)));
+            arrived.push_back(received);
+        });
+        const disk_calls calls([=] { std::raise(number); });
+        replace_files({{directory / "first", "one"}, {directory / "second", "two"}});
+        EXPECT_EQ(files_at_signal, 2U);
+        EXPECT_EQ(arrived.back(), number);
+        std::signal(number, SIG_DFL);
+    }
+}
+
+TEST(shorten_file, removes_the_end_durably)
+{
+    const temporary_directory directory;
+    const auto file = directory.write("file", "0123456789");
+    const disk_calls calls;
+    shorten_file(file, 4);
+    EXPECT_EQ(read_file(file), "0123");
+    shorten_file(file, 4);
+    EXPECT_THAT(calls.list(), testing::ElementsAre("sync " + file.string()));
+}
+
+TEST(shorten_file, refuses_links_and_files_that_are_being_written)
+{
+    const temporary_directory directory;
+    const auto file = directory.write("file", "0123456789");
+    std::filesystem::create_symlink(file, directory / "link");
+    EXPECT_THROW(shorten_file(directory / "link", 4), recording_error);
+    EXPECT_EQ(read_file(file), "0123456789");
+    output_file written(directory / "other");
+    written.append("0123456789");
+    EXPECT_THAT([&] { shorten_file(directory / "other", 4); },
+                testing::ThrowsMessage<recording_error>(testing::HasSubstr("another program is writing it")));
+    EXPECT_EQ(read_file(directory / "other"), "0123456789");
+    written.close();
+    shorten_file(directory / "other", 4);
+    EXPECT_EQ(read_file(directory / "other"), "0123");
 }
 
 } // namespace

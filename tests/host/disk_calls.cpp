@@ -1,0 +1,78 @@
+/** @file
+ * Records the system calls that make files durable.
+ */
+#include "disk_calls.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace vantor::test
+{
+namespace
+{
+
+disk_calls *present = nullptr;
+
+/** Records a call for an open file. */
+void add_sync(int descriptor)
+{
+    if (present != nullptr)
+    {
+        std::error_code ignored;
+        present->add(
+            "sync",
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored).string());
+    }
+}
+
+} // namespace
+
+disk_calls::disk_calls(std::function<void()> at_call) : at_call_(std::move(at_call))
+{
+    present = this;
+}
+
+disk_calls::~disk_calls()
+{
+    present = nullptr;
+}
+
+void disk_calls::add(const std::string &call, const std::string &path)
+{
+    calls_.push_back(call + " " + std::regex_replace(path, std::regex("\\.[0-9a-f]+\\.new$"), ".new"));
+    if (at_call_)
+    {
+        at_call_();
+    }
+}
+
+} // namespace vantor::test
+
+// These replace the functions of the C library in this program.
+extern "C" int fsync(int descriptor)
+{
+    vantor::test::add_sync(descriptor);
+    return 0;
+}
+
+extern "C" int fdatasync(int descriptor)
+{
+    vantor::test::add_sync(descriptor);
+    return 0;
+}
+
+extern "C" int rename(const char *from, const char *to) noexcept
+{
+    if (vantor::test::present != nullptr)
+    {
+        vantor::test::present->add("rename", to);
+    }
+    return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
