@@ -15,6 +15,7 @@
 #include "commands/plot.h"
 #include "commands/printable.h"
 #include "commands/record.h"
+#include "commands/repair.h"
 #include "commands/replay.h"
 #include "commands/scan.h"
 #include "commands/selftest.h"
@@ -37,6 +38,7 @@ constexpr const char *general_footer = R"(Exit codes:
   5    the server reported an error
   6    invalid data from the server
   7    the output cannot be written
+  8    a recording is damaged; "vantor info" shows what is left
   130  interrupted; everything recorded so far is intact
 
 Run "vantor COMMAND --help" for the options of a command.)";
@@ -58,6 +60,10 @@ exit_code report_current_exception(std::ostream &err)
     catch (const configuration_error &failure)
     {
         return report(err, exit_code::bad_file, failure);
+    }
+    catch (const damaged_recording &failure)
+    {
+        return report(err, exit_code::damaged, failure);
     }
     catch (const bad_recording &failure)
     {
@@ -104,17 +110,9 @@ exit_code report_current_exception(std::ostream &err)
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
-    return {identify_command(),
-            scan_command(),
-            selftest_command(),
-            validate_command(),
-            calibrate_command(),
-            record_command(),
-            info_command(),
-            plot_command(),
-            export_command(),
-            replay_command(),
-            completion_command(list_commands)};
+    return {identify_command(),  scan_command(),   selftest_command(), validate_command(),
+            calibrate_command(), record_command(), info_command(),     repair_command(),
+            plot_command(),      export_command(), replay_command(),   completion_command(list_commands)};
 }
 
 } // namespace

@@ -18,6 +18,7 @@ enum class exit_code
     refused = 5,       /**< the server reported an error */
     bad_link = 6,      /**< invalid data from the server */
     not_written = 7,   /**< the output cannot be written */
+    damaged = 8,       /**< a recording is damaged */
     interrupted = 130, /**< Ctrl-C; everything recorded so far is intact */
 };
 

@@ -3,136 +3,72 @@
  */
 #include "commands/info.h"
 
-#include <algorithm>
-#include <limits>
 #include <memory>
 #include <ostream>
+#include <string>
 
+#include "commands/check_progress.h"
 #include "commands/common_options.h"
+#include "commands/info_document.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
-#include "recording/frame_table.h"
 #include "recording/recording_error.h"
-#include "recording/recording_reader.h"
 
 namespace vantor
 {
 namespace
 {
 
+using nlohmann::ordered_json;
+
 constexpr const char *info_footer = R"(Examples:
   vantor info recordings/garage
-  vantor info recordings/garage --json)";
+  vantor info recordings/garage --json
 
-/** Figures from the frame table of an item. */
-struct table_figures
-{
-    double seconds = 0.0;
-    uint64_t saturated = 0;
-    uint64_t delayed = 0;
-    uint64_t calibration_needed = 0;
-    int lowest_temperature = std::numeric_limits<int>::max();
-    int highest_temperature = std::numeric_limits<int>::min();
-};
+This reads all files and compares sizes, counts and digests. If the recording is damaged, the exit code is 8, and
+the output lists the damage and shows what is left. "vantor repair" makes it usable again.)";
 
-/** Reads the frame table of an item. */
-table_figures read_table(const recording_reader &recording, const recorded_item &item)
+/** A value as text for a terminal. */
+std::string text(const ordered_json &value)
 {
-    table_figures figures;
-    frame_table table(recording.directory() / (item.name + ".frames.csv"));
-    for (uint64_t number = 0; number < recording.frames(); ++number)
-    {
-        const auto row = table.next();
-        if (!row)
-        {
-            break;
-        }
-        figures.seconds = row->seconds;
-        figures.saturated += row->data_saturated ? 1U : 0U;
-        figures.delayed += row->frame_delayed ? 1U : 0U;
-        figures.calibration_needed += row->calibration_needed ? 1U : 0U;
-        figures.lowest_temperature = std::min(figures.lowest_temperature, row->temperature);
-        figures.highest_temperature = std::max(figures.highest_temperature, row->temperature);
-    }
-    return figures;
+    return printable(value.is_string() ? value.get<std::string>()
+                                       : value.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
 }
 
-/** The number of frames that were lost on the link before the last capture. */
-uint64_t frames_lost(const recorded_item &item)
+/** A number with a unit, or "-" if it is unknown. */
+std::string measure(const ordered_json &value, int digits, const std::string &unit = "")
 {
-    const auto &captures = item.document.at("captures");
-    if (captures.empty() || item.layout.frame_length == 0)
-    {
-        return 0;
-    }
-    const auto &last = captures.back();
-    return (last.value("core:global_index", uint64_t{0}) - last.value("core:sample_start", uint64_t{0})) /
-           item.layout.frame_length;
+    return value.is_number() ? fixed(value.get<double>(), digits) + unit : std::string("-");
 }
 
-/** Describes one item as JSON. */
-nlohmann::ordered_json to_json(const recording_reader &recording, const recorded_item &item)
+/** Prints the first lines: number of frames, state, origin. */
+void print_origin(std::ostream &out, const ordered_json &about)
 {
-    const auto figures = read_table(recording, item);
-    nlohmann::ordered_json entry = {{"name", item.name},
-                                    {"group", item.layout.group + 1},
-                                    {"item", item.layout.index + 1},
-                                    {"sensor_id", item.configuration.sensor_id},
-                                    {"subsweeps", item.layout.subsweeps.size()},
-                                    {"samples_per_frame", item.layout.frame_length},
-                                    {"sweeps_per_frame", item.layout.sweeps()},
-                                    {"seconds", figures.seconds},
-                                    {"frames_saturated", figures.saturated},
-                                    {"frames_delayed", figures.delayed},
-                                    {"frames_with_calibration_needed", figures.calibration_needed},
-                                    {"frames_lost", frames_lost(item)}};
-    if (figures.lowest_temperature <= figures.highest_temperature)
+    const bool damaged = !about["damage"].empty();
+    const auto *const state = damaged ? ", damaged" : about["complete"].get<bool>() ? "" : ", incomplete";
+    out << text(about["recording"]) << ": " << text(about["frames"]) << " frames" << state << ", started "
+        << text(about["started"]) << ", vantor_server " << text(about["server_version"]) << "\n";
+    const auto &source = about["source"];
+    for (const char *name : {"address", "board", "simulator"})
     {
-        entry["temperature"] = {figures.lowest_temperature, figures.highest_temperature};
-    }
-    return entry;
-}
-
-/** Describes the recording as JSON. */
-nlohmann::ordered_json to_json(const recording_reader &recording)
-{
-    auto items = nlohmann::ordered_json::array();
-    bool complete = true;
-    std::string started;
-    for (const auto &item : recording.items())
-    {
-        try
+        if (source.is_object() && source.contains(name))
         {
-            items.push_back(to_json(recording, item));
-            complete = complete && item.document.at("global").contains("core:sha512");
-            started = item.document.at("captures").at(0).value("core:datetime", "");
-        }
-        catch (const nlohmann::json::exception &)
-        {
-            throw bad_recording(item.name + ".sigmf-meta was not written by \"vantor record\": a member is "
-                                            "missing or has the wrong type.");
+            out << name << ": " << text(source[name]) << "\n";
         }
     }
-    return {{"recording", recording.directory().string()},
-            {"started", started},
-            {"complete", complete},
-            {"frames", recording.frames()},
-            {"sensor", recording.session().server.sensor},
-            {"server_version", recording.session().server.server_version},
-            {"items", std::move(items)}};
+    for (const auto &used : about["calibrations"])
+    {
+        out << "calibration: sensor " << text(used["sensor_id"]) << " at " << text(used["temperature"])
+            << " degrees\n";
+    }
 }
 
-/** Prints the description of a recording as text. */
-void print(std::ostream &out, const nlohmann::ordered_json &about)
+/** Prints one line per item with the totals of its frames. */
+void print_frames(std::ostream &out, const ordered_json &items)
 {
-    const auto text = [](const nlohmann::ordered_json &value) { return value.dump(); };
-    out << printable(about["recording"].get<std::string>()) << ": " << text(about["frames"]) << " frames"
-        << (about["complete"].get<bool>() ? "" : ", incomplete") << ", started "
-        << printable(about["started"].get<std::string>()) << ", vantor_server "
-        << printable(about["server_version"].get<std::string>()) << "\n";
     text_table table({"group", "item", "sensor", "sub-sweeps", "sweeps", "samples/frame", "seconds",
                       "saturated", "delayed", "lost", "temperature"});
-    for (const auto &item : about["items"])
+    for (const auto &item : items)
     {
         const auto degrees = item.contains("temperature")
                                  ? text(item["temperature"][0]) + " to " + text(item["temperature"][1])
@@ -143,6 +79,92 @@ void print(std::ostream &out, const nlohmann::ordered_json &about)
                    text(item["frames_delayed"]), text(item["frames_lost"]), degrees});
     }
     table.print(out);
+}
+
+/** Prints one line per sub-sweep with its distances, and the levels and rates of its item. */
+void print_ranges(std::ostream &out, const ordered_json &items)
+{
+    text_table table({"group", "item", "points", "from", "to", "step", "frames/s", "sweeps/s", "mean level",
+                      "strongest echo"});
+    for (const auto &item : items)
+    {
+        for (const auto &range : item["ranges"])
+        {
+            const auto metres = [&](const char *name, int digits) {
+                return measure(range.value(name, ordered_json()), digits, " m");
+            };
+            table.add({text(item["group"]), text(item["item"]), text(range["points"]), metres("start_m", 3),
+                       metres("end_m", 3), metres("step_m", 4), measure(item["frame_rate"], 2),
+                       measure(item["max_sweep_rate"], 1), measure(item["mean_level"], 1),
+                       measure(item["strongest_echo_m"], 3, " m")});
+        }
+    }
+    out << "\n";
+    table.print(out);
+}
+
+/** Prints the clear-channel assessment of the items that have one. */
+void print_channels(std::ostream &out, const ordered_json &items)
+{
+    for (const auto &item : items)
+    {
+        const auto &channel = item["channel"];
+        if (channel.is_null())
+        {
+            continue;
+        }
+        out << item["name"].get<std::string>() << ": " << text(channel["frames_valid"]) << " frames valid, "
+            << text(channel["frames_not_valid"]) << " not valid, " << text(channel["frames_with_detection"])
+            << " with another transmitter";
+        if (channel.contains("value"))
+        {
+            const auto &value = channel["value"];
+            out << ", value " << measure(value["lowest"], 3) << " to " << measure(value["highest"], 3)
+                << ", mean " << measure(value["mean"], 3);
+        }
+        out << "\n";
+    }
+}
+
+/** Prints the configuration of each item. */
+void print_configurations(std::ostream &out, const ordered_json &items)
+{
+    for (const auto &item : items)
+    {
+        out << item["name"].get<std::string>() << ": " << text(item["configuration"]) << "\n";
+    }
+}
+
+/** Prints the description of a recording as text. */
+void print(std::ostream &out, const ordered_json &about)
+{
+    const auto &items = about["items"];
+    print_origin(out, about);
+    print_frames(out, items);
+    print_ranges(out, items);
+    out << "\n";
+    print_channels(out, items);
+    print_configurations(out, items);
+    for (const auto &fault : about["damage"])
+    {
+        out << "damage: " << text(fault) << "\n";
+    }
+}
+
+/** Checks a recording and prints its description. */
+exit_code info(const std::filesystem::path &recording, bool json, const command_streams &streams)
+{
+    const auto about = to_json(check_recording(recording, show_progress(streams)));
+    json ? print_json(streams.out, about) : print(streams.out, about);
+    if (!about["damage"].empty())
+    {
+        const auto recorded = about["frames_recorded"];
+        throw damaged_recording(about["recording"].get<std::string>() + " is damaged; " +
+                                about["frames"].dump() +
+                                (recorded.is_null() ? "" : " of " + recorded.dump()) +
+                                " frames are left: " + about["damage"][0].get<std::string>());
+    }
+    return exit_code::success;
 }
 
 } // namespace
@@ -156,20 +178,11 @@ command info_command()
     };
     auto options = std::make_shared<info_options>();
     return {.name = "info",
-            .help = "Show what a recording contains.",
+            .help = "Check a recording and show what it contains.",
             .footer = info_footer,
             .options = {recording_argument(options->recording), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
-                const auto about = to_json(recording_reader(options->recording));
-                if (options->json)
-                {
-                    print_json(streams.out, about);
-                }
-                else
-                {
-                    print(streams.out, about);
-                }
-                return exit_code::success;
+                return info(options->recording, options->json, streams);
             }};
 }
 

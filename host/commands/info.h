@@ -1,5 +1,5 @@
 /** @file
- * `vantor info`: shows what a recording contains.
+ * `vantor info`: checks a recording and shows what it contains.
  */
 #ifndef VANTOR_INFO_H
 #define VANTOR_INFO_H

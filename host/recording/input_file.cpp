@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,6 +98,16 @@ size_t input_file::read(uint64_t position, std::span<std::byte> bytes) const
         count += part > 0 ? static_cast<size_t>(part) : 0;
     }
     return count;
+}
+
+bool input_file::is_being_written() const noexcept
+{
+    if (flock(descriptor_, LOCK_SH | LOCK_NB) == 0)
+    {
+        flock(descriptor_, LOCK_UN);
+        return false;
+    }
+    return errno == EWOULDBLOCK;
 }
 
 std::string read_document_text(const std::filesystem::path &path)

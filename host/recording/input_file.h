@@ -44,6 +44,9 @@ public:
      */
     [[nodiscard]] size_t read(uint64_t position, std::span<std::byte> bytes) const;
 
+    /** Whether another program, such as "vantor record", still writes the file. */
+    [[nodiscard]] bool is_being_written() const noexcept;
+
     /** The path, for messages. */
     [[nodiscard]] const std::filesystem::path &path() const noexcept
     {

@@ -18,6 +18,9 @@ namespace
 
 using nlohmann::json;
 
+/** More frames than any recording has. */
+constexpr uint64_t most_frames = 1'000'000'000'000;
+
 /** The path of the collection. */
 std::filesystem::path collection_path(const std::filesystem::path &directory)
 {
@@ -95,13 +98,21 @@ void check_capture(const json &capture, size_t frame_length)
 {
     const auto start = capture.at("core:sample_start").get<uint64_t>();
     const auto index = capture.at("core:global_index").get<uint64_t>();
-    static_cast<void>(capture.at("core:datetime").get_ref<const std::string &>());
+    static_cast<void>(capture.value("core:datetime", std::string()));
     const bool numbers = capture["core:sample_start"].is_number_unsigned() &&
                          capture["core:global_index"].is_number_unsigned();
     if (!numbers || index < start || (frame_length > 0 && start % frame_length != 0))
     {
         throw json::other_error::create(500, "impossible capture", &capture);
     }
+}
+
+/** Whether the metadata of a finished item have a digest and a possible number of frames. */
+bool has_totals(const json &global)
+{
+    const auto &frames = global.at("vantor:frames");
+    return global["core:sha512"].is_string() && frames.is_number_unsigned() &&
+           frames.get<uint64_t>() <= most_frames;
 }
 
 /** Checks that the metadata of an item have the members that vantor uses, and belong to the session. */
@@ -117,10 +128,8 @@ void check_item_document(const json &document, const item_layout &layout)
     {
         check_capture(capture, layout.frame_length);
     }
-    const bool finished = global.contains("core:sha512");
     if (global.at("vantor:samples_per_frame") != layout.frame_length ||
-        (finished &&
-         (!global["core:sha512"].is_string() || !global.at("vantor:frames").is_number_unsigned())))
+        (global.contains("core:sha512") && !has_totals(global)))
     {
         throw json::other_error::create(500, "another session", &document);
     }

@@ -29,6 +29,7 @@ struct recorded_item
 };
 
 /** The documents of a recording. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct recording_documents
 {
     std::filesystem::path directory;

@@ -45,31 +45,38 @@ ordered_json describe_subsweeps(const item_layout &layout, const item_configurat
     return list;
 }
 
-/** The frame rate that was asked for, and the one that was measured, where known. */
-void add_rates(ordered_json &global, double nominal_rate, const item_state &state)
+/** Sets a member, or removes it if there is no value. */
+void set_member(ordered_json &members, const char *name, bool present, const ordered_json &value)
 {
-    if (nominal_rate > 0.0)
+    members.erase(name);
+    if (present)
     {
-        global["vantor:frame_rate"] = nominal_rate;
-    }
-    if (const double rate = measured_frame_rate(state); rate > 0.0)
-    {
-        global["vantor:measured_frame_rate"] = rate;
+        members[name] = value;
     }
 }
 
+/** Sets the members of an item's document that depend on the number of frames. */
+void set_totals(ordered_json &global, const session_description &session, const item_layout &layout,
+                const item_state &state)
+{
+    const bool finished = !state.digest.empty();
+    const double nominal = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    const double measured = measured_frame_rate(state);
+    const double sample_rate =
+        (nominal > 0.0 ? nominal : measured) * static_cast<double>(layout.frame_length);
+    set_member(global, "core:sample_rate", sample_rate >= lowest_sample_rate, sample_rate);
+    set_member(global, "core:sha512", finished, state.digest);
+    set_member(global, "vantor:frames", finished, state.frames);
+    set_member(global, "vantor:frame_rate", nominal > 0.0, nominal);
+    set_member(global, "vantor:measured_frame_rate", measured > 0.0, measured);
+}
+
 /** The members of an item's document in the vantor namespace. */
-void add_own_members(ordered_json &global, const item_layout &layout, const item_configuration &item,
-                     const item_state &state, double nominal_rate)
+void add_own_members(ordered_json &global, const item_layout &layout, const item_configuration &item)
 {
     global["vantor:group"] = layout.group + 1;
     global["vantor:item"] = layout.index + 1;
     global["vantor:sensor_id"] = item.sensor_id;
-    if (!state.digest.empty())
-    {
-        global["vantor:frames"] = state.frames;
-    }
-    add_rates(global, nominal_rate, state);
     global["vantor:samples_per_frame"] = layout.frame_length;
     global["vantor:samples_per_sweep"] = layout.sweep_length;
     global["vantor:sweeps_per_frame"] = layout.sweeps();
@@ -89,12 +96,16 @@ ordered_json describe_captures(const item_layout &layout, const std::vector<capt
     uint64_t missing = 0;
     for (const auto &segment : captures)
     {
-        list.push_back(
-            {{"core:sample_start", segment.first_frame * layout.frame_length},
-             {"core:global_index", (segment.first_frame + segment.frames_missing) * layout.frame_length},
-             {"core:datetime", segment.datetime},
-             {"vantor:frames_missing", segment.frames_missing - missing}});
+        ordered_json entry = {
+            {"core:sample_start", segment.first_frame * layout.frame_length},
+            {"core:global_index", (segment.first_frame + segment.frames_missing) * layout.frame_length},
+            {"vantor:frames_missing", segment.frames_missing - missing}};
         missing = segment.frames_missing;
+        if (!segment.datetime.empty())
+        {
+            entry["core:datetime"] = segment.datetime;
+        }
+        list.push_back(std::move(entry));
     }
     return list;
 }
@@ -133,24 +144,14 @@ ordered_json item_document(const session_description &session, size_t index, con
     const auto &layout = session.metadata.items.at(index);
     const auto item = list_items(session.configuration).at(index);
     ordered_json global = {{"core:datatype", "ci16_le"}, {"core:version", sigmf_version}};
-    const double nominal_rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
-    const double sample_rate = (nominal_rate > 0.0 ? nominal_rate : measured_frame_rate(state)) *
-                               static_cast<double>(layout.frame_length);
-    if (sample_rate >= lowest_sample_rate)
-    {
-        global["core:sample_rate"] = sample_rate;
-    }
-    if (!state.digest.empty())
-    {
-        global["core:sha512"] = state.digest;
-    }
+    set_totals(global, session, layout, state);
     global["core:description"] =
         "Consecutive radar frames of consecutive sweeps; the points of a sweep are at different distances.";
     global["core:recorder"] = std::string("vantor ") + version;
     global["core:hw"] = session.server.sensor + " sensor " + std::to_string(item.sensor_id);
     global["core:collection"] = collection_name;
     global["core:extensions"] = extensions();
-    add_own_members(global, layout, item, state, nominal_rate);
+    add_own_members(global, layout, item);
     if (index == 0)
     {
         // A second copy: repair needs it if the collection is damaged.
@@ -161,16 +162,34 @@ ordered_json item_document(const session_description &session, size_t index, con
             {"annotations", ordered_json::array()}};
 }
 
-ordered_json collection_document(const session_description &session, const std::vector<stream> &streams)
+void finish_item_document(ordered_json &document, const session_description &session, size_t index,
+                          const item_state &state)
+{
+    const auto &layout = session.metadata.items.at(index);
+    set_totals(document["global"], session, layout, state);
+    auto &captures = document["captures"];
+    while (captures.size() > 1 &&
+           captures.back()["core:sample_start"].get<uint64_t>() >= state.frames * layout.frame_length)
+    {
+        captures.erase(captures.size() - 1);
+    }
+}
+
+ordered_json describe_streams(const std::vector<stream> &streams)
 {
     auto list = ordered_json::array();
     for (const auto &entry : streams)
     {
         list.push_back({{"name", entry.name}, {"hash", entry.digest}});
     }
+    return list;
+}
+
+ordered_json collection_document(const session_description &session, const std::vector<stream> &streams)
+{
     ordered_json collection = {{"core:version", sigmf_version},
                                {"core:extensions", extensions()},
-                               {"core:streams", std::move(list)}};
+                               {"core:streams", describe_streams(streams)}};
     add_session(collection, session);
     return {{"collection", std::move(collection)}};
 }

@@ -30,7 +30,7 @@ struct capture
 {
     uint64_t first_frame = 0;    /**< its index in the recording */
     uint64_t frames_missing = 0; /**< before it, since the start of the recording */
-    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339 */
+    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339; empty if unknown */
 };
 
 /** The state of an item's recording. */
@@ -67,12 +67,26 @@ double measured_frame_rate(const item_state &state);
 nlohmann::ordered_json item_document(const session_description &session, size_t index,
                                      const item_state &state, const std::vector<capture> &captures);
 
+/**
+ * Changes the metadata document of an item so that it describes a finished recording.
+ *
+ * @param document  the document
+ * @param session   the session
+ * @param index     index of the item in the session metadata
+ * @param state     the state of the recording; its digest is not empty
+ */
+void finish_item_document(nlohmann::ordered_json &document, const session_description &session, size_t index,
+                          const item_state &state);
+
 /** An item's entry in the collection. */
 struct stream
 {
     std::string name;   /**< name of its files, without extension */
     std::string digest; /**< digest of its metadata document */
 };
+
+/** The list of items in a collection. */
+nlohmann::ordered_json describe_streams(const std::vector<stream> &streams);
 
 /** The collection document of a session. */
 nlohmann::ordered_json collection_document(const session_description &session,

@@ -21,7 +21,7 @@ import numpy
 from sigmf_rules import check_recording
 from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, vantor
 
-COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "plot", "export", "replay",
+COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "repair", "plot", "export", "replay",
             "completion")
 ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
 TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")

@@ -72,7 +72,7 @@ TEST(command_line, prints_help)
 TEST(command_line, has_help_with_examples_for_every_command)
 {
     for (const char *command : {"identify", "scan", "selftest", "validate", "calibrate", "record", "info",
-                                "plot", "export", "replay", "completion"})
+                                "repair", "plot", "export", "replay", "completion"})
     {
         const auto help = run({command, "--help"});
         EXPECT_EQ(help.code, exit_code::success) << command;
@@ -233,7 +233,7 @@ TEST(command_line, completes_in_a_real_bash)
 {
     const test::temporary_directory directory;
     static_cast<void>(directory.write("my config.json", "{}"));
-    EXPECT_EQ(completed(directory / "", "re"), "record\nreplay\n");
+    EXPECT_EQ(completed(directory / "", "re"), "record\nrepair\nreplay\n");
     EXPECT_EQ(completed(directory / "", "record --fr"), "--frames\n");
     EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
@@ -637,7 +637,8 @@ TEST(command_line, refuses_documents_of_a_recording_that_lack_members)
         std::ofstream(directory / "out/group-1-item-1.sigmf-meta")
             << R"({"global": {}, "captures": )" << captures << "}";
         const auto result = run({"info", (directory / "out").string()});
-        EXPECT_EQ(result.code, exit_code::bad_file) << captures;
+        EXPECT_EQ(result.code, exit_code::damaged) << captures;
+        EXPECT_EQ(run({"plot", (directory / "out").string()}).code, exit_code::bad_file) << captures;
         EXPECT_THAT(result.err, HasSubstr("group-1-item-1.sigmf-meta")) << captures;
     }
 }

@@ -1,0 +1,164 @@
+/** @file
+ * Describes a recording as JSON.
+ */
+#include "commands/info_document.h"
+
+#include <cmath>
+#include <string>
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+/** The number of frames that are missing before the last capture. */
+uint64_t frames_missing(const recorded_item &item)
+{
+    if (item.document.is_null() || item.layout.frame_length == 0)
+    {
+        return 0;
+    }
+    const auto &last = item.document["captures"].back();
+    return (last["core:global_index"].get<uint64_t>() - last["core:sample_start"].get<uint64_t>()) /
+           item.layout.frame_length;
+}
+
+/** The distances of a sub-sweep, as far as they are known. */
+ordered_json describe_range(const recorded_item &item, size_t subsweep)
+{
+    const auto &place = item.layout.subsweeps[subsweep];
+    ordered_json range = {{"points", place.length}};
+    if (place.length > 0 && subsweep < item.configuration.subsweeps.size())
+    {
+        range["start_m"] = item.distances[place.offset];
+        range["end_m"] = item.distances[place.offset + place.length - 1];
+        range["step_m"] = item.configuration.subsweeps[subsweep].step_length * item.layout.base_step_length_m;
+    }
+    return range;
+}
+
+/** The distances of all sub-sweeps. */
+ordered_json describe_ranges(const recorded_item &item)
+{
+    auto list = ordered_json::array();
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    {
+        list.push_back(describe_range(item, i));
+    }
+    return list;
+}
+
+/** The totals of the clear-channel assessment; null if it was not enabled. */
+ordered_json describe_channel(const channel_figures &channel)
+{
+    if (channel.valid + channel.invalid == 0)
+    {
+        return nullptr;
+    }
+    ordered_json totals = {{"frames_valid", channel.valid},
+                           {"frames_not_valid", channel.invalid},
+                           {"frames_with_detection", channel.detected}};
+    if (channel.values > 0)
+    {
+        totals["value"] = {{"lowest", channel.lowest},
+                           {"mean", channel.sum / static_cast<double>(channel.values)},
+                           {"highest", channel.highest}};
+    }
+    return totals;
+}
+
+/** Rate, distances, levels and configuration of an item. */
+void add_measurement(ordered_json &entry, const recorded_item &item, const checked_item &found,
+                     uint64_t frames)
+{
+    const double rate =
+        measured_frame_rate({.frames = frames, .seconds = found.figures.seconds, .digest = {}});
+    const auto strongest = found.level.strongest_point();
+    entry["frame_rate"] = rate > 0.0 ? ordered_json(rate) : ordered_json();
+    entry["max_sweep_rate"] = item.layout.max_sweep_rate;
+    entry["high_speed_mode"] = item.layout.high_speed_mode;
+    entry["ranges"] = describe_ranges(item);
+    entry["mean_level"] = found.level.mean_level();
+    entry["strongest_echo_m"] = strongest ? ordered_json(item.distances[*strongest]) : ordered_json();
+    entry["channel"] = describe_channel(found.figures.channel);
+    entry["calibration_temperature"] = item.layout.calibration_temperature;
+    entry["configuration"] = item.configuration.document;
+}
+
+/** Describes one item. */
+ordered_json describe_item(const recorded_item &item, const checked_item &found, uint64_t frames)
+{
+    const auto &figures = found.figures;
+    ordered_json entry = {{"name", item.name},
+                          {"group", item.layout.group + 1},
+                          {"item", item.layout.index + 1},
+                          {"sensor_id", item.configuration.sensor_id},
+                          {"subsweeps", item.layout.subsweeps.size()},
+                          {"samples_per_frame", item.layout.frame_length},
+                          {"sweeps_per_frame", item.layout.sweeps()},
+                          {"seconds", figures.seconds},
+                          {"frames_saturated", figures.saturated},
+                          {"frames_delayed", figures.delayed},
+                          {"frames_with_calibration_needed", figures.calibration_needed},
+                          {"frames_lost", frames_missing(item)}};
+    if (figures.lowest_temperature <= figures.highest_temperature)
+    {
+        entry["temperature"] = {figures.lowest_temperature, figures.highest_temperature};
+    }
+    add_measurement(entry, item, found, frames);
+    return entry;
+}
+
+/** When the first frame arrived; empty if unknown. */
+std::string start_time(const recording_documents &documents)
+{
+    std::string started;
+    for (const auto &item : documents.items)
+    {
+        if (!item.document.is_null())
+        {
+            started = item.document["captures"][0].value("core:datetime", "");
+        }
+    }
+    return started;
+}
+
+/** The calibrations that were used. */
+ordered_json describe_calibrations(const session_metadata &metadata)
+{
+    auto list = ordered_json::array();
+    for (const auto &used : metadata.calibrations)
+    {
+        list.push_back({{"sensor_id", used.sensor_id}, {"temperature", used.temperature}});
+    }
+    return list;
+}
+
+} // namespace
+
+ordered_json to_json(const recording_check &check)
+{
+    const auto &documents = check.documents;
+    auto items = ordered_json::array();
+    for (size_t i = 0; i < documents.items.size(); ++i)
+    {
+        items.push_back(describe_item(documents.items[i], check.items[i], check.frames));
+    }
+    ordered_json about = {{"recording", documents.directory.string()},
+                          {"started", start_time(documents)},
+                          {"complete", check.finished && check.faults.empty()},
+                          {"frames", check.frames}};
+    about["frames_recorded"] = check.recorded ? ordered_json(*check.recorded) : ordered_json();
+    about["damage"] = check.faults;
+    about["repaired"] = !documents.collection.is_null() && documents.collection.contains("vantor:repaired");
+    about["sensor"] = documents.session.server.sensor;
+    about["server_version"] = documents.session.server.server_version;
+    about["source"] = documents.session.source;
+    about["calibrations"] = describe_calibrations(documents.session.metadata);
+    about["items"] = std::move(items);
+    return about;
+}
+
+} // namespace vantor

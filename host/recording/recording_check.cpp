@@ -1,0 +1,331 @@
+/** @file
+ * Compares the files of a recording with what was recorded.
+ */
+#include "recording/recording_check.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <utility>
+
+#include "recording/input_file.h"
+#include "recording/item_writer.h"
+#include "recording/recording_error.h"
+#include "recording/sha512.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+
+/** Whether the metadata of an item contain the number of frames and the digest of the samples. */
+bool is_finished(const recorded_item &item)
+{
+    return !item.document.is_null() && item.document["global"].contains("core:sha512");
+}
+
+/** "3 of 4 frames". */
+std::string part_of(uint64_t part, uint64_t all)
+{
+    return std::to_string(part) + " of " + std::to_string(all) + " frames";
+}
+
+/** Does the work of check_recording(). */
+class checker
+{
+public:
+    checker(recording_documents documents, const check_progress &progress) : progress_(progress)
+    {
+        check_.documents = std::move(documents);
+        check_.faults = check_.documents.faults;
+    }
+
+    /** Checks everything. */
+    recording_check run()
+    {
+        read_state();
+        for (const auto &item : items())
+        {
+            check_.items.push_back(measure(item));
+        }
+        check_.frames = frames_left();
+        for (size_t i = 0; i < items().size(); ++i)
+        {
+            check_.finished ? compare_with_documents(i) : compare_with_others(i);
+        }
+        for (size_t i = 0; i < items().size(); ++i)
+        {
+            read(i);
+        }
+        compare_streams();
+        return std::move(check_);
+    }
+
+private:
+    [[nodiscard]] const std::vector<recorded_item> &items() const
+    {
+        return check_.documents.items;
+    }
+
+    [[nodiscard]] static uint64_t frame_size(const recorded_item &item)
+    {
+        return item.layout.frame_length * sizeof(sample);
+    }
+
+    [[nodiscard]] std::filesystem::path samples_of(const recorded_item &item) const
+    {
+        return check_.documents.directory / (item.name + ".sigmf-data");
+    }
+
+    [[nodiscard]] std::filesystem::path table_of(const recorded_item &item) const
+    {
+        return check_.documents.directory / (item.name + ".frames.csv");
+    }
+
+    void add_fault(std::string text)
+    {
+        check_.faults.push_back(std::move(text));
+    }
+
+    /** Reads from the documents whether the recording is finished, and with how many frames. */
+    void read_state()
+    {
+        bool all = true;
+        for (const auto &item : items())
+        {
+            all = all && (item.document.is_null() || is_finished(item));
+            any_finished_ = any_finished_ || is_finished(item);
+        }
+        check_.finished = all && any_finished_;
+        for (const auto &item : items())
+        {
+            if (check_.finished && is_finished(item))
+            {
+                compare_number(item, item.document["global"]["vantor:frames"].get<uint64_t>());
+            }
+        }
+    }
+
+    /** Compares the number of frames in the metadata of an item with that of the items before. */
+    void compare_number(const recorded_item &item, uint64_t frames)
+    {
+        if (check_.recorded && *check_.recorded != frames)
+        {
+            add_fault(item.name + ".sigmf-meta announces " + std::to_string(frames) + " frames, not " +
+                      std::to_string(*check_.recorded) + " like the other items.");
+        }
+        check_.recorded = std::min(check_.recorded.value_or(frames), frames);
+    }
+
+    /** Measures the files of an item. */
+    checked_item measure(const recorded_item &item)
+    {
+        checked_item found{.data_size = {},
+                           .table_size = {},
+                           .left_digest = {},
+                           .figures = {},
+                           .level = item_statistics(item.layout.sweep_length)};
+        try
+        {
+            const input_file data(samples_of(item));
+            found.data_size = data.size();
+            check_.in_progress = check_.in_progress || data.is_being_written();
+            found.frames = frame_size(item) == 0 ? 0 : *found.data_size / frame_size(item);
+        }
+        catch (const bad_recording &failure)
+        {
+            add_fault(failure.what());
+        }
+        try
+        {
+            found.table_size = input_file(table_of(item)).size();
+            for (frame_table table(table_of(item)); table.next(); found.rows_size = table.position())
+            {
+                ++found.rows;
+            }
+        }
+        catch (const bad_recording &failure)
+        {
+            add_fault(failure.what());
+        }
+        return found;
+    }
+
+    /** The number of frames that are complete in every item. */
+    [[nodiscard]] uint64_t frames_left() const
+    {
+        auto least = check_.items.empty() ? 0 : std::numeric_limits<uint64_t>::max();
+        for (const auto &found : check_.items)
+        {
+            least = std::min({least, found.frames, found.rows});
+        }
+        return std::min(least, check_.recorded.value_or(least));
+    }
+
+    /** Compares the files of an item with the number of frames that the documents announce. */
+    void compare_with_documents(size_t index)
+    {
+        const auto &found = check_.items[index];
+        const auto &name = items()[index].name;
+        const auto expected = *check_.recorded * frame_size(items()[index]);
+        if (found.data_size && *found.data_size < expected)
+        {
+            add_fault(name + ".sigmf-data lacks " + std::to_string(expected - *found.data_size) +
+                      " bytes: it contains " + part_of(found.frames, *check_.recorded) + ".");
+        }
+        else if (found.data_size && *found.data_size > expected)
+        {
+            add_fault(name + ".sigmf-data has " + std::to_string(*found.data_size - expected) +
+                      " bytes after the last frame.");
+        }
+        if (found.table_size && found.rows != *check_.recorded)
+        {
+            add_fault(name + ".frames.csv has " + std::to_string(found.rows) + " correct rows for " +
+                      std::to_string(*check_.recorded) + " frames.");
+        }
+        else if (found.table_size && found.rows > 0 && *found.table_size > found.rows_size)
+        {
+            add_fault(name + ".frames.csv has " + std::to_string(*found.table_size - found.rows_size) +
+                      " bytes after the last row.");
+        }
+    }
+
+    /**
+     * Compares the files of an item of a recording that is not finished with those of the other items: a
+     * program that is killed has written at most one more row, and one more frame of other items.
+     */
+    void compare_with_others(size_t index)
+    {
+        if (check_.in_progress)
+        {
+            return; // The files have been measured one after the other, and grow.
+        }
+        const auto &found = check_.items[index];
+        const auto &name = items()[index].name;
+        uint64_t most = found.rows > 0 ? found.rows - 1 : 0;
+        for (const auto &other : check_.items)
+        {
+            most = std::max(most, other.frames > 0 ? other.frames - 1 : 0);
+        }
+        if (found.data_size && found.frames < most)
+        {
+            add_fault(name + ".sigmf-data contains " + part_of(found.frames, most) + ".");
+        }
+        if (found.table_size && found.rows < std::max(found.frames, most))
+        {
+            add_fault(name + ".frames.csv has correct rows for " +
+                      part_of(found.rows, std::max(found.frames, most)) + ".");
+        }
+    }
+
+    /** Reads the frames of an item that are left, and compares the digest of all that were recorded. */
+    void read(size_t index)
+    {
+        const auto &item = items()[index];
+        auto &found = check_.items[index];
+        if (!found.data_size || !found.table_size)
+        {
+            return;
+        }
+        const input_file data(samples_of(item));
+        sha512 digest;
+        read_frames(item, data, found, digest);
+        found.left_digest = digest.digest();
+        const auto recorded = check_.recorded.value_or(0) * frame_size(item);
+        if (is_finished(item) && check_.recorded && *found.data_size >= recorded)
+        {
+            add_bytes(data, check_.frames * frame_size(item), recorded, digest);
+            found.differs = item.document["global"]["core:sha512"] != digest.digest();
+            if (found.differs)
+            {
+                add_fault("The samples in " + item.name +
+                          ".sigmf-data differ from those that were recorded.");
+            }
+        }
+    }
+
+    /** Reads the frames of an item that are left. */
+    void read_frames(const recorded_item &item, const input_file &data, checked_item &found, sha512 &digest)
+    {
+        found.left_table_size = frame_table_head.size();
+        if (check_.frames == 0)
+        {
+            return;
+        }
+        frame_table table(table_of(item));
+        std::vector<sample> samples(item.layout.frame_length);
+        const auto bytes = std::as_writable_bytes(std::span(samples));
+        for (uint64_t number = 0; number < check_.frames; ++number)
+        {
+            const auto row = table.next();
+            if (!row || data.read(number * bytes.size(), bytes) < bytes.size())
+            {
+                throw bad_recording("The recording changes while it is read.");
+            }
+            digest.update(bytes);
+            found.level.add(samples);
+            found.figures.add(*row);
+            if (progress_)
+            {
+                progress_(++frames_read_, check_.frames * items().size());
+            }
+        }
+        found.left_table_size = table.position();
+    }
+
+    /** Adds a part of a file to a digest. */
+    static void add_bytes(const input_file &data, uint64_t position, uint64_t end, sha512 &digest)
+    {
+        std::array<std::byte, 65536> buffer{};
+        while (position < end)
+        {
+            const auto wanted = std::min<uint64_t>(buffer.size(), end - position);
+            const auto count = data.read(position, std::span(buffer).first(wanted));
+            digest.update(std::span(buffer).first(count));
+            position += count;
+            end = count == wanted ? end : position;
+        }
+    }
+
+    /** Compares the digests of the metadata with those in the collection. */
+    void compare_streams()
+    {
+        const auto &collection = check_.documents.collection;
+        if (collection.is_null())
+        {
+            return;
+        }
+        std::vector<json> expected;
+        for (const auto &item : items())
+        {
+            expected.push_back({{"name", item.name}, {"hash", item.digest}});
+        }
+        const auto streams = collection.value("core:streams", json());
+        for (size_t i = 0; i < items().size(); ++i)
+        {
+            const bool listed = streams.is_array() && i < streams.size() && streams[i] == expected[i];
+            // A program that is killed during its last step has replaced only some of the documents.
+            const bool replaced = !check_.finished && is_finished(items()[i]);
+            if (!listed && !replaced && !items()[i].document.is_null())
+            {
+                add_fault(items()[i].name + ".sigmf-meta differs from what was recorded.");
+            }
+        }
+    }
+
+    recording_check check_;
+    const check_progress &progress_;
+    bool any_finished_ = false;
+    uint64_t frames_read_ = 0;
+};
+
+} // namespace
+
+recording_check check_recording(const std::filesystem::path &place, const check_progress &progress)
+{
+    return checker(read_documents(place), progress).run();
+}
+
+} // namespace vantor

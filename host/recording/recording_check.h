@@ -1,0 +1,65 @@
+/** @file
+ * Compares the files of a recording with what was recorded.
+ */
+#ifndef VANTOR_RECORDING_CHECK_H
+#define VANTOR_RECORDING_CHECK_H
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "recording/frame_figures.h"
+#include "recording/item_statistics.h"
+#include "recording/recording_documents.h"
+
+namespace vantor
+{
+
+/** What the files of an item contain. */
+struct checked_item
+{
+    std::optional<uint64_t> data_size;  /**< bytes of samples; no value if the file cannot be read */
+    std::optional<uint64_t> table_size; /**< bytes of the frame table; no value if it cannot be read */
+    uint64_t frames = 0;                /**< number of frames with all samples */
+    uint64_t rows = 0;                  /**< number of correct rows at the start of the frame table */
+    uint64_t rows_size = 0;             /**< bytes up to the end of these rows; 0 if there are none */
+    uint64_t left_table_size = 0;       /**< bytes of the rows of the frames that are left */
+    std::string left_digest;            /**< SHA-512 of the samples of the frames that are left */
+    bool differs = false;               /**< the samples are not those that were recorded */
+    frame_figures figures;              /**< of the frames that are left */
+    item_statistics level;              /**< of the frames that are left */
+};
+
+/** The result of a check. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
+struct recording_check
+{
+    recording_documents documents;
+    std::vector<checked_item> items;
+    bool finished = false;            /**< the documents announce a number of frames, and digests */
+    bool in_progress = false;         /**< "vantor record" is still writing it */
+    std::optional<uint64_t> recorded; /**< the number of frames that they announce */
+    uint64_t frames = 0;              /**< number of frames that are left: complete in every item */
+    std::vector<std::string> faults;  /**< sentences; empty if there is no damage */
+};
+
+/** Receives how many frames of how many have been read. */
+using check_progress = std::function<void(uint64_t done, uint64_t total)>;
+
+/**
+ * Checks a recording: the sizes of all files, the numbers of frames and rows, and the digests. A recording
+ * whose program was killed is not damaged, only not finished.
+ *
+ * @param place     the directory of the recording, or any of its SigMF documents
+ * @param progress  is called after each frame of each item; may be empty
+ * @throws bad_recording if there is no recording
+ * @throws damaged_recording if none of its documents describes the session
+ */
+recording_check check_recording(const std::filesystem::path &place, const check_progress &progress = {});
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,157 @@
+/** @file
+ * Makes a recording complete that was not finished, or that has lost data.
+ */
+#include "recording/repair.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "recording/output_file.h"
+#include "recording/recording_error.h"
+#include "recording/sha512.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+/** Throws damaged_recording. */
+[[noreturn]] void refuse_repair(const std::string &reason)
+{
+    throw damaged_recording("The recording cannot be repaired, and was not changed: " + reason);
+}
+
+/** Throws damaged_recording if a recording cannot be repaired. */
+void require_repairable(const recording_check &check)
+{
+    if (check.in_progress)
+    {
+        refuse_repair("another program is still writing it.");
+    }
+    bool all_have_samples = !check.items.empty();
+    for (const auto &found : check.items)
+    {
+        if (!found.data_size || !found.table_size || found.differs)
+        {
+            refuse_repair(check.faults.front());
+        }
+        all_have_samples = all_have_samples && found.frames > 0;
+    }
+    if (check.frames == 0 && all_have_samples)
+    {
+        refuse_repair("no frame would be left. " + check.faults.front());
+    }
+}
+
+/** The segments of frames without gaps, from an item whose metadata are not damaged. */
+std::vector<capture> find_captures(const recording_documents &documents)
+{
+    for (const auto &item : documents.items)
+    {
+        const auto length = std::max<size_t>(item.layout.frame_length, 1);
+        std::vector<capture> captures;
+        for (const auto &segment :
+             item.document.is_null() ? ordered_json::array() : ordered_json(item.document["captures"]))
+        {
+            const auto start = segment["core:sample_start"].get<uint64_t>();
+            const auto lost = segment["core:global_index"].get<uint64_t>() - start;
+            captures.push_back({.first_frame = start / length,
+                                .frames_missing = lost / length,
+                                .datetime = segment.value("core:datetime", "")});
+        }
+        if (!captures.empty())
+        {
+            return captures;
+        }
+    }
+    return {capture{}};
+}
+
+/** The final metadata of an item. */
+ordered_json final_document(const recording_check &check, size_t index)
+{
+    const auto &documents = check.documents;
+    const auto &item = documents.items[index];
+    const auto &found = check.items[index];
+    auto document = item.document.is_null()
+                        ? item_document(documents.session, index, {}, find_captures(documents))
+                        : ordered_json(item.document);
+    finish_item_document(
+        document, documents.session, index,
+        {.frames = check.frames, .seconds = found.figures.seconds, .digest = found.left_digest});
+    return document;
+}
+
+/** The final collection. */
+ordered_json final_collection(const recording_documents &documents, const std::vector<stream> &streams)
+{
+    auto document = collection_document(documents.session, streams);
+    auto &collection = document["collection"];
+    if (!documents.collection.is_null())
+    {
+        collection = documents.collection;
+        collection["core:streams"] = describe_streams(streams);
+    }
+    collection["vantor:repaired"] = true;
+    return document;
+}
+
+/** Writes the final documents. */
+void write_final_documents(const recording_check &check)
+{
+    const auto &directory = check.documents.directory;
+    std::vector<stream> streams;
+    std::vector<file_text> files;
+    for (size_t i = 0; i < check.items.size(); ++i)
+    {
+        const auto &name = check.documents.items[i].name;
+        files.push_back(
+            {.path = directory / (name + ".sigmf-meta"), .text = final_document(check, i).dump(2) + "\n"});
+        streams.push_back({.name = name, .digest = sha512_of(files.back().text)});
+    }
+    files.push_back({.path = directory / (std::string(collection_name) + ".sigmf-collection"),
+                     .text = final_collection(check.documents, streams).dump(2) + "\n"});
+    replace_files(files);
+}
+
+/** Removes everything after the frames that are left; returns the number of bytes of samples. */
+uint64_t remove_rest(const recording_check &check)
+{
+    uint64_t removed = 0;
+    for (size_t i = 0; i < check.items.size(); ++i)
+    {
+        const auto &item = check.documents.items[i];
+        const auto base = check.documents.directory / item.name;
+        const auto length = check.frames * item.layout.frame_length * sizeof(sample);
+        shorten_file(base.string() + ".sigmf-data", length);
+        shorten_file(base.string() + ".frames.csv", check.items[i].left_table_size);
+        removed += *check.items[i].data_size - length;
+    }
+    return removed;
+}
+
+} // namespace
+
+repair_result repair_recording(const std::filesystem::path &place, const check_progress &progress)
+{
+    const auto before = check_recording(place, progress);
+    if (before.finished && before.faults.empty())
+    {
+        return {.changed = false, .frames = before.frames, .removed = 0};
+    }
+    require_repairable(before);
+    const auto removed = remove_rest(before);
+    write_final_documents(before);
+    const auto after = check_recording(before.documents.directory, progress);
+    if (!after.finished || !after.faults.empty() || after.frames != before.frames)
+    {
+        throw damaged_recording("The repaired recording differs from what was written: check the disk. " +
+                                (after.faults.empty() ? std::string() : after.faults.front()));
+    }
+    return {.changed = true, .frames = after.frames, .removed = removed};
+}
+
+} // namespace vantor

@@ -1,0 +1,37 @@
+/** @file
+ * Makes a recording complete that was not finished, or that has lost data.
+ */
+#ifndef VANTOR_REPAIR_H
+#define VANTOR_REPAIR_H
+
+#include <cstdint>
+#include <filesystem>
+
+#include "recording/recording_check.h"
+
+namespace vantor
+{
+
+/** What a repair has changed. */
+struct repair_result
+{
+    bool changed = false; /**< false if the recording was complete */
+    uint64_t frames = 0;  /**< number of frames in the recording now */
+    uint64_t removed = 0; /**< bytes of samples removed, because their frame was not complete in every item */
+};
+
+/**
+ * Repairs a recording in its place: keeps the frames that are complete in every item, removes the rest,
+ * writes the final documents, restores damaged ones from the others, and checks the result.
+ *
+ * @param place     the directory of the recording, or any of its SigMF documents
+ * @param progress  is called after each frame of each item; may be empty
+ * @throws damaged_recording if it cannot be repaired; nothing has been changed then
+ * @throws bad_recording if there is no recording
+ * @throws recording_error if a file cannot be written; repairing again then continues
+ */
+repair_result repair_recording(const std::filesystem::path &place, const check_progress &progress = {});
+
+} // namespace vantor
+
+#endif

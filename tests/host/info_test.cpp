@@ -1,0 +1,150 @@
+/** @file
+ * Tests of the commands that check and repair recordings.
+ */
+#include <sstream>
+
+#include <gmock/gmock.h>
+
+#include "commands/command_line.h"
+#include "recording_files.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+
+/** The outcome of a command. */
+struct outcome
+{
+    exit_code code;
+    std::string out;
+    std::string err;
+};
+
+/** Runs a command. */
+outcome run(const std::vector<std::string> &arguments)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const auto code = run_command_line(arguments, {out, err});
+    return {code, out.str(), err.str()};
+}
+
+/** A recording in which a file has lost its last 100 bytes. */
+class damaged_recording_test : public testing::Test
+{
+protected:
+    damaged_recording_test()
+    {
+        const std::string name = "group-1-item-1.sigmf-data";
+        const auto &samples = files.original.at(name);
+        files.write(name, samples.substr(0, samples.size() - 100));
+    }
+
+    const test::recording_files files{true};
+    const std::string path = files.path.string();
+};
+
+TEST_F(damaged_recording_test, is_noticed_by_info)
+{
+    const auto text = run({"info", path});
+    EXPECT_EQ(static_cast<int>(text.code), 8);
+    EXPECT_THAT(text.out, HasSubstr(": 1 frames, damaged, started "));
+    EXPECT_THAT(text.out, HasSubstr("damage: group-1-item-1.sigmf-data lacks 100 bytes"));
+    EXPECT_THAT(text.err,
+                HasSubstr("is damaged; 1 of 2 frames are left: group-1-item-1.sigmf-data lacks 100"));
+    const auto document = run({"info", path, "--json"});
+    EXPECT_EQ(document.code, exit_code::damaged);
+    const auto about = json::parse(document.out);
+    EXPECT_EQ(about["complete"], false);
+    EXPECT_EQ(about["frames"], 1);
+    EXPECT_EQ(about["frames_recorded"], 2);
+    EXPECT_EQ(about["damage"].size(), 1U);
+}
+
+TEST_F(damaged_recording_test, can_be_repaired)
+{
+    const auto result = json::parse(run({"repair", path, "--json"}).out);
+    EXPECT_EQ(result, json({{"recording", path}, {"changed", true}, {"frames", 1}, {"bytes_removed", 280}}));
+    EXPECT_EQ(run({"repair", path}).out, "1 frames are complete; nothing to repair\n");
+    const auto about = json::parse(run({"info", path, "--json"}).out);
+    EXPECT_EQ(about["complete"], true);
+    EXPECT_EQ(about["repaired"], true);
+}
+
+TEST(repair_command, reports_what_it_cannot_repair)
+{
+    const test::recording_files files(true);
+    std::filesystem::remove(files.path / "group-1-item-1.frames.csv");
+    const auto result = run({"repair", files.path.string()});
+    EXPECT_EQ(result.code, exit_code::damaged);
+    EXPECT_THAT(result.err, HasSubstr("cannot be repaired, and was not changed: Cannot read"));
+    EXPECT_EQ(run({"repair", (files.path / "missing").string()}).code, exit_code::bad_file);
+}
+
+TEST(info, of_a_recording_that_is_not_finished_is_no_failure)
+{
+    const test::recording_files files(false);
+    const auto text = run({"info", files.path.string()});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out, HasSubstr(": 2 frames, incomplete, started "));
+    EXPECT_EQ(run({"repair", files.path.string()}).out,
+              "2 frames are complete; bytes of samples removed: 0\n");
+    EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, started "));
+}
+
+TEST(info, shows_distances_rates_channel_and_configuration)
+{
+    const test::recording_files files(true);
+    const auto about = json::parse(run({"info", files.path.string(), "--json"}).out);
+    const auto &first = about["items"][0];
+    EXPECT_EQ(first["ranges"],
+              json::parse(R"([{"points": 20, "start_m": 0.25, "end_m": 0.44, "step_m": 0.01}])"));
+    EXPECT_EQ(first["frame_rate"], 50.0);
+    EXPECT_EQ(first["max_sweep_rate"], 3125.5);
+    EXPECT_EQ(first["strongest_echo_m"], 0.32);
+    EXPECT_EQ(first["channel"]["frames_valid"], 2);
+    EXPECT_EQ(first["channel"]["frames_with_detection"], 0);
+    EXPECT_EQ(first["channel"]["value"], json({{"lowest", 0.75}, {"mean", 0.75}, {"highest", 0.75}}));
+    EXPECT_EQ(first["calibration_temperature"], 24);
+    EXPECT_EQ(first["configuration"], test::example_description().configuration["groups"][0][0]);
+    EXPECT_EQ(about["items"][1]["channel"], nullptr);
+    EXPECT_EQ(about["items"][1]["ranges"].size(), 2U);
+    EXPECT_EQ(about["calibrations"], json::parse(R"([{"sensor_id": 1, "temperature": 24}])"));
+    const auto text = run({"info", files.path.string()}).out;
+    EXPECT_THAT(text, testing::ContainsRegex(" 0\\.250 m +0\\.440 m +0\\.0100 m +50\\.00 +3125\\.5 "));
+    EXPECT_THAT(text,
+                HasSubstr("group-1-item-1: 2 frames valid, 0 not valid, 0 with another transmitter, value "
+                          "0.750 to 0.750, mean 0.750\n"));
+    EXPECT_THAT(text, HasSubstr("\"num_points\":20"));
+    EXPECT_THAT(text, HasSubstr("calibration: sensor 1 at 24 degrees\n"));
+}
+
+TEST(info, shows_the_origin_without_control_characters)
+{
+    const test::temporary_directory directory;
+    auto description = test::example_description();
+    description.source = {{"address", "serial:/dev/tty\x1b[2J\u009b\u202e@115200"},
+                          {"board", {{"name", "\x1b[31m\u2066"}}},
+                          {"simulator", 5}};
+    recording_writer(directory / "out", description).finish();
+    const auto path = (directory / "out").string();
+    const auto text = run({"info", path}).out;
+    EXPECT_THAT(text, HasSubstr("address: serial:/dev/tty?[2J??@115200\n"));
+    const auto document = run({"info", path, "--json"}).out;
+    EXPECT_EQ(json::parse(document)["source"], json(description.source));
+    for (const auto &output : {text, document})
+    {
+        for (const char *control : {"\x1b", "\u009b", "\u202e", "\u2066"})
+        {
+            EXPECT_THAT(output, Not(HasSubstr(control)));
+        }
+    }
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,158 @@
+/** @file
+ * Tests of checking recordings: every file cut at every byte.
+ */
+#include "recording/recording_check.h"
+
+#include <gmock/gmock.h>
+
+#include "recording/output_file.h"
+#include "recording/recording_error.h"
+#include "recording_files.h"
+
+namespace vantor
+{
+namespace
+{
+
+using test::recording_files;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/** The last file that is written, and has no digest: it is only incomplete without its last character but
+ * one. */
+bool is_harmless(const std::string &name, size_t missing)
+{
+    return missing == 0 || (missing == 1 && name == "session.sigmf-collection");
+}
+
+TEST(recording_check, finds_no_fault_in_a_complete_recording)
+{
+    const recording_files files(true);
+    const auto check = check_recording(files.path);
+    EXPECT_THAT(check.faults, IsEmpty());
+    EXPECT_TRUE(check.finished);
+    EXPECT_EQ(check.frames, recording_files::frames);
+    EXPECT_EQ(check.recorded, recording_files::frames);
+    EXPECT_NEAR(check.items[0].level.mean_level(), 253.0, 1.0);
+    EXPECT_EQ(check.items[0].figures.channel.valid, 2U);
+    EXPECT_EQ(check.items[0].figures.channel.highest, 0.75);
+    EXPECT_EQ(check.items[1].figures.channel.valid, 0U);
+    EXPECT_EQ(check.items[2].figures.seconds, 0.02);
+}
+
+TEST(recording_check, is_right_about_each_file_cut_at_each_byte)
+{
+    const recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        for (const auto length : files.cuts(name, 7))
+        {
+            files.write(name, content.substr(0, length));
+            const auto check = check_recording(files.path);
+            ASSERT_EQ(check.faults.empty(), is_harmless(name, content.size() - length)) << name << length;
+            ASSERT_EQ(check.frames, files.frames_left(name, length)) << name << length;
+            ASSERT_TRUE(check.finished) << name << length;
+        }
+        files.restore();
+    }
+}
+
+TEST(recording_check, is_right_about_each_file_of_a_killed_program_cut_at_each_byte)
+{
+    const recording_files files(false);
+    EXPECT_THAT(check_recording(files.path).faults, IsEmpty());
+    for (const auto &[name, content] : files.original)
+    {
+        for (const auto length : files.cuts(name, 7))
+        {
+            files.write(name, content.substr(0, length));
+            const auto check = check_recording(files.path);
+            // A killed program may have written all but a part of the last frame.
+            const bool last_frame = name.ends_with(".sigmf-data") && files.frames_left(name, length) == 1;
+            ASSERT_EQ(check.faults.empty(), last_frame || is_harmless(name, content.size() - length))
+                << name << length;
+            ASSERT_EQ(check.frames, files.frames_left(name, length)) << name << length;
+            ASSERT_FALSE(check.finished) << name << length;
+        }
+        files.restore();
+    }
+}
+
+TEST(recording_check, notices_each_changed_byte_of_samples_and_metadata)
+{
+    const recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        if (name.ends_with(".csv") || name.ends_with("collection"))
+        {
+            continue;
+        }
+        for (const auto place : files.cuts(name, 7))
+        {
+            auto changed = content;
+            changed[place] = static_cast<char>(changed[place] ^ 1);
+            files.write(name, changed);
+            ASSERT_FALSE(check_recording(files.path).faults.empty()) << name << place;
+        }
+        files.restore();
+    }
+}
+
+TEST(recording_check, says_how_much_is_missing_or_too_much)
+{
+    const recording_files files(true);
+    const auto &samples = files.original.at("group-1-item-2.sigmf-data");
+    files.write("group-1-item-2.sigmf-data", samples.substr(0, samples.size() - 30));
+    EXPECT_THAT(check_recording(files.path).faults,
+                ElementsAre("group-1-item-2.sigmf-data lacks 30 bytes: it contains 1 of 2 frames."));
+    files.write("group-1-item-2.sigmf-data", samples + "rest");
+    EXPECT_THAT(check_recording(files.path).faults,
+                ElementsAre("group-1-item-2.sigmf-data has 4 bytes after the last frame."));
+    files.restore();
+    files.write("group-1-item-2.frames.csv", files.original.at("group-1-item-2.frames.csv") + "2,0.");
+    EXPECT_THAT(check_recording(files.path).faults,
+                ElementsAre("group-1-item-2.frames.csv has 4 bytes after the last row."));
+}
+
+TEST(recording_check, names_missing_files)
+{
+    const recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        std::filesystem::remove(files.path / name);
+        const auto check = check_recording(files.path);
+        EXPECT_THAT(check.faults, testing::Contains(HasSubstr(name))) << name;
+        EXPECT_EQ(check.frames, files.frames_left(name, 0)) << name;
+        files.restore();
+    }
+}
+
+TEST(recording_check, needs_one_description_of_the_session)
+{
+    const recording_files files(true);
+    files.write("session.sigmf-collection", "");
+    files.write("group-1-item-1.sigmf-meta", "");
+    EXPECT_THROW(check_recording(files.path), damaged_recording);
+}
+
+TEST(recording_check, finds_no_damage_while_it_is_recorded)
+{
+    const recording_files files(false);
+    const auto name = "group-1-item-2.frames.csv";
+    std::filesystem::remove(files.path / name);
+    EXPECT_FALSE(check_recording(files.path).faults.empty());
+    output_file table(files.path / name);
+    const auto &rows = files.original.at(name);
+    table.append(rows.substr(0, rows.find('\n') + 1));
+    EXPECT_THAT(check_recording(files.path).faults, testing::SizeIs(1));
+    files.write("group-1-item-2.sigmf-data", "");
+    std::filesystem::remove(files.path / "group-1-item-2.sigmf-data");
+    const output_file data(files.path / "group-1-item-2.sigmf-data");
+    const auto check = check_recording(files.path);
+    EXPECT_THAT(check.faults, IsEmpty());
+    EXPECT_TRUE(check.in_progress);
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,216 @@
+/** @file
+ * Tests of repairing recordings: every file cut at every byte.
+ */
+#include "recording/repair.h"
+
+#include <gmock/gmock.h>
+
+#include "disk_calls.h"
+#include "file_size_limit.h"
+#include "recording/output_file.h"
+#include "recording/recording_error.h"
+#include "recording/recording_reader.h"
+#include "recording_files.h"
+
+namespace vantor
+{
+namespace
+{
+
+using test::recording_files;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+/** Whether a repaired recording is complete and has the first samples and rows of the original one. */
+testing::AssertionResult is_whole(const recording_files &files, uint64_t frames)
+{
+    const auto check = check_recording(files.path);
+    if (!check.finished || !check.faults.empty() || check.frames != frames)
+    {
+        return testing::AssertionFailure()
+               << check.frames << " frames; " << testing::PrintToString(check.faults);
+    }
+    for (const auto &item : check.documents.items)
+    {
+        for (const char *extension : {".sigmf-data", ".frames.csv"})
+        {
+            const auto content = test::read_file(files.path / (item.name + extension));
+            if (!files.original.at(item.name + extension).starts_with(content))
+            {
+                return testing::AssertionFailure() << item.name << extension << " has changed";
+            }
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+/** Cuts each file of a recording at many bytes, in the campaign at each, and expects that each frame that is
+ * whole survives a repair.
+ */
+void cut_everywhere(const recording_files &files)
+{
+    for (const auto &[name, content] : files.original)
+    {
+        for (const auto length : files.cuts(name, 29))
+        {
+            files.restore();
+            files.write(name, content.substr(0, length));
+            const auto frames = files.frames_left(name, length);
+            if (frames == 0 && name.ends_with(".csv"))
+            {
+                ASSERT_THROW(repair_recording(files.path), damaged_recording) << name << length;
+                continue;
+            }
+            ASSERT_EQ(repair_recording(files.path).frames, frames) << name << length;
+            ASSERT_TRUE(is_whole(files, frames)) << name << length;
+        }
+    }
+}
+
+TEST(repair, keeps_each_whole_frame_of_each_file_cut_at_each_byte)
+{
+    cut_everywhere(recording_files(true));
+}
+
+TEST(repair, keeps_each_whole_frame_of_a_killed_program_of_each_file_cut_at_each_byte)
+{
+    cut_everywhere(recording_files(false));
+}
+
+TEST(repair, completes_the_recording_of_a_killed_program)
+{
+    const recording_files files(false);
+    const auto result = repair_recording(files.path);
+    EXPECT_TRUE(result.changed);
+    EXPECT_EQ(result.removed, 0U);
+    EXPECT_TRUE(is_whole(files, recording_files::frames));
+    const auto meta = nlohmann::json::parse(test::read_file(files.path / "group-1-item-1.sigmf-meta"));
+    EXPECT_EQ(meta["global"]["vantor:frames"], 2);
+    EXPECT_EQ(meta["global"]["vantor:frame_rate"], 50.0);
+    EXPECT_EQ(meta["global"]["core:sample_rate"], 2000.0);
+    EXPECT_EQ(nlohmann::json::parse(
+                  test::read_file(files.path / "session.sigmf-collection"))["collection"]["vantor:repaired"],
+              true);
+}
+
+TEST(repair, leaves_a_complete_recording_as_it_is)
+{
+    const recording_files files(true);
+    const test::disk_calls calls;
+    EXPECT_FALSE(repair_recording(files.path).changed);
+    EXPECT_THAT(calls.list(), testing::IsEmpty());
+}
+
+TEST(repair, restores_each_document_from_the_others)
+{
+    const recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        if (name.ends_with(".sigmf-meta") || name.ends_with("collection"))
+        {
+            std::filesystem::remove(files.path / name);
+            repair_recording(files.path);
+            auto restored = nlohmann::json::parse(test::read_file(files.path / name));
+            auto original = nlohmann::json::parse(content);
+            for (auto *const document : {&restored, &original})
+            {
+                if (document->contains("collection"))
+                {
+                    (*document)["collection"].erase("vantor:repaired");
+                    (*document)["collection"].erase("core:streams");
+                }
+            }
+            EXPECT_EQ(restored, original) << name;
+            files.restore();
+        }
+    }
+}
+
+TEST(repair, keeps_the_losses_before_the_frames_that_are_left)
+{
+    const test::temporary_directory directory;
+    {
+        recording_writer writer(directory / "out", test::example_description());
+        for (uint32_t number = 0; number < 6; ++number)
+        {
+            auto received = test::example_frame(number);
+            received.set_missing(number < 2 ? 0 : number < 4 ? 4 : 8);
+            writer.add(received);
+        }
+        writer.finish();
+    }
+    std::filesystem::resize_file(directory / "out/group-1-item-2.sigmf-data", 3 * 100);
+    std::filesystem::remove(directory / "out/group-2-item-1.sigmf-meta");
+    EXPECT_EQ(repair_recording(directory / "out").frames, 3U);
+    const recording_reader repaired(directory / "out");
+    for (const auto &item : repaired.items())
+    {
+        ASSERT_EQ(item.document["captures"].size(), 2U) << item.name;
+        EXPECT_EQ(item.document["captures"][1]["core:sample_start"], 2 * item.layout.frame_length);
+        EXPECT_EQ(item.document["captures"][1]["core:global_index"], 6 * item.layout.frame_length);
+    }
+}
+
+/** Expects that a recording is refused for this reason, and is not changed. */
+void expect_refused(const recording_files &files, const char *reason)
+{
+    std::map<std::string, std::string> before;
+    for (const auto &[name, content] : files.original)
+    {
+        before[name] = test::read_file(files.path / name);
+    }
+    EXPECT_THAT([&] { repair_recording(files.path); }, ThrowsMessage<damaged_recording>(HasSubstr(reason)));
+    for (const auto &[name, content] : before)
+    {
+        EXPECT_EQ(test::read_file(files.path / name), content) << name;
+    }
+    files.restore();
+}
+
+TEST(repair, refuses_samples_that_differ_from_those_that_were_recorded)
+{
+    const recording_files files(true);
+    auto samples = files.original.at("group-2-item-1.sigmf-data");
+    samples[0] = static_cast<char>(samples[0] ^ 1);
+    files.write("group-2-item-1.sigmf-data", samples);
+    expect_refused(files, "differ from those that were recorded");
+}
+
+TEST(repair, refuses_a_recording_that_is_still_written)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", test::example_description());
+    writer.add(test::example_frame(0));
+    EXPECT_THAT([&] { repair_recording(directory / "out"); },
+                ThrowsMessage<damaged_recording>(HasSubstr("another program is still writing it")));
+    writer.add(test::example_frame(1));
+    writer.finish();
+    EXPECT_EQ(recording_reader(directory / "out").frames(), 2U);
+}
+
+TEST(repair, can_be_repeated_after_the_disk_was_full)
+{
+    const recording_files files(false);
+    files.write("group-1-item-1.sigmf-data", files.original.at("group-1-item-1.sigmf-data").substr(0, 170));
+    {
+        const test::file_size_limit limit(1000);
+        EXPECT_THROW(repair_recording(files.path), recording_error);
+    }
+    EXPECT_EQ(repair_recording(files.path).frames, 1U);
+    EXPECT_TRUE(is_whole(files, 1));
+}
+
+TEST(repair, has_the_frames_on_the_disk_before_the_documents)
+{
+    const recording_files files(false);
+    files.write("group-1-item-1.sigmf-data", files.original.at("group-1-item-1.sigmf-data").substr(0, 170));
+    const test::disk_calls calls;
+    repair_recording(files.path);
+    EXPECT_EQ(calls.list().front(), "sync " + (files.path / "group-1-item-1.sigmf-data").string());
+    EXPECT_THAT(calls.list(),
+                testing::Contains("rename " + (files.path / "session.sigmf-collection").string()));
+    EXPECT_EQ(calls.list().back(), "sync " + files.path.string());
+}
+
+} // namespace
+} // namespace vantor
