@@ -51,6 +51,17 @@ tcp_address parse_tcp(std::string_view text)
     return {.host = std::string(host), .port = static_cast<uint16_t>(*port)};
 }
 
+/** Parses a path. */
+unix_address parse_unix(std::string_view text)
+{
+    if (text.empty())
+    {
+        throw address_error("The address of a socket needs a path: write unix:PATH, for example "
+                            "unix:/tmp/radar.");
+    }
+    return {.path = std::string(text)};
+}
+
 /** Parses "DEVICE" or "DEVICE@BAUD". */
 serial_address parse_serial(std::string_view text)
 {
@@ -99,6 +110,11 @@ struct address_writer
         return "tcp:" + host + ":" + std::to_string(where.port);
     }
 
+    std::string operator()(const unix_address &where) const
+    {
+        return "unix:" + where.path;
+    }
+
     std::string operator()(const serial_address &where) const
     {
         return "serial:" + where.device + "@" + std::to_string(where.baudrate);
@@ -131,6 +147,10 @@ address parse_address(std::string_view text)
     {
         return parse_tcp(rest);
     }
+    if (colon != std::string_view::npos && kind == "unix")
+    {
+        return parse_unix(rest);
+    }
     if (colon != std::string_view::npos && kind == "serial")
     {
         return parse_serial(rest);
@@ -140,8 +160,8 @@ address parse_address(std::string_view text)
         return parse_simulator(rest);
     }
     throw address_error("\"" + std::string(text) +
-                        "\" is not a valid address: write tcp:HOST:PORT, serial:DEVICE@BAUD, or sim: for a "
-                        "simulated server.");
+                        "\" is not a valid address: write tcp:HOST:PORT, unix:PATH, serial:DEVICE@BAUD, or "
+                        "sim: for a simulated server.");
 }
 
 std::string to_string(const address &where)

@@ -8,6 +8,7 @@
 #include "client/link_serial.h"
 #include "client/link_simulator.h"
 #include "client/link_tcp.h"
+#include "client/link_unix.h"
 
 namespace vantor
 {
@@ -23,6 +24,11 @@ struct link_opener
     std::unique_ptr<link> operator()(const tcp_address &where) const
     {
         return std::make_unique<tcp_link>(where, timeout, loop);
+    }
+
+    std::unique_ptr<link> operator()(const unix_address &where) const
+    {
+        return std::make_unique<unix_link>(where, loop);
     }
 
     std::unique_ptr<link> operator()(const serial_address &where) const

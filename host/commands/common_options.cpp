@@ -13,7 +13,8 @@ namespace vantor
 command_option connect_option(std::string &target)
 {
     return {.name = "--connect",
-            .help = "Address of the server (tcp:HOST:PORT or serial:DEVICE@BAUD), or sim: to start a private "
+            .help = "Address of the server (tcp:HOST:PORT, unix:PATH or serial:DEVICE@BAUD), or sim: to "
+                    "start a private "
                     "simulated server",
             .value = &target,
             .value_name = "ADDRESS",

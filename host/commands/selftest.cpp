@@ -97,7 +97,8 @@ exit_code test_server(const selftest_options &options, const command_streams &st
     const auto timeouts = timeouts_of(options);
     selftest::bench on([where, timeouts] { return open_link(where, timeouts.connect); },
                        {.serial = std::holds_alternative<serial_address>(where),
-                        .closes_with_host = std::holds_alternative<tcp_address>(where)},
+                        .closes_with_host = std::holds_alternative<tcp_address>(where) ||
+                                            std::holds_alternative<unix_address>(where)},
                        timeouts, std::chrono::steady_clock::now);
     return run_selftest(options, streams, on);
 }

@@ -85,11 +85,11 @@ size_t link_t::read(char *data, size_t size)
         return 0;
     }
     const ssize_t count = ::read(in_, data, size);
-    if (count > 0)
+    if (count > 0 && admits(data, static_cast<size_t>(count)))
     {
         return static_cast<size_t>(count);
     }
-    if (count == 0 || (errno != EINTR && errno != EAGAIN))
+    if (count >= 0 || (errno != EINTR && errno != EAGAIN))
     {
         close_host();
     }
@@ -159,6 +159,8 @@ std::unique_ptr<link_t> make_link(const options_t &options)
 {
     switch (options.link)
     {
+    case link_kind_t::local:
+        return make_unix_link(options.socket_path);
     case link_kind_t::pty:
         return make_pty_link();
     case link_kind_t::stdio:

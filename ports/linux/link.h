@@ -78,6 +78,12 @@ public:
     {
     }
 
+    /** Returns whether programs on other machines can connect. */
+    virtual bool is_open_to_network() const
+    {
+        return false;
+    }
+
     /** Returns a file descriptor that is ready to read when another host connects; negative when none can. */
     virtual int other_hosts() const
     {
@@ -118,6 +124,12 @@ public:
     void discard_input();
 
 protected:
+    /** Checks received bytes, each once and in order; false when the client must be disconnected. */
+    virtual bool admits(const char * /*data*/, size_t /*size*/)
+    {
+        return true;
+    }
+
     /** Sets the descriptors of a new host. */
     void open(int in, int out);
 
@@ -137,6 +149,12 @@ std::unique_ptr<link_t> make_link(const options_t &options);
 
 /** Creates a link that listens on a TCP port. */
 std::unique_ptr<link_t> make_tcp_link(const std::string &host, uint16_t port);
+
+/**
+ * Creates a link that listens on a socket in the file system, which only the user of the server can open. A
+ * socket that another server has left behind is replaced, any other file is not.
+ */
+std::unique_ptr<link_t> make_unix_link(const std::string &path);
 
 /** Creates a link over a pseudo-terminal. */
 std::unique_ptr<link_t> make_pty_link();

@@ -1,25 +1,28 @@
 /** @file
  * Links over TCP.
  */
-#include "link.h"
-
 #include <arpa/inet.h>
 #include <cerrno>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
-#include <unistd.h>
+
+#include "first_line.h"
+#include "link_socket.h"
+#include "zet_integration_log.h"
 
 namespace
 {
 
-/** The answer to a host that connects while another one is connected. */
-constexpr char busy_message[] = "{\"status\":\"error\",\"code\":\"busy\",\"message\":\"Another host is using "
-                                "the server: connect again when it has disconnected.\",\"payload_size\":0}\n";
+/** The answer to a client that sends HTTP or TLS. */
+constexpr char wrong_protocol_message[] =
+    "{\"status\":\"error\",\"code\":\"wrong_protocol\",\"message\":\"This looks like HTTP or TLS, which the "
+    "server does not use: connect with vantor, or send one JSON command per line.\",\"payload_size\":0}\n";
+
+using address_list_t = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 /** Throws errno as an exception. */
 [[noreturn]] void fail(const std::string &what)
@@ -27,106 +30,111 @@ constexpr char busy_message[] = "{\"status\":\"error\",\"code\":\"busy\",\"messa
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/** Serves one connection at a time and rejects others. */
-class tcp_link_t final : public link_t
+/** Finds the address to listen on. */
+address_list_t find_address(const std::string &host, uint16_t port)
+{
+    addrinfo hints = {};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_PASSIVE;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
+    if (error != 0)
+    {
+        throw std::runtime_error("cannot find the host \"" + host + "\": " + gai_strerror(error));
+    }
+    return {found, freeaddrinfo};
+}
+
+/** Returns whether only programs on this machine can reach an address. */
+bool is_loopback(const sockaddr_storage &address)
+{
+    if (address.ss_family == AF_INET)
+    {
+        const auto &ip = reinterpret_cast<const sockaddr_in &>(address).sin_addr;
+        return (ntohl(ip.s_addr) >> IN_CLASSA_NSHIFT) == IN_LOOPBACKNET;
+    }
+    const auto &ip = reinterpret_cast<const sockaddr_in6 &>(address).sin6_addr;
+    return IN6_IS_ADDR_LOOPBACK(&ip);
+}
+
+/** Formats an address as "HOST:PORT". */
+std::string text_of(const sockaddr_storage &address, socklen_t size)
+{
+    std::array<char, NI_MAXHOST> host = {};
+    std::array<char, NI_MAXSERV> port = {};
+    if (getnameinfo(reinterpret_cast<const sockaddr *>(&address), size, host.data(), host.size(), port.data(),
+                    port.size(), NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+    {
+        return "an unknown address";
+    }
+    const std::string name = host.data();
+    const bool bracketed = name.find(':') != std::string::npos;
+    return (bracketed ? "[" + name + "]:" : name + ":") + port.data();
+}
+
+class tcp_link_t final : public socket_link_t
 {
 public:
-    tcp_link_t(const std::string &host, uint16_t port)
+    tcp_link_t(const std::string &host, const addrinfo &where) : socket_link_t(where.ai_family)
     {
-        addrinfo hints = {};
-        hints.ai_socktype = SOCK_STREAM;
-        hints.ai_flags = AI_PASSIVE;
-        addrinfo *found = nullptr;
-        const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-        if (error != 0)
-        {
-            throw std::runtime_error("cannot find the host \"" + host + "\": " + gai_strerror(error));
-        }
-        const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> address(found, freeaddrinfo);
-        const std::string where = host + ":" + std::to_string(port);
-        listener_ = socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         const int on = 1;
-        if (listener_ < 0 || setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
-            bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || listen(listener_, SOMAXCONN) != 0)
+        if (setsockopt(listener(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
+            bind(listener(), where.ai_addr, where.ai_addrlen) != 0 || listen(listener(), SOMAXCONN) != 0)
         {
-            fail("cannot listen on " + where);
+            fail("cannot listen on " + host);
         }
-    }
-
-    ~tcp_link_t() override
-    {
-        tcp_link_t::close_host();
-        close(listener_);
+        if (getsockname(listener(), reinterpret_cast<sockaddr *>(&bound_), &bound_size_) != 0)
+        {
+            fail("cannot get the address of the socket");
+        }
     }
 
     std::string address() const override
     {
-        sockaddr_storage bound = {};
-        socklen_t size = sizeof(bound);
-        std::array<char, NI_MAXHOST> host = {};
-        std::array<char, NI_MAXSERV> port = {};
-        if (getsockname(listener_, reinterpret_cast<sockaddr *>(&bound), &size) != 0 ||
-            getnameinfo(reinterpret_cast<const sockaddr *>(&bound), size, host.data(), host.size(),
-                        port.data(), port.size(), NI_NUMERICHOST | NI_NUMERICSERV) != 0)
-        {
-            fail("cannot get the address of the socket");
-        }
-        return std::string("tcp:") + host.data() + ":" + port.data();
+        return "tcp:" + text_of(bound_, bound_size_);
     }
 
-    bool accept_host() override
+    bool is_open_to_network() const override
     {
-        while (wait_for(listener_, POLLIN, -1) != wait_result_t::stopped)
-        {
-            const int host = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-            if (host < 0)
-            {
-                continue;
-            }
-            // A message is written in one piece, so it need not be delayed; keep-alive detects a host whose
-            // machine has disappeared.
-            const int on = 1;
-            setsockopt(host, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-            setsockopt(host, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
-            open(host, host);
-            return true;
-        }
-        return false;
-    }
-
-    void close_host() override
-    {
-        if (connected())
-        {
-            close(input());
-            forget();
-        }
-    }
-
-    int other_hosts() const override
-    {
-        return listener_;
-    }
-
-    void reject_other_host() override
-    {
-        const int other = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (other >= 0)
-        {
-            // Fits the buffer of any new connection, and a host that is already gone does not need it.
-            [[maybe_unused]] const ssize_t sent =
-                ::send(other, busy_message, sizeof(busy_message) - 1, MSG_NOSIGNAL);
-            close(other);
-        }
+        return !is_loopback(bound_);
     }
 
 private:
-    int listener_ = -1;
+    void prepare(int host) override
+    {
+        // A message is written in one piece, so it need not be delayed; keep-alive detects a host whose
+        // machine has disappeared.
+        const int on = 1;
+        setsockopt(host, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+        setsockopt(host, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+        first_line_ = {};
+    }
+
+    bool admits(const char *data, size_t size) override
+    {
+        if (first_line_.accepts(data, size))
+        {
+            return true;
+        }
+        sockaddr_storage peer = {};
+        socklen_t peer_size = sizeof(peer);
+        const bool known = getpeername(input(), reinterpret_cast<sockaddr *>(&peer), &peer_size) == 0;
+        zet_integration_log(ZET_LOG_LEVEL_WARNING, "link",
+                            "Disconnected %s, which sends HTTP or TLS; nothing was executed",
+                            known ? text_of(peer, peer_size).c_str() : "a client");
+        send_refusal(input(), wrong_protocol_message);
+        return false;
+    }
+
+    sockaddr_storage bound_ = {};
+    socklen_t bound_size_ = sizeof(bound_);
+    first_line_t first_line_;
 };
 
 } // namespace
 
 std::unique_ptr<link_t> make_tcp_link(const std::string &host, uint16_t port)
 {
-    return std::make_unique<tcp_link_t>(host, port);
+    const address_list_t found = find_address(host, port);
+    return std::make_unique<tcp_link_t>(host + ":" + std::to_string(port), *found);
 }

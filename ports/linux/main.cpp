@@ -6,6 +6,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <string>
 
 #include "board_memory.h"
 #include "clock.h"
@@ -65,6 +66,12 @@ int run(const options_t &options)
     if (options.link != link_kind_t::stdio)
     {
         std::cout << "listening on " << link->address() << std::endl;
+    }
+    if (link->is_open_to_network())
+    {
+        const std::string warning = "Everyone who can reach " + link->address() +
+                                    " over the network can use this server; SECURITY.md says more";
+        log_line(ZET_LOG_LEVEL_WARNING, "link", warning.c_str());
     }
     zet_vantor_server_board_t description = {};
     description.name = options.board_name.c_str();

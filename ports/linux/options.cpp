@@ -36,6 +36,7 @@ constexpr const char *description =
 constexpr const char *footer = "Examples:\n"
                                "  vantor_server --tcp 6110\n"
                                "  vantor_server --tcp 0.0.0.0:6110 --sensors 2\n"
+                               "  vantor_server --unix radar.socket\n"
                                "  vantor_server --pty --log-level INFO\n"
                                "\n"
                                "Exit codes:\n"
@@ -50,7 +51,8 @@ std::string parse_tcp_address(const std::string &text, options_t &options)
     const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
     if (colon != std::string::npos)
     {
-        options.tcp_host = text.substr(0, colon);
+        const bool bracketed = text.front() == '[' && colon > 2 && text[colon - 1] == ']';
+        options.tcp_host = bracketed ? text.substr(1, colon - 2) : text.substr(0, colon);
     }
     const bool digits =
         !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
@@ -110,6 +112,16 @@ zet_log_level_t parse_log_level(const std::string &text)
     return static_cast<zet_log_level_t>(found - zet_log_level_words.begin());
 }
 
+/** Parses the name of a file. */
+std::string parse_file_name(const std::string &name, const std::string &text)
+{
+    if (text.empty())
+    {
+        throw CLI::ValidationError(name, "the value is empty; give the name of a file");
+    }
+    return text;
+}
+
 /** Adds the options for the link, exactly one of which is required. */
 void add_link_options(CLI::App &app, options_t &options)
 {
@@ -125,6 +137,14 @@ void add_link_options(CLI::App &app, options_t &options)
             },
             "Listen on a TCP port, on the loopback interface unless a host is given")
         ->type_name("[HOST:]PORT");
+    link->add_option_function<std::string>(
+            "--unix",
+            [&options](const std::string &text) {
+                options.link = link_kind_t::local;
+                options.socket_path = parse_file_name("--unix", text);
+            },
+            "Listen on a socket in the file system, which only your own programs can open")
+        ->type_name("PATH");
     link->add_flag_callback(
         "--pty", [&options] { options.link = link_kind_t::pty; },
         "Create a pseudo-terminal, which the host opens like a serial device");
@@ -132,16 +152,6 @@ void add_link_options(CLI::App &app, options_t &options)
         "--stdio", [&options] { options.link = link_kind_t::stdio; },
         "Use standard input and output as the link");
     link->require_option(1);
-}
-
-/** Parses the name of a file. */
-std::string parse_file_name(const std::string &name, const std::string &text)
-{
-    if (text.empty())
-    {
-        throw CLI::ValidationError(name, "the value is empty; give the name of a file");
-    }
-    return text;
 }
 
 /** Parses the name of a clock; returns whether it is the virtual one. */

@@ -14,6 +14,7 @@
 enum class link_kind_t
 {
     tcp,
+    local, /**< a socket in the file system */
     pty,
     stdio,
 };
@@ -24,6 +25,7 @@ struct options_t
     link_kind_t link = link_kind_t::tcp;
     std::string tcp_host = "127.0.0.1";
     uint16_t tcp_port = 0;
+    std::string socket_path; /**< of a local link */
     uint16_t sensor_count = 5;
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;

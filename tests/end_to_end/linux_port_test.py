@@ -1,12 +1,16 @@
 """The program `vantor_server`: its command line, its links, its termination."""
 
 import json
+import os
+import re
 import signal
 import socket
+import stat
 import subprocess
+import tempfile
 import unittest
 
-from vantor_process import SERVER, TIME_OUT, Server, example, wait_until
+from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, example, vantor, wait_until
 
 
 def run(*arguments, stdin=""):
@@ -15,12 +19,21 @@ def run(*arguments, stdin=""):
                           check=False)
 
 
+def has_ipv6():
+    """Whether this machine has IPv6."""
+    try:
+        socket.create_server(("::1", 0), family=socket.AF_INET6).close()
+    except OSError:
+        return False
+    return True
+
+
 class CommandLine(unittest.TestCase):
     def test_help_shows_every_option_and_examples(self):
         result = run("--help")
         self.assertEqual(result.returncode, 0)
         for word in ("--tcp", "--pty", "--stdio", "--sensors", "--name", "--id", "--scene", "--seed", "--memory", "--clock",
-                     "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
+                     "--unix", "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
             self.assertIn(word, result.stdout)
         self.assertNotIn("ENUM", result.stdout)
         self.assertRegex(result.stdout, r"Exit codes:\n  0  success\n  1  .*\n  2  wrong command line\n")
@@ -55,6 +68,8 @@ class CommandLine(unittest.TestCase):
                                 (("--tcp", "0", "--seed", "0x10"), f'--seed: "0x10" {message}'),
                                 (("--tcp", "0", "--seed", "1.5"), f'--seed: "1.5" {message}'),
                                 (("--tcp", "0", "--scene", ""), "--scene: the value is empty"),
+                                (("--unix", ""), "--unix: the value is empty"),
+                                (("--unix=a", "--tcp=0"), "Exactly 1 option"),
                                 (("--tcp", "0", "--pty"), "Exactly 1 option"), ((), "Exactly 1 option"),
                                 (("--nonsense",), "unexpected argument: --nonsense\n"),
                                 (("--tcp", "0", "c", "b", "a"), "unexpected arguments: c b a\n"),
@@ -234,6 +249,141 @@ class Links(unittest.TestCase):
             self.assertEqual(host.ask("baudrate", baudrate=highest)["status"], "ok")
             self.assertEqual(host.ask("ping")["status"], "ok")
             self.assertEqual(host.ask("baudrate", baudrate=highest + 1)["code"], "bad_argument")
+
+
+class Browsers(unittest.TestCase):
+    """A web page can make a browser send any body to a port of the same machine."""
+
+    BODY = (json.dumps({"command": "configure", "configuration": example("single_sensor.json")})
+            + '\n{"command":"start"}\n').encode()
+
+    def send_as_browser(self, server, request, piece=None):
+        """Sends a request, in pieces or at once, and returns what the server sends until it disconnects."""
+        connection = server.connect().stream.socket
+        answer = b""
+        try:
+            for start in range(0, len(request), piece or len(request)):
+                connection.sendall(request[start:start + (piece or len(request))])
+            while data := connection.recv(65536):
+                answer += data
+        except ConnectionError:
+            pass
+        finally:
+            connection.close()
+        return answer
+
+    def test_nothing_of_a_request_is_executed(self):
+        post = b"POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: text/plain\r\n\r\n" + self.BODY
+        tls = b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03\n" + self.BODY
+        with Server("--tcp", "0", "--log-level", "INFO") as server:
+            for request in (post, b"\r\n\n" + post, post.lower(), b"GET /\r\n" + self.BODY, tls):
+                for piece in (None, 1):
+                    with self.subTest(request=request[:20], piece=piece):
+                        self.assertNotIn(b'"ok"', self.send_as_browser(server, request, piece))
+            with server.connect() as host:
+                stats = host.ask("stats")
+                self.assertEqual((stats["frames"], stats["errors"]), (0, {}))
+            server.process.send_signal(signal.SIGTERM)
+            log = server.process.communicate(timeout=TIME_OUT)[1].decode()
+        self.assertNotIn("Powered on", log)
+        self.assertEqual(len(re.findall(r"warning: link: Disconnected 127\.0\.0\.1:\d+, which sends HTTP or TLS", log)), 10)
+
+    def test_the_answer_is_the_one_in_the_documentation(self):
+        with Server("--tcp", "0") as server:
+            answer = self.send_as_browser(server, b"GET / HTTP/1.1\r\n\r\n").decode()
+        self.assertEqual(json.loads(answer)["code"], "wrong_protocol")
+        with open(os.path.join(EXAMPLES, "..", "docs", "protocol.md"), encoding="utf-8") as document:
+            self.assertIn("```json\n" + answer + "```\n", document.read())
+
+    def test_a_host_may_begin_with_empty_lines_and_a_damaged_command(self):
+        with Server("--tcp", "0") as server, server.connect() as host:
+            host.send(b'\r\n\nmand":"ping"}\n')
+            self.assertEqual(host.message()[0]["code"], "bad_json")
+            self.assertEqual(host.ask("ping")["status"], "ok")
+
+    def test_only_an_address_beyond_loopback_causes_a_warning(self):
+        addresses = [("0", False), ("127.0.0.2:0", False), ("0.0.0.0:0", True)]
+        if has_ipv6():
+            addresses += [("[::1]:0", False), ("[::]:0", True)]
+        for address, warned in addresses:
+            with self.subTest(address), Server("--tcp", address) as server:
+                server.process.send_signal(signal.SIGTERM)
+                log = server.process.communicate(timeout=TIME_OUT)[1].decode()
+                self.assertEqual("warning: link: Everyone who can reach tcp:" in log, warned, log)
+
+
+class LocalSocket(unittest.TestCase):
+    def setUp(self):
+        self.path = os.path.join(self.enterContext(tempfile.TemporaryDirectory()), "radar")
+
+    def test_only_the_owner_can_open_it_and_it_is_removed_at_the_end(self):
+        mask = os.umask(0)
+        try:
+            with Server("--unix", self.path) as server:
+                self.assertEqual(server.address, "unix:" + self.path)
+                status = os.stat(self.path)
+                self.assertTrue(stat.S_ISSOCK(status.st_mode))
+                self.assertEqual(stat.S_IMODE(status.st_mode), 0o600)
+        finally:
+            os.umask(mask)
+        self.assertFalse(os.path.lexists(self.path))
+
+    def test_hosts_are_served_one_after_the_other(self):
+        with Server("--unix", self.path) as server:
+            with server.connect() as first:
+                self.assertEqual(first.ask("ping")["status"], "ok")
+                with server.connect() as second:
+                    self.assertEqual(second.message()[0]["code"], "busy")
+            with server.connect() as host:
+                self.assertEqual(host.ask("ping")["status"], "ok")
+
+    def test_the_command_connects_to_it(self):
+        with Server("--unix", self.path, "--name", "garage") as server:
+            result = vantor("identify", "--connect", server.address)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn("garage", result.stdout)
+        result = vantor("identify", "--connect", "unix:" + self.path)
+        self.assertIn(f"Cannot connect to unix:{self.path}: No such file", result.stderr)
+        result = vantor("identify", "--connect", "unix:" + 200 * "x")
+        self.assertIn("File name too long", result.stderr)
+
+    def test_an_abandoned_socket_is_replaced(self):
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(self.path)
+            listener.listen()
+        with Server("--unix", self.path) as server, server.connect() as host:
+            self.assertEqual(host.ask("ping")["status"], "ok")
+
+    def test_a_socket_in_use_is_not_replaced(self):
+        with Server("--unix", self.path) as server:
+            result = run("--unix", self.path)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(f"cannot listen on {self.path}: another program uses it", result.stderr)
+            with server.connect() as host:
+                self.assertEqual(host.ask("ping")["status"], "ok")
+
+    def test_other_files_are_not_replaced(self):
+        for create in (lambda: open(self.path, "w", encoding="ascii").close(), lambda: os.mkfifo(self.path),
+                       lambda: os.symlink("/nowhere", self.path)):
+            create()
+            before = os.lstat(self.path)
+            result = run("--unix", self.path)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("or it is not a socket", result.stderr)
+            self.assertEqual(os.lstat(self.path), before)
+            os.remove(self.path)
+
+    def test_the_socket_of_another_server_is_not_removed(self):
+        with Server("--unix", self.path):
+            os.remove(self.path)
+            with socket.socket(socket.AF_UNIX) as other:
+                other.bind(self.path)
+        self.assertTrue(os.path.lexists(self.path))
+
+    def test_a_path_that_is_too_long_is_an_error(self):
+        result = run("--unix", "x" * 108)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("must be shorter than 108 bytes", result.stderr)
 
 
 class Termination(unittest.TestCase):

@@ -75,8 +75,10 @@ class Server:
             self._wait_until_device_is_free()
             self.device = SerialStream(where)
             return Host(self.device)
+        if kind == "unix":
+            return Host(UnixSocketStream(where))
         name, _, port = where.rpartition(":")
-        return Host(SocketStream(name, int(port)))
+        return Host(SocketStream(name.strip("[]"), int(port)))
 
     def connect_again(self, host):
         """Disconnects a host and connects another one."""
@@ -188,6 +190,21 @@ class SocketStream:
 
     def close(self):
         self.socket.close()
+
+
+class UnixSocketStream(SocketStream):
+    """
+    Bytes over a Unix socket. Its buffer has room for only a few single bytes, and the emulator sends single bytes.
+    """
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.settimeout(TIME_OUT)
+        try:
+            self.socket.connect(path)
+        except OSError:
+            self.socket.close()
+            raise
 
 
 class SerialStream:

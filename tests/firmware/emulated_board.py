@@ -11,7 +11,7 @@ import struct
 import subprocess
 import tempfile
 
-from vantor_process import Host, SerialStream, SocketStream, TIME_OUT, wait_until
+from vantor_process import Host, SerialStream, SocketStream, TIME_OUT, UnixSocketStream, wait_until
 
 FIRMWARE = os.environ["VANTOR_FIRMWARE"]
 
@@ -97,21 +97,6 @@ def end_session(board, host, most_live):
     while host.answer()[0].get("command") != "stats":
         pass
     return identity
-
-
-class UnixSocketStream(SocketStream):
-    """
-    Bytes over a Unix socket. Its buffer has room for only a few single bytes, and the emulator sends single bytes.
-    """
-
-    def __init__(self, path):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(TIME_OUT)
-        try:
-            self.socket.connect(path)
-        except OSError:
-            self.socket.close()
-            raise
 
 
 class Board:

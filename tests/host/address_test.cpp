@@ -29,6 +29,11 @@ TEST(address, reads_ipv6_in_brackets)
     EXPECT_EQ(where.port, 65535);
 }
 
+TEST(address, reads_the_path_of_a_socket)
+{
+    EXPECT_EQ(std::get<unix_address>(parse_address("unix:/tmp/a:b")).path, "/tmp/a:b");
+}
+
 TEST(address, reads_serial_with_and_without_baud_rate)
 {
     const auto with = std::get<serial_address>(parse_address("serial:/dev/ttyACM0@921600"));
@@ -51,8 +56,9 @@ TEST(address, reads_simulator_arguments)
 
 TEST(address, formats_what_it_parses)
 {
-    for (const char *text : {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "serial:/dev/ttyUSB0@9600",
-                             "sim:", "sim:--sensors 2", "sim:--scene \"my scene.json\""})
+    for (const char *text :
+         {"tcp:127.0.0.1:1", "tcp:[fe80::1]:80", "unix:radar socket", "serial:/dev/ttyUSB0@9600",
+          "sim:", "sim:--sensors 2", "sim:--scene \"my scene.json\""})
     {
         EXPECT_EQ(to_string(parse_address(text)), text);
     }
@@ -61,7 +67,7 @@ TEST(address, formats_what_it_parses)
 TEST(address, refuses_everything_else)
 {
     for (const char *text : {"", "tcp", "tcp:", "tcp:host", "tcp::5000", "tcp:host:0", "tcp:host:65536",
-                             "tcp:host:12x", "serial:", "serial:@9600", "serial:/dev/x@",
+                             "tcp:host:12x", "unix", "unix:", "serial:", "serial:@9600", "serial:/dev/x@",
                              "serial:/dev/x@fast", "usb:1", "127.0.0.1:5000", "sim"})
     {
         EXPECT_THROW(parse_address(text), address_error) << text;

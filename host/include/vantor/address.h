@@ -1,5 +1,5 @@
 /** @file
- * Server addresses: "tcp:HOST:PORT", "serial:DEVICE@BAUD" and "sim:".
+ * Server addresses: "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD" and "sim:".
  */
 #ifndef VANTOR_ADDRESS_H
 #define VANTOR_ADDRESS_H
@@ -20,6 +20,12 @@ struct tcp_address
     uint16_t port = 0; /**< 1 to 65535 */
 };
 
+/** A server that listens on a socket in the file system. */
+struct unix_address
+{
+    std::string path; /**< of the socket, such as "/run/user/1000/radar" */
+};
+
 /** A server at the other end of a serial line. */
 struct serial_address
 {
@@ -34,12 +40,12 @@ struct simulator_address
 };
 
 /** The address of a server. */
-using address = std::variant<tcp_address, serial_address, simulator_address>;
+using address = std::variant<tcp_address, unix_address, serial_address, simulator_address>;
 
 /**
  * Parses an address.
  *
- * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "serial:DEVICE" (115200 baud),
+ * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "unix:PATH", "serial:DEVICE" (115200 baud),
  *              "serial:DEVICE@BAUD", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces;
  *              arguments that contain spaces are in double quotes
  * @return the address

@@ -1,0 +1,134 @@
+/** @file
+ * Links over a socket in the file system.
+ */
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "link_socket.h"
+
+namespace
+{
+
+/** Converts a path into the address of a socket. */
+sockaddr_un address_of(const std::string &path)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+    {
+        throw std::runtime_error("the path of a socket must be shorter than " +
+                                 std::to_string(sizeof(address.sun_path)) + " bytes: " + path);
+    }
+    std::memcpy(static_cast<char *>(address.sun_path), path.data(), path.size());
+    return address;
+}
+
+/** Keeps other servers from creating a socket in a directory at the same time. */
+class directory_lock_t
+{
+public:
+    explicit directory_lock_t(const std::string &path)
+        : directory_(::open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        flock(directory_, LOCK_EX);
+    }
+    directory_lock_t(const directory_lock_t &) = delete;
+    directory_lock_t &operator=(const directory_lock_t &) = delete;
+    ~directory_lock_t()
+    {
+        close(directory_);
+    }
+
+private:
+    static std::string directory_of(const std::string &path)
+    {
+        const std::string directory = std::filesystem::path(path).parent_path().string();
+        return directory.empty() ? "." : directory;
+    }
+
+    int directory_;
+};
+
+/** Returns whether a file is a socket that nobody listens on. */
+bool is_abandoned(const std::string &path)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode))
+    {
+        return false;
+    }
+    const sockaddr_un address = address_of(path);
+    const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool refused = connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 &&
+                         errno == ECONNREFUSED;
+    close(probe);
+    return refused;
+}
+
+class unix_link_t final : public socket_link_t
+{
+public:
+    explicit unix_link_t(std::string path) : socket_link_t(AF_UNIX), path_(std::move(path))
+    {
+        const directory_lock_t lock(path_);
+        if (is_abandoned(path_))
+        {
+            unlink(path_.c_str());
+        }
+        if (!bind_for_owner() || listen(listener(), SOMAXCONN) != 0 || lstat(path_.c_str(), &created_) != 0)
+        {
+            throw std::runtime_error("cannot listen on " + path_ + ": " +
+                                     (errno == EADDRINUSE ? "another program uses it, or it is not a socket"
+                                                          : std::strerror(errno)));
+        }
+    }
+
+    ~unix_link_t() override
+    {
+        // Another server may have created its own socket there since.
+        struct stat found = {};
+        if (lstat(path_.c_str(), &found) == 0 && found.st_dev == created_.st_dev &&
+            found.st_ino == created_.st_ino)
+        {
+            unlink(path_.c_str());
+        }
+    }
+
+    std::string address() const override
+    {
+        return "unix:" + path_;
+    }
+
+private:
+    /** Creates the socket's file, which only the owner can use. */
+    bool bind_for_owner() const
+    {
+        const sockaddr_un address = address_of(path_);
+        const mode_t mask = umask(S_IXUSR | S_IRWXG | S_IRWXO);
+        const bool bound =
+            bind(listener(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+        const int error = errno;
+        umask(mask);
+        errno = error;
+        return bound;
+    }
+
+    std::string path_;
+    struct stat created_ = {};
+};
+
+} // namespace
+
+std::unique_ptr<link_t> make_unix_link(const std::string &path)
+{
+    return std::make_unique<unix_link_t>(path);
+}
