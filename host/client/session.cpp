@@ -223,6 +223,10 @@ server_info decode_server_info(const nlohmann::json &document)
     {
         info.stack = decode_stack(document["stack"]);
     }
+    if (document.contains("configuration"))
+    {
+        info.configuration = document["configuration"];
+    }
     return info;
 }
 

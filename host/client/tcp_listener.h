@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "vantor/link.h"
 
@@ -21,7 +22,7 @@ public:
      * Starts to listen.
      *
      * @param port  0 for any free port
-     * @throws connect_error if the port is in use or not allowed
+     * @throws error if the port is in use or not allowed
      */
     explicit tcp_listener(uint16_t port);
     tcp_listener(const tcp_listener &) = delete;
@@ -33,10 +34,20 @@ public:
     /** The port number. */
     [[nodiscard]] uint16_t port() const;
 
-    /** Waits for the next host; null if none connects in time or a signal arrives. */
+    /**
+     * Waits for the next host.
+     *
+     * @return a link to it, which must end before this object and before the next one is accepted; null if
+     *         none connects in time or a signal arrives
+     */
     std::unique_ptr<link> accept(std::chrono::milliseconds timeout);
 
+    /** Sends a message to all hosts that have connected while the accepted one is connected, and closes
+     * their connections. */
+    void turn_away_others(std::string_view message);
+
 private:
+    class accepted_link;
     struct implementation;
     std::unique_ptr<implementation> implementation_;
 };

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <ostream>
 #include <set>
 #include <utility>
@@ -33,14 +34,20 @@ template <typename number_t> std::optional<number_t> parse_number(const std::str
     return failure == std::errc{} && stop == end ? std::optional(value) : std::nullopt;
 }
 
-/** Parses a finite number and checks it against the bound of an option. */
-double read_number(const std::string &name, const std::string &text, std::optional<double> above)
+/** Parses a number and checks it against the bounds of an option. */
+double read_number(const std::string &name, const std::string &text, const number_value &bounds)
 {
-    const auto number = parse_number<double>(text);
-    if (!number || !std::isfinite(*number) || (above && *number <= *above))
+    if (!bounds.infinity.empty() && text == bounds.infinity)
     {
-        throw CLI::ValidationError(name, '"' + text + "\" is not a number" +
-                                             (above ? " above " + fixed(*above, 0) : std::string()));
+        return std::numeric_limits<double>::infinity();
+    }
+    const auto number = parse_number<double>(text);
+    if (!number || !std::isfinite(*number) || (bounds.above && *number <= *bounds.above))
+    {
+        throw CLI::ValidationError(
+            name, '"' + text + "\" is not a number" +
+                      (bounds.above ? " above " + fixed(*bounds.above, 0) : std::string()) +
+                      (bounds.infinity.empty() ? std::string() : ", nor \"" + bounds.infinity + '"'));
     }
     return *number;
 }
@@ -121,7 +128,7 @@ public:
     CLI::Option *operator()(const number_value &value) const
     {
         return add([name = option_.name, value](const std::string &text) {
-            *value.target = read_number(name, text, value.above);
+            *value.target = read_number(name, text, value);
         });
     }
 
@@ -318,7 +325,7 @@ exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const com
         app.exit(failure, streams.out, streams.err);
         return exit_code::success;
     }
-    streams.err << printable(describe(app, failure)) << "\nRun with --help for more information.\n";
+    streams.err << printable(describe(app, failure)) << "\n" << help_hint;
     return exit_code::usage;
 }
 

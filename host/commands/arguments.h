@@ -12,6 +12,9 @@
 namespace vantor
 {
 
+/** Follows the description of a wrong command line. */
+inline constexpr const char *help_hint = "Run with --help for more information.\n";
+
 /**
  * Sets the options of the command that the arguments name and runs it; prints help and version, and reports
  * wrong arguments.

@@ -29,11 +29,12 @@ struct command_streams
     bool terminal = false; /**< err is a terminal that can show a progress line */
 };
 
-/** A finite number. */
+/** A finite number, or a word for infinity. */
 struct number_value
 {
     std::optional<double> *target;
     std::optional<double> above = std::nullopt; /**< the number must be greater than this */
+    std::string infinity = {};                  /**< word for infinity; empty if it is not allowed */
 };
 
 /** A whole number. */

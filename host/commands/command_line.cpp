@@ -19,6 +19,7 @@
 #include "commands/replay.h"
 #include "commands/scan.h"
 #include "commands/selftest.h"
+#include "commands/usage_error.h"
 #include "commands/validate.h"
 #include "configuration/configuration.h"
 #include "recording/recording_error.h"
@@ -76,6 +77,12 @@ exit_code report_current_exception(std::ostream &err)
     catch (const address_error &failure)
     {
         return report(err, exit_code::usage, failure);
+    }
+    catch (const usage_error &failure)
+    {
+        report(err, exit_code::usage, failure);
+        err << help_hint;
+        return exit_code::usage;
     }
     catch (const server_error &failure)
     {

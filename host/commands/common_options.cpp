@@ -40,6 +40,14 @@ command_option configuration_argument(std::filesystem::path &target)
         .name = "CONFIG", .help = "Configuration document (a JSON file)", .value = &target, .required = true};
 }
 
+command_option optional_configuration_argument(std::filesystem::path &target)
+{
+    auto option = configuration_argument(target);
+    option.required = false;
+    option.help += "; \"vantor replay\" needs none";
+    return option;
+}
+
 void print_json(std::ostream &out, const nlohmann::ordered_json &document)
 {
     using on_error = nlohmann::ordered_json::error_handler_t;

@@ -27,6 +27,9 @@ command_option recording_argument(std::filesystem::path &target);
 /** The argument CONFIG. */
 command_option configuration_argument(std::filesystem::path &target);
 
+/** The argument CONFIG of a command that can do without it. */
+command_option optional_configuration_argument(std::filesystem::path &target);
+
 /** Prints a JSON document. Bytes that are not UTF-8 (file names may contain them) are replaced, and
  * characters that would control a terminal are escaped. */
 void print_json(std::ostream &out, const nlohmann::ordered_json &document);

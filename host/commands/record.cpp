@@ -10,6 +10,7 @@
 #include <memory>
 #include <ostream>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "commands/common_options.h"
@@ -18,6 +19,7 @@
 #include "commands/progress.h"
 #include "commands/recorder.h"
 #include "commands/text_table.h"
+#include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "configuration/calibration_file.h"
 #include "configuration/configuration.h"
@@ -37,7 +39,12 @@ constexpr const char *record_footer = R"(Examples:
   vantor record config.json --frames 10 --connect "sim:--sensors 2"
   vantor record config.json --frames 100 --calibration calibration.json
 
-Without --frames and --seconds, press Ctrl-C to end the recording.)";
+Without --frames and --seconds, press Ctrl-C to end the recording. Without CONFIG, the server must be a
+"vantor replay": its recording is recorded.)";
+
+/** The message for a server that needs a configuration. */
+constexpr const char *configuration_missing =
+    "CONFIG is missing: give a configuration document. Only \"vantor replay\" needs none.";
 
 /** Upper limit of --frames: more than any recording has, and far below the limit of the type. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
@@ -45,16 +52,17 @@ constexpr uint64_t most_frames = 1'000'000'000'000;
 /** The share of the nominal frame rate from which on it counts as reached. */
 constexpr double least_share_of_rate = 0.99;
 
-/** Returns a new directory in "recordings", named after the configuration and the current time. */
+/** Returns a new directory in "recordings", named after the configuration or "replay", and the current time.
+ */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
 {
+    const auto name = configuration.empty() ? "replay" : configuration.stem().string();
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
     localtime_r(&now, &parts);
     std::array<char, 32> text{};
     const auto length = std::strftime(text.data(), text.size(), "%Y%m%d-%H%M%S", &parts);
-    const auto base = std::filesystem::path("recordings") /
-                      (configuration.stem().string() + "-" + std::string(text.data(), length));
+    const auto base = std::filesystem::path("recordings") / (name + "-" + std::string(text.data(), length));
     auto candidate = base;
     for (int i = 2; std::filesystem::exists(candidate); ++i)
     {
@@ -185,27 +193,61 @@ std::exception_ptr run_recorder(recorder &recorded, const record_options &option
     }
 }
 
+/** Reads and checks the configuration document, if one was given, and adds the calibrations. */
+nlohmann::json read_configuration(const record_options &options, const command_streams &streams)
+{
+    nlohmann::json configuration;
+    if (options.configuration.empty() && !options.calibration.empty())
+    {
+        throw usage_error("--calibration needs a CONFIG: a replay does not calibrate.");
+    }
+    if (!options.configuration.empty())
+    {
+        configuration = load_configuration(options.configuration);
+        if (!options.no_validate)
+        {
+            require_valid(configuration, options.configuration, streams.err);
+        }
+    }
+    if (!options.calibration.empty())
+    {
+        add_calibrations(configuration, options.calibration);
+    }
+    return configuration;
+}
+
+/** Returns the configuration of a replayed recording; no other server has one. */
+nlohmann::json configuration_of(const server_info &server)
+{
+    if (!server.configuration)
+    {
+        throw usage_error(configuration_missing);
+    }
+    return *server.configuration;
+}
+
 } // namespace
 
 exit_code record(const record_options &options, const command_streams &streams)
 {
-    const auto open = [&] { return open_link(parse_address(options.connect), client_timeouts{}.connect); };
+    const auto where = parse_address(options.connect);
+    if (options.configuration.empty() && std::holds_alternative<simulator_address>(where))
+    {
+        throw usage_error(configuration_missing);
+    }
+    const auto open = [&] { return open_link(where, client_timeouts{}.connect); };
     return record(options, streams, open, std::chrono::steady_clock::now);
 }
 
 exit_code record(const record_options &options, const command_streams &streams,
                  const client::link_factory &open_links, const time_source &now)
 {
-    auto configuration = load_configuration(options.configuration);
-    if (!options.no_validate)
-    {
-        require_valid(configuration, options.configuration, streams.err);
-    }
-    if (!options.calibration.empty())
-    {
-        add_calibrations(configuration, options.calibration);
-    }
+    auto configuration = read_configuration(options, streams);
     client server(open_links, {}, now);
+    if (options.configuration.empty())
+    {
+        configuration = configuration_of(server.server());
+    }
     const auto metadata = server.configure(configuration);
     if (metadata->items.empty())
     {
@@ -245,7 +287,7 @@ command record_command()
     return {.name = "record",
             .help = "Measure, and record the frames to disk.",
             .footer = record_footer,
-            .options = {configuration_argument(options->configuration),
+            .options = {optional_configuration_argument(options->configuration),
                         {.name = "--frames",
                          .help = "Stop after this many frames",
                          .value = whole_number_value{.target = &options->frames, .most = most_frames},

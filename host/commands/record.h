@@ -19,7 +19,7 @@ namespace vantor
 /** The options of `vantor record`. */
 struct record_options
 {
-    std::filesystem::path configuration;
+    std::filesystem::path configuration; /**< empty for that of a replayed recording */
     std::string connect = "sim:";
     std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
     uint64_t frames = 0;               /**< 0 for no limit */
@@ -33,8 +33,8 @@ struct record_options
  * Records a session and prints a summary.
  *
  * @return success, or interrupted
- * @throws configuration_error, recording_error and the exceptions of the client; everything recorded before
- *         the exception is intact
+ * @throws usage_error, configuration_error, recording_error and the exceptions of the client; everything
+ *         recorded before the exception is intact
  */
 exit_code record(const record_options &options, const command_streams &streams);
 

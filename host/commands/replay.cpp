@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <ostream>
 
 #include "client/tcp_listener.h"
@@ -23,40 +24,81 @@ namespace
 
 constexpr const char *replay_footer = R"(Examples:
   vantor replay recordings/garage --tcp 6110
-  vantor record config.json --frames 100 --connect tcp:127.0.0.1:6110
+  vantor record --frames 100 --connect tcp:127.0.0.1:6110
       records the frames that are replayed
+  vantor replay recordings/garage --tcp 6110 --speed max
 
-The server accepts any configuration. It sends the metadata and the frames of the recording, at the pace at
-which they were measured, and starts again after the last frame. Press Ctrl-C to stop it.)";
+The server sends the metadata and the frames of the recording, at the pace at which they were measured, and
+starts again after the last frame. --speed changes the pace, but not the ticks in the frames. "vantor record"
+needs no configuration: it uses that of the recording. Others are refused, unless they measure the same.
+A second host gets the error "busy". Press Ctrl-C to stop the server.)";
 
 /** How often to check for a request to stop while no host connects. */
 constexpr std::chrono::milliseconds host_patience{100};
+
+/** The answer to a host that connects while another one is connected. */
+constexpr const char *busy_message =
+    "{\"status\":\"error\",\"code\":\"busy\",\"message\":\"Another host is using the server: connect again "
+    "when it has disconnected.\",\"payload_size\":0}\n";
 
 /** The options of `vantor replay`. */
 struct replay_options
 {
     std::filesystem::path recording;
     uint64_t port = 0;
-    uint64_t hosts = 0; /**< 0 for no limit */
+    uint64_t hosts = 0;          /**< 0 for no limit */
+    std::optional<double> speed; /**< infinite for as fast as possible; 1 if not given */
 };
 
-/** Serves a host until it disconnects; shows on a terminal how many frames it was sent. */
-void serve(recording_reader &recording, link &host, const command_streams &streams)
+/** Serves hosts, one after the other. */
+class replay_service
 {
-    replay_server server(recording, host);
-    progress_line progress(streams.err, streams.terminal, {});
-    server.run([&] {
-        progress.update(server.frames_sent());
-        return interrupt_watch::interrupted();
-    });
-}
+public:
+    replay_service(recording_reader &recording, const replay_options &options, const command_streams &streams)
+        : recording_(recording), streams_(streams), speed_(options.speed.value_or(1.0)),
+          listener_(static_cast<uint16_t>(options.port))
+    {
+        streams_.out << "listening on tcp:127.0.0.1:" << listener_.port() << "\n" << std::flush;
+    }
+
+    /** Waits a short time for a host and serves it; returns whether there was one. */
+    bool serve_next()
+    {
+        const auto host = listener_.accept(host_patience);
+        if (host)
+        {
+            serve_and_forget(*host);
+        }
+        return host != nullptr;
+    }
+
+private:
+    /** Serves a host until it disconnects; shows on a terminal how many frames it was sent. */
+    void serve(link &host)
+    {
+        replay_server server(recording_, host, speed_);
+        progress_line progress(streams_.err, streams_.terminal, {});
+        server.run([&] {
+            progress.update(server.frames_sent());
+            listener_.turn_away_others(busy_message);
+            return interrupt_watch::interrupted();
+        });
+    }
+
+    void serve_and_forget(link &host);
+
+    recording_reader &recording_;
+    const command_streams &streams_;
+    double speed_;
+    tcp_listener listener_;
+};
 
 /** Serves a host until it disconnects or stops reading. */
-void serve_and_forget(recording_reader &recording, link &host, const command_streams &streams)
+void replay_service::serve_and_forget(link &host)
 {
     try
     {
-        serve(recording, host, streams);
+        serve(host);
     }
     catch (const connection_lost &) // NOLINT(bugprone-empty-catch): wait for the next host
     {
@@ -76,15 +118,10 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     }
     // Before the line that shows other programs that the server is ready.
     const interrupt_watch watch;
-    tcp_listener listener(static_cast<uint16_t>(options.port));
-    streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
+    replay_service service(recording, options, streams);
     for (uint64_t served = 0; options.hosts == 0 || served < options.hosts;)
     {
-        if (const auto host = listener.accept(host_patience))
-        {
-            ++served;
-            serve_and_forget(recording, *host, streams);
-        }
+        served += service.serve_next() ? 1 : 0;
         if (interrupt_watch::interrupted())
         {
             streams.out << "interrupted; hosts served: " << served << "\n";
@@ -113,7 +150,12 @@ command replay_command()
                         {.name = "--hosts",
                          .help = "Stop after this many hosts",
                          .value = whole_number_value{.target = &options->hosts},
-                         .value_name = "NUMBER"}},
+                         .value_name = "NUMBER"},
+                        {.name = "--speed",
+                         .help = "Send frames this many times as fast as measured, or max",
+                         .value = number_value{.target = &options->speed, .above = 0.0, .infinity = "max"},
+                         .value_name = "NUMBER",
+                         .default_value = "1"}},
             .run = [options](const command_streams &streams) { return replay(*options, streams); }};
 }
 

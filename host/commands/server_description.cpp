@@ -80,6 +80,10 @@ nlohmann::ordered_json to_json(const std::string &where, const server_info &info
     {
         document["stack"] = {{"size", info.stack->size}, {"peak", info.stack->peak}};
     }
+    if (info.configuration)
+    {
+        document["configuration"] = *info.configuration;
+    }
     return document;
 }
 

@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "replay/configuration_difference.h"
 #include "vantor/client.h"
 #include "version.h"
 
@@ -27,8 +28,8 @@ constexpr size_t longest_line = 1 << 20;
 
 } // namespace
 
-replay_server::replay_server(recording_reader &recording, link &host, time_source now)
-    : recording_(recording), host_(host), now_(std::move(now)), frames_(recording)
+replay_server::replay_server(recording_reader &recording, link &host, double speed, time_source now)
+    : recording_(recording), host_(host), speed_(speed), now_(std::move(now)), frames_(recording)
 {
 }
 
@@ -65,7 +66,7 @@ std::chrono::nanoseconds replay_server::time_until_due() const
 {
     using seconds = std::chrono::duration<double>;
     const double elapsed = seconds(now_() - started_).count();
-    const double left = next_ ? next_->seconds - first_seconds_ - elapsed : 0.0;
+    const double left = next_ ? (next_->seconds - first_seconds_) / speed_ - elapsed : 0.0;
     return std::chrono::round<std::chrono::nanoseconds>(
         seconds(std::max(0.0, std::min(seconds(command_patience).count(), left))));
 }
@@ -151,12 +152,12 @@ void replay_server::execute(const std::string &name, const nlohmann::json &comma
     }
     else
     {
-        execute_session_command(name);
+        execute_session_command(name, command);
     }
 }
 
 /** Executes a command that is allowed in one state only. */
-void replay_server::execute_session_command(const std::string &name)
+void replay_server::execute_session_command(const std::string &name, const nlohmann::json &command)
 {
     static const std::set<std::string> names = {"configure", "start", "stop", "frame"};
     if (!names.contains(name))
@@ -165,7 +166,7 @@ void replay_server::execute_session_command(const std::string &name)
     }
     else if (name == "configure" && state_ == state::idle)
     {
-        configure();
+        configure(command["configuration"]);
     }
     else if (name == "start" && state_ == state::configured)
     {
@@ -200,7 +201,7 @@ void replay_server::answer(const std::string &command)
 }
 
 /** Reports that a command was refused. */
-void replay_server::refuse(const char *code, const char *sentence)
+void replay_server::refuse(const char *code, const std::string &sentence)
 {
     send(nlohmann::ordered_json(
              {{"status", "error"}, {"code", code}, {"message", sentence}, {"payload_size", 0}})
@@ -208,7 +209,7 @@ void replay_server::refuse(const char *code, const char *sentence)
          "\n");
 }
 
-/** Identifies this server: as the server of the recording, with the sensors in the recording. */
+/** Identifies this server: as the server of the recording, with its sensors and its configuration. */
 void replay_server::identify()
 {
     std::set<unsigned> sensors;
@@ -226,13 +227,21 @@ void replay_server::identify()
                                              {"sensor_count", sensors.empty() ? 0 : *sensors.rbegin()},
                                              {"connected_sensors", sensors},
                                              {"ticks_per_second", server.ticks_per_second},
-                                             {"max_baudrate", 0}};
+                                             {"max_baudrate", 0},
+                                             {"configuration", recording_.session().configuration}};
     send(identity.dump() + "\n");
 }
 
-/** Answers with the metadata of the recording. */
-void replay_server::configure()
+/** Answers with the metadata of the recording, unless the configuration measures something else. */
+void replay_server::configure(const nlohmann::json &configuration)
 {
+    if (const auto difference = first_difference(recording_.session().configuration, configuration))
+    {
+        refuse("configuration_refused", difference_text(*difference) +
+                                            " A recording can only be replayed with its own configuration, "
+                                            "which \"identify\" contains.");
+        return;
+    }
     state_ = state::configured;
     frames_.rewind();
     send(recording_.session().metadata.document.dump() + "\n");

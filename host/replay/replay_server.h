@@ -20,7 +20,9 @@
 namespace vantor
 {
 
-/** Serves a recording to one host. Accepts any configuration and answers with the metadata of the recording.
+/**
+ * Serves a recording to one host. It accepts a configuration that measures what was recorded, and answers
+ * with the metadata of the recording. "identify" contains the configuration of the recording.
  */
 class replay_server
 {
@@ -28,9 +30,11 @@ public:
     /**
      * @param recording  a recording with at least one frame
      * @param host       the link to the host
+     * @param speed      how much faster than measured the frames are sent; infinite for as fast as possible
      * @param now        the clock for the pace of the frames and for the link
      */
-    replay_server(recording_reader &recording, link &host, time_source now = std::chrono::steady_clock::now);
+    replay_server(recording_reader &recording, link &host, double speed = 1.0,
+                  time_source now = std::chrono::steady_clock::now);
 
     /**
      * Serves the host until it disconnects.
@@ -60,18 +64,19 @@ private:
     void receive();
     void execute_line(const std::string &line);
     void execute(const std::string &name, const nlohmann::json &command);
-    void execute_session_command(const std::string &name);
+    void execute_session_command(const std::string &name, const nlohmann::json &command);
     void send(const std::string &bytes);
     void answer(const std::string &command);
-    void refuse(const char *code, const char *sentence);
+    void refuse(const char *code, const std::string &sentence);
     void identify();
-    void configure();
+    void configure(const nlohmann::json &configuration);
     void start();
     void send_due_frame();
     [[nodiscard]] std::chrono::nanoseconds time_until_due() const;
 
     recording_reader &recording_;
     link &host_;
+    double speed_;
     time_source now_;
     frame_source frames_;
     state state_ = state::idle;

@@ -1,6 +1,7 @@
 """Every command of `vantor` as a user types it: its output, its files, its exit code."""
 
 import array
+import contextlib
 import json
 import os
 import pty
@@ -373,15 +374,23 @@ class Export(CommandTest):
 
 
 class Replay(CommandTest):
+    @contextlib.contextmanager
+    def replay(self, recording, *options, hosts=1):
+        """Replays a recording to some hosts; yields the address."""
+        with subprocess.Popen([VANTOR, "replay", recording, "--hosts", str(hosts), *options], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True) as process:
+            try:
+                yield process.stdout.readline().removeprefix("listening on ").strip()
+                _, errors = process.communicate(timeout=TIME_OUT)
+            finally:
+                process.kill()
+            self.assertEqual((process.returncode, errors), (0, ""))
+
     def test_a_recording_of_the_replay_is_the_recording(self):
         original = self.record(frames=20)
-        with subprocess.Popen([VANTOR, "replay", original, "--hosts", "1"], stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True) as process:
-            self.addCleanup(process.kill)
-            address = process.stdout.readline().removeprefix("listening on ").strip()
-            copy = self.record(frames=20, name="copy", where=address)
-            _, errors = process.communicate(timeout=TIME_OUT)
-            self.assertEqual((process.returncode, errors), (0, ""))
+        with self.replay(original, "--speed", "max") as address:
+            copy = self.path("copy")
+            self.succeeds("record", "--frames", 20, "--connect", address, "--output", copy)
         for name in ("group-1-item-1", "group-1-item-2", "group-2-item-1"):
             self.assertEqual(self.data(copy, name), self.data(original, name))
             tables = []
@@ -390,6 +399,21 @@ class Replay(CommandTest):
                     tables.append(file.read())
             self.assertEqual(tables[0], tables[1])
         check_recording(copy)
+
+    def test_another_configuration_is_refused(self):
+        document = example("two_sensors.json")
+        document["groups"][1][0]["config"]["start_point"] = 600
+        with self.replay(self.record()) as address:
+            self.fails(5, "/groups/1/0/config/start_point is 600, but in the recording it is ", "record",
+                       self.write("other.json", document), "--frames", 1, "--connect", address)
+
+    def test_another_host_is_turned_away(self):
+        with self.replay(self.record()) as address:
+            name, _, port = address.removeprefix("tcp:").rpartition(":")
+            with socket.create_connection((name, int(port)), TIME_OUT) as host:
+                host.sendall(b'{"command":"ping"}\n')
+                self.assertIn(b"ping", host.recv(65536))
+                self.fails(5, "busy", "identify", "--connect", address)
 
     def test_progress_on_a_terminal(self):
         ours, terminal = self.open_terminal()
@@ -426,7 +450,7 @@ class Replay(CommandTest):
     def test_faults(self):
         self.fails(3, "does not exist: give the directory of a recording", "replay", self.path("nothing"))
         with socket.create_server(("127.0.0.1", 0)) as taken:
-            self.fails(4, "another port", "replay", self.record(), "--tcp", taken.getsockname()[1])
+            self.fails(1, "another port", "replay", self.record(), "--tcp", taken.getsockname()[1])
 
 
 class Completion(CommandTest):

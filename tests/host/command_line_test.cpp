@@ -61,7 +61,8 @@ TEST(command_line, prints_help)
     EXPECT_THAT(general.out, testing::ContainsRegex("\n  record +Measure, and record the frames to disk\\."));
     const auto record = run({"record", "--help"}).out;
     EXPECT_THAT(record, HasSubstr("vantor record examples/two_sensors.json --frames 100"));
-    EXPECT_THAT(record, HasSubstr("CONFIG REQUIRED"));
+    EXPECT_THAT(record, HasSubstr("Usage: vantor record [OPTIONS] [CONFIG]\n"));
+    EXPECT_THAT(run({"validate", "--help"}).out, HasSubstr("CONFIG REQUIRED"));
     EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
     EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
     EXPECT_THAT(
@@ -116,6 +117,18 @@ TEST(command_line, describes_the_board)
                                     {"reset_cause", "watchdog"},
                                     {"last_fault", "none"},
                                     {"sensors", "new\n"}}));
+}
+
+TEST(command_line, prints_the_configuration_of_a_replay)
+{
+    fake_server server;
+    server.on("identify", [](host_connection &host, const json &) {
+        auto identity = test::identity();
+        identity["configuration"] = test::example_session().configuration;
+        host.send(identity, "");
+    });
+    const auto about = json::parse(run({"identify", "--connect", server.address(), "--json"}).out);
+    EXPECT_EQ(about["configuration"], test::example_session().configuration);
 }
 
 TEST(command_line, scans_devices_without_a_server)
@@ -331,6 +344,8 @@ TEST(command_line, reports_the_bounds_of_a_number)
     EXPECT_THAT(fault({"plot", "x", "--distance", "1m"}), HasSubstr("--distance: \"1m\" is not a number\n"));
     EXPECT_THAT(fault({"plot", "x", "--distance", "inf"}),
                 HasSubstr("--distance: \"inf\" is not a number\n"));
+    EXPECT_THAT(fault({"replay", "x", "--speed", "0"}),
+                HasSubstr("--speed: \"0\" is not a number above 0, nor \"max\"\n"));
     EXPECT_THAT(fault({"export", "x", "--format", "xml"}),
                 HasSubstr("--format: \"xml\" is not one of csv, npy\n"));
 }

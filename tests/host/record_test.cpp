@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include "commands/usage_error.h"
 #include "configuration/calibration_file.h"
 #include "configuration/configuration.h"
 #include "fake_server.h"
@@ -168,6 +169,36 @@ TEST_F(record_test, leaves_the_configuration_to_the_server_without_validation)
     options.frames = 1;
     EXPECT_EQ(run(), exit_code::success);
     EXPECT_EQ(test::last_command(server.lines(), "configure")["configuration"], configuration);
+}
+
+TEST_F(record_test, takes_the_configuration_of_a_replay)
+{
+    auto identity = test::identity();
+    identity["configuration"] = example_session().configuration;
+    server.on("identify", [&](host_connection &host, const json &) { host.send(identity, ""); });
+    server.on("start", test::stream_frames(1));
+    options.configuration.clear();
+    options.frames = 1;
+    EXPECT_EQ(run(), exit_code::success);
+    EXPECT_EQ(test::last_command(server.lines(), "configure")["configuration"],
+              example_session().configuration);
+    EXPECT_EQ(recorded(), 1);
+}
+
+TEST_F(record_test, needs_a_configuration_for_another_server)
+{
+    options.configuration.clear();
+    EXPECT_THAT([&] { run(); },
+                testing::ThrowsMessage<usage_error>(HasSubstr("give a configuration document")));
+    EXPECT_FALSE(std::filesystem::exists(options.output));
+}
+
+TEST_F(record_test, needs_a_configuration_for_a_calibration)
+{
+    options.configuration.clear();
+    options.calibration = directory / "cal.json";
+    EXPECT_THAT([&] { run(); },
+                testing::ThrowsMessage<usage_error>(HasSubstr("--calibration needs a CONFIG")));
 }
 
 TEST_F(record_test, shows_progress_when_asked_to)

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
+#include <limits>
 #include <thread>
 #include <utility>
 
@@ -79,7 +81,9 @@ TEST(replay, identifies_as_the_recorded_server)
     EXPECT_EQ(host.server().sensor, "k330");
     EXPECT_THAT(host.server().connected_sensors, testing::ElementsAre(1, 2));
     EXPECT_EQ(host.server().ticks_per_second, 1000000.0);
-    EXPECT_EQ(host.configure(json::object())->document, test::example_session().metadata);
+    EXPECT_EQ(host.server().configuration, test::example_session().configuration);
+    EXPECT_EQ(host.configure(test::example_session().configuration)->document,
+              test::example_session().metadata);
     EXPECT_EQ(host.stats()["frames"], 0);
 }
 
@@ -87,7 +91,7 @@ TEST(replay, sends_the_recorded_frames)
 {
     const replay_thread server(6);
     client host(server.where());
-    host.configure(json::object());
+    host.configure(test::example_session().configuration);
     host.start();
     for (uint32_t number = 0; number < 6; ++number)
     {
@@ -125,10 +129,10 @@ protected:
     }
 
     /** Serves the recording for a duration. */
-    void serve(moment duration)
+    void serve(moment duration, double speed = 1.0)
     {
         recording_reader recording(directory / "out");
-        replay_server server(recording, *host, clock.source());
+        replay_server server(recording, *host, speed, clock.source());
         send(0ms, "configure");
         send(5ms, "start");
         server.run([&] {
@@ -140,7 +144,10 @@ protected:
     /** Makes the host send a command. */
     void send(moment when, const std::string &command)
     {
-        line.arrive(when, json({{"command", command}, {"configuration", json::object()}}).dump() + "\n");
+        line.arrive(
+            when,
+            json({{"command", command}, {"configuration", test::example_session().configuration}}).dump() +
+                "\n");
     }
 
     /** The times at which the server started to write frames. */
@@ -207,6 +214,28 @@ TEST_F(replay_pace, catches_up_after_a_host_that_was_slow)
     EXPECT_THAT(frames(), testing::ElementsAre(5ms, 25ms, 75ms, 75ms, 85ms, 105ms));
 }
 
+TEST_F(replay_pace, is_multiplied_by_the_speed)
+{
+    record({0, 20000, 40000, 90000});
+    serve(52ms, 2.0);
+    EXPECT_THAT(frames(), testing::ElementsAre(5ms, 15ms, 25ms, 50ms));
+}
+
+TEST_F(replay_pace, is_slower_at_a_low_speed)
+{
+    record({0, 20000, 40000});
+    serve(106ms, 0.4);
+    EXPECT_THAT(frames(), testing::ElementsAre(5ms, 55ms, 105ms));
+}
+
+TEST_F(replay_pace, does_not_wait_at_infinite_speed)
+{
+    record({0, 20000, 60000000});
+    line.on_write([&](const std::string &bytes) { clock.advance(is_frame(bytes) ? 1ms : 0ms); });
+    serve(10ms, std::numeric_limits<double>::infinity());
+    EXPECT_THAT(frames(), testing::ElementsAre(5ms, 6ms, 7ms, 8ms, 9ms));
+}
+
 TEST_F(replay_pace, is_not_changed_by_commands)
 {
     record({0, 20000, 40000, 60000});
@@ -239,7 +268,7 @@ TEST(replay, starts_again_with_continuing_ticks)
 {
     const replay_thread server(3);
     client host(server.where());
-    host.configure(json::object());
+    host.configure(test::example_session().configuration);
     for (uint32_t number = 0; number < 10; ++number)
     {
         EXPECT_EQ(host.single_frame().items()[0].tick, number * 20000U);
@@ -263,17 +292,31 @@ TEST(replay, refuses_commands_like_a_server)
     };
     EXPECT_EQ(code_of([&] { host.start(); }), "wrong_state");
     EXPECT_EQ(code_of([&] { host.single_frame(); }), "wrong_state");
-    host.configure(json::object());
-    EXPECT_EQ(code_of([&] { host.configure(json::object()); }), "wrong_state");
+    host.configure(test::example_session().configuration);
+    EXPECT_EQ(code_of([&] { host.configure(test::example_session().configuration); }), "wrong_state");
     EXPECT_EQ(code_of([&] { host.stop(); }), "wrong_state");
     EXPECT_EQ(code_of([&] { host.set_baudrate(9600); }), "baudrate_fixed");
     host.ping();
 }
 
-/** Sends a line and returns the error code in the answer. */
-std::string code_after(link &connection, std::string_view line)
+TEST(replay, refuses_a_configuration_that_measures_something_else)
 {
-    connection.write(std::as_bytes(std::span(line)), 60s);
+    const replay_thread server(1);
+    client host(server.where());
+    auto configuration = test::example_session().configuration;
+    configuration["groups"][0][1]["config"]["subsweeps"][1]["start_point"] = 480;
+    EXPECT_THAT([&] { host.configure(configuration); },
+                testing::ThrowsMessage<server_error>(testing::AllOf(
+                    testing::StartsWith("/groups/0/1/config/subsweeps/1/start_point is 480, but in the "
+                                        "recording it is 200. "),
+                    testing::EndsWith("(configuration_refused)"))));
+    // The server is still idle.
+    host.configure(test::example_session().configuration);
+}
+
+/** Waits for the next message. */
+json next_message(link &connection)
+{
     message_parser parser;
     std::vector<std::byte> bytes(4096);
     while (true)
@@ -281,9 +324,22 @@ std::string code_after(link &connection, std::string_view line)
         parser.feed(std::span(bytes).first(connection.read_some(bytes, 60s)));
         if (const auto received = parser.next())
         {
-            return received->header.value("code", "none");
+            return received->header;
         }
     }
+}
+
+/** Sends a line and returns the answer. */
+json answer_to(link &connection, std::string_view line)
+{
+    connection.write(std::as_bytes(std::span(line)), 60s);
+    return next_message(connection);
+}
+
+/** Sends a line and returns the error code in the answer. */
+std::string code_after(link &connection, std::string_view line)
+{
+    return answer_to(connection, line).value("code", "none");
 }
 
 TEST(replay, continues_after_invalid_input)
@@ -298,10 +354,110 @@ TEST(replay, continues_after_invalid_input)
     EXPECT_EQ(code_after(*connection, "\r\n{\"command\":\"ping\"}\r\n"), "none");
 }
 
+/** The lines of the conversation with a replay in docs/protocol.md. */
+std::vector<std::string> documented_lines()
+{
+    std::ifstream document(VANTOR_PROTOCOL_DOCUMENT);
+    std::vector<std::string> lines;
+    bool inside = false;
+    for (std::string line; std::getline(document, line);)
+    {
+        if (line.starts_with("```"))
+        {
+            inside = line == "```conversation replay";
+        }
+        else if (inside)
+        {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+/** Records a frame of the session in that conversation: one item of 100 points. */
+void record_documented_session(const std::filesystem::path &directory)
+{
+    auto description = test::example_description();
+    description.configuration = {{"groups", {{{{"sensor_id", 1}, {"config", {{"num_points", 100}}}}}}}};
+    auto document = test::example_session().metadata;
+    auto layout = document["metadata"][0][0];
+    layout.update({{"frame_data_length", 100},
+                   {"sweep_data_length", 100},
+                   {"subsweep_data_offset", {0}},
+                   {"subsweep_data_length", {100}}});
+    document["metadata"] = {{layout}};
+    description.metadata = decode_metadata(document);
+    message received;
+    received.header = test::example_session().frame_header(0);
+    received.header["result_info"] = {{received.header["result_info"][0][1]}};
+    received.payload.resize(400);
+    recording_writer writer(directory, description);
+    writer.add(decode_frame(received, std::make_shared<const session_metadata>(description.metadata)));
+    writer.finish();
+}
+
+TEST(replay, converses_as_documented)
+{
+    const test::temporary_directory directory;
+    record_documented_session(directory / "out");
+    test::manual_clock clock;
+    test::scripted_line line(clock);
+    const auto host = line.open();
+    std::vector<json> expected;
+    for (const auto &text : documented_lines())
+    {
+        if (text.starts_with("> "))
+        {
+            line.arrive(0ms, text.substr(2) + "\n");
+        }
+        else
+        {
+            expected.push_back(json::parse(text.substr(2)));
+        }
+    }
+    recording_reader recording(directory / "out");
+    replay_server(recording, *host, 1.0, clock.source()).run([&] { return clock.now() > 0ms; });
+    ASSERT_EQ(expected.size(), 2U);
+    ASSERT_EQ(line.written().size(), 2U);
+    for (size_t i = 0; i < 2; ++i)
+    {
+        EXPECT_EQ(json::parse(line.written()[i].bytes), expected[i]);
+    }
+}
+
 TEST(tcp_listener, reports_that_a_port_is_in_use)
 {
     const tcp_listener first(0);
-    EXPECT_THROW(tcp_listener(first.port()), connect_error);
+    EXPECT_THROW(tcp_listener(first.port()), error);
+}
+
+TEST(tcp_listener, keeps_a_host_that_connects_after_the_first_one_has_left)
+{
+    tcp_listener listener(0);
+    const tcp_address where{.host = "127.0.0.1", .port = listener.port()};
+    auto first = open_link(where, 60s);
+    first->write(std::as_bytes(std::span(std::string_view("unread"))), 60s);
+    auto served = listener.accept(60s);
+    first.reset();
+    const auto second = open_link(where, 60s);
+    listener.turn_away_others("message");
+    served.reset();
+    EXPECT_NE(listener.accept(60s), nullptr);
+}
+
+TEST(tcp_listener, turns_other_hosts_away_with_a_message)
+{
+    tcp_listener listener(0);
+    const tcp_address where{.host = "127.0.0.1", .port = listener.port()};
+    const auto first = open_link(where, 60s);
+    const auto second = open_link(where, 60s);
+    second->write(std::as_bytes(std::span(std::string_view("{\"command\":\"ping\"}\n"))), 60s);
+    const auto served = listener.accept(60s);
+    listener.turn_away_others("{\"status\":\"error\",\"code\":\"busy\",\"payload_size\":0}\n");
+    EXPECT_EQ(next_message(*second)["code"], "busy");
+    std::vector<std::byte> bytes(1);
+    EXPECT_THROW(second->read_some(bytes, 60s), connection_lost);
+    EXPECT_EQ(first->read_some(bytes, 0s), 0U);
 }
 
 } // namespace

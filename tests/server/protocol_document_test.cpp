@@ -3,7 +3,8 @@
  *
  * In a block marked "conversation", a line with > is sent to the server, and the server must send exactly the
  * line with <. Quoted text that ends with … is only compared up to there. "(n bytes)" is a payload.
- * "conversation serial" needs a link with an adjustable baud rate.
+ * "conversation serial" needs a link with an adjustable baud rate. "conversation replay" is with a replayed
+ * recording, and tested with it.
  */
 #include <fstream>
 #include <regex>
@@ -30,7 +31,7 @@ std::vector<conversation_t> read_conversations()
     bool inside = false;
     for (int number = 1; std::getline(document, line); ++number)
     {
-        if (line.starts_with("```conversation"))
+        if (line == "```conversation" || line == "```conversation serial")
         {
             inside = true;
             conversations.push_back({line == "```conversation serial", number, {}});

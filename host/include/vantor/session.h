@@ -52,6 +52,7 @@ struct board_info
 };
 
 /** What a server reports about itself. */
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct server_info
 {
     std::string server_version;
@@ -64,6 +65,9 @@ struct server_info
     std::optional<board_info> board;         /**< no value if not reported */
     std::optional<memory_use> memory;        /**< no value if not reported */
     std::optional<stack_use> stack;          /**< no value if not reported */
+    /** Of a replayed recording: the only configuration that the server accepts. No value for other servers.
+     */
+    std::optional<nlohmann::json> configuration;
 };
 
 /** Position of a sub-sweep in a sweep, in samples. */
