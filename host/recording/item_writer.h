@@ -47,6 +47,12 @@ public:
      */
     void append(const frame_item &item);
 
+    /** Notes that the ticks of the next frame may have no relation to those before. @p gap  in seconds */
+    void begin_segment(double gap)
+    {
+        clock_.restart(gap);
+    }
+
     /** Commits what was appended last. */
     void commit(const frame_item &item);
 

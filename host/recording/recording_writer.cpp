@@ -74,6 +74,15 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     write_documents(false);
 }
 
+void recording_writer::begin_segment(const segment &next)
+{
+    next_segment_ = next;
+    for (auto &item : items_)
+    {
+        item.begin_segment(next.gap);
+    }
+}
+
 void recording_writer::add(const frame &received)
 {
     try
@@ -94,6 +103,14 @@ void recording_writer::add(const frame &received)
     for (size_t i = 0; i < items_.size(); ++i)
     {
         items_[i].commit(received.items()[i]);
+    }
+    if (next_segment_)
+    {
+        captures_.push_back({.first_frame = frames_,
+                             .frames_missing = received.missing(),
+                             .datetime = present_time(),
+                             .begins = std::exchange(next_segment_, {})});
+        write_documents(false); // what a killed recorder leaves shows the break
     }
     note_missing(received.missing());
     ++frames_;
@@ -122,7 +139,8 @@ void recording_writer::note_missing(uint64_t missing)
         captures_.push_back({.first_frame = frames_, .frames_missing = missing, .datetime = {}});
     }
     captures_.back().frames_missing = missing;
-    if (captures_.size() > 1 && captures_[captures_.size() - 2].frames_missing == missing)
+    if (captures_.size() > 1 && !captures_.back().begins &&
+        captures_[captures_.size() - 2].frames_missing == missing)
     {
         captures_.pop_back(); // nothing was missing after all
     }

@@ -6,9 +6,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "recording/item_writer.h"
+#include "recording/segment.h"
 #include "recording/sigmf.h"
 #include "vantor/session.h"
 
@@ -43,6 +45,13 @@ public:
     void add(const frame &received);
 
     /**
+     * Begins a segment: the next frame is its first one. The documents are written again with the frame.
+     *
+     * @param next  why and when, and the metadata of its session
+     */
+    void begin_segment(const segment &next);
+
+    /**
      * Writes the final documents, with rates and digests.
      *
      * @throws recording_error if they cannot be written
@@ -72,6 +81,7 @@ private:
     session_description session_;
     std::vector<item_writer> items_;
     std::vector<capture> captures_;
+    std::optional<segment> next_segment_; /**< begins with the next frame */
     uint64_t frames_ = 0;
 };
 

@@ -90,20 +90,28 @@ void add_own_members(ordered_json &global, const item_layout &layout, const item
 }
 
 /** The captures of an item's document. */
-ordered_json describe_captures(const item_layout &layout, const std::vector<capture> &captures)
+ordered_json describe_captures(const session_metadata &metadata, size_t index,
+                               const std::vector<capture> &captures)
 {
+    const auto &layout = metadata.items.at(index);
     auto list = ordered_json::array();
     uint64_t missing = 0;
-    for (const auto &segment : captures)
+    for (const auto &part : captures)
     {
         ordered_json entry = {
-            {"core:sample_start", segment.first_frame * layout.frame_length},
-            {"core:global_index", (segment.first_frame + segment.frames_missing) * layout.frame_length},
-            {"vantor:frames_missing", segment.frames_missing - missing}};
-        missing = segment.frames_missing;
-        if (!segment.datetime.empty())
+            {"core:sample_start", part.first_frame * layout.frame_length},
+            {"core:global_index", (part.first_frame + part.frames_missing) * layout.frame_length},
+            {"vantor:frames_missing", part.frames_missing - missing}};
+        missing = part.frames_missing;
+        if (!part.datetime.empty())
         {
-            entry["core:datetime"] = segment.datetime;
+            entry["core:datetime"] = part.datetime;
+        }
+        if (part.begins)
+        {
+            entry["vantor:break"] = part.begins->reason;
+            entry["vantor:break_s"] = part.begins->gap;
+            entry["vantor:calibration_temperature"] = part.begins->calibration_temperatures.at(index);
         }
         list.push_back(std::move(entry));
     }
@@ -158,7 +166,7 @@ ordered_json item_document(const session_description &session, size_t index, con
         add_session(global["vantor:session"], session);
     }
     return {{"global", std::move(global)},
-            {"captures", describe_captures(layout, captures)},
+            {"captures", describe_captures(session.metadata, index, captures)},
             {"annotations", ordered_json::array()}};
 }
 

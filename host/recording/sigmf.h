@@ -8,12 +8,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "configuration/configuration.h"
+#include "recording/segment.h"
 #include "vantor/session.h"
 
 namespace vantor
@@ -31,6 +33,8 @@ struct capture
     uint64_t first_frame = 0;    /**< its index in the recording */
     uint64_t frames_missing = 0; /**< before it, since the start of the recording */
     std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339; empty if unknown */
+    std::optional<segment> begins =
+        std::nullopt; /**< the segment of the stream that begins with it, except the first one */
 };
 
 /** The state of an item's recording. */

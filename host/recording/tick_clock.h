@@ -4,6 +4,7 @@
 #ifndef VANTOR_TICK_CLOCK_H
 #define VANTOR_TICK_CLOCK_H
 
+#include <cmath>
 #include <cstdint>
 
 namespace vantor
@@ -29,6 +30,20 @@ public:
         started_ = true;
         last_ = tick;
         return seconds();
+    }
+
+    /**
+     * Continues with ticks that have no relation to those before.
+     *
+     * @param gap  time between the last tick before and the next one, in seconds
+     */
+    void restart(double gap)
+    {
+        if (started_)
+        {
+            elapsed_ += static_cast<uint64_t>(std::llround(gap * ticks_per_second_));
+        }
+        started_ = false;
     }
 
     /** The time of the last tick, in seconds since the first one. */

@@ -9,10 +9,11 @@
 namespace vantor::test
 {
 
-frame example_frame(uint32_t number)
+frame example_frame(uint32_t number, const nlohmann::json &flags)
 {
     message received;
     received.header = example_session().frame_header(number);
+    received.header["result_info"][0][0].update(flags);
     const auto payload = example_session().frame_payload(number);
     const auto bytes = std::as_bytes(std::span(payload));
     received.payload.assign(bytes.begin(), bytes.end());

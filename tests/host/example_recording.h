@@ -13,8 +13,12 @@
 namespace vantor::test
 {
 
-/** A frame of the example session. */
-frame example_frame(uint32_t number);
+/**
+ * A frame of the example session.
+ *
+ * @param flags  members that its first item has in addition, or that replace others
+ */
+frame example_frame(uint32_t number, const nlohmann::json &flags = nlohmann::json::object());
 
 /** The example session, described. */
 session_description example_description();
