@@ -42,9 +42,9 @@ bool event_loop::run_until(const std::function<bool()> &done, time_point deadlin
     }
     while (!done())
     {
-        const auto left =
-            std::clamp<time_point::duration>(deadline - now(), time_point::duration(0), longest_wait);
-        if (context_->run_one_for(left) == 0 && now() >= deadline)
+        const auto left = std::min<time_point::duration>(deadline - now(), longest_wait);
+        const auto ran = left.count() > 0 ? context_->run_one_for(left) : context_->poll_one();
+        if (ran == 0 && now() >= deadline)
         {
             return done();
         }

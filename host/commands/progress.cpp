@@ -35,7 +35,7 @@ progress_line::~progress_line()
     }
 }
 
-void progress_line::update(uint64_t frames)
+void progress_line::update(uint64_t frames, const std::string &notes)
 {
     const auto now = now_();
     if (!active_ || now < next_)
@@ -43,7 +43,8 @@ void progress_line::update(uint64_t frames)
         return;
     }
     next_ = now + interval;
-    const auto text = progress_text(frames, std::chrono::duration<double>(now - start_).count(), goal_);
+    const auto text =
+        progress_text(frames, std::chrono::duration<double>(now - start_).count(), goal_) + notes;
     out_ << "\r" << text << std::string(width_ > text.size() ? width_ - text.size() : 0, ' ') << std::flush;
     width_ = std::max(width_, text.size());
 }

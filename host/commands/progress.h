@@ -41,8 +41,12 @@ public:
     /** Removes the line. */
     ~progress_line();
 
-    /** Sets the number of frames done; writes at most five times per second. */
-    void update(uint64_t frames);
+    /**
+     * Sets the number of frames done; writes at most five times per second.
+     *
+     * @param notes  added to the text
+     */
+    void update(uint64_t frames, const std::string &notes = {});
 
 private:
     std::ostream &out_;

@@ -11,7 +11,7 @@
 
 #include "commands/command.h"
 #include "vantor/client.h"
-#include "vantor/time_source.h"
+#include "vantor/event_loop.h"
 
 namespace vantor
 {
@@ -26,6 +26,9 @@ struct record_options
     std::optional<double> seconds;     /**< no value for no limit */
     std::filesystem::path calibration; /**< calibration file; empty for none */
     bool no_validate = false;          /**< do not check the configuration first */
+    bool recalibrate = false;          /**< go on in a new segment when a sensor asks for a calibration */
+    bool reconnect = false;            /**< go on in a new segment when the link was lost */
+    uint64_t queue_megabytes = 64;     /**< of frames that can wait for the disk */
     bool json = false;                 /**< print JSON instead of a table */
 };
 
@@ -42,10 +45,10 @@ exit_code record(const record_options &options, const command_streams &streams);
  * Like the function above, but over links that the caller opens instead of record_options::connect.
  *
  * @param open_links  opens a link to the server
- * @param now         the clock of the links
+ * @param loop        the loop of the links
  */
 exit_code record(const record_options &options, const command_streams &streams,
-                 const client::link_factory &open_links, const time_source &now);
+                 const client::link_factory &open_links, event_loop &loop);
 
 /** The command. */
 command record_command();

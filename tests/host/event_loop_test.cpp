@@ -55,6 +55,14 @@ TEST(event_loop, stops_at_a_deadline_that_has_passed)
     EXPECT_FALSE(loop.run_until([] { return false; }, loop.now() - 1h));
 }
 
+TEST(event_loop, runs_what_is_due_even_if_the_deadline_has_passed)
+{
+    event_loop loop;
+    bool ran = false;
+    loop.post([&] { ran = true; });
+    EXPECT_TRUE(loop.run_until([&] { return ran; }, loop.now() - 1h));
+}
+
 TEST(event_loop, runs_again_after_it_has_stopped)
 {
     event_loop loop;

@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 
-#include "vantor/time_source.h"
+#include "vantor/event_loop.h"
 
 namespace vantor::test
 {
@@ -51,6 +52,29 @@ public:
 
 private:
     duration now_{};
+};
+
+/** An event loop on which waiting takes no real time: it moves the clock to the deadline. */
+class manual_loop : public event_loop
+{
+public:
+    /** @param clock  must outlive the loop */
+    explicit manual_loop(manual_clock &clock) : event_loop(clock.source()), clock_(clock)
+    {
+    }
+
+    bool run_until(const std::function<bool()> &done, time_point deadline) override
+    {
+        if (event_loop::run_until(done, now()))
+        {
+            return true;
+        }
+        clock_.advance(std::max(deadline - now(), manual_clock::duration(0)));
+        return done();
+    }
+
+private:
+    manual_clock &clock_;
 };
 
 } // namespace vantor::test

@@ -44,7 +44,7 @@ protected:
 
     exit_code run()
     {
-        return record(options, {out, err, terminal}, server.links(), now);
+        return record(options, {out, err, terminal}, server.links(), loop);
     }
 
     /** The document of the session's first item. */
@@ -60,7 +60,7 @@ protected:
     }
 
     test::manual_clock clock;
-    time_source now = clock.source();
+    test::manual_loop loop{clock};
     test::scripted_server server{clock};
     test::temporary_directory directory;
     std::ostringstream out;
@@ -327,7 +327,7 @@ TEST_F(record_test, continues_after_a_disturbance_and_records_where_it_was)
     options.frames = 3;
     EXPECT_EQ(run(), exit_code::success);
     EXPECT_THAT(out.str(), HasSubstr("missing: 3 frames"));
-    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 1 damaged"));
+    EXPECT_THAT(out.str(), HasSubstr("damaged: 1 message"));
     const auto captures = first_item()["captures"];
     ASSERT_EQ(captures.size(), 2U);
     EXPECT_EQ(captures[1]["core:sample_start"], 2 * 40);
@@ -352,7 +352,7 @@ TEST_F(record_test, continues_after_frames_that_lack_bytes_or_have_a_wrong_lengt
     });
     options.frames = 7;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_THAT(out.str(), HasSubstr("link disturbances: 2 damaged"));
+    EXPECT_THAT(out.str(), HasSubstr("damaged: 2 messages"));
     EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"),
                 testing::AllOf(HasSubstr(",20000,"), HasSubstr(",60000,"), HasSubstr(",120000,")));
     const auto captures = first_item()["captures"];
@@ -463,14 +463,14 @@ TEST_F(record_test, ends_at_an_interrupt)
 {
     server.on("start", test::stream_frames(3));
     bool raised = false;
-    now = [&] {
+    event_loop interrupted([&] {
         if (clock.now() >= 1s && !std::exchange(raised, true))
         {
             std::raise(SIGINT);
         }
         return clock.source()();
-    };
-    EXPECT_EQ(run(), exit_code::interrupted);
+    });
+    EXPECT_EQ(record(options, {out, err, terminal}, server.links(), interrupted), exit_code::interrupted);
     // It is called ten times per second.
     EXPECT_LE(clock.now(), 1100ms);
     EXPECT_EQ(recorded(), 3);

@@ -206,13 +206,14 @@ rules_t include_rules()
         {"host/include", host_basics},
         {"host/client", {"host/include", "host/configuration"}},
         {"host/recording", {"host/include", "host/configuration"}},
+        {"host/hub", {"host/include", "host/configuration", "host/recording"}},
         {"host/export", below_pictures},
         {"host/plot", below_pictures},
         {"host/replay", {"host/include", "host/client", "host/configuration", "host/recording"}},
         {"host/selftest", {"host/include", "host/client"}},
         {"host/commands",
-         {"host/include", "host/client", "host/configuration", "host/recording", "host/export", "host/plot",
-          "host/replay", "host/selftest"}},
+         {"host/include", "host/client", "host/configuration", "host/recording", "host/hub", "host/export",
+          "host/plot", "host/replay", "host/selftest"}},
     };
 }
 

@@ -57,6 +57,7 @@ const strings_t headers{
     "host/configuration/check/schema_check.h",
     "host/client/link_tcp.h",
     "host/recording/sigmf.h",
+    "host/hub/hub.h",
     "host/export/exporter.h",
     "host/plot/picture.h",
     "host/replay/replay_server.h",
@@ -160,6 +161,7 @@ TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
     EXPECT_EQ(may_include("host/client/a.cpp"),
               (strings_t{up_to_recording.begin(), up_to_recording.end() - 1}));
     EXPECT_EQ(may_include("host/recording/a.cpp"), recordings);
+    EXPECT_EQ(may_include("host/hub/a.cpp"), joined(recordings, {"host/hub/hub.h"}));
     EXPECT_EQ(may_include("host/export/a.cpp"), joined(recordings, {"host/export/exporter.h"}));
     EXPECT_EQ(may_include("host/plot/a.cpp"), joined(recordings, {"host/plot/picture.h"}));
     EXPECT_EQ(may_include("host/replay/a.cpp"), joined(up_to_recording, {"host/replay/replay_server.h"}));

@@ -1,0 +1,158 @@
+/** @file
+ * Reports what has been recorded.
+ */
+#include "commands/recording_report.h"
+
+#include <cmath>
+#include <ostream>
+#include <string>
+
+#include "commands/common_options.h"
+#include "commands/printable.h"
+#include "commands/stream_warnings.h"
+#include "commands/text_table.h"
+#include "recording/point_distances.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+/** Distance of the strongest echo of an item, in metres; NaN if unknown. */
+double echo_distance(const finished_recording &recorded, size_t index)
+{
+    const auto point = recorded.recorder.statistics()[index].strongest_point();
+    return point ? point_distances(recorded.source.metadata().items[index], recorded.items[index])[*point]
+                 : NAN;
+}
+
+/** What is known about the stream. */
+stream_facts facts_of(const finished_recording &recorded)
+{
+    stream_facts facts{.frames = recorded.tally.frames(),
+                       .missing = recorded.tally.missing(),
+                       .damaged = recorded.source.damaged(),
+                       .nominal_rate = recorded.source.nominal_rate(),
+                       .breaks = recorded.tally.breaks(),
+                       .items = {}};
+    const auto &layouts = recorded.source.metadata().items;
+    for (size_t i = 0; i < recorded.tally.items().size(); ++i)
+    {
+        facts.items.push_back({.group = layouts[i].group + 1,
+                               .item = layouts[i].index + 1,
+                               .counts = recorded.tally.items()[i]});
+    }
+    return facts;
+}
+
+/** Prints a table with one line per item. */
+void print_items(std::ostream &out, const finished_recording &recorded)
+{
+    text_table table(
+        {"group", "item", "sensor", "sub-sweeps", "samples/frame", "frames", "mean level", "strongest echo"});
+    for (size_t i = 0; i < recorded.items.size(); ++i)
+    {
+        const auto &layout = recorded.source.metadata().items[i];
+        const auto distance = echo_distance(recorded, i);
+        table.add({std::to_string(layout.group + 1), std::to_string(layout.index + 1),
+                   std::to_string(recorded.items[i].sensor_id), std::to_string(layout.subsweeps.size()),
+                   std::to_string(layout.frame_length), std::to_string(recorded.writer.frames()),
+                   fixed(recorded.recorder.statistics()[i].mean_level(), 1),
+                   std::isnan(distance) ? "-" : fixed(distance, 3) + " m"});
+    }
+    table.print(out);
+}
+
+/** Prints the totals and the warnings. */
+void print_summary(std::ostream &out, const finished_recording &recorded)
+{
+    const auto frames = static_cast<double>(recorded.writer.frames());
+    const auto bytes = static_cast<double>(recorded.writer.data_length());
+    const double rate = recorded.stream.measured_rate();
+    out << recorded.writer.frames() << (recorded.writer.frames() == 1 ? " frame, " : " frames, ")
+        << format_bytes(bytes) << " in " << fixed(recorded.stream.seconds(), 2) << " s";
+    if (rate > 0.0)
+    {
+        out << ": " << fixed(rate, 1) << " frames/s, " << format_bytes(bytes / frames * rate) << "/s";
+    }
+    out << "\n";
+    for (const auto &line : describe_warnings(facts_of(recorded)))
+    {
+        out << line << "\n";
+    }
+    out << "recording: " << printable(recorded.writer.directory().string()) << "\n";
+}
+
+/** A rate, or null if it is 0, that is, unknown. */
+ordered_json or_null(double rate)
+{
+    return rate > 0.0 ? ordered_json(rate) : ordered_json();
+}
+
+/** Describes an item as JSON. */
+ordered_json item_json(const finished_recording &recorded, size_t index)
+{
+    const auto &layout = recorded.source.metadata().items[index];
+    const auto distance = echo_distance(recorded, index);
+    ordered_json item = {
+        {"group", layout.group + 1},
+        {"item", layout.index + 1},
+        {"sensor_id", recorded.items[index].sensor_id},
+        {"subsweeps", layout.subsweeps.size()},
+        {"samples_per_frame", layout.frame_length},
+        {"mean_level", recorded.recorder.statistics()[index].mean_level()},
+        {"strongest_echo_m", std::isnan(distance) ? ordered_json() : ordered_json(distance)}};
+    if (index < recorded.tally.items().size())
+    {
+        const auto &counts = recorded.tally.items()[index];
+        item["frames_saturated"] = counts.saturated;
+        item["frames_invalid"] = counts.invalid;
+        item["frames_delayed"] = counts.delayed;
+        item["frames_with_calibration_needed"] = counts.calibration_needed;
+    }
+    return item;
+}
+
+/** Describes the recording as JSON. */
+ordered_json to_json(const finished_recording &recorded)
+{
+    auto items = ordered_json::array();
+    for (size_t i = 0; i < recorded.items.size(); ++i)
+    {
+        items.push_back(item_json(recorded, i));
+    }
+    auto breaks = ordered_json::array();
+    for (const auto &part : recorded.tally.breaks())
+    {
+        breaks.push_back({{"reason", part.reason}, {"seconds", part.gap}});
+    }
+    return {{"recording", recorded.writer.directory().string()},
+            {"frames", recorded.writer.frames()},
+            {"bytes", recorded.writer.data_length()},
+            {"seconds", recorded.stream.seconds()},
+            {"interrupted", recorded.stream.interrupted()},
+            {"frames_missing", recorded.tally.missing()},
+            {"frame_rate", or_null(recorded.source.nominal_rate())},
+            {"measured_frame_rate", or_null(recorded.stream.measured_rate())},
+            {"disturbances", recorded.source.damaged()},
+            {"breaks", std::move(breaks)},
+            {"items", std::move(items)},
+            {"warnings", describe_warnings(facts_of(recorded))}};
+}
+
+} // namespace
+
+void print_report(const finished_recording &recorded, std::ostream &out, bool json)
+{
+    if (json)
+    {
+        print_json(out, to_json(recorded));
+        return;
+    }
+    print_items(out, recorded);
+    print_summary(out, recorded);
+}
+
+} // namespace vantor

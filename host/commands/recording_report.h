@@ -1,0 +1,40 @@
+/** @file
+ * Reports what has been recorded.
+ */
+#ifndef VANTOR_RECORDING_REPORT_H
+#define VANTOR_RECORDING_REPORT_H
+
+#include <iosfwd>
+#include <vector>
+
+#include "configuration/configuration.h"
+#include "hub/frame_tally.h"
+#include "hub/hub.h"
+#include "hub/recording_sink.h"
+#include "hub/session_source.h"
+#include "recording/recording_writer.h"
+
+namespace vantor
+{
+
+/** The parts of a recorder that has finished. */
+struct finished_recording
+{
+    const recording_writer &writer;
+    const recording_sink &recorder;
+    const hub &stream;
+    const frame_tally &tally;
+    const session_source &source;
+    std::vector<item_configuration> items;
+};
+
+/**
+ * Prints a table of the items, the totals and the warnings.
+ *
+ * @param json  print JSON instead
+ */
+void print_report(const finished_recording &recorded, std::ostream &out, bool json);
+
+} // namespace vantor
+
+#endif

@@ -1,0 +1,70 @@
+/** @file
+ * Counts what a person should know about the frames of a stream.
+ */
+#ifndef VANTOR_FRAME_TALLY_H
+#define VANTOR_FRAME_TALLY_H
+
+#include <cstdint>
+#include <vector>
+
+#include "hub/frame_sink.h"
+
+namespace vantor
+{
+
+/** Numbers of frames with a flag, of one item. */
+struct flag_counts
+{
+    uint64_t saturated = 0;
+    uint64_t invalid = 0; /**< the channel was busy, or the transmitter off */
+    uint64_t delayed = 0;
+    uint64_t calibration_needed = 0;
+};
+
+/** Counts missing frames, flags and segments. */
+class frame_tally : public frame_sink
+{
+public:
+    void begin(const segment &next) override;
+    void add(const std::shared_ptr<const frame> &received) override;
+
+    /** The counts of each item, in the order of the session metadata; empty before the first frame. */
+    [[nodiscard]] const std::vector<flag_counts> &items() const noexcept
+    {
+        return items_;
+    }
+
+    /** The sums of the counts of all items. */
+    [[nodiscard]] flag_counts total() const noexcept;
+
+    /** Number of frames. */
+    [[nodiscard]] uint64_t frames() const noexcept
+    {
+        return frames_;
+    }
+
+    /** Number of frames missing between those that arrived. */
+    [[nodiscard]] uint64_t missing() const noexcept
+    {
+        return missing_;
+    }
+
+    /** The share of the frames that are not missing, from 0 to 1. */
+    [[nodiscard]] double share() const noexcept;
+
+    /** The segments after the first one. */
+    [[nodiscard]] const std::vector<segment> &breaks() const noexcept
+    {
+        return breaks_;
+    }
+
+private:
+    std::vector<flag_counts> items_;
+    std::vector<segment> breaks_;
+    uint64_t frames_ = 0;
+    uint64_t missing_ = 0;
+};
+
+} // namespace vantor
+
+#endif

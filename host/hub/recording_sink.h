@@ -1,0 +1,95 @@
+/** @file
+ * Records the frames of a hub on a thread of its own.
+ */
+#ifndef VANTOR_RECORDING_SINK_H
+#define VANTOR_RECORDING_SINK_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "hub/frame_sink.h"
+#include "recording/item_statistics.h"
+#include "recording/recording_writer.h"
+#include "vantor/event_loop.h"
+
+namespace vantor
+{
+
+/** Size of the queue of a recording_sink unless another one is given, in bytes. */
+inline constexpr size_t default_queue_size = 64U << 20U;
+
+/**
+ * Records frames: loses none, and does not make the hub wait for the disk while its queue has space. A thread
+ * writes the frames, and computes the statistics of each item.
+ */
+class recording_sink : public frame_sink
+{
+public:
+    /**
+     * @param writer      the recording; used by the thread until close()
+     * @param metadata    the metadata of the session
+     * @param queue_size  bytes of samples that can wait for the disk; one frame can always wait
+     * @param loop        the loop of the hub; must outlive the sink
+     */
+    recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
+                   event_loop &loop);
+    recording_sink(const recording_sink &) = delete;
+    recording_sink &operator=(const recording_sink &) = delete;
+    recording_sink(recording_sink &&) = delete;
+    recording_sink &operator=(recording_sink &&) = delete;
+    ~recording_sink() override;
+
+    [[nodiscard]] bool ready() const override;
+    void begin(const segment &next) override;
+    void add(const std::shared_ptr<const frame> &received) override;
+
+    /**
+     * Waits until every frame is written, and ends the thread.
+     *
+     * @return the failure that ended the recording early; null if there was none
+     */
+    std::exception_ptr close();
+
+    /** Statistics of each item, without invalid frames. Only after close(). */
+    [[nodiscard]] const std::vector<item_statistics> &statistics() const noexcept
+    {
+        return statistics_;
+    }
+
+private:
+    /** What the thread does next: begin a segment, or write a frame. */
+    struct job
+    {
+        segment next;                      /**< only if there is no frame */
+        std::shared_ptr<const frame> what; /**< null to begin a segment */
+    };
+
+    void work();
+    bool take_job(job &taken);
+    void execute(const job &taken);
+    void finish_job(const job &finished, std::exception_ptr failure);
+    void push(job &&added);
+
+    recording_writer &writer_;
+    std::vector<item_statistics> statistics_;
+    size_t queue_size_;
+    event_loop &loop_;
+    mutable std::mutex mutex_; /**< for the members below, except the thread */
+    std::condition_variable wake_;
+    std::deque<job> queue_;
+    size_t queued_bytes_ = 0;        /**< including the frame that is being written */
+    mutable bool hub_waits_ = false; /**< for space in the queue */
+    bool closing_ = false;
+    std::exception_ptr failure_;
+    std::thread thread_;
+};
+
+} // namespace vantor
+
+#endif

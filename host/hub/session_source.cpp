@@ -1,0 +1,255 @@
+/** @file
+ * A server's session as a source of frames.
+ */
+#include "hub/session_source.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Maximum time without a frame, in seconds. */
+constexpr double longest_silence = 10.0;
+
+/** Maximum time without a frame, in frame periods, at low frame rates. */
+constexpr double longest_gap = 3.0;
+
+/** A duration in seconds. */
+double seconds_of(std::chrono::steady_clock::duration span)
+{
+    return std::chrono::duration<double>(span).count();
+}
+
+/** Whether an item of a frame asks for a new calibration. */
+bool asks_for_calibration(const frame &received)
+{
+    return std::any_of(received.items().begin(), received.items().end(),
+                       [](const frame_item &item) { return item.calibration_needed; });
+}
+
+/** The temperatures at which the sensors of all items were calibrated. */
+std::vector<int> calibration_temperatures(const session_metadata &metadata)
+{
+    std::vector<int> temperatures;
+    for (const auto &item : metadata.items)
+    {
+        temperatures.push_back(item.calibration_temperature);
+    }
+    return temperatures;
+}
+
+} // namespace
+
+session_source::session_source(client &server, nlohmann::json configuration, session_policy policy,
+                               event_loop &loop)
+    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop)
+{
+    configure();
+}
+
+void session_source::start()
+{
+    server_.start();
+    last_frame_ = loop_.now();
+    silence_ = {};
+}
+
+std::optional<frame> session_source::receive(std::chrono::milliseconds timeout)
+try
+{
+    if (lost_)
+    {
+        connect_again(timeout);
+        return std::nullopt;
+    }
+    if (calibration_due_)
+    {
+        calibrate_again();
+    }
+    return wait_for_frame(timeout);
+}
+catch (const connection_lost &)
+{
+    return note_lost_link();
+}
+catch (const timeout_error &)
+{
+    return note_lost_link();
+}
+
+void session_source::end()
+{
+    if (!lost_)
+    {
+        server_.end();
+    }
+}
+
+/** Sets up the session. */
+void session_source::configure()
+{
+    metadata_ = server_.configure(configuration_);
+    rate_ = nominal_frame_rate(configuration_, *metadata_, server_.server());
+}
+
+/** In a handler: has the next call connect again, or throws what was caught. */
+std::nullopt_t session_source::note_lost_link()
+{
+    if (!policy_.reconnect)
+    {
+        throw;
+    }
+    lost_ = true;
+    return std::nullopt;
+}
+
+/** Ends the session, and begins one with new calibrations. */
+void session_source::calibrate_again()
+{
+    calibration_due_ = false;
+    server_.end();
+    configuration_.erase("calibration_info");
+    begin_segment("calibrated again");
+}
+
+/** Waits, then tries once to connect, and to begin a session. */
+void session_source::connect_again(std::chrono::milliseconds wait)
+{
+    loop_.run_until([] { return false; }, loop_.now() + wait);
+    try
+    {
+        server_.reconnect();
+        begin_segment("connected again");
+        lost_ = false;
+    }
+    catch (const server_error &refusal)
+    {
+        if (refusal.code() != "busy")
+        {
+            throw;
+        }
+    }
+    catch (const connect_error &) // NOLINT(bugprone-empty-catch): the next call tries again
+    {
+    }
+}
+
+/** Begins a session like the one before. */
+void session_source::begin_segment(const char *reason)
+{
+    const auto before = metadata_;
+    configure();
+    check_layout(*before);
+    server_.start();
+    resumed_ = reason;
+    silence_ = {};
+    damage_.reset();
+    asked_ = true; // otherwise a sensor that still asks would be calibrated after every frame
+    earlier_missing_ = missing_;
+}
+
+/** Throws if the frames have another layout than before. */
+void session_source::check_layout(const session_metadata &before) const
+{
+    const auto same = [](const item_layout &one, const item_layout &other) {
+        return one.frame_length == other.frame_length && one.sweep_length == other.sweep_length;
+    };
+    if (!std::ranges::equal(before.items, metadata_->items, same))
+    {
+        throw protocol_error("The server now measures frames of another length: it may be another server at "
+                             "the same address. Begin a new recording.");
+    }
+}
+
+/** Waits for the next frame; keeps account of silence and damage. */
+std::optional<frame> session_source::wait_for_frame(std::chrono::milliseconds timeout)
+{
+    const auto before = loop_.now();
+    auto received = poll(timeout);
+    if (received)
+    {
+        note_frame(*received);
+        return received;
+    }
+    silence_ += loop_.now() - before;
+    if (frame_progressed())
+    {
+        silence_ = {};
+    }
+    else if (silent_for(silence_))
+    {
+        throw timeout_error(describe_silence());
+    }
+    return std::nullopt;
+}
+
+/** Waits for the next frame; nothing if none arrives in time or it is damaged. */
+std::optional<frame> session_source::poll(std::chrono::milliseconds timeout)
+{
+    const auto before = loop_.now();
+    try
+    {
+        return server_.receive_frame(timeout);
+    }
+    catch (const bad_message &fault)
+    {
+        if (silent_for(silence_ + (loop_.now() - before)))
+        {
+            throw;
+        }
+        damage_ = fault.what();
+        ++damaged_messages_;
+        return std::nullopt;
+    }
+}
+
+/** Whether no frame, and no further part of one, has arrived for too long. */
+bool session_source::silent_for(clock::duration span) const
+{
+    return seconds_of(span) >= std::max(longest_silence, rate_ > 0.0 ? longest_gap / rate_ : 0.0);
+}
+
+/** Describes for how long no frame has arrived, and why the last message was not one, if known. */
+std::string session_source::describe_silence() const
+{
+    return "No frame from the server for " + std::to_string(std::lround(seconds_of(silence_))) +
+           " s. Check the connection and the power supply of the sensors." +
+           (damage_ ? " The last message was damaged: " + *damage_ : std::string());
+}
+
+/** Whether another part of a frame has arrived since the last call, as on a slow line. */
+bool session_source::frame_progressed()
+{
+    const auto before = std::exchange(missing_bytes_, server_.bytes_missing());
+    return !damage_ && missing_bytes_ != 0 && (before == 0 || missing_bytes_ < before);
+}
+
+/** Keeps account of a frame that has arrived. */
+void session_source::note_frame(frame &received)
+{
+    const auto now = loop_.now();
+    if (resumed_)
+    {
+        segment_ = {.number = segment_.number + 1,
+                    .reason = *resumed_,
+                    .gap = seconds_of(now - last_frame_),
+                    .calibration_temperatures = calibration_temperatures(*metadata_)};
+        resumed_.reset();
+    }
+    last_frame_ = now;
+    silence_ = {};
+    damage_.reset();
+    missing_ = earlier_missing_ + received.missing();
+    received.set_missing(missing_);
+    const bool asks = asks_for_calibration(received);
+    calibration_due_ = policy_.recalibrate && asks && !asked_;
+    asked_ = asks;
+}
+
+} // namespace vantor

@@ -1,0 +1,124 @@
+/** @file
+ * A server's session as a source of frames.
+ */
+#ifndef VANTOR_SESSION_SOURCE_H
+#define VANTOR_SESSION_SOURCE_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "hub/frame_source.h"
+#include "vantor/client.h"
+#include "vantor/event_loop.h"
+
+namespace vantor
+{
+
+/** What a session_source does when a session cannot go on as it is. */
+struct session_policy
+{
+    bool recalibrate = false; /**< calibrate again when a sensor asks for it */
+    bool reconnect = false;   /**< connect again when the link is lost, as often as necessary */
+};
+
+/**
+ * The frames of a session of a server. A damaged message counts as a missing frame and does not end the
+ * stream.
+ */
+class session_source : public frame_source
+{
+public:
+    /**
+     * Sets up the session.
+     *
+     * @param server         a connected client, which must outlive this object
+     * @param configuration  the configuration document
+     * @param policy         when to begin a new segment instead of ending the stream
+     * @param loop           the loop of the client; must outlive this object
+     * @throws the exceptions of client::configure
+     */
+    session_source(client &server, nlohmann::json configuration, session_policy policy, event_loop &loop);
+
+    void start() override;
+
+    /**
+     * Like frame_source::receive.
+     *
+     * Connects or calibrates again if necessary, and then takes longer than the time-out.
+     *
+     * @throws timeout_error if no frame has arrived for 10 seconds, or 3 frame periods if that is longer
+     * @throws bad_message if only damaged messages have arrived for that time
+     * @throws protocol_error if the server measures something else after connecting again
+     * @throws the other exceptions of client
+     */
+    std::optional<frame> receive(std::chrono::milliseconds timeout) override;
+
+    void end() override;
+
+    [[nodiscard]] const segment &current_segment() const noexcept override
+    {
+        return segment_;
+    }
+
+    /** The metadata of the session in which the last frame was measured. */
+    [[nodiscard]] const session_metadata &metadata() const noexcept
+    {
+        return *metadata_;
+    }
+
+    /** Frames per second that are due; 0 if unknown. */
+    [[nodiscard]] double nominal_rate() const noexcept
+    {
+        return rate_;
+    }
+
+    /** Number of damaged messages. */
+    [[nodiscard]] uint64_t damaged() const noexcept
+    {
+        return damaged_messages_;
+    }
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    void configure();
+    std::nullopt_t note_lost_link();
+    void calibrate_again();
+    void connect_again(std::chrono::milliseconds wait);
+    void begin_segment(const char *reason);
+    void check_layout(const session_metadata &before) const;
+    std::optional<frame> wait_for_frame(std::chrono::milliseconds timeout);
+    std::optional<frame> poll(std::chrono::milliseconds timeout);
+    bool frame_progressed();
+    [[nodiscard]] bool silent_for(clock::duration span) const;
+    [[nodiscard]] std::string describe_silence() const;
+    void note_frame(frame &received);
+
+    client &server_;
+    nlohmann::json configuration_;
+    session_policy policy_;
+    event_loop &loop_;
+    std::shared_ptr<const session_metadata> metadata_;
+    double rate_ = 0.0; /**< nominal; 0 if unknown */
+    segment segment_;
+    std::optional<std::string> resumed_; /**< why a segment has begun of which no frame has arrived yet */
+    bool lost_ = false;                  /**< the link is lost */
+    bool asked_ = false;                 /**< the last frame asked for a calibration */
+    bool calibration_due_ = false;
+    clock::time_point last_frame_;
+    clock::duration silence_{};    /**< time spent waiting since a part of a frame arrived */
+    size_t missing_bytes_ = 0;     /**< of the current frame, when last looked at */
+    uint64_t earlier_missing_ = 0; /**< frames missing in earlier segments */
+    uint64_t missing_ = 0;         /**< frames missing in all segments */
+    uint64_t damaged_messages_ = 0;
+    std::optional<std::string> damage_; /**< what was wrong with the last message, if it was damaged */
+};
+
+} // namespace vantor
+
+#endif

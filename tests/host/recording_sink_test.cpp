@@ -1,0 +1,148 @@
+/** @file
+ * Tests of the sink that records on a thread of its own.
+ */
+#include "hub/recording_sink.h"
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+
+#include "example_recording.h"
+#include "file_size_limit.h"
+#include "recording/recording_error.h"
+#include "temporary_directory.h"
+
+namespace vantor
+{
+namespace
+{
+
+using test::read_file;
+
+constexpr size_t frame_size = 95 * 4; /**< bytes of samples in a frame of the example session */
+
+constexpr auto never = event_loop::time_point::max();
+
+/** A frame for a sink. */
+std::shared_ptr<const frame> shared_frame(uint32_t number,
+                                          const nlohmann::json &flags = nlohmann::json::object())
+{
+    return std::make_shared<const frame>(test::example_frame(number, flags));
+}
+
+/** A recording in a directory of its own. */
+class recording_sink_test : public testing::Test
+{
+protected:
+    /** Adds frames, as a hub does. */
+    void add(recording_sink &sink, uint32_t frames)
+    {
+        for (uint32_t number = 0; number < frames; ++number)
+        {
+            ASSERT_TRUE(loop.run_until([&] { return sink.ready(); }, never));
+            sink.add(shared_frame(number));
+        }
+    }
+
+    event_loop loop;
+    test::temporary_directory directory;
+    recording_writer writer{directory / "out", test::example_description()};
+    session_metadata metadata = test::example_description().metadata;
+};
+
+TEST_F(recording_sink_test, writes_every_frame_before_it_is_closed)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    add(sink, 500);
+    EXPECT_EQ(sink.close(), nullptr);
+    EXPECT_EQ(writer.frames(), 500U);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 500U * 160U);
+}
+
+TEST_F(recording_sink_test, loses_nothing_when_its_queue_is_full)
+{
+    // Each frame fills the queue, so that almost every one waits for the thread.
+    recording_sink sink(writer, metadata, 1, loop);
+    add(sink, 500);
+    EXPECT_EQ(sink.close(), nullptr);
+    EXPECT_EQ(writer.frames(), 500U);
+}
+
+TEST_F(recording_sink_test, is_not_ready_while_its_queue_is_full)
+{
+    recording_sink sink(writer, metadata, 10 * frame_size, loop);
+    bool was_full = false;
+    for (uint32_t number = 0; number < 100000 && !was_full; ++number)
+    {
+        was_full = !sink.ready();
+        if (!was_full)
+        {
+            sink.add(shared_frame(number));
+        }
+    }
+    EXPECT_TRUE(was_full);
+    EXPECT_TRUE(loop.run_until([&] { return sink.ready(); }, never));
+}
+
+TEST_F(recording_sink_test, reports_a_failure_at_the_next_frame_and_at_the_end)
+{
+    recording_sink sink(writer, metadata, 1, loop);
+    const auto fill = [&] { add(sink, 100000); };
+    {
+        const test::file_size_limit limit(20000);
+        EXPECT_THROW(fill(), recording_error);
+        EXPECT_NE(sink.close(), nullptr);
+    }
+    EXPECT_GT(writer.frames(), 0U);
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), writer.frames() * 160U);
+}
+
+TEST_F(recording_sink_test, leaves_invalid_frames_out_of_the_statistics)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    sink.add(shared_frame(0, {{"data_valid", false}}));
+    EXPECT_EQ(sink.close(), nullptr);
+    EXPECT_EQ(sink.statistics()[0].strongest_point(), std::nullopt);
+    EXPECT_EQ(sink.statistics()[1].strongest_point(), 7U);
+}
+
+TEST_F(recording_sink_test, begins_segments_in_the_order_of_the_frames)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    sink.add(shared_frame(0));
+    sink.begin(
+        {.number = 1, .reason = "connected again", .gap = 2.5, .calibration_temperatures = {20, 21, 22}});
+    sink.add(shared_frame(7));
+    sink.add(shared_frame(8));
+    EXPECT_EQ(sink.close(), nullptr);
+    writer.finish();
+    const auto document = nlohmann::json::parse(read_file(directory / "out/group-1-item-2.sigmf-meta"));
+    ASSERT_EQ(document["captures"].size(), 2U);
+    const auto &second = document["captures"][1];
+    EXPECT_EQ(second["core:sample_start"], 25);
+    EXPECT_EQ(second["vantor:break"], "connected again");
+    EXPECT_EQ(second["vantor:break_s"], 2.5);
+    EXPECT_EQ(second["vantor:calibration_temperature"], 21);
+    EXPECT_FALSE(document["captures"][0].contains("vantor:break"));
+    // Time goes on after the break, whatever the ticks are.
+    EXPECT_THAT(
+        read_file(directory / "out/group-1-item-1.frames.csv"),
+        testing::AllOf(testing::HasSubstr("\n1,2.5,140000,"), testing::HasSubstr("\n2,2.52,160000,")));
+}
+
+TEST_F(recording_sink_test, leaves_the_break_visible_in_a_recording_that_is_never_finished)
+{
+    {
+        recording_sink sink(writer, metadata, default_queue_size, loop);
+        sink.add(shared_frame(0));
+        sink.begin(
+            {.number = 1, .reason = "connected again", .gap = 2.5, .calibration_temperatures = {20, 21, 22}});
+        sink.add(shared_frame(7));
+    }
+    const auto document = nlohmann::json::parse(read_file(directory / "out/group-1-item-1.sigmf-meta"));
+    EXPECT_FALSE(document["global"].contains("core:sha512"));
+    EXPECT_EQ(document["captures"].size(), 2U);
+}
+
+} // namespace
+} // namespace vantor

@@ -1,0 +1,196 @@
+/** @file
+ * Tests of a server's session as a source of frames, in virtual time.
+ */
+#include "hub/session_source.h"
+
+#include <gmock/gmock.h>
+
+#include "fake_server.h"
+#include "scripted_server.h"
+#include "vantor/errors.h"
+
+namespace vantor
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using test::example_session;
+using test::host_connection;
+
+/** A scripted server and the sessions with it. */
+class session_source_test : public testing::Test
+{
+protected:
+    session_source_test()
+    {
+        server.on("start", [this](host_connection &host, const json &) {
+            host.send({{"status", "ok"}, {"command", "start"}, {"payload_size", 0}}, "");
+            ++starts;
+            on_start(host);
+        });
+    }
+
+    /** Sends a frame, whose first item may ask for a calibration. */
+    static void send_frame(host_connection &host, uint32_t number, bool calibration_needed = false)
+    {
+        auto header = example_session().frame_header(number);
+        header["result_info"][0][0]["calibration_needed"] = calibration_needed;
+        host.send(header, example_session().frame_payload(number));
+    }
+
+    /** Starts a stream with a policy, and receives frames for some time. */
+    void receive_for(test::manual_clock::duration span, session_policy policy)
+    {
+        client connected(server.links(), {}, clock.source());
+        session_source source(connected, configuration, policy, loop);
+        source.start();
+        const auto end = clock.now() + span;
+        while (clock.now() < end)
+        {
+            if (auto received = source.receive(100ms))
+            {
+                ticks.push_back(received->items()[0].tick);
+                missing.push_back(received->missing());
+                segments.push_back(source.current_segment());
+            }
+        }
+        damaged = source.damaged();
+        source.end();
+    }
+
+    /** The number of commands that the server has received. */
+    [[nodiscard]] long count(const std::string &command) const
+    {
+        const auto lines = server.lines();
+        return std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
+            return line.find("\"command\":\"" + command + "\"") != std::string::npos;
+        });
+    }
+
+    test::manual_clock clock;
+    test::manual_loop loop{clock};
+    test::scripted_server server{clock};
+    json configuration = example_session().configuration;
+    int starts = 0;
+    std::function<void(host_connection &)> on_start = [](host_connection &) {};
+    std::vector<uint32_t> ticks;
+    std::vector<uint64_t> missing;
+    std::vector<segment> segments;
+    uint64_t damaged = 0;
+};
+
+TEST_F(session_source_test, calibrates_again_when_a_sensor_asks)
+{
+    configuration["calibration_info"] = json::array();
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10);
+        send_frame(host, 12, starts == 1);
+    };
+    receive_for(3s, {.recalibrate = true});
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 240000, 200000, 240000));
+    EXPECT_THAT(missing, testing::ElementsAre(0, 1, 1, 2));
+    EXPECT_EQ(segments[1].number, 0U);
+    EXPECT_EQ(segments[2].number, 1U);
+    EXPECT_EQ(segments[2].reason, "calibrated again");
+    EXPECT_EQ(segments[2].calibration_temperatures.size(), 3U);
+    EXPECT_EQ(count("configure"), 2);
+    EXPECT_FALSE(
+        test::last_command(server.lines(), "configure")["configuration"].contains("calibration_info"));
+}
+
+TEST_F(session_source_test, does_not_calibrate_without_the_policy)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10, true); };
+    receive_for(3s, {});
+    EXPECT_EQ(count("configure"), 1);
+}
+
+TEST_F(session_source_test, does_not_calibrate_again_and_again_if_that_does_not_help)
+{
+    on_start = [](host_connection &host) {
+        send_frame(host, 10, true);
+        send_frame(host, 11, true);
+    };
+    receive_for(5s, {.recalibrate = true});
+    EXPECT_EQ(count("configure"), 2);
+    EXPECT_EQ(ticks.size(), 3U);
+}
+
+TEST_F(session_source_test, connects_again_after_a_lost_link)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, static_cast<uint32_t>(starts));
+        if (starts == 1)
+        {
+            server.pause(700ms);
+            host.close();
+        }
+    };
+    receive_for(3s, {.reconnect = true});
+    EXPECT_THAT(ticks, testing::ElementsAre(20000, 40000));
+    ASSERT_EQ(segments.size(), 2U);
+    EXPECT_EQ(segments[1].number, 1U);
+    EXPECT_EQ(segments[1].reason, "connected again");
+    EXPECT_NEAR(segments[1].gap, 0.8, 0.1);
+}
+
+TEST_F(session_source_test, connects_again_after_a_long_silence)
+{
+    on_start = [](host_connection &host) { send_frame(host, 1); };
+    receive_for(25s, {.reconnect = true});
+    EXPECT_EQ(starts, 3);
+    ASSERT_EQ(segments.size(), 3U);
+    EXPECT_NEAR(segments[2].gap, 10.1, 0.1);
+}
+
+TEST_F(session_source_test, ends_with_a_lost_link_without_the_policy)
+{
+    on_start = [](host_connection &host) { host.close(); };
+    EXPECT_THROW(receive_for(3s, {}), connection_lost);
+}
+
+TEST_F(session_source_test, waits_for_a_busy_server)
+{
+    on_start = [this](host_connection &host) {
+        if (starts == 1)
+        {
+            host.close();
+            return;
+        }
+        send_frame(host, 1);
+    };
+    int refusals = 0;
+    server.on("identify", [&](host_connection &host, const json &) {
+        if (starts == 1 && ++refusals <= 3)
+        {
+            host.send({{"status", "error"}, {"code", "busy"}, {"message", "In use."}, {"payload_size", 0}},
+                      "");
+            return;
+        }
+        host.send(test::identity(), "");
+    });
+    receive_for(3s, {.reconnect = true});
+    EXPECT_EQ(ticks.size(), 1U);
+    EXPECT_GT(refusals, 3);
+}
+
+TEST_F(session_source_test, refuses_another_layout_after_connecting_again)
+{
+    on_start = [](host_connection &host) { host.close(); };
+    server.on("configure", [this](host_connection &host, const json &) {
+        auto metadata = example_session().metadata;
+        if (starts > 0)
+        {
+            metadata["metadata"][0][0]["frame_data_length"] = 80;
+        }
+        host.send(metadata, "");
+    });
+    EXPECT_THAT(
+        [this] { receive_for(3s, {.reconnect = true}); },
+        testing::ThrowsMessage<protocol_error>(testing::HasSubstr("another server at the same address")));
+}
+
+} // namespace
+} // namespace vantor
