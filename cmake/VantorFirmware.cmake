@@ -73,6 +73,7 @@ function(vantor_add_board name folder)
     ${firmware}/board_defaults.cpp
     ${firmware}/clock.cpp
     ${firmware}/interrupts.cpp
+    ${firmware}/host.cpp
     ${firmware}/link.cpp
     ${firmware}/log.cpp
     ${firmware}/retained.cpp

@@ -47,6 +47,9 @@ typedef struct
     zet_simulator_log_sink_t *log;      /**< receives the log lines; null for none */
     zet_log_level_t log_level;          /**< least severe level that is passed to the log */
     const zet_simulator_scene_t *scene; /**< what the sensors see; null for the default scene */
+    /** Waits for a sensor until a time of the clock; returns false as soon as nobody needs the measurement.
+     * Null to sleep on the clock. */
+    bool (*wait_until_us)(uint64_t time_us);
 } zet_simulator_options_t;
 
 /**

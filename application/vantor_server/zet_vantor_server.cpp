@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <utility>
 
 #include <cjson/cJSON.h>
 
@@ -18,6 +19,7 @@
 #include "zet_json_writer.h"
 #include "zet_log_levels.h"
 #include "zet_vantor_server_clock.h"
+#include "zet_vantor_server_end_watch.h"
 #include "zet_vantor_server_errors.h"
 #include "zet_vantor_server_line.h"
 #include "zet_vantor_server_log_ring.h"
@@ -54,6 +56,8 @@ struct server_t
     zet_server_clock_t clock;       /**< the time */
     zet_line_buffer_t line;         /**< the command being received */
     bool input_restarted;           /**< the rest of the input belongs to another baud rate or host */
+    zet_end_watch_t end_watch;      /**< what is known of the input ahead */
+    uint64_t bytes_executed;        /**< bytes received up to the end of the last line taken */
 
     zet_log_ring_t log; /**< log lines for the host */
     uint8_t log_levels; /**< number of levels that the host wants, the most severe first; 0 for none */
@@ -61,11 +65,16 @@ struct server_t
     session_state_t state; /**< state of the session */
     uint32_t tick_period;  /**< ticks between two frames; 0 when the server does not pace them */
     uint64_t next_frame;   /**< when the next frame of a paced stream is due */
+    bool wait_given_up;    /**< the wait for a sensor ended because nobody needs the measurement */
+    bool stream_abandoned; /**< no more frames are measured until the `end` ahead is executed */
 
     uint32_t baudrate;           /**< baud rate of the link */
     uint32_t confirmed_baudrate; /**< last baud rate that the host confirmed */
     bool baudrate_on_trial;      /**< the baud rate has not been confirmed yet */
     uint64_t trial_end;          /**< when the server returns to the confirmed baud rate */
+
+    uint32_t hosts_dropped; /**< hosts that the port disconnected */
+    const char *last_drop;  /**< why it did so the last time; null for never */
 
     uint64_t frames;                 /**< frames sent since the start */
     uint64_t frames_left_out;        /**< frames of paced streams that were due but not measured */
@@ -196,6 +205,7 @@ void end_session()
     if (server.state != SESSION_IDLE)
     {
         server.state = SESSION_IDLE;
+        server.stream_abandoned = false;
         zet_vantor_server_system_destroy_session();
     }
 }
@@ -208,16 +218,46 @@ void fail_session(zet_server_error_t error)
     report_error(error);
 }
 
+/** Returns whether the host has sent `end`, which no command precedes that needs the session. */
+bool is_end_ahead()
+{
+    return zet_end_watch_finds_end(&server.end_watch, server.bytes_executed);
+}
+
+/** Returns whether the wait for a sensor has been given up since the last call. */
+bool take_given_up_wait()
+{
+    return std::exchange(server.wait_given_up, false);
+}
+
+/** Ends an abandoned stream's session if the `end` ahead was executed, or dropped as a damaged line. */
+void end_abandoned_stream()
+{
+    if (server.stream_abandoned && !is_end_ahead())
+    {
+        end_session();
+    }
+}
+
 /** Measures one frame and sends it. A failure ends the session. */
 void measure_frame()
 {
     const char *message = nullptr;
-    if (!zet_vantor_server_system_read_data_frames(&server.link, &message))
+    const bool ok = zet_vantor_server_system_read_data_frames(&server.link, &message);
+    if (take_given_up_wait() && !ok)
+    {
+        // The commands before an `end` are still executed in the state that their host expects.
+        server.stream_abandoned = true;
+        end_abandoned_stream();
+    }
+    else if (!ok)
     {
         fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_NOX_DATA));
-        return;
     }
-    ++server.frames;
+    else
+    {
+        ++server.frames;
+    }
 }
 
 /** Sets when the next frame of a paced stream is due, and counts the frames that were left out. */
@@ -232,6 +272,10 @@ void schedule_next_frame()
 /** Measures a frame if one is due. */
 void continue_stream()
 {
+    if (server.stream_abandoned)
+    {
+        return;
+    }
     if (server.tick_period == 0)
     {
         measure_frame();
@@ -239,7 +283,7 @@ void continue_stream()
     else if (zet_server_clock_read(&server.clock) >= server.next_frame)
     {
         measure_frame();
-        if (server.state == SESSION_STREAMING)
+        if (server.state == SESSION_STREAMING && !server.stream_abandoned)
         {
             schedule_next_frame();
         }
@@ -263,6 +307,8 @@ void discard_input()
         server.port.link.restart_input();
     }
     zet_line_buffer_clear(&server.line);
+    zet_end_watch_reset(&server.end_watch, server.bytes_received);
+    server.bytes_executed = server.bytes_received;
     server.input_restarted = true;
 }
 
@@ -445,6 +491,7 @@ void execute_identify(const command_t *self, const cJSON * /*command*/)
     write_connected_sensors(&writer, sensor_count);
     write_uint_member(&writer, "ticks_per_second", server.clock.ticks_per_second);
     write_uint_member(&writer, "max_baudrate", can_change_baudrate() ? server.port.link.max_baudrate : 0);
+    write_optional_member(&writer, "last_drop", server.last_drop);
     write_board(&writer);
     write_memory(&writer);
     end_message(&writer);
@@ -469,6 +516,11 @@ void execute_configure(const command_t *self, const cJSON *command)
     float update_rate = -1.0F;
     const char *message = nullptr;
     const bool accepted = zet_vantor_server_system_parse_configuration(configuration, &update_rate, &message);
+    if (take_given_up_wait() && !accepted)
+    {
+        zet_vantor_server_system_destroy_session();
+        return;
+    }
     if (!accepted || message != nullptr)
     {
         fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_CONFIGURATION_REFUSED));
@@ -602,6 +654,7 @@ void execute_stats(const command_t *self, const cJSON * /*command*/)
     write_uint_member(&writer, "bytes_sent", server.bytes_sent);
     write_uint_member(&writer, "bytes_received", server.bytes_received);
     write_error_counts(&writer);
+    write_uint_member(&writer, "hosts_dropped", server.hosts_dropped);
     write_memory(&writer);
     end_message(&writer);
 }
@@ -739,6 +792,16 @@ void execute_line(const char *text, size_t length)
     cJSON_Delete(document);
 }
 
+/** Looks ahead at the received bytes that were not shown before. */
+void look_at_unseen(const char *data, size_t size)
+{
+    if (server.bytes_received > server.end_watch.seen)
+    {
+        const auto unseen = static_cast<size_t>(server.bytes_received - server.end_watch.seen);
+        zet_vantor_server_look_ahead(data + (size - unseen), unseen);
+    }
+}
+
 /** Returns the ticks from now to a time; 0 when it has passed. */
 uint64_t ticks_until(uint64_t time)
 {
@@ -749,12 +812,13 @@ uint64_t ticks_until(uint64_t time)
 /** Returns the ticks until work is due. */
 uint32_t ticks_until_work()
 {
-    if (server.state == SESSION_STREAMING && server.tick_period == 0)
+    const bool streaming = server.state == SESSION_STREAMING && !server.stream_abandoned;
+    if (streaming && server.tick_period == 0)
     {
         return 0;
     }
     uint64_t wait = ZET_VANTOR_SERVER_IDLE;
-    if (server.state == SESSION_STREAMING)
+    if (streaming)
     {
         wait = std::min(wait, ticks_until(server.next_frame));
     }
@@ -779,6 +843,7 @@ bool zet_vantor_server_init(const zet_vantor_server_port_t *port)
     server.baudrate = port->baudrate;
     server.confirmed_baudrate = port->baudrate;
     zet_line_buffer_init(&server.line, port->line, port->line_size);
+    zet_end_watch_reset(&server.end_watch, 0);
     zet_server_clock_start(&server.clock, &port->link);
     if (!zet_vantor_server_system_init(port->nox_log_level))
     {
@@ -798,10 +863,12 @@ void zet_vantor_server_receive(const char *data, size_t size)
 {
     (void)zet_server_clock_read(&server.clock);
     server.bytes_received += size;
+    look_at_unseen(data, size);
     server.input_restarted = false;
     while (size > 0 && !server.input_restarted)
     {
         const zet_line_event_t event = zet_line_buffer_take(&server.line, &data, &size);
+        server.bytes_executed = server.bytes_received - size;
         if (event == ZET_LINE_TOO_LONG)
         {
             report_error(ZET_SERVER_ERROR_LINE_TOO_LONG);
@@ -810,6 +877,7 @@ void zet_vantor_server_receive(const char *data, size_t size)
         {
             execute_line(server.line.text, server.line.length);
         }
+        end_abandoned_stream();
     }
     flush_log();
 }
@@ -846,9 +914,36 @@ void zet_vantor_server_link_lost(void)
     }
 }
 
+void zet_vantor_server_drop_host(const char *reason)
+{
+    zet_vantor_server_link_lost();
+    ++server.hosts_dropped;
+    server.last_drop = reason;
+}
+
+void zet_vantor_server_look_ahead(const char *data, size_t size)
+{
+    zet_end_watch_look(&server.end_watch, data, size, server.bytes_executed);
+}
+
+bool zet_vantor_server_gives_up_wait(zet_vantor_server_host_t host)
+{
+    const bool nothing_ahead = !zet_end_watch_finds_line(&server.end_watch, server.bytes_executed);
+    const bool stream_is_over =
+        server.state == SESSION_STREAMING &&
+        (is_end_ahead() || (host == ZET_VANTOR_SERVER_HOST_FINISHED && nothing_ahead));
+    server.wait_given_up = stream_is_over || host == ZET_VANTOR_SERVER_HOST_GONE;
+    return server.wait_given_up;
+}
+
+bool zet_vantor_server_has_given_up_wait(void)
+{
+    return server.wait_given_up;
+}
+
 void zet_vantor_server_log(zet_log_level_t level, const char *module, const char *text)
 {
-    if (level < server.log_levels)
+    if (level < server.log_levels && !server.wait_given_up)
     {
         zet_log_ring_put(&server.log, level, module, text);
     }

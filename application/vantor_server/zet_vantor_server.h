@@ -93,7 +93,8 @@ void zet_vantor_server_deinit(void);
 void zet_vantor_server_receive(const char *data, size_t size);
 
 /**
- * Does the work that is due: measures and sends at most one frame. Blocks for at most one frame's time-out.
+ * Does the work that is due: measures and sends at most one frame. Blocks for at most one frame's time-out,
+ * or until zet_vantor_server_gives_up_wait ends the wait.
  *
  * Call it at least once per 2^32 ticks, so that the server's clock notices every wrap of the tick.
  *
@@ -108,8 +109,48 @@ uint32_t zet_vantor_server_step(void);
  */
 bool zet_vantor_server_is_idle(void);
 
+/**
+ * Shows the server bytes that have arrived while it waits for a sensor. They must still be passed to
+ * zet_vantor_server_receive, later and in this order, unless the server restarts its input before.
+ *
+ * @param data  the bytes, which were not shown before
+ * @param size  their number; 0 is allowed
+ */
+void zet_vantor_server_look_ahead(const char *data, size_t size);
+
+/** What the port knows of the host during a wait for a sensor. */
+ZET_BYTE_ENUM(zet_vantor_server_host_t){
+    ZET_VANTOR_SERVER_HOST_CONNECTED, /**< more may arrive from it */
+    ZET_VANTOR_SERVER_HOST_FINISHED,  /**< it will send nothing more, but it may still receive */
+    ZET_VANTOR_SERVER_HOST_GONE,      /**< it will not receive anything either */
+};
+
+/**
+ * Returns whether nobody needs what a sensor is measuring: the host is gone; or the measurement is a frame of
+ * a stream, and the host has sent `end` or will send nothing more. Then the board's wait for the interrupt
+ * must fail at once, and the server ends the session without an error. A frame that the host requested with
+ * `frame` is measured to the end, because the command must be answered.
+ *
+ * To be called by the board's wait for a sensor, as often as something has happened on the link.
+ */
+bool zet_vantor_server_gives_up_wait(zet_vantor_server_host_t host);
+
+/**
+ * Returns whether the server has given up a wait and the backend still processes that. The error that it logs
+ * meanwhile is not a fault of the sensor: the server does not forward it, and a port need not print it.
+ */
+bool zet_vantor_server_has_given_up_wait(void);
+
 /** To be called when the host is gone: ends the session and discards a partly received command. */
 void zet_vantor_server_link_lost(void);
+
+/**
+ * To be called in place of zet_vantor_server_link_lost when the port has disconnected the host. The answers
+ * to `identify` and `stats` report it from then on.
+ *
+ * @param reason  why, such as "it accepted no data for 10 s"; must stay valid
+ */
+void zet_vantor_server_drop_host(const char *reason);
 
 /**
  * Queues a log line for the host, if the host has asked for lines of its level. Never sends or allocates;

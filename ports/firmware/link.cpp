@@ -3,6 +3,8 @@
  */
 #include "link.h"
 
+#include <algorithm>
+
 #include "board.h"
 #include "clock.h"
 #include "interrupts.h"
@@ -18,6 +20,7 @@ constexpr uint64_t stall_time_us = 5000000;
 constexpr uint32_t byte_time_us_baud = 10000000;
 
 constinit cortex_m4::receive_ring_t<BOARD_RING_SIZE> ring;
+uint32_t looked_at; /**< unread bytes that link_look_ahead has copied */
 bool stalled;
 uint32_t current_baudrate;
 
@@ -91,12 +94,22 @@ bool link_has_input()
 
 size_t link_read(char *data, size_t size)
 {
-    return ring.read(data, size);
+    const size_t count = ring.read(data, size);
+    looked_at -= std::min(looked_at, static_cast<uint32_t>(count));
+    return count;
+}
+
+size_t link_look_ahead(char *data, size_t size)
+{
+    const size_t count = ring.peek(looked_at, data, size);
+    looked_at += static_cast<uint32_t>(count);
+    return count;
 }
 
 void link_discard_input()
 {
     ring.discard();
+    looked_at = 0;
 }
 
 // Some ports detect when a byte has left their buffer, but not when its last bit has been sent.

@@ -30,6 +30,13 @@ bool link_has_input();
  */
 size_t link_read(char *data, size_t size);
 
+/**
+ * Copies input that was not copied before, and leaves it unread.
+ *
+ * @return the number of bytes
+ */
+size_t link_look_ahead(char *data, size_t size);
+
 /** Discards unread input. */
 void link_discard_input();
 

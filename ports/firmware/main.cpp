@@ -134,7 +134,7 @@ void serve()
         if (link_is_stalled())
         {
             log_line(ZET_LOG_LEVEL_WARNING, "board", "The host does not read: restarting the link");
-            zet_vantor_server_link_lost();
+            zet_vantor_server_drop_host("it accepted no data for 5 s");
             link_open();
         }
     }

@@ -5,6 +5,7 @@
 
 #include "board.h"
 #include "clock.h"
+#include "host.h"
 #include "interrupts.h"
 #include "sensors.h"
 #include "zet_hal_integration_k330.h"
@@ -28,10 +29,20 @@ uint32_t bit_of(zet_sensor_id_t sensor_id)
     return 1U << (sensor_id - 1U);
 }
 
+/** Whether the last wait ended with the signal of its sensor. */
+bool has_signalled;
+
 /** Clears the signal of the awaited sensor; returns whether it was set. */
 bool take_signal()
 {
     return (signalled.fetch_and(~awaited) & awaited) != 0U;
+}
+
+/** Returns whether the wait for a sensor is over. */
+bool is_wait_over()
+{
+    has_signalled = take_signal();
+    return has_signalled || host_ends_wait();
 }
 
 void await(zet_sensor_id_t sensor_id)
@@ -117,7 +128,8 @@ void zet_hal_integration_sensor_disable(zet_sensor_id_t sensor_id)
 bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, uint32_t timeout_ms)
 {
     await(sensor_id);
-    return clock_wait_until(clock_now_us() + uint64_t{timeout_ms} * 1000U, take_signal);
+    (void)clock_wait_until(clock_now_us() + uint64_t{timeout_ms} * 1000U, is_wait_over);
+    return has_signalled;
 }
 
 uint16_t zet_hal_integration_sensor_count(void)

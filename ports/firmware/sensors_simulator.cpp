@@ -3,6 +3,7 @@
  */
 #include "board.h"
 #include "clock.h"
+#include "host.h"
 #include "interrupts.h"
 #include "log.h"
 #include "sensors.h"
@@ -14,6 +15,12 @@ namespace
 
 zet_simulator_clock_t sensor_clock;
 bool is_virtual;
+
+/** Waits for a simulated sensor; false when the host needs the measurement no more. */
+bool wait_until_us(uint64_t time_us)
+{
+    return !clock_wait_until(time_us, host_ends_wait);
+}
 
 } // namespace
 
@@ -34,6 +41,8 @@ bool sensors_start()
     options.clock = sensor_clock;
     options.log = log_line;
     options.log_level = ZET_LOG_LEVEL_DEBUG;
+    // On a virtual clock no wait takes time.
+    options.wait_until_us = is_virtual ? nullptr : wait_until_us;
     return zet_simulator_start(&options);
 }
 

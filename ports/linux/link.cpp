@@ -3,9 +3,12 @@
  */
 #include "link.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <poll.h>
+#include <optional>
+#include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -16,7 +19,27 @@ namespace
 /** Size of the buffer for written data; larger pieces are sent directly. */
 constexpr size_t pending_capacity = 65536;
 
+/** Most input that is kept while the server does not read it. */
+constexpr size_t ahead_capacity = 65536;
+
+/** Most descriptors that a wait can watch. */
+constexpr size_t most_descriptors = 3;
+
 int stop_signal_fd = -1;
+
+/** Returns the time for limits that concern hosts: hosts live in real time, also with a virtual clock. */
+int64_t now_us()
+{
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+/** Returns how many written bytes the other end has not accepted; 0 when the system does not know. */
+int unsent_bytes(int fd)
+{
+    int count = 0;
+    return ioctl(fd, TIOCOUTQ, &count) == 0 ? count : 0;
+}
 
 } // namespace
 
@@ -37,17 +60,24 @@ void catch_stop_signals()
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for a valid signal
 }
 
-wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd)
+wait_result_t wait_for(std::span<const pollfd> fds, int64_t timeout_us)
 {
-    std::array<pollfd, 3> fds = {pollfd{stop_signal_fd, POLLIN, 0}, pollfd{fd, events, 0},
-                                 pollfd{other_fd, POLLIN, 0}};
+    std::array<pollfd, most_descriptors + 1> all;
+    all.fill({-1, 0, 0});
+    std::ranges::copy(fds, all.begin());
+    all.back() = {stop_signal_fd, POLLIN, 0};
     const timespec timeout = {timeout_us / 1000000, (timeout_us % 1000000) * 1000};
-    const int ready = ppoll(fds.data(), fds.size(), timeout_us < 0 ? nullptr : &timeout, nullptr);
-    if (fds[0].revents != 0)
+    const int ready = ppoll(all.data(), all.size(), timeout_us < 0 ? nullptr : &timeout, nullptr);
+    if (all.back().revents != 0)
     {
         return wait_result_t::stopped;
     }
     return ready > 0 ? wait_result_t::ready : wait_result_t::timeout;
+}
+
+wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd)
+{
+    return wait_for(std::array{pollfd{fd, events, 0}, pollfd{other_fd, POLLIN, 0}}, timeout_us);
 }
 
 bool hung_up(int fd)
@@ -67,7 +97,7 @@ void link_t::open(int in, int out)
 {
     in_ = in;
     out_ = out;
-    pending_.clear();
+    stalled_ = false;
     pending_.reserve(pending_capacity);
 }
 
@@ -75,12 +105,14 @@ void link_t::forget()
 {
     in_ = -1;
     out_ = -1;
+    finished_ = false;
     pending_.clear();
+    ahead_.clear();
 }
 
-size_t link_t::read(char *data, size_t size)
+size_t link_t::receive(char *data, size_t size)
 {
-    if (!connected() || wait_for(in_, POLLIN, 0) != wait_result_t::ready)
+    if (!connected() || finished_ || wait_for(in_, POLLIN, 0) != wait_result_t::ready)
     {
         return 0;
     }
@@ -89,15 +121,63 @@ size_t link_t::read(char *data, size_t size)
     {
         return static_cast<size_t>(count);
     }
-    if (count >= 0 || (errno != EINTR && errno != EAGAIN))
+    finished_ = count == 0;
+    if (count > 0 || (count < 0 && errno != EINTR && errno != EAGAIN))
     {
         close_host();
     }
     return 0;
 }
 
+size_t link_t::read(char *data, size_t size)
+{
+    if (!ahead_.empty())
+    {
+        const size_t count = ahead_.copy(data, size);
+        ahead_.erase(0, count);
+        return count;
+    }
+    const size_t count = receive(data, size);
+    if (finished_)
+    {
+        close_host();
+    }
+    return count;
+}
+
+std::string_view link_t::look_ahead()
+{
+    const size_t known = ahead_.size();
+    std::array<char, 4096> piece;
+    for (size_t count = 1; count > 0 && ahead_.size() < ahead_capacity;)
+    {
+        count = receive(piece.data(), std::min(piece.size(), ahead_capacity - ahead_.size()));
+        ahead_.append(piece.data(), count);
+    }
+    return std::string_view(ahead_).substr(std::min(known, ahead_.size()));
+}
+
+wait_result_t link_t::wait_ahead(int64_t timeout_us)
+{
+    const bool receives = !finished_ && ahead_.size() < ahead_capacity;
+    // That the other end was closed is reported for any descriptor, whatever events are requested.
+    return wait_for(std::array{pollfd{receives ? in_ : -1, POLLIN, 0}, pollfd{out_, 0, 0},
+                               pollfd{other_hosts(), POLLIN, 0}},
+                    timeout_us);
+}
+
+zet_vantor_server_host_t link_t::host_state() const
+{
+    if (!connected() || hung_up(out_))
+    {
+        return ZET_VANTOR_SERVER_HOST_GONE;
+    }
+    return finished_ ? ZET_VANTOR_SERVER_HOST_FINISHED : ZET_VANTOR_SERVER_HOST_CONNECTED;
+}
+
 void link_t::discard_input()
 {
+    ahead_.clear();
     std::array<char, 4096> discarded;
     while (read(discarded.data(), discarded.size()) > 0)
     {
@@ -129,6 +209,7 @@ void link_t::flush()
 
 void link_t::send(const char *data, size_t size)
 {
+    std::optional<stall_t> stall;
     while (size > 0 && connected())
     {
         const ssize_t count = ::write(out_, data, size);
@@ -136,22 +217,39 @@ void link_t::send(const char *data, size_t size)
         {
             data += count;
             size -= static_cast<size_t>(count);
+            stall.reset();
         }
         else if (errno == EAGAIN)
         {
-            if (wait_for(out_, POLLOUT, -1, other_hosts()) == wait_result_t::stopped || hung_up(out_))
+            if (!stall)
             {
-                close_host();
+                stall.emplace(stall_limit_us_, now_us(), unsent_bytes(out_));
             }
-            else
-            {
-                reject_other_host();
-            }
+            wait_until_writable(*stall);
         }
         else if (errno != EINTR)
         {
             close_host();
         }
+    }
+}
+
+/** Waits until the host may accept data or another one connects; disconnects the host if it must not wait. */
+void link_t::wait_until_writable(stall_t &stall)
+{
+    if (stall.is_too_long(now_us(), unsent_bytes(out_)))
+    {
+        drop_host();
+        stalled_ = true;
+    }
+    else if (wait_for(out_, POLLOUT, stall.next_check_us(), other_hosts()) == wait_result_t::stopped ||
+             hung_up(out_))
+    {
+        close_host();
+    }
+    else
+    {
+        reject_other_host();
     }
 }
 

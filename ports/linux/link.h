@@ -8,10 +8,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <poll.h>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "options.h"
+#include "stall.h"
+#include "zet_vantor_server.h"
 
 /** How a wait ended. */
 enum class wait_result_t
@@ -23,6 +28,13 @@ enum class wait_result_t
 
 /** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at the start. */
 void catch_stop_signals();
+
+/**
+ * Waits until one of at most three file descriptors is ready or the program must end.
+ *
+ * @param timeout_us  longest wait in microseconds; negative for no limit
+ */
+wait_result_t wait_for(std::span<const pollfd> fds, int64_t timeout_us);
 
 /**
  * Waits until a file descriptor is ready or the program must end.
@@ -60,6 +72,29 @@ public:
 
     /** Closes the connection to the host. */
     virtual void close_host() = 0;
+
+    /** Disconnects a host that is still there. */
+    virtual void drop_host()
+    {
+        close_host();
+    }
+
+    /** Sets how long a host may accept no data, in microseconds; 0 for any time. */
+    void set_stall_limit(int64_t limit_us)
+    {
+        stall_limit_us_ = limit_us;
+    }
+
+    int64_t stall_limit_us() const
+    {
+        return stall_limit_us_;
+    }
+
+    /** Returns whether the last host was disconnected because it accepted no data. */
+    bool has_stalled() const
+    {
+        return stalled_;
+    }
 
     /** Returns the highest baud rate; 0 when the link has none. */
     virtual uint32_t max_baudrate() const
@@ -107,6 +142,30 @@ public:
         return in_;
     }
 
+    /** Returns whether there is input that look_ahead has received. */
+    bool has_input_ahead() const
+    {
+        return !ahead_.empty();
+    }
+
+    /**
+     * Receives input without waiting, and keeps it for read.
+     *
+     * @return what look_ahead had not received before; empty also when there is no room for more
+     */
+    std::string_view look_ahead();
+
+    /**
+     * Waits until look_ahead can receive input, the host has disconnected, another host connects or the
+     * program must end.
+     *
+     * @param timeout_us  longest wait in microseconds
+     */
+    wait_result_t wait_ahead(int64_t timeout_us);
+
+    /** Returns what is known of the host after look_ahead. */
+    zet_vantor_server_host_t host_state() const;
+
     /**
      * Reads input without waiting.
      *
@@ -114,7 +173,8 @@ public:
      */
     size_t read(char *data, size_t size);
 
-    /** Writes data. Blocks while the host does not read; does nothing when the host is gone. */
+    /** Writes data. Blocks while the host does not read; does nothing when the host is gone or has stalled.
+     */
     void write(const void *data, size_t size);
 
     /** Sends the contents of the buffer. */
@@ -137,11 +197,17 @@ protected:
     void forget();
 
 private:
+    size_t receive(char *data, size_t size);
     void send(const char *data, size_t size);
+    void wait_until_writable(stall_t &stall);
 
     int in_ = -1;
     int out_ = -1;
     std::vector<char> pending_;
+    std::string ahead_;     /**< input that look_ahead has received and read has not returned */
+    bool finished_ = false; /**< the host will send nothing after that */
+    int64_t stall_limit_us_ = 0;
+    bool stalled_ = false;
 };
 
 /** Creates the link that the options select; throws std::system_error or std::runtime_error on failure. */

@@ -3,9 +3,11 @@
  */
 #include "link.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <system_error>
 #include <termios.h>
 #include <unistd.h>
@@ -73,6 +75,13 @@ public:
         clear();
     }
 
+    /** The host stays connected to the terminal, so it is also the next one; the link is as new then. */
+    void drop_host() override
+    {
+        discard(unread());
+        close_host();
+    }
+
     uint32_t max_baudrate() const override
     {
         return 3000000;
@@ -89,19 +98,44 @@ public:
     }
 
 private:
-    /** Discards buffered data in both directions: it is not for the next host. */
+    /** Discards what the host has not read: it is not for the next one. What a host writes is kept. */
     bool clear() const
     {
         const int other_end = ::open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        return other_end >= 0 && tcflush(other_end, TCIOFLUSH) == 0 && close(other_end) == 0;
+        return other_end >= 0 && tcflush(other_end, TCIFLUSH) == 0 && close(other_end) == 0;
     }
 
-    /** Discards what a host wrote that has closed the terminal since. */
-    void discard_late_input() const
+    /** Returns how many bytes can be read. */
+    int unread() const
+    {
+        int count = 0;
+        return ioctl(terminal_, FIONREAD, &count) == 0 ? count : 0;
+    }
+
+    /** Discards a number of bytes that can be read. */
+    void discard(int count) const
     {
         std::array<char, 4096> discarded;
-        while (hung_up(terminal_) && ::read(terminal_, discarded.data(), discarded.size()) > 0)
+        while (count > 0)
         {
+            const ssize_t size = ::read(terminal_, discarded.data(),
+                                        std::min<size_t>(static_cast<size_t>(count), discarded.size()));
+            if (size <= 0)
+            {
+                return;
+            }
+            count -= static_cast<int>(size);
+        }
+    }
+
+    /** Discards what a host wrote that has closed the terminal since, but not what the next host writes. */
+    void discard_late_input() const
+    {
+        const int count = unread();
+        // If it is still closed, all these bytes are from before.
+        if (hung_up(terminal_))
+        {
+            discard(count);
         }
     }
 

@@ -30,7 +30,7 @@ zet_log_level_t stderr_log_level;
 /** Writes a log line of the board to standard error if it is severe enough, and offers it to the host. */
 void log_line(zet_log_level_t level, const char *module, const char *text)
 {
-    if (level <= stderr_log_level)
+    if (level <= stderr_log_level && !zet_vantor_server_has_given_up_wait())
     {
         std::cerr << zet_log_level_prefixes[level].data() << module << ": " << text << "\n";
     }
@@ -43,6 +43,7 @@ int run(const options_t &options)
     stderr_log_level = options.log_level;
     catch_stop_signals();
     const std::unique_ptr<link_t> link = make_link(options);
+    link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
 
     zet_simulator_scene_t scene = {};
     zet_simulator_options_t board = {};
@@ -56,6 +57,8 @@ int run(const options_t &options)
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
+    // On a virtual clock no wait takes time.
+    board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;
     board.log = log_line;
     board.log_level = ZET_LOG_LEVEL_DEBUG;
     if (!zet_simulator_start(&board))

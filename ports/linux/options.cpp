@@ -29,6 +29,8 @@ constexpr uint64_t largest_memory = uint64_t{1024} * 1024 * 1024;
 
 constexpr uint64_t most_sensors = 64;
 
+constexpr uint64_t longest_stall_limit_s = 86400;
+
 constexpr const char *description =
     "Measures with simulated k330 radar sensors and streams the frames to one host at a time.\n"
     "The protocol is described in docs/protocol.md; `vantor` is a host that uses it.";
@@ -152,6 +154,9 @@ void add_link_options(CLI::App &app, options_t &options)
         "--stdio", [&options] { options.link = link_kind_t::stdio; },
         "Use standard input and output as the link");
     link->require_option(1);
+    add_number(app, "--stall-limit", options.stall_limit_s,
+               "Seconds after which a host that accepts no data is disconnected, 0 to 86400; 0 for never", 0,
+               longest_stall_limit_s);
 }
 
 /** Parses the name of a clock; returns whether it is the virtual one. */

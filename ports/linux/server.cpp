@@ -9,6 +9,7 @@
 
 #include "board_memory.h"
 #include "clock.h"
+#include "zet_integration_log.h"
 #include "zet_vantor_server.h"
 
 namespace
@@ -54,13 +55,21 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
 {
     // An idle server is called often enough to notice every wrap of its tick.
     const bool jump = virtual_clock && ticks != ZET_VANTOR_SERVER_IDLE;
-    const int64_t timeout_us = jump ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
+    const bool is_ready = jump || link.has_input_ahead();
+    const int64_t timeout_us = is_ready ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
     const wait_result_t result = wait_for(link.input(), POLLIN, timeout_us, link.other_hosts());
     if (result == wait_result_t::timeout && jump)
     {
         current_clock.sleep_until_us(current_clock.now_us() + ticks);
     }
     return result != wait_result_t::stopped;
+}
+
+/** Ends the session of a host that was disconnected because it accepted no data. */
+void end_stalled_session(const std::string &reason)
+{
+    zet_integration_log(ZET_LOG_LEVEL_WARNING, "link", "Disconnected the host: %s", reason.c_str());
+    zet_vantor_server_drop_host(reason.c_str());
 }
 
 /** Serves the connected host until it disconnects; false when the program must end. */
@@ -90,6 +99,25 @@ bool serve_host(link_t &link, bool virtual_clock)
 
 } // namespace
 
+bool wait_for_sensor(uint64_t time_us)
+{
+    bool must_end = false;
+    for (uint64_t now = current_clock.now_us(); now < time_us; now = current_clock.now_us())
+    {
+        const std::string_view arrived = current_link->look_ahead();
+        zet_vantor_server_look_ahead(arrived.data(), arrived.size());
+        if (zet_vantor_server_gives_up_wait(must_end ? ZET_VANTOR_SERVER_HOST_GONE
+                                                     : current_link->host_state()))
+        {
+            return false;
+        }
+        current_link->reject_other_host();
+        const auto time_left_us = static_cast<int64_t>(time_us - now);
+        must_end = current_link->wait_ahead(time_left_us) == wait_result_t::stopped;
+    }
+    return true;
+}
+
 bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock, zet_log_level_t log_level,
            const zet_vantor_server_board_t &board)
 {
@@ -112,10 +140,12 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     {
         return false;
     }
+    const std::string stall_reason =
+        "it accepted no data for " + std::to_string(link.stall_limit_us() / 1000000) + " s";
     while (link.accept_host())
     {
         const bool running = serve_host(link, virtual_clock);
-        zet_vantor_server_link_lost();
+        link.has_stalled() ? end_stalled_session(stall_reason) : zet_vantor_server_link_lost();
         link.close_host();
         if (!running)
         {

@@ -23,4 +23,12 @@
 bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock, zet_log_level_t log_level,
            const zet_vantor_server_board_t &board);
 
+/**
+ * Waits for a sensor of the simulated board, until a time on its clock. Meanwhile it receives from the host
+ * that is being served, and rejects other hosts.
+ *
+ * @return false as soon as nobody needs the measurement
+ */
+bool wait_for_sensor(uint64_t time_us);
+
 #endif

@@ -96,6 +96,17 @@ bool is_scene_usable(const zet_simulator_options_t &options)
     return false;
 }
 
+/** Waits for a sensor until a time; false when nobody needs the measurement any more. */
+bool wait_until(uint64_t time_us)
+{
+    if (the_board.options.wait_until_us != nullptr)
+    {
+        return the_board.options.wait_until_us(time_us);
+    }
+    the_board.options.clock.sleep_until_us(time_us);
+    return true;
+}
+
 const zet_hal_k330_t hal = {
     UINT16_MAX, zet_integration_mem_alloc, zet_integration_mem_free, transfer, zet_integration_log, {nullptr},
 };
@@ -248,12 +259,11 @@ bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, ui
         return false;
     }
     const uint64_t deadline_us = board_now_us() + uint64_t{timeout_ms} * 1000U;
-    if (sensor->interrupt_time_us > deadline_us)
+    const bool comes = sensor->interrupt_time_us <= deadline_us;
+    if (!wait_until(comes ? sensor->interrupt_time_us : deadline_us) || !comes)
     {
-        the_board.options.clock.sleep_until_us(deadline_us);
         return false;
     }
-    the_board.options.clock.sleep_until_us(sensor->interrupt_time_us);
     sensor->interrupt_time_us = no_interrupt;
     return true;
 }

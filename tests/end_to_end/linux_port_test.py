@@ -6,11 +6,13 @@ import re
 import signal
 import socket
 import stat
+import struct
 import subprocess
 import tempfile
+import time
 import unittest
 
-from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, example, vantor, wait_until
+from vantor_process import EXAMPLES, SERVER, TIME_OUT, Host, SerialStream, Server, example, vantor, wait_until
 
 
 def run(*arguments, stdin=""):
@@ -33,7 +35,7 @@ class CommandLine(unittest.TestCase):
         result = run("--help")
         self.assertEqual(result.returncode, 0)
         for word in ("--tcp", "--pty", "--stdio", "--sensors", "--name", "--id", "--scene", "--seed", "--memory", "--clock",
-                     "--unix", "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
+                     "--unix", "--stall-limit", "--log-level", "--version", "Examples:", "WARNING, INFO, VERBOSE or DEBUG"):
             self.assertIn(word, result.stdout)
         self.assertNotIn("ENUM", result.stdout)
         self.assertRegex(result.stdout, r"Exit codes:\n  0  success\n  1  .*\n  2  wrong command line\n")
@@ -63,6 +65,7 @@ class CommandLine(unittest.TestCase):
                                 (("--tcp", "0", "--memory", "4095"), f'"4095" {message} 4096 to 1073741824'),
                                 (("--tcp", "0", "--memory", "1073741825"), f'"1073741825" {message} 4096'),
                                 (("--tcp", "0", "--memory", "-1"), f'--memory: "-1" {message}'),
+                                (("--tcp", "0", "--stall-limit", "86401"), f'"86401" {message} 0 to 86400'),
                                 (("--tcp", "0", "--seed", "-1"), f'--seed: "-1" {message} 0 to {2**64 - 1}'),
                                 (("--tcp", "0", "--seed", str(2**64)), f'--seed: "{2**64}" {message}'),
                                 (("--tcp", "0", "--seed", "0x10"), f'--seed: "0x10" {message}'),
@@ -251,6 +254,15 @@ class Links(unittest.TestCase):
             self.assertEqual(host.ask("baudrate", baudrate=highest + 1)["code"], "bad_argument")
 
 
+class ReopenedDevice(unittest.TestCase):
+    def test_no_command_is_lost_if_the_next_host_opens_the_device_at_once(self):
+        with Server("--pty") as server:
+            device = server.address.removeprefix("serial:")
+            for _ in range(10000):
+                with Host(SerialStream(device)) as host:
+                    self.assertEqual(host.ask("ping")["status"], "ok")
+
+
 class Browsers(unittest.TestCase):
     """A web page can make a browser send any body to a port of the same machine."""
 
@@ -384,6 +396,172 @@ class LocalSocket(unittest.TestCase):
         result = run("--unix", "x" * 108)
         self.assertEqual(result.returncode, 1)
         self.assertIn("must be shorter than 108 bytes", result.stderr)
+
+
+class SlowFrames:
+    """A sensor that measures once in 100 seconds. Nobody has to wait for it. Runs over each kind of link."""
+
+    PERIOD = 100.0
+    SESSION = {"groups": [[{"sensor_id": 1, "config": {"frame_rate": 1 / PERIOD}}]]}
+
+    def setUp(self):
+        self.directory = self.enterContext(tempfile.TemporaryDirectory())
+        self.server = self.enterContext(Server(*self.link()))
+        self.begin = time.monotonic()
+
+    def tearDown(self):
+        self.assertLess(time.monotonic() - self.begin, self.PERIOD / 2)
+
+    def stream(self, host):
+        """Starts a stream and receives its first frame, which comes at once."""
+        self.assertEqual(host.ask("log", level="DEBUG")["status"], "ok")
+        host.command("configure", configuration=self.SESSION)
+        self.assertIn("metadata", host.answer()[0])
+        host.command("start")
+        self.assertEqual(host.answer()[0]["command"], "start")
+        self.assertIn("result_info", host.message()[0])
+        wait_until(lambda: self.server.state() == "S", "the wait for the second frame")
+
+    def messages_until(self, host, command):
+        """The answers up to the one to a command, without log lines, and the texts of the log lines."""
+        answers, log = [], []
+        while not answers or answers[-1].get("command") != command:
+            header, _ = host.message()
+            if header["status"] == "log":
+                log.append(header["message"])
+            else:
+                answers.append(header)
+        return answers, log
+
+    def end_and_check(self, host, sent_before=b"", answers_before=()):
+        """Sends `end` in two pieces. The session ends at once, without errors."""
+        host.send(sent_before + b'{"command":')
+        host.send(b'"end"}\n')
+        answers, log = self.messages_until(host, "end")
+        self.assertEqual([answer.get("command") for answer in answers], [*answers_before, "end"])
+        self.assertEqual([text for text in log if "timeout" in text], [])
+        self.assertIn("Powered off sensor id 1", log)
+        self.assertEqual(host.ask("stats")["errors"], {})
+
+    def test_end_is_answered_at_once(self):
+        with self.server.connect() as host:
+            self.stream(host)
+            self.end_and_check(host)
+            self.stream(host)
+            self.end_and_check(host)
+        self.server.process.send_signal(signal.SIGTERM)
+        self.assertNotIn("timeout", self.server.process.communicate(timeout=TIME_OUT)[1].decode())
+
+    def test_commands_before_end_are_executed(self):
+        with self.server.connect() as host:
+            self.stream(host)
+            self.end_and_check(host, b'{"command":"stats"}\n{"command":"stop"}\n{"command":"ping"}\n',
+                               ["stats", "stop", "ping"])
+
+    def test_the_next_host_is_served_when_the_host_of_a_stream_has_disconnected(self):
+        with self.server.connect() as host:
+            self.stream(host)
+        with self.server.connect() as host:
+            stats = host.ask("stats")
+            self.assertEqual((stats["frames"], stats["errors"]), (1, {}))
+            self.assertEqual(host.ask("stop")["code"], "wrong_state")
+
+    def test_signals_end_the_server_at_once(self):
+        with self.server.connect() as host:
+            self.stream(host)
+            self.server.process.send_signal(signal.SIGTERM)
+            wait_until(lambda: self.server.process.poll() is not None, "the end of the server")
+            self.assertEqual(self.server.process.returncode, 0)
+
+
+class SlowFramesOverTcp(SlowFrames, unittest.TestCase):
+    def link(self):
+        return "--tcp", "0"
+
+    def test_a_second_host_is_refused_at_once(self):
+        with self.server.connect() as first:
+            self.stream(first)
+            for _ in range(3):
+                with self.server.connect() as second:
+                    self.assertEqual(second.message()[0]["code"], "busy")
+            self.end_and_check(first)
+
+    def test_the_next_host_is_served_although_the_last_one_has_requested_a_frame(self):
+        with self.server.connect() as host:
+            host.ask("configure", configuration=self.SESSION)
+            host.ask("frame")
+            host.command("frame")
+            wait_until(lambda: host.stream.unsent() == 0, "the command to arrive")
+            # The system resets a connection that is closed like this.
+            host.stream.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        with self.server.connect() as host:
+            self.assertEqual(host.ask("stats")["errors"], {})
+
+
+class SlowFramesOverUnix(SlowFrames, unittest.TestCase):
+    def link(self):
+        return "--unix", os.path.join(self.directory, "radar")
+
+
+class SlowFramesOverSerial(SlowFrames, unittest.TestCase):
+    def link(self):
+        return ("--pty",)
+
+
+class RequestedFrames(unittest.TestCase):
+    SESSION = {"groups": [[{"sensor_id": 1, "config": {"frame_rate": 5}}]]}
+
+    def test_stop_is_answered_after_the_frame_being_measured(self):
+        with Server("--tcp", "0") as server, server.connect() as host:
+            host.ask("configure", configuration=self.SESSION)
+            host.ask("start")
+            host.message()
+            host.command("stop")
+            answer, frames = host.answer()
+            self.assertEqual(answer["command"], "stop")
+            self.assertLessEqual(len(frames), 1)
+
+    def test_requested_frames_are_measured_although_end_is_already_there(self):
+        commands = [{"command": "configure", "configuration": self.SESSION}, *[{"command": "frame"}] * 3, {"command": "end"}]
+        result = subprocess.run([SERVER, "--stdio"], input="\n".join(map(json.dumps, commands)).encode() + b"\n",
+                                capture_output=True, timeout=TIME_OUT, check=True)
+        self.assertEqual(result.stdout.count(b'"result_info"'), 3)
+        self.assertTrue(result.stdout.endswith(b'{"status":"ok","command":"end","payload_size":0}\n'))
+
+
+class StalledHosts(unittest.TestCase):
+    REASON = "it accepted no data for 1 s"
+
+    def check_drop(self, server, host):
+        """Waits until a host that does not read is dropped. The next host learns about it."""
+        host.ask("configure", configuration=example("two_sensors.json"))
+        host.command("start")
+        self.assertEqual(server.process.stderr.readline().decode(),
+                         f"warning: link: Disconnected the host: {self.REASON}\n")
+        # A serial device stays open, so its next host is the same one.
+        with server.connect() if server.device is None else host as next_host:
+            self.assertEqual(next_host.ask("identify")["last_drop"], self.REASON)
+            stats = next_host.ask("stats")
+            self.assertEqual((stats["hosts_dropped"], stats["errors"]), (1, {}))
+            self.assertEqual(next_host.ask("stop")["code"], "wrong_state")
+
+    def test_a_host_that_accepts_nothing_is_dropped(self):
+        for link in (("--tcp", "0"), ("--pty",)):
+            with self.subTest(link), Server(*link, "--clock", "virtual", "--stall-limit", "1") as server, \
+                    server.connect() as host:
+                self.assertNotIn("last_drop", host.ask("identify"))
+                self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
+                self.check_drop(server, host)
+
+    def test_a_host_may_accept_nothing_for_any_time_if_there_is_no_limit(self):
+        with Server("--tcp", "0", "--clock", "virtual", "--stall-limit", "0") as server, server.connect() as host:
+            host.ask("configure", configuration=example("two_sensors.json"))
+            host.command("start")
+            server.wait_until_stuck(host)
+            host.command("end")
+            self.assertEqual(host.answer()[0]["command"], "start")
+            self.assertEqual(host.answer()[0]["command"], "end")
+            self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
 
 
 class Termination(unittest.TestCase):

@@ -263,6 +263,8 @@ class Errors(unittest.TestCase):
                 board.wait_for_restarted_link()
             with board.connect() as host:
                 discard_old_messages(host)
+                self.assertEqual(host.ask("identify")["last_drop"], "it accepted no data for 5 s")
+                self.assertEqual(host.ask("stats")["hosts_dropped"], 1)
                 run_session(host)
 
     @unittest.skipIf(EMULATOR["waits_for_host"], "this emulator stops the board while its log is not read")
@@ -312,6 +314,22 @@ class Errors(unittest.TestCase):
                 wait_until(lambda: host.stream.unsent() == 0, "the commands to arrive")
             messages = [host.message()[0] for _ in range(22)]
             self.assertEqual(messages[-1].get("command"), "stop", "more than one frame was sent before the last answer")
+
+    def test_end_is_answered_at_once_while_the_board_waits_for_a_slow_sensor(self):
+        period = 100.0
+        configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 20, "frame_rate": 1 / period}}]]}
+        with Board(virtual_clock=False) as board, board.connect() as host:
+            begin = time.monotonic()
+            self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
+            host.command("start")
+            host.message()
+            host.message()
+            for part in (b'{"command":"stop"}\n{"comm', b'and":"end"}\n'):
+                host.send(part)
+            self.assertEqual([host.message()[0].get("command") for _ in range(2)], ["stop", "end"])
+            self.assertEqual(host.ask("stats")["errors"], {})
+            self.assertLess(time.monotonic() - begin, period / 2)
+            run_session(host)
 
     def wait_for_baudrate(self, board, baudrate):
         """Waits until the board has set the baud rate of the link."""

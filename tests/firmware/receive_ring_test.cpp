@@ -68,6 +68,25 @@ TEST(receive_ring, marks_every_loss)
                                       8));
 }
 
+TEST(receive_ring, copies_bytes_without_reading_them)
+{
+    ring_t ring;
+    const auto peek = [&ring](uint32_t skipped, size_t size) {
+        std::string bytes(size, '#');
+        bytes.resize(ring.peek(skipped, bytes.data(), size));
+        return bytes;
+    };
+    for (int round = 0; round < 20; ++round)
+    {
+        take(ring, "abcde");
+        EXPECT_EQ(peek(0, 3), "abc");
+        EXPECT_EQ(peek(3, 100), "de");
+        EXPECT_EQ(peek(5, 100), "");
+        EXPECT_EQ(peek(100, 100), "");
+        EXPECT_EQ(read(ring), "abcde");
+    }
+}
+
 TEST(receive_ring, discards_unread_bytes)
 {
     ring_t ring;

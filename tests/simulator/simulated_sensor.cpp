@@ -36,11 +36,17 @@ void collect(zet_log_level_t, const char *module, const char *text)
 } // namespace
 
 simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene, uint64_t seed,
-                       zet_simulator_clock_t clock)
+                       zet_simulator_clock_t clock, bool (*wait_until_us)(uint64_t))
 {
     clear_log();
     memory_lend(board_memory.data(), board_memory.size());
-    const zet_simulator_options_t options = {sensor_count, seed, clock, collect, ZET_LOG_LEVEL_DEBUG, scene};
+    const zet_simulator_options_t options = {.sensor_count = sensor_count,
+                                             .seed = seed,
+                                             .clock = clock,
+                                             .log = collect,
+                                             .log_level = ZET_LOG_LEVEL_DEBUG,
+                                             .scene = scene,
+                                             .wait_until_us = wait_until_us};
     EXPECT_TRUE(zet_simulator_start(&options));
     EXPECT_TRUE(zet_nox_hal_register(zet_hal_nox_integration_get_implementation()));
     zet_nox_set_log_level(ZET_LOG_LEVEL_DEBUG);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 #include "simulated_sensor.h"
 #include "zet_config_cca.h"
@@ -351,6 +352,28 @@ TEST(state, reading_needs_a_finished_measurement)
     EXPECT_TRUE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
     EXPECT_FALSE(zet_sensor_read(sensor.sensor, buffer, sensor.buffer_size()));
     expect_logged("has no frame to read; measure one first");
+}
+
+/** Whether the next wait is given up. */
+bool gives_up;
+
+bool wait_or_give_up_once(uint64_t time_us)
+{
+    zet_simulator_virtual_clock().sleep_until_us(time_us);
+    return !std::exchange(gives_up, false);
+}
+
+TEST(state, a_wait_that_the_port_gives_up_fails_and_the_interrupt_still_comes)
+{
+    const simulation simulation(1, nullptr, 1, zet_simulator_virtual_clock(), wait_or_give_up_once);
+    simulated_sensor sensor;
+    ASSERT_TRUE(sensor.prepare());
+    ASSERT_TRUE(zet_sensor_measure(sensor.sensor));
+    gives_up = true;
+    EXPECT_FALSE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000));
+    EXPECT_TRUE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000));
+    EXPECT_FALSE(zet_hal_integration_wait_for_sensor_interrupt(1, 1000)) << "no interrupt is expected";
+    EXPECT_TRUE(zet_sensor_read(sensor.sensor, sensor.buffer.data(), sensor.buffer_size()));
 }
 
 TEST(state, a_sensor_measures_one_frame_at_a_time)

@@ -62,6 +62,23 @@ public:
         return count;
     }
 
+    /**
+     * Copies bytes that have arrived, without reading them.
+     *
+     * @param skipped  number of unread bytes to skip
+     * @return the number of bytes
+     */
+    size_t peek(uint32_t skipped, char *data, size_t size) const
+    {
+        const uint32_t unread = end_ - begin_;
+        size_t count = 0;
+        for (; count < size && skipped + count < unread; ++count)
+        {
+            data[count] = bytes_[(begin_ + skipped + count) % capacity];
+        }
+        return count;
+    }
+
     /** Discards all unread bytes. */
     void discard()
     {

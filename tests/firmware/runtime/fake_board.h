@@ -52,6 +52,7 @@ struct fake_board_t
     std::vector<call_t> calls;   /**< calls that switched something */
     std::vector<uint32_t> waits; /**< requested durations */
     std::vector<log_entry_t> server_log;
+    std::string shown; /**< to the server, which gives up its wait when this ends with "end" */
     uint64_t last_feed_ns = 0;
     uint64_t longest_unfed_ns = 0; /**< longest time without feeding the watchdog */
 

@@ -194,6 +194,30 @@ TEST_F(runtime_link, marks_a_loss_with_a_zero_byte)
     EXPECT_EQ(read(), std::string_view("3456789abcde\0fg", 15));
 }
 
+TEST_F(runtime_link, shows_every_byte_once_before_it_is_read)
+{
+    const auto look_ahead = [](size_t size) {
+        std::string text(size, '#');
+        text.resize(link_look_ahead(text.data(), size));
+        return text;
+    };
+    board.receive("abcdef");
+    EXPECT_EQ(look_ahead(4), "abcd");
+    EXPECT_EQ(look_ahead(4), "ef");
+    EXPECT_EQ(look_ahead(4), "");
+    EXPECT_EQ(read(3), "abc");
+    board.receive("gh");
+    EXPECT_EQ(look_ahead(100), "gh");
+    EXPECT_EQ(read(), "defgh");
+    board.receive("ij");
+    EXPECT_EQ(read(1), "i");
+    EXPECT_EQ(look_ahead(100), "j");
+    link_discard_input();
+    EXPECT_EQ(look_ahead(100), "");
+    board.receive("k");
+    EXPECT_EQ(look_ahead(100), "k");
+}
+
 TEST_F(runtime_link, discards_received_bytes)
 {
     board.receive("old");

@@ -7,6 +7,7 @@
 #include "board.h"
 #include "clock.h"
 #include "fake_board.h"
+#include "link.h"
 #include "sensors.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_integration.h"
@@ -136,6 +137,32 @@ TEST_F(runtime_sensors, times_out_exactly_even_if_another_sensor_signals)
         board.at(time_us, [] { board.signal(bit(2)); });
     }
     EXPECT_FALSE(wait(1, 1, 1000));
+}
+
+TEST_F(runtime_sensors, ends_a_wait_at_once_if_the_server_gives_it_up)
+{
+    link_open();
+    board.at(100, [] { board.receive("fra"); });
+    board.at(200, [] { board.signal(bit(2)); });
+    board.at(300, [] { board.receive("me"); });
+    board.at(400, [] { board.receive("e"); });
+    board.at(5000, [] { board.receive("nd"); });
+    EXPECT_FALSE(wait(1, 1000, 5000));
+    EXPECT_EQ(board.shown, "frameend");
+    EXPECT_TRUE(wait(2, 1000, 0)) << "a signal that has come is not lost";
+    EXPECT_FALSE(wait(1, 1000, 0));
+    board.shown.clear();
+    EXPECT_FALSE(wait(1, 1, 1000));
+}
+
+TEST_F(runtime_sensors, shows_the_server_all_bytes_that_wait_in_the_ring)
+{
+    link_open();
+    board.receive("fifteen bytes..");
+    EXPECT_FALSE(wait(1, 1, 1000));
+    EXPECT_EQ(board.shown, "fifteen bytes..");
+    EXPECT_FALSE(wait(1, 1, 1000));
+    EXPECT_EQ(board.shown, "fifteen bytes..") << "each byte is shown once";
 }
 
 TEST_F(runtime_sensors, accepts_signals_of_several_sensors_in_one_interrupt)
