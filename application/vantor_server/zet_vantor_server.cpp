@@ -230,6 +230,16 @@ bool take_given_up_wait()
     return std::exchange(server.wait_given_up, false);
 }
 
+/** Lets the port free what a session has lost: the server needs no memory between commands without a session.
+ */
+void recover_memory()
+{
+    if (server.state == SESSION_IDLE && server.port.recover_memory != nullptr)
+    {
+        server.port.recover_memory();
+    }
+}
+
 /** Ends an abandoned stream's session if the `end` ahead was executed, or dropped as a damaged line. */
 void end_abandoned_stream()
 {
@@ -878,6 +888,7 @@ void zet_vantor_server_receive(const char *data, size_t size)
             execute_line(server.line.text, server.line.length);
         }
         end_abandoned_stream();
+        recover_memory();
     }
     flush_log();
 }
@@ -903,6 +914,7 @@ bool zet_vantor_server_is_idle(void)
 void zet_vantor_server_link_lost(void)
 {
     end_session();
+    recover_memory();
     server.log_levels = 0;
     zet_log_ring_clear(&server.log);
     server.baudrate_on_trial = false;

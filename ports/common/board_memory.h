@@ -27,6 +27,17 @@
  */
 void memory_lend(void *region, size_t size);
 
+/** Marks everything that is allocated now: memory_recover does not free it. */
+void memory_keep();
+
+/**
+ * Frees everything that was allocated since memory_keep. For memory that nobody can free any more: cJSON
+ * loses an object when memory runs out while it adds the object to a document.
+ *
+ * @return the number of bytes, as counted by memory_get
+ */
+size_t memory_recover();
+
 /**
  * Reports how the memory is used.
  *

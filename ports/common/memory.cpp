@@ -60,6 +60,7 @@ static_assert(offsetof(block_t, next) == header_size && smallest_block % alignme
 
 constexpr size_t in_use = 1;
 constexpr size_t previous_is_free = 2;
+constexpr size_t is_kept = 4; /**< allocated before memory_keep */
 constexpr size_t all_flags = alignment - 1;
 
 /** Number of bins for one power of two. */
@@ -136,6 +137,7 @@ struct heap_t
     size_t live;       /**< in use now */
     size_t peak;       /**< highest value of live */
     uint32_t failures; /**< number of requests that have failed */
+    block_t *first;    /**< the first block; null without memory */
 };
 
 heap_t heap;
@@ -160,6 +162,11 @@ void expect_allocated([[maybe_unused]] const void *memory)
 #if UNDER_ADDRESS_SANITIZER
     static_cast<void>(*static_cast<const volatile unsigned char *>(memory));
 #endif
+}
+
+MAY_TOUCH_POISON size_t size_of(const block_t *any)
+{
+    return any->header & ~all_flags;
 }
 
 block_t *block_at(block_t *from, size_t distance)
@@ -311,7 +318,7 @@ MAY_TOUCH_POISON void *split(block_t *taken, size_t size)
 /** Frees a block and joins it with its free neighbours. */
 MAY_TOUCH_POISON void free_block(block_t *freed)
 {
-    size_t size = freed->header & ~all_flags;
+    size_t size = size_of(freed);
     heap.live -= size;
     poison(&freed->next, size - header_size);
 
@@ -371,7 +378,8 @@ void *zet_integration_mem_alloc(size_t size)
     return memory;
 }
 
-void zet_integration_mem_free(void *ptr)
+// Not inlined in memory_recover, because two copies would be larger and slower.
+[[gnu::noinline]] void zet_integration_mem_free(void *ptr)
 {
     if (ptr != nullptr)
     {
@@ -404,9 +412,38 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     auto *all = reinterpret_cast<block_t *>(bytes + first - header_size);
     const size_t all_size = size - behind_last - first;
     block_at(all, all_size)->header = in_use;
+    heap.first = all;
     mark_free(all, all_size);
     put_into_bin(all);
     poison(region, size);
+}
+
+MAY_TOUCH_POISON void memory_keep()
+{
+    // The end mark has the size 0.
+    for (block_t *block = heap.first; block != nullptr && size_of(block) > 0;
+         block = block_at(block, size_of(block)))
+    {
+        block->header |= (block->header & in_use) != 0U ? is_kept : 0U;
+    }
+}
+
+MAY_TOUCH_POISON size_t memory_recover()
+{
+    const size_t live = heap.live;
+    block_t *following = nullptr;
+    for (block_t *block = heap.first; block != nullptr && size_of(block) > 0; block = following)
+    {
+        following = block_at(block, size_of(block));
+        if ((block->header & (in_use | is_kept)) == in_use)
+        {
+            // Freeing joins the block with a free one behind it.
+            const bool joins = (following->header & in_use) == 0U;
+            following = joins ? block_at(following, size_of(following)) : following;
+            zet_integration_mem_free(&block->next);
+        }
+    }
+    return live - heap.live;
 }
 
 MAY_TOUCH_POISON void memory_get(zet_vantor_server_memory_t *memory)

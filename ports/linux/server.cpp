@@ -72,6 +72,22 @@ void end_stalled_session(const std::string &reason)
     zet_vantor_server_drop_host(reason.c_str());
 }
 
+/** Frees what was lost in a session that ran out of memory. */
+void recover_memory()
+{
+    static uint32_t failures = 0;
+    zet_vantor_server_memory_t memory = {};
+    memory_get(&memory);
+    // Without a failure nothing is lost: bytes that are not freed then are a fault, which must be noticed.
+    if (memory.failures > failures)
+    {
+        failures = memory.failures;
+        const size_t lost = memory_recover();
+        zet_integration_log(ZET_LOG_LEVEL_INFO, "memory", "Recovered %lu bytes after memory ran out",
+                            static_cast<unsigned long>(lost));
+    }
+}
+
 /** Serves the connected host until it disconnects; false when the program must end. */
 bool serve_host(link_t &link, bool virtual_clock)
 {
@@ -134,12 +150,14 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
     port.line_size = line.size();
     port.max_values = line_size / 4;
     port.get_memory = memory_get;
+    port.recover_memory = recover_memory;
     port.nox_log_level = log_level;
     port.board = &board;
     if (!zet_vantor_server_init(&port))
     {
         return false;
     }
+    memory_keep();
     const std::string stall_reason =
         "it accepted no data for " + std::to_string(link.stall_limit_us() / 1000000) + " s";
     while (link.accept_host())

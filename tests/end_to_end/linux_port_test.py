@@ -155,6 +155,21 @@ class Links(unittest.TestCase):
             self.assertEqual(host.ask("configure", configuration=example("single_sensor.json"))["status"], "ok")
             self.assertEqual(host.ask("frame")["status"], "ok")
 
+    def test_memory_that_is_lost_while_a_session_is_described_is_recovered(self):
+        items = [{"sensor_id": i, "config": {}} for i in range(1, 6)]
+        commands = [{"command": "stats"}]
+        commands += [{"command": "configure", "configuration": {"groups": [items]}}, {"command": "end"}] * 20
+        lines = "".join(json.dumps(command) + "\n" for command in commands + [{"command": "stats"}])
+        codes = set()
+        for size in range(19000, 27000, 200):
+            result = run("--stdio", "--memory", str(size), "--clock", "virtual", stdin=lines)
+            answers = [json.loads(line) for line in result.stdout.splitlines()]
+            before, after = answers[0]["memory"], answers[-1]["memory"]
+            self.assertEqual((after["live"], after["largest_free"]), (before["live"], before["largest_free"]), size)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            codes.add(answers[1].get("code"))
+        self.assertIn("metadata_failed", codes)
+
     def test_memory_that_runs_out_while_a_session_is_set_up_is_counted_as_failures(self):
         items = [{"sensor_id": i, "config": {}, "cpd_overrides": {"tx_duration": 1}} for i in range(1, 6)]
         configure = {"command": "configure", "configuration": {"groups": [items] * 8}}

@@ -532,6 +532,45 @@ TEST(memory, pieces_that_are_kept_across_sessions_do_not_cause_fragmentation)
     EXPECT_GT(smallest, 65536U / 2);
 }
 
+TEST(memory, recovers_what_was_allocated_since_the_kept_pieces)
+{
+    std::mt19937 random(8);
+    for (int round = 0; round < 200; ++round)
+    {
+        const lent_memory_t lent(65536);
+        std::vector<void *> kept = make_document(random, 20);
+        // Holes between the kept pieces.
+        for (size_t i = 0; i < kept.size(); i += 3)
+        {
+            zet_integration_mem_free(std::exchange(kept[i], nullptr));
+        }
+        const zet_vantor_server_memory_t before = memory();
+        memory_keep();
+        EXPECT_EQ(memory_recover(), 0U);
+        for (int session = 0; session < 3; ++session)
+        {
+            std::vector<void *> lost = make_document(random, 60);
+            for (size_t i = 0; i < lost.size(); i += 1 + random_below(random, 3))
+            {
+                zet_integration_mem_free(lost[i]);
+            }
+            const size_t live = memory().live;
+            EXPECT_EQ(memory_recover(), live - before.live);
+            EXPECT_EQ(memory().live, before.live);
+            EXPECT_EQ(memory().largest_free, before.largest_free);
+        }
+        free_all(kept);
+        EXPECT_EQ(memory().live, 0U);
+    }
+}
+
+TEST(memory, recovers_nothing_without_memory)
+{
+    memory_lend(nullptr, 0);
+    memory_keep();
+    EXPECT_EQ(memory_recover(), 0U);
+}
+
 /** The shortest time of many runs of some steps. */
 double shortest_time(const std::function<void()> &steps)
 {

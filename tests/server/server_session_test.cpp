@@ -432,4 +432,23 @@ TEST_F(server_start, needs_neither_a_clock_nor_memory_figures)
     zet_vantor_server_link_lost();
 }
 
+TEST_F(server_session, recovers_memory_only_when_nothing_is_in_use)
+{
+    execute(R"({"command":"ping"})");
+    EXPECT_EQ(fake_port.recoveries, 1);
+    execute(configure_command);
+    execute(R"({"command":"start"})");
+    execute(R"({"command":"stop"})");
+    EXPECT_EQ(fake_port.recoveries, 1) << "the session needs its memory";
+    execute(R"({"command":"end"})");
+    EXPECT_EQ(fake_port.recoveries, 2);
+    fake_backend.metadata_result = false;
+    EXPECT_EQ(refusal(configure_command), "metadata_failed");
+    EXPECT_EQ(fake_port.recoveries, 3);
+    fake_backend.metadata_result = true;
+    execute(configure_command);
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(fake_port.recoveries, 4);
+    EXPECT_EQ(fake_port.live_at_recovery, 0U);
+}
 } // namespace

@@ -33,6 +33,12 @@ uint32_t get_tick()
     return fake_port.tick;
 }
 
+void recover_memory()
+{
+    ++fake_port.recoveries;
+    fake_port.live_at_recovery = std::max(fake_port.live_at_recovery, fake_memory.live);
+}
+
 void get_memory(zet_vantor_server_memory_t *memory)
 {
     *memory = fake_port.memory;
@@ -86,6 +92,7 @@ zet_vantor_server_port_t plain_port()
     port.line_size = line_memory.size();
     port.max_values = 1000;
     port.get_memory = get_memory;
+    port.recover_memory = recover_memory;
     port.board = &fake_port.board;
     port.nox_log_level = ZET_LOG_LEVEL_WARNING;
     return port;

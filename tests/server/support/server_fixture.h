@@ -32,6 +32,8 @@ struct fake_port_t
     std::string sent;                /**< bytes for the host that the test has not read yet */
     uint32_t tick = 0;               /**< the clock */
     std::vector<uint32_t> baudrates; /**< baud rates that were set */
+    int recoveries = 0;              /**< how often lost memory was recovered */
+    size_t live_at_recovery = 0;     /**< blocks in use then, at most */
     int input_restarts = 0;          /**< how often pending input was discarded */
     zet_vantor_server_memory_t memory = {65536, 1024, 9216, 64500, 0, 11264, 3120};
     zet_vantor_server_board_t board = {"example board", "0042", "watchdog", "hard fault at 0x08001234",
