@@ -8,7 +8,6 @@
 #include "zet_vantor_server.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -21,9 +20,11 @@
 #include "zet_vantor_server_clock.h"
 #include "zet_vantor_server_end_watch.h"
 #include "zet_vantor_server_errors.h"
+#include "zet_vantor_server_groups.h"
 #include "zet_vantor_server_line.h"
 #include "zet_vantor_server_log_ring.h"
 #include "zet_vantor_server_system_k330.h"
+#include "zet_vantor_server_text.h"
 
 namespace
 {
@@ -347,36 +348,21 @@ bool is_near_baudrate(uint32_t baudrate, uint32_t actual)
     return actual > 0 && difference * baudrate_tolerance <= baudrate;
 }
 
-/** Appends text to a message that has room for it; returns the new end. */
-char *append_text(char *end, const char *text)
-{
-    const size_t length = std::strlen(text);
-    std::memcpy(end, text, length + 1);
-    return end + length;
-}
-
-/** Appends a number to a message that has room for it; returns the new end. */
-char *append_number(char *end, uint32_t number)
-{
-    constexpr size_t most_digits = 10;
-    return std::to_chars(end, end + most_digits, number).ptr;
-}
-
 /** Reports that the link cannot run at a baud rate, and the nearest possible rate; 0 when none is near. */
 void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
 {
     char message[96];
-    char *end = append_text(message, "This link cannot run at ");
-    end = append_number(end, baudrate);
+    char *end = zet_append_text(message, "This link cannot run at ");
+    end = zet_append_number(end, baudrate);
     if (nearest == 0)
     {
-        append_text(end, " baud or near it.");
+        zet_append_text(end, " baud or near it.");
     }
     else
     {
-        end = append_text(end, " baud; the nearest rate is ");
-        end = append_number(end, nearest);
-        append_text(end, ".");
+        end = zet_append_text(end, " baud; the nearest rate is ");
+        end = zet_append_number(end, nearest);
+        zet_append_text(end, ".");
     }
     report_error(ZET_SERVER_ERROR_BAD_ARGUMENT, message);
 }
@@ -521,6 +507,12 @@ void execute_configure(const command_t *self, const cJSON *command)
     if (configuration == nullptr)
     {
         report_bad_argument(self);
+        return;
+    }
+    char fault[zet_groups_message_size];
+    if (!zet_groups_check(configuration, zet_vantor_server_system_k3_get_sensor_count(), fault))
+    {
+        report_error(ZET_SERVER_ERROR_CONFIGURATION_REFUSED, fault);
         return;
     }
     float update_rate = -1.0F;

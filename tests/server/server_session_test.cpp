@@ -432,6 +432,53 @@ TEST_F(server_start, needs_neither_a_clock_nor_memory_figures)
     zet_vantor_server_link_lost();
 }
 
+TEST_F(server_session, refuses_groups_before_any_sensor_is_set_up)
+{
+    const struct
+    {
+        const char *groups;
+        const char *message;
+    } rows[] = {
+        {"[[1]]",
+         "groups[0][0] is not an object: make every item an object with \"sensor_id\" and \"config\"."},
+        {"[[{\"sensor_id\":1}],[{\"sensor_id\":1},null]]",
+         "groups[1][1] is not an object: make every item an object with \"sensor_id\" and \"config\"."},
+        {"[[{}],[[]]]",
+         "groups[1][0] is not an object: make every item an object with \"sensor_id\" and \"config\"."},
+        {"[[{\"sensor_id\":1},{\"sensor_id\":2},{\"sensor_id\":1}]]",
+         "Sensor 1 is twice in the same group, in groups[0][0] and groups[0][2]: move one of both items into "
+         "another "
+         "group."},
+        {"[[],[{\"sensor_id\":2147483647},{\"sensor_id\":2147483647.0}]]",
+         "Sensor 2147483647 is twice in the same group, in groups[1][0] and groups[1][1]: move one of both "
+         "items into "
+         "another group."},
+    };
+    for (const auto &row : rows)
+    {
+        const message_t answer =
+            ask(std::string(R"({"command":"configure","configuration":{"groups":)") + row.groups + "}}");
+        EXPECT_EQ(answer.members["code"], "configuration_refused");
+        EXPECT_EQ(answer.members["message"], row.message);
+        EXPECT_EQ(calls("parse_configuration"), 0);
+    }
+    execute(configure_command);
+}
+
+TEST_F(server_session, leaves_other_faults_of_groups_to_the_backend)
+{
+    for (const char *groups :
+         {"1", "[1]", "[]", "[[]]", "{}", "[[{},{}]]", "[[{\"sensor_id\":0},{\"sensor_id\":0}]]",
+          "[[{\"sensor_id\":\"1\"},{\"sensor_id\":\"1\"}]]", "[[{\"sensor_id\":1}],[{\"sensor_id\":1}]]",
+          "[[{\"sensor_id\":1},{\"sensor_id\":1},{},{},{},{}]]"})
+    {
+        const long calls_before = calls("parse_configuration");
+        execute(std::string(R"({"command":"configure","configuration":{"groups":)") + groups + "}}");
+        execute(R"({"command":"end"})");
+        EXPECT_EQ(calls("parse_configuration"), calls_before + 1) << groups;
+    }
+}
+
 TEST_F(server_session, recovers_memory_only_when_nothing_is_in_use)
 {
     execute(R"({"command":"ping"})");
@@ -451,4 +498,5 @@ TEST_F(server_session, recovers_memory_only_when_nothing_is_in_use)
     EXPECT_EQ(fake_port.recoveries, 4);
     EXPECT_EQ(fake_port.live_at_recovery, 0U);
 }
+
 } // namespace
