@@ -26,6 +26,68 @@ void cut_zeros(char *text, int length)
     }
 }
 
+using zet_simulator::number_text;
+
+/** Digits of a number with an exponent; the most distinguish all numbers of single precision. */
+constexpr int least_digits = 3;
+constexpr int most_digits = 9;
+
+/** Writes a number with an exponent, such as "1.25e-7". */
+number_text with_exponent(double value, int digits)
+{
+    number_text result = {};
+    int exponent = 0;
+    double size = value < 0.0 ? -value : value;
+    while (size >= 10.0)
+    {
+        size /= 10.0;
+        ++exponent;
+    }
+    while (size > 0.0 && size < 1.0)
+    {
+        size *= 10.0;
+        --exponent;
+    }
+    unsigned long unit = 1;
+    for (int i = 1; i < digits; ++i)
+    {
+        unit *= 10U;
+    }
+    auto scaled = static_cast<unsigned long>(std::lround(size * static_cast<double>(unit)));
+    if (scaled == 10U * unit)
+    {
+        scaled = unit;
+        ++exponent;
+    }
+    const int length = std::snprintf(result.text, sizeof(result.text), "%s%lu.%0*lu", value < 0.0 ? "-" : "",
+                                     scaled / unit, digits - 1, scaled % unit);
+    cut_zeros(result.text, length);
+    const size_t used = std::strlen(result.text);
+    (void)std::snprintf(result.text + used, sizeof(result.text) - used, "e%d", exponent);
+    return result;
+}
+
+/**
+ * Returns whether a text stands for a bound as well as for a value that is not this bound.
+ *
+ * @param digits  of a text with an exponent; 0 for one without
+ */
+bool looks_like_another(double value, const number_text &text, std::initializer_list<double> bounds,
+                        int digits)
+{
+    const char *const unsigned_text = text.text + (text.text[0] == '-' ? 1 : 0);
+    for (const double bound : bounds)
+    {
+        const number_text other = digits > 0 ? with_exponent(bound, digits) : zet_simulator::text_of(bound);
+        if (value != bound && (std::strcmp(text.text, other.text) == 0 ||
+                               (bound == 0.0 && std::strcmp(unsigned_text, other.text) == 0)))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 namespace zet_simulator
@@ -48,6 +110,21 @@ number_text text_of(double value)
     const int length = std::snprintf(result.text, sizeof(result.text), "%s%lu.%03lu", value < 0.0 ? "-" : "",
                                      whole, thousandths);
     cut_zeros(result.text, length);
+    return result;
+}
+
+number_text text_beside(double value, std::initializer_list<double> bounds)
+{
+    number_text result = text_of(value);
+    if (looks_like_another(value, result, bounds, 0))
+    {
+        int digits = least_digits;
+        result = with_exponent(value, digits);
+        while (digits < most_digits && looks_like_another(value, result, bounds, digits))
+        {
+            result = with_exponent(value, ++digits);
+        }
+    }
     return result;
 }
 

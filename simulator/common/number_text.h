@@ -4,6 +4,8 @@
 #ifndef ZET_SIMULATOR_NUMBER_TEXT_H
 #define ZET_SIMULATOR_NUMBER_TEXT_H
 
+#include <initializer_list>
+
 namespace zet_simulator
 {
 
@@ -18,6 +20,12 @@ struct number_text
  * an allocator into small systems.
  */
 number_text text_of(double value);
+
+/**
+ * Writes a number that is compared with bounds: like text_of, but if that looks like a bound although the
+ * number is another one, with an exponent and as many digits as make it different.
+ */
+number_text text_beside(double value, std::initializer_list<double> bounds);
 
 } // namespace zet_simulator
 

@@ -232,8 +232,9 @@ bool scene_value_is_valid(const scene_section &section, uint32_t index, const sc
         return true;
     }
     return refuse(error, "%s[%lu].%s is %s, but must be a number from %s to %s", section.name,
-                  static_cast<unsigned long>(index), field.name, text_of(value).text,
-                  text_of(field.lowest).text, text_of(field.highest).text);
+                  static_cast<unsigned long>(index), field.name,
+                  text_beside(value, {field.lowest, field.highest}).text, text_of(field.lowest).text,
+                  text_of(field.highest).text);
 }
 
 } // namespace zet_simulator

@@ -57,9 +57,11 @@ bool is_rate(const char *name, float rate)
     {
         return true;
     }
+    const auto least = static_cast<double>(min_rate);
+    const auto most = static_cast<double>(highest);
     library_log(ZET_LOG_LEVEL_ERROR, "%s is %s Hz, but must be 0 or %s to %s Hz", name,
-                text_of(static_cast<double>(rate)).text, text_of(static_cast<double>(min_rate)).text,
-                text_of(static_cast<double>(highest)).text);
+                text_beside(static_cast<double>(rate), {0.0, least, most}).text, text_of(least).text,
+                text_of(most).text);
     return false;
 }
 
@@ -154,7 +156,7 @@ bool is_continuous_sweep_mode_valid(const zet_config &config)
                 "continuous_sweep_mode needs a sweep_rate of frame_rate times "
                 "sweeps_per_frame, which is %s Hz, but it is %s Hz",
                 text_of(static_cast<double>(needed)).text,
-                text_of(static_cast<double>(config.sweep_rate)).text);
+                text_beside(static_cast<double>(config.sweep_rate), {static_cast<double>(needed)}).text);
     return false;
 }
 
@@ -169,11 +171,12 @@ bool are_rates_valid(const zet_config &config)
     const float max_sweep_rate = timing_max_sweep_rate(config);
     if (config.sweep_rate > max_sweep_rate)
     {
-        library_log(ZET_LOG_LEVEL_ERROR,
-                    "sweep_rate is %s Hz, but with this num_points, hwaas and prf it must "
-                    "be at most %s Hz",
-                    text_of(static_cast<double>(config.sweep_rate)).text,
-                    text_of(static_cast<double>(max_sweep_rate)).text);
+        library_log(
+            ZET_LOG_LEVEL_ERROR,
+            "sweep_rate is %s Hz, but with this num_points, hwaas and prf it must "
+            "be at most %s Hz",
+            text_beside(static_cast<double>(config.sweep_rate), {static_cast<double>(max_sweep_rate)}).text,
+            text_of(static_cast<double>(max_sweep_rate)).text);
         return false;
     }
     parameter_block block;
@@ -184,7 +187,7 @@ bool are_rates_valid(const zet_config &config)
         library_log(ZET_LOG_LEVEL_ERROR,
                     "frame_rate is %s Hz, but a frame takes %lu us, so it must be at "
                     "most %s Hz",
-                    text_of(static_cast<double>(config.frame_rate)).text,
+                    text_beside(static_cast<double>(config.frame_rate), {1.0e6 / timing.frame_us}).text,
                     static_cast<unsigned long>(timing.frame_us), text_of(1.0e6 / timing.frame_us).text);
         return false;
     }

@@ -178,6 +178,23 @@ const limit_case cases[] = {
      "frame_rate is less than -1e9 Hz"},
     {"frame_rate_too_low", [](zet_config_t *c) { zet_config_frame_rate_set(c, 0.001F); },
      "frame_rate is 0.001 Hz, but must be 0 or 0.01"},
+    {"frame_rate_that_is_nearly_0", [](zet_config_t *c) { zet_config_frame_rate_set(c, 1e-9F); },
+     "frame_rate is 1e-9 Hz, but must be 0 or 0.01"},
+    {"negative_frame_rate_that_is_nearly_0", [](zet_config_t *c) { zet_config_frame_rate_set(c, -1.5e-9F); },
+     "frame_rate is -1.5e-9 Hz, but must be 0 or 0.01"},
+    {"frame_rate_that_is_nearly_the_lowest",
+     [](zet_config_t *c) { zet_config_frame_rate_set(c, 0.0099999F); },
+     "frame_rate is 9.9999e-3 Hz, but must be 0 or 0.01"},
+    {"sweep_rate_that_is_nearly_the_highest",
+     [](zet_config_t *c) { zet_config_sweep_rate_set(c, 1000000.1F); },
+     "sweep_rate is 1000000.125 Hz, but must be 0 or 0.01 to 1000000 Hz"},
+    {"continuous_sweeps_of_nearly_equal_rates",
+     [](zet_config_t *c) {
+         zet_config_continuous_sweep_mode_set(c, true);
+         zet_config_frame_rate_set(c, 0.01F);
+         zet_config_sweep_rate_set(c, 0.0102F);
+     },
+     "which is 0.01 Hz, but it is 1.02e-2 Hz"},
     {"frame_rate_too_high",
      [](zet_config_t *c) {
          zet_config_frame_rate_set(c, 100.0F);
