@@ -4,10 +4,12 @@
  *
  * An input byte from 0x00 to 0x07 is an external event, any other is a byte from the host.
  */
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <cjson/cJSON.h>
 
@@ -22,6 +24,12 @@ namespace
 std::string sent;
 uint32_t tick = 0;
 std::array<char, 513> line;
+
+/** What the server receives next, and was not shown before. */
+std::string_view ahead;
+
+/** Whether a frame is measured, unless its wait is given up. */
+bool frames_succeed;
 
 /** Aborts if a check fails. */
 void check(bool passed)
@@ -76,6 +84,15 @@ zet_vantor_server_port_t make_port()
     return port;
 }
 
+/** Measures a frame: shows the server what will be received next, as a wait for a sensor does. */
+void measure()
+{
+    const std::string_view shown = std::exchange(ahead, {});
+    zet_vantor_server_look_ahead(shown.data(), shown.size());
+    fake_backend.frame_result =
+        !zet_vantor_server_gives_up_wait(ZET_VANTOR_SERVER_HOST_CONNECTED) && frames_succeed;
+}
+
 /** Runs an external event. */
 void run_event(uint8_t event)
 {
@@ -94,7 +111,7 @@ void run_event(uint8_t event)
         fail_allocation(1 + fake_memory.allocations % 50);
         break;
     case 4:
-        fake_backend.frame_result = !fake_backend.frame_result;
+        frames_succeed = !frames_succeed;
         break;
     case 5:
         fake_backend.parse_result = !fake_backend.parse_result;
@@ -108,21 +125,27 @@ void run_event(uint8_t event)
     }
 }
 
+/** Returns the bytes of the input up to the next event. */
+std::string_view piece_of(std::string_view input)
+{
+    const auto *const event =
+        std::ranges::find_if(input, [](char byte) { return static_cast<unsigned char>(byte) <= 7U; });
+    return {input.data(), static_cast<size_t>(event - input.data())};
+}
+
 /** Runs the input. Bytes up to the next event are received in one piece. */
 void play(std::string_view input)
 {
     while (!input.empty())
     {
-        size_t size = 0;
-        while (size < input.size() && static_cast<unsigned char>(input[size]) > 7U)
-        {
-            ++size;
-        }
-        zet_vantor_server_receive(input.data(), size);
+        const std::string_view piece = piece_of(input);
+        ahead = {};
+        zet_vantor_server_receive(piece.data(), piece.size());
         check_sent();
-        input.remove_prefix(size);
+        input.remove_prefix(piece.size());
         if (!input.empty())
         {
+            ahead = piece_of(input.substr(1));
             run_event(static_cast<uint8_t>(input.front()));
             input.remove_prefix(1);
         }
@@ -135,6 +158,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     fake_backend = {};
     fake_memory = {};
+    frames_succeed = true;
+    fake_backend.during_frame = measure;
     const zet_vantor_server_port_t port = make_port();
     check(zet_vantor_server_init(&port));
     play(std::string_view(reinterpret_cast<const char *>(data), size));
