@@ -21,7 +21,10 @@ constexpr const char *export_footer = R"(Examples:
   vantor export recordings/garage --format csv
       writes one file per item to recordings/garage/export
   vantor export recordings/garage --format npy --output arrays
-      writes complex64 arrays with the axes frame, sweep and point, for numpy.load)";
+      writes complex64 arrays with the axes frame, sweep and point, for numpy.load
+  vantor export recordings/garage --format npz
+      writes these arrays as "samples", with the distances of the points in metres ("distance_m"), the times of the
+      frames in seconds ("time_s"), and the other columns of the frame table)";
 
 /** The options of `vantor export`. */
 struct export_options
@@ -38,7 +41,10 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
     recording_reader recording(options.recording);
     const reading_progress progress(recording, streams, 1);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
-    return options.format == "csv" ? export_csv(recording, output) : export_npy(recording, output);
+    const auto write = options.format == "csv"   ? export_csv
+                       : options.format == "npy" ? export_npy
+                                                 : export_npz;
+    return write(recording, output);
 }
 
 /** Exports a recording and prints the paths of the files. */
@@ -71,8 +77,8 @@ command export_command()
             .footer = export_footer,
             .options = {recording_argument(options->recording),
                         {.name = "--format",
-                         .help = "Format of the files: csv or npy (NumPy)",
-                         .value = choice_value{.target = &options->format, .words = {"csv", "npy"}},
+                         .help = "Format of the files: csv, npy or npz (NumPy)",
+                         .value = choice_value{.target = &options->format, .words = {"csv", "npy", "npz"}},
                          .value_name = "FORMAT",
                          .required = true},
                         {.name = "--output",

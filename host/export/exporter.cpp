@@ -7,23 +7,16 @@
 #include <charconv>
 #include <cmath>
 #include <complex>
-#include <deque>
 #include <string>
-#include <system_error>
 
-#include "recording/output_file.h"
-#include "recording/recording_error.h"
+#include "export/item_files.h"
+#include "export/npy.h"
+#include "export/zip_writer.h"
 
 namespace vantor
 {
 namespace
 {
-
-/** Alignment of the data in an NPY file. */
-constexpr size_t npy_alignment = 64;
-
-/** Number of bytes before the header of an NPY file: magic, version, length of the header. */
-constexpr size_t npy_prefix = 10;
 
 /** Appends a number in its shortest exact form, and a separator. */
 template <typename number_t> void append_number(std::string &text, number_t value, char separator)
@@ -35,7 +28,8 @@ template <typename number_t> void append_number(std::string &text, number_t valu
 }
 
 /** Formats one frame of an item as text. */
-std::string csv_lines(const recorded_item &item, uint64_t number, const std::vector<sample> &samples)
+std::string csv_lines(const recorded_item &item, uint64_t number, double seconds,
+                      const std::vector<sample> &samples)
 {
     std::string text;
     const auto length = item.layout.sweep_length;
@@ -55,97 +49,82 @@ std::string csv_lines(const recorded_item &item, uint64_t number, const std::vec
             append_number(text, std::round(distance * 1e6) / 1e6, ',');
         }
         append_number(text, samples[i].real(), ',');
-        append_number(text, samples[i].imag(), '\n');
+        append_number(text, samples[i].imag(), ',');
+        append_number(text, seconds, '\n');
     }
     return text;
 }
 
-/** The header of an NPY file, version 1.0: a description of the array, padded so that the data are aligned.
- */
-std::string npy_head(const recording_reader &recording, const recorded_item &item)
+/** The shape of the samples of an item: the axes frame, sweep and point. */
+std::vector<uint64_t> shape_of(const recording_reader &recording, const recorded_item &item)
 {
-    std::string description =
-        "{'descr': '<c8', 'fortran_order': False, 'shape': (" + std::to_string(recording.frames()) + ", " +
-        std::to_string(item.layout.sweeps()) + ", " + std::to_string(item.layout.sweep_length) + "), }";
-    const auto unpadded = npy_prefix + description.size() + 1;
-    description.append((npy_alignment - unpadded % npy_alignment) % npy_alignment, ' ');
-    description += '\n';
-    std::string head("\x93NUMPY\x01\x00", 8);
-    head += static_cast<char>(description.size() & 0xFFU);
-    head += static_cast<char>(description.size() >> 8U);
-    return head + description;
+    return {recording.frames(), item.layout.sweeps(), item.layout.sweep_length};
 }
 
-/** Converts the samples of a frame to single precision. */
-std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
+/** Passes the samples of an item, in single precision, to a function, frame after frame. */
+template <typename append_t> void widen_frames(recording_reader &recording, size_t index, append_t append)
 {
-    std::vector<std::complex<float>> wide;
-    wide.reserve(samples.size());
-    for (const auto &value : samples)
-    {
-        wide.emplace_back(static_cast<float>(value.real()), static_cast<float>(value.imag()));
-    }
-    return wide;
-}
-
-/** The paths of the files of all items; throws recording_error if one exists already. */
-std::vector<std::filesystem::path> new_paths(const recording_reader &recording,
-                                             const std::filesystem::path &directory, const char *extension)
-{
-    std::vector<std::filesystem::path> paths;
-    for (const auto &item : recording.items())
-    {
-        const auto &path = paths.emplace_back(directory / (item.name + extension));
-        std::error_code failure;
-        if (std::filesystem::exists(path, failure))
-        {
-            throw recording_error(
-                "Cannot create " + path.string() +
-                ": it exists already; remove it, or choose another directory with --output.");
-        }
-    }
-    return paths;
-}
-
-/** Creates a directory, unless it exists. */
-void make_directory(const std::filesystem::path &directory)
-{
-    std::error_code failure;
-    std::filesystem::create_directories(directory, failure);
-    if (failure)
-    {
-        throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
-                              ".");
-    }
-}
-
-/** Writes one file per item: a header, then all frames. Either all files are created or none. */
-template <typename head_t, typename body_t>
-std::vector<std::filesystem::path> write_items(recording_reader &recording,
-                                               const std::filesystem::path &directory, const char *extension,
-                                               head_t head, body_t body)
-{
-    make_directory(directory);
-    auto paths = new_paths(recording, directory, extension);
-    std::deque<new_version> files;
     std::vector<sample> samples;
-    for (size_t i = 0; i < paths.size(); ++i)
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
-        const auto &item = recording.items()[i];
-        auto &file = files.emplace_back(paths[i]).file();
-        file.append(head(item));
-        for (uint64_t number = 0; number < recording.frames(); ++number)
-        {
-            recording.read_frame(i, number, samples);
-            body(file, item, number, samples);
-        }
-        files.back().finish();
+        recording.read_frame(index, number, samples);
+        const auto wide = widen(samples);
+        append(std::as_bytes(std::span(wide)));
     }
-    for (auto &file : files)
+}
+
+/** Adds one array to an archive: a value for each frame. */
+template <typename value_t, typename read_t>
+void add_column(zip_writer &archive, const recording_reader &recording, size_t index, const std::string &name,
+                const std::string &type, read_t read)
+{
+    const auto head = npy_head(type, {recording.frames()});
+    archive.begin(name + ".npy", head.size() + recording.frames() * sizeof(value_t));
+    archive.append(std::as_bytes(std::span(head)));
+    auto table = open_table(recording, index);
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
-        file.put_into_place();
+        const value_t value = read(next_row(table, recording.items()[index]));
+        archive.append(std::as_bytes(std::span(&value, 1)));
     }
-    return paths;
+    archive.end();
+}
+
+/** Adds the columns of the frame table to an archive. */
+void add_columns(zip_writer &archive, const recording_reader &recording, size_t index)
+{
+    add_column<double>(archive, recording, index, "time_s", "<f8",
+                       [](const frame_row &row) { return row.seconds; });
+    add_column<uint32_t>(archive, recording, index, "tick", "<u4",
+                         [](const frame_row &row) { return row.tick; });
+    add_column<int32_t>(archive, recording, index, "temperature", "<i4",
+                        [](const frame_row &row) { return row.temperature; });
+    add_column<bool>(archive, recording, index, "data_saturated", "|b1",
+                     [](const frame_row &row) { return row.data_saturated; });
+    add_column<bool>(archive, recording, index, "frame_delayed", "|b1",
+                     [](const frame_row &row) { return row.frame_delayed; });
+    add_column<bool>(archive, recording, index, "calibration_needed", "|b1",
+                     [](const frame_row &row) { return row.calibration_needed; });
+    add_column<bool>(archive, recording, index, "data_valid", "|b1",
+                     [](const frame_row &row) { return row.data_valid.value_or(true); });
+}
+
+/** Adds the samples of an item and the distances of its points to an archive. */
+void add_samples(zip_writer &archive, recording_reader &recording, size_t index)
+{
+    const auto &item = recording.items()[index];
+    const auto head = npy_head("<c8", shape_of(recording, item));
+    archive.begin("samples.npy",
+                  head.size() + recording.frames() * item.layout.frame_length * sizeof(std::complex<float>));
+    archive.append(std::as_bytes(std::span(head)));
+    widen_frames(recording, index, [&](std::span<const std::byte> bytes) { archive.append(bytes); });
+    archive.end();
+    const auto distances = std::as_bytes(std::span(item.distances));
+    const auto axis = npy_head("<f8", {item.distances.size()});
+    archive.begin("distance_m.npy", axis.size() + distances.size());
+    archive.append(std::as_bytes(std::span(axis)));
+    archive.append(distances);
+    archive.end();
 }
 
 } // namespace
@@ -153,22 +132,37 @@ std::vector<std::filesystem::path> write_items(recording_reader &recording,
 std::vector<std::filesystem::path> export_csv(recording_reader &recording,
                                               const std::filesystem::path &directory)
 {
-    return write_items(
-        recording, directory, ".csv",
-        [](const recorded_item &) { return std::string("frame,sweep,point,distance_m,real,imag\n"); },
-        [](output_file &file, const recorded_item &item, uint64_t number,
-           const std::vector<sample> &samples) { file.append(csv_lines(item, number, samples)); });
+    return write_item_files(recording, directory, ".csv", [&](output_file &file, size_t index) {
+        const auto &item = recording.items()[index];
+        auto table = open_table(recording, index);
+        std::vector<sample> samples;
+        file.append("frame,sweep,point,distance_m,real,imag,time_s\n");
+        for (uint64_t number = 0; number < recording.frames(); ++number)
+        {
+            recording.read_frame(index, number, samples);
+            file.append(csv_lines(item, number, next_row(table, item).seconds, samples));
+        }
+    });
 }
 
 std::vector<std::filesystem::path> export_npy(recording_reader &recording,
                                               const std::filesystem::path &directory)
 {
-    return write_items(
-        recording, directory, ".npy", [&](const recorded_item &item) { return npy_head(recording, item); },
-        [](output_file &file, const recorded_item &, uint64_t, const std::vector<sample> &samples) {
-            const auto wide = widen(samples);
-            file.append(std::as_bytes(std::span(wide)));
-        });
+    return write_item_files(recording, directory, ".npy", [&](output_file &file, size_t index) {
+        file.append(npy_head("<c8", shape_of(recording, recording.items()[index])));
+        widen_frames(recording, index, [&](std::span<const std::byte> bytes) { file.append(bytes); });
+    });
+}
+
+std::vector<std::filesystem::path> export_npz(recording_reader &recording,
+                                              const std::filesystem::path &directory)
+{
+    return write_item_files(recording, directory, ".npz", [&](output_file &file, size_t index) {
+        zip_writer archive(file);
+        add_samples(archive, recording, index);
+        add_columns(archive, recording, index);
+        archive.finish();
+    });
 }
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * Converts a recording to files for other programs: text tables (CSV) and NumPy arrays (NPY).
+ * Converts a recording to files for other programs: text tables (CSV) and NumPy arrays (NPY, NPZ).
  */
 #ifndef VANTOR_EXPORTER_H
 #define VANTOR_EXPORTER_H
@@ -14,7 +14,7 @@ namespace vantor
 
 /**
  * Writes each item as text: a header, then one line per sample with the columns frame, sweep, point,
- * distance_m, real and imag.
+ * distance_m, real, imag and time_s.
  *
  * @param recording  the recording to export
  * @param directory  where to write; it is created
@@ -33,6 +33,19 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
  * @throws recording_error if a file exists already or cannot be written; no file is created then
  */
 std::vector<std::filesystem::path> export_npy(recording_reader &recording,
+                                              const std::filesystem::path &directory);
+
+/**
+ * Writes each item as an NPZ file: an archive of NPY files. `samples` is the complex64 array with the axes
+ * frame, sweep and point; `distance_m` has the distance of each point; the others have a value for each
+ * frame, and the names of the columns of the frame table.
+ *
+ * @param recording  the recording to export
+ * @param directory  where to write; it is created
+ * @return the files written
+ * @throws recording_error if a file exists already or cannot be written; no file is created then
+ */
+std::vector<std::filesystem::path> export_npz(recording_reader &recording,
                                               const std::filesystem::path &directory);
 
 } // namespace vantor

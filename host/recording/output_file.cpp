@@ -162,7 +162,7 @@ output_file::output_file(const std::filesystem::path &path) : output_file(path, 
 
 output_file::output_file(const std::filesystem::path &path, std::filesystem::path name)
     : name_(std::move(name)),
-      descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, permissions))
+      descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions))
 {
     if (descriptor_ < 0)
     {
@@ -203,10 +203,26 @@ void output_file::append(std::string_view text)
     append(std::as_bytes(std::span(text)));
 }
 
+void output_file::overwrite(uint64_t position, std::span<const std::byte> bytes)
+{
+    while (!bytes.empty())
+    {
+        const auto count = pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        if (count < 0 && errno != EINTR)
+        {
+            fail("write to", name_);
+        }
+        const size_t written = count > 0 ? static_cast<size_t>(count) : 0;
+        bytes = bytes.subspan(written);
+        position += written;
+    }
+}
+
 void output_file::truncate(uint64_t length) noexcept
 {
     // Truncating needs no disk space. If it fails, readers still ignore data after the last complete frame.
     [[maybe_unused]] const int outcome = ftruncate(descriptor_, static_cast<off_t>(length));
+    lseek(descriptor_, static_cast<off_t>(length), SEEK_SET);
 }
 
 void output_file::sync() const

@@ -48,6 +48,14 @@ public:
     void append(std::string_view text);
 
     /**
+     * Replaces bytes that were appended before.
+     *
+     * @param position  of the first of them
+     * @throws recording_error if the disk fails
+     */
+    void overwrite(uint64_t position, std::span<const std::byte> bytes);
+
+    /**
      * Truncates the file.
      *
      * @param length  the new length in bytes, at most the current one

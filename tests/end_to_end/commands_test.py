@@ -2,6 +2,7 @@
 
 import array
 import contextlib
+import csv
 import json
 import os
 import pty
@@ -16,14 +17,15 @@ import threading
 import time
 import tty
 import unittest
+import zipfile
 
 import numpy
 
 from sigmf_rules import check_recording
 from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, vantor
 
-COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "repair", "plot", "export", "replay",
-            "completion")
+COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "repair", "plot", "export",
+            "replay", "completion")
 ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
 TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")
 FAST = "sim:--clock virtual --seed 11"
@@ -355,16 +357,43 @@ class Export(CommandTest):
             recorded = numpy.array(self.data(recording, os.path.splitext(os.path.basename(file))[0]), dtype="f4")
             numpy.testing.assert_array_equal(exported.ravel(), recorded.view("c8"))
 
+    def column(self, recording, name, item="group-1-item-1"):
+        """The cells of a column of a frame table."""
+        with open(os.path.join(recording, item + ".frames.csv"), encoding="ascii", newline="") as file:
+            return [row[name] for row in csv.DictReader(file)]
+
+    def test_numpy_archives(self):
+        recording = self.record()
+        item = "group-1-item-2"
+        files = self.succeeds("export", recording, "--format", "npz", "--output", self.path("archives")).splitlines()
+        self.assertEqual(files[1], self.path("archives", item + ".npz"))
+        self.succeeds("export", recording, "--format", "npy", "--output", self.path("arrays"))
+        with zipfile.ZipFile(files[1]) as archive:
+            self.assertIsNone(archive.testzip())
+        with numpy.load(files[1]) as exported:
+            numpy.testing.assert_array_equal(exported["samples"], numpy.load(self.path("arrays", item + ".npy")))
+            steps = [*range(60, 60 + 2 * 60, 2), *range(180, 180 + 6 * 100, 6), *range(780, 780 + 12 * 60, 12)]
+            numpy.testing.assert_allclose(exported["distance_m"], 0.0025 * numpy.array(steps))
+            for name, kind in (("time_s", float), ("tick", int), ("temperature", int), ("data_saturated", int),
+                               ("frame_delayed", int), ("calibration_needed", int)):
+                numpy.testing.assert_array_equal(exported[name], [kind(cell) for cell in
+                                                                  self.column(recording, name, item)])
+        with numpy.load(files[0]) as exported:
+            numpy.testing.assert_array_equal(exported["data_valid"], [cell == "1" for cell in
+                                                                      self.column(recording, "data_valid")])
+
     def test_tables(self):
         recording = self.record(frames=3)
         files = self.succeeds("export", recording, "--format", "csv", "--output", self.path("tables")).splitlines()
         self.assertEqual(files[0], self.path("tables", "group-1-item-1.csv"))
         with open(files[0], encoding="ascii") as file:
             head, *rows = [line.strip().split(",") for line in file]
-        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag"])
+        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag", "time_s"])
         self.assertEqual([(int(row[0]), int(row[1]), int(row[2])) for row in rows],
                          [(frame, sweep, point) for frame in range(3) for sweep in range(4) for point in range(120)])
-        self.assertEqual([int(part) for row in rows for part in row[4:]], list(self.data(recording)))
+        self.assertEqual([int(part) for row in rows for part in row[4:6]], list(self.data(recording)))
+        times = self.column(recording, "time_s")
+        self.assertEqual([row[6] for row in rows], [time for time in times for _ in range(4 * 120)])
         for point, row in enumerate(rows[:120]):
             self.assertAlmostEqual(float(row[3]), (80 + 6 * point) * 0.0025, places=6)
 

@@ -65,9 +65,9 @@ TEST(command_line, prints_help)
     EXPECT_THAT(run({"validate", "--help"}).out, HasSubstr("CONFIG REQUIRED"));
     EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
     EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
-    EXPECT_THAT(
-        run({"export", "--help"}).out,
-        testing::ContainsRegex("--format FORMAT REQUIRED +Format of the files: csv or npy \\(NumPy\\)\n"));
+    EXPECT_THAT(run({"export", "--help"}).out,
+                testing::ContainsRegex(
+                    "--format FORMAT REQUIRED +Format of the files: csv, npy or npz \\(NumPy\\)\n"));
 }
 
 TEST(command_line, has_help_with_examples_for_every_command)
@@ -218,7 +218,7 @@ TEST(command_line, completes_in_shells)
               "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n" + bash);
     EXPECT_THAT(bash, HasSubstr("scan) words=\"--help --baudrate --json\" ;;"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
-    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy' -d"));
+    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy npz' -d"));
     EXPECT_THAT(
         run({"completion", "fish"}).out,
         HasSubstr("complete -c vantor -n '__fish_seen_subcommand_from completion' -x -a 'bash zsh fish'"));
@@ -249,11 +249,11 @@ TEST(command_line, completes_in_a_real_bash)
     EXPECT_EQ(completed(directory / "", "re"), "record\nrepair\nreplay\n");
     EXPECT_EQ(completed(directory / "", "record --fr"), "--frames\n");
     EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n-o filenames\n");
-    EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\nnpz\n");
     EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
     EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n-o filenames\n");
-    EXPECT_EQ(completed(directory / "", "export x --format = n"), "npy\n");
-    EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\n");
+    EXPECT_EQ(completed(directory / "", "export x --format = n"), "npy\nnpz\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\nnpz\n");
     EXPECT_EQ(completed(directory / "", "record my --output = my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "record --out"), "--output\n");
     EXPECT_EQ(completed(directory / "", "--v"), "--version\n");
@@ -347,7 +347,7 @@ TEST(command_line, reports_the_bounds_of_a_number)
     EXPECT_THAT(fault({"replay", "x", "--speed", "0"}),
                 HasSubstr("--speed: \"0\" is not a number above 0, nor \"max\"\n"));
     EXPECT_THAT(fault({"export", "x", "--format", "xml"}),
-                HasSubstr("--format: \"xml\" is not one of csv, npy\n"));
+                HasSubstr("--format: \"xml\" is not one of csv, npy, npz\n"));
 }
 
 TEST(command_line, accepts_numbers_up_to_their_bounds)

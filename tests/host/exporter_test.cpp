@@ -67,7 +67,7 @@ TEST_P(exporter, writes_no_file_when_one_exists_already)
     EXPECT_EQ(test::read_file(last), test::read_file(place_ / "recording/session.sigmf-collection"));
 }
 
-INSTANTIATE_TEST_SUITE_P(formats, exporter, testing::Values(export_csv, export_npy));
+INSTANTIATE_TEST_SUITE_P(formats, exporter, testing::Values(export_csv, export_npy, export_npz));
 
 } // namespace
 } // namespace vantor

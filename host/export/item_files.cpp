@@ -1,0 +1,86 @@
+/** @file
+ * Writes one file per item of a recording.
+ */
+#include "export/item_files.h"
+
+#include <deque>
+#include <system_error>
+
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** The paths of the files of all items; throws recording_error if one exists already. */
+std::vector<std::filesystem::path> new_paths(const recording_reader &recording,
+                                             const std::filesystem::path &directory, const char *extension)
+{
+    std::vector<std::filesystem::path> paths;
+    for (const auto &item : recording.items())
+    {
+        const auto &path = paths.emplace_back(directory / (item.name + extension));
+        std::error_code failure;
+        if (std::filesystem::exists(path, failure))
+        {
+            throw recording_error(
+                "Cannot create " + path.string() +
+                ": it exists already; remove it, or choose another directory with --output.");
+        }
+    }
+    return paths;
+}
+
+/** Creates a directory, unless it exists. */
+void make_directory(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    std::filesystem::create_directories(directory, failure);
+    if (failure)
+    {
+        throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
+                              ".");
+    }
+}
+
+} // namespace
+
+std::vector<std::filesystem::path> write_item_files(const recording_reader &recording,
+                                                    const std::filesystem::path &directory,
+                                                    const char *extension,
+                                                    const std::function<void(output_file &, size_t)> &write)
+{
+    make_directory(directory);
+    auto paths = new_paths(recording, directory, extension);
+    std::deque<new_version> files;
+    for (size_t i = 0; i < paths.size(); ++i)
+    {
+        auto &file = files.emplace_back(paths[i]);
+        write(file.file(), i);
+        file.finish();
+    }
+    for (auto &file : files)
+    {
+        file.put_into_place();
+    }
+    return paths;
+}
+
+frame_row next_row(frame_table &table, const recorded_item &item)
+{
+    const auto row = table.next();
+    if (!row)
+    {
+        throw bad_recording("The frame table of " + item.name +
+                            " has fewer lines than the recording has frames.");
+    }
+    return *row;
+}
+
+frame_table open_table(const recording_reader &recording, size_t item)
+{
+    return frame_table(recording.directory() / (recording.items()[item].name + ".frames.csv"));
+}
+
+} // namespace vantor
