@@ -78,7 +78,7 @@ void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
 {
     for (const auto &server : found)
     {
-        out << server["address"].get<std::string>() << "  vantor_server "
+        out << printable(server["address"].get<std::string>()) << "  vantor_server "
             << printable(server["server_version"].get<std::string>()) << ", "
             << printable(server["sensor"].get<std::string>())
             << ", connected: " << join(server["connected_sensors"].get<std::vector<unsigned>>());

@@ -114,6 +114,12 @@ TEST_F(scan_test, shows_the_name_of_a_board)
                          "serial:second@115200  vantor_server 0.1.0, k330, connected: 1, 2\n");
 }
 
+TEST_F(scan_test, prints_names_of_devices_without_control_characters)
+{
+    EXPECT_EQ(run({"first\x1b[2J", "missing"}), exit_code::success);
+    EXPECT_THAT(out.str(), testing::StartsWith("serial:first?[2J@115200  vantor_server"));
+}
+
 TEST_F(scan_test, prints_json_for_programs)
 {
     options.json = true;
