@@ -12,6 +12,7 @@
 #include "commands/export.h"
 #include "commands/identify.h"
 #include "commands/info.h"
+#include "commands/interrupt.h"
 #include "commands/plot.h"
 #include "commands/printable.h"
 #include "commands/record.h"
@@ -107,6 +108,10 @@ exit_code report_current_exception(std::ostream &err)
     catch (const timeout_error &failure)
     {
         return report(err, exit_code::no_connection, failure);
+    }
+    catch (const interruption &failure)
+    {
+        return report(err, exit_code::interrupted, failure);
     }
     catch (const std::exception &failure)
     {

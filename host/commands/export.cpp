@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/reading_progress.h"
 #include "export/exporter.h"
@@ -35,11 +36,21 @@ struct export_options
     bool json = false;
 };
 
+/** Throws interruption if the user has asked to stop. */
+void require_no_interruption()
+{
+    if (interrupt_watch::interrupted())
+    {
+        throw interruption("Interrupted; no file was written.");
+    }
+}
+
 /** Writes the files and returns their paths; shows progress on a terminal. */
 std::vector<std::filesystem::path> write_files(const export_options &options, const command_streams &streams)
 {
     recording_reader recording(options.recording);
-    const reading_progress progress(recording, streams, 1);
+    const interrupt_watch watch;
+    const reading_progress progress(recording, streams, 1, require_no_interruption);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
     const auto write = options.format == "csv"   ? export_csv
                        : options.format == "npy" ? export_npy

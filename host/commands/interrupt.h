@@ -4,8 +4,17 @@
 #ifndef VANTOR_INTERRUPT_H
 #define VANTOR_INTERRUPT_H
 
+#include "vantor/errors.h"
+
 namespace vantor
 {
+
+/** The user has asked to stop. */
+class interruption : public error
+{
+public:
+    using error::error;
+};
 
 /**
  * While an object of this class exists, the first SIGINT (Ctrl-C), SIGTERM or SIGHUP only sets interrupted();

@@ -4,6 +4,9 @@
 #ifndef VANTOR_READING_PROGRESS_H
 #define VANTOR_READING_PROGRESS_H
 
+#include <functional>
+#include <utility>
+
 #include "commands/command_line.h"
 #include "commands/progress.h"
 #include "recording/recording_reader.h"
@@ -19,12 +22,15 @@ public:
      * @param recording  must outlive this object
      * @param streams    where to show the progress
      * @param times      how often the command reads each frame of each item
+     * @param check      called after each frame, if set; an exception ends the command
      */
-    reading_progress(recording_reader &recording, const command_streams &streams, unsigned times)
+    reading_progress(recording_reader &recording, const command_streams &streams, unsigned times,
+                     std::function<void()> check = {})
         : recording_(recording), line_(streams.err, streams.terminal,
-                                       {.frames = recording.frames() * recording.items().size() * times})
+                                       {.frames = recording.frames() * recording.items().size() * times}),
+          check_(std::move(check))
     {
-        recording_.on_read([this](uint64_t count) { line_.update(count); });
+        recording_.on_read([this](uint64_t count) { update(count); });
     }
     reading_progress(const reading_progress &) = delete;
     reading_progress &operator=(const reading_progress &) = delete;
@@ -37,8 +43,19 @@ public:
     }
 
 private:
+    /** Shows the progress after a number of reads. */
+    void update(uint64_t reads)
+    {
+        line_.update(reads);
+        if (check_)
+        {
+            check_();
+        }
+    }
+
     recording_reader &recording_;
     progress_line line_;
+    std::function<void()> check_;
 };
 
 } // namespace vantor

@@ -22,7 +22,7 @@ std::vector<std::filesystem::path> new_paths(const recording_reader &recording,
     {
         const auto &path = paths.emplace_back(directory / (item.name + extension));
         std::error_code failure;
-        if (std::filesystem::exists(path, failure))
+        if (std::filesystem::exists(std::filesystem::symlink_status(path, failure)))
         {
             throw recording_error(
                 "Cannot create " + path.string() +
@@ -51,6 +51,7 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
                                                     const char *extension,
                                                     const std::function<void(output_file &, size_t)> &write)
 {
+    require_no_link_in_recording(directory);
     make_directory(directory);
     auto paths = new_paths(recording, directory, extension);
     std::deque<new_version> files;

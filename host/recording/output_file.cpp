@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "recording/recording_error.h"
+#include "recording/sigmf.h"
 
 namespace vantor
 {
@@ -66,9 +67,30 @@ void check_place(const std::filesystem::path &path)
     }
 }
 
+/** Whether a directory, or one that contains it, is a recording. */
+bool is_in_recording(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    const auto collection = std::string(collection_name) + ".sigmf-collection";
+    for (auto place = std::filesystem::weakly_canonical(directory, failure); !place.empty();
+         place = place.parent_path())
+    {
+        if (std::filesystem::exists(std::filesystem::symlink_status(place / collection, failure)))
+        {
+            return true;
+        }
+        if (!place.has_relative_path())
+        {
+            break;
+        }
+    }
+    return false;
+}
+
 /** The path of the file to replace: the target if it is a symbolic link; throws like the function above. */
 std::filesystem::path place_of(const std::filesystem::path &path)
 {
+    require_no_link_in_recording(path);
     check_place(path);
     std::error_code failure;
     auto target = std::filesystem::canonical(path, failure);
@@ -271,6 +293,21 @@ void new_version::put_into_place()
     }
     temporary_.clear();
     sync_directory(path_.parent_path());
+}
+
+void require_no_link_in_recording(const std::filesystem::path &path)
+{
+    std::error_code failure;
+    for (auto part = std::filesystem::absolute(path, failure); part.has_relative_path();
+         part = part.parent_path())
+    {
+        if (std::filesystem::is_symlink(std::filesystem::symlink_status(part, failure)) &&
+            is_in_recording(part.parent_path()))
+        {
+            throw recording_error("Cannot write " + path.string() + ": " + part.string() +
+                                  " is a symbolic link in a recording. Remove it, or choose another place.");
+        }
+    }
 }
 
 void replace_files(const std::vector<file_text> &files)

@@ -92,8 +92,10 @@ public:
     /**
      * Creates the temporary file.
      *
-     * @param path  the file to replace or create; if it is a symbolic link, its target is replaced
-     * @throws recording_error if it cannot be created, or if something else than a file is at the path
+     * @param path  the file to replace or create; if it is a symbolic link, its target is replaced, except
+     *              in a recording
+     * @throws recording_error if it cannot be created, if something else than a file is at the path, or if
+     *         require_no_link_in_recording() throws
      */
     explicit new_version(const std::filesystem::path &path);
     new_version(const new_version &) = delete;
@@ -127,6 +129,15 @@ private:
     std::filesystem::path temporary_; /**< empty once the file is in its place */
     output_file file_;
 };
+
+/**
+ * Checks that nothing is written through a symbolic link in a recording: recordings come from anywhere, and a
+ * link in one could lead to any file of the user.
+ *
+ * @param path  the file or directory to write; need not exist
+ * @throws recording_error if the path, or a directory in it, is a symbolic link in a recording
+ */
+void require_no_link_in_recording(const std::filesystem::path &path);
 
 /** A file and its complete new content. */
 struct file_text

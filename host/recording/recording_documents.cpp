@@ -21,12 +21,6 @@ using nlohmann::json;
 /** More frames than any recording has. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
 
-/** The path of the collection. */
-std::filesystem::path collection_path(const std::filesystem::path &directory)
-{
-    return directory / (std::string(collection_name) + ".sigmf-collection");
-}
-
 /** Returns the directory of a recording, given the directory itself or one of its files. */
 std::filesystem::path directory_of(const std::filesystem::path &place)
 {
@@ -210,6 +204,11 @@ void read_items(recording_documents &documents)
 }
 
 } // namespace
+
+std::filesystem::path collection_path(const std::filesystem::path &directory)
+{
+    return directory / (std::string(collection_name) + ".sigmf-collection");
+}
 
 recording_documents read_documents(const std::filesystem::path &place)
 {

@@ -39,6 +39,9 @@ struct recording_documents
     std::vector<std::string> faults; /**< what is wrong with documents that are damaged */
 };
 
+/** The path of the collection of a recording in this directory. */
+std::filesystem::path collection_path(const std::filesystem::path &directory);
+
 /**
  * Reads the documents. If one of them is damaged, the others replace it as far as possible.
  *

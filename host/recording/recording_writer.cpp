@@ -37,6 +37,7 @@ std::string present_time()
 /** Creates a directory; it may exist already if it is empty. */
 void make_new_directory(const std::filesystem::path &directory)
 {
+    require_no_link_in_recording(directory);
     std::error_code failure;
     std::filesystem::create_directories(directory, failure);
     const bool empty = !failure && std::filesystem::is_empty(directory, failure);

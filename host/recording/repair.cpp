@@ -46,6 +46,19 @@ void require_repairable(const recording_check &check)
     }
 }
 
+/** Throws recording_error if a file is a symbolic link. */
+void require_no_links(const recording_documents &documents)
+{
+    require_no_link_in_recording(collection_path(documents.directory));
+    for (const auto &item : documents.items)
+    {
+        for (const char *extension : {".sigmf-meta", ".sigmf-data", ".frames.csv"})
+        {
+            require_no_link_in_recording(documents.directory / (item.name + extension));
+        }
+    }
+}
+
 /** The segments of frames without gaps, from an item whose metadata are not damaged. */
 std::vector<capture> find_captures(const recording_documents &documents)
 {
@@ -112,7 +125,7 @@ void write_final_documents(const recording_check &check)
             {.path = directory / (name + ".sigmf-meta"), .text = final_document(check, i).dump(2) + "\n"});
         streams.push_back({.name = name, .digest = sha512_of(files.back().text)});
     }
-    files.push_back({.path = directory / (std::string(collection_name) + ".sigmf-collection"),
+    files.push_back({.path = collection_path(directory),
                      .text = final_collection(check.documents, streams).dump(2) + "\n"});
     replace_files(files);
 }
@@ -143,6 +156,7 @@ repair_result repair_recording(const std::filesystem::path &place, const check_p
         return {.changed = false, .frames = before.frames, .removed = 0};
     }
     require_repairable(before);
+    require_no_links(before.documents);
     const auto removed = remove_rest(before);
     write_final_documents(before);
     const auto after = check_recording(before.documents.directory, progress);

@@ -3,10 +3,15 @@
  */
 #include "export/exporter.h"
 
+#include <csignal>
 #include <iterator>
+#include <sstream>
+#include <utility>
 
 #include <gmock/gmock.h>
 
+#include "commands/command_line.h"
+#include "disk_calls.h"
 #include "example_recording.h"
 #include "file_size_limit.h"
 #include "recording/recording_error.h"
@@ -65,6 +70,58 @@ TEST_P(exporter, writes_no_file_when_one_exists_already)
     EXPECT_THROW(static_cast<void>(run()), recording_error);
     EXPECT_EQ(count_files(output_), 1);
     EXPECT_EQ(test::read_file(last), test::read_file(place_ / "recording/session.sigmf-collection"));
+}
+
+TEST_P(exporter, does_not_write_through_a_link_in_the_recording)
+{
+    const auto outside = place_ / "outside";
+    std::filesystem::create_directory(outside);
+    std::filesystem::create_directory_symlink(outside, place_ / "recording/export");
+    recording_reader recording(place_ / "recording");
+    for (const char *name : {"recording/export", "recording/export/deeper"})
+    {
+        EXPECT_THAT(
+            [&] { GetParam()(recording, place_ / name); },
+            testing::ThrowsMessage<recording_error>(testing::HasSubstr("is a symbolic link in a recording")));
+    }
+    EXPECT_EQ(count_files(outside), 0);
+}
+
+TEST_P(exporter, writes_through_a_link_elsewhere)
+{
+    std::filesystem::create_directory(place_ / "disk");
+    std::filesystem::create_directory_symlink(place_ / "disk", output_);
+    EXPECT_EQ(run().size(), 3U);
+    EXPECT_EQ(count_files(place_ / "disk"), 3);
+}
+
+TEST_P(exporter, replaces_no_link_that_leads_nowhere)
+{
+    const auto last = run().back();
+    std::filesystem::remove_all(output_);
+    std::filesystem::create_directory(output_);
+    std::filesystem::create_symlink("nowhere", last);
+    EXPECT_THROW(static_cast<void>(run()), recording_error);
+    EXPECT_TRUE(std::filesystem::is_symlink(last));
+}
+
+TEST_P(exporter, leaves_nothing_behind_after_a_signal)
+{
+    const std::string format = GetParam() == export_csv ? "csv" : GetParam() == export_npy ? "npy" : "npz";
+    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    {
+        std::ostringstream out;
+        std::ostringstream err;
+        // At the end of the first file, the others are still to be read.
+        bool raised = false;
+        const test::disk_calls calls([&] { std::exchange(raised, true) ? 0 : std::raise(number); });
+        EXPECT_EQ(run_command_line({"export", (place_ / "recording").string(), "--format", format, "--output",
+                                    output_.string()},
+                                   {out, err}),
+                  exit_code::interrupted);
+        EXPECT_EQ(err.str(), "vantor: Interrupted; no file was written.\n");
+        EXPECT_EQ(count_files(output_), 0);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(formats, exporter, testing::Values(export_csv, export_npy, export_npz));

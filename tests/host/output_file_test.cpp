@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include "disk_calls.h"
+#include "example_recording.h"
 #include "file_size_limit.h"
 #include "recording/recording_error.h"
 #include "temporary_directory.h"
@@ -146,6 +147,39 @@ TEST(output_file, delays_signals_until_no_temporary_file_is_left)
         EXPECT_EQ(arrived.back(), number);
         std::signal(number, SIG_DFL);
     }
+}
+
+TEST(output_file, is_not_written_through_a_link_in_a_recording)
+{
+    const temporary_directory directory;
+    const auto target = directory.write("target", "of the user");
+    const auto recording = directory / "recording";
+    write_example_recording(recording, 1);
+    std::filesystem::create_directory(recording / "folder");
+    std::filesystem::create_directory_symlink(directory / "", recording / "link");
+    for (const char *name : {"picture.png", "folder/picture.png", "link/target"})
+    {
+        if (name != std::string("link/target"))
+        {
+            std::filesystem::create_symlink(target, recording / name);
+        }
+        EXPECT_THAT(
+            [&] {
+                replace_files({{recording / name, "new"}});
+            },
+            testing::ThrowsMessage<recording_error>(testing::HasSubstr("is a symbolic link in a recording")))
+            << name;
+    }
+    EXPECT_EQ(read_file(target), "of the user");
+}
+
+TEST(output_file, may_be_in_a_recording_that_a_link_leads_to)
+{
+    const temporary_directory directory;
+    write_example_recording(directory / "recording", 1);
+    std::filesystem::create_directory_symlink(directory / "recording", directory / "link");
+    replace_files({{directory / "link/picture.png", "new"}});
+    EXPECT_EQ(read_file(directory / "recording/picture.png"), "new");
 }
 
 TEST(shorten_file, removes_the_end_durably)

@@ -349,5 +349,15 @@ TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
               sha512_of(read_file(directory / "out/group-1-item-1.sigmf-data")));
 }
 
+TEST(recording_writer, does_not_record_through_a_link_in_a_recording)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 1);
+    std::filesystem::create_directory(directory / "elsewhere");
+    std::filesystem::create_directory_symlink(directory / "elsewhere", directory / "out/link");
+    EXPECT_THROW(recording_writer(directory / "out/link", example_description()), recording_error);
+    EXPECT_TRUE(std::filesystem::is_empty(directory / "elsewhere"));
+}
+
 } // namespace
 } // namespace vantor

@@ -188,6 +188,23 @@ TEST(repair, refuses_a_recording_that_is_still_written)
     EXPECT_EQ(recording_reader(directory / "out").frames(), 2U);
 }
 
+TEST(repair, refuses_links_before_it_changes_anything)
+{
+    const recording_files files(false);
+    for (const auto &[name, content] : files.original)
+    {
+        const auto target = files.directory.write("target", content);
+        std::filesystem::remove(files.path / name);
+        std::filesystem::create_symlink(target, files.path / name);
+        EXPECT_THAT([&] { repair_recording(files.path); },
+                    ThrowsMessage<recording_error>(HasSubstr("is a symbolic link in a recording")))
+            << name;
+        EXPECT_EQ(test::read_file(target), content);
+        std::filesystem::remove(files.path / name);
+        files.restore();
+    }
+}
+
 TEST(repair, can_be_repeated_after_the_disk_was_full)
 {
     const recording_files files(false);
