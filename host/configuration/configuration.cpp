@@ -135,6 +135,12 @@ item_configuration read_item(const nlohmann::json &document)
 
 nlohmann::json parse_json_text(std::string_view text, const std::string &name)
 {
+    if (const auto end = text.find('\0'); end != std::string_view::npos)
+    {
+        // The parser would stop there.
+        throw configuration_error(name + " is not valid JSON at " + describe_place(text, end) +
+                                  ": it contains a null byte.");
+    }
     repetition_watch watch;
     nlohmann::json document;
     try

@@ -115,6 +115,14 @@ TEST(recording_check, says_how_much_is_missing_or_too_much)
                 ElementsAre("group-1-item-2.frames.csv has 4 bytes after the last row."));
 }
 
+TEST(recording_check, notices_null_bytes_after_a_document)
+{
+    const recording_files files(true);
+    const std::string name = "session.sigmf-collection";
+    std::filesystem::resize_file(files.path / name, files.original.at(name).size() + 1);
+    EXPECT_THAT(check_recording(files.path).faults, ElementsAre(HasSubstr("it contains a null byte")));
+}
+
 TEST(recording_check, names_missing_files)
 {
     const recording_files files(true);
