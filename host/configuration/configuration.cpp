@@ -105,8 +105,9 @@ subsweep_range read_range(const nlohmann::json &subsweep)
 {
     subsweep_range range;
     range.start_point = integer_or(subsweep, "start_point", range.start_point);
-    // The server uses 16 bits of it.
+    // The server uses 16 bits of this one, and 8 bits of the next.
     range.step_length = static_cast<uint16_t>(integer_or(subsweep, "step_length", range.step_length));
+    range.profile = static_cast<uint8_t>(integer_or(subsweep, "profile", range.profile));
     return range;
 }
 

@@ -24,11 +24,12 @@ public:
     using error::error;
 };
 
-/** Positions of the points of a sub-sweep, in base steps. */
+/** Positions of the points of a sub-sweep, in base steps, and its pulse. */
 struct subsweep_range
 {
     int start_point = 80; /**< position of the first point */
     int step_length = 1;  /**< distance between two points */
+    int profile = 3;      /**< which pulse */
 };
 
 /** One item of a configuration document. */

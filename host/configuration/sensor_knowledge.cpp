@@ -41,4 +41,11 @@ double sensor_figure(const std::string &name, const std::string &key)
     return sensor_knowledge()["figures"].at(name).at("value").at(key);
 }
 
+std::optional<double> pulse_width(int profile)
+{
+    const auto &widths = sensor_knowledge()["figures"]["pulse_width"]["value"];
+    const auto found = widths.find(std::to_string(profile));
+    return found == widths.end() ? std::nullopt : std::optional(found->get<double>());
+}
+
 } // namespace vantor

@@ -4,6 +4,7 @@
 #ifndef VANTOR_SENSOR_KNOWLEDGE_H
 #define VANTOR_SENSOR_KNOWLEDGE_H
 
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -28,6 +29,9 @@ double sensor_figure(const std::string &name);
 
 /** A figure of the sensor for one value of the member that it depends on. */
 double sensor_figure(const std::string &name, const std::string &key);
+
+/** Width of the pulse of a profile, in metres; nothing if there is no such profile. */
+std::optional<double> pulse_width(int profile);
 
 } // namespace vantor
 

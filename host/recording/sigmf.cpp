@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "configuration/sensor_knowledge.h"
 #include "version.h"
 
 namespace vantor
@@ -39,6 +40,10 @@ ordered_json describe_subsweeps(const item_layout &layout, const item_configurat
             const auto &range = item.subsweeps[i];
             entry["start_m"] = range.start_point * layout.base_step_length_m;
             entry["step_m"] = range.step_length * layout.base_step_length_m;
+            if (const auto width = pulse_width(range.profile))
+            {
+                entry["pulse_width_m"] = *width;
+            }
         }
         list.push_back(std::move(entry));
     }
@@ -83,6 +88,7 @@ void add_own_members(ordered_json &global, const item_layout &layout, const item
     global["vantor:max_sweep_rate"] = layout.max_sweep_rate;
     global["vantor:high_speed_mode"] = layout.high_speed_mode;
     global["vantor:base_step_length_m"] = layout.base_step_length_m;
+    global["vantor:wavelength_m"] = sensor_figure("wavelength");
     global["vantor:subsweeps"] = describe_subsweeps(layout, item);
     global["vantor:calibration_temperature"] = layout.calibration_temperature;
     global["vantor:frame_table"] = item_name(layout) + ".frames.csv";

@@ -118,6 +118,11 @@ TEST(configuration, reads_numbers_out_of_range_like_the_server)
         R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 1e300, "frame_rate": "x"}}]]})"));
     EXPECT_EQ(items.at(0).subsweeps.at(0).start_point, std::numeric_limits<int>::max());
     EXPECT_EQ(items.at(0).frame_rate, 0.0);
+    const auto profiles = list_items(json::parse(
+        R"({"groups": [[{"sensor_id": 1, "config": {"subsweeps": [{"profile": 5}, {"profile": 257}, {}]}}]]})"));
+    EXPECT_EQ(profiles.at(0).subsweeps.at(0).profile, 5);
+    EXPECT_EQ(profiles.at(0).subsweeps.at(1).profile, 1);
+    EXPECT_EQ(profiles.at(0).subsweeps.at(2).profile, 3);
 }
 
 } // namespace

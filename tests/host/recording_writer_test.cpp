@@ -125,6 +125,8 @@ TEST(recording_writer, describes_each_item_as_sigmf)
     EXPECT_EQ(global["vantor:subsweeps"][1]["offset"], 10);
     EXPECT_DOUBLE_EQ(global["vantor:subsweeps"][1]["start_m"], 0.5);
     EXPECT_DOUBLE_EQ(global["vantor:subsweeps"][1]["step_m"], 0.02);
+    EXPECT_DOUBLE_EQ(global["vantor:subsweeps"][1]["pulse_width_m"], 0.198);
+    EXPECT_DOUBLE_EQ(global["vantor:wavelength_m"], 0.005);
     EXPECT_EQ(global["vantor:item_configuration"], example_session().configuration["groups"][0][1]);
     ASSERT_EQ(document["captures"].size(), 1U);
     EXPECT_EQ(document["captures"][0]["core:sample_start"], 0);

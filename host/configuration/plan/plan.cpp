@@ -46,8 +46,7 @@ subsweep_plan plan_subsweep(const json &subsweep, double base_step, size_t offse
     result.first_m = number(subsweep, "start_point") * base_step;
     result.step_m = number(subsweep, "step_length") * base_step;
     result.last_m = result.first_m + static_cast<double>(result.points - 1) * result.step_m;
-    const auto profile = std::lround(number(subsweep, "profile"));
-    result.pulse_width_m = sensor_figure("pulse_width", std::to_string(profile));
+    result.pulse_width_m = pulse_width(static_cast<int>(number(subsweep, "profile"))).value();
     result.unambiguous_m = figure_of("farthest_point", subsweep, "prf") * base_step;
     return result;
 }
