@@ -13,6 +13,7 @@
 #include "commands/identify.h"
 #include "commands/info.h"
 #include "commands/interrupt.h"
+#include "commands/plan.h"
 #include "commands/plot.h"
 #include "commands/printable.h"
 #include "commands/record.h"
@@ -122,9 +123,19 @@ exit_code report_current_exception(std::ostream &err)
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
-    return {identify_command(),  scan_command(),   selftest_command(), validate_command(),
-            calibrate_command(), record_command(), info_command(),     repair_command(),
-            plot_command(),      export_command(), replay_command(),   completion_command(list_commands)};
+    return {identify_command(),
+            scan_command(),
+            selftest_command(),
+            plan_command(),
+            validate_command(),
+            calibrate_command(),
+            record_command(),
+            info_command(),
+            repair_command(),
+            plot_command(),
+            export_command(),
+            replay_command(),
+            completion_command(list_commands)};
 }
 
 } // namespace

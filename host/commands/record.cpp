@@ -113,7 +113,7 @@ nlohmann::json read_configuration(const record_options &options, const command_s
         configuration = load_configuration(options.configuration);
         if (!options.no_validate)
         {
-            require_valid(configuration, options.configuration, streams.err);
+            require_valid(configuration, options.configuration, streams.err, no_validate_advice);
         }
     }
     if (!options.calibration.empty())

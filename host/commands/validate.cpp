@@ -5,9 +5,11 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/plan_report.h"
 #include "commands/printable.h"
 #include "commands/validation.h"
 #include "configuration/check/configuration_check.h"
@@ -22,20 +24,32 @@ constexpr const char *validate_footer = R"(Examples:
   vantor validate examples/two_sensors.json
   vantor validate config.json --json
 
-This does not need a server. docs/configuration.md describes every member.)";
+This does not need a server. docs/configuration.md describes every member. For a valid document, the figures of
+"vantor plan" follow.)";
 
-/** The faults as JSON. */
-nlohmann::ordered_json to_json(const std::vector<configuration_fault> &faults)
+/** Prints the faults of a document, or its figures. */
+exit_code validate(const std::filesystem::path &file, bool json, std::ostream &out)
 {
-    auto list = nlohmann::ordered_json::array();
-    for (const auto &fault : faults)
+    const auto document = load_configuration(file);
+    const auto faults = check_configuration(document);
+    const auto session = faults.empty() ? std::optional(plan(document)) : std::nullopt;
+    if (json)
     {
-        list.push_back({{"pointer", fault.pointer},
-                        {"got", fault.got},
-                        {"allowed", fault.allowed},
-                        {"nearest", fault.nearest}});
+        print_json(out, {{"valid", faults.empty()},
+                         {"faults", faults_json(faults)},
+                         {"figures", session ? plan_json(*session, std::nullopt) : nullptr}});
     }
-    return {{"valid", faults.empty()}, {"faults", std::move(list)}};
+    else if (session)
+    {
+        out << printable(file.string()) << ": valid\n";
+        print_doubts(out, file, *session);
+        print_plan(out, *session, std::nullopt);
+    }
+    else
+    {
+        print_faults(out, file.string(), faults);
+    }
+    return faults.empty() ? exit_code::success : exit_code::bad_file;
 }
 
 } // namespace
@@ -53,20 +67,7 @@ command validate_command()
             .footer = validate_footer,
             .options = {configuration_argument(options->configuration), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
-                const auto faults = check_configuration(load_configuration(options->configuration));
-                if (options->json)
-                {
-                    print_json(streams.out, to_json(faults));
-                }
-                else if (faults.empty())
-                {
-                    streams.out << printable(options->configuration.string()) << ": valid\n";
-                }
-                else
-                {
-                    print_faults(streams.out, options->configuration, faults);
-                }
-                return faults.empty() ? exit_code::success : exit_code::bad_file;
+                return validate(options->configuration, options->json, streams.out);
             }};
 }
 

@@ -39,28 +39,40 @@ command_option no_validate_flag(bool &target)
             .value = &target};
 }
 
-void print_faults(std::ostream &out, const std::filesystem::path &file,
-                  const std::vector<configuration_fault> &faults)
+void print_faults(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults)
 {
     for (const auto &fault : faults)
     {
         const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
         const auto nearest = fault.nearest.is_null() ? "" : "; nearest: " + nearest_text(fault.nearest);
-        out << printable(file.string()) << ": " << printable(place) << ": got " << printable(fault.got)
+        out << printable(file) << ": " << printable(place) << ": got " << printable(fault.got)
             << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
     }
 }
 
-void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err)
+nlohmann::ordered_json faults_json(const std::vector<configuration_fault> &faults)
+{
+    auto list = nlohmann::ordered_json::array();
+    for (const auto &fault : faults)
+    {
+        list.push_back({{"pointer", fault.pointer},
+                        {"got", fault.got},
+                        {"allowed", fault.allowed},
+                        {"nearest", fault.nearest}});
+    }
+    return list;
+}
+
+void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err,
+                   const std::string &advice)
 {
     const auto faults = check_configuration(configuration);
     if (faults.empty())
     {
         return;
     }
-    print_faults(err, file, faults);
-    throw configuration_error(file.string() +
-                              " is not valid: correct it, or use --no-validate if the server accepts it.");
+    print_faults(err, file.string(), faults);
+    throw configuration_error(file.string() + " is not valid: correct it" + advice + ".");
 }
 
 } // namespace vantor

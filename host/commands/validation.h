@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -20,8 +21,10 @@ namespace vantor
 command_option no_validate_flag(bool &target);
 
 /** Prints one line for each fault of a document. */
-void print_faults(std::ostream &out, const std::filesystem::path &file,
-                  const std::vector<configuration_fault> &faults);
+void print_faults(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults);
+
+/** The faults of a document as JSON. */
+nlohmann::ordered_json faults_json(const std::vector<configuration_fault> &faults);
 
 /**
  * Checks a document; prints its faults if there are any.
@@ -29,9 +32,14 @@ void print_faults(std::ostream &out, const std::filesystem::path &file,
  * @param configuration  the document
  * @param file           its name for the messages
  * @param err            where the faults are printed
+ * @param advice         what the error message adds
  * @throws configuration_error if the document has a fault
  */
-void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err);
+void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err,
+                   const std::string &advice = {});
+
+/** Advice for commands with no_validate_flag. */
+inline constexpr const char *no_validate_advice = ", or use --no-validate if the server accepts it";
 
 } // namespace vantor
 

@@ -24,7 +24,8 @@ import numpy
 from sigmf_rules import check_recording
 from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, vantor
 
-COMMANDS = ("identify", "scan", "selftest", "validate", "calibrate", "record", "info", "repair", "plot", "export",
+COMMANDS = ("identify", "scan", "selftest", "plan", "validate", "calibrate", "record", "info", "repair", "plot",
+            "export",
             "replay", "completion")
 ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
 TWO_SENSORS = os.path.join(EXAMPLES, "two_sensors.json")
@@ -220,8 +221,9 @@ class Scan(CommandTest):
 class Validate(CommandTest):
     def test_examples_are_valid(self):
         for file in (ONE_SENSOR, TWO_SENSORS):
-            self.assertEqual(f"{file}: valid\n", self.succeeds("validate", file))
-            self.assertEqual(json.loads(self.succeeds("validate", file, "--json")), {"valid": True, "faults": []})
+            self.assertTrue(self.succeeds("validate", file).startswith(f"{file}: valid\ngroup 1, item 1, sensor 1: "))
+            about = json.loads(self.succeeds("validate", file, "--json"))
+            self.assertEqual((about["valid"], about["faults"], about["figures"]["warnings"]), (True, [], []))
 
     def test_a_fault_is_reported_with_its_place_and_what_is_allowed(self):
         configuration = example("single_sensor.json")
@@ -238,6 +240,21 @@ class Validate(CommandTest):
 
     def test_no_file(self):
         self.fails(3, "nothing.json", "validate", "nothing.json")
+
+
+class Plan(CommandTest):
+    def test_from_a_wish_to_a_picture(self):
+        result = vantor("plan", "--distance", "5 m", "--resolution", "1 cm", "--output", "config.json", cwd=self.folder)
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn("resolution 0.01 m is not possible", result.stderr)
+        self.succeeds("record", "config.json", "--frames", 5, "--output", "recording", "--connect", FAST)
+        self.succeeds("plot", "recording")
+        self.assertTrue(any(name.endswith(".png") for name in os.listdir(self.path("recording"))))
+
+    def test_a_server_reports_what_it_knows(self):
+        figures = json.loads(self.succeeds("plan", TWO_SENSORS, "--json", "--connect", FAST))["figures"]
+        self.assertEqual(figures["assumed"], ["sweep_s", "frame_s", "max_frame_rate"])
+        self.assertGreater(figures["memory_bytes"], figures["payload_bytes"])
 
 
 class Record(CommandTest):

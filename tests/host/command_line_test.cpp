@@ -72,8 +72,8 @@ TEST(command_line, prints_help)
 
 TEST(command_line, has_help_with_examples_for_every_command)
 {
-    for (const char *command : {"identify", "scan", "selftest", "validate", "calibrate", "record", "info",
-                                "repair", "plot", "export", "replay", "completion"})
+    for (const char *command : {"identify", "scan", "selftest", "plan", "validate", "calibrate", "record",
+                                "info", "repair", "plot", "export", "replay", "completion"})
     {
         const auto help = run({command, "--help"});
         EXPECT_EQ(help.code, exit_code::success) << command;
@@ -146,6 +146,9 @@ TEST(command_line, validates_documents)
     const auto bad =
         directory.write("bad.json", R"({"groups": [[{"sensor_id": 1, "config": {"hwaas": 600}}]]})");
     EXPECT_EQ(run({"validate", good}).code, exit_code::success);
+    EXPECT_THAT(run({"validate", good}).out, HasSubstr("good.json: valid\ngroup 1, item 1, sensor 1: "));
+    EXPECT_EQ(json::parse(run({"validate", good, "--json"}).out)["figures"],
+              json::parse(run({"plan", good, "--json"}).out)["figures"]);
     const auto text = run({"validate", bad.string()});
     EXPECT_EQ(text.code, exit_code::bad_file);
     EXPECT_THAT(text.out,
@@ -153,6 +156,7 @@ TEST(command_line, validates_documents)
                           "nearest: 511\n"));
     const auto about = json::parse(run({"validate", bad.string(), "--json"}).out);
     EXPECT_EQ(about["valid"], false);
+    EXPECT_EQ(about["figures"], nullptr);
     EXPECT_EQ(about["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
     EXPECT_EQ(about["faults"][0]["nearest"], 511);
     const auto far = directory.write(
@@ -162,6 +166,118 @@ TEST(command_line, validates_documents)
         directory.write("far.json", R"({"groups": [[{"sensor_id": 1, "config": {"start_point": 20000}}]]})");
     EXPECT_THAT(run({"validate", farther.string()}).out,
                 HasSubstr("nearest: \"num_points\": 1, \"start_point\": 3843\n"));
+}
+
+TEST(command_line, shows_the_figures_of_a_document)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write(
+        "config.json",
+        R"({"max_update_rate": 3000, "groups": [[{"sensor_id": 2, "config": {"sweeps_per_frame": 4}}]]})");
+    const auto text = run({"plan", file.string(), "--baud", "115200"});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out, HasSubstr("config.json: warning: /max_update_rate: got 3000; allowed: at most 1"));
+    EXPECT_THAT(text.out, HasSubstr("group 1, item 1, sensor 2: 640 samples in a frame\n"
+                                    "  distance  0.2000 to 0.5975 m, 160 points, one every 0.0025 m\n"
+                                    "  pulse     0.1980 m wide, with 79.2 points; echoes unambiguous up to "
+                                    "9.607 m\n"));
+    EXPECT_THAT(text.out, HasSubstr("115200 baud carry"));
+    EXPECT_THAT(text.out, HasSubstr("too slow for this rate"));
+    EXPECT_THAT(text.out, HasSubstr("* assumed, as for the simulated sensor"));
+    const auto figures =
+        json::parse(run({"plan", file.string(), "--baud", "115200", "--json"}).out)["figures"];
+    EXPECT_EQ(figures["payload_bytes"], 2560);
+    EXPECT_EQ(figures["warnings"][0]["pointer"], "/max_update_rate");
+    EXPECT_EQ(figures["items"][0]["subsweeps"][0]["pulse_width_m"], 0.198);
+    EXPECT_THAT(figures["assumed"], testing::Contains("max_sweep_rate"));
+    EXPECT_LT(figures["link_frame_rate"], 5.0);
+    const auto bad = directory.write("bad.json", R"({"groups": [[{"sensor_id": 1}]]})");
+    const auto refused = run({"plan", bad.string()});
+    EXPECT_EQ(refused.code, exit_code::bad_file);
+    EXPECT_THAT(refused.err, HasSubstr("bad.json: /groups/0/0: got no \"config\""));
+    EXPECT_THAT(refused.err, HasSubstr("bad.json is not valid: correct it.\n"));
+}
+
+TEST(command_line, asks_a_server_for_the_figures_that_it_knows)
+{
+    const fake_server server;
+    const test::temporary_directory directory;
+    const auto file = directory.write("config.json", test::example_session().configuration.dump()).string();
+    const auto figures = [&](const std::vector<std::string> &arguments) {
+        auto all = arguments;
+        all.insert(all.begin(), {"plan", file, "--json"});
+        return json::parse(run(all).out)["figures"];
+    };
+    const auto reported = figures({"--connect", server.address()});
+    EXPECT_EQ(reported["items"][0]["max_sweep_rate"],
+              test::example_session().metadata["metadata"][0][0]["max_sweep_rate"]);
+    EXPECT_THAT(reported["assumed"], testing::Not(testing::Contains("max_sweep_rate")));
+    EXPECT_THAT(figures({})["assumed"], testing::Contains("max_sweep_rate"));
+    EXPECT_EQ(server.lines().back(), R"({"command":"end"})");
+}
+
+TEST(command_line, chooses_a_configuration)
+{
+    const test::temporary_directory directory;
+    const auto file = (directory / "config.json").string();
+    const auto text = run({"plan", "--distance", "20cm..3.5 m", "--resolution", "120mm", "--rate", "20",
+                           "--velocity", "0.5..2m/s", "--sensor", "2", "--output", file});
+    EXPECT_EQ(text.code, exit_code::success) << text.err;
+    EXPECT_THAT(text.out, HasSubstr("  profile 2: the longest pulse that separates the targets\n"));
+    EXPECT_THAT(text.out, HasSubstr("  sweeps_per_frame 8: "));
+    EXPECT_THAT(text.out, HasSubstr("  distance  0.2000 to 3.5"));
+    EXPECT_THAT(text.out, HasSubstr("velocity  up to 2.00 m/s, in steps of 0.500 m/s\n"));
+    EXPECT_EQ(run({"validate", file}).code, exit_code::success);
+    const auto about = json::parse(run({"plan", "--distance", "3", "--json"}).out);
+    EXPECT_EQ(about["not_possible"], json::array());
+    EXPECT_EQ(about["chosen"][0]["member"], "profile");
+    EXPECT_EQ(about["configuration"]["groups"][0][0]["config"]["profile"], 3);
+    EXPECT_EQ(about["figures"]["frame_rate"], 10.0);
+}
+
+TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
+{
+    const test::temporary_directory directory;
+    const auto file = (directory / "config.json").string();
+    const auto text = run({"plan", "--distance", "5 m", "--resolution", "1 cm", "--output", file});
+    EXPECT_EQ(text.code, exit_code::failure);
+    EXPECT_EQ(text.err,
+              "vantor: resolution 0.01 m is not possible: this is the shortest pulse; the nearest is "
+              "0.0566 m\n");
+    EXPECT_EQ(run({"validate", file}).code, exit_code::success);
+    const auto slow =
+        run({"plan", "--distance", "5", "--rate", "1000", "--connect", "serial:/dev/null@9600"});
+    EXPECT_EQ(slow.code, exit_code::no_connection);
+    EXPECT_THAT(run({"plan", "--distance", "5", "--rate", "1000", "--baud", "9600"}).err,
+                HasSubstr("rate 1000.0 Hz is not possible: the link carries no more"));
+}
+
+TEST(command_line, refuses_wishes_without_sense)
+{
+    const std::vector<std::pair<std::vector<std::string>, const char *>> cases = {
+        {{}, "either a configuration document or --distance"},
+        {{"config.json", "--distance", "5"}, "either a configuration document or --distance"},
+        {{"config.json", "--rate", "5"}, "need --distance"},
+        {{"--distance", "5..2"}, "--distance: \"5..2\" is not a range"},
+        {{"--distance", "0"}, "is not a range"},
+        {{"--distance", "-1"}, "is not a range"},
+        {{"--distance", "x..5"}, "is not a range"},
+        {{"--distance", "1..inf"}, "is not a range"},
+        {{"--distance", "5 km"}, "is not a range"},
+        {{"--distance", ".."}, "is not a range"},
+        {{"--distance", "5", "--resolution", "1..2"}, "--resolution: \"1..2\" is not a length"},
+        {{"--distance", "5", "--resolution", "0"}, "is not a length"},
+        {{"--distance", "5", "--velocity", "2 m"}, "--velocity: \"2 m\" is not a range"},
+        {{"--distance", "5", "--rate", "0"}, "is not a number above 0"},
+    };
+    for (const auto &[arguments, message] : cases)
+    {
+        auto all = arguments;
+        all.insert(all.begin(), "plan");
+        const auto text = run(all);
+        EXPECT_EQ(text.code, exit_code::usage) << message;
+        EXPECT_THAT(text.err, HasSubstr(message));
+    }
 }
 
 TEST(command_line, saves_calibrations_to_a_file)
@@ -212,7 +328,7 @@ TEST(command_line, shows_recordings)
 TEST(command_line, completes_in_shells)
 {
     const auto bash = run({"completion", "bash"}).out;
-    EXPECT_THAT(bash, HasSubstr("identify scan selftest validate"));
+    EXPECT_THAT(bash, HasSubstr("identify scan selftest plan validate"));
     EXPECT_THAT(bash, HasSubstr("record) words=\"--help --frames"));
     EXPECT_EQ(run({"completion", "zsh"}).out,
               "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n" + bash);

@@ -4,6 +4,8 @@
  */
 #include "configuration/plan/plan.h"
 
+#include <limits>
+
 #include <gmock/gmock.h>
 
 #include "configuration/configuration.h"
@@ -108,6 +110,13 @@ TEST(plan, has_the_frame_rate_of_a_link)
 {
     const auto session = plan(document_with(json::object()));
     EXPECT_NEAR(link_frame_rate(session, 115200), 11520.0 / static_cast<double>(session.frame_bytes()), 1e-9);
+}
+
+TEST(plan, accepts_every_sensor_number)
+{
+    auto document = document_with(json::object());
+    document["groups"][0][0]["sensor_id"] = 1e300;
+    EXPECT_EQ(plan(document).items[0].sensor_id, std::numeric_limits<unsigned>::max());
 }
 
 TEST(plan, fits_every_example)

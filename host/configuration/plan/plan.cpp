@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
@@ -103,7 +104,8 @@ item_plan plan_item(const json &document, size_t group, size_t index)
     item_plan item;
     item.group = group;
     item.index = index;
-    item.sensor_id = static_cast<unsigned>(document["sensor_id"].get<double>());
+    item.sensor_id = static_cast<unsigned>(
+        std::min<double>(document["sensor_id"].get<double>(), std::numeric_limits<unsigned>::max()));
     item.base_step_m = sensor_figure("base_step");
     item.sweeps = static_cast<size_t>(number(document["config"], "sweeps_per_frame"));
     for (const auto &subsweep : list_subsweeps(document["config"]))
@@ -199,25 +201,31 @@ void add_doubt(session_plan &session, const std::string &place, const json &got,
     session.doubts.push_back({place, got.dump(), "at most " + json(nearest).dump() + ": " + reason, nearest});
 }
 
-/** Finds the rates that are probably higher than possible. */
+/** Finds the rates of an item that are probably higher than possible. */
+void find_doubts(session_plan &session, const item_plan &item, const json &document)
+{
+    const auto place = json::json_pointer("/groups") / item.group / item.index / "config";
+    const auto &config = document[place];
+    if (item.sweep_rate > item.max_sweep_rate)
+    {
+        add_doubt(session, (place / "sweep_rate").to_string(), config["sweep_rate"], item.max_sweep_rate,
+                  "a sweep takes longer with these points");
+    }
+    if (item.frame_rate > 0.0 && timer_period(item.frame_rate) < item.frame_s)
+    {
+        const double clock = sensor_figure("timer_clock");
+        add_doubt(session, (place / "frame_rate").to_string(), config["frame_rate"],
+                  clock / (std::floor(item.frame_s * clock) + 1.0),
+                  "a frame takes longer with these points and sweeps");
+    }
+}
+
+/** Finds the rates of a session that are probably higher than possible. */
 void find_doubts(session_plan &session, const json &document)
 {
     for (const auto &item : session.items)
     {
-        const auto place = json::json_pointer("/groups") / item.group / item.index / "config";
-        const auto &config = document[place];
-        if (item.sweep_rate > item.max_sweep_rate)
-        {
-            add_doubt(session, (place / "sweep_rate").to_string(), config["sweep_rate"], item.max_sweep_rate,
-                      "a sweep takes longer with these points");
-        }
-        if (item.frame_rate > 0.0 && timer_period(item.frame_rate) < item.frame_s)
-        {
-            const double clock = sensor_figure("timer_clock");
-            add_doubt(session, (place / "frame_rate").to_string(), config["frame_rate"],
-                      clock / (std::floor(item.frame_s * clock) + 1.0),
-                      "a frame takes longer with these points and sweeps");
-        }
+        find_doubts(session, item, document);
     }
     const char *name = document.contains("max_update_rate") ? "max_update_rate" : "update_rate";
     if (document.value(name, 0.0) > session.max_frame_rate && !session.items.empty())

@@ -1,0 +1,337 @@
+/** @file
+ * `vantor plan`.
+ */
+#include "commands/plan.h"
+
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "commands/common_options.h"
+#include "commands/plan_report.h"
+#include "commands/printable.h"
+#include "commands/usage_error.h"
+#include "commands/validation.h"
+#include "configuration/configuration.h"
+#include "configuration/plan/wish.h"
+#include "recording/output_file.h"
+#include "recording/reported_plan.h"
+#include "vantor/client.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *plan_footer = R"(Examples:
+  vantor plan config.json
+  vantor plan config.json --connect serial:/dev/ttyACM0@921600
+  vantor plan --distance 0.2..5 --resolution 0.1 --rate 20 --velocity 2
+  vantor plan --distance 5m --resolution 6cm --output config.json
+      then measure and draw it:
+  vantor record config.json --seconds 10 --output recording
+  vantor plot recording
+
+The exit code is 1 if a wish cannot be met; the configuration is then the nearest one.)";
+
+/** The options of `vantor plan`. */
+struct plan_options
+{
+    std::filesystem::path configuration;
+    std::string distance;
+    std::string resolution;
+    std::string velocity;
+    std::optional<double> rate;
+    std::vector<uint64_t> sensors;
+    std::filesystem::path output;
+    std::string connect;
+    std::optional<double> baudrate;
+    bool json = false;
+};
+
+/** A unit, and its size in the base unit. */
+struct unit
+{
+    std::string_view name;
+    double size;
+};
+
+constexpr unit length_units[] = {{"cm", 0.01}, {"mm", 0.001}, {"m", 1.0}};
+constexpr unit velocity_units[] = {{"m/s", 1.0}};
+
+/** Reads a number that may have a unit; nothing if it is not a finite number of at least 0. */
+template <size_t count>
+std::optional<double> parse_quantity(std::string_view text, const unit (&units)[count])
+{
+    double value = 0.0;
+    const auto [stop, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    auto rest = text.substr(static_cast<size_t>(stop - text.data()));
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    double size = rest.empty() ? 1.0 : 0.0;
+    for (const auto &each : units)
+    {
+        size = rest == each.name ? each.size : size;
+    }
+    const bool valid = failure == std::errc() && size > 0.0 && std::isfinite(value) && value >= 0.0;
+    return valid ? std::optional(value * size) : std::nullopt;
+}
+
+/** Reads a length above 0. */
+double parse_length(const char *option, const std::string &text)
+{
+    const auto length = parse_quantity(text, length_units);
+    if (!length || *length <= 0.0)
+    {
+        throw usage_error(std::string(option) + ": \"" + text +
+                          "\" is not a length; use a number above 0 with or without a unit (m, cm, mm)");
+    }
+    return *length;
+}
+
+/** The two ends of a range; the lower one is missing in "5". */
+struct range
+{
+    std::optional<double> lower;
+    double upper = 0.0;
+};
+
+/** Reads "5" or "0.2..5", each with an optional unit. */
+template <size_t count>
+range parse_range(const char *option, const std::string &text, const unit (&units)[count])
+{
+    const auto dots = text.find("..");
+    const auto upper = parse_quantity(dots == std::string::npos ? text : text.substr(dots + 2), units);
+    const auto lower = dots == std::string::npos ? std::nullopt : parse_quantity(text.substr(0, dots), units);
+    if (!upper || *upper <= lower.value_or(0.0) || (dots != std::string::npos && !lower))
+    {
+        throw usage_error(std::string(option) + ": \"" + text +
+                          "\" is not a range; use a number above 0, or two such as 0.2..5");
+    }
+    return {lower, *upper};
+}
+
+/** The baud rate of the link; nothing if it is not known. */
+std::optional<double> link_baudrate(const plan_options &options)
+{
+    if (options.baudrate || options.connect.empty())
+    {
+        return options.baudrate;
+    }
+    const auto where = parse_address(options.connect);
+    const auto *serial = std::get_if<serial_address>(&where);
+    return serial == nullptr ? std::nullopt : std::optional(static_cast<double>(serial->baudrate));
+}
+
+/** Reads the wish from the options. */
+wish read_wish(const plan_options &options)
+{
+    wish wanted;
+    const auto distance = parse_range("--distance", options.distance, length_units);
+    wanted.nearest_m = distance.lower.value_or(std::min(wanted.nearest_m, distance.upper / 2.0));
+    wanted.farthest_m = distance.upper;
+    if (!options.resolution.empty())
+    {
+        wanted.resolution_m = parse_length("--resolution", options.resolution);
+    }
+    if (!options.velocity.empty())
+    {
+        const auto velocity = parse_range("--velocity", options.velocity, velocity_units);
+        wanted.greatest_velocity = velocity.upper;
+        wanted.smallest_velocity = velocity.lower;
+    }
+    wanted.frame_rate = options.rate;
+    wanted.baudrate = link_baudrate(options);
+    if (!options.sensors.empty())
+    {
+        wanted.sensors.assign(options.sensors.begin(), options.sensors.end());
+    }
+    return wanted;
+}
+
+/** Checks that the options ask for one thing. */
+void check_options(const plan_options &options)
+{
+    const bool has_wish = !options.distance.empty();
+    if (has_wish != options.configuration.empty())
+    {
+        throw usage_error("Give either a configuration document or --distance.");
+    }
+    const bool needs_wish = !options.resolution.empty() || !options.velocity.empty() || options.rate ||
+                            !options.sensors.empty() || !options.output.empty();
+    if (needs_wish && !has_wish)
+    {
+        throw usage_error("--resolution, --velocity, --rate, --sensor and --output need --distance.");
+    }
+}
+
+/** The figures of a document; those that a server reports, if it is connected. */
+session_plan find_figures(const nlohmann::json &document, const std::string &connect)
+{
+    auto session = plan(document);
+    if (connect.empty())
+    {
+        return session;
+    }
+    client server(parse_address(connect));
+    const auto before = server.server().memory;
+    apply_metadata(session, *server.configure(document));
+    const auto after = server.identify().memory;
+    if (before && after && after->live > before->live)
+    {
+        session.memory_bytes = after->live - before->live;
+        session.memory_assumed = false;
+    }
+    server.end();
+    return session;
+}
+
+/** Prints the parts of a wish that cannot be met. */
+void print_shortfalls(std::ostream &err, const choice &chosen)
+{
+    for (const auto &part : chosen.shortfalls)
+    {
+        err << "vantor: " << part.wish << " " << nlohmann::json(part.asked).dump() << " " << part.unit
+            << " is not possible: " << part.reason << "; the nearest is "
+            << nlohmann::json(part.nearest).dump() << " " << part.unit << "\n";
+    }
+}
+
+/** Prints what was chosen, and why. */
+void print_decisions(std::ostream &out, const choice &chosen)
+{
+    out << "chosen:\n";
+    for (const auto &each : chosen.decisions)
+    {
+        out << "  " << each.member << " " << each.value.dump() << ": " << each.reason << "\n";
+    }
+}
+
+/** A choice as JSON. */
+nlohmann::ordered_json to_json(const choice &chosen)
+{
+    auto decisions = nlohmann::ordered_json::array();
+    for (const auto &each : chosen.decisions)
+    {
+        decisions.push_back({{"member", each.member}, {"value", each.value}, {"reason", each.reason}});
+    }
+    auto shortfalls = nlohmann::ordered_json::array();
+    for (const auto &part : chosen.shortfalls)
+    {
+        shortfalls.push_back({{"wish", part.wish},
+                              {"unit", part.unit},
+                              {"asked", part.asked},
+                              {"nearest", part.nearest},
+                              {"reason", part.reason}});
+    }
+    return {{"configuration", chosen.configuration},
+            {"chosen", std::move(decisions)},
+            {"not_possible", std::move(shortfalls)}};
+}
+
+/** Chooses a configuration, and prints and saves it. */
+exit_code plan_wish(const plan_options &options, const command_streams &streams)
+{
+    const auto chosen = choose_configuration(read_wish(options));
+    const auto session = find_figures(nlohmann::json(chosen.configuration), options.connect);
+    if (!options.output.empty())
+    {
+        replace_files({{.path = options.output, .text = chosen.configuration.dump(2) + "\n"}});
+    }
+    if (options.json)
+    {
+        auto report = to_json(chosen);
+        report["figures"] = plan_json(session, link_baudrate(options));
+        print_json(streams.out, report);
+    }
+    else
+    {
+        print_decisions(streams.out, chosen);
+        print_plan(streams.out, session, link_baudrate(options));
+        streams.out << (options.output.empty() ? "use --output FILE to save the configuration"
+                                               : "configuration: " + printable(options.output.string()))
+                    << "\n";
+    }
+    print_shortfalls(streams.err, chosen);
+    return chosen.shortfalls.empty() ? exit_code::success : exit_code::failure;
+}
+
+/** Prints the figures of a document. */
+exit_code plan_document(const plan_options &options, const command_streams &streams)
+{
+    const auto document = load_configuration(options.configuration);
+    require_valid(document, options.configuration, streams.err);
+    const auto session = find_figures(document, options.connect);
+    if (options.json)
+    {
+        print_json(streams.out, {{"figures", plan_json(session, link_baudrate(options))}});
+        return exit_code::success;
+    }
+    print_doubts(streams.out, options.configuration, session);
+    print_plan(streams.out, session, link_baudrate(options));
+    return exit_code::success;
+}
+
+/** The argument CONFIG, which is missing if there is a wish. */
+command_option optional_configuration(std::filesystem::path &target)
+{
+    auto argument = configuration_argument(target);
+    argument.required = false;
+    return argument;
+}
+
+} // namespace
+
+command plan_command()
+{
+    auto options = std::make_shared<plan_options>();
+    const auto text = [](const char *name, const char *help, std::string &target, const char *value) {
+        return command_option{.name = name, .help = help, .value = &target, .value_name = value};
+    };
+    return {
+        .name = "plan",
+        .help = "Choose a configuration, or show what one gives: distances, rates, velocities, sizes.",
+        .footer = plan_footer,
+        .options = {optional_configuration(options->configuration),
+                    text("--distance", "Choose a configuration for these distances: 5 or 0.2..5 (m, cm, mm)",
+                         options->distance, "RANGE"),
+                    text("--resolution", "Separate targets this far from each other (m, cm, mm)",
+                         options->resolution, "LENGTH"),
+                    text("--velocity", "Show velocities up to this: 2 or 0.1..2 (m/s)", options->velocity,
+                         "RANGE"),
+                    {.name = "--rate",
+                     .help = "Frames per second",
+                     .value = number_value{.target = &options->rate, .above = 0.0},
+                     .value_name = "NUMBER"},
+                    {.name = "--sensor",
+                     .help = "Number of a sensor; may be repeated; 1 if not given",
+                     .value = whole_numbers_value{.target = &options->sensors,
+                                                  .most = std::numeric_limits<uint16_t>::max()},
+                     .value_name = "NUMBER"},
+                    {.name = "--output",
+                     .help = "JSON file for the chosen configuration; an existing file is replaced",
+                     .value = &options->output,
+                     .value_name = "FILE"},
+                    {.name = "--connect",
+                     .help = "Ask this server for the figures that it knows",
+                     .value = &options->connect,
+                     .value_name = "ADDRESS"},
+                    {.name = "--baud",
+                     .help = "Baud rate of the link; that of a serial --connect if not given",
+                     .value = number_value{.target = &options->baudrate, .above = 0.0},
+                     .value_name = "NUMBER"},
+                    json_flag(options->json)},
+        .run = [options](const command_streams &streams) {
+            check_options(*options);
+            return options->distance.empty() ? plan_document(*options, streams)
+                                             : plan_wish(*options, streams);
+        }};
+}
+
+} // namespace vantor

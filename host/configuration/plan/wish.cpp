@@ -1,0 +1,280 @@
+/** @file
+ * From what a person wants to see to a configuration document.
+ */
+#include "configuration/plan/wish.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "configuration/plan/plan.h"
+#include "configuration/sensor_knowledge.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+/** Frames per second if nothing else is wanted. */
+constexpr double default_frame_rate = 10.0;
+
+/** Sweeps in a frame if only the greatest velocity is wanted. */
+constexpr double default_sweeps = 32.0;
+
+/** Points in the width of a pulse: enough to see its shape, and the least that does not miss a target. */
+constexpr double good_points_per_pulse = 4.0;
+constexpr double least_points_per_pulse = 2.0;
+
+/** Tolerance of a quotient of distances that should be a whole number. */
+constexpr double rounding_error = 1e-6;
+
+/** A number as JSON; without a fraction if it has none. */
+ordered_json to_number(double value)
+{
+    constexpr double largest_integer = 1e15;
+    return value == std::floor(value) && value < largest_integer ? ordered_json(std::llround(value))
+                                                                 : ordered_json(value);
+}
+
+/** Chooses the members of a configuration one after the other. */
+class chooser
+{
+public:
+    explicit chooser(const wish &wanted)
+        : wanted_(wanted), base_step_(sensor_figure("base_step")), far_(wanted.farthest_m),
+          rate_(wanted.frame_rate.value_or(default_frame_rate))
+    {
+    }
+
+    /** Chooses everything. */
+    choice choose()
+    {
+        choose_profile();
+        choose_prf();
+        choose_points(good_points_per_pulse);
+        config_["hwaas"] = 1;
+        if (wanted_.greatest_velocity)
+        {
+            choose_sweep_rate();
+            choose_sweeps();
+        }
+        limit_rate_to_link();
+        limit_rate_to_sensor();
+        choose_hwaas();
+        explain_all();
+        result_.configuration = document();
+        return std::move(result_);
+    }
+
+private:
+    /** Adds a part that cannot be met. */
+    void miss(const char *what, const char *unit, double asked, double nearest, std::string reason)
+    {
+        result_.shortfalls.push_back({what, unit, asked, nearest, std::move(reason)});
+    }
+
+    /** Explains the value of a member of the configuration. */
+    void explain(const char *member, std::string reason)
+    {
+        result_.decisions.push_back({member, config_[member], std::move(reason)});
+    }
+
+    /** The document with the members chosen so far. */
+    [[nodiscard]] ordered_json document() const
+    {
+        auto group = ordered_json::array();
+        for (const auto sensor : wanted_.sensors)
+        {
+            group.push_back({{"sensor_id", sensor}, {"config", config_}});
+        }
+        return {{"max_update_rate", to_number(rate_)}, {"groups", ordered_json::array({std::move(group)})}};
+    }
+
+    /** The figures of the document. */
+    [[nodiscard]] session_plan figures() const
+    {
+        return plan(nlohmann::json(document()));
+    }
+
+    void choose_profile()
+    {
+        const int most = member_schema("profile")["maximum"];
+        int chosen = wanted_.resolution_m ? most : member_schema("profile")["default"].get<int>();
+        while (wanted_.resolution_m && chosen > 1 && *pulse_width(chosen) > *wanted_.resolution_m)
+        {
+            --chosen;
+        }
+        width_ = *pulse_width(chosen);
+        config_["profile"] = chosen;
+        if (wanted_.resolution_m && width_ > *wanted_.resolution_m)
+        {
+            miss("resolution", "m", *wanted_.resolution_m, width_, "this is the shortest pulse");
+        }
+    }
+
+    void choose_prf()
+    {
+        for (const std::string prf : member_schema("prf")["enum"])
+        {
+            config_["prf"] = prf;
+            farthest_point_ = sensor_figure("farthest_point", prf);
+            if (farthest_point_ * base_step_ >= wanted_.farthest_m - rounding_error)
+            {
+                return;
+            }
+        }
+        far_ = farthest_point_ * base_step_;
+        miss("distance", "m", wanted_.farthest_m, far_,
+             "echoes from farther away arrive after the next pulse");
+    }
+
+    void choose_points(double points_per_pulse)
+    {
+        const double step = std::max(1.0, std::floor(width_ / points_per_pulse / base_step_));
+        const double near = std::min(wanted_.nearest_m, far_);
+        double start = std::floor(near / base_step_ + rounding_error);
+        const double count = std::ceil((far_ / base_step_ - start) / step - rounding_error) + 1.0;
+        const double last = start + (count - 1.0) * step;
+        start -= std::max(0.0, last - farthest_point_);
+        config_["start_point"] = std::lround(start);
+        config_["step_length"] = std::lround(step);
+        config_["num_points"] = std::lround(count);
+    }
+
+    /** Sets the sweep rate for the greatest velocity. */
+    void choose_sweep_rate()
+    {
+        const double wavelength = sensor_figure("wavelength");
+        double sweep_rate = 4.0 * *wanted_.greatest_velocity / wavelength;
+        if (figures().items[0].max_sweep_rate < sweep_rate)
+        {
+            choose_points(least_points_per_pulse);
+        }
+        if (const double highest = figures().items[0].max_sweep_rate; highest < sweep_rate)
+        {
+            sweep_rate = std::floor(highest);
+            miss("greatest velocity", "m/s", *wanted_.greatest_velocity, wavelength / 4.0 * sweep_rate,
+                 "a sweep takes longer with these points");
+        }
+        const double lowest = member_schema("sweep_rate")["anyOf"][1]["minimum"];
+        config_["sweep_rate"] = to_number(std::max(sweep_rate, lowest));
+    }
+
+    /** Sets the number of sweeps for the smallest velocity. */
+    void choose_sweeps()
+    {
+        const double sweep_rate = config_["sweep_rate"];
+        const double slowest = sensor_figure("wavelength") / 2.0 * sweep_rate;
+        const double wanted = wanted_.smallest_velocity
+                                  ? std::ceil(slowest / *wanted_.smallest_velocity - rounding_error)
+                                  : default_sweeps;
+        const double sweeps = std::clamp(wanted, 2.0, most_sweeps(sweep_rate));
+        config_["sweeps_per_frame"] = std::lround(sweeps);
+        if (wanted_.smallest_velocity && sweeps < wanted)
+        {
+            miss("smallest velocity", "m/s", *wanted_.smallest_velocity, slowest / sweeps,
+                 "more sweeps do not fit in a frame");
+        }
+    }
+
+    /** The most sweeps that a frame can have, in size and time. */
+    [[nodiscard]] double most_sweeps(double sweep_rate) const
+    {
+        const double points = config_["num_points"];
+        const double in_frame = std::min(std::floor(sensor_figure("most_samples") / points),
+                                         member_schema("sweeps_per_frame")["maximum"].get<double>());
+        const double left = 1.0 / rate_ - figures().items[0].frame_s;
+        return std::clamp(std::floor(left * sweep_rate), 2.0, std::max(2.0, in_frame));
+    }
+
+    void limit_rate_to_link()
+    {
+        if (!wanted_.baudrate)
+        {
+            return;
+        }
+        const double possible = link_frame_rate(figures(), *wanted_.baudrate);
+        limit_rate(possible, "the link carries no more");
+    }
+
+    void limit_rate_to_sensor()
+    {
+        limit_rate(figures().max_frame_rate, "a frame takes longer with these points and sweeps");
+    }
+
+    /** Lowers the frame rate to a possible one. */
+    void limit_rate(double possible, const char *reason)
+    {
+        if (possible >= rate_)
+        {
+            return;
+        }
+        const double scale = std::pow(10.0, 2.0 - std::floor(std::log10(possible)));
+        rate_ = std::floor(possible * scale) / scale;
+        if (wanted_.frame_rate)
+        {
+            miss("rate", "Hz", *wanted_.frame_rate, rate_, reason);
+        }
+    }
+
+    /** Whether the configuration keeps sweep rate and frame rate; half of the time is left for sending. */
+    [[nodiscard]] bool is_fast_enough() const
+    {
+        const auto session = figures();
+        const auto &item = session.items[0];
+        return (!item.paced_sweeps || item.max_sweep_rate >= item.sweep_rate) &&
+               session.max_frame_rate >= rate_ * (item.paced_sweeps ? 1.0 : 2.0);
+    }
+
+    void choose_hwaas()
+    {
+        int good = 1;
+        int too_high = member_schema("hwaas")["maximum"].get<int>() + 1;
+        while (too_high - good > 1)
+        {
+            const int middle = (good + too_high) / 2;
+            config_["hwaas"] = middle;
+            (is_fast_enough() ? good : too_high) = middle;
+        }
+        config_["hwaas"] = good;
+    }
+
+    void explain_all()
+    {
+        explain("profile", !wanted_.resolution_m ? "the default; choose another one with --resolution"
+                           : width_ > *wanted_.resolution_m ? "the shortest pulse"
+                                                            : "the longest pulse that separates the targets");
+        explain("prf", "the highest one with unambiguous echoes from this distance");
+        explain("start_point", "the nearest distance");
+        explain("step_length", "a part of the pulse width");
+        explain("num_points", "up to the farthest distance");
+        if (config_.contains("sweep_rate"))
+        {
+            explain("sweep_rate", "four sweeps for each wavelength at the greatest velocity");
+            explain("sweeps_per_frame", "more sweeps separate smaller velocities");
+        }
+        explain("hwaas", "as many pulses for each point as time allows, for the least noise");
+        result_.decisions.push_back(
+            {"max_update_rate", to_number(rate_),
+             wanted_.frame_rate ? "the frame rate" : "the default; choose another one with --rate"});
+    }
+
+    const wish &wanted_;
+    double base_step_;
+    double far_;                  /**< distance of the last point, in metres */
+    double rate_;                 /**< in frames per second */
+    double width_ = 0.0;          /**< of the pulse, in metres */
+    double farthest_point_ = 0.0; /**< of the pulse repetition frequency, in base steps */
+    ordered_json config_;
+    choice result_;
+};
+
+} // namespace
+
+choice choose_configuration(const wish &wanted)
+{
+    return chooser(wanted).choose();
+}
+
+} // namespace vantor
