@@ -512,7 +512,7 @@ class Completion(CommandTest):
     def test_bash_completes_commands_options_and_files(self):
         for command in COMMANDS:
             self.assertIn(command, self.complete("vantor", ""))
-        self.assertEqual(self.complete("vantor", "re"), ["record", "replay"])
+        self.assertEqual(self.complete("vantor", "re"), ["record", "repair", "replay"])
         self.assertEqual(self.complete("vantor", "record", "--fr"), ["--frames"])
         self.assertEqual(self.complete("vantor", "record", "single"), ["single_sensor.json"])
 
