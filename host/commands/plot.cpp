@@ -3,14 +3,19 @@
  */
 #include "commands/plot.h"
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/reading_progress.h"
+#include "commands/usage_error.h"
+#include "plot/caption.h"
 #include "plot/picture.h"
+#include "plot/sensor_scale.h"
 
 namespace vantor
 {
@@ -22,10 +27,14 @@ constexpr const char *plot_footer = R"(Examples:
       writes recordings/garage/picture.png
   vantor plot recordings/garage --output garage.png --distance 1.2
 
-The picture has one row per item: mean level over distance, level over distance and time, phase over time, and
-Doppler spectrum. Phase and Doppler are those of the strongest echo, or of the echo at --distance. The spectrum
-is computed from the sweeps within a frame if there are at least 16, otherwise from the frames. It leaves out
-echoes that do not move.)";
+The picture has one row per item: mean level over distance, level over time, phase and displacement, velocity
+spectrum, and velocity over distance if a frame has at least 4 sweeps. A page has up to six items; the next pages
+are named picture-2.png and so on. Levels are in dBFS: 0 dBFS is amplitude 32767.
+
+Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
+which the level falls by 3 dB on both sides; the direct leakage is left out. The spectrum is computed from the
+sweeps within a frame if there are at least 16, otherwise from the frames. It leaves out echoes that do not move.
+Dashed lines are the mean level of the noise, dotted ones the bounds of velocities that are not ambiguous.)";
 
 /** The options of `vantor plot`. */
 struct plot_options
@@ -36,29 +45,77 @@ struct plot_options
     bool json = false;
 };
 
-/** Draws the picture and returns its path; shows progress on a terminal. */
-std::filesystem::path draw(const plot_options &options, const command_streams &streams)
+/** Rejects a distance that no item measures. */
+void check_distance(const recording_reader &recording, std::optional<double> distance)
 {
-    recording_reader recording(options.recording);
-    const reading_progress progress(recording, streams, 2);
-    auto output = options.output.empty() ? recording.directory() / "picture.png" : options.output;
-    draw_recording(recording, output, options.distance);
-    return output;
+    const auto &items = recording.items();
+    const auto covers = [&](const auto &item) { return covers_distance(item, *distance); };
+    if (distance && std::none_of(items.begin(), items.end(), covers))
+    {
+        throw usage_error("--distance " + decimal(*distance, 3) + " m is outside the recording, which has " +
+                          covered_distances(recording) + ".");
+    }
 }
 
-/** Draws the picture and prints its path. */
+/** Ends a drawing at a signal. */
+void check_interrupt()
+{
+    if (interrupt_watch::interrupted())
+    {
+        throw drawing_stopped();
+    }
+}
+
+/** Draws the pictures; shows progress on a terminal. */
+drawn_pictures draw(const plot_options &options, const command_streams &streams)
+{
+    recording_reader recording(options.recording);
+    check_distance(recording, options.distance);
+    const reading_progress progress(recording, streams, 2, check_interrupt);
+    const auto directory = std::filesystem::weakly_canonical(recording.directory());
+    return draw_recording(
+        recording, {.output = options.output.empty() ? recording.directory() / "picture.png" : options.output,
+                    .title = printable(directory.filename().string()),
+                    .distance = options.distance,
+                    .stop = interrupt_watch::interrupted});
+}
+
+/** Prints the paths of the pictures, and the warnings. */
+void print(const drawn_pictures &drawn, bool json, const command_streams &streams)
+{
+    auto names = nlohmann::ordered_json::array();
+    for (const auto &path : drawn.pages)
+    {
+        names.push_back(path.string());
+        if (!json)
+        {
+            streams.out << "picture: " << printable(path.string()) << "\n";
+        }
+    }
+    if (json)
+    {
+        print_json(streams.out, {{"picture", names.front()}, {"pages", names}, {"warnings", drawn.warnings}});
+    }
+    for (const auto &warning : drawn.warnings)
+    {
+        streams.err << "vantor: warning: " << warning << "\n";
+    }
+}
+
+/** Draws the pictures and prints their paths. */
 exit_code plot(const plot_options &options, const command_streams &streams)
 {
-    const auto picture = draw(options, streams).string();
-    if (options.json)
+    const interrupt_watch watch;
+    try
     {
-        print_json(streams.out, {{"picture", picture}});
+        print(draw(options, streams), options.json, streams);
+        return exit_code::success;
     }
-    else
+    catch (const drawing_stopped &)
     {
-        streams.out << "picture: " << printable(picture) << "\n";
+        streams.out << "interrupted; no picture was written\n";
+        return exit_code::interrupted;
     }
-    return exit_code::success;
 }
 
 } // namespace
@@ -66,20 +123,21 @@ exit_code plot(const plot_options &options, const command_streams &streams)
 command plot_command()
 {
     auto options = std::make_shared<plot_options>();
-    return {.name = "plot",
-            .help = "Draw a recording as a PNG picture, with gnuplot.",
-            .footer = plot_footer,
-            .options = {recording_argument(options->recording),
-                        {.name = "--output",
-                         .help = "PNG file to write; an existing file is replaced",
-                         .value = &options->output,
-                         .value_name = "FILE"},
-                        {.name = "--distance",
-                         .help = "Distance for phase and Doppler, in metres; the strongest echo if not given",
-                         .value = number_value{.target = &options->distance},
-                         .value_name = "NUMBER"},
-                        json_flag(options->json)},
-            .run = [options](const command_streams &streams) { return plot(*options, streams); }};
+    return {
+        .name = "plot",
+        .help = "Draw a recording as a PNG picture, with gnuplot.",
+        .footer = plot_footer,
+        .options = {recording_argument(options->recording),
+                    {.name = "--output",
+                     .help = "PNG file to write; an existing file is replaced",
+                     .value = &options->output,
+                     .value_name = "FILE"},
+                    {.name = "--distance",
+                     .help = "Distance for phase and velocity, in metres; the strongest echo if not given",
+                     .value = number_value{.target = &options->distance},
+                     .value_name = "NUMBER"},
+                    json_flag(options->json)},
+        .run = [options](const command_streams &streams) { return plot(*options, streams); }};
 }
 
 } // namespace vantor

@@ -4,6 +4,8 @@
 #ifndef VANTOR_READING_PROGRESS_H
 #define VANTOR_READING_PROGRESS_H
 
+#include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <utility>
 
@@ -14,7 +16,7 @@
 namespace vantor
 {
 
-/** Shows on a terminal how much of a recording has been read. */
+/** Shows on a terminal how many frames of a recording have been processed. */
 class reading_progress
 {
 public:
@@ -23,12 +25,13 @@ public:
      * @param streams    where to show the progress
      * @param times      how often the command reads each frame of each item
      * @param check      called after each frame, if set; an exception ends the command
+     * @param now        the clock for rate and remaining time
      */
     reading_progress(recording_reader &recording, const command_streams &streams, unsigned times,
-                     std::function<void()> check = {})
-        : recording_(recording), line_(streams.err, streams.terminal,
-                                       {.frames = recording.frames() * recording.items().size() * times}),
-          check_(std::move(check))
+                     std::function<void()> check = {},
+                     const time_source &now = std::chrono::steady_clock::now)
+        : recording_(recording), line_(streams.err, streams.terminal, {.frames = recording.frames()}, now),
+          reads_per_frame_(std::max<uint64_t>(recording.items().size() * times, 1)), check_(std::move(check))
     {
         recording_.on_read([this](uint64_t count) { update(count); });
     }
@@ -46,7 +49,7 @@ private:
     /** Shows the progress after a number of reads. */
     void update(uint64_t reads)
     {
-        line_.update(reads);
+        line_.update(reads / reads_per_frame_);
         if (check_)
         {
             check_();
@@ -55,6 +58,7 @@ private:
 
     recording_reader &recording_;
     progress_line line_;
+    uint64_t reads_per_frame_;
     std::function<void()> check_;
 };
 

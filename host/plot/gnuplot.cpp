@@ -4,13 +4,15 @@
 #include "plot/gnuplot.h"
 
 #include <array>
-#include <cerrno>
+#include <csignal>
 
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "vantor/errors.h"
+#include "plot/drawing_stopped.h"
 
 namespace vantor
 {
@@ -25,7 +27,37 @@ std::string gnuplot_quote(const std::string &text)
     return quoted + "'";
 }
 
-void run_gnuplot(const std::filesystem::path &script)
+namespace
+{
+
+/** How often to check for a request to stop, in milliseconds. */
+constexpr int patience = 100;
+
+/** Waits until a process has ended and returns its status; ends it if asked to stop. */
+int await_end(pid_t process, const std::function<bool()> &stop)
+{
+    // If the system does not support it, poll() only waits.
+    const auto ending = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    int status = 0;
+    while (waitpid(process, &status, WNOHANG) == 0)
+    {
+        if (stop && stop())
+        {
+            kill(process, SIGTERM);
+        }
+        pollfd waiting{.fd = ending, .events = POLLIN, .revents = 0};
+        poll(&waiting, 1, patience);
+    }
+    if (ending >= 0)
+    {
+        close(ending);
+    }
+    return status;
+}
+
+} // namespace
+
+void run_gnuplot(const std::filesystem::path &script, const std::function<bool()> &stop)
 {
     std::string name = "gnuplot";
     std::string argument = script.string();
@@ -35,9 +67,10 @@ void run_gnuplot(const std::filesystem::path &script)
     {
         throw error("Cannot start gnuplot, which draws the picture: install it (package gnuplot-nox).");
     }
-    int status = 0;
-    while (waitpid(process, &status, 0) < 0 && errno == EINTR)
+    const int status = await_end(process, stop);
+    if (stop && stop())
     {
+        throw drawing_stopped();
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     {

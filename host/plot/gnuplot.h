@@ -5,6 +5,7 @@
 #define VANTOR_GNUPLOT_H
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 namespace vantor
@@ -17,9 +18,11 @@ std::string gnuplot_quote(const std::string &text);
  * Runs a script.
  *
  * @param script  the script file
+ * @param stop    called at least ten times per second, if set; true ends gnuplot
+ * @throws drawing_stopped if asked to stop
  * @throws error if gnuplot is not installed or fails
  */
-void run_gnuplot(const std::filesystem::path &script);
+void run_gnuplot(const std::filesystem::path &script, const std::function<bool()> &stop = {});
 
 } // namespace vantor
 

@@ -1,15 +1,15 @@
 /** @file
- * Computes what the picture of an item shows.
+ * Computes what the pictures of an item show.
  */
 #include "plot/item_analysis.h"
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
-#include <numbers>
 
-#include "plot/spectrum.h"
-#include "recording/frame_table.h"
+#include "plot/frame_rows.h"
+#include "plot/noise_meter.h"
+#include "plot/point_analysis.h"
+#include "plot/sensor_scale.h"
 #include "recording/item_statistics.h"
 
 namespace vantor
@@ -17,30 +17,23 @@ namespace vantor
 namespace
 {
 
-/** Maximum number of strips in a map and of phases, so that the files for long recordings stay small. */
+/** Maximum number of strips in a map, so that the files for long recordings stay small. */
 constexpr uint64_t most_strips = 400;
-constexpr uint64_t most_phases = 4000;
 
-/** Minimum number of sweeps in a frame for a useful spectrum. */
-constexpr size_t fewest_sweeps = 16;
+/** An echo is this much stronger than the noise. */
+constexpr double least_echo = 2.0;
 
-/** Minimum number of frames for a useful spectrum, and the maximum length of a segment. */
-constexpr uint64_t fewest_frames = 16;
-constexpr size_t longest_segment = 512;
+/** An echo that is followed is this much stronger than the noise. */
+constexpr double least_followed_echo = 4.0;
 
-/** Selects the point for phase and Doppler. */
-size_t choose_point(const recorded_item &item, const item_statistics &statistics,
-                    std::optional<double> distance)
+/** The point nearest to a distance. */
+size_t nearest_point(const recorded_item &item, double distance)
 {
-    if (!distance)
-    {
-        return statistics.strongest_point().value_or(0);
-    }
     size_t best = 0;
     double away = INFINITY;
     for (size_t i = 0; i < item.distances.size(); ++i)
     {
-        if (const double difference = std::fabs(item.distances[i] - *distance); difference < away)
+        if (const double difference = std::fabs(item.distances[i] - distance); difference < away)
         {
             best = i;
             away = difference;
@@ -48,87 +41,6 @@ size_t choose_point(const recorded_item &item, const item_statistics &statistics
     }
     return best;
 }
-
-/** Reads the frame table line by line. */
-class frame_rows
-{
-public:
-    frame_rows(const recording_reader &recording, const recorded_item &item)
-        : table_(recording.directory() / (item.name + ".frames.csv"))
-    {
-    }
-
-    /** Moves to the next frame. */
-    void advance()
-    {
-        if (const auto row = table_.next())
-        {
-            seconds_ = row->seconds;
-            valid_ = row->data_valid.value_or(true);
-        }
-    }
-
-    /** The time of the frame. */
-    [[nodiscard]] double seconds() const
-    {
-        return seconds_;
-    }
-
-    /** Whether its samples are measured echoes: the sensor may have listened for other transmitters instead.
-     */
-    [[nodiscard]] bool valid() const
-    {
-        return valid_;
-    }
-
-private:
-    frame_table table_;
-    double seconds_ = 0.0;
-    bool valid_ = true;
-};
-
-/** The maximum number of consecutive valid frames. */
-uint64_t longest_run(const recording_reader &recording, const recorded_item &item)
-{
-    frame_rows rows(recording, item);
-    uint64_t longest = 0;
-    uint64_t run = 0;
-    for (uint64_t number = 0; number < recording.frames(); ++number)
-    {
-        rows.advance();
-        run = rows.valid() ? run + 1 : 0;
-        longest = std::max(longest, run);
-    }
-    return longest;
-}
-
-/** Tracks the phase of one point over the frames. */
-class phase_follower
-{
-public:
-    /** Adds the mean of a frame's sweeps; returns the unwrapped phase in radians. */
-    double add(std::complex<double> value)
-    {
-        const double phase = std::arg(value);
-        if (started_)
-        {
-            const double step = phase - last_;
-            turned_ += step - 2.0 * std::numbers::pi * std::round(step / (2.0 * std::numbers::pi));
-        }
-        else
-        {
-            turned_ = phase;
-        }
-        started_ = true;
-        last_ = phase;
-        return turned_;
-    }
-
-private:
-    bool started_ = false;
-    double last_ = 0.0;
-    double turned_ = 0.0;
-};
 
 /** Collects the strips of the map. */
 class map_builder
@@ -140,169 +52,196 @@ public:
     {
     }
 
-    /** Adds a frame. */
-    void add(double seconds, const std::vector<sample> &samples, std::vector<map_strip> &map)
+    /** Adds a frame; its samples are not used if they are not usable. */
+    void add(const frame_rows &row, const std::vector<sample> &samples, bool usable,
+             std::vector<map_strip> &map)
     {
         if (frames_ == 0)
         {
-            seconds_ = seconds;
+            map.push_back({.seconds = row.seconds(), .levels = {}});
+            level_ = item_statistics(sweep_length_);
         }
-        level_.add(samples);
+        map.back().saturated = map.back().saturated || row.saturated();
+        if (usable)
+        {
+            level_.add(samples);
+            any_usable_ = true;
+        }
         if (++frames_ == frames_per_strip_)
         {
-            map.push_back({seconds_, level_.profile()});
-            level_ = item_statistics(sweep_length_);
-            frames_ = 0;
+            finish(map);
         }
+    }
+
+    /** Completes the last strip. */
+    void finish(std::vector<map_strip> &map)
+    {
+        if (any_usable_)
+        {
+            map.back().levels = level_.profile();
+        }
+        frames_ = 0;
+        any_usable_ = false;
     }
 
 private:
     uint64_t frames_per_strip_;
-    uint64_t frames_ = 0; /**< number of frames in the current strip */
-    double seconds_ = 0.0;
+    uint64_t frames_ = 0;     /**< number of frames in the current strip */
+    bool any_usable_ = false; /**< the current strip has samples */
     item_statistics level_;
     size_t sweep_length_;
 };
 
-/** Splits a series of samples into segments for a spectrum. */
-class spectrum_feeder
+/** Computes the mean sample of each point. */
+class mean_builder
 {
 public:
-    explicit spectrum_feeder(size_t length) : result_(std::max<size_t>(length, 1)), length_(length)
+    explicit mean_builder(size_t sweep_length) : sums_(sweep_length)
     {
     }
 
-    /** Adds a sample. */
-    void add(std::complex<double> value)
+    /** Adds the samples of a frame, sweep after sweep. */
+    void add(const std::vector<sample> &samples)
     {
-        segment_.push_back(value);
-        if (segment_.size() == length_)
+        for (size_t i = 0; i < samples.size(); ++i)
         {
-            result_.add(segment_);
-            segment_.clear();
+            sums_[i % sums_.size()] += std::complex<double>(samples[i].real(), samples[i].imag());
         }
+        sweeps_ += samples.size() / std::max<size_t>(sums_.size(), 1);
     }
 
-    /** Begins a new segment. */
-    void restart()
+    /** The means. */
+    [[nodiscard]] std::vector<std::complex<double>> finish() const
     {
-        segment_.clear();
-    }
-
-    /** The spectrum in dB relative to its maximum; empty without a complete segment. */
-    void finish(double rate, item_analysis &analysis) const
-    {
-        if (result_.count() == 0 || !(rate > 0.0))
+        auto means = sums_;
+        for (auto &mean : means)
         {
-            return;
+            mean /= static_cast<double>(std::max<uint64_t>(sweeps_, 1));
         }
-        const auto powers = result_.powers();
-        const double highest = std::max(*std::max_element(powers.begin(), powers.end()), 1e-30);
-        const size_t centre = length_ / 2;
-        for (size_t k = 0; k < length_; ++k)
-        {
-            const auto offset = static_cast<double>(k) - static_cast<double>(centre);
-            analysis.frequencies.push_back(offset / static_cast<double>(length_) * rate);
-            analysis.powers.push_back(10.0 * std::log10(std::max(powers[k] / highest, 1e-12)));
-        }
+        return means;
     }
 
 private:
-    spectrum result_;
-    size_t length_;
-    std::vector<std::complex<double>> segment_;
+    std::vector<std::complex<double>> sums_;
+    uint64_t sweeps_ = 0;
 };
 
-/** The sweep rate of an item, in hertz. */
-double sweep_rate(const recorded_item &item)
+/** Whether the level at a point exceeds a multiple of the noise. */
+bool exceeds_noise(const recorded_item &item, const item_analysis &analysis,
+                   const std::vector<double> &levels, size_t point, double factor)
 {
-    const double configured = item.configuration.sweep_rate;
-    return configured > 0.0 ? configured : item.layout.max_sweep_rate;
+    const double noise = analysis.noise.at(subsweep_of(item, point));
+    return std::isnan(noise) || levels[point] > factor * mean_noise_level(noise);
 }
 
-/** Converts a sample to double precision. */
-std::complex<double> widen(sample value)
+/** Selects the point for phase and velocity. */
+void choose_point(const recorded_item &item, std::optional<double> distance, item_analysis &analysis)
 {
-    return {static_cast<double>(value.real()), static_cast<double>(value.imag())};
-}
-
-/** Returns the sum of a frame's sweeps at a point; also adds each sweep to the spectrum, if there is one. */
-std::complex<double> sum_sweeps(const std::vector<sample> &samples, size_t point, size_t sweep_length,
-                                spectrum_feeder *spectrum)
-{
-    std::complex<double> sum;
-    for (auto place = point; place < samples.size(); place += sweep_length)
+    analysis.given = distance && covers_distance(item, *distance);
+    if (analysis.given)
     {
-        sum += widen(samples[place]);
-        if (spectrum != nullptr)
+        analysis.point = nearest_point(item, *distance);
+    }
+    else
+    {
+        const auto highest = std::max_element(analysis.profile.begin(), analysis.profile.end());
+        const auto echo = strongest_echo(item, analysis.profile);
+        analysis.found = echo.has_value();
+        analysis.point = echo.value_or(static_cast<size_t>(highest - analysis.profile.begin()));
+    }
+    analysis.above_noise = exceeds_noise(item, analysis, analysis.profile, analysis.point, least_echo);
+}
+
+/** The positions of the strongest echo over time. */
+std::vector<echo_position> follow_echo(const recorded_item &item, const item_analysis &analysis)
+{
+    std::vector<echo_position> positions;
+    for (const auto &strip : analysis.map)
+    {
+        const auto point =
+            strip.levels.empty() ? std::optional<size_t>() : strongest_echo(item, strip.levels);
+        if (point && exceeds_noise(item, analysis, strip.levels, *point, least_followed_echo))
         {
-            spectrum->add(widen(samples[place]));
+            positions.push_back({.seconds = strip.seconds,
+                                 .distance = item.distances[*point],
+                                 .width = pulse_width(item, subsweep_of(item, *point))});
         }
     }
-    return sum;
+    return positions;
 }
 
-/** Reads the frames a second time, after the point has been selected. */
-void follow_point(recording_reader &recording, size_t index, uint64_t valid_run, item_analysis &analysis)
+/** Counts the frames that are not valid or saturated, and measures the frame rate. */
+void count_frames(const recording_reader &recording, const recorded_item &item, item_analysis &analysis)
 {
-    const auto &item = recording.items()[index];
-    const auto &layout = item.layout;
-    const auto frames = recording.frames();
-    analysis.between_frames = layout.sweeps() < fewest_sweeps;
-    const auto usable = valid_run < fewest_frames ? 0 : valid_run;
-    spectrum_feeder spectrum(
-        std::min<size_t>(analysis.between_frames ? usable : layout.sweeps(), longest_segment));
-    map_builder map(frames, layout.sweep_length);
-    phase_follower follower;
     frame_rows rows(recording, item);
-    const auto phase_step = (frames + most_phases - 1) / most_phases;
-    std::vector<sample> samples;
-    for (uint64_t number = 0; number < frames; ++number)
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
-        recording.read_frame(index, number, samples);
         rows.advance();
-        map.add(rows.seconds(), samples, analysis.map);
-        if (!rows.valid())
-        {
-            spectrum.restart();
-            continue;
-        }
-        const auto sum = sum_sweeps(samples, analysis.point, layout.sweep_length,
-                                    analysis.between_frames ? nullptr : &spectrum);
-        analysis.between_frames ? spectrum.add(sum) : spectrum.restart();
-        const double phase = follower.add(sum);
-        if (number % phase_step == 0)
-        {
-            analysis.seconds.push_back(rows.seconds());
-            analysis.phase.push_back(phase);
-        }
+        analysis.not_valid += rows.valid() ? 0 : 1;
+        analysis.saturated += rows.saturated() ? 1 : 0;
     }
-    const double frame_rate = rows.seconds() > 0.0 ? static_cast<double>(frames - 1) / rows.seconds() : 0.0;
-    spectrum.finish(analysis.between_frames ? frame_rate : sweep_rate(item), analysis);
+    analysis.seconds = rows.seconds();
+    analysis.frame_rate =
+        rows.seconds() > 0.0 ? static_cast<double>(recording.frames() - 1) / rows.seconds() : 0.0;
 }
 
-} // namespace
-
-item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance)
+/** Reads the frames a first time: levels and noise. */
+void measure_levels(recording_reader &recording, size_t index, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
-    const auto valid_run = longest_run(recording, item);
+    const bool none_valid = analysis.not_valid == recording.frames();
     frame_rows rows(recording, item);
     item_statistics statistics(item.layout.sweep_length);
+    mean_builder mean(item.layout.sweep_length);
+    noise_meter noise(item.layout.sweep_length);
+    map_builder map(recording.frames(), item.layout.sweep_length);
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         recording.read_frame(index, number, samples);
         rows.advance();
-        if (rows.valid() || valid_run == 0)
+        const bool usable = rows.valid() || none_valid;
+        if (usable)
         {
             statistics.add(samples);
+            mean.add(samples);
+        }
+        usable ? noise.add(samples) : noise.restart();
+        map.add(rows, samples, usable, analysis.map);
+    }
+    analysis.mean = mean.finish();
+    map.finish(analysis.map);
+    analysis.profile = statistics.profile();
+    for (const auto &place : item.layout.subsweeps)
+    {
+        analysis.noise.push_back(noise.rms(place));
+    }
+}
+
+} // namespace
+
+size_t subsweep_of(const recorded_item &item, size_t point)
+{
+    const auto &subsweeps = item.layout.subsweeps;
+    for (size_t i = 0; i < subsweeps.size(); ++i)
+    {
+        if (point >= subsweeps[i].offset && point < subsweeps[i].offset + subsweeps[i].length)
+        {
+            return i;
         }
     }
+    return 0;
+}
+
+item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance)
+{
+    const auto &item = recording.items()[index];
     item_analysis analysis;
-    analysis.profile = statistics.profile();
-    analysis.point = choose_point(item, statistics, distance);
-    follow_point(recording, index, valid_run, analysis);
+    count_frames(recording, item, analysis);
+    measure_levels(recording, index, analysis);
+    choose_point(item, distance, analysis);
+    analysis.motion = widest_motion(follow_echo(item, analysis));
+    analyse_point(recording, index, analysis);
     return analysis;
 }
 

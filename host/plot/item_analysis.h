@@ -1,49 +1,93 @@
 /** @file
- * Computes what the picture of an item shows: the distance profile, the echoes over time, and the phase and
- * Doppler spectrum of one echo.
+ * Computes what the pictures of an item show.
  */
 #ifndef VANTOR_ITEM_ANALYSIS_H
 #define VANTOR_ITEM_ANALYSIS_H
 
+#include <complex>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
+#include "plot/echo_search.h"
 #include "recording/recording_reader.h"
 
 namespace vantor
 {
 
-/** One strip of the map: the mean magnitude of each point during an interval. */
+/** One strip of the level map: an interval of time. */
 struct map_strip
 {
-    double seconds = 0.0; /**< time of its first frame */
-    std::vector<double> levels;
+    double seconds = 0.0;       /**< time of its first frame */
+    std::vector<double> levels; /**< mean magnitude of each point; empty if no frame is valid */
+    bool saturated = false;     /**< a frame is saturated */
+};
+
+/** The phase at the point, at some time. */
+struct track_point
+{
+    double seconds = 0.0;
+    double phase = 0.0; /**< in radians, unwrapped; NaN for a gap: a frame that is not valid */
+    bool saturated = false;
+};
+
+/**
+ * The velocity spectrum at the point, without echoes that do not move: the mean sample of the recording, or
+ * of a segment of frames, is subtracted. Empty if there are too few samples.
+ */
+struct velocity_spectrum
+{
+    bool between_frames = false;    /**< computed from frames, not from the sweeps within them */
+    double rate = 0.0;              /**< frames or sweeps per second; 0 if unknown */
+    std::vector<double> velocities; /**< in m/s, ascending */
+    std::vector<double> levels;     /**< in dBFS */
+    double floor = 0.0;             /**< mean level of the noise, in dBFS; NaN if unknown */
+};
+
+/** Level over velocity and distance, from the sweeps within a frame; empty if a frame has too few. */
+struct velocity_map
+{
+    std::vector<double> velocities;          /**< in m/s, ascending */
+    std::vector<std::vector<double>> levels; /**< for each velocity: of each point, in dBFS */
+    double floor = 0.0;                      /**< lowest mean level of the noise, in dBFS; NaN if unknown */
 };
 
 /** The figures for the pictures of an item. */
 struct item_analysis
 {
-    std::vector<double> profile; /**< mean magnitude of each point */
-    size_t point = 0;            /**< the point for phase and Doppler */
+    uint64_t not_valid = 0;                 /**< number of frames that are not valid */
+    uint64_t saturated = 0;                 /**< number of saturated frames */
+    double frame_rate = 0.0;                /**< measured, in hertz; 0 if unknown */
+    double seconds = 0.0;                   /**< time of the last frame */
+    std::vector<double> profile;            /**< mean magnitude of each point */
+    std::vector<double> noise;              /**< RMS amplitude in each sub-sweep; NaN if unknown */
+    std::vector<std::complex<double>> mean; /**< mean sample of each point */
+    size_t point = 0;                       /**< the point for phase and velocity */
+    bool found = false;                     /**< the point is the strongest echo */
+    bool given = false;                     /**< the distance of the point was given */
+    bool above_noise = false;               /**< the level at the point is above the noise */
+    std::optional<echo_motion> motion;      /**< of the strongest echo, if it moves */
     std::vector<map_strip> map;
-    std::vector<double> seconds;     /**< time of each phase */
-    std::vector<double> phase;       /**< at the point, in radians, unwrapped */
-    std::vector<double> frequencies; /**< of the spectrum, in hertz */
-    std::vector<double> powers;      /**< at the point, in dB relative to the maximum */
-    bool between_frames = false; /**< the spectrum is computed from frames, not from the sweeps within them */
+    std::vector<track_point> track;
+    velocity_spectrum spectrum;
+    velocity_map velocities;
+    bool aliased = false; /**< the echo moves too fast for the frame rate */
 };
+
+/** The sub-sweep that contains a point of the sweep. */
+size_t subsweep_of(const recorded_item &item, size_t point);
 
 /**
  * Computes the figures of an item.
  *
- * Profile, phase and spectrum are computed from the frames with valid data; if there are none, the profile is
- * computed from all frames. The spectrum is computed from the sweeps within a frame if there are enough of
- * them, otherwise from the frames. It is empty if there are too few of both.
+ * Only valid frames are used; if there are none, level and map show all frames. The velocity spectrum is
+ * computed from the sweeps within a frame if there are enough of them, otherwise from the frames.
  *
  * @param recording  a recording with at least one frame
  * @param index      index of the item
- * @param distance   distance for phase and Doppler, in metres; the strongest echo if not given
+ * @param distance   distance for phase and velocity, in metres; the strongest echo if not given, or if the
+ *                   item does not measure there
  * @throws bad_recording if a file cannot be read
  */
 item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance);

@@ -1,42 +1,51 @@
 /** @file
- * Draws a recording: one row of pictures per item.
+ * Draws a recording: pages with one row of panels for each item.
  */
 #ifndef VANTOR_PICTURE_H
 #define VANTOR_PICTURE_H
 
-#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "plot/drawing_stopped.h"
 #include "recording/recording_reader.h"
 
 namespace vantor
 {
 
-/** The size of the picture of a recording, in pixels. */
-struct sheet_format
+/** What to draw, and where. */
+struct drawing
 {
-    int width = 1900;
-    int row_height = 380; /**< for each item; less if the picture would be too high */
-    int highest = 32'000; /**< the drawing library supports at most 32,767 */
+    std::filesystem::path output; /**< the PNG file of the first page; an existing file is replaced */
+    std::string title = {};       /**< of the picture, such as the name of the recording */
+    std::optional<double> distance =
+        std::nullopt; /**< for phase and velocity, in metres; the strongest echo if not given */
+    std::function<bool()> stop = {}; /**< called while gnuplot runs, if set; true ends the drawing */
 };
 
-/** The height of a picture with a row for each item; there must be at least one. */
-int sheet_height(const sheet_format &format, size_t items);
+/** What was drawn. */
+struct drawn_pictures
+{
+    std::vector<std::filesystem::path> pages;
+    std::vector<std::string> warnings;
+};
 
 /**
- * Draws a recording.
+ * Draws a recording. A page has up to six items; further pages are named like "picture-2.png".
  *
  * @param recording  a recording with at least one frame of at least one item
- * @param output     the PNG file to write; an existing file is replaced
- * @param distance   distance for phase and Doppler, in metres; the strongest echo of each item if not given
- * @param format     the size of the picture
  * @throws bad_recording if there is nothing to draw
- * @throws recording_error if the picture cannot be written
+ * @throws recording_error if a picture cannot be written; no file is changed then
+ * @throws drawing_stopped if asked to stop; no file is changed then
  * @throws error if gnuplot is missing or fails
  */
-void draw_recording(recording_reader &recording, const std::filesystem::path &output,
-                    std::optional<double> distance, const sheet_format &format = {});
+drawn_pictures draw_recording(recording_reader &recording, const drawing &what);
+
+/** The intervals of distances that the items of a recording cover, as text: "0.200 to 1.995 m". */
+std::string covered_distances(const recording_reader &recording);
 
 } // namespace vantor
 

@@ -39,8 +39,8 @@ size_t transformable(size_t length)
 
 } // namespace
 
-spectrum::spectrum(size_t length)
-    : transform_(transformable(length), false), window_(hann_window(length)), weighted_(length),
+spectrum::spectrum(size_t length, spectrum_mean mean)
+    : mean_(mean), transform_(transformable(length), false), window_(hann_window(length)), weighted_(length),
       transformed_(length), sums_(length)
 {
 }
@@ -53,8 +53,11 @@ void spectrum::add(const std::vector<std::complex<double>> &segment)
         throw std::invalid_argument("A segment of a spectrum has " + std::to_string(segment.size()) +
                                     " samples; it needs " + std::to_string(length) + ".");
     }
-    const auto mean =
-        std::accumulate(segment.begin(), segment.end(), std::complex<double>()) / static_cast<double>(length);
+    std::complex<double> mean;
+    if (mean_ == spectrum_mean::remove)
+    {
+        mean = std::accumulate(segment.begin(), segment.end(), mean) / static_cast<double>(length);
+    }
     for (size_t n = 0; n < length; ++n)
     {
         weighted_[n] = window_[n] * (segment[n] - mean);
@@ -75,6 +78,17 @@ std::vector<double> spectrum::powers() const
         mean /= static_cast<double>(std::max<size_t>(count_, 1));
     }
     return means;
+}
+
+double spectrum::tone_power() const
+{
+    const double sum = std::accumulate(window_.begin(), window_.end(), 0.0);
+    return sum * sum;
+}
+
+double spectrum::noise_power() const
+{
+    return std::inner_product(window_.begin(), window_.end(), window_.begin(), 0.0);
 }
 
 } // namespace vantor

@@ -13,10 +13,17 @@
 namespace vantor
 {
 
+/** What a spectrum does with samples that do not change. */
+enum class spectrum_mean
+{
+    remove, /**< the mean of each segment is subtracted */
+    keep,
+};
+
 /**
  * Computes a power spectrum (Welch, "The use of fast Fourier transform for the estimation of power spectra",
- * 1967): removes the mean of each segment, applies a Hann window, transforms with KissFFT, and averages the
- * powers.
+ * 1967): removes the mean of each segment if asked to, applies a Hann window, transforms with KissFFT, and
+ * averages the powers.
  */
 class spectrum
 {
@@ -25,9 +32,10 @@ public:
      * Starts a spectrum without segments.
      *
      * @param length  number of samples in a segment
+     * @param mean    whether the mean of each segment is removed
      * @throws std::invalid_argument if the length is 0
      */
-    explicit spectrum(size_t length);
+    explicit spectrum(size_t length, spectrum_mean mean = spectrum_mean::remove);
 
     /**
      * Adds a segment.
@@ -49,7 +57,14 @@ public:
      */
     [[nodiscard]] std::vector<double> powers() const;
 
+    /** The power of a tone of amplitude 1 at its frequency, if that is one of the spectrum. */
+    [[nodiscard]] double tone_power() const;
+
+    /** The mean power at each frequency of white noise with the RMS amplitude 1. */
+    [[nodiscard]] double noise_power() const;
+
 private:
+    spectrum_mean mean_;
     kissfft<double> transform_;
     std::vector<double> window_;
     std::vector<std::complex<double>> weighted_;

@@ -359,7 +359,45 @@ class Plot(CommandTest):
 
     def test_faults(self):
         self.fails(3, "does not exist: give the directory of a recording", "plot", self.path("nothing"))
-        self.fails(7, "missing", "plot", self.record(), "--output", self.path("missing", "picture.png"))
+        recording = self.record()
+        self.fails(7, "missing", "plot", recording, "--output", self.path("missing", "picture.png"))
+        self.fails(2, "--distance 9.000 m is outside the recording, which has 0.200 to ", "plot", recording,
+                   "--distance", "9")
+
+    def test_pages(self):
+        items = [{"sensor_id": 1, "config": {"num_points": 10}}]
+        eight = self.write("eight.json", {"max_update_rate": 50, "groups": [items] * 8})
+        recording = self.record(eight)
+        pages = [os.path.join(recording, name) for name in ("picture.png", "picture-2.png")]
+        self.assertEqual(self.succeeds("plot", recording), "".join(f"picture: {page}\n" for page in pages))
+        drawn = json.loads(self.succeeds("plot", recording, "--json"))
+        self.assertEqual(drawn, {"picture": pages[0], "pages": pages, "warnings": []})
+
+    def test_motion_that_is_aliased(self):
+        scene = self.write("scene.json", {"targets": [{"distance_m": 0.6, "strength_m2": 0.1, "velocity_m_s": 0.05}]})
+        recording = self.record(ONE_SENSOR, frames=40, where=f"sim:--clock virtual --scene {scene}")
+        result = vantor("plot", recording, cwd=self.folder)
+        self.assertEqual(result.returncode, 0)
+        self.assertRegex(result.stderr, r"^vantor: warning: Sensor 1 .*too fast for 20\.0 frames/s.*0\.0250 m/s\.\n$")
+
+    def test_a_signal_removes_the_temporary_files(self):
+        recording = self.record()
+        os.mkdir(self.path("scratch"))
+        with open(self.path("gnuplot"), "w", encoding="ascii") as program:
+            program.write("#!/bin/sh\necho started\nexec sleep 1000\n")
+        os.chmod(self.path("gnuplot"), 0o755)
+        variables = {**os.environ, "TMPDIR": self.path("scratch"), "PATH": f"{self.folder}:{os.environ['PATH']}"}
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number), subprocess.Popen([VANTOR, "plot", recording], stdout=subprocess.PIPE,
+                                                        stderr=subprocess.PIPE, text=True, env=variables) as process:
+                self.addCleanup(process.kill)
+                self.assertEqual(process.stdout.readline(), "started\n")
+                self.assertEqual(len(os.listdir(self.path("scratch"))), 1)
+                process.send_signal(number)
+                output, errors = process.communicate(timeout=TIME_OUT)
+                self.assertEqual((process.returncode, output, errors), (130, "interrupted; no picture was written\n", ""))
+                self.assertEqual(os.listdir(self.path("scratch")), [])
+                self.assertFalse(os.path.exists(os.path.join(recording, "picture.png")))
 
 
 class Export(CommandTest):

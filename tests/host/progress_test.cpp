@@ -7,10 +7,13 @@
 #include <sstream>
 #include <utility>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include "commands/reading_progress.h"
 #include "commands/text_table.h"
+#include "example_recording.h"
 #include "manual_clock.h"
+#include "temporary_directory.h"
 
 namespace vantor
 {
@@ -113,6 +116,34 @@ TEST(text_table, formats_bytes_with_units)
     EXPECT_EQ(format_bytes(999999), "1.0 MB");
     EXPECT_EQ(format_bytes(3.2e12), "3.2 TB");
     EXPECT_EQ(format_bytes(9e15), "9000.0 TB");
+}
+
+TEST(reading_progress, counts_each_frame_once)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 4);
+    recording_reader recording(directory / "out");
+    test::manual_clock clock;
+    std::ostringstream out;
+    std::ostringstream err;
+    unsigned checks = 0;
+    const reading_progress progress(
+        recording, {out, err, true}, 2, [&] { ++checks; }, clock.source());
+    std::vector<sample> samples;
+    const auto read = [&](uint64_t first, uint64_t last) {
+        err.str("");
+        for (uint64_t number = first; number <= last; ++number)
+        {
+            clock.advance(200ms);
+            recording.read_frame(number % 3, number / 3 % 4, samples);
+        }
+        return err.str();
+    };
+    // Three items, each of which is read twice.
+    EXPECT_THAT(read(1, 12), testing::HasSubstr("\r2 of 4 frames, "));
+    EXPECT_THAT(read(13, 24), testing::AllOf(testing::HasSubstr("\r4 of 4 frames, "),
+                                             testing::Not(testing::HasSubstr("5 of"))));
+    EXPECT_EQ(checks, 24U);
 }
 
 } // namespace

@@ -1,0 +1,147 @@
+/** @file
+ * The texts in the pictures of a recording.
+ */
+#include "plot/caption.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+#include "plot/sensor_scale.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Separates two parts of a caption. */
+constexpr const char *separator = "  ·  ";
+
+/** The settings of all sub-sweeps: "profile 3", or "profile 1/3/5" if they differ. */
+std::string setting_text(const recorded_item &item, const char *title, const char *name)
+{
+    std::string text;
+    bool different = false;
+    const auto count = item.configuration.subsweeps.size();
+    for (size_t i = 0; i < count; ++i)
+    {
+        const int value = subsweep_setting(item, i, name);
+        different = different || value != subsweep_setting(item, 0, name);
+        text += text.empty() ? "" : "/";
+        text += std::to_string(value);
+    }
+    return std::string(title) + " " + (different ? text : text.substr(0, text.find('/')));
+}
+
+/** A rate with the velocity bound that follows from it. */
+std::string rate_text(double rate, const char *unit)
+{
+    return three_digits(rate) + " " + unit + " (±" + three_digits(velocity_bound(rate)) + " m/s)";
+}
+
+/** A part of the frames: "3 of 100 frames". */
+std::string part_of(uint64_t count, uint64_t frames)
+{
+    return std::to_string(count) + " of " + std::to_string(frames) + " frames";
+}
+
+} // namespace
+
+std::string decimal(double value, int digits)
+{
+    std::array<char, 64> text{};
+    const int length = std::snprintf(text.data(), text.size(), "%.*f", digits, value);
+    return {text.data(), static_cast<size_t>(length)};
+}
+
+std::string three_digits(double value)
+{
+    const double size = std::fabs(value);
+    const int digits = size > 0.0 ? 2 - static_cast<int>(std::floor(std::log10(size))) : 0;
+    return decimal(value, std::clamp(digits, 0, 9));
+}
+
+std::string item_title(const recorded_item &item)
+{
+    return "Sensor " + std::to_string(item.configuration.sensor_id) + " (group " +
+           std::to_string(item.layout.group + 1) + ", item " + std::to_string(item.layout.index + 1) + ")";
+}
+
+std::string describe_recording(const recording_reader &recording)
+{
+    constexpr size_t to_seconds = 19;
+    std::string text;
+    const auto &document = recording.items().front().document;
+    if (const auto captures = document.find("captures"); captures != document.end() && !captures->empty())
+    {
+        auto date = captures->front().value("core:datetime", std::string()).substr(0, to_seconds);
+        std::replace(date.begin(), date.end(), 'T', ' ');
+        text = date.empty() ? std::string() : date + " UTC" + separator;
+    }
+    return text + "sensor " + recording.session().server.sensor + separator +
+           std::to_string(recording.frames()) + " frames" + separator + "0 dBFS is amplitude 32767";
+}
+
+std::string describe_settings(const recorded_item &item, const item_analysis &analysis)
+{
+    std::string text = setting_text(item, "profile", "profile") + separator +
+                       setting_text(item, "gain", "receiver_gain") + separator +
+                       setting_text(item, "hwaas", "hwaas") + separator;
+    const auto sweeps = item.layout.sweeps();
+    text += std::to_string(sweeps) + (sweeps == 1 ? " sweep per frame" : " sweeps per frame");
+    if (sweeps > 1)
+    {
+        text += " at " + rate_text(sweep_rate(item), "Hz");
+    }
+    return analysis.frame_rate > 0.0 ? text + separator + rate_text(analysis.frame_rate, "frames/s") : text;
+}
+
+std::string place_name(const recorded_item &item, size_t point)
+{
+    const double distance = item.distances.at(point);
+    return std::isfinite(distance) ? decimal(distance, 3) + " m" : "point " + std::to_string(point);
+}
+
+std::string level_name(const recorded_item &item, const item_analysis &analysis)
+{
+    if (!analysis.above_noise)
+    {
+        return "no echo above the noise";
+    }
+    const auto *const otherwise = analysis.found ? "strongest echo at " : "highest level at ";
+    return (analysis.given ? "echo at " : otherwise) + place_name(item, analysis.point);
+}
+
+std::string describe_echo(const recorded_item &item, const item_analysis &analysis, uint64_t frames)
+{
+    std::string text = level_name(item, analysis);
+    if (analysis.motion)
+    {
+        text = std::string(analysis.motion->always ? "the strongest echo moves" : "an echo moves") +
+               " from " + decimal(analysis.motion->from.distance, 2) + " m to " +
+               decimal(analysis.motion->to.distance, 2) + " m";
+    }
+    if (analysis.not_valid > 0)
+    {
+        text += separator + part_of(analysis.not_valid, frames) + " not valid (gaps)";
+    }
+    if (analysis.saturated > 0)
+    {
+        text += separator + part_of(analysis.saturated, frames) + " saturated (red)";
+    }
+    return text;
+}
+
+std::string aliasing_warning(const item_analysis &analysis)
+{
+    if (!analysis.aliased)
+    {
+        return {};
+    }
+    return "the motion is too fast for " + three_digits(analysis.frame_rate) +
+           " frames/s: displacement, and velocity between frames, are ambiguous beyond ±" +
+           three_digits(velocity_bound(analysis.frame_rate)) + " m/s";
+}
+
+} // namespace vantor

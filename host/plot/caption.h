@@ -1,0 +1,45 @@
+/** @file
+ * The texts in the pictures of a recording.
+ */
+#ifndef VANTOR_CAPTION_H
+#define VANTOR_CAPTION_H
+
+#include <cstddef>
+#include <string>
+
+#include "plot/item_analysis.h"
+#include "recording/recording_reader.h"
+
+namespace vantor
+{
+
+/** A number with this many digits behind the point. */
+std::string decimal(double value, int digits);
+
+/** A number with three significant digits, such as "0.0250" or "123". */
+std::string three_digits(double value);
+
+/** Names an item: "Sensor 2 (group 1, item 1)". */
+std::string item_title(const recorded_item &item);
+
+/** Describes a recording: date, sensor and number of frames. */
+std::string describe_recording(const recording_reader &recording);
+
+/** Describes how an item was measured: profiles, gains and rates. */
+std::string describe_settings(const recorded_item &item, const item_analysis &analysis);
+
+/** Describes where the echoes of an item are, and frames that are missing or saturated. */
+std::string describe_echo(const recorded_item &item, const item_analysis &analysis, uint64_t frames);
+
+/** Names the level at the point: "strongest echo at 1.200 m". */
+std::string level_name(const recorded_item &item, const item_analysis &analysis);
+
+/** The distance of a point in metres, or its number if distances are unknown. */
+std::string place_name(const recorded_item &item, size_t point);
+
+/** A warning if the motion is too fast for the frame rate; otherwise empty. */
+std::string aliasing_warning(const item_analysis &analysis);
+
+} // namespace vantor
+
+#endif

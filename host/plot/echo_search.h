@@ -1,0 +1,53 @@
+/** @file
+ * Finds the strongest echo in a sweep, and follows it.
+ */
+#ifndef VANTOR_ECHO_SEARCH_H
+#define VANTOR_ECHO_SEARCH_H
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "recording/recording_reader.h"
+
+namespace vantor
+{
+
+/**
+ * Finds the strongest echo: a maximum from which the level falls by 3 dB on both sides, within its sub-sweep.
+ * The direct leakage (within half of a pulse width from the sensor), the flank of an echo beyond the edge,
+ * and an echo at the edge are none.
+ *
+ * @param item    the item
+ * @param levels  magnitude of each point of the sweep
+ * @return the point, or nothing if there is none
+ */
+std::optional<size_t> strongest_echo(const recorded_item &item, const std::vector<double> &levels);
+
+/** Where an echo was at some time. */
+struct echo_position
+{
+    double seconds = 0.0;
+    double distance = 0.0; /**< in metres */
+    double width = 0.0;    /**< of the pulse there, in metres */
+};
+
+/** How an echo moves: between the two extremes of its distance, in the order of time. */
+struct echo_motion
+{
+    echo_position from;
+    echo_position to;
+    bool always = false; /**< it is the strongest echo most of the time */
+};
+
+/**
+ * Finds the widest motion in the positions of the strongest echo.
+ *
+ * @param positions  in the order of time; another echo may be the strongest for a while
+ * @return the motion, or nothing if the echo does not move by more than half of the pulse width
+ */
+std::optional<echo_motion> widest_motion(const std::vector<echo_position> &positions);
+
+} // namespace vantor
+
+#endif

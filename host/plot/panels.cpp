@@ -1,0 +1,390 @@
+/** @file
+ * The gnuplot commands for the panels of an item.
+ */
+#include "plot/panels.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "plot/caption.h"
+#include "plot/gnuplot.h"
+#include "plot/noise_meter.h"
+#include "plot/sensor_scale.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Looks of what appears in several panels. */
+constexpr const char *noise_look = "nohead dt 2 lw 1.5 lc rgb '#707070'";
+constexpr const char *mark_look = "nohead dt 3 lw 1.5 lc rgb '#c04040'";
+constexpr const char *small_text = "font ',8' textcolor rgb '#606060'";
+
+/** Minimum range of colours in dB: noise does not look like a signal. */
+constexpr double fewest_colours = 30.0;
+
+/** The lowest and highest value on an axis. */
+using axis_range = std::pair<double, double>;
+
+/** The command that sets the range of an axis. */
+std::string range_command(const char *axis, axis_range range)
+{
+    return std::string("set ") + axis + "range [" + decimal(range.first, 9) + ":" + decimal(range.second, 9) +
+           "]\n";
+}
+
+/** The commands that undo those of the previous panel. */
+constexpr const char *clean_panel = R"(unset label
+unset arrow
+unset y2tics
+unset y2label
+unset x2tics
+unset colorbox
+set border 11
+set xtics nomirror textcolor rgb '#303030'
+set ytics nomirror textcolor rgb '#303030'
+set cbtics textcolor rgb '#303030'
+set autoscale
+)";
+
+/** The commands that begin a panel: its place, title and axes. */
+std::string begin_panel(const panel_row &place, size_t column, const std::string &title, const char *x,
+                        const char *y)
+{
+    return std::string(clean_panel) + place.sheet.panel(place.row, column) + "set title " +
+           gnuplot_quote(title) + " offset 0,0 noenhanced\nset xlabel " + gnuplot_quote(x) +
+           " noenhanced\nset ylabel " + gnuplot_quote(y) + " noenhanced\n";
+}
+
+/** The commands for an empty panel with the reason. */
+std::string empty_panel(const std::string &reason)
+{
+    return "set label " + gnuplot_quote(reason) +
+           " at graph 0.5,0.5 center textcolor rgb '#606060'\nset xrange [0:1]\nset yrange [0:1]\n"
+           "unset border\nunset tics\nunset xlabel\nunset ylabel\n"
+           "plot NaN with lines\n";
+}
+
+/** A line between two places, given as gnuplot coordinates. */
+std::string line(const std::string &from, const std::string &to, const char *look)
+{
+    return "set arrow from " + from + " to " + to + " " + look + "\n";
+}
+
+/** A plot command with the files of an item's sub-sweeps; those of a single point have their own look. */
+std::string plot_subsweeps(const panel_row &place, const std::string &command, const std::string &extension,
+                           const std::string &look, const std::string &look_of_point)
+{
+    std::string text;
+    for (size_t i = 0; i < place.item.layout.subsweeps.size(); ++i)
+    {
+        if (const auto length = place.item.layout.subsweeps[i].length; length > 0)
+        {
+            text += text.empty() ? command + " " : ", ";
+            text += gnuplot_quote(place.base + "-" + std::to_string(i) + extension) + " " +
+                    (length == 1 ? look_of_point : look);
+        }
+    }
+    return text;
+}
+
+/** Whether the distances of an item are known. */
+bool has_distances(const panel_row &place)
+{
+    return std::isfinite(place.item.distances.at(place.analysis.point));
+}
+
+/** The mean level of the noise in a sub-sweep, in dBFS; NaN if unknown. */
+double noise_floor(const panel_row &place, size_t subsweep)
+{
+    const double noise = place.analysis.noise.at(subsweep);
+    return std::isnan(noise) ? noise : dbfs(mean_noise_level(noise));
+}
+
+/** A range from the noise, or the lowest level, to the highest level, in steps of 10 dB; at least 40 dB. */
+axis_range level_range(const panel_row &place)
+{
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (const double level : place.analysis.profile)
+    {
+        low = std::min(low, dbfs(level));
+        high = std::max(high, dbfs(level));
+    }
+    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    {
+        low = std::fmin(low, noise_floor(place, i));
+    }
+    constexpr double step = 10.0;
+    constexpr double narrowest = 40.0;
+    low = step * std::floor((low - 4.0) / step);
+    return {low, std::max(step * std::ceil((high + 2.0) / step), low + narrowest)};
+}
+
+/** The commands for a second scale of levels: amplitudes. */
+std::string amplitude_scale(axis_range range)
+{
+    std::string tics;
+    for (const int amplitude : {1, 10, 100, 1000, 10000})
+    {
+        tics += (tics.empty() ? "" : ", ") + gnuplot_quote(std::to_string(amplitude)) + " " +
+                decimal(dbfs(amplitude), 4);
+    }
+    return "set y2tics (" + tics + ") nomirror\nset y2label 'amplitude'\n" + range_command("y2", range);
+}
+
+/** The commands for the noise floor of each sub-sweep. */
+std::string noise_lines(const panel_row &place)
+{
+    std::string text;
+    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    {
+        const auto &part = place.item.layout.subsweeps[i];
+        const double level = noise_floor(place, i);
+        if (part.length == 0 || std::isnan(level))
+        {
+            continue;
+        }
+        const auto &distances = place.item.distances;
+        const auto at = [y = decimal(level, 4)](double distance) { return decimal(distance, 6) + "," + y; };
+        const auto first = at(distances[part.offset]);
+        text += text.empty() ? "set label 'noise' at " + first + " offset 0.5,-0.6 " + small_text + "\n" : "";
+        text += line(first, at(distances[part.offset + part.length - 1]), noise_look);
+    }
+    return text;
+}
+
+/** The commands that draw the mean level over distance, with the noise and the selected point. */
+std::string draw_level(const panel_row &place)
+{
+    const auto head = begin_panel(place, 0, "Mean level: " + level_name(place.item, place.analysis),
+                                  "distance in m", "level in dBFS");
+    if (!has_distances(place))
+    {
+        return head + empty_panel("distances unknown");
+    }
+    const auto mark = decimal(place.item.distances[place.analysis.point], 6);
+    const auto range = level_range(place);
+    const auto around = place.item.distances.size() == 1
+                            ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n"
+                            : std::string("set autoscale xfix\n");
+    return head + around + range_command("y", range) + amplitude_scale(range) + noise_lines(place) +
+           line(mark + ", graph 0", mark + ", graph 1", mark_look) +
+           plot_subsweeps(place, "plot", ".level", "with lines lw 1.6 lc rgb '#2a5d9c'",
+                          "with points pt 7 lc rgb '#2a5d9c'") +
+           "\n";
+}
+
+/** The colours of the map: from the noise to the highest level. */
+axis_range map_range(const panel_row &place)
+{
+    double low = std::numeric_limits<double>::quiet_NaN();
+    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    {
+        low = std::fmin(low, noise_floor(place, i));
+    }
+    double high = -std::numeric_limits<double>::infinity();
+    for (const auto &strip : place.analysis.map)
+    {
+        for (const double level : strip.levels)
+        {
+            high = std::max(high, dbfs(level));
+        }
+    }
+    low = std::isnan(low) ? level_range(place).first : low;
+    return {low, std::max(high, low + fewest_colours)};
+}
+
+/** The commands that draw the level over time and distance. */
+std::string draw_map(const panel_row &place)
+{
+    const auto head = begin_panel(place, 1, "Level over time, in dBFS", "time in s", "distance in m");
+    if (place.analysis.map.size() < 2)
+    {
+        return head + empty_panel("only one frame");
+    }
+    if (!has_distances(place))
+    {
+        return head + empty_panel("distances unknown");
+    }
+    const auto &distances = place.item.distances;
+    const auto top = decimal(*std::max_element(distances.begin(), distances.end()), 6);
+    const auto saturated = ", " + gnuplot_quote(place.base + ".saturated") + " using 1:(" + top +
+                           "):(0) with points pt 7 ps 0.5 lc rgb '#e02020'";
+    constexpr const char *look = "using 1:2:3 with pm3d";
+    return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
+           range_command("cb", map_range(place)) + place.sheet.colour_scale(place.row, 1) +
+           plot_subsweeps(place, "splot", ".map", look, look) +
+           (place.analysis.saturated > 0 ? saturated : std::string()) + "\nunset pm3d\n";
+}
+
+/** The range of the phase, wide enough that noise does not look like a signal. */
+axis_range phase_range(const item_analysis &analysis)
+{
+    constexpr double narrowest = 0.5;
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (const auto &point : analysis.track)
+    {
+        low = std::fmin(low, point.phase);
+        high = std::fmax(high, point.phase);
+    }
+    const double margin = std::max((narrowest - (high - low)) / 2.0, (high - low) * 0.04);
+    return {low - margin, high + margin};
+}
+
+/** Number of phases in the track. */
+size_t count_phases(const item_analysis &analysis)
+{
+    return static_cast<size_t>(std::count_if(analysis.track.begin(), analysis.track.end(),
+                                             [](const auto &point) { return !std::isnan(point.phase); }));
+}
+
+/** What follows the title of the panels of a point. */
+std::string doubt(const item_analysis &analysis)
+{
+    if (!analysis.above_noise)
+    {
+        return ": only noise";
+    }
+    return analysis.aliased ? ": ambiguous" : "";
+}
+
+/** The commands that draw phase and displacement over time. */
+std::string draw_phase(const panel_row &place)
+{
+    const auto &analysis = place.analysis;
+    const auto head = begin_panel(
+        place, 2, "Phase and displacement at " + place_name(place.item, analysis.point) + doubt(analysis),
+        "time in s", "phase in rad");
+    if (count_phases(analysis) < 2)
+    {
+        return head + empty_panel("too few frames");
+    }
+    const auto range = phase_range(analysis);
+    const double millimetres = 1000.0 * metres_per_radian();
+    const auto saturated =
+        ", " + gnuplot_quote(place.base + ".saturated-track") + " with points pt 7 ps 0.5 lc rgb '#e02020'";
+    return head + range_command("x", {0.0, analysis.seconds}) + range_command("y", range) +
+           range_command("y2", {range.first * millimetres, range.second * millimetres}) +
+           "set y2tics nomirror\nset y2label 'displacement in mm (positive: away)'\nplot " +
+           gnuplot_quote(place.base + ".track") + " with lines lw 1.4 lc rgb '#2a788e'" +
+           (analysis.saturated > 0 ? saturated : std::string()) + "\n";
+}
+
+/** The highest level of a spectrum. */
+double peak_of(const velocity_spectrum &spectrum)
+{
+    return *std::max_element(spectrum.levels.begin(), spectrum.levels.end());
+}
+
+/** The title of the spectrum panel. */
+std::string spectrum_title(const panel_row &place)
+{
+    // Noise seldom exceeds its mean by this much, in dB.
+    constexpr double least = 12.0;
+    const auto &spectrum = place.analysis.spectrum;
+    const auto title = "Velocity at " + place_name(place.item, place.analysis.point) +
+                       (spectrum.between_frames ? ", between frames" : ", between sweeps");
+    if (!spectrum.levels.empty() && peak_of(spectrum) < spectrum.floor + least)
+    {
+        return title + ": only noise";
+    }
+    return title + (spectrum.between_frames ? doubt(place.analysis) : "");
+}
+
+/** The range of levels of a spectrum: noise fills the lower part. */
+axis_range spectrum_levels(const velocity_spectrum &spectrum)
+{
+    const double peak = peak_of(spectrum);
+    const double low = std::isnan(spectrum.floor) ? peak - 60.0 : spectrum.floor - 15.0;
+    return {low, std::max(peak + 10.0, low + 50.0)};
+}
+
+/** The commands for the noise floor of a spectrum, and the bounds of unambiguous velocities. */
+std::string spectrum_lines(const velocity_spectrum &spectrum)
+{
+    const auto bound = decimal(velocity_bound(spectrum.rate), 9);
+    auto text = line(bound + ", graph 0", bound + ", graph 1", mark_look) +
+                line("-" + bound + ", graph 0", "-" + bound + ", graph 1", mark_look) + "set label " +
+                gnuplot_quote("ambiguous beyond ±" + three_digits(velocity_bound(spectrum.rate)) + " m/s") +
+                " at graph 0.5, graph 0.96 center " + small_text + "\n";
+    if (!std::isnan(spectrum.floor))
+    {
+        const auto y = ", first " + decimal(spectrum.floor, 4);
+        text += line("graph 0" + y, "graph 1" + y, noise_look) + "set label 'noise' at graph 1.02" + y + " " +
+                small_text + "\n";
+    }
+    return text;
+}
+
+/** The commands that draw the velocity spectrum. */
+std::string draw_spectrum(const panel_row &place)
+{
+    const auto &spectrum = place.analysis.spectrum;
+    const auto head =
+        begin_panel(place, 3, spectrum_title(place),
+                    "velocity in m/s (positive: away); above: frequency in Hz", "level in dBFS");
+    if (spectrum.levels.empty())
+    {
+        return head + empty_panel("too few frames");
+    }
+    const double width = 1.06 * velocity_bound(spectrum.rate);
+    const double frequency = 1.06 * spectrum.rate / 2.0;
+    return head + range_command("x", {-width, width}) + range_command("y", spectrum_levels(spectrum)) +
+           range_command("x2", {-frequency, frequency}) +
+           "set x2tics nomirror font ',8' offset 0,-0.4\nset title offset 0,-0.7\n" +
+           spectrum_lines(spectrum) + "plot " + gnuplot_quote(place.base + ".spectrum") +
+           " with lines lw 1.4 lc rgb '#8c4a8c'\n";
+}
+
+/** The colours of the velocity map: from the noise to the highest level. */
+axis_range map_levels(const velocity_map &map)
+{
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (const auto &levels : map.levels)
+    {
+        const auto [least, most] = std::minmax_element(levels.begin(), levels.end());
+        low = std::min(low, *least);
+        high = std::max(high, *most);
+    }
+    low = std::isnan(map.floor) ? low : map.floor;
+    return {low, std::max(high, low + fewest_colours)};
+}
+
+} // namespace
+
+std::string draw_panels(const panel_row &place)
+{
+    return draw_level(place) + draw_map(place) + draw_phase(place) + draw_spectrum(place);
+}
+
+std::string draw_velocity_map(const panel_row &place)
+{
+    const auto &map = place.analysis.velocities;
+    const auto head = begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS",
+                                  "velocity in m/s (positive: away)", "distance in m");
+    if (map.velocities.empty())
+    {
+        return head + empty_panel("fewer than 4 sweeps in a frame");
+    }
+    if (!has_distances(place))
+    {
+        return head + empty_panel("distances unknown");
+    }
+    const double bound = velocity_bound(sweep_rate(place.item));
+    return head + "set autoscale yfix\n" + range_command("x", {-1.06 * bound, 1.06 * bound}) +
+           range_command("cb", map_levels(map)) + place.sheet.colour_scale(place.row, 4) +
+           line(decimal(bound, 9) + ", graph 0", decimal(bound, 9) + ", graph 1", mark_look) +
+           line(decimal(-bound, 9) + ", graph 0", decimal(-bound, 9) + ", graph 1", mark_look) +
+           plot_subsweeps(place, "plot", ".velocities", "using 1:2:3 with image",
+                          "using 1:2:3 with points pt 5 palette") +
+           "\n";
+}
+
+} // namespace vantor

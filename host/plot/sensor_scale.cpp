@@ -1,0 +1,81 @@
+/** @file
+ * Converts samples and phases of the sensor to levels, distances and velocities.
+ */
+#include "plot/sensor_scale.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "configuration/sensor_knowledge.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Wavelength of the carrier, in metres. */
+double wavelength()
+{
+    return sensor_knowledge()["figures"]["wavelength"]["value"].get<double>();
+}
+
+} // namespace
+
+double dbfs(double amplitude)
+{
+    constexpr double least = 0.1;
+    return 20.0 * std::log10(std::max(amplitude, least) / full_scale);
+}
+
+double metres_per_radian()
+{
+    return wavelength() / (4.0 * std::numbers::pi);
+}
+
+double velocity_bound(double rate)
+{
+    return wavelength() / 4.0 * rate;
+}
+
+int subsweep_setting(const recorded_item &item, size_t subsweep, const std::string &name)
+{
+    const auto &config = item.configuration.document.at("config");
+    const auto &settings = config.contains("subsweeps") ? config["subsweeps"].at(subsweep) : config;
+    return settings.value(name, configuration_schema()["$defs"][name]["default"].get<int>());
+}
+
+double pulse_width(const recorded_item &item, size_t subsweep)
+{
+    const auto profile = std::to_string(subsweep_setting(item, subsweep, "profile"));
+    return sensor_knowledge()["figures"]["pulse_width"]["value"].value(profile, 0.0);
+}
+
+double step_length(const recorded_item &item, size_t subsweep)
+{
+    const auto &ranges = item.configuration.subsweeps;
+    return subsweep < ranges.size() ? ranges[subsweep].step_length * item.layout.base_step_length_m : 0.0;
+}
+
+double sweep_rate(const recorded_item &item)
+{
+    const double configured = item.configuration.sweep_rate;
+    return configured > 0.0 ? configured : item.layout.max_sweep_rate;
+}
+
+bool covers_distance(const recorded_item &item, double distance)
+{
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    {
+        const auto &place = item.layout.subsweeps[i];
+        const double margin = step_length(item, i) / 2.0;
+        if (place.length > 0 && distance >= item.distances[place.offset] - margin &&
+            distance <= item.distances[place.offset + place.length - 1] + margin)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace vantor

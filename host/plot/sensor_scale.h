@@ -1,0 +1,49 @@
+/** @file
+ * Converts samples and phases of the sensor to levels, distances and velocities.
+ */
+#ifndef VANTOR_SENSOR_SCALE_H
+#define VANTOR_SENSOR_SCALE_H
+
+#include <cstddef>
+#include <string>
+
+#include "recording/recording_reader.h"
+
+namespace vantor
+{
+
+/** The amplitude at 0 dBFS. */
+inline constexpr double full_scale = 32767.0;
+
+/** Converts an amplitude to dBFS; amplitudes below 0.1 are treated as 0.1. */
+double dbfs(double amplitude);
+
+/** Distance for one radian of phase, in metres. */
+double metres_per_radian();
+
+/**
+ * The velocity that turns the phase by half a turn between two measurements, in m/s. Velocities beyond it
+ * look like lower ones.
+ *
+ * @param rate  measurements per second
+ */
+double velocity_bound(double rate);
+
+/** A member of a sub-sweep's configuration that is a whole number; its default if it is missing. */
+int subsweep_setting(const recorded_item &item, size_t subsweep, const std::string &name);
+
+/** Width of the echo of a still target at half of its height, in metres. */
+double pulse_width(const recorded_item &item, size_t subsweep);
+
+/** The distance between two points of a sub-sweep, in metres. */
+double step_length(const recorded_item &item, size_t subsweep);
+
+/** Sweeps per second within a frame. */
+double sweep_rate(const recorded_item &item);
+
+/** Whether a distance lies in one of the item's sub-sweeps. */
+bool covers_distance(const recorded_item &item, double distance);
+
+} // namespace vantor
+
+#endif

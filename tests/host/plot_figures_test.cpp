@@ -1,0 +1,250 @@
+/** @file
+ * Tests of the parts from which the figures and texts of pictures are computed.
+ */
+#include <cmath>
+
+#include <gmock/gmock.h>
+
+#include "plot/caption.h"
+#include "plot/echo_search.h"
+#include "plot/noise_meter.h"
+#include "plot/sensor_scale.h"
+#include "temporary_directory.h"
+#include "written_recordings.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+TEST(sensor_scale, has_0_dbfs_at_full_scale)
+{
+    EXPECT_EQ(dbfs(32767.0), 0.0);
+    EXPECT_NEAR(dbfs(3276.7), -20.0, 1e-9);
+    EXPECT_TRUE(std::isfinite(dbfs(0.0)));
+}
+
+TEST(sensor_scale, follows_from_the_wavelength_of_5_mm)
+{
+    EXPECT_NEAR(metres_per_radian() * 2.0 * M_PI, 0.0025, 1e-12);
+    EXPECT_NEAR(velocity_bound(20.0), 0.025, 1e-12);
+}
+
+/** An item of a single sub-sweep. */
+recorded_item item_of(const json &config, size_t points)
+{
+    recorded_item item;
+    item.configuration.document = {{"sensor_id", 1}, {"config", config}};
+    item.configuration.subsweeps = {
+        {.start_point = config.value("start_point", 80), .step_length = config.value("step_length", 1)}};
+    item.layout.subsweeps = {{.offset = 0, .length = points}};
+    item.layout.base_step_length_m = 0.0025;
+    for (size_t i = 0; i < points; ++i)
+    {
+        item.distances.push_back(0.0025 *
+                                 (item.configuration.subsweeps[0].start_point +
+                                  static_cast<double>(i) * item.configuration.subsweeps[0].step_length));
+    }
+    return item;
+}
+
+TEST(sensor_scale, uses_settings_and_their_defaults)
+{
+    EXPECT_EQ(subsweep_setting(item_of({{"profile", 5}}, 1), 0, "profile"), 5);
+    EXPECT_EQ(subsweep_setting(item_of(json::object(), 1), 0, "receiver_gain"), 16);
+    EXPECT_EQ(subsweep_setting(item_of({{"subsweeps", {{{"hwaas", 7}}}}}, 1), 0, "hwaas"), 7);
+    EXPECT_EQ(pulse_width(item_of({{"profile", 1}}, 1), 0), 0.0566);
+}
+
+TEST(sensor_scale, covers_the_distances_between_the_first_and_the_last_point)
+{
+    const auto item = item_of({{"step_length", 4}}, 11);
+    EXPECT_TRUE(covers_distance(item, 0.2));
+    EXPECT_TRUE(covers_distance(item, 0.304));
+    EXPECT_FALSE(covers_distance(item, 0.306));
+    EXPECT_FALSE(covers_distance(item, 0.194));
+}
+
+/** Levels with echoes: place in points, and height. */
+std::vector<double> levels_with(size_t points, const std::vector<std::pair<double, double>> &echoes)
+{
+    std::vector<double> levels;
+    for (size_t i = 0; i < points; ++i)
+    {
+        double level = 30.0;
+        for (const auto &[place, height] : echoes)
+        {
+            const double away = static_cast<double>(i) - place;
+            level += height * std::exp(-away * away / 200.0);
+        }
+        levels.push_back(level);
+    }
+    return levels;
+}
+
+TEST(strongest_echo, is_the_highest_maximum)
+{
+    const auto item = item_of({{"step_length", 4}}, 200);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{50, 1000}, {150, 2000}})), 150U);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{50, 3000}, {150, 2000}})), 50U);
+}
+
+TEST(strongest_echo, is_not_at_an_edge)
+{
+    const auto item = item_of({{"step_length", 4}}, 200);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{0, 9000}, {100, 1000}, {199, 9000}})), 100U);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{-5, 9000}, {100, 1000}, {205, 9000}})), 100U);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{2, 9000}, {198, 9000}})), std::nullopt);
+}
+
+TEST(strongest_echo, is_not_where_nothing_is)
+{
+    EXPECT_EQ(strongest_echo(item_of(json::object(), 9), std::vector<double>(9)), std::nullopt);
+}
+
+TEST(strongest_echo, is_not_the_direct_leakage)
+{
+    const auto item = item_of({{"start_point", -200}, {"step_length", 4}}, 200);
+    EXPECT_EQ(strongest_echo(item, levels_with(200, {{50, 9000}, {150, 1000}})), 150U);
+}
+
+TEST(strongest_echo, is_not_a_ripple_on_the_flank_of_the_leakage)
+{
+    const auto item = item_of({{"step_length", 4}}, 200);
+    auto levels = levels_with(200, {{-10, 20000}, {150, 1000}});
+    levels[8] *= 1.2;
+    EXPECT_EQ(strongest_echo(item, levels), 150U);
+}
+
+/** Positions of an echo, one per second. */
+std::vector<echo_position> positions(const std::vector<double> &distances)
+{
+    std::vector<echo_position> result;
+    for (const double distance : distances)
+    {
+        result.push_back({.seconds = static_cast<double>(result.size()), .distance = distance, .width = 0.2});
+    }
+    return result;
+}
+
+TEST(widest_motion, is_between_the_extremes_in_the_order_of_time)
+{
+    const auto motion = widest_motion(positions({1.5, 1.6, 1.75, 1.6, 1.45, 1.3}));
+    ASSERT_TRUE(motion);
+    EXPECT_EQ(motion->from.distance, 1.75);
+    EXPECT_EQ(motion->to.distance, 1.3);
+    EXPECT_EQ(motion->to.seconds, 5.0);
+    EXPECT_TRUE(motion->always);
+}
+
+TEST(widest_motion, needs_half_of_the_pulse_width)
+{
+    EXPECT_FALSE(widest_motion(positions({1.0, 1.05, 1.0, 1.05})));
+    EXPECT_TRUE(widest_motion(positions({1.0, 1.05, 1.11})));
+    EXPECT_FALSE(widest_motion({}));
+}
+
+TEST(widest_motion, is_not_a_change_between_two_echoes)
+{
+    EXPECT_FALSE(widest_motion(positions({1.0, 1.0, 3.0, 1.0, 3.0})));
+    const auto motion = widest_motion(positions({5.0, 5.0, 5.0, 5.0, 2.0, 1.9, 1.8, 5.0}));
+    ASSERT_TRUE(motion);
+    EXPECT_EQ(motion->from.distance, 2.0);
+    EXPECT_EQ(motion->to.distance, 1.8);
+    EXPECT_FALSE(motion->always);
+}
+
+TEST(noise_meter, cancels_echoes_that_do_not_move)
+{
+    noise_meter meter(4);
+    EXPECT_TRUE(std::isnan(meter.rms({.offset = 0, .length = 4})));
+    meter.add({{1000, 0}, {0, 0}, {0, 50}, {0, 0}, {1000, 6}, {8, 0}, {0, 50}, {0, 0}});
+    // Of the squared differences 36, 64, 0 and 0 the median; 0 of the last two points.
+    EXPECT_NEAR(meter.rms({.offset = 0, .length = 4}), std::sqrt(36.0 / 2.0), 1e-9);
+    EXPECT_EQ(meter.rms({.offset = 2, .length = 2}), 0.0);
+}
+
+TEST(noise_meter, compares_frames_of_one_sweep_without_a_gap)
+{
+    noise_meter meter(1);
+    const subsweep_layout all{.offset = 0, .length = 1};
+    meter.add({{100, 0}});
+    meter.restart();
+    meter.add({{200, 0}});
+    EXPECT_TRUE(std::isnan(meter.rms(all)));
+    meter.add({{204, 0}});
+    EXPECT_NEAR(meter.rms(all), std::sqrt(16.0 / 2.0), 1e-9);
+}
+
+TEST(caption, describes_recording_and_settings)
+{
+    const test::temporary_directory directory;
+    const json config = {
+        {"profile", 5}, {"receiver_gain", 12}, {"sweeps_per_frame", 8}, {"sweep_rate", 2000}};
+    test::write_item(directory / "out", {.config = config, .sweeps = 8}, 20,
+                     [](int, size_t, size_t point) { return point == 50 ? 2000.0 : 1.0; });
+    recording_reader recording(directory / "out");
+    EXPECT_THAT(describe_recording(recording),
+                testing::MatchesRegex(
+                    "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} UTC  ·  sensor k330  ·  20 frames"
+                    "  ·  0 dBFS is amplitude 32767"));
+    const auto &item = recording.items()[0];
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_EQ(item_title(item), "Sensor 1 (group 1, item 1)");
+    EXPECT_EQ(describe_settings(item, analysis),
+              "profile 5  ·  gain 12  ·  hwaas 8  ·  8 sweeps per frame at 2000 Hz (±2.50 m/s)  ·  "
+              "50.0 frames/s (±0.0625 m/s)");
+    EXPECT_EQ(describe_echo(item, analysis, 20), "strongest echo at 0.325 m");
+    EXPECT_EQ(aliasing_warning(analysis), "");
+}
+
+TEST(caption, describes_each_sub_sweep)
+{
+    auto item = item_of({{"subsweeps", {{{"profile", 1}}, {{"profile", 4}}}}}, 1);
+    item.configuration.subsweeps.resize(2);
+    EXPECT_THAT(describe_settings(item, {}), testing::StartsWith("profile 1/4  ·  gain 16  ·  "));
+}
+
+TEST(caption, describes_motion_and_doubtful_frames)
+{
+    const auto item = item_of(json::object(), 10);
+    item_analysis analysis;
+    EXPECT_EQ(describe_echo(item, analysis, 10), "no echo above the noise");
+    analysis.above_noise = true;
+    EXPECT_EQ(describe_echo(item, analysis, 10), "highest level at 0.200 m");
+    analysis.found = true;
+    EXPECT_EQ(describe_echo(item, analysis, 10), "strongest echo at 0.200 m");
+    analysis.given = true;
+    EXPECT_EQ(describe_echo(item, analysis, 10), "echo at 0.200 m");
+    analysis.not_valid = 3;
+    analysis.saturated = 2;
+    analysis.motion = {.from = {.distance = 4.0}, .to = {.distance = 0.8}, .always = true};
+    EXPECT_EQ(describe_echo(item, analysis, 10),
+              "the strongest echo moves from 4.00 m to 0.80 m  ·  3 of 10 frames not valid (gaps)  ·  "
+              "2 of 10 frames saturated (red)");
+    analysis.motion->always = false;
+    EXPECT_THAT(describe_echo(item, analysis, 10), testing::StartsWith("an echo moves from"));
+}
+
+TEST(caption, warns_of_aliased_motion)
+{
+    item_analysis analysis;
+    analysis.frame_rate = 20.0;
+    analysis.aliased = true;
+    EXPECT_EQ(aliasing_warning(analysis),
+              "the motion is too fast for 20.0 frames/s: displacement, and velocity "
+              "between frames, are ambiguous beyond ±0.0250 m/s");
+}
+
+TEST(caption, has_three_significant_digits)
+{
+    EXPECT_EQ(three_digits(0.025), "0.0250");
+    EXPECT_EQ(three_digits(12345.6), "12346");
+    EXPECT_EQ(three_digits(0.0), "0");
+}
+
+} // namespace
+} // namespace vantor
