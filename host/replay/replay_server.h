@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "recording/recording_reader.h"
-#include "replay/frame_source.h"
+#include "replay/message_source.h"
 #include "vantor/link.h"
 #include "vantor/time_source.h"
 
@@ -78,7 +78,7 @@ private:
     link &host_;
     double speed_;
     time_source now_;
-    frame_source frames_;
+    message_source frames_;
     state state_ = state::idle;
     std::string input_; /**< the line that is being received */
     std::optional<replayed_frame> next_;

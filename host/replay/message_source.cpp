@@ -1,7 +1,7 @@
 /** @file
  * The frames of a recording as messages, in an endless loop.
  */
-#include "replay/frame_source.h"
+#include "replay/message_source.h"
 
 #include <cmath>
 
@@ -43,12 +43,12 @@ ordered_json describe(const frame_row &row, uint32_t more_ticks)
 
 } // namespace
 
-frame_source::frame_source(recording_reader &recording) : recording_(recording)
+message_source::message_source(recording_reader &recording) : recording_(recording)
 {
     rewind();
 }
 
-void frame_source::rewind()
+void message_source::rewind()
 {
     lap_seconds_ = 0.0;
     lap_ticks_ = 0;
@@ -56,7 +56,7 @@ void frame_source::rewind()
 }
 
 /** Opens the frame tables of all items at their first line. */
-void frame_source::open_tables()
+void message_source::open_tables()
 {
     number_ = 0;
     tables_.clear();
@@ -67,7 +67,7 @@ void frame_source::open_tables()
 }
 
 /** Returns to the first frame, one mean frame period after the last one. */
-void frame_source::begin_lap()
+void message_source::begin_lap()
 {
     const auto steps = static_cast<double>(recording_.frames() > 1 ? recording_.frames() - 1 : 1);
     const double lap = last_seconds_ > 0.0 ? last_seconds_ * (steps + 1.0) / steps : 1.0;
@@ -77,7 +77,7 @@ void frame_source::begin_lap()
     open_tables();
 }
 
-replayed_frame frame_source::next()
+replayed_frame message_source::next()
 {
     if (number_ == recording_.frames())
     {

@@ -1,8 +1,8 @@
 /** @file
  * The frames of a recording as messages, in an endless loop.
  */
-#ifndef VANTOR_FRAME_SOURCE_H
-#define VANTOR_FRAME_SOURCE_H
+#ifndef VANTOR_MESSAGE_SOURCE_H
+#define VANTOR_MESSAGE_SOURCE_H
 
 #include <cstdint>
 #include <string>
@@ -22,11 +22,11 @@ struct replayed_frame
 };
 
 /** Reads a recording frame by frame. After the last frame it starts again; the ticks continue. */
-class frame_source
+class message_source
 {
 public:
     /** @param recording  a recording with at least one frame */
-    explicit frame_source(recording_reader &recording);
+    explicit message_source(recording_reader &recording);
 
     /** Starts again with the first frame. */
     void rewind();
