@@ -500,6 +500,20 @@ void execute_ping(const command_t *self, const cJSON * /*command*/)
     answer(self->name);
 }
 
+/** Reports an error to the host if the groups are wrong. Not inlined: the stack needs the message only here.
+ */
+[[gnu::noinline]] bool accept_groups(const cJSON *configuration)
+{
+    char message[zet_groups_message_size];
+    const bool accepted =
+        zet_groups_check(configuration, zet_vantor_server_system_k3_get_sensor_count(), message);
+    if (!accepted)
+    {
+        report_error(ZET_SERVER_ERROR_CONFIGURATION_REFUSED, message);
+    }
+    return accepted;
+}
+
 /** A session is set up completely or not at all: an error in any item ends it. */
 void execute_configure(const command_t *self, const cJSON *command)
 {
@@ -509,10 +523,8 @@ void execute_configure(const command_t *self, const cJSON *command)
         report_bad_argument(self);
         return;
     }
-    char fault[zet_groups_message_size];
-    if (!zet_groups_check(configuration, zet_vantor_server_system_k3_get_sensor_count(), fault))
+    if (!accept_groups(configuration))
     {
-        report_error(ZET_SERVER_ERROR_CONFIGURATION_REFUSED, fault);
         return;
     }
     float update_rate = -1.0F;
