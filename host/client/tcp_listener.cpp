@@ -117,7 +117,8 @@ void tcp_listener::turn_away_others(std::string_view message)
     auto &turned_away = implementation_->turned_away;
     while (implementation_->other_waits())
     {
-        boost::system::error_code gone; // the host does not need the message then
+        // A host that has already gone does not need the message.
+        boost::system::error_code gone;
         tcp::socket other(implementation_->loop->context());
         implementation_->acceptor.accept(other, gone);
         if (gone)

@@ -19,7 +19,7 @@ bool stands_out(std::span<const double> levels, size_t point)
 {
     const double lower = levels[point] * std::sqrt(0.5);
     const auto is_lower = [lower](double level) { return level <= lower; };
-    const auto place = levels.begin() + static_cast<std::ptrdiff_t>(point);
+    const auto place = levels.begin() + static_cast<ptrdiff_t>(point);
     return levels[point] > 0.0 && std::any_of(levels.begin(), place, is_lower) &&
            std::any_of(place, levels.end(), is_lower);
 }

@@ -59,11 +59,11 @@ double noise_meter::rms(const subsweep_layout &place) const
     {
         return std::numeric_limits<double>::quiet_NaN();
     }
-    const auto first = sums_.begin() + static_cast<std::ptrdiff_t>(place.offset);
-    std::vector<double> sums(first, first + static_cast<std::ptrdiff_t>(place.length));
+    const auto first = sums_.begin() + static_cast<ptrdiff_t>(place.offset);
+    std::vector<double> sums(first, first + static_cast<ptrdiff_t>(place.length));
     // The lower quartile is hardly affected by echoes that move, but too low for a few differences.
     constexpr uint64_t enough = 8;
-    const auto rank = sums.begin() + static_cast<std::ptrdiff_t>(sums.size() / (count_ < enough ? 2 : 4));
+    const auto rank = sums.begin() + static_cast<ptrdiff_t>(sums.size() / (count_ < enough ? 2 : 4));
     std::nth_element(sums.begin(), rank, sums.end());
     return std::sqrt(*rank / static_cast<double>(count_) / 2.0);
 }
