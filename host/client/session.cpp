@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "client/json_members.h"
@@ -19,7 +20,8 @@ namespace
 
 static_assert(std::endian::native == std::endian::little,
               "samples are copied as received, in little-endian order");
-static_assert(sizeof(sample) == 4, "a sample is two 16-bit numbers without padding");
+static_assert(sizeof(sample) == 4 && std::is_trivially_copyable_v<sample>,
+              "a sample is two 16-bit numbers without padding");
 
 /** Decodes the sub-sweep offsets and lengths of an item. */
 std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, size_t sweep_length)

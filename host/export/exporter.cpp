@@ -48,8 +48,8 @@ std::string csv_lines(const recorded_item &item, uint64_t number, double seconds
             // Rounded to micrometres, far less than a base step, to hide binary fractions.
             append_number(text, std::round(distance * 1e6) / 1e6, ',');
         }
-        append_number(text, samples[i].real(), ',');
-        append_number(text, samples[i].imag(), ',');
+        append_number(text, samples[i].i, ',');
+        append_number(text, samples[i].q, ',');
         append_number(text, seconds, '\n');
     }
     return text;

@@ -36,13 +36,7 @@ std::string npy_head(const std::string &type, const std::vector<uint64_t> &shape
 
 std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
 {
-    std::vector<std::complex<float>> wide;
-    wide.reserve(samples.size());
-    for (const auto &value : samples)
-    {
-        wide.emplace_back(static_cast<float>(value.real()), static_cast<float>(value.imag()));
-    }
-    return wide;
+    return {samples.begin(), samples.end()};
 }
 
 } // namespace vantor

@@ -105,7 +105,7 @@ public:
     {
         for (size_t i = 0; i < samples.size(); ++i)
         {
-            sums_[i % sums_.size()] += std::complex<double>(samples[i].real(), samples[i].imag());
+            sums_[i % sums_.size()] += std::complex<double>(samples[i]);
         }
         sweeps_ += samples.size() / std::max<size_t>(sums_.size(), 1);
     }

@@ -20,8 +20,8 @@ void noise_meter::add_difference(const sample *earlier, const sample *later)
 {
     for (size_t i = 0; i < sums_.size(); ++i)
     {
-        const double real = later[i].real() - earlier[i].real();
-        const double imag = later[i].imag() - earlier[i].imag();
+        const double real = later[i].i - earlier[i].i;
+        const double imag = later[i].q - earlier[i].q;
         sums_[i] += real * real + imag * imag;
     }
     ++count_;

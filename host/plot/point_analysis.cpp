@@ -165,12 +165,6 @@ private:
     std::vector<std::complex<double>> segment_;
 };
 
-/** Converts a sample to double precision. */
-std::complex<double> widen(sample value)
-{
-    return {static_cast<double>(value.real()), static_cast<double>(value.imag())};
-}
-
 /** Collects the sweeps of all points for the velocity map. */
 class map_feeder
 {
@@ -192,7 +186,7 @@ public:
             points_[point].restart();
             for (auto place = point; place < samples.size(); place += sweep_length_)
             {
-                points_[point].add(widen(samples[place]));
+                points_[point].add(std::complex<double>(samples[place]));
             }
         }
     }
@@ -289,8 +283,10 @@ private:
         std::complex<double> sum;
         for (auto place = analysis_.point; place < samples.size(); place += layout_.sweep_length)
         {
-            sum += widen(samples[place]);
-            between_frames_ ? void() : spectrum_.add(widen(samples[place]) - analysis_.mean[analysis_.point]);
+            sum += std::complex<double>(samples[place]);
+            between_frames_
+                ? void()
+                : spectrum_.add(std::complex<double>(samples[place]) - analysis_.mean[analysis_.point]);
         }
         return sum / static_cast<double>(std::max<size_t>(layout_.sweeps(), 1));
     }

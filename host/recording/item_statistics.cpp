@@ -20,8 +20,8 @@ void item_statistics::add(std::span<const sample> samples)
     {
         for (size_t point = 0; point < sums_.size(); ++point)
         {
-            const double i = samples[point].real();
-            const double q = samples[point].imag();
+            const double i = samples[point].i;
+            const double q = samples[point].q;
             sums_[point] += std::sqrt(i * i + q * q);
         }
         samples = samples.subspan(sums_.size());

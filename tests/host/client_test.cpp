@@ -339,7 +339,7 @@ TEST(client, loses_no_data_when_it_reads_slowly)
         const auto received = host.receive_frame(60s);
         ASSERT_TRUE(received);
         ASSERT_EQ(received->items()[0].tick, number);
-        ASSERT_EQ(received->items()[0].samples[0], sample(3, 0));
+        ASSERT_EQ(received->items()[0].samples[0], (sample{3, 0}));
     }
     host.stop([&](frame &&received) { EXPECT_EQ(received.items()[0].tick, number++); });
     EXPECT_EQ(number, sent);

@@ -111,9 +111,9 @@ TEST(session, splits_a_frame_into_items_and_sub_sweeps)
     EXPECT_EQ(received.samples().size(), 95U);
     const auto &first = received.items()[0];
     EXPECT_EQ(first.samples.size(), 40U);
-    EXPECT_EQ(first.samples[7], sample(3000, 4000));
-    EXPECT_EQ(first.samples[27], sample(3000, 4000));
-    EXPECT_EQ(first.samples[0], sample(3, 2));
+    EXPECT_EQ(first.samples[7], (sample{3000, 4000}));
+    EXPECT_EQ(first.samples[27], (sample{3000, 4000}));
+    EXPECT_EQ(first.samples[0], (sample{3, 2}));
     EXPECT_EQ(first.tick, 40000U);
     EXPECT_EQ(first.temperature, -3);
     EXPECT_EQ(first.data_valid, true);
@@ -124,7 +124,7 @@ TEST(session, splits_a_frame_into_items_and_sub_sweeps)
     EXPECT_EQ(second.data_valid, std::nullopt);
     EXPECT_EQ(second.cca_value, std::nullopt);
     EXPECT_EQ(second.subsweep(0, 0).size(), 10U);
-    EXPECT_EQ(second.subsweep(0, 0)[7], sample(3000, 4000));
+    EXPECT_EQ(second.subsweep(0, 0)[7], (sample{3000, 4000}));
     EXPECT_EQ(second.subsweep(0, 1).size(), 15U);
     EXPECT_EQ(second.subsweep(0, 1).data(), second.samples.data() + 10);
     EXPECT_EQ(first.subsweep(1, 0).data(), first.samples.data() + 20);
@@ -135,7 +135,7 @@ TEST(session, keeps_a_frame_intact_when_it_is_moved)
 {
     auto received = decode_frame(frame_message(1), example_metadata());
     const auto moved = std::move(received);
-    EXPECT_EQ(moved.items()[2].samples[7], sample(3000, 4000));
+    EXPECT_EQ(moved.items()[2].samples[7], (sample{3000, 4000}));
     EXPECT_EQ(moved.items()[2].layout->frame_length, 30U);
     EXPECT_EQ(moved.items()[0].samples.data(), moved.samples().data());
 }

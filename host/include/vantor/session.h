@@ -4,7 +4,6 @@
 #ifndef VANTOR_SESSION_H
 #define VANTOR_SESSION_H
 
-#include <complex>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -17,12 +16,10 @@
 
 #include "vantor/calibration.h"
 #include "vantor/message_parser.h"
+#include "vantor/sample.h"
 
 namespace vantor
 {
-
-/** One complex sample, in-phase part first. */
-using sample = std::complex<int16_t>;
 
 /** Memory usage of a server, in bytes. */
 struct memory_use
