@@ -131,7 +131,9 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
     auto deadline = now_() + timeouts_.configure;
     const auto received = next_answer(deadline, "session metadata");
     throw_on_error(received);
-    metadata_ = std::make_shared<const session_metadata>(decode_metadata(received.header));
+    auto metadata = decode_metadata(received.header);
+    set_distances(metadata, configuration);
+    metadata_ = std::make_shared<const session_metadata>(std::move(metadata));
     frame_rate_ = nominal_frame_rate(configuration, *metadata_, server_);
     parser_.expect_frames(metadata_->frame_length() * sizeof(sample));
     return metadata_;
@@ -141,6 +143,7 @@ void client::start()
 {
     request({{"command", "start"}});
     losses_ = loss_counter(frame_rate_ > 0.0 ? server_.ticks_per_second / frame_rate_ : 0.0);
+    stream_clock_ = tick_clock(server_.ticks_per_second);
     damaged_ = false;
 }
 
@@ -150,7 +153,9 @@ try
     auto received = poll_frame(timeout);
     if (received && !received->items().empty())
     {
-        received->set_missing(losses_.add(received->items().front().tick, std::exchange(damaged_, false)));
+        const auto tick = received->items().front().tick;
+        received->set_missing(losses_.add(tick, std::exchange(damaged_, false)));
+        received->set_seconds(stream_clock_.advance(tick), server_.ticks_per_second);
     }
     return received;
 }

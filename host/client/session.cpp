@@ -3,8 +3,10 @@
  */
 #include "vantor/session.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -57,6 +59,7 @@ item_layout decode_layout(const nlohmann::json &document, size_t group, size_t i
     layout.high_speed_mode = boolean_member(document, "high_speed_mode");
     layout.base_step_length_m = number_member(document, "base_step_length_m");
     layout.subsweeps = decode_subsweeps(document, layout.sweep_length);
+    layout.distances_m.assign(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
     if (layout.sweeps() * layout.sweep_length != layout.frame_length)
     {
         throw protocol_error("The session metadata announces frames of " +
@@ -149,6 +152,22 @@ std::span<const sample> frame_item::subsweep(size_t sweep, size_t subsweep) cons
     return samples.subspan(sweep * layout->sweep_length + place.offset, place.length);
 }
 
+std::span<const double> frame_item::distances(size_t subsweep) const
+{
+    const auto &place = layout->subsweeps.at(subsweep);
+    return std::span(layout->distances_m).subspan(place.offset, place.length);
+}
+
+void frame::set_seconds(double seconds, double ticks_per_second) noexcept
+{
+    for (auto &item : items_)
+    {
+        // The items of a frame are measured within a short time of each other, in any order.
+        const auto later = static_cast<int32_t>(item.tick - items_.front().tick);
+        item.seconds = seconds + (ticks_per_second > 0.0 ? later / ticks_per_second : 0.0);
+    }
+}
+
 namespace
 {
 
@@ -232,6 +251,27 @@ server_info decode_server_info(const nlohmann::json &document)
     return info;
 }
 
+namespace
+{
+
+/** Sets the distances of an item. */
+void set_item_distances(item_layout &layout, const item_configuration &item)
+{
+    const auto count = std::min(layout.subsweeps.size(), item.subsweeps.size());
+    for (size_t i = 0; i < count; ++i)
+    {
+        const auto &place = layout.subsweeps[i];
+        const auto &range = item.subsweeps[i];
+        for (size_t point = 0; point < place.length; ++point)
+        {
+            const double steps = range.start_point + static_cast<double>(point) * range.step_length;
+            layout.distances_m[place.offset + point] = steps * layout.base_step_length_m;
+        }
+    }
+}
+
+} // namespace
+
 session_metadata decode_metadata(const nlohmann::json &document)
 {
     session_metadata metadata;
@@ -252,6 +292,20 @@ session_metadata decode_metadata(const nlohmann::json &document)
     }
     metadata.document = document;
     return metadata;
+}
+
+void set_distances(session_metadata &metadata, const nlohmann::json &configuration)
+try
+{
+    const auto items = list_items(configuration);
+    for (size_t i = 0; i < std::min(items.size(), metadata.items.size()); ++i)
+    {
+        set_item_distances(metadata.items[i], items[i]);
+    }
+}
+catch (
+    const configuration_error &) // NOLINT(bugprone-empty-catch): the server accepts items that it cannot use
+{
 }
 
 double nominal_frame_rate(const nlohmann::json &configuration, const session_metadata &metadata,

@@ -11,7 +11,6 @@
 #include "commands/printable.h"
 #include "commands/stream_warnings.h"
 #include "commands/text_table.h"
-#include "recording/point_distances.h"
 
 namespace vantor
 {
@@ -24,8 +23,7 @@ using nlohmann::ordered_json;
 double echo_distance(const finished_recording &recorded, size_t index)
 {
     const auto point = recorded.recorder.statistics()[index].strongest_point();
-    return point ? point_distances(recorded.source.metadata().items[index], recorded.items[index])[*point]
-                 : NAN;
+    return point ? recorded.source.metadata().items[index].distances_m[*point] : NAN;
 }
 
 /** What is known about the stream. */

@@ -12,8 +12,8 @@
 
 #include "recording/output_file.h"
 #include "recording/sha512.h"
-#include "recording/tick_clock.h"
 #include "vantor/session.h"
+#include "vantor/tick_clock.h"
 
 namespace vantor
 {

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "recording/input_file.h"
-#include "recording/point_distances.h"
 #include "recording/recording_error.h"
 #include "recording/sha512.h"
 
@@ -71,6 +70,7 @@ session_description read_session(const json &members)
     session_description session;
     session.configuration = members.at("vantor:configuration");
     session.metadata = decode_metadata(members.at("vantor:metadata"));
+    set_distances(session.metadata, session.configuration);
     session.server.server_version = about.at("version").get<std::string>();
     session.server.protocol_version = about.at("protocol_version").get<int>();
     session.server.sensor = about.at("sensor").get<std::string>();
@@ -185,13 +185,12 @@ void read_items(recording_documents &documents)
     for (size_t i = 0; i < configurations.size(); ++i)
     {
         const auto &layout = documents.session.metadata.items[i];
-        auto &item = documents.items.emplace_back(
-            recorded_item{.name = item_name(layout),
-                          .layout = layout,
-                          .configuration = configurations[i],
-                          .distances = point_distances(layout, configurations[i]),
-                          .document = nullptr,
-                          .digest = {}});
+        auto &item = documents.items.emplace_back(recorded_item{.name = item_name(layout),
+                                                                .layout = layout,
+                                                                .configuration = configurations[i],
+                                                                .distances = layout.distances_m,
+                                                                .document = nullptr,
+                                                                .digest = {}});
         try
         {
             read_item_document(documents.directory, item);

@@ -695,6 +695,58 @@ TEST_F(client_time, waits_for_each_kind_of_answer_until_its_time_out)
     EXPECT_EQ(time_until_given_up([&] { host.reconnect(); }), 3s);
 }
 
+/** The header of a frame of the example session at a time. */
+json header_at(uint32_t tick)
+{
+    auto header = example_session().frame_header(0);
+    uint32_t later = 0;
+    for (auto &group : header["result_info"])
+    {
+        for (auto &item : group)
+        {
+            item["tick"] = tick + later;
+            later += 250'000;
+        }
+    }
+    return header;
+}
+
+TEST_F(client_time, gives_the_time_since_the_first_frame)
+{
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(0)(host, command);
+        // The ticks wrap around after the first frame.
+        for (const uint32_t tick : {4'294'000'000U, 4'294'500'000U, 532'704U, 3'000'532'704U})
+        {
+            host.send(header_at(tick), example_session().frame_payload(0));
+        }
+    });
+    auto host = connect();
+    host.configure(example_session().configuration);
+    for (int stream = 0; stream < 2; ++stream)
+    {
+        host.start();
+        for (const double seconds : {0.0, 0.5, 1.5, 3001.5})
+        {
+            const auto received = host.receive_frame(0ms).value();
+            EXPECT_DOUBLE_EQ(received.items()[0].seconds, seconds);
+            EXPECT_DOUBLE_EQ(received.items()[1].seconds, seconds + 0.25);
+            EXPECT_DOUBLE_EQ(received.items()[2].seconds, seconds + 0.5);
+        }
+    }
+}
+
+TEST_F(client_time, gives_distances_with_every_frame)
+{
+    server.on("start", test::stream_frames(1));
+    auto host = connect();
+    host.configure(example_session().configuration);
+    host.start();
+    const auto received = host.receive_frame(0ms).value();
+    EXPECT_DOUBLE_EQ(received.items()[0].distances(0)[7], 0.32);
+    EXPECT_DOUBLE_EQ(received.items()[1].distances(1)[0], 0.5);
+}
+
 TEST_F(client_time, waits_for_a_frame_until_the_given_time_out)
 {
     server.on("start", [this](host_connection &host, const json &command) {

@@ -5,7 +5,7 @@
 
 #include <gmock/gmock.h>
 
-#include "recording/tick_clock.h"
+#include "vantor/tick_clock.h"
 
 namespace vantor
 {

@@ -28,7 +28,7 @@ run(${CMAKE_COMMAND} -S ${WORK} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${WORK}/pre
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 set(ENV{VANTOR_SERVER} ${SERVER})
 run(${WORK}/build/echo)
-string(REGEX MATCHALL "tick [0-9]+: first sample " lines "${output}")
+string(REGEX MATCHALL " s: magnitude [0-9.]+ at 0\\.2 m, frames missing: 0" lines "${output}")
 list(LENGTH lines count)
 if(NOT count EQUAL 5)
   message(FATAL_ERROR "The program printed ${count} frames instead of 5:\n${output}")

@@ -3,6 +3,7 @@
  *
  * The environment variable VANTOR_CAMPAIGN_SIZE sets the number of generated documents.
  */
+#include "configuration/configuration.h"
 #include "configuration/plan/plan.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 
 #include "configuration/check/configuration_check.h"
 #include "configuration/sensor_knowledge.h"
-#include "recording/point_distances.h"
 #include "recording/reported_plan.h"
 #include "simulated_server.h"
 #include "vantor/errors.h"
@@ -143,7 +143,7 @@ void expect_equal(const item_plan &item, const item_layout &layout, const item_c
     EXPECT_EQ(item.high_speed_mode, layout.high_speed_mode);
     EXPECT_FLOAT_EQ(static_cast<float>(item.max_sweep_rate), static_cast<float>(layout.max_sweep_rate));
     EXPECT_FLOAT_EQ(static_cast<float>(item.base_step_m), static_cast<float>(layout.base_step_length_m));
-    const auto distances = point_distances(layout, configuration);
+    const auto &distances = layout.distances_m;
     ASSERT_EQ(item.subsweeps.size(), layout.subsweeps.size());
     for (size_t i = 0; i < item.subsweeps.size(); ++i)
     {

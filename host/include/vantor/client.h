@@ -18,6 +18,7 @@
 #include "vantor/loss_counter.h"
 #include "vantor/message_parser.h"
 #include "vantor/session.h"
+#include "vantor/tick_clock.h"
 #include "vantor/time_source.h"
 
 namespace vantor
@@ -111,7 +112,8 @@ public:
     void start();
 
     /**
-     * Waits for the next frame of the stream.
+     * Waits for the next frame of the stream, which has the time since its first frame and the number of
+     * missing frames.
      *
      * @param timeout  how long to wait
      * @return the frame, or nothing if none arrived in time
@@ -192,6 +194,7 @@ private:
     std::shared_ptr<const session_metadata> metadata_;
     double frame_rate_ = 0.0; /**< nominal, of the session; 0 if unknown */
     loss_counter losses_{0.0};
+    tick_clock stream_clock_{0.0};
     bool damaged_ = false; /**< a message of the stream was damaged since the last frame */
     log_handler on_log_;
     std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */

@@ -87,6 +87,9 @@ struct item_layout
     double base_step_length_m = 0.0; /**< distance of one base step, in metres */
     std::vector<subsweep_layout> subsweeps;
 
+    /** Distance of each sample of a sweep, in metres; NaN outside all sub-sweeps; see set_distances() */
+    std::vector<double> distances_m;
+
     /** Number of sweeps in a frame. */
     [[nodiscard]] size_t sweeps() const noexcept
     {
@@ -113,7 +116,9 @@ struct frame_item
     const item_layout *layout = nullptr; /**< owned by the session's metadata */
     std::span<const sample> samples;     /**< sweep after sweep; owned by the frame */
     uint32_t tick = 0;                   /**< time of the measurement; wraps around */
-    int temperature = 0; /**< relative, in degrees Celsius; use it only to compare with other values */
+    double seconds = 0.0; /**< time of the measurement since the first frame of the stream, by the server's
+                             clock; 0 if it has none */
+    int temperature = 0;  /**< relative, in degrees Celsius; use it only to compare with other values */
     bool data_saturated = false;
     bool calibration_needed = false;
     bool frame_delayed = false;
@@ -129,6 +134,13 @@ struct frame_item
      * @param subsweep  0 to layout->subsweeps.size() - 1
      */
     [[nodiscard]] std::span<const sample> subsweep(size_t sweep, size_t subsweep) const;
+
+    /**
+     * Returns the distances of the samples of one sub-sweep, in metres.
+     *
+     * @param subsweep  0 to layout->subsweeps.size() - 1
+     */
+    [[nodiscard]] std::span<const double> distances(size_t subsweep) const;
 };
 
 /** One frame of all items of a session. It can be moved but not copied, since its items point into it. */
@@ -154,8 +166,9 @@ public:
     }
 
     /**
-     * Number of frames missing before this one since the start of the stream: lost on the link, or left out by
-     * server or sensor. Without a known frame rate, or without ticks, it is the number of damaged messages.
+     * Number of frames missing before this one since the start of the stream: lost on the link, or left out
+     * by server or sensor. Without a known frame rate, or without ticks, it is the number of damaged
+     * messages.
      */
     [[nodiscard]] uint64_t missing() const noexcept
     {
@@ -167,6 +180,14 @@ public:
     {
         missing_ = missing;
     }
+
+    /**
+     * Sets frame_item::seconds, for sources of frames.
+     *
+     * @param seconds           of the first item
+     * @param ticks_per_second  of the server; 0 if it has no clock
+     */
+    void set_seconds(double seconds, double ticks_per_second) noexcept;
 
 private:
     friend frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
@@ -193,12 +214,21 @@ server_info decode_server_info(const nlohmann::json &document);
 session_metadata decode_metadata(const nlohmann::json &document);
 
 /**
+ * Sets the distances of all items, which depend on the configuration. They are NaN where it is unknown.
+ *
+ * @param metadata       of a session
+ * @param configuration  the configuration document of the session
+ */
+void set_distances(session_metadata &metadata, const nlohmann::json &configuration);
+
+/**
  * The rate at which the frames of a session are due, by the pace of the server or of the sensors.
  *
  * @param configuration  the configuration document of the session
  * @param metadata       the answer of the server to it
  * @param server         the server
- * @return frames per second; 0 if frames are measured as fast as possible, or the server paces them without a clock
+ * @return frames per second; 0 if frames are measured as fast as possible, or the server paces them without a
+ * clock
  */
 double nominal_frame_rate(const nlohmann::json &configuration, const session_metadata &metadata,
                           const server_info &server);
