@@ -8,7 +8,11 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
+#include <unistd.h>
+
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -32,6 +36,26 @@ void event_loop::post(std::function<void()> work)
     boost::asio::post(*context_, std::move(work));
 }
 
+void event_loop::when_readable(int descriptor, std::function<void()> work)
+{
+    using boost::asio::posix::stream_descriptor;
+    // A duplicate, because the object closes it.
+    auto duplicate = std::make_shared<stream_descriptor>(*context_, dup(descriptor));
+    auto &waiting = *duplicate;
+    waiting.async_wait(stream_descriptor::wait_read,
+                       [duplicate = std::move(duplicate), work = std::move(work)](const auto &failure) {
+                           if (!failure)
+                           {
+                               work();
+                           }
+                       });
+}
+
+void event_loop::cancel()
+{
+    post([this] { cancelled_ = true; });
+}
+
 bool event_loop::run_until(const std::function<bool()> &done, time_point deadline)
 {
     // Otherwise the loop would return at once while nothing is pending.
@@ -42,6 +66,10 @@ bool event_loop::run_until(const std::function<bool()> &done, time_point deadlin
     }
     while (!done())
     {
+        if (cancel_requested())
+        {
+            return false;
+        }
         const auto left = std::min<time_point::duration>(deadline - now(), longest_wait);
         const auto ran = left.count() > 0 ? context_->run_one_for(left) : context_->poll_one();
         if (ran == 0 && now() >= deadline)
@@ -50,6 +78,31 @@ bool event_loop::run_until(const std::function<bool()> &done, time_point deadlin
         }
     }
     return true;
+}
+
+void event_loop::run_to_end(const std::function<bool()> &done)
+{
+    const bool before = std::exchange(uncancellable_, true);
+    run_until(done, time_point::max());
+    uncancellable_ = before;
+}
+
+void event_loop::check_cancelled()
+{
+    if (cancel_requested())
+    {
+        cancelled_ = false;
+        if (requested_ != nullptr)
+        {
+            *requested_ = false;
+        }
+        throw vantor::cancelled();
+    }
+}
+
+bool event_loop::cancel_requested() const noexcept
+{
+    return !uncancellable_ && (cancelled_ || (requested_ != nullptr && *requested_));
 }
 
 } // namespace vantor

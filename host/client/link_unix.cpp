@@ -3,6 +3,8 @@
  */
 #include "client/link_unix.h"
 
+#include <utility>
+
 namespace vantor
 {
 

@@ -38,7 +38,7 @@ public:
      * @throws connect_error if it cannot be started
      */
     server_process(const std::filesystem::path &program, const std::vector<std::string> &arguments,
-                   std::chrono::milliseconds ending_time = std::chrono::milliseconds(2000));
+                   std::chrono::milliseconds ending_time = std::chrono::milliseconds(500));
     server_process(const server_process &) = delete;
     server_process &operator=(const server_process &) = delete;
     server_process(server_process &&) = delete;

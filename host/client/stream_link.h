@@ -61,6 +61,11 @@ public:
         }
     }
 
+    int descriptor() override
+    {
+        return stream_.native_handle();
+    }
+
 protected:
     /** The stream, for opening it. */
     stream_t &stream() noexcept
@@ -83,10 +88,10 @@ private:
     }
 
     /**
-     * Runs one operation until it completes; cancels it at the time-out.
+     * Runs one operation until it completes; stops it at the time-out, or if waiting is cancelled.
      *
-     * @return the error of the operation, operation_aborted if it was cancelled, and the number of bytes
-     *         moved
+     * @return the error of the operation, operation_aborted if it was stopped, and the number of bytes moved
+     * @throws cancelled if waiting was cancelled
      */
     template <typename start_t>
     std::pair<boost::system::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)
@@ -100,10 +105,25 @@ private:
         const auto is_complete = [&complete] { return complete; };
         if (!loop_->run_until(is_complete, loop_->now() + timeout))
         {
-            stream_.cancel();
-            loop_->run_until(is_complete, event_loop::time_point::max());
+            stop(complete);
+        }
+        if (outcome.first == boost::asio::error::operation_aborted)
+        {
+            loop_->check_cancelled();
         }
         return outcome;
+    }
+
+    /** Stops the operation. One that moves bytes in several parts may start the next part meanwhile. */
+    void stop(const bool &complete)
+    {
+        while (!complete)
+        {
+            stream_.cancel();
+            bool ran = false;
+            loop_->post([&ran] { ran = true; });
+            loop_->run_to_end([&ran] { return ran; });
+        }
     }
 
     std::shared_ptr<event_loop> loop_;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "configuration/calibration_file.h"
 #include "recording/output_file.h"
@@ -54,14 +55,31 @@ nlohmann::json calibrating_configuration(const std::vector<uint64_t> &sensors)
     return {{"groups", std::move(groups)}};
 }
 
+/** Sets up a session, and ends it if the command is interrupted meanwhile. */
+std::shared_ptr<const session_metadata> configure(client &server, const nlohmann::json &configuration)
+{
+    try
+    {
+        return server.configure(configuration);
+    }
+    catch (const cancelled &)
+    {
+        server.end_promptly();
+        throw;
+    }
+}
+
 /** Calibrates and writes the file. */
 exit_code calibrate(const calibrate_options &options, std::ostream &out)
 {
-    client server(parse_address(options.connect));
+    const auto loop = std::make_shared<event_loop>();
+    const interrupt_watch watch(*loop);
+    client server(parse_address(options.connect), {}, loop);
     const auto &connected = server.server().connected_sensors;
-    const auto metadata = server.configure(calibrating_configuration(
-        options.sensors.empty() ? std::vector<uint64_t>(connected.begin(), connected.end())
-                                : options.sensors));
+    const auto metadata = configure(
+        server, calibrating_configuration(options.sensors.empty()
+                                              ? std::vector<uint64_t>(connected.begin(), connected.end())
+                                              : options.sensors));
     server.end();
     if (metadata->calibrations.empty())
     {

@@ -76,6 +76,10 @@ exit_code report_current_exception(std::ostream &err)
     {
         return report(err, exit_code::not_written, failure);
     }
+    catch (const cancelled &)
+    {
+        return exit_code::interrupted;
+    }
     catch (const address_error &failure)
     {
         return report(err, exit_code::usage, failure);

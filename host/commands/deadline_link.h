@@ -28,6 +28,11 @@ public:
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
     uint32_t set_baudrate(uint32_t baudrate) override;
 
+    int descriptor() override
+    {
+        return connection_->descriptor();
+    }
+
 private:
     [[nodiscard]] std::chrono::milliseconds bound(std::chrono::milliseconds timeout) const;
 

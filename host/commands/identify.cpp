@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/server_description.h"
 #include "commands/text_table.h"
@@ -62,7 +63,9 @@ void print_memory(const server_info &info, std::ostream &out)
 /** Prints a description of a server. */
 exit_code identify(const std::string &where, bool json, std::ostream &out)
 {
-    const client server(parse_address(where));
+    const auto loop = std::make_shared<event_loop>();
+    const interrupt_watch watch(*loop);
+    const client server(parse_address(where), {}, loop);
     const auto &info = server.server();
     if (json)
     {

@@ -3,7 +3,14 @@
  */
 #include "commands/interrupt.h"
 
+#include <cerrno>
 #include <csignal>
+#include <system_error>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -11,21 +18,39 @@ namespace
 {
 
 volatile std::sig_atomic_t noted = 0;
+volatile std::sig_atomic_t watches_hangup = 0;
+volatile std::sig_atomic_t wakes = -1; /**< becomes readable when a signal arrives */
 
-/** Signal handler: records that a signal has arrived. */
-extern "C" void note_signal(int /*number*/)
-{
-    noted = 1;
-}
-
-/** Sets the action of a signal; a handler is reset to the default action after its first call. */
+/** Sets the action of a signal. */
 void set_action(int number, void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigemptyset(&action.sa_mask);
     sigaction(number, &action, nullptr);
+}
+
+/** Sets the action of all signals that are watched. */
+void set_actions(void (*handler)(int))
+{
+    set_action(SIGINT, handler);
+    set_action(SIGTERM, handler);
+    if (watches_hangup != 0)
+    {
+        set_action(SIGHUP, handler);
+    }
+}
+
+/** Signal handler: records that a signal has arrived, and lets the next one end the program. */
+extern "C" void note_signal(int /*number*/)
+{
+    const int error_of_program = errno;
+    noted = 1;
+    set_actions(SIG_DFL);
+    const uint64_t one = 1;
+    // It can only fail if there is nothing to wake.
+    [[maybe_unused]] const auto written = write(wakes, &one, sizeof one);
+    errno = error_of_program;
 }
 
 /** Whether a signal is ignored, as nohup does with SIGHUP. */
@@ -38,24 +63,33 @@ bool is_ignored(int number)
 
 } // namespace
 
-interrupt_watch::interrupt_watch() : watches_hangup_(!is_ignored(SIGHUP))
+interrupt_watch::interrupt_watch()
 {
     noted = 0;
-    set_action(SIGINT, note_signal);
-    set_action(SIGTERM, note_signal);
-    if (watches_hangup_)
+    watches_hangup = is_ignored(SIGHUP) ? 0 : 1;
+    set_actions(note_signal);
+}
+
+interrupt_watch::interrupt_watch(event_loop &loop)
+{
+    wakes = eventfd(0, EFD_CLOEXEC);
+    if (wakes < 0)
     {
-        set_action(SIGHUP, note_signal);
+        throw std::system_error(errno, std::generic_category(), "Cannot watch signals");
     }
+    noted = 0;
+    watches_hangup = is_ignored(SIGHUP) ? 0 : 1;
+    loop.when_readable(wakes, [&loop] { loop.cancel(); });
+    set_actions(note_signal);
 }
 
 interrupt_watch::~interrupt_watch()
 {
-    set_action(SIGINT, SIG_DFL);
-    set_action(SIGTERM, SIG_DFL);
-    if (watches_hangup_)
+    set_actions(SIG_DFL);
+    if (wakes >= 0)
     {
-        set_action(SIGHUP, SIG_DFL);
+        close(wakes);
+        wakes = -1;
     }
 }
 

@@ -5,6 +5,7 @@
 #define VANTOR_INTERRUPT_H
 
 #include "vantor/errors.h"
+#include "vantor/event_loop.h"
 
 namespace vantor
 {
@@ -26,6 +27,9 @@ class interrupt_watch
 {
 public:
     interrupt_watch();
+
+    /** @param loop  the first signal also cancels waiting on it */
+    explicit interrupt_watch(event_loop &loop);
     interrupt_watch(const interrupt_watch &) = delete;
     interrupt_watch &operator=(const interrupt_watch &) = delete;
     interrupt_watch(interrupt_watch &&) = delete;
@@ -34,9 +38,6 @@ public:
 
     /** Whether the user has asked to stop. */
     [[nodiscard]] static bool interrupted() noexcept;
-
-private:
-    bool watches_hangup_;
 };
 
 } // namespace vantor

@@ -83,7 +83,6 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
 std::exception_ptr run_stream(hub &stream, const frame_tally &tally, const record_options &options,
                               const command_streams &streams, const time_source &now)
 {
-    const interrupt_watch watch;
     const double seconds = options.seconds.value_or(0.0);
     progress_line line(streams.err, streams.terminal, {.frames = options.frames, .seconds = seconds}, now);
     try
@@ -144,20 +143,21 @@ exit_code record(const record_options &options, const command_streams &streams)
     }
     const auto loop = std::make_shared<event_loop>();
     const auto open = [&] { return open_link(where, client_timeouts{}.connect, loop); };
-    return record(options, streams, open, *loop);
+    return record(options, streams, open, loop);
 }
 
 exit_code record(const record_options &options, const command_streams &streams,
-                 const client::link_factory &open_links, event_loop &loop)
+                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop)
 {
     auto configuration = read_configuration(options, streams);
-    client server(open_links, {}, loop.clock());
+    const interrupt_watch watch(*loop);
+    client server(open_links, {}, loop);
     if (options.configuration.empty())
     {
         configuration = configuration_of(server.server());
     }
     session_source source(server, configuration,
-                          {.recalibrate = options.recalibrate, .reconnect = options.reconnect}, loop);
+                          {.recalibrate = options.recalibrate, .reconnect = options.reconnect}, *loop);
     if (source.metadata().items.empty())
     {
         throw configuration_error(options.configuration.string() +
@@ -169,10 +169,10 @@ exit_code record(const record_options &options, const command_streams &streams,
                              .metadata = source.metadata(),
                              .server = server.server(),
                              .source = describe_source(parse_address(options.connect), server.server())});
-    recording_sink recorder(writer, source.metadata(), options.queue_megabytes << 20U, loop);
+    recording_sink recorder(writer, source.metadata(), options.queue_megabytes << 20U, *loop);
     frame_tally tally;
-    hub stream(source, {&tally, &recorder}, loop);
-    auto failure = run_stream(stream, tally, options, streams, loop.clock());
+    hub stream(source, {&tally, &recorder}, *loop);
+    auto failure = run_stream(stream, tally, options, streams, loop->clock());
     if (const auto late = recorder.close(); !failure)
     {
         failure = late;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -45,10 +46,10 @@ exit_code record(const record_options &options, const command_streams &streams);
  * Like the function above, but over links that the caller opens instead of record_options::connect.
  *
  * @param open_links  opens a link to the server
- * @param loop        the loop of the links
+ * @param loop        the event loop of the links
  */
 exit_code record(const record_options &options, const command_streams &streams,
-                 const client::link_factory &open_links, event_loop &loop);
+                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop);
 
 /** The command. */
 command record_command();

@@ -12,6 +12,7 @@
 
 #include "commands/common_options.h"
 #include "commands/deadline_link.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/server_description.h"
 #include "vantor/client.h"
@@ -52,20 +53,30 @@ std::vector<std::string> serial_devices()
 }
 
 /** Tries one device; returns an empty text, or the reason why no server was found. */
-std::string scan_device(const serial_address &where, const link_opener &open, const time_source &now,
-                        nlohmann::ordered_json &found)
+std::string scan_device(const serial_address &where, const link_opener &open,
+                        const std::shared_ptr<event_loop> &loop, nlohmann::ordered_json &found)
 {
-    const auto deadline = now() + scan_time;
-    const auto open_link = [&] { return std::make_unique<deadline_link>(open(where), deadline, now); };
+    const auto deadline = loop->now() + scan_time;
+    const auto open_link = [&] {
+        return std::make_unique<deadline_link>(open(where), deadline, loop->clock());
+    };
     try
     {
-        const client server(open_link, scan_timeouts, now);
+        const client server(open_link, scan_timeouts, loop);
         found.push_back(to_json(to_string(where), server.server()));
         return {};
     }
     catch (const connect_error &failure)
     {
         return failure.what();
+    }
+    catch (const bad_message &failure)
+    {
+        return where.device + ": " + failure.what();
+    }
+    catch (const protocol_error &failure)
+    {
+        return where.device + ": " + failure.what();
     }
     catch (const error &)
     {
@@ -89,20 +100,23 @@ void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
 
 } // namespace
 
-std::unique_ptr<link> open_scanned_link(const address &where)
+exit_code scan(const scan_options &options, const command_streams &streams)
 {
-    return open_link(where, scan_timeouts.connect);
+    const auto loop = std::make_shared<event_loop>();
+    const interrupt_watch watch(*loop);
+    const auto open = [&](const address &where) { return open_link(where, scan_timeouts.connect, loop); };
+    return scan(options, streams, open, loop);
 }
 
 exit_code scan(const scan_options &options, const command_streams &streams, const link_opener &open,
-               const time_source &now)
+               const std::shared_ptr<event_loop> &loop)
 {
     const bool named = !options.devices.empty();
     auto found = nlohmann::ordered_json::array();
     for (const auto &device : named ? options.devices : serial_devices())
     {
         const auto reason = scan_device(
-            {.device = device, .baudrate = static_cast<uint32_t>(options.baudrate)}, open, now, found);
+            {.device = device, .baudrate = static_cast<uint32_t>(options.baudrate)}, open, loop, found);
         if (named && !reason.empty())
         {
             streams.err << "vantor: " << printable(reason) << "\n";

@@ -4,7 +4,6 @@
 #ifndef VANTOR_SCAN_H
 #define VANTOR_SCAN_H
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,8 +11,8 @@
 #include <vector>
 
 #include "commands/command.h"
+#include "vantor/event_loop.h"
 #include "vantor/link.h"
-#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -29,22 +28,24 @@ struct scan_options
 /** Opens the link to a device. */
 using link_opener = std::function<std::unique_ptr<link>(const address &where)>;
 
-/** Opens the link to a device of this machine. */
-std::unique_ptr<link> open_scanned_link(const address &where);
-
 /**
  * Tries each device and prints the servers that answer. For devices named in the options, it also prints why
  * no server was found. It spends at most a second on each device.
  *
  * @param options  which devices to try
  * @param streams  where to print
- * @param open     opens the devices
- * @param now      the clock for the time limit
  * @return success, or no_connection if no device answers
  */
-exit_code scan(const scan_options &options, const command_streams &streams,
-               const link_opener &open = open_scanned_link,
-               const time_source &now = std::chrono::steady_clock::now);
+exit_code scan(const scan_options &options, const command_streams &streams);
+
+/**
+ * Like the function above, but over links that the caller opens.
+ *
+ * @param open  opens the link to a device
+ * @param loop  the event loop of the links
+ */
+exit_code scan(const scan_options &options, const command_streams &streams, const link_opener &open,
+               const std::shared_ptr<event_loop> &loop);
 
 /** The command. */
 command scan_command();

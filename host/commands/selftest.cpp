@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "selftest/selftest.h"
 
@@ -95,12 +96,22 @@ exit_code test_server(const selftest_options &options, const command_streams &st
 {
     const auto where = parse_address(options.connect);
     const auto timeouts = timeouts_of(options);
-    selftest::bench on([where, timeouts] { return open_link(where, timeouts.connect); },
+    const auto loop = std::make_shared<event_loop>();
+    const interrupt_watch watch(*loop);
+    selftest::bench on([&] { return open_link(where, timeouts.connect, loop); },
                        {.serial = std::holds_alternative<serial_address>(where),
                         .closes_with_host = std::holds_alternative<tcp_address>(where) ||
                                             std::holds_alternative<unix_address>(where)},
-                       timeouts, std::chrono::steady_clock::now);
-    return run_selftest(options, streams, on);
+                       timeouts, loop);
+    try
+    {
+        return run_selftest(options, streams, on);
+    }
+    catch (const cancelled &)
+    {
+        on.leave();
+        throw;
+    }
 }
 
 } // namespace

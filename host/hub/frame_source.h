@@ -38,6 +38,9 @@ public:
     /** Ends the stream; frames that have not been received are dropped. */
     virtual void end() = 0;
 
+    /** Like end(), but takes at most a second, whatever the source does. */
+    virtual void end_promptly() = 0;
+
     /** The segment of the frame that was received last. */
     [[nodiscard]] virtual const segment &current_segment() const noexcept = 0;
 };

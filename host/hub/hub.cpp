@@ -7,6 +7,8 @@
 #include <memory>
 #include <utility>
 
+#include "vantor/errors.h"
+
 namespace vantor
 {
 namespace
@@ -23,6 +25,7 @@ hub::hub(frame_source &source, std::vector<frame_sink *> sinks, event_loop &loop
 }
 
 void hub::run(const stream_limits &limits)
+try
 {
     source_.start();
     start_ = loop_.now();
@@ -31,6 +34,7 @@ void hub::run(const stream_limits &limits)
         const auto wait = longest_wait(limits);
         if (!wait_for_sinks(wait))
         {
+            loop_.check_cancelled();
             continue;
         }
         if (auto received = source_.receive(wait))
@@ -43,6 +47,11 @@ void hub::run(const stream_limits &limits)
         }
     }
     source_.end();
+}
+catch (const cancelled &)
+{
+    interrupted_ = true;
+    source_.end_promptly();
 }
 
 double hub::measured_rate() const noexcept

@@ -40,7 +40,9 @@ public:
      * Passes frames on until a limit is reached. While a sink is not ready, no frame is received, so that the
      * source is held back.
      *
-     * @throws the exceptions of source and sinks; every sink has received all frames before
+     * event_loop::cancel() ends it within about a second.
+     *
+     * @throws the exceptions of source and sinks except cancelled; every sink has received all frames before
      */
     void run(const stream_limits &limits);
 
@@ -62,7 +64,7 @@ public:
      */
     [[nodiscard]] double measured_rate() const noexcept;
 
-    /** Whether the stream was ended by stream_limits::stop. */
+    /** Whether the stream was ended by stream_limits::stop or by event_loop::cancel(). */
     [[nodiscard]] bool interrupted() const noexcept
     {
         return interrupted_;

@@ -17,8 +17,9 @@ namespace
 /** Maximum time without a frame, in seconds. */
 constexpr double longest_silence = 10.0;
 
-/** Maximum time without a frame, in frame periods, at low frame rates. */
+/** Maximum time without a frame at low frame rates: this many frame periods, and some seconds more. */
 constexpr double longest_gap = 3.0;
+constexpr double answer_time = 5.0;
 
 /** A duration in seconds. */
 double seconds_of(std::chrono::steady_clock::duration span)
@@ -91,10 +92,26 @@ void session_source::end()
     }
 }
 
+void session_source::end_promptly()
+{
+    if (!lost_)
+    {
+        server_.end_promptly();
+    }
+}
+
 /** Sets up the session. */
 void session_source::configure()
 {
-    metadata_ = server_.configure(configuration_);
+    try
+    {
+        metadata_ = server_.configure(configuration_);
+    }
+    catch (const cancelled &)
+    {
+        server_.end_promptly();
+        throw;
+    }
     rate_ = nominal_frame_rate(configuration_, *metadata_, server_.server());
 }
 
@@ -122,6 +139,7 @@ void session_source::calibrate_again()
 void session_source::connect_again(std::chrono::milliseconds wait)
 {
     loop_.run_until([] { return false; }, loop_.now() + wait);
+    loop_.check_cancelled();
     try
     {
         server_.reconnect();
@@ -212,7 +230,8 @@ std::optional<frame> session_source::poll(std::chrono::milliseconds timeout)
 /** Whether no frame, and no further part of one, has arrived for too long. */
 bool session_source::silent_for(clock::duration span) const
 {
-    return seconds_of(span) >= std::max(longest_silence, rate_ > 0.0 ? longest_gap / rate_ : 0.0);
+    const double longest = std::max(longest_silence, rate_ > 0.0 ? answer_time + longest_gap / rate_ : 0.0);
+    return seconds_of(span) >= longest;
 }
 
 /** Describes for how long no frame has arrived, and why the last message was not one, if known. */

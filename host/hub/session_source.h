@@ -51,7 +51,8 @@ public:
      *
      * Connects or calibrates again if necessary, and then takes longer than the time-out.
      *
-     * @throws timeout_error if no frame has arrived for 10 seconds, or 3 frame periods if that is longer
+     * @throws timeout_error if no frame has arrived for 10 seconds, or for 3 frame periods and 5 seconds if
+     *         that is longer
      * @throws bad_message if only damaged messages have arrived for that time
      * @throws protocol_error if the server measures something else after connecting again
      * @throws the other exceptions of client
@@ -59,6 +60,7 @@ public:
     std::optional<frame> receive(std::chrono::milliseconds timeout) override;
 
     void end() override;
+    void end_promptly() override;
 
     [[nodiscard]] const segment &current_segment() const noexcept override
     {

@@ -47,8 +47,9 @@ std::string describe(const nlohmann::json &value)
     return text;
 }
 
-bench::bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts, time_source now)
-    : open_links_(std::move(open_links)), traits_(traits), timeouts_(timeouts), now_(std::move(now))
+bench::bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts,
+             std::shared_ptr<event_loop> loop)
+    : open_links_(std::move(open_links)), traits_(traits), timeouts_(timeouts), loop_(std::move(loop))
 {
 }
 
@@ -83,13 +84,21 @@ void bench::open_host()
         line_ = opened.get();
         return opened;
     };
-    host_.emplace(open, timeouts_, now_);
+    host_.emplace(open, timeouts_, loop_);
 }
 
 void bench::disconnect()
 {
     host_.reset();
     line_ = nullptr;
+}
+
+void bench::leave()
+{
+    if (host_)
+    {
+        host_->end_promptly();
+    }
 }
 
 void bench::rest()
@@ -131,12 +140,12 @@ std::unique_ptr<link> bench::open_link() const
 
 bench::time_point bench::after(std::chrono::milliseconds span) const
 {
-    return now_() + span;
+    return loop_->now() + span;
 }
 
 std::chrono::milliseconds bench::time_until(time_point moment) const
 {
-    return time_left(moment, now_);
+    return time_left(moment, loop_->clock());
 }
 
 const std::vector<unsigned> &bench::sensors() const
@@ -196,7 +205,7 @@ void bench::refuse(std::string_view line, const std::string &code)
 
 message bench::statistics()
 {
-    const auto asked = now_();
+    const auto asked = loop_->now();
     auto received = execute({{"command", "stats"}});
     last_reading_.reset();
     if (const auto uptime = received.header.find("uptime_s");
@@ -204,7 +213,7 @@ message bench::statistics()
     {
         last_reading_ = {.uptime = std::chrono::duration<double>(uptime->get<double>()),
                          .asked = asked,
-                         .answered = now_()};
+                         .answered = loop_->now()};
         first_reading_ = first_reading_.value_or(*last_reading_);
     }
     return received;
@@ -227,13 +236,13 @@ std::chrono::milliseconds bench::time_to_receive(size_t size)
     auto least = std::chrono::milliseconds::max();
     for (int i = 0; i < 3; ++i)
     {
-        const auto begin = now_();
+        const auto begin = loop_->now();
         ping();
-        const auto middle = now_();
+        const auto middle = loop_->now();
         send(std::string(size, ' '));
         ping();
-        least = std::min(least,
-                         std::chrono::ceil<std::chrono::milliseconds>((now_() - middle) - (middle - begin)));
+        least = std::min(
+            least, std::chrono::ceil<std::chrono::milliseconds>((loop_->now() - middle) - (middle - begin)));
     }
     return least;
 }

@@ -92,15 +92,19 @@ public:
      * @param open_links  opens a link to the server
      * @param traits      properties of the link
      * @param timeouts    how long to wait
-     * @param now         the clock of the links
+     * @param loop        the event loop of the links
      */
-    bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts, time_source now);
+    bench(client::link_factory open_links, link_traits traits, client_timeouts timeouts,
+          std::shared_ptr<event_loop> loop);
 
     /** Connects to the server, for the first time or again, and ends its session. */
     void connect();
 
     /** Closes the link. */
     void disconnect();
+
+    /** Ends the session like client::end_promptly(). */
+    void leave();
 
     /** Makes the server idle, whatever the previous case left behind. */
     void rest();
@@ -229,7 +233,7 @@ private:
     client::link_factory open_links_;
     link_traits traits_;
     client_timeouts timeouts_;
-    time_source now_;
+    std::shared_ptr<event_loop> loop_;
     std::optional<client> host_;
     std::optional<server_info> server_;
     link *line_ = nullptr; /**< owned by host_ */

@@ -476,7 +476,7 @@ class client_time : public testing::Test
 protected:
     client connect(client_timeouts timeouts = {})
     {
-        return client(server.links(), timeouts, clock.source());
+        return client(server.links(), timeouts, std::make_shared<event_loop>(clock.source()));
     }
 
     /** The duration of an action that ends with a time-out. */
@@ -687,12 +687,92 @@ TEST_F(client_time, waits_for_each_kind_of_answer_until_its_time_out)
     {
         server.on(command, stay_silent);
     }
-    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 3s);
+    // A command may have to wait for frames; the period is 20 ms.
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 3060ms);
     EXPECT_EQ(time_until_given_up([&] { host.configure(json::object()); }), 7s);
-    EXPECT_EQ(time_until_given_up([&] { host.single_frame(); }), 4s);
-    EXPECT_EQ(time_until_given_up([&] { host.stop(); }), 3s);
-    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 3s);
+    EXPECT_EQ(time_until_given_up([&] { host.single_frame(); }), 4060ms);
+    EXPECT_EQ(time_until_given_up([&] { host.stop(); }), 3060ms);
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 3060ms);
     EXPECT_EQ(time_until_given_up([&] { host.reconnect(); }), 3s);
+}
+
+/** A reaction to "configure": a session with a frame every 20 s. */
+void configure_slow_frames(host_connection &host, const json & /*command*/)
+{
+    auto metadata = example_session().metadata;
+    metadata["tick_period"] = 20'000'000;
+    host.send(metadata, "");
+}
+
+TEST_F(client_time, waits_three_periods_longer_in_a_session_of_slow_frames)
+{
+    server.on("configure", configure_slow_frames);
+    auto host = connect();
+    host.configure(example_session().configuration);
+    for (const char *command : {"ping", "frame", "stop", "end"})
+    {
+        server.on(command, stay_silent);
+    }
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 65s);
+    EXPECT_EQ(time_until_given_up([&] { host.single_frame(); }), 70s);
+    EXPECT_EQ(time_until_given_up([&] { host.stop(); }), 65s);
+    EXPECT_EQ(time_until_given_up([&] { host.end(); }), 65s);
+}
+
+TEST_F(client_time, stops_a_stream_of_slow_frames)
+{
+    server.on("configure", configure_slow_frames);
+    auto host = connect();
+    host.configure(example_session().configuration);
+    host.start();
+    server.on("stop", answer_after(20s));
+    host.stop();
+    EXPECT_EQ(clock.now(), 20s);
+    host.end();
+    server.on("ping", stay_silent);
+    EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 5s);
+}
+
+TEST_F(client_time, ends_a_session_within_a_given_time)
+{
+    server.on("configure", configure_slow_frames);
+    auto host = connect();
+    host.configure(example_session().configuration);
+    server.on("end", stay_silent);
+    EXPECT_EQ(time_until_given_up([&] { host.end(1s); }), 1s);
+    server.on("end", [](host_connection &connection, const json &) {
+        connection.send(example_session().frame_header(1).dump() + "\n");
+    });
+    EXPECT_EQ(time_until_given_up([&] { host.end(1s); }), 1s);
+    server.on("end", answer_after(999ms));
+    EXPECT_NO_THROW(host.reconnect());
+}
+
+TEST_F(client_time, names_a_device_that_sends_other_data)
+{
+    server.on("end", [](host_connection &connection, const json &) {
+        connection.send(std::string("\x7f\0\xff<garbage>\nand more", 21));
+    });
+    EXPECT_THAT([&] { connect(); },
+                ThrowsMessage<protocol_error>(
+                    "The data received are not messages of a Vantor server; they start with 7f 00 ff 3c 67 "
+                    "61 72 62 61 67 65 3e 0a 61 6e 64. The baud rate may be wrong, or it may be another "
+                    "device."));
+    EXPECT_EQ(clock.now(), 5s);
+}
+
+TEST_F(client_time, names_a_device_that_never_stops_sending_other_data)
+{
+    server.on("end", [this](host_connection &connection, const json &) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            connection.send("$GPGGA,\n");
+            server.pause(7ms);
+        }
+    });
+    EXPECT_THAT([&] { connect(); },
+                ThrowsMessage<protocol_error>(HasSubstr("start with 24 47 50 47 47 41 2c 0a")));
+    EXPECT_EQ(clock.now(), 5s);
 }
 
 /** The header of a frame of the example session at a time. */
@@ -734,6 +814,18 @@ TEST_F(client_time, gives_the_time_since_the_first_frame)
             EXPECT_DOUBLE_EQ(received.items()[2].seconds, seconds + 0.5);
         }
     }
+}
+
+TEST_F(client_time, gives_the_time_of_frames_before_the_answer_to_stop)
+{
+    server.on("start", test::stream_frames(4));
+    auto host = connect();
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_TRUE(host.receive_frame(0ms));
+    std::vector<double> seconds;
+    host.stop([&](frame &&received) { seconds.push_back(received.items()[0].seconds); });
+    EXPECT_THAT(seconds, ElementsAre(0.02, 0.04, 0.06));
 }
 
 TEST_F(client_time, gives_distances_with_every_frame)
@@ -847,10 +939,10 @@ TEST_F(client_time, gives_up_on_an_endless_series_of_messages)
 
 TEST_F(client_time, gives_up_on_a_server_that_sends_messages_faster_than_it_reads_them)
 {
-    client host(server.links(), {}, [this] {
-        clock.advance(50ms);
-        return clock.source()();
-    });
+    client host(server.links(), {}, std::make_shared<event_loop>([this] {
+                    clock.advance(50ms);
+                    return clock.source()();
+                }));
     const auto send_frames = [](host_connection &connection, const json &) {
         for (uint32_t i = 0; i < 400; ++i)
         {

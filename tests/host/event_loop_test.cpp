@@ -3,11 +3,13 @@
  */
 #include "vantor/event_loop.h"
 
+#include <array>
 #include <chrono>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "manual_clock.h"
 
@@ -79,6 +81,20 @@ TEST(event_loop, is_woken_by_another_thread)
     std::thread other([&] { loop.post([&] { woken = true; }); });
     EXPECT_TRUE(loop.run_until([&] { return woken; }, never));
     other.join();
+}
+
+TEST(event_loop, runs_work_when_a_descriptor_becomes_readable)
+{
+    event_loop loop;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    bool readable = false;
+    loop.when_readable(ends[0], [&] { readable = true; });
+    EXPECT_FALSE(loop.run_until([&] { return readable; }, loop.now()));
+    EXPECT_EQ(write(ends[1], "x", 1), 1);
+    EXPECT_TRUE(loop.run_until([&] { return readable; }, never));
+    EXPECT_EQ(close(ends[0]), 0);
+    EXPECT_EQ(close(ends[1]), 0);
 }
 
 TEST(event_loop, can_run_inside_its_own_work)

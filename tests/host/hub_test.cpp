@@ -55,6 +55,11 @@ public:
         ended = true;
     }
 
+    void end_promptly() override
+    {
+        ended_promptly = true;
+    }
+
     [[nodiscard]] const segment &current_segment() const noexcept override
     {
         return segment_;
@@ -66,6 +71,7 @@ public:
     int calls = 0;
     bool started = false;
     bool ended = false;
+    bool ended_promptly = false;
 
 private:
     test::manual_clock &clock_;
@@ -130,6 +136,18 @@ TEST_F(hub_test, measures_the_rate_from_the_first_to_the_last_frame)
     tested.run({.frames = 11, .seconds = 0.0, .stop = {}, .progress = {}});
     EXPECT_NEAR(tested.seconds(), 0.22, 1e-9);
     EXPECT_NEAR(tested.measured_rate(), 50.0, 1e-9);
+}
+
+TEST_F(hub_test, ends_promptly_when_waiting_is_cancelled)
+{
+    first.space = 2;
+    loop.cancel();
+    tested.run({.frames = 0, .seconds = 0.0, .stop = {}, .progress = {}});
+    EXPECT_TRUE(tested.interrupted());
+    EXPECT_TRUE(source.ended_promptly);
+    EXPECT_FALSE(source.ended);
+    EXPECT_THAT(first.ticks, ElementsAre(0, 20000));
+    EXPECT_EQ(clock.now(), 40ms);
 }
 
 TEST_F(hub_test, announces_a_segment_before_its_first_frame)

@@ -69,6 +69,10 @@ public:
         {
             return true;
         }
+        if (cancel_requested())
+        {
+            return false;
+        }
         clock_.advance(std::max(deadline - now(), manual_clock::duration(0)));
         return done();
     }

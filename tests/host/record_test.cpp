@@ -60,7 +60,7 @@ protected:
     }
 
     test::manual_clock clock;
-    test::manual_loop loop{clock};
+    std::shared_ptr<event_loop> loop = std::make_shared<test::manual_loop>(clock);
     test::scripted_server server{clock};
     test::temporary_directory directory;
     std::ostringstream out;
@@ -417,7 +417,7 @@ TEST_F(record_test, gives_up_when_no_frame_arrives)
     EXPECT_EQ(recorded(), 2);
 }
 
-TEST_F(record_test, waits_for_three_frame_periods)
+TEST_F(record_test, waits_five_seconds_longer_than_three_frame_periods)
 {
     server.on("configure", [](host_connection &host, const json &) {
         auto metadata = example_session().metadata;
@@ -427,7 +427,7 @@ TEST_F(record_test, waits_for_three_frame_periods)
     });
     server.on("start", test::stream_frames(1));
     EXPECT_THROW(run(), timeout_error);
-    EXPECT_EQ(clock.now(), 12s);
+    EXPECT_EQ(clock.now(), 17s);
 }
 
 TEST_F(record_test, waits_for_a_frame_on_a_slow_line)
@@ -463,14 +463,14 @@ TEST_F(record_test, ends_at_an_interrupt)
 {
     server.on("start", test::stream_frames(3));
     bool raised = false;
-    event_loop interrupted([&] {
+    loop = std::make_shared<event_loop>([&] {
         if (clock.now() >= 1s && !std::exchange(raised, true))
         {
             std::raise(SIGINT);
         }
         return clock.source()();
     });
-    EXPECT_EQ(record(options, {out, err, terminal}, server.links(), interrupted), exit_code::interrupted);
+    EXPECT_EQ(run(), exit_code::interrupted);
     // It is called ten times per second.
     EXPECT_LE(clock.now(), 1100ms);
     EXPECT_EQ(recorded(), 3);

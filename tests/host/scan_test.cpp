@@ -46,7 +46,7 @@ protected:
             }
             return server(line.device).links()();
         };
-        return scan(options, {out, err}, open, clock.source());
+        return scan(options, {out, err}, open, std::make_shared<event_loop>(clock.source()));
     }
 
     /** Scans one device that does not answer in time; returns the duration. */
@@ -205,6 +205,23 @@ TEST_F(scan_test, skips_a_device_that_sends_half_an_answer)
     };
     server("device").on("identify", [](host_connection &, const json &) {});
     EXPECT_EQ(time_of_a_vain_scan(reaction), 500ms);
+}
+
+TEST_F(scan_test, names_a_device_that_sends_other_data)
+{
+    server("device").on("end", [&](host_connection &host, const json &) { host.send("\xf8\x80\xf8"); });
+    EXPECT_EQ(run({"device"}), exit_code::no_connection);
+    EXPECT_THAT(err.str(),
+                HasSubstr("vantor: device: The data received are not messages of a Vantor server; they "
+                          "start with f8 80 f8. The baud rate may be wrong"));
+    EXPECT_EQ(clock.now(), 500ms);
+}
+
+TEST_F(scan_test, names_a_device_with_an_invalid_answer)
+{
+    server("device").on("identify", [](host_connection &host, const json &) { host.send("garbage\n"); });
+    EXPECT_EQ(run({"device"}), exit_code::no_connection);
+    EXPECT_THAT(err.str(), HasSubstr("vantor: device: Invalid data from the server at byte "));
 }
 
 TEST_F(scan_test, skips_a_device_that_disconnects)

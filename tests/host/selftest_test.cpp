@@ -72,7 +72,7 @@ protected:
 
     test::manual_clock clock;
     test::scripted_server server{clock};
-    selftest::bench on{server.links(), {}, {}, clock.source()};
+    selftest::bench on{server.links(), {}, {}, std::make_shared<event_loop>(clock.source())};
     std::ostringstream out;
     std::ostringstream err;
     selftest_options options;
@@ -103,7 +103,8 @@ TEST_F(selftest_test, waits_until_the_given_time_out)
     server.on("configure", stay_silent);
     options.timeout = 60;
     options.json = true;
-    selftest::bench slow(server.links(), {}, timeouts_of(options), clock.source());
+    selftest::bench slow(server.links(), {}, timeouts_of(options),
+                         std::make_shared<event_loop>(clock.source()));
     EXPECT_EQ(run_selftest(options, {out, err}, slow), exit_code::failure);
     EXPECT_EQ(result("\"ping\" is answered").value("got", ""), "nothing within 60000 ms");
     EXPECT_EQ(result("frames are measured on demand").value("got", ""), "nothing within 60000 ms");
@@ -208,7 +209,8 @@ TEST_F(selftest_test, fails_an_answer_that_never_ends)
             host.send("x");
         }
     });
-    selftest::bench network(server.links(), {.closes_with_host = true}, {}, clock.source());
+    selftest::bench network(server.links(), {.closes_with_host = true}, {},
+                            std::make_shared<event_loop>(clock.source()));
     options.json = true;
     EXPECT_EQ(run_selftest(options, {out, err}, network), exit_code::failure);
     const auto lost = result("a session ends when its host disconnects");
@@ -304,7 +306,7 @@ protected:
     /** The outcome of the case, with the reason if it does not pass. */
     std::string outcome()
     {
-        selftest::bench fresh(server.links(), {}, {}, clock.source());
+        selftest::bench fresh(server.links(), {}, {}, std::make_shared<event_loop>(clock.source()));
         fresh.connect();
         return outcome(fresh);
     }
@@ -365,7 +367,7 @@ TEST_F(selftest_clock, uses_the_time_since_the_first_statistics)
 {
     for (const int thousandths : {960, 1000})
     {
-        selftest::bench fresh(server.links(), {}, {}, clock.source());
+        selftest::bench fresh(server.links(), {}, {}, std::make_shared<event_loop>(clock.source()));
         fresh.connect();
         report(at_speed(thousandths));
         fresh.statistics();
@@ -381,7 +383,7 @@ TEST_F(selftest_clock, uses_the_time_since_the_first_statistics)
 
 TEST_F(selftest_clock, forgets_the_clock_of_an_earlier_server)
 {
-    selftest::bench fresh(server.links(), {}, {}, clock.source());
+    selftest::bench fresh(server.links(), {}, {}, std::make_shared<event_loop>(clock.source()));
     fresh.connect();
     report([] { return 7000000ms; });
     fresh.statistics();

@@ -43,7 +43,7 @@ protected:
     /** Starts a stream with a policy, and receives frames for some time. */
     void receive_for(test::manual_clock::duration span, session_policy policy)
     {
-        client connected(server.links(), {}, clock.source());
+        client connected(server.links(), {}, std::make_shared<event_loop>(clock.source()));
         session_source source(connected, configuration, policy, loop);
         source.start();
         const auto end = clock.now() + span;

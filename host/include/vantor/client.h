@@ -14,12 +14,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "vantor/event_loop.h"
 #include "vantor/link.h"
 #include "vantor/loss_counter.h"
 #include "vantor/message_parser.h"
 #include "vantor/session.h"
 #include "vantor/tick_clock.h"
-#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -49,12 +49,12 @@ struct client_timeouts
  *
  * A slow reader does not lose data: bytes are read from the link only when a message is requested, so the
  * server waits. Every function that communicates with the server can throw connection_lost, timeout_error,
- * bad_message, protocol_error, or server_error if the server reports an error. After bad_message (also thrown
- * for a frame that does not fit the metadata of the session), the call can be repeated. After
- * connection_lost, call reconnect(). After any other exception, end() brings the server back to a known
- * state.
+ * bad_message, protocol_error, or server_error if the server reports an error, and cancelled after a call of
+ * cancel(). After bad_message (also thrown for a frame that does not fit the metadata of the session), the
+ * call can be repeated. After connection_lost, call reconnect(). After any other exception, end() brings the
+ * server back to a known state.
  *
- * Not thread-safe: use an object from one thread at a time.
+ * Not thread-safe except for cancel(): use an object from one thread at a time.
  */
 class client
 {
@@ -69,21 +69,37 @@ public:
      *
      * @param where     the server
      * @param timeouts  how long to wait
+     * @param loop      runs the link; clients that are used on the same thread can share it
      * @throws connect_error if there is no server
      * @throws server_error with the code "busy" if the server is in use by another host
-     * @throws protocol_error if the server uses another version of the protocol
+     * @throws protocol_error if the server uses another version of the protocol, or what answers does not use
+     *         the protocol
      */
-    explicit client(const address &where, client_timeouts timeouts = {});
+    explicit client(const address &where, client_timeouts timeouts = {},
+                    std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
 
     /**
      * Like the constructor above, but over links that the caller opens.
      *
      * @param open_links  opens a link, now and at every reconnect()
      * @param timeouts    how long to wait
-     * @param now         the clock of the links
+     * @param loop        the event loop of the links
      */
     explicit client(link_factory open_links, client_timeouts timeouts = {},
-                    time_source now = std::chrono::steady_clock::now);
+                    std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
+
+    /**
+     * Makes the call that is waiting for the server, or else the next one that has to wait, throw cancelled.
+     * Can be called from any thread.
+     */
+    void cancel();
+
+    /**
+     * The file descriptor that becomes readable when bytes arrive, to pass to poll(); -1 if the link has
+     * none. It changes with reconnect(). Bytes may have been read already: before poll(), call
+     * receive_frame(0) until it returns nothing.
+     */
+    [[nodiscard]] int descriptor();
 
     /** Closes the link and connects again; the server is idle afterwards. */
     void reconnect();
@@ -133,6 +149,12 @@ public:
     /** Ends the session in any state; drops all messages that arrive before the answer. */
     void end();
 
+    /** Like end(), but waits no longer than a given time. */
+    void end(std::chrono::milliseconds timeout);
+
+    /** Ends the session if the server answers within a second, for programs that were asked to stop. */
+    void end_promptly();
+
     /**
      * Makes the server send its log.
      *
@@ -169,14 +191,29 @@ public:
 private:
     using time_point = std::chrono::steady_clock::time_point;
 
+    /** How long a function waits. */
+    struct waiting_limit
+    {
+        time_point deadline;
+        std::chrono::milliseconds extension; /**< while a message is being received; 0 for none */
+    };
+
+    [[nodiscard]] waiting_limit limit_of(std::chrono::milliseconds timeout) const;
+    [[nodiscard]] std::chrono::milliseconds time_of_slow_frames() const;
+    void wait(const std::function<void()> &action);
+    void transmit(std::string_view bytes, std::chrono::milliseconds timeout);
+    void receive_bytes(std::chrono::milliseconds timeout);
+    void end(waiting_limit limit);
     void send_command(const nlohmann::json &command);
     void find_server();
     void send_end(std::chrono::milliseconds timeout);
     std::chrono::milliseconds repeat_end(std::chrono::milliseconds left);
     std::optional<message> poll_message(time_point deadline);
-    message next_message(time_point &deadline, const std::string &awaited);
-    message next_answer(time_point &deadline, const std::string &awaited);
+    message next_message(waiting_limit &limit, const std::string &awaited);
+    message next_answer(waiting_limit &limit, const std::string &awaited);
     bool take_late_answer(const message &received);
+    [[noreturn]] void give_up(const std::string &awaited) const;
+    void complete(frame &received);
     bool deliver_log(const nlohmann::json &header);
     nlohmann::json request(const nlohmann::json &command);
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler);
@@ -186,10 +223,13 @@ private:
 
     link_factory open_links_;
     client_timeouts timeouts_;
-    time_source now_;
+    std::shared_ptr<event_loop> loop_;
+    std::shared_ptr<bool> cancel_requested_ = std::make_shared<bool>(false); /**< set by work of the loop */
     std::unique_ptr<link> link_;
     message_parser parser_;
     std::vector<std::byte> buffer_;
+    std::vector<std::byte> first_bytes_; /**< received since connecting */
+    bool understood_ = false;            /**< a message was received since connecting */
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
     double frame_rate_ = 0.0; /**< nominal, of the session; 0 if unknown */

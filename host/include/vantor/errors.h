@@ -14,7 +14,7 @@
 namespace vantor
 {
 
-/** Base class of all exceptions of this library. */
+/** Base class of all exceptions of this library except cancelled. */
 class error : public std::runtime_error
 {
 public:
@@ -78,6 +78,16 @@ class protocol_error : public error
 {
 public:
     using error::error;
+};
+
+/** Waiting was cancelled by client::cancel() or event_loop::cancel(). It is a request, so it is not an error.
+ */
+class cancelled : public std::runtime_error
+{
+public:
+    cancelled() : std::runtime_error("Waiting was cancelled.")
+    {
+    }
 };
 
 /** The server refused a command or ended the session. */

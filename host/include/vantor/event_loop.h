@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "vantor/time_source.h"
 
@@ -50,8 +51,14 @@ public:
     /** Has a function called by run_until(). Can be called from any thread. */
     void post(std::function<void()> work);
 
+    /** Has a function called by run_until(), once, when a file descriptor becomes readable. */
+    void when_readable(int descriptor, std::function<void()> work);
+
+    /** Cancels what waits on the loop, or else what waits next. Can be called from any thread. */
+    void cancel();
+
     /**
-     * Runs work until a condition holds, or a deadline has passed.
+     * Runs work until a condition holds, a deadline has passed, or waiting is cancelled.
      *
      * @param done      checked at the start and after every piece of work
      * @param deadline  by the clock of the loop
@@ -59,14 +66,54 @@ public:
      */
     virtual bool run_until(const std::function<bool()> &done, time_point deadline);
 
+    /** Runs work until a condition holds, even if waiting is cancelled. */
+    void run_to_end(const std::function<bool()> &done);
+
+    /** Throws cancelled, once, if waiting was cancelled. */
+    void check_cancelled();
+
+    /** While it exists, a flag cancels waiting on the loop like cancel(). The loop and its work set it. */
+    class cancel_scope
+    {
+    public:
+        /**
+         * @param loop       the loop, on which the caller waits
+         * @param requested  the flag; check_cancelled() resets it
+         */
+        cancel_scope(event_loop &loop, bool &requested) noexcept
+            : loop_(loop), outer_(std::exchange(loop.requested_, &requested))
+        {
+        }
+        cancel_scope(const cancel_scope &) = delete;
+        cancel_scope &operator=(const cancel_scope &) = delete;
+        cancel_scope(cancel_scope &&) = delete;
+        cancel_scope &operator=(cancel_scope &&) = delete;
+
+        ~cancel_scope()
+        {
+            loop_.requested_ = outer_;
+        }
+
+    private:
+        event_loop &loop_;
+        bool *outer_;
+    };
+
     /** The Boost.Asio part of the loop, for links. */
     [[nodiscard]] boost::asio::io_context &context() noexcept
     {
         return *context_;
     }
 
+protected:
+    /** Whether run_until() has to return because waiting was cancelled. */
+    [[nodiscard]] bool cancel_requested() const noexcept;
+
 private:
     time_source now_;
+    bool cancelled_ = false;    /**< by cancel() */
+    bool *requested_ = nullptr; /**< of the innermost cancel_scope */
+    bool uncancellable_ = false;
     std::unique_ptr<boost::asio::io_context> context_;
 };
 

@@ -34,6 +34,7 @@ public:
      * @param timeout  how long to wait
      * @return the number of bytes received; 0 if none arrived in time
      * @throws connection_lost if the link was closed or has failed
+     * @throws cancelled if waiting was cancelled
      */
     virtual size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) = 0;
 
@@ -44,6 +45,7 @@ public:
      * @param timeout  how long it may take
      * @throws timeout_error if the link did not accept them in time
      * @throws connection_lost if the link was closed or has failed
+     * @throws cancelled if waiting was cancelled; a part of the bytes may have been written
      */
     virtual void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) = 0;
 
@@ -55,6 +57,13 @@ public:
      * @throws error if the link does not support the baud rate
      */
     virtual uint32_t set_baudrate(uint32_t baudrate) = 0;
+
+    /** The file descriptor that becomes readable when bytes arrive, to pass to poll(); -1 if there is none.
+     */
+    [[nodiscard]] virtual int descriptor()
+    {
+        return -1;
+    }
 };
 
 /**
@@ -68,6 +77,7 @@ public:
  * @param loop     runs the link
  * @return the open link
  * @throws connect_error if it cannot be opened
+ * @throws cancelled if waiting was cancelled
  */
 std::unique_ptr<link> open_link(const address &where, std::chrono::milliseconds timeout,
                                 std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
