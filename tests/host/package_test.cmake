@@ -1,6 +1,6 @@
 # Installs this build, then builds and runs the program of docs/client.md with it, as another project would.
-# Needs BUILD, DOCUMENT, WORK (a private directory), SERVER (the program vantor_server) and DOCUMENTS, files that are
-# installed unchanged.
+# Needs BUILD, DOCUMENT, WORK (a private directory), SERVER (the program vantor_server), COMPILER (for C++) and
+# DOCUMENTS, files that are installed unchanged.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failure OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(failure)
@@ -24,12 +24,28 @@ foreach(document IN LISTS DOCUMENTS)
   get_filename_component(name ${document} NAME)
   run(${CMAKE_COMMAND} -E compare_files ${document} ${WORK}/prefix/share/vantor/${name})
 endforeach()
+set(ENV{VANTOR_SERVER} ${SERVER})
+
+# Runs the program of the document.
+function(run_example program)
+  run(${program})
+  string(REGEX MATCHALL " s: magnitude [0-9.]+ at 0\\.2 m, frames missing: 0" lines "${output}")
+  list(LENGTH lines count)
+  if(NOT count EQUAL 5)
+    message(FATAL_ERROR "The program printed ${count} frames instead of 5:\n${output}")
+  endif()
+endfunction()
+
 run(${CMAKE_COMMAND} -S ${WORK} -B ${WORK}/build -DCMAKE_PREFIX_PATH=${WORK}/prefix)
 run(${CMAKE_COMMAND} --build ${WORK}/build)
-set(ENV{VANTOR_SERVER} ${SERVER})
-run(${WORK}/build/echo)
-string(REGEX MATCHALL " s: magnitude [0-9.]+ at 0\\.2 m, frames missing: 0" lines "${output}")
-list(LENGTH lines count)
-if(NOT count EQUAL 5)
-  message(FATAL_ERROR "The program printed ${count} frames instead of 5:\n${output}")
-endif()
+run_example(${WORK}/build/echo)
+
+# With pkg-config, after the files were moved.
+file(RENAME ${WORK}/prefix ${WORK}/moved)
+file(GLOB_RECURSE file ${WORK}/moved/*/vantor.pc)
+get_filename_component(directory "${file}" DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${directory})
+run(pkg-config --print-errors --cflags --libs vantor)
+separate_arguments(options UNIX_COMMAND "${output}")
+run(${COMPILER} -std=c++20 ${WORK}/main.cpp -o ${WORK}/echo ${options})
+run_example(${WORK}/echo)
