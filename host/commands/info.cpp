@@ -145,6 +145,10 @@ void print(std::ostream &out, const ordered_json &about)
     out << "\n";
     print_channels(out, items);
     print_configurations(out, items);
+    for (const auto &warning : about["warnings"])
+    {
+        out << text(warning) << "\n";
+    }
     for (const auto &fault : about["damage"])
     {
         out << "damage: " << text(fault) << "\n";

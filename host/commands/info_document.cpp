@@ -6,24 +6,14 @@
 #include <cmath>
 #include <string>
 
+#include "commands/stream_warnings.h"
+
 namespace vantor
 {
 namespace
 {
 
 using nlohmann::ordered_json;
-
-/** The number of frames that are missing before the last capture. */
-uint64_t frames_missing(const recorded_item &item)
-{
-    if (item.document.is_null() || item.layout.frame_length == 0)
-    {
-        return 0;
-    }
-    const auto &last = item.document["captures"].back();
-    return (last["core:global_index"].get<uint64_t>() - last["core:sample_start"].get<uint64_t>()) /
-           item.layout.frame_length;
-}
 
 /** The distances of a sub-sweep, as far as they are known. */
 ordered_json describe_range(const recorded_item &item, size_t subsweep)
@@ -88,8 +78,10 @@ void add_measurement(ordered_json &entry, const recorded_item &item, const check
 }
 
 /** Describes one item. */
-ordered_json describe_item(const recorded_item &item, const checked_item &found, uint64_t frames)
+ordered_json describe_item(const recording_check &check, size_t index)
 {
+    const auto &item = check.documents.items[index];
+    const auto &found = check.items[index];
     const auto &figures = found.figures;
     ordered_json entry = {{"name", item.name},
                           {"group", item.layout.group + 1},
@@ -102,12 +94,12 @@ ordered_json describe_item(const recorded_item &item, const checked_item &found,
                           {"frames_saturated", figures.saturated},
                           {"frames_delayed", figures.delayed},
                           {"frames_with_calibration_needed", figures.calibration_needed},
-                          {"frames_lost", frames_missing(item)}};
+                          {"frames_lost", check.missing}};
     if (figures.lowest_temperature <= figures.highest_temperature)
     {
         entry["temperature"] = {figures.lowest_temperature, figures.highest_temperature};
     }
-    add_measurement(entry, item, found, frames);
+    add_measurement(entry, item, found, check.frames);
     return entry;
 }
 
@@ -136,6 +128,35 @@ ordered_json describe_calibrations(const session_metadata &metadata)
     return list;
 }
 
+/** What is known about the frames. */
+stream_facts facts_of(const recording_check &check)
+{
+    const auto &session = check.documents.session;
+    stream_facts facts;
+    facts.frames = check.frames;
+    facts.missing = check.missing;
+    facts.nominal_rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    for (const auto &part : check.captures)
+    {
+        if (part.begins)
+        {
+            facts.breaks.push_back(*part.begins);
+        }
+    }
+    for (size_t i = 0; i < check.items.size(); ++i)
+    {
+        const auto &layout = check.documents.items[i].layout;
+        const auto &figures = check.items[i].figures;
+        facts.items.push_back({.group = layout.group + 1,
+                               .item = layout.index + 1,
+                               .counts = {.saturated = figures.saturated,
+                                          .invalid = figures.channel.invalid,
+                                          .delayed = figures.delayed,
+                                          .calibration_needed = figures.calibration_needed}});
+    }
+    return facts;
+}
+
 } // namespace
 
 ordered_json to_json(const recording_check &check)
@@ -144,7 +165,7 @@ ordered_json to_json(const recording_check &check)
     auto items = ordered_json::array();
     for (size_t i = 0; i < documents.items.size(); ++i)
     {
-        items.push_back(describe_item(documents.items[i], check.items[i], check.frames));
+        items.push_back(describe_item(check, i));
     }
     ordered_json about = {{"recording", documents.directory.string()},
                           {"started", start_time(documents)},
@@ -153,6 +174,8 @@ ordered_json to_json(const recording_check &check)
     about["frames_recorded"] = check.recorded ? ordered_json(*check.recorded) : ordered_json();
     about["damage"] = check.faults;
     about["repaired"] = !documents.collection.is_null() && documents.collection.contains("vantor:repaired");
+    about["frames_missing"] = check.missing;
+    about["warnings"] = describe_warnings(facts_of(check));
     about["sensor"] = documents.session.server.sensor;
     about["server_version"] = documents.session.server.server_version;
     about["source"] = documents.session.source;

@@ -59,6 +59,13 @@ public:
     /** Removes what was appended since the last commit. */
     void rollback() noexcept;
 
+    /** Waits until everything is on the disk. */
+    void sync() const
+    {
+        data_.sync();
+        table_.sync();
+    }
+
     /** Number of committed frames. */
     [[nodiscard]] uint64_t frames() const noexcept
     {

@@ -10,6 +10,7 @@
 
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
+#include "recording/recorded_captures.h"
 #include "recording/recording_error.h"
 #include "recording/sha512.h"
 
@@ -32,11 +33,19 @@ std::string part_of(uint64_t part, uint64_t all)
     return std::to_string(part) + " of " + std::to_string(all) + " frames";
 }
 
+/** Ticks between two frames; 0 if unknown. */
+double period_of(const session_description &session)
+{
+    const double rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    return rate > 0.0 ? session.server.ticks_per_second / rate : 0.0;
+}
+
 /** Does the work of check_recording(). */
 class checker
 {
 public:
-    checker(recording_documents documents, const check_progress &progress) : progress_(progress)
+    checker(recording_documents documents, const check_progress &progress)
+        : progress_(progress), gaps_(read_captures(documents), period_of(documents.session))
     {
         check_.documents = std::move(documents);
         check_.faults = check_.documents.faults;
@@ -59,6 +68,7 @@ public:
         {
             read(i);
         }
+        find_captures();
         compare_streams();
         return std::move(check_);
     }
@@ -265,7 +275,14 @@ private:
                 throw bad_recording("The recording changes while it is read.");
             }
             digest.update(bytes);
-            found.level.add(samples);
+            if (row->data_valid.value_or(true))
+            {
+                found.level.add(samples);
+            }
+            if (&item == &items().front())
+            {
+                gaps_.add(row->tick);
+            }
             found.figures.add(*row);
             if (progress_)
             {
@@ -273,6 +290,34 @@ private:
             }
         }
         found.left_table_size = table.position();
+    }
+
+    /** Takes the captures from the documents, or from the ticks if the recording was never finished. */
+    void find_captures()
+    {
+        const bool documented = std::any_of(items().begin(), items().end(), is_finished);
+        check_.captures = documented ? read_captures(check_.documents) : gaps_.found().captures();
+        while (check_.captures.size() > 1 && check_.captures.back().first_frame >= check_.frames)
+        {
+            check_.captures.pop_back();
+        }
+        check_.missing = documented ? check_.captures.back().frames_missing : gaps_.found().missing();
+        if (check_.recorded == check_.frames)
+        {
+            count_unlisted_gaps();
+        }
+    }
+
+    /** Takes the number of missing frames from the documents: it includes gaps that are not listed. */
+    void count_unlisted_gaps()
+    {
+        for (const auto &item : items())
+        {
+            if (is_finished(item))
+            {
+                check_.missing = item.document["global"].value("vantor:frames_missing", check_.missing);
+            }
+        }
     }
 
     /** Adds a part of a file to a digest. */
@@ -317,6 +362,7 @@ private:
 
     recording_check check_;
     const check_progress &progress_;
+    gap_finder gaps_;
     bool any_finished_ = false;
     uint64_t frames_read_ = 0;
 };

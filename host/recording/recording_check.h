@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "recording/capture_list.h"
 #include "recording/frame_figures.h"
 #include "recording/item_statistics.h"
 #include "recording/recording_documents.h"
@@ -43,6 +44,8 @@ struct recording_check
     bool in_progress = false;         /**< "vantor record" is still writing it */
     std::optional<uint64_t> recorded; /**< the number of frames that they announce */
     uint64_t frames = 0;              /**< number of frames that are left: complete in every item */
+    std::vector<capture> captures;    /**< of the frames that are left */
+    uint64_t missing = 0;             /**< number of frames missing between those that are left */
     std::vector<std::string> faults;  /**< sentences; empty if there is no damage */
 };
 

@@ -93,6 +93,9 @@ void check_capture(const json &capture, size_t frame_length)
     const auto start = capture.at("core:sample_start").get<uint64_t>();
     const auto index = capture.at("core:global_index").get<uint64_t>();
     static_cast<void>(capture.value("core:datetime", std::string()));
+    static_cast<void>(capture.value("vantor:break", std::string()));
+    static_cast<void>(capture.value("vantor:break_s", 0.0));
+    static_cast<void>(capture.value("vantor:calibration_temperature", 0));
     const bool numbers = capture["core:sample_start"].is_number_unsigned() &&
                          capture["core:global_index"].is_number_unsigned();
     if (!numbers || index < start || (frame_length > 0 && start % frame_length != 0))
@@ -101,12 +104,18 @@ void check_capture(const json &capture, size_t frame_length)
     }
 }
 
+/** Whether a member is a number of frames, or missing, as in recordings of earlier versions. */
+bool is_count(const json &global, const char *name)
+{
+    return !global.contains(name) || global[name].is_number_unsigned();
+}
+
 /** Whether the metadata of a finished item have a digest and a possible number of frames. */
 bool has_totals(const json &global)
 {
     const auto &frames = global.at("vantor:frames");
-    return global["core:sha512"].is_string() && frames.is_number_unsigned() &&
-           frames.get<uint64_t>() <= most_frames;
+    return global["core:sha512"].is_string() && is_count(global, "vantor:frames_missing") &&
+           frames.is_number_unsigned() && frames.get<uint64_t>() <= most_frames;
 }
 
 /** Checks that the metadata of an item have the members that vantor uses, and belong to the session. */

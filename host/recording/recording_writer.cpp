@@ -66,7 +66,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     // First, so that nothing is created if libcrypto fails.
     std::vector<sha512> digests(session_.metadata.items.size());
     make_new_directory(directory_);
-    captures_.push_back({.first_frame = 0, .frames_missing = 0, .datetime = present_time()});
+    captures_.set_time(present_time());
     for (size_t i = 0; i < digests.size(); ++i)
     {
         items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
@@ -77,7 +77,8 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
 
 void recording_writer::begin_segment(const segment &next)
 {
-    next_segment_ = next;
+    captures_.begin(next);
+    break_pending_ = true;
     for (auto &item : items_)
     {
         item.begin_segment(next.gap);
@@ -105,16 +106,23 @@ void recording_writer::add(const frame &received)
     {
         items_[i].commit(received.items()[i]);
     }
-    if (next_segment_)
+    if (captures_.add(received.missing()))
     {
-        captures_.push_back({.first_frame = frames_,
-                             .frames_missing = received.missing(),
-                             .datetime = present_time(),
-                             .begins = std::exchange(next_segment_, {})});
+        captures_.set_time(present_time());
+    }
+    ++frames_;
+    if (std::exchange(break_pending_, false))
+    {
         write_documents(false); // what a killed recorder leaves shows the break
     }
-    note_missing(received.missing());
-    ++frames_;
+}
+
+void recording_writer::sync()
+{
+    for (auto &item : items_)
+    {
+        item.sync();
+    }
 }
 
 void recording_writer::finish()
@@ -132,25 +140,6 @@ uint64_t recording_writer::data_length() const noexcept
     return length;
 }
 
-/** Notes how many frames are missing before the one that is being added. */
-void recording_writer::note_missing(uint64_t missing)
-{
-    if (missing > captures_.back().frames_missing && captures_.back().first_frame < frames_)
-    {
-        captures_.push_back({.first_frame = frames_, .frames_missing = missing, .datetime = {}});
-    }
-    captures_.back().frames_missing = missing;
-    if (captures_.size() > 1 && !captures_.back().begins &&
-        captures_[captures_.size() - 2].frames_missing == missing)
-    {
-        captures_.pop_back(); // nothing was missing after all
-    }
-    if (captures_.back().first_frame == frames_)
-    {
-        captures_.back().datetime = present_time();
-    }
-}
-
 /** Writes the documents of the items, and the collection with their digests: all of them or none. */
 void recording_writer::write_documents(bool finished)
 {
@@ -160,10 +149,11 @@ void recording_writer::write_documents(bool finished)
     {
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),
+                               .frames_missing = captures_.missing(),
                                .digest = finished ? items_[i].digest() : std::string()};
         const auto name = item_name(session_.metadata.items[i]);
         documents.push_back({.path = directory_ / (name + ".sigmf-meta"),
-                             .text = item_document(session_, i, state, captures_).dump(2) + "\n"});
+                             .text = item_document(session_, i, state, captures_.captures()).dump(2) + "\n"});
         streams.push_back({.name = name, .digest = sha512_of(documents.back().text)});
     }
     documents.push_back({.path = directory_ / (std::string(collection_name) + ".sigmf-collection"),

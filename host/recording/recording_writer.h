@@ -6,11 +6,10 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <vector>
 
+#include "recording/capture_list.h"
 #include "recording/item_writer.h"
-#include "recording/segment.h"
 #include "recording/sigmf.h"
 #include "vantor/session.h"
 
@@ -52,6 +51,13 @@ public:
     void begin_segment(const segment &next);
 
     /**
+     * Waits until every frame is on the disk.
+     *
+     * @throws recording_error if that fails
+     */
+    void sync();
+
+    /**
      * Writes the final documents, with rates and digests.
      *
      * @throws recording_error if they cannot be written
@@ -74,14 +80,13 @@ public:
     }
 
 private:
-    void note_missing(uint64_t missing);
     void write_documents(bool finished);
 
     std::filesystem::path directory_;
     session_description session_;
     std::vector<item_writer> items_;
-    std::vector<capture> captures_;
-    std::optional<segment> next_segment_; /**< begins with the next frame */
+    capture_list captures_;
+    bool break_pending_ = false; /**< a segment begins with the next frame */
     uint64_t frames_ = 0;
 };
 

@@ -59,42 +59,20 @@ void require_no_links(const recording_documents &documents)
     }
 }
 
-/** The segments of frames without gaps, from an item whose metadata are not damaged. */
-std::vector<capture> find_captures(const recording_documents &documents)
-{
-    for (const auto &item : documents.items)
-    {
-        const auto length = std::max<size_t>(item.layout.frame_length, 1);
-        std::vector<capture> captures;
-        for (const auto &segment :
-             item.document.is_null() ? ordered_json::array() : ordered_json(item.document["captures"]))
-        {
-            const auto start = segment["core:sample_start"].get<uint64_t>();
-            const auto lost = segment["core:global_index"].get<uint64_t>() - start;
-            captures.push_back({.first_frame = start / length,
-                                .frames_missing = lost / length,
-                                .datetime = segment.value("core:datetime", "")});
-        }
-        if (!captures.empty())
-        {
-            return captures;
-        }
-    }
-    return {capture{}};
-}
-
 /** The final metadata of an item. */
 ordered_json final_document(const recording_check &check, size_t index)
 {
     const auto &documents = check.documents;
     const auto &item = documents.items[index];
     const auto &found = check.items[index];
-    auto document = item.document.is_null()
-                        ? item_document(documents.session, index, {}, find_captures(documents))
-                        : ordered_json(item.document);
-    finish_item_document(
-        document, documents.session, index,
-        {.frames = check.frames, .seconds = found.figures.seconds, .digest = found.left_digest});
+    auto document = item.document.is_null() ? item_document(documents.session, index, {}, check.captures)
+                                            : ordered_json(item.document);
+    finish_item_document(document, documents.session, index,
+                         {.frames = check.frames,
+                          .seconds = found.figures.seconds,
+                          .frames_missing = check.missing,
+                          .digest = found.left_digest},
+                         check.captures);
     return document;
 }
 

@@ -72,6 +72,7 @@ void set_totals(ordered_json &global, const session_description &session, const 
     set_member(global, "core:sample_rate", sample_rate >= lowest_sample_rate, sample_rate);
     set_member(global, "core:sha512", finished, state.digest);
     set_member(global, "vantor:frames", finished, state.frames);
+    set_member(global, "vantor:frames_missing", finished, state.frames_missing);
     set_member(global, "vantor:frame_rate", nominal > 0.0, nominal);
     set_member(global, "vantor:measured_frame_rate", measured > 0.0, measured);
 }
@@ -177,16 +178,11 @@ ordered_json item_document(const session_description &session, size_t index, con
 }
 
 void finish_item_document(ordered_json &document, const session_description &session, size_t index,
-                          const item_state &state)
+                          const item_state &state, const std::vector<capture> &captures)
 {
     const auto &layout = session.metadata.items.at(index);
     set_totals(document["global"], session, layout, state);
-    auto &captures = document["captures"];
-    while (captures.size() > 1 &&
-           captures.back()["core:sample_start"].get<uint64_t>() >= state.frames * layout.frame_length)
-    {
-        captures.erase(captures.size() - 1);
-    }
+    document["captures"] = describe_captures(session.metadata, index, captures);
 }
 
 ordered_json describe_streams(const std::vector<stream> &streams)

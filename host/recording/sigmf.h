@@ -15,7 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "configuration/configuration.h"
-#include "recording/segment.h"
+#include "recording/capture_list.h"
 #include "vantor/session.h"
 
 namespace vantor
@@ -27,22 +27,13 @@ inline constexpr const char *collection_name = "session";
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
-/** A segment of frames without gaps. */
-struct capture
-{
-    uint64_t first_frame = 0;    /**< its index in the recording */
-    uint64_t frames_missing = 0; /**< before it, since the start of the recording */
-    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339; empty if unknown */
-    std::optional<segment> begins =
-        std::nullopt; /**< the segment of the stream that begins with it, except the first one */
-};
-
 /** The state of an item's recording. */
 struct item_state
 {
     uint64_t frames = 0;
-    double seconds = 0.0; /**< from the first to the last frame */
-    std::string digest;   /**< digest of the samples; empty while recording */
+    double seconds = 0.0;        /**< from the first to the last frame */
+    uint64_t frames_missing = 0; /**< between its frames */
+    std::string digest;          /**< digest of the samples; empty while recording */
 };
 
 /** The description of a session. */
@@ -78,9 +69,10 @@ nlohmann::ordered_json item_document(const session_description &session, size_t 
  * @param session   the session
  * @param index     index of the item in the session metadata
  * @param state     the state of the recording; its digest is not empty
+ * @param captures  its segments without gaps
  */
 void finish_item_document(nlohmann::ordered_json &document, const session_description &session, size_t index,
-                          const item_state &state);
+                          const item_state &state, const std::vector<capture> &captures);
 
 /** An item's entry in the collection. */
 struct stream

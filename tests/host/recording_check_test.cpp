@@ -46,7 +46,7 @@ TEST(recording_check, is_right_about_each_file_cut_at_each_byte)
     const recording_files files(true);
     for (const auto &[name, content] : files.original)
     {
-        for (const auto length : files.cuts(name, 7))
+        for (const auto length : files.cuts(name, 101))
         {
             files.write(name, content.substr(0, length));
             const auto check = check_recording(files.path);
@@ -64,7 +64,7 @@ TEST(recording_check, is_right_about_each_file_of_a_killed_program_cut_at_each_b
     EXPECT_THAT(check_recording(files.path).faults, IsEmpty());
     for (const auto &[name, content] : files.original)
     {
-        for (const auto length : files.cuts(name, 7))
+        for (const auto length : files.cuts(name, 101))
         {
             files.write(name, content.substr(0, length));
             const auto check = check_recording(files.path);
@@ -88,7 +88,7 @@ TEST(recording_check, notices_each_changed_byte_of_samples_and_metadata)
         {
             continue;
         }
-        for (const auto place : files.cuts(name, 7))
+        for (const auto place : files.cuts(name, 101))
         {
             auto changed = content;
             changed[place] = static_cast<char>(changed[place] ^ 1);

@@ -51,7 +51,7 @@ void cut_everywhere(const recording_files &files)
 {
     for (const auto &[name, content] : files.original)
     {
-        for (const auto length : files.cuts(name, 29))
+        for (const auto length : files.cuts(name, 101))
         {
             files.restore();
             files.write(name, content.substr(0, length));
@@ -149,6 +149,57 @@ TEST(repair, keeps_the_losses_before_the_frames_that_are_left)
         EXPECT_EQ(item.document["captures"][1]["core:sample_start"], 2 * item.layout.frame_length);
         EXPECT_EQ(item.document["captures"][1]["core:global_index"], 6 * item.layout.frame_length);
     }
+}
+
+/** Writes a recording with gaps and a break, as a program leaves it that is killed. */
+void write_killed_recording(const std::filesystem::path &directory)
+{
+    recording_writer writer(directory, test::example_description());
+    writer.add(test::example_frame(0));
+    auto late = test::example_frame(5);
+    late.set_missing(4);
+    writer.add(late);
+    writer.begin_segment(
+        {.number = 1, .reason = "connected again", .gap = 2.5, .calibration_temperatures = {20, 21, 22}});
+    // The ticks of another server.
+    for (const uint32_t number : {1U, 3U})
+    {
+        auto received = test::example_frame(number);
+        received.set_missing(number == 1 ? 4 : 5);
+        writer.add(received);
+    }
+}
+
+TEST(repair, finds_the_gaps_and_breaks_of_a_killed_program)
+{
+    const test::temporary_directory directory;
+    write_killed_recording(directory / "out");
+    EXPECT_EQ(check_recording(directory / "out").missing, 5U);
+    EXPECT_EQ(repair_recording(directory / "out").frames, 4U);
+    const auto meta = nlohmann::json::parse(test::read_file(directory / "out/group-1-item-2.sigmf-meta"));
+    EXPECT_EQ(meta["global"]["vantor:frames_missing"], 5);
+    const auto &captures = meta["captures"];
+    ASSERT_EQ(captures.size(), 4U);
+    EXPECT_EQ(captures[1]["vantor:frames_missing"], 4);
+    EXPECT_EQ(captures[2]["vantor:break"], "connected again");
+    EXPECT_EQ(captures[2]["vantor:break_s"], 2.5);
+    EXPECT_EQ(captures[2]["vantor:calibration_temperature"], 21);
+    EXPECT_EQ(captures[2]["vantor:frames_missing"], 0);
+    EXPECT_EQ(captures[3]["vantor:frames_missing"], 1);
+}
+
+TEST(repair, restores_the_break_in_lost_metadata)
+{
+    const test::temporary_directory directory;
+    write_killed_recording(directory / "out");
+    repair_recording(directory / "out");
+    const auto path = directory / "out/group-1-item-2.sigmf-meta";
+    const auto before = nlohmann::json::parse(test::read_file(path));
+    std::filesystem::remove(path);
+    repair_recording(directory / "out");
+    const auto after = nlohmann::json::parse(test::read_file(path));
+    EXPECT_EQ(after["captures"].size(), before["captures"].size());
+    EXPECT_EQ(after["captures"][2]["vantor:break"], "connected again");
 }
 
 /** Expects that a recording is refused for this reason, and is not changed. */

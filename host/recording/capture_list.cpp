@@ -1,0 +1,67 @@
+/** @file
+ * The captures of a recording: its segments of frames without gaps.
+ */
+#include "recording/capture_list.h"
+
+#include <utility>
+
+namespace vantor
+{
+
+void capture_list::begin(const segment &next)
+{
+    next_ = next;
+}
+
+bool capture_list::add(uint64_t missing)
+{
+    missing_ = missing;
+    const bool is_gap = missing > captures_.back().frames_missing && captures_.size() < most_captures;
+    if (frames_ > 0 && (next_ || is_gap))
+    {
+        captures_.push_back({.first_frame = frames_,
+                             .frames_missing = missing,
+                             .datetime = {},
+                             .begins = std::exchange(next_, std::nullopt)});
+    }
+    if (captures_.back().first_frame == frames_ || missing < captures_.back().frames_missing)
+    {
+        captures_.back().frames_missing = missing;
+    }
+    if (captures_.size() > 1 && !captures_.back().begins &&
+        captures_[captures_.size() - 2].frames_missing == missing)
+    {
+        captures_.pop_back(); // nothing was missing after all
+    }
+    return captures_.back().first_frame == frames_++;
+}
+
+void capture_list::set_time(std::string datetime)
+{
+    captures_.back().datetime = std::move(datetime);
+}
+
+gap_finder::gap_finder(std::vector<capture> known, double period)
+    : known_(std::move(known)), period_(period), counter_(period)
+{
+}
+
+void gap_finder::add(uint32_t tick)
+{
+    const bool is_known = next_known_ < known_.size() && known_[next_known_].first_frame == frames_;
+    if (is_known && known_[next_known_].begins)
+    {
+        found_.begin(*known_[next_known_].begins);
+        earlier_missing_ = found_.missing();
+        counter_ = loss_counter(period_);
+    }
+    found_.add(earlier_missing_ + counter_.add(tick, false));
+    if (is_known)
+    {
+        found_.set_time(known_[next_known_].datetime);
+        ++next_known_;
+    }
+    ++frames_;
+}
+
+} // namespace vantor

@@ -1,0 +1,100 @@
+/** @file
+ * The captures of a recording: its segments of frames without gaps.
+ */
+#ifndef VANTOR_CAPTURE_LIST_H
+#define VANTOR_CAPTURE_LIST_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "recording/segment.h"
+#include "vantor/loss_counter.h"
+
+namespace vantor
+{
+
+/** A segment of frames without gaps. */
+struct capture
+{
+    uint64_t first_frame = 0;    /**< its index in the recording */
+    uint64_t frames_missing = 0; /**< before it, since the start of the recording */
+    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339; empty if unknown */
+    std::optional<segment> begins = std::nullopt; /**< the break before it, if there was one */
+};
+
+/** Most gaps that are listed: more would make the documents of a recording too large to read. */
+inline constexpr size_t most_captures = 10000;
+
+/** Makes captures from frames, and from the numbers of frames that are missing before them. */
+class capture_list
+{
+public:
+    /** Begins a segment after a break: the next frame is its first one. */
+    void begin(const segment &next);
+
+    /**
+     * Adds a frame.
+     *
+     * @param missing  the number of frames missing before it, since the start of the recording; one less than
+     *                 for the frame before if that one was only late
+     * @return whether a capture begins with the frame; set its time then
+     */
+    bool add(uint64_t missing);
+
+    /** Sets the time of the last capture. */
+    void set_time(std::string datetime);
+
+    /** The captures; the first one begins at frame 0. */
+    [[nodiscard]] const std::vector<capture> &captures() const noexcept
+    {
+        return captures_;
+    }
+
+    /** The number of frames missing, including gaps that are not listed. */
+    [[nodiscard]] uint64_t missing() const noexcept
+    {
+        return missing_;
+    }
+
+private:
+    std::vector<capture> captures_{capture{}};
+    std::optional<segment> next_;
+    uint64_t frames_ = 0;
+    uint64_t missing_ = 0;
+};
+
+/** Finds the captures of a recording that was never finished, from the ticks of its frames. */
+class gap_finder
+{
+public:
+    /**
+     * @param known   the captures in its documents: those after breaks
+     * @param period  ticks between two frames; 0 if unknown
+     */
+    gap_finder(std::vector<capture> known, double period);
+
+    /** Adds a frame. */
+    void add(uint32_t tick);
+
+    /** The captures found. */
+    [[nodiscard]] const capture_list &found() const noexcept
+    {
+        return found_;
+    }
+
+private:
+    std::vector<capture> known_;
+    size_t next_known_ = 0;
+    double period_;
+    loss_counter counter_;
+    uint64_t frames_ = 0;
+    uint64_t earlier_missing_ = 0; /**< before the last break */
+    capture_list found_;
+};
+
+} // namespace vantor
+
+#endif
