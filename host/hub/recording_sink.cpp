@@ -10,6 +10,9 @@ namespace vantor
 namespace
 {
 
+/** How long frames may wait for the disk after they were written. */
+constexpr std::chrono::milliseconds sync_interval{500};
+
 /** The bytes that a frame occupies in the queue. */
 size_t size_of(const std::shared_ptr<const frame> &queued)
 {
@@ -83,35 +86,56 @@ void recording_sink::push(job &&added)
 /** The thread: executes jobs until the sink is closed, or one has failed. */
 void recording_sink::work()
 {
-    job next;
-    while (take_job(next))
+    bool more = true;
+    while (more)
     {
+        job next;
+        more = take_job(next);
         std::exception_ptr failure;
         try
         {
             execute(next);
+            sync_if_due(!more);
         }
         catch (...)
         {
             failure = std::current_exception();
+            more = false;
         }
         finish_job(next, std::move(failure));
-        next = {};
     }
 }
 
-/** Waits for the next job; false if there is none any more. */
+/** Waits for the next job, or until data must be on the disk; false if there are no more jobs. */
 bool recording_sink::take_job(job &taken)
 {
     std::unique_lock lock(mutex_);
-    wake_.wait(lock, [this] { return closing_ || !queue_.empty(); });
-    if (queue_.empty() || failure_)
+    const auto is_awake = [this] { return closing_ || !queue_.empty(); };
+    if (sync_due_)
     {
-        return false;
+        wake_.wait_until(lock, *sync_due_, is_awake);
+    }
+    else
+    {
+        wake_.wait(lock, is_awake);
+    }
+    if (queue_.empty())
+    {
+        return !closing_;
     }
     taken = std::move(queue_.front());
     queue_.pop_front();
     return true;
+}
+
+/** Waits for the disk if that is due, or at the end. */
+void recording_sink::sync_if_due(bool last)
+{
+    if (sync_due_ && (last || std::chrono::steady_clock::now() >= *sync_due_))
+    {
+        writer_.sync();
+        sync_due_.reset();
+    }
 }
 
 /** Frees the space of a job, and wakes the hub if it waits for space. */
@@ -130,15 +154,22 @@ void recording_sink::finish_job(const job &finished, std::exception_ptr failure)
     }
 }
 
-/** Writes a frame, or begins a segment. */
+/** Writes a frame, or begins a segment; there may be neither. */
 void recording_sink::execute(const job &taken)
 {
-    if (!taken.what)
+    if (taken.next.number > 0)
     {
         writer_.begin_segment(taken.next);
+    }
+    if (!taken.what)
+    {
         return;
     }
     writer_.add(*taken.what);
+    if (!sync_due_)
+    {
+        sync_due_ = std::chrono::steady_clock::now() + sync_interval;
+    }
     for (size_t i = 0; i < statistics_.size(); ++i)
     {
         const auto &item = taken.what->items()[i];

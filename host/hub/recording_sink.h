@@ -4,12 +4,14 @@
 #ifndef VANTOR_RECORDING_SINK_H
 #define VANTOR_RECORDING_SINK_H
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -26,7 +28,7 @@ inline constexpr size_t default_queue_size = 64U << 20U;
 
 /**
  * Records frames: loses none, and does not make the hub wait for the disk while its queue has space. A thread
- * writes the frames, and computes the statistics of each item.
+ * writes the frames, computes the statistics of each item, and has everything on the disk within a second.
  */
 class recording_sink : public frame_sink
 {
@@ -66,18 +68,21 @@ private:
     /** What the thread does next: begin a segment, or write a frame. */
     struct job
     {
-        segment next;                      /**< only if there is no frame */
-        std::shared_ptr<const frame> what; /**< null to begin a segment */
+        segment next;                      /**< if its number is not 0 */
+        std::shared_ptr<const frame> what; /**< if not null */
     };
 
     void work();
     bool take_job(job &taken);
     void execute(const job &taken);
+    void sync_if_due(bool last);
     void finish_job(const job &finished, std::exception_ptr failure);
     void push(job &&added);
 
     recording_writer &writer_;
     std::vector<item_statistics> statistics_;
+    std::optional<std::chrono::steady_clock::time_point>
+        sync_due_; /**< for frames that may not be on the disk */
     size_t queue_size_;
     event_loop &loop_;
     mutable std::mutex mutex_; /**< for the members below, except the thread */
