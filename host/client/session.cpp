@@ -317,7 +317,8 @@ try
 }
 catch (const configuration_error &)
 {
-    return 0.0; // the server accepts documents with items that it cannot use
+    // The server accepts documents with items that it cannot use.
+    return 0.0;
 }
 
 frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata)

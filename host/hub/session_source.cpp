@@ -168,7 +168,8 @@ void session_source::begin_segment(const char *reason)
     resumed_ = reason;
     silence_ = {};
     damage_.reset();
-    asked_ = true; // otherwise a sensor that still asks would be calibrated after every frame
+    // Otherwise a sensor that still asks would be calibrated after every frame.
+    asked_ = true;
     earlier_missing_ = missing_;
 }
 

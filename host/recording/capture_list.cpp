@@ -31,7 +31,8 @@ bool capture_list::add(uint64_t missing)
     if (captures_.size() > 1 && !captures_.back().begins &&
         captures_[captures_.size() - 2].frames_missing == missing)
     {
-        captures_.pop_back(); // nothing was missing after all
+        // Nothing was missing after all.
+        captures_.pop_back();
     }
     return captures_.back().first_frame == frames_++;
 }

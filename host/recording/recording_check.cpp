@@ -210,7 +210,8 @@ private:
     {
         if (check_.in_progress)
         {
-            return; // The files have been measured one after the other, and grow.
+            // The files have been measured one after the other, and grow.
+            return;
         }
         const auto &found = check_.items[index];
         const auto &name = items()[index].name;

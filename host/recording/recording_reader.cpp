@@ -18,7 +18,8 @@ namespace
 uint64_t count_rows(const std::filesystem::path &table, uint64_t most)
 {
     line_reader lines(table);
-    lines.next(); // the names of the columns
+    // The names of the columns.
+    lines.next();
     uint64_t rows = 0;
     while (rows < most && lines.next())
     {

@@ -111,9 +111,10 @@ void recording_writer::add(const frame &received)
         captures_.set_time(present_time());
     }
     ++frames_;
+    // So that what a killed recorder leaves shows the break.
     if (std::exchange(break_pending_, false))
     {
-        write_documents(false); // what a killed recorder leaves shows the break
+        write_documents(false);
     }
 }
 

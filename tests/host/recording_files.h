@@ -69,9 +69,8 @@ public:
             return length / (content.size() / frames);
         }
         const auto lines =
-            std::count(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(length), '\n');
-        return name.ends_with(".csv") ? static_cast<uint64_t>(std::max<std::ptrdiff_t>(lines - 1, 0))
-                                      : frames;
+            std::count(content.begin(), content.begin() + static_cast<ptrdiff_t>(length), '\n');
+        return name.ends_with(".csv") ? static_cast<uint64_t>(std::max<ptrdiff_t>(lines - 1, 0)) : frames;
     }
 
     /**
