@@ -7,6 +7,7 @@
 #include <string>
 
 #include "commands/stream_warnings.h"
+#include "plot/echo_search.h"
 
 namespace vantor
 {
@@ -65,7 +66,7 @@ void add_measurement(ordered_json &entry, const recorded_item &item, const check
 {
     const double rate =
         measured_frame_rate({.frames = frames, .seconds = found.figures.seconds, .digest = {}});
-    const auto strongest = found.level.strongest_point();
+    const auto strongest = strongest_echo(item, found.level.profile());
     entry["frame_rate"] = rate > 0.0 ? ordered_json(rate) : ordered_json();
     entry["max_sweep_rate"] = item.layout.max_sweep_rate;
     entry["high_speed_mode"] = item.layout.high_speed_mode;

@@ -11,6 +11,7 @@
 #include "commands/printable.h"
 #include "commands/stream_warnings.h"
 #include "commands/text_table.h"
+#include "plot/echo_search.h"
 
 namespace vantor
 {
@@ -19,11 +20,18 @@ namespace
 
 using nlohmann::ordered_json;
 
-/** Distance of the strongest echo of an item, in metres; NaN if unknown. */
+/** Distance of the strongest echo of an item, in metres; NaN if there is none. */
 double echo_distance(const finished_recording &recorded, size_t index)
 {
-    const auto point = recorded.recorder.statistics()[index].strongest_point();
-    return point ? recorded.source.metadata().items[index].distances_m[*point] : NAN;
+    const auto &layout = recorded.source.metadata().items[index];
+    const recorded_item item{.name = item_name(layout),
+                             .layout = layout,
+                             .configuration = recorded.items[index],
+                             .distances = layout.distances_m,
+                             .document = {},
+                             .digest = {}};
+    const auto point = strongest_echo(item, recorded.recorder.statistics()[index].profile());
+    return point ? item.distances[*point] : NAN;
 }
 
 /** What is known about the stream. */

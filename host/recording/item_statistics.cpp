@@ -49,13 +49,4 @@ std::vector<double> item_statistics::profile() const
     return means;
 }
 
-std::optional<size_t> item_statistics::strongest_point() const
-{
-    if (sweeps_ == 0)
-    {
-        return std::nullopt;
-    }
-    return static_cast<size_t>(std::max_element(sums_.begin(), sums_.end()) - sums_.begin());
-}
-
 } // namespace vantor

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -30,9 +29,6 @@ public:
 
     /** Mean magnitude of each point of the sweep. */
     [[nodiscard]] std::vector<double> profile() const;
-
-    /** The point with the largest mean magnitude; nothing if there are no samples. */
-    [[nodiscard]] std::optional<size_t> strongest_point() const;
 
 private:
     std::vector<double> sums_; /**< sum of the magnitudes for each point */
