@@ -26,7 +26,7 @@ constexpr unsigned any_number = std::numeric_limits<unsigned>::max();
 
 } // namespace
 
-client::client(const address &where, client_timeouts timeouts, std::shared_ptr<event_loop> loop)
+client::client(const address &where, client_timeouts timeouts, const std::shared_ptr<event_loop> &loop)
     : client([where, timeouts, loop] { return open_link(where, timeouts.connect, loop); }, timeouts, loop)
 {
 }

@@ -185,7 +185,7 @@ std::optional<header_fault> parse_header(std::string_view line, const payload_ru
 }
 
 /** What a line contains. */
-struct line_content
+struct line_content // NOLINT(bugprone-exception-escape): a JSON value moves without exceptions
 {
     message candidate; /**< its header is valid if one was found */
     size_t start = 0;  /**< where the header starts */

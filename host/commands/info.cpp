@@ -162,7 +162,7 @@ exit_code info(const std::filesystem::path &recording, bool json, const command_
     json ? print_json(streams.out, about) : print(streams.out, about);
     if (!about["damage"].empty())
     {
-        const auto recorded = about["frames_recorded"];
+        const auto &recorded = about["frames_recorded"];
         throw damaged_recording(about["recording"].get<std::string>() + " is damaged; " +
                                 about["frames"].dump() +
                                 (recorded.is_null() ? "" : " of " + recorded.dump()) +

@@ -76,7 +76,7 @@ public:
      *         the protocol
      */
     explicit client(const address &where, client_timeouts timeouts = {},
-                    std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
+                    const std::shared_ptr<event_loop> &loop = std::make_shared<event_loop>());
 
     /**
      * Like the constructor above, but over links that the caller opens.
