@@ -232,6 +232,7 @@ server_info decode_server_info(const nlohmann::json &document)
     }
     info.ticks_per_second = decode_ticks_per_second(document);
     info.max_baudrate = integer_member<uint32_t>(document, "max_baudrate");
+    info.last_drop = optional_text_member(document, "last_drop");
     if (document.contains("board"))
     {
         info.board = decode_board(document["board"]);

@@ -25,8 +25,8 @@ constexpr const char *identify_footer = R"(Examples:
   vantor identify --connect serial:/dev/ttyACM0@115200
   vantor identify --connect tcp:192.168.1.20:6110 --json)";
 
-/** Prints a line about the board, if the server reports the value. */
-void print_board_line(std::ostream &out, const char *title, const std::optional<std::string> &value)
+/** Prints a line, if the server reports the value. */
+void print_if_reported(std::ostream &out, const char *title, const std::optional<std::string> &value)
 {
     if (value)
     {
@@ -39,10 +39,10 @@ void print_board(const server_info &info, std::ostream &out)
 {
     if (info.board)
     {
-        print_board_line(out, "board      ", info.board->name);
-        print_board_line(out, "id         ", info.board->id);
-        print_board_line(out, "reset      ", info.board->reset_cause);
-        print_board_line(out, "last fault ", info.board->last_fault);
+        print_if_reported(out, "board      ", info.board->name);
+        print_if_reported(out, "id         ", info.board->id);
+        print_if_reported(out, "reset      ", info.board->reset_cause);
+        print_if_reported(out, "last fault ", info.board->last_fault);
     }
 }
 
@@ -86,6 +86,7 @@ exit_code identify(const std::string &where, bool json, std::ostream &out)
     {
         out << "link       up to " << info.max_baudrate << " baud\n";
     }
+    print_if_reported(out, "last drop  a host was disconnected: ", info.last_drop);
     print_memory(info, out);
     return exit_code::success;
 }

@@ -64,6 +64,10 @@ nlohmann::ordered_json to_json(const std::string &where, const server_info &info
                                        {"connected_sensors", info.connected_sensors},
                                        {"ticks_per_second", to_json(info.ticks_per_second)},
                                        {"max_baudrate", info.max_baudrate}};
+    if (info.last_drop)
+    {
+        document["last_drop"] = *info.last_drop;
+    }
     if (info.board)
     {
         document["board"] = to_json(*info.board);

@@ -119,6 +119,20 @@ TEST(command_line, describes_the_board)
                                     {"sensors", "new\n"}}));
 }
 
+TEST(command_line, shows_why_a_server_disconnected_a_host)
+{
+    fake_server server;
+    server.on("identify", [](host_connection &host, const json &) {
+        auto identity = test::identity();
+        identity["last_drop"] = "it accepted no data for 10 s";
+        host.send(identity, "");
+    });
+    EXPECT_THAT(run({"identify", "--connect", server.address()}).out,
+                HasSubstr("\nlast drop  a host was disconnected: it accepted no data for 10 s\n"));
+    const auto about = json::parse(run({"identify", "--connect", server.address(), "--json"}).out);
+    EXPECT_EQ(about["last_drop"], "it accepted no data for 10 s");
+}
+
 TEST(command_line, prints_the_configuration_of_a_replay)
 {
     fake_server server;

@@ -59,6 +59,7 @@ struct server_info
     std::vector<unsigned> connected_sensors; /**< numbers of the connected sensors, 1 or more */
     double ticks_per_second = 0.0;           /**< unit of all ticks; 0 if the server has no clock */
     uint32_t max_baudrate = 0;               /**< 0 if the baud rate of the link cannot be changed */
+    std::optional<std::string> last_drop;    /**< why it last disconnected a host; no value if it has not */
     std::optional<board_info> board;         /**< no value if not reported */
     std::optional<memory_use> memory;        /**< no value if not reported */
     std::optional<stack_use> stack;          /**< no value if not reported */
