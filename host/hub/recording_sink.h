@@ -1,5 +1,5 @@
 /** @file
- * Records the frames of a hub on a thread of its own.
+ * Records the frames of a hub on a separate thread.
  */
 #ifndef VANTOR_RECORDING_SINK_H
 #define VANTOR_RECORDING_SINK_H

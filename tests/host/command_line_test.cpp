@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 
+#include "command_outcome.h"
 #include "commands/arguments.h"
 #include "commands/completion.h"
 #include "example_recording.h"
@@ -24,25 +25,9 @@ namespace
 using nlohmann::json;
 using test::fake_server;
 using test::host_connection;
+using test::run;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-/** The result of a run of the command. */
-struct outcome
-{
-    exit_code code;
-    std::string out;
-    std::string err;
-};
-
-/** Runs the command. */
-outcome run(const std::vector<std::string> &arguments)
-{
-    std::ostringstream out;
-    std::ostringstream err;
-    const auto code = run_command_line(arguments, {out, err});
-    return {code, out.str(), err.str()};
-}
 
 TEST(command_line, prints_its_version)
 {

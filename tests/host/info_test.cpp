@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include "command_outcome.h"
 #include "commands/command_line.h"
 #include "recording_files.h"
 
@@ -14,25 +15,9 @@ namespace
 {
 
 using nlohmann::json;
+using test::run;
 using testing::HasSubstr;
 using testing::Not;
-
-/** The outcome of a command. */
-struct outcome
-{
-    exit_code code;
-    std::string out;
-    std::string err;
-};
-
-/** Runs a command. */
-outcome run(const std::vector<std::string> &arguments)
-{
-    std::ostringstream out;
-    std::ostringstream err;
-    const auto code = run_command_line(arguments, {out, err});
-    return {code, out.str(), err.str()};
-}
 
 /** A recording in which a file has lost its last 100 bytes. */
 class damaged_recording_test : public testing::Test

@@ -1,5 +1,5 @@
 /** @file
- * Tests of the sink that records on a thread of its own.
+ * Tests of the sink that records on a separate thread.
  */
 #include "hub/recording_sink.h"
 
