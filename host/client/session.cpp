@@ -322,6 +322,28 @@ catch (const configuration_error &)
     return 0.0;
 }
 
+frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
+                 std::vector<frame_item> items)
+{
+    if (samples.size() != metadata->frame_length() || items.size() != metadata->items.size())
+    {
+        throw protocol_error("A frame does not have the length announced in the session metadata.");
+    }
+    frame result;
+    result.samples_ = std::move(samples);
+    result.items_ = std::move(items);
+    size_t offset = 0;
+    for (size_t i = 0; i < result.items_.size(); ++i)
+    {
+        auto &item = result.items_[i];
+        item.layout = &metadata->items[i];
+        item.samples = std::span<const sample>(result.samples_).subspan(offset, item.layout->frame_length);
+        offset += item.layout->frame_length;
+    }
+    result.metadata_ = std::move(metadata);
+    return result;
+}
+
 frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata)
 {
     const auto expected = metadata->frame_length() * sizeof(sample);
@@ -331,25 +353,62 @@ frame decode_frame(const message &received, std::shared_ptr<const session_metada
                              " bytes of samples, but the session metadata announced " +
                              std::to_string(expected) + ".");
     }
-    const auto documents = flatten(array_member(received.header, "result_info"), *metadata);
-    frame result;
-    result.samples_.resize(metadata->frame_length());
+    std::vector<frame_item> items;
+    for (const auto *document : flatten(array_member(received.header, "result_info"), *metadata))
+    {
+        items.push_back(decode_item(*document));
+    }
+    std::vector<sample> samples(metadata->frame_length());
     if (expected > 0)
     {
-        std::memcpy(result.samples_.data(), received.payload.data(), expected);
+        std::memcpy(samples.data(), received.payload.data(), expected);
     }
-    size_t offset = 0;
-    for (size_t i = 0; i < documents.size(); ++i)
+    return make_frame(std::move(metadata), std::move(samples), std::move(items));
+}
+
+namespace
+{
+
+/** Encodes the part of a frame header that describes one item. */
+nlohmann::ordered_json encode_item(const frame_item &item)
+{
+    nlohmann::ordered_json document = {{"tick", item.tick},
+                                       {"data_saturated", item.data_saturated},
+                                       {"temperature", item.temperature},
+                                       {"calibration_needed", item.calibration_needed},
+                                       {"frame_delayed", item.frame_delayed}};
+    const auto add = [&document](const char *name, const auto &value) {
+        if (value)
+        {
+            document[name] = *value;
+        }
+    };
+    add("data_valid", item.data_valid);
+    add("cca_value", item.cca_value);
+    add("cca_detected", item.cca_detected);
+    add("tx_enabled", item.tx_enabled);
+    return document;
+}
+
+} // namespace
+
+std::string encode_frame(const frame &encoded)
+{
+    auto groups = nlohmann::ordered_json::array();
+    for (const auto &item : encoded.items())
     {
-        const auto &layout = metadata->items[i];
-        auto item = decode_item(*documents[i]);
-        item.layout = &layout;
-        item.samples = std::span<const sample>(result.samples_).subspan(offset, layout.frame_length);
-        offset += layout.frame_length;
-        result.items_.push_back(item);
+        if (item.layout->index == 0)
+        {
+            groups.push_back(nlohmann::ordered_json::array());
+        }
+        groups.back().push_back(encode_item(item));
     }
-    result.metadata_ = std::move(metadata);
-    return result;
+    const auto samples = std::as_bytes(encoded.samples());
+    const nlohmann::ordered_json header = {
+        {"result_info", std::move(groups)}, {"status", "ok"}, {"payload_size", samples.size()}};
+    std::string text = header.dump() + "\n";
+    text.append(reinterpret_cast<const char *>(samples.data()), samples.size());
+    return text;
 }
 
 } // namespace vantor

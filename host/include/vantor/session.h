@@ -191,7 +191,8 @@ public:
     void set_seconds(double seconds, double ticks_per_second) noexcept;
 
 private:
-    friend frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata);
+    friend frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
+                            std::vector<frame_item> items);
     frame() = default;
 
     std::shared_ptr<const session_metadata> metadata_; /**< keeps the layouts alive */
@@ -233,6 +234,20 @@ void set_distances(session_metadata &metadata, const nlohmann::json &configurati
  */
 double nominal_frame_rate(const nlohmann::json &configuration, const session_metadata &metadata,
                           const server_info &server);
+
+/**
+ * Makes a frame.
+ *
+ * @param metadata  of the session
+ * @param samples   of all items, one item after the other
+ * @param items     the items in the order of the metadata; their layouts and samples are set
+ * @throws protocol_error if there are not as many samples or items as in the metadata
+ */
+frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
+                 std::vector<frame_item> items);
+
+/** Encodes a frame as a server sends it: the header, a line feed, the samples. */
+std::string encode_frame(const frame &encoded);
 
 /**
  * Decodes a frame message and splits its payload into items.
