@@ -7,8 +7,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <string_view>
+#include <string>
 
+#include "vantor/event_loop.h"
 #include "vantor/link.h"
 
 namespace vantor
@@ -21,10 +22,14 @@ public:
     /**
      * Starts to listen.
      *
-     * @param port  0 for any free port
+     * @param port          0 for any free port
+     * @param busy_message  what hosts receive that connect while an accepted one is connected, before their
+     *                      connection is closed
+     * @param loop          runs the links, and answers these hosts
      * @throws error if the port is in use or not allowed
      */
-    explicit tcp_listener(uint16_t port);
+    explicit tcp_listener(uint16_t port, std::string busy_message = {},
+                          std::shared_ptr<event_loop> loop = std::make_shared<event_loop>());
     tcp_listener(const tcp_listener &) = delete;
     tcp_listener &operator=(const tcp_listener &) = delete;
     tcp_listener(tcp_listener &&) = delete;
@@ -37,19 +42,15 @@ public:
     /**
      * Waits for the next host.
      *
-     * @return a link to it, which must end before this object and before the next one is accepted; null if
-     *         none connects in time or a signal arrives
+     * @return a link to it, which must end before the next one is accepted; null if none connects in time
+     * @throws cancelled if waiting was cancelled
      */
     std::unique_ptr<link> accept(std::chrono::milliseconds timeout);
-
-    /** Sends a message to all hosts that have connected while the accepted one is connected, and closes
-     * their connections. */
-    void turn_away_others(std::string_view message);
 
 private:
     class accepted_link;
     struct implementation;
-    std::unique_ptr<implementation> implementation_;
+    std::shared_ptr<implementation> implementation_;
 };
 
 } // namespace vantor

@@ -33,8 +33,8 @@ starts again after the last frame. --speed changes the pace, but not the ticks i
 needs no configuration: it uses that of the recording. Others are refused, unless they measure the same.
 A second host gets the error "busy". Press Ctrl-C to stop the server.)";
 
-/** How often to check for a request to stop while no host connects. */
-constexpr std::chrono::milliseconds host_patience{100};
+/** How long to wait for a host at a time. */
+constexpr std::chrono::minutes host_patience{1};
 
 /** The answer to a host that connects while another one is connected. */
 constexpr const char *busy_message =
@@ -54,59 +54,61 @@ struct replay_options
 class replay_service
 {
 public:
-    replay_service(recording_reader &recording, const replay_options &options, const command_streams &streams)
+    replay_service(recording_reader &recording, const replay_options &options, const command_streams &streams,
+                   std::shared_ptr<event_loop> loop)
         : recording_(recording), streams_(streams), speed_(options.speed.value_or(1.0)),
-          listener_(static_cast<uint16_t>(options.port))
+          loop_(std::move(loop)), listener_(static_cast<uint16_t>(options.port), busy_message, loop_)
     {
         streams_.out << "listening on tcp:127.0.0.1:" << listener_.port() << "\n" << std::flush;
     }
 
-    /** Waits a short time for a host and serves it; returns whether there was one. */
-    bool serve_next()
+    /** Waits for a host and serves it until it disconnects or stops reading. */
+    void serve_next()
     {
-        const auto host = listener_.accept(host_patience);
-        if (host)
+        std::unique_ptr<link> host;
+        while (!host)
         {
-            serve_and_forget(*host);
+            host = listener_.accept(host_patience);
         }
-        return host != nullptr;
+        ++served_;
+        try
+        {
+            serve(*host);
+        }
+        catch (const connection_lost &) // NOLINT(bugprone-empty-catch): wait for the next host
+        {
+        }
+        catch (const timeout_error &)
+        {
+            streams_.err << "Disconnected a host that accepted no data for 10 s.\n";
+        }
+    }
+
+    /** Number of hosts, including the connected one. */
+    [[nodiscard]] uint64_t served() const noexcept
+    {
+        return served_;
     }
 
 private:
     /** Serves a host until it disconnects; shows on a terminal how many frames it was sent. */
     void serve(link &host)
     {
-        replay_server server(recording_, host, speed_);
+        replay_server server(recording_, host, *loop_, speed_);
         progress_line progress(streams_.err, streams_.terminal, {});
         server.run([&] {
             progress.update(server.frames_sent());
-            listener_.turn_away_others(busy_message);
             return interrupt_watch::interrupted();
         });
     }
 
-    void serve_and_forget(link &host);
-
     recording_reader &recording_;
     const command_streams &streams_;
     double speed_;
+    std::shared_ptr<event_loop> loop_;
     tcp_listener listener_;
+    uint64_t served_ = 0;
 };
-
-/** Serves a host until it disconnects or stops reading. */
-void replay_service::serve_and_forget(link &host)
-{
-    try
-    {
-        serve(host);
-    }
-    catch (const connection_lost &) // NOLINT(bugprone-empty-catch): wait for the next host
-    {
-    }
-    catch (const timeout_error &) // NOLINT(bugprone-empty-catch): wait for the next host
-    {
-    }
-}
 
 /** Serves one host after the other until all have been served, or a signal asks to stop. */
 exit_code replay(const replay_options &options, const command_streams &streams)
@@ -116,19 +118,26 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     {
         throw bad_recording("The recording has no complete frame, so there is nothing to replay.");
     }
+    const auto loop = std::make_shared<event_loop>();
     // Before the line that shows other programs that the server is ready.
-    const interrupt_watch watch;
-    replay_service service(recording, options, streams);
-    for (uint64_t served = 0; options.hosts == 0 || served < options.hosts;)
+    const interrupt_watch watch(*loop);
+    replay_service service(recording, options, streams, loop);
+    try
     {
-        served += service.serve_next() ? 1 : 0;
-        if (interrupt_watch::interrupted())
+        while (!interrupt_watch::interrupted() && (options.hosts == 0 || service.served() < options.hosts))
         {
-            streams.out << "interrupted; hosts served: " << served << "\n";
-            return exit_code::interrupted;
+            service.serve_next();
         }
     }
-    return exit_code::success;
+    catch (const cancelled &) // NOLINT(bugprone-empty-catch): by a signal
+    {
+    }
+    if (!interrupt_watch::interrupted())
+    {
+        return exit_code::success;
+    }
+    streams.out << "interrupted; hosts served: " << service.served() << "\n";
+    return exit_code::interrupted;
 }
 
 } // namespace

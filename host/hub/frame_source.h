@@ -35,6 +35,12 @@ public:
      */
     virtual std::optional<frame> receive(std::chrono::milliseconds timeout) = 0;
 
+    /** Whether the stream has ended by itself: no further frame will arrive. */
+    [[nodiscard]] virtual bool exhausted() const
+    {
+        return false;
+    }
+
     /** Ends the stream; frames that have not been received are dropped. */
     virtual void end() = 0;
 

@@ -69,7 +69,7 @@ double hub::elapsed() const
 /** Whether a limit has been reached. */
 bool hub::done(const stream_limits &limits)
 {
-    if ((limits.frames > 0 && frames_ >= limits.frames) ||
+    if (source_.exhausted() || (limits.frames > 0 && frames_ >= limits.frames) ||
         (limits.seconds > 0.0 && elapsed() >= limits.seconds))
     {
         return true;

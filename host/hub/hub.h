@@ -37,7 +37,7 @@ public:
     hub(frame_source &source, std::vector<frame_sink *> sinks, event_loop &loop);
 
     /**
-     * Passes frames on until a limit is reached. While a sink is not ready, no frame is received, so that the
+     * Passes frames on until a limit is reached or the source is exhausted. While a sink is not ready, no frame is received, so that the
      * source is held back.
      *
      * event_loop::cancel() ends it within about a second.

@@ -21,23 +21,10 @@ namespace
 
 using nlohmann::json;
 
-/** Whether the metadata of an item contain the number of frames and the digest of the samples. */
-bool is_finished(const recorded_item &item)
-{
-    return !item.document.is_null() && item.document["global"].contains("core:sha512");
-}
-
 /** "3 of 4 frames". */
 std::string part_of(uint64_t part, uint64_t all)
 {
     return std::to_string(part) + " of " + std::to_string(all) + " frames";
-}
-
-/** Ticks between two frames; 0 if unknown. */
-double period_of(const session_description &session)
-{
-    const double rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
-    return rate > 0.0 ? session.server.ticks_per_second / rate : 0.0;
 }
 
 /** Does the work of check_recording(). */
@@ -45,7 +32,7 @@ class checker
 {
 public:
     checker(recording_documents documents, const check_progress &progress)
-        : progress_(progress), gaps_(read_captures(documents), period_of(documents.session))
+        : progress_(progress), gaps_(read_captures(documents), nominal_tick_period(documents.session))
     {
         check_.documents = std::move(documents);
         check_.faults = check_.documents.faults;

@@ -213,6 +213,11 @@ void read_items(recording_documents &documents)
 
 } // namespace
 
+bool is_finished(const recorded_item &item)
+{
+    return !item.document.is_null() && item.document["global"].contains("core:sha512");
+}
+
 std::filesystem::path collection_path(const std::filesystem::path &directory)
 {
     return directory / (std::string(collection_name) + ".sigmf-collection");

@@ -39,6 +39,9 @@ struct recording_documents
     std::vector<std::string> faults; /**< what is wrong with documents that are damaged */
 };
 
+/** Whether the metadata of an item contain the number of frames and the digest of the samples. */
+bool is_finished(const recorded_item &item);
+
 /** The path of the collection of a recording in this directory. */
 std::filesystem::path collection_path(const std::filesystem::path &directory);
 

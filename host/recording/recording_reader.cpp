@@ -53,6 +53,11 @@ recording_reader::recording_reader(const std::filesystem::path &place) : documen
     }
 }
 
+bool recording_reader::finished() const
+{
+    return std::any_of(items().begin(), items().end(), is_finished);
+}
+
 void recording_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)
 {
     samples.resize(items().at(item).layout.frame_length);

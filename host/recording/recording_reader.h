@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "recording/input_file.h"
+#include "recording/recorded_captures.h"
 #include "recording/recording_documents.h"
 
 namespace vantor
@@ -45,6 +46,15 @@ public:
     [[nodiscard]] uint64_t frames() const noexcept
     {
         return frames_;
+    }
+
+    /** Whether the recording was finished: its documents list all gaps. */
+    [[nodiscard]] bool finished() const;
+
+    /** The captures that its documents list; without gaps if it was not finished. */
+    [[nodiscard]] std::vector<capture> captures() const
+    {
+        return read_captures(documents_);
     }
 
     /** The directory of the recording. */

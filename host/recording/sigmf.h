@@ -48,6 +48,9 @@ struct session_description // NOLINT(bugprone-exception-escape): a JSON value mo
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);
 
+/** Ticks between two frames that are due; 0 if unknown. */
+double nominal_tick_period(const session_description &session);
+
 /** Frames per second from the first to the last frame, gaps included; 0 if not known yet. */
 double measured_frame_rate(const item_state &state);
 

@@ -20,22 +20,33 @@ namespace
 /** How long to wait for a command if no frame is due. */
 constexpr std::chrono::milliseconds command_patience{100};
 
-/** How long to wait while a host does not read. */
-constexpr std::chrono::milliseconds write_timeout{60000};
+/** How long to wait while a host accepts no data, as other servers do. */
+constexpr std::chrono::seconds write_timeout{10};
 
 /** Longest command line. */
 constexpr size_t longest_line = 1 << 20;
 
+/** The answer to a client that sends HTTP, the same as that of a server with sensors. */
+constexpr const char *http_answer =
+    "{\"status\":\"error\",\"code\":\"wrong_protocol\",\"message\":\"This looks like HTTP or TLS, which the "
+    "server does not use: connect with vantor, or send one JSON command per line.\",\"payload_size\":0}\n";
+
+/** Whether a line is an HTTP request: a web page can make a browser send one, with commands in its body. */
+bool is_http(const std::string &line)
+{
+    return !line.starts_with('{') && line.find(" HTTP/") != std::string::npos;
+}
+
 } // namespace
 
-replay_server::replay_server(recording_reader &recording, link &host, double speed, time_source now)
-    : recording_(recording), host_(host), speed_(speed), now_(std::move(now)), frames_(recording)
+replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, double speed)
+    : recording_(recording), host_(host), source_(recording, {.speed = speed, .repeat = true}, loop)
 {
 }
 
 void replay_server::run(const std::function<bool()> &stop)
 {
-    while (!stop())
+    while (!refused_ && !stop())
     {
         send_due_frame();
         receive();
@@ -49,37 +60,36 @@ void replay_server::send_due_frame()
     {
         return;
     }
-    if (!next_)
+    if (const auto played = source_.receive(std::chrono::milliseconds(0)))
     {
-        next_ = frames_.next();
-    }
-    if (time_until_due().count() == 0)
-    {
-        send(next_->bytes);
-        next_.reset();
-        ++frames_sent_;
+        send(*played);
     }
 }
 
-/** Time until the next frame is due, but at most the waiting time for a command; 0 if it is due. */
-std::chrono::nanoseconds replay_server::time_until_due() const
+/** Sends a frame. */
+void replay_server::send(const frame &played)
 {
-    using seconds = std::chrono::duration<double>;
-    const double elapsed = seconds(now_() - started_).count();
-    const double left = next_ ? (next_->seconds - first_seconds_) / speed_ - elapsed : 0.0;
-    return std::chrono::round<std::chrono::nanoseconds>(
-        seconds(std::max(0.0, std::min(seconds(command_patience).count(), left))));
+    send(encode_frame(played));
+    ++frames_sent_;
+}
+
+/** How long to wait for a command. */
+std::chrono::milliseconds replay_server::patience()
+{
+    if (state_ != state::streaming)
+    {
+        return command_patience;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(source_.time_until_due());
+    return std::clamp(left, std::chrono::milliseconds(0), command_patience);
 }
 
 /** Waits for commands, at most until the next frame is due, and executes them. */
 void replay_server::receive()
 {
-    const auto wait = state_ == state::streaming
-                          ? std::chrono::ceil<std::chrono::milliseconds>(time_until_due())
-                          : command_patience;
     std::array<std::byte, 4096> bytes{};
-    const auto count = host_.read_some(bytes, wait);
-    for (size_t i = 0; i < count; ++i)
+    const auto count = host_.read_some(bytes, patience());
+    for (size_t i = 0; i < count && !refused_; ++i)
     {
         const char c = static_cast<char>(bytes[i]);
         if (c != '\n')
@@ -102,6 +112,12 @@ void replay_server::execute_line(const std::string &line)
 {
     if (line.find_first_not_of(" \r") == std::string::npos)
     {
+        return;
+    }
+    if (std::exchange(first_line_, false) && is_http(line))
+    {
+        refused_ = true;
+        send(http_answer);
         return;
     }
     const auto command = nlohmann::json::parse(line, nullptr, false);
@@ -174,8 +190,7 @@ void replay_server::execute_session_command(const std::string &name, const nlohm
     }
     else if (name == "frame" && state_ == state::configured)
     {
-        send(frames_.next().bytes);
-        ++frames_sent_;
+        send(source_.next());
     }
     else if (name == "stop" && state_ == state::streaming)
     {
@@ -243,7 +258,7 @@ void replay_server::configure(const nlohmann::json &configuration)
         return;
     }
     state_ = state::configured;
-    frames_.rewind();
+    source_.rewind();
     send(recording_.session().metadata.document.dump() + "\n");
 }
 
@@ -252,9 +267,7 @@ void replay_server::start()
 {
     state_ = state::streaming;
     answer("start");
-    next_ = frames_.next();
-    first_seconds_ = next_->seconds;
-    started_ = now_();
+    source_.start();
 }
 
 } // namespace vantor

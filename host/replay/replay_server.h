@@ -7,15 +7,14 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "hub/playback_source.h"
 #include "recording/recording_reader.h"
-#include "replay/message_source.h"
+#include "vantor/event_loop.h"
 #include "vantor/link.h"
-#include "vantor/time_source.h"
 
 namespace vantor
 {
@@ -30,18 +29,18 @@ public:
     /**
      * @param recording  a recording with at least one frame
      * @param host       the link to the host
+     * @param loop       the loop of the link
      * @param speed      how much faster than measured the frames are sent; infinite for as fast as possible
-     * @param now        the clock for the pace of the frames and for the link
      */
-    replay_server(recording_reader &recording, link &host, double speed = 1.0,
-                  time_source now = std::chrono::steady_clock::now);
+    replay_server(recording_reader &recording, link &host, event_loop &loop, double speed = 1.0);
 
     /**
-     * Serves the host until it disconnects.
+     * Serves the host until it disconnects. A client whose first line is an HTTP request is disconnected.
      *
      * @param stop  called at least ten times per second; true ends the service
      * @throws connection_lost if the host disconnects
-     * @throws timeout_error if the host stops reading
+     * @throws timeout_error if the host accepts no data for 10 seconds
+     * @throws cancelled if waiting was cancelled
      * @throws bad_recording if a file cannot be read
      */
     void run(const std::function<bool()> &stop);
@@ -72,18 +71,16 @@ private:
     void configure(const nlohmann::json &configuration);
     void start();
     void send_due_frame();
-    [[nodiscard]] std::chrono::nanoseconds time_until_due() const;
+    void send(const frame &played);
+    [[nodiscard]] std::chrono::milliseconds patience();
 
     recording_reader &recording_;
     link &host_;
-    double speed_;
-    time_source now_;
-    message_source frames_;
+    playback_source source_;
     state state_ = state::idle;
-    std::string input_; /**< the line that is being received */
-    std::optional<replayed_frame> next_;
-    double first_seconds_ = 0.0;                    /**< time of the first frame of the stream */
-    std::chrono::steady_clock::time_point started_; /**< when the stream began */
+    std::string input_;      /**< the line that is being received */
+    bool first_line_ = true; /**< no line has been received */
+    bool refused_ = false;   /**< the client sends HTTP */
     uint64_t frames_sent_ = 0;
 };
 

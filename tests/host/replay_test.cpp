@@ -60,7 +60,7 @@ private:
         const auto host = listener_.accept(1min);
         try
         {
-            replay_server(recording, *host).run([this] { return stop_.load(); });
+            replay_server(recording, *host, *loop_).run([this] { return stop_.load(); });
         }
         catch (
             const connection_lost &) // NOLINT(bugprone-empty-catch): the host disconnects when the test ends
@@ -69,7 +69,8 @@ private:
     }
 
     test::temporary_directory directory_;
-    tcp_listener listener_{0};
+    std::shared_ptr<event_loop> loop_ = std::make_shared<event_loop>();
+    tcp_listener listener_{0, {}, loop_};
     std::atomic<bool> stop_ = false;
     std::thread thread_;
 };
@@ -132,7 +133,7 @@ protected:
     void serve(moment duration, double speed = 1.0)
     {
         recording_reader recording(directory / "out");
-        replay_server server(recording, *host, speed, clock.source());
+        replay_server server(recording, *host, loop, speed);
         send(0ms, "configure");
         send(5ms, "start");
         server.run([&] {
@@ -171,6 +172,7 @@ protected:
     }
 
     test::manual_clock clock;
+    test::manual_loop loop{clock};
     test::scripted_line line{clock};
     std::unique_ptr<link> host = line.open();
     moment last_asked{};
@@ -354,6 +356,24 @@ TEST(replay, continues_after_invalid_input)
     EXPECT_EQ(code_after(*connection, "\r\n{\"command\":\"ping\"}\r\n"), "none");
 }
 
+TEST(replay, ends_a_connection_that_sends_http)
+{
+    const replay_thread server(1);
+    const auto connection = open_link(server.where(), 60s);
+    const std::string_view request =
+        "\r\nPOST /{\"a\":1} HTTP/1.1\r\nHost: localhost\r\n\r\n{\"command\":\"ping\"}\n";
+    EXPECT_EQ(code_after(*connection, request), "wrong_protocol");
+    std::vector<std::byte> bytes(1);
+    EXPECT_THROW(connection->read_some(bytes, 60s), connection_lost);
+}
+
+TEST(replay, accepts_a_first_command_that_contains_http)
+{
+    const replay_thread server(1);
+    const auto connection = open_link(server.where(), 60s);
+    EXPECT_EQ(code_after(*connection, "{\"command\":\"ping\", \"note\": \"an HTTP/1.1 client\"}\n"), "none");
+}
+
 /** The lines of the conversation with a replay in docs/protocol.md. */
 std::vector<std::string> documented_lines()
 {
@@ -401,6 +421,7 @@ TEST(replay, converses_as_documented)
     const test::temporary_directory directory;
     record_documented_session(directory / "out");
     test::manual_clock clock;
+    test::manual_loop loop(clock);
     test::scripted_line line(clock);
     const auto host = line.open();
     std::vector<json> expected;
@@ -416,7 +437,7 @@ TEST(replay, converses_as_documented)
         }
     }
     recording_reader recording(directory / "out");
-    replay_server(recording, *host, 1.0, clock.source()).run([&] { return clock.now() > 0ms; });
+    replay_server(recording, *host, loop).run([&] { return clock.now() > 0ms; });
     ASSERT_EQ(expected.size(), 2U);
     ASSERT_EQ(line.written().size(), 2U);
     for (size_t i = 0; i < 2; ++i)
@@ -431,33 +452,74 @@ TEST(tcp_listener, reports_that_a_port_is_in_use)
     EXPECT_THROW(tcp_listener(first.port()), error);
 }
 
-TEST(tcp_listener, keeps_a_host_that_connects_after_the_first_one_has_left)
+constexpr const char *busy = "{\"status\":\"error\",\"code\":\"busy\",\"payload_size\":0}\n";
+
+/** A listener on the same loop as the hosts that connect to it. */
+class busy_listener : public testing::Test
 {
-    tcp_listener listener(0);
-    const tcp_address where{.host = "127.0.0.1", .port = listener.port()};
-    auto first = open_link(where, 60s);
-    first->write(std::as_bytes(std::span(std::string_view("unread"))), 60s);
-    auto served = listener.accept(60s);
+protected:
+    /** Connects a host. */
+    std::unique_ptr<link> connect()
+    {
+        return open_link(where, 60s, loop);
+    }
+
+    std::shared_ptr<event_loop> loop = std::make_shared<event_loop>();
+    tcp_listener listener{0, busy, loop};
+    tcp_address where{.host = "127.0.0.1", .port = listener.port()};
+    std::vector<std::byte> bytes = std::vector<std::byte>(100);
+};
+
+TEST_F(busy_listener, keeps_a_host_that_connects_after_the_first_one_has_left)
+{
+    auto first = connect();
+    const auto served = listener.accept(60s);
     first.reset();
-    const auto second = open_link(where, 60s);
-    listener.turn_away_others("message");
-    served.reset();
+    const auto second = connect();
+    EXPECT_THROW(served->read_some(bytes, 60s), connection_lost);
     EXPECT_NE(listener.accept(60s), nullptr);
 }
 
-TEST(tcp_listener, turns_other_hosts_away_with_a_message)
+TEST_F(busy_listener, turns_other_hosts_away_with_a_message)
 {
-    tcp_listener listener(0);
-    const tcp_address where{.host = "127.0.0.1", .port = listener.port()};
-    const auto first = open_link(where, 60s);
-    const auto second = open_link(where, 60s);
-    second->write(std::as_bytes(std::span(std::string_view("{\"command\":\"ping\"}\n"))), 60s);
+    const auto first = connect();
+    const auto second = connect();
     const auto served = listener.accept(60s);
-    listener.turn_away_others("{\"status\":\"error\",\"code\":\"busy\",\"payload_size\":0}\n");
+    second->write(std::as_bytes(std::span(std::string_view("{\"command\":\"ping\"}\n"))), 60s);
     EXPECT_EQ(next_message(*second)["code"], "busy");
-    std::vector<std::byte> bytes(1);
     EXPECT_THROW(second->read_some(bytes, 60s), connection_lost);
     EXPECT_EQ(first->read_some(bytes, 0s), 0U);
+}
+
+TEST_F(busy_listener, turns_them_away_while_the_first_one_does_not_read)
+{
+    auto first = open_link(where, 60s);
+    const auto served = listener.accept(60s);
+    std::thread writer([&] {
+        const std::vector<std::byte> much(size_t{1} << 26);
+        EXPECT_THROW(served->write(much, 600s), connection_lost);
+    });
+    const auto second = open_link(where, 60s);
+    EXPECT_EQ(next_message(*second)["code"], "busy");
+    first.reset();
+    writer.join();
+}
+
+TEST(tcp_listener, lets_a_host_wait_without_a_message)
+{
+    const auto loop = std::make_shared<event_loop>();
+    tcp_listener listener(0, {}, loop);
+    const tcp_address where{.host = "127.0.0.1", .port = listener.port()};
+    const auto first = open_link(where, 60s, loop);
+    const auto second = open_link(where, 60s, loop);
+    auto served = listener.accept(60s);
+    first->write(std::as_bytes(std::span(std::string_view("first"))), 60s);
+    std::vector<std::byte> bytes(100);
+    EXPECT_EQ(served->read_some(bytes, 60s), 5U);
+    served.reset();
+    served = listener.accept(60s);
+    second->write(std::as_bytes(std::span(std::string_view("second"))), 60s);
+    EXPECT_EQ(served->read_some(bytes, 60s), 6U);
 }
 
 } // namespace

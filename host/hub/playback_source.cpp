@@ -1,0 +1,200 @@
+/** @file
+ * A recording as a source of frames.
+ */
+#include "hub/playback_source.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "recording/recording_error.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** More time than anybody waits for a frame; longer spans might not be representable. */
+constexpr double longest_pause = 1e9;
+
+/** Copies what the frame table says about an item. */
+frame_item item_of(const frame_row &row, uint32_t more_ticks)
+{
+    frame_item item;
+    item.tick = row.tick + more_ticks;
+    item.temperature = row.temperature;
+    item.data_saturated = row.data_saturated;
+    item.calibration_needed = row.calibration_needed;
+    item.frame_delayed = row.frame_delayed;
+    item.data_valid = row.data_valid;
+    item.cca_value = row.cca_value;
+    item.cca_detected = row.cca_detected;
+    item.tx_enabled = row.tx_enabled;
+    return item;
+}
+
+} // namespace
+
+playback_source::playback_source(recording_reader &recording, playback_options options, event_loop &loop)
+    : recording_(recording), options_(options), loop_(loop),
+      metadata_(std::make_shared<const session_metadata>(recording.session().metadata)),
+      tick_period_(nominal_tick_period(recording.session())), finished_(recording.finished()),
+      captures_(recording.captures()), started_(loop.now())
+{
+    open_tables();
+}
+
+void playback_source::start()
+{
+    started_ = loop_.now();
+    if (!exhausted())
+    {
+        first_seconds_ = lap_seconds_ + peek().front().seconds;
+    }
+}
+
+std::optional<frame> playback_source::receive(std::chrono::milliseconds timeout)
+{
+    const auto most = loop_.now() + timeout;
+    if (exhausted())
+    {
+        loop_.run_until([] { return false; }, most);
+        loop_.check_cancelled();
+        return std::nullopt;
+    }
+    const auto due = [this] { return time_until_due().count() <= 0; };
+    if (!loop_.run_until(due, std::min(most, loop_.now() + time_until_due())))
+    {
+        loop_.check_cancelled();
+        return std::nullopt;
+    }
+    return next();
+}
+
+bool playback_source::exhausted() const
+{
+    return !options_.repeat && number_ == recording_.frames();
+}
+
+event_loop::time_point::duration playback_source::time_until_due()
+{
+    using seconds = std::chrono::duration<double>;
+    const double after_start = (lap_seconds_ + peek().front().seconds - first_seconds_) / options_.speed;
+    const double elapsed = seconds(loop_.now() - started_).count();
+    // Rounded, so that a time of the table is not missed by a fraction of a nanosecond.
+    return std::chrono::round<std::chrono::nanoseconds>(
+        seconds(std::min(longest_pause, after_start - elapsed)));
+}
+
+void playback_source::rewind()
+{
+    lap_seconds_ = 0.0;
+    lap_ticks_ = 0;
+    lap_missing_ = 0;
+    segment_ = {};
+    open_tables();
+}
+
+/** Opens the frame tables of all items at their first row. */
+void playback_source::open_tables()
+{
+    number_ = 0;
+    capture_ = 0;
+    missing_ = 0;
+    rows_.reset();
+    gaps_.emplace(captures_, tick_period_);
+    tables_.clear();
+    for (const auto &item : recording_.items())
+    {
+        tables_.emplace_back(recording_.directory() / (item.name + ".frames.csv"));
+    }
+}
+
+/** Returns to the first frame, one frame period after the last one: the nominal one or else the mean. */
+void playback_source::begin_lap()
+{
+    const double rate = recording_.session().server.ticks_per_second;
+    const auto steps = static_cast<double>(recording_.frames() > 1 ? recording_.frames() - 1 : 1);
+    const double mean = last_seconds_ > 0.0 ? last_seconds_ / steps : 1.0;
+    const double lap = last_seconds_ + (tick_period_ > 0.0 ? tick_period_ / rate : mean);
+    lap_seconds_ += lap;
+    lap_ticks_ += static_cast<uint32_t>(std::llround(lap * rate));
+    lap_missing_ += missing_;
+    open_tables();
+}
+
+/** Reads the rows of the next frame, unless that has been done. */
+const playback_source::frame_rows &playback_source::peek()
+{
+    if (rows_)
+    {
+        return *rows_;
+    }
+    if (number_ == recording_.frames() && options_.repeat)
+    {
+        begin_lap();
+    }
+    rows_.emplace();
+    for (size_t i = 0; i < tables_.size(); ++i)
+    {
+        const auto row = tables_[i].next();
+        if (!row)
+        {
+            throw bad_recording("The frame table of " + recording_.items()[i].name +
+                                " has fewer lines than the recording has frames.");
+        }
+        rows_->push_back(*row);
+    }
+    return *rows_;
+}
+
+/** Notes the segment of the next frame, and how many frames are missing before it. */
+void playback_source::note_place(const frame_rows &rows)
+{
+    gaps_->add(rows.front().tick);
+    if (capture_ < captures_.size() && captures_[capture_].first_frame == number_)
+    {
+        const auto &begun = captures_[capture_++];
+        missing_ = begun.frames_missing;
+        if (begun.begins)
+        {
+            const auto number = segment_.number + 1;
+            segment_ = *begun.begins;
+            segment_.number = number;
+        }
+    }
+    missing_ = finished_ ? missing_ : gaps_->found().missing();
+}
+
+/** Reads the samples of all items in the next frame. */
+std::vector<sample> playback_source::read_samples()
+{
+    std::vector<sample> all;
+    std::vector<sample> samples;
+    for (size_t i = 0; i < recording_.items().size(); ++i)
+    {
+        recording_.read_frame(i, number_, samples);
+        all.insert(all.end(), samples.begin(), samples.end());
+    }
+    return all;
+}
+
+frame playback_source::next()
+{
+    const auto rows = peek();
+    note_place(rows);
+    std::vector<frame_item> items;
+    for (const auto &row : rows)
+    {
+        items.push_back(item_of(row, lap_ticks_));
+    }
+    auto played = make_frame(metadata_, read_samples(), std::move(items));
+    last_seconds_ = rows.front().seconds;
+    played.set_missing(lap_missing_ + missing_);
+    played.set_seconds(lap_seconds_ + last_seconds_, recording_.session().server.ticks_per_second);
+    rows_.reset();
+    ++number_;
+    return played;
+}
+
+} // namespace vantor

@@ -1,0 +1,115 @@
+/** @file
+ * A recording as a source of frames.
+ */
+#ifndef VANTOR_PLAYBACK_SOURCE_H
+#define VANTOR_PLAYBACK_SOURCE_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "hub/frame_source.h"
+#include "recording/capture_list.h"
+#include "recording/frame_table.h"
+#include "recording/recording_reader.h"
+#include "vantor/event_loop.h"
+
+namespace vantor
+{
+
+/** How a recording is played. */
+struct playback_options
+{
+    double speed = 1.0;  /**< how many times as fast as measured; infinite for as fast as possible */
+    bool repeat = false; /**< start again after the last frame; time and ticks continue */
+};
+
+/** The frames of a recording, at the pace at which they were measured or another one. */
+class playback_source : public frame_source
+{
+public:
+    /**
+     * @param recording  a recording with at least one frame; must outlive this object, like the loop
+     * @param options    how it is played
+     * @param loop       the loop of the hub
+     */
+    playback_source(recording_reader &recording, playback_options options, event_loop &loop);
+
+    /** Starts the stream: the next frame is due now. */
+    void start() override;
+
+    /**
+     * Like frame_source::receive.
+     *
+     * @throws bad_recording if a file cannot be read
+     * @throws cancelled if waiting was cancelled
+     */
+    std::optional<frame> receive(std::chrono::milliseconds timeout) override;
+
+    [[nodiscard]] bool exhausted() const override;
+
+    /** Does nothing: start() continues with the next frame. */
+    void end() override
+    {
+    }
+
+    /** Does nothing, like end(). */
+    void end_promptly() override
+    {
+    }
+
+    [[nodiscard]] const segment &current_segment() const noexcept override
+    {
+        return segment_;
+    }
+
+    /**
+     * Returns the next frame without waiting until it is due.
+     *
+     * @throws bad_recording if a file cannot be read, or there is no further frame
+     */
+    frame next();
+
+    /** Returns to the first frame. */
+    void rewind();
+
+    /** Time until the next frame is due: 0 or less if it is. Only after start(), and unless exhausted(). */
+    [[nodiscard]] event_loop::time_point::duration time_until_due();
+
+private:
+    /** The rows of all items in the next frame. */
+    using frame_rows = std::vector<frame_row>;
+
+    void open_tables();
+    void begin_lap();
+    const frame_rows &peek();
+    void note_place(const frame_rows &rows);
+    std::vector<sample> read_samples();
+
+    recording_reader &recording_;
+    playback_options options_;
+    event_loop &loop_;
+    std::shared_ptr<const session_metadata> metadata_;
+    double tick_period_; /**< nominal; 0 if unknown */
+    bool finished_;      /**< the documents of the recording list all gaps */
+    std::vector<capture> captures_;
+    std::vector<frame_table> tables_;
+    std::optional<gap_finder> gaps_; /**< of the current lap */
+    std::optional<frame_rows> rows_; /**< of the next frame, if they have been read */
+    size_t capture_ = 0;             /**< the next capture */
+    uint64_t number_ = 0;            /**< of the next frame */
+    uint64_t missing_ = 0;           /**< before the last frame, in the current lap */
+    uint64_t lap_missing_ = 0;       /**< before the current lap */
+    double lap_seconds_ = 0.0;       /**< when the current lap began */
+    uint32_t lap_ticks_ = 0;         /**< added to the ticks in the current lap */
+    double last_seconds_ = 0.0;      /**< time of the last frame in its lap */
+    double first_seconds_ = 0.0;     /**< time of the first frame after start() */
+    event_loop::time_point started_; /**< when the stream began */
+    segment segment_;
+};
+
+} // namespace vantor
+
+#endif
