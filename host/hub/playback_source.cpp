@@ -49,7 +49,8 @@ void playback_source::start()
     started_ = loop_.now();
     if (!exhausted())
     {
-        first_seconds_ = lap_seconds_ + peek().front().seconds;
+        const double seconds = peek().front().seconds;
+        first_seconds_ = more_seconds_ + seconds;
     }
 }
 
@@ -73,13 +74,14 @@ std::optional<frame> playback_source::receive(std::chrono::milliseconds timeout)
 
 bool playback_source::exhausted() const
 {
-    return !options_.repeat && number_ == recording_.frames();
+    return !options_.endless && number_ == recording_.frames();
 }
 
 event_loop::time_point::duration playback_source::time_until_due()
 {
     using seconds = std::chrono::duration<double>;
-    const double after_start = (lap_seconds_ + peek().front().seconds - first_seconds_) / options_.speed;
+    const double recorded = peek().front().seconds;
+    const double after_start = (more_seconds_ + recorded - first_seconds_) / options_.speed;
     const double elapsed = seconds(loop_.now() - started_).count();
     // Rounded, so that a time of the table is not missed by a fraction of a nanosecond.
     return std::chrono::round<std::chrono::nanoseconds>(
@@ -88,9 +90,9 @@ event_loop::time_point::duration playback_source::time_until_due()
 
 void playback_source::rewind()
 {
-    lap_seconds_ = 0.0;
-    lap_ticks_ = 0;
-    lap_missing_ = 0;
+    more_seconds_ = 0.0;
+    more_ticks_ = 0;
+    more_missing_ = 0;
     segment_ = {};
     open_tables();
 }
@@ -110,17 +112,14 @@ void playback_source::open_tables()
     }
 }
 
-/** Returns to the first frame, one frame period after the last one: the nominal one or else the mean. */
+/** Returns to the first frame, one frame period after the last one. */
 void playback_source::begin_lap()
 {
-    const double rate = recording_.session().server.ticks_per_second;
-    const auto steps = static_cast<double>(recording_.frames() > 1 ? recording_.frames() - 1 : 1);
-    const double mean = last_seconds_ > 0.0 ? last_seconds_ / steps : 1.0;
-    const double lap = last_seconds_ + (tick_period_ > 0.0 ? tick_period_ / rate : mean);
-    lap_seconds_ += lap;
-    lap_ticks_ += static_cast<uint32_t>(std::llround(lap * rate));
-    lap_missing_ += missing_;
+    more_seconds_ += last_.seconds + period();
+    more_ticks_ = tick_after_last();
+    more_missing_ += missing_;
     open_tables();
+    more_ticks_ -= peek().front().tick;
 }
 
 /** Reads the rows of the next frame, unless that has been done. */
@@ -130,9 +129,10 @@ const playback_source::frame_rows &playback_source::peek()
     {
         return *rows_;
     }
-    if (number_ == recording_.frames() && options_.repeat)
+    if (number_ == recording_.frames() && options_.endless)
     {
         begin_lap();
+        return *rows_;
     }
     rows_.emplace();
     for (size_t i = 0; i < tables_.size(); ++i)
@@ -145,18 +145,35 @@ const playback_source::frame_rows &playback_source::peek()
         }
         rows_->push_back(*row);
     }
+    if (options_.endless && at_capture() && captures_[capture_].begins)
+    {
+        leave_out_break(rows_->front());
+    }
     return *rows_;
 }
 
-/** Notes the segment of the next frame, and how many frames are missing before it. */
-void playback_source::note_place(const frame_rows &rows)
+/** Whether a capture begins with the next frame. */
+bool playback_source::at_capture() const noexcept
 {
-    gaps_->add(rows.front().tick);
-    if (capture_ < captures_.size() && captures_[capture_].first_frame == number_)
+    return capture_ < captures_.size() && captures_[capture_].first_frame == number_;
+}
+
+/** Lets the next frame follow the last one after one frame period. */
+void playback_source::leave_out_break(const frame_row &next)
+{
+    more_seconds_ += last_.seconds + period() - next.seconds;
+    more_ticks_ = tick_after_last() - next.tick;
+}
+
+/** Notes the segment of the next frame, and how many frames are missing before it. */
+void playback_source::note_place(const frame_row &row)
+{
+    gaps_->add(row.tick);
+    if (at_capture())
     {
         const auto &begun = captures_[capture_++];
         missing_ = begun.frames_missing;
-        if (begun.begins)
+        if (begun.begins && !options_.endless)
         {
             const auto number = segment_.number + 1;
             segment_ = *begun.begins;
@@ -164,6 +181,28 @@ void playback_source::note_place(const frame_rows &rows)
         }
     }
     missing_ = finished_ ? missing_ : gaps_->found().missing();
+}
+
+double playback_source::ticks_per_second() const noexcept
+{
+    return recording_.session().server.ticks_per_second;
+}
+
+/** The frame period in seconds: the nominal one, or else the mean of the frames so far. */
+double playback_source::period() const noexcept
+{
+    if (tick_period_ > 0.0)
+    {
+        return tick_period_ / ticks_per_second();
+    }
+    const bool known = number_ > 1 && last_.seconds > 0.0;
+    return known ? last_.seconds / static_cast<double>(number_ - 1) : 1.0;
+}
+
+/** The tick one frame period after the last frame. */
+uint32_t playback_source::tick_after_last() const noexcept
+{
+    return last_.tick + more_ticks_ + static_cast<uint32_t>(std::llround(period() * ticks_per_second()));
 }
 
 /** Reads the samples of all items in the next frame. */
@@ -182,16 +221,16 @@ std::vector<sample> playback_source::read_samples()
 frame playback_source::next()
 {
     const auto rows = peek();
-    note_place(rows);
+    note_place(rows.front());
     std::vector<frame_item> items;
     for (const auto &row : rows)
     {
-        items.push_back(item_of(row, lap_ticks_));
+        items.push_back(item_of(row, more_ticks_));
     }
     auto played = make_frame(metadata_, read_samples(), std::move(items));
-    last_seconds_ = rows.front().seconds;
-    played.set_missing(lap_missing_ + missing_);
-    played.set_seconds(lap_seconds_ + last_seconds_, recording_.session().server.ticks_per_second);
+    last_ = rows.front();
+    played.set_missing(more_missing_ + missing_);
+    played.set_seconds(more_seconds_ + last_.seconds, ticks_per_second());
     rows_.reset();
     ++number_;
     return played;

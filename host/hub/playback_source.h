@@ -22,8 +22,10 @@ namespace vantor
 /** How a recording is played. */
 struct playback_options
 {
-    double speed = 1.0;  /**< how many times as fast as measured; infinite for as fast as possible */
-    bool repeat = false; /**< start again after the last frame; time and ticks continue */
+    double speed = 1.0; /**< how many times as fast as measured; infinite for as fast as possible */
+    /** One endless segment, as from a server: starts again after the last frame, and leaves out breaks; time
+     * and ticks continue with the next frame period. */
+    bool endless = false;
 };
 
 /** The frames of a recording, at the pace at which they were measured or another one. */
@@ -85,7 +87,12 @@ private:
     void open_tables();
     void begin_lap();
     const frame_rows &peek();
-    void note_place(const frame_rows &rows);
+    [[nodiscard]] bool at_capture() const noexcept;
+    void leave_out_break(const frame_row &next);
+    void note_place(const frame_row &row);
+    [[nodiscard]] double ticks_per_second() const noexcept;
+    [[nodiscard]] double period() const noexcept;
+    [[nodiscard]] uint32_t tick_after_last() const noexcept;
     std::vector<sample> read_samples();
 
     recording_reader &recording_;
@@ -98,13 +105,13 @@ private:
     std::vector<frame_table> tables_;
     std::optional<gap_finder> gaps_; /**< of the current lap */
     std::optional<frame_rows> rows_; /**< of the next frame, if they have been read */
-    size_t capture_ = 0;             /**< the next capture */
+    frame_row last_;                 /**< of the first item in the last frame */
     uint64_t number_ = 0;            /**< of the next frame */
+    size_t capture_ = 0;             /**< the next capture */
     uint64_t missing_ = 0;           /**< before the last frame, in the current lap */
-    uint64_t lap_missing_ = 0;       /**< before the current lap */
-    double lap_seconds_ = 0.0;       /**< when the current lap began */
-    uint32_t lap_ticks_ = 0;         /**< added to the ticks in the current lap */
-    double last_seconds_ = 0.0;      /**< time of the last frame in its lap */
+    uint64_t more_missing_ = 0;      /**< before the current lap */
+    double more_seconds_ = 0.0;      /**< added to the times of the recording */
+    uint32_t more_ticks_ = 0;        /**< added to its ticks */
     double first_seconds_ = 0.0;     /**< time of the first frame after start() */
     event_loop::time_point started_; /**< when the stream began */
     segment segment_;

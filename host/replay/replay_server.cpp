@@ -40,7 +40,7 @@ bool is_http(const std::string &line)
 } // namespace
 
 replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, double speed)
-    : recording_(recording), host_(host), source_(recording, {.speed = speed, .repeat = true}, loop)
+    : recording_(recording), host_(host), source_(recording, {.speed = speed, .endless = true}, loop)
 {
 }
 

@@ -141,16 +141,31 @@ TEST_F(playback, counts_the_gaps_of_an_unfinished_recording)
     EXPECT_THAT(play({}), ElementsAre("0 ms: 0, missing 0", "60 ms: 60000, missing 2"));
 }
 
-TEST_F(playback, repeats_after_one_period_even_if_frames_are_missing)
+TEST_F(playback, starts_again_after_one_period_even_if_frames_are_missing)
 {
     recording_writer writer(place, test::example_description());
     writer.add(frame_after(0, 0));
     writer.add(frame_after(3, 2));
     writer.finish();
-    EXPECT_THAT(play({.repeat = true}, 5),
+    EXPECT_THAT(play({.endless = true}, 5),
                 ElementsAre("0 ms: 0, missing 0", "60 ms: 60000, missing 2", "80 ms: 80000, missing 2",
                             "140 ms: 140000, missing 4", "160 ms: 160000, missing 4"));
     EXPECT_DOUBLE_EQ(last_seconds, 0.16);
+}
+
+TEST_F(playback, leaves_out_breaks_in_an_endless_segment)
+{
+    recording_writer writer(place, test::example_description());
+    writer.add(frame_after(0, 0));
+    writer.add(frame_after(3, 2));
+    // The board has started again.
+    writer.begin_segment(
+        {.number = 1, .reason = "connected again", .gap = 0.5, .calibration_temperatures = {1, 2, 3}});
+    writer.add(frame_after(1, 2));
+    writer.finish();
+    EXPECT_THAT(play({.endless = true}, 5),
+                ElementsAre("0 ms: 0, missing 0", "60 ms: 60000, missing 2", "80 ms: 80000, missing 2",
+                            "100 ms: 100000, missing 2", "160 ms: 160000, missing 4"));
 }
 
 TEST_F(playback, gives_the_recorder_the_same_frames)
