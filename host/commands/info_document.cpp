@@ -8,6 +8,7 @@
 
 #include "commands/stream_warnings.h"
 #include "plot/echo_search.h"
+#include "recording/sigmf.h"
 
 namespace vantor
 {
@@ -23,8 +24,8 @@ ordered_json describe_range(const recorded_item &item, size_t subsweep)
     ordered_json range = {{"points", place.length}};
     if (place.length > 0 && subsweep < item.configuration.subsweeps.size())
     {
-        range["start_m"] = item.distances[place.offset];
-        range["end_m"] = item.distances[place.offset + place.length - 1];
+        range["start_m"] = item.layout.distances_m[place.offset];
+        range["end_m"] = item.layout.distances_m[place.offset + place.length - 1];
         range["step_m"] = item.configuration.subsweeps[subsweep].step_length * item.layout.base_step_length_m;
     }
     return range;
@@ -72,7 +73,8 @@ void add_measurement(ordered_json &entry, const recorded_item &item, const check
     entry["high_speed_mode"] = item.layout.high_speed_mode;
     entry["ranges"] = describe_ranges(item);
     entry["mean_level"] = found.level.mean_level();
-    entry["strongest_echo_m"] = strongest ? ordered_json(item.distances[*strongest]) : ordered_json();
+    entry["strongest_echo_m"] =
+        strongest ? ordered_json(item.layout.distances_m[*strongest]) : ordered_json();
     entry["channel"] = describe_channel(found.figures.channel);
     entry["calibration_temperature"] = item.layout.calibration_temperature;
     entry["configuration"] = item.configuration.document;

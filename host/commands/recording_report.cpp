@@ -12,6 +12,7 @@
 #include "commands/stream_warnings.h"
 #include "commands/text_table.h"
 #include "plot/echo_search.h"
+#include "recording/sigmf.h"
 
 namespace vantor
 {
@@ -24,14 +25,10 @@ using nlohmann::ordered_json;
 double echo_distance(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
-    const recorded_item item{.name = item_name(layout),
-                             .layout = layout,
-                             .configuration = recorded.items[index],
-                             .distances = layout.distances_m,
-                             .document = {},
-                             .digest = {}};
+    const recorded_item item{
+        .name = item_name(layout), .layout = layout, .configuration = recorded.items[index], .document = {}};
     const auto point = strongest_echo(item, recorded.recorder.statistics()[index].profile());
-    return point ? item.distances[*point] : NAN;
+    return point ? item.layout.distances_m[*point] : NAN;
 }
 
 /** What is known about the stream. */

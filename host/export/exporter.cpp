@@ -35,7 +35,7 @@ std::string csv_lines(const recorded_item &item, uint64_t number, double seconds
     const auto length = item.layout.sweep_length;
     for (size_t i = 0; i < samples.size(); ++i)
     {
-        const double distance = item.distances[i % length];
+        const double distance = item.layout.distances_m[i % length];
         append_number(text, number, ',');
         append_number(text, i / length, ',');
         append_number(text, i % length, ',');
@@ -81,7 +81,7 @@ void add_column(zip_writer &archive, const recording_reader &recording, size_t i
     const auto head = npy_head(type, {recording.frames()});
     archive.begin(name + ".npy", head.size() + recording.frames() * sizeof(value_t));
     archive.append(std::as_bytes(std::span(head)));
-    auto table = open_table(recording, index);
+    auto table = recording.open_table(index);
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         const value_t value = read(next_row(table, recording.items()[index]));
@@ -119,8 +119,8 @@ void add_samples(zip_writer &archive, recording_reader &recording, size_t index)
     archive.append(std::as_bytes(std::span(head)));
     widen_frames(recording, index, [&](std::span<const std::byte> bytes) { archive.append(bytes); });
     archive.end();
-    const auto distances = std::as_bytes(std::span(item.distances));
-    const auto axis = npy_head("<f8", {item.distances.size()});
+    const auto distances = std::as_bytes(std::span(item.layout.distances_m));
+    const auto axis = npy_head("<f8", {item.layout.distances_m.size()});
     archive.begin("distance_m.npy", axis.size() + distances.size());
     archive.append(std::as_bytes(std::span(axis)));
     archive.append(distances);
@@ -134,7 +134,7 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
 {
     return write_item_files(recording, directory, ".csv", [&](output_file &file, size_t index) {
         const auto &item = recording.items()[index];
-        auto table = open_table(recording, index);
+        auto table = recording.open_table(index);
         std::vector<sample> samples;
         file.append("frame,sweep,point,distance_m,real,imag,time_s\n");
         for (uint64_t number = 0; number < recording.frames(); ++number)

@@ -79,9 +79,4 @@ frame_row next_row(frame_table &table, const recorded_item &item)
     return *row;
 }
 
-frame_table open_table(const recording_reader &recording, size_t item)
-{
-    return frame_table(recording.directory() / (recording.items()[item].name + ".frames.csv"));
-}
-
 } // namespace vantor

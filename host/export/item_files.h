@@ -34,9 +34,6 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
 /** The row of the next frame; throws bad_recording if there is none. */
 frame_row next_row(frame_table &table, const recorded_item &item);
 
-/** The frame table of an item. */
-frame_table open_table(const recording_reader &recording, size_t item);
-
 } // namespace vantor
 
 #endif

@@ -106,9 +106,9 @@ void playback_source::open_tables()
     rows_.reset();
     gaps_.emplace(captures_, tick_period_);
     tables_.clear();
-    for (const auto &item : recording_.items())
+    for (size_t i = 0; i < recording_.items().size(); ++i)
     {
-        tables_.emplace_back(recording_.directory() / (item.name + ".frames.csv"));
+        tables_.push_back(recording_.open_table(i));
     }
 }
 

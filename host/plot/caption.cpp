@@ -72,12 +72,10 @@ std::string describe_recording(const recording_reader &recording)
 {
     constexpr size_t to_seconds = 19;
     std::string text;
-    const auto &document = recording.items().front().document;
-    if (const auto captures = document.find("captures"); captures != document.end() && !captures->empty())
+    if (auto date = recording.captures().front().datetime.substr(0, to_seconds); !date.empty())
     {
-        auto date = captures->front().value("core:datetime", std::string()).substr(0, to_seconds);
         std::replace(date.begin(), date.end(), 'T', ' ');
-        text = date.empty() ? std::string() : date + " UTC" + separator;
+        text = date + " UTC" + separator;
     }
     return text + "sensor " + recording.session().server.sensor + separator +
            std::to_string(recording.frames()) + " frames" + separator + "0 dBFS is amplitude 32767";
@@ -99,7 +97,7 @@ std::string describe_settings(const recorded_item &item, const item_analysis &an
 
 std::string place_name(const recorded_item &item, size_t point)
 {
-    const double distance = item.distances.at(point);
+    const double distance = item.layout.distances_m.at(point);
     return std::isfinite(distance) ? decimal(distance, 3) + " m" : "point " + std::to_string(point);
 }
 

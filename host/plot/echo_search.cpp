@@ -66,7 +66,8 @@ std::optional<size_t> strongest_echo(const recorded_item &item, const std::vecto
         {
             const bool stronger = !best || part[point] > levels[*best];
             if (stronger && is_maximum(part, point) &&
-                !(std::fabs(item.distances[place.offset + point]) < leakage) && stands_out(part, point))
+                !(std::fabs(item.layout.distances_m[place.offset + point]) < leakage) &&
+                stands_out(part, point))
             {
                 best = place.offset + point;
             }

@@ -14,8 +14,8 @@ namespace vantor
 class frame_rows
 {
 public:
-    frame_rows(const recording_reader &recording, const recorded_item &item)
-        : table_(recording.directory() / (item.name + ".frames.csv"))
+    /** @param item  0 to recording.items().size() - 1 */
+    frame_rows(const recording_reader &recording, size_t item) : table_(recording.open_table(item))
     {
     }
 

@@ -31,9 +31,9 @@ size_t nearest_point(const recorded_item &item, double distance)
 {
     size_t best = 0;
     double away = INFINITY;
-    for (size_t i = 0; i < item.distances.size(); ++i)
+    for (size_t i = 0; i < item.layout.distances_m.size(); ++i)
     {
-        if (const double difference = std::fabs(item.distances[i] - distance); difference < away)
+        if (const double difference = std::fabs(item.layout.distances_m[i] - distance); difference < away)
         {
             best = i;
             away = difference;
@@ -163,7 +163,7 @@ std::vector<echo_position> follow_echo(const recorded_item &item, const item_ana
         if (point && exceeds_noise(item, analysis, strip.levels, *point, least_followed_echo))
         {
             positions.push_back({.seconds = strip.seconds,
-                                 .distance = item.distances[*point],
+                                 .distance = item.layout.distances_m[*point],
                                  .width = pulse_width(item, subsweep_of(item, *point))});
         }
     }
@@ -171,9 +171,9 @@ std::vector<echo_position> follow_echo(const recorded_item &item, const item_ana
 }
 
 /** Counts the frames that are not valid or saturated, and measures the frame rate. */
-void count_frames(const recording_reader &recording, const recorded_item &item, item_analysis &analysis)
+void count_frames(const recording_reader &recording, size_t index, item_analysis &analysis)
 {
-    frame_rows rows(recording, item);
+    frame_rows rows(recording, index);
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         rows.advance();
@@ -190,7 +190,7 @@ void measure_levels(recording_reader &recording, size_t index, item_analysis &an
 {
     const auto &item = recording.items()[index];
     const bool none_valid = analysis.not_valid == recording.frames();
-    frame_rows rows(recording, item);
+    frame_rows rows(recording, index);
     item_statistics statistics(item.layout.sweep_length);
     mean_builder mean(item.layout.sweep_length);
     noise_meter noise(item.layout.sweep_length);
@@ -237,7 +237,7 @@ item_analysis analyse_item(recording_reader &recording, size_t index, std::optio
 {
     const auto &item = recording.items()[index];
     item_analysis analysis;
-    count_frames(recording, item, analysis);
+    count_frames(recording, index, analysis);
     measure_levels(recording, index, analysis);
     choose_point(item, distance, analysis);
     analysis.motion = widest_motion(follow_echo(item, analysis));

@@ -21,7 +21,7 @@ std::string level_text(const recorded_item &item, const item_analysis &analysis,
     std::ostringstream text;
     for (size_t i = place.offset; i < place.offset + place.length; ++i)
     {
-        text << item.distances[i] << " " << dbfs(analysis.profile[i]) << "\n";
+        text << item.layout.distances_m[i] << " " << dbfs(analysis.profile[i]) << "\n";
     }
     return text.str();
 }
@@ -34,12 +34,12 @@ void write_strip(std::ostream &text, double seconds, const std::vector<double> &
     const auto level = [&](size_t point) { return levels.empty() ? std::nan("") : dbfs(levels[point]); };
     for (size_t i = place.offset; i < place.offset + place.length; ++i)
     {
-        text << seconds << " " << item.distances[i] << " " << level(i) << "\n";
+        text << seconds << " " << item.layout.distances_m[i] << " " << level(i) << "\n";
     }
     // The field of the last point ends where the next point would be.
     const auto last = place.offset + place.length - 1;
-    text << seconds << " " << item.distances[last] + step_length(item, subsweep) << " " << level(last)
-         << "\n\n";
+    text << seconds << " " << item.layout.distances_m[last] + step_length(item, subsweep) << " "
+         << level(last) << "\n\n";
 }
 
 /** The map of a sub-sweep. */
@@ -80,8 +80,8 @@ std::string velocity_text(const recorded_item &item, const velocity_map &map, co
     {
         for (size_t i = place.offset; i < place.offset + place.length; ++i)
         {
-            text << velocities[k] << " " << item.distances[i] << " " << map.levels[k % map.levels.size()][i]
-                 << "\n";
+            text << velocities[k] << " " << item.layout.distances_m[i] << " "
+                 << map.levels[k % map.levels.size()][i] << "\n";
         }
         text << "\n";
     }

@@ -95,7 +95,7 @@ std::string plot_subsweeps(const panel_row &place, const std::string &command, c
 /** Whether the distances of an item are known. */
 bool has_distances(const panel_row &place)
 {
-    return std::isfinite(place.item.distances.at(place.analysis.point));
+    return std::isfinite(place.item.layout.distances_m.at(place.analysis.point));
 }
 
 /** The mean level of the noise in a sub-sweep, in dBFS; NaN if unknown. */
@@ -149,7 +149,7 @@ std::string noise_lines(const panel_row &place)
         {
             continue;
         }
-        const auto &distances = place.item.distances;
+        const auto &distances = place.item.layout.distances_m;
         const auto at = [y = decimal(level, 4)](double distance) { return decimal(distance, 6) + "," + y; };
         const auto first = at(distances[part.offset]);
         text += text.empty() ? "set label 'noise' at " + first + " offset 0.5,-0.6 " + small_text + "\n" : "";
@@ -167,9 +167,9 @@ std::string draw_level(const panel_row &place)
     {
         return head + empty_panel("distances unknown");
     }
-    const auto mark = decimal(place.item.distances[place.analysis.point], 6);
+    const auto mark = decimal(place.item.layout.distances_m[place.analysis.point], 6);
     const auto range = level_range(place);
-    const auto around = place.item.distances.size() == 1
+    const auto around = place.item.layout.distances_m.size() == 1
                             ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n"
                             : std::string("set autoscale xfix\n");
     return head + around + range_command("y", range) + amplitude_scale(range) + noise_lines(place) +
@@ -211,7 +211,7 @@ std::string draw_map(const panel_row &place)
     {
         return head + empty_panel("distances unknown");
     }
-    const auto &distances = place.item.distances;
+    const auto &distances = place.item.layout.distances_m;
     const auto top = decimal(*std::max_element(distances.begin(), distances.end()), 6);
     const auto saturated = ", " + gnuplot_quote(place.base + ".saturated") + " using 1:(" + top +
                            "):(0) with points pt 7 ps 0.5 lc rgb '#e02020'";

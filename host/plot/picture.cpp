@@ -204,8 +204,8 @@ std::string covered_distances(const recording_reader &recording)
         {
             if (place.length > 0)
             {
-                const auto part = decimal(item.distances[place.offset], 3) + " to " +
-                                  decimal(item.distances[place.offset + place.length - 1], 3) + " m";
+                const auto part = decimal(item.layout.distances_m[place.offset], 3) + " to " +
+                                  decimal(item.layout.distances_m[place.offset + place.length - 1], 3) + " m";
                 text += text.find(part) != std::string::npos ? "" : (text.empty() ? "" : ", ") + part;
             }
         }

@@ -36,9 +36,9 @@ constexpr size_t longest_segment_of_map = 128;
 constexpr double certain = 4.0;
 
 /** The maximum number of consecutive valid frames. */
-uint64_t longest_run(const recording_reader &recording, const recorded_item &item)
+uint64_t longest_run(const recording_reader &recording, size_t index)
 {
-    frame_rows rows(recording, item);
+    frame_rows rows(recording, index);
     uint64_t longest = 0;
     uint64_t run = 0;
     for (uint64_t number = 0; number < recording.frames(); ++number)
@@ -340,9 +340,9 @@ private:
 void analyse_point(recording_reader &recording, size_t index, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
-    point_feeder point(item, recording.frames(), longest_run(recording, item), analysis);
+    point_feeder point(item, recording.frames(), longest_run(recording, index), analysis);
     map_feeder map(item.layout);
-    frame_rows rows(recording, item);
+    frame_rows rows(recording, index);
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {

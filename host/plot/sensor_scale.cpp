@@ -69,8 +69,8 @@ bool covers_distance(const recorded_item &item, double distance)
     {
         const auto &place = item.layout.subsweeps[i];
         const double margin = step_length(item, i) / 2.0;
-        if (place.length > 0 && distance >= item.distances[place.offset] - margin &&
-            distance <= item.distances[place.offset + place.length - 1] + margin)
+        if (place.length > 0 && distance >= item.layout.distances_m[place.offset] - margin &&
+            distance <= item.layout.distances_m[place.offset + place.length - 1] + margin)
         {
             return true;
         }

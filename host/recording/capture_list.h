@@ -10,20 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "recording/segment.h"
+#include "recording/capture.h"
 #include "vantor/loss_counter.h"
 
 namespace vantor
 {
-
-/** A segment of frames without gaps. */
-struct capture
-{
-    uint64_t first_frame = 0;    /**< its index in the recording */
-    uint64_t frames_missing = 0; /**< before it, since the start of the recording */
-    std::string datetime;        /**< arrival of its first frame in UTC, as in RFC 3339; empty if unknown */
-    std::optional<segment> begins = std::nullopt; /**< the break before it, if there was one */
-};
 
 /** Most gaps that are listed: more would make the documents of a recording too large to read. */
 inline constexpr size_t most_captures = 10000;

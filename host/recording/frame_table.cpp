@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "recording/recording_error.h"
 
@@ -69,18 +70,33 @@ const std::filesystem::path &present(const std::filesystem::path &path)
 
 } // namespace
 
-frame_table::frame_table(std::filesystem::path path) : path_(std::move(path)), lines_(present(path_))
+frame_table::frame_table(std::filesystem::path path)
+    : path_(std::move(path)), lines_(std::make_unique<line_reader>(present(path_)))
 {
-    const auto head = lines_.next();
+    const auto head = lines_->next();
     if (!head || std::string(*head) + "\n" != frame_table_head)
     {
         throw bad_recording(path_.string() + " is not a frame table.");
     }
 }
 
+frame_table::frame_table(frame_table &&other) noexcept = default;
+frame_table &frame_table::operator=(frame_table &&other) noexcept = default;
+frame_table::~frame_table() = default;
+
+uint64_t frame_table::position() const noexcept
+{
+    return lines_->position();
+}
+
+uint64_t frame_table::rest() const
+{
+    return lines_->file().size() - position();
+}
+
 std::optional<frame_row> frame_table::next()
 {
-    const auto line = lines_.next();
+    const auto line = lines_->next();
     if (!line)
     {
         return std::nullopt;

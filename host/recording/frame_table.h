@@ -6,27 +6,28 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
-
-#include "recording/input_file.h"
 
 namespace vantor
 {
 
-/** One line of a frame table. */
+/** One line of a frame table: what is known about one frame of an item. */
 struct frame_row
 {
-    double seconds = 0.0; /**< since the item's first frame */
-    uint32_t tick = 0;
-    int temperature = 0;
-    bool data_saturated = false;
-    bool frame_delayed = false;
-    bool calibration_needed = false;
-    std::optional<bool> data_valid;
-    std::optional<double> cca_value;
+    double seconds = 0.0;            /**< since the item's first frame */
+    uint32_t tick = 0;               /**< time of the measurement; wraps around */
+    int temperature = 0;             /**< relative, in degrees Celsius; use it only to compare */
+    bool data_saturated = false;     /**< a sample reached full scale */
+    bool frame_delayed = false;      /**< the frame was read late */
+    bool calibration_needed = false; /**< the sensor asks for a new calibration */
+    std::optional<bool> data_valid;  /**< with clear-channel assessment: false if the channel was busy */
+    std::optional<double> cca_value; /**< with clear-channel assessment and debug, like the next two */
     std::optional<bool> cca_detected;
     std::optional<bool> tx_enabled;
 };
+
+class line_reader;
 
 /** A frame table, read line by line. */
 class frame_table
@@ -38,6 +39,11 @@ public:
      * @throws bad_recording if it cannot be read or does not have the expected columns
      */
     explicit frame_table(std::filesystem::path path);
+    frame_table(const frame_table &) = delete;
+    frame_table &operator=(const frame_table &) = delete;
+    frame_table(frame_table &&other) noexcept;
+    frame_table &operator=(frame_table &&other) noexcept;
+    ~frame_table();
 
     /**
      * Reads the next line.
@@ -48,20 +54,14 @@ public:
     std::optional<frame_row> next();
 
     /** Number of bytes up to the end of the row that next() returned last. */
-    [[nodiscard]] uint64_t position() const noexcept
-    {
-        return lines_.position();
-    }
+    [[nodiscard]] uint64_t position() const noexcept;
 
     /** Number of bytes after the row that next() returned last. */
-    [[nodiscard]] uint64_t rest() const
-    {
-        return lines_.file().size() - position();
-    }
+    [[nodiscard]] uint64_t rest() const;
 
 private:
     std::filesystem::path path_;
-    line_reader lines_;
+    std::unique_ptr<line_reader> lines_; /**< null only if moved from */
     uint64_t rows_ = 0;
 };
 

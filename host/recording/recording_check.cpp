@@ -331,9 +331,9 @@ private:
             return;
         }
         std::vector<json> expected;
-        for (const auto &item : items())
+        for (size_t i = 0; i < items().size(); ++i)
         {
-            expected.push_back({{"name", item.name}, {"hash", item.digest}});
+            expected.push_back({{"name", items()[i].name}, {"hash", check_.documents.digests[i]}});
         }
         const auto streams = collection.value("core:streams", json());
         for (size_t i = 0; i < items().size(); ++i)

@@ -6,9 +6,11 @@
 #include <system_error>
 #include <utility>
 
+#include "configuration/configuration.h"
 #include "recording/input_file.h"
 #include "recording/recording_error.h"
 #include "recording/sha512.h"
+#include "recording/sigmf.h"
 
 namespace vantor
 {
@@ -138,12 +140,12 @@ void check_item_document(const json &document, const item_layout &layout)
     }
 }
 
-/** Reads the metadata of an item. */
-void read_item_document(const std::filesystem::path &directory, recorded_item &item)
+/** Reads the metadata of an item, and computes their digest. */
+void read_item_document(const std::filesystem::path &directory, recorded_item &item, std::string &digest)
 {
     const auto path = directory / (item.name + ".sigmf-meta");
     const auto text = read_document_text(path);
-    item.digest = sha512_of(text);
+    digest = sha512_of(text);
     item.document = read_checked(path, [&] {
         auto document = parse_json_text(text, path.string());
         check_item_document(document, item.layout);
@@ -197,12 +199,11 @@ void read_items(recording_documents &documents)
         auto &item = documents.items.emplace_back(recorded_item{.name = item_name(layout),
                                                                 .layout = layout,
                                                                 .configuration = configurations[i],
-                                                                .distances = layout.distances_m,
-                                                                .document = nullptr,
-                                                                .digest = {}});
+                                                                .document = nullptr});
+        auto &digest = documents.digests.emplace_back();
         try
         {
-            read_item_document(documents.directory, item);
+            read_item_document(documents.directory, item, digest);
         }
         catch (const bad_recording &failure)
         {

@@ -10,23 +10,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration/configuration.h"
-#include "recording/sigmf.h"
-#include "vantor/session.h"
+#include "recording/recorded_item.h"
+#include "recording/session_description.h"
 
 namespace vantor
 {
-
-/** One item of a recording. */
-struct recorded_item
-{
-    std::string name; /**< name of its files, without extension */
-    item_layout layout;
-    item_configuration configuration;
-    std::vector<double> distances; /**< distance of each point of a sweep, in metres */
-    nlohmann::json document;       /**< its SigMF metadata; null if damaged */
-    std::string digest;            /**< SHA-512 of its metadata file; empty if it cannot be read */
-};
 
 /** The documents of a recording. */
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
@@ -35,8 +23,9 @@ struct recording_documents
     std::filesystem::path directory;
     session_description session;
     std::vector<recorded_item> items;
-    nlohmann::json collection;       /**< the collection object; null if damaged */
-    std::vector<std::string> faults; /**< what is wrong with documents that are damaged */
+    std::vector<std::string> digests; /**< SHA-512 of each item's metadata file; empty if it cannot be read */
+    nlohmann::json collection;        /**< the collection object; null if damaged */
+    std::vector<std::string> faults;  /**< what is wrong with documents that are damaged */
 };
 
 /** Whether the metadata of an item contain the number of frames and the digest of the samples. */

@@ -11,7 +11,13 @@
 #include <system_error>
 #include <utility>
 
+#include "configuration/configuration.h"
+#include "recording/capture_list.h"
+#include "recording/item_writer.h"
+#include "recording/output_file.h"
 #include "recording/recording_error.h"
+#include "recording/sha512.h"
+#include "recording/sigmf.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -56,7 +62,8 @@ void make_new_directory(const std::filesystem::path &directory)
 } // namespace
 
 recording_writer::recording_writer(std::filesystem::path directory, session_description session)
-    : directory_(std::move(directory)), session_(std::move(session))
+    : directory_(std::move(directory)), session_(std::move(session)),
+      captures_(std::make_unique<capture_list>())
 {
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
     {
@@ -66,7 +73,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     // First, so that nothing is created if libcrypto fails.
     std::vector<sha512> digests(session_.metadata.items.size());
     make_new_directory(directory_);
-    captures_.set_time(present_time());
+    captures_->set_time(present_time());
     for (size_t i = 0; i < digests.size(); ++i)
     {
         items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
@@ -75,9 +82,13 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     write_documents(false);
 }
 
+recording_writer::recording_writer(recording_writer &&other) noexcept = default;
+recording_writer &recording_writer::operator=(recording_writer &&other) noexcept = default;
+recording_writer::~recording_writer() = default;
+
 void recording_writer::begin_segment(const segment &next)
 {
-    captures_.begin(next);
+    captures_->begin(next);
     break_pending_ = true;
     for (auto &item : items_)
     {
@@ -106,9 +117,9 @@ void recording_writer::add(const frame &received)
     {
         items_[i].commit(received.items()[i]);
     }
-    if (captures_.add(received.missing()))
+    if (captures_->add(received.missing()))
     {
-        captures_.set_time(present_time());
+        captures_->set_time(present_time());
     }
     ++frames_;
     // So that what a killed recorder leaves shows the break.
@@ -150,11 +161,12 @@ void recording_writer::write_documents(bool finished)
     {
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),
-                               .frames_missing = captures_.missing(),
+                               .frames_missing = captures_->missing(),
                                .digest = finished ? items_[i].digest() : std::string()};
         const auto name = item_name(session_.metadata.items[i]);
-        documents.push_back({.path = directory_ / (name + ".sigmf-meta"),
-                             .text = item_document(session_, i, state, captures_.captures()).dump(2) + "\n"});
+        documents.push_back(
+            {.path = directory_ / (name + ".sigmf-meta"),
+             .text = item_document(session_, i, state, captures_->captures()).dump(2) + "\n"});
         streams.push_back({.name = name, .digest = sha512_of(documents.back().text)});
     }
     documents.push_back({.path = directory_ / (std::string(collection_name) + ".sigmf-collection"),

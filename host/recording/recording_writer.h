@@ -6,15 +6,18 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
-#include "recording/capture_list.h"
-#include "recording/item_writer.h"
-#include "recording/sigmf.h"
+#include "recording/segment.h"
+#include "recording/session_description.h"
 #include "vantor/session.h"
 
 namespace vantor
 {
+
+class capture_list;
+class item_writer;
 
 /**
  * Writes a recording: SigMF files for each item, and a collection.
@@ -35,6 +38,11 @@ public:
      * @throws recording_error if the recording cannot be created
      */
     recording_writer(std::filesystem::path directory, session_description session);
+    recording_writer(const recording_writer &) = delete;
+    recording_writer &operator=(const recording_writer &) = delete;
+    recording_writer(recording_writer &&other) noexcept;
+    recording_writer &operator=(recording_writer &&other) noexcept;
+    ~recording_writer();
 
     /**
      * Appends a frame. A capture segment begins where frame::missing() grows.
@@ -85,8 +93,8 @@ private:
     std::filesystem::path directory_;
     session_description session_;
     std::vector<item_writer> items_;
-    capture_list captures_;
-    bool break_pending_ = false; /**< a segment begins with the next frame */
+    std::unique_ptr<capture_list> captures_; /**< null only if moved from */
+    bool break_pending_ = false;             /**< a segment begins with the next frame */
     uint64_t frames_ = 0;
 };
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "configuration/configuration.h"
 #include "configuration/sensor_knowledge.h"
 #include "version.h"
 

@@ -8,15 +8,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "configuration/configuration.h"
-#include "recording/capture_list.h"
-#include "vantor/session.h"
+#include "recording/capture.h"
+#include "recording/session_description.h"
 
 namespace vantor
 {
@@ -34,15 +32,6 @@ struct item_state
     double seconds = 0.0;        /**< from the first to the last frame */
     uint64_t frames_missing = 0; /**< between its frames */
     std::string digest;          /**< digest of the samples; empty while recording */
-};
-
-/** The description of a session. */
-struct session_description // NOLINT(bugprone-exception-escape): a JSON value moves without exceptions
-{
-    nlohmann::json configuration; /**< the configuration document */
-    session_metadata metadata;    /**< the answer of the server to the configuration */
-    server_info server;
-    nlohmann::ordered_json source; /**< where it was recorded from, see describe_source(); null if unknown */
 };
 
 /** The name of an item's files, without extension: "group-1-item-2". */

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "recording/sigmf.h"
+#include "recording/session_description.h"
 #include "vantor/session.h"
 
 namespace vantor::test

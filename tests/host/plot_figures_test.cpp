@@ -44,9 +44,9 @@ recorded_item item_of(const json &config, size_t points)
     item.layout.base_step_length_m = 0.0025;
     for (size_t i = 0; i < points; ++i)
     {
-        item.distances.push_back(0.0025 *
-                                 (item.configuration.subsweeps[0].start_point +
-                                  static_cast<double>(i) * item.configuration.subsweeps[0].step_length));
+        item.layout.distances_m.push_back(
+            0.0025 * (item.configuration.subsweeps[0].start_point +
+                      static_cast<double>(i) * item.configuration.subsweeps[0].step_length));
     }
     return item;
 }

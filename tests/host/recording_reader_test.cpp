@@ -14,6 +14,7 @@
 #include "recording/frame_table.h"
 #include "recording/item_writer.h"
 #include "recording/recording_error.h"
+#include "recording/recording_writer.h"
 #include "temporary_directory.h"
 
 namespace vantor
@@ -38,7 +39,7 @@ TEST(recording_reader, reads_what_was_written)
         ASSERT_EQ(recording.items().size(), 3U);
         EXPECT_EQ(recording.session().server.sensor, "k330");
         EXPECT_EQ(recording.items()[1].configuration.sensor_id, 2U);
-        EXPECT_DOUBLE_EQ(recording.items()[1].distances[10], 0.5);
+        EXPECT_DOUBLE_EQ(recording.items()[1].layout.distances_m[10], 0.5);
         std::vector<sample> samples;
         recording.read_frame(2, 3, samples);
         const auto written = test::example_frame(3);
@@ -183,6 +184,33 @@ TEST(recording_reader, reports_how_many_frames_were_read)
     recording.on_read([&](uint64_t count) { reads = count; });
     export_csv(recording, directory / "csv");
     EXPECT_EQ(reads, recording.frames() * recording.items().size());
+}
+
+TEST(recording_reader, opens_the_frame_table_of_each_item)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 2);
+    const recording_reader recording(directory / "out");
+    EXPECT_EQ(recording.open_table(0).next()->data_valid, true);
+    EXPECT_EQ(recording.open_table(1).next()->data_valid, std::nullopt);
+    EXPECT_THROW(static_cast<void>(recording.open_table(3)), std::out_of_range);
+}
+
+TEST(recording_reader, lists_the_parts_without_gaps)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", test::example_description());
+    writer.add(test::example_frame(0));
+    auto late = test::example_frame(4);
+    late.set_missing(3);
+    writer.add(late);
+    writer.finish();
+    const auto captures = recording_reader(directory / "out").captures();
+    ASSERT_EQ(captures.size(), 2U);
+    EXPECT_EQ(captures[0].first_frame, 0U);
+    EXPECT_EQ(captures[1].first_frame, 1U);
+    EXPECT_EQ(captures[1].frames_missing, 3U);
+    EXPECT_FALSE(captures[1].begins);
 }
 
 TEST(recording_reader, does_not_use_the_current_directory_for_a_missing_one)
