@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "client/json_members.h"
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
 
 namespace vantor

@@ -12,8 +12,8 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
-#include "configuration/calibration_file.h"
 #include "recording/output_file.h"
+#include "vantor/calibration_file.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 

@@ -23,9 +23,9 @@
 #include "commands/selftest.h"
 #include "commands/usage_error.h"
 #include "commands/validate.h"
-#include "configuration/configuration.h"
-#include "recording/recording_error.h"
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

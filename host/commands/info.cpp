@@ -12,7 +12,7 @@
 #include "commands/info_document.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

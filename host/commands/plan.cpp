@@ -19,11 +19,11 @@
 #include "commands/printable.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
-#include "configuration/configuration.h"
-#include "configuration/plan/wish.h"
 #include "recording/output_file.h"
-#include "recording/reported_plan.h"
 #include "vantor/client.h"
+#include "vantor/configuration.h"
+#include "vantor/reported_plan.h"
+#include "vantor/wish.h"
 
 namespace vantor
 {

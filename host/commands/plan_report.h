@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration/plan/plan.h"
+#include "vantor/plan.h"
 
 namespace vantor
 {

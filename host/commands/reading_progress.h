@@ -11,7 +11,7 @@
 
 #include "commands/command_line.h"
 #include "commands/progress.h"
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -20,13 +20,13 @@
 #include "commands/stream_warnings.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
-#include "configuration/calibration_file.h"
-#include "configuration/configuration.h"
-#include "hub/frame_tally.h"
-#include "hub/hub.h"
-#include "hub/recording_sink.h"
-#include "hub/session_source.h"
-#include "recording/recording_source.h"
+#include "vantor/calibration_file.h"
+#include "vantor/configuration.h"
+#include "vantor/frame_tally.h"
+#include "vantor/hub.h"
+#include "vantor/recording_sink.h"
+#include "vantor/recording_source.h"
+#include "vantor/session_source.h"
 
 namespace vantor
 {

@@ -7,12 +7,12 @@
 #include <iosfwd>
 #include <vector>
 
-#include "configuration/configuration.h"
-#include "hub/frame_tally.h"
-#include "hub/hub.h"
-#include "hub/recording_sink.h"
-#include "hub/session_source.h"
-#include "recording/recording_writer.h"
+#include "vantor/configuration.h"
+#include "vantor/frame_tally.h"
+#include "vantor/hub.h"
+#include "vantor/recording_sink.h"
+#include "vantor/recording_writer.h"
+#include "vantor/session_source.h"
 
 namespace vantor
 {

@@ -14,8 +14,8 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/progress.h"
-#include "recording/recording_error.h"
 #include "replay/replay_server.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

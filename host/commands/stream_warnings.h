@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "hub/frame_tally.h"
+#include "vantor/frame_tally.h"
 
 namespace vantor
 {

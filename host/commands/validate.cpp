@@ -12,8 +12,8 @@
 #include "commands/plan_report.h"
 #include "commands/printable.h"
 #include "commands/validation.h"
-#include "configuration/check/configuration_check.h"
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
+#include "vantor/configuration_check.h"
 
 namespace vantor
 {

@@ -6,8 +6,8 @@
 #include <ostream>
 
 #include "commands/printable.h"
-#include "configuration/check/configuration_check.h"
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
+#include "vantor/configuration_check.h"
 
 namespace vantor
 {

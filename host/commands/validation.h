@@ -12,7 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.h"
-#include "configuration/check/configuration_fault.h"
+#include "vantor/configuration_fault.h"
 
 namespace vantor
 {

@@ -1,13 +1,13 @@
 /** @file
  * Calibration files.
  */
-#include "configuration/calibration_file.h"
+#include "vantor/calibration_file.h"
 
 #include <set>
 #include <system_error>
 
-#include "configuration/check/configuration_check.h"
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
+#include "vantor/configuration_check.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Reads configuration documents and lists their items.
  */
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
 
 #include <algorithm>
 #include <array>

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -9,9 +9,9 @@
 #include <functional>
 #include <vector>
 
-#include "recording/frame_table.h"
 #include "recording/output_file.h"
-#include "recording/recording_reader.h"
+#include "vantor/frame_table.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

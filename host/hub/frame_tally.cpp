@@ -1,7 +1,7 @@
 /** @file
  * Counts what a person should know about the frames of a stream.
  */
-#include "hub/frame_tally.h"
+#include "vantor/frame_tally.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Passes frames from one source to many sinks.
  */
-#include "hub/hub.h"
+#include "vantor/hub.h"
 
 #include <algorithm>
 #include <memory>

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <utility>
 
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -10,11 +10,11 @@
 #include <optional>
 #include <vector>
 
-#include "hub/frame_source.h"
 #include "recording/capture_list.h"
-#include "recording/frame_table.h"
-#include "recording/recording_reader.h"
 #include "vantor/event_loop.h"
+#include "vantor/frame_source.h"
+#include "vantor/frame_table.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Records the frames of a hub on a separate thread.
  */
-#include "hub/recording_sink.h"
+#include "vantor/recording_sink.h"
 
 #include <utility>
 

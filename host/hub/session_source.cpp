@@ -1,7 +1,7 @@
 /** @file
  * A server's session as a source of frames.
  */
-#include "hub/session_source.h"
+#include "vantor/session_source.h"
 
 #include <algorithm>
 #include <cmath>

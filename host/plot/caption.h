@@ -8,7 +8,7 @@
 #include <string>
 
 #include "plot/item_analysis.h"
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

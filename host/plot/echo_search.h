@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -4,8 +4,8 @@
 #ifndef VANTOR_FRAME_ROWS_H
 #define VANTOR_FRAME_ROWS_H
 
-#include "recording/frame_table.h"
-#include "recording/recording_reader.h"
+#include "vantor/frame_table.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

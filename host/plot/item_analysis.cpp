@@ -10,7 +10,7 @@
 #include "plot/noise_meter.h"
 #include "plot/point_analysis.h"
 #include "plot/sensor_scale.h"
-#include "recording/item_statistics.h"
+#include "vantor/item_statistics.h"
 
 namespace vantor
 {

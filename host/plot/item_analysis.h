@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "plot/echo_search.h"
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

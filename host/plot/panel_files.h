@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "plot/item_analysis.h"
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

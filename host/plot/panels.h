@@ -9,7 +9,7 @@
 
 #include "plot/item_analysis.h"
 #include "plot/page.h"
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -18,7 +18,7 @@
 #include "plot/scratch_directory.h"
 #include "plot/sensor_scale.h"
 #include "recording/output_file.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string>
 
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "recording/capture.h"
+#include "vantor/capture.h"
 #include "vantor/loss_counter.h"
 
 namespace vantor

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "recording/frame_table.h"
+#include "vantor/frame_table.h"
 
 namespace vantor
 {

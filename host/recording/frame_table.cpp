@@ -1,7 +1,7 @@
 /** @file
  * Reads the frame table of an item.
  */
-#include "recording/frame_table.h"
+#include "vantor/frame_table.h"
 
 #include <array>
 #include <charconv>
@@ -12,7 +12,7 @@
 
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

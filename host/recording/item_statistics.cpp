@@ -1,7 +1,7 @@
 /** @file
  * Statistics of an item's samples over many frames.
  */
-#include "recording/item_statistics.h"
+#include "vantor/item_statistics.h"
 
 #include <algorithm>
 #include <cmath>

@@ -19,8 +19,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "recording/recording_error.h"
 #include "recording/sigmf.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

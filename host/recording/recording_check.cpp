@@ -11,8 +11,8 @@
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "recording/recorded_captures.h"
-#include "recording/recording_error.h"
 #include "recording/sha512.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -13,8 +13,8 @@
 
 #include "recording/capture_list.h"
 #include "recording/frame_figures.h"
-#include "recording/item_statistics.h"
 #include "recording/recording_documents.h"
+#include "vantor/item_statistics.h"
 
 namespace vantor
 {

@@ -6,11 +6,11 @@
 #include <system_error>
 #include <utility>
 
-#include "configuration/configuration.h"
 #include "recording/input_file.h"
-#include "recording/recording_error.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "vantor/configuration.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

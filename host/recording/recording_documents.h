@@ -10,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "recording/recorded_item.h"
-#include "recording/session_description.h"
+#include "vantor/recorded_item.h"
+#include "vantor/session_description.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Reads a recording.
  */
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 #include <algorithm>
 #include <limits>
@@ -10,7 +10,7 @@
 #include "recording/input_file.h"
 #include "recording/recorded_captures.h"
 #include "recording/recording_documents.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -1,13 +1,13 @@
 /** @file
  * Describes where a recording comes from.
  */
-#include "recording/recording_source.h"
+#include "vantor/recording_source.h"
 
 #include <string>
 #include <vector>
 
 #include "recording/input_file.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Writes a recording while its session is being received.
  */
-#include "recording/recording_writer.h"
+#include "vantor/recording_writer.h"
 
 #include <array>
 #include <chrono>
@@ -11,14 +11,14 @@
 #include <system_error>
 #include <utility>
 
-#include "configuration/configuration.h"
 #include "recording/capture_list.h"
 #include "recording/item_writer.h"
 #include "recording/output_file.h"
-#include "recording/recording_error.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "recording/output_file.h"
-#include "recording/recording_error.h"
 #include "recording/sha512.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

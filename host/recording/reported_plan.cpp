@@ -1,7 +1,7 @@
 /** @file
  * The figures of a session that a server has reported.
  */
-#include "recording/reported_plan.h"
+#include "vantor/reported_plan.h"
 
 #include <algorithm>
 

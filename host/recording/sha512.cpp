@@ -9,7 +9,7 @@
 #include <openssl/err.h>
 #include <openssl/evp.h>
 
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -5,8 +5,8 @@
 
 #include <cmath>
 
-#include "configuration/configuration.h"
 #include "configuration/sensor_knowledge.h"
+#include "vantor/configuration.h"
 #include "version.h"
 
 namespace vantor

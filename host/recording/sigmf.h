@@ -13,8 +13,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "recording/capture.h"
-#include "recording/session_description.h"
+#include "vantor/capture.h"
+#include "vantor/session_description.h"
 
 namespace vantor
 {

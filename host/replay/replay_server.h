@@ -12,9 +12,9 @@
 #include <nlohmann/json.hpp>
 
 #include "hub/playback_source.h"
-#include "recording/recording_reader.h"
 #include "vantor/event_loop.h"
 #include "vantor/link.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

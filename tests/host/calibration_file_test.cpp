@@ -1,13 +1,13 @@
 /** @file
  * Tests of calibration files.
  */
-#include "configuration/calibration_file.h"
+#include "vantor/calibration_file.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "configuration/configuration.h"
 #include "temporary_directory.h"
+#include "vantor/configuration.h"
 
 namespace vantor
 {

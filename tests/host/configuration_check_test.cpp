@@ -1,7 +1,7 @@
 /** @file
  * Tests of the faults that `vantor validate` finds, with their place and the nearest allowed value.
  */
-#include "configuration/check/configuration_check.h"
+#include "vantor/configuration_check.h"
 
 #include <functional>
 #include <set>
@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 
 #include "configuration/check/schema_check.h"
-#include "configuration/configuration.h"
 #include "configuration/sensor_knowledge.h"
 #include "fake_server.h"
+#include "vantor/configuration.h"
 
 namespace vantor
 {

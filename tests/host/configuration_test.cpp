@@ -1,7 +1,7 @@
 /** @file
  * Tests of configuration documents in files.
  */
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
 
 #include <fstream>
 #include <limits>

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "recording/session_description.h"
 #include "vantor/session.h"
+#include "vantor/session_description.h"
 
 namespace vantor::test
 {

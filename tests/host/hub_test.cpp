@@ -1,7 +1,7 @@
 /** @file
  * Tests of the hub with sources and sinks of the test, in virtual time.
  */
-#include "hub/hub.h"
+#include "vantor/hub.h"
 
 #include <deque>
 #include <utility>
@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 
 #include "example_recording.h"
-#include "hub/frame_tally.h"
 #include "manual_clock.h"
 #include "vantor/errors.h"
+#include "vantor/frame_tally.h"
 
 namespace vantor
 {

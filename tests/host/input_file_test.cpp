@@ -7,9 +7,9 @@
 #include <sys/stat.h>
 
 #include "example_recording.h"
-#include "recording/recording_error.h"
-#include "recording/recording_reader.h"
 #include "temporary_directory.h"
+#include "vantor/recording_error.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Tests of the statistics of an item, and of ticks that wrap around.
  */
-#include "recording/item_statistics.h"
+#include "vantor/item_statistics.h"
 
 #include <gmock/gmock.h>
 

@@ -11,8 +11,8 @@
 #include "disk_calls.h"
 #include "example_recording.h"
 #include "file_size_limit.h"
-#include "recording/recording_error.h"
 #include "temporary_directory.h"
+#include "vantor/recording_error.h"
 
 namespace vantor::test
 {

@@ -3,19 +3,19 @@
  *
  * The environment variable VANTOR_CAMPAIGN_SIZE sets the number of generated documents.
  */
-#include "configuration/configuration.h"
-#include "configuration/plan/plan.h"
+#include "vantor/configuration.h"
+#include "vantor/plan.h"
 
 #include <algorithm>
 #include <random>
 
 #include <gmock/gmock.h>
 
-#include "configuration/check/configuration_check.h"
 #include "configuration/sensor_knowledge.h"
-#include "recording/reported_plan.h"
 #include "simulated_server.h"
+#include "vantor/configuration_check.h"
 #include "vantor/errors.h"
+#include "vantor/reported_plan.h"
 
 namespace vantor
 {

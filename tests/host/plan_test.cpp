@@ -2,13 +2,13 @@
  * Tests of the figures that follow from a configuration document. plan_agreement_test.cpp compares them with
  * a server.
  */
-#include "configuration/plan/plan.h"
+#include "vantor/plan.h"
 
 #include <limits>
 
 #include <gmock/gmock.h>
 
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
 
 namespace vantor
 {

@@ -12,12 +12,12 @@
 #include <gmock/gmock.h>
 
 #include "example_recording.h"
-#include "hub/hub.h"
-#include "hub/recording_sink.h"
 #include "manual_clock.h"
-#include "recording/recording_error.h"
-#include "recording/recording_writer.h"
 #include "temporary_directory.h"
+#include "vantor/hub.h"
+#include "vantor/recording_error.h"
+#include "vantor/recording_sink.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor
 {

@@ -14,8 +14,8 @@
 #include "file_size_limit.h"
 #include "plot/panel_files.h"
 #include "plot/panels.h"
-#include "recording/recording_error.h"
 #include "temporary_directory.h"
+#include "vantor/recording_error.h"
 #include "written_recordings.h"
 
 namespace vantor

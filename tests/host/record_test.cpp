@@ -10,13 +10,13 @@
 #include <gmock/gmock.h>
 
 #include "commands/usage_error.h"
-#include "configuration/calibration_file.h"
-#include "configuration/configuration.h"
 #include "fake_server.h"
-#include "recording/recording_error.h"
 #include "scripted_server.h"
 #include "temporary_directory.h"
+#include "vantor/calibration_file.h"
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

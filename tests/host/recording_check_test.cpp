@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 
 #include "recording/output_file.h"
-#include "recording/recording_error.h"
 #include "recording_files.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "example_recording.h"
-#include "recording/recording_writer.h"
 #include "temporary_directory.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor::test
 {

@@ -1,7 +1,7 @@
 /** @file
  * Tests of reading complete and incomplete recordings, and of exporting them.
  */
-#include "recording/recording_reader.h"
+#include "vantor/recording_reader.h"
 
 #include <bit>
 #include <cstring>
@@ -11,11 +11,11 @@
 
 #include "example_recording.h"
 #include "export/exporter.h"
-#include "recording/frame_table.h"
 #include "recording/item_writer.h"
-#include "recording/recording_error.h"
-#include "recording/recording_writer.h"
 #include "temporary_directory.h"
+#include "vantor/frame_table.h"
+#include "vantor/recording_error.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor
 {

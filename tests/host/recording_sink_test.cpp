@@ -1,7 +1,7 @@
 /** @file
  * Tests of the sink that records on a separate thread.
  */
-#include "hub/recording_sink.h"
+#include "vantor/recording_sink.h"
 
 #include <csignal>
 
@@ -9,8 +9,8 @@
 
 #include "example_recording.h"
 #include "file_size_limit.h"
-#include "recording/recording_error.h"
 #include "temporary_directory.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

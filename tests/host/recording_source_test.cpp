@@ -1,7 +1,7 @@
 /** @file
  * Tests of describing where a recording comes from.
  */
-#include "recording/recording_source.h"
+#include "vantor/recording_source.h"
 
 #include <gmock/gmock.h>
 

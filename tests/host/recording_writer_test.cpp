@@ -1,7 +1,7 @@
 /** @file
  * Tests of the files of a recording: samples, tables and SigMF documents, also when writing fails.
  */
-#include "recording/recording_writer.h"
+#include "vantor/recording_writer.h"
 
 #include <regex>
 
@@ -11,10 +11,10 @@
 #include "fake_server.h"
 #include "file_size_limit.h"
 #include "libcrypto_without_algorithms.h"
-#include "recording/recording_error.h"
 #include "recording/sha512.h"
 #include "temporary_directory.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -8,9 +8,9 @@
 #include "disk_calls.h"
 #include "file_size_limit.h"
 #include "recording/output_file.h"
-#include "recording/recording_error.h"
-#include "recording/recording_reader.h"
 #include "recording_files.h"
+#include "vantor/recording_error.h"
+#include "vantor/recording_reader.h"
 
 namespace vantor
 {

@@ -14,12 +14,12 @@
 
 #include "client/tcp_listener.h"
 #include "example_recording.h"
-#include "recording/recording_writer.h"
 #include "scripted_line.h"
 #include "server_script.h"
 #include "temporary_directory.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor
 {

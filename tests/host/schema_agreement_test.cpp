@@ -9,9 +9,9 @@
 
 #include <gmock/gmock.h>
 
-#include "configuration/check/configuration_check.h"
-#include "configuration/configuration.h"
 #include "simulated_server.h"
+#include "vantor/configuration.h"
+#include "vantor/configuration_check.h"
 #include "vantor/errors.h"
 
 namespace vantor

@@ -1,7 +1,7 @@
 /** @file
  * Tests of a server's session as a source of frames, in virtual time.
  */
-#include "hub/session_source.h"
+#include "vantor/session_source.h"
 
 #include <gmock/gmock.h>
 

@@ -9,7 +9,7 @@
 #include <openssl/err.h>
 
 #include "libcrypto_without_algorithms.h"
-#include "recording/recording_error.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {

@@ -1,7 +1,7 @@
 /** @file
  * Tests of the configurations that are chosen for a wish.
  */
-#include "configuration/plan/wish.h"
+#include "vantor/wish.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +9,8 @@
 
 #include <gmock/gmock.h>
 
-#include "configuration/check/configuration_check.h"
-#include "configuration/plan/plan.h"
+#include "vantor/configuration_check.h"
+#include "vantor/plan.h"
 
 namespace vantor
 {

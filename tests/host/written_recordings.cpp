@@ -9,7 +9,7 @@
 
 #include "example_recording.h"
 #include "fake_server.h"
-#include "recording/recording_writer.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor::test
 {

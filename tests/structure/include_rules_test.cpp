@@ -53,11 +53,13 @@ const strings_t headers{
     "boards/one/board_numbers.h",
     "boards/one/pins.h",
     "host/include/vantor/errors.h",
+    "host/include/vantor/plan.h",
     "host/include/vantor/session.h",
+    "host/include/vantor/recording_error.h",
+    "host/include/vantor/frame_sink.h",
     "host/configuration/check/schema_check.h",
     "host/client/link_tcp.h",
     "host/recording/sigmf.h",
-    "host/hub/hub.h",
     "host/export/exporter.h",
     "host/plot/picture.h",
     "host/replay/replay_server.h",
@@ -71,8 +73,12 @@ const strings_t interfaces{headers.begin(), headers.begin() + 2};
 /** The headers of the application. */
 const strings_t of_application{headers.begin() + 2, headers.begin() + 7};
 
-/** The headers of the host, from the public ones to the recordings. */
-const strings_t up_to_recording{headers.begin() + 14, headers.begin() + 19};
+/** The public headers of the host, from the lowest layer to the highest. */
+const strings_t of_errors{headers[14]};
+const strings_t of_plan{headers[15]};
+const strings_t of_session{headers[16]};
+const strings_t of_recording{headers[17]};
+const strings_t of_hub{headers[18]};
 
 /** Joins lists of headers. */
 strings_t joined(const strings_t &first, const strings_t &second, const strings_t &third = {})
@@ -153,22 +159,42 @@ TEST(include_rules, let_the_interfaces_include_only_interfaces)
 
 TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
 {
-    const strings_t recordings{up_to_recording[0], up_to_recording[1], up_to_recording[2],
-                               up_to_recording[4]};
-    EXPECT_EQ(may_include("host/include/vantor/errors.h"), (strings_t{up_to_recording[0]}));
-    EXPECT_EQ(may_include("host/configuration/a.cpp"), (strings_t{up_to_recording[0], up_to_recording[2]}));
-    EXPECT_EQ(may_include("host/include/vantor/a.h"), (strings_t{up_to_recording[0], up_to_recording[1]}));
-    EXPECT_EQ(may_include("host/client/a.cpp"),
-              (strings_t{up_to_recording.begin(), up_to_recording.end() - 1}));
-    EXPECT_EQ(may_include("host/recording/a.cpp"), recordings);
-    EXPECT_EQ(may_include("host/hub/a.cpp"), joined(recordings, {"host/hub/hub.h"}));
-    EXPECT_EQ(may_include("host/export/a.cpp"), joined(recordings, {"host/export/exporter.h"}));
-    EXPECT_EQ(may_include("host/plot/a.cpp"), joined(recordings, {"host/plot/picture.h"}));
-    EXPECT_EQ(may_include("host/replay/a.cpp"), joined(up_to_recording, {"host/replay/replay_server.h"}));
+    const strings_t public_of_recording{headers.begin() + 14, headers.begin() + 18};
+    const strings_t to_recording =
+        joined(public_of_recording, {"host/configuration/check/schema_check.h", "host/recording/sigmf.h"});
+    EXPECT_EQ(may_include("host/configuration/a.cpp"),
+              joined(of_errors, of_plan, {"host/configuration/check/schema_check.h"}));
     EXPECT_EQ(
-        may_include("host/selftest/a.cpp"),
-        (strings_t{up_to_recording[0], up_to_recording[1], up_to_recording[3], "host/selftest/selftest.h"}));
+        may_include("host/client/a.cpp"),
+        joined(of_errors, of_plan,
+               joined(of_session, {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"})));
+    EXPECT_EQ(may_include("host/recording/a.cpp"), to_recording);
+    EXPECT_EQ(may_include("host/hub/a.cpp"),
+              joined(public_of_recording, of_hub,
+                     {"host/configuration/check/schema_check.h", "host/recording/sigmf.h"}));
+    EXPECT_EQ(may_include("host/export/a.cpp"), joined(to_recording, {"host/export/exporter.h"}));
+    EXPECT_EQ(may_include("host/plot/a.cpp"), joined(to_recording, {"host/plot/picture.h"}));
+    EXPECT_EQ(may_include("host/replay/a.cpp"),
+              joined(public_of_recording,
+                     {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"},
+                     {"host/recording/sigmf.h", "host/replay/replay_server.h"}));
+    EXPECT_EQ(may_include("host/selftest/a.cpp"),
+              joined(of_errors, of_session, {"host/client/link_tcp.h", "host/selftest/selftest.h"}));
     EXPECT_EQ(may_include("host/commands/a.cpp"), (strings_t{headers.begin() + 14, headers.end()}));
+}
+
+TEST(include_rules, let_a_public_header_of_the_host_include_only_public_ones_below_it)
+{
+    const auto header = [](const std::string &name) { return "host/include/vantor/" + name + ".h"; };
+    EXPECT_EQ(may_include(header("calibration")), strings_t{});
+    EXPECT_EQ(may_include(header("errors")), of_errors);
+    EXPECT_EQ(may_include(header("wish")), joined(of_errors, of_plan));
+    EXPECT_EQ(may_include(header("client")), joined(of_errors, of_session));
+    EXPECT_EQ(may_include(header("recording_writer")),
+              joined(of_errors, of_plan, joined(of_session, of_recording)));
+    EXPECT_EQ(may_include(header("session_source")),
+              joined(joined(of_errors, of_plan), joined(of_session, of_recording), of_hub));
+    EXPECT_EQ(broken_rules({{header("other"), {}}}), (strings_t{header("other") + " has no include rule"}));
 }
 
 TEST(include_rules, do_not_let_the_server_or_the_simulator_include_a_port)

@@ -1,7 +1,7 @@
 /** @file
  * Checks a configuration document without a server.
  */
-#include "configuration/check/configuration_check.h"
+#include "vantor/configuration_check.h"
 
 #include "configuration/check/configuration_rules.h"
 #include "configuration/check/schema_check.h"

@@ -13,7 +13,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration/check/configuration_fault.h"
+#include "vantor/configuration_fault.h"
 
 namespace vantor
 {

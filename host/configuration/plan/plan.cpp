@@ -1,7 +1,7 @@
 /** @file
  * The figures that follow from a configuration document.
  */
-#include "configuration/plan/plan.h"
+#include "vantor/plan.h"
 
 #include <algorithm>
 #include <cmath>

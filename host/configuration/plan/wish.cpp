@@ -1,13 +1,13 @@
 /** @file
  * From what a person wants to see to a configuration document.
  */
-#include "configuration/plan/wish.h"
+#include "vantor/wish.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "configuration/plan/plan.h"
 #include "configuration/sensor_knowledge.h"
+#include "vantor/plan.h"
 
 namespace vantor
 {

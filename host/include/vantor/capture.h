@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "recording/segment.h"
+#include "vantor/segment.h"
 
 namespace vantor
 {

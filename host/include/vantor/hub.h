@@ -9,9 +9,9 @@
 #include <functional>
 #include <vector>
 
-#include "hub/frame_sink.h"
-#include "hub/frame_source.h"
 #include "vantor/event_loop.h"
+#include "vantor/frame_sink.h"
+#include "vantor/frame_source.h"
 
 namespace vantor
 {

@@ -9,9 +9,9 @@
 #include <memory>
 #include <vector>
 
-#include "recording/segment.h"
-#include "recording/session_description.h"
+#include "vantor/segment.h"
 #include "vantor/session.h"
+#include "vantor/session_description.h"
 
 namespace vantor
 {

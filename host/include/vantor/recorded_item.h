@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "configuration/configuration.h"
+#include "vantor/configuration.h"
 #include "vantor/session.h"
 
 namespace vantor

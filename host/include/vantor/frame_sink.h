@@ -6,7 +6,7 @@
 
 #include <memory>
 
-#include "recording/segment.h"
+#include "vantor/segment.h"
 #include "vantor/session.h"
 
 namespace vantor

@@ -12,9 +12,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "hub/frame_source.h"
 #include "vantor/client.h"
 #include "vantor/event_loop.h"
+#include "vantor/frame_source.h"
 
 namespace vantor
 {

@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "hub/frame_sink.h"
-#include "recording/item_statistics.h"
-#include "recording/recording_writer.h"
 #include "vantor/event_loop.h"
+#include "vantor/frame_sink.h"
+#include "vantor/item_statistics.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor
 {

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "hub/frame_sink.h"
+#include "vantor/frame_sink.h"
 
 namespace vantor
 {

@@ -10,10 +10,10 @@
 #include <memory>
 #include <vector>
 
-#include "recording/capture.h"
-#include "recording/frame_table.h"
-#include "recording/recorded_item.h"
-#include "recording/session_description.h"
+#include "vantor/capture.h"
+#include "vantor/frame_table.h"
+#include "vantor/recorded_item.h"
+#include "vantor/session_description.h"
 
 namespace vantor
 {

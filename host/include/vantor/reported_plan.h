@@ -4,7 +4,7 @@
 #ifndef VANTOR_REPORTED_PLAN_H
 #define VANTOR_REPORTED_PLAN_H
 
-#include "configuration/plan/plan.h"
+#include "vantor/plan.h"
 #include "vantor/session.h"
 
 namespace vantor

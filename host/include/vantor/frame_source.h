@@ -7,7 +7,7 @@
 #include <chrono>
 #include <optional>
 
-#include "recording/segment.h"
+#include "vantor/segment.h"
 #include "vantor/session.h"
 
 namespace vantor
