@@ -92,6 +92,19 @@ bool has_room(const zet_sensor &sensor, const char *operation)
     return true;
 }
 
+/** Sets the times of the next frame; logs how many frames are left out if it is too late. */
+void place_frame(zet_sensor &sensor, measured_frame &frame)
+{
+    const uint64_t left_out = schedule_frame(sensor.program, sensor.grid, frame);
+    frame.number = sensor.frame_count++;
+    if (left_out > 0U)
+    {
+        library_log(ZET_LOG_LEVEL_VERBOSE, "sensor %lu: frame %lu is late, %lu frames are left out",
+                    static_cast<unsigned long>(sensor.id), static_cast<unsigned long>(frame.number),
+                    static_cast<unsigned long>(left_out));
+    }
+}
+
 /** Starts the time of the scene with the first frame. */
 void start_scene(zet_sensor &sensor, uint64_t time_us)
 {
@@ -174,8 +187,7 @@ bool zet_sensor_measure(zet_sensor_t *sensor)
         return false;
     }
     measured_frame &frame = found->frames[found->frames_waiting];
-    schedule_frame(found->program, found->grid, frame);
-    frame.number = found->frame_count++;
+    place_frame(*found, frame);
     start_scene(*found, frame.start_us);
     ++found->frames_waiting;
     board_schedule_interrupt(found->id, frame.done_us);

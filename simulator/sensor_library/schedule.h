@@ -41,8 +41,9 @@ constexpr uint32_t frame_slots = 2;
  *
  * @param grid   the sensor's frame timer; keeps running over prepares while the frame rate stays the same
  * @param frame  receives start, end, read deadline and whether it is late
+ * @return the number of times of the frame timer that pass without a frame, because this one is late
  */
-void schedule_frame(const measurement_program &program, frame_grid &grid, measured_frame &frame);
+uint64_t schedule_frame(const measurement_program &program, frame_grid &grid, measured_frame &frame);
 
 } // namespace zet_simulator
 

@@ -169,6 +169,33 @@ TEST(timing, the_frame_after_a_very_late_one_is_on_time_again)
     EXPECT_EQ(now_us() - first_us, 21U * 50000U);
 }
 
+/** The lines that the sensor library logs about two frames at 20 Hz, with this time between them. */
+std::string log_of_a_pause(uint64_t pause_us, bool double_buffering)
+{
+    const simulation simulation;
+    simulated_sensor sensor;
+    zet_config_frame_rate_set(sensor.config, 20.0F);
+    zet_config_double_buffering_set(sensor.config, double_buffering);
+    EXPECT_TRUE(sensor.prepare());
+    sensor.measure();
+    simulation::clear_log();
+    advance_us(pause_us);
+    sensor.measure();
+    return simulation::log();
+}
+
+TEST(timing, logs_how_many_frames_a_late_one_leaves_out)
+{
+    // The first frame ends 0.4 ms after it was due.
+    EXPECT_EQ(log_of_a_pause(49000, false), "");
+    EXPECT_EQ(log_of_a_pause(99000, false), "") << "late, but before the next one is due";
+    EXPECT_EQ(log_of_a_pause(101000, false), "k330: sensor 1: frame 1 is late, 1 frames are left out\n");
+    EXPECT_EQ(log_of_a_pause(1020000, false), "k330: sensor 1: frame 1 is late, 19 frames are left out\n");
+    EXPECT_EQ(log_of_a_pause(99000, true), "");
+    EXPECT_EQ(log_of_a_pause(101000, true), "k330: sensor 1: frame 1 is late, 1 frames are left out\n");
+    EXPECT_EQ(log_of_a_pause(1020000, true), "k330: sensor 1: frame 1 is late, 19 frames are left out\n");
+}
+
 TEST(timing, a_frame_without_a_frame_rate_is_never_delayed)
 {
     const simulation simulation;
