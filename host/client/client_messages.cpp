@@ -328,9 +328,9 @@ void client::complete(frame &received)
 {
     if (!received.items().empty())
     {
-        const auto tick = received.items().front().tick;
-        received.set_missing(losses_.add(tick, std::exchange(damaged_, false)));
-        received.set_seconds(stream_clock_.advance(tick), server_.ticks_per_second);
+        const auto &first = received.items().front();
+        received.set_missing(losses_.add(first.tick, std::exchange(damaged_, false), first.frame_delayed));
+        received.set_seconds(stream_clock_.advance(first.tick), server_.ticks_per_second);
     }
 }
 

@@ -24,13 +24,16 @@ constexpr double most_drift = 0.05;
 /** A frame that is less than this after the previous one, in periods, has the place counted for that one. */
 constexpr double same_place = 0.5;
 
+/** Number of frames measured in time after which a gap is certain. */
+constexpr int frames_to_certainty = 10;
+
 } // namespace
 
 loss_counter::loss_counter(double period) noexcept : period_(period)
 {
 }
 
-uint64_t loss_counter::add(uint32_t tick, bool damaged) noexcept
+uint64_t loss_counter::add(uint32_t tick, bool damaged, bool delayed) noexcept
 {
     const uint32_t elapsed = tick - last_tick_;
     last_tick_ = tick;
@@ -41,37 +44,57 @@ uint64_t loss_counter::add(uint32_t tick, bool damaged) noexcept
         return missing_;
     }
     late_ += elapsed;
-    const double steps = steps_to_now();
-    if (steps == 0.0)
+    if (has_place_of_last_frame())
     {
         --missing_;
-        late_ = 0.0;
-        may_be_late_ = false;
-        return missing_;
+        late_ -= moved_;
+        uncertain_ = 0;
     }
-    missing_ += static_cast<uint64_t>(steps) - 1;
-    may_be_late_ = steps > 1.0;
-    follow_grid(steps);
+    else
+    {
+        advance(delayed);
+    }
+    follow_grid(delayed);
     return missing_;
 }
 
-/** Periods from the place of the last frame to that of this one: 0 if the last one was counted too far. */
-double loss_counter::steps_to_now() const noexcept
+/** Whether this frame shows that one place too many was counted at the last gap. */
+bool loss_counter::has_place_of_last_frame() const noexcept
 {
-    const double periods = late_ / period_;
-    if (may_be_late_ && periods < same_place)
-    {
-        return 0.0;
-    }
-    return std::max(1.0, std::floor(periods + tolerance));
+    return uncertain_ > 0 && late_ - moved_ < same_place * period_;
 }
 
-/** Moves the grid to the place of this frame, a little later if this frame is late and earlier if it is
- * early. */
-void loss_counter::follow_grid(double steps) noexcept
+/** Moves from the place of the last frame to that of this one, and counts the places between them. */
+void loss_counter::advance(bool delayed) noexcept
 {
-    const double moved = std::min(steps * drift, most_drift);
-    late_ = std::max(0.0, late_ - (steps + moved) * period_);
+    // A delayed frame is never early.
+    const double steps = std::max(1.0, std::floor(late_ / period_ + (delayed ? 0.0 : tolerance)));
+    late_ -= steps * period_;
+    missing_ += static_cast<uint64_t>(steps) - 1;
+    if (steps > 1.0)
+    {
+        uncertain_ = frames_to_certainty;
+        moved_ = 0.0;
+    }
+    else if (!delayed && uncertain_ > 0)
+    {
+        --uncertain_;
+    }
+    if (!delayed)
+    {
+        late_ -= std::min(steps * drift, most_drift) * period_;
+    }
+}
+
+/** Makes the grid earlier if this frame is earlier than its place. A delayed frame does not show the grid,
+ * unless there is no gap that may be too large. */
+void loss_counter::follow_grid(bool delayed) noexcept
+{
+    if (late_ < 0.0 && (!delayed || uncertain_ == 0))
+    {
+        moved_ -= late_;
+        late_ = 0.0;
+    }
 }
 
 } // namespace vantor

@@ -47,7 +47,7 @@ gap_finder::gap_finder(std::vector<capture> known, double period)
 {
 }
 
-void gap_finder::add(uint32_t tick)
+void gap_finder::add(uint32_t tick, bool delayed)
 {
     const bool is_known = next_known_ < known_.size() && known_[next_known_].first_frame == frames_;
     if (is_known && known_[next_known_].begins)
@@ -56,7 +56,7 @@ void gap_finder::add(uint32_t tick)
         earlier_missing_ = found_.missing();
         counter_ = loss_counter(period_);
     }
-    found_.add(earlier_missing_ + counter_.add(tick, false));
+    found_.add(earlier_missing_ + counter_.add(tick, false, delayed));
     if (is_known)
     {
         found_.set_time(known_[next_known_].datetime);

@@ -67,8 +67,8 @@ public:
      */
     gap_finder(std::vector<capture> known, double period);
 
-    /** Adds a frame. */
-    void add(uint32_t tick);
+    /** Adds a frame, which may have been measured later than it was due. */
+    void add(uint32_t tick, bool delayed);
 
     /** The captures found. */
     [[nodiscard]] const capture_list &found() const noexcept

@@ -269,7 +269,7 @@ private:
             }
             if (&item == &items().front())
             {
-                gaps_.add(row->tick);
+                gaps_.add(row->tick, row->frame_delayed);
             }
             found.figures.add(*row);
             if (progress_)

@@ -80,7 +80,7 @@ TEST(gap_finder, finds_gaps_in_ticks_on_both_sides_of_a_break)
     gap_finder finder({capture{.datetime = "first"}, known}, 100.0);
     for (const uint32_t tick : {0U, 100U, 400U, 70U, 170U, 370U})
     {
-        finder.add(tick);
+        finder.add(tick, false);
     }
     EXPECT_THAT(places(finder.found()), ElementsAre(Pair(0, 0), Pair(2, 2), Pair(3, 2), Pair(5, 3)));
     const auto &captures = finder.found().captures();

@@ -15,20 +15,19 @@ namespace vantor
 namespace
 {
 
-/** The counts after each of these ticks. */
-std::vector<uint64_t> counts(double period, const std::vector<uint32_t> &ticks)
+using numbers = std::vector<uint64_t>;
+
+/** The counts after each of these ticks, of frames that are delayed or not. */
+numbers counts(double period, const std::vector<uint32_t> &ticks, const std::vector<bool> &delayed = {})
 {
     loss_counter counter(period);
-    std::vector<uint64_t> result;
-    result.reserve(ticks.size());
-    for (const auto tick : ticks)
+    numbers result;
+    for (size_t i = 0; i < ticks.size(); ++i)
     {
-        result.push_back(counter.add(tick, false));
+        result.push_back(counter.add(ticks[i], false, !delayed.empty() && delayed[i]));
     }
     return result;
 }
-
-using numbers = std::vector<uint64_t>;
 
 TEST(loss_counter, counts_nothing_on_a_regular_stream)
 {
@@ -52,6 +51,92 @@ TEST(loss_counter, corrects_itself_when_a_frame_was_late_by_nearly_a_period)
     EXPECT_EQ(counts(100, {0, 198, 203, 300}), (numbers{0, 1, 0, 0}));
 }
 
+TEST(loss_counter, corrects_itself_when_frames_catch_up_over_several_periods)
+{
+    // The third frame has place 6, the next ones 7, 8 and 9.
+    const std::vector<uint32_t> ticks = {0, 100, 695, 755, 815, 900, 1000};
+    EXPECT_EQ(counts(100, ticks), (numbers{0, 0, 5, 5, 4, 4, 4}));
+    EXPECT_EQ(counts(100, ticks, {false, false, true, true, true, false, false}),
+              (numbers{0, 0, 4, 4, 4, 4, 4}));
+}
+
+TEST(loss_counter, does_not_move_the_grid_for_delayed_frames)
+{
+    // Each frame takes 1.03 periods, so that every 34th one is left out.
+    loss_counter counter(1000);
+    for (uint32_t frame = 0; frame < 10000; ++frame)
+    {
+        EXPECT_EQ(counter.add(1030 * frame, false, frame > 0), frame * 30 / 1000) << frame;
+    }
+}
+
+/** A paced sensor as docs/simulator.md describes it, in periods. */
+struct paced_sensor
+{
+    double duration; /**< of a frame */
+    bool double_buffering;
+    double now = 0.0;
+    uint64_t next_place = 0;
+    uint64_t left_out = 0;
+
+    /** Measures a frame; returns whether it is delayed. */
+    bool measure()
+    {
+        const auto place = static_cast<double>(next_place++);
+        const bool delayed = now > place + (double_buffering ? 1.0 : 0.0);
+        const double start = delayed && !double_buffering ? now : place;
+        if (delayed)
+        {
+            left_out += static_cast<uint64_t>(now) + 1 - next_place;
+            next_place = static_cast<uint64_t>(now) + 1;
+        }
+        now = std::max(now, start + duration);
+        return delayed;
+    }
+};
+
+/** The number of streams of a sensor in which frames are counted that the sensor did not leave out, or the
+ * other way round. In each stream the host sometimes pauses. */
+int wrong_streams(double duration, double processing, bool double_buffering)
+{
+    constexpr double period = 31250;
+    constexpr int frames = 300;
+    std::mt19937 random(7);
+    std::exponential_distribution<double> wake_up(500.0);
+    std::uniform_real_distribution<double> pause(0.0, 250.0);
+    int wrong = 0;
+    for (int stream = 0; stream < 100; ++stream)
+    {
+        paced_sensor sensor{.duration = duration, .double_buffering = double_buffering};
+        loss_counter counter(period);
+        uint64_t missing = 0;
+        for (int frame = 0; frame < frames; ++frame)
+        {
+            const bool delayed = sensor.measure();
+            sensor.now += wake_up(random);
+            missing = counter.add(static_cast<uint32_t>(static_cast<uint64_t>(sensor.now * period)), false,
+                                  delayed);
+            const bool pauses = frame > 20 && frame < frames - 50 && random() % 50 == 0;
+            sensor.now += processing + (pauses ? pause(random) : 0.0);
+        }
+        EXPECT_GT(sensor.left_out, 0U);
+        wrong += missing == sensor.left_out ? 0 : 1;
+    }
+    return wrong;
+}
+
+TEST(loss_counter, counts_the_frames_that_a_paced_sensor_leaves_out)
+{
+    for (const double duration : {0.05, 0.3, 0.6})
+    {
+        for (const double processing : {0.02, 0.2, 0.35})
+        {
+            EXPECT_EQ(wrong_streams(duration, processing, false), 0) << duration << ", " << processing;
+            EXPECT_EQ(wrong_streams(duration, processing, true), 0) << duration << ", " << processing;
+        }
+    }
+}
+
 TEST(loss_counter, counts_a_frame_that_took_longer_than_a_period_once)
 {
     EXPECT_EQ(counts(100, {10, 230, 310, 410}), (numbers{0, 1, 1, 1}));
@@ -70,8 +155,8 @@ TEST(loss_counter, does_not_mistake_the_difference_of_clocks_for_frames)
         uint64_t missing = 0;
         for (int i = 0; i < 100000; ++i)
         {
-            missing =
-                counter.add(static_cast<uint32_t>(std::llround(i * 50000.0 * rate) % (1LL << 32)), false);
+            missing = counter.add(static_cast<uint32_t>(std::llround(i * 50000.0 * rate) % (1LL << 32)),
+                                  false, false);
         }
         EXPECT_EQ(missing, 0U) << rate;
     }
@@ -90,7 +175,7 @@ TEST(loss_counter, works_with_ticks_that_are_a_large_part_of_the_period)
             ++left_out;
             continue;
         }
-        missing = counter.add(static_cast<uint32_t>(std::floor(place * 9.7)), false);
+        missing = counter.add(static_cast<uint32_t>(std::floor(place * 9.7)), false, false);
     }
     EXPECT_NEAR(static_cast<double>(missing), static_cast<double>(left_out), 1.0);
 }
@@ -105,7 +190,8 @@ TEST(loss_counter, is_exact_for_random_gaps_and_delays)
     for (int frame = 0; frame < 100000; ++frame)
     {
         const auto tick = (static_cast<double>(place) + std::min(delay(random), 0.85)) * 20000.0;
-        EXPECT_EQ(counter.add(static_cast<uint32_t>(static_cast<uint64_t>(tick)), false), left_out) << frame;
+        EXPECT_EQ(counter.add(static_cast<uint32_t>(static_cast<uint64_t>(tick)), false, false), left_out)
+            << frame;
         const uint64_t gap = random() % 10 == 0 ? 1 + random() % 400 : 0;
         place += 1 + gap;
         left_out += gap;
@@ -115,13 +201,13 @@ TEST(loss_counter, is_exact_for_random_gaps_and_delays)
 TEST(loss_counter, counts_damaged_messages_only_if_ticks_do_not_show_them)
 {
     loss_counter without_period(0);
-    EXPECT_EQ(without_period.add(5, false), 0U);
-    EXPECT_EQ(without_period.add(5000, false), 0U);
-    EXPECT_EQ(without_period.add(9000, true), 1U);
+    EXPECT_EQ(without_period.add(5, false, false), 0U);
+    EXPECT_EQ(without_period.add(5000, false, false), 0U);
+    EXPECT_EQ(without_period.add(9000, true, false), 1U);
     loss_counter with_period(100);
-    EXPECT_EQ(with_period.add(0, true), 1U) << "before the first frame";
-    EXPECT_EQ(with_period.add(100, true), 1U) << "it was not a frame";
-    EXPECT_EQ(with_period.add(300, true), 2U);
+    EXPECT_EQ(with_period.add(0, true, false), 1U) << "before the first frame";
+    EXPECT_EQ(with_period.add(100, true, false), 1U) << "it was not a frame";
+    EXPECT_EQ(with_period.add(300, true, false), 2U);
 }
 
 } // namespace

@@ -14,8 +14,9 @@ namespace vantor
  *
  * Frames are due on a grid, one period apart, and are measured when they are due or later. The counter
  * follows the grid by the frames that are least late, so that neither late frames nor a clock that is off by
- * up to 0.02 % change the count. It cannot see gaps of 2^32 ticks or more, because ticks wrap around, nor
- * frames that are missing after the last one.
+ * up to 0.02 % change the count. A gap whose last frame was late by nearly a period can be counted one too
+ * large until the stream has caught up. It cannot see gaps of 2^32 ticks or more, because ticks wrap around,
+ * nor frames that are missing after the last one.
  */
 class loss_counter
 {
@@ -29,20 +30,23 @@ public:
      * @param tick     the tick of the frame
      * @param damaged  whether a message was damaged since the previous frame; it counts as a frame if the
      *                 period is unknown or no frame has arrived before
+     * @param delayed  whether the frame was measured later than it was due, frame_item::frame_delayed
      * @return the number of frames missing before this one since the start of the stream; one less than
-     *         before if this frame shows that the previous one was only late
+     *         before if this frame shows that the one after the last gap was only late
      */
-    uint64_t add(uint32_t tick, bool damaged) noexcept;
+    uint64_t add(uint32_t tick, bool damaged, bool delayed) noexcept;
 
 private:
-    [[nodiscard]] double steps_to_now() const noexcept;
-    void follow_grid(double steps) noexcept;
+    [[nodiscard]] bool has_place_of_last_frame() const noexcept;
+    void advance(bool delayed) noexcept;
+    void follow_grid(bool delayed) noexcept;
 
     double period_;
     bool started_ = false;
     uint32_t last_tick_ = 0;
-    double late_ = 0.0;        /**< ticks by which the last frame was later than its place on the grid */
-    bool may_be_late_ = false; /**< whether the last gap may be one frame too large */
+    double late_ = 0.0;  /**< ticks by which the last frame was later than its place on the grid */
+    double moved_ = 0.0; /**< ticks by which the grid has become earlier since the last gap */
+    int uncertain_ = 0;  /**< frames during which the last gap may still be one too large */
     uint64_t missing_ = 0;
 };
 
