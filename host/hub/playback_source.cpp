@@ -168,7 +168,7 @@ void playback_source::leave_out_break(const frame_row &next)
 /** Notes the segment of the next frame, and how many frames are missing before it. */
 void playback_source::note_place(const frame_row &row)
 {
-    gaps_->add(row.tick);
+    gaps_->add(row.tick, row.frame_delayed);
     if (at_capture())
     {
         const auto &begun = captures_[capture_++];

@@ -148,12 +148,6 @@ std::string item_name(const item_layout &layout)
     return "group-" + std::to_string(layout.group + 1) + "-item-" + std::to_string(layout.index + 1);
 }
 
-double nominal_tick_period(const session_description &session)
-{
-    const double rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
-    return rate > 0.0 ? session.server.ticks_per_second / rate : 0.0;
-}
-
 double measured_frame_rate(const item_state &state)
 {
     return state.frames < 2 || state.seconds <= 0.0 ? 0.0

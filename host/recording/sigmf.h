@@ -37,9 +37,6 @@ struct item_state
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);
 
-/** Ticks between two frames that are due; 0 if unknown. */
-double nominal_tick_period(const session_description &session);
-
 /** Frames per second from the first to the last frame, gaps included; 0 if not known yet. */
 double measured_frame_rate(const item_state &state);
 

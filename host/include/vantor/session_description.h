@@ -21,6 +21,9 @@ struct session_description
     nlohmann::ordered_json source; /**< where it was recorded from, see describe_source(); null if unknown */
 };
 
+/** Ticks between two frames that are due; 0 if unknown. */
+double nominal_tick_period(const session_description &session);
+
 } // namespace vantor
 
 #endif
