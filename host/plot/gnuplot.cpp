@@ -22,7 +22,9 @@ std::string gnuplot_quote(const std::string &text)
     std::string quoted = "'";
     for (const char c : text)
     {
-        quoted += c == '\'' ? std::string("''") : std::string(1, c);
+        // A line feed would end the string, and what follows would be a command.
+        const bool is_control = static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+        quoted += c == '\'' ? std::string("''") : std::string(1, is_control ? '?' : c);
     }
     return quoted + "'";
 }

@@ -12,6 +12,7 @@
 
 #include "example_recording.h"
 #include "file_size_limit.h"
+#include "plot/gnuplot.h"
 #include "plot/panel_files.h"
 #include "plot/panels.h"
 #include "temporary_directory.h"
@@ -337,6 +338,11 @@ TEST(picture, describes_the_distances_of_a_recording)
     const recording_reader recording(directory / "out");
     EXPECT_EQ(covered_distances(recording),
               "0.250 to 0.440 m, 0.150 to 0.195 m, 0.500 to 0.780 m, -0.103 to -0.030 m");
+}
+
+TEST(gnuplot, receives_no_command_in_a_text)
+{
+    EXPECT_EQ(gnuplot_quote("it's\n!touch file\n`date`\t\x1b[1m"), "'it''s?!touch file?`date`??[1m'");
 }
 
 } // namespace
