@@ -10,6 +10,7 @@
 
 #include "replay/configuration_difference.h"
 #include "vantor/client.h"
+#include "vantor/configuration.h"
 #include "version.h"
 
 namespace vantor
@@ -120,10 +121,14 @@ void replay_server::execute_line(const std::string &line)
         send(http_answer);
         return;
     }
-    const auto command = nlohmann::json::parse(line, nullptr, false);
-    if (command.is_discarded())
+    nlohmann::json command;
+    try
     {
-        refuse("bad_json", "Send commands as JSON, one object per line.");
+        command = parse_json_text(line, "The command");
+    }
+    catch (const configuration_error &failure)
+    {
+        refuse("bad_json", std::string(failure.what()) + " Send one JSON object per line.");
         return;
     }
     const auto name = command.is_object() ? command.value("command", nlohmann::json()) : nlohmann::json();

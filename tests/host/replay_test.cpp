@@ -349,6 +349,12 @@ TEST(replay, continues_after_invalid_input)
     const replay_thread server(1);
     const auto connection = open_link(server.where(), 60s);
     EXPECT_EQ(code_after(*connection, "nonsense\n"), "bad_json");
+    const std::string deep(300000, '[');
+    EXPECT_EQ(code_after(*connection, "{\"command\":\"configure\",\"configuration\":" + deep + "\n"),
+              "bad_json");
+    EXPECT_EQ(code_after(*connection, "{\"command\":\"configure\",\"configuration\":" + deep +
+                                          std::string(deep.size(), ']') + "}\n"),
+              "bad_json");
     EXPECT_EQ(code_after(*connection, "[]\n"), "bad_command");
     EXPECT_EQ(code_after(*connection, "{\"command\":1}\n"), "bad_command");
     EXPECT_EQ(code_after(*connection, "{\"command\":\"fly\"}\n"), "unknown_command");
