@@ -13,13 +13,22 @@ namespace
 /** How long frames may wait for the disk after they were written. */
 constexpr std::chrono::milliseconds sync_interval{500};
 
-/** The bytes that a frame occupies in the queue. */
+/** Bytes that a frame occupies beside its samples and items: itself, its place in the queue, and what the
+ * heap needs for each of its parts. */
+constexpr size_t frame_overhead = sizeof(frame) + 256;
+
+/** The bytes that a job's frame occupies; 0 if it has none. */
 size_t size_of(const std::shared_ptr<const frame> &queued)
 {
-    return queued ? queued->samples().size_bytes() : 0;
+    return queued ? queued_size(*queued) : 0;
 }
 
 } // namespace
+
+size_t queued_size(const frame &queued) noexcept
+{
+    return queued.samples().size_bytes() + queued.items().size_bytes() + frame_overhead;
+}
 
 recording_sink::recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
                                event_loop &loop)

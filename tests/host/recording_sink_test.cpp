@@ -19,8 +19,6 @@ namespace
 
 using test::read_file;
 
-constexpr size_t frame_size = 95 * 4; /**< bytes of samples in a frame of the example session */
-
 constexpr auto never = event_loop::time_point::max();
 
 /** A frame for a sink. */
@@ -70,7 +68,7 @@ TEST_F(recording_sink_test, loses_nothing_when_its_queue_is_full)
 
 TEST_F(recording_sink_test, is_not_ready_while_its_queue_is_full)
 {
-    recording_sink sink(writer, metadata, 10 * frame_size, loop);
+    recording_sink sink(writer, metadata, 10 * queued_size(*shared_frame(0)), loop);
     bool was_full = false;
     for (uint32_t number = 0; number < 100000 && !was_full; ++number)
     {
@@ -82,6 +80,14 @@ TEST_F(recording_sink_test, is_not_ready_while_its_queue_is_full)
     }
     EXPECT_TRUE(was_full);
     EXPECT_TRUE(loop.run_until([&] { return sink.ready(); }, never));
+}
+
+TEST_F(recording_sink_test, counts_all_the_memory_of_a_frame)
+{
+    const auto queued = shared_frame(0);
+    const size_t samples = queued->samples().size_bytes();
+    EXPECT_EQ(samples, 95U * 4U);
+    EXPECT_GE(queued_size(*queued), samples + sizeof(frame) + 3 * sizeof(frame_item));
 }
 
 TEST_F(recording_sink_test, reports_a_failure_at_the_next_frame_and_at_the_end)

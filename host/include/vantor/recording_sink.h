@@ -26,6 +26,9 @@ namespace vantor
 /** Size of the queue of a recording_sink unless another one is given, in bytes. */
 inline constexpr size_t default_queue_size = 64U << 20U;
 
+/** The bytes that a frame occupies in the queue of a recording_sink, with everything that belongs to it. */
+size_t queued_size(const frame &queued) noexcept;
+
 /**
  * Records frames: loses none, and does not make the hub wait for the disk while its queue has space. A thread
  * writes the frames, computes the statistics of each item, and has everything on the disk within a second.
@@ -36,7 +39,7 @@ public:
     /**
      * @param writer      the recording; used by the thread until close()
      * @param metadata    the metadata of the session
-     * @param queue_size  bytes of samples that can wait for the disk; one frame can always wait
+     * @param queue_size  bytes of frames that can wait for the disk; one frame can always wait
      * @param loop        the loop of the hub; must outlive the sink
      */
     recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
