@@ -27,11 +27,28 @@ double seconds_of(std::chrono::steady_clock::duration span)
     return std::chrono::duration<double>(span).count();
 }
 
+/** Whether two items measure at the same distances and in the same order. */
+bool is_same_layout(const item_layout &one, const item_layout &other)
+{
+    const auto is_same_place = [](const subsweep_layout &left, const subsweep_layout &right) {
+        return left.offset == right.offset && left.length == right.length;
+    };
+    return one.frame_length == other.frame_length && one.sweep_length == other.sweep_length &&
+           one.base_step_length_m == other.base_step_length_m &&
+           std::ranges::equal(one.subsweeps, other.subsweeps, is_same_place);
+}
+
 /** Whether an item of a frame asks for a new calibration. */
 bool asks_for_calibration(const frame &received)
 {
     return std::any_of(received.items().begin(), received.items().end(),
                        [](const frame_item &item) { return item.calibration_needed; });
+}
+
+/** The tick of the first item; 0 if there is none. */
+uint32_t tick_of(const frame &received)
+{
+    return received.items().empty() ? 0 : received.items().front().tick;
 }
 
 /** The temperatures at which the sensors of all items were calibrated. */
@@ -49,7 +66,8 @@ std::vector<int> calibration_temperatures(const session_metadata &metadata)
 
 session_source::session_source(client &server, nlohmann::json configuration, session_policy policy,
                                event_loop &loop)
-    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop)
+    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop),
+      sensor_(server.server().sensor), ticks_per_second_(server.server().ticks_per_second)
 {
     configure();
 }
@@ -71,6 +89,14 @@ try
     }
     if (calibration_due_)
     {
+        stop_for_calibration();
+    }
+    if (!measured_.empty())
+    {
+        return take_measured();
+    }
+    if (stopped_)
+    {
         calibrate_again();
     }
     return wait_for_frame(timeout);
@@ -86,10 +112,11 @@ catch (const timeout_error &)
 
 void session_source::end()
 {
-    if (!lost_)
+    if (lost_)
     {
-        server_.end();
+        throw connection_lost("The link was lost, and could not be connected again before the end.");
     }
+    server_.end();
 }
 
 void session_source::end_promptly()
@@ -126,10 +153,27 @@ std::nullopt_t session_source::note_lost_link()
     return std::nullopt;
 }
 
+/** Stops the stream; frames that have been measured are still received. */
+void session_source::stop_for_calibration()
+{
+    calibration_due_ = false;
+    server_.stop([this](frame &&received) { measured_.push_back(std::move(received)); });
+    stopped_ = true;
+}
+
+/** Returns the first frame that arrived while the stream was stopped. */
+frame session_source::take_measured()
+{
+    auto received = std::move(measured_.front());
+    measured_.pop_front();
+    note_frame(received);
+    return received;
+}
+
 /** Ends the session, and begins one with new calibrations. */
 void session_source::calibrate_again()
 {
-    calibration_due_ = false;
+    stopped_ = false;
     server_.end();
     configuration_.erase("calibration_info");
     begin_segment("calibrated again");
@@ -163,9 +207,10 @@ void session_source::begin_segment(const char *reason)
 {
     const auto before = metadata_;
     configure();
-    check_layout(*before);
+    check_session(*before);
     server_.start();
     resumed_ = reason;
+    lost_before_ = lost_;
     silence_ = {};
     damage_.reset();
     // Otherwise a sensor that still asks would be calibrated after every frame.
@@ -173,16 +218,17 @@ void session_source::begin_segment(const char *reason)
     earlier_missing_ = missing_;
 }
 
-/** Throws if the frames have another layout than before. */
-void session_source::check_layout(const session_metadata &before) const
+/** Throws if the frames have another meaning than before. */
+void session_source::check_session(const session_metadata &before) const
 {
-    const auto same = [](const item_layout &one, const item_layout &other) {
-        return one.frame_length == other.frame_length && one.sweep_length == other.sweep_length;
-    };
-    if (!std::ranges::equal(before.items, metadata_->items, same))
+    const auto &server = server_.server();
+    const bool same = std::ranges::equal(before.items, metadata_->items, is_same_layout) &&
+                      before.tick_period == metadata_->tick_period && sensor_ == server.sensor &&
+                      ticks_per_second_ == server.ticks_per_second;
+    if (!same)
     {
-        throw protocol_error("The server now measures frames of another length: it may be another server at "
-                             "the same address. Begin a new recording.");
+        throw protocol_error("The server now measures something else: it may be another server at the same "
+                             "address. Begin a new recording.");
     }
 }
 
@@ -250,6 +296,19 @@ bool session_source::frame_progressed()
     return !damage_ && missing_bytes_ != 0 && (before == 0 || missing_bytes_ < before);
 }
 
+/** Seconds between the last frame and the first one of a segment: by the clock of the server, unless that may
+ * have started again. */
+double session_source::gap_before(const frame &received, clock::time_point now) const
+{
+    const double arrival = seconds_of(now - last_frame_);
+    const double wrap = ticks_per_second_ > 0.0 ? 0x1p32 / ticks_per_second_ : 0.0;
+    if (lost_before_ || arrival >= wrap / 2.0)
+    {
+        return arrival;
+    }
+    return static_cast<uint32_t>(tick_of(received) - last_tick_) / ticks_per_second_;
+}
+
 /** Keeps account of a frame that has arrived. */
 void session_source::note_frame(frame &received)
 {
@@ -258,17 +317,18 @@ void session_source::note_frame(frame &received)
     {
         segment_ = {.number = segment_.number + 1,
                     .reason = *resumed_,
-                    .gap = seconds_of(now - last_frame_),
+                    .gap = gap_before(received, now),
                     .calibration_temperatures = calibration_temperatures(*metadata_)};
         resumed_.reset();
     }
     last_frame_ = now;
+    last_tick_ = tick_of(received);
     silence_ = {};
     damage_.reset();
     missing_ = earlier_missing_ + received.missing();
     received.set_missing(missing_);
     const bool asks = asks_for_calibration(received);
-    calibration_due_ = policy_.recalibrate && asks && !asked_;
+    calibration_due_ = policy_.recalibrate && asks && !asked_ && !stopped_;
     asked_ = asks;
 }
 

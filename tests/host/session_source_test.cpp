@@ -3,6 +3,8 @@
  */
 #include "vantor/session_source.h"
 
+#include <functional>
+
 #include <gmock/gmock.h>
 
 #include "fake_server.h"
@@ -115,7 +117,7 @@ TEST_F(session_source_test, does_not_calibrate_again_and_again_if_that_does_not_
     };
     receive_for(5s, {.recalibrate = true});
     EXPECT_EQ(count("configure"), 2);
-    EXPECT_EQ(ticks.size(), 3U);
+    EXPECT_EQ(ticks.size(), 4U);
 }
 
 TEST_F(session_source_test, connects_again_after_a_lost_link)
@@ -176,14 +178,82 @@ TEST_F(session_source_test, waits_for_a_busy_server)
     EXPECT_GT(refusals, 3);
 }
 
-TEST_F(session_source_test, refuses_another_layout_after_connecting_again)
+TEST_F(session_source_test, receives_what_was_measured_before_it_calibrates_again)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10, starts == 1);
+        if (starts > 1)
+        {
+            send_frame(host, 60);
+        }
+    };
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 11, true);
+        send_frame(host, 13);
+        send_frame(host, 14, true);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+    });
+    receive_for(3s, {.recalibrate = true});
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 260000, 280000, 200000, 1200000));
+    EXPECT_THAT(missing, testing::ElementsAre(0, 0, 1, 1, 1, 50));
+    EXPECT_EQ(segments[3].number, 0U);
+    EXPECT_EQ(segments[4].number, 1U);
+    EXPECT_EQ(count("configure"), 2);
+}
+
+TEST_F(session_source_test, takes_the_span_of_a_calibration_from_the_clock_of_the_server)
+{
+    on_start = [this](host_connection &host) { send_frame(host, starts == 1 ? 10 : 60, starts == 1); };
+    server.on("stop", [this](host_connection &host, const json &) {
+        server.pause(3s);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+    });
+    receive_for(6s, {.recalibrate = true});
+    ASSERT_EQ(segments.size(), 2U);
+    EXPECT_DOUBLE_EQ(segments[1].gap, 1.0);
+}
+
+TEST_F(session_source_test, does_not_end_as_if_nothing_had_happened_while_the_link_is_lost)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, 1);
+        server.on("identify", [](host_connection &later, const json &) { later.close(); });
+        host.close();
+    };
+    EXPECT_THAT([this] { receive_for(2s, {.reconnect = true}); },
+                testing::ThrowsMessage<connection_lost>(testing::HasSubstr("before the end")));
+    EXPECT_EQ(ticks.size(), 1U);
+}
+
+/** What a server says of itself and of a session after connecting again. */
+struct other_server
+{
+    const char *name;
+    std::function<void(json &identity, json &metadata)> change;
+};
+
+class another_server : public session_source_test, public testing::WithParamInterface<other_server>
+{
+};
+
+TEST_P(another_server, is_refused_after_connecting_again)
 {
     on_start = [](host_connection &host) { host.close(); };
-    server.on("configure", [this](host_connection &host, const json &) {
+    server.on("identify", [this](host_connection &host, const json &) {
+        auto identity = test::identity();
         auto metadata = example_session().metadata;
         if (starts > 0)
         {
-            metadata["metadata"][0][0]["frame_data_length"] = 80;
+            GetParam().change(identity, metadata);
+        }
+        host.send(identity, "");
+    });
+    server.on("configure", [this](host_connection &host, const json &) {
+        auto identity = test::identity();
+        auto metadata = example_session().metadata;
+        if (starts > 0)
+        {
+            GetParam().change(identity, metadata);
         }
         host.send(metadata, "");
     });
@@ -191,6 +261,22 @@ TEST_F(session_source_test, refuses_another_layout_after_connecting_again)
         [this] { receive_for(3s, {.reconnect = true}); },
         testing::ThrowsMessage<protocol_error>(testing::HasSubstr("another server at the same address")));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    changes, another_server,
+    testing::Values(
+        other_server{"length",
+                     [](json &, json &metadata) { metadata["metadata"][0][0]["frame_data_length"] = 80; }},
+        other_server{
+            "subsweep",
+            [](json &, json &metadata) { metadata["metadata"][0][0]["subsweep_data_length"][0] = 1; }},
+        other_server{
+            "base_step",
+            [](json &, json &metadata) { metadata["metadata"][0][0]["base_step_length_m"] = 0.005; }},
+        other_server{"period", [](json &, json &metadata) { metadata["tick_period"] = 40000; }},
+        other_server{"sensor", [](json &identity, json &) { identity["sensor"] = "k331"; }},
+        other_server{"clock", [](json &identity, json &) { identity["ticks_per_second"] = 32768; }}),
+    [](const auto &change) { return change.param.name; });
 
 } // namespace
 } // namespace vantor

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,6 +60,7 @@ public:
      */
     std::optional<frame> receive(std::chrono::milliseconds timeout) override;
 
+    /** Like frame_source::end. Throws connection_lost if the link is lost. */
     void end() override;
     void end_promptly() override;
 
@@ -79,6 +81,12 @@ public:
         return rate_;
     }
 
+    /** Whether the server has a clock; without one, missing frames are not known. */
+    [[nodiscard]] bool has_clock() const noexcept
+    {
+        return ticks_per_second_ > 0.0;
+    }
+
     /** Number of damaged messages. */
     [[nodiscard]] uint64_t damaged() const noexcept
     {
@@ -90,10 +98,13 @@ private:
 
     void configure();
     std::nullopt_t note_lost_link();
+    void stop_for_calibration();
+    frame take_measured();
     void calibrate_again();
     void connect_again(std::chrono::milliseconds wait);
     void begin_segment(const char *reason);
-    void check_layout(const session_metadata &before) const;
+    void check_session(const session_metadata &before) const;
+    [[nodiscard]] double gap_before(const frame &received, clock::time_point now) const;
     std::optional<frame> wait_for_frame(std::chrono::milliseconds timeout);
     std::optional<frame> poll(std::chrono::milliseconds timeout);
     bool frame_progressed();
@@ -105,6 +116,8 @@ private:
     nlohmann::json configuration_;
     session_policy policy_;
     event_loop &loop_;
+    std::string sensor_;      /**< of the server */
+    double ticks_per_second_; /**< of the server */
     std::shared_ptr<const session_metadata> metadata_;
     double rate_ = 0.0; /**< nominal; 0 if unknown */
     segment segment_;
@@ -112,6 +125,10 @@ private:
     bool lost_ = false;                  /**< the link is lost */
     bool asked_ = false;                 /**< the last frame asked for a calibration */
     bool calibration_due_ = false;
+    bool stopped_ = false;       /**< for a calibration */
+    std::deque<frame> measured_; /**< frames that arrived while the stream was stopped */
+    bool lost_before_ = false;   /**< the link was lost before the current segment */
+    uint32_t last_tick_ = 0;     /**< of the last frame */
     clock::time_point last_frame_;
     clock::duration silence_{};    /**< time spent waiting since a part of a frame arrived */
     size_t missing_bytes_ = 0;     /**< of the current frame, when last looked at */
