@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "commands/common_options.h"
+#include "commands/interrupt.h"
 #include "commands/plan_report.h"
 #include "commands/printable.h"
 #include "commands/usage_error.h"
@@ -171,15 +172,10 @@ void check_options(const plan_options &options)
     }
 }
 
-/** The figures of a document; those that a server reports, if it is connected. */
-session_plan find_figures(const nlohmann::json &document, const std::string &connect)
+/** Replaces figures by those that a server reports. */
+void ask_server(client &server, const nlohmann::json &document, session_plan &session)
+try
 {
-    auto session = plan(document);
-    if (connect.empty())
-    {
-        return session;
-    }
-    client server(parse_address(connect));
     const auto before = server.server().memory;
     apply_metadata(session, *server.configure(document));
     const auto after = server.identify().memory;
@@ -189,6 +185,24 @@ session_plan find_figures(const nlohmann::json &document, const std::string &con
         session.memory_assumed = false;
     }
     server.end();
+}
+catch (const cancelled &)
+{
+    server.end_promptly();
+    throw;
+}
+
+/** The figures of a document; those that a server reports, if it is connected. */
+session_plan find_figures(const nlohmann::json &document, const std::string &connect)
+{
+    auto session = plan(document);
+    if (!connect.empty())
+    {
+        const auto loop = std::make_shared<event_loop>();
+        const interrupt_watch watch(*loop);
+        client server(parse_address(connect), {}, loop);
+        ask_server(server, document, session);
+    }
     return session;
 }
 
