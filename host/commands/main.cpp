@@ -1,6 +1,7 @@
 /** @file
  * The program `vantor`.
  */
+#include <csignal>
 #include <iostream>
 
 #include <unistd.h>
@@ -9,6 +10,8 @@
 
 int main(int argc, char **argv)
 {
+    // A file that would become too large is an error of writing.
+    std::signal(SIGXFSZ, SIG_IGN);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const vantor::command_streams streams{
         .out = std::cout, .err = std::cerr, .terminal = isatty(STDERR_FILENO) != 0};
