@@ -8,6 +8,9 @@
 #include <ostream>
 #include <utility>
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include "commands/text_table.h"
 
 namespace vantor
@@ -19,6 +22,17 @@ constexpr std::chrono::milliseconds interval{200};
 
 /** Longest remaining time that is shown, in seconds: about thirty years. */
 constexpr double longest_wait = 1e9;
+
+using seconds = std::chrono::duration<double>;
+
+/** Width of the terminal; a usual one if it is unknown. A longer line would not be updated in place. */
+size_t terminal_width()
+{
+    constexpr size_t usual = 80;
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : usual;
+}
 
 } // namespace
 
@@ -35,23 +49,30 @@ progress_line::~progress_line()
     }
 }
 
-void progress_line::update(uint64_t frames, const std::string &notes)
+void progress_line::update(uint64_t frames, const std::function<std::string()> &notes)
 {
     const auto now = now_();
+    if (!first_ && frames > 0)
+    {
+        first_ = now;
+        first_frames_ = frames;
+    }
     if (!active_ || now < next_)
     {
         return;
     }
     next_ = now + interval;
-    const auto text =
-        progress_text(frames, std::chrono::duration<double>(now - start_).count(), goal_) + notes;
+    const double span = first_ ? seconds(now - *first_).count() : 0.0;
+    const double rate = span > 0.0 ? static_cast<double>(frames - first_frames_) / span : 0.0;
+    auto text =
+        progress_text(frames, rate, seconds(now - start_).count(), goal_) + (notes ? notes() : std::string());
+    text.resize(std::min(text.size(), terminal_width() - 1));
     out_ << "\r" << text << std::string(width_ > text.size() ? width_ - text.size() : 0, ' ') << std::flush;
     width_ = std::max(width_, text.size());
 }
 
-std::string progress_text(uint64_t frames, double seconds, const progress_goal &goal)
+std::string progress_text(uint64_t frames, double rate, double seconds, const progress_goal &goal)
 {
-    const double rate = seconds > 0.0 ? static_cast<double>(frames) / seconds : 0.0;
     std::string text = std::to_string(frames);
     double left = std::numeric_limits<double>::infinity();
     if (goal.frames > 0)

@@ -6,7 +6,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
+#include <optional>
 #include <string>
 
 #include "vantor/time_source.h"
@@ -44,9 +46,9 @@ public:
     /**
      * Sets the number of frames done; writes at most five times per second.
      *
-     * @param notes  added to the text
+     * @param notes  returns what is added to the text
      */
-    void update(uint64_t frames, const std::string &notes = {});
+    void update(uint64_t frames, const std::function<std::string()> &notes = {});
 
 private:
     std::ostream &out_;
@@ -55,17 +57,20 @@ private:
     time_source now_;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point next_;
-    size_t width_ = 0; /**< width of the line on the terminal */
+    std::optional<std::chrono::steady_clock::time_point> first_; /**< when the first frames were done */
+    uint64_t first_frames_ = 0;                                  /**< how many these were */
+    size_t width_ = 0;                                           /**< width of the line on the terminal */
 };
 
 /**
  * Returns the text of a progress line.
  *
  * @param frames   number of frames done
+ * @param rate     frames per second; 0 if unknown
  * @param seconds  time since the start
  * @param goal     when the work is done
  */
-std::string progress_text(uint64_t frames, double seconds, const progress_goal &goal);
+std::string progress_text(uint64_t frames, double rate, double seconds, const progress_goal &goal);
 
 } // namespace vantor
 

@@ -78,19 +78,21 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
 /**
  * Passes frames to the sinks; shows progress on a terminal.
  *
+ * @param rate  frames per second that are due; 0 if unknown
  * @return the failure, to be reported once the recording is finished; null if there was none
  */
-std::exception_ptr run_stream(hub &stream, const frame_tally &tally, const record_options &options,
-                              const command_streams &streams, const time_source &now)
+std::exception_ptr run_stream(hub &stream, const frame_tally &tally, double rate,
+                              const record_options &options, const command_streams &streams,
+                              const time_source &now)
 {
     const double seconds = options.seconds.value_or(0.0);
     progress_line line(streams.err, streams.terminal, {.frames = options.frames, .seconds = seconds}, now);
     try
     {
-        stream.run({.frames = options.frames,
-                    .seconds = seconds,
-                    .stop = interrupt_watch::interrupted,
-                    .progress = [&] { line.update(stream.frames(), short_warnings(tally)); }});
+        stream.run({.frames = options.frames, .seconds = seconds, .stop = [&] {
+                        line.update(stream.frames(), [&] { return short_warnings(tally, rate); });
+                        return interrupt_watch::interrupted();
+                    }});
         return nullptr;
     }
     catch (...)
@@ -172,7 +174,7 @@ exit_code record(const record_options &options, const command_streams &streams,
     recording_sink recorder(writer, source.metadata(), options.queue_megabytes << 20U, *loop);
     frame_tally tally;
     hub stream(source, {&tally, &recorder}, *loop);
-    auto failure = run_stream(stream, tally, options, streams, loop->clock());
+    auto failure = run_stream(stream, tally, source.nominal_rate(), options, streams, loop->clock());
     if (const auto late = recorder.close(); !failure)
     {
         failure = late;
@@ -205,7 +207,7 @@ command record_command()
                      .value = whole_number_value{.target = &options->frames, .most = most_frames},
                      .value_name = "NUMBER"},
                     {.name = "--seconds",
-                     .help = "Stop after this many seconds",
+                     .help = "Stop after this many seconds, by the clock of this computer",
                      .value = number_value{.target = &options->seconds, .above = 0.0},
                      .value_name = "NUMBER"},
                     connect_option(options->connect),

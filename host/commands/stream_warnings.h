@@ -28,6 +28,9 @@ struct stream_facts
     uint64_t missing = 0;
     uint64_t damaged = 0;      /**< messages */
     double nominal_rate = 0.0; /**< frames per second that were due; 0 if unknown */
+    double measured_rate =
+        0.0;              /**< frames per second that arrived, if the server has no clock; otherwise 0 */
+    double silence = 0.0; /**< seconds from the last frame to the end */
     std::vector<segment> breaks;
     std::vector<item_flags> items;
 };
@@ -35,8 +38,12 @@ struct stream_facts
 /** One line for each thing that a person should know; none if all is well. */
 std::vector<std::string> describe_warnings(const stream_facts &facts);
 
-/** The same in a few words for a progress line, such as ", 4 missing, 3 saturated". */
-std::string short_warnings(const frame_tally &tally);
+/**
+ * The same in a few words for a progress line, such as ", 4 missing, 3 saturated".
+ *
+ * @param nominal_rate  frames per second that are due; 0 if unknown
+ */
+std::string short_warnings(const frame_tally &tally, double nominal_rate);
 
 } // namespace vantor
 

@@ -40,18 +40,22 @@ try
         if (auto received = source_.receive(wait))
         {
             pass_on(std::move(*received));
-            if (limits.progress)
-            {
-                limits.progress();
-            }
         }
     }
+    silence_ = elapsed() - seconds_;
     source_.end();
 }
 catch (const cancelled &)
 {
+    silence_ = elapsed() - seconds_;
     interrupted_ = true;
     source_.end_promptly();
+}
+catch (...)
+{
+    silence_ = elapsed() - seconds_;
+    source_.end_promptly();
+    throw;
 }
 
 double hub::measured_rate() const noexcept

@@ -120,12 +120,12 @@ protected:
 
 TEST_F(hub_test, passes_each_frame_to_every_sink)
 {
-    int progress = 0;
-    tested.run({.frames = 3, .seconds = 0.0, .stop = {}, .progress = [&] { ++progress; }});
+    int asked = 0;
+    tested.run({.frames = 3, .seconds = 0.0, .stop = [&] { return ++asked > 100; }});
     EXPECT_THAT(first.ticks, ElementsAre(0, 20000, 40000));
     EXPECT_EQ(first.ticks, second.ticks);
     EXPECT_EQ(tested.frames(), 3U);
-    EXPECT_EQ(progress, 3);
+    EXPECT_EQ(asked, 3);
     EXPECT_TRUE(source.started);
     EXPECT_TRUE(source.ended);
     EXPECT_FALSE(tested.interrupted());
@@ -133,7 +133,7 @@ TEST_F(hub_test, passes_each_frame_to_every_sink)
 
 TEST_F(hub_test, measures_the_rate_from_the_first_to_the_last_frame)
 {
-    tested.run({.frames = 11, .seconds = 0.0, .stop = {}, .progress = {}});
+    tested.run({.frames = 11, .seconds = 0.0, .stop = {}});
     EXPECT_NEAR(tested.seconds(), 0.22, 1e-9);
     EXPECT_NEAR(tested.measured_rate(), 50.0, 1e-9);
 }
@@ -142,7 +142,7 @@ TEST_F(hub_test, ends_promptly_when_waiting_is_cancelled)
 {
     first.space = 2;
     loop.cancel();
-    tested.run({.frames = 0, .seconds = 0.0, .stop = {}, .progress = {}});
+    tested.run({.frames = 0, .seconds = 0.0, .stop = {}});
     EXPECT_TRUE(tested.interrupted());
     EXPECT_TRUE(source.ended_promptly);
     EXPECT_FALSE(source.ended);
@@ -153,14 +153,14 @@ TEST_F(hub_test, ends_promptly_when_waiting_is_cancelled)
 TEST_F(hub_test, announces_a_segment_before_its_first_frame)
 {
     source.break_before = 1;
-    tested.run({.frames = 3, .seconds = 0.0, .stop = {}, .progress = {}});
+    tested.run({.frames = 3, .seconds = 0.0, .stop = {}});
     EXPECT_THAT(first.ticks, ElementsAre(0, 1001, 20000, 40000));
 }
 
 TEST_F(hub_test, holds_the_source_back_while_a_sink_is_not_ready)
 {
     second.space = 2;
-    tested.run({.frames = 0, .seconds = 10.0, .stop = {}, .progress = {}});
+    tested.run({.frames = 0, .seconds = 10.0, .stop = {}});
     EXPECT_EQ(source.calls, 2);
     EXPECT_EQ(first.ticks.size(), 2U);
     EXPECT_EQ(clock.now(), 10s);
@@ -169,7 +169,7 @@ TEST_F(hub_test, holds_the_source_back_while_a_sink_is_not_ready)
 TEST_F(hub_test, can_be_stopped_while_it_holds_the_source_back)
 {
     second.space = 0;
-    tested.run({.frames = 0, .seconds = 0.0, .stop = [this] { return clock.now() >= 2s; }, .progress = {}});
+    tested.run({.frames = 0, .seconds = 0.0, .stop = [this] { return clock.now() >= 2s; }});
     EXPECT_TRUE(tested.interrupted());
     EXPECT_EQ(clock.now(), 2s);
 }
@@ -178,7 +178,7 @@ TEST_F(hub_test, goes_on_as_soon_as_a_sink_is_ready_again)
 {
     second.space = 1;
     loop.post([this] { second.space = 5; });
-    tested.run({.frames = 4, .seconds = 0.0, .stop = {}, .progress = {}});
+    tested.run({.frames = 4, .seconds = 0.0, .stop = {}});
     EXPECT_EQ(second.ticks.size(), 4U);
     EXPECT_EQ(clock.now(), 80ms);
 }
@@ -186,8 +186,17 @@ TEST_F(hub_test, goes_on_as_soon_as_a_sink_is_ready_again)
 TEST_F(hub_test, ends_with_the_failure_of_a_sink)
 {
     second.failure = true;
-    EXPECT_THROW(tested.run({.frames = 4, .seconds = 0.0, .stop = {}, .progress = {}}), error);
+    EXPECT_THROW(tested.run({.frames = 4, .seconds = 0.0, .stop = {}}), error);
     EXPECT_EQ(first.ticks.size(), 1U);
+    EXPECT_TRUE(source.ended_promptly);
+}
+
+TEST_F(hub_test, knows_for_how_long_no_frame_arrived_at_the_end)
+{
+    source.frames = 5;
+    tested.run({.frames = 0, .seconds = 2.0, .stop = {}});
+    EXPECT_DOUBLE_EQ(tested.seconds(), 0.1);
+    EXPECT_DOUBLE_EQ(tested.silence(), 1.9);
 }
 
 /** A frame with flags in its first item. */

@@ -84,7 +84,7 @@ protected:
         playback_source source(recording, options, loop);
         noting_sink sink(clock);
         hub tested(source, {&sink}, loop);
-        tested.run({.frames = frames, .seconds = 0.0, .stop = {}, .progress = {}});
+        tested.run({.frames = frames, .seconds = 0.0, .stop = {}});
         last_seconds = sink.last_seconds;
         return sink.notes;
     }

@@ -24,18 +24,19 @@ using namespace std::chrono_literals;
 
 TEST(progress, shows_rate_and_time_left)
 {
-    EXPECT_EQ(progress_text(50, 10.0, {.frames = 200, .seconds = 0.0}),
+    EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 200, .seconds = 0.0}),
               "50 of 200 frames, 5.0 frames/s, 30 s left");
-    EXPECT_EQ(progress_text(50, 10.0, {.frames = 0, .seconds = 12.0}), "50 frames, 5.0 frames/s, 2 s left");
-    EXPECT_EQ(progress_text(50, 10.0, {.frames = 200, .seconds = 12.0}),
+    EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 0, .seconds = 12.0}),
+              "50 frames, 5.0 frames/s, 2 s left");
+    EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 200, .seconds = 12.0}),
               "50 of 200 frames, 5.0 frames/s, 2 s left");
-    EXPECT_EQ(progress_text(50, 10.0, {}), "50 frames, 5.0 frames/s");
-    EXPECT_EQ(progress_text(0, 0.0, {.frames = 200, .seconds = 0.0}), "0 of 200 frames, 0.0 frames/s");
+    EXPECT_EQ(progress_text(50, 5.0, 10.0, {}), "50 frames, 5.0 frames/s");
+    EXPECT_EQ(progress_text(0, 0.0, 0.0, {.frames = 200, .seconds = 0.0}), "0 of 200 frames, 0.0 frames/s");
 }
 
 TEST(progress, hides_a_very_long_time_left)
 {
-    EXPECT_EQ(progress_text(10, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
+    EXPECT_EQ(progress_text(10, 5.0, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
 }
 
 /** A progress line in virtual time. */
@@ -58,26 +59,41 @@ protected:
 
 TEST_F(progress_line_test, is_written_five_times_a_second_at_most)
 {
-    EXPECT_EQ(written_at(0ns, 0), "");
+    EXPECT_EQ(written_at(0ns, 1), "");
     EXPECT_EQ(written_at(199999999ns, 10), "");
-    EXPECT_EQ(written_at(200ms, 10), "\r10 of 100 frames, 50.0 frames/s, 2 s left");
-    EXPECT_EQ(written_at(200ms, 11), "");
-    EXPECT_EQ(written_at(399999999ns, 12), "");
-    EXPECT_EQ(written_at(1s, 20), "\r20 of 100 frames, 20.0 frames/s, 4 s left");
-    EXPECT_EQ(written_at(1199999999ns, 21), "");
-    EXPECT_EQ(written_at(1200ms, 24), "\r24 of 100 frames, 20.0 frames/s, 4 s left");
+    EXPECT_EQ(written_at(200ms, 11), "\r11 of 100 frames, 50.0 frames/s, 2 s left");
+    EXPECT_EQ(written_at(200ms, 12), "");
+    EXPECT_EQ(written_at(399999999ns, 13), "");
+    EXPECT_EQ(written_at(1s, 21), "\r21 of 100 frames, 20.0 frames/s, 4 s left");
+    EXPECT_EQ(written_at(1199999999ns, 22), "");
+    EXPECT_EQ(written_at(1200ms, 25), "\r25 of 100 frames, 20.0 frames/s, 4 s left");
+}
+
+TEST_F(progress_line_test, shows_the_rate_from_the_first_frame_on)
+{
+    EXPECT_EQ(written_at(5s, 0), "\r0 of 100 frames, 0.0 frames/s");
+    EXPECT_EQ(written_at(6s, 1), "\r1 of 100 frames, 0.0 frames/s");
+    EXPECT_EQ(written_at(7s, 21), "\r21 of 100 frames, 20.0 frames/s, 4 s left");
 }
 
 TEST_F(progress_line_test, leaves_nothing_behind)
 {
-    const auto first = written_at(1s, 1);
-    EXPECT_EQ(first, "\r1 of 100 frames, 1.0 frames/s, 99 s left");
-    EXPECT_EQ(written_at(2s, 50), "\r50 of 100 frames, 25.0 frames/s, 2 s left");
-    EXPECT_EQ(written_at(3s, 99), "\r99 of 100 frames, 33.0 frames/s, 0 s left");
-    EXPECT_EQ(written_at(20s, 99), "\r99 of 100 frames, 5.0 frames/s, 0 s left ");
+    written_at(1s, 1);
+    EXPECT_EQ(written_at(2s, 51), "\r51 of 100 frames, 50.0 frames/s, 1 s left");
+    EXPECT_EQ(written_at(11s, 51), "\r51 of 100 frames, 5.0 frames/s, 10 s left");
+    EXPECT_EQ(written_at(20s, 96), "\r96 of 100 frames, 5.0 frames/s, 1 s left ");
     out.str("");
     line.reset();
     EXPECT_EQ(out.str(), "\r" + std::string(41, ' ') + "\r");
+}
+
+TEST_F(progress_line_test, is_not_longer_than_a_line_of_the_terminal)
+{
+    clock.advance(1s);
+    line->update(1, [] { return std::string(1000, 'x'); });
+    // The test has no terminal, or one of any width.
+    EXPECT_LT(out.str().size(), 1000U);
+    EXPECT_NE(out.str().find("frames/sxxx"), std::string::npos);
 }
 
 TEST_F(progress_line_test, is_not_removed_if_it_was_never_shown)

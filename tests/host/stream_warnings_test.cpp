@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include "example_recording.h"
+
 namespace vantor
 {
 namespace
@@ -20,7 +22,7 @@ TEST(stream_warnings, are_empty_if_all_is_well)
                                    .breaks = {},
                                    .items = {{.group = 1, .item = 1, .counts = {}}}}),
                 IsEmpty());
-    EXPECT_EQ(short_warnings({}), "");
+    EXPECT_EQ(short_warnings({}, 20.0), "");
 }
 
 TEST(stream_warnings, name_missing_frames_and_a_rate_that_is_not_reached)
@@ -31,8 +33,10 @@ TEST(stream_warnings, name_missing_frames_and_a_rate_that_is_not_reached)
     facts.damaged = 1;
     facts.nominal_rate = 200.0;
     EXPECT_THAT(describe_warnings(facts),
-                ElementsAre("missing: 25 frames that server or sensor left out, or the link lost",
-                            "rate not reached: 150.0 of 200.0 frames/s", "damaged: 1 message"));
+                ElementsAre("missing: 25 frames; the host, the link, the server or a sensor was too slow, or "
+                            "data were damaged",
+                            "rate not reached: 150.0 of 200.0 frames/s, by the clock of the server",
+                            "damaged: 1 message"));
 }
 
 TEST(stream_warnings, do_not_call_one_missing_frame_a_rate_that_is_not_reached)
@@ -41,8 +45,8 @@ TEST(stream_warnings, do_not_call_one_missing_frame_a_rate_that_is_not_reached)
     facts.frames = 1000;
     facts.missing = 1;
     facts.nominal_rate = 200.0;
-    EXPECT_THAT(describe_warnings(facts),
-                ElementsAre("missing: 1 frame that server or sensor left out, or the link lost"));
+    EXPECT_THAT(describe_warnings(facts), ElementsAre("missing: 1 frame; the host, the link, the server or a "
+                                                      "sensor was too slow, or data were damaged"));
 }
 
 TEST(stream_warnings, name_the_flags_of_each_item)
@@ -69,6 +73,72 @@ TEST(stream_warnings, leave_out_the_first_frame_of_each_session_which_is_never_v
     facts.breaks = {{.number = 1, .reason = "calibrated again", .gap = 2.04, .calibration_temperatures = {}}};
     facts.items = {{.group = 1, .item = 1, .counts = {.invalid = 2}}};
     EXPECT_THAT(describe_warnings(facts), ElementsAre("break of 2.0 s: calibrated again"));
+}
+
+TEST(stream_warnings, do_not_advise_to_calibrate_what_was_calibrated_again)
+{
+    stream_facts facts;
+    facts.frames = 100;
+    facts.breaks = {{.number = 1, .reason = "calibrated again", .gap = 2.0, .calibration_temperatures = {}}};
+    facts.items = {{.group = 1, .item = 1, .counts = {.calibration_needed = 2}}};
+    EXPECT_THAT(describe_warnings(facts),
+                ElementsAre("break of 2.0 s: calibrated again",
+                            "calibration needed: 2 of 100 frames of group 1, item 1; measured before the new "
+                            "calibration"));
+}
+
+TEST(stream_warnings, name_a_rate_that_is_not_reached_without_a_clock)
+{
+    stream_facts facts;
+    facts.frames = 100;
+    facts.nominal_rate = 20.0;
+    facts.measured_rate = 15.0;
+    EXPECT_THAT(describe_warnings(facts), ElementsAre(testing::StartsWith("rate not reached: 15.0 of 20.0")));
+}
+
+TEST(stream_warnings, name_a_silence_at_the_end)
+{
+    stream_facts facts;
+    EXPECT_THAT(describe_warnings(facts), ElementsAre("no frame was recorded"));
+    facts.frames = 30;
+    facts.silence = 5.1;
+    EXPECT_THAT(describe_warnings(facts), ElementsAre("no frame in the last 5.1 s"));
+    facts.nominal_rate = 0.5;
+    EXPECT_THAT(describe_warnings(facts), IsEmpty());
+}
+
+/** Adds frames of the example session, of which every second one is missing. */
+void add_frames(frame_tally &tally, uint32_t frames, const nlohmann::json &flags)
+{
+    for (uint32_t number = 0; number < frames; ++number)
+    {
+        auto received = test::example_frame(2 * number, flags);
+        received.set_missing(number);
+        tally.add(std::make_shared<const frame>(std::move(received)));
+    }
+}
+
+TEST(stream_warnings, are_short_while_frames_arrive)
+{
+    frame_tally tally;
+    add_frames(tally, 3,
+               {{"data_saturated", true},
+                {"frame_delayed", true},
+                {"data_valid", false},
+                {"calibration_needed", true}});
+    EXPECT_EQ(short_warnings(tally, 20.0),
+              ", rate not reached, 2 missing, 3 saturated, 3 invalid, 3 delayed, 3 need calibration");
+    EXPECT_EQ(short_warnings(tally, 0.0),
+              ", 2 missing, 3 saturated, 3 invalid, 3 delayed, 3 need calibration");
+    tally.begin({.number = 1, .reason = "connected again", .gap = 1.0, .calibration_temperatures = {}});
+    EXPECT_TRUE(short_warnings(tally, 0.0).ends_with(", 1 break"));
+}
+
+TEST(stream_warnings, leave_out_the_first_invalid_frame_while_frames_arrive)
+{
+    frame_tally tally;
+    add_frames(tally, 1, {{"data_valid", false}});
+    EXPECT_EQ(short_warnings(tally, 20.0), "");
 }
 
 } // namespace

@@ -19,10 +19,10 @@ namespace vantor
 /** When a stream ends. */
 struct stream_limits
 {
-    uint64_t frames = 0;            /**< 0 for no limit */
-    double seconds = 0.0;           /**< 0 for no limit */
-    std::function<bool()> stop;     /**< called at least ten times per second; true ends the stream */
-    std::function<void()> progress; /**< called after every frame, if set */
+    uint64_t frames = 0;  /**< 0 for no limit */
+    double seconds = 0.0; /**< 0 for no limit */
+    std::function<bool()>
+        stop; /**< called before every frame, and ten times per second; true ends the stream */
 };
 
 /** Passes each frame of a source to all sinks, in the order in which they were given. */
@@ -37,12 +37,13 @@ public:
     hub(frame_source &source, std::vector<frame_sink *> sinks, event_loop &loop);
 
     /**
-     * Passes frames on until a limit is reached or the source is exhausted. While a sink is not ready, no frame is received, so that the
-     * source is held back.
+     * Passes frames on until a limit is reached or the source is exhausted. While a sink is not ready, no
+     * frame is received, so that the source is held back.
      *
      * event_loop::cancel() ends it within about a second.
      *
-     * @throws the exceptions of source and sinks except cancelled; every sink has received all frames before
+     * @throws the exceptions of source and sinks except cancelled; every sink has received all frames before,
+     * and the source has ended
      */
     void run(const stream_limits &limits);
 
@@ -56,6 +57,12 @@ public:
     [[nodiscard]] double seconds() const noexcept
     {
         return seconds_;
+    }
+
+    /** Time from the last frame to the end of the stream, in seconds. */
+    [[nodiscard]] double silence() const noexcept
+    {
+        return silence_;
     }
 
     /**
@@ -85,6 +92,7 @@ private:
     uint64_t segment_ = 0;
     double seconds_ = 0.0;
     double first_seconds_ = 0.0; /**< seconds() at the first frame */
+    double silence_ = 0.0;
     bool interrupted_ = false;
 };
 
