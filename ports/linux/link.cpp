@@ -212,7 +212,7 @@ void link_t::send(const char *data, size_t size)
     std::optional<stall_t> stall;
     while (size > 0 && connected())
     {
-        const ssize_t count = ::write(out_, data, size);
+        const ssize_t count = ::write(out_, data, std::min(size, largest_write()));
         if (count > 0)
         {
             data += count;

@@ -196,6 +196,12 @@ protected:
     /** Drops the host and all data buffered for it. */
     void forget();
 
+    /** Returns how many bytes to write at once at most. */
+    virtual size_t largest_write() const
+    {
+        return SIZE_MAX;
+    }
+
 private:
     size_t receive(char *data, size_t size);
     void send(const char *data, size_t size);

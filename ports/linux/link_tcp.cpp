@@ -22,6 +22,12 @@ constexpr char wrong_protocol_message[] =
     "{\"status\":\"error\",\"code\":\"wrong_protocol\",\"message\":\"This looks like HTTP or TLS, which the "
     "server does not use: connect with vantor, or send one JSON command per line.\",\"payload_size\":0}\n";
 
+/**
+ * Most bytes in a segment, also on loopback. A host with a full buffer reports that it has taken bytes only
+ * when a segment fits again: with the 64 KiB of loopback, a slow one would seem to take none.
+ */
+constexpr int largest_segment = 1460;
+
 using address_list_t = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 /** Throws errno as an exception. */
@@ -79,6 +85,7 @@ public:
     {
         const int on = 1;
         if (setsockopt(listener(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
+            setsockopt(listener(), IPPROTO_TCP, TCP_MAXSEG, &largest_segment, sizeof(largest_segment)) != 0 ||
             bind(listener(), where.ai_addr, where.ai_addrlen) != 0 || listen(listener(), SOMAXCONN) != 0)
         {
             fail("cannot listen on " + host);

@@ -18,6 +18,9 @@
 namespace
 {
 
+/** Most bytes to write at once: the system reports only that the host has taken all of them. */
+constexpr size_t largest_piece = 4096;
+
 /** Converts a path into the address of a socket. */
 sockaddr_un address_of(const std::string &path)
 {
@@ -109,6 +112,11 @@ public:
     }
 
 private:
+    size_t largest_write() const override
+    {
+        return largest_piece;
+    }
+
     /** Creates the socket's file, which only the owner can use. */
     bool bind_for_owner() const
     {

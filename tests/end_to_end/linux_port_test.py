@@ -568,6 +568,28 @@ class StalledHosts(unittest.TestCase):
                 self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
                 self.check_drop(server, host)
 
+    def read_steadily(self, host, seconds):
+        """Reads 5 kB/s for some time. Begins again if the machine has interrupted that."""
+        begin = last = time.monotonic()
+        while last - begin < seconds:
+            host.stream.socket.recv(500)
+            time.sleep(0.1)
+            now = time.monotonic()
+            begin = now if now - last > 1 else begin
+            last = now
+
+    def test_a_host_that_reads_slowly_is_served(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        for link in (("--tcp", "0"), ("--unix", os.path.join(directory, "radar"))):
+            with self.subTest(link), Server(*link, "--clock", "virtual", "--stall-limit", "4") as server:
+                with server.connect() as host:
+                    host.ask("configure", configuration=example("two_sensors.json"))
+                    host.command("start")
+                    server.wait_until_stuck(host)
+                    self.read_steadily(host, 6)
+                with server.connect() as next_host:
+                    self.assertEqual(next_host.ask("stats")["hosts_dropped"], 0)
+
     def test_a_host_may_accept_nothing_for_any_time_if_there_is_no_limit(self):
         with Server("--tcp", "0", "--clock", "virtual", "--stall-limit", "0") as server, server.connect() as host:
             host.ask("configure", configuration=example("two_sensors.json"))
