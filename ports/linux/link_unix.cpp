@@ -2,6 +2,7 @@
  * Links over a socket in the file system.
  */
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 #include "link_socket.h"
@@ -35,6 +37,10 @@ sockaddr_un address_of(const std::string &path)
     return address;
 }
 
+/** How long to wait for another program that has locked the directory, and how often to try. */
+constexpr std::chrono::seconds lock_time{5};
+constexpr std::chrono::milliseconds lock_interval{10};
+
 /** Keeps other servers from creating a socket in a directory at the same time. */
 class directory_lock_t
 {
@@ -42,7 +48,17 @@ public:
     explicit directory_lock_t(const std::string &path)
         : directory_(::open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
     {
-        flock(directory_, LOCK_EX);
+        const auto deadline = std::chrono::steady_clock::now() + lock_time;
+        while (flock(directory_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        {
+            if (std::chrono::steady_clock::now() >= deadline)
+            {
+                close(directory_);
+                throw std::runtime_error("cannot listen on " + path +
+                                         ": another program has locked its directory");
+            }
+            std::this_thread::sleep_for(lock_interval);
+        }
     }
     directory_lock_t(const directory_lock_t &) = delete;
     directory_lock_t &operator=(const directory_lock_t &) = delete;

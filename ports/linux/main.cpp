@@ -41,10 +41,6 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
 int run(const options_t &options)
 {
     stderr_log_level = options.log_level;
-    catch_stop_signals();
-    const std::unique_ptr<link_t> link = make_link(options);
-    link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
-
     zet_simulator_scene_t scene = {};
     zet_simulator_options_t board = {};
     if (!options.scene_path.empty())
@@ -52,6 +48,10 @@ int run(const options_t &options)
         scene = read_scene_file(options.scene_path);
         board.scene = &scene;
     }
+    const std::unique_ptr<link_t> link = make_link(options);
+    link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
+    // Not before, so that signals end a lookup of a host name.
+    catch_stop_signals();
     const auto memory = std::make_unique_for_overwrite<std::byte[]>(options.memory_size);
     memory_lend(memory.get(), options.memory_size);
     board.sensor_count = options.sensor_count;

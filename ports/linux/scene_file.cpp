@@ -6,10 +6,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <fcntl.h>
 #include <stdexcept>
-#include <system_error>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "zet_simulator_scene_json.h"
 
@@ -19,25 +19,80 @@ namespace
 /** Largest scene that is read, far more than a scene can have. */
 constexpr size_t largest_scene = size_t{1} << 18;
 
-/** Reads a text from a file or a pipe. */
+[[noreturn]] void fail(const char *what, const std::string &path, const std::string &reason)
+{
+    throw std::runtime_error(std::string("cannot ") + what + " the scene \"" + path + "\": " + reason);
+}
+
+/** An open file. Opening it does not wait, also if it is a pipe. */
+class file_t
+{
+public:
+    explicit file_t(const std::string &path)
+        : descriptor_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
+    {
+    }
+    file_t(const file_t &) = delete;
+    file_t &operator=(const file_t &) = delete;
+    ~file_t()
+    {
+        close(descriptor_);
+    }
+
+    int descriptor() const
+    {
+        return descriptor_;
+    }
+
+private:
+    int descriptor_;
+};
+
+/** Throws if a file is not one that can be read to its end. */
+void check_kind(const file_t &file, const std::string &path)
+{
+    struct stat status = {};
+    if (fstat(file.descriptor(), &status) != 0)
+    {
+        fail("read", path, std::strerror(errno));
+    }
+    if (S_ISDIR(status.st_mode))
+    {
+        fail("read", path, "it is a directory; use a file");
+    }
+    if (!S_ISREG(status.st_mode))
+    {
+        fail("read", path, "it is not a regular file");
+    }
+}
+
+/** Reads the text of a scene. */
 std::string read_text(const std::string &path)
 {
-    std::error_code failure;
-    if (std::filesystem::is_directory(path, failure))
+    const file_t file(path);
+    if (file.descriptor() < 0)
     {
-        throw std::runtime_error("cannot read the scene \"" + path + "\": it is a directory; use a file");
+        fail("read", path, std::strerror(errno));
     }
-    std::ifstream file(path, std::ios::binary);
+    check_kind(file, path);
     std::string text(largest_scene + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<size_t>(file.gcount()));
-    if (text.empty() && !file.eof())
+    size_t size = 0;
+    for (ssize_t count = 1; count > 0 && size < text.size(); size += static_cast<size_t>(count))
     {
-        throw std::runtime_error("cannot read the scene \"" + path + "\": " + std::strerror(errno));
+        count = read(file.descriptor(), text.data() + size, text.size() - size);
+        if (count < 0)
+        {
+            fail("read", path, std::strerror(errno));
+        }
     }
+    text.resize(size);
     if (text.size() > largest_scene)
     {
-        throw std::runtime_error("cannot use the scene \"" + path + "\": it has more than 256 KiB");
+        fail("use", path, "it has more than 256 KiB");
+    }
+    if (text.find('\0') != std::string::npos)
+    {
+        fail("use", path, "it contains a null byte");
     }
     return text;
 }
@@ -51,7 +106,7 @@ zet_simulator_scene_t read_scene_file(const std::string &path)
     std::array<char, 256> fault = {};
     if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()))
     {
-        throw std::runtime_error("cannot use the scene \"" + path + "\": " + fault.data());
+        fail("use", path, fault.data());
     }
     return scene;
 }

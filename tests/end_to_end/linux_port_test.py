@@ -1,5 +1,6 @@
 """The program `vantor_server`: its command line, its links, its termination."""
 
+import fcntl
 import json
 import os
 import re
@@ -411,6 +412,17 @@ class LocalSocket(unittest.TestCase):
         result = run("--unix", "x" * 108)
         self.assertEqual(result.returncode, 1)
         self.assertIn("must be shorter than 108 bytes", result.stderr)
+
+    def test_a_program_that_locks_the_directory_does_not_stop_the_server_for_ever(self):
+        directory = os.open(os.path.dirname(self.path), os.O_RDONLY)
+        self.addCleanup(os.close, directory)
+        fcntl.flock(directory, fcntl.LOCK_EX)
+        result = run("--unix", self.path)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(f"cannot listen on {self.path}: another program has locked its directory\n", result.stderr)
+        with subprocess.Popen([SERVER, "--unix", self.path]) as waiting:
+            waiting.send_signal(signal.SIGINT)
+            waiting.wait(TIME_OUT)
 
 
 class SlowFrames:

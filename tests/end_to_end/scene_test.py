@@ -46,8 +46,16 @@ class Files(SceneTest):
         self.assertIn(f'cannot read the scene "{self.folder}": it is a directory; use a file\n', self.refusal(self.folder))
         missing = os.path.join(self.folder, "missing.json")
         self.assertIn(f'cannot read the scene "{missing}": No such file or directory\n', self.refusal(missing))
-        self.assertIn('cannot use the scene "/dev/zero": it has more than 256 KiB\n', self.refusal("/dev/zero"))
-        self.assertIn('cannot use the scene "/dev/null": ', self.refusal("/dev/null"))
+        pipe = os.path.join(self.folder, "pipe")
+        os.mkfifo(pipe)
+        for path in (pipe, "/dev/zero", "/dev/null"):
+            self.assertIn(f'cannot read the scene "{path}": it is not a regular file\n', self.refusal(path))
+        for content, fault in ((" " * (2**18 + 1), "it has more than 256 KiB\n"), ("{}\0{", "it contains a null byte\n"),
+                               ("", "")):
+            path = os.path.join(self.folder, "scene.json")
+            with open(path, "w", encoding="ascii") as file:
+                file.write(content)
+            self.assertIn(f'cannot use the scene "{path}": {fault}', self.refusal(path))
 
 
 class Faults(SceneTest):
