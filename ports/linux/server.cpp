@@ -83,8 +83,11 @@ void recover_memory()
     {
         failures = memory.failures;
         const size_t lost = memory_recover();
-        zet_integration_log(ZET_LOG_LEVEL_INFO, "memory", "Recovered %lu bytes after memory ran out",
-                            static_cast<unsigned long>(lost));
+        if (lost > 0)
+        {
+            zet_integration_log(ZET_LOG_LEVEL_INFO, "memory", "Recovered %lu bytes after memory ran out",
+                                static_cast<unsigned long>(lost));
+        }
     }
 }
 
