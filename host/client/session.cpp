@@ -46,7 +46,7 @@ std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, si
     return subsweeps;
 }
 
-/** Decodes the layout of one item. */
+/** Decodes the layout of one item, without its distances. */
 item_layout decode_layout(const nlohmann::json &document, size_t group, size_t index)
 {
     item_layout layout;
@@ -59,8 +59,8 @@ item_layout decode_layout(const nlohmann::json &document, size_t group, size_t i
     layout.high_speed_mode = boolean_member(document, "high_speed_mode");
     layout.base_step_length_m = number_member(document, "base_step_length_m");
     layout.subsweeps = decode_subsweeps(document, layout.sweep_length);
-    layout.distances_m.assign(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
-    if (layout.sweeps() * layout.sweep_length != layout.frame_length)
+    if (layout.sweeps() * layout.sweep_length != layout.frame_length ||
+        layout.sweep_length > layout.frame_length)
     {
         throw protocol_error("The session metadata announces frames of " +
                              std::to_string(layout.frame_length) + " samples, not a multiple of the " +
@@ -271,6 +271,19 @@ void set_item_distances(item_layout &layout, const item_configuration &item)
     }
 }
 
+/** Throws if no message can contain the frames that the metadata announce. This also limits their memory. */
+void check_frame_length(const session_metadata &metadata)
+{
+    constexpr size_t largest = message_limits().payload;
+    const auto size = metadata.frame_length() * sizeof(sample);
+    if (size > largest)
+    {
+        throw protocol_error("The session metadata announce frames of " + std::to_string(size) +
+                             " bytes, more than the " + std::to_string(largest) +
+                             " bytes that a message can have.");
+    }
+}
+
 } // namespace
 
 session_metadata decode_metadata(const nlohmann::json &document)
@@ -290,6 +303,11 @@ session_metadata decode_metadata(const nlohmann::json &document)
             metadata.items.push_back(decode_layout(group[index], group_index, index));
         }
         ++group_index;
+    }
+    check_frame_length(metadata);
+    for (auto &layout : metadata.items)
+    {
+        layout.distances_m.assign(layout.sweep_length, std::numeric_limits<double>::quiet_NaN());
     }
     metadata.document = document;
     return metadata;

@@ -291,6 +291,20 @@ TEST(client, refuses_a_frame_of_another_length)
     }
 }
 
+TEST(client, refuses_metadata_of_another_number_of_items)
+{
+    fake_server server;
+    server.on("configure", [](host_connection &host, const json &) {
+        auto metadata = example_session().metadata;
+        metadata["metadata"][0].push_back(metadata["metadata"][0][0]);
+        host.send(metadata, "");
+    });
+    auto host = connect(server);
+    EXPECT_THAT([&] { host.configure(example_session().configuration); },
+                ThrowsMessage<protocol_error>(
+                    HasSubstr("The session metadata describe 4 items, but the configuration has 3")));
+}
+
 TEST(client, refuses_unexpected_messages)
 {
     fake_server server;

@@ -104,6 +104,27 @@ TEST(session, refuses_metadata_that_contradicts_itself)
     }
 }
 
+TEST(session, refuses_metadata_of_frames_that_no_message_can_contain)
+{
+    auto document = example_session().metadata;
+    auto item = document["metadata"][0][0];
+    item["frame_data_length"] = 65535;
+    item["sweep_data_length"] = 65535;
+    const size_t most = message_limits().payload / sizeof(sample) / 65535;
+    document["metadata"] = json::array({json(most, item)});
+    EXPECT_EQ(decode_metadata(document).items.size(), most);
+    document["metadata"][0].push_back(item);
+    EXPECT_THAT([&] { decode_metadata(document); },
+                ThrowsMessage<protocol_error>(HasSubstr("more than the 67108864 bytes")));
+}
+
+TEST(session, refuses_a_sweep_that_is_longer_than_its_frame)
+{
+    auto document = example_session().metadata;
+    document["metadata"][0][0]["frame_data_length"] = 0;
+    EXPECT_THAT([&] { decode_metadata(document); }, ThrowsMessage<protocol_error>(HasSubstr("multiple")));
+}
+
 TEST(session, splits_a_frame_into_items_and_sub_sweeps)
 {
     const auto received = decode_frame(frame_message(2), example_metadata());
