@@ -132,7 +132,8 @@ void client::start()
     request({{"command", "start"}});
     losses_ = loss_counter(frame_rate_ > 0.0 ? server_.ticks_per_second / frame_rate_ : 0.0);
     stream_clock_ = tick_clock(server_.ticks_per_second);
-    damaged_ = false;
+    damaged_ = 0;
+    streaming_ = true;
 }
 
 std::optional<frame> client::receive_frame(std::chrono::milliseconds timeout)
@@ -147,7 +148,7 @@ try
 }
 catch (const bad_message &)
 {
-    damaged_ = true;
+    ++damaged_;
     throw;
 }
 
@@ -165,8 +166,8 @@ std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
 
 void client::stop(const frame_handler &handler)
 {
-    send_command({{"command", "stop"}});
-    await_answer("stop", handler);
+    request({{"command", "stop"}}, handler);
+    streaming_ = false;
 }
 
 frame client::single_frame()

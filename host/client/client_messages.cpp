@@ -125,6 +125,8 @@ void client::send_end(std::chrono::milliseconds timeout)
 /** Ends the session, and waits for the answer. */
 void client::end(waiting_limit limit)
 {
+    awaited_ = nullptr;
+    streaming_ = false;
     send_end(time_left(limit.deadline, loop_->clock()));
     do
     {
@@ -293,11 +295,26 @@ bool client::deliver_log(const nlohmann::json &header)
     return true;
 }
 
-/** Sends a command and waits for its answer. */
-nlohmann::json client::request(const nlohmann::json &command)
+/**
+ * Sends a command and waits for its answer; earlier frames are passed to the handler, or dropped. During a
+ * stream, a damaged message is hardly the answer: if the call is repeated, it goes on waiting.
+ */
+nlohmann::json client::request(const nlohmann::json &command, const frame_handler &handler)
 {
-    send_command(command);
-    return await_answer(command["command"], {});
+    if (std::exchange(awaited_, nullptr) != command)
+    {
+        send_command(command);
+    }
+    try
+    {
+        return await_answer(command["command"], handler);
+    }
+    catch (const bad_message &)
+    {
+        ++damaged_;
+        awaited_ = streaming_ ? command : nlohmann::json();
+        throw;
+    }
 }
 
 /** Waits for the answer to a command; earlier frames are passed to the handler, or dropped. */
@@ -329,7 +346,7 @@ void client::complete(frame &received)
     if (!received.items().empty())
     {
         const auto &first = received.items().front();
-        received.set_missing(losses_.add(first.tick, std::exchange(damaged_, false), first.frame_delayed));
+        received.set_missing(losses_.add(first.tick, std::exchange(damaged_, 0), first.frame_delayed));
         received.set_seconds(stream_clock_.advance(first.tick), server_.ticks_per_second);
     }
 }

@@ -24,23 +24,26 @@ constexpr double most_drift = 0.05;
 /** A frame that is less than this after the previous one, in periods, has the place counted for that one. */
 constexpr double same_place = 0.5;
 
+/** Half of the ticks after which they wrap around: with a longer period, one missing frame cannot be seen. */
+constexpr double longest_period = 2147483648.0;
+
 /** Number of frames measured in time after which a gap is certain. */
 constexpr int frames_to_certainty = 10;
 
 } // namespace
 
-loss_counter::loss_counter(double period) noexcept : period_(period)
+loss_counter::loss_counter(double period) noexcept : period_(period < longest_period ? period : 0.0)
 {
 }
 
-uint64_t loss_counter::add(uint32_t tick, bool damaged, bool delayed) noexcept
+uint64_t loss_counter::add(uint32_t tick, uint64_t damaged, bool delayed) noexcept
 {
     const uint32_t elapsed = tick - last_tick_;
     last_tick_ = tick;
     if (!started_ || !(period_ > 0.0))
     {
         started_ = true;
-        missing_ += damaged ? 1 : 0;
+        missing_ += damaged;
         return missing_;
     }
     late_ += elapsed;

@@ -56,7 +56,7 @@ void gap_finder::add(uint32_t tick, bool delayed)
         earlier_missing_ = found_.missing();
         counter_ = loss_counter(period_);
     }
-    found_.add(earlier_missing_ + counter_.add(tick, false, delayed));
+    found_.add(earlier_missing_ + counter_.add(tick, 0, delayed));
     if (is_known)
     {
         found_.set_time(known_[next_known_].datetime);

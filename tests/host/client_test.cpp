@@ -263,6 +263,76 @@ TEST(client, loses_one_frame_to_a_damaged_digit_of_its_payload_size)
     }
 }
 
+/** Sends frames with a wrong "payload_size". */
+void send_damaged_frames(host_connection &host, uint32_t count)
+{
+    for (uint32_t number = 0; number < count; ++number)
+    {
+        auto header = example_session().frame_header(number);
+        header["payload_size"] = 376;
+        host.send(header.dump() + "\n" + example_session().frame_payload(number));
+    }
+}
+
+/** A reaction to "configure": a session whose frames are measured as fast as possible. */
+void configure_without_pace(host_connection &host, const json & /*command*/)
+{
+    auto metadata = example_session().metadata;
+    metadata["tick_period"] = 0;
+    host.send(metadata, "");
+}
+
+/** The example configuration without a rate. */
+json configuration_without_pace()
+{
+    auto configuration = example_session().configuration;
+    configuration.erase("update_rate");
+    configuration.erase("max_update_rate");
+    return configuration;
+}
+
+TEST(client, counts_every_damaged_message_if_no_rate_is_known)
+{
+    fake_server server;
+    server.on("configure", configure_without_pace);
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        send_damaged_frames(host, 3);
+        host.send(example_session().frame_header(4), example_session().frame_payload(4));
+    });
+    auto host = connect(server);
+    host.configure(configuration_without_pace());
+    host.start();
+    EXPECT_EQ(host.receive_frame(60s)->missing(), 0U);
+    for (int i = 0; i < 3; ++i)
+    {
+        EXPECT_THROW(host.receive_frame(60s), bad_message);
+    }
+    EXPECT_EQ(host.receive_frame(60s)->missing(), 3U);
+}
+
+TEST(client, sends_stop_once_although_messages_before_its_answer_are_damaged)
+{
+    fake_server server;
+    server.on("configure", configure_without_pace);
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(1)(host, command);
+        send_damaged_frames(host, 2);
+        host.send(example_session().frame_header(3), example_session().frame_payload(3));
+    });
+    auto host = connect(server);
+    host.configure(configuration_without_pace());
+    host.start();
+    std::vector<uint64_t> missing;
+    const auto stop = [&] { host.stop([&](frame &&received) { missing.push_back(received.missing()); }); };
+    EXPECT_THROW(stop(), bad_message);
+    EXPECT_THROW(stop(), bad_message);
+    stop();
+    EXPECT_THAT(missing, ElementsAre(0, 2));
+    EXPECT_THAT(server.lines(), testing::Contains(R"({"command":"stop"})").Times(1));
+    host.ping();
+}
+
 TEST(client, refuses_a_frame_of_another_length)
 {
     fake_server server;

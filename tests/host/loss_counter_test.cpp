@@ -114,8 +114,8 @@ int wrong_streams(double duration, double processing, bool double_buffering)
         {
             const bool delayed = sensor.measure();
             sensor.now += wake_up(random);
-            missing = counter.add(static_cast<uint32_t>(static_cast<uint64_t>(sensor.now * period)), false,
-                                  delayed);
+            missing =
+                counter.add(static_cast<uint32_t>(static_cast<uint64_t>(sensor.now * period)), 0, delayed);
             const bool pauses = frame > 20 && frame < frames - 50 && random() % 50 == 0;
             sensor.now += processing + (pauses ? pause(random) : 0.0);
         }
@@ -175,7 +175,7 @@ TEST(loss_counter, works_with_ticks_that_are_a_large_part_of_the_period)
             ++left_out;
             continue;
         }
-        missing = counter.add(static_cast<uint32_t>(std::floor(place * 9.7)), false, false);
+        missing = counter.add(static_cast<uint32_t>(std::floor(place * 9.7)), 0, false);
     }
     EXPECT_NEAR(static_cast<double>(missing), static_cast<double>(left_out), 1.0);
 }
@@ -190,7 +190,7 @@ TEST(loss_counter, is_exact_for_random_gaps_and_delays)
     for (int frame = 0; frame < 100000; ++frame)
     {
         const auto tick = (static_cast<double>(place) + std::min(delay(random), 0.85)) * 20000.0;
-        EXPECT_EQ(counter.add(static_cast<uint32_t>(static_cast<uint64_t>(tick)), false, false), left_out)
+        EXPECT_EQ(counter.add(static_cast<uint32_t>(static_cast<uint64_t>(tick)), 0, false), left_out)
             << frame;
         const uint64_t gap = random() % 10 == 0 ? 1 + random() % 400 : 0;
         place += 1 + gap;
@@ -201,13 +201,23 @@ TEST(loss_counter, is_exact_for_random_gaps_and_delays)
 TEST(loss_counter, counts_damaged_messages_only_if_ticks_do_not_show_them)
 {
     loss_counter without_period(0);
-    EXPECT_EQ(without_period.add(5, false, false), 0U);
-    EXPECT_EQ(without_period.add(5000, false, false), 0U);
-    EXPECT_EQ(without_period.add(9000, true, false), 1U);
+    EXPECT_EQ(without_period.add(5, 0, false), 0U);
+    EXPECT_EQ(without_period.add(5000, 0, false), 0U);
+    EXPECT_EQ(without_period.add(9000, 3, false), 3U);
     loss_counter with_period(100);
-    EXPECT_EQ(with_period.add(0, true, false), 1U) << "before the first frame";
-    EXPECT_EQ(with_period.add(100, true, false), 1U) << "it was not a frame";
-    EXPECT_EQ(with_period.add(300, true, false), 2U);
+    EXPECT_EQ(with_period.add(0, 1, false), 1U) << "before the first frame";
+    EXPECT_EQ(with_period.add(100, 2, false), 1U) << "they were not frames";
+    EXPECT_EQ(with_period.add(300, 1, false), 2U);
+}
+
+TEST(loss_counter, does_not_use_a_period_that_ticks_cannot_count)
+{
+    loss_counter longest(2147483647);
+    EXPECT_EQ(longest.add(0, 0, false), 0U);
+    EXPECT_EQ(longest.add(4294967294, 0, false), 1U);
+    loss_counter too_long(2147483648);
+    EXPECT_EQ(too_long.add(0, 0, false), 0U);
+    EXPECT_EQ(too_long.add(2147483648, 1, false), 1U) << "a damaged message";
 }
 
 } // namespace

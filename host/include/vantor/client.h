@@ -215,7 +215,7 @@ private:
     [[noreturn]] void give_up(const std::string &awaited) const;
     void complete(frame &received);
     bool deliver_log(const nlohmann::json &header);
-    nlohmann::json request(const nlohmann::json &command);
+    nlohmann::json request(const nlohmann::json &command, const frame_handler &handler = {});
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler);
     void check_answer(const message &received, const std::string &command) const;
     frame decode(const message &received) const;
@@ -235,7 +235,9 @@ private:
     double frame_rate_ = 0.0; /**< nominal, of the session; 0 if unknown */
     loss_counter losses_{0.0};
     tick_clock stream_clock_{0.0};
-    bool damaged_ = false; /**< a message of the stream was damaged since the last frame */
+    uint64_t damaged_ = 0;   /**< messages of the stream damaged since the last frame */
+    bool streaming_ = false; /**< the answer to a command may follow frames */
+    nlohmann::json awaited_; /**< command whose answer may still arrive after a damaged message */
     log_handler on_log_;
     std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */
     unsigned unanswered_ends_ = 0;             /**< the server may not have received all of them */

@@ -21,20 +21,23 @@ namespace vantor
 class loss_counter
 {
 public:
-    /** @param period  ticks between two frames, also with a fraction; 0 if unknown */
+    /**
+     * @param period  ticks between two frames, also with a fraction; 0 if unknown. 2^31 ticks or more count
+     * as unknown, because ticks wrap around before two frames.
+     */
     explicit loss_counter(double period) noexcept;
 
     /**
      * Adds a frame that arrived.
      *
      * @param tick     the tick of the frame
-     * @param damaged  whether a message was damaged since the previous frame; it counts as a frame if the
+     * @param damaged  number of messages damaged since the previous frame; they count as frames if the
      *                 period is unknown or no frame has arrived before
      * @param delayed  whether the frame was measured later than it was due, frame_item::frame_delayed
      * @return the number of frames missing before this one since the start of the stream; one less than
      *         before if this frame shows that the one after the last gap was only late
      */
-    uint64_t add(uint32_t tick, bool damaged, bool delayed) noexcept;
+    uint64_t add(uint32_t tick, uint64_t damaged, bool delayed) noexcept;
 
 private:
     [[nodiscard]] bool has_place_of_last_frame() const noexcept;
