@@ -67,7 +67,7 @@ void client::cancel()
 
 int client::descriptor()
 {
-    return link_->descriptor();
+    return connection().descriptor();
 }
 
 void client::reconnect()
@@ -209,7 +209,7 @@ void client::forward_log(std::string_view level, log_handler handler)
 void client::set_baudrate(uint32_t baudrate)
 {
     request({{"command", "baudrate"}, {"baudrate", baudrate}});
-    const auto former = link_->set_baudrate(baudrate);
+    const auto former = connection().set_baudrate(baudrate);
     try
     {
         ping();
@@ -217,7 +217,7 @@ void client::set_baudrate(uint32_t baudrate)
     catch (...)
     {
         // The server also returns to it.
-        link_->set_baudrate(former);
+        connection().set_baudrate(former);
         throw;
     }
 }

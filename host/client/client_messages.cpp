@@ -85,10 +85,20 @@ void client::wait(const std::function<void()> &action)
     action();
 }
 
+/** The link; throws if the client could not reconnect. */
+link &client::connection()
+{
+    if (!link_)
+    {
+        throw connection_lost("There is no connection to the server, because reconnecting failed.");
+    }
+    return *link_;
+}
+
 /** Sends bytes unchanged. */
 void client::transmit(std::string_view bytes, std::chrono::milliseconds timeout)
 {
-    wait([&] { link_->write(std::as_bytes(std::span(bytes)), timeout); });
+    wait([&] { connection().write(std::as_bytes(std::span(bytes)), timeout); });
 }
 
 /** Sends a command as one line. */
@@ -125,6 +135,8 @@ void client::send_end(std::chrono::milliseconds timeout)
 /** Ends the session, and waits for the answer. */
 void client::end(waiting_limit limit)
 {
+    // While connecting, the caller has given another command, or none.
+    const std::string awaited = end_repetition_ ? "answer" : answer_to("end");
     awaited_ = nullptr;
     streaming_ = false;
     send_end(time_left(limit.deadline, loop_->clock()));
@@ -132,7 +144,7 @@ void client::end(waiting_limit limit)
     {
         try
         {
-            const auto received = next_message(limit, answer_to("end"));
+            const auto received = next_message(limit, awaited);
             if (answers_end(received))
             {
                 --unanswered_ends_;
@@ -149,7 +161,7 @@ void client::end(waiting_limit limit)
         {
         }
     } while (loop_->now() < limit.deadline);
-    give_up(answer_to("end"));
+    give_up(awaited);
 }
 
 /**
@@ -204,7 +216,7 @@ std::optional<message> client::poll_message(time_point deadline)
 void client::receive_bytes(std::chrono::milliseconds timeout)
 {
     size_t count = 0;
-    wait([&] { count = link_->read_some(buffer_, timeout); });
+    wait([&] { count = connection().read_some(buffer_, timeout); });
     const auto bytes = std::span(buffer_).first(count);
     const auto wanted = std::min(bytes.size(), bytes_shown - first_bytes_.size());
     first_bytes_.insert(first_bytes_.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(wanted));

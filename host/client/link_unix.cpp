@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include <sys/un.h>
+
 namespace vantor
 {
 
@@ -14,7 +16,7 @@ unix_link::unix_link(const unix_address &where, std::shared_ptr<event_loop> even
     boost::system::error_code failure;
     // Longer paths make the constructor of the address throw another exception.
     using endpoint = boost::asio::local::stream_protocol::endpoint;
-    if (where.path.size() < endpoint().capacity())
+    if (where.path.size() < sizeof(sockaddr_un::sun_path))
     {
         stream().connect(endpoint(where.path), failure);
     }

@@ -399,6 +399,36 @@ TEST(client, detects_a_closed_connection_and_reconnects)
     EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
 }
 
+TEST(client, refuses_functions_without_a_connection_after_it_failed_to_reconnect)
+{
+    const fake_server server;
+    bool reachable = true;
+    client host([&] {
+        if (!reachable)
+        {
+            throw connect_error("It is gone.");
+        }
+        return open_link(parse_address(server.address()), patience.connect, std::make_shared<event_loop>());
+    });
+    reachable = false;
+    EXPECT_THROW(host.reconnect(), connect_error);
+    EXPECT_THROW(host.ping(), connection_lost);
+    EXPECT_THROW(host.end(), connection_lost);
+    EXPECT_THROW(host.receive(0ms), connection_lost);
+    EXPECT_THROW(static_cast<void>(host.descriptor()), connection_lost);
+    EXPECT_NO_THROW(host.end_promptly());
+    reachable = true;
+    EXPECT_NO_THROW(host.reconnect());
+}
+
+TEST(client, reports_a_path_that_is_too_long_for_a_socket)
+{
+    for (const size_t length : {107U, 108U, 109U, 110U, 111U})
+    {
+        EXPECT_THROW(client(parse_address("unix:" + std::string(length, 'x'))), connect_error) << length;
+    }
+}
+
 TEST(client, loses_no_data_when_it_reads_slowly)
 {
     std::atomic<uint32_t> sent = 0;
@@ -745,9 +775,8 @@ TEST_F(client_time, gives_up_on_a_server_that_never_answers)
     const auto lines = server.lines().size();
     EXPECT_THAT([&] { connect({.answer = 2s}); },
                 ThrowsMessage<timeout_error>(
-                    "The server sent no answer to \"end\" in time. Check the connection and its "
-                    "baud rate, that no other program uses the server, and that the board does "
-                    "not restart (see its log)."));
+                    "The server sent no answer in time. Check the connection and its baud rate, that no "
+                    "other program uses the server, and that the board does not restart (see its log)."));
     EXPECT_EQ(server.lines().size(), lines + 2);
 }
 

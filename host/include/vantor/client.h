@@ -201,6 +201,7 @@ private:
     [[nodiscard]] waiting_limit limit_of(std::chrono::milliseconds timeout) const;
     [[nodiscard]] std::chrono::milliseconds time_of_slow_frames() const;
     void wait(const std::function<void()> &action);
+    link &connection();
     void transmit(std::string_view bytes, std::chrono::milliseconds timeout);
     void receive_bytes(std::chrono::milliseconds timeout);
     void end(waiting_limit limit);
