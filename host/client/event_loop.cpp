@@ -33,7 +33,7 @@ event_loop::~event_loop() = default;
 
 void event_loop::post(std::function<void()> work)
 {
-    boost::asio::post(*context_, std::move(work));
+    boost::asio::post(*context_, [work = std::move(work)]() noexcept { work(); });
 }
 
 void event_loop::when_readable(int descriptor, std::function<void()> work)
@@ -42,13 +42,13 @@ void event_loop::when_readable(int descriptor, std::function<void()> work)
     // A duplicate, because the object closes it.
     auto duplicate = std::make_shared<stream_descriptor>(*context_, dup(descriptor));
     auto &waiting = *duplicate;
-    waiting.async_wait(stream_descriptor::wait_read,
-                       [duplicate = std::move(duplicate), work = std::move(work)](const auto &failure) {
-                           if (!failure)
-                           {
-                               work();
-                           }
-                       });
+    waiting.async_wait(stream_descriptor::wait_read, [duplicate = std::move(duplicate),
+                                                      work = std::move(work)](const auto &failure) noexcept {
+        if (!failure)
+        {
+            work();
+        }
+    });
 }
 
 void event_loop::cancel()

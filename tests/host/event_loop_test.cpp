@@ -109,5 +109,20 @@ TEST(event_loop, can_run_inside_its_own_work)
     EXPECT_TRUE(loop.run_until([&] { return outer; }, never));
 }
 
+TEST(event_loop_death, work_that_throws_ends_the_program)
+{
+    event_loop loop;
+    loop.post([] { throw 7; });
+    EXPECT_DEATH(loop.run_until([] { return false; }, loop.now()), "terminate");
+    event_loop other;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    other.when_readable(ends[0], [] { throw 7; });
+    EXPECT_DEATH(other.run_until([] { return false; }, never), "terminate");
+    EXPECT_EQ(close(ends[0]), 0);
+    EXPECT_EQ(close(ends[1]), 0);
+}
+
 } // namespace
 } // namespace vantor

@@ -22,6 +22,9 @@ namespace vantor
 /**
  * Runs the work of a host program: of its links, and what other threads post. The work runs only inside
  * run_until(), on the thread that calls it. Use one loop for all links of a program.
+ *
+ * Work must not throw: an operation of a link that waits meanwhile could not be stopped. An exception ends
+ * the program with std::terminate().
  */
 class event_loop
 {
