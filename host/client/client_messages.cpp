@@ -36,6 +36,15 @@ constexpr double slow_frames = 3.0;
 /** Upper limit of their time: an hour, in milliseconds. */
 constexpr double longest_time_ms = 3.6e6;
 
+/** Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud. */
+constexpr int64_t slowest_payload = 10;
+
+/** The fewest bytes of a payload that must arrive in a time. */
+size_t fewest_bytes(std::chrono::milliseconds span)
+{
+    return static_cast<size_t>(std::max<int64_t>(1, slowest_payload * span.count() / 1000));
+}
+
 /** Number of bytes that the report about invalid data shows. */
 constexpr size_t bytes_shown = 16;
 
@@ -63,7 +72,7 @@ std::string hexadecimal(std::span<const std::byte> bytes)
 
 } // namespace
 
-/** How long to wait for an answer. Waiting is extended while a message is being received. */
+/** How long to wait for an answer. Waiting is extended while the payload of a message is being received. */
 client::waiting_limit client::limit_of(std::chrono::milliseconds timeout) const
 {
     return {.deadline = loop_->now() + timeout, .extension = timeouts_.answer};
@@ -235,7 +244,7 @@ void client::give_up(const std::string &awaited) const
     throw_timeout(awaited);
 }
 
-/** Like poll_message, but throws if none arrives. Extends the deadline while a message is being received. */
+/** Like poll_message, but throws if none arrives. Extends the deadline while a payload is being received. */
 message client::next_message(waiting_limit &limit, const std::string &awaited)
 {
     while (true)
@@ -246,7 +255,8 @@ message client::next_message(waiting_limit &limit, const std::string &awaited)
             return std::move(*received);
         }
         const auto missing = parser_.missing();
-        if (missing == 0 || (before != 0 && missing >= before) || limit.extension.count() == 0)
+        const bool slow = before != 0 && missing + fewest_bytes(limit.extension) > before;
+        if (missing == 0 || slow || limit.extension.count() == 0)
         {
             give_up(awaited);
         }

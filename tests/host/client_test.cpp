@@ -1084,6 +1084,27 @@ TEST_F(client_time, waits_for_a_message_while_its_bytes_arrive)
     EXPECT_EQ(clock.now(), 7 * 4900ms);
 }
 
+TEST_F(client_time, gives_up_on_a_message_whose_bytes_arrive_too_slowly)
+{
+    auto host = connect();
+    host.configure(example_session().configuration);
+    for (const int count : {1, 49})
+    {
+        server.on("ping", [this, count](host_connection &connection, const json &) {
+            connection.send(example_session().frame_header(1).dump() + "\n");
+            for (const char byte : example_session().frame_payload(1).substr(0, 150))
+            {
+                server.pause(5000ms / count);
+                connection.send(std::string(1, byte));
+            }
+        });
+        // The first bytes of a message may also take longer.
+        EXPECT_EQ(time_until_given_up([&] { host.ping(); }), 10060ms) << count;
+        host.reconnect();
+        host.configure(example_session().configuration);
+    }
+}
+
 TEST_F(client_time, refuses_an_answer_with_a_payload_immediately)
 {
     server.on("identify", [this](host_connection &connection, const json &) {
@@ -1105,7 +1126,7 @@ TEST_F(client_time, gives_up_on_a_message_that_stops_arriving)
     server.on("end", [this](host_connection &host, const json &) {
         host.send(example_session().frame_header(1).dump() + "\n");
         server.pause(6s);
-        host.send("half");
+        host.send(std::string(60, 'x'));
     });
     // More bytes arrived during two time-outs, none during the third.
     EXPECT_EQ(time_until_given_up([&] { connect(); }), 15s);

@@ -35,7 +35,10 @@ struct log_line
     std::string text;
 };
 
-/** How long a client waits. */
+/**
+ * How long a client waits. While the payload of a message arrives, at 10 bytes per second or faster, it waits
+ * longer.
+ */
 struct client_timeouts
 {
     std::chrono::milliseconds connect{5000};    /**< for connecting or starting a server */
