@@ -33,7 +33,14 @@ void describe_repetition(char *message, uint32_t group, uint32_t first, uint32_t
     end = append_place(end, group, first);
     end = zet_append_text(end, " and ");
     end = append_place(end, group, item);
-    zet_append_text(end, ": move one of both items into another group.");
+    zet_append_text(end, ": move one of the two items into another group.");
+}
+
+void describe_other_group(char *message, uint32_t group)
+{
+    char *end = zet_append_text(message, "groups[");
+    end = zet_append_number(end, group);
+    zet_append_text(end, "] is not an array: put its items into [ ].");
 }
 
 /** Finds the first item before a given one that has the same sensor; the count of items when there is none.
@@ -89,10 +96,20 @@ bool zet_groups_check(const cJSON *configuration, uint32_t sensor_count, char *m
     uint32_t index = 0;
     cJSON_ArrayForEach(group, groups)
     {
-        if (!check_group(group, index++, sensor_count, message))
+        if (!check_group(group, index, sensor_count, message))
         {
+            // The backend also accepts objects, but their members have no places such as groups[0][0].
+            if (!cJSON_IsArray(groups))
+            {
+                zet_append_text(message, "\"groups\" is not an array: put its groups into [ ].");
+            }
+            else if (!cJSON_IsArray(group))
+            {
+                describe_other_group(message, index);
+            }
             return false;
         }
+        ++index;
     }
     return true;
 }

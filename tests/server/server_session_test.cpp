@@ -446,13 +446,15 @@ TEST_F(server_session, refuses_groups_before_any_sensor_is_set_up)
         {"[[{}],[[]]]",
          "groups[1][0] is not an object: make every item an object with \"sensor_id\" and \"config\"."},
         {"[[{\"sensor_id\":1},{\"sensor_id\":2},{\"sensor_id\":1}]]",
-         "Sensor 1 is twice in the same group, in groups[0][0] and groups[0][2]: move one of both items into "
-         "another "
-         "group."},
+         "Sensor 1 is twice in the same group, in groups[0][0] and groups[0][2]: move one of the two "
+         "items into another group."},
         {"[[],[{\"sensor_id\":2147483647},{\"sensor_id\":2147483647.0}]]",
-         "Sensor 2147483647 is twice in the same group, in groups[1][0] and groups[1][1]: move one of both "
-         "items into "
-         "another group."},
+         "Sensor 2147483647 is twice in the same group, in groups[1][0] and groups[1][1]: move one of the "
+         "two items into another group."},
+        {"[{\"sensor_id\":1,\"config\":{}}]", "groups[0] is not an array: put its items into [ ]."},
+        {"[[{}],{\"a\":{\"sensor_id\":1},\"b\":{\"sensor_id\":1}}]",
+         "groups[1] is not an array: put its items into [ ]."},
+        {"{\"a\":[1]}", "\"groups\" is not an array: put its groups into [ ]."},
     };
     for (const auto &row : rows)
     {
@@ -468,9 +470,9 @@ TEST_F(server_session, refuses_groups_before_any_sensor_is_set_up)
 TEST_F(server_session, leaves_other_faults_of_groups_to_the_backend)
 {
     for (const char *groups :
-         {"1", "[1]", "[]", "[[]]", "{}", "[[{},{}]]", "[[{\"sensor_id\":0},{\"sensor_id\":0}]]",
-          "[[{\"sensor_id\":\"1\"},{\"sensor_id\":\"1\"}]]", "[[{\"sensor_id\":1}],[{\"sensor_id\":1}]]",
-          "[[{\"sensor_id\":1},{\"sensor_id\":1},{},{},{},{}]]"})
+         {"1", "[1]", "[]", "[[]]", "{}", "[{}]", "{\"a\":{}}", "[{\"a\":{\"sensor_id\":1}}]", "[[{},{}]]",
+          "[[{\"sensor_id\":0},{\"sensor_id\":0}]]", "[[{\"sensor_id\":\"1\"},{\"sensor_id\":\"1\"}]]",
+          "[[{\"sensor_id\":1}],[{\"sensor_id\":1}]]", "[[{\"sensor_id\":1},{\"sensor_id\":1},{},{},{},{}]]"})
     {
         const long calls_before = calls("parse_configuration");
         execute(std::string(R"({"command":"configure","configuration":{"groups":)") + groups + "}}");
