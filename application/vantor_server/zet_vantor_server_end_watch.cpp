@@ -11,7 +11,7 @@ namespace
 
 /** The command `end`. White space is allowed between its tokens. */
 constexpr std::string_view end_command = "{\"command\":\"end\"}";
-constexpr std::string_view frame_word = "frame";
+constexpr std::string_view frame_word = "\"frame\"";
 
 /** In zet_end_watch_t::end_letters: the line is not the command `end`. */
 constexpr uint8_t no_match = UINT8_MAX;
@@ -40,7 +40,7 @@ void match_end(zet_end_watch_t *watch, char c)
     watch->end_letters = matches ? static_cast<uint8_t>(index + 1) : no_match;
 }
 
-/** Looks for the word `frame` in a line. */
+/** Looks for `"frame"` in a line, and for the escape in which its letters could be written. */
 void match_frame(zet_end_watch_t *watch, char c)
 {
     if (c == frame_word[watch->frame_letters])
@@ -56,13 +56,15 @@ void match_frame(zet_end_watch_t *watch, char c)
         watch->may_be_frame = true;
         watch->frame_letters = 0;
     }
-    watch->may_be_frame |= c == '\\';
+    watch->may_be_frame |= c == 'u' && watch->after_backslash;
+    watch->after_backslash = c == '\\';
 }
 
 void begin_line(zet_end_watch_t *watch)
 {
     watch->line_is_empty = true;
     watch->may_be_frame = false;
+    watch->after_backslash = false;
     watch->frame_letters = 0;
     watch->end_letters = 0;
 }

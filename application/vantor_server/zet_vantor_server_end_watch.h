@@ -20,8 +20,9 @@ struct zet_end_watch_t
     uint64_t first;     /**< behind the first line, as far as known not executed, that is `end` or `frame` */
     bool first_is_end;  /**< which of both it is */
     bool line_is_empty; /**< the line so far contains only a carriage return, or nothing */
-    bool may_be_frame;  /**< the line so far contains `frame` or an escape */
-    uint8_t frame_letters; /**< letters of `frame` that the last bytes match */
+    bool may_be_frame;  /**< the line so far contains `"frame"` or an escape that can be a letter */
+    bool after_backslash;  /**< the last byte is a backslash */
+    uint8_t frame_letters; /**< characters of `"frame"` that the last bytes match */
     uint8_t end_letters;   /**< characters of the command `end` that the line so far matches */
 };
 

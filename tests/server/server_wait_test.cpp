@@ -169,6 +169,20 @@ TEST_F(server_wait, continues_if_a_frame_is_requested_before_end)
     EXPECT_EQ(execute_ahead(), (answers_t{"stop", "frame", "end"}));
 }
 
+TEST_F(server_wait, does_not_mistake_other_commands_for_a_requested_frame)
+{
+    start();
+    for (const std::string before :
+         {"{\"command\":\"configure\",\"configuration\":{\"frame_rate\":1}}", "{\"command\":\"frames\"}",
+          "{\"command\":\"C:\\\\frame\"}", "\"\"fram\"\"\"rame\""})
+    {
+        enter("streaming");
+        during_wait({before + "\n" + std::string(end_line)});
+        EXPECT_TRUE(step_gives_up()) << before;
+        EXPECT_EQ(execute_ahead().back(), "end");
+    }
+}
+
 TEST_F(server_wait, continues_for_a_requested_frame_because_it_must_be_answered)
 {
     start();
