@@ -70,7 +70,7 @@ void log_to_port(zet_log_level_t level, const char *module, const char *text)
 
 void log_line(zet_log_level_t level, const char *module, const char *text)
 {
-    if (level <= port_log_level)
+    if (level <= port_log_level && !zet_vantor_server_has_given_up_wait())
     {
         log_to_port(level, module, text);
     }

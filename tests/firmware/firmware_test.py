@@ -330,6 +330,7 @@ class Errors(unittest.TestCase):
             self.assertEqual(host.ask("stats")["errors"], {})
             self.assertLess(time.monotonic() - begin, period / 2)
             run_session(host)
+            self.assertNotIn("timeout", board.log())
 
     def wait_for_baudrate(self, board, baudrate):
         """Waits until the board has set the baud rate of the link."""
