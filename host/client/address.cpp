@@ -3,6 +3,7 @@
  */
 #include "vantor/address.h"
 
+#include <algorithm>
 #include <charconv>
 #include <iomanip>
 #include <optional>
@@ -87,15 +88,72 @@ serial_address parse_serial(std::string_view text)
     return result;
 }
 
-/** Parses the arguments of a simulated server: separated by spaces, in double quotes if they contain spaces.
- */
+/** Characters that separate the arguments of a simulated server. */
+constexpr std::string_view blanks = " \t\n";
+
+/** Splits a text into words: at blanks, except those in quotes or after a backslash. */
+class word_splitter
+{
+public:
+    explicit word_splitter(std::string_view text) : text_(text)
+    {
+    }
+
+    /** The next word; nothing at the end. */
+    std::optional<std::string> next()
+    {
+        position_ = std::min(text_.find_first_not_of(blanks, position_), text_.size());
+        if (position_ == text_.size())
+        {
+            return std::nullopt;
+        }
+        std::string word;
+        while (position_ < text_.size() && blanks.find(text_[position_]) == std::string_view::npos)
+        {
+            add_part(word);
+        }
+        return word;
+    }
+
+private:
+    /** Appends a character, or what is in quotes. */
+    void add_part(std::string &word)
+    {
+        const char first = take();
+        if (first != '"' && first != '\'')
+        {
+            word += first == '\\' ? take() : first;
+            return;
+        }
+        for (char c = take(); c != first; c = take())
+        {
+            word += c == '\\' && first == '"' ? take() : c;
+        }
+    }
+
+    /** The next character, which must exist. */
+    char take()
+    {
+        if (position_ == text_.size())
+        {
+            throw address_error("A quote is not closed, or nothing follows a backslash, in \"sim:" +
+                                std::string(text_) + "\": write for example sim:--scene \"my scene.json\".");
+        }
+        return text_[position_++];
+    }
+
+    std::string_view text_;
+    size_t position_ = 0;
+};
+
+/** Parses the arguments of a simulated server. */
 simulator_address parse_simulator(std::string_view text)
 {
     simulator_address result;
-    std::istringstream words{std::string(text)};
-    for (std::string word; words >> std::quoted(word);)
+    word_splitter words(text);
+    while (const auto word = words.next())
     {
-        result.arguments.push_back(word);
+        result.arguments.push_back(*word);
     }
     return result;
 }
@@ -127,7 +185,8 @@ struct address_writer
         const char *separator = "";
         for (const auto &argument : where.arguments)
         {
-            const bool plain = !argument.empty() && argument.find_first_of(" \t\n\"") == std::string::npos;
+            const bool plain = !argument.empty() && argument.find_first_of(blanks) == std::string::npos &&
+                               argument.find_first_of("\"'\\") == std::string::npos;
             text << separator;
             plain ? text << argument : text << std::quoted(argument);
             separator = " ";

@@ -130,6 +130,13 @@ class Identify(CommandTest):
         self.fails(4, "tcp:127.0.0.1:1", "identify", "--connect", "tcp:127.0.0.1:1")
         self.fails(4, "/dev/nothing", "identify", "--connect", "serial:/dev/nothing")
 
+    def test_a_scene_with_a_space_in_its_name(self):
+        self.write("my scene.json", {"faults": [{"kind": "absent_sensor", "sensor": 1}]})
+        for options in ("--scene 'my scene.json'", '--scene "my scene.json"', r"--scene=my\ scene.json"):
+            with self.subTest(options):
+                self.assertIn("2 positions, connected: 2;",
+                              self.succeeds("identify", "--connect", "sim:--sensors 2 " + options))
+
     def test_a_simulated_server_that_refuses_its_options(self):
         for options, said in (("--sensors 0", 'vantor_server: --sensors: "0" is not'),
                               ("--bogus", "vantor_server: unexpected argument: --bogus\n"),

@@ -54,6 +54,37 @@ TEST(address, reads_simulator_arguments)
                 ElementsAre("--sensors", "2"));
 }
 
+TEST(address, reads_simulator_arguments_with_spaces)
+{
+    for (const char *text : {R"(sim:--scene="my scene.json")", "sim:--scene='my scene.json'",
+                             R"(sim:--scene=my\ scene.json)", R"(sim:"--scene=my scene.json")"})
+    {
+        EXPECT_THAT(std::get<simulator_address>(parse_address(text)).arguments,
+                    ElementsAre("--scene=my scene.json"))
+            << text;
+    }
+    EXPECT_THAT(std::get<simulator_address>(parse_address(R"(sim: '' "a\"b\\" 'c\d"e' f''g )")).arguments,
+                ElementsAre("", R"(a"b\)", R"(c\d"e)", "fg"));
+}
+
+TEST(address, formats_simulator_arguments_so_that_they_can_be_read)
+{
+    const std::vector<std::string> arguments{"--scene", "my scene.json", "",    "it's",
+                                             R"(a"b)",  R"(c\d)",        "e\tf"};
+    const auto text = to_string(simulator_address{arguments});
+    EXPECT_EQ(std::get<simulator_address>(parse_address(text)).arguments, arguments) << text;
+}
+
+TEST(address, refuses_open_quotes)
+{
+    for (const char *text : {R"(sim:--scene "my scene.json)", "sim:--scene 'my scene.json", R"(sim:a\)"})
+    {
+        EXPECT_THAT([&] { parse_address(text); },
+                    testing::ThrowsMessage<address_error>(testing::HasSubstr("is not closed")))
+            << text;
+    }
+}
+
 TEST(address, formats_what_it_parses)
 {
     for (const char *text :

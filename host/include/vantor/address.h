@@ -46,8 +46,9 @@ using address = std::variant<tcp_address, unix_address, serial_address, simulato
  * Parses an address.
  *
  * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "unix:PATH", "serial:DEVICE" (115200 baud),
- *              "serial:DEVICE@BAUD", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces;
- *              arguments that contain spaces are in double quotes
+ *              "serial:DEVICE@BAUD", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces; as
+ *              in a shell, arguments or parts of them can be in single or double quotes, and a backslash
+ *              outside single quotes makes the next character an ordinary one
  * @return the address
  * @throws address_error if the text has none of these forms
  */
