@@ -72,6 +72,7 @@ std::shared_ptr<const session_metadata> configure(client &server, const nlohmann
 /** Calibrates and writes the file. */
 exit_code calibrate(const calibrate_options &options, std::ostream &out)
 {
+    require_replaceable(options.output);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
     client server(parse_address(options.connect), {}, loop);

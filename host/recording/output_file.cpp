@@ -310,6 +310,12 @@ void require_no_link_in_recording(const std::filesystem::path &path)
     }
 }
 
+void require_replaceable(const std::filesystem::path &path)
+{
+    const signals_blocked blocked;
+    const new_version tried(path);
+}
+
 void replace_files(const std::vector<file_text> &files)
 {
     const signals_blocked blocked;

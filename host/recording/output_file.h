@@ -139,6 +139,13 @@ private:
  */
 void require_no_link_in_recording(const std::filesystem::path &path);
 
+/**
+ * Checks that a file can be replaced or created, before work is done for it. Nothing is changed.
+ *
+ * @throws recording_error like new_version
+ */
+void require_replaceable(const std::filesystem::path &path);
+
 /** A file and its complete new content. */
 struct file_text
 {

@@ -742,6 +742,19 @@ TEST(command_line, does_not_let_servers_control_the_terminal)
     EXPECT_EQ(result.err, "vantor: ?[2J???? (busy)\n");
 }
 
+TEST(command_line, does_not_calibrate_for_a_file_that_cannot_be_written)
+{
+    const fake_server server;
+    const test::temporary_directory directory;
+    for (const auto &file : {directory / "missing/out.json", directory / ""})
+    {
+        const auto result = run({"calibrate", "--output", file.string(), "--connect", server.address()});
+        EXPECT_EQ(result.code, exit_code::not_written);
+        EXPECT_THAT(result.err, HasSubstr(file.string()));
+    }
+    EXPECT_THAT(server.lines(), IsEmpty());
+}
+
 TEST(command_line, does_not_save_an_empty_list_of_calibrations)
 {
     fake_server server;

@@ -210,5 +210,18 @@ TEST(shorten_file, refuses_links_and_files_that_are_being_written)
     EXPECT_EQ(read_file(directory / "other"), "0123");
 }
 
+TEST(require_replaceable, changes_nothing)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("present", "old");
+    require_replaceable(file);
+    EXPECT_EQ(read_file(file), "old");
+    require_replaceable(directory / "other");
+    EXPECT_THROW(require_replaceable(directory / "missing/other"), recording_error);
+    EXPECT_THROW(require_replaceable(directory / ""), recording_error);
+    const auto entries = std::filesystem::directory_iterator(directory / "");
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
 } // namespace
 } // namespace vantor::test
