@@ -28,7 +28,7 @@ struct link_opener
 
     std::unique_ptr<link> operator()(const unix_address &where) const
     {
-        return std::make_unique<unix_link>(where, loop);
+        return std::make_unique<unix_link>(where, timeout, loop);
     }
 
     std::unique_ptr<link> operator()(const serial_address &where) const
