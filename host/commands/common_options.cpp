@@ -17,7 +17,7 @@ command_option connect_option(std::string &target)
                     "start a private "
                     "simulated server",
             .value = &target,
-            .value_name = "ADDRESS",
+            .value_name = address_name,
             .default_value = target};
 }
 

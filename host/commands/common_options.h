@@ -15,7 +15,10 @@
 namespace vantor
 {
 
-/** `--connect WHERE`; the target contains the default. */
+/** The placeholder of options whose value is the address of a server. */
+inline constexpr const char *address_name = "ADDRESS";
+
+/** `--connect ADDRESS`; the target contains the default. */
 command_option connect_option(std::string &target);
 
 /** `--json`. */

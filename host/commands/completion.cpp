@@ -7,6 +7,8 @@
 #include <ostream>
 #include <string>
 
+#include "commands/common_options.h"
+#include "commands/scan.h"
 #include "commands/text_table.h"
 
 namespace vantor
@@ -42,6 +44,31 @@ std::string command_names(const std::vector<command> &commands)
     return join(names, " ");
 }
 
+/** The beginnings of addresses. */
+constexpr const char *address_kinds = "tcp: unix: serial: sim:";
+
+/** Whether the value of an option is the address of a server. */
+bool is_address(const command_option &option)
+{
+    return option.value_name == address_name;
+}
+
+/** Writes the part of the bash script that completes addresses. */
+void write_bash_addresses(const std::vector<command> &commands, std::ostream &out)
+{
+    for (const auto &what : commands)
+    {
+        for (const auto &option : what.options)
+        {
+            if (is_address(option))
+            {
+                out << "    elif [ \"$command $before\" = \"" << what.name << " " << option.name
+                    << "\" ]; then\n        _vantor_address \"$kind\" \"$word\"\n        return\n";
+            }
+        }
+    }
+}
+
 /** Writes the part of the bash script that completes the words of an option or argument with fixed choices.
  */
 void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
@@ -61,17 +88,80 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
 }
 
 /**
- * The beginning of the bash function: finds the word to complete, the word before it, and the command. Bash
- * splits "--format=n" into three words.
+ * The beginning of the bash function that completes an address, given its kind (empty if the word contains
+ * it) and the word. Bash splits "unix:/tmp" into three words, except in quotes: then the completed word
+ * contains what is before the completed part.
+ */
+constexpr const char *bash_address_begin = R"(_vantor_address()
+{
+    local kind="$1" word="$2" head="" line=""
+    word="${word#[\"\']}"
+    if [ -z "$kind" ] && [ "${word#*:}" != "$word" ]; then
+        kind="${word%%:*}"
+        head="$kind:"
+        word="${word#*:}"
+    fi
+    if [ "$kind" = sim ]; then
+        line="${word##*[ =]}"
+        head="$head${word%"$line"}"
+        word="$line"
+    fi
+    if [ -z "$kind" ] || [ -n "$head" ] || [ "$kind" = sim ]; then
+        compopt -o nospace 2>/dev/null
+    else
+        compopt -o filenames 2>/dev/null
+    fi
+    while IFS= read -r line; do
+        if [ -n "$head" ] && [ -d "$line" ]; then
+            line="$line/"
+        fi
+        COMPREPLY+=("$head$line")
+    done < <(
+        case "$kind:$head" in
+        unix:* | sim:*--scene[\ =]) compgen -f -- "$word" ;;
+        sim:*) compgen -W "--scene=" -- "$word" ;;
+)";
+
+/** The end of this function. */
+constexpr const char *bash_address_end = R"(        esac
+    )
+}
+
+)";
+
+/** Writes the bash function that completes an address. */
+void write_bash_address(std::ostream &out)
+{
+    out << bash_address_begin << "        :) compgen -W \"" << address_kinds << "\" -- \"$word\" ;;\n"
+        << "        serial:*) compgen -W \"$(";
+    for (const auto *prefix : serial_device_prefixes)
+    {
+        out << "compgen -G '/dev/" << prefix << "*'; ";
+    }
+    out << ")\" -- \"$word\" ;;\n" << bash_address_end;
+}
+
+/**
+ * The beginning of the main bash function: finds the word to complete, the word before it, and the command.
+ * Bash splits "--format=n" and "unix:/tmp" into three words.
  */
 constexpr const char *bash_begin = R"(_vantor()
 {
     local word="${COMP_WORDS[COMP_CWORD]}" before="${COMP_WORDS[COMP_CWORD-1]}"
-    local command="${COMP_WORDS[1]}" words="" line="" IFS=$' \t\n'
+    local command="${COMP_WORDS[1]}" words="" line="" kind="" at=$((COMP_CWORD - 1)) IFS=$' \t\n'
+    if [ "$word" = ":" ]; then
+        kind="$before"
+        word=""
+        at=$((COMP_CWORD - 2))
+    elif [ "$before" = ":" ]; then
+        kind="${COMP_WORDS[COMP_CWORD-2]}"
+        at=$((COMP_CWORD - 3))
+    fi
+    before="${COMP_WORDS[at]}"
     if [ "$word" = "=" ]; then
         word=""
     elif [ "$before" = "=" ]; then
-        before="${COMP_WORDS[COMP_CWORD-2]}"
+        before="${COMP_WORDS[at-1]}"
     fi
     COMPREPLY=()
     case "$command" in
@@ -91,6 +181,7 @@ complete -F _vantor vantor
 /** Writes the script for bash, which also works in zsh. */
 void write_bash(const std::vector<command> &commands, std::ostream &out)
 {
+    write_bash_address(out);
     out << bash_begin;
     for (const auto &what : commands)
     {
@@ -101,6 +192,7 @@ void write_bash(const std::vector<command> &commands, std::ostream &out)
            "        words=\""
         << command_names(commands) << " --help --version\"\n";
     write_bash_choices(commands, out);
+    write_bash_addresses(commands, out);
     out << bash_end;
 }
 
@@ -137,7 +229,8 @@ void write_fish_option(const command &what, const command_option &option, std::o
     }
     out << "complete -c vantor -n '__fish_seen_subcommand_from " << what.name << "'"
         << (is_option(option) ? " -l " + option.name.substr(2) : "")
-        << (choice == nullptr ? "" : " -x -a " + fish_quote(join(choice->words, " "))) << " -d "
+        << (choice == nullptr ? "" : " -x -a " + fish_quote(join(choice->words, " ")))
+        << (is_address(option) ? " -r -a " + fish_quote(address_kinds) : "") << " -d "
         << fish_quote(option.help) << "\n";
 }
 

@@ -42,8 +42,8 @@ std::vector<std::string> serial_devices()
     for (const auto &entry : std::filesystem::directory_iterator("/dev"))
     {
         const auto name = entry.path().filename().string();
-        if (name.starts_with("ttyACM") || name.starts_with("ttyS") || name.starts_with("ttyUSB") ||
-            name.starts_with("ttyAMA"))
+        if (std::any_of(serial_device_prefixes.begin(), serial_device_prefixes.end(),
+                        [&name](const char *prefix) { return name.starts_with(prefix); }))
         {
             devices.push_back(entry.path().string());
         }

@@ -4,6 +4,7 @@
 #ifndef VANTOR_SCAN_H
 #define VANTOR_SCAN_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -16,6 +17,9 @@
 
 namespace vantor
 {
+
+/** How the names of serial devices in /dev begin. */
+inline constexpr std::array serial_device_prefixes{"ttyACM", "ttyAMA", "ttyS", "ttyUSB"};
 
 /** The options of `vantor scan`. */
 struct scan_options
