@@ -21,23 +21,34 @@ constexpr const char *repair_footer = R"(Examples:
   vantor repair recordings/garage
 
 This keeps the frames that are complete in every item and removes the rest, writes the missing documents, and reads
-everything again to check it. Copy the directory first if you may need the rest.)";
+everything again to check it. If it would remove more than the last frame of an item, it changes nothing, and prints
+how many frames would be lost. --drop-frames removes them; copy the directory first.)";
+
+/** The options of `vantor repair`. */
+struct repair_options
+{
+    std::filesystem::path recording;
+    bool drop_frames = false;
+    bool json = false;
+};
 
 /** Repairs a recording and prints what was changed. */
-exit_code repair(const std::filesystem::path &recording, bool json, const command_streams &streams)
+exit_code repair(const repair_options &options, const command_streams &streams)
 {
-    const auto result = repair_recording(recording, show_progress(streams));
-    if (json)
+    const auto loss = options.drop_frames ? frame_loss::accepted : frame_loss::refused;
+    const auto result = repair_recording(options.recording, loss, show_progress(streams));
+    if (options.json)
     {
-        print_json(streams.out, {{"recording", recording.string()},
+        print_json(streams.out, {{"recording", options.recording.string()},
                                  {"changed", result.changed},
                                  {"frames", result.frames},
+                                 {"frames_removed", result.dropped},
                                  {"bytes_removed", result.removed}});
     }
     else if (result.changed)
     {
-        streams.out << result.frames << " frames are complete; bytes of samples removed: " << result.removed
-                    << "\n";
+        streams.out << result.frames << " frames are complete; removed: " << result.dropped
+                    << " frames that were complete in an item, " << result.removed << " bytes of samples\n";
     }
     else
     {
@@ -50,19 +61,16 @@ exit_code repair(const std::filesystem::path &recording, bool json, const comman
 
 command repair_command()
 {
-    struct repair_options
-    {
-        std::filesystem::path recording;
-        bool json = false;
-    };
     auto options = std::make_shared<repair_options>();
     return {.name = "repair",
             .help = "Complete a recording that was interrupted or damaged.",
             .footer = repair_footer,
-            .options = {recording_argument(options->recording), json_flag(options->json)},
-            .run = [options](const command_streams &streams) {
-                return repair(options->recording, options->json, streams);
-            }};
+            .options = {recording_argument(options->recording),
+                        {.name = "--drop-frames",
+                         .help = "Remove also frames whose samples are complete in an item",
+                         .value = &options->drop_frames},
+                        json_flag(options->json)},
+            .run = [options](const command_streams &streams) { return repair(*options, streams); }};
 }
 
 } // namespace vantor

@@ -344,6 +344,11 @@ void shorten_file(const std::filesystem::path &path, uint64_t length)
     {
         fail("shorten", path);
     }
+    if (static_cast<uint64_t>(status.st_size) < length)
+    {
+        throw recording_error("Cannot shorten " + path.string() + " to " + std::to_string(length) +
+                              " bytes: it has only " + std::to_string(status.st_size) + ".");
+    }
     if (static_cast<uint64_t>(status.st_size) != length &&
         (ftruncate(file.descriptor(), static_cast<off_t>(length)) != 0 || fsync(file.descriptor()) != 0))
     {

@@ -167,7 +167,7 @@ void replace_files(const std::vector<file_text> &files);
  *
  * @param path    the file; a symbolic link is refused
  * @param length  the new length in bytes; nothing happens if the file has this length
- * @throws recording_error if this is not possible
+ * @throws recording_error if this is not possible, or the file is shorter
  */
 void shorten_file(const std::filesystem::path &path, uint64_t length);
 

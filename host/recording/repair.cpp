@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "recording/item_writer.h"
 #include "recording/output_file.h"
 #include "recording/sha512.h"
 #include "vantor/recording_error.h"
@@ -18,32 +19,59 @@ namespace
 
 using nlohmann::ordered_json;
 
+/** Most frames that a program that is killed has written to some items only: it writes item after item. */
+constexpr uint64_t most_unfinished_frames = 1;
+
 /** Throws damaged_recording. */
 [[noreturn]] void refuse_repair(const std::string &reason)
 {
     throw damaged_recording("The recording cannot be repaired, and was not changed: " + reason);
 }
 
+/** Number of frames that would be removed although their samples are complete in an item. */
+uint64_t count_dropped(const recording_check &check)
+{
+    uint64_t most = 0;
+    for (const auto &found : check.items)
+    {
+        most = std::max(most, found.frames);
+    }
+    return std::min(most, check.recorded.value_or(most)) - check.frames;
+}
+
+/** Throws damaged_recording if frames would be removed that must be kept. */
+void require_permission(const recording_check &check, frame_loss loss)
+{
+    const auto dropped = count_dropped(check);
+    const auto reason = check.faults.empty() ? std::string() : " " + check.faults.front();
+    if (dropped > 0 && check.frames == 0)
+    {
+        refuse_repair("no frame would be left." + reason + " Restore that file.");
+    }
+    if (dropped > most_unfinished_frames && loss == frame_loss::refused)
+    {
+        refuse_repair(std::to_string(dropped) +
+                      " frames whose samples are complete in another file would be removed, and " +
+                      std::to_string(check.frames) + " would be left." + reason +
+                      " Restore that file, or use --drop-frames to remove these frames.");
+    }
+}
+
 /** Throws damaged_recording if a recording cannot be repaired. */
-void require_repairable(const recording_check &check)
+void require_repairable(const recording_check &check, frame_loss loss)
 {
     if (check.in_progress)
     {
         refuse_repair("another program is still writing it.");
     }
-    bool all_have_samples = !check.items.empty();
     for (const auto &found : check.items)
     {
         if (!found.data_size || !found.table_size || found.differs)
         {
             refuse_repair(check.faults.front());
         }
-        all_have_samples = all_have_samples && found.frames > 0;
     }
-    if (check.frames == 0 && all_have_samples)
-    {
-        refuse_repair("no frame would be left. " + check.faults.front());
-    }
+    require_permission(check, loss);
 }
 
 /** Throws recording_error if a file is a symbolic link. */
@@ -108,6 +136,18 @@ void write_final_documents(const recording_check &check)
     replace_files(files);
 }
 
+/** Shortens a frame table to the rows of the frames that are left. */
+void shorten_table(const std::filesystem::path &path, const recording_check &check, size_t index)
+{
+    if (check.frames == 0)
+    {
+        // Also the head may be incomplete.
+        replace_files({{.path = path, .text = std::string(frame_table_head)}});
+        return;
+    }
+    shorten_file(path, check.items[index].left_table_size);
+}
+
 /** Removes everything after the frames that are left; returns the number of bytes of samples. */
 uint64_t remove_rest(const recording_check &check)
 {
@@ -118,7 +158,7 @@ uint64_t remove_rest(const recording_check &check)
         const auto base = check.documents.directory / item.name;
         const auto length = check.frames * item.layout.frame_length * sizeof(sample);
         shorten_file(base.string() + ".sigmf-data", length);
-        shorten_file(base.string() + ".frames.csv", check.items[i].left_table_size);
+        shorten_table(base.string() + ".frames.csv", check, i);
         removed += *check.items[i].data_size - length;
     }
     return removed;
@@ -126,14 +166,15 @@ uint64_t remove_rest(const recording_check &check)
 
 } // namespace
 
-repair_result repair_recording(const std::filesystem::path &place, const check_progress &progress)
+repair_result repair_recording(const std::filesystem::path &place, frame_loss loss,
+                               const check_progress &progress)
 {
     const auto before = check_recording(place, progress);
     if (before.finished && before.faults.empty())
     {
-        return {.changed = false, .frames = before.frames, .removed = 0};
+        return {.changed = false, .frames = before.frames};
     }
-    require_repairable(before);
+    require_repairable(before, loss);
     require_no_links(before.documents);
     const auto removed = remove_rest(before);
     write_final_documents(before);
@@ -143,7 +184,7 @@ repair_result repair_recording(const std::filesystem::path &place, const check_p
         throw damaged_recording("The repaired recording differs from what was written: check the disk. " +
                                 (after.faults.empty() ? std::string() : after.faults.front()));
     }
-    return {.changed = true, .frames = after.frames, .removed = removed};
+    return {.changed = true, .frames = after.frames, .dropped = count_dropped(before), .removed = removed};
 }
 
 } // namespace vantor

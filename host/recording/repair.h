@@ -12,11 +12,19 @@
 namespace vantor
 {
 
+/** Whether a repair may remove frames whose samples are complete in an item. */
+enum class frame_loss
+{
+    refused, /**< only the last frame, which a program that was killed has not written to all items */
+    accepted /**< all but the first frame */
+};
+
 /** What a repair has changed. */
 struct repair_result
 {
     bool changed = false; /**< false if the recording was complete */
     uint64_t frames = 0;  /**< number of frames in the recording now */
+    uint64_t dropped = 0; /**< frames removed whose samples were complete in an item */
     uint64_t removed = 0; /**< bytes of samples removed, because their frame was not complete in every item */
 };
 
@@ -25,12 +33,14 @@ struct repair_result
  * writes the final documents, restores damaged ones from the others, and checks the result.
  *
  * @param place     the directory of the recording, or any of its SigMF documents
+ * @param loss      which frames it may remove
  * @param progress  is called after each frame of each item; may be empty
  * @throws damaged_recording if it cannot be repaired; nothing has been changed then
  * @throws bad_recording if there is no recording
  * @throws recording_error if a file cannot be written; repairing again then continues
  */
-repair_result repair_recording(const std::filesystem::path &place, const check_progress &progress = {});
+repair_result repair_recording(const std::filesystem::path &place, frame_loss loss = frame_loss::refused,
+                               const check_progress &progress = {});
 
 } // namespace vantor
 

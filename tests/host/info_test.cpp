@@ -54,11 +54,27 @@ TEST_F(damaged_recording_test, is_noticed_by_info)
 TEST_F(damaged_recording_test, can_be_repaired)
 {
     const auto result = json::parse(run({"repair", path, "--json"}).out);
-    EXPECT_EQ(result, json({{"recording", path}, {"changed", true}, {"frames", 1}, {"bytes_removed", 280}}));
+    EXPECT_EQ(result, json({{"recording", path},
+                            {"changed", true},
+                            {"frames", 1},
+                            {"frames_removed", 1},
+                            {"bytes_removed", 280}}));
     EXPECT_EQ(run({"repair", path}).out, "1 frames are complete; nothing to repair\n");
     const auto about = json::parse(run({"info", path, "--json"}).out);
     EXPECT_EQ(about["complete"], true);
     EXPECT_EQ(about["repaired"], true);
+}
+
+TEST(repair_command, removes_whole_frames_only_with_an_option)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 20);
+    const auto path = (directory / "out").string();
+    std::filesystem::resize_file(directory / "out/group-1-item-2.sigmf-data", 500);
+    const auto refused = run({"repair", path});
+    EXPECT_EQ(refused.code, exit_code::damaged);
+    EXPECT_THAT(refused.err, HasSubstr("15 frames whose samples are complete in another file"));
+    EXPECT_THAT(run({"repair", path, "--drop-frames"}).out, HasSubstr("5 frames are complete; removed: 15 "));
 }
 
 TEST(repair_command, reports_what_it_cannot_repair)
@@ -78,7 +94,7 @@ TEST(info, of_a_recording_that_is_not_finished_is_no_failure)
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr(": 2 frames, incomplete, started "));
     EXPECT_EQ(run({"repair", files.path.string()}).out,
-              "2 frames are complete; bytes of samples removed: 0\n");
+              "2 frames are complete; removed: 0 frames that were complete in an item, 0 bytes of samples\n");
     EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, started "));
 }
 

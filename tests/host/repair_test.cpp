@@ -3,6 +3,8 @@
  */
 #include "recording/repair.h"
 
+#include <fstream>
+
 #include <gmock/gmock.h>
 
 #include "disk_calls.h"
@@ -20,6 +22,17 @@ namespace
 using test::recording_files;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+
+/** The files of a directory with their content. */
+std::map<std::string, std::string> read_all(const std::filesystem::path &directory)
+{
+    std::map<std::string, std::string> files;
+    for (const auto &entry : std::filesystem::directory_iterator(directory))
+    {
+        files[entry.path().filename().string()] = test::read_file(entry.path());
+    }
+    return files;
+}
 
 /** Whether a repaired recording is complete and has the first samples and rows of the original one. */
 testing::AssertionResult is_whole(const recording_files &files, uint64_t frames)
@@ -56,9 +69,11 @@ void cut_everywhere(const recording_files &files)
             files.restore();
             files.write(name, content.substr(0, length));
             const auto frames = files.frames_left(name, length);
-            if (frames == 0 && name.ends_with(".csv"))
+            if (frames == 0)
             {
+                // Both frames are whole in the other files.
                 ASSERT_THROW(repair_recording(files.path), damaged_recording) << name << length;
+                ASSERT_EQ(test::read_file(files.path / name), content.substr(0, length)) << name << length;
                 continue;
             }
             ASSERT_EQ(repair_recording(files.path).frames, frames) << name << length;
@@ -141,7 +156,7 @@ TEST(repair, keeps_the_losses_before_the_frames_that_are_left)
     }
     std::filesystem::resize_file(directory / "out/group-1-item-2.sigmf-data", 3 * 100);
     std::filesystem::remove(directory / "out/group-2-item-1.sigmf-meta");
-    EXPECT_EQ(repair_recording(directory / "out").frames, 3U);
+    EXPECT_EQ(repair_recording(directory / "out", frame_loss::accepted).frames, 3U);
     const recording_reader repaired(directory / "out");
     for (const auto &item : repaired.items())
     {
@@ -216,6 +231,88 @@ void expect_refused(const recording_files &files, const char *reason)
         EXPECT_EQ(test::read_file(files.path / name), content) << name;
     }
     files.restore();
+}
+
+/** A complete recording of 20 frames of three items. */
+class repair_of_20_frames : public testing::Test
+{
+protected:
+    repair_of_20_frames()
+    {
+        test::write_example_recording(path, 20);
+    }
+
+    /** Expects that nothing is repaired without permission, and that the message has this text. */
+    void expect_refused(const std::string &reason) const
+    {
+        const auto before = read_all(path);
+        EXPECT_THAT([&] { repair_recording(path); }, ThrowsMessage<damaged_recording>(HasSubstr(reason)));
+        EXPECT_EQ(read_all(path), before);
+    }
+
+    const test::temporary_directory directory;
+    const std::filesystem::path path = directory / "out";
+};
+
+TEST_F(repair_of_20_frames, never_removes_all_of_them)
+{
+    std::filesystem::resize_file(path / "group-1-item-2.sigmf-data", 0);
+    expect_refused("no frame would be left. group-1-item-2.sigmf-data lacks 2000 bytes");
+    EXPECT_THROW(repair_recording(path, frame_loss::accepted), damaged_recording);
+}
+
+TEST_F(repair_of_20_frames, removes_frames_that_other_items_have_only_with_permission)
+{
+    std::filesystem::resize_file(path / "group-1-item-2.sigmf-data", 550);
+    expect_refused("15 frames whose samples are complete in another file would be removed, and 5 would be "
+                   "left. group-1-item-2.sigmf-data lacks 1450 bytes");
+    const auto result = repair_recording(path, frame_loss::accepted);
+    EXPECT_EQ(result.frames, 5U);
+    EXPECT_EQ(result.dropped, 15U);
+    EXPECT_THAT(check_recording(path).faults, testing::IsEmpty());
+}
+
+TEST_F(repair_of_20_frames, removes_frames_after_a_bad_row_only_with_permission)
+{
+    const auto table = path / "group-2-item-1.frames.csv";
+    auto rows = test::read_file(table);
+    rows[rows.find("\n7,") + 3] = 'x';
+    std::ofstream(table, std::ios::binary) << rows;
+    expect_refused(
+        "13 frames whose samples are complete in another file would be removed, and 7 would be left");
+    EXPECT_EQ(repair_recording(path, frame_loss::accepted).dropped, 13U);
+}
+
+TEST_F(repair_of_20_frames, removes_the_last_frame_if_a_part_of_it_is_missing)
+{
+    std::filesystem::resize_file(path / "group-1-item-2.sigmf-data", 1999);
+    const auto result = repair_recording(path);
+    EXPECT_EQ(result.frames, 19U);
+    EXPECT_EQ(result.dropped, 1U);
+}
+
+TEST_F(repair_of_20_frames, removes_what_is_after_the_last_frame)
+{
+    std::filesystem::resize_file(path / "group-1-item-2.sigmf-data", 2500);
+    const auto result = repair_recording(path);
+    EXPECT_EQ(result.frames, 20U);
+    EXPECT_EQ(result.dropped, 0U);
+}
+
+TEST(repair, writes_the_head_of_a_table_without_rows)
+{
+    const test::temporary_directory directory;
+    const auto path = directory / "out";
+    recording_writer(path, test::example_description()).sync();
+    const auto head = test::read_file(path / "group-1-item-2.frames.csv");
+    for (const size_t length : {size_t{0}, size_t{20}, head.size() - 1, head.size()})
+    {
+        std::ofstream(path / "group-1-item-2.frames.csv", std::ios::binary) << head.substr(0, length);
+        std::ofstream(path / "group-1-item-1.frames.csv", std::ios::binary) << head << "0,0,";
+        EXPECT_EQ(repair_recording(path).frames, 0U) << length;
+        EXPECT_EQ(test::read_file(path / "group-1-item-2.frames.csv"), head);
+        EXPECT_EQ(test::read_file(path / "group-1-item-1.frames.csv"), head);
+    }
 }
 
 TEST(repair, refuses_samples_that_differ_from_those_that_were_recorded)
