@@ -330,15 +330,9 @@ private:
         {
             return;
         }
-        std::vector<json> expected;
         for (size_t i = 0; i < items().size(); ++i)
         {
-            expected.push_back({{"name", items()[i].name}, {"hash", check_.documents.digests[i]}});
-        }
-        const auto streams = collection.value("core:streams", json());
-        for (size_t i = 0; i < items().size(); ++i)
-        {
-            const bool listed = streams.is_array() && i < streams.size() && streams[i] == expected[i];
+            const bool listed = is_listed(collection, i, items()[i].name, check_.documents.digests[i]);
             // A program that is killed during its last step has replaced only some of the documents.
             const bool replaced = !check_.finished && is_finished(items()[i]);
             if (!listed && !replaced && !items()[i].document.is_null())

@@ -3,6 +3,7 @@
  */
 #include "recording/recording_documents.h"
 
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -153,39 +154,105 @@ void read_item_document(const std::filesystem::path &directory, recorded_item &i
     });
 }
 
-/** Reads the object of a document that contains the description of the session, and that description. */
-json read_description(const std::filesystem::path &path, const char *pointer, session_description &session)
+/** A document that contains the description of the session. */
+struct description
+{
+    json members;       /**< the object that contains it */
+    std::string digest; /**< SHA-512 of the file */
+    session_description session;
+};
+
+/** Reads the description of the session from the object at a place in a document. */
+description read_description(const std::filesystem::path &path, const char *pointer)
 {
     const auto text = read_document_text(path);
     return read_checked(path, [&] {
-        auto members = parse_json_text(text, path.string()).at(json::json_pointer(pointer));
-        session = read_session(members);
-        return members;
+        description found;
+        found.members = parse_json_text(text, path.string()).at(json::json_pointer(pointer));
+        found.digest = sha512_of(text);
+        found.session = read_session(found.members);
+        return found;
     });
+}
+
+/** Reads the copy of the description in the first item; nothing if that is damaged, or has no copy. */
+std::optional<description> read_copy(const std::filesystem::path &directory)
+{
+    try
+    {
+        return read_description(directory / (item_name({}) + ".sigmf-meta"), "/global/vantor:session");
+    }
+    catch (const bad_recording &)
+    {
+        return std::nullopt;
+    }
+}
+
+/** Compares the description in the collection with its copy, which is right if the item has its digest. */
+void compare_with_copy(recording_documents &documents, const description &copy)
+{
+    const bool trusted = is_listed(documents.collection, 0, item_name({}), copy.digest);
+    for (const char *name : {"vantor:configuration", "vantor:metadata", "vantor:server", "vantor:source"})
+    {
+        const auto right = copy.members.value(name, json());
+        if (documents.collection.value(name, json()) == right)
+        {
+            continue;
+        }
+        documents.faults.push_back(collection_path(documents.directory).filename().string() + ": " + name +
+                                   " differs from its copy in " + item_name({}) + ".sigmf-meta.");
+        documents.contradictory = !trusted;
+        if (trusted)
+        {
+            documents.collection[name] = right;
+            documents.session = copy.session;
+        }
+    }
 }
 
 /** Reads the description of the session from the collection, or from its copy if that is damaged. */
 void find_session(recording_documents &documents)
 {
-    const auto copy = documents.directory / (item_name({}) + ".sigmf-meta");
+    const auto copy = read_copy(documents.directory);
     try
     {
-        documents.collection =
-            read_description(collection_path(documents.directory), "/collection", documents.session);
-        return;
+        auto found = read_description(collection_path(documents.directory), "/collection");
+        documents.collection = std::move(found.members);
+        documents.session = std::move(found.session);
     }
     catch (const bad_recording &failure)
     {
         documents.faults.emplace_back(failure.what());
+        if (!copy)
+        {
+            throw damaged_recording(documents.faults.front() +
+                                    " No other document contains a copy of the description of the session.");
+        }
+        documents.session = copy->session;
+        return;
     }
-    try
+    if (copy)
     {
-        read_description(copy, "/global/vantor:session", documents.session);
+        compare_with_copy(documents, *copy);
     }
-    catch (const bad_recording &)
+}
+
+/** Compares the metadata of an item with the description of the session. */
+void compare_with_session(recording_documents &documents, const recorded_item &item)
+{
+    const std::pair<const char *, json> expected[] = {
+        {"vantor:samples_per_sweep", item.layout.sweep_length},
+        {"vantor:base_step_length_m", item.layout.base_step_length_m},
+        {"vantor:item_configuration", item.configuration.document}};
+    for (const auto &[name, value] : expected)
     {
-        throw damaged_recording(documents.faults.front() +
-                                " No other document contains a copy of the description of the session.");
+        const auto &global = item.document["global"];
+        if (global.contains(name) && !global[name].is_null() && global[name] != value)
+        {
+            documents.faults.push_back(item.name + ".sigmf-meta: " + name +
+                                       " differs from the description of the session.");
+            documents.contradictory = true;
+        }
     }
 }
 
@@ -204,6 +271,7 @@ void read_items(recording_documents &documents)
         try
         {
             read_item_document(documents.directory, item, digest);
+            compare_with_session(documents, item);
         }
         catch (const bad_recording &failure)
         {
@@ -217,6 +285,13 @@ void read_items(recording_documents &documents)
 bool is_finished(const recorded_item &item)
 {
     return !item.document.is_null() && item.document["global"].contains("core:sha512");
+}
+
+bool is_listed(const json &collection, size_t index, const std::string &name, const std::string &digest)
+{
+    const auto streams = collection.value("core:streams", json());
+    return streams.is_array() && index < streams.size() &&
+           streams[index] == json({{"name", name}, {"hash", digest}});
 }
 
 std::filesystem::path collection_path(const std::filesystem::path &directory)

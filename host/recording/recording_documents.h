@@ -26,7 +26,19 @@ struct recording_documents
     std::vector<std::string> digests; /**< SHA-512 of each item's metadata file; empty if it cannot be read */
     nlohmann::json collection;        /**< the collection object; null if damaged */
     std::vector<std::string> faults;  /**< what is wrong with documents that are damaged */
+    bool contradictory = false;       /**< two documents differ, and which one is right is unknown */
 };
+
+/**
+ * Whether a collection lists the metadata of an item.
+ *
+ * @param collection  the collection object
+ * @param index       index of the item
+ * @param name        name of its files, without extension
+ * @param digest      SHA-512 of its metadata file
+ */
+bool is_listed(const nlohmann::json &collection, size_t index, const std::string &name,
+               const std::string &digest);
 
 /** Whether the metadata of an item contain the number of frames and the digest of the samples. */
 bool is_finished(const recorded_item &item);

@@ -64,6 +64,10 @@ void require_repairable(const recording_check &check, frame_loss loss)
     {
         refuse_repair("another program is still writing it.");
     }
+    if (check.documents.contradictory)
+    {
+        refuse_repair(check.faults.front() + " Which of them is right is unknown.");
+    }
     for (const auto &found : check.items)
     {
         if (!found.data_size || !found.table_size || found.differs)

@@ -99,6 +99,58 @@ TEST(recording_check, notices_each_changed_byte_of_samples_and_metadata)
     }
 }
 
+/** The description of the session in a collection: the bytes from the first of its members to the last. */
+std::pair<size_t, size_t> description_in(const std::string &collection)
+{
+    return {collection.find("\"vantor:configuration\""), collection.rfind('}', collection.rfind('}') - 1)};
+}
+
+TEST(recording_check, notices_each_changed_byte_of_the_description_of_the_session)
+{
+    const recording_files files(true);
+    const std::string name = "session.sigmf-collection";
+    const auto &content = files.original.at(name);
+    const auto [begin, end] = description_in(content);
+    for (const auto place : files.cuts(name, 11))
+    {
+        if (place < begin || place >= end || std::isspace(content[place]) != 0)
+        {
+            continue;
+        }
+        auto changed = content;
+        changed[place] = static_cast<char>(changed[place] ^ 1);
+        files.write(name, changed);
+        ASSERT_FALSE(check_recording(files.path).faults.empty()) << place << content.substr(place, 20);
+    }
+}
+
+TEST(recording_check, takes_the_session_from_its_copy_if_a_digit_of_the_collection_has_changed)
+{
+    const recording_files files(true);
+    auto collection = files.original.at("session.sigmf-collection");
+    collection.replace(collection.find("0.0025"), 6, "0.0035");
+    files.write("session.sigmf-collection", collection);
+    const auto check = check_recording(files.path);
+    EXPECT_THAT(check.faults,
+                ElementsAre("session.sigmf-collection: vantor:metadata differs from its copy in "
+                            "group-1-item-1.sigmf-meta."));
+    EXPECT_EQ(check.documents.items[0].layout.base_step_length_m, 0.0025);
+    EXPECT_EQ(check.documents.items[0].layout.distances_m.front(), 0.25);
+}
+
+TEST(recording_check, compares_the_collection_with_every_item)
+{
+    const recording_files files(true);
+    auto collection = files.original.at("session.sigmf-collection");
+    const auto place = collection.rfind("0.0025");
+    collection.replace(place, 6, "0.0035");
+    files.write("session.sigmf-collection", collection);
+    std::filesystem::remove(files.path / "group-1-item-1.sigmf-meta");
+    EXPECT_THAT(check_recording(files.path).faults,
+                testing::Contains("group-2-item-1.sigmf-meta: vantor:base_step_length_m differs from the "
+                                  "description of the session."));
+}
+
 TEST(recording_check, says_how_much_is_missing_or_too_much)
 {
     const recording_files files(true);

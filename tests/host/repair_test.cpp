@@ -324,6 +324,32 @@ TEST(repair, refuses_samples_that_differ_from_those_that_were_recorded)
     expect_refused(files, "differ from those that were recorded");
 }
 
+TEST(repair, restores_a_changed_digit_of_the_collection)
+{
+    const recording_files files(true);
+    const std::string name = "session.sigmf-collection";
+    auto collection = files.original.at(name);
+    collection.replace(collection.find("0.0025"), 6, "0.0035");
+    files.write(name, collection);
+    repair_recording(files.path);
+    EXPECT_TRUE(is_whole(files, recording_files::frames));
+    EXPECT_EQ(nlohmann::json::parse(test::read_file(files.path / name))["collection"]["vantor:metadata"],
+              nlohmann::json::parse(files.original.at(name))["collection"]["vantor:metadata"]);
+}
+
+TEST(repair, refuses_documents_that_contradict_each_other)
+{
+    const recording_files files(true);
+    for (const std::string name : {"session.sigmf-collection", "group-1-item-1.sigmf-meta"})
+    {
+        auto document = files.original.at(name);
+        document.replace(document.rfind("0.0025"), 6, "0.0035");
+        files.write(name, document);
+    }
+    files.write("group-1-item-1.sigmf-meta", files.original.at("group-1-item-1.sigmf-meta") + " ");
+    expect_refused(files, "Which of them is right is unknown.");
+}
+
 TEST(repair, refuses_a_recording_that_is_still_written)
 {
     const test::temporary_directory directory;
