@@ -12,6 +12,7 @@
 #include "recording/item_writer.h"
 #include "recording/recorded_captures.h"
 #include "recording/sha512.h"
+#include "recording/sigmf.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -95,7 +96,7 @@ private:
             all = all && (item.document.is_null() || is_finished(item));
             any_finished_ = any_finished_ || is_finished(item);
         }
-        check_.finished = all && any_finished_;
+        check_.finished = all && any_finished_ && !check_.documents.collection.contains(next_streams_member);
         for (const auto &item : items())
         {
             if (check_.finished && is_finished(item))
@@ -326,8 +327,9 @@ private:
     void compare_streams()
     {
         const auto &collection = check_.documents.collection;
-        if (collection.is_null())
+        if (collection.is_null() || check_.in_progress)
         {
+            // A program that still writes may have replaced some documents since others were read.
             return;
         }
         for (size_t i = 0; i < items().size(); ++i)

@@ -3,6 +3,8 @@
  */
 #include "recording/recording_documents.h"
 
+#include <algorithm>
+#include <array>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -22,6 +24,9 @@ using nlohmann::json;
 
 /** More frames than any recording has. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
+
+/** The lists of items in a collection: one, or two while the metadata of the items are being replaced. */
+constexpr std::array<const char *, 2> stream_members = {"core:streams", next_streams_member};
 
 /** Returns the directory of a recording, given the directory itself or one of its files. */
 std::filesystem::path directory_of(const std::filesystem::path &place)
@@ -289,9 +294,11 @@ bool is_finished(const recorded_item &item)
 
 bool is_listed(const json &collection, size_t index, const std::string &name, const std::string &digest)
 {
-    const auto streams = collection.value("core:streams", json());
-    return streams.is_array() && index < streams.size() &&
-           streams[index] == json({{"name", name}, {"hash", digest}});
+    const json expected = {{"name", name}, {"hash", digest}};
+    return std::any_of(stream_members.begin(), stream_members.end(), [&](const char *member) {
+        const auto streams = collection.value(member, json());
+        return streams.is_array() && index < streams.size() && streams[index] == expected;
+    });
 }
 
 std::filesystem::path collection_path(const std::filesystem::path &directory)

@@ -14,6 +14,7 @@
 #include "recording/capture_list.h"
 #include "recording/item_writer.h"
 #include "recording/output_file.h"
+#include "recording/recording_documents.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
 #include "vantor/configuration.h"
@@ -169,9 +170,16 @@ void recording_writer::write_documents(bool finished)
              .text = item_document(session_, i, state, captures_->captures()).dump(2) + "\n"});
         streams.push_back({.name = name, .digest = sha512_of(documents.back().text)});
     }
-    documents.push_back({.path = directory_ / (std::string(collection_name) + ".sigmf-collection"),
-                         .text = collection_document(session_, streams).dump(2) + "\n"});
+    const auto collection = collection_path(directory_);
+    documents.push_back({.path = collection, .text = collection_document(session_, streams).dump(2) + "\n"});
+    if (!streams_.empty())
+    {
+        auto announcement = collection_document(session_, streams_);
+        announce_streams(announcement, streams);
+        documents.insert(documents.begin(), {.path = collection, .text = announcement.dump(2) + "\n"});
+    }
     replace_files(documents);
+    streams_ = std::move(streams);
 }
 
 } // namespace vantor

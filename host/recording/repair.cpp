@@ -10,6 +10,7 @@
 #include "recording/item_writer.h"
 #include "recording/output_file.h"
 #include "recording/sha512.h"
+#include "recording/sigmf.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -117,8 +118,21 @@ ordered_json final_collection(const recording_documents &documents, const std::v
     {
         collection = documents.collection;
         collection["core:streams"] = describe_streams(streams);
+        collection.erase(next_streams_member);
     }
     collection["vantor:repaired"] = true;
+    return document;
+}
+
+/** The present collection, which announces the final metadata of the items. */
+ordered_json announcing_collection(const recording_documents &documents, const std::vector<stream> &streams)
+{
+    auto document = final_collection(documents, streams);
+    if (documents.collection.contains("core:streams"))
+    {
+        document["collection"]["core:streams"] = documents.collection["core:streams"];
+    }
+    announce_streams(document, streams);
     return document;
 }
 
@@ -127,7 +141,7 @@ void write_final_documents(const recording_check &check)
 {
     const auto &directory = check.documents.directory;
     std::vector<stream> streams;
-    std::vector<file_text> files;
+    std::vector<file_text> files(1);
     for (size_t i = 0; i < check.items.size(); ++i)
     {
         const auto &name = check.documents.items[i].name;
@@ -135,6 +149,8 @@ void write_final_documents(const recording_check &check)
             {.path = directory / (name + ".sigmf-meta"), .text = final_document(check, i).dump(2) + "\n"});
         streams.push_back({.name = name, .digest = sha512_of(files.back().text)});
     }
+    files.front() = {.path = collection_path(directory),
+                     .text = announcing_collection(check.documents, streams).dump(2) + "\n"};
     files.push_back({.path = collection_path(directory),
                      .text = final_collection(check.documents, streams).dump(2) + "\n"});
     replace_files(files);

@@ -196,6 +196,11 @@ ordered_json describe_streams(const std::vector<stream> &streams)
     return list;
 }
 
+void announce_streams(ordered_json &document, const std::vector<stream> &next)
+{
+    document["collection"][next_streams_member] = describe_streams(next);
+}
+
 ordered_json collection_document(const session_description &session, const std::vector<stream> &streams)
 {
     ordered_json collection = {{"core:version", sigmf_version},

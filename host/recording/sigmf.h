@@ -22,6 +22,9 @@ namespace vantor
 /** File name of the collection, without extension. */
 inline constexpr const char *collection_name = "session";
 
+/** Member of a collection whose items are being replaced. */
+inline constexpr const char *next_streams_member = "vantor:next_streams";
+
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
@@ -72,6 +75,12 @@ struct stream
 
 /** The list of items in a collection. */
 nlohmann::ordered_json describe_streams(const std::vector<stream> &streams);
+
+/**
+ * Lists the items of the next version of a collection, too: a program that is killed while it replaces the
+ * metadata of the items then leaves only documents that the collection lists.
+ */
+void announce_streams(nlohmann::ordered_json &document, const std::vector<stream> &next);
 
 /** The collection document of a session. */
 nlohmann::ordered_json collection_document(const session_description &session,

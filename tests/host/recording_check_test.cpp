@@ -5,7 +5,9 @@
 
 #include <gmock/gmock.h>
 
+#include "disk_calls.h"
 #include "recording/output_file.h"
+#include "recording/repair.h"
 #include "recording_files.h"
 #include "vantor/recording_error.h"
 
@@ -194,6 +196,68 @@ TEST(recording_check, needs_one_description_of_the_session)
     files.write("session.sigmf-collection", "");
     files.write("group-1-item-1.sigmf-meta", "");
     EXPECT_THROW(check_recording(files.path), damaged_recording);
+}
+
+/** Copies a directory before each step in which a function replaces files: what a kill would leave. */
+class kill_points
+{
+public:
+    explicit kill_points(const std::filesystem::path &path) : path_(path)
+    {
+    }
+
+    template <typename function_t> void observe(function_t work)
+    {
+        const test::disk_calls calls([this] {
+            copies_.push_back(directory_ / std::to_string(copies_.size()));
+            std::filesystem::copy(path_, copies_.back());
+        });
+        work();
+    }
+
+    [[nodiscard]] const std::vector<std::filesystem::path> &copies() const
+    {
+        return copies_;
+    }
+
+private:
+    std::filesystem::path path_;
+    test::temporary_directory directory_;
+    std::vector<std::filesystem::path> copies_;
+};
+
+TEST(recording_check, finds_no_damage_whenever_a_program_is_killed)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", test::example_description());
+    writer.add(test::example_frame(0));
+    kill_points points(directory / "out");
+    points.observe([&] {
+        writer.begin_segment(
+            {.number = 1, .reason = "connected again", .gap = 2.5, .calibration_temperatures = {20, 21, 22}});
+        writer.add(test::example_frame(1));
+        writer.finish();
+    });
+    // Twice three items, and the collection before and after them.
+    ASSERT_GE(points.copies().size(), 2 * 5U);
+    for (const auto &copy : points.copies())
+    {
+        EXPECT_THAT(check_recording(copy).faults, IsEmpty()) << copy;
+        EXPECT_EQ(repair_recording(copy).frames, 2U) << copy;
+        EXPECT_TRUE(check_recording(copy).finished) << copy;
+    }
+}
+
+TEST(recording_check, finds_no_damage_whenever_a_repair_is_killed)
+{
+    const recording_files files(false);
+    kill_points points(files.path);
+    points.observe([&] { repair_recording(files.path); });
+    for (const auto &copy : points.copies())
+    {
+        EXPECT_THAT(check_recording(copy).faults, IsEmpty()) << copy;
+        EXPECT_EQ(repair_recording(copy).frames, 2U) << copy;
+    }
 }
 
 TEST(recording_check, finds_no_damage_while_it_is_recorded)

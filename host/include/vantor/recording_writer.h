@@ -18,6 +18,7 @@ namespace vantor
 
 class capture_list;
 class item_writer;
+struct stream;
 
 /**
  * Writes a recording: SigMF files for each item, and a collection.
@@ -93,6 +94,7 @@ private:
     std::filesystem::path directory_;
     session_description session_;
     std::vector<item_writer> items_;
+    std::vector<stream> streams_;            /**< that the collection lists; empty until it exists */
     std::unique_ptr<capture_list> captures_; /**< null only if moved from */
     bool break_pending_ = false;             /**< a segment begins with the next frame */
     uint64_t frames_ = 0;
