@@ -65,8 +65,7 @@ ordered_json describe_channel(const channel_figures &channel)
 void add_measurement(ordered_json &entry, const recorded_item &item, const checked_item &found,
                      uint64_t frames)
 {
-    const double rate =
-        measured_frame_rate({.frames = frames, .seconds = found.figures.seconds, .digest = {}});
+    const double rate = measured_frame_rate(frames, found.figures.seconds);
     const auto strongest = strongest_echo(item, found.level.profile());
     entry["frame_rate"] = rate > 0.0 ? ordered_json(rate) : ordered_json();
     entry["max_sweep_rate"] = item.layout.max_sweep_rate;

@@ -67,30 +67,31 @@ std::filesystem::path with_extension(std::filesystem::path base, std::string_vie
 
 } // namespace
 
-item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second, sha512 digest)
+item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second, item_digests digests)
     : data_(with_extension(base, ".sigmf-data")), table_(with_extension(base, ".frames.csv")),
-      clock_(ticks_per_second), digest_(std::move(digest))
+      clock_(ticks_per_second), digests_(std::move(digests))
 {
     table_.append(frame_table_head);
+    digests_.table.update(std::as_bytes(std::span(frame_table_head)));
     table_length_ = frame_table_head.size();
 }
 
 void item_writer::append(const frame_item &item)
 {
     auto clock = clock_;
-    const auto row = table_row(frames_, clock.advance(item.tick), item);
-    row_length_ = row.size();
+    row_ = table_row(frames_, clock.advance(item.tick), item);
     // First: the samples determine the number of frames, so each of them has a row even after a kill.
-    table_.append(row);
+    table_.append(row_);
     data_.append(std::as_bytes(item.samples));
 }
 
 void item_writer::commit(const frame_item &item)
 {
     clock_.advance(item.tick);
-    digest_.update(std::as_bytes(item.samples));
+    digests_.samples.update(std::as_bytes(item.samples));
+    digests_.table.update(std::as_bytes(std::span(row_)));
     data_length_ += item.samples.size_bytes();
-    table_length_ += row_length_;
+    table_length_ += row_.size();
     ++frames_;
 }
 

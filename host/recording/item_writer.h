@@ -23,6 +23,13 @@ inline constexpr std::string_view frame_table_head =
     "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
     "cca_detected,tx_enabled\n";
 
+/** The digests of an item's files. */
+struct item_digests
+{
+    sha512 samples;
+    sha512 table;
+};
+
 /**
  * Writes one item of a recording. Frames are first appended and then committed, so that an incomplete frame
  * can be removed from all items when the disk is full.
@@ -35,10 +42,10 @@ public:
      *
      * @param base              path and name of the files, without their extensions
      * @param ticks_per_second  unit of the ticks of frames
-     * @param digest            a new digest, for the samples
+     * @param digests           new ones
      * @throws recording_error if they cannot be created
      */
-    item_writer(const std::filesystem::path &base, double ticks_per_second, sha512 digest);
+    item_writer(const std::filesystem::path &base, double ticks_per_second, item_digests digests);
 
     /**
      * Appends the item's part of a frame.
@@ -84,21 +91,21 @@ public:
         return clock_.seconds();
     }
 
-    /** SHA-512 digest of the committed samples. */
-    [[nodiscard]] std::string digest() const
+    /** SHA-512 digests of the committed samples, and of the frame table up to the last committed row. */
+    [[nodiscard]] const item_digests &digests() const noexcept
     {
-        return digest_.digest();
+        return digests_;
     }
 
 private:
     output_file data_;
     output_file table_;
     tick_clock clock_;
-    sha512 digest_;
+    item_digests digests_;
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;
     uint64_t table_length_ = 0;
-    size_t row_length_ = 0; /**< length of the last appended row */
+    std::string row_; /**< the last appended row */
 };
 
 } // namespace vantor

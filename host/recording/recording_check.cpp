@@ -123,6 +123,7 @@ private:
         checked_item found{.data_size = {},
                            .table_size = {},
                            .left_digest = {},
+                           .left_table_digest = {},
                            .figures = {},
                            .level = item_statistics(item.layout.sweep_length)};
         try
@@ -236,13 +237,51 @@ private:
         if (is_finished(item) && check_.recorded && *found.data_size >= recorded)
         {
             add_bytes(data, check_.frames * frame_size(item), recorded, digest);
-            found.differs = item.document["global"]["core:sha512"] != digest.digest();
-            if (found.differs)
-            {
-                add_fault("The samples in " + item.name +
-                          ".sigmf-data differ from those that were recorded.");
-            }
+            compare_digest(item, found, "core:sha512", digest.digest(),
+                           "The samples in " + item.name + ".sigmf-data");
         }
+        compare_table(item, found);
+    }
+
+    /** Compares the digest of a file with that in the metadata, if there is one. */
+    void compare_digest(const recorded_item &item, checked_item &found, const char *member,
+                        const std::string &digest, const std::string &what)
+    {
+        const auto &global = item.document["global"];
+        if (global.contains(member) && global[member] != digest)
+        {
+            found.differs = true;
+            add_fault(what + " differ from those that were recorded.");
+        }
+    }
+
+    /** Computes the digest of the rows that are left, and compares that of all rows that were recorded. */
+    void compare_table(const recorded_item &item, checked_item &found)
+    {
+        const input_file table(table_of(item));
+        if (check_.frames > 0)
+        {
+            found.left_table_digest = digest_of(table, found.left_table_size);
+        }
+        else
+        {
+            // Also the head may be incomplete; a repair writes it again.
+            found.left_table_digest = sha512_of(frame_table_head);
+        }
+        if (is_finished(item) && check_.recorded == found.rows)
+        {
+            const auto end = found.rows > 0 ? found.rows_size : frame_table_head.size();
+            compare_digest(item, found, table_digest_member, digest_of(table, end),
+                           "The rows in " + item.name + ".frames.csv");
+        }
+    }
+
+    /** The digest of the start of a file. */
+    static std::string digest_of(const input_file &file, uint64_t end)
+    {
+        sha512 digest;
+        add_bytes(file, 0, end, digest);
+        return digest.digest();
     }
 
     /** Reads the frames of an item that are left. */

@@ -29,7 +29,8 @@ struct checked_item
     uint64_t rows_size = 0;             /**< bytes up to the end of these rows; 0 if there are none */
     uint64_t left_table_size = 0;       /**< bytes of the rows of the frames that are left */
     std::string left_digest;            /**< SHA-512 of the samples of the frames that are left */
-    bool differs = false;               /**< the samples are not those that were recorded */
+    std::string left_table_digest;      /**< SHA-512 of the frame table with the rows of these frames */
+    bool differs = false;               /**< samples or rows are not those that were recorded */
     frame_figures figures;              /**< of the frames that are left */
     item_statistics level;              /**< of the frames that are left */
 };

@@ -122,8 +122,10 @@ bool is_count(const json &global, const char *name)
 bool has_totals(const json &global)
 {
     const auto &frames = global.at("vantor:frames");
-    return global["core:sha512"].is_string() && is_count(global, "vantor:frames_missing") &&
-           frames.is_number_unsigned() && frames.get<uint64_t>() <= most_frames;
+    const bool has_digests =
+        global["core:sha512"].is_string() && global.value(table_digest_member, json("")).is_string();
+    return has_digests && is_count(global, "vantor:frames_missing") && frames.is_number_unsigned() &&
+           frames.get<uint64_t>() <= most_frames;
 }
 
 /** Checks that the metadata of an item have the members that vantor uses, and belong to the session. */

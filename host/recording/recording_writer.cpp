@@ -72,7 +72,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
                              " items, but the configuration has a different number.");
     }
     // First, so that nothing is created if libcrypto fails.
-    std::vector<sha512> digests(session_.metadata.items.size());
+    std::vector<item_digests> digests(session_.metadata.items.size());
     make_new_directory(directory_);
     captures_->set_time(present_time());
     for (size_t i = 0; i < digests.size(); ++i)
@@ -163,7 +163,8 @@ void recording_writer::write_documents(bool finished)
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),
                                .frames_missing = captures_->missing(),
-                               .digest = finished ? items_[i].digest() : std::string()};
+                               .digest = finished ? items_[i].digests().samples.digest() : std::string(),
+                               .table_digest = finished ? items_[i].digests().table.digest() : std::string()};
         const auto name = item_name(session_.metadata.items[i]);
         documents.push_back(
             {.path = directory_ / (name + ".sigmf-meta"),

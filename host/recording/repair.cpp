@@ -104,7 +104,8 @@ ordered_json final_document(const recording_check &check, size_t index)
                          {.frames = check.frames,
                           .seconds = found.figures.seconds,
                           .frames_missing = check.missing,
-                          .digest = found.left_digest},
+                          .digest = found.left_digest,
+                          .table_digest = found.left_table_digest},
                          check.captures);
     return document;
 }

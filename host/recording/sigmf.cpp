@@ -67,11 +67,12 @@ void set_totals(ordered_json &global, const session_description &session, const 
 {
     const bool finished = !state.digest.empty();
     const double nominal = nominal_frame_rate(session.configuration, session.metadata, session.server);
-    const double measured = measured_frame_rate(state);
+    const double measured = measured_frame_rate(state.frames, state.seconds);
     const double sample_rate =
         (nominal > 0.0 ? nominal : measured) * static_cast<double>(layout.frame_length);
     set_member(global, "core:sample_rate", sample_rate >= lowest_sample_rate, sample_rate);
     set_member(global, "core:sha512", finished, state.digest);
+    set_member(global, table_digest_member, finished, state.table_digest);
     set_member(global, "vantor:frames", finished, state.frames);
     set_member(global, "vantor:frames_missing", finished, state.frames_missing);
     set_member(global, "vantor:frame_rate", nominal > 0.0, nominal);
@@ -148,10 +149,9 @@ std::string item_name(const item_layout &layout)
     return "group-" + std::to_string(layout.group + 1) + "-item-" + std::to_string(layout.index + 1);
 }
 
-double measured_frame_rate(const item_state &state)
+double measured_frame_rate(uint64_t frames, double seconds)
 {
-    return state.frames < 2 || state.seconds <= 0.0 ? 0.0
-                                                    : static_cast<double>(state.frames - 1) / state.seconds;
+    return frames < 2 || seconds <= 0.0 ? 0.0 : static_cast<double>(frames - 1) / seconds;
 }
 
 ordered_json item_document(const session_description &session, size_t index, const item_state &state,

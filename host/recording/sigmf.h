@@ -25,6 +25,9 @@ inline constexpr const char *collection_name = "session";
 /** Member of a collection whose items are being replaced. */
 inline constexpr const char *next_streams_member = "vantor:next_streams";
 
+/** Member of the metadata of an item: SHA-512 of its frame table. */
+inline constexpr const char *table_digest_member = "vantor:frame_table_sha512";
+
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
@@ -35,13 +38,14 @@ struct item_state
     double seconds = 0.0;        /**< from the first to the last frame */
     uint64_t frames_missing = 0; /**< between its frames */
     std::string digest;          /**< digest of the samples; empty while recording */
+    std::string table_digest;    /**< digest of the frame table; empty while recording */
 };
 
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);
 
 /** Frames per second from the first to the last frame, gaps included; 0 if not known yet. */
-double measured_frame_rate(const item_state &state);
+double measured_frame_rate(uint64_t frames, double seconds);
 
 /**
  * The metadata document of one item.

@@ -8,6 +8,7 @@
 #include "disk_calls.h"
 #include "recording/output_file.h"
 #include "recording/repair.h"
+#include "recording/sha512.h"
 #include "recording_files.h"
 #include "vantor/recording_error.h"
 
@@ -81,12 +82,12 @@ TEST(recording_check, is_right_about_each_file_of_a_killed_program_cut_at_each_b
     }
 }
 
-TEST(recording_check, notices_each_changed_byte_of_samples_and_metadata)
+TEST(recording_check, notices_each_changed_byte_of_samples_tables_and_metadata)
 {
     const recording_files files(true);
     for (const auto &[name, content] : files.original)
     {
-        if (name.ends_with(".csv") || name.ends_with("collection"))
+        if (name.ends_with("collection"))
         {
             continue;
         }
@@ -151,6 +152,35 @@ TEST(recording_check, compares_the_collection_with_every_item)
     EXPECT_THAT(check_recording(files.path).faults,
                 testing::Contains("group-2-item-1.sigmf-meta: vantor:base_step_length_m differs from the "
                                   "description of the session."));
+}
+
+TEST(recording_check, notices_a_changed_cell_of_a_table)
+{
+    const recording_files files(true);
+    const std::string name = "group-1-item-2.frames.csv";
+    auto rows = files.original.at(name);
+    const auto tick = rows.find("\n1,") + std::string("\n1,0.02,").size();
+    rows[tick] = rows[tick] == '1' ? '2' : '1';
+    files.write(name, rows);
+    EXPECT_THAT(check_recording(files.path).faults,
+                ElementsAre("The rows in group-1-item-2.frames.csv differ from those that were recorded."));
+    EXPECT_THROW(repair_recording(files.path), damaged_recording);
+}
+
+TEST(recording_check, accepts_recordings_without_digests_of_the_tables)
+{
+    const recording_files files(true);
+    auto collection = nlohmann::ordered_json::parse(files.original.at("session.sigmf-collection"));
+    for (auto &entry : collection["collection"]["core:streams"])
+    {
+        const auto name = entry["name"].get<std::string>() + ".sigmf-meta";
+        auto meta = nlohmann::ordered_json::parse(files.original.at(name));
+        EXPECT_EQ(meta["global"].erase("vantor:frame_table_sha512"), 1U);
+        files.write(name, meta.dump());
+        entry["hash"] = sha512_of(meta.dump());
+    }
+    files.write("session.sigmf-collection", collection.dump());
+    EXPECT_THAT(check_recording(files.path).faults, IsEmpty());
 }
 
 TEST(recording_check, says_how_much_is_missing_or_too_much)
