@@ -26,7 +26,29 @@ constexpr const char *info_footer = R"(Examples:
   vantor info recordings/garage --json
 
 This reads all files and compares sizes, counts and digests. If the recording is damaged, the exit code is 8, and
-the output lists the damage and shows what is left. "vantor repair" makes it usable again.)";
+the output lists the damage and shows what is left. "vantor repair" makes it usable again.
+
+frames/s is the rate that was configured, "measured" the rate that was reached. 1 LSB is the smallest step of a
+sample, whose parts reach from -32768 to 32767.)";
+
+/** Describes the state of a recording for the first line. */
+std::string describe_state(const ordered_json &about)
+{
+    std::string state;
+    if (!about["damage"].empty())
+    {
+        state = ", damaged";
+    }
+    else if (about["in_progress"].get<bool>())
+    {
+        state = ", still being recorded";
+    }
+    else if (!about["complete"].get<bool>())
+    {
+        state = ", incomplete";
+    }
+    return about["repaired"].get<bool>() ? state + ", repaired" : state;
+}
 
 /** A value as text for a terminal. */
 std::string text(const ordered_json &value)
@@ -41,13 +63,44 @@ std::string measure(const ordered_json &value, int digits, const std::string &un
     return value.is_number() ? fixed(value.get<double>(), digits) + unit : std::string("-");
 }
 
+/** A value as text for a terminal, or "unknown". */
+std::string known(const ordered_json &value)
+{
+    return value.is_null() || value == "" ? "unknown" : text(value);
+}
+
+/** Prints the calibrations. */
+void print_calibrations(std::ostream &out, const ordered_json &calibrations)
+{
+    for (const auto &used : calibrations)
+    {
+        out << "calibration: sensor " << text(used["sensor_id"]) << " at " << text(used["temperature"])
+            << " degrees";
+        if (used["first_frame"] != 0)
+        {
+            out << " from frame " << text(used["first_frame"]);
+        }
+        out << "\n";
+    }
+}
+
+/** The sweep rate: the configured one, or else the highest possible one. */
+std::string describe_sweep_rate(const ordered_json &item)
+{
+    return item["sweep_rate"].is_null() ? measure(item["max_sweep_rate"], 1, " (highest)")
+                                        : measure(item["sweep_rate"], 1);
+}
+
 /** Prints the first lines: number of frames, state, origin. */
 void print_origin(std::ostream &out, const ordered_json &about)
 {
-    const bool damaged = !about["damage"].empty();
-    const auto *const state = damaged ? ", damaged" : about["complete"].get<bool>() ? "" : ", incomplete";
-    out << text(about["recording"]) << ": " << text(about["frames"]) << " frames" << state << ", started "
-        << text(about["started"]) << ", vantor_server " << text(about["server_version"]) << "\n";
+    out << text(about["recording"]) << ": " << text(about["frames"]) << " frames" << describe_state(about)
+        << ", started " << known(about["started"]) << ", vantor_server " << known(about["server_version"])
+        << "\n";
+    if (!about["complete"].get<bool>() && !about["in_progress"].get<bool>())
+    {
+        out << "to complete it: vantor repair " << text(about["recording"]) << "\n";
+    }
     const auto &source = about["source"];
     for (const char *name : {"address", "board", "simulator"})
     {
@@ -56,18 +109,14 @@ void print_origin(std::ostream &out, const ordered_json &about)
             out << name << ": " << text(source[name]) << "\n";
         }
     }
-    for (const auto &used : about["calibrations"])
-    {
-        out << "calibration: sensor " << text(used["sensor_id"]) << " at " << text(used["temperature"])
-            << " degrees\n";
-    }
+    print_calibrations(out, about["calibrations"]);
 }
 
 /** Prints one line per item with the totals of its frames. */
 void print_frames(std::ostream &out, const ordered_json &items)
 {
     text_table table({"group", "item", "sensor", "sub-sweeps", "sweeps", "samples/frame", "seconds",
-                      "saturated", "delayed", "lost", "temperature"});
+                      "saturated", "delayed", "missing", "temperature"});
     for (const auto &item : items)
     {
         const auto degrees = item.contains("temperature")
@@ -76,7 +125,7 @@ void print_frames(std::ostream &out, const ordered_json &items)
         table.add({text(item["group"]), text(item["item"]), text(item["sensor_id"]), text(item["subsweeps"]),
                    text(item["sweeps_per_frame"]), text(item["samples_per_frame"]),
                    fixed(item["seconds"].get<double>(), 2), text(item["frames_saturated"]),
-                   text(item["frames_delayed"]), text(item["frames_lost"]), degrees});
+                   text(item["frames_delayed"]), text(item["frames_missing"]), degrees});
     }
     table.print(out);
 }
@@ -84,8 +133,8 @@ void print_frames(std::ostream &out, const ordered_json &items)
 /** Prints one line per sub-sweep with its distances, and the levels and rates of its item. */
 void print_ranges(std::ostream &out, const ordered_json &items)
 {
-    text_table table({"group", "item", "points", "from", "to", "step", "frames/s", "sweeps/s", "mean level",
-                      "strongest echo"});
+    text_table table({"group", "item", "points", "from", "to", "step", "frames/s", "measured", "sweeps/s",
+                      "mean level (LSB)", "strongest echo"});
     for (const auto &item : items)
     {
         for (const auto &range : item["ranges"])
@@ -95,8 +144,8 @@ void print_ranges(std::ostream &out, const ordered_json &items)
             };
             table.add({text(item["group"]), text(item["item"]), text(range["points"]), metres("start_m", 3),
                        metres("end_m", 3), metres("step_m", 4), measure(item["frame_rate"], 2),
-                       measure(item["max_sweep_rate"], 1), measure(item["mean_level"], 1),
-                       measure(item["strongest_echo_m"], 3, " m")});
+                       measure(item["measured_frame_rate"], 2), describe_sweep_rate(item),
+                       measure(item["mean_level"], 1), measure(item["strongest_echo_m"], 3, " m")});
         }
     }
     out << "\n";
@@ -165,8 +214,7 @@ exit_code info(const std::filesystem::path &recording, bool json, const command_
         const auto &recorded = about["frames_recorded"];
         throw damaged_recording(about["recording"].get<std::string>() + " is damaged; " +
                                 about["frames"].dump() +
-                                (recorded.is_null() ? "" : " of " + recorded.dump()) +
-                                " frames are left: " + about["damage"][0].get<std::string>());
+                                (recorded.is_null() ? "" : " of " + recorded.dump()) + " frames are left.");
     }
     return exit_code::success;
 }

@@ -4,7 +4,9 @@
 #include "commands/info_document.h"
 
 #include <cmath>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "commands/stream_warnings.h"
 #include "plot/echo_search.h"
@@ -16,6 +18,18 @@ namespace
 {
 
 using nlohmann::ordered_json;
+
+/** A rate, or null if it is 0, that is, unknown. */
+ordered_json or_null(double rate)
+{
+    return rate > 0.0 ? ordered_json(rate) : ordered_json();
+}
+
+/** Frames per second that were due; 0 if unknown. */
+double nominal_rate(const session_description &session)
+{
+    return nominal_frame_rate(session.configuration, session.metadata, session.server);
+}
 
 /** The distances of a sub-sweep, as far as they are known. */
 ordered_json describe_range(const recorded_item &item, size_t subsweep)
@@ -62,16 +76,19 @@ ordered_json describe_channel(const channel_figures &channel)
 }
 
 /** Rate, distances, levels and configuration of an item. */
-void add_measurement(ordered_json &entry, const recorded_item &item, const checked_item &found,
-                     uint64_t frames)
+void add_measurement(ordered_json &entry, const recording_check &check, size_t index)
 {
-    const double rate = measured_frame_rate(frames, found.figures.seconds);
+    const auto &item = check.documents.items[index];
+    const auto &found = check.items[index];
     const auto strongest = strongest_echo(item, found.level.profile());
-    entry["frame_rate"] = rate > 0.0 ? ordered_json(rate) : ordered_json();
+    const auto level = found.level.mean_level();
+    entry["frame_rate"] = or_null(nominal_rate(check.documents.session));
+    entry["measured_frame_rate"] = or_null(measured_frame_rate(check.frames, found.figures.seconds));
+    entry["sweep_rate"] = or_null(item.configuration.sweep_rate);
     entry["max_sweep_rate"] = item.layout.max_sweep_rate;
     entry["high_speed_mode"] = item.layout.high_speed_mode;
     entry["ranges"] = describe_ranges(item);
-    entry["mean_level"] = found.level.mean_level();
+    entry["mean_level"] = level ? ordered_json(*level) : ordered_json();
     entry["strongest_echo_m"] =
         strongest ? ordered_json(item.layout.distances_m[*strongest]) : ordered_json();
     entry["channel"] = describe_channel(found.figures.channel);
@@ -96,36 +113,53 @@ ordered_json describe_item(const recording_check &check, size_t index)
                           {"frames_saturated", figures.saturated},
                           {"frames_delayed", figures.delayed},
                           {"frames_with_calibration_needed", figures.calibration_needed},
-                          {"frames_lost", check.missing}};
+                          {"frames_missing", check.missing}};
     if (figures.lowest_temperature <= figures.highest_temperature)
     {
         entry["temperature"] = {figures.lowest_temperature, figures.highest_temperature};
     }
-    add_measurement(entry, item, found, check.frames);
+    add_measurement(entry, check, index);
     return entry;
 }
 
-/** When the first frame arrived; empty if unknown. */
-std::string start_time(const recording_documents &documents)
+/** When the first frame arrived; null if unknown. */
+ordered_json start_time(const std::vector<capture> &captures)
 {
-    std::string started;
-    for (const auto &item : documents.items)
-    {
-        if (!item.document.is_null())
-        {
-            started = item.document["captures"][0].value("core:datetime", "");
-        }
-    }
-    return started;
+    const auto &started = captures.front().datetime;
+    return started.empty() ? ordered_json() : ordered_json(started);
 }
 
-/** The calibrations that were used. */
-ordered_json describe_calibrations(const session_metadata &metadata)
+/** Adds the calibrations of a segment to a list, one for each sensor. */
+void add_calibrations(const recording_documents &documents, const capture &part, ordered_json &list)
+{
+    std::set<unsigned> sensors;
+    for (size_t i = 0; i < documents.items.size(); ++i)
+    {
+        const auto sensor = documents.items[i].configuration.sensor_id;
+        if (sensors.insert(sensor).second)
+        {
+            list.push_back({{"sensor_id", sensor},
+                            {"temperature", part.begins->calibration_temperatures.at(i)},
+                            {"first_frame", part.first_frame}});
+        }
+    }
+}
+
+/** The calibrations that were used: at the start, and after each break. */
+ordered_json describe_calibrations(const recording_check &check)
 {
     auto list = ordered_json::array();
-    for (const auto &used : metadata.calibrations)
+    for (const auto &used : check.documents.session.metadata.calibrations)
     {
-        list.push_back({{"sensor_id", used.sensor_id}, {"temperature", used.temperature}});
+        list.push_back(
+            {{"sensor_id", used.sensor_id}, {"temperature", used.temperature}, {"first_frame", 0}});
+    }
+    for (const auto &part : check.captures)
+    {
+        if (part.begins)
+        {
+            add_calibrations(check.documents, part, list);
+        }
     }
     return list;
 }
@@ -133,11 +167,10 @@ ordered_json describe_calibrations(const session_metadata &metadata)
 /** What is known about the frames. */
 stream_facts facts_of(const recording_check &check)
 {
-    const auto &session = check.documents.session;
     stream_facts facts;
     facts.frames = check.frames;
     facts.missing = check.missing;
-    facts.nominal_rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    facts.nominal_rate = nominal_rate(check.documents.session);
     for (const auto &part : check.captures)
     {
         if (part.begins)
@@ -170,18 +203,19 @@ ordered_json to_json(const recording_check &check)
         items.push_back(describe_item(check, i));
     }
     ordered_json about = {{"recording", documents.directory.string()},
-                          {"started", start_time(documents)},
+                          {"started", start_time(check.captures)},
                           {"complete", check.finished && check.faults.empty()},
                           {"frames", check.frames}};
     about["frames_recorded"] = check.recorded ? ordered_json(*check.recorded) : ordered_json();
     about["damage"] = check.faults;
+    about["in_progress"] = check.in_progress;
     about["repaired"] = !documents.collection.is_null() && documents.collection.contains("vantor:repaired");
     about["frames_missing"] = check.missing;
     about["warnings"] = describe_warnings(facts_of(check));
     about["sensor"] = documents.session.server.sensor;
     about["server_version"] = documents.session.server.server_version;
     about["source"] = documents.session.source;
-    about["calibrations"] = describe_calibrations(documents.session.metadata);
+    about["calibrations"] = describe_calibrations(check);
     about["items"] = std::move(items);
     return about;
 }

@@ -55,17 +55,17 @@ stream_facts facts_of(const finished_recording &recorded)
 /** Prints a table with one line per item. */
 void print_items(std::ostream &out, const finished_recording &recorded)
 {
-    text_table table(
-        {"group", "item", "sensor", "sub-sweeps", "samples/frame", "frames", "mean level", "strongest echo"});
+    text_table table({"group", "item", "sensor", "sub-sweeps", "samples/frame", "frames", "mean level (LSB)",
+                      "strongest echo"});
     for (size_t i = 0; i < recorded.items.size(); ++i)
     {
         const auto &layout = recorded.source.metadata().items[i];
         const auto distance = echo_distance(recorded, i);
+        const auto level = recorded.recorder.statistics()[i].mean_level();
         table.add({std::to_string(layout.group + 1), std::to_string(layout.index + 1),
                    std::to_string(recorded.items[i].sensor_id), std::to_string(layout.subsweeps.size()),
                    std::to_string(layout.frame_length), std::to_string(recorded.writer.frames()),
-                   fixed(recorded.recorder.statistics()[i].mean_level(), 1),
-                   std::isnan(distance) ? "-" : fixed(distance, 3) + " m"});
+                   level ? fixed(*level, 1) : "-", std::isnan(distance) ? "-" : fixed(distance, 3) + " m"});
     }
     table.print(out);
 }
@@ -101,13 +101,14 @@ ordered_json item_json(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
     const auto distance = echo_distance(recorded, index);
+    const auto level = recorded.recorder.statistics()[index].mean_level();
     ordered_json item = {
         {"group", layout.group + 1},
         {"item", layout.index + 1},
         {"sensor_id", recorded.items[index].sensor_id},
         {"subsweeps", layout.subsweeps.size()},
         {"samples_per_frame", layout.frame_length},
-        {"mean_level", recorded.recorder.statistics()[index].mean_level()},
+        {"mean_level", level ? ordered_json(*level) : ordered_json()},
         {"strongest_echo_m", std::isnan(distance) ? ordered_json() : ordered_json(distance)}};
     if (index < recorded.tally.items().size())
     {

@@ -29,11 +29,11 @@ void item_statistics::add(std::span<const sample> samples)
     }
 }
 
-double item_statistics::mean_level() const
+std::optional<double> item_statistics::mean_level() const
 {
     if (sweeps_ == 0)
     {
-        return 0.0;
+        return std::nullopt;
     }
     const double sum = std::accumulate(sums_.begin(), sums_.end(), 0.0);
     return sum / static_cast<double>(sweeps_) / static_cast<double>(sums_.size());

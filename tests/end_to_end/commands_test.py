@@ -349,7 +349,7 @@ class Info(CommandTest):
         about = json.loads(self.succeeds("info", recording, "--json"))
         self.assertEqual((about["frames"], about["complete"], about["sensor"]), (7, True, "k330"))
         self.assertEqual([item["samples_per_frame"] for item in about["items"]], [480, 440, 120])
-        self.assertEqual([item["frames_lost"] for item in about["items"]], [0, 0, 0])
+        self.assertEqual([item["frames_missing"] for item in about["items"]], [0, 0, 0])
 
     def test_no_recording(self):
         self.fails(3, "does not exist: give the directory of a recording", "info", self.path("nothing"))

@@ -80,7 +80,7 @@ class Suspension(unittest.TestCase):
                     self.assertEqual(summary["frames_missing"], left_out)
                     about = json.loads(vantor("info", output, "--json").stdout)
                     self.assertEqual(about["frames_missing"], left_out)
-                    self.assertEqual(about["items"][0]["frames_lost"], left_out)
+                    self.assertEqual(about["items"][0]["frames_missing"], left_out)
                     with open(os.path.join(output, "group-1-item-1.sigmf-meta"), encoding="utf-8") as file:
                         document = json.load(file)
                     self.assertEqual(document["global"]["vantor:frame_rate"], RATE)

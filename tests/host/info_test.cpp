@@ -40,8 +40,9 @@ TEST_F(damaged_recording_test, is_noticed_by_info)
     EXPECT_EQ(static_cast<int>(text.code), 8);
     EXPECT_THAT(text.out, HasSubstr(": 1 frames, damaged, started "));
     EXPECT_THAT(text.out, HasSubstr("damage: group-1-item-1.sigmf-data lacks 100 bytes"));
-    EXPECT_THAT(text.err,
-                HasSubstr("is damaged; 1 of 2 frames are left: group-1-item-1.sigmf-data lacks 100"));
+    EXPECT_THAT(text.err, HasSubstr("is damaged; 1 of 2 frames are left.\n"));
+    EXPECT_THAT(text.err, Not(HasSubstr("lacks")));
+    EXPECT_THAT(text.out, HasSubstr("to complete it: vantor repair " + path + "\n"));
     const auto document = run({"info", path, "--json"});
     EXPECT_EQ(document.code, exit_code::damaged);
     const auto about = json::parse(document.out);
@@ -93,9 +94,75 @@ TEST(info, of_a_recording_that_is_not_finished_is_no_failure)
     const auto text = run({"info", files.path.string()});
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr(": 2 frames, incomplete, started "));
+    EXPECT_THAT(text.out, HasSubstr("to complete it: vantor repair " + files.path.string() + "\n"));
     EXPECT_EQ(run({"repair", files.path.string()}).out,
               "2 frames are complete; removed: 0 frames that were complete in an item, 0 bytes of samples\n");
-    EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, started "));
+    EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, repaired, started "));
+    EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("to complete it")));
+}
+
+TEST(info, shows_that_a_recording_is_still_being_written)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", test::example_description());
+    writer.add(test::example_frame(0));
+    const auto text = run({"info", (directory / "out").string()}).out;
+    EXPECT_THAT(text, HasSubstr(": 1 frames, still being recorded, started "));
+    EXPECT_THAT(text, Not(HasSubstr("to complete it")));
+    const auto about = json::parse(run({"info", (directory / "out").string(), "--json"}).out);
+    EXPECT_EQ(about["in_progress"], true);
+}
+
+TEST(info, says_what_is_unknown_without_metadata_and_frames)
+{
+    const test::recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        if (name.ends_with(".sigmf-meta"))
+        {
+            std::filesystem::remove(files.path / name);
+        }
+    }
+    EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr("started unknown, vantor_server 0.1.0\n"));
+    const test::temporary_directory directory;
+    recording_writer(directory / "out", test::example_description()).finish();
+    EXPECT_THAT(run({"info", (directory / "out").string()}).out, testing::ContainsRegex(" - +-\n"));
+    const auto about = json::parse(run({"info", (directory / "out").string(), "--json"}).out);
+    EXPECT_EQ(about["items"][0]["mean_level"], nullptr);
+}
+
+TEST(info, shows_the_configured_rates_and_all_calibrations)
+{
+    const test::temporary_directory directory;
+    auto description = test::example_description();
+    description.configuration["groups"][0][0]["config"]["sweep_rate"] = 1000;
+    {
+        recording_writer writer(directory / "out", description);
+        writer.add(test::example_frame(0));
+        // Four frames are missing.
+        auto late = test::example_frame(5);
+        late.set_missing(4);
+        writer.add(late);
+        writer.begin_segment({.number = 1,
+                              .reason = "calibrated again",
+                              .gap = 2.5,
+                              .calibration_temperatures = {20, 20, 22}});
+        auto next = test::example_frame(6);
+        next.set_missing(4);
+        writer.add(next);
+        writer.finish();
+    }
+    const auto about = json::parse(run({"info", (directory / "out").string(), "--json"}).out);
+    EXPECT_EQ(about["items"][0]["frame_rate"], 50.0);
+    EXPECT_NEAR(about["items"][0]["measured_frame_rate"].get<double>(), 2 / 2.6, 1e-9);
+    EXPECT_EQ(about["items"][0]["sweep_rate"], 1000);
+    EXPECT_EQ(about["items"][1]["sweep_rate"], nullptr);
+    EXPECT_EQ(about["items"][0]["frames_missing"], 4);
+    EXPECT_EQ(about["calibrations"][1], json({{"sensor_id", 1}, {"temperature", 20}, {"first_frame", 2}}));
+    const auto text = run({"info", (directory / "out").string()}).out;
+    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +1000\\.0 "));
+    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +[0-9.]+ \\(highest\\) "));
+    EXPECT_THAT(text, HasSubstr("calibration: sensor 1 at 20 degrees from frame 2\n"));
 }
 
 TEST(info, shows_distances_rates_channel_and_configuration)
@@ -106,6 +173,7 @@ TEST(info, shows_distances_rates_channel_and_configuration)
     EXPECT_EQ(first["ranges"],
               json::parse(R"([{"points": 20, "start_m": 0.25, "end_m": 0.44, "step_m": 0.01}])"));
     EXPECT_EQ(first["frame_rate"], 50.0);
+    EXPECT_EQ(first["measured_frame_rate"], 50.0);
     EXPECT_EQ(first["max_sweep_rate"], 3125.5);
     EXPECT_EQ(first["strongest_echo_m"], 0.32);
     EXPECT_EQ(first["channel"]["frames_valid"], 2);
@@ -115,9 +183,11 @@ TEST(info, shows_distances_rates_channel_and_configuration)
     EXPECT_EQ(first["configuration"], test::example_description().configuration["groups"][0][0]);
     EXPECT_EQ(about["items"][1]["channel"], nullptr);
     EXPECT_EQ(about["items"][1]["ranges"].size(), 2U);
-    EXPECT_EQ(about["calibrations"], json::parse(R"([{"sensor_id": 1, "temperature": 24}])"));
+    EXPECT_EQ(about["calibrations"],
+              json::parse(R"([{"sensor_id": 1, "temperature": 24, "first_frame": 0}])"));
     const auto text = run({"info", files.path.string()}).out;
-    EXPECT_THAT(text, testing::ContainsRegex(" 0\\.250 m +0\\.440 m +0\\.0100 m +50\\.00 +3125\\.5 "));
+    EXPECT_THAT(text,
+                testing::ContainsRegex(" 0\\.250 m +0\\.440 m +0\\.0100 m +50\\.00 +50\\.00 +3125\\.5 "));
     EXPECT_THAT(text,
                 HasSubstr("group-1-item-1: 2 frames valid, 0 not valid, 0 with another transmitter, value "
                           "0.750 to 0.750, mean 0.750\n"));

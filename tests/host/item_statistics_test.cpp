@@ -18,24 +18,24 @@ TEST(item_statistics, averages_magnitudes_over_sweeps)
     const std::vector<sample> frame{{3, 4}, {0, -1}, {-6, 8}, {0, 3}};
     statistics.add(frame);
     EXPECT_THAT(statistics.profile(), testing::ElementsAre(7.5, 2.0));
-    EXPECT_DOUBLE_EQ(statistics.mean_level(), 4.75);
+    EXPECT_DOUBLE_EQ(statistics.mean_level().value(), 4.75);
 }
 
 TEST(item_statistics, accepts_the_largest_samples)
 {
     item_statistics statistics(1);
     statistics.add(std::vector<sample>{{-32768, -32768}});
-    EXPECT_NEAR(statistics.mean_level(), 46340.95, 0.01);
+    EXPECT_NEAR(statistics.mean_level().value(), 46340.95, 0.01);
 }
 
 TEST(item_statistics, is_empty_without_samples)
 {
     const item_statistics none(4);
-    EXPECT_EQ(none.mean_level(), 0.0);
+    EXPECT_EQ(none.mean_level(), std::nullopt);
     EXPECT_THAT(none.profile(), testing::ElementsAre(0.0, 0.0, 0.0, 0.0));
     item_statistics empty(0);
     empty.add({});
-    EXPECT_EQ(empty.mean_level(), 0.0);
+    EXPECT_EQ(empty.mean_level(), std::nullopt);
 }
 
 TEST(tick_clock, counts_seconds_from_the_first_tick)

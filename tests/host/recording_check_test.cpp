@@ -37,7 +37,7 @@ TEST(recording_check, finds_no_fault_in_a_complete_recording)
     EXPECT_TRUE(check.finished);
     EXPECT_EQ(check.frames, recording_files::frames);
     EXPECT_EQ(check.recorded, recording_files::frames);
-    EXPECT_NEAR(check.items[0].level.mean_level(), 253.0, 1.0);
+    EXPECT_NEAR(check.items[0].level.mean_level().value(), 253.0, 1.0);
     EXPECT_EQ(check.items[0].figures.channel.valid, 2U);
     EXPECT_EQ(check.items[0].figures.channel.highest, 0.75);
     EXPECT_EQ(check.items[1].figures.channel.valid, 0U);

@@ -108,8 +108,8 @@ TEST_F(recording_sink_test, leaves_invalid_frames_out_of_the_statistics)
     recording_sink sink(writer, metadata, default_queue_size, loop);
     sink.add(shared_frame(0, {{"data_valid", false}}));
     EXPECT_EQ(sink.close(), nullptr);
-    EXPECT_EQ(sink.statistics()[0].mean_level(), 0.0);
-    EXPECT_GT(sink.statistics()[1].mean_level(), 0.0);
+    EXPECT_EQ(sink.statistics()[0].mean_level(), std::nullopt);
+    EXPECT_GT(sink.statistics()[1].mean_level().value(), 0.0);
 }
 
 TEST_F(recording_sink_test, begins_segments_in_the_order_of_the_frames)

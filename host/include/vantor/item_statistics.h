@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -24,8 +25,8 @@ public:
     /** Adds the samples of a frame, sweep after sweep. */
     void add(std::span<const sample> samples);
 
-    /** Mean magnitude of all samples, in units of the sensor; 0 if there are none. */
-    [[nodiscard]] double mean_level() const;
+    /** Mean magnitude of all samples, in LSB; nothing if there are none. */
+    [[nodiscard]] std::optional<double> mean_level() const;
 
     /** Mean magnitude of each point of the sweep. */
     [[nodiscard]] std::vector<double> profile() const;
