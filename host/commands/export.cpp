@@ -25,7 +25,8 @@ constexpr const char *export_footer = R"(Examples:
       writes complex64 arrays with the axes frame, sweep and point, for numpy.load
   vantor export recordings/garage --format npz
       writes these arrays as "samples", with the distances of the points in metres ("distance_m"), the times of the
-      frames in seconds ("time_s"), and the other columns of the frame table)";
+      frames in seconds ("time_s"), the number of frames missing before each frame ("missing"), and the other columns
+      of the frame table)";
 
 /** The options of `vantor export`. */
 struct export_options
@@ -52,10 +53,11 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
     const interrupt_watch watch;
     const reading_progress progress(recording, streams, 1, require_no_interruption);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
-    const auto write = options.format == "csv"   ? export_csv
-                       : options.format == "npy" ? export_npy
-                                                 : export_npz;
-    return write(recording, output);
+    if (options.format == "npz")
+    {
+        return export_npz(recording, output, require_no_interruption);
+    }
+    return options.format == "csv" ? export_csv(recording, output) : export_npy(recording, output);
 }
 
 /** Exports a recording and prints the paths of the files. */

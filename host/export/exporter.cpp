@@ -7,9 +7,11 @@
 #include <charconv>
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <string>
 
 #include "export/item_files.h"
+#include "export/missing_counter.h"
 #include "export/npy.h"
 #include "export/zip_writer.h"
 
@@ -27,16 +29,23 @@ template <typename number_t> void append_number(std::string &text, number_t valu
     text += separator;
 }
 
+/** A frame in the course of a recording. */
+struct frame_place
+{
+    uint64_t number = 0;
+    double seconds = 0.0;
+    uint64_t missing = 0; /**< frames missing before it, since the start of the recording */
+};
+
 /** Formats one frame of an item as text. */
-std::string csv_lines(const recorded_item &item, uint64_t number, double seconds,
-                      const std::vector<sample> &samples)
+std::string csv_lines(const recorded_item &item, const frame_place &place, const std::vector<sample> &samples)
 {
     std::string text;
     const auto length = item.layout.sweep_length;
     for (size_t i = 0; i < samples.size(); ++i)
     {
         const double distance = item.layout.distances_m[i % length];
-        append_number(text, number, ',');
+        append_number(text, place.number, ',');
         append_number(text, i / length, ',');
         append_number(text, i % length, ',');
         if (std::isnan(distance))
@@ -50,7 +59,8 @@ std::string csv_lines(const recorded_item &item, uint64_t number, double seconds
         }
         append_number(text, samples[i].i, ',');
         append_number(text, samples[i].q, ',');
-        append_number(text, seconds, '\n');
+        append_number(text, place.seconds, ',');
+        append_number(text, place.missing, '\n');
     }
     return text;
 }
@@ -73,39 +83,52 @@ template <typename append_t> void widen_frames(recording_reader &recording, size
     }
 }
 
+/** An item whose frame table is exported. */
+struct table_source
+{
+    const recording_reader &recording;
+    size_t index;
+    const std::function<void()> &check; /**< called for each row, if set; an exception ends the export */
+};
+
 /** Adds one array to an archive: a value for each frame. */
 template <typename value_t, typename read_t>
-void add_column(zip_writer &archive, const recording_reader &recording, size_t index, const std::string &name,
+void add_column(zip_writer &archive, const table_source &source, const std::string &name,
                 const std::string &type, read_t read)
 {
-    const auto head = npy_head(type, {recording.frames()});
-    archive.begin(name + ".npy", head.size() + recording.frames() * sizeof(value_t));
+    const auto head = npy_head(type, {source.recording.frames()});
+    archive.begin(name + ".npy", head.size() + source.recording.frames() * sizeof(value_t));
     archive.append(std::as_bytes(std::span(head)));
-    auto table = recording.open_table(index);
-    for (uint64_t number = 0; number < recording.frames(); ++number)
+    auto table = source.recording.open_table(source.index);
+    for (uint64_t number = 0; number < source.recording.frames(); ++number)
     {
-        const value_t value = read(next_row(table, recording.items()[index]));
+        if (source.check)
+        {
+            source.check();
+        }
+        const value_t value = read(next_row(table, source.recording.items()[source.index]));
         archive.append(std::as_bytes(std::span(&value, 1)));
     }
     archive.end();
 }
 
 /** Adds the columns of the frame table to an archive. */
-void add_columns(zip_writer &archive, const recording_reader &recording, size_t index)
+void add_columns(zip_writer &archive, const table_source &source)
 {
-    add_column<double>(archive, recording, index, "time_s", "<f8",
-                       [](const frame_row &row) { return row.seconds; });
-    add_column<uint32_t>(archive, recording, index, "tick", "<u4",
-                         [](const frame_row &row) { return row.tick; });
-    add_column<int32_t>(archive, recording, index, "temperature", "<i4",
+    missing_counter missing(source.recording);
+    add_column<uint64_t>(archive, source, "missing", "<u8",
+                         [&missing](const frame_row &row) { return missing.next(row); });
+    add_column<double>(archive, source, "time_s", "<f8", [](const frame_row &row) { return row.seconds; });
+    add_column<uint32_t>(archive, source, "tick", "<u4", [](const frame_row &row) { return row.tick; });
+    add_column<int32_t>(archive, source, "temperature", "<i4",
                         [](const frame_row &row) { return row.temperature; });
-    add_column<bool>(archive, recording, index, "data_saturated", "|b1",
+    add_column<bool>(archive, source, "data_saturated", "|b1",
                      [](const frame_row &row) { return row.data_saturated; });
-    add_column<bool>(archive, recording, index, "frame_delayed", "|b1",
+    add_column<bool>(archive, source, "frame_delayed", "|b1",
                      [](const frame_row &row) { return row.frame_delayed; });
-    add_column<bool>(archive, recording, index, "calibration_needed", "|b1",
+    add_column<bool>(archive, source, "calibration_needed", "|b1",
                      [](const frame_row &row) { return row.calibration_needed; });
-    add_column<bool>(archive, recording, index, "data_valid", "|b1",
+    add_column<bool>(archive, source, "data_valid", "|b1",
                      [](const frame_row &row) { return row.data_valid.value_or(true); });
 }
 
@@ -136,11 +159,14 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
         const auto &item = recording.items()[index];
         auto table = recording.open_table(index);
         std::vector<sample> samples;
-        file.append("frame,sweep,point,distance_m,real,imag,time_s\n");
+        missing_counter missing(recording);
+        file.append("frame,sweep,point,distance_m,real,imag,time_s,missing\n");
         for (uint64_t number = 0; number < recording.frames(); ++number)
         {
             recording.read_frame(index, number, samples);
-            file.append(csv_lines(item, number, next_row(table, item).seconds, samples));
+            const auto row = next_row(table, item);
+            file.append(csv_lines(
+                item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
         }
     });
 }
@@ -155,12 +181,13 @@ std::vector<std::filesystem::path> export_npy(recording_reader &recording,
 }
 
 std::vector<std::filesystem::path> export_npz(recording_reader &recording,
-                                              const std::filesystem::path &directory)
+                                              const std::filesystem::path &directory,
+                                              const std::function<void()> &check)
 {
     return write_item_files(recording, directory, ".npz", [&](output_file &file, size_t index) {
         zip_writer archive(file);
         add_samples(archive, recording, index);
-        add_columns(archive, recording, index);
+        add_columns(archive, {.recording = recording, .index = index, .check = check});
         archive.finish();
     });
 }

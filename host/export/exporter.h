@@ -5,6 +5,7 @@
 #define VANTOR_EXPORTER_H
 
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include "vantor/recording_reader.h"
@@ -14,7 +15,7 @@ namespace vantor
 
 /**
  * Writes each item as text: a header, then one line per sample with the columns frame, sweep, point,
- * distance_m, real, imag and time_s.
+ * distance_m, real, imag, time_s and missing: frames missing before it, since the start of the recording.
  *
  * @param recording  the recording to export
  * @param directory  where to write; it is created
@@ -38,15 +39,18 @@ std::vector<std::filesystem::path> export_npy(recording_reader &recording,
 /**
  * Writes each item as an NPZ file: an archive of NPY files. `samples` is the complex64 array with the axes
  * frame, sweep and point; `distance_m` has the distance of each point; the others have a value for each
- * frame, and the names of the columns of the frame table.
+ * frame, and the names of the columns of the frame table; `missing` has the number of frames missing before
+ * each, since the start of the recording.
  *
  * @param recording  the recording to export
  * @param directory  where to write; it is created
+ * @param check      called for each row of the frame table, if set; an exception ends the export
  * @return the files written
  * @throws recording_error if a file exists already or cannot be written; no file is created then
  */
 std::vector<std::filesystem::path> export_npz(recording_reader &recording,
-                                              const std::filesystem::path &directory);
+                                              const std::filesystem::path &directory,
+                                              const std::function<void()> &check = {});
 
 } // namespace vantor
 

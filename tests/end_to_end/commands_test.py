@@ -453,11 +453,12 @@ class Export(CommandTest):
         self.assertEqual(files[0], self.path("tables", "group-1-item-1.csv"))
         with open(files[0], encoding="ascii") as file:
             head, *rows = [line.strip().split(",") for line in file]
-        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag", "time_s"])
+        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag", "time_s", "missing"])
         self.assertEqual([(int(row[0]), int(row[1]), int(row[2])) for row in rows],
                          [(frame, sweep, point) for frame in range(3) for sweep in range(4) for point in range(120)])
         self.assertEqual([int(part) for row in rows for part in row[4:6]], list(self.data(recording)))
         times = self.column(recording, "time_s")
+        self.assertEqual({row[7] for row in rows}, {"0"})
         self.assertEqual([row[6] for row in rows], [time for time in times for _ in range(4 * 120)])
         for point, row in enumerate(rows[:120]):
             self.assertAlmostEqual(float(row[3]), (80 + 6 * point) * 0.0025, places=6)

@@ -16,6 +16,7 @@
 #include "file_size_limit.h"
 #include "temporary_directory.h"
 #include "vantor/recording_error.h"
+#include "vantor/recording_writer.h"
 
 namespace vantor
 {
@@ -124,7 +125,68 @@ TEST_P(exporter, leaves_nothing_behind_after_a_signal)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(formats, exporter, testing::Values(export_csv, export_npy, export_npz));
+TEST(export_npz, checks_for_signals_at_each_row_of_each_column)
+{
+    const test::temporary_directory place;
+    test::write_example_recording(place / "recording", 10);
+    recording_reader recording(place / "recording");
+    int checks = 0;
+    export_npz(recording, place / "output", [&] { ++checks; });
+    // Eight columns of three items.
+    EXPECT_EQ(checks, 8 * 3 * 10);
+}
+
+/** Writes a recording of frames 0, 1, 5 and 6: three are missing. */
+void write_gap(const std::filesystem::path &directory, bool finished)
+{
+    recording_writer writer(directory, test::example_description());
+    for (const uint32_t number : {0U, 1U, 5U, 6U})
+    {
+        auto received = test::example_frame(number);
+        received.set_missing(number < 5 ? 0 : 3);
+        writer.add(received);
+    }
+    if (finished)
+    {
+        writer.finish();
+    }
+}
+
+TEST(export_csv, numbers_the_missing_frames)
+{
+    for (const bool finished : {true, false})
+    {
+        const test::temporary_directory place;
+        write_gap(place / "recording", finished);
+        recording_reader recording(place / "recording");
+        export_csv(recording, place / "output");
+        const auto text = test::read_file(place / "output/group-1-item-1.csv");
+        EXPECT_THAT(text, testing::StartsWith("frame,sweep,point,distance_m,real,imag,time_s,missing\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n1,0,0,0.25,[-0-9]+,[-0-9]+,0.02,0\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n2,0,0,0.25,[-0-9]+,[-0-9]+,0.1,3\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n3,0,0,0.25,[-0-9]+,[-0-9]+,0.12,3\n"));
+    }
+}
+
+TEST(export_npz, has_an_array_of_the_numbers_of_missing_frames)
+{
+    const test::temporary_directory place;
+    write_gap(place / "recording", true);
+    recording_reader recording(place / "recording");
+    export_npz(recording, place / "output");
+    const auto archive = test::read_file(place / "output/group-1-item-2.npz");
+    const auto name = archive.find("missing.npy");
+    const auto data = archive.find('\n', name) + 1;
+    const std::string three("\3\0\0\0\0\0\0\0", 8);
+    EXPECT_EQ(archive.substr(data, 32), std::string(16, '\0') + three + three);
+}
+
+INSTANTIATE_TEST_SUITE_P(formats, exporter,
+                         testing::Values(export_csv, export_npy,
+                                         [](recording_reader &recording,
+                                            const std::filesystem::path &directory) {
+                                             return export_npz(recording, directory);
+                                         }));
 
 } // namespace
 } // namespace vantor
