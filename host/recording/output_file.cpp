@@ -97,25 +97,6 @@ std::filesystem::path place_of(const std::filesystem::path &path)
     return failure ? path : target;
 }
 
-/** Waits until the names of the files in a directory are on the disk. */
-void sync_directory(const std::filesystem::path &path)
-{
-    const auto directory = path.empty() ? std::filesystem::path(".") : path;
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // Some file systems cannot do this for directories; they report EINVAL.
-    const bool synced = descriptor >= 0 && (fsync(descriptor) == 0 || errno == EINVAL);
-    const int reason = errno;
-    if (descriptor >= 0)
-    {
-        close(descriptor);
-    }
-    if (!synced)
-    {
-        errno = reason;
-        fail("write to", directory);
-    }
-}
-
 /** A file that is open for changing it. */
 class open_file
 {
@@ -293,6 +274,25 @@ void new_version::put_into_place()
     }
     temporary_.clear();
     sync_directory(path_.parent_path());
+}
+
+void sync_directory(const std::filesystem::path &path)
+{
+    const auto directory = path.empty() ? std::filesystem::path(".") : path;
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // Some file systems cannot do this for directories; they report EINVAL. Others cannot be opened by this
+    // user.
+    const bool synced = descriptor >= 0 ? fsync(descriptor) == 0 || errno == EINVAL : errno == EACCES;
+    const int reason = errno;
+    if (descriptor >= 0)
+    {
+        close(descriptor);
+    }
+    if (!synced)
+    {
+        errno = reason;
+        fail("write to", directory);
+    }
 }
 
 void require_no_link_in_recording(const std::filesystem::path &path)

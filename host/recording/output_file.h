@@ -146,6 +146,14 @@ void require_no_link_in_recording(const std::filesystem::path &path);
  */
 void require_replaceable(const std::filesystem::path &path);
 
+/**
+ * Waits until the names of the files in a directory are on the disk.
+ *
+ * @param path  the directory; empty for the current one
+ * @throws recording_error if this is not possible
+ */
+void sync_directory(const std::filesystem::path &path);
+
 /** A file and its complete new content. */
 struct file_text
 {

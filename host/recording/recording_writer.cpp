@@ -3,6 +3,7 @@
  */
 #include "vantor/recording_writer.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -41,10 +42,24 @@ std::string present_time()
     return std::string(text.data(), length) + fraction + "Z";
 }
 
-/** Creates a directory; it may exist already if it is empty. */
+/** The directories to which creating a directory adds one, from the innermost on. */
+std::vector<std::filesystem::path> parents_that_change(const std::filesystem::path &directory)
+{
+    std::vector<std::filesystem::path> parents;
+    std::error_code failure;
+    for (auto place = std::filesystem::absolute(directory, failure);
+         place.has_relative_path() && !std::filesystem::exists(place, failure); place = place.parent_path())
+    {
+        parents.push_back(place.parent_path());
+    }
+    return parents;
+}
+
+/** Creates a directory, durably; it may exist already if it is empty. */
 void make_new_directory(const std::filesystem::path &directory)
 {
     require_no_link_in_recording(directory);
+    const auto parents = parents_that_change(directory);
     std::error_code failure;
     std::filesystem::create_directories(directory, failure);
     const bool empty = !failure && std::filesystem::is_empty(directory, failure);
@@ -58,6 +73,7 @@ void make_new_directory(const std::filesystem::path &directory)
         throw recording_error("The directory " + directory.string() +
                               " is not empty: choose another one; recordings are never overwritten.");
     }
+    std::for_each(parents.begin(), parents.end(), sync_directory);
 }
 
 } // namespace

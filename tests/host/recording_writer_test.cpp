@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include "disk_calls.h"
 #include "example_recording.h"
 #include "fake_server.h"
 #include "file_size_limit.h"
@@ -61,6 +62,17 @@ void expect_valid_sigmf(const json &document)
     {
         EXPECT_TRUE(std::regex_match(key, std::regex("(core|vantor):[a-z][a-z0-9_]*"))) << key;
     }
+}
+
+TEST(recording_writer, has_its_directory_on_the_disk)
+{
+    const test::temporary_directory directory;
+    const auto parent = std::filesystem::canonical(directory / "");
+    const test::disk_calls calls;
+    const recording_writer writer(directory / "a/b", example_description());
+    ASSERT_GE(calls.list().size(), 2U);
+    EXPECT_EQ(calls.list()[0], "sync " + (parent / "a").string());
+    EXPECT_EQ(calls.list()[1], "sync " + parent.string());
 }
 
 TEST(recording_writer, writes_samples_unchanged)
