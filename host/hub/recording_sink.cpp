@@ -31,8 +31,8 @@ size_t queued_size(const frame &queued) noexcept
 }
 
 recording_sink::recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
-                               event_loop &loop)
-    : writer_(writer), queue_size_(queue_size), loop_(loop)
+                               event_loop &loop, calendar now)
+    : writer_(writer), queue_size_(queue_size), loop_(loop), now_(std::move(now))
 {
     for (const auto &layout : metadata.items)
     {
@@ -60,7 +60,7 @@ void recording_sink::begin(const segment &next)
 
 void recording_sink::add(const std::shared_ptr<const frame> &received)
 {
-    push({.next = {}, .what = received});
+    push({.next = {}, .what = received, .arrival = now_()});
 }
 
 std::exception_ptr recording_sink::close()
@@ -174,7 +174,7 @@ void recording_sink::execute(const job &taken)
     {
         return;
     }
-    writer_.add(*taken.what);
+    writer_.add(*taken.what, taken.arrival);
     if (!sync_due_)
     {
         sync_due_ = std::chrono::steady_clock::now() + sync_interval;

@@ -27,12 +27,11 @@ namespace vantor
 namespace
 {
 
-/** The current time in UTC with milliseconds, as in RFC 3339. */
-std::string present_time()
+/** A time in UTC with milliseconds, as in RFC 3339. */
+std::string utc_text(std::chrono::system_clock::time_point time)
 {
-    const auto now = std::chrono::system_clock::now();
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
-    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds).count();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(time - seconds).count();
     const std::time_t calendar = std::chrono::system_clock::to_time_t(seconds);
     std::tm parts{};
     gmtime_r(&calendar, &parts);
@@ -90,7 +89,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     // First, so that nothing is created if libcrypto fails.
     std::vector<item_digests> digests(session_.metadata.items.size());
     make_new_directory(directory_);
-    captures_->set_time(present_time());
+    captures_->set_time(utc_text(std::chrono::system_clock::now()));
     for (size_t i = 0; i < digests.size(); ++i)
     {
         items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
@@ -113,7 +112,7 @@ void recording_writer::begin_segment(const segment &next)
     }
 }
 
-void recording_writer::add(const frame &received)
+void recording_writer::add(const frame &received, std::chrono::system_clock::time_point arrival)
 {
     try
     {
@@ -136,7 +135,7 @@ void recording_writer::add(const frame &received)
     }
     if (captures_->add(received.missing()))
     {
-        captures_->set_time(present_time());
+        captures_->set_time(utc_text(arrival));
     }
     ++frames_;
     // So that what a killed recorder leaves shows the break.

@@ -112,6 +112,29 @@ TEST_F(recording_sink_test, leaves_invalid_frames_out_of_the_statistics)
     EXPECT_GT(sink.statistics()[1].mean_level().value(), 0.0);
 }
 
+TEST_F(recording_sink_test, notes_when_a_frame_arrived_not_when_it_was_written)
+{
+    using std::chrono::milliseconds;
+    using std::chrono::system_clock;
+    auto now = std::make_shared<system_clock::time_point>(milliseconds(1'700'000'000'250));
+    {
+        recording_sink sink(writer, metadata, default_queue_size, loop, [now] { return *now; });
+        sink.add(shared_frame(0));
+        *now += milliseconds(1500);
+        auto late = test::example_frame(5);
+        late.set_missing(4);
+        sink.add(std::make_shared<const frame>(late));
+        *now += std::chrono::hours(1);
+        EXPECT_EQ(sink.close(), nullptr);
+    }
+    writer.finish();
+    const auto captures =
+        nlohmann::json::parse(read_file(directory / "out/group-1-item-1.sigmf-meta"))["captures"];
+    ASSERT_EQ(captures.size(), 2U);
+    EXPECT_EQ(captures[0]["core:datetime"], "2023-11-14T22:13:20.250Z");
+    EXPECT_EQ(captures[1]["core:datetime"], "2023-11-14T22:13:21.750Z");
+}
+
 TEST_F(recording_sink_test, begins_segments_in_the_order_of_the_frames)
 {
     recording_sink sink(writer, metadata, default_queue_size, loop);

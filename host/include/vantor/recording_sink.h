@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -22,6 +23,9 @@
 
 namespace vantor
 {
+
+/** Returns the present date and time; std::chrono::system_clock::now unless a test passes another clock. */
+using calendar = std::function<std::chrono::system_clock::time_point()>;
 
 /** Size of the queue of a recording_sink unless another one is given, in bytes. */
 inline constexpr size_t default_queue_size = 64U << 20U;
@@ -41,9 +45,10 @@ public:
      * @param metadata    the metadata of the session
      * @param queue_size  bytes of frames that can wait for the disk; one frame can always wait
      * @param loop        the loop of the hub; must outlive the sink
+     * @param now         shows when a frame arrives
      */
     recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
-                   event_loop &loop);
+                   event_loop &loop, calendar now = std::chrono::system_clock::now);
     recording_sink(const recording_sink &) = delete;
     recording_sink &operator=(const recording_sink &) = delete;
     recording_sink(recording_sink &&) = delete;
@@ -71,8 +76,9 @@ private:
     /** What the thread does next: begin a segment, or write a frame. */
     struct job
     {
-        segment next;                      /**< if its number is not 0 */
-        std::shared_ptr<const frame> what; /**< if not null */
+        segment next;                                       /**< if its number is not 0 */
+        std::shared_ptr<const frame> what;                  /**< if not null */
+        std::chrono::system_clock::time_point arrival = {}; /**< of the frame */
     };
 
     void work();
@@ -88,6 +94,7 @@ private:
         sync_due_; /**< for frames that may not be on the disk */
     size_t queue_size_;
     event_loop &loop_;
+    calendar now_;
     mutable std::mutex mutex_; /**< for the members below, except the thread */
     std::condition_variable wake_;
     std::deque<job> queue_;

@@ -4,6 +4,7 @@
 #ifndef VANTOR_RECORDING_WRITER_H
 #define VANTOR_RECORDING_WRITER_H
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -48,9 +49,11 @@ public:
     /**
      * Appends a frame. A capture segment begins where frame::missing() grows.
      *
+     * @param arrival  when the frame arrived
      * @throws recording_error if it cannot be written; the recording then ends with the previous frame
      */
-    void add(const frame &received);
+    void add(const frame &received,
+             std::chrono::system_clock::time_point arrival = std::chrono::system_clock::now());
 
     /**
      * Begins a segment: the next frame is its first one. The documents are written again with the frame.
