@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/common_options.h"
+#include "commands/damage.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/reading_progress.h"
@@ -51,6 +52,7 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
 {
     recording_reader recording(options.recording);
     const interrupt_watch watch;
+    warn_of_damage(recording, streams, require_no_interruption);
     const reading_progress progress(recording, streams, 1, require_no_interruption);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
     if (options.format == "npz")

@@ -9,6 +9,7 @@
 
 #include "commands/check_progress.h"
 #include "commands/common_options.h"
+#include "commands/damage.h"
 #include "commands/info_document.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
@@ -207,14 +208,12 @@ void print(std::ostream &out, const ordered_json &about)
 /** Checks a recording and prints its description. */
 exit_code info(const std::filesystem::path &recording, bool json, const command_streams &streams)
 {
-    const auto about = to_json(check_recording(recording, show_progress(streams)));
+    const auto check = check_recording(recording, show_progress(streams));
+    const auto about = to_json(check);
     json ? print_json(streams.out, about) : print(streams.out, about);
-    if (!about["damage"].empty())
+    if (!check.faults.empty())
     {
-        const auto &recorded = about["frames_recorded"];
-        throw damaged_recording(about["recording"].get<std::string>() + " is damaged; " +
-                                about["frames"].dump() +
-                                (recorded.is_null() ? "" : " of " + recorded.dump()) + " frames are left.");
+        throw damaged_recording(describe_damage(check) + ".");
     }
     return exit_code::success;
 }

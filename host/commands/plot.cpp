@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/damage.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
 #include "commands/reading_progress.h"
@@ -71,6 +72,7 @@ drawn_pictures draw(const plot_options &options, const command_streams &streams)
 {
     recording_reader recording(options.recording);
     check_distance(recording, options.distance);
+    warn_of_damage(recording, streams, check_interrupt);
     const reading_progress progress(recording, streams, 2, check_interrupt);
     const auto directory = std::filesystem::weakly_canonical(recording.directory());
     return draw_recording(

@@ -12,6 +12,7 @@
 
 #include "client/tcp_listener.h"
 #include "commands/common_options.h"
+#include "commands/damage.h"
 #include "commands/interrupt.h"
 #include "commands/progress.h"
 #include "replay/replay_server.h"
@@ -110,6 +111,15 @@ private:
     uint64_t served_ = 0;
 };
 
+/** Throws cancelled if the user has asked to stop. */
+void require_no_interruption()
+{
+    if (interrupt_watch::interrupted())
+    {
+        throw cancelled();
+    }
+}
+
 /** Serves one host after the other until all have been served, or a signal asks to stop. */
 exit_code replay(const replay_options &options, const command_streams &streams)
 {
@@ -121,6 +131,7 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     const auto loop = std::make_shared<event_loop>();
     // Before the line that shows other programs that the server is ready.
     const interrupt_watch watch(*loop);
+    warn_of_damage(recording, streams, require_no_interruption);
     replay_service service(recording, options, streams, loop);
     try
     {

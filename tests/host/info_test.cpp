@@ -5,6 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "command_outcome.h"
 #include "commands/command_line.h"
 #include "recording_files.h"
@@ -50,6 +54,67 @@ TEST_F(damaged_recording_test, is_noticed_by_info)
     EXPECT_EQ(about["frames"], 1);
     EXPECT_EQ(about["frames_recorded"], 2);
     EXPECT_EQ(about["damage"].size(), 1U);
+}
+
+/** A TCP port on which another program listens. */
+class used_port
+{
+public:
+    used_port() : descriptor_(socket(AF_INET, SOCK_STREAM, 0))
+    {
+        address_.sin_family = AF_INET;
+        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address_;
+        auto *const place = reinterpret_cast<sockaddr *>(&address_);
+        EXPECT_EQ(bind(descriptor_, place, length), 0);
+        EXPECT_EQ(listen(descriptor_, 1), 0);
+        EXPECT_EQ(getsockname(descriptor_, place, &length), 0);
+    }
+    used_port(const used_port &) = delete;
+    used_port &operator=(const used_port &) = delete;
+    used_port(used_port &&) = delete;
+    used_port &operator=(used_port &&) = delete;
+
+    ~used_port()
+    {
+        close(descriptor_);
+    }
+
+    [[nodiscard]] unsigned number() const
+    {
+        return ntohs(address_.sin_port);
+    }
+
+private:
+    int descriptor_;
+    sockaddr_in address_ = {};
+};
+
+TEST_F(damaged_recording_test, is_noticed_by_the_commands_that_use_recordings)
+{
+    const auto warning = "vantor: warning: " + path +
+                         " is damaged; 1 of 2 frames are left: group-1-item-1.sigmf-data lacks 100 bytes";
+    const auto output = (files.directory / "output").string();
+    EXPECT_THAT(run({"export", path, "--format", "csv", "--output", output}).err, HasSubstr(warning));
+    EXPECT_THAT(run({"plot", path, "--output", output + ".png"}).err, HasSubstr(warning));
+    // The port is in use, which ends the command.
+    const used_port port;
+    EXPECT_THAT(run({"replay", path, "--tcp", std::to_string(port.number())}).err, HasSubstr(warning));
+}
+
+TEST(commands_that_use_recordings, notice_a_changed_sample)
+{
+    const test::recording_files files(true);
+    auto samples = files.original.at("group-2-item-1.sigmf-data");
+    samples[0] = static_cast<char>(samples[0] ^ 1);
+    files.write("group-2-item-1.sigmf-data", samples);
+    const auto output = (files.directory / "output").string();
+    const auto result = run({"export", files.path.string(), "--format", "npy", "--output", output});
+    EXPECT_EQ(result.code, exit_code::success);
+    EXPECT_THAT(result.err,
+                HasSubstr("2 of 2 frames are left: The samples in group-2-item-1.sigmf-data differ"));
+    files.restore();
+    EXPECT_EQ(run({"export", files.path.string(), "--format", "csv", "--output", output}).err, "");
 }
 
 TEST_F(damaged_recording_test, can_be_repaired)
