@@ -24,7 +24,7 @@ using boost::asio::ip::tcp;
 constexpr size_t most_turned_away = 16;
 
 /** When to try again after accepting has failed, for example because too many files are open. */
-constexpr std::chrono::milliseconds retry_interval{100};
+constexpr std::chrono::milliseconds accept_retry_interval{100};
 
 /** Whether the other side of a connection has closed it. */
 bool has_left(tcp::socket &connection)
@@ -62,7 +62,7 @@ struct tcp_listener::implementation : std::enable_shared_from_this<implementatio
 
     void accept_later()
     {
-        retry.expires_after(retry_interval);
+        retry.expires_after(accept_retry_interval);
         retry.async_wait([self = weak_from_this()](const auto & /*failure*/) {
             if (const auto alive = self.lock())
             {
