@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds interval{200};
 /** Longest remaining time that is shown, in seconds: about thirty years. */
 constexpr double longest_wait = 1e9;
 
-using seconds = std::chrono::duration<double>;
+using in_seconds = std::chrono::duration<double>;
 
 /** Width of the terminal; a usual one if it is unknown. A longer line would not be updated in place. */
 size_t terminal_width()
@@ -62,10 +62,10 @@ void progress_line::update(uint64_t frames, const std::function<std::string()> &
         return;
     }
     next_ = now + interval;
-    const double span = first_ ? seconds(now - *first_).count() : 0.0;
+    const double span = first_ ? in_seconds(now - *first_).count() : 0.0;
     const double rate = span > 0.0 ? static_cast<double>(frames - first_frames_) / span : 0.0;
     auto text =
-        progress_text(frames, rate, seconds(now - start_).count(), goal_) + (notes ? notes() : std::string());
+        progress_text(frames, rate, in_seconds(now - start_).count(), goal_) + (notes ? notes() : std::string());
     text.resize(std::min(text.size(), terminal_width() - 1));
     out_ << "\r" << text << std::string(width_ > text.size() ? width_ - text.size() : 0, ' ') << std::flush;
     width_ = std::max(width_, text.size());
