@@ -1,12 +1,14 @@
-"""Every frame that is missing because a recorder was suspended is counted: as many as the server left out.
+"""Every frame that is missing because a recorder was suspended is counted: as many as server or sensor left out.
 
 As a test this is a small sample, in which the link is full after a short time. With VANTOR_CAMPAIGN=whole a recorder is
-suspended at random times for up to 8 s, in 200 runs: `scripts/soak suspension`.
+suspended at random times for up to 8 s, in 200 runs for each pace: `scripts/soak suspension`.
 """
 
+import concurrent.futures
 import json
 import os
 import random
+import re
 import signal
 import subprocess
 import tempfile
@@ -16,28 +18,63 @@ import unittest
 from vantor_process import TIME_OUT, VANTOR, Server, campaign, vantor, wait_until
 
 RUNS = int(os.environ.get("VANTOR_CAMPAIGN_SIZE", campaign(200, 2)))
+PARALLEL = campaign(4, 2)
 LONGEST = campaign(8.0, 4.0)  # seconds; the server drops a host that takes nothing for 10 s
 RATE = 32.0
 SWEEPS, POINTS = 31, 512  # 63 kB per frame, so that the link is full after some seconds
 STEADY = 0.5  # seconds of frames after the suspension, so that none is left out after the last recorded one
-CONFIGURATION = {"update_rate": RATE, "groups": [[{"sensor_id": 1, "config": {"sweeps_per_frame": SWEEPS,
-                                                                              "num_points": POINTS}}]]}
+LATE_FRAME = re.compile(r"sensor 1: frame (\d+) is late, (\d+) frames are left out")
+
+
+class ServerPace:
+    """Frames that the server paces, and counts itself if it leaves them out."""
+
+    def __init__(self, _):
+        self.options = {}
+
+    @staticmethod
+    def configuration(config):
+        return {"update_rate": RATE, "groups": [[{"sensor_id": 1, "config": config}]]}
+
+    @staticmethod
+    def left_out(server, _):
+        with server.connect() as host:
+            return host.ask("stats")["frames_left_out"]
+
+
+class SensorPace:
+    """Frames that the simulated sensor paces. It logs how many it leaves out."""
+
+    def __init__(self, log):
+        self.log = log
+        self.options = {"log": log}
+
+    @staticmethod
+    def configuration(config):
+        return {"groups": [[{"sensor_id": 1, "config": {**config, "frame_rate": RATE}}]]}
+
+    def left_out(self, _, recorded):
+        """The number of frames left out until the last recorded one."""
+        self.log.seek(0)
+        return sum(int(left_out) for number, left_out in LATE_FRAME.findall(self.log.read()) if int(number) < recorded)
+
+
+class DoubleBufferedSensorPace(SensorPace):
+    """A sensor that measures one frame ahead."""
+
+    @staticmethod
+    def configuration(config):
+        return SensorPace.configuration({**config, "double_buffering": True})
 
 
 class Suspension(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.addCleanup(self.folder.cleanup)
-        self.configuration = os.path.join(self.folder.name, "config.json")
-        with open(self.configuration, "w", encoding="utf-8") as file:
-            json.dump(CONFIGURATION, file)
-
-    def record_with_suspension(self, server, output, before, duration):
+    @staticmethod
+    def record_with_suspension(server, configuration, output, before, duration):
         """Records, suspends the recorder once, and ends it; returns its summary."""
         recorder = subprocess.Popen(
-            [VANTOR, "record", self.configuration, "--connect", server.address, "--output", output, "--json"],
+            [VANTOR, "record", configuration, "--connect", server.address, "--output", output, "--json"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        wait_until(lambda: self.seconds(output) is not None, "the first frame")
+        wait_until(lambda: Suspension.seconds(output) is not None, "the first frame")
         start = time.monotonic()
         # The times are what is tested; nothing depends on how exact they are.
         time.sleep(before)
@@ -45,10 +82,11 @@ class Suspension(unittest.TestCase):
         time.sleep(duration)
         recorder.send_signal(signal.SIGCONT)
         resumed = time.monotonic() - start
-        wait_until(lambda: self.seconds(output) > resumed + STEADY, "frames that were measured afterwards")
+        wait_until(lambda: Suspension.seconds(output) > resumed + STEADY, "frames that were measured afterwards")
         recorder.send_signal(signal.SIGINT)
         text, errors = recorder.communicate(timeout=TIME_OUT)
-        self.assertEqual(recorder.returncode, 130, errors)
+        if recorder.returncode != 130:
+            raise AssertionError(f"the recorder ended with {recorder.returncode}: {errors}")
         return json.loads(text)
 
     @staticmethod
@@ -61,32 +99,52 @@ class Suspension(unittest.TestCase):
             rows = file.read().rpartition("\n")[0].splitlines()[1:]
         return float(rows[-1].split(",")[1]) if rows else None
 
-    def frames_left_out(self, server):
-        """The number of frames that the server has left out since its start."""
-        with server.connect() as host:
-            return host.ask("stats")["frames_left_out"]
+    @staticmethod
+    def counts_of_host(summary, output):
+        """The number of missing frames in every place where the host reports it, and the frame rate."""
+        about = json.loads(vantor("info", output, "--json").stdout)
+        with open(os.path.join(output, "group-1-item-1.sigmf-meta"), encoding="utf-8") as file:
+            document = json.load(file)
+        in_captures = sum(part["vantor:frames_missing"] for part in document["captures"])
+        counts = {summary["frames_missing"], about["frames_missing"], about["items"][0]["frames_missing"], in_captures}
+        return counts, document["global"]["vantor:frame_rate"]
 
-    def test_the_missing_frames_are_those_that_the_server_left_out(self):
-        chance = random.Random(1)
-        total = 0
-        with Server("--tcp", "0") as server:
-            for run in range(RUNS):
-                duration = chance.uniform(0, LONGEST) if run > 0 else LONGEST
-                output = os.path.join(self.folder.name, f"run-{run}")
-                before = self.frames_left_out(server)
-                summary = self.record_with_suspension(server, output, chance.uniform(0.3, 1.0), duration)
-                left_out = self.frames_left_out(server) - before
-                with self.subTest(run=run, duration=duration):
-                    self.assertEqual(summary["frames_missing"], left_out)
-                    about = json.loads(vantor("info", output, "--json").stdout)
-                    self.assertEqual(about["frames_missing"], left_out)
-                    self.assertEqual(about["items"][0]["frames_missing"], left_out)
-                    with open(os.path.join(output, "group-1-item-1.sigmf-meta"), encoding="utf-8") as file:
-                        document = json.load(file)
-                    self.assertEqual(document["global"]["vantor:frame_rate"], RATE)
-                    self.assertEqual(sum(part["vantor:frames_missing"] for part in document["captures"]), left_out)
-                total += left_out
+    def run_once(self, pace_kind, run):
+        """One run; returns how long it was suspended, the counts of the host, the own count, and the rate."""
+        chance = random.Random(run)
+        duration = chance.uniform(0, LONGEST) if run > 0 else LONGEST
+        with tempfile.TemporaryDirectory() as folder, open(os.path.join(folder, "log"), "a+", encoding="utf-8") as log:
+            pace = pace_kind(log)
+            configuration = os.path.join(folder, "config.json")
+            output = os.path.join(folder, "recording")
+            with open(configuration, "w", encoding="utf-8") as file:
+                json.dump(pace.configuration({"sweeps_per_frame": SWEEPS, "num_points": POINTS}), file)
+            with Server("--tcp", "0", "--log-level", "VERBOSE", **pace.options) as server:
+                summary = self.record_with_suspension(server, configuration, output, chance.uniform(0.3, 1.0), duration)
+                left_out = pace.left_out(server, summary["frames"])
+            counts, rate = self.counts_of_host(summary, output)
+        return duration, counts, left_out, rate
+
+    def check(self, pace):
+        """The host counts the frames that were left out, in every run."""
+        with concurrent.futures.ThreadPoolExecutor(PARALLEL) as pool:
+            runs = list(pool.map(lambda run: self.run_once(pace, run), range(RUNS)))
+        for number, (duration, counts, left_out, rate) in enumerate(runs):
+            with self.subTest(run=number, duration=duration):
+                self.assertEqual(counts, {left_out})
+                self.assertEqual(rate, RATE)
+        total = sum(left_out for _, _, left_out, _ in runs)
         self.assertGreater(total, 0, "no frame was left out, so that nothing was tested")
+        print(f"{pace.__name__}: {RUNS:,} runs, {total:,} frames left out", flush=True)
+
+    def test_frames_that_the_server_left_out(self):
+        self.check(ServerPace)
+
+    def test_frames_that_the_sensor_left_out(self):
+        self.check(SensorPace)
+
+    def test_frames_that_a_sensor_with_double_buffering_left_out(self):
+        self.check(DoubleBufferedSensorPace)
 
 
 if __name__ == "__main__":

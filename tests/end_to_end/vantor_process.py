@@ -48,10 +48,14 @@ def self_test(address, *options, seconds=60):
 
 
 class Server:
-    """A `vantor_server` process with these arguments. It ends with the context."""
+    """
+    A `vantor_server` process with these arguments. It ends with the context. A long log must go to a file, which is
+    open for reading and appending.
+    """
 
-    def __init__(self, *arguments):
-        self.process = subprocess.Popen([SERVER, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    def __init__(self, *arguments, log=subprocess.PIPE):
+        self.log = log
+        self.process = subprocess.Popen([SERVER, *arguments], stdout=subprocess.PIPE, stderr=log)
         line = self.process.stdout.readline().decode()
         if not line.startswith("listening on "):
             raise AssertionError(f"expected an address, got {line!r}: {self.process.communicate()[1].decode()}")
@@ -64,9 +68,15 @@ class Server:
     def __exit__(self, *_):
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGTERM)
-        errors = self.process.communicate(timeout=TIME_OUT)[1].decode()
+        errors = self.process.communicate(timeout=TIME_OUT)[1]
         if self.process.returncode != 0:
-            raise AssertionError(f"the server ended with {self.process.returncode}: {errors}")
+            text = self._end_of_log() if errors is None else errors.decode()
+            raise AssertionError(f"the server ended with {self.process.returncode}: {text}")
+
+    def _end_of_log(self):
+        """The last part of the log in a file: what a sanitizer reports is there, too."""
+        self.log.seek(0)
+        return self.log.read()[-20_000:]
 
     def connect(self):
         """Connects a host."""
