@@ -93,6 +93,12 @@ bool has_finished(int fd)
     return poll(&other_end, 1, 0) != 0;
 }
 
+bool link_t::has_other_host() const
+{
+    pollfd listener = {other_hosts(), POLLIN, 0};
+    return poll(&listener, 1, 0) > 0;
+}
+
 void link_t::open(int in, int out)
 {
     in_ = in;
@@ -241,13 +247,16 @@ void link_t::wait_until_writable(stall_t &stall)
     {
         drop_host();
         stalled_ = true;
+        return;
     }
-    else if (wait_for(out_, POLLOUT, stall.next_check_us(), other_hosts()) == wait_result_t::stopped ||
-             hung_up(out_))
+    const bool must_end =
+        wait_for(out_, POLLOUT, stall.next_check_us(), other_hosts()) == wait_result_t::stopped;
+    const bool other_waits = has_other_host();
+    if (must_end || hung_up(out_))
     {
         close_host();
     }
-    else
+    else if (other_waits)
     {
         reject_other_host();
     }

@@ -125,6 +125,13 @@ public:
         return -1;
     }
 
+    /**
+     * Returns whether another host waits to be accepted. Ask this before whether the connected host is gone,
+     * and reject the other one only if it is not: a host that connects after the other has left is the next
+     * one.
+     */
+    bool has_other_host() const;
+
     /** Accepts another host that wants to connect, if there is one, and sends it a "busy" error. */
     virtual void reject_other_host()
     {

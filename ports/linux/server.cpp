@@ -108,7 +108,7 @@ bool serve_host(link_t &link, bool virtual_clock)
         zet_vantor_server_receive(input.data(), link.read(input.data(), input.size()));
         link.flush();
         // A host that will send nothing more disconnects soon: the next one waits for that.
-        if (link.connected() && !has_finished(link.input()))
+        if (link.connected() && link.has_other_host() && !has_finished(link.input()))
         {
             link.reject_other_host();
         }
@@ -123,6 +123,7 @@ bool wait_for_sensor(uint64_t time_us)
     bool must_end = false;
     for (uint64_t now = current_clock.now_us(); now < time_us; now = current_clock.now_us())
     {
+        const bool other_waits = current_link->has_other_host();
         const std::string_view arrived = current_link->look_ahead();
         zet_vantor_server_look_ahead(arrived.data(), arrived.size());
         if (zet_vantor_server_gives_up_wait(must_end ? ZET_VANTOR_SERVER_HOST_GONE
@@ -130,7 +131,10 @@ bool wait_for_sensor(uint64_t time_us)
         {
             return false;
         }
-        current_link->reject_other_host();
+        if (other_waits)
+        {
+            current_link->reject_other_host();
+        }
         const auto time_left_us = static_cast<int64_t>(time_us - now);
         must_end = current_link->wait_ahead(time_left_us) == wait_result_t::stopped;
     }
