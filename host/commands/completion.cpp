@@ -53,9 +53,11 @@ bool is_address(const command_option &option)
     return option.value_name == address_name;
 }
 
-/** Writes the part of the bash script that completes addresses. */
+/** Writes the part of the bash script that completes addresses, and the scene in "sim:--scene=FILE". */
 void write_bash_addresses(const std::vector<command> &commands, std::ostream &out)
 {
+    out << "    elif [ \"$before\" = \"--scene\" ]; then\n        _vantor_address scene \"$word\"\n        "
+           "return\n";
     for (const auto &what : commands)
     {
         for (const auto &option : what.options)
@@ -89,7 +91,8 @@ void write_bash_choices(const std::vector<command> &commands, std::ostream &out)
 
 /**
  * The beginning of the bash function that completes an address, given its kind (empty if the word contains
- * it) and the word. Bash splits "unix:/tmp" into three words, except in quotes: then the completed word
+ * it, "scene" for a scene) and the word. Spaces in the name of a scene get a backslash for parse_address().
+ * Bash splits "unix:/tmp" into three words, except in quotes: then the completed word
  * contains what is before the completed part.
  */
 constexpr const char *bash_address_begin = R"(_vantor_address()
@@ -115,10 +118,13 @@ constexpr const char *bash_address_begin = R"(_vantor_address()
         if [ -n "$head" ] && [ -d "$line" ]; then
             line="$line/"
         fi
+        if [ "$kind" = sim ] || [ "$kind" = scene ]; then
+            line="${line// /\\ }"
+        fi
         COMPREPLY+=("$head$line")
     done < <(
         case "$kind:$head" in
-        unix:* | sim:*--scene[\ =]) compgen -f -- "$word" ;;
+        unix:* | scene:* | sim:*--scene[\ =]) compgen -f -- "$word" ;;
         sim:*) compgen -W "--scene=" -- "$word" ;;
 )";
 

@@ -565,6 +565,37 @@ class Completion(CommandTest):
         self.assertEqual(self.complete("vantor", "record", "--fr"), ["--frames"])
         self.assertEqual(self.complete("vantor", "record", "single"), ["single_sensor.json"])
 
+    def typed(self, line):
+        """The arguments of the command that is executed when a line with tabs is typed in an interactive bash."""
+        device, terminal = pty.openpty()
+        self.addCleanup(os.close, device)
+        setup = ('source <("$VANTOR_PROGRAM" completion bash); '
+                 """vantor() { printf '%s\\n' "$@" > arguments; exit; }\n""")
+        shell = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal,
+                                 stderr=terminal, cwd=self.folder, start_new_session=True,
+                                 env={**os.environ, "VANTOR_PROGRAM": VANTOR, "INPUTRC": "/dev/null", "TERM": "dumb"})
+        os.close(terminal)
+        os.write(device, f"{setup}vantor {line}\n".encode())
+        with contextlib.suppress(OSError):
+            while select.select([device], [], [], TIME_OUT)[0] and os.read(device, 4096):
+                pass
+        shell.wait(TIME_OUT)
+        with open(self.path("arguments"), encoding="utf-8") as file:
+            return file.read().splitlines()
+
+    def test_an_interactive_bash_completes_addresses(self):
+        self.write("my scene.json", {"faults": [{"kind": "absent_sensor", "sensor": 1}]})
+        os.makedirs(self.path("sub", "radar"))
+        for line, address in (("un\tsu\tra\t", "unix:sub/radar/"), ("tc\t[::1]:80", "tcp:[::1]:80"),
+                              ("un\t" + self.path("su") + "\t", "unix:" + self.path("sub/")),
+                              ('"unix:sub/ra\t', "unix:sub/radar/")):
+            with self.subTest(line):
+                self.assertEqual(self.typed("identify --conn\t" + line), ["identify", "--connect", address])
+        for line in ("si\t--s\tmy\t", '"sim:--scene my\t', "'sim:--scene=my\t"):
+            with self.subTest(line):
+                arguments = self.typed("identify --connect " + line)
+                self.assertIn("connected: 2;", self.succeeds(*arguments[:-1], arguments[-1] + " --sensors 2"))
+
     def test_other_shells(self):
         self.assertTrue(self.succeeds("completion", "zsh").startswith("#compdef vantor\n"))
         fish = self.succeeds("completion", "fish")

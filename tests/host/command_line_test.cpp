@@ -376,6 +376,39 @@ TEST(command_line, completes_in_a_real_bash)
     EXPECT_EQ(completed(directory / "", "info --no-such"), "\n");
 }
 
+TEST(command_line, completes_addresses_in_a_real_bash)
+{
+    const test::temporary_directory directory;
+    static_cast<void>(directory.write("my scene.json", "{}"));
+    std::filesystem::create_directory(directory / "sub");
+    const auto complete = [&](const std::string &words) { return completed(directory / "", words); };
+    EXPECT_EQ(complete("identify --connect ''"), "tcp:\nunix:\nserial:\nsim:\n-o nospace\n");
+    EXPECT_EQ(complete("identify --connect = s"), "serial:\nsim:\n-o nospace\n");
+    // Bash splits words at colons and equals signs, unless COMP_WORDBREAKS is changed, and except in quotes.
+    EXPECT_EQ(complete("record x --connect unix : su"), "sub\n-o filenames\n");
+    EXPECT_EQ(complete("record x --connect = unix : su"), "sub\n-o filenames\n");
+    EXPECT_EQ(complete("record x --connect unix:su"), "unix:sub/\n-o nospace\n");
+    EXPECT_EQ(complete("record x --connect sim :"), "--scene=\n-o nospace\n");
+    EXPECT_EQ(complete("record x --connect sim : --scene = my"), "my\\ scene.json\n-o filenames\n");
+    EXPECT_THAT(complete("record x --connect sim : --scene ="), HasSubstr("my\\ scene.json\n"));
+    EXPECT_EQ(complete("record x --connect '\"sim:--seed 3 --scene my'"),
+              "sim:--seed 3 --scene my\\ scene.json\n-o nospace\n");
+    EXPECT_EQ(complete("record x --connect tcp :"), "-o filenames\n");
+    EXPECT_EQ(complete("export x --connect un"), "-o filenames\n") << "not an option of this command";
+}
+
+TEST(command_line, completes_serial_devices_in_a_real_bash)
+{
+    const test::temporary_directory directory;
+    // Replaces the search for devices, which this machine may not have.
+    const std::string devices = "x)\ncompgen() { case $1$2 in -G/dev/ttyUSB*) echo /dev/ttyUSB0 ;; "
+                                "-W*) builtin compgen \"$@\" ;; esac; }\nCOMP_WORDS=(vantor ";
+    EXPECT_EQ(completed(directory / "", devices + "identify --connect serial : /dev/tty"),
+              "/dev/ttyUSB0\n-o filenames\n");
+    EXPECT_EQ(completed(directory / "", devices + "identify --connect serial:"),
+              "serial:/dev/ttyUSB0\n-o nospace\n");
+}
+
 TEST(command_line, completes_commands_and_options_in_fish)
 {
     const auto fish = run({"completion", "fish"}).out;
@@ -383,6 +416,8 @@ TEST(command_line, completes_commands_and_options_in_fish)
         fish, HasSubstr("complete -c vantor -n __fish_use_subcommand -f -a record -d 'Measure, and record"));
     EXPECT_THAT(fish, HasSubstr("'__fish_seen_subcommand_from record' -l seconds -d 'Stop after this many"));
     EXPECT_THAT(fish, testing::Not(HasSubstr("Configuration document")));
+    EXPECT_THAT(fish,
+                HasSubstr("'__fish_seen_subcommand_from record' -l connect -r -a 'tcp: unix: serial: sim:'"));
 }
 
 TEST(command_line, quotes_texts_for_fish)
