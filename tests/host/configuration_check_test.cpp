@@ -11,6 +11,7 @@
 #include "configuration/check/schema_check.h"
 #include "configuration/sensor_knowledge.h"
 #include "fake_server.h"
+#include "item_document.h"
 #include "vantor/configuration.h"
 
 namespace vantor
@@ -19,14 +20,9 @@ namespace
 {
 
 using nlohmann::json;
+using test::document_with;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-/** A document with one item that has the given configuration. */
-json document_with(const json &config)
-{
-    return {{"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
-}
 
 /** The only fault of a document. */
 configuration_fault fault_of(const json &document)

@@ -5,20 +5,15 @@
 
 #include <gmock/gmock.h>
 
+#include "item_document.h"
+
 namespace vantor
 {
 namespace
 {
 
 using nlohmann::json;
-
-/** A document with one item. */
-json document_with(const json &config, json item = json::object())
-{
-    item["sensor_id"] = 1;
-    item["config"] = config;
-    return {{"groups", json::array({json::array({item})})}};
-}
+using test::document_with;
 
 /** The difference as text; empty if there is none. */
 std::string difference(const json &recorded, const json &requested)

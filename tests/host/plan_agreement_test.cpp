@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include "configuration/sensor_knowledge.h"
+#include "item_document.h"
 #include "simulated_server.h"
 #include "vantor/configuration_check.h"
 #include "vantor/errors.h"
@@ -23,6 +24,7 @@ namespace
 {
 
 using nlohmann::json;
+using test::document_with;
 using testing::IsEmpty;
 
 /** Generates valid documents; the same seed gives the same documents. */
@@ -192,12 +194,6 @@ TEST(plan_agreement, exists_for_generated_documents)
         server->end();
     }
     EXPECT_GT(accepted, test::campaign_size() / 2);
-}
-
-/** A document with one item. */
-json document_with(const json &config)
-{
-    return {{"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
 }
 
 TEST(plan_agreement, exists_at_the_highest_rates)

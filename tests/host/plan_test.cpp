@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include "item_document.h"
 #include "vantor/configuration.h"
 
 namespace vantor
@@ -16,14 +17,9 @@ namespace
 {
 
 using nlohmann::json;
+using test::document_with;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-/** A document with one item. */
-json document_with(const json &config)
-{
-    return {{"groups", json::array({json::array({{{"sensor_id", 1}, {"config", config}}})})}};
-}
 
 TEST(plan, has_the_figures_of_the_defaults)
 {
