@@ -175,7 +175,7 @@ TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
     EXPECT_EQ(may_include("host/export/a.cpp"), joined(to_recording, {"host/export/exporter.h"}));
     EXPECT_EQ(may_include("host/plot/a.cpp"), joined(to_recording, {"host/plot/picture.h"}));
     EXPECT_EQ(may_include("host/replay/a.cpp"),
-              joined(public_of_recording,
+              joined(joined(public_of_recording, of_hub),
                      {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"},
                      {"host/recording/sigmf.h", "host/replay/replay_server.h"}));
     EXPECT_EQ(may_include("host/selftest/a.cpp"),
