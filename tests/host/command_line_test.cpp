@@ -542,7 +542,9 @@ TEST(command_line, refuses_a_server_that_measures_something_else)
     const test::temporary_directory directory;
     const auto other =
         directory.write("other.json", R"({"groups":[[{"sensor_id":1,"config":{}}]]})").string();
-    const fake_server server;
+    fake_server server;
+    server.on("configure",
+              [](host_connection &host, const json &) { host.send(test::example_session().metadata, ""); });
     EXPECT_EQ(
         run({"record", other, "--connect", server.address(), "--output", (directory / "out").string()}).code,
         exit_code::bad_link);
@@ -794,8 +796,9 @@ TEST(command_line, does_not_save_an_empty_list_of_calibrations)
 {
     fake_server server;
     server.on("configure", [](host_connection &host, const json &) {
-        host.send({{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", json::array()}},
-                  "");
+        auto metadata = test::metadata_for({{"groups", json::array({json::array({1, 2})})}});
+        metadata.erase("calibration_info");
+        host.send(metadata, "");
     });
     const test::temporary_directory directory;
     const auto file = directory / "out.json";

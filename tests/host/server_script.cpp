@@ -123,6 +123,24 @@ fake_session example_session()
     return session;
 }
 
+json metadata_for(const json &configuration)
+{
+    auto metadata = example_session().metadata;
+    const auto item = metadata["metadata"][0][0];
+    auto groups = json::array();
+    size_t count = 0;
+    for (const auto &group : configuration.value("groups", json::array()))
+    {
+        groups.push_back(json(group.size(), item));
+        count += group.size();
+    }
+    if (count != 3)
+    {
+        metadata["metadata"] = groups;
+    }
+    return metadata;
+}
+
 json last_command(const std::vector<std::string> &lines, const std::string &name)
 {
     json found;
@@ -205,7 +223,7 @@ void server_script::react(host_connection &host, const std::string &line)
     }
     else if (name == "configure")
     {
-        host.send(example_session().metadata, "");
+        host.send(metadata_for(command["configuration"]), "");
     }
     else if (name == "frame")
     {

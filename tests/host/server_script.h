@@ -59,6 +59,9 @@ struct fake_session
  */
 fake_session example_session();
 
+/** The metadata of the example session; with as many items as a configuration has if that has not three. */
+nlohmann::json metadata_for(const nlohmann::json &configuration);
+
 /** The last command with a name in the lines that a server received; throws if there is none. */
 nlohmann::json last_command(const std::vector<std::string> &lines, const std::string &name);
 
