@@ -146,11 +146,10 @@ TEST(exporter, writes_text)
     const auto files = export_csv(recording, directory / "text");
     EXPECT_EQ(files.size(), 3U);
     const auto text = read_file(directory / "text/group-1-item-1.csv");
-    EXPECT_THAT(
-        text,
-        StartsWith("frame,sweep,point,distance_m,real,imag,time_s\n0,0,0,0.25,3,0,0\n0,0,1,0.26,3,0,0\n"));
-    EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000,0\n"));
-    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1,0.02\n"));
+    EXPECT_THAT(text, StartsWith("frame,sweep,point,distance_m,real,imag,time_s,missing\n0,0,0,0.25,3,0,0,"
+                                 "0\n0,0,1,0.26,3,0,0,0\n"));
+    EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000,0,0\n"));
+    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1,0.02,0\n"));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 * 40);
     EXPECT_THAT([&] { export_csv(recording, directory / "text"); },
                 ThrowsMessage<recording_error>(testing::AllOf(

@@ -4,6 +4,7 @@
 #include "vantor/recording_sink.h"
 
 #include <csignal>
+#include <utility>
 
 #include <gmock/gmock.h>
 
@@ -123,7 +124,7 @@ TEST_F(recording_sink_test, notes_when_a_frame_arrived_not_when_it_was_written)
         *now += milliseconds(1500);
         auto late = test::example_frame(5);
         late.set_missing(4);
-        sink.add(std::make_shared<const frame>(late));
+        sink.add(std::make_shared<const frame>(std::move(late)));
         *now += std::chrono::hours(1);
         EXPECT_EQ(sink.close(), nullptr);
     }
