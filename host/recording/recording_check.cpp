@@ -140,9 +140,12 @@ private:
         try
         {
             found.table_size = input_file(table_of(item)).size();
-            for (frame_table table(table_of(item)); table.next(); found.rows_size = table.position())
+            frame_table table(table_of(item));
+            found.rows_size = table.position();
+            while (table.next())
             {
                 ++found.rows;
+                found.rows_size = table.position();
             }
         }
         catch (const bad_recording &failure)
@@ -184,7 +187,7 @@ private:
             add_fault(name + ".frames.csv has " + std::to_string(found.rows) + " correct rows for " +
                       std::to_string(*check_.recorded) + " frames.");
         }
-        else if (found.table_size && found.rows > 0 && *found.table_size > found.rows_size)
+        else if (found.rows_size > 0 && *found.table_size > found.rows_size)
         {
             add_fault(name + ".frames.csv has " + std::to_string(*found.table_size - found.rows_size) +
                       " bytes after the last row.");
@@ -268,10 +271,9 @@ private:
             // Also the head may be incomplete; a repair writes it again.
             found.left_table_digest = sha512_of(frame_table_head);
         }
-        if (is_finished(item) && check_.recorded == found.rows)
+        if (is_finished(item) && found.rows > 0 && check_.recorded == found.rows)
         {
-            const auto end = found.rows > 0 ? found.rows_size : frame_table_head.size();
-            compare_digest(item, found, table_digest_member, digest_of(table, end),
+            compare_digest(item, found, table_digest_member, digest_of(table, found.rows_size),
                            "The rows in " + item.name + ".frames.csv");
         }
     }

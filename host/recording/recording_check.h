@@ -26,7 +26,7 @@ struct checked_item
     std::optional<uint64_t> table_size; /**< bytes of the frame table; no value if it cannot be read */
     uint64_t frames = 0;                /**< number of frames with all samples */
     uint64_t rows = 0;                  /**< number of correct rows at the start of the frame table */
-    uint64_t rows_size = 0;             /**< bytes up to the end of these rows; 0 if there are none */
+    uint64_t rows_size = 0;             /**< bytes of the head and these rows; 0 if the head is damaged */
     uint64_t left_table_size = 0;       /**< bytes of the rows of the frames that are left */
     std::string left_digest;            /**< SHA-512 of the samples of the frames that are left */
     std::string left_table_digest;      /**< SHA-512 of the frame table with the rows of these frames */
