@@ -262,15 +262,9 @@ private:
     void compare_table(const recorded_item &item, checked_item &found)
     {
         const input_file table(table_of(item));
-        if (check_.frames > 0)
-        {
-            found.left_table_digest = digest_of(table, found.left_table_size);
-        }
-        else
-        {
-            // Also the head may be incomplete; a repair writes it again.
-            found.left_table_digest = sha512_of(frame_table_head);
-        }
+        // Without frames, also the head may be incomplete: a repair writes it again.
+        found.left_table_digest =
+            check_.frames > 0 ? digest_of(table, found.left_table_size) : sha512_of(frame_table_head);
         if (is_finished(item) && found.rows > 0 && check_.recorded == found.rows)
         {
             compare_digest(item, found, table_digest_member, digest_of(table, found.rows_size),
