@@ -162,7 +162,7 @@ void read_item_document(const std::filesystem::path &directory, recorded_item &i
 }
 
 /** A document that contains the description of the session. */
-struct description
+struct description // NOLINT(bugprone-exception-escape): moving a JSON document does not throw
 {
     json members;       /**< the object that contains it */
     std::string digest; /**< SHA-512 of the file */
