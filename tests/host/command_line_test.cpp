@@ -282,7 +282,8 @@ TEST(command_line, refuses_wishes_without_sense)
 TEST(command_line, saves_calibrations_to_a_file)
 {
     const test::temporary_directory directory;
-    const fake_server server;
+    fake_server server;
+    server.on("configure", test::describe_configuration);
     const auto file = (directory / "cal.json").string();
     const auto text = run({"calibrate", "--output", file, "--connect", server.address()});
     EXPECT_EQ(text.code, exit_code::success);
@@ -593,7 +594,8 @@ TEST(command_line, does_not_split_words_in_brackets)
 
 TEST(command_line, accepts_lists_of_arguments_and_repeated_options)
 {
-    const fake_server server;
+    fake_server server;
+    server.on("configure", test::describe_configuration);
     const test::temporary_directory directory;
     const auto file = (directory / "cal.json").string();
     const auto repeated =
@@ -662,6 +664,7 @@ TEST(command_line, does_not_let_file_names_control_the_terminal)
     const auto place = (directory / "\x1b[31m").string();
     test::write_example_recording(place, 2);
     fake_server server;
+    server.on("configure", test::describe_configuration);
     server.on("start", test::stream_frames(20));
     const auto configuration =
         directory.write("good.json", test::example_session().configuration.dump()).string();

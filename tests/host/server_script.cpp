@@ -141,6 +141,11 @@ json metadata_for(const json &configuration)
     return metadata;
 }
 
+void describe_configuration(host_connection &host, const json &command)
+{
+    host.send(metadata_for(command["configuration"]), "");
+}
+
 json last_command(const std::vector<std::string> &lines, const std::string &name)
 {
     json found;
@@ -223,7 +228,7 @@ void server_script::react(host_connection &host, const std::string &line)
     }
     else if (name == "configure")
     {
-        host.send(metadata_for(command["configuration"]), "");
+        host.send(example_session().metadata, "");
     }
     else if (name == "frame")
     {

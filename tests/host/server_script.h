@@ -62,6 +62,9 @@ fake_session example_session();
 /** The metadata of the example session; with as many items as a configuration has if that has not three. */
 nlohmann::json metadata_for(const nlohmann::json &configuration);
 
+/** A reaction to "configure": the metadata for its configuration. */
+void describe_configuration(host_connection &host, const nlohmann::json &command);
+
 /** The last command with a name in the lines that a server received; throws if there is none. */
 nlohmann::json last_command(const std::vector<std::string> &lines, const std::string &name);
 
