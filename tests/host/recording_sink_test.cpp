@@ -4,7 +4,9 @@
 #include "vantor/recording_sink.h"
 
 #include <csignal>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -117,17 +119,23 @@ TEST_F(recording_sink_test, notes_when_a_frame_arrived_not_when_it_was_written)
 {
     using std::chrono::milliseconds;
     using std::chrono::system_clock;
-    auto now = std::make_shared<system_clock::time_point>(milliseconds(1'700'000'000'250));
+    system_clock::time_point now(milliseconds(1'700'000'000'250));
+    std::vector<std::thread::id> threads;
     {
-        recording_sink sink(writer, metadata, default_queue_size, loop, [now] { return *now; });
+        recording_sink sink(writer, metadata, default_queue_size, loop, [&] {
+            threads.push_back(std::this_thread::get_id());
+            return now;
+        });
         sink.add(shared_frame(0));
-        *now += milliseconds(1500);
+        now += milliseconds(1500);
         auto late = test::example_frame(5);
         late.set_missing(4);
         sink.add(std::make_shared<const frame>(std::move(late)));
-        *now += std::chrono::hours(1);
+        now += std::chrono::hours(1);
         EXPECT_EQ(sink.close(), nullptr);
     }
+    // Frames arrive on the thread of the hub, and are written on another one.
+    EXPECT_EQ(threads, std::vector(2, std::this_thread::get_id()));
     writer.finish();
     const auto captures =
         nlohmann::json::parse(read_file(directory / "out/group-1-item-1.sigmf-meta"))["captures"];
