@@ -49,6 +49,12 @@ void catch_stop_signals()
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    struct sigaction hang_up = {};
+    // nohup ignores the signal, but a blocked signal would arrive also then.
+    if (sigaction(SIGHUP, nullptr, &hang_up) != 0 || hang_up.sa_handler != SIG_IGN)
+    {
+        sigaddset(&signals, SIGHUP);
+    }
     // A blocked signal is delivered to the descriptor, so that every wait can watch for it.
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     stop_signal_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);

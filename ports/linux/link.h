@@ -26,7 +26,10 @@ enum class wait_result_t
     stopped, /**< the program must end */
 };
 
-/** Makes SIGINT and SIGTERM end every wait instead of the program. To be called once, at the start. */
+/**
+ * Makes SIGINT, SIGTERM and, if it is not ignored, SIGHUP end every wait instead of the program. To be called
+ * once, at the start.
+ */
 void catch_stop_signals();
 
 /**

@@ -4,6 +4,8 @@
 #ifndef VANTOR_LINUX_LINK_SOCKET_H
 #define VANTOR_LINUX_LINK_SOCKET_H
 
+#include <chrono>
+
 #include "link.h"
 
 /** Sends a message to a client that is not served. It fits the buffer of any new connection. */
@@ -18,10 +20,8 @@ public:
     bool accept_host() override;
     void close_host() override;
 
-    int other_hosts() const override
-    {
-        return listener_;
-    }
+    /** None for a while after a host could not be accepted: it would be reported again at once. */
+    int other_hosts() const override;
 
     void reject_other_host() override;
 
@@ -40,7 +40,12 @@ protected:
     }
 
 private:
+    /** Accepts a host that wants to connect; returns its connection, or a negative number. */
+    int accept_connection();
+
     int listener_;
+    int accept_error_ = 0; /**< why no host could be accepted at the last try; 0 if one could */
+    std::chrono::steady_clock::time_point next_try_;
 };
 
 #endif

@@ -10,6 +10,7 @@
 
 #include "board_memory.h"
 #include "clock.h"
+#include "console.h"
 #include "link.h"
 #include "options.h"
 #include "scene_file.h"
@@ -32,7 +33,7 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
 {
     if (level <= stderr_log_level && !zet_vantor_server_has_given_up_wait())
     {
-        std::cerr << zet_log_level_prefixes[level].data() << module << ": " << text << "\n";
+        print_error(std::string(zet_log_level_prefixes[level].data()) + module + ": " + text);
     }
     zet_vantor_server_log(level, module, text);
 }
@@ -63,12 +64,12 @@ int run(const options_t &options)
     board.log_level = ZET_LOG_LEVEL_DEBUG;
     if (!zet_simulator_start(&board))
     {
-        std::cerr << "vantor_server: cannot start the simulated board\n";
+        print_error("vantor_server: cannot start the simulated board");
         return EXIT_FAILURE;
     }
     if (options.link != link_kind_t::stdio)
     {
-        std::cout << "listening on " << link->address() << std::endl;
+        print_output("listening on " + link->address());
     }
     if (link->is_open_to_network())
     {
@@ -86,16 +87,29 @@ int run(const options_t &options)
     memory_get(&kept);
     if (kept.live != 0U)
     {
-        std::cerr << "vantor_server: " << kept.live << " bytes of the board's memory were not freed\n";
+        print_error("vantor_server: " + std::to_string(kept.live) +
+                    " bytes of the board's memory were not freed");
         return EXIT_FAILURE;
     }
     return served ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+/** Ends the program after help was printed. */
+int end_after_help()
+{
+    if (!std::cout.flush())
+    {
+        print_error("vantor_server: cannot write to standard output");
+        return EXIT_FAILURE;
+    }
+    return EXIT_SUCCESS;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
+    open_standard_streams();
     try
     {
         options_t options;
@@ -104,14 +118,14 @@ int main(int argc, char **argv)
         case options_result_t::run:
             return run(options);
         case options_result_t::done:
-            return EXIT_SUCCESS;
+            return end_after_help();
         case options_result_t::refused:
             return wrong_command_line;
         }
     }
     catch (const std::exception &error)
     {
-        std::cerr << "vantor_server: " << error.what() << "\n";
+        print_error(std::string("vantor_server: ") + error.what());
     }
     return EXIT_FAILURE;
 }

@@ -18,6 +18,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "console.h"
 #include "zet_log_levels.h"
 
 namespace
@@ -261,14 +262,6 @@ void check_values(const CLI::App &app, const std::vector<const char *> &words)
     }
 }
 
-/** Returns a text of the command line with terminal control characters replaced. */
-std::string printable(std::string text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return text;
-}
-
 /** Describes what is wrong with the command line: unexpected arguments first, in their order. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
@@ -292,8 +285,8 @@ options_result_t explain(const CLI::App &app, const CLI::ParseError &failure, bo
         app.exit(failure, stdio ? std::cerr : std::cout, std::cerr);
         return options_result_t::done;
     }
-    std::cerr << "vantor_server: " << printable(describe(app, failure))
-              << "\nRun vantor_server --help for more information.\n";
+    print_error("vantor_server: " + describe(app, failure));
+    print_error("Run vantor_server --help for more information.");
     return options_result_t::refused;
 }
 

@@ -4,6 +4,7 @@ import fcntl
 import json
 import os
 import re
+import resource
 import signal
 import socket
 import stat
@@ -40,6 +41,27 @@ class CommandLine(unittest.TestCase):
             self.assertIn(word, result.stdout)
         self.assertNotIn("ENUM", result.stdout)
         self.assertRegex(result.stdout, r"Exit codes:\n  0  success\n  1  .*\n  2  wrong command line\n")
+
+    def test_help_that_cannot_be_printed_is_a_failure(self):
+        with open("/dev/full", "w", encoding="ascii") as full:
+            result = subprocess.run([SERVER, "--help"], stdout=full, stderr=subprocess.PIPE, text=True, timeout=TIME_OUT,
+                                    check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stderr, "vantor_server: cannot write to standard output\n")
+
+    def test_control_characters_are_not_printed(self):
+        with tempfile.TemporaryDirectory() as directory:
+            scene = os.path.join(directory, "\x1b[31m\u202escene\u009b.json")
+            for text in ('{"\\u001b[31mtargets": 1}', '{"\\u009b\\u202e\\u007f": 1}', '{"targets": [{"\u202e": 1}]}'):
+                with open(scene, "w", encoding="utf-8") as file:
+                    file.write(text)
+                result = run("--tcp", "0", "--scene", scene)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn("cannot use the scene", result.stderr)
+                self.assertFalse(set(result.stderr.strip()) & set("\x1b\u009b\u202e\x7f"), repr(result.stderr))
+            path = os.path.join(directory, "\x1b[31m")
+            with Server("--unix", path) as server:
+                self.assertEqual(server.address, "unix:" + path.replace("\x1b", "?"))
 
     def test_version(self):
         self.assertRegex(run("--version").stdout, r"^vantor_server \d+\.\d+\.\d+\n$")
@@ -614,9 +636,37 @@ class StalledHosts(unittest.TestCase):
             self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
 
 
+class Descriptors(unittest.TestCase):
+    def test_closed_standard_streams_are_not_used_for_the_host(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, "socket")
+            close = ["/bin/sh", "-c", 'exec "$0" "$@" <&- >&- 2>&-']
+            # pylint: disable-next=consider-using-with
+            process = subprocess.Popen([*close, SERVER, "--unix", path, "--log-level", "DEBUG"])
+            try:
+                wait_until(lambda: os.path.exists(path), "the socket of the server")
+                for descriptor in range(3):
+                    self.assertEqual(os.readlink(f"/proc/{process.pid}/fd/{descriptor}"), "/dev/null")
+            finally:
+                process.send_signal(signal.SIGTERM)
+                self.assertEqual(process.wait(TIME_OUT), 0)
+
+    def test_a_server_without_free_descriptors_reports_it_and_accepts_later(self):
+        with Server("--tcp", "0") as server:
+            pid = server.process.pid
+            used = len(os.listdir(f"/proc/{pid}/fd"))
+            limit = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+            resource.prlimit(pid, resource.RLIMIT_NOFILE, (used, limit[1]))
+            with server.connect() as host:
+                self.assertEqual(server.process.stderr.readline(),
+                                 b"warning: link: Cannot accept a host: Too many open files; trying again\n")
+                resource.prlimit(pid, resource.RLIMIT_NOFILE, limit)
+                self.assertEqual(host.ask("ping")["status"], "ok")
+
+
 class Termination(unittest.TestCase):
     def test_signals_end_the_server_cleanly(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             with Server("--tcp", "0", "--log-level", "INFO") as server, server.connect() as host:
                 host.ask("configure", configuration=example("single_sensor.json"))
                 host.ask("start")
@@ -624,6 +674,24 @@ class Termination(unittest.TestCase):
                 wait_until(lambda: server.process.poll() is not None, "the end of the server")
                 self.assertEqual(server.process.returncode, 0)
                 self.assertIn(b"Powered off sensor id 1", server.process.stderr.read())
+
+    def test_hanging_up_removes_the_socket(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path = os.path.join(directory, "socket")
+            with Server("--unix", path) as server:
+                server.process.send_signal(signal.SIGHUP)
+                server.process.wait(TIME_OUT)
+            self.assertFalse(os.path.exists(path))
+
+    def test_nohup_keeps_the_server_alive(self):
+        before = signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        try:
+            server = Server("--tcp", "0")
+        finally:
+            signal.signal(signal.SIGHUP, before)
+        with server, server.connect() as host:
+            server.process.send_signal(signal.SIGHUP)
+            self.assertEqual(host.ask("ping")["status"], "ok")
 
     def test_a_host_that_does_not_read_does_not_keep_the_server_alive(self):
         with Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as host:
