@@ -24,6 +24,9 @@ constexpr size_t largest_document = size_t{1} << 20;
 /** Deepest nesting of a document, far more than a server accepts. */
 constexpr int deepest_nesting = 64;
 
+/** Most values in a document, which need much more memory than their text: more than recordings need. */
+constexpr size_t most_values = 1'000'000;
+
 /** Reads a text from a file or a pipe; nothing if it cannot be read. */
 std::optional<std::string> read_text(const std::filesystem::path &file)
 {
@@ -104,6 +107,7 @@ int integer_or(const nlohmann::json &object, const char *name, int otherwise)
 subsweep_range read_range(const nlohmann::json &subsweep)
 {
     subsweep_range range;
+    range.num_points = integer_or(subsweep, "num_points", range.num_points);
     range.start_point = integer_or(subsweep, "start_point", range.start_point);
     // The server uses 16 bits of this one, and 8 bits of the next.
     range.step_length = static_cast<uint16_t>(integer_or(subsweep, "step_length", range.step_length));
@@ -111,13 +115,25 @@ subsweep_range read_range(const nlohmann::json &subsweep)
     return range;
 }
 
+/** Throws configuration_error if a value does not have the type that it must have. */
+void require_type(bool has_type, const nlohmann::json::json_pointer &place, const std::string &type)
+{
+    if (!has_type)
+    {
+        throw configuration_error("The configuration cannot be used: " + place.to_string() + " must be " +
+                                  type + ".");
+    }
+}
+
 /** Reads one item. */
-item_configuration read_item(const nlohmann::json &document)
+item_configuration read_item(const nlohmann::json &document, const nlohmann::json::json_pointer &place)
 {
     item_configuration item;
     item.document = document;
     item.sensor_id = static_cast<unsigned>(integer_or(document, "sensor_id", 0));
-    const auto &config = document.at("config");
+    require_type(document.is_object(), place, "an object");
+    const auto config = document.value("config", nlohmann::json());
+    require_type(config.is_object(), place / "config", "an object");
     item.frame_rate = number_or(config, "frame_rate", 0.0);
     item.sweep_rate = number_or(config, "sweep_rate", 0.0);
     if (!config.contains("subsweeps"))
@@ -125,9 +141,13 @@ item_configuration read_item(const nlohmann::json &document)
         item.subsweeps.push_back(read_range(config));
         return item;
     }
-    for (const auto &subsweep : config.at("subsweeps"))
+    const auto &subsweeps = config["subsweeps"];
+    const auto list = place / "config" / "subsweeps";
+    require_type(subsweeps.is_array(), list, "a list");
+    for (size_t i = 0; i < subsweeps.size(); ++i)
     {
-        item.subsweeps.push_back(read_range(subsweep));
+        require_type(subsweeps[i].is_object(), list / i, "an object");
+        item.subsweeps.push_back(read_range(subsweeps[i]));
     }
     return item;
 }
@@ -143,6 +163,7 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
                                   ": it contains a null byte.");
     }
     repetition_watch watch;
+    size_t values = 0;
     nlohmann::json document;
     try
     {
@@ -152,6 +173,15 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
                 {
                     throw configuration_error(name + " nests objects and lists more than " +
                                               std::to_string(deepest_nesting) + " levels deep.");
+                }
+                using step = nlohmann::json::parse_event_t;
+                const bool begins =
+                    event == step::value || event == step::object_start || event == step::array_start;
+                values += begins ? 1 : 0;
+                if (values > most_values)
+                {
+                    throw configuration_error(name + " is too large: it has more than " +
+                                              std::to_string(most_values) + " values.");
                 }
                 watch(event, parsed);
                 return true;
@@ -210,12 +240,16 @@ try
     {
         return items;
     }
+    size_t group_index = 0;
     for (const auto &group : *groups)
     {
+        size_t index = 0;
         for (const auto &item : group)
         {
-            items.push_back(read_item(item));
+            items.push_back(read_item(item, "/groups"_json_pointer / group_index / index));
+            ++index;
         }
+        ++group_index;
     }
     return items;
 }
@@ -236,6 +270,12 @@ double sensor_frame_rate(const nlohmann::json &configuration)
         }
     }
     return lowest;
+}
+
+double paced_frame_rate(const nlohmann::json &configuration)
+{
+    const char *const name = configuration.contains("max_update_rate") ? "max_update_rate" : "update_rate";
+    return std::max(0.0, number_or(configuration, name, 0.0));
 }
 
 } // namespace vantor

@@ -41,8 +41,11 @@ double velocity_bound(double rate)
 int subsweep_setting(const recorded_item &item, size_t subsweep, const std::string &name)
 {
     const auto &config = item.configuration.document.at("config");
-    const auto &settings = config.contains("subsweeps") ? config["subsweeps"].at(subsweep) : config;
-    return settings.value(name, configuration_schema()["$defs"][name]["default"].get<int>());
+    const auto place = config.contains("subsweeps")
+                           ? nlohmann::json::json_pointer("/subsweeps") / subsweep / name
+                           : nlohmann::json::json_pointer() / name;
+    const auto value = config.value(place, nlohmann::json());
+    return value.is_number() ? value.get<int>() : configuration_schema()["$defs"][name]["default"].get<int>();
 }
 
 double pulse_width(const recorded_item &item, size_t subsweep)

@@ -10,12 +10,17 @@
 namespace vantor
 {
 
-item_statistics::item_statistics(size_t sweep_length) : sums_(sweep_length)
+item_statistics::item_statistics(size_t sweep_length) noexcept : sweep_length_(sweep_length)
 {
 }
 
 void item_statistics::add(std::span<const sample> samples)
 {
+    if (samples.size() >= sweep_length_)
+    {
+        // Not before: a document can describe far more samples than there are.
+        sums_.resize(sweep_length_);
+    }
     while (!sums_.empty() && samples.size() >= sums_.size())
     {
         for (size_t point = 0; point < sums_.size(); ++point)
@@ -42,6 +47,7 @@ std::optional<double> item_statistics::mean_level() const
 std::vector<double> item_statistics::profile() const
 {
     std::vector<double> means(sums_);
+    means.resize(sweep_length_);
     for (auto &mean : means)
     {
         mean /= static_cast<double>(std::max<uint64_t>(sweeps_, 1));

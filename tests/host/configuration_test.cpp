@@ -112,6 +112,34 @@ TEST(configuration, refuses_to_list_what_is_not_an_item)
     }
 }
 
+TEST(configuration, names_the_place_of_what_is_not_an_item)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {R"({"groups": [[{"config": {}}, 5]]})", "/groups/0/1 must be an object"},
+        {R"({"groups": [[{"config": {}}], [{"config": null}]]})", "/groups/1/0/config must be an object"},
+        {R"({"groups": [[{"config": {"subsweeps": {}}}]]})", "/groups/0/0/config/subsweeps must be a list"},
+        {R"({"groups": [[{"config": {"subsweeps": [{}, 1]}}]]})",
+         "/groups/0/0/config/subsweeps/1 must be an object"},
+    };
+    for (const auto &[text, reason] : cases)
+    {
+        EXPECT_THAT([text = text] { list_items(json::parse(text)); },
+                    ThrowsMessage<configuration_error>(HasSubstr(reason)));
+    }
+}
+
+TEST(configuration, limits_the_number_of_values)
+{
+    std::string list = "[";
+    for (int i = 0; i < 999'999; ++i)
+    {
+        list += i == 0 ? "[]" : ",{}";
+    }
+    EXPECT_EQ(parse_json_text(list + "]", "x").size(), 999'999U);
+    EXPECT_THAT([&] { parse_json_text(list + ",0]", "x"); },
+                ThrowsMessage<configuration_error>("x is too large: it has more than 1000000 values."));
+}
+
 TEST(configuration, reads_numbers_out_of_range_like_the_server)
 {
     const auto items = list_items(json::parse(

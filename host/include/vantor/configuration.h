@@ -27,6 +27,7 @@ public:
 /** Positions of the points of a sub-sweep, in base steps, and its pulse. */
 struct subsweep_range
 {
+    int num_points = 160; /**< number of points */
     int start_point = 80; /**< position of the first point */
     int step_length = 1;  /**< distance between two points */
     int profile = 3;      /**< which pulse */
@@ -44,7 +45,7 @@ struct item_configuration
 };
 
 /**
- * Parses a JSON text; rejects repeated members and very deep nesting.
+ * Parses a JSON text; rejects repeated members, very deep nesting and very many values.
  *
  * @param text  the text
  * @param name  its name for error messages, such as the file name
@@ -65,7 +66,7 @@ nlohmann::json load_configuration(const std::filesystem::path &file);
  *
  * @param configuration  the document
  * @return one element per item
- * @throws configuration_error if it is not such a document
+ * @throws configuration_error if it is not such a document, with the place
  */
 std::vector<item_configuration> list_items(const nlohmann::json &configuration);
 
@@ -77,6 +78,9 @@ std::vector<item_configuration> list_items(const nlohmann::json &configuration);
  * @return frames per second, rounded as in the server; 0 if no item has a frame rate
  */
 double sensor_frame_rate(const nlohmann::json &configuration);
+
+/** Returns the frame rate at which a document has the server pace the frames, in hertz; 0 if it does not. */
+double paced_frame_rate(const nlohmann::json &configuration);
 
 } // namespace vantor
 

@@ -20,7 +20,7 @@ class item_statistics
 {
 public:
     /** @param sweep_length  number of samples in a sweep */
-    explicit item_statistics(size_t sweep_length);
+    explicit item_statistics(size_t sweep_length) noexcept;
 
     /** Adds the samples of a frame, sweep after sweep. */
     void add(std::span<const sample> samples);
@@ -32,7 +32,8 @@ public:
     [[nodiscard]] std::vector<double> profile() const;
 
 private:
-    std::vector<double> sums_; /**< sum of the magnitudes for each point */
+    size_t sweep_length_;
+    std::vector<double> sums_; /**< sum of the magnitudes for each point; empty without samples */
     uint64_t sweeps_ = 0;
 };
 
