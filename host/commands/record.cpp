@@ -24,6 +24,7 @@
 #include "vantor/configuration.h"
 #include "vantor/frame_tally.h"
 #include "vantor/hub.h"
+#include "vantor/recording_error.h"
 #include "vantor/recording_sink.h"
 #include "vantor/recording_source.h"
 #include "vantor/session_source.h"
@@ -134,6 +135,39 @@ nlohmann::json configuration_of(const server_info &server)
     return *server.configuration;
 }
 
+/** Writes the final documents; returns false if that fails, which is the failure if there was none before. */
+bool finish(recording_writer &writer, std::exception_ptr &failure)
+{
+    try
+    {
+        writer.finish();
+        return true;
+    }
+    catch (const recording_error &)
+    {
+        failure = failure ? failure : std::current_exception();
+        return false;
+    }
+}
+
+/** Throws the failure of a recording; if it concerns its files, with what is left of them. */
+[[noreturn]] void report_failure(const std::exception_ptr &failure, const recording_writer &writer,
+                                 bool finished)
+{
+    try
+    {
+        std::rethrow_exception(failure);
+    }
+    catch (const recording_error &reason)
+    {
+        throw recording_error(std::string(reason.what()) +
+                              " Frames recorded: " + std::to_string(writer.frames()) +
+                              (finished ? ", in a complete recording."
+                                        : "; \"vantor info\" shows what is left of them, \"vantor repair\" "
+                                          "completes the recording."));
+    }
+}
+
 } // namespace
 
 exit_code record(const record_options &options, const command_streams &streams)
@@ -179,7 +213,7 @@ exit_code record(const record_options &options, const command_streams &streams,
     {
         failure = late;
     }
-    writer.finish();
+    const bool finished = finish(writer, failure);
     print_report({.writer = writer,
                   .recorder = recorder,
                   .stream = stream,
@@ -189,7 +223,7 @@ exit_code record(const record_options &options, const command_streams &streams,
                  streams.out, options.json);
     if (failure)
     {
-        std::rethrow_exception(failure);
+        report_failure(failure, writer, finished);
     }
     return stream.interrupted() ? exit_code::interrupted : exit_code::success;
 }

@@ -20,9 +20,6 @@ namespace vantor
 namespace
 {
 
-/** Most bytes of a document. */
-constexpr uint64_t most_document_bytes = uint64_t{16} << 20U;
-
 /** Most bytes of a line; a row of a frame table has some hundred at most. */
 constexpr size_t most_line_bytes = 4096;
 

@@ -58,10 +58,13 @@ private:
     int descriptor_ = -1;
 };
 
+/** Most bytes of a document. */
+inline constexpr uint64_t most_document_bytes = uint64_t{16} << 20U;
+
 /**
- * Reads a complete file.
+ * Reads a complete document.
  *
- * @throws bad_recording if it cannot be read, is not a regular file, or has more than 16 MB
+ * @throws bad_recording if it cannot be read, is not a regular file, or has more than most_document_bytes
  */
 std::string read_document_text(const std::filesystem::path &path);
 

@@ -6,8 +6,11 @@
 #include <array>
 #include <charconv>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
+
+#include "vantor/recording_error.h"
 
 namespace vantor
 {
@@ -93,6 +96,33 @@ void item_writer::commit(const frame_item &item)
     data_length_ += item.samples.size_bytes();
     table_length_ += row_.size();
     ++frames_;
+}
+
+void item_writer::require_existing() const
+{
+    for (const auto *const file : {&data_, &table_})
+    {
+        if (file->is_removed())
+        {
+            throw recording_error(file->name().string() +
+                                  " was removed during the recording, with its part of all frames (" +
+                                  std::to_string(frames_) + ").");
+        }
+    }
+}
+
+void item_writer::require_in_place() const
+{
+    require_existing();
+    for (const auto *const file : {&data_, &table_})
+    {
+        if (!file->is_in_place())
+        {
+            throw recording_error(file->name().string() +
+                                  " was moved or replaced during the recording. All frames (" +
+                                  std::to_string(frames_) + ") are where it was moved to.");
+        }
+    }
 }
 
 void item_writer::rollback() noexcept

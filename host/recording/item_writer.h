@@ -73,6 +73,20 @@ public:
         table_.sync();
     }
 
+    /**
+     * Checks that the files still exist.
+     *
+     * @throws recording_error if somebody has removed one of them
+     */
+    void require_existing() const;
+
+    /**
+     * Checks that the files are still where they were created.
+     *
+     * @throws recording_error if somebody has removed, moved or replaced one of them
+     */
+    void require_in_place() const;
+
     /** Number of committed frames. */
     [[nodiscard]] uint64_t frames() const noexcept
     {

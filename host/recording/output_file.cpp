@@ -3,6 +3,7 @@
  */
 #include "recording/output_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -30,6 +31,8 @@ namespace
 /** All users can read a recording, its owner can write it. */
 constexpr mode_t permissions = 0644;
 
+constexpr const char *temporary_extension = ".new";
+
 /** Throws recording_error with the action that failed and the message for errno. */
 [[noreturn]] void fail(const std::string &action, const std::filesystem::path &path)
 {
@@ -47,7 +50,19 @@ std::filesystem::path temporary_path(std::filesystem::path path)
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, hexadecimal).ptr;
     path += '.';
     path += std::string_view(digits.data(), end);
-    return path += ".new";
+    return path += temporary_extension;
+}
+
+/** The file for which a path is that of a temporary file; empty if it is not. */
+std::filesystem::path original_path(const std::filesystem::path &temporary)
+{
+    const auto numbered = std::filesystem::path(temporary).replace_extension();
+    const auto number = numbered.extension().string();
+    const bool is_number =
+        number.size() > 1 && number.find_first_not_of("0123456789abcdef", 1) == std::string::npos;
+    return temporary.extension() == temporary_extension && is_number
+               ? std::filesystem::path(numbered).replace_extension()
+               : std::filesystem::path();
 }
 
 /** Throws recording_error if a file cannot be replaced because of what is at its path. */
@@ -71,11 +86,15 @@ void check_place(const std::filesystem::path &path)
 bool is_in_recording(const std::filesystem::path &directory)
 {
     std::error_code failure;
-    const auto collection = std::string(collection_name) + ".sigmf-collection";
+    // A recording that has lost one of them can still be read.
+    const std::array documents = {std::string(collection_name) + ".sigmf-collection",
+                                  item_name({}) + ".sigmf-meta"};
     for (auto place = std::filesystem::weakly_canonical(directory, failure); !place.empty();
          place = place.parent_path())
     {
-        if (std::filesystem::exists(std::filesystem::symlink_status(place / collection, failure)))
+        if (std::any_of(documents.begin(), documents.end(), [&](const std::string &name) {
+                return std::filesystem::exists(std::filesystem::symlink_status(place / name, failure));
+            }))
         {
             return true;
         }
@@ -87,10 +106,34 @@ bool is_in_recording(const std::filesystem::path &directory)
     return false;
 }
 
+/** Whether there is a symbolic link at a path. */
+bool is_link(const std::filesystem::path &path)
+{
+    std::error_code failure;
+    return std::filesystem::is_symlink(std::filesystem::symlink_status(path, failure));
+}
+
+/** Throws recording_error: a path, or a part of it, is a link that must not be followed. */
+[[noreturn]] void refuse_link(const std::filesystem::path &path, const std::filesystem::path &link)
+{
+    throw recording_error("Cannot write " + path.string() + ": " + link.string() +
+                          " is a symbolic link in a recording. Remove it, or choose another place.");
+}
+
 /** The path of the file to replace: the target if it is a symbolic link; throws like the function above. */
-std::filesystem::path place_of(const std::filesystem::path &path)
+std::filesystem::path place_of(const std::filesystem::path &path, link_rule links)
 {
     require_no_link_in_recording(path);
+    if (links == link_rule::refused)
+    {
+        if (is_link(path))
+        {
+            refuse_link(path, path);
+        }
+        check_place(path);
+        // A link that somebody creates now is replaced, not followed.
+        return path;
+    }
     check_place(path);
     std::error_code failure;
     auto target = std::filesystem::canonical(path, failure);
@@ -128,6 +171,15 @@ public:
 private:
     int descriptor_;
 };
+
+/** Locks a file; throws recording_error if another program is writing it. */
+void lock_for_shortening(const open_file &file, const std::filesystem::path &path)
+{
+    if (flock(file.descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    {
+        throw recording_error("Cannot shorten " + path.string() + ": another program is writing it.");
+    }
+}
 
 /** While an object exists, the signals that ask the program to end wait. */
 class signals_blocked
@@ -244,8 +296,22 @@ void output_file::close()
     }
 }
 
-new_version::new_version(const std::filesystem::path &path)
-    : path_(place_of(path)), temporary_(temporary_path(path_)), file_(temporary_, path)
+bool output_file::is_removed() const noexcept
+{
+    struct stat status = {};
+    return fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
+}
+
+bool output_file::is_in_place() const noexcept
+{
+    struct stat own = {};
+    struct stat found = {};
+    return fstat(descriptor_, &own) == 0 && lstat(name_.c_str(), &found) == 0 && own.st_dev == found.st_dev &&
+           own.st_ino == found.st_ino;
+}
+
+new_version::new_version(const std::filesystem::path &path, link_rule links)
+    : path_(place_of(path, links)), temporary_(temporary_path(path_)), file_(temporary_, path)
 {
 }
 
@@ -301,28 +367,64 @@ void require_no_link_in_recording(const std::filesystem::path &path)
     for (auto part = std::filesystem::absolute(path, failure); part.has_relative_path();
          part = part.parent_path())
     {
-        if (std::filesystem::is_symlink(std::filesystem::symlink_status(part, failure)) &&
-            is_in_recording(part.parent_path()))
+        if (is_link(part) && is_in_recording(part.parent_path()))
         {
-            throw recording_error("Cannot write " + path.string() + ": " + part.string() +
-                                  " is a symbolic link in a recording. Remove it, or choose another place.");
+            refuse_link(path, part);
         }
     }
 }
 
-void require_replaceable(const std::filesystem::path &path)
+void require_replaceable(const std::filesystem::path &path, link_rule links)
 {
     const signals_blocked blocked;
-    const new_version tried(path);
+    const new_version tried(path, links);
 }
 
-void replace_files(const std::vector<file_text> &files)
+void require_shortenable(const std::filesystem::path &path)
+{
+    const open_file file(path);
+    lock_for_shortening(file, path);
+}
+
+void remove_temporary_files(const std::filesystem::path &directory,
+                            const std::vector<std::filesystem::path> &files)
+{
+    std::error_code ignored;
+    for (const auto &entry : std::filesystem::directory_iterator(directory, ignored))
+    {
+        if (std::ranges::find(files, original_path(entry.path())) != files.end())
+        {
+            std::filesystem::remove(entry.path(), ignored);
+        }
+    }
+}
+
+directory_in_use::directory_in_use(const std::filesystem::path &path) noexcept
+    : descriptor_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+{
+    static_cast<void>(flock(descriptor_, LOCK_SH | LOCK_NB));
+}
+
+directory_in_use::~directory_in_use()
+{
+    if (descriptor_ >= 0)
+    {
+        close(descriptor_);
+    }
+}
+
+bool directory_in_use::is_last_user() const noexcept
+{
+    return flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+}
+
+void replace_files(const std::vector<file_text> &files, link_rule links)
 {
     const signals_blocked blocked;
     std::deque<new_version> versions;
     for (const auto &file : files)
     {
-        auto &version = versions.emplace_back(file.path);
+        auto &version = versions.emplace_back(file.path, links);
         version.file().append(file.text);
         version.finish();
     }
@@ -335,10 +437,7 @@ void replace_files(const std::vector<file_text> &files)
 void shorten_file(const std::filesystem::path &path, uint64_t length)
 {
     const open_file file(path);
-    if (flock(file.descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-    {
-        throw recording_error("Cannot shorten " + path.string() + ": another program is writing it.");
-    }
+    lock_for_shortening(file, path);
     struct stat status = {};
     if (fstat(file.descriptor(), &status) != 0)
     {

@@ -15,6 +15,13 @@
 namespace vantor
 {
 
+/** What happens if a symbolic link is at the path of a file. */
+enum class link_rule
+{
+    followed, /**< its target is written, except in a recording */
+    refused   /**< nothing is written */
+};
+
 /**
  * A file that can be appended to. Every append is passed to the operating system immediately, so nothing that
  * was appended is lost if the program is killed.
@@ -77,8 +84,20 @@ public:
      */
     void close();
 
+    /** Whether somebody has removed the file since it was created. */
+    [[nodiscard]] bool is_removed() const noexcept;
+
+    /** Whether the file is still at the path at which it was created. */
+    [[nodiscard]] bool is_in_place() const noexcept;
+
+    /** The path in messages. */
+    [[nodiscard]] const std::filesystem::path &name() const noexcept
+    {
+        return name_;
+    }
+
 private:
-    std::filesystem::path name_; /**< for messages */
+    std::filesystem::path name_;
     int descriptor_ = -1;
 };
 
@@ -92,12 +111,12 @@ public:
     /**
      * Creates the temporary file.
      *
-     * @param path  the file to replace or create; if it is a symbolic link, its target is replaced, except
-     *              in a recording
+     * @param path   the file to replace or create
+     * @param links  what happens if it is a symbolic link
      * @throws recording_error if it cannot be created, if something else than a file is at the path, or if
-     *         require_no_link_in_recording() throws
+     *         a link is refused
      */
-    explicit new_version(const std::filesystem::path &path);
+    explicit new_version(const std::filesystem::path &path, link_rule links = link_rule::followed);
     new_version(const new_version &) = delete;
     new_version &operator=(const new_version &) = delete;
     new_version(new_version &&) = delete;
@@ -144,7 +163,14 @@ void require_no_link_in_recording(const std::filesystem::path &path);
  *
  * @throws recording_error like new_version
  */
-void require_replaceable(const std::filesystem::path &path);
+void require_replaceable(const std::filesystem::path &path, link_rule links = link_rule::followed);
+
+/**
+ * Checks that shorten_file() can change a file. Nothing is changed.
+ *
+ * @throws recording_error if not
+ */
+void require_shortenable(const std::filesystem::path &path);
 
 /**
  * Waits until the names of the files in a directory are on the disk.
@@ -168,7 +194,30 @@ struct file_text
  * @throws recording_error if they cannot be written; if the disk does not have space for all of them, no file
  *         is changed
  */
-void replace_files(const std::vector<file_text> &files);
+void replace_files(const std::vector<file_text> &files, link_rule links = link_rule::followed);
+
+/** Removes the temporary files of programs that were killed while they replaced one of these files of a
+ * directory. */
+void remove_temporary_files(const std::filesystem::path &directory,
+                            const std::vector<std::filesystem::path> &files);
+
+/** A directory whose files this program changes. It does not keep other programs from doing the same. */
+class directory_in_use
+{
+public:
+    explicit directory_in_use(const std::filesystem::path &path) noexcept;
+    directory_in_use(const directory_in_use &) = delete;
+    directory_in_use &operator=(const directory_in_use &) = delete;
+    directory_in_use(directory_in_use &&) = delete;
+    directory_in_use &operator=(directory_in_use &&) = delete;
+    ~directory_in_use();
+
+    /** Whether no other program has an object for this directory. The object has no effect afterwards. */
+    [[nodiscard]] bool is_last_user() const noexcept;
+
+private:
+    int descriptor_; /**< negative if the directory cannot be opened */
+};
 
 /**
  * Removes the end of a file, durably.

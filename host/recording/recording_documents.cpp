@@ -49,6 +49,14 @@ bool has_first_item(const std::filesystem::path &directory)
     return std::filesystem::exists(directory / (item_name({}) + ".sigmf-meta"), failure);
 }
 
+/** Whether a recorder was killed in this directory before it wrote the documents, and so before the frames.
+ */
+bool is_abandoned(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    return std::filesystem::file_size(directory / (item_name({}) + ".sigmf-data"), failure) == 0;
+}
+
 /** Calls a function that reads a document; turns each of its exceptions into bad_recording. */
 template <typename function_t> auto read_checked(const std::filesystem::path &path, function_t read)
 {
@@ -67,7 +75,8 @@ template <typename function_t> auto read_checked(const std::filesystem::path &pa
     }
     catch (const configuration_error &failure)
     {
-        throw bad_recording(failure.what());
+        const std::string reason = failure.what();
+        throw bad_recording(reason.starts_with(path.string()) ? reason : path.string() + ": " + reason);
     }
 }
 
@@ -316,6 +325,11 @@ recording_documents read_documents(const std::filesystem::path &place)
     const auto collection = collection_path(documents.directory);
     if (!std::filesystem::exists(collection, failure) && !has_first_item(documents.directory))
     {
+        if (is_abandoned(documents.directory))
+        {
+            throw bad_recording("Nothing was recorded in " + documents.directory.string() +
+                                ": the program was ended while it created the files. Remove the directory.");
+        }
         throw bad_recording("Cannot read " + collection.string() +
                             ": give the directory of a recording, as printed by \"vantor record\".");
     }

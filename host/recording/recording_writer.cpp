@@ -149,6 +149,7 @@ void recording_writer::sync()
 {
     for (auto &item : items_)
     {
+        item.require_existing();
         item.sync();
     }
 }
@@ -171,6 +172,8 @@ uint64_t recording_writer::data_length() const noexcept
 /** Writes the documents of the items, and the collection with their digests: all of them or none. */
 void recording_writer::write_documents(bool finished)
 {
+    // Otherwise the documents would come into a directory that is not this recording.
+    std::for_each(items_.begin(), items_.end(), [](const item_writer &item) { item.require_in_place(); });
     std::vector<stream> streams;
     std::vector<file_text> documents;
     for (size_t i = 0; i < items_.size(); ++i)
@@ -194,7 +197,7 @@ void recording_writer::write_documents(bool finished)
         announce_streams(announcement, streams);
         documents.insert(documents.begin(), {.path = collection, .text = announcement.dump(2) + "\n"});
     }
-    replace_files(documents);
+    replace_files(documents, link_rule::refused);
     streams_ = std::move(streams);
 }
 

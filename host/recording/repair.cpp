@@ -4,13 +4,17 @@
 #include "recording/repair.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "recording/output_file.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "vantor/configuration.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -79,16 +83,40 @@ void require_repairable(const recording_check &check, frame_loss loss)
     require_permission(check, loss);
 }
 
-/** Throws recording_error if a file is a symbolic link. */
-void require_no_links(const recording_documents &documents)
+/** The paths of the documents of a recording. */
+std::vector<std::filesystem::path> document_paths(const recording_documents &documents)
 {
-    require_no_link_in_recording(collection_path(documents.directory));
+    std::vector<std::filesystem::path> paths = {collection_path(documents.directory)};
     for (const auto &item : documents.items)
     {
-        for (const char *extension : {".sigmf-meta", ".sigmf-data", ".frames.csv"})
-        {
-            require_no_link_in_recording(documents.directory / (item.name + extension));
-        }
+        paths.push_back(documents.directory / (item.name + ".sigmf-meta"));
+    }
+    return paths;
+}
+
+/** The paths of the samples and of the frame tables of a recording. */
+std::vector<std::filesystem::path> data_paths(const recording_documents &documents)
+{
+    std::vector<std::filesystem::path> paths;
+    for (const auto &item : documents.items)
+    {
+        paths.push_back(documents.directory / (item.name + ".sigmf-data"));
+        paths.push_back(documents.directory / (item.name + ".frames.csv"));
+    }
+    return paths;
+}
+
+/** Throws recording_error if a file cannot be changed, for example because it is a symbolic link. */
+void require_changeable(const recording_documents &documents)
+{
+    for (const auto &path : document_paths(documents))
+    {
+        require_replaceable(path, link_rule::refused);
+    }
+    for (const auto &path : data_paths(documents))
+    {
+        require_replaceable(path, link_rule::refused);
+        require_shortenable(path);
     }
 }
 
@@ -137,8 +165,38 @@ ordered_json announcing_collection(const recording_documents &documents, const s
     return document;
 }
 
-/** Writes the final documents. */
-void write_final_documents(const recording_check &check)
+/** Throws damaged_recording if a document could not be read any more. */
+void require_readable(const std::string &text, const std::string &name)
+{
+    try
+    {
+        static_cast<void>(parse_json_text(text, name));
+    }
+    catch (const configuration_error &failure)
+    {
+        refuse_repair(failure.what());
+    }
+    if (text.size() > most_document_bytes)
+    {
+        refuse_repair(name + " would be too large: it would have more than 16 MB.");
+    }
+}
+
+/** A file with a document: without spaces if it would be too large with them. */
+file_text file_of(const std::filesystem::path &path, const ordered_json &document)
+{
+    constexpr int indentation = 2;
+    auto text = document.dump(indentation) + "\n";
+    if (text.size() > most_document_bytes)
+    {
+        text = document.dump() + "\n";
+    }
+    require_readable(text, path.filename().string());
+    return {.path = path, .text = std::move(text)};
+}
+
+/** The final documents, in the order in which they must be written. */
+std::vector<file_text> final_documents(const recording_check &check)
 {
     const auto &directory = check.documents.directory;
     std::vector<stream> streams;
@@ -146,15 +204,12 @@ void write_final_documents(const recording_check &check)
     for (size_t i = 0; i < check.items.size(); ++i)
     {
         const auto &name = check.documents.items[i].name;
-        files.push_back(
-            {.path = directory / (name + ".sigmf-meta"), .text = final_document(check, i).dump(2) + "\n"});
+        files.push_back(file_of(directory / (name + ".sigmf-meta"), final_document(check, i)));
         streams.push_back({.name = name, .digest = sha512_of(files.back().text)});
     }
-    files.front() = {.path = collection_path(directory),
-                     .text = announcing_collection(check.documents, streams).dump(2) + "\n"};
-    files.push_back({.path = collection_path(directory),
-                     .text = final_collection(check.documents, streams).dump(2) + "\n"});
-    replace_files(files);
+    files.front() = file_of(collection_path(directory), announcing_collection(check.documents, streams));
+    files.push_back(file_of(collection_path(directory), final_collection(check.documents, streams)));
+    return files;
 }
 
 /** Shortens a frame table to the rows of the frames that are left. */
@@ -163,7 +218,7 @@ void shorten_table(const std::filesystem::path &path, const recording_check &che
     if (check.frames == 0)
     {
         // Also the head may be incomplete.
-        replace_files({{.path = path, .text = std::string(frame_table_head)}});
+        replace_files({{.path = path, .text = std::string(frame_table_head)}}, link_rule::refused);
         return;
     }
     shorten_file(path, check.items[index].left_table_size);
@@ -185,20 +240,18 @@ uint64_t remove_rest(const recording_check &check)
     return removed;
 }
 
-} // namespace
-
-repair_result repair_recording(const std::filesystem::path &place, frame_loss loss,
-                               const check_progress &progress)
+/** Repairs a recording whose damage is known. */
+repair_result repair_damage(const recording_check &before, frame_loss loss, const check_progress &progress)
 {
-    const auto before = check_recording(place, progress);
     if (before.finished && before.faults.empty())
     {
         return {.changed = false, .frames = before.frames};
     }
     require_repairable(before, loss);
-    require_no_links(before.documents);
+    require_changeable(before.documents);
+    const auto documents = final_documents(before);
     const auto removed = remove_rest(before);
-    write_final_documents(before);
+    replace_files(documents, link_rule::refused);
     const auto after = check_recording(before.documents.directory, progress);
     if (!after.finished || !after.faults.empty() || after.frames != before.frames)
     {
@@ -206,6 +259,30 @@ repair_result repair_recording(const std::filesystem::path &place, frame_loss lo
                                 (after.faults.empty() ? std::string() : after.faults.front()));
     }
     return {.changed = true, .frames = after.frames, .dropped = count_dropped(before), .removed = removed};
+}
+
+/** Removes the temporary files of programs that were killed. */
+void clean_up(const recording_documents &documents)
+{
+    auto paths = document_paths(documents);
+    std::ranges::copy(data_paths(documents), std::back_inserter(paths));
+    remove_temporary_files(documents.directory, paths);
+}
+
+} // namespace
+
+repair_result repair_recording(const std::filesystem::path &place, frame_loss loss,
+                               const check_progress &progress)
+{
+    const auto before = check_recording(place, progress);
+    const directory_in_use directory(before.documents.directory);
+    const auto result = repair_damage(before, loss, progress);
+    // Another repair would lose the files that it is about to put into place.
+    if (!before.in_progress && directory.is_last_user())
+    {
+        clean_up(before.documents);
+    }
+    return result;
 }
 
 } // namespace vantor

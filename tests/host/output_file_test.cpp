@@ -173,6 +173,17 @@ TEST(output_file, is_not_written_through_a_link_in_a_recording)
     EXPECT_EQ(read_file(target), "of the user");
 }
 
+TEST(output_file, is_not_written_through_a_link_in_a_recording_without_a_collection)
+{
+    const temporary_directory directory;
+    const auto target = directory.write("target", "of the user");
+    write_example_recording(directory / "recording", 1);
+    std::filesystem::remove(directory / "recording/session.sigmf-collection");
+    std::filesystem::create_symlink(target, directory / "recording/picture.png");
+    EXPECT_THROW(replace_files({{directory / "recording/picture.png", "new"}}), recording_error);
+    EXPECT_EQ(read_file(target), "of the user");
+}
+
 TEST(output_file, may_be_in_a_recording_that_a_link_leads_to)
 {
     const temporary_directory directory;

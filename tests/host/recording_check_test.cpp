@@ -29,6 +29,18 @@ bool is_harmless(const std::string &name, size_t missing)
     return missing == 0 || (missing == 1 && name == "session.sigmf-collection");
 }
 
+TEST(recording_check, reports_a_recorder_that_was_killed_before_it_wrote_documents)
+{
+    const test::temporary_directory directory;
+    recording_writer(directory / "out", test::example_description()).sync();
+    for (const char *name : {"session.sigmf-collection", "group-1-item-1.sigmf-meta"})
+    {
+        std::filesystem::remove(directory / "out" / name);
+    }
+    EXPECT_THAT([&] { check_recording(directory / "out"); },
+                testing::ThrowsMessage<bad_recording>(HasSubstr("Nothing was recorded in ")));
+}
+
 TEST(recording_check, finds_no_fault_in_a_complete_recording)
 {
     const recording_files files(true);

@@ -3,6 +3,7 @@
  */
 #include "vantor/recording_writer.h"
 
+#include <functional>
 #include <regex>
 
 #include <gmock/gmock.h>
@@ -361,6 +362,55 @@ TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
     EXPECT_EQ(document["global"]["vantor:frames"], 10);
     EXPECT_EQ(document["global"]["core:sha512"],
               sha512_of(read_file(directory / "out/group-1-item-1.sigmf-data")));
+}
+
+/** Writes a recording and changes its directory before the end; expects a failure with this text. */
+void expect_failure_after(const std::function<void(const std::filesystem::path &)> &change,
+                          const std::string &text)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    writer.add(example_frame(1));
+    change(directory / "out");
+    EXPECT_THAT([&] { writer.finish(); }, testing::ThrowsMessage<recording_error>(testing::HasSubstr(text)));
+}
+
+TEST(recording_writer, does_not_finish_in_the_directory_of_another_recording)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    std::filesystem::rename(directory / "out", directory / "old");
+    test::write_example_recording(directory / "out", 5);
+    const auto meta = read_file(directory / "out/group-1-item-1.sigmf-meta");
+    EXPECT_THAT([&] { writer.finish(); },
+                testing::ThrowsMessage<recording_error>(testing::HasSubstr(
+                    "was moved or replaced during the recording. All frames (1) are where it was moved to")));
+    EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-meta"), meta);
+}
+
+TEST(recording_writer, reports_files_that_were_removed)
+{
+    const std::string reason = " was removed during the recording, with its part of all frames (2).";
+    for (const std::string name : {"group-1-item-2.sigmf-data", "group-2-item-1.frames.csv"})
+    {
+        expect_failure_after([&](const std::filesystem::path &path) { std::filesystem::remove(path / name); },
+                             name + reason);
+    }
+    expect_failure_after([](const std::filesystem::path &path) { std::filesystem::remove_all(path); },
+                         "group-1-item-1.sigmf-data" + reason);
+}
+
+TEST(recording_writer, reports_a_removed_file_when_it_waits_for_the_disk)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frame(0));
+    std::filesystem::rename(directory / "out", directory / "old");
+    writer.sync();
+    std::filesystem::remove(directory / "old/group-1-item-2.sigmf-data");
+    EXPECT_THROW(writer.sync(), recording_error);
 }
 
 TEST(recording_writer, does_not_record_through_a_link_in_a_recording)

@@ -379,6 +379,78 @@ TEST(repair, refuses_links_before_it_changes_anything)
     }
 }
 
+TEST(repair, refuses_links_also_if_the_collection_is_missing)
+{
+    for (const char *name : {"group-1-item-1.sigmf-meta", "group-1-item-2.sigmf-meta"})
+    {
+        const recording_files files(true);
+        const auto target = files.directory.write("target", files.original.at(name));
+        std::filesystem::remove(files.path / "session.sigmf-collection");
+        std::filesystem::remove(files.path / name);
+        std::filesystem::create_symlink(target, files.path / name);
+        EXPECT_THAT([&] { repair_recording(files.path); },
+                    ThrowsMessage<recording_error>(HasSubstr("is a symbolic link in a recording")))
+            << name;
+        EXPECT_EQ(test::read_file(target), files.original.at(name));
+    }
+}
+
+TEST(repair, checks_all_files_before_it_changes_the_first)
+{
+    const recording_files files(true);
+    const auto longer = files.original.at("group-1-item-1.sigmf-data") + "tail";
+    files.write("group-1-item-1.sigmf-data", longer);
+    std::filesystem::remove(files.path / "group-1-item-2.sigmf-meta");
+    std::filesystem::create_directory(files.path / "group-1-item-2.sigmf-meta");
+    EXPECT_THAT([&] { repair_recording(files.path); },
+                ThrowsMessage<recording_error>(HasSubstr("it is not a regular file")));
+    EXPECT_EQ(test::read_file(files.path / "group-1-item-1.sigmf-data"), longer);
+}
+
+TEST(repair, removes_the_temporary_files_of_killed_programs_only)
+{
+    const recording_files files(true);
+    for (const char *name : {"group-1-item-1.sigmf-meta.1f.new", "session.sigmf-collection.7a2b.new"})
+    {
+        files.write(name, "part");
+    }
+    for (const char *name : {"group-1-item-1.sigmf-meta.new", "notes.1f.new", "picture.png.xyz.new"})
+    {
+        files.write(name, "of the user");
+    }
+    repair_recording(files.path);
+    EXPECT_FALSE(std::filesystem::exists(files.path / "group-1-item-1.sigmf-meta.1f.new"));
+    EXPECT_FALSE(std::filesystem::exists(files.path / "session.sigmf-collection.7a2b.new"));
+    EXPECT_EQ(read_all(files.path).size(), files.original.size() + 3);
+}
+
+TEST(repair, leaves_large_metadata_readable)
+{
+    const recording_files files(false);
+    auto meta = nlohmann::json::parse(files.original.at("group-1-item-2.sigmf-meta"));
+    // 14 MB, but more than 16 MiB with indentation.
+    meta["values"] = nlohmann::json(500'000, std::string(25, 'x'));
+    files.write("group-1-item-2.sigmf-meta", meta.dump());
+    repair_recording(files.path);
+    EXPECT_TRUE(is_whole(files, recording_files::frames));
+}
+
+TEST(repair, changes_nothing_if_the_metadata_would_be_too_large)
+{
+    const recording_files files(false);
+    files.write("group-1-item-1.sigmf-data", files.original.at("group-1-item-1.sigmf-data") + "tail");
+    auto meta = nlohmann::json::parse(files.original.at("group-1-item-2.sigmf-meta"));
+    meta["text"] = "";
+    meta["text"] = std::string((size_t{16} << 20U) - meta.dump().size(), 'x');
+    files.write("group-1-item-2.sigmf-meta", meta.dump());
+    const auto before = read_all(files.path);
+    EXPECT_THAT(
+        [&] { repair_recording(files.path); },
+        ThrowsMessage<damaged_recording>(HasSubstr("was not changed: group-1-item-2.sigmf-meta would be too "
+                                                   "large: it would have more than 16 MB.")));
+    EXPECT_EQ(read_all(files.path), before);
+}
+
 TEST(repair, can_be_repeated_after_the_disk_was_full)
 {
     const recording_files files(false);

@@ -65,14 +65,14 @@ public:
     /**
      * Waits until every frame is on the disk.
      *
-     * @throws recording_error if that fails
+     * @throws recording_error if that fails, or somebody has removed a file
      */
     void sync();
 
     /**
      * Writes the final documents, with rates and digests.
      *
-     * @throws recording_error if they cannot be written
+     * @throws recording_error if they cannot be written, or somebody has removed, moved or replaced a file
      */
     void finish();
 
