@@ -77,16 +77,16 @@ exit_code calibrate(const calibrate_options &options, std::ostream &out)
     const interrupt_watch watch(*loop);
     client server(parse_address(options.connect), {}, loop);
     const auto &connected = server.server().connected_sensors;
-    const auto metadata = configure(
-        server, calibrating_configuration(options.sensors.empty()
-                                              ? std::vector<uint64_t>(connected.begin(), connected.end())
-                                              : options.sensors));
+    const auto sensors =
+        options.sensors.empty() ? std::vector<uint64_t>(connected.begin(), connected.end()) : options.sensors;
+    const auto metadata = configure(server, calibrating_configuration(sensors));
     server.end();
     if (metadata->calibrations.empty())
     {
         throw error(
             "The server did not calibrate any sensor. Run \"vantor identify\" to see which are connected.");
     }
+    check_calibrations(metadata->calibrations, {sensors.begin(), sensors.end()});
     replace_files({{.path = options.output, .text = calibration_text(metadata->calibrations)}});
     if (options.json)
     {

@@ -8,6 +8,7 @@
 
 #include "vantor/configuration.h"
 #include "vantor/configuration_check.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -15,6 +16,26 @@ namespace
 {
 
 using nlohmann::json;
+
+/** Whether a document has calibrations of the right form. */
+bool has_calibrations(const json &document)
+{
+    return document.contains("calibration_info") && check_configuration(document).empty();
+}
+
+/** The first sensor that has two calibrations in a document; null if there is none. */
+json repeated_sensor(const json &document)
+{
+    std::set<json> sensors;
+    for (const auto &entry : document["calibration_info"])
+    {
+        if (!sensors.insert(entry["sensor_id"]).second)
+        {
+            return entry["sensor_id"];
+        }
+    }
+    return nullptr;
+}
 
 /**
  * Reads the calibrations of a file. It must not be a pipe, because reading one can take forever.
@@ -31,20 +52,15 @@ json read_calibrations(const std::filesystem::path &file)
         throw configuration_error("Cannot read " + file.string() + ": it is not a regular file.");
     }
     const auto document = load_configuration(file);
-    const auto faults = check_configuration(document);
-    if (!faults.empty() || !document.contains("calibration_info"))
+    if (!has_calibrations(document))
     {
         throw configuration_error(file.string() +
                                   " is not a calibration file; make one with \"vantor calibrate\".");
     }
-    std::set<json> sensors;
-    for (const auto &entry : document["calibration_info"])
+    if (const auto sensor = repeated_sensor(document); !sensor.is_null())
     {
-        if (!sensors.insert(entry["sensor_id"]).second)
-        {
-            throw configuration_error(file.string() + " contains two calibrations of sensor " +
-                                      entry["sensor_id"].dump() + "; remove one of them.");
-        }
+        throw configuration_error(file.string() + " contains two calibrations of sensor " + sensor.dump() +
+                                  "; remove one of them.");
     }
     return document["calibration_info"];
 }
@@ -86,6 +102,27 @@ std::string calibration_text(const std::vector<calibration> &calibrations)
             {{"sensor_id", entry.sensor_id}, {"temperature", entry.temperature}, {"data", entry.data}});
     }
     return nlohmann::ordered_json{{"calibration_info", std::move(list)}}.dump(2) + "\n";
+}
+
+void check_calibrations(const std::vector<calibration> &calibrations, const std::set<unsigned> &sensors)
+{
+    const auto document = json::parse(calibration_text(calibrations), nullptr, false);
+    if (document.is_discarded() || !has_calibrations(document))
+    {
+        throw protocol_error("The server sent a calibration that no session can use.");
+    }
+    if (const auto sensor = repeated_sensor(document); !sensor.is_null())
+    {
+        throw protocol_error("The server sent two calibrations of sensor " + sensor.dump() + ".");
+    }
+    for (const auto &entry : calibrations)
+    {
+        if (!sensors.contains(entry.sensor_id))
+        {
+            throw protocol_error("The server sent a calibration of sensor " +
+                                 std::to_string(entry.sensor_id) + ", which it was not to calibrate.");
+        }
+    }
 }
 
 void add_calibrations(nlohmann::json &configuration, const std::filesystem::path &file)

@@ -8,6 +8,7 @@
 
 #include "temporary_directory.h"
 #include "vantor/configuration.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -107,6 +108,29 @@ TEST(calibration_file, is_not_added_to_what_is_not_a_list_of_calibrations)
         EXPECT_THROW(add_calibrations(configuration, directory.write("cal.json", two_calibrations())),
                      configuration_error)
             << present;
+    }
+}
+
+TEST(calibration_file, is_not_made_of_calibrations_that_no_session_can_use)
+{
+    const std::string data(480, 'a');
+    EXPECT_NO_THROW(check_calibrations({{.sensor_id = 1, .temperature = 24, .data = data}}, {1, 2}));
+    const std::pair<std::vector<calibration>, const char *> cases[] = {
+        {{{.sensor_id = 1, .temperature = 0, .data = ""}}, "that no session can use"},
+        {{{.sensor_id = 1, .temperature = 0, .data = "\x1b[31m" + data}}, "that no session can use"},
+        {{{.sensor_id = 0, .temperature = 0, .data = data}}, "that no session can use"},
+        {{{.sensor_id = 1, .temperature = 0, .data = data}, {.sensor_id = 1, .temperature = 0, .data = data}},
+         "two calibrations of sensor 1"},
+        {{{.sensor_id = 65535, .temperature = 0, .data = data}},
+         "sensor 65535, which it was not to calibrate"},
+    };
+    for (const auto &[calibrations, reason] : cases)
+    {
+        EXPECT_THAT(
+            [&list = calibrations] {
+                check_calibrations(list, {1, 2});
+            },
+            ThrowsMessage<protocol_error>(HasSubstr(reason)));
     }
 }
 

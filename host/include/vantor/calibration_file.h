@@ -5,6 +5,7 @@
 #define VANTOR_CALIBRATION_FILE_H
 
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,14 @@ namespace vantor
 
 /** The text of a calibration file: an object with "calibration_info", as in a configuration document. */
 std::string calibration_text(const std::vector<calibration> &calibrations);
+
+/**
+ * Checks that a file of these calibrations can be used.
+ *
+ * @param sensors  the numbers of the sensors that were to be calibrated
+ * @throws protocol_error if not
+ */
+void check_calibrations(const std::vector<calibration> &calibrations, const std::set<unsigned> &sensors);
 
 /**
  * Adds calibrations of a file to a configuration document: those of sensors that the document uses and whose
