@@ -25,28 +25,6 @@ constexpr std::chrono::milliseconds short_time{1000};
 /** The number of answers to "end" that may still arrive, if unknown. */
 constexpr unsigned any_number = std::numeric_limits<unsigned>::max();
 
-/** Throws if session metadata do not describe as many items as the configuration has. */
-void check_number_of_items(const nlohmann::json &metadata, const nlohmann::json &configuration)
-try
-{
-    const auto expected = list_items(configuration).size();
-    size_t described = 0;
-    for (const auto &group : array_member(metadata, "metadata"))
-    {
-        described += group.size();
-    }
-    if (described != expected)
-    {
-        throw protocol_error("The session metadata describe " + std::to_string(described) +
-                             " items, but the configuration has " + std::to_string(expected) +
-                             ": another program may be using the same link.");
-    }
-}
-catch (
-    const configuration_error &) // NOLINT(bugprone-empty-catch): the server accepts items that it cannot use
-{
-}
-
 } // namespace
 
 client::client(const address &where, client_timeouts timeouts, const std::shared_ptr<event_loop> &loop)
@@ -118,8 +96,8 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
     waiting_limit limit = limit_of(timeouts_.configure);
     const auto received = next_answer(limit, "session metadata");
     throw_on_error(received);
-    check_number_of_items(received.header, configuration);
     auto metadata = decode_metadata(received.header);
+    check_requested(metadata, configuration);
     set_distances(metadata, configuration);
     metadata_ = std::make_shared<const session_metadata>(std::move(metadata));
     frame_rate_ = nominal_frame_rate(configuration, *metadata_, server_);

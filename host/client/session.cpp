@@ -46,6 +46,31 @@ std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, si
     return subsweeps;
 }
 
+/** Decodes a rate; NaN if it is not reported. */
+double rate_member(const nlohmann::json &document, const char *name)
+{
+    const double rate = number_member(document, name);
+    if (rate < 0.0)
+    {
+        throw protocol_error("The session metadata have a negative \"" + std::string(name) +
+                             "\": " + document[name].dump() + ".");
+    }
+    return rate;
+}
+
+/** Decodes the distance of a base step, in metres. */
+double step_member(const nlohmann::json &document, const char *name)
+{
+    constexpr double longest_m = 1.0;
+    const double length_m = number_member(document, name);
+    if (!(length_m > 0.0 && length_m <= longest_m))
+    {
+        throw protocol_error("The session metadata have an impossible \"" + std::string(name) +
+                             "\": " + document[name].dump() + ".");
+    }
+    return length_m;
+}
+
 /** Decodes the layout of one item, without its distances. */
 item_layout decode_layout(const nlohmann::json &document, size_t group, size_t index)
 {
@@ -55,9 +80,9 @@ item_layout decode_layout(const nlohmann::json &document, size_t group, size_t i
     layout.calibration_temperature = integer_member<int16_t>(document, "calibration_temperature");
     layout.frame_length = length_member(document, "frame_data_length");
     layout.sweep_length = length_member(document, "sweep_data_length");
-    layout.max_sweep_rate = number_member(document, "max_sweep_rate");
+    layout.max_sweep_rate = rate_member(document, "max_sweep_rate");
     layout.high_speed_mode = boolean_member(document, "high_speed_mode");
-    layout.base_step_length_m = number_member(document, "base_step_length_m");
+    layout.base_step_length_m = step_member(document, "base_step_length_m");
     layout.subsweeps = decode_subsweeps(document, layout.sweep_length);
     if (layout.sweeps() * layout.sweep_length != layout.frame_length ||
         layout.sweep_length > layout.frame_length)
@@ -271,6 +296,21 @@ void set_item_distances(item_layout &layout, const item_configuration &item)
     }
 }
 
+/** Throws if an item does not have the sub-sweeps that were requested. */
+void check_subsweeps(const item_layout &layout, const item_configuration &item)
+{
+    const auto is_requested = [](const subsweep_layout &place, const subsweep_range &range) {
+        return std::cmp_equal(place.length, range.num_points);
+    };
+    if (!std::ranges::equal(layout.subsweeps, item.subsweeps, is_requested))
+    {
+        throw protocol_error(
+            "The session metadata describe other sub-sweeps than the configuration requests, in group " +
+            std::to_string(layout.group + 1) + ", item " + std::to_string(layout.index + 1) +
+            ": another program may be using the same link.");
+    }
+}
+
 /** Throws if no message can contain the frames that the metadata announce. This also limits their memory. */
 void check_frame_length(const session_metadata &metadata)
 {
@@ -320,6 +360,26 @@ try
     for (size_t i = 0; i < std::min(items.size(), metadata.items.size()); ++i)
     {
         set_item_distances(metadata.items[i], items[i]);
+    }
+}
+catch (
+    const configuration_error &) // NOLINT(bugprone-empty-catch): the server accepts items that it cannot use
+{
+}
+
+void check_requested(const session_metadata &metadata, const nlohmann::json &configuration)
+try
+{
+    const auto items = list_items(configuration);
+    if (items.size() != metadata.items.size())
+    {
+        throw protocol_error("The session metadata describe " + std::to_string(metadata.items.size()) +
+                             " items, but the configuration has " + std::to_string(items.size()) +
+                             ": another program may be using the same link.");
+    }
+    for (size_t i = 0; i < items.size(); ++i)
+    {
+        check_subsweeps(metadata.items[i], items[i]);
     }
 }
 catch (

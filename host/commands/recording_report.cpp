@@ -38,6 +38,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .missing = recorded.tally.missing(),
                        .damaged = recorded.source.damaged(),
                        .nominal_rate = recorded.source.nominal_rate(),
+                       .refused_rate = recorded.source.refused_rate(),
                        .measured_rate = recorded.source.has_clock() ? 0.0 : recorded.stream.measured_rate(),
                        .silence = recorded.stream.silence(),
                        .breaks = recorded.tally.breaks(),

@@ -59,6 +59,11 @@ void describe_gaps(const stream_facts &facts, std::vector<std::string> &lines)
         lines.push_back("missing: " + count(facts.missing, "frame") +
                         "; the host, the link, the server or a sensor was too slow, or data were damaged");
     }
+    if (facts.refused_rate > 0.0)
+    {
+        lines.push_back("rate not as requested: the server measures " + fixed(facts.nominal_rate, 1) +
+                        " frames/s, the configuration requests " + fixed(facts.refused_rate, 1));
+    }
     const double share = share_of_rate(facts);
     if (facts.nominal_rate > 0.0 && share < least_share_of_rate)
     {

@@ -28,6 +28,8 @@ struct stream_facts
     uint64_t missing = 0;
     uint64_t damaged = 0;      /**< messages */
     double nominal_rate = 0.0; /**< frames per second that were due; 0 if unknown */
+    double refused_rate =
+        0.0; /**< frames per second that were requested, if the nominal rate differs; or 0 */
     double measured_rate =
         0.0;              /**< frames per second that arrived, if the server has no clock; otherwise 0 */
     double silence = 0.0; /**< seconds from the last frame to the end */

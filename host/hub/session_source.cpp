@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -140,6 +141,20 @@ void session_source::configure()
         throw;
     }
     rate_ = nominal_frame_rate(configuration_, *metadata_, server_.server());
+}
+
+double session_source::refused_rate() const noexcept
+{
+    constexpr double tolerance = 0.01;
+    const double requested = paced_frame_rate(configuration_);
+    const double period = metadata_->tick_period;
+    if (period <= 0.0 || requested <= 0.0)
+    {
+        return 0.0;
+    }
+    // Periods are whole ticks.
+    const double expected = ticks_per_second_ / requested;
+    return std::abs(period - expected) > std::max(1.0, tolerance * expected) ? requested : 0.0;
 }
 
 /** In a handler: has the next call connect again, or throws what was caught. */

@@ -375,6 +375,34 @@ TEST(client, refuses_metadata_of_another_number_of_items)
                     HasSubstr("The session metadata describe 4 items, but the configuration has 3")));
 }
 
+TEST(client, refuses_metadata_of_other_subsweeps)
+{
+    for (const auto &lengths : {json{10, 14}, json{25}, json{5, 10, 10}})
+    {
+        fake_server server;
+        server.on("configure", [&](host_connection &host, const json &) {
+            auto metadata = example_session().metadata;
+            auto &item = metadata["metadata"][0][1];
+            item["subsweep_data_length"] = lengths;
+            item["subsweep_data_offset"] = json(lengths.size(), 0);
+            host.send(metadata, "");
+        });
+        auto host = connect(server);
+        EXPECT_THAT([&] { host.configure(example_session().configuration); },
+                    ThrowsMessage<protocol_error>(
+                        HasSubstr("other sub-sweeps than the configuration requests, in group 1, item 2")));
+    }
+}
+
+TEST(client, accepts_metadata_of_items_that_it_cannot_use)
+{
+    const fake_server server;
+    auto host = connect(server);
+    auto configuration = example_session().configuration;
+    configuration["groups"][0][0]["config"] = nullptr;
+    EXPECT_EQ(host.configure(configuration)->items.size(), 3U);
+}
+
 TEST(client, refuses_unexpected_messages)
 {
     fake_server server;

@@ -11,6 +11,7 @@
 
 #include "commands/usage_error.h"
 #include "fake_server.h"
+#include "file_size_limit.h"
 #include "scripted_server.h"
 #include "temporary_directory.h"
 #include "vantor/calibration_file.h"
@@ -284,6 +285,63 @@ TEST_F(record_test, keeps_earlier_frames_when_the_server_disconnects)
     EXPECT_THROW(run(), connection_lost);
     EXPECT_EQ(recorded(), 3);
     EXPECT_THAT(out.str(), HasSubstr("3 frames"));
+}
+
+TEST_F(record_test, prints_the_summary_when_the_disk_is_full)
+{
+    server.on("start", test::stream_frames(200));
+    {
+        const test::file_size_limit limit(20000);
+        EXPECT_THAT([&] { run(); },
+                    testing::ThrowsMessage<recording_error>(
+                        ContainsRegex("File too large\\. Frames recorded: 125, in a complete recording\\.")));
+    }
+    EXPECT_THAT(out.str(), HasSubstr("125 frames, "));
+    EXPECT_EQ(recorded(), 125);
+}
+
+TEST_F(record_test, prints_the_summary_when_the_recording_was_removed)
+{
+    server.on("start", [this](host_connection &host, const json &command) {
+        std::filesystem::remove_all(options.output);
+        test::stream_frames(5)(host, command);
+    });
+    options.frames = 5;
+    EXPECT_THAT([&] { run(); }, testing::ThrowsMessage<recording_error>(testing::AllOf(
+                                    HasSubstr("group-1-item-1.sigmf-data was removed during the recording"),
+                                    HasSubstr("Frames recorded: "))));
+    EXPECT_THAT(out.str(), HasSubstr(" frames, "));
+    EXPECT_FALSE(std::filesystem::exists(options.output));
+}
+
+TEST_F(record_test, warns_of_a_rate_that_the_server_has_not_accepted)
+{
+    auto configuration = example_session().configuration;
+    server.on("start", test::stream_frames(3));
+    options.frames = 3;
+    for (const auto &[rate, warned] : {std::pair{50.4, false}, std::pair{51.0, true}, std::pair{5.0, true}})
+    {
+        configuration["max_update_rate"] = rate;
+        options.configuration = directory.write("config.json", configuration.dump());
+        options.output = directory / ("out" + std::to_string(rate));
+        out.str("");
+        run();
+        EXPECT_EQ(out.str().find("rate not as requested") != std::string::npos, warned) << rate;
+    }
+}
+
+TEST_F(record_test, writes_nothing_for_a_configuration_that_cannot_be_read)
+{
+    server.on("identify", [](host_connection &host, const json &) {
+        auto identity = test::identity();
+        identity["configuration"] = example_session().configuration;
+        identity["configuration"]["groups"][0][1]["config"] = nullptr;
+        host.send(identity, "");
+    });
+    options.configuration.clear();
+    EXPECT_THAT([&] { run(); }, testing::ThrowsMessage<configuration_error>(
+                                    HasSubstr("/groups/0/1/config must be an object")));
+    EXPECT_FALSE(std::filesystem::exists(options.output));
 }
 
 TEST_F(record_test, keeps_earlier_frames_when_the_server_reports_an_error)

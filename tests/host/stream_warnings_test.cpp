@@ -39,6 +39,17 @@ TEST(stream_warnings, name_missing_frames_and_a_rate_that_is_not_reached)
                             "damaged: 1 message"));
 }
 
+TEST(stream_warnings, name_a_rate_that_the_server_has_not_accepted)
+{
+    stream_facts facts;
+    facts.frames = 10;
+    facts.nominal_rate = 5.0;
+    facts.refused_rate = 50.0;
+    EXPECT_THAT(describe_warnings(facts),
+                ElementsAre("rate not as requested: the server measures 5.0 frames/s, "
+                            "the configuration requests 50.0"));
+}
+
 TEST(stream_warnings, do_not_call_one_missing_frame_a_rate_that_is_not_reached)
 {
     stream_facts facts;

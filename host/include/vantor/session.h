@@ -216,6 +216,14 @@ server_info decode_server_info(const nlohmann::json &document);
 session_metadata decode_metadata(const nlohmann::json &document);
 
 /**
+ * Checks that a session measures what was requested: the same number of items, and the sub-sweeps of each
+ * with as many points. Checks nothing if the configuration has items that the host cannot use.
+ *
+ * @throws protocol_error if not
+ */
+void check_requested(const session_metadata &metadata, const nlohmann::json &configuration);
+
+/**
  * Sets the distances of all items, which depend on the configuration. They are NaN where it is unknown.
  *
  * @param metadata       of a session

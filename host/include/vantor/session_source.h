@@ -81,6 +81,12 @@ public:
         return rate_;
     }
 
+    /**
+     * Frames per second that the configuration requests, if the server measures at another rate: by more than
+     * 1 % and a tick. Otherwise 0.
+     */
+    [[nodiscard]] double refused_rate() const noexcept;
+
     /** Whether the server has a clock; without one, missing frames are not known. */
     [[nodiscard]] bool has_clock() const noexcept
     {
