@@ -3,13 +3,12 @@
  */
 #include "commands/plan.h"
 
-#include <charconv>
-#include <cmath>
 #include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,6 +17,7 @@
 #include "commands/interrupt.h"
 #include "commands/plan_report.h"
 #include "commands/printable.h"
+#include "commands/quantity.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "recording/output_file.h"
@@ -57,44 +57,7 @@ struct plan_options
     bool json = false;
 };
 
-/** A unit, and its size in the base unit. */
-struct unit
-{
-    std::string_view name;
-    double size;
-};
-
-constexpr unit length_units[] = {{"cm", 0.01}, {"mm", 0.001}, {"m", 1.0}};
 constexpr unit velocity_units[] = {{"m/s", 1.0}};
-
-/** Reads a number that may have a unit; nothing if it is not a finite number of at least 0. */
-template <size_t count>
-std::optional<double> parse_quantity(std::string_view text, const unit (&units)[count])
-{
-    double value = 0.0;
-    const auto [stop, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
-    auto rest = text.substr(static_cast<size_t>(stop - text.data()));
-    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    double size = rest.empty() ? 1.0 : 0.0;
-    for (const auto &each : units)
-    {
-        size = rest == each.name ? each.size : size;
-    }
-    const bool valid = failure == std::errc() && size > 0.0 && std::isfinite(value) && value >= 0.0;
-    return valid ? std::optional(value * size) : std::nullopt;
-}
-
-/** Reads a length above 0. */
-double parse_length(const char *option, const std::string &text)
-{
-    const auto length = parse_quantity(text, length_units);
-    if (!length || *length <= 0.0)
-    {
-        throw usage_error(std::string(option) + ": \"" + text +
-                          "\" is not a length; use a number above 0 with or without a unit (m, cm, mm)");
-    }
-    return *length;
-}
 
 /** The two ends of a range; the lower one is missing in "5". */
 struct range
@@ -104,13 +67,13 @@ struct range
 };
 
 /** Reads "5" or "0.2..5", each with an optional unit. */
-template <size_t count>
-range parse_range(const char *option, const std::string &text, const unit (&units)[count])
+range parse_range(const char *option, const std::string &text, std::span<const unit> units)
 {
     const auto dots = text.find("..");
     const auto upper = parse_quantity(dots == std::string::npos ? text : text.substr(dots + 2), units);
     const auto lower = dots == std::string::npos ? std::nullopt : parse_quantity(text.substr(0, dots), units);
-    if (!upper || *upper <= lower.value_or(0.0) || (dots != std::string::npos && !lower))
+    if (!upper || lower.value_or(0.0) < 0.0 || *upper <= lower.value_or(0.0) ||
+        (dots != std::string::npos && !lower))
     {
         throw usage_error(std::string(option) + ": \"" + text +
                           "\" is not a range; use a number above 0, or two such as 0.2..5");

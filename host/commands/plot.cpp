@@ -4,6 +4,7 @@
 #include "commands/plot.h"
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -12,6 +13,7 @@
 #include "commands/damage.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
+#include "commands/quantity.h"
 #include "commands/reading_progress.h"
 #include "commands/usage_error.h"
 #include "plot/caption.h"
@@ -26,7 +28,7 @@ namespace
 constexpr const char *plot_footer = R"(Examples:
   vantor plot recordings/garage
       writes recordings/garage/picture.png
-  vantor plot recordings/garage --output garage.png --distance 1.2
+  vantor plot recordings/garage --output garage.png --distance 120cm
 
 The picture has one row per item: mean level over distance, level over time, phase and displacement, velocity
 spectrum, and velocity over distance if a frame has at least 4 sweeps. A page has up to six items; the next pages
@@ -42,9 +44,22 @@ struct plot_options
 {
     std::filesystem::path recording;
     std::filesystem::path output;
-    std::optional<double> distance;
+    std::string distance;
     bool json = false;
 };
+
+/** Rejects a file name that promises another format. */
+void check_output(const std::filesystem::path &output)
+{
+    auto extension = output.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char letter) { return std::tolower(letter); });
+    if (!output.empty() && extension != ".png")
+    {
+        throw usage_error("--output: \"" + output.string() +
+                          "\" is not the name of a PNG file; use a name that ends in .png");
+    }
+}
 
 /** Rejects a distance that no item measures. */
 void check_distance(const recording_reader &recording, std::optional<double> distance)
@@ -70,15 +85,19 @@ void check_interrupt()
 /** Draws the pictures; shows progress on a terminal. */
 drawn_pictures draw(const plot_options &options, const command_streams &streams)
 {
+    check_output(options.output);
+    const auto distance = options.distance.empty()
+                              ? std::nullopt
+                              : std::optional(parse_distance("--distance", options.distance));
     recording_reader recording(options.recording);
-    check_distance(recording, options.distance);
+    check_distance(recording, distance);
     warn_of_damage(recording, streams, check_interrupt);
     const reading_progress progress(recording, streams, 2, check_interrupt);
     const auto directory = std::filesystem::weakly_canonical(recording.directory());
     return draw_recording(
         recording, {.output = options.output.empty() ? recording.directory() / "picture.png" : options.output,
                     .title = printable(directory.filename().string()),
-                    .distance = options.distance,
+                    .distance = distance,
                     .stop = interrupt_watch::interrupted});
 }
 
@@ -131,13 +150,13 @@ command plot_command()
         .footer = plot_footer,
         .options = {recording_argument(options->recording),
                     {.name = "--output",
-                     .help = "PNG file to write; an existing file is replaced",
+                     .help = "PNG file to write, whose name ends in .png; an existing file is replaced",
                      .value = &options->output,
                      .value_name = "FILE"},
                     {.name = "--distance",
-                     .help = "Distance for phase and velocity, in metres; the strongest echo if not given",
-                     .value = number_value{.target = &options->distance},
-                     .value_name = "NUMBER"},
+                     .help = "Distance for phase and velocity (m, cm, mm); the strongest echo if not given",
+                     .value = &options->distance,
+                     .value_name = "DISTANCE"},
                     json_flag(options->json)},
         .run = [options](const command_streams &streams) { return plot(*options, streams); }};
 }

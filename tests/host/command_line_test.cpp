@@ -316,6 +316,16 @@ TEST(command_line, shows_recordings)
     EXPECT_TRUE(std::filesystem::exists(directory / "out/picture.png"));
     const auto picture = (directory / "other picture.png").string();
     EXPECT_EQ(json::parse(run({"plot", place, "--json", "--output", picture}).out)["picture"], picture);
+    // The second item begins before the sensor.
+    for (const char *distance : {"0.3", "30cm", "300 mm", "-5 cm"})
+    {
+        EXPECT_EQ(
+            run({"plot", place, "--distance", distance, "--output", (directory / "d.PNG").string()}).code,
+            exit_code::success)
+            << distance;
+    }
+    EXPECT_THAT(run({"plot", place, "--distance", "900cm"}).err,
+                HasSubstr("--distance 9.000 m is outside the recording"));
     const auto exported =
         run({"export", place, "--json", "--format", "csv", "--output", (directory / "csv").string()});
     EXPECT_EQ(json::parse(exported.out)["files"].size(), 3U);
@@ -460,6 +470,7 @@ TEST(command_line, refuses_wrong_usage)
                                                {"record", "x.json", "--seconds", "0"},
                                                {"record", "x.json", "--frames", "1", "--frames", "2"},
                                                {"plot", "x", "--distance", "inf"},
+                                               {"plot", "x", "--output", "picture"},
                                                {"calibrate", "--output", "x", "--sensor", "0"},
                                                {"replay", "x", "--hosts", "0"},
                                                {"export", "x", "--format", "xml"},
@@ -491,10 +502,15 @@ TEST(command_line, reports_the_bounds_of_a_number)
     EXPECT_THAT(fault({"record", "x", "--seconds", "0"}),
                 HasSubstr("--seconds: \"0\" is not a number above 0\n"));
     EXPECT_THAT(fault({"plot", "x", "--distance", "far"}),
-                HasSubstr("--distance: \"far\" is not a number\n"));
-    EXPECT_THAT(fault({"plot", "x", "--distance", "1m"}), HasSubstr("--distance: \"1m\" is not a number\n"));
+                HasSubstr("--distance: \"far\" is not a distance; use a number with or without a unit"));
+    EXPECT_THAT(fault({"plot", "x", "--distance", "1 in"}),
+                HasSubstr("--distance: \"1 in\" is not a distance; use a number"));
     EXPECT_THAT(fault({"plot", "x", "--distance", "inf"}),
-                HasSubstr("--distance: \"inf\" is not a number\n"));
+                HasSubstr("--distance: \"inf\" is not a distance; use a number"));
+    EXPECT_THAT(
+        fault({"plot", "x", "--output", "x.jpg"}),
+        HasSubstr("--output: \"x.jpg\" is not the name of a PNG file; use a name that ends in .png\n"));
+    EXPECT_THAT(fault({"plan", "--distance", "-1..5"}), HasSubstr("\"-1..5\" is not a range"));
     EXPECT_THAT(fault({"replay", "x", "--speed", "0"}),
                 HasSubstr("--speed: \"0\" is not a number above 0, nor \"max\"\n"));
     EXPECT_THAT(fault({"export", "x", "--format", "xml"}),
@@ -722,7 +738,7 @@ TEST(command_line, does_not_use_an_option_as_a_value)
     EXPECT_THAT(run({"plot", "--", "--output", "--json"}).err, HasSubstr("Unexpected argument: --json\n"));
     EXPECT_EQ(run({"plot", "x", "--output"}).code, exit_code::usage);
     EXPECT_EQ(run({"info", "RECORDING", "--json"}).code, exit_code::bad_file);
-    EXPECT_EQ(run({"plot", "--json", "--output=x", "x"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"plot", "--json", "--output=x.png", "x"}).code, exit_code::bad_file);
     EXPECT_EQ(run({"plot", "--json", "--", "x"}).code, exit_code::bad_file);
     EXPECT_THAT(run({"info", "x", "--output", "--json"}).err, HasSubstr("Unexpected argument: --output\n"));
 }
