@@ -48,4 +48,9 @@ std::optional<double> pulse_width(int profile)
     return found == widths.end() ? std::nullopt : std::optional(found->get<double>());
 }
 
+double velocity_bound(double rate)
+{
+    return sensor_figure("wavelength") / 4.0 * rate;
+}
+
 } // namespace vantor

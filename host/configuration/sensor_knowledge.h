@@ -33,6 +33,14 @@ double sensor_figure(const std::string &name, const std::string &key);
 /** Width of the pulse of a profile, in metres; nothing if there is no such profile. */
 std::optional<double> pulse_width(int profile);
 
+/**
+ * The velocity that turns the phase by half a turn between two measurements, in m/s. Velocities beyond it
+ * look like lower ones.
+ *
+ * @param rate  measurements per second
+ */
+double velocity_bound(double rate);
+
 } // namespace vantor
 
 #endif

@@ -7,20 +7,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "configuration/sensor_knowledge.h"
-
 namespace vantor
 {
-namespace
-{
-
-/** Wavelength of the carrier, in metres. */
-double wavelength()
-{
-    return sensor_knowledge()["figures"]["wavelength"]["value"].get<double>();
-}
-
-} // namespace
 
 double dbfs(double amplitude)
 {
@@ -30,12 +18,7 @@ double dbfs(double amplitude)
 
 double metres_per_radian()
 {
-    return wavelength() / (4.0 * std::numbers::pi);
-}
-
-double velocity_bound(double rate)
-{
-    return wavelength() / 4.0 * rate;
+    return sensor_figure("wavelength") / (4.0 * std::numbers::pi);
 }
 
 int subsweep_setting(const recorded_item &item, size_t subsweep, const std::string &name)
@@ -50,8 +33,7 @@ int subsweep_setting(const recorded_item &item, size_t subsweep, const std::stri
 
 double pulse_width(const recorded_item &item, size_t subsweep)
 {
-    const auto profile = std::to_string(subsweep_setting(item, subsweep, "profile"));
-    return sensor_knowledge()["figures"]["pulse_width"]["value"].value(profile, 0.0);
+    return pulse_width(subsweep_setting(item, subsweep, "profile")).value_or(0.0);
 }
 
 double step_length(const recorded_item &item, size_t subsweep)

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <string>
 
+#include "configuration/sensor_knowledge.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -20,14 +21,6 @@ double dbfs(double amplitude);
 
 /** Distance for one radian of phase, in metres. */
 double metres_per_radian();
-
-/**
- * The velocity that turns the phase by half a turn between two measurements, in m/s. Velocities beyond it
- * look like lower ones.
- *
- * @param rate  measurements per second
- */
-double velocity_bound(double rate);
 
 /** A member of a sub-sweep's configuration that is a whole number; its default if it is missing. */
 int subsweep_setting(const recorded_item &item, size_t subsweep, const std::string &name);

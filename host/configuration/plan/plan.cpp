@@ -239,14 +239,13 @@ void find_doubts(session_plan &session, const json &document)
 
 std::optional<double> item_plan::greatest_velocity() const
 {
-    return sweeps > 1 ? std::optional(sensor_figure("wavelength") / 4.0 * sweep_rate) : std::nullopt;
+    return sweeps > 1 ? std::optional(velocity_bound(sweep_rate)) : std::nullopt;
 }
 
 std::optional<double> item_plan::smallest_velocity() const
 {
-    return sweeps > 1
-               ? std::optional(sensor_figure("wavelength") / 2.0 * sweep_rate / static_cast<double>(sweeps))
-               : std::nullopt;
+    return sweeps > 1 ? std::optional(2.0 * velocity_bound(sweep_rate) / static_cast<double>(sweeps))
+                      : std::nullopt;
 }
 
 double session_plan::expected_frame_rate() const noexcept

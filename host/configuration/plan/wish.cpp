@@ -145,8 +145,7 @@ private:
     /** Sets the sweep rate for the greatest velocity. */
     void choose_sweep_rate()
     {
-        const double wavelength = sensor_figure("wavelength");
-        double sweep_rate = 4.0 * *wanted_.greatest_velocity / wavelength;
+        double sweep_rate = *wanted_.greatest_velocity / velocity_bound(1.0);
         if (figures().items[0].max_sweep_rate < sweep_rate)
         {
             choose_points(least_points_per_pulse);
@@ -154,7 +153,7 @@ private:
         if (const double highest = figures().items[0].max_sweep_rate; highest < sweep_rate)
         {
             sweep_rate = std::floor(highest);
-            miss("greatest velocity", "m/s", *wanted_.greatest_velocity, wavelength / 4.0 * sweep_rate,
+            miss("greatest velocity", "m/s", *wanted_.greatest_velocity, velocity_bound(sweep_rate),
                  "a sweep takes longer with these points");
         }
         const double lowest = member_schema("sweep_rate")["anyOf"][1]["minimum"];
@@ -165,7 +164,7 @@ private:
     void choose_sweeps()
     {
         const double sweep_rate = config_["sweep_rate"];
-        const double slowest = sensor_figure("wavelength") / 2.0 * sweep_rate;
+        const double slowest = 2.0 * velocity_bound(sweep_rate);
         const double wanted = wanted_.smallest_velocity
                                   ? std::ceil(slowest / *wanted_.smallest_velocity - rounding_error)
                                   : default_sweeps;
