@@ -3,7 +3,7 @@
  */
 #include "commands/recording_report.h"
 
-#include <cmath>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -21,14 +21,13 @@ namespace
 
 using nlohmann::ordered_json;
 
-/** Distance of the strongest echo of an item, in metres; NaN if there is none. */
-double echo_distance(const finished_recording &recorded, size_t index)
+/** Distance of the strongest echo of an item, in metres; nothing if none is above the noise. */
+std::optional<double> strongest_echo_of(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
     const recorded_item item{
         .name = item_name(layout), .layout = layout, .configuration = recorded.items[index], .document = {}};
-    const auto point = strongest_echo(item, recorded.recorder.statistics()[index].profile());
-    return point ? item.layout.distances_m[*point] : NAN;
+    return strongest_echo_distance(item, recorded.recorder.statistics()[index]);
 }
 
 /** What is known about the stream. */
@@ -61,12 +60,12 @@ void print_items(std::ostream &out, const finished_recording &recorded)
     for (size_t i = 0; i < recorded.items.size(); ++i)
     {
         const auto &layout = recorded.source.metadata().items[i];
-        const auto distance = echo_distance(recorded, i);
+        const auto distance = strongest_echo_of(recorded, i);
         const auto level = recorded.recorder.statistics()[i].mean_level();
         table.add({std::to_string(layout.group + 1), std::to_string(layout.index + 1),
                    std::to_string(recorded.items[i].sensor_id), std::to_string(layout.subsweeps.size()),
                    std::to_string(layout.frame_length), std::to_string(recorded.writer.frames()),
-                   level ? fixed(*level, 1) : "-", std::isnan(distance) ? "-" : fixed(distance, 3) + " m"});
+                   level ? fixed(*level, 1) : "-", distance ? fixed(*distance, 3) + " m" : "-"});
     }
     table.print(out);
 }
@@ -101,16 +100,15 @@ ordered_json or_null(double rate)
 ordered_json item_json(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
-    const auto distance = echo_distance(recorded, index);
+    const auto distance = strongest_echo_of(recorded, index);
     const auto level = recorded.recorder.statistics()[index].mean_level();
-    ordered_json item = {
-        {"group", layout.group + 1},
-        {"item", layout.index + 1},
-        {"sensor_id", recorded.items[index].sensor_id},
-        {"subsweeps", layout.subsweeps.size()},
-        {"samples_per_frame", layout.frame_length},
-        {"mean_level", level ? ordered_json(*level) : ordered_json()},
-        {"strongest_echo_m", std::isnan(distance) ? ordered_json() : ordered_json(distance)}};
+    ordered_json item = {{"group", layout.group + 1},
+                         {"item", layout.index + 1},
+                         {"sensor_id", recorded.items[index].sensor_id},
+                         {"subsweeps", layout.subsweeps.size()},
+                         {"samples_per_frame", layout.frame_length},
+                         {"mean_level", level ? ordered_json(*level) : ordered_json()},
+                         {"strongest_echo_m", distance ? ordered_json(*distance) : ordered_json()}};
     if (index < recorded.tally.items().size())
     {
         const auto &counts = recorded.tally.items()[index];

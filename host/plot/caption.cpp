@@ -103,12 +103,19 @@ std::string place_name(const recorded_item &item, size_t point)
 
 std::string level_name(const recorded_item &item, const item_analysis &analysis)
 {
+    if (!analysis.noise_known)
+    {
+        return "noise unknown: too few sweeps";
+    }
     if (!analysis.above_noise)
     {
         return "no echo above the noise";
     }
-    const auto *const otherwise = analysis.found ? "strongest echo at " : "highest level at ";
-    return (analysis.given ? "echo at " : otherwise) + place_name(item, analysis.point);
+    if (analysis.found)
+    {
+        return "strongest echo at " + decimal(analysis.distance, 3) + " m";
+    }
+    return (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
 }
 
 std::string describe_echo(const recorded_item &item, const item_analysis &analysis, uint64_t frames)

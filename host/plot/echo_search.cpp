@@ -76,6 +76,56 @@ std::optional<size_t> strongest_echo(const recorded_item &item, const std::vecto
     return best;
 }
 
+double echo_distance(const recorded_item &item, const std::vector<double> &levels, size_t point)
+{
+    const auto subsweep = subsweep_of(item, point);
+    const auto &place = item.layout.subsweeps[subsweep];
+    if (point == place.offset || point + 1 >= place.offset + place.length)
+    {
+        return item.layout.distances_m[point];
+    }
+    const double before = dbfs(levels[point - 1]);
+    const double after = dbfs(levels[point + 1]);
+    const double curvature = before - 2.0 * dbfs(levels[point]) + after;
+    const double shift = curvature < 0.0 ? std::clamp((before - after) / (2.0 * curvature), -0.5, 0.5) : 0.0;
+    return item.layout.distances_m[point] + shift * step_length(item, subsweep);
+}
+
+bool is_echo(double level, const background &around, uint64_t sweeps)
+{
+    // With fewer sweeps, the highest of many levels of noise is farther above their mean.
+    constexpr double least = 2.0;
+    const double ratio = std::max(least, 1.0 + 4.0 / std::sqrt(static_cast<double>(sweeps)));
+    return level > ratio * around.level();
+}
+
+std::optional<double> strongest_echo_distance(const recorded_item &item, const item_statistics &statistics)
+{
+    const auto levels = statistics.profile();
+    const auto point = strongest_echo(item, levels);
+    if (!point)
+    {
+        return std::nullopt;
+    }
+    const auto around = statistics.background_of(item.layout.subsweeps[subsweep_of(item, *point)]);
+    return is_echo(levels[*point], around, statistics.sweeps())
+               ? std::optional(echo_distance(item, levels, *point))
+               : std::nullopt;
+}
+
+size_t subsweep_of(const recorded_item &item, size_t point)
+{
+    const auto &subsweeps = item.layout.subsweeps;
+    for (size_t i = 0; i < subsweeps.size(); ++i)
+    {
+        if (point >= subsweeps[i].offset && point < subsweeps[i].offset + subsweeps[i].length)
+        {
+            return i;
+        }
+    }
+    return 0;
+}
+
 std::optional<echo_motion> widest_motion(const std::vector<echo_position> &positions)
 {
     std::optional<echo_motion> widest;

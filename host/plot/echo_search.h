@@ -5,9 +5,11 @@
 #define VANTOR_ECHO_SEARCH_H
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <vector>
 
+#include "vantor/item_statistics.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -23,6 +25,28 @@ namespace vantor
  * @return the point, or nothing if there is none
  */
 std::optional<size_t> strongest_echo(const recorded_item &item, const std::vector<double> &levels);
+
+/**
+ * The distance of the echo at a maximum, in metres: between the points of the sweep, where a parabola through
+ * the levels in decibels has its peak.
+ */
+double echo_distance(const recorded_item &item, const std::vector<double> &levels, size_t point);
+
+/**
+ * Whether a level is that of an echo: so far above noise and constant offset that noise alone seldom reaches
+ * it.
+ *
+ * @param level   mean magnitude over some sweeps
+ * @param sweeps  their number
+ * @return false if the noise is unknown
+ */
+bool is_echo(double level, const background &around, uint64_t sweeps);
+
+/** The distance of the strongest echo of an item, in metres; nothing if none is above the noise. */
+std::optional<double> strongest_echo_distance(const recorded_item &item, const item_statistics &statistics);
+
+/** The sub-sweep that contains a point of the sweep. */
+size_t subsweep_of(const recorded_item &item, size_t point);
 
 /** Where an echo was at some time. */
 struct echo_position

@@ -7,7 +7,6 @@
 #include <cmath>
 
 #include "plot/frame_rows.h"
-#include "plot/noise_meter.h"
 #include "plot/point_analysis.h"
 #include "plot/sensor_scale.h"
 #include "vantor/item_statistics.h"
@@ -20,10 +19,7 @@ namespace
 /** Maximum number of strips in a map, so that the files for long recordings stay small. */
 constexpr uint64_t most_strips = 400;
 
-/** An echo is this much stronger than the noise. */
-constexpr double least_echo = 2.0;
-
-/** An echo that is followed is this much stronger than the noise. */
+/** An echo that is followed is this much stronger than noise and offset. */
 constexpr double least_followed_echo = 4.0;
 
 /** The point nearest to a distance. */
@@ -92,50 +88,9 @@ private:
     size_t sweep_length_;
 };
 
-/** Computes the mean sample of each point. */
-class mean_builder
-{
-public:
-    explicit mean_builder(size_t sweep_length) : sums_(sweep_length)
-    {
-    }
-
-    /** Adds the samples of a frame, sweep after sweep. */
-    void add(const std::vector<sample> &samples)
-    {
-        for (size_t i = 0; i < samples.size(); ++i)
-        {
-            sums_[i % sums_.size()] += std::complex<double>(samples[i]);
-        }
-        sweeps_ += samples.size() / std::max<size_t>(sums_.size(), 1);
-    }
-
-    /** The means. */
-    [[nodiscard]] std::vector<std::complex<double>> finish() const
-    {
-        auto means = sums_;
-        for (auto &mean : means)
-        {
-            mean /= static_cast<double>(std::max<uint64_t>(sweeps_, 1));
-        }
-        return means;
-    }
-
-private:
-    std::vector<std::complex<double>> sums_;
-    uint64_t sweeps_ = 0;
-};
-
-/** Whether the level at a point exceeds a multiple of the noise. */
-bool exceeds_noise(const recorded_item &item, const item_analysis &analysis,
-                   const std::vector<double> &levels, size_t point, double factor)
-{
-    const double noise = analysis.noise.at(subsweep_of(item, point));
-    return std::isnan(noise) || levels[point] > factor * mean_noise_level(noise);
-}
-
 /** Selects the point for phase and velocity. */
-void choose_point(const recorded_item &item, std::optional<double> distance, item_analysis &analysis)
+void choose_point(const recorded_item &item, std::optional<double> distance, uint64_t sweeps,
+                  item_analysis &analysis)
 {
     analysis.given = distance && covers_distance(item, *distance);
     if (analysis.given)
@@ -149,7 +104,11 @@ void choose_point(const recorded_item &item, std::optional<double> distance, ite
         analysis.found = echo.has_value();
         analysis.point = echo.value_or(static_cast<size_t>(highest - analysis.profile.begin()));
     }
-    analysis.above_noise = exceeds_noise(item, analysis, analysis.profile, analysis.point, least_echo);
+    const auto &around = analysis.around.at(subsweep_of(item, analysis.point));
+    analysis.noise_known = !std::isnan(around.noise);
+    analysis.above_noise = is_echo(analysis.profile[analysis.point], around, sweeps);
+    analysis.distance = analysis.found ? echo_distance(item, analysis.profile, analysis.point)
+                                       : item.layout.distances_m.at(analysis.point);
 }
 
 /** The positions of the strongest echo over time. */
@@ -160,7 +119,8 @@ std::vector<echo_position> follow_echo(const recorded_item &item, const item_ana
     {
         const auto point =
             strip.levels.empty() ? std::optional<size_t>() : strongest_echo(item, strip.levels);
-        if (point && exceeds_noise(item, analysis, strip.levels, *point, least_followed_echo))
+        if (point &&
+            strip.levels[*point] > least_followed_echo * analysis.around[subsweep_of(item, *point)].level())
         {
             positions.push_back({.seconds = strip.seconds,
                                  .distance = item.layout.distances_m[*point],
@@ -185,15 +145,13 @@ void count_frames(const recording_reader &recording, size_t index, item_analysis
         rows.seconds() > 0.0 ? static_cast<double>(recording.frames() - 1) / rows.seconds() : 0.0;
 }
 
-/** Reads the frames a first time: levels and noise. */
-void measure_levels(recording_reader &recording, size_t index, item_analysis &analysis)
+/** Reads the frames a first time: levels and noise; returns the number of sweeps used. */
+uint64_t measure_levels(recording_reader &recording, size_t index, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
     const bool none_valid = analysis.not_valid == recording.frames();
     frame_rows rows(recording, index);
     item_statistics statistics(item.layout.sweep_length);
-    mean_builder mean(item.layout.sweep_length);
-    noise_meter noise(item.layout.sweep_length);
     map_builder map(recording.frames(), item.layout.sweep_length);
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
@@ -201,45 +159,28 @@ void measure_levels(recording_reader &recording, size_t index, item_analysis &an
         recording.read_frame(index, number, samples);
         rows.advance();
         const bool usable = rows.valid() || none_valid;
-        if (usable)
-        {
-            statistics.add(samples);
-            mean.add(samples);
-        }
-        usable ? noise.add(samples) : noise.restart();
+        usable ? statistics.add(samples) : statistics.restart();
         map.add(rows, samples, usable, analysis.map);
     }
-    analysis.mean = mean.finish();
+    analysis.mean = statistics.means();
     map.finish(analysis.map);
     analysis.profile = statistics.profile();
     for (const auto &place : item.layout.subsweeps)
     {
-        analysis.noise.push_back(noise.rms(place));
+        analysis.around.push_back(statistics.background_of(place));
     }
+    return statistics.sweeps();
 }
 
 } // namespace
-
-size_t subsweep_of(const recorded_item &item, size_t point)
-{
-    const auto &subsweeps = item.layout.subsweeps;
-    for (size_t i = 0; i < subsweeps.size(); ++i)
-    {
-        if (point >= subsweeps[i].offset && point < subsweeps[i].offset + subsweeps[i].length)
-        {
-            return i;
-        }
-    }
-    return 0;
-}
 
 item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance)
 {
     const auto &item = recording.items()[index];
     item_analysis analysis;
     count_frames(recording, index, analysis);
-    measure_levels(recording, index, analysis);
-    choose_point(item, distance, analysis);
+    const auto sweeps = measure_levels(recording, index, analysis);
+    choose_point(item, distance, sweeps, analysis);
     analysis.motion = widest_motion(follow_echo(item, analysis));
     analyse_point(recording, index, analysis);
     return analysis;

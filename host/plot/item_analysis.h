@@ -61,12 +61,14 @@ struct item_analysis
     double frame_rate = 0.0;                /**< measured, in hertz; 0 if unknown */
     double seconds = 0.0;                   /**< time of the last frame */
     std::vector<double> profile;            /**< mean magnitude of each point */
-    std::vector<double> noise;              /**< RMS amplitude in each sub-sweep; NaN if unknown */
+    std::vector<background> around;         /**< noise and offset in each sub-sweep */
     std::vector<std::complex<double>> mean; /**< mean sample of each point */
     size_t point = 0;                       /**< the point for phase and velocity */
+    double distance = 0.0;                  /**< of the echo there, in metres */
     bool found = false;                     /**< the point is the strongest echo */
     bool given = false;                     /**< the distance of the point was given */
-    bool above_noise = false;               /**< the level at the point is above the noise */
+    bool noise_known = true;                /**< of the sub-sweep with the point */
+    bool above_noise = false;               /**< the level at the point is that of an echo */
     std::optional<echo_motion> motion;      /**< of the strongest echo, if it moves */
     std::vector<map_strip> map;
     std::vector<track_point> track;
@@ -74,9 +76,6 @@ struct item_analysis
     velocity_map velocities;
     bool aliased = false; /**< the echo moves too fast for the frame rate */
 };
-
-/** The sub-sweep that contains a point of the sweep. */
-size_t subsweep_of(const recorded_item &item, size_t point);
 
 /**
  * Computes the figures of an item.

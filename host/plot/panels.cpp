@@ -11,7 +11,6 @@
 
 #include "plot/caption.h"
 #include "plot/gnuplot.h"
-#include "plot/noise_meter.h"
 #include "plot/sensor_scale.h"
 
 namespace vantor
@@ -98,11 +97,11 @@ bool has_distances(const panel_row &place)
     return std::isfinite(place.item.layout.distances_m.at(place.analysis.point));
 }
 
-/** The mean level of the noise in a sub-sweep, in dBFS; NaN if unknown. */
+/** The mean level of noise and offset in a sub-sweep, in dBFS; NaN if unknown. */
 double noise_floor(const panel_row &place, size_t subsweep)
 {
-    const double noise = place.analysis.noise.at(subsweep);
-    return std::isnan(noise) ? noise : dbfs(mean_noise_level(noise));
+    const double level = place.analysis.around.at(subsweep).level();
+    return std::isnan(level) ? level : dbfs(level);
 }
 
 /** A range from the noise, or the lowest level, to the highest level, in steps of 10 dB; at least 40 dB. */
@@ -115,7 +114,7 @@ axis_range level_range(const panel_row &place)
         low = std::min(low, dbfs(level));
         high = std::max(high, dbfs(level));
     }
-    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    for (size_t i = 0; i < place.analysis.around.size(); ++i)
     {
         low = std::fmin(low, noise_floor(place, i));
     }
@@ -137,11 +136,19 @@ std::string amplitude_scale(axis_range range)
     return "set y2tics (" + tics + ") nomirror\nset y2label 'amplitude'\n" + range_command("y2", range);
 }
 
-/** The commands for the noise floor of each sub-sweep. */
+/** What the dashed lines are: a constant offset that is as strong as the noise is named, too. */
+std::string floor_name(const panel_row &place)
+{
+    const auto has_offset = [](const background &around) { return around.offset > around.noise / 2.0; };
+    const auto &all = place.analysis.around;
+    return std::any_of(all.begin(), all.end(), has_offset) ? "noise and constant offset" : "noise";
+}
+
+/** The commands for the floor of each sub-sweep: the level without echoes. */
 std::string noise_lines(const panel_row &place)
 {
     std::string text;
-    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    for (size_t i = 0; i < place.analysis.around.size(); ++i)
     {
         const auto &part = place.item.layout.subsweeps[i];
         const double level = noise_floor(place, i);
@@ -152,7 +159,9 @@ std::string noise_lines(const panel_row &place)
         const auto &distances = place.item.layout.distances_m;
         const auto at = [y = decimal(level, 4)](double distance) { return decimal(distance, 6) + "," + y; };
         const auto first = at(distances[part.offset]);
-        text += text.empty() ? "set label 'noise' at " + first + " offset 0.5,-0.6 " + small_text + "\n" : "";
+        text += text.empty() ? "set label " + gnuplot_quote(floor_name(place)) + " at " + first +
+                                   " offset 0.5,-0.6 " + small_text + "\n"
+                             : "";
         text += line(first, at(distances[part.offset + part.length - 1]), noise_look);
     }
     return text;
@@ -183,7 +192,7 @@ std::string draw_level(const panel_row &place)
 axis_range map_range(const panel_row &place)
 {
     double low = std::numeric_limits<double>::quiet_NaN();
-    for (size_t i = 0; i < place.analysis.noise.size(); ++i)
+    for (size_t i = 0; i < place.analysis.around.size(); ++i)
     {
         low = std::fmin(low, noise_floor(place, i));
     }
@@ -249,7 +258,7 @@ std::string doubt(const item_analysis &analysis)
 {
     if (!analysis.above_noise)
     {
-        return ": only noise";
+        return analysis.noise_known ? ": only noise" : ": noise unknown";
     }
     return analysis.aliased ? ": ambiguous" : "";
 }

@@ -220,7 +220,7 @@ class point_feeder
 public:
     point_feeder(const recorded_item &item, uint64_t frames, uint64_t valid_run, item_analysis &analysis)
         : analysis_(analysis), layout_(item.layout), between_frames_(layout_.sweeps() < fewest_sweeps),
-          noise_(analysis.noise.at(subsweep_of(item, analysis.point))),
+          noise_(analysis.around.at(subsweep_of(item, analysis.point)).noise),
           frame_noise_(noise_ / std::sqrt(static_cast<double>(std::max<size_t>(layout_.sweeps(), 1)))),
           spectrum_(segment_length(valid_run), between_frames_ ? spectrum_mean::remove : spectrum_mean::keep),
           follower_(std::isnan(noise_) ? 0.0 : certain * frame_noise_),
@@ -359,8 +359,9 @@ void analyse_point(recording_reader &recording, size_t index, item_analysis &ana
         }
     }
     point.finish(sweep_rate(item));
-    analysis.velocities =
-        map.finish(sweep_rate(item), *std::min_element(analysis.noise.begin(), analysis.noise.end()));
+    const auto quieter = [](const auto &a, const auto &b) { return a.noise < b.noise; };
+    const auto quietest = std::min_element(analysis.around.begin(), analysis.around.end(), quieter);
+    analysis.velocities = map.finish(sweep_rate(item), quietest->noise);
 }
 
 } // namespace vantor

@@ -11,7 +11,9 @@
 
 #include "command_outcome.h"
 #include "commands/command_line.h"
+#include "example_recording.h"
 #include "recording_files.h"
+#include "temporary_directory.h"
 
 namespace vantor
 {
@@ -228,6 +230,16 @@ TEST(info, shows_the_configured_rates_and_all_calibrations)
     EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +1000\\.0 "));
     EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +[0-9.]+ \\(highest\\) "));
     EXPECT_THAT(text, HasSubstr("calibration: sensor 1 at 20 degrees from frame 2\n"));
+}
+
+TEST(info, claims_no_echo_if_the_noise_is_unknown)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 1);
+    const auto items = json::parse(run({"info", (directory / "out").string(), "--json"}).out)["items"];
+    // Two sweeps per frame, and one.
+    EXPECT_EQ(items[0]["strongest_echo_m"], 0.32);
+    EXPECT_EQ(items[1]["strongest_echo_m"], nullptr);
 }
 
 TEST(info, shows_distances_rates_channel_and_configuration)

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <numeric>
 #include <random>
 
 #include <gmock/gmock.h>
@@ -54,6 +55,7 @@ TEST(item_analysis, follows_the_strongest_echo)
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     EXPECT_EQ(analysis.point, 12U);
     EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
+    EXPECT_NEAR(analysis.distance, 0.37, 1e-9);
     ASSERT_EQ(phases(analysis).size(), 64U);
     // Ten turns without a jump.
     EXPECT_NEAR(phases(analysis).back() - phases(analysis).front(), 63.0, 0.01);
@@ -177,8 +179,9 @@ TEST(item_analysis, measures_the_noise_beside_an_echo)
                      });
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
-    ASSERT_EQ(analysis.noise.size(), 1U);
-    EXPECT_NEAR(analysis.noise[0], 200.0, 10.0);
+    ASSERT_EQ(analysis.around.size(), 1U);
+    EXPECT_NEAR(analysis.around[0].noise, 200.0, 10.0);
+    EXPECT_NEAR(analysis.around[0].level(), analysis.profile[20], 20.0);
     EXPECT_EQ(analysis.point, 50U);
     EXPECT_TRUE(analysis.above_noise);
     EXPECT_NEAR(peak_velocity(analysis.spectrum), 0.3 * 50.0 / (2.0 * std::numbers::pi) * metres_per_turn,
@@ -201,6 +204,34 @@ TEST(item_analysis, finds_no_echo_in_noise)
     // Noise does not look like a signal.
     EXPECT_LT(*std::max_element(analysis.spectrum.levels.begin(), analysis.spectrum.levels.end()),
               analysis.spectrum.floor + 12.0);
+}
+
+TEST(item_analysis, claims_no_echo_if_the_noise_is_unknown)
+{
+    const test::temporary_directory directory;
+    noise_source noise(200.0);
+    // One sweep per frame.
+    test::write_item(directory / "out", {.config = json::object()}, 1,
+                     [&](int, size_t, size_t point) { return noise() + (point == 50 ? 9000.0 : 0.0); });
+    recording_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_FALSE(analysis.noise_known);
+    EXPECT_FALSE(analysis.above_noise);
+}
+
+TEST(item_analysis, has_a_floor_that_contains_the_constant_offset)
+{
+    const test::temporary_directory directory;
+    noise_source noise(4.0);
+    test::write_item(directory / "out", {.config = json::object()}, 200, [&](int, size_t, size_t point) {
+        return noise() + std::complex<double>(5.0, -5.0) + (point == 50 ? 900.0 : 0.0);
+    });
+    recording_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_NEAR(analysis.around[0].offset, std::sqrt(50.0), 0.3);
+    // The mean of the curve beside the echo.
+    const double sum = std::accumulate(analysis.profile.begin(), analysis.profile.end(), 0.0);
+    EXPECT_NEAR(dbfs(analysis.around[0].level()), dbfs((sum - analysis.profile[50]) / 99.0), 0.2);
 }
 
 /** Records an echo of 20 sweeps per frame that moves at a velocity, beside another one that does not. */

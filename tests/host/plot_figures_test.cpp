@@ -7,7 +7,6 @@
 
 #include "plot/caption.h"
 #include "plot/echo_search.h"
-#include "plot/noise_meter.h"
 #include "plot/sensor_scale.h"
 #include "temporary_directory.h"
 #include "written_recordings.h"
@@ -157,26 +156,29 @@ TEST(widest_motion, is_not_a_change_between_two_echoes)
     EXPECT_FALSE(motion->always);
 }
 
-TEST(noise_meter, cancels_echoes_that_do_not_move)
+TEST(echo_distance, is_between_the_points)
 {
-    noise_meter meter(4);
-    EXPECT_TRUE(std::isnan(meter.rms({.offset = 0, .length = 4})));
-    meter.add({{1000, 0}, {0, 0}, {0, 50}, {0, 0}, {1000, 6}, {8, 0}, {0, 50}, {0, 0}});
-    // Of the squared differences 36, 64, 0 and 0 the median; 0 of the last two points.
-    EXPECT_NEAR(meter.rms({.offset = 0, .length = 4}), std::sqrt(36.0 / 2.0), 1e-9);
-    EXPECT_EQ(meter.rms({.offset = 2, .length = 2}), 0.0);
+    const auto item = item_of({{"step_length", 4}}, 100);
+    // Points are 0.01 m apart, from 0.2 m.
+    EXPECT_NEAR(echo_distance(item, levels_with(100, {{50.3, 100'000}}), 50), 0.703, 1e-5);
+    EXPECT_NEAR(echo_distance(item, levels_with(100, {{49.6, 100'000}}), 50), 0.696, 1e-5);
+    EXPECT_NEAR(echo_distance(item, levels_with(100, {{50, 100'000}}), 50), 0.7, 1e-9);
+    EXPECT_EQ(echo_distance(item, std::vector<double>(100, 1.0), 50), item.layout.distances_m[50]);
+    EXPECT_EQ(echo_distance(item, std::vector<double>(100, 1.0), 99), item.layout.distances_m[99]);
 }
 
-TEST(noise_meter, compares_frames_of_one_sweep_without_a_gap)
+TEST(is_echo, depends_on_noise_and_offset)
 {
-    noise_meter meter(1);
-    const subsweep_layout all{.offset = 0, .length = 1};
-    meter.add({{100, 0}});
-    meter.restart();
-    meter.add({{200, 0}});
-    EXPECT_TRUE(std::isnan(meter.rms(all)));
-    meter.add({{204, 0}});
-    EXPECT_NEAR(meter.rms(all), std::sqrt(16.0 / 2.0), 1e-9);
+    EXPECT_FALSE(is_echo(1000.0, {}, 100));
+    // The mean magnitude of this noise is 100.
+    const double noise = 200.0 / std::sqrt(M_PI);
+    EXPECT_FALSE(is_echo(190.0, {.noise = noise}, 100));
+    EXPECT_TRUE(is_echo(210.0, {.noise = noise}, 100));
+    EXPECT_FALSE(is_echo(210.0, {.noise = 0.0, .offset = 110.0}, 100));
+    EXPECT_TRUE(is_echo(230.0, {.noise = 0.0, .offset = 110.0}, 100));
+    // The highest of many levels of a few sweeps.
+    EXPECT_FALSE(is_echo(370.0, {.noise = noise}, 2));
+    EXPECT_TRUE(is_echo(390.0, {.noise = noise}, 2));
 }
 
 TEST(caption, describes_recording_and_settings)
@@ -216,9 +218,14 @@ TEST(caption, describes_motion_and_doubtful_frames)
     analysis.above_noise = true;
     EXPECT_EQ(describe_echo(item, analysis, 10), "highest level at 0.200 m");
     analysis.found = true;
+    analysis.distance = 0.2004;
     EXPECT_EQ(describe_echo(item, analysis, 10), "strongest echo at 0.200 m");
+    analysis.found = false;
     analysis.given = true;
     EXPECT_EQ(describe_echo(item, analysis, 10), "echo at 0.200 m");
+    analysis.noise_known = false;
+    EXPECT_EQ(describe_echo(item, analysis, 10), "noise unknown: too few sweeps");
+    analysis.noise_known = true;
     analysis.not_valid = 3;
     analysis.saturated = 2;
     analysis.motion = {.from = {.distance = 4.0}, .to = {.distance = 0.8}, .always = true};

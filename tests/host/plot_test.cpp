@@ -175,9 +175,9 @@ TEST_F(panels, show_noise_bounds_and_units)
     EXPECT_THAT(commands, HasSubstr("'velocity in m/s (positive: away)"));
     EXPECT_THAT(commands, HasSubstr("'ambiguous beyond ±1.25 m/s'"));
     EXPECT_THAT(commands, HasSubstr("set arrow from 1.250000000, graph 0 to 1.250000000, graph 1"));
-    // The noise of one point is 10 / √2: a mean level of 6.27, and 6.27 less in a spectrum of 16 sweeps.
-    EXPECT_THAT(commands, HasSubstr("set arrow from 0.200000,-74.368"));
-    EXPECT_THAT(commands, HasSubstr("set label 'noise'"));
+    // A noise of 10 / √2 and a constant offset of √(5² - 50 / 320): a mean level of 7.73.
+    EXPECT_THAT(commands, HasSubstr("set arrow from 0.200000,-72.54"));
+    EXPECT_THAT(commands, HasSubstr("set label 'noise and constant offset'"));
     EXPECT_THAT(read_file(directory / "item-0.level"), HasSubstr("0.325 -19.9992\n"));
 }
 

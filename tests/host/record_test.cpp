@@ -112,6 +112,16 @@ TEST_F(record_test, records_frames_and_prints_a_summary)
     EXPECT_EQ(server.lines().back(), R"({"command":"end"})");
 }
 
+TEST_F(record_test, claims_no_echo_if_the_noise_is_unknown)
+{
+    server.on("start", test::stream_frames(1));
+    options.frames = 1;
+    EXPECT_EQ(run(), exit_code::success);
+    // Two sweeps per frame, and one.
+    EXPECT_THAT(out.str(), ContainsRegex("1 +1 +1 +1 +40 +1 +[0-9.]+ +0\\.320 m"));
+    EXPECT_THAT(out.str(), ContainsRegex("1 +2 +2 +2 +25 +1 +[0-9.]+ +-\n"));
+}
+
 TEST_F(record_test, prints_json_for_programs)
 {
     server.on("start", test::stream_frames(3));
