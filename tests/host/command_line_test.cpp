@@ -839,7 +839,7 @@ TEST(command_line, refuses_documents_of_a_recording_that_lack_members)
         const auto result = run({"info", (directory / "out").string()});
         EXPECT_EQ(result.code, exit_code::damaged) << captures;
         EXPECT_EQ(run({"plot", (directory / "out").string()}).code, exit_code::bad_file) << captures;
-        EXPECT_THAT(result.err, HasSubstr("group-1-item-1.sigmf-meta")) << captures;
+        EXPECT_THAT(result.out, HasSubstr("group-1-item-1.sigmf-meta")) << captures;
     }
 }
 
