@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "commands/stream_warnings.h"
 #include "plot/echo_search.h"
 #include "recording/sigmf.h"
+#include "recording/stream_facts.h"
 
 namespace vantor
 {
@@ -166,27 +166,10 @@ ordered_json describe_calibrations(const recording_check &check)
 /** What is known about the frames. */
 stream_facts facts_of(const recording_check &check)
 {
-    stream_facts facts;
-    facts.frames = check.frames;
-    facts.missing = check.missing;
-    facts.nominal_rate = nominal_rate(check.documents.session);
-    for (const auto &part : check.captures)
-    {
-        if (part.begins)
-        {
-            facts.breaks.push_back(*part.begins);
-        }
-    }
+    auto facts = recording_facts(check.documents.session, check.frames, check.missing, check.captures);
     for (size_t i = 0; i < check.items.size(); ++i)
     {
-        const auto &layout = check.documents.items[i].layout;
-        const auto &figures = check.items[i].figures;
-        facts.items.push_back({.group = layout.group + 1,
-                               .item = layout.index + 1,
-                               .counts = {.saturated = figures.saturated,
-                                          .invalid = figures.channel.invalid,
-                                          .delayed = figures.delayed,
-                                          .calibration_needed = figures.calibration_needed}});
+        facts.items.push_back(flags_of(check.documents.items[i].layout, check.items[i].figures));
     }
     return facts;
 }

@@ -9,10 +9,10 @@
 
 #include "commands/common_options.h"
 #include "commands/printable.h"
-#include "commands/stream_warnings.h"
 #include "commands/text_table.h"
 #include "plot/echo_search.h"
 #include "recording/sigmf.h"
+#include "recording/stream_facts.h"
 
 namespace vantor
 {

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "example_recording.h"
+#include "recording/stream_facts.h"
 
 namespace vantor
 {

@@ -172,9 +172,10 @@ void add_host_rules(rules_t &rules)
                               {"time_source", "sample", "address", "loss_counter", "tick_clock", "event_loop",
                                "link", "message_parser", "session", "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
-                                 {"recording_error", "segment", "capture", "frame_table", "item_statistics",
-                                  "recorded_item", "session_description", "recording_source", "reported_plan",
-                                  "recording_reader", "recording_writer"});
+                                 {"flag_counts", "recording_error", "segment", "capture", "frame_table",
+                                  "item_statistics", "recorded_item", "session_description",
+                                  "recording_source", "reported_plan", "recording_reader",
+                                  "recording_writer"});
     const public_layer hub(
         rules, recording.all(),
         {"frame_sink", "frame_source", "frame_tally", "hub", "recording_sink", "session_source"});

@@ -7,19 +7,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "vantor/flag_counts.h"
 #include "vantor/frame_sink.h"
 
 namespace vantor
 {
-
-/** Numbers of frames with a flag, of one item. */
-struct flag_counts
-{
-    uint64_t saturated = 0;
-    uint64_t invalid = 0; /**< the channel was busy, or the transmitter off */
-    uint64_t delayed = 0;
-    uint64_t calibration_needed = 0;
-};
 
 /** Counts missing frames, flags and segments. */
 class frame_tally : public frame_sink
