@@ -36,9 +36,12 @@ are named picture-2.png and so on. Levels are in dBFS: 0 dBFS is amplitude 32767
 
 Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
 which the level falls by 3 dB on both sides; the direct leakage is left out. The spectrum is computed from the
-sweeps within a frame if there are at least 16, otherwise from the frames. It leaves out echoes that do not move.
+sweeps within a frame if there are at least 16, otherwise from consecutive frames. It leaves out echoes that do not
+move. Where frames are missing or not valid, the maps are white, and displacement begins at 0 again. The time axis
+counts frames if neither a clock nor a frame rate is known.
+
 Dashed lines are the mean level without echoes, that is, of noise and the sensor's constant offset, and in spectra
-that of noise. Dotted lines are the bounds of velocities that are not ambiguous.)";
+that of noise. Dotted lines are the bounds of velocities that are not ambiguous. Warnings are red.)";
 
 /** The options of `vantor plot`. */
 struct plot_options

@@ -40,10 +40,21 @@ std::string rate_text(double rate, const char *unit)
     return three_digits(rate) + " " + unit + " (±" + three_digits(velocity_bound(rate)) + " m/s)";
 }
 
-/** A part of the frames: "3 of 100 frames". */
-std::string part_of(uint64_t count, uint64_t frames)
+/** Explains what a picture shows instead of frames that are missing or not valid. */
+std::string describe_interruptions(const item_analysis &analysis)
 {
-    return std::to_string(count) + " of " + std::to_string(frames) + " frames";
+    if (analysis.gaps + analysis.figures.channel.invalid == 0)
+    {
+        return {};
+    }
+    const auto &spectrum = analysis.spectrum;
+    std::string text = std::string(separator) + "white: no valid frame; displacement begins at 0 after it";
+    if (spectrum.between_frames && !spectrum.levels.empty())
+    {
+        text += std::string(separator) + "velocities from " + std::to_string(spectrum.segments) + " × " +
+                std::to_string(spectrum.segment_length) + " consecutive frames";
+    }
+    return text;
 }
 
 } // namespace
@@ -92,7 +103,7 @@ std::string describe_settings(const recorded_item &item, const item_analysis &an
     {
         text += " at " + rate_text(sweep_rate(item), "Hz");
     }
-    return analysis.frame_rate > 0.0 ? text + separator + rate_text(analysis.frame_rate, "frames/s") : text;
+    return analysis.time.rate > 0.0 ? text + separator + rate_text(analysis.time.rate, "frames/s") : text;
 }
 
 std::string place_name(const recorded_item &item, size_t point)
@@ -118,7 +129,7 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
     return (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
 }
 
-std::string describe_echo(const recorded_item &item, const item_analysis &analysis, uint64_t frames)
+std::string describe_echo(const recorded_item &item, const item_analysis &analysis)
 {
     std::string text = level_name(item, analysis);
     if (analysis.motion)
@@ -127,15 +138,22 @@ std::string describe_echo(const recorded_item &item, const item_analysis &analys
                " from " + decimal(analysis.motion->from.distance, 2) + " m to " +
                decimal(analysis.motion->to.distance, 2) + " m";
     }
-    if (analysis.not_valid > 0)
+    text += describe_interruptions(analysis);
+    return analysis.figures.saturated > 0 ? text + separator + "red dots: saturated" : text;
+}
+
+std::string joined(const std::vector<std::string> &lines)
+{
+    // A line of the smallest page has place for about 290 characters.
+    constexpr size_t longest = 240;
+    std::string text;
+    size_t count = 0;
+    while (count < lines.size() && (count == 0 || text.size() + lines[count].size() < longest))
     {
-        text += separator + part_of(analysis.not_valid, frames) + " not valid (gaps)";
+        text += (text.empty() ? "" : separator) + lines[count++];
     }
-    if (analysis.saturated > 0)
-    {
-        text += separator + part_of(analysis.saturated, frames) + " saturated (red)";
-    }
-    return text;
+    const auto rest = lines.size() - count;
+    return rest > 0 ? text + separator + "and " + std::to_string(rest) + " more" : text;
 }
 
 std::string aliasing_warning(const item_analysis &analysis)
@@ -144,9 +162,9 @@ std::string aliasing_warning(const item_analysis &analysis)
     {
         return {};
     }
-    return "the motion is too fast for " + three_digits(analysis.frame_rate) +
+    return "the motion is too fast for " + three_digits(analysis.time.rate) +
            " frames/s: displacement, and velocity between frames, are ambiguous beyond ±" +
-           three_digits(velocity_bound(analysis.frame_rate)) + " m/s";
+           three_digits(velocity_bound(analysis.time.rate)) + " m/s";
 }
 
 } // namespace vantor

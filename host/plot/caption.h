@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "plot/item_analysis.h"
 #include "vantor/recording_reader.h"
@@ -28,8 +29,11 @@ std::string describe_recording(const recording_reader &recording);
 /** Describes how an item was measured: profiles, gains and rates. */
 std::string describe_settings(const recorded_item &item, const item_analysis &analysis);
 
-/** Describes where the echoes of an item are, and frames that are missing or saturated. */
-std::string describe_echo(const recorded_item &item, const item_analysis &analysis, uint64_t frames);
+/** Describes where the echoes of an item are, and how frames that are missing or saturated are shown. */
+std::string describe_echo(const recorded_item &item, const item_analysis &analysis);
+
+/** Warnings in one line; of many, only the first. */
+std::string joined(const std::vector<std::string> &lines);
 
 /** Names the level at the point: "strongest echo at 1.200 m". */
 std::string level_name(const recorded_item &item, const item_analysis &analysis);

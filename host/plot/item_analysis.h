@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "plot/echo_search.h"
+#include "plot/timeline.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -19,27 +20,35 @@ namespace vantor
 /** One strip of the level map: an interval of time. */
 struct map_strip
 {
-    double seconds = 0.0;       /**< time of its first frame */
-    std::vector<double> levels; /**< mean magnitude of each point; empty if no frame is valid */
-    bool saturated = false;     /**< a frame is saturated */
+    std::vector<float> levels; /**< mean magnitude in each of the distance_bins; empty without valid frames */
+    bool saturated = false;    /**< a frame is saturated */
 };
 
-/** The phase at the point, at some time. */
+/** The level over time and distance, in strips of equal width. */
+struct level_map
+{
+    double width = 0.0; /**< of a strip, in units of the axis of time; the first strip begins at 0 */
+    std::vector<map_strip> strips;
+};
+
+/** The phase at the point, at some time on the axis of time. */
 struct track_point
 {
-    double seconds = 0.0;
-    double phase = 0.0; /**< in radians, unwrapped; NaN for a gap: a frame that is not valid */
+    double time = 0.0;
+    double phase = 0.0; /**< in radians, unwrapped, since the last gap; NaN in a gap */
     bool saturated = false;
 };
 
 /**
  * The velocity spectrum at the point, without echoes that do not move: the mean sample of the recording, or
- * of a segment of frames, is subtracted. Empty if there are too few samples.
+ * of a segment of frames, is subtracted. Empty if there are too few samples. A segment of frames has no gap.
  */
 struct velocity_spectrum
 {
     bool between_frames = false;    /**< computed from frames, not from the sweeps within them */
     double rate = 0.0;              /**< frames or sweeps per second; 0 if unknown */
+    size_t segments = 0;            /**< number of segments of frames or sweeps */
+    size_t segment_length = 0;      /**< number of frames or sweeps in a segment */
     std::vector<double> velocities; /**< in m/s, ascending */
     std::vector<double> levels;     /**< in dBFS */
     double floor = 0.0;             /**< mean level of the noise, in dBFS; NaN if unknown */
@@ -48,18 +57,17 @@ struct velocity_spectrum
 /** Level over velocity and distance, from the sweeps within a frame; empty if a frame has too few. */
 struct velocity_map
 {
-    std::vector<double> velocities;          /**< in m/s, ascending */
-    std::vector<std::vector<double>> levels; /**< for each velocity: of each point, in dBFS */
-    double floor = 0.0;                      /**< lowest mean level of the noise, in dBFS; NaN if unknown */
+    std::vector<double> velocities;         /**< in m/s, ascending */
+    std::vector<std::vector<float>> levels; /**< for each velocity: in each of the distance_bins, in dBFS */
+    double floor = 0.0;                     /**< lowest mean level of the noise, in dBFS; NaN if unknown */
 };
 
 /** The figures for the pictures of an item. */
 struct item_analysis
 {
-    uint64_t not_valid = 0;                 /**< number of frames that are not valid */
-    uint64_t saturated = 0;                 /**< number of saturated frames */
-    double frame_rate = 0.0;                /**< measured, in hertz; 0 if unknown */
-    double seconds = 0.0;                   /**< time of the last frame */
+    frame_figures figures; /**< totals of the frame table */
+    uint64_t gaps = 0;     /**< number of gaps between frames */
+    time_axis time;
     std::vector<double> profile;            /**< mean magnitude of each point */
     std::vector<background> around;         /**< noise and offset in each sub-sweep */
     std::vector<std::complex<double>> mean; /**< mean sample of each point */
@@ -70,7 +78,7 @@ struct item_analysis
     bool noise_known = true;                /**< of the sub-sweep with the point */
     bool above_noise = false;               /**< the level at the point is that of an echo */
     std::optional<echo_motion> motion;      /**< of the strongest echo, if it moves */
-    std::vector<map_strip> map;
+    level_map map;
     std::vector<track_point> track;
     velocity_spectrum spectrum;
     velocity_map velocities;
@@ -81,7 +89,7 @@ struct item_analysis
  * Computes the figures of an item.
  *
  * Only valid frames are used; if there are none, level and map show all frames. The velocity spectrum is
- * computed from the sweeps within a frame if there are enough of them, otherwise from the frames.
+ * computed from the sweeps within a frame if there are enough of them, otherwise from consecutive frames.
  *
  * @param recording  a recording with at least one frame
  * @param index      index of the item

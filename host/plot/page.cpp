@@ -11,25 +11,26 @@ namespace vantor
 namespace
 {
 
-constexpr int caption_height = 48;
-constexpr int row_height = 420;
+constexpr int caption_height = 56;
+constexpr int row_height = 432;
 constexpr int panel_width = 480;
 
 /** Distances of the borders of a panel from those of its field. */
 constexpr int left = 72;
 constexpr int right = 76;
-constexpr int above = 112; /**< the two texts of the row, the title and the upper scale */
+constexpr int above = 124; /**< the three texts of the row, the title and the upper scale */
 constexpr int below = 56;
 
 /** Distance of texts from the left edge, and between lines. */
 constexpr int indent = 20;
 constexpr int line_height = 20;
 
-/** A label at a place on the screen. */
-std::string label(size_t number, const std::string &text, const std::string &place, const std::string &look)
+/** A label at a place on the screen; nothing for an empty text. */
+std::string label(const std::string &text, const std::string &place, const std::string &look)
 {
-    return "set label " + std::to_string(number) + " " + gnuplot_quote(text) + " at screen " + place +
-           " noenhanced " + look + "\n";
+    return text.empty()
+               ? std::string()
+               : "set label " + gnuplot_quote(text) + " at screen " + place + " noenhanced " + look + "\n";
 }
 
 } // namespace
@@ -80,21 +81,20 @@ std::string page::colour_scale(size_t row, size_t column) const
            decimal(static_cast<double>(row_height - above - below) / height(), 6) + "\n";
 }
 
-std::string page::row_text(size_t number, size_t row, int line, const std::string &text,
-                           const std::string &look) const
+std::string page::row_text(size_t row, int line, const std::string &text, const std::string &look) const
 {
-    const int y = caption_height + row_height * static_cast<int>(row) + line_height + line_height * line;
-    return label(number, text, across(indent) + ", screen " + up(y), look);
+    const int y = caption_height + row_height * static_cast<int>(row) + line_height * (line + 1);
+    return label(text, across(indent) + ", screen " + up(y), look);
 }
 
-std::string page::caption(size_t number, const std::string &text, const std::string &look) const
+std::string page::caption(int line, const std::string &text, const std::string &look) const
 {
-    return label(number, text, across(indent) + ", screen " + up(caption_height / 2), look);
+    return label(text, across(indent) + ", screen " + up(caption_height / 2 + line_height * line), look);
 }
 
-std::string page::right_caption(size_t number, const std::string &text) const
+std::string page::right_caption(const std::string &text) const
 {
-    return label(number, text, across(width() - indent) + ", screen " + up(caption_height / 2), "right");
+    return label(text, across(width() - indent) + ", screen " + up(caption_height / 2), "right");
 }
 
 } // namespace vantor

@@ -35,18 +35,17 @@ public:
     /**
      * The command for a text above a row.
      *
-     * @param number  of the label; each text on a page has another one
-     * @param line    0 or 1
-     * @param font    such as ",10"
+     * @param line  0 to 2
+     * @param look  such as "font ',11'"
      */
-    [[nodiscard]] std::string row_text(size_t number, size_t row, int line, const std::string &text,
+    [[nodiscard]] std::string row_text(size_t row, int line, const std::string &text,
                                        const std::string &look) const;
 
-    /** The command for a text in the caption of the page, at the left edge. */
-    [[nodiscard]] std::string caption(size_t number, const std::string &text, const std::string &look) const;
+    /** The command for a text in the caption of the page, at the left edge; its line is 0 or 1. */
+    [[nodiscard]] std::string caption(int line, const std::string &text, const std::string &look) const;
 
     /** The command for a text in the caption of the page, at the right edge. */
-    [[nodiscard]] std::string right_caption(size_t number, const std::string &text) const;
+    [[nodiscard]] std::string right_caption(const std::string &text) const;
 
 private:
     [[nodiscard]] std::string across(int pixels) const;

@@ -3,10 +3,11 @@
  */
 #include "plot/panel_files.h"
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <sstream>
 
+#include "plot/distance_bins.h"
 #include "plot/scratch_directory.h"
 #include "plot/sensor_scale.h"
 
@@ -15,49 +16,74 @@ namespace vantor
 namespace
 {
 
-/** The mean level of each point: distance, level. */
-std::string level_text(const recorded_item &item, const item_analysis &analysis, const subsweep_layout &place)
+/** Opens a text file for figures, and checks that it was written. */
+class scratch_file
 {
-    std::ostringstream text;
+public:
+    explicit scratch_file(const std::filesystem::path &path) : file_(path)
+    {
+        file_.precision(9);
+    }
+
+    /** Writes something. */
+    template <typename value_t> scratch_file &operator<<(const value_t &value)
+    {
+        file_ << value;
+        return *this;
+    }
+
+    /** Ends the file; throws recording_error if the disk is full. */
+    void close()
+    {
+        file_.close();
+        require_written(!file_.fail());
+    }
+
+private:
+    std::ofstream file_;
+};
+
+/** Writes the mean level of each point: distance, level. */
+void write_levels(const std::filesystem::path &path, const recorded_item &item, const item_analysis &analysis,
+                  const subsweep_layout &place)
+{
+    scratch_file file(path);
     for (size_t i = place.offset; i < place.offset + place.length; ++i)
     {
-        text << item.layout.distances_m[i] << " " << dbfs(analysis.profile[i]) << "\n";
+        file << item.layout.distances_m[i] << " " << dbfs(analysis.profile[i]) << "\n";
     }
-    return text.str();
+    file.close();
 }
 
 /** Writes a strip of the map: time, distance, level. NaN leaves a gap. */
-void write_strip(std::ostream &text, double seconds, const std::vector<double> &levels,
-                 const recorded_item &item, size_t subsweep)
+void write_strip(scratch_file &file, double time, const map_strip &strip, const distance_bins &bins,
+                 size_t subsweep)
 {
-    const auto &place = item.layout.subsweeps[subsweep];
-    const auto level = [&](size_t point) { return levels.empty() ? std::nan("") : dbfs(levels[point]); };
-    for (size_t i = place.offset; i < place.offset + place.length; ++i)
+    const size_t count = bins.count(subsweep);
+    // The field of the last bin ends where the next one would begin.
+    for (size_t bin = 0; bin <= count; ++bin)
     {
-        text << seconds << " " << item.layout.distances_m[i] << " " << level(i) << "\n";
+        const size_t place = bins.first(subsweep) + std::min(bin, count - 1);
+        const double level = strip.levels.empty() ? std::nan("") : dbfs(strip.levels[place]);
+        file << time << " " << bins.begin(subsweep, bin) << " " << level << "\n";
     }
-    // The field of the last point ends where the next point would be.
-    const auto last = place.offset + place.length - 1;
-    text << seconds << " " << item.layout.distances_m[last] + step_length(item, subsweep) << " "
-         << level(last) << "\n\n";
+    file << "\n";
 }
 
-/** The map of a sub-sweep. */
-std::string map_text(const recorded_item &item, const item_analysis &analysis, size_t subsweep)
+/** Writes the map of a sub-sweep. */
+void write_map(const std::filesystem::path &path, const level_map &map, const distance_bins &bins,
+               size_t subsweep)
 {
-    std::ostringstream text;
-    text.precision(9);
-    for (const auto &strip : analysis.map)
+    scratch_file file(path);
+    double time = 0.0;
+    for (const auto &strip : map.strips)
     {
-        write_strip(text, strip.seconds, strip.levels, item, subsweep);
+        write_strip(file, time, strip, bins, subsweep);
+        time += map.width;
     }
     // The field of the last strip ends one strip later.
-    if (const auto count = analysis.map.size(); count > 1)
-    {
-        const auto &last = analysis.map.back();
-        write_strip(text, 2.0 * last.seconds - analysis.map[count - 2].seconds, last.levels, item, subsweep);
-    }
-    return text.str();
+    write_strip(file, time, map.strips.back(), bins, subsweep);
+    file.close();
 }
 
 /** Velocities of a spectrum, and the upper bound, which looks like the lower one. */
@@ -70,99 +96,99 @@ std::vector<double> closed(std::vector<double> velocities)
     return velocities;
 }
 
-/** The velocity map of a sub-sweep: velocity, distance, level. */
-std::string velocity_text(const recorded_item &item, const velocity_map &map, const subsweep_layout &place)
+/** Writes the velocity map of a sub-sweep: velocity, distance, level. */
+void write_velocities(const std::filesystem::path &path, const velocity_map &map, const distance_bins &bins,
+                      size_t subsweep)
 {
-    std::ostringstream text;
-    text.precision(9);
+    scratch_file file(path);
     const auto velocities = closed(map.velocities);
     for (size_t k = 0; k < velocities.size(); ++k)
     {
-        for (size_t i = place.offset; i < place.offset + place.length; ++i)
+        for (size_t bin = 0; bin < bins.count(subsweep); ++bin)
         {
-            text << velocities[k] << " " << item.layout.distances_m[i] << " "
-                 << map.levels[k % map.levels.size()][i] << "\n";
+            const double centre = (bins.begin(subsweep, bin) + bins.begin(subsweep, bin + 1)) / 2.0;
+            file << velocities[k] << " " << centre << " "
+                 << map.levels[k % map.levels.size()][bins.first(subsweep) + bin] << "\n";
         }
-        text << "\n";
+        file << "\n";
     }
-    return text.str();
+    file.close();
 }
 
-/** The track: time, phase. Blank lines are gaps. */
-std::string track_text(const item_analysis &analysis, bool only_saturated)
+/** Writes the track: time, phase. Blank lines are gaps. */
+void write_track(const std::filesystem::path &path, const item_analysis &analysis, bool only_saturated)
 {
-    std::ostringstream text;
-    text.precision(9);
+    scratch_file file(path);
     for (const auto &point : analysis.track)
     {
         if (std::isnan(point.phase))
         {
-            text << "\n";
+            file << "\n";
         }
         else if (point.saturated || !only_saturated)
         {
-            text << point.seconds << " " << point.phase << "\n";
+            file << point.time << " " << point.phase << "\n";
         }
     }
-    return text.str();
+    file.close();
 }
 
-/** The times of saturated strips of the map. */
-std::string saturated_text(const item_analysis &analysis)
+/** Writes the times of saturated strips of the map. */
+void write_saturated(const std::filesystem::path &path, const level_map &map)
 {
-    std::ostringstream text;
-    text.precision(9);
-    for (const auto &strip : analysis.map)
+    scratch_file file(path);
+    double centre = map.width / 2.0;
+    for (const auto &strip : map.strips)
     {
         if (strip.saturated)
         {
-            text << strip.seconds << "\n";
+            file << centre << "\n";
         }
+        centre += map.width;
     }
-    return text.str();
+    file.close();
 }
 
-/** The velocity spectrum: velocity, level. */
-std::string spectrum_text(const velocity_spectrum &spectrum)
+/** Writes the velocity spectrum: velocity, level. */
+void write_spectrum(const std::filesystem::path &path, const velocity_spectrum &spectrum)
 {
-    std::ostringstream text;
-    text.precision(9);
+    scratch_file file(path);
     const auto velocities = closed(spectrum.velocities);
     for (size_t k = 0; k < velocities.size(); ++k)
     {
-        text << velocities[k] << " " << spectrum.levels[k % spectrum.levels.size()] << "\n";
+        file << velocities[k] << " " << spectrum.levels[k % spectrum.levels.size()] << "\n";
     }
-    return text.str();
+    file.close();
 }
 
 } // namespace
 
 void write_scratch_file(const std::filesystem::path &path, const std::string &text)
 {
-    std::ofstream file(path);
+    scratch_file file(path);
     file << text;
     file.close();
-    require_written(!file.fail());
 }
 
 void write_panel_files(const std::filesystem::path &base, const recorded_item &item,
                        const item_analysis &analysis)
 {
+    const distance_bins bins(item);
     for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
         const auto &place = item.layout.subsweeps[i];
         if (place.length > 0)
         {
             const auto part = base.string() + "-" + std::to_string(i);
-            write_scratch_file(part + ".level", level_text(item, analysis, place));
-            write_scratch_file(part + ".map", map_text(item, analysis, i));
-            write_scratch_file(part + ".velocities", velocity_text(item, analysis.velocities, place));
+            write_levels(part + ".level", item, analysis, place);
+            write_map(part + ".map", analysis.map, bins, i);
+            write_velocities(part + ".velocities", analysis.velocities, bins, i);
         }
     }
-    write_scratch_file(base.string() + ".track", track_text(analysis, false));
-    write_scratch_file(base.string() + ".saturated-track", track_text(analysis, true));
-    write_scratch_file(base.string() + ".saturated", saturated_text(analysis));
-    write_scratch_file(base.string() + ".spectrum", spectrum_text(analysis.spectrum));
+    write_track(base.string() + ".track", analysis, false);
+    write_track(base.string() + ".saturated-track", analysis, true);
+    write_saturated(base.string() + ".saturated", analysis.map);
+    write_spectrum(base.string() + ".spectrum", analysis.spectrum);
 }
 
 } // namespace vantor

@@ -188,6 +188,12 @@ std::string draw_level(const panel_row &place)
            "\n";
 }
 
+/** The label of an axis of time. */
+const char *time_label(const item_analysis &analysis)
+{
+    return analysis.time.in_seconds ? "time in s" : "frame number (neither clock nor rate is known)";
+}
+
 /** The colours of the map: from the noise to the highest level. */
 axis_range map_range(const panel_row &place)
 {
@@ -197,9 +203,9 @@ axis_range map_range(const panel_row &place)
         low = std::fmin(low, noise_floor(place, i));
     }
     double high = -std::numeric_limits<double>::infinity();
-    for (const auto &strip : place.analysis.map)
+    for (const auto &strip : place.analysis.map.strips)
     {
-        for (const double level : strip.levels)
+        for (const float level : strip.levels)
         {
             high = std::max(high, dbfs(level));
         }
@@ -211,8 +217,10 @@ axis_range map_range(const panel_row &place)
 /** The commands that draw the level over time and distance. */
 std::string draw_map(const panel_row &place)
 {
-    const auto head = begin_panel(place, 1, "Level over time, in dBFS", "time in s", "distance in m");
-    if (place.analysis.map.size() < 2)
+    const auto head =
+        begin_panel(place, 1, "Level over time, in dBFS", time_label(place.analysis), "distance in m");
+    const auto &map = place.analysis.map;
+    if (map.strips.size() < 2)
     {
         return head + empty_panel("only one frame");
     }
@@ -226,9 +234,10 @@ std::string draw_map(const panel_row &place)
                            "):(0) with points pt 7 ps 0.5 lc rgb '#e02020'";
     constexpr const char *look = "using 1:2:3 with pm3d";
     return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
+           range_command("x", {0.0, map.width * static_cast<double>(map.strips.size())}) +
            range_command("cb", map_range(place)) + place.sheet.colour_scale(place.row, 1) +
            plot_subsweeps(place, "splot", ".map", look, look) +
-           (place.analysis.saturated > 0 ? saturated : std::string()) + "\nunset pm3d\n";
+           (place.analysis.figures.saturated > 0 ? saturated : std::string()) + "\nunset pm3d\n";
 }
 
 /** The range of the phase, wide enough that noise does not look like a signal. */
@@ -269,7 +278,7 @@ std::string draw_phase(const panel_row &place)
     const auto &analysis = place.analysis;
     const auto head = begin_panel(
         place, 2, "Phase and displacement at " + place_name(place.item, analysis.point) + doubt(analysis),
-        "time in s", "phase in rad");
+        time_label(analysis), "phase in rad, from 0");
     if (count_phases(analysis) < 2)
     {
         return head + empty_panel("too few frames");
@@ -278,11 +287,11 @@ std::string draw_phase(const panel_row &place)
     const double millimetres = 1000.0 * metres_per_radian();
     const auto saturated =
         ", " + gnuplot_quote(place.base + ".saturated-track") + " with points pt 7 ps 0.5 lc rgb '#e02020'";
-    return head + range_command("x", {0.0, analysis.seconds}) + range_command("y", range) +
+    return head + range_command("x", {0.0, analysis.time.end}) + range_command("y", range) +
            range_command("y2", {range.first * millimetres, range.second * millimetres}) +
            "set y2tics nomirror\nset y2label 'displacement in mm (positive: away)'\nplot " +
            gnuplot_quote(place.base + ".track") + " with lines lw 1.4 lc rgb '#2a788e'" +
-           (analysis.saturated > 0 ? saturated : std::string()) + "\n";
+           (analysis.figures.saturated > 0 ? saturated : std::string()) + "\n";
 }
 
 /** The highest level of a spectrum. */
@@ -340,7 +349,8 @@ std::string draw_spectrum(const panel_row &place)
                     "velocity in m/s (positive: away); above: frequency in Hz", "level in dBFS");
     if (spectrum.levels.empty())
     {
-        return head + empty_panel("too few frames");
+        return head +
+               empty_panel(spectrum.rate > 0.0 ? "too few frames without a gap" : "frame rate unknown");
     }
     const double width = 1.06 * velocity_bound(spectrum.rate);
     const double frequency = 1.06 * spectrum.rate / 2.0;
@@ -359,8 +369,8 @@ axis_range map_levels(const velocity_map &map)
     for (const auto &levels : map.levels)
     {
         const auto [least, most] = std::minmax_element(levels.begin(), levels.end());
-        low = std::min(low, *least);
-        high = std::max(high, *most);
+        low = std::min<double>(low, *least);
+        high = std::max<double>(high, *most);
     }
     low = std::isnan(map.floor) ? low : map.floor;
     return {low, std::max(high, low + fewest_colours)};
@@ -376,8 +386,9 @@ std::string draw_panels(const panel_row &place)
 std::string draw_velocity_map(const panel_row &place)
 {
     const auto &map = place.analysis.velocities;
-    const auto head = begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS",
-                                  "velocity in m/s (positive: away)", "distance in m");
+    const auto head =
+        begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS",
+                    "velocity in m/s (positive: away; 0: what rests, constant offset)", "distance in m");
     if (map.velocities.empty())
     {
         return head + empty_panel("fewer than 4 sweeps in a frame");

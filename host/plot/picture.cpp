@@ -16,8 +16,10 @@
 #include "plot/panel_files.h"
 #include "plot/panels.h"
 #include "plot/scratch_directory.h"
-#include "plot/sensor_scale.h"
+#include "plot/timeline.h"
+#include "plot/velocity_map_builder.h"
 #include "recording/output_file.h"
+#include "recording/stream_facts.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -38,11 +40,38 @@ set title font ',10'
 set palette defined (0 '#440154', 1 '#414487', 2 '#2a788e', 3 '#22a884', 4 '#7ad151', 5 '#fde725')
 )";
 
+/** The look of warnings. */
+constexpr const char *warning_look = "textcolor rgb '#c02020'";
+
+/** The commands that end a page. */
+constexpr const char *end = R"(unset border
+unset tics
+unset title
+unset xlabel
+unset ylabel
+unset y2label
+unset colorbox
+set xrange [0:1]
+set yrange [0:1]
+plot NaN with lines
+unset multiplot
+)";
+
+/** The commands that write the texts above a row. */
+std::string texts(const panel_row &place, const std::vector<std::string> &warnings)
+{
+    const auto title = item_title(place.item) + "  ·  " + describe_settings(place.item, place.analysis);
+    return place.sheet.row_text(place.row, 0, title, "font ',11'") +
+           place.sheet.row_text(place.row, 1, describe_echo(place.item, place.analysis), "") +
+           place.sheet.row_text(place.row, 2, joined(warnings), warning_look);
+}
+
 /** Draws the pages of a recording, one after the other. */
 class page_drawer
 {
 public:
-    page_drawer(recording_reader &recording, const drawing &what) : recording_(recording), what_(what)
+    page_drawer(recording_reader &recording, const drawing &what)
+        : recording_(recording), what_(what), facts_(facts_of(recording)), warnings_(describe_gaps(facts_))
     {
     }
 
@@ -51,28 +80,26 @@ public:
     {
         const auto &items = recording_.items();
         const size_t count = std::min(items_per_page, items.size() - first);
-        std::vector<item_analysis> analyses;
-        for (size_t i = 0; i < count; ++i)
-        {
-            analyses.push_back(analyse(first + i));
-        }
-        const bool has_map = std::any_of(analyses.begin(), analyses.end(), [](const auto &analysis) {
-            return !analysis.velocities.velocities.empty();
-        });
+        const auto page_end = items.begin() + static_cast<ptrdiff_t>(first + count);
+        const bool has_map = std::any_of(items.begin() + static_cast<ptrdiff_t>(first), page_end,
+                                         [](const auto &item) { return has_velocity_map(item.layout); });
         const page sheet(count, has_map ? 5 : 4);
         auto commands = begin(sheet);
+        auto labels = captions(sheet, first);
         for (size_t row = 0; row < count; ++row)
         {
+            const auto &item = items[first + row];
+            const auto analysis = analyse_item(recording_, first + row, what_.distance);
             const panel_row place{.sheet = sheet,
                                   .row = row,
-                                  .item = items[first + row],
-                                  .analysis = analyses[row],
-                                  .base = (scratch_ / items[first + row].name).string()};
+                                  .item = item,
+                                  .analysis = analysis,
+                                  .base = (scratch_ / item.name).string()};
             write_panel_files(place.base, place.item, place.analysis);
             commands += draw_panels(place) + (has_map ? draw_velocity_map(place) : std::string());
+            labels += texts(place, warn_of(item, analysis));
         }
-        return {.path = path_of(first / items_per_page),
-                .text = render(commands + texts(sheet, first, analyses))};
+        return {.path = path_of(first / items_per_page), .text = render(commands + labels + end)};
     }
 
     /** Warnings about the items drawn so far. */
@@ -82,15 +109,24 @@ public:
     }
 
 private:
-    /** Computes the figures of an item; notes warnings. */
-    item_analysis analyse(size_t index)
+    /** What is known about the frames of a recording. */
+    static stream_facts facts_of(const recording_reader &recording)
     {
-        auto analysis = analyse_item(recording_, index, what_.distance);
+        const auto gaps = find_gaps(recording);
+        return recording_facts(recording.session(), recording.frames(), gaps.missing, gaps.captures);
+    }
+
+    /** The warnings about an item; they are also kept. */
+    std::vector<std::string> warn_of(const recorded_item &item, const item_analysis &analysis)
+    {
+        auto lines = describe_flags(facts_, flags_of(item.layout, analysis.figures));
+        warnings_.insert(warnings_.end(), lines.begin(), lines.end());
         if (const auto warning = aliasing_warning(analysis); !warning.empty())
         {
-            warnings_.push_back(item_title(recording_.items()[index]) + ": " + warning + ".");
+            lines.push_back(warning);
+            warnings_.push_back(item_title(item) + ": " + warning + ".");
         }
-        return analysis;
+        return lines;
     }
 
     /** The path of a page. */
@@ -115,8 +151,7 @@ private:
     }
 
     /** The commands that write the captions of a page. */
-    [[nodiscard]] std::string texts(const page &sheet, size_t first,
-                                    const std::vector<item_analysis> &analyses) const;
+    [[nodiscard]] std::string captions(const page &sheet, size_t first) const;
 
     /** Runs gnuplot and returns the picture. */
     [[nodiscard]] std::string render(const std::string &commands) const;
@@ -129,36 +164,19 @@ private:
 
     recording_reader &recording_;
     const drawing &what_;
+    stream_facts facts_; /**< without items */
     scratch_directory scratch_;
     std::vector<std::string> warnings_;
 };
 
-std::string page_drawer::texts(const page &sheet, size_t first,
-                               const std::vector<item_analysis> &analyses) const
+std::string page_drawer::captions(const page &sheet, size_t first) const
 {
-    const auto &items = recording_.items();
-    const auto pages = (items.size() + items_per_page - 1) / items_per_page;
+    const auto pages = (recording_.items().size() + items_per_page - 1) / items_per_page;
     const auto number = "page " + std::to_string(first / items_per_page + 1) + " of " + std::to_string(pages);
-    std::string text =
-        "unset label\nunset arrow\n" +
-        sheet.caption(1, what_.title + "  ·  " + describe_recording(recording_), "font ',12'") +
-        (pages > 1 ? sheet.right_caption(2, number) : std::string());
-    size_t label = 3;
-    for (size_t row = 0; row < analyses.size(); ++row)
-    {
-        const auto &item = items[first + row];
-        const auto &analysis = analyses[row];
-        const auto warning = aliasing_warning(analysis);
-        text += sheet.row_text(label++, row, 0,
-                               item_title(item) + "  ·  " + describe_settings(item, analysis), "font ',11'");
-        text += sheet.row_text(label++, row, 1,
-                               describe_echo(item, analysis, recording_.frames()) +
-                                   (warning.empty() ? "" : "  ·  " + warning),
-                               warning.empty() ? "" : "textcolor rgb '#c02020'");
-    }
-    return text + "unset border\nunset tics\nunset title\nunset xlabel\nunset ylabel\nunset y2label\n"
-                  "unset colorbox\nset xrange [0:1]\nset yrange [0:1]\n"
-                  "plot NaN with lines\nunset multiplot\n";
+    return "unset label\nunset arrow\n" +
+           sheet.caption(0, what_.title + "  ·  " + describe_recording(recording_), "font ',12'") +
+           (pages > 1 ? sheet.right_caption(number) : std::string()) +
+           sheet.caption(1, joined(describe_gaps(facts_)), warning_look);
 }
 
 std::string page_drawer::render(const std::string &commands) const

@@ -9,9 +9,9 @@
 #include <limits>
 #include <numbers>
 
-#include "plot/frame_rows.h"
 #include "plot/sensor_scale.h"
 #include "plot/spectrum.h"
+#include "plot/velocity_map_builder.h"
 
 namespace vantor
 {
@@ -21,34 +21,17 @@ namespace
 /** Maximum number of phases, so that the files for long recordings stay small. */
 constexpr uint64_t most_phases = 4000;
 
-/** Minimum number of sweeps in a frame for a velocity spectrum, and for a map. */
+/** Minimum number of sweeps in a frame for a velocity spectrum. */
 constexpr size_t fewest_sweeps = 16;
-constexpr size_t fewest_sweeps_of_map = 4;
 
 /** Minimum number of frames for a velocity spectrum. */
 constexpr uint64_t fewest_frames = 16;
 
-/** Maximum length of a segment of a spectrum, and of a map. */
+/** Maximum length of a segment of a spectrum. */
 constexpr size_t longest_segment = 512;
-constexpr size_t longest_segment_of_map = 128;
 
 /** A phase, or a peak of a spectrum, is certain if its amplitude is this much higher than the noise. */
 constexpr double certain = 4.0;
-
-/** The maximum number of consecutive valid frames. */
-uint64_t longest_run(const recording_reader &recording, size_t index)
-{
-    frame_rows rows(recording, index);
-    uint64_t longest = 0;
-    uint64_t run = 0;
-    for (uint64_t number = 0; number < recording.frames(); ++number)
-    {
-        rows.advance();
-        run = rows.valid() ? run + 1 : 0;
-        longest = std::max(longest, run);
-    }
-    return longest;
-}
 
 /** Follows the phase of one point over the frames. */
 class phase_follower
@@ -59,13 +42,13 @@ public:
     {
     }
 
-    /** Adds the mean of a frame's sweeps; returns the unwrapped phase in radians. */
+    /** Adds the mean of a frame's sweeps; returns the unwrapped phase since the last gap, in radians. */
     double add(std::complex<double> value, bool saturated)
     {
         constexpr double turn = 2.0 * std::numbers::pi;
         const bool is_certain = std::abs(value) > least_ && !saturated;
         const double phase = std::arg(value);
-        const double step = started_ ? std::remainder(phase - last_, turn) : phase;
+        const double step = started_ ? std::remainder(phase - last_, turn) : 0.0;
         turned_ += step;
         if (started_ && is_certain && was_certain_)
         {
@@ -78,10 +61,11 @@ public:
         return turned_;
     }
 
-    /** A frame is missing. */
-    void skip()
+    /** Begins again after a gap: nobody knows how far the phase turned meanwhile. */
+    void restart()
     {
-        was_certain_ = false;
+        started_ = false;
+        turned_ = 0.0;
     }
 
     /** Whether the phase often turns by more than a quarter turn, so that half a turn is probable, too. */
@@ -92,26 +76,13 @@ public:
 
 private:
     double least_;
-    bool started_ = false;
+    bool started_ = false; /**< there was a frame since the last gap */
     bool was_certain_ = false;
     double last_ = 0.0;
     double turned_ = 0.0;
     uint64_t steps_ = 0; /**< between certain phases of consecutive frames */
     uint64_t wide_steps_ = 0;
 };
-
-/** The velocities of a spectrum. */
-std::vector<double> spectrum_velocities(size_t length, double rate)
-{
-    std::vector<double> velocities;
-    const size_t centre = length / 2;
-    for (size_t k = 0; k < length; ++k)
-    {
-        const auto offset = static_cast<double>(k) - static_cast<double>(centre);
-        velocities.push_back(2.0 * velocity_bound(rate) * offset / static_cast<double>(length));
-    }
-    return velocities;
-}
 
 /** Splits a series of samples into segments for a spectrum. */
 class spectrum_feeder
@@ -139,6 +110,18 @@ public:
         segment_.clear();
     }
 
+    /** Number of complete segments. */
+    [[nodiscard]] size_t segments() const noexcept
+    {
+        return result_.count();
+    }
+
+    /** Number of samples in a segment. */
+    [[nodiscard]] size_t length() const noexcept
+    {
+        return length_;
+    }
+
     /** The level of tones at each frequency, in dBFS; empty without a complete segment. */
     [[nodiscard]] std::vector<double> levels() const
     {
@@ -147,7 +130,7 @@ public:
         {
             for (const double power : result_.powers())
             {
-                levels.push_back(dbfs(std::sqrt(power / result_.tone_power())));
+                levels.push_back(dbfs(result_.tone_amplitude(power)));
             }
         }
         return levels;
@@ -156,62 +139,13 @@ public:
     /** The level of noise, in dBFS; NaN if its RMS amplitude is unknown. */
     [[nodiscard]] double floor(double rms) const
     {
-        return std::isnan(rms) ? rms : dbfs(rms * std::sqrt(result_.noise_power() / result_.tone_power()));
+        return dbfs(result_.noise_amplitude(rms));
     }
 
 private:
     spectrum result_;
     size_t length_;
     std::vector<std::complex<double>> segment_;
-};
-
-/** Collects the sweeps of all points for the velocity map. */
-class map_feeder
-{
-public:
-    explicit map_feeder(const item_layout &layout) : sweep_length_(layout.sweep_length)
-    {
-        if (layout.sweeps() >= fewest_sweeps_of_map)
-        {
-            const auto length = std::min(layout.sweeps(), longest_segment_of_map);
-            points_.assign(sweep_length_, spectrum_feeder(length, spectrum_mean::keep));
-        }
-    }
-
-    /** Adds a frame. */
-    void add(const std::vector<sample> &samples)
-    {
-        for (size_t point = 0; point < points_.size(); ++point)
-        {
-            points_[point].restart();
-            for (auto place = point; place < samples.size(); place += sweep_length_)
-            {
-                points_[point].add(std::complex<double>(samples[place]));
-            }
-        }
-    }
-
-    /** The map; the RMS amplitude of the noise is that of the sub-sweep with the least noise. */
-    [[nodiscard]] velocity_map finish(double rate, double noise) const
-    {
-        velocity_map map;
-        map.floor = points_.empty() ? noise : points_.front().floor(noise);
-        for (size_t point = 0; point < points_.size(); ++point)
-        {
-            const auto levels = points_[point].levels();
-            map.levels.resize(levels.size());
-            for (size_t k = 0; k < levels.size(); ++k)
-            {
-                map.levels[k].push_back(levels[k]);
-            }
-        }
-        map.velocities = spectrum_velocities(map.levels.size(), rate);
-        return map;
-    }
-
-private:
-    size_t sweep_length_;
-    std::vector<spectrum_feeder> points_;
 };
 
 /** Collects the samples of a point: for the spectrum and the track. */
@@ -231,26 +165,29 @@ public:
     /** Adds a valid frame. */
     void add(uint64_t number, const frame_rows &row, const std::vector<sample> &samples)
     {
+        const bool saturated = row.row().data_saturated;
         const auto mean = add_sweeps(samples);
-        const double phase = follower_.add(mean, row.saturated());
+        const double phase = follower_.add(mean, saturated);
         between_frames_ ? spectrum_.add(mean) : spectrum_.restart();
-        saturated_ = saturated_ || row.saturated();
-        if (number % phase_step_ == 0)
+        saturated_ = saturated_ || saturated;
+        auto &track = analysis_.track;
+        const bool begins_part = is_in_gap() && track.size() < 2 * most_phases;
+        if (number % phase_step_ == 0 || begins_part)
         {
-            analysis_.track.push_back({.seconds = row.seconds(), .phase = phase, .saturated = saturated_});
+            track.push_back({.time = row.begin(), .phase = phase, .saturated = saturated_});
             saturated_ = false;
         }
     }
 
-    /** A frame is not valid. */
-    void skip(const frame_rows &row)
+    /** There is a gap, or a frame that is not valid. */
+    void interrupt(const frame_rows &row)
     {
-        follower_.skip();
+        follower_.restart();
         spectrum_.restart();
-        auto &track = analysis_.track;
-        if (!track.empty() && !std::isnan(track.back().phase))
+        if (!is_in_gap())
         {
-            track.push_back({.seconds = row.seconds(), .phase = std::numeric_limits<double>::quiet_NaN()});
+            analysis_.track.push_back(
+                {.time = row.begin(), .phase = std::numeric_limits<double>::quiet_NaN()});
         }
     }
 
@@ -259,7 +196,9 @@ public:
     {
         auto &result = analysis_.spectrum;
         result.between_frames = between_frames_;
-        result.rate = between_frames_ ? analysis_.frame_rate : rate_of_sweeps;
+        result.rate = between_frames_ ? analysis_.time.rate : rate_of_sweeps;
+        result.segments = spectrum_.segments();
+        result.segment_length = spectrum_.length();
         result.floor = spectrum_.floor(between_frames_ ? frame_noise_ : noise_);
         if (result.rate > 0.0)
         {
@@ -270,6 +209,12 @@ public:
     }
 
 private:
+    /** Whether the track has no phase since the last gap. */
+    [[nodiscard]] bool is_in_gap() const
+    {
+        return analysis_.track.empty() || std::isnan(analysis_.track.back().phase);
+    }
+
     /** Number of samples in a segment of the spectrum; 0 if there are too few. */
     [[nodiscard]] size_t segment_length(uint64_t valid_run) const
     {
@@ -294,7 +239,7 @@ private:
     /** Whether an echo moves too fast for the frame rate. */
     [[nodiscard]] bool is_aliased() const
     {
-        const double bound = velocity_bound(analysis_.frame_rate);
+        const double bound = velocity_bound(analysis_.time.rate);
         if (!(bound > 0.0) || !analysis_.above_noise)
         {
             return false;
@@ -337,25 +282,25 @@ private:
 
 } // namespace
 
-void analyse_point(recording_reader &recording, size_t index, item_analysis &analysis)
+void analyse_point(recording_reader &recording, size_t index, const timeline &times, item_analysis &analysis)
 {
     const auto &item = recording.items()[index];
-    point_feeder point(item, recording.frames(), longest_run(recording, index), analysis);
-    map_feeder map(item.layout);
-    frame_rows rows(recording, index);
+    point_feeder point(item, recording.frames(), times.longest_run(), analysis);
+    velocity_map_builder map(item);
+    frame_rows rows(recording, index, times);
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         recording.read_frame(index, number, samples);
         rows.advance();
+        if (rows.after_gap() || !rows.valid())
+        {
+            point.interrupt(rows);
+        }
         if (rows.valid())
         {
             point.add(number, rows, samples);
             map.add(samples);
-        }
-        else
-        {
-            point.skip(rows);
         }
     }
     point.finish(sweep_rate(item));

@@ -47,8 +47,14 @@ spectrum::spectrum(size_t length, spectrum_mean mean)
 
 void spectrum::add(const std::vector<std::complex<double>> &segment)
 {
-    const size_t length = sums_.size();
-    if (segment.size() != length)
+    add_powers(segment, sums_);
+    ++count_;
+}
+
+void spectrum::add_powers(const std::vector<std::complex<double>> &segment, std::vector<double> &sums)
+{
+    const size_t length = window_.size();
+    if (segment.size() != length || sums.size() != length)
     {
         throw std::invalid_argument("A segment of a spectrum has " + std::to_string(segment.size()) +
                                     " samples; it needs " + std::to_string(length) + ".");
@@ -65,9 +71,8 @@ void spectrum::add(const std::vector<std::complex<double>> &segment)
     transform_.transform(weighted_.data(), transformed_.data());
     for (size_t k = 0; k < length; ++k)
     {
-        sums_[k] += std::norm(transformed_[(k + length - length / 2) % length]);
+        sums[k] += std::norm(transformed_[(k + length - length / 2) % length]);
     }
-    ++count_;
 }
 
 std::vector<double> spectrum::powers() const
@@ -89,6 +94,16 @@ double spectrum::tone_power() const
 double spectrum::noise_power() const
 {
     return std::inner_product(window_.begin(), window_.end(), window_.begin(), 0.0);
+}
+
+double spectrum::tone_amplitude(double power) const
+{
+    return std::sqrt(power / tone_power());
+}
+
+double spectrum::noise_amplitude(double rms) const
+{
+    return rms * std::sqrt(noise_power() / tone_power());
 }
 
 } // namespace vantor

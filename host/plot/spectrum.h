@@ -44,6 +44,14 @@ public:
      */
     void add(const std::vector<std::complex<double>> &segment);
 
+    /**
+     * Computes the powers of a segment, without adding it.
+     *
+     * @param sums  to each element, the power at its frequency is added
+     * @throws std::invalid_argument if the segment or the sums have a different length
+     */
+    void add_powers(const std::vector<std::complex<double>> &segment, std::vector<double> &sums);
+
     /** Number of segments added. */
     [[nodiscard]] size_t count() const noexcept
     {
@@ -62,6 +70,12 @@ public:
 
     /** The mean power at each frequency of white noise with the RMS amplitude 1. */
     [[nodiscard]] double noise_power() const;
+
+    /** The amplitude of a tone with this power at its frequency. */
+    [[nodiscard]] double tone_amplitude(double power) const;
+
+    /** The amplitude of a tone as strong as white noise with this RMS amplitude at each frequency. */
+    [[nodiscard]] double noise_amplitude(double rms) const;
 
 private:
     spectrum_mean mean_;

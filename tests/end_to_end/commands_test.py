@@ -8,6 +8,7 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
 import socket
 import struct
@@ -382,6 +383,26 @@ class Plot(CommandTest):
         self.assertEqual(self.succeeds("plot", recording), "".join(f"picture: {page}\n" for page in pages))
         drawn = json.loads(self.succeeds("plot", recording, "--json"))
         self.assertEqual(drawn, {"picture": pages[0], "pages": pages, "warnings": []})
+
+    def test_memory(self):
+        item = {"sensor_id": 1, "config": {"num_points": 3760, "hwaas": 1}}
+        recording = self.record(self.write("long.json", {"update_rate": 20, "groups": [[item]]}), frames=400)
+        os.mkdir(self.path("bin"))
+        os.symlink(shutil.which("false"), self.path("bin", "gnuplot"))
+        # Without gnuplot, whose memory would count.
+        process = subprocess.Popen([VANTOR, "plot", recording], env={**os.environ, "PATH": self.path("bin")},
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(process.returncode, 1)
+        self.assertLess(usage.ru_maxrss, 64 * 1024)
+
+    def test_warnings(self):
+        scene = self.write("scene.json", {"temperatures": [{"celsius": 20, "drift_celsius_per_s": 30}]})
+        recording = self.record(ONE_SENSOR, frames=40, where=f"sim:--clock virtual --scene {scene}")
+        result = vantor("plot", recording, cwd=self.folder)
+        self.assertEqual(result.returncode, 0)
+        self.assertRegex(result.stderr, r"^vantor: warning: calibration needed: \d+ of 40 frames of group 1, item 1; ")
 
     def test_motion_that_is_aliased(self):
         scene = self.write("scene.json", {"targets": [{"distance_m": 0.6, "strength_m2": 0.1, "velocity_m_s": 0.05}]})

@@ -59,8 +59,8 @@ TEST(item_analysis, follows_the_strongest_echo)
     ASSERT_EQ(phases(analysis).size(), 64U);
     // Ten turns without a jump.
     EXPECT_NEAR(phases(analysis).back() - phases(analysis).front(), 63.0, 0.01);
-    EXPECT_NEAR(analysis.track.back().seconds, 63 * 0.02, 1e-9);
-    EXPECT_EQ(analysis.map.size(), 64U);
+    EXPECT_NEAR(analysis.track.back().time, 63 * 0.02, 1e-9);
+    EXPECT_EQ(analysis.map.strips.size(), 64U);
     EXPECT_TRUE(analysis.spectrum.between_frames);
     EXPECT_NEAR(peak_velocity(analysis.spectrum), 50.0 / (2.0 * std::numbers::pi) * metres_per_turn,
                 50.0 / 64 * metres_per_turn);
@@ -72,14 +72,14 @@ TEST(item_analysis, leaves_out_frames_that_are_not_valid)
     write_turning_recording(directory / "out", 64, 1.0, {0, 63});
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
-    EXPECT_EQ(analysis.not_valid, 2U);
+    EXPECT_EQ(analysis.figures.channel.invalid, 2U);
     EXPECT_EQ(analysis.point, 12U);
     EXPECT_NEAR(analysis.profile[12], 10000.0, 1.0);
     EXPECT_EQ(analysis.profile[3], 0.0);
     ASSERT_EQ(phases(analysis).size(), 62U);
-    EXPECT_NEAR(analysis.track.front().seconds, 0.02, 1e-9);
+    EXPECT_NEAR(analysis.track.front().time, 0.02, 1e-9);
     EXPECT_NEAR(phases(analysis).back() - phases(analysis).front(), 61.0, 0.01);
-    EXPECT_EQ(analysis.map.size(), 64U);
+    EXPECT_EQ(analysis.map.strips.size(), 64U);
     EXPECT_EQ(analysis.spectrum.levels.size(), 62U);
     // Half of the frame rate.
     EXPECT_NEAR(analysis.spectrum.velocities.front(), -25.0 * metres_per_turn, 0.1 * metres_per_turn);
@@ -91,10 +91,10 @@ TEST(item_analysis, shows_frames_that_are_not_valid_as_gaps)
     write_turning_recording(directory / "out", 10, 1.0, {3, 4});
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
-    ASSERT_EQ(analysis.map.size(), 10U);
-    EXPECT_TRUE(analysis.map[3].levels.empty());
-    EXPECT_TRUE(analysis.map[4].levels.empty());
-    EXPECT_FALSE(analysis.map[5].levels.empty());
+    ASSERT_EQ(analysis.map.strips.size(), 10U);
+    EXPECT_TRUE(analysis.map.strips[3].levels.empty());
+    EXPECT_TRUE(analysis.map.strips[4].levels.empty());
+    EXPECT_FALSE(analysis.map.strips[5].levels.empty());
     ASSERT_EQ(analysis.track.size(), 9U);
     EXPECT_TRUE(std::isnan(analysis.track[3].phase));
     EXPECT_EQ(phases(analysis).size(), 8U);
@@ -109,11 +109,11 @@ TEST(item_analysis, marks_saturated_frames)
         [](int frame, json &info) { info["data_saturated"] = frame == 2; });
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
-    EXPECT_EQ(analysis.saturated, 1U);
+    EXPECT_EQ(analysis.figures.saturated, 1U);
     EXPECT_FALSE(analysis.track.at(1).saturated);
     EXPECT_TRUE(analysis.track.at(2).saturated);
-    EXPECT_TRUE(analysis.map.at(2).saturated);
-    EXPECT_FALSE(analysis.map.at(3).saturated);
+    EXPECT_TRUE(analysis.map.strips.at(2).saturated);
+    EXPECT_FALSE(analysis.map.strips.at(3).saturated);
 }
 
 TEST(item_analysis, shows_the_level_when_no_frame_is_valid)
@@ -147,8 +147,98 @@ TEST(item_analysis, keeps_the_map_small)
     write_turning_recording(directory / "out", 1000, 0.1);
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 1, std::nullopt);
-    EXPECT_LE(analysis.map.size(), 400U);
-    EXPECT_GE(analysis.map.size(), 200U);
+    EXPECT_LE(analysis.map.strips.size(), 400U);
+    EXPECT_GE(analysis.map.strips.size(), 200U);
+}
+
+TEST(item_analysis, begins_displacement_at_0)
+{
+    const test::temporary_directory directory;
+    test::write_item(directory / "out", {.config = json::object()}, 20,
+                     [](int, size_t, size_t point) { return point == 60 ? std::polar(3000.0, 2.0) : 1.0; });
+    recording_reader recording(directory / "out");
+    const auto track = phases(analyse_item(recording, 0, std::nullopt));
+    EXPECT_EQ(track.size(), 20U);
+    EXPECT_THAT(track, testing::Each(testing::DoubleNear(0.0, 1e-9)));
+}
+
+/** Records an echo that moves by 0.2 mm per frame, with this many frames missing after 40 of 80 frames. */
+item_analysis analyse_with_gap(uint64_t missing, bool finished = true)
+{
+    const test::temporary_directory directory;
+    const auto source = [=](int frame, size_t, size_t point) -> std::complex<double> {
+        const double place = frame < 40 ? frame : frame + static_cast<double>(missing);
+        const double turns = 0.0002 * place / metres_per_turn;
+        return point == 60 ? std::polar(3000.0, 2.0 * std::numbers::pi * turns) : 1.0;
+    };
+    test::write_item(directory / "out",
+                     {.config = json::object(), .finished = finished, .missing = {{40, missing}}}, 80,
+                     source);
+    recording_reader recording(directory / "out");
+    return analyse_item(recording, 0, std::nullopt);
+}
+
+TEST(item_analysis, has_the_true_velocity_beside_a_gap)
+{
+    for (const bool finished : {true, false})
+    {
+        const auto analysis = analyse_with_gap(300, finished);
+        EXPECT_DOUBLE_EQ(analysis.time.rate, 50.0);
+        // 0.2 mm per frame at 50 Hz.
+        EXPECT_NEAR(peak_velocity(analysis.spectrum), 0.01, 50.0 / 40 * metres_per_turn / 2.0);
+        EXPECT_EQ(analysis.spectrum.segments, 2U);
+        EXPECT_EQ(analysis.spectrum.segment_length, 40U);
+        EXPECT_FALSE(analysis.aliased);
+    }
+}
+
+TEST(item_analysis, has_no_levels_where_frames_are_missing)
+{
+    const auto map = analyse_with_gap(40).map;
+    ASSERT_EQ(map.strips.size(), 120U);
+    EXPECT_NEAR(map.width, 0.02, 1e-12);
+    for (size_t strip = 0; strip < 120; ++strip)
+    {
+        EXPECT_EQ(map.strips[strip].levels.empty(), strip >= 40 && strip < 80) << strip;
+    }
+}
+
+TEST(item_analysis, shows_a_long_gap_in_as_many_strips_as_it_lasts)
+{
+    const auto map = analyse_with_gap(3920).map;
+    ASSERT_EQ(map.strips.size(), 400U);
+    EXPECT_NEAR(map.width, 0.2, 1e-12);
+    for (size_t strip = 0; strip < 400; ++strip)
+    {
+        EXPECT_EQ(map.strips[strip].levels.empty(), strip >= 4 && strip < 396) << strip;
+    }
+}
+
+TEST(item_analysis, begins_displacement_again_after_a_gap)
+{
+    const auto track = analyse_with_gap(7).track;
+    ASSERT_EQ(track.size(), 81U);
+    const double step = 0.0002 / metres_per_turn * 2.0 * std::numbers::pi;
+    EXPECT_NEAR(track[39].phase, 39 * step, 0.01);
+    EXPECT_TRUE(std::isnan(track[40].phase));
+    EXPECT_EQ(track[41].phase, 0.0);
+    EXPECT_NEAR(track[41].time, 47 * 0.02, 1e-9);
+    EXPECT_NEAR(track[80].phase, 39 * step, 0.01);
+}
+
+TEST(item_analysis, keeps_of_many_points_what_a_picture_shows)
+{
+    const test::temporary_directory directory;
+    const auto source = [](int, size_t, size_t point) { return point / 100 % 2 == 0 ? 1000.0 : 10.0; };
+    test::write_item(directory / "out", {.config = {{"num_points", 2000}}, .points = 2000}, 2, source);
+    recording_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_EQ(analysis.profile.size(), 2000U);
+    const auto &levels = analysis.map.strips.at(0).levels;
+    EXPECT_LE(levels.size(), 256U);
+    EXPECT_GE(levels.size(), 128U);
+    EXPECT_EQ(levels.front(), 1000.0F);
+    EXPECT_EQ(levels.back(), 10.0F);
 }
 
 /** Noise with this RMS amplitude, the same in every run. */

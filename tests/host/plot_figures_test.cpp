@@ -199,7 +199,7 @@ TEST(caption, describes_recording_and_settings)
     EXPECT_EQ(describe_settings(item, analysis),
               "profile 5  ·  gain 12  ·  hwaas 8  ·  8 sweeps per frame at 2000 Hz (±2.50 m/s)  ·  "
               "50.0 frames/s (±0.0625 m/s)");
-    EXPECT_EQ(describe_echo(item, analysis, 20), "strongest echo at 0.325 m");
+    EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.325 m");
     EXPECT_EQ(aliasing_warning(analysis), "");
 }
 
@@ -214,32 +214,46 @@ TEST(caption, describes_motion_and_doubtful_frames)
 {
     const auto item = item_of(json::object(), 10);
     item_analysis analysis;
-    EXPECT_EQ(describe_echo(item, analysis, 10), "no echo above the noise");
+    EXPECT_EQ(describe_echo(item, analysis), "no echo above the noise");
     analysis.above_noise = true;
-    EXPECT_EQ(describe_echo(item, analysis, 10), "highest level at 0.200 m");
+    EXPECT_EQ(describe_echo(item, analysis), "highest level at 0.200 m");
     analysis.found = true;
     analysis.distance = 0.2004;
-    EXPECT_EQ(describe_echo(item, analysis, 10), "strongest echo at 0.200 m");
+    EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m");
     analysis.found = false;
     analysis.given = true;
-    EXPECT_EQ(describe_echo(item, analysis, 10), "echo at 0.200 m");
+    EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m");
     analysis.noise_known = false;
-    EXPECT_EQ(describe_echo(item, analysis, 10), "noise unknown: too few sweeps");
+    EXPECT_EQ(describe_echo(item, analysis), "noise unknown: too few sweeps");
     analysis.noise_known = true;
-    analysis.not_valid = 3;
-    analysis.saturated = 2;
+    analysis.figures.channel.invalid = 3;
+    analysis.figures.saturated = 2;
+    analysis.spectrum.between_frames = true;
+    analysis.spectrum.segments = 2;
+    analysis.spectrum.segment_length = 40;
+    analysis.spectrum.levels = {0.0};
     analysis.motion = {.from = {.distance = 4.0}, .to = {.distance = 0.8}, .always = true};
-    EXPECT_EQ(describe_echo(item, analysis, 10),
-              "the strongest echo moves from 4.00 m to 0.80 m  ·  3 of 10 frames not valid (gaps)  ·  "
-              "2 of 10 frames saturated (red)");
+    EXPECT_EQ(
+        describe_echo(item, analysis),
+        "the strongest echo moves from 4.00 m to 0.80 m  ·  white: no valid frame; displacement begins at 0 "
+        "after it  ·  velocities from 2 × 40 consecutive frames  ·  red dots: saturated");
     analysis.motion->always = false;
-    EXPECT_THAT(describe_echo(item, analysis, 10), testing::StartsWith("an echo moves from"));
+    EXPECT_THAT(describe_echo(item, analysis), testing::StartsWith("an echo moves from"));
+}
+
+TEST(caption, joins_warnings)
+{
+    EXPECT_EQ(joined({}), "");
+    EXPECT_EQ(joined({"a", "b"}), "a  ·  b");
+    const std::string line(100, 'x');
+    EXPECT_EQ(joined({line, line, line, line}), line + "  ·  " + line + "  ·  and 2 more");
+    EXPECT_EQ(joined({std::string(300, 'x')}), std::string(300, 'x'));
 }
 
 TEST(caption, warns_of_aliased_motion)
 {
     item_analysis analysis;
-    analysis.frame_rate = 20.0;
+    analysis.time.rate = 20.0;
     analysis.aliased = true;
     EXPECT_EQ(aliasing_warning(analysis),
               "the motion is too fast for 20.0 frames/s: displacement, and velocity "

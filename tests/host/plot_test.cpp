@@ -128,6 +128,45 @@ TEST(picture, is_drawn_when_distances_are_unknown)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST(picture, is_drawn_without_a_clock)
+{
+    for (const json &config : {json::object(), json{{"frame_rate", 40}}})
+    {
+        const test::temporary_directory directory;
+        test::write_item(directory / "out", {.config = config, .has_clock = false}, 20,
+                         [](int, size_t, size_t point) { return point == 50 ? 2000.0 : 1.0; });
+        recording_reader recording(directory / "out");
+        testing::internal::CaptureStderr();
+        draw_recording(recording, {.output = directory / "x.png"});
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    }
+}
+
+TEST(picture, warns_of_doubtful_frames)
+{
+    const test::temporary_directory directory;
+    const test::written_item item{.config = json::object(), .missing = {{10, 30}}, .breaks = {{30, 2.0}}};
+    test::write_item(
+        directory / "out", item, 50, [](int, size_t, size_t point) { return point == 50 ? 2000.0 : 1.0; },
+        [](int frame, json &info) {
+            info["data_saturated"] = frame == 2;
+            info["frame_delayed"] = frame == 3;
+            info["calibration_needed"] = frame > 40;
+        });
+    recording_reader recording(directory / "out");
+    EXPECT_THAT(
+        draw_recording(recording, {.output = directory / "x.png"}).warnings,
+        testing::ElementsAre(
+            "missing: 30 frames; the host, the link, the server or a sensor was too slow, or data were "
+            "damaged",
+            "rate not reached: 31.2 of 50.0 frames/s, by the clock of the server",
+            "break of 2.0 s: reconnected",
+            "saturated: 1 of 50 frames of group 1, item 1; use a lower receiver_gain",
+            "delayed: 1 of 50 frames of group 1, item 1; use a lower frame_rate or a faster link",
+            "calibration needed: 9 of 50 frames of group 1, item 1; calibrate again, or record "
+            "with --recalibrate"));
+}
+
 TEST(picture, warns_of_aliased_motion)
 {
     const test::temporary_directory directory;
@@ -178,7 +217,7 @@ TEST_F(panels, show_noise_bounds_and_units)
     // A noise of 10 / √2 and a constant offset of √(5² - 50 / 320): a mean level of 7.73.
     EXPECT_THAT(commands, HasSubstr("set arrow from 0.200000,-72.54"));
     EXPECT_THAT(commands, HasSubstr("set label 'noise and constant offset'"));
-    EXPECT_THAT(read_file(directory / "item-0.level"), HasSubstr("0.325 -19.9992\n"));
+    EXPECT_THAT(read_file(directory / "item-0.level"), HasSubstr("\n0.325 -19.9992"));
 }
 
 TEST_F(panels, show_gaps_for_frames_that_are_not_valid)
@@ -187,7 +226,32 @@ TEST_F(panels, show_gaps_for_frames_that_are_not_valid)
     draw();
     EXPECT_THAT(read_file(directory / "item.track"),
                 testing::ContainsRegex("^0 [^\n]*\n0.02 [^\n]*\n\n0.06 "));
-    EXPECT_THAT(read_file(directory / "item-0.map"), HasSubstr("\n0.04 0.25 nan\n"));
+    EXPECT_THAT(read_file(directory / "item-0.map"), HasSubstr("\n0.04 0.245 nan\n"));
+}
+
+TEST_F(panels, show_gaps_for_frames_that_are_missing)
+{
+    test::write_item(directory / "out", {.config = json::object(), .missing = {{2, 2}}}, 4,
+                     [](int, size_t, size_t point) { return point == 60 ? 3000.0 : 0.0; });
+    draw();
+    EXPECT_EQ(read_file(directory / "item.track"), "0 0\n0.02 0\n\n0.08 0\n0.1 0\n");
+    const auto map = read_file(directory / "item-0.map");
+    EXPECT_THAT(map, HasSubstr("\n0.02 0.19875 -110.3"));
+    EXPECT_THAT(map, HasSubstr("\n0.04 0.19875 nan\n"));
+    EXPECT_THAT(map, HasSubstr("\n0.06 0.19875 nan\n"));
+    EXPECT_THAT(map, HasSubstr("\n0.08 0.19875 -110.3"));
+    // The last strip ends here.
+    EXPECT_THAT(map, HasSubstr("\n0.12 0.19875 -110.3"));
+}
+
+TEST_F(panels, number_frames_without_clock_and_rate)
+{
+    test::write_item(directory / "out", {.config = json::object(), .has_clock = false}, 4,
+                     [](int, size_t, size_t point) { return point == 60 ? 3000.0 : 0.0; });
+    const auto commands = draw();
+    EXPECT_THAT(commands, HasSubstr("set xlabel 'frame number (neither clock nor rate is known)'"));
+    EXPECT_THAT(commands, HasSubstr("'frame rate unknown'"));
+    EXPECT_EQ(read_file(directory / "item.track"), "0 0\n1 0\n2 0\n3 0\n");
 }
 
 TEST_F(panels, mark_saturated_frames)
@@ -198,7 +262,7 @@ TEST_F(panels, mark_saturated_frames)
         [](int frame, json &info) { info["data_saturated"] = frame == 2; });
     EXPECT_THAT(draw(), HasSubstr(".saturated-track' with points"));
     EXPECT_EQ(read_file(directory / "item.saturated-track"), "0.04 0\n");
-    EXPECT_EQ(read_file(directory / "item.saturated"), "0.04\n");
+    EXPECT_EQ(read_file(directory / "item.saturated"), "0.05\n");
 }
 
 TEST_F(panels, do_not_present_noise_as_motion)

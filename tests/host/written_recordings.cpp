@@ -33,6 +33,24 @@ json layout_of(size_t points, size_t sweeps, double max_sweep_rate, double base_
             {"subsweep_data_offset", {0}},   {"subsweep_data_length", {points}}};
 }
 
+/** A frame. */
+frame decoded(const json &header, const std::vector<sample> &samples,
+              const std::shared_ptr<const session_metadata> &metadata)
+{
+    message received;
+    received.header = header;
+    const auto bytes = std::as_bytes(std::span(samples));
+    received.payload.assign(bytes.begin(), bytes.end());
+    return decode_frame(received, metadata);
+}
+
+/** The value for a key, or a default. */
+template <typename value_t> value_t value_or(const std::map<int, value_t> &values, int key, value_t otherwise)
+{
+    const auto found = values.find(key);
+    return found == values.end() ? otherwise : found->second;
+}
+
 /** A session with the same item several times. */
 session_description session_of(const json &item, const json &layout, size_t count)
 {
@@ -44,15 +62,16 @@ session_description session_of(const json &item, const json &layout, size_t coun
     return description;
 }
 
-/** Writes a frame. */
-void add_frame(recording_writer &writer, const json &header, const std::vector<sample> &samples,
-               const std::shared_ptr<const session_metadata> &metadata)
+/** The session of an item. */
+session_description session_of(const written_item &item)
 {
-    message received;
-    received.header = header;
-    const auto bytes = std::as_bytes(std::span(samples));
-    received.payload.assign(bytes.begin(), bytes.end());
-    writer.add(decode_frame(received, metadata));
+    const auto layout = layout_of(item.points, item.sweeps, item.max_sweep_rate, 0.0025);
+    auto session = session_of({{"sensor_id", 1}, {"config", item.config}}, layout, 1);
+    auto document = session.metadata.document;
+    document["tick_period"] = item.paced && item.has_clock ? item.frame_ticks : 0;
+    session.metadata = decode_metadata(document);
+    session.server.ticks_per_second = item.has_clock ? 1e6 : 0.0;
+    return session;
 }
 
 } // namespace
@@ -78,7 +97,7 @@ void write_turning_recording(const std::filesystem::path &directory, int frames,
             samples[12] = {};
             samples[3] = {30000, 30000};
         }
-        add_frame(writer, header, samples, metadata);
+        writer.add(decoded(header, samples, metadata));
     }
     writer.finish();
 }
@@ -95,7 +114,7 @@ void write_items(const std::filesystem::path &directory, size_t items, int point
         const auto info = header["result_info"][0][0];
         header["result_info"] = std::vector{std::vector(items, info)};
         const auto part = static_cast<int16_t>(number * 0x101U);
-        add_frame(writer, header, std::vector<sample>(metadata->frame_length(), {part, part}), metadata);
+        writer.add(decoded(header, std::vector<sample>(metadata->frame_length(), {part, part}), metadata));
     }
     writer.finish();
 }
@@ -103,15 +122,17 @@ void write_items(const std::filesystem::path &directory, size_t items, int point
 void write_item(const std::filesystem::path &directory, const written_item &item, int frames,
                 const sample_source &source, const header_change &change)
 {
-    const auto layout = layout_of(item.points, item.sweeps, item.max_sweep_rate, 0.0025);
-    const auto description = session_of({{"sensor_id", 1}, {"config", item.config}}, layout, 1);
+    const auto description = session_of(item);
     const auto metadata = std::make_shared<const session_metadata>(description.metadata);
     recording_writer writer(directory, description);
+    uint64_t missing = 0;
     for (int number = 0; number < frames; ++number)
     {
+        missing += value_or<uint64_t>(item.missing, number, 0);
         auto header = example_session().frame_header(static_cast<uint32_t>(number));
         auto info = header["result_info"][0][0];
-        info["tick"] = static_cast<uint32_t>(number) * item.frame_ticks;
+        const auto due = static_cast<uint32_t>(number) + static_cast<uint32_t>(missing);
+        info["tick"] = item.has_clock ? due * item.frame_ticks : 0;
         if (change)
         {
             change(number, info);
@@ -122,9 +143,19 @@ void write_item(const std::filesystem::path &directory, const written_item &item
         {
             samples.push_back(rounded(source(number, i / item.points, i % item.points)));
         }
-        add_frame(writer, header, samples, metadata);
+        if (const double gap = value_or(item.breaks, number, 0.0); gap > 0.0)
+        {
+            writer.begin_segment(
+                {.number = 1, .reason = "reconnected", .gap = gap, .calibration_temperatures = {25}});
+        }
+        auto received = decoded(header, samples, metadata);
+        received.set_missing(missing);
+        writer.add(received);
     }
-    writer.finish();
+    if (item.finished)
+    {
+        writer.finish();
+    }
 }
 
 } // namespace vantor::test

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -30,11 +31,16 @@ void write_items(const std::filesystem::path &directory, size_t items, int point
 /** An item, and what its frames contain. */
 struct written_item
 {
-    nlohmann::json config;        /**< of one sub-sweep */
-    size_t points = 100;          /**< number of points */
-    size_t sweeps = 1;            /**< sweeps in a frame */
-    double max_sweep_rate = 1000; /**< in hertz */
-    uint32_t frame_ticks = 20000; /**< time between frames, in microseconds */
+    nlohmann::json config;                /**< of one sub-sweep */
+    size_t points = 100;                  /**< number of points */
+    size_t sweeps = 1;                    /**< sweeps in a frame */
+    double max_sweep_rate = 1000;         /**< in hertz */
+    uint32_t frame_ticks = 20000;         /**< time between frames, in microseconds */
+    bool paced = true;                    /**< the server paces the frames by its clock */
+    bool has_clock = true;                /**< the server has a clock */
+    bool finished = true;                 /**< the recording is finished */
+    std::map<int, uint64_t> missing = {}; /**< numbers of frames that are missing right before a frame */
+    std::map<int, double> breaks = {};    /**< seconds of breaks right before a frame */
 };
 
 /** Returns a sample, given the numbers of frame, sweep and point. */
