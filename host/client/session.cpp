@@ -307,7 +307,7 @@ void check_subsweeps(const item_layout &layout, const item_configuration &item)
         throw protocol_error(
             "The session metadata describe other sub-sweeps than the configuration requests, in group " +
             std::to_string(layout.group + 1) + ", item " + std::to_string(layout.index + 1) +
-            ": another program may be using the same link.");
+            ": it may be another server at the same address, or another program may be using the same link.");
     }
 }
 

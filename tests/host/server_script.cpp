@@ -3,6 +3,7 @@
  */
 #include "server_script.h"
 
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -43,6 +44,20 @@ json item_result(uint32_t tick)
 json plain_answer(const json &command)
 {
     return {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
+}
+
+/** Metadata of a configured item, with one sweep in each frame. */
+json metadata_of_item(const json &item)
+{
+    constexpr int default_points = 160;
+    const auto given = item.is_object() ? item.value("config", json()) : json();
+    const auto config = given.is_object() ? given : json::object();
+    std::vector<int> lengths;
+    for (const auto &subsweep : config.value("subsweeps", json::array({config})))
+    {
+        lengths.push_back(subsweep.value("num_points", default_points));
+    }
+    return item_metadata(std::accumulate(lengths.begin(), lengths.end(), 0), lengths);
 }
 
 } // namespace
@@ -126,12 +141,15 @@ fake_session example_session()
 json metadata_for(const json &configuration)
 {
     auto metadata = example_session().metadata;
-    const auto item = metadata["metadata"][0][0];
     auto groups = json::array();
     size_t count = 0;
     for (const auto &group : configuration.value("groups", json::array()))
     {
-        groups.push_back(json(group.size(), item));
+        auto &described = groups.emplace_back(json::array());
+        for (const auto &item : group)
+        {
+            described.push_back(metadata_of_item(item));
+        }
         count += group.size();
     }
     if (count != 3)
