@@ -179,6 +179,19 @@ TEST(configuration_check, reports_what_breaks_a_rule_between_members)
     }
 }
 
+TEST(configuration_check, refuses_rates_that_the_sensor_cannot_reach)
+{
+    EXPECT_THAT(check_configuration(document_with({{"frame_rate", 2530}, {"sweep_rate", 10492}})), IsEmpty());
+    const auto sweep = fault_of(document_with({{"sweep_rate", 100000}}));
+    EXPECT_EQ(sweep.pointer, "/groups/0/0/config/sweep_rate");
+    EXPECT_EQ(sweep.got, "100000");
+    EXPECT_EQ(sweep.allowed, "at most 10492.3: a sweep takes longer with these points");
+    EXPECT_EQ(sweep.nearest, 10492.3);
+    const auto frame = fault_of(document_with({{"frame_rate", 2540}}));
+    EXPECT_EQ(frame.pointer, "/groups/0/0/config/frame_rate");
+    EXPECT_EQ(frame.allowed, "at most 2535.84: a frame takes longer with these points and sweeps");
+}
+
 TEST(configuration_check, reports_every_fault_at_once)
 {
     const auto faults = check_configuration(document_with({{"hwaas", 0}, {"profile", 0}, {"prf", "fast"}}));

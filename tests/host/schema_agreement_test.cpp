@@ -248,7 +248,6 @@ TEST(schema_agreement, differs_where_the_reference_says_so)
         document_with(nothing, {{"sensor_id", 4}}),
         {{"groups", json::array({json(4, {{"sensor_id", 1}, {"config", nothing}})})}},
         {{"calibration_info", {{{"sensor_id", 1}, {"data", std::string(480, '0')}}}}},
-        document_with({{"frame_rate", 1000000}}),
     };
     for (const auto &document : only_schema_accepts)
     {

@@ -193,45 +193,47 @@ double rounded_down(double bound)
     return std::floor(bound * scale) / scale;
 }
 
-/** Reports a rate that is probably higher than possible. */
-void add_doubt(session_plan &session, const std::string &place, const json &got, double bound,
-               const std::string &reason)
+/** Describes a rate that is too high. */
+configuration_fault too_high(const std::string &place, const json &got, double bound,
+                             const std::string &reason)
 {
     const double nearest = rounded_down(bound);
-    session.doubts.push_back({place, got.dump(), "at most " + json(nearest).dump() + ": " + reason, nearest});
+    return {place, got.dump(), "at most " + json(nearest).dump() + ": " + reason, nearest};
 }
 
-/** Finds the rates of an item that are probably higher than possible. */
-void find_doubts(session_plan &session, const item_plan &item, const json &document)
+/** Finds the rates of an item that the sensor cannot reach. */
+void find_impossible_rates(session_plan &session, const item_plan &item, const json &document)
 {
     const auto place = json::json_pointer("/groups") / item.group / item.index / "config";
     const auto &config = document[place];
     if (item.sweep_rate > item.max_sweep_rate)
     {
-        add_doubt(session, (place / "sweep_rate").to_string(), config["sweep_rate"], item.max_sweep_rate,
-                  "a sweep takes longer with these points");
+        session.impossible_rates.push_back(too_high((place / "sweep_rate").to_string(), config["sweep_rate"],
+                                                    item.max_sweep_rate,
+                                                    "a sweep takes longer with these points"));
     }
     if (item.frame_rate > 0.0 && timer_period(item.frame_rate) < item.frame_s)
     {
         const double clock = sensor_figure("timer_clock");
-        add_doubt(session, (place / "frame_rate").to_string(), config["frame_rate"],
-                  clock / (std::floor(item.frame_s * clock) + 1.0),
-                  "a frame takes longer with these points and sweeps");
+        session.impossible_rates.push_back(too_high((place / "frame_rate").to_string(), config["frame_rate"],
+                                                    clock / (std::floor(item.frame_s * clock) + 1.0),
+                                                    "a frame takes longer with these points and sweeps"));
     }
 }
 
-/** Finds the rates of a session that are probably higher than possible. */
-void find_doubts(session_plan &session, const json &document)
+/** Finds the rates that are too high. */
+void find_rates(session_plan &session, const json &document)
 {
     for (const auto &item : session.items)
     {
-        find_doubts(session, item, document);
+        find_impossible_rates(session, item, document);
     }
     const char *name = document.contains("max_update_rate") ? "max_update_rate" : "update_rate";
     if (document.value(name, 0.0) > session.max_frame_rate && !session.items.empty())
     {
-        add_doubt(session, std::string("/") + name, document[name], session.max_frame_rate,
-                  "the sensors need longer for a frame, so the server leaves frames out");
+        session.doubts.push_back(
+            too_high(std::string("/") + name, document[name], session.max_frame_rate,
+                     "the sensors need longer for a frame, so the server leaves frames out"));
     }
 }
 
@@ -273,7 +275,7 @@ session_plan plan(const json &document)
     session.frame_rate = configured_frame_rate(document, session.items);
     session.header_bytes = header_length(document, session.payload_bytes);
     session.memory_bytes = session_memory(session.items, session.payload_bytes);
-    find_doubts(session, document);
+    find_rates(session, document);
     return session;
 }
 

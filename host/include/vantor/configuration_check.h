@@ -15,8 +15,8 @@ namespace vantor
 
 /**
  * Checks a document against the schema and, if each single member is valid, against the rules between
- * members. It does not check what depends on a server: which sensors it has, and whether they are fast
- * enough.
+ * members, then against the highest rates of a simulated sensor. It does not check which sensors a server
+ * has.
  *
  * @return all faults, but at most most_faults; empty if the document is valid
  */

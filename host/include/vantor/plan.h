@@ -77,7 +77,9 @@ struct session_plan
     size_t memory_bytes = 0;      /**< heap of a board that the session needs while it measures */
     bool sensors_assumed = true;  /**< whether the sensors' figures are assumed, not reported by a server */
     bool memory_assumed = true;   /**< whether the memory is assumed, not reported by a server */
-    std::vector<configuration_fault> doubts; /**< rates that are probably higher than the sensor allows */
+    std::vector<configuration_fault>
+        impossible_rates;                    /**< rates that the sensors refuse; none in a valid document */
+    std::vector<configuration_fault> doubts; /**< rates that are accepted, but probably not reached */
 
     /** Bytes of a frame, at most. */
     [[nodiscard]] size_t frame_bytes() const noexcept
