@@ -3,6 +3,7 @@
  */
 #include "commands/calibrate.h"
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 #include <ostream>
@@ -12,6 +13,7 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
+#include "commands/server_description.h"
 #include "recording/output_file.h"
 #include "vantor/calibration_file.h"
 #include "vantor/client.h"
@@ -55,6 +57,19 @@ nlohmann::json calibrating_configuration(const std::vector<uint64_t> &sensors)
     return {{"groups", std::move(groups)}};
 }
 
+/** Throws an error if a sensor is not connected. */
+void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected)
+{
+    for (const auto id : sensors)
+    {
+        if (std::find(connected.begin(), connected.end(), id) == connected.end())
+        {
+            throw error("Sensor " + std::to_string(id) +
+                        " is not connected to the server; connected: " + join(connected) + ".");
+        }
+    }
+}
+
 /** Sets up a session, and ends it if the command is interrupted meanwhile. */
 std::shared_ptr<const session_metadata> configure(client &server, const nlohmann::json &configuration)
 {
@@ -72,11 +87,13 @@ std::shared_ptr<const session_metadata> configure(client &server, const nlohmann
 /** Calibrates and writes the file. */
 exit_code calibrate(const calibrate_options &options, std::ostream &out)
 {
+    require_different("--sensor", options.sensors);
     require_replaceable(options.output);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
     client server(parse_address(options.connect), {}, loop);
     const auto &connected = server.server().connected_sensors;
+    require_connected(options.sensors, connected);
     const auto sensors =
         options.sensors.empty() ? std::vector<uint64_t>(connected.begin(), connected.end()) : options.sensors;
     const auto metadata = configure(server, calibrating_configuration(sensors));

@@ -4,8 +4,10 @@
 #include "commands/common_options.h"
 
 #include <ostream>
+#include <set>
 
 #include "commands/printable.h"
+#include "commands/usage_error.h"
 
 namespace vantor
 {
@@ -46,6 +48,18 @@ command_option optional_configuration_argument(std::filesystem::path &target)
     option.required = false;
     option.help += "; \"vantor replay\" needs none";
     return option;
+}
+
+void require_different(const char *option, const std::vector<uint64_t> &values)
+{
+    std::set<uint64_t> seen;
+    for (const auto value : values)
+    {
+        if (!seen.insert(value).second)
+        {
+            throw usage_error(std::string(option) + " " + std::to_string(value) + " is given twice");
+        }
+    }
 }
 
 void print_json(std::ostream &out, const nlohmann::ordered_json &document)

@@ -4,9 +4,11 @@
 #ifndef VANTOR_COMMON_OPTIONS_H
 #define VANTOR_COMMON_OPTIONS_H
 
+#include <cstdint>
 #include <filesystem>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -32,6 +34,9 @@ command_option configuration_argument(std::filesystem::path &target);
 
 /** The argument CONFIG of a command that can do without it. */
 command_option optional_configuration_argument(std::filesystem::path &target);
+
+/** Rejects a value that an option has twice; throws usage_error. */
+void require_different(const char *option, const std::vector<uint64_t> &values);
 
 /** Prints a JSON document. Bytes that are not UTF-8 (file names may contain them) are replaced, and
  * characters that would control a terminal are escaped. */

@@ -112,6 +112,7 @@ wish read_wish(const plan_options &options)
     }
     wanted.frame_rate = options.rate;
     wanted.baudrate = link_baudrate(options);
+    require_different("--sensor", options.sensors);
     if (!options.sensors.empty())
     {
         wanted.sensors.assign(options.sensors.begin(), options.sensors.end());

@@ -296,6 +296,28 @@ TEST(command_line, saves_calibrations_to_a_file)
     EXPECT_EQ(sent, json::parse(R"([[{"sensor_id":1,"config":{}},{"sensor_id":2,"config":{}}]])"));
 }
 
+TEST(command_line, refuses_to_calibrate_sensors_that_are_not_there)
+{
+    const test::temporary_directory directory;
+    const fake_server server;
+    const auto file = (directory / "cal.json").string();
+    const auto calibrate = [&](const std::vector<std::string> &sensors) {
+        std::vector<std::string> all = {"calibrate", "--output", file, "--connect", server.address()};
+        for (const auto &sensor : sensors)
+        {
+            all.insert(all.end(), {"--sensor", sensor});
+        }
+        return run(all);
+    };
+    const auto twice = calibrate({"1", "2", "1"});
+    EXPECT_EQ(twice.code, exit_code::usage);
+    EXPECT_THAT(twice.err, HasSubstr("vantor: --sensor 1 is given twice\n"));
+    const auto missing = calibrate({"1", "9"});
+    EXPECT_EQ(missing.code, exit_code::failure);
+    EXPECT_EQ(missing.err, "vantor: Sensor 9 is not connected to the server; connected: 1, 2.\n");
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
 TEST(command_line, shows_recordings)
 {
     const test::temporary_directory directory;

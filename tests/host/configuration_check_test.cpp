@@ -192,6 +192,19 @@ TEST(configuration_check, refuses_rates_that_the_sensor_cannot_reach)
     EXPECT_EQ(frame.allowed, "at most 2535.84: a frame takes longer with these points and sweeps");
 }
 
+TEST(configuration_check, refuses_the_same_sensor_twice_in_a_group)
+{
+    const json item = {{"sensor_id", 2}, {"config", json::object()}};
+    auto other = item;
+    other["sensor_id"] = 1;
+    EXPECT_THAT(check_configuration({{"groups", {{item, other}, {item}}}}), IsEmpty());
+    const auto fault = fault_of({{"groups", {{item, other, item}}}});
+    EXPECT_EQ(fault.pointer, "/groups/0/2/sensor_id");
+    EXPECT_EQ(fault.got, "2");
+    EXPECT_EQ(fault.allowed, "each sensor only once in a group; use another group to measure twice with it");
+    EXPECT_EQ(json(fault.nearest), nullptr);
+}
+
 TEST(configuration_check, reports_every_fault_at_once)
 {
     const auto faults = check_configuration(document_with({{"hwaas", 0}, {"profile", 0}, {"prf", "fast"}}));

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <sstream>
 #include <string>
 
@@ -206,6 +207,10 @@ void check_config(const json &document, const json &config, const pointer &place
     const json nothing = json::object();
     for (const auto &rule : sensor_knowledge()["rules"])
     {
+        if (rule["scope"] == "item")
+        {
+            continue;
+        }
         if (rule["scope"] == "config" || !config.contains("subsweeps"))
         {
             check({rule, config, document}, place, found);
@@ -218,6 +223,23 @@ void check_config(const json &document, const json &config, const pointer &place
     }
 }
 
+/** Checks the items of a group beside each other. */
+void check_group(const json &group, const pointer &place, std::vector<configuration_fault> &found)
+{
+    std::map<json, int> items;
+    for (size_t item = 0; item < group.size(); ++item)
+    {
+        const json context = {{"earlier_items", items[group[item]["sensor_id"]]++}};
+        for (const auto &rule : sensor_knowledge()["rules"])
+        {
+            if (rule["scope"] == "item")
+            {
+                check({rule, group[item], context}, place / item, found);
+            }
+        }
+    }
+}
+
 } // namespace
 
 std::vector<configuration_fault> check_rules(const json &document)
@@ -226,6 +248,7 @@ std::vector<configuration_fault> check_rules(const json &document)
     const auto groups = document.value("groups", json::array());
     for (size_t group = 0; group < groups.size(); ++group)
     {
+        check_group(groups[group], pointer("/groups") / group, found);
         for (size_t item = 0; item < groups[group].size(); ++item)
         {
             check_config(document, groups[group][item]["config"],
