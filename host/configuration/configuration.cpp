@@ -25,7 +25,7 @@ constexpr size_t largest_document = size_t{1} << 20;
 constexpr int deepest_nesting = 64;
 
 /** Most values in a document, which need much more memory than their text: more than recordings need. */
-constexpr size_t most_values = 1'000'000;
+constexpr size_t most_values = 200'000;
 
 /** Reads a text from a file or a pipe; nothing if it cannot be read. */
 std::optional<std::string> read_text(const std::filesystem::path &file)

@@ -30,15 +30,12 @@ constexpr client_timeouts patience{.connect = 60s, .answer = 60s, .configure = 6
 TEST(cancel, ends_a_wait_that_has_begun)
 {
     fake_server server;
-    std::thread other;
     client *waiting = nullptr;
-    // The client sent the command and waits, or is about to.
-    server.on("ping",
-              [&](host_connection &, const json &) { other = std::thread([&] { waiting->cancel(); }); });
+    // On the thread of the server. The client sent the command and waits, or is about to.
+    server.on("ping", [&](host_connection &, const json &) { waiting->cancel(); });
     client host(parse_address(server.address()), patience);
     waiting = &host;
     EXPECT_THROW(host.ping(), cancelled);
-    other.join();
     host.end();
     EXPECT_EQ(host.identify().sensor, "k330");
 }

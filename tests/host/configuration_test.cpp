@@ -131,13 +131,13 @@ TEST(configuration, names_the_place_of_what_is_not_an_item)
 TEST(configuration, limits_the_number_of_values)
 {
     std::string list = "[";
-    for (int i = 0; i < 999'999; ++i)
+    for (int i = 0; i < 199'999; ++i)
     {
-        list += i == 0 ? "[]" : ",{}";
+        list += i == 0 ? "[]" : ",[]";
     }
-    EXPECT_EQ(parse_json_text(list + "]", "x").size(), 999'999U);
+    EXPECT_EQ(parse_json_text(list + "]", "x").size(), 199'999U);
     EXPECT_THAT([&] { parse_json_text(list + ",0]", "x"); },
-                ThrowsMessage<configuration_error>("x is too large: it has more than 1000000 values."));
+                ThrowsMessage<configuration_error>("x is too large: it has more than 200000 values."));
 }
 
 TEST(configuration, reads_numbers_out_of_range_like_the_server)
