@@ -58,12 +58,12 @@ double rate_member(const nlohmann::json &document, const char *name)
     return rate;
 }
 
-/** Decodes the distance of a base step, in metres. */
+/** Decodes the distance of a base step, in metres; NaN if the server does not know it. */
 double step_member(const nlohmann::json &document, const char *name)
 {
     constexpr double longest_m = 1.0;
     const double length_m = number_member(document, name);
-    if (!(length_m > 0.0 && length_m <= longest_m))
+    if (length_m <= 0.0 || length_m > longest_m)
     {
         throw protocol_error("The session metadata have an impossible \"" + std::string(name) +
                              "\": " + document[name].dump() + ".");

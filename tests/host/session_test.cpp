@@ -97,7 +97,6 @@ TEST(session, refuses_metadata_that_contradicts_itself)
          "impossible \"base_step_length_m\": -1e+300"},
         {[](json &m) { m["metadata"][0][0]["base_step_length_m"] = 0; }, "base_step_length_m"},
         {[](json &m) { m["metadata"][0][0]["base_step_length_m"] = 1.5; }, "base_step_length_m"},
-        {[](json &m) { m["metadata"][0][0]["base_step_length_m"] = nullptr; }, "base_step_length_m"},
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"] = {0}; }, "offsets"},
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][1] = 11; }, "subsweep_data_length"},
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][0] = -1; }, "subsweep_data_offset"},
