@@ -64,8 +64,8 @@ void progress_line::update(uint64_t frames, const std::function<std::string()> &
     next_ = now + interval;
     const double span = first_ ? in_seconds(now - *first_).count() : 0.0;
     const double rate = span > 0.0 ? static_cast<double>(frames - first_frames_) / span : 0.0;
-    auto text =
-        progress_text(frames, rate, in_seconds(now - start_).count(), goal_) + (notes ? notes() : std::string());
+    auto text = progress_text(frames, rate, in_seconds(now - start_).count(), goal_) +
+                (notes ? notes() : std::string());
     text.resize(std::min(text.size(), terminal_width() - 1));
     out_ << "\r" << text << std::string(width_ > text.size() ? width_ - text.size() : 0, ' ') << std::flush;
     width_ = std::max(width_, text.size());
