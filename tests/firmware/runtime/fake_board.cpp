@@ -265,6 +265,11 @@ bool zet_vantor_server_gives_up_wait(zet_vantor_server_host_t /*host*/)
     return board.shown.ends_with("end");
 }
 
+bool zet_vantor_server_has_given_up_wait()
+{
+    return board.has_given_up_wait;
+}
+
 void *zet_integration_mem_alloc(size_t size)
 {
     return std::malloc(size);

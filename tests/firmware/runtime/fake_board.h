@@ -52,7 +52,8 @@ struct fake_board_t
     std::vector<call_t> calls;   /**< calls that switched something */
     std::vector<uint32_t> waits; /**< requested durations */
     std::vector<log_entry_t> server_log;
-    std::string shown; /**< to the server, which gives up its wait when this ends with "end" */
+    std::string shown;              /**< to the server, which gives up its wait when this ends with "end" */
+    bool has_given_up_wait = false; /**< the server has given up a wait for a sensor */
     uint64_t last_feed_ns = 0;
     uint64_t longest_unfed_ns = 0; /**< longest time without feeding the watchdog */
 

@@ -41,6 +41,14 @@ TEST_F(runtime_log, sends_warnings_and_errors_to_the_port)
     EXPECT_EQ(board.log.sent, "error: m1: what happened\r\nwarning: m1: what happened\r\n");
 }
 
+TEST_F(runtime_log, sends_nothing_about_a_wait_that_was_given_up)
+{
+    board.has_given_up_wait = true;
+    log_line(ZET_LOG_LEVEL_ERROR, "m1", "Wait for interrupt timeout");
+    EXPECT_EQ(board.log.sent, "");
+    EXPECT_EQ(board.server_log.size(), 1U);
+}
+
 TEST_F(runtime_log, offers_every_line_to_the_host)
 {
     for (const auto &[level, name] : levels)
