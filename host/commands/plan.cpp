@@ -98,7 +98,7 @@ wish read_wish(const plan_options &options)
 {
     wish wanted;
     const auto distance = parse_range("--distance", options.distance, length_units);
-    wanted.nearest_m = distance.lower.value_or(std::min(wanted.nearest_m, distance.upper / 2.0));
+    wanted.nearest_m = distance.lower;
     wanted.farthest_m = distance.upper;
     if (!options.resolution.empty())
     {

@@ -12,6 +12,7 @@
 #include "plot/sensor_scale.h"
 #include "plot/spectrum.h"
 #include "plot/velocity_map_builder.h"
+#include "vantor/plan.h"
 
 namespace vantor
 {
@@ -20,9 +21,6 @@ namespace
 
 /** Maximum number of phases, so that the files for long recordings stay small. */
 constexpr uint64_t most_phases = 4000;
-
-/** Minimum number of sweeps in a frame for a velocity spectrum. */
-constexpr size_t fewest_sweeps = 16;
 
 /** Minimum number of frames for a velocity spectrum. */
 constexpr uint64_t fewest_frames = 16;
@@ -153,7 +151,8 @@ class point_feeder
 {
 public:
     point_feeder(const recorded_item &item, uint64_t frames, uint64_t valid_run, item_analysis &analysis)
-        : analysis_(analysis), layout_(item.layout), between_frames_(layout_.sweeps() < fewest_sweeps),
+        : analysis_(analysis), layout_(item.layout),
+          between_frames_(layout_.sweeps() < fewest_sweeps_of_spectrum),
           noise_(analysis.around.at(subsweep_of(item, analysis.point)).noise),
           frame_noise_(noise_ / std::sqrt(static_cast<double>(std::max<size_t>(layout_.sweeps(), 1)))),
           spectrum_(segment_length(valid_run), between_frames_ ? spectrum_mean::remove : spectrum_mean::keep),

@@ -223,9 +223,9 @@ TEST(command_line, chooses_a_configuration)
                            "--velocity", "0.5..2m/s", "--sensor", "2", "--output", file});
     EXPECT_EQ(text.code, exit_code::success) << text.err;
     EXPECT_THAT(text.out, HasSubstr("  profile 2: the longest pulse that separates the targets\n"));
-    EXPECT_THAT(text.out, HasSubstr("  sweeps_per_frame 8: "));
+    EXPECT_THAT(text.out, HasSubstr("  sweeps_per_frame 16: "));
     EXPECT_THAT(text.out, HasSubstr("  distance  0.2000 to 3.5"));
-    EXPECT_THAT(text.out, HasSubstr("velocity  up to 2.00 m/s, in steps of 0.500 m/s\n"));
+    EXPECT_THAT(text.out, HasSubstr("velocity  up to 2.00 m/s, in steps of 0.250 m/s\n"));
     EXPECT_EQ(run({"validate", file}).code, exit_code::success);
     const auto about = json::parse(run({"plan", "--distance", "3", "--json"}).out);
     EXPECT_EQ(about["not_possible"], json::array());

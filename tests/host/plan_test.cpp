@@ -78,11 +78,16 @@ TEST(plan, expects_the_configured_rate_or_the_highest_one)
 TEST(plan, doubts_rates_that_are_too_high)
 {
     auto document = document_with(json::object());
-    document["max_update_rate"] = 2536.1;
+    document["max_update_rate"] = 2028;
+    EXPECT_THAT(plan(document).doubts, IsEmpty());
+    document["max_update_rate"] = 2029;
     const auto doubts = plan(document).doubts;
     ASSERT_THAT(doubts, SizeIs(1));
     EXPECT_EQ(doubts[0].pointer, "/max_update_rate");
-    EXPECT_EQ(doubts[0].nearest, 2536.09);
+    EXPECT_EQ(doubts[0].got, "2029");
+    EXPECT_EQ(doubts[0].allowed, "at most 2028.87: with the time to measure, read out and send a frame, the "
+                                 "server leaves frames out");
+    EXPECT_EQ(doubts[0].nearest, 2028.87);
 }
 
 TEST(plan, has_the_time_of_groups_one_after_the_other)

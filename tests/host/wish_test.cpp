@@ -112,6 +112,75 @@ TEST(wish, has_an_item_for_each_sensor)
     EXPECT_EQ(chosen.configuration["groups"][0][1]["sensor_id"], 5);
 }
 
+/** Why a member of a configuration was chosen. */
+std::string reason_of(const wish &wanted, const std::string &member)
+{
+    for (const auto &each : choose_configuration(wanted).decisions)
+    {
+        if (each.member == member)
+        {
+            return each.reason;
+        }
+    }
+    return "";
+}
+
+TEST(wish, leaves_time_for_reading_out_and_sending)
+{
+    for (const wish &wanted :
+         {wish{.farthest_m = 2.0, .frame_rate = 20.0, .greatest_velocity = 2.0, .smallest_velocity = 0.051},
+          wish{.nearest_m = 0.0,
+          .farthest_m = 3.0,
+          .resolution_m = 0.1,
+          .frame_rate = 50.0,
+          .greatest_velocity = 1.0},
+          wish{.farthest_m = 5.0, .greatest_velocity = 1.0, .baudrate = 921600.0}})
+    {
+        const auto session = plan(json(choose_configuration(wanted).configuration));
+        const double sending =
+            wanted.baudrate ? static_cast<double>(session.frame_bytes()) * 10.0 / *wanted.baudrate : 0.0;
+        EXPECT_LE(1.25 / session.max_frame_rate + sending, 1.0 / session.frame_rate * 1.000001)
+            << session.frame_rate;
+    }
+}
+
+TEST(wish, has_enough_sweeps_for_a_spectrum)
+{
+    const auto chosen =
+        choose_configuration({.farthest_m = 5.0, .frame_rate = 50.0, .greatest_velocity = 1.0});
+    EXPECT_THAT(chosen.shortfalls, IsEmpty());
+    EXPECT_GE(config_of(chosen)["sweeps_per_frame"], 16);
+    EXPECT_LE(config_of(chosen)["sweep_rate"], 1600);
+    const auto slow = choose_configuration({.farthest_m = 5.0, .greatest_velocity = 0.01});
+    EXPECT_EQ(config_of(slow)["sweep_rate"], 8);
+    EXPECT_EQ(config_of(slow)["sweeps_per_frame"], 16);
+    EXPECT_THAT(slow.shortfalls, IsEmpty());
+    EXPECT_EQ(shortfall_of({.farthest_m = 5.0, .frame_rate = 10.0, .greatest_velocity = 0.01}).wish, "rate");
+    EXPECT_EQ(
+        shortfall_of({.farthest_m = 28.8, .resolution_m = 0.08, .frame_rate = 1.0, .greatest_velocity = 0.1})
+            .wish,
+        "velocity spectrum");
+}
+
+TEST(wish, has_reasons_that_are_true)
+{
+    EXPECT_EQ(reason_of({.farthest_m = 1.0, .frame_rate = 1.0}, "hwaas"),
+              "the most pulses for each point, for the least noise");
+    EXPECT_EQ(reason_of({.farthest_m = 5.0, .frame_rate = 400.0}, "hwaas"),
+              "as many pulses for each point as fit in half of the frame period, for the least noise");
+    EXPECT_EQ(reason_of({.farthest_m = 5.0, .frame_rate = 20.0, .greatest_velocity = 2.0}, "hwaas"),
+              "as many pulses for each point as sweep rate and frame rate allow, for the least noise");
+    EXPECT_EQ(reason_of({.farthest_m = 20.0}, "prf"),
+              "the highest one with unambiguous echoes from the farthest distance");
+    EXPECT_EQ(reason_of({.farthest_m = 5000.0}, "prf"), "the lowest one: it reaches farthest");
+    EXPECT_EQ(reason_of({.farthest_m = 5.0, .baudrate = 9600.0}, "max_update_rate"),
+              "the link carries no more");
+    EXPECT_EQ(reason_of({.farthest_m = 5.0, .frame_rate = 20.0}, "max_update_rate"), "the frame rate");
+    EXPECT_EQ(reason_of({.farthest_m = 5.0}, "start_point"),
+              "from 0.2 m; choose another distance with --distance 0..5");
+    EXPECT_EQ(reason_of({.nearest_m = 0.3, .farthest_m = 5.0}, "start_point"), "the nearest distance");
+}
+
 /** A random wish; the same seed gives the same wish. */
 wish random_wish(unsigned seed)
 {
@@ -124,7 +193,7 @@ wish random_wish(unsigned seed)
         return pick(1.0, 4.0) > 2.0 ? std::optional(value) : std::nullopt;
     };
     wish wanted{.nearest_m = pick(0.01, 2.0)};
-    wanted.farthest_m = wanted.nearest_m + pick(0.001, 40.0);
+    wanted.farthest_m = *wanted.nearest_m + pick(0.001, 40.0);
     wanted.resolution_m = maybe(0.01, 1.0);
     wanted.frame_rate = maybe(0.01, 1e5);
     wanted.greatest_velocity = maybe(1e-6, 1e3);
@@ -157,7 +226,7 @@ TEST(wish, is_met_or_reported)
         EXPECT_THAT(session.doubts, IsEmpty());
         const auto &item = session.items.at(0);
         const auto &subsweep = item.subsweeps.at(0);
-        EXPECT_LE(subsweep.first_m, wanted.nearest_m + 1e-6);
+        EXPECT_LE(subsweep.first_m, *wanted.nearest_m + 1e-6);
         EXPECT_TRUE(is_met(chosen, "distance", subsweep.last_m >= wanted.farthest_m - 1e-6));
         EXPECT_GE(subsweep.points_per_pulse(), 2.0);
         EXPECT_TRUE(is_met(chosen, "resolution",

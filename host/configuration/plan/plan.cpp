@@ -229,11 +229,12 @@ void find_rates(session_plan &session, const json &document)
         find_impossible_rates(session, item, document);
     }
     const char *name = document.contains("max_update_rate") ? "max_update_rate" : "update_rate";
-    if (document.value(name, 0.0) > session.max_frame_rate && !session.items.empty())
+    const double highest = lasting_frame_rate(session, std::nullopt);
+    if (document.value(name, 0.0) > highest && !session.items.empty())
     {
         session.doubts.push_back(
-            too_high(std::string("/") + name, document[name], session.max_frame_rate,
-                     "the sensors need longer for a frame, so the server leaves frames out"));
+            too_high(std::string("/") + name, document[name], highest,
+                     "with the time to measure, read out and send a frame, the server leaves frames out"));
     }
 }
 
@@ -277,6 +278,12 @@ session_plan plan(const json &document)
     session.memory_bytes = session_memory(session.items, session.payload_bytes);
     find_rates(session, document);
     return session;
+}
+
+double lasting_frame_rate(const session_plan &session, std::optional<double> baudrate)
+{
+    const double measuring = 1.0 / (session.max_frame_rate * measuring_share);
+    return 1.0 / (measuring + (baudrate ? 1.0 / link_frame_rate(session, *baudrate) : 0.0));
 }
 
 double link_frame_rate(const session_plan &session, double baudrate)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
 
 #include "configuration/sensor_knowledge.h"
 #include "vantor/plan.h"
@@ -18,6 +19,12 @@ using nlohmann::ordered_json;
 
 /** Frames per second if nothing else is wanted. */
 constexpr double default_frame_rate = 10.0;
+
+/** Distance of the first point in metres if only the farthest distance is wanted. */
+constexpr double default_nearest = 0.2;
+
+/** Most that the sweep rate is raised above the wanted one, so that a frame has enough sweeps. */
+constexpr double most_raise = 2.0;
 
 /** Sweeps in a frame if only the greatest velocity is wanted. */
 constexpr double default_sweeps = 32.0;
@@ -35,6 +42,15 @@ ordered_json to_number(double value)
     constexpr double largest_integer = 1e15;
     return value == std::floor(value) && value < largest_integer ? ordered_json(std::llround(value))
                                                                  : ordered_json(value);
+}
+
+/** A number with up to four digits. */
+std::string short_text(double value)
+{
+    std::ostringstream text;
+    text.precision(4);
+    text << value;
+    return text.str();
 }
 
 /** Chooses the members of a configuration one after the other. */
@@ -59,8 +75,7 @@ public:
             choose_sweep_rate();
             choose_sweeps();
         }
-        limit_rate_to_link();
-        limit_rate_to_sensor();
+        limit_rate();
         choose_hwaas();
         explain_all();
         result_.configuration = document();
@@ -132,7 +147,7 @@ private:
     void choose_points(double points_per_pulse)
     {
         const double step = std::max(1.0, std::floor(width_ / points_per_pulse / base_step_));
-        const double near = std::min(wanted_.nearest_m, far_);
+        const double near = std::min(wanted_.nearest_m.value_or(default_nearest_m()), far_);
         double start = std::floor(near / base_step_ + rounding_error);
         const double count = std::ceil((far_ / base_step_ - start) / step - rounding_error) + 1.0;
         const double last = start + (count - 1.0) * step;
@@ -142,22 +157,53 @@ private:
         config_["num_points"] = std::lround(count);
     }
 
+    /** The first distance if none is wanted. */
+    [[nodiscard]] double default_nearest_m() const
+    {
+        return std::min(default_nearest, wanted_.farthest_m / 2.0);
+    }
+
     /** Sets the sweep rate for the greatest velocity. */
     void choose_sweep_rate()
     {
         double sweep_rate = *wanted_.greatest_velocity / velocity_bound(1.0);
-        if (figures().items[0].max_sweep_rate < sweep_rate)
+        if (figures().items[0].max_sweep_rate < sweep_rate || sweeps_that_fit() < fewest_sweeps_of_spectrum)
         {
             choose_points(least_points_per_pulse);
         }
-        if (const double highest = figures().items[0].max_sweep_rate; highest < sweep_rate)
+        const double highest = std::floor(figures().items[0].max_sweep_rate);
+        sweep_rate_reason_ = "four sweeps for each wavelength at the greatest velocity";
+        if (highest < sweep_rate)
         {
-            sweep_rate = std::floor(highest);
+            sweep_rate = highest;
+            sweep_rate_reason_ = "the highest one with these points";
             miss("greatest velocity", "m/s", *wanted_.greatest_velocity, velocity_bound(sweep_rate),
                  "a sweep takes longer with these points");
         }
         const double lowest = member_schema("sweep_rate")["anyOf"][1]["minimum"];
-        config_["sweep_rate"] = to_number(std::max(sweep_rate, lowest));
+        config_["sweep_rate"] = to_number(raised(std::max(sweep_rate, lowest), highest));
+    }
+
+    /** A sweep rate, raised if a frame has enough sweeps then, at the wanted frame rate. */
+    double raised(double sweep_rate, double highest)
+    {
+        const double left = measuring_share / rate_ - figures().items[0].frame_s;
+        const double needed = std::ceil(fewest_sweeps_of_spectrum / left);
+        const bool helps = wanted_.frame_rate && left > 0.0 && needed > sweep_rate &&
+                           needed <= std::min(highest, most_raise * sweep_rate);
+        if (helps)
+        {
+            sweep_rate_reason_ =
+                "higher than the velocity needs, so that a frame has enough sweeps for a spectrum";
+        }
+        return helps ? needed : sweep_rate;
+    }
+
+    /** The most sweeps whose samples a frame can have. */
+    [[nodiscard]] double sweeps_that_fit() const
+    {
+        return std::min(std::floor(sensor_figure("most_samples") / config_["num_points"].get<double>()),
+                        member_schema("sweeps_per_frame")["maximum"].get<double>());
     }
 
     /** Sets the number of sweeps for the smallest velocity. */
@@ -168,47 +214,42 @@ private:
         const double wanted = wanted_.smallest_velocity
                                   ? std::ceil(slowest / *wanted_.smallest_velocity - rounding_error)
                                   : default_sweeps;
-        const double sweeps = std::clamp(wanted, 2.0, most_sweeps(sweep_rate));
+        const double fewest = std::min<double>(fewest_sweeps_of_spectrum, sweeps_that_fit());
+        const double sweeps = std::clamp(wanted, fewest, std::max(fewest, most_sweeps(sweep_rate)));
         config_["sweeps_per_frame"] = std::lround(sweeps);
         if (wanted_.smallest_velocity && sweeps < wanted)
         {
             miss("smallest velocity", "m/s", *wanted_.smallest_velocity, slowest / sweeps,
                  "more sweeps do not fit in a frame");
         }
+        if (sweeps < fewest_sweeps_of_spectrum)
+        {
+            miss("velocity spectrum", "sweeps", fewest_sweeps_of_spectrum, sweeps,
+                 "a frame cannot have more samples");
+        }
     }
 
     /** The most sweeps that a frame can have, in size and time. */
     [[nodiscard]] double most_sweeps(double sweep_rate) const
     {
-        const double points = config_["num_points"];
-        const double in_frame = std::min(std::floor(sensor_figure("most_samples") / points),
-                                         member_schema("sweeps_per_frame")["maximum"].get<double>());
-        const double left = 1.0 / rate_ - figures().items[0].frame_s;
-        return std::clamp(std::floor(left * sweep_rate), 2.0, std::max(2.0, in_frame));
+        const double left = measuring_share / rate_ - figures().items[0].frame_s;
+        return std::min(std::floor(left * sweep_rate), sweeps_that_fit());
     }
 
-    void limit_rate_to_link()
+    /** Lowers the frame rate to one that sensor and link keep. */
+    void limit_rate()
     {
-        if (!wanted_.baudrate)
-        {
-            return;
-        }
-        const double possible = link_frame_rate(figures(), *wanted_.baudrate);
-        limit_rate(possible, "the link carries no more");
-    }
-
-    void limit_rate_to_sensor()
-    {
-        limit_rate(figures().max_frame_rate, "a frame takes longer with these points and sweeps");
-    }
-
-    /** Lowers the frame rate to a possible one. */
-    void limit_rate(double possible, const char *reason)
-    {
+        const auto session = figures();
+        const double possible = lasting_frame_rate(session, wanted_.baudrate);
+        rate_reason_ = wanted_.frame_rate ? "the frame rate" : "the default; choose another one with --rate";
         if (possible >= rate_)
         {
             return;
         }
+        const char *reason = lasting_frame_rate(session, std::nullopt) >= rate_
+                                 ? "the link carries no more"
+                                 : "a frame takes longer with these points and sweeps";
+        rate_reason_ = reason;
         const double scale = std::pow(10.0, 2.0 - std::floor(std::log10(possible)));
         rate_ = std::floor(possible * scale) / scale;
         if (wanted_.frame_rate)
@@ -217,13 +258,37 @@ private:
         }
     }
 
-    /** Whether the configuration keeps sweep rate and frame rate; half of the time is left for sending. */
+    /** Whether the configuration keeps sweep rate and frame rate; more pulses than needed take half of the
+     * time. */
     [[nodiscard]] bool is_fast_enough() const
     {
         const auto session = figures();
         const auto &item = session.items[0];
-        return (!item.paced_sweeps || item.max_sweep_rate >= item.sweep_rate) &&
-               session.max_frame_rate >= rate_ * (item.paced_sweeps ? 1.0 : 2.0);
+        const bool is_measured = item.paced_sweeps ? item.max_sweep_rate >= item.sweep_rate
+                                                   : session.max_frame_rate >= rate_ * 2.0;
+        return is_measured && lasting_frame_rate(session, wanted_.baudrate) >= rate_;
+    }
+
+    /** Why the number of pulses was chosen. */
+    [[nodiscard]] std::string hwaas_reason() const
+    {
+        if (config_["hwaas"] == member_schema("hwaas")["maximum"])
+        {
+            return "the most pulses for each point, for the least noise";
+        }
+        const std::string limit = wanted_.baudrate                 ? "fit in a frame period beside sending"
+                                  : config_.contains("sweep_rate") ? "sweep rate and frame rate allow"
+                                                                   : "fit in half of the frame period";
+        return "as many pulses for each point as " + limit + ", for the least noise";
+    }
+
+    /** Why the first point was chosen. */
+    [[nodiscard]] std::string start_reason() const
+    {
+        return wanted_.nearest_m
+                   ? "the nearest distance"
+                   : "from " + short_text(default_nearest_m()) +
+                         " m; choose another distance with --distance 0.." + short_text(wanted_.farthest_m);
     }
 
     void choose_hwaas()
@@ -244,19 +309,19 @@ private:
         explain("profile", !wanted_.resolution_m ? "the default; choose another one with --resolution"
                            : width_ > *wanted_.resolution_m ? "the shortest pulse"
                                                             : "the longest pulse that separates the targets");
-        explain("prf", "the highest one with unambiguous echoes from this distance");
-        explain("start_point", "the nearest distance");
+        explain("prf", far_ < wanted_.farthest_m
+                           ? "the lowest one: it reaches farthest"
+                           : "the highest one with unambiguous echoes from the farthest distance");
+        explain("start_point", start_reason());
         explain("step_length", "a part of the pulse width");
         explain("num_points", "up to the farthest distance");
         if (config_.contains("sweep_rate"))
         {
-            explain("sweep_rate", "four sweeps for each wavelength at the greatest velocity");
+            explain("sweep_rate", sweep_rate_reason_);
             explain("sweeps_per_frame", "more sweeps separate smaller velocities");
         }
-        explain("hwaas", "as many pulses for each point as time allows, for the least noise");
-        result_.decisions.push_back(
-            {"max_update_rate", to_number(rate_),
-             wanted_.frame_rate ? "the frame rate" : "the default; choose another one with --rate"});
+        explain("hwaas", hwaas_reason());
+        result_.decisions.push_back({"max_update_rate", to_number(rate_), rate_reason_});
     }
 
     const wish &wanted_;
@@ -265,6 +330,8 @@ private:
     double rate_;                 /**< in frames per second */
     double width_ = 0.0;          /**< of the pulse, in metres */
     double farthest_point_ = 0.0; /**< of the pulse repetition frequency, in base steps */
+    std::string sweep_rate_reason_;
+    std::string rate_reason_;
     ordered_json config_;
     choice result_;
 };

@@ -15,6 +15,12 @@
 namespace vantor
 {
 
+/** Sweeps in a frame from which its velocity spectrum can be computed. */
+inline constexpr size_t fewest_sweeps_of_spectrum = 16;
+
+/** The part of a frame period that sensors can measure; the rest is for reading out and sending the frame. */
+inline constexpr double measuring_share = 0.8;
+
 /** A sub-sweep of an item. */
 struct subsweep_plan
 {
@@ -100,6 +106,14 @@ struct session_plan
  * @param document  a document in which check_configuration finds no fault
  */
 session_plan plan(const nlohmann::json &document);
+
+/**
+ * Highest frame rate that a server keeps, in frames per second. It measures a frame, then reads it out and
+ * sends it: measuring takes at most measuring_share of the time that is left beside sending.
+ *
+ * @param baudrate  of the link; nothing if its time is negligible
+ */
+double lasting_frame_rate(const session_plan &session, std::optional<double> baudrate);
 
 /** Highest frame rate of a session on a link, in frames per second. */
 double link_frame_rate(const session_plan &session, double baudrate);
