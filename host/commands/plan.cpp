@@ -59,6 +59,15 @@ struct plan_options
 
 constexpr unit velocity_units[] = {{"m/s", 1.0}};
 
+/** The first number of a range; with the unit of the second if it has none itself. */
+std::optional<double> parse_lower(const std::string &text, const std::string &second,
+                                  std::span<const unit> units)
+{
+    constexpr const char *digits = "0123456789.";
+    const bool has_unit = text.find_last_of(digits) + 1 != text.size();
+    return parse_quantity(has_unit ? text : text + second.substr(second.find_last_of(digits) + 1), units);
+}
+
 /** The two ends of a range; the lower one is missing in "5". */
 struct range
 {
@@ -66,17 +75,25 @@ struct range
     double upper = 0.0;
 };
 
-/** Reads "5" or "0.2..5", each with an optional unit. */
+/** Reads "5" or "0.2..5", each with an optional unit; that of the second number is for both if the first has
+ * none. */
 range parse_range(const char *option, const std::string &text, std::span<const unit> units)
 {
     const auto dots = text.find("..");
-    const auto upper = parse_quantity(dots == std::string::npos ? text : text.substr(dots + 2), units);
-    const auto lower = dots == std::string::npos ? std::nullopt : parse_quantity(text.substr(0, dots), units);
-    if (!upper || lower.value_or(0.0) < 0.0 || *upper <= lower.value_or(0.0) ||
-        (dots != std::string::npos && !lower))
+    const bool is_range = dots != std::string::npos;
+    const auto second = is_range ? text.substr(dots + 2) : text;
+    const auto upper = parse_quantity(second, units);
+    const auto lower = is_range ? parse_lower(text.substr(0, dots), second, units) : std::nullopt;
+    const bool has_third_dot = second.starts_with('.') && is_range;
+    if (!upper || *upper <= 0.0 || has_third_dot || lower.value_or(0.0) < 0.0 || (is_range && !lower))
     {
         throw usage_error(std::string(option) + ": \"" + text +
                           "\" is not a range; use a number above 0, or two such as 0.2..5");
+    }
+    if (lower && *lower >= *upper)
+    {
+        throw usage_error(std::string(option) + ": \"" + text +
+                          "\": the first must be smaller than the second");
     }
     return {lower, *upper};
 }

@@ -234,6 +234,20 @@ TEST(command_line, chooses_a_configuration)
     EXPECT_EQ(about["figures"]["frame_rate"], 10.0);
 }
 
+TEST(command_line, uses_the_unit_of_the_second_distance_for_both)
+{
+    const auto first_and_last = [](const std::string &distance) {
+        const auto about = json::parse(run({"plan", "--distance", distance, "--json"}).out);
+        const auto &subsweep = about["figures"]["items"][0]["subsweeps"][0];
+        return std::pair(subsweep["first_m"].get<double>(), subsweep["last_m"].get<double>());
+    };
+    const auto both = first_and_last("0.2m..5m");
+    EXPECT_NEAR(both.first, 0.2, 1e-9);
+    EXPECT_EQ(first_and_last("200..5000mm"), both);
+    EXPECT_EQ(first_and_last("20..500 cm"), both);
+    EXPECT_EQ(first_and_last("20cm..5"), both);
+}
+
 TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
 {
     const test::temporary_directory directory;
@@ -257,7 +271,11 @@ TEST(command_line, refuses_wishes_without_sense)
         {{}, "either a configuration document or --distance"},
         {{"config.json", "--distance", "5"}, "either a configuration document or --distance"},
         {{"config.json", "--rate", "5"}, "need --distance"},
-        {{"--distance", "5..2"}, "--distance: \"5..2\" is not a range"},
+        {{"--distance", "5..2"}, "--distance: \"5..2\": the first must be smaller than the second"},
+        {{"--distance", "5..5"}, "the first must be smaller"},
+        {{"--distance", "0.2...5"}, "--distance: \"0.2...5\" is not a range"},
+        {{"--distance", "0.2....5"}, "is not a range"},
+        {{"--distance", "5", "--sensor", "1", "--sensor", "2", "--sensor", "1"}, "--sensor 1 is given twice"},
         {{"--distance", "0"}, "is not a range"},
         {{"--distance", "-1"}, "is not a range"},
         {{"--distance", "x..5"}, "is not a range"},
