@@ -192,9 +192,7 @@ void print_shortfalls(std::ostream &err, const choice &chosen)
 {
     for (const auto &part : chosen.shortfalls)
     {
-        err << "vantor: " << part.wish << " " << nlohmann::json(part.asked).dump() << " " << part.unit
-            << " is not possible: " << part.reason << "; the nearest is "
-            << nlohmann::json(part.nearest).dump() << " " << part.unit << "\n";
+        err << "vantor: " << to_string(part) << "\n";
     }
 }
 

@@ -262,7 +262,12 @@ TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
         run({"plan", "--distance", "5", "--rate", "1000", "--connect", "serial:/dev/null@9600"});
     EXPECT_EQ(slow.code, exit_code::no_connection);
     EXPECT_THAT(run({"plan", "--distance", "5", "--rate", "1000", "--baud", "9600"}).err,
-                HasSubstr("rate 1000.0 Hz is not possible: the link carries no more"));
+                HasSubstr("rate 1000 Hz is not possible: the link carries no more"));
+    EXPECT_THAT(
+        run({"plan", "--distance", "5000", "--velocity", "0.011..2", "--rate", "20"}).err,
+        testing::MatchesRegex("vantor: distance 5000 m is not possible: [^;]*; the nearest is 28.82 m\n"
+                              "vantor: smallest velocity 0.011 m/s is not possible: [^;]*; the nearest "
+                              "is 0\\.[0-9]{4,5} m/s\n"));
 }
 
 TEST(command_line, refuses_wishes_without_sense)

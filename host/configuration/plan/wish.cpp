@@ -338,6 +338,12 @@ private:
 
 } // namespace
 
+std::string to_string(const shortfall &part)
+{
+    return part.wish + " " + short_text(part.asked) + " " + part.unit + " is not possible: " + part.reason +
+           "; the nearest is " + short_text(part.nearest) + " " + part.unit;
+}
+
 choice choose_configuration(const wish &wanted)
 {
     return chooser(wanted).choose();

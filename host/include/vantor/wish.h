@@ -45,6 +45,9 @@ struct shortfall
     std::string reason;
 };
 
+/** A shortfall as a sentence with rounded numbers. */
+std::string to_string(const shortfall &part);
+
 /** A configuration for a wish. */
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON document does not throw
 struct choice
