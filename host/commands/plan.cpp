@@ -35,7 +35,7 @@ constexpr const char *plan_footer = R"(Examples:
   vantor plan config.json
   vantor plan config.json --connect serial:/dev/ttyACM0@921600
   vantor plan --distance 0.2..5 --resolution 0.1 --rate 20 --velocity 2
-  vantor plan --distance 5m --resolution 6cm --output config.json
+  vantor plan --distance 5m --resolution 10cm --output config.json
       then measure and draw it:
   vantor record config.json --seconds 10 --output recording
   vantor plot recording
@@ -294,7 +294,8 @@ command plan_command()
         .options = {optional_configuration(options->configuration),
                     text("--distance", "Choose a configuration for these distances: 5 or 0.2..5 (m, cm, mm)",
                          options->distance, "RANGE"),
-                    text("--resolution", "Separate targets this far from each other (m, cm, mm)",
+                    text("--resolution",
+                         "Separate equal targets this far from each other by a dip of 3 dB (m, cm, mm)",
                          options->resolution, "LENGTH"),
                     text("--velocity", "Show velocities up to this: 2 or 0.1..2 (m/s)", options->velocity,
                          "RANGE"),

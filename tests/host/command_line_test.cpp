@@ -222,7 +222,7 @@ TEST(command_line, chooses_a_configuration)
     const auto text = run({"plan", "--distance", "20cm..3.5 m", "--resolution", "120mm", "--rate", "20",
                            "--velocity", "0.5..2m/s", "--sensor", "2", "--output", file});
     EXPECT_EQ(text.code, exit_code::success) << text.err;
-    EXPECT_THAT(text.out, HasSubstr("  profile 2: the longest pulse that separates the targets\n"));
+    EXPECT_THAT(text.out, HasSubstr("  profile 1: the longest pulse that separates the targets\n"));
     EXPECT_THAT(text.out, HasSubstr("  sweeps_per_frame 16: "));
     EXPECT_THAT(text.out, HasSubstr("  distance  0.2000 to 3.5"));
     EXPECT_THAT(text.out, HasSubstr("velocity  up to 2.00 m/s, in steps of 0.250 m/s\n"));
@@ -254,9 +254,10 @@ TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
     const auto file = (directory / "config.json").string();
     const auto text = run({"plan", "--distance", "5 m", "--resolution", "1 cm", "--output", file});
     EXPECT_EQ(text.code, exit_code::failure);
-    EXPECT_EQ(text.err,
-              "vantor: resolution 0.01 m is not possible: this is the shortest pulse; the nearest is "
-              "0.0566 m\n");
+    EXPECT_EQ(
+        text.err,
+        "vantor: resolution 0.01 m is not possible: the shortest pulse is 0.0566 m wide; the nearest is "
+        "0.07358 m\n");
     EXPECT_EQ(run({"validate", file}).code, exit_code::success);
     const auto slow =
         run({"plan", "--distance", "5", "--rate", "1000", "--connect", "serial:/dev/null@9600"});

@@ -37,8 +37,10 @@ shortfall shortfall_of(const wish &wanted)
 
 TEST(wish, chooses_the_pulse_by_resolution)
 {
-    for (const auto &[resolution, profile] : {std::pair(1.0, 5), std::pair(0.453, 5), std::pair(0.3, 4),
-                                              std::pair(0.2, 3), std::pair(0.15, 2), std::pair(0.06, 1)})
+    // 1.3 pulse widths are 0.589, 0.368, 0.257, 0.147 and 0.0736 m.
+    for (const auto &[resolution, profile] :
+         {std::pair(1.0, 5), std::pair(0.59, 5), std::pair(0.453, 4), std::pair(0.3, 3), std::pair(0.2, 2),
+          std::pair(0.15, 2), std::pair(0.1, 1), std::pair(0.074, 1)})
     {
         const auto chosen = choose_configuration({.farthest_m = 3.0, .resolution_m = resolution});
         EXPECT_EQ(config_of(chosen)["profile"], profile) << resolution;
@@ -47,7 +49,8 @@ TEST(wish, chooses_the_pulse_by_resolution)
     const auto part = shortfall_of({.farthest_m = 3.0, .resolution_m = 0.01});
     EXPECT_EQ(part.wish, "resolution");
     EXPECT_EQ(part.asked, 0.01);
-    EXPECT_EQ(part.nearest, 0.0566);
+    EXPECT_NEAR(part.nearest, 0.07358, 1e-9);
+    EXPECT_EQ(part.reason, "the shortest pulse is 0.0566 m wide");
 }
 
 TEST(wish, chooses_the_pulse_repetition_frequency_by_distance)
@@ -230,7 +233,9 @@ TEST(wish, is_met_or_reported)
         EXPECT_TRUE(is_met(chosen, "distance", subsweep.last_m >= wanted.farthest_m - 1e-6));
         EXPECT_GE(subsweep.points_per_pulse(), 2.0);
         EXPECT_TRUE(is_met(chosen, "resolution",
-                           subsweep.pulse_width_m <= wanted.resolution_m.value_or(1.0) * accuracy));
+                           subsweep.pulse_width_m * 1.3 <= wanted.resolution_m.value_or(1.0) * accuracy));
+        EXPECT_TRUE(is_met(chosen, "velocity spectrum", !wanted.greatest_velocity || item.sweeps >= 16));
+        EXPECT_LE(session.frame_rate, 0.8 * session.max_frame_rate * accuracy);
         EXPECT_TRUE(is_met(chosen, "rate", session.frame_rate * accuracy >= wanted.frame_rate.value_or(0.0)));
         EXPECT_TRUE(is_met(chosen, "greatest velocity",
                            item.greatest_velocity().value_or(0.0) * accuracy >=

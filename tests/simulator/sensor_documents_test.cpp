@@ -368,6 +368,64 @@ TEST(sensor_documents, have_the_pulse_widths_of_the_simulator)
     EXPECT_EQ(figure("pulse_width").size(), definition("profile")["maximum"]);
 }
 
+/** The dip between the echoes of two equal targets, with points every quarter of the pulse width, in dB. */
+double dip_between(const std::string &profile, double separation_m, double offset_m)
+{
+    const double width = figure("pulse_width").at(profile);
+    const double base_step = figure("base_step");
+    const double near_m = 2.0 + offset_m;
+    const double far_m = near_m + separation_m;
+    // The level falls with the square of the distance.
+    auto scene = scene_with_target(static_cast<float>(near_m), 2.0F);
+    scene.target_count = 2;
+    scene.targets[1] = scene.targets[0];
+    scene.targets[1].distance_m = static_cast<float>(far_m);
+    scene.targets[1].strength_m2 *= static_cast<float>(std::pow(far_m / near_m, 4.0));
+    auto members = clear_view();
+    const int step = static_cast<int>(width / 4.0 / base_step);
+    members["profile"] = std::stoi(profile);
+    members["start_point"] = static_cast<int>((2.0 - width) / base_step);
+    members["step_length"] = step;
+    members["num_points"] = static_cast<int>((separation_m + 2.0 * width) / base_step) / step + 1;
+    const auto samples = measure(members, &scene).samples;
+    const auto level = [&](size_t i) { return std::abs(samples[i]); };
+    const auto middle = static_cast<size_t>((near_m + separation_m / 2.0 - 2.0 + width) / base_step / step);
+    double left = 0.0;
+    double right = 0.0;
+    double lowest = level(middle);
+    for (size_t i = 0; i < samples.size(); ++i)
+    {
+        double &peak = i <= middle ? left : right;
+        peak = std::max<double>(peak, level(i));
+    }
+    for (const size_t i : {middle - 1, middle, middle + 1})
+    {
+        lowest = std::min<double>(lowest, level(i));
+    }
+    return 20.0 * std::log10(std::min(left, right) / lowest);
+}
+
+TEST(sensor_documents, have_the_separation_of_the_simulator)
+{
+    const double separation = figure("separation");
+    for (const auto &[profile, width] : figure("pulse_width").items())
+    {
+        double least = 1000.0;
+        double least_at_a_width = 1000.0;
+        // Over a quarter of a pulse width the points move against the echoes, and the phases turn.
+        for (int i = 0; i < 24; ++i)
+        {
+            const double offset = width.get<double>() / 4.0 * i / 24.0;
+            const double phase = figure("wavelength").get<double>() / 2.0 * (i % 8) / 8.0;
+            least = std::min(least, dip_between(profile, separation * width.get<double>() + phase, offset));
+            least_at_a_width =
+                std::min(least_at_a_width, dip_between(profile, width.get<double>() + phase, offset));
+        }
+        EXPECT_GE(least, 3.0) << profile;
+        EXPECT_LT(least_at_a_width, 3.0) << profile;
+    }
+}
+
 TEST(sensor_documents, have_the_gain_steps_of_the_simulator)
 {
     const auto scene = scene_with_target(2.0F, 10.0F);

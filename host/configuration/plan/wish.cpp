@@ -116,15 +116,23 @@ private:
     {
         const int most = member_schema("profile")["maximum"];
         int chosen = wanted_.resolution_m ? most : member_schema("profile")["default"].get<int>();
-        while (wanted_.resolution_m && chosen > 1 && *pulse_width(chosen) > *wanted_.resolution_m)
+        const double separation = sensor_figure("separation");
+        const auto separates = [&] {
+            return !wanted_.resolution_m || *pulse_width(chosen) * separation <= *wanted_.resolution_m;
+        };
+        while (chosen > 1 && !separates())
         {
             --chosen;
         }
         width_ = *pulse_width(chosen);
         config_["profile"] = chosen;
-        if (wanted_.resolution_m && width_ > *wanted_.resolution_m)
+        profile_reason_ = wanted_.resolution_m ? "the longest pulse that separates the targets"
+                                               : "the default; choose another one with --resolution";
+        if (!separates())
         {
-            miss("resolution", "m", *wanted_.resolution_m, width_, "this is the shortest pulse");
+            profile_reason_ = "the shortest pulse";
+            miss("resolution", "m", *wanted_.resolution_m, width_ * separation,
+                 "the shortest pulse is " + short_text(width_) + " m wide");
         }
     }
 
@@ -276,6 +284,10 @@ private:
         {
             return "the most pulses for each point, for the least noise";
         }
+        if (config_["hwaas"] == 1)
+        {
+            return "more pulses for each point take too long";
+        }
         const std::string limit = wanted_.baudrate                 ? "fit in a frame period beside sending"
                                   : config_.contains("sweep_rate") ? "sweep rate and frame rate allow"
                                                                    : "fit in half of the frame period";
@@ -306,9 +318,7 @@ private:
 
     void explain_all()
     {
-        explain("profile", !wanted_.resolution_m ? "the default; choose another one with --resolution"
-                           : width_ > *wanted_.resolution_m ? "the shortest pulse"
-                                                            : "the longest pulse that separates the targets");
+        explain("profile", profile_reason_);
         explain("prf", far_ < wanted_.farthest_m
                            ? "the lowest one: it reaches farthest"
                            : "the highest one with unambiguous echoes from the farthest distance");
@@ -330,6 +340,7 @@ private:
     double rate_;                 /**< in frames per second */
     double width_ = 0.0;          /**< of the pulse, in metres */
     double farthest_point_ = 0.0; /**< of the pulse repetition frequency, in base steps */
+    std::string profile_reason_;
     std::string sweep_rate_reason_;
     std::string rate_reason_;
     ordered_json config_;

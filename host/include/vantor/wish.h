@@ -16,10 +16,11 @@ namespace vantor
 /** What a person wants to see. */
 struct wish
 {
-    std::optional<double> nearest_m = {};    /**< distance of the first point; 0.2 m if possible if missing */
-    double farthest_m = 0.0;                 /**< distance of the last point; above nearest_m */
-    std::optional<double> resolution_m = {}; /**< targets this far from each other shall look like two */
-    std::optional<double> frame_rate = {};   /**< in frames per second */
+    std::optional<double> nearest_m = {}; /**< distance of the first point; 0.2 m if possible if missing */
+    double farthest_m = 0.0;              /**< distance of the last point; above nearest_m */
+    std::optional<double> resolution_m =
+        {}; /**< two equal targets this far from each other shall have a dip of 3 dB between them */
+    std::optional<double> frame_rate = {};        /**< in frames per second */
     std::optional<double> greatest_velocity = {}; /**< in metres per second */
     std::optional<double> smallest_velocity = {}; /**< in metres per second; only with a greatest one */
     std::optional<double> baudrate = {};          /**< of the link to the server */
