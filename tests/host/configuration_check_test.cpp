@@ -62,6 +62,10 @@ TEST(configuration_check, finds_each_kind_of_fault)
         {{{"num_points", "many"}}, "/groups/0/0/config/num_points", nullptr},
         {{{"enable_tx", 1}}, "/groups/0/0/config/enable_tx", nullptr},
         {{{"prf", "13.0_MHz"}}, "/groups/0/0/config/prf", "13_0_MHz"},
+        {{{"prf", "20_MHz"}}, "/groups/0/0/config/prf", "19_5_MHz"},
+        {{{"prf", "5_MHz"}}, "/groups/0/0/config/prf", "5_2_MHz"},
+        {{{"prf", "9 MHz"}}, "/groups/0/0/config/prf", "8_7_MHz"},
+        {{{"prof", 2}}, "/groups/0/0/config/prof", "profile"},
         {{{"inter_frame_idle_state", "Ready"}}, "/groups/0/0/config/inter_frame_idle_state", "ready"},
         {{{"frame_rate", -1}}, "/groups/0/0/config/frame_rate", 0},
         {{{"frame_rate", 0.009}}, "/groups/0/0/config/frame_rate", 0.01},
@@ -203,6 +207,15 @@ TEST(configuration_check, refuses_the_same_sensor_twice_in_a_group)
     EXPECT_EQ(fault.got, "2");
     EXPECT_EQ(fault.allowed, "each sensor only once in a group; use another group to measure twice with it");
     EXPECT_EQ(json(fault.nearest), nullptr);
+}
+
+TEST(configuration_check, names_the_closest_member_or_all)
+{
+    EXPECT_EQ(fault_of(document_with({{"step_lenght", 2}})).allowed, "only the documented members");
+    auto document = document_with(json::object());
+    document["groups"][0][0]["zzzzzzzzzzzzzzzz"] = 1;
+    EXPECT_EQ(fault_of(document).allowed, "only cca_debug, cca_enable, cca_threshold, config, cpd_overrides, "
+                                          "sensor_id");
 }
 
 TEST(configuration_check, reports_every_fault_at_once)

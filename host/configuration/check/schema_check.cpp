@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
-#include <optional>
 #include <regex>
-#include <string_view>
+
+#include "configuration/check/nearest_word.h"
 
 namespace vantor
 {
@@ -18,42 +17,15 @@ namespace
 
 using nlohmann::json;
 
-/** Number of single-letter changes between two texts (Levenshtein distance). */
-size_t edit_distance(std::string_view from, std::string_view to)
+/** Joins words with commas. */
+std::string joined(const std::vector<std::string> &words)
 {
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < from.size(); ++i)
-    {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < to.size(); ++j)
-        {
-            const size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-/** The word closest to a text; null if none is close. */
-nlohmann::ordered_json closest_word(const std::string &text, const std::vector<std::string> &words)
-{
-    nlohmann::ordered_json best;
-    size_t best_distance = text.size() / 2 + 2;
+    std::string text;
     for (const auto &word : words)
     {
-        // A much longer text can be very long.
-        const bool too_long = text.size() >= word.size() + best_distance;
-        if (const auto distance = too_long ? best_distance : edit_distance(text, word);
-            distance < best_distance)
-        {
-            best = word;
-            best_distance = distance;
-        }
+        text += (text.empty() ? "" : ", ") + word;
     }
-    return best;
+    return text;
 }
 
 /** Whether a value has a JSON Schema type; a number without a fraction is an integer. */
@@ -222,7 +194,7 @@ private:
         const auto word = value.get<std::string>();
         if (std::find(words.begin(), words.end(), word) == words.end())
         {
-            add(place, shorten(value), describe(schema), closest_word(word, words));
+            add(place, shorten(value), describe(schema), nearest_word(word, words));
         }
     }
 
@@ -285,8 +257,10 @@ private:
             {
                 names.push_back(known);
             }
-            add(place / name, "the member \"" + name + "\"", "only the documented members",
-                closest_word(name, names));
+            const auto nearest = nearest_word(name, names);
+            add(place / name, "the member \"" + name + "\"",
+                "only " + (nearest.is_null() ? joined(names) : std::string("the documented members")),
+                nearest);
         }
     }
 
