@@ -325,7 +325,7 @@ exit_code explain(const CLI::App &app, const CLI::ParseError &failure, const com
         app.exit(failure, streams.out, streams.err);
         return exit_code::success;
     }
-    streams.err << printable(describe(app, failure)) << "\n" << help_hint;
+    streams.err << "vantor: " << printable(describe(app, failure)) << "\n" << help_hint;
     return exit_code::usage;
 }
 

@@ -316,7 +316,7 @@ command plan_command()
                      .help = "Ask this server for the figures that it knows",
                      .value = &options->connect,
                      .value_name = "ADDRESS"},
-                    {.name = "--baud",
+                    {.name = "--baudrate",
                      .help = "Baud rate of the link; that of a serial --connect if not given",
                      .value = number_value{.target = &options->baudrate, .above = 0.0},
                      .value_name = "NUMBER"},

@@ -35,23 +35,6 @@ constexpr client_timeouts scan_timeouts{.connect = std::chrono::milliseconds(500
                                         .answer = std::chrono::milliseconds(500)};
 constexpr std::chrono::milliseconds scan_time{900};
 
-/** The serial devices of this machine. */
-std::vector<std::string> serial_devices()
-{
-    std::vector<std::string> devices;
-    for (const auto &entry : std::filesystem::directory_iterator("/dev"))
-    {
-        const auto name = entry.path().filename().string();
-        if (std::any_of(serial_device_prefixes.begin(), serial_device_prefixes.end(),
-                        [&name](const char *prefix) { return name.starts_with(prefix); }))
-        {
-            devices.push_back(entry.path().string());
-        }
-    }
-    std::sort(devices.begin(), devices.end());
-    return devices;
-}
-
 /** Tries one device; returns an empty text, or the reason why no server was found. */
 std::string scan_device(const serial_address &where, const link_opener &open,
                         const std::shared_ptr<event_loop> &loop, nlohmann::ordered_json &found)
@@ -100,6 +83,22 @@ void print_servers(std::ostream &out, const nlohmann::ordered_json &found)
 
 } // namespace
 
+std::vector<std::string> serial_devices()
+{
+    std::vector<std::string> devices;
+    for (const auto &entry : std::filesystem::directory_iterator("/dev"))
+    {
+        const auto name = entry.path().filename().string();
+        if (std::any_of(serial_device_prefixes.begin(), serial_device_prefixes.end(),
+                        [&name](const char *prefix) { return name.starts_with(prefix); }))
+        {
+            devices.push_back(entry.path().string());
+        }
+    }
+    std::sort(devices.begin(), devices.end());
+    return devices;
+}
+
 exit_code scan(const scan_options &options, const command_streams &streams)
 {
     const auto loop = std::make_shared<event_loop>();
@@ -112,8 +111,9 @@ exit_code scan(const scan_options &options, const command_streams &streams, cons
                const std::shared_ptr<event_loop> &loop)
 {
     const bool named = !options.devices.empty();
+    const auto devices = named ? options.devices : options.list_devices();
     auto found = nlohmann::ordered_json::array();
-    for (const auto &device : named ? options.devices : serial_devices())
+    for (const auto &device : devices)
     {
         const auto reason = scan_device(
             {.device = device, .baudrate = static_cast<uint32_t>(options.baudrate)}, open, loop, found);
@@ -130,7 +130,11 @@ exit_code scan(const scan_options &options, const command_streams &streams, cons
     {
         print_servers(streams.out, found);
     }
-    if (found.empty())
+    if (devices.empty())
+    {
+        streams.err << "vantor: this machine has no serial device; connect the board, or name a device\n";
+    }
+    else if (found.empty())
     {
         streams.err << "vantor: no serial device answers at " << options.baudrate
                     << " baud; check cables and power, or try another --baudrate\n";

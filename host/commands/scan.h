@@ -21,10 +21,14 @@ namespace vantor
 /** How the names of serial devices in /dev begin. */
 inline constexpr std::array serial_device_prefixes{"ttyACM", "ttyAMA", "ttyS", "ttyUSB"};
 
+/** The serial devices of this machine, sorted. */
+std::vector<std::string> serial_devices();
+
 /** The options of `vantor scan`. */
 struct scan_options
 {
     std::vector<std::string> devices; /**< empty for all serial devices of this machine */
+    std::function<std::vector<std::string>()> list_devices = serial_devices; /**< finds all of them */
     uint64_t baudrate = 115200;
     bool json = false;
 };

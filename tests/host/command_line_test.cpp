@@ -173,7 +173,7 @@ TEST(command_line, shows_the_figures_of_a_document)
     const auto file = directory.write(
         "config.json",
         R"({"max_update_rate": 3000, "groups": [[{"sensor_id": 2, "config": {"sweeps_per_frame": 4}}]]})");
-    const auto text = run({"plan", file.string(), "--baud", "115200"});
+    const auto text = run({"plan", file.string(), "--baudrate", "115200"});
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr("config.json: warning: /max_update_rate: got 3000; allowed: at most 1"));
     EXPECT_THAT(text.out, HasSubstr("group 1, item 1, sensor 2: 640 samples in a frame\n"
@@ -184,7 +184,7 @@ TEST(command_line, shows_the_figures_of_a_document)
     EXPECT_THAT(text.out, HasSubstr("too slow for this rate"));
     EXPECT_THAT(text.out, HasSubstr("* assumed, as for the simulated sensor"));
     const auto figures =
-        json::parse(run({"plan", file.string(), "--baud", "115200", "--json"}).out)["figures"];
+        json::parse(run({"plan", file.string(), "--baudrate", "115200", "--json"}).out)["figures"];
     EXPECT_EQ(figures["payload_bytes"], 2560);
     EXPECT_EQ(figures["warnings"][0]["pointer"], "/max_update_rate");
     EXPECT_EQ(figures["items"][0]["subsweeps"][0]["pulse_width_m"], 0.198);
@@ -262,7 +262,7 @@ TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
     const auto slow =
         run({"plan", "--distance", "5", "--rate", "1000", "--connect", "serial:/dev/null@9600"});
     EXPECT_EQ(slow.code, exit_code::no_connection);
-    EXPECT_THAT(run({"plan", "--distance", "5", "--rate", "1000", "--baud", "9600"}).err,
+    EXPECT_THAT(run({"plan", "--distance", "5", "--rate", "1000", "--baudrate", "9600"}).err,
                 HasSubstr("rate 1000 Hz is not possible: the link carries no more"));
     EXPECT_THAT(
         run({"plan", "--distance", "5000", "--velocity", "0.011..2", "--rate", "20"}).err,
@@ -633,14 +633,14 @@ TEST(command_line, reports_an_unknown_command)
 {
     const auto result = run({"recrod", "config.json"});
     EXPECT_EQ(result.code, exit_code::usage);
-    EXPECT_THAT(result.err, HasSubstr("\"recrod\" is not a vantor command."));
+    EXPECT_THAT(result.err, HasSubstr("vantor: \"recrod\" is not a vantor command."));
 }
 
 TEST(command_line, reports_a_missing_command)
 {
     const auto result = run({});
     EXPECT_EQ(result.code, exit_code::usage);
-    EXPECT_EQ(result.err, "A command is required.\nRun with --help for more information.\n");
+    EXPECT_EQ(result.err, "vantor: A command is required.\nRun with --help for more information.\n");
 }
 
 TEST(command_line, does_not_split_words_in_brackets)
@@ -693,12 +693,15 @@ TEST(command_line, accepts_a_time_out_of_a_self_test_within_its_bounds)
 TEST(command_line, reports_unexpected_arguments_in_order_and_first)
 {
     EXPECT_EQ(run({"validate", "x", "a", "--bogus", "c"}).err,
-              "Unexpected arguments: a --bogus c\nRun with --help for more information.\n");
-    EXPECT_EQ(run({"info", "-d"}).err, "Unexpected argument: -d\nRun with --help for more information.\n");
+              "vantor: Unexpected arguments: a --bogus c\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"info", "-d"}).err,
+              "vantor: Unexpected argument: -d\nRun with --help for more information.\n");
     EXPECT_EQ(run({"--bogus", "info", "x"}).err,
-              "Unexpected argument: --bogus\nRun with --help for more information.\n");
-    EXPECT_EQ(run({"--bogus"}).err, "Unexpected argument: --bogus\nRun with --help for more information.\n");
-    EXPECT_THAT(run({"validate", "--"}).err, HasSubstr("CONFIG is required\n"));
+              "vantor: Unexpected argument: --bogus\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"--bogus"}).err,
+              "vantor: Unexpected argument: --bogus\nRun with --help for more information.\n");
+    EXPECT_EQ(run({"validate", "--"}).err,
+              "vantor: CONFIG is required\nRun with --help for more information.\n");
     EXPECT_EQ(run({"validate", "x", "a", "--help"}).code, exit_code::success);
 }
 
@@ -758,7 +761,7 @@ TEST(command_line, refuses_empty_texts)
     {
         const auto result = run(arguments);
         EXPECT_EQ(result.code, exit_code::usage) << fault;
-        EXPECT_THAT(result.err, testing::StartsWith(fault));
+        EXPECT_THAT(result.err, testing::StartsWith("vantor: " + fault));
     }
 }
 
@@ -768,15 +771,18 @@ TEST(command_line, does_not_use_an_option_as_a_value)
     {
         EXPECT_EQ(run({command, "--json", "x"}).code, exit_code::bad_file) << command;
     }
-    EXPECT_EQ(run({"record", "x", "--frames"}).err, "--frames: the value is missing; expected NUMBER\n"
-                                                    "Run with --help for more information.\n");
+    EXPECT_EQ(run({"record", "x", "--frames"}).err,
+              "vantor: --frames: the value is missing; expected NUMBER\n"
+              "Run with --help for more information.\n");
     const auto swallowed = run({"plot", "x", "--output", "--json"});
     EXPECT_EQ(swallowed.code, exit_code::usage);
-    EXPECT_EQ(swallowed.err, "--output: the value is missing; if it is \"--json\", write --output=--json\n"
-                             "Run with --help for more information.\n");
+    EXPECT_EQ(swallowed.err,
+              "vantor: --output: the value is missing; if it is \"--json\", write --output=--json\n"
+              "Run with --help for more information.\n");
     const auto empty = run({"plot", "x", "--output=", "--json"});
     EXPECT_EQ(empty.code, exit_code::usage);
-    EXPECT_THAT(empty.err, testing::StartsWith("--output: the value is empty; expected FILE: PNG file"));
+    EXPECT_THAT(empty.err,
+                testing::StartsWith("vantor: --output: the value is empty; expected FILE: PNG file"));
     const test::temporary_directory directory;
     EXPECT_EQ(run({"record", "--output=--json", (directory / "none").string()}).code, exit_code::bad_file);
     EXPECT_EQ(run({"plot", "x", "--distance", "-1"}).code, exit_code::bad_file);
@@ -803,7 +809,7 @@ TEST(command_line, describes_wrong_numbers_of_options_and_values)
     {
         const auto result = run(arguments);
         EXPECT_EQ(result.code, exit_code::usage) << fault;
-        EXPECT_EQ(result.err, fault + "Run with --help for more information.\n");
+        EXPECT_EQ(result.err, "vantor: " + fault + "Run with --help for more information.\n");
     }
     EXPECT_EQ(run({"info", "x", "--json", "--json"}).code, exit_code::bad_file);
     EXPECT_EQ(run({"info", "--", "--json=1"}).code, exit_code::bad_file);

@@ -133,6 +133,16 @@ TEST_F(scan_test, prints_json_for_programs)
     EXPECT_THAT(err.str(), HasSubstr("no serial device answers at 115200 baud"));
 }
 
+TEST_F(scan_test, reports_that_there_is_no_device)
+{
+    options.list_devices = [] { return std::vector<std::string>(); };
+    EXPECT_EQ(run({}), exit_code::no_connection);
+    EXPECT_EQ(err.str(), "vantor: this machine has no serial device; connect the board, or name a device\n");
+    options.list_devices = [] { return std::vector<std::string>{"first", "missing"}; };
+    EXPECT_EQ(run({}), exit_code::success);
+    EXPECT_THAT(out.str(), testing::StartsWith("serial:first@115200"));
+}
+
 TEST_F(scan_test, skips_a_silent_device)
 {
     EXPECT_EQ(time_of_a_vain_scan([](host_connection &, const json &) {}), 500ms);
