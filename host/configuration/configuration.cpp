@@ -55,6 +55,23 @@ std::string describe_place(std::string_view text, size_t offset)
     return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
+/** Describes the character at which a text is not JSON. */
+std::string describe_unexpected(std::string_view text, size_t offset)
+{
+    if (offset >= text.size())
+    {
+        return "the text ends too early";
+    }
+    const auto first = static_cast<unsigned char>(text[offset]);
+    if (first == '\n')
+    {
+        return "a line ends within a string";
+    }
+    const bool is_printable = first > 0x1F && first < 0x7F;
+    return is_printable ? "unexpected \"" + std::string(1, text[offset]) + "\""
+                        : "invalid or unexpected character";
+}
+
 /** Detects, during parsing, members that appear twice in one object. */
 class repetition_watch
 {
@@ -189,10 +206,9 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
     }
     catch (const nlohmann::json::parse_error &failure)
     {
-        const auto place = describe_place(text, failure.byte == 0 ? 0 : failure.byte - 1);
-        const std::string reason = failure.what();
-        throw configuration_error(name + " is not valid JSON at " + place + ": " +
-                                  reason.substr(std::min(reason.find(": ") + 2, reason.size())));
+        const size_t offset = failure.byte == 0 ? 0 : failure.byte - 1;
+        throw configuration_error(name + " is not valid JSON at " + describe_place(text, offset) + ": " +
+                                  describe_unexpected(text, offset) + ".");
     }
     catch (const nlohmann::json::exception &)
     {

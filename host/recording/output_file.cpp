@@ -65,6 +65,36 @@ std::filesystem::path original_path(const std::filesystem::path &temporary)
                : std::filesystem::path();
 }
 
+/** Creates the directory of a file, if it is missing; throws recording_error if this is not possible. */
+void create_parents(const std::filesystem::path &file)
+{
+    std::error_code failure;
+    const auto directory = file.parent_path();
+    if (!directory.empty())
+    {
+        std::filesystem::create_directories(directory, failure);
+    }
+    if (failure)
+    {
+        throw recording_error("Cannot create " + file.string() + ": the directory " + directory.string() +
+                              " cannot be created: " + failure.message() + ".");
+    }
+}
+
+/** The directories of a file that do not exist, from the innermost on. */
+std::vector<std::filesystem::path> missing_directories(const std::filesystem::path &file)
+{
+    std::vector<std::filesystem::path> missing;
+    std::error_code failure;
+    for (auto directory = file.parent_path();
+         !directory.empty() && !std::filesystem::exists(directory, failure);
+         directory = directory.parent_path())
+    {
+        missing.push_back(directory);
+    }
+    return missing;
+}
+
 /** Throws recording_error if a file cannot be replaced because of what is at its path. */
 void check_place(const std::filesystem::path &path)
 {
@@ -134,6 +164,7 @@ std::filesystem::path place_of(const std::filesystem::path &path, link_rule link
         // A link that somebody creates now is replaced, not followed.
         return path;
     }
+    create_parents(path);
     check_place(path);
     std::error_code failure;
     auto target = std::filesystem::canonical(path, failure);
@@ -377,7 +408,15 @@ void require_no_link_in_recording(const std::filesystem::path &path)
 void require_replaceable(const std::filesystem::path &path, link_rule links)
 {
     const signals_blocked blocked;
-    const new_version tried(path, links);
+    const auto missing = missing_directories(path);
+    {
+        const new_version tried(path, links);
+    }
+    for (const auto &directory : missing)
+    {
+        std::error_code ignored;
+        std::filesystem::remove(directory, ignored);
+    }
 }
 
 void require_shortenable(const std::filesystem::path &path)

@@ -109,7 +109,8 @@ class new_version
 {
 public:
     /**
-     * Creates the temporary file.
+     * Creates the temporary file. Its directory is created if it is missing, but not if links are refused, as
+     * in recordings.
      *
      * @param path   the file to replace or create
      * @param links  what happens if it is a symbolic link

@@ -339,7 +339,7 @@ class Calibrate(CommandTest):
 
     def test_faults(self):
         self.fails(5, "config_sensor_id", "calibrate", "--output", self.path("c.json"), "--sensor", "9")
-        self.fails(7, "missing", "calibrate", "--output", self.path("missing", "c.json"), "--connect", FAST)
+        self.fails(7, "/dev/null", "calibrate", "--output", "/dev/null/c.json", "--connect", FAST)
         self.fails(3, "nothing.json", "record", ONE_SENSOR, "--frames", "1", "--calibration", "nothing.json")
 
 
@@ -371,7 +371,7 @@ class Plot(CommandTest):
     def test_faults(self):
         self.fails(3, "does not exist: give the directory of a recording", "plot", self.path("nothing"))
         recording = self.record()
-        self.fails(7, "missing", "plot", recording, "--output", self.path("missing", "picture.png"))
+        self.fails(7, "/dev/null", "plot", recording, "--output", "/dev/null/picture.png")
         self.fails(2, "--distance 9.000 m is outside the recording, which has 0.200 to ", "plot", recording,
                    "--distance", "9")
 

@@ -854,7 +854,7 @@ TEST(command_line, does_not_calibrate_for_a_file_that_cannot_be_written)
 {
     const fake_server server;
     const test::temporary_directory directory;
-    for (const auto &file : {directory / "missing/out.json", directory / ""})
+    for (const auto &file : {directory.write("file", "") / "out.json", directory / ""})
     {
         const auto result = run({"calibrate", "--output", file.string(), "--connect", server.address()});
         EXPECT_EQ(result.code, exit_code::not_written);

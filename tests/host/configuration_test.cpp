@@ -47,6 +47,28 @@ TEST(configuration, reports_where_an_incomplete_file_ends)
                 ThrowsMessage<configuration_error>(HasSubstr("line 2, column 7")));
 }
 
+TEST(configuration, explains_what_is_not_json_in_a_sentence)
+{
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "text is not valid JSON at line 1, column 1: the text ends too early."},
+        {"{\"a\": 1", "text is not valid JSON at line 1, column 8: the text ends too early."},
+        {"{\n\"a\": 1,\n}", "text is not valid JSON at line 3, column 1: unexpected \"}\"."},
+        {"{\"a\" 1}", "text is not valid JSON at line 1, column 6: unexpected \"1\"."},
+        {"{\"a\": [1 2]}", "text is not valid JSON at line 1, column 10: unexpected \"2\"."},
+        {"{\"a\": tru}", "text is not valid JSON at line 1, column 10: unexpected \"}\"."},
+        {"{\"a\": \"b\n\"}", "text is not valid JSON at line 1, column 9: a line ends within a string."},
+        {"{\"a\": \"b\x01\"}",
+         "text is not valid JSON at line 1, column 9: invalid or unexpected character."},
+        {"{\"a\": \"\xff\"}", "text is not valid JSON at line 1, column 8: invalid or unexpected character."},
+        {"{\"a\": \xc3\xa4}", "text is not valid JSON at line 1, column 7: invalid or unexpected character."},
+    };
+    for (const auto &[text, message] : cases)
+    {
+        EXPECT_THAT([&] { parse_json_text(text, "text"); }, ThrowsMessage<configuration_error>(message))
+            << text;
+    }
+}
+
 TEST(configuration, refuses_repeated_members_of_one_object_only)
 {
     EXPECT_THAT([&] { parse_json_text(R"({"a": {"b": 1, "c": 2, "b": 3}})", "text"); },

@@ -35,7 +35,7 @@ TEST(output_file, replaces_no_file_when_one_cannot_be_written)
     const temporary_directory directory;
     const auto first = directory / "first";
     replace_files({{first, "old"}});
-    EXPECT_THROW(replace_files({{first, "new"}, {directory / "missing/second", "new"}}), recording_error);
+    EXPECT_THROW(replace_files({{first, "new"}, {first / "second", "new"}}), recording_error);
     EXPECT_EQ(read_file(first), "old");
     const std::filesystem::directory_iterator files(first.parent_path());
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
@@ -46,8 +46,7 @@ TEST(output_file, leaves_other_files_alone)
     const temporary_directory directory;
     const auto other = directory.write("first.new", "of the user");
     replace_files({{directory / "first", "one"}});
-    EXPECT_THROW(replace_files({{directory / "first", "new"}, {directory / "missing/second", "new"}}),
-                 recording_error);
+    EXPECT_THROW(replace_files({{directory / "first", "new"}, {other / "second", "new"}}), recording_error);
     EXPECT_EQ(read_file(directory / "first"), "one");
     EXPECT_EQ(read_file(other), "of the user");
 }
@@ -76,16 +75,25 @@ TEST(output_file, replaces_the_target_of_a_symbolic_link)
     EXPECT_EQ(read_file(file), "new");
 }
 
-TEST(output_file, names_a_missing_directory_and_the_file)
+TEST(output_file, creates_missing_directories)
 {
     const temporary_directory directory;
-    const auto file = directory / "missing/file";
+    const auto file = directory / "missing/one/file";
+    replace_files({{file, "new"}});
+    EXPECT_EQ(read_file(file), "new");
+}
+
+TEST(output_file, names_the_directory_that_cannot_be_created)
+{
+    const temporary_directory directory;
+    const auto place = directory.write("file", "old") / "one";
     EXPECT_THAT(
         [&] {
-            replace_files({{file, "new"}});
+            replace_files({{place / "file", "new"}});
         },
-        testing::ThrowsMessage<recording_error>("Cannot create " + file.string() + ": the directory " +
-                                                file.parent_path().string() + " does not exist."));
+        testing::ThrowsMessage<recording_error>("Cannot create " + (place / "file").string() +
+                                                ": the directory " + place.string() +
+                                                " cannot be created: Not a directory."));
 }
 
 TEST(output_file, replaces_files_only_and_leaves_nothing_behind)
@@ -228,7 +236,8 @@ TEST(require_replaceable, changes_nothing)
     require_replaceable(file);
     EXPECT_EQ(read_file(file), "old");
     require_replaceable(directory / "other");
-    EXPECT_THROW(require_replaceable(directory / "missing/other"), recording_error);
+    require_replaceable(directory / "missing/one/other");
+    EXPECT_THROW(require_replaceable(file / "other"), recording_error);
     EXPECT_THROW(require_replaceable(directory / ""), recording_error);
     const auto entries = std::filesystem::directory_iterator(directory / "");
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);

@@ -392,7 +392,11 @@ TEST(picture, reports_when_it_cannot_be_drawn_or_written)
     EXPECT_THROW(draw_recording(empty, {.output = directory / "x.png"}), bad_recording);
     write_turning_recording(directory / "out", 2, 0.0);
     recording_reader recording(directory / "out");
-    EXPECT_THROW(draw_recording(recording, {.output = directory / "no/such/directory.png"}), recording_error);
+    const auto file = directory.write("file", "");
+    EXPECT_THROW(draw_recording(recording, {.output = file / "picture.png"}), recording_error);
+    const auto picture = directory / "new/directory/picture.png";
+    draw_recording(recording, {.output = picture});
+    EXPECT_TRUE(std::filesystem::exists(picture));
 }
 
 TEST(picture, describes_the_distances_of_a_recording)
