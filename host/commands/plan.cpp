@@ -15,6 +15,7 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
+#include "commands/next_command.h"
 #include "commands/plan_report.h"
 #include "commands/printable.h"
 #include "commands/quantity.h"
@@ -252,6 +253,10 @@ exit_code plan_wish(const plan_options &options, const command_streams &streams)
                     << "\n";
     }
     print_shortfalls(streams.err, chosen);
+    if (!options.output.empty() && !options.json)
+    {
+        suggest(streams, "vantor record", options.output);
+    }
     return chosen.shortfalls.empty() ? exit_code::success : exit_code::failure;
 }
 

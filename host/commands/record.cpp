@@ -14,6 +14,7 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
+#include "commands/next_command.h"
 #include "commands/printable.h"
 #include "commands/progress.h"
 #include "commands/recording_report.h"
@@ -224,6 +225,10 @@ exit_code record(const record_options &options, const command_streams &streams,
     if (failure)
     {
         report_failure(failure, writer, finished);
+    }
+    if (!options.json)
+    {
+        suggest(streams, "vantor plot", output);
     }
     return stream.interrupted() ? exit_code::interrupted : exit_code::success;
 }

@@ -9,6 +9,7 @@
 #include <ostream>
 
 #include "commands/common_options.h"
+#include "commands/next_command.h"
 #include "commands/plan_report.h"
 #include "commands/printable.h"
 #include "commands/validation.h"
@@ -28,8 +29,9 @@ This does not need a server. docs/configuration.md describes every member. For a
 "vantor plan" follow.)";
 
 /** Prints the faults of a document, or its figures. */
-exit_code validate(const std::filesystem::path &file, bool json, std::ostream &out)
+exit_code validate(const std::filesystem::path &file, bool json, const command_streams &streams)
 {
+    auto &out = streams.out;
     const auto document = load_configuration(file);
     const auto faults = check_configuration(document);
     const auto session = faults.empty() ? std::optional(plan(document)) : std::nullopt;
@@ -44,6 +46,7 @@ exit_code validate(const std::filesystem::path &file, bool json, std::ostream &o
         out << printable(file.string()) << ": valid\n";
         print_doubts(out, file, *session);
         print_plan(out, *session, std::nullopt);
+        suggest(streams, "vantor record", file);
     }
     else
     {
@@ -67,7 +70,7 @@ command validate_command()
             .footer = validate_footer,
             .options = {configuration_argument(options->configuration), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
-                return validate(options->configuration, options->json, streams.out);
+                return validate(options->configuration, options->json, streams);
             }};
 }
 

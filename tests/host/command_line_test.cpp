@@ -342,6 +342,29 @@ TEST(command_line, refuses_to_calibrate_sensors_that_are_not_there)
     EXPECT_FALSE(std::filesystem::exists(file));
 }
 
+TEST(command_line, prints_the_next_command_on_a_terminal)
+{
+    const test::temporary_directory directory;
+    const auto file = (directory / "config.json").string();
+    const auto on_terminal = [](const std::vector<std::string> &arguments) {
+        std::ostringstream out;
+        std::ostringstream err;
+        run_command_line(arguments, {out, err, true});
+        return err.str();
+    };
+    const std::string next = "next: vantor record " + file + "\n";
+    EXPECT_EQ(on_terminal({"plan", "--distance", "5", "--output", file}), next);
+    EXPECT_EQ(on_terminal({"validate", file}), next);
+    EXPECT_EQ(on_terminal({"plan", "--distance", "5", "--output", file, "--json"}), "");
+    EXPECT_EQ(on_terminal({"validate", file, "--json"}), "");
+    EXPECT_EQ(on_terminal({"plan", "--distance", "5"}), "");
+    EXPECT_EQ(run({"plan", "--distance", "5", "--output", file}).err, "");
+    EXPECT_EQ(run({"validate", file}).err, "");
+    const auto spaced = (directory / "my config.json").string();
+    EXPECT_EQ(on_terminal({"plan", "--distance", "5", "--output", spaced}),
+              "next: vantor record '" + spaced + "'\n");
+}
+
 TEST(command_line, shows_recordings)
 {
     const test::temporary_directory directory;

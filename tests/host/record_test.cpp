@@ -226,7 +226,8 @@ TEST_F(record_test, shows_progress_when_asked_to)
     terminal = true;
     EXPECT_EQ(run(), exit_code::success);
     const std::string line = "2 of 3 frames, 5.0 frames/s, 0 s left";
-    EXPECT_EQ(err.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\r");
+    EXPECT_EQ(err.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\rnext: vantor plot " +
+                             options.output.string() + "\n");
 }
 
 TEST_F(record_test, prints_the_rates_from_the_first_to_the_last_frame)

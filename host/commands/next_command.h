@@ -1,0 +1,25 @@
+/** @file
+ * Suggests what to do after a command.
+ */
+#ifndef VANTOR_NEXT_COMMAND_H
+#define VANTOR_NEXT_COMMAND_H
+
+#include <filesystem>
+#include <string>
+
+#include "commands/command.h"
+
+namespace vantor
+{
+
+/**
+ * Prints the command that usually follows, if a person is watching.
+ *
+ * @param command  such as "vantor record"
+ * @param file     its argument; quoted for a shell if necessary
+ */
+void suggest(const command_streams &streams, const std::string &command, const std::filesystem::path &file);
+
+} // namespace vantor
+
+#endif
