@@ -338,7 +338,7 @@ class Calibrate(CommandTest):
         self.assertEqual(output.count("calibrated at"), 3)
 
     def test_faults(self):
-        self.fails(5, "config_sensor_id", "calibrate", "--output", self.path("c.json"), "--sensor", "9")
+        self.fails(1, "Sensor 9 is not connected", "calibrate", "--output", self.path("c.json"), "--sensor", "9")
         self.fails(7, "/dev/null", "calibrate", "--output", "/dev/null/c.json", "--connect", FAST)
         self.fails(3, "nothing.json", "record", ONE_SENSOR, "--frames", "1", "--calibration", "nothing.json")
 
