@@ -72,26 +72,101 @@ std::string describe_unexpected(std::string_view text, size_t offset)
                         : "invalid or unexpected character";
 }
 
-/** Detects, during parsing, members that appear twice in one object. */
-class repetition_watch
+/**
+ * Checks a text before it becomes a document: its depth, its number of values, and that no object contains a
+ * member twice. A pass of its own, because checks within the parser of documents take time that grows with
+ * the square of the length of a list.
+ */
+class text_check : public nlohmann::json_sax<nlohmann::json>
 {
 public:
-    /** Callback for every step of the parser. */
-    void operator()(nlohmann::json::parse_event_t event, const nlohmann::json &parsed)
+    /** @param text  to check; @param name  its name in messages */
+    text_check(std::string_view text, const std::string &name) : text_(text), name_(name)
     {
-        using step = nlohmann::json::parse_event_t;
-        if (event == step::object_start)
+    }
+
+    bool null() override
+    {
+        return count_value();
+    }
+
+    bool boolean(bool /*value*/) override
+    {
+        return count_value();
+    }
+
+    bool number_integer(number_integer_t /*value*/) override
+    {
+        return count_value();
+    }
+
+    bool number_unsigned(number_unsigned_t /*value*/) override
+    {
+        return count_value();
+    }
+
+    bool number_float(number_float_t /*value*/, const string_t & /*text*/) override
+    {
+        return count_value();
+    }
+
+    bool string(string_t & /*value*/) override
+    {
+        return count_value();
+    }
+
+    bool binary(binary_t & /*value*/) override
+    {
+        return count_value();
+    }
+
+    bool start_object(size_t /*size*/) override
+    {
+        count_value();
+        ++depth_;
+        seen_.emplace_back();
+        return true;
+    }
+
+    bool key(string_t &name) override
+    {
+        if (!seen_.back().insert(name).second)
         {
-            seen_.emplace_back();
+            repeated_ = name;
         }
-        else if (event == step::object_end)
+        return true;
+    }
+
+    bool end_object() override
+    {
+        --depth_;
+        seen_.pop_back();
+        return true;
+    }
+
+    bool start_array(size_t /*size*/) override
+    {
+        count_value();
+        ++depth_;
+        return true;
+    }
+
+    bool end_array() override
+    {
+        --depth_;
+        return true;
+    }
+
+    bool parse_error(size_t position, const std::string & /*token*/,
+                     const nlohmann::json::exception &failure) override
+    {
+        if (dynamic_cast<const nlohmann::json::parse_error *>(&failure) == nullptr)
         {
-            seen_.pop_back();
+            throw configuration_error(name_ + " contains a number that is too large.");
         }
-        else if (event == step::key && !seen_.back().insert(parsed.get<std::string>()).second)
-        {
-            repeated_ = parsed.get<std::string>();
-        }
+        const size_t offset = position == 0 ? 0 : position - 1;
+        throw configuration_error(name_ + " is not valid JSON at " + describe_place(text_, offset) + ": " +
+                                  describe_unexpected(text_, offset) + ".");
     }
 
     /** The last repeated member; empty if there is none. */
@@ -101,8 +176,28 @@ public:
     }
 
 private:
-    std::vector<std::set<std::string>> seen_; /**< for each open object */
+    /** Counts a value that begins; throws if it is too deep or one too many. */
+    bool count_value()
+    {
+        if (depth_ > deepest_nesting)
+        {
+            throw configuration_error(name_ + " nests objects and lists more than " +
+                                      std::to_string(deepest_nesting) + " levels deep.");
+        }
+        if (++values_ > most_values)
+        {
+            throw configuration_error(name_ + " is too large: it has more than " +
+                                      std::to_string(most_values) + " values.");
+        }
+        return true;
+    }
+
+    std::string_view text_;
+    const std::string &name_;
+    std::vector<std::set<std::string>> seen_;
     std::string repeated_;
+    size_t values_ = 0;
+    int depth_ = 0;
 };
 
 /** Returns a member as a number, or the default if it is missing or not a number. */
@@ -179,47 +274,14 @@ nlohmann::json parse_json_text(std::string_view text, const std::string &name)
         throw configuration_error(name + " is not valid JSON at " + describe_place(text, end) +
                                   ": it contains a null byte.");
     }
-    repetition_watch watch;
-    size_t values = 0;
-    nlohmann::json document;
-    try
+    text_check check(text, name);
+    nlohmann::json::sax_parse(text, &check);
+    if (!check.repeated().empty())
     {
-        document = nlohmann::json::parse(
-            text, [&](int depth, nlohmann::json::parse_event_t event, const nlohmann::json &parsed) {
-                if (depth > deepest_nesting)
-                {
-                    throw configuration_error(name + " nests objects and lists more than " +
-                                              std::to_string(deepest_nesting) + " levels deep.");
-                }
-                using step = nlohmann::json::parse_event_t;
-                const bool begins =
-                    event == step::value || event == step::object_start || event == step::array_start;
-                values += begins ? 1 : 0;
-                if (values > most_values)
-                {
-                    throw configuration_error(name + " is too large: it has more than " +
-                                              std::to_string(most_values) + " values.");
-                }
-                watch(event, parsed);
-                return true;
-            });
-    }
-    catch (const nlohmann::json::parse_error &failure)
-    {
-        const size_t offset = failure.byte == 0 ? 0 : failure.byte - 1;
-        throw configuration_error(name + " is not valid JSON at " + describe_place(text, offset) + ": " +
-                                  describe_unexpected(text, offset) + ".");
-    }
-    catch (const nlohmann::json::exception &)
-    {
-        throw configuration_error(name + " contains a number that is too large.");
-    }
-    if (!watch.repeated().empty())
-    {
-        throw configuration_error(name + ": an object contains the member \"" + watch.repeated() +
+        throw configuration_error(name + ": an object contains the member \"" + check.repeated() +
                                   "\" twice; remove one of them.");
     }
-    return document;
+    return nlohmann::json::parse(text);
 }
 
 nlohmann::json load_configuration(const std::filesystem::path &file)

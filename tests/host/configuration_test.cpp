@@ -155,7 +155,7 @@ TEST(configuration, limits_the_number_of_values)
     std::string list = "[";
     for (int i = 0; i < 199'999; ++i)
     {
-        list += i == 0 ? "[]" : ",[]";
+        list += i == 0 ? "[]" : ",{}";
     }
     EXPECT_EQ(parse_json_text(list + "]", "x").size(), 199'999U);
     EXPECT_THAT([&] { parse_json_text(list + ",0]", "x"); },
