@@ -89,8 +89,8 @@ void loss_counter::advance(bool delayed) noexcept
     }
 }
 
-/** Makes the grid earlier if this frame is earlier than its place. A delayed frame does not show the grid,
- * unless there is no gap that may be too large. */
+/** Makes the grid earlier if this frame is earlier than its place. A delayed frame shows the grid only if
+ * no gap before it may have been counted too large. */
 void loss_counter::follow_grid(bool delayed) noexcept
 {
     if (late_ < 0.0 && (!delayed || uncertain_ == 0))

@@ -74,8 +74,8 @@ std::string describe_unexpected(std::string_view text, size_t offset)
 
 /**
  * Checks a text before it becomes a document: its depth, its number of values, and that no object contains a
- * member twice. A pass of its own, because checks within the parser of documents take time that grows with
- * the square of the length of a list.
+ * member twice. This is a separate pass, because the time of checks within the parser of documents
+ * grows with the square of the length of a list.
  */
 class text_check : public nlohmann::json_sax<nlohmann::json>
 {
