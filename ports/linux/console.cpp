@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
@@ -14,25 +15,27 @@
 namespace
 {
 
-/** Characters that follow each other, in UTF-8. Their order is that of the bytes. */
+/** Characters that follow each other, each as the number that its bytes in UTF-8 give. */
 struct characters_t
 {
-    std::string_view first;
-    std::string_view last;
+    uint32_t first;
+    uint32_t last;
 };
 
 /** The characters that control a terminal or the text direction. */
-constexpr std::array control_characters = {characters_t{{"\0", 1}, "\x1F"},
-                                           characters_t{"\x7F", "\xC2\x9F"},
-                                           characters_t{"\xD8\x9C", "\xD8\x9C"},
-                                           characters_t{"\xE2\x80\x8E", "\xE2\x80\x8F"},
-                                           characters_t{"\xE2\x80\xA8", "\xE2\x80\xAE"},
-                                           characters_t{"\xE2\x81\xA6", "\xE2\x81\xA9"}};
+constexpr std::array control_characters = {
+    characters_t{0x00, 0x1F},         characters_t{0x7F, 0xC29F},       characters_t{0xD89C, 0xD89C},
+    characters_t{0xE2808E, 0xE2808F}, characters_t{0xE280A8, 0xE280AE}, characters_t{0xE281A6, 0xE281A9}};
 
 bool is_control(std::string_view character)
 {
-    return std::ranges::any_of(control_characters, [character](const characters_t &range) {
-        return character >= range.first && character <= range.last;
+    uint32_t number = 0;
+    for (const char byte : character)
+    {
+        number = number << 8U | static_cast<uint8_t>(byte);
+    }
+    return std::ranges::any_of(control_characters, [number](const characters_t &range) {
+        return number >= range.first && number <= range.last;
     });
 }
 

@@ -280,7 +280,7 @@ private:
     /** Why the number of pulses was chosen. */
     [[nodiscard]] std::string hwaas_reason() const
     {
-        if (config_["hwaas"] == member_schema("hwaas")["maximum"])
+        if (config_["hwaas"] == member_schema("hwaas")["maximum"].get<int>())
         {
             return "the most pulses for each point, for the least noise";
         }
