@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "client/json_members.h"
+#include "configuration/optional_members.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 
@@ -457,16 +458,10 @@ nlohmann::ordered_json encode_item(const frame_item &item)
                                        {"temperature", item.temperature},
                                        {"calibration_needed", item.calibration_needed},
                                        {"frame_delayed", item.frame_delayed}};
-    const auto add = [&document](const char *name, const auto &value) {
-        if (value)
-        {
-            document[name] = *value;
-        }
-    };
-    add("data_valid", item.data_valid);
-    add("cca_value", item.cca_value);
-    add("cca_detected", item.cca_detected);
-    add("tx_enabled", item.tx_enabled);
+    set_if_known(document, "data_valid", item.data_valid);
+    set_if_known(document, "cca_value", item.cca_value);
+    set_if_known(document, "cca_detected", item.cca_detected);
+    set_if_known(document, "tx_enabled", item.tx_enabled);
     return document;
 }
 

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "configuration/optional_members.h"
+
 namespace vantor
 {
 
@@ -26,17 +28,11 @@ namespace
 nlohmann::ordered_json to_json(const board_info &board)
 {
     auto document = nlohmann::ordered_json::object();
-    const auto add = [&](const char *name, const std::optional<std::string> &value) {
-        if (value)
-        {
-            document[name] = *value;
-        }
-    };
-    add("name", board.name);
-    add("id", board.id);
-    add("reset_cause", board.reset_cause);
-    add("last_fault", board.last_fault);
-    add("sensors", board.sensors);
+    set_if_known(document, "name", board.name);
+    set_if_known(document, "id", board.id);
+    set_if_known(document, "reset_cause", board.reset_cause);
+    set_if_known(document, "last_fault", board.last_fault);
+    set_if_known(document, "sensors", board.sensors);
     return document;
 }
 

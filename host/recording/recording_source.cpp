@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration/optional_members.h"
 #include "recording/input_file.h"
 #include "vantor/recording_error.h"
 
@@ -78,15 +79,9 @@ ordered_json describe_simulator(const std::vector<std::string> &arguments)
 ordered_json describe_board(const board_info &board)
 {
     auto members = ordered_json::object();
-    const auto add = [&members](const char *name, const std::optional<std::string> &value) {
-        if (value)
-        {
-            members[name] = *value;
-        }
-    };
-    add("name", board.name);
-    add("id", board.id);
-    add("sensors", board.sensors);
+    set_if_known(members, "name", board.name);
+    set_if_known(members, "id", board.id);
+    set_if_known(members, "sensors", board.sensors);
     return members;
 }
 
