@@ -36,13 +36,10 @@ constexpr double slow_frames = 3.0;
 /** Upper limit of their time: an hour, in milliseconds. */
 constexpr double longest_time_ms = 3.6e6;
 
-/** Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud. */
-constexpr int64_t slowest_payload = 10;
-
 /** The fewest bytes of a payload that must arrive in a time. */
 size_t fewest_bytes(std::chrono::milliseconds span)
 {
-    return static_cast<size_t>(std::max<int64_t>(1, slowest_payload * span.count() / 1000));
+    return static_cast<size_t>(std::max<int64_t>(1, slowest_payload_rate * span.count() / 1000));
 }
 
 /** Number of bytes that the report about invalid data shows. */

@@ -227,6 +227,7 @@ void session_source::begin_segment(const char *reason)
     resumed_ = reason;
     lost_before_ = lost_;
     silence_ = {};
+    missing_bytes_ = 0;
     damage_.reset();
     // Otherwise a sensor that still asks would be calibrated after every frame.
     asked_ = true;
@@ -304,11 +305,18 @@ std::string session_source::describe_silence() const
            (damage_ ? " The last message was damaged: " + *damage_ : std::string());
 }
 
-/** Whether another part of a frame has arrived since the last call, as on a slow line. */
+/** Whether a frame has begun, or gone on at a sufficient rate since this last returned true. */
 bool session_source::frame_progressed()
 {
-    const auto before = std::exchange(missing_bytes_, server_.bytes_missing());
-    return !damage_ && missing_bytes_ != 0 && (before == 0 || missing_bytes_ < before);
+    const auto missing = server_.bytes_missing();
+    const auto due = std::max<size_t>(1, static_cast<size_t>(slowest_payload_rate * seconds_of(silence_)));
+    const bool progressed =
+        !damage_ && missing != 0 && (missing_bytes_ == 0 || missing + due <= missing_bytes_);
+    if (progressed)
+    {
+        missing_bytes_ = missing;
+    }
+    return progressed;
 }
 
 /** Seconds between the last frame and the first one of a segment: by the clock of the server, unless that may
@@ -339,6 +347,7 @@ void session_source::note_frame(frame &received)
     last_frame_ = now;
     last_tick_ = tick_of(received);
     silence_ = {};
+    missing_bytes_ = 0;
     damage_.reset();
     missing_ = earlier_missing_ + received.missing();
     received.set_missing(missing_);

@@ -506,15 +506,15 @@ TEST_F(record_test, waits_for_a_frame_on_a_slow_line)
         test::stream_frames(0)(host, command);
         const auto payload = example_session().frame_payload(0);
         host.send(example_session().frame_header(0).dump() + "\n");
-        for (size_t place = 0; place < payload.size(); place += 20)
+        for (size_t place = 0; place < payload.size(); place += 100)
         {
             server.pause(9900ms);
-            host.send(payload.substr(place, 20));
+            host.send(payload.substr(place, 100));
         }
     });
     options.frames = 1;
     EXPECT_EQ(run(), exit_code::success);
-    EXPECT_EQ(clock.now(), 19 * 9900ms);
+    EXPECT_EQ(clock.now(), 4 * 9900ms);
 }
 
 TEST_F(record_test, gives_up_on_a_frame_that_stops_arriving)
@@ -526,8 +526,8 @@ TEST_F(record_test, gives_up_on_a_frame_that_stops_arriving)
         host.send("half");
     });
     EXPECT_THROW(run(), timeout_error);
-    // The last second is for an answer to "end".
-    EXPECT_EQ(clock.now(), 16s);
+    // Silence counts from when the frame was seen to begin; the last second is for an answer to "end".
+    EXPECT_EQ(clock.now(), 11100ms);
 }
 
 TEST_F(record_test, ends_at_an_interrupt)

@@ -153,6 +153,37 @@ TEST_F(session_source_test, ends_with_a_lost_link_without_the_policy)
     EXPECT_THROW(receive_for(3s, {}), connection_lost);
 }
 
+/** Sends a frame byte by byte, with a pause after each byte. */
+void trickle_frame(test::scripted_server &server, host_connection &host, test::manual_clock::duration pause)
+{
+    const auto payload = example_session().frame_payload(1);
+    auto header = example_session().frame_header(1);
+    header["payload_size"] = payload.size();
+    host.send(header.dump() + "\n");
+    for (const char byte : payload)
+    {
+        server.pause(pause);
+        host.send(std::string(1, byte));
+    }
+}
+
+// After 10 s, and a second in which the server may answer to "end".
+TEST_F(session_source_test, gives_up_a_frame_that_trickles_in)
+{
+    on_start = [this](host_connection &host) { trickle_frame(server, host, 110ms); };
+    EXPECT_THROW(receive_for(60s, {}), timeout_error);
+    EXPECT_NEAR(std::chrono::duration<double>(clock.now()).count(), 11.0, 0.1);
+}
+
+TEST_F(session_source_test, waits_for_a_frame_over_a_slow_line)
+{
+    on_start = [this](host_connection &host) { trickle_frame(server, host, 90ms); };
+    const auto size = example_session().frame_payload(1).size();
+    ASSERT_GT(size * 90ms, 15s);
+    receive_for(size * 90ms, {});
+    EXPECT_EQ(ticks.size(), 1U);
+}
+
 TEST_F(session_source_test, waits_for_a_busy_server)
 {
     on_start = [this](host_connection &host) {

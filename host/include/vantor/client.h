@@ -47,6 +47,9 @@ struct client_timeouts
     std::chrono::milliseconds frame{10000};     /**< for a single frame */
 };
 
+/** Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud. */
+constexpr int64_t slowest_payload_rate = 10;
+
 /**
  * A conversation with one server.
  *

@@ -136,8 +136,8 @@ private:
     bool lost_before_ = false;   /**< the link was lost before the current segment */
     uint32_t last_tick_ = 0;     /**< of the last frame */
     clock::time_point last_frame_;
-    clock::duration silence_{};    /**< time spent waiting since a part of a frame arrived */
-    size_t missing_bytes_ = 0;     /**< of the current frame, when last looked at */
+    clock::duration silence_{};    /**< time spent waiting since a frame progressed */
+    size_t missing_bytes_ = 0;     /**< of the current frame, when it last progressed */
     uint64_t earlier_missing_ = 0; /**< frames missing in earlier segments */
     uint64_t missing_ = 0;         /**< frames missing in all segments */
     uint64_t damaged_messages_ = 0;
