@@ -31,6 +31,10 @@ try
     start_ = loop_.now();
     while (!done(limits))
     {
+        for (auto *sink : sinks_)
+        {
+            sink->check();
+        }
         const auto wait = longest_wait(limits);
         if (!wait_for_sinks(wait))
         {

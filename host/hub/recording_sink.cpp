@@ -53,6 +53,15 @@ bool recording_sink::ready() const
     return !hub_waits_;
 }
 
+void recording_sink::check()
+{
+    const std::lock_guard lock(mutex_);
+    if (failure_)
+    {
+        std::rethrow_exception(failure_);
+    }
+}
+
 void recording_sink::begin(const segment &next)
 {
     push({.next = next, .what = nullptr});
@@ -80,12 +89,9 @@ std::exception_ptr recording_sink::close()
 /** Adds a job to the queue; throws the failure of an earlier one. */
 void recording_sink::push(job &&added)
 {
+    check();
     {
         const std::lock_guard lock(mutex_);
-        if (failure_)
-        {
-            std::rethrow_exception(failure_);
-        }
         queued_bytes_ += size_of(added.what);
         queue_.push_back(std::move(added));
     }

@@ -39,6 +39,15 @@ bool is_same_layout(const item_layout &one, const item_layout &other)
            std::ranges::equal(one.subsweeps, other.subsweeps, is_same_place);
 }
 
+/** Whether two servers may be the same board. */
+bool is_same_board(const std::optional<board_info> &one, const std::optional<board_info> &other)
+{
+    const auto nothing = board_info{};
+    const auto &left = one.value_or(nothing);
+    const auto &right = other.value_or(nothing);
+    return left.name == right.name && left.id == right.id;
+}
+
 /** Whether an item of a frame asks for a new calibration. */
 bool asks_for_calibration(const frame &received)
 {
@@ -68,7 +77,8 @@ std::vector<int> calibration_temperatures(const session_metadata &metadata)
 session_source::session_source(client &server, nlohmann::json configuration, session_policy policy,
                                event_loop &loop)
     : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop),
-      sensor_(server.server().sensor), ticks_per_second_(server.server().ticks_per_second)
+      sensor_(server.server().sensor), board_(server.server().board),
+      ticks_per_second_(server.server().ticks_per_second)
 {
     configure();
 }
@@ -83,18 +93,18 @@ void session_source::start()
 std::optional<frame> session_source::receive(std::chrono::milliseconds timeout)
 try
 {
-    if (lost_)
-    {
-        connect_again(timeout);
-        return std::nullopt;
-    }
-    if (calibration_due_)
+    if (calibration_due_ && !lost_)
     {
         stop_for_calibration();
     }
     if (!measured_.empty())
     {
         return take_measured();
+    }
+    if (lost_)
+    {
+        connect_again(timeout);
+        return std::nullopt;
     }
     if (stopped_)
     {
@@ -192,6 +202,8 @@ void session_source::calibrate_again()
     server_.end();
     configuration_.erase("calibration_info");
     begin_segment("calibrated again");
+    // Otherwise a sensor that still asks would be calibrated after every frame.
+    asked_ = true;
 }
 
 /** Waits, then tries once to connect, and to begin a session. */
@@ -224,13 +236,16 @@ void session_source::begin_segment(const char *reason)
     configure();
     check_session(*before);
     server_.start();
-    resumed_ = reason;
+    if (last_tick_)
+    {
+        resumed_ = reason;
+    }
     lost_before_ = lost_;
     silence_ = {};
     missing_bytes_ = 0;
     damage_.reset();
-    // Otherwise a sensor that still asks would be calibrated after every frame.
-    asked_ = true;
+    asked_ = false;
+    calibration_due_ = false;
     earlier_missing_ = missing_;
 }
 
@@ -240,7 +255,7 @@ void session_source::check_session(const session_metadata &before) const
     const auto &server = server_.server();
     const bool same = std::ranges::equal(before.items, metadata_->items, is_same_layout) &&
                       before.tick_period == metadata_->tick_period && sensor_ == server.sensor &&
-                      ticks_per_second_ == server.ticks_per_second;
+                      is_same_board(board_, server.board) && ticks_per_second_ == server.ticks_per_second;
     if (!same)
     {
         throw protocol_error("The server now measures something else: it may be another server at the same "
@@ -329,7 +344,7 @@ double session_source::gap_before(const frame &received, clock::time_point now) 
     {
         return arrival;
     }
-    return static_cast<uint32_t>(tick_of(received) - last_tick_) / ticks_per_second_;
+    return static_cast<uint32_t>(tick_of(received) - *last_tick_) / ticks_per_second_;
 }
 
 /** Keeps account of a frame that has arrived. */

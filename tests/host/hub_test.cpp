@@ -87,6 +87,14 @@ public:
         return space > ticks.size();
     }
 
+    void check() override
+    {
+        if (late_failure)
+        {
+            throw error("removed");
+        }
+    }
+
     void begin(const segment &next) override
     {
         ticks.push_back(1000 + static_cast<uint32_t>(next.number));
@@ -104,6 +112,7 @@ public:
     std::vector<uint32_t> ticks;
     size_t space = 1000;
     bool failure = false;
+    bool late_failure = false; /**< after the last frame */
 };
 
 /** A hub with two sinks. */
@@ -188,6 +197,18 @@ TEST_F(hub_test, ends_with_the_failure_of_a_sink)
     second.failure = true;
     EXPECT_THROW(tested.run({.frames = 4, .seconds = 0.0, .stop = {}}), error);
     EXPECT_EQ(first.ticks.size(), 1U);
+    EXPECT_TRUE(source.ended_promptly);
+}
+
+TEST_F(hub_test, ends_with_the_failure_of_a_sink_between_two_frames)
+{
+    source.frames = 5;
+    const auto stop = [&] {
+        second.late_failure = clock.now() >= 1s;
+        return false;
+    };
+    EXPECT_THROW(tested.run({.frames = 0, .seconds = 60.0, .stop = stop}), error);
+    EXPECT_LE(clock.now(), 1100ms);
     EXPECT_TRUE(source.ended_promptly);
 }
 

@@ -232,6 +232,71 @@ TEST_F(session_source_test, receives_what_was_measured_before_it_calibrates_agai
     EXPECT_EQ(count("configure"), 2);
 }
 
+TEST_F(session_source_test, keeps_what_was_measured_in_its_segment_if_the_link_is_lost)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10, starts == 1);
+        if (starts > 1)
+        {
+            send_frame(host, 12);
+        }
+    };
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        send_frame(host, 13);
+        host.close();
+    });
+    receive_for(3s, {.recalibrate = true, .reconnect = true});
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 260000, 200000, 240000));
+    EXPECT_THAT(missing, testing::ElementsAre(0, 0, 1, 1, 2));
+    EXPECT_EQ(segments[2].number, 0U);
+    EXPECT_EQ(segments[3].number, 1U);
+    EXPECT_EQ(segments[3].reason, "connected again");
+}
+
+TEST_F(session_source_test, begins_with_the_first_segment_if_the_link_is_lost_before_the_first_frame)
+{
+    on_start = [this](host_connection &host) {
+        if (starts == 1)
+        {
+            host.close();
+            return;
+        }
+        send_frame(host, 1);
+    };
+    receive_for(3s, {.reconnect = true});
+    ASSERT_EQ(segments.size(), 1U);
+    EXPECT_EQ(segments[0].number, 0U);
+}
+
+TEST_F(session_source_test, calibrates_again_after_connecting_again)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10);
+        if (starts == 1)
+        {
+            host.close();
+            return;
+        }
+        send_frame(host, 11, starts == 2);
+    };
+    receive_for(3s, {.recalibrate = true, .reconnect = true});
+    EXPECT_EQ(count("configure"), 3);
+}
+
+TEST_F(session_source_test, calibrates_again_if_the_first_frame_after_connecting_again_asks)
+{
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10, starts == 2);
+        if (starts == 1)
+        {
+            host.close();
+        }
+    };
+    receive_for(3s, {.recalibrate = true, .reconnect = true});
+    EXPECT_EQ(count("configure"), 3);
+}
+
 TEST_F(session_source_test, takes_the_span_of_a_calibration_from_the_clock_of_the_server)
 {
     on_start = [this](host_connection &host) { send_frame(host, starts == 1 ? 10 : 60, starts == 1); };
@@ -306,6 +371,7 @@ INSTANTIATE_TEST_SUITE_P(
             [](json &, json &metadata) { metadata["metadata"][0][0]["base_step_length_m"] = 0.005; }},
         other_server{"period", [](json &, json &metadata) { metadata["tick_period"] = 40000; }},
         other_server{"sensor", [](json &identity, json &) { identity["sensor"] = "k331"; }},
+        other_server{"board", [](json &identity, json &) { identity["board"] = {{"id", "2"}}; }},
         other_server{"clock", [](json &identity, json &) { identity["ticks_per_second"] = 32768; }}),
     [](const auto &change) { return change.param.name; });
 

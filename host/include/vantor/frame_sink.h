@@ -32,6 +32,15 @@ public:
         return true;
     }
 
+    /**
+     * Called before each frame, and ten times per second.
+     *
+     * @throws the failure of an earlier frame, which ends the stream
+     */
+    virtual void check()
+    {
+    }
+
     /** Begins a segment: the next frame is its first one. Not called for the first segment. */
     virtual void begin(const segment &next) = 0;
 

@@ -56,6 +56,7 @@ public:
     ~recording_sink() override;
 
     [[nodiscard]] bool ready() const override;
+    void check() override;
     void begin(const segment &next) override;
     void add(const std::shared_ptr<const frame> &received) override;
 

@@ -122,8 +122,9 @@ private:
     nlohmann::json configuration_;
     session_policy policy_;
     event_loop &loop_;
-    std::string sensor_;      /**< of the server */
-    double ticks_per_second_; /**< of the server */
+    std::string sensor_;              /**< of the server */
+    std::optional<board_info> board_; /**< of the server */
+    double ticks_per_second_;         /**< of the server */
     std::shared_ptr<const session_metadata> metadata_;
     double rate_ = 0.0; /**< nominal; 0 if unknown */
     segment segment_;
@@ -131,10 +132,10 @@ private:
     bool lost_ = false;                  /**< the link is lost */
     bool asked_ = false;                 /**< the last frame asked for a calibration */
     bool calibration_due_ = false;
-    bool stopped_ = false;       /**< for a calibration */
-    std::deque<frame> measured_; /**< frames that arrived while the stream was stopped */
-    bool lost_before_ = false;   /**< the link was lost before the current segment */
-    uint32_t last_tick_ = 0;     /**< of the last frame */
+    bool stopped_ = false;              /**< for a calibration */
+    std::deque<frame> measured_;        /**< frames that arrived while the stream was stopped */
+    bool lost_before_ = false;          /**< the link was lost before the current segment */
+    std::optional<uint32_t> last_tick_; /**< of the last frame */
     clock::time_point last_frame_;
     clock::duration silence_{};    /**< time spent waiting since a frame progressed */
     size_t missing_bytes_ = 0;     /**< of the current frame, when it last progressed */
