@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "client/json_members.h"
 #include "client/message_kinds.h"
 #include "client/time_left.h"
 #include "vantor/configuration.h"
@@ -142,10 +143,15 @@ std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
     return decode(*received);
 }
 
-void client::stop(const frame_handler &handler)
+uint64_t client::stop(const frame_handler &handler)
 {
-    request({{"command", "stop"}}, handler);
+    const auto answer = request({{"command", "stop"}}, handler);
     streaming_ = false;
+    constexpr auto most = std::numeric_limits<int64_t>::max();
+    const auto left_out = answer.find("frames_left_out");
+    return left_out == answer.end()
+               ? 0
+               : static_cast<uint64_t>(to_integer(*left_out, "frames_left_out", 0, most));
 }
 
 frame client::single_frame()

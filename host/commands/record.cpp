@@ -220,6 +220,7 @@ exit_code record(const record_options &options, const command_streams &streams,
                   .stream = stream,
                   .tally = tally,
                   .source = source,
+                  .frames_reached = options.frames > 0 && stream.frames() >= options.frames,
                   .items = list_items(configuration)},
                  streams.out, options.json);
     if (failure)

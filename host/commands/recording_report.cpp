@@ -30,6 +30,15 @@ std::optional<double> strongest_echo_of(const finished_recording &recorded, size
     return strongest_echo_distance(item, recorded.recorder.statistics()[index]);
 }
 
+/** The frames that were due before the end; 0 if the stream was to end before them, or is faster than the
+ * clock. */
+uint64_t due_at_end(const finished_recording &recorded)
+{
+    constexpr double most_speed = 2.0;
+    const bool is_faster = recorded.stream.measured_rate() > most_speed * recorded.source.nominal_rate();
+    return recorded.frames_reached || is_faster ? 0 : recorded.source.due_at_end();
+}
+
 /** What is known about the stream. */
 stream_facts facts_of(const finished_recording &recorded)
 {
@@ -40,6 +49,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .refused_rate = recorded.source.refused_rate(),
                        .measured_rate = recorded.source.has_clock() ? 0.0 : recorded.stream.measured_rate(),
                        .silence = recorded.stream.silence(),
+                       .due_at_end = due_at_end(recorded),
                        .breaks = recorded.tally.breaks(),
                        .items = {}};
     const auto &layouts = recorded.source.metadata().items;
@@ -70,17 +80,32 @@ void print_items(std::ostream &out, const finished_recording &recorded)
     table.print(out);
 }
 
+/** Seconds from the first to the last frame: by the clock of the server, or of this host if that has none. */
+double seconds(const finished_recording &recorded)
+{
+    return recorded.source.has_clock() ? recorded.writer.seconds() : recorded.stream.seconds();
+}
+
+/** Frames per second by the same clock; 0 if unknown. */
+double measured_rate(const finished_recording &recorded)
+{
+    return recorded.source.has_clock()
+               ? measured_frame_rate(recorded.writer.frames(), recorded.writer.seconds())
+               : recorded.stream.measured_rate();
+}
+
 /** Prints the totals and the warnings. */
 void print_summary(std::ostream &out, const finished_recording &recorded)
 {
     const auto frames = static_cast<double>(recorded.writer.frames());
     const auto bytes = static_cast<double>(recorded.writer.data_length());
-    const double rate = recorded.stream.measured_rate();
+    const double rate = measured_rate(recorded);
     out << recorded.writer.frames() << (recorded.writer.frames() == 1 ? " frame, " : " frames, ")
-        << format_bytes(bytes) << " in " << fixed(recorded.stream.seconds(), 2) << " s";
+        << format_bytes(bytes);
     if (rate > 0.0)
     {
-        out << ": " << fixed(rate, 1) << " frames/s, " << format_bytes(bytes / frames * rate) << "/s";
+        out << " in " << fixed(seconds(recorded), 2) << " s: " << fixed(rate, 1) << " frames/s, "
+            << format_bytes(bytes / frames * rate) << "/s";
     }
     out << "\n";
     for (const auto &line : describe_warnings(facts_of(recorded)))
@@ -136,11 +161,11 @@ ordered_json to_json(const finished_recording &recorded)
     return {{"recording", recorded.writer.directory().string()},
             {"frames", recorded.writer.frames()},
             {"bytes", recorded.writer.data_length()},
-            {"seconds", recorded.stream.seconds()},
+            {"seconds", seconds(recorded)},
             {"interrupted", recorded.stream.interrupted()},
             {"frames_missing", recorded.tally.missing()},
             {"frame_rate", or_null(recorded.source.nominal_rate())},
-            {"measured_frame_rate", or_null(recorded.stream.measured_rate())},
+            {"measured_frame_rate", or_null(measured_rate(recorded))},
             {"disturbances", recorded.source.damaged()},
             {"breaks", std::move(breaks)},
             {"items", std::move(items)},

@@ -127,7 +127,24 @@ void session_source::end()
     {
         throw connection_lost("The link was lost, and could not be connected again before the end.");
     }
+    if (!stopped_)
+    {
+        stop();
+    }
+    due_at_end_ += measured_.size();
     server_.end();
+}
+
+/** Stops the stream, and counts the frames that were due since the last one that was received. */
+void session_source::stop()
+{
+    const uint64_t known = missing_ - earlier_missing_;
+    uint64_t missing = known;
+    const uint64_t left_out = server_.stop([&](frame &&late) {
+        missing = late.missing();
+        ++due_at_end_;
+    });
+    due_at_end_ += std::max(missing, left_out) - known;
 }
 
 void session_source::end_promptly()

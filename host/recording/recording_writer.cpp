@@ -159,6 +159,11 @@ void recording_writer::finish()
     write_documents(true);
 }
 
+double recording_writer::seconds() const noexcept
+{
+    return items_.empty() ? 0.0 : items_.front().seconds();
+}
+
 uint64_t recording_writer::data_length() const noexcept
 {
     uint64_t length = 0;

@@ -45,13 +45,15 @@ double share_of_rate(const stream_facts &facts)
 void describe_silence(const stream_facts &facts, std::vector<std::string> &lines)
 {
     const double period = facts.nominal_rate > 0.0 ? 1.0 / facts.nominal_rate : 0.0;
+    const double silence = facts.silence + static_cast<double>(facts.due_at_end) * period;
     if (facts.frames == 0)
     {
         lines.emplace_back("no frame was recorded");
     }
-    else if (facts.silence > std::max(least_silence, silent_periods * period))
+    else if (silence > std::max(least_silence, silent_periods * period))
     {
-        lines.push_back("no frame in the last " + tenths(facts.silence) + " s");
+        lines.push_back("no frame in the last " + tenths(silence) + " s" +
+                        (facts.due_at_end > 0 ? ": " + count(facts.due_at_end, "frame") + " were due" : ""));
     }
 }
 

@@ -241,10 +241,13 @@ TEST_F(session_source_test, keeps_what_was_measured_in_its_segment_if_the_link_i
             send_frame(host, 12);
         }
     };
-    server.on("stop", [](host_connection &host, const json &) {
+    server.on("stop", [this](host_connection &host, const json &) {
         send_frame(host, 11);
         send_frame(host, 13);
         host.close();
+        server.on("stop", [](host_connection &later, const json &) {
+            later.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+        });
     });
     receive_for(3s, {.recalibrate = true, .reconnect = true});
     EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 260000, 200000, 240000));
@@ -371,7 +374,10 @@ INSTANTIATE_TEST_SUITE_P(
             [](json &, json &metadata) { metadata["metadata"][0][0]["base_step_length_m"] = 0.005; }},
         other_server{"period", [](json &, json &metadata) { metadata["tick_period"] = 40000; }},
         other_server{"sensor", [](json &identity, json &) { identity["sensor"] = "k331"; }},
-        other_server{"board", [](json &identity, json &) { identity["board"] = {{"id", "2"}}; }},
+        other_server{"board",
+                     [](json &identity, json &) {
+                         identity["board"] = {{"id", "2"}};
+                     }},
         other_server{"clock", [](json &identity, json &) { identity["ticks_per_second"] = 32768; }}),
     [](const auto &change) { return change.param.name; });
 

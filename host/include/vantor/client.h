@@ -146,8 +146,9 @@ public:
      * Stops the stream of frames.
      *
      * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
+     * @return how many frames of the stream the server left out because they were late; 0 if not reported
      */
-    void stop(const frame_handler &handler = {});
+    uint64_t stop(const frame_handler &handler = {});
 
     /** Measures one frame. Only allowed while there is no stream. */
     frame single_frame();

@@ -82,6 +82,9 @@ public:
         return frames_;
     }
 
+    /** Seconds from the first to the last frame, as in the frame table of the first item. */
+    [[nodiscard]] double seconds() const noexcept;
+
     /** Number of bytes of samples written, for all items. */
     [[nodiscard]] uint64_t data_length() const noexcept;
 

@@ -60,7 +60,8 @@ public:
      */
     std::optional<frame> receive(std::chrono::milliseconds timeout) override;
 
-    /** Like frame_source::end. Throws connection_lost if the link is lost. */
+    /** Like frame_source::end; counts the frames that are dropped. Throws connection_lost if the link is
+     * lost. */
     void end() override;
     void end_promptly() override;
 
@@ -93,6 +94,15 @@ public:
         return ticks_per_second_ > 0.0;
     }
 
+    /**
+     * Number of frames that were due after the last one that was received, and before the end: those that
+     * arrived too late, and those that the server left out. Only after end(); 0 if the link was lost.
+     */
+    [[nodiscard]] uint64_t due_at_end() const noexcept
+    {
+        return due_at_end_;
+    }
+
     /** Number of damaged messages. */
     [[nodiscard]] uint64_t damaged() const noexcept
     {
@@ -104,6 +114,7 @@ private:
 
     void configure();
     std::nullopt_t note_lost_link();
+    void stop();
     void stop_for_calibration();
     frame take_measured();
     void calibrate_again();
@@ -141,6 +152,7 @@ private:
     size_t missing_bytes_ = 0;     /**< of the current frame, when it last progressed */
     uint64_t earlier_missing_ = 0; /**< frames missing in earlier segments */
     uint64_t missing_ = 0;         /**< frames missing in all segments */
+    uint64_t due_at_end_ = 0;
     uint64_t damaged_messages_ = 0;
     std::optional<std::string> damage_; /**< what was wrong with the last message, if it was damaged */
 };
