@@ -30,23 +30,30 @@ void set_action(int number, void (*handler)(int))
     sigaction(number, &action, nullptr);
 }
 
-/** Sets the action of all signals that are watched. */
-void set_actions(void (*handler)(int))
+/** Sets the action of the signals with which a person ends the program. */
+void set_request_actions(void (*handler)(int))
 {
     set_action(SIGINT, handler);
     set_action(SIGTERM, handler);
+}
+
+/** Sets the action of all signals that are watched. */
+void set_actions(void (*handler)(int))
+{
+    set_request_actions(handler);
     if (watches_hangup != 0)
     {
         set_action(SIGHUP, handler);
     }
 }
 
-/** Signal handler: records that a signal has arrived, and lets the next one end the program. */
+/** Signal handler: records that a signal has arrived, and lets the next one end the program. A second SIGHUP
+ * does not: when a terminal is closed, shell and system send one each. */
 extern "C" void note_signal(int /*number*/)
 {
     const int error_of_program = errno;
     noted = 1;
-    set_actions(SIG_DFL);
+    set_request_actions(SIG_DFL);
     const uint64_t one = 1;
     // It can only fail if there is nothing to wake.
     [[maybe_unused]] const auto written = write(wakes, &one, sizeof one);

@@ -19,7 +19,7 @@ public:
 
 /**
  * While an object of this class exists, the first SIGINT (Ctrl-C), SIGTERM or SIGHUP only sets interrupted();
- * the second one ends the program as usual. SIGINT works also in a process that a shell started in the
+ * a second SIGINT or SIGTERM ends the program as usual. SIGINT works also in a process that a shell started in the
  * background with SIGINT ignored. A SIGHUP that is ignored, as under nohup, stays ignored. Only one object
  * may exist at a time.
  */

@@ -46,6 +46,15 @@ TEST(interrupt_watch, ends_the_program_at_the_second_signal)
     EXPECT_EXIT(receive(SIGHUP, SIGTERM), testing::KilledBySignal(SIGTERM), "");
 }
 
+// A terminal that is closed sends SIGHUP twice: the shell does, and the system.
+TEST(interrupt_watch, lets_the_program_finish_at_a_second_hangup)
+{
+    for (const int first : {SIGHUP, SIGTERM, SIGINT})
+    {
+        EXPECT_EXIT(receive(first, SIGHUP), testing::ExitedWithCode(0), "");
+    }
+}
+
 TEST(interrupt_watch, leaves_an_ignored_hangup_ignored)
 {
     const auto before = std::signal(SIGHUP, SIG_IGN);
