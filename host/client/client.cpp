@@ -182,6 +182,9 @@ void client::end_promptly()
     catch (const error &) // NOLINT(bugprone-empty-catch): the server does not answer
     {
     }
+    catch (const cancelled &) // NOLINT(bugprone-empty-catch): even a second is too long
+    {
+    }
 }
 
 void client::forward_log(std::string_view level, log_handler handler)

@@ -39,7 +39,12 @@ unix_link::unix_link(const unix_address &where, std::chrono::milliseconds timeou
 /** Connects without blocking: not by Asio, which would take a full queue of the server for a success. */
 boost::system::error_code unix_link::connect(const endpoint &where, event_loop::time_point deadline)
 {
-    stream().open();
+    boost::system::error_code failure;
+    stream().open({}, failure);
+    if (failure)
+    {
+        return failure;
+    }
     stream().native_non_blocking(true);
     while (::connect(stream().native_handle(), where.data(), static_cast<socklen_t>(where.size())) != 0)
     {

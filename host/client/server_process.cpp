@@ -32,7 +32,8 @@ constexpr std::string_view program_name = "vantor_server";
 /** Whether a path names an executable file. */
 bool is_program(const std::filesystem::path &path)
 {
-    return std::filesystem::is_regular_file(path) && access(path.c_str(), X_OK) == 0;
+    std::error_code failure;
+    return std::filesystem::is_regular_file(path, failure) && access(path.c_str(), X_OK) == 0;
 }
 
 /** Spawn settings: the server communicates over a socket, and Ctrl-C on the terminal does not reach it. */

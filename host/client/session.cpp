@@ -38,10 +38,16 @@ std::vector<subsweep_layout> decode_subsweeps(const nlohmann::json &document, si
     }
     const auto bound = static_cast<int64_t>(sweep_length);
     std::vector<subsweep_layout> subsweeps;
+    int64_t end = 0;
     for (size_t i = 0; i < offsets.size(); ++i)
     {
         const auto offset = to_integer(offsets[i], "subsweep_data_offset", 0, bound);
         const auto length = to_integer(lengths[i], "subsweep_data_length", 0, bound - offset);
+        if (offset < end)
+        {
+            throw protocol_error("The session metadata has sub-sweeps that overlap.");
+        }
+        end = offset + length;
         subsweeps.push_back({static_cast<size_t>(offset), static_cast<size_t>(length)});
     }
     return subsweeps;
@@ -314,6 +320,28 @@ void check_subsweeps(const item_layout &layout, const item_configuration &item)
     }
 }
 
+/** Counts the values of a document, including those in arrays and objects. */
+size_t count_values(const nlohmann::json &document)
+{
+    size_t count = 1;
+    for (const auto &value : document)
+    {
+        count += value.is_structured() ? count_values(value) : 1;
+    }
+    return count;
+}
+
+/** Throws if the metadata are too long for the documents of a recording. */
+void check_number_of_values(const nlohmann::json &document)
+{
+    constexpr size_t most_values = 50000;
+    if (count_values(document) > most_values)
+    {
+        throw protocol_error("The session metadata have more than " + std::to_string(most_values) +
+                             " values.");
+    }
+}
+
 /** Throws if no message can contain the frames that the metadata announce. This also limits their memory. */
 void check_frame_length(const session_metadata &metadata)
 {
@@ -331,6 +359,7 @@ void check_frame_length(const session_metadata &metadata)
 
 session_metadata decode_metadata(const nlohmann::json &document)
 {
+    check_number_of_values(document);
     session_metadata metadata;
     metadata.tick_period = integer_member<uint32_t>(document, "tick_period");
     metadata.calibrations = decode_calibrations(document);

@@ -384,7 +384,11 @@ TEST(client, refuses_metadata_of_other_subsweeps)
             auto metadata = example_session().metadata;
             auto &item = metadata["metadata"][0][1];
             item["subsweep_data_length"] = lengths;
-            item["subsweep_data_offset"] = json(lengths.size(), 0);
+            item["subsweep_data_offset"] = json::array();
+            for (int offset = 0; const int length : lengths)
+            {
+                item["subsweep_data_offset"].push_back(std::exchange(offset, offset + length));
+            }
             host.send(metadata, "");
         });
         auto host = connect(server);
@@ -447,6 +451,14 @@ TEST(client, refuses_functions_without_a_connection_after_it_failed_to_reconnect
     EXPECT_NO_THROW(host.end_promptly());
     reachable = true;
     EXPECT_NO_THROW(host.reconnect());
+}
+
+TEST(client, does_not_throw_if_it_is_cancelled_while_it_ends_promptly)
+{
+    const fake_server server;
+    auto host = connect(server);
+    host.cancel();
+    EXPECT_NO_THROW(host.end_promptly());
 }
 
 TEST(client, reports_a_path_that_is_too_long_for_a_socket)

@@ -127,7 +127,9 @@ TEST(server_process, is_found_in_path_or_not_at_all)
         std::filesystem::temp_directory_path() / ("vantor-path-" + std::to_string(getpid()));
     std::filesystem::create_directories(directory);
     std::filesystem::create_symlink(VANTOR_FAKE_PROGRAM, directory / "vantor_server");
-    setenv("PATH", ("/does/not/exist:" + directory.string()).c_str(), 1);
+    std::filesystem::create_directory_symlink("circle", directory / "circle");
+    setenv("PATH", ("/does/not/exist:" + (directory / "circle").string() + ":" + directory.string()).c_str(),
+           1);
     EXPECT_EQ(find_server_program(), directory / "vantor_server");
     setenv("PATH", "/does/not/exist", 1);
     EXPECT_THROW(find_server_program(), connect_error);

@@ -100,6 +100,11 @@ TEST(session, refuses_metadata_that_contradicts_itself)
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"] = {0}; }, "offsets"},
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][1] = 11; }, "subsweep_data_length"},
         {[](json &m) { m["metadata"][0][1]["subsweep_data_offset"][0] = -1; }, "subsweep_data_offset"},
+        {[](json &m) {
+             m["metadata"][0][1]["subsweep_data_offset"] = {0, 9};
+         },
+         "sub-sweeps that overlap"},
+        {[](json &m) { m["unknown"] = json(50001, 0); }, "more than 50000 values"},
     };
     for (const auto &[spoil, reason] : cases)
     {
