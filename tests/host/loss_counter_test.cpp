@@ -162,6 +162,32 @@ TEST(loss_counter, does_not_mistake_the_difference_of_clocks_for_frames)
     }
 }
 
+TEST(loss_counter, counts_gaps_exactly_although_clocks_differ)
+{
+    for (const double difference : {-50e-6, 50e-6, -200e-6, 200e-6})
+    {
+        loss_counter counter(1000);
+        const auto longest = static_cast<int64_t>(0.049 / std::abs(difference));
+        uint64_t missing = 0;
+        int64_t place = 0;
+        const auto add_frame = [&] {
+            const auto tick = std::llround(static_cast<double>(place) * 1000.0 * (1.0 + difference));
+            missing = counter.add(static_cast<uint32_t>(tick % (1LL << 32)), 0, false);
+            ++place;
+        };
+        for (int gap = 1; gap <= 100; ++gap)
+        {
+            for (int i = 0; i < 10; ++i)
+            {
+                add_frame();
+            }
+            place += longest;
+            add_frame();
+            EXPECT_EQ(missing, static_cast<uint64_t>(gap * longest)) << difference;
+        }
+    }
+}
+
 TEST(loss_counter, works_with_ticks_that_are_a_large_part_of_the_period)
 {
     loss_counter counter(9.7);

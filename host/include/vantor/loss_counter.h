@@ -14,9 +14,10 @@ namespace vantor
  *
  * Frames are due on a grid, one period apart, and are measured when they are due or later. The counter
  * follows the grid by the frames that are least late, so that neither late frames nor a clock that is off by
- * up to 0.02 % change the count. A gap whose last frame was late by nearly a period can be counted one too
- * large until the stream has caught up. It cannot see gaps of 2^32 ticks or more, because ticks wrap around,
- * nor frames that are missing after the last one.
+ * up to 0.02 % change the count, as long as a gap is shorter than 0.05 periods divided by that. A gap whose
+ * last frame was late by nearly a period can be counted one too large until the stream has caught up. It
+ * cannot see gaps of 2^32 ticks or more, because ticks wrap around, nor frames that are missing after the
+ * last one.
  */
 class loss_counter
 {
