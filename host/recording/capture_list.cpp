@@ -3,6 +3,7 @@
  */
 #include "recording/capture_list.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace vantor
@@ -53,15 +54,21 @@ void gap_finder::add(uint32_t tick, bool delayed)
     if (is_known && known_[next_known_].begins)
     {
         found_.begin(*known_[next_known_].begins);
-        earlier_missing_ = found_.missing();
         counter_ = loss_counter(period_);
     }
-    found_.add(earlier_missing_ + counter_.add(tick, 0, delayed));
+    const auto counted = counter_.add(tick, 0, delayed);
     if (is_known)
     {
-        found_.set_time(known_[next_known_].datetime);
-        ++next_known_;
+        listed_ = known_[next_known_].frames_missing;
+        counted_before_ = counted;
     }
+    // Less than before if the gap that was counted last was one too large.
+    counted_before_ = std::min(counted_before_, counted);
+    if (found_.add(listed_ + counted - counted_before_) && is_known)
+    {
+        found_.set_time(known_[next_known_].datetime);
+    }
+    next_known_ += is_known ? 1 : 0;
     ++frames_;
 }
 

@@ -57,12 +57,15 @@ private:
     uint64_t missing_ = 0;
 };
 
-/** Finds the captures of a recording that was never finished, from the ticks of its frames. */
+/**
+ * Finds the captures of a recording: those that its documents list, and the gaps between and after them that
+ * the ticks of its frames show.
+ */
 class gap_finder
 {
 public:
     /**
-     * @param known   the captures in its documents: those after breaks
+     * @param known   the captures in its documents
      * @param period  ticks between two frames; 0 if unknown
      */
     gap_finder(std::vector<capture> known, double period);
@@ -82,7 +85,8 @@ private:
     double period_;
     loss_counter counter_;
     uint64_t frames_ = 0;
-    uint64_t earlier_missing_ = 0; /**< before the last break */
+    uint64_t listed_ = 0;         /**< missing before the last known capture */
+    uint64_t counted_before_ = 0; /**< of them, in the ticks since the last break */
     capture_list found_;
 };
 
