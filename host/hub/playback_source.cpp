@@ -38,8 +38,8 @@ frame_item item_of(const frame_row &row, uint32_t more_ticks)
 playback_source::playback_source(recording_reader &recording, playback_options options, event_loop &loop)
     : recording_(recording), options_(options), loop_(loop),
       metadata_(std::make_shared<const session_metadata>(recording.session().metadata)),
-      tick_period_(nominal_tick_period(recording.session())), finished_(recording.finished()),
-      captures_(recording.captures()), started_(loop.now())
+      tick_period_(nominal_tick_period(recording.session())), captures_(recording.captures()),
+      started_(loop.now())
 {
     open_tables();
 }
@@ -104,7 +104,8 @@ void playback_source::open_tables()
     capture_ = 0;
     missing_ = 0;
     rows_.reset();
-    gaps_.emplace(captures_, tick_period_);
+    gaps_.emplace(captures_,
+                  period_of_unlisted_gaps(recording_.session(), recording_.finished(), captures_));
     tables_.clear();
     for (size_t i = 0; i < recording_.items().size(); ++i)
     {
@@ -172,7 +173,6 @@ void playback_source::note_place(const frame_row &row)
     if (at_capture())
     {
         const auto &begun = captures_[capture_++];
-        missing_ = begun.frames_missing;
         if (begun.begins && !options_.endless)
         {
             const auto number = segment_.number + 1;
@@ -180,7 +180,7 @@ void playback_source::note_place(const frame_row &row)
             segment_.number = number;
         }
     }
-    missing_ = finished_ ? missing_ : gaps_->found().missing();
+    missing_ = gaps_->found().missing();
 }
 
 double playback_source::ticks_per_second() const noexcept

@@ -100,7 +100,6 @@ private:
     event_loop &loop_;
     std::shared_ptr<const session_metadata> metadata_;
     double tick_period_; /**< nominal; 0 if unknown */
-    bool finished_;      /**< the documents of the recording list all gaps */
     std::vector<capture> captures_;
     std::vector<frame_table> tables_;
     std::optional<gap_finder> gaps_; /**< of the current lap */

@@ -77,42 +77,33 @@ double last_time(const recording_reader &recording, size_t item)
     return last;
 }
 
-/** The number of frames missing that the metadata of an item state, also in gaps that they do not list. */
-uint64_t missing_frames(const recorded_item &item)
+/** The number of frames missing that the metadata of an item state, also in gaps that they do not list; 0 if
+ * the recording does not have the frames that they announce. */
+uint64_t missing_frames(const recording_reader &recording)
 {
-    const auto &global = item.document.value("global", nlohmann::json::object());
-    const auto missing = global.find("vantor:frames_missing");
-    return missing != global.end() && missing->is_number_unsigned() ? missing->get<uint64_t>() : 0;
+    const auto &document = recording.items().front().document;
+    const auto global = document.value("global", nlohmann::json::object());
+    return global.value("vantor:frames", nlohmann::json()) == recording.frames()
+               ? global.value("vantor:frames_missing", uint64_t{0})
+               : 0;
 }
 
 } // namespace
 
 recorded_gaps find_gaps(const recording_reader &recording)
 {
-    recorded_gaps found{.captures = recording.captures()};
-    if (recording.finished())
+    const auto listed = recording.captures();
+    gap_finder finder(listed, period_of_unlisted_gaps(recording.session(), recording.finished(), listed));
+    auto table = recording.open_table(0);
+    for (uint64_t number = 0; number < recording.frames(); ++number)
     {
-        found.missing = missing_frames(recording.items().front());
-    }
-    else
-    {
-        gap_finder finder(std::move(found.captures), nominal_tick_period(recording.session()));
-        auto table = recording.open_table(0);
-        for (uint64_t number = 0; number < recording.frames(); ++number)
+        if (const auto row = table.next())
         {
-            if (const auto row = table.next())
-            {
-                finder.add(row->tick, row->frame_delayed);
-            }
+            finder.add(row->tick, row->frame_delayed);
         }
-        found = {.captures = finder.found().captures(), .missing = finder.found().missing()};
     }
-    while (found.captures.size() > 1 && found.captures.back().first_frame >= recording.frames())
-    {
-        found.captures.pop_back();
-    }
-    found.missing = std::max(found.missing, found.captures.back().frames_missing);
-    return found;
+    return {.captures = finder.found().captures(),
+            .missing = std::max(finder.found().missing(), missing_frames(recording))};
 }
 
 timeline::timeline(const recording_reader &recording, size_t item)

@@ -72,4 +72,11 @@ void gap_finder::add(uint32_t tick, bool delayed)
     ++frames_;
 }
 
+double period_of_unlisted_gaps(const session_description &session, bool finished,
+                               const std::vector<capture> &captures)
+{
+    const bool all_listed = finished && captures.size() < most_captures;
+    return all_listed ? 0.0 : nominal_tick_period(session);
+}
+
 } // namespace vantor

@@ -12,6 +12,7 @@
 
 #include "vantor/capture.h"
 #include "vantor/loss_counter.h"
+#include "vantor/session_description.h"
 
 namespace vantor
 {
@@ -66,7 +67,7 @@ class gap_finder
 public:
     /**
      * @param known   the captures in its documents
-     * @param period  ticks between two frames; 0 if unknown
+     * @param period  ticks between two frames; 0 if unknown, or if the documents list all gaps
      */
     gap_finder(std::vector<capture> known, double period);
 
@@ -89,6 +90,17 @@ private:
     uint64_t counted_before_ = 0; /**< of them, in the ticks since the last break */
     capture_list found_;
 };
+
+/**
+ * The period with which a gap_finder counts gaps that the documents of a recording do not list.
+ *
+ * @param session   the session
+ * @param finished  whether the recording was finished: its documents list all gaps, up to the limit
+ * @param captures  that they list
+ * @return ticks between two frames; 0 if unknown, or if all gaps are listed
+ */
+double period_of_unlisted_gaps(const session_description &session, bool finished,
+                               const std::vector<capture> &captures);
 
 } // namespace vantor
 

@@ -33,7 +33,9 @@ class checker
 {
 public:
     checker(recording_documents documents, const check_progress &progress)
-        : progress_(progress), gaps_(read_captures(documents), nominal_tick_period(documents.session))
+        : progress_(progress), documented_(std::ranges::any_of(documents.items, is_finished)),
+          gaps_(read_captures(documents),
+                period_of_unlisted_gaps(documents.session, documented_, read_captures(documents)))
     {
         check_.documents = std::move(documents);
         check_.faults = check_.documents.faults;
@@ -94,9 +96,8 @@ private:
         for (const auto &item : items())
         {
             all = all && (item.document.is_null() || is_finished(item));
-            any_finished_ = any_finished_ || is_finished(item);
         }
-        check_.finished = all && any_finished_ && !check_.documents.collection.contains(next_streams_member);
+        check_.finished = all && documented_ && !check_.documents.collection.contains(next_streams_member);
         for (const auto &item : items())
         {
             if (check_.finished && is_finished(item))
@@ -319,13 +320,12 @@ private:
     /** Takes the captures from the documents, or from the ticks if the recording was never finished. */
     void find_captures()
     {
-        const bool documented = std::any_of(items().begin(), items().end(), is_finished);
-        check_.captures = documented ? read_captures(check_.documents) : gaps_.found().captures();
+        check_.captures = documented_ ? read_captures(check_.documents) : gaps_.found().captures();
         while (check_.captures.size() > 1 && check_.captures.back().first_frame >= check_.frames)
         {
             check_.captures.pop_back();
         }
-        check_.missing = documented ? check_.captures.back().frames_missing : gaps_.found().missing();
+        check_.missing = gaps_.found().missing();
         if (check_.recorded == check_.frames)
         {
             count_unlisted_gaps();
@@ -381,8 +381,8 @@ private:
 
     recording_check check_;
     const check_progress &progress_;
+    bool documented_; /**< the documents list the gaps */
     gap_finder gaps_;
-    bool any_finished_ = false;
     uint64_t frames_read_ = 0;
 };
 

@@ -13,10 +13,12 @@
 #include "commands/command_line.h"
 #include "disk_calls.h"
 #include "example_recording.h"
+#include "export/missing_counter.h"
 #include "file_size_limit.h"
 #include "temporary_directory.h"
 #include "vantor/recording_error.h"
 #include "vantor/recording_writer.h"
+#include "written_recordings.h"
 
 namespace vantor
 {
@@ -179,6 +181,19 @@ TEST(export_npz, has_an_array_of_the_numbers_of_missing_frames)
     const auto data = archive.find('\n', name) + 1;
     const std::string three("\3\0\0\0\0\0\0\0", 8);
     EXPECT_EQ(archive.substr(data, 32), std::string(16, '\0') + three + three);
+}
+
+TEST(missing_counter, goes_on_after_the_last_listed_gap)
+{
+    const test::temporary_directory place;
+    test::write_many_gaps(place / "recording");
+    const recording_reader recording(place / "recording");
+    missing_counter missing(recording);
+    auto table = recording.open_table(0);
+    for (uint64_t number = 0; number < test::frames_between_gaps; ++number)
+    {
+        ASSERT_EQ(missing.next(table.next().value()), number);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(formats, exporter,

@@ -18,6 +18,7 @@
 #include "vantor/recording_error.h"
 #include "vantor/recording_sink.h"
 #include "vantor/recording_writer.h"
+#include "written_recordings.h"
 
 namespace vantor
 {
@@ -139,6 +140,17 @@ TEST_F(playback, counts_the_gaps_of_an_unfinished_recording)
     writer.add(frame_after(0, 0));
     writer.add(frame_after(3, 2));
     EXPECT_THAT(play({}), ElementsAre("0 ms: 0, missing 0", "60 ms: 60000, missing 2"));
+}
+
+TEST_F(playback, counts_the_gaps_that_are_not_listed)
+{
+    test::write_many_gaps(place);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    for (uint64_t number = 0; number < test::frames_between_gaps; ++number)
+    {
+        ASSERT_EQ(source.next().missing(), number);
+    }
 }
 
 TEST_F(playback, starts_again_after_one_period_even_if_frames_are_missing)

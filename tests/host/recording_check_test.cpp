@@ -11,6 +11,7 @@
 #include "recording/sha512.h"
 #include "recording_files.h"
 #include "vantor/recording_error.h"
+#include "written_recordings.h"
 
 namespace vantor
 {
@@ -318,6 +319,16 @@ TEST(recording_check, finds_no_damage_while_it_is_recorded)
     const auto check = check_recording(files.path);
     EXPECT_THAT(check.faults, IsEmpty());
     EXPECT_TRUE(check.in_progress);
+}
+
+TEST(recording_check, counts_the_gaps_before_a_cut_that_are_not_listed)
+{
+    const test::temporary_directory directory;
+    test::write_many_gaps(directory / "out");
+    EXPECT_EQ(check_recording(directory / "out").missing, test::frames_between_gaps - 1U);
+    const auto samples = directory / "out/group-1-item-1.sigmf-data";
+    std::filesystem::resize_file(samples, std::filesystem::file_size(samples) - 1);
+    EXPECT_EQ(check_recording(directory / "out").missing, test::frames_between_gaps - 2U);
 }
 
 } // namespace

@@ -86,6 +86,15 @@ TEST_F(timeline_test, finds_gaps_of_a_recording_that_was_never_finished)
     EXPECT_EQ(find_gaps(*recording).missing, 500U);
 }
 
+TEST_F(timeline_test, counts_the_gaps_before_a_cut_that_are_not_listed)
+{
+    test::write_many_gaps(directory / "out");
+    EXPECT_EQ(find_gaps(recording_reader(directory / "out")).missing, test::frames_between_gaps - 1U);
+    const auto samples = directory / "out/group-1-item-1.sigmf-data";
+    std::filesystem::resize_file(samples, std::filesystem::file_size(samples) - 1);
+    EXPECT_EQ(find_gaps(recording_reader(directory / "out")).missing, test::frames_between_gaps - 2U);
+}
+
 TEST_F(timeline_test, has_gaps_at_breaks)
 {
     const auto times = record({.config = json::object(), .breaks = {{10, 3.0}}}, 30);

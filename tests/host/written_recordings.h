@@ -53,6 +53,12 @@ using header_change = std::function<void(int frame, nlohmann::json &info)>;
 void write_item(const std::filesystem::path &directory, const written_item &item, int frames,
                 const sample_source &source, const header_change &change = {});
 
+/** Number of frames of write_many_gaps(). */
+inline constexpr int frames_between_gaps = 12000;
+
+/** Records frames of which every second one is missing: more gaps than are listed. */
+void write_many_gaps(const std::filesystem::path &directory);
+
 } // namespace vantor::test
 
 #endif
