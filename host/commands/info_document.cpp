@@ -167,6 +167,7 @@ ordered_json describe_calibrations(const recording_check &check)
 stream_facts facts_of(const recording_check &check)
 {
     auto facts = recording_facts(check.documents.session, check.frames, check.missing, check.captures);
+    facts.unlisted_breaks = check.unlisted_breaks;
     for (size_t i = 0; i < check.items.size(); ++i)
     {
         facts.items.push_back(flags_of(check.documents.items[i].layout, check.items[i].figures));

@@ -19,6 +19,7 @@
 #include "plot/timeline.h"
 #include "plot/velocity_map_builder.h"
 #include "recording/output_file.h"
+#include "recording/recorded_captures.h"
 #include "recording/stream_facts.h"
 #include "vantor/recording_error.h"
 
@@ -113,7 +114,9 @@ private:
     static stream_facts facts_of(const recording_reader &recording)
     {
         const auto gaps = find_gaps(recording);
-        return recording_facts(recording.session(), recording.frames(), gaps.missing, gaps.captures);
+        auto facts = recording_facts(recording.session(), recording.frames(), gaps.missing, gaps.captures);
+        facts.unlisted_breaks = read_unlisted_breaks(recording.items());
+        return facts;
     }
 
     /** The warnings about an item; they are also kept. */

@@ -27,7 +27,8 @@ uint64_t usually_left_out(const std::vector<capture> &captures, uint64_t frames)
 {
     // Of fewer frames, nothing is usual.
     constexpr uint64_t fewest = 16;
-    const uint64_t spacings = captures.size() < most_captures ? frames - 1 : captures.back().first_frame;
+    const uint64_t spacings =
+        captures.size() < most_captures ? frames - 1 : captures[most_captures - 1].first_frame;
     std::map<uint64_t, uint64_t> counts;
     for (size_t i = 1; i < captures.size(); ++i)
     {
@@ -124,8 +125,9 @@ void timeline::choose_axis(const recording_reader &recording, size_t item)
         axis_.rate = nominal / static_cast<double>(left_out_ + 1);
         step_ = 1.0 / nominal;
         longest_spacing_ = 1.5 / axis_.rate;
-        listed_until_ =
-            captures_.size() < most_captures || !has_clock_ ? frames_ : captures_.back().first_frame;
+        listed_until_ = captures_.size() < most_captures || !has_clock_
+                            ? frames_
+                            : captures_[most_captures - 1].first_frame;
     }
     else if (const double spacing = has_clock_ ? median_spacing(recording, item) : 0.0; spacing > 0.0)
     {

@@ -11,7 +11,14 @@ namespace vantor
 
 void capture_list::begin(const segment &next)
 {
-    next_ = next;
+    if (captures_.size() < most_captures_with_breaks)
+    {
+        next_ = next;
+    }
+    else
+    {
+        ++unlisted_breaks_;
+    }
 }
 
 bool capture_list::add(uint64_t missing)
@@ -76,7 +83,9 @@ double period_of_unlisted_gaps(const session_description &session, bool finished
                                const std::vector<capture> &captures)
 {
     const bool all_listed = finished && captures.size() < most_captures;
-    return all_listed ? 0.0 : nominal_tick_period(session);
+    // After a break that is not listed, the ticks have no relation to those before.
+    const bool all_breaks_listed = captures.size() < most_captures_with_breaks;
+    return all_listed || !all_breaks_listed ? 0.0 : nominal_tick_period(session);
 }
 
 } // namespace vantor

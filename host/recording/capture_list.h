@@ -17,8 +17,12 @@
 namespace vantor
 {
 
-/** Most gaps that are listed: more would make the documents of a recording too large to read. */
+/** Most captures with which one that begins at a gap is listed: more would make the documents of a recording
+ * too large to read. */
 inline constexpr size_t most_captures = 10000;
+
+/** Most captures with those that begin at breaks, which are listed even if there are too many gaps. */
+inline constexpr size_t most_captures_with_breaks = 20000;
 
 /** Makes captures from frames, and from the numbers of frames that are missing before them. */
 class capture_list
@@ -45,6 +49,12 @@ public:
         return captures_;
     }
 
+    /** The number of breaks that are not listed, because there are too many. */
+    [[nodiscard]] uint64_t unlisted_breaks() const noexcept
+    {
+        return unlisted_breaks_;
+    }
+
     /** The number of frames missing, including gaps that are not listed. */
     [[nodiscard]] uint64_t missing() const noexcept
     {
@@ -56,6 +66,7 @@ private:
     std::optional<segment> next_;
     uint64_t frames_ = 0;
     uint64_t missing_ = 0;
+    uint64_t unlisted_breaks_ = 0;
 };
 
 /**
@@ -97,7 +108,7 @@ private:
  * @param session   the session
  * @param finished  whether the recording was finished: its documents list all gaps, up to the limit
  * @param captures  that they list
- * @return ticks between two frames; 0 if unknown, or if all gaps are listed
+ * @return ticks between two frames; 0 if unknown, if all gaps are listed, or if breaks may not be listed
  */
 double period_of_unlisted_gaps(const session_description &session, bool finished,
                                const std::vector<capture> &captures);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "recording/sigmf.h"
+
 namespace vantor
 {
 namespace
@@ -62,6 +64,19 @@ std::vector<capture> read_captures(const recording_documents &documents)
         }
     }
     return {capture{}};
+}
+
+uint64_t read_unlisted_breaks(const std::vector<recorded_item> &items)
+{
+    uint64_t breaks = 0;
+    for (const auto &item : items)
+    {
+        if (!item.document.is_null())
+        {
+            breaks = std::max(breaks, item.document["global"].value(unlisted_breaks_member, uint64_t{0}));
+        }
+    }
+    return breaks;
 }
 
 } // namespace vantor

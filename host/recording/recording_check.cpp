@@ -326,6 +326,7 @@ private:
             check_.captures.pop_back();
         }
         check_.missing = gaps_.found().missing();
+        check_.unlisted_breaks = read_unlisted_breaks(items());
         if (check_.recorded == check_.frames)
         {
             count_unlisted_gaps();

@@ -47,6 +47,7 @@ struct recording_check
     uint64_t frames = 0;              /**< number of frames that are left: complete in every item */
     std::vector<capture> captures;    /**< of the frames that are left */
     uint64_t missing = 0;             /**< number of frames missing between those that are left */
+    uint64_t unlisted_breaks = 0;     /**< number of breaks that are not among the captures */
     std::vector<std::string> faults;  /**< sentences; empty if there is no damage */
 };
 

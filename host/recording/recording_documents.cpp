@@ -151,7 +151,7 @@ void check_item_document(const json &document, const item_layout &layout)
         check_capture(capture, layout.frame_length);
     }
     if (global.at("vantor:samples_per_frame") != layout.frame_length ||
-        (global.contains("core:sha512") && !has_totals(global)))
+        !is_count(global, unlisted_breaks_member) || (global.contains("core:sha512") && !has_totals(global)))
     {
         throw json::other_error::create(500, "another session", &document);
     }

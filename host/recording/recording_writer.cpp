@@ -186,6 +186,7 @@ void recording_writer::write_documents(bool finished)
         const item_state state{.frames = items_[i].frames(),
                                .seconds = items_[i].seconds(),
                                .frames_missing = captures_->missing(),
+                               .unlisted_breaks = captures_->unlisted_breaks(),
                                .digest = finished ? items_[i].digests().samples.digest() : std::string(),
                                .table_digest = finished ? items_[i].digests().table.digest() : std::string()};
         const auto name = item_name(session_.metadata.items[i]);

@@ -132,6 +132,7 @@ ordered_json final_document(const recording_check &check, size_t index)
                          {.frames = check.frames,
                           .seconds = found.figures.seconds,
                           .frames_missing = check.missing,
+                          .unlisted_breaks = check.unlisted_breaks,
                           .digest = found.left_digest,
                           .table_digest = found.left_table_digest},
                          check.captures);

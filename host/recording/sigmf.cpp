@@ -75,6 +75,7 @@ void set_totals(ordered_json &global, const session_description &session, const 
     set_member(global, table_digest_member, finished, state.table_digest);
     set_member(global, "vantor:frames", finished, state.frames);
     set_member(global, "vantor:frames_missing", finished, state.frames_missing);
+    set_member(global, unlisted_breaks_member, state.unlisted_breaks > 0, state.unlisted_breaks);
     set_member(global, "vantor:frame_rate", nominal > 0.0, nominal);
     set_member(global, "vantor:measured_frame_rate", measured > 0.0, measured);
 }

@@ -28,6 +28,9 @@ inline constexpr const char *next_streams_member = "vantor:next_streams";
 /** Member of the metadata of an item: SHA-512 of its frame table. */
 inline constexpr const char *table_digest_member = "vantor:frame_table_sha512";
 
+/** Member of the metadata of an item: the number of breaks that are not listed, if there are any. */
+inline constexpr const char *unlisted_breaks_member = "vantor:breaks_not_listed";
+
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 
@@ -37,8 +40,9 @@ struct item_state
     uint64_t frames = 0;
     double seconds = 0.0;        /**< from the first to the last frame */
     uint64_t frames_missing = 0; /**< between its frames */
-    std::string digest;          /**< digest of the samples; empty while recording */
-    std::string table_digest;    /**< digest of the frame table; empty while recording */
+    uint64_t unlisted_breaks = 0;
+    std::string digest;       /**< digest of the samples; empty while recording */
+    std::string table_digest; /**< digest of the frame table; empty while recording */
 };
 
 /** The name of an item's files, without extension: "group-1-item-2". */

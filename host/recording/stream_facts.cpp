@@ -141,6 +141,10 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     {
         lines.push_back("break of " + tenths(part.gap) + " s: " + part.reason);
     }
+    if (facts.unlisted_breaks > 0)
+    {
+        lines.push_back(count(facts.unlisted_breaks, "further break") + ", not listed");
+    }
     return lines;
 }
 

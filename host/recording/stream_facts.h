@@ -40,6 +40,7 @@ struct stream_facts
     /** Frames that were due between the last frame and the end, as far as the server reports them. */
     uint64_t due_at_end = 0;
     std::vector<segment> breaks;
+    uint64_t unlisted_breaks = 0; /**< number of breaks that are not among these */
     std::vector<item_flags> items;
 };
 

@@ -80,6 +80,19 @@ TEST(capture_list, counts_gaps_that_it_does_not_list)
     EXPECT_EQ(list.missing(), most_captures + 99);
 }
 
+TEST(capture_list, limits_and_counts_breaks)
+{
+    capture_list list;
+    for (size_t number = 0; number < most_captures_with_breaks + 100; ++number)
+    {
+        list.begin(some_break());
+        list.add(number);
+    }
+    EXPECT_EQ(list.captures().size(), most_captures_with_breaks);
+    EXPECT_EQ(list.unlisted_breaks(), 100U);
+    EXPECT_EQ(list.missing(), most_captures_with_breaks + 99);
+}
+
 TEST(gap_finder, finds_gaps_in_ticks_on_both_sides_of_a_break)
 {
     capture known{.first_frame = 3, .frames_missing = 2, .datetime = "later", .begins = some_break()};

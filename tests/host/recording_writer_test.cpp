@@ -13,8 +13,12 @@
 #include "fake_server.h"
 #include "file_size_limit.h"
 #include "libcrypto_without_algorithms.h"
+#include "recording/capture_list.h"
+#include "recording/input_file.h"
 #include "recording/sha512.h"
+#include "recording/sigmf.h"
 #include "temporary_directory.h"
+#include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
 
@@ -421,6 +425,27 @@ TEST(recording_writer, does_not_record_through_a_link_in_a_recording)
     std::filesystem::create_directory_symlink(directory / "elsewhere", directory / "out/link");
     EXPECT_THROW(recording_writer(directory / "out/link", example_description()), recording_error);
     EXPECT_TRUE(std::filesystem::is_empty(directory / "elsewhere"));
+}
+
+TEST(item_document, can_be_read_with_the_most_captures)
+{
+    const segment long_break{.number = 1,
+                             .reason = "calibrated again",
+                             .gap = 12345.678901234567,
+                             .calibration_temperatures = {-25, -25, -25}};
+    std::vector<capture> captures;
+    for (uint64_t number = 0; number < most_captures_with_breaks; ++number)
+    {
+        captures.push_back({.first_frame = 1'000'000'000 + number,
+                            .frames_missing = 1'000'000'000 + number,
+                            .datetime = "2026-11-22T17:40:17.123Z",
+                            .begins = long_break});
+    }
+    const auto document =
+        item_document(example_description(), 0, {.digest = {}, .table_digest = {}}, captures);
+    const auto text = document.dump(2);
+    EXPECT_LT(text.size(), most_document_bytes / 2);
+    EXPECT_NO_THROW(parse_json_text(text, "document"));
 }
 
 } // namespace

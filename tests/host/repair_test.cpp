@@ -475,5 +475,22 @@ TEST(repair, has_the_frames_on_the_disk_before_the_documents)
     EXPECT_EQ(calls.list().back(), "sync " + files.path.string());
 }
 
+TEST(repair, keeps_the_number_of_breaks_that_are_not_listed)
+{
+    const recording_files files(false);
+    const std::string name = "group-1-item-1.sigmf-meta";
+    auto meta = nlohmann::json::parse(files.original.at(name));
+    meta["global"]["vantor:breaks_not_listed"] = 7;
+    files.write(name, meta.dump());
+    EXPECT_EQ(check_recording(files.path).unlisted_breaks, 7U);
+    std::filesystem::remove(files.path / "group-1-item-2.sigmf-meta");
+    repair_recording(files.path);
+    meta = nlohmann::json::parse(test::read_file(files.path / "group-1-item-2.sigmf-meta"));
+    EXPECT_EQ(meta["global"]["vantor:breaks_not_listed"], 7);
+    meta["global"]["vantor:breaks_not_listed"] = "many";
+    files.write("group-1-item-2.sigmf-meta", meta.dump());
+    EXPECT_FALSE(check_recording(files.path).faults.empty());
+}
+
 } // namespace
 } // namespace vantor

@@ -108,6 +108,14 @@ TEST(stream_warnings, name_a_rate_that_is_not_reached_without_a_clock)
     EXPECT_THAT(describe_warnings(facts), ElementsAre(testing::StartsWith("rate not reached: 15.0 of 20.0")));
 }
 
+TEST(stream_warnings, count_breaks_that_are_not_listed)
+{
+    stream_facts facts;
+    facts.frames = 1;
+    facts.unlisted_breaks = 2;
+    EXPECT_THAT(describe_warnings(facts), ElementsAre("2 further breaks, not listed"));
+}
+
 TEST(stream_warnings, name_a_silence_at_the_end)
 {
     stream_facts facts;
