@@ -18,6 +18,7 @@
 
 #include "commands/printable.h"
 #include "commands/text_table.h"
+#include "recording/number_text.h"
 #include "version.h"
 
 namespace vantor

@@ -12,6 +12,7 @@
 #include "commands/printable.h"
 #include "commands/server_description.h"
 #include "commands/text_table.h"
+#include "recording/number_text.h"
 #include "vantor/client.h"
 
 namespace vantor

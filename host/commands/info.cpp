@@ -13,6 +13,7 @@
 #include "commands/info_document.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
+#include "recording/number_text.h"
 #include "vantor/recording_error.h"
 
 namespace vantor

@@ -3,13 +3,13 @@
  */
 #include "commands/plan_report.h"
 
-#include <algorithm>
 #include <cmath>
 #include <ostream>
 #include <string>
 
 #include "commands/text_table.h"
 #include "commands/validation.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -17,13 +17,6 @@ namespace
 {
 
 using nlohmann::ordered_json;
-
-/** A number with at least three significant digits. */
-std::string rounded(double value)
-{
-    const double size = std::fabs(value);
-    return fixed(value, size == 0.0 ? 0 : std::max(0, 2 - static_cast<int>(std::floor(std::log10(size)))));
-}
 
 /** Prints the distances of a sub-sweep. */
 void print_subsweep(std::ostream &out, const subsweep_plan &subsweep)
@@ -44,18 +37,18 @@ void print_item(std::ostream &out, const item_plan &item, const std::string &mar
     {
         print_subsweep(out, subsweep);
     }
-    out << "  sweep     " << rounded(item.sweep_s * 1e3) << "* ms; "
-        << (item.paced_sweeps ? rounded(item.sweep_rate) + " sweeps/s, " : "") << "at most "
-        << rounded(item.max_sweep_rate) << mark << " sweeps/s"
+    out << "  sweep     " << three_digits(item.sweep_s * 1e3) << "* ms; "
+        << (item.paced_sweeps ? three_digits(item.sweep_rate) + " sweeps/s, " : "") << "at most "
+        << three_digits(item.max_sweep_rate) << mark << " sweeps/s"
         << (item.high_speed_mode ? ", in high-speed mode" + mark : "") << "\n"
-        << "  frame     " << rounded(item.frame_s * 1e3) << "* ms with " << item.sweeps
-        << (item.sweeps == 1 ? " sweep" : " sweeps") << "; at most " << rounded(1.0 / item.frame_s)
+        << "  frame     " << three_digits(item.frame_s * 1e3) << "* ms with " << item.sweeps
+        << (item.sweeps == 1 ? " sweep" : " sweeps") << "; at most " << three_digits(1.0 / item.frame_s)
         << "* frames/s\n";
     if (item.sweeps > 1)
     {
         const auto sweep_mark = item.paced_sweeps ? "" : mark;
-        out << "  velocity  up to " << rounded(*item.greatest_velocity()) << sweep_mark
-            << " m/s, in steps of " << rounded(*item.smallest_velocity()) << sweep_mark << " m/s\n";
+        out << "  velocity  up to " << three_digits(*item.greatest_velocity()) << sweep_mark
+            << " m/s, in steps of " << three_digits(*item.smallest_velocity()) << sweep_mark << " m/s\n";
     }
 }
 
@@ -65,16 +58,16 @@ void print_totals(std::ostream &out, const session_plan &session, std::optional<
     const double rate = session.expected_frame_rate();
     const auto bytes = static_cast<double>(session.frame_bytes());
     out << "rate        "
-        << (session.frame_rate > 0.0 ? rounded(session.frame_rate) + " frames/s configured"
+        << (session.frame_rate > 0.0 ? three_digits(session.frame_rate) + " frames/s configured"
                                      : "as fast as possible")
-        << ", at most " << rounded(session.max_frame_rate) << "* frames/s\n"
+        << ", at most " << three_digits(session.max_frame_rate) << "* frames/s\n"
         << "data        " << format_bytes(bytes) << " in a frame, " << format_bytes(bytes * rate) << "/s\n";
     const double needed = bytes * rate * 10.0;
     out << "link        " << fixed(std::ceil(needed), 0) << " baud";
     if (baudrate)
     {
         const double possible = link_frame_rate(session, *baudrate);
-        out << "; " << fixed(*baudrate, 0) << " baud carry " << rounded(possible)
+        out << "; " << fixed(*baudrate, 0) << " baud carry " << three_digits(possible)
             << " frames/s: " << (possible < rate ? "too slow for this rate" : "enough");
     }
     out << "\nmemory      " << format_bytes(static_cast<double>(session.memory_bytes))

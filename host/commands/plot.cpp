@@ -16,9 +16,9 @@
 #include "commands/quantity.h"
 #include "commands/reading_progress.h"
 #include "commands/usage_error.h"
-#include "plot/caption.h"
 #include "plot/picture.h"
 #include "plot/sensor_scale.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -72,7 +72,7 @@ void check_distance(const recording_reader &recording, std::optional<double> dis
     const auto covers = [&](const auto &item) { return covers_distance(item, *distance); };
     if (distance && std::none_of(items.begin(), items.end(), covers))
     {
-        throw usage_error("--distance " + decimal(*distance, 3) + " m is outside the recording, which has " +
+        throw usage_error("--distance " + fixed(*distance, 3) + " m is outside the recording, which has " +
                           covered_distances(recording) + ".");
     }
 }

@@ -11,7 +11,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "commands/text_table.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {

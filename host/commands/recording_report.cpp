@@ -11,6 +11,7 @@
 #include "commands/printable.h"
 #include "commands/text_table.h"
 #include "plot/echo_search.h"
+#include "recording/number_text.h"
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
 

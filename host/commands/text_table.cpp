@@ -7,8 +7,9 @@
 #include <array>
 #include <iomanip>
 #include <ostream>
-#include <sstream>
 #include <utility>
+
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -51,13 +52,6 @@ std::string join(const std::vector<std::string> &words, const std::string &separ
         text += (text.empty() ? "" : separator) + word;
     }
     return text;
-}
-
-std::string fixed(double value, int digits)
-{
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(digits) << value;
-    return text.str();
 }
 
 std::string format_bytes(double bytes)

@@ -32,9 +32,6 @@ private:
 /** Joins words with a separator. */
 std::string join(const std::vector<std::string> &words, const std::string &separator);
 
-/** Formats a number with this many digits after the decimal point. */
-std::string fixed(double value, int digits);
-
 /** Formats a number of bytes with a unit, such as "1.3 MB" (1 kB is 1000 bytes). */
 std::string format_bytes(double bytes);
 

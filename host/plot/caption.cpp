@@ -4,11 +4,10 @@
 #include "plot/caption.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 
 #include "plot/sensor_scale.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -35,7 +34,7 @@ std::string setting_text(const recorded_item &item, const char *title, const cha
 }
 
 /** A rate with the velocity bound that follows from it. */
-std::string rate_text(double rate, const char *unit)
+std::string rate_with_bound(double rate, const char *unit)
 {
     return three_digits(rate) + " " + unit + " (±" + three_digits(velocity_bound(rate)) + " m/s)";
 }
@@ -58,20 +57,6 @@ std::string describe_interruptions(const item_analysis &analysis)
 }
 
 } // namespace
-
-std::string decimal(double value, int digits)
-{
-    std::array<char, 64> text{};
-    const int length = std::snprintf(text.data(), text.size(), "%.*f", digits, value);
-    return {text.data(), static_cast<size_t>(length)};
-}
-
-std::string three_digits(double value)
-{
-    const double size = std::fabs(value);
-    const int digits = size > 0.0 ? 2 - static_cast<int>(std::floor(std::log10(size))) : 0;
-    return decimal(value, std::clamp(digits, 0, 9));
-}
 
 std::string item_title(const recorded_item &item)
 {
@@ -101,15 +86,16 @@ std::string describe_settings(const recorded_item &item, const item_analysis &an
     text += std::to_string(sweeps) + (sweeps == 1 ? " sweep per frame" : " sweeps per frame");
     if (sweeps > 1)
     {
-        text += " at " + rate_text(sweep_rate(item), "Hz");
+        text += " at " + rate_with_bound(sweep_rate(item), "Hz");
     }
-    return analysis.time.rate > 0.0 ? text + separator + rate_text(analysis.time.rate, "frames/s") : text;
+    return analysis.time.rate > 0.0 ? text + separator + rate_with_bound(analysis.time.rate, "frames/s")
+                                    : text;
 }
 
 std::string place_name(const recorded_item &item, size_t point)
 {
     const double distance = item.layout.distances_m.at(point);
-    return std::isfinite(distance) ? decimal(distance, 3) + " m" : "point " + std::to_string(point);
+    return std::isfinite(distance) ? fixed(distance, 3) + " m" : "point " + std::to_string(point);
 }
 
 std::string level_name(const recorded_item &item, const item_analysis &analysis)
@@ -124,7 +110,7 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
     }
     if (analysis.found)
     {
-        return "strongest echo at " + decimal(analysis.distance, 3) + " m";
+        return "strongest echo at " + fixed(analysis.distance, 3) + " m";
     }
     return (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
 }
@@ -135,8 +121,8 @@ std::string describe_echo(const recorded_item &item, const item_analysis &analys
     if (analysis.motion)
     {
         text = std::string(analysis.motion->always ? "the strongest echo moves" : "an echo moves") +
-               " from " + decimal(analysis.motion->from.distance, 2) + " m to " +
-               decimal(analysis.motion->to.distance, 2) + " m";
+               " from " + fixed(analysis.motion->from.distance, 2) + " m to " +
+               fixed(analysis.motion->to.distance, 2) + " m";
     }
     text += describe_interruptions(analysis);
     return analysis.figures.saturated > 0 ? text + separator + "red dots: saturated" : text;

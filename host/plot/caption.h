@@ -14,12 +14,6 @@
 namespace vantor
 {
 
-/** A number with this many digits behind the point. */
-std::string decimal(double value, int digits);
-
-/** A number with three significant digits, such as "0.0250" or "123". */
-std::string three_digits(double value);
-
 /** Names an item: "Sensor 2 (group 1, item 1)". */
 std::string item_title(const recorded_item &item);
 

@@ -3,8 +3,8 @@
  */
 #include "plot/page.h"
 
-#include "plot/caption.h"
 #include "plot/gnuplot.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -52,13 +52,13 @@ int page::height() const noexcept
 /** A horizontal position as a part of the width. */
 std::string page::across(int pixels) const
 {
-    return decimal(static_cast<double>(pixels) / width(), 6);
+    return fixed(static_cast<double>(pixels) / width(), 6);
 }
 
 /** A vertical position, counted from the upper edge, as a part of the height. */
 std::string page::up(int pixels) const
 {
-    return decimal(1.0 - static_cast<double>(pixels) / height(), 6);
+    return fixed(1.0 - static_cast<double>(pixels) / height(), 6);
 }
 
 std::string page::panel(size_t row, size_t column) const
@@ -78,7 +78,7 @@ std::string page::colour_scale(size_t row, size_t column) const
     const int y = caption_height + row_height * static_cast<int>(row);
     return "set colorbox user origin screen " + across(x) + ", screen " + up(y + row_height - below) +
            " size screen " + across(breadth) + ", screen " +
-           decimal(static_cast<double>(row_height - above - below) / height(), 6) + "\n";
+           fixed(static_cast<double>(row_height - above - below) / height(), 6) + "\n";
 }
 
 std::string page::row_text(size_t row, int line, const std::string &text, const std::string &look) const

@@ -12,6 +12,7 @@
 #include "plot/caption.h"
 #include "plot/gnuplot.h"
 #include "plot/sensor_scale.h"
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -32,7 +33,7 @@ using axis_range = std::pair<double, double>;
 /** The command that sets the range of an axis. */
 std::string range_command(const char *axis, axis_range range)
 {
-    return std::string("set ") + axis + "range [" + decimal(range.first, 9) + ":" + decimal(range.second, 9) +
+    return std::string("set ") + axis + "range [" + fixed(range.first, 9) + ":" + fixed(range.second, 9) +
            "]\n";
 }
 
@@ -131,7 +132,7 @@ std::string amplitude_scale(axis_range range)
     for (const int amplitude : {1, 10, 100, 1000, 10000})
     {
         tics += (tics.empty() ? "" : ", ") + gnuplot_quote(std::to_string(amplitude)) + " " +
-                decimal(dbfs(amplitude), 4);
+                fixed(dbfs(amplitude), 4);
     }
     return "set y2tics (" + tics + ") nomirror\nset y2label 'amplitude'\n" + range_command("y2", range);
 }
@@ -157,7 +158,7 @@ std::string noise_lines(const panel_row &place)
             continue;
         }
         const auto &distances = place.item.layout.distances_m;
-        const auto at = [y = decimal(level, 4)](double distance) { return decimal(distance, 6) + "," + y; };
+        const auto at = [y = fixed(level, 4)](double distance) { return fixed(distance, 6) + "," + y; };
         const auto first = at(distances[part.offset]);
         text += text.empty() ? "set label " + gnuplot_quote(floor_name(place)) + " at " + first +
                                    " offset 0.5,-0.6 " + small_text + "\n"
@@ -176,7 +177,7 @@ std::string draw_level(const panel_row &place)
     {
         return head + empty_panel("distances unknown");
     }
-    const auto mark = decimal(place.item.layout.distances_m[place.analysis.point], 6);
+    const auto mark = fixed(place.item.layout.distances_m[place.analysis.point], 6);
     const auto range = level_range(place);
     const auto around = place.item.layout.distances_m.size() == 1
                             ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n"
@@ -229,7 +230,7 @@ std::string draw_map(const panel_row &place)
         return head + empty_panel("distances unknown");
     }
     const auto &distances = place.item.layout.distances_m;
-    const auto top = decimal(*std::max_element(distances.begin(), distances.end()), 6);
+    const auto top = fixed(*std::max_element(distances.begin(), distances.end()), 6);
     const auto saturated = ", " + gnuplot_quote(place.base + ".saturated") + " using 1:(" + top +
                            "):(0) with points pt 7 ps 0.5 lc rgb '#e02020'";
     constexpr const char *look = "using 1:2:3 with pm3d";
@@ -326,14 +327,14 @@ axis_range spectrum_levels(const velocity_spectrum &spectrum)
 /** The commands for the noise floor of a spectrum, and the bounds of unambiguous velocities. */
 std::string spectrum_lines(const velocity_spectrum &spectrum)
 {
-    const auto bound = decimal(velocity_bound(spectrum.rate), 9);
+    const auto bound = fixed(velocity_bound(spectrum.rate), 9);
     auto text = line(bound + ", graph 0", bound + ", graph 1", mark_look) +
                 line("-" + bound + ", graph 0", "-" + bound + ", graph 1", mark_look) + "set label " +
                 gnuplot_quote("ambiguous beyond ±" + three_digits(velocity_bound(spectrum.rate)) + " m/s") +
                 " at graph 0.5, graph 0.96 center " + small_text + "\n";
     if (!std::isnan(spectrum.floor))
     {
-        const auto y = ", first " + decimal(spectrum.floor, 4);
+        const auto y = ", first " + fixed(spectrum.floor, 4);
         text += line("graph 0" + y, "graph 1" + y, noise_look) + "set label 'noise' at graph 1.02" + y + " " +
                 small_text + "\n";
     }
@@ -400,8 +401,8 @@ std::string draw_velocity_map(const panel_row &place)
     const double bound = velocity_bound(sweep_rate(place.item));
     return head + "set autoscale yfix\n" + range_command("x", {-1.06 * bound, 1.06 * bound}) +
            range_command("cb", map_levels(map)) + place.sheet.colour_scale(place.row, 4) +
-           line(decimal(bound, 9) + ", graph 0", decimal(bound, 9) + ", graph 1", mark_look) +
-           line(decimal(-bound, 9) + ", graph 0", decimal(-bound, 9) + ", graph 1", mark_look) +
+           line(fixed(bound, 9) + ", graph 0", fixed(bound, 9) + ", graph 1", mark_look) +
+           line(fixed(-bound, 9) + ", graph 0", fixed(-bound, 9) + ", graph 1", mark_look) +
            plot_subsweeps(place, "plot", ".velocities", "using 1:2:3 with image",
                           "using 1:2:3 with points pt 5 palette") +
            "\n";

@@ -18,6 +18,7 @@
 #include "plot/scratch_directory.h"
 #include "plot/timeline.h"
 #include "plot/velocity_map_builder.h"
+#include "recording/number_text.h"
 #include "recording/output_file.h"
 #include "recording/recorded_captures.h"
 #include "recording/stream_facts.h"
@@ -225,8 +226,8 @@ std::string covered_distances(const recording_reader &recording)
         {
             if (place.length > 0)
             {
-                const auto part = decimal(item.layout.distances_m[place.offset], 3) + " to " +
-                                  decimal(item.layout.distances_m[place.offset + place.length - 1], 3) + " m";
+                const auto part = fixed(item.layout.distances_m[place.offset], 3) + " to " +
+                                  fixed(item.layout.distances_m[place.offset + place.length - 1], 3) + " m";
                 text += text.find(part) != std::string::npos ? "" : (text.empty() ? "" : ", ") + part;
             }
         }

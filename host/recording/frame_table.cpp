@@ -13,6 +13,7 @@
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "vantor/recording_error.h"
+#include "vantor/tick_clock.h"
 
 namespace vantor
 {
@@ -110,8 +111,8 @@ std::optional<frame_row> frame_table::next()
                        read_cell(cells[5], row.frame_delayed) &&
                        read_cell(cells[6], row.calibration_needed) && read_cell(cells[7], row.data_valid) &&
                        read_cell(cells[8], row.cca_value) && read_cell(cells[9], row.cca_detected) &&
-                       read_cell(cells[10], row.tx_enabled) && std::isfinite(row.seconds) &&
-                       row.seconds >= 0.0 && std::isfinite(row.cca_value.value_or(0.0));
+                       read_cell(cells[10], row.tx_enabled) && row.seconds >= 0.0 &&
+                       row.seconds <= longest_time && std::isfinite(row.cca_value.value_or(0.0));
     ++rows_;
     if (!whole)
     {

@@ -14,6 +14,7 @@
 #include "recording/sigmf.h"
 #include "vantor/configuration.h"
 #include "vantor/recording_error.h"
+#include "vantor/tick_clock.h"
 
 namespace vantor
 {
@@ -111,11 +112,12 @@ void check_capture(const json &capture, size_t frame_length)
     const auto index = capture.at("core:global_index").get<uint64_t>();
     static_cast<void>(capture.value("core:datetime", std::string()));
     static_cast<void>(capture.value("vantor:break", std::string()));
-    static_cast<void>(capture.value("vantor:break_s", 0.0));
+    const double gap = capture.value("vantor:break_s", 0.0);
     static_cast<void>(capture.value("vantor:calibration_temperature", 0));
     const bool numbers = capture["core:sample_start"].is_number_unsigned() &&
                          capture["core:global_index"].is_number_unsigned();
-    if (!numbers || index < start || (frame_length > 0 && start % frame_length != 0))
+    if (!numbers || !(gap >= 0.0 && gap <= longest_time) || index < start ||
+        (frame_length > 0 && start % frame_length != 0))
     {
         throw json::other_error::create(500, "impossible capture", &capture);
     }

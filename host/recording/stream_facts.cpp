@@ -4,8 +4,8 @@
 #include "recording/stream_facts.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+
+#include "recording/number_text.h"
 
 namespace vantor
 {
@@ -15,14 +15,6 @@ namespace
 /** How long no frame arrives at the end before that is reported: in seconds, and in frame periods. */
 constexpr double least_silence = 1.0;
 constexpr double silent_periods = 3.0;
-
-/** A number with one digit behind the point. */
-std::string tenths(double value)
-{
-    std::array<char, 32> text{};
-    const int length = std::snprintf(text.data(), text.size(), "%.1f", value);
-    return {text.data(), std::min(static_cast<size_t>(length), text.size() - 1)};
-}
 
 /** A number with a noun in singular or plural. */
 std::string count(uint64_t number, const std::string &noun)
@@ -52,7 +44,7 @@ void describe_silence(const stream_facts &facts, std::vector<std::string> &lines
     }
     else if (silence > std::max(least_silence, silent_periods * period))
     {
-        lines.push_back("no frame in the last " + tenths(silence) + " s" +
+        lines.push_back("no frame in the last " + fixed(silence, 1) + " s" +
                         (facts.due_at_end > 0 ? ": " + count(facts.due_at_end, "frame") + " were due" : ""));
     }
 }
@@ -124,14 +116,14 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     }
     if (facts.refused_rate > 0.0)
     {
-        lines.push_back("rate not as requested: the server measures " + tenths(facts.nominal_rate) +
-                        " frames/s, the configuration requests " + tenths(facts.refused_rate));
+        lines.push_back("rate not as requested: the server measures " + fixed(facts.nominal_rate, 1) +
+                        " frames/s, the configuration requests " + fixed(facts.refused_rate, 1));
     }
     const double share = share_of_rate(facts);
     if (facts.nominal_rate > 0.0 && share < least_share_of_rate)
     {
-        lines.push_back("rate not reached: " + tenths(share * facts.nominal_rate) + " of " +
-                        tenths(facts.nominal_rate) + " frames/s, by the clock of the server");
+        lines.push_back("rate not reached: " + fixed(share * facts.nominal_rate, 1) + " of " +
+                        fixed(facts.nominal_rate, 1) + " frames/s, by the clock of the server");
     }
     if (facts.damaged > 0)
     {
@@ -139,7 +131,7 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     }
     for (const auto &part : facts.breaks)
     {
-        lines.push_back("break of " + tenths(part.gap) + " s: " + part.reason);
+        lines.push_back("break of " + fixed(part.gap, 1) + " s: " + part.reason);
     }
     if (facts.unlisted_breaks > 0)
     {

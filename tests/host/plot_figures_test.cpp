@@ -2,12 +2,14 @@
  * Tests of the parts from which the figures and texts of pictures are computed.
  */
 #include <cmath>
+#include <limits>
 
 #include <gmock/gmock.h>
 
 #include "plot/caption.h"
 #include "plot/echo_search.h"
 #include "plot/sensor_scale.h"
+#include "recording/number_text.h"
 #include "temporary_directory.h"
 #include "written_recordings.h"
 
@@ -260,11 +262,19 @@ TEST(caption, warns_of_aliased_motion)
               "between frames, are ambiguous beyond ±0.0250 m/s");
 }
 
-TEST(caption, has_three_significant_digits)
+TEST(number_text, has_three_significant_digits)
 {
     EXPECT_EQ(three_digits(0.025), "0.0250");
     EXPECT_EQ(three_digits(12345.6), "12346");
     EXPECT_EQ(three_digits(0.0), "0");
+}
+
+TEST(number_text, has_numbers_of_any_length)
+{
+    EXPECT_EQ(fixed(0.125, 2), "0.12");
+    const auto longest = fixed(std::numeric_limits<double>::lowest(), 9);
+    EXPECT_EQ(longest.size(), 1 + 309 + 1 + 9U);
+    EXPECT_EQ(longest.find_first_not_of("-.0123456789"), std::string::npos);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "example_recording.h"
 #include "export/exporter.h"
 #include "recording/item_writer.h"
+#include "recording_files.h"
 #include "temporary_directory.h"
 #include "vantor/frame_table.h"
 #include "vantor/recording_error.h"
@@ -96,11 +97,25 @@ TEST(frame_table, reports_a_missing_file)
 TEST(frame_table, refuses_impossible_times)
 {
     const test::temporary_directory directory;
-    for (const char *time : {"nan", "inf", "-1"})
+    for (const char *time : {"nan", "inf", "-1", "1e300"})
     {
         const auto file = directory / (std::string(time) + ".csv");
         std::ofstream(file) << frame_table_head << "0," << time << ",1,25,0,0,0,,,,\n";
         EXPECT_THROW(frame_table(file).next(), bad_recording) << time;
+    }
+}
+
+TEST(recording_reader, refuses_impossible_breaks)
+{
+    const test::recording_files files(true);
+    const std::string name = "group-1-item-1.sigmf-meta";
+    for (const double seconds : {-1.0, 1e300})
+    {
+        auto meta = nlohmann::json::parse(files.original.at(name));
+        meta["captures"][0]["vantor:break"] = "connected again";
+        meta["captures"][0]["vantor:break_s"] = seconds;
+        files.write(name, meta.dump());
+        EXPECT_THROW(recording_reader(files.path), bad_recording) << seconds;
     }
 }
 

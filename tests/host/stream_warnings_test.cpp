@@ -108,6 +108,15 @@ TEST(stream_warnings, name_a_rate_that_is_not_reached_without_a_clock)
     EXPECT_THAT(describe_warnings(facts), ElementsAre(testing::StartsWith("rate not reached: 15.0 of 20.0")));
 }
 
+TEST(stream_warnings, have_room_for_long_times)
+{
+    stream_facts facts;
+    facts.frames = 1;
+    facts.silence = 1e40;
+    EXPECT_THAT(describe_warnings(facts),
+                ElementsAre("no frame in the last 10000000000000000303786028427003666890752.0 s"));
+}
+
 TEST(stream_warnings, count_breaks_that_are_not_listed)
 {
     stream_facts facts;

@@ -10,6 +10,9 @@
 namespace vantor
 {
 
+/** More than the longest time that a tick_clock can show, in seconds: 2^64 ticks of the slowest server. */
+inline constexpr double longest_time = 2e22;
+
 /** Converts a series of 32-bit ticks to seconds since the first one; steps must be shorter than a wrap. */
 class tick_clock
 {

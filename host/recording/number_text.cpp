@@ -1,0 +1,28 @@
+/** @file
+ * Formats numbers as text.
+ */
+#include "recording/number_text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
+
+namespace vantor
+{
+
+std::string fixed(double value, int digits)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(digits) << value;
+    return text.str();
+}
+
+std::string three_digits(double value)
+{
+    const double size = std::fabs(value);
+    const int digits = size > 0.0 ? 2 - static_cast<int>(std::floor(std::log10(size))) : 0;
+    return fixed(value, std::clamp(digits, 0, 9));
+}
+
+} // namespace vantor

@@ -1,0 +1,20 @@
+/** @file
+ * Formats numbers as text.
+ */
+#ifndef VANTOR_NUMBER_TEXT_H
+#define VANTOR_NUMBER_TEXT_H
+
+#include <string>
+
+namespace vantor
+{
+
+/** Formats a number with this many digits after the decimal point. */
+std::string fixed(double value, int digits);
+
+/** A number with three significant digits, such as "0.0250" or "123". */
+std::string three_digits(double value);
+
+} // namespace vantor
+
+#endif
