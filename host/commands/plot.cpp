@@ -123,7 +123,7 @@ void print(const drawn_pictures &drawn, bool json, const command_streams &stream
     }
     for (const auto &warning : drawn.warnings)
     {
-        streams.err << "vantor: warning: " << warning << "\n";
+        streams.err << "vantor: warning: " << printable(warning) << "\n";
     }
 }
 

@@ -294,5 +294,23 @@ TEST(info, shows_the_origin_without_control_characters)
     }
 }
 
+TEST(commands_that_use_recordings, print_no_control_characters_of_a_break)
+{
+    const test::temporary_directory directory;
+    {
+        recording_writer writer(directory / "out", test::example_description());
+        writer.add(test::example_frame(0));
+        writer.begin_segment({.number = 1,
+                              .reason = "\x1b[31m\u009b\u202e",
+                              .gap = 1.0,
+                              .calibration_temperatures = {20, 20, 22}});
+        writer.add(test::example_frame(1));
+        writer.finish();
+    }
+    const auto path = (directory / "out").string();
+    EXPECT_THAT(run({"plot", path}).err, HasSubstr("vantor: warning: break of 1.0 s: ?[31m??\n"));
+    EXPECT_THAT(run({"info", path}).out, HasSubstr("break of 1.0 s: ?[31m??\n"));
+}
+
 } // namespace
 } // namespace vantor
