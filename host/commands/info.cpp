@@ -11,6 +11,7 @@
 #include "commands/common_options.h"
 #include "commands/damage.h"
 #include "commands/info_document.h"
+#include "commands/next_command.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
@@ -101,7 +102,7 @@ void print_origin(std::ostream &out, const ordered_json &about)
         << "\n";
     if (!about["complete"].get<bool>() && !about["in_progress"].get<bool>())
     {
-        out << "to complete it: vantor repair " << text(about["recording"]) << "\n";
+        out << "to complete it: vantor repair " << shell_word(about["recording"].get<std::string>()) << "\n";
     }
     const auto &source = about["source"];
     for (const char *name : {"address", "board", "simulator"})

@@ -10,14 +10,11 @@
 
 namespace vantor
 {
-namespace
-{
-
-/** A word as a shell reads it: in single quotes if it contains more than common characters. */
-std::string shell_word(const std::string &word)
+std::string shell_word(const std::filesystem::path &path)
 {
     constexpr std::string_view common =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./:@%+=,-";
+    const auto word = path.string();
     if (!word.empty() && word.find_first_not_of(common) == std::string::npos)
     {
         return word;
@@ -27,16 +24,14 @@ std::string shell_word(const std::string &word)
     {
         text += each == '\'' ? "'\\''" : std::string(1, each);
     }
-    return text + "'";
+    return printable(text + "'");
 }
-
-} // namespace
 
 void suggest(const command_streams &streams, const std::string &command, const std::filesystem::path &file)
 {
     if (streams.terminal)
     {
-        streams.err << "next: " << command << " " << printable(shell_word(file.string())) << "\n";
+        streams.err << "next: " << command << " " << shell_word(file) << "\n";
     }
 }
 

@@ -12,6 +12,9 @@
 namespace vantor
 {
 
+/** A path as a word of a shell command, to be printed: in quotes if necessary. */
+std::string shell_word(const std::filesystem::path &path);
+
 /**
  * Prints the command that usually follows, if a person is watching.
  *

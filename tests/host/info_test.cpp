@@ -312,5 +312,16 @@ TEST(commands_that_use_recordings, print_no_control_characters_of_a_break)
     EXPECT_THAT(run({"info", path}).out, HasSubstr("break of 1.0 s: ?[31m??\n"));
 }
 
+TEST(info, quotes_the_path_in_the_command_that_it_suggests)
+{
+    const test::temporary_directory directory;
+    const auto path = (directory / "my garage").string();
+    {
+        recording_writer writer(path, test::example_description());
+        writer.add(test::example_frame(0));
+    }
+    EXPECT_THAT(run({"info", path}).out, HasSubstr("to complete it: vantor repair '" + path + "'\n"));
+}
+
 } // namespace
 } // namespace vantor
