@@ -228,8 +228,13 @@ void compare_with_copy(recording_documents &documents, const description &copy)
     }
 }
 
-/** Reads the description of the session from the collection, or from its copy if that is damaged. */
-void find_session(recording_documents &documents)
+/**
+ * Reads the description of the session from the collection, or from its copy if that is damaged.
+ *
+ * @return whether a second document confirms it: the collection and its copy agree, or a digest shows which
+ * one is right
+ */
+bool find_session(recording_documents &documents)
 {
     const auto copy = read_copy(documents.directory);
     try
@@ -247,35 +252,48 @@ void find_session(recording_documents &documents)
                                     " No other document contains a copy of the description of the session.");
         }
         documents.session = copy->session;
-        return;
+        return false;
     }
     if (copy)
     {
         compare_with_copy(documents, *copy);
     }
+    return copy && !documents.contradictory;
 }
 
-/** Compares the metadata of an item with the description of the session. */
-void compare_with_session(recording_documents &documents, const recorded_item &item)
+/**
+ * Compares the metadata of the last item with the description of the session, and corrects them if they are
+ * not those that the collection lists and a second document confirms the description.
+ */
+void compare_with_session(recording_documents &documents, bool confirmed)
 {
+    auto &item = documents.items.back();
+    const bool listed =
+        !documents.collection.is_null() &&
+        is_listed(documents.collection, documents.items.size() - 1, item.name, documents.digests.back());
     const std::pair<const char *, json> expected[] = {
         {"vantor:samples_per_sweep", item.layout.sweep_length},
         {"vantor:base_step_length_m", item.layout.base_step_length_m},
         {"vantor:item_configuration", item.configuration.document}};
     for (const auto &[name, value] : expected)
     {
-        const auto &global = item.document["global"];
+        auto &global = item.document["global"];
         if (global.contains(name) && !global[name].is_null() && global[name] != value)
         {
             documents.faults.push_back(item.name + ".sigmf-meta: " + name +
                                        " differs from the description of the session.");
-            documents.contradictory = true;
+            if (listed || !confirmed)
+            {
+                documents.contradictory = true;
+                continue;
+            }
+            global[name] = value;
         }
     }
 }
 
-/** Reads the metadata of all items. */
-void read_items(recording_documents &documents)
+/** Reads the metadata of all items. @p confirmed  whether a second document confirms the description */
+void read_items(recording_documents &documents, bool confirmed)
 {
     const auto configurations = list_items(documents.session.configuration);
     for (size_t i = 0; i < configurations.size(); ++i)
@@ -289,7 +307,7 @@ void read_items(recording_documents &documents)
         try
         {
             read_item_document(documents.directory, item, digest);
-            compare_with_session(documents, item);
+            compare_with_session(documents, confirmed);
         }
         catch (const bad_recording &failure)
         {
@@ -335,8 +353,8 @@ recording_documents read_documents(const std::filesystem::path &place)
         throw bad_recording("Cannot read " + collection.string() +
                             ": give the directory of a recording, as printed by \"vantor record\".");
     }
-    find_session(documents);
-    read_items(documents);
+    const bool confirmed = find_session(documents);
+    read_items(documents, confirmed);
     return documents;
 }
 

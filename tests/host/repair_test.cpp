@@ -492,5 +492,48 @@ TEST(repair, keeps_the_number_of_breaks_that_are_not_listed)
     EXPECT_FALSE(check_recording(files.path).faults.empty());
 }
 
+/** Replaces the value of a member in the metadata of an item. */
+void change_member(const recording_files &files, const std::string &item, const std::string &member,
+                   const std::string &from, const std::string &to)
+{
+    auto meta = files.original.at(item + ".sigmf-meta");
+    const auto place = meta.find('"' + member + "\": " + from);
+    ASSERT_NE(place, std::string::npos);
+    meta.replace(place + member.size() + 4, from.size(), to);
+    files.write(item + ".sigmf-meta", meta);
+}
+
+TEST(repair, restores_a_changed_digit_of_an_item)
+{
+    const recording_files files(true);
+    for (const std::string item : {"group-1-item-1", "group-1-item-2"})
+    {
+        const std::string points = item == "group-1-item-1" ? "20" : "25";
+        change_member(files, item, "vantor:samples_per_sweep", points, "24");
+        EXPECT_THAT(
+            check_recording(files.path).faults,
+            testing::ElementsAre(
+                item + ".sigmf-meta: vantor:samples_per_sweep differs from the description of the session.",
+                item + ".sigmf-meta differs from what was recorded."));
+        repair_recording(files.path);
+        EXPECT_EQ(nlohmann::json::parse(test::read_file(files.path / (item + ".sigmf-meta"))),
+                  nlohmann::json::parse(files.original.at(item + ".sigmf-meta")));
+        files.restore();
+        change_member(files, item, "vantor:base_step_length_m", "0.0025", "0.0035");
+        repair_recording(files.path);
+        EXPECT_EQ(nlohmann::json::parse(test::read_file(files.path / (item + ".sigmf-meta"))),
+                  nlohmann::json::parse(files.original.at(item + ".sigmf-meta")));
+        files.restore();
+    }
+}
+
+TEST(repair, does_not_guess_which_document_is_right_without_a_second_witness)
+{
+    const recording_files files(true);
+    change_member(files, "group-1-item-2", "vantor:samples_per_sweep", "25", "24");
+    files.write("group-1-item-1.sigmf-meta", "");
+    expect_refused(files, "Which of them is right is unknown.");
+}
+
 } // namespace
 } // namespace vantor
