@@ -66,6 +66,14 @@ std::string measure(const ordered_json &value, int digits, const std::string &un
     return value.is_number() ? fixed(value.get<double>(), digits) + unit : std::string("-");
 }
 
+/** A rate, or "-" if it is unknown; with three significant digits if it is low. */
+std::string rate(const ordered_json &value, int digits)
+{
+    constexpr double low = 10.0;
+    const bool is_low = value.is_number() && value.get<double>() < low && value.get<double>() > 0.0;
+    return is_low ? three_digits(value.get<double>()) : measure(value, digits);
+}
+
 /** A value as text for a terminal, or "unknown". */
 std::string known(const ordered_json &value)
 {
@@ -90,8 +98,8 @@ void print_calibrations(std::ostream &out, const ordered_json &calibrations)
 /** The sweep rate: the configured one, or else the highest possible one. */
 std::string describe_sweep_rate(const ordered_json &item)
 {
-    return item["sweep_rate"].is_null() ? measure(item["max_sweep_rate"], 1, " (highest)")
-                                        : measure(item["sweep_rate"], 1);
+    return item["sweep_rate"].is_null() ? rate(item["max_sweep_rate"], 1) + " (highest)"
+                                        : rate(item["sweep_rate"], 1);
 }
 
 /** Prints the first lines: number of frames, state, origin. */
@@ -146,8 +154,8 @@ void print_ranges(std::ostream &out, const ordered_json &items)
                 return measure(range.value(name, ordered_json()), digits, " m");
             };
             table.add({text(item["group"]), text(item["item"]), text(range["points"]), metres("start_m", 3),
-                       metres("end_m", 3), metres("step_m", 4), measure(item["frame_rate"], 2),
-                       measure(item["measured_frame_rate"], 2), describe_sweep_rate(item),
+                       metres("end_m", 3), metres("step_m", 4), rate(item["frame_rate"], 2),
+                       rate(item["measured_frame_rate"], 2), describe_sweep_rate(item),
                        measure(item["mean_level"], 1), measure(item["strongest_echo_m"], 3, " m")});
         }
     }

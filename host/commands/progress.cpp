@@ -84,7 +84,7 @@ std::string progress_text(uint64_t frames, double rate, double seconds, const pr
     {
         left = std::min(left, std::max(goal.seconds - seconds, 0.0));
     }
-    text += " frames, " + fixed(rate, 1) + " frames/s";
+    text += " frames, " + rate_text(rate) + " frames/s";
     return left < longest_wait ? text + ", " + fixed(left, 0) + " s left" : text;
 }
 

@@ -105,7 +105,7 @@ void print_summary(std::ostream &out, const finished_recording &recorded)
         << format_bytes(bytes);
     if (rate > 0.0)
     {
-        out << " in " << fixed(seconds(recorded), 2) << " s: " << fixed(rate, 1) << " frames/s, "
+        out << " in " << fixed(seconds(recorded), 2) << " s: " << rate_text(rate) << " frames/s, "
             << format_bytes(bytes / frames * rate) << "/s";
     }
     out << "\n";

@@ -25,4 +25,9 @@ std::string three_digits(double value)
     return fixed(value, std::clamp(digits, 0, 9));
 }
 
+std::string rate_text(double rate)
+{
+    return rate > 0.0 && rate < 10.0 ? three_digits(rate) : fixed(rate, 1);
+}
+
 } // namespace vantor

@@ -15,6 +15,9 @@ std::string fixed(double value, int digits);
 /** A number with three significant digits, such as "0.0250" or "123". */
 std::string three_digits(double value);
 
+/** A rate: with three significant digits below 10, otherwise with one digit after the decimal point. */
+std::string rate_text(double rate);
+
 } // namespace vantor
 
 #endif

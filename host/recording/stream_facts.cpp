@@ -116,14 +116,14 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     }
     if (facts.refused_rate > 0.0)
     {
-        lines.push_back("rate not as requested: the server measures " + fixed(facts.nominal_rate, 1) +
-                        " frames/s, the configuration requests " + fixed(facts.refused_rate, 1));
+        lines.push_back("rate not as requested: the server measures " + rate_text(facts.nominal_rate) +
+                        " frames/s, the configuration requests " + rate_text(facts.refused_rate));
     }
     const double share = share_of_rate(facts);
     if (facts.nominal_rate > 0.0 && share < least_share_of_rate)
     {
-        lines.push_back("rate not reached: " + fixed(share * facts.nominal_rate, 1) + " of " +
-                        fixed(facts.nominal_rate, 1) + " frames/s, by the clock of the server");
+        lines.push_back("rate not reached: " + rate_text(share * facts.nominal_rate) + " of " +
+                        rate_text(facts.nominal_rate) + " frames/s, by the clock of the server");
     }
     if (facts.damaged > 0)
     {

@@ -227,8 +227,8 @@ TEST(info, shows_the_configured_rates_and_all_calibrations)
     EXPECT_EQ(about["items"][0]["frames_missing"], 4);
     EXPECT_EQ(about["calibrations"][1], json({{"sensor_id", 1}, {"temperature", 20}, {"first_frame", 2}}));
     const auto text = run({"info", (directory / "out").string()}).out;
-    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +1000\\.0 "));
-    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.77 +[0-9.]+ \\(highest\\) "));
+    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.769 +1000\\.0 "));
+    EXPECT_THAT(text, testing::ContainsRegex(" 50\\.00 +0\\.769 +[0-9.]+ \\(highest\\) "));
     EXPECT_THAT(text, HasSubstr("calibration: sensor 1 at 20 degrees from frame 2\n"));
 }
 

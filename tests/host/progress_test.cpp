@@ -25,18 +25,24 @@ using namespace std::chrono_literals;
 TEST(progress, shows_rate_and_time_left)
 {
     EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 200, .seconds = 0.0}),
-              "50 of 200 frames, 5.0 frames/s, 30 s left");
+              "50 of 200 frames, 5.00 frames/s, 30 s left");
     EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 0, .seconds = 12.0}),
-              "50 frames, 5.0 frames/s, 2 s left");
+              "50 frames, 5.00 frames/s, 2 s left");
     EXPECT_EQ(progress_text(50, 5.0, 10.0, {.frames = 200, .seconds = 12.0}),
-              "50 of 200 frames, 5.0 frames/s, 2 s left");
-    EXPECT_EQ(progress_text(50, 5.0, 10.0, {}), "50 frames, 5.0 frames/s");
+              "50 of 200 frames, 5.00 frames/s, 2 s left");
+    EXPECT_EQ(progress_text(50, 5.0, 10.0, {}), "50 frames, 5.00 frames/s");
     EXPECT_EQ(progress_text(0, 0.0, 0.0, {.frames = 200, .seconds = 0.0}), "0 of 200 frames, 0.0 frames/s");
+}
+
+TEST(progress, shows_three_digits_of_low_rates)
+{
+    EXPECT_EQ(progress_text(3, 0.05, 60.0, {}), "3 frames, 0.0500 frames/s");
+    EXPECT_EQ(progress_text(3, 1234.5, 60.0, {}), "3 frames, 1234.5 frames/s");
 }
 
 TEST(progress, hides_a_very_long_time_left)
 {
-    EXPECT_EQ(progress_text(10, 5.0, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.0 frames/s");
+    EXPECT_EQ(progress_text(10, 5.0, 2.0, {.frames = 0, .seconds = 1e308}), "10 frames, 5.00 frames/s");
 }
 
 /** A progress line in virtual time. */
@@ -80,11 +86,11 @@ TEST_F(progress_line_test, leaves_nothing_behind)
 {
     written_at(1s, 1);
     EXPECT_EQ(written_at(2s, 51), "\r51 of 100 frames, 50.0 frames/s, 1 s left");
-    EXPECT_EQ(written_at(11s, 51), "\r51 of 100 frames, 5.0 frames/s, 10 s left");
-    EXPECT_EQ(written_at(20s, 96), "\r96 of 100 frames, 5.0 frames/s, 1 s left ");
+    EXPECT_EQ(written_at(11s, 51), "\r51 of 100 frames, 5.00 frames/s, 10 s left");
+    EXPECT_EQ(written_at(20s, 96), "\r96 of 100 frames, 5.00 frames/s, 1 s left ");
     out.str("");
     line.reset();
-    EXPECT_EQ(out.str(), "\r" + std::string(41, ' ') + "\r");
+    EXPECT_EQ(out.str(), "\r" + std::string(42, ' ') + "\r");
 }
 
 TEST_F(progress_line_test, is_not_longer_than_a_line_of_the_terminal)

@@ -225,7 +225,7 @@ TEST_F(record_test, shows_progress_when_asked_to)
     options.frames = 3;
     terminal = true;
     EXPECT_EQ(run(), exit_code::success);
-    const std::string line = "2 of 3 frames, 5.0 frames/s, 0 s left";
+    const std::string line = "2 of 3 frames, 5.00 frames/s, 0 s left";
     EXPECT_EQ(err.str(), "\r" + line + "\r" + std::string(line.size(), ' ') + "\rnext: vantor plot " +
                              options.output.string() + "\n");
 }

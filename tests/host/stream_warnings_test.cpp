@@ -47,7 +47,7 @@ TEST(stream_warnings, name_a_rate_that_the_server_has_not_accepted)
     facts.nominal_rate = 5.0;
     facts.refused_rate = 50.0;
     EXPECT_THAT(describe_warnings(facts),
-                ElementsAre("rate not as requested: the server measures 5.0 frames/s, "
+                ElementsAre("rate not as requested: the server measures 5.00 frames/s, "
                             "the configuration requests 50.0"));
 }
 
@@ -106,6 +106,20 @@ TEST(stream_warnings, name_a_rate_that_is_not_reached_without_a_clock)
     facts.nominal_rate = 20.0;
     facts.measured_rate = 15.0;
     EXPECT_THAT(describe_warnings(facts), ElementsAre(testing::StartsWith("rate not reached: 15.0 of 20.0")));
+}
+
+TEST(stream_warnings, have_three_significant_digits_of_low_rates)
+{
+    stream_facts facts;
+    facts.frames = 9;
+    facts.missing = 1;
+    facts.nominal_rate = 0.05;
+    facts.refused_rate = 0.0125;
+    EXPECT_THAT(
+        describe_warnings(facts),
+        testing::IsSupersetOf(
+            {"rate not as requested: the server measures 0.0500 frames/s, the configuration requests 0.0125",
+             "rate not reached: 0.0450 of 0.0500 frames/s, by the clock of the server"}));
 }
 
 TEST(stream_warnings, have_room_for_long_times)
