@@ -49,6 +49,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .nominal_rate = recorded.source.nominal_rate(),
                        .refused_rate = recorded.source.refused_rate(),
                        .measured_rate = recorded.source.has_clock() ? 0.0 : recorded.stream.measured_rate(),
+                       .has_clock = recorded.source.has_clock(),
                        .silence = recorded.stream.silence(),
                        .due_at_end = due_at_end(recorded),
                        .breaks = recorded.tally.breaks(),

@@ -33,6 +33,17 @@ double share_of_rate(const stream_facts &facts)
     return due > 0.0 ? static_cast<double>(facts.frames) / due : 1.0;
 }
 
+/** What has measured share_of_rate(). */
+std::string describe_measurement(const stream_facts &facts)
+{
+    if (facts.measured_rate > 0.0)
+    {
+        return ", by the clock of this computer";
+    }
+    // Without a clock, only damaged messages are counted.
+    return facts.has_clock ? ", by the clock of the server" : "";
+}
+
 /** Adds a warning if no frame has arrived for some frame periods at the end. */
 void describe_silence(const stream_facts &facts, std::vector<std::string> &lines)
 {
@@ -80,6 +91,7 @@ stream_facts recording_facts(const session_description &session, uint64_t frames
     facts.frames = frames;
     facts.missing = missing;
     facts.nominal_rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    facts.has_clock = session.server.ticks_per_second > 0.0;
     for (const auto &part : captures)
     {
         if (part.begins)
@@ -123,7 +135,7 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     if (facts.nominal_rate > 0.0 && share < least_share_of_rate)
     {
         lines.push_back("rate not reached: " + rate_text(share * facts.nominal_rate) + " of " +
-                        rate_text(facts.nominal_rate) + " frames/s, by the clock of the server");
+                        rate_text(facts.nominal_rate) + " frames/s" + describe_measurement(facts));
     }
     if (facts.damaged > 0)
     {

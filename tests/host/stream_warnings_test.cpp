@@ -105,7 +105,13 @@ TEST(stream_warnings, name_a_rate_that_is_not_reached_without_a_clock)
     facts.frames = 100;
     facts.nominal_rate = 20.0;
     facts.measured_rate = 15.0;
-    EXPECT_THAT(describe_warnings(facts), ElementsAre(testing::StartsWith("rate not reached: 15.0 of 20.0")));
+    EXPECT_THAT(describe_warnings(facts),
+                ElementsAre("rate not reached: 15.0 of 20.0 frames/s, by the clock of this computer"));
+    // Measured by nothing but the damaged messages.
+    facts.measured_rate = 0.0;
+    facts.has_clock = false;
+    facts.missing = 25;
+    EXPECT_THAT(describe_warnings(facts), testing::Contains("rate not reached: 16.0 of 20.0 frames/s"));
 }
 
 TEST(stream_warnings, have_three_significant_digits_of_low_rates)
