@@ -41,7 +41,8 @@ move. Where frames are missing or not valid, the maps are white, and displacemen
 counts frames if neither a clock nor a frame rate is known.
 
 Dashed lines are the mean level without echoes, that is, of noise and the sensor's constant offset, and in spectra
-that of noise. Dotted lines are the bounds of velocities that are not ambiguous. Warnings are red.)";
+that of noise. The noise is measured from the differences between consecutive sweeps, beside echoes that move and
+samples that are clipped. Dotted lines are the bounds of velocities that are not ambiguous. Warnings are red.)";
 
 /** The options of `vantor plot`. */
 struct plot_options

@@ -36,7 +36,7 @@ recording_sink::recording_sink(recording_writer &writer, const session_metadata 
 {
     for (const auto &layout : metadata.items)
     {
-        statistics_.emplace_back(layout.sweep_length);
+        statistics_.emplace_back(layout);
     }
     thread_ = std::thread([this] { work(); });
 }

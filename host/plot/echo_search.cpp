@@ -107,7 +107,7 @@ std::optional<double> strongest_echo_distance(const recorded_item &item, const i
     {
         return std::nullopt;
     }
-    const auto around = statistics.background_of(item.layout.subsweeps[subsweep_of(item, *point)]);
+    const auto around = statistics.background_of(subsweep_of(item, *point));
     return is_echo(levels[*point], around, statistics.sweeps())
                ? std::optional(echo_distance(item, levels, *point))
                : std::nullopt;

@@ -62,7 +62,7 @@ void measure_levels(recording_reader &recording, size_t index, const timeline &t
     const auto &item = recording.items()[index];
     const bool none_valid = times.not_valid() == recording.frames();
     frame_rows rows(recording, index, times);
-    item_statistics statistics(item.layout.sweep_length);
+    item_statistics statistics(item.layout);
     map_builder map(item, times.axis());
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
@@ -82,9 +82,9 @@ void measure_levels(recording_reader &recording, size_t index, const timeline &t
     }
     analysis.mean = statistics.means();
     analysis.profile = statistics.profile();
-    for (const auto &place : item.layout.subsweeps)
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
     {
-        analysis.around.push_back(statistics.background_of(place));
+        analysis.around.push_back(statistics.background_of(i));
     }
     choose_point(item, distance, statistics.sweeps(), analysis);
     analysis.motion = widest_motion(map.finish(analysis.around, analysis.map));

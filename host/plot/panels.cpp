@@ -316,12 +316,13 @@ std::string spectrum_title(const panel_row &place)
     return title + (spectrum.between_frames ? doubt(place.analysis) : "");
 }
 
-/** The range of levels of a spectrum: noise fills the lower part. */
+/** The range of levels of a spectrum: noise, and what is lower, fills the lower part. */
 axis_range spectrum_levels(const velocity_spectrum &spectrum)
 {
-    const double peak = peak_of(spectrum);
-    const double low = std::isnan(spectrum.floor) ? peak - 60.0 : spectrum.floor - 15.0;
-    return {low, std::max(peak + 10.0, low + 50.0)};
+    auto levels = spectrum.levels;
+    std::sort(levels.begin(), levels.end());
+    const double low = std::fmin(spectrum.floor, levels[levels.size() / 4]) - 15.0;
+    return {low, std::max(levels.back() + 10.0, low + 50.0)};
 }
 
 /** The commands for the noise floor of a spectrum, and the bounds of unambiguous velocities. */

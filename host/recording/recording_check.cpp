@@ -126,7 +126,7 @@ private:
                            .left_digest = {},
                            .left_table_digest = {},
                            .figures = {},
-                           .level = item_statistics(item.layout.sweep_length)};
+                           .level = item_statistics(item.layout)};
         try
         {
             const input_file data(samples_of(item));

@@ -3,7 +3,12 @@
  */
 #include "vantor/item_statistics.h"
 
+#include <algorithm>
 #include <cmath>
+#include <complex>
+#include <functional>
+#include <numbers>
+#include <random>
 
 #include <gmock/gmock.h>
 
@@ -14,9 +19,18 @@ namespace vantor
 namespace
 {
 
+/** An item with one sub-sweep of this many points. */
+item_layout points(size_t count)
+{
+    item_layout layout;
+    layout.sweep_length = count;
+    layout.subsweeps = {{.offset = 0, .length = count}};
+    return layout;
+}
+
 TEST(item_statistics, averages_magnitudes_over_sweeps)
 {
-    item_statistics statistics(2);
+    item_statistics statistics(points(2));
     const std::vector<sample> frame{{3, 4}, {0, -1}, {-6, 8}, {0, 3}};
     statistics.add(frame);
     EXPECT_THAT(statistics.profile(), testing::ElementsAre(7.5, 2.0));
@@ -25,54 +39,185 @@ TEST(item_statistics, averages_magnitudes_over_sweeps)
 
 TEST(item_statistics, accepts_the_largest_samples)
 {
-    item_statistics statistics(1);
+    item_statistics statistics(points(1));
     statistics.add(std::vector<sample>{{-32768, -32768}});
     EXPECT_NEAR(statistics.mean_level().value(), 46340.95, 0.01);
 }
 
 TEST(item_statistics, is_empty_without_samples)
 {
-    const item_statistics none(4);
+    const item_statistics none(points(4));
     EXPECT_EQ(none.mean_level(), std::nullopt);
     EXPECT_THAT(none.profile(), testing::ElementsAre(0.0, 0.0, 0.0, 0.0));
-    item_statistics empty(0);
+    item_statistics empty(points(0));
     empty.add({});
     EXPECT_EQ(empty.mean_level(), std::nullopt);
 }
 
-TEST(item_statistics, measures_noise_without_echoes_that_do_not_move)
+TEST(item_statistics, measures_noise_without_echoeshat_do_not_move)
 {
-    item_statistics statistics(4);
-    EXPECT_TRUE(std::isnan(statistics.background_of({.offset = 0, .length = 4}).noise));
-    EXPECT_TRUE(std::isnan(statistics.background_of({.offset = 0, .length = 4}).level()));
-    statistics.add(
-        std::vector<sample>{{1000, 0}, {0, 0}, {0, 50}, {0, 0}, {1000, 6}, {8, 0}, {0, 50}, {0, 0}});
-    // Of the squared differences 36, 64, 0 and 0 the median; 0 of the last two points.
-    EXPECT_NEAR(statistics.background_of({.offset = 0, .length = 4}).noise, std::sqrt(36.0 / 2.0), 1e-9);
-    EXPECT_EQ(statistics.background_of({.offset = 2, .length = 2}).noise, 0.0);
+    auto layout = points(6);
+    layout.subsweeps = {{.offset = 0, .length = 4}, {.offset = 4, .length = 2}};
+    item_statistics statistics(layout);
+    EXPECT_TRUE(std::isnan(statistics.background_of(0).noise));
+    EXPECT_TRUE(std::isnan(statistics.background_of(0).level()));
+    statistics.add(std::vector<sample>{{1000, 0},
+                                       {0, 0},
+                                       {0, 50},
+                                       {0, 0},
+                                       {0, 900},
+                                       {7, 0},
+                                       {1000, 6},
+                                       {8, 0},
+                                       {6, 50},
+                                       {0, 8},
+                                       {0, 900},
+                                       {7, 0}});
+    // The mean of the squared differences 36, 64, 36 and 64.
+    EXPECT_NEAR(statistics.background_of(0).noise, std::sqrt(50.0 / 2.0), 1e-9);
+    EXPECT_EQ(statistics.background_of(1).noise, 0.0);
 }
 
 TEST(item_statistics, compares_frames_of_one_sweep_without_a_gap)
 {
-    item_statistics statistics(1);
-    const subsweep_layout all{.offset = 0, .length = 1};
+    item_statistics statistics(points(1));
     statistics.add(std::vector<sample>{{100, 0}});
     statistics.restart();
     statistics.add(std::vector<sample>{{200, 0}});
-    EXPECT_TRUE(std::isnan(statistics.background_of(all).noise));
+    EXPECT_TRUE(std::isnan(statistics.background_of(0).noise));
     statistics.add(std::vector<sample>{{204, 0}});
-    EXPECT_NEAR(statistics.background_of(all).noise, std::sqrt(16.0 / 2.0), 1e-9);
+    EXPECT_NEAR(statistics.background_of(0).noise, std::sqrt(16.0 / 2.0), 1e-9);
 }
 
 TEST(item_statistics, finds_the_offset_between_echoes)
 {
-    item_statistics statistics(4);
+    item_statistics statistics(points(4));
     const std::vector<sample> sweep{{3000, 0}, {3, 4}, {3, 4}, {-4000, 1}};
     statistics.add(sweep);
     statistics.add(sweep);
-    EXPECT_EQ(statistics.background_of({.offset = 0, .length = 4}).offset, 5.0);
-    EXPECT_EQ(statistics.background_of({.offset = 0, .length = 4}).level(), 5.0);
+    EXPECT_EQ(statistics.background_of(0).offset, 5.0);
+    EXPECT_EQ(statistics.background_of(0).level(), 5.0);
     EXPECT_EQ(statistics.means()[3], std::complex<double>(-4000, 1));
+}
+
+/** What the echoes of a test have: the amplitude at a point in a sweep. */
+using echoes = std::function<std::complex<double>(size_t sweep, size_t point)>;
+
+/** Noise with this RMS amplitude, the same in every run. */
+class noise_source
+{
+public:
+    explicit noise_source(double rms) : part_(0.0, rms / std::numbers::sqrt2)
+    {
+    }
+
+    std::complex<double> operator()()
+    {
+        return {part_(source_), part_(source_)};
+    }
+
+    /** Leaves out a number. */
+    void skip()
+    {
+        source_.discard(1);
+    }
+
+private:
+    std::mt19937 source_{7};
+    std::normal_distribution<double> part_;
+};
+
+/** The parts of a sample, rounded and clipped as those of a sensor. */
+sample digitised(std::complex<double> value)
+{
+    const auto part = [](double real) {
+        return static_cast<int16_t>(std::clamp(std::round(real), -32768.0, 32767.0));
+    };
+    return {part(value.real()), part(value.imag())};
+}
+
+/** The background of 100 points with noise of 20, an offset of (5, -5) and echoes. */
+background measured_background(size_t frames, size_t sweeps, const echoes &source)
+{
+    constexpr size_t length = 100;
+    noise_source noise(20.0);
+    item_statistics statistics(points(length));
+    for (size_t frame = 0; frame < frames; ++frame)
+    {
+        std::vector<sample> samples;
+        for (size_t i = 0; i < sweeps * length; ++i)
+        {
+            const std::complex<double> offset{5.0, -5.0};
+            samples.push_back(digitised(noise() + offset + source(frame * sweeps + i / length, i % length)));
+        }
+        statistics.add(samples);
+    }
+    return statistics.background_of(0);
+}
+
+/** An echo of a pulse that is five points wide. */
+double pulse(double amplitude, double place, size_t point)
+{
+    const double away = (static_cast<double>(point) - place) / 5.0;
+    return amplitude * std::exp(-away * away);
+}
+
+/** An echo that moves through all points while this many sweeps are measured. */
+echoes passing_echo(double sweeps)
+{
+    return [=](size_t sweep, size_t point) {
+        const double place = std::fmod(static_cast<double>(sweep), sweeps) / sweeps * 100.0;
+        return std::polar(pulse(3000.0, place, point), 2.0 * static_cast<double>(sweep));
+    };
+}
+
+/** Expects the noise, and the mean level, within 0.5 dB. */
+void expect_true_background(const background &found)
+{
+    EXPECT_NEAR(20.0 * std::log10(found.noise / 20.0), 0.0, 0.5);
+    const background truth{.noise = 20.0, .offset = std::sqrt(50.0)};
+    EXPECT_NEAR(20.0 * std::log10(found.level() / truth.level()), 0.0, 0.5);
+}
+
+TEST(item_statistics, measures_the_noise_beside_echoeshat_pass_most_points)
+{
+    expect_true_background(measured_background(400, 1, passing_echo(100.0)));
+    expect_true_background(measured_background(100, 32, passing_echo(800.0)));
+}
+
+TEST(item_statistics, measures_the_noise_beside_several_echoes)
+{
+    const auto walker = passing_echo(150.0);
+    const auto source = [&](size_t sweep, size_t point) {
+        const double breath = 10.0 * std::sin(0.08 * static_cast<double>(sweep));
+        return walker(sweep, point) + std::polar(pulse(2000.0, 30.0, point), breath) +
+               pulse(9000.0, 60.0, point);
+    };
+    expect_true_background(measured_background(400, 1, source));
+    expect_true_background(measured_background(20, 32, source));
+}
+
+TEST(item_statistics, measures_the_noise_beside_samples_that_are_clipped)
+{
+    const auto source = [](size_t, size_t point) { return point < 40 ? 40000.0 : 0.0; };
+    expect_true_background(measured_background(40, 1, source));
+}
+
+TEST(item_statistics, measures_the_noise_in_few_sweeps)
+{
+    const auto still = [](size_t, size_t point) { return pulse(9000.0, 60.0, point); };
+    EXPECT_NEAR(20.0 * std::log10(measured_background(2, 1, still).noise / 20.0), 0.0, 1.0);
+    EXPECT_NEAR(20.0 * std::log10(measured_background(1, 32, still).noise / 20.0), 0.0, 0.5);
+}
+
+TEST(item_statistics, measures_the_mean_power_of_noise_that_changes)
+{
+    // Another transmitter is on for half of the time.
+    noise_source noise(100.0);
+    noise.skip();
+    const auto source = [&](size_t sweep, size_t) { return sweep / 100 % 2 == 0 ? 0.0 : noise(); };
+    const double mean = std::sqrt(400.0 + 10000.0 / 2.0);
+    EXPECT_NEAR(20.0 * std::log10(measured_background(400, 1, source).noise / mean), 0.0, 0.5);
 }
 
 TEST(background, has_the_mean_level_of_a_rice_distribution)

@@ -205,7 +205,7 @@ TEST_F(panels, show_noise_bounds_and_units)
     const json config = {{"sweeps_per_frame", 16}, {"sweep_rate", 1000}};
     test::write_item(directory / "out", {.config = config, .sweeps = 16}, 20,
                      [](int, size_t sweep, size_t point) {
-                         return point == 50 ? 3276.7 : 10.0 * static_cast<double>(sweep % 2);
+                         return (point == 50 ? 3271.7 : 0.0) + 10.0 * static_cast<double>(sweep % 2);
                      });
     const auto commands = draw();
     EXPECT_THAT(commands, HasSubstr("'Mean level: strongest echo at 0.325 m'"));
@@ -218,6 +218,18 @@ TEST_F(panels, show_noise_bounds_and_units)
     EXPECT_THAT(commands, HasSubstr("set arrow from 0.200000,-72.54"));
     EXPECT_THAT(commands, HasSubstr("set label 'noise and constant offset'"));
     EXPECT_THAT(read_file(directory / "item-0.level"), HasSubstr("\n0.325 -19.9992"));
+}
+
+TEST_F(panels, show_a_spectrum_below_the_noise_of_other_points)
+{
+    const json config = {{"sweeps_per_frame", 16}, {"sweep_rate", 1000}};
+    test::write_item(directory / "out", {.config = config, .sweeps = 16}, 20,
+                     [](int, size_t sweep, size_t point) {
+                         return point == 50 ? 3000.0 : 10.0 * static_cast<double>(sweep % 2);
+                     });
+    // At the echo, nothing but the lowest level that is drawn.
+    EXPECT_THAT(draw(), HasSubstr("set yrange [-125.308733623:"));
+    EXPECT_THAT(read_file(directory / "item.spectrum"), HasSubstr(" -110.308734\n"));
 }
 
 TEST_F(panels, show_gaps_for_frames_that_are_not_valid)

@@ -31,8 +31,8 @@ struct background
 class item_statistics
 {
 public:
-    /** @param sweep_length  number of samples in a sweep */
-    explicit item_statistics(size_t sweep_length) noexcept;
+    /** @param layout  of the item */
+    explicit item_statistics(const item_layout &layout);
 
     /** Adds the samples of a frame, sweep after sweep. */
     void add(std::span<const sample> samples);
@@ -56,25 +56,48 @@ public:
     [[nodiscard]] std::vector<std::complex<double>> means() const;
 
     /**
-     * Noise and offset in a sub-sweep. The noise follows from the differences between consecutive sweeps:
-     * within frames, or between frames of one sweep. Echoes that do not move cancel; most points must be free
-     * of echoes that move. The offset follows from the mean samples; a quarter of the points must be free of
-     * echoes.
+     * Noise and offset in a sub-sweep. The noise follows from the differences between consecutive sweeps,
+     * within frames, or between frames of one sweep. Echoes that do not move cancel. Echoes that move are
+     * left out: in each interval of a few sweeps, the points whose differences are greater than those of the
+     * noise at the other points. Samples that are clipped are left out, too. The offset follows from the mean
+     * samples; a quarter of the points must be free of echoes that do not move.
+     *
+     * @param subsweep  its index
      */
-    [[nodiscard]] background background_of(const subsweep_layout &place) const;
+    [[nodiscard]] background background_of(size_t subsweep) const;
 
 private:
+    /** What the intervals so far contain without echoes. */
+    struct interval_sums
+    {
+        double power = 0.0; /**< of the noise: sum over the intervals with a certain estimate */
+        uint64_t count = 0; /**< number of these intervals */
+        double lowest = std::numeric_limits<double>::infinity(); /**< noise power in the other intervals */
+        std::complex<double> offset;                             /**< sum over all intervals */
+    };
+
     void add_sweep(std::span<const sample> sweep);
     void compare(std::span<const sample> earlier, std::span<const sample> later);
-    [[nodiscard]] double noise_in(const subsweep_layout &place) const;
+    void finish_interval();
+    void add_noise(size_t subsweep, interval_sums &sums) const;
+    [[nodiscard]] std::complex<double> interval_offset(const subsweep_layout &place) const;
+    [[nodiscard]] double noise_power(size_t subsweep) const;
+    [[nodiscard]] double offset_power(size_t subsweep, double noise) const;
 
     size_t sweep_length_;
+    std::vector<subsweep_layout> subsweeps_;
     std::vector<double> sums_;                /**< of the magnitudes at each point; empty without samples */
     std::vector<std::complex<double>> means_; /**< sums of the samples at each point */
-    std::vector<double> differences_;         /**< sums of the squared differences at each point */
     std::vector<sample> previous_;            /**< the previous frame, if it has one sweep */
     uint64_t sweeps_ = 0;
-    uint64_t compared_ = 0; /**< number of differences at each point */
+    std::vector<interval_sums> intervals_;      /**< of each sub-sweep */
+    uint64_t count_ = 0;                        /**< number of complete intervals */
+    std::vector<double> differences_;           /**< in the interval: sums of the squares; NaN: clipped */
+    unsigned compared_ = 0;                     /**< number of differences in the interval, at each point */
+    double variance_ = 0.0;                     /**< of a sum, relative to the square of the noise power */
+    bool consecutive_ = false;                  /**< the next difference begins where the last one ended */
+    std::vector<std::complex<double>> earlier_; /**< the sums of the samples before the interval */
+    uint64_t earlier_sweeps_ = 0;               /**< number of sweeps before the interval */
 };
 
 } // namespace vantor
