@@ -10,11 +10,10 @@
 
 namespace vantor
 {
-std::string shell_word(const std::filesystem::path &path)
+std::string shell_word(const std::string &word)
 {
     constexpr std::string_view common =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./:@%+=,-";
-    const auto word = path.string();
     if (!word.empty() && word.find_first_not_of(common) == std::string::npos)
     {
         return word;
@@ -27,11 +26,15 @@ std::string shell_word(const std::filesystem::path &path)
     return printable(text + "'");
 }
 
-void suggest(const command_streams &streams, const std::string &command, const std::filesystem::path &file)
+void suggest(const command_streams &streams, const std::string &command, const std::filesystem::path &file,
+             const std::string &connect)
 {
     if (streams.terminal)
     {
-        streams.err << "next: " << command << " " << shell_word(file) << "\n";
+        // Otherwise a name that begins with "-" would be an option.
+        const bool is_option = file.string().starts_with('-');
+        streams.err << "next: " << command << " " << shell_word((is_option ? "./" : "") + file.string())
+                    << (connect.empty() ? "" : " --connect " + shell_word(connect)) << "\n";
     }
 }
 

@@ -255,7 +255,7 @@ exit_code plan_wish(const plan_options &options, const command_streams &streams)
     print_shortfalls(streams.err, chosen);
     if (!options.output.empty() && !options.json)
     {
-        suggest(streams, "vantor record", options.output);
+        suggest(streams, "vantor record", options.output, options.connect);
     }
     return chosen.shortfalls.empty() ? exit_code::success : exit_code::failure;
 }

@@ -77,13 +77,19 @@ std::filesystem::path default_output(const std::filesystem::path &configuration)
     return candidate;
 }
 
+/** What a person should know while a stream is recorded. */
+std::string describe(const frame_tally &tally, const session_source &source)
+{
+    return short_warnings(tally, source.nominal_rate()) +
+           (source.lost() ? ", link lost, connecting again" : "");
+}
+
 /**
  * Passes frames to the sinks; shows progress on a terminal.
  *
- * @param rate  frames per second that are due; 0 if unknown
  * @return the failure, to be reported once the recording is finished; null if there was none
  */
-std::exception_ptr run_stream(hub &stream, const frame_tally &tally, double rate,
+std::exception_ptr run_stream(hub &stream, const frame_tally &tally, const session_source &source,
                               const record_options &options, const command_streams &streams,
                               const time_source &now)
 {
@@ -92,7 +98,7 @@ std::exception_ptr run_stream(hub &stream, const frame_tally &tally, double rate
     try
     {
         stream.run({.frames = options.frames, .seconds = seconds, .stop = [&] {
-                        line.update(stream.frames(), [&] { return short_warnings(tally, rate); });
+                        line.update(stream.frames(), [&] { return describe(tally, source); });
                         return interrupt_watch::interrupted();
                     }});
         return nullptr;
@@ -134,6 +140,12 @@ nlohmann::json configuration_of(const server_info &server)
         throw usage_error(configuration_missing);
     }
     return *server.configuration;
+}
+
+/** Whether the sensors of a server are simulated, as far as it reports that. */
+bool is_simulated(const server_info &server)
+{
+    return server.board && server.board->sensors == "simulated";
 }
 
 /** Writes the final documents; returns false if that fails, which is the failure if there was none before. */
@@ -209,7 +221,7 @@ exit_code record(const record_options &options, const command_streams &streams,
     recording_sink recorder(writer, source.metadata(), options.queue_megabytes << 20U, *loop);
     frame_tally tally;
     hub stream(source, {&tally, &recorder}, *loop);
-    auto failure = run_stream(stream, tally, source.nominal_rate(), options, streams, loop->clock());
+    auto failure = run_stream(stream, tally, source, options, streams, loop->clock());
     if (const auto late = recorder.close(); !failure)
     {
         failure = late;
@@ -220,6 +232,7 @@ exit_code record(const record_options &options, const command_streams &streams,
                   .stream = stream,
                   .tally = tally,
                   .source = source,
+                  .simulated = is_simulated(server.server()),
                   .frames_reached = options.frames > 0 && stream.frames() >= options.frames,
                   .items = list_items(configuration)},
                  streams.out, options.json);

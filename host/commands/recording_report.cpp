@@ -50,6 +50,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .refused_rate = recorded.source.refused_rate(),
                        .measured_rate = recorded.source.has_clock() ? 0.0 : recorded.stream.measured_rate(),
                        .has_clock = recorded.source.has_clock(),
+                       .lost = recorded.source.lost(),
                        .silence = recorded.stream.silence(),
                        .due_at_end = due_at_end(recorded),
                        .breaks = recorded.tally.breaks(),
@@ -114,6 +115,10 @@ void print_summary(std::ostream &out, const finished_recording &recorded)
     {
         out << line << "\n";
     }
+    if (recorded.simulated)
+    {
+        out << "sensors: simulated\n";
+    }
     out << "recording: " << printable(recorded.writer.directory().string()) << "\n";
 }
 
@@ -161,6 +166,7 @@ ordered_json to_json(const finished_recording &recorded)
         breaks.push_back({{"reason", part.reason}, {"seconds", part.gap}});
     }
     return {{"recording", recorded.writer.directory().string()},
+            {"simulated", recorded.simulated},
             {"frames", recorded.writer.frames()},
             {"bytes", recorded.writer.data_length()},
             {"seconds", seconds(recorded)},

@@ -25,6 +25,7 @@ struct finished_recording
     const hub &stream;
     const frame_tally &tally;
     const session_source &source;
+    bool simulated;      /**< the sensors are */
     bool frames_reached; /**< the stream ended with the requested number of frames */
     std::vector<item_configuration> items;
 };

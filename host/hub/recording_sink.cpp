@@ -17,11 +17,9 @@ constexpr std::chrono::milliseconds sync_interval{500};
  * heap needs for each of its parts. */
 constexpr size_t frame_overhead = sizeof(frame) + 256;
 
-/** The bytes that a job's frame occupies; 0 if it has none. */
-size_t size_of(const std::shared_ptr<const frame> &queued)
-{
-    return queued ? queued_size(*queued) : 0;
-}
+/** What a break counts in the queue, in bytes: the documents are written then, which takes as long as many
+ * frames. */
+constexpr size_t break_size = 4U << 20U;
 
 } // namespace
 
@@ -86,13 +84,19 @@ std::exception_ptr recording_sink::close()
     return failure_;
 }
 
+/** What a job counts in the queue, in bytes. */
+size_t recording_sink::size_of(const job &queued)
+{
+    return (queued.what ? queued_size(*queued.what) : 0) + (queued.next.number > 0 ? break_size : 0);
+}
+
 /** Adds a job to the queue; throws the failure of an earlier one. */
 void recording_sink::push(job &&added)
 {
     check();
     {
         const std::lock_guard lock(mutex_);
-        queued_bytes_ += size_of(added.what);
+        queued_bytes_ += size_of(added);
         queue_.push_back(std::move(added));
     }
     wake_.notify_one();
@@ -159,7 +163,7 @@ void recording_sink::finish_job(const job &finished, std::exception_ptr failure)
     bool wake_hub = false;
     {
         const std::lock_guard lock(mutex_);
-        queued_bytes_ -= size_of(finished.what);
+        queued_bytes_ -= size_of(finished);
         failure_ = std::move(failure);
         wake_hub = std::exchange(hub_waits_, false);
     }

@@ -56,7 +56,7 @@ void describe_silence(const stream_facts &facts, std::vector<std::string> &lines
     else if (silence > std::max(least_silence, silent_periods * period))
     {
         lines.push_back("no frame in the last " + fixed(silence, 1) + " s" +
-                        (facts.due_at_end > 0 ? ": " + count(facts.due_at_end, "frame") + " were due" : ""));
+                        (facts.due_at_end > 1 ? ": " + count(facts.due_at_end, "frame") + " were due" : ""));
     }
 }
 
@@ -120,6 +120,10 @@ uint64_t notable_invalid(const flag_counts &counts, const std::vector<segment> &
 std::vector<std::string> describe_gaps(const stream_facts &facts)
 {
     std::vector<std::string> lines;
+    if (facts.lost)
+    {
+        lines.emplace_back("link lost, and not connected again before the end");
+    }
     describe_silence(facts, lines);
     if (facts.missing > 0)
     {

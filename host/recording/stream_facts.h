@@ -37,6 +37,7 @@ struct stream_facts
     /** Frames per second that arrived, if the server has no clock; otherwise 0. */
     double measured_rate = 0.0;
     bool has_clock = true; /**< the server has a clock */
+    bool lost = false;     /**< the link was lost at the end */
     double silence = 0.0;  /**< seconds from the last frame to the end */
     /** Frames that were due between the last frame and the end, as far as the server reports them. */
     uint64_t due_at_end = 0;

@@ -13,6 +13,7 @@
 #include "command_outcome.h"
 #include "commands/arguments.h"
 #include "commands/completion.h"
+#include "commands/next_command.h"
 #include "example_recording.h"
 #include "fake_server.h"
 #include "temporary_directory.h"
@@ -363,6 +364,14 @@ TEST(command_line, prints_the_next_command_on_a_terminal)
     const auto spaced = (directory / "my config.json").string();
     EXPECT_EQ(on_terminal({"plan", "--distance", "5", "--output", spaced}),
               "next: vantor record '" + spaced + "'\n");
+}
+
+TEST(command_line, suggests_the_same_server_and_no_file_that_looks_like_an_option)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    suggest({out, err, true}, "vantor record", "-a.json", "sim:--seed 2");
+    EXPECT_EQ(err.str(), "next: vantor record ./-a.json --connect 'sim:--seed 2'\n");
 }
 
 TEST(command_line, shows_recordings)

@@ -262,6 +262,28 @@ TEST_F(record_test, reports_frames_that_were_due_before_the_end)
     EXPECT_THAT(out.str(), HasSubstr("\nno frame in the last 6.3 s: 292 frames were due\n"));
 }
 
+TEST_F(record_test, shows_that_the_link_is_lost)
+{
+    server.on("start", [](host_connection &host, const json &command) {
+        test::stream_frames(2)(host, command);
+        host.close();
+    });
+    server.on("identify", [links = std::make_shared<int>(0)](host_connection &host, const json &) {
+        if ((*links)++ == 0)
+        {
+            host.send(test::identity(), "");
+            return;
+        }
+        host.close();
+    });
+    options.reconnect = true;
+    options.seconds = 5.0;
+    terminal = true;
+    EXPECT_THROW(run(), connection_lost);
+    EXPECT_THAT(err.str(), HasSubstr(" s left, link lost, connecting again"));
+    EXPECT_THAT(out.str(), HasSubstr("\nlink lost, and not connected again before the end\n"));
+}
+
 TEST_F(record_test, leaves_frames_beyond_the_limit_out_without_a_warning)
 {
     server.on("start", test::stream_frames(2));

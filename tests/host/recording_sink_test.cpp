@@ -85,6 +85,24 @@ TEST_F(recording_sink_test, is_not_ready_while_its_queue_is_full)
     EXPECT_TRUE(loop.run_until([&] { return sink.ready(); }, never));
 }
 
+// A server that asks for a calibration again and again makes breaks faster than documents can be written.
+TEST_F(recording_sink_test, is_not_ready_while_many_breaks_wait)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    uint32_t breaks = 0;
+    while (sink.ready() && breaks < 10000)
+    {
+        ++breaks;
+        sink.begin({.number = breaks,
+                    .reason = "calibrated again",
+                    .gap = 0.1,
+                    .calibration_temperatures = {25, 25, 25}});
+        sink.add(shared_frame(breaks));
+    }
+    EXPECT_LT(breaks, 10000U);
+    EXPECT_TRUE(loop.run_until([&] { return sink.ready(); }, never));
+}
+
 TEST_F(recording_sink_test, counts_all_the_memory_of_a_frame)
 {
     const auto queued = shared_frame(0);

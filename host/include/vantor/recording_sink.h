@@ -82,6 +82,7 @@ private:
         std::chrono::system_clock::time_point arrival = {}; /**< of the frame */
     };
 
+    static size_t size_of(const job &queued);
     void work();
     bool take_job(job &taken);
     void execute(const job &taken);

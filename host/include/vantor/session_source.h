@@ -103,6 +103,12 @@ public:
         return due_at_end_;
     }
 
+    /** Whether the link is lost, and has not been connected again. */
+    [[nodiscard]] bool lost() const noexcept
+    {
+        return lost_;
+    }
+
     /** Number of damaged messages. */
     [[nodiscard]] uint64_t damaged() const noexcept
     {
