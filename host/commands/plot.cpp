@@ -35,7 +35,9 @@ spectrum, and velocity over distance if a frame has at least 4 sweeps. A page ha
 are named picture-2.png and so on. Levels are in dBFS: 0 dBFS is amplitude 32767.
 
 Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
-which the level falls by 3 dB on both sides; the direct leakage is left out. The spectrum is computed from the
+which the mean level falls by 3 dB on both sides; the direct leakage is left out. The strongest moving echo is the one
+that is left in a frame without the mean of all frames; the text above the pictures gives the least and the greatest
+distance at which it was found. The spectrum is computed from the
 sweeps within a frame if there are at least 16, otherwise from consecutive frames. It leaves out echoes that do not
 move. Where frames are missing or not valid, the maps are white, and displacement begins at 0 again. The time axis
 counts frames if neither a clock nor a frame rate is known.

@@ -120,9 +120,9 @@ std::string describe_echo(const recorded_item &item, const item_analysis &analys
     std::string text = level_name(item, analysis);
     if (analysis.motion)
     {
-        text = std::string(analysis.motion->always ? "the strongest echo moves" : "an echo moves") +
-               " from " + fixed(analysis.motion->from.distance, 2) + " m to " +
-               fixed(analysis.motion->to.distance, 2) + " m";
+        text = (analysis.rests ? text + separator : std::string()) +
+               "the strongest moving echo was found between " + fixed(analysis.motion->nearest, 2) +
+               " m and " + fixed(analysis.motion->farthest, 2) + " m";
     }
     text += describe_interruptions(analysis);
     return analysis.figures.saturated > 0 ? text + separator + "red dots: saturated" : text;

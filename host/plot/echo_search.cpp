@@ -1,5 +1,5 @@
 /** @file
- * Finds the strongest echo in a sweep, and follows it.
+ * Finds the strongest echo in a sweep.
  */
 #include "plot/echo_search.h"
 
@@ -29,27 +29,6 @@ bool is_maximum(std::span<const double> levels, size_t point)
 {
     return point > 0 && point + 1 < levels.size() && levels[point] >= levels[point - 1] &&
            levels[point] >= levels[point + 1];
-}
-
-/** Whether consecutive positions of the strongest echo belong to one echo. */
-bool is_continuous(const echo_position &earlier, const echo_position &later)
-{
-    return std::fabs(later.distance - earlier.distance) <= std::max(earlier.width, later.width);
-}
-
-/** The motion between the extremes of some positions. */
-echo_motion motion_in(std::span<const echo_position> positions)
-{
-    const auto nearer = [](const auto &a, const auto &b) { return a.distance < b.distance; };
-    const auto [nearest, farthest] = std::minmax_element(positions.begin(), positions.end(), nearer);
-    return nearest < farthest ? echo_motion{.from = *nearest, .to = *farthest}
-                              : echo_motion{.from = *farthest, .to = *nearest};
-}
-
-/** The distance between the extremes of a motion. */
-double extent(const echo_motion &motion)
-{
-    return std::fabs(motion.to.distance - motion.from.distance);
 }
 
 } // namespace
@@ -124,27 +103,6 @@ size_t subsweep_of(const recorded_item &item, size_t point)
         }
     }
     return 0;
-}
-
-std::optional<echo_motion> widest_motion(const std::vector<echo_position> &positions)
-{
-    std::optional<echo_motion> widest;
-    for (size_t first = 0; first < positions.size();)
-    {
-        auto next = first + 1;
-        while (next < positions.size() && is_continuous(positions[next - 1], positions[next]))
-        {
-            ++next;
-        }
-        auto motion = motion_in(std::span(positions).subspan(first, next - first));
-        motion.always = next - first > positions.size() / 2;
-        if (extent(motion) > motion.from.width / 2.0 && (!widest || extent(motion) > extent(*widest)))
-        {
-            widest = motion;
-        }
-        first = next;
-    }
-    return widest;
 }
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * Finds the strongest echo in a sweep, and follows it.
+ * Finds the strongest echo in a sweep.
  */
 #ifndef VANTOR_ECHO_SEARCH_H
 #define VANTOR_ECHO_SEARCH_H
@@ -47,30 +47,6 @@ std::optional<double> strongest_echo_distance(const recorded_item &item, const i
 
 /** The sub-sweep that contains a point of the sweep. */
 size_t subsweep_of(const recorded_item &item, size_t point);
-
-/** Where an echo was at some time. */
-struct echo_position
-{
-    double seconds = 0.0;
-    double distance = 0.0; /**< in metres */
-    double width = 0.0;    /**< of the pulse there, in metres */
-};
-
-/** How an echo moves: between the two extremes of its distance, in the order of time. */
-struct echo_motion
-{
-    echo_position from;
-    echo_position to;
-    bool always = false; /**< it is the strongest echo most of the time */
-};
-
-/**
- * Finds the widest motion in the positions of the strongest echo.
- *
- * @param positions  in the order of time; another echo may be the strongest for a while
- * @return the motion, or nothing if the echo does not move by more than half of the pulse width
- */
-std::optional<echo_motion> widest_motion(const std::vector<echo_position> &positions);
 
 } // namespace vantor
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "plot/echo_search.h"
 #include "plot/map_builder.h"
 #include "plot/point_analysis.h"
 #include "plot/sensor_scale.h"
@@ -51,6 +52,7 @@ void choose_point(const recorded_item &item, std::optional<double> distance, uin
     const auto &around = analysis.around.at(subsweep_of(item, analysis.point));
     analysis.noise_known = !std::isnan(around.noise);
     analysis.above_noise = is_echo(analysis.profile[analysis.point], around, sweeps);
+    analysis.rests = std::abs(analysis.mean[analysis.point]) > analysis.profile[analysis.point] / 2.0;
     analysis.distance = analysis.found ? echo_distance(item, analysis.profile, analysis.point)
                                        : item.layout.distances_m.at(analysis.point);
 }
@@ -87,7 +89,7 @@ void measure_levels(recording_reader &recording, size_t index, const timeline &t
         analysis.around.push_back(statistics.background_of(i));
     }
     choose_point(item, distance, statistics.sweeps(), analysis);
-    analysis.motion = widest_motion(map.finish(analysis.around, analysis.map));
+    analysis.map = map.finish();
 }
 
 } // namespace

@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "plot/echo_search.h"
+#include "plot/motion_tracker.h"
 #include "plot/timeline.h"
 #include "vantor/recording_reader.h"
 
@@ -77,7 +77,8 @@ struct item_analysis
     bool given = false;                     /**< the distance of the point was given */
     bool noise_known = true;                /**< of the sub-sweep with the point */
     bool above_noise = false;               /**< the level at the point is that of an echo */
-    std::optional<echo_motion> motion;      /**< of the strongest echo, if it moves */
+    bool rests = false;                     /**< the echo at the point does not move most of the time */
+    std::optional<echo_motion> motion;      /**< of the strongest echo that moves */
     level_map map;
     std::vector<track_point> track;
     velocity_spectrum spectrum;

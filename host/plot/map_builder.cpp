@@ -18,9 +18,6 @@ namespace
 /** Maximum number of strips: about the number of columns of pixels in a panel. */
 constexpr double most_strips = 400.0;
 
-/** An echo that is followed is this much stronger than noise and offset. */
-constexpr double least_followed_echo = 4.0;
-
 } // namespace
 
 map_builder::map_builder(const recorded_item &item, const time_axis &time)
@@ -77,31 +74,14 @@ void map_builder::finish_strip()
         sum /= static_cast<double>(sweeps_);
     }
     map_.strips[current_].levels = bins_.means(sums_);
-    if (const auto point = strongest_echo(item_, sums_))
-    {
-        candidates_.push_back(
-            {.time = static_cast<double>(current_) * map_.width, .point = *point, .level = sums_[*point]});
-    }
     std::fill(sums_.begin(), sums_.end(), 0.0);
     sweeps_ = 0;
 }
 
-std::vector<echo_position> map_builder::finish(const std::vector<background> &around, level_map &map)
+level_map map_builder::finish()
 {
     finish_strip();
-    map = std::move(map_);
-    std::vector<echo_position> positions;
-    for (const auto &found : candidates_)
-    {
-        const auto subsweep = subsweep_of(item_, found.point);
-        if (found.level > least_followed_echo * around.at(subsweep).level())
-        {
-            positions.push_back({.seconds = found.time,
-                                 .distance = item_.layout.distances_m[found.point],
-                                 .width = pulse_width(item_, subsweep)});
-        }
-    }
-    return positions;
+    return std::move(map_);
 }
 
 } // namespace vantor

@@ -16,7 +16,7 @@
 namespace vantor
 {
 
-/** Builds the level map of an item, and follows its strongest echo; keeps only what a picture shows. */
+/** Builds the level map of an item; keeps only what a picture shows. */
 class map_builder
 {
 public:
@@ -35,31 +35,16 @@ public:
      */
     void add(const frame_rows &row, const std::vector<sample> &samples, bool usable);
 
-    /**
-     * Completes the map.
-     *
-     * @param around  noise and offset in each sub-sweep
-     * @param map     receives the map
-     * @return the positions of the strongest echo over time
-     */
-    std::vector<echo_position> finish(const std::vector<background> &around, level_map &map);
+    /** Completes the map and returns it. */
+    level_map finish();
 
 private:
-    /** A maximum in a strip. */
-    struct candidate
-    {
-        double time = 0.0;
-        size_t point = 0;
-        double level = 0.0; /**< mean magnitude */
-    };
-
     [[nodiscard]] std::pair<size_t, size_t> strips_of(const frame_rows &row) const;
     void finish_strip();
 
     const recorded_item &item_;
     distance_bins bins_;
     level_map map_;
-    std::vector<candidate> candidates_;
     size_t current_ = 0;       /**< the strip that the sums are of */
     std::vector<double> sums_; /**< of the magnitudes at each point */
     uint64_t sweeps_ = 0;      /**< number of sweeps in the sums */

@@ -9,6 +9,8 @@
 #include <limits>
 #include <numbers>
 
+#include "plot/echo_search.h"
+#include "plot/motion_tracker.h"
 #include "plot/sensor_scale.h"
 #include "plot/spectrum.h"
 #include "plot/velocity_map_builder.h"
@@ -246,13 +248,11 @@ private:
         return follower_.is_ambiguous() || motion_speed() > bound || spectrum_speed() > bound;
     }
 
-    /** The mean speed of the strongest echo between its extremes; 0 if it does not move. */
+    /** The highest speed of the strongest moving echo; 0 if it is not known. */
     [[nodiscard]] double motion_speed() const
     {
         const auto &motion = analysis_.motion;
-        return motion ? std::fabs(motion->to.distance - motion->from.distance) /
-                            (motion->to.seconds - motion->from.seconds)
-                      : 0.0;
+        return motion && motion->fastest ? std::fabs(motion->fastest->from_distance) : 0.0;
     }
 
     /** The speed at the highest peak of a spectrum between sweeps; 0 if it is not certain. */
@@ -286,6 +286,7 @@ void analyse_point(recording_reader &recording, size_t index, const timeline &ti
     const auto &item = recording.items()[index];
     point_feeder point(item, recording.frames(), times.longest_run(), analysis);
     velocity_map_builder map(item);
+    motion_tracker motion(item, analysis.mean, analysis.around);
     frame_rows rows(recording, index, times);
     std::vector<sample> samples;
     for (uint64_t number = 0; number < recording.frames(); ++number)
@@ -295,12 +296,19 @@ void analyse_point(recording_reader &recording, size_t index, const timeline &ti
         if (rows.after_gap() || !rows.valid())
         {
             point.interrupt(rows);
+            motion.interrupt();
         }
         if (rows.valid())
         {
             point.add(number, rows, samples);
             map.add(samples);
+            motion.add(rows.begin(), samples);
         }
+    }
+    analysis.motion = motion.finish();
+    if (analysis.motion && !analysis.time.in_seconds)
+    {
+        analysis.motion->fastest.reset();
     }
     point.finish(sweep_rate(item));
     const auto quieter = [](const auto &a, const auto &b) { return a.noise < b.noise; };

@@ -384,6 +384,28 @@ TEST(item_analysis, computes_velocities_between_sweeps)
     EXPECT_LT(*std::max_element(still.levels.begin(), still.levels.end()), dbfs(2.0));
 }
 
+TEST(item_analysis, follows_an_echo_past_a_stronger_one_that_rests)
+{
+    const test::temporary_directory directory;
+    const json config = {{"start_point", 80}, {"num_points", 300}, {"step_length", 4}};
+    const auto pulse = [](double amplitude, double away) {
+        return amplitude * std::exp(-away * away / 100.0);
+    };
+    test::write_item(
+        directory / "out", {.config = config, .points = 300}, 200, [&](int frame, size_t, size_t point) {
+            const auto place = static_cast<double>(point);
+            const double walker = frame < 100 ? 50.0 + 2.0 * frame : 450.0 - 2.0 * frame;
+            return pulse(9000.0, place - 150.0) + std::polar(pulse(1000.0, place - walker), 1.0 * frame);
+        });
+    recording_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    EXPECT_NEAR(analysis.distance, 0.2 + 150 * 0.01, 0.01);
+    EXPECT_TRUE(analysis.rests);
+    ASSERT_TRUE(analysis.motion);
+    EXPECT_NEAR(analysis.motion->nearest, 0.2 + 50 * 0.01, 0.02);
+    EXPECT_NEAR(analysis.motion->farthest, 0.2 + 250 * 0.01, 0.02);
+}
+
 /** Whether the motion of an echo with this velocity is aliased; at 20 Hz the bound is 0.025 m/s. */
 bool is_aliased(double velocity, double distance)
 {
@@ -416,9 +438,10 @@ TEST(item_analysis, follows_an_echo_that_moves)
     recording_reader recording(directory / "out");
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     ASSERT_TRUE(analysis.motion);
-    EXPECT_NEAR(analysis.motion->from.distance, 0.2 + 250 * 0.01, 1e-9);
-    EXPECT_NEAR(analysis.motion->to.distance, 0.2 + 52 * 0.01, 1e-9);
-    EXPECT_TRUE(analysis.motion->always);
+    EXPECT_NEAR(analysis.motion->farthest, 0.2 + 250 * 0.01, 0.01);
+    EXPECT_NEAR(analysis.motion->nearest, 0.2 + 52 * 0.01, 0.01);
+    ASSERT_TRUE(analysis.motion->fastest);
+    EXPECT_NEAR(analysis.motion->fastest->from_distance, -1.0, 0.05);
     // 1.98 m in 1.98 s at 50 Hz: the bound is 0.0625 m/s.
     EXPECT_TRUE(analysis.aliased);
 }

@@ -8,6 +8,7 @@
 
 #include "plot/caption.h"
 #include "plot/echo_search.h"
+#include "plot/motion_tracker.h"
 #include "plot/sensor_scale.h"
 #include "recording/number_text.h"
 #include "temporary_directory.h"
@@ -19,7 +20,6 @@ namespace
 {
 
 using nlohmann::json;
-using testing::HasSubstr;
 
 TEST(sensor_scale, has_0_dbfs_at_full_scale)
 {
@@ -120,42 +120,78 @@ TEST(strongest_echo, is_not_a_ripple_on_the_flank_of_the_leakage)
     EXPECT_EQ(strongest_echo(item, levels), 150U);
 }
 
-/** Positions of an echo, one per second. */
-std::vector<echo_position> positions(const std::vector<double> &distances)
+/** Follows an echo of which one position per second is known; a negative distance stands for none. */
+std::optional<echo_motion> follow(const std::vector<double> &distances)
 {
-    std::vector<echo_position> result;
+    path_follower follower(0.0);
+    double seconds = 0.0;
     for (const double distance : distances)
     {
-        result.push_back({.seconds = static_cast<double>(result.size()), .distance = distance, .width = 0.2});
+        const echo_position position{.seconds = seconds, .distance = distance, .width = 0.2, .turn = {}};
+        follower.add(distance < 0.0 ? std::nullopt : std::optional(position));
+        seconds += 1.0;
     }
-    return result;
+    return follower.finish();
 }
 
-TEST(widest_motion, is_between_the_extremes_in_the_order_of_time)
+/** Matches a motion between two distances. */
+auto is_between(double nearest, double farthest)
 {
-    const auto motion = widest_motion(positions({1.5, 1.6, 1.75, 1.6, 1.45, 1.3}));
-    ASSERT_TRUE(motion);
-    EXPECT_EQ(motion->from.distance, 1.75);
-    EXPECT_EQ(motion->to.distance, 1.3);
-    EXPECT_EQ(motion->to.seconds, 5.0);
-    EXPECT_TRUE(motion->always);
+    return testing::Optional(
+        testing::AllOf(testing::Field(&echo_motion::nearest, testing::DoubleNear(nearest, 1e-9)),
+                       testing::Field(&echo_motion::farthest, testing::DoubleNear(farthest, 1e-9))));
 }
 
-TEST(widest_motion, needs_half_of_the_pulse_width)
+TEST(path_follower, has_the_least_and_the_greatest_distance)
 {
-    EXPECT_FALSE(widest_motion(positions({1.0, 1.05, 1.0, 1.05})));
-    EXPECT_TRUE(widest_motion(positions({1.0, 1.05, 1.11})));
-    EXPECT_FALSE(widest_motion({}));
+    EXPECT_THAT(follow({1.5, 1.6, 1.75, 1.6, 1.45, 1.3}), is_between(1.3, 1.75));
 }
 
-TEST(widest_motion, is_not_a_change_between_two_echoes)
+TEST(path_follower, needs_half_of_the_pulse_width)
 {
-    EXPECT_FALSE(widest_motion(positions({1.0, 1.0, 3.0, 1.0, 3.0})));
-    const auto motion = widest_motion(positions({5.0, 5.0, 5.0, 5.0, 2.0, 1.9, 1.8, 5.0}));
-    ASSERT_TRUE(motion);
-    EXPECT_EQ(motion->from.distance, 2.0);
-    EXPECT_EQ(motion->to.distance, 1.8);
-    EXPECT_FALSE(motion->always);
+    EXPECT_FALSE(follow({1.0, 1.05, 1.0, 1.05}));
+    EXPECT_TRUE(follow({1.0, 1.05, 1.11}));
+    EXPECT_FALSE(follow({}));
+}
+
+TEST(path_follower, does_not_take_a_change_between_two_echoes_for_motion)
+{
+    EXPECT_FALSE(follow({1.0, 1.0, 3.0, 1.0, 3.0, 3.0, 3.0, 1.0, 1.0}));
+    EXPECT_THAT(follow({5.0, 5.0, 5.0, 5.0, 2.0, 1.9, 1.8, 5.0}), is_between(1.8, 2.0));
+}
+
+TEST(path_follower, follows_over_frames_in_which_the_echo_is_not_found)
+{
+    EXPECT_THAT(follow({1.0, 1.1, 1.2, -1.0, 1.45, 1.55}), is_between(1.0, 1.55));
+    EXPECT_FALSE(follow({1.0, 1.0, 1.0, -1.0, -1.0, -1.0, -1.0, -1.0, 1.9, 1.9, 1.9}));
+}
+
+TEST(path_follower, follows_an_echo_that_is_faster_than_the_width_per_frame)
+{
+    EXPECT_THAT(follow({1.0, 1.5, 2.0, 2.5, 3.0}), is_between(1.0, 3.0));
+    const auto motion = follow({5.0, 4.5, 4.0, 3.5, 3.0, 2.5});
+    ASSERT_TRUE(motion && motion->fastest);
+    EXPECT_NEAR(motion->fastest->from_distance, -0.5, 1e-9);
+}
+
+TEST(path_follower, knows_the_slope_where_the_echo_moves_evenly)
+{
+    const auto motion = follow({1.0, 1.0, 1.1, 1.2, 1.3, 1.4, 1.5, 1.6, 1.7, 1.7, 1.7, 1.6, 1.5});
+    ASSERT_TRUE(motion && motion->fastest);
+    EXPECT_NEAR(motion->fastest->from_distance, 0.1, 0.01);
+    // One step is not a slope.
+    EXPECT_FALSE(follow({1.0, 1.0, 1.0, 1.2, 1.2, 1.2})->fastest);
+}
+
+TEST(path_follower, ends_at_a_gap)
+{
+    path_follower follower(0.0);
+    for (const double distance : {1.0, 1.0, 1.0, 1.1, 1.1, 1.1})
+    {
+        follower.add(echo_position{.seconds = 0.0, .distance = distance, .width = 0.2, .turn = {}});
+        follower.interrupt();
+    }
+    EXPECT_FALSE(follower.finish());
 }
 
 TEST(echo_distance, is_between_the_points)
@@ -234,13 +270,14 @@ TEST(caption, describes_motion_and_doubtful_frames)
     analysis.spectrum.segments = 2;
     analysis.spectrum.segment_length = 40;
     analysis.spectrum.levels = {0.0};
-    analysis.motion = {.from = {.distance = 4.0}, .to = {.distance = 0.8}, .always = true};
-    EXPECT_EQ(
-        describe_echo(item, analysis),
-        "the strongest echo moves from 4.00 m to 0.80 m  ·  white: no valid frame; displacement begins at 0 "
-        "after it  ·  velocities from 2 × 40 consecutive frames  ·  red dots: saturated");
-    analysis.motion->always = false;
-    EXPECT_THAT(describe_echo(item, analysis), testing::StartsWith("an echo moves from"));
+    analysis.motion = {.nearest = 0.8, .farthest = 4.0, .fastest = {}};
+    EXPECT_EQ(describe_echo(item, analysis),
+              "the strongest moving echo was found between 0.80 m and 4.00 m  ·  white: no valid frame; "
+              "displacement begins at 0 "
+              "after it  ·  velocities from 2 × 40 consecutive frames  ·  red dots: saturated");
+    analysis.rests = true;
+    EXPECT_THAT(describe_echo(item, analysis),
+                testing::StartsWith("echo at 0.200 m  ·  the strongest moving echo was found between"));
 }
 
 TEST(caption, joins_warnings)
