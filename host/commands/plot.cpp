@@ -37,10 +37,11 @@ are named picture-2.png and so on. Levels are in dBFS: 0 dBFS is amplitude 32767
 Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
 which the mean level falls by 3 dB on both sides; the direct leakage is left out. The strongest moving echo is the one
 that is left in a frame without the mean of all frames; the text above the pictures gives the least and the greatest
-distance at which it was found. The spectrum is computed from the
-sweeps within a frame if there are at least 16, otherwise from consecutive frames. It leaves out echoes that do not
-move. Where frames are missing or not valid, the maps are white, and displacement begins at 0 again. The time axis
-counts frames if neither a clock nor a frame rate is known.
+distance at which it was found. The spectrum is computed from the sweeps within a frame if there are at least 16,
+otherwise from consecutive frames. It leaves out echoes that do not move. "aliased" means that the distance of the
+strongest moving echo changes faster than velocities between sweeps can show. Where frames are missing or not valid,
+the maps are white, and displacement begins at 0 again. The time axis counts frames if neither a clock nor a frame
+rate is known.
 
 Dashed lines are the mean level without echoes, that is, of noise and the sensor's constant offset, and in spectra
 that of noise. The noise is measured from the differences between consecutive sweeps, beside echoes that move and

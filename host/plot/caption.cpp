@@ -39,6 +39,14 @@ std::string rate_with_bound(double rate, const char *unit)
     return three_digits(rate) + " " + unit + " (±" + three_digits(velocity_bound(rate)) + " m/s)";
 }
 
+/** A velocity with its sign. */
+std::string velocity_text(double velocity)
+{
+    auto text = std::string(velocity < 0.0 ? "" : "+");
+    text += three_digits(velocity);
+    return text + " m/s";
+}
+
 /** Explains what a picture shows instead of frames that are missing or not valid. */
 std::string describe_interruptions(const item_analysis &analysis)
 {
@@ -142,15 +150,24 @@ std::string joined(const std::vector<std::string> &lines)
     return rest > 0 ? text + separator + "and " + std::to_string(rest) + " more" : text;
 }
 
-std::string aliasing_warning(const item_analysis &analysis)
+std::vector<std::string> aliasing_warnings(const item_analysis &analysis)
 {
-    if (!analysis.aliased)
+    std::vector<std::string> lines;
+    if (analysis.alias)
     {
-        return {};
+        const auto &[velocity, bound, shown] = *analysis.alias;
+        lines.push_back(
+            "aliased: an echo moves at about " + velocity_text(velocity) + ", beyond ±" +
+            three_digits(bound) + " m/s" +
+            (shown ? ", and is shown at " + velocity_text(*shown) + " between sweeps" : " between frames"));
     }
-    return "the motion is too fast for " + three_digits(analysis.time.rate) +
-           " frames/s: displacement, and velocity between frames, are ambiguous beyond ±" +
-           three_digits(velocity_bound(analysis.time.rate)) + " m/s";
+    if (analysis.aliased)
+    {
+        lines.push_back("the motion is too fast for " + three_digits(analysis.time.rate) +
+                        " frames/s: displacement, and velocity between frames, are ambiguous beyond ±" +
+                        three_digits(velocity_bound(analysis.time.rate)) + " m/s");
+    }
+    return lines;
 }
 
 } // namespace vantor

@@ -35,8 +35,8 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
 /** The distance of a point in metres, or its number if distances are unknown. */
 std::string place_name(const recorded_item &item, size_t point);
 
-/** A warning if the motion is too fast for the frame rate; otherwise empty. */
-std::string aliasing_warning(const item_analysis &analysis);
+/** Warnings about motion that is too fast for the rates of frames and sweeps. */
+std::vector<std::string> aliasing_warnings(const item_analysis &analysis);
 
 } // namespace vantor
 

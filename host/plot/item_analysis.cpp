@@ -52,7 +52,6 @@ void choose_point(const recorded_item &item, std::optional<double> distance, uin
     const auto &around = analysis.around.at(subsweep_of(item, analysis.point));
     analysis.noise_known = !std::isnan(around.noise);
     analysis.above_noise = is_echo(analysis.profile[analysis.point], around, sweeps);
-    analysis.rests = std::abs(analysis.mean[analysis.point]) > analysis.profile[analysis.point] / 2.0;
     analysis.distance = analysis.found ? echo_distance(item, analysis.profile, analysis.point)
                                        : item.layout.distances_m.at(analysis.point);
 }

@@ -77,13 +77,14 @@ struct item_analysis
     bool given = false;                     /**< the distance of the point was given */
     bool noise_known = true;                /**< of the sub-sweep with the point */
     bool above_noise = false;               /**< the level at the point is that of an echo */
-    bool rests = false;                     /**< the echo at the point does not move most of the time */
-    std::optional<echo_motion> motion;      /**< of the strongest echo that moves */
+    bool rests = false;                /**< the echo at the point does not move: its mean sample is strong */
+    std::optional<echo_motion> motion; /**< of the strongest echo that moves */
     level_map map;
     std::vector<track_point> track;
     velocity_spectrum spectrum;
     velocity_map velocities;
-    bool aliased = false; /**< the echo moves too fast for the frame rate */
+    bool aliased = false;                  /**< the echo at the point moves too fast for the frame rate */
+    std::optional<aliased_velocity> alias; /**< of the strongest moving echo */
 };
 
 /**

@@ -26,6 +26,22 @@ constexpr double straight = 0.1;
 
 } // namespace
 
+std::optional<aliased_velocity> find_alias(const echo_motion &motion, double bound)
+{
+    // The slope is not exact.
+    constexpr double least = 0.9;
+    if (!motion.fastest || !(bound > 0.0) || std::fabs(motion.fastest->from_distance) < least * bound)
+    {
+        return std::nullopt;
+    }
+    const auto [slope, shown] = *motion.fastest;
+    const double cycles = std::round((slope - shown) / (2.0 * bound));
+    const double exact = shown + 2.0 * bound * cycles;
+    const bool clear = std::fabs(exact - slope) < bound / 2.0;
+    return cycles == 0.0 ? std::nullopt
+                         : std::optional(aliased_velocity{clear ? exact : slope, bound, shown});
+}
+
 void path_part::add(const echo_position &position)
 {
     if (!first_)

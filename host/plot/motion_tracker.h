@@ -31,6 +31,22 @@ struct echo_motion
     std::optional<echo_velocity> fastest; /**< where its distance changed fastest, if that is known */
 };
 
+/** A velocity that the pictures of velocities do not show as it is. */
+struct aliased_velocity
+{
+    double velocity = 0.0;            /**< in m/s */
+    double bound = 0.0;               /**< velocities are ambiguous beyond it */
+    std::optional<double> shown = {}; /**< instead, between sweeps; nothing: it is ambiguous between frames */
+};
+
+/**
+ * Finds out from the change of the distance whether a velocity between sweeps is aliased.
+ *
+ * @param bound  of velocities that are not ambiguous, in m/s
+ * @return nothing if it is not, or if the velocity is unknown
+ */
+std::optional<aliased_velocity> find_alias(const echo_motion &motion, double bound);
+
 /** Where an echo was in a frame. */
 struct echo_position
 {

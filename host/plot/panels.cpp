@@ -295,6 +295,12 @@ std::string draw_phase(const panel_row &place)
            (analysis.figures.saturated > 0 ? saturated : std::string()) + "\n";
 }
 
+/** What follows the titles of velocities between sweeps. */
+std::string alias_of(const item_analysis &analysis)
+{
+    return analysis.alias && analysis.alias->shown ? ": aliased" : "";
+}
+
 /** The highest level of a spectrum. */
 double peak_of(const velocity_spectrum &spectrum)
 {
@@ -313,7 +319,12 @@ std::string spectrum_title(const panel_row &place)
     {
         return title + ": only noise";
     }
-    return title + (spectrum.between_frames ? doubt(place.analysis) : "");
+    if (!spectrum.between_frames)
+    {
+        return title + alias_of(place.analysis);
+    }
+    const auto doubts = doubt(place.analysis);
+    return title + (doubts.empty() && place.analysis.alias ? ": aliased" : doubts);
 }
 
 /** The range of levels of a spectrum: noise, and what is lower, fills the lower part. */
@@ -389,7 +400,7 @@ std::string draw_velocity_map(const panel_row &place)
 {
     const auto &map = place.analysis.velocities;
     const auto head =
-        begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS",
+        begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS" + alias_of(place.analysis),
                     "velocity in m/s (positive: away; 0: what rests, constant offset)", "distance in m");
     if (map.velocities.empty())
     {

@@ -125,7 +125,7 @@ private:
     {
         auto lines = describe_flags(facts_, flags_of(item.layout, analysis.figures));
         warnings_.insert(warnings_.end(), lines.begin(), lines.end());
-        if (const auto warning = aliasing_warning(analysis); !warning.empty())
+        for (const auto &warning : aliasing_warnings(analysis))
         {
             lines.push_back(warning);
             warnings_.push_back(item_title(item) + ": " + warning + ".");

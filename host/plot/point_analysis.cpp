@@ -206,6 +206,7 @@ public:
             result.levels = spectrum_.levels();
             result.velocities = spectrum_velocities(result.levels.size(), result.rate);
         }
+        analysis_.rests = rests();
         analysis_.aliased = is_aliased();
     }
 
@@ -230,6 +231,8 @@ private:
         for (auto place = analysis_.point; place < samples.size(); place += layout_.sweep_length)
         {
             sum += std::complex<double>(samples[place]);
+            power_ += std::norm(std::complex<double>(samples[place]));
+            ++samples_;
             between_frames_
                 ? void()
                 : spectrum_.add(std::complex<double>(samples[place]) - analysis_.mean[analysis_.point]);
@@ -237,7 +240,14 @@ private:
         return sum / static_cast<double>(std::max<size_t>(layout_.sweeps(), 1));
     }
 
-    /** Whether an echo moves too fast for the frame rate. */
+    /** Whether at least a quarter of the power at the point is that of an echo that does not move. */
+    [[nodiscard]] bool rests() const
+    {
+        return samples_ > 0 &&
+               4.0 * std::norm(analysis_.mean[analysis_.point]) > power_ / static_cast<double>(samples_);
+    }
+
+    /** Whether the echo at the point moves too fast for the frame rate. */
     [[nodiscard]] bool is_aliased() const
     {
         const double bound = velocity_bound(analysis_.time.rate);
@@ -245,7 +255,8 @@ private:
         {
             return false;
         }
-        return follower_.is_ambiguous() || motion_speed() > bound || spectrum_speed() > bound;
+        const bool fast = motion_speed() > bound || spectrum_speed() > bound;
+        return follower_.is_ambiguous() || (fast && !analysis_.rests);
     }
 
     /** The highest speed of the strongest moving echo; 0 if it is not known. */
@@ -276,8 +287,27 @@ private:
     spectrum_feeder spectrum_;
     phase_follower follower_;
     uint64_t phase_step_;
+    double power_ = 0.0;     /**< sum over the samples at the point */
+    uint64_t samples_ = 0;   /**< their number */
     bool saturated_ = false; /**< since the last point of the track */
 };
+
+/** The velocity of the strongest moving echo, if a picture of velocities does not show it as it is. */
+std::optional<aliased_velocity> alias_of(const recorded_item &item, const item_analysis &analysis)
+{
+    if (!analysis.motion || !analysis.motion->fastest)
+    {
+        return std::nullopt;
+    }
+    const auto between_sweeps = has_velocity_map(item.layout)
+                                    ? find_alias(*analysis.motion, velocity_bound(sweep_rate(item)))
+                                    : std::nullopt;
+    const double velocity = analysis.motion->fastest->from_distance;
+    const double bound = velocity_bound(analysis.time.rate);
+    const bool fast =
+        item.layout.sweeps() < fewest_sweeps_of_spectrum && bound > 0.0 && std::fabs(velocity) > bound;
+    return fast && !between_sweeps ? aliased_velocity{.velocity = velocity, .bound = bound} : between_sweeps;
+}
 
 } // namespace
 
@@ -310,6 +340,7 @@ void analyse_point(recording_reader &recording, size_t index, const timeline &ti
     {
         analysis.motion->fastest.reset();
     }
+    analysis.alias = alias_of(item, analysis);
     point.finish(sweep_rate(item));
     const auto quieter = [](const auto &a, const auto &b) { return a.noise < b.noise; };
     const auto quietest = std::min_element(analysis.around.begin(), analysis.around.end(), quieter);

@@ -384,6 +384,44 @@ TEST(item_analysis, computes_velocities_between_sweeps)
     EXPECT_LT(*std::max_element(still.levels.begin(), still.levels.end()), dbfs(2.0));
 }
 
+/** Analyses an echo that moves at a velocity; at 1 kHz, the bound between sweeps is 1.25 m/s. */
+item_analysis analyse_walk(double velocity)
+{
+    const test::temporary_directory directory;
+    const json config = {{"start_point", 80},
+                         {"num_points", 300},
+                         {"step_length", 4},
+                         {"sweep_rate", 1000},
+                         {"sweeps_per_frame", 16}};
+    noise_source noise(20.0);
+    test::write_item(directory / "out", {.config = config, .points = 300, .sweeps = 16, .frame_ticks = 50000},
+                     20, [&](int frame, size_t sweep, size_t point) {
+                         const double seconds = frame * 0.05 + static_cast<double>(sweep) * 0.001;
+                         const double distance = 1.7 + velocity * (seconds - 0.5);
+                         const double away = (0.2 + static_cast<double>(point) * 0.01 - distance) / 0.08;
+                         const double turns = distance / metres_per_turn;
+                         return noise() + std::polar(5000.0 * std::exp(-away * away),
+                                                     2.0 * std::numbers::pi * std::fmod(turns, 1.0));
+                     });
+    recording_reader recording(directory / "out");
+    return analyse_item(recording, 0, std::nullopt);
+}
+
+TEST(item_analysis, notices_velocities_that_are_aliased_between_sweeps)
+{
+    for (const double direction : {1.0, -1.0})
+    {
+        const auto alias = analyse_walk(1.6 * direction).alias;
+        ASSERT_TRUE(alias);
+        EXPECT_NEAR(alias->velocity, 1.6 * direction, 0.02);
+        ASSERT_TRUE(alias->shown);
+        EXPECT_NEAR(*alias->shown, -0.9 * direction, 0.02);
+        EXPECT_DOUBLE_EQ(alias->bound, 1.25);
+        EXPECT_FALSE(analyse_walk(1.1 * direction).alias);
+        EXPECT_FALSE(analyse_walk(0.4 * direction).alias);
+    }
+}
+
 TEST(item_analysis, follows_an_echo_past_a_stronger_one_that_rests)
 {
     const test::temporary_directory directory;
@@ -401,6 +439,11 @@ TEST(item_analysis, follows_an_echo_past_a_stronger_one_that_rests)
     const auto analysis = analyse_item(recording, 0, std::nullopt);
     EXPECT_NEAR(analysis.distance, 0.2 + 150 * 0.01, 0.01);
     EXPECT_TRUE(analysis.rests);
+    // The phase of the echo at rest is not ambiguous because another one moves.
+    EXPECT_FALSE(analysis.aliased);
+    ASSERT_TRUE(analysis.alias);
+    EXPECT_NEAR(std::fabs(analysis.alias->velocity), 1.0, 0.1);
+    EXPECT_FALSE(analysis.alias->shown);
     ASSERT_TRUE(analysis.motion);
     EXPECT_NEAR(analysis.motion->nearest, 0.2 + 50 * 0.01, 0.02);
     EXPECT_NEAR(analysis.motion->farthest, 0.2 + 250 * 0.01, 0.02);
