@@ -47,6 +47,12 @@ std::string velocity_text(double velocity)
     return text + " m/s";
 }
 
+/** In how many frames something is true. */
+std::string share_text(double share)
+{
+    return " in " + (share < 0.01 ? "less than 1" : fixed(100.0 * share, 0)) + " % of the frames";
+}
+
 /** Explains what a picture shows instead of frames that are missing or not valid. */
 std::string describe_interruptions(const item_analysis &analysis)
 {
@@ -114,13 +120,16 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
     }
     if (!analysis.above_noise)
     {
-        return "no echo above the noise";
+        const std::string none = "no echo above the noise";
+        return analysis.given ? none + " at " + place_name(item, analysis.point)
+                              : none + (analysis.motion ? " on average" : "");
     }
     if (analysis.found)
     {
         return "strongest echo at " + fixed(analysis.distance, 3) + " m";
     }
-    return (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
+    const auto place = (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
+    return place + (analysis.given && analysis.mostly_noise ? share_text(analysis.share) : "");
 }
 
 std::string describe_echo(const recorded_item &item, const item_analysis &analysis)

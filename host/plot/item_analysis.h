@@ -76,7 +76,9 @@ struct item_analysis
     bool found = false;                     /**< the point is the strongest echo */
     bool given = false;                     /**< the distance of the point was given */
     bool noise_known = true;                /**< of the sub-sweep with the point */
-    bool above_noise = false;               /**< the level at the point is that of an echo */
+    bool above_noise = false;          /**< the level at the point is that of an echo, or was in a frame */
+    bool mostly_noise = false;         /**< but not in most of the frames */
+    double share = 0.0;                /**< of the frames in which there is certainly an echo at the point */
     bool rests = false;                /**< the echo at the point does not move: its mean sample is strong */
     std::optional<echo_motion> motion; /**< of the strongest echo that moves */
     level_map map;

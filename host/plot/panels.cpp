@@ -270,6 +270,10 @@ std::string doubt(const item_analysis &analysis)
     {
         return analysis.noise_known ? ": only noise" : ": noise unknown";
     }
+    if (analysis.mostly_noise)
+    {
+        return ": mostly noise";
+    }
     return analysis.aliased ? ": ambiguous" : "";
 }
 
@@ -296,7 +300,7 @@ std::string draw_phase(const panel_row &place)
 }
 
 /** What follows the titles of velocities between sweeps. */
-std::string alias_of(const item_analysis &analysis)
+std::string alias_doubt(const item_analysis &analysis)
 {
     return analysis.alias && analysis.alias->shown ? ": aliased" : "";
 }
@@ -307,21 +311,26 @@ double peak_of(const velocity_spectrum &spectrum)
     return *std::max_element(spectrum.levels.begin(), spectrum.levels.end());
 }
 
+/** How far the highest level of noise is above its mean, in dB: less in the mean of many segments. */
+double most_of_noise(const velocity_spectrum &spectrum)
+{
+    const auto segments = static_cast<double>(std::max<size_t>(spectrum.segments, 1));
+    return std::max(3.0, 10.0 * std::log10(1.0 + 15.0 / std::sqrt(segments)));
+}
+
 /** The title of the spectrum panel. */
 std::string spectrum_title(const panel_row &place)
 {
-    // Noise seldom exceeds its mean by this much, in dB.
-    constexpr double least = 12.0;
     const auto &spectrum = place.analysis.spectrum;
     const auto title = "Velocity at " + place_name(place.item, place.analysis.point) +
                        (spectrum.between_frames ? ", between frames" : ", between sweeps");
-    if (!spectrum.levels.empty() && peak_of(spectrum) < spectrum.floor + least)
+    if (!spectrum.levels.empty() && peak_of(spectrum) < spectrum.floor + most_of_noise(spectrum))
     {
         return title + ": only noise";
     }
     if (!spectrum.between_frames)
     {
-        return title + alias_of(place.analysis);
+        return title + alias_doubt(place.analysis);
     }
     const auto doubts = doubt(place.analysis);
     return title + (doubts.empty() && place.analysis.alias ? ": aliased" : doubts);
@@ -400,7 +409,7 @@ std::string draw_velocity_map(const panel_row &place)
 {
     const auto &map = place.analysis.velocities;
     const auto head =
-        begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS" + alias_of(place.analysis),
+        begin_panel(place, 4, "Velocity over distance, between sweeps, in dBFS" + alias_doubt(place.analysis),
                     "velocity in m/s (positive: away; 0: what rests, constant offset)", "distance in m");
     if (map.velocities.empty())
     {

@@ -155,6 +155,7 @@ public:
     point_feeder(const recorded_item &item, uint64_t frames, uint64_t valid_run, item_analysis &analysis)
         : analysis_(analysis), layout_(item.layout),
           between_frames_(layout_.sweeps() < fewest_sweeps_of_spectrum),
+          background_(analysis.around.at(subsweep_of(item, analysis.point)).level()),
           noise_(analysis.around.at(subsweep_of(item, analysis.point)).noise),
           frame_noise_(noise_ / std::sqrt(static_cast<double>(std::max<size_t>(layout_.sweeps(), 1)))),
           spectrum_(segment_length(valid_run), between_frames_ ? spectrum_mean::remove : spectrum_mean::keep),
@@ -206,6 +207,9 @@ public:
             result.levels = spectrum_.levels();
             result.velocities = spectrum_velocities(result.levels.size(), result.rate);
         }
+        analysis_.share = frames_ > 0 ? static_cast<double>(echoes_) / static_cast<double>(frames_) : 0.0;
+        analysis_.above_noise = analysis_.above_noise || echoes_ > 0;
+        analysis_.mostly_noise = analysis_.above_noise && 2 * probable_echoes_ < frames_;
         analysis_.rests = rests();
         analysis_.aliased = is_aliased();
     }
@@ -224,20 +228,35 @@ private:
         return std::min<size_t>(between_frames_ ? usable : layout_.sweeps(), longest_segment);
     }
 
+    /** Counts a frame with this mean magnitude at the point. */
+    void count_echo(double level)
+    {
+        // Most frames of noise are below the first of these, and all below the second.
+        constexpr double probable = 2.0;
+        const double sure = std::max(3.0, 1.0 + 4.0 / std::sqrt(static_cast<double>(layout_.sweeps())));
+        probable_echoes_ += level > probable * background_ ? 1 : 0;
+        echoes_ += level > sure * background_ ? 1 : 0;
+        ++frames_;
+    }
+
     /** Adds the sweeps of a frame to the spectrum, unless it is between frames; returns their mean. */
     std::complex<double> add_sweeps(const std::vector<sample> &samples)
     {
         std::complex<double> sum;
+        double level = 0.0;
         for (auto place = analysis_.point; place < samples.size(); place += layout_.sweep_length)
         {
             sum += std::complex<double>(samples[place]);
+            level += std::abs(std::complex<double>(samples[place]));
             power_ += std::norm(std::complex<double>(samples[place]));
             ++samples_;
             between_frames_
                 ? void()
                 : spectrum_.add(std::complex<double>(samples[place]) - analysis_.mean[analysis_.point]);
         }
-        return sum / static_cast<double>(std::max<size_t>(layout_.sweeps(), 1));
+        const auto sweeps = static_cast<double>(std::max<size_t>(layout_.sweeps(), 1));
+        count_echo(level / sweeps);
+        return sum / sweeps;
     }
 
     /** Whether at least a quarter of the power at the point is that of an echo that does not move. */
@@ -282,13 +301,17 @@ private:
     item_analysis &analysis_;
     const item_layout &layout_;
     bool between_frames_;
+    double background_;  /**< mean magnitude of noise and offset */
     double noise_;       /**< RMS amplitude in a sweep */
     double frame_noise_; /**< RMS amplitude in the mean of a frame's sweeps */
     spectrum_feeder spectrum_;
     phase_follower follower_;
     uint64_t phase_step_;
-    double power_ = 0.0;     /**< sum over the samples at the point */
-    uint64_t samples_ = 0;   /**< their number */
+    double power_ = 0.0;   /**< sum over the samples at the point */
+    uint64_t samples_ = 0; /**< their number */
+    uint64_t frames_ = 0;  /**< valid ones */
+    uint64_t echoes_ = 0;  /**< frames in which there is certainly an echo at the point */
+    uint64_t probable_echoes_ = 0;
     bool saturated_ = false; /**< since the last point of the track */
 };
 

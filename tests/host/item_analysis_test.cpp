@@ -385,7 +385,8 @@ TEST(item_analysis, computes_velocities_between_sweeps)
 }
 
 /** Analyses an echo that moves at a velocity; at 1 kHz, the bound between sweeps is 1.25 m/s. */
-item_analysis analyse_walk(double velocity)
+item_analysis analyse_walk(double velocity, std::optional<double> distance = std::nullopt,
+                           double amplitude = 5000.0)
 {
     const test::temporary_directory directory;
     const json config = {{"start_point", 80},
@@ -397,14 +398,27 @@ item_analysis analyse_walk(double velocity)
     test::write_item(directory / "out", {.config = config, .points = 300, .sweeps = 16, .frame_ticks = 50000},
                      20, [&](int frame, size_t sweep, size_t point) {
                          const double seconds = frame * 0.05 + static_cast<double>(sweep) * 0.001;
-                         const double distance = 1.7 + velocity * (seconds - 0.5);
-                         const double away = (0.2 + static_cast<double>(point) * 0.01 - distance) / 0.08;
-                         const double turns = distance / metres_per_turn;
-                         return noise() + std::polar(5000.0 * std::exp(-away * away),
+                         const double place = 1.7 + velocity * (seconds - 0.5);
+                         const double away = (0.2 + static_cast<double>(point) * 0.01 - place) / 0.08;
+                         const double turns = place / metres_per_turn;
+                         return noise() + std::polar(amplitude * std::exp(-away * away),
                                                      2.0 * std::numbers::pi * std::fmod(turns, 1.0));
                      });
     recording_reader recording(directory / "out");
-    return analyse_item(recording, 0, std::nullopt);
+    return analyse_item(recording, 0, distance);
+}
+
+TEST(item_analysis, notices_an_echo_that_passes_a_distance)
+{
+    const auto passed = analyse_walk(1.0, 1.5, 300.0);
+    EXPECT_TRUE(passed.above_noise);
+    EXPECT_TRUE(passed.mostly_noise);
+    // The level is high within 0.1 m of 1.5 m, that is, for 0.2 of 1 s.
+    EXPECT_NEAR(passed.share, 0.2, 0.1);
+    const auto beside = analyse_walk(1.0, 3.0, 300.0);
+    EXPECT_FALSE(beside.above_noise);
+    EXPECT_FALSE(beside.mostly_noise);
+    EXPECT_FALSE(analyse_walk(0.01, 1.7, 300.0).mostly_noise);
 }
 
 TEST(item_analysis, notices_velocities_that_are_aliased_between_sweeps)

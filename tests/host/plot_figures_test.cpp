@@ -297,6 +297,15 @@ TEST(caption, describes_motion_and_doubtful_frames)
     analysis.found = false;
     analysis.given = true;
     EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m");
+    analysis.mostly_noise = true;
+    analysis.share = 0.123;
+    EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m in 12 % of the frames");
+    analysis.share = 0.004;
+    EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m in less than 1 % of the frames");
+    analysis.above_noise = false;
+    EXPECT_EQ(describe_echo(item, analysis), "no echo above the noise at 0.200 m");
+    analysis.above_noise = true;
+    analysis.mostly_noise = false;
     analysis.noise_known = false;
     EXPECT_EQ(describe_echo(item, analysis), "noise unknown: too few sweeps");
     analysis.noise_known = true;

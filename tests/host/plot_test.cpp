@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <numbers>
+#include <optional>
+#include <random>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -183,10 +185,10 @@ class panels : public testing::Test
 {
 protected:
     /** Prepares the first item of a recording. */
-    std::string draw()
+    std::string draw(std::optional<double> distance = std::nullopt)
     {
         recording_reader recording(directory / "out");
-        const auto analysis = analyse_item(recording, 0, std::nullopt);
+        const auto analysis = analyse_item(recording, 0, distance);
         const page sheet(1, 5);
         const panel_row place{.sheet = sheet,
                               .row = 0,
@@ -285,6 +287,23 @@ TEST_F(panels, do_not_present_noise_as_motion)
     const auto commands = draw();
     EXPECT_THAT(commands, HasSubstr("'Mean level: no echo above the noise'"));
     EXPECT_THAT(commands, testing::ContainsRegex("'Phase and displacement at [0-9.]+ m: only noise'"));
+}
+
+TEST_F(panels, present_an_echo_in_few_frames_as_motion)
+{
+    const json config = {{"sweeps_per_frame", 16}, {"sweep_rate", 1000}};
+    std::mt19937 source(7);
+    std::normal_distribution<double> part(0.0, 20.0);
+    test::write_item(directory / "out", {.config = config, .sweeps = 16}, 200,
+                     [&](int frame, size_t sweep, size_t point) {
+                         const double amplitude = frame / 2 == static_cast<int>(point) ? 300.0 : 0.0;
+                         return std::complex<double>{part(source), part(source)} +
+                                std::polar(amplitude, 2.0 * static_cast<double>(sweep));
+                     });
+    const auto commands = draw(0.2 + 50 * 0.0025);
+    EXPECT_THAT(commands, HasSubstr("'Mean level: echo at 0.325 m in 1 % of the frames'"));
+    EXPECT_THAT(commands, HasSubstr("'Phase and displacement at 0.325 m: mostly noise'"));
+    EXPECT_THAT(commands, HasSubstr("'Velocity at 0.325 m, between sweeps'"));
 }
 
 TEST_F(panels, say_that_aliased_motion_is_ambiguous)
