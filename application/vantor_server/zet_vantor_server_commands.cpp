@@ -211,7 +211,7 @@ void execute_frame(const command_t * /*self*/, const cJSON * /*command*/)
 
 void execute_stop(const command_t *self, const cJSON * /*command*/)
 {
-    zet_server.state = SESSION_CONFIGURED;
+    zet_server_end_stream();
     zet_json_writer_t writer;
     zet_server_begin_answer(&writer, self->name);
     zet_server_write_uint(&writer, "frames_left_out",

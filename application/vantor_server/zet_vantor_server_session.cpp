@@ -9,11 +9,23 @@
 #include "zet_vantor_server_state.h"
 #include "zet_vantor_server_system_k330.h"
 
+void zet_server_end_stream()
+{
+    const bool paced = zet_server.state == SESSION_STREAMING && zet_server.tick_period > 0;
+    const uint64_t now = zet_server_clock_read(&zet_server.clock);
+    if (paced && now > zet_server.next_frame)
+    {
+        zet_server.frames_left_out += (now - zet_server.next_frame) / zet_server.tick_period;
+    }
+    zet_server.state = SESSION_CONFIGURED;
+}
+
 /** Ends the session, if there is one. */
 void zet_server_end_session()
 {
     if (zet_server.state != SESSION_IDLE)
     {
+        zet_server_end_stream();
         zet_server.state = SESSION_IDLE;
         zet_server.stream_abandoned = false;
         zet_vantor_server_system_destroy_session();

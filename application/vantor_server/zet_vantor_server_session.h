@@ -6,6 +6,12 @@
 
 #include "zet_vantor_server_errors.h"
 
+/**
+ * Ends the stream of a session, if it has one. The frames that were due since the last one are left out,
+ * except the last of them: it would be measured now.
+ */
+void zet_server_end_stream();
+
 /** Ends the session, if there is one. */
 void zet_server_end_session();
 

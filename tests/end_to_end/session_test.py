@@ -1,9 +1,12 @@
 """Sessions from configuration to frames, over TCP and over a serial device."""
 
+import os
+import tempfile
+import time
 import unittest
 
-from pace import ServerPacedStream, check_server_paced
-from vantor_process import Server, example
+from pace import UPTIME_ROUNDING, ServerPacedStream, check_server_paced
+from vantor_process import Server, example, wait_until
 
 FAST = ("--clock", "virtual")
 
@@ -166,3 +169,34 @@ class RealClockSession(Session, unittest.TestCase):
             stream = ServerPacedStream(host, 5)
             stream.check(period)
             self.assertGreaterEqual(stream.total_left_out(), 2 * 5)
+
+
+class UnreadSession(unittest.TestCase):
+    """A host that does not read, so that the server waits for it. A Unix socket stores only a few frames."""
+
+    def setUp(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        self.server = self.enterContext(Server("--unix", os.path.join(directory, "radar.socket")))
+
+    def test_every_frame_is_either_sent_or_counted_as_left_out(self):
+        period = 0.02
+        item = {"sensor_id": 1, "config": {"num_points": 512, "sweeps_per_frame": 31}}
+        names = ("stats", "start", "stats", "stats", "stop", "stats")
+        commands = [f'{{"command": "{name}"}}\n'.encode() for name in names]
+        with self.server.connect() as host:
+            metadata = host.ask("configure", configuration={"update_rate": 1 / period, "groups": [[item]]})
+            self.assertEqual(metadata["tick_period"], 1_000_000 * period)
+            host.send(b"".join(commands[:3]))
+            wait_until(lambda: host.stream.unread() > 0, "the answers")
+            # The time is what is tested; nothing depends on how exact it is.
+            time.sleep(1)
+            host.send(b"".join(commands[3:]))
+            answers = [host.answer() for _ in names]
+        before_start, _, after_start, before_stop, stop, after_stop = [header for header, _ in answers]
+        due = sum(len(frames) for _, frames in answers) + stop["frames_left_out"]
+        least = before_stop["uptime_s"] - after_start["uptime_s"] - UPTIME_ROUNDING
+        most = after_stop["uptime_s"] - before_start["uptime_s"] + UPTIME_ROUNDING
+        self.assertGreaterEqual(stop["frames_left_out"], 0.5 / period)
+        self.assertGreaterEqual(due, int(least / period))
+        self.assertLessEqual(due, int(most / period) + 1)
+        self.assertEqual(after_stop["frames_left_out"], before_start["frames_left_out"] + stop["frames_left_out"])

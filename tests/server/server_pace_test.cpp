@@ -32,6 +32,12 @@ protected:
         return ask(R"({"command":"stats"})").members.value("frames_left_out", UINT64_MAX);
     }
 
+    /** Stops the stream; returns the number of its skipped frames that the server reports. */
+    static uint64_t frames_skipped_in_stopped_stream()
+    {
+        return ask(R"({"command":"stop"})").members.value("frames_left_out", UINT64_MAX);
+    }
+
     uint32_t wait = 0;
 };
 
@@ -136,22 +142,69 @@ TEST_F(server_pace, counts_skipped_frames_when_the_tick_wraps)
 
 TEST_F(server_pace, reports_the_skipped_frames_of_a_stream_when_it_is_stopped)
 {
-    const auto skipped_in_stream = [] {
-        return ask(R"({"command":"stop"})").members.value("frames_left_out", UINT64_MAX);
-    };
     start();
     stream_at("20");
     fake_backend.during_frame = [] { fake_port.tick += 120000; };
     EXPECT_TRUE(step());
-    EXPECT_EQ(skipped_in_stream(), 2U);
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 2U);
     execute(R"({"command":"start"})");
-    EXPECT_EQ(skipped_in_stream(), 0U);
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 0U);
     execute(R"({"command":"start"})");
     EXPECT_TRUE(step());
     fake_port.tick += wait;
     EXPECT_TRUE(step());
-    EXPECT_EQ(skipped_in_stream(), 4U);
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 4U);
     EXPECT_EQ(frames_skipped(), 6U);
+}
+
+TEST_F(server_pace, counts_the_frames_between_the_last_one_and_stop)
+{
+    start();
+    stream_at("20");
+    EXPECT_TRUE(step());
+    // The first frame after it is due now: it is left out only if the second one is due, too.
+    fake_port.tick += 50000 + 49999;
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 0U);
+    execute(R"({"command":"start"})");
+    EXPECT_TRUE(step());
+    fake_port.tick += 50000 + 390 * 50000;
+    EXPECT_EQ(frames_skipped(), 0U);
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 390U);
+    EXPECT_EQ(frames_skipped(), 390U);
+}
+
+TEST_F(server_pace, counts_the_frames_of_a_stream_without_a_frame)
+{
+    start();
+    stream_at("20");
+    fake_port.tick += 7 * 50000;
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 7U);
+}
+
+TEST_F(server_pace, counts_the_frames_between_the_last_one_and_the_end_of_the_session)
+{
+    start();
+    stream_at("20");
+    EXPECT_TRUE(step());
+    fake_port.tick += 50000 + 3 * 50000;
+    execute(R"({"command":"end"})");
+    EXPECT_EQ(frames_skipped(), 3U);
+    fake_port.tick += 1000000;
+    EXPECT_EQ(frames_skipped(), 3U);
+    stream_at("20");
+    EXPECT_TRUE(step());
+    fake_port.tick += 50000 + 5 * 50000;
+    zet_vantor_server_link_lost();
+    EXPECT_EQ(frames_skipped(), 8U);
+}
+
+TEST_F(server_pace, does_not_count_frames_of_a_stream_that_nobody_paces)
+{
+    start();
+    stream_at("0");
+    EXPECT_TRUE(step());
+    fake_port.tick += 1000000;
+    EXPECT_EQ(frames_skipped_in_stopped_stream(), 0U);
 }
 
 TEST_F(server_pace, does_not_count_skipped_frames_while_the_stream_is_stopped)
