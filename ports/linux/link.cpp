@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <optional>
 #include <sys/ioctl.h>
 #include <sys/signalfd.h>
 #include <system_error>
@@ -34,7 +33,11 @@ int64_t now_us()
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 
-/** Returns how many written bytes the other end has not accepted; 0 when the system does not know. */
+/**
+ * Returns a measure of the written data that the other end has not taken; 0 when the system does not know.
+ * Over TCP these are the bytes that its system has not acknowledged; over a local socket the memory of the
+ * writes that the host has not read completely.
+ */
 int unsent_bytes(int fd)
 {
     int count = 0;
@@ -109,6 +112,7 @@ void link_t::open(int in, int out)
 {
     in_ = in;
     out_ = out;
+    stall_ = stall_t(stall_limit_us_);
     stalled_ = false;
     pending_.reserve(pending_capacity);
 }
@@ -221,23 +225,19 @@ void link_t::flush()
 
 void link_t::send(const char *data, size_t size)
 {
-    std::optional<stall_t> stall;
-    while (size > 0 && connected())
+    while (size > 0 && connected() && !drop_stalled_host())
     {
         const ssize_t count = ::write(out_, data, std::min(size, largest_write()));
         if (count > 0)
         {
             data += count;
             size -= static_cast<size_t>(count);
-            stall.reset();
+            stall_.note_written(unsent_bytes(out_));
         }
         else if (errno == EAGAIN)
         {
-            if (!stall)
-            {
-                stall.emplace(stall_limit_us_, now_us(), unsent_bytes(out_));
-            }
-            wait_until_writable(*stall);
+            stall_.note_refused();
+            wait_until_writable();
         }
         else if (errno != EINTR)
         {
@@ -246,17 +246,22 @@ void link_t::send(const char *data, size_t size)
     }
 }
 
-/** Waits until the host may accept data or another one connects; disconnects the host if it must not wait. */
-void link_t::wait_until_writable(stall_t &stall)
+/** Disconnects the host if it has stalled; returns whether it has. */
+bool link_t::drop_stalled_host()
 {
-    if (stall.is_too_long(now_us(), unsent_bytes(out_)))
+    if (stall_.is_too_long(now_us(), unsent_bytes(out_)))
     {
         drop_host();
         stalled_ = true;
-        return;
     }
+    return stalled_;
+}
+
+/** Waits until the host may accept data or another one connects; disconnects the host if it must not wait. */
+void link_t::wait_until_writable()
+{
     const bool must_end =
-        wait_for(out_, POLLOUT, stall.next_check_us(), other_hosts()) == wait_result_t::stopped;
+        wait_for(out_, POLLOUT, stall_.next_check_us(), other_hosts()) == wait_result_t::stopped;
     const bool other_waits = has_other_host();
     if (must_end || hung_up(out_))
     {

@@ -215,7 +215,8 @@ protected:
 private:
     size_t receive(char *data, size_t size);
     void send(const char *data, size_t size);
-    void wait_until_writable(stall_t &stall);
+    bool drop_stalled_host();
+    void wait_until_writable();
 
     int in_ = -1;
     int out_ = -1;
@@ -223,6 +224,7 @@ private:
     std::string ahead_;     /**< input that look_ahead has received and read has not returned */
     bool finished_ = false; /**< the host will send nothing after that */
     int64_t stall_limit_us_ = 0;
+    stall_t stall_;
     bool stalled_ = false;
 };
 

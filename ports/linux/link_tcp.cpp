@@ -28,6 +28,11 @@ constexpr char wrong_protocol_message[] =
  */
 constexpr int largest_segment = 1460;
 
+/** A host whose machine has vanished is disconnected after this time, the last part of it with probes. */
+constexpr int vanished_s = 60;
+constexpr int probes = 3;
+constexpr int probe_interval_s = 10;
+
 using address_list_t = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 /** Throws errno as an exception. */
@@ -78,6 +83,12 @@ std::string text_of(const sockaddr_storage &address, socklen_t size)
     return (bracketed ? "[" + name + "]:" : name + ":") + port.data();
 }
 
+/** Sets an option of a connection. One that does not support it works without. */
+void set_option(int connection, int level, int option, int value)
+{
+    setsockopt(connection, level, option, &value, sizeof(value));
+}
+
 class tcp_link_t final : public socket_link_t
 {
 public:
@@ -109,11 +120,18 @@ public:
 private:
     void prepare(int host) override
     {
-        // A message is written in one piece, so it need not be delayed; keep-alive detects a host whose
-        // machine has disappeared.
-        const int on = 1;
-        setsockopt(host, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-        setsockopt(host, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof(on));
+        // A message is written in one piece, so it need not be delayed.
+        set_option(host, IPPROTO_TCP, TCP_NODELAY, 1);
+        set_option(host, SOL_SOCKET, SO_KEEPALIVE, 1);
+        set_option(host, IPPROTO_TCP, TCP_KEEPIDLE, vanished_s - probes * probe_interval_s);
+        set_option(host, IPPROTO_TCP, TCP_KEEPINTVL, probe_interval_s);
+        set_option(host, IPPROTO_TCP, TCP_KEEPCNT, probes);
+        // Probes stop while data are not acknowledged. This option also disconnects a host that accepts no
+        // data, but later than the stall limit does.
+        if (stall_limit_us() > 0 && stall_limit_us() <= vanished_s * int64_t{1000000} / 2)
+        {
+            set_option(host, IPPROTO_TCP, TCP_USER_TIMEOUT, vanished_s * 1000);
+        }
         first_line_ = {};
     }
 

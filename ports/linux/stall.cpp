@@ -13,18 +13,25 @@ constexpr int64_t checks = 10;
 
 } // namespace
 
-stall_t::stall_t(int64_t limit_us, int64_t now_us, int unsent)
-    : limit_us_(limit_us), since_us_(now_us), unsent_(unsent)
-{
-}
-
 bool stall_t::is_too_long(int64_t now_us, int unsent)
 {
-    if (unsent < std::exchange(unsent_, unsent))
+    const bool has_taken = unsent < std::exchange(unsent_, unsent);
+    if (has_taken || (unsent == 0 && !refused_))
     {
         since_us_ = now_us;
     }
     return limit_us_ > 0 && now_us - since_us_ >= limit_us_;
+}
+
+void stall_t::note_written(int unsent)
+{
+    unsent_ = unsent;
+    refused_ = false;
+}
+
+void stall_t::note_refused()
+{
+    refused_ = true;
 }
 
 int64_t stall_t::next_check_us() const

@@ -1,5 +1,6 @@
 """The program `vantor_server`: its command line, its links, its termination."""
 
+import ctypes
 import fcntl
 import json
 import os
@@ -30,6 +31,13 @@ def has_ipv6():
     except OSError:
         return False
     return True
+
+
+def ignore_everything(connection):
+    """Makes the system discard every packet that arrives for a connection, as if the machine had vanished."""
+    return_nothing = ctypes.create_string_buffer(struct.pack("HBBI", 0x06, 0, 0, 0))
+    program = struct.pack("HP", 1, ctypes.addressof(return_nothing))
+    connection.setsockopt(socket.SOL_SOCKET, getattr(socket, "SO_ATTACH_FILTER", 26), program)
 
 
 class CommandLine(unittest.TestCase):
@@ -602,6 +610,46 @@ class StalledHosts(unittest.TestCase):
                 self.assertNotIn("last_drop", host.ask("identify"))
                 self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
                 self.check_drop(server, host)
+
+    def check_small_frames(self, server, rate, vanishes=False):
+        """The system could store many such frames. A host that takes none is dropped before; returns their number."""
+        item = {"sensor_id": 1, "config": {"num_points": 50}}
+        with server.connect() as host:
+            host.ask("configure", configuration={"update_rate": rate, "groups": [[item]]})
+            host.ask("start")
+            if vanishes:
+                ignore_everything(host.stream.socket)
+            self.assertEqual(server.process.stderr.readline().decode(),
+                             f"warning: link: Disconnected the host: {self.REASON}\n")
+        with server.connect() as next_host:
+            stats = next_host.ask("stats")
+        self.assertEqual(stats["hosts_dropped"], 1)
+        return stats["frames"]
+
+    def test_a_host_that_accepts_no_small_frames_is_dropped(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        with Server("--unix", os.path.join(directory, "radar"), "--stall-limit", "1") as server:
+            # A busy machine needs more than one second; the system could store 160 frames.
+            self.assertLess(self.check_small_frames(server, 5), 50)
+
+    def test_a_host_whose_system_accepts_no_more_small_frames_is_dropped(self):
+        with Server("--tcp", "0", "--stall-limit", "1") as server:
+            self.check_small_frames(server, 50)
+
+    def test_a_host_whose_machine_has_vanished_is_dropped(self):
+        with Server("--tcp", "0", "--stall-limit", "1") as server:
+            self.check_small_frames(server, 5, vanishes=True)
+
+    def test_a_host_that_reads_everything_may_wait_for_frames(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        for link in (("--tcp", "0"), ("--unix", os.path.join(directory, "radar")), ("--pty",)):
+            with self.subTest(link), Server(*link, "--stall-limit", "1") as server, server.connect() as host:
+                item = {"sensor_id": 1, "config": {"num_points": 50}}
+                host.ask("configure", configuration={"update_rate": 0.8, "groups": [[item]]})
+                host.ask("start")
+                for _ in range(3):
+                    self.assertIn("result_info", host.message()[0])
+                self.assertEqual(host.ask("stats")["hosts_dropped"], 0)
 
     def read_steadily(self, host, seconds):
         """Reads 50 kB/s for some time. Begins again if the machine has interrupted that."""
