@@ -84,9 +84,9 @@ wait_result_t wait_for(std::span<const pollfd> fds, int64_t timeout_us)
     return ready > 0 ? wait_result_t::ready : wait_result_t::timeout;
 }
 
-wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd)
+wait_result_t wait_for(int fd, short events, int64_t timeout_us)
 {
-    return wait_for(std::array{pollfd{fd, events, 0}, pollfd{other_fd, POLLIN, 0}}, timeout_us);
+    return wait_for(std::array{pollfd{fd, events, 0}}, timeout_us);
 }
 
 bool hung_up(int fd)
@@ -100,6 +100,18 @@ bool has_finished(int fd)
 {
     pollfd other_end = {fd, POLLRDHUP, 0};
     return poll(&other_end, 1, 0) != 0;
+}
+
+wait_result_t link_t::wait_with_others(std::span<const pollfd> fds, int64_t timeout_us) const
+{
+    // First: when it reports that there is a descriptor, there is still one afterwards.
+    const int64_t return_us = other_hosts_return_us();
+    std::array<pollfd, most_descriptors> all;
+    all.fill({-1, 0, 0});
+    std::ranges::copy(fds, all.begin());
+    all.back() = {other_hosts(), POLLIN, 0};
+    const bool ends_earlier = return_us >= 0 && (timeout_us < 0 || return_us < timeout_us);
+    return wait_for(all, ends_earlier ? return_us : timeout_us);
 }
 
 bool link_t::has_other_host() const
@@ -177,9 +189,8 @@ wait_result_t link_t::wait_ahead(int64_t timeout_us)
 {
     const bool receives = !finished_ && ahead_.size() < ahead_capacity;
     // That the other end was closed is reported for any descriptor, whatever events are requested.
-    return wait_for(std::array{pollfd{receives ? in_ : -1, POLLIN, 0}, pollfd{out_, 0, 0},
-                               pollfd{other_hosts(), POLLIN, 0}},
-                    timeout_us);
+    return wait_with_others(std::array{pollfd{receives ? in_ : -1, POLLIN, 0}, pollfd{out_, 0, 0}},
+                            timeout_us);
 }
 
 zet_vantor_server_host_t link_t::host_state() const
@@ -260,8 +271,8 @@ bool link_t::drop_stalled_host()
 /** Waits until the host may accept data or another one connects; disconnects the host if it must not wait. */
 void link_t::wait_until_writable()
 {
-    const bool must_end =
-        wait_for(out_, POLLOUT, stall_.next_check_us(), other_hosts()) == wait_result_t::stopped;
+    const bool must_end = wait_with_others(std::array{pollfd{out_, POLLOUT, 0}}, stall_.next_check_us()) ==
+                          wait_result_t::stopped;
     const bool other_waits = has_other_host();
     if (must_end || hung_up(out_))
     {

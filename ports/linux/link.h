@@ -44,9 +44,8 @@ wait_result_t wait_for(std::span<const pollfd> fds, int64_t timeout_us);
  *
  * @param events      POLLIN or POLLOUT
  * @param timeout_us  longest wait in microseconds; negative for no limit
- * @param other_fd    another descriptor, to read from; negative for none
  */
-wait_result_t wait_for(int fd, short events, int64_t timeout_us, int other_fd = -1);
+wait_result_t wait_for(int fd, short events, int64_t timeout_us);
 
 /** Returns whether the other end of a file descriptor has been closed. */
 bool hung_up(int fd);
@@ -127,6 +126,20 @@ public:
     {
         return -1;
     }
+
+    /** Returns the microseconds until other_hosts returns a descriptor again; negative when it does not. */
+    virtual int64_t other_hosts_return_us() const
+    {
+        return -1;
+    }
+
+    /**
+     * Waits like wait_for, but also until another host connects. If none can for some time, the wait ends
+     * after that time.
+     *
+     * @param fds  at most two
+     */
+    wait_result_t wait_with_others(std::span<const pollfd> fds, int64_t timeout_us) const;
 
     /**
      * Returns whether another host waits to be accepted. Ask this before whether the connected host is gone,

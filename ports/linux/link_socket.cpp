@@ -50,6 +50,13 @@ int socket_link_t::other_hosts() const
     return std::chrono::steady_clock::now() < next_try_ ? -1 : listener_;
 }
 
+int64_t socket_link_t::other_hosts_return_us() const
+{
+    using std::chrono::ceil, std::chrono::microseconds;
+    const auto left = next_try_ - std::chrono::steady_clock::now();
+    return left.count() > 0 ? ceil<microseconds>(left).count() : -1;
+}
+
 int socket_link_t::accept_connection()
 {
     if (other_hosts() < 0)
@@ -77,8 +84,7 @@ int socket_link_t::accept_connection()
 
 bool socket_link_t::accept_host()
 {
-    const auto interval_us = std::chrono::microseconds(accept_interval).count();
-    while (wait_for(other_hosts(), POLLIN, accept_error_ == 0 ? -1 : interval_us) != wait_result_t::stopped)
+    while (wait_with_others({}, -1) != wait_result_t::stopped)
     {
         const int host = accept_connection();
         if (host >= 0)

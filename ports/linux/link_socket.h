@@ -22,6 +22,7 @@ public:
 
     /** None for a while after a host could not be accepted: it would be reported again at once. */
     int other_hosts() const override;
+    int64_t other_hosts_return_us() const override;
 
     void reject_other_host() override;
 

@@ -57,7 +57,8 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
     const bool jump = virtual_clock && ticks != ZET_VANTOR_SERVER_IDLE;
     const bool is_ready = jump || link.has_input_ahead();
     const int64_t timeout_us = is_ready ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
-    const wait_result_t result = wait_for(link.input(), POLLIN, timeout_us, link.other_hosts());
+    const wait_result_t result =
+        link.wait_with_others(std::array{pollfd{link.input(), POLLIN, 0}}, timeout_us);
     if (result == wait_result_t::timeout && jump)
     {
         current_clock.sleep_until_us(current_clock.now_us() + ticks);

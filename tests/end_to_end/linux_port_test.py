@@ -711,6 +711,20 @@ class Descriptors(unittest.TestCase):
                 resource.prlimit(pid, resource.RLIMIT_NOFILE, limit)
                 self.assertEqual(host.ask("ping")["status"], "ok")
 
+    def test_other_hosts_are_refused_after_a_lack_of_descriptors_although_the_first_one_is_idle(self):
+        with Server("--tcp", "0") as server, server.connect() as host:
+            host.ask("ping")
+            pid = server.process.pid
+            used = len(os.listdir(f"/proc/{pid}/fd"))
+            limit = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+            resource.prlimit(pid, resource.RLIMIT_NOFILE, (used, limit[1]))
+            with server.connect() as second, server.connect() as third:
+                self.assertEqual(server.process.stderr.readline(),
+                                 b"warning: link: Cannot accept a host: Too many open files; trying again\n")
+                resource.prlimit(pid, resource.RLIMIT_NOFILE, limit)
+                for other in (second, third):
+                    self.assertEqual(other.message()[0]["code"], "busy")
+
 
 class Termination(unittest.TestCase):
     def test_signals_end_the_server_cleanly(self):
