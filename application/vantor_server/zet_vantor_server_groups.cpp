@@ -43,9 +43,10 @@ void describe_other_group(char *message, uint32_t group)
     zet_append_text(end, "] is not an array: put its items into [ ].");
 }
 
-/** Finds the first item before a given one that has the same sensor; the count of items when there is none.
+/** Finds the first item before a given one that has the same sensor; the index of the item when there is
+ * none.
  */
-uint32_t find_same_sensor(const cJSON *group, const cJSON *item, uint32_t count, int sensor_id)
+uint32_t find_same_sensor(const cJSON *group, const cJSON *item, int sensor_id)
 {
     uint32_t index = 0;
     for (const cJSON *other = group->child; other != item; other = other->next)
@@ -57,34 +58,49 @@ uint32_t find_same_sensor(const cJSON *group, const cJSON *item, uint32_t count,
         }
         ++index;
     }
-    return count;
+    return index;
+}
+
+/** Checks one item of a group. */
+bool check_item(const cJSON *group, uint32_t group_index, const cJSON *item, uint32_t index,
+                uint32_t sensor_count, char *message)
+{
+    if (!cJSON_IsObject(item))
+    {
+        describe_other_type(message, group_index, index);
+        return false;
+    }
+    int sensor_id = 0;
+    if (index > sensor_count || !get_json_int_value(item, "sensor_id", &sensor_id) || sensor_id <= 0)
+    {
+        return true;
+    }
+    const uint32_t first = find_same_sensor(group, item, sensor_id);
+    if (first < index)
+    {
+        describe_repetition(message, group_index, first, index, sensor_id);
+    }
+    return first == index;
 }
 
 /** Checks one group. */
 bool check_group(const cJSON *group, uint32_t group_index, uint32_t sensor_count, char *message)
 {
-    const auto count = static_cast<uint32_t>(cJSON_GetArraySize(group));
     uint32_t index = 0;
     for (const cJSON *item = group->child; item != nullptr; item = item->next)
     {
-        int sensor_id = 0;
-        if (!cJSON_IsObject(item))
+        if (!check_item(group, group_index, item, index, sensor_count, message))
         {
-            describe_other_type(message, group_index, index);
             return false;
-        }
-        if (count <= sensor_count && get_json_int_value(item, "sensor_id", &sensor_id) && sensor_id > 0)
-        {
-            const uint32_t first = find_same_sensor(group, item, count, sensor_id);
-            if (first < count)
-            {
-                describe_repetition(message, group_index, first, index, sensor_id);
-                return false;
-            }
         }
         ++index;
     }
     return true;
+}
+
+bool is_list(const cJSON *value)
+{
+    return cJSON_IsArray(value) || cJSON_IsObject(value);
 }
 
 } // namespace
@@ -96,7 +112,7 @@ bool zet_groups_check(const cJSON *configuration, uint32_t sensor_count, char *m
     uint32_t index = 0;
     cJSON_ArrayForEach(group, groups)
     {
-        if (!check_group(group, index, sensor_count, message))
+        if (!is_list(group) || !check_group(group, index, sensor_count, message))
         {
             // The backend also accepts objects, but their members have no places such as groups[0][0].
             if (!cJSON_IsArray(groups))

@@ -13,11 +13,11 @@
 constexpr size_t zet_groups_message_size = 192;
 
 /**
- * Checks that every element of a group is an object, and that no sensor is in a group twice.
+ * Checks that every group is a list of objects, and that no sensor is in a group twice.
  *
  * @param configuration  the configuration document
- * @param sensor_count   number of sensors; the backend refuses groups with more items, so that these may
- *                       contain a sensor twice
+ * @param sensor_count   number of sensors; sensors are compared only in one item more than that, because the
+ *                       backend refuses groups with more items than sensors
  * @param message        receives what is wrong, zet_groups_message_size bytes; unchanged when nothing is
  * @return whether nothing is wrong
  */

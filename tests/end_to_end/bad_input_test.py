@@ -111,7 +111,7 @@ class BadInput:
             "json_parse": {"calibration_info": [1]},
             "config_calibration_data": {"calibration_info": [{"sensor_id": 1, "data": "00"}]},
             "config_groups": {"groups": [[item]] * 11},
-            "config_group_items": {"groups": [[item] * 6]},
+            "config_group_items": {"groups": [[{**item, "sensor_id": number} for number in range(1, 7)]]},
             "config_sensor_id": {"groups": [[{"sensor_id": 99, "config": {}}]]},
             "missing_config": {"groups": [[{"sensor_id": 1}]]},
             "bad_config": {"groups": [[{"sensor_id": 1, "config": {"colour": 1}}]]},

@@ -451,6 +451,17 @@ TEST_F(server_session, refuses_groups_before_any_sensor_is_set_up)
         {"[[],[{\"sensor_id\":2147483647},{\"sensor_id\":2147483647.0}]]",
          "Sensor 2147483647 is twice in the same group, in groups[1][0] and groups[1][1]: move one of the "
          "two items into another group."},
+        {"[[{},{\"sensor_id\":1},{\"sensor_id\":1},{},{},{}]]",
+         "Sensor 1 is twice in the same group, in groups[0][1] and groups[0][2]: move one of the two "
+         "items into another group."},
+        {"[[{\"sensor_id\":2},{},{},{},{},{\"sensor_id\":2},{}]]",
+         "Sensor 2 is twice in the same group, in groups[0][0] and groups[0][5]: move one of the two "
+         "items into another group."},
+        {"[[{},{},{},{},{},{},{},1]]",
+         "groups[0][7] is not an object: make every item an object with \"sensor_id\" and \"config\"."},
+        {"[[{}],5]", "groups[1] is not an array: put its items into [ ]."},
+        {"[null]", "groups[0] is not an array: put its items into [ ]."},
+        {"{\"a\":1}", "\"groups\" is not an array: put its groups into [ ]."},
         {"[{\"sensor_id\":1,\"config\":{}}]", "groups[0] is not an array: put its items into [ ]."},
         {"[[{}],{\"a\":{\"sensor_id\":1},\"b\":{\"sensor_id\":1}}]",
          "groups[1] is not an array: put its items into [ ]."},
@@ -470,9 +481,11 @@ TEST_F(server_session, refuses_groups_before_any_sensor_is_set_up)
 TEST_F(server_session, leaves_other_faults_of_groups_to_the_backend)
 {
     for (const char *groups :
-         {"1", "[1]", "[]", "[[]]", "{}", "[{}]", "{\"a\":{}}", "[{\"a\":{\"sensor_id\":1}}]", "[[{},{}]]",
+         {"1", "[]", "[[]]", "{}", "[{}]", "{\"a\":{}}", "[{\"a\":{\"sensor_id\":1}}]", "[[{},{}]]",
           "[[{\"sensor_id\":0},{\"sensor_id\":0}]]", "[[{\"sensor_id\":\"1\"},{\"sensor_id\":\"1\"}]]",
-          "[[{\"sensor_id\":1}],[{\"sensor_id\":1}]]", "[[{\"sensor_id\":1},{\"sensor_id\":1},{},{},{},{}]]"})
+          "[[{\"sensor_id\":1}],[{\"sensor_id\":1}]]",
+          // Sensors are compared only in as many items as can have different ones, and one more.
+          "[[{},{},{},{},{},{\"sensor_id\":1},{\"sensor_id\":1}]]"})
     {
         const long calls_before = calls("parse_configuration");
         execute(std::string(R"({"command":"configure","configuration":{"groups":)") + groups + "}}");
