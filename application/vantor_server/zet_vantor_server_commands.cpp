@@ -13,6 +13,7 @@
 #include "zet_vantor_server_baudrate.h"
 #include "zet_vantor_server_groups.h"
 #include "zet_vantor_server_messages.h"
+#include "zet_vantor_server_numbers.h"
 #include "zet_vantor_server_session.h"
 #include "zet_vantor_server_state.h"
 #include "zet_vantor_server_system_k330.h"
@@ -145,18 +146,24 @@ void execute_ping(const command_t *self, const cJSON * /*command*/)
     zet_server_answer(self->name);
 }
 
-/** Reports an error to the host if the groups are wrong. Not inlined: the stack needs the message only here.
+/**
+ * Reports an error to the host if the backend must not get a configuration. Not inlined: the stack needs the
+ * message only here.
  */
-[[gnu::noinline]] bool accept_groups(const cJSON *configuration)
+[[gnu::noinline]] bool accept_configuration(const cJSON *configuration)
 {
     char message[zet_groups_message_size];
-    const bool accepted =
-        zet_groups_check(configuration, zet_vantor_server_system_k3_get_sensor_count(), message);
-    if (!accepted)
+    if (!zet_groups_check(configuration, zet_vantor_server_system_k3_get_sensor_count(), message))
     {
         zet_server_report_error(ZET_SERVER_ERROR_CONFIGURATION_REFUSED, message);
+        return false;
     }
-    return accepted;
+    if (!zet_numbers_check(configuration, message))
+    {
+        zet_server_report_error(ZET_SERVER_ERROR_BAD_CONFIG, message);
+        return false;
+    }
+    return true;
 }
 
 /** A session is set up completely or not at all: an error in any item ends it. */
@@ -168,7 +175,7 @@ void execute_configure(const command_t *self, const cJSON *command)
         report_bad_argument(self);
         return;
     }
-    if (!accept_groups(configuration))
+    if (!accept_configuration(configuration))
     {
         return;
     }

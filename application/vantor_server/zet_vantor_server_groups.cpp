@@ -6,11 +6,7 @@
 #include "zet_cjson_utils.h"
 #include "zet_vantor_server_text.h"
 
-namespace
-{
-
-/** Appends "groups[group][item]"; returns the new end. */
-char *append_place(char *end, uint32_t group, uint32_t item)
+char *zet_append_place(char *end, uint32_t group, uint32_t item)
 {
     end = zet_append_text(end, "groups[");
     end = zet_append_number(end, group);
@@ -19,9 +15,12 @@ char *append_place(char *end, uint32_t group, uint32_t item)
     return zet_append_text(end, "]");
 }
 
+namespace
+{
+
 void describe_other_type(char *message, uint32_t group, uint32_t item)
 {
-    zet_append_text(append_place(message, group, item),
+    zet_append_text(zet_append_place(message, group, item),
                     " is not an object: make every item an object with \"sensor_id\" and \"config\".");
 }
 
@@ -30,9 +29,9 @@ void describe_repetition(char *message, uint32_t group, uint32_t first, uint32_t
     char *end = zet_append_text(message, "Sensor ");
     end = zet_append_number(end, static_cast<uint32_t>(sensor_id));
     end = zet_append_text(end, " is twice in the same group, in ");
-    end = append_place(end, group, first);
+    end = zet_append_place(end, group, first);
     end = zet_append_text(end, " and ");
-    end = append_place(end, group, item);
+    end = zet_append_place(end, group, item);
     zet_append_text(end, ": move one of the two items into another group.");
 }
 

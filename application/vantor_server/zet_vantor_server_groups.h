@@ -9,8 +9,11 @@
 
 #include <cjson/cJSON.h>
 
-/** Size of the longest message, with its terminating zero. */
+/** Size of the longest message about an item, with its terminating zero. */
 constexpr size_t zet_groups_message_size = 192;
+
+/** Appends the place of an item, such as "groups[0][1]", and a zero behind it. Returns the new end. */
+char *zet_append_place(char *end, uint32_t group, uint32_t item);
 
 /**
  * Checks that every group is a list of objects, and that no sensor is in a group twice.

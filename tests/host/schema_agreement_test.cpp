@@ -228,12 +228,7 @@ TEST(schema_agreement, differs_where_the_reference_says_so)
         {{"enable_diagnostics", 1}},
         document_with(nothing, {{"cca_enable", 1}}),
         document_with(nothing, {{"cca_enable", true}, {"cca_threshold", "high"}}),
-        document_with(nothing, {{"cca_enable", true}, {"cca_threshold", 1e39}}),
         document_with(nothing, {{"cca_enable", true}, {"cca_debug", 0}}),
-        document_with({{"num_points", 65546}}),
-        document_with({{"step_length", -65535}}),
-        document_with({{"receiver_gain", 256}}),
-        document_with({{"profile", 257}}),
         document_with({{"frame_rate", 1e-46}}),
         with_member,
         {{"groups", {{"first", json::array({{{"sensor_id", 1}, {"config", nothing}}})}}}},
@@ -267,6 +262,18 @@ TEST(schema_agreement, exists_for_numbers_at_the_limits_of_their_types)
             document[name] = rate;
             EXPECT_EQ(first_fault(document).empty(), server.refusal(document).empty()) << document;
         }
+    }
+    const auto nothing = json::object();
+    for (const auto &document :
+         {document_with({{"num_points", 65546}}), document_with({{"step_length", -65535}}),
+          document_with({{"hwaas", 65544}}), document_with({{"sweeps_per_frame", 65537}}),
+          document_with({{"receiver_gain", 256}}), document_with({{"profile", 257}}),
+          document_with({{"start_point", 4294967376.0}}), document_with({{"frame_rate", 1e39}}),
+          document_with({{"subsweeps", {nothing, {{"num_points", 65546}}}}}),
+          document_with(nothing, {{"cca_enable", true}, {"cca_threshold", 1e39}})})
+    {
+        EXPECT_NE(first_fault(document), "") << document;
+        EXPECT_NE(server.refusal(document), "") << document;
     }
     for (const double rate : {0.009999998, 0.0099999999, 0.01})
     {

@@ -494,6 +494,76 @@ TEST_F(server_session, leaves_other_faults_of_groups_to_the_backend)
     }
 }
 
+/** A document with one item. */
+std::string document_with(const std::string &config, const std::string &members = "")
+{
+    return R"({"command":"configure","configuration":{"groups":[[{"sensor_id":1},{"sensor_id":2,"config":)" +
+           config + members + "}]]}}";
+}
+
+TEST_F(server_session, refuses_numbers_that_the_backend_would_truncate)
+{
+    const struct
+    {
+        const char *config;
+        const char *message;
+    } rows[] = {
+        {R"({"num_points":65536})", "num_points is 65536; use 0 to 65535, within its range"},
+        {R"({"num_points":-1})", "num_points is -1; use 0 to 65535, within its range"},
+        {R"({"step_length":-65535})", "step_length is -65535; use 0 to 65535, within its range"},
+        {R"({"hwaas":65537})", "hwaas is 65537; use 0 to 65535, within its range"},
+        {R"({"sweeps_per_frame":65537})", "sweeps_per_frame is 65537; use 0 to 65535, within its range"},
+        {R"({"profile":259})", "profile is 259; use 0 to 255, within its range"},
+        {R"({"receiver_gain":256})", "receiver_gain is 256; use 0 to 255, within its range"},
+        {R"({"start_point":2147483648})",
+         "start_point is 2147483648; use -2147483648 to 2147483647, within its range"},
+        {R"({"start_point":-2147483649})",
+         "start_point is -2147483649; use -2147483648 to 2147483647, within its range"},
+        {R"({"num_points":1e300})", "num_points is 1e+300; use 0 to 65535, within its range"},
+        {R"({"num_points":-1e999})", "num_points is infinite; use 0 to 65535, within its range"},
+        {R"({"subsweeps":[{},{"hwaas":65544}]})",
+         "subsweeps[1].hwaas is 65544; use 0 to 65535, within its range"},
+        {R"({"frame_rate":3.4028236e38})",
+         "frame_rate is 3.4028236e+38; use -3.4028234e+38 to 3.4028234e+38, within its range"},
+        {R"({"sweep_rate":-1e39})",
+         "sweep_rate is -1e+39; use -3.4028234e+38 to 3.4028234e+38, within its range"},
+    };
+    for (const auto &row : rows)
+    {
+        const message_t answer = ask(document_with(row.config));
+        EXPECT_EQ(answer.members["code"], "bad_config");
+        EXPECT_EQ(answer.members["message"],
+                  std::string("groups[0][1].config.") + row.message + " in docs/configuration.md.");
+    }
+    EXPECT_EQ(calls("parse_configuration"), 0);
+}
+
+TEST_F(server_session, refuses_a_threshold_that_the_backend_would_ignore)
+{
+    const message_t answer = ask(document_with("{}", R"(,"cca_enable":true,"cca_threshold":1e39)"));
+    EXPECT_EQ(answer.members["code"], "bad_config");
+    EXPECT_EQ(answer.members["message"], "groups[0][1].cca_threshold is 1e+39; use -3.4028234e+38 to "
+                                         "3.4028234e+38, within its range in docs/configuration.md.");
+    EXPECT_EQ(calls("parse_configuration"), 0);
+}
+
+TEST_F(server_session, leaves_numbers_that_the_backend_can_represent_to_it)
+{
+    for (const char *config :
+         {R"({"num_points":65535,"step_length":0,"hwaas":65535,"sweeps_per_frame":65535})",
+          R"({"profile":255,"receiver_gain":255,"start_point":-2147483648})",
+          R"({"profile":0,"receiver_gain":0,"start_point":2147483647,"num_points":0})",
+          R"({"frame_rate":3.4028235e38,"sweep_rate":-3.4028235e38})", R"({"num_points":"65536"})",
+          R"({"num_points":1.5,"subsweeps":[1,{"num_points":65535}]})", R"({"subsweeps":{"a":5}})", "65536"})
+    {
+        const long calls_before = calls("parse_configuration");
+        execute(
+            document_with(config, R"(,"cca_threshold":-3.4028235e38,"cpd_overrides":{"tx_duration":70000})"));
+        execute(R"({"command":"end"})");
+        EXPECT_EQ(calls("parse_configuration"), calls_before + 1) << config;
+    }
+}
+
 TEST_F(server_session, recovers_memory_only_when_nothing_is_in_use)
 {
     execute(R"({"command":"ping"})");
