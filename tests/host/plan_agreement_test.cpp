@@ -6,7 +6,9 @@
 #include "vantor/configuration.h"
 #include "vantor/plan.h"
 
+#include <chrono>
 #include <random>
+#include <set>
 
 #include <gmock/gmock.h>
 
@@ -90,6 +92,10 @@ private:
         }
         if (pick(0, 1) == 0)
         {
+            config["frame_rate"] = pick(1, 10);
+        }
+        if (pick(0, 1) == 0)
+        {
             config.update(make_subsweep());
             return config;
         }
@@ -161,10 +167,31 @@ void expect_length_of_frame(client &server, const session_plan &session)
     EXPECT_GE(length + 40 * session.items.size(), session.frame_bytes());
 }
 
+/** Compares the frame rate with that of the session. */
+void expect_frame_rate(const client &server, const json &document, const session_metadata &metadata)
+{
+    const double nominal = nominal_frame_rate(document, metadata, server.server());
+    // The period is whole ticks.
+    EXPECT_NEAR(plan(document).frame_rate, nominal, 1e-3 * nominal);
+}
+
+/** Whether the sensors of a document have different frame rates. */
+bool has_different_rates(const json &document)
+{
+    std::set<double> rates;
+    for (const auto &item : list_items(document))
+    {
+        rates.insert(item.frame_rate);
+    }
+    rates.erase(0.0);
+    return rates.size() > 1;
+}
+
 TEST(plan_agreement, exists_for_generated_documents)
 {
     const auto server = test::start_simulated_server();
     unsigned accepted = 0;
+    unsigned different = 0;
     for (unsigned seed = 0; seed < test::campaign_size(); ++seed)
     {
         const auto document = document_maker(seed).document();
@@ -177,16 +204,19 @@ TEST(plan_agreement, exists_for_generated_documents)
             continue;
         }
         ++accepted;
+        different += has_different_rates(document) ? 1 : 0;
         const auto items = list_items(document);
         ASSERT_EQ(session.items.size(), metadata->items.size());
         for (size_t i = 0; i < items.size(); ++i)
         {
             expect_equal(session.items[i], metadata->items[i], items[i]);
         }
+        expect_frame_rate(*server, document, *metadata);
         expect_length_of_frame(*server, session);
         server->end();
     }
     EXPECT_GT(accepted, test::campaign_size() / 2);
+    EXPECT_GT(different, 0U);
 }
 
 TEST(plan_agreement, exists_at_the_highest_rates)
@@ -237,6 +267,28 @@ TEST(plan_agreement, exists_for_the_frames_of_a_stream_without_pace)
     const double seconds = (last - first) / server->server().ticks_per_second;
     const double expected = frames / plan(document).max_frame_rate;
     EXPECT_NEAR(seconds, expected, 0.01 * expected);
+}
+
+TEST(plan_agreement, exists_for_sensors_with_different_frame_rates)
+{
+    const auto server = test::start_simulated_server();
+    auto document = document_with({{"frame_rate", 50}});
+    document["groups"][0].push_back({{"sensor_id", 2}, {"config", {{"frame_rate", 10}}}});
+    server->configure(document);
+    server->start();
+    const auto next_tick = [&] {
+        return server->receive_frame(std::chrono::minutes(1)).value().items()[1].tick;
+    };
+    const auto first = next_tick();
+    constexpr int frames = 20;
+    for (int i = 1; i < frames; ++i)
+    {
+        next_tick();
+    }
+    const auto last = next_tick();
+    server->stop();
+    const double seconds = (last - first) / server->server().ticks_per_second;
+    EXPECT_NEAR(frames / seconds, plan(document).frame_rate, 0.01);
 }
 
 TEST(plan_agreement, is_reported_by_the_server)

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "configuration/sensor_knowledge.h"
+#include "vantor/configuration.h"
 
 namespace vantor
 {
@@ -118,17 +119,10 @@ item_plan plan_item(const json &document, size_t group, size_t index)
 }
 
 /** The frame rate of a session: that of its sensors, otherwise that of the server; 0 if there is none. */
-double configured_frame_rate(const json &document, const std::vector<item_plan> &items)
+double configured_frame_rate(const json &document)
 {
-    for (const auto &item : items)
-    {
-        if (item.frame_rate > 0.0)
-        {
-            return item.frame_rate;
-        }
-    }
-    const char *name = document.contains("max_update_rate") ? "max_update_rate" : "update_rate";
-    return std::max(0.0, document.value(name, 0.0));
+    const double of_sensors = sensor_frame_rate(document);
+    return of_sensors > 0.0 ? of_sensors : paced_frame_rate(document);
 }
 
 /** Duration of a frame of all items: groups follow each other; sensors of a group measure together. */
@@ -273,7 +267,7 @@ session_plan plan(const json &document)
     }
     const double duration = frame_duration(session.items);
     session.max_frame_rate = duration > 0.0 ? 1.0 / duration : 0.0;
-    session.frame_rate = configured_frame_rate(document, session.items);
+    session.frame_rate = configured_frame_rate(document);
     session.header_bytes = header_length(document, session.payload_bytes);
     session.memory_bytes = session_memory(session.items, session.payload_bytes);
     find_rates(session, document);
