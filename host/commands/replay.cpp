@@ -92,13 +92,13 @@ public:
     }
 
 private:
-    /** Serves a host until it disconnects; shows on a terminal how many frames it was sent. */
+    /** Serves a host until it disconnects; shows on a terminal how many frames were sent. */
     void serve(link &host)
     {
-        replay_server server(recording_, host, *loop_, speed_);
+        replay_server server(recording_, host, *loop_, counts_, speed_);
         progress_line progress(streams_.err, streams_.terminal, {});
         server.run([&] {
-            progress.update(server.frames_sent());
+            progress.update(counts_.frames);
             return interrupt_watch::interrupted();
         });
     }
@@ -108,6 +108,7 @@ private:
     double speed_;
     std::shared_ptr<event_loop> loop_;
     tcp_listener listener_;
+    replay_counts counts_;
     uint64_t served_ = 0;
 };
 

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <set>
 #include <utility>
 
 #include "replay/configuration_difference.h"
+#include "replay/first_line.h"
 #include "vantor/client.h"
 #include "vantor/configuration.h"
 #include "version.h"
@@ -32,26 +34,38 @@ constexpr const char *http_answer =
     "{\"status\":\"error\",\"code\":\"wrong_protocol\",\"message\":\"This looks like HTTP or TLS, which the "
     "server does not use: connect with vantor, or send one JSON command per line.\",\"payload_size\":0}\n";
 
-/** Whether a line is an HTTP request: a web page can make a browser send one, with commands in its body. */
-bool is_http(const std::string &line)
+/** The reason of the last disconnection in "identify". */
+constexpr const char *drop_reason = "it accepted no data for 10 s";
+
+/** Whether a value is a word that selects log lines. */
+bool is_log_level(const nlohmann::json &value)
 {
-    return !line.starts_with('{') && line.find(" HTTP/") != std::string::npos;
+    static const std::set<std::string> words = {"OFF", "ERROR", "WARNING", "INFO", "VERBOSE", "DEBUG"};
+    return value.is_string() && words.contains(value.get<std::string>());
 }
 
 } // namespace
 
-replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, double speed)
-    : recording_(recording), host_(host), source_(recording, {.speed = speed, .endless = true}, loop)
+replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
+                             double speed)
+    : recording_(recording), host_(host), counts_(counts),
+      source_(recording, {.speed = speed, .endless = true}, loop)
 {
 }
 
 void replay_server::run(const std::function<bool()> &stop)
+try
 {
-    while (!refused_ && !stop())
+    while (client_ != client_kind::not_a_host && !stop())
     {
         send_due_frame();
         receive();
     }
+}
+catch (const timeout_error &)
+{
+    ++counts_.hosts_dropped;
+    throw;
 }
 
 /** Sends the next frame of the stream if it is due. */
@@ -71,7 +85,7 @@ void replay_server::send_due_frame()
 void replay_server::send(const frame &played)
 {
     send(encode_frame(played));
-    ++frames_sent_;
+    ++counts_.frames;
 }
 
 /** How long to wait for a command. */
@@ -90,35 +104,84 @@ void replay_server::receive()
 {
     std::array<std::byte, 4096> bytes{};
     const auto count = host_.read_some(bytes, patience());
-    for (size_t i = 0; i < count && !refused_; ++i)
+    for (size_t i = 0; i < count && client_ != client_kind::not_a_host; ++i)
     {
-        const char c = static_cast<char>(bytes[i]);
-        if (c != '\n')
-        {
-            input_ += c;
-            continue;
-        }
-        execute_line(input_);
-        input_.clear();
+        ++counts_.bytes_received;
+        receive(static_cast<char>(bytes[i]));
     }
-    if (input_.size() > longest_line)
+    if (count > 0)
     {
-        input_.clear();
+        check_client();
+    }
+}
+
+/** Receives a character of a line. */
+void replay_server::receive(char c)
+{
+    if (c != '\n')
+    {
+        add_to_line(c);
+        return;
+    }
+    if (!std::exchange(dropping_, false) && input_.find_first_not_of(" \t\r") != std::string::npos)
+    {
+        input_ += c;
+        check_client();
+        execute_line(input_);
+    }
+    input_.clear();
+}
+
+/** Adds a character to the line, unless it is too long. */
+void replay_server::add_to_line(char c)
+{
+    if (dropping_)
+    {
+        return;
+    }
+    input_ += c;
+    if (input_.size() <= longest_line)
+    {
+        return;
+    }
+    dropping_ = true;
+    if (client_ == client_kind::unknown)
+    {
+        // No command is so long before its first brace.
+        refuse_client();
+    }
+    else
+    {
         refuse("line_too_long", "Send shorter commands.");
+    }
+    input_.clear();
+}
+
+/** Disconnects a client that is not a host. */
+void replay_server::refuse_client()
+{
+    client_ = client_kind::not_a_host;
+    send(http_answer);
+}
+
+/** Finds out from the first line whether the client is a host; answers it if it is not. */
+void replay_server::check_client()
+{
+    if (client_ == client_kind::unknown)
+    {
+        client_ = recognise_client(input_);
+        if (client_ == client_kind::not_a_host)
+        {
+            refuse_client();
+        }
     }
 }
 
 /** Executes one line. */
 void replay_server::execute_line(const std::string &line)
 {
-    if (line.find_first_not_of(" \r") == std::string::npos)
+    if (client_ == client_kind::not_a_host)
     {
-        return;
-    }
-    if (std::exchange(first_line_, false) && is_http(line))
-    {
-        refused_ = true;
-        send(http_answer);
         return;
     }
     nlohmann::json command;
@@ -140,97 +203,131 @@ void replay_server::execute_line(const std::string &line)
     execute(name.get<std::string>(), command);
 }
 
-/** Executes a command that is allowed in every state; passes on the others. */
-void replay_server::execute(const std::string &name, const nlohmann::json &command)
+/** The commands of docs/protocol.md. */
+const std::map<std::string, replay_server::command_rule> &replay_server::commands()
 {
-    if (name == "identify")
-    {
-        identify();
-    }
-    else if (name == "ping" || name == "log")
-    {
-        answer(name);
-    }
-    else if (name == "end")
-    {
-        state_ = state::idle;
-        answer(name);
-    }
-    else if (name == "stats")
-    {
-        send(nlohmann::json(
-                 {{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", frames_sent_}})
-                 .dump() +
-             "\n");
-    }
-    else if (name == "baudrate")
-    {
-        refuse("baudrate_fixed", "A replayed recording has no baud rate to change.");
-    }
-    else if (name == "configure" && !command.contains("configuration"))
-    {
-        refuse("bad_argument", "Send the configuration document as \"configuration\".");
-    }
-    else
-    {
-        execute_session_command(name, command);
-    }
+    static const std::set<state> any = {state::idle, state::configured, state::streaming};
+    static const std::map<std::string, command_rule> rules = {
+        {"identify", {.states = any, .run = &replay_server::identify}},
+        {"ping", {.states = any, .run = &replay_server::answer}},
+        {"end", {.states = any, .run = &replay_server::end}},
+        {"log", {.member = "level", .fits = is_log_level, .states = any, .run = &replay_server::answer}},
+        {"stats", {.states = any, .run = &replay_server::stats}},
+        {"baudrate",
+         {.member = "baudrate",
+          .fits = [](const auto &value) { return value.is_number_integer(); },
+          .states = {state::idle, state::configured},
+          .run = &replay_server::refuse_baudrate}},
+        {"configure",
+         {.member = "configuration",
+          .fits = [](const auto &value) { return value.is_object(); },
+          .states = {state::idle},
+          .run = &replay_server::configure}},
+        {"start", {.states = {state::configured}, .run = &replay_server::start}},
+        {"frame", {.states = {state::configured}, .run = &replay_server::single_frame}},
+        {"stop", {.states = {state::streaming}, .run = &replay_server::stop}}};
+    return rules;
 }
 
-/** Executes a command that is allowed in one state only. */
-void replay_server::execute_session_command(const std::string &name, const nlohmann::json &command)
+/** Executes a command, or refuses it. */
+void replay_server::execute(const std::string &name, const nlohmann::json &command)
 {
-    static const std::set<std::string> names = {"configure", "start", "stop", "frame"};
-    if (!names.contains(name))
+    const auto found = commands().find(name);
+    if (found == commands().end())
     {
         refuse("unknown_command", "Use a command of the protocol.");
+        return;
     }
-    else if (name == "configure" && state_ == state::idle)
+    const auto &rule = found->second;
+    if (!has_members(command, rule))
     {
-        configure(command["configuration"]);
+        refuse("bad_argument",
+               rule.member == nullptr
+                   ? std::string("Send \"command\" as the only member of this command.")
+                   : "Send \"" + name + "\" with a correct \"" + rule.member + "\", and no other member.");
     }
-    else if (name == "start" && state_ == state::configured)
-    {
-        start();
-    }
-    else if (name == "frame" && state_ == state::configured)
-    {
-        send(source_.next());
-    }
-    else if (name == "stop" && state_ == state::streaming)
-    {
-        state_ = state::configured;
-        answer(name);
-    }
-    else
+    else if (!rule.states.contains(state_))
     {
         refuse("wrong_state", "Configure an idle server, then start or ask for a frame, then stop.");
     }
+    else
+    {
+        (this->*rule.run)(command);
+    }
+}
+
+/** Whether a command has the members that it needs, and no other. */
+bool replay_server::has_members(const nlohmann::json &command, const command_rule &rule)
+{
+    if (rule.member == nullptr)
+    {
+        return command.size() == 1;
+    }
+    const auto found = command.find(rule.member);
+    return command.size() == 2 && found != command.end() && rule.fits(*found);
 }
 
 /** Sends bytes. */
 void replay_server::send(const std::string &bytes)
 {
     host_.write(std::as_bytes(std::span(bytes)), write_timeout);
+    counts_.bytes_sent += bytes.size();
+}
+
+/** Sends a message without a payload. */
+void replay_server::send_message(const nlohmann::ordered_json &message)
+{
+    send(message.dump() + "\n");
+}
+
+/** The first members of the answer to a command. */
+nlohmann::ordered_json replay_server::answer_to(const nlohmann::json &command)
+{
+    return {{"status", "ok"}, {"command", command["command"]}, {"payload_size", 0}};
 }
 
 /** Reports that a command was executed. */
-void replay_server::answer(const std::string &command)
+void replay_server::answer(const nlohmann::json &command)
 {
-    send(nlohmann::ordered_json({{"status", "ok"}, {"command", command}, {"payload_size", 0}}).dump() + "\n");
+    send_message(answer_to(command));
 }
 
 /** Reports that a command was refused. */
-void replay_server::refuse(const char *code, const std::string &sentence)
+void replay_server::refuse(const std::string &code, const std::string &sentence)
 {
-    send(nlohmann::ordered_json(
-             {{"status", "error"}, {"code", code}, {"message", sentence}, {"payload_size", 0}})
-             .dump() +
-         "\n");
+    ++counts_.errors[code];
+    send_message({{"status", "error"}, {"code", code}, {"message", sentence}, {"payload_size", 0}});
+}
+
+/** Refuses another baud rate. */
+void replay_server::refuse_baudrate(const nlohmann::json & /*command*/)
+{
+    refuse("baudrate_fixed", "A replayed recording has no baud rate to change.");
+}
+
+/** Reports what was counted. */
+void replay_server::stats(const nlohmann::json &command)
+{
+    auto report = answer_to(command);
+    // A frame is never left out: late frames are sent in a burst.
+    report.update({{"frames", counts_.frames},
+                   {"frames_left_out", 0},
+                   {"bytes_sent", counts_.bytes_sent},
+                   {"bytes_received", counts_.bytes_received},
+                   {"errors", counts_.errors},
+                   {"hosts_dropped", counts_.hosts_dropped}});
+    send_message(report);
+}
+
+/** Ends the session. */
+void replay_server::end(const nlohmann::json &command)
+{
+    state_ = state::idle;
+    answer(command);
 }
 
 /** Identifies this server: as the server of the recording, with its sensors and its configuration. */
-void replay_server::identify()
+void replay_server::identify(const nlohmann::json &command)
 {
     std::set<unsigned> sensors;
     for (const auto &item : recording_.items())
@@ -238,24 +335,27 @@ void replay_server::identify()
         sensors.insert(item.configuration.sensor_id);
     }
     const auto &server = recording_.session().server;
-    const nlohmann::ordered_json identity = {{"status", "ok"},
-                                             {"command", "identify"},
-                                             {"payload_size", 0},
-                                             {"server_version", std::string(version) + " (replay)"},
-                                             {"protocol_version", protocol_version},
-                                             {"sensor", server.sensor},
-                                             {"sensor_count", sensors.empty() ? 0 : *sensors.rbegin()},
-                                             {"connected_sensors", sensors},
-                                             {"ticks_per_second", server.ticks_per_second},
-                                             {"max_baudrate", 0},
-                                             {"configuration", recording_.session().configuration}};
-    send(identity.dump() + "\n");
+    auto identity = answer_to(command);
+    identity.update({{"server_version", std::string(version) + " (replay)"},
+                     {"protocol_version", protocol_version},
+                     {"sensor", server.sensor},
+                     {"sensor_count", sensors.empty() ? 0 : *sensors.rbegin()},
+                     {"connected_sensors", sensors},
+                     {"ticks_per_second", server.ticks_per_second},
+                     {"max_baudrate", 0},
+                     {"configuration", recording_.session().configuration}});
+    if (counts_.hosts_dropped > 0)
+    {
+        identity["last_drop"] = drop_reason;
+    }
+    send_message(identity);
 }
 
 /** Answers with the metadata of the recording, unless the configuration measures something else. */
-void replay_server::configure(const nlohmann::json &configuration)
+void replay_server::configure(const nlohmann::json &command)
 {
-    if (const auto difference = first_difference(recording_.session().configuration, configuration))
+    if (const auto difference =
+            first_difference(recording_.session().configuration, command["configuration"]))
     {
         refuse("configuration_refused", difference_text(*difference) +
                                             " A recording can only be replayed with its own configuration, "
@@ -264,15 +364,30 @@ void replay_server::configure(const nlohmann::json &configuration)
     }
     state_ = state::configured;
     source_.rewind();
-    send(recording_.session().metadata.document.dump() + "\n");
+    send_message(recording_.session().metadata.document);
 }
 
 /** Starts the stream with the next frame. */
-void replay_server::start()
+void replay_server::start(const nlohmann::json &command)
 {
     state_ = state::streaming;
-    answer("start");
+    answer(command);
     source_.start();
+}
+
+/** Sends the next frame. */
+void replay_server::single_frame(const nlohmann::json & /*command*/)
+{
+    send(source_.next());
+}
+
+/** Stops the stream. */
+void replay_server::stop(const nlohmann::json &command)
+{
+    state_ = state::configured;
+    auto report = answer_to(command);
+    report["frames_left_out"] = 0;
+    send_message(report);
 }
 
 } // namespace vantor

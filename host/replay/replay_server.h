@@ -7,17 +7,30 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 #include "hub/playback_source.h"
+#include "replay/first_line.h"
 #include "vantor/event_loop.h"
 #include "vantor/link.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
 {
+
+/** What a server has counted since it started. */
+struct replay_counts
+{
+    uint64_t frames = 0;                    /**< sent */
+    uint64_t bytes_sent = 0;                /**< payloads included */
+    uint64_t bytes_received = 0;            /**< of lines that were executed or refused */
+    uint64_t hosts_dropped = 0;             /**< disconnected because they accepted no data */
+    std::map<std::string, uint64_t> errors; /**< how often each error code was sent */
+};
 
 /**
  * Serves a recording to one host. It accepts a configuration that measures what was recorded, and answers
@@ -30,12 +43,14 @@ public:
      * @param recording  a recording with at least one frame
      * @param host       the link to the host
      * @param loop       the loop of the link
+     * @param counts     what was counted with earlier hosts; continued
      * @param speed      how much faster than measured the frames are sent; infinite for as fast as possible
      */
-    replay_server(recording_reader &recording, link &host, event_loop &loop, double speed = 1.0);
+    replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
+                  double speed = 1.0);
 
     /**
-     * Serves the host until it disconnects. A client whose first line is an HTTP request is disconnected.
+     * Serves the host until it disconnects. A client that sends HTTP or TLS is disconnected.
      *
      * @param stop  called at least ten times per second; true ends the service
      * @throws connection_lost if the host disconnects
@@ -44,12 +59,6 @@ public:
      * @throws bad_recording if a file cannot be read
      */
     void run(const std::function<bool()> &stop);
-
-    /** Number of frames sent so far. */
-    [[nodiscard]] uint64_t frames_sent() const noexcept
-    {
-        return frames_sent_;
-    }
 
 private:
     /** The states of a session, as in docs/protocol.md. */
@@ -60,28 +69,49 @@ private:
         streaming,
     };
 
+    /** When a command is accepted, and what it does. */
+    struct command_rule
+    {
+        const char *member = nullptr;              /**< the only one beside "command"; null if none */
+        bool (*fits)(const nlohmann::json &) = {}; /**< whether its value is allowed */
+        std::set<state> states;                    /**< that allow the command */
+        void (replay_server::*run)(const nlohmann::json &command) = {}; /**< executes it */
+    };
+
+    static const std::map<std::string, command_rule> &commands();
+    static bool has_members(const nlohmann::json &command, const command_rule &rule);
+    static nlohmann::ordered_json answer_to(const nlohmann::json &command);
     void receive();
+    void receive(char c);
+    void add_to_line(char c);
+    void check_client();
+    void refuse_client();
     void execute_line(const std::string &line);
     void execute(const std::string &name, const nlohmann::json &command);
-    void execute_session_command(const std::string &name, const nlohmann::json &command);
     void send(const std::string &bytes);
-    void answer(const std::string &command);
-    void refuse(const char *code, const std::string &sentence);
-    void identify();
-    void configure(const nlohmann::json &configuration);
-    void start();
+    void send_message(const nlohmann::ordered_json &message);
+    void refuse(const std::string &code, const std::string &sentence);
+    void answer(const nlohmann::json &command);
+    void identify(const nlohmann::json &command);
+    void end(const nlohmann::json &command);
+    void stats(const nlohmann::json &command);
+    void refuse_baudrate(const nlohmann::json &command);
+    void configure(const nlohmann::json &command);
+    void start(const nlohmann::json &command);
+    void stop(const nlohmann::json &command);
+    void single_frame(const nlohmann::json &command);
     void send_due_frame();
     void send(const frame &played);
     [[nodiscard]] std::chrono::milliseconds patience();
 
     recording_reader &recording_;
     link &host_;
+    replay_counts &counts_;
     playback_source source_;
     state state_ = state::idle;
-    std::string input_;      /**< the line that is being received */
-    bool first_line_ = true; /**< no line has been received */
-    bool refused_ = false;   /**< the client sends HTTP */
-    uint64_t frames_sent_ = 0;
+    client_kind client_ = client_kind::unknown;
+    std::string input_;     /**< the line that is being received */
+    bool dropping_ = false; /**< the line is too long: its rest is discarded */
 };
 
 } // namespace vantor

@@ -60,7 +60,7 @@ private:
         const auto host = listener_.accept(1min);
         try
         {
-            replay_server(recording, *host, *loop_).run([this] { return stop_.load(); });
+            replay_server(recording, *host, *loop_, counts_).run([this] { return stop_.load(); });
         }
         catch (
             const connection_lost &) // NOLINT(bugprone-empty-catch): the host disconnects when the test ends
@@ -71,6 +71,7 @@ private:
     test::temporary_directory directory_;
     std::shared_ptr<event_loop> loop_ = std::make_shared<event_loop>();
     tcp_listener listener_{0, {}, loop_};
+    replay_counts counts_;
     std::atomic<bool> stop_ = false;
     std::thread thread_;
 };
@@ -133,7 +134,8 @@ protected:
     void serve(moment duration, double speed = 1.0)
     {
         recording_reader recording(directory / "out");
-        replay_server server(recording, *host, loop, speed);
+        replay_counts counts;
+        replay_server server(recording, *host, loop, counts, speed);
         send(0ms, "configure");
         send(5ms, "start");
         server.run([&] {
@@ -145,10 +147,12 @@ protected:
     /** Makes the host send a command. */
     void send(moment when, const std::string &command)
     {
-        line.arrive(
-            when,
-            json({{"command", command}, {"configuration", test::example_session().configuration}}).dump() +
-                "\n");
+        json message = {{"command", command}};
+        if (command == "configure")
+        {
+            message["configuration"] = test::example_session().configuration;
+        }
+        line.arrive(when, message.dump() + "\n");
     }
 
     /** The times at which the server started to write frames. */
@@ -377,7 +381,109 @@ TEST(replay, accepts_a_first_command_that_contains_http)
 {
     const replay_thread server(1);
     const auto connection = open_link(server.where(), 60s);
-    EXPECT_EQ(code_after(*connection, "{\"command\":\"ping\", \"note\": \"an HTTP/1.1 client\"}\n"), "none");
+    EXPECT_EQ(code_after(*connection, "{\"command\": \"GET / HTTP/1.1\"}\n"), "unknown_command");
+}
+
+TEST(replay, executes_nothing_for_clients_that_are_not_hosts)
+{
+    const std::string commands = "\n{\"command\":\"ping\"}\n";
+    for (const std::string &request :
+         {std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11) + commands,
+          std::string("POST /x\r\n\r\n") + commands, std::string("POST /x http/1.1\r\n") + commands,
+          std::string("\r\n\r\n POST / HTTP/1.1\r\n") + commands,
+          std::string("POST\t/x\tHTTP/1.1\r\n") + commands,
+          std::string("CONNECT a.b:443 HTTP/1.1\r\n") + commands,
+          std::string("GET http://127.0.0.1/ \r\n") + commands, std::string("get  HttpS:x") + commands,
+          std::string("OPTIONS * x\n") + commands, "GET " + std::string(1 << 21, 'x') + commands})
+    {
+        SCOPED_TRACE(request.substr(0, 40));
+        const replay_thread server(1);
+        const auto connection = open_link(server.where(), 60s);
+        EXPECT_EQ(code_after(*connection, request), "wrong_protocol");
+        std::vector<std::byte> bytes(1);
+        EXPECT_THROW(connection->read_some(bytes, 60s), connection_lost);
+    }
+}
+
+TEST(replay, answers_hosts_that_send_invalid_input_first)
+{
+    for (const std::string text :
+         {"\x16", "\x16\x02\x03", "POST", "POST x", "GET ftp://x", "{\"a\": http://x", "{ / http:", "(x) /"})
+    {
+        const replay_thread server(1);
+        const auto connection = open_link(server.where(), 60s);
+        EXPECT_EQ(code_after(*connection, text + "\n"), "bad_json") << text;
+    }
+}
+
+TEST(replay, recognises_clients_that_send_single_bytes)
+{
+    const std::string request = "POST x HTTP/";
+    for (size_t length = 1; length < request.size(); ++length)
+    {
+        EXPECT_EQ(recognise_client(request.substr(0, length)), client_kind::unknown) << length;
+    }
+    EXPECT_EQ(recognise_client(request), client_kind::not_a_host);
+    EXPECT_EQ(recognise_client(request.substr(0, 7) + "\nHTTP/"), client_kind::host);
+    EXPECT_EQ(recognise_client("\x16"), client_kind::unknown);
+    EXPECT_EQ(recognise_client("{"), client_kind::host);
+}
+
+TEST(replay, discards_the_rest_of_a_line_that_is_too_long)
+{
+    const replay_thread server(1);
+    const auto connection = open_link(server.where(), 60s);
+    const std::string ping = "{\"command\":\"ping\"}";
+    EXPECT_EQ(code_after(*connection, "{" + std::string(1 << 20, ' ') + ping + "\n"), "line_too_long");
+    EXPECT_EQ(answer_to(*connection, "{\"command\":\"stats\"}\n")["command"], "stats");
+}
+
+TEST(replay, refuses_wrong_members_of_commands)
+{
+    const replay_thread server(1);
+    const auto connection = open_link(server.where(), 60s);
+    for (const char *const command :
+         {R"("ping","x":1)", R"("identify","sensor":1)", R"("log")", R"("log","level":"NONSENSE")",
+          R"("log","level":1)", R"("log","level":"INFO","x":1)", R"("stats","x":1)", R"("start","x":1)",
+          R"("stop","x":1)", R"("frame","x":1)", R"("end","x":1)", R"("baudrate")",
+          R"("baudrate","baudrate":"x")", R"("configure")", R"("configure","configuration":[])",
+          R"("configure","configuration":{},"x":1)"})
+    {
+        EXPECT_EQ(code_after(*connection, std::string("{\"command\":") + command + "}\n"), "bad_argument")
+            << command;
+    }
+    EXPECT_EQ(code_after(*connection, "{\"command\":\"log\",\"level\":\"OFF\"}\n"), "none");
+    EXPECT_EQ(code_after(*connection, "{\"command\":\"baudrate\",\"baudrate\":9600}\n"), "baudrate_fixed");
+}
+
+TEST_F(replay_pace, is_counted)
+{
+    record({0, 20000, 40000});
+    line.arrive(30ms, "nonsense\n");
+    send(35ms, "stop");
+    send(36ms, "stats");
+    serve(40ms);
+    const auto answers = line.written();
+    ASSERT_EQ(answers.size(), 7U);
+    EXPECT_EQ(json::parse(answers[5].bytes)["frames_left_out"], 0);
+    auto stats = json::parse(answers[6].bytes);
+    uint64_t sent = 0;
+    for (size_t i = 0; i < 6; ++i)
+    {
+        sent += answers[i].bytes.size();
+    }
+    EXPECT_EQ(stats["bytes_sent"], sent);
+    EXPECT_EQ(stats["bytes_received"],
+              json({{"command", "configure"}, {"configuration", test::example_session().configuration}})
+                      .dump()
+                      .size() +
+                  std::string("\n{\"command\":\"start\"}\nnonsense\n{\"command\":\"stop\"}\n"
+                              "{\"command\":\"stats\"}\n")
+                      .size());
+    EXPECT_EQ(stats["frames"], 2);
+    EXPECT_EQ(stats["frames_left_out"], 0);
+    EXPECT_EQ(stats["errors"], json({{"bad_json", 1}}));
+    EXPECT_EQ(stats["hosts_dropped"], 0);
 }
 
 /** The lines of the conversation with a replay in docs/protocol.md. */
@@ -443,7 +549,8 @@ TEST(replay, converses_as_documented)
         }
     }
     recording_reader recording(directory / "out");
-    replay_server(recording, *host, loop).run([&] { return clock.now() > 0ms; });
+    replay_counts counts;
+    replay_server(recording, *host, loop, counts).run([&] { return clock.now() > 0ms; });
     ASSERT_EQ(expected.size(), 2U);
     ASSERT_EQ(line.written().size(), 2U);
     for (size_t i = 0; i < 2; ++i)
