@@ -104,8 +104,7 @@ void playback_source::open_tables()
     capture_ = 0;
     missing_ = 0;
     rows_.reset();
-    gaps_.emplace(captures_,
-                  period_of_unlisted_gaps(recording_.session(), recording_.finished(), captures_));
+    gaps_.emplace(captures_, period_of_unlisted_gaps(recording_.session(), recording_.finished(), captures_));
     tables_.clear();
     for (size_t i = 0; i < recording_.items().size(); ++i)
     {

@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "recording/gap_watch.h"
+
 namespace vantor
 {
 namespace
@@ -30,7 +32,8 @@ size_t queued_size(const frame &queued) noexcept
 
 recording_sink::recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
                                event_loop &loop, calendar now)
-    : writer_(writer), queue_size_(queue_size), loop_(loop), now_(std::move(now))
+    : writer_(writer), gaps_(std::make_unique<gap_watch>()), queue_size_(queue_size), loop_(loop),
+      now_(std::move(now))
 {
     for (const auto &layout : metadata.items)
     {
@@ -179,6 +182,7 @@ void recording_sink::execute(const job &taken)
     if (taken.next.number > 0)
     {
         writer_.begin_segment(taken.next);
+        break_pending_ = true;
     }
     if (!taken.what)
     {
@@ -189,10 +193,22 @@ void recording_sink::execute(const job &taken)
     {
         sync_due_ = std::chrono::steady_clock::now() + sync_interval;
     }
+    measure(*taken.what);
+}
+
+/** Adds a frame to the statistics of its items. */
+void recording_sink::measure(const frame &what)
+{
+    const bool after_gap = gaps_->next(what.missing(), std::exchange(break_pending_, false));
     for (size_t i = 0; i < statistics_.size(); ++i)
     {
-        const auto &item = taken.what->items()[i];
-        if (item.data_valid.value_or(true))
+        const auto &item = what.items()[i];
+        const bool valid = item.data_valid.value_or(true);
+        if (after_gap || !valid)
+        {
+            statistics_[i].restart();
+        }
+        if (valid)
         {
             statistics_[i].add(item.samples);
         }

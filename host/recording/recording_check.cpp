@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include "recording/gap_watch.h"
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "recording/recorded_captures.h"
@@ -34,8 +35,9 @@ class checker
 public:
     checker(recording_documents documents, const check_progress &progress)
         : progress_(progress), documented_(std::ranges::any_of(documents.items, is_finished)),
-          gaps_(read_captures(documents),
-                period_of_unlisted_gaps(documents.session, documented_, read_captures(documents)))
+          no_gaps_(read_captures(documents),
+                   period_of_unlisted_gaps(documents.session, documented_, read_captures(documents))),
+          gaps_(no_gaps_)
     {
         check_.documents = std::move(documents);
         check_.faults = check_.documents.faults;
@@ -281,6 +283,25 @@ private:
         return digest.digest();
     }
 
+    /** The next row of the frame table of an item. */
+    static frame_row next_row(frame_table &table)
+    {
+        const auto row = table.next();
+        if (!row)
+        {
+            throw bad_recording("The recording changes while it is read.");
+        }
+        return *row;
+    }
+
+    /** Moves to a frame, given by its row in the first item; returns whether it is after a gap. */
+    bool pass_frame(uint64_t number, const frame_row &row, gap_watch &watch)
+    {
+        gaps_.add(row.tick, row.frame_delayed);
+        const auto &part = gaps_.found().captures().back();
+        return watch.next(gaps_.found().missing(), part.begins && part.first_frame == number);
+    }
+
     /** Reads the frames of an item that are left. */
     void read_frames(const recorded_item &item, const input_file &data, checked_item &found, sha512 &digest)
     {
@@ -290,25 +311,30 @@ private:
             return;
         }
         frame_table table(table_of(item));
+        // The gaps are those of the first item.
+        frame_table first(table_of(items().front()));
+        gap_watch watch;
+        gaps_ = no_gaps_;
         std::vector<sample> samples(item.layout.frame_length);
         const auto bytes = std::as_writable_bytes(std::span(samples));
         for (uint64_t number = 0; number < check_.frames; ++number)
         {
-            const auto row = table.next();
-            if (!row || data.read(number * bytes.size(), bytes) < bytes.size())
+            const auto row = next_row(table);
+            if (data.read(number * bytes.size(), bytes) < bytes.size())
             {
                 throw bad_recording("The recording changes while it is read.");
             }
             digest.update(bytes);
-            if (row->data_valid.value_or(true))
+            found.figures.add(row);
+            const bool valid = row.data_valid.value_or(true);
+            if (pass_frame(number, next_row(first), watch) || !valid)
+            {
+                found.level.restart();
+            }
+            if (valid)
             {
                 found.level.add(samples);
             }
-            if (&item == &items().front())
-            {
-                gaps_.add(row->tick, row->frame_delayed);
-            }
-            found.figures.add(*row);
             if (progress_)
             {
                 progress_(++frames_read_, check_.frames * items().size());
@@ -382,8 +408,9 @@ private:
 
     recording_check check_;
     const check_progress &progress_;
-    bool documented_; /**< the documents list the gaps */
-    gap_finder gaps_;
+    bool documented_;    /**< the documents list the gaps */
+    gap_finder no_gaps_; /**< before the first frame */
+    gap_finder gaps_;    /**< of the frames that have been read */
     uint64_t frames_read_ = 0;
 };
 

@@ -3,6 +3,8 @@
  */
 #include "recording/recording_check.h"
 
+#include <map>
+
 #include <gmock/gmock.h>
 
 #include "disk_calls.h"
@@ -329,6 +331,33 @@ TEST(recording_check, counts_the_gaps_before_a_cut_that_are_not_listed)
     const auto samples = directory / "out/group-1-item-1.sigmf-data";
     std::filesystem::resize_file(samples, std::filesystem::file_size(samples) - 1);
     EXPECT_EQ(check_recording(directory / "out").missing, test::frames_between_gaps - 2U);
+}
+
+TEST(recording_check, compares_no_samples_across_gaps)
+{
+    // The level changes where frames are missing, at a break, and where a frame is not valid.
+    const test::written_item item{
+        .config = nlohmann::json::object(), .missing = {{5, 3}, {10, 3}}, .breaks = {{15, 2.0}}};
+    const test::temporary_directory directory;
+    test::write_item(
+        directory / "out", item, 25, [](int number, size_t, size_t) { return 100.0 * (number / 5); },
+        [](int number, nlohmann::json &info) { info["data_valid"] = number != 20; });
+    const auto check = check_recording(directory / "out");
+    EXPECT_EQ(check.items[0].level.background_of(check.documents.items[0].layout.subsweeps[0]).noise, 0.0);
+}
+
+TEST(recording_check, compares_samples_of_frames_between_which_others_are_always_missing)
+{
+    std::map<int, uint64_t> missing;
+    for (int number = 1; number < 20; ++number)
+    {
+        missing[number] = 1;
+    }
+    const test::temporary_directory directory;
+    test::write_item(directory / "out", {.config = nlohmann::json::object(), .missing = missing}, 20,
+                     [](int number, size_t, size_t) { return number % 2 == 0 ? 100.0 : 0.0; });
+    const auto check = check_recording(directory / "out");
+    EXPECT_GT(check.items[0].level.background_of(check.documents.items[0].layout.subsweeps[0]).noise, 50.0);
 }
 
 } // namespace

@@ -200,5 +200,27 @@ TEST_F(recording_sink_test, leaves_the_break_visible_in_a_recording_that_is_neve
     EXPECT_EQ(document["captures"].size(), 2U);
 }
 
+TEST_F(recording_sink_test, compares_no_samples_across_gaps)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    uint64_t missing = 0;
+    for (const uint32_t number : {1U, 1U, 9U, 9U, 5U, 5U})
+    {
+        auto received = test::example_frame(number);
+        if (number == 5 && missing == 3)
+        {
+            sink.begin({.number = 1,
+                        .reason = "connected again",
+                        .gap = 2.5,
+                        .calibration_temperatures = {20, 21, 22}});
+        }
+        missing = number == 1 ? 0 : 3;
+        received.set_missing(missing);
+        sink.add(std::make_shared<const frame>(std::move(received)));
+    }
+    EXPECT_EQ(sink.close(), nullptr);
+    EXPECT_EQ(sink.statistics()[1].background_of(metadata.items[1].subsweeps[0]).noise, 0.0);
+}
+
 } // namespace
 } // namespace vantor

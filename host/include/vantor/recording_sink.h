@@ -24,6 +24,8 @@
 namespace vantor
 {
 
+class gap_watch;
+
 /** Returns the present date and time; std::chrono::system_clock::now unless a test passes another clock. */
 using calendar = std::function<std::chrono::system_clock::time_point()>;
 
@@ -86,12 +88,15 @@ private:
     void work();
     bool take_job(job &taken);
     void execute(const job &taken);
+    void measure(const frame &what);
     void sync_if_due(bool last);
     void finish_job(const job &finished, std::exception_ptr failure);
     void push(job &&added);
 
     recording_writer &writer_;
     std::vector<item_statistics> statistics_;
+    std::unique_ptr<gap_watch> gaps_;
+    bool break_pending_ = false; /**< a segment begins with the next frame */
     std::optional<std::chrono::steady_clock::time_point>
         sync_due_; /**< for frames that may not be on the disk */
     size_t queue_size_;
