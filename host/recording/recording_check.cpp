@@ -33,7 +33,7 @@ std::string part_of(uint64_t part, uint64_t all)
 class checker
 {
 public:
-    checker(recording_documents documents, const check_progress &progress)
+    checker(recording_documents documents, bool in_progress, const check_progress &progress)
         : progress_(progress), documented_(std::ranges::any_of(documents.items, is_finished)),
           no_gaps_(read_captures(documents),
                    period_of_unlisted_gaps(documents.session, documented_, read_captures(documents))),
@@ -41,6 +41,7 @@ public:
     {
         check_.documents = std::move(documents);
         check_.faults = check_.documents.faults;
+        check_.in_progress = in_progress;
     }
 
     /** Checks everything. */
@@ -133,7 +134,6 @@ private:
         {
             const input_file data(samples_of(item));
             found.data_size = data.size();
-            check_.in_progress = check_.in_progress || data.is_being_written();
             found.frames = frame_size(item) == 0 ? 0 : *found.data_size / frame_size(item);
         }
         catch (const bad_recording &failure)
@@ -414,11 +414,37 @@ private:
     uint64_t frames_read_ = 0;
 };
 
+/** Whether another program is still writing a file. */
+bool is_being_written(const std::filesystem::path &path)
+{
+    try
+    {
+        return input_file(path).is_being_written();
+    }
+    catch (const bad_recording &)
+    {
+        // Reported when it is read.
+        return false;
+    }
+}
+
+/** Whether "vantor record" is still writing samples in a directory. */
+bool is_being_recorded(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    const std::filesystem::directory_iterator entries(directory, failure);
+    return std::any_of(begin(entries), end(entries), [&](const auto &entry) {
+        return entry.path().extension() == ".sigmf-data" && is_being_written(entry.path());
+    });
+}
+
 } // namespace
 
 recording_check check_recording(const std::filesystem::path &place, const check_progress &progress)
 {
-    return checker(read_documents(place), progress).run();
+    // First: if the recorder has ended, the documents that are read now are the final ones.
+    const bool in_progress = is_being_recorded(recording_directory(place));
+    return checker(read_documents(place), in_progress, progress).run();
 }
 
 } // namespace vantor

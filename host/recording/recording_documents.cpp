@@ -29,20 +29,6 @@ constexpr uint64_t most_frames = 1'000'000'000'000;
 /** The lists of items in a collection: one, or two while the metadata of the items are being replaced. */
 constexpr std::array<const char *, 2> stream_members = {"core:streams", next_streams_member};
 
-/** Returns the directory of a recording, given the directory itself or one of its files. */
-std::filesystem::path directory_of(const std::filesystem::path &place)
-{
-    std::error_code failure;
-    if (!std::filesystem::exists(place, failure))
-    {
-        throw bad_recording(
-            place.string() +
-            " does not exist: give the directory of a recording, as printed by \"vantor record\".");
-    }
-    const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
-    return directory.empty() ? "." : directory;
-}
-
 /** Whether a directory has the metadata of the first item, and so was a recording once. */
 bool has_first_item(const std::filesystem::path &directory)
 {
@@ -337,10 +323,23 @@ std::filesystem::path collection_path(const std::filesystem::path &directory)
     return directory / (std::string(collection_name) + ".sigmf-collection");
 }
 
+std::filesystem::path recording_directory(const std::filesystem::path &place)
+{
+    std::error_code failure;
+    if (!std::filesystem::exists(place, failure))
+    {
+        throw bad_recording(
+            place.string() +
+            " does not exist: give the directory of a recording, as printed by \"vantor record\".");
+    }
+    const auto directory = std::filesystem::is_directory(place) ? place : place.parent_path();
+    return directory.empty() ? "." : directory;
+}
+
 recording_documents read_documents(const std::filesystem::path &place)
 {
     recording_documents documents;
-    documents.directory = directory_of(place);
+    documents.directory = recording_directory(place);
     std::error_code failure;
     const auto collection = collection_path(documents.directory);
     if (!std::filesystem::exists(collection, failure) && !has_first_item(documents.directory))

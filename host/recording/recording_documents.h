@@ -47,6 +47,14 @@ bool is_finished(const recorded_item &item);
 std::filesystem::path collection_path(const std::filesystem::path &directory);
 
 /**
+ * The directory of a recording.
+ *
+ * @param place  the directory itself, or any of its files
+ * @throws bad_recording if it does not exist
+ */
+std::filesystem::path recording_directory(const std::filesystem::path &place);
+
+/**
  * Reads the documents. If one of them is damaged, the others replace it as far as possible.
  *
  * @param place  the directory of the recording, or any of its SigMF documents

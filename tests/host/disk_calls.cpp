@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ namespace
 {
 
 disk_calls *present = nullptr;
+lock_calls *present_locks = nullptr;
 
 /** Records a call for an open file. */
 void add_sync(int descriptor)
@@ -53,6 +55,21 @@ void disk_calls::add(const std::string &call, const std::string &path)
     }
 }
 
+lock_calls::lock_calls(std::function<void()> at_call) : at_call_(std::move(at_call))
+{
+    present_locks = this;
+}
+
+lock_calls::~lock_calls()
+{
+    present_locks = nullptr;
+}
+
+void lock_calls::add() const
+{
+    at_call_();
+}
+
 } // namespace vantor::test
 
 // These replace the functions of the C library in this program.
@@ -75,4 +92,13 @@ extern "C" int rename(const char *from, const char *to) noexcept
         vantor::test::present->add("rename", to);
     }
     return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+extern "C" int flock(int descriptor, int operation) noexcept
+{
+    if (vantor::test::present_locks != nullptr && (operation & LOCK_SH) != 0)
+    {
+        vantor::test::present_locks->add();
+    }
+    return static_cast<int>(syscall(SYS_flock, descriptor, operation));
 }

@@ -40,6 +40,24 @@ private:
     std::vector<std::string> calls_;
 };
 
+/** While an object exists, a function is called right before this process asks whether a file is locked. */
+class lock_calls
+{
+public:
+    explicit lock_calls(std::function<void()> at_call);
+    lock_calls(const lock_calls &) = delete;
+    lock_calls &operator=(const lock_calls &) = delete;
+    lock_calls(lock_calls &&) = delete;
+    lock_calls &operator=(lock_calls &&) = delete;
+    ~lock_calls();
+
+    /** Calls the function. */
+    void add() const;
+
+private:
+    std::function<void()> at_call_;
+};
+
 } // namespace vantor::test
 
 #endif

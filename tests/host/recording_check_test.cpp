@@ -4,6 +4,8 @@
 #include "recording/recording_check.h"
 
 #include <map>
+#include <optional>
+#include <utility>
 
 #include <gmock/gmock.h>
 
@@ -358,6 +360,26 @@ TEST(recording_check, compares_samples_of_frames_between_which_others_are_always
                      [](int number, size_t, size_t) { return number % 2 == 0 ? 100.0 : 0.0; });
     const auto check = check_recording(directory / "out");
     EXPECT_GT(check.items[0].level.background_of(check.documents.items[0].layout.subsweeps[0]).noise, 50.0);
+}
+
+TEST(recording_check, takes_a_recording_that_is_finished_meanwhile_for_finished)
+{
+    const test::temporary_directory directory;
+    std::optional<recording_writer> writer(std::in_place, directory / "out", test::example_description());
+    writer->add(test::example_frame(0));
+    const test::lock_calls calls([&] {
+        if (writer)
+        {
+            writer->add(test::example_frame(1));
+            writer->finish();
+            writer.reset();
+        }
+    });
+    const auto check = check_recording(directory / "out");
+    EXPECT_FALSE(writer);
+    EXPECT_THAT(check.faults, IsEmpty());
+    EXPECT_TRUE(check.finished);
+    EXPECT_EQ(check.frames, 2U);
 }
 
 } // namespace
