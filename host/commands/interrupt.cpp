@@ -10,6 +10,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "recording/output_file.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -47,13 +48,24 @@ void set_actions(void (*handler)(int))
     }
 }
 
+/** Signal handler: ends the program, but not while files are replaced. */
+extern "C" void end_program(int number)
+{
+    if (!postpone_signal(number))
+    {
+        set_action(number, SIG_DFL);
+        // It arrives when this function returns.
+        static_cast<void>(std::raise(number));
+    }
+}
+
 /** Signal handler: records that a signal has arrived, and lets the next one end the program. A second SIGHUP
  * does not: when a terminal is closed, shell and system send one each. */
 extern "C" void note_signal(int /*number*/)
 {
     const int error_of_program = errno;
     noted = 1;
-    set_request_actions(SIG_DFL);
+    set_request_actions(end_program);
     const uint64_t one = 1;
     // It can only fail if there is nothing to wake.
     [[maybe_unused]] const auto written = write(wakes, &one, sizeof one);

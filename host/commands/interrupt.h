@@ -19,9 +19,9 @@ public:
 
 /**
  * While an object of this class exists, the first SIGINT (Ctrl-C), SIGTERM or SIGHUP only sets interrupted();
- * a second SIGINT or SIGTERM ends the program as usual. SIGINT works also in a process that a shell started in the
- * background with SIGINT ignored. A SIGHUP that is ignored, as under nohup, stays ignored. Only one object
- * may exist at a time.
+ * a second SIGINT or SIGTERM ends the program as usual, after files that another thread is replacing. SIGINT
+ * works also in a process that a shell started in the background with SIGINT ignored. A SIGHUP that is
+ * ignored, as under nohup, stays ignored. Only one object may exist at a time.
  */
 class interrupt_watch
 {

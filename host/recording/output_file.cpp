@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -212,7 +213,13 @@ void lock_for_shortening(const open_file &file, const std::filesystem::path &pat
     }
 }
 
-/** While an object exists, the signals that ask the program to end wait. */
+/** The number of objects of signals_blocked, and the last signal that waits for them; 0 if none does. */
+std::atomic<int> blocks = 0;
+std::atomic<int> waiting = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "signal handlers use them");
+
+/** While an object exists, the signals that ask the program to end wait: in this thread, and in others if
+ * their handlers use postpone_signal(). */
 class signals_blocked
 {
 public:
@@ -225,6 +232,7 @@ public:
             sigaddset(&signals, number);
         }
         pthread_sigmask(SIG_BLOCK, &signals, &before_);
+        ++blocks;
     }
     signals_blocked(const signals_blocked &) = delete;
     signals_blocked &operator=(const signals_blocked &) = delete;
@@ -233,6 +241,13 @@ public:
 
     ~signals_blocked()
     {
+        if (--blocks == 0)
+        {
+            if (const int number = waiting.exchange(0); number != 0)
+            {
+                kill(getpid(), number);
+            }
+        }
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     }
 
@@ -241,6 +256,13 @@ private:
 };
 
 } // namespace
+
+bool postpone_signal(int number) noexcept
+{
+    // In this order, so that either the last object raises the signal, or the caller handles it.
+    waiting = number;
+    return blocks > 0 || waiting.exchange(0) == 0;
+}
 
 output_file::output_file(const std::filesystem::path &path) : output_file(path, path)
 {

@@ -181,6 +181,15 @@ void require_shortenable(const std::filesystem::path &path);
  */
 void sync_directory(const std::filesystem::path &path);
 
+/**
+ * Makes a signal that ends the program wait while another thread replaces files, so that none of its
+ * temporary files is left. For signal handlers.
+ *
+ * @param number  the signal; the thread raises it again when it has replaced them
+ * @return whether the signal waits; otherwise it can end the program now
+ */
+bool postpone_signal(int number) noexcept;
+
 /** A file and its complete new content. */
 struct file_text
 {
@@ -190,7 +199,8 @@ struct file_text
 
 /**
  * Replaces files atomically: a reader finds either the complete old text or the complete new text of each,
- * even after a power failure. SIGINT, SIGTERM and SIGHUP wait until no temporary file is left.
+ * even after a power failure. SIGINT, SIGTERM and SIGHUP wait until no temporary file is left: in this
+ * thread, and in others if their handlers use postpone_signal().
  *
  * @throws recording_error if they cannot be written; if the disk does not have space for all of them, no file
  *         is changed

@@ -3,11 +3,18 @@
  */
 #include "commands/interrupt.h"
 
+#include <atomic>
 #include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "disk_calls.h"
+#include "recording/output_file.h"
+#include "temporary_directory.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -53,6 +60,45 @@ TEST(interrupt_watch, lets_the_program_finish_at_a_second_hangup)
     {
         EXPECT_EXIT(receive(first, SIGHUP), testing::ExitedWithCode(0), "");
     }
+}
+
+/** Receives the first signal, and the second one while another thread replaces files. */
+void receive_while_replacing(const std::filesystem::path &directory)
+{
+    const interrupt_watch watch;
+    static_cast<void>(std::raise(SIGINT));
+    sigset_t interrupts;
+    sigset_t before;
+    sigemptyset(&interrupts);
+    sigaddset(&interrupts, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &interrupts, &before);
+    std::atomic<bool> sent = false;
+    std::atomic<bool> handled = false;
+    std::thread recorder([&, user = pthread_self()] {
+        const test::disk_calls calls([&] {
+            if (!sent.exchange(true))
+            {
+                pthread_kill(user, SIGINT);
+                handled.wait(false);
+            }
+        });
+        replace_files({{directory / "first", "one"}, {directory / "second", "two"}});
+    });
+    sigsuspend(&before);
+    handled = true;
+    handled.notify_one();
+    recorder.join();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    _exit(0);
+}
+
+TEST(interrupt_watch, lets_another_thread_replace_files_before_the_second_signal_ends_the_program)
+{
+    const test::temporary_directory directory;
+    EXPECT_EXIT(receive_while_replacing(directory / ""), testing::KilledBySignal(SIGINT), "");
+    const std::filesystem::directory_iterator files(directory / "");
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2);
+    EXPECT_EQ(test::read_file(directory / "second"), "two");
 }
 
 TEST(interrupt_watch, leaves_an_ignored_hangup_ignored)
