@@ -3,6 +3,7 @@
  */
 #include "export/item_files.h"
 
+#include <algorithm>
 #include <deque>
 #include <system_error>
 
@@ -44,6 +45,20 @@ void make_directory(const std::filesystem::path &directory)
     }
 }
 
+/** Puts all files into their places, which are empty, or none. */
+void put_into_place(std::deque<new_version> &files)
+{
+    try
+    {
+        std::ranges::for_each(files, &new_version::put_into_place);
+    }
+    catch (const recording_error &)
+    {
+        std::ranges::for_each(files, &new_version::withdraw);
+        throw;
+    }
+}
+
 } // namespace
 
 std::vector<std::filesystem::path> write_item_files(const recording_reader &recording,
@@ -61,10 +76,7 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
         write(file.file(), i);
         file.finish();
     }
-    for (auto &file : files)
-    {
-        file.put_into_place();
-    }
+    put_into_place(files);
     return paths;
 }
 

@@ -395,6 +395,15 @@ void new_version::put_into_place()
     sync_directory(path_.parent_path());
 }
 
+void new_version::withdraw() noexcept
+{
+    if (temporary_.empty())
+    {
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+}
+
 void sync_directory(const std::filesystem::path &path)
 {
     const auto directory = path.empty() ? std::filesystem::path(".") : path;

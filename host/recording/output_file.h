@@ -144,6 +144,9 @@ public:
      */
     void put_into_place();
 
+    /** Removes the file if put_into_place() has created it. */
+    void withdraw() noexcept;
+
 private:
     std::filesystem::path path_;
     std::filesystem::path temporary_; /**< empty once the file is in its place */

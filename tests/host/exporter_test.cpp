@@ -75,6 +75,27 @@ TEST_P(exporter, writes_no_file_when_one_exists_already)
     EXPECT_EQ(test::read_file(last), test::read_file(place_ / "recording/session.sigmf-collection"));
 }
 
+TEST_P(exporter, leaves_no_file_when_one_cannot_be_put_into_place)
+{
+    int renames = 0;
+    std::filesystem::path blocked;
+    {
+        const test::disk_calls *observed = nullptr;
+        const test::disk_calls calls([&] {
+            const auto &call = observed->list().back();
+            if (call.starts_with("rename ") && ++renames == 2)
+            {
+                blocked = call.substr(std::string("rename ").size());
+                std::filesystem::create_directory(blocked);
+            }
+        });
+        observed = &calls;
+        EXPECT_THROW(static_cast<void>(run()), recording_error);
+    }
+    EXPECT_TRUE(std::filesystem::is_directory(blocked));
+    EXPECT_EQ(count_files(output_), 1);
+}
+
 TEST_P(exporter, does_not_write_through_a_link_in_the_recording)
 {
     const auto outside = place_ / "outside";
