@@ -174,7 +174,7 @@ ordered_json to_json(const finished_recording &recorded)
             {"frames_missing", recorded.tally.missing()},
             {"frame_rate", or_null(recorded.source.nominal_rate())},
             {"measured_frame_rate", or_null(measured_rate(recorded))},
-            {"disturbances", recorded.source.damaged()},
+            {"messages_damaged", recorded.source.damaged()},
             {"breaks", std::move(breaks)},
             {"items", std::move(items)},
             {"warnings", describe_warnings(facts_of(recorded))}};

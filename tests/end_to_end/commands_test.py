@@ -285,7 +285,7 @@ class Record(CommandTest):
     def test_summary_in_json(self):
         summary = json.loads(self.succeeds("record", TWO_SENSORS, "--frames", "5", "--connect", FAST, "--output",
                                            self.path("r"), "--json"))
-        self.assertEqual((summary["frames"], summary["interrupted"], summary["disturbances"]), (5, False, 0))
+        self.assertEqual((summary["frames"], summary["interrupted"], summary["messages_damaged"]), (5, False, 0))
         self.assertEqual(summary["bytes"], 5 * 4 * sum(item["samples_per_frame"] for item in summary["items"]))
         # The second item has its echo at 0.5 m at an edge.
         for item, distance in zip(summary["items"], (0.5, 3.5, 0.5), strict=True):

@@ -83,7 +83,7 @@ class Loss(RecordingTest):
         payloads = [payload for header, payload in relay.messages() if "result_info" in header]
         headers = [found.start() for found in re.finditer(rb'{"result_info"', relay.sent)]
         summary, _ = self.record_damaged(60, damaged={headers[5] + 1, headers[20] + 1, headers[21] + 1})
-        self.assertEqual((summary["frames"], summary["disturbances"]), (60, 2))
+        self.assertEqual((summary["frames"], summary["messages_damaged"]), (60, 2))
         check_recording(self.output)
         recorded = [*range(5), *range(6, 20), *range(22, 63)]
         for name, size in (("group-1-item-1", 480), ("group-1-item-2", 440), ("group-2-item-1", 120)):

@@ -152,7 +152,7 @@ class Throughput(unittest.TestCase):
             self.assertGreaterEqual(rate, REQUIRED_RATE)
             self.assertGreaterEqual(stalls, 10)
         self.assertLess(memory[0], MEMORY_BOUND)
-        self.assertEqual((summary["frames"], summary["disturbances"]), (FRAMES, 0))
+        self.assertEqual((summary["frames"], summary["messages_damaged"]), (FRAMES, 0))
         for number, digest in enumerate(device.digests, 1):
             self.check_item(f"group-{number}-item-1", digest.hexdigest())
 
