@@ -106,7 +106,7 @@ void add_column(zip_writer &archive, const table_source &source, const std::stri
         {
             source.check();
         }
-        const value_t value = read(next_row(table, source.recording.items()[source.index]));
+        const value_t value = read(table.require());
         archive.append(std::as_bytes(std::span(&value, 1)));
     }
     archive.end();
@@ -164,7 +164,7 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
         for (uint64_t number = 0; number < recording.frames(); ++number)
         {
             recording.read_frame(index, number, samples);
-            const auto row = next_row(table, item);
+            const auto row = table.require();
             file.append(csv_lines(
                 item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
         }

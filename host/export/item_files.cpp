@@ -80,15 +80,4 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
     return paths;
 }
 
-frame_row next_row(frame_table &table, const recorded_item &item)
-{
-    const auto row = table.next();
-    if (!row)
-    {
-        throw bad_recording("The frame table of " + item.name +
-                            " has fewer lines than the recording has frames.");
-    }
-    return *row;
-}
-
 } // namespace vantor

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "recording/output_file.h"
-#include "vantor/frame_table.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -30,9 +29,6 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
                                                     const std::filesystem::path &directory,
                                                     const char *extension,
                                                     const std::function<void(output_file &, size_t)> &write);
-
-/** The row of the next frame; throws bad_recording if there is none. */
-frame_row next_row(frame_table &table, const recorded_item &item);
 
 } // namespace vantor
 

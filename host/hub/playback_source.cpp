@@ -7,8 +7,6 @@
 #include <cmath>
 #include <utility>
 
-#include "vantor/recording_error.h"
-
 namespace vantor
 {
 namespace
@@ -135,15 +133,9 @@ const playback_source::frame_rows &playback_source::peek()
         return *rows_;
     }
     rows_.emplace();
-    for (size_t i = 0; i < tables_.size(); ++i)
+    for (auto &table : tables_)
     {
-        const auto row = tables_[i].next();
-        if (!row)
-        {
-            throw bad_recording("The frame table of " + recording_.items()[i].name +
-                                " has fewer lines than the recording has frames.");
-        }
-        rows_->push_back(*row);
+        rows_->push_back(table.require());
     }
     if (options_.endless && at_capture() && captures_[capture_].begins)
     {

@@ -95,6 +95,16 @@ uint64_t frame_table::rest() const
     return lines_->file().size() - position();
 }
 
+frame_row frame_table::require()
+{
+    const auto row = next();
+    if (!row)
+    {
+        throw bad_recording(path_.string() + " has fewer lines than the recording has frames.");
+    }
+    return *row;
+}
+
 std::optional<frame_row> frame_table::next()
 {
     const auto line = lines_->next();

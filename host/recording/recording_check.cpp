@@ -132,14 +132,20 @@ private:
                            .level = item_statistics(item.layout)};
         try
         {
-            const input_file data(samples_of(item));
-            found.data_size = data.size();
+            found.data_size = input_file(samples_of(item)).size();
             found.frames = frame_size(item) == 0 ? 0 : *found.data_size / frame_size(item);
         }
         catch (const bad_recording &failure)
         {
             add_fault(failure.what());
         }
+        measure_table(item, found);
+        return found;
+    }
+
+    /** Measures the frame table of an item. */
+    void measure_table(const recorded_item &item, checked_item &found)
+    {
         try
         {
             found.table_size = input_file(table_of(item)).size();
@@ -155,7 +161,6 @@ private:
         {
             add_fault(failure.what());
         }
-        return found;
     }
 
     /** The number of frames that are complete in every item. */
@@ -283,23 +288,28 @@ private:
         return digest.digest();
     }
 
-    /** The next row of the frame table of an item. */
-    static frame_row next_row(frame_table &table)
-    {
-        const auto row = table.next();
-        if (!row)
-        {
-            throw bad_recording("The recording changes while it is read.");
-        }
-        return *row;
-    }
-
     /** Moves to a frame, given by its row in the first item; returns whether it is after a gap. */
     bool pass_frame(uint64_t number, const frame_row &row, gap_watch &watch)
     {
         gaps_.add(row.tick, row.frame_delayed);
         const auto &part = gaps_.found().captures().back();
         return watch.next(gaps_.found().missing(), part.begins && part.first_frame == number);
+    }
+
+    /** Adds a frame to the figures of an item. */
+    static void add_frame(checked_item &found, const frame_row &row, std::span<const sample> samples,
+                          bool after_gap)
+    {
+        const bool valid = row.data_valid.value_or(true);
+        found.figures.add(row);
+        if (after_gap || !valid)
+        {
+            found.level.restart();
+        }
+        if (valid)
+        {
+            found.level.add(samples);
+        }
     }
 
     /** Reads the frames of an item that are left. */
@@ -319,22 +329,12 @@ private:
         const auto bytes = std::as_writable_bytes(std::span(samples));
         for (uint64_t number = 0; number < check_.frames; ++number)
         {
-            const auto row = next_row(table);
             if (data.read(number * bytes.size(), bytes) < bytes.size())
             {
                 throw bad_recording("The recording changes while it is read.");
             }
             digest.update(bytes);
-            found.figures.add(row);
-            const bool valid = row.data_valid.value_or(true);
-            if (pass_frame(number, next_row(first), watch) || !valid)
-            {
-                found.level.restart();
-            }
-            if (valid)
-            {
-                found.level.add(samples);
-            }
+            add_frame(found, table.require(), samples, pass_frame(number, first.require(), watch));
             if (progress_)
             {
                 progress_(++frames_read_, check_.frames * items().size());

@@ -119,6 +119,16 @@ TEST(recording_reader, refuses_impossible_breaks)
     }
 }
 
+TEST(frame_table, reports_lines_that_are_missing)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 1);
+    frame_table table(directory / "out/group-1-item-1.frames.csv");
+    EXPECT_EQ(table.require().tick, 0U);
+    EXPECT_THAT([&] { table.require(); },
+                ThrowsMessage<bad_recording>(HasSubstr("has fewer lines than the recording has frames.")));
+}
+
 TEST(frame_table, reads_what_was_written)
 {
     const test::temporary_directory directory;

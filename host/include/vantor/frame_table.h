@@ -53,6 +53,13 @@ public:
      */
     std::optional<frame_row> next();
 
+    /**
+     * Reads a line that must exist, because the recording has its frame.
+     *
+     * @throws bad_recording if there is none
+     */
+    frame_row require();
+
     /** Number of bytes up to the end of the row that next() returned last. */
     [[nodiscard]] uint64_t position() const noexcept;
 
