@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration/optional_members.h"
 #include "plot/echo_search.h"
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
@@ -18,12 +19,6 @@ namespace
 {
 
 using nlohmann::ordered_json;
-
-/** A rate, or null if it is 0, that is, unknown. */
-ordered_json or_null(double rate)
-{
-    return rate > 0.0 ? ordered_json(rate) : ordered_json();
-}
 
 /** Frames per second that were due; 0 if unknown. */
 double nominal_rate(const session_description &session)

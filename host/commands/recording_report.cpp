@@ -10,6 +10,7 @@
 #include "commands/common_options.h"
 #include "commands/printable.h"
 #include "commands/text_table.h"
+#include "configuration/optional_members.h"
 #include "plot/echo_search.h"
 #include "recording/number_text.h"
 #include "recording/sigmf.h"
@@ -120,12 +121,6 @@ void print_summary(std::ostream &out, const finished_recording &recorded)
         out << "sensors: simulated\n";
     }
     out << "recording: " << printable(recorded.writer.directory().string()) << "\n";
-}
-
-/** A rate, or null if it is 0, that is, unknown. */
-ordered_json or_null(double rate)
-{
-    return rate > 0.0 ? ordered_json(rate) : ordered_json();
 }
 
 /** Describes an item as JSON. */

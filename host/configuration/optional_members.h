@@ -21,6 +21,12 @@ void set_if_known(nlohmann::ordered_json &object, const char *name, const std::o
     }
 }
 
+/** A rate, or null if it is 0, that is, unknown. */
+inline nlohmann::ordered_json or_null(double rate)
+{
+    return rate > 0.0 ? nlohmann::ordered_json(rate) : nlohmann::ordered_json();
+}
+
 } // namespace vantor
 
 #endif
