@@ -17,7 +17,7 @@
 #include <CLI/Formatter.hpp>
 
 #include "commands/printable.h"
-#include "commands/text_table.h"
+#include "configuration/word_list.h"
 #include "recording/number_text.h"
 #include "version.h"
 

@@ -9,7 +9,7 @@
 
 #include "commands/common_options.h"
 #include "commands/scan.h"
-#include "commands/text_table.h"
+#include "configuration/word_list.h"
 
 namespace vantor
 {

@@ -3,22 +3,23 @@
  */
 #include "commands/server_description.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 
 #include "configuration/optional_members.h"
+#include "configuration/word_list.h"
 
 namespace vantor
 {
 
 std::string join(const std::vector<unsigned> &numbers)
 {
-    std::string text;
-    for (const auto number : numbers)
-    {
-        text += (text.empty() ? "" : ", ") + std::to_string(number);
-    }
-    return text.empty() ? "none" : text;
+    std::vector<std::string> words;
+    std::ranges::transform(numbers, std::back_inserter(words),
+                           [](unsigned number) { return std::to_string(number); });
+    return words.empty() ? "none" : join(words, ", ");
 }
 
 namespace

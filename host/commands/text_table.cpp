@@ -44,16 +44,6 @@ void text_table::print(std::ostream &out) const
     }
 }
 
-std::string join(const std::vector<std::string> &words, const std::string &separator)
-{
-    std::string text;
-    for (const auto &word : words)
-    {
-        text += (text.empty() ? "" : separator) + word;
-    }
-    return text;
-}
-
 std::string format_bytes(double bytes)
 {
     constexpr std::array<const char *, 5> units{"B", "kB", "MB", "GB", "TB"};

@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "configuration/check/nearest_word.h"
+#include "configuration/word_list.h"
 
 namespace vantor
 {
@@ -16,17 +17,6 @@ namespace
 {
 
 using nlohmann::json;
-
-/** Joins words with commas. */
-std::string joined(const std::vector<std::string> &words)
-{
-    std::string text;
-    for (const auto &word : words)
-    {
-        text += (text.empty() ? "" : ", ") + word;
-    }
-    return text;
-}
 
 /** Whether a value has a JSON Schema type; a number without a fraction is an integer. */
 bool has_type(const json &value, const std::string &type)
@@ -259,7 +249,7 @@ private:
             }
             const auto nearest = nearest_word(name, names);
             add(place / name, "the member \"" + name + "\"",
-                "only " + (nearest.is_null() ? joined(names) : std::string("the documented members")),
+                "only " + (nearest.is_null() ? join(names, ", ") : std::string("the documented members")),
                 nearest);
         }
     }
