@@ -141,6 +141,14 @@ void print_frames(std::ostream &out, const ordered_json &items)
     table.print(out);
 }
 
+/** The strongest echo, with what should be known about it. */
+std::string noted_echo(const ordered_json &item)
+{
+    const auto distance = measure(item["strongest_echo_m"], 3, " m");
+    const auto &note = item["strongest_echo_note"];
+    return note.is_null() ? distance : distance + " (" + text(note) + ")";
+}
+
 /** Prints one line per sub-sweep with its distances, and the levels and rates of its item. */
 void print_ranges(std::ostream &out, const ordered_json &items)
 {
@@ -156,7 +164,7 @@ void print_ranges(std::ostream &out, const ordered_json &items)
             table.add({text(item["group"]), text(item["item"]), text(range["points"]), metres("start_m", 3),
                        metres("end_m", 3), metres("step_m", 4), rate(item["frame_rate"], 2),
                        rate(item["measured_frame_rate"], 2), describe_sweep_rate(item),
-                       measure(item["mean_level"], 1), measure(item["strongest_echo_m"], 3, " m")});
+                       measure(item["mean_level"], 1), noted_echo(item)});
         }
     }
     out << "\n";

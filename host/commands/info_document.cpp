@@ -75,7 +75,7 @@ void add_measurement(ordered_json &entry, const recording_check &check, size_t i
 {
     const auto &item = check.documents.items[index];
     const auto &found = check.items[index];
-    const auto strongest = strongest_echo_distance(item, found.level);
+    const auto strongest = find_strongest_echo(item, found.level);
     const auto level = found.level.mean_level();
     entry["frame_rate"] = or_null(nominal_rate(check.documents.session));
     entry["measured_frame_rate"] = or_null(measured_frame_rate(check.frames, found.figures.seconds));
@@ -84,7 +84,8 @@ void add_measurement(ordered_json &entry, const recording_check &check, size_t i
     entry["high_speed_mode"] = item.layout.high_speed_mode;
     entry["ranges"] = describe_ranges(item);
     entry["mean_level"] = level ? ordered_json(*level) : ordered_json();
-    entry["strongest_echo_m"] = strongest ? ordered_json(*strongest) : ordered_json();
+    entry["strongest_echo_m"] = strongest.distance ? ordered_json(*strongest.distance) : ordered_json();
+    entry["strongest_echo_note"] = strongest.note.empty() ? ordered_json() : ordered_json(strongest.note);
     entry["channel"] = describe_channel(found.figures.channel);
     entry["calibration_temperature"] = item.layout.calibration_temperature;
     entry["configuration"] = item.configuration.document;

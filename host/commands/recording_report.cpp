@@ -3,7 +3,6 @@
  */
 #include "commands/recording_report.h"
 
-#include <optional>
 #include <ostream>
 #include <string>
 
@@ -23,13 +22,13 @@ namespace
 
 using nlohmann::ordered_json;
 
-/** Distance of the strongest echo of an item, in metres; nothing if none is above the noise. */
-std::optional<double> strongest_echo_of(const finished_recording &recorded, size_t index)
+/** The strongest echo of an item. */
+found_echo strongest_echo_of(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
     const recorded_item item{
         .name = item_name(layout), .layout = layout, .configuration = recorded.items[index], .document = {}};
-    return strongest_echo_distance(item, recorded.recorder.statistics()[index]);
+    return find_strongest_echo(item, recorded.recorder.statistics()[index]);
 }
 
 /** The frames that were due before the end; 0 if the stream was to end before them, or is faster than the
@@ -66,6 +65,13 @@ stream_facts facts_of(const finished_recording &recorded)
     return facts;
 }
 
+/** A strongest echo, with what should be known about it. */
+std::string echo_with_note(const found_echo &strongest)
+{
+    const auto distance = strongest.distance ? fixed(*strongest.distance, 3) + " m" : std::string("-");
+    return strongest.note.empty() ? distance : distance + " (" + strongest.note + ")";
+}
+
 /** Prints a table with one line per item. */
 void print_items(std::ostream &out, const finished_recording &recorded)
 {
@@ -74,12 +80,12 @@ void print_items(std::ostream &out, const finished_recording &recorded)
     for (size_t i = 0; i < recorded.items.size(); ++i)
     {
         const auto &layout = recorded.source.metadata().items[i];
-        const auto distance = strongest_echo_of(recorded, i);
+        const auto strongest = strongest_echo_of(recorded, i);
         const auto level = recorded.recorder.statistics()[i].mean_level();
         table.add({std::to_string(layout.group + 1), std::to_string(layout.index + 1),
                    std::to_string(recorded.items[i].sensor_id), std::to_string(layout.subsweeps.size()),
                    std::to_string(layout.frame_length), std::to_string(recorded.writer.frames()),
-                   level ? fixed(*level, 1) : "-", distance ? fixed(*distance, 3) + " m" : "-"});
+                   level ? fixed(*level, 1) : "-", echo_with_note(strongest)});
     }
     table.print(out);
 }
@@ -127,15 +133,17 @@ void print_summary(std::ostream &out, const finished_recording &recorded)
 ordered_json item_json(const finished_recording &recorded, size_t index)
 {
     const auto &layout = recorded.source.metadata().items[index];
-    const auto distance = strongest_echo_of(recorded, index);
+    const auto strongest = strongest_echo_of(recorded, index);
     const auto level = recorded.recorder.statistics()[index].mean_level();
-    ordered_json item = {{"group", layout.group + 1},
-                         {"item", layout.index + 1},
-                         {"sensor_id", recorded.items[index].sensor_id},
-                         {"subsweeps", layout.subsweeps.size()},
-                         {"samples_per_frame", layout.frame_length},
-                         {"mean_level", level ? ordered_json(*level) : ordered_json()},
-                         {"strongest_echo_m", distance ? ordered_json(*distance) : ordered_json()}};
+    ordered_json item = {
+        {"group", layout.group + 1},
+        {"item", layout.index + 1},
+        {"sensor_id", recorded.items[index].sensor_id},
+        {"subsweeps", layout.subsweeps.size()},
+        {"samples_per_frame", layout.frame_length},
+        {"mean_level", level ? ordered_json(*level) : ordered_json()},
+        {"strongest_echo_m", strongest.distance ? ordered_json(*strongest.distance) : ordered_json()},
+        {"strongest_echo_note", strongest.note.empty() ? ordered_json() : ordered_json(strongest.note)}};
     if (index < recorded.tally.items().size())
     {
         const auto &counts = recorded.tally.items()[index];

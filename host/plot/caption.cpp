@@ -124,12 +124,13 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
         return analysis.given ? none + " at " + place_name(item, analysis.point)
                               : none + (analysis.motion ? " on average" : "");
     }
+    const std::string saturated = analysis.clipped ? " (saturated)" : "";
     if (analysis.found)
     {
-        return "strongest echo at " + fixed(analysis.distance, 3) + " m";
+        return "strongest echo at " + fixed(analysis.distance, 3) + " m" + saturated;
     }
     const auto place = (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
-    return place + (analysis.given && analysis.mostly_noise ? share_text(analysis.share) : "");
+    return place + (analysis.given && analysis.mostly_noise ? share_text(analysis.share) : "") + saturated;
 }
 
 std::string describe_echo(const recorded_item &item, const item_analysis &analysis)

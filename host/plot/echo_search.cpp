@@ -78,18 +78,21 @@ bool is_echo(double level, const background &around, uint64_t sweeps)
     return level > ratio * around.level();
 }
 
-std::optional<double> strongest_echo_distance(const recorded_item &item, const item_statistics &statistics)
+found_echo find_strongest_echo(const recorded_item &item, const item_statistics &statistics)
 {
     const auto levels = statistics.profile();
     const auto point = strongest_echo(item, levels);
     if (!point)
     {
-        return std::nullopt;
+        return {};
     }
     const auto around = statistics.background_of(subsweep_of(item, *point));
-    return is_echo(levels[*point], around, statistics.sweeps())
-               ? std::optional(echo_distance(item, levels, *point))
-               : std::nullopt;
+    if (!is_echo(levels[*point], around, statistics.sweeps()))
+    {
+        return {};
+    }
+    return {.distance = echo_distance(item, levels, *point),
+            .note = statistics.clipped(*point) ? "saturated" : ""};
 }
 
 size_t subsweep_of(const recorded_item &item, size_t point)

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "vantor/item_statistics.h"
@@ -42,8 +43,15 @@ double echo_distance(const recorded_item &item, const std::vector<double> &level
  */
 bool is_echo(double level, const background &around, uint64_t sweeps);
 
-/** The distance of the strongest echo of an item, in metres; nothing if none is above the noise. */
-std::optional<double> strongest_echo_distance(const recorded_item &item, const item_statistics &statistics);
+/** The strongest echo in the mean levels of an item. */
+struct found_echo
+{
+    std::optional<double> distance = {}; /**< in metres; nothing if there is none */
+    std::string note = {}; /**< why there is none, or why the distance is doubtful; may be empty */
+};
+
+/** Finds the strongest echo in the mean levels of an item. */
+found_echo find_strongest_echo(const recorded_item &item, const item_statistics &statistics);
 
 /** The sub-sweep that contains a point of the sweep. */
 size_t subsweep_of(const recorded_item &item, size_t point);

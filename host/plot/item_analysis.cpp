@@ -88,6 +88,7 @@ void measure_levels(recording_reader &recording, size_t index, const timeline &t
         analysis.around.push_back(statistics.background_of(i));
     }
     choose_point(item, distance, statistics.sweeps(), analysis);
+    analysis.clipped = statistics.clipped(analysis.point);
     analysis.map = map.finish();
 }
 

@@ -74,6 +74,7 @@ struct item_analysis
     size_t point = 0;                       /**< the point for phase and velocity */
     double distance = 0.0;                  /**< of the echo there, in metres */
     bool found = false;                     /**< the point is the strongest echo */
+    bool clipped = false;                   /**< samples at the point have reached the end of their range */
     bool given = false;                     /**< the distance of the point was given */
     bool noise_known = true;                /**< of the sub-sweep with the point */
     bool above_noise = false;          /**< the level at the point is that of an echo, or was in a frame */

@@ -71,6 +71,7 @@ void item_statistics::add_sweep(std::span<const sample> sweep)
         const double q = sweep[point].q;
         sums_[point] += std::sqrt(i * i + q * q);
         means_[point] += std::complex<double>(i, q);
+        clipped_[point] = clipped_[point] || is_clipped(sweep[point]);
     }
     ++sweeps_;
 }
@@ -168,6 +169,7 @@ void item_statistics::add(std::span<const sample> samples)
     // Not before: a document can describe far more samples than there are.
     sums_.resize(length);
     means_.resize(length);
+    clipped_.resize(length);
     differences_.resize(length);
     earlier_.resize(length);
     for (size_t place = 0; place + length <= samples.size(); place += length)

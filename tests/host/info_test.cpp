@@ -14,6 +14,7 @@
 #include "example_recording.h"
 #include "recording_files.h"
 #include "temporary_directory.h"
+#include "written_recordings.h"
 
 namespace vantor
 {
@@ -242,6 +243,18 @@ TEST(info, claims_no_echo_if_the_noise_is_unknown)
     EXPECT_EQ(items[1]["strongest_echo_m"], nullptr);
 }
 
+TEST(info, marks_an_echo_whose_samples_are_clipped)
+{
+    const test::temporary_directory directory;
+    const auto source = [](int, size_t, size_t point) { return point >= 50 && point < 60 ? 32767.0 : 0.0; };
+    test::write_item(directory / "out", {.config = json::object()}, 4, source);
+    const auto path = (directory / "out").string();
+    const auto item = json::parse(run({"info", path, "--json"}).out)["items"][0];
+    EXPECT_TRUE(item["strongest_echo_m"].is_number());
+    EXPECT_EQ(item["strongest_echo_note"], "saturated");
+    EXPECT_THAT(run({"info", path}).out, testing::ContainsRegex(" 0\\.32[0-9] m \\(saturated\\)\n"));
+}
+
 TEST(info, shows_distances_rates_channel_and_configuration)
 {
     const test::recording_files files(true);
@@ -253,6 +266,7 @@ TEST(info, shows_distances_rates_channel_and_configuration)
     EXPECT_EQ(first["measured_frame_rate"], 50.0);
     EXPECT_EQ(first["max_sweep_rate"], 3125.5);
     EXPECT_EQ(first["strongest_echo_m"], 0.32);
+    EXPECT_EQ(first["strongest_echo_note"], nullptr);
     EXPECT_EQ(first["channel"]["frames_valid"], 2);
     EXPECT_EQ(first["channel"]["frames_with_detection"], 0);
     EXPECT_EQ(first["channel"]["value"], json({{"lowest", 0.75}, {"mean", 0.75}, {"highest", 0.75}}));

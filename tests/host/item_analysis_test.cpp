@@ -116,6 +116,18 @@ TEST(item_analysis, marks_saturated_frames)
     EXPECT_FALSE(analysis.map.strips.at(3).saturated);
 }
 
+TEST(item_analysis, marks_an_echo_whose_samples_are_clipped)
+{
+    const test::temporary_directory directory;
+    const auto source = [](int, size_t, size_t point) {
+        return point == 20 ? 32766.0 : point >= 50 && point < 60 ? 32767.0 : 0.0;
+    };
+    test::write_item(directory / "out", {.config = json::object()}, 4, source);
+    recording_reader recording(directory / "out");
+    EXPECT_TRUE(analyse_item(recording, 0, std::nullopt).clipped);
+    EXPECT_FALSE(analyse_item(recording, 0, 0.2 + 20 * 0.0025).clipped);
+}
+
 TEST(item_analysis, shows_the_level_when_no_frame_is_valid)
 {
     const test::temporary_directory directory;

@@ -44,6 +44,18 @@ TEST(item_statistics, accepts_the_largest_samples)
     EXPECT_NEAR(statistics.mean_level().value(), 46340.95, 0.01);
 }
 
+TEST(item_statistics, knows_points_with_clipped_samples)
+{
+    item_statistics statistics(points(4));
+    EXPECT_FALSE(statistics.clipped(0));
+    statistics.add(std::vector<sample>{{32766, 0}, {0, 32767}, {-32768, 5}, {0, -32767}});
+    statistics.add(std::vector<sample>(4));
+    EXPECT_FALSE(statistics.clipped(0));
+    EXPECT_TRUE(statistics.clipped(1));
+    EXPECT_TRUE(statistics.clipped(2));
+    EXPECT_FALSE(statistics.clipped(3));
+}
+
 TEST(item_statistics, is_empty_without_samples)
 {
     const item_statistics none(points(4));

@@ -294,6 +294,9 @@ TEST(caption, describes_motion_and_doubtful_frames)
     analysis.found = true;
     analysis.distance = 0.2004;
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m");
+    analysis.clipped = true;
+    EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m (saturated)");
+    analysis.clipped = false;
     analysis.found = false;
     analysis.given = true;
     EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m");

@@ -52,6 +52,12 @@ public:
     /** Mean magnitude of each point of the sweep. */
     [[nodiscard]] std::vector<double> profile() const;
 
+    /** Whether a sample at a point of the sweep has reached the end of its range. */
+    [[nodiscard]] bool clipped(size_t point) const
+    {
+        return point < clipped_.size() && clipped_[point];
+    }
+
     /** Mean sample of each point of the sweep. */
     [[nodiscard]] std::vector<std::complex<double>> means() const;
 
@@ -88,7 +94,8 @@ private:
     std::vector<subsweep_layout> subsweeps_;
     std::vector<double> sums_;                /**< of the magnitudes at each point; empty without samples */
     std::vector<std::complex<double>> means_; /**< sums of the samples at each point */
-    std::vector<sample> previous_;            /**< the previous frame, if it has one sweep */
+    std::vector<bool> clipped_;    /**< whether a sample at each point has reached the end of its range */
+    std::vector<sample> previous_; /**< the previous frame, if it has one sweep */
     uint64_t sweeps_ = 0;
     std::vector<interval_sums> intervals_;      /**< of each sub-sweep */
     uint64_t count_ = 0;                        /**< number of complete intervals */
