@@ -77,11 +77,28 @@ private:
     int directory_;
 };
 
+/** Returns whether a file is a socket. */
+bool is_socket(const std::string &path)
+{
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+/** Describes why no socket can be created, and what to do about it. */
+std::string describe_failure(const std::string &path, int error)
+{
+    if (error != EADDRINUSE)
+    {
+        return std::strerror(error);
+    }
+    return is_socket(path) ? "another program uses it; stop that program, or use another path"
+                           : "it is not a socket; remove it, or use another path";
+}
+
 /** Returns whether a file is a socket that nobody listens on. */
 bool is_abandoned(const std::string &path)
 {
-    struct stat status = {};
-    if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode))
+    if (!is_socket(path))
     {
         return false;
     }
@@ -105,9 +122,8 @@ public:
         }
         if (!bind_for_owner() || listen(listener(), SOMAXCONN) != 0 || lstat(path_.c_str(), &created_) != 0)
         {
-            throw std::runtime_error("cannot listen on " + path_ + ": " +
-                                     (errno == EADDRINUSE ? "another program uses it, or it is not a socket"
-                                                          : std::strerror(errno)));
+            const int error = errno;
+            throw std::runtime_error("cannot listen on " + path_ + ": " + describe_failure(path_, error));
         }
     }
 

@@ -417,7 +417,8 @@ class LocalSocket(unittest.TestCase):
         with Server("--unix", self.path) as server:
             result = run("--unix", self.path)
             self.assertEqual(result.returncode, 1)
-            self.assertIn(f"cannot listen on {self.path}: another program uses it", result.stderr)
+            self.assertIn(f"cannot listen on {self.path}: another program uses it; stop that program, or use another "
+                          "path\n", result.stderr)
             with server.connect() as host:
                 self.assertEqual(host.ask("ping")["status"], "ok")
 
@@ -428,7 +429,8 @@ class LocalSocket(unittest.TestCase):
             before = os.lstat(self.path)
             result = run("--unix", self.path)
             self.assertEqual(result.returncode, 1)
-            self.assertIn("or it is not a socket", result.stderr)
+            self.assertIn(f"cannot listen on {self.path}: it is not a socket; remove it, or use another path\n",
+                          result.stderr)
             self.assertEqual(os.lstat(self.path), before)
             os.remove(self.path)
 
