@@ -13,8 +13,7 @@
 namespace
 {
 
-/** How long the port may accept no byte. */
-constexpr uint64_t stall_time_us = 5000000;
+constexpr uint64_t stall_time_us = uint64_t{link_stall_limit_s} * 1000000;
 
 /** Bits of a byte on the wire, including start and stop bit, times the microseconds in a second. */
 constexpr uint32_t byte_time_us_baud = 10000000;

@@ -7,12 +7,15 @@
 #include <cstddef>
 #include <cstdint>
 
+/** How long the port may accept no byte, in seconds. */
+constexpr uint32_t link_stall_limit_s = 5;
+
 /** Opens the link, without input, at the initial baud rate. A link that has stalled works again then. */
 void link_open();
 
 /**
- * Sends to the host. If the port accepts nothing for some seconds, the link counts as stalled: all output is
- * dropped until link_open.
+ * Sends to the host. If the port accepts nothing for link_stall_limit_s, the link counts as stalled: all
+ * output is dropped until link_open.
  */
 void link_write(const void *data, uint32_t size);
 

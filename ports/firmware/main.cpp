@@ -122,6 +122,17 @@ void receive_input()
     }
 }
 
+/** Ends the session of a host that accepts no data, and restarts the link. */
+void drop_host()
+{
+    static char reason[40];
+    (void)std::snprintf(reason, sizeof reason, "it accepted no data for %lu s",
+                        static_cast<unsigned long>(link_stall_limit_s));
+    log_line(ZET_LOG_LEVEL_WARNING, "board", "The host does not read: restarting the link");
+    zet_vantor_server_drop_host(reason);
+    link_open();
+}
+
 /** Serves the host at the other end of the link, until too much memory is lost. */
 void serve()
 {
@@ -133,9 +144,7 @@ void serve()
         receive_input();
         if (link_is_stalled())
         {
-            log_line(ZET_LOG_LEVEL_WARNING, "board", "The host does not read: restarting the link");
-            zet_vantor_server_drop_host("it accepted no data for 5 s");
-            link_open();
+            drop_host();
         }
     }
 }
