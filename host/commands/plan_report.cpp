@@ -47,7 +47,7 @@ void print_item(std::ostream &out, const item_plan &item, const std::string &mar
     if (item.sweeps > 1)
     {
         const auto sweep_mark = item.paced_sweeps ? "" : mark;
-        out << "  velocity  up to " << three_digits(*item.greatest_velocity()) << sweep_mark
+        out << "  velocity  unambiguous below " << three_digits(*item.greatest_velocity()) << sweep_mark
             << " m/s, in steps of " << three_digits(*item.smallest_velocity()) << sweep_mark << " m/s\n";
     }
 }

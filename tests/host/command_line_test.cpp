@@ -226,7 +226,7 @@ TEST(command_line, chooses_a_configuration)
     EXPECT_THAT(text.out, HasSubstr("  profile 1: the longest pulse that separates the targets\n"));
     EXPECT_THAT(text.out, HasSubstr("  sweeps_per_frame 16: "));
     EXPECT_THAT(text.out, HasSubstr("  distance  0.2000 to 3.5"));
-    EXPECT_THAT(text.out, HasSubstr("velocity  up to 2.00 m/s, in steps of 0.250 m/s\n"));
+    EXPECT_THAT(text.out, HasSubstr("velocity  unambiguous below 2.50 m/s, in steps of 0.312 m/s\n"));
     EXPECT_EQ(run({"validate", file}).code, exit_code::success);
     const auto about = json::parse(run({"plan", "--distance", "3", "--json"}).out);
     EXPECT_EQ(about["not_possible"], json::array());

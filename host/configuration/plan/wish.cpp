@@ -23,6 +23,22 @@ constexpr double default_frame_rate = 10.0;
 /** Distance of the first point in metres if only the farthest distance is wanted. */
 constexpr double default_nearest = 0.2;
 
+/** How much higher than the greatest wanted velocity the ambiguous one is: at the ambiguous velocity itself,
+ * a target seems to approach and to recede. */
+constexpr double velocity_margin = 1.25;
+
+/** The sweep rate for a greatest velocity. */
+double sweep_rate_for(double velocity)
+{
+    return velocity * velocity_margin / velocity_bound(1.0);
+}
+
+/** The greatest velocity of a sweep rate. */
+double velocity_with(double sweep_rate)
+{
+    return velocity_bound(sweep_rate) / velocity_margin;
+}
+
 /** Most that the sweep rate is raised above the wanted one, so that a frame has enough sweeps. */
 constexpr double most_raise = 2.0;
 
@@ -174,22 +190,22 @@ private:
     /** Sets the sweep rate for the greatest velocity. */
     void choose_sweep_rate()
     {
-        double sweep_rate = *wanted_.greatest_velocity / velocity_bound(1.0);
+        double sweep_rate = sweep_rate_for(*wanted_.greatest_velocity);
         if (figures().items[0].max_sweep_rate < sweep_rate || sweeps_that_fit() < fewest_sweeps_of_spectrum)
         {
             choose_points(least_points_per_pulse);
         }
         const double highest = std::floor(figures().items[0].max_sweep_rate);
-        sweep_rate_reason_ = "four sweeps for each wavelength at the greatest velocity";
-        if (highest < sweep_rate)
+        sweep_rate_reason_ = "unambiguous up to a quarter more than the greatest velocity";
+        if (highest < sweep_rate * (1.0 - rounding_error))
         {
-            sweep_rate = highest;
             sweep_rate_reason_ = "the highest one with these points";
-            miss("greatest velocity", "m/s", *wanted_.greatest_velocity, velocity_bound(sweep_rate),
+            miss("greatest velocity", "m/s", *wanted_.greatest_velocity, velocity_with(highest),
                  "a sweep takes longer with these points");
         }
         const double lowest = member_schema("sweep_rate")["anyOf"][1]["minimum"];
-        config_["sweep_rate"] = to_number(raised(std::max(sweep_rate, lowest), highest));
+        sweep_rate = std::max(std::min(sweep_rate, highest), lowest);
+        config_["sweep_rate"] = to_number(raised(sweep_rate, highest));
     }
 
     /** A sweep rate, raised if a frame has enough sweeps then, at the wanted frame rate. */
