@@ -3,7 +3,6 @@
  */
 #include "commands/calibrate.h"
 
-#include <algorithm>
 #include <limits>
 #include <memory>
 #include <ostream>
@@ -13,7 +12,6 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
-#include "commands/server_description.h"
 #include "recording/output_file.h"
 #include "vantor/calibration_file.h"
 #include "vantor/client.h"
@@ -55,19 +53,6 @@ nlohmann::json calibrating_configuration(const std::vector<uint64_t> &sensors)
         groups.push_back(std::move(group));
     }
     return {{"groups", std::move(groups)}};
-}
-
-/** Throws an error if a sensor is not connected. */
-void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected)
-{
-    for (const auto id : sensors)
-    {
-        if (std::find(connected.begin(), connected.end(), id) == connected.end())
-        {
-            throw error("Sensor " + std::to_string(id) +
-                        " is not connected to the server; connected: " + join(connected) + ".");
-        }
-    }
 }
 
 /** Sets up a session, and ends it if the command is interrupted meanwhile. */

@@ -3,11 +3,14 @@
  */
 #include "commands/common_options.h"
 
+#include <algorithm>
 #include <ostream>
 #include <set>
 
 #include "commands/printable.h"
+#include "commands/server_description.h"
 #include "commands/usage_error.h"
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -58,6 +61,18 @@ void require_different(const char *option, const std::vector<uint64_t> &values)
         if (!seen.insert(value).second)
         {
             throw usage_error(std::string(option) + " " + std::to_string(value) + " is given twice");
+        }
+    }
+}
+
+void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected)
+{
+    for (const auto id : sensors)
+    {
+        if (std::find(connected.begin(), connected.end(), id) == connected.end())
+        {
+            throw error("Sensor " + std::to_string(id) +
+                        " is not connected to the server; connected: " + join(connected) + ".");
         }
     }
 }

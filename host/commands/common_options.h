@@ -38,6 +38,9 @@ command_option optional_configuration_argument(std::filesystem::path &target);
 /** Rejects a value that an option has twice; throws usage_error. */
 void require_different(const char *option, const std::vector<uint64_t> &values);
 
+/** Throws an error if one of the sensors is not among those that are connected to a server. */
+void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected);
+
 /** Prints a JSON document. Bytes that are not UTF-8 (file names may contain them) are replaced, and
  * characters that would control a terminal are escaped. */
 void print_json(std::ostream &out, const nlohmann::ordered_json &document);

@@ -41,7 +41,7 @@ constexpr const char *plan_footer = R"(Examples:
   vantor record config.json --seconds 10 --output recording
   vantor plot recording
 
-The exit code is 1 if a wish cannot be met; the configuration is then the nearest one.)";
+The exit code is 1 if a wish cannot be met; the nearest configuration is then printed, but not saved.)";
 
 /** The options of `vantor plan`. */
 struct plan_options
@@ -174,8 +174,13 @@ catch (const cancelled &)
     throw;
 }
 
-/** The figures of a document; those that a server reports, if it is connected. */
-session_plan find_figures(const nlohmann::json &document, const std::string &connect)
+/**
+ * The figures of a document; those that a server reports, if it is connected.
+ *
+ * @param sensors  those that must be connected
+ */
+session_plan find_figures(const nlohmann::json &document, const std::string &connect,
+                          const std::vector<uint64_t> &sensors)
 {
     auto session = plan(document);
     if (!connect.empty())
@@ -183,6 +188,7 @@ session_plan find_figures(const nlohmann::json &document, const std::string &con
         const auto loop = std::make_shared<event_loop>();
         const interrupt_watch watch(*loop);
         client server(parse_address(connect), {}, loop);
+        require_connected(sensors, server.server().connected_sensors);
         ask_server(server, document, session);
     }
     return session;
@@ -200,7 +206,7 @@ void print_shortfalls(std::ostream &err, const choice &chosen)
 /** Prints what was chosen, and why. */
 void print_decisions(std::ostream &out, const choice &chosen)
 {
-    out << "chosen:\n";
+    out << (chosen.shortfalls.empty() ? "chosen:\n" : "the nearest configuration that is possible:\n");
     for (const auto &each : chosen.decisions)
     {
         out << "  " << each.member << " " << each.value.dump() << ": " << each.reason << "\n";
@@ -229,12 +235,25 @@ nlohmann::ordered_json to_json(const choice &chosen)
             {"not_possible", std::move(shortfalls)}};
 }
 
+/** What happens with the chosen configuration. */
+std::string describe_output(const plan_options &options, bool saved)
+{
+    return options.output.empty() ? "use --output FILE to save the configuration"
+           : saved                ? "configuration: " + printable(options.output.string())
+                                  : "not saved: ask for what is possible";
+}
+
 /** Chooses a configuration, and prints and saves it. */
 exit_code plan_wish(const plan_options &options, const command_streams &streams)
 {
-    const auto chosen = choose_configuration(read_wish(options));
-    const auto session = find_figures(nlohmann::json(chosen.configuration), options.connect);
-    if (!options.output.empty())
+    const auto wanted = read_wish(options);
+    const auto chosen = choose_configuration(wanted);
+    const bool possible = chosen.shortfalls.empty();
+    print_shortfalls(streams.err, chosen);
+    streams.err << std::flush;
+    const auto session = find_figures(nlohmann::json(chosen.configuration), options.connect,
+                                      {wanted.sensors.begin(), wanted.sensors.end()});
+    if (!options.output.empty() && possible)
     {
         replace_files({{.path = options.output, .text = chosen.configuration.dump(2) + "\n"}});
     }
@@ -248,16 +267,13 @@ exit_code plan_wish(const plan_options &options, const command_streams &streams)
     {
         print_decisions(streams.out, chosen);
         print_plan(streams.out, session, link_baudrate(options));
-        streams.out << (options.output.empty() ? "use --output FILE to save the configuration"
-                                               : "configuration: " + printable(options.output.string()))
-                    << "\n";
+        streams.out << describe_output(options, possible) << "\n";
     }
-    print_shortfalls(streams.err, chosen);
-    if (!options.output.empty() && !options.json)
+    if (!options.output.empty() && possible && !options.json)
     {
         suggest(streams, "vantor record", options.output, options.connect);
     }
-    return chosen.shortfalls.empty() ? exit_code::success : exit_code::failure;
+    return possible ? exit_code::success : exit_code::failure;
 }
 
 /** Prints the figures of a document. */
@@ -265,7 +281,7 @@ exit_code plan_document(const plan_options &options, const command_streams &stre
 {
     const auto document = load_configuration(options.configuration);
     require_valid(document, options.configuration, streams.err);
-    const auto session = find_figures(document, options.connect);
+    const auto session = find_figures(document, options.connect, {});
     if (options.json)
     {
         print_json(streams.out, {{"figures", plan_json(session, link_baudrate(options))}});

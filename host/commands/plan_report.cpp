@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 
+#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "commands/validation.h"
 #include "recording/number_text.h"
@@ -42,8 +43,7 @@ void print_item(std::ostream &out, const item_plan &item, const std::string &mar
         << three_digits(item.max_sweep_rate) << mark << " sweeps/s"
         << (item.high_speed_mode ? ", in high-speed mode" + mark : "") << "\n"
         << "  frame     " << three_digits(item.frame_s * 1e3) << "* ms with " << item.sweeps
-        << (item.sweeps == 1 ? " sweep" : " sweeps") << "; at most " << three_digits(1.0 / item.frame_s)
-        << "* frames/s\n";
+        << (item.sweeps == 1 ? " sweep" : " sweeps") << "\n";
     if (item.sweeps > 1)
     {
         const auto sweep_mark = item.paced_sweeps ? "" : mark;
@@ -52,25 +52,53 @@ void print_item(std::ostream &out, const item_plan &item, const std::string &mar
     }
 }
 
+/** Prints the frame rates of the session. */
+void print_rates(std::ostream &out, const session_plan &session, std::optional<double> baudrate)
+{
+    const double reached = session.expected_frame_rate();
+    out << "rate        ";
+    if (!(session.frame_rate > 0.0))
+    {
+        out << "not configured: as fast as possible, at most " << three_digits(reached) << "* frames/s";
+    }
+    else
+    {
+        out << three_digits(session.frame_rate) << " frames/s configured";
+        if (reached < session.frame_rate)
+        {
+            out << ", at most " << three_digits(reached) << "* reached: frames are left out";
+        }
+    }
+    out << "\n            up to " << three_digits(lasting_frame_rate(session, baudrate))
+        << "* frames/s can be configured without leaving frames out\n";
+}
+
+/** Prints what the session needs of its link. */
+void print_link(std::ostream &out, const session_plan &session, std::optional<double> baudrate)
+{
+    const auto bytes = static_cast<double>(session.frame_bytes());
+    const double rate = session.expected_frame_rate();
+    out << "data        " << format_bytes(bytes) << " in a frame, " << format_bytes(bytes * rate) << "/s\n"
+        << "link        at least " << fixed(std::ceil(bytes * rate * 10.0), 0) << " baud";
+    if (baudrate)
+    {
+        const double lasting = lasting_frame_rate(session, baudrate);
+        out << "; at " << fixed(*baudrate, 0) << " baud, sending a frame takes "
+            << three_digits(1e3 / link_frame_rate(session, *baudrate)) << " ms";
+        if (session.frame_rate > 0.0)
+        {
+            out << (lasting < session.frame_rate ? ": too slow for this rate" : ": fast enough");
+        }
+    }
+    out << "\n";
+}
+
 /** Prints the totals of the session. */
 void print_totals(std::ostream &out, const session_plan &session, std::optional<double> baudrate)
 {
-    const double rate = session.expected_frame_rate();
-    const auto bytes = static_cast<double>(session.frame_bytes());
-    out << "rate        "
-        << (session.frame_rate > 0.0 ? three_digits(session.frame_rate) + " frames/s configured"
-                                     : "as fast as possible")
-        << ", at most " << three_digits(session.max_frame_rate) << "* frames/s\n"
-        << "data        " << format_bytes(bytes) << " in a frame, " << format_bytes(bytes * rate) << "/s\n";
-    const double needed = bytes * rate * 10.0;
-    out << "link        " << fixed(std::ceil(needed), 0) << " baud";
-    if (baudrate)
-    {
-        const double possible = link_frame_rate(session, *baudrate);
-        out << "; " << fixed(*baudrate, 0) << " baud carry " << three_digits(possible)
-            << " frames/s: " << (possible < rate ? "too slow for this rate" : "enough");
-    }
-    out << "\nmemory      " << format_bytes(static_cast<double>(session.memory_bytes))
+    print_rates(out, session, baudrate);
+    print_link(out, session, baudrate);
+    out << "memory      " << format_bytes(static_cast<double>(session.memory_bytes))
         << (session.memory_assumed ? "*" : "") << " of the board while it measures\n"
         << "* assumed, as for the simulated sensor"
         << (session.sensors_assumed ? "; \"vantor plan\" with --connect asks a server\n" : "\n");
@@ -123,7 +151,8 @@ ordered_json to_json(const item_plan &item)
 /** The names of the figures that are assumed. */
 ordered_json assumed_figures(const session_plan &session)
 {
-    ordered_json names = {"sweep_s", "frame_s", "max_frame_rate"};
+    ordered_json names = {"sweep_s", "frame_s", "max_frame_rate", "expected_frame_rate",
+                          "lasting_frame_rate"};
     if (session.sensors_assumed)
     {
         names.push_back("max_sweep_rate");
@@ -153,7 +182,11 @@ void print_plan(std::ostream &out, const session_plan &session, std::optional<do
 
 void print_doubts(std::ostream &out, const std::filesystem::path &file, const session_plan &session)
 {
-    print_faults(out, file.string() + ": warning", session.doubts);
+    for (const auto &doubt : session.doubts)
+    {
+        out << printable(file.string()) << ": warning: " << doubt.pointer << " is " << doubt.got << "; use "
+            << doubt.allowed << "\n";
+    }
 }
 
 ordered_json plan_json(const session_plan &session, std::optional<double> baudrate)
@@ -167,6 +200,8 @@ ordered_json plan_json(const session_plan &session, std::optional<double> baudra
     return {
         {"frame_rate", session.frame_rate},
         {"max_frame_rate", session.max_frame_rate},
+        {"expected_frame_rate", rate},
+        {"lasting_frame_rate", session.items.empty() ? 0.0 : lasting_frame_rate(session, baudrate)},
         {"frame_bytes", session.frame_bytes()},
         {"payload_bytes", session.payload_bytes},
         {"bytes_per_second", static_cast<double>(session.frame_bytes()) * rate},

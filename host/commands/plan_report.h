@@ -18,7 +18,7 @@ namespace vantor
 /** Prints the figures of a session as tables; with the baud rate of its link, if there is one. */
 void print_plan(std::ostream &out, const session_plan &session, std::optional<double> baudrate);
 
-/** Prints a line for each rate that is probably too high. */
+/** Prints a line for each value that is accepted, but probably not wanted. */
 void print_doubts(std::ostream &out, const std::filesystem::path &file, const session_plan &session);
 
 /** The figures of a session as JSON. */

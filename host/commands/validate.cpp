@@ -46,7 +46,10 @@ exit_code validate(const std::filesystem::path &file, bool json, const command_s
         out << printable(file.string()) << ": valid\n";
         print_doubts(out, file, *session);
         print_plan(out, *session, std::nullopt);
-        suggest(streams, "vantor record", file);
+        if (!session->items.empty())
+        {
+            suggest(streams, "vantor record", file);
+        }
     }
     else
     {

@@ -254,16 +254,21 @@ class Validate(CommandTest):
 
 class Plan(CommandTest):
     def test_from_a_wish_to_a_picture(self):
-        result = vantor("plan", "--distance", "5 m", "--resolution", "1 cm", "--output", "config.json", cwd=self.folder)
+        wish = ("plan", "--distance", "5 m", "--output", "config.json", "--resolution")
+        result = vantor(*wish, "1 cm", cwd=self.folder)
         self.assertEqual(result.returncode, 1, result.stderr)
-        self.assertIn("resolution 0.01 m is not possible", result.stderr)
+        self.assertRegex(result.stderr, r"^vantor: resolution 0\.01 m is not possible.*; the nearest is [\d.]+ m\n$")
+        self.assertFalse(os.path.exists(self.path("config.json")))
+        nearest = result.stderr.rpartition("nearest is ")[2].strip()
+        self.succeeds(*wish, nearest)
         self.succeeds("record", "config.json", "--frames", 5, "--output", "recording", "--connect", FAST)
         self.succeeds("plot", "recording")
         self.assertTrue(any(name.endswith(".png") for name in os.listdir(self.path("recording"))))
 
     def test_a_server_reports_what_it_knows(self):
         figures = json.loads(self.succeeds("plan", TWO_SENSORS, "--json", "--connect", FAST))["figures"]
-        self.assertEqual(figures["assumed"], ["sweep_s", "frame_s", "max_frame_rate"])
+        self.assertEqual(figures["assumed"], ["sweep_s", "frame_s", "max_frame_rate", "expected_frame_rate",
+                                              "lasting_frame_rate"])
         self.assertGreater(figures["memory_bytes"], figures["payload_bytes"])
 
 

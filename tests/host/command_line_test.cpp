@@ -176,13 +176,17 @@ TEST(command_line, shows_the_figures_of_a_document)
         R"({"max_update_rate": 3000, "groups": [[{"sensor_id": 2, "config": {"sweeps_per_frame": 4}}]]})");
     const auto text = run({"plan", file.string(), "--baudrate", "115200"});
     EXPECT_EQ(text.code, exit_code::success);
-    EXPECT_THAT(text.out, HasSubstr("config.json: warning: /max_update_rate: got 3000; allowed: at most 1"));
+    EXPECT_THAT(text.out, HasSubstr("config.json: warning: /max_update_rate is 3000; use at most 1"));
     EXPECT_THAT(text.out, HasSubstr("group 1, item 1, sensor 2: 640 samples in a frame\n"
                                     "  distance  0.2000 to 0.5975 m, 160 points, one every 0.0025 m\n"
                                     "  pulse     0.1980 m wide, with 79.2 points; echoes unambiguous up to "
                                     "9.607 m\n"));
-    EXPECT_THAT(text.out, HasSubstr("115200 baud carry"));
-    EXPECT_THAT(text.out, HasSubstr("too slow for this rate"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("rate +3000 frames/s configured, at most 1000\\* reached: "
+                                                 "frames are left out\n +up to 4\\.[0-9]+\\* frames/s can be "
+                                                 "configured without leaving frames out\n"));
+    EXPECT_THAT(text.out,
+                testing::ContainsRegex("at 115200 baud, sending a frame takes [0-9]+ ms: too slow for "
+                                       "this rate\n"));
     EXPECT_THAT(text.out, HasSubstr("* assumed, as for the simulated sensor"));
     const auto figures =
         json::parse(run({"plan", file.string(), "--baudrate", "115200", "--json"}).out)["figures"];
@@ -191,6 +195,9 @@ TEST(command_line, shows_the_figures_of_a_document)
     EXPECT_EQ(figures["items"][0]["subsweeps"][0]["pulse_width_m"], 0.198);
     EXPECT_THAT(figures["assumed"], testing::Contains("max_sweep_rate"));
     EXPECT_LT(figures["link_frame_rate"], 5.0);
+    EXPECT_EQ(figures["expected_frame_rate"], 1000.0);
+    EXPECT_EQ(figures["bytes_per_second"], figures["frame_bytes"].get<double>() * 1000.0);
+    EXPECT_LT(figures["lasting_frame_rate"], figures["link_frame_rate"]);
     const auto bad = directory.write("bad.json", R"({"groups": [[{"sensor_id": 1}]]})");
     const auto refused = run({"plan", bad.string()});
     EXPECT_EQ(refused.code, exit_code::bad_file);
@@ -259,17 +266,57 @@ TEST(command_line, reports_the_nearest_to_a_wish_that_is_not_possible)
         text.err,
         "vantor: resolution 0.01 m is not possible: the shortest pulse is 0.0566 m wide; the nearest is "
         "0.07358 m\n");
-    EXPECT_EQ(run({"validate", file}).code, exit_code::success);
+    EXPECT_THAT(text.out, testing::StartsWith("the nearest configuration that is possible:\n"));
+    EXPECT_THAT(text.out, testing::EndsWith("not saved: ask for what is possible\n"));
+    EXPECT_FALSE(std::filesystem::exists(file));
     const auto slow =
         run({"plan", "--distance", "5", "--rate", "1000", "--connect", "serial:/dev/null@9600"});
     EXPECT_EQ(slow.code, exit_code::no_connection);
     EXPECT_THAT(run({"plan", "--distance", "5", "--rate", "1000", "--baudrate", "9600"}).err,
-                HasSubstr("rate 1000 Hz is not possible: the link carries no more"));
+                HasSubstr("rate 1000 Hz is not possible: a frame is measured, and then sent over the link"));
     EXPECT_THAT(
         run({"plan", "--distance", "5000", "--velocity", "0.011..2", "--rate", "20"}).err,
         testing::MatchesRegex("vantor: distance 5000 m is not possible: [^;]*; the nearest is 28.82 m\n"
                               "vantor: smallest velocity 0.011 m/s is not possible: [^;]*; the nearest "
                               "is 0\\.[0-9]{4,5} m/s\n"));
+}
+
+TEST(command_line, prints_first_that_a_wish_is_not_possible)
+{
+    std::ostringstream both;
+    const auto code =
+        run_command_line({"plan", "--distance", "5", "--resolution", "1 cm"}, {both, both, true});
+    EXPECT_EQ(code, exit_code::failure);
+    EXPECT_THAT(both.str(), testing::StartsWith("vantor: resolution 0.01 m is not possible: "));
+    EXPECT_THAT(both.str(), testing::Not(HasSubstr("next:")));
+}
+
+TEST(command_line, calls_a_link_fast_enough_for_the_rate_chosen_for_it)
+{
+    const auto text = run({"plan", "--distance", "5", "--baudrate", "9600"});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out,
+                HasSubstr(": a frame is measured, and then sent over the link, which takes longer\n"));
+    EXPECT_THAT(text.out,
+                testing::ContainsRegex("at 9600 baud, sending a frame takes [0-9]+ ms: fast enough\n"));
+}
+
+TEST(command_line, plans_only_for_connected_sensors)
+{
+    const fake_server server;
+    EXPECT_EQ(run({"plan", "--distance", "5", "--sensor", "9", "--connect", server.address()}).err,
+              "vantor: Sensor 9 is not connected to the server; connected: 1, 2.\n");
+}
+
+TEST(command_line, warns_of_a_document_without_items)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("config.json", R"({"groups": []})").string();
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(run_command_line({"validate", file}, {out, err, true}), exit_code::success);
+    EXPECT_THAT(out.str(), HasSubstr("config.json: warning: /groups is empty; use at least one item"));
+    EXPECT_EQ(err.str(), "");
 }
 
 TEST(command_line, refuses_wishes_without_sense)

@@ -70,7 +70,11 @@ TEST(plan, expects_the_configured_rate_or_the_highest_one)
     document["max_update_rate"] = -1;
     EXPECT_EQ(expected(), highest);
     document["max_update_rate"] = 1e5;
-    EXPECT_EQ(expected(), highest);
+    EXPECT_EQ(expected(), 1e5 / 40) << "39 of 40 frames are left out";
+    document["max_update_rate"] = 2536;
+    EXPECT_EQ(expected(), 2536.0);
+    document["max_update_rate"] = 2537;
+    EXPECT_EQ(expected(), 2537.0 / 2);
     EXPECT_EQ(plan(document_with({{"frame_rate", 12.5}})).expected_frame_rate(), 12.5);
     EXPECT_EQ(plan(json::object()).expected_frame_rate(), 0.0);
 }
@@ -85,9 +89,20 @@ TEST(plan, doubts_rates_that_are_too_high)
     ASSERT_THAT(doubts, SizeIs(1));
     EXPECT_EQ(doubts[0].pointer, "/max_update_rate");
     EXPECT_EQ(doubts[0].got, "2029");
-    EXPECT_EQ(doubts[0].allowed, "at most 2028.87: with the time to measure, read out and send a frame, the "
-                                 "server leaves frames out");
+    EXPECT_EQ(doubts[0].allowed,
+              "at most 2028.87: a frame that is not measured, read out and sent within the "
+              "period makes the server leave out the next one");
     EXPECT_EQ(doubts[0].nearest, 2028.87);
+}
+
+TEST(plan, doubts_a_document_without_items)
+{
+    for (const char *text : {R"({})", R"({"groups": []})"})
+    {
+        const auto doubts = plan(json::parse(text)).doubts;
+        ASSERT_THAT(doubts, SizeIs(1)) << text;
+        EXPECT_EQ(doubts[0].pointer, "/groups");
+    }
 }
 
 TEST(plan, has_the_time_of_groups_one_after_the_other)

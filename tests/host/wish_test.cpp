@@ -118,7 +118,7 @@ TEST(wish, lowers_the_rate_to_what_sensor_and_link_allow)
     EXPECT_EQ(shortfall_of({.farthest_m = 20.0, .frame_rate = 1e300}).nearest, fast.nearest);
     const auto part = shortfall_of({.farthest_m = 5.0, .frame_rate = 50.0, .baudrate = 115200.0});
     EXPECT_EQ(part.wish, "rate");
-    EXPECT_EQ(part.reason, "the link carries no more");
+    EXPECT_EQ(part.reason, "a frame is measured, and then sent over the link, which takes longer");
     const auto chosen = choose_configuration({.farthest_m = 5.0, .baudrate = 9600.0});
     EXPECT_THAT(chosen.shortfalls, IsEmpty());
     const double rate = chosen.configuration["max_update_rate"];
@@ -190,7 +190,7 @@ TEST(wish, has_reasons_that_are_true)
               "the highest one with unambiguous echoes from the farthest distance");
     EXPECT_EQ(reason_of({.farthest_m = 5000.0}, "prf"), "the lowest one: it reaches farthest");
     EXPECT_EQ(reason_of({.farthest_m = 5.0, .baudrate = 9600.0}, "max_update_rate"),
-              "the link carries no more");
+              "a frame is measured, and then sent over the link, which takes longer");
     EXPECT_EQ(reason_of({.farthest_m = 5.0, .frame_rate = 20.0}, "max_update_rate"), "the frame rate");
     EXPECT_EQ(reason_of({.farthest_m = 5.0}, "start_point"),
               "from 0.2 m; choose another distance with --distance 0..5");

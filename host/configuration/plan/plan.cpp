@@ -226,9 +226,9 @@ void find_rates(session_plan &session, const json &document)
     const double highest = lasting_frame_rate(session, std::nullopt);
     if (document.value(name, 0.0) > highest && !session.items.empty())
     {
-        session.doubts.push_back(
-            too_high(std::string("/") + name, document[name], highest,
-                     "with the time to measure, read out and send a frame, the server leaves frames out"));
+        session.doubts.push_back(too_high(std::string("/") + name, document[name], highest,
+                                          "a frame that is not measured, read out and sent within the period "
+                                          "makes the server leave out the next one"));
     }
 }
 
@@ -247,7 +247,13 @@ std::optional<double> item_plan::smallest_velocity() const
 
 double session_plan::expected_frame_rate() const noexcept
 {
-    return frame_rate > 0.0 ? std::min(frame_rate, max_frame_rate) : max_frame_rate;
+    if (!(frame_rate > 0.0) || !(max_frame_rate > 0.0))
+    {
+        return max_frame_rate;
+    }
+    // A server that is late leaves out whole frames.
+    constexpr double rounding_error = 1e-6;
+    return frame_rate / std::max(1.0, std::ceil(frame_rate / max_frame_rate - rounding_error));
 }
 
 session_plan plan(const json &document)
@@ -271,6 +277,15 @@ session_plan plan(const json &document)
     session.header_bytes = header_length(document, session.payload_bytes);
     session.memory_bytes = session_memory(session.items, session.payload_bytes);
     find_rates(session, document);
+    if (session.items.empty())
+    {
+        session.doubts.push_back(
+            {"/groups",
+             "empty",
+             "at least one item: without one, nothing is measured, and \"vantor record\" "
+             "refuses the document",
+             {}});
+    }
     return session;
 }
 

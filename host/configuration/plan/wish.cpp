@@ -134,7 +134,8 @@ private:
         int chosen = wanted_.resolution_m ? most : member_schema("profile")["default"].get<int>();
         const double separation = sensor_figure("separation");
         const auto separates = [&] {
-            return !wanted_.resolution_m || *pulse_width(chosen) * separation <= *wanted_.resolution_m;
+            return !wanted_.resolution_m ||
+                   *pulse_width(chosen) * separation <= *wanted_.resolution_m * (1.0 + rounding_error);
         };
         while (chosen > 1 && !separates())
         {
@@ -271,7 +272,7 @@ private:
             return;
         }
         const char *reason = lasting_frame_rate(session, std::nullopt) >= rate_
-                                 ? "the link carries no more"
+                                 ? "a frame is measured, and then sent over the link, which takes longer"
                                  : "a frame takes longer with these points and sweeps";
         rate_reason_ = reason;
         const double scale = std::pow(10.0, 2.0 - std::floor(std::log10(possible)));

@@ -77,7 +77,7 @@ struct session_plan
 {
     std::vector<item_plan> items; /**< the items of all groups, in the order used in frames */
     double frame_rate = 0.0;      /**< configured, in frames per second; 0 for as fast as possible */
-    double max_frame_rate = 0.0;  /**< highest that the sensors allow, in frames per second */
+    double max_frame_rate = 0.0;  /**< with no time beside measuring, in frames per second */
     size_t payload_bytes = 0;     /**< samples of a frame */
     size_t header_bytes = 0;      /**< the longest header of a frame */
     size_t memory_bytes = 0;      /**< heap of a board that the session needs while it measures */
@@ -85,7 +85,8 @@ struct session_plan
     bool memory_assumed = true;   /**< whether the memory is assumed, not reported by a server */
     std::vector<configuration_fault>
         impossible_rates;                    /**< rates that the sensors refuse; none in a valid document */
-    std::vector<configuration_fault> doubts; /**< rates that are accepted, but probably not reached */
+    std::vector<configuration_fault> doubts; /**< what is accepted, but probably not wanted: rates that leave
+                                                  out frames, no item */
 
     /** Bytes of a frame, at most. */
     [[nodiscard]] size_t frame_bytes() const noexcept
@@ -93,7 +94,8 @@ struct session_plan
         return payload_bytes + header_bytes;
     }
 
-    /** The configured frame rate, but at most the highest one, in frames per second. */
+    /** Frame rate that is reached at most, in frames per second: the configured one; a part of it if every
+     * frame makes the server leave out others; the highest one if none is configured. */
     [[nodiscard]] double expected_frame_rate() const noexcept;
 };
 
@@ -108,14 +110,15 @@ struct session_plan
 session_plan plan(const nlohmann::json &document);
 
 /**
- * Highest frame rate that a server keeps, in frames per second. It measures a frame, then reads it out and
- * sends it: measuring takes at most measuring_share of the time that is left beside sending.
+ * Highest frame rate that can be configured without leaving frames out, in frames per second. A server
+ * measures a frame, then reads it out and sends it: measuring takes at most measuring_share of the time that
+ * is left beside sending.
  *
  * @param baudrate  of the link; nothing if its time is negligible
  */
 double lasting_frame_rate(const session_plan &session, std::optional<double> baudrate);
 
-/** Highest frame rate of a session on a link, in frames per second. */
+/** Number of frames that a link carries if it sends nothing else, in frames per second. */
 double link_frame_rate(const session_plan &session, double baudrate);
 
 } // namespace vantor
