@@ -31,6 +31,36 @@ bool is_maximum(std::span<const double> levels, size_t point)
            levels[point] >= levels[point + 1];
 }
 
+/** Whether the level at a point is that of an echo. */
+bool is_echo_of(const recorded_item &item, const item_statistics &statistics,
+                const std::vector<double> &levels, size_t point)
+{
+    const auto around = statistics.background_of(subsweep_of(item, point));
+    return is_echo(levels[point], around, statistics.sweeps());
+}
+
+/** Why an item has no strongest echo. */
+std::string why_none(const recorded_item &item, const item_statistics &statistics,
+                     const std::vector<double> &levels)
+{
+    bool known = false;
+    bool left_out = false;
+    for (size_t i = 0; i < item.layout.subsweeps.size(); ++i)
+    {
+        const auto around = statistics.background_of(i);
+        const auto &place = item.layout.subsweeps[i];
+        const auto part = std::span(levels).subspan(place.offset, place.length);
+        const auto has_echo = [&](double level) { return is_echo(level, around, statistics.sweeps()); };
+        known = known || !std::isnan(around.noise);
+        left_out = left_out || std::any_of(part.begin(), part.end(), has_echo);
+    }
+    if (!known)
+    {
+        return statistics.sweeps() == 0 ? "no valid frame" : "noise unknown: too few sweeps";
+    }
+    return left_out ? "only direct leakage, or an echo at an edge" : "no echo above the noise";
+}
+
 } // namespace
 
 std::optional<size_t> strongest_echo(const recorded_item &item, const std::vector<double> &levels)
@@ -82,14 +112,9 @@ found_echo find_strongest_echo(const recorded_item &item, const item_statistics 
 {
     const auto levels = statistics.profile();
     const auto point = strongest_echo(item, levels);
-    if (!point)
+    if (!point || !is_echo_of(item, statistics, levels, *point))
     {
-        return {};
-    }
-    const auto around = statistics.background_of(subsweep_of(item, *point));
-    if (!is_echo(levels[*point], around, statistics.sweeps()))
-    {
-        return {};
+        return {.note = why_none(item, statistics, levels)};
     }
     return {.distance = echo_distance(item, levels, *point),
             .note = statistics.clipped(*point) ? "saturated" : ""};

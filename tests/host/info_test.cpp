@@ -241,6 +241,26 @@ TEST(info, claims_no_echo_if_the_noise_is_unknown)
     // Two sweeps per frame, and one.
     EXPECT_EQ(items[0]["strongest_echo_m"], 0.32);
     EXPECT_EQ(items[1]["strongest_echo_m"], nullptr);
+    EXPECT_EQ(items[1]["strongest_echo_note"], "noise unknown: too few sweeps");
+}
+
+TEST(info, says_why_there_is_no_echo)
+{
+    const test::temporary_directory directory;
+    const auto note = [&](const char *name, const auto &source, bool valid) {
+        test::write_item(directory / name, {.config = json::object()}, 4, source,
+                         [=](int, json &info) { info["data_valid"] = valid; });
+        const auto items = json::parse(run({"info", (directory / name).string(), "--json"}).out)["items"];
+        EXPECT_EQ(items[0]["strongest_echo_m"], nullptr);
+        return items[0]["strongest_echo_note"];
+    };
+    const auto noise = [](int frame, size_t, size_t point) {
+        return std::polar(100.0, static_cast<double>(frame * frame) * (1.0 + static_cast<double>(point)));
+    };
+    const auto edge = [](int, size_t, size_t point) { return point == 0 ? 3000.0 : 0.0; };
+    EXPECT_EQ(note("noise", noise, true), "no echo above the noise");
+    EXPECT_EQ(note("edge", edge, true), "only direct leakage, or an echo at an edge");
+    EXPECT_EQ(note("invalid", edge, false), "no valid frame");
 }
 
 TEST(info, marks_an_echo_whose_samples_are_clipped)

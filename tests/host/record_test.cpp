@@ -105,7 +105,9 @@ TEST_F(record_test, records_frames_and_prints_a_summary)
     // last one is the direct leakage.
     EXPECT_THAT(text, ContainsRegex("1 +1 +1 +1 +40 +10 +[0-9.]+ +0\\.320 m"));
     EXPECT_THAT(text, ContainsRegex("1 +2 +2 +2 +25 +10 +[0-9.]+ +0\\.185 m"));
-    EXPECT_THAT(text, ContainsRegex("2 +1 +2 +1 +30 +10 +[0-9.]+ +-\n"));
+    EXPECT_THAT(
+        text,
+        ContainsRegex("2 +1 +2 +1 +30 +10 +[0-9.]+ +- \\(only direct leakage, or an echo at an edge\\)\n"));
     EXPECT_THAT(text, HasSubstr("10 frames, 3.8 kB in "));
     EXPECT_THAT(text, HasSubstr("recording: " + options.output.string()));
     EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 1600U);
@@ -119,7 +121,8 @@ TEST_F(record_test, claims_no_echo_if_the_noise_is_unknown)
     EXPECT_EQ(run(), exit_code::success);
     // Two sweeps per frame, and one.
     EXPECT_THAT(out.str(), ContainsRegex("1 +1 +1 +1 +40 +1 +[0-9.]+ +0\\.320 m"));
-    EXPECT_THAT(out.str(), ContainsRegex("1 +2 +2 +2 +25 +1 +[0-9.]+ +-\n"));
+    EXPECT_THAT(out.str(),
+                ContainsRegex("1 +2 +2 +2 +25 +1 +[0-9.]+ +- \\(noise unknown: too few sweeps\\)\n"));
 }
 
 TEST_F(record_test, prints_json_for_programs)
@@ -134,6 +137,9 @@ TEST_F(record_test, prints_json_for_programs)
     EXPECT_EQ(about["interrupted"], false);
     ASSERT_EQ(about["items"].size(), 3U);
     EXPECT_NEAR(about["items"][0]["strongest_echo_m"].get<double>(), 0.32, 1e-9);
+    EXPECT_EQ(about["items"][0]["strongest_echo_note"], nullptr);
+    EXPECT_EQ(about["items"][2]["strongest_echo_m"], nullptr);
+    EXPECT_EQ(about["items"][2]["strongest_echo_note"], "only direct leakage, or an echo at an edge");
 }
 
 TEST_F(record_test, sends_calibrations_of_a_file_to_the_server)
