@@ -105,9 +105,9 @@ std::string describe_sweep_rate(const ordered_json &item)
 /** Prints the first lines: number of frames, state, origin. */
 void print_origin(std::ostream &out, const ordered_json &about)
 {
-    out << text(about["recording"]) << ": " << text(about["frames"]) << " frames" << describe_state(about)
-        << ", started " << known(about["started"]) << ", vantor_server " << known(about["server_version"])
-        << "\n";
+    out << text(about["recording"]) << ": " << counted(about["frames"].get<uint64_t>(), "frame")
+        << describe_state(about) << ", started " << known(about["started"]) << ", vantor_server "
+        << known(about["server_version"]) << "\n";
     if (!about["complete"].get<bool>() && !about["in_progress"].get<bool>())
     {
         out << "to complete it: vantor repair " << shell_word(about["recording"].get<std::string>()) << "\n";

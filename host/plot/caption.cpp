@@ -88,7 +88,7 @@ std::string describe_recording(const recording_reader &recording)
         text = date + " UTC" + separator;
     }
     return text + "sensor " + recording.session().server.sensor + separator +
-           std::to_string(recording.frames()) + " frames" + separator + "0 dBFS is amplitude 32767";
+           counted(recording.frames(), "frame") + separator + "0 dBFS is amplitude 32767";
 }
 
 std::string describe_settings(const recorded_item &item, const item_analysis &analysis)

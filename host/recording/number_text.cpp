@@ -30,4 +30,9 @@ std::string rate_text(double rate)
     return rate > 0.0 && rate < 10.0 ? three_digits(rate) : fixed(rate, 1);
 }
 
+std::string counted(uint64_t number, const std::string &noun)
+{
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 } // namespace vantor

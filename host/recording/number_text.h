@@ -4,6 +4,7 @@
 #ifndef VANTOR_NUMBER_TEXT_H
 #define VANTOR_NUMBER_TEXT_H
 
+#include <cstdint>
 #include <string>
 
 namespace vantor
@@ -17,6 +18,9 @@ std::string three_digits(double value);
 
 /** A rate: with three significant digits below 10, otherwise with one digit after the decimal point. */
 std::string rate_text(double rate);
+
+/** A number with a noun in singular or plural. */
+std::string counted(uint64_t number, const std::string &noun);
 
 } // namespace vantor
 

@@ -16,12 +16,6 @@ namespace
 constexpr double least_silence = 1.0;
 constexpr double silent_periods = 3.0;
 
-/** A number with a noun in singular or plural. */
-std::string count(uint64_t number, const std::string &noun)
-{
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
-
 /** The frames that arrived for each one that was due; 1 if that is unknown. */
 double share_of_rate(const stream_facts &facts)
 {
@@ -55,8 +49,9 @@ void describe_silence(const stream_facts &facts, std::vector<std::string> &lines
     }
     else if (silence > std::max(least_silence, silent_periods * period))
     {
-        lines.push_back("no frame in the last " + fixed(silence, 1) + " s" +
-                        (facts.due_at_end > 1 ? ": " + count(facts.due_at_end, "frame") + " were due" : ""));
+        lines.push_back(
+            "no frame in the last " + fixed(silence, 1) + " s" +
+            (facts.due_at_end > 1 ? ": " + counted(facts.due_at_end, "frame") + " were due" : ""));
     }
 }
 
@@ -76,7 +71,7 @@ void describe_flag(const std::string &name, uint64_t number, uint64_t frames, co
 {
     if (number > 0)
     {
-        lines.push_back(name + ": " + std::to_string(number) + " of " + count(frames, "frame") +
+        lines.push_back(name + ": " + std::to_string(number) + " of " + counted(frames, "frame") +
                         " of group " + std::to_string(item.group) + ", item " + std::to_string(item.item) +
                         "; " + advice);
     }
@@ -127,7 +122,7 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     describe_silence(facts, lines);
     if (facts.missing > 0)
     {
-        lines.push_back("missing: " + count(facts.missing, "frame") +
+        lines.push_back("missing: " + counted(facts.missing, "frame") +
                         "; the host, the link, the server or a sensor was too slow, or data were damaged");
     }
     if (facts.refused_rate > 0.0)
@@ -143,7 +138,7 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     }
     if (facts.damaged > 0)
     {
-        lines.push_back("damaged: " + count(facts.damaged, "message"));
+        lines.push_back("damaged: " + counted(facts.damaged, "message"));
     }
     for (const auto &part : facts.breaks)
     {
@@ -151,7 +146,7 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     }
     if (facts.unlisted_breaks > 0)
     {
-        lines.push_back(count(facts.unlisted_breaks, "further break") + ", not listed");
+        lines.push_back(counted(facts.unlisted_breaks, "further break") + ", not listed");
     }
     return lines;
 }

@@ -45,7 +45,7 @@ TEST_F(damaged_recording_test, is_noticed_by_info)
 {
     const auto text = run({"info", path});
     EXPECT_EQ(static_cast<int>(text.code), 8);
-    EXPECT_THAT(text.out, HasSubstr(": 1 frames, damaged, started "));
+    EXPECT_THAT(text.out, HasSubstr(": 1 frame, damaged, started "));
     EXPECT_THAT(text.out, HasSubstr("damage: group-1-item-1.sigmf-data lacks 100 bytes"));
     EXPECT_THAT(text.err, HasSubstr("is damaged; 1 of 2 frames are left.\n"));
     EXPECT_THAT(text.err, Not(HasSubstr("lacks")));
@@ -175,7 +175,7 @@ TEST(info, shows_that_a_recording_is_still_being_written)
     recording_writer writer(directory / "out", test::example_description());
     writer.add(test::example_frame(0));
     const auto text = run({"info", (directory / "out").string()}).out;
-    EXPECT_THAT(text, HasSubstr(": 1 frames, still being recorded, started "));
+    EXPECT_THAT(text, HasSubstr(": 1 frame, still being recorded, started "));
     EXPECT_THAT(text, Not(HasSubstr("to complete it")));
     const auto about = json::parse(run({"info", (directory / "out").string(), "--json"}).out);
     EXPECT_EQ(about["in_progress"], true);

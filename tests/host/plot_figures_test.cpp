@@ -277,6 +277,15 @@ TEST(caption, describes_recording_and_settings)
     EXPECT_THAT(aliasing_warnings(analysis), testing::IsEmpty());
 }
 
+TEST(caption, counts_one_frame)
+{
+    const test::temporary_directory directory;
+    test::write_item(directory / "out", {.config = json::object()}, 1,
+                     [](int, size_t, size_t) { return 1.0; });
+    EXPECT_THAT(describe_recording(recording_reader(directory / "out")),
+                testing::EndsWith("  ·  1 frame  ·  0 dBFS is amplitude 32767"));
+}
+
 TEST(caption, describes_each_sub_sweep)
 {
     auto item = item_of({{"subsweeps", {{{"profile", 1}}, {{"profile", 4}}}}}, 1);
