@@ -61,7 +61,11 @@ std::string describe_interruptions(const item_analysis &analysis)
         return {};
     }
     const auto &spectrum = analysis.spectrum;
-    std::string text = std::string(separator) + "white: no valid frame; displacement begins at 0 after it";
+    const auto &strips = analysis.map.strips;
+    const bool white =
+        std::any_of(strips.begin(), strips.end(), [](const auto &strip) { return strip.levels.empty(); });
+    auto text = std::string(separator) + (white ? "white: no valid frame; displacement begins at 0 after it"
+                                                : "displacement begins at 0 after a gap");
     if (spectrum.between_frames && !spectrum.levels.empty())
     {
         text += std::string(separator) + "velocities from " + std::to_string(spectrum.segments) + " × " +
@@ -127,7 +131,10 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
     const std::string saturated = analysis.clipped ? " (saturated)" : "";
     if (analysis.found)
     {
-        return "strongest echo at " + fixed(analysis.distance, 3) + " m" + saturated;
+        const auto distance = fixed(analysis.distance, 3) + " m";
+        const auto nearest = place_name(item, analysis.point);
+        return "strongest echo at " + distance +
+               (nearest == distance ? "" : " (nearest point " + nearest + ")") + saturated;
     }
     const auto place = (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
     return place + (analysis.given && analysis.mostly_noise ? share_text(analysis.share) : "") + saturated;

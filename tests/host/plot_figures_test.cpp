@@ -303,6 +303,9 @@ TEST(caption, describes_motion_and_doubtful_frames)
     analysis.found = true;
     analysis.distance = 0.2004;
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m");
+    analysis.distance = 0.2009;
+    EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.201 m (nearest point 0.200 m)");
+    analysis.distance = 0.2004;
     analysis.clipped = true;
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m (saturated)");
     analysis.clipped = false;
@@ -322,6 +325,9 @@ TEST(caption, describes_motion_and_doubtful_frames)
     EXPECT_EQ(describe_echo(item, analysis), "noise unknown: too few sweeps");
     analysis.noise_known = true;
     analysis.figures.channel.invalid = 3;
+    analysis.map.strips = {{.levels = {1.0F}}, {.levels = {1.0F}}};
+    EXPECT_EQ(describe_echo(item, analysis), "echo at 0.200 m  ·  displacement begins at 0 after a gap");
+    analysis.map.strips.emplace_back();
     analysis.figures.saturated = 2;
     analysis.spectrum.between_frames = true;
     analysis.spectrum.segments = 2;
