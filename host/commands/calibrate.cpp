@@ -12,7 +12,7 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/printable.h"
-#include "recording/output_file.h"
+#include "recording/file_replacement.h"
 #include "vantor/calibration_file.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"

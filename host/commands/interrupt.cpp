@@ -10,7 +10,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "recording/output_file.h"
+#include "recording/file_replacement.h"
 #include "vantor/errors.h"
 
 namespace vantor

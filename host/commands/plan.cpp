@@ -21,7 +21,7 @@
 #include "commands/quantity.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
-#include "recording/output_file.h"
+#include "recording/file_replacement.h"
 #include "vantor/client.h"
 #include "vantor/configuration.h"
 #include "vantor/reported_plan.h"

@@ -7,6 +7,7 @@
 #include <deque>
 #include <system_error>
 
+#include "recording/file_replacement.h"
 #include "vantor/recording_error.h"
 
 namespace vantor

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "recording/capture_list.h"
+#include "recording/file_replacement.h"
 #include "recording/item_writer.h"
 #include "recording/output_file.h"
 #include "recording/recording_documents.h"

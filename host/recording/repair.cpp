@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "recording/file_replacement.h"
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
 #include "recording/output_file.h"

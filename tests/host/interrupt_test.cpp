@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "disk_calls.h"
-#include "recording/output_file.h"
+#include "recording/file_replacement.h"
 #include "temporary_directory.h"
 #include "vantor/errors.h"
 

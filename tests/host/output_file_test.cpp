@@ -11,6 +11,7 @@
 #include "disk_calls.h"
 #include "example_recording.h"
 #include "file_size_limit.h"
+#include "recording/file_replacement.h"
 #include "temporary_directory.h"
 #include "vantor/recording_error.h"
 
