@@ -13,49 +13,6 @@ namespace
 /** A baud rate may be off by at most one part in this number: 2 %. */
 constexpr uint64_t baudrate_tolerance = 50;
 
-} // namespace
-
-/** Returns whether the baud rate can be changed, and changed back in time. */
-bool zet_server_can_change_baudrate()
-{
-    return zet_server.port.link.set_baudrate != nullptr && zet_server.port.link.max_baudrate > 0 &&
-           zet_server.port.baudrate > 0 && zet_server.clock.ticks_per_second > 0;
-}
-
-/** Discards all input that has been received but not executed. */
-void zet_server_discard_input()
-{
-    if (zet_server.port.link.restart_input != nullptr)
-    {
-        zet_server.port.link.restart_input();
-    }
-    zet_line_buffer_clear(&zet_server.line);
-    zet_end_watch_reset(&zet_server.end_watch, zet_server.bytes_received);
-    zet_server.bytes_executed = zet_server.bytes_received;
-    zet_server.input_restarted = true;
-}
-
-/** Changes the baud rate of the link. */
-void zet_server_change_baudrate(uint32_t baudrate)
-{
-    zet_server.port.link.set_baudrate(baudrate);
-    zet_server.baudrate = baudrate;
-}
-
-/** Returns to the last confirmed baud rate when the host has not confirmed the new one in time. */
-void zet_server_watch_baudrate()
-{
-    if (zet_server.baudrate_on_trial && zet_server_clock_read(&zet_server.clock) >= zet_server.trial_end)
-    {
-        zet_server.baudrate_on_trial = false;
-        zet_server_discard_input();
-        zet_server_change_baudrate(zet_server.confirmed_baudrate);
-    }
-}
-
-namespace
-{
-
 /** Returns whether the link works at a baud rate when its actual rate is another one. */
 bool is_near_baudrate(uint32_t baudrate, uint32_t actual)
 {
@@ -84,7 +41,40 @@ void report_impossible_baudrate(uint32_t baudrate, uint32_t nearest)
 
 } // namespace
 
-/** Returns whether the link can run at a baud rate; reports an error to the host if not. */
+bool zet_server_can_change_baudrate()
+{
+    return zet_server.port.link.set_baudrate != nullptr && zet_server.port.link.max_baudrate > 0 &&
+           zet_server.port.baudrate > 0 && zet_server.clock.ticks_per_second > 0;
+}
+
+void zet_server_discard_input()
+{
+    if (zet_server.port.link.restart_input != nullptr)
+    {
+        zet_server.port.link.restart_input();
+    }
+    zet_line_buffer_clear(&zet_server.line);
+    zet_end_watch_reset(&zet_server.end_watch, zet_server.bytes_received);
+    zet_server.bytes_executed = zet_server.bytes_received;
+    zet_server.input_restarted = true;
+}
+
+void zet_server_change_baudrate(uint32_t baudrate)
+{
+    zet_server.port.link.set_baudrate(baudrate);
+    zet_server.baudrate = baudrate;
+}
+
+void zet_server_watch_baudrate()
+{
+    if (zet_server.baudrate_on_trial && zet_server_clock_read(&zet_server.clock) >= zet_server.trial_end)
+    {
+        zet_server.baudrate_on_trial = false;
+        zet_server_discard_input();
+        zet_server_change_baudrate(zet_server.confirmed_baudrate);
+    }
+}
+
 bool zet_server_accept_baudrate(uint32_t baudrate)
 {
     if (zet_server.port.nearest_baudrate == nullptr)

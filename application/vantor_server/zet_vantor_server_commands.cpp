@@ -437,7 +437,6 @@ zet_server_error_t error_of_scan(zet_json_scan_result_t result)
 
 } // namespace
 
-/** Executes a line from the host. */
 void zet_server_execute_line(const char *text, size_t length)
 {
     if (length == 0)

@@ -6,21 +6,18 @@
 #include "zet_log_levels.h"
 #include "zet_vantor_server_state.h"
 
-/** Sends bytes to the host and counts them. */
 void zet_server_send(const void *data, uint32_t size)
 {
     zet_server.bytes_sent += size;
     zet_server.port.link.write(data, size);
 }
 
-/** Writes a member that is a string. */
 void zet_server_write_string(zet_json_writer_t *writer, const char *key, const char *value)
 {
     zet_json_writer_key(writer, key);
     zet_json_writer_string(writer, value);
 }
 
-/** Writes a member that is an unsigned integer. */
 void zet_server_write_uint(zet_json_writer_t *writer, const char *key, uint64_t value)
 {
     zet_json_writer_key(writer, key);
@@ -37,18 +34,6 @@ void begin_message(zet_json_writer_t *writer, const char *status)
     zet_json_writer_begin_object(writer);
     zet_server_write_string(writer, "status", status);
 }
-
-} // namespace
-
-/** Ends a message. */
-void zet_server_end_message(zet_json_writer_t *writer)
-{
-    zet_json_writer_end_object(writer);
-    zet_json_writer_finish(writer);
-}
-
-namespace
-{
 
 /**
  * Sends a log line to the host.
@@ -72,7 +57,12 @@ void send_log_line(zet_log_level_t level, const char *module, const char *text, 
 
 } // namespace
 
-/** Sends the waiting log lines. Lines logged by the sending itself wait for the next call. */
+void zet_server_end_message(zet_json_writer_t *writer)
+{
+    zet_json_writer_end_object(writer);
+    zet_json_writer_finish(writer);
+}
+
 void zet_server_flush_log()
 {
     for (uint32_t count = zet_log_ring_count(&zet_server.log); count > 0; --count)
@@ -89,7 +79,6 @@ void zet_server_flush_log()
     }
 }
 
-/** Begins the answer to a command that was executed; members may follow. */
 void zet_server_begin_answer(zet_json_writer_t *writer, const char *command)
 {
     zet_server_flush_log();
@@ -98,7 +87,6 @@ void zet_server_begin_answer(zet_json_writer_t *writer, const char *command)
     zet_server_write_uint(writer, "payload_size", 0);
 }
 
-/** Answers a command that was executed and has no result. */
 void zet_server_answer(const char *command)
 {
     zet_json_writer_t writer;
@@ -106,7 +94,6 @@ void zet_server_answer(const char *command)
     zet_server_end_message(&writer);
 }
 
-/** Reports an error to the host with the given message. */
 void zet_server_report_error(zet_server_error_t error, const char *message)
 {
     zet_server_flush_log();
@@ -119,7 +106,6 @@ void zet_server_report_error(zet_server_error_t error, const char *message)
     zet_server_end_message(&writer);
 }
 
-/** Reports an error to the host with its standard message. */
 void zet_server_report_error(zet_server_error_t error)
 {
     zet_server_report_error(error, zet_server_error_message(error));

@@ -20,7 +20,6 @@ void zet_server_end_stream()
     zet_server.state = SESSION_CONFIGURED;
 }
 
-/** Ends the session, if there is one. */
 void zet_server_end_session()
 {
     if (zet_server.state != SESSION_IDLE)
@@ -32,7 +31,6 @@ void zet_server_end_session()
     }
 }
 
-/** Ends a session that could not be set up or has failed, and reports why. */
 void zet_server_fail_session(zet_server_error_t error)
 {
     zet_vantor_server_system_destroy_session();
@@ -40,20 +38,16 @@ void zet_server_fail_session(zet_server_error_t error)
     zet_server_report_error(error);
 }
 
-/** Returns whether the host has sent `end`, which no command precedes that needs the session. */
 bool zet_server_is_end_ahead()
 {
     return zet_end_watch_finds_end(&zet_server.end_watch, zet_server.bytes_executed);
 }
 
-/** Returns whether the wait for a sensor has been given up since the last call. */
 bool zet_server_take_given_up_wait()
 {
     return std::exchange(zet_server.wait_given_up, false);
 }
 
-/** Lets the port free what a session has lost: the server needs no memory between commands without a session.
- */
 void zet_server_recover_memory()
 {
     if (zet_server.state == SESSION_IDLE && zet_server.port.recover_memory != nullptr)
@@ -62,7 +56,6 @@ void zet_server_recover_memory()
     }
 }
 
-/** Ends an abandoned stream's session if the `end` ahead was executed, or dropped as a damaged line. */
 void zet_server_end_abandoned_stream()
 {
     if (zet_server.stream_abandoned && !zet_server_is_end_ahead())
@@ -71,7 +64,6 @@ void zet_server_end_abandoned_stream()
     }
 }
 
-/** Measures one frame and sends it. A failure ends the session. */
 void zet_server_measure_frame()
 {
     const char *message = nullptr;
@@ -106,7 +98,6 @@ void schedule_next_frame()
 
 } // namespace
 
-/** Measures a frame if one is due. */
 void zet_server_continue_stream()
 {
     if (zet_server.stream_abandoned)
