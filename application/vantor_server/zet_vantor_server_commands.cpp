@@ -166,7 +166,24 @@ void execute_ping(const command_t *self, const cJSON * /*command*/)
     return true;
 }
 
-/** A session is set up completely or not at all: an error in any item ends it. */
+/** Sets up a session, completely or not at all: an error in any item ends it, and is reported to the host. */
+bool set_up_session(const cJSON *configuration, float *update_rate)
+{
+    const char *message = nullptr;
+    const bool accepted = zet_vantor_server_system_parse_configuration(configuration, update_rate, &message);
+    if (zet_server_take_given_up_wait() && !accepted)
+    {
+        zet_vantor_server_system_destroy_session();
+        return false;
+    }
+    if (!accepted || message != nullptr)
+    {
+        zet_server_fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_CONFIGURATION_REFUSED));
+        return false;
+    }
+    return true;
+}
+
 void execute_configure(const command_t *self, const cJSON *command)
 {
     const cJSON *configuration = cJSON_GetObjectItemCaseSensitive(command, "configuration");
@@ -175,21 +192,9 @@ void execute_configure(const command_t *self, const cJSON *command)
         report_bad_argument(self);
         return;
     }
-    if (!accept_configuration(configuration))
-    {
-        return;
-    }
     float update_rate = -1.0F;
-    const char *message = nullptr;
-    const bool accepted = zet_vantor_server_system_parse_configuration(configuration, &update_rate, &message);
-    if (zet_server_take_given_up_wait() && !accepted)
+    if (!accept_configuration(configuration) || !set_up_session(configuration, &update_rate))
     {
-        zet_vantor_server_system_destroy_session();
-        return;
-    }
-    if (!accepted || message != nullptr)
-    {
-        zet_server_fail_session(zet_server_error_of_backend(message, ZET_SERVER_ERROR_CONFIGURATION_REFUSED));
         return;
     }
     const bool on_demand = zet_vantor_server_system_is_on_demand();

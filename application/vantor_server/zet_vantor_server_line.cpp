@@ -19,6 +19,26 @@ void complete(zet_line_buffer_t *line)
     line->complete = true;
 }
 
+/** Adds a piece of a line, or drops it if the line is too long; returns whether the line is complete. */
+bool take_piece(zet_line_buffer_t *line, const char *piece, size_t length, bool ends_line)
+{
+    if (!line->dropping)
+    {
+        std::memcpy(line->text + line->length, piece, length);
+        line->length += length;
+    }
+    const bool completes = ends_line && !line->dropping;
+    if (completes)
+    {
+        complete(line);
+    }
+    else if (ends_line)
+    {
+        zet_line_buffer_clear(line);
+    }
+    return completes;
+}
+
 } // namespace
 
 void zet_line_buffer_init(zet_line_buffer_t *line, char *text, size_t size)
@@ -59,19 +79,8 @@ zet_line_event_t zet_line_buffer_take(zet_line_buffer_t *line, const char **data
         const size_t taken = line_feed != nullptr ? length + 1 : length;
         *data += taken;
         *size -= taken;
-        if (line->dropping)
+        if (take_piece(line, piece, length, line_feed != nullptr))
         {
-            if (line_feed != nullptr)
-            {
-                zet_line_buffer_clear(line);
-            }
-            continue;
-        }
-        std::memcpy(line->text + line->length, piece, length);
-        line->length += length;
-        if (line_feed != nullptr)
-        {
-            complete(line);
             return ZET_LINE_COMPLETE;
         }
     }

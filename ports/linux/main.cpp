@@ -38,23 +38,11 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
     zet_vantor_server_log(level, module, text);
 }
 
-/** Runs the server with the given options. */
-int run(const options_t &options)
+/** Describes the board to the simulator. */
+zet_simulator_options_t board_options(const options_t &options, const zet_simulator_scene_t &scene)
 {
-    stderr_log_level = options.log_level;
-    zet_simulator_scene_t scene = {};
     zet_simulator_options_t board = {};
-    if (!options.scene_path.empty())
-    {
-        scene = read_scene_file(options.scene_path);
-        board.scene = &scene;
-    }
-    const std::unique_ptr<link_t> link = make_link(options);
-    link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
-    // Not before, so that signals end a lookup of a host name.
-    catch_stop_signals();
-    const auto memory = std::make_unique_for_overwrite<std::byte[]>(options.memory_size);
-    memory_lend(memory.get(), options.memory_size);
+    board.scene = options.scene_path.empty() ? nullptr : &scene;
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
@@ -62,36 +50,72 @@ int run(const options_t &options)
     board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;
     board.log = log_line;
     board.log_level = ZET_LOG_LEVEL_DEBUG;
-    if (!zet_simulator_start(&board))
+    return board;
+}
+
+/** Prints where hosts can connect, and warns if other machines can. */
+void announce(const link_t &link, link_kind_t kind)
+{
+    if (kind != link_kind_t::stdio)
     {
-        print_error("vantor_server: cannot start the simulated board");
-        return EXIT_FAILURE;
+        print_output("listening on " + link.address());
     }
-    if (options.link != link_kind_t::stdio)
+    if (link.is_open_to_network())
     {
-        print_output("listening on " + link->address());
-    }
-    if (link->is_open_to_network())
-    {
-        const std::string warning = "Everyone who can reach " + link->address() +
+        const std::string warning = "Everyone who can reach " + link.address() +
                                     " over the network can use this server; SECURITY.md says more";
         log_line(ZET_LOG_LEVEL_WARNING, "link", warning.c_str());
     }
+}
+
+/** Serves hosts until the program must end; false when the server could not be started. */
+bool serve_hosts(link_t &link, const options_t &options, const zet_simulator_clock_t &clock)
+{
     zet_vantor_server_board_t description = {};
     description.name = options.board_name.c_str();
     description.id = options.board_id.empty() ? nullptr : options.board_id.c_str();
     description.sensors = "simulated";
-    const bool served = serve(*link, board.clock, options.virtual_clock, options.log_level, description);
-    zet_simulator_stop();
+    return serve(link, clock, options.virtual_clock, options.log_level, description);
+}
+
+/** Returns whether the board's memory was freed completely; prints how much was not. */
+bool is_memory_freed()
+{
     zet_vantor_server_memory_t kept = {};
     memory_get(&kept);
     if (kept.live != 0U)
     {
         print_error("vantor_server: " + std::to_string(kept.live) +
                     " bytes of the board's memory were not freed");
+    }
+    return kept.live == 0U;
+}
+
+/** Runs the server with the given options. */
+int run(const options_t &options)
+{
+    stderr_log_level = options.log_level;
+    zet_simulator_scene_t scene = {};
+    if (!options.scene_path.empty())
+    {
+        scene = read_scene_file(options.scene_path);
+    }
+    const std::unique_ptr<link_t> link = make_link(options);
+    link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
+    // Not before, so that signals end a lookup of a host name.
+    catch_stop_signals();
+    const auto memory = std::make_unique_for_overwrite<std::byte[]>(options.memory_size);
+    memory_lend(memory.get(), options.memory_size);
+    const zet_simulator_options_t board = board_options(options, scene);
+    if (!zet_simulator_start(&board))
+    {
+        print_error("vantor_server: cannot start the simulated board");
         return EXIT_FAILURE;
     }
-    return served ? EXIT_SUCCESS : EXIT_FAILURE;
+    announce(*link, options.link);
+    const bool served = serve_hosts(*link, options, board.clock);
+    zet_simulator_stop();
+    return is_memory_freed() && served ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 /** Ends the program after help was printed. */

@@ -170,7 +170,7 @@ bool parse_clock(const std::string &text)
     return text == "virtual";
 }
 
-/** Adds the options for the simulated board. */
+/** Adds the options that describe the simulated board. */
 void add_board_options(CLI::App &app, options_t &options)
 {
     add_number(app, "--sensors", options.sensor_count, "Sensor positions on the board, 1 to 64", 1,
@@ -189,6 +189,11 @@ void add_board_options(CLI::App &app, options_t &options)
            "--id", [&options](const std::string &text) { options.board_id = text; },
            "Identifier of the board, such as a serial number; none by default")
         ->type_name("TEXT");
+}
+
+/** Adds the options for the simulation, and the log level. */
+void add_simulation_options(CLI::App &app, options_t &options)
+{
     add_number(app, "--seed", options.seed, "Seed of the noise: the same seed gives the same frames", 0,
                std::numeric_limits<uint64_t>::max());
     add_number(app, "--memory", options.memory_size,
@@ -299,6 +304,7 @@ options_result_t parse_options(int argc, char **argv, options_t &options)
     app.set_version_flag("--version", std::string("vantor_server ") + VANTOR_SERVER_VERSION);
     add_link_options(app, options);
     add_board_options(app, options);
+    add_simulation_options(app, options);
     try
     {
         check_values(app, {argv + 1, argv + argc});

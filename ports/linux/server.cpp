@@ -92,6 +92,32 @@ void recover_memory()
     }
 }
 
+/** Starts the server core; false when it could not be started. */
+bool start_core(const link_t &link, bool virtual_clock, zet_log_level_t log_level,
+                const zet_vantor_server_board_t &board)
+{
+    static std::array<char, line_size> line;
+
+    // A host confirms a new baud rate in real time, so with a virtual clock the baud rate is fixed.
+    zet_vantor_server_port_t port = {};
+    port.link = {write_to_host, restart_input,   set_baudrate, virtual_clock ? 0 : link.max_baudrate(),
+                 get_tick,      ticks_per_second};
+    port.baudrate = link.baudrate();
+    port.line = line.data();
+    port.line_size = line.size();
+    port.max_values = line_size / 4;
+    port.get_memory = memory_get;
+    port.recover_memory = recover_memory;
+    port.nox_log_level = log_level;
+    port.board = &board;
+    if (!zet_vantor_server_init(&port))
+    {
+        return false;
+    }
+    memory_keep();
+    return true;
+}
+
 /** Serves the connected host until it disconnects; false when the program must end. */
 bool serve_host(link_t &link, bool virtual_clock)
 {
@@ -147,25 +173,10 @@ bool serve(link_t &link, const zet_simulator_clock_t &clock, bool virtual_clock,
 {
     current_link = &link;
     current_clock = clock;
-    static std::array<char, line_size> line;
-
-    // A host confirms a new baud rate in real time, so with a virtual clock the baud rate is fixed.
-    zet_vantor_server_port_t port = {};
-    port.link = {write_to_host, restart_input,   set_baudrate, virtual_clock ? 0 : link.max_baudrate(),
-                 get_tick,      ticks_per_second};
-    port.baudrate = link.baudrate();
-    port.line = line.data();
-    port.line_size = line.size();
-    port.max_values = line_size / 4;
-    port.get_memory = memory_get;
-    port.recover_memory = recover_memory;
-    port.nox_log_level = log_level;
-    port.board = &board;
-    if (!zet_vantor_server_init(&port))
+    if (!start_core(link, virtual_clock, log_level, board))
     {
         return false;
     }
-    memory_keep();
     const std::string stall_reason =
         "it accepted no data for " + std::to_string(link.stall_limit_us() / 1000000) + " s";
     while (link.accept_host())
