@@ -28,17 +28,22 @@ constexpr const char *validate_footer = R"(Examples:
 This does not need a server. docs/configuration.md describes every member. For a valid document, the figures of
 "vantor plan" follow.)";
 
+/** Number of faults that are described in JSON. */
+constexpr size_t most_faults_in_json = 10000;
+
 /** Prints the faults of a document, or its figures. */
 exit_code validate(const std::filesystem::path &file, bool json, const command_streams &streams)
 {
     auto &out = streams.out;
     const auto document = load_configuration(file);
-    const auto faults = check_configuration(document);
-    const auto session = faults.empty() ? std::optional(plan(document)) : std::nullopt;
+    const auto faults = find_faults(document, json ? most_faults_in_json : most_faults);
+    const bool valid = faults.count() == 0;
+    const auto session = valid ? std::optional(plan(document)) : std::nullopt;
     if (json)
     {
-        print_json(out, {{"valid", faults.empty()},
-                         {"faults", faults_json(faults)},
+        print_json(out, {{"valid", valid},
+                         {"faults", faults_json(faults.first())},
+                         {"further_faults", faults.further()},
                          {"figures", session ? plan_json(*session, std::nullopt) : nullptr}});
     }
     else if (session)
@@ -55,7 +60,7 @@ exit_code validate(const std::filesystem::path &file, bool json, const command_s
     {
         print_faults(out, file.string(), faults);
     }
-    return faults.empty() ? exit_code::success : exit_code::bad_file;
+    return valid ? exit_code::success : exit_code::bad_file;
 }
 
 } // namespace

@@ -3,9 +3,11 @@
  */
 #include "commands/validation.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "commands/printable.h"
+#include "configuration/check/shortened.h"
 #include "vantor/configuration.h"
 #include "vantor/configuration_check.h"
 
@@ -29,6 +31,21 @@ std::string nearest_text(const nlohmann::ordered_json &nearest)
     return text;
 }
 
+/** A JSON pointer with long names shortened. */
+std::string place_text(const std::string &pointer)
+{
+    std::string text;
+    size_t start = 1;
+    while (start <= pointer.size())
+    {
+        const auto end = std::min(pointer.find('/', start), pointer.size());
+        text += '/';
+        text += shortened(std::string_view(pointer).substr(start, end - start));
+        start = end + 1;
+    }
+    return text.empty() ? "the document" : text;
+}
+
 } // namespace
 
 command_option no_validate_flag(bool &target)
@@ -39,14 +56,18 @@ command_option no_validate_flag(bool &target)
             .value = &target};
 }
 
-void print_faults(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults)
+void print_faults(std::ostream &out, const std::string &file, const fault_list &faults)
 {
-    for (const auto &fault : faults)
+    for (const auto &fault : faults.first())
     {
-        const auto place = fault.pointer.empty() ? "the document" : fault.pointer;
+        const auto place = place_text(fault.pointer);
         const auto nearest = fault.nearest.is_null() ? "" : "; nearest: " + nearest_text(fault.nearest);
         out << printable(file) << ": " << printable(place) << ": got " << printable(fault.got)
             << "; allowed: " << printable(fault.allowed) << printable(nearest) << "\n";
+    }
+    if (faults.further() > 0)
+    {
+        out << printable(file) << ": and " << faults.further() << " more faults\n";
     }
 }
 
@@ -66,8 +87,8 @@ nlohmann::ordered_json faults_json(const std::vector<configuration_fault> &fault
 void require_valid(const nlohmann::json &configuration, const std::filesystem::path &file, std::ostream &err,
                    const std::string &advice)
 {
-    const auto faults = check_configuration(configuration);
-    if (faults.empty())
+    const auto faults = find_faults(configuration);
+    if (faults.count() == 0)
     {
         return;
     }

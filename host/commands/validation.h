@@ -20,10 +20,10 @@ namespace vantor
 /** `--no-validate`. */
 command_option no_validate_flag(bool &target);
 
-/** Prints one line for each fault of a document. */
-void print_faults(std::ostream &out, const std::string &file, const std::vector<configuration_fault> &faults);
+/** Prints one line for each fault of a document that is described, and the number of the others. */
+void print_faults(std::ostream &out, const std::string &file, const fault_list &faults);
 
-/** The faults of a document as JSON. */
+/** Faults of a document as JSON. */
 nlohmann::ordered_json faults_json(const std::vector<configuration_fault> &faults);
 
 /**

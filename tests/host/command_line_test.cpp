@@ -168,6 +168,34 @@ TEST(command_line, validates_documents)
                 HasSubstr("nearest: \"num_points\": 1, \"start_point\": 3843\n"));
 }
 
+TEST(command_line, counts_the_faults_that_it_does_not_print)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("config.json", json({{"groups", json(300, 7)}}).dump()).string();
+    const auto text = run({"validate", file}).out;
+    EXPECT_THAT(text, HasSubstr("/groups/99: "));
+    EXPECT_THAT(text, testing::Not(HasSubstr("/groups/100: ")));
+    EXPECT_THAT(text, testing::EndsWith("config.json: and 200 more faults\n"));
+    EXPECT_THAT(run({"record", file}).err, HasSubstr("config.json: and 200 more faults\n"));
+    const auto about = json::parse(run({"validate", file, "--json"}).out);
+    EXPECT_EQ(about["faults"].size(), 300U);
+    EXPECT_EQ(about["further_faults"], 0);
+    const auto many = directory.write("many.json", json({{"groups", json(10007, 7)}}).dump()).string();
+    EXPECT_EQ(json::parse(run({"validate", many, "--json"}).out)["further_faults"], 7);
+}
+
+TEST(command_line, shortens_names_in_faults)
+{
+    const test::temporary_directory directory;
+    const std::string name(900000, 'x');
+    const auto file = directory.write(
+        "config.json", json({{"groups", {{{{"sensor_id", 1}, {"config", {{name, 1}}}}}}}}).dump());
+    const auto text = run({"validate", file.string()}).out;
+    const auto start = std::string(40, 'x');
+    EXPECT_THAT(text, HasSubstr("/groups/0/0/config/" + start + "…: got the member \"" + start + "…\"; "));
+    EXPECT_LT(text.size(), 1000U);
+}
+
 TEST(command_line, shows_the_figures_of_a_document)
 {
     const test::temporary_directory directory;

@@ -55,7 +55,9 @@ public:
         {
             result["max_update_rate"] = pick(-1, 100);
         }
-        return check_rules(result).empty() ? result : document();
+        fault_list found;
+        check_rules(result, found);
+        return found.count() == 0 ? result : document();
     }
 
 private:

@@ -3,8 +3,6 @@
  */
 #include "vantor/configuration_check.h"
 
-#include <algorithm>
-
 #include "configuration/check/configuration_rules.h"
 #include "configuration/check/schema_check.h"
 #include "configuration/sensor_knowledge.h"
@@ -13,19 +11,27 @@
 namespace vantor
 {
 
-std::vector<configuration_fault> check_configuration(const nlohmann::json &document)
+fault_list find_faults(const nlohmann::json &document, size_t most)
 {
-    auto found = check_schema(document, configuration_schema());
-    if (found.empty())
+    fault_list found(most);
+    check_schema(document, configuration_schema(), found);
+    if (found.count() == 0)
     {
-        found = check_rules(document);
+        check_rules(document, found);
     }
-    if (found.empty())
+    if (found.count() == 0)
     {
-        found = plan(document).impossible_rates;
-        found.resize(std::min(found.size(), most_faults));
+        for (const auto &fault : plan(document).impossible_rates)
+        {
+            found.add([&] { return fault; });
+        }
     }
     return found;
+}
+
+std::vector<configuration_fault> check_configuration(const nlohmann::json &document)
+{
+    return find_faults(document).first();
 }
 
 } // namespace vantor

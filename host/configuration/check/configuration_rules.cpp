@@ -192,17 +192,16 @@ private:
 };
 
 /** Applies a rule to one object. */
-void check(const placed_rule &rule, const pointer &place, std::vector<configuration_fault> &found)
+void check(const placed_rule &rule, const pointer &place, fault_list &found)
 {
-    if (found.size() < most_faults && !rule.is_kept())
+    if (!rule.is_kept())
     {
-        found.push_back(rule.fault(place));
+        found.add([&] { return rule.fault(place); });
     }
 }
 
 /** Checks the configuration of one item. */
-void check_config(const json &document, const json &config, const pointer &place,
-                  std::vector<configuration_fault> &found)
+void check_config(const json &document, const json &config, const pointer &place, fault_list &found)
 {
     const json nothing = json::object();
     for (const auto &rule : sensor_knowledge()["rules"])
@@ -224,7 +223,7 @@ void check_config(const json &document, const json &config, const pointer &place
 }
 
 /** Checks the items of a group beside each other. */
-void check_group(const json &group, const pointer &place, std::vector<configuration_fault> &found)
+void check_group(const json &group, const pointer &place, fault_list &found)
 {
     std::map<json, int> items;
     for (size_t item = 0; item < group.size(); ++item)
@@ -242,9 +241,8 @@ void check_group(const json &group, const pointer &place, std::vector<configurat
 
 } // namespace
 
-std::vector<configuration_fault> check_rules(const json &document)
+void check_rules(const json &document, fault_list &found)
 {
-    std::vector<configuration_fault> found;
     const auto groups = document.value("groups", json::array());
     for (size_t group = 0; group < groups.size(); ++group)
     {
@@ -255,7 +253,6 @@ std::vector<configuration_fault> check_rules(const json &document)
                          pointer("/groups") / group / item / "config", found);
         }
     }
-    return found;
 }
 
 } // namespace vantor

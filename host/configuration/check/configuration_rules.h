@@ -17,9 +17,9 @@ namespace vantor
  * Checks a document against the rules between members, which are in docs/k330.json.
  *
  * @param document  a document in which every single member is valid according to the schema
- * @return all faults, but at most most_faults
+ * @param found     where faults are added
  */
-std::vector<configuration_fault> check_rules(const nlohmann::json &document);
+void check_rules(const nlohmann::json &document, fault_list &found);
 
 } // namespace vantor
 

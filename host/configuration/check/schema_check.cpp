@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "configuration/check/nearest_word.h"
+#include "configuration/check/shortened.h"
 #include "configuration/word_list.h"
 
 namespace vantor
@@ -108,7 +109,7 @@ json closest_number(double value, const json &schema)
 class checker
 {
 public:
-    explicit checker(const json &root) : root_(root)
+    checker(const json &root, fault_list &found) : root_(root), found_(found)
     {
     }
 
@@ -130,12 +131,6 @@ public:
         check_array(value, schema, place);
     }
 
-    /** The faults found. */
-    std::vector<configuration_fault> take()
-    {
-        return std::move(faults_);
-    }
-
 private:
     /** Resolves a reference. */
     const json &resolve(const json &schema) const
@@ -150,28 +145,16 @@ private:
     /** A value as text, shortened if it is long. */
     static std::string shorten(const json &value)
     {
-        constexpr size_t longest = 40;
-        auto text = value.dump(-1, ' ', false, json::error_handler_t::replace);
-        if (text.size() <= longest)
-        {
-            return text;
-        }
-        auto end = longest;
-        while ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U)
-        {
-            // Do not cut a multi-byte character.
-            --end;
-        }
-        return text.substr(0, end) + "…";
+        return shortened(value.dump(-1, ' ', false, json::error_handler_t::replace));
     }
 
     void add(const json::json_pointer &place, std::string got, std::string allowed,
              nlohmann::ordered_json nearest = {})
     {
-        if (faults_.size() < most_faults)
-        {
-            faults_.push_back({place.to_string(), std::move(got), std::move(allowed), std::move(nearest)});
-        }
+        found_.add([&] {
+            return configuration_fault{place.to_string(), std::move(got), std::move(allowed),
+                                       std::move(nearest)};
+        });
     }
 
     void check_enum(const json &value, const json &schema, const json::json_pointer &place)
@@ -248,7 +231,7 @@ private:
                 names.push_back(known);
             }
             const auto nearest = nearest_word(name, names);
-            add(place / name, "the member \"" + name + "\"",
+            add(place / name, "the member \"" + shortened(name) + "\"",
                 "only " + (nearest.is_null() ? join(names, ", ") : std::string("the documented members")),
                 nearest);
         }
@@ -294,16 +277,14 @@ private:
     }
 
     const json &root_;
-    std::vector<configuration_fault> faults_;
+    fault_list &found_;
 };
 
 } // namespace
 
-std::vector<configuration_fault> check_schema(const json &document, const json &schema)
+void check_schema(const json &document, const json &schema, fault_list &found)
 {
-    checker walk(schema);
-    walk.check(document, schema, json::json_pointer());
-    return walk.take();
+    checker(schema, found).check(document, schema, json::json_pointer());
 }
 
 } // namespace vantor

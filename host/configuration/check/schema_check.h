@@ -23,9 +23,9 @@ namespace vantor
  *
  * @param document  the document
  * @param schema    the schema, which may use only the keywords above
- * @return all faults, but at most most_faults, in the order of the document
+ * @param found     where faults are added, in the order of the document
  */
-std::vector<configuration_fault> check_schema(const nlohmann::json &document, const nlohmann::json &schema);
+void check_schema(const nlohmann::json &document, const nlohmann::json &schema, fault_list &found);
 
 } // namespace vantor
 

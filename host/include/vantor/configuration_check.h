@@ -18,8 +18,12 @@ namespace vantor
  * members, then against the highest rates of a simulated sensor. It does not check which sensors a server
  * has.
  *
- * @return all faults, but at most most_faults; empty if the document is valid
+ * @param most  how many faults to describe
+ * @return the faults; none if the document is valid
  */
+fault_list find_faults(const nlohmann::json &document, size_t most = most_faults);
+
+/** Like find_faults, but returns only those that are described. */
 std::vector<configuration_fault> check_configuration(const nlohmann::json &document);
 
 } // namespace vantor
