@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <utility>
 
 #include "client/tcp_listener.h"
 #include "commands/common_options.h"
@@ -29,10 +30,11 @@ constexpr const char *replay_footer = R"(Examples:
       records the frames that are replayed
   vantor replay recordings/garage --tcp 6110 --speed max
 
-The server sends the metadata and the frames of the recording, at the pace at which they were measured, and
-starts again after the last frame. --speed changes the pace, but not the ticks in the frames. "vantor record"
-needs no configuration: it uses that of the recording. Others are refused, unless they measure the same.
-A second host gets the error "busy". Press Ctrl-C to stop the server.)";
+The server sends the metadata and the frames of the recording, at the pace at which they were measured. After
+the last frame it starts again, with ticks that continue as if there were no jump, and prints that it does.
+--speed changes the pace, but not the ticks in the frames. "vantor record" needs no configuration: it uses that
+of the recording. Others are refused, unless they measure the same. A second host gets the error "busy".
+Press Ctrl-C to stop the server.)";
 
 /** How long to wait for a host at a time. */
 constexpr std::chrono::minutes host_patience{1};
@@ -95,12 +97,24 @@ private:
     /** Serves a host until it disconnects; shows on a terminal how many frames were sent. */
     void serve(link &host)
     {
-        replay_server server(recording_, host, *loop_, counts_, speed_);
+        bool announced = false;
+        replay_server server(recording_, host, *loop_, counts_, {.speed = speed_, .started_again = [&] {
+                                                                     if (!std::exchange(announced, true))
+                                                                     {
+                                                                         announce_next_lap();
+                                                                     }
+                                                                 }});
         progress_line progress(streams_.err, streams_.terminal, {});
         server.run([&] {
             progress.update(counts_.frames);
             return interrupt_watch::interrupted();
         });
+    }
+
+    /** Prints that the recording starts again; once for each host. */
+    void announce_next_lap()
+    {
+        streams_.out << "starts again after the last of " << recording_.frames() << " frames\n" << std::flush;
     }
 
     recording_reader &recording_;

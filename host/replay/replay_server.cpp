@@ -47,9 +47,9 @@ bool is_log_level(const nlohmann::json &value)
 } // namespace
 
 replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
-                             double speed)
-    : recording_(recording), host_(host), counts_(counts),
-      source_(recording, {.speed = speed, .endless = true}, loop)
+                             replay_settings settings)
+    : recording_(recording), host_(host), counts_(counts), settings_(std::move(settings)),
+      source_(recording, {.speed = settings_.speed, .endless = true}, loop)
 {
 }
 
@@ -84,6 +84,12 @@ void replay_server::send_due_frame()
 /** Sends a frame. */
 void replay_server::send(const frame &played)
 {
+    if (lap_frames_ == recording_.frames())
+    {
+        lap_frames_ = 0;
+        settings_.started_again();
+    }
+    ++lap_frames_;
     send(encode_frame(played));
     ++counts_.frames;
 }
@@ -359,11 +365,13 @@ void replay_server::configure(const nlohmann::json &command)
     {
         refuse("configuration_refused", difference_text(*difference) +
                                             " A recording can only be replayed with its own configuration, "
-                                            "which \"identify\" contains.");
+                                            "which \"identify\" contains; \"vantor record\" without CONFIG "
+                                            "uses it.");
         return;
     }
     state_ = state::configured;
     source_.rewind();
+    lap_frames_ = 0;
     send_message(recording_.session().metadata.document);
 }
 

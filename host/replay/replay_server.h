@@ -32,6 +32,15 @@ struct replay_counts
     std::map<std::string, uint64_t> errors; /**< how often each error code was sent */
 };
 
+/** How a recording is served. */
+struct replay_settings
+{
+    /** how much faster than measured the frames are sent; infinite for as fast as possible */
+    double speed = 1.0;
+    /** called before the first frame is sent again, after the last one */
+    std::function<void()> started_again = [] {};
+};
+
 /**
  * Serves a recording to one host. It accepts a configuration that measures what was recorded, and answers
  * with the metadata of the recording. "identify" contains the configuration of the recording.
@@ -44,10 +53,9 @@ public:
      * @param host       the link to the host
      * @param loop       the loop of the link
      * @param counts     what was counted with earlier hosts; continued
-     * @param speed      how much faster than measured the frames are sent; infinite for as fast as possible
      */
     replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
-                  double speed = 1.0);
+                  replay_settings settings = {});
 
     /**
      * Serves the host until it disconnects. A client that sends HTTP or TLS is disconnected.
@@ -107,11 +115,13 @@ private:
     recording_reader &recording_;
     link &host_;
     replay_counts &counts_;
+    replay_settings settings_;
     playback_source source_;
     state state_ = state::idle;
     client_kind client_ = client_kind::unknown;
-    std::string input_;     /**< the line that is being received */
-    bool dropping_ = false; /**< the line is too long: its rest is discarded */
+    uint64_t lap_frames_ = 0; /**< sent since the first frame of the recording */
+    std::string input_;       /**< the line that is being received */
+    bool dropping_ = false;   /**< the line is too long: its rest is discarded */
 };
 
 } // namespace vantor

@@ -135,7 +135,8 @@ protected:
     {
         recording_reader recording(directory / "out");
         replay_counts counts;
-        replay_server server(recording, *host, loop, counts, speed);
+        replay_server server(recording, *host, loop, counts,
+                             {.speed = speed, .started_again = [this] { laps.push_back(clock.now()); }});
         send(0ms, "configure");
         send(5ms, "start");
         server.run([&] {
@@ -180,7 +181,8 @@ protected:
     test::scripted_line line{clock};
     std::unique_ptr<link> host = line.open();
     moment last_asked{};
-    moment longest_pause{}; /**< between two questions whether to stop */
+    std::vector<moment> laps; /**< when the recording started again */
+    moment longest_pause{};   /**< between two questions whether to stop */
 
 private:
     test::temporary_directory directory;
@@ -205,6 +207,7 @@ TEST_F(replay_pace, starts_again_after_the_last_frame)
     record({0, 20000, 40000});
     serve(130ms);
     EXPECT_THAT(frames(), testing::ElementsAre(5ms, 25ms, 45ms, 65ms, 85ms, 105ms, 125ms));
+    EXPECT_THAT(laps, testing::ElementsAre(65ms, 125ms));
 }
 
 TEST_F(replay_pace, catches_up_after_a_host_that_was_slow)
@@ -454,6 +457,17 @@ TEST(replay, refuses_wrong_members_of_commands)
     }
     EXPECT_EQ(code_after(*connection, "{\"command\":\"log\",\"level\":\"OFF\"}\n"), "none");
     EXPECT_EQ(code_after(*connection, "{\"command\":\"baudrate\",\"baudrate\":9600}\n"), "baudrate_fixed");
+}
+
+TEST_F(replay_pace, starts_with_the_first_frame_in_each_session)
+{
+    record({0, 20000, 40000});
+    send(30ms, "end");
+    send(31ms, "configure");
+    send(35ms, "start");
+    serve(94ms);
+    EXPECT_THAT(frames(), testing::ElementsAre(5ms, 25ms, 35ms, 55ms, 75ms));
+    EXPECT_THAT(laps, testing::IsEmpty());
 }
 
 TEST_F(replay_pace, is_counted)
