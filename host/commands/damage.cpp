@@ -21,11 +21,7 @@ std::string describe_damage(const recording_check &check)
 void warn_of_damage(const recording_reader &recording, const command_streams &streams,
                     const std::function<void()> &stop)
 {
-    const auto check = check_recording(recording.directory(),
-                                       [&, show = show_progress(streams)](uint64_t done, uint64_t total) {
-                                           show(done, total);
-                                           stop();
-                                       });
+    const auto check = check_recording(recording.directory(), show_progress(streams), stop);
     if (!check.faults.empty())
     {
         streams.err << "vantor: warning: "

@@ -23,7 +23,7 @@ std::string describe_damage(const recording_check &check);
  *
  * @param recording  the recording; the warning is for a command that uses it all the same
  * @param streams    where to print
- * @param stop       called after each frame; an exception ends the check
+ * @param stop       called often; an exception ends the check
  */
 void warn_of_damage(const recording_reader &recording, const command_streams &streams,
                     const std::function<void()> &stop);

@@ -33,8 +33,9 @@ std::string part_of(uint64_t part, uint64_t all)
 class checker
 {
 public:
-    checker(recording_documents documents, bool in_progress, const check_progress &progress)
-        : progress_(progress), documented_(std::ranges::any_of(documents.items, is_finished)),
+    checker(recording_documents documents, bool in_progress, const check_progress &progress,
+            const check_stop &stop)
+        : progress_(progress), stop_(stop), documented_(std::ranges::any_of(documents.items, is_finished)),
           no_gaps_(read_captures(documents),
                    period_of_unlisted_gaps(documents.session, documented_, read_captures(documents))),
           gaps_(no_gaps_)
@@ -85,6 +86,15 @@ private:
     [[nodiscard]] std::filesystem::path table_of(const recorded_item &item) const
     {
         return check_.documents.directory / (item.name + ".frames.csv");
+    }
+
+    /** Gives the caller the opportunity to end the check. */
+    void allow_stop() const
+    {
+        if (stop_)
+        {
+            stop_();
+        }
     }
 
     void add_fault(std::string text)
@@ -153,6 +163,7 @@ private:
             found.rows_size = table.position();
             while (table.next())
             {
+                allow_stop();
                 ++found.rows;
                 found.rows_size = table.position();
             }
@@ -281,7 +292,7 @@ private:
     }
 
     /** The digest of the start of a file. */
-    static std::string digest_of(const input_file &file, uint64_t end)
+    [[nodiscard]] std::string digest_of(const input_file &file, uint64_t end) const
     {
         sha512 digest;
         add_bytes(file, 0, end, digest);
@@ -333,6 +344,7 @@ private:
             {
                 throw bad_recording("The recording changes while it is read.");
             }
+            allow_stop();
             digest.update(bytes);
             add_frame(found, table.require(), samples, pass_frame(number, first.require(), watch));
             if (progress_)
@@ -372,11 +384,12 @@ private:
     }
 
     /** Adds a part of a file to a digest. */
-    static void add_bytes(const input_file &data, uint64_t position, uint64_t end, sha512 &digest)
+    void add_bytes(const input_file &data, uint64_t position, uint64_t end, sha512 &digest) const
     {
         std::array<std::byte, 65536> buffer{};
         while (position < end)
         {
+            allow_stop();
             const auto wanted = std::min<uint64_t>(buffer.size(), end - position);
             const auto count = data.read(position, std::span(buffer).first(wanted));
             digest.update(std::span(buffer).first(count));
@@ -408,6 +421,7 @@ private:
 
     recording_check check_;
     const check_progress &progress_;
+    const check_stop &stop_;
     bool documented_;    /**< the documents list the gaps */
     gap_finder no_gaps_; /**< before the first frame */
     gap_finder gaps_;    /**< of the frames that have been read */
@@ -440,11 +454,12 @@ bool is_being_recorded(const std::filesystem::path &directory)
 
 } // namespace
 
-recording_check check_recording(const std::filesystem::path &place, const check_progress &progress)
+recording_check check_recording(const std::filesystem::path &place, const check_progress &progress,
+                                const check_stop &stop)
 {
     // First: if the recorder has ended, the documents that are read now are the final ones.
     const bool in_progress = is_being_recorded(recording_directory(place));
-    return checker(read_documents(place), in_progress, progress).run();
+    return checker(read_documents(place), in_progress, progress, stop).run();
 }
 
 } // namespace vantor

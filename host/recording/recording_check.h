@@ -54,16 +54,21 @@ struct recording_check
 /** Receives how many frames of how many have been read. */
 using check_progress = std::function<void(uint64_t done, uint64_t total)>;
 
+/** Is called often while files are read; an exception ends the check. */
+using check_stop = std::function<void()>;
+
 /**
  * Checks a recording: the sizes of all files, the numbers of frames and rows, and the digests. A recording
  * whose program was killed is not damaged, only not finished.
  *
  * @param place     the directory of the recording, or any of its SigMF documents
  * @param progress  is called after each frame of each item; may be empty
+ * @param stop      may be empty
  * @throws bad_recording if there is no recording
  * @throws damaged_recording if none of its documents describes the session
  */
-recording_check check_recording(const std::filesystem::path &place, const check_progress &progress = {});
+recording_check check_recording(const std::filesystem::path &place, const check_progress &progress = {},
+                                const check_stop &stop = {});
 
 } // namespace vantor
 

@@ -14,6 +14,7 @@
 #include "recording/repair.h"
 #include "recording/sha512.h"
 #include "recording_files.h"
+#include "vantor/errors.h"
 #include "vantor/recording_error.h"
 #include "written_recordings.h"
 
@@ -59,6 +60,54 @@ TEST(recording_check, finds_no_fault_in_a_complete_recording)
     EXPECT_EQ(check.items[0].figures.channel.highest, 0.75);
     EXPECT_EQ(check.items[1].figures.channel.valid, 0U);
     EXPECT_EQ(check.items[2].figures.seconds, 0.02);
+}
+
+TEST(recording_check, can_be_stopped_while_it_reads_data_without_rows)
+{
+    const recording_files files(true);
+    for (const auto &[name, content] : files.original)
+    {
+        if (name.ends_with(".frames.csv"))
+        {
+            files.write(name, content.substr(0, content.find('\n') + 1));
+        }
+    }
+    constexpr uint64_t blocks = 10;
+    constexpr uint64_t announced = 1000000;
+    for (const auto &[name, content] : files.original)
+    {
+        if (name.ends_with(".sigmf-meta"))
+        {
+            auto document = nlohmann::json::parse(content);
+            document["global"]["vantor:frames"] = announced;
+            files.write(name, document.dump());
+        }
+        else if (name.ends_with(".sigmf-data"))
+        {
+            std::filesystem::resize_file(files.path / name,
+                                         announced * content.size() / recording_files::frames);
+        }
+    }
+    uint64_t asked = 0;
+    const auto stop = [&] {
+        if (++asked == blocks)
+        {
+            throw cancelled();
+        }
+    };
+    EXPECT_THROW(check_recording(files.path, {}, stop), cancelled);
+}
+
+TEST(recording_check, can_be_stopped_while_it_counts_rows)
+{
+    const recording_files files(true);
+    unsigned asked = 0;
+    const auto stop = [&] {
+        ++asked;
+        throw cancelled();
+    };
+    EXPECT_THROW(check_recording(files.path, {}, stop), cancelled);
+    EXPECT_EQ(asked, 1U);
 }
 
 TEST(recording_check, is_right_about_each_file_cut_at_each_byte)
