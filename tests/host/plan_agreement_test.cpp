@@ -218,7 +218,8 @@ TEST(plan_agreement, exists_for_generated_documents)
         server->end();
     }
     EXPECT_GT(accepted, test::campaign_size() / 2);
-    EXPECT_GT(different, 0U);
+    // About every fiftieth document has them.
+    EXPECT_GE(different, test::campaign_size() / 200);
 }
 
 TEST(plan_agreement, exists_at_the_highest_rates)
