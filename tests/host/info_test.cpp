@@ -194,7 +194,8 @@ TEST(info, says_what_is_unknown_without_metadata_and_frames)
     EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr("started unknown, vantor_server 0.1.0\n"));
     const test::temporary_directory directory;
     recording_writer(directory / "out", test::example_description()).finish();
-    EXPECT_THAT(run({"info", (directory / "out").string()}).out, testing::ContainsRegex(" - +-\n"));
+    EXPECT_THAT(run({"info", (directory / "out").string()}).out,
+                testing::ContainsRegex(" - +- \\(no valid frame\\)\n"));
     const auto about = json::parse(run({"info", (directory / "out").string(), "--json"}).out);
     EXPECT_EQ(about["items"][0]["mean_level"], nullptr);
 }
