@@ -133,8 +133,8 @@ std::string level_name(const recorded_item &item, const item_analysis &analysis)
     {
         const auto distance = fixed(analysis.distance, 3) + " m";
         const auto nearest = place_name(item, analysis.point);
-        return "strongest echo at " + distance +
-               (nearest == distance ? "" : " (nearest point " + nearest + ")") + saturated;
+        const bool same = analysis.clipped || nearest == distance;
+        return "strongest echo at " + distance + (same ? saturated : " (nearest point " + nearest + ")");
     }
     const auto place = (analysis.given ? "echo at " : "highest level at ") + place_name(item, analysis.point);
     return place + (analysis.given && analysis.mostly_noise ? share_text(analysis.share) : "") + saturated;

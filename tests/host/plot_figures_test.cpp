@@ -305,6 +305,8 @@ TEST(caption, describes_motion_and_doubtful_frames)
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m");
     analysis.distance = 0.2009;
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.201 m (nearest point 0.200 m)");
+    analysis.clipped = true;
+    EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.201 m (saturated)");
     analysis.distance = 0.2004;
     analysis.clipped = true;
     EXPECT_EQ(describe_echo(item, analysis), "strongest echo at 0.200 m (saturated)");
