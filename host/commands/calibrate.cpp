@@ -73,6 +73,7 @@ std::shared_ptr<const session_metadata> configure(client &server, const nlohmann
 exit_code calibrate(const calibrate_options &options, std::ostream &out)
 {
     require_different("--sensor", options.sensors);
+    require_no_recording_name("--output", options.output);
     require_replaceable(options.output);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);

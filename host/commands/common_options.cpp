@@ -65,6 +65,16 @@ void require_different(const char *option, const std::vector<uint64_t> &values)
     }
 }
 
+void require_no_recording_name(const char *option, const std::filesystem::path &file)
+{
+    if (file.extension().string().starts_with(".sigmf-"))
+    {
+        throw usage_error(std::string(option) + ": \"" + file.string() +
+                          "\" is a name for a file of a recording; choose another one, such as " +
+                          file.stem().string() + ".json");
+    }
+}
+
 void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected)
 {
     for (const auto id : sensors)

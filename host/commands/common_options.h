@@ -38,6 +38,9 @@ command_option optional_configuration_argument(std::filesystem::path &target);
 /** Rejects a value that an option has twice; throws usage_error. */
 void require_different(const char *option, const std::vector<uint64_t> &values);
 
+/** Rejects an output file with a name that files of recordings have; throws usage_error. */
+void require_no_recording_name(const char *option, const std::filesystem::path &file);
+
 /** Throws an error if one of the sensors is not among those that are connected to a server. */
 void require_connected(const std::vector<uint64_t> &sensors, const std::vector<unsigned> &connected);
 

@@ -152,6 +152,7 @@ void check_options(const plan_options &options)
     {
         throw usage_error("--resolution, --velocity, --rate, --sensor and --output need --distance.");
     }
+    require_no_recording_name("--output", options.output);
 }
 
 /** Replaces figures by those that a server reports. */

@@ -80,6 +80,37 @@ std::vector<std::filesystem::path> missing_directories(const std::filesystem::pa
     return missing;
 }
 
+/** The directories of a file that did not exist before; removed again unless they are kept. */
+class new_directories
+{
+public:
+    explicit new_directories(const std::filesystem::path &file) : created_(missing_directories(file))
+    {
+    }
+    new_directories(const new_directories &) = delete;
+    new_directories &operator=(const new_directories &) = delete;
+    new_directories(new_directories &&) = delete;
+    new_directories &operator=(new_directories &&) = delete;
+
+    ~new_directories()
+    {
+        for (const auto &directory : created_)
+        {
+            std::error_code ignored;
+            std::filesystem::remove(directory, ignored);
+        }
+    }
+
+    /** Leaves them where they are. */
+    void keep() noexcept
+    {
+        created_.clear();
+    }
+
+private:
+    std::vector<std::filesystem::path> created_; /**< from the innermost on */
+};
+
 /** Throws recording_error if a file cannot be replaced because of what is at its path. */
 void check_place(const std::filesystem::path &path)
 {
@@ -264,15 +295,8 @@ void require_no_link_in_recording(const std::filesystem::path &path)
 void require_replaceable(const std::filesystem::path &path, link_rule links)
 {
     const signals_blocked blocked;
-    const auto missing = missing_directories(path);
-    {
-        const new_version tried(path, links);
-    }
-    for (const auto &directory : missing)
-    {
-        std::error_code ignored;
-        std::filesystem::remove(directory, ignored);
-    }
+    const new_directories removed_again(path);
+    const new_version tried(path, links);
 }
 
 void remove_temporary_files(const std::filesystem::path &directory,
@@ -291,9 +315,11 @@ void remove_temporary_files(const std::filesystem::path &directory,
 void replace_files(const std::vector<file_text> &files, link_rule links)
 {
     const signals_blocked blocked;
+    std::deque<new_directories> directories;
     std::deque<new_version> versions;
     for (const auto &file : files)
     {
+        directories.emplace_back(file.path);
         auto &version = versions.emplace_back(file.path, links);
         version.file().append(file.text);
         version.finish();
@@ -301,6 +327,10 @@ void replace_files(const std::vector<file_text> &files, link_rule links)
     for (auto &version : versions)
     {
         version.put_into_place();
+    }
+    for (auto &created : directories)
+    {
+        created.keep();
     }
 }
 

@@ -347,6 +347,22 @@ TEST(command_line, warns_of_a_document_without_items)
     EXPECT_EQ(err.str(), "");
 }
 
+TEST(command_line, does_not_write_to_files_of_recordings)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("session.sigmf-collection", "old").string();
+    for (const std::vector<std::string> &command :
+         {std::vector<std::string>{"plan", "--distance", "5", "--output", file},
+          {"calibrate", "--output", file, "--connect", "tcp:127.0.0.1:1"}})
+    {
+        const auto refused = run(command);
+        EXPECT_EQ(refused.code, exit_code::usage);
+        EXPECT_THAT(refused.err, HasSubstr("is a name for a file of a recording; choose another one, such as "
+                                           "session.json\n"));
+        EXPECT_EQ(test::read_file(file), "old");
+    }
+}
+
 TEST(command_line, refuses_wishes_without_sense)
 {
     const std::vector<std::pair<std::vector<std::string>, const char *>> cases = {

@@ -244,5 +244,15 @@ TEST(require_replaceable, changes_nothing)
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
 
+TEST(replace_files, leaves_no_new_directory_if_it_fails)
+{
+    const temporary_directory directory;
+    const auto file = directory / "x" / "y" / std::string(300, 'n');
+    EXPECT_THROW(replace_files({{.path = file, .text = "text"}}), recording_error);
+    EXPECT_FALSE(std::filesystem::exists(directory / "x"));
+    EXPECT_THROW(require_replaceable(file), recording_error);
+    EXPECT_FALSE(std::filesystem::exists(directory / "x"));
+}
+
 } // namespace
 } // namespace vantor::test
