@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <ostream>
 
 #include "commands/common_options.h"
@@ -49,6 +50,12 @@ void add(case_counts &counts, verdict outcome)
     counts.passed += outcome == verdict::passed ? 1U : 0U;
     counts.failed += outcome == verdict::failed ? 1U : 0U;
     counts.skipped += outcome == verdict::skipped ? 1U : 0U;
+}
+
+/** Whether a case failed with what the first case that failed got. */
+bool repeats(const case_result &result, const std::optional<case_result> &first)
+{
+    return first && result.outcome == verdict::failed && result.got == first->got;
 }
 
 /** Prints the result of a case. */
@@ -98,6 +105,12 @@ exit_code test_server(const selftest_options &options, const command_streams &st
     const auto timeouts = timeouts_of(options);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
+    if (std::holds_alternative<simulator_address>(where) && !options.json)
+    {
+        streams.out << "Lines with \"error:\" are from the log of the simulated server: some cases provoke "
+                       "errors.\n"
+                    << std::flush;
+    }
     selftest::bench on([&] { return open_link(where, timeouts.connect, loop); },
                        {.serial = std::holds_alternative<serial_address>(where),
                         .closes_with_host = std::holds_alternative<tcp_address>(where) ||
@@ -129,6 +142,8 @@ client_timeouts timeouts_of(const selftest_options &options)
 exit_code run_selftest(const selftest_options &options, const command_streams &streams, selftest::bench &on)
 {
     case_counts counts;
+    std::optional<case_result> first_failure;
+    unsigned repeated = 0;
     auto cases = nlohmann::ordered_json::array();
     selftest::run_cases(on, [&](const case_result &result) {
         add(counts, result.outcome);
@@ -136,9 +151,18 @@ exit_code run_selftest(const selftest_options &options, const command_streams &s
         {
             cases.push_back(case_document(result));
         }
+        else if (repeats(result, first_failure))
+        {
+            ++repeated;
+            streams.out << "FAILED   " << result.name << ": as the first case that failed\n" << std::flush;
+        }
         else
         {
             print_case(streams.out, result);
+        }
+        if (!first_failure && result.outcome == verdict::failed)
+        {
+            first_failure = result;
         }
     });
     if (options.json)
@@ -153,6 +177,11 @@ exit_code run_selftest(const selftest_options &options, const command_streams &s
     {
         streams.out << counts.passed << " passed, " << counts.failed << " failed, " << counts.skipped
                     << " skipped\n";
+        if (repeated > 0)
+        {
+            streams.out << "\"" << first_failure->name << "\" failed first, and " << repeated
+                        << " others in the same way: begin with it\n";
+        }
     }
     return counts.failed == 0 ? exit_code::success : exit_code::failure;
 }

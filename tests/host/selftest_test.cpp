@@ -114,6 +114,18 @@ TEST_F(selftest_test, waits_until_the_given_time_out)
     EXPECT_EQ(timeouts_of({}).frame, 10s);
 }
 
+TEST_F(selftest_test, reports_equal_failures_in_one_line)
+{
+    EXPECT_EQ(run(), exit_code::failure);
+    // The scripted server answers every command that it does not know.
+    EXPECT_THAT(out.str(),
+                HasSubstr("\nFAILED   \"stats\" counts what was sent and received: as the first case that "
+                          "failed\n"));
+    EXPECT_THAT(out.str(),
+                EndsWith("\"several commands sent at once are answered in order\" failed first, and 1 "
+                         "others in the same way: begin with it\n"));
+}
+
 TEST_F(selftest_test, ends_when_the_server_can_no_longer_be_reached)
 {
     server.on("ping", [this](host_connection &, const json &) { server.on("end", stay_silent); });
