@@ -13,6 +13,10 @@ serial_link::serial_link(const serial_address &where, std::shared_ptr<event_loop
 {
     boost::system::error_code failure;
     stream().open(where.device, failure);
+    if (failure == boost::system::errc::inappropriate_io_control_operation)
+    {
+        throw connect_error("Cannot open " + where.device + ": it is not a serial device.");
+    }
     if (failure)
     {
         throw connect_error("Cannot open the serial device " + where.device + ": " + failure.message() +

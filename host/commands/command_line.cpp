@@ -78,6 +78,7 @@ exit_code report_current_exception(std::ostream &err)
     }
     catch (const cancelled &)
     {
+        err << "vantor: interrupted\n";
         return exit_code::interrupted;
     }
     catch (const address_error &failure)

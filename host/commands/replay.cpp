@@ -158,12 +158,11 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     catch (const cancelled &) // NOLINT(bugprone-empty-catch): by a signal
     {
     }
-    if (!interrupt_watch::interrupted())
+    if (interrupt_watch::interrupted())
     {
-        return exit_code::success;
+        streams.out << "stopped; hosts served: " << service.served() << "\n";
     }
-    streams.out << "interrupted; hosts served: " << service.served() << "\n";
-    return exit_code::interrupted;
+    return exit_code::success;
 }
 
 } // namespace

@@ -91,11 +91,11 @@ class Cancellation(unittest.TestCase):
         self.addCleanup(process.kill)
         return process
 
-    def ends_at(self, process, number=signal.SIGINT):
-        """A signal ends a command, which prints no error; returns what it printed."""
+    def ends_at(self, process, number=signal.SIGINT, expected="vantor: interrupted\n"):
+        """A signal ends a command, which prints these errors; returns what else it printed."""
         process.send_signal(number)
         output, errors = process.communicate(timeout=BOUND)
-        self.assertEqual((process.returncode, errors), (130, ""))
+        self.assertEqual((process.returncode, errors), (130, expected))
         return output
 
     def commands(self, address):
@@ -153,7 +153,7 @@ class Cancellation(unittest.TestCase):
             process = self.start(*self.commands(server.address)[3])
             server.wait_for("start")
             answers["end"] = b""
-            self.assertIn("0 frames", self.ends_at(process))
+            self.assertIn("0 frames", self.ends_at(process, expected=""))
             self.assertEqual(server.received[-1], "end")
             check_recording(self.output, True)
 
@@ -172,8 +172,8 @@ class Cancellation(unittest.TestCase):
         process = self.start("scan", *[os.ttyname(far)] * 200)
         self.assertIn(b"end", os.read(near, 100))
         process.send_signal(signal.SIGTERM)
-        process.communicate(timeout=BOUND)
-        self.assertEqual(process.returncode, 130)
+        _, errors = process.communicate(timeout=BOUND)
+        self.assertEqual((process.returncode, errors), (130, "vantor: interrupted\n"))
 
     def test_a_host_name_that_is_looked_up_forever(self):
         if "VANTOR_STUCK_LOOKUP" not in os.environ:

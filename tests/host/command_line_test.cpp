@@ -136,6 +136,8 @@ TEST(command_line, scans_devices_without_a_server)
     const auto text = run({"scan", "/dev/does-not-exist", "/dev/null"});
     EXPECT_EQ(text.code, exit_code::no_connection);
     EXPECT_THAT(text.err, HasSubstr("no serial device answers"));
+    EXPECT_EQ(run({"identify", "--connect", "serial:/dev/null"}).err,
+              "vantor: Cannot open /dev/null: it is not a serial device.\n");
     EXPECT_EQ(json::parse(run({"scan", "/dev/does-not-exist", "--json"}).out), json::array());
 }
 
