@@ -174,24 +174,56 @@ std::optional<echo_motion> path_follower::finish()
 
 motion_tracker::motion_tracker(const recorded_item &item, const std::vector<std::complex<double>> &means,
                                const std::vector<background> &around)
-    : item_(item), means_(means), around_(around), levels_(item.layout.sweep_length),
-      follower_(item.layout.sweeps() > 1 ? sweep_rate(item) : 0.0)
+    : item_(item), means_(means), nothing_(means.size()), around_(around), levels_(item.layout.sweep_length),
+      sweep_rate_(item.layout.sweeps() > 1 ? sweep_rate(item) : 0.0), follower_(sweep_rate_)
 {
 }
 
 void motion_tracker::add(double seconds, std::span<const sample> samples)
 {
-    follower_.add(find(seconds, samples));
+    follower_.add(find(seconds, samples, means_));
+    if (const auto position = find(seconds, samples, nothing_))
+    {
+        add_slow(*position);
+    }
 }
 
-/** The strongest moving echo of a frame, if it is above the noise. */
-std::optional<echo_position> motion_tracker::find(double seconds, std::span<const sample> samples)
+/** Adds a position of the strongest echo, whether it moves or not. */
+void motion_tracker::add_slow(const echo_position &position)
+{
+    const bool is_first = slow_.count() == 0.0;
+    slow_nearest_ = is_first ? position.distance : std::min(slow_nearest_, position.distance);
+    slow_farthest_ = is_first ? position.distance : std::max(slow_farthest_, position.distance);
+    slow_width_ = std::max(slow_width_, position.width);
+    slow_.add(position);
+}
+
+std::optional<echo_motion> motion_tracker::finish()
+{
+    const auto found = follower_.finish();
+    const bool moves =
+        slow_.count() >= fewest_for_slope && slow_farthest_ - slow_nearest_ > slow_width_ / 10.0;
+    const auto slope = moves ? slow_.slope() : std::nullopt;
+    if (!slope || (found && found->fastest))
+    {
+        return found;
+    }
+    return echo_motion{
+        .nearest = slow_nearest_,
+        .farthest = slow_farthest_,
+        .fastest = echo_velocity{.from_distance = *slope,
+                                 .from_phase = std::arg(slow_.turn()) * metres_per_radian() * sweep_rate_}};
+}
+
+/** The strongest echo of a frame without what rests, if it is above the noise. */
+std::optional<echo_position> motion_tracker::find(double seconds, std::span<const sample> samples,
+                                                  const resting &rest)
 {
     const size_t length = levels_.size();
     std::fill(levels_.begin(), levels_.end(), 0.0);
     for (size_t i = 0; i < samples.size(); ++i)
     {
-        levels_[i % length] += std::abs(std::complex<double>(samples[i]) - means_[i % length]);
+        levels_[i % length] += std::abs(std::complex<double>(samples[i]) - rest[i % length]);
     }
     const auto sweeps = item_.layout.sweeps();
     for (auto &level : levels_)
@@ -214,7 +246,7 @@ std::optional<echo_position> motion_tracker::find(double seconds, std::span<cons
     return echo_position{.seconds = seconds,
                          .distance = echo_distance(item_, levels_, *point),
                          .width = pulse_width(item_, subsweep),
-                         .turn = turn_at(*point, samples)};
+                         .turn = turn_at(*point, samples, rest)};
 }
 
 /** The median of the levels in a sub-sweep. */
@@ -229,13 +261,14 @@ double motion_tracker::middle_level(size_t subsweep) const
 }
 
 /** The sum of the turns of the phase at a point, from sweep to sweep. */
-std::complex<double> motion_tracker::turn_at(size_t point, std::span<const sample> samples) const
+std::complex<double> motion_tracker::turn_at(size_t point, std::span<const sample> samples,
+                                             const resting &rest) const
 {
     std::complex<double> sum;
     for (size_t place = point + levels_.size(); place < samples.size(); place += levels_.size())
     {
-        const auto before = std::complex<double>(samples[place - levels_.size()]) - means_[point];
-        const auto now = std::complex<double>(samples[place]) - means_[point];
+        const auto before = std::complex<double>(samples[place - levels_.size()]) - rest[point];
+        const auto now = std::complex<double>(samples[place]) - rest[point];
         sum += now * std::conj(before);
     }
     return sum;

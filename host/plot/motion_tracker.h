@@ -63,6 +63,12 @@ public:
     /** Adds a position. */
     void add(const echo_position &position);
 
+    /** Number of positions. */
+    [[nodiscard]] double count() const noexcept
+    {
+        return count_;
+    }
+
     /** Whether the echo has moved by the width of the pulse, so that the slope is known if there is one. */
     [[nodiscard]] bool complete() const noexcept
     {
@@ -137,7 +143,10 @@ private:
     size_t missed_ = 0; /**< frames without a position since the last one */
 };
 
-/** Finds the strongest moving echo in frames: what remains without the mean sample of each point. */
+/**
+ * Finds the strongest moving echo in frames: what remains without the mean sample of each point. An echo that
+ * moves so slowly that this mean contains it is found where it is instead, if no stronger one rests.
+ */
 class motion_tracker
 {
 public:
@@ -164,21 +173,30 @@ public:
     }
 
     /** How the echo moves; nothing if none does. */
-    [[nodiscard]] std::optional<echo_motion> finish()
-    {
-        return follower_.finish();
-    }
+    [[nodiscard]] std::optional<echo_motion> finish();
 
 private:
-    [[nodiscard]] std::optional<echo_position> find(double seconds, std::span<const sample> samples);
+    /** What rests: a sample for each point. */
+    using resting = std::vector<std::complex<double>>;
+
+    [[nodiscard]] std::optional<echo_position> find(double seconds, std::span<const sample> samples,
+                                                    const resting &rest);
     [[nodiscard]] double middle_level(size_t subsweep) const;
-    [[nodiscard]] std::complex<double> turn_at(size_t point, std::span<const sample> samples) const;
+    [[nodiscard]] std::complex<double> turn_at(size_t point, std::span<const sample> samples,
+                                               const resting &rest) const;
+    void add_slow(const echo_position &position);
 
     const recorded_item &item_;
-    const std::vector<std::complex<double>> &means_;
+    const resting &means_;
+    resting nothing_;
     const std::vector<background> &around_;
     std::vector<double> levels_;
+    double sweep_rate_; /**< 0 if a frame has one sweep */
     path_follower follower_;
+    path_part slow_; /**< of the strongest echo, with what rests */
+    double slow_nearest_ = 0.0;
+    double slow_farthest_ = 0.0;
+    double slow_width_ = 0.0; /**< of the pulse */
 };
 
 } // namespace vantor

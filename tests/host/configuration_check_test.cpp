@@ -229,8 +229,8 @@ TEST(configuration_check, reports_a_limited_number_of_faults)
     EXPECT_THAT(check_configuration({{"groups", json(1000, 7)}}), SizeIs(most_faults));
     const auto faults = find_faults({{"groups", json(1000, 7)}}, 300);
     EXPECT_EQ(faults.first().size(), 300);
-    EXPECT_EQ(faults.count(), 1000);
-    EXPECT_EQ(faults.further(), 700);
+    EXPECT_EQ(faults.count(), 1001);
+    EXPECT_EQ(faults.further(), 701);
     const json item = {{"sensor_id", 1}, {"config", {{"start_point", 20000}}}};
     EXPECT_THAT(check_configuration({{"groups", json::array({json(1000, item)})}}), SizeIs(most_faults));
 }
