@@ -107,7 +107,7 @@ exit_code test_server(const selftest_options &options, const command_streams &st
     const interrupt_watch watch(*loop);
     if (std::holds_alternative<simulator_address>(where) && !options.json)
     {
-        streams.out << "Lines with \"error:\" are from the log of the simulated server: some cases provoke "
+        streams.err << "Lines with \"error:\" are from the log of the simulated server: some cases provoke "
                        "errors.\n"
                     << std::flush;
     }
