@@ -2,7 +2,8 @@
  * The server core: receives the host's commands, drives the backend and answers. The protocol is described in
  * docs/protocol.md.
  *
- * This file contains what the port calls. The other parts are messages, session, baud rate, reports and commands.
+ * This file contains what the port calls. The other parts are messages, session, baud rate, reports and
+ * commands.
  */
 #include "zet_vantor_server.h"
 
