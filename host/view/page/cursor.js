@@ -1,0 +1,80 @@
+/** Two cursors, A and B, and what they read. */
+import { fixed } from './axes.js';
+import { dbfs, meanLevels, millimetresPerRadian } from './mathematics.js';
+
+
+export class Cursors {
+	/** @param {Analysis} analysis */
+	constructor(analysis) {
+		this.analysis = analysis;
+		/** @type {number | null} */
+		this.secondsA = null;
+		/** @type {Cursor | null} */
+		this.b = null;
+		this.levels = new Float64Array(analysis.layout.points);
+	}
+
+	/** Where the phase is measured. @returns {Cursor} */
+	get a() {
+		return { point: this.analysis.point, seconds: this.secondsA };
+	}
+
+	/** Places a cursor; what is null remains.
+	 * @param {'a' | 'b'} which @param {number | null} point @param {number | null} seconds */
+	place(which, point, seconds) {
+		const old = (which === 'b' && this.b) || this.a;
+		const last = this.analysis.layout.points - 1;
+		const placed = { point: Math.min(Math.max(point ?? old.point, 0), last), seconds: seconds ?? old.seconds };
+		if (which === 'b') {
+			this.b = placed;
+			return;
+		}
+		this.secondsA = placed.seconds;
+		if (placed.point !== this.analysis.point || !this.analysis.chosen) {
+			this.analysis.setPoint(placed.point);
+		}
+	}
+
+	clear() {
+		this.b = null;
+		this.secondsA = null;
+	}
+
+	/** What a cursor reads: at its time, or in the frame that is shown.
+	 * @param {Cursor | null} cursor @param {number} shown @returns {Reading | null} */
+	read(cursor, shown) {
+		const { ring, layout } = this.analysis;
+		if (!cursor || shown < ring.first || shown > ring.last) {
+			return null;
+		}
+		const number = cursor.seconds === null ? shown : ring.at(cursor.seconds);
+		meanLevels(ring.frame(number), layout, this.levels);
+		return {
+			metres: layout.distances[cursor.point],
+			level: dbfs(this.levels[cursor.point], layout.item.full_scale),
+			seconds: ring.time(number) - ring.time(shown),
+			displacement: this.analysis.phase(number) * millimetresPerRadian(layout.item),
+		};
+	}
+}
+
+/** The texts of two readings and their difference. @param {Reading | null} a @param {Reading | null} b */
+export function describe(a, b) {
+	return [textOf(a, 'dBFS'), textOf(b, 'dBFS'), textOf(a && b && difference(a, b), 'dB')];
+}
+
+/** @param {Reading | null} reading @param {string} unit */
+function textOf(reading, unit) {
+	const { metres = 0, level = 0, seconds = 0, displacement = 0 } = reading ?? {};
+	return reading ? `${fixed(metres, 3)} m  ${fixed(level, 1)} ${unit}  ${fixed(seconds, 2)} s  ${fixed(displacement, 3)} mm` : '–';
+}
+
+/** @param {Reading} a @param {Reading} b @returns {Reading} */
+export function difference(a, b) {
+	return {
+		metres: b.metres - a.metres,
+		level: b.level - a.level,
+		seconds: b.seconds - a.seconds,
+		displacement: b.displacement - a.displacement,
+	};
+}
