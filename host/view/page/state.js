@@ -1,0 +1,48 @@
+/** The strip of figures: what the server, this viewer and the recorder do. */
+import { fixed } from './axes.js';
+import { box, element, setText } from './view.js';
+
+/** @type {Map<string, [cell: HTMLElement, value: HTMLElement]>} */
+const cells = new Map();
+
+/** Shows a figure; hides it without a text. @param {string} name @param {string} text @param {boolean} alarming */
+export function showFigure(name, text, alarming = false) {
+	let cell = cells.get(name);
+	if (!cell) {
+		const value = element('span');
+		cell = [element('span', 'figure', name, value), value];
+		cells.set(name, cell);
+		box('figures').append(cell[0]);
+	}
+	setText(cell[1], text);
+	cell[0].hidden = text === '';
+	cell[0].classList.toggle('alarming', alarming);
+}
+
+/** @param {number} bytes */
+export function bytesText(bytes) {
+	const power = Math.min(3, Math.floor(Math.log10(Math.max(bytes, 1)) / 3));
+	return `${fixed(bytes / 1000 ** power, power ? 1 : 0)} ${['B', 'kB', 'MB', 'GB'][power]}`;
+}
+
+/** @param {number} count */
+export function countText(count) {
+	return String(count).replace(/\B(?=(\d{3})+$)/g, '\u2009');
+}
+
+/** @param {State} state */
+export function showState(state) {
+	showFigure('server', state.connection, ['lost', 'reconnecting'].includes(state.connection));
+	const due = state.rate_due > 0 ? ` of ${Number(state.rate_due.toFixed(2))}` : '';
+	showFigure('rate', `${fixed(state.rate, 1)}${due} /s`, state.rate < 0.9 * state.rate_due);
+	const { missing: lost, dropped, delayed, saturated, invalid, memory, stack } = state;
+	for (const [name, count] of Object.entries({ lost, dropped, delayed, saturated, 'channel busy': invalid })) {
+		showFigure(name, countText(count), count > 0);
+	}
+	showFigure('temperature in °C', state.temperatures.map(({ celsius }) => fixed(celsius, 0)).join('  '));
+	showFigure('calibration', state.calibration_needed ? 'needed' : '', true);
+	for (const [name, use] of Object.entries({ memory, stack })) {
+		showFigure(name, use ? `${fixed(use.peak / 1000, 1)} of ${bytesText(use.size)}` : '');
+	}
+	showFigure('viewers', `${state.viewers}`);
+}

@@ -1,0 +1,119 @@
+/** The line of time: the last minute of a server, or a whole recording. */
+import { fixed } from './axes.js';
+import { app, send } from './app.js';
+import { box, button, byId, input, redraw, setText, view } from './view.js';
+
+const scrub = input('scrub');
+const speed = byId('speed', HTMLSelectElement);
+const every = byId('every', HTMLSelectElement);
+
+/** @param {HTMLSelectElement} select @param {number} chosen @param {number[]} values
+ * @param {(value: number) => string} text @param {(value: number) => void} changed */
+function fill(select, chosen, values, text, changed) {
+	select.replaceChildren(...values.map((value) => new Option(text(value), String(value))));
+	select.value = String(chosen);
+	select.onchange = () => changed(Number(select.value));
+}
+
+export function startTimeline() {
+	fill(speed, 1, [0.1, 0.25, 0.5, 1, 2, 4, 8, 16], (value) => `× ${value}`, (value) => send({ type: 'speed', value }));
+	fill(byId('window', HTMLSelectElement), view.seconds, [5, 10, 20, 30, 60], (value) => `${value} s`, (value) => {
+		view.seconds = value;
+		redraw();
+	});
+	fill(every, 1, [1, 2, 5, 10, 20], (n) => (n > 1 ? `1 of ${n} frames` : 'all frames'), askEvery);
+	scrub.oninput = () => (isRecording() ? seek : showAge)(Math.abs(Number(scrub.value)));
+	button('live').onclick = () => freeze(false);
+	button('pause').onclick = toggle;
+}
+
+/** Some of the frames are enough on a slow link. */
+export function askEvery() {
+	send({ type: 'every', frames: Number(every.value) });
+}
+
+function isRecording() {
+	return app.hello?.kind === 'recording';
+}
+
+/** @param {number} frame */
+function seek(frame) {
+	send({ type: 'seek', frame: Math.round(frame) });
+}
+
+/** Stops or continues the picture, or the recording. */
+function toggle() {
+	if (!isRecording()) {
+		freeze(!view.frozen);
+	} else if (app.state?.position) {
+		send({ type: app.state.connection === 'playing' ? 'pause' : 'play' });
+	}
+}
+
+/** @param {boolean} frozen */
+export function freeze(frozen) {
+	if (frozen && !view.frozen) {
+		view.at = app.ring?.last ?? -1;
+	}
+	view.frozen = frozen;
+	redraw();
+	showTimeline();
+}
+
+/** @param {number} age  in seconds */
+function showAge(age) {
+	freeze(true);
+	if (app.ring && app.ring.last >= app.ring.first) {
+		view.at = app.ring.at(app.ring.time(app.ring.last) - age);
+	}
+	redraw();
+}
+
+/** @param {number} seconds */
+export function scroll(seconds) {
+	const { ring, state } = app;
+	if (isRecording() && state?.position) {
+		const { frame, frames, duration } = state.position;
+		seek(Math.min(Math.max(frame + (seconds * frames) / Math.max(duration, 1e-9), 0), frames - 1));
+	} else if (ring) {
+		const shown = view.frozen ? Math.max(view.at, ring.first) : ring.last;
+		showAge(Math.max(ring.time(ring.last) - ring.time(shown) - seconds, 0));
+	}
+}
+
+export function showTimeline() {
+	const recording = isRecording();
+	const playing = recording ? app.state?.connection === 'playing' : !view.frozen;
+	setText(button('pause'), playing ? 'Pause' : recording ? 'Play' : 'Continue');
+	button('pause').ariaPressed = String(!playing);
+	button('live').hidden = recording;
+	speed.hidden = !recording;
+	if (recording) {
+		showPosition(app.state?.position);
+	} else if (app.ring && app.ring.last >= app.ring.first) {
+		showLive(app.ring);
+	}
+}
+
+/** @param {Position | null | undefined} position */
+function showPosition(position) {
+	if (!position) {
+		return;
+	}
+	scrub.min = '0';
+	scrub.max = String(position.frames - 1);
+	scrub.disabled = !app.state?.controls;
+	scrub.value = scrub.matches(':active') ? scrub.value : String(position.frame);
+	speed.value = String(position.speed);
+	setText(box('time'), `${fixed(position.seconds, 2)} of ${fixed(position.duration, 2)} s`);
+}
+
+/** @param {FrameRing} ring */
+function showLive(ring) {
+	const shown = view.frozen ? Math.max(view.at, ring.first) : ring.last;
+	const age = ring.time(ring.last) - ring.time(shown);
+	scrub.min = String(Math.min(ring.time(ring.first) - ring.time(ring.last), -1));
+	scrub.max = '0';
+	scrub.value = String(-age);
+	setText(box('time'), view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)` : `live (${fixed(ring.time(shown), 1)} s)`);
+}
