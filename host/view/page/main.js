@@ -1,0 +1,204 @@
+/** The page: connects messages, panels and pictures. */
+import { app, send } from './app.js';
+import { readTheme } from './colours.js';
+import { Connection } from './connection.js';
+import { Editor } from './editor.js';
+import { decodeFrame, FrameClock, nominalPeriod } from './frames.js';
+import { addLine } from './log.js';
+import { layoutsOf } from './mathematics.js';
+import { countPicture, numbers, pictureRate } from './numbers.js';
+import { Panel } from './panel.js';
+import { FrameRing } from './ring.js';
+import { showFigure, showState } from './state.js';
+import { askEvery, freeze, showTimeline, startTimeline } from './timeline.js';
+import { showToolbar, startToolbar } from './toolbar.js';
+import { box, element, setText } from './view.js';
+
+/** The shortest time between two pictures, in milliseconds: a little less than that of 60 a second. */
+const PICTURE_PERIOD = 15;
+
+/** How long a note about something done remains, in milliseconds. */
+const NOTE_PERIOD = 8000;
+
+const main = box('panels');
+const editor = new Editor(send);
+let lastPicture = 0;
+let lastText = 0;
+let done = '';
+let doneTime = 0;
+let trouble = '';
+
+/** @param {Session} session */
+function startSession(session) {
+	const same = JSON.stringify(app.session?.items) === JSON.stringify(session.items) && app.session?.rate === session.rate;
+	const { ring } = app;
+	app.session = session;
+	editor.offer(session.configuration);
+	if (same && ring && ring.last >= ring.first && app.clock) {
+		const pause = (performance.now() - ring.arrivals[ring.slot(ring.last)]) / 1000;
+		app.clock = new FrameClock(session, app.clock.seconds + pause);
+		return;
+	}
+	app.clock = new FrameClock(session);
+	build(session);
+}
+
+/** @param {Session} session */
+function build(session) {
+	const { items } = session;
+	const layouts = layoutsOf(items);
+	const bytes = items.reduce((sum, item) => sum + 4 * item.points * item.sweeps, 0);
+	const ring = new FrameRing(bytes, nominalPeriod(session), items.length);
+	app.panels.forEach(({ root, charts }) => {
+		looker.unobserve(root);
+		charts.forEach(({ plot }) => plot.destroy());
+	});
+	main.replaceChildren();
+	app.ring = ring;
+	app.panels = layouts.map((layout, index) => new Panel(main, layout, ring, index));
+	app.panels.forEach(({ root }) => looker.observe(root));
+	if (items.length === 0) {
+		main.append(element('p', '', 'This session measures nothing: add an item to the configuration.'));
+	}
+	freeze(false);
+	resize();
+}
+
+/** @param {ArrayBuffer} data */
+function receiveFrame(data) {
+	const { ring, clock } = app;
+	try {
+		const frame = decodeFrame(data);
+		if (!ring || !clock || frame.payload.length !== ring.frameBytes || frame.items.length !== ring.items) {
+			throw new Error('not of this session');
+		}
+		const { seconds, gap, restart } = clock.add(frame.items[0]?.tick ?? 0);
+		if (restart) {
+			ring.clear();
+			app.panels.forEach((panel) => panel.recolour());
+		}
+		ring.push(frame, seconds, gap, performance.now());
+	} catch {
+		app.unreadable += 1;
+	}
+}
+
+/** @param {Message} message */
+function receiveText(message) {
+	switch (message.type) {
+		case 'hello':
+			app.hello = message;
+			editor.schema = message.schema;
+			setText(box('name'), message.name);
+			setText(box('source'), message.source);
+			askEvery();
+			document.title = `${message.name} – vantor view`;
+			break;
+		case 'session':
+			startSession(message);
+			break;
+		case 'state':
+			receiveState(message);
+			break;
+		case 'log':
+			addLine(message);
+			break;
+		case 'checked':
+			editor.checked(message);
+			break;
+		case 'done':
+			editor.changed = editor.changed && message.for !== 'apply';
+			note(message.for === 'every' ? '' : message.text);
+			break;
+		case 'failed':
+			note(message.message);
+			if (message.for === 'apply') {
+				editor.show(message.message, message.faults ?? [], []);
+			}
+			break;
+	}
+}
+
+/** @param {State} state */
+function receiveState(state) {
+	app.state = state;
+	trouble = state.connection === 'lost' || state.connection === 'reconnecting'
+		? `The connection to the server is lost${state.reason ? ` (${state.reason})` : ''}. Connecting again.` : '';
+	showState(state);
+	showFigure('unreadable', app.unreadable > 0 ? String(app.unreadable) : '', true);
+	showFigure('pictures', `${pictureRate()} /s`);
+	showToolbar(state);
+	showNotes();
+}
+
+/** @param {string} reason */
+function closed(reason) {
+	trouble = `No connection to vantor view${reason ? `: ${reason}` : '.'} Connecting again.`;
+	showNotes();
+}
+
+/** @param {string} text */
+function note(text) {
+	done = text;
+	doneTime = performance.now();
+	showNotes();
+}
+
+/** Shows what was done, and what is wrong or what to do. */
+function showNotes() {
+	const { state } = app;
+	const advice = state?.calibration_needed ? 'The temperature changed: calibrate again.' : '';
+	setText(box('done'), performance.now() - doneTime < NOTE_PERIOD ? done : '');
+	setText(box('notes'), trouble || (state?.controls === false
+		? `You are watching; ${state.controller ? `viewer ${state.controller}` : 'nobody'} controls. ${advice}` : advice));
+	box('notice').hidden = box('notes').textContent === '';
+}
+
+/** @param {number} now */
+function picture(now) {
+	requestAnimationFrame(picture);
+	if (now - lastPicture < PICTURE_PERIOD || !app.clock) {
+		return;
+	}
+	const period = app.clock.spacing || 0.05;
+	const drawn = app.panels.filter((panel) => panel.visible && panel.draw(now, period));
+	if (drawn.length > 0 && app.ring) {
+		const arrival = app.ring.arrivals[app.ring.slot(drawn[0].shown)];
+		lastPicture = now;
+		// uPlot draws in microtasks that are queued before this one.
+		queueMicrotask(() => countPicture(arrival, performance.now()));
+	}
+	if (now - lastText > 200) {
+		lastText = now;
+		showTimeline();
+	}
+}
+
+function resize() {
+	main.classList.toggle('large', app.panels.length === 1 || main.clientWidth < 800);
+	app.panels.filter(({ visible }) => visible).forEach((panel) => panel.resize());
+}
+
+const looker = new IntersectionObserver((entries) => {
+	for (const { target, isIntersecting } of entries) {
+		const panel = app.panels.find(({ root }) => root === target);
+		if (panel) {
+			panel.visible = isIntersecting;
+		}
+	}
+	resize();
+}, { root: main });
+
+readTheme();
+startToolbar();
+startTimeline();
+matchMedia('(prefers-color-scheme: dark)').onchange = () => {
+	readTheme();
+	app.panels.forEach((panel) => panel.restyle());
+};
+new ResizeObserver(resize).observe(main);
+window.vantor = { numbers };
+app.connection = new Connection(`${location.origin.replace('http', 'ws')}/stream${location.search}`, {
+	text: receiveText, frame: receiveFrame, closed,
+});
+requestAnimationFrame(picture);
