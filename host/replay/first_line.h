@@ -18,7 +18,7 @@ enum class client_kind
 };
 
 /**
- * Tells hosts from clients that send HTTP or TLS, as described in docs/protocol.md.
+ * Distinguishes hosts from clients that send HTTP or TLS, as described in docs/protocol.md.
  *
  * @param start  what has been received of the first line that is not empty
  * @return unknown if the rest of the line can decide
