@@ -14,7 +14,7 @@ import struct
 import tempfile
 import unittest
 
-from vantor_process import TIME_OUT, Server, campaign, example
+from vantor_process import TIME_OUT, Server, campaign, example, has_sanitizers
 
 SEED = 1
 SIZE = os.environ.get("VANTOR_CAMPAIGN_SIZE")
@@ -76,11 +76,6 @@ class HostileHost(unittest.TestCase):
         with open(f"/proc/{self.server.process.pid}/status", encoding="ascii") as file:
             return 1024 * int(re.search(r"^VmRSS:\s*(\d+) kB$", file.read(), re.MULTILINE)[1])
 
-    def has_sanitizers(self):
-        """Whether the server is built with sanitizers, which need memory themselves."""
-        with open(f"/proc/{self.server.process.pid}/exe", "rb") as program:
-            return b"__asan_init" in program.read()
-
     def works(self):
         """A host is served as if it were the first one; returns its session."""
         with self.server.connect() as host:
@@ -94,7 +89,7 @@ class HostileHost(unittest.TestCase):
         end = self.resident()
         print(f"seed {SEED}: {what}, resident memory {self.resident_at_start >> 10:,} KiB, then {end >> 10:,} KiB",
               flush=True)
-        if not self.has_sanitizers():
+        if not has_sanitizers():
             self.assertLess(end - self.resident_at_start, GROWTH)
 
 

@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import unittest
 
-from vantor_process import EXAMPLES, SERVER, TIME_OUT, VANTOR, campaign, vantor
+from vantor_process import EXAMPLES, SERVER, TIME_OUT, VANTOR, campaign, has_sanitizers, vantor
 
 FILES = campaign(2000, 100)
 MEMORY_BOUND = 64 << 10  # in units of 1,024 bytes
@@ -21,12 +21,6 @@ ONE_SENSOR = os.path.join(EXAMPLES, "single_sensor.json")
 FAST = "sim:--clock virtual --log-level ERROR"
 VALUES = (None, True, 0, -1, 0.5, 65546, 2**31, 2**63, 1e308, -1e308, "", "x" * 5000, "\u202e\x1b[2J", [], {}, [[]],
           [0] * 5000)
-
-
-def has_sanitizers():
-    """Whether the programs are built with sanitizers, which need more memory."""
-    with open(VANTOR, "rb") as program:
-        return b"__asan_init" in program.read()
 
 
 def places(document):

@@ -33,6 +33,12 @@ def campaign(whole, sample):
     return whole if os.environ.get("VANTOR_CAMPAIGN") == "whole" else sample
 
 
+def has_sanitizers():
+    """Whether the programs are built with sanitizers, which need memory themselves."""
+    with open(VANTOR, "rb") as program:
+        return b"__asan_init" in program.read()
+
+
 def vantor(*arguments, **options):
     """Runs the command `vantor` to its end."""
     options.setdefault("timeout", TIME_OUT)

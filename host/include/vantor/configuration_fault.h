@@ -38,7 +38,7 @@ public:
     }
 
     /** Adds a fault, which a function returns if it is kept. */
-    template <typename Describe> void add(const Describe &describe)
+    template <typename describe_t> void add(const describe_t &describe)
     {
         if (first_.size() < most_)
         {
