@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <iostream>
+#include <poll.h>
 #include <unistd.h>
 
+#include "link.h"
 #include "zet_utf8.h"
 
 namespace
@@ -37,6 +39,14 @@ bool is_control(std::string_view character)
     return std::ranges::any_of(control_characters, [number](const characters_t &range) {
         return number >= range.first && number <= range.last;
     });
+}
+
+/** Waits until standard error accepts a line; false if the program must end before. */
+bool accepts_errors()
+{
+    // It may be a pipe that nobody reads, and a blocked write would not end with a signal.
+    pollfd errors = {STDERR_FILENO, POLLOUT, 0};
+    return poll(&errors, 1, 0) > 0 || wait_for(STDERR_FILENO, POLLOUT, -1) == wait_result_t::ready;
 }
 
 } // namespace
@@ -68,7 +78,10 @@ std::string printable(std::string_view text)
 
 void print_error(std::string_view text)
 {
-    std::cerr << printable(text) + "\n";
+    if (accepts_errors())
+    {
+        std::cerr << printable(text) + "\n";
+    }
 }
 
 void print_output(std::string_view text)

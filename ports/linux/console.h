@@ -19,7 +19,8 @@ void open_standard_streams();
  */
 std::string printable(std::string_view text);
 
-/** Prints a line to standard error, as printable text. */
+/** Prints a line to standard error, as printable text; waits while that accepts none, unless the program must
+ * end. */
 void print_error(std::string_view text);
 
 /** Prints a line to standard output, as printable text, and flushes it. */

@@ -12,6 +12,7 @@ import stat
 import struct
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
 
@@ -761,6 +762,24 @@ class Termination(unittest.TestCase):
         with Server("--tcp", "0", "--clock", "virtual") as server, server.connect() as host:
             host.ask("configure", configuration=example("two_sensors.json"))
             host.ask("start")
+            server.process.send_signal(signal.SIGTERM)
+            wait_until(lambda: server.process.poll() is not None, "the end of the server")
+            self.assertEqual(server.process.returncode, 0)
+
+    def test_a_log_that_nobody_reads_does_not_keep_the_server_alive(self):
+        with Server("--tcp", "0", "--log-level", "DEBUG") as server, server.connect() as host:
+            # Two pages, of which the second one may stay in part empty.
+            fcntl.fcntl(server.process.stderr, fcntl.F_SETPIPE_SZ, 8192)
+            for _ in range(500):
+                host.command("configure", configuration=example("single_sensor.json"))
+                host.command("end")
+            sizes = [0]
+
+            def is_full():
+                sizes.append(struct.unpack("i", fcntl.ioctl(server.process.stderr, termios.FIONREAD, bytes(4)))[0])
+                return sizes[-1] == sizes[-2] > 4096 and server.state() == "S"
+
+            wait_until(is_full, "a full log")
             server.process.send_signal(signal.SIGTERM)
             wait_until(lambda: server.process.poll() is not None, "the end of the server")
             self.assertEqual(server.process.returncode, 0)
