@@ -5,7 +5,9 @@
 
 #include <array>
 #include <csignal>
+#include <fstream>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/syscall.h>
@@ -45,7 +47,7 @@ int await_end(pid_t process, const std::function<bool()> &stop)
     {
         if (stop && stop())
         {
-            kill(process, SIGTERM);
+            kill(process, SIGKILL);
         }
         pollfd waiting{.fd = ending, .events = POLLIN, .revents = 0};
         poll(&waiting, 1, patience);
@@ -57,27 +59,57 @@ int await_end(pid_t process, const std::function<bool()> &stop)
     return status;
 }
 
-} // namespace
-
-void run_gnuplot(const std::filesystem::path &script, const std::function<bool()> &stop)
+/** Starts gnuplot, without the settings of the user; its messages go to a file. */
+pid_t start(const std::filesystem::path &script, const std::filesystem::path &messages)
 {
     std::string name = "gnuplot";
+    std::string option = "--default-settings";
     std::string argument = script.string();
-    const std::array<char *, 3> arguments{name.data(), argument.data(), nullptr};
+    const std::array<char *, 4> arguments{name.data(), option.data(), argument.data(), nullptr};
+    posix_spawn_file_actions_t actions{};
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, messages.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
     pid_t process = 0;
-    if (posix_spawnp(&process, name.c_str(), nullptr, nullptr, arguments.data(), environ) != 0)
+    const int failure = posix_spawnp(&process, name.c_str(), &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0)
     {
         throw error("Cannot start gnuplot, which draws the picture: install it (package gnuplot-nox).");
     }
-    const int status = await_end(process, stop);
+    return process;
+}
+
+/** The start of a text file, as one line. */
+std::string read_line_of(const std::filesystem::path &path)
+{
+    constexpr size_t most = 500;
+    std::ifstream file(path);
+    std::string line;
+    for (std::string word; line.size() < most && file >> word;)
+    {
+        line += (line.empty() ? "" : " ") + word;
+    }
+    return line.substr(0, most);
+}
+
+} // namespace
+
+std::string run_gnuplot(const std::filesystem::path &script, const std::filesystem::path &messages,
+                        const std::function<bool()> &stop)
+{
+    const int status = await_end(start(script, messages), stop);
     if (stop && stop())
     {
         throw drawing_stopped();
     }
+    auto printed = read_line_of(messages);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     {
-        throw error("gnuplot failed to draw the picture; see the message that it printed.");
+        throw error("gnuplot failed to draw the picture: " +
+                    (printed.empty() ? "it gave no reason." : printed));
     }
+    return printed;
 }
 
 } // namespace vantor

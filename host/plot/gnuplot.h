@@ -17,12 +17,15 @@ std::string gnuplot_quote(const std::string &text);
 /**
  * Runs a script.
  *
- * @param script  the script file
- * @param stop    called at least ten times per second, if set; true ends gnuplot
+ * @param script    the script file
+ * @param messages  a file for the messages of gnuplot
+ * @param stop      called at least ten times per second, if set; true ends gnuplot
+ * @return the start of the messages, as one line; empty if there are none
  * @throws drawing_stopped if asked to stop
  * @throws error if gnuplot is not installed or fails
  */
-void run_gnuplot(const std::filesystem::path &script, const std::function<bool()> &stop = {});
+std::string run_gnuplot(const std::filesystem::path &script, const std::filesystem::path &messages,
+                        const std::function<bool()> &stop = {});
 
 } // namespace vantor
 

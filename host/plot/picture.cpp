@@ -158,7 +158,7 @@ private:
     [[nodiscard]] std::string captions(const page &sheet, size_t first) const;
 
     /** Runs gnuplot and returns the picture. */
-    [[nodiscard]] std::string render(const std::string &commands) const;
+    [[nodiscard]] std::string render(const std::string &commands);
 
     /** The file that gnuplot writes. */
     [[nodiscard]] std::filesystem::path picture() const
@@ -183,12 +183,16 @@ std::string page_drawer::captions(const page &sheet, size_t first) const
            sheet.caption(1, joined(describe_gaps(facts_)), warning_look);
 }
 
-std::string page_drawer::render(const std::string &commands) const
+std::string page_drawer::render(const std::string &commands)
 {
     using namespace std::string_view_literals;
     constexpr auto last_chunk = "\0\0\0\0IEND\xae\x42\x60\x82"sv;
     write_scratch_file(scratch_ / "script", commands);
-    run_gnuplot(scratch_ / "script", what_.stop);
+    const auto messages = run_gnuplot(scratch_ / "script", scratch_ / "messages", what_.stop);
+    if (!messages.empty())
+    {
+        warnings_.push_back("gnuplot: " + messages);
+    }
     // gnuplot does not report when the disk is full.
     std::ifstream file(picture(), std::ios::binary);
     std::string content{std::istreambuf_iterator<char>(file), {}};

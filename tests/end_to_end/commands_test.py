@@ -418,13 +418,34 @@ class Plot(CommandTest):
         self.assertRegex(result.stderr, r"^vantor: warning: Sensor 1 .*aliased: an echo moves at about \+0\.050\d? m/s, "
                          r"beyond ±0\.0250 m/s between frames\.\n$")
 
+    def replace_gnuplot(self, commands):
+        """Writes a program of this name; returns the environment in which it is found."""
+        with open(self.path("gnuplot"), "w", encoding="ascii") as program:
+            program.write("#!/bin/sh\n" + commands)
+        os.chmod(self.path("gnuplot"), 0o755)
+        return {**os.environ, "PATH": f"{self.folder}:{os.environ['PATH']}"}
+
+    def test_messages_of_gnuplot_do_not_control_the_terminal(self):
+        recording = self.record()
+        variables = self.replace_gnuplot("printf '\n  \\033[31mno\nfont\\302\\233' >&2; exit 1\n")
+        result = vantor("plot", recording, env=variables)
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertEqual(result.stderr, "vantor: gnuplot failed to draw the picture: ?[31mno font?\n")
+        variables = self.replace_gnuplot(f"echo no font >&2; exec {shutil.which('gnuplot')} \"$@\"\n")
+        result = vantor("plot", recording, env=variables)
+        self.assertEqual((result.returncode, result.stderr), (0, "vantor: warning: gnuplot: no font\n"))
+
+    def test_settings_of_the_user_do_not_change_the_picture(self):
+        recording = self.record()
+        with open(self.path(".gnuplot"), "w", encoding="ascii") as settings:
+            settings.write("exit status 1\n")
+        self.assertEqual(vantor("plot", recording, env={**os.environ, "HOME": self.folder}).returncode, 0)
+
     def test_a_signal_removes_the_temporary_files(self):
         recording = self.record()
         os.mkdir(self.path("scratch"))
-        with open(self.path("gnuplot"), "w", encoding="ascii") as program:
-            program.write("#!/bin/sh\necho started\nexec sleep 1000\n")
-        os.chmod(self.path("gnuplot"), 0o755)
-        variables = {**os.environ, "TMPDIR": self.path("scratch"), "PATH": f"{self.folder}:{os.environ['PATH']}"}
+        variables = self.replace_gnuplot("trap '' TERM; echo started; exec sleep 1000\n")
+        variables["TMPDIR"] = self.path("scratch")
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             with self.subTest(number), subprocess.Popen([VANTOR, "plot", recording], stdout=subprocess.PIPE,
                                                         stderr=subprocess.PIPE, text=True, env=variables) as process:
