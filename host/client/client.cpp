@@ -143,9 +143,9 @@ std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
     return decode(*received);
 }
 
-uint64_t client::stop(const frame_handler &handler)
+uint64_t client::stop(const frame_handler &handler, std::optional<std::chrono::milliseconds> timeout)
 {
-    const auto answer = request({{"command", "stop"}}, handler);
+    const auto answer = request({{"command", "stop"}}, handler, timeout);
     streaming_ = false;
     constexpr auto most = std::numeric_limits<int64_t>::max();
     const auto left_out = answer.find("frames_left_out");

@@ -317,8 +317,11 @@ bool client::deliver_log(const nlohmann::json &header)
 /**
  * Sends a command and waits for its answer; earlier frames are passed to the handler, or dropped. During a
  * stream, a damaged message is hardly the answer: if the call is repeated, it goes on waiting.
+ *
+ * @param timeout  how long to wait; if not given, as long as the server may need
  */
-nlohmann::json client::request(const nlohmann::json &command, const frame_handler &handler)
+nlohmann::json client::request(const nlohmann::json &command, const frame_handler &handler,
+                               std::optional<std::chrono::milliseconds> timeout)
 {
     if (std::exchange(awaited_, nullptr) != command)
     {
@@ -326,7 +329,9 @@ nlohmann::json client::request(const nlohmann::json &command, const frame_handle
     }
     try
     {
-        return await_answer(command["command"], handler);
+        return await_answer(command["command"], handler,
+                            timeout ? waiting_limit{.deadline = loop_->now() + *timeout, .extension = {}}
+                                    : limit_of(timeouts_.answer + time_of_slow_frames()));
     }
     catch (const bad_message &)
     {
@@ -337,9 +342,9 @@ nlohmann::json client::request(const nlohmann::json &command, const frame_handle
 }
 
 /** Waits for the answer to a command; earlier frames are passed to the handler, or dropped. */
-nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler)
+nlohmann::json client::await_answer(const std::string &command, const frame_handler &handler,
+                                    waiting_limit limit)
 {
-    waiting_limit limit = limit_of(timeouts_.answer + time_of_slow_frames());
     do
     {
         auto received = next_answer(limit, answer_to(command));

@@ -22,6 +22,9 @@ constexpr double longest_silence = 10.0;
 constexpr double longest_gap = 3.0;
 constexpr double answer_time = 5.0;
 
+/** How long a program that was asked to stop waits for the end of the stream. */
+constexpr std::chrono::milliseconds time_to_stop{500};
+
 /** A duration in seconds. */
 double seconds_of(std::chrono::steady_clock::duration span)
 {
@@ -127,32 +130,50 @@ void session_source::end()
     {
         throw connection_lost("The link was lost, and could not be connected again before the end.");
     }
-    if (!stopped_)
-    {
-        stop();
-    }
-    due_at_end_ += measured_.size();
+    finish_stream({});
     server_.end();
 }
 
+/** Stops the stream unless that has been done, and counts the frames that are dropped. */
+void session_source::finish_stream(std::optional<std::chrono::milliseconds> timeout)
+{
+    if (!stopped_)
+    {
+        stop(timeout);
+    }
+    due_at_end_ += measured_.size();
+}
+
 /** Stops the stream, and counts the frames that were due since the last one that was received. */
-void session_source::stop()
+void session_source::stop(std::optional<std::chrono::milliseconds> timeout)
 {
     const uint64_t known = missing_ - earlier_missing_;
     uint64_t missing = known;
-    const uint64_t left_out = server_.stop([&](frame &&late) {
+    const auto count_late = [&](const frame &late) {
         missing = late.missing();
         ++due_at_end_;
-    });
+    };
+    const uint64_t left_out = server_.stop(count_late, timeout);
     due_at_end_ += std::max(missing, left_out) - known;
 }
 
 void session_source::end_promptly()
 {
-    if (!lost_)
+    if (lost_)
     {
-        server_.end_promptly();
+        return;
     }
+    try
+    {
+        finish_stream(time_to_stop);
+    }
+    catch (const error &) // NOLINT(bugprone-empty-catch): what was due is not known
+    {
+    }
+    catch (const cancelled &) // NOLINT(bugprone-empty-catch): even this is too long
+    {
+    }
+    server_.end_promptly();
 }
 
 /** Sets up the session. */

@@ -75,10 +75,10 @@ class DoubleBufferedSensorPace(SensorPace):
 
 class Suspension(unittest.TestCase):
     @staticmethod
-    def record_with_suspension(server, configuration, output, before, duration, *options):
+    def record_with_suspension(server, configuration, output, before, duration, *options, interrupted=False):
         """
-        Records, suspends the recorder once, and ends it; returns its summary, and how long it has run at least. With
-        options it must end by itself.
+        Records, suspends the recorder once, and ends it, if interrupted while it is suspended; returns its summary, and
+        how long it has run at least. With options it must end by itself.
         """
         recorder = subprocess.Popen(
             [VANTOR, "record", configuration, "--connect", server.address, "--output", output, "--json", *options],
@@ -90,8 +90,10 @@ class Suspension(unittest.TestCase):
         recorder.send_signal(signal.SIGSTOP)
         time.sleep(duration)
         resumed = time.monotonic() - start
+        if interrupted:
+            recorder.send_signal(signal.SIGINT)
         recorder.send_signal(signal.SIGCONT)
-        if not options:
+        if not options and not interrupted:
             wait_until(lambda: Suspension.seconds(output) > resumed + STEADY, "frames that were measured afterwards")
             recorder.send_signal(signal.SIGINT)
         text, errors = recorder.communicate(timeout=TIME_OUT)
@@ -160,14 +162,14 @@ class Suspension(unittest.TestCase):
     def test_frames_that_the_server_left_out(self):
         self.check(ServerPace)
 
-    def test_frames_that_were_due_at_the_end(self):
+    def check_frames_due_at_the_end(self, *options, interrupted=False):
         with tempfile.TemporaryDirectory() as folder, Server("--tcp", "0") as server:
             configuration = os.path.join(folder, "config.json")
             output = os.path.join(folder, "recording")
             with open(configuration, "w", encoding="utf-8") as file:
                 json.dump(ServerPace.configuration({"sweeps_per_frame": SWEEPS, "num_points": POINTS}), file)
-            summary, seconds = self.record_with_suspension(server, configuration, output, 0.3, LONGEST,
-                                                           "--seconds", "2")
+            summary, seconds = self.record_with_suspension(server, configuration, output, 0.3, LONGEST, *options,
+                                                           interrupted=interrupted)
             with server.connect() as host:
                 counted = host.ask("stats")
         reported = [int(number) for number in DUE_AT_END.findall("\n".join(summary["warnings"]))]
@@ -177,6 +179,12 @@ class Suspension(unittest.TestCase):
         self.assertGreater(counted["frames_left_out"], 0, "no frame was left out, so that nothing was tested")
         self.assertGreaterEqual(due, int(seconds * RATE))
         self.assertLessEqual(due, int(counted["uptime_s"] * RATE) + 1)
+
+    def test_frames_that_were_due_at_the_end(self):
+        self.check_frames_due_at_the_end("--seconds", "2")
+
+    def test_frames_that_were_due_at_an_interrupt(self):
+        self.check_frames_due_at_the_end(interrupted=True)
 
     def test_frames_that_the_sensor_left_out(self):
         self.check(SensorPace)

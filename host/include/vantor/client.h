@@ -146,9 +146,10 @@ public:
      * Stops the stream of frames.
      *
      * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
+     * @param timeout  how long to wait for the answer; if not given, as long as the server may need
      * @return how many frames of the stream the server left out because they were late; 0 if not reported
      */
-    uint64_t stop(const frame_handler &handler = {});
+    uint64_t stop(const frame_handler &handler = {}, std::optional<std::chrono::milliseconds> timeout = {});
 
     /** Measures one frame. Only allowed while there is no stream. */
     frame single_frame();
@@ -223,8 +224,10 @@ private:
     [[noreturn]] void give_up(const std::string &awaited) const;
     void complete(frame &received);
     bool deliver_log(const nlohmann::json &header);
-    nlohmann::json request(const nlohmann::json &command, const frame_handler &handler = {});
-    nlohmann::json await_answer(const std::string &command, const frame_handler &handler);
+    nlohmann::json request(const nlohmann::json &command, const frame_handler &handler = {},
+                           std::optional<std::chrono::milliseconds> timeout = {});
+    nlohmann::json await_answer(const std::string &command, const frame_handler &handler,
+                                waiting_limit limit);
     void check_answer(const message &received, const std::string &command) const;
     frame decode(const message &received) const;
     std::optional<frame> poll_frame(std::chrono::milliseconds timeout);

@@ -44,7 +44,7 @@ public:
     /** Ends the stream; frames that have not been received are dropped. */
     virtual void end() = 0;
 
-    /** Like end(), but takes at most a second, whatever the source does. */
+    /** Like end(), but takes at most two seconds, whatever the source does. */
     virtual void end_promptly() = 0;
 
     /** The segment of the frame that was received last. */

@@ -96,7 +96,8 @@ public:
 
     /**
      * Number of frames that were due after the last one that was received, and before the end: those that
-     * arrived too late, and those that the server left out. Only after end(); 0 if the link was lost.
+     * arrived too late, and those that the server left out. Only after the end; 0 if the link was lost or the
+     * server did not answer in time.
      */
     [[nodiscard]] uint64_t due_at_end() const noexcept
     {
@@ -120,7 +121,8 @@ private:
 
     void configure();
     std::nullopt_t note_lost_link();
-    void stop();
+    void finish_stream(std::optional<std::chrono::milliseconds> timeout);
+    void stop(std::optional<std::chrono::milliseconds> timeout);
     void stop_for_calibration();
     frame take_measured();
     void calibrate_again();
