@@ -29,7 +29,7 @@ constexpr const char *info_footer = R"(Examples:
   vantor info recordings/garage --json
 
 This reads all files and compares sizes, counts and digests. If the recording is damaged, the exit code is 8, and
-the output lists the damage and shows what is left. "vantor repair" makes it usable again.
+the output lists the damage and shows what is left. "vantor repair" makes it usable again if it can.
 
 frames/s is the rate that was configured, "measured" the rate that was reached. 1 LSB is the smallest step of a
 sample, whose parts reach from -32768 to 32767.)";
@@ -102,16 +102,30 @@ std::string describe_sweep_rate(const ordered_json &item)
                                         : rate(item["sweep_rate"], 1);
 }
 
+/** Prints how an incomplete recording can be completed, or why it cannot. */
+void print_advice(std::ostream &out, const ordered_json &about)
+{
+    if (about["complete"].get<bool>() || about["in_progress"].get<bool>())
+    {
+        return;
+    }
+    if (about["repair_obstacle"].is_null())
+    {
+        out << "to complete it: vantor repair " << shell_word(about["recording"].get<std::string>()) << "\n";
+    }
+    else
+    {
+        out << "it cannot be repaired: " << text(about["repair_obstacle"]) << "\n";
+    }
+}
+
 /** Prints the first lines: number of frames, state, origin. */
 void print_origin(std::ostream &out, const ordered_json &about)
 {
     out << text(about["recording"]) << ": " << counted(about["frames"].get<uint64_t>(), "frame")
         << describe_state(about) << ", started " << known(about["started"]) << ", vantor_server "
         << known(about["server_version"]) << "\n";
-    if (!about["complete"].get<bool>() && !about["in_progress"].get<bool>())
-    {
-        out << "to complete it: vantor repair " << shell_word(about["recording"].get<std::string>()) << "\n";
-    }
+    print_advice(out, about);
     const auto &source = about["source"];
     for (const char *name : {"address", "board", "simulator"})
     {

@@ -10,6 +10,7 @@
 
 #include "configuration/optional_members.h"
 #include "plot/echo_search.h"
+#include "recording/repair.h"
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
 
@@ -159,6 +160,14 @@ ordered_json describe_calibrations(const recording_check &check)
     return list;
 }
 
+/** Why the recording cannot be completed; null if it can, or is complete. */
+ordered_json describe_obstacle(const recording_check &check)
+{
+    const bool is_complete = check.finished && check.faults.empty();
+    const auto obstacle = is_complete ? std::nullopt : repair_obstacle(check);
+    return obstacle ? ordered_json(*obstacle) : ordered_json();
+}
+
 /** What is known about the frames. */
 stream_facts facts_of(const recording_check &check)
 {
@@ -188,6 +197,7 @@ ordered_json to_json(const recording_check &check)
     about["frames_recorded"] = check.recorded ? ordered_json(*check.recorded) : ordered_json();
     about["damage"] = check.faults;
     about["in_progress"] = check.in_progress;
+    about["repair_obstacle"] = describe_obstacle(check);
     about["repaired"] = !documents.collection.is_null() && documents.collection.contains("vantor:repaired");
     about["frames_missing"] = check.missing;
     about["warnings"] = describe_warnings(facts_of(check));

@@ -8,6 +8,7 @@
 
 #include "commands/check_progress.h"
 #include "commands/common_options.h"
+#include "recording/number_text.h"
 #include "recording/repair.h"
 
 namespace vantor
@@ -43,16 +44,20 @@ exit_code repair(const repair_options &options, const command_streams &streams)
                                  {"changed", result.changed},
                                  {"frames", result.frames},
                                  {"frames_removed", result.dropped},
-                                 {"bytes_removed", result.removed}});
+                                 {"bytes_removed", result.removed.samples},
+                                 {"table_bytes_removed", result.removed.tables}});
+        return exit_code::success;
     }
-    else if (result.changed)
+    streams.out << counted(result.frames, "frame") << " left; ";
+    if (result.changed)
     {
-        streams.out << result.frames << " frames are complete; removed: " << result.dropped
-                    << " frames that were complete in an item, " << result.removed << " bytes of samples\n";
+        streams.out << "removed: " << counted(result.dropped, "frame") << " complete in some items only, "
+                    << counted(result.removed.samples, "byte") << " of samples, "
+                    << counted(result.removed.tables, "byte") << " of frame tables\n";
     }
     else
     {
-        streams.out << result.frames << " frames are complete; nothing to repair\n";
+        streams.out << "nothing to repair\n";
     }
     return exit_code::success;
 }

@@ -11,6 +11,7 @@
 #include "recording/gap_watch.h"
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
+#include "recording/number_text.h"
 #include "recording/recorded_captures.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
@@ -367,18 +368,22 @@ private:
         check_.unlisted_breaks = read_unlisted_breaks(items());
         if (check_.recorded == check_.frames)
         {
-            count_unlisted_gaps();
+            compare_missing();
         }
     }
 
-    /** Takes the number of missing frames from the documents: it includes gaps that are not listed. */
-    void count_unlisted_gaps()
+    /** Compares the number of missing frames in the documents with the captures and the ticks. */
+    void compare_missing()
     {
         for (const auto &item : items())
         {
-            if (is_finished(item))
+            const auto missing = is_finished(item)
+                                     ? item.document["global"].value("vantor:frames_missing", check_.missing)
+                                     : check_.missing;
+            if (missing != check_.missing)
             {
-                check_.missing = item.document["global"].value("vantor:frames_missing", check_.missing);
+                add_fault(item.name + ".sigmf-meta announces " + counted(missing, "missing frame") +
+                          ", not " + std::to_string(check_.missing) + " as its captures and ticks.");
             }
         }
     }

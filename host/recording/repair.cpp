@@ -45,43 +45,23 @@ uint64_t count_dropped(const recording_check &check)
     return std::min(most, check.recorded.value_or(most)) - check.frames;
 }
 
-/** Throws damaged_recording if frames would be removed that must be kept. */
-void require_permission(const recording_check &check, frame_loss loss)
+/** Why frames must be kept that would be removed; nothing if there are none. */
+std::optional<std::string> frames_to_keep(const recording_check &check, frame_loss loss)
 {
     const auto dropped = count_dropped(check);
     const auto reason = check.faults.empty() ? std::string() : " " + check.faults.front();
     if (dropped > 0 && check.frames == 0)
     {
-        refuse_repair("no frame would be left." + reason + " Restore that file.");
+        return "no frame would be left." + reason + " Restore that file.";
     }
     if (dropped > most_unfinished_frames && loss == frame_loss::refused)
     {
-        refuse_repair(std::to_string(dropped) +
-                      " frames whose samples are complete in another file would be removed, and " +
-                      std::to_string(check.frames) + " would be left." + reason +
-                      " Restore that file, or use --drop-frames to remove these frames.");
+        return std::to_string(dropped) +
+               " frames whose samples are complete in another file would be removed, and " +
+               std::to_string(check.frames) + " would be left." + reason +
+               " Restore that file, or use --drop-frames to remove these frames.";
     }
-}
-
-/** Throws damaged_recording if a recording cannot be repaired. */
-void require_repairable(const recording_check &check, frame_loss loss)
-{
-    if (check.in_progress)
-    {
-        refuse_repair("another program is still writing it.");
-    }
-    if (check.documents.contradictory)
-    {
-        refuse_repair(check.faults.front() + " Which of them is right is unknown.");
-    }
-    for (const auto &found : check.items)
-    {
-        if (!found.data_size || !found.table_size || found.differs)
-        {
-            refuse_repair(check.faults.front());
-        }
-    }
-    require_permission(check, loss);
+    return std::nullopt;
 }
 
 /** The paths of the documents of a recording. */
@@ -226,10 +206,10 @@ void shorten_table(const std::filesystem::path &path, const recording_check &che
     shorten_file(path, check.items[index].left_table_size);
 }
 
-/** Removes everything after the frames that are left; returns the number of bytes of samples. */
-uint64_t remove_rest(const recording_check &check)
+/** Removes everything after the frames that are left. */
+removed_bytes remove_rest(const recording_check &check)
 {
-    uint64_t removed = 0;
+    removed_bytes removed;
     for (size_t i = 0; i < check.items.size(); ++i)
     {
         const auto &item = check.documents.items[i];
@@ -237,7 +217,9 @@ uint64_t remove_rest(const recording_check &check)
         const auto length = check.frames * item.layout.frame_length * sizeof(sample);
         shorten_file(base.string() + ".sigmf-data", length);
         shorten_table(base.string() + ".frames.csv", check, i);
-        removed += *check.items[i].data_size - length;
+        removed.samples += *check.items[i].data_size - length;
+        removed.tables +=
+            *check.items[i].table_size - std::min(*check.items[i].table_size, check.items[i].left_table_size);
     }
     return removed;
 }
@@ -249,7 +231,10 @@ repair_result repair_damage(const recording_check &before, frame_loss loss, cons
     {
         return {.changed = false, .frames = before.frames};
     }
-    require_repairable(before, loss);
+    if (const auto obstacle = repair_obstacle(before, loss))
+    {
+        refuse_repair(*obstacle);
+    }
     require_changeable(before.documents);
     const auto documents = final_documents(before);
     const auto removed = remove_rest(before);
@@ -272,6 +257,26 @@ void clean_up(const recording_documents &documents)
 }
 
 } // namespace
+
+std::optional<std::string> repair_obstacle(const recording_check &check, frame_loss loss)
+{
+    if (check.in_progress)
+    {
+        return "another program is still writing it.";
+    }
+    if (check.documents.contradictory)
+    {
+        return check.faults.front() + " Which of them is right is unknown.";
+    }
+    const auto is_lost = [](const checked_item &found) {
+        return !found.data_size || !found.table_size || found.differs;
+    };
+    if (std::ranges::any_of(check.items, is_lost))
+    {
+        return check.faults.front();
+    }
+    return frames_to_keep(check, loss);
+}
 
 repair_result repair_recording(const std::filesystem::path &place, frame_loss loss,
                                const check_progress &progress)

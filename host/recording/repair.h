@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
+#include <string>
 
 #include "recording/recording_check.h"
 
@@ -19,14 +21,29 @@ enum class frame_loss
     accepted /**< all but the first frame */
 };
 
+/** Sizes of what a repair has removed, because the frames were not complete in every item. */
+struct removed_bytes
+{
+    uint64_t samples = 0;
+    uint64_t tables = 0; /**< frame tables */
+};
+
 /** What a repair has changed. */
 struct repair_result
 {
     bool changed = false; /**< false if the recording was complete */
     uint64_t frames = 0;  /**< number of frames in the recording now */
     uint64_t dropped = 0; /**< frames removed whose samples were complete in an item */
-    uint64_t removed = 0; /**< bytes of samples removed, because their frame was not complete in every item */
+    removed_bytes removed = {};
 };
+
+/**
+ * Why a damaged recording cannot be repaired, as far as its files have been checked.
+ *
+ * @return a sentence, or nothing if nothing prevents it
+ */
+std::optional<std::string> repair_obstacle(const recording_check &check,
+                                           frame_loss loss = frame_loss::refused);
 
 /**
  * Repairs a recording in its place: keeps the frames that are complete in every item, removes the rest,

@@ -12,6 +12,7 @@
 #include "command_outcome.h"
 #include "commands/command_line.h"
 #include "example_recording.h"
+#include "recording/sha512.h"
 #include "recording_files.h"
 #include "temporary_directory.h"
 #include "written_recordings.h"
@@ -127,8 +128,9 @@ TEST_F(damaged_recording_test, can_be_repaired)
                             {"changed", true},
                             {"frames", 1},
                             {"frames_removed", 1},
-                            {"bytes_removed", 280}}));
-    EXPECT_EQ(run({"repair", path}).out, "1 frames are complete; nothing to repair\n");
+                            {"bytes_removed", 280},
+                            {"table_bytes_removed", 85}}));
+    EXPECT_EQ(run({"repair", path}).out, "1 frame left; nothing to repair\n");
     const auto about = json::parse(run({"info", path, "--json"}).out);
     EXPECT_EQ(about["complete"], true);
     EXPECT_EQ(about["repaired"], true);
@@ -143,7 +145,28 @@ TEST(repair_command, removes_whole_frames_only_with_an_option)
     const auto refused = run({"repair", path});
     EXPECT_EQ(refused.code, exit_code::damaged);
     EXPECT_THAT(refused.err, HasSubstr("15 frames whose samples are complete in another file"));
-    EXPECT_THAT(run({"repair", path, "--drop-frames"}).out, HasSubstr("5 frames are complete; removed: 15 "));
+    const auto about = run({"info", path}).out;
+    EXPECT_THAT(about, HasSubstr("it cannot be repaired: 15 frames whose samples are complete in another"));
+    EXPECT_THAT(about, Not(HasSubstr("to complete it")));
+    EXPECT_THAT(run({"repair", path, "--drop-frames"}).out,
+                HasSubstr("5 frames left; removed: 15 frames complete in some items only, "));
+}
+
+TEST(info, compares_the_number_of_missing_frames_with_the_captures)
+{
+    const test::recording_files files(true);
+    const auto name = "group-1-item-1.sigmf-meta";
+    auto meta = json::parse(test::read_file(files.path / name));
+    meta["global"]["vantor:frames_missing"] = 7;
+    files.write(name, meta.dump());
+    auto collection = json::parse(test::read_file(files.path / "session.sigmf-collection"));
+    collection["collection"]["core:streams"][0]["hash"] = sha512_of(meta.dump());
+    files.write("session.sigmf-collection", collection.dump());
+    const auto result = run({"info", files.path.string()});
+    EXPECT_EQ(result.code, exit_code::damaged);
+    EXPECT_THAT(result.out,
+                HasSubstr("damage: group-1-item-1.sigmf-meta announces 7 missing frames, not 0 as "
+                          "its captures and ticks.\n"));
 }
 
 TEST(repair_command, reports_what_it_cannot_repair)
@@ -164,7 +187,8 @@ TEST(info, of_a_recording_that_is_not_finished_is_no_failure)
     EXPECT_THAT(text.out, HasSubstr(": 2 frames, incomplete, started "));
     EXPECT_THAT(text.out, HasSubstr("to complete it: vantor repair " + files.path.string() + "\n"));
     EXPECT_EQ(run({"repair", files.path.string()}).out,
-              "2 frames are complete; removed: 0 frames that were complete in an item, 0 bytes of samples\n");
+              "2 frames left; removed: 0 frames complete in some items only, 0 bytes of samples, 0 bytes of "
+              "frame tables\n");
     EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, repaired, started "));
     EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("to complete it")));
 }

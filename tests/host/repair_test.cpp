@@ -97,7 +97,7 @@ TEST(repair, completes_the_recording_of_a_killed_program)
     const recording_files files(false);
     const auto result = repair_recording(files.path);
     EXPECT_TRUE(result.changed);
-    EXPECT_EQ(result.removed, 0U);
+    EXPECT_EQ(result.removed.samples, 0U);
     EXPECT_TRUE(is_whole(files, recording_files::frames));
     const auto meta = nlohmann::json::parse(test::read_file(files.path / "group-1-item-1.sigmf-meta"));
     EXPECT_EQ(meta["global"]["vantor:frames"], 2);
@@ -428,8 +428,14 @@ TEST(repair, leaves_large_metadata_readable)
 {
     const recording_files files(false);
     auto meta = nlohmann::json::parse(files.original.at("group-1-item-2.sigmf-meta"));
-    // 14 MB, but more than 16 MiB with indentation.
-    meta["values"] = nlohmann::json(500'000, std::string(25, 'x'));
+    // 5 MB, but more than 16 MiB with indentation.
+    auto values = nlohmann::json(190'000, std::string(25, 'x'));
+    for (int depth = 0; depth < 30; ++depth)
+    {
+        values = nlohmann::json::array({std::move(values)});
+    }
+    meta["values"] = std::move(values);
+    ASSERT_GT(meta.dump(2).size(), size_t{16} << 20U);
     files.write("group-1-item-2.sigmf-meta", meta.dump());
     repair_recording(files.path);
     EXPECT_TRUE(is_whole(files, recording_files::frames));
