@@ -126,7 +126,7 @@ void move_subsweep(json &config)
             config.erase(found);
         }
     }
-    config["subsweeps"] = {std::move(subsweep)};
+    config["subsweeps"] = json::array({std::move(subsweep)});
 }
 
 /** Brings an item to its normal form. */

@@ -206,19 +206,21 @@ double scene_field_get(const unsigned char *entry, const scene_field &field)
 
 void scene_field_set(unsigned char *entry, const scene_field &field, double value)
 {
-    const auto real = static_cast<float>(value);
-    const auto whole = static_cast<uint32_t>(value);
-    switch (field.type)
+    // A real number may be beyond the range of the whole ones.
+    if (field.type == field_type::real)
     {
-    case field_type::real:
+        const auto real = static_cast<float>(value);
         std::memcpy(entry + field.offset, &real, sizeof(real));
-        break;
-    case field_type::whole:
+        return;
+    }
+    const auto whole = static_cast<uint32_t>(value);
+    if (field.type == field_type::whole)
+    {
         std::memcpy(entry + field.offset, &whole, sizeof(whole));
-        break;
-    case field_type::fault:
+    }
+    else
+    {
         entry[field.offset] = static_cast<unsigned char>(whole);
-        break;
     }
 }
 

@@ -50,7 +50,7 @@ TEST(capture_list, begins_a_capture_at_each_gap)
 TEST(capture_list, removes_a_gap_that_was_none)
 {
     capture_list list;
-    for (const uint64_t missing : {0, 1, 0, 0})
+    for (const uint64_t missing : {0U, 1U, 0U, 0U})
     {
         list.add(missing);
     }

@@ -681,7 +681,7 @@ TEST_F(client_time, finds_a_server_that_is_still_starting)
     {
         const auto beginning = clock.now();
         const auto lines = server.lines().size();
-        server.on("end", [&, this](host_connection &host, const json &command) {
+        server.on("end", [&, this, start = start](host_connection &host, const json &command) {
             if (clock.now() - beginning >= start)
             {
                 answer_after(0ms)(host, command);

@@ -27,7 +27,9 @@ TEST(configuration_difference, is_none_for_equal_measurements)
     const auto recorded = document_with({{"start_point", 80}, {"frame_rate", 50}});
     EXPECT_EQ(difference(recorded, recorded), "");
     EXPECT_EQ(difference(recorded, document_with({{"frame_rate", 50.0}})), "");
-    EXPECT_EQ(difference(recorded, document_with({{"frame_rate", 50}, {"subsweeps", {json::object()}}})), "");
+    EXPECT_EQ(difference(recorded,
+                         document_with({{"frame_rate", 50}, {"subsweeps", json::array({json::object()})}})),
+              "");
     EXPECT_EQ(difference(document_with({{"subsweeps", {{{"hwaas", 9}}}}}), document_with({{"hwaas", 9}})),
               "");
     EXPECT_EQ(difference(recorded, document_with({{"frame_rate", 50}}, {{"cca_enable", false}})), "");

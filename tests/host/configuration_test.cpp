@@ -62,10 +62,11 @@ TEST(configuration, explains_what_is_not_json_in_a_sentence)
         {"{\"a\": \"\xff\"}", "text is not valid JSON at line 1, column 8: invalid or unexpected character."},
         {"{\"a\": \xc3\xa4}", "text is not valid JSON at line 1, column 7: invalid or unexpected character."},
     };
-    for (const auto &[text, message] : cases)
+    for (const auto &entry : cases)
     {
-        EXPECT_THAT([&] { parse_json_text(text, "text"); }, ThrowsMessage<configuration_error>(message))
-            << text;
+        EXPECT_THAT([&] { parse_json_text(entry.first, "text"); },
+                    ThrowsMessage<configuration_error>(entry.second))
+            << entry.first;
     }
 }
 

@@ -54,7 +54,7 @@ protected:
 
 TEST_P(exporter, leaves_no_incomplete_file_when_the_disk_is_full)
 {
-    for (const rlim_t bytes : {0, 10, 500, 2600, 3000})
+    for (const rlim_t bytes : {0U, 10U, 500U, 2600U, 3000U})
     {
         const test::file_size_limit limit(bytes);
         EXPECT_THROW(static_cast<void>(run()), recording_error) << bytes;

@@ -321,7 +321,7 @@ TEST(picture, is_complete_or_not_written)
     recording_reader recording(directory / "out");
     const auto file = directory.write("picture.png", "old picture");
     // Too little for the figures; enough for them, but not for the picture.
-    for (const rlim_t bytes : {100, 60'000})
+    for (const rlim_t bytes : {100U, 60'000U})
     {
         const test::file_size_limit limit(bytes);
         EXPECT_THAT([&] { draw_recording(recording, {.output = file}); },

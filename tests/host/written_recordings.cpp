@@ -55,9 +55,9 @@ template <typename value_t> value_t value_or(const std::map<int, value_t> &value
 session_description session_of(const json &item, const json &layout, size_t count)
 {
     auto description = example_description();
-    description.configuration["groups"] = std::vector{std::vector(count, item)};
+    description.configuration["groups"] = json::array({std::vector(count, item)});
     auto document = example_session().metadata;
-    document["metadata"] = std::vector{std::vector(count, layout)};
+    document["metadata"] = json::array({std::vector(count, layout)});
     description.metadata = decode_metadata(document);
     return description;
 }
@@ -112,7 +112,7 @@ void write_items(const std::filesystem::path &directory, size_t items, int point
     {
         auto header = example_session().frame_header(number);
         const auto info = header["result_info"][0][0];
-        header["result_info"] = std::vector{std::vector(items, info)};
+        header["result_info"] = json::array({std::vector(items, info)});
         const auto part = static_cast<int16_t>(number * 0x101U);
         writer.add(decoded(header, std::vector<sample>(metadata->frame_length(), {part, part}), metadata));
     }

@@ -124,7 +124,7 @@ TEST_F(runtime_sensors, waits_only_for_the_requested_sensor)
     EXPECT_TRUE(wait(1, 1, 300));
     EXPECT_TRUE(wait(32, 1, 0));
     EXPECT_TRUE(wait(2, 1, 0));
-    for (const zet_sensor_id_t sensor_id : {1, 2, 32})
+    for (const zet_sensor_id_t sensor_id : {1U, 2U, 32U})
     {
         EXPECT_FALSE(wait(sensor_id, 0, 0));
     }
