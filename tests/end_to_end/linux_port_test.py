@@ -16,7 +16,8 @@ import termios
 import time
 import unittest
 
-from vantor_process import EXAMPLES, SERVER, TIME_OUT, Host, SerialStream, Server, example, vantor, wait_until
+from vantor_process import (EXAMPLES, SERVER, TIME_OUT, Host, SerialStream, Server, campaign, example, vantor,
+                            wait_until)
 
 
 def run(*arguments, stdin=""):
@@ -306,7 +307,7 @@ class ReopenedDevice(unittest.TestCase):
     def test_no_command_is_lost_if_the_next_host_opens_the_device_at_once(self):
         with Server("--pty") as server:
             device = server.address.removeprefix("serial:")
-            for _ in range(10000):
+            for _ in range(campaign(10000, 2000)):
                 with Host(SerialStream(device)) as host:
                     self.assertEqual(host.ask("ping")["status"], "ok")
 
