@@ -80,11 +80,12 @@ public:
      */
     [[nodiscard]] std::vector<size_t> cuts(const std::string &name, size_t step) const
     {
+        constexpr size_t last = 16;
         const auto size = original.at(name).size();
         const char *const campaign = std::getenv("VANTOR_CAMPAIGN");
         const bool all = campaign != nullptr && std::string(campaign) == "whole";
         std::vector<size_t> lengths;
-        for (size_t length = 0; length < size; length += all || length + step > size ? 1 : step)
+        for (size_t length = 0; length < size; length += all || length + last > size ? 1 : step)
         {
             lengths.push_back(length);
         }
