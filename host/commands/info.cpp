@@ -115,7 +115,7 @@ void print_advice(std::ostream &out, const ordered_json &about)
     }
     else
     {
-        out << "it cannot be repaired: " << text(about["repair_obstacle"]) << "\n";
+        out << "\"vantor repair\" refuses to change it: " << text(about["repair_obstacle"]) << "\n";
     }
 }
 

@@ -51,9 +51,9 @@ exit_code repair(const repair_options &options, const command_streams &streams)
     streams.out << counted(result.frames, "frame") << " left; ";
     if (result.changed)
     {
-        streams.out << "removed: " << counted(result.dropped, "frame") << " complete in some items only, "
-                    << counted(result.removed.samples, "byte") << " of samples, "
-                    << counted(result.removed.tables, "byte") << " of frame tables\n";
+        streams.out << "removed: " << counted(result.dropped, "frame")
+                    << " complete in only some of the items, " << counted(result.removed.samples, "byte")
+                    << " of samples, " << counted(result.removed.tables, "byte") << " of frame tables\n";
     }
     else
     {

@@ -372,18 +372,24 @@ private:
         }
     }
 
-    /** Compares the number of missing frames in the documents with the captures and the ticks. */
+    /** Takes the number of missing frames from the documents: it includes gaps that are not listed. If all
+     * are listed, compares it with the captures. */
     void compare_missing()
     {
+        const bool all_listed = check_.captures.size() < most_captures;
+        const auto found = check_.missing;
         for (const auto &item : items())
         {
-            const auto missing = is_finished(item)
-                                     ? item.document["global"].value("vantor:frames_missing", check_.missing)
-                                     : check_.missing;
-            if (missing != check_.missing)
+            const auto missing =
+                is_finished(item) ? item.document["global"].value("vantor:frames_missing", found) : found;
+            if (missing < found || (all_listed && missing != found))
             {
-                add_fault(item.name + ".sigmf-meta announces " + counted(missing, "missing frame") +
-                          ", not " + std::to_string(check_.missing) + " as its captures and ticks.");
+                add_fault(item.name + ".sigmf-meta says that " + counted(missing, "frame") +
+                          " are missing, but its captures and ticks show " + std::to_string(found) + ".");
+            }
+            else
+            {
+                check_.missing = missing;
             }
         }
     }

@@ -146,10 +146,12 @@ TEST(repair_command, removes_whole_frames_only_with_an_option)
     EXPECT_EQ(refused.code, exit_code::damaged);
     EXPECT_THAT(refused.err, HasSubstr("15 frames whose samples are complete in another file"));
     const auto about = run({"info", path}).out;
-    EXPECT_THAT(about, HasSubstr("it cannot be repaired: 15 frames whose samples are complete in another"));
+    EXPECT_THAT(
+        about,
+        HasSubstr("\"vantor repair\" refuses to change it: 15 frames whose samples are complete in another"));
     EXPECT_THAT(about, Not(HasSubstr("to complete it")));
     EXPECT_THAT(run({"repair", path, "--drop-frames"}).out,
-                HasSubstr("5 frames left; removed: 15 frames complete in some items only, "));
+                HasSubstr("5 frames left; removed: 15 frames complete in only some of the items, "));
 }
 
 TEST(info, compares_the_number_of_missing_frames_with_the_captures)
@@ -164,9 +166,8 @@ TEST(info, compares_the_number_of_missing_frames_with_the_captures)
     files.write("session.sigmf-collection", collection.dump());
     const auto result = run({"info", files.path.string()});
     EXPECT_EQ(result.code, exit_code::damaged);
-    EXPECT_THAT(result.out,
-                HasSubstr("damage: group-1-item-1.sigmf-meta announces 7 missing frames, not 0 as "
-                          "its captures and ticks.\n"));
+    EXPECT_THAT(result.out, HasSubstr("damage: group-1-item-1.sigmf-meta says that 7 frames are missing, but "
+                                      "its captures and ticks show 0.\n"));
 }
 
 TEST(repair_command, reports_what_it_cannot_repair)
@@ -186,9 +187,10 @@ TEST(info, of_a_recording_that_is_not_finished_is_no_failure)
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr(": 2 frames, incomplete, started "));
     EXPECT_THAT(text.out, HasSubstr("to complete it: vantor repair " + files.path.string() + "\n"));
-    EXPECT_EQ(run({"repair", files.path.string()}).out,
-              "2 frames left; removed: 0 frames complete in some items only, 0 bytes of samples, 0 bytes of "
-              "frame tables\n");
+    EXPECT_EQ(
+        run({"repair", files.path.string()}).out,
+        "2 frames left; removed: 0 frames complete in only some of the items, 0 bytes of samples, 0 bytes of "
+        "frame tables\n");
     EXPECT_THAT(run({"info", files.path.string()}).out, HasSubstr(": 2 frames, repaired, started "));
     EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("to complete it")));
 }

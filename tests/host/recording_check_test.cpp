@@ -384,6 +384,15 @@ TEST(recording_check, counts_the_gaps_before_a_cut_that_are_not_listed)
     EXPECT_EQ(check_recording(directory / "out").missing, test::frames_between_gaps - 2U);
 }
 
+TEST(recording_check, takes_the_number_of_gaps_that_are_not_listed_and_have_no_period)
+{
+    const test::temporary_directory directory;
+    test::write_many_gaps(directory / "out", false);
+    const auto check = check_recording(directory / "out");
+    EXPECT_THAT(check.faults, testing::IsEmpty());
+    EXPECT_EQ(check.missing, test::frames_between_gaps - 1U);
+}
+
 TEST(recording_check, compares_no_samples_across_gaps)
 {
     // The level changes where frames are missing, at a break, and where a frame is not valid.

@@ -158,16 +158,18 @@ void write_item(const std::filesystem::path &directory, const written_item &item
     }
 }
 
-void write_many_gaps(const std::filesystem::path &directory)
+void write_many_gaps(const std::filesystem::path &directory, bool paced)
 {
-    const auto description = session_of({.config = json::object(), .points = 1, .frame_ticks = 100});
+    written_item item{.config = json::object(), .points = 1, .frame_ticks = 100};
+    item.paced = paced;
+    const auto description = session_of(item);
     const auto metadata = std::make_shared<const session_metadata>(description.metadata);
     recording_writer writer(directory, description);
     for (uint32_t number = 0; number < frames_between_gaps; ++number)
     {
-        frame_item item;
-        item.tick = 2 * number * 100;
-        auto added = make_frame(metadata, {{1, 1}}, {item});
+        frame_item measured;
+        measured.tick = 2 * number * 100;
+        auto added = make_frame(metadata, {{1, 1}}, {measured});
         added.set_missing(number);
         writer.add(added);
     }

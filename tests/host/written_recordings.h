@@ -57,7 +57,7 @@ void write_item(const std::filesystem::path &directory, const written_item &item
 inline constexpr int frames_between_gaps = 12000;
 
 /** Records frames of which every second one is missing: more gaps than are listed. */
-void write_many_gaps(const std::filesystem::path &directory);
+void write_many_gaps(const std::filesystem::path &directory, bool paced = true);
 
 } // namespace vantor::test
 
