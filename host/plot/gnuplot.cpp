@@ -4,8 +4,12 @@
 #include "plot/gnuplot.h"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <string_view>
+#include <system_error>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -59,7 +63,23 @@ int await_end(pid_t process, const std::function<bool()> &stop)
     return status;
 }
 
-/** Starts gnuplot, without the settings of the user; its messages go to a file. */
+/** The environment, without variables that change what gnuplot draws. */
+std::vector<char *> environment()
+{
+    std::vector<char *> kept;
+    for (char **variable = environ; *variable != nullptr; ++variable)
+    {
+        const std::string_view text = *variable;
+        if (!text.starts_with("GNUTERM=") && !text.starts_with("GNUPLOT_"))
+        {
+            kept.push_back(*variable);
+        }
+    }
+    kept.push_back(nullptr);
+    return kept;
+}
+
+/** Starts gnuplot, without the settings of the user; what it prints goes to a file. */
 pid_t start(const std::filesystem::path &script, const std::filesystem::path &messages)
 {
     std::string name = "gnuplot";
@@ -70,12 +90,16 @@ pid_t start(const std::filesystem::path &script, const std::filesystem::path &me
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, messages.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0600);
+    posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
     pid_t process = 0;
-    const int failure = posix_spawnp(&process, name.c_str(), &actions, nullptr, arguments.data(), environ);
+    const int failure =
+        posix_spawnp(&process, name.c_str(), &actions, nullptr, arguments.data(), environment().data());
     posix_spawn_file_actions_destroy(&actions);
     if (failure != 0)
     {
-        throw error("Cannot start gnuplot, which draws the picture: install it (package gnuplot-nox).");
+        throw error("Cannot start gnuplot, which draws the picture: " +
+                    (failure == ENOENT ? "install it (package gnuplot-nox)."
+                                       : std::generic_category().message(failure) + "."));
     }
     return process;
 }
@@ -90,7 +114,17 @@ std::string read_line_of(const std::filesystem::path &path)
     {
         line += (line.empty() ? "" : " ") + word;
     }
-    return line.substr(0, most);
+    return line.size() > most ? line.substr(0, most) + "…" : line;
+}
+
+/** Why gnuplot has failed. */
+std::string describe_failure(int status, const std::string &printed)
+{
+    if (WIFSIGNALED(status))
+    {
+        return "signal " + std::to_string(WTERMSIG(status)) + " ended it.";
+    }
+    return printed.empty() ? "it gave no reason." : printed;
 }
 
 } // namespace
@@ -106,8 +140,7 @@ std::string run_gnuplot(const std::filesystem::path &script, const std::filesyst
     auto printed = read_line_of(messages);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
     {
-        throw error("gnuplot failed to draw the picture: " +
-                    (printed.empty() ? "it gave no reason." : printed));
+        throw error("gnuplot failed to draw the picture: " + describe_failure(status, printed));
     }
     return printed;
 }

@@ -196,6 +196,10 @@ std::string page_drawer::render(const std::string &commands)
     // gnuplot does not report when the disk is full.
     std::ifstream file(picture(), std::ios::binary);
     std::string content{std::istreambuf_iterator<char>(file), {}};
+    if (!content.ends_with(last_chunk) && !messages.empty())
+    {
+        throw error("gnuplot drew no picture: " + messages);
+    }
     require_written(content.ends_with(last_chunk));
     return content;
 }

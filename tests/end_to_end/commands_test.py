@@ -23,7 +23,7 @@ import zipfile
 import numpy
 
 from sigmf_rules import check_recording
-from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, has_sanitizers, vantor
+from vantor_process import EXAMPLES, TIME_OUT, VANTOR, Server, example, has_sanitizers, vantor, wait_until
 
 COMMANDS = ("identify", "scan", "selftest", "plan", "validate", "calibrate", "record", "info", "repair", "plot",
             "export",
@@ -427,7 +427,7 @@ class Plot(CommandTest):
 
     def test_messages_of_gnuplot_do_not_control_the_terminal(self):
         recording = self.record()
-        variables = self.replace_gnuplot("printf '\n  \\033[31mno\nfont\\302\\233' >&2; exit 1\n")
+        variables = self.replace_gnuplot("printf '\\n  \\033[31mno\\n'; printf 'font\\302\\233' >&2; exit 1\n")
         result = vantor("plot", recording, env=variables)
         self.assertEqual((result.returncode, result.stdout), (1, ""))
         self.assertEqual(result.stderr, "vantor: gnuplot failed to draw the picture: ?[31mno font?\n")
@@ -439,18 +439,21 @@ class Plot(CommandTest):
         recording = self.record()
         with open(self.path(".gnuplot"), "w", encoding="ascii") as settings:
             settings.write("exit status 1\n")
-        self.assertEqual(vantor("plot", recording, env={**os.environ, "HOME": self.folder}).returncode, 0)
+        for variables in ({"HOME": self.folder}, {"GNUTERM": "no such terminal"}):
+            with self.subTest(variables):
+                self.assertEqual(vantor("plot", recording, env={**os.environ, **variables}).returncode, 0)
 
     def test_a_signal_removes_the_temporary_files(self):
         recording = self.record()
         os.mkdir(self.path("scratch"))
-        variables = self.replace_gnuplot("trap '' TERM; echo started; exec sleep 1000\n")
-        variables["TMPDIR"] = self.path("scratch")
+        variables = self.replace_gnuplot("trap '' TERM; : >\"$STARTED\"; exec sleep 1000\n")
+        variables |= {"TMPDIR": self.path("scratch"), "STARTED": self.path("started")}
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             with self.subTest(number), subprocess.Popen([VANTOR, "plot", recording], stdout=subprocess.PIPE,
                                                         stderr=subprocess.PIPE, text=True, env=variables) as process:
                 self.addCleanup(process.kill)
-                self.assertEqual(process.stdout.readline(), "started\n")
+                wait_until(lambda: os.path.exists(self.path("started")), "gnuplot")
+                os.remove(self.path("started"))
                 self.assertEqual(len(os.listdir(self.path("scratch"))), 1)
                 process.send_signal(number)
                 output, errors = process.communicate(timeout=TIME_OUT)
