@@ -325,7 +325,7 @@ nlohmann::json client::request(const nlohmann::json &command, const frame_handle
 {
     if (std::exchange(awaited_, nullptr) != command)
     {
-        send_command(command);
+        transmit(command.dump() + "\n", timeout.value_or(timeouts_.answer));
     }
     try
     {

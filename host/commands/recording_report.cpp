@@ -53,6 +53,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .lost = recorded.source.lost(),
                        .silence = recorded.stream.silence(),
                        .due_at_end = due_at_end(recorded),
+                       .end_known = recorded.source.end_known() || !recorded.stream.interrupted(),
                        .breaks = recorded.tally.breaks(),
                        .items = {}};
     const auto &layouts = recorded.source.metadata().items;

@@ -149,12 +149,13 @@ void session_source::stop(std::optional<std::chrono::milliseconds> timeout)
 {
     const uint64_t known = missing_ - earlier_missing_;
     uint64_t missing = known;
+    uint64_t arrived = 0;
     const auto count_late = [&](const frame &late) {
         missing = late.missing();
-        ++due_at_end_;
+        ++arrived;
     };
     const uint64_t left_out = server_.stop(count_late, timeout);
-    due_at_end_ += std::max(missing, left_out) - known;
+    due_at_end_ += arrived + std::max(missing, left_out) - known;
 }
 
 void session_source::end_promptly()
@@ -167,11 +168,13 @@ void session_source::end_promptly()
     {
         finish_stream(time_to_stop);
     }
-    catch (const error &) // NOLINT(bugprone-empty-catch): what was due is not known
+    catch (const error &)
     {
+        end_known_ = false;
     }
-    catch (const cancelled &) // NOLINT(bugprone-empty-catch): even this is too long
+    catch (const cancelled &)
     {
+        end_known_ = false;
     }
     server_.end_promptly();
 }

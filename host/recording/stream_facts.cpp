@@ -43,6 +43,11 @@ void describe_silence(const stream_facts &facts, std::vector<std::string> &lines
 {
     const double period = facts.nominal_rate > 0.0 ? 1.0 / facts.nominal_rate : 0.0;
     const double silence = facts.silence + static_cast<double>(facts.due_at_end) * period;
+    if (!facts.end_known)
+    {
+        lines.emplace_back(
+            "the server did not answer at the end: how many frames were due then is not known");
+    }
     if (facts.frames == 0)
     {
         lines.emplace_back("no frame was recorded");

@@ -172,6 +172,7 @@ class Suspension(unittest.TestCase):
                                                            interrupted=interrupted)
             with server.connect() as host:
                 counted = host.ask("stats")
+        self.assertNotIn("the server did not answer", "\n".join(summary["warnings"]))
         reported = [int(number) for number in DUE_AT_END.findall("\n".join(summary["warnings"]))]
         due = summary["frames"] + summary["frames_missing"] + sum(reported)
         self.assertEqual(len(reported), 1, summary["warnings"])

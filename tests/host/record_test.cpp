@@ -32,6 +32,7 @@ using test::host_connection;
 using test::read_file;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 
 /** A server, a directory with a configuration, and the output of the command. */
 class record_test : public testing::Test
@@ -60,6 +61,18 @@ protected:
         return first_item()["global"]["vantor:frames"];
     }
 
+    /** Lets a signal arrive at a time. */
+    void interrupt_at(test::manual_clock::duration time)
+    {
+        loop = std::make_shared<event_loop>([this, time] {
+            if (clock.now() >= time && !std::exchange(interrupted_, true))
+            {
+                std::raise(SIGINT);
+            }
+            return clock.source()();
+        });
+    }
+
     test::manual_clock clock;
     std::shared_ptr<event_loop> loop = std::make_shared<test::manual_loop>(clock);
     test::scripted_server server{clock};
@@ -68,6 +81,9 @@ protected:
     std::ostringstream err;
     bool terminal = false; /**< whether err is one */
     record_options options;
+
+private:
+    bool interrupted_ = false;
 };
 
 /** Sends a frame of the example session. */
@@ -593,18 +609,25 @@ TEST_F(record_test, gives_up_on_a_frame_that_stops_arriving)
 TEST_F(record_test, ends_at_an_interrupt)
 {
     server.on("start", test::stream_frames(3));
-    bool raised = false;
-    loop = std::make_shared<event_loop>([&] {
-        if (clock.now() >= 1s && !std::exchange(raised, true))
-        {
-            std::raise(SIGINT);
-        }
-        return clock.source()();
-    });
+    interrupt_at(1s);
     EXPECT_EQ(run(), exit_code::interrupted);
     // It is called ten times per second.
     EXPECT_LE(clock.now(), 1100ms);
     EXPECT_EQ(recorded(), 3);
+}
+
+TEST_F(record_test, counts_the_frames_that_were_due_at_an_interrupt)
+{
+    server.on("start", test::stream_frames(3));
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 3);
+        send_frame(host, 6);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"frames_left_out", 40}, {"payload_size", 0}}, "");
+    });
+    interrupt_at(1s);
+    EXPECT_EQ(run(), exit_code::interrupted);
+    EXPECT_EQ(recorded(), 3);
+    EXPECT_THAT(out.str(), HasSubstr(": 42 frames were due"));
 }
 
 TEST_F(record_test, writes_nothing_when_the_server_refuses_the_configuration)

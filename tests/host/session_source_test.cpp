@@ -312,6 +312,22 @@ TEST_F(session_source_test, takes_the_span_of_a_calibration_from_the_clock_of_th
     EXPECT_DOUBLE_EQ(segments[1].gap, 1.0);
 }
 
+TEST_F(session_source_test, does_not_know_what_was_due_if_the_server_does_not_answer_in_time)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stop", [](host_connection &host, const json &) { send_frame(host, 11); });
+    client connected(server.links(), {}, std::make_shared<event_loop>(clock.source()));
+    session_source source(connected, configuration, {}, loop);
+    source.start();
+    EXPECT_TRUE(source.receive(100ms));
+    EXPECT_TRUE(source.end_known());
+    const auto before = clock.now();
+    source.end_promptly();
+    EXPECT_FALSE(source.end_known());
+    EXPECT_EQ(source.due_at_end(), 0U);
+    EXPECT_LE(clock.now() - before, 2s);
+}
+
 TEST_F(session_source_test, does_not_end_as_if_nothing_had_happened_while_the_link_is_lost)
 {
     on_start = [this](host_connection &host) {

@@ -51,6 +51,16 @@ TEST(stream_warnings, name_a_rate_that_the_server_has_not_accepted)
                             "the configuration requests 50.0"));
 }
 
+TEST(stream_warnings, say_that_the_server_did_not_answer_at_the_end)
+{
+    stream_facts facts;
+    facts.frames = 10;
+    facts.nominal_rate = 5.0;
+    facts.end_known = false;
+    EXPECT_THAT(describe_warnings(facts), ElementsAre("the server did not answer at the end: how many frames "
+                                                      "were due then is not known"));
+}
+
 TEST(stream_warnings, do_not_call_one_missing_frame_a_rate_that_is_not_reached)
 {
     stream_facts facts;

@@ -104,6 +104,12 @@ public:
         return due_at_end_;
     }
 
+    /** Whether the server has answered at the end, so that due_at_end() is known. */
+    [[nodiscard]] bool end_known() const noexcept
+    {
+        return end_known_;
+    }
+
     /** Whether the link is lost, and has not been connected again. */
     [[nodiscard]] bool lost() const noexcept
     {
@@ -161,6 +167,7 @@ private:
     uint64_t earlier_missing_ = 0; /**< frames missing in earlier segments */
     uint64_t missing_ = 0;         /**< frames missing in all segments */
     uint64_t due_at_end_ = 0;
+    bool end_known_ = true; /**< the server has answered "stop", if it was sent */
     uint64_t damaged_messages_ = 0;
     std::optional<std::string> damage_; /**< what was wrong with the last message, if it was damaged */
 };
