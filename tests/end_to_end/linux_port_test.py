@@ -241,15 +241,17 @@ class Links(unittest.TestCase):
             first.ask("configure", configuration=example("two_sensors.json"))
             first.command("start")
             server.wait_until_stuck(first)
+            unread = first.stream.unread()
             for _ in range(10):
                 with server.connect() as second:
                     self.assertEqual(second.message()[0]["code"], "busy")
+            self.assertEqual(first.stream.unread(), unread, "bytes that the first host has not read")
             first.command("stop")
             answer, frames = first.answer()
             self.assertEqual(answer["command"], "start")
             answer, frames = first.answer()
             self.assertEqual(answer["command"], "stop")
-            self.assertGreater(len(frames), 100)
+            self.assertGreater(sum(len(payload) for _, payload in frames), unread // 2)
 
     def test_all_received_commands_are_executed_between_two_frames(self):
         item = {"sensor_id": 1, "config": {"frame_rate": 5}}

@@ -1,5 +1,6 @@
 """Starts servers and communicates with them, for the end-to-end tests."""
 
+import collections
 import fcntl
 import json
 import os
@@ -122,9 +123,16 @@ class Server:
             return file.read().rpartition(")")[2].split()[0]
 
     def wait_until_stuck(self, host):
-        """Waits until a server that has data to send, and never waits for a clock, cannot send more."""
-        wait_until(lambda: host.stream.unread() > 0 and host.stream.unsent() == 0 and self.state() == "S",
-                   "a full connection")
+        """Waits until a server that has data to send, and never waits for a clock, cannot send more. It may also sleep
+        for a moment while the connection still accepts data, so it has to be found asleep several times."""
+        samples = collections.deque(maxlen=20)
+
+        def is_stuck():
+            samples.append((host.stream.unread(), host.stream.unsent(), self.state()))
+            return len(samples) == samples.maxlen and len(set(samples)) == 1 and \
+                samples[0][0] > 0 and samples[0][1:] == (0, "S")
+
+        wait_until(is_stuck, "a full connection")
 
 
 class Relay(threading.Thread):
