@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace vantor
@@ -28,7 +29,12 @@ int subsweep_setting(const recorded_item &item, size_t subsweep, const std::stri
                            ? nlohmann::json::json_pointer("/subsweeps") / subsweep / name
                            : nlohmann::json::json_pointer() / name;
     const auto value = config.value(place, nlohmann::json());
-    return value.is_number() ? value.get<int>() : configuration_schema()["$defs"][name]["default"].get<int>();
+    if (!value.is_number())
+    {
+        return configuration_schema()["$defs"][name]["default"].get<int>();
+    }
+    using limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp<double>(value.get<double>(), limits::min(), limits::max()));
 }
 
 double pulse_width(const recorded_item &item, size_t subsweep)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -67,6 +68,13 @@ template <typename function_t> auto read_checked(const std::filesystem::path &pa
     }
 }
 
+/** Whether a value is a whole number of the type int. */
+bool is_int(const json &value)
+{
+    using limits = std::numeric_limits<int>;
+    return value.is_number_integer() && value >= limits::min() && value <= limits::max();
+}
+
 /** Reads the description of the session from an object that contains it. */
 session_description read_session(const json &members)
 {
@@ -76,7 +84,11 @@ session_description read_session(const json &members)
     session.metadata = decode_metadata(members.at("vantor:metadata"));
     set_distances(session.metadata, session.configuration);
     session.server.server_version = about.at("version").get<std::string>();
-    session.server.protocol_version = about.at("protocol_version").get<int>();
+    if (!is_int(about.at("protocol_version")))
+    {
+        throw protocol_error("The version of the protocol is not a whole number.");
+    }
+    session.server.protocol_version = about["protocol_version"].get<int>();
     session.server.sensor = about.at("sensor").get<std::string>();
     session.server.ticks_per_second = about.at("ticks_per_second").get<double>();
     if (members.contains("vantor:source"))
@@ -91,19 +103,23 @@ session_description read_session(const json &members)
     return session;
 }
 
+/** Whether a capture has the numbers that vantor writes. */
+bool has_capture_numbers(const json &capture)
+{
+    return capture.at("core:sample_start").is_number_unsigned() &&
+           capture.at("core:global_index").is_number_unsigned() &&
+           is_int(capture.value("vantor:calibration_temperature", json(0)));
+}
+
 /** Throws a JSON exception if a segment of frames is not described as vantor does. */
 void check_capture(const json &capture, size_t frame_length)
 {
-    const auto start = capture.at("core:sample_start").get<uint64_t>();
-    const auto index = capture.at("core:global_index").get<uint64_t>();
     static_cast<void>(capture.value("core:datetime", std::string()));
     static_cast<void>(capture.value("vantor:break", std::string()));
     const double gap = capture.value("vantor:break_s", 0.0);
-    static_cast<void>(capture.value("vantor:calibration_temperature", 0));
-    const bool numbers = capture["core:sample_start"].is_number_unsigned() &&
-                         capture["core:global_index"].is_number_unsigned();
-    if (!numbers || !(gap >= 0.0 && gap <= longest_time) || index < start ||
-        (frame_length > 0 && start % frame_length != 0))
+    if (!has_capture_numbers(capture) || !(gap >= 0.0 && gap <= longest_time) ||
+        capture["core:global_index"] < capture["core:sample_start"] ||
+        (frame_length > 0 && capture["core:sample_start"].get<uint64_t>() % frame_length != 0))
     {
         throw json::other_error::create(500, "impossible capture", &capture);
     }

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstring>
 #include <fstream>
+#include <string_view>
 
 #include <gmock/gmock.h>
 
@@ -28,6 +29,20 @@ using test::write_example_recording;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testing::ThrowsMessage;
+
+/** Whether a recording can be opened; if not, the exception must be bad_recording. */
+bool can_open(const std::filesystem::path &place)
+{
+    try
+    {
+        const recording_reader opened(place);
+        return true;
+    }
+    catch (const bad_recording &)
+    {
+        return false;
+    }
+}
 
 TEST(recording_reader, reads_what_was_written)
 {
@@ -117,6 +132,34 @@ TEST(recording_reader, refuses_impossible_breaks)
         files.write(name, meta.dump());
         EXPECT_THROW(recording_reader(files.path), bad_recording) << seconds;
     }
+}
+
+TEST(recording_reader, refuses_numbers_beyond_their_types)
+{
+    const test::recording_files files(true);
+    const std::string name = "group-1-item-1.sigmf-meta";
+    for (const char *place : {"/captures/0/core:sample_start", "/captures/0/core:global_index",
+                              "/captures/0/vantor:calibration_temperature"})
+    {
+        for (const nlohmann::json &value : {nlohmann::json(1e300), nlohmann::json(-1), nlohmann::json(0.5)})
+        {
+            auto meta = nlohmann::json::parse(files.original.at(name));
+            meta[nlohmann::json::json_pointer(place)] = value;
+            files.write(name, meta.dump());
+            const bool allowed = value == -1 && std::string_view(place).ends_with("temperature");
+            EXPECT_EQ(can_open(files.path), allowed) << place << " " << value;
+        }
+    }
+}
+
+TEST(recording_reader, refuses_a_protocol_version_that_is_no_whole_number)
+{
+    const test::recording_files files(true);
+    const std::string name = "session.sigmf-collection";
+    auto collection = nlohmann::json::parse(files.original.at(name));
+    collection["collection"]["vantor:server"]["protocol_version"] = 1e300;
+    files.write(name, collection.dump());
+    EXPECT_THROW(recording_reader(files.path), bad_recording);
 }
 
 TEST(frame_table, reports_lines_that_are_missing)
