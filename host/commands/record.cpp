@@ -3,8 +3,6 @@
  */
 #include "commands/record.h"
 
-#include <array>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <ostream>
@@ -21,6 +19,7 @@
 #include "commands/stream_warnings.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
+#include "recording/dated_directory.h"
 #include "vantor/calibration_file.h"
 #include "vantor/configuration.h"
 #include "vantor/frame_tally.h"
@@ -60,21 +59,7 @@ constexpr uint64_t most_megabytes = 1U << 20U;
  */
 std::filesystem::path default_output(const std::filesystem::path &configuration)
 {
-    const auto name = configuration.empty() ? "replay" : configuration.stem().string();
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    localtime_r(&now, &parts);
-    std::array<char, 32> text{};
-    const auto length = std::strftime(text.data(), text.size(), "%Y%m%d-%H%M%S", &parts);
-    const auto base = std::filesystem::path("recordings") / (name + "-" + std::string(text.data(), length));
-    auto candidate = base;
-    for (int i = 2; std::filesystem::exists(candidate); ++i)
-    {
-        candidate = base;
-        candidate += "-";
-        candidate += std::to_string(i);
-    }
-    return candidate;
+    return dated_directory(configuration.empty() ? "replay" : configuration.stem().string());
 }
 
 /** What a person should know while a stream is recorded. */
