@@ -44,16 +44,4 @@ void text_table::print(std::ostream &out) const
     }
 }
 
-std::string format_bytes(double bytes)
-{
-    constexpr std::array<const char *, 5> units{"B", "kB", "MB", "GB", "TB"};
-    size_t unit = 0;
-    while (bytes >= 999.95 && unit + 1 < units.size())
-    {
-        bytes /= 1000.0;
-        ++unit;
-    }
-    return fixed(bytes, unit == 0 ? 0 : 1) + " " + units[unit];
-}
-
 } // namespace vantor

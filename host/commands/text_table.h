@@ -29,9 +29,6 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-/** Formats a number of bytes with a unit, such as "1.3 MB" (1 kB is 1000 bytes). */
-std::string format_bytes(double bytes);
-
 } // namespace vantor
 
 #endif

@@ -4,6 +4,7 @@
 #include "recording/number_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <iomanip>
 #include <sstream>
@@ -33,6 +34,18 @@ std::string rate_text(double rate)
 std::string counted(uint64_t number, const std::string &noun)
 {
     return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+std::string format_bytes(double bytes)
+{
+    constexpr std::array<const char *, 5> units{"B", "kB", "MB", "GB", "TB"};
+    size_t unit = 0;
+    while (bytes >= 999.95 && unit + 1 < units.size())
+    {
+        bytes /= 1000.0;
+        ++unit;
+    }
+    return fixed(bytes, unit == 0 ? 0 : 1) + " " + units[unit];
 }
 
 } // namespace vantor

@@ -22,6 +22,9 @@ std::string rate_text(double rate);
 /** A number with a noun in singular or plural. */
 std::string counted(uint64_t number, const std::string &noun);
 
+/** Formats a number of bytes with a unit, such as "1.3 MB" (1 kB is 1000 bytes). */
+std::string format_bytes(double bytes);
+
 } // namespace vantor
 
 #endif

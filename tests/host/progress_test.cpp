@@ -13,6 +13,7 @@
 #include "commands/text_table.h"
 #include "example_recording.h"
 #include "manual_clock.h"
+#include "recording/number_text.h"
 #include "temporary_directory.h"
 
 namespace vantor
