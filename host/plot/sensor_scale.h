@@ -13,9 +13,6 @@
 namespace vantor
 {
 
-/** The amplitude at 0 dBFS. */
-inline constexpr double full_scale = 32767.0;
-
 /** Converts an amplitude to dBFS; amplitudes below 0.1 are treated as 0.1. */
 double dbfs(double amplitude);
 

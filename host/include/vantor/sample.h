@@ -33,6 +33,9 @@ struct sample
     }
 };
 
+/** The amplitude at 0 dBFS. */
+inline constexpr double full_scale = 32767.0;
+
 /** The square of the magnitude; exact up to 2^24, otherwise rounded to float. */
 inline float norm(sample value) noexcept
 {
