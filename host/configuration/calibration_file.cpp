@@ -80,6 +80,22 @@ std::set<json> sensors_to_calibrate(const json &configuration)
     return sensors;
 }
 
+/** Adds calibrations of sensors that a document uses without one; returns whether it now has one for any. */
+bool add_wanted(json &configuration, const json &available)
+{
+    const auto wanted = sensors_to_calibrate(configuration);
+    bool fits = wanted.empty();
+    for (const auto &entry : available)
+    {
+        if (wanted.contains(entry["sensor_id"]))
+        {
+            configuration["calibration_info"].push_back(entry);
+            fits = true;
+        }
+    }
+    return fits;
+}
+
 /** The sensors of calibrations as text. */
 std::string list_sensors(const json &calibrations)
 {
@@ -129,17 +145,7 @@ void add_calibrations(nlohmann::json &configuration, const std::filesystem::path
 try
 {
     const auto available = read_calibrations(file);
-    const auto wanted = sensors_to_calibrate(configuration);
-    bool fits = wanted.empty();
-    for (const auto &entry : available)
-    {
-        if (wanted.contains(entry["sensor_id"]))
-        {
-            configuration["calibration_info"].push_back(entry);
-            fits = true;
-        }
-    }
-    if (!fits)
+    if (!add_wanted(configuration, available))
     {
         throw configuration_error(file.string() + " contains calibrations of " + list_sensors(available) +
                                   " only, none of which the configuration needs.");
@@ -148,6 +154,11 @@ try
 catch (const nlohmann::json::exception &)
 {
     throw configuration_error("\"calibration_info\" of the configuration is not a list of calibrations.");
+}
+
+void add_calibrations(nlohmann::json &configuration, const std::vector<calibration> &calibrations)
+{
+    add_wanted(configuration, json::parse(calibration_text(calibrations))["calibration_info"]);
 }
 
 } // namespace vantor

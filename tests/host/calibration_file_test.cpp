@@ -73,6 +73,20 @@ TEST(calibration_file, is_added_only_for_sensors_in_use)
     EXPECT_EQ(other, configuration_of({3}));
 }
 
+TEST(calibration_file, is_not_needed_for_calibrations_of_an_earlier_session)
+{
+    const std::vector<calibration> earlier{
+        {.sensor_id = 1, .temperature = 24, .data = std::string(480, 'a')},
+        {.sensor_id = 2, .temperature = 30, .data = std::string(480, 'b')}};
+    auto configuration = configuration_of({2, 3});
+    add_calibrations(configuration, earlier);
+    ASSERT_EQ(configuration["calibration_info"].size(), 1U);
+    EXPECT_EQ(configuration["calibration_info"][0]["sensor_id"], 2);
+    auto other = configuration_of({3});
+    add_calibrations(other, earlier);
+    EXPECT_EQ(other, configuration_of({3}));
+}
+
 TEST(calibration_file, is_refused_with_two_calibrations_of_a_sensor)
 {
     const test::temporary_directory directory;

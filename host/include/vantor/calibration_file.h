@@ -38,6 +38,15 @@ void check_calibrations(const std::vector<calibration> &calibrations, const std:
  */
 void add_calibrations(nlohmann::json &configuration, const std::filesystem::path &file);
 
+/**
+ * Adds calibrations of an earlier session to a configuration document: those of sensors that the document
+ * uses and whose calibration it does not already contain.
+ *
+ * @param configuration  a valid document
+ * @param calibrations   the calibrations
+ */
+void add_calibrations(nlohmann::json &configuration, const std::vector<calibration> &calibrations);
+
 } // namespace vantor
 
 #endif
