@@ -11,6 +11,10 @@ namespace vantor
 
 void capture_list::begin(const segment &next)
 {
+    if (frames_ == 0)
+    {
+        return;
+    }
     if (captures_.size() < most_captures_with_breaks)
     {
         next_ = next;

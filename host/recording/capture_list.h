@@ -28,7 +28,7 @@ inline constexpr size_t most_captures_with_breaks = 20000;
 class capture_list
 {
 public:
-    /** Begins a segment after a break: the next frame is its first one. */
+    /** Begins a segment after a break: the next frame is its first one. There is no break before frame 0. */
     void begin(const segment &next);
 
     /**

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <limits>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -78,9 +79,11 @@ void make_new_directory(const std::filesystem::path &directory)
 
 } // namespace
 
-recording_writer::recording_writer(std::filesystem::path directory, session_description session)
+recording_writer::recording_writer(std::filesystem::path directory, session_description session,
+                                   recording_start start)
     : directory_(std::move(directory)), session_(std::move(session)),
-      captures_(std::make_unique<capture_list>())
+      captures_(std::make_unique<capture_list>()),
+      missing_before_(start == recording_start::with_stream ? 0 : std::numeric_limits<uint64_t>::max())
 {
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
     {
@@ -134,7 +137,7 @@ void recording_writer::add(const frame &received, std::chrono::system_clock::tim
     {
         items_[i].commit(received.items()[i]);
     }
-    if (captures_->add(received.missing()))
+    if (captures_->add(belonging(received.missing())))
     {
         captures_->set_time(utc_text(arrival));
     }
@@ -160,6 +163,11 @@ void recording_writer::finish()
     write_documents(true);
 }
 
+uint64_t recording_writer::missing() const noexcept
+{
+    return captures_->missing();
+}
+
 double recording_writer::seconds() const noexcept
 {
     return items_.empty() ? 0.0 : items_.front().seconds();
@@ -173,6 +181,14 @@ uint64_t recording_writer::data_length() const noexcept
         length += item.data_length();
     }
     return length;
+}
+
+/** How many of the frames missing in the stream belong to the recording. */
+uint64_t recording_writer::belonging(uint64_t missing)
+{
+    // Less than before if this frame shows that the first one was only late.
+    missing_before_ = std::min(missing_before_, missing);
+    return missing - missing_before_;
 }
 
 /** Writes the documents of the items, and the collection with their digests: all of them or none. */

@@ -68,6 +68,16 @@ TEST(capture_list, keeps_a_break_without_missing_frames)
     EXPECT_EQ(list.captures()[1].begins->reason, "connected again");
 }
 
+TEST(capture_list, has_no_break_before_the_first_frame)
+{
+    capture_list list;
+    list.begin(some_break());
+    EXPECT_TRUE(list.add(0));
+    EXPECT_FALSE(list.add(0));
+    EXPECT_THAT(places(list), ElementsAre(Pair(0, 0)));
+    EXPECT_FALSE(list.captures()[0].begins);
+}
+
 TEST(capture_list, counts_gaps_that_it_does_not_list)
 {
     capture_list list;

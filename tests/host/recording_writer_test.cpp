@@ -15,6 +15,7 @@
 #include "libcrypto_without_algorithms.h"
 #include "recording/capture_list.h"
 #include "recording/input_file.h"
+#include "recording/recording_check.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
 #include "temporary_directory.h"
@@ -32,7 +33,9 @@ using test::example_description;
 using test::example_frame;
 using test::example_session;
 using test::read_file;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Pair;
 using testing::StartsWith;
 
 /** A JSON document of a recording. */
@@ -229,11 +232,103 @@ TEST(recording_writer, shows_frames_that_are_missing_before_the_first)
     const test::temporary_directory directory;
     recording_writer writer(directory / "out", example_description());
     writer.add(frame_after_missing(2, 2));
+    EXPECT_EQ(writer.missing(), 2U);
     writer.finish();
     const auto captures = read_json(directory / "out/group-1-item-1.sigmf-meta")["captures"];
     ASSERT_EQ(captures.size(), 1U);
     EXPECT_EQ(captures[0]["core:sample_start"], 0);
     EXPECT_EQ(captures[0]["core:global_index"], 2 * 40);
+}
+
+/** The first frame of each capture of a recording, and the frames missing before it; fails on any fault. */
+std::vector<std::pair<uint64_t, uint64_t>> checked_gaps(const std::filesystem::path &directory)
+{
+    const auto check = check_recording(directory);
+    EXPECT_THAT(check.faults, testing::IsEmpty());
+    std::vector<std::pair<uint64_t, uint64_t>> gaps;
+    for (const auto &part : check.captures)
+    {
+        gaps.emplace_back(part.first_frame, part.frames_missing);
+    }
+    EXPECT_EQ(check.missing, gaps.back().second);
+    return gaps;
+}
+
+/** A recording that begins in the middle of a stream. */
+class recording_within_stream : public testing::Test
+{
+protected:
+    /** Writes frames, given by their numbers in the stream and the frames missing before them. */
+    void write(const std::vector<std::pair<uint32_t, uint64_t>> &frames)
+    {
+        for (const auto &[number, missing] : frames)
+        {
+            writer.add(frame_after_missing(number, missing));
+        }
+    }
+
+    test::temporary_directory directory;
+    std::filesystem::path place = directory / "out";
+    recording_writer writer{place, example_description(), recording_start::within_stream};
+    const segment next{
+        .number = 3, .reason = "calibrated again", .gap = 0.5, .calibration_temperatures = {1, 2, 3}};
+};
+
+TEST_F(recording_within_stream, has_no_gap_before_its_first_frame)
+{
+    write({{50, 7}, {51, 7}, {54, 9}});
+    EXPECT_EQ(writer.missing(), 2U);
+    writer.finish();
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0), Pair(2, 2)));
+}
+
+TEST_F(recording_within_stream, begins_its_time_at_its_first_frame)
+{
+    write({{50, 7}, {51, 7}});
+    EXPECT_DOUBLE_EQ(writer.seconds(), 0.02);
+    EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"),
+                testing::AllOf(HasSubstr("\n0,0,1000000,"), HasSubstr("\n1,0.02,1020000,")));
+}
+
+// The first frame seemed to follow a gap, but was only late. The gap after it is real.
+TEST_F(recording_within_stream, has_no_gap_before_a_first_frame_that_was_late)
+{
+    write({{50, 8}, {51, 8}, {52, 7}, {54, 8}});
+    writer.finish();
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0), Pair(3, 1)));
+}
+
+TEST_F(recording_within_stream, takes_back_a_gap_that_was_none)
+{
+    write({{50, 7}, {51, 8}, {52, 7}});
+    writer.finish();
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0)));
+}
+
+TEST_F(recording_within_stream, continues_in_further_segments)
+{
+    write({{50, 7}});
+    writer.begin_segment(next);
+    write({{10, 7}, {12, 8}});
+    writer.finish();
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0), Pair(1, 0), Pair(2, 1)));
+    EXPECT_EQ(check_recording(place).captures[1].begins->reason, "calibrated again");
+    EXPECT_DOUBLE_EQ(writer.seconds(), 0.54);
+}
+
+TEST_F(recording_within_stream, has_no_break_before_its_first_frame)
+{
+    writer.begin_segment(next);
+    write({{10, 7}, {11, 7}});
+    writer.finish();
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0)));
+    EXPECT_FALSE(check_recording(place).captures[0].begins);
+}
+
+TEST_F(recording_within_stream, counts_the_same_gaps_if_it_is_not_finished)
+{
+    write({{50, 7}, {51, 7}, {54, 9}});
+    EXPECT_THAT(checked_gaps(place), ElementsAre(Pair(0, 0), Pair(2, 2)));
 }
 
 TEST(recording_writer, records_where_frames_were_lost)

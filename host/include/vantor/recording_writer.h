@@ -21,6 +21,13 @@ class capture_list;
 class item_writer;
 struct stream;
 
+/** Where in a stream a recording begins. */
+enum class recording_start
+{
+    with_stream,  /**< frames that are missing before its first one belong to it */
+    within_stream /**< those that are missing before its first one do not belong to it */
+};
+
 /**
  * Writes a recording: SigMF files for each item, and a collection.
  *
@@ -36,10 +43,12 @@ public:
      * @param directory  must not exist, or must be empty
      * @param session    the description of the session; its configuration must have as many items as its
      *                   metadata
+     * @param start      where in the stream the first frame is
      * @throws protocol_error if the numbers of items differ
      * @throws recording_error if the recording cannot be created
      */
-    recording_writer(std::filesystem::path directory, session_description session);
+    recording_writer(std::filesystem::path directory, session_description session,
+                     recording_start start = recording_start::with_stream);
     recording_writer(const recording_writer &) = delete;
     recording_writer &operator=(const recording_writer &) = delete;
     recording_writer(recording_writer &&other) noexcept;
@@ -57,6 +66,7 @@ public:
 
     /**
      * Begins a segment: the next frame is its first one. The documents are written again with the frame.
+     * Before the first frame, there is nothing to continue: the recording then begins with the segment.
      *
      * @param next  why and when, and the metadata of its session
      */
@@ -82,6 +92,9 @@ public:
         return frames_;
     }
 
+    /** Number of frames missing so far, as the recording counts them. */
+    [[nodiscard]] uint64_t missing() const noexcept;
+
     /** Seconds from the first to the last frame, as in the frame table of the first item. */
     [[nodiscard]] double seconds() const noexcept;
 
@@ -95,6 +108,7 @@ public:
     }
 
 private:
+    uint64_t belonging(uint64_t missing);
     void write_documents(bool finished);
 
     std::filesystem::path directory_;
@@ -103,6 +117,7 @@ private:
     std::vector<stream> streams_;            /**< that the collection lists; empty until it exists */
     std::unique_ptr<capture_list> captures_; /**< null only if moved from */
     bool break_pending_ = false;             /**< a segment begins with the next frame */
+    uint64_t missing_before_;                /**< frames missing before the recording began */
     uint64_t frames_ = 0;
 };
 
