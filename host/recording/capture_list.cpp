@@ -54,33 +54,63 @@ void capture_list::set_time(std::string datetime)
     captures_.back().datetime = std::move(datetime);
 }
 
-gap_finder::gap_finder(std::vector<capture> known, double period)
+gap_counter::gap_counter(std::shared_ptr<const std::vector<capture>> known, double period)
     : known_(std::move(known)), period_(period), counter_(period)
+{
+}
+
+uint64_t gap_counter::add(uint32_t tick, bool delayed)
+{
+    const auto *const known = next_capture();
+    if (known != nullptr && known->begins)
+    {
+        counter_ = loss_counter(period_);
+    }
+    const auto counted = counter_.add(tick, 0, delayed);
+    if (known != nullptr)
+    {
+        listed_ = known->frames_missing;
+        counted_before_ = counted;
+        ++next_known_;
+    }
+    // Less than before if the gap that was counted last was one too large.
+    counted_before_ = std::min(counted_before_, counted);
+    missing_ = listed_ + counted - counted_before_;
+    ++frames_;
+    return missing_;
+}
+
+void gap_counter::skip_to(uint64_t frame)
+{
+    const auto next = std::ranges::lower_bound(*known_, frame, {}, &capture::first_frame);
+    next_known_ = static_cast<size_t>(next - known_->begin());
+    listed_ = next_known_ > 0 ? (*known_)[next_known_ - 1].frames_missing : 0;
+    missing_ = listed_;
+    frames_ = frame;
+}
+
+const capture *gap_counter::next_capture() const noexcept
+{
+    const bool begins = next_known_ < known_->size() && (*known_)[next_known_].first_frame == frames_;
+    return begins ? &(*known_)[next_known_] : nullptr;
+}
+
+gap_finder::gap_finder(std::vector<capture> known, double period)
+    : counter_(std::make_shared<const std::vector<capture>>(std::move(known)), period)
 {
 }
 
 void gap_finder::add(uint32_t tick, bool delayed)
 {
-    const bool is_known = next_known_ < known_.size() && known_[next_known_].first_frame == frames_;
-    if (is_known && known_[next_known_].begins)
+    const auto *const known = counter_.next_capture();
+    if (known != nullptr && known->begins)
     {
-        found_.begin(*known_[next_known_].begins);
-        counter_ = loss_counter(period_);
+        found_.begin(*known->begins);
     }
-    const auto counted = counter_.add(tick, 0, delayed);
-    if (is_known)
+    if (found_.add(counter_.add(tick, delayed)) && known != nullptr)
     {
-        listed_ = known_[next_known_].frames_missing;
-        counted_before_ = counted;
+        found_.set_time(known->datetime);
     }
-    // Less than before if the gap that was counted last was one too large.
-    counted_before_ = std::min(counted_before_, counted);
-    if (found_.add(listed_ + counted - counted_before_) && is_known)
-    {
-        found_.set_time(known_[next_known_].datetime);
-    }
-    next_known_ += is_known ? 1 : 0;
-    ++frames_;
 }
 
 double period_of_unlisted_gaps(const session_description &session, bool finished,

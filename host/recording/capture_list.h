@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -70,16 +71,58 @@ private:
 };
 
 /**
+ * Counts the frames that are missing from a recording: those that its documents list, and those that the
+ * ticks of its frames show between and after them. A copy has some hundred bytes, and continues from the same
+ * frame.
+ */
+class gap_counter
+{
+public:
+    /**
+     * @param known   the captures in its documents; not null
+     * @param period  ticks between two frames; 0 if unknown, or if the documents list all gaps
+     */
+    gap_counter(std::shared_ptr<const std::vector<capture>> known, double period);
+
+    /**
+     * Adds a frame, which may have been measured later than it was due.
+     *
+     * @return the number of frames missing before it
+     */
+    uint64_t add(uint32_t tick, bool delayed);
+
+    /** Moves to a frame without the ticks of those before it. Only with the period 0: then they do not count.
+     */
+    void skip_to(uint64_t frame);
+
+    /** The capture in the documents that begins with the next frame; null if there is none. */
+    [[nodiscard]] const capture *next_capture() const noexcept;
+
+    /** The number of frames missing before the last frame; 0 before the first one. */
+    [[nodiscard]] uint64_t missing() const noexcept
+    {
+        return missing_;
+    }
+
+private:
+    std::shared_ptr<const std::vector<capture>> known_;
+    size_t next_known_ = 0;
+    double period_;
+    loss_counter counter_;
+    uint64_t frames_ = 0;
+    uint64_t listed_ = 0;         /**< missing before the last known capture */
+    uint64_t counted_before_ = 0; /**< of them, in the ticks since the last break */
+    uint64_t missing_ = 0;
+};
+
+/**
  * Finds the captures of a recording: those that its documents list, and the gaps between and after them that
  * the ticks of its frames show.
  */
 class gap_finder
 {
 public:
-    /**
-     * @param known   the captures in its documents
-     * @param period  ticks between two frames; 0 if unknown, or if the documents list all gaps
-     */
+    /** The parameters are those of gap_counter. */
     gap_finder(std::vector<capture> known, double period);
 
     /** Adds a frame, which may have been measured later than it was due. */
@@ -92,13 +135,7 @@ public:
     }
 
 private:
-    std::vector<capture> known_;
-    size_t next_known_ = 0;
-    double period_;
-    loss_counter counter_;
-    uint64_t frames_ = 0;
-    uint64_t listed_ = 0;         /**< missing before the last known capture */
-    uint64_t counted_before_ = 0; /**< of them, in the ticks since the last break */
+    gap_counter counter_;
     capture_list found_;
 };
 

@@ -22,6 +22,9 @@ namespace
 
 constexpr size_t column_count = 11;
 
+/** Bytes in which a line is found sooner by reading them than by dividing them. */
+constexpr uint64_t short_part = 65536;
+
 /** Splits a line into cells; false if it has the wrong number of them. */
 bool split(std::string_view line, std::array<std::string_view, column_count> &cells)
 {
@@ -56,6 +59,14 @@ template <> bool read_cell(std::string_view cell, bool &value)
 template <typename value_t> bool read_cell(std::string_view cell, std::optional<value_t> &value)
 {
     return cell.empty() || read_cell(cell, value.emplace());
+}
+
+/** The number of the frame that a line describes; no value if there is no line, or it has no number. */
+std::optional<uint64_t> number_of(std::optional<std::string_view> line)
+{
+    uint64_t number = 0;
+    const bool known = line && read_cell(line->substr(0, line->find(',')), number);
+    return known ? std::optional(number) : std::nullopt;
 }
 
 /** The path of a table; throws bad_recording if it is missing. */
@@ -93,6 +104,37 @@ uint64_t frame_table::position() const noexcept
 uint64_t frame_table::rest() const
 {
     return lines_->file().size() - position();
+}
+
+void frame_table::seek(uint64_t frame)
+{
+    // Lines have different lengths, but begin with their numbers.
+    uint64_t begin = frame_table_head.size();
+    uint64_t end = lines_->file().size();
+    rows_ = 0;
+    while (begin + short_part < end)
+    {
+        const uint64_t middle = begin + (end - begin) / 2;
+        lines_->seek(middle);
+        // The rest of a line.
+        lines_->next();
+        const uint64_t start = lines_->position();
+        const auto number = number_of(lines_->next());
+        if (number && *number <= frame)
+        {
+            begin = start;
+            rows_ = *number;
+        }
+        else
+        {
+            end = middle;
+        }
+    }
+    lines_->seek(begin);
+    while (rows_ < frame && lines_->next())
+    {
+        ++rows_;
+    }
 }
 
 frame_row frame_table::require()

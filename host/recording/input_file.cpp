@@ -148,6 +148,13 @@ std::optional<std::string_view> line_reader::next()
     }
 }
 
+void line_reader::seek(uint64_t position) noexcept
+{
+    buffer_.clear();
+    start_ = 0;
+    position_ = position;
+}
+
 /** Reads more bytes into the buffer; returns false at the end of the file. */
 bool line_reader::fill()
 {

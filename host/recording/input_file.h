@@ -84,7 +84,10 @@ public:
      */
     std::optional<std::string_view> next();
 
-    /** Number of bytes in the lines that next() has returned, with their line feeds. */
+    /** Continues at a byte of the file. */
+    void seek(uint64_t position) noexcept;
+
+    /** Number of bytes before the line that next() returns next. */
     [[nodiscard]] uint64_t position() const noexcept
     {
         return position_ - (buffer_.size() - start_);

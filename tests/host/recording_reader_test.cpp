@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <string_view>
 
 #include <gmock/gmock.h>
@@ -18,6 +19,7 @@
 #include "vantor/frame_table.h"
 #include "vantor/recording_error.h"
 #include "vantor/recording_writer.h"
+#include "written_recordings.h"
 
 namespace vantor
 {
@@ -170,6 +172,58 @@ TEST(frame_table, reports_lines_that_are_missing)
     EXPECT_EQ(table.require().tick, 0U);
     EXPECT_THAT([&] { table.require(); },
                 ThrowsMessage<bad_recording>(HasSubstr("has fewer lines than the recording has frames.")));
+}
+
+TEST(frame_table, continues_with_any_line)
+{
+    const test::temporary_directory directory;
+    test::write_many_gaps(directory / "out");
+    const auto path = directory / "out/group-1-item-1.frames.csv";
+    // More than is read to find a line in a short table.
+    ASSERT_GT(std::filesystem::file_size(path), 200000U);
+    frame_table table(path);
+    for (const uint32_t frame : {0U, 11999U, 1U, 6000U, 6001U, 5999U, 10U, 9999U, 10000U, 11998U})
+    {
+        table.seek(frame);
+        EXPECT_EQ(table.require().tick, frame * 200) << frame;
+        EXPECT_EQ(table.next().has_value(), frame < 11999) << frame;
+    }
+    for (uint32_t frame = 0; frame < test::frames_between_gaps; frame += 7)
+    {
+        table.seek(frame);
+        ASSERT_EQ(table.require().tick, frame * 200) << frame;
+    }
+}
+
+TEST(frame_table, has_no_line_after_the_last_one)
+{
+    const test::temporary_directory directory;
+    test::write_many_gaps(directory / "out");
+    frame_table table(directory / "out/group-1-item-1.frames.csv");
+    for (const uint64_t frame : {uint64_t{12000}, uint64_t{12001}, std::numeric_limits<uint64_t>::max()})
+    {
+        table.seek(frame);
+        EXPECT_FALSE(table.next()) << frame;
+        EXPECT_THROW(table.require(), bad_recording) << frame;
+    }
+}
+
+TEST(frame_table, refuses_lines_that_are_not_numbered_one_after_the_other)
+{
+    const test::temporary_directory directory;
+    test::write_many_gaps(directory / "out");
+    const auto path = directory / "out/group-1-item-1.frames.csv";
+    auto text = read_file(path);
+    // Frame 9000 is missing.
+    const auto begin = text.find("\n9000,");
+    ASSERT_NE(begin, std::string::npos);
+    text.erase(begin, text.find('\n', begin + 1) - begin);
+    std::ofstream(path, std::ios::binary) << text;
+    frame_table table(path);
+    table.seek(9000);
+    EXPECT_THROW(table.next(), bad_recording);
+    table.seek(8999);
+    EXPECT_EQ(table.next()->tick, 8999U * 200U);
 }
 
 TEST(frame_table, reads_what_was_written)

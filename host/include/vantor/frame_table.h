@@ -29,7 +29,7 @@ struct frame_row
 
 class line_reader;
 
-/** A frame table, read line by line. */
+/** A frame table, read line by line from any line on. */
 class frame_table
 {
 public:
@@ -59,6 +59,15 @@ public:
      * @throws bad_recording if there is none
      */
     frame_row require();
+
+    /**
+     * Continues with the line of a frame, in a time that hardly depends on the size of the table. If there is
+     * none, next() returns nothing, or throws because the lines are not numbered one after the other.
+     *
+     * @param frame  its number, from 0
+     * @throws bad_recording if the table cannot be read
+     */
+    void seek(uint64_t frame);
 
     /** Number of bytes up to the end of the row that next() returned last. */
     [[nodiscard]] uint64_t position() const noexcept;
