@@ -12,9 +12,6 @@ namespace vantor
 namespace
 {
 
-/** More time than anybody waits for a frame; longer spans might not be representable. */
-constexpr double longest_pause = 1e9;
-
 /** Copies what the frame table says about an item. */
 frame_item item_of(const frame_row &row, uint32_t more_ticks)
 {
@@ -34,80 +31,107 @@ frame_item item_of(const frame_row &row, uint32_t more_ticks)
 } // namespace
 
 playback_source::playback_source(recording_reader &recording, playback_options options, event_loop &loop)
-    : recording_(recording), options_(options), loop_(loop),
+    : recording_(recording), loop_(loop), pace_(options.speed), endless_(options.endless),
       metadata_(std::make_shared<const session_metadata>(recording.session().metadata)),
-      tick_period_(nominal_tick_period(recording.session())), captures_(recording.captures()),
-      started_(loop.now())
+      tick_period_(nominal_tick_period(recording.session())), gap_index_(recording),
+      gaps_(gap_index_.before(0))
 {
-    open_tables();
+    for (size_t i = 0; i < recording.items().size(); ++i)
+    {
+        tables_.push_back(recording.open_table(i));
+    }
+    pace_.start(0.0, loop.now());
 }
 
 void playback_source::start()
 {
-    started_ = loop_.now();
     if (!exhausted())
     {
-        const double seconds = peek().front().seconds;
-        first_seconds_ = more_seconds_ + seconds;
+        pace_.start(next_seconds(), loop_.now());
     }
 }
 
 std::optional<frame> playback_source::receive(std::chrono::milliseconds timeout)
 {
     const auto most = loop_.now() + timeout;
-    if (exhausted())
+    do
     {
-        loop_.run_until([] { return false; }, most);
+        const auto due = next_due();
+        // Work of the loop may change when it is due.
+        loop_.run_until([&] { return loop_.now() >= due || next_due() != due; }, std::min(most, due));
         loop_.check_cancelled();
-        return std::nullopt;
-    }
-    const auto due = [this] { return time_until_due().count() <= 0; };
-    if (!loop_.run_until(due, std::min(most, loop_.now() + time_until_due())))
-    {
-        loop_.check_cancelled();
-        return std::nullopt;
-    }
-    return next();
+        if (loop_.now() >= next_due())
+        {
+            return next();
+        }
+    } while (loop_.now() < most);
+    return std::nullopt;
 }
 
 bool playback_source::exhausted() const
 {
-    return !options_.endless && number_ == recording_.frames();
+    return !endless_ && number_ == recording_.frames();
 }
 
 event_loop::time_point::duration playback_source::time_until_due()
 {
-    using seconds = std::chrono::duration<double>;
-    const double recorded = peek().front().seconds;
-    const double after_start = (more_seconds_ + recorded - first_seconds_) / options_.speed;
-    const double elapsed = seconds(loop_.now() - started_).count();
-    // Rounded, so that a time of the table is not missed by a fraction of a nanosecond.
-    return std::chrono::round<std::chrono::nanoseconds>(
-        seconds(std::min(longest_pause, after_start - elapsed)));
+    return next_due() - loop_.now();
 }
 
-void playback_source::rewind()
+void playback_source::seek(uint64_t number)
 {
     more_seconds_ = 0.0;
     more_ticks_ = 0;
     more_missing_ = 0;
-    segment_ = {};
-    open_tables();
+    go_to(std::min(number, recording_.frames() - 1));
+    enter_segment_before(number_);
+    seconds_ = last_.seconds;
+    pace_.start(next_seconds(), loop_.now());
 }
 
-/** Opens the frame tables of all items at their first row. */
-void playback_source::open_tables()
+void playback_source::set_paused(bool paused)
 {
-    number_ = 0;
-    capture_ = 0;
-    missing_ = 0;
+    pace_.set_paused(paused, exhausted() ? last_.seconds : next_seconds(), loop_.now());
+}
+
+void playback_source::set_speed(double speed)
+{
+    pace_.set_speed(speed, exhausted() ? last_.seconds : next_seconds(), loop_.now());
+}
+
+/** Goes to a frame of the current lap. */
+void playback_source::go_to(uint64_t number)
+{
     rows_.reset();
-    gaps_.emplace(captures_, period_of_unlisted_gaps(recording_.session(), recording_.finished(), captures_));
-    tables_.clear();
-    for (size_t i = 0; i < recording_.items().size(); ++i)
+    number_ = number;
+    gaps_ = gap_index_.before(number);
+    last_ = {};
+    if (number > 0)
     {
-        tables_.push_back(recording_.open_table(i));
+        tables_.front().seek(number - 1);
+        last_ = tables_.front().require();
     }
+    for (auto &table : tables_)
+    {
+        table.seek(number);
+    }
+}
+
+/** Enters the segment of the frame before a frame, so that the frame itself can begin one. */
+void playback_source::enter_segment_before(uint64_t number)
+{
+    segment first;
+    const segment *last = &first;
+    uint64_t breaks = 0;
+    for (const auto &part : gap_index_.captures())
+    {
+        if (!endless_ && part.first_frame < number && part.begins)
+        {
+            last = &*part.begins;
+            ++breaks;
+        }
+    }
+    enter(*last, breaks);
 }
 
 /** Returns to the first frame, one frame period after the last one. */
@@ -115,8 +139,8 @@ void playback_source::begin_lap()
 {
     more_seconds_ += last_.seconds + period();
     more_ticks_ = tick_after_last();
-    more_missing_ += missing_;
-    open_tables();
+    more_missing_ += gaps_.missing();
+    go_to(0);
     more_ticks_ -= peek().front().tick;
 }
 
@@ -127,27 +151,37 @@ const playback_source::frame_rows &playback_source::peek()
     {
         return *rows_;
     }
-    if (number_ == recording_.frames() && options_.endless)
+    if (number_ == recording_.frames() && endless_)
     {
         begin_lap();
         return *rows_;
     }
-    rows_.emplace();
+    frame_rows rows;
     for (auto &table : tables_)
     {
-        rows_->push_back(table.require());
+        rows.push_back(table.require());
     }
-    if (options_.endless && at_capture() && captures_[capture_].begins)
+    rows_ = std::move(rows);
+    const auto *const part = gaps_.next_capture();
+    if (endless_ && part != nullptr && part->begins)
     {
         leave_out_break(rows_->front());
     }
     return *rows_;
 }
 
-/** Whether a capture begins with the next frame. */
-bool playback_source::at_capture() const noexcept
+/** The time of the next frame. */
+double playback_source::next_seconds()
 {
-    return capture_ < captures_.size() && captures_[capture_].first_frame == number_;
+    // First, because it may begin a lap.
+    const double recorded = peek().front().seconds;
+    return more_seconds_ + recorded;
+}
+
+/** When the next frame is due; never if there is none. */
+event_loop::time_point playback_source::next_due()
+{
+    return exhausted() ? event_loop::time_point::max() : pace_.due(next_seconds());
 }
 
 /** Lets the next frame follow the last one after one frame period. */
@@ -160,18 +194,19 @@ void playback_source::leave_out_break(const frame_row &next)
 /** Notes the segment of the next frame, and how many frames are missing before it. */
 void playback_source::note_place(const frame_row &row)
 {
-    gaps_->add(row.tick, row.frame_delayed);
-    if (at_capture())
+    const auto *const part = gaps_.next_capture();
+    if (part != nullptr && part->begins && !endless_)
     {
-        const auto &begun = captures_[capture_++];
-        if (begun.begins && !options_.endless)
-        {
-            const auto number = segment_.number + 1;
-            segment_ = *begun.begins;
-            segment_.number = number;
-        }
+        enter(*part->begins, segment_.number + 1);
     }
-    missing_ = gaps_->found().missing();
+    gaps_.add(row.tick, row.frame_delayed);
+}
+
+/** Enters a segment, with its number in the recording. */
+void playback_source::enter(const segment &begun, uint64_t number)
+{
+    segment_ = begun;
+    segment_.number = number;
 }
 
 double playback_source::ticks_per_second() const noexcept
@@ -220,8 +255,9 @@ frame playback_source::next()
     }
     auto played = make_frame(metadata_, read_samples(), std::move(items));
     last_ = rows.front();
-    played.set_missing(more_missing_ + missing_);
-    played.set_seconds(more_seconds_ + last_.seconds, ticks_per_second());
+    played.set_missing(more_missing_ + gaps_.missing());
+    seconds_ = more_seconds_ + last_.seconds;
+    played.set_seconds(seconds_, ticks_per_second());
     rows_.reset();
     ++number_;
     return played;

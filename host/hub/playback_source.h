@@ -10,7 +10,8 @@
 #include <optional>
 #include <vector>
 
-#include "recording/capture_list.h"
+#include "hub/gap_index.h"
+#include "hub/playback_pace.h"
 #include "vantor/event_loop.h"
 #include "vantor/frame_source.h"
 #include "vantor/frame_table.h"
@@ -74,45 +75,90 @@ public:
      */
     frame next();
 
-    /** Returns to the first frame. */
-    void rewind();
+    /**
+     * Continues with another frame, which is due now. In an endless segment, time and ticks continue as if
+     * the stream had begun with it.
+     *
+     * @param number  of the frame in the recording; the last frame if there are fewer
+     * @throws bad_recording if a file cannot be read: the stream cannot go on
+     */
+    void seek(uint64_t number);
 
-    /** Time until the next frame is due: 0 or less if it is. Only after start(), and unless exhausted(). */
+    /** Returns to the first frame. */
+    void rewind()
+    {
+        seek(0);
+    }
+
+    /** Stops or continues. While it is paused, receive() returns nothing; the time does not count. */
+    void set_paused(bool paused);
+
+    /** Whether it is paused. */
+    [[nodiscard]] bool paused() const noexcept
+    {
+        return pace_.paused();
+    }
+
+    /**
+     * Changes the speed from now on: the next frame is due when the rest of the time before it has passed at
+     * the new speed.
+     *
+     * @param speed  as playback_options::speed; more than 0
+     */
+    void set_speed(double speed);
+
+    /** Number of the next frame in the recording; the number of frames after the last one. */
+    [[nodiscard]] uint64_t position() const noexcept
+    {
+        return number_;
+    }
+
+    /** Time of the last frame played, in seconds; after seek(), of the frame before the next one. */
+    [[nodiscard]] double seconds() const noexcept
+    {
+        return seconds_;
+    }
+
+    /**
+     * Time until the next frame is due: 0 or less if it is, more than 30 years while paused. Only after
+     * start(), and unless exhausted().
+     */
     [[nodiscard]] event_loop::time_point::duration time_until_due();
 
 private:
     /** The rows of all items in the next frame. */
     using frame_rows = std::vector<frame_row>;
 
-    void open_tables();
+    void go_to(uint64_t number);
+    void enter_segment_before(uint64_t number);
     void begin_lap();
     const frame_rows &peek();
-    [[nodiscard]] bool at_capture() const noexcept;
+    double next_seconds();
+    event_loop::time_point next_due();
     void leave_out_break(const frame_row &next);
     void note_place(const frame_row &row);
+    void enter(const segment &begun, uint64_t number);
     [[nodiscard]] double ticks_per_second() const noexcept;
     [[nodiscard]] double period() const noexcept;
     [[nodiscard]] uint32_t tick_after_last() const noexcept;
     std::vector<sample> read_samples();
 
     recording_reader &recording_;
-    playback_options options_;
     event_loop &loop_;
+    playback_pace pace_;
+    bool endless_;
     std::shared_ptr<const session_metadata> metadata_;
     double tick_period_; /**< nominal; 0 if unknown */
-    std::vector<capture> captures_;
+    gap_index gap_index_;
+    gap_counter gaps_; /**< of the current lap */
     std::vector<frame_table> tables_;
-    std::optional<gap_finder> gaps_; /**< of the current lap */
     std::optional<frame_rows> rows_; /**< of the next frame, if they have been read */
-    frame_row last_;                 /**< of the first item in the last frame */
+    frame_row last_;                 /**< of the first item in the frame before the next one */
+    double seconds_ = 0.0;           /**< of the last frame */
     uint64_t number_ = 0;            /**< of the next frame */
-    size_t capture_ = 0;             /**< the next capture */
-    uint64_t missing_ = 0;           /**< before the last frame, in the current lap */
     uint64_t more_missing_ = 0;      /**< before the current lap */
     double more_seconds_ = 0.0;      /**< added to the times of the recording */
     uint32_t more_ticks_ = 0;        /**< added to its ticks */
-    double first_seconds_ = 0.0;     /**< time of the first frame after start() */
-    event_loop::time_point started_; /**< when the stream began */
     segment segment_;
 };
 

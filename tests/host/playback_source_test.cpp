@@ -222,6 +222,262 @@ TEST_F(playback, continues_where_it_was_ended)
     EXPECT_THROW(source.next(), bad_recording);
 }
 
+/** What is known of a frame that was played. */
+std::string described(const frame &played, const playback_source &source)
+{
+    const auto &item = played.items().front();
+    const auto &point = item.samples.front();
+    return std::to_string(item.tick) + " at " + std::to_string(item.seconds) + ", missing " +
+           std::to_string(played.missing()) + ", segment " + std::to_string(source.current_segment().number) +
+           " " + source.current_segment().reason + ", first sample " + std::to_string(point.i) + " " +
+           std::to_string(point.q);
+}
+
+/** Compares each frame after seeking to it with the same frame of a recording played from its start. */
+void expect_same_frames(recording_reader &recording, event_loop &loop, uint64_t step)
+{
+    playback_source whole(recording, {}, loop);
+    std::vector<std::string> expected;
+    while (!whole.exhausted())
+    {
+        const auto played = whole.next();
+        expected.push_back(described(played, whole));
+    }
+    playback_source source(recording, {}, loop);
+    ASSERT_GT(expected.size(), step);
+    for (uint64_t i = 0; i < expected.size(); ++i)
+    {
+        // To all frames, forwards and backwards.
+        const uint64_t number = i * step % expected.size();
+        source.seek(number);
+        ASSERT_EQ(source.position(), number);
+        const auto played = source.next();
+        ASSERT_EQ(described(played, source), expected[number]) << number;
+    }
+}
+
+/** Records two segments with gaps, and finishes the recording or not. */
+void write_segments(const std::filesystem::path &place, bool finished)
+{
+    recording_writer writer(place, test::example_description());
+    uint64_t missing = 0;
+    uint32_t number = 0;
+    for (int count = 0; count < 40; ++count, ++number)
+    {
+        if (count == 15 || count == 30)
+        {
+            number = 3;
+            writer.begin_segment({.number = 1,
+                                  .reason = "break " + std::to_string(count),
+                                  .gap = 0.5,
+                                  .calibration_temperatures = {1, 2, 3}});
+        }
+        if (count % 7 == 6)
+        {
+            number += 2;
+            missing += 2;
+        }
+        auto added = test::example_frame(number);
+        added.set_missing(missing);
+        writer.add(added);
+    }
+    if (finished)
+    {
+        writer.finish();
+    }
+}
+
+TEST_F(playback, plays_the_same_frames_after_seeking)
+{
+    for (const bool finished : {true, false})
+    {
+        const auto recorded = directory / (finished ? "finished" : "unfinished");
+        write_segments(recorded, finished);
+        recording_reader recording(recorded);
+        ASSERT_EQ(recording.frames(), 40U);
+        expect_same_frames(recording, loop, 11);
+    }
+}
+
+// The table is too long to be read for each frame, and the gaps are counted from its ticks.
+TEST_F(playback, plays_the_same_frames_after_seeking_in_a_long_recording)
+{
+    test::write_many_gaps(place);
+    recording_reader recording(place);
+    expect_same_frames(recording, loop, 4999);
+}
+
+TEST_F(playback, goes_to_the_last_frame_if_there_are_fewer)
+{
+    test::write_example_recording(place, 4);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.seek(std::numeric_limits<uint64_t>::max());
+    EXPECT_EQ(source.position(), 3U);
+    EXPECT_FALSE(source.exhausted());
+    EXPECT_EQ(source.next().items()[0].tick, 60000U);
+    EXPECT_EQ(source.position(), 4U);
+    EXPECT_TRUE(source.exhausted());
+    source.set_paused(true);
+    EXPECT_TRUE(source.exhausted());
+    source.seek(1);
+    EXPECT_FALSE(source.exhausted());
+}
+
+TEST_F(playback, continues_at_its_pace_after_seeking)
+{
+    test::write_example_recording(place, 50);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.start();
+    source.next();
+    clock.advance(1h);
+    source.seek(20);
+    EXPECT_DOUBLE_EQ(source.seconds(), 0.38);
+    EXPECT_EQ(source.receive(0ms)->items()[0].tick, 400000U);
+    EXPECT_DOUBLE_EQ(source.seconds(), 0.4);
+    EXPECT_FALSE(source.receive(19ms));
+    EXPECT_EQ(source.receive(1ms)->items()[0].tick, 420000U);
+    source.seek(0);
+    EXPECT_DOUBLE_EQ(source.seconds(), 0.0);
+    EXPECT_EQ(source.receive(0ms)->items()[0].tick, 0U);
+}
+
+TEST_F(playback, seeks_in_an_endless_segment)
+{
+    test::write_example_recording(place, 3);
+    recording_reader recording(place);
+    playback_source source(recording, {.endless = true}, loop);
+    for (int count = 0; count < 5; ++count)
+    {
+        source.next();
+    }
+    source.seek(1);
+    std::vector<uint32_t> ticks;
+    for (int count = 0; count < 4; ++count)
+    {
+        ticks.push_back(source.next().items()[0].tick);
+    }
+    EXPECT_THAT(ticks, ElementsAre(20000, 40000, 60000, 80000));
+    EXPECT_DOUBLE_EQ(source.seconds(), 0.08);
+}
+
+TEST_F(playback, lets_no_time_pass_while_it_is_paused)
+{
+    test::write_example_recording(place, 4);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.start();
+    EXPECT_TRUE(source.receive(0ms));
+    EXPECT_FALSE(source.receive(5ms));
+    source.set_paused(true);
+    EXPECT_TRUE(source.paused());
+    const auto before = clock.now();
+    EXPECT_FALSE(source.receive(1h));
+    EXPECT_EQ(clock.now() - before, 1h);
+    source.set_paused(false);
+    EXPECT_FALSE(source.paused());
+    EXPECT_FALSE(source.receive(14ms));
+    EXPECT_TRUE(source.receive(1ms));
+    EXPECT_FALSE(source.receive(19ms));
+    EXPECT_TRUE(source.receive(1ms));
+}
+
+TEST_F(playback, changes_its_speed_without_a_jump)
+{
+    test::write_example_recording(place, 10);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.start();
+    EXPECT_TRUE(source.receive(0ms));
+    EXPECT_FALSE(source.receive(10ms));
+    source.set_speed(2.0);
+    EXPECT_EQ(source.time_until_due(), 5ms);
+    EXPECT_TRUE(source.receive(5ms));
+    EXPECT_EQ(source.time_until_due(), 10ms);
+    source.set_speed(0.5);
+    EXPECT_EQ(source.time_until_due(), 40ms);
+    clock.advance(20ms);
+    source.set_speed(std::numeric_limits<double>::infinity());
+    EXPECT_TRUE(source.receive(0ms));
+    EXPECT_TRUE(source.receive(0ms));
+    source.set_speed(1.0);
+    EXPECT_EQ(source.receive(0ms)->items()[0].tick, 80000U);
+    EXPECT_EQ(source.time_until_due(), 20ms);
+}
+
+TEST_F(playback, does_not_make_up_for_late_frames_at_another_speed)
+{
+    test::write_example_recording(place, 10);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.start();
+    source.next();
+    clock.advance(100ms);
+    source.set_speed(2.0);
+    EXPECT_EQ(source.time_until_due(), 0ms);
+    source.next();
+    EXPECT_EQ(source.time_until_due(), 10ms);
+}
+
+TEST_F(playback, knows_when_a_frame_is_due_at_any_speed)
+{
+    test::write_example_recording(place, 2);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    source.start();
+    source.next();
+    for (const double speed : {std::numeric_limits<double>::denorm_min(), 1e-300, 1e-12})
+    {
+        source.set_speed(speed);
+        EXPECT_GT(source.time_until_due(), 24h) << speed;
+        EXPECT_FALSE(source.receive(1s)) << speed;
+    }
+    source.set_speed(std::numeric_limits<double>::max());
+    EXPECT_EQ(source.time_until_due(), 0ms);
+    EXPECT_TRUE(source.receive(0ms));
+}
+
+TEST(playback_pace, has_a_time_for_the_most_distant_frames)
+{
+    const event_loop::time_point now(1h);
+    playback_pace pace(std::numeric_limits<double>::denorm_min());
+    pace.start(1e22, now);
+    EXPECT_EQ(pace.due(0.0), now - 1000000000s);
+    EXPECT_EQ(pace.due(1e22), now);
+    EXPECT_EQ(pace.due(2e22), now + 1000000000s);
+    pace.set_paused(true, 1e22, now);
+    EXPECT_EQ(pace.due(0.0), now + 1000000000s);
+}
+
+TEST_F(playback, follows_work_of_the_loop_while_it_waits)
+{
+    test::write_example_recording(place, 5);
+    recording_reader recording(place);
+    playback_source source(recording, {.speed = 1e-6}, loop);
+    source.start();
+    source.next();
+    const auto before = clock.now();
+    loop.post([&] { source.seek(3); });
+    EXPECT_EQ(source.receive(1h).value().items()[0].tick, 60000U);
+    EXPECT_EQ(clock.now(), before);
+    source.set_paused(true);
+    source.set_speed(1.0);
+    loop.post([&] { source.set_paused(false); });
+    EXPECT_EQ(source.receive(1h).value().items()[0].tick, 80000U);
+    EXPECT_EQ(clock.now() - before, 20ms);
+}
+
+TEST_F(playback, ends_if_the_table_loses_rows_before_it_seeks)
+{
+    test::write_many_gaps(place);
+    recording_reader recording(place);
+    playback_source source(recording, {}, loop);
+    const auto table = place / "group-1-item-1.frames.csv";
+    std::filesystem::resize_file(table, std::filesystem::file_size(table) / 2);
+    EXPECT_THROW(source.seek(11999), bad_recording);
+}
+
 TEST_F(playback, can_be_cancelled)
 {
     test::write_example_recording(place, 2);
