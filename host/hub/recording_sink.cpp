@@ -73,6 +73,12 @@ void recording_sink::add(const std::shared_ptr<const frame> &received)
     push({.next = {}, .what = received, .arrival = now_()});
 }
 
+written_amount recording_sink::written() const
+{
+    const std::lock_guard lock(mutex_);
+    return written_;
+}
+
 std::exception_ptr recording_sink::close()
 {
     {
@@ -167,6 +173,7 @@ void recording_sink::finish_job(const job &finished, std::exception_ptr failure)
     {
         const std::lock_guard lock(mutex_);
         queued_bytes_ -= size_of(finished);
+        written_ = {.frames = writer_.frames(), .missing = writer_.missing(), .bytes = writer_.data_length()};
         failure_ = std::move(failure);
         wake_hub = std::exchange(hub_waits_, false);
     }

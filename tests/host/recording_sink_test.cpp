@@ -3,6 +3,7 @@
  */
 #include "vantor/recording_sink.h"
 
+#include <algorithm>
 #include <csignal>
 #include <thread>
 #include <utility>
@@ -58,6 +59,46 @@ TEST_F(recording_sink_test, writes_every_frame_before_it_is_closed)
     EXPECT_EQ(sink.close(), nullptr);
     EXPECT_EQ(writer.frames(), 500U);
     EXPECT_EQ(read_file(directory / "out/group-1-item-1.sigmf-data").size(), 500U * 160U);
+}
+
+TEST_F(recording_sink_test, counts_what_is_written_while_it_runs)
+{
+    recording_sink sink(writer, metadata, default_queue_size, loop);
+    EXPECT_EQ(sink.frames_written(), 0U);
+    EXPECT_EQ(sink.missing_written(), 0U);
+    EXPECT_EQ(sink.bytes_written(), 0U);
+    uint64_t last = 0;
+    for (uint32_t number = 0; number < 300; ++number)
+    {
+        auto added = test::example_frame(2 * number);
+        added.set_missing(number);
+        sink.add(std::make_shared<const frame>(std::move(added)));
+        const auto written = sink.written();
+        EXPECT_GE(written.frames, last);
+        EXPECT_LE(written.frames, number + 1);
+        EXPECT_EQ(written.bytes, written.frames * 380);
+        EXPECT_EQ(written.missing, std::max<uint64_t>(written.frames, 1) - 1);
+        last = written.frames;
+    }
+    // The sink is not closed: the thread shows what it has written.
+    while (sink.frames_written() < 300)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(sink.missing_written(), 299U);
+    EXPECT_EQ(sink.bytes_written(), 300U * 380U);
+}
+
+TEST_F(recording_sink_test, counts_what_is_written_when_the_disk_is_full)
+{
+    recording_sink sink(writer, metadata, 1, loop);
+    const auto fill = [&] { add(sink, 100000); };
+    const test::file_size_limit limit(20000);
+    EXPECT_THROW(fill(), recording_error);
+    EXPECT_NE(sink.close(), nullptr);
+    EXPECT_EQ(sink.frames_written(), writer.frames());
+    EXPECT_EQ(sink.bytes_written(), writer.frames() * 380);
+    EXPECT_GT(sink.frames_written(), 0U);
 }
 
 TEST_F(recording_sink_test, loses_nothing_when_its_queue_is_full)

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -25,6 +26,14 @@ namespace vantor
 {
 
 class gap_watch;
+
+/** What a recording_sink has written. */
+struct written_amount
+{
+    uint64_t frames = 0;
+    uint64_t missing = 0; /**< frames missing between those written */
+    uint64_t bytes = 0;   /**< of samples, for all items */
+};
 
 /** Returns the present date and time; std::chrono::system_clock::now unless a test passes another clock. */
 using calendar = std::function<std::chrono::system_clock::time_point()>;
@@ -69,6 +78,28 @@ public:
      */
     std::exception_ptr close();
 
+    /** What has been written so far: as of the frame that was finished last. Can be called from any thread,
+     * as can the next three functions. */
+    [[nodiscard]] written_amount written() const;
+
+    /** Number of frames. */
+    [[nodiscard]] uint64_t frames_written() const
+    {
+        return written().frames;
+    }
+
+    /** Number of frames missing, as the recording counts them. */
+    [[nodiscard]] uint64_t missing_written() const
+    {
+        return written().missing;
+    }
+
+    /** Bytes of samples of all items. */
+    [[nodiscard]] uint64_t bytes_written() const
+    {
+        return written().bytes;
+    }
+
     /** Statistics of each item, without invalid frames. Only after close(). */
     [[nodiscard]] const std::vector<item_statistics> &statistics() const noexcept
     {
@@ -107,6 +138,7 @@ private:
     std::deque<job> queue_;
     size_t queued_bytes_ = 0;        /**< including the frame that is being written */
     mutable bool hub_waits_ = false; /**< for space in the queue */
+    written_amount written_;
     bool closing_ = false;
     std::exception_ptr failure_;
     std::thread thread_;
