@@ -86,9 +86,9 @@ void client::ping()
     request({{"command", "ping"}});
 }
 
-nlohmann::json client::stats()
+nlohmann::json client::stats(const frame_handler &handler)
 {
-    return request({{"command", "stats"}});
+    return request({{"command", "stats"}}, handler);
 }
 
 std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &configuration)

@@ -96,7 +96,7 @@ void session_source::start()
 std::optional<frame> session_source::receive(std::chrono::milliseconds timeout)
 try
 {
-    if (calibration_due_ && !lost_)
+    if (calibration_due_ && !stopped_ && !lost_)
     {
         stop_for_calibration();
     }
@@ -114,6 +114,26 @@ try
         calibrate_again();
     }
     return wait_for_frame(timeout);
+}
+catch (const connection_lost &)
+{
+    return note_lost_link();
+}
+catch (const timeout_error &)
+{
+    return note_lost_link();
+}
+
+std::optional<nlohmann::json> session_source::stats()
+try
+{
+    if (lost_)
+    {
+        return std::nullopt;
+    }
+    return ask([this] {
+        return server_.stats([this](frame &&received) { measured_.push_back(std::move(received)); });
+    });
 }
 catch (const connection_lost &)
 {
@@ -219,11 +239,40 @@ std::nullopt_t session_source::note_lost_link()
     return std::nullopt;
 }
 
+/** In a handler: counts a damaged message, or throws it if nothing else has arrived for too long. */
+void session_source::note_damage(const bad_message &fault, clock::duration span)
+{
+    if (silent_for(span))
+    {
+        throw;
+    }
+    damage_ = fault.what();
+    ++damaged_messages_;
+}
+
+/** Sends a request to the server, and waits for its answer also after damaged messages. */
+template <typename request_t> std::invoke_result_t<request_t> session_source::ask(request_t request)
+{
+    const auto before = loop_.now();
+    while (true)
+    {
+        try
+        {
+            return request();
+        }
+        catch (const bad_message &fault)
+        {
+            note_damage(fault, loop_.now() - before);
+        }
+    }
+}
+
 /** Stops the stream; frames that have been measured are still received. */
 void session_source::stop_for_calibration()
 {
-    calibration_due_ = false;
-    server_.stop([this](frame &&received) { measured_.push_back(std::move(received)); });
+    ask([this] {
+        return server_.stop([this](frame &&received) { measured_.push_back(std::move(received)); });
+    });
     stopped_ = true;
 }
 
@@ -239,9 +288,7 @@ frame session_source::take_measured()
 /** Ends the session, and begins one with new calibrations. */
 void session_source::calibrate_again()
 {
-    stopped_ = false;
     server_.end();
-    configuration_.erase("calibration_info");
     begin_segment("calibrated again");
     // Otherwise a sensor that still asks would be calibrated after every frame.
     asked_ = true;
@@ -274,6 +321,10 @@ void session_source::connect_again(std::chrono::milliseconds wait)
 void session_source::begin_segment(const char *reason)
 {
     const auto before = metadata_;
+    if (std::exchange(calibration_due_, false))
+    {
+        configuration_.erase("calibration_info");
+    }
     configure();
     check_session(*before);
     server_.start();
@@ -286,7 +337,7 @@ void session_source::begin_segment(const char *reason)
     missing_bytes_ = 0;
     damage_.reset();
     asked_ = false;
-    calibration_due_ = false;
+    stopped_ = false;
     earlier_missing_ = missing_;
 }
 
@@ -336,12 +387,7 @@ std::optional<frame> session_source::poll(std::chrono::milliseconds timeout)
     }
     catch (const bad_message &fault)
     {
-        if (silent_for(silence_ + (loop_.now() - before)))
-        {
-            throw;
-        }
-        damage_ = fault.what();
-        ++damaged_messages_;
+        note_damage(fault, silence_ + (loop_.now() - before));
         return std::nullopt;
     }
 }
@@ -408,7 +454,7 @@ void session_source::note_frame(frame &received)
     missing_ = earlier_missing_ + received.missing();
     received.set_missing(missing_);
     const bool asks = asks_for_calibration(received);
-    calibration_due_ = policy_.recalibrate && asks && !asked_ && !stopped_;
+    calibration_due_ = calibration_due_ || (policy_.recalibrate && asks && !asked_);
     asked_ = asks;
 }
 

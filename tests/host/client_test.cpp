@@ -508,6 +508,24 @@ TEST(client, requests_statistics)
     EXPECT_EQ(connect(server).stats()["frames"], 7);
 }
 
+TEST(client, passes_on_the_frames_that_arrive_before_statistics)
+{
+    fake_server server;
+    server.on("start", test::stream_frames(2));
+    server.on("stats", [](host_connection &host, const json &) {
+        host.send(example_session().frame_header(3), example_session().frame_payload(3));
+        host.send({{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", 7}}, "");
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    std::vector<std::pair<uint32_t, uint64_t>> received;
+    const auto answer =
+        host.stats([&](frame &&early) { received.emplace_back(early.items()[0].tick, early.missing()); });
+    EXPECT_EQ(answer["frames"], 7);
+    EXPECT_THAT(received, ElementsAre(testing::Pair(0, 0), testing::Pair(20000, 0), testing::Pair(60000, 1)));
+}
+
 /** A server on a pseudo-terminal that answers every command, up to a ping, with the identity of a server. */
 class serial_server
 {

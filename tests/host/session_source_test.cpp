@@ -340,6 +340,253 @@ TEST_F(session_source_test, does_not_end_as_if_nothing_had_happened_while_the_li
     EXPECT_EQ(ticks.size(), 1U);
 }
 
+/** The answer to "stats". */
+json statistics()
+{
+    return {{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}, {"frames", 7}};
+}
+
+/** Sends a frame whose header is damaged. */
+void send_damaged_frame(host_connection &host)
+{
+    auto header = example_session().frame_header(12);
+    header["payload_size"] = 3;
+    host.send(header, "abc");
+}
+
+/** A session that the test controls step by step. */
+class controlled_session : public session_source_test
+{
+protected:
+    /** Begins a stream with a policy. */
+    void start(session_policy policy)
+    {
+        connected.emplace(server.links(), client_timeouts{}, std::make_shared<event_loop>(clock.source()));
+        source.emplace(*connected, configuration, policy, loop);
+        source->start();
+    }
+
+    /** Receives frames until none has arrived for some time, or the link is lost. */
+    void receive_all()
+    {
+        for (int empty = 0; empty < 3;)
+        {
+            if (auto received = source->receive(100ms))
+            {
+                ticks.push_back(received->items()[0].tick);
+                missing.push_back(received->missing());
+                segments.push_back(source->current_segment());
+                empty = 0;
+            }
+            else
+            {
+                ++empty;
+            }
+        }
+    }
+
+    std::optional<client> connected;
+    std::optional<session_source> source;
+};
+
+TEST_F(controlled_session, calibrates_again_on_request)
+{
+    configuration["calibration_info"] = json::array();
+    on_start = [](host_connection &host) {
+        send_frame(host, 10);
+        send_frame(host, 11);
+    };
+    start({});
+    EXPECT_TRUE(source->configuration().contains("calibration_info"));
+    EXPECT_TRUE(source->receive(100ms));
+    source->request_calibration();
+    receive_all();
+    EXPECT_THAT(ticks, testing::ElementsAre(220000, 200000, 220000));
+    EXPECT_EQ(segments[0].number, 0U);
+    EXPECT_EQ(segments[1].number, 1U);
+    EXPECT_EQ(segments[1].reason, "calibrated again");
+    EXPECT_EQ(count("configure"), 2);
+    EXPECT_EQ(count("stop"), 1);
+    EXPECT_FALSE(
+        test::last_command(server.lines(), "configure")["configuration"].contains("calibration_info"));
+    EXPECT_FALSE(source->configuration().contains("calibration_info"));
+}
+
+TEST_F(controlled_session, calibrates_again_on_a_request_made_while_it_waits)
+{
+    server.on("log", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "log"}, {"payload_size", 0}}, "");
+    });
+    on_start = [this](host_connection &host) {
+        if (starts == 1)
+        {
+            host.send({{"status", "log"},
+                       {"level", "INFO"},
+                       {"module", "test"},
+                       {"message", "now"},
+                       {"payload_size", 0}},
+                      "");
+        }
+        send_frame(host, 10);
+    };
+    connected.emplace(server.links(), client_timeouts{}, std::make_shared<event_loop>(clock.source()));
+    connected->forward_log("INFO", [this](const log_line &) { source->request_calibration(); });
+    source.emplace(*connected, configuration, session_policy{}, loop);
+    source->start();
+    receive_all();
+    EXPECT_EQ(count("configure"), 2);
+    ASSERT_EQ(segments.size(), 2U);
+    EXPECT_EQ(segments[1].reason, "calibrated again");
+}
+
+TEST_F(controlled_session, calibrates_once_for_a_request_while_it_is_about_to)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        send_frame(host, 12);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+    });
+    start({});
+    source->request_calibration();
+    EXPECT_TRUE(source->receive(100ms));
+    source->request_calibration();
+    receive_all();
+    EXPECT_EQ(count("configure"), 2);
+}
+
+TEST_F(controlled_session, calibrates_on_request_when_it_connects_again)
+{
+    configuration["calibration_info"] = json::array();
+    on_start = [this](host_connection &host) {
+        send_frame(host, 10);
+        if (starts == 1)
+        {
+            host.close();
+        }
+    };
+    start({.reconnect = true});
+    EXPECT_TRUE(source->receive(100ms));
+    EXPECT_FALSE(source->receive(100ms));
+    EXPECT_TRUE(source->lost());
+    source->request_calibration();
+    receive_all();
+    EXPECT_EQ(count("configure"), 2);
+    EXPECT_FALSE(source->configuration().contains("calibration_info"));
+    ASSERT_EQ(segments.size(), 1U);
+    EXPECT_EQ(segments[0].reason, "connected again");
+}
+
+TEST_F(controlled_session, calibrates_again_although_a_message_is_damaged)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        send_damaged_frame(host);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+    });
+    start({});
+    EXPECT_TRUE(source->receive(100ms));
+    source->request_calibration();
+    receive_all();
+    EXPECT_THAT(ticks, testing::ElementsAre(220000, 200000));
+    EXPECT_EQ(source->damaged(), 1U);
+    EXPECT_EQ(count("stop"), 1);
+}
+
+TEST_F(controlled_session, asks_for_statistics_without_losing_a_frame)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stats", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        send_frame(host, 13);
+        host.send(statistics(), "");
+        send_frame(host, 14);
+    });
+    start({});
+    EXPECT_EQ(source->stats().value()["frames"], 7);
+    receive_all();
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 260000, 280000));
+    EXPECT_THAT(missing, testing::ElementsAre(0, 0, 1, 1));
+    EXPECT_EQ(source->damaged(), 0U);
+    EXPECT_EQ(source->stats().value()["frames"], 7);
+}
+
+TEST_F(controlled_session, asks_for_statistics_although_a_message_is_damaged)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stats", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        send_damaged_frame(host);
+        host.send(statistics(), "");
+        send_frame(host, 13);
+    });
+    start({});
+    EXPECT_EQ(source->stats().value()["frames"], 7);
+    EXPECT_EQ(count("stats"), 1);
+    receive_all();
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 260000));
+    EXPECT_THAT(missing, testing::ElementsAre(0, 0, 1));
+    EXPECT_EQ(source->damaged(), 1U);
+}
+
+TEST_F(controlled_session, has_no_statistics_while_the_link_is_lost)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stats", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        host.close();
+    });
+    start({.reconnect = true});
+    EXPECT_FALSE(source->stats());
+    EXPECT_TRUE(source->lost());
+    EXPECT_FALSE(source->stats());
+    EXPECT_EQ(count("stats"), 1);
+    receive_all();
+    EXPECT_FALSE(source->lost());
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 220000, 200000));
+    EXPECT_EQ(segments[1].number, 0U);
+    EXPECT_EQ(segments[2].reason, "connected again");
+}
+
+TEST_F(controlled_session, connects_again_if_statistics_do_not_arrive)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stats", [](host_connection &, const json &) {});
+    start({.reconnect = true});
+    EXPECT_FALSE(source->stats());
+    EXPECT_TRUE(source->lost());
+    receive_all();
+    // The first frame arrived before the time-out.
+    EXPECT_THAT(ticks, testing::ElementsAre(200000, 200000));
+    EXPECT_EQ(segments[0].number, 0U);
+    EXPECT_EQ(segments[1].reason, "connected again");
+}
+
+TEST_F(controlled_session, ends_if_the_link_is_lost_while_it_asks_for_statistics)
+{
+    server.on("stats", [](host_connection &host, const json &) { host.close(); });
+    start({});
+    EXPECT_THROW(source->stats(), connection_lost);
+}
+
+TEST_F(controlled_session, begins_one_session_if_the_link_is_lost_before_it_calibrates)
+{
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stop", [](host_connection &host, const json &) {
+        send_frame(host, 11);
+        host.send({{"status", "ok"}, {"command", "stop"}, {"payload_size", 0}}, "");
+    });
+    server.on("stats", [](host_connection &host, const json &) { host.close(); });
+    start({.reconnect = true});
+    source->request_calibration();
+    EXPECT_TRUE(source->receive(100ms));
+    EXPECT_FALSE(source->stats());
+    receive_all();
+    EXPECT_EQ(count("configure"), 2);
+    EXPECT_THAT(ticks, testing::ElementsAre(220000, 200000));
+}
+
 /** What a server says of itself and of a session after connecting again. */
 struct other_server
 {

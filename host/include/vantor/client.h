@@ -119,8 +119,12 @@ public:
     /** Checks that the server answers. */
     void ping();
 
-    /** Returns the statistics of the server, as it sends them. */
-    nlohmann::json stats();
+    /**
+     * Returns the statistics of the server, as it sends them.
+     *
+     * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
+     */
+    nlohmann::json stats(const frame_handler &handler = {});
 
     /**
      * Sets up a session.

@@ -10,10 +10,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include <nlohmann/json.hpp>
 
 #include "vantor/client.h"
+#include "vantor/errors.h"
 #include "vantor/event_loop.h"
 #include "vantor/frame_source.h"
 
@@ -68,6 +70,31 @@ public:
     [[nodiscard]] const segment &current_segment() const noexcept override
     {
         return segment_;
+    }
+
+    /**
+     * Has the sensors calibrated again, whatever the policy: the next receive() ends the session, and begins
+     * one with new calibrations as a new segment. Can also be called by work of the loop while receive()
+     * waits.
+     */
+    void request_calibration() noexcept
+    {
+        calibration_due_ = true;
+    }
+
+    /**
+     * Asks the server for its statistics, also while it streams. Frames that arrive before the answer are
+     * received afterwards. Not while receive() waits.
+     *
+     * @return the answer of the server; nothing if the link is lost
+     * @throws the exceptions of receive()
+     */
+    std::optional<nlohmann::json> stats();
+
+    /** The configuration document of the current session: without calibrations if it has made its own. */
+    [[nodiscard]] const nlohmann::json &configuration() const noexcept
+    {
+        return configuration_;
     }
 
     /** The metadata of the session in which the last frame was measured. */
@@ -127,6 +154,8 @@ private:
 
     void configure();
     std::nullopt_t note_lost_link();
+    void note_damage(const bad_message &fault, clock::duration span);
+    template <typename request_t> std::invoke_result_t<request_t> ask(request_t request);
     void finish_stream(std::optional<std::chrono::milliseconds> timeout);
     void stop(std::optional<std::chrono::milliseconds> timeout);
     void stop_for_calibration();
@@ -156,11 +185,11 @@ private:
     std::optional<std::string> resumed_; /**< why a segment has begun of which no frame has arrived yet */
     bool lost_ = false;                  /**< the link is lost */
     bool asked_ = false;                 /**< the last frame asked for a calibration */
-    bool calibration_due_ = false;
-    bool stopped_ = false;              /**< for a calibration */
-    std::deque<frame> measured_;        /**< frames that arrived while the stream was stopped */
-    bool lost_before_ = false;          /**< the link was lost before the current segment */
-    std::optional<uint32_t> last_tick_; /**< of the last frame */
+    bool calibration_due_ = false;       /**< the next session begins with new calibrations, soon */
+    bool stopped_ = false;               /**< for a calibration */
+    std::deque<frame> measured_;         /**< frames that arrived while the stream was stopped */
+    bool lost_before_ = false;           /**< the link was lost before the current segment */
+    std::optional<uint32_t> last_tick_;  /**< of the last frame */
     clock::time_point last_frame_;
     clock::duration silence_{};    /**< time spent waiting since a frame progressed */
     size_t missing_bytes_ = 0;     /**< of the current frame, when it last progressed */
