@@ -64,6 +64,7 @@ const strings_t headers{
     "host/plot/picture.h",
     "host/replay/replay_server.h",
     "host/selftest/selftest.h",
+    "host/view/view_server.h",
     "host/commands/command.h",
 };
 
@@ -178,6 +179,10 @@ TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
               joined(joined(public_of_recording, of_hub),
                      {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"},
                      {"host/recording/sigmf.h", "host/replay/replay_server.h"}));
+    EXPECT_EQ(may_include("host/view/a.cpp"),
+              joined(joined(public_of_recording, of_hub),
+                     {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"},
+                     {"host/recording/sigmf.h", "host/view/view_server.h"}));
     EXPECT_EQ(may_include("host/selftest/a.cpp"),
               joined(of_errors, of_session, {"host/client/link_tcp.h", "host/selftest/selftest.h"}));
     EXPECT_EQ(may_include("host/commands/a.cpp"), (strings_t{headers.begin() + 14, headers.end()}));
