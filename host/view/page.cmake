@@ -1,0 +1,27 @@
+# Makes a C++ source of the page and of uPlot, which the page draws with. Sets VANTOR_PAGE_SOURCE.
+set(page ${CMAKE_CURRENT_LIST_DIR}/page)
+set(packages ${CMAKE_CURRENT_BINARY_DIR}/view_packages)
+set(VANTOR_PAGE_SOURCE ${CMAKE_CURRENT_BINARY_DIR}/page_files.cpp)
+
+# npm checks what it gets by the digest in the lock file. The files that it extracts have the times of their package,
+# so a stamp says that they are there.
+set(package_files ${page}/package.json ${page}/package-lock.json ${page}/.npmrc)
+add_custom_command(
+  OUTPUT ${packages}/stamp
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${packages}
+  COMMAND ${CMAKE_COMMAND} -E copy ${package_files} ${packages}
+  COMMAND ${CMAKE_COMMAND} -E chdir ${packages}
+    ${NPM_PROGRAM} ci --ignore-scripts --omit=dev --no-audit --no-fund --loglevel=error
+  COMMAND ${CMAKE_COMMAND} -E touch ${packages}/stamp
+  DEPENDS ${package_files}
+  COMMENT "Installing uPlot"
+  VERBATIM)
+
+file(GLOB page_files CONFIGURE_DEPENDS ${page}/*.html ${page}/*.js ${page}/*.css ${page}/*.svg)
+add_custom_command(
+  OUTPUT ${VANTOR_PAGE_SOURCE}
+  COMMAND ${CMAKE_COMMAND} "-DFILES=${page_files}" -DUPLOT=${packages}/node_modules/uplot/dist/uPlot.iife.min.js
+    -DOUTPUT=${VANTOR_PAGE_SOURCE} -P ${CMAKE_CURRENT_LIST_DIR}/embed_page.cmake
+  DEPENDS ${page_files} ${packages}/stamp ${CMAKE_CURRENT_LIST_DIR}/embed_page.cmake
+  COMMENT "Embedding the page of the live view"
+  VERBATIM)
