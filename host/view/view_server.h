@@ -115,7 +115,10 @@ public:
      */
     void close(uint64_t viewer, const std::string &reason);
 
-    /** Closes all connections, and waits at most half a second until the viewers have confirmed it. */
+    /**
+     * Closes all connections, and waits at most half a second until the viewers have confirmed it. The
+     * handler is not called any more. Must not be called by the loop.
+     */
     void end(const std::string &reason);
 
 private:
