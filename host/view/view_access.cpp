@@ -148,6 +148,10 @@ std::optional<view_answer> view_access::refusal(const view_request &request) con
     }
     const std::string_view path = request.target.substr(0, request.target.find('?'));
     const bool is_stream = path == view_stream_path;
+    if (request.is_upgrade && !is_stream)
+    {
+        return sentence_answer(404, "There is no WebSocket at this address.\n");
+    }
     if ((is_stream || path == "/") && !has_token(request.target))
     {
         return sentence_answer(403, "The token in the address is missing or wrong. Use the address that "

@@ -151,6 +151,16 @@ TEST(view_access, answers_at_the_stream_only_websockets)
     EXPECT_EQ(status_of(access_of(), request), 400U);
 }
 
+TEST(view_access, allows_websockets_only_at_the_stream)
+{
+    for (const char *target : {"/", "/style.css", "/streams", "/no-such-file"})
+    {
+        auto request = stream_request(std::nullopt);
+        request.target = target;
+        EXPECT_EQ(status_of(access_of(), request), 404U) << target;
+    }
+}
+
 TEST(view_access, allows_only_reading)
 {
     view_request request{.method = "HEAD", .target = "/main.js", .host = "localhost:8080"};
