@@ -1,0 +1,112 @@
+/** @file
+ * Tests of the requests of viewers, and of the answers that need no server.
+ */
+#include "view/view_requests.h"
+
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+#include "temporary_directory.h"
+#include "view/recording_name.h"
+#include "view/view_messages.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+/** A configuration of one item. */
+json configuration_with(const json &config)
+{
+    const json item{{"sensor_id", 1}, {"config", config}};
+    return {{"update_rate", 10}, {"groups", json::array({json::array({item})})}};
+}
+
+TEST(view_requests, need_a_type)
+{
+    EXPECT_EQ(request_type({{"type", "apply"}}), "apply");
+    for (const auto *text : {"[]", "{}", "5", R"({"type": 5})"})
+    {
+        EXPECT_THROW(request_type(json::parse(text)), request_error) << text;
+    }
+}
+
+TEST(view_requests, have_numbers_within_bounds)
+{
+    EXPECT_EQ(number_in({{"value", 1}}, "value", 1.0, 2.0), 1.0);
+    EXPECT_EQ(number_in({{"value", 2.0}}, "value", 1.0, 2.0), 2.0);
+    for (const auto &value : {json(0.99), json(2.01), json("1"), json(), json(1e300)})
+    {
+        EXPECT_THAT(
+            [&] {
+                number_in({{"value", value}}, "value", 1.0, 2.0);
+            },
+            ThrowsMessage<request_error>("\"value\" must be a number from 1.00 to 2.00."))
+            << value;
+    }
+    EXPECT_THROW(number_in(json::object(), "value", 1.0, 2.0), request_error);
+}
+
+TEST(view_requests, have_objects_and_texts)
+{
+    EXPECT_EQ(object_in({{"configuration", {{"a", 1}}}}, "configuration"), json({{"a", 1}}));
+    EXPECT_THROW(object_in({{"configuration", 5}}, "configuration"), request_error);
+    EXPECT_THROW(object_in(json::object(), "configuration"), request_error);
+    EXPECT_EQ(text_in({{"name", "walk"}}, "name"), "walk");
+    EXPECT_EQ(text_in(json::object(), "name"), "");
+    EXPECT_THROW(text_in({{"name", 5}}, "name"), request_error);
+}
+
+TEST(view_messages, show_each_fault_of_a_configuration_with_the_nearest_value)
+{
+    const auto answer =
+        checked_message({{"id", 3}, {"configuration", configuration_with({{"hwaas", 100000}})}});
+    EXPECT_EQ(answer["id"], 3);
+    EXPECT_TRUE(answer["plan"].empty());
+    ASSERT_EQ(answer["faults"].size(), 1U);
+    EXPECT_EQ(answer["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
+    EXPECT_EQ(answer["faults"][0]["nearest"], 511);
+    EXPECT_THAT(answer["faults"][0]["message"].get<std::string>(), HasSubstr("got 100000; allowed: "));
+}
+
+TEST(view_messages, show_the_figures_of_a_configuration_without_faults)
+{
+    const auto config =
+        json{{"start_point", 100}, {"num_points", 11}, {"step_length", 2}, {"sweeps_per_frame", 16}};
+    const auto answer = checked_message({{"id", 4}, {"configuration", configuration_with(config)}});
+    EXPECT_TRUE(answer["faults"].empty());
+    std::map<std::string, std::string> figures;
+    for (const auto &row : answer["plan"])
+    {
+        figures[row[0]] = row[1];
+    }
+    EXPECT_EQ(figures["distance"], "0.250 to 0.300 m, 11 points");
+    EXPECT_EQ(figures["step"], "5.0 mm");
+    EXPECT_EQ(figures["frame rate"], "10.0 /s");
+    EXPECT_THAT(figures["velocity"], HasSubstr("m/s, in steps of "));
+    EXPECT_THAT(figures["memory of the board"], HasSubstr("kB*"));
+}
+
+TEST(view_messages, replace_bytes_that_are_not_text)
+{
+    EXPECT_EQ(message_text({{"text", "a\xff"}}), "{\"text\":\"a\xef\xbf\xbd\"}");
+}
+
+TEST(recording_name, is_a_new_directory_in_recordings)
+{
+    EXPECT_EQ(named_recording("walk 1"), "recordings/walk 1");
+    EXPECT_EQ(named_recording(std::string(100, 'x')).filename(), std::string(100, 'x'));
+    for (const auto &name : {std::string(".."), std::string(".x"), std::string("a/b"), std::string("a\nb"),
+                             std::string("a\0b", 3), std::string("a\x7f"), std::string(101, 'x')})
+    {
+        EXPECT_THROW(named_recording(name), request_error) << name;
+    }
+}
+
+} // namespace
+} // namespace vantor
