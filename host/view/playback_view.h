@@ -1,0 +1,78 @@
+/** @file
+ * The view of a recording, with a time line.
+ */
+#ifndef VANTOR_PLAYBACK_VIEW_H
+#define VANTOR_PLAYBACK_VIEW_H
+
+#include <cstdint>
+#include <functional>
+
+#include <nlohmann/json.hpp>
+
+#include "hub/playback_source.h"
+#include "vantor/event_loop.h"
+#include "vantor/flag_counts.h"
+#include "vantor/recording_reader.h"
+#include "view/stream_watch.h"
+#include "view/view_requests.h"
+#include "view/viewers.h"
+
+namespace vantor
+{
+
+/** Plays a recording for viewers: at any speed, from any frame on. */
+class playback_view
+{
+public:
+    /**
+     * @param recording  a recording with at least one frame; must outlive this object, like viewers and loop
+     * @param all        the viewers
+     * @param loop       the loop of the viewers
+     * @throws bad_recording if a file cannot be read
+     */
+    playback_view(recording_reader &recording, viewers &all, event_loop &loop);
+    playback_view(const playback_view &) = delete;
+    playback_view &operator=(const playback_view &) = delete;
+    playback_view(playback_view &&) = delete;
+    playback_view &operator=(playback_view &&) = delete;
+    ~playback_view();
+
+    /**
+     * Runs until asked to stop, or event_loop::cancel().
+     *
+     * @param stop  called ten times a second; true ends the view
+     * @throws bad_recording if a file cannot be read
+     */
+    void run(const std::function<bool()> &stop);
+
+private:
+    [[nodiscard]] request_rules rules();
+    void check(const viewer_request &request);
+    void seek(const viewer_request &request);
+    void set_speed(const viewer_request &request);
+    void play(const viewer_request &request);
+    void pause(const viewer_request &request);
+
+    void play_frames(const std::function<bool()> &stop);
+    void wait_for_request();
+    void show_next();
+    void count_flags();
+    [[nodiscard]] bool ended() const;
+    [[nodiscard]] nlohmann::ordered_json position() const;
+    [[nodiscard]] nlohmann::ordered_json state() const;
+
+    recording_reader &recording_;
+    viewers &viewers_;
+    event_loop &loop_;
+    request_rules rules_;
+    playback_source source_;
+    stream_watch watch_;
+    double speed_ = 1.0;
+    double duration_ = 0.0; /**< from the first to the last frame, in seconds */
+    uint64_t missing_ = 0;  /**< in the whole recording, as are the next */
+    flag_counts counts_;
+};
+
+} // namespace vantor
+
+#endif
