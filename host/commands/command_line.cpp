@@ -23,6 +23,7 @@
 #include "commands/selftest.h"
 #include "commands/usage_error.h"
 #include "commands/validate.h"
+#include "commands/view.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -128,19 +129,13 @@ exit_code report_current_exception(std::ostream &err)
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
-    return {identify_command(),
-            scan_command(),
-            selftest_command(),
-            plan_command(),
-            validate_command(),
-            calibrate_command(),
-            record_command(),
-            info_command(),
-            repair_command(),
-            plot_command(),
-            export_command(),
-            replay_command(),
-            completion_command(list_commands)};
+    return {identify_command(), scan_command(),
+            selftest_command(), plan_command(),
+            validate_command(), calibrate_command(),
+            view_command(),     record_command(),
+            info_command(),     repair_command(),
+            plot_command(),     export_command(),
+            replay_command(),   completion_command(list_commands)};
 }
 
 } // namespace

@@ -1,0 +1,57 @@
+/** @file
+ * `vantor view`.
+ */
+#include "commands/view.h"
+
+#include <memory>
+
+#include "commands/common_options.h"
+#include "commands/view_run.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *view_footer = R"(Examples:
+  vantor view examples/single_sensor.json
+      shows the frames of a private simulated server in the browser
+  vantor view config.json --connect serial:/dev/ttyACM0@921600
+  vantor view --connect tcp:192.168.1.20:6110 --record recordings/garage
+      measures with sensor 1 until the page sets another configuration, and records
+  vantor view recordings/garage
+      plays a recording
+
+The command prints the address of the page, and opens it in the browser of the desktop. The token in the address
+lets a viewer in: pass it on only to people who may control the sensors. The first viewer controls, others watch
+and can take control. Recordings begun on the page are stored in "recordings". Press Ctrl-C to end the view.)";
+
+} // namespace
+
+command view_command()
+{
+    auto options = std::make_shared<view_options>();
+    return {.name = "view",
+            .help = "Show frames in the browser while they are measured, or a recording.",
+            .footer = view_footer,
+            .options = {{.name = "CONFIG_OR_RECORDING",
+                         .help = "Configuration document (a JSON file), or directory written by \"vantor "
+                                 "record\"",
+                         .value = &options->what},
+                        connect_option(options->connect),
+                        {.name = "--listen",
+                         .help = "Address at which the page is served; port 0 for any free port",
+                         .value = &options->listen,
+                         .value_name = "HOST:PORT",
+                         .default_value = options->listen},
+                        {.name = "--record",
+                         .help = "Record from the start, to this new directory",
+                         .value = &options->record,
+                         .value_name = "DIR"},
+                        {.name = "--no-browser",
+                         .help = "Only print the address, do not open a browser",
+                         .value = &options->no_browser}},
+            .run = [options](const command_streams &streams) { return run_view(*options, streams); }};
+}
+
+} // namespace vantor
