@@ -50,13 +50,19 @@ export class Columns {
 		}
 	}
 
-	/** @param {SubSweep} part @param {number} column @param {number} begin @param {number} width */
+	/** A column shows the points in it, or else the one whose half step reaches its middle.
+	 * @param {SubSweep} part @param {number} column @param {number} begin @param {number} width */
 	cover({ offset, points, start_m: start, step_m: step }, column, begin, width) {
-		const first = (begin + width * 1e-6 - start) / (step || width) + 0.5;
-		const last = (begin + width * (1 - 1e-6) - start) / (step || width) + 0.5;
+		const place = (begin - start) / (step || width);
+		const size = width / (step || width);
+		let first = Math.ceil(place - 1e-6);
+		let last = Math.ceil(place + size - 1e-6) - 1;
+		if (last < first) {
+			first = last = Math.round(place + size / 2);
+		}
 		if (this.from[column] < 0 && last >= 0 && first < points) {
-			this.from[column] = offset + Math.max(0, Math.floor(first));
-			this.to[column] = offset + Math.min(points - 1, Math.floor(last));
+			this.from[column] = offset + Math.max(0, first);
+			this.to[column] = offset + Math.min(points - 1, last);
 		}
 	}
 

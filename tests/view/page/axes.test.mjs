@@ -47,6 +47,16 @@ test('there is nothing between two sub-sweeps', () => {
   assert.deepEqual([...new Columns(layout).from], [0, 1, -1, -1, 2, 3]);
 });
 
+test('a column has one point, also if its width is not quite that of a step', () => {
+  const layout = layoutOf(itemOf({
+    points: 7,
+    subsweeps: [{ offset: 0, points: 4, start_m: 0, step_m: 2 }, { offset: 4, points: 3, start_m: 9, step_m: 3 }],
+  }), 0);
+  const columns = new Columns(layout);
+  assert.deepEqual([...columns.from], [0, 1, 2, 3, 4, 4, 5, 6, 6]);
+  assert.deepEqual(columns.from, columns.to);
+});
+
 test('a range of levels has room for noise and signal', () => {
   assert.deepEqual(levelRange([-60, -61, -59, -20]), [-70, -10]);
   assert.deepEqual(levelRange([-60, -60]), [-70, -40]);
