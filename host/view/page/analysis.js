@@ -1,9 +1,15 @@
 /** What is known of one item: its levels, and the phase at one of its points. */
-import { greatest, meanLevels, phaseAt, phaseStep } from './mathematics.js';
+import { greatest, meanAt, meanLevels, phaseStep } from './mathematics.js';
 import { GAP, INVALID } from './ring.js';
 
-/** After this many frames, the strongest echo is known, and automatic ranges remain. */
+/** After so many frames the strongest echo and automatic ranges remain. */
 export const SETTLED_FRAMES = 8;
+
+/** The phase is that of an echo if its amplitude is this many times its usual change from frame to frame. */
+const CERTAIN = 5;
+
+/** Over how many changes the usual one is the mean. */
+const CHANGES = 16;
 
 export class Analysis {
 	/** @param {Layout} layout @param {FrameRing} ring @param {number} index  of the item in a frame */
@@ -15,8 +21,10 @@ export class Analysis {
 		this.levels = new Float64Array(layout.points);
 		this.hold = new Float64Array(layout.points);
 		this.sum = new Float64Array(layout.points);
-		/** Unwrapped phase at the point in each frame of the ring, in radians; NaN if a frame is not valid. */
+		/** Unwrapped phase in radians at the point in each frame; NaN in one that is not valid. */
 		this.phases = new Float64Array(ring.capacity);
+		/** Whether the phase is that of an echo, not of noise. */
+		this.certain = new Uint8Array(ring.capacity);
 		/** Frames in the held maximum and the mean. */
 		this.count = 0;
 		this.next = ring.first;
@@ -24,6 +32,10 @@ export class Analysis {
 		this.chosen = false;
 		this.turned = 0;
 		this.previous = NaN;
+		this.amplitude = 0;
+		/** Mean square of the last changes of the amplitude, and their number. */
+		this.change = 0;
+		this.changes = 0;
 	}
 
 	reset() {
@@ -32,7 +44,7 @@ export class Analysis {
 		this.count = 0;
 	}
 
-	/** Adds the frames that arrived since the last call. @param {(number: number) => void} each */
+	/** Adds the frames that arrived since the last call. @param {TakeNumber} each */
 	catchUp(each) {
 		for (let number = Math.max(this.next, this.ring.first); number <= this.ring.last; number++) {
 			this.next = number + 1;
@@ -47,14 +59,19 @@ export class Analysis {
 	}
 
 	/** @param {number} number */
+	gap(number) {
+		return (this.ring.marksOf(number, this.index) & GAP) !== 0;
+	}
+
+	/** @param {number} number */
 	consume(number) {
 		if (this.valid(number)) {
 			meanLevels(this.ring.frame(number), this.layout, this.levels);
 			this.count += 1;
-			for (let i = 0; i < this.levels.length; i++) {
-				this.sum[i] += this.levels[i];
-				this.hold[i] = Math.max(this.hold[i], this.levels[i]);
-			}
+			this.levels.forEach((level, i) => {
+				this.sum[i] += level;
+				this.hold[i] = Math.max(this.hold[i], level);
+			});
 			this.choosePoint();
 		}
 		this.follow(number);
@@ -67,22 +84,28 @@ export class Analysis {
 		}
 	}
 
-	/** Adds the phase of a frame. It begins at 0 again after a gap: nobody knows how far it turned meanwhile.
+	/** Adds the phase of a frame. It begins at 0 again after a gap.
 	 * @param {number} number */
 	follow(number) {
-		const phase = this.valid(number) ? phaseAt(this.ring.frame(number), this.layout, this.point) : NaN;
-		const gap = (this.ring.marksOf(number, this.index) & GAP) !== 0;
-		const first = gap || Number.isNaN(this.previous);
+		const [phase, amplitude] = this.valid(number) ? meanAt(this.ring.frame(number), this.layout, this.point) : [NaN, NaN];
+		const first = this.gap(number) || Number.isNaN(this.previous);
 		this.turned = first ? 0 : this.turned + phaseStep(this.previous, phase);
-		this.phases[this.ring.slot(number)] = Number.isNaN(phase) ? NaN : this.turned;
+		if (!Number.isNaN(this.turned) && !first) {
+			this.changes = Math.min(this.changes + 1, CHANGES);
+			this.change += ((amplitude - this.amplitude) ** 2 - this.change) / this.changes;
+		}
+		const slot = this.ring.slot(number);
+		this.phases[slot] = Number.isNaN(phase) ? NaN : this.turned;
+		this.certain[slot] = Number(this.changes > 0 && amplitude > CERTAIN * Math.sqrt(this.change));
 		this.previous = phase;
+		this.amplitude = amplitude;
 	}
 
 	/** Measures the phase at another point. @param {number} point @param {boolean} chosen  whether it remains */
 	setPoint(point, chosen = true) {
 		this.chosen = this.chosen || chosen;
-		this.point = Math.min(Math.max(point, 0), this.layout.points - 1);
-		this.turned = 0;
+		this.point = point;
+		this.changes = 0;
 		this.previous = NaN;
 		for (let number = this.ring.first; number < this.next; number++) {
 			this.follow(number);

@@ -1,6 +1,6 @@
 /** Ranges, ticks and columns of axes. */
 
-/** A round step that divides a width into at most a number of parts. @param {number} width @param {number} most */
+/** A round step. @param {number} width @param {number} most */
 export function roundStep(width, most) {
 	const least = width / Math.max(most, 1);
 	const power = 10 ** Math.floor(Math.log10(least));
@@ -29,8 +29,8 @@ export function fixed(value, digits) {
 
 /** Half a step beyond the points. @param {Layout} layout @returns {Span} */
 export function distanceRange({ distances, steps }) {
-	const low = distances.reduce((least, distance, i) => Math.min(least, distance - steps[i] / 2), Infinity);
-	const high = distances.reduce((most, distance, i) => Math.max(most, distance + steps[i] / 2), -Infinity);
+	const low = Math.min(...distances.map((distance, i) => distance - steps[i] / 2));
+	const high = Math.max(...distances.map((distance, i) => distance + steps[i] / 2));
 	return [low, high > low ? high : low + 0.001];
 }
 
@@ -39,7 +39,7 @@ export class Columns {
 	/** @param {Layout} layout @param {number} most  columns */
 	constructor(layout, most = 1024) {
 		const [low, high] = distanceRange(layout);
-		const step = layout.steps.reduce((least, s) => Math.min(least, s || least), high - low);
+		const step = Math.min(...layout.steps.filter(Boolean), high - low);
 		this.count = Math.max(1, Math.min(most, Math.round((high - low) / step)));
 		/** First and last point of a column; -1 if the item does not measure there. */
 		this.from = new Int32Array(this.count).fill(-1);
@@ -67,7 +67,7 @@ export class Columns {
 	}
 
 	/** The mean of the values of the points in a column; NaN if there is none.
-	 * @param {ArrayLike<number>} values @param {number} column @param {number} offset  of the first point */
+	 * @param {Numbers} values @param {number} column @param {number} offset  of the first point */
 	mean(values, column, offset = 0) {
 		const from = this.from[column];
 		let sum = from < 0 ? NaN : 0;
@@ -78,8 +78,8 @@ export class Columns {
 	}
 }
 
-/** A range for levels in dBFS, in steps of 5 dB: some noise below, some room above.
- * @param {ArrayLike<number>} levels @returns {Span} */
+/** A range with room for noise and signal, in steps of 5 dB.
+ * @param {Numbers} levels @returns {Span} */
 export function levelRange(levels) {
 	const sorted = Float64Array.from(levels).filter(Number.isFinite).sort();
 	if (sorted.length === 0) {

@@ -6,7 +6,7 @@ import { FONT, MARGIN } from './view.js';
 /** Below this height, there is room only for units. */
 const LOW_HEIGHT = 130;
 
-/** @param {string} label @param {string} scale @param {number} space  for a tick @param {ChartAxis} more @returns {ChartAxis} */
+/** @param {string} label @param {string} scale @param {number} space @param {ChartAxis} more @returns {ChartAxis} */
 function axisOf(label, scale, space, more) {
 	return {
 		label, scale, font: FONT, labelFont: FONT, labelGap: 0, gap: 2,
@@ -21,20 +21,20 @@ function axisOf(label, scale, space, more) {
 }
 
 export class Chart {
-	/** @param {HTMLElement} host @param {{x: string, y: string, right?: string}} labels @param {() => void} draw */
+	/** @param {HTMLElement} host @param {string[]} labels @param {() => void} draw */
 	constructor(host, labels, draw) {
 		this.host = host;
-		this.labels = [labels.x, labels.y, labels.right ?? ''];
+		this.labels = labels;
 		/** @type {{[scale: string]: Span}} */
 		this.ranges = {};
-		const axes = [axisOf(labels.x, 'x', 60, { size: 19, labelSize: 13 }),
-			axisOf(labels.y, 'y', 26, { size: MARGIN.left - 15, labelSize: 15 })];
-		if (labels.right) {
+		const axes = [axisOf(labels[0], 'x', 60, { size: 19, labelSize: 13 }),
+			axisOf(labels[1], 'y', 26, { size: MARGIN.left - 15, labelSize: 15 })];
+		if (labels[2]) {
 			const sizes = { size: MARGIN.right - 18, labelSize: 18 };
-			axes.push(axisOf(labels.right, 'right', 26, { side: 1, grid: { show: false }, ...sizes }));
+			axes.push(axisOf(labels[2], 'right', 26, { side: 1, grid: { show: false }, ...sizes }));
 		}
 		this.plot = new uPlot({
-			width: 200, height: 100, padding: [MARGIN.top, labels.right ? 0 : MARGIN.right, 0, 0],
+			width: 200, height: 100, padding: [MARGIN.top, labels[2] ? 0 : MARGIN.right, 0, 0],
 			cursor: { show: false }, legend: { show: false },
 			scales: { x: { time: false, auto: false }, y: { auto: false }, right: { auto: false } },
 			series: [{}, { scale: 'y' }, { scale: 'right' }],
@@ -72,7 +72,7 @@ export class Chart {
 		this.plot.redraw(false);
 	}
 
-	/** Draws inside the axes only. @param {(to: ToPixels, context: CanvasRenderingContext2D, area: Box) => void} draw */
+	/** Draws inside the axes only. @param {DrawInside} draw */
 	inside(draw) {
 		const { ctx, bbox } = this.plot;
 		const { x: [x0, x1], y: [y0, y1] } = this.ranges;
@@ -96,7 +96,7 @@ export class Chart {
 		ctx.stroke(path);
 	}
 
-	/** Draws a cursor: an upright line, and a level one. @param {string} name @param {string} colour
+	/** Draws a cursor. @param {string} name @param {string} colour
 	 * @param {number | null} x @param {number | null} y  in pixels of the canvas; null for no line */
 	mark(name, colour, x, y) {
 		const { ctx, bbox } = this.plot;
@@ -115,9 +115,11 @@ export class Chart {
 		ctx.font = `${size}px system-ui, sans-serif`;
 		ctx.textAlign = 'center';
 		ctx.textBaseline = 'middle';
+		const left = Math.min(x ?? bbox.left, bbox.left + bbox.width - size);
+		const top = bbox.top + (name === 'A' ? 0 : size);
 		ctx.fillStyle = colour;
-		ctx.fillRect(x ?? bbox.left, bbox.top, size, size);
+		ctx.fillRect(left, top, size, size);
 		ctx.fillStyle = theme.back;
-		ctx.fillText(name, (x ?? bbox.left) + size / 2, bbox.top + size / 2);
+		ctx.fillText(name, left + size / 2, top + size / 2);
 	}
 }

@@ -1,10 +1,8 @@
 /** The colours of levels and of the page. */
+import { contextOf } from './view.js';
 
-/** Steps of the colour map, even in lightness (Oklab): from dark blue over green to light yellow. */
+/** Steps of the colour map, even in lightness (Oklab). */
 const STEPS = ['19053f', '132560', '00467b', '00698c', '008b90', '00ab89', '56c677', 'abdb5f', 'f6ea4d'];
-
-/** The map for a style sheet. */
-export const GRADIENT = `linear-gradient(to top, #${STEPS.join(', #')})`;
 
 /** The map as 256 pixels, red in the lowest byte. */
 export const COLOURS = Uint32Array.from({ length: 256 }, (_, index) => {
@@ -17,16 +15,17 @@ export const COLOURS = Uint32Array.from({ length: 256 }, (_, index) => {
 	return ((255 << 24) | (part(4) << 16) | (part(2) << 8) | part(0)) >>> 0;
 });
 
-/** @param {CanvasRenderingContext2D} context @param {Box} box */
-export function fillColours(context, { left, top, width, height }) {
-	const gradient = context.createLinearGradient(0, top + height, 0, top);
-	STEPS.forEach((step, i) => gradient.addColorStop(i / (STEPS.length - 1), `#${step}`));
-	context.fillStyle = gradient;
-	context.fillRect(left, top, width, height);
+/** Draws the map, its highest colour at the top. @param {HTMLCanvasElement} canvas */
+export function drawColours(canvas) {
+	const image = new ImageData(1, COLOURS.length);
+	new Uint32Array(image.data.buffer).set(COLOURS.slice().reverse());
+	canvas.width = 1;
+	canvas.height = COLOURS.length;
+	contextOf(canvas).putImageData(image, 0, 0);
 }
 
-/** Turns levels in dBFS into pixels. A level that is not a number leaves the pixel transparent.
- * @param {ArrayLike<number>} levels @param {Uint32Array} pixels @param {number} offset @param {Span} range */
+/** Turns levels in dBFS into pixels; NaN into a transparent one.
+ * @param {Numbers} levels @param {Uint32Array} pixels @param {number} offset @param {Span} range */
 export function paint(levels, pixels, offset, [low, high]) {
 	for (let i = 0; i < levels.length; i++) {
 		const index = Math.min(Math.max(((levels[i] - low) / (high - low)) * 255, 0), 255);
@@ -34,12 +33,12 @@ export function paint(levels, pixels, offset, [low, high]) {
 	}
 }
 
-/** Colours of the page, from the style sheet, which knows whether it is dark. @type {{[name: string]: string}} */
+/** Colours of the page, from the style sheet. @type {Names} */
 export const theme = {};
 
 export function readTheme() {
 	const style = getComputedStyle(document.documentElement);
-	for (const name of ['text', 'faint', 'grid', 'back', 'live', 'held', 'mean', 'trace', 'a', 'b']) {
+	for (const name of ['text', 'faint', 'grid', 'back', 'live', 'held', 'mean', 'trace', 'noise', 'a', 'b']) {
 		theme[name] = style.getPropertyValue(`--${name}`).trim();
 	}
 }

@@ -2,7 +2,6 @@
 import { fixed } from './axes.js';
 import { dbfs, meanLevels, millimetresPerRadian } from './mathematics.js';
 
-
 export class Cursors {
 	/** @param {Analysis} analysis */
 	constructor(analysis) {
@@ -41,7 +40,7 @@ export class Cursors {
 	}
 
 	/** What a cursor reads: at its time, or in the frame that is shown.
-	 * @param {Cursor | null} cursor @param {number} shown @returns {Reading | null} */
+	 * @param {Cursor | null} cursor @param {number} shown */
 	read(cursor, shown) {
 		const { ring, layout } = this.analysis;
 		if (!cursor || shown < ring.first || shown > ring.last) {
@@ -65,16 +64,12 @@ export function describe(a, b) {
 
 /** @param {Reading | null} reading @param {string} unit */
 function textOf(reading, unit) {
-	const { metres = 0, level = 0, seconds = 0, displacement = 0 } = reading ?? {};
-	return reading ? `${fixed(metres, 3)} m  ${fixed(level, 1)} ${unit}  ${fixed(seconds, 2)} s  ${fixed(displacement, 3)} mm` : '–';
+	return reading ? `${fixed(reading.metres, 3)} m  ${fixed(reading.level, 1)} ${unit}  ${fixed(reading.seconds, 2)} s  ${
+		fixed(reading.displacement, 3)} mm` : '–';
 }
 
-/** @param {Reading} a @param {Reading} b @returns {Reading} */
+/** @param {Reading} a @param {Reading} b */
 export function difference(a, b) {
-	return {
-		metres: b.metres - a.metres,
-		level: b.level - a.level,
-		seconds: b.seconds - a.seconds,
-		displacement: b.displacement - a.displacement,
-	};
+	const minus = (/** @type {keyof Reading} */ name) => b[name] - a[name];
+	return { metres: minus('metres'), level: minus('level'), seconds: minus('seconds'), displacement: minus('displacement') };
 }

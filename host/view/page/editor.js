@@ -6,7 +6,7 @@ import { box, button, download, element, input, setText } from './view.js';
 const CHECK_DELAY = 200;
 
 export class Editor {
-	/** @param {(message: JsonObject) => void} send */
+	/** @param {Send} send */
 	constructor(send) {
 		this.send = send;
 		/** @type {Schema} */
@@ -26,7 +26,7 @@ export class Editor {
 		input('file').onchange = () => this.read();
 	}
 
-	/** Shows the configuration of a session, unless a person is changing one. @param {JsonObject} configuration */
+	/** Shows a configuration, unless a person is changing one. @param {JsonObject} configuration */
 	offer(configuration) {
 		if (!this.changed) {
 			this.load(configuration);
@@ -48,7 +48,7 @@ export class Editor {
 			this.load({ ...JSON.parse(text ?? '') });
 			this.changed = true;
 		} catch (error) {
-			this.show(`The file is not a configuration: ${/** @type {Error} */ (error).message}`, [], []);
+			this.show(`The file is not a configuration: ${error}`, [], []);
 		}
 	}
 
@@ -71,7 +71,7 @@ export class Editor {
 		}
 	}
 
-	/** Shows faults at their fields, and the figures. @param {string} text @param {Fault[]} faults @param {Figure[]} plan */
+	/** Shows faults and figures. @param {string} text @param {Fault[]} faults @param {Figure[]} plan */
 	show(text, faults, plan) {
 		this.form.querySelectorAll('.fault').forEach((fault) => fault.remove());
 		this.form.querySelectorAll('[aria-invalid]').forEach((field) => field.removeAttribute('aria-invalid'));

@@ -1,12 +1,12 @@
-/** What the form of a configuration follows from: the schema, and paths into the document. */
+/** From a schema to a form, and paths into a document. */
 
-/** Units of members; the schema has them only in sentences. @type {{[name: string]: string}} */
+/** Units of members. @type {Names} */
 const UNITS = {
 	max_update_rate: 'Hz', update_rate: 'Hz', frame_rate: 'Hz', sweep_rate: 'Hz', start_point: 'base steps',
 	step_length: 'base steps', num_points: 'points', hwaas: 'pulses', receiver_gain: 'steps', sweeps_per_frame: 'sweeps',
 };
 
-/** Members that a form does not show: a path for editors, long data, and an old name if it is not used. */
+/** Members that a form does not show, the last one if it is not used. */
 const HIDDEN = ['$schema', 'calibration_info', 'update_rate'];
 
 /** Follows a reference to a definition. @param {Schema} schema @param {Schema} node @returns {Schema} */
@@ -15,7 +15,7 @@ export function resolve(schema, node) {
 	return found ? resolve(schema, found) : node;
 }
 
-/** The members of an object that a form shows. @param {Schema} node @param {Json | undefined} present */
+/** The members of an object that a form shows. @param {Schema} node @param {Value} present */
 export function membersOf(node, present) {
 	const used = getIn(present, ['update_rate']) !== undefined;
 	return Object.entries(node.properties ?? {}).filter(([name]) => !HIDDEN.includes(name) || (used && name === HIDDEN[2]));
@@ -39,8 +39,8 @@ export function textOf(value) {
 	return value === true ? 'on' : value === false ? 'off' : String(value);
 }
 
-/** The value of an input: nothing, one of the choices, a number, or the text for the checker to refuse.
- * @param {Field} field @param {string} input @returns {Json | undefined} */
+/** The value of an input. What is not one remains a text, for the checker to refuse.
+ * @param {Field} field @param {string} input @returns {Value} */
 export function valueOf({ choices }, input) {
 	const text = input.trim();
 	const value = choices ? choices.find((choice) => textOf(choice) === text) : Number(text);
@@ -57,13 +57,13 @@ export function leastOf(schema, reference) {
 		: node.default ?? node.minimum ?? '';
 }
 
-/** @param {Json | undefined} value @param {Path} path @returns {Json | undefined} */
+/** @param {Value} value @param {Path} path @returns {Value} */
 export function getIn(value, path) {
 	return path.reduce((at, name) => /** @type {any} */ (at)?.[name], value);
 }
 
 /** Sets or removes the value at a path; objects on the way are made.
- * @param {JsonObject} document @param {Path} path @param {Json | undefined} value */
+ * @param {JsonObject} document @param {Path} path @param {Value} value */
 export function setIn(document, path, value) {
 	const last = path[path.length - 1];
 	/** @type {any} */
@@ -93,5 +93,5 @@ export function pathOf(pointer) {
 /** The longest of the pointers that contains another one. @param {string} pointer @param {Iterable<string>} known */
 export function closest(pointer, known) {
 	const containing = [...known].filter((candidate) => `${pointer}/`.startsWith(`${candidate}/`));
-	return containing.reduce((best, candidate) => (candidate.length > best.length ? candidate : best), '');
+	return containing.sort((a, b) => b.length - a.length)[0] ?? '';
 }

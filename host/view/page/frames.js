@@ -3,7 +3,7 @@
 const LINE_FEED = 10;
 const decoder = new TextDecoder();
 
-/** Splits a message into what it says about the items and the samples. @param {ArrayBuffer} buffer @returns {Frame} */
+/** Splits a message. @param {ArrayBuffer} buffer @returns {Frame} */
 export function decodeFrame(buffer) {
 	const bytes = new Uint8Array(buffer);
 	const end = bytes.indexOf(LINE_FEED);
@@ -30,12 +30,12 @@ export class FrameClock {
 		this.steps = new Float64Array(REMEMBERED_STEPS).fill(Infinity);
 	}
 
-	/** Adds a frame. @param {number} tick @returns {PlacedFrame} */
-	add(tick) {
+	/** Adds a frame. @param {number} tick @param {number} every  one of how many frames arrives @returns {PlacedFrame} */
+	add(tick, every = 1) {
 		const first = Number.isNaN(this.last);
 		const step = this.stepTo(tick);
 		const restart = step <= 0 && !first;
-		const gap = first || restart || step > this.longest();
+		const gap = first || restart || step > this.longest(every);
 		this.seconds = restart ? 0 : this.seconds + step;
 		if (step > 0) {
 			this.steps[this.frames % REMEMBERED_STEPS] = step;
@@ -51,7 +51,7 @@ export class FrameClock {
 		if (Number.isNaN(last)) {
 			return 0;
 		}
-		// Ticks have 32 bits: the difference is right also after they begin again at 0.
+		// Ticks have 32 bits, and begin again at 0.
 		return this.ticksPerSecond > 0 ? ((tick - last) | 0) / this.ticksPerSecond : this.period || 1;
 	}
 
@@ -61,12 +61,10 @@ export class FrameClock {
 		return Math.max(this.period, usual === Infinity ? 0 : usual);
 	}
 
-	/**
-	 * The longest step without a gap, in seconds. Frames can be left out regularly, by a slow server or because this
-	 * viewer wants only some of them: then the shortest recent step is the period.
-	 */
-	longest() {
-		return this.period === 0 ? 8 * (this.spacing || Infinity) : 1.5 * this.spacing;
+	/** The longest step without a gap, in seconds. A slow server leaves out frames regularly: then the shortest recent
+	 * step is the period. @param {number} every */
+	longest(every) {
+		return this.period === 0 ? 8 * (this.spacing || Infinity) : 1.5 * Math.max(this.spacing, every * this.period);
 	}
 }
 

@@ -15,7 +15,7 @@ export class LevelPlot {
 		this.live = new Float64Array(this.layout.points);
 		this.held = new Float64Array(this.layout.points);
 		this.mean = new Float64Array(this.layout.points);
-		this.chart = new Chart(host, { x: 'distance in m', y: 'level in dBFS' }, () => this.paint());
+		this.chart = new Chart(host, ['distance in m', 'level in dBFS'], () => this.paint());
 		this.chart.setRange('x', distanceRange(this.layout));
 		this.bar = new RangeBar(host, 'level', false, () => panel.touch());
 	}

@@ -9,15 +9,15 @@ import { layoutsOf } from './mathematics.js';
 import { countPicture, numbers, pictureRate } from './numbers.js';
 import { Panel } from './panel.js';
 import { FrameRing } from './ring.js';
-import { showFigure, showState } from './state.js';
+import { isLost, showFigure, showNothing, showState } from './state.js';
 import { askEvery, freeze, showTimeline, startTimeline } from './timeline.js';
 import { showToolbar, startToolbar } from './toolbar.js';
-import { box, element, setText } from './view.js';
+import { box, element, setText, view } from './view.js';
 
-/** The shortest time between two pictures, in milliseconds: a little less than that of 60 a second. */
+/** Least milliseconds between two pictures, for 60 a second. */
 const PICTURE_PERIOD = 15;
 
-/** How long a note about something done remains, in milliseconds. */
+/** Milliseconds for which a note remains. */
 const NOTE_PERIOD = 8000;
 
 const main = box('panels');
@@ -30,11 +30,11 @@ let trouble = '';
 
 /** @param {Session} session */
 function startSession(session) {
-	const same = JSON.stringify(app.session?.items) === JSON.stringify(session.items) && app.session?.rate === session.rate;
+	const [old, now] = [app.session, session].map((one) => JSON.stringify([one?.items, one?.rate]));
 	const { ring } = app;
 	app.session = session;
 	editor.offer(session.configuration);
-	if (same && ring && ring.last >= ring.first && app.clock) {
+	if (old === now && ring && ring.last >= ring.first && app.clock) {
 		const pause = (performance.now() - ring.arrivals[ring.slot(ring.last)]) / 1000;
 		app.clock = new FrameClock(session, app.clock.seconds + pause);
 		return;
@@ -72,7 +72,7 @@ function receiveFrame(data) {
 		if (!ring || !clock || frame.payload.length !== ring.frameBytes || frame.items.length !== ring.items) {
 			throw new Error('not of this session');
 		}
-		const { seconds, gap, restart } = clock.add(frame.items[0]?.tick ?? 0);
+		const { seconds, gap, restart } = clock.add(frame.items[0]?.tick ?? 0, view.every);
 		if (restart) {
 			ring.clear();
 			app.panels.forEach((panel) => panel.recolour());
@@ -91,6 +91,7 @@ function receiveText(message) {
 			editor.schema = message.schema;
 			setText(box('name'), message.name);
 			setText(box('source'), message.source);
+			box('source').title = message.source;
 			askEvery();
 			document.title = `${message.name} – vantor view`;
 			break;
@@ -122,8 +123,7 @@ function receiveText(message) {
 /** @param {State} state */
 function receiveState(state) {
 	app.state = state;
-	trouble = state.connection === 'lost' || state.connection === 'reconnecting'
-		? `The connection to the server is lost${state.reason ? ` (${state.reason})` : ''}. Connecting again.` : '';
+	trouble = isLost() ? `The connection to the server is lost${state.reason ? ` (${state.reason})` : ''}. Connecting again.` : '';
 	showState(state);
 	showFigure('unreadable', app.unreadable > 0 ? String(app.unreadable) : '', true);
 	showFigure('pictures', `${pictureRate()} /s`);
@@ -133,7 +133,10 @@ function receiveState(state) {
 
 /** @param {string} reason */
 function closed(reason) {
-	trouble = `No connection to vantor view${reason ? `: ${reason}` : '.'} Connecting again.`;
+	app.state = null;
+	trouble = `No connection to vantor view${reason ? `: ${reason}` : ''}. If you start it again, open the address that it prints.`;
+	showNothing();
+	showToolbar(null);
 	showNotes();
 }
 
@@ -152,6 +155,7 @@ function showNotes() {
 	setText(box('notes'), trouble || (state?.controls === false
 		? `You are watching; ${state.controller ? `viewer ${state.controller}` : 'nobody'} controls. ${advice}` : advice));
 	box('notice').hidden = box('notes').textContent === '';
+	document.body.classList.toggle('lost', isLost());
 }
 
 /** @param {number} now */

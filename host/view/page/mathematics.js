@@ -12,8 +12,7 @@ export function dbfs(amplitude, fullScale) {
 	return 20 * Math.log10(Math.max(amplitude, 0.1) / fullScale);
 }
 
-/** Where the samples of an item are. @param {Item} item @param {number} offset  first sample in a frame
- * @returns {Layout} */
+/** Where the samples of an item are. @param {Item} item @param {number} offset  first sample in a frame */
 export function layoutOf(item, offset) {
 	const distances = new Float64Array(item.points);
 	const steps = new Float64Array(item.points);
@@ -47,9 +46,9 @@ export function meanLevels(samples, { points, sweeps, offset }, levels) {
 	}
 }
 
-/** The phase of the mean sample of a point over the sweeps of a frame, in radians.
+/** The mean sample of a point over the sweeps of a frame: its phase in radians, and its amplitude.
  * @param {Int16Array} samples @param {Layout} layout @param {number} point */
-export function phaseAt(samples, { points, sweeps, offset }, point) {
+export function meanAt(samples, { points, sweeps, offset }, point) {
 	let re = 0;
 	let im = 0;
 	for (let sweep = 0; sweep < sweeps; sweep++) {
@@ -57,7 +56,7 @@ export function phaseAt(samples, { points, sweeps, offset }, point) {
 		re += samples[at];
 		im += samples[at + 1];
 	}
-	return Math.atan2(im, re);
+	return [Math.atan2(im, re), Math.hypot(re, im) / sweeps];
 }
 
 /** The step between two phases: less than half a turn. @param {number} from @param {number} to */
@@ -71,16 +70,12 @@ export function millimetresPerRadian(item) {
 	return (1000 * item.wavelength_m) / (4 * Math.PI);
 }
 
-/** @param {ArrayLike<number>} values @param {number} wanted */
+/** @param {Numbers} values @param {number} wanted */
 export function nearest(values, wanted) {
-	let best = 0;
-	for (let i = 1; i < values.length; i++) {
-		best = Math.abs(values[i] - wanted) < Math.abs(values[best] - wanted) ? i : best;
-	}
-	return best;
+	return greatest(Float64Array.from(values, (value) => -Math.abs(value - wanted)));
 }
 
-/** @param {ArrayLike<number>} values */
+/** @param {Numbers} values */
 export function greatest(values) {
 	let best = 0;
 	for (let i = 1; i < values.length; i++) {
@@ -117,13 +112,12 @@ export class VelocityMap {
 				this.addPowers(samples, segment * length, point);
 			}
 			for (let k = 0; k < length; k++) {
-				const amplitude = Math.sqrt(powers[k] / segments / this.tonePower);
-				this.levels[k * points + point] = dbfs(amplitude, item.full_scale);
+				this.levels[k * points + point] = dbfs(Math.sqrt(powers[k] / segments / this.tonePower), item.full_scale);
 			}
 		}
 	}
 
-	/** Adds the powers of a segment of sweeps at a point, from the lowest frequency. A frame has at most 16383 samples.
+	/** Adds the powers of a segment of sweeps at a point, from the lowest frequency.
 	 * @param {Int16Array} samples @param {number} sweep  the first one @param {number} point */
 	addPowers(samples, sweep, point) {
 		const { length, re, im, cos, sin, layout: { points, offset } } = this;
@@ -151,7 +145,7 @@ export class VelocityMap {
 	}
 }
 
-/** The velocities of a spectrum, in m/s. @param {number} length @param {number} bound  not ambiguous up to here */
+/** The velocities of a spectrum, in m/s. @param {number} length @param {number} bound  of those not ambiguous */
 export function velocitiesOf(length, bound) {
 	const centre = Math.floor(length / 2);
 	return Float64Array.from({ length }, (_, k) => (2 * bound * (k - centre)) / length);

@@ -31,7 +31,7 @@ export class Panel {
 		this.grid = element('div', 'plots');
 		this.level = new LevelPlot(this.cell('Level', [['live', 'live'], ['held', 'held maximum'], ['mean', 'mean']]), this);
 		this.waterfall = new Waterfall(this.cell('Level over time', []), this);
-		this.phase = new PhasePlot(this.cell('Phase and displacement at A', [['trace', 'positive: away']]), this);
+		this.phase = new PhasePlot(this.cell('Phase at A', [['trace', 'positive: away'], ['noise', 'noise']]), this);
 		this.velocity = layout.sweeps < FEWEST_SWEEPS ? null
 			: new VelocityPicture(this.cell('Velocity, between sweeps', [['', 'positive: away']]), this);
 		this.charts.forEach((chart) => this.attach(chart));
@@ -40,7 +40,8 @@ export class Panel {
 	}
 
 	build() {
-		const title = titleOf(this.layout.item);
+		const { sensor, group, index } = this.layout.item;
+		const title = `Sensor ${sensor} (group ${group + 1}, item ${index + 1})`;
 		const names = ['A', 'B', 'B−A'].map((name, i) => element('span', `reading ${'abd'[i]}`, name, this.readings[i]));
 		const root = element('section', 'item', '', element('header', '', '', element('h2', '', title),
 			element('span', 'settings', settingsOf(this.layout)), element('span', 'grow'), ...names), this.grid);
@@ -58,7 +59,7 @@ export class Panel {
 		return host;
 	}
 
-	/** Lets a person place the cursors in a plot: A, or B with the shift key. @param {Chart} chart */
+	/** Lets a person place cursor A, or B with the shift key. @param {Chart} chart */
 	attach(chart) {
 		const { host } = chart;
 		host.onpointerdown = ({ pointerId }) => host.setPointerCapture(pointerId);
@@ -73,8 +74,9 @@ export class Panel {
 	place(chart, { clientX, clientY, shiftKey }) {
 		const { left, top, width, height } = chart.plot.bbox;
 		const bounds = chart.host.getBoundingClientRect();
-		const x = Math.min(Math.max(((clientX - bounds.left) * devicePixelRatio - left) / width, 0), 1);
-		const y = Math.min(Math.max(((clientY - bounds.top) * devicePixelRatio - top) / height, 0), 1);
+		const within = (/** @type {number} */ part) => Math.min(Math.max(part, 0), 1);
+		const x = within(((clientX - bounds.left) * devicePixelRatio - left) / width);
+		const y = within(((clientY - bounds.top) * devicePixelRatio - top) / height);
 		const [low, high] = chart.ranges.x;
 		const hasDistance = chart !== this.phase.chart;
 		const hasTime = !hasDistance || chart === this.waterfall.chart;
@@ -89,7 +91,7 @@ export class Panel {
 	}
 
 	get size() {
-		return this.analysis.phases.byteLength + 48 * this.layout.points + this.waterfall.size + (this.velocity?.size ?? 0);
+		return 9 * this.ring.capacity + 48 * this.layout.points + this.waterfall.size + (this.velocity?.size ?? 0);
 	}
 
 	touch() {
@@ -191,11 +193,6 @@ export class Panel {
 		this.cursors.place(which, old.point + points, frames === 0 ? null : this.ring.time(number));
 		this.touch();
 	}
-}
-
-/** @param {Item} item */
-function titleOf(item) {
-	return `Sensor ${item.sensor} (group ${item.group + 1}, item ${item.index + 1})`;
 }
 
 /** @param {Layout} layout */

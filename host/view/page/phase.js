@@ -3,7 +3,6 @@ import { roomyRange } from './axes.js';
 import { Chart } from './chart.js';
 import { theme } from './colours.js';
 import { millimetresPerRadian } from './mathematics.js';
-import { GAP } from './ring.js';
 import { view } from './view.js';
 
 /** The narrowest range, in radians: noise does not look like a signal. */
@@ -19,10 +18,10 @@ export class PhasePlot {
 		this.analysis = panel.analysis;
 		this.shown = -1;
 		this.time = NaN;
-		this.chart = new Chart(host, { x: 'time in s', y: 'phase in rad', right: 'displacement in mm' }, () => this.paint());
+		this.chart = new Chart(host, ['time in s', 'phase in rad', 'displacement in mm'], () => this.paint());
 	}
 
-	/** Draws if the line moved by a pixel: between that, nobody can see a difference.
+	/** Draws if the line moved by a pixel.
 	 * @param {number} shown @param {boolean} always */
 	draw(shown, always) {
 		const time = this.analysis.ring.time(shown);
@@ -41,7 +40,7 @@ export class PhasePlot {
 		return this.analysis.ring.at(this.time - view.seconds);
 	}
 
-	/** Widens the range if needed; makes it narrower only if much of it is empty, so that it is calm. */
+	/** Widens the range if needed; narrows it only if much of it is empty. */
 	setRange() {
 		let low = Infinity;
 		let high = -Infinity;
@@ -61,22 +60,23 @@ export class PhasePlot {
 
 	paint() {
 		this.chart.inside((to) => {
-			this.chart.stroke(this.path(to), theme.trace, 1.5);
+			this.chart.stroke(this.path(to, false), theme.noise, 1.5);
+			this.chart.stroke(this.path(to, true), theme.trace, 1.5);
 			this.panel.eachCursor(({ seconds }, colour, name) =>
 				seconds !== null && this.chart.mark(name, colour, to.x(seconds - this.time), null));
 		});
 	}
 
-	/** @param {ToPixels} to */
-	path(to) {
-		const { ring, index } = this.analysis;
+	/** @param {ToPixels} to @param {boolean} echo  only where there is an echo */
+	path(to, echo) {
+		const { ring, certain } = this.analysis;
 		const path = new Path2D();
 		const step = Math.ceil((this.shown - this.first) / MOST_PHASES) || 1;
 		let broken = true;
 		for (let n = this.first; n <= this.shown; n += step) {
 			const value = this.analysis.phase(n);
-			const gap = broken || (ring.marksOf(n, index) & GAP) !== 0;
-			broken = Number.isNaN(value);
+			const gap = broken || this.analysis.gap(n);
+			broken = Number.isNaN(value) || (echo && !certain[ring.slot(n)]);
 			if (!broken) {
 				path[gap ? 'moveTo' : 'lineTo'](to.x(ring.time(n) - this.time), to.y(value));
 			}

@@ -1,13 +1,13 @@
 /** Saves what the panels show as a picture. */
-import { fillColours, theme } from './colours.js';
-import { box, contextOf, download, FONT } from './view.js';
+import { theme } from './colours.js';
+import { box, contextOf, download, element, FONT } from './view.js';
 
 /** @param {string} title */
 export function savePicture(title) {
 	const panels = box('panels');
 	const bounds = panels.getBoundingClientRect();
 	const time = new Date().toISOString().slice(0, 19);
-	const canvas = document.createElement('canvas');
+	const canvas = element('canvas');
 	canvas.width = bounds.width * devicePixelRatio;
 	canvas.height = (bounds.height + 24) * devicePixelRatio;
 	const context = contextOf(canvas);
@@ -23,12 +23,11 @@ export function savePicture(title) {
 		const { left, top, width, height } = part.getBoundingClientRect();
 		context.drawImage(part, left, top, width, height);
 	}
-	panels.querySelectorAll('.coloured').forEach((part) => fillColours(context, part.getBoundingClientRect()));
 	drawTexts(panels, context);
 	canvas.toBlob((blob) => blob && download(`vantor-${time.replaceAll(':', '-')}.png`, blob));
 }
 
-/** Draws the texts where they are on the page. @param {HTMLElement} root @param {CanvasRenderingContext2D} context */
+/** Draws all texts in place. @param {HTMLElement} root @param {CanvasRenderingContext2D} context */
 function drawTexts(root, context) {
 	const walker = document.createTreeWalker(root, NodeFilter.SHOW_TEXT);
 	const range = new Range();

@@ -1,6 +1,6 @@
 /** Two handles that set the lowest and the highest level of a scale, in dBFS. */
 import { fixed } from './axes.js';
-import { GRADIENT } from './colours.js';
+import { drawColours } from './colours.js';
 import { element, setText } from './view.js';
 
 /** The limits of the handles. */
@@ -16,8 +16,10 @@ export class RangeBar {
 		/** Whether the next levels set the range. */
 		this.automatic = true;
 		this.changed = changed;
-		this.fill = element('div', coloured ? 'fill coloured' : 'fill');
-		this.fill.style.backgroundImage = coloured ? GRADIENT : '';
+		this.fill = element('canvas', 'fill');
+		if (coloured) {
+			drawColours(this.fill);
+		}
 		this.values = [element('span', 'value'), element('span', 'value')];
 		this.inputs = ['Lowest', 'Highest'].map((end, which) => this.makeInput(`${end} ${name} in dBFS`, which));
 		const bar = element('div', 'range', '', this.fill, ...this.inputs, ...this.values, element('span', 'unit', 'dBFS'));

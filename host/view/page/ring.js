@@ -70,7 +70,7 @@ export class FrameRing {
 		this.end += 1;
 	}
 
-	/** The samples of a frame: a view, valid until the frame is overwritten. @param {number} number */
+	/** The samples of a frame, until it is overwritten. @param {number} number */
 	frame(number) {
 		const length = this.frameBytes / 2;
 		return this.samples.subarray(this.slot(number) * length, (this.slot(number) + 1) * length);
@@ -91,7 +91,7 @@ export class FrameRing {
 		return this.ticks[this.slot(number) * this.items + item];
 	}
 
-	/** Number of the latest frame until a time; the oldest frame if all are later. @param {number} seconds */
+	/** The latest frame until a time; the oldest one if all are later. @param {number} seconds */
 	at(seconds) {
 		let low = this.first;
 		let high = this.last;

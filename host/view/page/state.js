@@ -1,9 +1,15 @@
-/** The strip of figures: what the server, this viewer and the recorder do. */
+/** The strip of figures. */
+import { app } from './app.js';
 import { fixed } from './axes.js';
 import { box, element, setText } from './view.js';
 
-/** @type {Map<string, [cell: HTMLElement, value: HTMLElement]>} */
+/** @type {Map<string, Cell>} */
 const cells = new Map();
+
+/** Whether no frames can arrive. */
+export function isLost() {
+	return ['lost', 'reconnecting'].includes(app.state?.connection ?? 'lost');
+}
 
 /** Shows a figure; hides it without a text. @param {string} name @param {string} text @param {boolean} alarming */
 export function showFigure(name, text, alarming = false) {
@@ -30,19 +36,26 @@ export function countText(count) {
 	return String(count).replace(/\B(?=(\d{3})+$)/g, '\u2009');
 }
 
+/** Shows that nothing is known any more. */
+export function showNothing() {
+	[...cells.keys()].forEach((name) => showFigure(name, ''));
+	showFigure('vantor view', 'not connected', true);
+}
+
 /** @param {State} state */
 export function showState(state) {
-	showFigure('server', state.connection, ['lost', 'reconnecting'].includes(state.connection));
+	showFigure('vantor view', '');
+	showFigure(app.hello?.kind ?? '', state.connection, isLost());
 	const due = state.rate_due > 0 ? ` of ${Number(state.rate_due.toFixed(2))}` : '';
 	showFigure('rate', `${fixed(state.rate, 1)}${due} /s`, state.rate < 0.9 * state.rate_due);
 	const { missing: lost, dropped, delayed, saturated, invalid, memory, stack } = state;
 	for (const [name, count] of Object.entries({ lost, dropped, delayed, saturated, 'channel busy': invalid })) {
 		showFigure(name, countText(count), count > 0);
 	}
-	showFigure('temperature in °C', state.temperatures.map(({ celsius }) => fixed(celsius, 0)).join('  '));
+	showFigure('sensors in °C', state.temperatures.map(({ celsius }) => fixed(celsius, 0)).join('  '));
 	showFigure('calibration', state.calibration_needed ? 'needed' : '', true);
 	for (const [name, use] of Object.entries({ memory, stack })) {
 		showFigure(name, use ? `${fixed(use.peak / 1000, 1)} of ${bytesText(use.size)}` : '');
 	}
-	showFigure('viewers', `${state.viewers}`);
+	showFigure('viewers', String(state.viewers));
 }

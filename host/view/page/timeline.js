@@ -1,6 +1,7 @@
 /** The line of time: the last minute of a server, or a whole recording. */
 import { fixed } from './axes.js';
 import { app, send } from './app.js';
+import { isLost } from './state.js';
 import { box, button, byId, input, redraw, setText, view } from './view.js';
 
 const scrub = input('scrub');
@@ -8,7 +9,7 @@ const speed = byId('speed', HTMLSelectElement);
 const every = byId('every', HTMLSelectElement);
 
 /** @param {HTMLSelectElement} select @param {number} chosen @param {number[]} values
- * @param {(value: number) => string} text @param {(value: number) => void} changed */
+ * @param {(value: number) => string} text @param {TakeNumber} changed */
 function fill(select, chosen, values, text, changed) {
 	select.replaceChildren(...values.map((value) => new Option(text(value), String(value))));
 	select.value = String(chosen);
@@ -27,9 +28,10 @@ export function startTimeline() {
 	button('pause').onclick = toggle;
 }
 
-/** Some of the frames are enough on a slow link. */
+/** Asks for all frames or some of them. */
 export function askEvery() {
-	send({ type: 'every', frames: Number(every.value) });
+	view.every = Number(every.value);
+	send({ type: 'every', frames: view.every });
 }
 
 function isRecording() {
@@ -115,5 +117,6 @@ function showLive(ring) {
 	scrub.min = String(Math.min(ring.time(ring.first) - ring.time(ring.last), -1));
 	scrub.max = '0';
 	scrub.value = String(-age);
-	setText(box('time'), view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)` : `live (${fixed(ring.time(shown), 1)} s)`);
+	setText(box('time'), view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)`
+		: `${isLost() ? 'stopped' : 'live'} (${fixed(ring.time(shown), 1)} s)`);
 }

@@ -68,17 +68,18 @@ function startDrawers() {
 	button('help').onclick = () => (keys.open ? keys.close() : keys.showModal());
 }
 
-/** Shows what a viewer may do, and the recording. @param {State} state */
-export function showToolbar({ controls, recorder, calibration_needed: calibration }) {
-	const recording = app.hello?.kind === 'recording';
+/** Shows what a viewer may do, and the recording. @param {State | null} state  null without a connection */
+export function showToolbar(state) {
+	const recorder = state?.recorder ?? null;
+	const watching = !state?.controls || app.hello?.kind === 'recording';
 	for (const name of ['record', 'keep', 'calibrate', 'apply']) {
-		button(name).disabled = !controls || recording;
+		button(name).disabled = watching;
 	}
-	byId('fields', HTMLFieldSetElement).disabled = !controls || recording;
-	button('control').hidden = controls;
-	button('calibrate').hidden = !calibration;
+	byId('fields', HTMLFieldSetElement).disabled = watching;
+	button('control').hidden = !state || state.controls;
+	button('calibrate').hidden = !state?.calibration_needed;
 	setText(button('record'), recorder ? 'Stop' : 'Record');
-	showFigure('recording', !recorder ? '' : recorder.failure ?? `${recorder.directory.split('/').pop()}: ${countText(recorder.frames)
+	showFigure('recorder', !recorder ? '' : recorder.failure ?? `${recorder.directory.split('/').pop()}: ${countText(recorder.frames)
 		} frames, ${countText(recorder.missing)} lost, ${bytesText(recorder.bytes)}`, Boolean(recorder?.failure || recorder?.missing));
 	button('record').ariaPressed = String(recorder !== null);
 }
@@ -102,13 +103,13 @@ function escape() {
 	/** @type {HTMLElement | null} */ (document.activeElement)?.blur();
 }
 
-/** @type {{[key: string]: [points: number, frames: number]}} */
+/** @type {Moves} */
 const MOVES = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1] };
 
-/** @type {{[key: string]: number}} */
+/** @type {Scrolls} */
 const SCROLLS = { '[': -1, ']': 1, '{': -10, '}': 10 };
 
-/** Does what a key is for; returns whether it is for something. @param {KeyboardEvent} event */
+/** Does what a key is for, if anything. @param {KeyboardEvent} event */
 function act({ key, shiftKey, target }) {
 	const panel = app.panels.find(({ root }) => root.contains(document.activeElement)) ?? app.panels[0];
 	const pressed = document.querySelector(`button[data-key="${CSS.escape(key)}"]`);

@@ -155,6 +155,26 @@ interface Layout {
 }
 
 type Span = [low: number, high: number];
+type Numbers = ArrayLike<number>;
+
+/** A value of a document; undefined if there is none. */
+type Value = Json | undefined;
+
+type Names = { [name: string]: string };
+type TakeNumber = (number: number) => void;
+type Send = (message: JsonObject) => void;
+
+/** A figure on the page, and the part with its value. */
+type Cell = [cell: HTMLElement, value: HTMLElement];
+
+/** Draws inside the axes of a plot. */
+type DrawInside = (to: ToPixels, context: CanvasRenderingContext2D, area: Box) => void;
+
+/** Of a cursor, by key. */
+type Moves = { [key: string]: [points: number, frames: number] };
+
+/** In seconds, by key. */
+type Scrolls = { [key: string]: number };
 
 /** A rectangle in CSS pixels. */
 interface Box {

@@ -4,7 +4,7 @@ import { Chart } from './chart.js';
 import { paint } from './colours.js';
 import { VelocityMap } from './mathematics.js';
 import { RangeBar } from './range.js';
-import { contextOf } from './view.js';
+import { contextOf, element } from './view.js';
 
 export class VelocityPicture {
 	/** @param {HTMLElement} host @param {Panel} panel */
@@ -16,11 +16,11 @@ export class VelocityPicture {
 		this.image = new ImageData(this.columns.count, length);
 		this.pixels = new Uint32Array(this.image.data.buffer);
 		this.row = new Float32Array(this.columns.count);
-		this.canvas = document.createElement('canvas');
+		this.canvas = element('canvas');
 		this.canvas.width = this.columns.count;
 		this.canvas.height = length;
 		this.context = contextOf(this.canvas);
-		this.chart = new Chart(host, { x: 'distance in m', y: 'velocity in m/s' }, () =>
+		this.chart = new Chart(host, ['distance in m', 'velocity in m/s'], () =>
 			this.chart.inside((to, context, { left, top, width, height }) => {
 				context.imageSmoothingEnabled = false;
 				context.drawImage(this.canvas, left, top, width, height);
@@ -36,8 +36,7 @@ export class VelocityPicture {
 		return this.map.levels.byteLength + 2 * this.pixels.byteLength;
 	}
 
-	/** Draws a frame: the highest velocity at the top. @param {Int16Array} samples
-	 * @param {boolean} final  whether automatic colours remain */
+	/** @param {Int16Array} samples @param {boolean} final  whether automatic colours remain */
 	draw(samples, final) {
 		const { map, columns, row } = this;
 		map.compute(samples);

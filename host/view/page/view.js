@@ -1,7 +1,7 @@
 /** What a person sees: shared by all panels. */
 
 export const view = {
-	/** Whether the picture stands still, and at which frame, while frames go on into the ring. */
+	/** Whether the picture stands still, and at which frame. */
 	frozen: false,
 	at: -1,
 	/** @type {'dBFS' | 'LSB'} */
@@ -10,6 +10,8 @@ export const view = {
 	mean: false,
 	/** On the axes of time. */
 	seconds: 20,
+	/** One of how many frames arrives. */
+	every: 1,
 	/** Changes when all panels must be drawn again. */
 	version: 0,
 };

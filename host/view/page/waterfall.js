@@ -4,8 +4,7 @@ import { Chart } from './chart.js';
 import { paint } from './colours.js';
 import { dbfs, meanLevels } from './mathematics.js';
 import { RangeBar } from './range.js';
-import { GAP } from './ring.js';
-import { contextOf, view } from './view.js';
+import { contextOf, element, view } from './view.js';
 
 /** Most rows; more frames share a row. */
 const MOST_ROWS = 1024;
@@ -21,7 +20,7 @@ export class Waterfall {
 		this.means = new Float32Array(this.columns.count);
 		this.row = new ImageData(this.columns.count, 1);
 		this.pixels = new Uint32Array(this.row.data.buffer);
-		this.canvas = document.createElement('canvas');
+		this.canvas = element('canvas');
 		this.context = contextOf(this.canvas);
 		/** Rows written so far. */
 		this.written = 0;
@@ -30,7 +29,7 @@ export class Waterfall {
 		this.rows = 0;
 		this.last = 0;
 		this.lastTime = 0;
-		this.chart = new Chart(host, { x: 'distance in m', y: 'time in s' }, () => this.paint());
+		this.chart = new Chart(host, ['distance in m', 'time in s'], () => this.paint());
 		this.chart.setRange('x', distanceRange(this.layout));
 		this.bar = new RangeBar(host, 'colour', true, () => panel.recolour());
 	}
@@ -54,7 +53,7 @@ export class Waterfall {
 		return other;
 	}
 
-	/** Sets the colours from the mean amplitudes, if they are automatic. @param {boolean} final */
+	/** Sets automatic colours from the mean amplitudes. @param {boolean} final */
 	offer(final) {
 		const { count, sum } = this.analysis;
 		return this.bar.offer(() => levelRange(sum.map((s) => dbfs(s / count, this.layout.item.full_scale))), final);
@@ -71,11 +70,11 @@ export class Waterfall {
 		}
 	}
 
-	/** Writes the row of a frame, and those since the frame before: empty if frames are missing. @param {number} number */
+	/** Writes the row of a frame, and the same since the frame before, or nothing in a gap. @param {number} number */
 	write(number) {
-		const { ring, index } = this.analysis;
-		const steps = Math.round((ring.time(number) - this.lastTime) / this.rowSeconds);
-		const gap = (ring.marksOf(number, index) & GAP) !== 0;
+		const { analysis } = this;
+		const steps = Math.round((analysis.ring.time(number) - this.lastTime) / this.rowSeconds);
+		const gap = analysis.gap(number);
 		this.paintRow(number);
 		for (let i = Math.max(steps - this.rows, 0); i < steps; i++) {
 			this.last += 1;
@@ -120,9 +119,7 @@ export class Waterfall {
 			const { count } = this.columns;
 			const upper = this.rows - newest;
 			context.drawImage(this.canvas, 0, newest, count, upper, left, top, width, upper * row);
-			if (newest > 0) {
-				context.drawImage(this.canvas, 0, 0, count, newest, left, top + upper * row, width, newest * row);
-			}
+			context.drawImage(this.canvas, 0, 0, count, newest, left, top + upper * row, width, newest * row);
 			this.panel.mark(this.chart, to, true);
 		});
 	}

@@ -108,3 +108,28 @@ test('frames that left the ring are skipped', () => {
   assert.deepEqual(seen, [7, 8, 9]);
   assert.ok(Number.isNaN(analysis.phase(2)));
 });
+
+/** A number from -1 to 1, the same in every run. */
+const noise = (i) => ((Math.sin(i * 12.9898) * 43758.5453) % 1 + 1) % 1 * 2 - 1;
+
+/** The share of the frames in which the phase at point 2 is that of an echo. */
+function certainShare(amplitudeOf, phaseOf) {
+  const { ring, analysis } = setUp();
+  for (let i = 0; i < 400; i++) {
+    push(ring, amplitudeOf(i), phaseOf(i));
+  }
+  analysis.setPoint(2);
+  analysis.catchUp(() => {});
+  return analysis.certain.slice(0, 400).reduce((sum, certain) => sum + certain, 0) / 400;
+}
+
+test('the phase of an echo is certain, whether it moves or not', () => {
+  const share = certainShare((i) => 1000 + 100 * noise(i), (i) => Math.sin(i / 5));
+  assert.ok(share > 0.9, `${share}`);
+});
+
+test('the phase of noise is not certain', () => {
+  const rayleigh = (i) => 1000 * Math.sqrt(-Math.log(0.5 + 0.4999 * noise(i)));
+  const share = certainShare(rayleigh, (i) => Math.PI * noise(i + 0.5));
+  assert.ok(share < 0.03, `${share}`);
+});

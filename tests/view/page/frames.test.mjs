@@ -66,3 +66,9 @@ test('with an unknown rate, only a much longer step is a gap', () => {
   const gaps = [0, 10, 20, 60, 260].map((tick) => clock.add(tick).gap);
   assert.deepEqual(gaps, [true, false, false, false, true]);
 });
+
+test('frames that were not wanted are not missing', () => {
+  const clock = new FrameClock({ ticks_per_second: 1000, tick_period: 50, rate: 20 });
+  [0, 50, 100].forEach((tick) => clock.add(tick));
+  assert.deepEqual([300, 500, 900].map((tick) => clock.add(tick, 4).gap), [false, false, true]);
+});

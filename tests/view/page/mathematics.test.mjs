@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import {
-  dbfs, greatest, layoutsOf, meanLevels, millimetresPerRadian, nearest, phaseAt, phaseStep, velocitiesOf, VelocityMap,
+  dbfs, greatest, layoutsOf, meanLevels, millimetresPerRadian, nearest, meanAt, phaseStep, velocitiesOf, VelocityMap,
 } from '../../../host/view/page/mathematics.js';
 import { itemOf, samplesOf } from './samples.mjs';
 
@@ -36,10 +36,12 @@ test('a level is the mean of the magnitudes over the sweeps', () => {
   assert.deepEqual([...levels], [10, 5]);
 });
 
-test('the phase is that of the mean sample', () => {
+test('phase and amplitude are those of the mean sample', () => {
   const [layout] = layoutsOf([itemOf({ points: 2, sweeps: 2 })]);
   const samples = samplesOf(4, (i) => [[7, 7], [100, 0], [7, 7], [0, 100]][i]);
-  near(phaseAt(samples, layout, 1), Math.PI / 4);
+  const [phase, amplitude] = meanAt(samples, layout, 1);
+  near(phase, Math.PI / 4);
+  near(amplitude, Math.hypot(50, 50));
 });
 
 test('a phase step is the short way round', () => {
