@@ -1,0 +1,96 @@
+/** The configuration is changed on the page. */
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { after, before, describe, test } from 'node:test';
+import { configuration, STILL } from './documents.mjs';
+import { launch, Page } from './pages.mjs';
+import { makeDirectory, startView } from './programs.mjs';
+
+describe('configuration', () => {
+  const FIELD = '[data-pointer="/groups/0/0/config/num_points"]';
+  let browser;
+  let directory;
+  let view;
+  let page;
+
+  before(async () => {
+    directory = makeDirectory();
+    directory.write('scene.json', STILL);
+    directory.write('garage.json', configuration());
+    view = await startView(directory, ['garage.json', '--connect', 'sim:--scene scene.json']);
+    browser = await launch();
+    page = await Page.open(browser, view.url);
+    await page.click('#configure');
+  });
+
+  after(async () => {
+    await page.close();
+    await browser.close();
+    assert.equal(await view.end(), 0);
+    directory.remove();
+  });
+
+  /** Applies what is in the form, and waits for the new session. */
+  async function apply() {
+    const { session } = await page.numbers();
+    await page.click('#apply');
+    return page.until((now) => now.session > session && now.panels[0]?.pictures > 0);
+  }
+
+  test('the form shows the configuration, and figures of it', async () => {
+    assert.equal(await page.tab.inputValue(`${FIELD} input`), '100');
+    await page.tab.locator('#plan dd').first().waitFor();
+  });
+
+  test('a value that is not possible is shown, with the nearest one', async () => {
+    await page.tab.fill(`${FIELD} input`, '99999');
+    await page.tab.locator(`${FIELD} .fault`).waitFor();
+    assert.equal(await page.tab.getAttribute(`${FIELD} input`, 'aria-invalid'), 'true');
+    await page.screenshot('fault');
+    const { session } = await page.numbers();
+    await page.click('#apply');
+    await page.textBecomes('#verdict', /faults/);
+    assert.equal((await page.numbers()).session, session);
+    await page.click(`${FIELD} .fault button`);
+    await page.tab.locator('.fault').first().waitFor({ state: 'detached' });
+    assert.match(await page.tab.inputValue(`${FIELD} input`), /^\d+$/);
+    assert.notEqual(await page.tab.inputValue(`${FIELD} input`), '99999');
+  });
+
+  test('what is not a number is a fault', async () => {
+    await page.tab.fill(`${FIELD} input`, 'many');
+    await page.tab.locator(`${FIELD} .fault`).waitFor();
+    await page.tab.fill(`${FIELD} input`, '60');
+    await page.tab.locator('.fault').first().waitFor({ state: 'detached' });
+  });
+
+  test('a configuration is applied', async () => {
+    const { panels } = await apply();
+    assert.equal(panels[0].item.points, 60);
+  });
+
+  test('an item is added and removed', async () => {
+    await page.tab.getByRole('button', { name: 'Add item' }).click();
+    const field = page.tab.locator('[data-pointer="/groups/0/1/sensor_id"] input');
+    await field.fill('2');
+    assert.equal((await apply()).panels.length, 2);
+    await page.tab.getByRole('button', { name: 'Remove item 2' }).click();
+    assert.equal((await apply()).panels.length, 1);
+  });
+
+  test('a configuration is saved and loaded', async () => {
+    const [download] = await Promise.all([page.tab.waitForEvent('download'), page.click('#save')]);
+    assert.equal(download.suggestedFilename(), 'configuration.json');
+    const saved = JSON.parse(readFileSync(await download.path(), 'utf8'));
+    assert.equal(saved.groups[0][0].config.num_points, 60);
+    saved.groups[0][0].config.num_points = 80;
+    await page.tab.setInputFiles('#file', directory.write('other.json', saved));
+    await page.valueBecomes(`${FIELD} input`, '80');
+    assert.equal((await apply()).panels[0].item.points, 80);
+  });
+
+  test('a file that is not a configuration is refused', async () => {
+    await page.tab.setInputFiles('#file', { name: 'a.json', mimeType: 'application/json', buffer: Buffer.from('{"groups": [') });
+    await page.textBecomes('#verdict', /The file is not a configuration/);
+  });
+});

@@ -1,0 +1,69 @@
+/** A recording is played. */
+import assert from 'node:assert/strict';
+import { after, before, describe, test } from 'node:test';
+import { configuration, STILL } from './documents.mjs';
+import { launch, Page } from './pages.mjs';
+import { makeDirectory, run, startView } from './programs.mjs';
+
+describe('recording', () => {
+  const FRAMES = 400;
+  let browser;
+  let directory;
+  let view;
+  let page;
+
+  before(async () => {
+    directory = makeDirectory();
+    directory.write('scene.json', STILL);
+    directory.write('garage.json', configuration());
+    run(directory, ['record', 'garage.json', '--frames', String(FRAMES), '--output', 'garage',
+      '--connect', 'sim:--clock virtual --scene scene.json']);
+    view = await startView(directory, ['garage']);
+    browser = await launch();
+    page = await Page.open(browser, view.url);
+  });
+
+  after(async () => {
+    await page.close();
+    await browser.close();
+    assert.equal(await view.end(), 0);
+    directory.remove();
+  });
+
+  test('it is named, and cannot be changed', async () => {
+    await page.until(({ state }) => state?.position?.frames === FRAMES);
+    assert.equal(await page.text('#name'), 'garage');
+    assert.equal(await page.figure('recording'), 'playing');
+    assert.equal(await page.figure('server'), null);
+    for (const name of ['#record', '#keep', '#apply']) {
+      assert.equal(await page.tab.locator(name).isDisabled(), true, name);
+    }
+    await page.screenshot('recording');
+  });
+
+  test('it stops, and goes to any frame', async () => {
+    await page.press('Space');
+    await page.until(({ state }) => state.connection === 'paused');
+    await page.tab.fill('#scrub', '300');
+    await page.until(({ state }) => Math.abs(state.position.frame - 300) <= 1);
+    await page.textBecomes('#time', /^15\.0\d of/);
+    await page.tab.locator('.item').first().focus();
+    await page.press('[');
+    await page.until(({ state }) => Math.abs(state.position.frame - 280) <= 2);
+    await page.press('}');
+    await page.until(({ state }) => state.position.frame >= FRAMES - 2);
+  });
+
+  test('it is played at another speed, to its end, and again', async () => {
+    await page.tab.fill('#scrub', '200');
+    await page.until(({ state }) => Math.abs(state.position.frame - 200) <= 1);
+    await page.tab.selectOption('#speed', '16');
+    await page.until(({ state }) => state.position.speed === 16);
+    await page.click('#pause');
+    await page.until(({ state }) => state.connection === 'ended');
+    assert.equal(await page.text('#pause'), 'Play');
+    await page.tab.selectOption('#speed', '1');
+    await page.click('#pause');
+    await page.until(({ state }) => state.connection === 'playing' && state.position.frame < 100);
+  });
+});
