@@ -23,7 +23,7 @@ export class Analysis {
 		this.sum = new Float64Array(layout.points);
 		/** Unwrapped phase in radians at the point in each frame; NaN in one that is not valid. */
 		this.phases = new Float64Array(ring.capacity);
-		/** Whether the phase is that of an echo, not of noise. */
+		/** Whether the phase is that of an echo, and turned by less than a quarter. */
 		this.certain = new Uint8Array(ring.capacity);
 		/** Frames in the held maximum and the mean. */
 		this.count = 0;
@@ -89,14 +89,15 @@ export class Analysis {
 	follow(number) {
 		const [phase, amplitude] = this.valid(number) ? meanAt(this.ring.frame(number), this.layout, this.point) : [NaN, NaN];
 		const first = this.gap(number) || Number.isNaN(this.previous);
-		this.turned = first ? 0 : this.turned + phaseStep(this.previous, phase);
+		const step = first ? 0 : phaseStep(this.previous, phase);
+		this.turned = first ? 0 : this.turned + step;
 		if (!Number.isNaN(this.turned) && !first) {
 			this.changes = Math.min(this.changes + 1, CHANGES);
 			this.change += ((amplitude - this.amplitude) ** 2 - this.change) / this.changes;
 		}
 		const slot = this.ring.slot(number);
 		this.phases[slot] = Number.isNaN(phase) ? NaN : this.turned;
-		this.certain[slot] = Number(this.changes > 0 && amplitude > CERTAIN * Math.sqrt(this.change));
+		this.certain[slot] = Number(this.changes > 0 && amplitude > CERTAIN * Math.sqrt(this.change) && Math.abs(step) < Math.PI / 2);
 		this.previous = phase;
 		this.amplitude = amplitude;
 	}

@@ -31,7 +31,7 @@ export class Panel {
 		this.grid = element('div', 'plots');
 		this.level = new LevelPlot(this.cell('Level', [['live', 'live'], ['held', 'held maximum'], ['mean', 'mean']]), this);
 		this.waterfall = new Waterfall(this.cell('Level over time', []), this);
-		this.phase = new PhasePlot(this.cell('Phase at A', [['trace', 'positive: away'], ['noise', 'noise']]), this);
+		this.phase = new PhasePlot(this.cell('Phase at A', [['trace', 'positive: away'], ['noise', 'uncertain']]), this);
 		this.velocity = layout.sweeps < FEWEST_SWEEPS ? null
 			: new VelocityPicture(this.cell('Velocity, between sweeps', [['', 'positive: away']]), this);
 		this.charts.forEach((chart) => this.attach(chart));

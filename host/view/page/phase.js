@@ -67,8 +67,8 @@ export class PhasePlot {
 		});
 	}
 
-	/** @param {ToPixels} to @param {boolean} echo  only where there is an echo */
-	path(to, echo) {
+	/** @param {ToPixels} to @param {boolean} sure  only where it is certain */
+	path(to, sure) {
 		const { ring, certain } = this.analysis;
 		const path = new Path2D();
 		const step = Math.ceil((this.shown - this.first) / MOST_PHASES) || 1;
@@ -76,7 +76,7 @@ export class PhasePlot {
 		for (let n = this.first; n <= this.shown; n += step) {
 			const value = this.analysis.phase(n);
 			const gap = broken || this.analysis.gap(n);
-			broken = Number.isNaN(value) || (echo && !certain[ring.slot(n)]);
+			broken = Number.isNaN(value) || (sure && !certain[ring.slot(n)]);
 			if (!broken) {
 				path[gap ? 'moveTo' : 'lineTo'](to.x(ring.time(n) - this.time), to.y(value));
 			}

@@ -133,3 +133,9 @@ test('the phase of noise is not certain', () => {
   const share = certainShare(rayleigh, (i) => Math.PI * noise(i + 0.5));
   assert.ok(share < 0.03, `${share}`);
 });
+
+test('a phase that may have turned by more than half a turn is not certain', () => {
+  const steady = (i) => 1000 + 10 * noise(i);
+  assert.ok(certainShare(steady, (i) => 1.4 * i) > 0.9);
+  assert.equal(certainShare(steady, (i) => 1.8 * i), 0);
+});
