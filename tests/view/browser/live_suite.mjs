@@ -41,7 +41,7 @@ describe('live view', () => {
     assert.equal((await page.numbers()).unreadable, 0);
     (await page.colours()).forEach((count) => assert.ok(count > 8, `${count} colours`));
     assert.equal(await page.figure('server'), 'connected');
-    assert.match(await page.text('#time'), /^live/);
+    await page.textBecomes('#time', /^live/);
     await page.screenshot('live-light');
   });
 
@@ -215,7 +215,7 @@ describe('live view', () => {
     await page.tab.fill('#recordName', 'from page');
     await page.click('#record');
     await page.until(({ state }) => state.recorder?.frames > 5);
-    assert.equal(await page.text('#record'), 'Stop');
+    await page.textBecomes('#record', /^Stop$/);
     assert.match(await page.figure('recorder'), /^from page: .* frames, \d+ lost, .*B$/);
     await page.press('Tab');
     await page.tab.locator('.item').first().focus();

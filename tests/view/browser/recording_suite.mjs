@@ -32,7 +32,7 @@ describe('recording', () => {
 
   test('it is named, and cannot be changed', async () => {
     await page.until(({ state }) => state?.position?.frames === FRAMES);
-    assert.equal(await page.text('#name'), 'garage');
+    await page.textBecomes('#name', /^garage$/);
     assert.equal(await page.figure('recording'), 'playing');
     assert.equal(await page.figure('server'), null);
     for (const name of ['#record', '#keep', '#apply']) {
@@ -61,7 +61,7 @@ describe('recording', () => {
     await page.until(({ state }) => state.position.speed === 16);
     await page.click('#pause');
     await page.until(({ state }) => state.connection === 'ended');
-    assert.equal(await page.text('#pause'), 'Play');
+    await page.textBecomes('#pause', /^Play$/);
     await page.tab.selectOption('#speed', '1');
     await page.click('#pause');
     await page.until(({ state }) => state.connection === 'playing' && state.position.frame < 100);
