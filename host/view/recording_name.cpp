@@ -35,7 +35,7 @@ std::filesystem::path named_recording(const std::string &name)
                             "\" cannot be the name of a recording; use at most 100 letters, digits, spaces, "
                             "\"-\" and \"_\", and no dot at the start.");
     }
-    const auto directory = std::filesystem::path(recordings_directory) / name;
+    auto directory = std::filesystem::path(recordings_directory) / name;
     if (std::filesystem::exists(directory))
     {
         throw request_error("There is already a recording \"" + name + "\": choose another name.");
