@@ -2,14 +2,16 @@
 
 import json
 import os
+import re
 import select
 import signal
 import socket
 import tempfile
 import threading
+import time
 import unittest
 
-from vantor_process import EXAMPLES, TIME_OUT, Server, example, vantor, wait_until
+from vantor_process import EXAMPLES, TIME_OUT, Server, campaign, example, vantor, wait_until
 from web_socket import PONG, Refused, View
 
 SINGLE = os.path.join(EXAMPLES, "single_sensor.json")
@@ -316,6 +318,55 @@ class SeveralViewers(InDirectory):
             # The server may leave frames out on a busy machine, but never sends more of them.
             self.assertGreaterEqual(min(steps), 5)
             self.assertEqual(viewer.ask("every", frames=0)["type"], "failed")
+
+
+class ManyFrames(InDirectory):
+    """Streams as fast as the simulator measures."""
+
+    def resident(self, view):
+        """The memory of the view, in bytes."""
+        with open(f"/proc/{view.process.pid}/status", encoding="ascii") as file:
+            return 1024 * int(re.search(r"^VmRSS:\s*(\d+) kB$", file.read(), re.MULTILINE)[1])
+
+    def test_a_recording_loses_nothing_while_eight_viewers_watch(self):
+        frames = campaign(100_000, 2_000)
+        view = self.view(SINGLE, "--connect", "sim:--clock virtual", "--record", "all")
+        stopped = self.enterContext(view.connect(buffer=4096))
+        watching = [self.enterContext(view.connect()) for _ in range(7)]
+        readers = [threading.Thread(target=viewer.state_with, args=(lambda state: state["frames"] >= frames, 3600))
+                   for viewer in watching]
+        for reader in readers:
+            reader.start()
+        for reader in readers:
+            reader.join()
+        dropped = [viewer.state["dropped"] for viewer in watching]
+        goes_on = time.monotonic()
+        late = stopped.state_with(lambda state: state["dropped"] > 0)
+        delay = time.monotonic() - goes_on
+        self.assertGreater(late["dropped"], frames // 2)
+        self.assertLess(delay, campaign(1.0, 10.0))
+        self.assertEqual(view.end(), (0, ""))
+        report = info(os.path.join(self.folder, "all"))
+        self.assertGreaterEqual(report["frames"], frames)
+        self.assertEqual(report["frames_missing"], 0)
+        print(f"{report['frames']} frames recorded, 0 missing; dropped for viewers {dropped}, for the stopped one "
+              f"{late['dropped']}, which it sees after {delay:.3f} s")
+
+    def test_memory_does_not_grow(self):
+        # The frames of the last minute need most of the memory, until they have reached their limit.
+        first, last = campaign((600_000, 1_600_000), (1_000, 3_000))
+        configuration = os.path.join(self.folder, "small.json")
+        with open(configuration, "w", encoding="utf-8") as file:
+            json.dump({"groups": [[{"sensor_id": 1, "config": {"num_points": 40, "hwaas": 1}}]]}, file)
+        view = self.view(configuration, "--connect", "sim:--clock virtual")
+        with view.connect() as viewer:
+            viewer.ask("every", frames=100)
+            viewer.state_with(lambda state: state["frames"] >= first, 3600)
+            before = self.resident(view)
+            state = viewer.state_with(lambda state: state["frames"] >= last, 3600)
+            grown = self.resident(view) - before
+        print(f"{grown} bytes more after {state['frames'] - first} frames, {before} before")
+        self.assertLess(grown, campaign(1 << 20, 64 << 20))
 
 
 class HostileViewers(InDirectory):

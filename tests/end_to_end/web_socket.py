@@ -136,9 +136,9 @@ class Viewer:
                 header, _, payload = content.partition(b"\n")
                 return json.loads(header), payload
 
-    def state_with(self, condition):
+    def state_with(self, condition, longest=TIME_OUT):
         """The next state that fulfils a condition."""
-        deadline = time.monotonic() + TIME_OUT
+        deadline = time.monotonic() + longest
         while time.monotonic() < deadline:
             state = self.next("state")
             if condition(state):
