@@ -3,20 +3,23 @@
  */
 #include "hub/keep_frames.h"
 
+#include <utility>
+
 #include "vantor/recording_error.h"
 #include "vantor/recording_writer.h"
 
 namespace vantor
 {
 
-written_amount keep_frames(const std::vector<kept_frame> &frames, const session_description &session,
+written_amount keep_frames(const std::vector<kept_frame> &frames, session_description session,
                            const std::filesystem::path &directory)
 {
     if (frames.empty())
     {
         throw recording_error("There are no frames to keep: none have arrived in this time.");
     }
-    recording_writer writer(directory, session, recording_start::within_stream);
+    session.metadata = frames.front().what->metadata();
+    recording_writer writer(directory, std::move(session), recording_start::within_stream);
     for (const auto &kept : frames)
     {
         if (kept.begins)
@@ -25,6 +28,7 @@ written_amount keep_frames(const std::vector<kept_frame> &frames, const session_
         }
         writer.add(*kept.what, kept.arrival);
     }
+    writer.sync();
     writer.finish();
     return {.frames = writer.frames(), .missing = writer.missing(), .bytes = writer.data_length()};
 }

@@ -18,12 +18,13 @@ namespace vantor
  * Writes frames to a complete recording. Can be called from any thread.
  *
  * @param frames     in the order in which they arrived
- * @param session    the description of their session
+ * @param session    the description of their session, or of a later one on the same server: the metadata are
+ *                   those of the first frame
  * @param directory  of the recording; must not exist, or must be empty
  * @return what the recording contains
  * @throws recording_error if there is no frame, or the recording cannot be written
  */
-written_amount keep_frames(const std::vector<kept_frame> &frames, const session_description &session,
+written_amount keep_frames(const std::vector<kept_frame> &frames, session_description session,
                            const std::filesystem::path &directory);
 
 } // namespace vantor

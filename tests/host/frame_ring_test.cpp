@@ -158,6 +158,19 @@ TEST_F(frame_ring_of_ten_seconds, is_recorded_with_its_segments)
     EXPECT_THAT(check_recording(directory_ / "kept").faults, ElementsAre());
 }
 
+TEST_F(frame_ring_of_ten_seconds, is_recorded_with_the_calibrations_of_its_first_frame)
+{
+    add(0);
+    auto later = test::example_description();
+    const auto calibrations = later.metadata.calibrations;
+    later.metadata.calibrations.clear();
+    later.metadata.document["calibration_info"] = nlohmann::json::array();
+    keep_frames(ring_.last(10.0), later, directory_ / "kept");
+    const recording_reader recording(directory_ / "kept");
+    ASSERT_FALSE(calibrations.empty());
+    EXPECT_EQ(recording.session().metadata.calibrations.size(), calibrations.size());
+}
+
 TEST_F(frame_ring_of_ten_seconds, is_not_recorded_without_frames)
 {
     EXPECT_THAT([&] { keep_frames({}, test::example_description(), directory_ / "kept"); },

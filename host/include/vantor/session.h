@@ -154,6 +154,12 @@ public:
     frame &operator=(frame &&) = default;
     ~frame() = default;
 
+    /** The metadata of the session in which the frame was measured. Not of a frame that was moved from. */
+    [[nodiscard]] const session_metadata &metadata() const noexcept
+    {
+        return *metadata_;
+    }
+
     /** The items, in the order of the session metadata. */
     [[nodiscard]] std::span<const frame_item> items() const noexcept
     {
