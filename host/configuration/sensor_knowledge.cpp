@@ -26,9 +26,16 @@ const nlohmann::json &member_schema(const std::string &name)
     return schema[schema["properties"].contains(name) ? "properties" : "$defs"][name];
 }
 
-nlohmann::json member_or_default(const nlohmann::json &object, const std::string &name)
+const nlohmann::json &member_or_default(const nlohmann::json &object, const std::string &name)
 {
-    return object.contains(name) ? object[name] : member_schema(name).value("default", nlohmann::json());
+    static const nlohmann::json nothing;
+    const auto &schema = member_schema(name);
+    const auto found = object.find(name);
+    if (found != object.end())
+    {
+        return *found;
+    }
+    return schema.contains("default") ? schema["default"] : nothing;
 }
 
 double sensor_figure(const std::string &name)

@@ -21,8 +21,8 @@ const nlohmann::json &sensor_knowledge();
 /** The schema of a member of a configuration or of the document. */
 const nlohmann::json &member_schema(const std::string &name);
 
-/** A member of an object, or its default; null if it has neither. */
-nlohmann::json member_or_default(const nlohmann::json &object, const std::string &name);
+/** A member of an object, or its default; null if it has neither. Valid as long as the object. */
+const nlohmann::json &member_or_default(const nlohmann::json &object, const std::string &name);
 
 /** A figure of the sensor. */
 double sensor_figure(const std::string &name);

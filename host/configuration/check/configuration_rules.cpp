@@ -62,7 +62,7 @@ public:
 
 private:
     /** A member, or its default; null if it has neither. */
-    [[nodiscard]] json member(const std::string &name) const
+    [[nodiscard]] const json &member(const std::string &name) const
     {
         return member_or_default(object_.contains(name) ? object_ : parent_, name);
     }
@@ -70,14 +70,14 @@ private:
     /** Whether a member is present, and neither false nor 0. */
     [[nodiscard]] bool is_set(const std::string &name) const
     {
-        const auto value = member(name);
+        const auto &value = member(name);
         return !value.is_null() && value != false && value != 0;
     }
 
     /** A member as a number: for a word its index in the schema, for a list its length. */
     [[nodiscard]] double number(const std::string &name) const
     {
-        const auto value = member(name);
+        const auto &value = member(name);
         if (value.is_string())
         {
             const auto &words = member_schema(name)["enum"];
