@@ -3,6 +3,8 @@
  */
 #include "view/view_requests.h"
 
+#include <exception>
+
 #include "recording/number_text.h"
 #include "view/view_messages.h"
 
@@ -10,6 +12,9 @@ namespace vantor
 {
 namespace
 {
+
+/** More bytes than the type of any request has. */
+constexpr size_t longest_type = 100;
 
 /** Executes a request; throws why that is impossible. */
 void execute(viewers &all, const request_rules &rules, const viewer_request &request)
@@ -34,7 +39,12 @@ std::string request_type(const nlohmann::json &document)
     {
         throw request_error("A request is a JSON object with a member \"type\", which is a text.");
     }
-    return document["type"].get<std::string>();
+    auto type = document["type"].get<std::string>();
+    if (type.size() > longest_type)
+    {
+        throw request_error("\"type\" is longer than that of any request.");
+    }
+    return type;
 }
 
 double number_in(const nlohmann::json &document, const std::string &name, double least, double most)
@@ -73,15 +83,20 @@ std::string text_in(const nlohmann::json &document, const std::string &name)
     return found->get<std::string>();
 }
 
-void execute_requests(viewers &all, const request_rules &rules)
+void serve_viewers(viewers &all, const request_rules &rules, event_loop &loop)
 {
+    loop.run_until([] { return false; }, loop.now());
     while (const auto request = all.next_request())
     {
         try
         {
             execute(all, rules, *request);
         }
-        catch (const error &refusal)
+        catch (const cancelled &)
+        {
+            throw;
+        }
+        catch (const std::exception &refusal)
         {
             all.send(request->viewer, failed_message(request->type, refusal.what()));
         }

@@ -45,8 +45,14 @@ const nlohmann::json &object_in(const nlohmann::json &document, const std::strin
 /** Returns a text of a request; empty if it is missing; throws request_error if it is something else. */
 std::string text_in(const nlohmann::json &document, const std::string &name);
 
-/** Executes all requests that wait. A viewer is told why its request cannot be executed. */
-void execute_requests(viewers &all, const request_rules &rules);
+/**
+ * Exchanges messages with viewers, as far as that is possible at once: a source that always has a frame
+ * leaves no other time for it. Then executes all requests that wait. A viewer is told why its request cannot
+ * be executed.
+ *
+ * @param loop  of the viewers
+ */
+void serve_viewers(viewers &all, const request_rules &rules, event_loop &loop);
 
 } // namespace vantor
 

@@ -16,11 +16,26 @@ namespace
 {
 
 /** Requests of a viewer that can wait. */
-constexpr ptrdiff_t most_requests = 32;
+constexpr ptrdiff_t most_requests = 8;
 
-/** Texts that can wait for a viewer; lines of the log are left out earlier. */
-constexpr size_t most_texts = 400;
+/** Texts, and lines of the log, that can wait for a viewer. */
+constexpr size_t most_texts = 200;
 constexpr size_t most_lines = 200;
+
+/** The longest text of a line of the log, in bytes: ten times what a server sends. */
+constexpr size_t longest_line = 2500;
+
+/** Removes and returns the first element; null if there is none. */
+std::shared_ptr<const std::string> take_first(std::deque<std::shared_ptr<const std::string>> &queue)
+{
+    if (queue.empty())
+    {
+        return nullptr;
+    }
+    auto first = std::move(queue.front());
+    queue.pop_front();
+    return first;
+}
 
 /** Whether only the last request of this type matters. */
 bool replaces_earlier(const std::string &type)
@@ -38,6 +53,7 @@ viewers::viewers(const view_address &where, event_loop &loop)
 void viewers::begin_session(const nlohmann::ordered_json &session)
 {
     session_ = session;
+    last_.reset();
     for (auto &[number, who] : viewers_)
     {
         who.frames.clear();
@@ -53,20 +69,21 @@ void viewers::send(uint64_t number, const nlohmann::ordered_json &message)
     }
 }
 
-void viewers::send_log(const std::string &level, const std::string &text)
+void viewers::broadcast(const nlohmann::ordered_json &message)
 {
     for (auto &[number, who] : viewers_)
     {
-        if (who.texts.size() >= most_lines)
-        {
-            ++who.lost_lines;
-            continue;
-        }
-        if (const auto lost = std::exchange(who.lost_lines, 0); lost > 0)
-        {
-            queue_text(number, who, log_message("warning", lost_lines_text(lost)));
-        }
-        queue_text(number, who, log_message(level, text));
+        queue_text(number, who, message);
+    }
+}
+
+void viewers::send_log(const std::string &level, const std::string &text)
+{
+    const auto line =
+        std::make_shared<const std::string>(message_text(log_message(level, text.substr(0, longest_line))));
+    for (auto &[number, who] : viewers_)
+    {
+        queue_line(number, who, line);
     }
 }
 
@@ -92,6 +109,7 @@ void viewers::begin(const segment & /*next*/)
 
 void viewers::add(const std::shared_ptr<const frame> &received)
 {
+    last_ = received;
     if (viewers_.empty())
     {
         return;
@@ -119,6 +137,10 @@ void viewers::opened(uint64_t number)
     if (!session_.is_null())
     {
         queue_text(number, who, session_);
+    }
+    if (last_)
+    {
+        who.frames.add(std::make_shared<const std::string>(encode_frame(*last_)));
     }
     who.state_due = !state_now_.is_null();
 }
@@ -227,7 +249,24 @@ void viewers::queue_text(uint64_t number, viewer &who, const nlohmann::ordered_j
     send_next(number, who);
 }
 
-/** Sends what waits for a viewer, unless it is still receiving: texts, then the state, then frames. */
+/** Adds a line of the log to what waits for a viewer, unless too many wait. */
+void viewers::queue_line(uint64_t number, viewer &who, const std::shared_ptr<const std::string> &line)
+{
+    if (who.lines.size() >= most_lines)
+    {
+        ++who.lost_lines;
+        return;
+    }
+    if (const auto lost = std::exchange(who.lost_lines, 0); lost > 0)
+    {
+        who.lines.push_back(
+            std::make_shared<const std::string>(message_text(log_message("warning", lost_lines_text(lost)))));
+    }
+    who.lines.push_back(line);
+    send_next(number, who);
+}
+
+/** Sends what waits for a viewer, unless it is still receiving: texts, then the state, then the rest. */
 void viewers::send_next(uint64_t number, viewer &who)
 {
     if (who.sending)
@@ -235,26 +274,38 @@ void viewers::send_next(uint64_t number, viewer &who)
         return;
     }
     auto kind = view_message::text;
-    std::shared_ptr<const std::string> message;
-    if (!who.texts.empty())
-    {
-        message = std::move(who.texts.front());
-        who.texts.pop_front();
-    }
-    else if (std::exchange(who.state_due, false))
+    auto message = take_first(who.texts);
+    if (!message && std::exchange(who.state_due, false))
     {
         message = std::make_shared<const std::string>(state_text(number, who));
     }
-    else
+    if (!message)
     {
-        kind = view_message::binary;
-        message = who.frames.take();
+        message = next_line_or_frame(who, kind);
     }
     if (message)
     {
         who.sending = true;
         server_.send(number, kind, std::move(message));
     }
+}
+
+/** Takes a line of the log and a frame in turn, so that many lines do not keep frames from a slow viewer. */
+std::shared_ptr<const std::string> viewers::next_line_or_frame(viewer &who, view_message &kind)
+{
+    auto line = who.line_sent ? nullptr : take_first(who.lines);
+    if (line)
+    {
+        who.line_sent = true;
+        return line;
+    }
+    who.line_sent = false;
+    if (auto frame = who.frames.take())
+    {
+        kind = view_message::binary;
+        return frame;
+    }
+    return take_first(who.lines);
 }
 
 /** The state, with what is the viewer's own. */

@@ -73,6 +73,15 @@ public:
     /** Sends a message to a viewer, if it is still connected. */
     void send(uint64_t number, const nlohmann::ordered_json &message);
 
+    /** Sends a message to all viewers. */
+    void broadcast(const nlohmann::ordered_json &message);
+
+    /** Number of viewers. */
+    [[nodiscard]] size_t count() const noexcept
+    {
+        return viewers_.size();
+    }
+
     /** Sends a line of the log to all viewers. */
     void send_log(const std::string &level, const std::string &text);
 
@@ -101,10 +110,12 @@ private:
     /** A viewer, and what waits for it. */
     struct viewer
     {
-        std::deque<std::shared_ptr<const std::string>> texts;
+        std::deque<std::shared_ptr<const std::string>> texts; /**< except lines of the log */
+        std::deque<std::shared_ptr<const std::string>> lines; /**< of the log */
         viewer_queue frames;
         bool state_due = false;
         bool sending = false;
+        bool line_sent = false;  /**< a line was sent since the last frame */
         uint64_t lost_lines = 0; /**< of the log */
     };
 
@@ -118,7 +129,9 @@ private:
     void take_control(uint64_t number);
     void set_every(viewer &who, const viewer_request &request);
     void queue_text(uint64_t number, viewer &who, const nlohmann::ordered_json &message);
+    void queue_line(uint64_t number, viewer &who, const std::shared_ptr<const std::string> &line);
     void send_next(uint64_t number, viewer &who);
+    static std::shared_ptr<const std::string> next_line_or_frame(viewer &who, view_message &kind);
     [[nodiscard]] std::string state_text(uint64_t number, const viewer &who) const;
 
     nlohmann::ordered_json hello_;
@@ -128,6 +141,7 @@ private:
     std::map<uint64_t, viewer> viewers_;
     uint64_t controller_ = 0; /**< 0 if nobody controls */
     std::deque<viewer_request> requests_;
+    std::shared_ptr<const frame> last_; /**< of the session, for viewers that open the page later */
     view_server server_;
 };
 
