@@ -5,6 +5,7 @@
 
 #include <array>
 #include <ctime>
+#include <system_error>
 
 namespace vantor
 {
@@ -19,7 +20,8 @@ std::filesystem::path dated_directory(const std::string &name)
     const auto base =
         std::filesystem::path(recordings_directory) / (name + "-" + std::string(text.data(), length));
     auto candidate = base;
-    for (int i = 2; std::filesystem::exists(candidate); ++i)
+    std::error_code failure;
+    for (int i = 2; std::filesystem::exists(candidate, failure); ++i)
     {
         candidate = base;
         candidate += "-";

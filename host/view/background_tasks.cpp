@@ -3,8 +3,11 @@
  */
 #include "view/background_tasks.h"
 
-#include <iterator>
+#include <string>
+#include <system_error>
 #include <utility>
+
+#include "vantor/errors.h"
 
 namespace vantor
 {
@@ -16,16 +19,23 @@ background_tasks::~background_tasks()
 
 void background_tasks::start(std::function<completion()> task)
 {
-    auto &place = threads_.emplace_back();
-    const auto self = std::prev(threads_.end());
-    place = std::thread([this, self, task = std::move(task)] {
-        auto done = task();
-        loop_.post([this, self, done = std::move(done)] {
-            self->join();
-            threads_.erase(self);
-            done();
+    const auto self = threads_.emplace(threads_.end());
+    try
+    {
+        *self = std::thread([this, self, task = std::move(task)] {
+            auto done = task();
+            loop_.post([this, self, done = std::move(done)] {
+                self->join();
+                threads_.erase(self);
+                done();
+            });
         });
-    });
+    }
+    catch (const std::system_error &failure)
+    {
+        threads_.erase(self);
+        throw error(std::string("Cannot start a thread: ") + failure.what() + ".");
+    }
 }
 
 void background_tasks::finish()

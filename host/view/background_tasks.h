@@ -36,6 +36,7 @@ public:
      * Starts a task.
      *
      * @param task  runs on a new thread, and must not throw; the loop calls what it returns
+     * @throws error if there can be no further thread
      */
     void start(std::function<completion()> task);
 

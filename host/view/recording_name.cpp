@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <system_error>
 
 #include "recording/dated_directory.h"
 #include "view/view_requests.h"
@@ -31,12 +32,13 @@ std::filesystem::path named_recording(const std::string &name)
     if (name.size() > longest_name || name.starts_with('.') ||
         !std::all_of(name.begin(), name.end(), is_allowed))
     {
-        throw request_error("\"" + name.substr(0, longest_name) +
-                            "\" cannot be the name of a recording; use at most 100 letters, digits, spaces, "
-                            "\"-\" and \"_\", and no dot at the start.");
+        throw request_error(
+            "This cannot be the name of a recording; use at most 100 letters, digits, spaces, "
+            "\"-\" and \"_\", and no dot at the start.");
     }
     auto directory = std::filesystem::path(recordings_directory) / name;
-    if (std::filesystem::exists(directory))
+    std::error_code failure;
+    if (std::filesystem::exists(directory, failure))
     {
         throw request_error("There is already a recording \"" + name + "\": choose another name.");
     }

@@ -15,7 +15,7 @@ namespace vantor
 std::string recording_outcome::text() const
 {
     return "Recorded " + counted(frames, "frame") + " to " + directory.string() + ", " +
-           std::to_string(missing) + " missing." + (failure.empty() ? "" : " " + failure);
+           std::to_string(missing) + " missing." + (failure.empty() ? "" : " Then it failed: " + failure);
 }
 
 void view_recorder::start(const std::filesystem::path &directory, const session_description &session,
@@ -31,10 +31,11 @@ void view_recorder::stop(outcome_handler done)
     {
         return;
     }
-    tasks_.start([ended = std::exchange(running_, nullptr), done = std::move(done)] {
+    tasks_.start([ended = running_, done = std::move(done)] {
         const auto outcome = finish(*ended);
         return [outcome, done] { done(outcome); };
     });
+    running_.reset();
 }
 
 nlohmann::ordered_json view_recorder::state() const
@@ -78,12 +79,13 @@ recording_outcome view_recorder::finish(recording &ended)
     recording_outcome outcome{.directory = ended.writer.directory(), .failure = {}};
     try
     {
-        if (const auto failure = ended.sink.close())
-        {
-            outcome.failure = ended.failure;
-        }
+        const auto failure = ended.sink.close();
         outcome.frames = ended.writer.frames();
         outcome.missing = ended.writer.missing();
+        if (failure)
+        {
+            std::rethrow_exception(failure);
+        }
         ended.writer.finish();
     }
     catch (const error &reason)
