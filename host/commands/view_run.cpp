@@ -93,6 +93,21 @@ private:
     std::optional<scratch_directory> scratch_; /**< with the file that the browser opens */
 };
 
+/** Shows frames until the user asks to stop; tells the viewers that the view ends, even if it fails. */
+template <typename view_t> void run_view(view_t &view, viewers &all)
+{
+    try
+    {
+        view.run(interrupt_watch::interrupted);
+    }
+    catch (const std::exception &)
+    {
+        all.end("vantor view has failed; its terminal says why.");
+        throw;
+    }
+    all.end("vantor view has ended.");
+}
+
 /** The configuration of the first session: that of the user, of a replayed recording, or of one sensor. */
 nlohmann::json first_configuration(const view_options &options, const server_info &server,
                                    const command_streams &streams)
@@ -142,8 +157,7 @@ exit_code view_server_frames(const view_options &options, const command_streams 
     viewers all(parse_listen_address(options.listen), *loop);
     live_view view(server, std::move(settings), all, *loop);
     const announcement shown(all, options, streams);
-    view.run(interrupt_watch::interrupted);
-    all.end("vantor view has ended.");
+    run_view(view, all);
     return report_failures(view, streams) ? exit_code::not_written : exit_code::success;
 }
 
@@ -174,8 +188,7 @@ exit_code view_recording(const view_options &options, const command_streams &str
     viewers all(parse_listen_address(options.listen), *loop);
     playback_view view(recording, all, *loop);
     const announcement shown(all, options, streams);
-    view.run(interrupt_watch::interrupted);
-    all.end("vantor view has ended.");
+    run_view(view, all);
     return exit_code::success;
 }
 

@@ -26,6 +26,7 @@ namespace
 
 /** How much viewers can keep: the last minute. */
 constexpr double longest_kept = 60.0;
+constexpr double shortest_kept = 0.1;
 constexpr size_t most_kept_bytes = 256U << 20U;
 
 /** Time between two attempts to begin a session. */
@@ -159,6 +160,10 @@ void live_view::apply(const viewer_request &request)
     {
         throw request_error("The configuration has no items, so there is nothing to measure: add one.");
     }
+    if (change_)
+    {
+        throw request_error("Another configuration is being applied: wait until it is.");
+    }
     change_ = {.viewer = request.viewer, .configuration = configuration};
 }
 
@@ -191,7 +196,11 @@ void live_view::stop_recording(const viewer_request &request)
 /** Writes the last frames to a recording, on a separate thread. */
 void live_view::keep(const viewer_request &request)
 {
-    const double seconds = number_in(request.document, "seconds", 0.0, longest_kept);
+    const double seconds = number_in(request.document, "seconds", shortest_kept, longest_kept);
+    if (keeping_)
+    {
+        throw request_error("The last frames are still being written: wait until they are.");
+    }
     require_session();
     const auto directory = dated_directory(settings_.name + "-kept");
     tasks_.start([this, viewer = request.viewer, directory, frames = ring_.last(seconds),
@@ -208,8 +217,12 @@ void live_view::keep(const viewer_request &request)
         {
             answer = failed_message("keep", reason.what());
         }
-        return [this, viewer, answer] { viewers_.send(viewer, answer); };
+        return [this, viewer, answer] {
+            keeping_ = false;
+            viewers_.send(viewer, answer);
+        };
     });
+    keeping_ = true;
 }
 
 /** Calibrates the sensors again after the present frame. */
@@ -245,7 +258,7 @@ void live_view::show_frames()
 /** Executes what viewers have asked for, and asks the server for its statistics. */
 void live_view::serve()
 {
-    execute_requests(viewers_, rules_);
+    serve_viewers(viewers_, rules_, loop_);
     if (session_ && loop_.now() >= next_statistics_)
     {
         ask_for_statistics();
@@ -256,6 +269,7 @@ void live_view::serve()
 void live_view::begin_next_session()
 {
     const auto change = std::exchange(change_, std::nullopt);
+    const std::string ended = change && recorder_.active() ? " The recording has ended." : "";
     if (change)
     {
         end_recording([this](const recording_outcome &outcome) { note_outcome(outcome); });
@@ -275,7 +289,7 @@ void live_view::begin_next_session()
         begin_session(change ? change->configuration : configuration_);
         if (change)
         {
-            viewers_.send(change->viewer, done_message("apply", "A new session has begun."));
+            viewers_.send(change->viewer, done_message("apply", "A new session has begun." + ended));
         }
     }
     catch (const error &failure)
@@ -284,7 +298,7 @@ void live_view::begin_next_session()
         reason_ = failure.what();
         if (change)
         {
-            viewers_.send(change->viewer, failed_message("apply", failure.what()));
+            viewers_.send(change->viewer, failed_message("apply", failure.what() + ended));
         }
     }
 }
@@ -318,7 +332,7 @@ void live_view::wait_before_retry()
     const auto again = loop_.now() + retry_interval;
     while (!change_ && loop_.run_until([this] { return viewers_.has_request(); }, again))
     {
-        execute_requests(viewers_, rules_);
+        serve_viewers(viewers_, rules_, loop_);
     }
     loop_.check_cancelled();
 }
@@ -343,9 +357,10 @@ void live_view::end_recording(std::function<void(const recording_outcome &)> don
     });
 }
 
-/** Tells all viewers what a recording contains. */
+/** Tells all viewers what a recording contains that they have not ended. */
 void live_view::note_outcome(const recording_outcome &outcome)
 {
+    viewers_.broadcast(done_message("stop_recording", outcome.text()));
     viewers_.send_log(outcome.failure.empty() ? "info" : "error", outcome.text());
 }
 

@@ -123,6 +123,7 @@ private:
     std::optional<configuration_change> change_; /**< of the next session */
     bool link_lost_ = false;                     /**< the client has to connect again */
     std::string reason_;                         /**< why there is no session */
+    bool keeping_ = false;                       /**< the last frames are being written */
     nlohmann::ordered_json statistics_;          /**< of the server; null if unknown */
     event_loop::time_point next_statistics_;
     std::vector<recording_outcome> failed_recordings_;

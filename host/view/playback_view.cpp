@@ -53,6 +53,7 @@ playback_view::playback_view(recording_reader &recording, viewers &all, event_lo
         hello_message(view_kind::recording, directory.filename().string(), directory.string()));
     viewers_.set_state([this] { return state(); });
     viewers_.begin_session(session_message(1, recording.session()));
+    source_.set_paused(true);
 }
 
 playback_view::~playback_view()
@@ -142,10 +143,21 @@ void playback_view::play_frames(const std::function<bool()> &stop)
 {
     hub stream(source_, {&watch_, &viewers_}, loop_);
     stream.run({.stop = [&] {
-        execute_requests(viewers_, rules_);
+        serve_viewers(viewers_, rules_, loop_);
+        begin_with_first_viewer();
         return ended() || stop();
     }});
     loop_.check_cancelled();
+}
+
+/** Begins to play when the first viewer is there. */
+void playback_view::begin_with_first_viewer()
+{
+    if (!seen_ && viewers_.count() > 0)
+    {
+        seen_ = true;
+        source_.set_paused(false);
+    }
 }
 
 /** Waits at the end of the recording. */
@@ -153,7 +165,7 @@ void playback_view::wait_for_request()
 {
     loop_.run_until([this] { return viewers_.has_request(); }, loop_.now() + poll_interval);
     loop_.check_cancelled();
-    execute_requests(viewers_, rules_);
+    serve_viewers(viewers_, rules_, loop_);
 }
 
 /** Shows the next frame although the recording is paused. */
@@ -197,17 +209,13 @@ nlohmann::ordered_json playback_view::position() const
 nlohmann::ordered_json playback_view::state() const
 {
     const auto &session = recording_.session();
+    const bool playing = !ended() && !source_.paused();
+    const double rate = nominal_frame_rate(session.configuration, session.metadata, session.server) * speed_;
     nlohmann::ordered_json all{
-        {"type", "state"},
-        {"connection", ended()            ? "ended"
-                       : source_.paused() ? "paused"
-                                          : "playing"},
-        {"reason", nullptr},
-        {"rate_due", nominal_frame_rate(session.configuration, session.metadata, session.server) * speed_},
-        {"recorder", nullptr},
-        {"memory", nullptr},
-        {"stack", nullptr},
-        {"position", position()}};
+        {"type", "state"},     {"connection", ended() ? "ended" : source_.paused() ? "paused" : "playing"},
+        {"reason", nullptr},   {"rate_due", playing ? rate : 0.0},
+        {"recorder", nullptr}, {"memory", nullptr},
+        {"stack", nullptr},    {"position", position()}};
     watch_.add_to(all);
     all["missing"] = missing_;
     all["delayed"] = counts_.delayed;

@@ -54,6 +54,7 @@ private:
     void pause(const viewer_request &request);
 
     void play_frames(const std::function<bool()> &stop);
+    void begin_with_first_viewer();
     void wait_for_request();
     void show_next();
     void count_flags();
@@ -67,6 +68,7 @@ private:
     request_rules rules_;
     playback_source source_;
     stream_watch watch_;
+    bool seen_ = false; /**< by a viewer */
     double speed_ = 1.0;
     double duration_ = 0.0; /**< from the first to the last frame, in seconds */
     uint64_t missing_ = 0;  /**< in the whole recording, as are the next */

@@ -222,6 +222,45 @@ class LiveView(InDirectory):
             self.assertLess(report["items"][0]["seconds"], 1.5)
             self.assertEqual(viewer.ask("keep", seconds="all")["type"], "failed")
 
+    def test_the_last_seconds_can_be_kept_again_at_once(self):
+        with self.view(SINGLE).connect() as viewer:
+            viewer.state_with(lambda state: state["frames"] > 3)
+            viewer.send("keep", seconds=10)
+            viewer.send("keep", seconds=10)
+            answers = [viewer.next("done"), viewer.next("done")]
+            self.assertIn("done", [answer["type"] for answer in answers], answers)
+            for answer in answers:
+                self.assertTrue(answer["type"] == "done" or "still being written" in answer["message"], answers)
+            self.assertEqual(viewer.ask("keep", seconds=10)["type"], "done")
+
+    def test_each_configuration_is_answered(self):
+        with self.view(SINGLE).connect() as viewer:
+            viewer.frame()
+            viewer.send("apply", configuration=example("two_sensors.json"))
+            viewer.send("apply", configuration=example("single_sensor.json"))
+            answers = [viewer.next("done"), viewer.next("done")]
+            self.assertIn("done", [answer["type"] for answer in answers], answers)
+            for answer in answers:
+                self.assertTrue(answer["type"] == "done" or "being applied" in answer["message"], answers)
+
+    def test_directories_that_cannot_be_used_are_an_error(self):
+        os.makedirs(os.path.join(self.folder, "recordings"))
+        os.symlink("loop", self.recording("loop"))
+        with self.view(SINGLE).connect() as viewer:
+            viewer.frame()
+            self.assertEqual(viewer.ask("record", name="loop")["type"], "failed")
+            os.rename(os.path.join(self.folder, "recordings"), os.path.join(self.folder, "other"))
+            os.symlink("recordings", os.path.join(self.folder, "recordings"))
+            self.assertEqual(viewer.ask("record")["type"], "failed")
+            self.assertEqual(viewer.ask("keep", seconds=10)["type"], "failed")
+            viewer.frame()
+
+    def test_a_configuration_with_very_many_faults_is_checked(self):
+        with self.view(SINGLE).connect() as viewer:
+            items = [{"sensor_id": 1, "config": {}}] * 25_000
+            viewer.send("check", id=1, configuration={"groups": [items]})
+            self.assertEqual(viewer.next("checked")["faults"][-1]["message"], "and 24899 further faults")
+
     def test_record_records_from_the_start_to_the_end(self):
         view = self.view(SINGLE, "--record", "all")
         with view.connect() as viewer:
@@ -376,7 +415,7 @@ class HostileViewers(InDirectory):
             for text in ("", "x", "[]", "{}", '{"type": 5}', '{"type": "apply"}', '{"type": "no such type"}',
                          '{"type": "apply", "configuration": 5}', '{"type": "check", "configuration": {}}',
                          '{"type": "check", "id": 1e300, "configuration": {}}', '{"type": "every", "frames": 1e300}',
-                         '{"type": "record", "name": 5}', "[" * 10000, '{"type": "seek", "frame": 1}'):
+                         '{"type": "record", "name": 5}', '{"type": "%s"}' % ("x" * 1000), "[" * 10000, '{"type": "seek", "frame": 1}'):
                 viewer.send_raw(1, text.encode())
                 self.assertTrue(viewer.next("failed")["message"], text)
             viewer.frame()
@@ -429,6 +468,19 @@ class Playback(InDirectory):
             self.assertEqual((state["position"]["frame"], state["position"]["frames"]),
                              (self.FRAMES - 1, self.FRAMES))
             viewer.send("play")
+            self.assertEqual(viewer.frame()[1], self.samples[0])
+
+    def test_a_viewer_that_opens_a_recording_at_its_end_sees_the_last_frame(self):
+        view = self.view("walk")
+        with view.connect() as viewer:
+            viewer.send("speed", value=100)
+            viewer.state_with(lambda state: state["connection"] == "ended")
+            with view.connect() as later:
+                self.assertEqual(later.frame()[1], self.samples[-1])
+                self.assertEqual(later.next("state")["rate_due"], 0)
+
+    def test_a_recording_waits_for_its_first_viewer(self):
+        with self.view("walk") as view, view.connect() as viewer:
             self.assertEqual(viewer.frame()[1], self.samples[0])
 
     def test_every_frame_can_be_found(self):
