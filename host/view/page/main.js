@@ -1,4 +1,4 @@
-/** The page: connects messages, panels and pictures. */
+/** Connects messages, panels and pictures. */
 import { app, send } from './app.js';
 import { readTheme } from './colours.js';
 import { Connection } from './connection.js';
@@ -33,6 +33,7 @@ function startSession(session) {
 	const [old, now] = [app.session, session].map((one) => JSON.stringify([one?.items, one?.rate]));
 	const { ring } = app;
 	app.session = session;
+	editor.changed &&= app.state?.controls ?? true;
 	editor.offer(session.configuration);
 	if (old === now && ring && ring.last >= ring.first && app.clock) {
 		const pause = (performance.now() - ring.arrivals[ring.slot(ring.last)]) / 1000;
@@ -147,7 +148,7 @@ function note(text) {
 	showNotes();
 }
 
-/** Shows what was done, and what is wrong or what to do. */
+/** Shows what was done, is wrong, or is to do. */
 function showNotes() {
 	const { state } = app;
 	const advice = state?.calibration_needed ? 'The temperature changed: calibrate again.' : '';

@@ -55,7 +55,7 @@ export function showState(state) {
 	showFigure('sensors in °C', state.temperatures.map(({ celsius }) => fixed(celsius, 0)).join('  '));
 	showFigure('calibration', state.calibration_needed ? 'needed' : '', true);
 	for (const [name, use] of Object.entries({ memory, stack })) {
-		showFigure(name, use ? `${fixed(use.peak / 1000, 1)} of ${bytesText(use.size)}` : '');
+		showFigure(name, use ? `${bytesText(use.peak)} of ${bytesText(use.size)}` : '');
 	}
 	showFigure('viewers', String(state.viewers));
 }

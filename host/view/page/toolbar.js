@@ -43,7 +43,7 @@ function startCommands() {
 		const name = input('recordName').value.trim();
 		send(app.state?.recorder ? { type: 'stop_recording' } : { type: 'record', ...(name && { name }) });
 	};
-	button('keep').onclick = () => send({ type: 'keep', seconds: Number(input('seconds').value) || 30 });
+	button('keep').onclick = () => send({ type: 'keep', seconds: Number(input('seconds').value) });
 	button('calibrate').onclick = () => send({ type: 'calibrate' });
 	button('control').onclick = () => send({ type: 'take_control' });
 }
