@@ -29,12 +29,12 @@ const nlohmann::json &member_schema(const std::string &name)
 const nlohmann::json &member_or_default(const nlohmann::json &object, const std::string &name)
 {
     static const nlohmann::json nothing;
-    const auto &schema = member_schema(name);
     const auto found = object.find(name);
     if (found != object.end())
     {
         return *found;
     }
+    const auto &schema = member_schema(name);
     return schema.contains("default") ? schema["default"] : nothing;
 }
 
