@@ -1,4 +1,4 @@
-/** What is known of one item: its levels, and the phase at one of its points. */
+/** The levels of one item, and the phase at a point. */
 import { greatest, meanAt, meanLevels, phaseStep } from './mathematics.js';
 import { GAP, INVALID } from './ring.js';
 

@@ -52,20 +52,20 @@ export class Cursors {
 			metres: layout.distances[cursor.point],
 			level: dbfs(this.levels[cursor.point], layout.item.full_scale),
 			seconds: ring.time(number) - ring.time(shown),
-			displacement: this.analysis.phase(number) * millimetresPerRadian(layout.item),
+			displacement: cursor.point === this.analysis.point ? this.analysis.phase(number) * millimetresPerRadian(layout.item) : NaN,
 		};
 	}
 }
 
-/** The texts of two readings and their difference. @param {Reading | null} a @param {Reading | null} b */
+/** @param {Reading | null} a @param {Reading | null} b */
 export function describe(a, b) {
 	return [textOf(a, 'dBFS'), textOf(b, 'dBFS'), textOf(a && b && difference(a, b), 'dB')];
 }
 
 /** @param {Reading | null} reading @param {string} unit */
 function textOf(reading, unit) {
-	return reading ? `${fixed(reading.metres, 3)} m  ${fixed(reading.level, 1)} ${unit}  ${fixed(reading.seconds, 2)} s  ${
-		fixed(reading.displacement, 3)} mm` : '–';
+	return reading ? `${fixed(reading.metres, 3)} m  ${fixed(reading.level, 1)} ${unit}  ${fixed(reading.seconds, 2)} s${
+		Number.isNaN(reading.displacement) ? '' : `  ${fixed(reading.displacement, 3)} mm`}` : '–';
 }
 
 /** @param {Reading} a @param {Reading} b */

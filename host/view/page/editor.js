@@ -1,4 +1,4 @@
-/** The form of the configuration: made from the schema, checked while typing. */
+/** The form of the configuration. */
 import { closest, fieldOf, getIn, leastOf, membersOf, pathOf, pointerOf, resolve, setIn, textOf, valueOf } from './form.js';
 import { box, button, download, element, input, setText } from './view.js';
 

@@ -6,7 +6,7 @@ const UNITS = {
 	step_length: 'base steps', num_points: 'points', hwaas: 'pulses', receiver_gain: 'steps', sweeps_per_frame: 'sweeps',
 };
 
-/** Members that a form does not show, the last one if it is not used. */
+/** Members that a form does not show. */
 const HIDDEN = ['$schema', 'calibration_info', 'update_rate'];
 
 /** Follows a reference to a definition. @param {Schema} schema @param {Schema} node @returns {Schema} */
@@ -90,7 +90,7 @@ export function pathOf(pointer) {
 	return pointer.split('/').slice(1).map((name) => name.replaceAll('~1', '/').replaceAll('~0', '~'));
 }
 
-/** The longest of the pointers that contains another one. @param {string} pointer @param {Iterable<string>} known */
+/** The longest pointer that contains another one. @param {string} pointer @param {Iterable<string>} known */
 export function closest(pointer, known) {
 	const containing = [...known].filter((candidate) => `${pointer}/`.startsWith(`${candidate}/`));
 	return containing.sort((a, b) => b.length - a.length)[0] ?? '';

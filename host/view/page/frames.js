@@ -68,7 +68,7 @@ export class FrameClock {
 	}
 }
 
-/** The nominal time between two frames, in seconds; 0 if unknown. @param {Clock} session */
+/** Seconds between two frames; 0 if unknown. @param {Clock} session */
 export function nominalPeriod(session) {
 	if (session.tick_period && session.ticks_per_second > 0) {
 		return session.tick_period / session.ticks_per_second;

@@ -1,4 +1,4 @@
-/** The log of the server: the last lines, in elements that are used again. */
+/** The last lines of the server's log. */
 import { box, button, element, setText } from './view.js';
 
 const MOST_LINES = 500;

@@ -27,6 +27,7 @@ export class Panel {
 		this.shown = -1;
 		this.version = -1;
 		this.textTime = 0;
+		this.read = -1;
 		this.readings = ['A', 'B', 'B−A'].map(() => element('span'));
 		this.grid = element('div', 'plots');
 		this.level = new LevelPlot(this.cell('Level', [['live', 'live'], ['held', 'held maximum'], ['mean', 'mean']]), this);
@@ -59,7 +60,7 @@ export class Panel {
 		return host;
 	}
 
-	/** Lets a person place cursor A, or B with the shift key. @param {Chart} chart */
+	/** Lets a person place cursors. @param {Chart} chart */
 	attach(chart) {
 		const { host } = chart;
 		host.onpointerdown = ({ pointerId }) => host.setPointerCapture(pointerId);
@@ -120,7 +121,7 @@ export class Panel {
 		[this.level.bar, this.waterfall.bar, this.velocity?.bar].forEach((bar) => bar?.setAutomatic());
 	}
 
-	/** Draws what changed, if anything. @param {number} now @param {number} period  seconds between two frames */
+	/** Draws what changed. @param {number} now @param {number} period  seconds between frames */
 	draw(now, period) {
 		const { ring, waterfall, analysis } = this;
 		let again = waterfall.fit(period) || this.shown < 0;
@@ -135,6 +136,7 @@ export class Panel {
 		});
 		const shown = view.frozen ? view.at : ring.last;
 		if ((shown === from && this.version === view.version && !again) || shown < ring.first || shown > ring.last) {
+			this.drawReadings(now, false);
 			return false;
 		}
 		this.shown = shown;
@@ -158,10 +160,7 @@ export class Panel {
 		this.waterfall.draw();
 		this.phase.draw(shown, touched);
 		velocity?.draw(ring.frame(shown), settled);
-		if (touched || now - this.textTime > TEXT_PERIOD) {
-			this.textTime = now;
-			this.drawReadings();
-		}
+		this.drawReadings(now, touched);
 	}
 
 	/** @param {DrawCursor} draw */
@@ -179,7 +178,13 @@ export class Panel {
 			timed && seconds !== null ? to.y(seconds - now) : null));
 	}
 
-	drawReadings() {
+	/** @param {number} now @param {boolean} touched */
+	drawReadings(now, touched) {
+		if (!touched && (this.read === this.shown || now - this.textTime < TEXT_PERIOD)) {
+			return;
+		}
+		this.textTime = now;
+		this.read = this.shown;
 		const { a, b } = this.cursors;
 		describe(this.cursors.read(a, this.shown), this.cursors.read(b, this.shown))
 			.forEach((text, i) => setText(this.readings[i], text));

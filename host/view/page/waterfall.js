@@ -1,4 +1,4 @@
-/** Level over distance and time: one row for each frame, in a ring of rows. */
+/** Level over distance and time: a row for each frame, in a ring. */
 import { Columns, distanceRange, levelRange } from './axes.js';
 import { Chart } from './chart.js';
 import { paint } from './colours.js';
@@ -70,7 +70,7 @@ export class Waterfall {
 		}
 	}
 
-	/** Writes the row of a frame, and the same since the frame before, or nothing in a gap. @param {number} number */
+	/** Writes the row of a frame, and those since the frame before. @param {number} number */
 	write(number) {
 		const { analysis } = this;
 		const steps = Math.round((analysis.ring.time(number) - this.lastTime) / this.rowSeconds);
@@ -110,7 +110,7 @@ export class Waterfall {
 		this.chart.redraw();
 	}
 
-	/** Draws the rows, the latest at the top, in two pieces of the ring. */
+	/** Draws the rows in two pieces of the ring. */
 	paint() {
 		this.chart.inside((to, context, { left, top, width, height }) => {
 			context.imageSmoothingEnabled = this.rows > height;

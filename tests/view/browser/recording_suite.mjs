@@ -62,6 +62,11 @@ describe('recording', () => {
     await page.click('#pause');
     await page.until(({ state }) => state.connection === 'ended');
     await page.textBecomes('#pause', /^Play$/);
+    // Readings follow the pictures up to the last frame.
+    await page.until(({ panels: [{ displacement, cursors }] }) => {
+      const [, shown] = /(\S+) mm$/.exec(cursors.readings[0]) ?? [];
+      return Math.abs(Number(shown?.replace('\u2212', '-')) - displacement) < 0.00051;
+    });
     await page.tab.selectOption('#speed', '1');
     await page.click('#pause');
     await page.until(({ state }) => state.connection === 'playing' && state.position.frame < 100);
