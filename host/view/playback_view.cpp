@@ -135,6 +135,7 @@ void playback_view::play(const viewer_request & /*request*/)
 /** Stops at the present frame. */
 void playback_view::pause(const viewer_request & /*request*/)
 {
+    seen_ = true;
     source_.set_paused(true);
 }
 
