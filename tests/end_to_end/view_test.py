@@ -11,7 +11,7 @@ import threading
 import time
 import unittest
 
-from vantor_process import EXAMPLES, TIME_OUT, Server, campaign, example, has_sanitizers, vantor, wait_until
+from vantor_process import EXAMPLES, TIME_OUT, Server, campaign, example, vantor, wait_until
 from web_socket import PONG, Refused, View
 
 SINGLE = os.path.join(EXAMPLES, "single_sensor.json")
@@ -359,7 +359,6 @@ class SeveralViewers(InDirectory):
             self.assertEqual(viewer.ask("every", frames=0)["type"], "failed")
 
 
-@unittest.skipIf(has_sanitizers(), "sanitizers need time and memory themselves")
 class ManyFrames(InDirectory):
     """Streams as fast as the simulator measures."""
 
