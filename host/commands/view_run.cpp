@@ -77,7 +77,7 @@ public:
     }
 
 private:
-    /** Opens the page in the browser; the address is printed already, so a failure is no error. */
+    /** Opens the page in the browser. If that fails, the user can still open the address that was printed. */
     void open_page(const std::string &address, const command_streams &streams)
     {
         try
@@ -93,7 +93,7 @@ private:
     std::optional<scratch_directory> scratch_; /**< with the file that the browser opens */
 };
 
-/** Shows frames until the user asks to stop; tells the viewers that the view ends, even if it fails. */
+/** Shows frames until the user asks to stop. Viewers receive a reason when the view ends or fails. */
 template <typename view_t> void run_view(view_t &view, viewers &all)
 {
     try

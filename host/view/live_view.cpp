@@ -357,7 +357,7 @@ void live_view::end_recording(std::function<void(const recording_outcome &)> don
     });
 }
 
-/** Tells all viewers what a recording contains that they have not ended. */
+/** Reports the result of a recording to all viewers if it ended without their request. */
 void live_view::note_outcome(const recording_outcome &outcome)
 {
     viewers_.broadcast(done_message("stop_recording", outcome.text()));

@@ -2,7 +2,7 @@
 import { greatest, meanAt, meanLevels, phaseStep } from './mathematics.js';
 import { GAP, INVALID } from './ring.js';
 
-/** After so many frames the strongest echo and automatic ranges remain. */
+/** After this many frames, strongest echo and ranges are fixed. */
 export const SETTLED_FRAMES = 8;
 
 /** The phase is that of an echo if its amplitude is this many times its usual change from frame to frame. */
