@@ -16,9 +16,9 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
-#include "commands/printable.h"
 #include "configuration/word_list.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 #include "version.h"
 
 namespace vantor

@@ -11,8 +11,8 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
 #include "recording/file_replacement.h"
+#include "recording/printable.h"
 #include "vantor/calibration_file.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"

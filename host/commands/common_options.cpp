@@ -7,9 +7,9 @@
 #include <ostream>
 #include <set>
 
-#include "commands/printable.h"
 #include "commands/server_description.h"
 #include "commands/usage_error.h"
+#include "recording/printable.h"
 #include "vantor/errors.h"
 
 namespace vantor

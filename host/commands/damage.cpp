@@ -6,7 +6,7 @@
 #include <ostream>
 
 #include "commands/check_progress.h"
-#include "commands/printable.h"
+#include "recording/printable.h"
 
 namespace vantor
 {

@@ -10,9 +10,9 @@
 #include "commands/common_options.h"
 #include "commands/damage.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
 #include "commands/reading_progress.h"
 #include "export/exporter.h"
+#include "recording/printable.h"
 
 namespace vantor
 {

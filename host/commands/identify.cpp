@@ -9,10 +9,10 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
 #include "commands/server_description.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 #include "vantor/client.h"
 
 namespace vantor

@@ -12,9 +12,9 @@
 #include "commands/damage.h"
 #include "commands/info_document.h"
 #include "commands/next_command.h"
-#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 #include "vantor/recording_error.h"
 
 namespace vantor

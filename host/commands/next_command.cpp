@@ -6,7 +6,7 @@
 #include <ostream>
 #include <string_view>
 
-#include "commands/printable.h"
+#include "recording/printable.h"
 
 namespace vantor
 {

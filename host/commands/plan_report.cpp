@@ -7,10 +7,10 @@
 #include <ostream>
 #include <string>
 
-#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "commands/validation.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 
 namespace vantor
 {

@@ -12,13 +12,13 @@
 #include "commands/common_options.h"
 #include "commands/damage.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
 #include "commands/quantity.h"
 #include "commands/reading_progress.h"
 #include "commands/usage_error.h"
 #include "plot/picture.h"
 #include "plot/sensor_scale.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 
 namespace vantor
 {

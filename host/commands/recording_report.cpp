@@ -7,11 +7,11 @@
 #include <string>
 
 #include "commands/common_options.h"
-#include "commands/printable.h"
 #include "commands/text_table.h"
 #include "configuration/optional_members.h"
 #include "plot/echo_search.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
 

@@ -13,8 +13,8 @@
 #include "commands/common_options.h"
 #include "commands/deadline_link.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
 #include "commands/server_description.h"
+#include "recording/printable.h"
 #include "vantor/client.h"
 #include "vantor/errors.h"
 

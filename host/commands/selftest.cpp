@@ -10,7 +10,7 @@
 
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
-#include "commands/printable.h"
+#include "recording/printable.h"
 #include "selftest/selftest.h"
 
 namespace vantor

@@ -11,8 +11,8 @@
 #include "commands/common_options.h"
 #include "commands/next_command.h"
 #include "commands/plan_report.h"
-#include "commands/printable.h"
 #include "commands/validation.h"
+#include "recording/printable.h"
 #include "vantor/configuration.h"
 #include "vantor/configuration_check.h"
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <ostream>
 
-#include "commands/printable.h"
 #include "configuration/check/shortened.h"
+#include "recording/printable.h"
 #include "vantor/configuration.h"
 #include "vantor/configuration_check.h"
 

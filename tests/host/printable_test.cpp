@@ -1,7 +1,7 @@
 /** @file
  * Tests of making text safe for a terminal.
  */
-#include "commands/printable.h"
+#include "recording/printable.h"
 
 #include <sstream>
 

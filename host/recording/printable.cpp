@@ -1,7 +1,7 @@
 /** @file
  * Makes text from servers and files safe to print on a terminal.
  */
-#include "commands/printable.h"
+#include "recording/printable.h"
 
 #include <cstdint>
 #include <iomanip>
