@@ -3,11 +3,10 @@
  */
 #include "view/recording_name.h"
 
-#include <algorithm>
-#include <string_view>
 #include <system_error>
 
 #include "recording/dated_directory.h"
+#include "recording/printable.h"
 #include "view/view_requests.h"
 
 namespace vantor
@@ -18,19 +17,17 @@ namespace
 /** The longest name, in bytes: file systems allow 255. */
 constexpr size_t longest_name = 100;
 
-/** Whether a character can be in a name on every system. */
-bool is_allowed(char c)
+/** Whether every character of a name can be in one on every system, and is shown as it is. */
+bool is_allowed(const std::string &name)
 {
-    return static_cast<unsigned char>(c) >= ' ' && c != '\x7f' &&
-           std::string_view("/\\:*?\"<>|").find(c) == std::string_view::npos;
+    return name.find_first_of("/\\:*?\"<>|\t") == std::string::npos && printable(name) == name;
 }
 
 } // namespace
 
 std::filesystem::path named_recording(const std::string &name)
 {
-    if (name.size() > longest_name || name.starts_with('.') ||
-        !std::all_of(name.begin(), name.end(), is_allowed))
+    if (name.size() > longest_name || name.starts_with('.') || !is_allowed(name))
     {
         throw request_error(
             "This cannot be the name of a recording; use at most 100 letters, digits, spaces, "

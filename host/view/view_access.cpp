@@ -31,6 +31,13 @@ std::optional<address> numeric_address(std::string_view text)
     return parsed;
 }
 
+/** Returns an IPv4 address that is written as one of IPv6 in its own form. */
+address unmapped(const address &given)
+{
+    const bool is_mapped = given.is_v6() && given.to_v6().is_v4_mapped();
+    return is_mapped ? make_address_v4(boost::asio::ip::v4_mapped, given.to_v6()) : given;
+}
+
 /** Returns the address in the form of URLs: IPv6 in brackets. */
 std::string in_url(const address &shown)
 {
@@ -68,14 +75,15 @@ std::string_view query_value(std::string_view target, std::string_view name)
 view_access::view_access(const std::string &host, uint16_t port, std::string token)
     : port_(std::to_string(port)), token_(std::move(token))
 {
-    const auto parsed = numeric_address(host == "localhost" ? "127.0.0.1" : host);
-    if (!parsed)
+    const bool is_name = boost::algorithm::iequals(host, "localhost");
+    const auto parsed = numeric_address(is_name ? "127.0.0.1" : host);
+    if (!parsed || parsed->is_multicast())
     {
         throw error("\"" + host +
                     "\" is not an address to listen on; use a numeric address of this machine, such as "
                     "127.0.0.1 or ::1.");
     }
-    address_ = parsed->to_string();
+    address_ = unmapped(*parsed).to_string();
 }
 
 bool view_access::is_wildcard() const

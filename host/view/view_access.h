@@ -36,7 +36,7 @@ public:
      * @param host   the numeric address that the server listens on, or "localhost"
      * @param port   the port that it listens on
      * @param token  what an allowed viewer knows
-     * @throws error if the address is not a numeric one
+     * @throws error if the address is not a numeric one of a single machine
      */
     view_access(const std::string &host, uint16_t port, std::string token);
 

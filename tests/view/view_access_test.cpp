@@ -197,6 +197,9 @@ TEST(view_access, knows_whether_others_can_connect)
     EXPECT_FALSE(access_of().reachable_from_outside());
     EXPECT_FALSE(access_of("::1").reachable_from_outside());
     EXPECT_FALSE(access_of("localhost").reachable_from_outside());
+    EXPECT_FALSE(access_of("LOCALHOST").reachable_from_outside());
+    EXPECT_FALSE(access_of("::ffff:127.0.0.1").reachable_from_outside());
+    EXPECT_TRUE(access_of("::ffff:192.168.1.5").reachable_from_outside());
     EXPECT_TRUE(access_of("0.0.0.0").reachable_from_outside());
     EXPECT_TRUE(access_of("::").reachable_from_outside());
     EXPECT_TRUE(access_of("192.168.1.5").reachable_from_outside());
@@ -204,7 +207,8 @@ TEST(view_access, knows_whether_others_can_connect)
 
 TEST(view_access, refuses_names_to_listen_on)
 {
-    for (const char *host : {"", "example", "127.1", "[::1]", "fe80::1%lo", "127.0.0.1:80"})
+    for (const char *host :
+         {"", "example", "127.1", "[::1]", "fe80::1%lo", "127.0.0.1:80", "224.0.0.1", "ff02::1"})
     {
         EXPECT_THROW(access_of(host), error) << host;
     }
