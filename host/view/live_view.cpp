@@ -141,7 +141,8 @@ request_rules live_view::rules()
 /** Checks a configuration, and derives its figures. */
 void live_view::check(const viewer_request &request)
 {
-    viewers_.send(request.viewer, checked_message(request.document));
+    const auto session = session_ ? std::optional(description()) : std::nullopt;
+    viewers_.send(request.viewer, checked_message(request.document, session ? &*session : nullptr));
 }
 
 /** Begins another session after the present frame, unless its configuration has a fault. */

@@ -100,7 +100,7 @@ request_rules playback_view::rules()
 /** Derives the figures of a configuration, such as that of the recording. */
 void playback_view::check(const viewer_request &request)
 {
-    viewers_.send(request.viewer, checked_message(request.document));
+    viewers_.send(request.viewer, checked_message(request.document, &recording_.session()));
 }
 
 /** Continues with another frame, which is shown even if the recording is paused. */

@@ -67,11 +67,18 @@ ordered_json item_of(const item_layout &layout, const item_configuration &item, 
 }
 
 /** The figures of a session, as reported by its server. */
-ordered_json figures_of(const session_description &session)
+ordered_json session_figures(const session_description &session)
 {
     auto planned = plan(session.configuration);
     apply_metadata(planned, session.metadata);
     return plan_figures(planned);
+}
+
+/** The figures of a configuration: those of the session if it has the same one. */
+ordered_json figures_of(const json &configuration, const session_description *session)
+{
+    const bool known = session != nullptr && session->configuration == configuration;
+    return known ? session_figures(*session) : plan_figures(plan(configuration));
 }
 
 } // namespace
@@ -103,7 +110,7 @@ ordered_json session_message(uint64_t number, const session_description &session
             {"tick_period", period > 0.0 ? ordered_json(period) : ordered_json()},
             {"rate", rate},
             {"items", std::move(items)},
-            {"plan", figures_of(session)}};
+            {"plan", session_figures(session)}};
 }
 
 ordered_json log_message(const std::string &level, const std::string &text)
@@ -111,7 +118,7 @@ ordered_json log_message(const std::string &level, const std::string &text)
     return {{"type", "log"}, {"level", level}, {"text", text}};
 }
 
-ordered_json checked_message(const json &request)
+ordered_json checked_message(const json &request, const session_description *session)
 {
     constexpr double most = 1e15;
     const auto id = static_cast<int64_t>(number_in(request, "id", 0.0, most));
@@ -120,7 +127,7 @@ ordered_json checked_message(const json &request)
     return {{"type", "checked"},
             {"id", id},
             {"faults", view_faults(faults)},
-            {"plan", faults.count() == 0 ? plan_figures(plan(configuration)) : ordered_json::array()}};
+            {"plan", faults.count() == 0 ? figures_of(configuration, session) : ordered_json::array()}};
 }
 
 ordered_json done_message(const std::string &type, const std::string &text)

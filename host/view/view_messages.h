@@ -46,9 +46,10 @@ nlohmann::ordered_json log_message(const std::string &level, const std::string &
 /**
  * The answer to a request to check a configuration: its faults, or else its figures.
  *
+ * @param session  the present one, whose figures the server has reported; null if there is none
  * @throws request_error if the request has no number or no configuration
  */
-nlohmann::ordered_json checked_message(const nlohmann::json &request);
+nlohmann::ordered_json checked_message(const nlohmann::json &request, const session_description *session);
 
 /** A request was executed. */
 nlohmann::ordered_json done_message(const std::string &type, const std::string &text);

@@ -65,7 +65,7 @@ TEST(view_requests, have_objects_and_texts)
 TEST(view_messages, show_each_fault_of_a_configuration_with_the_nearest_value)
 {
     const auto answer =
-        checked_message({{"id", 3}, {"configuration", configuration_with({{"hwaas", 100000}})}});
+        checked_message({{"id", 3}, {"configuration", configuration_with({{"hwaas", 100000}})}}, nullptr);
     EXPECT_EQ(answer["id"], 3);
     EXPECT_TRUE(answer["plan"].empty());
     ASSERT_EQ(answer["faults"].size(), 1U);
@@ -78,7 +78,7 @@ TEST(view_messages, show_the_figures_of_a_configuration_without_faults)
 {
     const auto config =
         json{{"start_point", 100}, {"num_points", 11}, {"step_length", 2}, {"sweeps_per_frame", 16}};
-    const auto answer = checked_message({{"id", 4}, {"configuration", configuration_with(config)}});
+    const auto answer = checked_message({{"id", 4}, {"configuration", configuration_with(config)}}, nullptr);
     EXPECT_TRUE(answer["faults"].empty());
     std::map<std::string, std::string> figures;
     for (const auto &row : answer["plan"])
@@ -100,9 +100,11 @@ TEST(view_messages, replace_bytes_that_are_not_text)
 TEST(recording_name, is_a_new_directory_in_recordings)
 {
     EXPECT_EQ(named_recording("walk 1"), "recordings/walk 1");
+    EXPECT_EQ(named_recording("Küche"), "recordings/Küche");
     EXPECT_EQ(named_recording(std::string(100, 'x')).filename(), std::string(100, 'x'));
     for (const auto &name : {std::string(".."), std::string(".x"), std::string("a/b"), std::string("a\nb"),
-                             std::string("a\0b", 3), std::string("a\x7f"), std::string(101, 'x')})
+                             std::string("a\0b", 3), std::string("a\x7f"), std::string("a\u202eb"),
+                             std::string("a\u0085"), std::string("a\tb"), std::string(101, 'x')})
     {
         EXPECT_THROW(named_recording(name), request_error) << name;
     }
