@@ -15,11 +15,13 @@ namespace vantor
 namespace
 {
 
-/** Requests of a viewer that can wait. */
-constexpr ptrdiff_t most_requests = 8;
+/** Requests of a viewer that can wait; one of any size can. */
+constexpr size_t most_requests = 8;
+constexpr size_t most_request_bytes = 1U << 20U;
 
-/** Texts, and lines of the log, that can wait for a viewer. */
+/** Texts, and lines of the log, that can wait for a viewer; one text of any size can. */
 constexpr size_t most_texts = 200;
+constexpr size_t most_text_bytes = 4U << 20U;
 constexpr size_t most_lines = 200;
 
 /** The longest text of a line of the log, in bytes: ten times what a server sends. */
@@ -35,6 +37,12 @@ std::shared_ptr<const std::string> take_first(std::deque<std::shared_ptr<const s
     auto first = std::move(queue.front());
     queue.pop_front();
     return first;
+}
+
+/** Parses a request. */
+nlohmann::json parse_request(const std::string &text)
+{
+    return parse_json_text(text, "The message");
 }
 
 /** Whether only the last request of this type matters. */
@@ -93,9 +101,9 @@ std::optional<viewer_request> viewers::next_request()
     {
         return std::nullopt;
     }
-    auto first = std::move(requests_.front());
+    const auto first = std::move(requests_.front());
     requests_.pop_front();
-    return first;
+    return viewer_request{.viewer = first.viewer, .type = first.type, .document = parse_request(first.text)};
 }
 
 void viewers::end(const std::string &reason)
@@ -150,9 +158,9 @@ void viewers::received(uint64_t number, std::string &&text)
     std::string type;
     try
     {
-        auto document = parse_json_text(text, "The message");
+        auto document = parse_request(text);
         type = request_type(document);
-        accept_request({.viewer = number, .type = type, .document = std::move(document)});
+        accept({.viewer = number, .type = type, .document = std::move(document)}, std::move(text));
     }
     catch (const error &fault)
     {
@@ -170,7 +178,7 @@ void viewers::sent(uint64_t number)
 void viewers::closed(uint64_t number)
 {
     viewers_.erase(number);
-    std::erase_if(requests_, [&](const viewer_request &request) { return request.viewer == number; });
+    std::erase_if(requests_, [&](const waiting_request &request) { return request.viewer == number; });
     if (controls(number))
     {
         controller_ = 0;
@@ -192,32 +200,46 @@ void viewers::tick()
 }
 
 /** Executes a request that concerns only the viewer itself; keeps others for next_request(). */
-void viewers::accept_request(viewer_request &&request)
+void viewers::accept(const viewer_request &request, std::string &&text)
 {
-    const auto number = request.viewer;
     if (request.type == "every")
     {
-        set_every(viewers_.at(number), request);
-        return;
+        set_every(viewers_.at(request.viewer), request);
     }
-    if (request.type == "take_control")
+    else if (request.type == "take_control")
     {
-        take_control(number);
-        return;
+        take_control(request.viewer);
     }
-    if (replaces_earlier(request.type))
+    else
     {
-        std::erase_if(requests_, [&](const viewer_request &earlier) {
-            return earlier.viewer == number && earlier.type == request.type;
+        queue_request({.viewer = request.viewer, .type = request.type, .text = std::move(text)});
+    }
+}
+
+/** Adds a request to those that wait. A viewer that sends more than can wait is closed. */
+void viewers::queue_request(waiting_request &&request)
+{
+    const auto number = request.viewer;
+    const auto &type = request.type;
+    if (replaces_earlier(type))
+    {
+        std::erase_if(requests_, [&](const waiting_request &earlier) {
+            return earlier.viewer == number && earlier.type == type;
         });
     }
-    requests_.push_back(std::move(request));
-    const auto waiting = std::count_if(requests_.begin(), requests_.end(),
-                                       [&](const viewer_request &one) { return one.viewer == number; });
-    if (waiting > most_requests)
+    size_t waiting = 0;
+    size_t bytes = request.text.size();
+    for (const auto &one : requests_)
+    {
+        waiting += one.viewer == number ? 1 : 0;
+        bytes += one.viewer == number ? one.text.size() : 0;
+    }
+    if (waiting >= most_requests || (waiting > 0 && bytes > most_request_bytes))
     {
         server_.close(number, "Too many requests wait: send the next one after the answer.");
+        return;
     }
+    requests_.push_back(std::move(request));
 }
 
 /** Lets a viewer control instead of another one. */
@@ -240,12 +262,15 @@ void viewers::set_every(viewer &who, const viewer_request &request)
 /** Adds a text to what waits for a viewer, which is closed if it does not read. */
 void viewers::queue_text(uint64_t number, viewer &who, const nlohmann::ordered_json &message)
 {
-    if (who.texts.size() >= most_texts)
+    auto text = std::make_shared<const std::string>(message_text(message));
+    const bool is_full = who.texts.size() >= most_texts || who.text_bytes + text->size() > most_text_bytes;
+    if (is_full && !who.texts.empty())
     {
         server_.close(number, "This viewer does not read its messages.");
         return;
     }
-    who.texts.push_back(std::make_shared<const std::string>(message_text(message)));
+    who.text_bytes += text->size();
+    who.texts.push_back(std::move(text));
     send_next(number, who);
 }
 
@@ -275,6 +300,7 @@ void viewers::send_next(uint64_t number, viewer &who)
     }
     auto kind = view_message::text;
     auto message = take_first(who.texts);
+    who.text_bytes -= message ? message->size() : 0;
     if (!message && std::exchange(who.state_due, false))
     {
         message = std::make_shared<const std::string>(state_text(number, who));

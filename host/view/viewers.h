@@ -107,10 +107,19 @@ public:
     void add(const std::shared_ptr<const frame> &received) override;
 
 private:
+    /** A request that waits: as text, which needs much less memory than the document. */
+    struct waiting_request
+    {
+        uint64_t viewer = 0;
+        std::string type;
+        std::string text;
+    };
+
     /** A viewer, and what waits for it. */
     struct viewer
     {
         std::deque<std::shared_ptr<const std::string>> texts; /**< except lines of the log */
+        size_t text_bytes = 0;                                /**< of all texts */
         std::deque<std::shared_ptr<const std::string>> lines; /**< of the log */
         viewer_queue frames;
         bool state_due = false;
@@ -125,7 +134,8 @@ private:
     void closed(uint64_t number) override;
     void tick() override;
 
-    void accept_request(viewer_request &&request);
+    void accept(const viewer_request &request, std::string &&text);
+    void queue_request(waiting_request &&request);
     void take_control(uint64_t number);
     void set_every(viewer &who, const viewer_request &request);
     void queue_text(uint64_t number, viewer &who, const nlohmann::ordered_json &message);
@@ -140,7 +150,7 @@ private:
     nlohmann::ordered_json state_now_;
     std::map<uint64_t, viewer> viewers_;
     uint64_t controller_ = 0; /**< 0 if nobody controls */
-    std::deque<viewer_request> requests_;
+    std::deque<waiting_request> requests_;
     std::shared_ptr<const frame> last_; /**< of the session, for viewers that open the page later */
     view_server server_;
 };
