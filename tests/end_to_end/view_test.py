@@ -62,6 +62,8 @@ class Wire(threading.Thread):
     def __exit__(self, *_):
         self.listener.close()
         self.join(TIME_OUT)
+        if self.is_alive():
+            raise TimeoutError("the view is still connected")
 
     def run(self):
         host = self.listener.accept()[0]
@@ -132,9 +134,21 @@ class LiveView(InDirectory):
             self.assertEqual((checked["id"], checked["faults"]), (8, []))
             self.assertIn("distance", [name for name, _ in checked["plan"]])
 
+    def test_the_figures_of_the_configuration_in_use_are_those_that_the_server_reports(self):
+        with self.view(SINGLE).connect() as viewer:
+            session = viewer.next("session")
+            used = session["configuration"]
+            viewer.send("check", id=1, configuration=used)
+            self.assertEqual(viewer.next("checked")["plan"], session["plan"])
+            used["groups"][0][0]["config"]["num_points"] += 1
+            viewer.send("check", id=2, configuration=used)
+            other = viewer.next("checked")["plan"]
+            stars = [sum(value.count("*") for _, value in plan) for plan in (session["plan"], other)]
+            self.assertLess(stars[0], stars[1])
+
     def test_another_configuration_begins_a_session_with_the_same_calibrations(self):
         with Server("--tcp", "0") as server, Wire(server.address) as wire:
-            with self.view(SINGLE, "--connect", wire.address).connect() as viewer:
+            with View(SINGLE, "--connect", wire.address) as view, view.connect() as viewer:
                 viewer.frame()
                 changed = example("single_sensor.json")
                 changed["groups"][0][0]["config"]["num_points"] = 33
@@ -424,6 +438,25 @@ class HostileViewers(InDirectory):
         with view.connect() as viewer, view.connect() as other:
             viewer.send_raw(1, b'{"type": "check", "id": 1, "configuration": "' + b"x" * (1 << 20) + b'"}')
             viewer.close_reason()
+            other.frame()
+
+    def test_a_viewer_whose_requests_wait_can_send_only_a_few(self):
+        server = self.enterContext(Server("--tcp", "0"))
+        view = self.view(SINGLE, "--connect", server.address)
+        with view.connect() as many, view.connect() as long, view.connect() as other:
+            other.frame()
+            server.process.send_signal(signal.SIGSTOP)
+            many.send("apply", configuration=example("single_sensor.json"))
+            many.next("session")
+            for _ in range(9):
+                many.send("keep", seconds=1)
+            self.assertIn("Too many requests wait", many.close_reason())
+            for _ in range(3):
+                long.send("record", name="x" * 400000)
+            self.assertIn("Too many requests wait", long.close_reason())
+            other.send("every", frames=2)
+            self.assertEqual(other.next("done")["for"], "every")
+            server.process.send_signal(signal.SIGCONT)
             other.frame()
 
     def test_a_foreign_page_cannot_connect(self):
