@@ -1,4 +1,5 @@
 # Makes a C++ source of the page and of uPlot, which the page draws with. Sets VANTOR_PAGE_SOURCE.
+find_program(NODE_PROGRAM node REQUIRED)
 set(page ${CMAKE_CURRENT_LIST_DIR}/page)
 set(packages ${CMAKE_CURRENT_BINARY_DIR}/view_packages)
 set(VANTOR_PAGE_SOURCE ${CMAKE_CURRENT_BINARY_DIR}/page_files.cpp)
@@ -14,14 +15,22 @@ add_custom_command(
     ${NPM_PROGRAM} ci --ignore-scripts --omit=dev --no-audit --no-fund --loglevel=error
   COMMAND ${CMAKE_COMMAND} -E touch ${packages}/stamp
   DEPENDS ${package_files}
-  COMMENT "Installing uPlot"
+  COMMENT "Installing uPlot and terser"
   VERBATIM)
 
-file(GLOB page_files CONFIGURE_DEPENDS ${page}/*.html ${page}/*.js ${page}/*.css ${page}/*.svg)
+# The modules are embedded as terser makes them smaller, the other files as they are.
+set(small ${CMAKE_CURRENT_BINARY_DIR}/view_page)
+file(MAKE_DIRECTORY ${small})
+file(GLOB page_modules CONFIGURE_DEPENDS ${page}/*.js)
+file(GLOB page_files CONFIGURE_DEPENDS ${page}/*.html ${page}/*.css ${page}/*.svg)
+list(TRANSFORM page_modules REPLACE ${page}/ ${small}/ OUTPUT_VARIABLE small_modules)
 add_custom_command(
   OUTPUT ${VANTOR_PAGE_SOURCE}
-  COMMAND ${CMAKE_COMMAND} "-DFILES=${page_files}" -DUPLOT=${packages}/node_modules/uplot/dist/uPlot.iife.min.js
+  COMMAND ${NODE_PROGRAM} ${CMAKE_CURRENT_LIST_DIR}/minify_page.mjs ${packages} ${small} ${page_modules}
+  COMMAND ${CMAKE_COMMAND} "-DFILES=${page_files};${small_modules}"
+    -DUPLOT=${packages}/node_modules/uplot/dist/uPlot.iife.min.js
     -DOUTPUT=${VANTOR_PAGE_SOURCE} -P ${CMAKE_CURRENT_LIST_DIR}/embed_page.cmake
-  DEPENDS ${page_files} ${packages}/stamp ${CMAKE_CURRENT_LIST_DIR}/embed_page.cmake
+  DEPENDS ${page_files} ${page_modules} ${packages}/stamp
+    ${CMAKE_CURRENT_LIST_DIR}/minify_page.mjs ${CMAKE_CURRENT_LIST_DIR}/embed_page.cmake
   COMMENT "Embedding the page of the live view"
   VERBATIM)

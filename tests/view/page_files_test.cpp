@@ -46,6 +46,19 @@ std::map<std::string, std::string> source_files()
     return files;
 }
 
+/** What a module is imported from, and what it exports. */
+std::multiset<std::string> interface_of(const std::string &module)
+{
+    static const std::regex part(R"rx(\bfrom\s*["']([^"']+)["']|\bexport (?:class|const|function) (\w+))rx");
+    std::multiset<std::string> names;
+    for (auto match = std::sregex_iterator(module.begin(), module.end(), part);
+         match != std::sregex_iterator(); ++match)
+    {
+        names.insert((*match)[1].str() + (*match)[2].str());
+    }
+    return names;
+}
+
 /** Every address with a scheme, or of another host with the present scheme. */
 std::set<std::string> addresses_in(std::string_view text)
 {
@@ -71,8 +84,30 @@ TEST(page_files, are_those_of_the_source_tree_and_the_library_for_charts)
     }
     EXPECT_THAT(embedded["/uplot.js"], ::testing::HasSubstr("(v1.6.32)"));
     embedded.erase("/uplot.js");
-    EXPECT_EQ(embedded, source_files());
+    auto source = source_files();
     EXPECT_GT(embedded.size(), 20U);
+    for (auto *files : {&embedded, &source})
+    {
+        std::erase_if(*files, [](const auto &file) { return file.first.ends_with(".js"); });
+    }
+    EXPECT_EQ(embedded, source);
+}
+
+TEST(page_files, of_modules_are_smaller_and_have_the_same_interface)
+{
+    size_t modules = 0;
+    for (const auto &[path, text] : source_files())
+    {
+        if (path.ends_with(".js"))
+        {
+            const std::string embedded(page_answer(path).text);
+            EXPECT_LT(embedded.size(), text.size()) << path;
+            EXPECT_THAT(embedded, ::testing::Not(::testing::HasSubstr("/**"))) << path;
+            EXPECT_EQ(interface_of(embedded), interface_of(text)) << path;
+            ++modules;
+        }
+    }
+    EXPECT_GT(modules, 20U);
 }
 
 TEST(page_files, weigh_at_most_150_kilobytes)
