@@ -1,6 +1,8 @@
 /** Two cursors, A and B, and what they read. */
 import { fixed } from './axes.js';
 import { dbfs, meanLevels, millimetresPerRadian } from './mathematics.js';
+import { inUnit, unitOfDifference } from './units.js';
+import { view } from './view.js';
 
 export class Cursors {
 	/** @param {Analysis} analysis */
@@ -46,11 +48,12 @@ export class Cursors {
 		if (!cursor || shown < ring.first || shown > ring.last) {
 			return null;
 		}
+		const { full_scale } = layout.item;
 		const number = cursor.seconds === null ? shown : ring.at(cursor.seconds);
 		meanLevels(ring.frame(number), layout, this.levels);
 		return {
 			metres: layout.distances[cursor.point],
-			level: dbfs(this.levels[cursor.point], layout.item.full_scale),
+			level: inUnit(dbfs(this.levels[cursor.point], full_scale), full_scale),
 			seconds: ring.time(number) - ring.time(shown),
 			displacement: cursor.point === this.analysis.point ? this.analysis.phase(number) * millimetresPerRadian(layout.item) : NaN,
 		};
@@ -59,7 +62,7 @@ export class Cursors {
 
 /** @param {Reading | null} a @param {Reading | null} b */
 export function describe(a, b) {
-	return [textOf(a, 'dBFS'), textOf(b, 'dBFS'), textOf(a && b && difference(a, b), 'dB')];
+	return [textOf(a, view.unit), textOf(b, view.unit), textOf(a && b && difference(a, b), unitOfDifference())];
 }
 
 /** @param {Reading | null} reading @param {string} unit */

@@ -4,6 +4,7 @@ import { Chart } from './chart.js';
 import { theme } from './colours.js';
 import { dbfs, meanLevels } from './mathematics.js';
 import { RangeBar } from './range.js';
+import { inUnit, LOWEST } from './units.js';
 import { view } from './view.js';
 
 export class LevelPlot {
@@ -17,7 +18,7 @@ export class LevelPlot {
 		this.mean = new Float64Array(this.layout.points);
 		this.chart = new Chart(host, ['distance in m', 'level in dBFS'], () => this.paint());
 		this.chart.setRange('x', distanceRange(this.layout));
-		this.bar = new RangeBar(host, 'level', false, () => panel.touch());
+		this.bar = new RangeBar(host, 'level', this.layout, false, () => panel.touch());
 	}
 
 	/** Takes the levels of a frame. @param {number} number @param {boolean} final  whether an automatic range remains */
@@ -36,7 +37,7 @@ export class LevelPlot {
 	/** @returns {Span} */
 	automaticRange() {
 		const { full_scale: scale } = this.layout.item;
-		return view.unit === 'LSB' ? [-110, Math.ceil(dbfs(Math.max(...this.held), scale) + 1)]
+		return view.unit === 'LSB' ? [LOWEST, Math.ceil(dbfs(Math.max(...this.held), scale) + 1)]
 			: levelRange([...this.mean, ...this.held].map((level) => dbfs(level, scale)));
 	}
 
@@ -48,8 +49,7 @@ export class LevelPlot {
 	draw() {
 		const { full_scale: scale } = this.layout.item;
 		const [low, high] = this.bar.range;
-		this.chart.setRange('y', view.unit === 'dBFS' ? [low, high]
-			: [low <= -110 ? 0 : scale * 10 ** (low / 20), scale * 10 ** (high / 20)]);
+		this.chart.setRange('y', [inUnit(low, scale), inUnit(high, scale)]);
 		this.chart.redraw();
 	}
 

@@ -111,14 +111,19 @@ export class Panel {
 		this.touch();
 	}
 
+	get bars() {
+		return [this.level, this.waterfall, this.velocity].flatMap((plot) => (plot ? [plot.bar] : []));
+	}
+
 	restyle() {
 		this.level.restyle();
+		this.bars.forEach((bar) => bar.showUnit());
 		this.charts.forEach((chart) => chart.showLabels());
 		this.touch();
 	}
 
 	setAutomatic() {
-		[this.level.bar, this.waterfall.bar, this.velocity?.bar].forEach((bar) => bar?.setAutomatic());
+		this.bars.forEach((bar) => bar.setAutomatic());
 	}
 
 	/** Draws what changed. @param {number} now @param {number} period  seconds between frames */

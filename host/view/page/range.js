@@ -1,16 +1,18 @@
-/** Two handles that set the lowest and the highest level of a scale, in dBFS. */
+/** Two handles that set the lowest and the highest level of a scale. */
 import { fixed } from './axes.js';
 import { drawColours } from './colours.js';
-import { element, setText } from './view.js';
+import { inUnit, LOWEST } from './units.js';
+import { element, setText, view } from './view.js';
 
-/** The limits of the handles. */
-const LOWEST = -110;
+/** Limits of the handles, which are in dBFS in any unit: small levels need room. */
 const HIGHEST = 0;
 const NARROWEST = 3;
 
 export class RangeBar {
-	/** @param {HTMLElement} host @param {string} name @param {boolean} coloured @param {() => void} changed  by a person */
-	constructor(host, name, coloured, changed) {
+	/** @param {HTMLElement} host @param {string} name @param {Layout} layout @param {boolean} coloured
+	 * @param {() => void} changed  by a person */
+	constructor(host, name, { item }, coloured, changed) {
+		this.fullScale = item.full_scale;
 		/** @type {Span} */
 		this.range = [-80, 0];
 		/** Whether the next levels set the range. */
@@ -21,11 +23,12 @@ export class RangeBar {
 			drawColours(this.fill);
 		}
 		this.values = [element('span', 'value'), element('span', 'value')];
-		this.inputs = ['Lowest', 'Highest'].map((end, which) => this.makeInput(`${end} ${name} in dBFS`, which));
-		const bar = element('div', 'range', '', this.fill, ...this.inputs, ...this.values, element('span', 'unit', 'dBFS'));
+		this.inputs = ['Lowest', 'Highest'].map((end, which) => this.makeInput(`${end} ${name}`, which));
+		this.unit = element('span', 'unit');
+		const bar = element('div', 'range', '', this.fill, ...this.inputs, ...this.values, this.unit);
 		bar.onpointerdown = (event) => event.stopPropagation();
 		host.append(bar);
-		this.assign(this.range);
+		this.showUnit();
 	}
 
 	/** @param {string} name @param {number} which  0: lowest, 1: highest */
@@ -49,10 +52,17 @@ export class RangeBar {
 		this.range.forEach((level, which) => {
 			this.inputs[which].value = String(level);
 			this.values[which].style.top = tops[which];
-			setText(this.values[which], fixed(level, 0));
+			const shown = inUnit(level, this.fullScale);
+			setText(this.values[which], fixed(shown, view.unit === 'LSB' && shown < 10 ? 1 : 0));
+			this.inputs[which].ariaValueText = `${this.values[which].textContent} ${view.unit}`;
 		});
 		this.fill.style.top = tops[1];
 		this.fill.style.height = `calc(${tops[0]} - ${tops[1]})`;
+	}
+
+	showUnit() {
+		setText(this.unit, view.unit);
+		this.assign(this.range);
 	}
 
 	setAutomatic() {

@@ -29,7 +29,7 @@ export class VelocityPicture {
 		const half = layout.item.max_velocity_sweeps / length;
 		this.chart.setRange('x', distanceRange(layout));
 		this.chart.setRange('y', [velocities[0] - half, velocities[length - 1] + half]);
-		this.bar = new RangeBar(host, 'velocity colour', true, () => panel.touch());
+		this.bar = new RangeBar(host, 'velocity colour', layout, true, () => panel.touch());
 	}
 
 	get size() {

@@ -31,7 +31,7 @@ export class Waterfall {
 		this.lastTime = 0;
 		this.chart = new Chart(host, ['distance in m', 'time in s'], () => this.paint());
 		this.chart.setRange('x', distanceRange(this.layout));
-		this.bar = new RangeBar(host, 'colour', true, () => panel.recolour());
+		this.bar = new RangeBar(host, 'colour', this.layout, true, () => panel.recolour());
 	}
 
 	get size() {

@@ -75,11 +75,23 @@ describe('live view', () => {
     await page.until(({ frozen }) => !frozen);
   });
 
-  test('levels in dBFS and in LSB', async () => {
+  test('levels in dBFS and in LSB, everywhere', async () => {
+    const colours = page.tab.locator('.item').first().locator('.range').nth(1);
+    const shown = async () => [...await colours.locator('.value').allTextContents(), await colours.locator('.unit').innerText()];
+    const plot = page.tab.locator('.item').first().locator('.plot').first();
+    await plot.click({ position: { x: 200, y: 60 }, modifiers: ['Shift'] });
+    await page.tab.getByLabel('Lowest colour', { exact: true }).first().fill('-60');
+    await page.tab.getByLabel('Highest colour', { exact: true }).first().fill('-20');
+    assert.deepEqual(await shown(), ['−60', '−20', 'dBFS']);
     await page.click('#unit');
     assert.equal((await page.numbers()).unit, 'LSB');
     assert.equal(await page.text('#unit'), 'LSB');
-    await page.press('u');
+    assert.deepEqual(await shown(), ['33', '3277', 'LSB']);
+    const { panels: [{ cursors }] } = await page.until(({ panels: [{ cursors: { readings } }] }) =>
+      readings.every((text) => text.includes(' LSB ')));
+    assert.ok(cursors.readings.every((text) => !text.includes('dB')), cursors.readings.join());
+    await page.screenshot('levels-lsb');
+    await page.press('u', 'x', 'a');
     assert.equal((await page.numbers()).unit, 'dBFS');
   });
 
@@ -103,16 +115,16 @@ describe('live view', () => {
 
   test('ranges of levels and colours', async () => {
     const handle = (name) => page.tab.getByLabel(name, { exact: true }).first();
-    await handle('Lowest level in dBFS').fill('-100');
-    await handle('Highest colour in dBFS').fill('-20');
-    await handle('Highest velocity colour in dBFS').fill('-25');
+    await handle('Lowest level').fill('-100');
+    await handle('Highest colour').fill('-20');
+    await handle('Highest velocity colour').fill('-25');
     await page.until(({ panels: [{ ranges }] }) =>
       ranges.level[0] === -100 && ranges.colour[1] === -20 && ranges.velocity[1] === -25);
     await page.moreFrames(10);
     assert.equal((await page.numbers()).panels[0].ranges.level[0], -100, 'a chosen range remains');
     await page.press('a');
     await page.until(({ panels: [{ ranges }] }) => ranges.level[0] !== -100 && ranges.colour[1] !== -20);
-    await handle('Lowest level in dBFS').fill('-100');
+    await handle('Lowest level').fill('-100');
     await page.click('#range');
     await page.until(({ panels: [{ ranges }] }) => ranges.level[0] !== -100);
   });

@@ -4,6 +4,8 @@ import { Analysis } from '../../../host/view/page/analysis.js';
 import { Cursors, describe, difference } from '../../../host/view/page/cursor.js';
 import { layoutsOf, millimetresPerRadian } from '../../../host/view/page/mathematics.js';
 import { FrameRing } from '../../../host/view/page/ring.js';
+import { inUnit } from '../../../host/view/page/units.js';
+import { view } from '../../../host/view/page/view.js';
 import { infoOf, itemOf, samplesOf } from './samples.mjs';
 
 /** Cursors over ten frames of four points; the phase of all points turns by 0.2 with each frame. */
@@ -76,4 +78,27 @@ test('a frame that left the ring is not read', () => {
   const { cursors } = setUp();
   assert.equal(cursors.read(cursors.a, 10), null);
   assert.equal(cursors.read(cursors.a, -1), null);
+});
+
+test('levels and their differences are in the unit of the view', (t) => {
+  t.after(() => { view.unit = 'dBFS'; });
+  const { cursors } = setUp();
+  cursors.place('a', 3, null);
+  cursors.place('b', 2, null);
+  view.unit = 'LSB';
+  const [a, b] = [cursors.read(cursors.a, 9), cursors.read(cursors.b, 9)];
+  // Samples are rounded to whole numbers.
+  near(a.level, 3276.7, 1);
+  near(b.level, 327.67, 1);
+  const texts = describe(a, b);
+  near(Number(/(\S+) LSB/.exec(texts[0])[1]), 3276.7, 1);
+  near(Number(/−(\S+) LSB/.exec(texts[2])[1]), 2949, 2);
+});
+
+test('the lowest level is 0 LSB', (t) => {
+  t.after(() => { view.unit = 'dBFS'; });
+  assert.equal(inUnit(-20, 1000), -20);
+  view.unit = 'LSB';
+  near(inUnit(-20, 1000), 100, 1e-9);
+  assert.equal(inUnit(-110, 32767), 0);
 });
