@@ -1,34 +1,16 @@
 /** The configuration is changed on the page. */
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
-import { after, before, describe, test } from 'node:test';
-import { configuration, STILL } from './documents.mjs';
-import { launch, Page } from './pages.mjs';
-import { makeDirectory, startView } from './programs.mjs';
+import { describe, test } from 'node:test';
+import { configuration } from './documents.mjs';
+import { simulated, useView } from './suite.mjs';
 
 describe('configuration', () => {
   const FIELD = '[data-pointer="/groups/0/0/config/num_points"]';
-  let browser;
   let directory;
-  let view;
   let page;
 
-  before(async () => {
-    directory = makeDirectory();
-    directory.write('scene.json', STILL);
-    directory.write('garage.json', configuration());
-    view = await startView(directory, ['garage.json', '--connect', 'sim:--scene scene.json']);
-    browser = await launch();
-    page = await Page.open(browser, view.url);
-    await page.click('#configure');
-  });
-
-  after(async () => {
-    await page.close();
-    await browser.close();
-    assert.equal(await view.end(), 0);
-    directory.remove();
-  });
+  useView(simulated(configuration()), (used) => { ({ directory, page } = used); });
 
   /** Applies what is in the form, and waits for the new session. */
   async function apply() {
@@ -38,6 +20,7 @@ describe('configuration', () => {
   }
 
   test('the form shows the configuration, and figures of it', async () => {
+    await page.click('#configure');
     assert.equal(await page.tab.inputValue(`${FIELD} input`), '100');
     await page.tab.locator('#plan dd').first().waitFor();
   });

@@ -2,32 +2,19 @@
 import assert from 'node:assert/strict';
 import { existsSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { after, before, describe, test } from 'node:test';
-import { configuration, STILL } from './documents.mjs';
-import { launch, Page } from './pages.mjs';
-import { makeDirectory, run, startView } from './programs.mjs';
+import { describe, test } from 'node:test';
+import { configuration } from './documents.mjs';
+import { Page } from './pages.mjs';
+import { run } from './programs.mjs';
+import { simulated, useView } from './suite.mjs';
 
 describe('live view', () => {
   let browser;
   let directory;
-  let view;
   let page;
+  let view;
 
-  before(async () => {
-    directory = makeDirectory();
-    directory.write('scene.json', STILL);
-    directory.write('garage.json', configuration({}, 2));
-    view = await startView(directory, ['garage.json', '--connect', 'sim:--scene scene.json']);
-    browser = await launch();
-    page = await Page.open(browser, view.url);
-  });
-
-  after(async () => {
-    await page.close();
-    await browser.close();
-    assert.equal(await view.end(), 0);
-    directory.remove();
-  });
+  useView(simulated(configuration({}, 2)), (used) => { ({ browser, directory, page, view } = used); });
 
   test('frames arrive, and are drawn', async () => {
     const { panels, frames } = await page.moreFrames(20);

@@ -1,37 +1,23 @@
 /** A recording is played. */
 import assert from 'node:assert/strict';
-import { after, before, describe, test } from 'node:test';
-import { configuration, STILL } from './documents.mjs';
-import { launch, Page } from './pages.mjs';
-import { makeDirectory, run, startView } from './programs.mjs';
+import { describe, test } from 'node:test';
+import { configuration } from './documents.mjs';
+import { run } from './programs.mjs';
+import { useView } from './suite.mjs';
 
 describe('recording', () => {
   const FRAMES = 400;
-  let browser;
-  let directory;
-  let view;
   let page;
 
-  before(async () => {
-    directory = makeDirectory();
-    directory.write('scene.json', STILL);
+  useView((directory) => {
     directory.write('garage.json', configuration());
     run(directory, ['record', 'garage.json', '--frames', String(FRAMES), '--output', 'garage',
       '--connect', 'sim:--clock virtual --scene scene.json']);
-    view = await startView(directory, ['garage']);
-    browser = await launch();
-    page = await Page.open(browser, view.url);
-  });
-
-  after(async () => {
-    await page.close();
-    await browser.close();
-    assert.equal(await view.end(), 0);
-    directory.remove();
-  });
+    return ['garage'];
+  }, (used) => { ({ page } = used); });
 
   test('it is named, and cannot be changed', async () => {
-    await page.until(({ state }) => state?.position?.frames === FRAMES);
+    await page.until(({ state }) => state?.connection === 'playing' && state.position.frames === FRAMES);
     await page.textBecomes('#name', /^garage$/);
     assert.equal(await page.figure('recording'), 'playing');
     assert.equal(await page.figure('server'), null);

@@ -1,10 +1,10 @@
 /** Several viewers, and visitors that are not let in. */
 import assert from 'node:assert/strict';
 import { request } from 'node:http';
-import { after, before, describe, test } from 'node:test';
-import { configuration, STILL } from './documents.mjs';
-import { launch, Page } from './pages.mjs';
-import { makeDirectory, startView } from './programs.mjs';
+import { describe, test } from 'node:test';
+import { configuration } from './documents.mjs';
+import { Page } from './pages.mjs';
+import { simulated, useView } from './suite.mjs';
 
 /** Asks for an address; resolves with status, headers and text of the answer. */
 function ask(url, headers = {}) {
@@ -28,25 +28,10 @@ const askStream = (url, more) => ask(url, {
 
 describe('viewers', () => {
   let browser;
-  let directory;
-  let view;
   let page;
+  let view;
 
-  before(async () => {
-    directory = makeDirectory();
-    directory.write('scene.json', STILL);
-    directory.write('garage.json', configuration());
-    view = await startView(directory, ['garage.json', '--connect', 'sim:--scene scene.json']);
-    browser = await launch();
-    page = await Page.open(browser, view.url);
-  });
-
-  after(async () => {
-    await page.close();
-    await browser.close();
-    assert.equal(await view.end(), 0);
-    directory.remove();
-  });
+  useView(simulated(configuration()), (used) => { ({ browser, page, view } = used); });
 
   test('a second viewer watches, and takes control', async () => {
     const other = await Page.open(browser, view.url);
