@@ -1,7 +1,7 @@
 /** @file
  * Speed of the simulator on one core, on the virtual clock, with three targets.
  *
- * The simulator should calculate at least 20 million complex samples per second, so that benchmarks of the
+ * The simulator should calculate at least 40 million complex samples per second, so that benchmarks of the
  * server measure mainly the server.
  */
 #include <benchmark/benchmark.h>

@@ -1,9 +1,11 @@
 /** @file
  * Random numbers for the noise.
  *
- * Eight 32-bit shift-register generators (xorshift, G. Marsaglia, "Xorshift RNGs", 2003) in parallel, so
- * that a compiler can run them in vector registers; integers only, so the results are bit-identical on every
- * processor.
+ * Eight generators xoshiro128++ (D. Blackman, S. Vigna, "Scrambled Linear Pseudorandom Number Generators",
+ * 2021) run in parallel, so that a compiler can use vector registers. Each has a period of 2^128 - 1, so the
+ * sequences of different keys do not overlap in practice, and its scrambler hides the linear relations
+ * between the bits of a shift-register generator, also in the lowest bits. Only integers, and operations of
+ * floating point that are exactly rounded, are used: the results are bit-identical on every processor.
  */
 #ifndef ZET_SIMULATOR_NOISE_H
 #define ZET_SIMULATOR_NOISE_H
@@ -18,7 +20,7 @@ namespace zet_simulator
 struct noise_source
 {
     static constexpr size_t lanes = 8;
-    uint32_t states[lanes];
+    uint32_t words[4][lanes]; /**< state of each generator */
 };
 
 /** Scrambles a number so that the results of neighbouring numbers are unrelated (the finaliser of
@@ -33,52 +35,26 @@ inline uint64_t scramble(uint64_t value)
     return value;
 }
 
-/** Starts a source; the same key gives the same numbers. */
-inline noise_source noise_start(uint64_t key)
+/** Derives the key of a part, such as one sensor or one frame, from the key of the whole. */
+inline uint64_t key_of_part(uint64_t key, uint64_t number)
 {
-    noise_source source;
-    for (size_t lane = 0; lane < noise_source::lanes; ++lane)
-    {
-        const auto state = static_cast<uint32_t>(scramble(key + lane + 1U) >> 32U);
-        source.states[lane] = state != 0U ? state : 1U;
-    }
-    return source;
+    // The fractional part of the golden ratio spreads the numbers over all bits.
+    return scramble(key + (number + 1U) * 0x9E3779B97F4A7C15U);
 }
 
-/** Returns the next number of one generator. */
-inline uint32_t noise_next(uint32_t &state)
-{
-    state ^= state << 13U;
-    state ^= state >> 17U;
-    state ^= state << 5U;
-    return state;
-}
+/** Starts a source; the same key gives the same numbers. */
+noise_source noise_start(uint64_t key);
 
 /**
- * Fills an array with noise of mean 0 and variance 1.
+ * Fills two arrays with independent noise of mean 0 and variance 1, normally distributed up to 6.5 standard
+ * deviations.
  *
- * Each number is the sum of four uniformly distributed 16-bit numbers, which is close to a normal
- * distribution by the central limit theorem. Its magnitude never exceeds 3.47.
+ * By the method of Box and Muller: real and imaginary part are those of a complex number with a uniformly
+ * distributed phase and the magnitude sqrt(-2 ln u), where u is uniformly distributed between 0 and 1.
  *
- * @param count  length of the array; a multiple of the number of lanes
+ * @param count  length of each array; a multiple of the number of lanes
  */
-inline void noise_fill(noise_source &source, float *values, size_t count)
-{
-    const int32_t mean = 2 * 65535;
-    // The square root of 4 (2^32 - 1) / 12.
-    const float scale = 1.0F / 37837.2274F;
-    for (size_t i = 0; i < count; i += noise_source::lanes)
-    {
-        for (size_t lane = 0; lane < noise_source::lanes; ++lane)
-        {
-            const uint32_t first = noise_next(source.states[lane]);
-            const uint32_t second = noise_next(source.states[lane]);
-            const auto sum = static_cast<int32_t>((first & 0xFFFFU) + (first >> 16U) + (second & 0xFFFFU) +
-                                                  (second >> 16U));
-            values[i + lane] = static_cast<float>(sum - mean) * scale;
-        }
-    }
-}
+void noise_fill(noise_source &source, float *real, float *imag, size_t count);
 
 } // namespace zet_simulator
 

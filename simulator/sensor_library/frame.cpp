@@ -16,12 +16,13 @@ namespace
 
 using namespace zet_simulator;
 
-/** Returns the noise of a frame: the same in each run with the same seed. */
+/** Returns the noise of a frame: the same in each run with the same seed, and independent of that of any
+ * other frame, session, sensor and seed. */
 noise_source noise_of(const zet_sensor &sensor, uint32_t frame_number)
 {
-    const uint64_t session = scramble(board_options().seed ^ (static_cast<uint64_t>(sensor.session) << 32U) ^
-                                      static_cast<uint64_t>(sensor.id));
-    return noise_start(scramble(session + frame_number));
+    const uint64_t board = scramble(board_options().seed);
+    const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
+    return noise_start(key_of_part(session, frame_number));
 }
 
 /** Returns the carrier frequency for a frequency control, as a multiple of the nominal frequency. */

@@ -129,8 +129,7 @@ void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, fl
     float noise_imag[block_size];
     const size_t padded_count =
         (count + noise_source::lanes - 1U) / noise_source::lanes * noise_source::lanes;
-    noise_fill(noise, noise_real, padded_count);
-    noise_fill(noise, noise_imag, padded_count);
+    noise_fill(noise, noise_real, noise_imag, padded_count);
     const float gain = subsweep.imbalance_compensation ? 1.0F : imbalance_gain;
     const float skew = subsweep.imbalance_compensation ? 0.0F : imbalance_skew;
     for (uint32_t i = 0; i < count; ++i)
@@ -182,20 +181,20 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
 
 float synthesis_listen(const view &view, noise_source &noise)
 {
-    constexpr uint32_t listen_count = 512;
-    // More than five standard deviations of the mean power of this many numbers.
+    constexpr uint32_t listen_count = 256;
+    // More than five standard deviations of the mean power of this many complex numbers.
     const float threshold = 0.35F;
     float power = 0.0F;
     for (uint32_t i = 0; i < listen_count; i += block_size)
     {
-        float values[block_size];
-        noise_fill(noise, values, block_size);
-        for (const float value : values)
+        block values;
+        noise_fill(noise, values.real, values.imag, block_size);
+        for (uint32_t j = 0; j < block_size; ++j)
         {
-            power += value * value;
+            power += values.real[j] * values.real[j] + values.imag[j] * values.imag[j];
         }
     }
-    const float own = power / static_cast<float>(listen_count);
+    const float own = power / static_cast<float>(2U * listen_count);
     const float excess = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s)) - 1.0F;
     return excess > threshold ? excess : 0.0F;
 }

@@ -74,6 +74,7 @@ TEST(session, stores_sub_sweeps_one_after_the_other)
     {
         zet_config_subsweep_start_point_set(sensor.config, 400 - 200 * (i % 2) - i, i);
         zet_config_subsweep_num_points_set(sensor.config, lengths[i], i);
+        zet_config_subsweep_hwaas_set(sensor.config, 511, i);
     }
     zet_config_subsweep_start_point_set(sensor.config, 150, 1);
     ASSERT_TRUE(sensor.prepare());

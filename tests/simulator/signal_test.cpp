@@ -306,7 +306,7 @@ TEST(signal, loopback_measures_only_the_transmitter)
     scene.interferers[0].strength = 1000.0F;
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
-    set_range(sensor, 0, 500, 1);
+    set_range(sensor, 0, 2300, 1);
     zet_config_subsweep_enable_loopback_set(sensor.config, true, 0);
     make_ideal(sensor);
     ASSERT_TRUE(sensor.prepare());
