@@ -1,8 +1,9 @@
 /** @file
  * The scene: what the simulated sensors see, and which faults they have.
  *
- * For each sensor, the time of a scene starts with the first frame measured after the sensor's handle was
- * created, so every session sees the scene from its beginning.
+ * The time of a scene starts with the first frame of a session, for all sensors at once. A session begins
+ * with the first sensor handle that is created while none exists, so every session sees the scene from its
+ * beginning.
  */
 #ifndef ZET_SIMULATOR_SCENE_H
 #define ZET_SIMULATOR_SCENE_H

@@ -4,6 +4,7 @@
  */
 #include "board/board.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "zet_hal_integration_k330.h"
@@ -22,6 +23,8 @@ struct board
     zet_simulator_options_t options;
     board_sensor *sensors; /**< options.sensor_count entries, owned */
     uint32_t fault_calls[ZET_SIMULATOR_MAX_FAULTS];
+    board_session session;
+    uint64_t ideal_us; /**< time of the ideal clock, unless the board's clock is virtual */
 };
 
 board the_board;
@@ -45,7 +48,7 @@ board_sensor *find_or_log(zet_sensor_id_t sensor_id, const char *operation)
 void reset(board_sensor &sensor)
 {
     ++sensor.reset_count;
-    sensor.interrupt_time_us = no_interrupt;
+    sensor.interrupt.clock_us = no_interrupt;
 }
 
 /** Returns whether a fault of the scene is of a kind and affects a sensor. */
@@ -97,13 +100,17 @@ bool is_scene_usable(const zet_simulator_options_t &options)
 }
 
 /** Waits for a sensor until a time; false when nobody needs the measurement any more. */
-bool wait_until(uint64_t time_us)
+bool wait_until(const instant &time)
 {
-    if (the_board.options.wait_until_us != nullptr)
+    if (the_board.options.wait_until_us == nullptr)
     {
-        return the_board.options.wait_until_us(time_us);
+        the_board.options.clock.sleep_until_us(time.clock_us);
     }
-    the_board.options.clock.sleep_until_us(time_us);
+    else if (!the_board.options.wait_until_us(time.clock_us))
+    {
+        return false;
+    }
+    the_board.ideal_us = std::max(the_board.ideal_us, time.ideal_us);
     return true;
 }
 
@@ -141,9 +148,32 @@ const zet_simulator_scene_t &board_scene()
     return the_board.options.scene != nullptr ? *the_board.options.scene : *zet_simulator_default_scene();
 }
 
+board_session &board_current_session()
+{
+    return the_board.session;
+}
+
 uint64_t board_now_us()
 {
     return the_board.running ? the_board.options.clock.now_us() : 0U;
+}
+
+instant board_now()
+{
+    const uint64_t now_us = board_now_us();
+    // Computing takes no time on the virtual clock.
+    const bool is_ideal = the_board.options.clock.now_us == zet_simulator_virtual_clock().now_us;
+    return {now_us, is_ideal ? now_us : the_board.ideal_us};
+}
+
+void board_start_scene()
+{
+    if (!the_board.session.scene_started)
+    {
+        the_board.ideal_us = board_now_us();
+        the_board.session.scene_started = true;
+        the_board.session.scene_start_us = the_board.ideal_us;
+    }
 }
 
 void board_sleep_us(uint64_t duration_us)
@@ -151,10 +181,11 @@ void board_sleep_us(uint64_t duration_us)
     if (the_board.running)
     {
         the_board.options.clock.sleep_until_us(board_now_us() + duration_us);
+        the_board.ideal_us += duration_us;
     }
 }
 
-void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us)
+void board_schedule_interrupt(zet_sensor_id_t sensor_id, const instant &time)
 {
     board_sensor *sensor = board_find_sensor(sensor_id);
     if (sensor == nullptr)
@@ -162,7 +193,7 @@ void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us)
         return;
     }
     const bool lost = board_next_fault(ZET_SIMULATOR_FAULT_LOST_INTERRUPT, sensor_id) != nullptr;
-    sensor->interrupt_time_us = lost ? no_interrupt : time_us;
+    sensor->interrupt = {lost ? no_interrupt : time.clock_us, time.ideal_us};
 }
 
 const zet_simulator_fault_t *board_next_fault(zet_simulator_fault_kind_t kind, zet_sensor_id_t sensor_id)
@@ -199,9 +230,12 @@ bool zet_simulator_start(const zet_simulator_options_t *options)
     std::memset(static_cast<void *>(sensors), 0, size);
     for (uint32_t i = 0; i < options->sensor_count; ++i)
     {
-        sensors[i].interrupt_time_us = no_interrupt;
+        sensors[i].interrupt.clock_us = no_interrupt;
     }
-    the_board = {true, *options, sensors, {}};
+    the_board = {};
+    the_board.running = true;
+    the_board.options = *options;
+    the_board.sensors = sensors;
     return true;
 }
 
@@ -258,13 +292,15 @@ bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, ui
     {
         return false;
     }
-    const uint64_t deadline_us = board_now_us() + uint64_t{timeout_ms} * 1000U;
-    const bool comes = sensor->interrupt_time_us <= deadline_us;
-    if (!wait_until(comes ? sensor->interrupt_time_us : deadline_us) || !comes)
+    const instant now = board_now();
+    const uint64_t timeout_us = uint64_t{timeout_ms} * 1000U;
+    const instant deadline = {now.clock_us + timeout_us, now.ideal_us + timeout_us};
+    const bool comes = sensor->interrupt.clock_us <= deadline.clock_us;
+    if (!wait_until(comes ? sensor->interrupt : deadline) || !comes)
     {
         return false;
     }
-    sensor->interrupt_time_us = no_interrupt;
+    sensor->interrupt.clock_us = no_interrupt;
     return true;
 }
 

@@ -15,15 +15,30 @@ namespace zet_simulator
 /** Time of an interrupt that is not expected. */
 constexpr uint64_t no_interrupt = UINT64_MAX;
 
+/** A point in time, as two clocks show it. */
+struct instant
+{
+    uint64_t clock_us; /**< the board's clock */
+    uint64_t ideal_us; /**< a clock that stands still while the board computes: only waiting advances it */
+};
+
 /** One sensor position. */
 struct board_sensor
 {
-    bool supplied;              /**< its supply is on */
-    bool enabled;               /**< its enable line is driven */
-    uint32_t reset_count;       /**< number of times that power or the enable line has reset it */
-    uint64_t interrupt_time_us; /**< when its interrupt comes, or no_interrupt */
-    uint32_t session_count;     /**< handles created so far; makes the noise of each session different */
-    bool in_use;                /**< has a handle */
+    bool supplied;          /**< its supply is on */
+    bool enabled;           /**< its enable line is driven */
+    uint32_t reset_count;   /**< number of times that power or the enable line has reset it */
+    instant interrupt;      /**< when its interrupt comes; at no_interrupt on the board's clock if never */
+    uint32_t session_count; /**< handles created so far; makes the noise of each session different */
+    bool in_use;            /**< has a handle */
+};
+
+/** What the sensors of a session have in common. It begins with a handle while there is no other. */
+struct board_session
+{
+    uint32_t handle_count;
+    bool scene_started;
+    uint64_t scene_start_us; /**< start of the first frame */
 };
 
 /** Returns the sensor position of an id; null when there is none. */
@@ -38,14 +53,23 @@ const zet_simulator_options_t &board_options();
 /** Returns the scene in use. */
 const zet_simulator_scene_t &board_scene();
 
+/** Returns the current session, or the last one. */
+board_session &board_current_session();
+
 /** Returns the time of the board's clock, in microseconds. */
 uint64_t board_now_us();
+
+/** Returns the current time on both clocks. */
+instant board_now();
+
+/** Starts the scene of the current session unless it has started. Both clocks agree then. */
+void board_start_scene();
 
 /** Sleeps for a time, in microseconds, on the board's clock. */
 void board_sleep_us(uint64_t duration_us);
 
 /** Sets when the interrupt of a sensor comes; a "lost_interrupt" of the scene may suppress it. */
-void board_schedule_interrupt(zet_sensor_id_t sensor_id, uint64_t time_us);
+void board_schedule_interrupt(zet_sensor_id_t sensor_id, const instant &time);
 
 /**
  * Counts a call of an operation of a sensor and looks for a fault of the scene that affects it.

@@ -37,7 +37,7 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
 {
     const measurement_program &program = sensor.program;
     const zet_simulator_scene_t &scene = board_scene();
-    const double start_s = sensor_scene_time_s(sensor, measured.start_us);
+    const double start_s = scene_time_s(measured.moment_us);
     noise_source noise = noise_of(sensor, measured.number);
     head.temperature = scene_temperature(scene, sensor.id, start_s);
     head.has_cca = program.listens;

@@ -77,7 +77,8 @@ bool has_room(const zet_sensor &sensor, const char *operation)
 {
     const auto id = static_cast<unsigned long>(sensor.id);
     const uint32_t slots = sensor.program.double_buffering ? frame_slots : 1U;
-    if (sensor.frames_waiting > 0U && board_now_us() < sensor.frames[sensor.frames_waiting - 1U].done_us)
+    if (sensor.frames_waiting > 0U &&
+        board_now_us() < sensor.frames[sensor.frames_waiting - 1U].done.clock_us)
     {
         library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu is still measuring; wait for its interrupt",
                     operation, id);
@@ -105,16 +106,6 @@ void place_frame(zet_sensor &sensor, measured_frame &frame)
     }
 }
 
-/** Starts the time of the scene with the first frame. */
-void start_scene(zet_sensor &sensor, uint64_t time_us)
-{
-    if (!sensor.scene_started)
-    {
-        sensor.scene_started = true;
-        sensor.scene_start_us = time_us;
-    }
-}
-
 /** Waits as long as a slow link needs to transfer a frame. */
 void transfer_frame(const zet_sensor &sensor)
 {
@@ -136,7 +127,7 @@ bool has_frame(const zet_sensor &sensor, const char *operation)
                     id);
         return false;
     }
-    if (board_now_us() < sensor.frames[0].done_us)
+    if (board_now_us() < sensor.frames[0].done.clock_us)
     {
         library_log(ZET_LOG_LEVEL_ERROR, "%s: sensor %lu is still measuring; wait for its interrupt",
                     operation, id);
@@ -187,10 +178,10 @@ bool zet_sensor_measure(zet_sensor_t *sensor)
         return false;
     }
     measured_frame &frame = found->frames[found->frames_waiting];
+    board_start_scene();
     place_frame(*found, frame);
-    start_scene(*found, frame.start_us);
     ++found->frames_waiting;
-    board_schedule_interrupt(found->id, frame.done_us);
+    board_schedule_interrupt(found->id, frame.done);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #ifndef ZET_SIMULATOR_SCHEDULE_H
 #define ZET_SIMULATOR_SCHEDULE_H
 
+#include "board/board.h"
 #include "sensor_library/program.h"
 
 namespace zet_simulator
@@ -18,7 +19,7 @@ namespace zet_simulator
 struct frame_grid
 {
     bool running;
-    uint64_t start_us;
+    instant start;
     double period_us;
     uint64_t next_index; /**< k of the next frame */
 };
@@ -26,8 +27,8 @@ struct frame_grid
 /** A frame that is being measured or waits to be read. */
 struct measured_frame
 {
-    uint64_t start_us;
-    uint64_t done_us;
+    double moment_us; /**< start, for what the sensor sees: on the ideal clock if the frame is on time */
+    instant done;
     uint64_t read_deadline_us; /**< a later read delays the next frame */
     uint32_t number;
     bool delayed;
@@ -37,10 +38,13 @@ struct measured_frame
 constexpr uint32_t frame_slots = 2;
 
 /**
- * Sets the times of a frame that is requested now.
+ * Sets the times of a frame that is requested now, in a session whose scene has started.
+ *
+ * With a frame rate, frames on time are measured at moments of the ideal clock, so that they do not depend on
+ * how long the board computes; all others at moments of the board's clock.
  *
  * @param grid   the sensor's frame timer; keeps running over prepares while the frame rate stays the same
- * @param frame  receives start, end, read deadline and whether it is late
+ * @param frame  receives moment, end, read deadline and whether it is late
  * @return the number of times of the frame timer that pass without a frame, because this one is late
  */
 uint64_t schedule_frame(const measurement_program &program, frame_grid &grid, measured_frame &frame);

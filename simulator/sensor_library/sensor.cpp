@@ -43,6 +43,16 @@ bool are_calibration_arguments_valid(const bool *cal_complete, const zet_cal_res
     return true;
 }
 
+/** Counts a new handle; the first one begins a session. */
+void count_handle()
+{
+    board_session &session = board_current_session();
+    if (session.handle_count++ == 0U)
+    {
+        session.scene_started = false;
+    }
+}
+
 /** Ends a calibration, successful or not: the sensor needs a reset then. */
 void end_calibration(zet_sensor &sensor)
 {
@@ -68,11 +78,12 @@ void begin_step(zet_sensor &sensor)
 {
     ++sensor.calibration_step;
     sensor.calibration_resets = board_find_sensor(sensor.id)->reset_count;
-    sensor.calibration_done_us = board_now_us() + calibration_step_us;
+    const instant now = board_now();
+    sensor.calibration_done_us = now.clock_us + calibration_step_us;
     library_diagnostic_log("sensor %lu: calibration step %lu of %lu", static_cast<unsigned long>(sensor.id),
                            static_cast<unsigned long>(sensor.calibration_step),
                            static_cast<unsigned long>(calibration_step_count));
-    board_schedule_interrupt(sensor.id, sensor.calibration_done_us);
+    board_schedule_interrupt(sensor.id, {sensor.calibration_done_us, now.ideal_us + calibration_step_us});
 }
 
 /** Runs the step that is due. */
@@ -143,20 +154,20 @@ void sensor_forget_measurements(zet_sensor &sensor)
 {
     sensor.program.config = nullptr;
     sensor.frames_waiting = 0;
-    board_find_sensor(sensor.id)->interrupt_time_us = no_interrupt;
+    board_find_sensor(sensor.id)->interrupt.clock_us = no_interrupt;
 }
 
-double sensor_scene_time_s(const zet_sensor &sensor, uint64_t time_us)
+double scene_time_s(double moment_us)
 {
     const double seconds_per_us = 1.0e-6;
-    return sensor.scene_started && time_us > sensor.scene_start_us
-               ? static_cast<double>(time_us - sensor.scene_start_us) * seconds_per_us
-               : 0.0;
+    const board_session &session = board_current_session();
+    const double since_start_us = moment_us - static_cast<double>(session.scene_start_us);
+    return session.scene_started && since_start_us > 0.0 ? since_start_us * seconds_per_us : 0.0;
 }
 
 int16_t sensor_temperature(const zet_sensor &sensor)
 {
-    return scene_temperature(board_scene(), sensor.id, sensor_scene_time_s(sensor, board_now_us()));
+    return scene_temperature(board_scene(), sensor.id, scene_time_s(static_cast<double>(board_now_us())));
 }
 
 } // namespace zet_simulator
@@ -197,6 +208,7 @@ zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
         sensor->id = sensor_id;
         sensor->session = position->session_count++;
         position->in_use = true;
+        count_handle();
     }
     return sensor;
 }
@@ -208,9 +220,10 @@ void zet_sensor_destroy(zet_sensor_t *sensor)
         return;
     }
     board_sensor *position = board_find_sensor(sensor->id);
-    if (position != nullptr)
+    if (position != nullptr && position->in_use)
     {
         position->in_use = false;
+        --board_current_session().handle_count;
     }
     object_destroy(sensor);
 }

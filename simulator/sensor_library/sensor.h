@@ -20,8 +20,8 @@ bool sensor_is_on(const zet_sensor &sensor, const char *operation);
 /** Drops a sensor's program, measurements and waiting frames. */
 void sensor_forget_measurements(zet_sensor &sensor);
 
-/** Returns the time of the scene for a sensor, at a time of the board's clock. */
-double sensor_scene_time_s(const zet_sensor &sensor, uint64_t time_us);
+/** Returns the time of the scene at a moment of the session, 0 before its first frame. */
+double scene_time_s(double moment_us);
 
 /** Returns the current temperature of a sensor. */
 int16_t sensor_temperature(const zet_sensor &sensor);
@@ -45,8 +45,6 @@ struct zet_sensor : zet_simulator::object
     zet_simulator::measured_frame frames[zet_simulator::frame_slots];
     uint32_t frames_waiting; /**< measured and not read */
     uint32_t frame_count;    /**< measured since the handle was created */
-    bool scene_started;
-    uint64_t scene_start_us; /**< start of the first frame */
 };
 
 #endif

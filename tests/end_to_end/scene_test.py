@@ -172,6 +172,31 @@ class Time(SceneTest):
         self.assertEqual(delayed, 0)
         self.assertEqual(real, virtual)
 
+    def payloads_of_a_pair(self, clock, rate):
+        """Payloads of a session in which two sensors of a group see the same moving target, and the delayed items."""
+        scene = {"targets": [{"distance_m": 1, "strength_m2": 0.5, "velocity_m_s": 2, "nearest_m": 0.9,
+                              "farthest_m": 1.1}]}
+        group = [{"sensor_id": sensor_id, "config": {"frame_rate": rate, "start_point": 360, "num_points": 80,
+                                                     "sweeps_per_frame": 3 * sensor_id}} for sensor_id in (1, 2)]
+        with Server("--tcp", "0", "--clock", clock, "--seed", "3", "--sensors", "2", "--scene",
+                    self.scene_file(scene)) as server, server.connect() as host:
+            host.ask("configure", configuration={"groups": [group]})
+            host.ask("start")
+            frames = [host.message() for _ in range(20)]
+        return [payload for _, payload in frames], [item["frame_delayed"] for header, _ in frames
+                                                    for item in header["result_info"][0]]
+
+    def test_two_sensors_of_a_group_give_the_same_bytes_on_both_clocks(self):
+        for rate in (20 / slower for slower in SLOWER):
+            virtual, delayed = self.payloads_of_a_pair("virtual", rate)
+            self.assertEqual(len(delayed), 2 * 20)
+            self.assertFalse(any(delayed))
+            real, delayed = self.payloads_of_a_pair("real", rate)
+            if not any(delayed):
+                break
+        self.assertFalse(any(delayed))
+        self.assertEqual(real, virtual)
+
     def test_the_virtual_clock_takes_no_real_time(self):
         # A frame that took its period in real time would arrive after the time-out.
         seconds = 128

@@ -104,7 +104,8 @@ class Session(unittest.TestCase):
             self.compare(second, frames, *frames_of(pc_host, pc_again, 20), with_ticks=False)
 
     def test_measures_the_same_as_the_port_for_a_pc_in_real_time(self):
-        configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 40, "frame_rate": 4}}]]}
+        config = {"num_points": 40, "frame_rate": 4}
+        configuration = {"groups": [[{"sensor_id": sensor_id, "config": config} for sensor_id in (1, 2)]]}
         with Board(virtual_clock=False, seed=3) as board, board.connect() as host, \
                 Server("--tcp", "0", "--seed", "3", "--sensors", "5") as server, server.connect() as pc_host:
             for _ in range(10):
