@@ -77,16 +77,20 @@ frame_timing timing_of(const zet_config &config, const parameter_block &block)
 
     frame_timing timing = {};
     timing.shortest_sweep_period_us = sweep_us + sweep_wake_us;
+    timing.frame_period_us =
+        timer_us(block.frame_rate_en, block.frame_rate_ref_clk_31_16, block.frame_rate_ref_clk_15_0);
+    // In the continuous sweep mode the sweeps divide the frame period, or their two rates, rounded each on
+    // its own, would drift apart and leave a gap after each frame.
     timing.sweep_period_us =
-        timer_us(block.sweep_rate_en, block.sweep_rate_ref_clk_31_16, block.sweep_rate_ref_clk_15_0);
+        block.frame_rate_sync_to_sweep_en != 0U
+            ? timing.frame_period_us / config.sweeps_per_frame
+            : timer_us(block.sweep_rate_en, block.sweep_rate_ref_clk_31_16, block.sweep_rate_ref_clk_15_0);
     if (timing.sweep_period_us < timing.shortest_sweep_period_us)
     {
         timing.sweep_period_us = timing.shortest_sweep_period_us;
     }
     timing.lead_us = frame_wake_us + (block.run_cca_measurement != 0U ? cca_us : 0.0);
     timing.frame_us = timing.lead_us + (config.sweeps_per_frame - 1) * timing.sweep_period_us + sweep_us;
-    timing.frame_period_us =
-        timer_us(block.frame_rate_en, block.frame_rate_ref_clk_31_16, block.frame_rate_ref_clk_15_0);
     return timing;
 }
 

@@ -267,6 +267,31 @@ TEST(timing, continuous_sweep_mode_spaces_sweeps_evenly_across_frames)
     }
 }
 
+TEST(timing, continuous_sweep_mode_has_no_seam_if_the_sweep_rate_is_a_little_higher)
+{
+    constexpr uint16_t sweeps = 1000;
+    zet_simulator_scene_t scene = scene_with_target(0.75F, 0.5F);
+    // 100 turns a second: 0.1 turn from sweep to sweep; at 1 metre when the second frame starts.
+    scene.targets[0].velocity_m_s = 0.25F;
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    zet_config_subsweep_start_point_set(sensor.config, 400, 0);
+    zet_config_subsweep_num_points_set(sensor.config, 1, 0);
+    zet_config_subsweep_hwaas_set(sensor.config, 511, 0);
+    zet_config_sweeps_per_frame_set(sensor.config, sweeps);
+    zet_config_frame_rate_set(sensor.config, 1.0F);
+    zet_config_sweep_rate_set(sensor.config, 1000.9F);
+    zet_config_continuous_sweep_mode_set(sensor.config, true);
+    ASSERT_TRUE(sensor.prepare()) << simulation::log();
+    std::vector<std::complex<float>> values = sensor.measure().samples;
+    const frame following = sensor.measure();
+    values.insert(values.end(), following.samples.begin(), following.samples.end());
+    for (size_t i = sweeps - 20; i < sweeps + 20; ++i)
+    {
+        EXPECT_NEAR(turns_between(values[i - 1], values[i]), 0.1, 0.005) << i;
+    }
+}
+
 TEST(timing, an_interrupt_is_raised_once_and_not_early)
 {
     const simulation simulation;
