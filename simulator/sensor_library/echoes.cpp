@@ -32,9 +32,9 @@ echo echo_at(const frame_signal &frame, const subsweep_signal &subsweep, double 
     float sine = 0.0F;
     float cosine = 0.0F;
     sine_and_cosine_of(phase_from_turns(frame.tx_frequency * steps), sine, cosine);
-    const auto laps = static_cast<double>(static_cast<int64_t>(steps / subsweep.unambiguous_steps));
+    const auto laps = static_cast<int32_t>(steps / subsweep.unambiguous_steps);
     const double apparent = steps - laps * subsweep.unambiguous_steps;
-    return {static_cast<float>(apparent - subsweep.start_point), amplitude * cosine, amplitude * sine};
+    return {static_cast<float>(apparent - subsweep.start_point), laps, amplitude * cosine, amplitude * sine};
 }
 
 } // namespace

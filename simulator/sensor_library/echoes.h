@@ -25,7 +25,9 @@ struct view
 /** An echo. */
 struct echo
 {
-    float centre; /**< middle of its response, in base steps from the first point */
+    float centre; /**< middle of its response to the latest pulse that can cause it, in base steps from the
+                     first point */
+    int32_t laps; /**< pulses sent between that one and the arrival of the echo */
     float real;   /**< its height and phase */
     float imag;
 };

@@ -35,14 +35,9 @@ struct block
     float imag[block_size];
 };
 
-/** Adds an echo to a block: (1 - x^2)^8 is a bell curve that ends at x = 1. */
-void add_echo(const echo &echo, float first, float step, float half_width, block &values, uint32_t count)
+/** Adds the response to one pulse: (1 - x^2)^8 is a bell curve that ends at x = 1. */
+void add_response(const echo &echo, float start, float step, float half_width, block &values, uint32_t count)
 {
-    const float start = first - echo.centre;
-    if (start > half_width || start + step * static_cast<float>(count) < -half_width)
-    {
-        return;
-    }
     const float scale = 1.0F / (half_width * half_width);
     for (uint32_t i = 0; i < count; ++i)
     {
@@ -54,6 +49,30 @@ void add_echo(const echo &echo, float first, float step, float half_width, block
         const float bell = fourth * fourth;
         values.real[i] += echo.real * bell;
         values.imag[i] += echo.imag * bell;
+    }
+}
+
+/**
+ * Adds an echo to a block. Each pulse sent so far causes a response, and those of earlier pulses are nearer
+ * by the unambiguous distance each.
+ */
+void add_echo(const echo &echo, const subsweep_signal &subsweep, float first, block &values, uint32_t count)
+{
+    const float step = subsweep.step_length;
+    const float half_width = subsweep.half_width;
+    const auto distance = static_cast<float>(subsweep.unambiguous_steps);
+    const float end = first + step * static_cast<float>(count) + half_width;
+    float centre = echo.centre;
+    for (int32_t lap = 0; lap < echo.laps && centre + distance < end; ++lap)
+    {
+        centre += distance;
+    }
+    for (; centre + half_width > first; centre -= distance)
+    {
+        if (centre < end)
+        {
+            add_response(echo, first - centre, step, half_width, values, count);
+        }
     }
 }
 
@@ -165,7 +184,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
         block values = {};
         for (uint32_t i = 0; i < echo_count; ++i)
         {
-            add_echo(echoes[i], first_step, subsweep.step_length, subsweep.half_width, values, count);
+            add_echo(echoes[i], subsweep, first_step, values, count);
         }
         if (turns && echo_count > 0U)
         {

@@ -432,6 +432,47 @@ TEST(signal, a_target_beyond_the_unambiguous_range_appears_closer)
     EXPECT_GT(std::abs(measured.samples[100]), 1000.0F);
 }
 
+TEST(signal, a_target_crosses_the_unambiguous_range_gradually)
+{
+    constexpr double range_steps = 3074.794;
+    constexpr int32_t near_point = 20;
+    constexpr int32_t far_point = 3050;
+    // Profile 3: the response ends 137.46 base steps from the target.
+    const auto bell = [](double offset) {
+        const double inside = 1.0 - std::pow(offset / 137.46, 2.0);
+        return inside > 0.0 ? std::pow(inside, 8.0) : 0.0;
+    };
+    zet_simulator_scene_t scene = scene_with_target(1.0F, 1000.0F);
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    zet_config_num_subsweeps_set(sensor.config, 2);
+    for (uint8_t i = 0; i < 2; ++i)
+    {
+        zet_config_subsweep_start_point_set(sensor.config, i == 0 ? near_point : far_point, i);
+        zet_config_subsweep_num_points_set(sensor.config, 1, i);
+        zet_config_subsweep_hwaas_set(sensor.config, 511, i);
+        zet_config_subsweep_prf_set(sensor.config, ZET_CONFIG_PRF_19_5_MHZ, i);
+        zet_config_subsweep_iq_imbalance_compensation_set(sensor.config, true, i);
+    }
+    zet_config_subtract_in_buffer_set(sensor.config, true);
+    ASSERT_TRUE(sensor.prepare());
+    scene.targets[0].sensor_id = 2;
+    const std::vector<std::complex<float>> without_target = sensor.measure().samples;
+    scene.targets[0].sensor_id = 0;
+    for (double past = -200.0; past <= 200.0; past += 5.0)
+    {
+        const double distance_m = (range_steps + past) * static_cast<double>(meters_per_step);
+        scene.targets[0].distance_m = static_cast<float>(distance_m);
+        const double amplitude = 8000.0 * std::sqrt(1000.0) / (distance_m * distance_m);
+        const frame measured = sensor.measure();
+        const auto level = [&](size_t i) {
+            return static_cast<double>(std::abs(measured.samples[i] - without_target[i]));
+        };
+        EXPECT_NEAR(level(0), amplitude * bell(near_point - past), 60.0) << past;
+        EXPECT_NEAR(level(1), amplitude * bell(far_point - range_steps - past), 60.0) << past;
+    }
+}
+
 TEST(signal, each_sensor_measures_its_own_targets)
 {
     zet_simulator_scene_t scene = scene_with_target(0.5F, 1.0F);
