@@ -28,7 +28,7 @@ struct frame_head
     uint32_t magic;
     uint32_t sample_count;
     uint32_t frame_number; /**< counts the frames of a session */
-    float cca_value;       /**< power of interference divided by that of the receiver's noise; 0 when clear */
+    float cca_value;       /**< result of the clear-channel measurement; at most 0 when clear */
     int16_t temperature;
     bool has_cca;
     bool data_saturated;

@@ -202,7 +202,7 @@ float synthesis_listen(const view &view, noise_source &noise)
 {
     constexpr uint32_t listen_count = 256;
     // More than five standard deviations of the mean power of this many complex numbers.
-    const float threshold = 0.35F;
+    const float reach_of_noise = 0.35F;
     float power = 0.0F;
     for (uint32_t i = 0; i < listen_count; i += block_size)
     {
@@ -214,8 +214,8 @@ float synthesis_listen(const view &view, noise_source &noise)
         }
     }
     const float own = power / static_cast<float>(2U * listen_count);
-    const float excess = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s)) - 1.0F;
-    return excess > threshold ? excess : 0.0F;
+    const float heard = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s));
+    return heard - 1.0F - reach_of_noise;
 }
 
 } // namespace zet_simulator

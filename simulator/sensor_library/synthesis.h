@@ -24,8 +24,8 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
 /**
  * Listens with the transmitter off, for the clear-channel assessment.
  *
- * @return power of interfering signals as a multiple of the receiver's noise power; 0 when the received
- *         signal may be just that noise
+ * @return power of interfering signals as a multiple of the receiver's noise power, less what that noise
+ * alone can reach: above 0 only with interfering signals
  */
 float synthesis_listen(const view &view, noise_source &noise);
 

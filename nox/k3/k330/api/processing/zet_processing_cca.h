@@ -19,8 +19,8 @@ extern "C" {
  *
  * @param processing  the processing of the frame's configuration
  * @param buffer      a buffer filled by zet_sensor_read; not changed
- * @param cca_value   receives the value, 0 for a clear channel and larger with stronger interference;
- *                    unchanged on failure
+ * @param cca_value   receives the value, at most 0 for a clear channel and larger with stronger
+ *                    interference; unchanged on failure
  * @return false when the frame contains no clear-channel measurement; the frame is not processed then
  */
 bool zet_processing_cca_check(const zet_processing_t *processing, const void *buffer, float *cca_value);
