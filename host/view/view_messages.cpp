@@ -146,12 +146,15 @@ ordered_json view_faults(const fault_list &faults)
     for (const auto &fault : faults.first())
     {
         list.push_back({{"pointer", fault.pointer},
+                        {"members", fault.members},
                         {"message", "got " + fault.got + "; allowed: " + fault.allowed},
                         {"nearest", fault.nearest.is_number() ? fault.nearest : ordered_json()}});
     }
     if (faults.further() > 0)
     {
-        list.push_back({{"pointer", ""}, {"message", "and " + counted(faults.further(), "further fault")}});
+        list.push_back({{"pointer", ""},
+                        {"members", ordered_json::array()},
+                        {"message", "and " + counted(faults.further(), "further fault")}});
     }
     return list;
 }

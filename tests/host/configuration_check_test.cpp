@@ -21,6 +21,7 @@ namespace
 
 using nlohmann::json;
 using test::document_with;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -185,6 +186,35 @@ TEST(configuration_check, reports_what_breaks_a_rule_between_members)
     }
 }
 
+TEST(configuration_check, names_all_members_of_a_broken_rule)
+{
+    const std::vector<std::pair<json, std::vector<std::string>>> cases = {
+        {{{"start_point", 3800}}, {"/num_points", "/prf", "/start_point", "/step_length"}},
+        {{{"subsweeps", {json::object(), {{"start_point", 3600}, {"step_length", 2}, {"prf", "19_5_MHz"}}}}},
+         {"/subsweeps/1/num_points", "/subsweeps/1/prf", "/subsweeps/1/start_point",
+          "/subsweeps/1/step_length"}},
+        {{{"subsweeps", {{{"num_points", 3000}}, {{"num_points", 2000}}}}, {"sweeps_per_frame", 200}},
+         {"/subsweeps/0/num_points", "/subsweeps/1/num_points", "/sweeps_per_frame"}},
+        {{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}},
+         {"/inter_frame_idle_state", "/inter_sweep_idle_state"}},
+        {{{"continuous_sweep_mode", true}, {"frame_rate", 0.1}, {"sweeps_per_frame", 3}},
+         {"/continuous_sweep_mode", "/frame_rate", "/sweep_rate", "/sweeps_per_frame"}},
+    };
+    for (const auto &[config, expected] : cases)
+    {
+        std::vector<std::string> members;
+        for (const auto &name : expected)
+        {
+            members.push_back("/groups/0/0/config" + name);
+        }
+        EXPECT_EQ(fault_of(document_with(config)).members, members) << config;
+    }
+    auto paced = document_with({{"frame_rate", 10}});
+    paced["max_update_rate"] = 10;
+    EXPECT_THAT(fault_of(paced).members, ElementsAre("/groups/0/0/config/frame_rate", "/max_update_rate"));
+    EXPECT_THAT(fault_of(document_with({{"hwaas", 0}})).members, IsEmpty());
+}
+
 TEST(configuration_check, refuses_rates_that_the_sensor_cannot_reach)
 {
     EXPECT_THAT(check_configuration(document_with({{"frame_rate", 2530}, {"sweep_rate", 10492}})), IsEmpty());
@@ -206,6 +236,7 @@ TEST(configuration_check, refuses_the_same_sensor_twice_in_a_group)
     EXPECT_THAT(check_configuration({{"groups", {{item, other}, {item}}}}), IsEmpty());
     const auto fault = fault_of({{"groups", {{item, other, item}}}});
     EXPECT_EQ(fault.pointer, "/groups/0/2/sensor_id");
+    EXPECT_THAT(fault.members, ElementsAre("/groups/0/2/sensor_id"));
     EXPECT_EQ(fault.got, "2");
     EXPECT_EQ(fault.allowed, "each sensor only once in a group; use another group to measure twice with it");
     EXPECT_EQ(json(fault.nearest), nullptr);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -57,10 +58,56 @@ public:
         const auto where = has_member ? place / rule_["at"].get<std::string>() : place;
         const auto got = has_member ? member(rule_["at"]).dump() : fill(rule_["got"]);
         return {where.to_string(), got, fill(rule_["allowed"]),
-                rule_.contains("lower") ? lower() : nlohmann::ordered_json::parse(fill(rule_["nearest"]))};
+                rule_.contains("lower") ? lower() : nlohmann::ordered_json::parse(fill(rule_["nearest"])),
+                members(place)};
     }
 
 private:
+    /** The members that the rule names, as pointers. */
+    [[nodiscard]] std::vector<std::string> members(const pointer &place) const
+    {
+        std::set<std::string> found;
+        for (const char *part : {"when", "at", "value", "bound"})
+        {
+            collect(rule_.value(part, json()), place, found);
+        }
+        return {found.begin(), found.end()};
+    }
+
+    /** Collects the members that a part of the rule names. */
+    void collect(const json &part, const pointer &place, std::set<std::string> &found) const
+    {
+        for (const auto &each : part.is_array() ? part : json::array())
+        {
+            collect(each, place, found);
+        }
+        if (part.is_string())
+        {
+            collect_member(part, place, found);
+        }
+    }
+
+    /** Collects a member, of each sub-sweep if it is one of theirs. Operations and figures are not members.
+     */
+    void collect_member(const std::string &name, const pointer &place, std::set<std::string> &found) const
+    {
+        const auto &schema = configuration_schema();
+        const auto &shared = schema["properties"];
+        const auto &inner = schema["$defs"];
+        const auto subsweeps = object_.value("subsweeps", json::array());
+        if (!subsweeps.empty() && inner["subsweep"]["properties"].contains(name))
+        {
+            for (size_t i = 0; i < subsweeps.size(); ++i)
+            {
+                found.insert((place / "subsweeps" / i / name).to_string());
+            }
+        }
+        else if (shared.contains(name) || inner.contains(name) || object_.contains(name))
+        {
+            found.insert(((shared.contains(name) ? pointer() : place) / name).to_string());
+        }
+    }
+
     /** A member, or its default; null if it has neither. */
     [[nodiscard]] const json &member(const std::string &name) const
     {

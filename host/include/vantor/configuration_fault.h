@@ -26,6 +26,7 @@ struct configuration_fault
     std::string allowed;            /**< what is allowed there, or why this is not */
     nlohmann::ordered_json nearest; /**< the closest allowed value: for an object, an object with the members
                                          to change; for a list, a number of elements; null if there is none */
+    std::vector<std::string> members = {}; /**< of a rule between members: all that it names, as pointers */
 };
 
 /** The first faults of a document, and the number of all. */

@@ -84,15 +84,16 @@ export class Editor {
 	}
 
 	/** @param {Fault} fault */
-	showFault({ pointer, message, nearest }) {
+	showFault({ pointer, members, message, nearest }) {
 		const known = closest(pointer, this.places.keys());
 		const place = this.places.get(known) ?? this.form;
 		const shown = element('p', 'fault', known === pointer ? message : `${pointer} ${message}`);
 		if (typeof nearest === 'number') {
 			shown.append(' ', this.action(`Use ${nearest}`, () => setIn(this.document, pathOf(pointer), nearest)));
 		}
-		place.querySelector('input, select')?.setAttribute('aria-invalid', 'true');
 		place.append(shown);
+		[pointer, ...members].map((field) => this.places.get(field)).forEach((field) => field instanceof HTMLLabelElement
+			&& field.querySelector('input, select')?.setAttribute('aria-invalid', 'true'));
 	}
 
 	/** Makes the form again. */

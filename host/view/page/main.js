@@ -113,7 +113,8 @@ function receiveText(message) {
 			note(message.for === 'every' ? '' : message.text);
 			break;
 		case 'failed':
-			note(message.message);
+			// Faults are shown in the form, until they are corrected.
+			note(message.faults ? '' : message.message);
 			if (message.for === 'apply') {
 				editor.show(message.message, message.faults ?? [], []);
 			}

@@ -102,6 +102,8 @@ interface Log {
 
 interface Fault {
   pointer: string;
+  /** All members that a broken rule between members names. */
+  members: string[];
   message: string;
   nearest?: number | null;
 }

@@ -34,10 +34,34 @@ describe('configuration', () => {
     await page.click('#apply');
     await page.textBecomes('#verdict', /faults/);
     assert.equal((await page.numbers()).session, session);
+    await page.textBecomes('#verdict', /correct them first/);
     await page.click(`${FIELD} .fault button`);
     await page.tab.locator('.fault').first().waitFor({ state: 'detached' });
     assert.match(await page.tab.inputValue(`${FIELD} input`), /^\d+$/);
     assert.notEqual(await page.tab.inputValue(`${FIELD} input`), '99999');
+    await page.tab.fill(`${FIELD} input`, '100');
+    await page.tab.locator('#verdict:empty').waitFor({ state: 'attached' });
+    assert.equal(await page.tab.locator('.fault').count(), 0);
+    assert.equal(await page.text('#done'), '');
+  });
+
+  test('a fault between members is marked at all of them', async () => {
+    const names = ['inter_frame_idle_state', 'inter_sweep_idle_state'];
+    const [frame, sweep] = names.map((name) => page.tab.locator(`[data-pointer$="/${name}"] select`));
+    await frame.selectOption('ready');
+    await sweep.selectOption('sleep');
+    await page.tab.locator('.fault').first().waitFor();
+    const marked = await page.tab.locator('[aria-invalid]').evaluateAll((all) =>
+      all.map((field) => field.closest('label').dataset.pointer.split('/').pop()));
+    assert.deepEqual(marked, names);
+    await page.tab.fill(`${FIELD.replace('num_points', 'start_point')} input`, '3800');
+    await page.tab.locator('.fault', { hasText: 'last point' }).waitFor();
+    assert.equal(await page.tab.locator('[aria-invalid]').count(), 6);
+    await page.screenshot('fault-between-members');
+    await page.tab.fill(`${FIELD.replace('num_points', 'start_point')} input`, '120');
+    await frame.selectOption('');
+    await sweep.selectOption('');
+    await page.tab.locator('[aria-invalid]').first().waitFor({ state: 'detached' });
   });
 
   test('what is not a number is a fault', async () => {
