@@ -4,6 +4,7 @@
 #include "view/viewers.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "vantor/configuration.h"
@@ -132,13 +133,15 @@ void viewers::add(const std::shared_ptr<const frame> &received)
 
 void viewers::opened(uint64_t number)
 {
+    const auto name = free_name();
     auto &who = viewers_[number];
+    who.name = name;
     if (controller_ == 0)
     {
         controller_ = number;
     }
     auto hello = hello_;
-    hello["viewer"] = number;
+    hello["viewer"] = name;
     hello["viewers"] = viewers_.size();
     hello["controls"] = controls(number);
     queue_text(number, who, hello);
@@ -151,6 +154,22 @@ void viewers::opened(uint64_t number)
         who.frames.add(std::make_shared<const std::string>(encode_frame(*last_)));
     }
     who.state_due = !state_now_.is_null();
+}
+
+/** The lowest number that no viewer has as its name. */
+uint64_t viewers::free_name() const
+{
+    std::set<uint64_t> used;
+    for (const auto &[number, who] : viewers_)
+    {
+        used.insert(who.name);
+    }
+    uint64_t name = 1;
+    while (used.contains(name))
+    {
+        ++name;
+    }
+    return name;
 }
 
 void viewers::received(uint64_t number, std::string &&text)
@@ -341,7 +360,9 @@ std::string viewers::state_text(uint64_t number, const viewer &who) const
     state["dropped"] = who.frames.dropped();
     state["viewers"] = viewers_.size();
     state["controls"] = controls(number);
-    state["controller"] = controller_ == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(controller_);
+    const auto controller = viewers_.find(controller_);
+    state["controller"] = controller == viewers_.end() ? nlohmann::ordered_json()
+                                                       : nlohmann::ordered_json(controller->second.name);
     return message_text(state);
 }
 

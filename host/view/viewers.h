@@ -118,6 +118,7 @@ private:
     /** A viewer, and what waits for it. */
     struct viewer
     {
+        uint64_t name = 0; /**< a number that people see; the others identify connections */
         std::deque<std::shared_ptr<const std::string>> texts; /**< except lines of the log */
         size_t text_bytes = 0;                                /**< of all texts */
         std::deque<std::shared_ptr<const std::string>> lines; /**< of the log */
@@ -134,6 +135,7 @@ private:
     void closed(uint64_t number) override;
     void tick() override;
 
+    [[nodiscard]] uint64_t free_name() const;
     void accept(const viewer_request &request, std::string &&text);
     void queue_request(waiting_request &&request);
     void take_control(uint64_t number);

@@ -351,6 +351,20 @@ class SeveralViewers(InDirectory):
             with view.connect() as third:
                 self.assertTrue(third.next("hello")["controls"])
 
+    def test_viewers_have_the_lowest_free_numbers(self):
+        view = self.view(SINGLE)
+        with view.connect() as first:
+            self.assertEqual(first.next("hello")["viewer"], 1)
+            with view.connect() as second:
+                self.assertEqual(second.next("hello")["viewer"], 2)
+                second.ask("take_control")
+                self.assertEqual(first.state_with(lambda state: state["controller"] != 1)["controller"], 2)
+                with view.connect() as third:
+                    self.assertEqual(third.next("hello")["viewer"], 3)
+            first.state_with(lambda state: state["viewers"] == 1)
+            with view.connect() as another:
+                self.assertEqual(another.next("hello")["viewer"], 2)
+
     def test_a_viewer_that_does_not_read_holds_nothing_back(self):
         view = self.view(TWO_SENSORS, "--connect", "sim:--clock virtual", "--record", "all")
         with view.connect(buffer=4096) as stopped, view.connect() as reading:

@@ -57,5 +57,5 @@ export function showState(state) {
 	for (const [name, use] of Object.entries({ memory, stack })) {
 		showFigure(name, use ? `${bytesText(use.peak)} of ${bytesText(use.size)}` : '');
 	}
-	showFigure('viewers', String(state.viewers));
+	showFigure('viewers', `${state.viewers}, you are viewer ${app.hello?.viewer}`);
 }

@@ -35,6 +35,7 @@ type Figure = [label: string, value: string];
 interface Hello {
   type: 'hello';
   version: string;
+  /** As in the state, when it controls: the lowest number that no other viewer had. */
   viewer: number;
   viewers: number;
   controls: boolean;

@@ -36,7 +36,8 @@ describe('viewers', () => {
   test('a second viewer watches, and takes control', async () => {
     const other = await Page.open(browser, view.url);
     await other.until(({ state }) => state?.viewers === 2 && state.controls === false);
-    await other.textBecomes('#notes', /You are watching; viewer \d+ controls/);
+    await other.textBecomes('#notes', /You are watching; viewer 1 controls/);
+    assert.equal(await other.figure('viewers'), '2, you are viewer 2');
     for (const name of ['#record', '#keep', '#apply']) {
       assert.equal(await other.tab.locator(name).isDisabled(), true, name);
     }
