@@ -52,12 +52,6 @@ std::string view_level(const std::string &level)
     return lower == "error" || lower == "warning" || lower == "info" ? lower : "verbose";
 }
 
-/** Part of the statistics of a server; null if unknown. */
-nlohmann::ordered_json part_of(const nlohmann::ordered_json &statistics, const char *name)
-{
-    return statistics.is_object() && statistics.contains(name) ? statistics[name] : nlohmann::ordered_json();
-}
-
 } // namespace
 
 /** A session, and what is known of its stream. */
@@ -414,8 +408,8 @@ nlohmann::ordered_json live_view::state() const
         {"reason", reason_.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(reason_)},
         {"rate_due", session_ ? session_->source.nominal_rate() : 0.0},
         {"recorder", recorder_.state()},
-        {"memory", part_of(statistics_, "memory")},
-        {"stack", part_of(statistics_, "stack")},
+        {"memory", usage_in(statistics_, "memory", {"live", "peak", "size"})},
+        {"stack", usage_in(statistics_, "stack", {"peak", "size"})},
         {"position", nullptr}};
     const stream_watch nothing({}, loop_);
     (session_ ? session_->watch : nothing).add_to(all);

@@ -124,7 +124,7 @@ private:
     bool link_lost_ = false;                     /**< the client has to connect again */
     std::string reason_;                         /**< why there is no session */
     bool keeping_ = false;                       /**< the last frames are being written */
-    nlohmann::ordered_json statistics_;          /**< of the server; null if unknown */
+    nlohmann::json statistics_;                  /**< of the server; null if unknown */
     event_loop::time_point next_statistics_;
     std::vector<recording_outcome> failed_recordings_;
 };

@@ -3,7 +3,6 @@
  */
 #include "view/view_messages.h"
 
-#include <cmath>
 #include <utility>
 
 #include "configuration/sensor_knowledge.h"
@@ -30,18 +29,26 @@ json first_setting(const item_configuration &item, const std::string &name)
     return member_or_default(config.contains("subsweeps") ? config["subsweeps"].at(0) : config, name);
 }
 
+/** A figure that a server reports; another one if it does not know it, or it is not possible. */
+double reported_or(double reported, double least, double most, double otherwise)
+{
+    return reported >= least && reported <= most ? reported : otherwise;
+}
+
 /** The sub-sweeps of an item. */
 ordered_json subsweeps_of(const item_layout &layout, const item_configuration &item)
 {
+    constexpr double least_m = 1e-6;
+    const double base_step = reported_or(layout.base_step_length_m, least_m, 1.0, sensor_figure("base_step"));
     auto list = ordered_json::array();
     for (size_t i = 0; i < layout.subsweeps.size(); ++i)
     {
         const auto &place = layout.subsweeps[i];
-        const double step = item.subsweeps.at(i).step_length * layout.base_step_length_m;
+        const auto &range = item.subsweeps.at(i);
         list.push_back({{"offset", place.offset},
                         {"points", place.length},
-                        {"start_m", place.length > 0 ? layout.distances_m[place.offset] : 0.0},
-                        {"step_m", step}});
+                        {"start_m", range.start_point * base_step},
+                        {"step_m", range.step_length * base_step}});
     }
     return list;
 }
@@ -49,7 +56,9 @@ ordered_json subsweeps_of(const item_layout &layout, const item_configuration &i
 /** An item of a session. */
 ordered_json item_of(const item_layout &layout, const item_configuration &item, double rate)
 {
-    const double reported = std::isfinite(layout.max_sweep_rate) ? layout.max_sweep_rate : 0.0;
+    constexpr double least_hz = 1e-3;
+    constexpr double most_hz = 1e9;
+    const double reported = reported_or(layout.max_sweep_rate, least_hz, most_hz, 0.0);
     const double sweep_rate = item.sweep_rate > 0.0 ? item.sweep_rate : reported;
     return {{"group", layout.group},
             {"index", layout.index},
@@ -157,6 +166,23 @@ ordered_json view_faults(const fault_list &faults)
                         {"message", "and " + counted(faults.further(), "further fault")}});
     }
     return list;
+}
+
+ordered_json usage_in(const json &statistics, const std::string &name,
+                      const std::vector<std::string> &figures)
+{
+    const auto memory = statistics.is_object() ? statistics.value(name, json()) : json();
+    auto usage = ordered_json::object();
+    for (const auto &figure : figures)
+    {
+        const auto bytes = memory.is_object() ? memory.value(figure, json()) : json();
+        if (!bytes.is_number_unsigned())
+        {
+            return nullptr;
+        }
+        usage[figure] = bytes;
+    }
+    return usage;
 }
 
 std::string lost_lines_text(uint64_t lines)

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -59,6 +60,16 @@ nlohmann::ordered_json failed_message(const std::string &type, const std::string
 
 /** Faults of a configuration, as viewers receive them. */
 nlohmann::ordered_json view_faults(const fault_list &faults);
+
+/**
+ * What a board uses of a memory, from the statistics of its server; null unless they are numbers of bytes.
+ *
+ * @param statistics  as received: a server can send anything
+ * @param name        of the memory
+ * @param figures     the names of the numbers
+ */
+nlohmann::ordered_json usage_in(const nlohmann::json &statistics, const std::string &name,
+                                const std::vector<std::string> &figures);
 
 /** Says how many lines of the log a viewer has not received. */
 std::string lost_lines_text(uint64_t lines);

@@ -4,9 +4,11 @@
 #include "view/view_requests.h"
 
 #include <fstream>
+#include <limits>
 
 #include <gmock/gmock.h>
 
+#include "example_recording.h"
 #include "temporary_directory.h"
 #include "view/recording_name.h"
 #include "view/view_messages.h"
@@ -71,7 +73,59 @@ TEST(view_messages, show_each_fault_of_a_configuration_with_the_nearest_value)
     ASSERT_EQ(answer["faults"].size(), 1U);
     EXPECT_EQ(answer["faults"][0]["pointer"], "/groups/0/0/config/hwaas");
     EXPECT_EQ(answer["faults"][0]["nearest"], 511);
+    EXPECT_TRUE(answer["faults"][0]["members"].empty());
     EXPECT_THAT(answer["faults"][0]["message"].get<std::string>(), HasSubstr("got 100000; allowed: "));
+}
+
+TEST(view_messages, show_all_members_of_a_fault_between_them)
+{
+    const auto config = json{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}};
+    const auto answer = checked_message({{"id", 3}, {"configuration", configuration_with(config)}});
+    ASSERT_EQ(answer["faults"].size(), 1U);
+    EXPECT_EQ(answer["faults"][0]["members"], json::array({"/groups/0/0/config/inter_frame_idle_state",
+                                                           "/groups/0/0/config/inter_sweep_idle_state"}));
+}
+
+TEST(view_messages, show_only_figures_of_memory_that_are_numbers)
+{
+    const auto statistics = json::parse(R"({"memory": {"live": 1, "peak": 2, "size": 3, "failures": "x"}})");
+    EXPECT_EQ(usage_in(statistics, "memory", {"live", "peak", "size"}).dump(),
+              R"({"live":1,"peak":2,"size":3})");
+    for (const char *wrong :
+         {"null", "[]", "5", "{}", R"({"memory": null})", R"({"memory": "much"})",
+          R"({"memory": {"peak": 2}})", R"({"memory": {"peak": "2", "size": 3}})",
+          R"({"memory": {"peak": 2, "size": null}})", R"({"memory": {"peak": 2, "size": 1e308}})",
+          R"({"memory": {"peak": -2, "size": 3}})", R"({"memory": [2, 3]})"})
+    {
+        EXPECT_TRUE(usage_in(json::parse(wrong), "memory", {"peak", "size"}).is_null()) << wrong;
+    }
+}
+
+TEST(view_messages, show_usual_figures_if_the_server_does_not_know_them)
+{
+    const auto shown_with = [](double base_step, double sweep_rate) {
+        auto session = test::example_description();
+        session.metadata.items[0].base_step_length_m = base_step;
+        session.metadata.items[0].max_sweep_rate = sweep_rate;
+        return session_message(1, session)["items"][0];
+    };
+    // The length of a base step in docs/k330.json.
+    constexpr double usual = 0.0025;
+    const auto expected = shown_with(usual, 0.0);
+    EXPECT_GT(expected["subsweeps"][0]["start_m"], 0.0);
+    EXPECT_EQ(expected["sweep_rate"], 0.0);
+    const double unknown = std::numeric_limits<double>::quiet_NaN();
+    for (const auto &[step, rate] :
+         {std::pair(unknown, unknown), std::pair(1e-300, 1e-300), std::pair(usual, 1e308)})
+    {
+        EXPECT_EQ(shown_with(step, rate), expected) << step << ", " << rate;
+    }
+    const auto other = shown_with(2 * usual, 3000.0);
+    EXPECT_EQ(other["sweep_rate"], 3000.0);
+    for (const char *length : {"start_m", "step_m"})
+    {
+        EXPECT_DOUBLE_EQ(other["subsweeps"][0][length], expected["subsweeps"][0][length].get<double>() * 2.0);
+    }
 }
 
 TEST(view_messages, show_the_figures_of_a_configuration_without_faults)
