@@ -12,7 +12,7 @@ import { FrameRing } from './ring.js';
 import { isLost, showFigure, showNothing, showState } from './state.js';
 import { askEvery, freeze, showTimeline, startTimeline } from './timeline.js';
 import { showToolbar, startToolbar } from './toolbar.js';
-import { box, element, setText, view } from './view.js';
+import { box, element, setCutText, view } from './view.js';
 
 /** Least milliseconds between two pictures, for 60 a second. */
 const PICTURE_PERIOD = 15;
@@ -90,9 +90,8 @@ function receiveText(message) {
 		case 'hello':
 			app.hello = message;
 			editor.schema = message.schema;
-			setText(box('name'), message.name);
-			setText(box('source'), message.source);
-			box('source').title = message.source;
+			setCutText(box('name'), message.name);
+			setCutText(box('source'), message.source);
 			askEvery();
 			document.title = `${message.name} – vantor view`;
 			break;
@@ -153,8 +152,8 @@ function note(text) {
 function showNotes() {
 	const { state } = app;
 	const advice = state?.calibration_needed ? 'The temperature changed: calibrate again.' : '';
-	setText(box('done'), performance.now() - doneTime < NOTE_PERIOD ? done : '');
-	setText(box('notes'), trouble || (state?.controls === false
+	setCutText(box('done'), performance.now() - doneTime < NOTE_PERIOD ? done : '');
+	setCutText(box('notes'), trouble || (state?.controls === false
 		? `You are watching; ${state.controller ? `viewer ${state.controller}` : 'nobody'} controls. ${advice}` : advice));
 	box('notice').hidden = box('notes').textContent === '';
 	document.body.classList.toggle('lost', isLost());
@@ -181,7 +180,7 @@ function picture(now) {
 }
 
 function resize() {
-	main.classList.toggle('large', app.panels.length === 1 || main.clientWidth < 800);
+	main.classList.toggle('large', app.panels.length === 1 || main.clientWidth < 1000);
 	app.panels.filter(({ visible }) => visible).forEach((panel) => panel.resize());
 }
 

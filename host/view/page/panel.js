@@ -34,7 +34,7 @@ export class Panel {
 		this.waterfall = new Waterfall(this.cell('Level over time', []), this);
 		this.phase = new PhasePlot(this.cell('Phase at A', [['trace', 'positive: away'], ['noise', 'uncertain']]), this);
 		this.velocity = layout.sweeps < FEWEST_SWEEPS ? null
-			: new VelocityPicture(this.cell('Velocity, between sweeps', [['', 'positive: away']]), this);
+			: new VelocityPicture(this.cell('Velocity in a frame', [['', 'positive: away']]), this);
 		this.charts.forEach((chart) => this.attach(chart));
 		this.root = this.build();
 		host.append(this.root);
@@ -56,7 +56,9 @@ export class Panel {
 	cell(title, keys) {
 		const host = element('div', 'plot');
 		const names = keys.map(([name, text]) => element('span', `key ${name}`, text));
-		this.grid.append(element('figure', '', '', element('figcaption', '', title, ...names), host));
+		const caption = element('figcaption', '', title, ...names);
+		caption.title = [title, ...keys.map(([, text]) => text)].join(', ');
+		this.grid.append(element('figure', '', '', caption, host));
 		return host;
 	}
 

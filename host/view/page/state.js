@@ -21,6 +21,7 @@ export function showFigure(name, text, alarming = false) {
 		box('figures').append(cell[0]);
 	}
 	setText(cell[1], text);
+	cell[0].title = text;
 	cell[0].hidden = text === '';
 	cell[0].classList.toggle('alarming', alarming);
 }

@@ -79,8 +79,8 @@ export function showToolbar(state) {
 	button('control').hidden = !state || state.controls;
 	button('calibrate').hidden = !state?.calibration_needed;
 	setText(button('record'), recorder ? 'Stop' : 'Record');
-	showFigure('recorder', !recorder ? '' : recorder.failure ?? `${recorder.directory.split('/').pop()}: ${countText(recorder.frames)
-		} frames, ${countText(recorder.missing)} lost, ${bytesText(recorder.bytes)}`, Boolean(recorder?.failure || recorder?.missing));
+	showFigure('recorder', !recorder ? '' : recorder.failure ?? `${countText(recorder.frames)} frames, ${countText(recorder.missing)
+		} lost, ${bytesText(recorder.bytes)} in ${recorder.directory.split('/').pop()}`, Boolean(recorder?.failure || recorder?.missing));
 	button('record').ariaPressed = String(recorder !== null);
 }
 

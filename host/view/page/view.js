@@ -58,6 +58,12 @@ export function setText(target, text) {
 	}
 }
 
+/** Sets a text that may be cut: the whole one is its title. @param {HTMLElement} target @param {string} text */
+export function setCutText(target, text) {
+	setText(target, text);
+	target.title = text;
+}
+
 /** @param {string} name @param {Blob} content */
 export function download(name, content) {
 	const link = document.createElement('a');

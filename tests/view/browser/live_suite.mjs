@@ -215,7 +215,7 @@ describe('live view', () => {
     await page.click('#record');
     await page.until(({ state }) => state.recorder?.frames > 5);
     await page.textBecomes('#record', /^Stop$/);
-    assert.match(await page.figure('recorder'), /^from page: .* frames, \d+ lost, .*B$/);
+    assert.match(await page.figure('recorder'), /^.* frames, \d+ lost, .*B in from page$/);
     await page.press('Tab');
     await page.tab.locator('.item').first().focus();
     await page.press('r');
@@ -243,7 +243,26 @@ describe('live view', () => {
     run(directory, ['info', place]);
   });
 
-  for (const [width, height, colorScheme] of [[1280, 800, 'dark'], [1024, 700, 'light'], [1024, 700, 'dark']]) {
+  test('long messages leave room for the line of time, and can be read', async () => {
+    const name = `${'long '.repeat(19)}/`;
+    await page.tab.fill('#recordName', name);
+    await page.click('#record');
+    await page.textBecomes('#done', /cannot be the name/);
+    const { width } = await page.tab.locator('#scrub').boundingBox();
+    assert.ok(width >= 160, `${width} pixels`);
+    assert.equal(await page.tab.getAttribute('#done', 'title'), await page.tab.locator('#done').textContent());
+    await page.tab.fill('#recordName', '');
+  });
+
+  test('captions are not cut beside the configuration', async () => {
+    await page.press('c');
+    await page.moreFrames(2);
+    assert.equal(await cutCaptions(page), 0);
+    await page.screenshot('live-configuration');
+    await page.press('Escape');
+  });
+
+  for (const [width, height, colorScheme] of [[1920, 1080, 'light'], [1280, 800, 'dark'], [1024, 700, 'light'], [1024, 700, 'dark'], [800, 700, 'light']]) {
     test(`the page fits ${width} pixels, ${colorScheme}`, async () => {
       const other = await Page.open(browser, view.url, { width, height, colorScheme });
       await other.moreFrames(20);
@@ -251,8 +270,14 @@ describe('live view', () => {
         new Set([...bar.querySelectorAll('button')].map((part) => part.getBoundingClientRect().top)).size);
       assert.ok(lines <= (width < 1280 ? 2 : 1), `${lines} lines`);
       assert.equal(await other.tab.evaluate(() => document.documentElement.scrollWidth <= innerWidth), true);
+      assert.equal(await cutCaptions(other), 0);
       await other.screenshot(`live-${width}-${colorScheme}`);
       await other.close();
     });
+  }
+
+  /** The number of captions that do not fit their place. */
+  function cutCaptions(shown) {
+    return shown.tab.locator('figcaption').evaluateAll((all) => all.filter((part) => part.scrollWidth > part.clientWidth).length);
   }
 });
