@@ -4,12 +4,14 @@
 #include "view/playback_view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "recording/stream_facts.h"
 #include "vantor/errors.h"
 #include "vantor/hub.h"
 #include "view/view_messages.h"
+#include "view/viewer_queue.h"
 
 namespace vantor
 {
@@ -22,6 +24,9 @@ constexpr std::chrono::milliseconds poll_interval{100};
 /** Speeds that viewers can choose. */
 constexpr double slowest = 0.01;
 constexpr double fastest = 1000.0;
+
+/** How much viewers can ask to see before another frame, in seconds. */
+constexpr double longest_before = 60.0;
 
 /** Counts the flags of an item's frames. */
 frame_figures figures_of(const recording_reader &recording, size_t item)
@@ -108,11 +113,40 @@ void playback_view::seek(const viewer_request &request)
 {
     const auto last = recording_.frames() - 1;
     const double number = number_in(request.document, "frame", 0.0, static_cast<double>(last));
-    source_.seek(std::min(static_cast<uint64_t>(number), last));
+    const bool has_before = request.document.contains("before");
+    const double before = has_before ? number_in(request.document, "before", 0.0, longest_before) : 0.0;
+    const auto target = std::min(static_cast<uint64_t>(number), last);
+    viewers_.skip_frames();
+    show_before(target, before);
+    source_.seek(target);
     if (source_.paused())
     {
         show_next();
     }
+}
+
+/** Shows the frames before another one at once, for pictures over time. */
+void playback_view::show_before(uint64_t target, double seconds)
+{
+    const auto count = std::min(target, frames_in(seconds));
+    source_.seek(target - count);
+    while (source_.position() < target)
+    {
+        viewers_.add(std::make_shared<const frame>(source_.next()));
+    }
+}
+
+/** The number of frames in a time, or fewer if not all of them can wait for a viewer, with one more. */
+uint64_t playback_view::frames_in(double seconds) const
+{
+    const auto &session = recording_.session();
+    const double rate = nominal_frame_rate(session.configuration, session.metadata, session.server);
+    const viewer_queue_limits limits;
+    const size_t frame_bytes = std::max<size_t>(session.metadata.frame_length() * sizeof(sample), 1);
+    // Half of the bytes, because frames have headers.
+    const size_t most = std::min(limits.frames - 1, limits.bytes / 2 / frame_bytes);
+    const double wanted = rate > 0.0 ? std::ceil(seconds * rate) : static_cast<double>(most);
+    return seconds > 0.0 ? static_cast<uint64_t>(std::min(wanted, static_cast<double>(most))) : 0;
 }
 
 /** Plays faster or slower. */

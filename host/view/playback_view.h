@@ -49,6 +49,8 @@ private:
     [[nodiscard]] request_rules rules();
     void check(const viewer_request &request);
     void seek(const viewer_request &request);
+    void show_before(uint64_t target, double seconds);
+    [[nodiscard]] uint64_t frames_in(double seconds) const;
     void set_speed(const viewer_request &request);
     void play(const viewer_request &request);
     void pause(const viewer_request &request);

@@ -34,7 +34,7 @@ public:
     /** Removes and returns the oldest frame; null if there is none. */
     std::shared_ptr<const std::string> take();
 
-    /** Removes the frames of an earlier session, which do not count as dropped. */
+    /** Removes the frames of an earlier session or place, which do not count as dropped. */
     void clear() noexcept;
 
     /** Passes on only one of this many frames from now on; the others do not count as dropped. */

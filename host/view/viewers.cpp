@@ -70,6 +70,14 @@ void viewers::begin_session(const nlohmann::ordered_json &session)
     }
 }
 
+void viewers::skip_frames()
+{
+    for (auto &[number, who] : viewers_)
+    {
+        who.frames.clear();
+    }
+}
+
 void viewers::send(uint64_t number, const nlohmann::ordered_json &message)
 {
     if (const auto found = viewers_.find(number); found != viewers_.end())

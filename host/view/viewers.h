@@ -70,6 +70,10 @@ public:
     /** Announces a session to all present and future viewers; drops the frames of the one before. */
     void begin_session(const nlohmann::ordered_json &session);
 
+    /** Drops the frames that wait for viewers, because others are shown instead; they do not count as
+     * dropped. */
+    void skip_frames();
+
     /** Sends a message to a viewer, if it is still connected. */
     void send(uint64_t number, const nlohmann::ordered_json &message);
 

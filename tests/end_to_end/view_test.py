@@ -542,6 +542,21 @@ class Playback(InDirectory):
                 viewer.send("seek", frame=wrong)
                 self.assertIn("frame", viewer.next("failed")["message"])
 
+    def test_a_jump_can_show_the_time_before_it(self):
+        with self.view("walk").connect() as viewer:
+            viewer.send("pause")
+            viewer.state_with(lambda state: state["connection"] == "paused")
+            # There are 20 frames a second.
+            viewer.send("seek", frame=40, before=0.5)
+            self.assertEqual([viewer.frame()[1] for _ in range(11)], self.samples[30:41])
+            viewer.send("seek", frame=2, before=60)
+            self.assertEqual([viewer.frame()[1] for _ in range(3)], self.samples[:3])
+            state = viewer.state_with(lambda state: state["position"]["frame"] == 2)
+            self.assertEqual((state["dropped"], state["missing"]), (0, 0))
+            for wrong in (-1, 61, "x", None):
+                viewer.send("seek", frame=2, before=wrong)
+                self.assertIn("before", viewer.next("failed")["message"])
+
     def test_it_can_be_played_faster(self):
         with self.view("walk").connect() as viewer:
             viewer.send("speed", value=100)

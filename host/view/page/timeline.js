@@ -24,7 +24,8 @@ export function startTimeline() {
 	});
 	fill(every, 1, [1, 2, 5, 10, 20], (n) => (n > 1 ? `1 of ${n} frames` : 'all frames'), askEvery);
 	scrub.oninput = () => (isRecording() ? seek : showAge)(Math.abs(Number(scrub.value)));
-	button('live').onclick = () => freeze(false);
+	scrub.onchange = () => isRecording() && seek(Number(scrub.value), view.seconds);
+	button('live').onclick = () => goToEnd(true);
 	button('pause').onclick = toggle;
 }
 
@@ -38,9 +39,9 @@ function isRecording() {
 	return app.hello?.kind === 'recording';
 }
 
-/** @param {number} frame */
-function seek(frame) {
-	send({ type: 'seek', frame: Math.round(frame) });
+/** @param {number} frame @param {number} before  how much of the time before is shown, in seconds */
+function seek(frame, before = 0) {
+	send({ type: 'seek', frame: Math.round(frame), before });
 }
 
 /** Stops or continues the picture, or the recording. */
@@ -76,10 +77,22 @@ export function scroll(seconds) {
 	const { ring, state } = app;
 	if (isRecording() && state?.position) {
 		const { frame, frames, duration } = state.position;
-		seek(Math.min(Math.max(frame + (seconds * frames) / Math.max(duration, 1e-9), 0), frames - 1));
+		seek(Math.min(Math.max(frame + (seconds * frames) / Math.max(duration, 1e-9), 0), frames - 1), view.seconds);
 	} else if (ring) {
 		const shown = view.frozen ? Math.max(view.at, ring.first) : ring.last;
 		showAge(Math.max(ring.time(ring.last) - ring.time(shown) - seconds, 0));
+	}
+}
+
+/** Goes to an end of the line. @param {boolean} last */
+export function goToEnd(last) {
+	const { position } = app.state ?? {};
+	if (isRecording() && position) {
+		seek(last ? position.frames - 1 : 0, view.seconds);
+	} else if (last) {
+		freeze(false);
+	} else {
+		showAge(Infinity);
 	}
 }
 

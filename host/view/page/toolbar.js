@@ -3,13 +3,14 @@ import { app, send } from './app.js';
 import { savePicture } from './picture.js';
 import { bytesText, countText, showFigure } from './state.js';
 import { showUnseen } from './log.js';
-import { scroll } from './timeline.js';
+import { goToEnd, scroll } from './timeline.js';
 import { box, button, byId, element, input, redraw, setText, view } from './view.js';
 
 /** Keys; those of the buttons follow. */
 const KEYS = [
 	['1 … 9', 'Choose a panel'], ['z', 'Show only the chosen panel, or all'],
 	['← →', 'Move cursor A by a point; with Shift: cursor B'], ['↑ ↓', 'The same by a frame in time'],
+	['Home', 'Show the oldest frame that is kept, or the first one of a recording'],
 	['x', 'Remove cursor B and the times'], ['[ ]', 'Scroll by a second; with Shift: by 10 s'], ['Esc', 'Close what is open'],
 ];
 
@@ -109,17 +110,22 @@ const MOVES = { ArrowLeft: [-1, 0], ArrowRight: [1, 0], ArrowUp: [0, 1], ArrowDo
 /** @type {Scrolls} */
 const SCROLLS = { '[': -1, ']': 1, '{': -10, '}': 10 };
 
+/** Keys that go to an end of the line of time. */
+const ENDS = ['Home', 'End'];
+
 /** Does what a key is for, if anything. @param {KeyboardEvent} event */
 function act({ key, shiftKey, target }) {
 	const panel = app.panels.find(({ root }) => root.contains(document.activeElement)) ?? app.panels[0];
 	const pressed = document.querySelector(`button[data-key="${CSS.escape(key)}"]`);
-	if (target instanceof HTMLInputElement && (key in MOVES || key === 'End')) {
+	if (target instanceof HTMLInputElement && (key in MOVES || (ENDS.includes(key) && target.id !== 'scrub'))) {
 		return false;
 	}
 	if (key in MOVES) {
 		panel?.moveCursor(shiftKey ? 'b' : 'a', ...MOVES[key]);
 	} else if (key in SCROLLS) {
 		scroll(SCROLLS[key]);
+	} else if (ENDS.includes(key)) {
+		goToEnd(key === 'End');
 	} else if (key >= '1' && key <= '9') {
 		app.panels[Number(key) - 1]?.root.focus();
 	} else if (key === 'x') {

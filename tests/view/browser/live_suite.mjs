@@ -58,6 +58,8 @@ describe('live view', () => {
     await page.tab.locator('body').click({ position: { x: 300, y: 70 } });
     await page.press('{');
     await page.until(({ frozen }) => frozen);
+    await page.press('Home');
+    await page.until(({ panels: [{ tick }] }) => tick < farther);
     await page.press('End');
     await page.until(({ frozen }) => !frozen);
   });

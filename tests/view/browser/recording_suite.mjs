@@ -40,6 +40,18 @@ describe('recording', () => {
     await page.until(({ state }) => state.position.frame >= FRAMES - 2);
   });
 
+  test('Home and End go to the first and the last frame', async () => {
+    await page.press('Home');
+    await page.until(({ state }) => state.position.frame === 0);
+    await page.press('End');
+    await page.until(({ state }) => state.position.frame === FRAMES - 1);
+    await page.tab.locator('#scrub').focus();
+    await page.press('Home');
+    await page.until(({ state }) => state.position.frame === 0);
+    await page.press('End');
+    await page.until(({ state }) => state.position.frame === FRAMES - 1);
+  });
+
   test('it is played at another speed, to its end, and again', async () => {
     await page.tab.fill('#scrub', '200');
     await page.until(({ state }) => Math.abs(state.position.frame - 200) <= 1);
