@@ -41,7 +41,7 @@ export class Cursors {
 		this.secondsA = null;
 	}
 
-	/** What a cursor reads: at its time, or in the frame that is shown.
+	/** What a cursor reads: at its time, or in the frame that is shown if that is earlier.
 	 * @param {Cursor | null} cursor @param {number} shown */
 	read(cursor, shown) {
 		const { ring, layout } = this.analysis;
@@ -49,7 +49,7 @@ export class Cursors {
 			return null;
 		}
 		const { full_scale } = layout.item;
-		const number = cursor.seconds === null ? shown : ring.at(cursor.seconds);
+		const number = cursor.seconds === null ? shown : Math.min(ring.at(cursor.seconds), shown);
 		meanLevels(ring.frame(number), layout, this.levels);
 		return {
 			metres: layout.distances[cursor.point],

@@ -167,8 +167,8 @@ function picture(now) {
 	}
 	const period = app.clock.spacing || 0.05;
 	const drawn = app.panels.filter((panel) => panel.visible && panel.draw(now, period));
-	if (drawn.length > 0 && app.ring) {
-		const arrival = app.ring.arrivals[app.ring.slot(drawn[0].shown)];
+	if (drawn.length > 0) {
+		const { arrival } = drawn[0];
 		lastPicture = now;
 		// uPlot draws in microtasks that are queued before this one.
 		queueMicrotask(() => countPicture(arrival, performance.now()));

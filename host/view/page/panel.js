@@ -24,7 +24,10 @@ export class Panel {
 		/** Pictures drawn, and frames in them. */
 		this.pictures = 0;
 		this.frames = 0;
+		/** The frame that is shown, its time in seconds, and its arrival. */
 		this.shown = -1;
+		this.time = NaN;
+		this.arrival = NaN;
 		this.version = -1;
 		this.textTime = 0;
 		this.read = -1;
@@ -85,7 +88,7 @@ export class Panel {
 		const hasTime = !hasDistance || chart === this.waterfall.chart;
 		this.cursors.place(shiftKey ? 'b' : 'a',
 			hasDistance ? nearest(this.layout.distances, low + x * (high - low)) : null,
-			hasTime ? this.ring.time(this.ring.at(this.ring.time(this.shown) - (hasDistance ? y : 1 - x) * view.seconds)) : null);
+			hasTime ? this.ring.time(this.ring.at(this.time - (hasDistance ? y : 1 - x) * view.seconds)) : null);
 		this.touch();
 	}
 
@@ -147,6 +150,8 @@ export class Panel {
 			return false;
 		}
 		this.shown = shown;
+		this.time = ring.time(shown);
+		this.arrival = ring.arrivals[ring.slot(shown)];
 		const settled = analysis.count >= SETTLED_FRAMES;
 		again = (analysis.count > 0 && waterfall.offer(settled)) || again || shown - from !== written;
 		if (again) {
@@ -180,9 +185,8 @@ export class Panel {
 
 	/** @param {Chart} chart @param {ToPixels} to @param {boolean} timed  whether the plot is also over time */
 	mark(chart, to, timed) {
-		const now = this.ring.time(this.shown);
 		this.eachCursor(({ point, seconds }, colour, name) => chart.mark(name, colour, to.x(this.layout.distances[point]),
-			timed && seconds !== null ? to.y(seconds - now) : null));
+			timed && seconds !== null ? to.y(seconds - this.time) : null));
 	}
 
 	/** @param {number} now @param {boolean} touched */
@@ -201,7 +205,7 @@ export class Panel {
 	moveCursor(which, points, frames) {
 		const old = (which === 'b' && this.cursors.b) || this.cursors.a;
 		const from = old.seconds === null ? this.shown : this.ring.at(old.seconds);
-		const number = Math.min(Math.max(from + frames, this.ring.first), this.ring.last);
+		const number = Math.max(Math.min(from + frames, this.shown), this.ring.first);
 		this.cursors.place(which, old.point + points, frames === 0 ? null : this.ring.time(number));
 		this.touch();
 	}

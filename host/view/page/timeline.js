@@ -126,10 +126,11 @@ function showPosition(position) {
 /** @param {FrameRing} ring */
 function showLive(ring) {
 	const shown = view.frozen ? Math.max(view.at, ring.first) : ring.last;
+	const isGone = view.frozen && view.at < shown;
 	const age = ring.time(ring.last) - ring.time(shown);
 	scrub.min = String(Math.min(ring.time(ring.first) - ring.time(ring.last), -1));
 	scrub.max = '0';
 	scrub.value = String(-age);
-	setText(box('time'), view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)`
+	setText(box('time'), isGone ? `more than ${fixed(age, 0)} s ago` : view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)`
 		: `${isLost() ? 'stopped' : 'live'} (${fixed(ring.time(shown), 1)} s)`);
 }

@@ -35,8 +35,13 @@ describe('live view', () => {
   test('the picture stands still, and frames go on', async () => {
     await page.press('Space');
     const { panels: [{ tick }] } = await page.until(({ frozen }) => frozen);
-    const later = await page.moreFrames(10);
+    await page.moreFrames(10);
+    await page.press('1', ...Array(5).fill('ArrowUp'));
+    const later = await page.until(({ panels: [{ cursors: { a } }] }) => a.seconds !== null);
     assert.equal(later.panels[0].tick, tick);
+    // A cursor reads no frame that is not shown yet.
+    assert.match(later.panels[0].cursors.readings[0], / 0\.00 s/);
+    await page.press('x');
     assert.equal(await page.text('#pause'), 'Continue');
     await page.click('#pause');
     await page.until(({ frozen, panels }) => !frozen && panels[0].tick > tick);

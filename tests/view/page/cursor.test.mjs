@@ -102,3 +102,10 @@ test('the lowest level is 0 LSB', (t) => {
   near(inUnit(-20, 1000), 100, 1e-9);
   assert.equal(inUnit(-110, 32767), 0);
 });
+
+test('no cursor reads a frame after the one that is shown', () => {
+  const { cursors } = setUp();
+  cursors.place('b', 1, 0.8);
+  near(cursors.read(cursors.b, 9).seconds, -0.1, 1e-9);
+  assert.deepEqual(cursors.read(cursors.b, 4), cursors.read({ point: 1, seconds: null }, 4));
+});
