@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 #include "recording/stream_facts.h"
 #include "vantor/errors.h"
@@ -46,6 +47,13 @@ uint64_t missing_in(const std::vector<capture> &captures)
     return captures.empty() ? 0 : captures.back().frames_missing;
 }
 
+/** When a recording began; null if that is not known. */
+nlohmann::ordered_json begin_of(const std::vector<capture> &captures)
+{
+    const bool known = !captures.empty() && !captures.front().datetime.empty();
+    return known ? nlohmann::ordered_json(captures.front().datetime) : nlohmann::ordered_json();
+}
+
 } // namespace
 
 playback_view::playback_view(recording_reader &recording, viewers &all, event_loop &loop)
@@ -54,8 +62,9 @@ playback_view::playback_view(recording_reader &recording, viewers &all, event_lo
 {
     count_flags();
     const auto &directory = recording.directory();
-    viewers_.set_greeting(
-        hello_message(view_kind::recording, directory.filename().string(), directory.string()));
+    auto hello = hello_message(view_kind::recording, directory.filename().string(), directory.string());
+    hello["recorded"] = begin_of(recording.captures());
+    viewers_.set_greeting(std::move(hello));
     viewers_.set_state([this] { return state(); });
     viewers_.begin_session(session_message(1, recording.session()));
     source_.set_paused(true);

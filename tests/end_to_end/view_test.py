@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import re
 import select
 import signal
@@ -510,6 +511,8 @@ class Playback(InDirectory):
         with self.view("walk").connect() as viewer:
             hello = viewer.next("hello")
             self.assertEqual((hello["kind"], hello["name"]), ("recording", "walk"))
+            captures = json.loads(pathlib.Path(self.folder, "walk", "group-1-item-1.sigmf-meta").read_text())["captures"]
+            self.assertEqual(hello["recorded"], captures[0]["core:datetime"])
             state = viewer.state_with(lambda state: state["connection"] == "ended")
             self.assertEqual((state["position"]["frame"], state["position"]["frames"]),
                              (self.FRAMES - 1, self.FRAMES))

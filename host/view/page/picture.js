@@ -1,4 +1,4 @@
-/** Saves what the panels show as a picture. */
+/** Saves what the panels show as a picture, whose name states when that was done. */
 import { theme } from './colours.js';
 import { box, contextOf, download, element, FONT } from './view.js';
 
@@ -17,7 +17,7 @@ export function savePicture(title) {
 	context.font = FONT;
 	context.textBaseline = 'middle';
 	context.fillStyle = theme.text;
-	context.fillText(`${title}  ·  ${time} UTC`, 10, 12);
+	context.fillText(title, 10, 12, bounds.width - 20);
 	context.translate(-bounds.left, 24 - bounds.top);
 	for (const part of panels.querySelectorAll('canvas')) {
 		const { left, top, width, height } = part.getBoundingClientRect();

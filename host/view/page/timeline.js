@@ -134,3 +134,12 @@ function showLive(ring) {
 	setText(box('time'), isGone ? `more than ${fixed(age, 0)} s ago` : view.frozen ? `${fixed(age, 1)} s ago (${fixed(ring.time(shown), 2)} s)`
 		: `${isLost() ? 'stopped' : 'live'} (${fixed(ring.time(shown), 1)} s)`);
 }
+
+/** The moment that is shown: in the session, and by the clock if that is known. */
+export function momentText() {
+	const [panel] = app.panels;
+	const { seconds } = app.state?.position ?? { seconds: panel?.time ?? NaN };
+	const clock = isRecording() ? Date.parse(app.hello?.recorded ?? '') + 1000 * seconds : performance.timeOrigin + (panel?.arrival ?? NaN);
+	const day = Number.isNaN(clock) ? 'unknown time' : `${new Date(clock).toISOString().slice(0, 19).replace('T', ' ')} UTC`;
+	return `${fixed(seconds, 2)} s  ·  ${day}`;
+}

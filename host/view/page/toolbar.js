@@ -3,7 +3,7 @@ import { app, send } from './app.js';
 import { savePicture } from './picture.js';
 import { bytesText, countText, showFigure } from './state.js';
 import { showUnseen } from './log.js';
-import { goToEnd, scroll } from './timeline.js';
+import { goToEnd, momentText, scroll } from './timeline.js';
 import { box, button, byId, element, input, redraw, setText, view } from './view.js';
 
 /** Keys; those of the buttons follow. */
@@ -33,7 +33,10 @@ export function startToolbar() {
 	};
 	button('reset').onclick = () => app.panels.forEach((panel) => panel.analysis.reset());
 	button('range').onclick = () => app.panels.forEach((panel) => panel.setAutomatic());
-	button('png').onclick = () => savePicture(`${app.hello?.name ?? ''}  ·  ${app.hello?.source ?? ''}`);
+	button('png').onclick = () => {
+		const { name = '', version = '', source = '' } = app.hello ?? {};
+		savePicture([name, momentText(), `vantor ${version}`, source].join('  ·  '));
+	};
 	startCommands();
 	startDrawers();
 	document.addEventListener('keydown', press);

@@ -42,6 +42,8 @@ interface Hello {
   kind: 'server' | 'recording';
   source: string;
   name: string;
+  /** When a recording began, as in RFC 3339. */
+  recorded: string | null;
   schema: Schema;
 }
 

@@ -208,13 +208,27 @@ describe('live view', () => {
 
   test('a picture is saved', async () => {
     for (const save of [() => page.click('#png'), () => page.press('s')]) {
-      const [download] = await Promise.all([page.tab.waitForEvent('download'), save()]);
+      const { download, title } = await page.savedPanels(save);
+      assert.match(title, /^simulated board  ·  \d+\.\d\d s  ·  \S+ \S+ UTC  ·  vantor \d+\.\d+\.\d+  ·  sim:/);
       assert.match(download.suggestedFilename(), /^vantor-[\d-]+T[\d-]+\.png$/);
       const bytes = readFileSync(await download.path());
       assert.equal(bytes.toString('latin1', 1, 4), 'PNG');
       assert.equal(bytes.readUInt32BE(16), 1280);
       assert.ok(bytes.length > 20000, `${bytes.length} bytes`);
     }
+  });
+
+  test('a picture of an earlier moment states that moment', async () => {
+    await page.moreFrames(30);
+    await page.press('Space', '[');
+    await page.textBecomes('#time', /^1\.\d s ago/);
+    const [, seconds] = /\((\S+) s\)/.exec(await page.text('#time'));
+    const { title } = await page.savedPanels(() => page.click('#png'));
+    assert.ok(title.includes(`  ${seconds} s  ·`), title);
+    const shown = Date.parse(`${/\d{4}-\S+ \S+(?= UTC)/.exec(title)[0].replace(' ', 'T')}Z`);
+    const now = await page.tab.evaluate(() => Date.now());
+    assert.ok(shown <= now - 1000 && shown > now - 600000, title);
+    await page.press('End');
   });
 
   test('a recording is begun and ended', async () => {

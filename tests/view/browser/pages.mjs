@@ -104,6 +104,19 @@ export class Page {
     }));
   }
 
+  /** Saves the panels as a picture with `save`; returns the download, and the title in the picture. */
+  async savedPanels(save) {
+    await this.tab.evaluate(() => {
+      const { fillText } = CanvasRenderingContext2D.prototype;
+      CanvasRenderingContext2D.prototype.fillText = function record(text, ...rest) {
+        window.title = text.includes('vantor ') ? text : window.title;
+        fillText.call(this, text, ...rest);
+      };
+    });
+    const [download] = await Promise.all([this.tab.waitForEvent('download'), save()]);
+    return { download, title: await this.tab.evaluate(() => window.title) };
+  }
+
   /** Saves a picture for people. */
   screenshot(name) {
     return this.tab.screenshot({ path: join(SCREENSHOTS, `${name}.png`) });

@@ -1,5 +1,7 @@
 /** A recording is played. */
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { join } from 'node:path';
 import { describe, test } from 'node:test';
 import { configuration } from './documents.mjs';
 import { run } from './programs.mjs';
@@ -7,6 +9,7 @@ import { useView } from './suite.mjs';
 
 describe('recording', () => {
   const FRAMES = 400;
+  let directory;
   let page;
 
   useView((directory) => {
@@ -14,7 +17,7 @@ describe('recording', () => {
     run(directory, ['record', 'garage.json', '--frames', String(FRAMES), '--output', 'garage',
       '--connect', 'sim:--clock virtual --scene scene.json']);
     return ['garage'];
-  }, (used) => { ({ page } = used); });
+  }, (used) => { ({ directory, page } = used); });
 
   test('it is named, and cannot be changed', async () => {
     await page.until(({ state }) => state?.connection === 'playing' && state.position.frames === FRAMES);
@@ -31,8 +34,16 @@ describe('recording', () => {
     await page.press('Space');
     await page.until(({ state }) => state.connection === 'paused');
     await page.tab.fill('#scrub', '300');
-    await page.until(({ state }) => Math.abs(state.position.frame - 300) <= 1);
-    await page.textBecomes('#time', /^15\.0\d of/);
+    await page.until(({ state, kept }) => state.position.frame === 300 && kept > 200);
+    await page.textBecomes('#time', /^15\.00 of/);
+    const { panels: [{ mapRows }], state: { dropped } } = await page.numbers();
+    assert.ok(mapRows > 200, 'pictures over time show the seconds before');
+    assert.equal(dropped, 0);
+    await page.screenshot('recording-jump');
+    const { title } = await page.savedPanels(() => page.click('#png'));
+    const [{ 'core:datetime': begin }] = JSON.parse(readFileSync(join(directory.path, 'garage', 'group-1-item-1.sigmf-meta'))).captures;
+    const shown = new Date(Date.parse(begin) + 15000).toISOString().slice(0, 19).replace('T', ' ');
+    assert.match(title, new RegExp(`^garage  ·  15\\.00 s  ·  ${shown} UTC  ·  vantor `));
     await page.tab.locator('.item').first().focus();
     await page.press('[');
     await page.until(({ state }) => Math.abs(state.position.frame - 280) <= 2);
