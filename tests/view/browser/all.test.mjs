@@ -4,3 +4,4 @@ import './configuration_suite.mjs';
 import './viewers_suite.mjs';
 import './connection_suite.mjs';
 import './recording_suite.mjs';
+import './names_suite.mjs';

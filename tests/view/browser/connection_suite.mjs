@@ -31,6 +31,13 @@ describe('connection', () => {
     assert.notEqual(await page.figure('server'), 'connected');
     await page.screenshot('lost');
 
+    await page.press('c');
+    await page.click('#apply');
+    await page.textBecomes('#verdict', /\S/);
+    const why = await page.text('#verdict');
+    assert.match(why, /connect/i);
+    await page.textBecomes('#done', why);
+
     const again = await startServer(directory, server.port);
     await page.until(({ state }) => state.connection === 'connected');
     await page.moreFrames(10);
