@@ -4,6 +4,7 @@
 #include "common/number_text.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -28,7 +29,7 @@ void cut_zeros(char *text, int length)
 
 using zet_simulator::number_text;
 
-/** Digits of a number with an exponent; the most distinguish all numbers of single precision. */
+/** Digits of a number with an exponent: the most distinguish all numbers of single precision. */
 constexpr int least_digits = 3;
 constexpr int most_digits = 9;
 
@@ -68,24 +69,25 @@ number_text with_exponent(double value, int digits)
 }
 
 /**
- * Returns whether a text stands for a bound as well as for a value that is not this bound.
+ * Finds the bound for which a text stands as well as for a value that is not this bound; null if there is
+ * none.
  *
  * @param digits  of a text with an exponent; 0 for one without
  */
-bool looks_like_another(double value, const number_text &text, std::initializer_list<double> bounds,
-                        int digits)
+const double *find_look_alike(double value, const number_text &text, std::initializer_list<double> bounds,
+                              int digits)
 {
     const char *const unsigned_text = text.text + (text.text[0] == '-' ? 1 : 0);
-    for (const double bound : bounds)
+    for (const double &bound : bounds)
     {
         const number_text other = digits > 0 ? with_exponent(bound, digits) : zet_simulator::text_of(bound);
         if (value != bound && (std::strcmp(text.text, other.text) == 0 ||
                                (bound == 0.0 && std::strcmp(unsigned_text, other.text) == 0)))
         {
-            return true;
+            return &bound;
         }
     }
-    return false;
+    return nullptr;
 }
 
 } // namespace
@@ -116,16 +118,23 @@ number_text text_of(double value)
 number_text text_beside(double value, std::initializer_list<double> bounds)
 {
     number_text result = text_of(value);
-    if (looks_like_another(value, result, bounds, 0))
+    const double *look_alike = find_look_alike(value, result, bounds, 0);
+    for (int digits = least_digits; look_alike != nullptr && digits <= most_digits; ++digits)
     {
-        int digits = least_digits;
         result = with_exponent(value, digits);
-        while (digits < most_digits && looks_like_another(value, result, bounds, digits))
-        {
-            result = with_exponent(value, ++digits);
-        }
+        look_alike = find_look_alike(value, result, bounds, digits);
+    }
+    if (look_alike != nullptr)
+    {
+        (void)std::snprintf(result.text, sizeof(result.text), "just %s %.20s",
+                            value > *look_alike ? "above" : "below", text_of(*look_alike).text);
     }
     return result;
+}
+
+double upper_bound_with_decimals(double bound)
+{
+    return static_cast<double>(static_cast<uint64_t>(bound * 1000.0)) / 1000.0;
 }
 
 } // namespace zet_simulator

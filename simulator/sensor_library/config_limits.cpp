@@ -171,12 +171,12 @@ bool are_rates_valid(const zet_config &config)
     const float max_sweep_rate = timing_max_sweep_rate(config);
     if (config.sweep_rate > max_sweep_rate)
     {
-        library_log(
-            ZET_LOG_LEVEL_ERROR,
-            "sweep_rate is %s Hz, but with this num_points, hwaas and prf it must "
-            "be at most %s Hz",
-            text_beside(static_cast<double>(config.sweep_rate), {static_cast<double>(max_sweep_rate)}).text,
-            text_of(static_cast<double>(max_sweep_rate)).text);
+        const double highest = upper_bound_with_decimals(static_cast<double>(max_sweep_rate));
+        library_log(ZET_LOG_LEVEL_ERROR,
+                    "sweep_rate is %s Hz, but with this num_points, hwaas and prf it must "
+                    "be at most %s Hz",
+                    text_beside(static_cast<double>(config.sweep_rate), {highest}).text,
+                    text_of(highest).text);
         return false;
     }
     parameter_block block;
@@ -184,11 +184,12 @@ bool are_rates_valid(const zet_config &config)
     const frame_timing timing = timing_of(config, block);
     if (timing.frame_period_us > 0.0 && timing.frame_us > timing.frame_period_us)
     {
+        const double highest = upper_bound_with_decimals(1.0e6 / timing.frame_us);
         library_log(ZET_LOG_LEVEL_ERROR,
                     "frame_rate is %s Hz, but a frame takes %lu us, so it must be at "
                     "most %s Hz",
-                    text_beside(static_cast<double>(config.frame_rate), {1.0e6 / timing.frame_us}).text,
-                    static_cast<unsigned long>(timing.frame_us), text_of(1.0e6 / timing.frame_us).text);
+                    text_beside(static_cast<double>(config.frame_rate), {highest}).text,
+                    static_cast<unsigned long>(timing.frame_us), text_of(highest).text);
         return false;
     }
     return true;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <string>
 
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
@@ -201,7 +202,7 @@ const limit_case cases[] = {
          zet_config_sweeps_per_frame_set(c, 101);
          zet_config_sweep_rate_set(c, 1000.0F);
      },
-     "frame_rate is 100 Hz, but a frame takes 100394 us, so it must be at most 9.961 Hz"},
+     "frame_rate is 100 Hz, but a frame takes 100394 us, so it must be at most 9.96 Hz"},
     {"continuous_sweeps",
      [](zet_config_t *c) {
          zet_config_continuous_sweep_mode_set(c, true);
@@ -226,6 +227,27 @@ const limit_case cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(values, configuration_limits, testing::ValuesIn(cases),
                          [](const auto &tested) { return tested.param.name; });
+
+TEST(configuration, names_a_highest_sweep_rate_that_is_accepted)
+{
+    const simulation simulation;
+    zet_config_t *config = zet_config_create();
+    uint32_t size = 0;
+    for (uint16_t hwaas = 1; hwaas <= 511; ++hwaas)
+    {
+        zet_config_subsweep_hwaas_set(config, hwaas, 0);
+        zet_config_sweep_rate_set(config, 1.0e6F);
+        simulation::clear_log();
+        ASSERT_FALSE(zet_nox_get_buffer_size(config, &size));
+        const std::string log = simulation::log();
+        const std::string words = "at most ";
+        ASSERT_THAT(log, HasSubstr(words));
+        const std::string highest = log.substr(log.find(words) + words.size());
+        zet_config_sweep_rate_set(config, std::stof(highest));
+        EXPECT_TRUE(zet_nox_get_buffer_size(config, &size)) << highest;
+    }
+    zet_config_destroy(config);
+}
 
 TEST(configuration, buffer_has_room_for_the_header_and_the_samples)
 {

@@ -32,6 +32,23 @@ TEST(number_text, has_as_many_digits_as_distinguish_it_from_the_bounds)
     EXPECT_STREQ(text_beside(9.9999e-3, {0.0, 0.01}).text, "9.9999e-3");
 }
 
+TEST(number_text, names_the_side_of_a_bound_that_no_digits_distinguish)
+{
+    EXPECT_STREQ(text_beside(1000.0000001, {0.01, 1000.0}).text, "just above 1000");
+    EXPECT_STREQ(text_beside(std::nextafter(0.01, 0.0), {0.01, 1000.0}).text, "just below 0.01");
+    EXPECT_STREQ(text_beside(std::nextafter(-999999999.999, 0.0), {-999999999.999}).text,
+                 "just above -999999999.999");
+    EXPECT_STREQ(text_beside(1000.0, {0.01, 1000.0}).text, "1000");
+}
+
+TEST(number_text, of_an_upper_bound_is_within_the_bound)
+{
+    using zet_simulator::upper_bound_with_decimals;
+    EXPECT_STREQ(text_of(upper_bound_with_decimals(999.9996)).text, "999.999");
+    EXPECT_STREQ(text_of(upper_bound_with_decimals(3125.5)).text, "3125.5");
+    EXPECT_STREQ(text_of(upper_bound_with_decimals(0.0004)).text, "0");
+}
+
 TEST(number_text, differs_for_neighbouring_numbers_of_single_precision)
 {
     std::mt19937 random(1);
