@@ -50,7 +50,8 @@ typedef struct
     float period_s;            /**< time from start to start, in seconds; 0 when it does not repeat */
 } zet_simulator_interferer_t;
 
-/** The temperature of a sensor. The first entry that applies is used; 25 degrees without one. */
+/** The temperature of a sensor. The first entry for this sensor is used, otherwise the first for every
+ * sensor; 25 degrees without one. */
 typedef struct
 {
     zet_sensor_id_t sensor_id; /**< the sensor; 0 for every sensor */

@@ -28,6 +28,23 @@ double back_and_forth(double distance, double nearest, double farthest)
     return nearest + (offset > span ? 2.0 * span - offset : offset);
 }
 
+/** Finds the temperature of a sensor: that of its own entry before that of an entry for every sensor. */
+const zet_simulator_temperature_t *find_temperature(const zet_simulator_scene_t &scene,
+                                                    zet_sensor_id_t sensor_id)
+{
+    const zet_simulator_temperature_t *found = nullptr;
+    for (uint32_t i = 0; i < scene.temperature_count; ++i)
+    {
+        const zet_simulator_temperature_t &each = scene.temperatures[i];
+        const bool is_more_specific = found == nullptr || (found->sensor_id == 0U && each.sensor_id != 0U);
+        if (zet_simulator::scene_concerns(each.sensor_id, sensor_id) && is_more_specific)
+        {
+            found = &each;
+        }
+    }
+    return found;
+}
+
 /** Returns whether an interferer transmits at a time. */
 bool is_active(const zet_simulator_interferer_t &interferer, double time_s)
 {
@@ -83,15 +100,11 @@ float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sen
 int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
 {
     auto celsius = static_cast<double>(default_temperature);
-    for (uint32_t i = 0; i < scene.temperature_count; ++i)
+    const zet_simulator_temperature_t *temperature = find_temperature(scene, sensor_id);
+    if (temperature != nullptr)
     {
-        const zet_simulator_temperature_t &temperature = scene.temperatures[i];
-        if (scene_concerns(temperature.sensor_id, sensor_id))
-        {
-            celsius = static_cast<double>(temperature.celsius) +
-                      static_cast<double>(temperature.drift_celsius_per_s) * time_s;
-            break;
-        }
+        celsius = static_cast<double>(temperature->celsius) +
+                  static_cast<double>(temperature->drift_celsius_per_s) * time_s;
     }
     const double lowest = -60.0;
     const double highest = 150.0;

@@ -10,7 +10,9 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <utility>
 
+#include "scene/scene.h"
 #include "scene/scene_fields.h"
 #include "simulated_sensor.h"
 #include "zet_config_internal.h"
@@ -231,6 +233,19 @@ TEST(scene, passed_by_a_port_is_checked_at_the_start)
     scene.target_count = 17;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
     EXPECT_STREQ(error, "targets has 17 entries, but must have at most 16");
+}
+
+TEST(scene, the_temperature_of_one_sensor_holds_before_that_of_every_sensor)
+{
+    zet_simulator_scene_t scene = empty_scene();
+    scene.temperature_count = 3;
+    scene.temperatures[0] = {0, 10.0F, 0.0F};
+    scene.temperatures[1] = {2, 20.0F, 0.0F};
+    scene.temperatures[2] = {2, 30.0F, 0.0F};
+    EXPECT_EQ(zet_simulator::scene_temperature(scene, 1, 0.0), 10);
+    EXPECT_EQ(zet_simulator::scene_temperature(scene, 2, 0.0), 20);
+    std::swap(scene.temperatures[0], scene.temperatures[1]);
+    EXPECT_EQ(zet_simulator::scene_temperature(scene, 2, 0.0), 20);
 }
 
 TEST(scene_file, is_read_completely)
