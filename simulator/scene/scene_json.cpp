@@ -182,6 +182,22 @@ bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scen
         item->string);
 }
 
+/** Reports a place in a text that is not JSON, by line and column. */
+bool refuse_text(const char *text, const char *place, const message &error)
+{
+    unsigned long line = 1;
+    unsigned long column = 1;
+    for (; text < place; ++text)
+    {
+        const auto byte = static_cast<unsigned char>(*text);
+        const bool continues_character = (byte & 0xC0U) == 0x80U;
+        column = byte == '\n' ? 1U : column + (continues_character ? 0U : 1U);
+        line += byte == '\n' ? 1U : 0U;
+    }
+    return refuse(error, "the scene is not JSON; the error is at or before line %lu, column %lu", line,
+                  column);
+}
+
 /** Reads the document. */
 bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const message &error)
 {
@@ -209,8 +225,7 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
     cJSON *document = cJSON_ParseWithOpts(text, &end, 1);
     if (document == nullptr)
     {
-        return refuse({error, error_size}, "the scene is not JSON; the error is at or before byte %lu",
-                      static_cast<unsigned long>(end - text));
+        return refuse_text(text, end, {error, error_size});
     }
     std::memset(scene, 0, sizeof(*scene));
     const bool valid = read_document(document, *scene, {error, error_size});

@@ -51,7 +51,7 @@ class Files(SceneTest):
         for path in (pipe, "/dev/zero", "/dev/null"):
             self.assertIn(f'cannot read the scene "{path}": it is not a regular file\n', self.refusal(path))
         for content, fault in ((" " * (2**18 + 1), "it has more than 256 KiB\n"), ("{}\0{", "it contains a null byte\n"),
-                               ("", "")):
+                               ("", "the scene is not JSON; the error is at or before line 1, column 1\n")):
             path = os.path.join(self.folder, "scene.json")
             with open(path, "w", encoding="ascii") as file:
                 file.write(content)

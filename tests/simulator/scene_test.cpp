@@ -333,9 +333,11 @@ std::string many_targets()
 }
 
 const invalid_scene invalid_scenes[] = {
-    {"not_json", "{\"targets\": [}", "the scene is not JSON; the error is at or before byte 13"},
-    {"empty", "", "the scene is not JSON; the error is at or before byte 0"},
-    {"trailing_text", "{} {}", "the scene is not JSON; the error is at or before byte 3"},
+    {"not_json", "{\"targets\": [}", "the scene is not JSON; the error is at or before line 1, column 14"},
+    {"empty", "", "the scene is not JSON; the error is at or before line 1, column 1"},
+    {"trailing_text", "{} {}", "the scene is not JSON; the error is at or before line 1, column 4"},
+    {"fault_in_a_later_line", "{\n  \"description\": \"n\u00e4h\",\n  \"t\u00e4rgets\": [}\n}\n",
+     "the scene is not JSON; the error is at or before line 3, column 15"},
     {"array", "[]", "the scene must be a JSON object"},
     {"unknown_key", R"({"target": []})",
      "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
