@@ -37,7 +37,7 @@ typedef struct
     float oscillation_amplitude_m;  /**< amplitude of a sine added to the distance, in metres */
     float oscillation_frequency_hz; /**< its frequency, in hertz */
     float nearest_m;                /**< a moving target turns back at this distance, in metres ... */
-    float farthest_m;               /**< ... and at this one; if not above nearest_m, it never turns */
+    float farthest_m;               /**< ... and at this one; if both are 0, it never turns */
 } zet_simulator_target_t;
 
 /** An interfering transmitter in the sensor's band. */
@@ -108,6 +108,17 @@ const zet_simulator_scene_t *zet_simulator_default_scene(void);
  * @param error_size  size of @p error in bytes; 256 is enough for every sentence
  */
 bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *error, size_t error_size);
+
+/**
+ * Checks that a board has every sensor that a scene names.
+ *
+ * @param scene         a valid scene
+ * @param sensor_count  sensor positions on the board
+ * @param error         receives one sentence that names the sensor
+ * @param error_size    size of @p error in bytes; 256 is enough for every sentence
+ */
+bool zet_simulator_scene_fits_board(const zet_simulator_scene_t *scene, uint16_t sensor_count, char *error,
+                                    size_t error_size);
 
 #ifdef __cplusplus
 }

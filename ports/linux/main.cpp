@@ -98,7 +98,7 @@ int run(const options_t &options)
     zet_simulator_scene_t scene = {};
     if (!options.scene_path.empty())
     {
-        scene = read_scene_file(options.scene_path);
+        scene = read_scene_file(options.scene_path, options.sensor_count);
     }
     const std::unique_ptr<link_t> link = make_link(options);
     link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);

@@ -99,12 +99,13 @@ std::string read_text(const std::string &path)
 
 } // namespace
 
-zet_simulator_scene_t read_scene_file(const std::string &path)
+zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count)
 {
     const std::string text = read_text(path);
     zet_simulator_scene_t scene = {};
     std::array<char, 256> fault = {};
-    if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()))
+    if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()) ||
+        !zet_simulator_scene_fits_board(&scene, sensor_count, fault.data(), fault.size()))
     {
         fail("use", path, fault.data());
     }

@@ -88,7 +88,9 @@ void transfer(zet_sensor_id_t sensor_id, uint8_t *buffer, size_t size)
 bool is_scene_usable(const zet_simulator_options_t &options)
 {
     char error[256];
-    if (options.scene == nullptr || zet_simulator_scene_is_valid(options.scene, error, sizeof(error)))
+    if (options.scene == nullptr ||
+        (zet_simulator_scene_is_valid(options.scene, error, sizeof(error)) &&
+         zet_simulator_scene_fits_board(options.scene, options.sensor_count, error, sizeof(error))))
     {
         return true;
     }

@@ -72,10 +72,18 @@ template <size_t count> constexpr uint8_t count_of(const scene_field (&)[count])
 /** Checks the fields of a target against each other. */
 bool is_consistent(const target_record &target, uint32_t index, const message &error)
 {
-    const bool turns = target.nearest_m != 0.0F || target.farthest_m != 0.0F;
-    if (turns && target.farthest_m <= target.nearest_m)
+    if (target.nearest_m == 0.0F && target.farthest_m == 0.0F)
+    {
+        return true;
+    }
+    if (target.farthest_m <= target.nearest_m)
     {
         return refuse(error, "targets[%lu].farthest_m must be more than nearest_m",
+                      static_cast<unsigned long>(index));
+    }
+    if (target.distance_m < target.nearest_m || target.distance_m > target.farthest_m)
+    {
+        return refuse(error, "targets[%lu].distance_m must be from nearest_m to farthest_m",
                       static_cast<unsigned long>(index));
     }
     return true;
@@ -133,11 +141,24 @@ bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &e
     return true;
 }
 
+/** Returns the number of entries of a list. */
+uint32_t count_of(const zet_simulator_scene_t &scene, const scene_section &section)
+{
+    return reinterpret_cast<const unsigned char *>(&scene)[section.count_offset];
+}
+
+/** Returns the address of an entry of a list. */
+const unsigned char *entry_of(const zet_simulator_scene_t &scene, const scene_section &section,
+                              uint32_t index)
+{
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&scene);
+    return bytes + section.entries_offset + index * section.entry_size;
+}
+
 /** Checks the entries of a list one by one. */
 bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &section, const message &error)
 {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(&scene);
-    const uint32_t count = bytes[section.count_offset];
+    const uint32_t count = count_of(scene, section);
     if (count > section.capacity)
     {
         return refuse(error, "%s has %lu entries, but must have at most %u", section.name,
@@ -145,7 +166,7 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
     }
     for (uint32_t index = 0; index < count; ++index)
     {
-        const unsigned char *entry = bytes + section.entries_offset + index * section.entry_size;
+        const unsigned char *entry = entry_of(scene, section, index);
         for (uint32_t i = 0; i < section.field_count; ++i)
         {
             const scene_field &field = section.fields[i];
@@ -153,6 +174,24 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
             {
                 return false;
             }
+        }
+    }
+    return true;
+}
+
+/** Checks that a board has the sensors that the entries of a list name. */
+bool does_section_fit(const zet_simulator_scene_t &scene, const scene_section &section, uint16_t sensor_count,
+                      const message &error)
+{
+    const scene_field &sensor = section.fields[0];
+    for (uint32_t index = 0; index < count_of(scene, section); ++index)
+    {
+        const double sensor_id = scene_field_get(entry_of(scene, section, index), sensor);
+        if (sensor_id > sensor_count)
+        {
+            return refuse(error, "%s[%lu].%s is %lu, but the number of sensors on the board is %u",
+                          section.name, static_cast<unsigned long>(index), sensor.name,
+                          static_cast<unsigned long>(sensor_id), static_cast<unsigned>(sensor_count));
         }
     }
     return true;
@@ -227,9 +266,13 @@ void scene_field_set(unsigned char *entry, const scene_field &field, double valu
 bool scene_value_is_valid(const scene_section &section, uint32_t index, const scene_field &field,
                           double value, const message &error)
 {
-    // In single precision, as the scene stores it, so that the limits themselves are within the range.
+    // Real numbers in single precision, as the scene stores them, so that the limits themselves are in the
+    // range.
     const auto stored = static_cast<float>(value);
-    if (stored >= static_cast<float>(field.lowest) && stored <= static_cast<float>(field.highest))
+    const bool is_in_range = field.type == field_type::real ? stored >= static_cast<float>(field.lowest) &&
+                                                                  stored <= static_cast<float>(field.highest)
+                                                            : value >= field.lowest && value <= field.highest;
+    if (is_in_range)
     {
         return true;
     }
@@ -252,4 +295,17 @@ bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *erro
         }
     }
     return are_entries_consistent(*scene, message);
+}
+
+bool zet_simulator_scene_fits_board(const zet_simulator_scene_t *scene, uint16_t sensor_count, char *error,
+                                    size_t error_size)
+{
+    for (const scene_section &section : scene_sections)
+    {
+        if (!does_section_fit(*scene, section, sensor_count, {error, error_size}))
+        {
+            return false;
+        }
+    }
+    return true;
 }

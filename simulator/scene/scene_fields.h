@@ -41,7 +41,7 @@ struct scene_section
     size_t entry_size;
     uint8_t capacity;
     uint8_t field_count;
-    const scene_field *fields;
+    const scene_field *fields; /**< the first is the number of the sensor */
 };
 
 constexpr size_t scene_section_count = 4;

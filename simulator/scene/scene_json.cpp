@@ -106,6 +106,25 @@ bool has_required_fields(const scene_section &section, uint32_t index, uint32_t 
     return true;
 }
 
+/** Returns whether an entry has a key. */
+bool has_key(const scene_section &section, uint32_t given, const char *key)
+{
+    const scene_field *field = find_field(section, key, 0);
+    return field != nullptr && (given & (1U << static_cast<uint32_t>(field - section.fields))) != 0U;
+}
+
+/** Checks that the bounds of a target are both given, or none. */
+bool has_both_bounds_or_none(const scene_section &section, uint32_t index, uint32_t given,
+                             const message &error)
+{
+    if (has_key(section, given, "nearest_m") == has_key(section, given, "farthest_m"))
+    {
+        return true;
+    }
+    return refuse(error, "%s[%lu] has only one of the keys nearest_m and farthest_m; give both or none",
+                  section.name, static_cast<unsigned long>(index));
+}
+
 /** Reads one entry of a list. */
 bool read_entry(const scene_section &section, uint32_t index, const cJSON *object, unsigned char *entry,
                 const message &error)
@@ -131,7 +150,8 @@ bool read_entry(const scene_section &section, uint32_t index, const cJSON *objec
             return false;
         }
     }
-    return has_required_fields(section, index, given, error);
+    return has_required_fields(section, index, given, error) &&
+           has_both_bounds_or_none(section, index, given, error);
 }
 
 /** Reads one list. */

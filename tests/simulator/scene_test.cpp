@@ -222,6 +222,7 @@ TEST(scene, passed_by_a_port_is_checked_at_the_start)
     zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
     scene.targets[0].velocity_m_s = std::numeric_limits<float>::quiet_NaN();
     zet_simulator_options_t options = {};
+    options.sensor_count = 1;
     options.clock = zet_simulator_virtual_clock();
     options.scene = &scene;
     EXPECT_FALSE(zet_simulator_start(&options));
@@ -229,10 +230,39 @@ TEST(scene, passed_by_a_port_is_checked_at_the_start)
         EXPECT_STREQ(text, "targets[0].velocity_m_s is NaN, but must be a number from -100 to 100");
     };
     EXPECT_FALSE(zet_simulator_start(&options));
+    scene.targets[0].velocity_m_s = 0.0F;
+    scene.targets[0].sensor_id = 2;
+    options.log = [](zet_log_level_t, const char *, const char *text) {
+        EXPECT_STREQ(text, "targets[0].sensor is 2, but the number of sensors on the board is 1");
+    };
+    EXPECT_FALSE(zet_simulator_start(&options));
     char error[256];
     scene.target_count = 17;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
     EXPECT_STREQ(error, "targets has 17 entries, but must have at most 16");
+}
+
+TEST(scene, must_not_name_sensors_that_the_board_does_not_have)
+{
+    const auto error_of = [](const zet_simulator_scene_t &scene, uint16_t sensor_count) {
+        char error[256] = "";
+        const bool fits = zet_simulator_scene_fits_board(&scene, sensor_count, error, sizeof(error));
+        EXPECT_EQ(fits, *error == '\0');
+        return std::string(error);
+    };
+    zet_simulator_scene_t scene = scene_with_target(1.0F, 1.0F);
+    EXPECT_EQ(error_of(scene, 1), "");
+    scene.targets[0].sensor_id = 3;
+    EXPECT_EQ(error_of(scene, 3), "");
+    EXPECT_EQ(error_of(scene, 2), "targets[0].sensor is 3, but the number of sensors on the board is 2");
+    scene = empty_scene();
+    scene.interferer_count = scene.temperature_count = scene.fault_count = 2;
+    scene.faults[1].sensor_id = 2;
+    EXPECT_EQ(error_of(scene, 1), "faults[1].sensor is 2, but the number of sensors on the board is 1");
+    scene.temperatures[1].sensor_id = 2;
+    EXPECT_EQ(error_of(scene, 1), "temperatures[1].sensor is 2, but the number of sensors on the board is 1");
+    scene.interferers[1].sensor_id = 2;
+    EXPECT_EQ(error_of(scene, 1), "interferers[1].sensor is 2, but the number of sensors on the board is 1");
 }
 
 TEST(scene, the_temperature_of_one_sensor_holds_before_that_of_every_sensor)
@@ -364,6 +394,8 @@ const invalid_scene invalid_scenes[] = {
      "interferers[0].strength is more than 1e9, but must be a number from 0.01 to 1000000"},
     {"not_an_integer", R"({"faults": [{"kind": "failing_read", "skip": 1.5}]})",
      "faults[0].skip must be a whole number from 0 to 100000000"},
+    {"whole_number_just_above", R"({"faults": [{"kind": "failing_read", "count": 100000001}]})",
+     "faults[0].count is 100000001, but must be a number from 0 to 100000000"},
     {"unknown_fault", R"({"faults": [{"kind": "broken"}]})",
      "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
      "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
@@ -373,6 +405,16 @@ const invalid_scene invalid_scenes[] = {
     {"reversed_limits",
      R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 2, "farthest_m": 2}]})",
      "targets[0].farthest_m must be more than nearest_m"},
+    {"start_beyond_the_limits",
+     R"({"targets": [{"distance_m": 3.5, "strength_m2": 1, "nearest_m": 2, "farthest_m": 3}]})",
+     "targets[0].distance_m must be from nearest_m to farthest_m"},
+    {"start_just_before_the_limits",
+     R"({"targets": [{"distance_m": 1.9999999, "strength_m2": 1, "nearest_m": 2, "farthest_m": 3}]})",
+     "targets[0].distance_m must be from nearest_m to farthest_m"},
+    {"only_the_nearest_limit", R"({"targets": [{"distance_m": 3, "strength_m2": 1, "nearest_m": 2}]})",
+     "targets[0] has only one of the keys nearest_m and farthest_m; give both or none"},
+    {"only_the_farthest_limit", R"({"targets": [{"distance_m": 3, "strength_m2": 1, "farthest_m": 4}]})",
+     "targets[0] has only one of the keys nearest_m and farthest_m; give both or none"},
     {"period_too_short", R"({"interferers": [{"strength": 1, "duration_s": 3, "period_s": 2}]})",
      "interferers[0].duration_s must be more than 0 and at most period_s"},
     {"period_without_duration", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
