@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
+#include <iostream>
 
 #include "simulated_sensor.h"
 #include "zet_config_internal.h"
@@ -224,6 +226,89 @@ TEST(noise_streams, are_independent_for_each_seed_session_and_sensor)
             // One of 500 million pairs of independent streams exceeds 6 deviations.
             EXPECT_NEAR(correlation(samples_per_frame, left, right), 0.0, 6.0) << i << " and " << j;
         }
+    }
+}
+
+/** Cells on both sides of the tested one, from which the detector estimates the noise. */
+constexpr size_t reference_cells = 16;
+constexpr size_t window = reference_cells + 1;
+
+/** A cell-averaging detector: an alarm if a cell has more than a multiple of the mean power of its
+ * references. */
+class detector
+{
+public:
+    /**
+     * Designs a detector. If the power of the noise is exponentially distributed, the mean of N references
+     * times alpha is exceeded with the probability (1 + alpha / N)^-N.
+     */
+    explicit detector(double false_alarm_rate)
+        : rate_(false_alarm_rate),
+          alpha_(reference_cells * (std::pow(false_alarm_rate, -1.0 / reference_cells) - 1.0))
+    {
+    }
+
+    /** Tests the middle of a window of cells. */
+    void test(const double *powers)
+    {
+        constexpr size_t tested = reference_cells / 2;
+        double sum = -powers[tested];
+        for (size_t i = 0; i < window; ++i)
+        {
+            sum += powers[i];
+        }
+        ++cells_;
+        alarms_ += powers[tested] > alpha_ * sum / reference_cells ? 1U : 0U;
+    }
+
+    /** Compares the number of alarms with the designed one; sampling errors above 4 deviations are failures.
+     */
+    void check() const
+    {
+        const double expected = rate_ * static_cast<double>(cells_);
+        const double deviation = std::sqrt(expected * (1.0 - rate_));
+        std::cout << "designed rate " << rate_ << ": " << alarms_ << " alarms in " << cells_
+                  << " cells, expected " << expected << " +- " << deviation << '\n';
+        EXPECT_NEAR(static_cast<double>(alarms_), expected, 4.0 * deviation);
+    }
+
+private:
+    double rate_;
+    double alpha_;
+    size_t cells_ = 0;
+    size_t alarms_ = 0;
+};
+
+/** A million cells; with VANTOR_CAMPAIGN=whole ten million: `scripts/soak noise`. */
+TEST(false_alarms, have_the_designed_rate)
+{
+    const size_t frames = std::getenv("VANTOR_CAMPAIGN") != nullptr ? 10400 : 1040;
+    const zet_simulator_scene_t scene = empty_scene();
+    const simulation simulation(1, &scene);
+    simulated_sensor sensor;
+    configure_noise(sensor);
+    ASSERT_TRUE(sensor.prepare()) << simulation::log();
+    detector detectors[] = {detector(1.0e-2), detector(1.0e-3), detector(1.0e-4)};
+    std::vector<double> powers(samples_per_frame);
+    for (size_t i = 0; i < frames; ++i)
+    {
+        const frame measured = sensor.measure();
+        for (size_t j = 0; j < powers.size(); ++j)
+        {
+            powers[j] = static_cast<double>(std::norm(measured.samples[j]));
+        }
+        // No cell is in two windows, so that all decisions are independent.
+        for (size_t first = 0; first + window <= powers.size(); first += window)
+        {
+            for (detector &each : detectors)
+            {
+                each.test(&powers[first]);
+            }
+        }
+    }
+    for (const detector &each : detectors)
+    {
+        each.check();
     }
 }
 
