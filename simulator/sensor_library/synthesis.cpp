@@ -62,16 +62,17 @@ void add_echo(const echo &echo, const subsweep_signal &subsweep, float first, bl
     const float half_width = subsweep.half_width;
     const auto distance = static_cast<float>(subsweep.unambiguous_steps);
     const float end = first + step * static_cast<float>(count) + half_width;
-    float centre = echo.centre;
-    for (int32_t lap = 0; lap < echo.laps && centre + distance < end; ++lap)
+    const auto centre_of = [&](int32_t lap) { return echo.centre + distance * static_cast<float>(lap); };
+    int32_t lap = 0;
+    while (lap < echo.laps && centre_of(lap + 1) < end)
     {
-        centre += distance;
+        ++lap;
     }
-    for (; centre + half_width > first; centre -= distance)
+    for (; centre_of(lap) + half_width > first; --lap)
     {
-        if (centre < end)
+        if (centre_of(lap) < end)
         {
-            add_response(echo, first - centre, step, half_width, values, count);
+            add_response(echo, first - centre_of(lap), step, half_width, values, count);
         }
     }
 }
