@@ -455,25 +455,6 @@ class HostileViewers(InDirectory):
             viewer.close_reason()
             other.frame()
 
-    def test_a_viewer_whose_requests_wait_can_send_only_a_few(self):
-        server = self.enterContext(Server("--tcp", "0"))
-        view = self.view(SINGLE, "--connect", server.address)
-        with view.connect() as many, view.connect() as long, view.connect() as other:
-            other.frame()
-            server.process.send_signal(signal.SIGSTOP)
-            many.send("apply", configuration=example("single_sensor.json"))
-            many.next("session")
-            for _ in range(9):
-                many.send("keep", seconds=1)
-            self.assertIn("Too many requests wait", many.close_reason())
-            for _ in range(3):
-                long.send("record", name="x" * 400000)
-            self.assertIn("Too many requests wait", long.close_reason())
-            other.send("every", frames=2)
-            self.assertEqual(other.next("done")["for"], "every")
-            server.process.send_signal(signal.SIGCONT)
-            other.frame()
-
     def test_a_foreign_page_cannot_connect(self):
         view = self.view(SINGLE)
         port = view.url.split(":")[2].split("/")[0]

@@ -80,7 +80,7 @@ TEST(view_messages, show_each_fault_of_a_configuration_with_the_nearest_value)
 TEST(view_messages, show_all_members_of_a_fault_between_them)
 {
     const auto config = json{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}};
-    const auto answer = checked_message({{"id", 3}, {"configuration", configuration_with(config)}});
+    const auto answer = checked_message({{"id", 3}, {"configuration", configuration_with(config)}}, nullptr);
     ASSERT_EQ(answer["faults"].size(), 1U);
     EXPECT_EQ(answer["faults"][0]["members"], json::array({"/groups/0/0/config/inter_frame_idle_state",
                                                            "/groups/0/0/config/inter_sweep_idle_state"}));

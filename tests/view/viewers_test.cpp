@@ -1,0 +1,150 @@
+/** @file
+ * Tests of what waits for viewers, and what they ask for.
+ */
+#include "view/viewers.h"
+
+#include <future>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "raw_client.h"
+
+namespace vantor
+{
+namespace
+{
+
+using ::testing::HasSubstr;
+
+/** Viewers whose loop runs on a thread of its own, and whose requests wait. */
+class running_viewers
+{
+public:
+    running_viewers()
+        : all_(view_address{}, loop_),
+          thread_([this] { loop_.run_until([this] { return stopped_; }, event_loop::time_point::max()); })
+    {
+    }
+    running_viewers(const running_viewers &) = delete;
+    running_viewers &operator=(const running_viewers &) = delete;
+    running_viewers(running_viewers &&) = delete;
+    running_viewers &operator=(running_viewers &&) = delete;
+    ~running_viewers()
+    {
+        loop_.post([this] { stopped_ = true; });
+        thread_.join();
+    }
+
+    /** Calls a function on the loop, and waits until it has returned. */
+    void on_loop(const std::function<void(viewers &)> &work)
+    {
+        std::promise<void> done;
+        loop_.post([&] {
+            work(all_);
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
+
+    [[nodiscard]] uint16_t port() const
+    {
+        return all_.server().port();
+    }
+
+    [[nodiscard]] std::string token() const
+    {
+        const auto url = all_.server().url();
+        return url.substr(url.rfind('=') + 1);
+    }
+
+private:
+    event_loop loop_;
+    viewers all_;
+    bool stopped_ = false; /**< used on the loop */
+    std::thread thread_;
+};
+
+/** A viewer that has received the greeting. */
+class open_viewer : public raw_client
+{
+public:
+    explicit open_viewer(const running_viewers &all) : raw_client(all.port())
+    {
+        EXPECT_EQ(open_stream(all.token()).status, 101U);
+        EXPECT_THAT(receive_message().payload, HasSubstr("\"viewer\":1"));
+    }
+
+    /** Sends a request with a text of a size. */
+    void ask(size_t size)
+    {
+        send_frame(frame_kind::text, R"({"type":"record","name":")" + std::string(size, 'x') + "\"}");
+    }
+
+    /** The reason for which the connection is closed. */
+    std::string close_reason()
+    {
+        raw_frame frame = receive_message();
+        while (frame.kind != frame_kind::close && frame.kind != frame_kind::none)
+        {
+            frame = receive_message();
+        }
+        return frame.close_reason();
+    }
+};
+
+constexpr const char *too_many = "Too many requests wait: send the next one after the answer.";
+
+} // namespace
+
+TEST(viewers, keep_eight_requests_of_a_viewer)
+{
+    running_viewers all;
+    open_viewer viewer(all);
+    for (int i = 0; i < 9; ++i)
+    {
+        viewer.ask(10);
+    }
+    EXPECT_EQ(viewer.close_reason(), too_many);
+}
+
+TEST(viewers, keep_requests_of_one_mebibyte)
+{
+    running_viewers all;
+    open_viewer viewer(all);
+    viewer.ask(600000);
+    viewer.ask(600000);
+    EXPECT_EQ(viewer.close_reason(), too_many);
+}
+
+TEST(viewers, keep_one_request_of_any_size)
+{
+    constexpr size_t size = (1U << 20U) - 100;
+    running_viewers all;
+    open_viewer viewer(all);
+    viewer.ask(size);
+    std::optional<viewer_request> request;
+    while (!request)
+    {
+        all.on_loop([&](viewers &served) { request = served.next_request(); });
+    }
+    EXPECT_EQ(request->type, "record");
+    EXPECT_EQ(request->document["name"].get<std::string>().size(), size);
+}
+
+TEST(viewers, close_one_that_leaves_many_bytes_unread)
+{
+    running_viewers all;
+    open_viewer viewer(all);
+    all.on_loop([](viewers &served) {
+        // The first one is being sent, the second one waits, the third one is too much.
+        for (int i = 0; i < 3; ++i)
+        {
+            served.send(1, {{"text", std::string(3U << 20U, 'x')}});
+        }
+    });
+    EXPECT_EQ(viewer.close_reason(), "This viewer does not read its messages.");
+}
+
+} // namespace vantor
