@@ -38,6 +38,16 @@ typedef struct
  */
 typedef void zet_simulator_log_sink_t(zet_log_level_t level, const char *module, const char *text);
 
+/** A frame while it is read; zet_simulator_truth.h describes it. */
+typedef struct zet_simulator_frame zet_simulator_frame_t;
+
+/** Observes the simulation, for programs that compare results with the truth. Functions may be null. */
+typedef struct
+{
+    void (*session)(uint32_t number);                  /**< a session has begun; they are counted from 1 */
+    void (*frame)(const zet_simulator_frame_t *frame); /**< a frame is read; valid until the return */
+} zet_simulator_observer_t;
+
 /** What a port chooses. The record is copied; what it points to must stay valid until the stop. */
 typedef struct
 {
@@ -50,6 +60,7 @@ typedef struct
     /** Waits for a sensor until a time of the clock; returns false as soon as nobody needs the measurement.
      * Null to sleep on the clock. */
     bool (*wait_until_us)(uint64_t time_us);
+    zet_simulator_observer_t observer; /**< all null for none */
 } zet_simulator_options_t;
 
 /**
@@ -63,6 +74,12 @@ bool zet_simulator_start(const zet_simulator_options_t *options);
 
 /** Stops the simulator. All handles of the sensor library must have been destroyed. */
 void zet_simulator_stop(void);
+
+/**
+ * Notes the tick of the frame whose interrupt was waited for last, for the truth. Only the first call after
+ * each wait has an effect, so that a port can pass every tick that it reads.
+ */
+void zet_simulator_note_tick(uint32_t tick);
 
 /**
  * Returns a clock that does not wait: sleeping until a time sets the clock to that time. There is only one

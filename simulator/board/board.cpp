@@ -24,7 +24,10 @@ struct board
     board_sensor *sensors; /**< options.sensor_count entries, owned */
     uint32_t fault_calls[ZET_SIMULATOR_MAX_FAULTS];
     board_session session;
-    uint64_t ideal_us; /**< time of the ideal clock, unless the board's clock is virtual */
+    uint64_t ideal_us;      /**< time of the ideal clock, unless the board's clock is virtual */
+    uint32_t session_count; /**< begun so far */
+    board_sensor
+        *tick_awaited; /**< whose interrupt has come, and whose tick is not known yet; null if none */
 };
 
 board the_board;
@@ -155,6 +158,26 @@ board_session &board_current_session()
     return the_board.session;
 }
 
+void board_count_handle()
+{
+    board_session &session = the_board.session;
+    if (session.handle_count++ > 0U)
+    {
+        return;
+    }
+    session.scene_started = false;
+    ++the_board.session_count;
+    if (the_board.options.observer.session != nullptr)
+    {
+        the_board.options.observer.session(the_board.session_count);
+    }
+}
+
+uint32_t board_session_number()
+{
+    return the_board.session_count;
+}
+
 uint64_t board_now_us()
 {
     return the_board.running ? the_board.options.clock.now_us() : 0U;
@@ -247,6 +270,15 @@ void zet_simulator_stop(void)
     the_board = {};
 }
 
+void zet_simulator_note_tick(uint32_t tick)
+{
+    if (the_board.tick_awaited != nullptr)
+    {
+        the_board.tick_awaited->tick = tick;
+        the_board.tick_awaited = nullptr;
+    }
+}
+
 void zet_hal_integration_sensor_supply_on(zet_sensor_id_t sensor_id)
 {
     board_sensor *sensor = find_or_log(sensor_id, __func__);
@@ -297,12 +329,14 @@ bool zet_hal_integration_wait_for_sensor_interrupt(zet_sensor_id_t sensor_id, ui
     const instant now = board_now();
     const uint64_t timeout_us = uint64_t{timeout_ms} * 1000U;
     const instant deadline = {now.clock_us + timeout_us, now.ideal_us + timeout_us};
+    the_board.tick_awaited = nullptr;
     const bool comes = sensor->interrupt.clock_us <= deadline.clock_us;
     if (!wait_until(comes ? sensor->interrupt : deadline) || !comes)
     {
         return false;
     }
     sensor->interrupt.clock_us = no_interrupt;
+    the_board.tick_awaited = sensor;
     return true;
 }
 

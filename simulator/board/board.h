@@ -27,10 +27,11 @@ struct board_sensor
 {
     bool supplied;          /**< its supply is on */
     bool enabled;           /**< its enable line is driven */
+    bool in_use;            /**< has a handle */
     uint32_t reset_count;   /**< number of times that power or the enable line has reset it */
     instant interrupt;      /**< when its interrupt comes; at no_interrupt on the board's clock if never */
     uint32_t session_count; /**< handles created so far; makes the noise of each session different */
-    bool in_use;            /**< has a handle */
+    uint32_t tick;          /**< of its last interrupt, as the port has noted it */
 };
 
 /** What the sensors of a session have in common. It begins with a handle while there is no other. */
@@ -55,6 +56,12 @@ const zet_simulator_scene_t &board_scene();
 
 /** Returns the current session, or the last one. */
 board_session &board_current_session();
+
+/** Counts a new handle of a sensor. The first one begins a session. */
+void board_count_handle();
+
+/** Returns the number of the current session, or of the last one; 0 before the first one. */
+uint32_t board_session_number();
 
 /** Returns the time of the board's clock, in microseconds. */
 uint64_t board_now_us();

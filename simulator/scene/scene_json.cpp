@@ -3,6 +3,8 @@
  */
 #include <cjson/cJSON.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "common/number_text.h"
@@ -236,6 +238,59 @@ bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const me
     return zet_simulator_scene_is_valid(&scene, error.text, error.size);
 }
 
+/** Adds a number to a text: the shortest one that is read as the same value. */
+void append_number(const message &text, double value, field_type type)
+{
+    char digits[32];
+    const int most_digits = 9;
+    for (int precision = 6; precision <= most_digits; ++precision)
+    {
+        std::snprintf(digits, sizeof(digits), "%.*g", precision, value);
+        if (type == field_type::real ? std::strtof(digits, nullptr) == static_cast<float>(value)
+                                     : std::strtod(digits, nullptr) == value)
+        {
+            break;
+        }
+    }
+    append(text, digits);
+}
+
+/** Adds a field of an entry to a text. */
+void append_field(const message &text, const scene_field &field, double value, const char *separator)
+{
+    append(text, separator);
+    append(text, "\"");
+    append(text, field.name);
+    append(text, "\":");
+    if (field.type == field_type::fault)
+    {
+        append(text, "\"");
+        append(text, scene_fault_words[static_cast<uint32_t>(value)]);
+        append(text, "\"");
+    }
+    else
+    {
+        append_number(text, value, field.type);
+    }
+}
+
+/** Adds an entry of a list to a text. */
+void append_entry(const message &text, const scene_section &section, const unsigned char *entry)
+{
+    const char *separator = "{";
+    for (uint32_t i = 0; i < section.field_count; ++i)
+    {
+        const scene_field &field = section.fields[i];
+        const double value = scene_field_get(entry, field);
+        if (field.required || value != 0.0)
+        {
+            append_field(text, field, value, separator);
+            separator = ",";
+        }
+    }
+    append(text, "}");
+}
+
 } // namespace
 
 bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
@@ -251,4 +306,26 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
     const bool valid = read_document(document, *scene, {error, error_size});
     cJSON_Delete(document);
     return valid;
+}
+
+void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
+{
+    const message message = {text, ZET_SIMULATOR_SCENE_TEXT_SIZE};
+    const auto *bytes = reinterpret_cast<const unsigned char *>(scene);
+    text[0] = '\0';
+    const char *section_separator = "{\"";
+    for (const scene_section &section : scene_sections)
+    {
+        append(message, section_separator);
+        append(message, section.name);
+        append(message, "\":[");
+        const uint32_t count = bytes[section.count_offset];
+        for (uint32_t index = 0; index < count; ++index)
+        {
+            append(message, index > 0U ? "," : "");
+            append_entry(message, section, bytes + section.entries_offset + index * section.entry_size);
+        }
+        section_separator = "],\"";
+    }
+    append(message, "]}");
 }

@@ -22,6 +22,18 @@ extern "C" {
 bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
                                    size_t error_size);
 
+/** Size of a text that has room for every scene. */
+#define ZET_SIMULATOR_SCENE_TEXT_SIZE 16384U
+
+/**
+ * Writes a scene as a JSON document without spaces and line feeds, which zet_simulator_scene_from_json()
+ * reads. Optional values of 0 are left out, since that is their default.
+ *
+ * @param scene  a valid scene
+ * @param text   receives the document, zero-terminated; has room for ZET_SIMULATOR_SCENE_TEXT_SIZE bytes
+ */
+void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text);
+
 #ifdef __cplusplus
 }
 #endif

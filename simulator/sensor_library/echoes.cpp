@@ -42,6 +42,24 @@ echo echo_at(const frame_signal &frame, const subsweep_signal &subsweep, double 
 namespace zet_simulator
 {
 
+bool target_is_visible(const view &view, uint32_t target)
+{
+    const zet_simulator_target_t &seen = view.scene->targets[target];
+    const double distance_m = scene_target_distance_m(seen, view.time_s);
+    return scene_concerns(seen.sensor_id, view.sensor_id) && distance_m > 0.0 && distance_m < horizon_m;
+}
+
+echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
+                    uint32_t target)
+{
+    const zet_simulator_target_t &seen = view.scene->targets[target];
+    const double distance_m = scene_target_distance_m(seen, view.time_s);
+    const double limited_m = std::max(distance_m, near_field_m);
+    const auto squared_m = static_cast<float>(limited_m * limited_m);
+    const float amplitude = subsweep.echo_amplitude * std::sqrt(seen.strength_m2) / squared_m;
+    return echo_at(frame, subsweep, distance_m / meters_per_step, amplitude);
+}
+
 uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
                         echo *echoes)
 {
@@ -58,17 +76,10 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
     echoes[count++] = echo_at(frame, subsweep, 0.0, subsweep.echo_amplitude * leakage_amplitude);
     for (uint32_t i = 0; i < view.scene->target_count; ++i)
     {
-        const zet_simulator_target_t &target = view.scene->targets[i];
-        const double distance_m = scene_target_distance_m(target, view.time_s);
-        if (!scene_concerns(target.sensor_id, view.sensor_id) ||
-            !(distance_m > 0.0 && distance_m < horizon_m))
+        if (target_is_visible(view, i))
         {
-            continue;
+            echoes[count++] = echo_of_target(frame, subsweep, view, i);
         }
-        const double limited_m = std::max(distance_m, near_field_m);
-        const auto squared_m = static_cast<float>(limited_m * limited_m);
-        const float amplitude = subsweep.echo_amplitude * std::sqrt(target.strength_m2) / squared_m;
-        echoes[count++] = echo_at(frame, subsweep, distance_m / meters_per_step, amplitude);
     }
     return count;
 }

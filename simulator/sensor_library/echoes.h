@@ -32,6 +32,13 @@ struct echo
     float imag;
 };
 
+/** Returns whether a sensor can see a target: it concerns the sensor, is not behind it, nor too far away. */
+bool target_is_visible(const view &view, uint32_t target);
+
+/** Returns the echo of a visible target in a sub-sweep that transmits. */
+echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
+                    uint32_t target);
+
 /** Most echoes of a sub-sweep: one per target, and the direct leakage. */
 constexpr uint32_t max_echoes = ZET_SIMULATOR_MAX_TARGETS + 1U;
 

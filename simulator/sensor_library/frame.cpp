@@ -43,10 +43,7 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
     head.has_cca = program.listens;
     head.cca_value = program.listens ? synthesis_listen({&scene, sensor.id, start_s}, noise) : 0.0F;
 
-    const uint16_t nominal = nominal_frequency_control(sensor.id, head.temperature);
-    frame_signal frame = program.frame;
-    frame.tx_frequency = frequency_of(program.tx_control, nominal);
-    frame.rx_frequency = frequency_of(program.rx_control, nominal);
+    const frame_signal frame = signal_of_frame(sensor, head.temperature);
     for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; ++sweep)
     {
         const double offset_us = program.timing.lead_us + sweep * program.timing.sweep_period_us;
@@ -64,6 +61,15 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
 namespace zet_simulator
 {
 
+frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature)
+{
+    const uint16_t nominal = nominal_frequency_control(sensor.id, temperature);
+    frame_signal frame = sensor.program.frame;
+    frame.tx_frequency = frequency_of(sensor.program.tx_control, nominal);
+    frame.rx_frequency = frequency_of(sensor.program.rx_control, nominal);
+    return frame;
+}
+
 void frame_write(const zet_sensor &sensor, const measured_frame &measured, void *buffer)
 {
     frame_head head = {};
@@ -75,6 +81,11 @@ void frame_write(const zet_sensor &sensor, const measured_frame &measured, void 
     const int32_t moved = head.temperature - sensor.program.calibration_temperature;
     head.calibration_needed = moved >= calibration_temperature_span || moved <= -calibration_temperature_span;
     std::memcpy(buffer, &head, sizeof(head));
+    if (const auto observe = board_options().observer.frame; observe != nullptr)
+    {
+        const zet_simulator_frame observed = {&sensor, &measured, board_find_sensor(sensor.id)->tick};
+        observe(&observed);
+    }
 }
 
 } // namespace zet_simulator

@@ -6,8 +6,19 @@
 
 #include "sensor_library/sensor.h"
 
+/** A frame while it is read. */
+struct zet_simulator_frame
+{
+    const zet_sensor *sensor;
+    const zet_simulator::measured_frame *measured;
+    uint32_t tick; /**< that the port has noted for it */
+};
+
 namespace zet_simulator
 {
+
+/** Returns the values of a sensor's frame at a temperature, which changes its frequencies. */
+frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature);
 
 /**
  * Writes a measured frame in the sensor's format.

@@ -43,16 +43,6 @@ bool are_calibration_arguments_valid(const bool *cal_complete, const zet_cal_res
     return true;
 }
 
-/** Counts a new handle; the first one begins a session. */
-void count_handle()
-{
-    board_session &session = board_current_session();
-    if (session.handle_count++ == 0U)
-    {
-        session.scene_started = false;
-    }
-}
-
 /** Ends a calibration, successful or not: the sensor needs a reset then. */
 void end_calibration(zet_sensor &sensor)
 {
@@ -208,7 +198,7 @@ zet_sensor_t *zet_sensor_create(zet_sensor_id_t sensor_id)
         sensor->id = sensor_id;
         sensor->session = position->session_count++;
         position->in_use = true;
-        count_handle();
+        board_count_handle();
     }
     return sensor;
 }

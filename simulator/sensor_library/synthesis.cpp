@@ -21,9 +21,6 @@ using namespace zet_simulator;
 constexpr uint32_t block_size = 64;
 static_assert(block_size % noise_source::lanes == 0, "noise is filled in multiples of the lanes");
 
-/** Phase error of the delay line for each base step in a cell: an eighth of a turn over a complete cell. */
-constexpr binary_angle delay_error_per_step = 0x20000000U / delay_cell;
-
 /** Imbalance of the receiver's paths: gain of the in-phase part, and its leakage into the quadrature part. */
 constexpr float imbalance_gain = 1.015F;
 constexpr float imbalance_skew = 0.0087F;
@@ -166,15 +163,19 @@ void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, fl
 namespace zet_simulator
 {
 
+float noise_amplitude_of(const subsweep_signal &subsweep, const view &view)
+{
+    const float heard =
+        subsweep.loops_back ? 0.0F : scene_interference(*view.scene, view.sensor_id, view.time_s);
+    return std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
+}
+
 bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
                        noise_source &noise, zet_int16_complex_t *samples)
 {
     echo echoes[max_echoes];
     const uint32_t echo_count = echoes_collect(frame, subsweep, view, echoes);
-    const float heard =
-        subsweep.loops_back ? 0.0F : scene_interference(*view.scene, view.sensor_id, view.time_s);
-    const float noise_amplitude =
-        std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
+    const float noise_amplitude = noise_amplitude_of(subsweep, view);
     const bool turns = !subsweep.phase_enhancement || frame.rx_frequency != 1.0;
     bool saturated = false;
     for (uint32_t first = 0; first < subsweep.num_points; first += block_size)

@@ -5,11 +5,15 @@
 #define ZET_SIMULATOR_SYNTHESIS_H
 
 #include "common/noise.h"
+#include "common/trigonometry.h"
 #include "sensor_library/echoes.h"
 #include "zet_definitions_k330.h"
 
 namespace zet_simulator
 {
+
+/** Phase error of the delay line for each base step in a cell: an eighth of a turn over a complete cell. */
+constexpr binary_angle delay_error_per_step = 0x20000000U / delay_cell;
 
 /**
  * Measures a sub-sweep once.
@@ -20,6 +24,9 @@ namespace zet_simulator
  */
 bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
                        noise_source &noise, zet_int16_complex_t *samples);
+
+/** Returns the deviation of the noise in each part of a sample of a sub-sweep. */
+float noise_amplitude_of(const subsweep_signal &subsweep, const view &view);
 
 /**
  * Listens with the transmitter off, for the clear-channel assessment.

@@ -21,7 +21,8 @@ class simulation
 public:
     explicit simulation(uint16_t sensor_count = 1, const zet_simulator_scene_t *scene = nullptr,
                         uint64_t seed = 1, zet_simulator_clock_t clock = zet_simulator_virtual_clock(),
-                        bool (*wait_until_us)(uint64_t) = nullptr);
+                        bool (*wait_until_us)(uint64_t) = nullptr,
+                        zet_simulator_observer_t observer = {nullptr, nullptr});
     ~simulation();
     simulation(const simulation &) = delete;
     simulation &operator=(const simulation &) = delete;

@@ -1,0 +1,155 @@
+/** @file
+ * What a sensor should have found in a frame.
+ */
+#include "zet_simulator_truth.h"
+
+#include <cmath>
+
+#include "board/board.h"
+#include "common/trigonometry.h"
+#include "scene/scene.h"
+#include "sensor_library/echoes.h"
+#include "sensor_library/frame.h"
+#include "sensor_library/synthesis.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** Power of the error of rounding a complex sample to whole numbers. */
+constexpr double rounding_power = 2.0 / 12.0;
+
+constexpr double microsecond_s = 1.0e-6;
+constexpr double pi = 3.14159265358979323846;
+
+/** Returns the time of the scene in the middle of a frame, which began at another one. */
+double middle_of(const frame_timing &timing, uint16_t sweeps, double start_s)
+{
+    const double half_us = (sweeps - 1) * timing.sweep_period_us / 2.0;
+    return start_s + (timing.lead_us + half_us) * microsecond_s;
+}
+
+/** Returns the mean square of the magnitude of the noise in a sample. */
+double noise_power_of(const subsweep_signal &subsweep, const view &view)
+{
+    const auto amplitude = static_cast<double>(noise_amplitude_of(subsweep, view));
+    return 2.0 * amplitude * amplitude + rounding_power;
+}
+
+/** Returns whether a sub-sweep measures at a distance, in base steps. */
+bool contains(const subsweep_signal &subsweep, double steps)
+{
+    const double last = (subsweep.num_points - 1) * subsweep.step_length;
+    return steps >= subsweep.start_point && steps <= subsweep.start_point + last;
+}
+
+/** Returns the sub-sweep that measures at a distance, the first one when there is none. */
+const subsweep_signal &subsweep_at(const measurement_program &program, double distance_m)
+{
+    for (uint32_t i = 0; i < program.num_subsweeps; ++i)
+    {
+        if (contains(program.subsweeps[i], distance_m / meters_per_step))
+        {
+            return program.subsweeps[i];
+        }
+    }
+    return program.subsweeps[0];
+}
+
+/** Returns by how much the receiver turns the phase of a sample back, at a point in base steps. */
+binary_angle receiver_phase_at(const frame_signal &frame, const subsweep_signal &subsweep, int32_t point)
+{
+    const binary_angle error_per_step = subsweep.phase_enhancement ? 0U : delay_error_per_step;
+    const auto cell = static_cast<uint32_t>((point % delay_cell + delay_cell) % delay_cell);
+    return phase_from_turns(frame.rx_frequency * point) + cell * error_per_step;
+}
+
+/** Returns the derivative of a target's distance, without its oscillation. */
+double steady_velocity_of(const zet_simulator_target_t &target, double time_s)
+{
+    zet_simulator_target_t steady = target;
+    steady.oscillation_amplitude_m = 0.0F;
+    const double before_m = scene_target_distance_m(steady, time_s - microsecond_s);
+    const double after_m = scene_target_distance_m(steady, time_s + microsecond_s);
+    // Its speed is constant, also between turning points.
+    return std::copysign(static_cast<double>(target.velocity_m_s), after_m - before_m);
+}
+
+/** Returns the derivative of a target's distance, in metres per second. */
+double velocity_of(const zet_simulator_target_t &target, double time_s)
+{
+    const auto frequency = static_cast<double>(target.oscillation_frequency_hz);
+    const double turning = 2.0 * pi * frequency;
+    return steady_velocity_of(target, time_s) +
+           static_cast<double>(target.oscillation_amplitude_m) * turning * std::cos(turning * time_s);
+}
+
+/** Returns the phase of an angle, -pi to pi. */
+double radians_of(binary_angle angle)
+{
+    return static_cast<int32_t>(angle) * (pi / 2147483648.0);
+}
+
+/** Sets amplitude and phase of a target from its echo. */
+void set_echo(const frame_signal &frame, const subsweep_signal &subsweep, const echo &echo,
+              zet_simulator_target_truth_t &truth)
+{
+    const auto real = static_cast<double>(echo.real);
+    const auto imag = static_cast<double>(echo.imag);
+    const auto point = static_cast<int32_t>(
+        std::lround(static_cast<double>(echo.centre) / subsweep.step_length) * subsweep.step_length);
+    const double received = radians_of(receiver_phase_at(frame, subsweep, subsweep.start_point + point));
+    truth.amplitude = std::sqrt(real * real + imag * imag);
+    truth.phase_rad = std::remainder(std::atan2(imag, real) - received, 2.0 * pi);
+}
+
+/** Describes a target; returns whether the sensor can see it. */
+bool describe(const measurement_program &program, const frame_signal &frame, const view &view, uint8_t index,
+              zet_simulator_target_truth_t &truth)
+{
+    const zet_simulator_target_t &target = view.scene->targets[index];
+    if (!target_is_visible(view, index))
+    {
+        return false;
+    }
+    truth = {};
+    truth.target = index;
+    truth.distance_m = scene_target_distance_m(target, view.time_s);
+    truth.velocity_m_s = velocity_of(target, view.time_s);
+    const subsweep_signal &subsweep = subsweep_at(program, truth.distance_m);
+    truth.noise_power = noise_power_of(subsweep, view);
+    if (subsweep.transmits && !subsweep.loops_back)
+    {
+        set_echo(frame, subsweep, echo_of_target(frame, subsweep, view, index), truth);
+    }
+    return true;
+}
+
+} // namespace
+
+void zet_simulator_truth_of(const zet_simulator_frame_t *frame, zet_simulator_truth_t *truth)
+{
+    const zet_sensor &sensor = *frame->sensor;
+    const measurement_program &program = sensor.program;
+    const zet_simulator_scene_t &scene = board_scene();
+    const double start_s = scene_time_s(frame->measured->moment_us);
+    const view first = {&scene, sensor.id, start_s + program.timing.lead_us * microsecond_s};
+    const view middle = {&scene, sensor.id, middle_of(program.timing, program.sweeps_per_frame, start_s)};
+    truth->session = board_session_number();
+    truth->sensor_id = sensor.id;
+    truth->tick = frame->tick;
+    truth->time_s = first.time_s;
+    truth->temperature = scene_temperature(scene, sensor.id, start_s);
+    truth->noise_power = noise_power_of(program.subsweeps[0], middle);
+    truth->interference = static_cast<double>(scene_interference(scene, sensor.id, middle.time_s));
+    truth->target_count = 0;
+    const frame_signal signal = signal_of_frame(sensor, truth->temperature);
+    for (uint8_t i = 0; i < scene.target_count; ++i)
+    {
+        if (describe(program, signal, middle, i, truth->targets[truth->target_count]))
+        {
+            ++truth->target_count;
+        }
+    }
+}
