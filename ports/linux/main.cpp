@@ -15,6 +15,7 @@
 #include "options.h"
 #include "scene_file.h"
 #include "server.h"
+#include "truth.h"
 #include "zet_log_levels.h"
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
@@ -50,6 +51,10 @@ zet_simulator_options_t board_options(const options_t &options, const zet_simula
     board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;
     board.log = log_line;
     board.log_level = ZET_LOG_LEVEL_DEBUG;
+    if (!options.truth_path.empty())
+    {
+        board.observer = write_truth(options, board.scene);
+    }
     return board;
 }
 

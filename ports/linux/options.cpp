@@ -181,6 +181,12 @@ void add_board_options(CLI::App &app, options_t &options)
            "Scene that the sensors see (docs/simulator.md); a built-in one by default")
         ->type_name("FILE.json");
     app.add_option_function<std::string>(
+           "--truth",
+           [&options](const std::string &text) { options.truth_path = parse_file_name("--truth", text); },
+           "File that receives what the sensors should have found in each frame (docs/simulator.md); an "
+           "existing one is replaced")
+        ->type_name("FILE");
+    app.add_option_function<std::string>(
            "--name", [&options](const std::string &text) { options.board_name = text; },
            "Name of the board, shown by `vantor identify`")
         ->type_name("TEXT")

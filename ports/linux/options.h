@@ -34,6 +34,7 @@ struct options_t
     std::string board_name = "simulated board"; /**< reported by `identify` */
     std::string board_id;                       /**< reported by `identify`; empty for none */
     std::string scene_path;                     /**< empty for the built-in scene */
+    std::string truth_path;                     /**< where the truth is written; empty for nowhere */
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
 

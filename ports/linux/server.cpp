@@ -40,7 +40,9 @@ void set_baudrate(uint32_t baudrate)
 
 uint32_t get_tick()
 {
-    return static_cast<uint32_t>(current_clock.now_us());
+    const auto tick = static_cast<uint32_t>(current_clock.now_us());
+    zet_simulator_note_tick(tick);
+    return tick;
 }
 
 /**

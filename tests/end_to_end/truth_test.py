@@ -1,0 +1,106 @@
+"""The truth of simulated sensors, as the server writes it."""
+
+import json
+import os
+import resource
+import subprocess
+import tempfile
+import unittest
+
+from vantor_process import SERVER, TIME_OUT, Server
+
+
+def lines_of(path):
+    """The lines of a file, as JSON."""
+    with open(path, encoding="utf-8") as file:
+        return [json.loads(line) for line in file]
+
+
+class TruthTest(unittest.TestCase):
+    """A directory with a scene and a configuration."""
+
+    SCENE = {"targets": [{"distance_m": 0.5, "strength_m2": 0.05, "velocity_m_s": 0.05},
+                         {"distance_m": 1.1, "strength_m2": 2, "sensor": 1},
+                         {"distance_m": 9, "strength_m2": 100}]}
+    CONFIG = {"update_rate": 100,
+              "groups": [[{"sensor_id": 1, "config": {"start_point": 100, "num_points": 400, "profile": 2,
+                                                      "receiver_gain": 8, "hwaas": 64}},
+                          {"sensor_id": 2, "config": {"start_point": 100, "num_points": 200}}],
+                         [{"sensor_id": 1, "config": {"start_point": 40, "num_points": 100}}]]}
+
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.truth = self.path("truth.jsonl")
+        self.scene = self.write("scene.json", self.SCENE)
+        self.config = self.write("config.json", self.CONFIG)
+
+    def path(self, name):
+        """A path in the directory."""
+        return os.path.join(self.folder, name)
+
+    def write(self, name, document):
+        """Writes a JSON document."""
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            json.dump(document, file)
+        return self.path(name)
+
+    def server(self, *arguments):
+        """A server that writes the truth."""
+        return Server("--tcp", "0", "--clock", "virtual", "--sensors", "2", "--scene", self.scene, "--seed", "7",
+                      "--truth", self.truth, *arguments)
+
+
+class Files(TruthTest):
+    def test_every_line_is_there_before_its_frame(self):
+        with self.server() as server, server.connect() as host:
+            self.assertEqual(lines_of(self.truth), [])
+            for session in (1, 2):
+                host.ask("configure", configuration=self.CONFIG)
+                lines = lines_of(self.truth)
+                self.assertEqual(lines[-1], {"session": session, "seed": 7, "clock": "virtual", "sensors": 2,
+                                             "scene": {**self.SCENE, "interferers": [], "temperatures": [],
+                                                       "faults": []}})
+                for _ in range(3):
+                    frame = host.ask("frame")
+                    written = lines_of(self.truth)
+                    ticks = [item["tick"] for group in frame["result_info"] for item in group]
+                    self.assertEqual([(line["session"], line["sensor"], line["tick"]) for line in written[-3:]],
+                                     list(zip([session] * 3, [1, 2, 1], ticks)))
+                    self.assertEqual(len(written), len(lines) + 3)
+                    lines = written
+                    self.assertEqual([target["target"] for target in written[-2]["targets"]], [0, 2])
+                host.ask("end")
+
+    def test_the_default_scene_is_written_out(self):
+        with Server("--tcp", "0", "--truth", self.truth) as server, server.connect() as host:
+            host.ask("configure", configuration=self.CONFIG)
+            scene = lines_of(self.truth)[0]["scene"]
+            self.assertEqual(scene["targets"][1], {"distance_m": 1.2, "strength_m2": 0.5,
+                                                   "oscillation_amplitude_m": 0.004,
+                                                   "oscillation_frequency_hz": 0.25})
+
+    def test_a_file_that_cannot_be_written_is_refused(self):
+        pipe = self.path("pipe")
+        os.mkfifo(pipe)
+        for path, reason in ((self.folder, "Is a directory"), (self.path("missing/file"), "No such file or directory"),
+                             ("/dev/null", "it is not a regular file"), (pipe, "")):
+            result = subprocess.run([SERVER, "--stdio", "--truth", path], stdin=subprocess.DEVNULL,
+                                    capture_output=True, text=True, timeout=TIME_OUT, check=False)
+            self.assertEqual((result.returncode, result.stdout), (1, ""))
+            self.assertIn(f'cannot write the truth to "{path}": {reason}', result.stderr)
+
+    def test_a_full_disk_is_reported_once_and_does_not_stop_frames(self):
+        process = subprocess.Popen([SERVER, "--stdio", "--clock", "virtual", "--truth", self.truth],
+                                   stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                   preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000)))
+        commands = [{"command": "configure", "configuration": self.CONFIG}] + [{"command": "frame"}] * 30
+        errors = process.communicate("".join(json.dumps(command) + "\n" for command in commands).encode(),
+                                     timeout=TIME_OUT)[1].decode()
+        self.assertEqual(process.returncode, 0)
+        self.assertEqual(errors.count("Cannot write the truth: "), 1, errors)
+        self.assertGreater(len(lines_of(self.truth)), 2)
+        self.assertLess(os.path.getsize(self.truth), 2001)
+
+
+if __name__ == "__main__":
+    unittest.main()
