@@ -23,11 +23,25 @@ constexpr size_t frame_overhead = sizeof(frame) + 256;
  * frames. */
 constexpr size_t break_size = 4U << 20U;
 
+/** Bytes of what simulated sensors should have found, if that is known. */
+size_t truth_size(const frame &queued) noexcept
+{
+    size_t size = 0;
+    if (const auto &known = queued.truth())
+    {
+        for (const auto &item : known->items)
+        {
+            size += sizeof(item) + (item ? item->targets.size() * sizeof(target_truth) : 0);
+        }
+    }
+    return size;
+}
+
 } // namespace
 
 size_t queued_size(const frame &queued) noexcept
 {
-    return queued.samples().size_bytes() + queued.items().size_bytes() + frame_overhead;
+    return queued.samples().size_bytes() + queued.items().size_bytes() + truth_size(queued) + frame_overhead;
 }
 
 recording_sink::recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,

@@ -20,9 +20,6 @@ namespace vantor
 namespace
 {
 
-/** Most bytes of a line; a row of a frame table has some hundred at most. */
-constexpr size_t most_line_bytes = 4096;
-
 /** Number of bytes that a line reader reads at once. */
 constexpr size_t line_buffer_bytes = 65536;
 
@@ -120,7 +117,8 @@ std::string read_document_text(const std::filesystem::path &path)
     return text;
 }
 
-line_reader::line_reader(std::filesystem::path path) : file_(std::move(path))
+line_reader::line_reader(std::filesystem::path path, size_t most_line_bytes)
+    : file_(std::move(path)), most_line_bytes_(most_line_bytes)
 {
 }
 
@@ -137,9 +135,10 @@ std::optional<std::string_view> line_reader::next()
         }
         buffer_.erase(0, std::exchange(start_, 0));
         searched = buffer_.size();
-        if (searched > most_line_bytes)
+        if (searched > most_line_bytes_)
         {
-            throw bad_recording(file_.path().string() + " has a line of more than 4096 bytes.");
+            throw bad_recording(file_.path().string() + " has a line of more than " +
+                                std::to_string(most_line_bytes_) + " bytes.");
         }
         if (!fill())
         {

@@ -72,8 +72,16 @@ std::string read_document_text(const std::filesystem::path &path);
 class line_reader
 {
 public:
-    /** Opens the file; throws like input_file. */
-    explicit line_reader(std::filesystem::path path);
+    /** Longest line unless another length is given; a row of a frame table has some hundred bytes at most. */
+    static constexpr size_t usual_line_bytes = 4096;
+
+    /**
+     * Opens the file.
+     *
+     * @param most_line_bytes  of a line
+     * @throws bad_recording like input_file
+     */
+    explicit line_reader(std::filesystem::path path, size_t most_line_bytes = usual_line_bytes);
 
     /**
      * Reads the next line.
@@ -103,6 +111,7 @@ private:
     bool fill();
 
     input_file file_;
+    size_t most_line_bytes_;
     uint64_t position_ = 0; /**< of the bytes after those in the buffer */
     std::string buffer_;
     size_t start_ = 0; /**< of the next line in the buffer */

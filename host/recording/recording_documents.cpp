@@ -95,6 +95,14 @@ session_description read_session(const json &members)
     {
         session.source = members["vantor:source"];
     }
+    if (members.contains(truth_member))
+    {
+        session.truth = members[truth_member];
+        if (!session.truth.is_object())
+        {
+            throw configuration_error(std::string(truth_member) + " is not an object.");
+        }
+    }
     if (list_items(session.configuration).size() != session.metadata.items.size())
     {
         throw configuration_error(
@@ -212,7 +220,8 @@ std::optional<description> read_copy(const std::filesystem::path &directory)
 void compare_with_copy(recording_documents &documents, const description &copy)
 {
     const bool trusted = is_listed(documents.collection, 0, item_name({}), copy.digest);
-    for (const char *name : {"vantor:configuration", "vantor:metadata", "vantor:server", "vantor:source"})
+    for (const char *name :
+         {"vantor:configuration", "vantor:metadata", "vantor:server", "vantor:source", truth_member})
     {
         const auto right = copy.members.value(name, json());
         if (documents.collection.value(name, json()) == right)

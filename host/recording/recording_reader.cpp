@@ -10,6 +10,7 @@
 #include "recording/input_file.h"
 #include "recording/recorded_captures.h"
 #include "recording/recording_documents.h"
+#include "recording/truth_writer.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -100,6 +101,21 @@ void recording_reader::on_read(std::function<void(uint64_t)> handler)
 frame_table recording_reader::open_table(size_t item) const
 {
     return frame_table(table_path(directory(), items().at(item)));
+}
+
+bool recording_reader::has_truth() const noexcept
+{
+    return !session().truth.is_null();
+}
+
+truth_table recording_reader::open_truth() const
+{
+    if (!has_truth())
+    {
+        throw bad_recording("The recording has no truth: only simulated sensors have one. Record them with "
+                            "--connect sim:, or with --truth FILE and a server that writes this file.");
+    }
+    return truth_table(directory() / truth_file_name);
 }
 
 void recording_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)

@@ -20,6 +20,7 @@
 #include "recording/recording_documents.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "recording/truth_writer.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -99,6 +100,10 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
         items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
                             session_.server.ticks_per_second, std::move(digests[i]));
     }
+    if (!session_.truth.is_null())
+    {
+        truth_ = std::make_unique<truth_writer>(directory_ / truth_file_name, session_.truth);
+    }
     write_documents(false);
 }
 
@@ -124,9 +129,17 @@ void recording_writer::add(const frame &received, std::chrono::system_clock::tim
         {
             items_[i].append(received.items()[i]);
         }
+        if (truth_)
+        {
+            truth_->append(frames_, received);
+        }
     }
     catch (...)
     {
+        if (truth_)
+        {
+            truth_->rollback();
+        }
         for (auto &item : items_)
         {
             item.rollback();
@@ -136,6 +149,10 @@ void recording_writer::add(const frame &received, std::chrono::system_clock::tim
     for (size_t i = 0; i < items_.size(); ++i)
     {
         items_[i].commit(received.items()[i]);
+    }
+    if (truth_)
+    {
+        truth_->commit();
     }
     if (captures_->add(belonging(received.missing())))
     {
@@ -156,10 +173,18 @@ void recording_writer::sync()
         item.require_existing();
         item.sync();
     }
+    if (truth_)
+    {
+        truth_->sync();
+    }
 }
 
 void recording_writer::finish()
 {
+    if (truth_)
+    {
+        truth_->sync();
+    }
     write_documents(true);
 }
 

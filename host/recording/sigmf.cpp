@@ -141,6 +141,10 @@ void add_session(ordered_json &members, const session_description &session)
     {
         members["vantor:source"] = session.source;
     }
+    if (!session.truth.is_null())
+    {
+        members[truth_member] = session.truth;
+    }
 }
 
 } // namespace

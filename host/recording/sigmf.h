@@ -31,6 +31,9 @@ inline constexpr const char *table_digest_member = "vantor:frame_table_sha512";
 /** Member of the metadata of an item: the number of breaks that are not listed, if there are any. */
 inline constexpr const char *unlisted_breaks_member = "vantor:breaks_not_listed";
 
+/** Member of the description of a session: the scene whose truth is recorded, if it is. */
+inline constexpr const char *truth_member = "vantor:truth";
+
 /** Version of the vantor namespace. */
 inline constexpr const char *extension_version = "0.1.0";
 

@@ -170,11 +170,11 @@ void add_host_rules(rules_t &rules)
     // The client does not need to know how a configuration is checked or planned.
     const public_layer client(rules, basics.all(),
                               {"time_source", "sample", "address", "loss_counter", "tick_clock", "event_loop",
-                               "link", "message_parser", "session", "client"});
+                               "link", "message_parser", "truth", "session", "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
                                  {"flag_counts", "recording_error", "segment", "capture", "frame_table",
                                   "item_statistics", "recorded_item", "session_description",
-                                  "recording_source", "reported_plan", "recording_reader",
+                                  "recording_source", "reported_plan", "truth_table", "recording_reader",
                                   "recording_writer"});
     const public_layer hub(
         rules, recording.all(),

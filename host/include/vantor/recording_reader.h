@@ -14,6 +14,7 @@
 #include "vantor/frame_table.h"
 #include "vantor/recorded_item.h"
 #include "vantor/session_description.h"
+#include "vantor/truth_table.h"
 
 namespace vantor
 {
@@ -87,6 +88,16 @@ public:
      * @throws std::out_of_range if there is no such item
      */
     [[nodiscard]] frame_table open_table(size_t item) const;
+
+    /** Whether the truth of simulated sensors was recorded. */
+    [[nodiscard]] bool has_truth() const noexcept;
+
+    /**
+     * Opens the truth: what the sensors should have found, frame by frame.
+     *
+     * @throws bad_recording if there is none, or it cannot be read
+     */
+    [[nodiscard]] truth_table open_truth() const;
 
 private:
     std::unique_ptr<const recording_documents> documents_; /**< null only if moved from */

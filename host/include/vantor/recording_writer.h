@@ -19,6 +19,7 @@ namespace vantor
 
 class capture_list;
 class item_writer;
+class truth_writer;
 struct stream;
 
 /** Where in a stream a recording begins. */
@@ -114,6 +115,7 @@ private:
     std::filesystem::path directory_;
     session_description session_;
     std::vector<item_writer> items_;
+    std::unique_ptr<truth_writer> truth_;    /**< null if no truth is recorded */
     std::vector<stream> streams_;            /**< that the collection lists; empty until it exists */
     std::unique_ptr<capture_list> captures_; /**< null only if moved from */
     bool break_pending_ = false;             /**< a segment begins with the next frame */

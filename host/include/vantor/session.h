@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -17,6 +18,7 @@
 #include "vantor/calibration.h"
 #include "vantor/message_parser.h"
 #include "vantor/sample.h"
+#include "vantor/truth.h"
 
 namespace vantor
 {
@@ -188,6 +190,18 @@ public:
         missing_ = missing;
     }
 
+    /** What simulated sensors should have found; null if unknown. */
+    [[nodiscard]] const std::shared_ptr<const frame_truth> &truth() const noexcept
+    {
+        return truth_;
+    }
+
+    /** Sets truth(), for sources of frames: null, or with a value for each item. */
+    void set_truth(std::shared_ptr<const frame_truth> truth) noexcept
+    {
+        truth_ = std::move(truth);
+    }
+
     /**
      * Sets frame_item::seconds, for sources of frames.
      *
@@ -205,6 +219,7 @@ private:
     std::vector<sample> samples_;
     std::vector<frame_item> items_;
     uint64_t missing_ = 0;
+    std::shared_ptr<const frame_truth> truth_;
 };
 
 /**

@@ -19,6 +19,8 @@ struct session_description
     session_metadata metadata;     /**< the answer of the server to the configuration */
     server_info server;            /**< in a recording only versions, sensor and ticks_per_second */
     nlohmann::ordered_json source; /**< where it was recorded from, see describe_source(); null if unknown */
+    /** Scene, seed, clock and sensors of a simulator whose truth is recorded; null if it is not. */
+    nlohmann::json truth = nullptr;
 };
 
 /** Ticks between two frames that are due; 0 if unknown. */

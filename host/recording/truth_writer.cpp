@@ -1,0 +1,57 @@
+/** @file
+ * Writes the truth of simulated sensors beside the samples of a recording.
+ */
+#include "recording/truth_writer.h"
+
+#include "vantor/recording_error.h"
+
+namespace vantor
+{
+
+std::string truth_line(const recorded_truth &truth)
+{
+    nlohmann::ordered_json line = {
+        {"frame", truth.frame}, {"group", truth.group + 1}, {"item", truth.item + 1}};
+    line.update(encode_truth(truth.truth));
+    return line.dump() + "\n";
+}
+
+std::string truth_head(const nlohmann::json &truth)
+{
+    return truth.dump() + "\n";
+}
+
+truth_writer::truth_writer(const std::filesystem::path &path, const nlohmann::json &truth) : file_(path)
+{
+    const auto head = truth_head(truth);
+    file_.append(head);
+    length_ = head.size();
+}
+
+void truth_writer::append(uint64_t number, const frame &received)
+{
+    std::string lines;
+    const auto known = received.truth();
+    for (size_t i = 0; known && i < received.items().size(); ++i)
+    {
+        if (const auto &truth = known->items.at(i))
+        {
+            const auto &layout = *received.items()[i].layout;
+            lines +=
+                truth_line({.frame = number, .group = layout.group, .item = layout.index, .truth = *truth});
+        }
+    }
+    appended_ = lines.size();
+    file_.append(lines);
+}
+
+void truth_writer::sync() const
+{
+    if (file_.is_removed())
+    {
+        throw recording_error(file_.name().string() + " was removed during the recording.");
+    }
+    file_.sync();
+}
+
+} // namespace vantor

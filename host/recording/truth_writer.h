@@ -1,0 +1,76 @@
+/** @file
+ * Writes the truth of simulated sensors beside the samples of a recording.
+ */
+#ifndef VANTOR_TRUTH_WRITER_H
+#define VANTOR_TRUTH_WRITER_H
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "recording/output_file.h"
+#include "vantor/session.h"
+#include "vantor/truth_table.h"
+
+namespace vantor
+{
+
+/** Name of the file in a recording. */
+inline constexpr const char *truth_file_name = "truth.jsonl";
+
+/** The first line of a truth file: session_description::truth. */
+std::string truth_head(const nlohmann::json &truth);
+
+/** A line of a truth file. */
+std::string truth_line(const recorded_truth &truth);
+
+/** Writes the truth. Like samples, it is first appended and then committed. */
+class truth_writer
+{
+public:
+    /**
+     * Creates the file.
+     *
+     * @param truth  session_description::truth
+     * @throws recording_error if it cannot be created
+     */
+    truth_writer(const std::filesystem::path &path, const nlohmann::json &truth);
+
+    /**
+     * Appends a line for each item of a frame whose truth is known.
+     *
+     * @param number  of the frame in the recording
+     * @throws recording_error if it cannot be written; rollback() then removes what was written
+     */
+    void append(uint64_t number, const frame &received);
+
+    /** Commits what was appended last. */
+    void commit() noexcept
+    {
+        length_ += appended_;
+    }
+
+    /** Removes what was appended since the last commit. */
+    void rollback() noexcept
+    {
+        file_.truncate(length_);
+    }
+
+    /**
+     * Waits until everything is on the disk.
+     *
+     * @throws recording_error if that fails, or somebody has removed the file
+     */
+    void sync() const;
+
+private:
+    output_file file_;
+    uint64_t length_ = 0;   /**< committed bytes */
+    uint64_t appended_ = 0; /**< bytes of the last frame */
+};
+
+} // namespace vantor
+
+#endif
