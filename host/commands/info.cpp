@@ -134,6 +134,10 @@ void print_origin(std::ostream &out, const ordered_json &about)
             out << name << ": " << text(source[name]) << "\n";
         }
     }
+    if (const auto &truth = about["truth"]; !truth.is_null())
+    {
+        out << "truth: of " << counted(truth["frames"].get<uint64_t>(), "frame") << "\n";
+    }
     print_calibrations(out, about["calibrations"]);
 }
 

@@ -168,6 +168,18 @@ ordered_json describe_obstacle(const recording_check &check)
     return obstacle ? ordered_json(*obstacle) : ordered_json();
 }
 
+/** The truth of simulated sensors: the scene, and for how many frames it is known; null if there is none. */
+ordered_json describe_truth(const recording_check &check)
+{
+    if (!check.truth)
+    {
+        return nullptr;
+    }
+    ordered_json about = check.documents.session.truth;
+    about["frames"] = check.truth->frames;
+    return about;
+}
+
 /** What is known about the frames. */
 stream_facts facts_of(const recording_check &check)
 {
@@ -204,6 +216,7 @@ ordered_json to_json(const recording_check &check)
     about["sensor"] = documents.session.server.sensor;
     about["server_version"] = documents.session.server.server_version;
     about["source"] = documents.session.source;
+    about["truth"] = describe_truth(check);
     about["calibrations"] = describe_calibrations(check);
     about["items"] = std::move(items);
     return about;

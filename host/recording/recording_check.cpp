@@ -65,6 +65,7 @@ public:
         }
         find_captures();
         compare_streams();
+        read_truth();
         return std::move(check_);
     }
 
@@ -427,6 +428,22 @@ private:
             {
                 add_fault(items()[i].name + ".sigmf-meta differs from what was recorded.");
             }
+        }
+    }
+
+    /** Compares the truth with the frames that are left. */
+    void read_truth()
+    {
+        const bool has_tables = std::ranges::all_of(
+            check_.items, [](const checked_item &found) { return found.table_size.has_value(); });
+        if (check_.documents.session.truth.is_null() || !has_tables)
+        {
+            return;
+        }
+        check_.truth = check_truth(check_.documents, check_.frames, check_.finished, {}, stop_);
+        for (const auto &fault : check_.truth->faults)
+        {
+            add_fault(fault);
         }
     }
 

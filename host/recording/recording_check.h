@@ -14,6 +14,7 @@
 #include "recording/capture_list.h"
 #include "recording/frame_figures.h"
 #include "recording/recording_documents.h"
+#include "recording/truth_check.h"
 #include "vantor/item_statistics.h"
 
 namespace vantor
@@ -41,14 +42,15 @@ struct recording_check
 {
     recording_documents documents;
     std::vector<checked_item> items;
-    bool finished = false;            /**< the documents announce a number of frames, and digests */
-    bool in_progress = false;         /**< "vantor record" is still writing it */
-    std::optional<uint64_t> recorded; /**< the number of frames that they announce */
-    uint64_t frames = 0;              /**< number of frames that are left: complete in every item */
-    std::vector<capture> captures;    /**< of the frames that are left */
-    uint64_t missing = 0;             /**< number of frames missing between those that are left */
-    uint64_t unlisted_breaks = 0;     /**< number of breaks that are not among the captures */
-    std::vector<std::string> faults;  /**< sentences; empty if there is no damage */
+    bool finished = false;              /**< the documents announce a number of frames, and digests */
+    bool in_progress = false;           /**< "vantor record" is still writing it */
+    std::optional<uint64_t> recorded;   /**< the number of frames that they announce */
+    uint64_t frames = 0;                /**< number of frames that are left: complete in every item */
+    std::vector<capture> captures;      /**< of the frames that are left */
+    uint64_t missing = 0;               /**< number of frames missing between those that are left */
+    uint64_t unlisted_breaks = 0;       /**< number of breaks that are not among the captures */
+    std::optional<checked_truth> truth; /**< no value if none was recorded */
+    std::vector<std::string> faults;    /**< sentences; empty if there is no damage */
 };
 
 /** Receives how many frames of how many have been read. */

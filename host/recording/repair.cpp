@@ -15,6 +15,8 @@
 #include "recording/output_file.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "recording/truth_check.h"
+#include "recording/truth_writer.h"
 #include "vantor/configuration.h"
 #include "vantor/recording_error.h"
 
@@ -87,6 +89,18 @@ std::vector<std::filesystem::path> data_paths(const recording_documents &documen
     return paths;
 }
 
+/** Whether a recording has the truth of simulated sensors. */
+bool has_truth(const recording_documents &documents)
+{
+    return !documents.session.truth.is_null();
+}
+
+/** The path of the truth of a recording. */
+std::filesystem::path truth_path(const recording_documents &documents)
+{
+    return documents.directory / truth_file_name;
+}
+
 /** Throws recording_error if a file cannot be changed, for example because it is a symbolic link. */
 void require_changeable(const recording_documents &documents)
 {
@@ -98,6 +112,10 @@ void require_changeable(const recording_documents &documents)
     {
         require_replaceable(path, link_rule::refused);
         require_shortenable(path);
+    }
+    if (has_truth(documents))
+    {
+        require_replaceable(truth_path(documents), link_rule::refused);
     }
 }
 
@@ -238,6 +256,10 @@ repair_result repair_damage(const recording_check &before, frame_loss loss, cons
     require_changeable(before.documents);
     const auto documents = final_documents(before);
     const auto removed = remove_rest(before);
+    if (before.truth && !before.truth->whole)
+    {
+        rewrite_truth(before.documents, before.frames);
+    }
     replace_files(documents, link_rule::refused);
     const auto after = check_recording(before.documents.directory, progress);
     if (!after.finished || !after.faults.empty() || after.frames != before.frames)
@@ -253,6 +275,7 @@ void clean_up(const recording_documents &documents)
 {
     auto paths = document_paths(documents);
     std::ranges::copy(data_paths(documents), std::back_inserter(paths));
+    paths.push_back(truth_path(documents));
     remove_temporary_files(documents.directory, paths);
 }
 
@@ -274,6 +297,10 @@ std::optional<std::string> repair_obstacle(const recording_check &check, frame_l
     if (std::ranges::any_of(check.items, is_lost))
     {
         return check.faults.front();
+    }
+    if (check.truth && !check.truth->readable)
+    {
+        return check.truth->faults.front();
     }
     return frames_to_keep(check, loss);
 }

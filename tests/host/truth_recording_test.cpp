@@ -1,11 +1,16 @@
 /** @file
- * Tests of the truth in recordings: what is written and read.
+ * Tests of the truth in recordings: what is written, read, checked and repaired.
  */
 #include <fstream>
+#include <memory>
 
 #include <gmock/gmock.h>
 
+#include "command_outcome.h"
+#include "example_recording.h"
 #include "example_truth.h"
+#include "recording/recording_check.h"
+#include "recording/repair.h"
 #include "temporary_directory.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -46,6 +51,13 @@ protected:
         {
             file << line << "\n";
         }
+    }
+
+    /** The first fault of the recording. */
+    std::string fault() const
+    {
+        const auto faults = check_recording(path).faults;
+        return faults.empty() ? "" : faults.front();
     }
 
     test::temporary_directory directory;
@@ -95,6 +107,128 @@ TEST_F(truth_recording, is_read_frame_by_frame_from_any_frame_on)
     }
 }
 
+TEST_F(truth_recording, leaves_out_what_is_not_known)
+{
+    {
+        recording_writer writer(path, test::description_with_truth());
+        writer.add(test::example_frame(0));
+        auto second = test::frame_with_truth(1);
+        auto part = *second.truth();
+        part.items[1].reset();
+        part.items[2]->targets[0].snr_db.reset();
+        second.set_truth(std::make_shared<const frame_truth>(part));
+        writer.add(second);
+        writer.finish();
+    }
+    const auto all = lines();
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(json::parse(all[1])["item"], 1);
+    EXPECT_EQ(json::parse(all[2])["group"], 2);
+    EXPECT_EQ(json::parse(all[2])["targets"][0]["snr_db"], nullptr);
+    const auto check = check_recording(path);
+    EXPECT_THAT(check.faults, IsEmpty());
+    EXPECT_EQ(check.truth->lines, 2U);
+    EXPECT_EQ(check.truth->frames, 0U);
+}
+
+TEST_F(truth_recording, is_shown_by_info)
+{
+    test::write_recording_with_truth(path, 2);
+    EXPECT_THAT(test::run({"info", path.string()}).out, HasSubstr("truth: of 2 frames\n"));
+    const auto about = json::parse(test::run({"info", path.string(), "--json"}).out);
+    EXPECT_EQ(about["truth"]["frames"], 2);
+    EXPECT_EQ(about["truth"]["seed"], 7);
+    const auto plain = directory / "plain";
+    test::write_example_recording(plain, 1);
+    EXPECT_EQ(json::parse(test::run({"info", plain.string(), "--json"}).out)["truth"], nullptr);
+    EXPECT_FALSE(std::filesystem::exists(plain / "truth.jsonl"));
+    EXPECT_THAT([&] { static_cast<void>(recording_reader(plain).open_truth()); },
+                testing::ThrowsMessage<bad_recording>(HasSubstr("--truth FILE")));
+}
+
+TEST_F(truth_recording, damage_is_noticed_and_repaired)
+{
+    test::write_recording_with_truth(path, 3);
+    const auto original = lines();
+    const auto changed = [&](size_t line, const std::string &member, const json &value) {
+        auto all = original;
+        auto document = json::parse(all[line]);
+        document[member] = value;
+        all[line] = document.dump();
+        return all;
+    };
+    auto without_end = original;
+    without_end.emplace_back(R"({"frame": 3)");
+    auto repeated = original;
+    repeated.push_back(original[1]);
+    auto surplus = changed(9, "frame", 3);
+    surplus.insert(surplus.begin() + 9, original[9]);
+    auto other_head = original;
+    other_head[0] = "{}";
+    auto not_json = original;
+    not_json[5] = "\x01";
+    auto nothing = original;
+    nothing[5] = "[]";
+    for (const auto &damaged :
+         {without_end, repeated, surplus, other_head, not_json, nothing, changed(2, "tick", 7),
+          changed(2, "sensor", 1), changed(2, "item", 3), changed(2, "group", 0), changed(2, "frame", -1),
+          changed(2, "targets", json::object()), changed(2, "noise_power", nullptr)})
+    {
+        write(damaged);
+        EXPECT_THAT(fault(), HasSubstr("truth.jsonl ")) << damaged[2];
+        repair_recording(path);
+        EXPECT_EQ(fault(), "");
+        auto left = lines();
+        EXPECT_EQ(json::parse(left[0]), test::example_scene());
+        EXPECT_GE(left.size(), original.size() - 1);
+        for (size_t i = 1; i < left.size(); ++i)
+        {
+            EXPECT_THAT(original, testing::Contains(left[i]));
+        }
+        write(original);
+    }
+}
+
+TEST_F(truth_recording, a_line_that_is_too_long_is_damage)
+{
+    test::write_recording_with_truth(path, 3);
+    auto all = lines();
+    all[4] = std::string(300000, ' ');
+    write(all);
+    EXPECT_THAT(fault(), HasSubstr("has a line of more than 65536 bytes"));
+    repair_recording(path);
+    EXPECT_EQ(fault(), "");
+    EXPECT_EQ(lines().size(), 4U);
+}
+
+TEST_F(truth_recording, a_file_that_is_missing_is_not_replaced)
+{
+    test::write_recording_with_truth(path, 1);
+    std::filesystem::remove(truth);
+    EXPECT_THAT(fault(), HasSubstr("truth.jsonl"));
+    EXPECT_THAT([&] { repair_recording(path); },
+                testing::ThrowsMessage<damaged_recording>(HasSubstr("truth.jsonl")));
+}
+
+TEST_F(truth_recording, of_a_killed_program_is_cut_to_its_frames)
+{
+    {
+        recording_writer writer(path, test::description_with_truth());
+        writer.add(test::frame_with_truth(0));
+        writer.add(test::frame_with_truth(1));
+    }
+    const auto samples = path / "group-2-item-1.sigmf-data";
+    std::filesystem::resize_file(samples, std::filesystem::file_size(samples) - 1);
+    std::ofstream(truth, std::ios::app) << R"({"frame": 2, "gro)";
+    EXPECT_EQ(fault(), "");
+    repair_recording(path);
+    EXPECT_EQ(lines().size(), 1U + 3);
+    const auto check = check_recording(path);
+    EXPECT_THAT(check.faults, IsEmpty());
+    EXPECT_EQ(check.frames, 1U);
+    EXPECT_EQ(check.truth->frames, 1U);
+}
+
 TEST_F(truth_recording, that_is_removed_meanwhile_ends_the_recording)
 {
     recording_writer writer(path, test::description_with_truth());
@@ -102,6 +236,21 @@ TEST_F(truth_recording, that_is_removed_meanwhile_ends_the_recording)
     std::filesystem::remove(truth);
     EXPECT_THAT([&] { writer.sync(); },
                 testing::ThrowsMessage<recording_error>(HasSubstr("truth.jsonl was removed")));
+}
+
+TEST_F(truth_recording, contradiction_between_documents_is_damage)
+{
+    test::write_recording_with_truth(path, 1);
+    const auto collection = path / "session.sigmf-collection";
+    auto document = json::parse(read_file(collection));
+    document["collection"]["vantor:truth"]["seed"] = 8;
+    std::ofstream(collection) << document.dump();
+    EXPECT_THAT(fault(), HasSubstr("vantor:truth differs from its copy"));
+    document["collection"]["vantor:truth"] = 8;
+    std::ofstream(collection) << document.dump();
+    EXPECT_THAT(fault(), HasSubstr("vantor:truth is not an object"));
+    repair_recording(path);
+    EXPECT_EQ(fault(), "");
 }
 
 TEST_F(truth_recording, that_is_damaged_is_used_as_far_as_possible)
