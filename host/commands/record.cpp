@@ -16,6 +16,7 @@
 #include "commands/progress.h"
 #include "commands/recording_report.h"
 #include "commands/stream_warnings.h"
+#include "commands/truth_option.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "recording/dated_directory.h"
@@ -176,12 +177,14 @@ exit_code record(const record_options &options, const command_streams &streams)
         throw usage_error(configuration_missing);
     }
     const auto loop = std::make_shared<event_loop>();
-    const auto open = [&] { return open_link(where, client_timeouts{}.connect, loop); };
-    return record(options, streams, open, loop);
+    const auto served = server_with_truth(where, options.truth);
+    const auto open = [&] { return open_link(served.where, client_timeouts{}.connect, loop); };
+    return record(options, streams, open, loop, served.truth.get());
 }
 
 exit_code record(const record_options &options, const command_streams &streams,
-                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop)
+                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop,
+                 truth_file *truth)
 {
     auto configuration = read_configuration(options, streams);
     const interrupt_watch watch(*loop);
@@ -191,7 +194,7 @@ exit_code record(const record_options &options, const command_streams &streams,
         configuration = configuration_of(server.server());
     }
     session_source source(server, configuration,
-                          {.recalibrate = options.recalibrate, .reconnect = options.reconnect}, *loop);
+                          {.recalibrate = options.recalibrate, .reconnect = options.reconnect}, *loop, truth);
     if (source.metadata().items.empty())
     {
         throw configuration_error(options.configuration.string() +
@@ -202,7 +205,8 @@ exit_code record(const record_options &options, const command_streams &streams,
                             {.configuration = configuration,
                              .metadata = source.metadata(),
                              .server = server.server(),
-                             .source = describe_source(parse_address(options.connect), server.server())});
+                             .source = describe_source(parse_address(options.connect), server.server()),
+                             .truth = source.scene()});
     recording_sink recorder(writer, source.metadata(), options.queue_megabytes << 20U, *loop);
     frame_tally tally;
     hub stream(source, {&tally, &recorder}, *loop);
@@ -264,6 +268,7 @@ command record_command()
                     {.name = "--reconnect",
                      .help = "Connect again when the link is lost, and go on in a new segment",
                      .value = &options->reconnect},
+                    truth_option(options->truth),
                     {.name = "--queue",
                      .help = "Megabytes of frames that can wait for the disk",
                      .value = whole_number_value{.target = &options->queue_megabytes, .most = most_megabytes},

@@ -13,6 +13,7 @@
 #include "commands/command.h"
 #include "vantor/client.h"
 #include "vantor/event_loop.h"
+#include "vantor/truth_file.h"
 
 namespace vantor
 {
@@ -30,6 +31,7 @@ struct record_options
     bool recalibrate = false;          /**< go on in a new segment when a sensor asks for a calibration */
     bool reconnect = false;            /**< go on in a new segment when the link was lost */
     uint64_t queue_megabytes = 64;     /**< of frames that can wait for the disk */
+    std::filesystem::path truth;       /**< file that the server writes; empty for none */
     bool json = false;                 /**< print JSON instead of a table */
 };
 
@@ -47,9 +49,11 @@ exit_code record(const record_options &options, const command_streams &streams);
  *
  * @param open_links  opens a link to the server
  * @param loop        the event loop of the links
+ * @param truth       the truth of the server; null if there is none
  */
 exit_code record(const record_options &options, const command_streams &streams,
-                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop);
+                 const client::link_factory &open_links, const std::shared_ptr<event_loop> &loop,
+                 truth_file *truth = nullptr);
 
 /** The command. */
 command record_command();

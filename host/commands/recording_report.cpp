@@ -53,6 +53,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .lost = recorded.source.lost(),
                        .silence = recorded.stream.silence(),
                        .due_at_end = due_at_end(recorded),
+                       .truth_missing = recorded.source.truth_missing(),
                        .end_known = recorded.source.end_known() || !recorded.stream.interrupted(),
                        .breaks = recorded.tally.breaks(),
                        .items = {}};
@@ -179,6 +180,8 @@ ordered_json to_json(const finished_recording &recorded)
             {"frame_rate", or_null(recorded.source.nominal_rate())},
             {"measured_frame_rate", or_null(measured_rate(recorded))},
             {"messages_damaged", recorded.source.damaged()},
+            {"truth", !recorded.source.scene().is_null()},
+            {"truth_missing", recorded.source.truth_missing()},
             {"breaks", std::move(breaks)},
             {"items", std::move(items)},
             {"warnings", describe_warnings(facts_of(recorded))}};

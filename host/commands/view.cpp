@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "commands/common_options.h"
+#include "commands/truth_option.h"
 #include "commands/view_run.h"
 
 namespace vantor
@@ -48,6 +49,7 @@ command view_command()
                          .help = "Record from the start, to this new directory",
                          .value = &options->record,
                          .value_name = "DIR"},
+                        truth_option(options->truth),
                         {.name = "--no-browser",
                          .help = "Only print the address, do not open a browser",
                          .value = &options->no_browser}},

@@ -13,6 +13,7 @@
 #include "commands/browser.h"
 #include "commands/damage.h"
 #include "commands/interrupt.h"
+#include "commands/truth_option.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "plot/scratch_directory.h"
@@ -141,14 +142,16 @@ bool report_failures(const live_view &view, const command_streams &streams)
 exit_code view_server_frames(const view_options &options, const command_streams &streams)
 {
     const auto where = parse_address(options.connect);
+    const auto served = server_with_truth(where, options.truth);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
-    client server(where, {}, loop);
+    client server(served.where, {}, loop);
     live_view_settings settings{.configuration = first_configuration(options, server.server(), streams),
                                 .name = options.what.empty() ? "view" : options.what.stem().string(),
                                 .address = options.connect,
                                 .source = describe_source(where, server.server()),
-                                .record = options.record};
+                                .record = options.record,
+                                .truth = served.truth.get()};
     if (list_items(settings.configuration).empty())
     {
         throw configuration_error(options.what.string() +
@@ -176,6 +179,10 @@ exit_code view_recording(const view_options &options, const command_streams &str
     if (!options.record.empty())
     {
         throw usage_error("--record is for a server; this is a recording already");
+    }
+    if (!options.truth.empty())
+    {
+        throw usage_error("--truth is for a server; a recording has its own truth");
     }
     recording_reader recording(options.what);
     if (recording.frames() == 0)

@@ -18,6 +18,7 @@ struct view_options
     std::filesystem::path what;         /**< a configuration or a recording; empty for none */
     std::string connect = "sim:";       /**< the server */
     std::string listen = "127.0.0.1:0"; /**< where the page is served */
+    std::filesystem::path truth;        /**< file that the server writes; empty for none */
     std::filesystem::path record;       /**< directory of a recording that begins at once; empty for none */
     bool no_browser = false;
 };

@@ -9,6 +9,7 @@
 
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {
@@ -78,12 +79,16 @@ std::vector<int> calibration_temperatures(const session_metadata &metadata)
 } // namespace
 
 session_source::session_source(client &server, nlohmann::json configuration, session_policy policy,
-                               event_loop &loop)
-    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop),
+                               event_loop &loop, truth_file *truth)
+    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop), truth_(truth),
       sensor_(server.server().sensor), board_(server.server().board),
       ticks_per_second_(server.server().ticks_per_second)
 {
     configure();
+    if (truth_ != nullptr)
+    {
+        scene_ = begin_truth();
+    }
 }
 
 void session_source::start()
@@ -327,6 +332,7 @@ void session_source::begin_segment(const char *reason)
     }
     configure();
     check_session(*before);
+    continue_truth();
     server_.start();
     if (last_tick_)
     {
@@ -339,6 +345,45 @@ void session_source::begin_segment(const char *reason)
     asked_ = false;
     stopped_ = false;
     earlier_missing_ = missing_;
+}
+
+/** Finds the truth of the session that has been set up; returns its scene. */
+nlohmann::json session_source::begin_truth()
+{
+    sensors_.clear();
+    for (const auto &item : list_items(configuration_))
+    {
+        sensors_.push_back(item.sensor_id);
+    }
+    return truth_->begin_session({sensors_.begin(), sensors_.end()});
+}
+
+/** Finds the truth of another session. If there is none, that of its frames is missing. */
+void session_source::continue_truth()
+{
+    if (truth_ == nullptr)
+    {
+        return;
+    }
+    try
+    {
+        begin_truth();
+    }
+    catch (const bad_recording &)
+    {
+        truth_->end_session();
+    }
+}
+
+/** Adds the truth to a frame. */
+void session_source::add_truth(frame &received) const
+{
+    frame_truth found;
+    for (size_t i = 0; i < sensors_.size(); ++i)
+    {
+        found.items.push_back(truth_->find(sensors_[i], received.items()[i].tick));
+    }
+    received.set_truth(std::make_shared<const frame_truth>(std::move(found)));
 }
 
 /** Throws if the frames have another meaning than before. */
@@ -453,6 +498,10 @@ void session_source::note_frame(frame &received)
     damage_.reset();
     missing_ = earlier_missing_ + received.missing();
     received.set_missing(missing_);
+    if (truth_ != nullptr)
+    {
+        add_truth(received);
+    }
     const bool asks = asks_for_calibration(received);
     calibration_due_ = calibration_due_ || (policy_.recalibrate && asks && !asked_);
     asked_ = asks;

@@ -145,6 +145,11 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
     {
         lines.push_back("damaged: " + counted(facts.damaged, "message"));
     }
+    if (facts.truth_missing > 0)
+    {
+        lines.push_back("truth missing: " + counted(facts.truth_missing, "line") +
+                        "; the server could not write them, or wrote another file");
+    }
     for (const auto &part : facts.breaks)
     {
         lines.push_back("break of " + fixed(part.gap, 1) + " s: " + part.reason);

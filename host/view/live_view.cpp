@@ -57,8 +57,8 @@ std::string view_level(const std::string &level)
 /** A session, and what is known of its stream. */
 struct live_view::live_session
 {
-    live_session(client &server, const nlohmann::json &configuration, event_loop &loop)
-        : source(server, configuration, {.recalibrate = false, .reconnect = true}, loop),
+    live_session(client &server, const nlohmann::json &configuration, event_loop &loop, truth_file *truth)
+        : source(server, configuration, {.recalibrate = false, .reconnect = true}, loop, truth),
           watch(sensors_of(configuration), loop)
     {
     }
@@ -303,7 +303,7 @@ void live_view::begin_session(const nlohmann::json &configuration)
 {
     auto document = configuration;
     add_calibrations(document, calibrations_);
-    session_ = std::make_unique<live_session>(server_, document, loop_);
+    session_ = std::make_unique<live_session>(server_, document, loop_, settings_.truth);
     configuration_ = configuration;
     configuration_.erase("calibration_info");
     reason_.clear();
@@ -395,7 +395,8 @@ session_description live_view::description() const
     return {.configuration = configuration_,
             .metadata = session_->source.metadata(),
             .server = server_.server(),
-            .source = settings_.source};
+            .source = settings_.source,
+            .truth = session_->source.scene()};
 }
 
 /** The state that viewers receive. */

@@ -35,6 +35,7 @@ struct live_view_settings
     std::string address;           /**< of the server, as viewers see it */
     nlohmann::ordered_json source; /**< see describe_source() */
     std::filesystem::path record;  /**< directory of a recording that begins at once; empty for none */
+    truth_file *truth = nullptr;   /**< of the server; null for none. Must outlive the view */
 };
 
 /**

@@ -1,13 +1,18 @@
-"""The truth of simulated sensors, as the server writes it."""
+"""The truth of simulated sensors: written by the server, recorded, and compared with detections."""
 
+import cmath
 import json
+import math
 import os
 import resource
+import struct
 import subprocess
 import tempfile
 import unittest
 
-from vantor_process import SERVER, TIME_OUT, Server
+from vantor_process import SERVER, TIME_OUT, Server, vantor
+
+BASE_STEP_M = 0.0025
 
 
 def lines_of(path):
@@ -48,6 +53,12 @@ class TruthTest(unittest.TestCase):
         """A server that writes the truth."""
         return Server("--tcp", "0", "--clock", "virtual", "--sensors", "2", "--scene", self.scene, "--seed", "7",
                       "--truth", self.truth, *arguments)
+
+    def succeed(self, *arguments):
+        """Runs a command that must succeed."""
+        result = vantor(*arguments)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result.stdout
 
 
 class Files(TruthTest):
@@ -100,6 +111,62 @@ class Files(TruthTest):
         self.assertEqual(errors.count("Cannot write the truth: "), 1, errors)
         self.assertGreater(len(lines_of(self.truth)), 2)
         self.assertLess(os.path.getsize(self.truth), 2001)
+
+
+class Recordings(TruthTest):
+    def check_recording(self, recording, frames):
+        """Checks that a recording has the truth of all frames, which is that of its samples."""
+        about = json.loads(self.succeed("info", recording, "--json"))
+        self.assertEqual((about["frames"], about["truth"]["frames"], about["damage"]), (frames, frames, []))
+        lines = lines_of(os.path.join(recording, "truth.jsonl"))
+        self.assertEqual(len(lines), 1 + 3 * frames)
+        with open(os.path.join(recording, "group-1-item-1.sigmf-data"), "rb") as file:
+            samples = [complex(*pair) for pair in struct.iter_unpack("<hh", file.read())]
+        for line in lines[1:]:
+            if (line["group"], line["item"]) != (1, 1):
+                continue
+            for target in line["targets"][:2]:
+                point = round(target["distance_m"] / BASE_STEP_M) - 100
+                sample = samples[400 * line["frame"] + point]
+                # Responses of profile 2 are 0.11 m wide, so the targets do not disturb each other.
+                deviation = 5 * math.sqrt(line["noise_power"]) + 0.01 * target["amplitude"]
+                self.assertLess(abs(abs(sample) - target["amplitude"]), deviation, line)
+                turn = math.remainder(cmath.phase(sample) - target["phase_rad"], 2 * math.pi)
+                self.assertLess(abs(turn), deviation / target["amplitude"] + 0.02, line)
+
+    def test_a_private_server_has_a_truth(self):
+        recording = self.path("private")
+        self.succeed("record", self.config, "--frames", 40, "--output", recording, "--connect",
+                     f"sim:--clock virtual --scene {self.scene} --sensors 2")
+        self.check_recording(recording, 40)
+        source = json.loads(self.succeed("info", recording, "--json"))["source"]
+        self.assertNotIn("--truth", source["address"])
+
+    def test_another_server_has_one_if_the_file_is_given(self):
+        with self.server() as server:
+            for name in ("first", "second"):
+                recording = self.path(name)
+                self.succeed("record", self.config, "--frames", 40, "--output", recording, "--connect", server.address,
+                             "--truth", self.truth)
+                self.check_recording(recording, 40)
+            other = self.path("none")
+            self.succeed("record", self.config, "--frames", 2, "--output", other, "--connect", server.address)
+            self.assertFalse(os.path.exists(os.path.join(other, "truth.jsonl")))
+            result = vantor("record", self.config, "--frames", 2, "--output", self.path("x"), "--connect",
+                            server.address, "--truth", self.scene)
+            self.assertEqual(result.returncode, 3)
+            self.assertIn("does not have the truth of this session", result.stderr)
+
+    def test_a_sensor_that_drifts_is_calibrated_again_with_its_truth(self):
+        drifting = self.write("drifting.json", {**self.SCENE, "temperatures": [
+            {"celsius": 20, "drift_celsius_per_s": 50}]})
+        recording = self.path("drifting")
+        # A sensor asks after 0.3 s. On the virtual clock all frames could be on the way before the host stops them.
+        self.succeed("record", self.config, "--frames", 400, "--recalibrate", "--output", recording, "--connect",
+                     f"sim:--sensors 2 --scene {drifting}")
+        about = json.loads(self.succeed("info", recording, "--json"))
+        self.assertGreater(len(about["calibrations"]), 2)
+        self.assertEqual(about["truth"]["frames"], 400)
 
 
 if __name__ == "__main__":

@@ -3,13 +3,16 @@
  */
 #include "commands/record.h"
 
+#include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <sstream>
 #include <utility>
 
 #include <gmock/gmock.h>
 
 #include "commands/usage_error.h"
+#include "example_truth.h"
 #include "fake_server.h"
 #include "file_size_limit.h"
 #include "scripted_server.h"
@@ -667,6 +670,61 @@ TEST_F(record_test, refuses_a_configuration_without_items)
     options.configuration = directory.write("empty.json", "{}");
     EXPECT_THROW(run(), configuration_error);
     EXPECT_FALSE(std::filesystem::exists(options.output));
+}
+
+TEST_F(record_test, records_the_truth_and_reports_what_is_missing)
+{
+    const auto path = directory / "truth.jsonl";
+    truth_file truth(path);
+    server.on("configure", [&](host_connection &host, const json &command) {
+        auto line = test::example_scene();
+        line["session"] = 1;
+        std::ofstream(path) << line.dump() << "\n";
+        test::describe_configuration(host, command);
+    });
+    server.on("start", [&](host_connection &host, const json &command) {
+        json line = encode_truth(test::truth_with(1, 20000, {0.3}));
+        line["session"] = 1;
+        std::ofstream(path, std::ios::app) << line.dump() << "\n";
+        test::stream_frames(3)(host, command);
+    });
+    options.frames = 3;
+    EXPECT_EQ(record(options, {out, err}, server.links(), loop, &truth), exit_code::success);
+    EXPECT_THAT(out.str(), HasSubstr("truth missing: 8 lines; "));
+    const auto recorded = read_file(directory / "out/truth.jsonl");
+    EXPECT_EQ(std::count(recorded.begin(), recorded.end(), '\n'), 2);
+    EXPECT_THAT(recorded, HasSubstr(R"({"frame":1,"group":1,"item":1,"sensor":1,"tick":20000,)"));
+}
+
+TEST(record, refuses_a_truth_that_is_not_that_of_the_server)
+{
+    fake_server server;
+    const test::temporary_directory directory;
+    std::ostringstream out;
+    record_options options;
+    options.configuration = directory.write("config.json", example_session().configuration.dump());
+    options.connect = server.address();
+    options.output = directory / "out";
+    options.truth = directory.write("truth.jsonl", "{}\n");
+    EXPECT_THAT(
+        [&] {
+            record(options, {out, out});
+        },
+        testing::ThrowsMessage<bad_recording>(HasSubstr("does not have the truth of this session")));
+    EXPECT_FALSE(std::filesystem::exists(options.output));
+    options.truth = directory / "none";
+    EXPECT_THAT(
+        [&] {
+            record(options, {out, out});
+        },
+        testing::ThrowsMessage<bad_recording>(HasSubstr("No such file")));
+    options.truth.clear();
+    options.connect = "sim:--truth x";
+    EXPECT_THAT(
+        [&] {
+            record(options, {out, out});
+        },
+        testing::ThrowsMessage<usage_error>(HasSubstr("the truth is recorded too")));
 }
 
 } // namespace

@@ -3,13 +3,17 @@
  */
 #include "vantor/session_source.h"
 
+#include <fstream>
 #include <functional>
 
 #include <gmock/gmock.h>
 
+#include "example_truth.h"
 #include "fake_server.h"
 #include "scripted_server.h"
+#include "temporary_directory.h"
 #include "vantor/errors.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {
@@ -643,6 +647,105 @@ INSTANTIATE_TEST_SUITE_P(
                      }},
         other_server{"clock", [](json &identity, json &) { identity["ticks_per_second"] = 32768; }}),
     [](const auto &change) { return change.param.name; });
+
+/** A server that writes the truth. */
+class session_with_truth : public session_source_test
+{
+protected:
+    session_with_truth()
+    {
+        server.on("configure", [this](host_connection &host, const json &command) {
+            ++sessions;
+            if (sessions <= sessions_with_truth)
+            {
+                auto line = test::example_scene();
+                line["session"] = sessions;
+                append(line);
+            }
+            test::describe_configuration(host, command);
+        });
+        on_start = [this](host_connection &host) {
+            for (uint32_t number = 0; number < 3; ++number)
+            {
+                write_rows(number);
+                send_frame(host, number, sessions == 1 && number == 2);
+            }
+        };
+    }
+
+    /** Appends a line to the file. */
+    void append(const json &line) const
+    {
+        std::ofstream(path, std::ios::app) << line.dump() << "\n";
+    }
+
+    /** Writes the truth of a frame, without the second item of the second frame. */
+    void write_rows(uint32_t number) const
+    {
+        const auto received = test::frame_with_truth(number);
+        for (size_t i = 0; i < 3; ++i)
+        {
+            auto row = *received.truth()->items[i];
+            row.time_s = sessions;
+            json line = encode_truth(row);
+            line["session"] = sessions;
+            if (number != 1 || i != 1)
+            {
+                append(line);
+            }
+        }
+    }
+
+    /** Receives all frames, and notes the time of the truth of each item; 0 if it is unknown. */
+    void receive_truth(session_policy policy)
+    {
+        client connected(server.links(), {}, std::make_shared<event_loop>(clock.source()));
+        session_source source(connected, configuration, policy, loop, &truth);
+        EXPECT_EQ(source.scene(), test::example_scene());
+        source.start();
+        for (const auto end = clock.now() + 2s; clock.now() < end;)
+        {
+            const auto received = source.receive(100ms);
+            for (size_t i = 0; received && i < 3; ++i)
+            {
+                const auto &item = received->truth()->items.at(i);
+                times.push_back(item ? item->time_s : 0.0);
+            }
+        }
+        missing_rows = source.truth_missing();
+        source.end();
+    }
+
+    test::temporary_directory directory;
+    std::filesystem::path path = directory / "truth.jsonl";
+    truth_file truth{path};
+    int sessions = 0;
+    int sessions_with_truth = 2;
+    std::vector<double> times;
+    uint64_t missing_rows = 0;
+};
+
+TEST_F(session_with_truth, adds_it_to_the_frames_of_each_session)
+{
+    receive_truth({.recalibrate = true});
+    EXPECT_THAT(times, testing::ElementsAre(1, 1, 1, 1, 0, 1, 1, 1, 1, 2, 2, 2, 2, 0, 2, 2, 2, 2));
+    EXPECT_EQ(missing_rows, 2U);
+}
+
+TEST_F(session_with_truth, goes_on_without_it_if_a_later_session_has_none)
+{
+    sessions_with_truth = 1;
+    receive_truth({.recalibrate = true});
+    EXPECT_THAT(times, testing::ElementsAre(1, 1, 1, 1, 0, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0));
+    EXPECT_EQ(missing_rows, 1U + 9U);
+}
+
+TEST_F(session_with_truth, is_refused_without_it)
+{
+    sessions_with_truth = 0;
+    EXPECT_THAT([this] { receive_truth({}); },
+                testing::ThrowsMessage<bad_recording>(testing::HasSubstr("truth.jsonl")));
+}
 
 } // namespace
 } // namespace vantor

@@ -176,9 +176,9 @@ void add_host_rules(rules_t &rules)
                                   "item_statistics", "recorded_item", "session_description",
                                   "recording_source", "reported_plan", "truth_table", "recording_reader",
                                   "recording_writer"});
-    const public_layer hub(
-        rules, recording.all(),
-        {"frame_sink", "frame_source", "frame_tally", "hub", "recording_sink", "session_source"});
+    const public_layer hub(rules, recording.all(),
+                           {"frame_sink", "frame_source", "frame_tally", "hub", "recording_sink",
+                            "truth_file", "session_source"});
     const std::set<std::string> below_pictures =
         joined(recording.all(), {"host/configuration", "host/recording"});
     rules["host/configuration"] = configuration.all();

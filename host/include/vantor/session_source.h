@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -18,6 +19,7 @@
 #include "vantor/errors.h"
 #include "vantor/event_loop.h"
 #include "vantor/frame_source.h"
+#include "vantor/truth_file.h"
 
 namespace vantor
 {
@@ -43,9 +45,13 @@ public:
      * @param configuration  the configuration document
      * @param policy         when to begin a new segment instead of ending the stream
      * @param loop           the loop of the client; must outlive this object
+     * @param truth          the truth of a simulated server, which is added to the frames; null if there is
+     *                       none. Must outlive this object
+     * @throws bad_recording if the truth is not that of the server
      * @throws the exceptions of client::configure
      */
-    session_source(client &server, nlohmann::json configuration, session_policy policy, event_loop &loop);
+    session_source(client &server, nlohmann::json configuration, session_policy policy, event_loop &loop,
+                   truth_file *truth = nullptr);
 
     void start() override;
 
@@ -137,6 +143,19 @@ public:
         return end_known_;
     }
 
+    /** Scene, seed, clock and sensors of the simulator in the first session, as session_description::truth;
+     * null without a truth. */
+    [[nodiscard]] const nlohmann::json &scene() const noexcept
+    {
+        return scene_;
+    }
+
+    /** Number of items of frames whose truth was to be found, but is missing. */
+    [[nodiscard]] uint64_t truth_missing() const noexcept
+    {
+        return truth_ == nullptr ? 0 : truth_->missing();
+    }
+
     /** Whether the link is lost, and has not been connected again. */
     [[nodiscard]] bool lost() const noexcept
     {
@@ -171,11 +190,17 @@ private:
     [[nodiscard]] bool silent_for(clock::duration span) const;
     [[nodiscard]] std::string describe_silence() const;
     void note_frame(frame &received);
+    nlohmann::json begin_truth();
+    void continue_truth();
+    void add_truth(frame &received) const;
 
     client &server_;
     nlohmann::json configuration_;
     session_policy policy_;
     event_loop &loop_;
+    truth_file *truth_;               /**< null without a truth */
+    std::vector<unsigned> sensors_;   /**< of each item; empty without a truth */
+    nlohmann::json scene_;            /**< null without a truth */
     std::string sensor_;              /**< of the server */
     std::optional<board_info> board_; /**< of the server */
     double ticks_per_second_;         /**< of the server */
