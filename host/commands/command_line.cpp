@@ -19,11 +19,13 @@
 #include "commands/repair.h"
 #include "commands/replay.h"
 #include "commands/scan.h"
+#include "commands/score.h"
 #include "commands/selftest.h"
 #include "commands/usage_error.h"
 #include "commands/validate.h"
 #include "commands/view.h"
 #include "recording/printable.h"
+#include "score/detections.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -37,7 +39,7 @@ constexpr const char *general_footer = R"(Exit codes:
   0    success
   1    any other failure
   2    wrong command line
-  3    a configuration or a recording cannot be used
+  3    a configuration, a recording or a file of detections cannot be used
   4    no server, connection lost, or no answer in time
   5    the server reported an error
   6    invalid data from the server
@@ -70,6 +72,10 @@ exit_code report_current_exception(std::ostream &err)
         return report(err, exit_code::damaged, failure);
     }
     catch (const bad_recording &failure)
+    {
+        return report(err, exit_code::bad_file, failure);
+    }
+    catch (const detections_error &failure)
     {
         return report(err, exit_code::bad_file, failure);
     }
@@ -129,13 +135,11 @@ exit_code report_current_exception(std::ostream &err)
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
-    return {identify_command(), scan_command(),
-            selftest_command(), plan_command(),
-            validate_command(), calibrate_command(),
-            view_command(),     record_command(),
-            info_command(),     repair_command(),
-            plot_command(),     export_command(),
-            replay_command(),   completion_command(list_commands)};
+    return {identify_command(), scan_command(),     selftest_command(),
+            plan_command(),     validate_command(), calibrate_command(),
+            view_command(),     record_command(),   info_command(),
+            repair_command(),   plot_command(),     export_command(),
+            score_command(),    replay_command(),   completion_command(list_commands)};
 }
 
 } // namespace

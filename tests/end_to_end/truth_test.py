@@ -169,5 +169,31 @@ class Recordings(TruthTest):
         self.assertEqual(about["truth"]["frames"], 400)
 
 
+class Scores(TruthTest):
+    def test_a_small_detector_finds_the_targets(self):
+        recording = self.path("scored")
+        frames = 50
+        self.succeed("record", self.config, "--frames", frames, "--output", recording, "--connect",
+                     f"sim:--clock virtual --sensors 2 --scene {self.scene}")
+        with open(os.path.join(recording, "group-1-item-1.sigmf-data"), "rb") as file:
+            levels = [math.hypot(*pair) for pair in struct.iter_unpack("<hh", file.read())]
+        detections = self.path("detections.csv")
+        with open(detections, "w", encoding="utf-8") as file:
+            file.write("frame,group,item,distance_m\n")
+            for frame in range(frames):
+                sweep = levels[400 * frame:400 * (frame + 1)]
+                for point in range(40, 399):
+                    nearby = sweep[point - 40:point + 41]
+                    if sweep[point] > 200 and nearby.index(max(nearby)) == 40:
+                        file.write(f"{frame},1,1,{(100 + point) * BASE_STEP_M}\n")
+            file.write("0,1,1,0.8\n")
+        score = json.loads(self.succeed("score", recording, detections, "--json"))["items"][0]
+        self.assertEqual((score["due"], score["detected"], score["false_alarms"]), (2 * frames, 2 * frames, 1))
+        self.assertEqual([target["target"] for target in score["targets"]], [0, 1, 2])
+        self.assertEqual(score["false_alarms_per_point"], 1 / (400 * frames))
+        # The points are 2.5 mm apart, and noise moves the strongest one by some of them.
+        self.assertLess(score["distance_error_rms_m"], 0.01)
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -187,13 +187,14 @@ void add_host_rules(rules_t &rules)
     rules["host/hub"] = joined(hub.all(), {"host/configuration", "host/recording"});
     rules["host/export"] = below_pictures;
     rules["host/plot"] = below_pictures;
+    rules["host/score"] = below_pictures;
     rules["host/replay"] =
         joined(hub.all(), {"host/client", "host/configuration", "host/hub", "host/recording"});
     rules["host/view"] = rules["host/replay"];
     rules["host/selftest"] = joined(client.all(), {"host/client"});
-    rules["host/commands"] = {"host/include",   "host/client",   "host/configuration",
-                              "host/recording", "host/export",   "host/plot",
-                              "host/replay",    "host/selftest", "host/view"};
+    rules["host/commands"] = {"host/include",  "host/client", "host/configuration", "host/recording",
+                              "host/export",   "host/plot",   "host/replay",        "host/score",
+                              "host/selftest", "host/view"};
 }
 
 } // namespace

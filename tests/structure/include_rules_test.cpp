@@ -63,6 +63,7 @@ const strings_t headers{
     "host/export/exporter.h",
     "host/plot/picture.h",
     "host/replay/replay_server.h",
+    "host/score/score.h",
     "host/selftest/selftest.h",
     "host/view/view_server.h",
     "host/commands/command.h",
@@ -175,6 +176,7 @@ TEST(include_rules, let_a_part_of_the_host_include_only_parts_below_it)
                      {"host/configuration/check/schema_check.h", "host/recording/sigmf.h"}));
     EXPECT_EQ(may_include("host/export/a.cpp"), joined(to_recording, {"host/export/exporter.h"}));
     EXPECT_EQ(may_include("host/plot/a.cpp"), joined(to_recording, {"host/plot/picture.h"}));
+    EXPECT_EQ(may_include("host/score/a.cpp"), joined(to_recording, {"host/score/score.h"}));
     EXPECT_EQ(may_include("host/replay/a.cpp"),
               joined(joined(public_of_recording, of_hub),
                      {"host/configuration/check/schema_check.h", "host/client/link_tcp.h"},

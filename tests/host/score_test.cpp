@@ -1,0 +1,278 @@
+/** @file
+ * Tests of the comparison of detections with the truth; the expected figures are computed by hand.
+ */
+#include "score/score.h"
+
+#include <cmath>
+
+#include <gmock/gmock.h>
+
+#include "command_outcome.h"
+#include "example_recording.h"
+#include "example_truth.h"
+#include "temporary_directory.h"
+#include "vantor/recording_error.h"
+#include "vantor/recording_writer.h"
+
+namespace vantor
+{
+namespace
+{
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+/** What the first item of a frame should have found. */
+struct first_item
+{
+    std::vector<double> distances_m; /**< of its targets */
+    bool valid = true;               /**< whether its samples are */
+};
+
+/** A recording of the example session, whose first item measures 20 points from 0.25 m to 0.44 m. */
+class score_test : public testing::Test
+{
+protected:
+    /** Records frames; only the truth of the first item is known. @p change  changes a target */
+    void write(
+        const std::vector<first_item> &frames,
+        const std::function<void(target_truth &)> &change = [](target_truth &) {})
+    {
+        recording_writer writer(path, test::description_with_truth());
+        for (uint32_t number = 0; number < frames.size(); ++number)
+        {
+            const auto &item = frames[number];
+            auto received = test::example_frame(number, {{"data_valid", item.valid}});
+            frame_truth truth;
+            truth.items.resize(3);
+            truth.items[0] = test::truth_with(1, received.items()[0].tick, item.distances_m);
+            std::ranges::for_each(truth.items[0]->targets, change);
+            received.set_truth(std::make_shared<const frame_truth>(truth));
+            writer.add(received);
+        }
+        writer.finish();
+    }
+
+    /** The score of the first item. */
+    item_score score(const std::string &detections, const score_settings &settings) const
+    {
+        const recording_reader recording(path);
+        const auto file = directory.write("detections.csv", detections);
+        return score_detections(recording, read_detections(file, recording), settings).at(0);
+    }
+
+    /** The reason why a file of detections is refused. */
+    std::string refusal(const std::string &detections) const
+    {
+        try
+        {
+            score(detections, {});
+        }
+        catch (const detections_error &failure)
+        {
+            return failure.what();
+        }
+        return "";
+    }
+
+    /** Runs the command. */
+    test::outcome run(std::vector<std::string> options) const
+    {
+        options.insert(options.begin(), {"score", path.string(), (directory / "detections.csv").string()});
+        return test::run(options);
+    }
+
+    test::temporary_directory directory;
+    std::filesystem::path path = directory / "out";
+};
+
+constexpr const char *two_detected = "frame,group,item,distance_m,velocity_m_s\n"
+                                     "0,1,1,0.31,0.3\n"
+                                     "0,1,1,0.44,\n"
+                                     "0,1,1,0.34,0\n";
+
+TEST_F(score_test, counts_targets_false_alarms_and_errors)
+{
+    write({{{0.30, 0.40}}, {{0.30}}});
+    const auto found = score(two_detected, {.gate_m = 0.05});
+    EXPECT_EQ(found.frames, 2U);
+    EXPECT_EQ(found.points, 2 * 20U);
+    EXPECT_EQ(found.detections, 3U);
+    EXPECT_EQ(found.false_alarms, 1U);
+    EXPECT_EQ(found.ignored, 0U);
+    const auto &first = found.targets.at(0);
+    EXPECT_EQ(first.due, 2U);
+    EXPECT_EQ(first.detected, 1U);
+    EXPECT_NEAR(*first.distance.mean(), 0.01, 1e-12);
+    EXPECT_NEAR(*first.velocity.rms(), 0.3 - 0.1, 1e-12);
+    const auto all = found.all();
+    EXPECT_NEAR(*all.probability(), 2.0 / 3.0, 1e-12);
+    EXPECT_NEAR(*all.distance.mean(), (0.01 + 0.04) / 2.0, 1e-12);
+    EXPECT_NEAR(*all.distance.rms(), std::sqrt((0.0001 + 0.0016) / 2.0), 1e-12);
+    EXPECT_EQ(all.velocity.count, 1U);
+}
+
+TEST_F(score_test, accepts_lines_in_any_order_and_other_columns)
+{
+    write({{{0.30}}, {{0.40}}, {{0.35}}});
+    const auto found = score("level,distance_m,item,group,frame\r\n9,0.36,1,1,2\r\n\r\n8,0.30,1,1,0\r\n", {});
+    EXPECT_EQ(found.all().detected, 2U);
+    EXPECT_EQ(found.false_alarms, 0U);
+    EXPECT_EQ(score("\xef\xbb\xbf"
+                    "frame,group,item,distance_m\n1,1,1,0.4\n",
+                    {})
+                  .all()
+                  .detected,
+              1U);
+}
+
+TEST_F(score_test, matches_the_closest_pairs_first)
+{
+    write({{{0.30, 0.34}}});
+    // 0.33 is 0.01 from the second target, so that only 0.26 is left for the first one.
+    const auto found = score("frame,group,item,distance_m\n0,1,1,0.33\n0,1,1,0.26\n", {.gate_m = 0.05});
+    EXPECT_NEAR(*found.targets.at(0).distance.mean(), -0.04, 1e-12);
+    EXPECT_NEAR(*found.targets.at(1).distance.mean(), -0.01, 1e-12);
+    EXPECT_EQ(found.false_alarms, 0U);
+}
+
+TEST_F(score_test, has_the_width_of_the_response_as_gate)
+{
+    write({{{0.30}}});
+    // The pulse of profile 3 is 0.198 m wide.
+    EXPECT_EQ(score("frame,group,item,distance_m\n0,1,1,0.497\n", {}).all().detected, 1U);
+    const auto beyond = score("frame,group,item,distance_m\n0,1,1,0.499\n", {});
+    EXPECT_EQ(beyond.all().detected, 0U);
+    EXPECT_EQ(beyond.false_alarms, 1U);
+    const recording_reader recording(path);
+    EXPECT_EQ(response_width(recording.items()[0], 0.3), 0.198);
+}
+
+TEST_F(score_test, ignores_detections_of_targets_that_need_not_be_found)
+{
+    // Outside the measured distances; a target without an echo is nowhere.
+    write({{{0.30, 0.46}}});
+    const char *both = "frame,group,item,distance_m\n0,1,1,0.31\n0,1,1,0.44\n0,1,1,0.43\n0,1,1,0.38\n";
+    const auto outside = score(both, {.gate_m = 0.04});
+    EXPECT_EQ(outside.all().due, 1U);
+    EXPECT_EQ(outside.all().detected, 1U);
+    EXPECT_EQ(outside.ignored, 2U);
+    EXPECT_EQ(outside.false_alarms, 1U);
+    const auto weak = score(both, {.gate_m = 0.04, .least_snr_db = 30.1});
+    EXPECT_EQ(weak.all().due, 0U);
+    EXPECT_EQ(weak.all().probability(), std::nullopt);
+    EXPECT_EQ(weak.ignored, 3U);
+    EXPECT_EQ(score(both, {.gate_m = 0.04, .least_snr_db = 30.0}).all().due, 1U);
+}
+
+TEST_F(score_test, expects_nothing_without_an_echo)
+{
+    write({{{0.30}}}, [](target_truth &target) {
+        target.amplitude = 0.0;
+        target.snr_db.reset();
+    });
+    EXPECT_EQ(score("frame,group,item,distance_m\n", {}).all().due, 0U);
+}
+
+TEST_F(score_test, counts_a_second_detection_of_a_target_as_a_false_alarm)
+{
+    write({{{0.30}}});
+    const auto found = score("frame,group,item,distance_m\n0,1,1,0.31\n0,1,1,0.31\n", {});
+    EXPECT_EQ(found.all().detected, 1U);
+    EXPECT_EQ(found.false_alarms, 1U);
+}
+
+TEST_F(score_test, leaves_out_frames_that_are_not_valid_or_whose_truth_is_unknown)
+{
+    write({{{0.30}}, {{0.30}, false}});
+    const recording_reader recording(path);
+    const auto file = directory.write("detections.csv", "frame,group,item,distance_m\n"
+                                                        "1,1,1,0.3\n0,1,2,0.15\n");
+    const auto scores = score_detections(recording, read_detections(file, recording), {});
+    EXPECT_EQ(scores[0].frames, 1U);
+    EXPECT_EQ(scores[0].left_out, 1U);
+    EXPECT_EQ(scores[0].detections, 0U);
+    EXPECT_EQ(scores[0].all().due, 1U);
+    EXPECT_EQ(scores[1].frames, 0U);
+    EXPECT_EQ(scores[1].left_out, 2U);
+    EXPECT_EQ(scores[1].false_alarms, 0U);
+}
+
+TEST_F(score_test, needs_a_gate_if_the_width_of_the_response_is_unknown)
+{
+    write({{{0.30}}});
+    const recording_reader recording(path);
+    auto item = recording.items()[0];
+    item.configuration.subsweeps.at(0).profile = 99;
+    EXPECT_EQ(response_width(item, 0.3), std::nullopt);
+}
+
+TEST_F(score_test, names_line_and_reason_of_a_wrong_file)
+{
+    write({{{0.30}}});
+    const std::string head = "frame,group,item,distance_m,velocity_m_s\n";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "line 1: there is no column \"frame\""},
+        {"frame,group,item\n", "line 1: there is no column \"distance_m\""},
+        {head + "0,1,1,0.3\n", "line 2: it has 4 cells, but line 1 has 5"},
+        {head + "0,1,1,0.3,0\n0,1,1,x,0\n", "line 3: distance_m is \"x\"; use a number"},
+        {head + "0,1,1,nan,0\n", "line 2: distance_m is not finite"},
+        {head + "0,1,1,1e999,0\n", "line 2: distance_m is \"1e999\""},
+        {head + "0,1,1,0.3,-inf\n", "line 2: velocity_m_s is not finite"},
+        {head + "-1,1,1,0.3,0\n", "line 2: frame is \"-1\"; use a whole number"},
+        {head + "0.5,1,1,0.3,0\n", "line 2: frame is \"0.5\"; use a whole number"},
+        {head + "1,1,1,0.3,0\n", "line 2: frame is 1, but the recording has the frames 0 to 0"},
+        {head + "0,1,3,0.3,0\n", "line 2: the recording has no item 3 in group 1"},
+        {head + "0,0,1,0.3,0\n", "line 2: the recording has no item 1 in group 0"},
+        {head + "0,1,1,\"0.3\",0\n", "distance_m is \"\"0.3\"\"; use a number, without spaces and quotes"},
+        {head + "0,1,1,0.3,0", "line 2: it has no line end"},
+        {head + std::string(200000, '0') + "\n", "has a line of more than 4096 bytes"},
+        {std::string("\0\0\n", 3), "line 1: there is no column"}};
+    for (const auto &[text, reason] : cases)
+    {
+        EXPECT_THAT(refusal(text), HasSubstr(reason));
+    }
+    EXPECT_EQ(run({}).code, exit_code::bad_file);
+    std::filesystem::remove(directory / "detections.csv");
+    EXPECT_THAT(run({}).err, HasSubstr("detections.csv: No such file"));
+    std::filesystem::create_directory(directory / "detections.csv");
+    EXPECT_THAT(run({}).err, HasSubstr("not a regular file"));
+}
+
+TEST_F(score_test, command_prints_tables_and_json)
+{
+    write({{{0.30, 0.40}}, {{0.30}}});
+    static_cast<void>(directory.write("detections.csv", two_detected));
+    const auto text = run({"--gate", "0.05"});
+    EXPECT_EQ(text.code, exit_code::success) << text.err;
+    EXPECT_THAT(text.out, testing::ContainsRegex("1 +1 +0 +2 +1 +0\\.5000 +10\\.00 mm +10\\.00 mm +200\\.00 "
+                                                 "mm/s +200\\.00 mm/s\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("1 +1 +all +3 +2 +0\\.6667 +29\\.15 mm +25\\.00 mm"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("1 +1 +0\\.050 m +2 +0 +3 +0 +1 +0\\.500 +0\\.0250\n"));
+    const auto about = json::parse(run({"--gate", "0.05", "--json"}).out);
+    EXPECT_EQ(about["due"], 3);
+    EXPECT_EQ(about["detected"], 2);
+    EXPECT_EQ(about["frames"], 2);
+    EXPECT_NEAR(about["false_alarms_per_frame"].get<double>(), 0.5, 1e-12);
+    EXPECT_NEAR(about["items"][0]["false_alarms_per_point"].get<double>(), 1.0 / 40.0, 1e-12);
+    EXPECT_EQ(about["items"][0]["targets"][1]["target"], 1);
+    EXPECT_EQ(about["items"][0]["targets"][1]["due"], 1);
+    EXPECT_EQ(about["items"][1]["probability_of_detection"], nullptr);
+    EXPECT_EQ(about["items"][1]["gate_m"], 0.05);
+    EXPECT_EQ(json::parse(run({"--json"}).out)["items"][1]["gate_m"], 0.198);
+}
+
+TEST_F(score_test, command_needs_a_truth_and_a_sensible_gate)
+{
+    test::write_example_recording(path, 1);
+    static_cast<void>(directory.write("detections.csv", two_detected));
+    const auto refused = run({});
+    EXPECT_EQ(refused.code, exit_code::bad_file);
+    EXPECT_THAT(refused.err, HasSubstr("has no truth"));
+    EXPECT_THAT(refused.err, HasSubstr("--truth FILE"));
+    EXPECT_EQ(run({"--gate", "0"}).code, exit_code::usage);
+    EXPECT_EQ(run({"--min-snr", "x"}).code, exit_code::usage);
+}
+
+} // namespace
+} // namespace vantor
