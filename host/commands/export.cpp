@@ -27,7 +27,9 @@ constexpr const char *export_footer = R"(Examples:
   vantor export recordings/garage --format npz
       writes these arrays as "samples", with the distances of the points in metres ("distance_m"), the times of the
       frames in seconds ("time_s"), the number of frames missing before each frame ("missing"), and the other columns
-      of the frame table)";
+      of the frame table
+  vantor export recordings/garage --format truth
+      writes what simulated sensors should have found, as one CSV file per item)";
 
 /** The options of `vantor export`. */
 struct export_options
@@ -55,6 +57,10 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
     warn_of_damage(recording, streams, require_no_interruption);
     const reading_progress progress(recording, streams, 1, require_no_interruption);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
+    if (options.format == "truth")
+    {
+        return export_truth(recording, output);
+    }
     if (options.format == "npz")
     {
         return export_npz(recording, output, require_no_interruption);
@@ -87,21 +93,24 @@ exit_code export_recording(const export_options &options, const command_streams 
 command export_command()
 {
     auto options = std::make_shared<export_options>();
-    return {.name = "export",
-            .help = "Export a recording as CSV or NumPy files.",
-            .footer = export_footer,
-            .options = {recording_argument(options->recording),
-                        {.name = "--format",
-                         .help = "Format of the files: csv, npy or npz (NumPy)",
-                         .value = choice_value{.target = &options->format, .words = {"csv", "npy", "npz"}},
-                         .value_name = "FORMAT",
-                         .required = true},
-                        {.name = "--output",
-                         .help = "Directory for the files; \"export\" in the recording if not given",
-                         .value = &options->output,
-                         .value_name = "DIR"},
-                        json_flag(options->json)},
-            .run = [options](const command_streams &streams) { return export_recording(*options, streams); }};
+    return {
+        .name = "export",
+        .help = "Export a recording as CSV or NumPy files.",
+        .footer = export_footer,
+        .options =
+            {recording_argument(options->recording),
+             {.name = "--format",
+              .help = "Format of the files: csv, npy or npz (NumPy); truth for what simulated sensors should "
+                      "have found, as CSV",
+              .value = choice_value{.target = &options->format, .words = {"csv", "npy", "npz", "truth"}},
+              .value_name = "FORMAT",
+              .required = true},
+             {.name = "--output",
+              .help = "Directory for the files; \"export\" in the recording if not given",
+              .value = &options->output,
+              .value_name = "DIR"},
+             json_flag(options->json)},
+        .run = [options](const command_streams &streams) { return export_recording(*options, streams); }};
 }
 
 } // namespace vantor

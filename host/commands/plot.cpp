@@ -45,7 +45,10 @@ rate is known.
 
 Dashed lines are the mean level without echoes, that is, of noise and the sensor's constant offset, and in spectra
 that of noise. The noise is measured from the differences between consecutive sweeps, beside echoes that move and
-samples that are clipped. Dotted lines are the bounds of velocities that are not ambiguous. Warnings are red.)";
+samples that are clipped. Dotted lines are the bounds of velocities that are not ambiguous. Warnings are red.
+
+If the truth of simulated sensors was recorded, thin dashed lines in magenta show where the targets really were: at
+their mean distances in the level, at their distances over time in the level over time.)";
 
 /** The options of `vantor plot`. */
 struct plot_options

@@ -65,6 +65,41 @@ std::string csv_lines(const recorded_item &item, const frame_place &place, const
     return text;
 }
 
+/** Formats a target as the end of a line. */
+std::string target_cells(const target_truth &target)
+{
+    std::string text;
+    append_number(text, target.target, ',');
+    append_number(text, target.distance_m, ',');
+    append_number(text, target.velocity_m_s, ',');
+    append_number(text, target.amplitude, ',');
+    append_number(text, target.phase_rad, ',');
+    if (target.snr_db)
+    {
+        append_number(text, *target.snr_db, '\n');
+        return text;
+    }
+    return text + "\n";
+}
+
+/** Formats the truth of an item in a frame as text. */
+std::string truth_lines_of(const recorded_truth &line)
+{
+    std::string begin;
+    append_number(begin, line.frame, ',');
+    append_number(begin, line.truth.tick, ',');
+    append_number(begin, line.truth.time_s, ',');
+    append_number(begin, line.truth.temperature, ',');
+    append_number(begin, line.truth.noise_power, ',');
+    append_number(begin, line.truth.interference, ',');
+    std::string text;
+    for (const auto &target : line.truth.targets)
+    {
+        text += begin + target_cells(target);
+    }
+    return text.empty() ? begin + ",,,,,\n" : text;
+}
+
 /** The shape of the samples of an item: the axes frame, sweep and point. */
 std::vector<uint64_t> shape_of(const recording_reader &recording, const recorded_item &item)
 {
@@ -167,6 +202,28 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
             const auto row = table.require();
             file.append(csv_lines(
                 item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
+        }
+    });
+}
+
+std::vector<std::filesystem::path> export_truth(const recording_reader &recording,
+                                                const std::filesystem::path &directory)
+{
+    static_cast<void>(recording.open_truth());
+    return write_item_files(recording, directory, ".truth.csv", [&](output_file &file, size_t index) {
+        const auto &layout = recording.items()[index].layout;
+        truth_frames truth(recording.open_truth());
+        file.append("frame,tick,time_s,temperature,noise_power,interference,target,distance_m,velocity_m_s,"
+                    "amplitude,phase_rad,snr_db\n");
+        for (uint64_t number = 0; number < recording.frames(); ++number)
+        {
+            for (const auto &line : truth.move_to(number))
+            {
+                if (line.group == layout.group && line.item == layout.index)
+                {
+                    file.append(truth_lines_of(line));
+                }
+            }
         }
     });
 }

@@ -26,6 +26,20 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
                                               const std::filesystem::path &directory);
 
 /**
+ * Writes what simulated sensors should have found as text: a header, then one line per target and frame with
+ * the columns frame, tick, time_s, temperature, noise_power, interference, target, distance_m, velocity_m_s,
+ * amplitude, phase_rad and snr_db. A frame without targets has one line, which ends with empty cells.
+ *
+ * @param recording  the recording to export
+ * @param directory  where to write; it is created
+ * @return the files written
+ * @throws bad_recording if the recording has no truth
+ * @throws recording_error if a file exists already or cannot be written; no file is created then
+ */
+std::vector<std::filesystem::path> export_truth(const recording_reader &recording,
+                                                const std::filesystem::path &directory);
+
+/**
  * Writes each item as an NPY file, version 1.0: a complex64 array with the axes frame, sweep and point.
  *
  * @param recording  the recording to export

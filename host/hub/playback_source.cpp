@@ -7,10 +7,23 @@
 #include <cmath>
 #include <utility>
 
+#include "vantor/recording_error.h"
+
 namespace vantor
 {
 namespace
 {
+
+/** Opens the truth of a recording; nothing if there is none, or it cannot be read. */
+std::optional<truth_frames> truth_to_play(const recording_reader &recording)
+try
+{
+    return recording.has_truth() ? std::optional<truth_frames>(recording.open_truth()) : std::nullopt;
+}
+catch (const bad_recording &)
+{
+    return std::nullopt;
+}
 
 /** Copies what the frame table says about an item. */
 frame_item item_of(const frame_row &row, uint32_t more_ticks)
@@ -34,7 +47,7 @@ playback_source::playback_source(recording_reader &recording, playback_options o
     : recording_(recording), loop_(loop), pace_(options.speed), endless_(options.endless),
       metadata_(std::make_shared<const session_metadata>(recording.session().metadata)),
       tick_period_(nominal_tick_period(recording.session())), gap_index_(recording),
-      gaps_(gap_index_.before(0))
+      gaps_(gap_index_.before(0)), truth_(truth_to_play(recording))
 {
     for (size_t i = 0; i < recording.items().size(); ++i)
     {
@@ -114,6 +127,10 @@ void playback_source::go_to(uint64_t number)
     for (auto &table : tables_)
     {
         table.seek(number);
+    }
+    if (truth_)
+    {
+        truth_->seek(number);
     }
 }
 
@@ -244,6 +261,26 @@ std::vector<sample> playback_source::read_samples()
     return all;
 }
 
+/** Adds what the sensors should have found to the next frame. */
+void playback_source::add_truth(frame &played)
+{
+    frame_truth known;
+    known.items.resize(played.items().size());
+    for (const auto &line : truth_->move_to(number_))
+    {
+        for (size_t i = 0; i < known.items.size(); ++i)
+        {
+            const auto &item = played.items()[i];
+            if (item.layout->group == line.group && item.layout->index == line.item)
+            {
+                known.items[i] = line.truth;
+                known.items[i]->tick = item.tick;
+            }
+        }
+    }
+    played.set_truth(std::make_shared<const frame_truth>(std::move(known)));
+}
+
 frame playback_source::next()
 {
     const auto rows = peek();
@@ -254,6 +291,10 @@ frame playback_source::next()
         items.push_back(item_of(row, more_ticks_));
     }
     auto played = make_frame(metadata_, read_samples(), std::move(items));
+    if (truth_)
+    {
+        add_truth(played);
+    }
     last_ = rows.front();
     played.set_missing(more_missing_ + gaps_.missing());
     seconds_ = more_seconds_ + last_.seconds;

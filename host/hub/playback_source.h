@@ -16,6 +16,7 @@
 #include "vantor/frame_source.h"
 #include "vantor/frame_table.h"
 #include "vantor/recording_reader.h"
+#include "vantor/truth_table.h"
 
 namespace vantor
 {
@@ -142,6 +143,7 @@ private:
     [[nodiscard]] double period() const noexcept;
     [[nodiscard]] uint32_t tick_after_last() const noexcept;
     std::vector<sample> read_samples();
+    void add_truth(frame &played);
 
     recording_reader &recording_;
     event_loop &loop_;
@@ -152,13 +154,14 @@ private:
     gap_index gap_index_;
     gap_counter gaps_; /**< of the current lap */
     std::vector<frame_table> tables_;
-    std::optional<frame_rows> rows_; /**< of the next frame, if they have been read */
-    frame_row last_;                 /**< of the first item in the frame before the next one */
-    double seconds_ = 0.0;           /**< of the last frame */
-    uint64_t number_ = 0;            /**< of the next frame */
-    uint64_t more_missing_ = 0;      /**< before the current lap */
-    double more_seconds_ = 0.0;      /**< added to the times of the recording */
-    uint32_t more_ticks_ = 0;        /**< added to its ticks */
+    std::optional<truth_frames> truth_; /**< no value if it was not recorded, or cannot be read */
+    std::optional<frame_rows> rows_;    /**< of the next frame, if they have been read */
+    frame_row last_;                    /**< of the first item in the frame before the next one */
+    double seconds_ = 0.0;              /**< of the last frame */
+    uint64_t number_ = 0;               /**< of the next frame */
+    uint64_t more_missing_ = 0;         /**< before the current lap */
+    double more_seconds_ = 0.0;         /**< added to the times of the recording */
+    uint32_t more_ticks_ = 0;           /**< added to its ticks */
     segment segment_;
 };
 

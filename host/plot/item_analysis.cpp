@@ -103,6 +103,7 @@ item_analysis analyse_item(recording_reader &recording, size_t index, std::optio
     analysis.time = times.axis();
     measure_levels(recording, index, times, distance, analysis);
     analyse_point(recording, index, times, analysis);
+    analysis.truth = read_truth_tracks(recording, index, times);
     return analysis;
 }
 

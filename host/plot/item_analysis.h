@@ -12,6 +12,7 @@
 
 #include "plot/motion_tracker.h"
 #include "plot/timeline.h"
+#include "plot/truth_tracks.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -86,6 +87,7 @@ struct item_analysis
     std::vector<track_point> track;
     velocity_spectrum spectrum;
     velocity_map velocities;
+    std::vector<truth_track> truth;        /**< where targets really were; empty if unknown */
     bool aliased = false;                  /**< the echo at the point moves too fast for the frame rate */
     std::optional<aliased_velocity> alias; /**< of the strongest moving echo */
 };

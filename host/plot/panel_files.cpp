@@ -149,6 +149,21 @@ void write_saturated(const std::filesystem::path &path, const level_map &map)
     file.close();
 }
 
+/** Writes the true distances of all targets: time, distance. Blank lines are between targets. */
+void write_truth(const std::filesystem::path &path, const std::vector<truth_track> &tracks)
+{
+    scratch_file file(path);
+    for (const auto &track : tracks)
+    {
+        for (const auto &point : track.points)
+        {
+            file << point.time << " " << point.distance << "\n";
+        }
+        file << "\n\n";
+    }
+    file.close();
+}
+
 /** Writes the velocity spectrum: velocity, level. */
 void write_spectrum(const std::filesystem::path &path, const velocity_spectrum &spectrum)
 {
@@ -188,6 +203,7 @@ void write_panel_files(const std::filesystem::path &base, const recorded_item &i
     write_track(base.string() + ".track", analysis, false);
     write_track(base.string() + ".saturated-track", analysis, true);
     write_saturated(base.string() + ".saturated", analysis.map);
+    write_truth(base.string() + ".truth", analysis.truth);
     write_spectrum(base.string() + ".spectrum", analysis.spectrum);
 }
 

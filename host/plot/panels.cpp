@@ -22,6 +22,8 @@ namespace
 /** Looks of what appears in several panels. */
 constexpr const char *noise_look = "nohead dt 2 lw 1.5 lc rgb '#707070'";
 constexpr const char *mark_look = "nohead dt 3 lw 1.5 lc rgb '#c04040'";
+constexpr const char *truth_look = "dt 2 lw 1 lc rgb '#b000b0'";
+constexpr const char *truth_text = "font ',8' textcolor rgb '#b000b0'";
 constexpr const char *small_text = "font ',8' textcolor rgb '#606060'";
 
 /** Minimum range of colours in dB: noise does not look like a signal. */
@@ -168,6 +170,36 @@ std::string noise_lines(const panel_row &place)
     return text;
 }
 
+/** The commands for the legend of the truth; none if it is unknown. */
+std::string truth_legend(const panel_row &place)
+{
+    return place.analysis.truth.empty()
+               ? std::string()
+               : "set label 'truth (dashed)' at graph 0.98, graph 0.95 right front " +
+                     std::string(truth_text) + "\n";
+}
+
+/** The commands for marks at the mean true distances of all targets. */
+std::string truth_marks(const panel_row &place)
+{
+    auto text = truth_legend(place);
+    for (const auto &track : place.analysis.truth)
+    {
+        const auto distance = fixed(track.mean, 6);
+        text += line(distance + ", graph 0", distance + ", graph 1",
+                     ("nohead " + std::string(truth_look)).c_str());
+    }
+    return text;
+}
+
+/** The part of a plot command that draws the true distances over time; empty if they are unknown. */
+std::string truth_lines(const panel_row &place)
+{
+    return place.analysis.truth.empty()
+               ? std::string()
+               : ", " + gnuplot_quote(place.base + ".truth") + " using 1:2:(0) with lines " + truth_look;
+}
+
 /** The commands that draw the mean level over distance, with the noise and the selected point. */
 std::string draw_level(const panel_row &place)
 {
@@ -183,7 +215,7 @@ std::string draw_level(const panel_row &place)
                             ? "set xrange [" + mark + "-0.01:" + mark + "+0.01]\n"
                             : std::string("set autoscale xfix\n");
     return head + around + range_command("y", range) + amplitude_scale(range) + noise_lines(place) +
-           line(mark + ", graph 0", mark + ", graph 1", mark_look) +
+           truth_marks(place) + line(mark + ", graph 0", mark + ", graph 1", mark_look) +
            plot_subsweeps(place, "plot", ".level", "with lines lw 1.6 lc rgb '#2a5d9c'",
                           "with points pt 7 lc rgb '#2a5d9c'") +
            "\n";
@@ -237,7 +269,7 @@ std::string draw_map(const panel_row &place)
     return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
            range_command("x", {0.0, map.width * static_cast<double>(map.strips.size())}) +
            range_command("cb", map_range(place)) + place.sheet.colour_scale(place.row, 1) +
-           plot_subsweeps(place, "splot", ".map", look, look) +
+           truth_legend(place) + plot_subsweeps(place, "splot", ".map", look, look) + truth_lines(place) +
            (place.analysis.figures.saturated > 0 ? saturated : std::string()) + "\nunset pm3d\n";
 }
 

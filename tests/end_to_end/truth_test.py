@@ -168,6 +168,22 @@ class Recordings(TruthTest):
         self.assertGreater(len(about["calibrations"]), 2)
         self.assertEqual(about["truth"]["frames"], 400)
 
+    def test_the_truth_is_exported(self):
+        recording = self.path("exported")
+        self.succeed("record", self.config, "--frames", 3, "--output", recording, "--connect",
+                     f"sim:--clock virtual --sensors 2 --scene {self.scene}")
+        files = json.loads(self.succeed("export", recording, "--format", "truth", "--json"))["files"]
+        self.assertEqual(len(files), 3)
+        with open(files[0], encoding="utf-8") as file:
+            rows = file.read().splitlines()
+        self.assertEqual(rows[0], "frame,tick,time_s,temperature,noise_power,interference,target,distance_m,"
+                                  "velocity_m_s,amplitude,phase_rad,snr_db")
+        self.assertEqual(len(rows), 1 + 3 * 3)
+        first = lines_of(os.path.join(recording, "truth.jsonl"))[1]
+        cells = rows[1].split(",")
+        self.assertEqual((int(cells[0]), int(cells[1]), int(cells[6])), (0, first["tick"], 0))
+        self.assertAlmostEqual(float(cells[7]), first["targets"][0]["distance_m"], 9)
+
 
 class Scores(TruthTest):
     def test_a_small_detector_finds_the_targets(self):

@@ -53,7 +53,7 @@ TEST(command_line, prints_help)
     EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
     EXPECT_THAT(run({"export", "--help"}).out,
                 testing::ContainsRegex(
-                    "--format FORMAT REQUIRED +Format of the files: csv, npy or npz \\(NumPy\\)\n"));
+                    "--format FORMAT REQUIRED +Format of the files: csv, npy or npz \\(NumPy\\); truth for what "));
 }
 
 TEST(command_line, has_help_with_examples_for_every_command)
@@ -516,7 +516,7 @@ TEST(command_line, completes_in_shells)
               "#compdef vantor\nautoload -U +X bashcompinit && bashcompinit\n" + bash);
     EXPECT_THAT(bash, HasSubstr("scan) words=\"--help --baudrate --json\" ;;"));
     EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("__fish_seen_subcommand_from record' -l frames"));
-    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy npz' -d"));
+    EXPECT_THAT(run({"completion", "fish"}).out, HasSubstr("-l format -x -a 'csv npy npz truth' -d"));
     EXPECT_THAT(
         run({"completion", "fish"}).out,
         HasSubstr("complete -c vantor -n '__fish_seen_subcommand_from completion' -x -a 'bash zsh fish'"));
@@ -547,11 +547,11 @@ TEST(command_line, completes_in_a_real_bash)
     EXPECT_EQ(completed(directory / "", "re"), "record\nrepair\nreplay\n");
     EXPECT_EQ(completed(directory / "", "record --fr"), "--frames\n");
     EXPECT_EQ(completed(directory / "", "record my"), "my config.json\n-o filenames\n");
-    EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\nnpz\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ''"), "csv\nnpy\nnpz\ntruth\n");
     EXPECT_EQ(completed(directory / "", "completion ''"), "bash\nzsh\nfish\n");
     EXPECT_EQ(completed(directory / "", "info completion my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "export x --format = n"), "npy\nnpz\n");
-    EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\nnpz\n");
+    EXPECT_EQ(completed(directory / "", "export x --format ="), "csv\nnpy\nnpz\ntruth\n");
     EXPECT_EQ(completed(directory / "", "record my --output = my"), "my config.json\n-o filenames\n");
     EXPECT_EQ(completed(directory / "", "record --out"), "--output\n");
     EXPECT_EQ(completed(directory / "", "--v"), "--version\n");
@@ -686,7 +686,7 @@ TEST(command_line, reports_the_bounds_of_a_number)
     EXPECT_THAT(fault({"replay", "x", "--speed", "0"}),
                 HasSubstr("--speed: \"0\" is not a number above 0, nor \"max\"\n"));
     EXPECT_THAT(fault({"export", "x", "--format", "xml"}),
-                HasSubstr("--format: \"xml\" is not one of csv, npy, npz\n"));
+                HasSubstr("--format: \"xml\" is not one of csv, npy, npz, truth\n"));
 }
 
 TEST(command_line, accepts_numbers_up_to_their_bounds)

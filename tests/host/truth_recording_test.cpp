@@ -2,19 +2,28 @@
  * Tests of the truth in recordings: what is written, read, checked and repaired.
  */
 #include <fstream>
+#include <limits>
 #include <memory>
+#include <optional>
 
 #include <gmock/gmock.h>
 
 #include "command_outcome.h"
 #include "example_recording.h"
 #include "example_truth.h"
+#include "export/exporter.h"
+#include "hub/playback_source.h"
+#include "manual_clock.h"
+#include "plot/panels.h"
+#include "plot/picture.h"
 #include "recording/recording_check.h"
 #include "recording/repair.h"
 #include "temporary_directory.h"
 #include "vantor/errors.h"
+#include "vantor/hub.h"
 #include "vantor/recording_error.h"
 #include "vantor/recording_reader.h"
+#include "vantor/recording_sink.h"
 #include "vantor/recording_writer.h"
 
 namespace vantor
@@ -251,6 +260,90 @@ TEST_F(truth_recording, contradiction_between_documents_is_damage)
     EXPECT_THAT(fault(), HasSubstr("vantor:truth is not an object"));
     repair_recording(path);
     EXPECT_EQ(fault(), "");
+}
+
+TEST_F(truth_recording, is_played_with_the_frames)
+{
+    constexpr uint32_t frames = 40;
+    test::write_recording_with_truth(path, frames);
+    recording_reader recording(path);
+    test::manual_clock clock;
+    test::manual_loop loop(clock);
+    playback_source source(recording, {.speed = std::numeric_limits<double>::infinity()}, loop);
+    const auto copy = directory / "copy";
+    recording_writer writer(copy, recording.session());
+    recording_sink recorder(writer, recording.session().metadata, default_queue_size, loop);
+    hub stream(source, {&recorder}, loop);
+    stream.run({});
+    EXPECT_FALSE(recorder.close());
+    writer.finish();
+    EXPECT_EQ(read_file(copy / "truth.jsonl"), read_file(truth));
+    source.seek(17);
+    EXPECT_EQ(source.next().truth()->items.at(1)->tick, 17 * 20000U + 5);
+    playback_source endless(recording, {.speed = std::numeric_limits<double>::infinity(), .endless = true},
+                            loop);
+    for (uint32_t i = 0; i < frames; ++i)
+    {
+        static_cast<void>(endless.next());
+    }
+    const auto again = endless.next();
+    EXPECT_EQ(again.items()[1].tick, frames * 20000U + 5);
+    EXPECT_EQ(again.truth()->items.at(1)->tick, again.items()[1].tick);
+    EXPECT_EQ(again.truth()->items.at(1)->targets.at(0).distance_m, 0.2);
+}
+
+TEST_F(truth_recording, is_drawn_where_an_item_measures)
+{
+    test::write_recording_with_truth(path, 2000);
+    recording_reader recording(path);
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    ASSERT_EQ(analysis.truth.size(), 1U);
+    EXPECT_NEAR(analysis.truth[0].mean, 0.3, 1e-12);
+    EXPECT_GT(analysis.truth[0].points.size(), 200U);
+    EXPECT_LE(analysis.truth[0].points.size(), 401U);
+    EXPECT_NEAR(analysis.truth[0].points.back().time, 0.02 * 1998, 0.1);
+    // The last item measures from -0.1025 m to -0.03 m.
+    EXPECT_EQ(analyse_item(recording, 2, std::nullopt).truth.size(), 1U);
+    const page sheet(1, 4);
+    const panel_row place{.sheet = sheet,
+                          .row = 0,
+                          .item = recording.items()[0],
+                          .analysis = analysis,
+                          .base = (directory / "base").string()};
+    const auto commands = draw_panels(place);
+    EXPECT_THAT(commands, HasSubstr("from 0.300000, graph 0 to 0.300000, graph 1 nohead dt 2"));
+    EXPECT_THAT(commands, HasSubstr("base.truth' using 1:2:(0) with lines dt 2"));
+    EXPECT_THAT(commands, HasSubstr("truth (dashed)"));
+    testing::internal::CaptureStderr();
+    EXPECT_THAT(draw_recording(recording, {.output = directory / "p.png"}).warnings, IsEmpty());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(truth_recording, is_exported_as_text)
+{
+    {
+        recording_writer writer(path, test::description_with_truth());
+        auto first = test::frame_with_truth(0);
+        auto known = *first.truth();
+        known.items[0]->targets.clear();
+        known.items[1]->targets[0].snr_db.reset();
+        first.set_truth(std::make_shared<const frame_truth>(known));
+        writer.add(first);
+        writer.finish();
+    }
+    const auto output = directory / "files";
+    const recording_reader recording(path);
+    EXPECT_EQ(export_truth(recording, output).size(), 3U);
+    const std::string head = "frame,tick,time_s,temperature,noise_power,interference,target,distance_m,"
+                             "velocity_m_s,amplitude,phase_rad,snr_db\n";
+    EXPECT_EQ(read_file(output / "group-1-item-1.truth.csv"), head + "0,0,0,25,22500,0,,,,,,\n");
+    EXPECT_EQ(read_file(output / "group-1-item-2.truth.csv"),
+              head + "0,5,0,25,22500,0,0,0.2,0.1,4743.4,1.5,\n");
+    EXPECT_EQ(read_file(output / "group-2-item-1.truth.csv"),
+              head + "0,9,0,25,22500,0,0,-0.1,0.1,4743.4,1.5,30\n");
+    EXPECT_THAT(test::run({"export", path.string(), "--format", "truth"}).out,
+                HasSubstr("export/group-1-item-1.truth.csv\n"));
+    EXPECT_THROW(static_cast<void>(export_truth(recording, output)), recording_error);
 }
 
 TEST_F(truth_recording, that_is_damaged_is_used_as_far_as_possible)
