@@ -3,6 +3,7 @@
  */
 #include "vantor/configuration_check.h"
 
+#include <ctime>
 #include <functional>
 #include <set>
 
@@ -292,6 +293,25 @@ void collect_keywords(const json &schema, std::set<std::string> &keywords)
             }
         }
     }
+}
+
+/** The processor time for a document with many calibrations that have this as data. */
+std::clock_t time_for_calibrations(const json &data)
+{
+    json calibrations = json::array();
+    for (int i = 0; i < 20000; ++i)
+    {
+        calibrations.push_back({{"data", data}});
+    }
+    const json document{{"calibration_info", calibrations}};
+    const auto begin = std::clock();
+    EXPECT_EQ(find_faults(document).count(), 40000U);
+    return std::clock() - begin;
+}
+
+TEST(configuration_check, compares_many_strings_with_a_pattern_as_quickly_as_with_a_type)
+{
+    EXPECT_LT(time_for_calibrations(""), 10 * time_for_calibrations(5));
 }
 
 TEST(configuration_check, supports_every_keyword_of_the_schema)

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <regex>
 
 #include "configuration/check/nearest_word.h"
@@ -197,11 +198,26 @@ private:
 
     void check_pattern(const json &value, const json &schema, const json::json_pointer &place)
     {
-        if (schema.contains("pattern") &&
-            !std::regex_match(value.get<std::string>(), std::regex(schema["pattern"].get<std::string>())))
+        if (!schema.contains("pattern"))
         {
-            add(place, shorten(value), "a string that matches " + schema["pattern"].get<std::string>());
+            return;
         }
+        const auto &pattern = schema["pattern"].get_ref<const std::string &>();
+        if (!std::regex_match(value.get_ref<const std::string &>(), compiled(pattern)))
+        {
+            add(place, shorten(value), "a string that matches " + pattern);
+        }
+    }
+
+    /** A pattern, which takes much longer to compile than to match. */
+    const std::regex &compiled(const std::string &pattern)
+    {
+        auto found = patterns_.find(pattern);
+        if (found == patterns_.end())
+        {
+            found = patterns_.emplace(pattern, std::regex(pattern)).first;
+        }
+        return found->second;
     }
 
     void check_object(const json &value, const json &schema, const json::json_pointer &place)
@@ -278,6 +294,7 @@ private:
 
     const json &root_;
     fault_list &found_;
+    std::map<std::string, std::regex> patterns_; /**< those of the schema that were needed so far */
 };
 
 } // namespace
