@@ -51,9 +51,10 @@ TEST(command_line, prints_help)
     EXPECT_THAT(run({"validate", "--help"}).out, HasSubstr("CONFIG REQUIRED"));
     EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
     EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
-    EXPECT_THAT(run({"export", "--help"}).out,
-                testing::ContainsRegex(
-                    "--format FORMAT REQUIRED +Format of the files: csv, npy or npz \\(NumPy\\); truth for what "));
+    EXPECT_THAT(
+        run({"export", "--help"}).out,
+        testing::ContainsRegex(
+            "--format FORMAT REQUIRED +Format of the files: csv, npy or npz \\(NumPy\\); truth for what "));
 }
 
 TEST(command_line, has_help_with_examples_for_every_command)
