@@ -32,6 +32,10 @@ double seconds_of(std::chrono::steady_clock::duration span)
     return std::chrono::duration<double>(span).count();
 }
 
+/** Frames that can arrive before an answer: more than can be on the way. */
+constexpr size_t most_measured = 1U << 15U;
+constexpr uint64_t most_measured_bytes = 64U << 20U;
+
 /** Whether two items measure at the same distances and in the same order. */
 bool is_same_layout(const item_layout &one, const item_layout &other)
 {
@@ -136,9 +140,8 @@ try
     {
         return std::nullopt;
     }
-    return ask([this] {
-        return server_.stats([this](frame &&received) { measured_.push_back(std::move(received)); });
-    });
+    return ask(
+        [this] { return server_.stats([this](frame &&received) { keep_measured(std::move(received)); }); });
 }
 catch (const connection_lost &)
 {
@@ -275,17 +278,28 @@ template <typename request_t> std::invoke_result_t<request_t> session_source::as
 /** Stops the stream; frames that have been measured are still received. */
 void session_source::stop_for_calibration()
 {
-    ask([this] {
-        return server_.stop([this](frame &&received) { measured_.push_back(std::move(received)); });
-    });
+    ask([this] { return server_.stop([this](frame &&received) { keep_measured(std::move(received)); }); });
     stopped_ = true;
 }
 
-/** Returns the first frame that arrived while the stream was stopped. */
+/** Keeps a frame that has arrived instead of an answer. A server that sends only frames has failed. */
+void session_source::keep_measured(frame &&received)
+{
+    measured_bytes_ += received.samples().size_bytes();
+    measured_.push_back(std::move(received));
+    if (measured_.size() > most_measured || measured_bytes_ > most_measured_bytes)
+    {
+        throw timeout_error("The server has sent " + std::to_string(measured_.size()) +
+                            " frames instead of an answer.");
+    }
+}
+
+/** Returns the first frame that arrived before an answer. */
 frame session_source::take_measured()
 {
     auto received = std::move(measured_.front());
     measured_.pop_front();
+    measured_bytes_ -= received.samples().size_bytes();
     note_frame(received);
     return received;
 }

@@ -534,6 +534,22 @@ TEST_F(controlled_session, asks_for_statistics_although_a_message_is_damaged)
     EXPECT_EQ(source->damaged(), 1U);
 }
 
+TEST_F(controlled_session, does_not_keep_any_number_of_frames_instead_of_an_answer)
+{
+    constexpr uint32_t most = 1U << 15U;
+    on_start = [](host_connection &host) { send_frame(host, 10); };
+    server.on("stats", [](host_connection &host, const json &) {
+        const auto header = example_session().frame_header(11);
+        const auto payload = example_session().frame_payload(11);
+        for (uint32_t i = 0; i <= most; ++i)
+        {
+            host.send(header, payload);
+        }
+    });
+    start({});
+    EXPECT_THROW(source->stats(), timeout_error);
+}
+
 TEST_F(controlled_session, has_no_statistics_while_the_link_is_lost)
 {
     on_start = [](host_connection &host) { send_frame(host, 10); };

@@ -178,6 +178,7 @@ private:
     void finish_stream(std::optional<std::chrono::milliseconds> timeout);
     void stop(std::optional<std::chrono::milliseconds> timeout);
     void stop_for_calibration();
+    void keep_measured(frame &&received);
     frame take_measured();
     void calibrate_again();
     void connect_again(std::chrono::milliseconds wait);
@@ -212,7 +213,8 @@ private:
     bool asked_ = false;                 /**< the last frame asked for a calibration */
     bool calibration_due_ = false;       /**< the next session begins with new calibrations, soon */
     bool stopped_ = false;               /**< for a calibration */
-    std::deque<frame> measured_;         /**< frames that arrived while the stream was stopped */
+    std::deque<frame> measured_;         /**< frames that arrived before an answer */
+    uint64_t measured_bytes_ = 0;        /**< of their samples */
     bool lost_before_ = false;           /**< the link was lost before the current segment */
     std::optional<uint32_t> last_tick_;  /**< of the last frame */
     clock::time_point last_frame_;
