@@ -121,6 +121,7 @@ nlohmann::json first_configuration(const view_options &options, const server_inf
     }
     if (server.configuration)
     {
+        require_valid(*server.configuration, "The configuration of the server", streams.err);
         return *server.configuration;
     }
     const auto sensor = server.connected_sensors.empty() ? 1U : server.connected_sensors.front();
@@ -154,8 +155,9 @@ exit_code view_server_frames(const view_options &options, const command_streams 
                                 .truth = served.truth.get()};
     if (list_items(settings.configuration).empty())
     {
-        throw configuration_error(options.what.string() +
-                                  " has no items, so there is nothing to show: add an item to \"groups\".");
+        throw configuration_error(
+            "The configuration has no items, so there is nothing to show: add an item to "
+            "\"groups\".");
     }
     viewers all(parse_listen_address(options.listen), *loop);
     live_view view(server, std::move(settings), all, *loop);

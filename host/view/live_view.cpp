@@ -36,6 +36,9 @@ constexpr std::chrono::seconds retry_interval{1};
 constexpr std::chrono::seconds statistics_interval{5};
 constexpr double slowest_rate_with_statistics = 1.0;
 
+/** The longest reason that viewers receive with each state, in bytes: a server can send any text. */
+constexpr size_t longest_reason = 2500;
+
 /** The name of a server. */
 std::string name_of(const server_info &server)
 {
@@ -98,7 +101,7 @@ try
         {
             show_frames();
         }
-        else
+        if (!session_)
         {
             wait_before_retry();
         }
@@ -290,7 +293,7 @@ void live_view::begin_next_session()
     catch (const error &failure)
     {
         link_lost_ = dynamic_cast<const server_error *>(&failure) == nullptr;
-        reason_ = failure.what();
+        reason_ = std::string(failure.what()).substr(0, longest_reason);
         if (change)
         {
             viewers_.send(change->viewer, failed_message("apply", failure.what() + ended));
@@ -314,7 +317,7 @@ void live_view::begin_session(const nlohmann::json &configuration)
 /** Notes that the session has ended by itself. */
 void live_view::lose(const std::string &reason)
 {
-    reason_ = reason;
+    reason_ = reason.substr(0, longest_reason);
     viewers_.send_log("error", reason);
     calibrations_ = session_->source.metadata().calibrations;
     end_recording([this](const recording_outcome &outcome) { note_outcome(outcome); });

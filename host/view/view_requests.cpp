@@ -31,6 +31,15 @@ void execute(viewers &all, const request_rules &rules, const viewer_request &req
     rule->second.execute(request);
 }
 
+/** What was asked for next. Requests can take long: what happens meanwhile, such as Ctrl-C, is noticed
+ * between them. */
+std::optional<viewer_request> next_request(viewers &all, event_loop &loop)
+{
+    loop.run_until([] { return false; }, loop.now());
+    loop.check_cancelled();
+    return all.next_request();
+}
+
 } // namespace
 
 std::string request_type(const nlohmann::json &document)
@@ -85,8 +94,7 @@ std::string text_in(const nlohmann::json &document, const std::string &name)
 
 void serve_viewers(viewers &all, const request_rules &rules, event_loop &loop)
 {
-    loop.run_until([] { return false; }, loop.now());
-    while (const auto request = all.next_request())
+    while (const auto request = next_request(all, loop))
     {
         try
         {

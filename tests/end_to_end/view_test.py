@@ -310,6 +310,19 @@ class LiveView(InDirectory):
                 viewer.state_with(lambda state: state["connection"] == "connected" and state["rate"] > 0)
                 viewer.frame()
 
+    def test_a_session_that_fails_at_once_is_tried_again_once_a_second(self):
+        scene = os.path.join(self.folder, "scene.json")
+        with open(scene, "w", encoding="utf-8") as file:
+            json.dump({"faults": [{"kind": "failing_measure", "skip": 5}]}, file)
+        with self.view(SINGLE, "--connect", f"sim:--scene {scene}").connect() as viewer:
+            viewer.next("session")
+            viewer.next("session")
+            begin = time.monotonic()
+            viewer.next("session")
+            viewer.next("session")
+            self.assertGreater(time.monotonic() - begin, 1.8)
+            viewer.state_with(lambda state: state["connection"] == "lost" and state["reason"])
+
     def test_an_interruption_ends_the_view_at_once_while_the_server_is_lost(self):
         server = self.enterContext(Server("--tcp", "0"))
         view = self.view(SINGLE, "--connect", server.address)
