@@ -21,16 +21,15 @@ namespace vantor
 namespace
 {
 
-/** The columns that are read; all but the last one are required. */
-enum column : size_t
-{
-    frame_column,
-    group_column,
-    item_column,
-    distance_column,
-    velocity_column,
-    number_of_columns
-};
+/** A column that is read, as an index; all but the last one are required. */
+using column = size_t;
+
+constexpr column frame_column = 0;
+constexpr column group_column = 1;
+constexpr column item_column = 2;
+constexpr column distance_column = 3;
+constexpr column velocity_column = 4;
+constexpr size_t number_of_columns = 5;
 
 constexpr std::array<std::string_view, number_of_columns> names_of_columns = {"frame", "group", "item",
                                                                               "distance_m", "velocity_m_s"};
