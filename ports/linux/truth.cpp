@@ -157,7 +157,7 @@ void open_file(const std::string &path)
 zet_simulator_observer_t write_truth(const options_t &options, const zet_simulator_scene_t *scene)
 {
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
-    std::signal(SIGXFSZ, SIG_IGN);
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     open_file(options.truth_path);
     std::array<char, ZET_SIMULATOR_SCENE_TEXT_SIZE> text{};
     zet_simulator_scene_to_json(scene != nullptr ? scene : zet_simulator_default_scene(), text.data());

@@ -245,7 +245,7 @@ void append_number(const message &text, double value, field_type type)
     const int most_digits = 9;
     for (int precision = 6; precision <= most_digits; ++precision)
     {
-        std::snprintf(digits, sizeof(digits), "%.*g", precision, value);
+        static_cast<void>(std::snprintf(digits, sizeof(digits), "%.*g", precision, value));
         if (type == field_type::real ? std::strtof(digits, nullptr) == static_cast<float>(value)
                                      : std::strtod(digits, nullptr) == value)
         {
