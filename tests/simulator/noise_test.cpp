@@ -176,7 +176,7 @@ TEST_F(noise, has_no_correlation_between_parts_and_neighbours)
     const auto imag_power = [&](size_t i) { return imag(i) * imag(i) - part_power; };
     EXPECT_NEAR(correlation(count, real, imag), 0.0, most_deviations);
     EXPECT_NEAR(correlation(count, real_power, imag_power), 0.0, most_deviations);
-    for (const size_t lag : {1, 2, 4, 8, 64, 4094})
+    for (const size_t lag : {1U, 2U, 4U, 8U, 64U, 4094U})
     {
         const auto later = [lag](const auto &part) {
             return [&part, lag](size_t i) { return part(i + lag); };
