@@ -180,14 +180,14 @@ void live_view::record(const viewer_request &request)
 }
 
 /** Ends the recording. */
-void live_view::stop_recording(const viewer_request &request)
+void live_view::stop_recording(const viewer_request & /*request*/)
 {
     if (!recorder_.active())
     {
         throw request_error("There is no recording to stop.");
     }
-    end_recording([this, viewer = request.viewer](const recording_outcome &outcome) {
-        viewers_.send(viewer, done_message("stop_recording", outcome.text()));
+    end_recording([this](const recording_outcome &outcome) {
+        viewers_.broadcast(done_message("stop_recording", outcome.text()));
     });
 }
 

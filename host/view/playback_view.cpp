@@ -120,6 +120,10 @@ void playback_view::check(const viewer_request &request)
 /** Continues with another frame, which is shown even if the recording is paused. */
 void playback_view::seek(const viewer_request &request)
 {
+    if (ended())
+    {
+        source_.set_paused(true);
+    }
     const auto last = recording_.frames() - 1;
     const double number = number_in(request.document, "frame", 0.0, static_cast<double>(last));
     const bool has_before = request.document.contains("before");

@@ -40,6 +40,10 @@ export function startToolbar() {
 	startCommands();
 	startDrawers();
 	document.addEventListener('keydown', press);
+	// Otherwise, the space bar would press it again, and the keys of a list would choose from it.
+	document.addEventListener('click', ({ detail, target }) =>
+		detail > 0 && target instanceof Element && target.closest('button')?.blur());
+	document.addEventListener('change', ({ target }) => target instanceof HTMLSelectElement && target.blur());
 }
 
 function startCommands() {
