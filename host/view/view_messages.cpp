@@ -90,6 +90,19 @@ ordered_json figures_of(const json &configuration, const session_description *se
     return known ? session_figures(*session) : plan_figures(plan(configuration));
 }
 
+/** The targets of an item. */
+ordered_json targets_of(const item_truth &item)
+{
+    auto targets = ordered_json::array();
+    for (const auto &target : item.targets)
+    {
+        targets.push_back({{"target", target.target},
+                           {"distance_m", target.distance_m},
+                           {"velocity_m_s", target.velocity_m_s}});
+    }
+    return targets;
+}
+
 } // namespace
 
 ordered_json hello_message(view_kind kind, const std::string &name, const std::string &source)
@@ -138,6 +151,16 @@ ordered_json checked_message(const json &request, const session_description *ses
             {"id", id},
             {"faults", view_faults(faults)},
             {"plan", faults.count() == 0 ? figures_of(configuration, session) : ordered_json::array()}};
+}
+
+ordered_json truth_message(const frame_truth &truth)
+{
+    auto items = ordered_json::array();
+    for (const auto &item : truth.items)
+    {
+        items.push_back(item ? targets_of(*item) : ordered_json());
+    }
+    return {{"type", "truth"}, {"items", std::move(items)}};
 }
 
 ordered_json done_message(const std::string &type, const std::string &text)

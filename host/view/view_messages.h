@@ -13,6 +13,7 @@
 #include "vantor/configuration_fault.h"
 #include "vantor/plan.h"
 #include "vantor/session_description.h"
+#include "vantor/truth.h"
 
 namespace vantor
 {
@@ -51,6 +52,10 @@ nlohmann::ordered_json log_message(const std::string &level, const std::string &
  * @throws request_error if the request has no number or no configuration
  */
 nlohmann::ordered_json checked_message(const nlohmann::json &request, const session_description *session);
+
+/** Where the targets are that simulated sensors see in the next frame: a list for each item, null if unknown.
+ */
+nlohmann::ordered_json truth_message(const frame_truth &truth);
 
 /** A request was executed. */
 nlohmann::ordered_json done_message(const std::string &type, const std::string &text);

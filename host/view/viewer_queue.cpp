@@ -3,10 +3,22 @@
  */
 #include "view/viewer_queue.h"
 
+#include <utility>
+
 namespace vantor
 {
+namespace
+{
 
-void viewer_queue::add(const std::shared_ptr<const std::string> &frame)
+/** The size of a frame in bytes. */
+size_t size_of(const viewer_frame &frame)
+{
+    return frame.message.size() + frame.truth.size();
+}
+
+} // namespace
+
+void viewer_queue::add(const std::shared_ptr<const viewer_frame> &frame)
 {
     if (next_ > 0)
     {
@@ -14,7 +26,7 @@ void viewer_queue::add(const std::shared_ptr<const std::string> &frame)
         return;
     }
     next_ = every_ - 1;
-    bytes_ += frame->size();
+    bytes_ += size_of(*frame);
     frames_.push_back(frame);
     while (frames_.size() > 1 && (frames_.size() > limits_.frames || bytes_ > limits_.bytes))
     {
@@ -23,20 +35,27 @@ void viewer_queue::add(const std::shared_ptr<const std::string> &frame)
     }
 }
 
-std::shared_ptr<const std::string> viewer_queue::take()
+std::shared_ptr<const std::string> viewer_queue::take(view_message &kind)
 {
     if (frames_.empty())
     {
         return nullptr;
     }
-    auto oldest = frames_.front();
+    const auto oldest = frames_.front();
+    if (!oldest->truth.empty() && !std::exchange(truth_taken_, true))
+    {
+        kind = view_message::text;
+        return {oldest, &oldest->truth};
+    }
     remove_oldest();
-    return oldest;
+    kind = view_message::binary;
+    return {oldest, &oldest->message};
 }
 
 void viewer_queue::clear() noexcept
 {
     frames_.clear();
+    truth_taken_ = false;
     bytes_ = 0;
     next_ = 0;
 }
@@ -44,8 +63,9 @@ void viewer_queue::clear() noexcept
 /** Removes the oldest frame. */
 void viewer_queue::remove_oldest() noexcept
 {
-    bytes_ -= frames_.front()->size();
+    bytes_ -= size_of(*frames_.front());
     frames_.pop_front();
+    truth_taken_ = false;
 }
 
 } // namespace vantor

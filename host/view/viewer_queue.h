@@ -10,8 +10,17 @@
 #include <memory>
 #include <string>
 
+#include "view/view_server.h"
+
 namespace vantor
 {
+
+/** A frame, as viewers receive it. */
+struct viewer_frame
+{
+    std::string message; /**< of the protocol */
+    std::string truth;   /**< a text that is sent before it: see truth_message(); empty for none */
+};
 
 /** How many frames can wait for a viewer. */
 struct viewer_queue_limits
@@ -29,10 +38,15 @@ public:
     }
 
     /** Adds an encoded frame, unless the viewer wants only some of the frames and this is another one. */
-    void add(const std::shared_ptr<const std::string> &frame);
+    void add(const std::shared_ptr<const viewer_frame> &frame);
 
-    /** Removes and returns the oldest frame; null if there is none. */
-    std::shared_ptr<const std::string> take();
+    /**
+     * Returns the next message: the truth of the oldest frame, and then that frame, which is removed.
+     *
+     * @param kind  receives the kind of the message
+     * @return null if there is none
+     */
+    std::shared_ptr<const std::string> take(view_message &kind);
 
     /** Removes the frames of an earlier session or place, which do not count as dropped. */
     void clear() noexcept;
@@ -54,7 +68,8 @@ private:
     void remove_oldest() noexcept;
 
     viewer_queue_limits limits_;
-    std::deque<std::shared_ptr<const std::string>> frames_;
+    std::deque<std::shared_ptr<const viewer_frame>> frames_;
+    bool truth_taken_ = false; /**< of the oldest frame */
     size_t bytes_ = 0;
     uint64_t every_ = 1;
     uint64_t next_ = 0; /**< frames until the next one that is wanted */

@@ -46,6 +46,13 @@ nlohmann::json parse_request(const std::string &text)
     return parse_json_text(text, "The message");
 }
 
+/** A frame, as viewers receive it. */
+std::shared_ptr<const viewer_frame> viewer_frame_of(const frame &received)
+{
+    const auto truth = received.truth() ? message_text(truth_message(*received.truth())) : std::string();
+    return std::make_shared<const viewer_frame>(viewer_frame{encode_frame(received), truth});
+}
+
 /** Whether only the last request of this type matters. */
 bool replaces_earlier(const std::string &type)
 {
@@ -131,7 +138,7 @@ void viewers::add(const std::shared_ptr<const frame> &received)
     {
         return;
     }
-    const auto encoded = std::make_shared<const std::string>(encode_frame(*received));
+    const auto encoded = viewer_frame_of(*received);
     for (auto &[number, who] : viewers_)
     {
         who.frames.add(encoded);
@@ -159,7 +166,7 @@ void viewers::opened(uint64_t number)
     }
     if (last_)
     {
-        who.frames.add(std::make_shared<const std::string>(encode_frame(*last_)));
+        who.frames.add(viewer_frame_of(*last_));
     }
     who.state_due = !state_now_.is_null();
 }
@@ -353,10 +360,9 @@ std::shared_ptr<const std::string> viewers::next_line_or_frame(viewer &who, view
         return line;
     }
     who.line_sent = false;
-    if (auto frame = who.frames.take())
+    if (auto message = who.frames.take(kind))
     {
-        kind = view_message::binary;
-        return frame;
+        return message;
     }
     return take_first(who.lines);
 }

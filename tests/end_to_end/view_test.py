@@ -106,6 +106,13 @@ class LiveView(InDirectory):
             self.assertEqual((state["connection"], state["recorder"], state["position"]), ("connected", None, None))
             self.assertEqual([entry["sensor"] for entry in state["temperatures"]], [1, 2])
 
+    def test_the_targets_of_the_simulator_arrive_before_their_frame(self):
+        with self.view(SINGLE).connect() as viewer:
+            truth = viewer.next("truth")
+            self.assertEqual([len(item) for item in truth["items"]], [3])
+            distances = [target["distance_m"] for target in truth["items"][0]]
+            self.assertEqual([round(distance, 1) for distance in distances], [0.5, 1.2, 3.5])
+
     def test_the_layout_of_an_item_is_that_of_its_configuration(self):
         with self.view(SINGLE).connect() as viewer:
             item = viewer.next("session")["items"][0]
@@ -553,6 +560,13 @@ class Playback(InDirectory):
             for wrong in (-1, 61, "x", None):
                 viewer.send("seek", frame=2, before=wrong)
                 self.assertIn("before", viewer.next("failed")["message"])
+
+    def test_a_frame_that_is_sought_after_the_end_stays(self):
+        with self.view("walk").connect() as viewer:
+            viewer.send("speed", value=16)
+            viewer.state_with(lambda state: state["connection"] == "ended")
+            viewer.send("seek", frame=2)
+            viewer.state_with(lambda state: state["connection"] == "paused" and state["position"]["frame"] == 2)
 
     def test_it_can_be_played_faster(self):
         with self.view("walk").connect() as viewer:

@@ -82,8 +82,9 @@ TEST(view_messages, show_all_members_of_a_fault_between_them)
     const auto config = json{{"inter_frame_idle_state", "ready"}, {"inter_sweep_idle_state", "sleep"}};
     const auto answer = checked_message({{"id", 3}, {"configuration", configuration_with(config)}}, nullptr);
     ASSERT_EQ(answer["faults"].size(), 1U);
-    EXPECT_EQ(answer["faults"][0]["members"], json::array({"/groups/0/0/config/inter_frame_idle_state",
-                                                           "/groups/0/0/config/inter_sweep_idle_state"}));
+    EXPECT_EQ(answer["faults"][0]["members"].get<std::vector<std::string>>(),
+              (std::vector<std::string>{"/groups/0/0/config/inter_frame_idle_state",
+                                        "/groups/0/0/config/inter_sweep_idle_state"}));
 }
 
 TEST(view_messages, show_only_figures_of_memory_that_are_numbers)
@@ -144,6 +145,14 @@ TEST(view_messages, show_the_figures_of_a_configuration_without_faults)
     EXPECT_EQ(figures["frame rate"], "10.0 /s");
     EXPECT_THAT(figures["velocity"], HasSubstr("m/s, in steps of "));
     EXPECT_THAT(figures["memory of the board"], HasSubstr("kB*"));
+}
+
+TEST(view_messages, show_where_simulated_targets_are)
+{
+    item_truth known;
+    known.targets.push_back({.target = 1, .distance_m = 0.5, .velocity_m_s = -0.25, .snr_db = std::nullopt});
+    EXPECT_EQ(truth_message({.items = {known, std::nullopt}}).dump(),
+              R"({"type":"truth","items":[[{"target":1,"distance_m":0.5,"velocity_m_s":-0.25}],null]})");
 }
 
 TEST(view_messages, replace_bytes_that_are_not_text)

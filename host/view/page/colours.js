@@ -38,7 +38,7 @@ export const theme = {};
 
 export function readTheme() {
 	const style = getComputedStyle(document.documentElement);
-	for (const name of ['text', 'faint', 'grid', 'back', 'live', 'held', 'mean', 'trace', 'noise', 'a', 'b']) {
+	for (const name of ['text', 'faint', 'grid', 'back', 'live', 'held', 'mean', 'trace', 'noise', 'truth', 'a', 'b']) {
 		theme[name] = style.getPropertyValue(`--${name}`).trim();
 	}
 }

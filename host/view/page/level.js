@@ -4,6 +4,7 @@ import { Chart } from './chart.js';
 import { theme } from './colours.js';
 import { dbfs, meanLevels } from './mathematics.js';
 import { RangeBar } from './range.js';
+import { markDistances } from './truth.js';
 import { inUnit, LOWEST } from './units.js';
 import { view } from './view.js';
 
@@ -63,6 +64,7 @@ export class LevelPlot {
 				chart.stroke(this.path(this.mean, to), theme.mean, 1);
 			}
 			chart.stroke(this.path(this.live, to), theme.live, 1.5);
+			markDistances(this.panel, chart, to);
 			this.panel.mark(chart, to, false);
 		});
 	}

@@ -12,7 +12,7 @@ import { FrameRing } from './ring.js';
 import { isLost, showFigure, showNothing, showState } from './state.js';
 import { askEvery, freeze, showTimeline, startTimeline } from './timeline.js';
 import { showToolbar, startToolbar } from './toolbar.js';
-import { box, element, setCutText, view } from './view.js';
+import { box, button, element, setCutText, view } from './view.js';
 
 /** Least milliseconds between two pictures, for 60 a second. */
 const PICTURE_PERIOD = 15;
@@ -27,6 +27,9 @@ let lastText = 0;
 let done = '';
 let doneTime = 0;
 let trouble = '';
+
+/** Of the frame that follows. @type {Truth['items']} */
+let truth = [];
 
 /** @param {Session} session */
 function startSession(session) {
@@ -55,6 +58,7 @@ function build(session) {
 		charts.forEach(({ plot }) => plot.destroy());
 	});
 	main.replaceChildren();
+	button('truth').hidden = true;
 	app.ring = ring;
 	app.panels = layouts.map((layout, index) => new Panel(main, layout, ring, index));
 	app.panels.forEach(({ root }) => looker.observe(root));
@@ -78,10 +82,11 @@ function receiveFrame(data) {
 			ring.clear();
 			app.panels.forEach((panel) => panel.recolour());
 		}
-		ring.push(frame, seconds, gap, performance.now());
+		ring.push(frame, seconds, gap, performance.now(), truth);
 	} catch {
 		app.unreadable += 1;
 	}
+	truth = [];
 }
 
 /** @param {Message} message */
@@ -103,6 +108,10 @@ function receiveText(message) {
 			break;
 		case 'log':
 			addLine(message);
+			break;
+		case 'truth':
+			truth = message.items;
+			button('truth').hidden = false;
 			break;
 		case 'checked':
 			editor.checked(message);

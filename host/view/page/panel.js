@@ -33,7 +33,7 @@ export class Panel {
 		this.read = -1;
 		this.readings = ['A', 'B', 'B−A'].map(() => element('span'));
 		this.grid = element('div', 'plots');
-		this.level = new LevelPlot(this.cell('Level', [['live', 'live'], ['held', 'held maximum'], ['mean', 'mean']]), this);
+		this.level = new LevelPlot(this.cell('Level', [['live', 'live'], ['held', 'held maximum'], ['mean', 'mean'], ['truth', 'truth']]), this);
 		this.waterfall = new Waterfall(this.cell('Level over time', []), this);
 		this.phase = new PhasePlot(this.cell('Phase at A', [['trace', 'positive: away'], ['noise', 'uncertain']]), this);
 		this.velocity = layout.sweeps < FEWEST_SWEEPS ? null

@@ -29,6 +29,8 @@ export class FrameRing {
 		this.ticks = new Uint32Array(this.capacity * items);
 		this.marks = new Uint8Array(this.capacity * items);
 		this.arrivals = new Float64Array(this.capacity);
+		/** @type {Truth['items'][]} */
+		this.truths = new Array(this.capacity).fill([]);
 		this.clear();
 	}
 
@@ -56,12 +58,14 @@ export class FrameRing {
 		return number % this.capacity;
 	}
 
-	/** @param {Frame} frame @param {number} seconds @param {boolean} gap @param {number} arrival  in milliseconds */
-	push(frame, seconds, gap, arrival) {
+	/** @param {Frame} frame @param {number} seconds @param {boolean} gap @param {number} arrival  in milliseconds
+	 * @param {Truth['items']} truth */
+	push(frame, seconds, gap, arrival, truth = []) {
 		const slot = this.slot(this.end);
 		this.bytes.set(frame.payload.subarray(0, this.frameBytes), slot * this.frameBytes);
 		this.times[slot] = seconds;
 		this.arrivals[slot] = arrival;
+		this.truths[slot] = truth;
 		for (let i = 0; i < this.items; i++) {
 			const info = frame.items[i];
 			this.ticks[slot * this.items + i] = info.tick;
@@ -89,6 +93,11 @@ export class FrameRing {
 	/** @param {number} number @param {number} item */
 	tick(number, item) {
 		return this.ticks[this.slot(number) * this.items + item];
+	}
+
+	/** The targets in a frame, if they are known. @param {number} number @param {number} item @returns {Target[]} */
+	targets(number, item) {
+		return this.truths[this.slot(number)]?.[item] ?? [];
 	}
 
 	/** The latest frame until a time; the oldest one if all are later. @param {number} seconds */

@@ -15,7 +15,7 @@ const KEYS = [
 ];
 
 export function startToolbar() {
-	for (const name of /** @type {const} */ (['hold', 'mean'])) {
+	for (const name of /** @type {const} */ (['hold', 'mean', 'truth'])) {
 		button(name).onclick = () => {
 			view[name] = !view[name];
 			button(name).ariaPressed = String(view[name]);

@@ -118,6 +118,19 @@ interface Checked {
   plan: Figure[];
 }
 
+/** A target that a simulated sensor sees. */
+interface Target {
+  target: number;
+  distance_m: number;
+  velocity_m_s: number;
+}
+
+/** Where the targets are in the frame that follows: for each item, null if unknown. */
+interface Truth {
+  type: 'truth';
+  items: (Target[] | null)[];
+}
+
 interface Done {
   type: 'done';
   for: string;
@@ -131,7 +144,7 @@ interface Failed {
   faults?: Fault[];
 }
 
-type Message = Hello | Session | State | Log | Checked | Done | Failed;
+type Message = Hello | Session | State | Log | Truth | Checked | Done | Failed;
 
 /** What a frame says about one item. */
 interface ItemInfo {

@@ -4,6 +4,7 @@ import { Chart } from './chart.js';
 import { paint } from './colours.js';
 import { VelocityMap } from './mathematics.js';
 import { RangeBar } from './range.js';
+import { markVelocities } from './truth.js';
 import { contextOf, element } from './view.js';
 
 export class VelocityPicture {
@@ -24,6 +25,7 @@ export class VelocityPicture {
 			this.chart.inside((to, context, { left, top, width, height }) => {
 				context.imageSmoothingEnabled = false;
 				context.drawImage(this.canvas, left, top, width, height);
+				markVelocities(panel, this.chart, to);
 				panel.mark(this.chart, to, false);
 			}));
 		const half = layout.item.max_velocity_sweeps / length;

@@ -8,6 +8,7 @@ export const view = {
 	unit: 'dBFS',
 	hold: true,
 	mean: false,
+	truth: true,
 	/** On the axes of time. */
 	seconds: 20,
 	/** One of how many frames arrives. */

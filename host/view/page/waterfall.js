@@ -4,6 +4,7 @@ import { Chart } from './chart.js';
 import { paint } from './colours.js';
 import { dbfs, meanLevels } from './mathematics.js';
 import { RangeBar } from './range.js';
+import { markTracks } from './truth.js';
 import { contextOf, element, view } from './view.js';
 
 /** Most rows; more frames share a row. */
@@ -120,6 +121,7 @@ export class Waterfall {
 			const upper = this.rows - newest;
 			context.drawImage(this.canvas, 0, newest, count, upper, left, top, width, upper * row);
 			context.drawImage(this.canvas, 0, 0, count, newest, left, top + upper * row, width, newest * row);
+			markTracks(this.panel, this.chart, to);
 			this.panel.mark(this.chart, to, true);
 		});
 	}

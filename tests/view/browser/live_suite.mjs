@@ -107,6 +107,27 @@ describe('live view', () => {
     }
   });
 
+  test('the targets of the simulator', async () => {
+    const { panels } = await page.until(({ panels: [{ truth }] }) => truth.length > 0);
+    panels.forEach(({ truth: [target] }) => assert.equal(target.distance_m.toFixed(2), '0.50'));
+    assert.equal(await page.tab.getAttribute('#truth', 'aria-pressed'), 'true');
+    await page.screenshot('truth');
+    await page.press('g');
+    assert.equal(await page.tab.getAttribute('#truth', 'aria-pressed'), 'false');
+    await page.click('#truth');
+    assert.equal(await page.tab.getAttribute('#truth', 'aria-pressed'), 'true');
+  });
+
+  test('the space bar stops the picture, whatever was clicked before', async () => {
+    await page.click('#hold');
+    const { frozen } = await page.numbers();
+    await page.press('Space');
+    await page.until((now) => now.frozen !== frozen);
+    assert.equal(await page.tab.getAttribute('#hold', 'aria-pressed'), 'false');
+    await page.press('Space', 'h');
+    await page.until((now) => now.frozen === frozen);
+  });
+
   test('ranges of levels and colours', async () => {
     const handle = (name) => page.tab.getByLabel(name, { exact: true }).first();
     await handle('Lowest level').fill('-100');
