@@ -64,7 +64,7 @@ void cut_everywhere(const recording_files &files)
 {
     for (const auto &[name, content] : files.original)
     {
-        for (const auto length : files.cuts(name, 101))
+        for (const auto length : files.cuts(name, 251))
         {
             files.restore();
             files.write(name, content.substr(0, length));
