@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "recording/input_file.h"
+#include "recording/truth_writer.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -24,9 +25,6 @@ namespace
 {
 
 using nlohmann::json;
-
-/** Longest line: a scene has 8 kB at most, 16 targets 3 kB. */
-constexpr size_t longest_truth_line = 65536;
 
 /** Number of bytes that are read at once. */
 constexpr size_t truth_buffer_size = 65536;
@@ -103,7 +101,7 @@ json truth_file::begin_session(std::set<unsigned> sensors)
     json line;
     try
     {
-        line = parse_json_text(last_line(read_end(*opened, size, longest_truth_line)), path_.string());
+        line = parse_json_text(last_line(read_end(*opened, size, most_truth_bytes)), path_.string());
     }
     catch (const configuration_error &)
     {
@@ -170,7 +168,7 @@ std::optional<std::string> truth_file::take_line()
         const auto end = buffer_.find('\n');
         if (end == std::string::npos)
         {
-            if (buffer_.size() > longest_truth_line)
+            if (buffer_.size() > most_truth_bytes)
             {
                 damaged_ += std::exchange(skipping_, true) ? 0 : 1;
                 buffer_.clear();

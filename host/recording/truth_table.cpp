@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "recording/input_file.h"
+#include "recording/truth_writer.h"
 #include "vantor/configuration.h"
 #include "vantor/recording_error.h"
 
@@ -15,9 +16,6 @@ namespace vantor
 {
 namespace
 {
-
-/** Most bytes of a line: a scene has 8 kB at most, 16 targets 3 kB. */
-constexpr size_t most_truth_bytes = 65536;
 
 /** Bytes in which a line is found sooner by reading them than by dividing them. */
 constexpr uint64_t short_stretch = 65536;

@@ -4,6 +4,7 @@
 #ifndef VANTOR_TRUTH_WRITER_H
 #define VANTOR_TRUTH_WRITER_H
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -19,6 +20,9 @@ namespace vantor
 
 /** Name of the file in a recording. */
 inline constexpr const char *truth_file_name = "truth.jsonl";
+
+/** Most bytes of a line of truth: a scene has 256 kB at most, 64 targets 13 kB. */
+inline constexpr size_t most_truth_bytes = 524288;
 
 /** The first line of a truth file: session_description::truth. */
 std::string truth_head(const nlohmann::json &truth);
