@@ -30,9 +30,15 @@ zet_simulator_scene_t three_targets()
 {
     zet_simulator_scene_t scene = {};
     scene.target_count = 3;
-    scene.targets[0] = {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F};
-    scene.targets[1] = {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F};
-    scene.targets[2] = {0, 2.0F, 1.0F, 0.01F, 0.0F, 0.0F, 0.0F, 0.0F};
+    scene.targets[0].distance_m = 0.5F;
+    scene.targets[0].strength_m2 = 0.05F;
+    scene.targets[1].distance_m = 1.2F;
+    scene.targets[1].strength_m2 = 0.5F;
+    scene.targets[1].oscillation_amplitude_m = 0.004F;
+    scene.targets[1].oscillation_frequency_hz = 0.25F;
+    scene.targets[2].distance_m = 2.0F;
+    scene.targets[2].strength_m2 = 1.0F;
+    scene.targets[2].velocity_m_s = 0.01F;
     return scene;
 }
 

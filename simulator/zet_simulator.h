@@ -6,8 +6,8 @@
  * (zet_simulator_scene.h); all times are those of a clock that the port provides. Memory comes from the
  * port's zet_integration_mem_alloc.
  *
- * Not modelled: the motion of a target within one sweep, antenna patterns, multipath, the duration of a
- * transfer over the sensor's link (except with the fault "slow_link"), power consumption.
+ * Not modelled: the motion of a target within one sweep, shadows, multipath, the duration of a transfer over
+ * the sensor's link (except with the fault "slow_link"), power consumption.
  */
 #ifndef ZET_SIMULATOR_H
 #define ZET_SIMULATOR_H

@@ -18,8 +18,21 @@
 extern "C" {
 #endif
 
+/* A port with little memory defines ZET_SIMULATOR_SMALL_SCENE: the scene has fewer targets, which move along
+ * the line of sight only, without tracks. */
+#ifdef ZET_SIMULATOR_SMALL_SCENE
 /** Most targets in a scene. */
 #define ZET_SIMULATOR_MAX_TARGETS 16U
+#else
+/** Most targets in a scene. */
+#define ZET_SIMULATOR_MAX_TARGETS 64U
+/** Most oscillations of all targets of a scene. */
+#define ZET_SIMULATOR_MAX_OSCILLATIONS 256U
+/** Most keyframes of all targets of a scene. */
+#define ZET_SIMULATOR_MAX_KEYFRAMES 1024U
+/** Most positions of sensors in a scene. */
+#define ZET_SIMULATOR_MAX_POSES 64U
+#endif
 /** Most interferers in a scene. */
 #define ZET_SIMULATOR_MAX_INTERFERERS 8U
 /** Most temperatures in a scene. */
@@ -27,17 +40,73 @@ extern "C" {
 /** Most faults in a scene. */
 #define ZET_SIMULATOR_MAX_FAULTS 16U
 
-/** A point target. */
+/** How the cross-section of a target differs from frame to frame. */
+ZET_BYTE_ENUM(zet_simulator_fluctuation_t){
+    ZET_SIMULATOR_FLUCTUATION_NONE = 0,   /**< it is constant */
+    ZET_SIMULATOR_FLUCTUATION_SWERLING_1, /**< many equal scatterers: exponential distribution */
+    ZET_SIMULATOR_FLUCTUATION_SWERLING_3, /**< one large and many small ones: chi-square, 4 degrees of freedom
+                                           */
+};
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+/** A part of the periodic motion of a target: A sin(2 pi (f t + phase + wander sin(2 pi f_w t))). */
+typedef struct
+{
+    float amplitude_m;         /**< A along the line of sight, in metres */
+    float frequency_hz;        /**< f, in hertz */
+    float phase_turns;         /**< phase at time 0, in turns */
+    float wander_turns;        /**< how far an uneven rate is ahead or behind, in turns */
+    float wander_frequency_hz; /**< f_w, how often, in hertz */
+    float amplitude_xyz_m[3];  /**< A along x, y and z, in metres, of a target with a place */
+} zet_simulator_oscillation_t;
+
+/** Where a target is at a time. */
+typedef struct
+{
+    float time_s;      /**< time of the scene, in seconds */
+    float position[3]; /**< place in metres; of a target without a place, the first is its distance */
+} zet_simulator_keyframe_t;
+
+/** Where a sensor is and where it looks. The first entry for this sensor is used, otherwise the first for
+ * every sensor; without one it is at the origin, looks along y and has no antenna pattern. */
+typedef struct
+{
+    zet_sensor_id_t sensor_id; /**< the sensor; 0 for every sensor */
+    float place_m[3];          /**< x, y, z in metres */
+    float direction[3];        /**< where it looks, a vector of any length; all 0 for along y */
+    float beam_deg;            /**< one-way width of its beam at half power; 0 for no pattern */
+} zet_simulator_pose_t;
+#endif
+
+/**
+ * A target: a point that reflects, or a surface that mirrors.
+ *
+ * Its position is the sum of the start, velocity times time, the track and the oscillations. The position is
+ * a distance from every sensor, or a place in space.
+ */
 typedef struct
 {
     zet_sensor_id_t sensor_id;      /**< the sensor that sees it; 0 for every sensor */
-    float distance_m;               /**< distance at time 0, in metres, more than 0 */
-    float strength_m2;              /**< radar cross-section, in square metres, more than 0 */
+    float distance_m;               /**< distance at time 0, in metres */
+    float strength_m2;              /**< radar cross-section, in square metres; 0 for a surface */
     float velocity_m_s;             /**< in metres per second; positive when it moves away */
     float oscillation_amplitude_m;  /**< amplitude of a sine added to the distance, in metres */
     float oscillation_frequency_hz; /**< its frequency, in hertz */
     float nearest_m;                /**< a moving target turns back at this distance, in metres ... */
     float farthest_m;               /**< ... and at this one; if both are 0, it never turns */
+    float enter_s;                  /**< when it appears, in seconds */
+    float leave_s;                  /**< when it disappears, in seconds; 0 for never */
+    float reflectivity;             /**< of a surface: reflected amplitude, at most 1; 0 for a point */
+    zet_simulator_fluctuation_t fluctuation; /**< of its cross-section */
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    bool has_place;              /**< it is at a place, not at a distance */
+    float place_m[3];            /**< place at time 0: x, y, z in metres */
+    float place_velocity_m_s[3]; /**< velocity along x, y, z */
+    uint16_t first_oscillation;  /**< its first oscillation in those of the scene ... */
+    uint16_t oscillation_count;  /**< ... and how many it has */
+    uint16_t first_keyframe;     /**< first keyframe of its track in those of the scene ... */
+    uint16_t keyframe_count;     /**< ... and how many it has */
+#endif
 } zet_simulator_target_t;
 
 /** An interfering transmitter in the sensor's band. */
@@ -83,14 +152,22 @@ typedef struct
 /** What the sensors see. */
 typedef struct
 {
-    uint8_t target_count;
-    uint8_t interferer_count;
-    uint8_t temperature_count;
-    uint8_t fault_count;
+    uint16_t target_count;
+    uint16_t interferer_count;
+    uint16_t temperature_count;
+    uint16_t fault_count;
     zet_simulator_target_t targets[ZET_SIMULATOR_MAX_TARGETS];
     zet_simulator_interferer_t interferers[ZET_SIMULATOR_MAX_INTERFERERS];
     zet_simulator_temperature_t temperatures[ZET_SIMULATOR_MAX_TEMPERATURES];
     zet_simulator_fault_t faults[ZET_SIMULATOR_MAX_FAULTS];
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    uint16_t pose_count;
+    uint16_t oscillation_count;
+    uint16_t keyframe_count;
+    zet_simulator_pose_t poses[ZET_SIMULATOR_MAX_POSES];
+    zet_simulator_oscillation_t oscillations[ZET_SIMULATOR_MAX_OSCILLATIONS]; /**< those of all targets */
+    zet_simulator_keyframe_t keyframes[ZET_SIMULATOR_MAX_KEYFRAMES];          /**< those of all targets */
+#endif
 } zet_simulator_scene_t;
 
 /**

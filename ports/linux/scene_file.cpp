@@ -103,7 +103,7 @@ zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_c
 {
     const std::string text = read_text(path);
     zet_simulator_scene_t scene = {};
-    std::array<char, 256> fault = {};
+    std::array<char, 512> fault = {};
     if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()) ||
         !zet_simulator_scene_fits_board(&scene, sensor_count, fault.data(), fault.size()))
     {

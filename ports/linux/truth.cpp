@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "zet_integration_log.h"
 #include "zet_simulator_scene_json.h"
@@ -159,7 +160,7 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     open_file(options.truth_path);
-    std::array<char, ZET_SIMULATOR_SCENE_TEXT_SIZE> text{};
+    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
     zet_simulator_scene_to_json(scene != nullptr ? scene : zet_simulator_default_scene(), text.data());
     session_members.clear();
     session_members += ",\"seed\":" + std::to_string(options.seed);

@@ -6,23 +6,29 @@
 namespace
 {
 
-const zet_simulator_scene_t default_scene = {
-    3,
-    0,
-    0,
-    0,
-    {
-        // A small reflector.
-        {0, 0.5F, 0.05F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},
-        // A breathing person.
-        {0, 1.2F, 0.5F, 0.0F, 0.004F, 0.25F, 0.0F, 0.0F},
-        // A wall.
-        {0, 3.5F, 10.0F, 0.0F, 0.0F, 0.0F, 0.0F, 0.0F},
-    },
-    {},
-    {},
-    {},
-};
+/** Returns a target that does not move. */
+constexpr zet_simulator_target_t still_target(float distance_m, float strength_m2)
+{
+    zet_simulator_target_t target = {};
+    target.distance_m = distance_m;
+    target.strength_m2 = strength_m2;
+    return target;
+}
+
+/** Returns the scene: a small reflector, a breathing person, a wall. */
+constexpr zet_simulator_scene_t built_in_scene()
+{
+    zet_simulator_scene_t scene = {};
+    scene.target_count = 3;
+    scene.targets[0] = still_target(0.5F, 0.05F);
+    scene.targets[1] = still_target(1.2F, 0.5F);
+    scene.targets[1].oscillation_amplitude_m = 0.004F;
+    scene.targets[1].oscillation_frequency_hz = 0.25F;
+    scene.targets[2] = still_target(3.5F, 10.0F);
+    return scene;
+}
+
+constexpr zet_simulator_scene_t default_scene = built_in_scene();
 
 } // namespace
 

@@ -17,16 +17,22 @@ inline bool scene_concerns(zet_sensor_id_t named, zet_sensor_id_t sensor_id)
     return named == 0U || named == sensor_id;
 }
 
-/**
- * Returns the distance of a target.
- *
- * d(t) = d0 + v t + A sin(2 pi f t). A target with turning points moves back and forth between them at a
- * constant speed; the oscillation is added.
- *
- * @param time_s  time of the scene, in seconds
- * @return the distance in metres; negative for a target that has passed the sensor
- */
-double scene_target_distance_m(const zet_simulator_target_t &target, double time_s);
+/** Finds the entry for a sensor: the first with its number, otherwise the first for every sensor; null when
+ * there is none. */
+template <typename entry_t>
+const entry_t *scene_find(const entry_t *entries, uint32_t count, zet_sensor_id_t sensor_id)
+{
+    const entry_t *found = nullptr;
+    for (const entry_t *each = entries; each != entries + count; ++each)
+    {
+        const bool is_more_specific = found == nullptr || (found->sensor_id == 0U && each->sensor_id != 0U);
+        if (scene_concerns(each->sensor_id, sensor_id) && is_more_specific)
+        {
+            found = each;
+        }
+    }
+    return found;
+}
 
 /** Returns the power of all interferers at a sensor at a time, as a multiple of its own noise power. */
 float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s);

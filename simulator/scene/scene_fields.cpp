@@ -19,22 +19,77 @@ constexpr double longest_time_s = 1.0e6;
 /** Returns the field that every entry has, with its offset in the entry. */
 constexpr scene_field sensor_field(size_t offset)
 {
-    return {"sensor", offset, field_type::whole, false, 0.0, highest_sensor_id};
+    return {"sensor", static_cast<uint16_t>(offset), field_type::whole, false, 0.0, highest_sensor_id};
+}
+
+constexpr double farthest_m = 1000.0;
+constexpr double fastest_m_s = 100.0;
+
+/** Returns a field that need not be given. */
+constexpr scene_field real_field(const char *name, size_t offset, double lowest, double highest)
+{
+    return {name, static_cast<uint16_t>(offset), field_type::real, false, lowest, highest};
 }
 
 using target_record = zet_simulator_target_t;
 constexpr scene_field target_fields[] = {
     sensor_field(offsetof(target_record, sensor_id)),
-    {"distance_m", offsetof(target_record, distance_m), field_type::real, true, 0.01, 1000.0},
-    {"strength_m2", offsetof(target_record, strength_m2), field_type::real, true, 0.001, 10000.0},
-    {"velocity_m_s", offsetof(target_record, velocity_m_s), field_type::real, false, -100.0, 100.0},
-    {"oscillation_amplitude_m", offsetof(target_record, oscillation_amplitude_m), field_type::real, false,
-     0.0, 10.0},
-    {"oscillation_frequency_hz", offsetof(target_record, oscillation_frequency_hz), field_type::real, false,
-     0.0, 1000.0},
-    {"nearest_m", offsetof(target_record, nearest_m), field_type::real, false, 0.0, 1000.0},
-    {"farthest_m", offsetof(target_record, farthest_m), field_type::real, false, 0.0, 1000.0},
+    real_field("distance_m", offsetof(target_record, distance_m), 0.01, farthest_m),
+    real_field("strength_m2", offsetof(target_record, strength_m2), 0.001, 10000.0),
+    real_field("reflectivity", offsetof(target_record, reflectivity), 0.001, 1.0),
+    real_field("velocity_m_s", offsetof(target_record, velocity_m_s), -fastest_m_s, fastest_m_s),
+    real_field("oscillation_amplitude_m", offsetof(target_record, oscillation_amplitude_m), 0.0, 10.0),
+    real_field("oscillation_frequency_hz", offsetof(target_record, oscillation_frequency_hz), 0.0, 1000.0),
+    real_field("nearest_m", offsetof(target_record, nearest_m), 0.0, farthest_m),
+    real_field("farthest_m", offsetof(target_record, farthest_m), 0.0, farthest_m),
+    real_field("enter_s", offsetof(target_record, enter_s), 0.0, longest_time_s),
+    real_field("leave_s", offsetof(target_record, leave_s), 0.0, longest_time_s),
+    {"fluctuation", offsetof(target_record, fluctuation), field_type::fluctuation, false, 0.0,
+     ZET_SIMULATOR_FLUCTUATION_SWERLING_3},
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    real_field("x_m", offsetof(target_record, place_m[0]), -farthest_m, farthest_m),
+    real_field("y_m", offsetof(target_record, place_m[1]), -farthest_m, farthest_m),
+    real_field("z_m", offsetof(target_record, place_m[2]), -farthest_m, farthest_m),
+    real_field("x_velocity_m_s", offsetof(target_record, place_velocity_m_s[0]), -fastest_m_s, fastest_m_s),
+    real_field("y_velocity_m_s", offsetof(target_record, place_velocity_m_s[1]), -fastest_m_s, fastest_m_s),
+    real_field("z_velocity_m_s", offsetof(target_record, place_velocity_m_s[2]), -fastest_m_s, fastest_m_s),
+#endif
 };
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+using oscillation_record = zet_simulator_oscillation_t;
+constexpr scene_field oscillation_fields[] = {
+    real_field("amplitude_m", offsetof(oscillation_record, amplitude_m), -10.0, 10.0),
+    {"frequency_hz", offsetof(oscillation_record, frequency_hz), field_type::real, true, 0.0, 1000.0},
+    real_field("phase_turns", offsetof(oscillation_record, phase_turns), -1.0, 1.0),
+    real_field("wander_turns", offsetof(oscillation_record, wander_turns), 0.0, 100.0),
+    real_field("wander_frequency_hz", offsetof(oscillation_record, wander_frequency_hz), 0.0, 1000.0),
+    real_field("amplitude_x_m", offsetof(oscillation_record, amplitude_xyz_m[0]), -10.0, 10.0),
+    real_field("amplitude_y_m", offsetof(oscillation_record, amplitude_xyz_m[1]), -10.0, 10.0),
+    real_field("amplitude_z_m", offsetof(oscillation_record, amplitude_xyz_m[2]), -10.0, 10.0),
+};
+
+using keyframe_record = zet_simulator_keyframe_t;
+constexpr scene_field keyframe_fields[] = {
+    {"time_s", offsetof(keyframe_record, time_s), field_type::real, true, 0.0, longest_time_s},
+    real_field("distance_m", offsetof(keyframe_record, position[0]), -farthest_m, farthest_m),
+    real_field("x_m", offsetof(keyframe_record, position[0]), -farthest_m, farthest_m),
+    real_field("y_m", offsetof(keyframe_record, position[1]), -farthest_m, farthest_m),
+    real_field("z_m", offsetof(keyframe_record, position[2]), -farthest_m, farthest_m),
+};
+
+using pose_record = zet_simulator_pose_t;
+constexpr scene_field pose_fields[] = {
+    sensor_field(offsetof(pose_record, sensor_id)),
+    real_field("x_m", offsetof(pose_record, place_m[0]), -farthest_m, farthest_m),
+    real_field("y_m", offsetof(pose_record, place_m[1]), -farthest_m, farthest_m),
+    real_field("z_m", offsetof(pose_record, place_m[2]), -farthest_m, farthest_m),
+    real_field("direction_x", offsetof(pose_record, direction[0]), -1.0, 1.0),
+    real_field("direction_y", offsetof(pose_record, direction[1]), -1.0, 1.0),
+    real_field("direction_z", offsetof(pose_record, direction[2]), -1.0, 1.0),
+    real_field("beam_deg", offsetof(pose_record, beam_deg), 1.0, 170.0),
+};
+#endif
 
 using interferer_record = zet_simulator_interferer_t;
 constexpr scene_field interferer_fields[] = {
@@ -69,24 +124,125 @@ template <size_t count> constexpr uint8_t count_of(const scene_field (&)[count])
     return static_cast<uint8_t>(count);
 }
 
-/** Checks the fields of a target against each other. */
-bool is_consistent(const target_record &target, uint32_t index, const message &error)
+/** Reports what is wrong with a target. */
+bool refuse_target(uint32_t index, const char *fault, const message &error)
 {
+    refuse(error, "targets[%lu]", static_cast<unsigned long>(index));
+    append(error, fault);
+    return false;
+}
+
+/** Checks the turning points and the times of a target. */
+bool are_limits_consistent(const target_record &target, uint32_t index, const message &error)
+{
+    if (target.leave_s != 0.0F && target.leave_s <= target.enter_s)
+    {
+        return refuse_target(index, ".leave_s must be more than enter_s", error);
+    }
     if (target.nearest_m == 0.0F && target.farthest_m == 0.0F)
     {
         return true;
     }
     if (target.farthest_m <= target.nearest_m)
     {
-        return refuse(error, "targets[%lu].farthest_m must be more than nearest_m",
-                      static_cast<unsigned long>(index));
+        return refuse_target(index, ".farthest_m must be more than nearest_m", error);
     }
     if (target.distance_m < target.nearest_m || target.distance_m > target.farthest_m)
     {
-        return refuse(error, "targets[%lu].distance_m must be from nearest_m to farthest_m",
-                      static_cast<unsigned long>(index));
+        return refuse_target(index, ".distance_m must be from nearest_m to farthest_m", error);
     }
     return true;
+}
+
+#ifdef ZET_SIMULATOR_SMALL_SCENE
+/** Checks that a target has a distance. */
+bool is_path_consistent(const zet_simulator_scene_t & /*scene*/, const target_record &target, uint32_t index,
+                        const message &error)
+{
+    return target.distance_m != 0.0F || refuse_target(index, " needs distance_m", error);
+}
+#else
+/** Returns whether a vector is not 0. */
+bool is_given(const float (&vector)[3])
+{
+    return vector[0] != 0.0F || vector[1] != 0.0F || vector[2] != 0.0F;
+}
+
+/** Returns whether a target or one of its oscillations moves along an axis in space. */
+bool moves_in_space(const zet_simulator_scene_t &scene, const target_record &target)
+{
+    bool moves = is_given(target.place_velocity_m_s);
+    for (uint32_t i = 0; i < target.oscillation_count; ++i)
+    {
+        moves |= is_given(scene.oscillations[target.first_oscillation + i].amplitude_xyz_m);
+    }
+    return moves;
+}
+
+/** Checks that a target uses either distances or places. */
+bool is_in_one_space(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
+                     const message &error)
+{
+    if (target.has_place && (target.distance_m != 0.0F || target.velocity_m_s != 0.0F ||
+                             target.nearest_m != 0.0F || target.farthest_m != 0.0F))
+    {
+        return refuse_target(
+            index, " has a place; it must not have distance_m, velocity_m_s, nearest_m or farthest_m", error);
+    }
+    if (!target.has_place && (is_given(target.place_m) || moves_in_space(scene, target)))
+    {
+        return refuse_target(index, " moves along x, y or z; it must have a place: x_m, y_m and z_m", error);
+    }
+    return true;
+}
+
+/** Checks that the lists of a target are within those of the scene, and that its track has ascending times.
+ */
+bool are_lists_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
+                          const message &error)
+{
+    if (target.first_oscillation + target.oscillation_count > scene.oscillation_count ||
+        target.first_keyframe + target.keyframe_count > scene.keyframe_count)
+    {
+        return refuse_target(index, " has oscillations or keyframes that the scene does not have", error);
+    }
+    const zet_simulator_keyframe_t *track = &scene.keyframes[target.first_keyframe];
+    for (uint32_t i = 1; i < target.keyframe_count; ++i)
+    {
+        if (track[i].time_s <= track[i - 1U].time_s)
+        {
+            return refuse(error, "targets[%lu].track[%lu].time_s must be more than that of the entry before",
+                          static_cast<unsigned long>(index), static_cast<unsigned long>(i));
+        }
+    }
+    return true;
+}
+
+/** Checks where a target is and how it moves. */
+bool is_path_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
+                        const message &error)
+{
+    if (!target.has_place && target.distance_m == 0.0F && target.keyframe_count == 0U)
+    {
+        return refuse_target(index, " needs one of distance_m, track, and x_m, y_m and z_m", error);
+    }
+    return are_lists_consistent(scene, target, index, error) && is_in_one_space(scene, target, index, error);
+}
+#endif
+
+/** Checks that a target is either a point or a surface. */
+bool is_point_or_surface(const target_record &target, uint32_t index, const message &error)
+{
+    return (target.strength_m2 == 0.0F) != (target.reflectivity == 0.0F) ||
+           refuse_target(index, " needs either strength_m2 or reflectivity", error);
+}
+
+/** Checks the fields of a target against each other. */
+bool is_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
+                   const message &error)
+{
+    return is_path_consistent(scene, target, index, error) && is_point_or_surface(target, index, error) &&
+           are_limits_consistent(target, index, error);
 }
 
 /** Checks the fields of an interferer against each other. */
@@ -119,7 +275,7 @@ bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &e
 {
     for (uint32_t i = 0; i < scene.target_count; ++i)
     {
-        if (!is_consistent(scene.targets[i], i, error))
+        if (!is_consistent(scene, scene.targets[i], i, error))
         {
             return false;
         }
@@ -141,12 +297,6 @@ bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &e
     return true;
 }
 
-/** Returns the number of entries of a list. */
-uint32_t count_of(const zet_simulator_scene_t &scene, const scene_section &section)
-{
-    return reinterpret_cast<const unsigned char *>(&scene)[section.count_offset];
-}
-
 /** Returns the address of an entry of a list. */
 const unsigned char *entry_of(const zet_simulator_scene_t &scene, const scene_section &section,
                               uint32_t index)
@@ -158,7 +308,7 @@ const unsigned char *entry_of(const zet_simulator_scene_t &scene, const scene_se
 /** Checks the entries of a list one by one. */
 bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &section, const message &error)
 {
-    const uint32_t count = count_of(scene, section);
+    const uint32_t count = scene_count_get(scene, section);
     if (count > section.capacity)
     {
         return refuse(error, "%s has %lu entries, but must have at most %u", section.name,
@@ -170,7 +320,9 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
         for (uint32_t i = 0; i < section.field_count; ++i)
         {
             const scene_field &field = section.fields[i];
-            if (!scene_value_is_valid(section, index, field, scene_field_get(entry, field), error))
+            const double value = scene_field_get(entry, field);
+            const bool is_absent = !field.required && value == 0.0;
+            if (!is_absent && !scene_value_is_valid("", section, index, field, value, error))
             {
                 return false;
             }
@@ -184,7 +336,7 @@ bool does_section_fit(const zet_simulator_scene_t &scene, const scene_section &s
                       const message &error)
 {
     const scene_field &sensor = section.fields[0];
-    for (uint32_t index = 0; index < count_of(scene, section); ++index)
+    for (uint32_t index = 0; index < scene_count_get(scene, section); ++index)
     {
         const double sensor_id = scene_field_get(entry_of(scene, section, index), sensor);
         if (sensor_id > sensor_count)
@@ -213,12 +365,50 @@ const scene_section scene_sections[scene_section_count] = {
      ZET_SIMULATOR_MAX_TEMPERATURES, count_of(temperature_fields), temperature_fields},
     {"faults", offsetof(zet_simulator_scene_t, fault_count), offsetof(zet_simulator_scene_t, faults),
      sizeof(fault_record), ZET_SIMULATOR_MAX_FAULTS, count_of(fault_fields), fault_fields},
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    {"sensors", offsetof(zet_simulator_scene_t, pose_count), offsetof(zet_simulator_scene_t, poses),
+     sizeof(pose_record), ZET_SIMULATOR_MAX_POSES, count_of(pose_fields), pose_fields},
+#endif
 };
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+const scene_section scene_oscillations = {"oscillations",
+                                          offsetof(zet_simulator_scene_t, oscillation_count),
+                                          offsetof(zet_simulator_scene_t, oscillations),
+                                          sizeof(oscillation_record),
+                                          ZET_SIMULATOR_MAX_OSCILLATIONS,
+                                          count_of(oscillation_fields),
+                                          oscillation_fields};
+
+const scene_section scene_keyframes = {"track",
+                                       offsetof(zet_simulator_scene_t, keyframe_count),
+                                       offsetof(zet_simulator_scene_t, keyframes),
+                                       sizeof(keyframe_record),
+                                       ZET_SIMULATOR_MAX_KEYFRAMES,
+                                       count_of(keyframe_fields),
+                                       keyframe_fields};
+#endif
 
 const char *const scene_fault_words[scene_fault_word_count] = {
     "absent_sensor",  "failing_calibration", "failing_prepare", "failing_measure",
     "lost_interrupt", "failing_read",        "slow_link",
 };
+
+const char *const scene_fluctuation_words[scene_fluctuation_word_count] = {"none", "swerling_1",
+                                                                           "swerling_3"};
+
+uint16_t scene_count_get(const zet_simulator_scene_t &scene, const scene_section &section)
+{
+    uint16_t count = 0;
+    std::memcpy(&count, reinterpret_cast<const unsigned char *>(&scene) + section.count_offset,
+                sizeof(count));
+    return count;
+}
+
+void scene_count_set(zet_simulator_scene_t &scene, const scene_section &section, uint16_t count)
+{
+    std::memcpy(reinterpret_cast<unsigned char *>(&scene) + section.count_offset, &count, sizeof(count));
+}
 
 unsigned char *scene_entry(zet_simulator_scene_t &scene, const scene_section &section, uint32_t index)
 {
@@ -238,6 +428,7 @@ double scene_field_get(const unsigned char *entry, const scene_field &field)
         std::memcpy(&whole, entry + field.offset, sizeof(whole));
         return whole;
     case field_type::fault:
+    case field_type::fluctuation:
         break;
     }
     return entry[field.offset];
@@ -263,8 +454,8 @@ void scene_field_set(unsigned char *entry, const scene_field &field, double valu
     }
 }
 
-bool scene_value_is_valid(const scene_section &section, uint32_t index, const scene_field &field,
-                          double value, const message &error)
+bool scene_value_is_valid(const char *owner, const scene_section &section, uint32_t index,
+                          const scene_field &field, double value, const message &error)
 {
     // Real numbers in single precision, as the scene stores them, so that the limits themselves are in the
     // range.
@@ -276,7 +467,7 @@ bool scene_value_is_valid(const scene_section &section, uint32_t index, const sc
     {
         return true;
     }
-    return refuse(error, "%s[%lu].%s is %s, but must be a number from %s to %s", section.name,
+    return refuse(error, "%s%s[%lu].%s is %s, but must be a number from %s to %s", owner, section.name,
                   static_cast<unsigned long>(index), field.name,
                   text_beside(value, {field.lowest, field.highest}).text, text_of(field.lowest).text,
                   text_of(field.highest).text);
@@ -294,6 +485,13 @@ bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *erro
             return false;
         }
     }
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    if (!is_section_valid(*scene, scene_oscillations, message) ||
+        !is_section_valid(*scene, scene_keyframes, message))
+    {
+        return false;
+    }
+#endif
     return are_entries_consistent(*scene, message);
 }
 

@@ -3,8 +3,6 @@
  */
 #include <cjson/cJSON.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "common/number_text.h"
@@ -16,33 +14,64 @@ namespace
 
 using namespace zet_simulator;
 
-/** Reports that an entry has a key that is not allowed, and which keys are. */
-bool refuse_key(const scene_section &section, uint32_t index, const char *key, const message &error)
+/** An entry of a list that is being read. */
+struct entry
 {
-    refuse(error, "%s[%lu] has an unknown or repeated key \"%.32s\"; the keys are", section.name,
-           static_cast<unsigned long>(index), key);
-    for (uint32_t i = 0; i < section.field_count; ++i)
+    const char *owner; /**< the entry that contains the list, and a point; empty for a list of the scene */
+    const scene_section &section;
+    uint32_t index;
+    unsigned char *record;
+};
+
+const scene_section &scene_targets = scene_sections[0];
+
+/** Returns whether a key of a target is that of a list. */
+bool is_list_of_target(const char *key)
+{
+    return std::strcmp(key, scene_oscillations.name) == 0 || std::strcmp(key, scene_keyframes.name) == 0;
+}
+
+/** Fills a message about an entry: its place, then text. */
+bool refuse_entry(const entry &entry, const char *fault, const message &error)
+{
+    refuse(error, "%s%s[%lu]", entry.owner, entry.section.name, static_cast<unsigned long>(entry.index));
+    append(error, fault);
+    return false;
+}
+
+/** Reports that an entry has a key that is not allowed, and which keys are. */
+bool refuse_key(const entry &entry, const char *key, const message &error)
+{
+    refuse(error, "%s%s[%lu] has an unknown or repeated key \"%.32s\"; the keys are", entry.owner,
+           entry.section.name, static_cast<unsigned long>(entry.index), key);
+    for (uint32_t i = 0; i < entry.section.field_count; ++i)
     {
         append(error, i == 0U ? " " : ", ");
-        append(error, section.fields[i].name);
+        append(error, entry.section.fields[i].name);
+    }
+    if (&entry.section == &scene_targets)
+    {
+        append(error, ", oscillations, track");
     }
     return false;
 }
 
-/** Reads the name of a kind of fault. */
-bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, const scene_field &field,
-                     const message &error)
+/** Reads a field of which the value is one of some words, stored as their number. */
+template <size_t count>
+bool read_word(const entry &entry, const cJSON *item, const scene_field &field,
+               const char *const (&words)[count], const message &error)
 {
-    for (uint32_t kind = 0; cJSON_IsString(item) && kind < scene_fault_word_count; ++kind)
+    for (uint32_t i = 0; cJSON_IsString(item) && i < count; ++i)
     {
-        if (std::strcmp(item->valuestring, scene_fault_words[kind]) == 0)
+        if (std::strcmp(item->valuestring, words[i]) == 0)
         {
-            scene_field_set(entry, field, kind);
+            scene_field_set(entry.record, field, i);
             return true;
         }
     }
-    refuse(error, "faults[%lu].kind must be one of", static_cast<unsigned long>(index));
-    for (const char *word : scene_fault_words)
+    refuse(error, "%s%s[%lu].%s must be one of", entry.owner, entry.section.name,
+           static_cast<unsigned long>(entry.index), field.name);
+    for (const char *word : words)
     {
         append(error, " \"");
         append(error, word);
@@ -52,33 +81,47 @@ bool read_fault_kind(const cJSON *item, uint32_t index, unsigned char *entry, co
 }
 
 /** Reports what kind of number a field must be. */
-bool refuse_number(const scene_section &section, uint32_t index, const scene_field &field,
-                   const char *expected, const message &error)
+bool refuse_number(const entry &entry, const scene_field &field, const char *expected, const message &error)
 {
-    return refuse(error, "%s[%lu].%s must be %s from %s to %s", section.name,
-                  static_cast<unsigned long>(index), field.name, expected, text_of(field.lowest).text,
+    return refuse(error, "%s%s[%lu].%s must be %s from %s to %s", entry.owner, entry.section.name,
+                  static_cast<unsigned long>(entry.index), field.name, expected, text_of(field.lowest).text,
                   text_of(field.highest).text);
 }
 
 /** Reads a number. */
-bool read_number(const scene_section &section, uint32_t index, const cJSON *item, unsigned char *entry,
-                 const scene_field &field, const message &error)
+bool read_number(const entry &entry, const cJSON *item, const scene_field &field, const message &error)
 {
     if (!cJSON_IsNumber(item))
     {
-        return refuse_number(section, index, field, "a number", error);
+        return refuse_number(entry, field, "a number", error);
     }
     const double value = item->valuedouble;
-    if (!scene_value_is_valid(section, index, field, value, error))
+    if (!scene_value_is_valid(entry.owner, entry.section, entry.index, field, value, error))
     {
         return false;
     }
     if (field.type == field_type::whole && value != static_cast<double>(static_cast<uint32_t>(value)))
     {
-        return refuse_number(section, index, field, "a whole number", error);
+        return refuse_number(entry, field, "a whole number", error);
     }
-    scene_field_set(entry, field, value);
+    scene_field_set(entry.record, field, value);
     return true;
+}
+
+/** Reads the value of a field. */
+bool read_field(const entry &entry, const cJSON *item, const scene_field &field, const message &error)
+{
+    switch (field.type)
+    {
+    case field_type::fault:
+        return read_word(entry, item, field, scene_fault_words, error);
+    case field_type::fluctuation:
+        return read_word(entry, item, field, scene_fluctuation_words, error);
+    case field_type::real:
+    case field_type::whole:
+        break;
+    }
+    return read_number(entry, item, field, error);
 }
 
 /** Finds the field with the name of a key, unless it was already given; null when there is none. */
@@ -95,68 +138,143 @@ const scene_field *find_field(const scene_section &section, const char *key, uin
 }
 
 /** Checks that every required field was given. */
-bool has_required_fields(const scene_section &section, uint32_t index, uint32_t given, const message &error)
+bool has_required_fields(const entry &entry, uint32_t given, const message &error)
 {
-    for (uint32_t i = 0; i < section.field_count; ++i)
+    for (uint32_t i = 0; i < entry.section.field_count; ++i)
     {
-        if (section.fields[i].required && (given & (1U << i)) == 0U)
+        const scene_field &field = entry.section.fields[i];
+        if (field.required && (given & (1U << i)) == 0U)
         {
-            return refuse(error, "%s[%lu] needs the key \"%s\"", section.name,
-                          static_cast<unsigned long>(index), section.fields[i].name);
+            return refuse(error, "%s%s[%lu] needs the key \"%s\"", entry.owner, entry.section.name,
+                          static_cast<unsigned long>(entry.index), field.name);
         }
     }
     return true;
 }
 
 /** Returns whether an entry has a key. */
-bool has_key(const scene_section &section, uint32_t given, const char *key)
+bool has_key(const cJSON *object, const char *key)
 {
-    const scene_field *field = find_field(section, key, 0);
-    return field != nullptr && (given & (1U << static_cast<uint32_t>(field - section.fields))) != 0U;
+    return cJSON_GetObjectItemCaseSensitive(object, key) != nullptr;
 }
 
-/** Checks that the bounds of a target are both given, or none. */
-bool has_both_bounds_or_none(const scene_section &section, uint32_t index, uint32_t given,
-                             const message &error)
+/** Returns whether an entry has a place in space. */
+bool has_place(const cJSON *object)
 {
-    if (has_key(section, given, "nearest_m") == has_key(section, given, "farthest_m"))
-    {
-        return true;
-    }
-    return refuse(error, "%s[%lu] has only one of the keys nearest_m and farthest_m; give both or none",
-                  section.name, static_cast<unsigned long>(index));
+    return has_key(object, "x_m") || has_key(object, "y_m") || has_key(object, "z_m");
 }
 
-/** Reads one entry of a list. */
-bool read_entry(const scene_section &section, uint32_t index, const cJSON *object, unsigned char *entry,
-                const message &error)
+/** Reads the fields of an entry, except the lists of a target. */
+bool read_fields(const entry &entry, const cJSON *object, const message &error)
 {
     if (!cJSON_IsObject(object))
     {
-        return refuse(error, "%s[%lu] must be an object", section.name, static_cast<unsigned long>(index));
+        return refuse_entry(entry, " must be an object", error);
     }
     uint32_t given = 0;
     for (const cJSON *item = object->child; item != nullptr; item = item->next)
     {
-        const scene_field *field = find_field(section, item->string, given);
-        if (field == nullptr)
+        const bool is_list = &entry.section == &scene_targets && is_list_of_target(item->string);
+        const scene_field *field = find_field(entry.section, item->string, given);
+        if (field == nullptr && !(is_list && cJSON_GetObjectItemCaseSensitive(object, item->string) == item))
         {
-            return refuse_key(section, index, item->string, error);
+            return refuse_key(entry, item->string, error);
         }
-        given |= 1U << static_cast<uint32_t>(field - section.fields);
-        const bool read = field->type == field_type::fault
-                              ? read_fault_kind(item, index, entry, *field, error)
-                              : read_number(section, index, item, entry, *field, error);
-        if (!read)
+        if (field != nullptr)
+        {
+            given |= 1U << static_cast<uint32_t>(field - entry.section.fields);
+            if (!read_field(entry, item, *field, error))
+            {
+                return false;
+            }
+        }
+    }
+    return has_required_fields(entry, given, error);
+}
+
+/** Adds an entry to a list of the scene and reads its fields. */
+bool read_next(const char *owner, uint32_t index, const scene_section &section, const cJSON *object,
+               zet_simulator_scene_t &scene, const message &error)
+{
+    const uint16_t count = scene_count_get(scene, section);
+    if (count == section.capacity)
+    {
+        return refuse(error, "%s must have at most %u entries%s", section.name,
+                      static_cast<unsigned>(section.capacity),
+                      owner[0] != '\0' ? " in all targets together" : "");
+    }
+    scene_count_set(scene, section, static_cast<uint16_t>(count + 1U));
+    return read_fields({owner, section, index, scene_entry(scene, section, count)}, object, error);
+}
+
+/** Reads the entries of a list of a target; returns how many there are in @p count. */
+bool read_list(const char *owner, const scene_section &section, const cJSON *array,
+               zet_simulator_scene_t &scene, uint16_t &count, const message &error)
+{
+    if (array != nullptr && !cJSON_IsArray(array))
+    {
+        return refuse(error, "%s%s must be an array", owner, section.name);
+    }
+    const cJSON *object = array != nullptr ? array->child : nullptr;
+    for (count = 0; object != nullptr; object = object->next)
+    {
+        if (!read_next(owner, count, section, object, scene, error))
         {
             return false;
         }
+        ++count;
     }
-    return has_required_fields(section, index, given, error) &&
-           has_both_bounds_or_none(section, index, given, error);
+    return true;
 }
 
-/** Reads one list. */
+/** Checks that each keyframe of a track has a distance, or each has a place. */
+bool are_keyframes_alike(const char *owner, const cJSON *track, bool in_space, const message &error)
+{
+    uint32_t index = 0;
+    for (const cJSON *each = track != nullptr ? track->child : nullptr; each != nullptr; each = each->next)
+    {
+        const bool is_complete =
+            in_space ? has_key(each, "x_m") && has_key(each, "y_m") && !has_key(each, "distance_m")
+                     : has_key(each, "distance_m") && !has_place(each);
+        if (!is_complete)
+        {
+            return refuse(error, "%strack[%lu] needs %s, like the other entries and the target", owner,
+                          static_cast<unsigned long>(index),
+                          in_space ? "x_m and y_m, and no distance_m" : "distance_m, and no place");
+        }
+        ++index;
+    }
+    return true;
+}
+
+/** Reads the lists of a target. */
+bool read_lists(const entry &entry, const cJSON *object, zet_simulator_scene_t &scene, const message &error)
+{
+    auto &target = *reinterpret_cast<zet_simulator_target_t *>(entry.record);
+    char owner[16];
+    refuse({owner, sizeof(owner)}, "targets[%lu].", static_cast<unsigned long>(entry.index));
+    const cJSON *track = cJSON_GetObjectItemCaseSensitive(object, scene_keyframes.name);
+    const cJSON *oscillations = cJSON_GetObjectItemCaseSensitive(object, scene_oscillations.name);
+    target.first_oscillation = scene.oscillation_count;
+    target.first_keyframe = scene.keyframe_count;
+    if (!read_list(owner, scene_oscillations, oscillations, scene, target.oscillation_count, error) ||
+        !read_list(owner, scene_keyframes, track, scene, target.keyframe_count, error))
+    {
+        return false;
+    }
+    target.has_place = has_place(object) || (target.keyframe_count > 0U && has_place(track->child));
+    return are_keyframes_alike(owner, track, target.has_place, error);
+}
+
+/** Checks that the bounds of a target are both given, or none. */
+bool has_both_bounds_or_none(const entry &entry, const cJSON *object, const message &error)
+{
+    return has_key(object, "nearest_m") == has_key(object, "farthest_m") ||
+           refuse_entry(entry, " has only one of the keys nearest_m and farthest_m; give both or none",
+                        error);
+}
+
+/** Reads one list of the scene. */
 bool read_section(const scene_section &section, const cJSON *array, zet_simulator_scene_t &scene,
                   const message &error)
 {
@@ -164,21 +282,21 @@ bool read_section(const scene_section &section, const cJSON *array, zet_simulato
     {
         return refuse(error, "%s must be an array", section.name);
     }
-    uint32_t count = 0;
+    uint32_t index = 0;
     for (const cJSON *object = array->child; object != nullptr; object = object->next)
     {
-        if (count == section.capacity)
-        {
-            return refuse(error, "%s must have at most %u entries", section.name,
-                          static_cast<unsigned>(section.capacity));
-        }
-        if (!read_entry(section, count, object, scene_entry(scene, section, count), error))
+        if (!read_next("", index, section, object, scene, error))
         {
             return false;
         }
-        ++count;
+        const entry read = {"", section, index, scene_entry(scene, section, index)};
+        if (&section == &scene_targets &&
+            (!has_both_bounds_or_none(read, object, error) || !read_lists(read, object, scene, error)))
+        {
+            return false;
+        }
+        ++index;
     }
-    reinterpret_cast<unsigned char *>(&scene)[section.count_offset] = static_cast<unsigned char>(count);
     return true;
 }
 
@@ -200,7 +318,7 @@ bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scen
     return refuse(
         error,
         "the scene has an unknown or repeated key \"%.32s\"; the keys are description (a string) and the "
-        "arrays targets, interferers, temperatures, faults",
+        "arrays targets, sensors, interferers, temperatures, faults",
         item->string);
 }
 
@@ -238,59 +356,6 @@ bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const me
     return zet_simulator_scene_is_valid(&scene, error.text, error.size);
 }
 
-/** Adds a number to a text: the shortest one that is read as the same value. */
-void append_number(const message &text, double value, field_type type)
-{
-    char digits[32];
-    const int most_digits = 9;
-    for (int precision = 6; precision <= most_digits; ++precision)
-    {
-        static_cast<void>(std::snprintf(digits, sizeof(digits), "%.*g", precision, value));
-        if (type == field_type::real ? std::strtof(digits, nullptr) == static_cast<float>(value)
-                                     : std::strtod(digits, nullptr) == value)
-        {
-            break;
-        }
-    }
-    append(text, digits);
-}
-
-/** Adds a field of an entry to a text. */
-void append_field(const message &text, const scene_field &field, double value, const char *separator)
-{
-    append(text, separator);
-    append(text, "\"");
-    append(text, field.name);
-    append(text, "\":");
-    if (field.type == field_type::fault)
-    {
-        append(text, "\"");
-        append(text, scene_fault_words[static_cast<uint32_t>(value)]);
-        append(text, "\"");
-    }
-    else
-    {
-        append_number(text, value, field.type);
-    }
-}
-
-/** Adds an entry of a list to a text. */
-void append_entry(const message &text, const scene_section &section, const unsigned char *entry)
-{
-    const char *separator = "{";
-    for (uint32_t i = 0; i < section.field_count; ++i)
-    {
-        const scene_field &field = section.fields[i];
-        const double value = scene_field_get(entry, field);
-        if (field.required || value != 0.0)
-        {
-            append_field(text, field, value, separator);
-            separator = ",";
-        }
-    }
-    append(text, "}");
-}
-
 } // namespace
 
 bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
@@ -306,26 +371,4 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
     const bool valid = read_document(document, *scene, {error, error_size});
     cJSON_Delete(document);
     return valid;
-}
-
-void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
-{
-    const message message = {text, ZET_SIMULATOR_SCENE_TEXT_SIZE};
-    const auto *bytes = reinterpret_cast<const unsigned char *>(scene);
-    text[0] = '\0';
-    const char *section_separator = "{\"";
-    for (const scene_section &section : scene_sections)
-    {
-        append(message, section_separator);
-        append(message, section.name);
-        append(message, "\":[");
-        const uint32_t count = bytes[section.count_offset];
-        for (uint32_t index = 0; index < count; ++index)
-        {
-            append(message, index > 0U ? "," : "");
-            append_entry(message, section, bytes + section.entries_offset + index * section.entry_size);
-        }
-        section_separator = "],\"";
-    }
-    append(message, "]}");
 }

@@ -6,8 +6,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/logarithm.h"
+#include "common/noise.h"
 #include "common/trigonometry.h"
-#include "scene/scene.h"
 
 namespace
 {
@@ -23,6 +24,10 @@ constexpr float loopback_amplitude = 2.0F;
 /** Shortest distance at which the radar equation applies; the echo of a nearer target is not stronger. */
 constexpr double near_field_m = 0.05;
 
+/** Keys of a frame's parts below this one are those of its noise. */
+constexpr uint64_t first_fluctuation_part = 16;
+static_assert(first_fluctuation_part >= 2U * noise_source::lanes, "noise and fluctuation are independent");
+
 /** Distance beyond which nothing can be seen. */
 constexpr double horizon_m = 1.0e6;
 
@@ -37,27 +42,77 @@ echo echo_at(const frame_signal &frame, const subsweep_signal &subsweep, double 
     return {static_cast<float>(apparent - subsweep.start_point), laps, amplitude * cosine, amplitude * sine};
 }
 
+/**
+ * Returns the ratio of a fluctuating cross-section to its mean, which is constant in a frame and independent
+ * from frame to frame (P. Swerling, "Probability of Detection for Fluctuating Targets", 1954; Skolnik,
+ * section 2.8): exponentially distributed, or as chi-square with four degrees of freedom, which is the mean
+ * of two exponentially distributed numbers.
+ */
+float fluctuation_of(zet_simulator_fluctuation_t fluctuation, uint64_t key)
+{
+    const auto exponential = [](uint64_t bits) {
+        const float unit = 1.0F / 16777216.0F;
+        return -logarithm_of((static_cast<float>(bits >> 8U & 0xFFFFFFU) + 0.5F) * unit);
+    };
+    switch (fluctuation)
+    {
+    case ZET_SIMULATOR_FLUCTUATION_SWERLING_1:
+        return exponential(key);
+    case ZET_SIMULATOR_FLUCTUATION_SWERLING_3:
+        return (exponential(key) + exponential(key >> 32U)) / 2.0F;
+    default:
+        return 1.0F;
+    }
+}
+
+/**
+ * Returns the amplitude of a target's echo.
+ *
+ * A surface mirrors the sensor: its echo comes from an image at twice the distance, with the power rho^2 / (2
+ * d)^2, where a cross-section gives sigma / (4 pi d^4). So its cross-section is pi rho^2 d^2, and its
+ * amplitude falls only with d.
+ *
+ * @param reference  amplitude of 1 square metre at 1 metre
+ */
+float amplitude_of(const zet_simulator_target_t &target, float reference, double distance_m)
+{
+    const double limited_m = std::max(distance_m, near_field_m);
+    if (target.reflectivity > 0.0F)
+    {
+        const float root_of_pi = 1.7724539F;
+        return reference * root_of_pi * target.reflectivity / static_cast<float>(limited_m);
+    }
+    return reference * std::sqrt(target.strength_m2) / static_cast<float>(limited_m * limited_m);
+}
+
 } // namespace
 
 namespace zet_simulator
 {
 
-bool target_is_visible(const view &view, uint32_t target)
+std::optional<sight> sight_of_target(const view &view, uint32_t target)
 {
-    const zet_simulator_target_t &seen = view.scene->targets[target];
-    const double distance_m = scene_target_distance_m(seen, view.time_s);
-    return scene_concerns(seen.sensor_id, view.sensor_id) && distance_m > 0.0 && distance_m < horizon_m;
+    const zet_simulator_target_t &candidate = view.scene->targets[target];
+    if (!scene_shows(candidate, view.sensor_id, view.time_s))
+    {
+        return std::nullopt;
+    }
+    const sight seen = scene_sight(*view.scene, candidate, view.sensor_id, view.time_s);
+    const bool is_seen = seen.distance_m > 0.0 && seen.distance_m < horizon_m && seen.beam > 0.0F;
+    return is_seen ? std::optional<sight>(seen) : std::nullopt;
 }
 
 echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
-                    uint32_t target)
+                    uint32_t target, const sight &seen)
 {
-    const zet_simulator_target_t &seen = view.scene->targets[target];
-    const double distance_m = scene_target_distance_m(seen, view.time_s);
-    const double limited_m = std::max(distance_m, near_field_m);
-    const auto squared_m = static_cast<float>(limited_m * limited_m);
-    const float amplitude = subsweep.echo_amplitude * std::sqrt(seen.strength_m2) / squared_m;
-    return echo_at(frame, subsweep, distance_m / meters_per_step, amplitude);
+    const zet_simulator_target_t &source = view.scene->targets[target];
+    float amplitude = amplitude_of(source, subsweep.echo_amplitude, seen.distance_m) * seen.beam;
+    if (source.fluctuation != ZET_SIMULATOR_FLUCTUATION_NONE)
+    {
+        const uint64_t key = key_of_part(view.frame_key, first_fluctuation_part + target);
+        amplitude *= std::sqrt(fluctuation_of(source.fluctuation, key));
+    }
+    return echo_at(frame, subsweep, seen.distance_m / meters_per_step, amplitude);
 }
 
 uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
@@ -76,9 +131,9 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
     echoes[count++] = echo_at(frame, subsweep, 0.0, subsweep.echo_amplitude * leakage_amplitude);
     for (uint32_t i = 0; i < view.scene->target_count; ++i)
     {
-        if (target_is_visible(view, i))
+        if (const std::optional<sight> seen = sight_of_target(view, i))
         {
-            echoes[count++] = echo_of_target(frame, subsweep, view, i);
+            echoes[count++] = echo_of_target(frame, subsweep, view, i, *seen);
         }
     }
     return count;

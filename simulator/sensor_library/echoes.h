@@ -8,6 +8,9 @@
 #ifndef ZET_SIMULATOR_ECHOES_H
 #define ZET_SIMULATOR_ECHOES_H
 
+#include <optional>
+
+#include "scene/sight.h"
 #include "sensor_library/signal.h"
 #include "zet_simulator_scene.h"
 
@@ -20,6 +23,7 @@ struct view
     const zet_simulator_scene_t *scene;
     zet_sensor_id_t sensor_id;
     double time_s;
+    uint64_t frame_key; /**< of the random numbers of the frame */
 };
 
 /** An echo. */
@@ -32,12 +36,13 @@ struct echo
     float imag;
 };
 
-/** Returns whether a sensor can see a target: it concerns the sensor, is not behind it, nor too far away. */
-bool target_is_visible(const view &view, uint32_t target);
+/** Returns where a sensor sees a target; nothing when it does not: it is not there, that of another sensor,
+ * behind the sensor, or too far away. */
+std::optional<sight> sight_of_target(const view &view, uint32_t target);
 
-/** Returns the echo of a visible target in a sub-sweep that transmits. */
+/** Returns the echo of a target that a sensor sees, in a sub-sweep that transmits. */
 echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
-                    uint32_t target);
+                    uint32_t target, const sight &seen);
 
 /** Most echoes of a sub-sweep: one per target, and the direct leakage. */
 constexpr uint32_t max_echoes = ZET_SIMULATOR_MAX_TARGETS + 1U;

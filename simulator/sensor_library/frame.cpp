@@ -16,15 +16,6 @@ namespace
 
 using namespace zet_simulator;
 
-/** Returns the noise of a frame: the same in each run with the same seed, and independent of that of any
- * other frame, session, sensor and seed. */
-noise_source noise_of(const zet_sensor &sensor, uint32_t frame_number)
-{
-    const uint64_t board = scramble(board_options().seed);
-    const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
-    return noise_start(key_of_part(session, frame_number));
-}
-
 /** Returns the carrier frequency for a frequency control, as a multiple of the nominal frequency. */
 double frequency_of(uint16_t control, uint16_t nominal)
 {
@@ -38,16 +29,17 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
     const measurement_program &program = sensor.program;
     const zet_simulator_scene_t &scene = board_scene();
     const double start_s = scene_time_s(measured.moment_us);
-    noise_source noise = noise_of(sensor, measured.number);
+    const uint64_t key = frame_key_of(sensor, measured.number);
+    noise_source noise = noise_start(key);
     head.temperature = scene_temperature(scene, sensor.id, start_s);
     head.has_cca = program.listens;
-    head.cca_value = program.listens ? synthesis_listen({&scene, sensor.id, start_s}, noise) : 0.0F;
+    head.cca_value = program.listens ? synthesis_listen({&scene, sensor.id, start_s, key}, noise) : 0.0F;
 
     const frame_signal frame = signal_of_frame(sensor, head.temperature);
     for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; ++sweep)
     {
         const double offset_us = program.timing.lead_us + sweep * program.timing.sweep_period_us;
-        const view view = {&scene, sensor.id, start_s + offset_us * 1.0e-6};
+        const view view = {&scene, sensor.id, start_s + offset_us * 1.0e-6, key};
         for (uint32_t i = 0; i < program.num_subsweeps; ++i)
         {
             head.data_saturated |= synthesis_measure(frame, program.subsweeps[i], view, noise, samples);
@@ -60,6 +52,13 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
 
 namespace zet_simulator
 {
+
+uint64_t frame_key_of(const zet_sensor &sensor, uint32_t frame_number)
+{
+    const uint64_t board = scramble(board_options().seed);
+    const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
+    return key_of_part(session, frame_number);
+}
 
 frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature)
 {

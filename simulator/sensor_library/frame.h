@@ -17,6 +17,10 @@ struct zet_simulator_frame
 namespace zet_simulator
 {
 
+/** Returns the key of the random numbers of a frame: the same in each run with the same seed, and independent
+ * of that of any other frame, session, sensor and seed. */
+uint64_t frame_key_of(const zet_sensor &sensor, uint32_t frame_number);
+
 /** Returns the values of a sensor's frame at a temperature, which changes its frequencies. */
 frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature);
 

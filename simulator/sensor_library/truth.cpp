@@ -4,6 +4,7 @@
 #include "zet_simulator_truth.h"
 
 #include <cmath>
+#include <optional>
 
 #include "board/board.h"
 #include "common/trigonometry.h"
@@ -65,26 +66,6 @@ binary_angle receiver_phase_at(const frame_signal &frame, const subsweep_signal 
     return phase_from_turns(frame.rx_frequency * point) + cell * error_per_step;
 }
 
-/** Returns the derivative of a target's distance, without its oscillation. */
-double steady_velocity_of(const zet_simulator_target_t &target, double time_s)
-{
-    zet_simulator_target_t steady = target;
-    steady.oscillation_amplitude_m = 0.0F;
-    const double before_m = scene_target_distance_m(steady, time_s - microsecond_s);
-    const double after_m = scene_target_distance_m(steady, time_s + microsecond_s);
-    // Its speed is constant, also between turning points.
-    return std::copysign(static_cast<double>(target.velocity_m_s), after_m - before_m);
-}
-
-/** Returns the derivative of a target's distance, in metres per second. */
-double velocity_of(const zet_simulator_target_t &target, double time_s)
-{
-    const auto frequency = static_cast<double>(target.oscillation_frequency_hz);
-    const double turning = 2.0 * pi * frequency;
-    return steady_velocity_of(target, time_s) +
-           static_cast<double>(target.oscillation_amplitude_m) * turning * std::cos(turning * time_s);
-}
-
 /** Returns the phase of an angle, -pi to pi. */
 double radians_of(binary_angle angle)
 {
@@ -108,20 +89,20 @@ void set_echo(const frame_signal &frame, const subsweep_signal &subsweep, const 
 bool describe(const measurement_program &program, const frame_signal &frame, const view &view, uint8_t index,
               zet_simulator_target_truth_t &truth)
 {
-    const zet_simulator_target_t &target = view.scene->targets[index];
-    if (!target_is_visible(view, index))
+    const std::optional<sight> seen = sight_of_target(view, index);
+    if (!seen)
     {
         return false;
     }
     truth = {};
     truth.target = index;
-    truth.distance_m = scene_target_distance_m(target, view.time_s);
-    truth.velocity_m_s = velocity_of(target, view.time_s);
+    truth.distance_m = seen->distance_m;
+    truth.velocity_m_s = seen->velocity_m_s;
     const subsweep_signal &subsweep = subsweep_at(program, truth.distance_m);
     truth.noise_power = noise_power_of(subsweep, view);
     if (subsweep.transmits && !subsweep.loops_back)
     {
-        set_echo(frame, subsweep, echo_of_target(frame, subsweep, view, index), truth);
+        set_echo(frame, subsweep, echo_of_target(frame, subsweep, view, index, *seen), truth);
     }
     return true;
 }
@@ -134,12 +115,12 @@ void zet_simulator_truth_of(const zet_simulator_frame_t *frame, zet_simulator_tr
     const measurement_program &program = sensor.program;
     const zet_simulator_scene_t &scene = board_scene();
     const double start_s = scene_time_s(frame->measured->moment_us);
-    const view first = {&scene, sensor.id, start_s + program.timing.lead_us * microsecond_s};
-    const view middle = {&scene, sensor.id, middle_of(program.timing, program.sweeps_per_frame, start_s)};
+    const view middle = {&scene, sensor.id, middle_of(program.timing, program.sweeps_per_frame, start_s),
+                         frame_key_of(sensor, frame->measured->number)};
     truth->session = board_session_number();
     truth->sensor_id = sensor.id;
     truth->tick = frame->tick;
-    truth->time_s = first.time_s;
+    truth->time_s = start_s + program.timing.lead_us * microsecond_s;
     truth->temperature = scene_temperature(scene, sensor.id, start_s);
     truth->noise_power = noise_power_of(program.subsweeps[0], middle);
     truth->interference = static_cast<double>(scene_interference(scene, sensor.id, middle.time_s));

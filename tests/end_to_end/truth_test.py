@@ -1,6 +1,7 @@
 """The truth of simulated sensors: written by the server, recorded, and compared with detections."""
 
 import cmath
+import itertools
 import json
 import math
 import os
@@ -13,6 +14,41 @@ import unittest
 from vantor_process import SERVER, TIME_OUT, Server, vantor
 
 BASE_STEP_M = 0.0025
+
+
+def single(value):
+    """A document with its numbers in single precision, as the server stores them."""
+    if isinstance(value, dict):
+        return {key: single(member) for key, member in value.items()}
+    if isinstance(value, list):
+        return [single(member) for member in value]
+    return struct.unpack("f", struct.pack("f", value))[0] if isinstance(value, (int, float)) else value
+
+
+def largest_scene():
+    """A scene with as many entries as it can have, all of them with long numbers."""
+    numbers = (-float(f"0.1234{index:05}") for index in itertools.count(1))
+
+    def entry(*names):
+        return {name: next(numbers) for name in names}
+
+    def target(index):
+        return {"strength_m2": 0.123456789, "oscillation_amplitude_m": 0.0123456789,
+                "oscillation_frequency_hz": 0.123456789, "leave_s": 123456.789, "fluctuation": "swerling_3",
+                "x_m": next(numbers), "y_m": 1.12345678 + index, "z_m": next(numbers),
+                **entry("x_velocity_m_s", "y_velocity_m_s", "z_velocity_m_s"),
+                "oscillations": [{**entry("amplitude_m", "phase_turns", "amplitude_x_m", "amplitude_y_m",
+                                          "amplitude_z_m"),
+                                  "frequency_hz": 12.3456789, "wander_turns": 0.123456789,
+                                  "wander_frequency_hz": 0.0123456789} for _ in range(4)],
+                "track": [{"time_s": time + 0.12345678, **entry("x_m", "y_m", "z_m")} for time in range(16)]}
+
+    return {"targets": [target(index) for index in range(64)],
+            "interferers": [{"strength": 0.0123456789, "start_s": 1.12345678} for _ in range(8)],
+            "temperatures": [{"celsius": 25.1234567}],
+            "faults": [{"sensor": 2, "kind": "failing_calibration", "skip": 100000000} for _ in range(16)],
+            "sensors": [entry("x_m", "y_m", "z_m", "direction_x", "direction_z") | {"direction_y": 0.987654321}
+                        for _ in range(64)]}
 
 
 def lines_of(path):
@@ -70,7 +106,7 @@ class Files(TruthTest):
                 lines = lines_of(self.truth)
                 self.assertEqual(lines[-1], {"session": session, "seed": 7, "clock": "virtual", "sensors": 2,
                                              "scene": {**self.SCENE, "interferers": [], "temperatures": [],
-                                                       "faults": []}})
+                                                       "faults": [], "sensors": []}})
                 for _ in range(3):
                     frame = host.ask("frame")
                     written = lines_of(self.truth)
@@ -183,6 +219,38 @@ class Recordings(TruthTest):
         cells = rows[1].split(",")
         self.assertEqual((int(cells[0]), int(cells[1]), int(cells[6])), (0, first["tick"], 0))
         self.assertAlmostEqual(float(cells[7]), first["targets"][0]["distance_m"], 9)
+
+
+class Largest(TruthTest):
+    SCENE = largest_scene()
+
+    def setUp(self):
+        super().setUp()
+        with open(self.scene, "w", encoding="utf-8") as file:
+            json.dump(self.SCENE, file, separators=(",", ":"))
+
+    def test_the_largest_scene_is_written_recorded_and_used_again(self):
+        expected = single(self.SCENE)
+        scene = self.scene
+        for name in ("first", "second"):
+            recording = self.path(name)
+            self.succeed("record", self.config, "--frames", 5, "--output", recording, "--connect",
+                         f"sim:--clock virtual --sensors 2 --seed 3 --scene {scene}")
+            about = json.loads(self.succeed("info", recording, "--json"))
+            self.assertEqual((about["truth"]["frames"], about["damage"]), (5, []))
+            lines = lines_of(os.path.join(recording, "truth.jsonl"))
+            self.assertEqual(single(lines[0]["scene"]), expected)
+            self.assertEqual([len(line["targets"]) for line in lines[1:]], [64] * 3 * 5)
+            self.succeed("export", recording, "--format", "truth")
+            # The scene in the recording is a scene file.
+            scene = self.path("again.json")
+            with open(scene, "w", encoding="utf-8") as file:
+                json.dump(lines[0]["scene"], file, separators=(",", ":"))
+        for file in ("truth.jsonl", "group-1-item-1.sigmf-data"):
+            with open(os.path.join(self.path("first"), file), "rb") as first, \
+                    open(os.path.join(self.path("second"), file), "rb") as second:
+                self.assertEqual(first.read(), second.read())
+        self.assertGreater(os.path.getsize(scene), 2**17)
 
 
 class Scores(TruthTest):

@@ -1,7 +1,7 @@
 # Compiles a part of the firmware for the processor of a board and checks its size and the symbols that it needs.
 #
-# NAME: of the part; COMPILER, SIZE, NM: the cross tools; SOURCES, INCLUDES: lists; WORK_DIRECTORY: for the objects;
-# LARGEST_TEXT: limit of the code in bytes; LARGEST_DATA: limit of the static memory in bytes.
+# NAME: of the part; COMPILER, SIZE, NM: the cross tools; OPTIONS: more options of the compiler; SOURCES, INCLUDES:
+# lists; WORK_DIRECTORY: for the objects; LARGEST_TEXT: limit of the code in bytes; LARGEST_DATA: limit of the static memory in bytes.
 set(text 0)
 set(memory 0)
 foreach(source IN LISTS SOURCES)
@@ -13,7 +13,7 @@ foreach(source IN LISTS SOURCES)
   execute_process(
     COMMAND ${COMPILER} -std=c++20 -mcpu=cortex-m4 -mfpu=fpv4-sp-d16 -mfloat-abi=hard -Os -fno-exceptions
       -fno-rtti -ffp-contract=off -fno-math-errno -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
-      ${include_options} -c ${source} -o ${object}
+      ${OPTIONS} ${include_options} -c ${source} -o ${object}
     RESULT_VARIABLE result)
   if(result)
     message(FATAL_ERROR "${source} does not compile")

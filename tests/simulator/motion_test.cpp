@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "scene/scene.h"
+#include "scene/sight.h"
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
 
@@ -15,6 +15,13 @@ namespace
 {
 
 constexpr double wavelength_m = 0.005;
+
+/** Distance of a target at a time, without lists of a scene. */
+double distance_at(const zet_simulator_target_t &target, double time_s)
+{
+    static const zet_simulator_scene_t scene = {};
+    return zet_simulator::scene_sight(scene, target, 1, time_s).distance_m;
+}
 
 /** Power of a series at a frequency, in turns from one value to the next. */
 double power_at(const std::vector<std::complex<double>> &values, double turns)
@@ -136,16 +143,16 @@ TEST(motion, a_target_continues_or_reverses_at_its_limits)
     zet_simulator_target_t target = {};
     target.distance_m = 2.0F;
     target.velocity_m_s = -0.5F;
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 1.0), 1.5);
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 6.0), -1.0);
+    EXPECT_DOUBLE_EQ(distance_at(target, 1.0), 1.5);
+    EXPECT_DOUBLE_EQ(distance_at(target, 6.0), -1.0);
     target.nearest_m = 1.0F;
     target.farthest_m = 3.0F;
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 1.0), 1.5);
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 2.0), 1.0);
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 3.0), 1.5);
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 6.0), 3.0);
-    EXPECT_DOUBLE_EQ(zet_simulator::scene_target_distance_m(target, 7.0), 2.5);
-    EXPECT_NEAR(zet_simulator::scene_target_distance_m(target, 808.0), 2.0, 1e-9);
+    EXPECT_DOUBLE_EQ(distance_at(target, 1.0), 1.5);
+    EXPECT_DOUBLE_EQ(distance_at(target, 2.0), 1.0);
+    EXPECT_DOUBLE_EQ(distance_at(target, 3.0), 1.5);
+    EXPECT_DOUBLE_EQ(distance_at(target, 6.0), 3.0);
+    EXPECT_DOUBLE_EQ(distance_at(target, 7.0), 2.5);
+    EXPECT_NEAR(distance_at(target, 808.0), 2.0, 1e-9);
 }
 
 TEST(motion, a_target_that_has_passed_the_sensor_is_not_measured)

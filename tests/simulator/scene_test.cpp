@@ -237,9 +237,9 @@ TEST(scene, passed_by_a_port_is_checked_at_the_start)
     };
     EXPECT_FALSE(zet_simulator_start(&options));
     char error[256];
-    scene.target_count = 17;
+    scene.target_count = 65;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
-    EXPECT_STREQ(error, "targets has 17 entries, but must have at most 16");
+    EXPECT_STREQ(error, "targets has 65 entries, but must have at most 64");
 }
 
 TEST(scene, must_not_name_sensors_that_the_board_does_not_have)
@@ -355,7 +355,7 @@ TEST_P(invalid_scene_file, is_refused_with_a_message_about_the_key)
 std::string many_targets()
 {
     std::string text = R"({"targets": [)";
-    for (int i = 0; i < 17; ++i)
+    for (int i = 0; i < 65; ++i)
     {
         text += std::string(i == 0 ? "" : ",") + R"({"distance_m": 1, "strength_m2": 1})";
     }
@@ -372,14 +372,15 @@ const invalid_scene invalid_scenes[] = {
     {"unknown_key", R"({"target": []})",
      "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
      "arrays "
-     "targets, interferers, temperatures, faults"},
+     "targets, sensors, interferers, temperatures, faults"},
     {"repeated_key", R"({"faults": [], "faults": []})",
      "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
      "arrays "
-     "targets, interferers, temperatures, faults"},
+     "targets, sensors, interferers, temperatures, faults"},
     {"not_an_array", R"({"targets": {}})", "targets must be an array"},
     {"not_an_object", R"({"targets": [3]})", "targets[0] must be an object"},
-    {"missing_key", R"({"targets": [{"distance_m": 1}]})", "targets[0] needs the key \"strength_m2\""},
+    {"missing_key", R"({"targets": [{"distance_m": 1}]})",
+     "targets[0] needs either strength_m2 or reflectivity"},
     {"unknown_entry_key", R"({"temperatures": [{"celsius": 1}, {"celcius": 1}]})",
      "temperatures[1] has an unknown or repeated key \"celcius\"; the keys are sensor, celsius, "
      "drift_celsius_per_s"},
@@ -423,7 +424,7 @@ const invalid_scene invalid_scenes[] = {
      "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
     {"rate_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
      "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
-    {"too_many", many_targets(), "targets must have at most 16 entries"},
+    {"too_many", many_targets(), "targets must have at most 64 entries"},
 };
 
 INSTANTIATE_TEST_SUITE_P(files, invalid_scene_file, testing::ValuesIn(invalid_scenes),
@@ -441,6 +442,19 @@ TEST(scene_file, every_key_and_value_is_documented)
         {
             EXPECT_THAT(document, HasSubstr(std::string("`") + section.fields[i].name + "`"));
         }
+    }
+    for (const zet_simulator::scene_section *section :
+         {&zet_simulator::scene_oscillations, &zet_simulator::scene_keyframes})
+    {
+        EXPECT_THAT(document, HasSubstr(std::string("| `") + section->name + "` |"));
+        for (uint32_t i = 0; i < section->field_count; ++i)
+        {
+            EXPECT_THAT(document, HasSubstr(std::string("`") + section->fields[i].name + "`"));
+        }
+    }
+    for (const char *word : zet_simulator::scene_fluctuation_words)
+    {
+        EXPECT_THAT(document, HasSubstr(std::string("`") + word + "`"));
     }
     for (const char *word : zet_simulator::scene_fault_words)
     {

@@ -3,6 +3,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <optional>
@@ -12,7 +13,6 @@
 #include "zet_config_internal.h"
 #include "zet_config_subsweep.h"
 #include "zet_hal_integration_k330.h"
-#include "zet_simulator_scene_json.h"
 #include "zet_simulator_truth.h"
 
 namespace
@@ -121,6 +121,35 @@ TEST_F(truth, amplitude_follows_the_radar_equation)
     EXPECT_EQ(found.targets[1].target, 1U);
 }
 
+TEST_F(truth, amplitude_includes_beam_mirroring_and_fluctuation)
+{
+    auto in_beam = scene_with_target(0.0F, 1.0F);
+    in_beam.targets[0].has_place = true;
+    in_beam.targets[0].place_m[0] = 0.6F;
+    in_beam.targets[0].place_m[1] = 0.8F;
+    in_beam.pose_count = 1;
+    in_beam.poses[0].beam_deg = 70.0F;
+    auto mirroring = scene_with_target(1.0F, 0.0F);
+    mirroring.targets[0].reflectivity = 0.4F;
+    auto fluctuating = scene_with_target(1.0F, 1.0F);
+    fluctuating.targets[0].fluctuation = ZET_SIMULATOR_FLUCTUATION_SWERLING_3;
+    for (const auto &scene : {in_beam, mirroring, fluctuating})
+    {
+        start(scene);
+        constexpr uint16_t points = 200;
+        const auto frames = frames_around(1.0, points, 500, 10);
+        for (size_t i = 0; i < frames.size(); ++i)
+        {
+            ASSERT_EQ(observed.at(i).target_count, 1U);
+            const auto &found = observed[i].targets[0];
+            const auto nearest = frames[i].samples.at(points / 2);
+            EXPECT_NEAR(found.amplitude, static_cast<double>(std::abs(nearest)),
+                        0.01 * found.amplitude + 5.0 * std::sqrt(found.noise_power));
+        }
+        observed.clear();
+    }
+}
+
 TEST_F(truth, noise_power_is_that_of_the_samples)
 {
     for (const uint16_t hwaas : {uint16_t{1}, uint16_t{100}})
@@ -205,15 +234,58 @@ TEST_F(truth, velocity_is_the_derivative_of_the_distance)
     EXPECT_LE(reversals, 3 * 2);
 }
 
+TEST_F(truth, velocity_in_space_is_the_derivative_of_the_distance)
+{
+    zet_simulator_scene_t scene = scene_with_target(0.0F, 1.0F);
+    auto &target = scene.targets[0];
+    target.has_place = true;
+    target.place_m[2] = 0.5F;
+    scene.keyframe_count = target.keyframe_count = 3;
+    scene.keyframes[0] = {0.0F, {-1.0F, 1.0F, 0.0F}};
+    scene.keyframes[1] = {0.1F, {0.0F, 1.2F, 0.0F}};
+    scene.keyframes[2] = {0.25F, {1.0F, 0.8F, 0.0F}};
+    scene.oscillation_count = target.oscillation_count = 1;
+    scene.oscillations[0] = {0.01F, 3.0F, 0.1F, 0.2F, 1.0F, {0.0F, 0.02F, 0.0F}};
+    start(scene);
+    simulated_sensor sensor;
+    zet_config_frame_rate_set(sensor.config, 1000.0F);
+    zet_config_subsweep_num_points_set(sensor.config, 10, 0);
+    ASSERT_TRUE(sensor.prepare());
+    constexpr size_t frames = 300;
+    for (size_t i = 0; i < frames; ++i)
+    {
+        sensor.measure();
+    }
+    double fastest_m_s = 0.0;
+    for (size_t i = 1; i + 1 < frames; ++i)
+    {
+        const auto &before = observed.at(i - 1);
+        const auto &after = observed.at(i + 1);
+        const double velocity =
+            (after.targets[0].distance_m - before.targets[0].distance_m) / (after.time_s - before.time_s);
+        EXPECT_NEAR(observed[i].targets[0].velocity_m_s, velocity, 0.01) << i;
+        fastest_m_s = std::max(fastest_m_s, std::fabs(velocity));
+    }
+    EXPECT_GT(fastest_m_s, 2.0);
+}
+
 TEST_F(truth, has_only_targets_that_the_sensor_can_see)
 {
     auto scene = scene_with_target(1.0F, 1.0F);
-    scene.target_count = 3;
+    scene.target_count = 5;
     scene.targets[1] = scene.targets[0];
     scene.targets[1].sensor_id = 2;
     scene.targets[2] = scene.targets[0];
     scene.targets[2].distance_m = 0.02F;
     scene.targets[2].velocity_m_s = -100.0F;
+    scene.targets[3] = scene.targets[0];
+    scene.targets[3].enter_s = 1000.0F;
+    scene.targets[4] = {};
+    scene.targets[4].strength_m2 = 1.0F;
+    scene.targets[4].has_place = true;
+    scene.targets[4].place_m[1] = -1.0F;
+    scene.pose_count = 1;
+    scene.poses[0].beam_deg = 60.0F;
     start(scene, 2);
     simulated_sensor sensor;
     ASSERT_TRUE(sensor.prepare());
@@ -271,59 +343,6 @@ TEST_F(truth, counts_sessions_from_the_first_handle_on)
     ASSERT_TRUE(third.prepare());
     third.measure();
     EXPECT_EQ(observed.back().session, 2U);
-}
-
-TEST(scene_text, is_read_as_the_same_scene)
-{
-    auto scene = *zet_simulator_default_scene();
-    scene.interferer_count = 1;
-    scene.interferers[0] = {2, 3.3F, 0.1F, 0.25F, 1.5F};
-    scene.temperature_count = 1;
-    scene.temperatures[0] = {0, -12.5F, 0.001F};
-    scene.fault_count = 1;
-    scene.faults[0] = {1, ZET_SIMULATOR_FAULT_SLOW_LINK, 100000000, 7, 99999999};
-    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&scene, text.data());
-    EXPECT_EQ(std::string(text.data()).substr(0, 60),
-              R"({"targets":[{"distance_m":0.5,"strength_m2":0.05},{"distance)");
-    zet_simulator_scene_t again = {};
-    char error[256];
-    ASSERT_TRUE(zet_simulator_scene_from_json(text.data(), &again, error, sizeof(error))) << error;
-    std::vector<char> repeated(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&again, repeated.data());
-    EXPECT_STREQ(repeated.data(), text.data());
-    EXPECT_EQ(again.targets[1].oscillation_amplitude_m, 0.004F);
-    EXPECT_EQ(again.faults[0].bytes_per_second, 99999999U);
-    EXPECT_EQ(again.interferers[0].strength, 3.3F);
-}
-
-TEST(scene_text, has_room_for_every_scene)
-{
-    zet_simulator_scene_t scene = {};
-    scene.target_count = ZET_SIMULATOR_MAX_TARGETS;
-    scene.interferer_count = ZET_SIMULATOR_MAX_INTERFERERS;
-    scene.temperature_count = ZET_SIMULATOR_MAX_TEMPERATURES;
-    scene.fault_count = ZET_SIMULATOR_MAX_FAULTS;
-    constexpr float longest = -1.23456789e-15F;
-    for (auto &target : scene.targets)
-    {
-        target = {4294967295U, longest, longest, longest, longest, longest, longest, longest};
-    }
-    for (auto &interferer : scene.interferers)
-    {
-        interferer = {4294967295U, longest, longest, longest, longest};
-    }
-    for (auto &temperature : scene.temperatures)
-    {
-        temperature = {4294967295U, longest, longest};
-    }
-    for (auto &fault : scene.faults)
-    {
-        fault = {4294967295U, ZET_SIMULATOR_FAULT_FAILING_CALIBRATION, 4294967295U, 4294967295U, 4294967295U};
-    }
-    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&scene, text.data());
-    EXPECT_TRUE(std::string(text.data()).ends_with("}]}"));
 }
 
 } // namespace

@@ -1,0 +1,195 @@
+/** @file
+ * Writes scenes as text.
+ */
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "scene/scene_fields.h"
+#include "zet_simulator_scene_json.h"
+
+namespace
+{
+
+using namespace zet_simulator;
+
+/** A text that grows in a buffer; what has no room is left out. */
+class text_writer
+{
+public:
+    text_writer(char *buffer, size_t size) : next_(buffer), last_(buffer + size - 1U)
+    {
+        *next_ = '\0';
+    }
+
+    /** Adds text. */
+    text_writer &add(const char *text)
+    {
+        while (next_ != last_ && *text != '\0')
+        {
+            *next_++ = *text++;
+        }
+        *next_ = '\0';
+        return *this;
+    }
+
+private:
+    char *next_;
+    char *last_;
+};
+
+/** Adds a number: the shortest one that is read as the same value. */
+void write_number(text_writer &text, double value, field_type type)
+{
+    char digits[32];
+    const int most_digits = 9;
+    for (int precision = 6; precision <= most_digits; ++precision)
+    {
+        static_cast<void>(std::snprintf(digits, sizeof(digits), "%.*g", precision, value));
+        const double read = std::strtod(digits, nullptr);
+        if ((type == field_type::real ? static_cast<double>(static_cast<float>(read)) : read) == value)
+        {
+            break;
+        }
+    }
+    text.add(digits);
+}
+
+/** Returns the word for the value of a field; null when it is a number. */
+const char *word_of(const scene_field &field, double value)
+{
+    if (field.type == field_type::fault)
+    {
+        return scene_fault_words[static_cast<size_t>(value)];
+    }
+    return field.type == field_type::fluctuation ? scene_fluctuation_words[static_cast<size_t>(value)]
+                                                 : nullptr;
+}
+
+/** Adds a field of an entry. */
+void write_field(text_writer &text, const scene_field &field, double value, const char *separator)
+{
+    text.add(separator).add("\"").add(field.name).add("\":");
+    if (const char *word = word_of(field, value); word != nullptr)
+    {
+        text.add("\"").add(word).add("\"");
+        return;
+    }
+    write_number(text, value, field.type);
+}
+
+/** Adds the fields of an entry for which @p is_written (field, value) is true. */
+template <typename is_written_t>
+void write_fields(text_writer &text, const scene_section &section, const unsigned char *record,
+                  const is_written_t &is_written)
+{
+    const char *separator = "";
+    for (uint32_t i = 0; i < section.field_count; ++i)
+    {
+        const scene_field &field = section.fields[i];
+        const double value = scene_field_get(record, field);
+        if (field.required || is_written(field, value))
+        {
+            write_field(text, field, value, separator);
+            separator = ",";
+        }
+    }
+}
+
+/** Adds a list of entries, each by @p write_entry (record). */
+template <typename write_entry_t>
+void write_list(text_writer &text, const scene_section &section, const unsigned char *records, uint32_t count,
+                const write_entry_t &write_entry)
+{
+    text.add("\"").add(section.name).add("\":[");
+    for (uint32_t index = 0; index < count; ++index)
+    {
+        text.add(index > 0U ? ",{" : "{");
+        write_entry(records + index * section.entry_size);
+        text.add("}");
+    }
+    text.add("]");
+}
+
+/** Returns whether a value is not the one of a field that is left out. */
+bool is_not_zero(const scene_field & /*field*/, double value)
+{
+    return value != 0.0;
+}
+
+/** Returns whether a field is a part of a place. */
+bool is_coordinate(const scene_field &field)
+{
+    return std::strcmp(field.name, "x_m") == 0 || std::strcmp(field.name, "y_m") == 0 ||
+           std::strcmp(field.name, "z_m") == 0;
+}
+
+/** Adds the oscillations of a target, if it has any. */
+void write_oscillations(text_writer &text, const zet_simulator_scene_t &scene,
+                        const zet_simulator_target_t &target)
+{
+    if (target.oscillation_count == 0U)
+    {
+        return;
+    }
+    const auto *records =
+        reinterpret_cast<const unsigned char *>(&scene.oscillations[target.first_oscillation]);
+    text.add(",");
+    write_list(text, scene_oscillations, records, target.oscillation_count, [&](const unsigned char *record) {
+        write_fields(text, scene_oscillations, record, is_not_zero);
+    });
+}
+
+/** Adds the track of a target, if it has one. */
+void write_track(text_writer &text, const zet_simulator_scene_t &scene, const zet_simulator_target_t &target)
+{
+    if (target.keyframe_count == 0U)
+    {
+        return;
+    }
+    const auto is_of_kind = [&](const scene_field &field, double /*value*/) {
+        return is_coordinate(field) == target.has_place;
+    };
+    const auto *records = reinterpret_cast<const unsigned char *>(&scene.keyframes[target.first_keyframe]);
+    text.add(",");
+    write_list(text, scene_keyframes, records, target.keyframe_count,
+               [&](const unsigned char *record) { write_fields(text, scene_keyframes, record, is_of_kind); });
+}
+
+/** Adds a target, without the end of the object. */
+void write_target(text_writer &text, const zet_simulator_scene_t &scene, const unsigned char *record)
+{
+    const auto &target = *reinterpret_cast<const zet_simulator_target_t *>(record);
+    write_fields(text, scene_sections[0], record, [&](const scene_field &field, double value) {
+        const bool turns_at_zero = std::strcmp(field.name, "nearest_m") == 0 && target.farthest_m != 0.0F;
+        return value != 0.0 || turns_at_zero || (is_coordinate(field) && target.has_place);
+    });
+    write_oscillations(text, scene, target);
+    write_track(text, scene, target);
+}
+
+} // namespace
+
+void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
+{
+    text_writer document(text, ZET_SIMULATOR_SCENE_TEXT_SIZE);
+    const auto *bytes = reinterpret_cast<const unsigned char *>(scene);
+    const char *separator = "{";
+    for (const scene_section &section : scene_sections)
+    {
+        document.add(separator);
+        separator = ",";
+        write_list(document, section, bytes + section.entries_offset, scene_count_get(*scene, section),
+                   [&](const unsigned char *record) {
+                       if (&section == &scene_sections[0])
+                       {
+                           write_target(document, *scene, record);
+                       }
+                       else
+                       {
+                           write_fields(document, section, record, is_not_zero);
+                       }
+                   });
+    }
+    document.add("}");
+}
