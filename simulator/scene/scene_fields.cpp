@@ -429,6 +429,7 @@ double scene_field_get(const unsigned char *entry, const scene_field &field)
         return whole;
     case field_type::fault:
     case field_type::fluctuation:
+    case field_type::body:
         break;
     }
     return entry[field.offset];

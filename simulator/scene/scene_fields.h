@@ -20,6 +20,7 @@ enum class field_type : uint8_t
     whole,       /**< a uint32_t */
     fault,       /**< a zet_simulator_fault_kind_t; a word in a scene file */
     fluctuation, /**< a zet_simulator_fluctuation_t; a word in a scene file */
+    body,        /**< a kind of body; a word in a scene file */
 };
 
 /** One field of an entry. */

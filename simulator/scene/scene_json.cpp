@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/number_text.h"
+#include "scene/bodies/bodies.h"
 #include "scene/scene_fields.h"
 #include "zet_simulator_scene_json.h"
 
@@ -117,6 +118,8 @@ bool read_field(const entry &entry, const cJSON *item, const scene_field &field,
         return read_word(entry, item, field, scene_fault_words, error);
     case field_type::fluctuation:
         return read_word(entry, item, field, scene_fluctuation_words, error);
+    case field_type::body:
+        return read_word(entry, item, field, body_words, error);
     case field_type::real:
     case field_type::whole:
         break;
@@ -300,10 +303,63 @@ bool read_section(const scene_section &section, const cJSON *array, zet_simulato
     return true;
 }
 
-/** Reads one member of the document: a list, or the description, which is ignored. */
-bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scene, const message &error)
+/** Reads the kind of a body. */
+bool read_body_kind(const cJSON *object, uint32_t index, body &read, const message &error)
 {
-    if (std::strcmp(item->string, "description") == 0 && cJSON_IsString(item))
+    const scene_section &any = body_sections[0];
+    const entry entry = {"", any, index, reinterpret_cast<unsigned char *>(&read)};
+    if (!cJSON_IsObject(object))
+    {
+        return refuse_entry(entry, " must be an object", error);
+    }
+    const cJSON *kind = cJSON_GetObjectItemCaseSensitive(object, "kind");
+    return read_field(entry, kind, *find_field(any, "kind", 0), error);
+}
+
+/** Reads a body and adds its targets. */
+bool read_body(const cJSON *object, uint32_t index, zet_simulator_scene_t &scene, const message &error)
+{
+    body read = {};
+    if (!read_body_kind(object, index, read, error))
+    {
+        return false;
+    }
+    read = body_with_defaults(read.kind);
+    const scene_section &section = body_sections[static_cast<size_t>(read.kind)];
+    const entry entry = {"", section, index, reinterpret_cast<unsigned char *>(&read)};
+    return read_fields(entry, object, error) && body_expand(read, index, scene, error);
+}
+
+/** Reads the bodies, when the targets have been read. */
+bool read_bodies(const cJSON *array, zet_simulator_scene_t &scene, const message &error)
+{
+    if (array == nullptr)
+    {
+        return true;
+    }
+    if (!cJSON_IsArray(array))
+    {
+        return refuse(error, "bodies must be an array");
+    }
+    uint32_t index = 0;
+    for (const cJSON *object = array->child; object != nullptr; object = object->next)
+    {
+        if (!read_body(object, index, scene, error))
+        {
+            return false;
+        }
+        ++index;
+    }
+    return true;
+}
+
+/** Reads one member of the document: a list, or the description and the bodies, which are not read here. */
+bool read_member(const cJSON *document, const cJSON *item, uint32_t &given, zet_simulator_scene_t &scene,
+                 const message &error)
+{
+    const bool is_first = cJSON_GetObjectItemCaseSensitive(document, item->string) == item;
+    if ((std::strcmp(item->string, "description") == 0 && cJSON_IsString(item)) ||
+        (std::strcmp(item->string, "bodies") == 0 && is_first))
     {
         return true;
     }
@@ -318,7 +374,7 @@ bool read_member(const cJSON *item, uint32_t &given, zet_simulator_scene_t &scen
     return refuse(
         error,
         "the scene has an unknown or repeated key \"%.32s\"; the keys are description (a string) and the "
-        "arrays targets, sensors, interferers, temperatures, faults",
+        "arrays targets, bodies, sensors, interferers, temperatures, faults",
         item->string);
 }
 
@@ -348,12 +404,13 @@ bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const me
     uint32_t given = 0;
     for (const cJSON *item = document->child; item != nullptr; item = item->next)
     {
-        if (!read_member(item, given, scene, error))
+        if (!read_member(document, item, given, scene, error))
         {
             return false;
         }
     }
-    return zet_simulator_scene_is_valid(&scene, error.text, error.size);
+    return read_bodies(cJSON_GetObjectItemCaseSensitive(document, "bodies"), scene, error) &&
+           zet_simulator_scene_is_valid(&scene, error.text, error.size);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <utility>
 
+#include "scene/bodies/bodies.h"
 #include "scene/scene.h"
 #include "scene/scene_fields.h"
 #include "simulated_sensor.h"
@@ -372,11 +373,11 @@ const invalid_scene invalid_scenes[] = {
     {"unknown_key", R"({"target": []})",
      "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
      "arrays "
-     "targets, sensors, interferers, temperatures, faults"},
+     "targets, bodies, sensors, interferers, temperatures, faults"},
     {"repeated_key", R"({"faults": [], "faults": []})",
      "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
      "arrays "
-     "targets, sensors, interferers, temperatures, faults"},
+     "targets, bodies, sensors, interferers, temperatures, faults"},
     {"not_an_array", R"({"targets": {}})", "targets must be an array"},
     {"not_an_object", R"({"targets": [3]})", "targets[0] must be an object"},
     {"missing_key", R"({"targets": [{"distance_m": 1}]})",
@@ -450,6 +451,15 @@ TEST(scene_file, every_key_and_value_is_documented)
         for (uint32_t i = 0; i < section->field_count; ++i)
         {
             EXPECT_THAT(document, HasSubstr(std::string("`") + section->fields[i].name + "`"));
+        }
+    }
+    for (size_t kind = 0; kind < std::size(zet_simulator::body_words); ++kind)
+    {
+        const zet_simulator::scene_section &section = zet_simulator::body_sections[kind];
+        EXPECT_THAT(document, HasSubstr(std::string("| `") + zet_simulator::body_words[kind] + "` |"));
+        for (uint32_t i = 0; i < section.field_count; ++i)
+        {
+            EXPECT_THAT(document, HasSubstr(std::string("`") + section.fields[i].name + "`"));
         }
     }
     for (const char *word : zet_simulator::scene_fluctuation_words)

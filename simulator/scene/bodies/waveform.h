@@ -1,0 +1,41 @@
+/** @file
+ * Periodic motions as sums of sines.
+ */
+#ifndef ZET_SIMULATOR_WAVEFORM_H
+#define ZET_SIMULATOR_WAVEFORM_H
+
+#include <cstddef>
+
+namespace zet_simulator
+{
+
+constexpr size_t harmonic_count = 4;
+
+/** A sine with a multiple of the frequency of a motion. */
+struct harmonic
+{
+    double amplitude;
+    double phase_turns;
+};
+
+/** The first terms of a Fourier series, without the constant one. */
+struct waveform
+{
+    harmonic harmonics[harmonic_count];
+};
+
+/**
+ * Returns the motion of a chest: 1 between its ends. It rises as half a cosine during the inhalation, which
+ * is shorter than the exhalation, during which it falls as half a cosine.
+ */
+waveform breathing_waveform();
+
+/**
+ * Returns the position of a walker's foot relative to the body, for a body that moves 1 in one cycle. The
+ * foot rests for 60 % of the cycle; then its speed is half a sine.
+ */
+waveform foot_waveform();
+
+} // namespace zet_simulator
+
+#endif

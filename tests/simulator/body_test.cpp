@@ -1,0 +1,279 @@
+/** @file
+ * Bodies: what they are expanded into, and how that moves.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "scene/sight.h"
+#include "zet_simulator_scene_json.h"
+
+namespace
+{
+
+using zet_simulator::scene_sight;
+using zet_simulator::sight;
+
+/** Reads a scene with one body, which must be valid. */
+zet_simulator_scene_t scene_of(const std::string &body)
+{
+    zet_simulator_scene_t scene;
+    char error[512] = "";
+    const std::string text = R"({"bodies": [{)" + body + "}]}";
+    EXPECT_TRUE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << error;
+    return scene;
+}
+
+/** Why a scene is refused. */
+std::string refusal(const std::string &text)
+{
+    zet_simulator_scene_t scene;
+    char error[512] = "";
+    EXPECT_FALSE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << text;
+    return error;
+}
+
+/** Sum of the cross-sections of all targets. */
+double strength_of(const zet_simulator_scene_t &scene)
+{
+    double sum = 0.0;
+    for (uint32_t i = 0; i < scene.target_count; ++i)
+    {
+        sum += static_cast<double>(scene.targets[i].strength_m2);
+    }
+    return sum;
+}
+
+/** Distances of a target at equally spaced times, from 0 on. */
+std::vector<double> distances(const zet_simulator_scene_t &scene, uint32_t target, double step_s, int count)
+{
+    std::vector<double> values;
+    for (int i = 0; i < count; ++i)
+    {
+        values.push_back(scene_sight(scene, scene.targets[target], 1, step_s * i).distance_m);
+    }
+    return values;
+}
+
+/** Amplitude of the sine of a frequency in values over a multiple of its period. */
+double amplitude_at(const std::vector<double> &values, double turns)
+{
+    double sine = 0.0;
+    double cosine = 0.0;
+    for (size_t i = 0; i < values.size(); ++i)
+    {
+        sine += values[i] * std::sin(2.0 * M_PI * turns * static_cast<double>(i));
+        cosine += values[i] * std::cos(2.0 * M_PI * turns * static_cast<double>(i));
+    }
+    return 2.0 * std::hypot(sine, cosine) / static_cast<double>(values.size());
+}
+
+TEST(body, a_chest_breathes_in_faster_than_out)
+{
+    const zet_simulator_scene_t scene = scene_of(
+        R"("kind": "breathing", "distance_m": 1, "rate_per_min": 15, "amplitude_m": 0.01, "variability": 0, "heart_amplitude_m": 0)");
+    ASSERT_EQ(scene.target_count, 1U);
+    const std::vector<double> breath = distances(scene, 0, 0.01, 400);
+    const auto [in, out] = std::minmax_element(breath.begin(), breath.end());
+    EXPECT_NEAR(*out - *in, 0.01, 0.0003);
+    // The chest is out farthest after 40 % of the four seconds of a breath.
+    EXPECT_NEAR(0.01 * static_cast<double>(in - breath.begin()), 1.6, 0.1);
+    const double far = 0.01 * static_cast<double>(out - breath.begin());
+    EXPECT_NEAR(std::remainder(far, 4.0), 0.0, 0.15);
+}
+
+TEST(body, the_heart_moves_the_chest_far_less_than_the_breath)
+{
+    const zet_simulator_scene_t scene = scene_of(R"("kind": "breathing", "distance_m": 1, "variability": 0)");
+    const std::vector<double> minute = distances(scene, 0, 0.02, 3000);
+    // 15 breaths and 66 heartbeats in a minute; the heart moves by 0.5 mm from end to end.
+    EXPECT_NEAR(amplitude_at(minute, 66.0 / 3000.0), 0.00025, 0.00001);
+    // The first term of half a cosine each way of 40 and 60 % is 0.4968 of 8 mm, by numeric integration.
+    EXPECT_NEAR(amplitude_at(minute, 15.0 / 3000.0), 0.008 * 0.4968, 0.00002);
+    EXPECT_EQ(scene.targets[0].strength_m2, 0.5F);
+}
+
+TEST(body, the_rate_of_breathing_differs_by_the_variability)
+{
+    const zet_simulator_scene_t scene =
+        scene_of(R"("kind": "breathing", "distance_m": 1, "variability": 0.2, "heart_amplitude_m": 0)");
+    const std::vector<double> values = distances(scene, 0, 0.01, 60000);
+    std::vector<double> periods;
+    double last = -1.0;
+    for (size_t i = 1; i < values.size(); ++i)
+    {
+        if (values[i - 1] < 0.996 && values[i] >= 0.996)
+        {
+            periods.push_back(0.01 * static_cast<double>(i) - last);
+            last = 0.01 * static_cast<double>(i);
+        }
+    }
+    const auto [shortest, longest] = std::minmax_element(periods.begin() + 1, periods.end());
+    // 4 s at the mean rate; the mean over a period is a little less extreme than the rate itself.
+    EXPECT_NEAR(*shortest, 4.0 / 1.2, 0.15);
+    EXPECT_NEAR(*longest, 4.0 / 0.8, 0.3);
+}
+
+TEST(body, a_walker_has_feet_that_rest_and_overtake)
+{
+    constexpr double speed = 1.2;
+    const zet_simulator_scene_t scene =
+        scene_of(R"("kind": "walker", "y_m": 2, "to_y_m": 8, "enter_s": 1, "height_m": 1.8, "legs": 2)");
+    ASSERT_EQ(scene.target_count, 20U);
+    EXPECT_NEAR(strength_of(scene), 2 * 0.6, 0.001);
+    // Boulic: a cycle of two steps lasts 1.346 / sqrt(relative speed), here 1.2 m/s over 0.53 1.8 m.
+    const double cycle_s = 1.346 / std::sqrt(speed / (0.53 * 1.8));
+    zet_simulator_pose_t far = {};
+    for (const uint32_t foot : {8U, 9U, 18U, 19U})
+    {
+        const zet_simulator_target_t &target = scene.targets[foot];
+        const double direction = foot < 10U ? 1.0 : -1.0;
+        // Seen from far away on the path, so that the line of sight is the path.
+        zet_simulator_scene_t seen = scene;
+        seen.pose_count = 1;
+        seen.poses[0] = far;
+        seen.poses[0].place_m[1] = -1000.0F;
+        double slowest = 100.0;
+        double fastest = -100.0;
+        for (double part = 0.0; part < 1.0; part += 0.005)
+        {
+            const double time_s = static_cast<double>(target.enter_s) + part * cycle_s;
+            const double velocity = direction * scene_sight(seen, target, 1, time_s).velocity_m_s;
+            slowest = std::min(slowest, velocity);
+            fastest = std::max(fastest, velocity);
+        }
+        EXPECT_NEAR(slowest, 0.0, 0.35 * speed) << foot;
+        EXPECT_GT(fastest, 3.0 * speed) << foot;
+        EXPECT_LT(fastest, 4.2 * speed) << foot;
+        const double start_m = scene_sight(seen, target, 1, static_cast<double>(target.enter_s)).distance_m;
+        const double after_m =
+            scene_sight(seen, target, 1, static_cast<double>(target.enter_s) + cycle_s).distance_m;
+        EXPECT_NEAR(after_m - start_m, direction * speed * cycle_s, 0.001) << foot;
+    }
+}
+
+TEST(body, a_walker_turns_at_the_ends_of_the_path)
+{
+    const zet_simulator_scene_t scene = scene_of(
+        R"("kind": "walker", "y_m": 2, "to_y_m": 8, "z_m": -1, "enter_s": 1, "speed_m_s": 1.5, "legs": 3)");
+    ASSERT_EQ(scene.target_count, 30U);
+    for (const double time_s : {1.5, 4.5, 5.5, 8.5, 9.5, 12.5})
+    {
+        // Six metres are walked in four seconds.
+        const double walked = std::fmod(time_s - 1.0, 8.0) * 1.5;
+        const double expected = 2.0 + (walked < 6.0 ? walked : 12.0 - walked);
+        int torsos = 0;
+        for (const uint32_t torso : {0U, 10U, 20U})
+        {
+            const zet_simulator_target_t &target = scene.targets[torso];
+            if (zet_simulator::scene_shows(target, 1, time_s))
+            {
+                const double height = -1.0 + 0.7 * 1.75;
+                EXPECT_NEAR(scene_sight(scene, target, 1, time_s).distance_m, std::hypot(expected, height),
+                            1.0e-4);
+                ++torsos;
+            }
+        }
+        EXPECT_EQ(torsos, 1) << time_s;
+    }
+    EXPECT_FALSE(zet_simulator::scene_shows(scene.targets[20], 1, 13.5));
+}
+
+TEST(body, a_fan_has_blades_with_a_speed_of_the_tip)
+{
+    const zet_simulator_scene_t scene =
+        scene_of(R"("kind": "fan", "distance_m": 2, "radius_m": 0.3, "rate_per_min": 90, "points": 4)");
+    ASSERT_EQ(scene.target_count, 4U);
+    EXPECT_NEAR(strength_of(scene), 0.03, 1.0e-6);
+    double fastest = 0.0;
+    for (double time_s = 0.0; time_s < 1.0; time_s += 0.001)
+    {
+        fastest = std::max(fastest, scene_sight(scene, scene.targets[1], 1, time_s).velocity_m_s);
+    }
+    EXPECT_NEAR(fastest, 2.0 * M_PI * 1.5 * 0.3, 0.001);
+    EXPECT_NEAR(scene_sight(scene, scene.targets[1], 1, 0.0).distance_m, 2.3, 1.0e-5);
+}
+
+TEST(body, a_surface_can_have_a_stirrer)
+{
+    const zet_simulator_scene_t still = scene_of(R"("kind": "surface", "distance_m": 1.5, "amplitude_m": 0)");
+    ASSERT_EQ(still.target_count, 1U);
+    EXPECT_EQ(still.targets[0].reflectivity, 0.5F);
+    EXPECT_EQ(scene_sight(still, still.targets[0], 1, 0.77).distance_m, 1.5);
+    const zet_simulator_scene_t stirred = scene_of(
+        R"("kind": "surface", "distance_m": 1.5, "stirrer_m2": 0.02, "stirrer_rate_per_min": 30, "stirrer_radius_m": 0.2)");
+    ASSERT_EQ(stirred.target_count, 2U);
+    EXPECT_NEAR(scene_sight(stirred, stirred.targets[1], 1, 0.5).distance_m, 1.5 - 0.3 + 0.2, 1.0e-5);
+    EXPECT_NEAR(scene_sight(stirred, stirred.targets[1], 1, 1.5).distance_m, 1.5 - 0.3 - 0.2, 1.0e-5);
+}
+
+TEST(body, a_curtain_sways_around_its_distance)
+{
+    const zet_simulator_scene_t scene =
+        scene_of(R"("kind": "curtain", "distance_m": 3, "points": 5, "amplitude_m": 0.02, "leave_s": 9)");
+    ASSERT_EQ(scene.target_count, 5U);
+    EXPECT_NEAR(strength_of(scene), 0.3, 1.0e-5);
+    for (uint32_t i = 0; i < 5U; ++i)
+    {
+        const std::vector<double> values = distances(scene, i, 0.1, 600);
+        const auto [nearest, farthest] = std::minmax_element(values.begin(), values.end());
+        EXPECT_NEAR(*farthest - *nearest, 0.04, 0.001) << i;
+        EXPECT_NEAR((*farthest + *nearest) / 2.0, 3.0, 0.021) << i;
+        EXPECT_EQ(scene.targets[i].leave_s, 9.0F);
+    }
+}
+
+TEST(body, clutter_is_the_same_for_the_same_seed)
+{
+    const std::string text = R"("kind": "clutter", "nearest_m": 1, "farthest_m": 4, "points": 40, "seed": )";
+    const zet_simulator_scene_t scene = scene_of(text + "5");
+    const zet_simulator_scene_t same = scene_of(text + "5");
+    const zet_simulator_scene_t other = scene_of(text + "6");
+    ASSERT_EQ(scene.target_count, 40U);
+    double sum = 0.0;
+    for (uint32_t i = 0; i < 40U; ++i)
+    {
+        const float distance = scene.targets[i].distance_m;
+        EXPECT_GE(distance, 1.0F);
+        EXPECT_LE(distance, 4.0F);
+        EXPECT_EQ(distance, same.targets[i].distance_m);
+        EXPECT_NE(distance, other.targets[i].distance_m);
+        sum += static_cast<double>(distance);
+    }
+    // The mean of n numbers between 1 and 4 has the deviation 3 / sqrt(12 n).
+    EXPECT_NEAR(sum / 40.0, 2.5, 4.0 * 3.0 / std::sqrt(12.0 * 40.0));
+    EXPECT_NEAR(strength_of(scene) / 40.0, 0.05, 4.0 * 0.05 / std::sqrt(40.0));
+}
+
+TEST(body, wrong_bodies_are_refused_with_their_place)
+{
+    const std::string kinds = R"("breathing" "walker" "surface" "fan" "curtain" "clutter")";
+    EXPECT_EQ(refusal(R"({"bodies": {}})"), "bodies must be an array");
+    EXPECT_EQ(refusal(R"({"bodies": [1]})"), "bodies[0] must be an object");
+    EXPECT_EQ(refusal(R"({"bodies": [{"distance_m": 1}]})"), "bodies[0].kind must be one of " + kinds);
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "dog"}]})"), "bodies[0].kind must be one of " + kinds);
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "breathing", "distance_m": 1, "rate_per_min": 61}]})"),
+              "bodies[0].rate_per_min is 61, but must be a number from 3 to 60");
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "breathing"}]})"), "bodies[0] needs the key \"distance_m\"");
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "curtain", "distance_m": 1, "legs": 2}]})"),
+              "bodies[0] has an unknown or repeated key \"legs\"; the keys are sensor, kind, distance_m, "
+              "strength_m2, enter_s, leave_s, rate_per_min, amplitude_m, points");
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "walker", "y_m": 1, "to_y_m": 1.05}]})"),
+              "bodies[0].to_x_m and to_y_m must be at least 0.1 m away from x_m and y_m");
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "clutter", "nearest_m": 2, "farthest_m": 2}]})"),
+              "bodies[0].farthest_m must be more than nearest_m");
+    EXPECT_EQ(
+        refusal(
+            R"({"bodies": [{"kind": "surface", "distance_m": 1, "stirrer_m2": 1, "stirrer_radius_m": 1}]})"),
+        "bodies[0].stirrer_radius_m must be at most distance_m / 2.6");
+    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "fan", "distance_m": 1, "enter_s": 5, "leave_s": 4}]})"),
+              "bodies[0].leave_s must be more than enter_s");
+    const std::string clutter = R"({"kind": "clutter", "nearest_m": 1, "farthest_m": 4, "points": 40})";
+    EXPECT_EQ(refusal(R"({"bodies": [)" + clutter + ", " + clutter + "]}"),
+              "bodies[1] has no room: a scene must have at most 64 targets and 256 oscillations");
+}
+
+} // namespace
