@@ -178,7 +178,9 @@ void add_board_options(CLI::App &app, options_t &options)
     app.add_option_function<std::string>(
            "--scene",
            [&options](const std::string &text) { options.scene_path = parse_file_name("--scene", text); },
-           "Scene that the sensors see (docs/simulator.md); a built-in one by default")
+           "Scene that the sensors see: a file, or the name of an example (docs/simulator.md); a built-in "
+           "one by "
+           "default")
         ->type_name("FILE.json");
     app.add_option_function<std::string>(
            "--truth",

@@ -3,14 +3,17 @@
  */
 #include "scene_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "example_scenes.h"
 #include "zet_simulator_scene_json.h"
 
 namespace
@@ -97,11 +100,36 @@ std::string read_text(const std::string &path)
     return text;
 }
 
+/** Returns whether a text is a name, not that of a file with an ending or in a folder. */
+bool is_plain_name(const std::string &text)
+{
+    return text.find_first_of("./") == std::string::npos;
+}
+
+/** Returns the text of the example with a name. */
+std::string example_text(const std::string &name)
+{
+    const auto *const found =
+        std::find_if(std::begin(example_scenes), std::end(example_scenes),
+                     [&](const example_scene_t &example) { return example.name == name; });
+    if (found != std::end(example_scenes))
+    {
+        return std::string(found->text);
+    }
+    std::string names;
+    for (const example_scene_t &example : example_scenes)
+    {
+        names += (names.empty() ? "" : ", ") + std::string(example.name);
+    }
+    fail("read", name, "there is no such file; the examples are " + names);
+}
+
 } // namespace
 
 zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count)
 {
-    const std::string text = read_text(path);
+    const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
+    const std::string text = is_example ? example_text(path) : read_text(path);
     zet_simulator_scene_t scene = {};
     std::array<char, 512> fault = {};
     if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()) ||

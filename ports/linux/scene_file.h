@@ -9,7 +9,8 @@
 
 #include "zet_simulator_scene.h"
 
-/** Reads a scene file for a board; throws std::runtime_error that says what is wrong with it. */
+/** Reads a scene file, or the example with this name if there is no such file, for a board; throws
+ * std::runtime_error that says what is wrong with it. */
 zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count);
 
 #endif

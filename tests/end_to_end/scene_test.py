@@ -35,6 +35,12 @@ def configuration(item=None, **config):
 
 
 class Files(SceneTest):
+    def test_an_example_is_found_by_its_name(self):
+        with Server("--tcp", "0", "--clock", "virtual", "--scene", "breathing_person"):
+            pass
+        self.assertIn('cannot read the scene "breathing": there is no such file; the examples are breathing_person, ',
+                      self.refusal("breathing"))
+
     def refusal(self, path):
         """The message for a scene that cannot be used."""
         result = subprocess.run([SERVER, "--stdio", "--scene", path], stdin=subprocess.DEVNULL, capture_output=True,
