@@ -3,7 +3,7 @@ import { theme } from './colours.js';
 import { view } from './view.js';
 
 /** Most moments of a track. */
-const MOST_MOMENTS = 256;
+const MOST_MOMENTS = 128;
 
 /** @param {Panel} panel @param {Chart} chart @param {(path: Path2D, targets: Target[]) => void} add
  * @param {number[]} dashes */
@@ -37,15 +37,18 @@ export function markVelocities(panel, chart, to) {
 }
 
 /** Marks distances over time. @param {Panel} panel @param {Chart} chart @param {ToPixels} to */
-export function markTracks(panel, chart, to) {
-	const { ring, shown, analysis: { index } } = panel;
+export function markTracks({ ring, shown, analysis }, chart, to) {
+	if (!view.truth) {
+		return;
+	}
+	const { ctx } = chart.plot;
 	const now = ring.time(shown);
 	const first = ring.at(now - view.seconds);
 	const step = Math.ceil((shown - first + 1) / MOST_MOMENTS);
-	mark(panel, chart, (path) => {
-		for (let number = first + ((shown - first) % step); number <= shown; number += step) {
-			const y = to.y(ring.time(number) - now);
-			ring.targets(number, index).forEach(({ distance_m: distance }) => path.rect(to.x(distance), y, 1, 1));
-		}
-	});
+	ctx.fillStyle = theme.truth;
+	// Many small rectangles are filled much faster than a path of them is drawn.
+	for (let number = first + ((shown - first) % step); number <= shown; number += step) {
+		const y = to.y(ring.time(number) - now);
+		ring.targets(number, analysis.index).forEach(({ distance_m: distance }) => ctx.fillRect(to.x(distance) - 1, y - 1, 2, 2));
+	}
 }
