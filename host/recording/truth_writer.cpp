@@ -31,7 +31,7 @@ truth_writer::truth_writer(const std::filesystem::path &path, const nlohmann::js
 void truth_writer::append(uint64_t number, const frame &received)
 {
     std::string lines;
-    const auto known = received.truth();
+    const auto &known = received.truth();
     for (size_t i = 0; known && i < received.items().size(); ++i)
     {
         if (const auto &truth = known->items.at(i))
