@@ -18,14 +18,30 @@
 extern "C" {
 #endif
 
-/* A port with little memory defines ZET_SIMULATOR_SMALL_SCENE: the scene has fewer targets, which move along
- * the line of sight only, without tracks. */
+/* A port with little memory defines ZET_SIMULATOR_SMALL_SCENE: the scene has fewer entries, and its targets
+ * move along the line of sight only, without tracks. */
 #ifdef ZET_SIMULATOR_SMALL_SCENE
 /** Most targets in a scene. */
-#define ZET_SIMULATOR_MAX_TARGETS 16U
+#define ZET_SIMULATOR_MAX_TARGETS 8U
+/** Most interferers in a scene. */
+#define ZET_SIMULATOR_MAX_INTERFERERS 2U
+/** Most temperatures in a scene. */
+#define ZET_SIMULATOR_MAX_TEMPERATURES 2U
+/** Most faults in a scene. */
+#define ZET_SIMULATOR_MAX_FAULTS 4U
+/** Most descriptions of hardware in a scene. */
+#define ZET_SIMULATOR_MAX_HARDWARE 1U
 #else
 /** Most targets in a scene. */
 #define ZET_SIMULATOR_MAX_TARGETS 64U
+/** Most interferers in a scene. */
+#define ZET_SIMULATOR_MAX_INTERFERERS 8U
+/** Most temperatures in a scene. */
+#define ZET_SIMULATOR_MAX_TEMPERATURES 8U
+/** Most faults in a scene. */
+#define ZET_SIMULATOR_MAX_FAULTS 16U
+/** Most descriptions of hardware in a scene. */
+#define ZET_SIMULATOR_MAX_HARDWARE 64U
 /** Most oscillations of all targets of a scene. */
 #define ZET_SIMULATOR_MAX_OSCILLATIONS 256U
 /** Most keyframes of all targets of a scene. */
@@ -33,12 +49,6 @@ extern "C" {
 /** Most positions of sensors in a scene. */
 #define ZET_SIMULATOR_MAX_POSES 64U
 #endif
-/** Most interferers in a scene. */
-#define ZET_SIMULATOR_MAX_INTERFERERS 8U
-/** Most temperatures in a scene. */
-#define ZET_SIMULATOR_MAX_TEMPERATURES 8U
-/** Most faults in a scene. */
-#define ZET_SIMULATOR_MAX_FAULTS 16U
 
 /** How the cross-section of a target differs from frame to frame. */
 ZET_BYTE_ENUM(zet_simulator_fluctuation_t){
@@ -128,6 +138,22 @@ typedef struct
     float drift_celsius_per_s; /**< its drift, in degrees per second */
 } zet_simulator_temperature_t;
 
+/** What is not ideal in a sensor; a value of 0 switches an effect off. The first entry for this sensor is
+ * used, otherwise the first for every sensor; without one the sensor is ideal. */
+typedef struct
+{
+    zet_sensor_id_t sensor_id;   /**< the sensor; 0 for every sensor */
+    float phase_noise_rad_per_m; /**< deviation of an echo's phase, for one pulse and per metre of distance */
+    float phase_drift_rad_per_m; /**< slow deviation in each octave of its spectrum, per metre of distance */
+    float sidelobe_level;        /**< amplitude of each sidelobe of a pulse, relative to the pulse */
+    float ringing_level;        /**< amplitude at which the leakage begins to ring, relative to the leakage */
+    float delay_drift_mm_per_k; /**< by which echoes move away per kelvin above the calibration */
+    float gain_drift_per_k;     /**< relative loss of amplitude per kelvin above the calibration */
+    float bursts_per_s;         /**< mean number of bursts of interference per second */
+    float burst_s;              /**< duration of a burst, in seconds */
+    float burst_strength;       /**< its power, as a multiple of the receiver's own noise power */
+} zet_simulator_hardware_t;
+
 /** What can go wrong. */
 ZET_BYTE_ENUM(zet_simulator_fault_kind_t){
     ZET_SIMULATOR_FAULT_ABSENT_SENSOR = 0,   /**< no sensor answers at the position */
@@ -156,10 +182,12 @@ typedef struct
     uint16_t interferer_count;
     uint16_t temperature_count;
     uint16_t fault_count;
+    uint16_t hardware_count;
     zet_simulator_target_t targets[ZET_SIMULATOR_MAX_TARGETS];
     zet_simulator_interferer_t interferers[ZET_SIMULATOR_MAX_INTERFERERS];
     zet_simulator_temperature_t temperatures[ZET_SIMULATOR_MAX_TEMPERATURES];
     zet_simulator_fault_t faults[ZET_SIMULATOR_MAX_FAULTS];
+    zet_simulator_hardware_t hardware[ZET_SIMULATOR_MAX_HARDWARE];
 #ifndef ZET_SIMULATOR_SMALL_SCENE
     uint16_t pose_count;
     uint16_t oscillation_count;
@@ -170,8 +198,13 @@ typedef struct
 #endif
 } zet_simulator_scene_t;
 
+/** Returns hardware with all effects but bursts, for every sensor. Its values are assumed, not those of a
+ * measured sensor. */
+zet_simulator_hardware_t zet_simulator_default_hardware(void);
+
 /**
- * Returns the built-in scene: a small reflector at 0.5 m, a breathing person at 1.2 m, a wall at 3.5 m.
+ * Returns the built-in scene: a small reflector at 0.5 m, a breathing person at 1.2 m, a wall at 3.5 m, seen
+ * by sensors with the default hardware.
  *
  * @return the scene, valid for the lifetime of the program
  */

@@ -47,7 +47,7 @@ float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sen
     return power;
 }
 
-int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
+double scene_celsius(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
 {
     auto celsius = static_cast<double>(default_temperature);
     const zet_simulator_temperature_t *temperature =
@@ -59,7 +59,12 @@ int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t se
     }
     const double lowest = -60.0;
     const double highest = 150.0;
-    return static_cast<int16_t>(floor_of(std::clamp(celsius, lowest, highest) + 0.5));
+    return std::clamp(celsius, lowest, highest);
+}
+
+int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s)
+{
+    return static_cast<int16_t>(floor_of(scene_celsius(scene, sensor_id, time_s) + 0.5));
 }
 
 } // namespace zet_simulator

@@ -37,6 +37,9 @@ const entry_t *scene_find(const entry_t *entries, uint32_t count, zet_sensor_id_
 /** Returns the power of all interferers at a sensor at a time, as a multiple of its own noise power. */
 float scene_interference(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s);
 
+/** Returns the temperature of a sensor at a time, in degrees Celsius. */
+double scene_celsius(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s);
+
 /** Returns the temperature that a sensor measures of itself at a time, rounded to degrees Celsius. */
 int16_t scene_temperature(const zet_simulator_scene_t &scene, zet_sensor_id_t sensor_id, double time_s);
 

@@ -24,22 +24,49 @@ constexpr float loopback_amplitude = 2.0F;
 /** Shortest distance at which the radar equation applies; the echo of a nearer target is not stronger. */
 constexpr double near_field_m = 0.05;
 
-/** Keys of a frame's parts below this one are those of its noise. */
-constexpr uint64_t first_fluctuation_part = 16;
 static_assert(first_fluctuation_part >= 2U * noise_source::lanes, "noise and fluctuation are independent");
 
 /** Distance beyond which nothing can be seen. */
 constexpr double horizon_m = 1.0e6;
 
-/** Returns an echo of an amplitude at a distance in base steps. */
+/** Returns an echo of an amplitude at a distance in base steps, which the sensor delays further. */
 echo echo_at(const frame_signal &frame, const subsweep_signal &subsweep, double steps, float amplitude)
 {
+    const double delayed = steps + frame.delay_steps;
+    const float height = amplitude * frame.gain;
     float sine = 0.0F;
     float cosine = 0.0F;
-    sine_and_cosine_of(phase_from_turns(frame.tx_frequency * steps), sine, cosine);
-    const auto laps = static_cast<int32_t>(steps / subsweep.unambiguous_steps);
-    const double apparent = steps - laps * subsweep.unambiguous_steps;
-    return {static_cast<float>(apparent - subsweep.start_point), laps, amplitude * cosine, amplitude * sine};
+    sine_and_cosine_of(phase_from_turns(frame.tx_frequency * delayed), sine, cosine);
+    const auto laps = static_cast<int32_t>(delayed / subsweep.unambiguous_steps);
+    const double apparent = delayed - laps * subsweep.unambiguous_steps;
+    return {static_cast<float>(apparent - subsweep.start_point), laps, height * cosine, height * sine};
+}
+
+/**
+ * Adds the sidelobes of echoes. A ripple of a relative amplitude 2 a over frequency causes a pair of echoes
+ * of the relative amplitude a, as far before and after the true one as the ripple's period tells (H. Wheeler,
+ * "The Interpretation of Amplitude and Phase Distortion in Terms of Paired Echoes", 1939).
+ *
+ * @return the number of echoes with their sidelobes
+ */
+uint32_t add_sidelobes(const frame_signal &frame, const subsweep_signal &subsweep, echo *echoes,
+                       uint32_t count)
+{
+    if (frame.sidelobe_level == 0.0F)
+    {
+        return count;
+    }
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        echo lobe = echoes[i];
+        lobe.real *= frame.sidelobe_level;
+        lobe.imag *= frame.sidelobe_level;
+        lobe.centre -= subsweep.sidelobe_spacing;
+        echoes[count + 2U * i] = lobe;
+        lobe.centre += 2.0F * subsweep.sidelobe_spacing;
+        echoes[count + 2U * i + 1U] = lobe;
+    }
+    return 3U * count;
 }
 
 /**
@@ -125,7 +152,7 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
     if (subsweep.loops_back)
     {
         echoes[0] = echo_at(frame, subsweep, 0.0, subsweep.echo_amplitude * loopback_amplitude);
-        return 1;
+        return add_sidelobes(frame, subsweep, echoes, 1);
     }
     uint32_t count = 0;
     echoes[count++] = echo_at(frame, subsweep, 0.0, subsweep.echo_amplitude * leakage_amplitude);
@@ -136,7 +163,7 @@ uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subswe
             echoes[count++] = echo_of_target(frame, subsweep, view, i, *seen);
         }
     }
-    return count;
+    return add_sidelobes(frame, subsweep, echoes, count);
 }
 
 } // namespace zet_simulator

@@ -21,9 +21,11 @@ namespace zet_simulator
 struct view
 {
     const zet_simulator_scene_t *scene;
+    const zet_simulator_hardware_t *hardware; /**< of the sensor; null if it is ideal */
     zet_sensor_id_t sensor_id;
     double time_s;
-    uint64_t frame_key; /**< of the random numbers of the frame */
+    uint64_t session_key; /**< of the random numbers of the sensor's session ... */
+    uint64_t frame_key;   /**< ... and of the frame */
 };
 
 /** An echo. */
@@ -44,13 +46,16 @@ std::optional<sight> sight_of_target(const view &view, uint32_t target);
 echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
                     uint32_t target, const sight &seen);
 
-/** Most echoes of a sub-sweep: one per target, and the direct leakage. */
-constexpr uint32_t max_echoes = ZET_SIMULATOR_MAX_TARGETS + 1U;
+/** Keys of a frame's parts below this one are those of its noise, those from it on of the targets. */
+constexpr uint64_t first_fluctuation_part = 16;
+
+/** Most echoes of a sub-sweep: those of the targets and the direct leakage, each with two sidelobes. */
+constexpr uint32_t max_echoes = 3U * (ZET_SIMULATOR_MAX_TARGETS + 1U);
 
 /**
  * Collects the echoes of a sub-sweep.
  *
- * @param echoes  receives the echoes; has room for max_echoes
+ * @param echoes  receives the echoes, the direct leakage or the loopback first; has room for max_echoes
  * @return their number; 0 when the sub-sweep does not transmit
  */
 uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,

@@ -9,6 +9,7 @@
 #include "common/noise.h"
 #include "scene/scene.h"
 #include "sensor_library/frame_buffer.h"
+#include "sensor_library/hardware.h"
 #include "sensor_library/synthesis.h"
 
 namespace
@@ -27,23 +28,27 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
                 zet_int16_complex_t *samples)
 {
     const measurement_program &program = sensor.program;
-    const zet_simulator_scene_t &scene = board_scene();
     const double start_s = scene_time_s(measured.moment_us);
-    const uint64_t key = frame_key_of(sensor, measured.number);
-    noise_source noise = noise_start(key);
-    head.temperature = scene_temperature(scene, sensor.id, start_s);
+    view view = view_of_frame(sensor, measured.number, start_s);
+    noise_source noise = noise_start(view.frame_key);
+    head.temperature = scene_temperature(*view.scene, sensor.id, start_s);
     head.has_cca = program.listens;
-    head.cca_value = program.listens ? synthesis_listen({&scene, sensor.id, start_s, key}, noise) : 0.0F;
+    head.cca_value = program.listens ? synthesis_listen(view, noise) : 0.0F;
 
-    const frame_signal frame = signal_of_frame(sensor, head.temperature);
+    const frame_signal undisturbed = signal_of_frame(sensor, view);
+    uint32_t measurement = 0;
     for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; ++sweep)
     {
         const double offset_us = program.timing.lead_us + sweep * program.timing.sweep_period_us;
-        const view view = {&scene, sensor.id, start_s + offset_us * 1.0e-6, key};
+        view.time_s = start_s + offset_us * 1.0e-6;
+        const double drift = hardware_frequency_drift(view);
         for (uint32_t i = 0; i < program.num_subsweeps; ++i)
         {
-            head.data_saturated |= synthesis_measure(frame, program.subsweeps[i], view, noise, samples);
-            samples += program.subsweeps[i].num_points;
+            const subsweep_signal &subsweep = program.subsweeps[i];
+            frame_signal frame = undisturbed;
+            frame.tx_frequency += drift + hardware_frequency_noise(view, subsweep, measurement++);
+            head.data_saturated |= synthesis_measure(frame, subsweep, view, noise, samples);
+            samples += subsweep.num_points;
         }
     }
 }
@@ -53,17 +58,27 @@ void fill_frame(const zet_sensor &sensor, const measured_frame &measured, frame_
 namespace zet_simulator
 {
 
-uint64_t frame_key_of(const zet_sensor &sensor, uint32_t frame_number)
+view view_of_frame(const zet_sensor &sensor, uint32_t frame_number, double time_s)
 {
+    const zet_simulator_scene_t &scene = board_scene();
     const uint64_t board = scramble(board_options().seed);
     const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
-    return key_of_part(session, frame_number);
+    return {&scene,    scene_find(scene.hardware, scene.hardware_count, sensor.id),
+            sensor.id, time_s,
+            session,   key_of_part(session, frame_number)};
 }
 
-frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature)
+frame_signal signal_of_frame(const zet_sensor &sensor, const view &start)
 {
-    const uint16_t nominal = nominal_frequency_control(sensor.id, temperature);
+    const uint16_t nominal =
+        nominal_frequency_control(sensor.id, scene_temperature(*start.scene, sensor.id, start.time_s));
     frame_signal frame = sensor.program.frame;
+    if (start.hardware != nullptr)
+    {
+        const double kelvin = scene_celsius(*start.scene, sensor.id, start.time_s) -
+                              static_cast<double>(sensor.program.calibration_temperature);
+        hardware_apply(*start.hardware, kelvin, frame);
+    }
     frame.tx_frequency = frequency_of(sensor.program.tx_control, nominal);
     frame.rx_frequency = frequency_of(sensor.program.rx_control, nominal);
     return frame;

@@ -4,6 +4,7 @@
 #ifndef ZET_SIMULATOR_FRAME_H
 #define ZET_SIMULATOR_FRAME_H
 
+#include "sensor_library/echoes.h"
 #include "sensor_library/sensor.h"
 
 /** A frame while it is read. */
@@ -17,12 +18,12 @@ struct zet_simulator_frame
 namespace zet_simulator
 {
 
-/** Returns the key of the random numbers of a frame: the same in each run with the same seed, and independent
- * of that of any other frame, session, sensor and seed. */
-uint64_t frame_key_of(const zet_sensor &sensor, uint32_t frame_number);
+/** Returns what a sensor sees in a frame at a time of the scene. The keys of its random numbers are the same
+ * in each run with the same seed, and independent of those of any other frame, session, sensor and seed. */
+view view_of_frame(const zet_sensor &sensor, uint32_t frame_number, double time_s);
 
-/** Returns the values of a sensor's frame at a temperature, which changes its frequencies. */
-frame_signal signal_of_frame(const zet_sensor &sensor, int16_t temperature);
+/** Returns the values of a sensor's frame at the temperature at its start. */
+frame_signal signal_of_frame(const zet_sensor &sensor, const view &start);
 
 /**
  * Writes a measured frame in the sensor's format.

@@ -34,6 +34,9 @@ constexpr uint16_t highest_gain = 31;
 /** Base steps that a pulse covers per cycle of its duration: the pulse clock is a quarter of the carrier. */
 constexpr float steps_per_cycle = 4.0F;
 
+/** Distance of the sidelobes, in widths of the response at half height. */
+constexpr float sidelobe_widths = 2.0F;
+
 /** Returns the amplification of a gain control relative to that of the reference gain. */
 float gain_of(uint16_t control)
 {
@@ -76,8 +79,14 @@ namespace zet_simulator
 
 frame_signal frame_signal_of(const parameter_block &block, bool subtracts)
 {
-    return {1.0, 1.0, subtracts ? 0.0F : receiver_offset, static_cast<int16_t>(block.bufsat_upper_limit),
-            static_cast<int16_t>(block.bufsat_lower_limit)};
+    frame_signal frame = {};
+    frame.tx_frequency = 1.0;
+    frame.rx_frequency = 1.0;
+    frame.gain = 1.0F;
+    frame.offset = subtracts ? 0.0F : receiver_offset;
+    frame.upper_limit = static_cast<int16_t>(block.bufsat_upper_limit);
+    frame.lower_limit = static_cast<int16_t>(block.bufsat_lower_limit);
+    return frame;
 }
 
 subsweep_signal signal_of(const subsweep_config &subsweep, const subsweep_parameters &parameters,
@@ -108,6 +117,8 @@ subsweep_signal signal_of(const subsweep_config &subsweep, const subsweep_parame
                             overlap_of(reference_duration, reference_duration) *
                             detuning_factor(detuning, overlap);
     signal.half_width = width * half_width_of_full_width;
+    signal.sidelobe_spacing = sidelobe_widths * width;
+    signal.noise_of_mean = 1.0F / std::sqrt(repeats);
     signal.receiver_noise = noise * noise * rx_duration / reference_duration / repeats;
     signal.converter_noise = converter_noise * converter_noise * integrator * integrator / repeats;
     signal.unambiguous_steps = zet_simulator::unambiguous_steps(

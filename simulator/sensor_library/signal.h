@@ -46,9 +46,11 @@ struct subsweep_signal
     bool imbalance_compensation; /**< the receiver's imbalance is removed */
     float echo_amplitude;        /**< of 1 square metre at 1 metre, in units of the scale */
     float half_width;            /**< from the middle of the response to its end, in base steps */
-    float receiver_noise;        /**< variance of the receiver's noise, per part of a sample */
-    float converter_noise;       /**< variance of the converter's noise, per part of a sample */
-    double unambiguous_steps;    /**< an echo from farther away arrives after the next pulse */
+    float sidelobe_spacing;      /**< from the middle of the response to that of a sidelobe, in base steps */
+    float noise_of_mean;      /**< deviation of the mean of all pulses of a point, relative to that of one */
+    float receiver_noise;     /**< variance of the receiver's noise, per part of a sample */
+    float converter_noise;    /**< variance of the converter's noise, per part of a sample */
+    double unambiguous_steps; /**< an echo from farther away arrives after the next pulse */
 };
 
 /** Steps of the frequency control in the nominal carrier frequency: one step moves it by 1/8192. */
@@ -57,15 +59,19 @@ constexpr double frequency_control_steps = 8192.0;
 /** Values for the complete frame. */
 struct frame_signal
 {
-    double tx_frequency; /**< of the transmitter, as a multiple of the nominal carrier */
-    double rx_frequency; /**< of the receiver */
-    float offset;        /**< the receiver's constant offset, in units of the scale */
-    int32_t upper_limit; /**< end of the scale */
-    int32_t lower_limit; /**< the other end */
+    double tx_frequency;  /**< of the transmitter, as a multiple of the nominal carrier */
+    double rx_frequency;  /**< of the receiver */
+    double delay_steps;   /**< by which echoes come late, in base steps */
+    float gain;           /**< factor of all echoes */
+    float sidelobe_level; /**< amplitude of a sidelobe, relative to its echo */
+    float ringing_level;  /**< amplitude at which the leakage begins to ring, relative to the leakage */
+    float offset;         /**< the receiver's constant offset, in units of the scale */
+    int32_t upper_limit;  /**< end of the scale */
+    int32_t lower_limit;  /**< the other end */
 };
 
 /**
- * Computes the values for the complete frame, with nominal frequencies.
+ * Computes the values for the complete frame of an ideal sensor, with nominal frequencies.
  *
  * @param subtracts  whether every other measurement is subtracted in the sensor's buffer, which removes the
  *                   offset

@@ -10,7 +10,7 @@
 #include <cmath>
 
 #include "common/trigonometry.h"
-#include "scene/scene.h"
+#include "sensor_library/hardware.h"
 
 namespace
 {
@@ -32,18 +32,24 @@ struct block
     float imag[block_size];
 };
 
-/** Adds the response to one pulse: (1 - x^2)^8 is a bell curve that ends at x = 1. */
+/** Returns the response to one pulse: (1 - x^2)^8 is a bell curve that ends at x = 1. */
+inline float bell_at(float offset, float scale)
+{
+    const float inside = 1.0F - offset * offset * scale;
+    const float base = inside > 0.0F ? inside : 0.0F;
+    const float squared = base * base;
+    const float fourth = squared * squared;
+    return fourth * fourth;
+}
+
+/** Adds the response to one pulse. */
 void add_response(const echo &echo, float start, float step, float half_width, block &values, uint32_t count)
 {
     const float scale = 1.0F / (half_width * half_width);
     for (uint32_t i = 0; i < count; ++i)
     {
         const float offset = start + step * static_cast<float>(static_cast<int32_t>(i));
-        const float inside = 1.0F - offset * offset * scale;
-        const float base = inside > 0.0F ? inside : 0.0F;
-        const float squared = base * base;
-        const float fourth = squared * squared;
-        const float bell = fourth * fourth;
+        const float bell = bell_at(offset, scale);
         values.real[i] += echo.real * bell;
         values.imag[i] += echo.imag * bell;
     }
@@ -71,6 +77,52 @@ void add_echo(const echo &echo, const subsweep_signal &subsweep, float first, bl
         {
             add_response(echo, first - centre_of(lap), step, half_width, values, count);
         }
+    }
+}
+
+/** Returns a whole power of a number. */
+float power_of(float base, uint32_t exponent)
+{
+    float result = 1.0F;
+    for (; exponent > 0U; exponent >>= 1U)
+    {
+        result *= (exponent & 1U) != 0U ? base : 1.0F;
+        base *= base;
+    }
+    return result;
+}
+
+/**
+ * Adds the ringing of the leakage: the antenna is a resonator, in which an oscillation decays with exp(-2 pi
+ * d / (Q wavelength)) over the distance that an echo needs the same time for (D. Pozar, "Microwave
+ * Engineering", section 6.1). It begins as the leakage itself ends.
+ */
+void add_ringing(const frame_signal &frame, const subsweep_signal &subsweep, const echo &leakage,
+                 uint32_t first, block &values, uint32_t count)
+{
+    // exp(-pi / Q) with Q = 100: an amplitude of 1/e after 32 base steps.
+    const float decay_per_step = 0.9690724F;
+    const uint32_t inaudible_steps = 500;
+    const int32_t start = subsweep.start_point + static_cast<int32_t>(first * subsweep.step_length);
+    const auto step = static_cast<int32_t>(subsweep.step_length);
+    const int32_t skipped = start < 0 ? (-start + step - 1) / step : 0;
+    const auto nearest = static_cast<uint32_t>(start + skipped * step);
+    if (nearest > inaudible_steps)
+    {
+        return;
+    }
+    const float decay = power_of(decay_per_step, subsweep.step_length);
+    const float scale = 1.0F / (subsweep.half_width * subsweep.half_width);
+    const float offset =
+        static_cast<float>(start) - (leakage.centre + static_cast<float>(subsweep.start_point));
+    float level = frame.ringing_level * power_of(decay_per_step, nearest);
+    for (auto i = static_cast<uint32_t>(skipped); i < count; ++i)
+    {
+        const float height =
+            level * (1.0F - bell_at(offset + static_cast<float>(static_cast<int32_t>(i) * step), scale));
+        values.real[i] += leakage.real * height;
+        values.imag[i] += leakage.imag * height;
+        level *= decay;
     }
 }
 
@@ -165,8 +217,7 @@ namespace zet_simulator
 
 float noise_amplitude_of(const subsweep_signal &subsweep, const view &view)
 {
-    const float heard =
-        subsweep.loops_back ? 0.0F : scene_interference(*view.scene, view.sensor_id, view.time_s);
+    const float heard = subsweep.loops_back ? 0.0F : hardware_interference(view);
     return std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
 }
 
@@ -177,6 +228,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
     const uint32_t echo_count = echoes_collect(frame, subsweep, view, echoes);
     const float noise_amplitude = noise_amplitude_of(subsweep, view);
     const bool turns = !subsweep.phase_enhancement || frame.rx_frequency != 1.0;
+    const bool rings = frame.ringing_level > 0.0F && echo_count > 0U && !subsweep.loops_back;
     bool saturated = false;
     for (uint32_t first = 0; first < subsweep.num_points; first += block_size)
     {
@@ -187,6 +239,10 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
         for (uint32_t i = 0; i < echo_count; ++i)
         {
             add_echo(echoes[i], subsweep, first_step, values, count);
+        }
+        if (rings)
+        {
+            add_ringing(frame, subsweep, echoes[0], first, values, count);
         }
         if (turns && echo_count > 0U)
         {
@@ -216,7 +272,7 @@ float synthesis_listen(const view &view, noise_source &noise)
         }
     }
     const float own = power / static_cast<float>(2U * listen_count);
-    const float heard = own * (1.0F + scene_interference(*view.scene, view.sensor_id, view.time_s));
+    const float heard = own * (1.0F + hardware_interference(view));
     return heard - 1.0F - reach_of_noise;
 }
 

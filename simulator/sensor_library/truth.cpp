@@ -11,6 +11,7 @@
 #include "scene/scene.h"
 #include "sensor_library/echoes.h"
 #include "sensor_library/frame.h"
+#include "sensor_library/hardware.h"
 #include "sensor_library/synthesis.h"
 
 namespace
@@ -115,17 +116,18 @@ void zet_simulator_truth_of(const zet_simulator_frame_t *frame, zet_simulator_tr
     const measurement_program &program = sensor.program;
     const zet_simulator_scene_t &scene = board_scene();
     const double start_s = scene_time_s(frame->measured->moment_us);
-    const view middle = {&scene, sensor.id, middle_of(program.timing, program.sweeps_per_frame, start_s),
-                         frame_key_of(sensor, frame->measured->number)};
+    const view start = view_of_frame(sensor, frame->measured->number, start_s);
+    view middle = start;
+    middle.time_s = middle_of(program.timing, program.sweeps_per_frame, start_s);
     truth->session = board_session_number();
     truth->sensor_id = sensor.id;
     truth->tick = frame->tick;
     truth->time_s = start_s + program.timing.lead_us * microsecond_s;
     truth->temperature = scene_temperature(scene, sensor.id, start_s);
     truth->noise_power = noise_power_of(program.subsweeps[0], middle);
-    truth->interference = static_cast<double>(scene_interference(scene, sensor.id, middle.time_s));
+    truth->interference = static_cast<double>(hardware_interference(middle));
     truth->target_count = 0;
-    const frame_signal signal = signal_of_frame(sensor, truth->temperature);
+    const frame_signal signal = signal_of_frame(sensor, start);
     for (uint8_t i = 0; i < scene.target_count; ++i)
     {
         if (describe(program, signal, middle, i, truth->targets[truth->target_count]))

@@ -43,7 +43,7 @@ TEST(plan, has_the_figures_of_the_defaults)
     EXPECT_EQ(session.frame_rate, 0.0);
     EXPECT_NEAR(session.max_frame_rate, 1e6 / 394.3077, 0.01);
     EXPECT_EQ(session.payload_bytes, 640U);
-    EXPECT_EQ(session.memory_bytes, 440U + 168U + 640U);
+    EXPECT_EQ(session.memory_bytes, 488U + 168U + 640U);
     EXPECT_TRUE(session.sensors_assumed);
     EXPECT_TRUE(session.memory_assumed);
 }
