@@ -39,11 +39,24 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
     zet_vantor_server_log(level, module, text);
 }
 
+/** Returns what the sensors see. */
+zet_simulator_scene_t scene_of(const options_t &options)
+{
+    zet_simulator_scene_t scene = options.scene_path.empty()
+                                      ? *zet_simulator_default_scene()
+                                      : read_scene_file(options.scene_path, options.sensor_count);
+    if (options.ideal)
+    {
+        scene.hardware_count = 0;
+    }
+    return scene;
+}
+
 /** Describes the board to the simulator. */
 zet_simulator_options_t board_options(const options_t &options, const zet_simulator_scene_t &scene)
 {
     zet_simulator_options_t board = {};
-    board.scene = options.scene_path.empty() ? nullptr : &scene;
+    board.scene = &scene;
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
@@ -53,7 +66,7 @@ zet_simulator_options_t board_options(const options_t &options, const zet_simula
     board.log_level = ZET_LOG_LEVEL_DEBUG;
     if (!options.truth_path.empty())
     {
-        board.observer = write_truth(options, board.scene);
+        board.observer = write_truth(options, scene);
     }
     return board;
 }
@@ -100,11 +113,7 @@ bool is_memory_freed()
 int run(const options_t &options)
 {
     stderr_log_level = options.log_level;
-    zet_simulator_scene_t scene = {};
-    if (!options.scene_path.empty())
-    {
-        scene = read_scene_file(options.scene_path, options.sensor_count);
-    }
+    const zet_simulator_scene_t scene = scene_of(options);
     const std::unique_ptr<link_t> link = make_link(options);
     link->set_stall_limit(int64_t{options.stall_limit_s} * 1000000);
     // Not before, so that signals end a lookup of a host name.

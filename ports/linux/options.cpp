@@ -182,6 +182,9 @@ void add_board_options(CLI::App &app, options_t &options)
            "one by "
            "default")
         ->type_name("FILE.json");
+    app.add_flag_callback(
+        "--ideal", [&options] { options.ideal = true; },
+        "Ideal sensors: no phase noise, drift, sidelobes, ringing and bursts, whatever the scene describes");
     app.add_option_function<std::string>(
            "--truth",
            [&options](const std::string &text) { options.truth_path = parse_file_name("--truth", text); },

@@ -30,6 +30,7 @@ struct options_t
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
+    bool ideal = false;                         /**< the sensors have no imperfections */
     uint32_t stall_limit_s = 10;                /**< how long a host may accept no data; 0 for any time */
     std::string board_name = "simulated board"; /**< reported by `identify` */
     std::string board_id;                       /**< reported by `identify`; empty for none */

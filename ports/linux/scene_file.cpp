@@ -20,7 +20,7 @@ namespace
 {
 
 /** Largest scene that is read, far more than a scene can have. */
-constexpr size_t largest_scene = size_t{1} << 18;
+constexpr size_t largest_scene = size_t{1} << 19;
 
 [[noreturn]] void fail(const char *what, const std::string &path, const std::string &reason)
 {
@@ -91,7 +91,7 @@ std::string read_text(const std::string &path)
     text.resize(size);
     if (text.size() > largest_scene)
     {
-        fail("use", path, "it has more than 256 KiB");
+        fail("use", path, "it has more than 512 KiB");
     }
     if (text.find('\0') != std::string::npos)
     {

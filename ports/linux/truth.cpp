@@ -155,13 +155,13 @@ void open_file(const std::string &path)
 
 } // namespace
 
-zet_simulator_observer_t write_truth(const options_t &options, const zet_simulator_scene_t *scene)
+zet_simulator_observer_t write_truth(const options_t &options, const zet_simulator_scene_t &scene)
 {
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     open_file(options.truth_path);
     std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(scene != nullptr ? scene : zet_simulator_default_scene(), text.data());
+    zet_simulator_scene_to_json(&scene, text.data());
     session_members.clear();
     session_members += ",\"seed\":" + std::to_string(options.seed);
     session_members += std::string(",\"clock\":\"") + (options.virtual_clock ? "virtual" : "real") + "\"";

@@ -14,10 +14,10 @@
  * (docs/simulator.md). Lines are written before the frame is sent. A file that exists is begun again.
  *
  * @param options  name of the file, and what is written about sessions
- * @param scene    what the sensors see; null for the default scene. Must stay valid
+ * @param scene    what the sensors see
  * @return the observer for the simulator
  * @throws std::runtime_error if the file cannot be written
  */
-zet_simulator_observer_t write_truth(const options_t &options, const zet_simulator_scene_t *scene);
+zet_simulator_observer_t write_truth(const options_t &options, const zet_simulator_scene_t &scene);
 
 #endif

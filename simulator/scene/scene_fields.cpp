@@ -118,6 +118,20 @@ constexpr scene_field fault_fields[] = {
      highest_count},
 };
 
+using hardware_record = zet_simulator_hardware_t;
+constexpr scene_field hardware_fields[] = {
+    sensor_field(offsetof(hardware_record, sensor_id)),
+    real_field("phase_noise_rad_per_m", offsetof(hardware_record, phase_noise_rad_per_m), 0.0, 1.0),
+    real_field("phase_drift_rad_per_m", offsetof(hardware_record, phase_drift_rad_per_m), 0.0, 1.0),
+    real_field("sidelobe_level", offsetof(hardware_record, sidelobe_level), 0.0, 0.5),
+    real_field("ringing_level", offsetof(hardware_record, ringing_level), 0.0, 0.5),
+    real_field("delay_drift_mm_per_k", offsetof(hardware_record, delay_drift_mm_per_k), -10.0, 10.0),
+    real_field("gain_drift_per_k", offsetof(hardware_record, gain_drift_per_k), -0.02, 0.02),
+    real_field("bursts_per_s", offsetof(hardware_record, bursts_per_s), 0.0, 1000.0),
+    real_field("burst_s", offsetof(hardware_record, burst_s), 0.0, 1.0),
+    real_field("burst_strength", offsetof(hardware_record, burst_strength), 0.0, 1.0e6),
+};
+
 /** Returns the number of rows of a table of fields. */
 template <size_t count> constexpr uint8_t count_of(const scene_field (&)[count])
 {
@@ -270,6 +284,18 @@ bool is_consistent(const fault_record &fault, uint32_t index, const message &err
     return true;
 }
 
+/** Checks the fields of hardware against each other. */
+bool is_consistent(const hardware_record &hardware, uint32_t index, const message &error)
+{
+    const float share = hardware.bursts_per_s * hardware.burst_s;
+    if (hardware.bursts_per_s > 0.0F && (share == 0.0F || share > 1.0F))
+    {
+        return refuse(error, "hardware[%lu].burst_s must be more than 0 and at most 1 / bursts_per_s",
+                      static_cast<unsigned long>(index));
+    }
+    return true;
+}
+
 /** Checks the fields of each entry against each other. */
 bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &error)
 {
@@ -290,6 +316,13 @@ bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &e
     for (uint32_t i = 0; i < scene.fault_count; ++i)
     {
         if (!is_consistent(scene.faults[i], i, error))
+        {
+            return false;
+        }
+    }
+    for (uint32_t i = 0; i < scene.hardware_count; ++i)
+    {
+        if (!is_consistent(scene.hardware[i], i, error))
         {
             return false;
         }
@@ -365,11 +398,15 @@ const scene_section scene_sections[scene_section_count] = {
      ZET_SIMULATOR_MAX_TEMPERATURES, count_of(temperature_fields), temperature_fields},
     {"faults", offsetof(zet_simulator_scene_t, fault_count), offsetof(zet_simulator_scene_t, faults),
      sizeof(fault_record), ZET_SIMULATOR_MAX_FAULTS, count_of(fault_fields), fault_fields},
+    {"hardware", offsetof(zet_simulator_scene_t, hardware_count), offsetof(zet_simulator_scene_t, hardware),
+     sizeof(hardware_record), ZET_SIMULATOR_MAX_HARDWARE, count_of(hardware_fields), hardware_fields},
 #ifndef ZET_SIMULATOR_SMALL_SCENE
     {"sensors", offsetof(zet_simulator_scene_t, pose_count), offsetof(zet_simulator_scene_t, poses),
      sizeof(pose_record), ZET_SIMULATOR_MAX_POSES, count_of(pose_fields), pose_fields},
 #endif
 };
+
+const scene_section &scene_hardware = scene_sections[4];
 
 #ifndef ZET_SIMULATOR_SMALL_SCENE
 const scene_section scene_oscillations = {"oscillations",

@@ -47,13 +47,18 @@ struct scene_section
 };
 
 #ifdef ZET_SIMULATOR_SMALL_SCENE
-constexpr size_t scene_section_count = 4;
-#else
 constexpr size_t scene_section_count = 5;
+#else
+constexpr size_t scene_section_count = 6;
 #endif
 
 /** The lists of a scene. The first field of their entries is the number of the sensor. */
 extern const scene_section scene_sections[scene_section_count];
+
+/** The list of hardware, one of scene_sections. Its entries have defaults, and all of their fields are
+ * written.
+ */
+extern const scene_section &scene_hardware;
 
 /** The oscillations of all targets; in a scene file, each target has its own list of this name. */
 extern const scene_section scene_oscillations;
@@ -70,6 +75,9 @@ constexpr uint32_t scene_fluctuation_word_count = ZET_SIMULATOR_FLUCTUATION_SWER
 
 /** The word for each kind of fluctuation in a scene file. */
 extern const char *const scene_fluctuation_words[scene_fluctuation_word_count];
+
+/** The word for a scene with ideal sensors, instead of a list of hardware. */
+constexpr const char *scene_ideal_word = "ideal";
 
 /** Returns the number of entries of a list. */
 uint16_t scene_count_get(const zet_simulator_scene_t &scene, const scene_section &section);

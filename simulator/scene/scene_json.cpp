@@ -207,6 +207,10 @@ bool read_next(const char *owner, uint32_t index, const scene_section &section, 
                       owner[0] != '\0' ? " in all targets together" : "");
     }
     scene_count_set(scene, section, static_cast<uint16_t>(count + 1U));
+    if (&section == &scene_hardware)
+    {
+        scene.hardware[count] = zet_simulator_default_hardware();
+    }
     return read_fields({owner, section, index, scene_entry(scene, section, count)}, object, error);
 }
 
@@ -277,13 +281,25 @@ bool has_both_bounds_or_none(const entry &entry, const cJSON *object, const mess
                         error);
 }
 
+/** Returns whether a list of hardware is replaced by the word for ideal sensors. */
+bool is_ideal(const scene_section &section, const cJSON *item)
+{
+    return &section == &scene_hardware && cJSON_IsString(item) &&
+           std::strcmp(item->valuestring, scene_ideal_word) == 0;
+}
+
 /** Reads one list of the scene. */
 bool read_section(const scene_section &section, const cJSON *array, zet_simulator_scene_t &scene,
                   const message &error)
 {
+    if (is_ideal(section, array))
+    {
+        return true;
+    }
     if (!cJSON_IsArray(array))
     {
-        return refuse(error, "%s must be an array", section.name);
+        return refuse(error, "%s must be an array%s", section.name,
+                      &section == &scene_hardware ? " or \"ideal\"" : "");
     }
     uint32_t index = 0;
     for (const cJSON *object = array->child; object != nullptr; object = object->next)
@@ -374,7 +390,7 @@ bool read_member(const cJSON *document, const cJSON *item, uint32_t &given, zet_
     return refuse(
         error,
         "the scene has an unknown or repeated key \"%.32s\"; the keys are description (a string) and the "
-        "arrays targets, bodies, sensors, interferers, temperatures, faults",
+        "arrays targets, bodies, sensors, interferers, temperatures, faults, hardware",
         item->string);
 }
 
@@ -394,6 +410,16 @@ bool refuse_text(const char *text, const char *place, const message &error)
                   column);
 }
 
+/** Adds the hardware of a scene that describes none. */
+void add_default_hardware(const cJSON *document, zet_simulator_scene_t &scene)
+{
+    if (!has_key(document, scene_hardware.name))
+    {
+        scene.hardware_count = 1;
+        scene.hardware[0] = zet_simulator_default_hardware();
+    }
+}
+
 /** Reads the document. */
 bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const message &error)
 {
@@ -409,6 +435,7 @@ bool read_document(const cJSON *document, zet_simulator_scene_t &scene, const me
             return false;
         }
     }
+    add_default_hardware(document, scene);
     return read_bodies(cJSON_GetObjectItemCaseSensitive(document, "bodies"), scene, error) &&
            zet_simulator_scene_is_valid(&scene, error.text, error.size);
 }

@@ -168,28 +168,47 @@ void write_target(text_writer &text, const zet_simulator_scene_t &scene, const u
     write_track(text, scene, target);
 }
 
+/** Adds an entry of a list of the scene. */
+void write_entry(text_writer &text, const zet_simulator_scene_t &scene, const scene_section &section,
+                 const unsigned char *record)
+{
+    if (&section == &scene_sections[0])
+    {
+        write_target(text, scene, record);
+        return;
+    }
+    // A missing value of hardware is its default.
+    const bool is_hardware = &section == &scene_hardware;
+    write_fields(text, section, record, [&](const scene_field &field, double value) {
+        return value != 0.0 || (is_hardware && &field != &section.fields[0]);
+    });
+}
+
+/** Adds a list of the scene. */
+void write_section(text_writer &text, const zet_simulator_scene_t &scene, const scene_section &section)
+{
+    const uint32_t count = scene_count_get(scene, section);
+    if (&section == &scene_hardware && count == 0U)
+    {
+        text.add("\"").add(section.name).add("\":\"").add(scene_ideal_word).add("\"");
+        return;
+    }
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&scene);
+    write_list(text, section, bytes + section.entries_offset, count,
+               [&](const unsigned char *record) { write_entry(text, scene, section, record); });
+}
+
 } // namespace
 
 void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
 {
     text_writer document(text, ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    const auto *bytes = reinterpret_cast<const unsigned char *>(scene);
     const char *separator = "{";
     for (const scene_section &section : scene_sections)
     {
         document.add(separator);
         separator = ",";
-        write_list(document, section, bytes + section.entries_offset, scene_count_get(*scene, section),
-                   [&](const unsigned char *record) {
-                       if (&section == &scene_sections[0])
-                       {
-                           write_target(document, *scene, record);
-                       }
-                       else
-                       {
-                           write_fields(document, section, record, is_not_zero);
-                       }
-                   });
+        write_section(document, *scene, section);
     }
     document.add("}");
 }

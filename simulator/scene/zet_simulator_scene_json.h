@@ -23,7 +23,7 @@ bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scen
                                    size_t error_size);
 
 /** Size of a text that has room for every scene. */
-#define ZET_SIMULATOR_SCENE_TEXT_SIZE 262144U
+#define ZET_SIMULATOR_SCENE_TEXT_SIZE 524288U
 
 /**
  * Writes a scene as a JSON document without spaces and line feeds, which zet_simulator_scene_from_json()

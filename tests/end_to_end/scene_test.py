@@ -56,7 +56,7 @@ class Files(SceneTest):
         os.mkfifo(pipe)
         for path in (pipe, "/dev/zero", "/dev/null"):
             self.assertIn(f'cannot read the scene "{path}": it is not a regular file\n', self.refusal(path))
-        for content, fault in ((" " * (2**18 + 1), "it has more than 256 KiB\n"), ("{}\0{", "it contains a null byte\n"),
+        for content, fault in ((" " * (2**19 + 1), "it has more than 512 KiB\n"), ("{}\0{", "it contains a null byte\n"),
                                ("", "the scene is not JSON; the error is at or before line 1, column 1\n"),
                                ('{"targets": [{"distance_m": 1, "strength_m2": 1, "sensor": 6}]}',
                                 "targets[0].sensor is 6, but the number of sensors on the board is 5\n")):

@@ -47,6 +47,11 @@ def largest_scene():
             "interferers": [{"strength": 0.0123456789, "start_s": 1.12345678} for _ in range(8)],
             "temperatures": [{"celsius": 25.1234567}],
             "faults": [{"sensor": 2, "kind": "failing_calibration", "skip": 100000000} for _ in range(16)],
+            "hardware": [{"phase_noise_rad_per_m": 0.0123456789, "phase_drift_rad_per_m": 0.00123456789,
+                          "sidelobe_level": 0.0123456789, "ringing_level": 0.0123456789,
+                          "delay_drift_mm_per_k": -0.123456789, "gain_drift_per_k": -0.00123456789,
+                          "bursts_per_s": 0.123456789, "burst_s": 0.0123456789, "burst_strength": 12.3456789}
+                         for _ in range(64)],
             "sensors": [entry("x_m", "y_m", "z_m", "direction_x", "direction_z") | {"direction_y": 0.987654321}
                         for _ in range(64)]}
 
@@ -62,7 +67,8 @@ class TruthTest(unittest.TestCase):
 
     SCENE = {"targets": [{"distance_m": 0.5, "strength_m2": 0.05, "velocity_m_s": 0.05},
                          {"distance_m": 1.1, "strength_m2": 2, "sensor": 1},
-                         {"distance_m": 9, "strength_m2": 100}]}
+                         {"distance_m": 9, "strength_m2": 100}],
+             "hardware": "ideal"}
     CONFIG = {"update_rate": 100,
               "groups": [[{"sensor_id": 1, "config": {"start_point": 100, "num_points": 400, "profile": 2,
                                                       "receiver_gain": 8, "hwaas": 64}},
@@ -125,6 +131,15 @@ class Files(TruthTest):
             self.assertEqual(scene["targets"][1], {"distance_m": 1.2, "strength_m2": 0.5,
                                                    "oscillation_amplitude_m": 0.004,
                                                    "oscillation_frequency_hz": 0.25})
+            self.assertEqual(scene["hardware"][0]["sidelobe_level"], 0.02)
+
+    def test_ideal_sensors_have_no_hardware(self):
+        disturbed = self.write("disturbed.json", {"hardware": [{"ringing_level": 0.5}]})
+        for arguments in ([], ["--scene", disturbed]):
+            with Server("--tcp", "0", "--truth", self.truth, "--ideal", *arguments) as server, \
+                    server.connect() as host:
+                host.ask("configure", configuration=self.CONFIG)
+                self.assertEqual(lines_of(self.truth)[0]["scene"]["hardware"], "ideal")
 
     def test_a_file_that_cannot_be_written_is_refused(self):
         pipe = self.path("pipe")

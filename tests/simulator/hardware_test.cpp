@@ -1,19 +1,24 @@
 /** @file
  * What is not ideal in a sensor, compared with its laws.
  */
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
+#include "zet_simulator_scene_json.h"
 
 namespace
 {
+
+using testing::HasSubstr;
 
 constexpr double pi = 3.14159265358979323846;
 constexpr double meters_per_step = 0.0025;
@@ -297,6 +302,72 @@ TEST(hardware, without_effects_is_ideal)
     EXPECT_EQ(samples_of(other, 1.0, 8, 20), samples_of(none, 1.0, 8, 20));
     other.hardware[0].sensor_id = 1;
     EXPECT_NE(samples_of(other, 1.0, 8, 20), samples_of(none, 1.0, 8, 20));
+}
+
+/** Reads a scene that must be valid. */
+zet_simulator_scene_t scene_of(const std::string &text)
+{
+    zet_simulator_scene_t scene;
+    char error[512] = "";
+    EXPECT_TRUE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << error;
+    return scene;
+}
+
+/** A scene as text. */
+std::string text_of(const zet_simulator_scene_t &scene)
+{
+    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
+    zet_simulator_scene_to_json(&scene, text.data());
+    return text.data();
+}
+
+TEST(hardware, has_assumed_values_unless_a_scene_file_gives_others)
+{
+    const zet_simulator_hardware_t usual = zet_simulator_default_hardware();
+    const zet_simulator_scene_t plain = scene_of("{}");
+    ASSERT_EQ(plain.hardware_count, 1);
+    EXPECT_EQ(plain.hardware[0].phase_noise_rad_per_m, usual.phase_noise_rad_per_m);
+    EXPECT_EQ(zet_simulator_default_scene()->hardware_count, 1);
+    EXPECT_EQ(scene_of(R"({"hardware": "ideal"})").hardware_count, 0);
+    EXPECT_EQ(scene_of(R"({"hardware": []})").hardware_count, 0);
+    const zet_simulator_scene_t partly = scene_of(R"({"hardware": [{"sensor": 2, "ringing_level": 0}]})");
+    ASSERT_EQ(partly.hardware_count, 1);
+    EXPECT_EQ(partly.hardware[0].sensor_id, 2U);
+    EXPECT_EQ(partly.hardware[0].ringing_level, 0.0F);
+    EXPECT_EQ(partly.hardware[0].sidelobe_level, usual.sidelobe_level);
+}
+
+TEST(hardware, is_read_as_it_was_written)
+{
+    for (const char *text :
+         {R"({"hardware": "ideal"})", R"({"hardware": [{"phase_noise_rad_per_m": 0}]})", "{}"})
+    {
+        const zet_simulator_scene_t scene = scene_of(text);
+        const zet_simulator_scene_t again = scene_of(text_of(scene));
+        EXPECT_EQ(text_of(again), text_of(scene));
+        EXPECT_EQ(again.hardware_count, scene.hardware_count);
+        EXPECT_EQ(again.hardware[0].phase_noise_rad_per_m, scene.hardware[0].phase_noise_rad_per_m);
+    }
+    EXPECT_THAT(text_of(empty_scene()), HasSubstr(R"("hardware":"ideal")"));
+}
+
+TEST(hardware, that_is_wrong_is_refused)
+{
+    const auto fault_of = [](const char *text) {
+        zet_simulator_scene_t scene;
+        char error[512] = "";
+        EXPECT_FALSE(zet_simulator_scene_from_json(text, &scene, error, sizeof(error)));
+        return std::string(error);
+    };
+    EXPECT_THAT(fault_of(R"({"hardware": "perfect"})"), HasSubstr("hardware must be an array or \"ideal\""));
+    EXPECT_THAT(fault_of(R"({"hardware": [{"sidelobe_level": 2}]})"),
+                HasSubstr("hardware[0].sidelobe_level is 2, but must be a number from 0 to 0.5"));
+    for (const char *text : {R"({"hardware": [{"bursts_per_s": 10, "burst_s": 0}]})",
+                             R"({"hardware": [{"bursts_per_s": 10, "burst_s": 0.2}]})"})
+    {
+        EXPECT_THAT(fault_of(text),
+                    HasSubstr("hardware[0].burst_s must be more than 0 and at most 1 / bursts_per_s"));
+    }
 }
 
 } // namespace

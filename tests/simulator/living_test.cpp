@@ -181,9 +181,10 @@ TEST(living, a_beam_halves_the_power_at_half_its_width_on_each_way)
 /** Levels of a target with fluctuation "kind" in many frames, squared and divided by those without. */
 std::vector<double> relative_powers(const char *kind, zet_sensor_id_t sensor_id = 1, uint64_t seed = 1)
 {
-    const zet_simulator_scene_t scene =
-        scene_of(std::string(R"({"targets": [{"distance_m": 0.5, "strength_m2": 0.04, "fluctuation": ")") +
-                 kind + "\"}]}");
+    const zet_simulator_scene_t scene = scene_of(
+        std::string(
+            R"({"hardware": "ideal", "targets": [{"distance_m": 0.5, "strength_m2": 0.04, "fluctuation": ")") +
+        kind + "\"}]}");
     const simulation simulation(2, &scene, seed);
     simulated_sensor sensor(sensor_id);
     zet_config_subsweep_start_point_set(sensor.config, 200, 0);
@@ -242,8 +243,9 @@ TEST(living, cross_sections_fluctuate_as_swerling_has_described)
 TEST(living, the_echo_of_a_surface_falls_with_the_distance_only)
 {
     const auto level_at = [](const char *distance) {
-        const zet_simulator_scene_t scene =
-            scene_of(std::string(R"({"targets": [{"reflectivity": 0.2, "distance_m": )") + distance + "}]}");
+        const zet_simulator_scene_t scene = scene_of(
+            std::string(R"({"hardware": "ideal", "targets": [{"reflectivity": 0.2, "distance_m": )") +
+            distance + "}]}");
         const simulation simulation(1, &scene);
         simulated_sensor sensor;
         const auto start = static_cast<int32_t>(std::lround(std::stod(distance) / 0.0025));

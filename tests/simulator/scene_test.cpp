@@ -373,11 +373,11 @@ const invalid_scene invalid_scenes[] = {
     {"unknown_key", R"({"target": []})",
      "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
      "arrays "
-     "targets, bodies, sensors, interferers, temperatures, faults"},
+     "targets, bodies, sensors, interferers, temperatures, faults, hardware"},
     {"repeated_key", R"({"faults": [], "faults": []})",
      "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
      "arrays "
-     "targets, bodies, sensors, interferers, temperatures, faults"},
+     "targets, bodies, sensors, interferers, temperatures, faults, hardware"},
     {"not_an_array", R"({"targets": {}})", "targets must be an array"},
     {"not_an_object", R"({"targets": [3]})", "targets[0] must be an object"},
     {"missing_key", R"({"targets": [{"distance_m": 1}]})",

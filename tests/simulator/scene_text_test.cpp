@@ -116,9 +116,20 @@ TEST(scene_text, has_every_field)
         R"("interferers":[{"sensor":1,"strength":2,"start_s":3,"duration_s":4,"period_s":5}],)"
         R"("temperatures":[{"celsius":0},{"sensor":1,"celsius":20,"drift_celsius_per_s":-0.5}],)"
         R"("faults":[{"sensor":1,"kind":"slow_link","skip":2,"count":3,"bytes_per_second":4}],)"
+        R"("hardware":[{"sensor":1,"phase_noise_rad_per_m":0.5,"phase_drift_rad_per_m":0,"sidelobe_level":0.25,)"
+        R"("ringing_level":0.125,"delay_drift_mm_per_k":-2,"gain_drift_per_k":0.01,"bursts_per_s":4,)"
+        R"("burst_s":0.25,"burst_strength":100}],)"
         R"("sensors":[{},{"sensor":1,"x_m":1,"y_m":2,"z_m":3,"direction_x":0.1,"direction_y":0.2,)"
         R"("direction_z":0.3,"beam_deg":70}]})";
     EXPECT_EQ(text_of(scene_of(text)), text);
+}
+
+TEST(scene_text, has_hardware_or_the_word_for_none)
+{
+    EXPECT_EQ(text_of(scene_of(R"({"hardware":"ideal"})")), text_of({}));
+    const std::string usual = text_of(scene_of("{}"));
+    EXPECT_NE(usual.find(R"("hardware":[{"phase_noise_rad_per_m":0.01,)"), std::string::npos) << usual;
+    EXPECT_EQ(text_of(scene_of(usual)), usual);
 }
 
 TEST(scene_text, has_numbers_that_are_read_as_the_same_ones)
@@ -142,6 +153,8 @@ TEST(scene_text, has_room_for_every_scene)
         fill(scene.poses, {4294967295U, {longest, longest, longest}, {longest, longest, longest}, longest});
     scene.interferer_count = fill(scene.interferers, {4294967295U, longest, longest, longest, longest});
     scene.temperature_count = fill(scene.temperatures, {4294967295U, longest, longest});
+    scene.hardware_count = fill(scene.hardware, {4294967295U, longest, longest, longest, longest, longest,
+                                                 longest, longest, longest, longest});
     scene.fault_count = fill(scene.faults, {4294967295U, ZET_SIMULATOR_FAULT_FAILING_CALIBRATION, 4294967295U,
                                             4294967295U, 4294967295U});
     const std::string text = text_of(scene);
