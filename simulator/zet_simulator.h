@@ -61,6 +61,11 @@ typedef struct
      * Null to sleep on the clock. */
     bool (*wait_until_us)(uint64_t time_us);
     zet_simulator_observer_t observer; /**< all null for none */
+    /** Time of the scene in microseconds, for boards that see one scene; a time below 0 counts as 0. Null for
+     * a scene that starts with the first frame of each session. */
+    int64_t (*scene_now_us)(void);
+    uint16_t board; /**< number of this board if several see one scene, otherwise 0; with the same seed, the
+                       noise of several boards is independent */
 } zet_simulator_options_t;
 
 /**

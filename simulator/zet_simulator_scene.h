@@ -82,6 +82,7 @@ typedef struct
 typedef struct
 {
     zet_sensor_id_t sensor_id; /**< the sensor; 0 for every sensor */
+    uint32_t board;            /**< the board, if several boards see the scene; 0 for every board */
     float place_m[3];          /**< x, y, z in metres */
     float direction[3];        /**< where it looks, a vector of any length; all 0 for along y */
     float beam_deg;            /**< one-way width of its beam at half power; 0 for no pattern */
@@ -229,6 +230,20 @@ bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *erro
  */
 bool zet_simulator_scene_fits_board(const zet_simulator_scene_t *scene, uint16_t sensor_count, char *error,
                                     size_t error_size);
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+/**
+ * Removes the positions of sensors that belong to other boards.
+ *
+ * @param scene       a valid scene
+ * @param board       number of this board, if several see the scene; otherwise 0
+ * @param error       receives one sentence that says what is missing
+ * @param error_size  size of @p error in bytes; 256 is enough for every sentence
+ * @return false when the scene has entries for other boards but none for this one
+ */
+bool zet_simulator_scene_select_board(zet_simulator_scene_t *scene, uint16_t board, char *error,
+                                      size_t error_size);
+#endif
 
 #ifdef __cplusplus
 }

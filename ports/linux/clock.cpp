@@ -4,6 +4,7 @@
 #include "clock.h"
 
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace
@@ -28,10 +29,25 @@ void sleep_until_us(uint64_t time_us)
     std::this_thread::sleep_until(start_time() + std::chrono::microseconds(time_us));
 }
 
+int64_t scene_start_us = 0;
+
+int64_t since_scene_start_us()
+{
+    const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count() - scene_start_us;
+}
+
 } // namespace
 
 zet_simulator_clock_t real_clock()
 {
     start_time();
     return {now_us, sleep_until_us};
+}
+
+signed_clock_t *clock_since(double start_s)
+{
+    const double us_per_s = 1.0e6;
+    scene_start_us = std::llround(start_s * us_per_s);
+    return since_scene_start_us;
 }

@@ -42,9 +42,9 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
 /** Returns what the sensors see. */
 zet_simulator_scene_t scene_of(const options_t &options)
 {
-    zet_simulator_scene_t scene = options.scene_path.empty()
-                                      ? *zet_simulator_default_scene()
-                                      : read_scene_file(options.scene_path, options.sensor_count);
+    zet_simulator_scene_t scene =
+        options.scene_path.empty() ? *zet_simulator_default_scene()
+                                   : read_scene_file(options.scene_path, options.sensor_count, options.board);
     if (options.ideal)
     {
         scene.hardware_count = 0;
@@ -59,6 +59,8 @@ zet_simulator_options_t board_options(const options_t &options, const zet_simula
     board.scene = &scene;
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
+    board.board = options.board;
+    board.scene_now_us = options.scene_start_s ? clock_since(*options.scene_start_s) : nullptr;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
     // On a virtual clock no wait takes time.
     board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;

@@ -170,6 +170,21 @@ bool parse_clock(const std::string &text)
     return text == "virtual";
 }
 
+/** Parses a time in seconds since 1970. */
+double parse_scene_start(const std::string &text)
+{
+    constexpr double latest_s = 1.0e11;
+    double value = 0.0;
+    const char *const end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
+    if (failure != std::errc{} || stop != end || !(value >= 0.0 && value <= latest_s))
+    {
+        throw CLI::ValidationError("--scene-start",
+                                   "\"" + text + "\" is not a number of seconds from 0 to 100000000000");
+    }
+    return value;
+}
+
 /** Adds the options that describe the simulated board. */
 void add_board_options(CLI::App &app, options_t &options)
 {
@@ -182,6 +197,16 @@ void add_board_options(CLI::App &app, options_t &options)
            "one by "
            "default")
         ->type_name("FILE.json");
+    add_number(app, "--board", options.board,
+               "Number of this board, if several boards see one scene, 1 to 65535; 0 for the only one", 0,
+               UINT16_MAX);
+    app.add_option_function<std::string>(
+           "--scene-start",
+           [&options](const std::string &text) { options.scene_start_s = parse_scene_start(text); },
+           "When the scene starts, for all sessions of all boards that see it: seconds since 1970-01-01 UTC, "
+           "such "
+           "as those of `date +%s`; with each session by default")
+        ->type_name("SECONDS");
     app.add_flag_callback(
         "--ideal", [&options] { options.ideal = true; },
         "Ideal sensors: no phase noise, drift, sidelobes, ringing and bursts, whatever the scene describes");
@@ -278,6 +303,15 @@ void check_values(const CLI::App &app, const std::vector<const char *> &words)
     }
 }
 
+/** Rejects a scene with the time of the wall's clock on a virtual clock. */
+void check_scene_start(const options_t &options)
+{
+    if (options.virtual_clock && options.scene_start_s)
+    {
+        throw CLI::ValidationError("--scene-start needs the real clock; remove --clock virtual");
+    }
+}
+
 /** Describes what is wrong with the command line: unexpected arguments first, in their order. */
 std::string describe(const CLI::App &app, const CLI::ParseError &failure)
 {
@@ -320,6 +354,7 @@ options_result_t parse_options(int argc, char **argv, options_t &options)
     {
         check_values(app, {argv + 1, argv + argc});
         app.parse(argc, argv);
+        check_scene_start(options);
     }
     catch (const CLI::ParseError &failure)
     {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "zet_definitions_common.h"
@@ -27,6 +28,7 @@ struct options_t
     uint16_t tcp_port = 0;
     std::string socket_path; /**< of a local link */
     uint16_t sensor_count = 5;
+    uint16_t board = 0; /**< number of the board in its scene; 0 for the only one */
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
@@ -35,7 +37,9 @@ struct options_t
     std::string board_name = "simulated board"; /**< reported by `identify` */
     std::string board_id;                       /**< reported by `identify`; empty for none */
     std::string scene_path;                     /**< empty for the built-in scene */
-    std::string truth_path;                     /**< where the truth is written; empty for nowhere */
+    std::optional<double>
+        scene_start_s;      /**< when the scene starts, since 1970 UTC; with each session if empty */
+    std::string truth_path; /**< where the truth is written; empty for nowhere */
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
 

@@ -126,7 +126,7 @@ std::string example_text(const std::string &name)
 
 } // namespace
 
-zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count)
+zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count, uint16_t board)
 {
     const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
     const std::string text = is_example ? example_text(path) : read_text(path);
@@ -136,6 +136,10 @@ zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_c
         !zet_simulator_scene_fits_board(&scene, sensor_count, fault.data(), fault.size()))
     {
         fail("use", path, fault.data());
+    }
+    if (!zet_simulator_scene_select_board(&scene, board, fault.data(), fault.size()))
+    {
+        fail("use", path, std::string(fault.data()) + "; --board gives the number of this board");
     }
     return scene;
 }

@@ -164,6 +164,11 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
     zet_simulator_scene_to_json(&scene, text.data());
     session_members.clear();
     session_members += ",\"seed\":" + std::to_string(options.seed);
+    session_members += options.board > 0 ? ",\"board\":" + std::to_string(options.board) : "";
+    if (options.scene_start_s)
+    {
+        add_long(session_members, "scene_start_s", *options.scene_start_s);
+    }
     session_members += std::string(",\"clock\":\"") + (options.virtual_clock ? "virtual" : "real") + "\"";
     session_members += ",\"sensors\":" + std::to_string(options.sensor_count);
     session_members += std::string(",\"scene\":") + text.data();

@@ -5,6 +5,7 @@
 #include "board/board.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "zet_hal_integration_k330.h"
@@ -52,6 +53,16 @@ void reset(board_sensor &sensor)
 {
     ++sensor.reset_count;
     sensor.interrupt.clock_us = no_interrupt;
+}
+
+/** Returns when the scene starts, on the board's clock: at a given time unless the scene has a clock of its
+ * own.
+ */
+double scene_start_us(double otherwise_us)
+{
+    const auto scene_now_us = the_board.options.scene_now_us;
+    return scene_now_us != nullptr ? static_cast<double>(board_now_us()) - static_cast<double>(scene_now_us())
+                                   : otherwise_us;
 }
 
 /** Returns whether a fault of the scene is of a kind and affects a sensor. */
@@ -165,7 +176,8 @@ void board_count_handle()
     {
         return;
     }
-    session.scene_started = false;
+    session.has_frames = false;
+    session.scene_start_us = scene_start_us(HUGE_VAL);
     ++the_board.session_count;
     if (the_board.options.observer.session != nullptr)
     {
@@ -193,11 +205,12 @@ instant board_now()
 
 void board_start_scene()
 {
-    if (!the_board.session.scene_started)
+    if (!the_board.session.has_frames)
     {
+        the_board.session.has_frames = true;
         the_board.ideal_us = board_now_us();
-        the_board.session.scene_started = true;
-        the_board.session.scene_start_us = the_board.ideal_us;
+        const auto now_us = static_cast<double>(the_board.ideal_us);
+        the_board.session.scene_start_us = scene_start_us(now_us);
     }
 }
 

@@ -34,12 +34,15 @@ struct board_sensor
     uint32_t tick;          /**< of its last interrupt, as the port has noted it */
 };
 
-/** What the sensors of a session have in common. It begins with a handle while there is no other. */
+/** What the sensors of a session have in common. A session begins when a handle is created and no other
+ * exists.
+ */
 struct board_session
 {
     uint32_t handle_count;
-    bool scene_started;
-    uint64_t scene_start_us; /**< start of the first frame */
+    bool has_frames;
+    double scene_start_us; /**< when the time of the scene was 0, on the board's clock; infinite if that is
+                              not known before the first frame */
 };
 
 /** Returns the sensor position of an id; null when there is none. */
@@ -69,7 +72,8 @@ uint64_t board_now_us();
 /** Returns the current time on both clocks. */
 instant board_now();
 
-/** Starts the scene of the current session unless it has started. Both clocks agree then. */
+/** Notes that the current session measures a frame. With the first one its scene starts, unless the scene has
+ * a clock of its own, and both clocks agree then. */
 void board_start_scene();
 
 /** Sleeps for a time, in microseconds, on the board's clock. */

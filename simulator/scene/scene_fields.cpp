@@ -81,6 +81,7 @@ constexpr scene_field keyframe_fields[] = {
 using pose_record = zet_simulator_pose_t;
 constexpr scene_field pose_fields[] = {
     sensor_field(offsetof(pose_record, sensor_id)),
+    {"board", offsetof(pose_record, board), field_type::whole, false, 0.0, UINT16_MAX},
     real_field("x_m", offsetof(pose_record, place_m[0]), -farthest_m, farthest_m),
     real_field("y_m", offsetof(pose_record, place_m[1]), -farthest_m, farthest_m),
     real_field("z_m", offsetof(pose_record, place_m[2]), -farthest_m, farthest_m),
@@ -545,3 +546,28 @@ bool zet_simulator_scene_fits_board(const zet_simulator_scene_t *scene, uint16_t
     }
     return true;
 }
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+bool zet_simulator_scene_select_board(zet_simulator_scene_t *scene, uint16_t board, char *error,
+                                      size_t error_size)
+{
+    uint32_t other_board = 0;
+    bool has_own = false;
+    uint16_t kept = 0;
+    for (uint32_t i = 0; i < scene->pose_count; ++i)
+    {
+        const zet_simulator_pose_t pose = scene->poses[i];
+        if (pose.board != 0U && pose.board != board)
+        {
+            other_board = pose.board;
+            continue;
+        }
+        has_own |= pose.board != 0U;
+        scene->poses[kept++] = pose;
+    }
+    scene->pose_count = kept;
+    return has_own || other_board == 0U ||
+           refuse({error, error_size}, "sensors has entries for boards, such as %lu, but none for board %u",
+                  static_cast<unsigned long>(other_board), static_cast<unsigned>(board));
+}
+#endif

@@ -17,6 +17,9 @@ namespace
 
 using namespace zet_simulator;
 
+/** Parts of a seed's key up to this one are those of sensors, the others of boards. */
+constexpr uint64_t first_board_part = uint64_t{1} << 32U;
+
 /** Returns the carrier frequency for a frequency control, as a multiple of the nominal frequency. */
 double frequency_of(uint16_t control, uint16_t nominal)
 {
@@ -61,7 +64,9 @@ namespace zet_simulator
 view view_of_frame(const zet_sensor &sensor, uint32_t frame_number, double time_s)
 {
     const zet_simulator_scene_t &scene = board_scene();
-    const uint64_t board = scramble(board_options().seed);
+    const zet_simulator_options_t &options = board_options();
+    const uint64_t seed = scramble(options.seed);
+    const uint64_t board = options.board > 0U ? key_of_part(seed, first_board_part + options.board) : seed;
     const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
     return {&scene,    scene_find(scene.hardware, scene.hardware_count, sensor.id),
             sensor.id, time_s,

@@ -3,6 +3,8 @@
  */
 #include "sensor_library/sensor.h"
 
+#include <algorithm>
+
 #include "board/board.h"
 #include "scene/scene.h"
 #include "sensor_library/frame_buffer.h"
@@ -150,9 +152,7 @@ void sensor_forget_measurements(zet_sensor &sensor)
 double scene_time_s(double moment_us)
 {
     const double seconds_per_us = 1.0e-6;
-    const board_session &session = board_current_session();
-    const double since_start_us = moment_us - static_cast<double>(session.scene_start_us);
-    return session.scene_started && since_start_us > 0.0 ? since_start_us * seconds_per_us : 0.0;
+    return std::max(moment_us - board_current_session().scene_start_us, 0.0) * seconds_per_us;
 }
 
 int16_t sensor_temperature(const zet_sensor &sensor)

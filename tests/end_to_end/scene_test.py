@@ -1,9 +1,11 @@
 """The effects of a scene on a host: echoes, interferers, faults, time."""
 
 import json
+import math
 import os
 import subprocess
 import tempfile
+import time
 import unittest
 
 from pace import SLOWER, TICKS_PER_SECOND, check_sensor_paced, tick_of
@@ -32,6 +34,61 @@ class SceneTest(unittest.TestCase):
 def configuration(item=None, **config):
     """A session with one item on sensor 1."""
     return {"groups": [[{"sensor_id": 1, "config": config, **(item or {})}]]}
+
+
+class Boards(SceneTest):
+    """Several servers that see one scene, each from its own place."""
+
+    SCENE = {"hardware": "ideal",
+             "sensors": [{"board": 1, "x_m": -1}, {"board": 2, "x_m": 1, "direction_x": -0.5}],
+             "targets": [{"x_m": 0, "y_m": 2, "strength_m2": 1, "y_velocity_m_s": 0.01}]}
+
+    def board(self, number, start):
+        truth = os.path.join(self.folder, f"truth_{number}.jsonl")
+        return truth, Server("--tcp", "0", "--scene", self.scene_file(self.SCENE), "--board", str(number),
+                             "--scene-start", str(start), "--truth", truth)
+
+    def test_see_it_at_the_same_time(self):
+        start = time.time() - 100.0
+        truths, servers = zip(*(self.board(number, start) for number in (1, 2)))
+        with servers[0], servers[1], servers[0].connect() as first, servers[1].connect() as second:
+            for host in (first, second, first):
+                for _ in range(2):
+                    host.ask("configure", configuration=configuration(num_points=10))
+                    asked = time.time() - start
+                    host.ask("frame")
+                    answered = time.time() - start
+                    line = self.last_line(truths[host is second])
+                    self.assertGreater(line["time_s"], asked - 0.001)
+                    self.assertLess(line["time_s"], answered + 0.001)
+                    distance = math.hypot(1.0, 2.0 + 0.01 * line["time_s"])
+                    self.assertAlmostEqual(line["targets"][0]["distance_m"], distance, 4)
+                    host.ask("end")
+        with open(truths[1], encoding="utf-8") as file:
+            session = json.loads(file.readline())
+        self.assertEqual(session["board"], 2)
+        self.assertAlmostEqual(session["scene_start_s"], start, 1)
+        self.assertEqual(session["scene"]["sensors"][0]["x_m"], 1)
+
+    @staticmethod
+    def last_line(path):
+        with open(path, encoding="utf-8") as file:
+            return json.loads(file.read().splitlines()[-1])
+
+    def test_are_refused_without_a_place_or_with_the_virtual_clock(self):
+        for arguments, fault in (
+                (["--board", "3"], "none for board 3; --board gives the number of this board"),
+                ([], "none for board 0; --board gives the number of this board"),
+                (["--board", "65536"], '--board: "65536" is not a whole number from 0 to 65535'),
+                (["--board", "1", "--scene-start", "yesterday"],
+                 '--scene-start: "yesterday" is not a number of seconds from 0 to 100000000000'),
+                (["--board", "1", "--scene-start", "1", "--clock", "virtual"],
+                 "--scene-start needs the real clock; remove --clock virtual")):
+            result = subprocess.run([SERVER, "--stdio", "--scene", self.scene_file(self.SCENE), *arguments],
+                                    stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIME_OUT,
+                                    check=False)
+            self.assertIn(fault, result.stderr)
+            self.assertNotEqual(result.returncode, 0)
 
 
 class Files(SceneTest):

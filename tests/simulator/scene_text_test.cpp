@@ -119,7 +119,7 @@ TEST(scene_text, has_every_field)
         R"("hardware":[{"sensor":1,"phase_noise_rad_per_m":0.5,"phase_drift_rad_per_m":0,"sidelobe_level":0.25,)"
         R"("ringing_level":0.125,"delay_drift_mm_per_k":-2,"gain_drift_per_k":0.01,"bursts_per_s":4,)"
         R"("burst_s":0.25,"burst_strength":100}],)"
-        R"("sensors":[{},{"sensor":1,"x_m":1,"y_m":2,"z_m":3,"direction_x":0.1,"direction_y":0.2,)"
+        R"("sensors":[{},{"sensor":1,"board":2,"x_m":1,"y_m":2,"z_m":3,"direction_x":0.1,"direction_y":0.2,)"
         R"("direction_z":0.3,"beam_deg":70}]})";
     EXPECT_EQ(text_of(scene_of(text)), text);
 }
@@ -150,7 +150,8 @@ TEST(scene_text, has_room_for_every_scene)
     fill(scene.oscillations, {longest, longest, longest, longest, longest, {longest, longest, longest}});
     fill(scene.keyframes, {longest, {longest, longest, longest}});
     scene.pose_count =
-        fill(scene.poses, {4294967295U, {longest, longest, longest}, {longest, longest, longest}, longest});
+        fill(scene.poses,
+             {4294967295U, 4294967295U, {longest, longest, longest}, {longest, longest, longest}, longest});
     scene.interferer_count = fill(scene.interferers, {4294967295U, longest, longest, longest, longest});
     scene.temperature_count = fill(scene.temperatures, {4294967295U, longest, longest});
     scene.hardware_count = fill(scene.hardware, {4294967295U, longest, longest, longest, longest, longest,

@@ -38,17 +38,25 @@ void collect(zet_log_level_t, const char *module, const char *text)
 simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene, uint64_t seed,
                        zet_simulator_clock_t clock, bool (*wait_until_us)(uint64_t),
                        zet_simulator_observer_t observer)
+    : simulation(zet_simulator_options_t{.sensor_count = sensor_count,
+                                         .seed = seed,
+                                         .clock = clock,
+                                         .log = nullptr,
+                                         .log_level = ZET_LOG_LEVEL_DEBUG,
+                                         .scene = scene,
+                                         .wait_until_us = wait_until_us,
+                                         .observer = observer,
+                                         .scene_now_us = nullptr,
+                                         .board = 0})
+{
+}
+
+simulation::simulation(zet_simulator_options_t options)
 {
     clear_log();
     memory_lend(board_memory.data(), board_memory.size());
-    const zet_simulator_options_t options = {.sensor_count = sensor_count,
-                                             .seed = seed,
-                                             .clock = clock,
-                                             .log = collect,
-                                             .log_level = ZET_LOG_LEVEL_DEBUG,
-                                             .scene = scene,
-                                             .wait_until_us = wait_until_us,
-                                             .observer = observer};
+    options.log = collect;
+    options.log_level = ZET_LOG_LEVEL_DEBUG;
     EXPECT_TRUE(zet_simulator_start(&options));
     EXPECT_TRUE(zet_nox_hal_register(zet_hal_nox_integration_get_implementation()));
     zet_nox_set_log_level(ZET_LOG_LEVEL_DEBUG);

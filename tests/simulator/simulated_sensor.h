@@ -23,6 +23,8 @@ public:
                         uint64_t seed = 1, zet_simulator_clock_t clock = zet_simulator_virtual_clock(),
                         bool (*wait_until_us)(uint64_t) = nullptr,
                         zet_simulator_observer_t observer = {nullptr, nullptr});
+    /** Starts with options, of which the log is set here. */
+    explicit simulation(zet_simulator_options_t options);
     ~simulation();
     simulation(const simulation &) = delete;
     simulation &operator=(const simulation &) = delete;
