@@ -93,10 +93,6 @@ std::string read_text(const std::string &path)
     {
         fail("use", path, "it has more than 512 KiB");
     }
-    if (text.find('\0') != std::string::npos)
-    {
-        fail("use", path, "it contains a null byte");
-    }
     return text;
 }
 
@@ -121,7 +117,7 @@ std::string example_text(const std::string &name)
     {
         names += (names.empty() ? "" : ", ") + std::string(example.name);
     }
-    fail("read", name, "there is no such file; the examples are " + names);
+    fail("read", name, "the file does not exist; the examples are " + names);
 }
 
 } // namespace
@@ -131,9 +127,9 @@ zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_c
     const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
     const std::string text = is_example ? example_text(path) : read_text(path);
     zet_simulator_scene_t scene = {};
-    std::array<char, 512> fault = {};
-    if (!zet_simulator_scene_from_json(text.c_str(), &scene, fault.data(), fault.size()) ||
-        !zet_simulator_scene_fits_board(&scene, sensor_count, fault.data(), fault.size()))
+    std::array<char, 1024> fault = {};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count};
+    if (!zet_simulator_scene_from_json(&source, &scene, fault.data(), fault.size()))
     {
         fail("use", path, fault.data());
     }

@@ -12,24 +12,32 @@ namespace zet_simulator
 
 bool refuse(const message &message, const char *format, ...)
 {
-    va_list arguments;
-    va_start(arguments, format);
-    if (std::vsnprintf(message.text, message.size, format, arguments) < 0 && message.size > 0U)
+    if (message.size > 0U)
     {
         message.text[0] = '\0';
     }
+    va_list arguments;
+    va_start(arguments, format);
+    append_arguments(message, format, arguments);
     va_end(arguments);
     return false;
 }
 
-void append(const message &message, const char *text)
+void append(const message &message, const char *format, ...)
 {
-    size_t length = std::strlen(message.text);
-    while (length + 1U < message.size && *text != '\0')
+    va_list arguments;
+    va_start(arguments, format);
+    append_arguments(message, format, arguments);
+    va_end(arguments);
+}
+
+void append_arguments(const message &message, const char *format, va_list arguments)
+{
+    if (message.size > 0U)
     {
-        message.text[length++] = *text++;
+        const size_t length = std::strlen(message.text);
+        static_cast<void>(std::vsnprintf(message.text + length, message.size - length, format, arguments));
     }
-    message.text[length] = '\0';
 }
 
 } // namespace zet_simulator

@@ -4,6 +4,7 @@
 #ifndef ZET_SIMULATOR_MESSAGE_H
 #define ZET_SIMULATOR_MESSAGE_H
 
+#include <cstdarg>
 #include <cstddef>
 
 #include "zet_integration_log.h"
@@ -26,8 +27,15 @@ struct message
  */
 bool refuse(const message &message, const char *format, ...) ZET_PRINTF_FORMAT(2, 3);
 
-/** Adds text to the end of a message. */
-void append(const message &message, const char *text);
+/**
+ * Adds text to the end of a message.
+ *
+ * @param format  printf format, followed by its arguments
+ */
+void append(const message &message, const char *format, ...) ZET_PRINTF_FORMAT(2, 3);
+
+/** Adds text to the end of a message; @p format  printf format */
+void append_arguments(const message &message, const char *format, va_list arguments) ZET_PRINTF_FORMAT(2, 0);
 
 } // namespace zet_simulator
 

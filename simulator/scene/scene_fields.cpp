@@ -3,6 +3,8 @@
  */
 #include "scene/scene_fields.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include "common/number_text.h"
@@ -12,21 +14,21 @@ namespace
 
 using namespace zet_simulator;
 
-constexpr double highest_sensor_id = UINT16_MAX;
-constexpr double highest_count = 1.0e8;
-constexpr double longest_time_s = 1.0e6;
+constexpr float highest_sensor_id = UINT16_MAX;
+constexpr float highest_count = 1.0e8F;
+constexpr float longest_time_s = 1.0e6F;
 
 /** Returns the field that every entry has, with its offset in the entry. */
 constexpr scene_field sensor_field(size_t offset)
 {
-    return {"sensor", static_cast<uint16_t>(offset), field_type::whole, false, 0.0, highest_sensor_id};
+    return {"sensor", static_cast<uint16_t>(offset), field_type::whole, false, 0.0F, highest_sensor_id};
 }
 
-constexpr double farthest_m = 1000.0;
-constexpr double fastest_m_s = 100.0;
+constexpr float farthest_m = 1000.0F;
+constexpr float fastest_m_s = 100.0F;
 
 /** Returns a field that need not be given. */
-constexpr scene_field real_field(const char *name, size_t offset, double lowest, double highest)
+constexpr scene_field real_field(const char *name, size_t offset, float lowest, float highest)
 {
     return {name, static_cast<uint16_t>(offset), field_type::real, false, lowest, highest};
 }
@@ -34,17 +36,17 @@ constexpr scene_field real_field(const char *name, size_t offset, double lowest,
 using target_record = zet_simulator_target_t;
 constexpr scene_field target_fields[] = {
     sensor_field(offsetof(target_record, sensor_id)),
-    real_field("distance_m", offsetof(target_record, distance_m), 0.01, farthest_m),
-    real_field("strength_m2", offsetof(target_record, strength_m2), 0.001, 10000.0),
-    real_field("reflectivity", offsetof(target_record, reflectivity), 0.001, 1.0),
+    real_field("distance_m", offsetof(target_record, distance_m), 0.01F, farthest_m),
+    real_field("strength_m2", offsetof(target_record, strength_m2), 0.001F, 10000.0F),
+    real_field("reflectivity", offsetof(target_record, reflectivity), 0.001F, 1.0F),
     real_field("velocity_m_s", offsetof(target_record, velocity_m_s), -fastest_m_s, fastest_m_s),
-    real_field("oscillation_amplitude_m", offsetof(target_record, oscillation_amplitude_m), 0.0, 10.0),
-    real_field("oscillation_frequency_hz", offsetof(target_record, oscillation_frequency_hz), 0.0, 1000.0),
-    real_field("nearest_m", offsetof(target_record, nearest_m), 0.0, farthest_m),
-    real_field("farthest_m", offsetof(target_record, farthest_m), 0.0, farthest_m),
-    real_field("enter_s", offsetof(target_record, enter_s), 0.0, longest_time_s),
-    real_field("leave_s", offsetof(target_record, leave_s), 0.0, longest_time_s),
-    {"fluctuation", offsetof(target_record, fluctuation), field_type::fluctuation, false, 0.0,
+    real_field("oscillation_amplitude_m", offsetof(target_record, oscillation_amplitude_m), 0.0F, 10.0F),
+    real_field("oscillation_frequency_hz", offsetof(target_record, oscillation_frequency_hz), 0.0F, 1000.0F),
+    real_field("nearest_m", offsetof(target_record, nearest_m), 0.0F, farthest_m),
+    real_field("farthest_m", offsetof(target_record, farthest_m), 0.0F, farthest_m),
+    real_field("enter_s", offsetof(target_record, enter_s), 0.0F, longest_time_s),
+    real_field("leave_s", offsetof(target_record, leave_s), 0.0F, longest_time_s),
+    {"fluctuation", offsetof(target_record, fluctuation), field_type::fluctuation, false, 0.0F,
      ZET_SIMULATOR_FLUCTUATION_SWERLING_3},
 #ifndef ZET_SIMULATOR_SMALL_SCENE
     real_field("x_m", offsetof(target_record, place_m[0]), -farthest_m, farthest_m),
@@ -59,19 +61,19 @@ constexpr scene_field target_fields[] = {
 #ifndef ZET_SIMULATOR_SMALL_SCENE
 using oscillation_record = zet_simulator_oscillation_t;
 constexpr scene_field oscillation_fields[] = {
-    real_field("amplitude_m", offsetof(oscillation_record, amplitude_m), -10.0, 10.0),
-    {"frequency_hz", offsetof(oscillation_record, frequency_hz), field_type::real, true, 0.0, 1000.0},
-    real_field("phase_turns", offsetof(oscillation_record, phase_turns), -1.0, 1.0),
-    real_field("wander_turns", offsetof(oscillation_record, wander_turns), 0.0, 100.0),
-    real_field("wander_frequency_hz", offsetof(oscillation_record, wander_frequency_hz), 0.0, 1000.0),
-    real_field("amplitude_x_m", offsetof(oscillation_record, amplitude_xyz_m[0]), -10.0, 10.0),
-    real_field("amplitude_y_m", offsetof(oscillation_record, amplitude_xyz_m[1]), -10.0, 10.0),
-    real_field("amplitude_z_m", offsetof(oscillation_record, amplitude_xyz_m[2]), -10.0, 10.0),
+    real_field("amplitude_m", offsetof(oscillation_record, amplitude_m), -10.0F, 10.0F),
+    {"frequency_hz", offsetof(oscillation_record, frequency_hz), field_type::real, true, 0.0F, 1000.0F},
+    real_field("phase_turns", offsetof(oscillation_record, phase_turns), -1.0F, 1.0F),
+    real_field("wander_turns", offsetof(oscillation_record, wander_turns), 0.0F, 100.0F),
+    real_field("wander_frequency_hz", offsetof(oscillation_record, wander_frequency_hz), 0.0F, 1000.0F),
+    real_field("amplitude_x_m", offsetof(oscillation_record, amplitude_xyz_m[0]), -10.0F, 10.0F),
+    real_field("amplitude_y_m", offsetof(oscillation_record, amplitude_xyz_m[1]), -10.0F, 10.0F),
+    real_field("amplitude_z_m", offsetof(oscillation_record, amplitude_xyz_m[2]), -10.0F, 10.0F),
 };
 
 using keyframe_record = zet_simulator_keyframe_t;
 constexpr scene_field keyframe_fields[] = {
-    {"time_s", offsetof(keyframe_record, time_s), field_type::real, true, 0.0, longest_time_s},
+    {"time_s", offsetof(keyframe_record, time_s), field_type::real, true, 0.0F, longest_time_s},
     real_field("distance_m", offsetof(keyframe_record, position[0]), -farthest_m, farthest_m),
     real_field("x_m", offsetof(keyframe_record, position[0]), -farthest_m, farthest_m),
     real_field("y_m", offsetof(keyframe_record, position[1]), -farthest_m, farthest_m),
@@ -85,52 +87,52 @@ constexpr scene_field pose_fields[] = {
     real_field("x_m", offsetof(pose_record, place_m[0]), -farthest_m, farthest_m),
     real_field("y_m", offsetof(pose_record, place_m[1]), -farthest_m, farthest_m),
     real_field("z_m", offsetof(pose_record, place_m[2]), -farthest_m, farthest_m),
-    real_field("direction_x", offsetof(pose_record, direction[0]), -1.0, 1.0),
-    real_field("direction_y", offsetof(pose_record, direction[1]), -1.0, 1.0),
-    real_field("direction_z", offsetof(pose_record, direction[2]), -1.0, 1.0),
-    real_field("beam_deg", offsetof(pose_record, beam_deg), 1.0, 170.0),
+    real_field("direction_x", offsetof(pose_record, direction[0]), -1.0F, 1.0F),
+    real_field("direction_y", offsetof(pose_record, direction[1]), -1.0F, 1.0F),
+    real_field("direction_z", offsetof(pose_record, direction[2]), -1.0F, 1.0F),
+    real_field("beam_deg", offsetof(pose_record, beam_deg), 1.0F, 170.0F),
 };
 #endif
 
 using interferer_record = zet_simulator_interferer_t;
 constexpr scene_field interferer_fields[] = {
     sensor_field(offsetof(interferer_record, sensor_id)),
-    {"strength", offsetof(interferer_record, strength), field_type::real, true, 0.01, 1.0e6},
-    {"start_s", offsetof(interferer_record, start_s), field_type::real, false, 0.0, longest_time_s},
-    {"duration_s", offsetof(interferer_record, duration_s), field_type::real, false, 0.0, longest_time_s},
-    {"period_s", offsetof(interferer_record, period_s), field_type::real, false, 0.0, longest_time_s},
+    {"strength", offsetof(interferer_record, strength), field_type::real, true, 0.01F, 1.0e6F},
+    {"start_s", offsetof(interferer_record, start_s), field_type::real, false, 0.0F, longest_time_s},
+    {"duration_s", offsetof(interferer_record, duration_s), field_type::real, false, 0.0F, longest_time_s},
+    {"period_s", offsetof(interferer_record, period_s), field_type::real, false, 0.0F, longest_time_s},
 };
 
 using temperature_record = zet_simulator_temperature_t;
 constexpr scene_field temperature_fields[] = {
     sensor_field(offsetof(temperature_record, sensor_id)),
-    {"celsius", offsetof(temperature_record, celsius), field_type::real, true, -40.0, 125.0},
+    {"celsius", offsetof(temperature_record, celsius), field_type::real, true, -40.0F, 125.0F},
     {"drift_celsius_per_s", offsetof(temperature_record, drift_celsius_per_s), field_type::real, false,
-     -100.0, 100.0},
+     -100.0F, 100.0F},
 };
 
 using fault_record = zet_simulator_fault_t;
 constexpr scene_field fault_fields[] = {
     sensor_field(offsetof(fault_record, sensor_id)),
-    {"kind", offsetof(fault_record, kind), field_type::fault, true, 0.0, ZET_SIMULATOR_FAULT_SLOW_LINK},
-    {"skip", offsetof(fault_record, skip), field_type::whole, false, 0.0, highest_count},
-    {"count", offsetof(fault_record, count), field_type::whole, false, 0.0, highest_count},
-    {"bytes_per_second", offsetof(fault_record, bytes_per_second), field_type::whole, false, 0.0,
+    {"kind", offsetof(fault_record, kind), field_type::fault, true, 0.0F, ZET_SIMULATOR_FAULT_SLOW_LINK},
+    {"skip", offsetof(fault_record, skip), field_type::whole, false, 0.0F, highest_count},
+    {"count", offsetof(fault_record, count), field_type::whole, false, 0.0F, highest_count},
+    {"bytes_per_second", offsetof(fault_record, bytes_per_second), field_type::whole, false, 0.0F,
      highest_count},
 };
 
 using hardware_record = zet_simulator_hardware_t;
 constexpr scene_field hardware_fields[] = {
     sensor_field(offsetof(hardware_record, sensor_id)),
-    real_field("phase_noise_rad_per_m", offsetof(hardware_record, phase_noise_rad_per_m), 0.0, 1.0),
-    real_field("phase_drift_rad_per_m", offsetof(hardware_record, phase_drift_rad_per_m), 0.0, 1.0),
-    real_field("sidelobe_level", offsetof(hardware_record, sidelobe_level), 0.0, 0.5),
-    real_field("ringing_level", offsetof(hardware_record, ringing_level), 0.0, 0.5),
-    real_field("delay_drift_mm_per_k", offsetof(hardware_record, delay_drift_mm_per_k), -10.0, 10.0),
-    real_field("gain_drift_per_k", offsetof(hardware_record, gain_drift_per_k), -0.02, 0.02),
-    real_field("bursts_per_s", offsetof(hardware_record, bursts_per_s), 0.0, 1000.0),
-    real_field("burst_s", offsetof(hardware_record, burst_s), 0.0, 1.0),
-    real_field("burst_strength", offsetof(hardware_record, burst_strength), 0.0, 1.0e6),
+    real_field("phase_noise_rad_per_m", offsetof(hardware_record, phase_noise_rad_per_m), 0.0F, 1.0F),
+    real_field("phase_drift_rad_per_m", offsetof(hardware_record, phase_drift_rad_per_m), 0.0F, 1.0F),
+    real_field("sidelobe_level", offsetof(hardware_record, sidelobe_level), 0.0F, 0.5F),
+    real_field("ringing_level", offsetof(hardware_record, ringing_level), 0.0F, 0.5F),
+    real_field("delay_drift_mm_per_k", offsetof(hardware_record, delay_drift_mm_per_k), -10.0F, 10.0F),
+    real_field("gain_drift_per_k", offsetof(hardware_record, gain_drift_per_k), -0.02F, 0.02F),
+    real_field("bursts_per_s", offsetof(hardware_record, bursts_per_s), 0.0F, 1000.0F),
+    real_field("burst_s", offsetof(hardware_record, burst_s), 0.0F, 1.0F),
+    real_field("burst_strength", offsetof(hardware_record, burst_strength), 0.0F, 1.0e6F),
 };
 
 /** Returns the number of rows of a table of fields. */
@@ -139,191 +141,214 @@ template <size_t count> constexpr uint8_t count_of(const scene_field (&)[count])
     return static_cast<uint8_t>(count);
 }
 
-/** Reports what is wrong with a target. */
-bool refuse_target(uint32_t index, const char *fault, const message &error)
+/** Returns the place of an entry. */
+scene_place place_in(const scene_section &section, uint32_t index)
 {
-    refuse(error, "targets[%lu]", static_cast<unsigned long>(index));
-    append(error, fault);
-    return false;
+    return {section.name, index};
 }
 
 /** Checks the turning points and the times of a target. */
-bool are_limits_consistent(const target_record &target, uint32_t index, const message &error)
+bool are_limits_consistent(const target_record &target, const scene_place &entry, scene_report &report)
 {
     if (target.leave_s != 0.0F && target.leave_s <= target.enter_s)
     {
-        return refuse_target(index, ".leave_s must be more than enter_s", error);
-    }
-    if (target.nearest_m == 0.0F && target.farthest_m == 0.0F)
-    {
-        return true;
+        return refuse_beside(report, entry, "leave_s", target.leave_s, "more than enter_s", target.enter_s);
     }
     if (target.farthest_m <= target.nearest_m)
     {
-        return refuse_target(index, ".farthest_m must be more than nearest_m", error);
+        const bool never_turns = target.nearest_m == 0.0F && target.farthest_m == 0.0F;
+        return never_turns || refuse_beside(report, entry, "farthest_m", target.farthest_m,
+                                            "more than nearest_m", target.nearest_m);
     }
-    if (target.distance_m < target.nearest_m || target.distance_m > target.farthest_m)
+    if (target.distance_m < target.nearest_m)
     {
-        return refuse_target(index, ".distance_m must be from nearest_m to farthest_m", error);
+        return refuse_beside(report, entry, "distance_m", target.distance_m, "at least nearest_m",
+                             target.nearest_m);
     }
-    return true;
+    return target.distance_m <= target.farthest_m ||
+           refuse_beside(report, entry, "distance_m", target.distance_m, "at most farthest_m",
+                         target.farthest_m);
 }
 
 #ifdef ZET_SIMULATOR_SMALL_SCENE
 /** Checks that a target has a distance. */
-bool is_path_consistent(const zet_simulator_scene_t & /*scene*/, const target_record &target, uint32_t index,
-                        const message &error)
+bool is_path_consistent(const zet_simulator_scene_t & /*scene*/, const target_record &target,
+                        const scene_place &entry, scene_report &report)
 {
-    return target.distance_m != 0.0F || refuse_target(index, " needs distance_m", error);
+    return target.distance_m != 0.0F || refuse_at(report, entry, nullptr, " needs distance_m");
 }
 #else
-/** Returns whether a vector is not 0. */
-bool is_given(const float (&vector)[3])
+/** A value of an entry. */
+struct named_value
 {
-    return vector[0] != 0.0F || vector[1] != 0.0F || vector[2] != 0.0F;
-}
+    const char *key;
+    float value;
+};
 
-/** Returns whether a target or one of its oscillations moves along an axis in space. */
-bool moves_in_space(const zet_simulator_scene_t &scene, const target_record &target)
+/** Checks that values are not given, because a target has a place or because it has none. */
+template <size_t count>
+bool are_absent(const named_value (&values)[count], const char *reason, const scene_place &entry,
+                scene_report &report)
 {
-    bool moves = is_given(target.place_velocity_m_s);
-    for (uint32_t i = 0; i < target.oscillation_count; ++i)
+    for (const named_value &each : values)
     {
-        moves |= is_given(scene.oscillations[target.first_oscillation + i].amplitude_xyz_m);
-    }
-    return moves;
-}
-
-/** Checks that a target uses either distances or places. */
-bool is_in_one_space(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
-                     const message &error)
-{
-    if (target.has_place && (target.distance_m != 0.0F || target.velocity_m_s != 0.0F ||
-                             target.nearest_m != 0.0F || target.farthest_m != 0.0F))
-    {
-        return refuse_target(
-            index, " has a place; it must not have distance_m, velocity_m_s, nearest_m or farthest_m", error);
-    }
-    if (!target.has_place && (is_given(target.place_m) || moves_in_space(scene, target)))
-    {
-        return refuse_target(index, " moves along x, y or z; it must have a place: x_m, y_m and z_m", error);
+        if (each.value != 0.0F)
+        {
+            return refuse_at(report, entry, each.key, " is %s, but must be absent, because the target has %s",
+                             text_beside(static_cast<double>(each.value), {0.0}).text, reason);
+        }
     }
     return true;
 }
 
+constexpr const char *no_place = "no place (x_m, y_m, z_m)";
+
+/** Checks that a target without a place does not move in space, and none of its oscillations. */
+bool is_along_sight(const zet_simulator_scene_t &scene, const target_record &target, const scene_place &entry,
+                    scene_report &report)
+{
+    const named_value of_target[] = {{"x_m", target.place_m[0]},
+                                     {"y_m", target.place_m[1]},
+                                     {"z_m", target.place_m[2]},
+                                     {"x_velocity_m_s", target.place_velocity_m_s[0]},
+                                     {"y_velocity_m_s", target.place_velocity_m_s[1]},
+                                     {"z_velocity_m_s", target.place_velocity_m_s[2]}};
+    bool is_along = are_absent(of_target, no_place, entry, report);
+    for (uint32_t i = 0; is_along && i < target.oscillation_count; ++i)
+    {
+        const float(&amplitudes)[3] = scene.oscillations[target.first_oscillation + i].amplitude_xyz_m;
+        const named_value of_oscillation[] = {{"amplitude_x_m", amplitudes[0]},
+                                              {"amplitude_y_m", amplitudes[1]},
+                                              {"amplitude_z_m", amplitudes[2]}};
+        is_along = are_absent(of_oscillation, no_place, {entry.list, entry.index, scene_oscillations.name, i},
+                              report);
+    }
+    return is_along;
+}
+
+/** Checks that a target with a place does not have what belongs to a distance. */
+bool is_in_space(const target_record &target, const scene_place &entry, scene_report &report)
+{
+    const named_value distances[] = {{"distance_m", target.distance_m},
+                                     {"velocity_m_s", target.velocity_m_s},
+                                     {"nearest_m", target.nearest_m},
+                                     {"farthest_m", target.farthest_m}};
+    return are_absent(distances, "a place (x_m, y_m, z_m)", entry, report);
+}
+
 /** Checks that the lists of a target are within those of the scene, and that its track has ascending times.
  */
-bool are_lists_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
-                          const message &error)
+bool are_lists_consistent(const zet_simulator_scene_t &scene, const target_record &target,
+                          const scene_place &entry, scene_report &report)
 {
     if (target.first_oscillation + target.oscillation_count > scene.oscillation_count ||
         target.first_keyframe + target.keyframe_count > scene.keyframe_count)
     {
-        return refuse_target(index, " has oscillations or keyframes that the scene does not have", error);
+        return refuse_at(report, entry, nullptr,
+                         " has oscillations or keyframes that the scene does not have");
     }
     const zet_simulator_keyframe_t *track = &scene.keyframes[target.first_keyframe];
     for (uint32_t i = 1; i < target.keyframe_count; ++i)
     {
         if (track[i].time_s <= track[i - 1U].time_s)
         {
-            return refuse(error, "targets[%lu].track[%lu].time_s must be more than that of the entry before",
-                          static_cast<unsigned long>(index), static_cast<unsigned long>(i));
+            return refuse_beside(report, {entry.list, entry.index, scene_keyframes.name, i}, "time_s",
+                                 track[i].time_s, "more than that of the entry before", track[i - 1U].time_s);
         }
     }
     return true;
 }
 
 /** Checks where a target is and how it moves. */
-bool is_path_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
-                        const message &error)
+bool is_path_consistent(const zet_simulator_scene_t &scene, const target_record &target,
+                        const scene_place &entry, scene_report &report)
 {
     if (!target.has_place && target.distance_m == 0.0F && target.keyframe_count == 0U)
     {
-        return refuse_target(index, " needs one of distance_m, track, and x_m, y_m and z_m", error);
+        return refuse_at(report, entry, nullptr,
+                         " has no position, but must have distance_m, a place (x_m, y_m, z_m) or track");
     }
-    return are_lists_consistent(scene, target, index, error) && is_in_one_space(scene, target, index, error);
+    return are_lists_consistent(scene, target, entry, report) &&
+           (target.has_place ? is_in_space(target, entry, report)
+                             : is_along_sight(scene, target, entry, report));
 }
 #endif
 
 /** Checks that a target is either a point or a surface. */
-bool is_point_or_surface(const target_record &target, uint32_t index, const message &error)
+bool is_point_or_surface(const target_record &target, const scene_place &entry, scene_report &report)
 {
-    return (target.strength_m2 == 0.0F) != (target.reflectivity == 0.0F) ||
-           refuse_target(index, " needs either strength_m2 or reflectivity", error);
+    const bool is_point = target.strength_m2 != 0.0F;
+    return is_point != (target.reflectivity != 0.0F) ||
+           refuse_at(report, entry, nullptr, " has %s of strength_m2 and reflectivity, but needs one",
+                     is_point ? "both" : "none");
 }
 
 /** Checks the fields of a target against each other. */
-bool is_consistent(const zet_simulator_scene_t &scene, const target_record &target, uint32_t index,
-                   const message &error)
+bool is_consistent(const zet_simulator_scene_t &scene, const target_record &target, const scene_place &entry,
+                   scene_report &report)
 {
-    return is_path_consistent(scene, target, index, error) && is_point_or_surface(target, index, error) &&
-           are_limits_consistent(target, index, error);
+    return is_path_consistent(scene, target, entry, report) && is_point_or_surface(target, entry, report) &&
+           are_limits_consistent(target, entry, report);
 }
 
 /** Checks the fields of an interferer against each other. */
-bool is_consistent(const interferer_record &interferer, uint32_t index, const message &error)
+bool is_consistent(const interferer_record &interferer, const scene_place &entry, scene_report &report)
 {
     if (interferer.period_s > 0.0F &&
         (interferer.duration_s == 0.0F || interferer.duration_s > interferer.period_s))
     {
-        return refuse(error, "interferers[%lu].duration_s must be more than 0 and at most period_s",
-                      static_cast<unsigned long>(index));
+        return refuse_beside(report, entry, "duration_s", interferer.duration_s,
+                             "more than 0 and at most period_s", interferer.period_s);
     }
     return true;
 }
 
 /** Checks the fields of a fault against each other. */
-bool is_consistent(const fault_record &fault, uint32_t index, const message &error)
+bool is_consistent(const fault_record &fault, const scene_place &entry, scene_report &report)
 {
-    if ((fault.kind == ZET_SIMULATOR_FAULT_SLOW_LINK) != (fault.bytes_per_second != 0U))
-    {
-        return refuse(error,
-                      "faults[%lu].bytes_per_second must be at least 1 for a slow_link and 0 or absent for "
-                      "any other kind",
-                      static_cast<unsigned long>(index));
-    }
-    return true;
+    const bool is_slow = fault.kind == ZET_SIMULATOR_FAULT_SLOW_LINK;
+    return is_slow == (fault.bytes_per_second != 0U) ||
+           refuse_at(report, entry, "bytes_per_second",
+                     " is %lu, but must be 1 or more for slow_link, otherwise 0",
+                     static_cast<unsigned long>(fault.bytes_per_second));
 }
 
 /** Checks the fields of hardware against each other. */
-bool is_consistent(const hardware_record &hardware, uint32_t index, const message &error)
+bool is_consistent(const hardware_record &hardware, const scene_place &entry, scene_report &report)
 {
     const float share = hardware.bursts_per_s * hardware.burst_s;
-    if (hardware.bursts_per_s > 0.0F && (share == 0.0F || share > 1.0F))
-    {
-        return refuse(error, "hardware[%lu].burst_s must be more than 0 and at most 1 / bursts_per_s",
-                      static_cast<unsigned long>(index));
-    }
-    return true;
+    return hardware.bursts_per_s <= 0.0F || (share > 0.0F && share <= 1.0F) ||
+           refuse_beside(report, entry, "burst_s", hardware.burst_s,
+                         "more than 0 and at most 1 / bursts_per_s", 1.0F / hardware.bursts_per_s);
 }
 
 /** Checks the fields of each entry against each other. */
-bool are_entries_consistent(const zet_simulator_scene_t &scene, const message &error)
+bool are_entries_consistent(const zet_simulator_scene_t &scene, scene_report &report)
 {
     for (uint32_t i = 0; i < scene.target_count; ++i)
     {
-        if (!is_consistent(scene, scene.targets[i], i, error))
+        if (!is_consistent(scene, scene.targets[i], place_in(scene_sections[0], i), report))
         {
             return false;
         }
     }
     for (uint32_t i = 0; i < scene.interferer_count; ++i)
     {
-        if (!is_consistent(scene.interferers[i], i, error))
+        if (!is_consistent(scene.interferers[i], place_in(scene_sections[1], i), report))
         {
             return false;
         }
     }
     for (uint32_t i = 0; i < scene.fault_count; ++i)
     {
-        if (!is_consistent(scene.faults[i], i, error))
+        if (!is_consistent(scene.faults[i], place_in(scene_sections[3], i), report))
         {
             return false;
         }
     }
     for (uint32_t i = 0; i < scene.hardware_count; ++i)
     {
-        if (!is_consistent(scene.hardware[i], i, error))
+        if (!is_consistent(scene.hardware[i], place_in(scene_hardware, i), report))
         {
             return false;
         }
@@ -340,13 +365,14 @@ const unsigned char *entry_of(const zet_simulator_scene_t &scene, const scene_se
 }
 
 /** Checks the entries of a list one by one. */
-bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &section, const message &error)
+bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &section, scene_report &report)
 {
     const uint32_t count = scene_count_get(scene, section);
     if (count > section.capacity)
     {
-        return refuse(error, "%s has %lu entries, but must have at most %u", section.name,
-                      static_cast<unsigned long>(count), static_cast<unsigned>(section.capacity));
+        return refuse_at(report, place_in(section, section.capacity), nullptr,
+                         " is one of %lu entries, but the most is %lu", static_cast<unsigned long>(count),
+                         static_cast<unsigned long>(section.capacity));
     }
     for (uint32_t index = 0; index < count; ++index)
     {
@@ -356,7 +382,7 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
             const scene_field &field = section.fields[i];
             const double value = scene_field_get(entry, field);
             const bool is_absent = !field.required && value == 0.0;
-            if (!is_absent && !scene_value_is_valid("", section, index, field, value, error))
+            if (!is_absent && !scene_value_is_valid(place_in(section, index), field, value, report))
             {
                 return false;
             }
@@ -365,23 +391,77 @@ bool is_section_valid(const zet_simulator_scene_t &scene, const scene_section &s
     return true;
 }
 
+/** Checks that a board has a sensor. */
+bool has_sensor(const scene_place &entry, uint32_t sensor_id, uint16_t sensor_count, scene_report &report)
+{
+    return sensor_id <= sensor_count ||
+           refuse_at(report, entry, "sensor", " is %lu, but the number of sensors on the board is %lu",
+                     static_cast<unsigned long>(sensor_id), static_cast<unsigned long>(sensor_count));
+}
+
 /** Checks that a board has the sensors that the entries of a list name. */
 bool does_section_fit(const zet_simulator_scene_t &scene, const scene_section &section, uint16_t sensor_count,
-                      const message &error)
+                      scene_report &report)
 {
-    const scene_field &sensor = section.fields[0];
     for (uint32_t index = 0; index < scene_count_get(scene, section); ++index)
     {
-        const double sensor_id = scene_field_get(entry_of(scene, section, index), sensor);
-        if (sensor_id > sensor_count)
+        const auto sensor_id =
+            static_cast<uint32_t>(scene_field_get(entry_of(scene, section, index), section.fields[0]));
+        if (!has_sensor(place_in(section, index), sensor_id, sensor_count, report))
         {
-            return refuse(error, "%s[%lu].%s is %lu, but the number of sensors on the board is %u",
-                          section.name, static_cast<unsigned long>(index), sensor.name,
-                          static_cast<unsigned long>(sensor_id), static_cast<unsigned>(sensor_count));
+            return false;
         }
     }
     return true;
 }
+
+/** Checks a scene. */
+bool is_valid(const zet_simulator_scene_t &scene, scene_report &report)
+{
+    for (const scene_section &section : scene_sections)
+    {
+        if (!is_section_valid(scene, section, report))
+        {
+            return false;
+        }
+    }
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    if (!is_section_valid(scene, scene_oscillations, report) ||
+        !is_section_valid(scene, scene_keyframes, report))
+    {
+        return false;
+    }
+#endif
+    return are_entries_consistent(scene, report);
+}
+
+#ifdef ZET_SIMULATOR_SMALL_SCENE
+/** Writes the place of an entry. */
+void write_place(const scene_report &report, const scene_place &entry)
+{
+    static_cast<void>(refuse(report.text, "%s[%lu]", entry.list, static_cast<unsigned long>(entry.index)));
+}
+#else
+/** Returns the format of a name with an index. */
+constexpr const char *format_of_name(uint32_t index)
+{
+    return index == no_index ? "%s" : "%s[%lu]";
+}
+
+/** Writes the place of an entry. */
+void write_place(const scene_report &report, const scene_place &entry)
+{
+    static_cast<void>(refuse(report.text, format_of_name(entry.index),
+                             entry.list != nullptr ? entry.list : "the scene",
+                             static_cast<unsigned long>(entry.index)));
+    if (entry.inner != nullptr)
+    {
+        append(report.text, ".");
+        append(report.text, format_of_name(entry.inner_index), entry.inner,
+               static_cast<unsigned long>(entry.inner_index));
+    }
+}
+#endif
 
 } // namespace
 
@@ -493,53 +573,75 @@ void scene_field_set(unsigned char *entry, const scene_field &field, double valu
     }
 }
 
-bool scene_value_is_valid(const char *owner, const scene_section &section, uint32_t index,
-                          const scene_field &field, double value, const message &error)
+bool refuse_at(scene_report &report, const scene_place &entry, const char *key, const char *format, ...)
+{
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    report.place = entry;
+    report.key = key;
+#endif
+    write_place(report, entry);
+    if (key != nullptr)
+    {
+        append(report.text, ".%s", key);
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    append_arguments(report.text, format, arguments);
+    va_end(arguments);
+    return false;
+}
+
+bool refuse_beside(scene_report &report, const scene_place &entry, const char *key, float value,
+                   const char *expected, float other)
+{
+    const auto found = static_cast<double>(value);
+    const auto bound = static_cast<double>(other);
+    return refuse_at(report, entry, key, " is %s, but must be %s, which is %s",
+                     text_beside(found, {bound}).text, expected, text_of(bound).text);
+}
+
+bool scene_value_is_valid(const scene_place &entry, const scene_field &field, double value,
+                          scene_report &report)
 {
     // Real numbers in single precision, as the scene stores them, so that the limits themselves are in the
     // range.
-    const auto stored = static_cast<float>(value);
-    const bool is_in_range = field.type == field_type::real ? stored >= static_cast<float>(field.lowest) &&
-                                                                  stored <= static_cast<float>(field.highest)
-                                                            : value >= field.lowest && value <= field.highest;
-    if (is_in_range)
-    {
-        return true;
-    }
-    return refuse(error, "%s%s[%lu].%s is %s, but must be a number from %s to %s", owner, section.name,
-                  static_cast<unsigned long>(index), field.name,
-                  text_beside(value, {field.lowest, field.highest}).text, text_of(field.lowest).text,
-                  text_of(field.highest).text);
+    const double stored =
+        field.type == field_type::real ? static_cast<double>(static_cast<float>(value)) : value;
+    const auto lowest = static_cast<double>(field.lowest);
+    const auto highest = static_cast<double>(field.highest);
+    return (stored >= lowest && stored <= highest) ||
+           refuse_at(report, entry, field.name, " is %s, but must be a number from %s to %s",
+                     text_beside(value, {lowest, highest}).text, text_of(lowest).text, text_of(highest).text);
 }
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+bool scene_sensor_is_valid(const scene_place &entry, uint32_t sensor_id, uint16_t sensor_count,
+                           scene_report &report)
+{
+    return has_sensor(entry, sensor_id, sensor_count, report);
+}
+
+bool scene_is_valid(const zet_simulator_scene_t &scene, scene_report &report)
+{
+    return is_valid(scene, report);
+}
+#endif
 
 } // namespace zet_simulator
 
 bool zet_simulator_scene_is_valid(const zet_simulator_scene_t *scene, char *error, size_t error_size)
 {
-    const message message = {error, error_size};
-    for (const scene_section &section : scene_sections)
-    {
-        if (!is_section_valid(*scene, section, message))
-        {
-            return false;
-        }
-    }
-#ifndef ZET_SIMULATOR_SMALL_SCENE
-    if (!is_section_valid(*scene, scene_oscillations, message) ||
-        !is_section_valid(*scene, scene_keyframes, message))
-    {
-        return false;
-    }
-#endif
-    return are_entries_consistent(*scene, message);
+    scene_report report = {{error, error_size}};
+    return is_valid(*scene, report);
 }
 
 bool zet_simulator_scene_fits_board(const zet_simulator_scene_t *scene, uint16_t sensor_count, char *error,
                                     size_t error_size)
 {
+    scene_report report = {{error, error_size}};
     for (const scene_section &section : scene_sections)
     {
-        if (!does_section_fit(*scene, section, sensor_count, {error, error_size}))
+        if (!does_section_fit(*scene, section, sensor_count, report))
         {
             return false;
         }

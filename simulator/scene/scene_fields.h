@@ -13,6 +13,41 @@
 namespace zet_simulator
 {
 
+/** The index of a place that is not in a list. */
+constexpr uint32_t no_index = UINT32_MAX;
+
+/** An entry of a list of a scene, such as targets[1], or of a list in it, such as targets[1].track[2].
+ * Without a list it is the scene itself, without an index the list. */
+struct scene_place
+{
+    const char *list;
+    uint32_t index = no_index;
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    const char *inner = nullptr; /**< a list in the entry */
+    uint32_t inner_index = no_index;
+#endif
+};
+
+/** What is wrong with a scene: one sentence, which begins with the place. */
+struct scene_report
+{
+    message text;
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    scene_place place = {nullptr};
+    const char *key = nullptr; /**< in the entry; null if it is about the entry itself */
+#endif
+};
+
+/**
+ * Reports what is wrong at a place.
+ *
+ * @param key     in the entry; null if it is about the entry itself
+ * @param format  printf format for the text after the place, followed by its arguments
+ * @return false, so that the check that failed can return it
+ */
+bool refuse_at(scene_report &report, const scene_place &entry, const char *key, const char *format, ...)
+    ZET_PRINTF_FORMAT(4, 5);
+
 /** How a field is stored in its record. */
 enum class field_type : uint8_t
 {
@@ -30,8 +65,8 @@ struct scene_field
     uint16_t offset; /**< within the entry */
     field_type type;
     bool required; /**< must be given; another field is 0 when absent, also if that is not in its range */
-    double lowest;
-    double highest;
+    float lowest;
+    float highest;
 };
 
 /** One list of entries. */
@@ -59,6 +94,15 @@ extern const scene_section scene_sections[scene_section_count];
  * written.
  */
 extern const scene_section &scene_hardware;
+
+/** Returns whether a list is that of the targets. */
+inline bool is_target(const scene_section &section)
+{
+    return &section == &scene_sections[0];
+}
+
+/** The keys of a target that are not fields. */
+constexpr const char *scene_target_keys[] = {"oscillations", "track"};
 
 /** The oscillations of all targets; in a scene file, each target has its own list of this name. */
 extern const scene_section scene_oscillations;
@@ -94,15 +138,23 @@ double scene_field_get(const unsigned char *entry, const scene_field &field);
 /** Writes a field; the value must be in the field's range. */
 void scene_field_set(unsigned char *entry, const scene_field &field, double value);
 
-/**
- * Checks a value against the range of its field.
- *
- * @param owner  text before the name of the list in the message
- * @param index  number of the entry, for the message
- * @param error  receives what is wrong
- */
-bool scene_value_is_valid(const char *owner, const scene_section &section, uint32_t index,
-                          const scene_field &field, double value, const message &error);
+/** Reports a value of an entry that does not fit to another one; @p expected  ends with the name of the other
+ * one. */
+bool refuse_beside(scene_report &report, const scene_place &entry, const char *key, float value,
+                   const char *expected, float other);
+
+/** Checks a value of an entry against the range of its field. */
+bool scene_value_is_valid(const scene_place &entry, const scene_field &field, double value,
+                          scene_report &report);
+
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+/** Checks that a board has the sensor of an entry. */
+bool scene_sensor_is_valid(const scene_place &entry, uint32_t sensor_id, uint16_t sensor_count,
+                           scene_report &report);
+
+/** Checks a scene: zet_simulator_scene_is_valid(). */
+bool scene_is_valid(const zet_simulator_scene_t &scene, scene_report &report);
+#endif
 
 } // namespace zet_simulator
 

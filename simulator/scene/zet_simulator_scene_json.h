@@ -10,17 +10,27 @@
 extern "C" {
 #endif
 
+/** What a scene is read from. */
+typedef struct
+{
+    const char *text; /**< the JSON document, zero-terminated */
+    size_t size;      /**< of the document in bytes, without the zero; bytes before it may be 0 as well */
+    uint16_t
+        sensor_count; /**< sensor positions on the board, which has all sensors of the scene; 0 for any */
+} zet_simulator_scene_source_t;
+
 /**
  * Reads a scene.
  *
- * @param text        the JSON document, zero-terminated
+ * @param source      what to read
  * @param scene       receives the scene; unspecified on failure
- * @param error       receives one sentence that names the invalid key and says what it must be
- * @param error_size  size of @p error in bytes; 512 is enough for every sentence
+ * @param error       receives one sentence: the place of the fault, what was found there, what it must be,
+ * and line and column of the value or key
+ * @param error_size  size of @p error in bytes; 1024 is enough for every sentence
  * @return false when the document is not JSON or not a scene
  */
-bool zet_simulator_scene_from_json(const char *text, zet_simulator_scene_t *scene, char *error,
-                                   size_t error_size);
+bool zet_simulator_scene_from_json(const zet_simulator_scene_source_t *source, zet_simulator_scene_t *scene,
+                                   char *error, size_t error_size);
 
 /** Size of a text that has room for every scene. */
 #define ZET_SIMULATOR_SCENE_TEXT_SIZE 524288U

@@ -95,7 +95,7 @@ class Files(SceneTest):
     def test_an_example_is_found_by_its_name(self):
         with Server("--tcp", "0", "--clock", "virtual", "--scene", "breathing_person"):
             pass
-        self.assertIn('cannot read the scene "breathing": there is no such file; the examples are breathing_person, ',
+        self.assertIn('cannot read the scene "breathing": the file does not exist; the examples are breathing_person, ',
                       self.refusal("breathing"))
 
     def refusal(self, path):
@@ -113,10 +113,13 @@ class Files(SceneTest):
         os.mkfifo(pipe)
         for path in (pipe, "/dev/zero", "/dev/null"):
             self.assertIn(f'cannot read the scene "{path}": it is not a regular file\n', self.refusal(path))
-        for content, fault in ((" " * (2**19 + 1), "it has more than 512 KiB\n"), ("{}\0{", "it contains a null byte\n"),
-                               ("", "the scene is not JSON; the error is at or before line 1, column 1\n"),
+        for content, fault in ((" " * (2**19 + 1), "it has more than 512 KiB\n"),
+                               ("{}\0{", "the scene is not JSON: it has the byte 0x00 where it must have the end of the "
+                                         "text (line 1, column 3)\n"),
+                               ("", "the scene is not JSON: it has the end of the text where it must have a value "
+                                    "(line 1, column 1)\n"),
                                ('{"targets": [{"distance_m": 1, "strength_m2": 1, "sensor": 6}]}',
-                                "targets[0].sensor is 6, but the number of sensors on the board is 5\n")):
+                                "targets[0].sensor is 6, but the number of sensors on the board is 5 (line 1, column 60)\n")):
             path = os.path.join(self.folder, "scene.json")
             with open(path, "w", encoding="ascii") as file:
                 file.write(content)

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "scene_text.h"
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
-#include "zet_simulator_scene_json.h"
 
 namespace
 {
@@ -86,11 +86,8 @@ TEST(boards, with_the_same_seed_have_different_noise)
 /** The place of a sensor along x on a board; @p fault receives the message if the scene is refused for it. */
 float x_of(const char *sensors, uint16_t board, zet_sensor_id_t sensor_id, std::string &fault)
 {
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    EXPECT_TRUE(zet_simulator_scene_from_json((std::string(R"({"sensors": )") + sensors + "}").c_str(),
-                                              &scene, error, sizeof(error)))
-        << error;
+    zet_simulator_scene_t scene = scene_of(std::string(R"({"sensors": )") + sensors + "}");
+    char error[256] = "";
     if (!zet_simulator_scene_select_board(&scene, board, error, sizeof(error)))
     {
         fault = error;

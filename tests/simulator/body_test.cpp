@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "scene/sight.h"
-#include "zet_simulator_scene_json.h"
+#include "scene_text.h"
 
 namespace
 {
@@ -18,22 +18,9 @@ using zet_simulator::scene_sight;
 using zet_simulator::sight;
 
 /** Reads a scene with one body, which must be valid. */
-zet_simulator_scene_t scene_of(const std::string &body)
+zet_simulator_scene_t scene_with_body(const std::string &body)
 {
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    const std::string text = R"({"bodies": [{)" + body + "}]}";
-    EXPECT_TRUE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << error;
-    return scene;
-}
-
-/** Why a scene is refused. */
-std::string refusal(const std::string &text)
-{
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    EXPECT_FALSE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << text;
-    return error;
+    return scene_of(R"({"bodies": [{)" + body + "}]}");
 }
 
 /** Sum of the cross-sections of all targets. */
@@ -73,7 +60,7 @@ double amplitude_at(const std::vector<double> &values, double turns)
 
 TEST(body, a_chest_breathes_in_faster_than_out)
 {
-    const zet_simulator_scene_t scene = scene_of(
+    const zet_simulator_scene_t scene = scene_with_body(
         R"("kind": "breathing", "distance_m": 1, "rate_per_min": 15, "amplitude_m": 0.01, "variability": 0, "heart_amplitude_m": 0)");
     ASSERT_EQ(scene.target_count, 1U);
     const std::vector<double> breath = distances(scene, 0, 0.01, 400);
@@ -87,7 +74,8 @@ TEST(body, a_chest_breathes_in_faster_than_out)
 
 TEST(body, the_heart_moves_the_chest_far_less_than_the_breath)
 {
-    const zet_simulator_scene_t scene = scene_of(R"("kind": "breathing", "distance_m": 1, "variability": 0)");
+    const zet_simulator_scene_t scene =
+        scene_with_body(R"("kind": "breathing", "distance_m": 1, "variability": 0)");
     const std::vector<double> minute = distances(scene, 0, 0.02, 3000);
     // 15 breaths and 66 heartbeats in a minute; the heart moves by 0.5 mm from end to end.
     EXPECT_NEAR(amplitude_at(minute, 66.0 / 3000.0), 0.00025, 0.00001);
@@ -98,8 +86,8 @@ TEST(body, the_heart_moves_the_chest_far_less_than_the_breath)
 
 TEST(body, the_rate_of_breathing_differs_by_the_variability)
 {
-    const zet_simulator_scene_t scene =
-        scene_of(R"("kind": "breathing", "distance_m": 1, "variability": 0.2, "heart_amplitude_m": 0)");
+    const zet_simulator_scene_t scene = scene_with_body(
+        R"("kind": "breathing", "distance_m": 1, "variability": 0.2, "heart_amplitude_m": 0)");
     const std::vector<double> values = distances(scene, 0, 0.01, 60000);
     std::vector<double> periods;
     double last = -1.0;
@@ -120,8 +108,8 @@ TEST(body, the_rate_of_breathing_differs_by_the_variability)
 TEST(body, a_walker_has_feet_that_rest_and_overtake)
 {
     constexpr double speed = 1.2;
-    const zet_simulator_scene_t scene =
-        scene_of(R"("kind": "walker", "y_m": 2, "to_y_m": 8, "enter_s": 1, "height_m": 1.8, "legs": 2)");
+    const zet_simulator_scene_t scene = scene_with_body(
+        R"("kind": "walker", "y_m": 2, "to_y_m": 8, "enter_s": 1, "height_m": 1.8, "legs": 2)");
     ASSERT_EQ(scene.target_count, 20U);
     EXPECT_NEAR(strength_of(scene), 2 * 0.6, 0.001);
     // Boulic: a cycle of two steps lasts 1.346 / sqrt(relative speed), here 1.2 m/s over 0.53 1.8 m.
@@ -157,7 +145,7 @@ TEST(body, a_walker_has_feet_that_rest_and_overtake)
 
 TEST(body, a_walker_turns_at_the_ends_of_the_path)
 {
-    const zet_simulator_scene_t scene = scene_of(
+    const zet_simulator_scene_t scene = scene_with_body(
         R"("kind": "walker", "y_m": 2, "to_y_m": 8, "z_m": -1, "enter_s": 1, "speed_m_s": 1.5, "legs": 3)");
     ASSERT_EQ(scene.target_count, 30U);
     for (const double time_s : {1.5, 4.5, 5.5, 8.5, 9.5, 12.5})
@@ -184,8 +172,8 @@ TEST(body, a_walker_turns_at_the_ends_of_the_path)
 
 TEST(body, a_fan_has_blades_with_a_speed_of_the_tip)
 {
-    const zet_simulator_scene_t scene =
-        scene_of(R"("kind": "fan", "distance_m": 2, "radius_m": 0.3, "rate_per_min": 90, "points": 4)");
+    const zet_simulator_scene_t scene = scene_with_body(
+        R"("kind": "fan", "distance_m": 2, "radius_m": 0.3, "rate_per_min": 90, "points": 4)");
     ASSERT_EQ(scene.target_count, 4U);
     EXPECT_NEAR(strength_of(scene), 0.03, 1.0e-6);
     double fastest = 0.0;
@@ -199,11 +187,12 @@ TEST(body, a_fan_has_blades_with_a_speed_of_the_tip)
 
 TEST(body, a_surface_can_have_a_stirrer)
 {
-    const zet_simulator_scene_t still = scene_of(R"("kind": "surface", "distance_m": 1.5, "amplitude_m": 0)");
+    const zet_simulator_scene_t still =
+        scene_with_body(R"("kind": "surface", "distance_m": 1.5, "amplitude_m": 0)");
     ASSERT_EQ(still.target_count, 1U);
     EXPECT_EQ(still.targets[0].reflectivity, 0.5F);
     EXPECT_EQ(scene_sight(still, still.targets[0], 1, 0.77).distance_m, 1.5);
-    const zet_simulator_scene_t stirred = scene_of(
+    const zet_simulator_scene_t stirred = scene_with_body(
         R"("kind": "surface", "distance_m": 1.5, "stirrer_m2": 0.02, "stirrer_rate_per_min": 30, "stirrer_radius_m": 0.2)");
     ASSERT_EQ(stirred.target_count, 2U);
     EXPECT_NEAR(scene_sight(stirred, stirred.targets[1], 1, 0.5).distance_m, 1.5 - 0.3 + 0.2, 1.0e-5);
@@ -212,8 +201,8 @@ TEST(body, a_surface_can_have_a_stirrer)
 
 TEST(body, a_curtain_sways_around_its_distance)
 {
-    const zet_simulator_scene_t scene =
-        scene_of(R"("kind": "curtain", "distance_m": 3, "points": 5, "amplitude_m": 0.02, "leave_s": 9)");
+    const zet_simulator_scene_t scene = scene_with_body(
+        R"("kind": "curtain", "distance_m": 3, "points": 5, "amplitude_m": 0.02, "leave_s": 9)");
     ASSERT_EQ(scene.target_count, 5U);
     EXPECT_NEAR(strength_of(scene), 0.3, 1.0e-5);
     for (uint32_t i = 0; i < 5U; ++i)
@@ -229,9 +218,9 @@ TEST(body, a_curtain_sways_around_its_distance)
 TEST(body, clutter_is_the_same_for_the_same_seed)
 {
     const std::string text = R"("kind": "clutter", "nearest_m": 1, "farthest_m": 4, "points": 40, "seed": )";
-    const zet_simulator_scene_t scene = scene_of(text + "5");
-    const zet_simulator_scene_t same = scene_of(text + "5");
-    const zet_simulator_scene_t other = scene_of(text + "6");
+    const zet_simulator_scene_t scene = scene_with_body(text + "5");
+    const zet_simulator_scene_t same = scene_with_body(text + "5");
+    const zet_simulator_scene_t other = scene_with_body(text + "6");
     ASSERT_EQ(scene.target_count, 40U);
     double sum = 0.0;
     for (uint32_t i = 0; i < 40U; ++i)
@@ -250,30 +239,43 @@ TEST(body, clutter_is_the_same_for_the_same_seed)
 
 TEST(body, wrong_bodies_are_refused_with_their_place)
 {
-    const std::string kinds = R"("breathing" "walker" "surface" "fan" "curtain" "clutter")";
-    EXPECT_EQ(refusal(R"({"bodies": {}})"), "bodies must be an array");
-    EXPECT_EQ(refusal(R"({"bodies": [1]})"), "bodies[0] must be an object");
-    EXPECT_EQ(refusal(R"({"bodies": [{"distance_m": 1}]})"), "bodies[0].kind must be one of " + kinds);
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "dog"}]})"), "bodies[0].kind must be one of " + kinds);
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "breathing", "distance_m": 1, "rate_per_min": 61}]})"),
+    const std::string kinds = R"(one of "breathing", "walker", "surface", "fan", "curtain", "clutter")";
+    EXPECT_EQ(reason_of(R"({"bodies": {}})"), "bodies is an object, but must be an array");
+    EXPECT_EQ(reason_of(R"({"bodies": [1]})"), "bodies[0] is 1, but must be an object");
+    EXPECT_EQ(reason_of(R"({"bodies": [{"distance_m": 1}]})"),
+              "bodies[0] has no key \"kind\", but must have it: " + kinds);
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "dog"}]})"),
+              "bodies[0].kind is \"dog\", but must be " + kinds);
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "breathing", "distance_m": 1, "rate_per_min": 61}]})"),
               "bodies[0].rate_per_min is 61, but must be a number from 3 to 60");
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "breathing"}]})"), "bodies[0] needs the key \"distance_m\"");
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "curtain", "distance_m": 1, "legs": 2}]})"),
-              "bodies[0] has an unknown or repeated key \"legs\"; the keys are sensor, kind, distance_m, "
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "breathing"}]})"),
+              "bodies[0] has no key \"distance_m\", but must have it: a number from 0.05 to 1000");
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "curtain", "distance_m": 1, "legs": 2}]})"),
+              "bodies[0] has the unknown key \"legs\"; the keys are sensor, kind, distance_m, "
               "strength_m2, enter_s, leave_s, rate_per_min, amplitude_m, points");
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "walker", "y_m": 1, "to_y_m": 1.05}]})"),
-              "bodies[0].to_x_m and to_y_m must be at least 0.1 m away from x_m and y_m");
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "clutter", "nearest_m": 2, "farthest_m": 2}]})"),
-              "bodies[0].farthest_m must be more than nearest_m");
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "walker", "y_m": 1, "to_y_m": 1.05}]})"),
+              "bodies[0] walks 0.05 m, but to_x_m and to_y_m must be at least 0.1 m away from x_m and y_m");
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "clutter", "nearest_m": 2, "farthest_m": 2}]})"),
+              "bodies[0].farthest_m is 2, but must be more than nearest_m, which is 2");
     EXPECT_EQ(
-        refusal(
+        reason_of(
             R"({"bodies": [{"kind": "surface", "distance_m": 1, "stirrer_m2": 1, "stirrer_radius_m": 1}]})"),
-        "bodies[0].stirrer_radius_m must be at most distance_m / 2.6");
-    EXPECT_EQ(refusal(R"({"bodies": [{"kind": "fan", "distance_m": 1, "enter_s": 5, "leave_s": 4}]})"),
-              "bodies[0].leave_s must be more than enter_s");
+        "bodies[0].stirrer_radius_m is 1, but must be at most distance_m / 2.6, which is 0.385");
+    EXPECT_EQ(reason_of(R"({"bodies": [{"kind": "fan", "distance_m": 1, "enter_s": 5, "leave_s": 4}]})"),
+              "bodies[0].leave_s is 4, but must be more than enter_s, which is 5");
     const std::string clutter = R"({"kind": "clutter", "nearest_m": 1, "farthest_m": 4, "points": 40})";
-    EXPECT_EQ(refusal(R"({"bodies": [)" + clutter + ", " + clutter + "]}"),
-              "bodies[1] has no room: a scene must have at most 64 targets and 256 oscillations");
+    EXPECT_EQ(
+        reason_of(R"({"bodies": [)" + clutter + ", " + clutter + "]}"),
+        "bodies[1] makes the scene have 80 targets and 0 oscillations, but there must be at most 64 and "
+        "256");
+}
+
+TEST(body, names_a_sensor_of_the_board)
+{
+    const std::string text = R"({"bodies": [{"kind": "fan", "distance_m": 1, "sensor": 6}]})";
+    EXPECT_EQ(refusal_of(text, 6), "");
+    EXPECT_EQ(refusal_of(text, 5),
+              "bodies[0].sensor is 6, but the number of sensors on the board is 5 (line 1, column 56)");
 }
 
 } // namespace

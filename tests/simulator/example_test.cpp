@@ -5,16 +5,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "scene/sight.h"
+#include "scene_text.h"
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
-#include "zet_simulator_scene_json.h"
 
 namespace
 {
@@ -22,17 +20,6 @@ namespace
 using zet_simulator::scene_shows;
 using zet_simulator::scene_sight;
 using zet_simulator::sight;
-
-/** Reads an example. */
-zet_simulator_scene_t example(const std::string &name)
-{
-    std::stringstream text;
-    text << std::ifstream(EXAMPLE_SCENES "/" + name + ".json").rdbuf();
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    EXPECT_TRUE(zet_simulator_scene_from_json(text.str().c_str(), &scene, error, sizeof(error))) << error;
-    return scene;
-}
 
 /** What sensor 1 sees of the targets that are there, without those beyond a distance. */
 std::vector<sight> seen_at(const zet_simulator_scene_t &scene, double time_s, double within_m)
@@ -72,12 +59,8 @@ TEST(example, is_the_same_when_written_and_read_again)
     for (const std::string name :
          {"breathing_person", "crossing_persons", "room_with_fan", "stirred_tank", "visitor"})
     {
-        const zet_simulator_scene_t scene = example(name);
-        std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-        zet_simulator_scene_to_json(&scene, text.data());
-        zet_simulator_scene_t again;
-        char error[512] = "";
-        ASSERT_TRUE(zet_simulator_scene_from_json(text.data(), &again, error, sizeof(error))) << error;
+        const zet_simulator_scene_t scene = example_scene(name);
+        const zet_simulator_scene_t again = scene_of(text_of(scene));
         ASSERT_EQ(again.target_count, scene.target_count) << name;
         for (uint32_t i = 0; i < scene.target_count; ++i)
         {
@@ -97,7 +80,7 @@ TEST(example, is_the_same_when_written_and_read_again)
 TEST(example, the_heart_of_the_breathing_person_can_be_measured)
 {
     constexpr double frame_rate = 20.0;
-    const zet_simulator_scene_t scene = example("breathing_person");
+    const zet_simulator_scene_t scene = example_scene("breathing_person");
     const simulation simulation(1, &scene);
     simulated_sensor sensor;
     zet_config_subsweep_start_point_set(sensor.config, 480, 0);
@@ -125,7 +108,7 @@ TEST(example, the_heart_of_the_breathing_person_can_be_measured)
 
 TEST(example, the_visitor_comes_sits_and_leaves)
 {
-    const zet_simulator_scene_t scene = example("visitor");
+    const zet_simulator_scene_t scene = example_scene("visitor");
     EXPECT_TRUE(seen_at(scene, 1.9, 5.9).empty());
     EXPECT_TRUE(seen_at(scene, 69.1, 5.9).empty());
     EXPECT_EQ(seen_at(scene, 4.0, 5.9).size(), 10U);
@@ -138,7 +121,7 @@ TEST(example, the_visitor_comes_sits_and_leaves)
 
 TEST(example, two_persons_meet_and_cross)
 {
-    const zet_simulator_scene_t scene = example("crossing_persons");
+    const zet_simulator_scene_t scene = example_scene("crossing_persons");
     for (const double time_s : {2.0, 6.0})
     {
         const std::vector<sight> seen = seen_at(scene, time_s, 100.0);
@@ -175,14 +158,14 @@ range range_of(const zet_simulator_scene_t &scene, uint32_t target)
 
 TEST(example, the_stirrer_and_the_fan_have_their_speeds)
 {
-    const zet_simulator_scene_t tank = example("stirred_tank");
+    const zet_simulator_scene_t tank = example_scene("stirred_tank");
     ASSERT_EQ(tank.target_count, 2U);
     EXPECT_NEAR(range_of(tank, 0).nearest_m, 1.6 - 0.0005, 0.0002);
     EXPECT_NEAR(range_of(tank, 0).farthest_m, 1.6 + 0.0005, 0.0002);
     EXPECT_NEAR(range_of(tank, 1).nearest_m, 1.225, 0.001);
     EXPECT_NEAR(range_of(tank, 1).farthest_m, 1.525, 0.001);
     EXPECT_NEAR(range_of(tank, 1).fastest_m_s, 0.63, 0.01);
-    const zet_simulator_scene_t room = example("room_with_fan");
+    const zet_simulator_scene_t room = example_scene("room_with_fan");
     ASSERT_EQ(room.target_count, 3U + 6U + 8U);
     EXPECT_NEAR(range_of(room, 0).fastest_m_s, 2.6, 0.03);
     EXPECT_NEAR(range_of(room, 0).nearest_m, 2.25, 0.001);

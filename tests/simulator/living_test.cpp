@@ -10,24 +10,15 @@
 #include <vector>
 
 #include "scene/sight.h"
+#include "scene_text.h"
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
-#include "zet_simulator_scene_json.h"
 
 namespace
 {
 
 using zet_simulator::scene_sight;
 using zet_simulator::sight;
-
-/** Reads a scene that must be valid. */
-zet_simulator_scene_t scene_of(const std::string &text)
-{
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    EXPECT_TRUE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << error;
-    return scene;
-}
 
 /** What sensor 1 sees of the first target. */
 sight sight_at(const zet_simulator_scene_t &scene, double time_s)
@@ -262,61 +253,68 @@ TEST(living, the_echo_of_a_surface_falls_with_the_distance_only)
     EXPECT_NEAR(level_at("2"), 8000.0 * std::sqrt(M_PI) * 0.2 / 2.0, 60.0);
 }
 
-/** Why a scene is refused. */
-std::string refusal(const std::string &text)
-{
-    zet_simulator_scene_t scene;
-    char error[512] = "";
-    EXPECT_FALSE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << text;
-    return error;
-}
-
 TEST(living, wrong_targets_are_refused_with_their_place)
 {
-    EXPECT_EQ(refusal(one_target(R"("velocity_m_s": 1)")),
-              "targets[0] needs one of distance_m, track, and x_m, y_m and z_m");
-    EXPECT_EQ(refusal(R"({"targets": [{"distance_m": 1, "strength_m2": 1, "reflectivity": 1}]})"),
-              "targets[0] needs either strength_m2 or reflectivity");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 1, "leave_s": 2, "enter_s": 3)")),
-              "targets[0].leave_s must be more than enter_s");
-    EXPECT_EQ(refusal(one_target(R"("y_m": 1, "distance_m": 2)")),
-              "targets[0] has a place; it must not have distance_m, velocity_m_s, nearest_m or farthest_m");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 2, "z_velocity_m_s": 2)")),
-              "targets[0] moves along x, y or z; it must have a place: x_m, y_m and z_m");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 2, "fluctuation": "some")")),
-              R"(targets[0].fluctuation must be one of "none" "swerling_1" "swerling_3")");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 2, "oscillations": 3)")),
-              "targets[0].oscillations must be an array");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 2, "oscillations": [], "oscillations": [])")),
-              "targets[0] has an unknown or repeated key \"oscillations\"; the keys are sensor, distance_m, "
-              "strength_m2, reflectivity, velocity_m_s, oscillation_amplitude_m, oscillation_frequency_hz, "
-              "nearest_m, farthest_m, enter_s, leave_s, fluctuation, x_m, y_m, z_m, x_velocity_m_s, "
-              "y_velocity_m_s, z_velocity_m_s, oscillations, track");
+    EXPECT_EQ(reason_of(one_target(R"("velocity_m_s": 1)")),
+              "targets[0] has no position, but must have distance_m, a place (x_m, y_m, z_m) or track");
+    EXPECT_EQ(reason_of(R"({"targets": [{"distance_m": 1, "strength_m2": 1, "reflectivity": 1}]})"),
+              "targets[0] has both of strength_m2 and reflectivity, but needs one");
+    EXPECT_EQ(reason_of(one_target(R"("distance_m": 1, "leave_s": 2, "enter_s": 3)")),
+              "targets[0].leave_s is 2, but must be more than enter_s, which is 3");
     EXPECT_EQ(
-        refusal(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 11, "frequency_hz": 1}])")),
+        reason_of(one_target(R"("y_m": 1, "distance_m": 2)")),
+        "targets[0].distance_m is 2, but must be absent, because the target has a place (x_m, y_m, z_m)");
+    EXPECT_EQ(reason_of(one_target(R"("distance_m": 2, "z_velocity_m_s": 2)")),
+              "targets[0].z_velocity_m_s is 2, but must be absent, because the target has no place (x_m, "
+              "y_m, z_m)");
+    EXPECT_EQ(
+        refusal_of(
+            one_target(R"("distance_m": 2, "oscillations": [{"frequency_hz": 1, "amplitude_y_m": 3}])")),
+        "targets[0].oscillations[0].amplitude_y_m is 3, but must be absent, because the target has no place "
+        "(x_m, y_m, z_m) (line 1, column 104)");
+    EXPECT_EQ(reason_of(one_target(R"("distance_m": 2, "fluctuation": "some")")),
+              R"(targets[0].fluctuation is "some", but must be one of "none", "swerling_1", "swerling_3")");
+    EXPECT_EQ(reason_of(one_target(R"("distance_m": 2, "oscillations": 3)")),
+              "targets[0].oscillations is 3, but must be an array");
+    EXPECT_EQ(refusal_of(one_target(R"("distance_m": 2, "oscillations": [], "oscillations": [])")),
+              "targets[0] has the key \"oscillations\" twice, but must have it once (line 1, column 70)");
+    EXPECT_EQ(reason_of(one_target(R"("distance": 2)")),
+              "targets[0] has the unknown key \"distance\"; the keys are sensor, distance_m, strength_m2, "
+              "reflectivity, velocity_m_s, oscillation_amplitude_m, oscillation_frequency_hz, nearest_m, "
+              "farthest_m, enter_s, leave_s, fluctuation, x_m, y_m, z_m, x_velocity_m_s, y_velocity_m_s, "
+              "z_velocity_m_s, oscillations, track");
+    EXPECT_EQ(
+        reason_of(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 11, "frequency_hz": 1}])")),
         "targets[0].oscillations[0].amplitude_m is 11, but must be a number from -10 to 10");
-    EXPECT_EQ(refusal(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 1}])")),
-              "targets[0].oscillations[0] needs the key \"frequency_hz\"");
+    EXPECT_EQ(
+        reason_of(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 1}])")),
+        "targets[0].oscillations[0] has no key \"frequency_hz\", but must have it: a number from 0 to 1000");
 }
 
 TEST(living, wrong_tracks_are_refused_with_their_place)
 {
-    EXPECT_EQ(
-        refusal(one_target(R"("track": [{"time_s": 1, "distance_m": 2}, {"time_s": 1, "distance_m": 3}])")),
-        "targets[0].track[1].time_s must be more than that of the entry before");
-    EXPECT_EQ(refusal(one_target(R"("track": [{"time_s": 1, "distance_m": 2}, {"time_s": 2, "x_m": 3}])")),
-              "targets[0].track[1] needs distance_m, and no place, like the other entries and the target");
-    EXPECT_EQ(
-        refusal(one_target(R"("x_m": 1, "track": [{"time_s": 1, "distance_m": 2}])")),
-        "targets[0].track[0] needs x_m and y_m, and no distance_m, like the other entries and the target");
-    EXPECT_EQ(refusal(one_target(R"("track": [7])")), "targets[0].track[0] must be an object");
+    EXPECT_EQ(refusal_of(
+                  one_target(R"("track": [{"time_s": 1, "distance_m": 2}, {"time_s": 1, "distance_m": 3}])")),
+              "targets[0].track[1].time_s is 1, but must be more than that of the entry before, which is 1 "
+              "(line 1, "
+              "column 86)");
+    EXPECT_EQ(reason_of(one_target(R"("track": [{"time_s": 1, "distance_m": 2}, {"time_s": 2, "x_m": 3}])")),
+              "targets[0].track[1] has x_m, but must have distance_m, and no place, like the target and its "
+              "other keyframes");
+    EXPECT_EQ(reason_of(one_target(R"("x_m": 1, "track": [{"time_s": 1, "distance_m": 2}])")),
+              "targets[0].track[0] has distance_m, but must have x_m and y_m, and no distance_m, like the "
+              "target and its other keyframes");
+    EXPECT_EQ(reason_of(one_target(R"("x_m": 1, "track": [{"time_s": 1}])")),
+              "targets[0].track[0] has no position, but must have x_m and y_m, and no distance_m, like the "
+              "target and its other keyframes");
+    EXPECT_EQ(reason_of(one_target(R"("track": [7])")), "targets[0].track[0] is 7, but must be an object");
     std::string many;
     for (int i = 0; i <= 1024; ++i)
     {
         many += (i > 0 ? ", " : "") + (R"({"distance_m": 1, "time_s": )" + std::to_string(i) + "}");
     }
-    EXPECT_EQ(refusal(one_target(R"("track": [)" + many + "]")),
-              "track must have at most 1024 entries in all targets together");
+    EXPECT_EQ(reason_of(one_target(R"("track": [)" + many + "]")),
+              "targets[0].track[1024] is entry 1025 of all targets together, but there must be at most 1024");
 }
 
 TEST(living, lists_beyond_those_of_the_scene_are_refused)
@@ -330,7 +328,7 @@ TEST(living, lists_beyond_those_of_the_scene_are_refused)
     EXPECT_TRUE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
     scene.keyframe_count = 1025;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
-    EXPECT_STREQ(error, "track has 1025 entries, but must have at most 1024");
+    EXPECT_STREQ(error, "track[1024] is one of 1025 entries, but the most is 1024");
 }
 
 } // namespace

@@ -15,11 +15,11 @@
 #include "scene/bodies/bodies.h"
 #include "scene/scene.h"
 #include "scene/scene_fields.h"
+#include "scene_text.h"
 #include "simulated_sensor.h"
 #include "zet_config_internal.h"
 #include "zet_hal_integration_k330.h"
 #include "zet_nox_k330.h"
-#include "zet_simulator_scene_json.h"
 
 namespace
 {
@@ -240,7 +240,7 @@ TEST(scene, passed_by_a_port_is_checked_at_the_start)
     char error[256];
     scene.target_count = 65;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
-    EXPECT_STREQ(error, "targets has 65 entries, but must have at most 64");
+    EXPECT_STREQ(error, "targets[64] is one of 65 entries, but the most is 64");
 }
 
 TEST(scene, must_not_name_sensors_that_the_board_does_not_have)
@@ -292,9 +292,7 @@ TEST(scene_file, is_read_completely)
         "faults": [{"kind": "slow_link", "bytes_per_second": 1000, "skip": 3, "count": 4, "sensor": 1},
                    {"kind": "lost_interrupt"}]
     })";
-    zet_simulator_scene_t scene;
-    char error[256] = "";
-    ASSERT_TRUE(zet_simulator_scene_from_json(text, &scene, error, sizeof(error))) << error;
+    const zet_simulator_scene_t scene = scene_of(text);
     EXPECT_EQ(scene.target_count, 2U);
     EXPECT_EQ(scene.targets[0].sensor_id, 2U);
     EXPECT_EQ(scene.targets[0].distance_m, 1.5F);
@@ -328,7 +326,7 @@ struct invalid_scene
 {
     const char *name;
     std::string text;
-    const char *error;
+    std::string error;
 };
 
 /** Prints a scene by its name in test lists and failures. */
@@ -343,14 +341,14 @@ class invalid_scene_file : public testing::TestWithParam<invalid_scene>
 
 TEST_P(invalid_scene_file, is_refused_with_a_message_about_the_key)
 {
-    zet_simulator_scene_t scene;
-    char error[256] = "";
-    EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, error, sizeof(error)));
-    EXPECT_STREQ(error, GetParam().error);
+    const std::string &text = GetParam().text;
+    EXPECT_EQ(refusal_of(text), GetParam().error);
     // A short buffer for the message is filled without an overflow.
+    zet_simulator_scene_t scene;
     char little[8] = "";
-    EXPECT_FALSE(zet_simulator_scene_from_json(GetParam().text.c_str(), &scene, little, sizeof(little)));
-    EXPECT_EQ(std::string(little), std::string(GetParam().error).substr(0, 7));
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0};
+    EXPECT_FALSE(zet_simulator_scene_from_json(&source, &scene, little, sizeof(little)));
+    EXPECT_EQ(std::string(little), GetParam().error.substr(0, 7));
 }
 
 std::string many_targets()
@@ -364,68 +362,135 @@ std::string many_targets()
 }
 
 const invalid_scene invalid_scenes[] = {
-    {"not_json", "{\"targets\": [}", "the scene is not JSON; the error is at or before line 1, column 14"},
-    {"empty", "", "the scene is not JSON; the error is at or before line 1, column 1"},
-    {"trailing_text", "{} {}", "the scene is not JSON; the error is at or before line 1, column 4"},
+    {"not_json", "{\"targets\": [}",
+     "the scene is not JSON: it has \"}\" where it must have a value (line 1, column 14)"},
+    {"empty", "",
+     "the scene is not JSON: it has the end of the text where it must have a value (line 1, column 1)"},
+    {"trailing_text", "{} {}",
+     "the scene is not JSON: it has \"{\" where it must have the end of the text (line 1, column 4)"},
     {"fault_in_a_later_line", "{\n  \"description\": \"n\u00e4h\",\n  \"t\u00e4rgets\": [}\n}\n",
-     "the scene is not JSON; the error is at or before line 3, column 15"},
-    {"array", "[]", "the scene must be a JSON object"},
+     "the scene is not JSON: it has \"}\" where it must have a value (line 3, column 15)"},
+    {"array", "[]", "the scene is an array, but must be an object (line 1, column 1)"},
     {"unknown_key", R"({"target": []})",
-     "the scene has an unknown or repeated key \"target\"; the keys are description (a string) and the "
-     "arrays "
-     "targets, bodies, sensors, interferers, temperatures, faults, hardware"},
+     "the scene has the unknown key \"target\"; the keys are description, bodies, targets, interferers, "
+     "temperatures, faults, hardware, sensors (line 1, column 2)"},
     {"repeated_key", R"({"faults": [], "faults": []})",
-     "the scene has an unknown or repeated key \"faults\"; the keys are description (a string) and the "
-     "arrays "
-     "targets, bodies, sensors, interferers, temperatures, faults, hardware"},
-    {"not_an_array", R"({"targets": {}})", "targets must be an array"},
-    {"not_an_object", R"({"targets": [3]})", "targets[0] must be an object"},
+     "the scene has the key \"faults\" twice, but must have it once (line 1, column 16)"},
+    {"not_an_array", R"({"targets": {}})", "targets is an object, but must be an array (line 1, column 13)"},
+    {"not_an_object", R"({"targets": [3]})", "targets[0] is 3, but must be an object (line 1, column 14)"},
     {"missing_key", R"({"targets": [{"distance_m": 1}]})",
-     "targets[0] needs either strength_m2 or reflectivity"},
+     "targets[0] has none of strength_m2 and reflectivity, but needs one (line 1, column 14)"},
     {"unknown_entry_key", R"({"temperatures": [{"celsius": 1}, {"celcius": 1}]})",
-     "temperatures[1] has an unknown or repeated key \"celcius\"; the keys are sensor, celsius, "
-     "drift_celsius_per_s"},
+     "temperatures[1] has the unknown key \"celcius\"; the keys are sensor, celsius, drift_celsius_per_s "
+     "(line 1, column 36)"},
     {"repeated_entry_key", R"({"temperatures": [{"celsius": 1, "celsius": 2}]})",
-     "temperatures[0] has an unknown or repeated key \"celsius\"; the keys are sensor, celsius, "
-     "drift_celsius_per_s"},
+     "temperatures[0] has the key \"celsius\" twice, but must have it once (line 1, column 34)"},
     {"not_a_number", R"({"targets": [{"distance_m": "far", "strength_m2": 1}]})",
-     "targets[0].distance_m must be a number from 0.01 to 1000"},
+     "targets[0].distance_m is \"far\", but must be a number from 0.01 to 1000 (line 1, column 29)"},
     {"too_small", R"({"targets": [{"distance_m": 0, "strength_m2": 1}]})",
-     "targets[0].distance_m is 0, but must be a number from 0.01 to 1000"},
+     "targets[0].distance_m is 0, but must be a number from 0.01 to 1000 (line 1, column 29)"},
     {"too_large", R"({"interferers": [{"strength": 1e400}]})",
-     "interferers[0].strength is more than 1e9, but must be a number from 0.01 to 1000000"},
+     "interferers[0].strength is more than 1e9, but must be a number from 0.01 to 1000000 (line 1, column "
+     "31)"},
     {"not_an_integer", R"({"faults": [{"kind": "failing_read", "skip": 1.5}]})",
-     "faults[0].skip must be a whole number from 0 to 100000000"},
+     "faults[0].skip is 1.5, but must be a whole number from 0 to 100000000 (line 1, column 46)"},
     {"whole_number_just_above", R"({"faults": [{"kind": "failing_read", "count": 100000001}]})",
-     "faults[0].count is 100000001, but must be a number from 0 to 100000000"},
+     "faults[0].count is 100000001, but must be a number from 0 to 100000000 (line 1, column 47)"},
     {"unknown_fault", R"({"faults": [{"kind": "broken"}]})",
-     "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
-     "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
+     "faults[0].kind is \"broken\", but must be one of \"absent_sensor\", \"failing_calibration\", "
+     "\"failing_prepare\", \"failing_measure\", \"lost_interrupt\", \"failing_read\", \"slow_link\" (line 1, "
+     "column 22)"},
     {"fault_number", R"({"faults": [{"kind": 1}]})",
-     "faults[0].kind must be one of \"absent_sensor\" \"failing_calibration\" \"failing_prepare\" "
-     "\"failing_measure\" \"lost_interrupt\" \"failing_read\" \"slow_link\""},
+     "faults[0].kind is 1, but must be one of \"absent_sensor\", \"failing_calibration\", "
+     "\"failing_prepare\", \"failing_measure\", \"lost_interrupt\", \"failing_read\", \"slow_link\" (line 1, "
+     "column 22)"},
     {"reversed_limits",
      R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 2, "farthest_m": 2}]})",
-     "targets[0].farthest_m must be more than nearest_m"},
+     "targets[0].farthest_m is 2, but must be more than nearest_m, which is 2 (line 1, column 80)"},
     {"start_beyond_the_limits",
      R"({"targets": [{"distance_m": 3.5, "strength_m2": 1, "nearest_m": 2, "farthest_m": 3}]})",
-     "targets[0].distance_m must be from nearest_m to farthest_m"},
+     "targets[0].distance_m is 3.5, but must be at most farthest_m, which is 3 (line 1, column 29)"},
     {"start_just_before_the_limits",
      R"({"targets": [{"distance_m": 1.9999999, "strength_m2": 1, "nearest_m": 2, "farthest_m": 3}]})",
-     "targets[0].distance_m must be from nearest_m to farthest_m"},
+     "targets[0].distance_m is 1.9999999e0, but must be at least nearest_m, which is 2 (line 1, column 29)"},
     {"only_the_nearest_limit", R"({"targets": [{"distance_m": 3, "strength_m2": 1, "nearest_m": 2}]})",
-     "targets[0] has only one of the keys nearest_m and farthest_m; give both or none"},
+     "targets[0].nearest_m is given without farthest_m, but both or none of them must be given (line 1, "
+     "column 63)"},
     {"only_the_farthest_limit", R"({"targets": [{"distance_m": 3, "strength_m2": 1, "farthest_m": 4}]})",
-     "targets[0] has only one of the keys nearest_m and farthest_m; give both or none"},
+     "targets[0].farthest_m is given without nearest_m, but both or none of them must be given (line 1, "
+     "column 64)"},
+    {"limits_of_0", R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 0, "farthest_m": 0}]})",
+     "targets[0].farthest_m is 0, but must be more than nearest_m, which is 0 (line 1, column 80)"},
+    {"direction_of_0", R"({"sensors": [{"direction_y": 0, "direction_z": -0.0}]})",
+     "sensors[0] has a direction of 0, 0, 0, but one of direction_x, direction_y and direction_z must be "
+     "other "
+     "than 0 (line 1, column 14)"},
+    {"null", R"({"targets": [{"distance_m": null}]})",
+     "targets[0].distance_m is null, but must be a number from 0.01 to 1000 (line 1, column 29)"},
+    {"truth_value", R"({"temperatures": [{"celsius": false}]})",
+     "temperatures[0].celsius is false, but must be a number from -40 to 125 (line 1, column 31)"},
+    {"list", R"({"interferers": [{"strength": [1]}]})",
+     "interferers[0].strength is an array, but must be a number from 0.01 to 1000000 (line 1, column 31)"},
+    {"description_twice", R"({"description": "a", "description": "b"})",
+     "the scene has the key \"description\" twice, but must have it once (line 1, column 22)"},
+    {"description_of_a_number", R"({"description": 1})",
+     "description is 1, but must be a string (line 1, column 17)"},
+    {"missing_key_of_a_fault", R"({"faults": [{"skip": 1}]})",
+     "faults[0] has no key \"kind\", but must have it: one of \"absent_sensor\", \"failing_calibration\", "
+     "\"failing_prepare\", \"failing_measure\", \"lost_interrupt\", \"failing_read\", \"slow_link\" (line 1, "
+     "column "
+     "13)"},
+    {"long_and_strange_text",
+     R"({"targets": [{"fluctuation": "\u0007)" + std::string(31, 'x') + "\xC3\xA4\"}]}",
+     "targets[0].fluctuation is \"?" + std::string(31, 'x') +
+         "...\", but must be one of \"none\", \"swerling_1\", \"swerling_3\" (line 1, column 30)"},
+    {"escapes_in_keys", "{\"t\\u0061rgets\":\n\t[{\"sens\\u006fr\": 70000}]}",
+     "targets[0].sensor is 70000, but must be a number from 0 to 65535 (line 2, column 19)"},
+    {"byte_order_mark", "\xEF\xBB\xBF[]", "the scene is an array, but must be an object (line 1, column 1)"},
+    {"null_byte", std::string("{\"a\0\"}", 7),
+     "the scene is not JSON: it has the byte 0x00 where it must have an escape such as \\n or \\u0009 (line "
+     "1, "
+     "column 4)"},
+    {"escaped_null_byte", R"({"description": "a\u0000"})",
+     "the scene is not JSON: it has \"\\\" where it must have \\u and four hexadecimal digits that are not "
+     "all 0 "
+     "(line 1, column 19)"},
+    {"half_a_surrogate", R"({"description": "\ud800"})",
+     "the scene is not JSON: it has \"\\\" where it must have both halves of a pair of surrogates (line 1, "
+     "column "
+     "18)"},
+    {"not_utf_8", "{\"description\": \"\xC3\xA4\xC3\"}",
+     "the scene is not JSON: it has the byte 0xc3 where it must have a character in UTF-8 (line 1, column "
+     "19)"},
+    {"line_feed_in_a_string", "{\"description\": \"a\nb\"}",
+     "the scene is not JSON: it has the end of a line where it must have an escape such as \\n or \\u0009 "
+     "(line 1, "
+     "column 19)"},
+    {"number_with_zeros", R"({"targets": [{"distance_m": 007}]})",
+     "the scene is not JSON: it has \"0\" where it must have \",\" or \"}\" (line 1, column 30)"},
+    {"word_for_a_number", R"({"targets": [{"distance_m": NaN}]})",
+     "the scene is not JSON: it has \"N\" where it must have a value (line 1, column 29)"},
+    {"deep_nesting", std::string(17, '['),
+     "the scene is not JSON: it has \"[\" where it must have at most 16 levels of nesting (line 1, column "
+     "17)"},
+    {"body_with_an_impossible_target",
+     R"({"targets": [{"distance_m": 1, "strength_m2": 1}], "bodies": [
+        {"kind": "curtain", "distance_m": 0.05, "amplitude_m": 0.5}]})",
+     "bodies[0] gives a target that cannot be: targets[1].distance_m is -0.45, but must be a number from "
+     "0.01 "
+     "to 1000 (line 2, column 9)"},
     {"period_too_short", R"({"interferers": [{"strength": 1, "duration_s": 3, "period_s": 2}]})",
-     "interferers[0].duration_s must be more than 0 and at most period_s"},
+     "interferers[0].duration_s is 3, but must be more than 0 and at most period_s, which is 2 (line 1, "
+     "column 48)"},
     {"period_without_duration", R"({"interferers": [{"strength": 1, "period_s": 2}]})",
-     "interferers[0].duration_s must be more than 0 and at most period_s"},
+     "interferers[0].duration_s is 0, but must be more than 0 and at most period_s, which is 2 (line 1, "
+     "column 18)"},
     {"slow_link_without_rate", R"({"faults": [{"kind": "slow_link"}]})",
-     "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
+     "faults[0].bytes_per_second is 0, but must be 1 or more for slow_link, otherwise 0 (line 1, column 13)"},
     {"rate_without_slow_link", R"({"faults": [{"kind": "failing_read", "bytes_per_second": 1}]})",
-     "faults[0].bytes_per_second must be at least 1 for a slow_link and 0 or absent for any other kind"},
-    {"too_many", many_targets(), "targets must have at most 64 entries"},
+     "faults[0].bytes_per_second is 1, but must be 1 or more for slow_link, otherwise 0 (line 1, column 58)"},
+    {"too_many", many_targets(),
+     "targets[64] is one of 65 entries, but there must be at most 64 (line 1, column 2318)"},
 };
 
 INSTANTIATE_TEST_SUITE_P(files, invalid_scene_file, testing::ValuesIn(invalid_scenes),
@@ -477,12 +542,8 @@ TEST(scene_file, examples_are_valid)
     size_t files = 0;
     for (const auto &entry : std::filesystem::directory_iterator(EXAMPLE_SCENES))
     {
-        std::stringstream text;
-        text << std::ifstream(entry.path()).rdbuf();
-        zet_simulator_scene_t scene;
-        char error[256] = "";
-        EXPECT_TRUE(zet_simulator_scene_from_json(text.str().c_str(), &scene, error, sizeof(error)))
-            << entry.path() << ": " << error;
+        SCOPED_TRACE(entry.path());
+        example_scene(entry.path().stem());
         ++files;
     }
     EXPECT_GE(files, 5U);

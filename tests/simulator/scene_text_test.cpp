@@ -7,27 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "zet_simulator_scene_json.h"
+#include "scene_text.h"
 
 namespace
 {
-
-/** A scene as text. */
-std::string text_of(const zet_simulator_scene_t &scene)
-{
-    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&scene, text.data());
-    return text.data();
-}
-
-/** Reads a scene that must be valid. */
-zet_simulator_scene_t scene_of(const std::string &text)
-{
-    zet_simulator_scene_t scene = {};
-    char error[512] = "";
-    EXPECT_TRUE(zet_simulator_scene_from_json(text.c_str(), &scene, error, sizeof(error))) << error;
-    return scene;
-}
 
 /** Fills a list with an entry. */
 template <typename entry_t, size_t size> uint16_t fill(entry_t (&list)[size], const entry_t &entry)

@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "common/noise.h"
+#include "common/number_text.h"
 #include "scene/bodies/waveform.h"
 
 namespace
@@ -43,7 +44,19 @@ public:
     /** Returns whether everything had room. */
     [[nodiscard]] bool had_room() const
     {
-        return had_room_;
+        return missing_targets_ + missing_oscillations_ == 0U;
+    }
+
+    /** How many targets the scene would have. */
+    [[nodiscard]] uint32_t target_count() const
+    {
+        return scene_.target_count + missing_targets_;
+    }
+
+    /** How many oscillations the scene would have. */
+    [[nodiscard]] uint32_t oscillation_count() const
+    {
+        return scene_.oscillation_count + missing_oscillations_;
     }
 
     /** Adds a target at a distance. Returns where the targets beyond the room go when it has none. */
@@ -51,7 +64,7 @@ public:
     {
         if (scene_.target_count == ZET_SIMULATOR_MAX_TARGETS)
         {
-            had_room_ = false;
+            ++missing_targets_;
             return beyond_;
         }
         zet_simulator_target_t &target = scene_.targets[scene_.target_count++];
@@ -70,7 +83,7 @@ public:
     {
         if (scene_.oscillation_count == ZET_SIMULATOR_MAX_OSCILLATIONS)
         {
-            had_room_ = false;
+            ++missing_oscillations_;
             return beyond_oscillation_;
         }
         zet_simulator_oscillation_t &added = scene_.oscillations[scene_.oscillation_count++];
@@ -86,7 +99,8 @@ private:
     zet_simulator_scene_t &scene_;
     zet_simulator_target_t beyond_ = {};
     zet_simulator_oscillation_t beyond_oscillation_ = {};
-    bool had_room_ = true;
+    uint32_t missing_targets_ = 0;
+    uint32_t missing_oscillations_ = 0;
 };
 
 /**
@@ -306,28 +320,37 @@ void add_clutter(builder &scene, const body &body)
     }
 }
 
-/** Checks the fields of a body against each other. */
-bool is_consistent(const body &body, uint32_t index, const message &error)
+/** Checks that a walker has a way to go. */
+bool has_way(const body &body, const scene_place &place, scene_report &report)
 {
-    const auto number = static_cast<unsigned long>(index);
+    const float length_m = std::hypot(body.to_m[0] - body.place_m[0], body.to_m[1] - body.place_m[1]);
+    return length_m >= 0.1F ||
+           refuse_at(report, place, nullptr,
+                     " walks %s m, but to_x_m and to_y_m must be at least 0.1 m away from x_m and y_m",
+                     text_beside(static_cast<double>(length_m), {0.1}).text);
+}
+
+/** Checks the fields of a body against each other. */
+bool is_consistent(const body &body, const scene_place &place, scene_report &report)
+{
     if (body.kind == body_kind::clutter && body.farthest_m <= body.nearest_m)
     {
-        return refuse(error, "bodies[%lu].farthest_m must be more than nearest_m", number);
+        return refuse_beside(report, place, "farthest_m", body.farthest_m, "more than nearest_m",
+                             body.nearest_m);
     }
-    if (body.kind == body_kind::walker &&
-        std::hypot(body.to_m[0] - body.place_m[0], body.to_m[1] - body.place_m[1]) < 0.1F)
+    if (body.kind == body_kind::walker && !has_way(body, place, report))
     {
-        return refuse(error, "bodies[%lu].to_x_m and to_y_m must be at least 0.1 m away from x_m and y_m",
-                      number);
+        return false;
     }
     if (body.kind == body_kind::surface && body.strength_m2 != 0.0F &&
         static_cast<double>(body.distance_m) < 2.6 * static_cast<double>(body.radius_m))
     {
-        return refuse(error, "bodies[%lu].stirrer_radius_m must be at most distance_m / 2.6", number);
+        return refuse_beside(report, place, "stirrer_radius_m", body.radius_m, "at most distance_m / 2.6",
+                             body.distance_m / 2.6F);
     }
     if (body.leave_s != 0.0F && body.leave_s <= body.enter_s)
     {
-        return refuse(error, "bodies[%lu].leave_s must be more than enter_s", number);
+        return refuse_beside(report, place, "leave_s", body.leave_s, "more than enter_s", body.enter_s);
     }
     return true;
 }
@@ -387,18 +410,23 @@ body body_with_defaults(body_kind kind)
     return defaults;
 }
 
-bool body_expand(const body &body, uint32_t index, zet_simulator_scene_t &scene, const message &error)
+bool body_expand(const body &body, const scene_place &place, zet_simulator_scene_t &scene,
+                 scene_report &report)
 {
-    if (!is_consistent(body, index, error))
+    if (!is_consistent(body, place, report))
     {
         return false;
     }
     builder added(scene);
     adders[static_cast<size_t>(body.kind)](added, body);
     return added.had_room() ||
-           refuse(error, "bodies[%lu] has no room: a scene must have at most %u targets and %u oscillations",
-                  static_cast<unsigned long>(index), static_cast<unsigned>(ZET_SIMULATOR_MAX_TARGETS),
-                  static_cast<unsigned>(ZET_SIMULATOR_MAX_OSCILLATIONS));
+           refuse_at(
+               report, place, nullptr,
+               " makes the scene have %lu targets and %lu oscillations, but there must be at most %u and %u",
+               static_cast<unsigned long>(added.target_count()),
+               static_cast<unsigned long>(added.oscillation_count()),
+               static_cast<unsigned>(ZET_SIMULATOR_MAX_TARGETS),
+               static_cast<unsigned>(ZET_SIMULATOR_MAX_OSCILLATIONS));
 }
 
 } // namespace zet_simulator

@@ -61,11 +61,12 @@ body body_with_defaults(body_kind kind);
 /**
  * Adds the targets of a body to a scene.
  *
- * @param index  number of the body, for the message
- * @param error  receives what is wrong
+ * @param place   of the body, for the message
+ * @param report  receives what is wrong
  * @return false when the scene has no room for them, or fields of the body do not fit together
  */
-bool body_expand(const body &body, uint32_t index, zet_simulator_scene_t &scene, const message &error);
+bool body_expand(const body &body, const scene_place &place, zet_simulator_scene_t &scene,
+                 scene_report &report);
 
 } // namespace zet_simulator
 
