@@ -45,6 +45,17 @@ float magnitude_of(uint32_t number)
 namespace zet_simulator
 {
 
+float uniform_of(uint32_t bits)
+{
+    const float unit = 1.0F / 16777216.0F;
+    return (static_cast<float>(bits >> 8U) + 0.5F) * unit;
+}
+
+float exponential_of(uint32_t bits)
+{
+    return -logarithm_of(uniform_of(bits));
+}
+
 noise_source noise_start(uint64_t key)
 {
     noise_source source;

@@ -42,6 +42,12 @@ inline uint64_t key_of_part(uint64_t key, uint64_t number)
     return scramble(key + (number + 1U) * 0x9E3779B97F4A7C15U);
 }
 
+/** Returns a uniformly distributed number from 0 to 1, but not 0, from random bits. */
+float uniform_of(uint32_t bits);
+
+/** Returns an exponentially distributed number of mean 1 from random bits. */
+float exponential_of(uint32_t bits);
+
 /** Starts a source; the same key gives the same numbers. */
 noise_source noise_start(uint64_t key);
 

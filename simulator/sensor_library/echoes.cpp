@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "common/logarithm.h"
 #include "common/noise.h"
 #include "common/trigonometry.h"
 
@@ -77,16 +76,14 @@ uint32_t add_sidelobes(const frame_signal &frame, const subsweep_signal &subswee
  */
 float fluctuation_of(zet_simulator_fluctuation_t fluctuation, uint64_t key)
 {
-    const auto exponential = [](uint64_t bits) {
-        const float unit = 1.0F / 16777216.0F;
-        return -logarithm_of((static_cast<float>(bits >> 8U & 0xFFFFFFU) + 0.5F) * unit);
-    };
     switch (fluctuation)
     {
     case ZET_SIMULATOR_FLUCTUATION_SWERLING_1:
-        return exponential(key);
+        return exponential_of(static_cast<uint32_t>(key));
     case ZET_SIMULATOR_FLUCTUATION_SWERLING_3:
-        return (exponential(key) + exponential(key >> 32U)) / 2.0F;
+        return (exponential_of(static_cast<uint32_t>(key)) +
+                exponential_of(static_cast<uint32_t>(key >> 32U))) /
+               2.0F;
     default:
         return 1.0F;
     }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "common/logarithm.h"
 #include "common/noise.h"
 #include "common/trigonometry.h"
 #include "scene/scene.h"
@@ -32,18 +31,11 @@ constexpr uint32_t drift_octaves = 10;
 /** A phase in radians for each metre of distance, as a fraction of the carrier's frequency. */
 constexpr double frequency_per_rad_per_m = meters_per_step / 6.283185307179586;
 
-/** Returns a uniformly distributed number from 0 to 1, without the ends, from half of a key. */
-float uniform_of(uint32_t bits)
-{
-    const float unit = 1.0F / 16777216.0F;
-    return (static_cast<float>(bits >> 8U) + 0.5F) * unit;
-}
-
 /** Returns a normally distributed number of mean 0 and variance 1 from a key, by the method of Box and
  * Muller. */
 float normal_of(uint64_t key)
 {
-    const float magnitude = std::sqrt(-2.0F * logarithm_of(uniform_of(static_cast<uint32_t>(key))));
+    const float magnitude = std::sqrt(2.0F * exponential_of(static_cast<uint32_t>(key)));
     return magnitude * sine_of(static_cast<uint32_t>(key >> 32U));
 }
 
