@@ -140,20 +140,58 @@ void add_breathing(builder &scene, const body &body)
 /** One point of a walker. */
 struct walker_point
 {
-    double height;      /**< above the ground, relative to that of the person */
-    double part;        /**< of the cross-section */
-    double foot;        /**< motion along the path, relative to that of a foot; 0 for none */
+    double height; /**< above the ground, relative to that of the person */
+    double part;   /**< of the cross-section */
+    double body;   /**< motion up, down and to and fro, relative to that of the body */
+    double foot;   /**< motion along the path, relative to that of a foot */
+    double
+        shoulder; /**< distance from the shoulder, relative to the height of the person; 0 for no arm ... */
+    double elbow; /**< ... and from the elbow */
     double phase_turns; /**< in the cycle */
-    double swing;       /**< amplitude of a swing along the path, relative to the height of the person */
 };
 
-/** Torso, head, elbows, hands, knees, feet. An arm swings with the leg of the other side. */
+/** Torso, head, elbows, hands, knees, feet. An arm swings with the leg of the other side. Lengths of limbs:
+ * D. Winter, "Biomechanics and Motor Control of Human Movement", after Drillis and Contini. */
 constexpr walker_point walker_points[] = {
-    {0.70, 0.48, 0.0, 0.0, 0.0},  {0.93, 0.08, 0.0, 0.0, 0.0},  {0.63, 0.05, 0.0, 0.0, 0.05},
-    {0.63, 0.05, 0.0, 0.5, 0.05}, {0.47, 0.03, 0.0, 0.0, 0.11}, {0.47, 0.03, 0.0, 0.5, 0.11},
-    {0.28, 0.10, 0.5, 0.5, 0.0},  {0.28, 0.10, 0.5, 0.0, 0.0},  {0.04, 0.04, 1.0, 0.5, 0.0},
-    {0.04, 0.04, 1.0, 0.0, 0.0},
+    {0.70, 0.48, 1.0, 0.0, 0.0, 0.0, 0.0},     {0.93, 0.08, 1.0, 0.0, 0.0, 0.0, 0.0},
+    {0.63, 0.05, 1.0, 0.0, 0.186, 0.0, 0.0},   {0.63, 0.05, 1.0, 0.0, 0.186, 0.0, 0.5},
+    {0.47, 0.03, 1.0, 0.0, 0.386, 0.200, 0.0}, {0.47, 0.03, 1.0, 0.0, 0.386, 0.200, 0.5},
+    {0.28, 0.10, 0.5, 0.5, 0.0, 0.0, 0.5},     {0.28, 0.10, 0.5, 0.5, 0.0, 0.0, 0.0},
+    {0.04, 0.04, 0.0, 1.0, 0.0, 0.0, 0.5},     {0.04, 0.04, 0.0, 1.0, 0.0, 0.0, 0.0},
 };
+
+/** How a person walks at a speed. Phases are those of the contact of the right heel. */
+struct gait
+{
+    double cycle_s;       /**< duration of two steps */
+    double support;       /**< part of a cycle in which a foot is on the ground */
+    double up_m;          /**< amplitude of the body up and down, twice in a cycle */
+    double forward_m;     /**< amplitude of the body to and fro, twice in a cycle ... */
+    double forward_turns; /**< ... and its phase */
+    double shoulder_rad;  /**< amplitude of the flexion of a shoulder, once in a cycle */
+    double elbow_rad;     /**< amplitude of the flexion of an elbow */
+};
+
+/**
+ * Returns how a person walks (R. Boulic, N. Magnenat-Thalmann, D. Thalmann, "A global human walking model
+ * with real-time kinematic personification", 1990). Lengths are relative to the height of the hip.
+ */
+gait gait_of(double speed_m_s, double height_m)
+{
+    const double hip_m = 0.53 * height_m;
+    const double speed = speed_m_s / hip_m;
+    const double slow = std::fmin(speed, 0.5);
+    const double radians_per_degree = two_pi / 360.0;
+    gait gait = {};
+    gait.cycle_s = 1.346 / std::sqrt(speed);
+    gait.support = 0.752 - 0.143 / gait.cycle_s;
+    gait.up_m = 0.015 * speed * hip_m;
+    gait.forward_m = 0.084 * slow * (1.0 - slow) * hip_m;
+    gait.forward_turns = 2.0 * (0.625 - gait.support);
+    gait.shoulder_rad = 9.88 * speed * radians_per_degree;
+    gait.elbow_rad = 14.0 * slow * radians_per_degree;
+    return gait;
+}
 
 /** A straight walk from one place to another. */
 struct leg
@@ -164,8 +202,14 @@ struct leg
     double direction[2]; /**< of length 1 */
     double speed_m_s;
     double height_m;
-    double cycle_s;
+    gait walk;
 };
+
+/** Returns a phase from -0.5 to 0.5 turns. */
+double turns_of(double turns)
+{
+    return std::remainder(turns, 1.0);
+}
 
 /** Sets the amplitude of an oscillation along the path. */
 void turn_along(zet_simulator_oscillation_t &oscillation, const leg &leg)
@@ -177,27 +221,48 @@ void turn_along(zet_simulator_oscillation_t &oscillation, const leg &leg)
     oscillation.amplitude_m = 0.0F;
 }
 
-/** Adds the motion of a point of a walker relative to the body. */
-void add_swing(builder &scene, zet_simulator_target_t &target, const walker_point &point, const leg &leg)
+/** Adds the motion of a foot, or a part of it, relative to the body. */
+void add_foot(builder &scene, zet_simulator_target_t &target, const leg &leg, double part, double phase_turns)
 {
-    const double cycles_hz = 1.0 / leg.cycle_s;
-    const double phase = point.phase_turns - leg.start_s * cycles_hz;
-    const auto phase_of = [&](double multiple, double own) {
-        return std::remainder(multiple * phase + own, 1.0);
-    };
-    const waveform foot = foot_waveform();
-    const double stride_m = leg.speed_m_s * leg.cycle_s;
-    for (size_t i = 0; i < harmonic_count && point.foot > 0.0; ++i)
+    const waveform foot = foot_waveform(leg.walk.support);
+    const double stride_m = leg.speed_m_s * leg.walk.cycle_s;
+    for (size_t i = 0; i < harmonic_count; ++i)
     {
         const auto multiple = static_cast<double>(i + 1U);
         turn_along(
-            scene.move(target, {point.foot * stride_m * foot.harmonics[i].amplitude, cycles_hz * multiple,
-                                phase_of(multiple, foot.harmonics[i].phase_turns)}),
+            scene.move(target, {part * stride_m * foot.harmonics[i].amplitude, multiple / leg.walk.cycle_s,
+                                turns_of(multiple * phase_turns + foot.harmonics[i].phase_turns)}),
             leg);
     }
-    if (point.swing > 0.0)
+}
+
+/** Adds the motion of a point of a walker relative to the middle of the body. */
+void add_swing(builder &scene, zet_simulator_target_t &target, const walker_point &point, const leg &leg)
+{
+    const gait &walk = leg.walk;
+    const double start_turns = -leg.start_s / walk.cycle_s;
+    if (point.body > 0.0)
     {
-        turn_along(scene.move(target, {point.swing * leg.height_m, cycles_hz, phase_of(1.0, 0.0)}), leg);
+        zet_simulator_oscillation_t &up = scene.move(
+            target, {point.body * walk.up_m, 2.0 / walk.cycle_s, turns_of(2.0 * start_turns - 0.35)});
+        up.amplitude_xyz_m[2] = up.amplitude_m;
+        up.amplitude_m = 0.0F;
+        turn_along(scene.move(target, {-point.body * walk.forward_m, 2.0 / walk.cycle_s,
+                                       turns_of(2.0 * start_turns + walk.forward_turns)}),
+                   leg);
+    }
+    if (point.foot > 0.0)
+    {
+        add_foot(scene, target, leg, point.foot, start_turns + point.phase_turns);
+    }
+    if (point.shoulder > 0.0)
+    {
+        // The arm is back when the heel of its side touches the ground: minus cosine.
+        const double swing_m =
+            leg.height_m * (point.shoulder * walk.shoulder_rad + point.elbow * walk.elbow_rad);
+        turn_along(scene.move(target, {swing_m, 1.0 / walk.cycle_s,
+                                       turns_of(start_turns + point.phase_turns - 0.25)}),
+                   leg);
     }
 }
 
@@ -222,18 +287,11 @@ void add_leg(builder &scene, const body &body, const leg &leg)
     }
 }
 
-/**
- * Adds a walking person (R. Boulic, N. Magnenat-Thalmann, D. Thalmann, "A global human walking model with
- * real-time kinematic personification", 1990): the length of a cycle of two steps is 1.346 sqrt(v) for a
- * speed v, both relative to the height of the hip.
- */
+/** Adds a walking person. */
 void add_walker(builder &scene, const body &body)
 {
     const double speed = static_cast<double>(body.speed_m_s);
     const double height = static_cast<double>(body.height_m);
-    const double hip_m = 0.53 * height;
-    const double relative_speed = speed / hip_m;
-    const double cycle_s = 1.346 * std::sqrt(relative_speed) / relative_speed;
     const double ends[2][2] = {{static_cast<double>(body.place_m[0]), static_cast<double>(body.place_m[1])},
                                {static_cast<double>(body.to_m[0]), static_cast<double>(body.to_m[1])}};
     const double length = std::hypot(ends[1][0] - ends[0][0], ends[1][1] - ends[0][1]);
@@ -249,7 +307,7 @@ void add_walker(builder &scene, const body &body)
                  {(to[0] - from[0]) / length, (to[1] - from[1]) / length},
                  speed,
                  height,
-                 cycle_s});
+                 gait_of(speed, height)});
     }
 }
 

@@ -15,9 +15,6 @@ constexpr double pi = 3.14159265358979323846;
 /** Part of a breath that is inhalation. */
 constexpr double inhalation = 0.4;
 
-/** Part of a cycle of walking in which a foot rests. */
-constexpr double stance = 0.6;
-
 /** Returns how far a chest is out at a part of a breath, 0 to 1. */
 double chest_at(double part)
 {
@@ -27,15 +24,15 @@ double chest_at(double part)
 }
 
 /** Returns the position of a foot relative to the body at a part of a cycle. */
-double foot_at(double part)
+double foot_at(double part, double support)
 {
-    const double swing = 1.0 - stance;
-    const double travelled = part < stance ? 0.0 : (1.0 - std::cos(pi * (part - stance) / swing)) / 2.0;
+    const double swing = 1.0 - support;
+    const double travelled = part < support ? 0.0 : (1.0 - std::cos(pi * (part - support) / swing)) / 2.0;
     return travelled - part;
 }
 
 /** Returns the Fourier series of a function with the period 1, by the mean over equally spaced values. */
-waveform series_of(double (*function)(double))
+template <typename function_t> waveform series_of(const function_t &function)
 {
     constexpr int steps = 512;
     waveform series = {};
@@ -65,9 +62,9 @@ waveform breathing_waveform()
     return series_of(chest_at);
 }
 
-waveform foot_waveform()
+waveform foot_waveform(double support)
 {
-    return series_of(foot_at);
+    return series_of([&](double part) { return foot_at(part, support); });
 }
 
 } // namespace zet_simulator

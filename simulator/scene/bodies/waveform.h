@@ -32,9 +32,11 @@ waveform breathing_waveform();
 
 /**
  * Returns the position of a walker's foot relative to the body, for a body that moves 1 in one cycle. The
- * foot rests for 60 % of the cycle; then its speed is half a sine.
+ * foot rests on the ground at first; then its speed is half a sine.
+ *
+ * @param support  part of the cycle in which it rests
  */
-waveform foot_waveform();
+waveform foot_waveform(double support);
 
 } // namespace zet_simulator
 
