@@ -50,7 +50,7 @@ extern "C" {
 #define ZET_SIMULATOR_MAX_POSES 64U
 #endif
 
-/** How the cross-section of a target differs from frame to frame. */
+/** How the cross-section of a target differs from frame to frame. The phase of one that differs is random. */
 ZET_BYTE_ENUM(zet_simulator_fluctuation_t){
     ZET_SIMULATOR_FLUCTUATION_NONE = 0,   /**< it is constant */
     ZET_SIMULATOR_FLUCTUATION_SWERLING_1, /**< many equal scatterers: exponential distribution */

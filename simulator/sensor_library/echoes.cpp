@@ -89,6 +89,19 @@ float fluctuation_of(zet_simulator_fluctuation_t fluctuation, uint64_t key)
     }
 }
 
+/** Gives an echo the random strength and phase of a frame: those of many scatterers whose distances change by
+ * more than a wavelength from frame to frame. */
+void fluctuate(echo &echo, zet_simulator_fluctuation_t fluctuation, uint64_t key)
+{
+    const float factor = std::sqrt(fluctuation_of(fluctuation, key));
+    float sine = 0.0F;
+    float cosine = 0.0F;
+    sine_and_cosine_of(static_cast<binary_angle>(scramble(key)), sine, cosine);
+    const float real = echo.real;
+    echo.real = factor * (real * cosine - echo.imag * sine);
+    echo.imag = factor * (real * sine + echo.imag * cosine);
+}
+
 /**
  * Returns the amplitude of a target's echo.
  *
@@ -130,13 +143,13 @@ echo echo_of_target(const frame_signal &frame, const subsweep_signal &subsweep, 
                     uint32_t target, const sight &seen)
 {
     const zet_simulator_target_t &source = view.scene->targets[target];
-    float amplitude = amplitude_of(source, subsweep.echo_amplitude, seen.distance_m) * seen.beam;
+    const float amplitude = amplitude_of(source, subsweep.echo_amplitude, seen.distance_m) * seen.beam;
+    echo received = echo_at(frame, subsweep, seen.distance_m / meters_per_step, amplitude);
     if (source.fluctuation != ZET_SIMULATOR_FLUCTUATION_NONE)
     {
-        const uint64_t key = key_of_part(view.frame_key, first_fluctuation_part + target);
-        amplitude *= std::sqrt(fluctuation_of(source.fluctuation, key));
+        fluctuate(received, source.fluctuation, key_of_part(view.frame_key, first_fluctuation_part + target));
     }
-    return echo_at(frame, subsweep, seen.distance_m / meters_per_step, amplitude);
+    return received;
 }
 
 uint32_t echoes_collect(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,

@@ -261,6 +261,20 @@ public:
         alarms_ += powers[tested] > alpha_ * sum / reference_cells ? 1U : 0U;
     }
 
+    /** Share of the tests with an alarm. */
+    [[nodiscard]] double alarm_rate() const
+    {
+        return static_cast<double>(alarms_) / static_cast<double>(cells_);
+    }
+
+    /** Probability of detection of a target of type Swerling 1: its power has the same distribution as that
+     * of noise, so with a signal-to-noise ratio s it is (1 + alpha / (N (1 + s)))^-N. */
+    [[nodiscard]] double detection_rate(double signal_to_noise) const
+    {
+        return std::pow(1.0 + alpha_ / (reference_cells * (1.0 + signal_to_noise)),
+                        -static_cast<double>(reference_cells));
+    }
+
     /** Compares the number of alarms with the designed one; sampling errors above 4 deviations are failures.
      */
     void check() const
@@ -309,6 +323,63 @@ TEST(false_alarms, have_the_designed_rate)
     for (const detector &each : detectors)
     {
         each.check();
+    }
+}
+
+/** Cells next to the tested one that contain a part of its echo. */
+constexpr size_t guard_cells = 2;
+
+/** Powers of the window around a fluctuating target at 2 m, without the guard cells. */
+void test_target(simulated_sensor &sensor, detector &tested)
+{
+    const frame measured = sensor.measure();
+    std::vector<double> powers;
+    for (size_t i = 0; i < measured.samples.size(); ++i)
+    {
+        const size_t middle = measured.samples.size() / 2;
+        const size_t away = i > middle ? i - middle : middle - i;
+        if (away == 0 || away > guard_cells)
+        {
+            powers.push_back(static_cast<double>(std::norm(measured.samples[i])));
+        }
+    }
+    ASSERT_EQ(powers.size(), window);
+    tested.test(powers.data());
+}
+
+TEST(detections, of_a_fluctuating_target_have_the_probability_of_the_closed_formula)
+{
+    // Profile 1 at the reference gain: pulses of 4 cycles instead of 14.
+    const double pulse = 4.0 / 14.0;
+    const double noise_power = 2.0 * (150.0 * 150.0 * pulse + 10.0 * 10.0) / 8.0 + 2.0 / 12.0;
+    for (const double signal_db : {7.0, 13.0, 20.0})
+    {
+        const double signal_to_noise = std::pow(10.0, signal_db / 10.0);
+        const double amplitude = std::sqrt(signal_to_noise * noise_power) / (8000.0 * pulse);
+        zet_simulator_scene_t scene =
+            scene_with_target(2.0F, static_cast<float>(amplitude * amplitude * 16.0));
+        scene.targets[0].fluctuation = ZET_SIMULATOR_FLUCTUATION_SWERLING_1;
+        const simulation simulation(1, &scene);
+        simulated_sensor sensor;
+        const uint16_t points = window + 2 * guard_cells;
+        zet_config_subsweep_start_point_set(sensor.config, 800 - 24 * (points / 2), 0);
+        zet_config_subsweep_num_points_set(sensor.config, points, 0);
+        zet_config_subsweep_step_length_set(sensor.config, 24, 0);
+        zet_config_subsweep_profile_set(sensor.config, ZET_CONFIG_PROFILE_1, 0);
+        zet_config_subsweep_hwaas_set(sensor.config, 8, 0);
+        zet_config_subsweep_iq_imbalance_compensation_set(sensor.config, true, 0);
+        zet_config_subtract_in_buffer_set(sensor.config, true);
+        ASSERT_TRUE(sensor.prepare()) << simulation::log();
+        detector tested(1.0e-3);
+        for (int i = 0; i < 20000; ++i)
+        {
+            test_target(sensor, tested);
+        }
+        const double expected = tested.detection_rate(signal_to_noise);
+        std::cout << signal_db << " dB: probability of detection " << tested.alarm_rate()
+                  << ", by the formula " << expected << '\n';
+        // The deviation of a share of 20,000 is at most 0.0035.
+        EXPECT_NEAR(tested.alarm_rate(), expected, 0.012);
     }
 }
 
