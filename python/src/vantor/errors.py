@@ -1,0 +1,78 @@
+"""What can fail between a host and a server: one exception type for each kind of failure.
+
+Every message is a sentence that says what happened and, if possible, what to change.
+"""
+
+
+class Error(Exception):
+    """Base class of all exceptions of this package.
+
+    Attributes:
+        code: stable name of the failure, such as "timeout"; of a `ServerError`, the error code of the server.
+    """
+
+    code = "error"
+
+
+class AddressError(Error, ValueError):
+    """A server address ("tcp:HOST:PORT", …) is not valid."""
+
+    code = "address"
+
+
+class ConnectError(Error, ConnectionError):
+    """The server at the address could not be reached or started."""
+
+    code = "connect"
+
+
+class ConnectionLost(Error, ConnectionError):
+    """The server closed the link, or the link failed."""
+
+    code = "connection_lost"
+
+
+class ServerTimeout(Error, TimeoutError):
+    """The server did not answer, or the link did not accept bytes, in time."""
+
+    code = "timeout"
+
+
+class BadMessage(Error):
+    """The received bytes are not a valid message.
+
+    Attributes:
+        position: where the fault is, in bytes from the start of the connection.
+    """
+
+    code = "bad_message"
+
+    def __init__(self, position: int, reason: str) -> None:
+        super().__init__(f"Invalid data from the server at byte {position}: {reason}.")
+        self.position = position
+
+
+class ProtocolError(Error):
+    """A message was received that the protocol or the metadata of the session does not allow."""
+
+    code = "protocol"
+
+
+class ServerError(Error):
+    """The server refused a command or ended the session.
+
+    Attributes:
+        code: the error code of the server, such as "wrong_state"; docs/protocol.md lists what to change.
+        message: the message of the server, without the code.
+    """
+
+    def __init__(self, code: str, message: str) -> None:
+        super().__init__(f"{message} ({code})")
+        self.code = code
+        self.message = message
+
+
+class ConfigurationError(Error, ValueError):
+    """A file or a value is not a usable configuration document."""
+
+    code = "configuration"
