@@ -3,6 +3,11 @@
 Every message is a sentence that says what happened and, if possible, what to change.
 """
 
+from typing import TYPE_CHECKING
+
+if TYPE_CHECKING:
+    from ._fault import Fault
+
 
 class Error(Exception):
     """Base class of all exceptions of this package.
@@ -73,6 +78,14 @@ class ServerError(Error):
 
 
 class ConfigurationError(Error, ValueError):
-    """A file or a value is not a usable configuration document."""
+    """A file or a value is not a usable configuration document.
+
+    Attributes:
+        faults: what is wrong where, if single members of the document are not valid.
+    """
 
     code = "configuration"
+
+    def __init__(self, message: str, faults: "tuple[Fault, ...]" = ()) -> None:
+        super().__init__(message)
+        self.faults = faults

@@ -1,0 +1,105 @@
+"""Calibrations of sensors: saved to files, and reused by later sessions.
+
+A calibration is valid while the sensor stays near the temperature at which it was made. The files are those
+of `vantor calibrate` and `vantor record --calibration`.
+"""
+
+import json
+import os
+from collections.abc import Iterable, Sequence
+from dataclasses import asdict, dataclass
+from pathlib import Path
+from typing import Any
+
+from ._json_text import copy
+from .configuration import load_configuration, validate
+from .errors import ConfigurationError
+
+
+@dataclass(frozen=True, slots=True)
+class Calibration:
+    """The calibration of a sensor.
+
+    Attributes:
+        sensor_id: number of the sensor on the board, from 1.
+        temperature: of the sensor during calibration: relative, in °C; use it only to compare with other
+            values.
+        data: the calibration, two hexadecimal digits for each byte.
+    """
+
+    sensor_id: int
+    temperature: int
+    data: str
+
+
+def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calibration]) -> None:
+    """Write a calibration file; an existing file is replaced when the new one is complete."""
+    document = {"calibration_info": [asdict(entry) for entry in calibrations]}
+    _require_calibrations(document, "The list of calibrations")
+    file = Path(path)
+    written = file.with_name(f"{file.name}.{os.getpid()}.new")
+    try:
+        written.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
+        written.replace(file)
+    finally:
+        written.unlink(missing_ok=True)
+
+
+def load_calibrations(path: str | os.PathLike[str]) -> tuple[Calibration, ...]:
+    """Read a calibration file.
+
+    Raises ConfigurationError if it cannot be read, is not a calibration file, or has two calibrations of a
+    sensor.
+    """
+    file = Path(path)
+    if file.exists() and not file.is_dir() and not file.is_file():
+        raise ConfigurationError(f"Cannot read {file}: it is not a regular file.")
+    document = load_configuration(file)
+    _require_calibrations(document, str(file))
+    return tuple(
+        Calibration(int(entry["sensor_id"]), int(entry.get("temperature", 0)), entry["data"])
+        for entry in document["calibration_info"]
+    )
+
+
+def add_calibrations(configuration: dict[str, Any], calibrations: Sequence[Calibration]) -> dict[str, Any]:
+    """Return a copy of a configuration that reuses calibrations.
+
+    Those of sensors that it does not use, or for which it has one already, are left out. Raises
+    ConfigurationError if none is needed although it uses sensors without one.
+    """
+    document: dict[str, Any] = copy(configuration)
+    wanted = _sensors_to_calibrate(document)
+    fitting = [asdict(entry) for entry in calibrations if entry.sensor_id in wanted]
+    if wanted and not fitting:
+        sensors = ", ".join(f"sensor {entry.sensor_id}" for entry in calibrations) or "no sensor"
+        raise ConfigurationError(
+            f"There are calibrations of {sensors} only, none of which the configuration needs."
+        )
+    if fitting:
+        document["calibration_info"] = [*document.get("calibration_info", []), *fitting]
+    return document
+
+
+def _require_calibrations(document: dict[str, Any], name: str) -> None:
+    """Raise ConfigurationError if a document has no calibrations of the right form, or two of a sensor."""
+    if "calibration_info" not in document or validate(document):
+        raise ConfigurationError(f'{name} is not a calibration file; make one with "vantor calibrate".')
+    seen = set()
+    for entry in document["calibration_info"]:
+        if entry["sensor_id"] in seen:
+            raise ConfigurationError(
+                f"{name} contains two calibrations of sensor {entry['sensor_id']}; remove one of them."
+            )
+        seen.add(entry["sensor_id"])
+
+
+def _sensors_to_calibrate(document: dict[str, Any]) -> set[int]:
+    """The numbers of the sensors that a document uses without a calibration."""
+    try:
+        used = {item["sensor_id"] for group in document.get("groups", []) for item in group}
+        return used - {entry["sensor_id"] for entry in document.get("calibration_info", [])}
+    except (AttributeError, KeyError, TypeError):
+        raise ConfigurationError(
+            "The configuration is not a document with groups of items and a list of calibrations."
+        ) from None

@@ -1,0 +1,85 @@
+"""Configuration documents: what a server measures in one session, docs/configuration.md."""
+
+import os
+from itertools import islice
+from pathlib import Path
+from typing import Any
+
+from . import _plan
+from ._fault import Fault
+from ._json_text import copy, parse
+from ._plan import ItemPlan, Plan, SubsweepPlan
+from ._rules import find_rule_faults
+from ._schema_check import find_schema_faults
+from .errors import ConfigurationError
+
+__all__ = ["Fault", "ItemPlan", "Plan", "SubsweepPlan", "load_configuration", "plan", "validate"]
+
+_LARGEST_DOCUMENT = 2**20
+"""In bytes: far more than a server accepts."""
+
+_MOST_FAULTS = 10_000
+
+
+def load_configuration(path: str | os.PathLike[str]) -> dict[str, Any]:
+    """Read a configuration document from a file, without checking its members.
+
+    Raises ConfigurationError if the file cannot be read, is too large or not JSON, repeats a member or is not
+    an object.
+    """
+    file = Path(path)
+    document = parse(_read(file), str(file))
+    if not isinstance(document, dict):
+        raise ConfigurationError(f"{file} must contain one JSON object, {{ … }}.")
+    return document
+
+
+def validate(document: dict[str, Any], most: int = _MOST_FAULTS) -> tuple[Fault, ...]:
+    """Find the faults of a document, the same as `vantor validate`; none if it is valid.
+
+    It is checked against the schema; if each single member is valid, against the rules between members; then
+    against the highest rates of a simulated sensor. Which sensors a server has is not checked.
+
+    document: as read by load_configuration, or built by the program
+    most: how many faults to return
+    """
+    given = copy(document)
+    faults = tuple(islice(find_schema_faults(given), most))
+    faults = faults or tuple(islice(find_rule_faults(given), most))
+    return faults or tuple(islice(_plan.find_rate_faults(given), most))
+
+
+def plan(document: dict[str, Any], baudrate: float | None = None) -> Plan:
+    """Derive the figures of a document, the same as `vantor plan`.
+
+    baudrate: of the link, in baud; None if the time that it needs is negligible
+
+    Raises ConfigurationError if the document is not valid. The effect of "cpd_overrides" is not included.
+    """
+    require_valid(document)
+    return _plan.derive(copy(document), baudrate)
+
+
+def require_valid(document: dict[str, Any]) -> None:
+    """Raise ConfigurationError, which describes the first faults, if a document is not valid."""
+    faults = validate(document)
+    if faults:
+        further = [f"and {len(faults) - 5} more faults"] if len(faults) > 5 else []
+        lines = "\n".join(["The configuration is not valid:", *map(str, faults[:5]), *further])
+        raise ConfigurationError(lines, faults)
+
+
+def _read(file: Path) -> bytes:
+    """Read a document from a file or a pipe."""
+    if file.is_dir():
+        raise ConfigurationError(f"Cannot read {file}: it is a directory; use a file.")
+    try:
+        with file.open("rb") as stream:
+            text = stream.read(_LARGEST_DOCUMENT + 1)
+    except OSError:
+        raise ConfigurationError(
+            f"Cannot read {file}: check that the file exists and that you have permission to read it."
+        ) from None
+    if len(text) > _LARGEST_DOCUMENT:
+        raise ConfigurationError(f"{file} is too large: it has more than 1 MiB.")
+    return text

@@ -1,0 +1,167 @@
+"""The package finds in configuration documents what the C++ host finds."""
+
+import json
+import os
+from dataclasses import asdict
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+import pytest
+from documents import DocumentMaker
+from verdicts import BAUDRATE, host_verdicts
+
+import vantor
+
+EXAMPLES = Path(os.environ["VANTOR_EXAMPLES"])
+COUNT = int(os.environ.get("VANTOR_CAMPAIGN_SIZE", "1000"))
+
+ITEM_NAMES = {
+    "index": "item",
+    "sweeps": "sweeps_per_frame",
+    "points": "samples_per_sweep",
+    "frame_length": "samples_per_frame",
+    "greatest_velocity_m_s": "greatest_velocity_mps",
+    "smallest_velocity_m_s": "smallest_velocity_mps",
+}
+
+
+def fault_of(fault: vantor.Fault) -> dict[str, Any]:
+    """A fault as the host prints it. Numbers are compared by their types, too."""
+    return {**asdict(fault), "nearest": json.dumps(fault.nearest)}
+
+
+def host_fault(fault: dict[str, Any]) -> dict[str, Any]:
+    """The same for what the host has printed."""
+    return {**fault, "nearest": json.dumps(fault["nearest"])}
+
+
+def public_figures(part: Any) -> dict[str, Any]:
+    """All numbers of an object, with the names that the host uses."""
+    other_names = ITEM_NAMES if isinstance(part, vantor.ItemPlan) else {}
+    names = [name for name in dir(part) if not name.startswith("_")]
+    values = {other_names.get(name, name).removesuffix("_hz"): getattr(part, name) for name in names}
+    return {name: value for name, value in values.items() if isinstance(value, (int, float, type(None)))}
+
+
+def check_figures(plan: vantor.Plan, expected: dict[str, Any]) -> None:
+    """Compare all figures of a plan, which must be the same to the last bit."""
+    assert public_figures(plan) == {name: expected[name] for name in public_figures(plan)}
+    unused = {"assumed", "warnings", "items"} | set(public_figures(plan))
+    assert set(expected) <= unused
+    assert list(map(fault_of, plan.warnings)) == list(map(host_fault, expected["warnings"]))
+    for item, expected_item in zip(plan.items, expected["items"], strict=True):
+        figures = public_figures(item)
+        figures.update(group=item.group + 1, item=item.index + 1)
+        figures.pop("frame_rate")
+        assert figures == {name: value for name, value in expected_item.items() if name != "subsweeps"}
+        subsweeps = [public_figures(part) for part in item.subsweeps]
+        assert subsweeps == expected_item["subsweeps"]
+
+
+def test_faults_and_figures_of_generated_documents() -> None:
+    maker = DocumentMaker(seed=7)
+    documents = [maker.document() for _ in range(COUNT)]
+    verdicts = host_verdicts(json.dumps(document).encode() for document in documents)
+    valid = 0
+    for document, verdict in zip(documents, verdicts, strict=True):
+        faults = vantor.validate(document)
+        assert list(map(fault_of, faults)) == list(map(host_fault, verdict["faults"])), document
+        if not faults:
+            valid += 1
+            check_figures(vantor.plan(document, BAUDRATE), verdict["figures"])
+    assert COUNT / 10 < valid < COUNT * 9 / 10
+
+
+def test_every_rule_is_broken_by_a_generated_document() -> None:
+    maker = DocumentMaker(seed=7)
+    found = "\n".join(str(fault) for _ in range(1000) for fault in vantor.validate(maker.document()))
+    parts = (
+        "only once in a group", "a last point of", "points times sweeps", "not deeper than",
+        "above 0", "times \"sweeps_per_frame\"", "of one group", "not together with \"max_update_rate\"",
+        "not together with \"update_rate\"", "a sweep takes longer", "a frame takes longer",
+    )  # fmt: skip
+    assert [part for part in parts if part not in found] == []
+
+
+@pytest.mark.parametrize("name", ["single_sensor.json", "two_sensors.json"])
+def test_examples_are_valid(name: str) -> None:
+    document = vantor.load_configuration(EXAMPLES / name)
+    assert vantor.validate(document) == ()
+    [verdict] = host_verdicts([(EXAMPLES / name).read_bytes()])
+    check_figures(vantor.plan(document, BAUDRATE), verdict["figures"])
+
+
+def test_plan_of_an_item() -> None:
+    plan = vantor.plan(vantor.load_configuration(EXAMPLES / "two_sensors.json"))
+    assert plan[1, 0] is plan.items[2]
+    with pytest.raises(KeyError):
+        plan[1, 1]
+    item = plan.items[1]
+    assert len(item.distances_m) == item.points
+    for part in item.subsweeps:
+        distances = item.distances_m[part.offset : part.offset + part.points]
+        np.testing.assert_allclose(distances, np.linspace(part.first_m, part.last_m, part.points))
+
+
+TEXTS: list[bytes] = [
+    b'{"a": 1, "a": 2}',
+    b'{"groups": [[{"config": {"hwaas": 1, "hwaas": 2}}]]}',
+    b'{"groups": 1e400}',
+    b'{"groups": 18446744073709551616}',
+    b'{"groups": -9223372036854775809}',
+    b'{"update_rate": ' + b"9" * 400 + b"}",
+    b'{"update_rate": -0}',
+    b'{"update_rate": 1' + b"0" * 30 + b"}",
+    b"[" * 64 + b"]" * 64,
+    b"[" * 65 + b"1" + b"]" * 65,
+    b"[" * 66 + b"]" * 66,
+    b"[" + b"1," * 199_998 + b"1]",
+    b"[" + b"1," * 199_999 + b"1]",
+    b'{"a":\0 1}',
+    b"\xef\xbb\xbf{}",
+    b"null",
+    b"3",
+]
+
+BROKEN_TEXTS: list[bytes] = [
+    b"", b" ", b"{", b"{]", b'{"a"}', b'{"a":}', b'{"a":1,}', b"[1,]", b"[1 2]", b"{} {}", b"nul", b"tru\n",
+    b"NaN", b"-", b"01", b"1.", b"1e", b"+1", b".5", b"-Infinity",
+    b'"\\x"', b'"\\u12"', b'"\\ud800"',
+    b'"\\udc00\\ud800"', b'"a\nb"', b'"\t"', b'"\xff"', b'"\xed\xa0\x80"', b"\xc3", b"'a'", b"[1\x0b]",
+    b"/**/1", b"[" * 5000, b'{"a":' * 5000,
+]  # fmt: skip
+
+
+def error_of(text: bytes, tmp_path: Path) -> str | None:
+    """The message of the package about a text that is not a document."""
+    file = tmp_path / "document.json"
+    file.write_bytes(text)
+    try:
+        vantor.load_configuration(file)
+    except vantor.ConfigurationError as failure:
+        return str(failure).replace(str(file), "The text")
+    return None
+
+
+@pytest.mark.parametrize("text", TEXTS, ids=lambda text: text[:20])
+def test_texts(text: bytes, tmp_path: Path) -> None:
+    [verdict] = host_verdicts([text])
+    error = error_of(text, tmp_path)
+    if "error" not in verdict and not text.lstrip(b"\xef\xbb\xbf").startswith(b"{"):
+        assert error == "The text must contain one JSON object, { … }."
+        return
+    assert error == verdict.get("error")
+    if error is None:
+        file = tmp_path / "document.json"
+        faults = vantor.validate(vantor.load_configuration(file))
+        assert list(map(fault_of, faults)) == list(map(host_fault, verdict["faults"]))
+
+
+@pytest.mark.parametrize("text", BROKEN_TEXTS, ids=lambda text: text[:20])
+def test_broken_texts(text: bytes, tmp_path: Path) -> None:
+    """Both refuse a text in the same line; the columns can differ by some letters."""
+    [verdict] = host_verdicts([text])
+    error = error_of(text, tmp_path)
+    assert error is not None
+    assert error.split(", column")[0] == verdict["error"].split(", column")[0]
