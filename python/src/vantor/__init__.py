@@ -1,5 +1,8 @@
 """A client of Vantor radar servers: sessions, frames, configurations and recordings as NumPy arrays."""
 
+from ._conversation import Timeouts
+from ._server import Server, connect
+from ._session import Session
 from .calibration import Calibration, add_calibrations, load_calibrations, save_calibrations
 from .configuration import Fault, ItemPlan, Plan, SubsweepPlan, load_configuration, plan, validate
 from .errors import (
@@ -14,12 +17,14 @@ from .errors import (
     ServerTimeout,
 )
 from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
+from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
 from .truth import ItemTruth, TargetTruth
 
 __all__ = [
     "FULL_SCALE",
     "AddressError",
     "BadMessage",
+    "BoardInfo",
     "Calibration",
     "ConfigurationError",
     "ConnectError",
@@ -32,14 +37,21 @@ __all__ = [
     "ItemLayout",
     "ItemPlan",
     "ItemTruth",
+    "MemoryUse",
     "Plan",
     "ProtocolError",
+    "Server",
     "ServerError",
+    "ServerInfo",
     "ServerTimeout",
+    "Session",
+    "StackUse",
     "Subsweep",
     "SubsweepPlan",
     "TargetTruth",
+    "Timeouts",
     "add_calibrations",
+    "connect",
     "load_calibrations",
     "load_configuration",
     "plan",

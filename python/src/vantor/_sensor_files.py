@@ -18,11 +18,6 @@ def sensor_knowledge() -> dict[str, Any]:
     return _read("k330.json")
 
 
-def sensor_figure(name: str) -> float:
-    """A figure of the sensor, in the unit that docs/k330.json gives."""
-    return float(sensor_knowledge()["figures"][name]["value"])
-
-
 def _read(name: str) -> dict[str, Any]:
     document: dict[str, Any] = json.loads((resources.files("vantor") / "data" / name).read_text("utf-8"))
     return document

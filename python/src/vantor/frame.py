@@ -53,7 +53,8 @@ class ItemLayout:
         distances_m: distance of each point of a sweep in metres, shape (points,), read-only; NaN where it is
             unknown.
         sweep_rate_hz: sweeps per second: the configured rate, or else the highest one; NaN if unknown.
-        max_sweep_rate_hz: highest sweep rate that the configuration allows; NaN if the server did not report it.
+        max_sweep_rate_hz: highest sweep rate that the configuration allows; NaN if the server did not report
+            it.
         wavelength_m: wavelength of the carrier in metres.
         base_step_m: length of a base step, the unit of `start_point` and `step_length`, in metres.
         high_speed_mode: whether the sensor measures in high-speed mode.
@@ -163,7 +164,8 @@ class Item:
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
-        """The samples as complex numbers in LSB: complex64, shape (sweeps, points); computed at each access."""
+        """The samples as complex numbers in LSB: complex64, shape (sweeps, points); computed at each access.
+        """
         return complex_samples(self.samples)
 
     @property
@@ -196,7 +198,8 @@ class Item:
 class Frame:
     """One frame of all items of a session.
 
-    `frame[group, index]` is an item, both from 0 in the order of the configuration; iterating gives all of them.
+    `frame[group, index]` is an item, both from 0 in the order of the configuration; iterating gives all of
+    them.
 
     Attributes:
         number: how many frames of the stream or recording precede it.

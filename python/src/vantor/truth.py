@@ -1,6 +1,10 @@
 """The truth of simulated sensors: what they should have found in a frame."""
 
+import math
 from dataclasses import dataclass
+
+from . import _members
+from .errors import ProtocolError
 
 
 @dataclass(frozen=True, slots=True)
@@ -45,3 +49,35 @@ class ItemTruth:
     noise_power: float
     interference: float
     targets: tuple[TargetTruth, ...]
+
+
+def decode_truth(members: object) -> ItemTruth:
+    """Decodes a line of a truth file; raises ProtocolError if a member is missing or out of range."""
+    return ItemTruth(
+        sensor_id=_members.integer(members, "sensor", _members.UINT32),
+        tick=_members.integer(members, "tick", _members.UINT32),
+        time_s=_finite(members, "time_s"),
+        temperature=_members.integer(members, "temperature", _members.INT16),
+        noise_power=_finite(members, "noise_power"),
+        interference=_finite(members, "interference"),
+        targets=tuple(map(_decode_target, _members.array(members, "targets"))),
+    )
+
+
+def _decode_target(members: object) -> TargetTruth:
+    return TargetTruth(
+        target=_members.length(members, "target"),
+        distance_m=_finite(members, "distance_m"),
+        velocity_m_s=_finite(members, "velocity_m_s"),
+        amplitude=_finite(members, "amplitude"),
+        phase_rad=_finite(members, "phase_rad"),
+        snr_db=_members.optional_number(members, "snr_db"),
+    )
+
+
+def _finite(members: object, name: str) -> float:
+    """A required member as a finite number."""
+    value = _members.number(members, name)
+    if not math.isfinite(value):
+        raise ProtocolError(f'"{name}" is not a number.')
+    return value

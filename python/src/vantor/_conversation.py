@@ -1,0 +1,409 @@
+"""Sends commands to a server, and finds their answers among its messages."""
+
+import json
+import logging
+import math
+import time
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager, suppress
+from dataclasses import dataclass
+from typing import Any, NoReturn, Protocol
+
+from . import _members
+from ._links import Link
+from ._messages import Message, MessageReader
+from .errors import BadMessage, ConnectionLost, Error, ProtocolError, ServerError, ServerTimeout
+
+#: Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud.
+SLOWEST_PAYLOAD_RATE = 10
+
+#: How long a program that was asked to stop waits for the end of the session, in seconds.
+_SHORT_TIME = 1.0
+
+#: The command that ends a session. The line feed ends a line that an earlier host may have sent in part.
+_END_COMMAND = b'\n{"command":"end"}\n'
+
+#: Interval at which it is repeated after connecting, until the server answers, in seconds.
+_END_INTERVAL = 1.0
+
+#: Number of frames for which the answer to a command may have to wait, and the upper limit of their time in
+#: seconds.
+_SLOW_FRAMES = 3.0
+_LONGEST_TIME = 3600.0
+
+#: Number of bytes that the report about invalid data shows.
+_BYTES_SHOWN = 16
+
+#: The levels of `logging` for those of a server.
+_LOG_LEVELS = {"ERROR": logging.ERROR, "WARNING": logging.WARNING, "INFO": logging.INFO, "VERBOSE": 15}
+
+_server_log = logging.getLogger("vantor.server")
+
+LinkOpener = Callable[[], Link]
+
+
+class FrameKeeper(Protocol):
+    """Takes the messages of a stream that arrive before the answer to a command."""
+
+    def keep(self, message: Message) -> None:
+        """Takes a frame."""
+
+    def note_damage(self, fault: BadMessage) -> None:
+        """Takes a damaged message."""
+
+
+@dataclass(frozen=True, slots=True)
+class Timeouts:
+    """How long a client waits, in seconds.
+
+    While the payload of a message arrives, at 10 bytes per second or faster, it waits longer. In a session of
+    slow frames it adds the time of three frames, because the server executes most commands between two
+    frames.
+
+    Attributes:
+        connect: for connecting or starting a server.
+        answer: for the answer to a command.
+        configure: for the beginning of a session: sensors calibrate meanwhile.
+        frame: for a frame.
+    """
+
+    connect: float = 5.0
+    answer: float = 5.0
+    configure: float = 60.0
+    frame: float = 10.0
+
+
+@dataclass(slots=True)
+class Limit:
+    """Until when to wait, and for how long that is extended while a payload arrives."""
+
+    deadline: float
+    extension: float = 0.0
+
+
+class Conversation:
+    """Commands to one server, and the messages that answer them."""
+
+    def __init__(
+        self, open_link: LinkOpener, timeouts: Timeouts, clock: Callable[[], float] = time.monotonic
+    ) -> None:
+        """Connects, and ends any session that the server was in.
+
+        A board may still be starting: the first command is repeated every second until the answer time-out.
+        """
+        self.timeouts = timeouts
+        self._clock = clock
+        self._reader = MessageReader()
+        #: Frames per second of the session; 0 if unknown, or without one.
+        self.frame_rate = 0.0
+        #: A call was interrupted: bytes may have been received but not counted, or a command sent in part.
+        self.torn = False
+        #: The server has no session.
+        self.idle = False
+        #: Answers to earlier "end" commands may still arrive.
+        self._late_ends = False
+        #: When "end" is repeated, while connecting.
+        self._repetition: float | None = None
+        self._first_bytes = b""
+        self._understood = False
+        #: Takes the frames that arrive before the answer to a command; None to drop them.
+        self.keeper: FrameKeeper | None = None
+        self._link: Link | None = open_link()
+        try:
+            self._find_server()
+        except BaseException:
+            self.close()
+            raise
+
+    def close(self) -> None:
+        """Closes the link."""
+        link, self._link = self._link, None
+        if link is not None:
+            link.close()
+
+    @property
+    def slow_time(self) -> float:
+        """How long some frames of the session take, in seconds."""
+        return min(_SLOW_FRAMES / self.frame_rate, _LONGEST_TIME) if self.frame_rate > 0.0 else 0.0
+
+    def expect_frames(self, size: int | None) -> None:
+        """Sets the payload size of all frames of the session; None without one."""
+        self._reader.frame_size = size
+
+    def set_baudrate(self, baudrate: int) -> int:
+        """Changes the baud rate of this end of the link; returns the former one."""
+        return self._open_link().set_baudrate(baudrate)
+
+    def now(self) -> float:
+        """The time of the clock in seconds."""
+        return self._clock()
+
+    def request(self, command: str, **members: Any) -> dict[str, Any]:
+        """Sends a command and waits for its answer. Frames before it go to the keeper, or are dropped."""
+        with self._exchange(awaits_answer=True):
+            self._send({"command": command, **members})
+            limit = self._limit(self.timeouts.answer + self.slow_time)
+            while (answer := self._await_answer(command, limit)) is None:
+                if self.now() >= limit.deadline:
+                    self._give_up(_answer_to(command))
+        return answer
+
+    def configure(self, configuration: dict[str, Any]) -> dict[str, Any]:
+        """Sets up a session; returns its metadata."""
+        self.idle = False
+        with self._exchange():
+            self._send({"command": "configure", "configuration": configuration})
+            message = self._next_answer(self._limit(self.timeouts.configure), "session metadata")
+            _raise_on_error(message)
+        return message.header
+
+    def measure_frame(self) -> Message:
+        """Measures a single frame."""
+        with self._exchange():
+            self._send({"command": "frame"})
+            message = self._next_answer(self.frame_limit(), "frame")
+            _raise_on_error(message)
+        return message
+
+    def frame_limit(self) -> Limit:
+        """How long to wait for a frame."""
+        return self._limit(self.timeouts.frame + self.slow_time)
+
+    def next_in_stream(self, limit: Limit, deadline: float | None) -> Message | None:
+        """The next message of a stream; None if none arrives until a deadline.
+
+        Raises ServerTimeout if none arrives within the limit, and BadMessage for a damaged message.
+        """
+        if self.now() >= limit.deadline:
+            self._give_up("frame")
+        with self._exchange():
+            if deadline is not None and deadline < limit.deadline:
+                message = self._poll(deadline)
+            else:
+                message = self._next(limit, "frame")
+            if message is not None:
+                _raise_on_error(message)
+        return message
+
+    def end(self, timeout: float | None = None) -> None:
+        """Ends the session in any state; drops all messages that arrive before the answer."""
+        if timeout is None:
+            self._end(self._limit(self.timeouts.answer + self.slow_time))
+        else:
+            self._end(Limit(self.now() + timeout))
+
+    def end_promptly(self) -> None:
+        """Ends the session if the server answers within a second, for programs that were asked to stop."""
+        with suppress(Error):
+            self.end(_SHORT_TIME)
+
+    @contextmanager
+    def _exchange(self, awaits_answer: bool = False) -> Iterator[None]:
+        """What the server has received, and what it will send, is only known if this is completed.
+
+        An error may have ended the stream before the answer to a command, which then arrives later.
+        """
+        torn, self.torn = self.torn, True
+        try:
+            yield
+        except (ServerError, BadMessage):
+            self.torn = torn or (awaits_answer and self.keeper is not None)
+            raise
+        self.torn = torn
+
+    def _open_link(self) -> Link:
+        if self._link is None:
+            raise ConnectionLost("There is no connection to the server: it was closed.")
+        return self._link
+
+    def _send(self, command: dict[str, Any]) -> None:
+        """Sends a command."""
+        text = json.dumps(command, separators=(",", ":"), ensure_ascii=False)
+        self._transmit(text.encode() + b"\n", self.timeouts.answer)
+
+    def _limit(self, timeout: float) -> Limit:
+        """How long to wait for an answer."""
+        return Limit(self.now() + timeout, self.timeouts.answer)
+
+    def _transmit(self, data: bytes, timeout: float) -> None:
+        self._open_link().write(data, timeout)
+
+    def _find_server(self) -> None:
+        """Ends any session. Repeats the command, since a server that is starting loses commands."""
+        self._repetition = self.now() + _END_INTERVAL
+        try:
+            self.end()
+        finally:
+            self._repetition = None
+
+    def _send_end(self, timeout: float) -> None:
+        self._late_ends = True
+        # In a single write: a busy server closes the connection, and a second write would then fail before
+        # its message has been read.
+        self._transmit(_END_COMMAND, timeout)
+
+    def _end(self, limit: Limit) -> None:
+        """Ends the session, and waits for the answer."""
+        # While connecting, the caller has given another command, or none.
+        awaited = "answer" if self._repetition is not None else _answer_to("end")
+        if self.torn:
+            self._reader.resynchronise()
+        self.torn = True
+        self._send_end(max(0.0, limit.deadline - self.now()))
+        while True:
+            try:
+                message = self._next(limit, awaited)
+            except BadMessage:
+                # Messages before the answer are dropped, also damaged ones.
+                pass
+            else:
+                if _answers_end(message):
+                    break
+                if message.header.get("code") == "busy":
+                    _raise_on_error(message)
+            if self.now() >= limit.deadline:
+                self._give_up(awaited)
+        self.expect_frames(None)
+        self.frame_rate = 0.0
+        self.torn = False
+        self.idle = True
+
+    def _repeat_end(self, left: float) -> float:
+        """Repeats "end" when it is due; returns how long the caller can wait before the next call."""
+        if self._repetition is None:
+            return left
+        if self._repetition <= self.now():
+            self._repetition = self.now() + _END_INTERVAL
+            # Otherwise the server is sending already.
+            if self._reader.missing == 0:
+                self._send_end(left)
+        return max(0.0, min(left, self._repetition - self.now()))
+
+    def _poll(self, deadline: float) -> Message | None:
+        """The next message that is not a log line; None if none arrives in time."""
+        over = False
+        while True:
+            message = self._reader.next()
+            if message is None:
+                if over:
+                    return None
+                left = max(0.0, deadline - self.now())
+                over = left == 0.0
+                self._receive(left if over else self._repeat_end(left))
+                continue
+            self._understood = True
+            if not _deliver_log(message.header):
+                return message
+
+    def _receive(self, timeout: float) -> None:
+        """Passes the bytes that arrive to the reader."""
+        buffers = self._reader.buffers()
+        count = self._open_link().read_into(buffers, timeout)
+        if len(self._first_bytes) < _BYTES_SHOWN:
+            self._first_bytes += bytes(buffers[0][: min(count, _BYTES_SHOWN - len(self._first_bytes))])
+        self._reader.advance(count)
+
+    def _next(self, limit: Limit, awaited: str) -> Message:
+        """The next message; raises an error if none arrives. Extends the limit while a payload arrives."""
+        while True:
+            before = self._reader.missing
+            message = self._poll(limit.deadline)
+            if message is not None:
+                return message
+            missing = self._reader.missing
+            fewest = max(1, int(SLOWEST_PAYLOAD_RATE * limit.extension))
+            slow = before != 0 and missing + fewest > before
+            if missing == 0 or slow or limit.extension == 0.0:
+                self._give_up(awaited)
+            limit.deadline = self.now() + limit.extension
+
+    def _next_answer(self, limit: Limit, awaited: str) -> Message:
+        """Like _next, but skips answers to earlier "end" commands."""
+        while True:
+            message = self._next(limit, awaited)
+            if not self._take_late_answer(message):
+                return message
+            if self.now() >= limit.deadline:
+                self._give_up(awaited)
+
+    def _await_answer(self, command: str, limit: Limit) -> dict[str, Any] | None:
+        """The answer to a command; None after a message of a stream. A damaged one is hardly the answer."""
+        try:
+            message = self._next_answer(limit, _answer_to(command))
+        except BadMessage as fault:
+            if self.keeper is None:
+                raise
+            self.keeper.note_damage(fault)
+            return None
+        _raise_on_error(message)
+        if message.is_frame:
+            if self.keeper is not None:
+                self.keeper.keep(message)
+            return None
+        _check_answer(message, command)
+        return message.header
+
+    def _take_late_answer(self, message: Message) -> bool:
+        """Whether a message is the answer to an "end" that was repeated or abandoned.
+
+        A server that was still starting and received only the end of the line answers "bad_json".
+        """
+        if self._late_ends and (_answers_end(message) or message.header.get("code") == "bad_json"):
+            return True
+        # Answers arrive in order.
+        self._late_ends = False
+        return False
+
+    def _give_up(self, awaited: str) -> NoReturn:
+        """Raises the error for a message that did not arrive in time, or anything but messages."""
+        if not self._understood and self._first_bytes and self._reader.missing == 0:
+            raise ProtocolError(
+                "The data received are not messages of a Vantor server; they start with "
+                f"{self._first_bytes.hex(' ')}. The baud rate may be wrong, or it may be another device."
+            )
+        raise ServerTimeout(
+            f"The server sent no {awaited} in time. Check the connection and its baud rate, that no other "
+            "program uses the server, and that the board does not restart (see its log)."
+        )
+
+
+def _answer_to(command: str) -> str:
+    return f'answer to "{command}"'
+
+
+def _raise_on_error(message: Message) -> None:
+    """Raises an error that a message reports."""
+    if message.header["status"] == "error":
+        header = message.header
+        code, text = _members.text(header, "code"), _members.text(header, "message")
+        raise ServerError(printable(code), printable(text))
+
+
+def printable(text: str) -> str:
+    """A text of a server without control characters, which a terminal would obey."""
+    if text.isprintable():
+        return text
+    return "".join(c if c.isprintable() else repr(c)[1:-1] for c in text)
+
+
+def _answers_end(message: Message) -> bool:
+    return message.header.get("command") == "end"
+
+
+def _check_answer(message: Message, command: str) -> None:
+    """Raises an error if a message is not the answer to a command."""
+    if message.header.get("command") != command:
+        raise ProtocolError(
+            f'The server sent another message instead of the answer to "{command}": another program may be '
+            "using the same link."
+        )
+
+
+def _deliver_log(header: dict[str, Any]) -> bool:
+    """Passes a log line of the server to `logging`; False if the message is not one."""
+    if header["status"] != "log":
+        return False
+    level = _LOG_LEVELS.get(_members.text(header, "level"), logging.DEBUG)
+    module, line = _members.text(header, "module"), _members.text(header, "message")
+    _server_log.log(level, "%s: %s", printable(module), printable(line))
+    return True

@@ -1,0 +1,109 @@
+"""Decodes the frames of a session."""
+
+from collections.abc import Sequence
+from typing import Any
+
+import numpy as np
+
+from . import _members
+from ._layout import SAMPLE_SIZE, SessionMetadata
+from ._messages import Payload
+from .errors import ProtocolError
+from .frame import Flags, Item, ItemLayout, Samples, places_of
+from .truth import ItemTruth
+
+
+class ItemReading:
+    """What a frame header reports about one item."""
+
+    __slots__ = ("tick", "temperature", "flags", "cca_value")
+
+    def __init__(self, members: object) -> None:
+        self.tick = _members.integer(members, "tick", _members.UINT32)
+        self.temperature = _members.integer(members, "temperature", _members.INT16)
+        self.flags = Flags(
+            _members.boolean(members, "data_saturated"),
+            _members.boolean(members, "frame_delayed"),
+            _members.boolean(members, "calibration_needed"),
+            _members.optional_boolean(members, "data_valid"),
+            _members.optional_boolean(members, "cca_detected"),
+            _members.optional_boolean(members, "tx_enabled"),
+        )
+        self.cca_value = _members.optional_number(members, "cca_value")
+
+
+class FrameDecoder:
+    """Splits the frame messages of a session into items."""
+
+    def __init__(self, metadata: SessionMetadata, ticks_per_second: float) -> None:
+        self.places = places_of(metadata.layouts)
+        self._frame_size = metadata.frame_size
+        self._ticks_per_second = ticks_per_second
+        self._group_sizes: list[int] = []
+        self._parts: list[tuple[ItemLayout, int, tuple[int, int, int]]] = []
+        offset = 0
+        for layout in metadata.layouts:
+            self._group_sizes[layout.group :] = [layout.index + 1]
+            self._parts.append((layout, offset, (layout.sweeps, layout.points, 2)))
+            offset += layout.frame_length * SAMPLE_SIZE
+
+    def read(self, header: dict[str, Any], payload: Payload) -> list[ItemReading]:
+        """What the header of a frame message reports about each item.
+
+        Raises ProtocolError if the message does not have the structure and length that the metadata
+        announced.
+        """
+        if len(payload) != self._frame_size:
+            raise ProtocolError(
+                f"A frame has {len(payload)} bytes of samples, but the session metadata announced "
+                f"{self._frame_size}."
+            )
+        groups = _members.array(header, "result_info")
+        _check_length(groups, len(self._group_sizes), "groups")
+        readings: list[ItemReading] = []
+        for group, size in zip(groups, self._group_sizes, strict=True):
+            _check_length(group, size, "items in a group")
+            readings.extend(map(ItemReading, group))
+        return readings
+
+    def items(
+        self,
+        readings: list[ItemReading],
+        payload: Payload,
+        time: float,
+        truth: Sequence[ItemTruth | None] | None = None,
+    ) -> tuple[Item, ...]:
+        """The items of a frame, whose first one was measured at a time in seconds."""
+        first_tick = readings[0].tick if readings else 0
+        parts = zip(readings, self._parts, strict=True)
+        return tuple(
+            Item(
+                layout,
+                _view(payload, offset, shape),
+                reading.tick,
+                time + self._seconds_between(first_tick, reading.tick),
+                reading.temperature,
+                reading.flags,
+                reading.cca_value,
+                truth[place] if truth else None,
+            )
+            for place, (reading, (layout, offset, shape)) in enumerate(parts)
+        )
+
+    def _seconds_between(self, tick: int, other: int) -> float:
+        """The items of a frame are measured within a short time of each other, in any order."""
+        if tick == other or not self._ticks_per_second > 0.0:
+            return 0.0
+        return ((other - tick + 2**31) % 2**32 - 2**31) / self._ticks_per_second
+
+
+def _check_length(array: object, expected: int, what: str) -> None:
+    count = len(array) if isinstance(array, list) else 0
+    if not isinstance(array, list) or count != expected:
+        raise ProtocolError(f"A frame has {count} {what}, but the session metadata announced {expected}.")
+
+
+def _view(payload: Payload, offset: int, shape: tuple[int, int, int]) -> Samples:
+    if shape[0] * shape[1] == 0:
+        return np.empty(shape, "<i2")
+    return np.frombuffer(payload, "<i2", shape[0] * shape[1] * 2, offset).reshape(shape)

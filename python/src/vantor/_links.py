@@ -1,0 +1,313 @@
+"""Links to servers: streams of bytes in both directions, with time-outs.
+
+A link reads straight into the buffers of its caller. Nothing blocks longer than a fraction of a second in the
+operating system, so that Ctrl-C ends every wait.
+"""
+
+import errno
+import os
+import select
+import shutil
+import socket
+import subprocess
+import threading
+import time
+from collections.abc import Sequence
+from pathlib import Path
+from typing import Any, Protocol
+
+from ._address import Address, SerialAddress, SimulatorAddress, TcpAddress, UnixAddress
+from .errors import ConnectError, ConnectionLost, Error, ServerTimeout
+
+#: Longest wait in the operating system, in seconds. A signal that arrives just before such a wait does not
+#: end it.
+_LONGEST_WAIT = 0.2
+
+#: How often a connection to a socket is tried while the server does not accept more: nothing reports when it
+#: does.
+_RETRY_INTERVAL = 0.02
+
+#: How long a simulated server may take to exit before it is killed, in seconds.
+_EXIT_TIME = 5.0
+
+
+class Link(Protocol):
+    """A stream of bytes in both directions."""
+
+    def read_into(self, buffers: Sequence[memoryview], timeout: float) -> int:
+        """Reads the bytes that are there into buffers, in their order; waits up to `timeout` seconds for one.
+
+        Returns their number; 0 if none arrived in time. Raises ConnectionLost.
+        """
+
+    def write(self, data: bytes, timeout: float) -> None:
+        """Writes bytes; raises ServerTimeout if they are not accepted in time, or ConnectionLost."""
+
+    def set_baudrate(self, baudrate: int) -> int:
+        """Changes the baud rate; returns the former one."""
+
+    def close(self) -> None:
+        """Closes the link."""
+
+
+class DescriptorLink:
+    """A link over a file descriptor that does not block."""
+
+    #: What the link is called in messages.
+    kind = "A socket"
+
+    def __init__(self, stream: Any) -> None:
+        """Takes over an object with `fileno()` and `close()`."""
+        self._stream = stream
+        self._descriptor: int = stream.fileno()
+        self._input = select.poll()
+        self._input.register(self._descriptor, select.POLLIN)
+        self._output = select.poll()
+        self._output.register(self._descriptor, select.POLLOUT)
+
+    def read_into(self, buffers: Sequence[memoryview], timeout: float) -> int:
+        """See Link."""
+        while True:
+            try:
+                count = os.readv(self._descriptor, buffers)
+            except BlockingIOError:
+                if not _wait(self._input, timeout):
+                    return 0
+                timeout = 0.0
+                continue
+            except OSError as failure:
+                raise self._lost(failure) from None
+            if count == 0:
+                raise self._lost(None)
+            return count
+
+    def write(self, data: bytes, timeout: float) -> None:
+        """See Link."""
+        deadline = time.monotonic() + timeout
+        rest = memoryview(data)
+        while rest:
+            try:
+                rest = rest[os.write(self._descriptor, rest) :]
+            except BlockingIOError:
+                if not _wait(self._output, deadline - time.monotonic()):
+                    raise ServerTimeout(
+                        "The server does not accept more bytes: it may hang, or the line may be cut."
+                    ) from None
+            except OSError as failure:
+                raise self._lost(failure) from None
+
+    def set_baudrate(self, baudrate: int) -> int:
+        """See Link."""
+        raise Error(f"{self.kind} has no baud rate.")
+
+    def close(self) -> None:
+        """See Link."""
+        self._stream.close()
+
+    def _lost(self, failure: OSError | None) -> ConnectionLost:
+        """The exception for a lost connection; without a failure the server has closed it."""
+        if failure is None:
+            return ConnectionLost("The server closed the connection.")
+        return ConnectionLost(f"Lost the connection: {failure.strerror}.")
+
+
+def _wait(events: "select.poll", timeout: float) -> bool:
+    """Waits for an event; False if there is none in time."""
+    deadline = time.monotonic() + timeout
+    while True:
+        left = deadline - time.monotonic()
+        if events.poll(max(0.0, min(left, _LONGEST_WAIT)) * 1000.0):
+            return True
+        if left <= 0.0:
+            return False
+
+
+class TcpLink(DescriptorLink):
+    """A link over TCP."""
+
+    kind = "A TCP connection"
+
+
+class SerialLink(DescriptorLink):
+    """A link over a serial line."""
+
+    def set_baudrate(self, baudrate: int) -> int:
+        """See Link."""
+        former: int = self._stream.baudrate
+        try:
+            self._stream.baudrate = baudrate
+        except (OSError, ValueError, OverflowError) as failure:
+            raise Error(f"Cannot set the serial line to {baudrate} baud: {failure}.") from None
+        return former
+
+
+class SimulatorLink(DescriptorLink):
+    """A link to a simulated server that ends with the link."""
+
+    kind = "A private simulated server"
+
+    def __init__(self, stream: socket.socket, process: "subprocess.Popen[bytes]") -> None:
+        """Takes over the socket and the process of the server."""
+        super().__init__(stream)
+        self._process = process
+
+    def close(self) -> None:
+        """Asks the server to exit, and kills it if it does not."""
+        super().close()
+        self._process.terminate()
+        try:
+            self._process.wait(_EXIT_TIME)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            self._process.wait()
+
+    def _lost(self, failure: OSError | None) -> ConnectionLost:
+        return ConnectionLost("The simulated server has exited; see the message that it printed.")
+
+
+def open_link(address: Address, timeout: float, arguments: Sequence[str] = ()) -> Link:
+    """Opens a link to an address within `timeout` seconds; a simulated server gets further arguments.
+
+    Raises ConnectError.
+    """
+    match address:
+        case TcpAddress():
+            return _open_tcp(address, time.monotonic() + timeout)
+        case UnixAddress():
+            return _open_unix(address, time.monotonic() + timeout)
+        case SerialAddress():
+            return _open_serial(address)
+        case SimulatorAddress():
+            return _start_simulator([*address.arguments, *arguments])
+
+
+def _open_tcp(address: TcpAddress, deadline: float) -> Link:
+    host = f"[{address.host}]" if ":" in address.host else address.host
+    name = f"tcp:{host}:{address.port}"
+    failure: OSError | None = None
+    for family, kind, protocol, _, place in _look_up(address, name, deadline):
+        stream = socket.socket(family, kind, protocol)
+        try:
+            stream.settimeout(max(0.001, deadline - time.monotonic()))
+            stream.connect(place)
+            stream.setblocking(False)
+            stream.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            return TcpLink(stream)
+        except OSError as refusal:
+            failure = refusal
+            stream.close()
+    raise ConnectError(
+        f"Cannot connect to {name}: {_reason(failure)}. Is vantor_server running there, with --tcp and this "
+        "port?"
+    )
+
+
+def _look_up(address: TcpAddress, name: str, deadline: float) -> list[Any]:
+    """The places of a host.
+
+    The system cannot end the search for a name early, so another thread waits for it; if nobody waits for the
+    thread any more, it ends by itself.
+    """
+    found: list[Any] = []
+    failures: list[Exception] = []
+
+    def look_up(flags: int = 0) -> None:
+        try:
+            places = socket.getaddrinfo(address.host, address.port, type=socket.SOCK_STREAM, flags=flags)
+            found.extend(places)
+        except (OSError, UnicodeError) as failure:
+            failures.append(failure)
+
+    look_up(socket.AI_NUMERICHOST)
+    if found:
+        return found
+    failures.clear()
+    search = threading.Thread(target=look_up, daemon=True)
+    search.start()
+    while search.is_alive() and time.monotonic() < deadline:
+        search.join(_LONGEST_WAIT)
+    if search.is_alive():
+        raise ConnectError(
+            f"Cannot resolve the host name in {name} in time. Check the name and the network, or use an IP "
+            "address."
+        )
+    if failures:
+        raise ConnectError(f"Cannot resolve the host name in {name}: {_reason(failures[0])}.")
+    return found
+
+
+def _open_unix(address: UnixAddress, deadline: float) -> Link:
+    stream = socket.socket(socket.AF_UNIX)
+    try:
+        stream.setblocking(False)
+        _connect_unix(stream, address.path, deadline)
+        return DescriptorLink(stream)
+    except OSError as failure:
+        stream.close()
+        raise ConnectError(
+            f"Cannot connect to unix:{address.path}: {_reason(failure)}. Is vantor_server running there, "
+            "with --unix and this path, as the same user?"
+        ) from None
+
+
+def _connect_unix(stream: socket.socket, path: str, deadline: float) -> None:
+    """Connects; tries again while the server does not accept more connections."""
+    while True:
+        try:
+            return stream.connect(path)
+        except BlockingIOError:
+            if time.monotonic() >= deadline:
+                raise TimeoutError(errno.ETIMEDOUT, os.strerror(errno.ETIMEDOUT)) from None
+            time.sleep(_RETRY_INTERVAL)
+
+
+def _open_serial(address: SerialAddress) -> Link:
+    try:
+        import serial  # type: ignore[import]  # it has no types
+    except ImportError:
+        raise ConnectError(
+            "Serial lines need the package pyserial: install it with \"pip install pyserial\" or as Debian's "
+            "python3-serial."
+        ) from None
+    try:
+        return SerialLink(serial.Serial(address.device, address.baudrate, timeout=0))
+    except (OSError, ValueError) as failure:
+        raise ConnectError(
+            f"Cannot open the serial device {address.device} at {address.baudrate} baud: {_reason(failure)}. "
+            "Check the name and your permissions, and that no other program uses it."
+        ) from None
+
+
+def _start_simulator(arguments: Sequence[str]) -> Link:
+    program = find_server_program()
+    near, far = socket.socketpair()
+    with far:
+        end = far.fileno()
+        try:
+            # In a group of its own, so that Ctrl-C on the terminal does not reach it.
+            command = [str(program), "--stdio", *arguments]
+            process = subprocess.Popen(command, stdin=end, stdout=end, process_group=0)
+        except OSError as failure:
+            near.close()
+            raise ConnectError(f"Cannot start {program}: {_reason(failure)}.") from None
+    near.setblocking(False)
+    return SimulatorLink(near, process)
+
+
+def find_server_program() -> Path:
+    """The program that VANTOR_SERVER names, or vantor_server in PATH; raises ConnectError if there is none.
+    """
+    if named := os.environ.get("VANTOR_SERVER"):
+        return Path(named)
+    if found := shutil.which("vantor_server"):
+        return Path(found)
+    raise ConnectError(
+        "Cannot find the program vantor_server in PATH: install it, set VANTOR_SERVER to its path, or "
+        "connect to a running server, for example with tcp:HOST:PORT."
+    )
+
+
+def _reason(failure: Exception | None) -> str:
+    """Why a call of the system failed."""
+    strerror = getattr(failure, "strerror", None)
+    return str(strerror or failure)

@@ -1,0 +1,184 @@
+"""A connection to a server."""
+
+import time
+from collections.abc import Callable, Sequence
+from os import PathLike
+from types import TracebackType
+from typing import Any, Self
+
+from ._address import SimulatorAddress, parse_address
+from ._conversation import Conversation, Timeouts
+from ._json_text import copy
+from ._links import Link, open_link
+from ._session import Session
+from ._truth_file import TruthFile
+from .calibration import Calibration, add_calibrations
+from .configuration import load_configuration
+from .errors import ProtocolError
+from .server_info import ServerInfo, decode_server_info
+
+#: The version of the protocol that this package uses.
+PROTOCOL_VERSION = 1
+
+
+def connect(address: str, timeouts: Timeouts = Timeouts()) -> "Server":
+    """Connects to a server, ends any session that it was in, and identifies it.
+
+    Args:
+        address: "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD", or "sim:" for a private simulated server,
+            which ends with the connection; options of `vantor_server` can follow it:
+            "sim:--scene breathing_person".
+        timeouts: how long to wait.
+
+    Raises:
+        AddressError: the address is not valid.
+        ConnectError: there is no server.
+        ServerError: the server is in use by another host; the code is "busy".
+        ProtocolError: what answers is not a server, or one with another version of the protocol.
+        ServerTimeout: the server does not answer.
+    """
+    where = parse_address(address)
+    if not isinstance(where, SimulatorAddress):
+        return Server(lambda: open_link(where, timeouts.connect), timeouts)
+    if any(argument.startswith("--truth") for argument in where.arguments):
+        return Server(lambda: open_link(where, timeouts.connect), timeouts)
+    truth = TruthFile()
+    try:
+        arguments = ["--truth", str(truth.path)]
+        return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts, truth)
+    except BaseException:
+        truth.close()
+        raise
+
+
+class Server:
+    """A connection to a server; `with` closes it, and leaves the server idle.
+
+    Not for use by several threads at once.
+
+    Attributes:
+        info: what the server reported about itself when it was last identified.
+    """
+
+    def __init__(
+        self,
+        link_opener: Callable[[], Link],
+        timeouts: Timeouts,
+        truth: TruthFile | None = None,
+        clock: Callable[[], float] = time.monotonic,
+    ) -> None:
+        """Connects over the links of an opener; use `connect`."""
+        self._truth = truth
+        self._session: Session | None = None
+        self._conversation = Conversation(link_opener, timeouts, clock)
+        try:
+            self.info = decode_server_info(self._conversation.request("identify"))
+            _check_version(self.info)
+        except BaseException:
+            self._conversation.close()
+            raise
+
+    def identify(self) -> ServerInfo:
+        """Identifies the server again."""
+        self.info = decode_server_info(self._request("identify"))
+        return self.info
+
+    def ping(self) -> None:
+        """Checks that the server answers."""
+        self._request("ping")
+
+    def stats(self) -> dict[str, Any]:
+        """The statistics of the server, as it sends them (docs/protocol.md)."""
+        return self._request("stats")
+
+    def log(self, level: str) -> None:
+        """Makes the server send its log, which goes to the logger "vantor.server" of `logging`.
+
+        Args:
+            level: least severe level to send: "OFF", "ERROR", "WARNING", "INFO", "VERBOSE" or "DEBUG".
+        """
+        self._request("log", level=level)
+
+    def set_baudrate(self, baudrate: int) -> None:
+        """Changes the baud rate of a serial line at both ends.
+
+        If the server does not answer at the new one, this end returns to the old one, and the server does so
+        within two seconds.
+        """
+        self._request("baudrate", baudrate=baudrate)
+        former = self._conversation.set_baudrate(baudrate)
+        try:
+            self._conversation.request("ping")
+        except BaseException:
+            self._conversation.set_baudrate(former)
+            raise
+
+    def session(
+        self,
+        configuration: dict[str, Any] | str | PathLike[str],
+        calibrations: Sequence[Calibration] = (),
+    ) -> Session:
+        """Sets up a session; an earlier one of this connection ends.
+
+        Args:
+            configuration: the configuration document (docs/configuration.md), or the path of its file.
+            calibrations: of an earlier session, or from `load_calibrations`; their sensors are not calibrated
+                again.
+
+        Raises:
+            ConfigurationError: the file is not a configuration document.
+            ServerError: the server refuses the configuration.
+        """
+        if isinstance(configuration, dict):
+            document = copy(configuration)
+        else:
+            document = load_configuration(configuration)
+        if calibrations:
+            document = add_calibrations(document, calibrations)
+        if not self._conversation.idle or self._conversation.torn:
+            self._end_session()
+        self._session = Session(self._conversation, document, self.info.ticks_per_second, self._truth)
+        return self._session
+
+    def close(self) -> None:
+        """Ends the session, if there is one, and closes the connection; without effect if it is closed."""
+        try:
+            if not self._conversation.idle or self._conversation.torn:
+                self._conversation.end_promptly()
+        finally:
+            self._conversation.close()
+            truth, self._truth = self._truth, None
+            if truth is not None:
+                truth.close()
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, failure: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        self.close()
+
+    def _request(self, command: str, **members: Any) -> dict[str, Any]:
+        """Sends a command and waits for its answer; also while frames stream."""
+        self._settle()
+        return self._conversation.request(command, **members)
+
+    def _settle(self) -> None:
+        """Brings the server back to a known state after Ctrl-C has interrupted a call. This ends the session.
+        """
+        if self._conversation.torn:
+            self._end_session()
+
+    def _end_session(self) -> None:
+        self._conversation.end()
+        if self._session is not None:
+            self._session.note_end()
+
+
+def _check_version(info: ServerInfo) -> None:
+    if info.protocol_version != PROTOCOL_VERSION:
+        raise ProtocolError(
+            f"The server uses protocol version {info.protocol_version} and this host version "
+            f"{PROTOCOL_VERSION}: install host and server of the same release."
+        )

@@ -1,0 +1,271 @@
+"""A session: what a server measures with one configuration."""
+
+import logging
+from collections import deque
+from collections.abc import Iterator
+from types import TracebackType
+from typing import Any, Self
+
+from . import _members
+from ._conversation import Conversation, Limit
+from ._frames import FrameDecoder, ItemReading
+from ._layout import describe_session, nominal_frame_rate
+from ._loss import LossCounter, TickClock
+from ._messages import Message
+from ._truth_file import TruthFile
+from .calibration import Calibration, add_calibrations
+from .errors import BadMessage, Error, ProtocolError, ServerError
+from .frame import Frame, ItemLayout
+from .truth import ItemTruth
+
+_log = logging.getLogger("vantor")
+
+
+class _Stream:
+    """A stream of frames: its messages that were not asked for yet, and its counters."""
+
+    def __init__(self, ticks_per_second: float, frame_rate: float) -> None:
+        self._losses = LossCounter(ticks_per_second / frame_rate if frame_rate > 0.0 else 0.0)
+        self._clock = TickClock(ticks_per_second)
+        self._kept: deque[Message] = deque()
+        #: Damaged messages since the last frame.
+        self._damaged = 0
+        #: Frames that were counted.
+        self.number = 0
+        #: Frames missing before the last one.
+        self.missing = 0
+
+    def keep(self, message: Message) -> None:
+        """Takes a frame that arrived before the answer to a command."""
+        self._kept.append(message)
+
+    def take_kept(self) -> Message | None:
+        """The first frame that was kept, if any."""
+        return self._kept.popleft() if self._kept else None
+
+    def note_damage(self, fault: BadMessage) -> None:
+        """Counts a damaged message."""
+        self._damaged += 1
+        _log.warning("%s", fault)
+
+    def count(self, first: ItemReading) -> tuple[float, int]:
+        """Counts a frame by its first item; returns its time in seconds, and the frames lost before it."""
+        damaged, self._damaged = self._damaged, 0
+        before = self.missing
+        self.missing = self._losses.add(first.tick, damaged, first.flags.frame_delayed)
+        return self._clock.advance(first.tick), max(0, self.missing - before)
+
+
+class Session:
+    """A session of a server; `with` ends it.
+
+    Attributes:
+        configuration: the configuration document.
+        items: layouts of the items, in the order of the configuration.
+        calibrations: of its sensors; pass them to a later session, or to `save_calibrations`.
+        metadata: the answer of the server to the configuration (docs/protocol.md).
+        frame_rate_hz: rate at which frames are due; 0 if they are measured as fast as possible.
+        frames_left_out: frames of the last stream that the server left out because they were late, as it
+            reported at the end of the stream.
+    """
+
+    configuration: dict[str, Any]
+    items: tuple[ItemLayout, ...]
+    calibrations: tuple[Calibration, ...]
+    metadata: dict[str, Any]
+    frame_rate_hz: float
+    frames_left_out: int
+
+    def __init__(
+        self,
+        conversation: Conversation,
+        configuration: dict[str, Any],
+        ticks_per_second: float,
+        truth: TruthFile | None,
+    ) -> None:
+        """Sets up a session; use `Server.session`."""
+        self._conversation = conversation
+        self._ticks_per_second = ticks_per_second
+        self._truth = truth
+        self._stream: _Stream | None = None
+        self._ended = False
+        self.configuration = configuration
+        self.frames_left_out = 0
+        self._configure(configuration)
+
+    def frames(self, count: int | None = None, *, seconds: float | None = None) -> Iterator[Frame]:
+        """Starts a stream and gives its frames; the stream stops when the loop ends.
+
+        Damaged messages are logged and counted in `Frame.missing`. Between two frames the server waits for
+        the reader when the buffers of the link are full; it leaves out frames that are late, and the next
+        frame counts them.
+
+        Args:
+            count: number of frames; None for no limit.
+            seconds: how long to receive frames; None for no limit.
+
+        Raises:
+            ServerError: the server could not measure a frame; the session has ended.
+            ServerTimeout: no frame arrived in time.
+            ConnectionLost: the link was lost.
+        """
+        if count is not None and count < 0 or seconds is not None and not seconds >= 0.0:
+            raise ValueError("count and seconds must not be negative.")
+        return self._receive(count, seconds)
+
+    def single_frame(self) -> Frame:
+        """Measures one frame while no stream runs."""
+        self._make_ready()
+        try:
+            message = self._conversation.measure_frame()
+        except ServerError:
+            self.note_end()
+            raise
+        return self._compose(message, _Stream(self._ticks_per_second, 0.0))
+
+    def end(self) -> None:
+        """Ends the session, in any state; without effect if it has ended."""
+        if not self._ended:
+            self._conversation.end()
+            self.note_end()
+
+    def end_promptly(self) -> None:
+        """Ends the session if the server answers within a second."""
+        if not self._ended:
+            self._conversation.end_promptly()
+            self.note_end()
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, failure: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        if failure is None:
+            self.end()
+        else:
+            self.end_promptly()
+
+    def _configure(self, configuration: dict[str, Any]) -> None:
+        conversation = self._conversation
+        metadata = describe_session(conversation.configure(configuration), configuration)
+        self.metadata = metadata.document
+        self.items = metadata.layouts
+        self.calibrations = metadata.calibrations
+        self.frame_rate_hz = nominal_frame_rate(configuration, metadata, self._ticks_per_second)
+        self._decoder = FrameDecoder(metadata, self._ticks_per_second)
+        conversation.frame_rate = self.frame_rate_hz
+        conversation.expect_frames(metadata.frame_size)
+        if self._truth is not None:
+            self._truth.begin_session(layout.sensor_id for layout in self.items)
+
+    def _make_ready(self) -> None:
+        """Brings the server into the state in which it accepts `start`."""
+        if self._ended:
+            raise Error("The session has ended: begin another one with server.session().")
+        if self._conversation.torn:
+            # Ctrl-C has interrupted a call, so it is unknown what the server has received.
+            self._leave_stream()
+            self._conversation.end()
+            self._configure(add_calibrations(self.configuration, self.calibrations))
+        elif self._stream is not None:
+            self._stop()
+
+    def _receive(self, count: int | None, seconds: float | None) -> Iterator[Frame]:
+        try:
+            yield from self._run_stream(count, seconds)
+        except (Error, GeneratorExit):
+            raise
+        except BaseException:
+            # Ctrl-C, at any place.
+            self._conversation.torn = True
+            raise
+
+    def _run_stream(self, count: int | None, seconds: float | None) -> Iterator[Frame]:
+        stream = self._start()
+        deadline = None if seconds is None else self._conversation.now() + seconds
+        while count is None or stream.number < count:
+            frame = self._next_frame(stream, deadline)
+            if frame is None:
+                break
+            try:
+                yield frame
+            except GeneratorExit:
+                self._stop_if_current(stream)
+                raise
+        self._stop_if_current(stream)
+
+    def _start(self) -> _Stream:
+        self._make_ready()
+        self._conversation.request("start")
+        stream = _Stream(self._ticks_per_second, self.frame_rate_hz)
+        self._stream = self._conversation.keeper = stream
+        return stream
+
+    def _stop(self) -> None:
+        """Stops the stream; frames that are still on their way are dropped."""
+        answer = self._conversation.request("stop")
+        self._leave_stream()
+        left_out = answer.get("frames_left_out", 0)
+        self.frames_left_out = _members.to_integer(left_out, "frames_left_out", 0, 2**63 - 1)
+
+    def _stop_if_current(self, stream: _Stream) -> None:
+        if self._stream is stream and not self._conversation.torn:
+            self._stop()
+
+    def _leave_stream(self) -> None:
+        self._stream = self._conversation.keeper = None
+
+    def note_end(self) -> None:
+        """Notes that the server has no session any more."""
+        self._ended = True
+        self._leave_stream()
+
+    def _next_frame(self, stream: _Stream, deadline: float | None) -> Frame | None:
+        """The next frame of the stream; None if none arrives until a deadline."""
+        limit = self._conversation.frame_limit()
+        while True:
+            if self._stream is not stream:
+                raise Error("Another stream was started, or the session has ended, during this stream.")
+            try:
+                message = self._next_message(stream, limit, deadline)
+                return None if message is None else self._compose(message, stream)
+            except BadMessage as fault:
+                stream.note_damage(fault)
+
+    def _next_message(self, stream: _Stream, limit: Limit, deadline: float | None) -> Message | None:
+        """The next message of the stream; None if none arrives until a deadline."""
+        if deadline is not None and self._conversation.now() >= deadline:
+            return None
+        kept = stream.take_kept()
+        if kept is not None:
+            return kept
+        try:
+            return self._conversation.next_in_stream(limit, deadline)
+        except ServerError:
+            self.note_end()
+            raise
+
+    def _compose(self, message: Message, stream: _Stream) -> Frame:
+        """Makes the frame of a message; counts it."""
+        if not message.is_frame:
+            raise ProtocolError(
+                "The server sent a message that is not a frame of this session: another program may be using "
+                "the same link."
+            )
+        try:
+            readings = self._decoder.read(message.header, message.payload)
+        except ProtocolError as fault:
+            raise BadMessage(message.position, str(fault).rstrip(".")) from None
+        number = stream.number
+        stream.number += 1
+        time, lost = stream.count(readings[0]) if readings else (0.0, 0)
+        items = self._decoder.items(readings, message.payload, time, self._find_truth(readings))
+        return Frame(number, items, stream.missing, lost, self._decoder.places)
+
+    def _find_truth(self, readings: list[ItemReading]) -> list[ItemTruth | None] | None:
+        """What the sensors should have found; None without the truth of a simulated server."""
+        if self._truth is None:
+            return None
+        pairs = zip(self.items, readings, strict=True)
+        return [self._truth.find(layout.sensor_id, reading.tick) for layout, reading in pairs]
