@@ -82,8 +82,7 @@ def describe_session(document: dict[str, Any], configuration: dict[str, Any]) ->
 def nominal_frame_rate(
     configuration: dict[str, Any], metadata: SessionMetadata, ticks_per_second: float
 ) -> float:
-    """The rate in hertz at which frames are due, by the pace of the server or of the sensors; 0 if unknown.
-    """
+    """The rate in hertz at which frames are due, by the pace of server or sensors; 0 if unknown."""
     if metadata.tick_period > 0:
         return ticks_per_second / metadata.tick_period
     try:

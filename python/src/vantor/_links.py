@@ -295,8 +295,7 @@ def _start_simulator(arguments: Sequence[str]) -> Link:
 
 
 def find_server_program() -> Path:
-    """The program that VANTOR_SERVER names, or vantor_server in PATH; raises ConnectError if there is none.
-    """
+    """The program that VANTOR_SERVER names, or vantor_server in PATH; raises ConnectError if none."""
     if named := os.environ.get("VANTOR_SERVER"):
         return Path(named)
     if found := shutil.which("vantor_server"):

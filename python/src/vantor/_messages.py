@@ -62,8 +62,7 @@ class Message:
 
 @dataclass(frozen=True, slots=True)
 class _Fault:
-    """What is wrong with a header, and where in its line; whether only the payload size of a frame is wrong.
-    """
+    """What is wrong with a header, and where in its line; whether it is only the payload size of a frame."""
 
     offset: int
     reason: str
@@ -143,8 +142,7 @@ class MessageReader:
         return message
 
     def resynchronise(self) -> None:
-        """Expects any bytes next, because bytes were lost. What they contain before a header is not a fault.
-        """
+        """Expects any bytes next, because some were lost. What comes before a header is not a fault."""
         self._forget_message()
         self._scanned = 0
         self._skipping = False

@@ -165,8 +165,7 @@ class Server:
         return self._conversation.request(command, **members)
 
     def _settle(self) -> None:
-        """Brings the server back to a known state after Ctrl-C has interrupted a call. This ends the session.
-        """
+        """Ends the session if Ctrl-C has interrupted a call, so that the state of the server is known."""
         if self._conversation.torn:
             self._end_session()
 

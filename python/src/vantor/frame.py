@@ -164,8 +164,7 @@ class Item:
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
-        """The samples as complex numbers in LSB: complex64, shape (sweeps, points); computed at each access.
-        """
+        """The samples in LSB: complex64, shape (sweeps, points); computed at each access."""
         return complex_samples(self.samples)
 
     @property

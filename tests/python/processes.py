@@ -1,0 +1,35 @@
+"""Programs that the tests run."""
+
+import os
+import signal
+import subprocess
+
+# Ends a test that hangs. No test depends on the speed of the machine.
+TIME_OUT = 300.0
+
+
+class RunningServer:
+    """A `vantor_server` process with these arguments. It ends with the context."""
+
+    def __init__(self, *arguments):
+        self._process = subprocess.Popen([os.environ["VANTOR_SERVER"], *arguments], stdout=subprocess.PIPE, text=True)
+        line = self._process.stdout.readline()
+        assert line.startswith("listening on "), line
+        self.address = line.removeprefix("listening on ").strip()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.kill(signal.SIGTERM)
+        self._process.communicate(timeout=TIME_OUT)
+
+    def kill(self, number):
+        """Sends a signal."""
+        if self._process.poll() is None:
+            self._process.send_signal(number)
+
+
+def campaign(whole, sample):
+    """The size of a long test: a sample, or all of it if VANTOR_CAMPAIGN is set accordingly."""
+    return whole if os.environ.get("VANTOR_CAMPAIGN") == "whole" else sample
