@@ -14,36 +14,55 @@ _INTEGERS = range(-(2**63), 2**64)
 _UNEXPECTED = "invalid or unexpected character"
 
 _STRING = rb'"(?:[^"\\]|\\.)*+"?'
+_SURROGATES = rb"u[dD][89abAB][0-9a-fA-F]{2}\\u[dD][c-fC-F][0-9a-fA-F]{2}"
 
-_FAULTS = {
-    re.compile(rb"(\0)"): "it contains a null byte",
-    re.compile(_STRING + rb"|(NaN|-?Infinity)", re.DOTALL): _UNEXPECTED,
-    re.compile(
-        rb"\\(?:u[dD][89abAB][0-9a-fA-F]{2}\\u[dD][c-fC-F][0-9a-fA-F]{2}|(u[dD][89a-fA-F][0-9a-fA-F]{2})|.)",
-        re.DOTALL,
-    ): "half of a surrogate pair",
-}
-"""What Python decodes although it is not JSON, as group 1 of a pattern."""
+#: What Python decodes although it is not JSON: bytes of which it contains one, the fault as group 1 of a
+#: pattern, and the reason.
+_FAULTS = (
+    ((b"\0",), re.compile(rb"(\0)"), "it contains a null byte"),
+    ((b"NaN", b"Infinity"), re.compile(_STRING + rb"|(NaN|-?Infinity)", re.DOTALL), _UNEXPECTED),
+    (
+        (b"\\ud", b"\\uD"),
+        re.compile(rb"\\(?:" + _SURROGATES + rb"|(u[dD][89a-fA-F][0-9a-fA-F]{2})|.)", re.DOTALL),
+        "half of a surrogate pair",
+    ),
+)
+
+
+class _Repeated(Exception):
+    """An object contains a member twice."""
+
+
+class _TooLarge(Exception):
+    """A number is too large."""
 
 
 def parse(text: bytes, name: str) -> Any:
     """Parse a JSON text; refuse repeated members, very deep nesting and very many values.
 
-    `name` is its name in messages, such as the file name. Raises ConfigurationError.
+    Args:
+        text: in UTF-8.
+        name: of the text in messages, such as that of the file.
+
+    Raises:
+        ConfigurationError: the text is not JSON, or refused.
     """
-    repeated: list[str] = []
     try:
-        document = _decoder(name, repeated).decode(_decode_text(text, name))
+        decoded = _decode_text(text, name)
+        document = _DECODER.decode(decoded)
     except json.JSONDecodeError as fault:
         before = fault.doc[: fault.pos].encode("utf-8", "replace")
         raise _invalid(name, before, _reason(fault)) from None
     except RecursionError:
         raise _too_deep(name) from None
-    _check_size(document, name)
-    if repeated:
+    except _TooLarge:
+        raise ConfigurationError(f"{name} contains a number that is too large.") from None
+    except _Repeated as fault:
         raise ConfigurationError(
-            f'{name}: an object contains the member "{repeated[-1]}" twice; remove one of them.'
-        )
+            f'{name}: an object contains the member "{fault}" twice; remove one of them.'
+        ) from None
+    if len(text) > _MOST_VALUES or text.count(b"{") + text.count(b"[") > _DEEPEST_NESTING:
+        _check_size(document, name)
     return document
 
 
@@ -79,39 +98,34 @@ def _float_text(value: float) -> str:
     return f"{sign}{digits[0]}{'.' * (len(digits) > 1)}{digits[1:]}e+15"
 
 
-def _decoder(name: str, repeated: list[str]) -> json.JSONDecoder:
-    """A decoder of strict JSON, which lists repeated members."""
+def _read_object(members: list[tuple[str, Any]]) -> dict[str, Any]:
+    found = dict(members)
+    if len(found) < len(members):
+        names = [name for name, _ in members]
+        raise _Repeated(next(name for name in names if names.count(name) > 1))
+    return found
 
-    def read_object(members: list[tuple[str, Any]]) -> dict[str, Any]:
-        found: dict[str, Any] = {}
-        for member, value in members:
-            if member in found:
-                repeated.append(member)
-            found[member] = value
-        return found
 
-    def read_float(text: str) -> float:
-        number = float(text)
-        if math.isinf(number):
-            raise ConfigurationError(f"{name} contains a number that is too large.")
-        return number
+def _read_float(text: str) -> float:
+    number = float(text)
+    if math.isinf(number):
+        raise _TooLarge
+    return number
 
-    def read_integer(text: str) -> int | float:
-        # Longer ones cannot be whole numbers of 64 bits, and take long to convert.
-        number = int(text) if len(text) <= 20 else None
-        return number if number is not None and number in _INTEGERS else read_float(text)
 
-    return json.JSONDecoder(
-        object_pairs_hook=read_object,
-        parse_float=read_float,
-        parse_int=read_integer,
-    )
+def _read_integer(text: str) -> int | float:
+    # Longer ones cannot be whole numbers of 64 bits, and take long to convert.
+    number = int(text) if len(text) <= 20 else None
+    return number if number is not None and number in _INTEGERS else _read_float(text)
+
+
+_DECODER = json.JSONDecoder(object_pairs_hook=_read_object, parse_float=_read_float, parse_int=_read_integer)
 
 
 def _decode_text(text: bytes, name: str) -> str:
     """Decode UTF-8, and refuse what the decoder of Python accepts, but JSON does not."""
-    for fault, reason in _FAULTS.items():
-        for found in fault.finditer(text):
+    for signs, fault, reason in _FAULTS:
+        for found in fault.finditer(text) if any(sign in text for sign in signs) else ():
             if found[1] is not None:
                 raise _invalid(name, text[: found.start(1)], reason)
     try:
