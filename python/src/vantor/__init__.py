@@ -13,10 +13,12 @@ from .errors import (
     ConnectionLost,
     Error,
     ProtocolError,
+    RecordingError,
     ServerError,
     ServerTimeout,
 )
 from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
+from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment, open
 from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
 from .truth import ItemTruth, TargetTruth
 
@@ -40,6 +42,12 @@ __all__ = [
     "MemoryUse",
     "Plan",
     "ProtocolError",
+    "RecordedItem",
+    "RecordedServer",
+    "Recording",
+    "RecordingError",
+    "RecordingWarning",
+    "Segment",
     "Server",
     "ServerError",
     "ServerInfo",
@@ -54,6 +62,7 @@ __all__ = [
     "connect",
     "load_calibrations",
     "load_configuration",
+    "open",
     "plan",
     "save_calibrations",
     "validate",

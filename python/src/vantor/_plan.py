@@ -13,6 +13,7 @@ from numpy.typing import NDArray
 
 from . import _sensor
 from ._fault import Fault, pointer
+from ._items import list_items, sensor_frame_rate
 from ._json_text import dump
 from ._schema_check import is_number, to_float32
 
@@ -199,13 +200,6 @@ def list_subsweeps(config: _Members) -> list[_Members]:
     return list(config["subsweeps"]) if "subsweeps" in config else [config]
 
 
-def sensor_frame_rate(document: _Members) -> float:
-    """The lowest rate at which sensors start frames, since a frame is complete when the slowest sensor is."""
-    configs = (item["config"] for group in document.get("groups", []) for item in group)
-    rates = (to_float32(_number(config, "frame_rate")) for config in configs)
-    return min((rate for rate in rates if rate > 0.0), default=0.0)
-
-
 def _plan_items(document: _Members) -> Iterator[ItemPlan]:
     for group, items in enumerate(document.get("groups", [])):
         for index, item in enumerate(items):
@@ -291,7 +285,7 @@ def _timer_period(rate: float) -> float:
 
 def _configured_frame_rate(document: _Members) -> float:
     """The frame rate of a session: that of its sensors, otherwise that of the server; 0 if there is none."""
-    of_sensors = sensor_frame_rate(document)
+    of_sensors = sensor_frame_rate(list_items(document))
     return of_sensors if of_sensors > 0.0 else max(0.0, _update_rate(document)[1])
 
 

@@ -89,3 +89,9 @@ class ConfigurationError(Error, ValueError):
     def __init__(self, message: str, faults: "tuple[Fault, ...]" = ()) -> None:
         super().__init__(message)
         self.faults = faults
+
+
+class RecordingError(Error):
+    """A recording cannot be read, or is damaged."""
+
+    code = "recording"

@@ -1,0 +1,106 @@
+"""Reads the frame tables of recordings: time, temperature and flags of an item, one row for each frame."""
+
+import re
+from dataclasses import dataclass
+from pathlib import Path
+
+import numpy as np
+import numpy.typing as npt
+
+from ._input_files import read_file
+
+HEAD = (
+    b"frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
+    b"cca_detected,tx_enabled\n"
+)
+
+#: Stands for a value that the server did not send.
+UNKNOWN = -1
+
+#: The columns; a flag is 0, 1 or UNKNOWN.
+ROW = np.dtype(
+    [
+        ("frame", "i8"),
+        ("time_s", "f8"),
+        ("tick", "u4"),
+        ("temperature", "i4"),
+        ("data_saturated", "i1"),
+        ("frame_delayed", "i1"),
+        ("calibration_needed", "i1"),
+        ("data_valid", "i1"),
+        ("cca_value", "f8"),
+        ("cca_detected", "i1"),
+        ("tx_enabled", "i1"),
+    ]
+)
+
+_NUMBER = rb"-?(?:[0-9]+\.?[0-9]*|\.[0-9]+)(?:e[+-]?[0-9]+)?"
+_CELLS = (
+    rb"[0-9]{1,18}", _NUMBER, rb"[0-9]{1,18}", rb"-?[0-9]{1,9}", rb"[01]", rb"[01]", rb"[01]",
+    rb"[01]?", rb"(?:" + _NUMBER + rb")?", rb"[01]?", rb"[01]?",
+)  # fmt: skip
+_ROWS = re.compile(rb"(?:" + rb",".join(_CELLS) + rb"\n)*+")
+_ROW = re.compile(rb",".join(rb"(" + cell + rb")" for cell in _CELLS) + rb"\n")
+
+_LONGEST_LINE = 4096
+
+#: More seconds than any recording has: 2^64 ticks of the slowest server.
+_LONGEST_TIME = 2e22
+
+
+@dataclass(frozen=True, slots=True, eq=False)
+class FrameTable:
+    """The rows of a table before the first one that is damaged.
+
+    Attributes:
+        rows: of type ROW, read-only; cca_value is NaN where it is unknown.
+        size: of the file, in bytes.
+        rows_size: up to the end of the last correct row, in bytes; 0 if the head is damaged.
+        fault: what is wrong; None if nothing is, or if only the last row is incomplete.
+    """
+
+    rows: npt.NDArray[np.void]
+    size: int
+    rows_size: int
+    fault: str | None
+
+
+def read_frame_table(path: Path) -> FrameTable:
+    """Read a table; raises RecordingError if it cannot be read."""
+    data = read_file(path)
+    if not data.startswith(HEAD):
+        return FrameTable(np.empty(0, ROW), len(data), 0, f"{path} is not a frame table.")
+    match = _ROWS.match(data, len(HEAD))
+    likely = _convert(data[len(HEAD) : match.end() if match else None])
+    rows = likely[: _count_correct(likely)]
+    rows.flags.writeable = False
+    lines = np.flatnonzero(np.frombuffer(data, np.uint8) == ord("\n"))
+    rows_size = int(lines[len(rows)]) + 1
+    fault = None
+    if len(lines) - 1 > len(rows):
+        fault = f"{path}: line {len(rows) + 2} does not describe a frame."
+    elif len(data) - rows_size > _LONGEST_LINE:
+        fault = f"{path} has a line of more than {_LONGEST_LINE} bytes."
+    return FrameTable(rows, len(data), rows_size, fault)
+
+
+def _convert(text: bytes) -> npt.NDArray[np.void]:
+    """Convert rows that have the right form."""
+    cells = _ROW.findall(text)
+    rows = np.empty(len(cells), ROW)
+    for name, column in zip(ROW.names or (), zip(*cells, strict=True), strict=bool(cells)):
+        missing = b"nan" if name == "cca_value" else b"%d" % UNKNOWN
+        kind = np.float64 if rows[name].dtype.kind == "f" else np.int64
+        values = np.array([cell or missing for cell in column]).astype(kind)
+        # A tick that is too large must not look like another one.
+        rows[name] = values if name != "tick" else np.where(values < 2**32, values, 0)
+        if name == "tick":
+            rows["frame"][values >= 2**32] = UNKNOWN
+    return rows
+
+
+def _count_correct(rows: npt.NDArray[np.void]) -> int:
+    """The number of rows before the first one with an impossible value."""
+    correct = rows["frame"] == np.arange(len(rows))
+    correct &= (rows["time_s"] >= 0.0) & (rows["time_s"] <= _LONGEST_TIME) & ~np.isinf(rows["cca_value"])
+    return len(rows) if correct.all() else int(correct.argmin())

@@ -1,0 +1,58 @@
+"""Makes recordings, damages them, and asks the C++ host about them."""
+
+import json
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any
+
+EXAMPLES = Path(os.environ["VANTOR_EXAMPLES"])
+
+sys.path.append(str(Path(__file__).parents[1] / "end_to_end"))
+
+from mutated_recordings_test import Mutator  # noqa: E402
+
+__all__ = ["EXAMPLES", "SCENE", "Mutator", "host", "make_recording", "reported_damage", "same_text"]
+
+SCENE: dict[str, Any] = {
+    "targets": [
+        {"distance_m": 0.4, "strength_m2": 8},
+        {"distance_m": 0.8, "strength_m2": 0.3, "velocity_m_s": 0.2},
+    ],
+    "temperatures": [{"celsius": 20, "drift_celsius_per_s": 25}],
+    "interferers": [{"strength": 40, "start_s": 0.2, "duration_s": 0.3}],
+}
+
+
+def host(*arguments: object) -> subprocess.CompletedProcess[str]:
+    """Run the command `vantor`, which must succeed."""
+    command = [os.environ["VANTOR"], *map(str, arguments)]
+    return subprocess.run(command, capture_output=True, text=True, check=True)
+
+
+def make_recording(
+    directory: Path, configuration: Path, frames: int, server: str = "", *options: str
+) -> Path:
+    """Record a session on the virtual clock."""
+    address = f"sim:--clock virtual {server}"
+    place = ("--connect", address, "--output", directory)
+    host("record", configuration, "--frames", frames, *place, *options)
+    return directory
+
+
+def reported_damage(directory: Path) -> dict[str, Any]:
+    """What `vantor info` reports; only "error" and "damage" if it cannot read the recording."""
+    command = [os.environ["VANTOR"], "info", "--json", directory]
+    outcome = subprocess.run(command, capture_output=True, text=True, check=False)
+    if outcome.stdout:
+        return dict(json.loads(outcome.stdout))
+    return {"error": outcome.stderr.strip().removeprefix("vantor: "), "damage": []}
+
+
+def same_text(text: str | None) -> str | None:
+    """A message without details that differ: where a text is not JSON, and the digits of a number in it."""
+    if text is None:
+        return None
+    return re.sub(r'( is not valid JSON) at .*|(have an impossible "\w+":) .*', r"\1\2", text)

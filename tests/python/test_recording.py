@@ -1,0 +1,295 @@
+"""Recordings give the frames that were recorded, and what is missing or damaged is reported."""
+
+import json
+import os
+import random
+import shutil
+import signal
+import subprocess
+import warnings
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+import pytest
+from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_damage, same_text
+
+import vantor
+
+COUNT = int(os.environ.get("VANTOR_CAMPAIGN_SIZE", "30"))
+
+
+@pytest.fixture(scope="module")
+def scene(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """A scene with motion, a drifting sensor and an interferer."""
+    file = tmp_path_factory.mktemp("scene") / "scene.json"
+    file.write_text(json.dumps(SCENE))
+    return file
+
+
+@pytest.fixture(scope="module")
+def two_sensors(tmp_path_factory: pytest.TempPathFactory, scene: Path) -> Path:
+    """A recording of two groups on the virtual clock."""
+    directory = tmp_path_factory.mktemp("recordings") / "two_sensors"
+    return make_recording(directory, EXAMPLES / "two_sensors.json", 40, f"--scene {scene}")
+
+
+@pytest.fixture(scope="module")
+def with_breaks(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """A recording of sensors that get warmer and are calibrated again."""
+    directory = tmp_path_factory.mktemp("recordings") / "with_breaks"
+    scene = directory.with_name("warming.json")
+    scene.write_text(json.dumps({"temperatures": [{"celsius": 20, "drift_celsius_per_s": 50}]}))
+    configuration = EXAMPLES / "two_sensors.json"
+    return make_recording(directory, configuration, 60, f"--scene {scene}", "--recalibrate")
+
+
+@pytest.fixture(scope="module")
+def with_gaps(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """A recording of a sensor that now and then needs longer than a period."""
+    directory = tmp_path_factory.mktemp("recordings") / "with_gaps"
+    configuration, scene = directory.with_name("slow.json"), directory.with_name("scene.json")
+    configuration.write_text(json.dumps({"groups": [[{"sensor_id": 1, "config": {"frame_rate": 100}}]]}))
+    faults = [
+        {"kind": "slow_link", "skip": 5, "count": 1, "bytes_per_second": 12000},
+        {"kind": "slow_link", "skip": 20, "count": 4, "bytes_per_second": 20000},
+    ]
+    scene.write_text(json.dumps({"targets": [{"distance_m": 0.5, "strength_m2": 1}], "faults": faults}))
+    return make_recording(directory, configuration, 50, f"--scene {scene}")
+
+
+def exported(recording: Path, directory: Path) -> dict[tuple[int, int], Any]:
+    """The arrays that `vantor export` writes, by group and index of the items."""
+    host("export", recording, "--format", "npz", "--output", directory)
+    files = sorted(directory.glob("*.npz"))
+    return {(int(file.name[6]) - 1, int(file.name[13]) - 1): np.load(file) for file in files}
+
+
+@pytest.mark.parametrize("name", ["two_sensors", "with_breaks", "with_gaps"])
+def test_arrays_are_those_of_the_export(name: str, request: pytest.FixtureRequest, tmp_path: Path) -> None:
+    path = request.getfixturevalue(name)
+    recording = vantor.open(path)
+    expected = exported(path, tmp_path / "export")
+    assert expected.keys() == {(layout.group, layout.index) for layout in recording.layouts}
+    for place, arrays in expected.items():
+        item = recording[place]
+        np.testing.assert_array_equal(item.iq, arrays["samples"], strict=True)
+        np.testing.assert_array_equal(item.distances_m, arrays["distance_m"])
+        np.testing.assert_array_equal(item.ticks, arrays["tick"])
+        np.testing.assert_array_equal(item.temperatures, arrays["temperature"])
+        np.testing.assert_array_equal(item.missing, arrays["missing"])
+        for flag in ("data_saturated", "frame_delayed", "calibration_needed", "data_valid"):
+            np.testing.assert_array_equal(getattr(item, flag), arrays[flag], err_msg=flag)
+        # The times of the export begin at the first frame of each item.
+        times = item.times_s - item.times_s[0]
+        np.testing.assert_allclose(times, arrays["time_s"], rtol=0.0, atol=1e-9)
+
+
+def test_frames_are_those_of_a_live_session(two_sensors: Path, scene: Path) -> None:
+    """On the virtual clock, each run of a session gives the same bytes."""
+    recording = vantor.open(two_sensors)
+    with vantor.connect(f"sim:--clock virtual --scene {scene}") as server:
+        with server.session(vantor.load_configuration(EXAMPLES / "two_sensors.json")) as session:
+            live = list(session.frames(count=40))
+    recorded = list(recording)
+    assert len(live) == len(recorded) == 40
+    for frame, other in zip(live, recorded, strict=True):
+        for name in ("number", "missing", "lost_before"):
+            assert getattr(frame, name) == getattr(other, name), name
+        for item, other_item in zip(frame, other, strict=True):
+            np.testing.assert_array_equal(item.samples, other_item.samples, strict=True)
+            for name in ("tick", "time", "temperature", "flags", "cca_value", "truth"):
+                assert getattr(item, name) == getattr(other_item, name), name
+    assert len({str(item.flags) for frame in live for item in frame}) > 3
+
+
+def test_frames_are_rows_of_the_items(two_sensors: Path) -> None:
+    recording = vantor.open(two_sensors)
+    frame = recording.frame(-2)
+    assert frame.number == 38
+    item = recording[0, 1]
+    np.testing.assert_array_equal(frame[0, 1].iq, item.iq[38])
+    np.testing.assert_allclose(frame[0, 1].level, item.level[38])
+    np.testing.assert_array_equal(item[30:].level_dbfs, item.level_dbfs[30:])
+    assert [frame.number for frame in recording.frames(5, 8)] == [5, 6, 7]
+    assert len(item[10:20]) == 10
+    assert item[10:20].times_s[0] == item.times_s[10] == recording.frame(10)[0, 1].time
+    with pytest.raises(IndexError, match=r"no item \(2, 0\)"):
+        recording[2, 0]
+    with pytest.raises(IndexError):
+        recording.frame(40)
+
+
+def test_nothing_can_be_changed(two_sensors: Path) -> None:
+    item = vantor.open(two_sensors)[0, 0]
+    for array in (item.samples, item.ticks, item.times_s, item.data_valid, item.missing, item.distances_m):
+        with pytest.raises(ValueError, match="read-only"):
+            array[0] = 0
+
+
+def test_a_gap_is_counted_where_it_is(with_gaps: Path) -> None:
+    recording = vantor.open(with_gaps)
+    lost = recording.lost_before
+    assert lost.sum() == recording.total_missing > 3
+    assert set(np.flatnonzero(lost)) == {segment.first_frame for segment in recording.segments[1:]}
+    assert [frame.lost_before for frame in recording] == lost.tolist()
+    assert [segment.missing for segment in recording.segments] == [
+        int(recording.missing[segment.first_frame]) for segment in recording.segments
+    ]
+
+
+def test_breaks_are_told(with_breaks: Path) -> None:
+    recording = vantor.open(with_breaks)
+    reasons = [segment.reason for segment in recording.segments]
+    assert reasons[0] == ""
+    assert set(reasons[1:]) == {"calibrated again"}
+    segment = recording.segments[1]
+    step = recording[0, 0].times_s[segment.first_frame] - recording[0, 0].times_s[segment.first_frame - 1]
+    assert step == pytest.approx(segment.break_s, abs=1e-5)
+
+
+def test_the_description_of_the_session(two_sensors: Path, scene: Path) -> None:
+    recording = vantor.open(two_sensors / "session.sigmf-collection")
+    assert recording.directory == two_sensors
+    assert recording.configuration == vantor.load_configuration(EXAMPLES / "two_sensors.json")
+    assert [entry.sensor_id for entry in recording.calibrations] == [1, 2]
+    assert recording.server.ticks_per_second == 1e6
+    assert recording.scene is not None
+    assert recording.scene["clock"] == "virtual"
+    assert recording.frame_rate_hz == pytest.approx(50.0)
+    assert recording.finished
+    assert not recording.in_progress
+    assert recording.damage() == ()
+
+
+def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path: Path) -> None:
+    """A line in another place, or with another tick, is not the truth of any frame."""
+    recording = vantor.open(two_sensors)
+    for place, layout in enumerate(recording.layouts):
+        truth = recording.truth(layout.group, layout.index)
+        ticks = recording[layout.group, layout.index].ticks.tolist()
+        assert [entry and (entry.sensor_id, entry.tick) for entry in truth] == [
+            (layout.sensor_id, tick) for tick in ticks
+        ]
+        assert truth[3] == recording.frame(3).truth[place]
+    changed = tmp_path / "changed"
+    shutil.copytree(two_sensors, changed)
+    head, *lines = (changed / "truth.jsonl").read_text().splitlines(keepends=True)
+    tick = json.loads(lines[0])["tick"]
+    lines[0] = lines[0].replace(f'"tick":{tick}', f'"tick":{tick + 1}')
+    lines[4], lines[5] = lines[5], lines[4]
+    (changed / "truth.jsonl").write_text(head + "".join(lines))
+    recording = vantor.open(changed)
+    assert recording.truth(0, 0)[0] is None
+    assert [truth is None for truth in recording.frame(1).truth] == [False, True, False]
+    assert list(recording.damage()) == reported_damage(changed)["damage"] != []
+
+
+def test_a_recording_without_truth(two_sensors: Path, tmp_path: Path) -> None:
+    with subprocess.Popen(
+        [os.environ["VANTOR_SERVER"], "--tcp", "0"], stdout=subprocess.PIPE, text=True
+    ) as server:
+        assert server.stdout is not None
+        address = server.stdout.readline().split()[-1]
+        configuration = EXAMPLES / "single_sensor.json"
+        host("record", configuration, "--frames", 3, "--connect", address, "--output", tmp_path / "plain")
+        server.terminate()
+    recording = vantor.open(tmp_path / "plain")
+    assert recording.scene is None
+    assert recording.truth(0, 0) == (None, None, None)
+
+
+def test_a_killed_recorder_leaves_all_its_frames(tmp_path: Path) -> None:
+    """What can be read while it is recorded, after a kill and after a repair."""
+    directory = tmp_path / "killed"
+    command = [
+        os.environ["VANTOR"], "record", EXAMPLES / "two_sensors.json", "--output", directory, "--json",
+    ]  # fmt: skip
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as recorder:
+        samples = directory / "group-2-item-1.sigmf-data"
+        while not samples.exists() or samples.stat().st_size < 20 * 480:
+            assert recorder.poll() is None
+        recording = vantor.open(directory)
+        assert recording.in_progress
+        assert not recording.finished
+        recorder.send_signal(signal.SIGKILL)
+    with pytest.warns(vantor.RecordingWarning, match='was not finished: .* "vantor repair" completes it'):
+        killed = vantor.open(directory)
+    about = reported_damage(directory)
+    assert (len(killed), killed.in_progress, killed.finished) == (about["frames"], False, False)
+    assert killed.total_missing == about["frames_missing"]
+    assert killed.damage() == ()
+    host("repair", directory)
+    repaired = vantor.open(directory)
+    assert repaired.finished
+    assert len(repaired) == len(killed) >= 19
+    np.testing.assert_array_equal(repaired[0, 1].samples, killed[0, 1].samples)
+    np.testing.assert_array_equal(repaired.missing, killed.missing)
+
+
+def test_gaps_of_an_unfinished_recording_come_from_the_ticks(with_gaps: Path, tmp_path: Path) -> None:
+    expected = vantor.open(with_gaps).missing
+    unfinished = tmp_path / "unfinished"
+    shutil.copytree(with_gaps, unfinished)
+    meta = unfinished / "group-1-item-1.sigmf-meta"
+    document = json.loads(meta.read_text())
+    for name in ("core:sha512", "vantor:frames", "vantor:frames_missing", "vantor:frame_table_sha512"):
+        del document["global"][name]
+    del document["captures"][1:]
+    meta.write_text(json.dumps(document))
+    with pytest.warns(vantor.RecordingWarning):
+        recording = vantor.open(unfinished)
+    assert recording.total_missing == reported_damage(unfinished)["frames_missing"]
+    np.testing.assert_array_equal(recording.missing, expected)
+
+
+@pytest.mark.parametrize("seed", range(COUNT))
+def test_damage_is_what_the_host_reports(seed: int, two_sensors: Path, tmp_path: Path) -> None:
+    directory = tmp_path / "damaged"
+    shutil.copytree(two_sensors, directory)
+    changes = Mutator(str(directory), seed).mutate()
+    expected = reported_damage(directory)
+    with warnings.catch_warnings(record=True) as warned:
+        warnings.simplefilter("always")
+        try:
+            recording = vantor.open(directory)
+        except vantor.RecordingError as failure:
+            texts = [expected.get("error"), *expected["damage"]]
+            assert same_text(str(failure)) in map(same_text, texts), changes
+            return
+    found = list(map(same_text, recording.damage()))
+    assert found == list(map(same_text, expected["damage"])), changes
+    assert len(recording) == expected["frames"], changes
+    assert recording.total_missing == expected["frames_missing"], changes
+    assert bool(warned) <= bool(found)
+
+
+def test_damage_that_is_seen_at_once_is_a_warning(two_sensors: Path, tmp_path: Path) -> None:
+    directory = tmp_path / "cut"
+    shutil.copytree(two_sensors, directory)
+    samples = directory / "group-1-item-2.sigmf-data"
+    os.truncate(samples, 1000)
+    message = "is damaged; 0 of 40 frames are left: .* lacks 69400 bytes"
+    with pytest.warns(vantor.RecordingWarning, match=message):
+        assert len(vantor.open(directory)) == 0
+
+
+def test_damage_of_samples_is_found_by_reading_them(two_sensors: Path, tmp_path: Path) -> None:
+    directory = tmp_path / "changed"
+    shutil.copytree(two_sensors, directory)
+    samples = directory / "group-1-item-2.sigmf-data"
+    content = bytearray(samples.read_bytes())
+    content[random.Random(3).randrange(len(content))] ^= 1
+    samples.write_bytes(content)
+    assert vantor.open(directory).damage() == (
+        "The samples in group-1-item-2.sigmf-data differ from those that were recorded.",
+    )
+
+
+def test_what_is_not_a_recording(tmp_path: Path) -> None:
+    for place, message in [
+        (tmp_path / "none", "does not exist: give the directory of a recording"),
+        (tmp_path, "Cannot read .*session.sigmf-collection: give the directory of a recording"),
+    ]:
+        with pytest.raises(vantor.RecordingError, match=message):
+            vantor.open(place)
