@@ -18,7 +18,8 @@ from .errors import (
     ServerTimeout,
 )
 from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
-from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment, open
+from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment
+from .recording import open as open  # not in __all__: "from vantor import *" must not replace the built-in one
 from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
 from .truth import ItemTruth, TargetTruth
 
@@ -62,7 +63,6 @@ __all__ = [
     "connect",
     "load_calibrations",
     "load_configuration",
-    "open",
     "plan",
     "save_calibrations",
     "validate",

@@ -33,7 +33,7 @@ from .frame import (
 )
 from .truth import ItemTruth
 
-__all__ = ["RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment", "open"]
+__all__ = ["RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment"]
 
 _Flags = npt.NDArray[np.bool_]
 
@@ -126,7 +126,13 @@ def _array_names() -> list[str]:
 
 
 class Recording:
-    """The frames of a session in files. `recording[group, index]` is an item, both from 0."""
+    """The frames of a session in files. `recording[group, index]` is an item, both from 0.
+
+    Attributes:
+        layouts: the layouts of all items, in the order of the configuration.
+    """
+
+    layouts: tuple[ItemLayout, ...]
 
     def __init__(self, path: str | os.PathLike[str]) -> None:
         """Open a recording: its directory, or any of its files.
@@ -139,6 +145,7 @@ class Recording:
         unreadable = [fault for item in self._files.items if item.size is None for fault in item.faults]
         if unreadable:
             raise RecordingError(unreadable[0])
+        self.layouts = tuple(item.item.layout for item in self._files.items)
         self._samples = [_map_samples(item, len(self)) for item in self._files.items]
         self._places = places_of(self.layouts)
 
@@ -156,11 +163,6 @@ class Recording:
     def calibrations(self) -> tuple[Calibration, ...]:
         """The calibrations at the start of the session, for add_calibrations() or save_calibrations()."""
         return self._files.documents.session.metadata.calibrations
-
-    @property
-    def layouts(self) -> tuple[ItemLayout, ...]:
-        """The layouts of all items, in the order of the configuration."""
-        return tuple(item.item.layout for item in self._files.items)
 
     @property
     def server(self) -> RecordedServer:
