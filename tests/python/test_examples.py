@@ -55,7 +55,7 @@ def test_detector(tmp_path: Path) -> None:
     configuration.write_text(json.dumps(document))
     target = {"strength_m2": 0.02, "fluctuation": "swerling_1"}
     targets = [{"distance_m": distance_m, **target} for distance_m in (1.5, 3.0, 4.5)]
-    scene.write_text(json.dumps({"targets": targets}))
+    scene.write_text(json.dumps({"targets": targets, "hardware": "ideal"}))
     recording = make_recording(tmp_path / "recording", configuration, 200, f"--scene {scene}")
     found, due, alarms, frames = map(int, re.findall(r"\d+", run_example("detector.py", recording, "1e-3")))
     score = json.loads(host("score", recording, recording / "detections.csv", "--json").stdout)["items"][0]
