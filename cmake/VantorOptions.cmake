@@ -2,7 +2,7 @@
 
 option(VANTOR_TESTS "Build the tests" ON)
 # Compiling them takes a fifth of the time of ./test, so the release build leaves them to the one with sanitizers.
-option(VANTOR_HOST_TESTS "Build the unit tests of the host" ON)
+option(VANTOR_UNIT_TESTS "Build the unit tests of backend, server and host" ON)
 option(VANTOR_BENCHMARKS "Build the benchmarks" ON)
 set(VANTOR_VIEW AUTO CACHE STRING "Build the live view: ON, OFF, or AUTO for if npm is installed")
 set_property(CACHE VANTOR_VIEW PROPERTY STRINGS AUTO ON OFF)
