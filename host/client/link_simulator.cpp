@@ -11,10 +11,18 @@ namespace
 /** The message when the server has exited, however the link detects it. */
 constexpr const char *server_ended = "The simulated server has exited; see the message that it printed.";
 
+/** The arguments of a server whose link is its standard input and output. */
+std::vector<std::string> with_link(const std::vector<std::string> &arguments)
+{
+    std::vector<std::string> all{"--stdio"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+}
+
 } // namespace
 
 simulator_link::simulator_link(const simulator_address &where, std::shared_ptr<event_loop> events)
-    : stream_link(std::move(events)), server_(find_server_program(), where.arguments)
+    : stream_link(std::move(events)), server_(find_server_program(), with_link(where.arguments))
 {
     stream().assign(boost::asio::local::stream_protocol(), server_.take_link());
 }

@@ -3,6 +3,7 @@
  */
 #include "client/server_process.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -28,6 +29,9 @@ namespace
 {
 
 constexpr std::string_view program_name = "vantor_server";
+
+/** Most bytes of the output of a server that are read, far more than it prints. */
+constexpr size_t most_output = 65536;
 
 /** Whether a path names an executable file. */
 bool is_program(const std::filesystem::path &path)
@@ -139,7 +143,7 @@ int server_process::take_link() noexcept
 int server_process::start(const std::filesystem::path &program, const std::vector<std::string> &arguments,
                           int socket)
 {
-    std::vector<std::string> words{program.string(), "--stdio"};
+    std::vector<std::string> words{program.string()};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char *> pointers;
     pointers.reserve(words.size() + 1);
@@ -187,6 +191,25 @@ bool server_process::wait_for_end() const noexcept
     } while (ready < 0 && errno == EINTR);
     close(process);
     return ready > 0;
+}
+
+std::string output_of_server(const std::vector<std::string> &arguments)
+{
+    server_process server(find_server_program(), arguments);
+    const int link = server.take_link();
+    std::string output;
+    std::array<char, 4096> piece{};
+    ssize_t count = 0;
+    while (output.size() < most_output && (count = read(link, piece.data(), piece.size())) != 0)
+    {
+        if (count < 0 && errno != EINTR)
+        {
+            break;
+        }
+        output.append(piece.data(), static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    }
+    close(link);
+    return output;
 }
 
 } // namespace vantor

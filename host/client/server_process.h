@@ -33,7 +33,7 @@ public:
      * Starts the server.
      *
      * @param program      the program file
-     * @param arguments    further arguments, after "--stdio"
+     * @param arguments    its arguments
      * @param ending_time  how long it may take to exit before it is killed
      * @throws connect_error if it cannot be started
      */
@@ -57,6 +57,15 @@ private:
     pid_t process_ = -1;
     int link_ = -1;
 };
+
+/**
+ * Runs the program vantor_server until it exits or closes its output.
+ *
+ * @param arguments  its arguments, not for a link
+ * @return what it prints on its standard output
+ * @throws connect_error if it cannot be found or started
+ */
+std::string output_of_server(const std::vector<std::string> &arguments);
 
 } // namespace vantor
 

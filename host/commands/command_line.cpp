@@ -39,7 +39,7 @@ constexpr const char *general_footer = R"(Exit codes:
   0    success
   1    any other failure
   2    wrong command line
-  3    a configuration, a recording or a file of detections cannot be used
+  3    a configuration, a scene, a recording or a file of detections cannot be used
   4    no server, connection lost, or no answer in time
   5    the server reported an error
   6    invalid data from the server

@@ -13,7 +13,7 @@ enum class exit_code
     success = 0,
     failure = 1,       /**< any other failure */
     usage = 2,         /**< the command line is wrong */
-    bad_file = 3,      /**< a configuration, a recording or a file of detections cannot be used */
+    bad_file = 3,      /**< a configuration, a scene, a recording or a file of detections cannot be used */
     no_connection = 4, /**< no server, connection lost, or no answer in time */
     refused = 5,       /**< the server reported an error */
     bad_link = 6,      /**< invalid data from the server */

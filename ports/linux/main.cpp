@@ -13,6 +13,7 @@
 #include "console.h"
 #include "link.h"
 #include "options.h"
+#include "scene_check.h"
 #include "scene_file.h"
 #include "server.h"
 #include "truth.h"
@@ -42,9 +43,10 @@ void log_line(zet_log_level_t level, const char *module, const char *text)
 /** Returns what the sensors see. */
 zet_simulator_scene_t scene_of(const options_t &options)
 {
-    zet_simulator_scene_t scene =
-        options.scene_path.empty() ? *zet_simulator_default_scene()
-                                   : read_scene_file(options.scene_path, options.sensor_count, options.board);
+    zet_simulator_scene_t scene = options.scene_path.empty()
+                                      ? *zet_simulator_default_scene()
+                                      : read_scene_file(options.scene_path, options.sensor_count);
+    select_board(scene, options.board, options.scene_path);
     if (options.ideal)
     {
         scene.hardware_count = 0;
@@ -114,6 +116,10 @@ bool is_memory_freed()
 /** Runs the server with the given options. */
 int run(const options_t &options)
 {
+    if (options.check_scene)
+    {
+        return check_scene(options) ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
     stderr_log_level = options.log_level;
     const zet_simulator_scene_t scene = scene_of(options);
     const std::unique_ptr<link_t> link = make_link(options);

@@ -41,6 +41,7 @@ constexpr const char *footer = "Examples:\n"
                                "  vantor_server --tcp 0.0.0.0:6110 --sensors 2\n"
                                "  vantor_server --unix radar.socket\n"
                                "  vantor_server --pty --log-level INFO\n"
+                               "  vantor_server --check-scene --scene my_scene.json\n"
                                "\n"
                                "Exit codes:\n"
                                "  0  success\n"
@@ -125,7 +126,7 @@ std::string parse_file_name(const std::string &name, const std::string &text)
     return text;
 }
 
-/** Adds the options for the link, exactly one of which is required. */
+/** Adds the options for the link and the check instead of it, exactly one of which is required. */
 void add_link_options(CLI::App &app, options_t &options)
 {
     auto *link = app.add_option_group("link", "Exactly one of these is required");
@@ -154,7 +155,13 @@ void add_link_options(CLI::App &app, options_t &options)
     link->add_flag_callback(
         "--stdio", [&options] { options.link = link_kind_t::stdio; },
         "Use standard input and output as the link");
+    auto *const check = link->add_flag_callback(
+        "--check-scene", [&options] { options.check_scene = true; },
+        "Check the scene, print what it contains, and exit");
     link->require_option(1);
+    app.add_flag_callback(
+           "--json", [&options] { options.json = true; }, "With --check-scene: print JSON instead of text")
+        ->needs(check);
     add_number(app, "--stall-limit", options.stall_limit_s,
                "Seconds after which a host that accepts no data is disconnected, 0 to 86400; 0 for never", 0,
                longest_stall_limit_s);

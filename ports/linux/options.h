@@ -24,6 +24,8 @@ enum class link_kind_t
 struct options_t
 {
     link_kind_t link = link_kind_t::tcp;
+    bool check_scene = false; /**< check the scene instead of serving hosts */
+    bool json = false;        /**< report about the scene in JSON */
     std::string tcp_host = "127.0.0.1";
     uint16_t tcp_port = 0;
     std::string socket_path; /**< of a local link */

@@ -122,20 +122,25 @@ std::string example_text(const std::string &name)
 
 } // namespace
 
-zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count, uint16_t board)
+zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count, uint32_t *body_count)
 {
     const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
     const std::string text = is_example ? example_text(path) : read_text(path);
     zet_simulator_scene_t scene = {};
     std::array<char, 1024> fault = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count, body_count};
     if (!zet_simulator_scene_from_json(&source, &scene, fault.data(), fault.size()))
     {
         fail("use", path, fault.data());
     }
+    return scene;
+}
+
+void select_board(zet_simulator_scene_t &scene, uint16_t board, const std::string &path)
+{
+    std::array<char, 1024> fault = {};
     if (!zet_simulator_scene_select_board(&scene, board, fault.data(), fault.size()))
     {
         fail("use", path, std::string(fault.data()) + "; --board gives the number of this board");
     }
-    return scene;
 }

@@ -258,6 +258,10 @@ bool read_bodies(scene_reading &reading, const cJSON *array)
         }
         ++index;
     }
+    if (reading.source.body_count != nullptr)
+    {
+        *reading.source.body_count = index;
+    }
     return true;
 }
 

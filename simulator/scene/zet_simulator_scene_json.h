@@ -16,7 +16,8 @@ typedef struct
     const char *text; /**< the JSON document, zero-terminated */
     size_t size;      /**< of the document in bytes, without the zero; bytes before it may be 0 as well */
     uint16_t
-        sensor_count; /**< sensor positions on the board, which has all sensors of the scene; 0 for any */
+        sensor_count;     /**< sensor positions on the board, which has all sensors of the scene; 0 for any */
+    uint32_t *body_count; /**< receives the number of bodies; null if it is not needed */
 } zet_simulator_scene_source_t;
 
 /**
@@ -31,6 +32,16 @@ typedef struct
  */
 bool zet_simulator_scene_from_json(const zet_simulator_scene_source_t *source, zet_simulator_scene_t *scene,
                                    char *error, size_t error_size);
+
+/**
+ * Finds when the last thing happens in a scene: the last time at which a target moves, appears or disappears,
+ * or an interferer starts or stops. Faults are not considered, because they count calls, and neither is
+ * hardware.
+ *
+ * @param end_s  receives the time in seconds
+ * @return false if targets, interferers or temperatures never stop changing
+ */
+bool zet_simulator_scene_end(const zet_simulator_scene_t *scene, double *end_s);
 
 /** Size of a text that has room for every scene. */
 #define ZET_SIMULATOR_SCENE_TEXT_SIZE 524288U

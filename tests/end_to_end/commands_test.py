@@ -231,7 +231,7 @@ class Scan(CommandTest):
 class Validate(CommandTest):
     def test_examples_are_valid(self):
         for file in (ONE_SENSOR, TWO_SENSORS):
-            self.assertTrue(self.succeeds("validate", file).startswith(f"{file}: valid\ngroup 1, item 1, sensor 1: "))
+            self.assertTrue(self.succeeds("validate", file).startswith(f"{file}: valid configuration\ngroup 1, item 1, sensor 1: "))
             about = json.loads(self.succeeds("validate", file, "--json"))
             self.assertEqual((about["valid"], about["faults"], about["figures"]["warnings"]), (True, [], []))
 

@@ -9,7 +9,7 @@ import time
 import unittest
 
 from pace import SLOWER, TICKS_PER_SECOND, check_sensor_paced, tick_of
-from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, wait_until
+from vantor_process import EXAMPLES, SERVER, TIME_OUT, Server, vantor, wait_until
 
 
 class SceneTest(unittest.TestCase):
@@ -124,6 +124,73 @@ class Files(SceneTest):
             with open(path, "w", encoding="ascii") as file:
                 file.write(content)
             self.assertIn(f'cannot use the scene "{path}": {fault}', self.refusal(path))
+
+
+class Checks(SceneTest):
+    """`vantor_server --check-scene` and `vantor validate`."""
+
+    def check(self, *arguments):
+        """The result of a check by the server."""
+        return subprocess.run([SERVER, "--check-scene", *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=TIME_OUT, check=False)
+
+    def test_an_overview_shows_what_a_scene_contains(self):
+        scene = {"targets": [{"distance_m": 2, "strength_m2": 1, "enter_s": 1.5, "sensor": 7}],
+                 "bodies": [{"kind": "fan", "distance_m": 1, "points": 4, "leave_s": 12.25}],
+                 "sensors": [{}, {"sensor": 2, "x_m": 1}, {"board": 2}], "interferers": [{"strength": 1, "duration_s": 3}],
+                 "temperatures": [{"celsius": 3}], "faults": [{"kind": "failing_read"}], "hardware": "ideal"}
+        path = self.scene_file(scene)
+        counts = {"targets": 5, "bodies": 1, "sensors": 3, "interferers": 1, "temperatures": 1, "faults": 1, "hardware": 0}
+        result = self.check("--scene", path, "--sensors", "7")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertEqual(result.stdout.splitlines(), [f"{path}: valid scene",
+                         *(f"  {name:<14}{count}" for name, count in counts.items()), "  the last change is at 12.25 s"])
+        result = self.check("--scene", path, "--sensors", "7", "--json")
+        self.assertEqual(json.loads(result.stdout), {"valid": True, **counts, "end_s": 12.25})
+        result = self.check("--scene", path, "--sensors", "7", "--json", "--board", "2")
+        self.assertEqual(json.loads(result.stdout)["sensors"], 3)
+        self.assertIn("none for board 3", self.check("--scene", path, "--sensors", "7", "--board", "3").stderr)
+        self.assertIn("  it changes without end\n", self.check("--scene", "walking_person").stdout)
+        self.assertIn("  nothing changes\n", self.check("--scene", "still_target").stdout)
+        self.assertTrue(self.check().stdout.startswith("built-in scene: valid scene\n  targets       3\n"))
+
+    def test_a_fault_is_reported_with_the_usual_exit_code(self):
+        path = self.scene_file({"targets": [{"distance_m": 2, "strength_m2": 1, "sensor": 6}]})
+        fault = (f'cannot use the scene "{path}": targets[0].sensor is 6, but the number of sensors on the board is 5 '
+                 "(line 1, column 60)")
+        result = self.check("--scene", path)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (1, "", f"vantor_server: {fault}\n"))
+        result = self.check("--scene", path, "--json")
+        self.assertEqual((result.returncode, result.stderr), (1, ""))
+        self.assertEqual(json.loads(result.stdout), {"valid": False, "fault": fault})
+        self.assertEqual(self.check("--sensors", "0").returncode, 2)
+        for arguments in (["--check-scene", "--stdio"], ["--stdio", "--json"]):
+            result = subprocess.run([SERVER, *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                                    timeout=TIME_OUT, check=False)
+            self.assertEqual(result.returncode, 2, arguments)
+
+    def test_vantor_validates_scenes(self):
+        path = self.scene_file({"targets": [{"distance_m": 2, "strength_m2": 1, "sensor": 6}]})
+        result = vantor("validate", path)
+        self.assertEqual((result.returncode, result.stderr), (3, ""))
+        self.assertIn("not a valid scene: cannot use the scene ", result.stdout)
+        self.assertIn("the number of sensors on the board is 5 (line 1, column 60)\n", result.stdout)
+        about = json.loads(vantor("validate", path, "--json").stdout)
+        self.assertEqual((about["document"], about["valid"]), ("scene", False))
+        self.assertIn("targets[0].sensor is 6", about["fault"])
+        result = vantor("validate", path, "--sensors", "6")
+        self.assertEqual((result.returncode, result.stdout.splitlines()[:2]),
+                         (0, [f"{path}: valid scene", "  targets       1"]))
+        about = json.loads(vantor("validate", "visitor", "--json").stdout)
+        self.assertEqual((about["document"], about["valid"], about["bodies"], about["end_s"]), ("scene", True, 3, 69))
+        result = vantor("validate", "nobody")
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("the examples are breathing_person, ", result.stdout)
+
+    def test_vantor_validates_every_example(self):
+        scenes = os.path.join(EXAMPLES, "scenes")
+        for name in sorted(os.listdir(scenes)):
+            self.assertEqual(vantor("validate", os.path.join(scenes, name)).returncode, 0, name)
 
 
 class Faults(SceneTest):

@@ -149,7 +149,8 @@ TEST(command_line, validates_documents)
     const auto bad =
         directory.write("bad.json", R"({"groups": [[{"sensor_id": 1, "config": {"hwaas": 600}}]]})");
     EXPECT_EQ(run({"validate", good}).code, exit_code::success);
-    EXPECT_THAT(run({"validate", good}).out, HasSubstr("good.json: valid\ngroup 1, item 1, sensor 1: "));
+    EXPECT_THAT(run({"validate", good}).out,
+                HasSubstr("good.json: valid configuration\ngroup 1, item 1, sensor 1: "));
     EXPECT_EQ(json::parse(run({"validate", good, "--json"}).out)["figures"],
               json::parse(run({"plan", good, "--json"}).out)["figures"]);
     const auto text = run({"validate", bad.string()});
@@ -171,6 +172,44 @@ TEST(command_line, validates_documents)
                 HasSubstr("nearest: \"num_points\": 1, \"start_point\": 3843\n"));
 }
 
+TEST(command_line, recognises_configurations_and_scenes_by_their_members)
+{
+    const test::temporary_directory directory;
+    setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
+    // The stand-in for the server does not answer what a server does.
+    const std::string asked = "vantor: The program vantor_server does not check scenes";
+    for (const std::string text : {R"({"targets": []})", R"({"$comment": 1, "bodies": [}, "groups": []})",
+                                   R"({"faults": [], "faults": []})"})
+    {
+        const auto file = directory.write("document.json", text).string();
+        EXPECT_THAT(run({"validate", file}).err, testing::StartsWith(asked)) << text;
+        EXPECT_EQ(run({"validate", file}).code, exit_code::bad_link);
+    }
+    EXPECT_THAT(run({"validate", "visitor"}).err, testing::StartsWith(asked));
+    for (const std::string text : {"{}", "[]", "", R"({"targets": [], "groups": []})", R"({"$schema": "x"})"})
+    {
+        const auto file = directory.write("document.json", text).string();
+        EXPECT_THAT(run({"validate", file}).err, testing::Not(HasSubstr("scene"))) << text;
+    }
+    const auto neither = run({"validate", directory.write("document.json", R"({"target": []})").string()});
+    EXPECT_EQ(neither.code, exit_code::bad_file);
+    EXPECT_THAT(neither.err,
+                HasSubstr("document.json is neither a configuration nor a scene: a configuration has "
+                          "members such as "));
+    EXPECT_THAT(neither.err,
+                testing::ContainsRegex("groups, .*, a scene has members such as bodies, .*targets"));
+    unsetenv("VANTOR_SERVER");
+}
+
+TEST(command_line, checks_the_options_for_scenes)
+{
+    const test::temporary_directory directory;
+    const auto file = directory.write("config.json", R"({"groups": []})").string();
+    EXPECT_THAT(run({"validate", file, "--sensors", "2"}).err, HasSubstr("--sensors is for scenes, but "));
+    EXPECT_EQ(run({"validate", "visitor", "--sensors", "65"}).code, exit_code::usage);
+    EXPECT_EQ(json::parse(run({"validate", file, "--json"}).out)["document"], "configuration");
+}
+
 TEST(command_line, counts_the_faults_that_it_does_not_print)
 {
     const test::temporary_directory directory;
@@ -179,7 +218,8 @@ TEST(command_line, counts_the_faults_that_it_does_not_print)
     const auto text = run({"validate", file}).out;
     EXPECT_THAT(text, HasSubstr("/groups/98: "));
     EXPECT_THAT(text, testing::Not(HasSubstr("/groups/99: ")));
-    EXPECT_THAT(text, testing::EndsWith("config.json: and 201 more faults\n"));
+    EXPECT_THAT(text, HasSubstr("config.json: and 201 more faults\n"));
+    EXPECT_THAT(text, testing::EndsWith("config.json: not a valid configuration\n"));
     EXPECT_THAT(run({"record", file}).err, HasSubstr("config.json: and 201 more faults\n"));
     const auto about = json::parse(run({"validate", file, "--json"}).out);
     EXPECT_EQ(about["faults"].size(), 301U);

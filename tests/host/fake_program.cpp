@@ -60,6 +60,15 @@ extern "C" void report_exit(int /*number*/)
     }
 }
 
+/** Prints the arguments in one line. */
+void print_arguments(int argc, char **argv)
+{
+    for (int i = 1; i < argc; ++i)
+    {
+        std::cout << argv[i] << (i + 1 < argc ? " " : "\n");
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -72,6 +81,11 @@ int main(int argc, char **argv)
     if (option == "--deaf")
     {
         wait_for_the_end(SIG_IGN);
+    }
+    if (argc > 1 && std::string(argv[1]) == "--check-scene")
+    {
+        print_arguments(argc, argv);
+        return 0;
     }
     if (argc != 2 || std::string(argv[1]) != "--stdio")
     {

@@ -58,7 +58,8 @@ private:
 TEST(server_process, gives_the_server_time_to_exit)
 {
     std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
-                                         std::vector<std::string>{"--farewell"}, std::chrono::minutes(1));
+                                         std::vector<std::string>{"--stdio", "--farewell"},
+                                         std::chrono::minutes(1));
     const socket_end link(*server);
     EXPECT_EQ(link.line(), "ready\n");
     server.reset();
@@ -71,7 +72,8 @@ TEST(server_process, gives_the_server_time_to_exit)
 TEST(server_process, kills_a_server_that_does_not_exit)
 {
     std::optional<server_process> server(std::in_place, VANTOR_FAKE_PROGRAM,
-                                         std::vector<std::string>{"--deaf"}, std::chrono::milliseconds(1));
+                                         std::vector<std::string>{"--stdio", "--deaf"},
+                                         std::chrono::milliseconds(1));
     const socket_end link(*server);
     EXPECT_EQ(link.line(), "ready\n");
     server.reset();
@@ -83,7 +85,7 @@ TEST(server_process, closes_an_unused_socket)
 {
     const auto count = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = count();
-    server_process(VANTOR_FAKE_PROGRAM, {"--farewell"});
+    server_process(VANTOR_FAKE_PROGRAM, {"--stdio", "--farewell"});
     EXPECT_EQ(count(), before);
 }
 
@@ -107,6 +109,15 @@ TEST(server_process, reports_a_server_that_exits_immediately)
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     EXPECT_THAT([] { client(parse_address("sim:--refuse")); },
                 ThrowsMessage<connection_lost>(HasSubstr("see the message that it printed")));
+    unsetenv("VANTOR_SERVER");
+}
+
+TEST(server_process, is_run_for_its_output)
+{
+    setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
+    EXPECT_EQ(output_of_server({"--check-scene", "--json", "--scene", "visitor"}),
+              "--check-scene --json --scene visitor\n");
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     unsetenv("VANTOR_SERVER");
 }
 

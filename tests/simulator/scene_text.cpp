@@ -14,7 +14,7 @@ zet_simulator_scene_t scene_of(const std::string &text)
 {
     zet_simulator_scene_t scene = {};
     std::array<char, 1024> error = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0, nullptr};
     EXPECT_TRUE(zet_simulator_scene_from_json(&source, &scene, error.data(), error.size())) << error.data();
     return scene;
 }
@@ -30,7 +30,7 @@ std::string refusal_of(const std::string &text, uint16_t sensor_count)
 {
     zet_simulator_scene_t scene = {};
     std::array<char, 1024> error = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count, nullptr};
     const bool valid = zet_simulator_scene_from_json(&source, &scene, error.data(), error.size());
     EXPECT_EQ(valid, error.front() == '\0') << error.data();
     return error.data();
