@@ -45,7 +45,7 @@ extern "C" {
 /** Most oscillations of all targets of a scene. */
 #define ZET_SIMULATOR_MAX_OSCILLATIONS 256U
 /** Most keyframes of all targets of a scene. */
-#define ZET_SIMULATOR_MAX_KEYFRAMES 1024U
+#define ZET_SIMULATOR_MAX_KEYFRAMES 8192U
 /** Most positions of sensors in a scene. */
 #define ZET_SIMULATOR_MAX_POSES 64U
 #endif

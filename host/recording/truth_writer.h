@@ -21,8 +21,8 @@ namespace vantor
 /** Name of the file in a recording. */
 inline constexpr const char *truth_file_name = "truth.jsonl";
 
-/** Most bytes of a line of truth: a scene has 256 kB at most, 64 targets 13 kB. */
-inline constexpr size_t most_truth_bytes = 524288;
+/** Most bytes of a line of truth: a scene has 1.4 MB at most, 64 targets 13 kB. */
+inline constexpr size_t most_truth_bytes = size_t{2} << 20;
 
 /** The first line of a truth file: session_description::truth. */
 std::string truth_head(const nlohmann::json &truth);

@@ -20,11 +20,18 @@ namespace
 {
 
 /** Largest scene that is read, far more than a scene can have. */
-constexpr size_t largest_scene = size_t{1} << 19;
+constexpr size_t largest_scene = size_t{2} << 20;
 
-[[noreturn]] void fail(const char *what, const std::string &path, const std::string &reason)
+/** Largest file with a track, far more than a track can have. */
+constexpr size_t largest_track = size_t{1} << 20;
+
+/** What a file is for, in messages. */
+constexpr const char *scene_file = "the scene";
+constexpr const char *track_file = "the track";
+
+[[noreturn]] void fail(const char *what, const char *file, const std::string &path, const std::string &reason)
 {
-    throw std::runtime_error(std::string("cannot ") + what + " the scene \"" + path + "\": " + reason);
+    throw std::runtime_error(std::string("cannot ") + what + " " + file + " \"" + path + "\": " + reason);
 }
 
 /** An open file. Opening it does not wait, also if it is a pipe. */
@@ -52,46 +59,46 @@ private:
 };
 
 /** Throws if a file is not one that can be read to its end. */
-void check_kind(const file_t &file, const std::string &path)
+void check_kind(const file_t &file, const char *use, const std::string &path)
 {
     struct stat status = {};
     if (fstat(file.descriptor(), &status) != 0)
     {
-        fail("read", path, std::strerror(errno));
+        fail("read", use, path, std::strerror(errno));
     }
     if (S_ISDIR(status.st_mode))
     {
-        fail("read", path, "it is a directory; use a file");
+        fail("read", use, path, "it is a directory; use a file");
     }
     if (!S_ISREG(status.st_mode))
     {
-        fail("read", path, "it is not a regular file");
+        fail("read", use, path, "it is not a regular file");
     }
 }
 
-/** Reads the text of a scene. */
-std::string read_text(const std::string &path)
+/** Reads a file of at most so many bytes. */
+std::string read_text(const char *use, const std::string &path, size_t most)
 {
     const file_t file(path);
     if (file.descriptor() < 0)
     {
-        fail("read", path, std::strerror(errno));
+        fail("read", use, path, std::strerror(errno));
     }
-    check_kind(file, path);
-    std::string text(largest_scene + 1, '\0');
+    check_kind(file, use, path);
+    std::string text(most + 1, '\0');
     size_t size = 0;
     for (ssize_t count = 1; count > 0 && size < text.size(); size += static_cast<size_t>(count))
     {
         count = read(file.descriptor(), text.data() + size, text.size() - size);
         if (count < 0)
         {
-            fail("read", path, std::strerror(errno));
+            fail("read", use, path, std::strerror(errno));
         }
     }
     text.resize(size);
-    if (text.size() > largest_scene)
+    if (text.size() > most)
     {
-        fail("use", path, "it has more than 512 KiB");
+        fail("use", use, path, "it has more than " + std::to_string(most >> 20) + " MiB");
     }
     return text;
 }
@@ -117,7 +124,46 @@ std::string example_text(const std::string &name)
     {
         names += (names.empty() ? "" : ", ") + std::string(example.name);
     }
-    fail("read", name, "the file does not exist; the examples are " + names);
+    fail("read", scene_file, name, "the file does not exist; the examples are " + names);
+}
+
+/** Where the files with tracks of a scene are, and the one that was read last. */
+struct track_folder_t
+{
+    std::string path; /**< empty, or with a slash at its end */
+    bool is_example;  /**< the scene is an example in this program, without files */
+    std::string text;
+};
+
+/** Throws if a name is not that of a file in the folder of the scene, or in a folder in it. */
+void check_track_name(const track_folder_t &folder, const std::string &name)
+{
+    if (folder.is_example)
+    {
+        fail("read", track_file, name, "an example that is used by its name has no files");
+    }
+    if (name.empty() || name.starts_with('/') || ("/" + name + "/").find("/../") != std::string::npos)
+    {
+        fail("read", track_file, name, "use a path from the folder of the scene, without \"..\"");
+    }
+}
+
+/** Reads a file with a track for the simulator, which has no exceptions. */
+zet_simulator_file_t read_track(void *context, const char *name, char *error, size_t error_size) noexcept
+{
+    auto &folder = *static_cast<track_folder_t *>(context);
+    try
+    {
+        check_track_name(folder, name);
+        folder.text = read_text(track_file, folder.path + name, largest_track);
+        return {folder.text.c_str(), folder.text.size()};
+    }
+    catch (const std::exception &failure)
+    {
+        const std::string reason = failure.what();
+        error[reason.copy(error, error_size - 1)] = '\0';
+        return {nullptr, 0};
+    }
 }
 
 } // namespace
@@ -125,13 +171,15 @@ std::string example_text(const std::string &name)
 zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count, uint32_t *body_count)
 {
     const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
-    const std::string text = is_example ? example_text(path) : read_text(path);
+    const std::string text = is_example ? example_text(path) : read_text(scene_file, path, largest_scene);
     zet_simulator_scene_t scene = {};
-    std::array<char, 1024> fault = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count, body_count};
+    std::array<char, 2048> fault = {};
+    track_folder_t folder = {path.substr(0, path.rfind('/') + 1), is_example, ""};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count,
+                                                 body_count,   read_track,  &folder};
     if (!zet_simulator_scene_from_json(&source, &scene, fault.data(), fault.size()))
     {
-        fail("use", path, fault.data());
+        fail("use", scene_file, path, fault.data());
     }
     return scene;
 }
@@ -141,6 +189,6 @@ void select_board(zet_simulator_scene_t &scene, uint16_t board, const std::strin
     std::array<char, 1024> fault = {};
     if (!zet_simulator_scene_select_board(&scene, board, fault.data(), fault.size()))
     {
-        fail("use", path, std::string(fault.data()) + "; --board gives the number of this board");
+        fail("use", scene_file, path, std::string(fault.data()) + "; --board gives the number of this board");
     }
 }

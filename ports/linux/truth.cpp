@@ -160,8 +160,8 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     open_file(options.truth_path);
-    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&scene, text.data());
+    std::vector<char> text(zet_simulator_scene_to_json(&scene, nullptr, 0) + 1);
+    zet_simulator_scene_to_json(&scene, text.data(), text.size());
     session_members.clear();
     session_members += ",\"seed\":" + std::to_string(options.seed);
     session_members += options.board > 0 ? ",\"board\":" + std::to_string(options.board) : "";

@@ -102,7 +102,7 @@ inline bool is_target(const scene_section &section)
 }
 
 /** The keys of a target that are not fields. */
-constexpr const char *scene_target_keys[] = {"oscillations", "track"};
+constexpr const char *scene_target_keys[] = {"oscillations", "track", "track_file"};
 
 /** The oscillations of all targets; in a scene file, each target has its own list of this name. */
 extern const scene_section scene_oscillations;

@@ -6,6 +6,7 @@
 #include "common/number_text.h"
 #include "scene/bodies/bodies.h"
 #include "scene/scene_reading.h"
+#include "scene/track_file.h"
 
 namespace
 {
@@ -98,22 +99,40 @@ bool are_keyframes_alike(scene_reading &reading, const scene_place &target, cons
     return true;
 }
 
+/** Reads the track of a target, which is in the scene, in a file, or not given. */
+bool read_track(scene_reading &reading, const scene_place &place, const cJSON *object)
+{
+    zet_simulator_target_t &target = reading.scene.targets[place.index];
+    const cJSON *track = cJSON_GetObjectItemCaseSensitive(object, scene_keyframes.name);
+    const cJSON *file = cJSON_GetObjectItemCaseSensitive(object, track_file_key);
+    target.first_keyframe = reading.scene.keyframe_count;
+    target.has_place = has_place(object);
+    if (file == nullptr)
+    {
+        const bool is_read = read_inner_list(reading, place, scene_keyframes, track, target.keyframe_count);
+        target.has_place |= target.keyframe_count > 0U && has_place(track->child);
+        return is_read && are_keyframes_alike(reading, place, track, target.has_place);
+    }
+    if (track != nullptr)
+    {
+        return refuse_at(reading.report, place, track_file_key,
+                         " is given beside track, but only one of them may be");
+    }
+    track_file read = {};
+    const bool is_read = read_track_file(reading, place, file, target.has_place, read);
+    target.keyframe_count = read.count;
+    target.has_place |= read.in_space;
+    return is_read;
+}
+
 /** Reads the lists of a target. */
 bool read_lists(scene_reading &reading, const scene_place &place, const cJSON *object)
 {
-    zet_simulator_scene_t &scene = reading.scene;
-    zet_simulator_target_t &target = scene.targets[place.index];
-    const cJSON *track = cJSON_GetObjectItemCaseSensitive(object, scene_keyframes.name);
+    zet_simulator_target_t &target = reading.scene.targets[place.index];
     const cJSON *oscillations = cJSON_GetObjectItemCaseSensitive(object, scene_oscillations.name);
-    target.first_oscillation = scene.oscillation_count;
-    target.first_keyframe = scene.keyframe_count;
-    if (!read_inner_list(reading, place, scene_oscillations, oscillations, target.oscillation_count) ||
-        !read_inner_list(reading, place, scene_keyframes, track, target.keyframe_count))
-    {
-        return false;
-    }
-    target.has_place = has_place(object) || (target.keyframe_count > 0U && has_place(track->child));
-    return are_keyframes_alike(reading, place, track, target.has_place);
+    target.first_oscillation = reading.scene.oscillation_count;
+    return read_inner_list(reading, place, scene_oscillations, oscillations, target.oscillation_count) &&
+           read_track(reading, place, object);
 }
 
 /** Checks that the bounds of a target are both given, or none, and that one is more than the other. */

@@ -1,6 +1,7 @@
 /** @file
  * Writes scenes as text.
  */
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,29 +14,38 @@ namespace
 
 using namespace zet_simulator;
 
-/** A text that grows in a buffer; what has no room is left out. */
+/** A text in a buffer; what has no room is left out, but counted. */
 class text_writer
 {
 public:
-    text_writer(char *buffer, size_t size) : next_(buffer), last_(buffer + size - 1U)
+    text_writer(char *buffer, size_t size) : buffer_(buffer), size_(size)
     {
-        *next_ = '\0';
     }
 
     /** Adds text. */
     text_writer &add(const char *text)
     {
-        while (next_ != last_ && *text != '\0')
+        const size_t added = std::strlen(text);
+        if (length_ < size_)
         {
-            *next_++ = *text++;
+            const size_t fitting = std::min(added, size_ - length_ - 1U);
+            std::memcpy(buffer_ + length_, text, fitting);
+            buffer_[length_ + fitting] = '\0';
         }
-        *next_ = '\0';
+        length_ += added;
         return *this;
     }
 
+    /** Length of the text with what has no room. */
+    [[nodiscard]] size_t length() const
+    {
+        return length_;
+    }
+
 private:
-    char *next_;
-    char *last_;
+    char *buffer_;
+    size_t size_;
+    size_t length_ = 0;
 };
 
 /** Adds a number: the shortest one that is read as the same value. */
@@ -200,9 +210,9 @@ void write_section(text_writer &text, const zet_simulator_scene_t &scene, const 
 
 } // namespace
 
-void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
+size_t zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text, size_t size)
 {
-    text_writer document(text, ZET_SIMULATOR_SCENE_TEXT_SIZE);
+    text_writer document(text, size);
     const char *separator = "{";
     for (const scene_section &section : scene_sections)
     {
@@ -211,4 +221,5 @@ void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text)
         write_section(document, *scene, section);
     }
     document.add("}");
+    return document.length();
 }

@@ -3,6 +3,7 @@
  */
 #include "scene/sight.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "common/logarithm.h"
@@ -114,11 +115,11 @@ void add_track(motion &sum, const zet_simulator_keyframe_t *track, uint32_t coun
     {
         return;
     }
-    uint32_t next = 0;
-    while (next < count && static_cast<double>(track[next].time_s) <= time_s)
-    {
-        ++next;
-    }
+    const zet_simulator_keyframe_t *later =
+        std::upper_bound(track, track + count, time_s, [](double time, const zet_simulator_keyframe_t &each) {
+            return time < static_cast<double>(each.time_s);
+        });
+    const auto next = static_cast<uint32_t>(later - track);
     if (next == 0U || next == count)
     {
         sum.position += static_cast<double>(track[next == 0U ? 0U : count - 1U].position[axis]);

@@ -10,6 +10,25 @@
 extern "C" {
 #endif
 
+/** A file that a scene names, as it is in memory. */
+typedef struct
+{
+    const char *text; /**< null if it cannot be read */
+    size_t size;      /**< in bytes */
+} zet_simulator_file_t;
+
+/**
+ * Reads a file that a scene names.
+ *
+ * @param context     that of the source
+ * @param name        as it is in the scene
+ * @param error       receives a sentence if the file cannot be read
+ * @param error_size  size of @p error in bytes
+ * @return the file, valid until the next call
+ */
+typedef zet_simulator_file_t zet_simulator_read_file_t(void *context, const char *name, char *error,
+                                                       size_t error_size);
+
 /** What a scene is read from. */
 typedef struct
 {
@@ -18,6 +37,8 @@ typedef struct
     uint16_t
         sensor_count;     /**< sensor positions on the board, which has all sensors of the scene; 0 for any */
     uint32_t *body_count; /**< receives the number of bodies; null if it is not needed */
+    zet_simulator_read_file_t *read_file; /**< reads files of tracks; null if there are none */
+    void *context;                        /**< for read_file */
 } zet_simulator_scene_source_t;
 
 /**
@@ -27,7 +48,7 @@ typedef struct
  * @param scene       receives the scene; unspecified on failure
  * @param error       receives one sentence: the place of the fault, what was found there, what it must be,
  * and line and column of the value or key
- * @param error_size  size of @p error in bytes; 1024 is enough for every sentence
+ * @param error_size  size of @p error in bytes; 1024 is enough for every sentence except those of read_file
  * @return false when the document is not JSON or not a scene
  */
 bool zet_simulator_scene_from_json(const zet_simulator_scene_source_t *source, zet_simulator_scene_t *scene,
@@ -43,17 +64,17 @@ bool zet_simulator_scene_from_json(const zet_simulator_scene_source_t *source, z
  */
 bool zet_simulator_scene_end(const zet_simulator_scene_t *scene, double *end_s);
 
-/** Size of a text that has room for every scene. */
-#define ZET_SIMULATOR_SCENE_TEXT_SIZE 524288U
-
 /**
  * Writes a scene as a JSON document without spaces and line feeds, which zet_simulator_scene_from_json()
  * reads as the same scene. Optional values of 0 are left out where that is their default.
  *
  * @param scene  a valid scene; its targets have no oscillations or keyframes in common
- * @param text   receives the document, zero-terminated; has room for ZET_SIMULATOR_SCENE_TEXT_SIZE bytes
+ * @param text   receives the document, zero-terminated, or as much of it as has room; may be null if @p size
+ * is 0
+ * @param size   of @p text in bytes
+ * @return the length of the document without the zero, also if it has no room
  */
-void zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text);
+size_t zet_simulator_scene_to_json(const zet_simulator_scene_t *scene, char *text, size_t size);
 
 #ifdef __cplusplus
 }

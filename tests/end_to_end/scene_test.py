@@ -113,7 +113,7 @@ class Files(SceneTest):
         os.mkfifo(pipe)
         for path in (pipe, "/dev/zero", "/dev/null"):
             self.assertIn(f'cannot read the scene "{path}": it is not a regular file\n', self.refusal(path))
-        for content, fault in ((" " * (2**19 + 1), "it has more than 512 KiB\n"),
+        for content, fault in ((" " * (2**21 + 1), "it has more than 2 MiB\n"),
                                ("{}\0{", "the scene is not JSON: it has the byte 0x00 where it must have the end of the "
                                          "text (line 1, column 3)\n"),
                                ("", "the scene is not JSON: it has the end of the text where it must have a value "
@@ -191,6 +191,56 @@ class Checks(SceneTest):
         scenes = os.path.join(EXAMPLES, "scenes")
         for name in sorted(os.listdir(scenes)):
             self.assertEqual(vantor("validate", os.path.join(scenes, name)).returncode, 0, name)
+
+
+class Tracks(SceneTest):
+    """Files with the track of a target."""
+
+    def scene_with_track(self, name):
+        """The file of a scene with a track."""
+        return self.scene_file({"targets": [{"strength_m2": 1, "track_file": name}]})
+
+    def check(self, path):
+        """What is wrong with a scene."""
+        result = subprocess.run([SERVER, "--check-scene", "--scene", path], stdin=subprocess.DEVNULL,
+                                capture_output=True, text=True, timeout=TIME_OUT, check=False)
+        return result.stderr
+
+    def test_a_track_in_the_folder_of_the_scene_is_in_the_truth(self):
+        os.mkdir(os.path.join(self.folder, "tracks"))
+        with open(os.path.join(self.folder, "tracks", "walk.csv"), "w", encoding="ascii") as file:
+            file.write("time_s,distance_m\n" + "".join(f"{i},{1 + i / 10000}\n" for i in range(8192)))
+        truth = os.path.join(self.folder, "truth.jsonl")
+        with Server("--tcp", "0", "--clock", "virtual", "--truth", truth, "--scene",
+                    self.scene_with_track("tracks/walk.csv")) as server, server.connect() as host:
+            host.ask("configure", configuration=configuration(num_points=10))
+            self.assertEqual(host.ask("frame")["status"], "ok")
+        with open(truth, encoding="utf-8") as file:
+            session, frame = (json.loads(line) for line in file)
+        track = session["scene"]["targets"][0]["track"]
+        self.assertEqual((len(track), track[0], track[8191]["time_s"]), (8192, {"time_s": 0, "distance_m": 1}, 8191))
+        self.assertAlmostEqual(frame["targets"][0]["distance_m"], 1, 6)
+        # The expanded scene is a scene as well.
+        self.assertEqual(self.check(self.scene_file(session["scene"])), "")
+
+    def test_what_is_not_a_track_is_refused(self):
+        large = os.path.join(self.folder, "large.csv")
+        with open(large, "w", encoding="ascii") as file:
+            file.write(" " * (2**20 + 1))
+        os.mkfifo(os.path.join(self.folder, "pipe"))
+        os.mkdir(os.path.join(self.folder, "folder"))
+        for name, fault in (("missing.csv", "cannot read the track \"FOLDER/missing.csv\": No such file or directory"),
+                            ("folder", "cannot read the track \"FOLDER/folder\": it is a directory; use a file"),
+                            ("pipe", "cannot read the track \"FOLDER/pipe\": it is not a regular file"),
+                            ("large.csv", "cannot use the track \"FOLDER/large.csv\": it has more than 1 MiB"),
+                            ("", "cannot read the track \"\": use a path from the folder of the scene, without \"..\""),
+                            ("/etc/passwd", "use a path from the folder of the scene, without \"..\""),
+                            ("a/../../b", "use a path from the folder of the scene, without \"..\""),
+                            ("x" * 200, "No such file or directory")):
+            with self.subTest(name):
+                message = self.check(self.scene_with_track(name))
+                self.assertIn(fault.replace("FOLDER", self.folder), message)
+                self.assertTrue(message.endswith(" (line 1, column 47)\n"), message)
 
 
 class Faults(SceneTest):

@@ -128,7 +128,7 @@ TEST_F(truth_file_test, tells_sessions_apart_that_repeat_ticks)
 TEST_F(truth_file_test, counts_lines_that_are_damaged)
 {
     begin(1);
-    append("not JSON\n[]\n{}\n\n{\"session\":1,\"sensor\":1}\n" + std::string(1000000, 'x') + "\n" +
+    append("not JSON\n[]\n{}\n\n{\"session\":1,\"sensor\":1}\n" + std::string(5000000, 'x') + "\n" +
            row_line(1, 1, 100, 0.5));
     EXPECT_EQ(distance(1, 100), 0.5);
     EXPECT_EQ(file.damaged(), 6U);
@@ -194,7 +194,7 @@ TEST_F(truth_file_test, refuses_a_file_that_does_not_end_with_a_session)
     for (const std::string &text :
          {std::string(), std::string("\n"), std::string("\n\n"), session_line(1) + row_line(1, 1, 100),
           session_line(1).substr(0, 20), std::string("{\"session\":-1,\"scene\":{}}\n"),
-          std::string("{\"session\":1,\"scene\":3}\n"), std::string("[]\n"), std::string(600000, ' ')})
+          std::string("{\"session\":1,\"scene\":3}\n"), std::string("[]\n"), std::string(2200000, ' ')})
     {
         std::ofstream(path, std::ios::trunc) << text;
         EXPECT_THAT(refusal(), HasSubstr("does not have the truth of this session")) << text.substr(0, 100);

@@ -202,9 +202,9 @@ TEST_F(truth_recording, a_line_that_is_too_long_is_damage)
 {
     test::write_recording_with_truth(path, 3);
     auto all = lines();
-    all[4] = std::string(600000, ' ');
+    all[4] = std::string(2200000, ' ');
     write(all);
-    EXPECT_THAT(fault(), HasSubstr("has a line of more than 524288 bytes"));
+    EXPECT_THAT(fault(), HasSubstr("has a line of more than 2097152 bytes"));
     repair_recording(path);
     EXPECT_EQ(fault(), "");
     EXPECT_EQ(lines().size(), 4U);

@@ -282,7 +282,7 @@ TEST(living, wrong_targets_are_refused_with_their_place)
               "targets[0] has the unknown key \"distance\"; the keys are sensor, distance_m, strength_m2, "
               "reflectivity, velocity_m_s, oscillation_amplitude_m, oscillation_frequency_hz, nearest_m, "
               "farthest_m, enter_s, leave_s, fluctuation, x_m, y_m, z_m, x_velocity_m_s, y_velocity_m_s, "
-              "z_velocity_m_s, oscillations, track");
+              "z_velocity_m_s, oscillations, track, track_file");
     EXPECT_EQ(
         reason_of(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 11, "frequency_hz": 1}])")),
         "targets[0].oscillations[0].amplitude_m is 11, but must be a number from -10 to 10");
@@ -309,12 +309,12 @@ TEST(living, wrong_tracks_are_refused_with_their_place)
               "target and its other keyframes");
     EXPECT_EQ(reason_of(one_target(R"("track": [7])")), "targets[0].track[0] is 7, but must be an object");
     std::string many;
-    for (int i = 0; i <= 1024; ++i)
+    for (int i = 0; i <= 8192; ++i)
     {
         many += (i > 0 ? ", " : "") + (R"({"distance_m": 1, "time_s": )" + std::to_string(i) + "}");
     }
     EXPECT_EQ(reason_of(one_target(R"("track": [)" + many + "]")),
-              "targets[0].track[1024] is entry 1025 of all targets together, but there must be at most 1024");
+              "targets[0].track[8192] is entry 8193 of all targets together, but there must be at most 8192");
 }
 
 TEST(living, lists_beyond_those_of_the_scene_are_refused)
@@ -326,9 +326,9 @@ TEST(living, lists_beyond_those_of_the_scene_are_refused)
     EXPECT_STREQ(error, "targets[0] has oscillations or keyframes that the scene does not have");
     scene.keyframe_count = 1;
     EXPECT_TRUE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
-    scene.keyframe_count = 1025;
+    scene.keyframe_count = 8193;
     EXPECT_FALSE(zet_simulator_scene_is_valid(&scene, error, sizeof(error)));
-    EXPECT_STREQ(error, "track[1024] is one of 1025 entries, but the most is 1024");
+    EXPECT_STREQ(error, "track[8192] is one of 8193 entries, but the most is 8192");
 }
 
 } // namespace

@@ -346,7 +346,7 @@ TEST_P(invalid_scene_file, is_refused_with_a_message_about_the_key)
     // A short buffer for the message is filled without an overflow.
     zet_simulator_scene_t scene;
     char little[8] = "";
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0, nullptr};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0, nullptr, nullptr, nullptr};
     EXPECT_FALSE(zet_simulator_scene_from_json(&source, &scene, little, sizeof(little)));
     EXPECT_EQ(std::string(little), GetParam().error.substr(0, 7));
 }

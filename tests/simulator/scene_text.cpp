@@ -8,13 +8,12 @@
 #include <array>
 #include <fstream>
 #include <sstream>
-#include <vector>
 
 zet_simulator_scene_t scene_of(const std::string &text)
 {
     zet_simulator_scene_t scene = {};
     std::array<char, 1024> error = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0, nullptr};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), 0, nullptr, nullptr, nullptr};
     EXPECT_TRUE(zet_simulator_scene_from_json(&source, &scene, error.data(), error.size())) << error.data();
     return scene;
 }
@@ -30,7 +29,8 @@ std::string refusal_of(const std::string &text, uint16_t sensor_count)
 {
     zet_simulator_scene_t scene = {};
     std::array<char, 1024> error = {};
-    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count, nullptr};
+    const zet_simulator_scene_source_t source = {text.c_str(), text.size(), sensor_count,
+                                                 nullptr,      nullptr,     nullptr};
     const bool valid = zet_simulator_scene_from_json(&source, &scene, error.data(), error.size());
     EXPECT_EQ(valid, error.front() == '\0') << error.data();
     return error.data();
@@ -46,7 +46,7 @@ std::string reason_of(const std::string &text)
 
 std::string text_of(const zet_simulator_scene_t &scene)
 {
-    std::vector<char> text(ZET_SIMULATOR_SCENE_TEXT_SIZE);
-    zet_simulator_scene_to_json(&scene, text.data());
-    return text.data();
+    std::string text(zet_simulator_scene_to_json(&scene, nullptr, 0), ' ');
+    EXPECT_EQ(zet_simulator_scene_to_json(&scene, text.data(), text.size() + 1), text.size());
+    return text;
 }
