@@ -8,6 +8,7 @@ import heapq
 import itertools
 import json
 import socket
+import struct
 import threading
 
 import vantor
@@ -81,7 +82,7 @@ def frame_payload(number):
     for length, sweep in ((40, 20), (25, 25), (30, 30)):
         for place in range(length):
             strong = place % sweep == 7
-            parts += (3000 if strong else 3).to_bytes(2, "little") + (4000 if strong else number % 5).to_bytes(2, "little")
+            parts += struct.pack("<2h", *((3000, 4000) if strong else (3, number % 5)))
     return parts
 
 

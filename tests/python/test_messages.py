@@ -222,7 +222,7 @@ def test_loses_at_most_two_frames_to_a_damaged_payload_size(digit):
 def test_reports_every_frame_of_another_size():
     reader = MessageReader()
     reader.frame_size = 4
-    messages, faults = read_all(frame(b"1234") + frame(b"12345") + frame(b"a\nbcd") + frame(b"") + frame(b"abcd"), reader)
+    messages, faults = read_all(b"".join(map(frame, (b"1234", b"12345", b"a\nbcd", b"", b"abcd"))), reader)
     assert payloads(messages) == [b"1234", b"abcd"] and len(faults) == 3
 
 

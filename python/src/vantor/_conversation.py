@@ -165,24 +165,36 @@ class Conversation:
             _raise_on_error(message)
         return message
 
+    @property
+    def frame_time(self) -> float:
+        """How long to wait for a frame, in seconds."""
+        return self.timeouts.frame + self.slow_time
+
     def frame_limit(self) -> Limit:
         """How long to wait for a frame."""
-        return self._limit(self.timeouts.frame + self.slow_time)
+        return self._limit(self.frame_time)
+
+    def check_limit(self, limit: Limit) -> None:
+        """Raises ServerTimeout if no frame has arrived within a limit."""
+        if self.now() >= limit.deadline:
+            self.torn = True
+            self._give_up("frame")
 
     def next_in_stream(self, limit: Limit, deadline: float | None) -> Message | None:
         """The next message of a stream; None if none arrives until a deadline.
 
         Raises ServerTimeout if none arrives within the limit, and BadMessage for a damaged message.
         """
-        if self.now() >= limit.deadline:
-            self._give_up("frame")
-        with self._exchange():
+        try:
             if deadline is not None and deadline < limit.deadline:
                 message = self._poll(deadline)
             else:
                 message = self._next(limit, "frame")
-            if message is not None:
-                _raise_on_error(message)
+        except (ConnectionLost, ProtocolError, ServerTimeout):
+            self.torn = True
+            raise
+        if message is not None:
+            _raise_on_error(message)
         return message
 
     def end(self, timeout: float | None = None) -> None:
@@ -299,7 +311,7 @@ class Conversation:
         """Passes the bytes that arrive to the reader."""
         buffers = self._reader.buffers()
         count = self._open_link().read_into(buffers, timeout)
-        if len(self._first_bytes) < _BYTES_SHOWN:
+        if not self._understood and len(self._first_bytes) < _BYTES_SHOWN:
             self._first_bytes += bytes(buffers[0][: min(count, _BYTES_SHOWN - len(self._first_bytes))])
         self._reader.advance(count)
 

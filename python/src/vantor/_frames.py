@@ -1,5 +1,6 @@
 """Decodes the frames of a session."""
 
+import functools
 from collections.abc import Sequence
 from typing import Any
 
@@ -13,6 +14,10 @@ from .frame import Flags, Item, ItemLayout, Samples, places_of
 from .truth import ItemTruth
 
 
+#: The flags with these values. Most frames have the same.
+_flags = functools.cache(Flags)
+
+
 class ItemReading:
     """What a frame header reports about one item."""
 
@@ -21,7 +26,7 @@ class ItemReading:
     def __init__(self, members: object) -> None:
         self.tick = _members.integer(members, "tick", _members.UINT32)
         self.temperature = _members.integer(members, "temperature", _members.INT16)
-        self.flags = Flags(
+        self.flags = _flags(
             _members.boolean(members, "data_saturated"),
             _members.boolean(members, "frame_delayed"),
             _members.boolean(members, "calibration_needed"),
@@ -41,6 +46,7 @@ class FrameDecoder:
         self._ticks_per_second = ticks_per_second
         self._group_sizes: list[int] = []
         self._parts: list[tuple[ItemLayout, int, tuple[int, int, int]]] = []
+        self._unknown_truth = (None,) * len(metadata.layouts)
         offset = 0
         for layout in metadata.layouts:
             self._group_sizes[layout.group :] = [layout.index + 1]
@@ -74,21 +80,22 @@ class FrameDecoder:
         truth: Sequence[ItemTruth | None] | None = None,
     ) -> tuple[Item, ...]:
         """The items of a frame, whose first one was measured at a time in seconds."""
-        first_tick = readings[0].tick if readings else 0
-        parts = zip(readings, self._parts, strict=True)
-        return tuple(
-            Item(
-                layout,
-                _view(payload, offset, shape),
-                reading.tick,
-                time + self._seconds_between(first_tick, reading.tick),
-                reading.temperature,
-                reading.flags,
-                reading.cca_value,
-                truth[place] if truth else None,
+        items = []
+        parts = zip(readings, self._parts, truth or self._unknown_truth, strict=True)
+        for reading, (layout, offset, shape), item_truth in parts:
+            items.append(
+                Item(
+                    layout,
+                    _view(payload, offset, shape),
+                    reading.tick,
+                    time + self._seconds_between(readings[0].tick, reading.tick),
+                    reading.temperature,
+                    reading.flags,
+                    reading.cca_value,
+                    item_truth,
+                )
             )
-            for place, (reading, (layout, offset, shape)) in enumerate(parts)
-        )
+        return tuple(items)
 
     def _seconds_between(self, tick: int, other: int) -> float:
         """The items of a frame are measured within a short time of each other, in any order."""

@@ -62,10 +62,19 @@ class _AnnouncedItem:
 
 
 def describe_session(document: dict[str, Any], configuration: dict[str, Any]) -> SessionMetadata:
+    """Decodes a session metadata message of a server; raises ProtocolError as decode_metadata().
+
+    It also raises it if the session does not measure what was requested.
+    """
+    metadata = decode_metadata(document, configuration)
+    _check_requested(metadata.layouts, configuration)
+    return metadata
+
+
+def decode_metadata(document: dict[str, Any], configuration: dict[str, Any]) -> SessionMetadata:
     """Decodes a session metadata message, and adds what follows from the configuration document.
 
-    Raises ProtocolError if a member is missing or out of range, the lengths are inconsistent, or the session
-    does not measure what was requested.
+    Raises ProtocolError if a member is missing or out of range, or the lengths are inconsistent.
     """
     if _count_values(document) > _MOST_VALUES:
         raise ProtocolError(f"The session metadata have more than {_MOST_VALUES} values.")
@@ -191,23 +200,35 @@ def _check_frame_size(items: list[_AnnouncedItem]) -> None:
 
 
 def _lay_out(announced: list[_AnnouncedItem], configuration: dict[str, Any]) -> tuple[ItemLayout, ...]:
-    """The layouts of all items; raises ProtocolError if they are not those that were requested."""
+    """The layouts of all items, as far as the configuration describes them."""
+    unknown = ConfiguredItem(0, 0.0, 0.0, ())
+    configured = [*(_list_usable_items(configuration) or []), *([unknown] * len(announced))]
+    return tuple(_layout(*pair) for pair in zip(announced, configured, strict=False))
+
+
+def _list_usable_items(configuration: dict[str, Any]) -> list[ConfiguredItem] | None:
+    """The items of a configuration; None if it has some that the host cannot use, but the server accepts."""
     try:
-        configured = list_items(configuration)
+        return list_items(configuration)
     except ConfigurationError:
-        # The server accepts items that the host cannot use.
-        return tuple(_layout(item, ConfiguredItem(0, 0.0, 0.0, ())) for item in announced)
-    if len(configured) != len(announced):
+        return None
+
+
+def _check_requested(layouts: tuple[ItemLayout, ...], configuration: dict[str, Any]) -> None:
+    """Raises an error if a session does not measure what was requested."""
+    configured = _list_usable_items(configuration)
+    if configured is None:
+        return
+    if len(configured) != len(layouts):
         raise ProtocolError(
-            f"The session metadata describe {len(announced)} items, but the configuration has "
+            f"The session metadata describe {len(layouts)} items, but the configuration has "
             f"{len(configured)}: another program may be using the same link."
         )
-    for pair in zip(announced, configured, strict=True):
+    for pair in zip(layouts, configured, strict=True):
         _check_subsweeps(*pair)
-    return tuple(_layout(*pair) for pair in zip(announced, configured, strict=True))
 
 
-def _check_subsweeps(item: _AnnouncedItem, configured: ConfiguredItem) -> None:
+def _check_subsweeps(item: ItemLayout, configured: ConfiguredItem) -> None:
     """Raises an error if an item does not have the sub-sweeps that were requested."""
     pairs = zip(item.subsweeps, configured.subsweeps, strict=False)
     if len(item.subsweeps) != len(configured.subsweeps) or not all(_is_requested(*pair) for pair in pairs):

@@ -56,6 +56,9 @@ class DescriptorLink:
     #: What the link is called in messages.
     kind = "A socket"
 
+    #: Whether a read of no bytes shows that the other side has closed the link.
+    _empty_read_is_end = True
+
     def __init__(self, stream: Any) -> None:
         """Takes over an object with `fileno()` and `close()`."""
         self._stream = stream
@@ -67,19 +70,10 @@ class DescriptorLink:
 
     def read_into(self, buffers: Sequence[memoryview], timeout: float) -> int:
         """See Link."""
-        while True:
-            try:
-                count = os.readv(self._descriptor, buffers)
-            except BlockingIOError:
-                if not _wait(self._input, timeout):
-                    return 0
-                timeout = 0.0
-                continue
-            except OSError as failure:
-                raise self._lost(failure) from None
-            if count == 0:
-                raise self._lost(None)
-            return count
+        count = self._read(buffers)
+        if count is None and _wait(self._input, timeout):
+            count = self._read(buffers, is_ready=True)
+        return count or 0
 
     def write(self, data: bytes, timeout: float) -> None:
         """See Link."""
@@ -103,6 +97,18 @@ class DescriptorLink:
     def close(self) -> None:
         """See Link."""
         self._stream.close()
+
+    def _read(self, buffers: Sequence[memoryview], is_ready: bool = False) -> int | None:
+        """Reads the bytes that are there; None if there are none. A link that is ready has bytes, or its end."""
+        try:
+            count = os.readv(self._descriptor, buffers)
+        except BlockingIOError:
+            return None
+        except OSError as failure:
+            raise self._lost(failure) from None
+        if count == 0 and (is_ready or self._empty_read_is_end):
+            raise self._lost(None)
+        return count or None
 
     def _lost(self, failure: OSError | None) -> ConnectionLost:
         """The exception for a lost connection; without a failure the server has closed it."""
@@ -130,6 +136,8 @@ class TcpLink(DescriptorLink):
 
 class SerialLink(DescriptorLink):
     """A link over a serial line."""
+
+    _empty_read_is_end = False
 
     def set_baudrate(self, baudrate: int) -> int:
         """See Link."""

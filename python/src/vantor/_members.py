@@ -16,11 +16,12 @@ UINT32 = (0, 2**32 - 1)
 _WRONG_PROTOCOL = "server and host do not use the same protocol."
 
 
-def member(members: object, name: str) -> Any:
+def member(members: Any, name: str) -> Any:
     """A required member."""
-    if not isinstance(members, dict) or name not in members:
-        raise ProtocolError(f'The server\'s message has no "{name}": {_WRONG_PROTOCOL}')
-    return members[name]
+    try:
+        return members[name]
+    except (KeyError, IndexError, TypeError):
+        raise ProtocolError(f'The server\'s message has no "{name}": {_WRONG_PROTOCOL}') from None
 
 
 def array(members: object, name: str) -> list[Any]:
@@ -64,9 +65,9 @@ def number(members: object, name: str) -> float:
 def boolean(members: object, name: str) -> bool:
     """A required truth value."""
     value = member(members, name)
-    if not isinstance(value, bool):
-        raise _refusal(name, "true or false")
-    return value
+    if value is True or value is False:
+        return value
+    raise _refusal(name, "true or false")
 
 
 def text(members: object, name: str) -> str:

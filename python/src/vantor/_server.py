@@ -2,6 +2,7 @@
 
 import time
 from collections.abc import Callable, Sequence
+from contextlib import suppress
 from os import PathLike
 from types import TracebackType
 from typing import Any, Self
@@ -14,7 +15,7 @@ from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
 from .configuration import load_configuration
-from .errors import ProtocolError
+from .errors import Error, ProtocolError
 from .server_info import ServerInfo, decode_server_info
 
 #: The version of the protocol that this package uses.
@@ -110,7 +111,9 @@ class Server:
         try:
             self._conversation.request("ping")
         except BaseException:
-            self._conversation.set_baudrate(former)
+            # The server also returns to it.
+            with suppress(Error):
+                self._conversation.set_baudrate(former)
             raise
 
     def session(

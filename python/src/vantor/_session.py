@@ -183,9 +183,10 @@ class Session:
 
     def _run_stream(self, count: int | None, seconds: float | None) -> Iterator[Frame]:
         stream = self._start()
+        limit = self._conversation.frame_limit()
         deadline = None if seconds is None else self._conversation.now() + seconds
         while count is None or stream.number < count:
-            frame = self._next_frame(stream, deadline)
+            frame = self._next_frame(stream, limit, deadline)
             if frame is None:
                 break
             try:
@@ -221,9 +222,9 @@ class Session:
         self._ended = True
         self._leave_stream()
 
-    def _next_frame(self, stream: _Stream, deadline: float | None) -> Frame | None:
+    def _next_frame(self, stream: _Stream, limit: Limit, deadline: float | None) -> Frame | None:
         """The next frame of the stream; None if none arrives until a deadline."""
-        limit = self._conversation.frame_limit()
+        limit.deadline = self._conversation.now() + self._conversation.frame_time
         while True:
             if self._stream is not stream:
                 raise Error("Another stream was started, or the session has ended, during this stream.")
@@ -232,6 +233,7 @@ class Session:
                 return None if message is None else self._compose(message, stream)
             except BadMessage as fault:
                 stream.note_damage(fault)
+                self._conversation.check_limit(limit)
 
     def _next_message(self, stream: _Stream, limit: Limit, deadline: float | None) -> Message | None:
         """The next message of the stream; None if none arrives until a deadline."""

@@ -5,7 +5,7 @@ objects.
 """
 
 from collections.abc import Iterator, Mapping
-from dataclasses import dataclass, fields
+from dataclasses import dataclass, field, fields
 
 import numpy as np
 import numpy.typing as npt
@@ -66,7 +66,7 @@ class ItemLayout:
     sensor_id: int
     sweeps: int
     subsweeps: tuple[Subsweep, ...]
-    distances_m: Floats
+    distances_m: Floats = field(repr=False)
     sweep_rate_hz: float
     max_sweep_rate_hz: float
     wavelength_m: float
@@ -153,8 +153,8 @@ class Item:
         truth: what a simulated sensor should have found; None if unknown.
     """
 
-    layout: ItemLayout
-    samples: Samples
+    layout: ItemLayout = field(repr=False)
+    samples: Samples = field(repr=False)
     tick: int
     time: float
     temperature: int
@@ -212,7 +212,7 @@ class Frame:
     items: tuple[Item, ...]
     missing: int
     lost_before: int
-    _places: Mapping[tuple[int, int], int]
+    _places: Mapping[tuple[int, int], int] = field(repr=False)
 
     @property
     def time(self) -> float:
