@@ -36,6 +36,8 @@ def count_matches(found_m: np.ndarray, targets_m: np.ndarray, gate_m: float) -> 
 def main(path: str, false_alarm_rate: str = "1e-4") -> None:
     """Detect in the first item, and print how many targets were found."""
     recording = vantor.open(path)
+    if recording.scene is None:
+        sys.exit("The recording has no truth: record it from simulated sensors.")
     gate_m = vantor.plan(recording.configuration)[0, 0].subsweeps[0].pulse_width_m
     due = matched = detections = 0
     with (recording.directory / "detections.csv").open("w") as table:

@@ -1,6 +1,5 @@
 """Every program in docs/python.md runs, and prints what the document says."""
 
-import os
 import re
 import subprocess
 import sys
@@ -8,6 +7,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
+from processes import RunningServer
 from recordings import EXAMPLES, make_recording
 
 DOCUMENT = (EXAMPLES.parent / "docs" / "python.md").read_text(encoding="utf-8")
@@ -29,15 +29,14 @@ def directory(tmp_path_factory: pytest.TempPathFactory) -> Path:
 @pytest.fixture(scope="module")
 def port() -> Iterator[str]:
     """The port of a server."""
-    with subprocess.Popen([os.environ["VANTOR_SERVER"], "--tcp", "0"], stdout=subprocess.PIPE, text=True) as server:
-        assert server.stdout is not None
-        yield server.stdout.readline().rpartition(":")[2].strip()
-        server.terminate()
+    with RunningServer("--tcp", "0") as server:
+        yield server.address.rpartition(":")[2]
 
 
 @pytest.mark.parametrize(("program", "expected"), PROGRAMS, ids=range(len(PROGRAMS)))
 def test_program(program: str, expected: str, directory: Path, port: str) -> None:
-    command = [sys.executable, "-W", "error", "-c", program.replace("tcp:localhost:6110", f"tcp:localhost:{port}")]
+    program = program.replace("tcp:localhost:6110", f"tcp:localhost:{port}")
+    command = [sys.executable, "-W", "error", "-c", program]
     outcome = subprocess.run(command, cwd=directory, capture_output=True, text=True, check=False)
     assert outcome.returncode == 0, outcome.stderr
     if expected:

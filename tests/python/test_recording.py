@@ -12,11 +12,12 @@ from typing import Any
 
 import numpy as np
 import pytest
+from processes import RunningServer, campaign
 from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_damage, same_text
 
 import vantor
 
-COUNT = int(os.environ.get("VANTOR_CAMPAIGN_SIZE", "30"))
+COUNT = campaign(whole=2000, sample=30)
 
 
 @pytest.fixture(scope="module")
@@ -85,14 +86,15 @@ def test_arrays_are_those_of_the_export(name: str, request: pytest.FixtureReques
         np.testing.assert_allclose(times, arrays["time_s"], rtol=0.0, atol=1e-9)
 
 
-def test_frames_are_those_of_a_live_session(two_sensors: Path, scene: Path) -> None:
-    """On the virtual clock, each run of a session gives the same bytes."""
-    recording = vantor.open(two_sensors)
+def live_frames(configuration: Path, scene: Path, recording: vantor.Recording) -> list[vantor.Frame]:
+    """The frames of a session like that of a recording."""
     with vantor.connect(f"sim:--clock virtual --scene {scene}") as server:
-        with server.session(vantor.load_configuration(EXAMPLES / "two_sensors.json")) as session:
-            live = list(session.frames(count=40))
-    recorded = list(recording)
-    assert len(live) == len(recorded) == 40
+        with server.session(configuration) as session:
+            return list(session.frames(count=len(recording)))
+
+
+def check_frames(live: list[vantor.Frame], recorded: list[vantor.Frame]) -> None:
+    """Compare all that frames contain."""
     for frame, other in zip(live, recorded, strict=True):
         for name in ("number", "missing", "lost_before"):
             assert getattr(frame, name) == getattr(other, name), name
@@ -100,7 +102,21 @@ def test_frames_are_those_of_a_live_session(two_sensors: Path, scene: Path) -> N
             np.testing.assert_array_equal(item.samples, other_item.samples, strict=True)
             for name in ("tick", "time", "temperature", "flags", "cca_value", "truth"):
                 assert getattr(item, name) == getattr(other_item, name), name
+
+
+def test_frames_are_those_of_a_live_session(two_sensors: Path, scene: Path) -> None:
+    """On the virtual clock, each run of a session gives the same bytes."""
+    recording = vantor.open(two_sensors)
+    live = live_frames(EXAMPLES / "two_sensors.json", scene, recording)
+    check_frames(live, list(recording))
     assert len({str(item.flags) for frame in live for item in frame}) > 3
+
+
+def test_gaps_are_those_of_a_live_session(with_gaps: Path) -> None:
+    recording = vantor.open(with_gaps)
+    live = live_frames(with_gaps.with_name("slow.json"), with_gaps.with_name("scene.json"), recording)
+    check_frames(live, list(recording))
+    assert [frame.lost_before for frame in live] == recording.lost_before.tolist()
 
 
 def test_frames_are_rows_of_the_items(two_sensors: Path) -> None:
@@ -138,7 +154,7 @@ def test_a_gap_is_counted_where_it_is(with_gaps: Path) -> None:
     ]
 
 
-def test_breaks_are_told(with_breaks: Path) -> None:
+def test_breaks_have_a_reason_and_a_length(with_breaks: Path) -> None:
     recording = vantor.open(with_breaks)
     reasons = [segment.reason for segment in recording.segments]
     assert reasons[0] == ""
@@ -160,6 +176,9 @@ def test_the_description_of_the_session(two_sensors: Path, scene: Path) -> None:
     assert recording.finished
     assert not recording.in_progress
     assert recording.damage() == ()
+    assert repr(recording) == f"<Recording {two_sensors}: 40 frames of 3 items>"
+    assert repr(recording[0, 1]) == "<RecordedItem [0, 1]: 40 frames of 2 x 220 samples>"
+    assert "array" not in repr(recording.frame(0))
 
 
 def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path: Path) -> None:
@@ -186,14 +205,9 @@ def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path:
 
 
 def test_a_recording_without_truth(two_sensors: Path, tmp_path: Path) -> None:
-    with subprocess.Popen(
-        [os.environ["VANTOR_SERVER"], "--tcp", "0"], stdout=subprocess.PIPE, text=True
-    ) as server:
-        assert server.stdout is not None
-        address = server.stdout.readline().split()[-1]
-        configuration = EXAMPLES / "single_sensor.json"
-        host("record", configuration, "--frames", 3, "--connect", address, "--output", tmp_path / "plain")
-        server.terminate()
+    with RunningServer("--tcp", "0") as server:
+        place = ("--connect", server.address, "--output", tmp_path / "plain")
+        host("record", EXAMPLES / "single_sensor.json", "--frames", 3, *place)
     recording = vantor.open(tmp_path / "plain")
     assert recording.scene is None
     assert recording.truth(0, 0) == (None, None, None)

@@ -19,7 +19,7 @@ from .errors import (
 )
 from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
 from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment
-from .recording import open as open  # not in __all__: "from vantor import *" must not replace the built-in one
+from .recording import open as open  # not in __all__: a star import must not replace the built-in one
 from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
 from .truth import ItemTruth, TargetTruth
 

@@ -6,6 +6,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ._frame_table import Rows
 from ._loss import LossCounter
 
 #: Most captures with which one that begins at a gap is listed.
@@ -62,7 +63,7 @@ def period_of_unlisted_gaps(period: float, finished: bool, captures: list[Segmen
     return 0.0 if all_listed or len(captures) >= _MOST_CAPTURES_WITH_BREAKS else period
 
 
-def count_missing(captures: list[Segment], period: float, rows: npt.NDArray[np.void]) -> Counts:
+def count_missing(captures: list[Segment], period: float, rows: Rows) -> Counts:
     """Number of frames missing before each frame since the start of the recording, shape (frames,).
 
     captures: those in the documents
@@ -71,13 +72,15 @@ def count_missing(captures: list[Segment], period: float, rows: npt.NDArray[np.v
     """
     starts = np.array([capture.first_frame for capture in captures])
     listed = np.array([0, *(capture.missing for capture in captures)])
-    if not period > 0.0:
-        missing = listed[np.searchsorted(starts, np.arange(len(rows)), side="right")]
-        return missing.astype(np.int64)
-    return np.array(_count_from_ticks(captures, period, rows), dtype=np.int64)
+    if period > 0.0:
+        missing = np.array(_count_from_ticks(captures, period, rows), dtype=np.int64)
+    else:
+        missing = listed[np.searchsorted(starts, np.arange(len(rows)), side="right")].astype(np.int64)
+    missing.flags.writeable = False
+    return missing
 
 
-def _count_from_ticks(captures: list[Segment], period: float, rows: npt.NDArray[np.void]) -> list[int]:
+def _count_from_ticks(captures: list[Segment], period: float, rows: Rows) -> list[int]:
     """The same, with gaps between and after the captures that only the ticks show."""
     begins = {capture.first_frame: capture for capture in captures}
     counter = LossCounter(period)

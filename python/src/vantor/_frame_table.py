@@ -34,15 +34,18 @@ ROW = np.dtype(
     ]
 )
 
+Rows = npt.NDArray[np.void]
+
 _NUMBER = rb"-?(?:[0-9]+\.?[0-9]*|\.[0-9]+)(?:e[+-]?[0-9]+)?"
 _CELLS = (
     rb"[0-9]{1,18}", _NUMBER, rb"[0-9]{1,18}", rb"-?[0-9]{1,9}", rb"[01]", rb"[01]", rb"[01]",
     rb"[01]?", rb"(?:" + _NUMBER + rb")?", rb"[01]?", rb"[01]?",
 )  # fmt: skip
-_ROWS = re.compile(rb"(?:" + rb",".join(_CELLS) + rb"\n)*+")
+_ROWS = re.compile(rb"(?:" + rb",".join(_CELLS) + rb"\n)*")
 _ROW = re.compile(rb",".join(rb"(" + cell + rb")" for cell in _CELLS) + rb"\n")
 
 _LONGEST_LINE = 4096
+_BLOCK = 2**20
 
 #: More seconds than any recording has: 2^64 ticks of the slowest server.
 _LONGEST_TIME = 2e22
@@ -59,19 +62,18 @@ class FrameTable:
         fault: what is wrong; None if nothing is, or if only the last row is incomplete.
     """
 
-    rows: npt.NDArray[np.void]
+    rows: Rows
     size: int
     rows_size: int
     fault: str | None
 
 
 def read_frame_table(path: Path) -> FrameTable:
-    """Read a table; raises RecordingError if it cannot be read."""
+    """Reads a table; raises RecordingError if it cannot be read."""
     data = read_file(path)
     if not data.startswith(HEAD):
         return FrameTable(np.empty(0, ROW), len(data), 0, f"{path} is not a frame table.")
-    match = _ROWS.match(data, len(HEAD))
-    likely = _convert(data[len(HEAD) : match.end() if match else None])
+    likely = _convert(data[len(HEAD) : _end_of_rows(data)])
     rows = likely[: _count_correct(likely)]
     rows.flags.writeable = False
     lines = np.flatnonzero(np.frombuffer(data, np.uint8) == ord("\n"))
@@ -84,8 +86,16 @@ def read_frame_table(path: Path) -> FrameTable:
     return FrameTable(rows, len(data), rows_size, fault)
 
 
-def _convert(text: bytes) -> npt.NDArray[np.void]:
-    """Convert rows that have the right form."""
+def _end_of_rows(data: bytes) -> int:
+    """The end of the rows that have the right form; found in blocks, because the search needs memory."""
+    position = len(HEAD)
+    while (found := _ROWS.match(data, position, position + _BLOCK)) and found.end() > position:
+        position = found.end()
+    return position
+
+
+def _convert(text: bytes) -> Rows:
+    """Converts rows that have the right form."""
     cells = _ROW.findall(text)
     rows = np.empty(len(cells), ROW)
     for name, column in zip(ROW.names or (), zip(*cells, strict=True), strict=bool(cells)):
@@ -99,7 +109,7 @@ def _convert(text: bytes) -> npt.NDArray[np.void]:
     return rows
 
 
-def _count_correct(rows: npt.NDArray[np.void]) -> int:
+def _count_correct(rows: Rows) -> int:
     """The number of rows before the first one with an impossible value."""
     correct = rows["frame"] == np.arange(len(rows))
     correct &= (rows["time_s"] >= 0.0) & (rows["time_s"] <= _LONGEST_TIME) & ~np.isinf(rows["cca_value"])

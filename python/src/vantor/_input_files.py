@@ -8,7 +8,7 @@ from .errors import RecordingError
 
 
 def open_file(path: Path) -> BinaryIO:
-    """Open a regular file; raises RecordingError."""
+    """Opens a regular file; raises RecordingError."""
     if path.exists() and not path.is_file():
         raise RecordingError(f"Cannot read {path}: it is not a regular file.")
     try:

@@ -2,31 +2,13 @@
 
 import json
 import math
-import re
+from contextlib import suppress
 from typing import Any
 
+from ._json_fault import DEEPEST_NESTING, MOST_VALUES, TooDeep, TooManyValues, find_fault
 from .errors import ConfigurationError
 
-_DEEPEST_NESTING = 64
-_MOST_VALUES = 200_000
 _INTEGERS = range(-(2**63), 2**64)
-
-_UNEXPECTED = "invalid or unexpected character"
-
-_STRING = rb'"(?:[^"\\]|\\.)*+"?'
-_SURROGATES = rb"u[dD][89abAB][0-9a-fA-F]{2}\\u[dD][c-fC-F][0-9a-fA-F]{2}"
-
-#: What Python decodes although it is not JSON: bytes of which it contains one, the fault as group 1 of a
-#: pattern, and the reason.
-_FAULTS = (
-    ((b"\0",), re.compile(rb"(\0)"), "it contains a null byte"),
-    ((b"NaN", b"Infinity"), re.compile(_STRING + rb"|(NaN|-?Infinity)", re.DOTALL), _UNEXPECTED),
-    (
-        (b"\\ud", b"\\uD"),
-        re.compile(rb"\\(?:" + _SURROGATES + rb"|(u[dD][89a-fA-F][0-9a-fA-F]{2})|.)", re.DOTALL),
-        "half of a surrogate pair",
-    ),
-)
 
 
 class _Repeated(Exception):
@@ -38,7 +20,7 @@ class _TooLarge(Exception):
 
 
 def parse(text: bytes, name: str) -> Any:
-    """Parse a JSON text; refuse repeated members, very deep nesting and very many values.
+    """Parses a JSON text; refuses repeated members, very deep nesting and very many values.
 
     Args:
         text: in UTF-8.
@@ -47,12 +29,13 @@ def parse(text: bytes, name: str) -> Any:
     Raises:
         ConfigurationError: the text is not JSON, or refused.
     """
+    end = text.find(0)
+    if end >= 0:
+        raise ConfigurationError(f"{name} is not valid JSON at {_place(text, end)}: it contains a null byte.")
     try:
-        decoded = _decode_text(text, name)
-        document = _DECODER.decode(decoded)
-    except json.JSONDecodeError as fault:
-        before = fault.doc[: fault.pos].encode("utf-8", "replace")
-        raise _invalid(name, before, _reason(fault)) from None
+        document = _DECODER.decode(_decode_text(text))
+    except ValueError:
+        raise _invalid(text, name) from None
     except RecursionError:
         raise _too_deep(name) from None
     except _TooLarge:
@@ -61,13 +44,13 @@ def parse(text: bytes, name: str) -> Any:
         raise ConfigurationError(
             f'{name}: an object contains the member "{fault}" twice; remove one of them.'
         ) from None
-    if len(text) > _MOST_VALUES or text.count(b"{") + text.count(b"[") > _DEEPEST_NESTING:
+    if len(text) > MOST_VALUES or text.count(b"{") + text.count(b"[") > DEEPEST_NESTING:
         _check_size(document, name)
     return document
 
 
 def copy(document: object) -> Any:
-    """Return a document as it arrives at a server: lists for tuples, text for keys.
+    """Returns a document as it arrives at a server: lists for tuples, text for keys.
 
     Raises ConfigurationError if it is not JSON.
     """
@@ -79,7 +62,7 @@ def copy(document: object) -> Any:
 
 
 def dump(value: Any) -> str:
-    """Write a value on one line, members in the order of their names."""
+    """Writes a value on one line, members in the order of their names."""
     if isinstance(value, float):
         return _float_text(value)
     if isinstance(value, dict):
@@ -119,46 +102,69 @@ def _read_integer(text: str) -> int | float:
     return number if number is not None and number in _INTEGERS else _read_float(text)
 
 
-_DECODER = json.JSONDecoder(object_pairs_hook=_read_object, parse_float=_read_float, parse_int=_read_integer)
+def _refuse_constant(text: str) -> float:
+    raise ValueError(text)
 
 
-def _decode_text(text: bytes, name: str) -> str:
-    """Decode UTF-8, and refuse what the decoder of Python accepts, but JSON does not."""
-    for signs, fault, reason in _FAULTS:
-        for found in fault.finditer(text) if any(sign in text for sign in signs) else ():
-            if found[1] is not None:
-                raise _invalid(name, text[: found.start(1)], reason)
+_DECODER = json.JSONDecoder(
+    object_pairs_hook=_read_object,
+    parse_float=_read_float,
+    parse_int=_read_integer,
+    parse_constant=_refuse_constant,
+)
+
+
+def _decode_text(text: bytes) -> str:
+    """Decodes UTF-8, and refuses halves of surrogate pairs, which the decoder of Python accepts."""
+    has_surrogates = b"\\ud" in text or b"\\uD" in text
+    with suppress(TooDeep, TooManyValues):
+        if has_surrogates and find_fault(text) is not None:
+            raise ValueError
+    return text.decode("utf-8-sig")
+
+
+def _invalid(text: bytes, name: str) -> ConfigurationError:
+    """Describes where a text is not JSON."""
     try:
-        return text.decode("utf-8-sig")
-    except UnicodeDecodeError as fault:
-        raise _invalid(name, text[: fault.start], _UNEXPECTED) from None
+        position = find_fault(text)
+    except TooDeep:
+        return _too_deep(name)
+    except TooManyValues:
+        return _too_large(name)
+    position = len(text) if position is None else position
+    found = text[position : position + 1]
+    reason = "invalid or unexpected character"
+    if not found:
+        reason = "the text ends too early"
+    elif found == b"\n":
+        reason = "a line ends within a string"
+    elif b" " <= found <= b"~":
+        reason = f'unexpected "{found.decode()}"'
+    return ConfigurationError(f"{name} is not valid JSON at {_place(text, position)}: {reason}.")
 
 
-def _invalid(name: str, before: bytes, reason: str) -> ConfigurationError:
-    """Describe a fault by the text before it. Lines and columns count from 1, columns in bytes."""
-    line, column = before.count(10) + 1, len(before) - before.rfind(10)
-    return ConfigurationError(f"{name} is not valid JSON at line {line}, column {column}: {reason}.")
-
-
-def _reason(fault: json.JSONDecodeError) -> str:
-    """What is wrong at the position of a fault."""
-    if not fault.doc[fault.pos :].strip():
-        return "the text ends too early"
-    return fault.msg[0].lower() + fault.msg[1:]
+def _place(text: bytes, position: int) -> str:
+    """A position as "line L, column C", both from 1."""
+    before = text[:position]
+    return f"line {before.count(10) + 1}, column {position - before.rfind(10)}"
 
 
 def _too_deep(name: str) -> ConfigurationError:
-    return ConfigurationError(f"{name} nests objects and lists more than {_DEEPEST_NESTING} levels deep.")
+    return ConfigurationError(f"{name} nests objects and lists more than {DEEPEST_NESTING} levels deep.")
+
+
+def _too_large(name: str) -> ConfigurationError:
+    return ConfigurationError(f"{name} is too large: it has more than {MOST_VALUES} values.")
 
 
 def _check_size(document: Any, name: str) -> None:
-    """Refuse documents that are nested too deeply or have too many values."""
+    """Refuses documents that are nested too deeply or have too many values."""
     level = [document]
     values = 0
-    for _ in range(_DEEPEST_NESTING + 1):
+    for _ in range(DEEPEST_NESTING + 1):
         values += len(level)
-        if values > _MOST_VALUES:
-            raise ConfigurationError(f"{name} is too large: it has more than {_MOST_VALUES} values.")
+        if values > MOST_VALUES:
+            raise _too_large(name)
         if not level:
             return
         level = [value for part in level for value in _parts(part)]

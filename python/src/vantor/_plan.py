@@ -31,7 +31,7 @@ class SubsweepPlan:
 
     Attributes:
         offset: position of its first sample in a sweep.
-        points: number of samples.
+        length: number of points.
         first_m: distance of the first point.
         last_m: distance of the last point.
         step_m: distance between two points.
@@ -40,7 +40,7 @@ class SubsweepPlan:
     """
 
     offset: int
-    points: int
+    length: int
     first_m: float
     last_m: float
     step_m: float
@@ -110,7 +110,7 @@ class ItemPlan:
     @property
     def distances_m(self) -> NDArray[np.float64]:
         """Distance of each point of a sweep in metres, shape (points,)."""
-        parts = [part.first_m + part.step_m * np.arange(part.points) for part in self.subsweeps]
+        parts = [part.first_m + part.step_m * np.arange(part.length) for part in self.subsweeps]
         return np.concatenate(parts)
 
 
@@ -154,11 +154,12 @@ class Plan:
         for found in self.items:
             if (found.group, found.index) == place:
                 return found
-        raise KeyError(place)
+        known = ", ".join(f"[{item.group}, {item.index}]" for item in self.items)
+        raise IndexError(f"The configuration has no item {place}; it has {known or 'none'}.")
 
 
 def derive(document: _Members, baudrate: float | None = None) -> Plan:
-    """Derive the figures of a document in which every member is valid."""
+    """Derives the figures of a document in which every member is valid."""
     items = tuple(_plan_items(document))
     payload_bytes = sum(int(item.frame_length * _sensor.figure("sample_bytes")) for item in items)
     frame_bytes = payload_bytes + _header_length(document, payload_bytes)
@@ -217,11 +218,11 @@ def _figure_of(figure: str, members: _Members, name: str) -> float:
 
 
 def _plan_item(document: _Members, group: int, index: int) -> ItemPlan:
-    """Derive the figures of an item."""
+    """Derives the figures of an item."""
     config = document["config"]
     subsweeps: list[SubsweepPlan] = []
     for subsweep in list_subsweeps(config):
-        subsweeps.append(_plan_subsweep(subsweep, sum(part.points for part in subsweeps)))
+        subsweeps.append(_plan_subsweep(subsweep, sum(part.length for part in subsweeps)))
     continuous = bool(_sensor.member_or_default(config, "continuous_sweep_mode"))
     idle_state = _sensor.member_or_default(config, "inter_sweep_idle_state")
     high_speed = len(subsweeps) == 1 and not continuous and idle_state == "ready"
@@ -238,7 +239,7 @@ def _plan_item(document: _Members, group: int, index: int) -> ItemPlan:
         index=index,
         sensor_id=int(min(document["sensor_id"], 2**32 - 1)),
         sweeps=sweeps,
-        points=sum(part.points for part in subsweeps),
+        points=sum(part.length for part in subsweeps),
         high_speed_mode=high_speed,
         sweep_s=sweep_us * 1.0e-6,
         frame_s=(wake_us + assessment_us + (sweeps - 1) * period_us + sweep_us) * 1.0e-6,
@@ -250,16 +251,16 @@ def _plan_item(document: _Members, group: int, index: int) -> ItemPlan:
 
 
 def _plan_subsweep(subsweep: _Members, offset: int) -> SubsweepPlan:
-    """Derive the distances of a sub-sweep."""
+    """Derives the distances of a sub-sweep."""
     base_step_m = _sensor.figure("base_step")
-    points = int(_number(subsweep, "num_points"))
+    length = int(_number(subsweep, "num_points"))
     first_m = _number(subsweep, "start_point") * base_step_m
     step_m = _number(subsweep, "step_length") * base_step_m
     return SubsweepPlan(
         offset=offset,
-        points=points,
+        length=length,
         first_m=first_m,
-        last_m=first_m + (points - 1) * step_m,
+        last_m=first_m + (length - 1) * step_m,
         step_m=step_m,
         pulse_width_m=_sensor.figure("pulse_width", str(int(_number(subsweep, "profile")))),
         unambiguous_m=_figure_of("farthest_point", subsweep, "prf") * base_step_m,
@@ -365,7 +366,7 @@ def _find_doubts(document: _Members, items: Sequence[ItemPlan], lasting: float) 
 
 
 def _too_high(place: str, got: Any, bound: float, reason: str) -> Fault:
-    """Describe a rate that is too high."""
+    """Describes a rate that is too high."""
     nearest = _rounded_down(bound)
     return Fault(place, dump(got), f"at most {dump(nearest)}: {reason}", nearest)
 

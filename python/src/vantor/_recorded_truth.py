@@ -43,7 +43,7 @@ class RecordedTruth:
     """What simulated sensors should have found in the frames of a recording."""
 
     def __init__(self, files: RecordingFiles) -> None:
-        """Find the line of each frame and item, by its sensor and tick."""
+        """Finds the line of each frame and item, by its sensor and tick."""
         self._files = files
         self._path = files.documents.directory / TRUTH_FILE
         self._fault: str | None = None
@@ -93,14 +93,14 @@ class _Reader:
         self._key_of = key_of
         layouts = [item.item.layout for item in files.items]
         self._places = {(layout.group + 1, layout.index + 1): place for place, layout in enumerate(layouts)}
-        self._ticks = [item.table.rows["tick"].tolist() if item.table else [] for item in files.items]
+        self._ticks = [item.rows["tick"].tolist() for item in files.items]
         self._last = (-1, -1)
         self._has_wrong_line = False
         self._has_surplus = False
         self._read(text)
 
     def _read(self, text: _Text) -> None:
-        """Read all lines; the first one describes the scene."""
+        """Reads all lines; the first one describes the scene."""
         start = text.find(b"\n") + 1
         if start == 0:
             self.faults.append(f"{self._path} has no first line, which describes the scene.")
@@ -116,13 +116,13 @@ class _Reader:
         self.faults.append(f"{TRUTH_FILE} {text}")
 
     def _refuse_line(self, reason: str) -> None:
-        """Note a line that is wrong; the first one is described."""
+        """Notes a line that is wrong; the first one is described."""
         if not self._has_wrong_line:
             self._add_fault(f"has a wrong line: {reason}")
         self._has_wrong_line = True
 
     def _read_line(self, line: bytes, start: int) -> None:
-        """Note where a line starts if it belongs to a frame that is left."""
+        """Notes where a line starts if it belongs to a frame that is left."""
         if len(line) > _MOST_LINE_BYTES:
             self._refuse_line(f"{self._path} has a line of more than {_MOST_LINE_BYTES} bytes.")
             return
@@ -155,7 +155,7 @@ class _Reader:
         )
 
     def _check_rest(self, size: int) -> None:
-        """Check that nothing follows the lines of the frames that are left."""
+        """Checks that nothing follows the lines of the frames that are left."""
         if size > _MOST_LINE_BYTES:
             self._refuse_line(f"{self._path} has a line of more than {_MOST_LINE_BYTES} bytes.")
         frames = self._files.frames

@@ -9,7 +9,7 @@ from typing import Any, TypeVar
 from ._input_files import read_file, size_of
 from ._items import list_items
 from ._json_text import parse
-from ._layout import SessionMetadata, describe_session, nominal_frame_rate
+from ._layout import SessionMetadata, decode_metadata, nominal_frame_rate
 from .errors import ConfigurationError, ProtocolError, RecordingError
 from .frame import ItemLayout
 
@@ -121,7 +121,7 @@ class RecordingDocuments:
 
 
 def read_documents(place: Path) -> RecordingDocuments:
-    """Read the documents of a recording; if one is damaged, the others replace it as far as possible.
+    """Reads the documents of a recording; if one is damaged, the others replace it as far as possible.
 
     place: the directory of the recording, or any of its files
 
@@ -161,7 +161,7 @@ def _recording_directory(place: Path) -> Path:
 
 
 def _require_recording(directory: Path) -> None:
-    """Raise RecordingError if a directory does not have the documents of a recording."""
+    """Raises RecordingError if a directory does not have the documents of a recording."""
     collection = directory / COLLECTION_NAME
     if collection.exists() or (directory / f"{_FIRST_ITEM}.sigmf-meta").exists():
         return
@@ -183,7 +183,7 @@ def _read_text(path: Path) -> bytes:
 
 
 def _read_checked(path: Path, read: Callable[[], _Result]) -> _Result:
-    """Call a function that reads a document; turn each of its exceptions into RecordingError."""
+    """Calls a function that reads a document; turns each of its exceptions into RecordingError."""
     try:
         return read()
     except _NotWritten:
@@ -212,7 +212,7 @@ def _is(value: Any, kind: type | tuple[type, ...]) -> bool:
 
 
 def _read_session(members: _Members) -> SessionDescription:
-    """Read the description of the session from an object that contains it."""
+    """Reads the description of the session from an object that contains it."""
     about = _member(members, "vantor:server", dict)
     configuration = _member(members, "vantor:configuration", object)
     document = _member(members, "vantor:metadata", dict)
@@ -220,10 +220,10 @@ def _read_session(members: _Members) -> SessionDescription:
     truth = members.get(TRUTH)
     session = SessionDescription(
         configuration=configuration,
-        metadata=describe_session(document, configuration),
+        metadata=decode_metadata(document, configuration),
         server=RecordedServer(
             server_version=_member(about, "version", str),
-            protocol_version=_member(about, "protocol_version", int),
+            protocol_version=_check_version(_member(about, "protocol_version", int)),
             sensor=_member(about, "sensor", str),
             ticks_per_second=float(_member(about, "ticks_per_second", (int, float))),
         ),
@@ -235,8 +235,14 @@ def _read_session(members: _Members) -> SessionDescription:
     return session
 
 
+def _check_version(version: int) -> int:
+    if not -(2**31) <= version < 2**31:
+        raise ProtocolError("The version of the protocol is not a whole number.")
+    return version
+
+
 def _check_number_of_items(configuration: Any, document: _Members) -> None:
-    """Raise ConfigurationError if configuration and metadata have different numbers of items."""
+    """Raises ConfigurationError if configuration and metadata have different numbers of items."""
     configured = list_items(configuration) if isinstance(configuration, dict) else []
     groups = document.get("metadata")
     if isinstance(groups, list) and all(isinstance(group, list) for group in groups):
@@ -256,7 +262,7 @@ class _Description:
 
 
 def _read_description(path: Path, *names: str) -> _Description:
-    """Read the description of the session from the object at a place in a document."""
+    """Reads the description of the session from the object at a place in a document."""
     text = _read_text(path)
 
     def read() -> _Description:
@@ -269,7 +275,7 @@ def _read_description(path: Path, *names: str) -> _Description:
 
 
 def _read_session_twice(directory: Path) -> tuple[RecordingDocuments, bool]:
-    """Read the description of the session from the collection, or from its copy if that is damaged.
+    """Reads the description of the session from the collection, or from its copy if that is damaged.
 
     Returns also whether a second document confirms it: the collection and its copy agree, or a digest shows
     which one is right.
@@ -294,7 +300,7 @@ def _read_session_twice(directory: Path) -> tuple[RecordingDocuments, bool]:
 
 
 def _compare_with_copy(documents: RecordingDocuments, copy: _Description) -> bool:
-    """Compare the description with its copy, which is right if the item has its digest.
+    """Compares the description with its copy, which is right if the item has its digest.
 
     Returns whether it is known which one is right.
     """
@@ -315,7 +321,7 @@ def _compare_with_copy(documents: RecordingDocuments, copy: _Description) -> boo
 
 
 def _read_item(directory: Path, item: ItemDocument) -> None:
-    """Read the metadata of an item, and compute their digest."""
+    """Reads the metadata of an item, and computes their digest."""
     path = directory / f"{item.name}.sigmf-meta"
     text = _read_text(path)
     item.digest = hashlib.sha512(text).hexdigest()
@@ -329,7 +335,7 @@ def _read_item(directory: Path, item: ItemDocument) -> None:
 
 
 def _check_item(document: Any, layout: ItemLayout) -> None:
-    """Check that the metadata of an item have the members that are used, and belong to the session."""
+    """Checks that the metadata of an item have the members that are used, and belong to the session."""
     members = _member(document, "global", dict)
     captures = _member(document, "captures", list)
     if not captures:
@@ -355,7 +361,7 @@ def _check_count(members: _Members, name: str) -> None:
 
 
 def _check_capture(capture: Any, frame_length: int) -> None:
-    """Check that a segment of frames is described as the recorder does."""
+    """Checks that a segment of frames is described as the recorder does."""
     start = _member(capture, "core:sample_start", int)
     index = _member(capture, "core:global_index", int)
     _optional(capture, "core:datetime", str, "")
@@ -368,7 +374,7 @@ def _check_capture(capture: Any, frame_length: int) -> None:
 
 
 def _compare_with_session(documents: RecordingDocuments, original: _Members, confirmed: bool) -> None:
-    """Compare the metadata of the last item with the description of the session.
+    """Compares the metadata of the last item with the description of the session.
 
     They are corrected if they are not those that the collection lists and a second document confirms the
     description.

@@ -8,7 +8,7 @@ from pathlib import Path
 import numpy as np
 
 from ._captures import MOST_CAPTURES, Counts, Segment, count_missing, period_of_unlisted_gaps, read_captures
-from ._frame_table import HEAD, ROW, FrameTable, read_frame_table
+from ._frame_table import ROW, FrameTable, Rows, read_frame_table
 from ._input_files import open_file, size_of
 from ._layout import SAMPLE_SIZE
 from ._recording_documents import (
@@ -53,16 +53,16 @@ class ItemFiles:
         return (self.size or 0) // self.frame_size if self.frame_size else 0
 
     @property
-    def rows(self) -> int:
-        """Number of correct rows in the frame table."""
-        return len(self.table.rows) if self.table else 0
+    def rows(self) -> Rows:
+        """The correct rows of the frame table."""
+        return self.table.rows if self.table else np.empty(0, ROW)
 
 
 class RecordingFiles:
     """The files of a recording, and what is wrong with them."""
 
     def __init__(self, place: Path) -> None:
-        """Read documents and frame tables, and measure the samples; raises RecordingError."""
+        """Reads documents and frame tables, and measures the samples; raises RecordingError."""
         # First: if the recorder has ended, the documents that are read now are the final ones.
         self.in_progress = _is_being_recorded(place if place.is_dir() else place.parent)
         self.documents: RecordingDocuments = read_documents(place)
@@ -114,14 +114,13 @@ class RecordingFiles:
         return max([counted, *(_announced_missing(item, counted) for item in self.items)])
 
     def _frames_left(self) -> int:
-        limits = [limit for item in self.items for limit in (item.frames, item.rows)]
+        limits = [limit for item in self.items for limit in (item.frames, len(item.rows))]
         if self.recorded is not None:
             limits.append(self.recorded)
         return min(limits, default=0) if self.items else 0
 
     def _count_missing(self) -> Counts:
-        table = self.items[0].table if self.items else None
-        rows = table.rows[: self.frames] if table else np.empty(0, ROW)
+        rows = self.items[0].rows[: self.frames] if self.items else np.empty(0, ROW)
         period = period_of_unlisted_gaps(
             self.documents.session.tick_period, self._documented, self.captures
         )
@@ -146,7 +145,7 @@ class RecordingFiles:
             yield from compare(item)
 
     def _compare_with_documents(self, item: ItemFiles) -> Iterator[str]:
-        """Compare the files of an item with the number of frames that the documents announce."""
+        """Compares the files of an item with the number of frames that the documents announce."""
         recorded = self.recorded or 0
         name, expected = item.item.name, recorded * item.frame_size
         if item.size is not None and item.size < expected:
@@ -159,28 +158,28 @@ class RecordingFiles:
         if item.table is None:
             return
         surplus = item.table.size - item.table.rows_size
-        if item.rows != recorded:
-            yield f"{name}.frames.csv has {item.rows} correct rows for {recorded} frames."
+        if len(item.rows) != recorded:
+            yield f"{name}.frames.csv has {len(item.rows)} correct rows for {recorded} frames."
         elif item.table.rows_size > 0 and surplus > 0:
             yield f"{name}.frames.csv has {surplus} bytes after the last row."
 
     def _compare_with_others(self, item: ItemFiles) -> Iterator[str]:
-        """Compare the files of an item of a recording that is not finished with those of the other items.
+        """Compares the files of an item of a recording that is not finished with those of the other items.
 
         A program that is killed has written at most one more row, and one more frame of other items.
         """
         if self.in_progress:
             return
         name = item.item.name
-        most = max([0, item.rows - 1, *(other.frames - 1 for other in self.items)])
+        most = max([0, len(item.rows) - 1, *(other.frames - 1 for other in self.items)])
         if item.size is not None and item.frames < most:
             yield f"{name}.sigmf-data contains {item.frames} of {most} frames."
         wanted = max(item.frames, most)
-        if item.table is not None and item.rows < wanted:
-            yield f"{name}.frames.csv has correct rows for {item.rows} of {wanted} frames."
+        if item.table is not None and len(item.rows) < wanted:
+            yield f"{name}.frames.csv has correct rows for {len(item.rows)} of {wanted} frames."
 
     def _digest_faults(self, item: ItemFiles) -> Iterator[str]:
-        """Compare samples and rows with the digests of all that were recorded."""
+        """Compares samples and rows with the digests of all that were recorded."""
         if item.size is None or item.table is None or not item.item.is_finished:
             return
         name = item.item.name
@@ -189,12 +188,12 @@ class RecordingFiles:
             if _digest(item.samples, recorded) != _member(item, "core:sha512"):
                 yield f"The samples in {name}.sigmf-data differ from those that were recorded."
         expected = _member(item, TABLE_DIGEST)
-        if expected is not None and item.rows > 0 and self.recorded == item.rows:
+        if expected is not None and self.recorded == len(item.rows) > 0:
             if _digest(self.documents.directory / f"{name}.frames.csv", item.table.rows_size) != expected:
                 yield f"The rows in {name}.frames.csv differ from those that were recorded."
 
     def _missing_faults(self) -> Iterator[str]:
-        """Compare the number of missing frames in the documents with the captures, if these list all gaps."""
+        """Compares the number of missing frames with that in the captures, if these list all gaps."""
         if self.recorded != self.frames:
             return
         all_listed = len(self.captures) < MOST_CAPTURES
@@ -209,7 +208,7 @@ class RecordingFiles:
                 )
 
     def _stream_faults(self) -> Iterator[str]:
-        """Compare the digests of the metadata with those in the collection."""
+        """Compares the digests of the metadata with those in the collection."""
         collection = self.documents.collection
         if collection is None or self.in_progress:
             # A program that still writes may have replaced some documents since others were read.
@@ -238,7 +237,7 @@ def _announced_missing(item: ItemFiles, otherwise: int) -> int:
 
 
 def _measure(directory: Path, item: ItemDocument) -> ItemFiles:
-    """Measure the files of an item."""
+    """Measures the files of an item."""
     samples = directory / f"{item.name}.sigmf-data"
     faults: list[str] = []
     size: int | None = None

@@ -28,7 +28,7 @@ def find_rule_faults(document: _Members) -> Iterator[Fault]:
 
 
 def _check_group(group: list[_Members], place: str) -> Iterator[Fault]:
-    """Check the items of a group beside each other."""
+    """Checks the items of a group beside each other."""
     earlier: Counter[float] = Counter()
     for index, item in enumerate(group):
         context = {"earlier_items": earlier[item["sensor_id"]]}
@@ -38,7 +38,7 @@ def _check_group(group: list[_Members], place: str) -> Iterator[Fault]:
 
 
 def _check_config(document: _Members, config: _Members, place: str) -> Iterator[Fault]:
-    """Check the configuration of one item."""
+    """Checks the configuration of one item."""
     for rule in _rules("config", "subsweep"):
         if rule["scope"] == "config" or "subsweeps" not in config:
             yield from _check(_PlacedRule(rule, config, document), place)
@@ -52,7 +52,7 @@ def _rules(*scopes: str) -> Iterator[_Members]:
 
 
 def _check(rule: _PlacedRule, place: str) -> Iterator[Fault]:
-    """Apply a rule to one object."""
+    """Applies a rule to one object."""
     if not rule.is_kept():
         yield rule.fault(place)
 
@@ -146,7 +146,7 @@ class _PlacedRule:
         return None
 
     def _lower(self, changed: _Members, name: str) -> bool:
-        """Lower a member of an object as little as possible; return whether it can follow the rule."""
+        """Lowers a member of an object as little as possible; returns whether it can follow the rule."""
         changed_rule = _PlacedRule(self.rule, changed, self.parent)
         good = int(_sensor.member_schema(name)["minimum"])
         too_high = round_half_away(changed_rule._number(name))

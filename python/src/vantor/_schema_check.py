@@ -50,7 +50,7 @@ def round_half_away(value: float) -> int:
 
 
 def _check(value: Any, given: dict[str, Any], path: _Path) -> Iterator[Fault]:
-    """Check a value against a schema."""
+    """Checks a value against a schema."""
     schema = _resolve(given)
     if "type" in schema and not _has_type(value, schema["type"]):
         yield Fault(pointer(*path), _shorten(value), _describe(schema))
@@ -60,7 +60,7 @@ def _check(value: Any, given: dict[str, Any], path: _Path) -> Iterator[Fault]:
 
 
 def _resolve(schema: dict[str, Any]) -> dict[str, Any]:
-    """Resolve a reference."""
+    """Resolves a reference."""
     if "$ref" not in schema:
         return schema
     found: Any = configuration_schema()
@@ -164,7 +164,7 @@ def _unknown_member(name: str, names: list[str], path: _Path) -> Fault:
 
 
 def _check_condition(value: Any, schema: dict[str, Any], path: _Path) -> Iterator[Fault]:
-    """Refuse the members of "then" if the member of "if" is present."""
+    """Refuses the members of "then" if the member of "if" is present."""
     if "if" not in schema or schema["if"]["required"][0] not in value:
         return
     for name in sorted(schema["then"]["properties"]):

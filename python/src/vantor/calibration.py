@@ -33,7 +33,12 @@ class Calibration:
 
 
 def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calibration]) -> None:
-    """Write a calibration file; an existing file is replaced when the new one is complete."""
+    """Writes a calibration file; an existing file is replaced when the new one is complete.
+
+    Raises:
+        ConfigurationError: no session can use these calibrations.
+        OSError: the file cannot be written.
+    """
     document = {"calibration_info": [asdict(entry) for entry in calibrations]}
     _require_calibrations(document, "The list of calibrations")
     file = Path(path)
@@ -46,10 +51,11 @@ def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calib
 
 
 def load_calibrations(path: str | os.PathLike[str]) -> tuple[Calibration, ...]:
-    """Read a calibration file.
+    """Reads a calibration file.
 
-    Raises ConfigurationError if it cannot be read, is not a calibration file, or has two calibrations of a
-    sensor.
+    Raises:
+        ConfigurationError: the file cannot be read, is not a calibration file, or has two calibrations of a
+            sensor.
     """
     file = Path(path)
     if file.exists() and not file.is_dir() and not file.is_file():
@@ -63,10 +69,12 @@ def load_calibrations(path: str | os.PathLike[str]) -> tuple[Calibration, ...]:
 
 
 def add_calibrations(configuration: dict[str, Any], calibrations: Sequence[Calibration]) -> dict[str, Any]:
-    """Return a copy of a configuration that reuses calibrations.
+    """Returns a copy of a configuration that reuses calibrations.
 
-    Those of sensors that it does not use, or for which it has one already, are left out. Raises
-    ConfigurationError if none is needed although it uses sensors without one.
+    Those of sensors that it does not use, or for which it has one already, are left out.
+
+    Raises:
+        ConfigurationError: none is needed, although the configuration uses sensors without one.
     """
     document: dict[str, Any] = copy(configuration)
     wanted = _sensors_to_calibrate(document)
@@ -82,7 +90,7 @@ def add_calibrations(configuration: dict[str, Any], calibrations: Sequence[Calib
 
 
 def _require_calibrations(document: dict[str, Any], name: str) -> None:
-    """Raise ConfigurationError if a document has no calibrations of the right form, or two of a sensor."""
+    """Raises ConfigurationError if a document has no calibrations of the right form, or two of a sensor."""
     if "calibration_info" not in document or validate(document):
         raise ConfigurationError(f'{name} is not a calibration file; make one with "vantor calibrate".')
     seen = set()

@@ -22,10 +22,11 @@ _MOST_FAULTS = 10_000
 
 
 def load_configuration(path: str | os.PathLike[str]) -> dict[str, Any]:
-    """Read a configuration document from a file, without checking its members.
+    """Reads a configuration document from a file, without checking its members.
 
-    Raises ConfigurationError if the file cannot be read, is too large or not JSON, repeats a member or is not
-    an object.
+    Raises:
+        ConfigurationError: the file cannot be read, is too large or not JSON, repeats a member or is not an
+            object.
     """
     file = Path(path)
     document = parse(_read(file), str(file))
@@ -35,13 +36,14 @@ def load_configuration(path: str | os.PathLike[str]) -> dict[str, Any]:
 
 
 def validate(document: dict[str, Any], most: int = _MOST_FAULTS) -> tuple[Fault, ...]:
-    """Find the faults of a document, the same as `vantor validate`; none if it is valid.
+    """Finds the faults of a document, the same as `vantor validate`; none if it is valid.
 
     It is checked against the schema; if each single member is valid, against the rules between members; then
     against the highest rates of a simulated sensor. Which sensors a server has is not checked.
 
-    document: as read by load_configuration, or built by the program
-    most: how many faults to return
+    Args:
+        document: as read by `load_configuration`, or built by the program.
+        most: how many faults to return.
     """
     given = copy(document)
     faults = tuple(islice(find_schema_faults(given), most))
@@ -50,18 +52,23 @@ def validate(document: dict[str, Any], most: int = _MOST_FAULTS) -> tuple[Fault,
 
 
 def plan(document: dict[str, Any], baudrate: float | None = None) -> Plan:
-    """Derive the figures of a document, the same as `vantor plan`.
+    """Derives the figures of a document, the same as `vantor plan`.
 
-    baudrate: of the link, in baud; None if the time that it needs is negligible
+    The effect of "cpd_overrides" is not included.
 
-    Raises ConfigurationError if the document is not valid. The effect of "cpd_overrides" is not included.
+    Args:
+        document: as read by `load_configuration`, or built by the program.
+        baudrate: of the link, in baud; None if the time that it needs is negligible.
+
+    Raises:
+        ConfigurationError: the document is not valid; its `faults` say why.
     """
     require_valid(document)
     return _plan.derive(copy(document), baudrate)
 
 
 def require_valid(document: dict[str, Any]) -> None:
-    """Raise ConfigurationError, which describes the first faults, if a document is not valid."""
+    """Raises ConfigurationError, which describes the first faults, if a document is not valid."""
     faults = validate(document)
     if faults:
         further = [f"and {len(faults) - 5} more faults"] if len(faults) > 5 else []
@@ -70,7 +77,7 @@ def require_valid(document: dict[str, Any]) -> None:
 
 
 def _read(file: Path) -> bytes:
-    """Read a document from a file or a pipe."""
+    """Reads a document from a file or a pipe."""
     if file.is_dir():
         raise ConfigurationError(f"Cannot read {file}: it is a directory; use a file.")
     try:

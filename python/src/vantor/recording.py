@@ -13,7 +13,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ._captures import Counts, Segment
-from ._frame_table import UNKNOWN
+from ._frame_table import UNKNOWN, Rows
 from ._recorded_truth import RecordedTruth
 from ._recording_documents import RecordedServer
 from ._recording_files import ItemFiles, RecordingFiles
@@ -42,7 +42,7 @@ class RecordingWarning(UserWarning):
     """A recording is damaged, or was not finished."""
 
 
-@dataclass(frozen=True, slots=True, eq=False)
+@dataclass(frozen=True, slots=True, eq=False, repr=False)
 class RecordedItem:
     """One item of a recording, or of a part of it: `item[100:200]` has 100 frames.
 
@@ -111,6 +111,11 @@ class RecordedItem:
         """Time of each sweep since the first one of its frame in seconds, shape (sweeps,)."""
         return self.layout.sweep_times_s
 
+    def __repr__(self) -> str:
+        layout = self.layout
+        size = f"{layout.sweeps} x {layout.points} samples"
+        return f"<RecordedItem [{layout.group}, {layout.index}]: {len(self)} frames of {size}>"
+
     def __len__(self) -> int:
         """Number of frames."""
         return len(self.ticks)
@@ -135,16 +140,19 @@ class Recording:
     layouts: tuple[ItemLayout, ...]
 
     def __init__(self, path: str | os.PathLike[str]) -> None:
-        """Open a recording: its directory, or any of its files.
+        """Opens a recording: its directory, or any of its files.
 
-        Raises RecordingError if it cannot be read. A RecordingWarning describes what is damaged or not
-        finished, as far as it can be found without reading all samples; see damage().
+        A RecordingWarning describes what is damaged or not finished, as far as it can be found without
+        reading all samples; see damage().
+
+        Raises:
+            RecordingError: the recording cannot be read.
         """
         self._files = RecordingFiles(Path(path))
         self._warn()
-        unreadable = [fault for item in self._files.items if item.size is None for fault in item.faults]
-        if unreadable:
-            raise RecordingError(unreadable[0])
+        for item in self._files.items:
+            if item.size is None or item.table is None:
+                raise RecordingError(item.faults[0])
         self.layouts = tuple(item.item.layout for item in self._files.items)
         self._samples = [_map_samples(item, len(self)) for item in self._files.items]
         self._places = places_of(self.layouts)
@@ -211,7 +219,7 @@ class Recording:
     @property
     def lost_before(self) -> Counts:
         """Number of frames missing directly before each frame, shape (frames,)."""
-        return np.diff(self._files.missing, prepend=0)
+        return np.maximum(np.diff(self._files.missing, prepend=0), 0)
 
     @property
     def total_missing(self) -> int:
@@ -238,10 +246,13 @@ class Recording:
         missing = int(self.missing[number])
         before = int(self.missing[number - 1]) if number > 0 else 0
         items = tuple(self._item_of_frame(place, number) for place in range(len(self._samples)))
-        return Frame(number, items, missing, missing - before, self._places)
+        return Frame(number, items, missing, max(0, missing - before), self._places)
 
     def __iter__(self) -> Iterator[Frame]:
         return self.frames()
+
+    def __repr__(self) -> str:
+        return f"<Recording {self.directory}: {len(self)} frames of {len(self.layouts)} items>"
 
     def __len__(self) -> int:
         """Number of frames that are complete in every item."""
@@ -251,7 +262,7 @@ class Recording:
         return self._recorded_item(self._place(place))
 
     def _warn(self) -> None:
-        """Warn of damage that is visible without reading all samples."""
+        """Warns of damage that is visible without reading all samples."""
         faults = self._files.quick_faults()
         if faults:
             left = "" if self._files.recorded is None else f" of {self._files.recorded}"
@@ -270,10 +281,8 @@ class Recording:
             known = ", ".join(f"[{group}, {index}]" for group, index in self._places)
             raise IndexError(f"The recording has no item {place}; it has {known or 'none'}.") from None
 
-    def _rows(self, place: int) -> npt.NDArray[np.void]:
-        table = self._files.items[place].table
-        assert table is not None, "without a table, no frame is left"
-        return table.rows[: len(self)]
+    def _rows(self, place: int) -> Rows:
+        return self._files.items[place].rows[: len(self)]
 
     def _times(self, place: int) -> Floats:
         """Times of an item: those of the first item, and what lies between the ticks of both."""
@@ -341,7 +350,7 @@ class Recording:
 
 
 def open(path: str | os.PathLike[str]) -> Recording:  # noqa: A001
-    """Open a recording: its directory, or any of its files; see Recording."""
+    """Opens a recording: its directory, or any of its files; see Recording."""
     return Recording(path)
 
 
