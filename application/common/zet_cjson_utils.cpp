@@ -97,27 +97,6 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
     return nullptr;
 }
 
-/**
- * Creates a number; null when memory is exhausted.
- *
- * The result is that of cJSON_CreateNumber, but without comparing and converting `double` values, for which
- * many processors have no hardware.
- *
- * @param value      the number
- * @param saturated  the number without its fraction, or the nearest int
- */
-cJSON *create_number(double value, int saturated)
-{
-    cJSON *item = cJSON_CreateNull();
-    if (item != nullptr)
-    {
-        item->type = cJSON_Number;
-        item->valuedouble = value;
-        item->valueint = saturated;
-    }
-    return item;
-}
-
 /** Returns a number without its fraction, or the nearest int. */
 int saturated(float value)
 {
@@ -125,11 +104,31 @@ int saturated(float value)
     return value >= limit ? INT_MAX : value <= -limit ? INT_MIN : static_cast<int>(value);
 }
 
+/** The bits of an item's type that give its kind; the others say who owns its parts. */
+constexpr int type_bits = 0xFF;
+
+/** Links an item to the end of a container. cJSON keeps the last item in the link of the first one. */
+void link_item(cJSON *container, cJSON *item)
+{
+    cJSON *const first = container->child;
+    if (first == nullptr)
+    {
+        container->child = item;
+        item->prev = item;
+        return;
+    }
+    cJSON *const last = first->prev;
+    last->next = item;
+    item->prev = last;
+    first->prev = item;
+}
+
 /**
- * Adds a new item to an object or an array, which then owns it.
+ * Adds a new item to an object or an array, which then owns it: like cJSON_AddItemToObjectCS and
+ * cJSON_AddItemToArray, in one pass.
  *
  * @param item  the item; null when it could not be created
- * @return false when there is no item, the target is neither object nor array or memory is exhausted; the
+ * @return false when there is no item, the target is neither object nor array, or an object gets no key; the
  *         item is then freed
  */
 bool add_item(cJSON *target, const char *key, cJSON *item)
@@ -138,20 +137,46 @@ bool add_item(cJSON *target, const char *key, cJSON *item)
     {
         return false;
     }
-    cJSON_bool added = 0;
-    if (cJSON_IsObject(target))
+    const int kind = target != nullptr ? target->type & type_bits : cJSON_Invalid;
+    if (kind == cJSON_Object && key != nullptr)
     {
-        added = cJSON_AddItemToObjectCS(target, key, item);
+        // cJSON does not change a key that it does not own.
+        item->string = const_cast<char *>(key);
+        item->type |= cJSON_StringIsConst;
     }
-    else if (cJSON_IsArray(target))
-    {
-        added = cJSON_AddItemToArray(target, item);
-    }
-    if (!added)
+    else if (kind != cJSON_Array)
     {
         cJSON_Delete(item);
+        return false;
     }
-    return added != 0;
+    link_item(target, item);
+    return true;
+}
+
+/**
+ * Adds an item without a text.
+ *
+ * Unlike one that cJSON creates, it is written only once, and no `double` values are compared or converted,
+ * for which many processors have no hardware.
+ *
+ * @param saturated  the number without its fraction, or the nearest int; 0 if it is not a number
+ */
+bool add_value(cJSON *target, const char *key, int type, double value, int saturated)
+{
+    auto *const item = static_cast<cJSON *>(cJSON_malloc(sizeof(cJSON)));
+    if (item == nullptr)
+    {
+        return false;
+    }
+    item->next = nullptr;
+    item->prev = nullptr;
+    item->child = nullptr;
+    item->type = type;
+    item->valuestring = nullptr;
+    item->valueint = saturated;
+    item->valuedouble = value;
+    item->string = nullptr;
+    return add_item(target, key, item);
 }
 
 } // namespace
@@ -222,26 +247,26 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
 
 bool add_json_int_value(cJSON *object, const char *key, int value)
 {
-    return add_item(object, key, create_number(value, value));
+    return add_value(object, key, cJSON_Number, value, value);
 }
 
 bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 {
     const int nearest = value < INT_MAX ? static_cast<int>(value) : INT_MAX;
-    return add_item(object, key, create_number(value, nearest));
+    return add_value(object, key, cJSON_Number, value, nearest);
 }
 
 bool add_json_float_value(cJSON *object, const char *key, float value)
 {
     // JSON cannot represent numbers that are not finite, and cJSON must not convert them to an integer.
-    cJSON *item = std::isfinite(value) ? create_number(static_cast<double>(value), saturated(value))
-                                       : cJSON_CreateNull();
-    return add_item(object, key, item);
+    return std::isfinite(value)
+               ? add_value(object, key, cJSON_Number, static_cast<double>(value), saturated(value))
+               : add_value(object, key, cJSON_NULL, 0.0, 0);
 }
 
 bool add_json_bool_value(cJSON *object, const char *key, bool value)
 {
-    return add_item(object, key, cJSON_CreateBool(value ? 1 : 0));
+    return add_value(object, key, value ? cJSON_True : cJSON_False, 0.0, 0);
 }
 
 bool add_json_string_value(cJSON *object, const char *key, const char *value)
