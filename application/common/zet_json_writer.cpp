@@ -3,9 +3,11 @@
  */
 #include "zet_json_writer.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 
 #include <cjson/cJSON.h>
 
@@ -34,21 +36,11 @@ char *reserve(zet_json_writer_t *writer, char *out, uint32_t size)
     return room < size ? flush(writer, out) : out;
 }
 
-/** Returns the position of the next byte, with room for a number of bytes. */
-char *begin(zet_json_writer_t *writer, uint32_t size)
+/** Returns the position of the next byte, after the comma before a member or element, unless it is the first
+ * one. */
+char *begin(zet_json_writer_t *writer)
 {
-    return reserve(writer, writer->buffer + writer->used, size);
-}
-
-/** Stores the position of the next byte. */
-void commit(zet_json_writer_t *writer, const char *out)
-{
-    writer->used = static_cast<uint32_t>(out - writer->buffer);
-}
-
-/** Writes the comma before a member or element, unless it is the first one. */
-char *separate(zet_json_writer_t *writer, char *out)
-{
+    char *out = reserve(writer, writer->buffer + writer->used, 1);
     if (writer->after_value)
     {
         *out++ = ',';
@@ -57,30 +49,26 @@ char *separate(zet_json_writer_t *writer, char *out)
     return out;
 }
 
-/** Appends a word as a value. */
-template <uint32_t size> void append_word(zet_json_writer_t *writer, const char (&word)[size])
+/** Stores the position of the next byte. */
+void commit(zet_json_writer_t *writer, const char *out)
 {
-    char *out = separate(writer, begin(writer, size));
+    writer->used = static_cast<uint32_t>(out - writer->buffer);
+}
+
+/** Writes a character. */
+char *put(zet_json_writer_t *writer, char *out, char character)
+{
+    out = reserve(writer, out, 1);
+    *out = character;
+    return out + 1;
+}
+
+/** Writes a word. */
+template <uint32_t size> char *put_word(zet_json_writer_t *writer, char *out, const char (&word)[size])
+{
+    out = reserve(writer, out, size - 1);
     std::memcpy(out, word, size - 1);
-    commit(writer, out + size - 1);
-}
-
-/** Opens an object or an array. */
-void open(zet_json_writer_t *writer, char bracket)
-{
-    char *out = separate(writer, begin(writer, 2));
-    *out++ = bracket;
-    commit(writer, out);
-    writer->after_value = false;
-}
-
-/** Closes an object or an array. */
-void close(zet_json_writer_t *writer, char bracket)
-{
-    char *out = begin(writer, 1);
-    *out++ = bracket;
-    commit(writer, out);
-    writer->after_value = true;
+    return out + size - 1;
 }
 
 /** Writes a character as \uXXXX. */
@@ -180,21 +168,47 @@ char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
     return out + length;
 }
 
-/** Writes a string with the opening quotation mark, without the closing one. */
-char *write_open_string(zet_json_writer_t *writer, const char *text)
+/** Writes the rest of a string and the closing quotation mark. */
+char *put_rest(zet_json_writer_t *writer, char *out, const char *rest)
 {
-    char *out = separate(writer, begin(writer, 2));
-    *out++ = '"';
-    const char *rest = text != nullptr ? text : "";
-    for (;;)
+    while (*rest != '\0')
     {
-        out = write_plain_bytes(writer, out, &rest);
-        if (*rest == '\0')
-        {
-            return out;
-        }
         out = write_other_character(writer, out, &rest);
+        out = write_plain_bytes(writer, out, &rest);
     }
+    return put(writer, out, '"');
+}
+
+/** Writes a string; null is written as the empty string. */
+char *put_string(zet_json_writer_t *writer, char *out, const char *text)
+{
+    const char *rest = text != nullptr ? text : "";
+    out = write_plain_bytes(writer, put(writer, out, '"'), &rest);
+    return put_rest(writer, out, rest);
+}
+
+/** Writes true or false. */
+char *put_bool(zet_json_writer_t *writer, char *out, bool value)
+{
+    return value ? put_word(writer, out, "true") : put_word(writer, out, "false");
+}
+
+/** Returns whether a number is finite. Uses integers: many processors have no hardware for `double`. */
+bool is_finite(double value)
+{
+    const auto high = static_cast<uint32_t>(std::bit_cast<uint64_t>(value) >> 32U);
+    return (high & 0x7FF00000U) != 0x7FF00000U;
+}
+
+/** Writes a number; null when it is not finite. */
+char *put_number(zet_json_writer_t *writer, char *out, double value)
+{
+    if (!is_finite(value))
+    {
+        return put_word(writer, out, "null");
+    }
+    out = reserve(writer, out, zet_decimal_text_size);
+    return out + zet_decimal_write(value, out);
 }
 
 /** Returns whether a value is an object or an array. */
@@ -221,57 +235,132 @@ bool nests_within(const cJSON *container, uint32_t levels)
     return true;
 }
 
-/** Returns whether a number is finite. Uses integers: many processors have no hardware for `double`. */
-bool is_finite(double value)
+/** A key that can be written without looking at its bytes. */
+struct known_key_t
 {
-    const auto high = static_cast<uint32_t>(std::bit_cast<uint64_t>(value) >> 32U);
-    return (high & 0x7FF00000U) != 0x7FF00000U;
-}
+    const char *key; /**< null if there is none */
+    uint32_t length; /**< in bytes, all of which are plain */
+};
 
-void write_value(zet_json_writer_t *writer, const cJSON *item);
+/** Most bytes of a known key. */
+constexpr uint32_t longest_known_key = 32;
 
-/** Writes an object or an array with its contents. */
-void write_container(zet_json_writer_t *writer, const cJSON *item)
+/** A document that is being written. */
+struct document_t
 {
-    const bool is_object = (item->type & cJSON_Object) != 0;
-    open(writer, is_object ? '{' : '[');
-    const cJSON *child = nullptr;
-    cJSON_ArrayForEach(child, item)
+    zet_json_writer_t *writer;
+    uint32_t key_count;   /**< places at which a key was noted */
+    known_key_t keys[10]; /**< at each place of an object: objects in an array often have the same keys */
+};
+
+/** Copies bytes, four at a time. */
+char *copy(char *out, const char *text, uint32_t length)
+{
+    constexpr uint32_t word = 4;
+    for (; length >= word; length -= word)
     {
-        if (is_object)
-        {
-            zet_json_writer_key(writer, child->string);
-        }
-        write_value(writer, child);
+        std::memcpy(out, text, word);
+        out += word;
+        text += word;
     }
-    close(writer, is_object ? '}' : ']');
+    for (; length > 0; --length)
+    {
+        *out++ = *text++;
+    }
+    return out;
 }
+
+/** Writes a key, and notes it at its place in the object. */
+[[gnu::noinline]] char *put_new_key(document_t &document, char *out, const char *key, uint32_t place)
+{
+    zet_json_writer_t *const writer = document.writer;
+    const char *rest = key;
+    out = write_plain_bytes(writer, put(writer, out, '"'), &rest);
+    const auto length = static_cast<uint32_t>(rest - key);
+    const bool is_plain = *rest == '\0' && length <= longest_known_key;
+    if (place < std::size(document.keys))
+    {
+        document.keys[place] = {is_plain ? key : nullptr, length};
+        document.key_count = std::max(document.key_count, place + 1);
+    }
+    return put(writer, put_rest(writer, out, rest), ':');
+}
+
+/** Writes the key of a member at a place of an object, and the colon. */
+char *put_key(document_t &document, char *out, const char *key, uint32_t place)
+{
+    if (place >= document.key_count || document.keys[place].key != key)
+    {
+        return put_new_key(document, out, key, place);
+    }
+    out = reserve(document.writer, out, longest_known_key + 3);
+    *out = '"';
+    out = copy(out + 1, key, document.keys[place].length);
+    out[0] = '"';
+    out[1] = ':';
+    return out + 2;
+}
+
+[[gnu::noinline]] char *put_container(document_t &document, char *out, const cJSON *item);
 
 /** Writes any value. The caller has checked that it is not nested too deep. */
-void write_value(zet_json_writer_t *writer, const cJSON *item)
+inline char *put_value(document_t &document, char *out, const cJSON *item)
 {
+    zet_json_writer_t *const writer = document.writer;
     switch (item->type & type_bits)
     {
     case cJSON_Object:
     case cJSON_Array:
-        write_container(writer, item);
-        break;
+        return put_container(document, out, item);
     case cJSON_String:
-        zet_json_writer_string(writer, item->valuestring);
-        break;
+        return put_string(writer, out, item->valuestring);
     case cJSON_Number:
-        zet_json_writer_number(writer, item->valuedouble);
-        break;
+        return put_number(writer, out, item->valuedouble);
     case cJSON_True:
-        zet_json_writer_bool(writer, true);
-        break;
+        return put_bool(writer, out, true);
     case cJSON_False:
-        zet_json_writer_bool(writer, false);
-        break;
+        return put_bool(writer, out, false);
     default:
-        zet_json_writer_null(writer);
-        break;
+        return put_word(writer, out, "null");
     }
+}
+
+/** Writes an object or an array with its contents. */
+char *put_container(document_t &document, char *out, const cJSON *item)
+{
+    zet_json_writer_t *const writer = document.writer;
+    const bool is_object = (item->type & cJSON_Object) != 0;
+    out = put(writer, out, is_object ? '{' : '[');
+    uint32_t place = 0;
+    const cJSON *child = nullptr;
+    cJSON_ArrayForEach(child, item)
+    {
+        if (place > 0)
+        {
+            out = put(writer, out, ',');
+        }
+        if (is_object)
+        {
+            out = put_key(document, out, child->string != nullptr ? child->string : "", place);
+        }
+        out = put_value(document, out, child);
+        ++place;
+    }
+    return put(writer, out, is_object ? '}' : ']');
+}
+
+/** Opens an object or an array. */
+void open(zet_json_writer_t *writer, char bracket)
+{
+    commit(writer, put(writer, begin(writer), bracket));
+    writer->after_value = false;
+}
+
+/** Closes an object or an array. */
+void close(zet_json_writer_t *writer, char bracket)
+{
+    commit(writer, put(writer, writer->buffer + writer->used, bracket));
+    writer->after_value = true;
 }
 
 } // namespace
@@ -305,35 +394,24 @@ void zet_json_writer_end_array(zet_json_writer_t *writer)
 
 void zet_json_writer_key(zet_json_writer_t *writer, const char *key)
 {
-    char *out = reserve(writer, write_open_string(writer, key), 2);
-    *out++ = '"';
-    *out++ = ':';
-    commit(writer, out);
+    commit(writer, put(writer, put_string(writer, begin(writer), key), ':'));
     writer->after_value = false;
 }
 
 void zet_json_writer_string(zet_json_writer_t *writer, const char *text)
 {
-    char *out = reserve(writer, write_open_string(writer, text), 1);
-    *out++ = '"';
-    commit(writer, out);
+    commit(writer, put_string(writer, begin(writer), text));
 }
 
 void zet_json_writer_number(zet_json_writer_t *writer, double value)
 {
-    if (!is_finite(value))
-    {
-        zet_json_writer_null(writer);
-        return;
-    }
-    char *out = separate(writer, begin(writer, 1 + zet_decimal_text_size));
-    commit(writer, out + zet_decimal_write(value, out));
+    commit(writer, put_number(writer, begin(writer), value));
 }
 
 void zet_json_writer_uint(zet_json_writer_t *writer, uint64_t value)
 {
     constexpr uint32_t most_digits = 20;
-    char *out = separate(writer, begin(writer, 1 + most_digits));
+    char *out = reserve(writer, begin(writer), most_digits);
     commit(writer, std::to_chars(out, out + most_digits, value).ptr);
 }
 
@@ -341,7 +419,7 @@ void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value)
 {
     zet_json_writer_uint(writer, value / 1000U);
     auto rest = static_cast<uint32_t>(value % 1000U);
-    char *out = begin(writer, 4);
+    char *out = reserve(writer, writer->buffer + writer->used, 4);
     if (rest > 0)
     {
         *out++ = '.';
@@ -355,26 +433,17 @@ void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value)
 
 void zet_json_writer_bool(zet_json_writer_t *writer, bool value)
 {
-    if (value)
-    {
-        append_word(writer, "true");
-    }
-    else
-    {
-        append_word(writer, "false");
-    }
+    commit(writer, put_bool(writer, begin(writer), value));
 }
 
 void zet_json_writer_null(zet_json_writer_t *writer)
 {
-    append_word(writer, "null");
+    commit(writer, put_word(writer, begin(writer), "null"));
 }
 
 void zet_json_writer_finish(zet_json_writer_t *writer)
 {
-    char *out = begin(writer, 1);
-    *out++ = '\n';
-    commit(writer, flush(writer, out));
+    commit(writer, flush(writer, put(writer, writer->buffer + writer->used, '\n')));
 }
 
 bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json)
@@ -386,7 +455,10 @@ bool zet_vantor_server_write_json(write_data_function_t *write, cJSON *json)
     }
     zet_json_writer_t writer;
     zet_json_writer_init(&writer, write);
-    write_value(&writer, json);
+    document_t document; // NOLINT(cppcoreguidelines-pro-type-member-init): keys beyond key_count are not read
+    document.writer = &writer;
+    document.key_count = 0;
+    commit(&writer, put_value(document, writer.buffer, json));
     zet_json_writer_finish(&writer);
     return true;
 }
