@@ -22,13 +22,13 @@ extern "C" {
  * move along the line of sight only, without tracks. */
 #ifdef ZET_SIMULATOR_SMALL_SCENE
 /** Most targets in a scene. */
-#define ZET_SIMULATOR_MAX_TARGETS 8U
+#define ZET_SIMULATOR_MAX_TARGETS 6U
 /** Most interferers in a scene. */
-#define ZET_SIMULATOR_MAX_INTERFERERS 2U
+#define ZET_SIMULATOR_MAX_INTERFERERS 1U
 /** Most temperatures in a scene. */
-#define ZET_SIMULATOR_MAX_TEMPERATURES 2U
+#define ZET_SIMULATOR_MAX_TEMPERATURES 1U
 /** Most faults in a scene. */
-#define ZET_SIMULATOR_MAX_FAULTS 4U
+#define ZET_SIMULATOR_MAX_FAULTS 2U
 /** Most descriptions of hardware in a scene. */
 #define ZET_SIMULATOR_MAX_HARDWARE 1U
 #else

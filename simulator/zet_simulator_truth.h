@@ -33,7 +33,8 @@ typedef struct
     double time_s;       /**< time of the scene at the first sweep, in seconds */
     int16_t temperature; /**< in degrees Celsius */
     double noise_power;  /**< mean square of the magnitude of the noise in a sample of the first sub-sweep */
-    double interference; /**< power of interferers, as a multiple of the receiver's own noise power */
+    double interference; /**< mean power of interferers and bursts over all sweeps, as a multiple of the
+                            receiver's own noise power */
     uint8_t target_count;
     /** The targets that the sensor can see, in the order of the scene. */
     zet_simulator_target_truth_t targets[ZET_SIMULATOR_MAX_TARGETS];

@@ -24,7 +24,8 @@ struct view
     const zet_simulator_hardware_t *hardware; /**< of the sensor; null if it is ideal */
     zet_sensor_id_t sensor_id;
     double time_s;
-    uint64_t session_key; /**< of the random numbers of the sensor's session ... */
+    uint64_t band_key;    /**< of the random numbers that all sensors of the board share, ... */
+    uint64_t session_key; /**< ... of those of the sensor's session ... */
     uint64_t frame_key;   /**< ... and of the frame */
 };
 

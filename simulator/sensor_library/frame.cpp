@@ -17,8 +17,9 @@ namespace
 
 using namespace zet_simulator;
 
-/** Parts of a seed's key up to this one are those of sensors, the others of boards. */
+/** Parts of a seed's key up to the first of these are those of sensors; then follow boards, and sessions. */
 constexpr uint64_t first_board_part = uint64_t{1} << 32U;
+constexpr uint64_t first_band_part = uint64_t{2} << 32U;
 
 /** Returns the carrier frequency for a frequency control, as a multiple of the nominal frequency. */
 double frequency_of(uint16_t control, uint16_t nominal)
@@ -67,10 +68,15 @@ view view_of_frame(const zet_sensor &sensor, uint32_t frame_number, double time_
     const zet_simulator_options_t &options = board_options();
     const uint64_t seed = scramble(options.seed);
     const uint64_t board = options.board > 0U ? key_of_part(seed, first_board_part + options.board) : seed;
-    const uint64_t session = key_of_part(key_of_part(board, sensor.id), sensor.session);
-    return {&scene,    scene_find(scene.hardware, scene.hardware_count, sensor.id),
-            sensor.id, time_s,
-            session,   key_of_part(session, frame_number)};
+    view view = {};
+    view.scene = &scene;
+    view.hardware = scene_find(scene.hardware, scene.hardware_count, sensor.id);
+    view.sensor_id = sensor.id;
+    view.time_s = time_s;
+    view.band_key = key_of_part(board, first_band_part + board_session_number());
+    view.session_key = key_of_part(key_of_part(board, sensor.id), sensor.session);
+    view.frame_key = key_of_part(view.session_key, frame_number);
+    return view;
 }
 
 frame_signal signal_of_frame(const zet_sensor &sensor, const view &start)

@@ -6,13 +6,13 @@
  * disturbed less (M. Budge, M. Burt, "Range Correlation Effects in Radars", 1993).
  *
  * Drift: the slow part of y is flicker noise, which has the same power in each octave (IEEE Std 1139): a sum
- * of sines, one at a random frequency in each octave.
+ * of sines, four at random frequencies in each octave.
  *
  * Temperature: delay and amplitude change linearly with the difference from the calibration.
  *
  * Bursts of interference begin at random times, independently (D. Middleton, "Statistical-Physical Models of
- * Electromagnetic Interference", 1977, class A): time is divided into slots as long as a burst, each of which
- * has one with the same probability.
+ * Electromagnetic Interference", 1977, class A): in each slot of time as long as a burst, one begins with
+ * the same probability, at a random time in the slot. All sensors of a board hear the same bursts.
  */
 #ifndef ZET_SIMULATOR_HARDWARE_H
 #define ZET_SIMULATOR_HARDWARE_H

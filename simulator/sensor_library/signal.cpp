@@ -34,9 +34,6 @@ constexpr uint16_t highest_gain = 31;
 /** Base steps that a pulse covers per cycle of its duration: the pulse clock is a quarter of the carrier. */
 constexpr float steps_per_cycle = 4.0F;
 
-/** Distance of the sidelobes, in widths of the response at half height. */
-constexpr float sidelobe_widths = 2.0F;
-
 /** Returns the amplification of a gain control relative to that of the reference gain. */
 float gain_of(uint16_t control)
 {

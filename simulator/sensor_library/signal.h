@@ -34,6 +34,9 @@ constexpr double unambiguous_steps(uint16_t burst_period)
     return speed_of_light * burst_period / (2.0 * burst_clock_hz * meters_per_step);
 }
 
+/** Distance of the sidelobes, in widths of the response at half height. */
+constexpr float sidelobe_widths = 2.0F;
+
 /** What a sub-sweep measures and how; computed once per prepare. */
 struct subsweep_signal
 {

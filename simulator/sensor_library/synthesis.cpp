@@ -95,34 +95,38 @@ float power_of(float base, uint32_t exponent)
 /**
  * Adds the ringing of the leakage: the antenna is a resonator, in which an oscillation decays with exp(-2 pi
  * d / (Q wavelength)) over the distance that an echo needs the same time for (D. Pozar, "Microwave
- * Engineering", section 6.1). It begins as the leakage itself ends.
+ * Engineering", section 6.1). It has its full amplitude where the leakage has almost ended, one width of the
+ * response away.
  */
 void add_ringing(const frame_signal &frame, const subsweep_signal &subsweep, const echo &leakage,
                  uint32_t first, block &values, uint32_t count)
 {
     // exp(-pi / Q) with Q = 100: an amplitude of 1/e after 32 base steps.
     const float decay_per_step = 0.9690724F;
-    const uint32_t inaudible_steps = 500;
-    const int32_t start = subsweep.start_point + static_cast<int32_t>(first * subsweep.step_length);
+    const int32_t inaudible_steps = 500;
     const auto step = static_cast<int32_t>(subsweep.step_length);
-    const int32_t skipped = start < 0 ? (-start + step - 1) / step : 0;
-    const auto nearest = static_cast<uint32_t>(start + skipped * step);
-    if (nearest > inaudible_steps)
+    const float decay = power_of(decay_per_step, subsweep.step_length);
+    const float scale = 1.0F / (subsweep.half_width * subsweep.half_width);
+    const auto full_at = static_cast<int32_t>(subsweep.sidelobe_spacing / sidelobe_widths);
+    const int32_t start = static_cast<int32_t>(first) * step;
+    // From the middle of the leakage.
+    const int32_t nearest = start - static_cast<int32_t>(leakage.centre);
+    if (nearest > full_at + inaudible_steps)
     {
         return;
     }
-    const float decay = power_of(decay_per_step, subsweep.step_length);
-    const float scale = 1.0F / (subsweep.half_width * subsweep.half_width);
-    const float offset =
-        static_cast<float>(start) - (leakage.centre + static_cast<float>(subsweep.start_point));
-    float level = frame.ringing_level * power_of(decay_per_step, nearest);
-    for (auto i = static_cast<uint32_t>(skipped); i < count; ++i)
+    float level = frame.ringing_level;
+    if (nearest > full_at)
     {
-        const float height =
-            level * (1.0F - bell_at(offset + static_cast<float>(static_cast<int32_t>(i) * step), scale));
+        level *= power_of(decay_per_step, static_cast<uint32_t>(nearest - full_at));
+    }
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        const int32_t point = nearest + static_cast<int32_t>(i) * step;
+        const float height = point > 0 ? level * (1.0F - bell_at(static_cast<float>(point), scale)) : 0.0F;
         values.real[i] += leakage.real * height;
         values.imag[i] += leakage.imag * height;
-        level *= decay;
+        level *= point >= full_at ? decay : 1.0F;
     }
 }
 
@@ -215,9 +219,9 @@ void add_receiver(const frame_signal &frame, const subsweep_signal &subsweep, fl
 namespace zet_simulator
 {
 
-float noise_amplitude_of(const subsweep_signal &subsweep, const view &view)
+float noise_amplitude_of(const subsweep_signal &subsweep, float interference)
 {
-    const float heard = subsweep.loops_back ? 0.0F : hardware_interference(view);
+    const float heard = subsweep.loops_back ? 0.0F : interference;
     return std::sqrt(subsweep.receiver_noise * (1.0F + heard) + subsweep.converter_noise);
 }
 
@@ -226,7 +230,7 @@ bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subswee
 {
     echo echoes[max_echoes];
     const uint32_t echo_count = echoes_collect(frame, subsweep, view, echoes);
-    const float noise_amplitude = noise_amplitude_of(subsweep, view);
+    const float noise_amplitude = noise_amplitude_of(subsweep, hardware_interference(view));
     const bool turns = !subsweep.phase_enhancement || frame.rx_frequency != 1.0;
     const bool rings = frame.ringing_level > 0.0F && echo_count > 0U && !subsweep.loops_back;
     bool saturated = false;

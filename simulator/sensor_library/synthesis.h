@@ -25,8 +25,12 @@ constexpr binary_angle delay_error_per_step = 0x20000000U / delay_cell;
 bool synthesis_measure(const frame_signal &frame, const subsweep_signal &subsweep, const view &view,
                        noise_source &noise, zet_int16_complex_t *samples);
 
-/** Returns the deviation of the noise in each part of a sample of a sub-sweep. */
-float noise_amplitude_of(const subsweep_signal &subsweep, const view &view);
+/**
+ * Returns the deviation of the noise in each part of a sample of a sub-sweep.
+ *
+ * @param interference  power of interfering signals, as a multiple of the receiver's noise power
+ */
+float noise_amplitude_of(const subsweep_signal &subsweep, float interference);
 
 /**
  * Listens with the transmitter off, for the clear-channel assessment.

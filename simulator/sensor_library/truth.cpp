@@ -25,17 +25,29 @@ constexpr double rounding_power = 2.0 / 12.0;
 constexpr double microsecond_s = 1.0e-6;
 constexpr double pi = 3.14159265358979323846;
 
-/** Returns the time of the scene in the middle of a frame, which began at another one. */
-double middle_of(const frame_timing &timing, uint16_t sweeps, double start_s)
+/** Returns the time of the scene at a sweep of a frame that began at another time; halves are between sweeps.
+ */
+double time_of_sweep(const measurement_program &program, double sweep, double start_s)
 {
-    const double half_us = (sweeps - 1) * timing.sweep_period_us / 2.0;
-    return start_s + (timing.lead_us + half_us) * microsecond_s;
+    return start_s + (program.timing.lead_us + sweep * program.timing.sweep_period_us) * microsecond_s;
+}
+
+/** Returns the mean interference over the sweeps of a frame. */
+float mean_interference(const measurement_program &program, view view, double start_s)
+{
+    double sum = 0.0;
+    for (uint32_t sweep = 0; sweep < program.sweeps_per_frame; ++sweep)
+    {
+        view.time_s = time_of_sweep(program, sweep, start_s);
+        sum += static_cast<double>(hardware_interference(view));
+    }
+    return static_cast<float>(sum / program.sweeps_per_frame);
 }
 
 /** Returns the mean square of the magnitude of the noise in a sample. */
-double noise_power_of(const subsweep_signal &subsweep, const view &view)
+double noise_power_of(const subsweep_signal &subsweep, float interference)
 {
-    const auto amplitude = static_cast<double>(noise_amplitude_of(subsweep, view));
+    const auto amplitude = static_cast<double>(noise_amplitude_of(subsweep, interference));
     return 2.0 * amplitude * amplitude + rounding_power;
 }
 
@@ -87,8 +99,8 @@ void set_echo(const frame_signal &frame, const subsweep_signal &subsweep, const 
 }
 
 /** Describes a target; returns whether the sensor can see it. */
-bool describe(const measurement_program &program, const frame_signal &frame, const view &view, uint8_t index,
-              zet_simulator_target_truth_t &truth)
+bool describe(const measurement_program &program, const frame_signal &frame, const view &view,
+              float interference, uint8_t index, zet_simulator_target_truth_t &truth)
 {
     const std::optional<sight> seen = sight_of_target(view, index);
     if (!seen)
@@ -100,7 +112,7 @@ bool describe(const measurement_program &program, const frame_signal &frame, con
     truth.distance_m = seen->distance_m;
     truth.velocity_m_s = seen->velocity_m_s;
     const subsweep_signal &subsweep = subsweep_at(program, truth.distance_m);
-    truth.noise_power = noise_power_of(subsweep, view);
+    truth.noise_power = noise_power_of(subsweep, interference);
     if (subsweep.transmits && !subsweep.loops_back)
     {
         set_echo(frame, subsweep, echo_of_target(frame, subsweep, view, index, *seen), truth);
@@ -118,19 +130,20 @@ void zet_simulator_truth_of(const zet_simulator_frame_t *frame, zet_simulator_tr
     const double start_s = scene_time_s(frame->measured->moment_us);
     const view start = view_of_frame(sensor, frame->measured->number, start_s);
     view middle = start;
-    middle.time_s = middle_of(program.timing, program.sweeps_per_frame, start_s);
+    middle.time_s = time_of_sweep(program, (program.sweeps_per_frame - 1) / 2.0, start_s);
+    const float interference = mean_interference(program, start, start_s);
     truth->session = board_session_number();
     truth->sensor_id = sensor.id;
     truth->tick = frame->tick;
-    truth->time_s = start_s + program.timing.lead_us * microsecond_s;
+    truth->time_s = time_of_sweep(program, 0.0, start_s);
     truth->temperature = scene_temperature(scene, sensor.id, start_s);
-    truth->noise_power = noise_power_of(program.subsweeps[0], middle);
-    truth->interference = static_cast<double>(hardware_interference(middle));
+    truth->noise_power = noise_power_of(program.subsweeps[0], interference);
+    truth->interference = static_cast<double>(interference);
     truth->target_count = 0;
     const frame_signal signal = signal_of_frame(sensor, start);
     for (uint8_t i = 0; i < scene.target_count; ++i)
     {
-        if (describe(program, signal, middle, i, truth->targets[truth->target_count]))
+        if (describe(program, signal, middle, interference, i, truth->targets[truth->target_count]))
         {
             ++truth->target_count;
         }

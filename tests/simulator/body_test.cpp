@@ -105,6 +105,23 @@ TEST(body, the_rate_of_breathing_differs_by_the_variability)
     EXPECT_NEAR(*longest, 4.0 / 0.8, 0.3);
 }
 
+TEST(body, a_chest_breathes_in_towards_the_sensor_from_its_distance)
+{
+    const zet_simulator_scene_t scene = scene_with_body(
+        R"("kind": "breathing", "distance_m": 1.2, "amplitude_m": 0.01, "variability": 0, "heart_amplitude_m": 0)");
+    double nearest = 10.0;
+    double farthest = 0.0;
+    for (double time_s = 0.0; time_s < 8.0; time_s += 0.01)
+    {
+        const double distance_m = scene_sight(scene, scene.targets[0], 1, time_s).distance_m;
+        nearest = std::min(nearest, distance_m);
+        farthest = std::max(farthest, distance_m);
+    }
+    // The first terms of the series overshoot a little.
+    EXPECT_NEAR(nearest, 1.19, 0.0002);
+    EXPECT_NEAR(farthest, 1.2, 0.0002);
+}
+
 TEST(body, a_walker_has_feet_that_rest_and_overtake)
 {
     constexpr double speed = 1.2;

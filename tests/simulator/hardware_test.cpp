@@ -14,6 +14,8 @@
 #include "scene_text.h"
 #include "simulated_sensor.h"
 #include "zet_config_subsweep.h"
+#include "zet_hal_integration_k330.h"
+#include "zet_simulator_truth.h"
 
 namespace
 {
@@ -226,9 +228,10 @@ TEST(hardware, the_leakage_rings_with_a_decaying_amplitude)
     const auto ideal = range_of(empty_scene(), 0, 300, ZET_CONFIG_PROFILE_1);
     const double leakage = std::abs(ideal[0]);
     EXPECT_NEAR(std::abs(samples[0]), leakage, 30.0);
+    // The response of profile 1 is 22.6 base steps wide.
     for (const size_t steps : {60U, 100U, 150U, 200U})
     {
-        const double expected = 0.1 * leakage * std::exp(-pi * static_cast<double>(steps) / 100.0);
+        const double expected = 0.1 * leakage * std::exp(-pi * (static_cast<double>(steps) - 22.6) / 100.0);
         EXPECT_NEAR(samples[steps].real(), expected, 30.0) << steps;
         EXPECT_NEAR(ideal[steps].real(), 0.0, 30.0) << steps;
     }
@@ -289,6 +292,79 @@ TEST(hardware, bursts_take_their_share_of_the_time_and_are_heard_by_the_assessme
     // A share of 0.2 of slots that last several frames.
     EXPECT_NEAR(disturbed, 800, 160);
     EXPECT_NEAR(heard, 800, 160);
+}
+
+zet_simulator_truth_t last_truth;
+
+/** The interference in the truth, and the number of disturbed sweeps, of frames with two kinds of sweeps. */
+TEST(hardware, bursts_begin_at_any_time_and_the_truth_has_their_mean)
+{
+    const zet_simulator_scene_t scene = scene_with([](auto &hardware) {
+        hardware.bursts_per_s = 20.0F;
+        hardware.burst_s = 0.002F;
+        hardware.burst_strength = 400.0F;
+    });
+    const auto keep = [](const zet_simulator_frame_t *frame) { zet_simulator_truth_of(frame, &last_truth); };
+    const simulation simulation(2, &scene, 1, zet_simulator_virtual_clock(), nullptr, {nullptr, keep});
+    simulated_sensor sensor;
+    constexpr uint16_t sweeps = 40;
+    constexpr size_t points = 40;
+    set_point(sensor, 5.0, 8);
+    zet_config_subsweep_num_points_set(sensor.config, points, 0);
+    zet_config_sweeps_per_frame_set(sensor.config, sweeps);
+    // Frames begin at multiples of the duration of a burst.
+    zet_config_frame_rate_set(sensor.config, 50.0F);
+    ASSERT_TRUE(sensor.prepare());
+    int partly = 0;
+    for (int i = 0; i < 1000; ++i)
+    {
+        const frame measured = sensor.measure();
+        const double interference = last_truth.interference;
+        int disturbed = 0;
+        for (size_t sweep = 0; sweep < sweeps; ++sweep)
+        {
+            const auto first = measured.samples.begin() + static_cast<std::ptrdiff_t>(sweep * points);
+            disturbed += deviation({first, first + points}) > 300.0 ? 1 : 0;
+        }
+        partly += disturbed > 0 && disturbed < sweeps ? 1 : 0;
+        EXPECT_NEAR(interference, 400.0 * disturbed / sweeps, 1.0e-3) << i;
+    }
+    EXPECT_GT(partly, 10);
+}
+
+TEST(hardware, all_sensors_of_a_board_hear_the_same_bursts)
+{
+    const zet_simulator_scene_t scene = scene_with([](auto &hardware) {
+        hardware.bursts_per_s = 20.0F;
+        hardware.burst_s = 0.01F;
+        hardware.burst_strength = 100.0F;
+    });
+    const auto keep = [](const zet_simulator_frame_t *frame) { zet_simulator_truth_of(frame, &last_truth); };
+    const simulation simulation(2, &scene, 1, zet_simulator_virtual_clock(), nullptr, {nullptr, keep});
+    simulated_sensor sensors[] = {simulated_sensor(1), simulated_sensor(2)};
+    for (simulated_sensor &each : sensors)
+    {
+        set_point(each, 5.0, 8);
+        ASSERT_TRUE(each.prepare());
+    }
+    int disturbed = 0;
+    for (int i = 0; i < 500; ++i)
+    {
+        ASSERT_TRUE(zet_sensor_measure(sensors[0].sensor));
+        ASSERT_TRUE(zet_sensor_measure(sensors[1].sensor));
+        double heard[2] = {};
+        for (size_t each = 0; each < 2; ++each)
+        {
+            ASSERT_TRUE(
+                zet_hal_integration_wait_for_sensor_interrupt(static_cast<zet_sensor_id_t>(each + 1), 1000));
+            ASSERT_TRUE(zet_sensor_read(sensors[each].sensor, sensors[each].buffer.data(),
+                                        sensors[each].buffer_size()));
+            heard[each] = last_truth.interference;
+        }
+        EXPECT_EQ(heard[0], heard[1]) << i;
+        disturbed += heard[0] > 0.0 ? 1 : 0;
+    }
+    EXPECT_GT(disturbed, 20);
 }
 
 TEST(hardware, without_effects_is_ideal)

@@ -126,12 +126,14 @@ void add_uneven(builder &scene, zet_simulator_target_t &target, const sine &base
 /** Adds a chest that breathes, with the heart on the same point. Inhaling moves it towards the sensor. */
 void add_breathing(builder &scene, const body &body)
 {
+    const waveform shape = breathing_waveform();
+    const double amplitude_m = static_cast<double>(body.amplitude_m);
     zet_simulator_target_t &chest =
-        scene.add(body, static_cast<double>(body.distance_m), static_cast<double>(body.strength_m2));
+        scene.add(body, static_cast<double>(body.distance_m) - amplitude_m * shape.mean,
+                  static_cast<double>(body.strength_m2));
     const double variability = static_cast<double>(body.variability);
     const double breaths_hz = static_cast<double>(body.rate_per_min) / 60.0;
-    add_uneven(scene, chest, {-static_cast<double>(body.amplitude_m), breaths_hz, 0.0}, breathing_waveform(),
-               variability);
+    add_uneven(scene, chest, {-amplitude_m, breaths_hz, 0.0}, shape, variability);
     const double beats_hz = static_cast<double>(body.heart_rate_per_min) / 60.0;
     // Half of the movement from end to end, about a sixteenth of that of a breath.
     scene.move(chest, {static_cast<double>(body.heart_amplitude_m) / 2.0, beats_hz, 0.0});

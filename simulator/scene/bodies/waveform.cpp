@@ -36,6 +36,10 @@ template <typename function_t> waveform series_of(const function_t &function)
 {
     constexpr int steps = 512;
     waveform series = {};
+    for (int step = 0; step < steps; ++step)
+    {
+        series.mean += function(static_cast<double>(step) / steps) / steps;
+    }
     for (size_t i = 0; i < harmonic_count; ++i)
     {
         double sine = 0.0;

@@ -18,9 +18,10 @@ struct harmonic
     double phase_turns;
 };
 
-/** The first terms of a Fourier series, without the constant one. */
+/** The first terms of a Fourier series. */
 struct waveform
 {
+    double mean;
     harmonic harmonics[harmonic_count];
 };
 
