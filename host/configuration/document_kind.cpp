@@ -25,7 +25,7 @@ using nlohmann::json;
 /** Most bytes that are read to recognise a document. */
 constexpr size_t most_bytes_of_document = size_t{1} << 20;
 
-/** The members of a scene, as in docs/scene.schema.json, except those that a configuration has as well. */
+/** The members that only a scene has, as in docs/scene.schema.json. */
 const std::set<std::string> &scene_members()
 {
     static const std::set<std::string> members = {"bodies",      "description", "faults",       "hardware",
@@ -33,7 +33,10 @@ const std::set<std::string> &scene_members()
     return members;
 }
 
-/** The members of a configuration. */
+/** A member that every kind of document can have. */
+constexpr const char *common_member = "$schema";
+
+/** The members that only a configuration has. */
 std::set<std::string> configuration_members()
 {
     std::set<std::string> members;
@@ -41,6 +44,7 @@ std::set<std::string> configuration_members()
     {
         members.insert(name);
     }
+    members.erase(common_member);
     return members;
 }
 
@@ -105,7 +109,8 @@ document_kind recognise_document(const std::filesystem::path &file)
     {
         return is_example_name(file) ? document_kind::scene : document_kind::configuration;
     }
-    const auto members = members_of(start_of(file));
+    auto members = members_of(start_of(file));
+    members.erase(common_member);
     const auto of_configuration = configuration_members();
     if (members.empty() || have_common(members, of_configuration))
     {

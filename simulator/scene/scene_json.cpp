@@ -288,7 +288,8 @@ bool read_bodies(scene_reading &reading, const cJSON *array)
 bool refuse_scene_key(scene_reading &reading, const cJSON *item)
 {
     reading.wrong_key = item;
-    refuse_at(reading.report, {nullptr}, nullptr, " has the unknown key %s; the keys are description, bodies",
+    refuse_at(reading.report, {nullptr}, nullptr,
+              " has the unknown key %s; the keys are $schema, description, bodies",
               text_quoted(item->string).text);
     for (const scene_section &section : scene_sections)
     {
@@ -313,7 +314,8 @@ const scene_section *find_section(const char *key)
 /** Reads one member of the document, except the bodies. */
 bool read_member(scene_reading &reading, const cJSON *document, const cJSON *item)
 {
-    const bool is_text = std::strcmp(item->string, "description") == 0;
+    const bool is_text =
+        std::strcmp(item->string, "description") == 0 || std::strcmp(item->string, "$schema") == 0;
     const bool is_bodies = std::strcmp(item->string, "bodies") == 0;
     const scene_section *section = find_section(item->string);
     if (!is_text && !is_bodies && section == nullptr)

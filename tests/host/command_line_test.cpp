@@ -178,8 +178,9 @@ TEST(command_line, recognises_configurations_and_scenes_by_their_members)
     setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
     // The stand-in for the server does not answer what a server does.
     const std::string asked = "vantor: The program vantor_server does not check scenes";
-    for (const std::string text : {R"({"targets": []})", R"({"$comment": 1, "bodies": [}, "groups": []})",
-                                   R"({"faults": [], "faults": []})"})
+    for (const std::string text :
+         {R"({"targets": []})", R"({"$schema": "x", "sensors": []})",
+          R"({"$comment": 1, "bodies": [}, "groups": []})", R"({"faults": [], "faults": []})"})
     {
         const auto file = directory.write("document.json", text).string();
         EXPECT_THAT(run({"validate", file}).err, testing::StartsWith(asked)) << text;
@@ -198,6 +199,20 @@ TEST(command_line, recognises_configurations_and_scenes_by_their_members)
                           "members such as "));
     EXPECT_THAT(neither.err,
                 testing::ContainsRegex("groups, .*, a scene has members such as bodies, .*targets"));
+    unsetenv("VANTOR_SERVER");
+}
+
+TEST(command_line, recognises_every_member_of_a_scene)
+{
+    const test::temporary_directory directory;
+    const auto documents = std::filesystem::path(VANTOR_PROTOCOL_DOCUMENT).parent_path();
+    const auto schema = json::parse(std::ifstream(documents / "scene.schema.json"));
+    setenv("VANTOR_SERVER", VANTOR_FAKE_PROGRAM, 1);
+    for (const auto &[name, property] : schema["properties"].items())
+    {
+        const auto file = directory.write("document.json", json{{name, 0}}.dump()).string();
+        EXPECT_EQ(run({"validate", file}).code == exit_code::bad_link, name != "$schema") << name;
+    }
     unsetenv("VANTOR_SERVER");
 }
 

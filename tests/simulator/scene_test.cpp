@@ -372,7 +372,8 @@ const invalid_scene invalid_scenes[] = {
      "the scene is not JSON: it has \"}\" where it must have a value (line 3, column 15)"},
     {"array", "[]", "the scene is an array, but must be an object (line 1, column 1)"},
     {"unknown_key", R"({"target": []})",
-     "the scene has the unknown key \"target\"; the keys are description, bodies, targets, interferers, "
+     "the scene has the unknown key \"target\"; the keys are $schema, description, bodies, targets, "
+     "interferers, "
      "temperatures, faults, hardware, sensors (line 1, column 2)"},
     {"repeated_key", R"({"faults": [], "faults": []})",
      "the scene has the key \"faults\" twice, but must have it once (line 1, column 16)"},
@@ -419,6 +420,8 @@ const invalid_scene invalid_scenes[] = {
     {"only_the_farthest_limit", R"({"targets": [{"distance_m": 3, "strength_m2": 1, "farthest_m": 4}]})",
      "targets[0].farthest_m is given without nearest_m, but both or none of them must be given (line 1, "
      "column 64)"},
+    {"negative_zero", R"({"targets": [{"distance_m": -0.0, "strength_m2": 1}]})",
+     "targets[0].distance_m is 0, but must be a number from 0.01 to 1000 (line 1, column 29)"},
     {"limits_of_0", R"({"targets": [{"distance_m": 1, "strength_m2": 1, "nearest_m": 0, "farthest_m": 0}]})",
      "targets[0].farthest_m is 0, but must be more than nearest_m, which is 0 (line 1, column 80)"},
     {"direction_of_0", R"({"sensors": [{"direction_y": 0, "direction_z": -0.0}]})",
