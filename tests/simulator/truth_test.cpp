@@ -76,6 +76,19 @@ protected:
         return frames;
     }
 
+    /** Measures frames, one every millisecond. */
+    static void measure_frames(size_t count)
+    {
+        simulated_sensor sensor;
+        zet_config_frame_rate_set(sensor.config, 1000.0F);
+        zet_config_subsweep_num_points_set(sensor.config, 10, 0);
+        ASSERT_TRUE(sensor.prepare());
+        for (size_t i = 0; i < count; ++i)
+        {
+            sensor.measure();
+        }
+    }
+
     zet_simulator_scene_t seen = {};
     std::optional<simulation> simulator;
 };
@@ -204,15 +217,8 @@ TEST_F(truth, velocity_is_the_derivative_of_the_distance)
     scene.targets[1].nearest_m = 0.4F;
     scene.targets[1].farthest_m = 0.6F;
     start(scene);
-    simulated_sensor sensor;
-    zet_config_frame_rate_set(sensor.config, 1000.0F);
-    zet_config_subsweep_num_points_set(sensor.config, 10, 0);
-    ASSERT_TRUE(sensor.prepare());
     constexpr size_t frames = 300;
-    for (size_t i = 0; i < frames; ++i)
-    {
-        sensor.measure();
-    }
+    measure_frames(frames);
     ASSERT_EQ(observed.size(), frames);
     int reversals = 0;
     for (size_t i = 1; i + 1 < frames; ++i)
@@ -247,15 +253,8 @@ TEST_F(truth, velocity_in_space_is_the_derivative_of_the_distance)
     scene.oscillation_count = target.oscillation_count = 1;
     scene.oscillations[0] = {0.01F, 3.0F, 0.1F, 0.2F, 1.0F, {0.0F, 0.02F, 0.0F}};
     start(scene);
-    simulated_sensor sensor;
-    zet_config_frame_rate_set(sensor.config, 1000.0F);
-    zet_config_subsweep_num_points_set(sensor.config, 10, 0);
-    ASSERT_TRUE(sensor.prepare());
     constexpr size_t frames = 300;
-    for (size_t i = 0; i < frames; ++i)
-    {
-        sensor.measure();
-    }
+    measure_frames(frames);
     double fastest_m_s = 0.0;
     for (size_t i = 1; i + 1 < frames; ++i)
     {

@@ -319,19 +319,19 @@ void add_surface(builder &scene, const body &body)
 {
     const auto distance = static_cast<double>(body.distance_m);
     zet_simulator_target_t &surface = scene.add(body, distance, 0.0);
-    surface.reflectivity = static_cast<float>(static_cast<double>(body.reflectivity));
+    surface.reflectivity = body.reflectivity;
     const double rate_hz = static_cast<double>(body.rate_per_min) / 60.0;
     for (int i = 0; i < 3; ++i)
     {
         scene.move(surface, {static_cast<double>(body.amplitude_m) / (1.0 + i), rate_hz * (1.0 + golden * i),
                              std::fmod(golden * i, 1.0)});
     }
-    if (body.strength_m2 != 0.0F)
+    if (body.stirrer_m2 != 0.0F)
     {
-        const double radius = static_cast<double>(body.radius_m);
+        const double radius = static_cast<double>(body.stirrer_radius_m);
         zet_simulator_target_t &stirrer =
-            scene.add(body, distance - 1.5 * radius, static_cast<double>(body.strength_m2));
-        scene.move(stirrer, {radius, static_cast<double>(body.heart_rate_per_min) / 60.0, 0.0});
+            scene.add(body, distance - 1.5 * radius, static_cast<double>(body.stirrer_m2));
+        scene.move(stirrer, {radius, static_cast<double>(body.stirrer_rate_per_min) / 60.0, 0.0});
     }
 }
 
@@ -402,11 +402,11 @@ bool is_consistent(const body &body, const scene_place &place, scene_report &rep
     {
         return false;
     }
-    if (body.kind == body_kind::surface && body.strength_m2 != 0.0F &&
-        static_cast<double>(body.distance_m) < 2.6 * static_cast<double>(body.radius_m))
+    if (body.stirrer_m2 != 0.0F &&
+        static_cast<double>(body.distance_m) < 2.6 * static_cast<double>(body.stirrer_radius_m))
     {
-        return refuse_beside(report, place, "stirrer_radius_m", body.radius_m, "at most distance_m / 2.6",
-                             body.distance_m / 2.6F);
+        return refuse_beside(report, place, "stirrer_radius_m", body.stirrer_radius_m,
+                             "at most distance_m / 2.6", body.distance_m / 2.6F);
     }
     if (body.leave_s != 0.0F && body.leave_s <= body.enter_s)
     {
@@ -431,8 +431,8 @@ body body_with_defaults(body_kind kind)
     defaults.legs = 2;
     defaults.speed_m_s = 1.2F;
     defaults.reflectivity = 0.5F;
-    defaults.heart_rate_per_min = 60.0F;
-    defaults.radius_m = 0.1F;
+    defaults.stirrer_radius_m = 0.1F;
+    defaults.stirrer_rate_per_min = 60.0F;
     switch (kind)
     {
     case body_kind::breathing:

@@ -45,6 +45,9 @@ struct body
     float speed_m_s;
     float height_m;
     float radius_m;
+    float stirrer_m2; /**< radar cross-section of the stirrer of a surface; 0 for none */
+    float stirrer_radius_m;
+    float stirrer_rate_per_min;
     float nearest_m;
     float farthest_m;
     uint32_t legs; /**< how often a walker goes from one end of the path to the other */

@@ -94,9 +94,9 @@ constexpr scene_field surface_fields[] = {
     leave,
     rate_field(1.0F, 600.0F),
     amplitude_field(0.1F),
-    optional_field("stirrer_m2", offsetof(body, strength_m2), 0.001F, 100.0F),
-    optional_field("stirrer_radius_m", offsetof(body, radius_m), 0.01F, 10.0F),
-    optional_field("stirrer_rate_per_min", offsetof(body, heart_rate_per_min), 1.0F, 1000.0F),
+    optional_field("stirrer_m2", offsetof(body, stirrer_m2), 0.001F, 100.0F),
+    optional_field("stirrer_radius_m", offsetof(body, stirrer_radius_m), 0.01F, 10.0F),
+    optional_field("stirrer_rate_per_min", offsetof(body, stirrer_rate_per_min), 1.0F, 1000.0F),
 };
 
 constexpr scene_field fan_fields[] = {
