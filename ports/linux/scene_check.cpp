@@ -3,6 +3,8 @@
  */
 #include "scene_check.h"
 
+#include <array>
+#include <charconv>
 #include <exception>
 #include <string>
 #include <vector>
@@ -46,12 +48,13 @@ overview_t describe(const zet_simulator_scene_t &scene, uint32_t body_count)
     return overview;
 }
 
-/** Returns a time with as many digits as it needs. */
+/** Returns a time with as many digits as a scene stores. */
 std::string time_text(double time_s)
 {
-    std::string text = std::to_string(time_s);
-    text.erase(text.find_last_not_of('0') + 1);
-    return text.ends_with('.') ? text.substr(0, text.size() - 1) : text;
+    std::array<char, 32> digits{};
+    const auto end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), static_cast<float>(time_s)).ptr;
+    return {digits.data(), end};
 }
 
 /** Returns when the last thing happens, as a sentence. */
@@ -94,7 +97,7 @@ void print_json(const overview_t &overview, const std::string &fault)
     }
     if (fault.empty() && overview.ends)
     {
-        cJSON_AddNumberToObject(document, "end_s", overview.end_s);
+        cJSON_AddRawToObject(document, "end_s", time_text(overview.end_s).c_str());
     }
     else if (fault.empty())
     {

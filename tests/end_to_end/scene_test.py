@@ -136,7 +136,7 @@ class Checks(SceneTest):
 
     def test_an_overview_shows_what_a_scene_contains(self):
         scene = {"targets": [{"distance_m": 2, "strength_m2": 1, "enter_s": 1.5, "sensor": 7}],
-                 "bodies": [{"kind": "fan", "distance_m": 1, "points": 4, "leave_s": 12.25}],
+                 "bodies": [{"kind": "fan", "distance_m": 1, "points": 4, "leave_s": 819.1}],
                  "sensors": [{}, {"sensor": 2, "x_m": 1}, {"board": 2}], "interferers": [{"strength": 1, "duration_s": 3}],
                  "temperatures": [{"celsius": 3}], "faults": [{"kind": "failing_read"}], "hardware": "ideal"}
         path = self.scene_file(scene)
@@ -144,9 +144,9 @@ class Checks(SceneTest):
         result = self.check("--scene", path, "--sensors", "7")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertEqual(result.stdout.splitlines(), [f"{path}: valid scene",
-                         *(f"  {name:<14}{count}" for name, count in counts.items()), "  the last change is at 12.25 s"])
+                         *(f"  {name:<14}{count}" for name, count in counts.items()), "  the last change is at 819.1 s"])
         result = self.check("--scene", path, "--sensors", "7", "--json")
-        self.assertEqual(json.loads(result.stdout), {"valid": True, **counts, "end_s": 12.25})
+        self.assertEqual(json.loads(result.stdout), {"valid": True, **counts, "end_s": 819.1})
         result = self.check("--scene", path, "--sensors", "7", "--json", "--board", "2")
         self.assertEqual(json.loads(result.stdout)["sensors"], 3)
         self.assertIn("none for board 3", self.check("--scene", path, "--sensors", "7", "--board", "3").stderr)

@@ -17,8 +17,8 @@ from .truth import ItemTruth, decode_truth
 
 TRUTH_FILE = "truth.jsonl"
 
-#: Longest line.
-_MOST_LINE_BYTES = 524_288
+#: Longest line, as in host/recording/truth_writer.h.
+_MOST_LINE_BYTES = 2_097_152
 
 _Text = bytes | mmap.mmap
 
