@@ -2,11 +2,13 @@
 
 import json
 import logging
+import random
 
 import numpy as np
 import pytest
 
 import vantor
+from processes import campaign
 from scripted_server import (
     ScriptedServer, answer_with, error, example_configuration, example_metadata, frame_bytes, frame_header,
     frame_payload, identity, plain_answer, stay_silent, stream_frames)
@@ -780,3 +782,43 @@ def test_ends_the_earlier_session(server):
 def test_refuses_a_document_that_is_not_json(server):
     with pytest.raises(vantor.ConfigurationError):
         server.connect().session({"groups": {1, 2}})
+
+
+class DamagingServer(ScriptedServer):
+    """A server whose messages are damaged now and then: bytes are changed, lost, repeated, or come from JSON."""
+
+    PARTS = [b"{", b"}", b"[", b"]", b'"', b",", b":", b"\\", b"\n", b"null", b"true", b"-1", b"1e999", b"9" * 30,
+             b"\xff", b'"result_info"', b'"payload_size":67108864', b'"status":"log"', b'"tick"', b"[" * 50]
+
+    def __init__(self, seed):
+        super().__init__()
+        self._random = random.Random(seed)
+        self._strength = self._random.uniform(0.0, 0.3)
+        self.on("start", stream_frames(20))
+
+    def send(self, data):
+        while self._random.random() < self._strength:
+            place = self._random.randrange(len(data) + 1)
+            gap = self._random.choice([0, 0, 1, 1, 5, 100])
+            data = data[:place] + self._random.choice(self.PARTS) + data[place + gap:]
+        super().send(data)
+
+
+def test_raises_only_its_own_errors_whatever_the_server_sends(caplog):
+    caplog.set_level(logging.ERROR)
+    outcomes = set()
+    for seed in range(campaign(20_000, 300)):
+        server = DamagingServer(seed)
+        try:
+            with server.connect() as host, host.session(example_configuration()) as session:
+                for frame in session.frames(count=15):
+                    assert frame[0, 0].samples.shape == (2, 20, 2) and frame.missing >= 0
+                host.stats()
+                outcomes.add("complete")
+        except vantor.Error as failure:
+            assert str(failure).isprintable(), seed
+            outcomes.add(type(failure))
+        # A server can announce slow frames: the client waits up to an hour longer for each answer.
+        assert server.now < 3 * 3700.0, seed
+        assert server.open_links == 0, seed
+    assert {"complete", vantor.ServerTimeout, vantor.BadMessage} <= outcomes, "the damage is too weak or too strong"

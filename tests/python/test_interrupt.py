@@ -75,7 +75,7 @@ class Interruption:
 
 def at_each_place(action):
     """Runs an action with an interruption at a later line of the package each time, until it is not interrupted."""
-    for place in itertools.count(0, campaign(1, 7)):
+    for place in itertools.count(0, campaign(1, 13)):
         try:
             action(place)
         except KeyboardInterrupt:

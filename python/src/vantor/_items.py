@@ -36,9 +36,10 @@ def list_items(configuration: dict[str, Any]) -> list[ConfiguredItem]:
     Raises ConfigurationError if it is not such a document: a server also accepts some items that it cannot
     use.
     """
+    groups = _require(configuration.get("groups", []), list, "/groups", "a list")
     return [
         _read_item(item, f"/groups/{group_index}/{index}")
-        for group_index, group in enumerate(configuration.get("groups", []))
+        for group_index, group in enumerate(groups)
         for index, item in enumerate(_require(group, list, f"/groups/{group_index}", "a list"))
     ]
 

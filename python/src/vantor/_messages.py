@@ -316,7 +316,7 @@ def _parse(line: bytearray) -> Any:
 
 
 def _decode(text: str) -> Any:
-    """Decodes JSON. What the server sends has no blanks around it; then this is faster than the decoder itself."""
+    """Decodes JSON; faster than the decoder itself if there are no blanks around it."""
     try:
         value, end = _DECODER.raw_decode(text)
     except json.JSONDecodeError:
