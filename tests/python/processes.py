@@ -9,10 +9,11 @@ TIME_OUT = 300.0
 
 
 class RunningServer:
-    """A `vantor_server` process with these arguments. It ends with the context."""
+    """A process of `vantor_server`, or of another server, with these arguments. It ends with the context."""
 
-    def __init__(self, *arguments):
-        self._process = subprocess.Popen([os.environ["VANTOR_SERVER"], *arguments], stdout=subprocess.PIPE, text=True)
+    def __init__(self, *arguments, program=("VANTOR_SERVER",)):
+        command = [os.environ[program[0]], *program[1:], *arguments]
+        self._process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
         line = self._process.stdout.readline()
         assert line.startswith("listening on "), line
         self.address = line.removeprefix("listening on ").strip()

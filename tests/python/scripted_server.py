@@ -4,6 +4,7 @@ In virtual time its reactions take no time unless they call `pause`; what they s
 it. `ScriptedTcpServer` is the same server behind a real socket.
 """
 
+import functools
 import heapq
 import itertools
 import json
@@ -76,6 +77,7 @@ def frame_header(number, tick=None):
     return {"result_info": groups, "status": "ok", "payload_size": len(frame_payload(number))}
 
 
+@functools.cache
 def frame_payload(number):
     """Samples of a frame: they depend on its number, and point 7 of every sweep is the strongest."""
     parts = b""

@@ -97,7 +97,7 @@ def test_gives_up_on_a_socket_that_accepts_no_connection(tmp_path):
             with pytest.raises(vantor.ConnectError, match="timed out"):
                 vantor.connect(f"unix:{path}", vantor.Timeouts(connect=0.05))
             # The server accepts again.
-            threading.Timer(0.1, listener.accept).start()
+            threading.Timer(0.1, lambda: listener.accept()[0].close()).start()
             open_link(parse_address(f"unix:{path}"), TIME_OUT).close()
 
 
@@ -122,7 +122,7 @@ def test_reports_a_server_that_is_killed(while_streaming):
 
 def test_reports_a_server_that_is_stopped():
     with RunningServer("--tcp", "0") as server:
-        with vantor.connect(server.address, vantor.Timeouts(answer=0.2, frame=0.2)) as host:
+        with vantor.connect(server.address, vantor.Timeouts(answer=1.0, frame=1.0)) as host:
             session = host.session(ONE_ITEM)
             with pytest.raises(vantor.ServerTimeout):
                 for frame in session.frames():

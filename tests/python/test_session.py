@@ -5,6 +5,7 @@ import logging
 import os
 import pathlib
 import signal
+import subprocess
 import time
 
 import numpy as np
@@ -177,6 +178,22 @@ def test_reports_a_sensor_that_fails(scene):
             list(server.session(item()).frames(count=10))
         assert failure.value.code == "nox_data"
         assert server.stats()["errors"] == {"nox_data": 1}
+
+
+def test_receives_a_replayed_recording(tmp_path):
+    recorded = str(tmp_path / "recorded")
+    subprocess.run([os.environ["VANTOR"], "record", EXAMPLES / "two_sensors.json", "--frames", "20", "--output", recorded,
+                    "--connect", "sim:--clock virtual"], check=True, capture_output=True, timeout=TIME_OUT)
+    recording = vantor.open(recorded)
+    replay = RunningServer(recorded, "--tcp", "0", "--speed", "max", program=("VANTOR", "replay"))
+    with replay, connect(replay.address) as server:
+        assert server.info.configuration == recording.configuration
+        with server.session(server.info.configuration) as session:
+            for frame, original in zip(session.frames(count=20), recording, strict=True):
+                assert (frame.time, frame.missing) == (original.time, original.missing)
+                for place, stored in zip(frame, original, strict=True):
+                    np.testing.assert_array_equal(place.samples, stored.samples)
+                    assert (place.tick, place.time, place.flags) == (stored.tick, stored.time, stored.flags)
 
 
 def test_measures_groups_in_order():
