@@ -99,7 +99,7 @@ class DescriptorLink:
         self._stream.close()
 
     def _read(self, buffers: Sequence[memoryview], is_ready: bool = False) -> int | None:
-        """Reads the bytes that are there; None if there are none. A link that is ready has bytes or an end."""
+        """Reads the bytes that are there; None if none. A link that is ready has bytes or an end."""
         try:
             count = os.readv(self._descriptor, buffers)
         except BlockingIOError:
