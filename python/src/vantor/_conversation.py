@@ -304,8 +304,9 @@ class Conversation:
                 self._receive(left if over else self._repeat_end(left))
                 continue
             self._understood = True
-            if not _deliver_log(message.header):
+            if message.header["status"] != "log":
                 return message
+            _deliver_log(message.header)
 
     def _receive(self, timeout: float) -> None:
         """Passes the bytes that arrive to the reader."""
@@ -317,17 +318,16 @@ class Conversation:
 
     def _next(self, limit: Limit, awaited: str) -> Message:
         """The next message; raises an error if none arrives. Extends the limit while a payload arrives."""
-        while True:
-            before = self._reader.missing
-            message = self._poll(limit.deadline)
-            if message is not None:
-                return message
+        before = 0
+        while (message := self._poll(limit.deadline)) is None:
             missing = self._reader.missing
             fewest = max(1, int(SLOWEST_PAYLOAD_RATE * limit.extension))
             slow = before != 0 and missing + fewest > before
             if missing == 0 or slow or limit.extension == 0.0:
                 self._give_up(awaited)
+            before = missing
             limit.deadline = self.now() + limit.extension
+        return message
 
     def _next_answer(self, limit: Limit, awaited: str) -> Message:
         """Like _next, but skips answers to earlier "end" commands."""
@@ -411,11 +411,8 @@ def _check_answer(message: Message, command: str) -> None:
         )
 
 
-def _deliver_log(header: dict[str, Any]) -> bool:
-    """Passes a log line of the server to `logging`; False if the message is not one."""
-    if header["status"] != "log":
-        return False
+def _deliver_log(header: dict[str, Any]) -> None:
+    """Passes a log line of the server to `logging`."""
     level = _LOG_LEVELS.get(_members.text(header, "level"), logging.DEBUG)
     module, line = _members.text(header, "module"), _members.text(header, "message")
     _server_log.log(level, "%s: %s", printable(module), printable(line))
-    return True

@@ -106,7 +106,7 @@ class FrameDecoder:
 
 def _check_length(array: object, expected: int, what: str) -> None:
     count = len(array) if isinstance(array, list) else 0
-    if not isinstance(array, list) or count != expected:
+    if count != expected:
         raise ProtocolError(f"A frame has {count} {what}, but the session metadata announced {expected}.")
 
 

@@ -34,14 +34,14 @@ def array(members: object, name: str) -> list[Any]:
 
 def to_integer(value: object, name: str, lowest: int, highest: int) -> int:
     """A value that must be a whole number within bounds."""
-    if type(value) is not int or not lowest <= value <= highest:
-        raise _refusal(name, f"a whole number from {lowest} to {highest}")
-    return value
+    if type(value) is int and lowest <= value <= highest:
+        return value
+    raise _refusal(name, f"a whole number from {lowest} to {highest}")
 
 
 def integer(members: object, name: str, bounds: tuple[int, int]) -> int:
     """A required whole number within bounds."""
-    return to_integer(member(members, name), name, *bounds)
+    return to_integer(member(members, name), name, bounds[0], bounds[1])
 
 
 def length(members: object, name: str) -> int:
@@ -78,24 +78,22 @@ def text(members: object, name: str) -> str:
     return value
 
 
-def optional_text(members: object, name: str) -> str | None:
-    """A string; None if it is missing."""
-    return text(members, name) if _has(members, name) else None
+def optional_text(members: Any, name: str) -> str | None:
+    """A string of an object; None if it is missing."""
+    return text(members, name) if name in members else None
 
 
-def optional_boolean(members: object, name: str) -> bool | None:
-    """A truth value; None if it is missing."""
-    return boolean(members, name) if _has(members, name) else None
+def optional_boolean(members: Any, name: str) -> bool | None:
+    """A truth value of an object; None if it is missing."""
+    return boolean(members, name) if name in members else None
 
 
-def optional_number(members: object, name: str) -> float | None:
-    """A number; None if it is missing or null."""
-    value = number(members, name) if _has(members, name) else math.nan
+def optional_number(members: Any, name: str) -> float | None:
+    """A number of an object; None if it is missing or null."""
+    if name not in members:
+        return None
+    value = number(members, name)
     return None if math.isnan(value) else value
-
-
-def _has(members: object, name: str) -> bool:
-    return isinstance(members, dict) and name in members
 
 
 def _refusal(name: str, expectation: str) -> ProtocolError:

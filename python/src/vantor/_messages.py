@@ -86,6 +86,7 @@ class MessageReader:
         #: Number of bytes consumed so far.
         self.position = 0
         self._buffer = bytearray(_BUFFER_SIZE)
+        self._after_long_payload = memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]
         self._start = 0
         self._end = 0
         #: Bytes after the start that contain no line feed.
@@ -110,8 +111,7 @@ class MessageReader:
     def buffers(self) -> list[memoryview]:
         """Where the next bytes go, in this order. Valid until the next call of any other function."""
         if self._payload is not None:
-            rest = self._payload.data[self._filled :]
-            return [rest, memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]]
+            return [self._payload.data[self._filled :], self._after_long_payload]
         self._make_room()
         return [memoryview(self._buffer)[self._end :]]
 
@@ -164,6 +164,7 @@ class MessageReader:
             kept = self._buffer[self._start : self._end]
             # Not resized in place, because an interrupted function may still refer to it.
             self._buffer = bytearray(max(_BUFFER_SIZE, 2 * len(kept)))
+            self._after_long_payload = memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]
             self._buffer[: len(kept)] = kept
             self._start, self._end = 0, len(kept)
 

@@ -185,7 +185,9 @@ class Session:
         stream = self._start()
         limit = self._conversation.frame_limit()
         deadline = None if seconds is None else self._conversation.now() + seconds
+        patience = self._conversation.frame_time
         while count is None or stream.number < count:
+            limit.deadline = self._conversation.now() + patience
             frame = self._next_frame(stream, limit, deadline)
             if frame is None:
                 break
@@ -224,7 +226,6 @@ class Session:
 
     def _next_frame(self, stream: _Stream, limit: Limit, deadline: float | None) -> Frame | None:
         """The next frame of the stream; None if none arrives until a deadline."""
-        limit.deadline = self._conversation.now() + self._conversation.frame_time
         while True:
             if self._stream is not stream:
                 raise Error("Another stream was started, or the session has ended, during this stream.")
