@@ -30,6 +30,12 @@ void sleep_until_us(uint64_t time_us)
 }
 
 int64_t scene_start_us = 0;
+zet_simulator_clock_t board_clock = {};
+
+int64_t since_start_of_board_us()
+{
+    return static_cast<int64_t>(board_clock.now_us());
+}
 
 int64_t since_scene_start_us()
 {
@@ -50,4 +56,10 @@ signed_clock_t *clock_since(double start_s)
     const double us_per_s = 1.0e6;
     scene_start_us = std::llround(start_s * us_per_s);
     return since_scene_start_us;
+}
+
+signed_clock_t *clock_of_board(const zet_simulator_clock_t &clock)
+{
+    board_clock = clock;
+    return since_start_of_board_us;
 }

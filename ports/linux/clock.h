@@ -24,4 +24,7 @@ using signed_clock_t = int64_t();
  */
 signed_clock_t *clock_since(double start_s);
 
+/** Returns the time of a board's clock. There is only one such clock. */
+signed_clock_t *clock_of_board(const zet_simulator_clock_t &clock);
+
 #endif

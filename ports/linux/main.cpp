@@ -54,6 +54,16 @@ zet_simulator_scene_t scene_of(const options_t &options)
     return scene;
 }
 
+/** Returns the clock of the scene; null if it starts with each session. */
+signed_clock_t *scene_clock(const options_t &options, const zet_simulator_clock_t &clock)
+{
+    if (options.scene_start_s)
+    {
+        return clock_since(*options.scene_start_s);
+    }
+    return options.scene_goes_on ? clock_of_board(clock) : nullptr;
+}
+
 /** Describes the board to the simulator. */
 zet_simulator_options_t board_options(const options_t &options, const zet_simulator_scene_t &scene)
 {
@@ -62,8 +72,8 @@ zet_simulator_options_t board_options(const options_t &options, const zet_simula
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.board = options.board;
-    board.scene_now_us = options.scene_start_s ? clock_since(*options.scene_start_s) : nullptr;
     board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
+    board.scene_now_us = scene_clock(options, board.clock);
     // On a virtual clock no wait takes time.
     board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;
     board.log = log_line;

@@ -177,19 +177,26 @@ bool parse_clock(const std::string &text)
     return text == "virtual";
 }
 
-/** Parses a time in seconds since 1970. */
-double parse_scene_start(const std::string &text)
+/** Parses when the scene starts: "server", or a time in seconds since 1970. */
+void parse_scene_start(const std::string &text, options_t &options)
 {
     constexpr double latest_s = 1.0e11;
+    if (text == "server")
+    {
+        options.scene_goes_on = true;
+        return;
+    }
     double value = 0.0;
     const char *const end = text.data() + text.size();
     const auto [stop, failure] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
     if (failure != std::errc{} || stop != end || !(value >= 0.0 && value <= latest_s))
     {
         throw CLI::ValidationError("--scene-start",
-                                   "\"" + text + "\" is not a number of seconds from 0 to 100000000000");
+                                   "\"" + text +
+                                       "\" is neither \"server\" nor a number of seconds from 0 "
+                                       "to 100000000000");
     }
-    return value;
+    options.scene_start_s = value;
 }
 
 /** Adds the options that describe the simulated board. */
@@ -208,12 +215,13 @@ void add_board_options(CLI::App &app, options_t &options)
                "Number of this board, if several boards see one scene, 1 to 65535; 0 for the only one", 0,
                UINT16_MAX);
     app.add_option_function<std::string>(
-           "--scene-start",
-           [&options](const std::string &text) { options.scene_start_s = parse_scene_start(text); },
-           "When the scene starts, for all sessions of all boards that see it: seconds since 1970-01-01 UTC, "
-           "such "
-           "as those of `date +%s`; with each session by default")
-        ->type_name("SECONDS");
+           "--scene-start", [&options](const std::string &text) { parse_scene_start(text, options); },
+           "When the scene starts: \"server\" for once, with the server, so that it goes on over sessions; "
+           "or the "
+           "time of day in seconds since 1970-01-01 UTC, such as that of `date +%s`, for several boards; "
+           "with each "
+           "session by default")
+        ->type_name("TIME");
     app.add_flag_callback(
         "--ideal", [&options] { options.ideal = true; },
         "Ideal sensors: no phase noise, drift, sidelobes, ringing and bursts, whatever the scene describes");

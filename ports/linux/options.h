@@ -34,14 +34,14 @@ struct options_t
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
     bool virtual_clock = false;
-    bool ideal = false;                         /**< the sensors have no imperfections */
-    uint32_t stall_limit_s = 10;                /**< how long a host may accept no data; 0 for any time */
+    bool scene_goes_on = false;  /**< the scene starts with the server, not with each session */
+    bool ideal = false;          /**< the sensors have no imperfections */
+    uint32_t stall_limit_s = 10; /**< how long a host may accept no data; 0 for any time */
     std::string board_name = "simulated board"; /**< reported by `identify` */
     std::string board_id;                       /**< reported by `identify`; empty for none */
     std::string scene_path;                     /**< empty for the built-in scene */
-    std::optional<double>
-        scene_start_s;      /**< when the scene starts, since 1970 UTC; with each session if empty */
-    std::string truth_path; /**< where the truth is written; empty for nowhere */
+    std::optional<double> scene_start_s; /**< when the scene starts, since 1970 UTC; empty for not so */
+    std::string truth_path;              /**< where the truth is written; empty for nowhere */
     zet_log_level_t log_level = ZET_LOG_LEVEL_WARNING;
 };
 

@@ -70,6 +70,24 @@ class Boards(SceneTest):
         self.assertAlmostEqual(session["scene_start_s"], start, 1)
         self.assertEqual(session["scene"]["sensors"][0]["x_m"], 1)
 
+    def test_a_scene_that_starts_with_the_server_goes_on_over_sessions(self):
+        truth = os.path.join(self.folder, "truth.jsonl")
+        times = []
+        for _ in range(2):
+            with self.server({"temperatures": [{"celsius": 20, "drift_celsius_per_s": 10}]}, "--truth", truth,
+                             "--scene-start", "server") as server, server.connect() as host:
+                for _ in range(3):
+                    host.ask("configure", configuration=configuration({}, frame_rate=1))
+                    for _ in range(3):
+                        host.ask("frame")
+                        line = self.last_line(truth)
+                        times.append(line["time_s"])
+                        self.assertAlmostEqual(line["temperature"], 20 + 10 * line["time_s"], delta=0.6)
+                    host.ask("end")
+        self.assertEqual(times[:9], sorted(times[:9]))
+        self.assertGreater(times[8], 6.0)
+        self.assertEqual(times[9:], times[:9], "the virtual clock repeats everything")
+
     @staticmethod
     def last_line(path):
         with open(path, encoding="utf-8") as file:
@@ -81,7 +99,7 @@ class Boards(SceneTest):
                 ([], "none for board 0; --board gives the number of this board"),
                 (["--board", "65536"], '--board: "65536" is not a whole number from 0 to 65535'),
                 (["--board", "1", "--scene-start", "yesterday"],
-                 '--scene-start: "yesterday" is not a number of seconds from 0 to 100000000000'),
+                 '--scene-start: "yesterday" is neither "server" nor a number of seconds from 0 to 100000000000'),
                 (["--board", "1", "--scene-start", "1", "--clock", "virtual"],
                  "--scene-start needs the real clock; remove --clock virtual")):
             result = subprocess.run([SERVER, "--stdio", "--scene", self.scene_file(self.SCENE), *arguments],
