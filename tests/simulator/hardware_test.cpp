@@ -323,7 +323,7 @@ TEST(hardware, bursts_begin_at_any_time_and_the_truth_has_their_mean)
         int disturbed = 0;
         for (size_t sweep = 0; sweep < sweeps; ++sweep)
         {
-            const auto first = measured.samples.begin() + static_cast<std::ptrdiff_t>(sweep * points);
+            const auto first = measured.samples.begin() + static_cast<ptrdiff_t>(sweep * points);
             disturbed += deviation({first, first + points}) > 300.0 ? 1 : 0;
         }
         partly += disturbed > 0 && disturbed < sweeps ? 1 : 0;
