@@ -3,6 +3,7 @@
  */
 #include "zet_cjson_utils.h"
 
+#include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -95,6 +96,21 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
         }
     }
     return nullptr;
+}
+
+/** Returns a whole number as a `double`. Uses integers: many processors have no hardware for `double`. */
+double double_of(uint32_t value, bool is_negative)
+{
+    if (value == 0)
+    {
+        return 0.0;
+    }
+    constexpr uint64_t exponent_of_one = 1023;
+    const auto shift = static_cast<uint32_t>(std::countl_zero(value));
+    // The first of the 53 digits of a fraction is not stored.
+    const uint64_t fraction = static_cast<uint64_t>(value << shift << 1U) << 20U;
+    const uint64_t exponent = exponent_of_one + 31U - shift;
+    return std::bit_cast<double>((is_negative ? uint64_t{1} << 63U : 0U) | exponent << 52U | fraction);
 }
 
 /** Returns a number without its fraction, or the nearest int. */
@@ -247,13 +263,14 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
 
 bool add_json_int_value(cJSON *object, const char *key, int value)
 {
-    return add_value(object, key, cJSON_Number, value, value);
+    const uint32_t magnitude = value < 0 ? 0U - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    return add_value(object, key, cJSON_Number, double_of(magnitude, value < 0), value);
 }
 
 bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 {
     const int nearest = value < INT_MAX ? static_cast<int>(value) : INT_MAX;
-    return add_value(object, key, cJSON_Number, value, nearest);
+    return add_value(object, key, cJSON_Number, double_of(value, false), nearest);
 }
 
 bool add_json_float_value(cJSON *object, const char *key, float value)
