@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -133,8 +134,33 @@ void write_frame(const zet_simulator_frame_t *frame)
     throw std::runtime_error("cannot write the truth to \"" + path + "\": " + reason);
 }
 
+/** Whether a path leads to this file. */
+bool is_same_file(const struct stat &status, const std::string &path)
+{
+    struct stat other = {};
+    return stat(path.c_str(), &other) == 0 && other.st_dev == status.st_dev && other.st_ino == status.st_ino;
+}
+
+/** Refuses a file that must not be replaced; locks it until the program ends. */
+void claim_file(const std::string &path, const struct stat &status, const std::string &scene_path)
+{
+    if (!S_ISREG(status.st_mode))
+    {
+        refuse_file(path, "it is not a regular file");
+    }
+    if (is_same_file(status, scene_path))
+    {
+        refuse_file(path, "it is the scene");
+    }
+    // A file system without locks cannot be asked.
+    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    {
+        refuse_file(path, "it is used by another vantor_server");
+    }
+}
+
 /** Opens the file. Opening it does not wait, also if it is a pipe. */
-void open_file(const std::string &path)
+void open_file(const std::string &path, const std::string &scene_path)
 {
     constexpr mode_t readable = 0666;
     descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, readable);
@@ -143,10 +169,7 @@ void open_file(const std::string &path)
     {
         refuse_file(path, std::strerror(errno));
     }
-    if (!S_ISREG(status.st_mode))
-    {
-        refuse_file(path, "it is not a regular file");
-    }
+    claim_file(path, status, scene_path);
     if (ftruncate(descriptor, 0) != 0)
     {
         refuse_file(path, std::strerror(errno));
@@ -159,7 +182,7 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
 {
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-    open_file(options.truth_path);
+    open_file(options.truth_path, options.scene_path);
     std::vector<char> text(zet_simulator_scene_to_json(&scene, nullptr, 0) + 1);
     zet_simulator_scene_to_json(&scene, text.data(), text.size());
     session_members.clear();

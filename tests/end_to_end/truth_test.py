@@ -146,10 +146,36 @@ class Files(TruthTest):
         os.mkfifo(pipe)
         for path, reason in ((self.folder, "Is a directory"), (self.path("missing/file"), "No such file or directory"),
                              ("/dev/null", "it is not a regular file"), (pipe, "")):
-            result = subprocess.run([SERVER, "--stdio", "--truth", path], stdin=subprocess.DEVNULL,
-                                    capture_output=True, text=True, timeout=TIME_OUT, check=False)
-            self.assertEqual((result.returncode, result.stdout), (1, ""))
-            self.assertIn(f'cannot write the truth to "{path}": {reason}', result.stderr)
+            self.assertIn(f'cannot write the truth to "{path}": {reason}', self.refusal("--truth", path))
+
+    def refusal(self, *arguments):
+        """Why a server does not start."""
+        result = subprocess.run([SERVER, "--stdio", *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+                                text=True, timeout=TIME_OUT, check=False)
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        return result.stderr
+
+    def test_a_file_of_another_server_is_refused_and_not_changed(self):
+        with self.server() as server, server.connect() as host:
+            host.ask("configure", configuration=self.CONFIG)
+            before = lines_of(self.truth)
+            link = self.path("link.jsonl")
+            os.symlink(self.truth, link)
+            for path in (self.truth, link):
+                self.assertIn(f'cannot write the truth to "{path}": it is used by another vantor_server',
+                              self.refusal("--truth", path))
+            self.assertEqual(lines_of(self.truth), before)
+        with self.server():
+            self.assertEqual(lines_of(self.truth), [])
+
+    def test_the_scene_is_not_replaced(self):
+        link = self.path("hard-link.json")
+        os.link(self.scene, link)
+        for path in (self.scene, link):
+            self.assertIn(f'cannot write the truth to "{path}": it is the scene',
+                          self.refusal("--scene", self.scene, "--truth", path))
+        with open(self.scene, encoding="utf-8") as file:
+            self.assertEqual(json.load(file), self.SCENE)
 
     def test_a_full_disk_is_reported_once_and_does_not_stop_frames(self):
         process = subprocess.Popen([SERVER, "--stdio", "--clock", "virtual", "--truth", self.truth],
