@@ -117,6 +117,7 @@ typedef struct
     uint16_t oscillation_count;  /**< ... and how many it has */
     uint16_t first_keyframe;     /**< first keyframe of its track in those of the scene ... */
     uint16_t keyframe_count;     /**< ... and how many it has */
+    uint32_t body;               /**< targets with the same number are one thing; 0 if it is one on its own */
 #endif
 } zet_simulator_target_t;
 

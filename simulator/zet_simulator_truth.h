@@ -22,6 +22,9 @@ typedef struct
                             when the sensor receives no echoes */
     double phase_rad;    /**< of the sample at the point nearest to the peak, -pi to pi */
     double noise_power;  /**< mean square of the magnitude of the noise there */
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    uint32_t body; /**< of the target, in the scene */
+#endif
 } zet_simulator_target_truth_t;
 
 /** What a sensor should have found in a frame. */

@@ -29,6 +29,7 @@ double finite_member(const nlohmann::json &object, const char *name)
 target_truth decode_target(const nlohmann::json &document)
 {
     return {.target = length_member(document, "target"),
+            .body = document.contains("body") ? length_member(document, "body") : 0,
             .distance_m = finite_member(document, "distance_m"),
             .velocity_m_s = finite_member(document, "velocity_m_s"),
             .amplitude = finite_member(document, "amplitude"),
@@ -39,12 +40,18 @@ target_truth decode_target(const nlohmann::json &document)
 /** Encodes a target. */
 nlohmann::ordered_json encode_target(const target_truth &target)
 {
-    return {{"target", target.target},
-            {"distance_m", target.distance_m},
-            {"velocity_m_s", target.velocity_m_s},
-            {"amplitude", target.amplitude},
-            {"phase_rad", target.phase_rad},
-            {"snr_db", target.snr_db ? nlohmann::ordered_json(*target.snr_db) : nlohmann::ordered_json()}};
+    nlohmann::ordered_json document = {{"target", target.target}};
+    if (target.body > 0)
+    {
+        document["body"] = target.body;
+    }
+    document.update(
+        {{"distance_m", target.distance_m},
+         {"velocity_m_s", target.velocity_m_s},
+         {"amplitude", target.amplitude},
+         {"phase_rad", target.phase_rad},
+         {"snr_db", target.snr_db ? nlohmann::ordered_json(*target.snr_db) : nlohmann::ordered_json()}});
+    return document;
 }
 
 } // namespace

@@ -88,6 +88,10 @@ void add_target(std::string &line, const zet_simulator_target_truth_t &target)
 {
     line += line.ends_with('[') ? "{" : ",{";
     add(line, "target", target.target);
+    if (target.body > 0)
+    {
+        add(line, "body", target.body);
+    }
     add_long(line, "distance_m", target.distance_m);
     add_short(line, "velocity_m_s", target.velocity_m_s);
     add_short(line, "amplitude", target.amplitude);

@@ -55,6 +55,7 @@ constexpr scene_field target_fields[] = {
     real_field("x_velocity_m_s", offsetof(target_record, place_velocity_m_s[0]), -fastest_m_s, fastest_m_s),
     real_field("y_velocity_m_s", offsetof(target_record, place_velocity_m_s[1]), -fastest_m_s, fastest_m_s),
     real_field("z_velocity_m_s", offsetof(target_record, place_velocity_m_s[2]), -fastest_m_s, fastest_m_s),
+    {"body", offsetof(target_record, body), field_type::whole, false, 0.0F, ZET_SIMULATOR_MAX_TARGETS},
 #endif
 };
 

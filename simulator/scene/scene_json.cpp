@@ -1,6 +1,7 @@
 /** @file
  * Reads scene files.
  */
+#include <algorithm>
 #include <cstring>
 
 #include "common/number_text.h"
@@ -235,6 +236,18 @@ bool read_body_kind(scene_reading &reading, const scene_place &place, const cJSO
     return read_required(reading, entry, object, "kind");
 }
 
+/** Returns the least number of a body that no target has. */
+uint32_t unused_body(const zet_simulator_scene_t &scene)
+{
+    const auto *end = scene.targets + scene.target_count;
+    uint32_t number = 1;
+    while (std::any_of(scene.targets, end, [&](const auto &target) { return target.body == number; }))
+    {
+        ++number;
+    }
+    return number;
+}
+
 /** Reads a body and adds its targets. */
 bool read_body(scene_reading &reading, uint32_t index, const cJSON *object)
 {
@@ -247,6 +260,7 @@ bool read_body(scene_reading &reading, uint32_t index, const cJSON *object)
     read = body_with_defaults(read.kind);
     const scene_section &section = body_sections[static_cast<size_t>(read.kind)];
     const uint16_t first = reading.scene.target_count;
+    const uint32_t number = unused_body(reading.scene);
     if (!read_fields(reading, {place, section, reinterpret_cast<unsigned char *>(&read)}, object) ||
         !body_expand(read, place, reading.scene, reading.report))
     {
@@ -255,6 +269,7 @@ bool read_body(scene_reading &reading, uint32_t index, const cJSON *object)
     for (uint32_t i = first; i < reading.scene.target_count; ++i)
     {
         reading.bodies[i] = static_cast<uint16_t>(index);
+        reading.scene.targets[i].body = number;
     }
     return true;
 }

@@ -109,6 +109,9 @@ bool describe(const measurement_program &program, const frame_signal &frame, con
     }
     truth = {};
     truth.target = index;
+#ifndef ZET_SIMULATOR_SMALL_SCENE
+    truth.body = board_scene().targets[index].body;
+#endif
     truth.distance_m = seen->distance_m;
     truth.velocity_m_s = seen->velocity_m_s;
     const subsweep_signal &subsweep = subsweep_at(program, truth.distance_m);

@@ -36,7 +36,7 @@ def largest_scene():
         return {"strength_m2": 0.123456789, "oscillation_amplitude_m": 0.0123456789,
                 "oscillation_frequency_hz": 0.123456789, "leave_s": 123456.789, "fluctuation": "swerling_3",
                 "x_m": next(numbers), "y_m": 1.12345678 + index, "z_m": next(numbers),
-                **entry("x_velocity_m_s", "y_velocity_m_s", "z_velocity_m_s"),
+                **entry("x_velocity_m_s", "y_velocity_m_s", "z_velocity_m_s"), "body": 64,
                 "oscillations": [{**entry("amplitude_m", "phase_turns", "amplitude_x_m", "amplitude_y_m",
                                           "amplitude_z_m"),
                                   "frequency_hz": 12.3456789, "wander_turns": 0.123456789,
@@ -132,6 +132,16 @@ class Files(TruthTest):
                                                    "oscillation_amplitude_m": 0.004,
                                                    "oscillation_frequency_hz": 0.25})
             self.assertEqual(scene["hardware"][0]["sidelobe_level"], 0.02)
+
+    def test_the_targets_of_a_body_have_its_number(self):
+        scene = self.write("bodies.json", {"targets": [{"distance_m": 1, "strength_m2": 1}],
+                                           "bodies": [{"kind": "fan", "distance_m": 2, "points": 2}]})
+        with Server("--tcp", "0", "--truth", self.truth, "--scene", scene) as server, server.connect() as host:
+            host.ask("configure", configuration=self.CONFIG)
+            host.ask("frame")
+            session, *frames = lines_of(self.truth)
+            self.assertEqual([target.get("body") for target in session["scene"]["targets"]], [None, 1, 1])
+            self.assertEqual([target.get("body") for target in frames[0]["targets"]], [None, 1, 1])
 
     def test_ideal_sensors_have_no_hardware(self):
         disturbed = self.write("disturbed.json", {"hardware": [{"ringing_level": 0.5}]})

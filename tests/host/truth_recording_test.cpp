@@ -116,6 +116,30 @@ TEST_F(truth_recording, is_read_frame_by_frame_from_any_frame_on)
     }
 }
 
+TEST_F(truth_recording, keeps_the_bodies_of_targets)
+{
+    {
+        recording_writer writer(path, test::description_with_truth());
+        auto received = test::frame_with_truth(0);
+        auto known = *received.truth();
+        known.items[0]->targets[0].body = 2;
+        received.set_truth(std::make_shared<const frame_truth>(known));
+        writer.add(received);
+        writer.finish();
+    }
+    const auto all = lines();
+    EXPECT_EQ(json::parse(all.at(1))["targets"][0]["body"], 2);
+    EXPECT_FALSE(json::parse(all.at(2))["targets"][0].contains("body"));
+    const recording_reader recording(path);
+    truth_frames truth(recording.open_truth());
+    const auto &items = truth.move_to(0);
+    EXPECT_EQ(items.at(0).truth.targets.at(0).body, 2U);
+    EXPECT_EQ(items.at(1).truth.targets.at(0).body, 0U);
+    auto wrong = encode_truth(items[0].truth);
+    wrong["targets"][0]["body"] = -1;
+    EXPECT_THROW(decode_truth(wrong), protocol_error);
+}
+
 TEST_F(truth_recording, leaves_out_what_is_not_known)
 {
     {

@@ -321,6 +321,47 @@ TEST(body, clutter_is_the_same_for_the_same_seed)
     EXPECT_NEAR(strength_of(scene) / 40.0, 0.05, 4.0 * 0.05 / std::sqrt(40.0));
 }
 
+/** The number of the body of each target. */
+std::vector<uint32_t> bodies_of(const zet_simulator_scene_t &scene)
+{
+    std::vector<uint32_t> bodies;
+    for (uint32_t i = 0; i < scene.target_count; ++i)
+    {
+        bodies.push_back(scene.targets[i].body);
+    }
+    return bodies;
+}
+
+TEST(body, all_its_targets_have_its_number)
+{
+    const auto scene = scene_of(R"({"targets": [{"distance_m": 1, "strength_m2": 1}], "bodies": [
+        {"kind": "fan", "distance_m": 1}, {"kind": "walker", "y_m": 2, "to_y_m": 8, "legs": 2}]})");
+    std::vector<uint32_t> expected = {0, 1, 1, 1};
+    // Both legs are the same person.
+    expected.insert(expected.end(), 20, 2);
+    EXPECT_EQ(bodies_of(scene), expected);
+    EXPECT_EQ(bodies_of(scene_of(text_of(scene))), expected);
+}
+
+TEST(body, has_a_number_that_no_other_target_has)
+{
+    const auto scene = scene_of(R"({"bodies": [{"kind": "breathing", "distance_m": 1},
+        {"kind": "breathing", "distance_m": 2}], "targets": [{"distance_m": 1, "strength_m2": 1, "body": 1},
+        {"distance_m": 2, "strength_m2": 1, "body": 0}, {"distance_m": 3, "strength_m2": 1, "body": 64}]})");
+    EXPECT_EQ(bodies_of(scene), (std::vector<uint32_t>{1, 0, 64, 2, 3}));
+}
+
+TEST(body, number_of_a_target_is_checked)
+{
+    const auto refusal = [](const std::string &number) {
+        return reason_of(R"({"targets": [{"distance_m": 1, "strength_m2": 1, "body": )" + number + "}]}");
+    };
+    EXPECT_EQ(refusal("65"), "targets[0].body is 65, but must be a number from 0 to 64");
+    EXPECT_EQ(refusal("-1"), "targets[0].body is -1, but must be a number from 0 to 64");
+    EXPECT_EQ(refusal("1.5"), "targets[0].body is 1.5, but must be a whole number from 0 to 64");
+    EXPECT_EQ(refusal("\"a\""), "targets[0].body is \"a\", but must be a whole number from 0 to 64");
+}
+
 TEST(body, wrong_bodies_are_refused_with_their_place)
 {
     const std::string kinds = R"(one of "breathing", "walker", "surface", "fan", "curtain", "clutter")";

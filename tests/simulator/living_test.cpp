@@ -282,7 +282,7 @@ TEST(living, wrong_targets_are_refused_with_their_place)
               "targets[0] has the unknown key \"distance\"; the keys are sensor, distance_m, strength_m2, "
               "reflectivity, velocity_m_s, oscillation_amplitude_m, oscillation_frequency_hz, nearest_m, "
               "farthest_m, enter_s, leave_s, fluctuation, x_m, y_m, z_m, x_velocity_m_s, y_velocity_m_s, "
-              "z_velocity_m_s, oscillations, track, track_file");
+              "z_velocity_m_s, body, oscillations, track, track_file");
     EXPECT_EQ(
         reason_of(one_target(R"("distance_m": 2, "oscillations": [{"amplitude_m": 11, "frequency_hz": 1}])")),
         "targets[0].oscillations[0].amplitude_m is 11, but must be a number from -10 to 10");

@@ -46,7 +46,8 @@ zet_simulator_target_t longest_target()
             0,
             0,
             0,
-            0};
+            0,
+            4294967295U};
 }
 
 /** Gives each target the same number of oscillations and keyframes. */
@@ -90,7 +91,7 @@ TEST(scene_text, has_every_field)
         R"("oscillation_amplitude_m":0.004,"oscillation_frequency_hz":0.25,"nearest_m":0,"farthest_m":2.5,)"
         R"("enter_s":1.5,"leave_s":60,"fluctuation":"swerling_1"},)"
         R"({"reflectivity":0.2,"x_m":0,"y_m":0,"z_m":0,"x_velocity_m_s":0.1,"y_velocity_m_s":-0.2,)"
-        R"("z_velocity_m_s":0.3,"oscillations":[{"amplitude_m":0.01,"frequency_hz":0.2,"phase_turns":-0.25,)"
+        R"("z_velocity_m_s":0.3,"body":64,"oscillations":[{"amplitude_m":0.01,"frequency_hz":0.2,"phase_turns":-0.25,)"
         R"("wander_turns":0.125,"wander_frequency_hz":0.01,"amplitude_x_m":0.1,"amplitude_y_m":0.2,)"
         R"("amplitude_z_m":0.3},{"frequency_hz":0}],"track":[{"time_s":0,"x_m":0,"y_m":1,"z_m":0},)"
         R"({"time_s":2,"x_m":-1,"y_m":0,"z_m":0.5}]},)"

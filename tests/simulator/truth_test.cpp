@@ -294,6 +294,21 @@ TEST_F(truth, has_only_targets_that_the_sensor_can_see)
     EXPECT_EQ(observed.back().targets[0].target, 0U);
 }
 
+TEST_F(truth, has_the_number_of_the_body_of_each_target)
+{
+    auto scene = scene_with_target(1.0F, 1.0F);
+    scene.target_count = 2;
+    scene.targets[1] = scene.targets[0];
+    scene.targets[1].body = 3;
+    start(scene);
+    simulated_sensor sensor;
+    ASSERT_TRUE(sensor.prepare());
+    sensor.measure();
+    ASSERT_EQ(observed.back().target_count, 2U);
+    EXPECT_EQ(observed.back().targets[0].body, 0U);
+    EXPECT_EQ(observed.back().targets[1].body, 3U);
+}
+
 TEST_F(truth, has_no_echo_without_transmitter)
 {
     start(scene_with_target(1.0F, 1.0F));

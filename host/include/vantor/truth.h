@@ -18,6 +18,7 @@ namespace vantor
 struct target_truth
 {
     size_t target = 0;         /**< its index in the list of the scene */
+    size_t body = 0;           /**< targets with the same number are one thing; 0 if it is one on its own */
     double distance_m = 0.0;   /**< from the sensor */
     double velocity_m_s = 0.0; /**< along the line of sight; positive if it moves away */
     double amplitude = 0.0;    /**< of its echo without noise and clipping, in LSB; 0 without a transmitter */
