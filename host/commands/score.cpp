@@ -31,7 +31,8 @@ constexpr const char *score_footer = R"(Examples:
   vantor score garage detections.csv --gate 0.05 --min-snr 13 --json
 
 DETECTIONS has a line "frame,group,item,distance_m" or "frame,group,item,distance_m,velocity_m_s", then a line for
-each detection. Other columns are ignored. frame counts from 0, group and item from 1, as in the recording.
+each detection. Other columns are ignored. frame counts from 0, group and item from 1, as in the recording. It must be a
+file: pipes are not read.
 
 In each frame of an item, the closest pair of a detection and a target is matched first, then the next one, up to the
 gate. A target is to be found while it has an echo within the measured distances. Detections of targets that need not
@@ -246,7 +247,7 @@ exit_code score(const score_options &options, const command_streams &streams)
     // First: without a truth, nothing else matters.
     static_cast<void>(recording.open_truth());
     warn_of_damage(recording, streams, stop_score_if_interrupted);
-    const auto detections = read_detections(options.detections, recording);
+    const auto detections = read_detections(options.detections, recording, stop_score_if_interrupted);
     const auto items = score_detections(recording, detections,
                                         {.gate_m = options.gate_m, .least_snr_db = options.least_snr_db},
                                         stop_score_if_interrupted);

@@ -7,11 +7,14 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <new>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <tuple>
 #include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "recording/input_file.h"
 #include "vantor/recording_error.h"
@@ -34,51 +37,98 @@ constexpr size_t number_of_columns = 5;
 constexpr std::array<std::string_view, number_of_columns> names_of_columns = {"frame", "group", "item",
                                                                               "distance_m", "velocity_m_s"};
 
-/** Splits a line into cells. */
-std::vector<std::string_view> cells_of(std::string_view line)
+/** The frames and items that fit into a detection: more than any recording has. */
+constexpr uint64_t frame_mask = (uint64_t{1} << 40U) - 1;
+constexpr uint64_t item_mask = (uint64_t{1} << 24U) - 1;
+
+/** Comparisons of a sort between two calls of the function that stops it. */
+constexpr uint64_t comparisons_per_stop = 65536;
+
+/** Removes the blanks around a text. */
+std::string_view trimmed(std::string_view text)
 {
-    std::vector<std::string_view> cells;
-    for (size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(','))
-    {
-        cells.push_back(line.substr(0, comma));
-        line.remove_prefix(comma + 1);
-    }
-    cells.push_back(line);
-    return cells;
+    constexpr const char *blanks = " \t";
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+/** Quotes a text from the file for a message, shortened; what is not printable is escaped. */
+std::string quoted(std::string_view text)
+{
+    constexpr size_t longest = 80;
+    const std::string begin(text.substr(0, longest));
+    const auto shown = nlohmann::json(begin).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return shown + (text.size() > longest ? "…" : "");
 }
 
 /** Does the work of read_detections(). */
 class detections_reader
 {
 public:
-    detections_reader(const std::filesystem::path &path, const recording_reader &recording)
-        : recording_(recording), path_(path), lines_(path)
+    detections_reader(const std::filesystem::path &path, const recording_reader &recording,
+                      const std::function<void()> &stop)
+        : recording_(recording), path_(path), stop_(stop), lines_(path)
     {
     }
 
     /** Reads all lines. */
-    std::vector<detection> run()
+    std::deque<detection> run(uint64_t most)
     {
-        std::vector<detection> found;
         find_columns();
         while (const auto line = next_line())
         {
-            if (!line->empty())
+            stop_if_asked();
+            if (trimmed(*line).empty())
             {
-                found.push_back(decode(cells_of(*line)));
+                continue;
             }
+            if (found_.size() == most)
+            {
+                fail("the file has more than " + std::to_string(most) +
+                     " detections; raise the threshold of the detector, or score a shorter recording.");
+            }
+            split(*line);
+            found_.push_back(decode());
         }
         if (lines_.file().size() > lines_.position())
         {
             fail("it has no line end: the file seems to be cut off; write it again, with a line feed after "
                  "each line.");
         }
-        const auto place = [](const detection &each) { return std::tuple(each.frame, each.item); };
-        std::ranges::stable_sort(found, {}, place);
-        return found;
+        sort();
+        return std::move(found_);
     }
 
 private:
+    /** Calls the function that may end the work by an exception. */
+    void stop_if_asked() const
+    {
+        if (stop_)
+        {
+            stop_();
+        }
+    }
+
+    /** Puts the detections into the order of frames and items; detectors usually write them so. */
+    void sort()
+    {
+        uint64_t comparisons = 0;
+        const auto is_before = [&](const detection &left, const detection &right) {
+            if (++comparisons % comparisons_per_stop == 0)
+            {
+                stop_if_asked();
+            }
+            const auto place = [](const detection &each) {
+                return std::pair<uint64_t, uint64_t>(each.frame, each.item);
+            };
+            return place(left) < place(right);
+        };
+        if (!std::ranges::is_sorted(found_, is_before))
+        {
+            std::ranges::sort(found_, is_before);
+        }
+    }
+
     /** Throws what is wrong with the current line. */
     [[noreturn]] void fail(const std::string &reason) const
     {
@@ -97,23 +147,41 @@ private:
         return line;
     }
 
+    /** Splits a line into cells, without the blanks around them. */
+    void split(std::string_view line)
+    {
+        cells_.clear();
+        for (size_t comma = line.find(','); comma != std::string_view::npos; comma = line.find(','))
+        {
+            cells_.push_back(trimmed(line.substr(0, comma)));
+            line.remove_prefix(comma + 1);
+        }
+        cells_.push_back(trimmed(line));
+    }
+
     /** Reads the names of the columns. */
     void find_columns()
     {
         constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
         auto line = next_line().value_or("");
         line.remove_prefix(line.starts_with(byte_order_mark) ? byte_order_mark.size() : 0);
-        const auto cells = cells_of(line);
-        count_ = cells.size();
+        split(line);
+        count_ = cells_.size();
         for (size_t i = 0; i < places_.size(); ++i)
         {
-            const auto found = std::ranges::find(cells, names_of_columns.at(i));
-            places_.at(i) = static_cast<size_t>(found - cells.begin());
-            if (found == cells.end() && i != velocity_column)
+            const std::string name(names_of_columns.at(i));
+            const auto found = std::ranges::find(cells_, name);
+            places_.at(i) = static_cast<size_t>(found - cells_.begin());
+            if (found == cells_.end() && i != velocity_column)
             {
-                fail("there is no column \"" + std::string(names_of_columns.at(i)) +
-                     "\"; begin the file with the line frame,group,item,distance_m or "
-                     "frame,group,item,distance_m,velocity_m_s.");
+                fail(
+                    "the column \"" + name + "\" is missing; the header is " + quoted(line) +
+                    ", but must be frame,group,item,distance_m or frame,group,item,distance_m,velocity_m_s.");
+            }
+            if (std::ranges::count(cells_, name) > 1)
+            {
+                fail("the column \"" + name + "\" is there more than once; the header is " + quoted(line) +
+                     ".");
             }
         }
     }
@@ -125,24 +193,23 @@ private:
     }
 
     /** Reads a cell as a number. */
-    template <typename number_t>
-    number_t number_in(const std::vector<std::string_view> &cells, column which, const char *kind) const
+    template <typename number_t> number_t number_in(column which, const char *kind) const
     {
-        const auto cell = cells[places_.at(which)];
+        const auto cell = cells_[places_.at(which)];
         number_t value{};
         const auto [stop, failure] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
         if (failure != std::errc() || stop != cell.data() + cell.size())
         {
-            fail(std::string(names_of_columns.at(which)) + " is \"" + std::string(cell) + "\"; use " + kind +
-                 ", without spaces and quotes.");
+            fail(std::string(names_of_columns.at(which)) + " is " + quoted(cell) + "; use " + kind +
+                 ", without quotes.");
         }
         return value;
     }
 
     /** Reads a cell as a finite number. */
-    double measure_in(const std::vector<std::string_view> &cells, column which) const
+    double measure_in(column which) const
     {
-        const double value = number_in<double>(cells, which, "a number");
+        const double value = number_in<double>(which, "a number");
         if (!std::isfinite(value))
         {
             fail(std::string(names_of_columns.at(which)) + " is not finite; leave out this line.");
@@ -166,34 +233,39 @@ private:
     }
 
     /** Decodes the cells of a line. */
-    detection decode(const std::vector<std::string_view> &cells) const
+    detection decode() const
     {
-        if (cells.size() != count_)
+        if (cells_.size() != count_)
         {
-            fail("it has " + std::to_string(cells.size()) + " cells, but line 1 has " +
+            fail("it has " + std::to_string(cells_.size()) + " cells, but line 1 has " +
                  std::to_string(count_) + "; write a value for each column, without quotes.");
         }
         constexpr const char *whole = "a whole number";
-        detection found{.frame = number_in<uint64_t>(cells, frame_column, whole),
-                        .item = item_at(number_in<uint64_t>(cells, group_column, whole),
-                                        number_in<uint64_t>(cells, item_column, whole)),
-                        .distance_m = measure_in(cells, distance_column),
-                        .velocity_m_s = {}};
-        if (found.frame >= recording_.frames())
+        const auto frame = number_in<uint64_t>(frame_column, whole);
+        if (frame >= recording_.frames())
         {
-            fail("frame is " + std::to_string(found.frame) + ", but the recording has the frames 0 to " +
+            fail("frame is " + std::to_string(frame) + ", but the recording has the frames 0 to " +
                  std::to_string(recording_.frames() - 1) + ".");
         }
-        if (has(velocity_column) && !cells[places_[velocity_column]].empty())
+        detection found;
+        const auto item =
+            item_at(number_in<uint64_t>(group_column, whole), number_in<uint64_t>(item_column, whole));
+        found.frame = frame & frame_mask;
+        found.item = item & item_mask;
+        found.distance_m = measure_in(distance_column);
+        if (has(velocity_column) && !cells_[places_[velocity_column]].empty())
         {
-            found.velocity_m_s = measure_in(cells, velocity_column);
+            found.velocity_m_s = measure_in(velocity_column);
         }
         return found;
     }
 
     const recording_reader &recording_;
     const std::filesystem::path &path_;
+    const std::function<void()> &stop_;
     line_reader lines_;
+    std::deque<detection> found_;
+    std::vector<std::string_view> cells_;            /**< of the current line */
     std::array<size_t, number_of_columns> places_{}; /**< of the columns in a line */
     size_t count_ = 0;                               /**< cells in a line */
     uint64_t number_ = 0;                            /**< of the current line */
@@ -201,14 +273,27 @@ private:
 
 } // namespace
 
-std::vector<detection> read_detections(const std::filesystem::path &path, const recording_reader &recording)
+std::deque<detection> read_detections(const std::filesystem::path &path, const recording_reader &recording,
+                                      const std::function<void()> &stop, uint64_t most)
 try
 {
-    return detections_reader(path, recording).run();
+    if (std::filesystem::exists(path) && !std::filesystem::is_regular_file(path))
+    {
+        throw detections_error("Cannot read " + path.string() +
+                               ": it is not a regular file; write the detections to a file first, because "
+                               "pipes and devices cannot be read.");
+    }
+    return detections_reader(path, recording, stop).run(most);
 }
 catch (const bad_recording &failure)
 {
     throw detections_error(failure.what());
+}
+catch (const std::bad_alloc &)
+{
+    throw detections_error(path.string() +
+                           " needs more memory than there is; raise the threshold of the detector, or score "
+                           "a shorter recording.");
 }
 
 } // namespace vantor

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <span>
 #include <tuple>
+#include <utility>
 
 #include "configuration/sensor_knowledge.h"
 #include "vantor/recording_error.h"
@@ -139,9 +140,9 @@ private:
         auto &figures = score.targets[target.target];
         ++figures.detected;
         figures.distance.add(found.distance_m - target.distance_m);
-        if (found.velocity_m_s)
+        if (const auto velocity_m_s = found.velocity())
         {
-            figures.velocity.add(*found.velocity_m_s - target.velocity_m_s);
+            figures.velocity.add(*velocity_m_s - target.velocity_m_s);
         }
     }
 
@@ -157,22 +158,30 @@ private:
 class detection_cursor
 {
 public:
-    explicit detection_cursor(const std::vector<detection> &detections) : left_(detections)
+    explicit detection_cursor(const std::deque<detection> &detections)
+        : next_(detections.begin()), end_(detections.end())
     {
     }
 
-    /** The detections in an item of a frame. */
+    /** The detections in an item of a frame, in the order of their distances; valid until the next call. */
     std::span<const detection> next(uint64_t frame, size_t item)
     {
-        const auto end = std::ranges::find_if(
-            left_, [&](const detection &each) { return each.frame != frame || each.item != item; });
-        const auto taken = left_.first(static_cast<size_t>(end - left_.begin()));
-        left_ = left_.subspan(taken.size());
-        return taken;
+        current_.clear();
+        for (; next_ != end_ && next_->frame == frame && next_->item == item; ++next_)
+        {
+            current_.push_back(*next_);
+        }
+        // A total order, so that the order of the lines in the file does not matter.
+        std::ranges::sort(current_, {}, [](const detection &each) {
+            return std::pair(each.distance_m, each.velocity().value_or(INFINITY));
+        });
+        return current_;
     }
 
 private:
-    std::span<const detection> left_;
+    std::deque<detection>::const_iterator next_;
+    std::deque<detection>::const_iterator end_;
+    std::vector<detection> current_;
 };
 
 /** The truth of an item in a frame; null if unknown. */
@@ -249,7 +258,7 @@ std::optional<double> response_width(const recorded_item &item, double distance_
 }
 
 std::vector<item_score> score_detections(const recording_reader &recording,
-                                         const std::vector<detection> &detections,
+                                         const std::deque<detection> &detections,
                                          const score_settings &settings, const std::function<void()> &stop)
 {
     const auto &items = recording.items();

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -91,7 +92,7 @@ struct item_score
  * @throws detections_error if the width of an item's response is unknown, and there is no gate
  */
 std::vector<item_score> score_detections(const recording_reader &recording,
-                                         const std::vector<detection> &detections,
+                                         const std::deque<detection> &detections,
                                          const score_settings &settings,
                                          const std::function<void()> &stop = {});
 

@@ -4,6 +4,7 @@
 #include "score/score.h"
 
 #include <cmath>
+#include <stdexcept>
 
 #include <gmock/gmock.h>
 
@@ -207,13 +208,86 @@ TEST_F(score_test, needs_a_gate_if_the_width_of_the_response_is_unknown)
     EXPECT_EQ(response_width(item, 0.3), std::nullopt);
 }
 
+TEST_F(score_test, accepts_blanks_around_names_and_numbers)
+{
+    write({{{0.30}}});
+    const auto found =
+        score(" frame , group,\titem, distance_m , velocity_m_s\n 0, 1,\t1 , 0.31 , 0.3 \n  \n", {});
+    EXPECT_EQ(found.all().detected, 1U);
+    EXPECT_EQ(found.all().velocity.count, 1U);
+}
+
+TEST_F(score_test, orders_detections_by_frame_and_item)
+{
+    write({{{0.30}}, {{0.30}}});
+    const recording_reader recording(path);
+    const auto file = directory.write("detections.csv", "frame,group,item,distance_m\n"
+                                                        "1,1,1,0.1\n0,2,1,0.2\n0,1,2,0.3\n0,1,1,0.4\n");
+    const auto found = read_detections(file, recording);
+    ASSERT_EQ(found.size(), 4U);
+    EXPECT_EQ(found[0].distance_m, 0.4);
+    EXPECT_EQ(found[1].distance_m, 0.3);
+    EXPECT_EQ(found[2].distance_m, 0.2);
+    EXPECT_EQ(found[3].distance_m, 0.1);
+    EXPECT_EQ(found[3].frame, 1U);
+    EXPECT_EQ(found[2].item, 2U);
+}
+
+TEST_F(score_test, refuses_more_detections_than_fit_into_memory)
+{
+    write({{{0.30}}});
+    const recording_reader recording(path);
+    const auto file =
+        directory.write("detections.csv", "frame,group,item,distance_m\n0,1,1,0.1\n0,1,1,0.2\n0,1,1,0.3\n");
+    EXPECT_EQ(read_detections(file, recording, {}, 3).size(), 3U);
+    try
+    {
+        read_detections(file, recording, {}, 2);
+        FAIL();
+    }
+    catch (const detections_error &failure)
+    {
+        EXPECT_THAT(failure.what(), HasSubstr("line 4: the file has more than 2 detections; raise"));
+    }
+}
+
+TEST_F(score_test, stops_while_it_reads_and_while_it_sorts)
+{
+    write({{{0.30}}, {{0.30}}});
+    const recording_reader recording(path);
+    std::string lines = "frame,group,item,distance_m\n";
+    constexpr uint64_t count = 20'000;
+    for (uint64_t i = 0; i < count; ++i)
+    {
+        lines += i % 2 == 0 ? "1,1,1,0.3\n" : "0,1,1,0.3\n";
+    }
+    const auto file = directory.write("detections.csv", lines);
+    // Each line is a call; sorting must have more.
+    for (const uint64_t last : {uint64_t{1}, count, count + 1})
+    {
+        uint64_t calls = 0;
+        const auto stop = [&] {
+            if (++calls == last)
+            {
+                throw std::runtime_error("stopped");
+            }
+        };
+        EXPECT_THROW(read_detections(file, recording, stop), std::runtime_error);
+    }
+}
+
 TEST_F(score_test, names_line_and_reason_of_a_wrong_file)
 {
     write({{{0.30}}});
     const std::string head = "frame,group,item,distance_m,velocity_m_s\n";
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"", "line 1: there is no column \"frame\""},
-        {"frame,group,item\n", "line 1: there is no column \"distance_m\""},
+        {"",
+         "line 1: the column \"frame\" is missing; the header is \"\", but must be frame,group,item,dist"},
+        {"frame,group,item\n",
+         "line 1: the column \"distance_m\" is missing; the header is \"frame,group,item\", but must be"},
+        {"frame,group,item,distance_m,item\n", "line 1: the column \"item\" is there more than once"},
+        {"Rahmen\xc3\xa4,\xff,\x1b\n", "the header is \"Rahmen\xc3\xa4,\xef\xbf\xbd,\\u001b\""},
+        {std::string(4000, 'x') + "\n", "the header is \"" + std::string(80, 'x') + "\"…, but"},
         {head + "0,1,1,0.3\n", "line 2: it has 4 cells, but line 1 has 5"},
         {head + "0,1,1,0.3,0\n0,1,1,x,0\n", "line 3: distance_m is \"x\"; use a number"},
         {head + "0,1,1,nan,0\n", "line 2: distance_m is not finite"},
@@ -224,10 +298,11 @@ TEST_F(score_test, names_line_and_reason_of_a_wrong_file)
         {head + "1,1,1,0.3,0\n", "line 2: frame is 1, but the recording has the frames 0 to 0"},
         {head + "0,1,3,0.3,0\n", "line 2: the recording has no item 3 in group 1"},
         {head + "0,0,1,0.3,0\n", "line 2: the recording has no item 1 in group 0"},
-        {head + "0,1,1,\"0.3\",0\n", "distance_m is \"\"0.3\"\"; use a number, without spaces and quotes"},
+        {head + "0,1,1,\"0.3\",0\n", "distance_m is \"\\\"0.3\\\"\"; use a number, without quotes"},
+        {head + "0,1,1,0 .3,0\n", "distance_m is \"0 .3\"; use a number"},
         {head + "0,1,1,0.3,0", "line 2: it has no line end"},
         {head + std::string(200000, '0') + "\n", "has a line of more than 4096 bytes"},
-        {std::string("\0\0\n", 3), "line 1: there is no column"}};
+        {std::string("\0\0\n", 3), "is missing; the header is \"\\u0000\\u0000\""}};
     for (const auto &[text, reason] : cases)
     {
         EXPECT_THAT(refusal(text), HasSubstr(reason));
@@ -236,7 +311,7 @@ TEST_F(score_test, names_line_and_reason_of_a_wrong_file)
     std::filesystem::remove(directory / "detections.csv");
     EXPECT_THAT(run({}).err, HasSubstr("detections.csv: No such file"));
     std::filesystem::create_directory(directory / "detections.csv");
-    EXPECT_THAT(run({}).err, HasSubstr("not a regular file"));
+    EXPECT_THAT(run({}).err, HasSubstr("not a regular file; write the detections to a file first"));
 }
 
 TEST_F(score_test, command_prints_tables_and_json)
