@@ -109,15 +109,21 @@ bool is_plain_name(const std::string &text)
     return text.find_first_of("./") == std::string::npos;
 }
 
-/** Returns the text of the example with a name. */
-std::string example_text(const std::string &name)
+/** Returns the example with a name; null if there is none. */
+const example_scene_t *find_example(const std::string &name)
 {
     const auto *const found =
         std::find_if(std::begin(example_scenes), std::end(example_scenes),
                      [&](const example_scene_t &example) { return example.name == name; });
-    if (found != std::end(example_scenes))
+    return found != std::end(example_scenes) ? found : nullptr;
+}
+
+/** Returns the text of the example with a name. */
+std::string example_text(const std::string &name)
+{
+    if (const example_scene_t *const example = find_example(name))
     {
-        return std::string(found->text);
+        return std::string(example->text);
     }
     std::string names;
     for (const example_scene_t &example : example_scenes)
@@ -125,6 +131,14 @@ std::string example_text(const std::string &name)
         names += (names.empty() ? "" : ", ") + std::string(example.name);
     }
     fail("read", scene_file, name, "the file does not exist; the examples are " + names);
+}
+
+/** Returns whether a scene is an example, not a file. A folder, such as a recording, may have its name. */
+bool is_name_of_example(const std::string &text)
+{
+    struct stat status = {};
+    const bool exists = stat(text.c_str(), &status) == 0;
+    return is_plain_name(text) && (!exists || (S_ISDIR(status.st_mode) && find_example(text) != nullptr));
 }
 
 /** Where the files with tracks of a scene are, and the one that was read last. */
@@ -170,7 +184,7 @@ zet_simulator_file_t read_track(void *context, const char *name, char *error, si
 
 zet_simulator_scene_t read_scene_file(const std::string &path, uint16_t sensor_count, uint32_t *body_count)
 {
-    const bool is_example = is_plain_name(path) && access(path.c_str(), F_OK) != 0;
+    const bool is_example = is_name_of_example(path);
     const std::string text = is_example ? example_text(path) : read_text(scene_file, path, largest_scene);
     zet_simulator_scene_t scene = {};
     std::array<char, 2048> fault = {};

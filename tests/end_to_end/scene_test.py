@@ -116,6 +116,12 @@ class Files(SceneTest):
         self.assertIn('cannot read the scene "breathing": the file does not exist; the examples are breathing_person, ',
                       self.refusal("breathing"))
 
+    def test_a_recording_may_have_the_name_of_its_scene(self):
+        os.mkdir(os.path.join(self.folder, "visitor"))
+        result = subprocess.run([SERVER, "--check-scene", "--scene", "visitor"], cwd=self.folder, capture_output=True,
+                                text=True, timeout=TIME_OUT, check=False)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+
     def refusal(self, path):
         """The message for a scene that cannot be used."""
         result = subprocess.run([SERVER, "--stdio", "--scene", path], stdin=subprocess.DEVNULL, capture_output=True,
