@@ -54,6 +54,7 @@ stream_facts facts_of(const finished_recording &recorded)
                        .silence = recorded.stream.silence(),
                        .due_at_end = due_at_end(recorded),
                        .truth_missing = recorded.source.truth_missing(),
+                       .truth_fault = recorded.source.truth_fault(),
                        .end_known = recorded.source.end_known() || !recorded.stream.interrupted(),
                        .breaks = recorded.tally.breaks(),
                        .items = {}};

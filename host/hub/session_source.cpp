@@ -210,6 +210,10 @@ void session_source::end_promptly()
 /** Sets up the session. */
 void session_source::configure()
 {
+    if (truth_ != nullptr)
+    {
+        truth_->expect_session();
+    }
     try
     {
         metadata_ = server_.configure(configuration_);
@@ -383,9 +387,9 @@ void session_source::continue_truth()
     {
         begin_truth();
     }
-    catch (const bad_recording &)
+    catch (const bad_recording &failure)
     {
-        truth_->end_session();
+        truth_fault_ = failure.what();
     }
 }
 

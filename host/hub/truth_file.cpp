@@ -32,6 +32,9 @@ constexpr size_t truth_buffer_size = 65536;
 /** Most lines of a sensor that are kept until they are asked for. */
 constexpr size_t most_kept_rows = 4096;
 
+/** So many lines of later frames show that a line is missing; fewer of them may be damaged ones. */
+constexpr ptrdiff_t enough_later_rows = 16;
+
 /** Memory is returned in parts of this size. */
 constexpr uint64_t forgotten_part = 1U << 20U;
 
@@ -41,30 +44,28 @@ bool is_before(uint32_t tick, uint32_t other)
     return static_cast<int32_t>(tick - other) < 0;
 }
 
-/** Reads at most this many bytes before the end of a file. */
-std::string read_end(const input_file &file, uint64_t size, size_t most)
+/** Which session a line belongs to; empty if it does not say that. */
+std::string id_of(const json &line)
 {
-    std::string text(std::min<uint64_t>(size, most), '\0');
-    text.resize(file.read(size - text.size(), std::as_writable_bytes(std::span(text))));
-    return text;
-}
-
-/** The last line of a text, which has a line feed at its end; empty if there is none. */
-std::string last_line(const std::string &text)
-{
-    if (!text.ends_with('\n'))
-    {
-        return "";
-    }
-    const auto before = text.rfind('\n', text.size() - 2);
-    return text.size() < 2 || before == std::string::npos ? text : text.substr(before + 1);
+    const auto found = line.is_object() ? line.find("id") : line.end();
+    return found != line.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
 /** Whether a line begins a session. */
 bool begins_session(const json &line)
 {
-    return line.is_object() && line.contains("session") && line["session"].is_number_unsigned() &&
-           line.contains("scene") && line["scene"].is_object();
+    return !id_of(line).empty() && line.contains("scene") && line["scene"].is_object();
+}
+
+/** Parses a line; null if it is not JSON. */
+json parse_line(const std::string &line)
+try
+{
+    return parse_json_text(line, "The line");
+}
+catch (const configuration_error &)
+{
+    return nullptr;
 }
 
 /** Creates a file in memory, which other programs of this user open by the path of path_of(). */
@@ -93,32 +94,66 @@ truth_file::truth_file(std::filesystem::path path) : path_(std::move(path))
 
 truth_file::~truth_file() = default;
 
-json truth_file::begin_session(std::set<unsigned> sensors)
+void truth_file::expect_session()
 {
     end_session();
-    auto opened = std::make_unique<const input_file>(path_);
-    const auto size = opened->size();
-    json line;
     try
     {
-        line = parse_json_text(last_line(read_end(*opened, size, most_truth_bytes)), path_.string());
+        file_ = std::make_unique<const input_file>(path_);
+        position_ = file_->size();
     }
-    catch (const configuration_error &)
+    catch (const bad_recording &failure)
     {
-        line = nullptr;
+        file_.reset();
+        fault_ = failure.what();
     }
-    if (!begins_session(line))
+}
+
+json truth_file::begin_session(std::set<unsigned> sensors)
+{
+    try
+    {
+        auto line = read_session();
+        id_ = id_of(line);
+        sensors_ = std::move(sensors);
+        line.erase("session");
+        line.erase("id");
+        return line;
+    }
+    catch (const bad_recording &)
+    {
+        end_session();
+        throw;
+    }
+}
+
+/** Reads the lines that were added since a session is expected; returns the one that begins it. */
+json truth_file::read_session()
+{
+    if (!file_)
+    {
+        throw bad_recording(fault_);
+    }
+    json last;
+    uint64_t sessions = 0;
+    while (const auto line = take_line())
+    {
+        last = parse_line(*line);
+        sessions += begins_session(last) ? 1 : 0;
+    }
+    if (sessions > 1 || (sessions == 1 && !begins_session(last)))
+    {
+        throw bad_recording(path_.string() +
+                            " does not have the truth of this session alone: another program "
+                            "writes to it; give each server a file of its own.");
+    }
+    if (sessions == 0)
     {
         throw bad_recording(path_.string() +
                             " does not have the truth of this session: start the server with --truth and "
-                            "the path of this file, on the same machine.");
+                            "the path of this file, on the same machine. If it was, the disk may be full.");
     }
-    file_ = std::move(opened);
-    position_ = size;
-    session_ = line["session"].get<uint64_t>();
-    sensors_ = std::move(sensors);
-    line.erase("session");
-    return line;
+    return last;
 }
 
 void truth_file::end_session() noexcept
@@ -132,20 +167,24 @@ void truth_file::end_session() noexcept
 std::optional<item_truth> truth_file::find(unsigned sensor_id, uint32_t tick)
 {
     auto &rows = rows_[sensor_id];
-    do
+    const auto is_passed = [tick](const item_truth &row) { return is_before(row.tick, tick); };
+    const auto is_wanted = [tick](const item_truth &row) { return row.tick == tick; };
+    std::erase_if(rows, is_passed);
+    auto wanted = std::ranges::find_if(rows, is_wanted);
+    while (wanted == rows.end() && std::ssize(rows) < enough_later_rows && read_line())
     {
-        while (!rows.empty() && is_before(rows.front().tick, tick))
-        {
-            rows.pop_front();
-        }
-    } while (rows.empty() && read_line());
-    if (rows.empty() || rows.front().tick != tick)
+        std::erase_if(rows, is_passed);
+        wanted = std::ranges::find_if(rows, is_wanted);
+    }
+    if (wanted == rows.end())
     {
         ++missing_;
         return std::nullopt;
     }
-    auto found = std::move(rows.front());
-    rows.pop_front();
+    // Sensors measure one frame after the other: lines of later frames before this one are wrong.
+    damaged_ += static_cast<uint64_t>(wanted - rows.begin());
+    auto found = std::move(*wanted);
+    rows.erase(rows.begin(), wanted + 1);
     return found;
 }
 
@@ -218,8 +257,7 @@ void truth_file::take_row(const std::string &line)
             return;
         }
         auto row = decode_truth(document);
-        const auto session = document.find("session");
-        if (session == document.end() || *session != session_ || !sensors_.contains(row.sensor_id))
+        if (id_of(document) != id_ || !sensors_.contains(row.sensor_id))
         {
             return;
         }

@@ -150,6 +150,10 @@ std::vector<std::string> describe_gaps(const stream_facts &facts)
         lines.push_back("truth missing: " + counted(facts.truth_missing, "line") +
                         "; the server could not write them, or wrote another file");
     }
+    if (!facts.truth_fault.empty())
+    {
+        lines.push_back("truth of a session missing: " + facts.truth_fault);
+    }
     for (const auto &part : facts.breaks)
     {
         lines.push_back("break of " + fixed(part.gap, 1) + " s: " + part.reason);

@@ -41,8 +41,9 @@ struct stream_facts
     double silence = 0.0;  /**< seconds from the last frame to the end */
     /** Frames that were due between the last frame and the end, as far as the server reports them. */
     uint64_t due_at_end = 0;
-    uint64_t truth_missing = 0; /**< items of frames whose truth was to be found, but is missing */
-    bool end_known = true;      /**< the server has reported what was due at the end */
+    uint64_t truth_missing = 0;   /**< items of frames whose truth was to be found, but is missing */
+    std::string truth_fault = {}; /**< why that of a whole session is missing; empty if it is not */
+    bool end_known = true;        /**< the server has reported what was due at the end */
     std::vector<segment> breaks;
     uint64_t unlisted_breaks = 0; /**< number of breaks that are not among these */
     std::vector<item_flags> items;

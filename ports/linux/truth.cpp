@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -25,6 +26,9 @@ namespace
 
 /** The file; the simulator passes no context to its observer. */
 int descriptor = -1;
+
+/** What tells the session from all others, in hexadecimal digits; in each of its lines. */
+std::string session_id;
 
 /** The members that every session has in common. */
 std::string session_members;
@@ -41,6 +45,29 @@ void add(std::string &object, const char *name, number_t value, format_t... form
     object += object.ends_with('{') ? "" : ",";
     object += std::string("\"") + name + "\":";
     object.append(digits.data(), end);
+}
+
+/** Adds the number of a session, and what tells it from those of other servers with the same number. */
+void add_session(std::string &line, uint32_t number)
+{
+    add(line, "session", number);
+    line += ",\"id\":\"" + session_id + "\"";
+}
+
+/** Returns 64 random bits as 16 hexadecimal digits. */
+std::string random_id()
+{
+    std::array<unsigned char, 8> bytes{};
+    // So few bytes are always complete, and this only fails if the system has no such call.
+    static_cast<void>(getrandom(bytes.data(), bytes.size(), 0));
+    std::string text;
+    for (const unsigned char byte : bytes)
+    {
+        constexpr const char *digits = "0123456789abcdef";
+        text += digits[byte >> 4U];
+        text += digits[byte & 15U];
+    }
+    return text;
 }
 
 /** Adds a time or a distance: in nanoseconds, or far less than the turn of a phase can show. */
@@ -107,8 +134,9 @@ void add_target(std::string &line, const zet_simulator_target_truth_t &target)
 /** Writes the line of a session. */
 void write_session(uint32_t number)
 {
+    session_id = random_id();
     std::string line = "{";
-    add(line, "session", number);
+    add_session(line, number);
     write_line(line + session_members + "}\n");
 }
 
@@ -118,7 +146,7 @@ void write_frame(const zet_simulator_frame_t *frame)
     static zet_simulator_truth_t truth;
     zet_simulator_truth_of(frame, &truth);
     std::string line = "{";
-    add(line, "session", truth.session);
+    add_session(line, truth.session);
     add(line, "sensor", truth.sensor_id);
     add(line, "tick", truth.tick);
     add_long(line, "time_s", truth.time_s);

@@ -11,8 +11,8 @@
 
 /**
  * Writes the truth of every frame to a file, a line of JSON for each session and for each frame of a sensor
- * (docs/simulator.md). Lines are written before the frame is sent. A file that exists is begun again, unless it is the scene, or
- * another server writes it: it stays locked.
+ * (docs/simulator.md). Lines are written before the frame is sent. A file that exists is begun again, unless
+ * it is the scene, or another server writes it: it stays locked.
  *
  * @param options  name of the file, and what is written about sessions
  * @param scene    what the sensors see

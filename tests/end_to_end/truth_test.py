@@ -6,6 +6,7 @@ import json
 import math
 import os
 import resource
+import shutil
 import struct
 import subprocess
 import tempfile
@@ -107,9 +108,13 @@ class Files(TruthTest):
     def test_every_line_is_there_before_its_frame(self):
         with self.server() as server, server.connect() as host:
             self.assertEqual(lines_of(self.truth), [])
+            identities = set()
             for session in (1, 2):
                 host.ask("configure", configuration=self.CONFIG)
                 lines = lines_of(self.truth)
+                identity = lines[-1].pop("id")
+                self.assertRegex(identity, "^[0-9a-f]{16}$")
+                identities.add(identity)
                 self.assertEqual(lines[-1], {"session": session, "seed": 7, "clock": "virtual", "sensors": 2,
                                              "scene": {**self.SCENE, "interferers": [], "temperatures": [],
                                                        "faults": [], "sensors": []}})
@@ -117,12 +122,14 @@ class Files(TruthTest):
                     frame = host.ask("frame")
                     written = lines_of(self.truth)
                     ticks = [item["tick"] for group in frame["result_info"] for item in group]
-                    self.assertEqual([(line["session"], line["sensor"], line["tick"]) for line in written[-3:]],
-                                     list(zip([session] * 3, [1, 2, 1], ticks)))
+                    self.assertEqual([(line["session"], line["id"], line["sensor"], line["tick"])
+                                      for line in written[-3:]],
+                                     list(zip([session] * 3, [identity] * 3, [1, 2, 1], ticks)))
                     self.assertEqual(len(written), len(lines) + 3)
                     lines = written
                     self.assertEqual([target["target"] for target in written[-2]["targets"]], [0, 2])
                 host.ask("end")
+            self.assertEqual(len(identities), 2)
 
     def test_the_default_scene_is_written_out(self):
         with Server("--tcp", "0", "--truth", self.truth) as server, server.connect() as host:
@@ -243,6 +250,19 @@ class Recordings(TruthTest):
                             server.address, "--truth", self.scene)
             self.assertEqual(result.returncode, 3)
             self.assertIn("does not have the truth of this session", result.stderr)
+
+    def test_the_file_of_an_earlier_server_is_not_the_truth(self):
+        stale = self.path("stale.jsonl")
+        with self.server() as server, server.connect() as host:
+            host.ask("configure", configuration=self.CONFIG)
+            # A session without frames is at the end of the file, as in that of a server that has just begun one.
+            shutil.copy(self.truth, stale)
+        with self.server() as server:
+            result = vantor("record", self.config, "--frames", 2, "--output", self.path("x"), "--connect",
+                            server.address, "--truth", stale)
+            self.assertEqual(result.returncode, 3)
+            self.assertIn("does not have the truth of this session", result.stderr)
+            self.assertFalse(os.path.exists(self.path("x")))
 
     def test_a_sensor_that_drifts_is_calibrated_again_with_its_truth(self):
         drifting = self.write("drifting.json", {**self.SCENE, "temperatures": [

@@ -12,6 +12,16 @@
 
 namespace vantor::test
 {
+namespace
+{
+
+/** The members that all lines of a session have. */
+nlohmann::json session_members(int number)
+{
+    return {{"session", number}, {"id", "0123456789abcde" + std::to_string(number)}};
+}
+
+} // namespace
 
 nlohmann::json example_scene()
 {
@@ -19,6 +29,20 @@ nlohmann::json example_scene()
             {"clock", "virtual"},
             {"sensors", 2},
             {"scene", {{"targets", {{{"distance_m", 0.3}, {"strength_m2", 1}}}}}}};
+}
+
+std::string session_line(int number)
+{
+    auto line = example_scene();
+    line.update(session_members(number));
+    return line.dump() + "\n";
+}
+
+std::string row_line(int session, const item_truth &truth)
+{
+    nlohmann::json line = encode_truth(truth);
+    line.update(session_members(session));
+    return line.dump() + "\n";
 }
 
 item_truth truth_with(unsigned sensor_id, uint32_t tick, const std::vector<double> &distances_m)

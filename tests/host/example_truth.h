@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "vantor/session.h"
@@ -16,6 +17,12 @@ namespace vantor::test
 
 /** The scene of a truth, and where it comes from. */
 nlohmann::json example_scene();
+
+/** The line of a server that begins a session with this scene. */
+std::string session_line(int number);
+
+/** The line of a server with what a sensor should have found. */
+std::string row_line(int session, const item_truth &truth);
 
 /** What a sensor should have found: an echo at each of these distances, with 30 dB. */
 item_truth truth_with(unsigned sensor_id, uint32_t tick, const std::vector<double> &distances_m);

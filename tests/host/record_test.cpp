@@ -674,18 +674,14 @@ TEST_F(record_test, refuses_a_configuration_without_items)
 
 TEST_F(record_test, records_the_truth_and_reports_what_is_missing)
 {
-    const auto path = directory / "truth.jsonl";
+    const auto path = directory.write("truth.jsonl", "");
     truth_file truth(path);
     server.on("configure", [&](host_connection &host, const json &command) {
-        auto line = test::example_scene();
-        line["session"] = 1;
-        std::ofstream(path) << line.dump() << "\n";
+        std::ofstream(path) << test::session_line(1);
         test::describe_configuration(host, command);
     });
     server.on("start", [&](host_connection &host, const json &command) {
-        json line = encode_truth(test::truth_with(1, 20000, {0.3}));
-        line["session"] = 1;
-        std::ofstream(path, std::ios::app) << line.dump() << "\n";
+        std::ofstream(path, std::ios::app) << test::row_line(1, test::truth_with(1, 20000, {0.3}));
         test::stream_frames(3)(host, command);
     });
     options.frames = 3;

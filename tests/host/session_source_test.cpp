@@ -674,9 +674,7 @@ protected:
             ++sessions;
             if (sessions <= sessions_with_truth)
             {
-                auto line = test::example_scene();
-                line["session"] = sessions;
-                append(line);
+                append(test::session_line(sessions));
             }
             test::describe_configuration(host, command);
         });
@@ -690,9 +688,9 @@ protected:
     }
 
     /** Appends a line to the file. */
-    void append(const json &line) const
+    void append(const std::string &line) const
     {
-        std::ofstream(path, std::ios::app) << line.dump() << "\n";
+        std::ofstream(path, std::ios::app) << line;
     }
 
     /** Writes the truth of a frame, without the second item of the second frame. */
@@ -703,11 +701,9 @@ protected:
         {
             auto row = *received.truth()->items[i];
             row.time_s = sessions;
-            json line = encode_truth(row);
-            line["session"] = sessions;
             if (number != 1 || i != 1)
             {
-                append(line);
+                append(test::row_line(sessions, row));
             }
         }
     }
@@ -729,16 +725,18 @@ protected:
             }
         }
         missing_rows = source.truth_missing();
+        fault = source.truth_fault();
         source.end();
     }
 
     test::temporary_directory directory;
-    std::filesystem::path path = directory / "truth.jsonl";
+    std::filesystem::path path = directory.write("truth.jsonl", "");
     truth_file truth{path};
     int sessions = 0;
     int sessions_with_truth = 2;
     std::vector<double> times;
     uint64_t missing_rows = 0;
+    std::string fault;
 };
 
 TEST_F(session_with_truth, adds_it_to_the_frames_of_each_session)
@@ -746,6 +744,7 @@ TEST_F(session_with_truth, adds_it_to_the_frames_of_each_session)
     receive_truth({.recalibrate = true});
     EXPECT_THAT(times, testing::ElementsAre(1, 1, 1, 1, 0, 1, 1, 1, 1, 2, 2, 2, 2, 0, 2, 2, 2, 2));
     EXPECT_EQ(missing_rows, 2U);
+    EXPECT_EQ(fault, "");
 }
 
 TEST_F(session_with_truth, goes_on_without_it_if_a_later_session_has_none)
@@ -754,6 +753,7 @@ TEST_F(session_with_truth, goes_on_without_it_if_a_later_session_has_none)
     receive_truth({.recalibrate = true});
     EXPECT_THAT(times, testing::ElementsAre(1, 1, 1, 1, 0, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0));
     EXPECT_EQ(missing_rows, 1U + 9U);
+    EXPECT_THAT(fault, testing::HasSubstr("does not have the truth of this session"));
 }
 
 TEST_F(session_with_truth, is_refused_without_it)

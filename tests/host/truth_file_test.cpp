@@ -18,23 +18,14 @@ namespace vantor
 namespace
 {
 
-using nlohmann::json;
 using testing::HasSubstr;
 
-/** The line of a session. */
-std::string session_line(int number)
-{
-    auto line = test::example_scene();
-    line["session"] = number;
-    return line.dump() + "\n";
-}
+using test::session_line;
 
 /** The line of a frame. */
 std::string row_line(int session, unsigned sensor_id, uint32_t tick, double distance_m = 1.0)
 {
-    json line = encode_truth(test::truth_with(sensor_id, tick, {distance_m}));
-    line["session"] = session;
-    return line.dump() + "\n";
+    return test::row_line(session, test::truth_with(sensor_id, tick, {distance_m}));
 }
 
 /** A truth file, and a server that writes it. */
@@ -50,6 +41,8 @@ protected:
     /** Begins a session with the sensors 1 and 2. */
     void begin(int number)
     {
+        append("");
+        file.expect_session();
         append(session_line(number));
         file.begin_session({1, 2});
     }
@@ -68,6 +61,8 @@ protected:
 
 TEST_F(truth_file_test, finds_lines_as_they_are_written)
 {
+    append("");
+    file.expect_session();
     append(session_line(1));
     EXPECT_EQ(file.begin_session({1}), test::example_scene());
     append(row_line(1, 1, 100, 0.5));
@@ -176,9 +171,82 @@ TEST_F(truth_file_test, finds_nothing_in_a_file_that_shrinks_or_has_no_session)
     EXPECT_EQ(distance(1, 200), 0.0);
 }
 
-TEST_F(truth_file_test, refuses_a_file_that_does_not_end_with_a_session)
+TEST_F(truth_file_test, a_line_of_a_later_frame_hides_nothing)
+{
+    begin(1);
+    append(row_line(1, 1, 1000000, 0.9) + row_line(1, 1, 100, 0.1) + row_line(1, 1, 300, 0.3) +
+           row_line(1, 1, 200, 0.2) + row_line(1, 1, 400, 0.4));
+    EXPECT_EQ(distance(1, 100), 0.1);
+    EXPECT_EQ(distance(1, 200), 0.2);
+    EXPECT_EQ(distance(1, 300), 0.0);
+    EXPECT_EQ(distance(1, 400), 0.4);
+    EXPECT_EQ(file.damaged(), 2U);
+    EXPECT_EQ(file.missing(), 1U);
+}
+
+TEST_F(truth_file_test, reads_no_further_than_needed_when_a_line_is_missing)
+{
+    begin(1);
+    constexpr uint32_t more_than_are_kept = 10000;
+    for (uint32_t tick = 1; tick <= more_than_are_kept; ++tick)
+    {
+        append(row_line(1, 1, tick));
+    }
+    EXPECT_EQ(distance(1, 0), 0.0);
+    for (uint32_t tick = 1; tick <= more_than_are_kept; ++tick)
+    {
+        ASSERT_EQ(distance(1, tick), 1.0) << tick;
+    }
+}
+
+TEST_F(truth_file_test, ignores_lines_of_another_server_with_the_same_number)
+{
+    begin(1);
+    auto other = row_line(1, 1, 100, 0.7);
+    other.replace(other.find("0123456789abcde1"), 16, "fedcba9876543210");
+    append(other + row_line(1, 1, 100, 0.5));
+    EXPECT_EQ(distance(1, 100), 0.5);
+    EXPECT_EQ(file.damaged(), 0U);
+}
+
+TEST_F(truth_file_test, refuses_a_file_to_which_not_exactly_one_session_was_added)
+{
+    const auto refusal = [&](const std::string &before, const std::string &added) {
+        std::ofstream(path, std::ios::trunc) << before;
+        file.expect_session();
+        append(added);
+        try
+        {
+            file.begin_session({1});
+        }
+        catch (const bad_recording &failure)
+        {
+            return std::string(failure.what());
+        }
+        return std::string();
+    };
+    const auto line = session_line(1);
+    EXPECT_EQ(refusal(session_line(3) + row_line(3, 1, 100), line), "");
+    EXPECT_EQ(refusal(session_line(3), row_line(3, 1, 100) + "damage\n" + line), "");
+    for (const std::string &added :
+         {std::string(), std::string("\n"), std::string("\n\n"), line.substr(0, 20),
+          std::string("{\"session\":1,\"scene\":{}}\n"), std::string("{\"id\":1,\"scene\":{}}\n"),
+          std::string("{\"id\":\"a\",\"scene\":3}\n"), std::string("[]\n"), std::string(2200000, ' ')})
+    {
+        // What was there before is the truth of another session.
+        EXPECT_THAT(refusal(line, added), HasSubstr("does not have the truth of this session: start"))
+            << added.substr(0, 100);
+    }
+    for (const std::string &added : {line + line, line + session_line(2), line + row_line(1, 1, 100)})
+    {
+        EXPECT_THAT(refusal(line, added), HasSubstr("another program writes to it"));
+    }
+}
+
+TEST_F(truth_file_test, refuses_a_file_that_cannot_be_read)
 {
     const auto refusal = [&] {
+        file.expect_session();
         try
         {
             file.begin_session({1});
@@ -190,16 +258,6 @@ TEST_F(truth_file_test, refuses_a_file_that_does_not_end_with_a_session)
         return std::string();
     };
     EXPECT_THAT(refusal(), HasSubstr("No such file"));
-    append("");
-    for (const std::string &text :
-         {std::string(), std::string("\n"), std::string("\n\n"), session_line(1) + row_line(1, 1, 100),
-          session_line(1).substr(0, 20), std::string("{\"session\":-1,\"scene\":{}}\n"),
-          std::string("{\"session\":1,\"scene\":3}\n"), std::string("[]\n"), std::string(2200000, ' ')})
-    {
-        std::ofstream(path, std::ios::trunc) << text;
-        EXPECT_THAT(refusal(), HasSubstr("does not have the truth of this session")) << text.substr(0, 100);
-    }
-    std::filesystem::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_THAT(refusal(), HasSubstr("not a regular file"));
 }
@@ -209,6 +267,7 @@ TEST(private_truth_file, needs_no_more_memory_than_what_was_not_read)
     private_truth_file file;
     {
         std::ofstream server(file.path(), std::ios::app);
+        file.expect_session();
         server << session_line(1) << std::flush;
         file.begin_session({1});
         constexpr uint32_t rows = 20000;

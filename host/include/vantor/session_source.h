@@ -156,6 +156,12 @@ public:
         return truth_ == nullptr ? 0 : truth_->missing();
     }
 
+    /** Why the truth of the last session without one is missing; empty if all have it. */
+    [[nodiscard]] const std::string &truth_fault() const noexcept
+    {
+        return truth_fault_;
+    }
+
     /** Whether the link is lost, and has not been connected again. */
     [[nodiscard]] bool lost() const noexcept
     {
@@ -202,6 +208,7 @@ private:
     truth_file *truth_;               /**< null without a truth */
     std::vector<unsigned> sensors_;   /**< of each item; empty without a truth */
     nlohmann::json scene_;            /**< null without a truth */
+    std::string truth_fault_;         /**< why the truth of a session is missing */
     std::string sensor_;              /**< of the server */
     std::optional<board_info> board_; /**< of the server */
     double ticks_per_second_;         /**< of the server */

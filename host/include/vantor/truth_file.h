@@ -24,7 +24,8 @@ class input_file;
 
 /**
  * The truth file of a simulated server, `vantor_server --truth FILE`: a line for each session, and one for
- * each frame of a sensor. Lines are found by session, sensor and tick. Memory does not grow with the file.
+ * each frame of a sensor. Lines are found by session, sensor and tick. Lines of other sessions and damaged
+ * ones are left out. Memory does not grow with the file.
  */
 class truth_file
 {
@@ -44,11 +45,17 @@ public:
     }
 
     /**
-     * Continues with the session that the server has begun last, and of which no frame was measured.
+     * Notes where the file ends now. Must be called before the server is configured: its session is the one
+     * that is added from here on.
+     */
+    void expect_session();
+
+    /**
+     * Begins the session that was added since expect_session(), and of which no frame was measured.
      *
      * @param sensors  numbers of its sensors
      * @return scene, seed, clock and sensors of the simulator, as session_description::truth
-     * @throws bad_recording if the file cannot be read, or does not end with the first line of a session
+     * @throws bad_recording if the file cannot be read, or not exactly one session was added
      */
     nlohmann::json begin_session(std::set<unsigned> sensors);
 
@@ -84,6 +91,7 @@ protected:
     }
 
 private:
+    nlohmann::json read_session();
     bool read_line();
     bool fill();
     std::optional<std::string> take_line();
@@ -91,10 +99,11 @@ private:
 
     std::filesystem::path path_;
     std::unique_ptr<const input_file> file_;          /**< null without a session */
+    std::string fault_;                               /**< why there is no file, if it was expected */
     uint64_t position_ = 0;                           /**< of the bytes after those in the buffer */
     std::string buffer_;                              /**< bytes that are not a complete line yet */
     bool skipping_ = false;                           /**< until the end of a line that is too long */
-    uint64_t session_ = 0;                            /**< number of the session */
+    std::string id_;                                  /**< of the session */
     std::set<unsigned> sensors_;                      /**< of the session */
     std::map<unsigned, std::deque<item_truth>> rows_; /**< of each sensor: those not asked for yet */
     uint64_t missing_ = 0;
