@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <system_error>
 
 #include "client/server_process.h"
 #include "commands/common_options.h"
@@ -125,9 +126,21 @@ exit_code validate_scene(const validate_options &options, std::ostream &out)
     return valid ? exit_code::success : exit_code::bad_file;
 }
 
+/** Throws configuration_error if a document is not in a file: reading a pipe could wait forever. */
+void require_file(const std::filesystem::path &document)
+{
+    std::error_code failure;
+    const auto status = std::filesystem::status(document, failure);
+    if (std::filesystem::is_other(status))
+    {
+        throw configuration_error("Cannot read " + document.string() + ": it is not a regular file.");
+    }
+}
+
 /** Checks a document. */
 exit_code validate(const validate_options &options, const command_streams &streams)
 {
+    require_file(options.document);
     if (recognise_document(options.document) == document_kind::scene)
     {
         return validate_scene(options, streams.out);

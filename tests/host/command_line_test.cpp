@@ -10,6 +10,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 #include "command_outcome.h"
 #include "commands/arguments.h"
 #include "commands/completion.h"
@@ -140,6 +142,21 @@ TEST(command_line, scans_devices_without_a_server)
     EXPECT_EQ(run({"identify", "--connect", "serial:/dev/null"}).err,
               "vantor: Cannot open /dev/null: it is not a serial device.\n");
     EXPECT_EQ(json::parse(run({"scan", "/dev/does-not-exist", "--json"}).out), json::array());
+}
+
+TEST(command_line, validates_only_files)
+{
+    const test::temporary_directory directory;
+    const auto pipe = directory / "pipe.json";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string &file : {pipe.string(), std::string("/dev/null")})
+    {
+        const auto refused = run({"validate", file});
+        EXPECT_EQ(refused.code, exit_code::bad_file);
+        EXPECT_EQ(refused.err, "vantor: Cannot read " + file + ": it is not a regular file.\n");
+    }
+    EXPECT_THAT(run({"validate", (directory / "").string()}).err,
+                HasSubstr("it is a directory; use a file."));
 }
 
 TEST(command_line, validates_documents)
