@@ -59,7 +59,7 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
     if (options.format == "truth")
     {
-        return export_truth(recording, output);
+        return export_truth(recording, output, require_no_interruption);
     }
     if (options.format == "npz")
     {

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <ostream>
+#include <string>
 
 #include "commands/check_progress.h"
 #include "commands/common_options.h"
@@ -23,7 +24,8 @@ constexpr const char *repair_footer = R"(Examples:
 
 This keeps the frames that are complete in every item and removes the rest, writes the missing documents, and reads
 everything again to check it. If it would remove more than the last frame of an item, it changes nothing, and prints
-how many frames would be lost. --drop-frames removes them; copy the directory first.)";
+how many frames would be lost. --drop-frames removes them; copy the directory first. Lines of the truth that are damaged,
+repeated or of no frame are removed, and are counted. If the truth is lost, the rest is repaired without it.)";
 
 /** The options of `vantor repair`. */
 struct repair_options
@@ -32,6 +34,20 @@ struct repair_options
     bool drop_frames = false;
     bool json = false;
 };
+
+/** What was removed of the truth, as the end of a sentence. */
+std::string describe_truth(const repair_result &result)
+{
+    if (!result.has_truth)
+    {
+        return "";
+    }
+    if (result.truth_lost)
+    {
+        return "; the truth is lost: truth.jsonl was missing or empty, and the recording now has none";
+    }
+    return ", " + counted(result.truth_lines, "line") + " of the truth";
+}
 
 /** Repairs a recording and prints what was changed. */
 exit_code repair(const repair_options &options, const command_streams &streams)
@@ -45,7 +61,9 @@ exit_code repair(const repair_options &options, const command_streams &streams)
                                  {"frames", result.frames},
                                  {"frames_removed", result.dropped},
                                  {"bytes_removed", result.removed.samples},
-                                 {"table_bytes_removed", result.removed.tables}});
+                                 {"table_bytes_removed", result.removed.tables},
+                                 {"truth_lines_removed", result.truth_lines},
+                                 {"truth_lost", result.truth_lost}});
         return exit_code::success;
     }
     streams.out << counted(result.frames, "frame") << " left; ";
@@ -53,7 +71,8 @@ exit_code repair(const repair_options &options, const command_streams &streams)
     {
         streams.out << "removed: " << counted(result.dropped, "frame")
                     << " complete in only some of the items, " << counted(result.removed.samples, "byte")
-                    << " of samples, " << counted(result.removed.tables, "byte") << " of frame tables\n";
+                    << " of samples, " << counted(result.removed.tables, "byte") << " of frame tables"
+                    << describe_truth(result) << "\n";
     }
     else
     {

@@ -207,12 +207,13 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
 }
 
 std::vector<std::filesystem::path> export_truth(const recording_reader &recording,
-                                                const std::filesystem::path &directory)
+                                                const std::filesystem::path &directory,
+                                                const std::function<void()> &check)
 {
     static_cast<void>(recording.open_truth());
     return write_item_files(recording, directory, ".truth.csv", [&](output_file &file, size_t index) {
         const auto &layout = recording.items()[index].layout;
-        truth_frames truth(recording.open_truth());
+        truth_frames truth(recording, check);
         file.append("frame,tick,time_s,temperature,noise_power,interference,target,distance_m,velocity_m_s,"
                     "amplitude,phase_rad,snr_db\n");
         for (uint64_t number = 0; number < recording.frames(); ++number)

@@ -32,12 +32,14 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
  *
  * @param recording  the recording to export
  * @param directory  where to write; it is created
+ * @param check      called for each line, if set; an exception ends the export
  * @return the files written
  * @throws bad_recording if the recording has no truth
  * @throws recording_error if a file exists already or cannot be written; no file is created then
  */
 std::vector<std::filesystem::path> export_truth(const recording_reader &recording,
-                                                const std::filesystem::path &directory);
+                                                const std::filesystem::path &directory,
+                                                const std::function<void()> &check = {});
 
 /**
  * Writes each item as an NPY file, version 1.0: a complex64 array with the axes frame, sweep and point.

@@ -15,10 +15,11 @@ namespace
 {
 
 /** Opens the truth of a recording; nothing if there is none, or it cannot be read. */
-std::optional<truth_frames> truth_to_play(const recording_reader &recording)
+std::optional<truth_frames> truth_to_play(const recording_reader &recording, event_loop &loop)
 try
 {
-    return recording.has_truth() ? std::optional<truth_frames>(recording.open_truth()) : std::nullopt;
+    const auto stop = [&loop] { loop.check_cancelled(); };
+    return recording.has_truth() ? std::optional<truth_frames>(std::in_place, recording, stop) : std::nullopt;
 }
 catch (const bad_recording &)
 {
@@ -47,7 +48,7 @@ playback_source::playback_source(recording_reader &recording, playback_options o
     : recording_(recording), loop_(loop), pace_(options.speed), endless_(options.endless),
       metadata_(std::make_shared<const session_metadata>(recording.session().metadata)),
       tick_period_(nominal_tick_period(recording.session())), gap_index_(recording),
-      gaps_(gap_index_.before(0)), truth_(truth_to_play(recording))
+      gaps_(gap_index_.before(0)), truth_(truth_to_play(recording, loop))
 {
     for (size_t i = 0; i < recording.items().size(); ++i)
     {
@@ -128,9 +129,22 @@ void playback_source::go_to(uint64_t number)
     {
         table.seek(number);
     }
-    if (truth_)
+    seek_truth(number);
+}
+
+/** Goes to the truth of a frame. Frames are played also if it cannot be read. */
+void playback_source::seek_truth(uint64_t number)
+{
+    try
     {
-        truth_->seek(number);
+        if (truth_)
+        {
+            truth_->seek(number);
+        }
+    }
+    catch (const bad_recording &)
+    {
+        truth_.reset();
     }
 }
 

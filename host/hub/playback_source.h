@@ -131,6 +131,7 @@ private:
     using frame_rows = std::vector<frame_row>;
 
     void go_to(uint64_t number);
+    void seek_truth(uint64_t number);
     void enter_segment_before(uint64_t number);
     void begin_lap();
     const frame_rows &peek();

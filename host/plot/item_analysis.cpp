@@ -94,7 +94,8 @@ void measure_levels(recording_reader &recording, size_t index, const timeline &t
 
 } // namespace
 
-item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance)
+item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance,
+                           const std::function<bool()> &stop)
 {
     const timeline times(recording, index);
     item_analysis analysis;
@@ -103,7 +104,7 @@ item_analysis analyse_item(recording_reader &recording, size_t index, std::optio
     analysis.time = times.axis();
     measure_levels(recording, index, times, distance, analysis);
     analyse_point(recording, index, times, analysis);
-    analysis.truth = read_truth_tracks(recording, index, times);
+    analysis.truth = read_truth_tracks(recording, index, times, stop);
     return analysis;
 }
 

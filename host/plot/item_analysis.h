@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -102,9 +103,12 @@ struct item_analysis
  * @param index      index of the item
  * @param distance   distance for phase and velocity, in metres; the strongest echo if not given, or if the
  *                   item does not measure there
+ * @param stop       called for each line of truth, if set; true ends the analysis
  * @throws bad_recording if a file cannot be read
+ * @throws drawing_stopped if asked to stop
  */
-item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance);
+item_analysis analyse_item(recording_reader &recording, size_t index, std::optional<double> distance,
+                           const std::function<bool()> &stop = {});
 
 } // namespace vantor
 

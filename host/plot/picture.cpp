@@ -91,7 +91,7 @@ public:
         for (size_t row = 0; row < count; ++row)
         {
             const auto &item = items[first + row];
-            const auto analysis = analyse_item(recording_, first + row, what_.distance);
+            const auto analysis = analyse_item(recording_, first + row, what_.distance, what_.stop);
             const panel_row place{.sheet = sheet,
                                   .row = row,
                                   .item = item,

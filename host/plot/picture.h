@@ -23,7 +23,7 @@ struct drawing
     std::string title = {};       /**< of the picture, such as the name of the recording */
     std::optional<double> distance =
         std::nullopt; /**< for phase and velocity, in metres; the strongest echo if not given */
-    std::function<bool()> stop = {}; /**< called while gnuplot runs, if set; true ends the drawing */
+    std::function<bool()> stop = {}; /**< called often, if set; true ends the drawing */
 };
 
 /** What was drawn. */

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "plot/drawing_stopped.h"
 #include "plot/sensor_scale.h"
 #include "vantor/recording_error.h"
 
@@ -21,10 +22,18 @@ namespace
 constexpr uint64_t most_truth_points = 400;
 
 /** Opens the truth; nothing if there is none, or it cannot be read. */
-std::optional<truth_frames> open_truth_frames(const recording_reader &recording)
+std::optional<truth_frames> open_truth_frames(const recording_reader &recording,
+                                              const std::function<bool()> &stop)
 try
 {
-    return recording.has_truth() ? std::optional<truth_frames>(recording.open_truth()) : std::nullopt;
+    const auto check = [stop] {
+        if (stop && stop())
+        {
+            throw drawing_stopped();
+        }
+    };
+    return recording.has_truth() ? std::optional<truth_frames>(std::in_place, recording, check)
+                                 : std::nullopt;
 }
 catch (const bad_recording &)
 {
@@ -90,9 +99,9 @@ private:
 } // namespace
 
 std::vector<truth_track> read_truth_tracks(const recording_reader &recording, size_t index,
-                                           const timeline &times)
+                                           const timeline &times, const std::function<bool()> &stop)
 {
-    auto truth = open_truth_frames(recording);
+    auto truth = open_truth_frames(recording, stop);
     const auto &item = recording.items()[index];
     track_collector tracks(item, recording.frames() / most_truth_points + 1);
     frame_rows rows(recording, index, times);

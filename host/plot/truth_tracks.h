@@ -5,6 +5,7 @@
 #define VANTOR_TRUTH_TRACKS_H
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 #include "plot/timeline.h"
@@ -33,11 +34,13 @@ struct truth_track
  *
  * @param index  of the item
  * @param times  when its frames were measured
+ * @param stop   called for each line, if set; true ends the reading
  * @return a track for each target that was within the measured distances; empty without a truth
  * @throws bad_recording if a frame table cannot be read
+ * @throws drawing_stopped if asked to stop
  */
 std::vector<truth_track> read_truth_tracks(const recording_reader &recording, size_t index,
-                                           const timeline &times);
+                                           const timeline &times, const std::function<bool()> &stop);
 
 } // namespace vantor
 

@@ -124,6 +124,10 @@ line_reader::line_reader(std::filesystem::path path, size_t most_line_bytes)
 
 std::optional<std::string_view> line_reader::next()
 {
+    if (is_long_ && !pass_long_line())
+    {
+        return std::nullopt;
+    }
     for (size_t searched = start_;;)
     {
         const auto end = buffer_.find('\n', searched);
@@ -137,6 +141,8 @@ std::optional<std::string_view> line_reader::next()
         searched = buffer_.size();
         if (searched > most_line_bytes_)
         {
+            is_long_ = true;
+            buffer_.clear();
             throw bad_recording(file_.path().string() + " has a line of more than " +
                                 std::to_string(most_line_bytes_) + " bytes.");
         }
@@ -147,8 +153,35 @@ std::optional<std::string_view> line_reader::next()
     }
 }
 
+void line_reader::on_read(std::function<void()> handler)
+{
+    on_read_ = std::move(handler);
+}
+
+/** Passes the rest of a line that is too long; returns false if it has no end. */
+bool line_reader::pass_long_line()
+{
+    while (is_long_)
+    {
+        const auto end = buffer_.find('\n');
+        if (end != std::string::npos)
+        {
+            start_ = end + 1;
+            is_long_ = false;
+            continue;
+        }
+        buffer_.clear();
+        if (!fill())
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
 void line_reader::seek(uint64_t position) noexcept
 {
+    is_long_ = false;
     buffer_.clear();
     start_ = 0;
     position_ = position;
@@ -157,6 +190,10 @@ void line_reader::seek(uint64_t position) noexcept
 /** Reads more bytes into the buffer; returns false at the end of the file. */
 bool line_reader::fill()
 {
+    if (on_read_)
+    {
+        on_read_();
+    }
     std::array<std::byte, line_buffer_bytes> bytes{};
     const auto count = file_.read(position_, bytes);
     position_ += count;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -88,9 +89,12 @@ public:
      *
      * @return the line, without its line feed and valid until the next call; nothing at the end of the file
      *         or if the last line has no line feed
-     * @throws bad_recording if the file cannot be read or a line is too long
+     * @throws bad_recording if the file cannot be read, or a line is too long, which the next call passes
      */
     std::optional<std::string_view> next();
+
+    /** Sets what is called before each read of the file; an exception ends the call of next(). */
+    void on_read(std::function<void()> handler);
 
     /** Continues at a byte of the file. */
     void seek(uint64_t position) noexcept;
@@ -109,12 +113,15 @@ public:
 
 private:
     bool fill();
+    bool pass_long_line();
 
     input_file file_;
     size_t most_line_bytes_;
     uint64_t position_ = 0; /**< of the bytes after those in the buffer */
     std::string buffer_;
-    size_t start_ = 0; /**< of the next line in the buffer */
+    size_t start_ = 0;     /**< of the next line in the buffer */
+    bool is_long_ = false; /**< the buffer begins within a line that is too long */
+    std::function<void()> on_read_;
 };
 
 } // namespace vantor

@@ -165,6 +165,12 @@ bool output_file::is_removed() const noexcept
     return fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
 }
 
+bool output_file::is_shorter_than(uint64_t length) const noexcept
+{
+    struct stat status = {};
+    return fstat(descriptor_, &status) == 0 && static_cast<uint64_t>(status.st_size) < length;
+}
+
 bool output_file::is_in_place() const noexcept
 {
     struct stat own = {};

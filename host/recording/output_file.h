@@ -78,6 +78,9 @@ public:
     /** Whether somebody has removed the file since it was created. */
     [[nodiscard]] bool is_removed() const noexcept;
 
+    /** Whether the file has fewer bytes than this: somebody has shortened it. */
+    [[nodiscard]] bool is_shorter_than(uint64_t length) const noexcept;
+
     /** Whether the file is still at the path at which it was created. */
     [[nodiscard]] bool is_in_place() const noexcept;
 

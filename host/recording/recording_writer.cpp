@@ -183,6 +183,7 @@ void recording_writer::finish()
 {
     if (truth_)
     {
+        truth_->require_whole();
         truth_->sync();
     }
     write_documents(true);

@@ -113,7 +113,8 @@ void require_changeable(const recording_documents &documents)
         require_replaceable(path, link_rule::refused);
         require_shortenable(path);
     }
-    if (has_truth(documents))
+    std::error_code failure;
+    if (has_truth(documents) && exists(symlink_status(truth_path(documents), failure)))
     {
         require_replaceable(truth_path(documents), link_rule::refused);
     }
@@ -242,9 +243,37 @@ removed_bytes remove_rest(const recording_check &check)
     return removed;
 }
 
-/** Repairs a recording whose damage is known. */
-repair_result repair_damage(const recording_check &before, frame_loss loss, const check_progress &progress)
+/** Removes the truth from what the documents will say about a session. */
+void forget_truth(recording_documents &documents)
 {
+    documents.session.truth = nullptr;
+    if (documents.collection.is_object())
+    {
+        documents.collection.erase(truth_member);
+    }
+    for (auto &item : documents.items)
+    {
+        const nlohmann::json::json_pointer copy("/global/vantor:session");
+        if (item.document.is_object() && item.document.contains(copy))
+        {
+            item.document[copy].erase(truth_member);
+        }
+    }
+}
+
+/** Replaces the truth by the lines that are right. */
+void repair_truth(const recording_check &before)
+{
+    if (before.truth && before.truth->readable && !before.truth->whole)
+    {
+        rewrite_truth(before.documents, before.frames);
+    }
+}
+
+/** Repairs a recording whose damage is known. */
+repair_result repair_damage(recording_check before, frame_loss loss, const check_progress &progress)
+{
+    const bool truth_lost = before.truth && before.truth->lost;
     if (before.finished && before.faults.empty())
     {
         return {.changed = false, .frames = before.frames};
@@ -254,20 +283,33 @@ repair_result repair_damage(const recording_check &before, frame_loss loss, cons
         refuse_repair(*obstacle);
     }
     require_changeable(before.documents);
+    if (truth_lost)
+    {
+        forget_truth(before.documents);
+    }
     const auto documents = final_documents(before);
     const auto removed = remove_rest(before);
-    if (before.truth && !before.truth->whole)
-    {
-        rewrite_truth(before.documents, before.frames);
-    }
+    repair_truth(before);
     replace_files(documents, link_rule::refused);
+    if (truth_lost)
+    {
+        // What is left of it does not matter.
+        std::error_code failure;
+        std::filesystem::remove(truth_path(before.documents), failure);
+    }
     const auto after = check_recording(before.documents.directory, progress);
     if (!after.finished || !after.faults.empty() || after.frames != before.frames)
     {
         throw damaged_recording("The repaired recording differs from what was written: check the disk. " +
                                 (after.faults.empty() ? std::string() : after.faults.front()));
     }
-    return {.changed = true, .frames = after.frames, .dropped = count_dropped(before), .removed = removed};
+    return {.changed = true,
+            .frames = after.frames,
+            .dropped = count_dropped(before),
+            .removed = removed,
+            .has_truth = before.truth.has_value(),
+            .truth_lines = before.truth ? before.truth->surplus : 0,
+            .truth_lost = truth_lost};
 }
 
 /** Removes the temporary files of programs that were killed. */
@@ -298,7 +340,7 @@ std::optional<std::string> repair_obstacle(const recording_check &check, frame_l
     {
         return check.faults.front();
     }
-    if (check.truth && !check.truth->readable)
+    if (check.truth && !check.truth->readable && !check.truth->lost)
     {
         return check.truth->faults.front();
     }

@@ -35,6 +35,9 @@ struct repair_result
     uint64_t frames = 0;  /**< number of frames in the recording now */
     uint64_t dropped = 0; /**< frames removed whose samples were complete in an item */
     removed_bytes removed = {};
+    bool has_truth = false;   /**< the recording has the truth of simulated sensors, or has lost it */
+    uint64_t truth_lines = 0; /**< lines of it that were removed: damaged, repeated, or of no frame */
+    bool truth_lost = false;  /**< its file was missing or empty: the documents do not refer to it any more */
 };
 
 /**

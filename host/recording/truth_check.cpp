@@ -7,9 +7,10 @@
 #include <utility>
 
 #include "recording/file_replacement.h"
+#include "recording/input_file.h"
 #include "recording/number_text.h"
+#include "recording/truth_lines.h"
 #include "recording/truth_writer.h"
-#include "vantor/frame_table.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -17,44 +18,12 @@ namespace vantor
 namespace
 {
 
-/** Reads the frame tables of all items, frame after frame. */
-class tick_reader
-{
-public:
-    tick_reader(const recording_documents &documents, uint64_t frames)
-    {
-        for (size_t i = 0; frames > 0 && i < documents.items.size(); ++i)
-        {
-            tables_.emplace_back(documents.directory / (documents.items[i].name + ".frames.csv"));
-            rows_.push_back(tables_.back().require());
-        }
-    }
-
-    /** The tick of an item in a frame; frames must be asked for in their order. */
-    uint32_t tick(uint64_t frame, size_t item)
-    {
-        for (; frame_ < frame; ++frame_)
-        {
-            for (size_t i = 0; i < tables_.size(); ++i)
-            {
-                rows_[i] = tables_[i].require();
-            }
-        }
-        return rows_.at(item).tick;
-    }
-
-private:
-    std::vector<frame_table> tables_;
-    std::vector<frame_row> rows_;
-    uint64_t frame_ = 0; /**< that the rows are of */
-};
-
 /** Does the work of check_truth(). */
 class truth_checker
 {
 public:
     truth_checker(const recording_documents &documents, uint64_t frames, bool finished)
-        : documents_(documents), frames_(frames), finished_(finished), ticks_(documents, frames)
+        : documents_(documents), frames_(frames), finished_(finished)
     {
     }
 
@@ -62,24 +31,20 @@ public:
     checked_truth run(const truth_receiver &receive, const std::function<void()> &stop)
     {
         truth_table table(documents_.directory / truth_file_name);
+        table.on_read(stop);
         found_.readable = true;
         compare_head(table.head());
-        while (!ended_)
+        truth_lines lines(std::move(table),
+                          {.directory = documents_.directory, .items = documents_.items, .count = frames_});
+        while (const auto line = lines.next())
         {
-            if (stop)
+            count(*line);
+            if (receive)
             {
-                stop();
-            }
-            if (const auto line = read(table); line && belongs(*line))
-            {
-                count();
-                if (receive)
-                {
-                    receive(*line);
-                }
+                receive(*line);
             }
         }
-        check_rest(table.rest());
+        judge(lines.wrong(), lines.table().rest());
         return std::move(found_);
     }
 
@@ -98,77 +63,25 @@ private:
         }
     }
 
-    /** Reads a line; nothing at the end of the file, or if the line is damaged. */
-    std::optional<recorded_truth> read(truth_table &table)
-    {
-        try
-        {
-            auto line = table.next();
-            ended_ = !line;
-            return line;
-        }
-        catch (const bad_recording &failure)
-        {
-            refuse_line(failure.what());
-            // A line that is too long cannot be left behind.
-            ended_ = std::exchange(last_position_, table.position()) == table.position();
-            return std::nullopt;
-        }
-    }
-
-    /** Notes a line that is wrong; the first one is described. */
-    void refuse_line(const std::string &reason)
-    {
-        if (!std::exchange(has_wrong_line_, true))
-        {
-            add_fault("has a wrong line: " + reason);
-        }
-    }
-
-    /** Whether a line is the one of a frame that is left. */
-    bool belongs(const recorded_truth &line)
-    {
-        if (line.frame >= frames_)
-        {
-            found_.whole = false;
-            surplus_ = true;
-            return false;
-        }
-        const auto &items = documents_.items;
-        size_t index = 0;
-        while (index < items.size() &&
-               (items[index].layout.group != line.group || items[index].layout.index != line.item))
-        {
-            ++index;
-        }
-        const auto place = std::pair(line.frame, index);
-        const bool right = index < items.size() && (!last_ || *last_ < place) &&
-                           line.truth.sensor_id == items[index].configuration.sensor_id &&
-                           line.truth.tick == ticks_.tick(line.frame, index);
-        if (!right)
-        {
-            refuse_line("frame " + std::to_string(line.frame) + " of group " +
-                        std::to_string(line.group + 1) + ", item " + std::to_string(line.item + 1) +
-                        " has another sensor or tick, is listed before, or does not exist.");
-            return false;
-        }
-        items_ = last_ && last_->first == line.frame ? items_ + 1 : 1;
-        last_ = place;
-        return true;
-    }
-
     /** Counts a right line. */
-    void count()
+    void count(const recorded_truth &line)
     {
         ++found_.lines;
+        items_ = frame_ == line.frame ? items_ + 1 : 1;
+        frame_ = line.frame;
         found_.frames += items_ == documents_.items.size() ? 1 : 0;
     }
 
-    /** Checks that nothing follows the lines of the frames that are left. */
-    void check_rest(uint64_t bytes)
+    /** Judges the lines that are left out, and the bytes after the last complete line. */
+    void judge(const wrong_lines &wrong, uint64_t bytes)
     {
-        found_.whole = found_.whole && bytes == 0;
-        if (finished_ && (surplus_ || bytes > 0))
+        found_.surplus = wrong.damaged + wrong.surplus + (bytes > 0 ? 1 : 0);
+        found_.whole = found_.whole && found_.surplus == 0;
+        if (!wrong.first.empty())
+        {
+            add_fault("has a wrong line: " + wrong.first);
+        }
+        if (finished_ && (wrong.surplus > 0 || bytes > 0))
         {
             add_fault("has more than the lines of " + counted(frames_, "frame") + ".");
         }
@@ -177,15 +90,21 @@ private:
     const recording_documents &documents_;
     uint64_t frames_;
     bool finished_;
-    tick_reader ticks_;
     checked_truth found_;
-    std::optional<std::pair<uint64_t, size_t>> last_; /**< frame and item of the last right line */
-    size_t items_ = 0;                                /**< right lines of its frame so far */
-    uint64_t last_position_ = 0;                      /**< of the last wrong line */
-    bool has_wrong_line_ = false;
-    bool surplus_ = false; /**< there are lines of frames that are not left */
-    bool ended_ = false;
+    std::optional<uint64_t> frame_; /**< of the last right line */
+    size_t items_ = 0;              /**< right lines of this frame so far */
 };
+
+/** Whether a file does not exist, or has no complete line; false if that is not known. */
+bool is_lost(const std::filesystem::path &path)
+try
+{
+    return !exists(symlink_status(path)) || !line_reader(path, most_truth_bytes).next();
+}
+catch (const std::exception &)
+{
+    return false;
+}
 
 } // namespace
 
@@ -199,6 +118,7 @@ checked_truth check_truth(const recording_documents &documents, uint64_t frames,
     catch (const bad_recording &failure)
     {
         checked_truth none;
+        none.lost = is_lost(documents.directory / truth_file_name);
         none.faults.emplace_back(failure.what());
         return none;
     }

@@ -19,8 +19,10 @@ namespace vantor
 struct checked_truth
 {
     bool readable = false; /**< it exists, and has a first line */
+    bool lost = false;     /**< it does not exist, or has no complete line */
     bool whole = true;     /**< it has nothing but the first line and right lines of frames that are left */
     uint64_t lines = 0;    /**< right lines of frames that are left */
+    uint64_t surplus = 0;  /**< other lines, except the first one */
     uint64_t frames = 0;   /**< frames with a line for every item */
     std::vector<std::string> faults; /**< sentences; empty if there is no damage */
 };

@@ -3,8 +3,11 @@
  */
 #include "vantor/truth_table.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "recording/input_file.h"
@@ -50,6 +53,11 @@ recorded_truth decode_line(std::string_view line)
 std::optional<uint64_t> frame_of(std::string_view line)
 try
 {
+    // Exceptions take longer than most lines.
+    if (!line.starts_with('{'))
+    {
+        return std::nullopt;
+    }
     return decode_line(line).frame;
 }
 catch (const error &)
@@ -62,10 +70,36 @@ catch (const error &)
 truth_table::truth_table(const std::filesystem::path &path)
     : lines_(std::make_unique<line_reader>(path, most_truth_bytes))
 {
+    try
+    {
+        read_head();
+    }
+    catch (const bad_recording &)
+    {
+        // The documents of the recording describe the scene, too: a first line that is too long is only
+        // damaged.
+        if (lines_->position() == 0)
+        {
+            throw;
+        }
+    }
+    begin_ = lines_->position();
+}
+
+/** Reads the first line, unless it is already that of a frame. */
+void truth_table::read_head()
+{
     const auto head = lines_->next();
     if (!head)
     {
-        throw bad_recording(path.string() + " has no first line, which describes the scene.");
+        lines_->seek(0);
+        throw bad_recording(lines_->file().path().string() +
+                            " has no first line, which describes the scene.");
+    }
+    if (frame_of(*head))
+    {
+        lines_->seek(0);
+        return;
     }
     head_ = *head;
 }
@@ -89,8 +123,24 @@ uint64_t truth_table::rest() const
     return lines_->file().size() - position();
 }
 
+void truth_table::on_read(std::function<void()> handler)
+{
+    on_read_ = handler;
+    lines_->on_read(std::move(handler));
+}
+
+/** Lets an exception end the reading. */
+void truth_table::ask_to_go_on() const
+{
+    if (on_read_)
+    {
+        on_read_();
+    }
+}
+
 std::optional<recorded_truth> truth_table::next()
 {
+    ask_to_go_on();
     const auto start = lines_->position();
     const auto line = lines_->next();
     if (!line)
@@ -115,19 +165,15 @@ std::optional<recorded_truth> truth_table::next()
 void truth_table::seek(uint64_t frame)
 {
     // Lines have different lengths, but are in the order of frames.
-    uint64_t begin = head_.size() + 1;
+    uint64_t begin = begin_;
     uint64_t end = lines_->file().size();
     while (begin + short_stretch < end)
     {
         const uint64_t middle = begin + (end - begin) / 2;
-        lines_->seek(middle);
-        // The rest of a line.
-        lines_->next();
-        const uint64_t start = lines_->position();
-        const auto number = next_frame();
-        if (number && *number < frame)
+        const auto found = typical_place(middle, end);
+        if (found && found->frame < frame)
         {
-            begin = start;
+            begin = found->start;
         }
         else
         {
@@ -135,67 +181,94 @@ void truth_table::seek(uint64_t frame)
         }
     }
     lines_->seek(begin);
-    while (next_frame().value_or(frame) < frame)
+    while (const auto found = next_place(lines_->file().size()))
     {
-        begin = lines_->position();
+        begin = found->start;
+        if (found->frame >= frame)
+        {
+            break;
+        }
     }
     lines_->seek(begin);
 }
 
-/** The number of the frame of the next line; no value if there is no line, or it is damaged. */
-std::optional<uint64_t> truth_table::next_frame()
+/** The line with the middle frame among the first ones after a byte: a line in a wrong place does not matter.
+ */
+std::optional<truth_table::place> truth_table::typical_place(uint64_t begin, uint64_t end)
 {
-    const auto line = lines_->next();
-    return line ? frame_of(*line) : std::nullopt;
-}
-
-truth_frames::truth_frames(truth_table table) : table_(std::move(table))
-{
-}
-
-const std::vector<recorded_truth> &truth_frames::move_to(uint64_t frame)
-{
-    lines_.clear();
-    while (next_ || (next_ = next_line()))
+    constexpr size_t most_places = 5;
+    lines_->seek(begin);
+    // The rest of a line.
+    std::ignore = read_frame();
+    std::vector<place> places;
+    while (places.size() < most_places)
     {
-        if (next_->frame > frame)
+        const auto found = next_place(end);
+        if (!found)
         {
             break;
         }
-        if (next_->frame == frame)
-        {
-            lines_.push_back(std::move(*next_));
-        }
-        next_.reset();
+        places.push_back(*found);
     }
-    return lines_;
-}
-
-/** Reads the next line that is not damaged; nothing if there is none. */
-std::optional<recorded_truth> truth_frames::next_line()
-{
-    while (true)
+    if (places.empty())
     {
-        const auto start = table_.position();
-        try
-        {
-            return table_.next();
-        }
-        catch (const bad_recording &)
-        {
-            // A line that is too long cannot be passed.
-            if (table_.position() == start)
-            {
-                return std::nullopt;
-            }
-        }
+        return std::nullopt;
     }
+    const auto start = places.front().start;
+    std::ranges::sort(places, {}, &place::frame);
+    return place{.start = start, .frame = places[places.size() / 2].frame};
 }
 
-void truth_frames::seek(uint64_t frame)
+/** The next line that is not damaged and begins before a byte; no value if there is none. */
+std::optional<truth_table::place> truth_table::next_place(uint64_t end)
 {
-    next_.reset();
-    table_.seek(frame);
+    const auto begin = lines_->position();
+    std::optional<place> found;
+    while (!found && lines_->position() < end)
+    {
+        if (const auto known = damaged_.upper_bound(lines_->position());
+            known != damaged_.begin() && std::prev(known)->second > lines_->position())
+        {
+            lines_->seek(std::prev(known)->second);
+            continue;
+        }
+        const auto start = lines_->position();
+        if (const auto frame = read_frame())
+        {
+            found = {.start = start, .frame = *frame};
+        }
+        else if (lines_->position() == start)
+        {
+            break;
+        }
+    }
+    const auto passed = found ? found->start : lines_->position();
+    if (begin + short_stretch < passed)
+    {
+        damaged_[begin] = passed;
+    }
+    return found;
+}
+
+/** The number of the frame of the next line; no value if there is no line, or it is damaged. */
+std::optional<uint64_t> truth_table::read_frame()
+{
+    ask_to_go_on();
+    const auto start = lines_->position();
+    try
+    {
+        const auto line = lines_->next();
+        return line ? frame_of(*line) : std::nullopt;
+    }
+    catch (const bad_recording &)
+    {
+        // It cannot be read if nothing was passed, and is too long otherwise.
+        if (lines_->position() == start)
+        {
+            throw;
+        }
+        return std::nullopt;
+    }
 }
 
 } // namespace vantor

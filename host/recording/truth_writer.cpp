@@ -30,6 +30,7 @@ truth_writer::truth_writer(const std::filesystem::path &path, const nlohmann::js
 
 void truth_writer::append(uint64_t number, const frame &received)
 {
+    require_whole();
     std::string lines;
     const auto &known = received.truth();
     for (size_t i = 0; known && i < received.items().size(); ++i)
@@ -43,6 +44,14 @@ void truth_writer::append(uint64_t number, const frame &received)
     }
     appended_ = lines.size();
     file_.append(lines);
+}
+
+void truth_writer::require_whole() const
+{
+    if (file_.is_shorter_than(length_))
+    {
+        throw recording_error(file_.name().string() + " was shortened during the recording.");
+    }
 }
 
 void truth_writer::sync() const

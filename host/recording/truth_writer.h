@@ -46,9 +46,13 @@ public:
      * Appends a line for each item of a frame whose truth is known.
      *
      * @param number  of the frame in the recording
-     * @throws recording_error if it cannot be written; rollback() then removes what was written
+     * @throws recording_error if it cannot be written, or require_whole() throws; rollback() then removes
+     * what was written
      */
     void append(uint64_t number, const frame &received);
+
+    /** Throws recording_error if somebody has shortened the file. */
+    void require_whole() const;
 
     /** Commits what was appended last. */
     void commit() noexcept
@@ -59,7 +63,11 @@ public:
     /** Removes what was appended since the last commit. */
     void rollback() noexcept
     {
-        file_.truncate(length_);
+        // A file that somebody has shortened must not become longer again.
+        if (!file_.is_shorter_than(length_))
+        {
+            file_.truncate(length_);
+        }
     }
 
     /**

@@ -263,7 +263,7 @@ std::vector<item_score> score_detections(const recording_reader &recording,
 {
     const auto &items = recording.items();
     std::vector<item_score> scores(items.size());
-    truth_frames truth(recording.open_truth());
+    truth_frames truth(recording, stop);
     detection_cursor cursor(detections);
     std::vector<frame_table> tables;
     for (size_t i = 0; i < items.size(); ++i)

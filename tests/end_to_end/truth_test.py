@@ -1,18 +1,20 @@
 """The truth of simulated sensors: written by the server, recorded, and compared with detections."""
 
 import cmath
+import contextlib
 import itertools
 import json
 import math
 import os
 import resource
 import shutil
+import signal
 import struct
 import subprocess
 import tempfile
 import unittest
 
-from vantor_process import SERVER, TIME_OUT, Server, vantor
+from vantor_process import SERVER, TIME_OUT, VANTOR, Server, vantor, wait_until
 
 BASE_STEP_M = 0.0025
 
@@ -61,6 +63,16 @@ def lines_of(path):
     """The lines of a file, as JSON."""
     with open(path, encoding="utf-8") as file:
         return [json.loads(line) for line in file]
+
+
+def reads(process, path):
+    """Whether a process has a file open."""
+    folder = f"/proc/{process.pid}/fd"
+    opened = set()
+    for name in os.listdir(folder):
+        with contextlib.suppress(FileNotFoundError):
+            opened.add(os.readlink(os.path.join(folder, name)))
+    return os.path.realpath(path) in opened
 
 
 class TruthTest(unittest.TestCase):
@@ -274,6 +286,27 @@ class Recordings(TruthTest):
         about = json.loads(self.succeed("info", recording, "--json"))
         self.assertGreater(len(about["calibrations"]), 2)
         self.assertEqual(about["truth"]["frames"], 400)
+
+    def test_commands_end_at_once_however_long_the_truth_is(self):
+        recording = self.path("long")
+        self.succeed("record", self.config, "--frames", 5, "--output", recording, "--connect",
+                     f"sim:--clock virtual --sensors 2 --scene {self.scene}")
+        detections = self.path("detections.csv")
+        with open(detections, "w", encoding="utf-8") as file:
+            file.write("frame,group,item,distance_m\n")
+        truth = os.path.join(recording, "truth.jsonl")
+        with open(truth, "a", encoding="utf-8") as file:
+            file.write("\n" * 1000000)
+        # A hole takes no space on the disk, but hours to read.
+        os.truncate(truth, 1 << 40)
+        for number, command in ((signal.SIGINT, ["score", recording, detections]),
+                                (signal.SIGTERM, ["view", recording, "--no-browser"]),
+                                (signal.SIGINT, ["export", recording, "--format", "truth"])):
+            process = subprocess.Popen([VANTOR, *command], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            wait_until(lambda: reads(process, truth), f"{command[0]} to read the truth")
+            process.send_signal(number)
+            process.communicate(timeout=TIME_OUT)
+            self.assertNotEqual(process.returncode, -number)
 
     def test_the_truth_is_exported(self):
         recording = self.path("exported")

@@ -129,7 +129,9 @@ TEST_F(damaged_recording_test, can_be_repaired)
                             {"frames", 1},
                             {"frames_removed", 1},
                             {"bytes_removed", 280},
-                            {"table_bytes_removed", 85}}));
+                            {"table_bytes_removed", 85},
+                            {"truth_lines_removed", 0},
+                            {"truth_lost", false}}));
     EXPECT_EQ(run({"repair", path}).out, "1 frame left; nothing to repair\n");
     const auto about = json::parse(run({"info", path, "--json"}).out);
     EXPECT_EQ(about["complete"], true);

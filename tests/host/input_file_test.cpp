@@ -110,5 +110,38 @@ TEST(line_reader, refuses_an_endless_line)
     EXPECT_THAT([&] { lines.next(); }, ThrowsMessage<bad_recording>(HasSubstr("more than 4096 bytes")));
 }
 
+TEST(line_reader, passes_a_line_that_is_too_long)
+{
+    const test::temporary_directory directory;
+    const std::string long_line(1'000'000, 'x');
+    const auto text = long_line + "\nsecond\n" + long_line + "\n\n" + long_line;
+    line_reader lines(directory.write("text", text));
+    EXPECT_THROW(lines.next(), bad_recording);
+    EXPECT_EQ(lines.next(), "second");
+    EXPECT_EQ(lines.position(), long_line.size() + 8);
+    EXPECT_THROW(lines.next(), bad_recording);
+    EXPECT_EQ(lines.next(), "");
+    EXPECT_THROW(lines.next(), bad_recording);
+    EXPECT_EQ(lines.next(), std::nullopt);
+    EXPECT_EQ(lines.position(), text.size());
+    lines.seek(long_line.size() + 1);
+    EXPECT_EQ(lines.next(), "second");
+}
+
+TEST(line_reader, asks_before_each_read)
+{
+    const test::temporary_directory directory;
+    line_reader lines(directory.write("text", std::string(1'000'000, 'x')));
+    int left = 5;
+    lines.on_read([&left] {
+        if (left-- == 0)
+        {
+            throw std::runtime_error("enough");
+        }
+    });
+    EXPECT_THROW(lines.next(), bad_recording);
+    EXPECT_THAT([&] { lines.next(); }, ThrowsMessage<std::runtime_error>("enough"));
+}
+
 } // namespace
 } // namespace vantor

@@ -1,6 +1,7 @@
 /** @file
  * Tests of the truth in recordings: what is written, read, checked and repaired.
  */
+#include <algorithm>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -97,7 +98,7 @@ TEST_F(truth_recording, is_read_frame_by_frame_from_any_frame_on)
     const recording_reader recording(path);
     ASSERT_TRUE(recording.has_truth());
     EXPECT_EQ(recording.session().truth, test::example_scene());
-    truth_frames all(recording.open_truth());
+    truth_frames all(recording);
     for (const uint64_t number : {0U, 1U, 17U, frames - 1})
     {
         const auto &items = all.move_to(number);
@@ -209,11 +210,14 @@ TEST_F(truth_recording, damage_is_noticed_and_repaired)
     {
         write(damaged);
         EXPECT_THAT(fault(), HasSubstr("truth.jsonl ")) << damaged[2];
-        repair_recording(path);
+        const auto repaired = repair_recording(path);
+        EXPECT_TRUE(repaired.has_truth);
+        EXPECT_FALSE(repaired.truth_lost);
         EXPECT_EQ(fault(), "");
         auto left = lines();
         EXPECT_EQ(json::parse(left[0]), test::example_scene());
         EXPECT_GE(left.size(), original.size() - 1);
+        EXPECT_EQ(left.size() - 1 + repaired.truth_lines, damaged.size() - 1) << damaged[2];
         for (size_t i = 1; i < left.size(); ++i)
         {
             EXPECT_THAT(original, testing::Contains(left[i]));
@@ -222,25 +226,260 @@ TEST_F(truth_recording, damage_is_noticed_and_repaired)
     }
 }
 
-TEST_F(truth_recording, a_line_that_is_too_long_is_damage)
+TEST_F(truth_recording, a_line_that_is_too_long_is_left_out_alone)
 {
     test::write_recording_with_truth(path, 3);
-    auto all = lines();
-    all[4] = std::string(2200000, ' ');
+    const auto original = lines();
+    auto all = original;
+    all[4] = std::string(5000000, ' ');
     write(all);
     EXPECT_THAT(fault(), HasSubstr("has a line of more than 2097152 bytes"));
-    repair_recording(path);
+    const recording_reader recording(path);
+    truth_frames frames(recording);
+    EXPECT_EQ(frames.move_to(1).size(), 2U);
+    EXPECT_EQ(frames.move_to(2).size(), 3U);
+    EXPECT_THAT(test::run({"repair", path.string()}).out, HasSubstr("frame tables, 1 line of the truth\n"));
     EXPECT_EQ(fault(), "");
-    EXPECT_EQ(lines().size(), 4U);
+    auto expected = original;
+    expected.erase(expected.begin() + 4);
+    EXPECT_EQ(lines(), expected);
 }
 
-TEST_F(truth_recording, a_file_that_is_missing_is_not_replaced)
+TEST_F(truth_recording, a_first_line_that_is_missing_or_too_long_is_written_again)
 {
-    test::write_recording_with_truth(path, 1);
-    std::filesystem::remove(truth);
-    EXPECT_THAT(fault(), HasSubstr("truth.jsonl"));
+    test::write_recording_with_truth(path, 3);
+    const auto original = lines();
+    auto missing = original;
+    missing.erase(missing.begin());
+    auto long_one = original;
+    long_one[0] = std::string(5000000, ' ');
+    for (const auto &damaged : {missing, long_one})
+    {
+        write(damaged);
+        EXPECT_THAT(fault(), HasSubstr("has another first line"));
+        EXPECT_EQ(repair_recording(path).truth_lines, 0U);
+        EXPECT_EQ(lines(), original);
+    }
+}
+
+TEST_F(truth_recording, lines_in_a_wrong_place_are_put_into_order)
+{
+    constexpr uint32_t frames = 60;
+    test::write_recording_with_truth(path, frames);
+    const auto original = lines();
+    auto all = original;
+    // Two lines of a late frame, then one of an early frame, each of which would hide all others.
+    std::rotate(all.begin() + 7, all.begin() + 150, all.begin() + 152);
+    std::rotate(all.begin() + 20, all.begin() + 21, all.begin() + 100);
+    write(all);
+    EXPECT_THAT(fault(), HasSubstr("is listed after a later one"));
+    EXPECT_EQ(check_recording(path).truth->frames, frames);
+    EXPECT_EQ(repair_recording(path).truth_lines, 0U);
+    EXPECT_EQ(lines(), original);
+}
+
+TEST_F(truth_recording, lines_that_are_not_of_their_frame_are_used_by_nobody)
+{
+    constexpr uint32_t frames = 20;
+    test::write_recording_with_truth(path, frames);
+    auto all = lines();
+    const auto changed = [&](const std::string &member, const json &value) {
+        auto document = json::parse(all[4]);
+        document[member] = value;
+        return document.dump();
+    };
+    auto far_target = json::parse(all[4])["targets"][0];
+    far_target["distance_m"] = 0.25;
+    auto too_many = json::array();
+    for (int i = 0; i < 65; ++i)
+    {
+        far_target["target"] = i;
+        too_many.push_back(far_target);
+    }
+    far_target["target"] = 0;
+    const auto twice = json::array({far_target, far_target});
+    far_target["target"] = 65536;
+    const std::vector<std::string> wrong{changed("frame", 1000000000000),
+                                         changed("frame", 19),
+                                         changed("sensor", 2),
+                                         changed("tick", 7),
+                                         changed("item", 9),
+                                         changed("targets", too_many),
+                                         changed("targets", twice),
+                                         changed("targets", json::array({far_target})),
+                                         all[1],
+                                         "",
+                                         "{"};
+    const auto original = all;
+    all.insert(all.begin() + 4, wrong.begin(), wrong.end());
+    // A doubled line.
+    all.insert(all.begin() + 25, all[24]);
+    write(all);
+    recording_reader recording(path);
+    truth_frames reader(recording);
+    for (uint32_t number = 0; number < frames; ++number)
+    {
+        ASSERT_EQ(reader.move_to(number).size(), 3U) << number;
+    }
+    export_truth(recording, directory / "files");
+    const auto exported = read_file(directory / "files/group-1-item-1.truth.csv");
+    EXPECT_EQ(std::count(exported.begin(), exported.end(), '\n'), 1 + frames);
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    ASSERT_EQ(analysis.truth.size(), 1U);
+    EXPECT_NEAR(analysis.truth[0].mean, 0.3, 1e-12);
+    EXPECT_EQ(check_recording(path).truth->frames, frames);
+    EXPECT_EQ(repair_recording(path).truth_lines, wrong.size() + 1);
+    EXPECT_EQ(lines(), original);
+}
+
+TEST_F(truth_recording, faults_describe_the_line)
+{
+    test::write_recording_with_truth(path, 2);
+    const auto original = lines();
+    const auto described = [&](const std::string &line) {
+        auto all = original;
+        all[1] = line;
+        write(all);
+        return fault();
+    };
+    const auto start = std::to_string(original[0].size() + 1);
+    const auto begin = "truth.jsonl: the line at byte " + start + " does not describe the truth of a frame: ";
+    EXPECT_THAT(described("{}"), HasSubstr(begin + "\"sensor\" is missing."));
+    EXPECT_THAT(described("[]"), HasSubstr(begin + "\"sensor\" is missing."));
+    EXPECT_THAT(described(R"({"sensor":1,"tick":-1})"),
+                HasSubstr(begin + "\"tick\" is not a whole number from 0 to 4294967295."));
+    EXPECT_THAT(described(R"({"sensor":1,"tick":1,"time_s":"1"})"),
+                HasSubstr(begin + "\"time_s\" is not a number."));
+    EXPECT_THAT(
+        described("{\"sensor\":\"\xff\"}"),
+        HasSubstr(begin +
+                  "The line is not valid JSON at line 1, column 12: invalid or unexpected character."));
+}
+
+TEST_F(truth_recording, is_found_again_and_again_behind_many_damaged_lines)
+{
+    constexpr uint32_t frames = 300;
+    test::write_recording_with_truth(path, frames);
+    auto all = lines();
+    std::ofstream file(truth);
+    for (size_t i = 0; i < all.size(); ++i)
+    {
+        file << all[i] << "\n" << (i == 3 ? std::string(3000000, '\n') : "");
+    }
+    file.close();
+    const recording_reader recording(path);
+    uint64_t asked = 0;
+    truth_frames found(recording, [&] { ++asked; });
+    found.seek(1);
+    EXPECT_EQ(found.move_to(1).size(), 3U);
+    const auto first = asked;
+    EXPECT_GT(first, 1000000U);
+    asked = 0;
+    for (uint64_t number = 1; number < frames; ++number)
+    {
+        found.seek(number);
+        ASSERT_EQ(found.move_to(number).size(), 3U) << number;
+    }
+    EXPECT_LT(asked, 1000000U);
+}
+
+TEST_F(truth_recording, is_not_read_further_when_that_is_no_longer_wanted)
+{
+    test::write_recording_with_truth(path, 2);
+    std::ofstream(truth, std::ios::app) << std::string(100000, '\n') << std::string(5000000, ' ');
+    recording_reader recording(path);
+    class stopped : public std::exception
+    {
+    };
+    for (const int most : {0, 1, 10, 50000, 100030})
+    {
+        int left = most;
+        const auto stop = [&left] {
+            if (left-- == 0)
+            {
+                throw stopped();
+            }
+        };
+        truth_frames frames(recording, stop);
+        EXPECT_THROW(frames.move_to(5), stopped);
+        left = most;
+        EXPECT_THROW(check_recording(path, {}, stop), stopped);
+        left = most;
+        EXPECT_THROW(export_truth(recording, directory / "files", stop), stopped);
+    }
+    EXPECT_THROW(analyse_item(recording, 0, std::nullopt, [] { return true; }), drawing_stopped);
+}
+
+TEST_F(truth_recording, is_played_from_any_frame_although_a_line_is_too_long)
+{
+    constexpr uint32_t frames = 40;
+    test::write_recording_with_truth(path, frames);
+    auto all = lines();
+    all[1 + 3 * 17] = std::string(5000000, 'x');
+    write(all);
+    recording_reader recording(path);
+    test::manual_clock clock;
+    test::manual_loop loop(clock);
+    playback_source source(recording, {.speed = std::numeric_limits<double>::infinity()}, loop);
+    for (const uint64_t number : {17U, 30U, 2U, 17U})
+    {
+        source.seek(number);
+        const auto played = source.next();
+        EXPECT_EQ(played.items()[1].tick, number * 20000 + 5);
+        EXPECT_EQ(played.truth()->items.at(0).has_value(), number != 17) << number;
+        ASSERT_TRUE(played.truth()->items.at(1)) << number;
+        EXPECT_EQ(played.truth()->items.at(1)->tick, number * 20000 + 5);
+    }
+}
+
+TEST_F(truth_recording, that_is_lost_does_not_prevent_a_repair)
+{
+    test::write_recording_with_truth(path, 2);
+    const auto head = lines()[0];
+    const auto whole = directory / "whole";
+    std::filesystem::copy(path, whole);
+    const auto lose = [&](const std::optional<std::string> &left) {
+        std::filesystem::remove_all(path);
+        std::filesystem::copy(whole, path);
+        std::filesystem::remove(truth);
+        if (left)
+        {
+            std::ofstream(truth) << *left;
+        }
+    };
+    const std::vector<std::optional<std::string>> rests{std::nullopt, "", head.substr(0, 10)};
+    for (const auto &left : rests)
+    {
+        lose(left);
+        EXPECT_THAT(fault(), HasSubstr("truth.jsonl"));
+        EXPECT_EQ(json::parse(test::run({"info", path.string(), "--json"}).out)["repair_obstacle"], nullptr);
+        const auto samples = path / "group-2-item-1.sigmf-data";
+        std::filesystem::resize_file(samples, std::filesystem::file_size(samples) - 1);
+        const auto outcome = test::run({"repair", path.string(), "--json"});
+        EXPECT_EQ(json::parse(outcome.out)["truth_lost"], true) << outcome.err;
+        EXPECT_EQ(json::parse(outcome.out)["frames"], 1);
+        EXPECT_EQ(fault(), "");
+        EXPECT_FALSE(std::filesystem::exists(truth));
+        EXPECT_FALSE(recording_reader(path).has_truth());
+        EXPECT_THAT(read_file(path / "group-1-item-1.sigmf-meta"), testing::Not(HasSubstr("vantor:truth")));
+        lose(left);
+        EXPECT_THAT(test::run({"repair", path.string()}).out,
+                    HasSubstr("; the truth is lost: truth.jsonl was"));
+    }
+    lose(std::nullopt);
+    std::filesystem::create_directory(truth);
     EXPECT_THAT([&] { repair_recording(path); },
                 testing::ThrowsMessage<damaged_recording>(HasSubstr("truth.jsonl")));
+}
+
+TEST_F(truth_recording, that_is_shortened_meanwhile_ends_the_recording)
+{
+    recording_writer writer(path, test::description_with_truth());
+    writer.add(test::frame_with_truth(0));
+    std::filesystem::resize_file(truth, std::filesystem::file_size(truth) - 1);
+    const auto is_noticed = testing::ThrowsMessage<recording_error>(HasSubstr("truth.jsonl was shortened"));
+    EXPECT_THAT([&] { writer.add(test::frame_with_truth(1)); }, is_noticed);
+    EXPECT_THAT([&] { writer.finish(); }, is_noticed);
 }
 
 TEST_F(truth_recording, of_a_killed_program_is_cut_to_its_frames)
@@ -377,7 +616,7 @@ TEST_F(truth_recording, that_is_damaged_is_used_as_far_as_possible)
     all[4] = "damaged";
     write(all);
     const recording_reader recording(path);
-    truth_frames frames(recording.open_truth());
+    truth_frames frames(recording);
     EXPECT_EQ(frames.move_to(1).size(), 2U);
     EXPECT_EQ(frames.move_to(2).size(), 3U);
 }

@@ -3,10 +3,12 @@
 import json
 import os
 import random
+import re
 import shutil
 import signal
 import subprocess
 import warnings
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
@@ -182,7 +184,7 @@ def test_the_description_of_the_session(two_sensors: Path, scene: Path) -> None:
 
 
 def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path: Path) -> None:
-    """A line in another place, or with another tick, is not the truth of any frame."""
+    """A line with another tick is not the truth of any frame; one in another place is."""
     recording = vantor.open(two_sensors)
     for place, layout in enumerate(recording.layouts):
         truth = recording.truth(layout.group, layout.index)
@@ -200,8 +202,35 @@ def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path:
     (changed / "truth.jsonl").write_text(head + "".join(lines))
     recording = vantor.open(changed)
     assert recording.truth(0, 0)[0] is None
-    assert [truth is None for truth in recording.frame(1).truth] == [False, True, False]
+    assert [truth is None for truth in recording.frame(1).truth] == [False, False, False]
     assert list(recording.damage()) == reported_damage(changed)["damage"] != []
+
+
+@pytest.mark.parametrize(
+    "change",
+    [
+        lambda lines: [*lines[:3], lines[2], *lines[3:]],
+        lambda lines: [*lines[:3], lines[50], *lines[3:50], *lines[51:]],
+        lambda lines: lines[1:],
+        lambda lines: [lines[0], "", *lines[1:]],
+        lambda lines: [lines[0], lines[1].replace('"tick":', '"tick":-'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"tick":', '"other":'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"time_s":', '"time_s":"",""'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"time_s":0.0', '"time_s":null'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"targets":[', '"targets":[[],'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"targets":', '"targets":1,"others":'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"target":', '"target":7000'), *lines[2:]],
+        lambda lines: [lines[0], re.sub(r'"targets":\[({.*})\]', r'"targets":[\1,\1]', lines[1]), *lines[2:]],
+    ],
+)
+def test_damage_of_the_truth_is_described_as_by_the_command(
+    change: Callable[[list[str]], list[str]], two_sensors: Path, tmp_path: Path
+) -> None:
+    changed = tmp_path / "changed"
+    shutil.copytree(two_sensors, changed)
+    lines = (changed / "truth.jsonl").read_text().splitlines()
+    (changed / "truth.jsonl").write_text("".join(line + "\n" for line in change(lines)))
+    assert list(vantor.open(changed).damage()) == reported_damage(changed)["damage"] != []
 
 
 def test_a_recording_without_truth(two_sensors: Path, tmp_path: Path) -> None:

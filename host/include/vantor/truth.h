@@ -17,7 +17,7 @@ namespace vantor
 /** A target, at the middle of a frame. */
 struct target_truth
 {
-    size_t target = 0;         /**< its index in the list of the scene */
+    size_t target = 0;         /**< its index in the list of the scene, at most 65535 */
     size_t body = 0;           /**< targets with the same number are one thing; 0 if it is one on its own */
     double distance_m = 0.0;   /**< from the sensor */
     double velocity_m_s = 0.0; /**< along the line of sight; positive if it moves away */
@@ -47,7 +47,8 @@ struct frame_truth
 /**
  * Decodes what one sensor should have found, from a line of a truth file.
  *
- * @throws protocol_error if a member is missing or out of range
+ * @throws protocol_error if a member is missing or out of range, a target is there twice, or there are more
+ * than 64
  */
 item_truth decode_truth(const nlohmann::json &document);
 

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,15 +55,18 @@ public:
     std::optional<recorded_truth> next();
 
     /**
-     * Continues with the first line of a frame, or of the first one after it that has one, in a time that
-     * hardly depends on the size of the file.
+     * Continues near the first line of a frame, in a time that hardly depends on the size of the file: next()
+     * may return lines of earlier frames first. Damaged lines are passed; many of them are read only once.
      *
      * @param frame  its number, from 0
      * @throws bad_recording if the file cannot be read
      */
     void seek(uint64_t frame);
 
-    /** The first line, as it is in the file. */
+    /** Sets what is called before each line and each read of the file; an exception ends the call. */
+    void on_read(std::function<void()> handler);
+
+    /** The first line, as it is in the file; empty if it is missing or too long. */
     [[nodiscard]] const std::string &head() const noexcept;
 
     /** Number of bytes up to the end of the line that was read last. */
@@ -71,24 +76,54 @@ public:
     [[nodiscard]] uint64_t rest() const;
 
 private:
-    std::optional<uint64_t> next_frame();
+    /** A line that is not damaged. */
+    struct place
+    {
+        uint64_t start = 0; /**< its first byte */
+        uint64_t frame = 0;
+    };
+
+    void read_head();
+    void ask_to_go_on() const;
+    std::optional<uint64_t> read_frame();
+    std::optional<place> next_place(uint64_t end);
+    std::optional<place> typical_place(uint64_t begin, uint64_t end);
 
     std::unique_ptr<line_reader> lines_; /**< null only if moved from */
     std::string head_;
+    uint64_t begin_ = 0;                   /**< of the line after the first one */
+    std::map<uint64_t, uint64_t> damaged_; /**< where damaged lines begin and end, if there are many */
+    std::function<void()> on_read_;
 };
 
-/** Reads the truth of all items of a recording, frame after frame. Damaged lines are left out. */
+class recording_reader;
+class truth_lines;
+
+/**
+ * Reads the truth of all items of a recording, frame after frame. Lines that are damaged, repeated, or not of
+ * this frame, item, sensor and tick are left out.
+ */
 class truth_frames
 {
 public:
-    /** @param table  the truth, from its first line on */
-    explicit truth_frames(truth_table table);
+    /**
+     * @param recording  must outlive the object
+     * @param stop       called for each line, may be empty; an exception ends the reading
+     * @throws bad_recording if it has no truth, or that cannot be read
+     */
+    explicit truth_frames(const recording_reader &recording, std::function<void()> stop = {});
+    truth_frames(const truth_frames &) = delete;
+    truth_frames &operator=(const truth_frames &) = delete;
+    truth_frames(truth_frames &&other) noexcept;
+    truth_frames &operator=(truth_frames &&other) noexcept;
+    ~truth_frames();
 
     /**
      * Moves to a frame, and returns its truth.
      *
      * @param frame  not before the frame of the last call, unless seek() was called
      * @return its lines, in the order of the items; empty if there is none
+     * @throws bad_recording if a frame table cannot be read
      */
     const std::vector<recorded_truth> &move_to(uint64_t frame);
 
@@ -96,10 +131,8 @@ public:
     void seek(uint64_t frame);
 
 private:
-    std::optional<recorded_truth> next_line();
-
-    truth_table table_;
-    std::optional<recorded_truth> next_; /**< the line that was read last, if its frame is still to come */
+    std::unique_ptr<truth_lines> source_; /**< null only if moved from */
+    std::optional<recorded_truth> next_;  /**< the line that was read last, if its frame is still to come */
     std::vector<recorded_truth> lines_;
 };
 

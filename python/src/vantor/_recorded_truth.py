@@ -94,7 +94,7 @@ class _Reader:
         layouts = [item.item.layout for item in files.items]
         self._places = {(layout.group + 1, layout.index + 1): place for place, layout in enumerate(layouts)}
         self._ticks = [item.rows["tick"].tolist() for item in files.items]
-        self._last = (-1, -1)
+        self._farthest = (-1, -1)
         self._has_wrong_line = False
         self._has_surplus = False
         self._read(text)
@@ -105,7 +105,9 @@ class _Reader:
         if start == 0:
             self.faults.append(f"{self._path} has no first line, which describes the scene.")
             return
-        if text[: start - 1].decode("utf-8", "replace") != dump(self._files.documents.session.truth):
+        if _is_row(text[: start - 1]):
+            start = 0
+        if start == 0 or text[: start - 1].decode("utf-8", "replace") != dump(self._files.documents.session.truth):
             self._add_fault("has another first line than the description of the session.")
         while (end := text.find(b"\n", start)) >= 0:
             self._read_line(text[start:end], start)
@@ -136,21 +138,22 @@ class _Reader:
         if key.frame >= self._files.frames:
             self._has_surplus = True
         elif self._belongs(key):
-            self._last = (key.frame, self._places[key.group, key.item])
-            self.starts[self._last] = start
+            self.starts[key.frame, self._places[key.group, key.item]] = start
         else:
             self._refuse_line(
-                f"frame {key.frame} of group {key.group}, item {key.item} has another sensor or tick, is "
-                "listed before, or does not exist."
+                f"{_describe(key)} has another sensor or tick, is listed before, or does not exist."
             )
 
     def _belongs(self, key: _Key) -> bool:
-        """Whether a line is that of a frame, after those of the lines before."""
+        """Whether a line is the first one of a frame and item."""
         place = self._places.get((key.group, key.item))
+        if place is None or self.starts[key.frame, place] >= 0:
+            return False
+        if (key.frame, place) < self._farthest:
+            self._refuse_line(f"{_describe(key)} is listed after a later one.")
+        self._farthest = max(self._farthest, (key.frame, place))
         return (
-            place is not None
-            and self._last < (key.frame, place)
-            and key.sensor == self._files.items[place].item.layout.sensor_id
+            key.sensor == self._files.items[place].item.layout.sensor_id
             and key.tick == self._ticks[place][key.frame]
         )
 
@@ -163,11 +166,25 @@ class _Reader:
             self._add_fault(f"has more than the lines of {frames} frame{'' if frames == 1 else 's'}.")
 
 
+def _describe(key: _Key) -> str:
+    """The place of a line."""
+    return f"frame {key.frame} of group {key.group}, item {key.item}"
+
+
 def _map_text(path: Path) -> _Text:
     """The content of a file, which is read when it is used."""
     with open_file(path) as stream:
         is_empty = not stream.read(1)
         return b"" if is_empty else mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
+
+
+def _is_row(line: bytes) -> bool:
+    """Whether a line is already that of a frame."""
+    try:
+        _strict_key(line, "The line")
+    except (ConfigurationError, ProtocolError):
+        return False
+    return True
 
 
 def _quick_key(line: bytes, name: str) -> _Key:

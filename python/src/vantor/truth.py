@@ -1,10 +1,14 @@
 """The truth of simulated sensors: what they should have found in a frame."""
 
 import math
+from contextlib import suppress
 from dataclasses import dataclass
 
 from . import _members
 from .errors import ProtocolError
+
+#: Most targets that a scene has.
+_MOST_TARGETS = 64
 
 
 @dataclass(frozen=True, slots=True)
@@ -52,32 +56,71 @@ class ItemTruth:
 
 
 def decode_truth(members: object) -> ItemTruth:
-    """Decodes a line of a truth file; raises ProtocolError if a member is missing or out of range."""
+    """Decodes a line of a truth file.
+
+    Raises ProtocolError if a member is missing or out of range, a target is there twice, or there are too many.
+    """
     return ItemTruth(
-        sensor_id=_members.integer(members, "sensor", _members.UINT32),
-        tick=_members.integer(members, "tick", _members.UINT32),
+        sensor_id=_whole(members, "sensor", _members.UINT32),
+        tick=_whole(members, "tick", _members.UINT32),
         time_s=_finite(members, "time_s"),
-        temperature=_members.integer(members, "temperature", _members.INT16),
+        temperature=_whole(members, "temperature", _members.INT16),
         noise_power=_finite(members, "noise_power"),
         interference=_finite(members, "interference"),
-        targets=tuple(map(_decode_target, _members.array(members, "targets"))),
+        targets=_decode_targets(_required(members, "targets")),
     )
+
+
+def _decode_targets(documents: object) -> tuple[TargetTruth, ...]:
+    if not isinstance(documents, list) or len(documents) > _MOST_TARGETS:
+        raise ProtocolError(f'"targets" is not a list of at most {_MOST_TARGETS} targets.')
+    targets: dict[int, TargetTruth] = {}
+    for document in documents:
+        target = _decode_target(document)
+        if target.target in targets:
+            raise ProtocolError(f'"targets" has target {target.target} twice.')
+        targets[target.target] = target
+    return tuple(targets.values())
 
 
 def _decode_target(members: object) -> TargetTruth:
     return TargetTruth(
-        target=_members.length(members, "target"),
+        target=_whole(members, "target", (0, 65535)),
         distance_m=_finite(members, "distance_m"),
         velocity_m_s=_finite(members, "velocity_m_s"),
         amplitude=_finite(members, "amplitude"),
         phase_rad=_finite(members, "phase_rad"),
-        snr_db=_members.optional_number(members, "snr_db"),
+        snr_db=_optional_finite(members, "snr_db"),
     )
+
+
+def _required(members: object, name: str) -> object:
+    """A required member."""
+    if not isinstance(members, dict) or name not in members:
+        raise ProtocolError(f'"{name}" is missing.')
+    return members[name]
+
+
+def _whole(members: object, name: str, bounds: tuple[int, int]) -> int:
+    """A required member as a whole number."""
+    value = _required(members, name)
+    if not isinstance(value, int) or isinstance(value, bool) or not bounds[0] <= value <= bounds[1]:
+        raise ProtocolError(f'"{name}" is not a whole number from {bounds[0]} to {bounds[1]}.')
+    return value
 
 
 def _finite(members: object, name: str) -> float:
     """A required member as a finite number."""
-    value = _members.number(members, name)
-    if not math.isfinite(value):
-        raise ProtocolError(f'"{name}" is not a number.')
-    return value
+    value = _required(members, name)
+    if isinstance(value, (int, float)) and not isinstance(value, bool):
+        with suppress(OverflowError):
+            number = float(value)
+            if math.isfinite(number):
+                return number
+    raise ProtocolError(f'"{name}" is not a number.')
+
+
+def _optional_finite(members: object, name: str) -> float | None:
+    """An optional member as a finite number; None if it is missing or null."""
+    is_known = isinstance(members, dict) and members.get(name) is not None
+    return _finite(members, name) if is_known else None
