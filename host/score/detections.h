@@ -5,6 +5,7 @@
 #define VANTOR_DETECTIONS_H
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <filesystem>
@@ -42,6 +43,9 @@ struct detection
 
 /** Most detections that are read: 500 MB of memory. */
 inline constexpr uint64_t most_detections = 20'000'000;
+
+/** Most detections in one frame of one item: far more than it has distances. */
+inline constexpr size_t most_detections_in_frame = 100'000;
 
 /**
  * Reads a file of detections: a line with the names of the columns, then a line for each detection, in any

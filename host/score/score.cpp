@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <span>
+#include <string>
 #include <tuple>
 #include <utility>
 
@@ -158,8 +159,8 @@ private:
 class detection_cursor
 {
 public:
-    explicit detection_cursor(const std::deque<detection> &detections)
-        : next_(detections.begin()), end_(detections.end())
+    detection_cursor(const std::deque<detection> &detections, const std::vector<recorded_item> &items)
+        : items_(items), next_(detections.begin()), end_(detections.end())
     {
     }
 
@@ -169,6 +170,12 @@ public:
         current_.clear();
         for (; next_ != end_ && next_->frame == frame && next_->item == item; ++next_)
         {
+            if (current_.size() == most_detections_in_frame)
+            {
+                throw detections_error("Frame " + std::to_string(frame) + " of " + items_[item].name +
+                                       " has more than " + std::to_string(most_detections_in_frame) +
+                                       " detections; raise the threshold of the detector.");
+            }
             current_.push_back(*next_);
         }
         // A total order, so that the order of the lines in the file does not matter.
@@ -179,6 +186,7 @@ public:
     }
 
 private:
+    const std::vector<recorded_item> &items_;
     std::deque<detection>::const_iterator next_;
     std::deque<detection>::const_iterator end_;
     std::vector<detection> current_;
@@ -264,7 +272,7 @@ std::vector<item_score> score_detections(const recording_reader &recording,
     const auto &items = recording.items();
     std::vector<item_score> scores(items.size());
     truth_frames truth(recording, stop);
-    detection_cursor cursor(detections);
+    detection_cursor cursor(detections, items);
     std::vector<frame_table> tables;
     for (size_t i = 0; i < items.size(); ++i)
     {

@@ -89,7 +89,8 @@ struct item_score
  * @param stop        called for each frame, may be empty; an exception ends the comparison
  * @return the score of each item
  * @throws bad_recording if the recording has no truth, or a file cannot be read
- * @throws detections_error if the width of an item's response is unknown, and there is no gate
+ * @throws detections_error if the width of an item's response is unknown, and there is no gate, or a frame
+ * has too many detections
  */
 std::vector<item_score> score_detections(const recording_reader &recording,
                                          const std::deque<detection> &detections,

@@ -251,6 +251,20 @@ TEST_F(score_test, refuses_more_detections_than_fit_into_memory)
     }
 }
 
+TEST_F(score_test, refuses_more_detections_than_a_frame_can_have)
+{
+    write({{{0.30}}});
+    std::string lines = "frame,group,item,distance_m\n";
+    for (size_t i = 0; i < most_detections_in_frame; ++i)
+    {
+        lines += "0,1,1,0.3\n";
+    }
+    EXPECT_EQ(score(lines, {}).detections, most_detections_in_frame);
+    EXPECT_EQ(
+        refusal(lines + "0,1,1,0.3\n"),
+        "Frame 0 of group-1-item-1 has more than 100000 detections; raise the threshold of the detector.");
+}
+
 TEST_F(score_test, stops_while_it_reads_and_while_it_sorts)
 {
     write({{{0.30}}, {{0.30}}});
