@@ -43,11 +43,13 @@ double read_number(const std::string &name, const std::string &text, const numbe
         return std::numeric_limits<double>::infinity();
     }
     const auto number = parse_number<double>(text);
-    if (!number || !std::isfinite(*number) || (bounds.above && *number <= *bounds.above))
+    if (!number || !std::isfinite(*number) || (bounds.above && *number <= *bounds.above) ||
+        (bounds.most && *number > *bounds.most))
     {
         throw CLI::ValidationError(
             name, '"' + text + "\" is not a number" +
                       (bounds.above ? " above " + fixed(*bounds.above, 0) : std::string()) +
+                      (bounds.most ? " and at most " + fixed(*bounds.most, 0) : std::string()) +
                       (bounds.infinity.empty() ? std::string() : ", nor \"" + bounds.infinity + '"'));
     }
     return *number;

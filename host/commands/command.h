@@ -34,6 +34,7 @@ struct number_value
 {
     std::optional<double> *target;
     std::optional<double> above = std::nullopt; /**< the number must be greater than this */
+    std::optional<double> most = std::nullopt;  /**< the number must not be greater than this */
     std::string infinity = {};                  /**< word for infinity; empty if it is not allowed */
 };
 

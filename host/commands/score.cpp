@@ -3,6 +3,7 @@
  */
 #include "commands/score.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -34,10 +35,21 @@ DETECTIONS has a line "frame,group,item,distance_m" or "frame,group,item,distanc
 each detection. Other columns are ignored. frame counts from 0, group and item from 1, as in the recording. It must be a
 file: pipes are not read.
 
-In each frame of an item, the closest pair of a detection and a target is matched first, then the next one, up to the
-gate. A target is to be found while it has an echo within the measured distances. Detections of targets that need not
-be found are ignored; all others are false alarms: also of the direct leakage, and second ones of a target. Frames
-whose samples are not valid, or whose truth is unknown, are left out.)";
+The targets of a body are one thing, which is to be found once in a frame, at any of its points. A target is to be found
+while it has an echo within the measured distances, and is not below --min-snr; a body, while one of its targets is.
+
+In each frame of an item, the closest pair of a detection and a thing is matched first, then the next one, up to the
+gate. Detections that are left:
+  - of a body: ignored, because a body can have several echoes
+  - a second one of a target that is not part of a body: a false alarm
+  - of things that need not be found, such as those below --min-snr: ignored
+  - of things below --min-speed: false alarms, as if these things were not there
+  - all others, also of the direct leakage: false alarms
+
+Frames whose samples are not valid, or whose truth is unknown, are left out.)";
+
+/** The widest gate that can be set: all that a scene can contain. */
+constexpr double widest_gate_m = 1000.0;
 
 /** The options of `vantor score`. */
 struct score_options
@@ -46,6 +58,7 @@ struct score_options
     std::filesystem::path detections;
     std::optional<double> gate_m;
     std::optional<double> least_snr_db;
+    std::optional<double> least_speed_m_s;
     bool json = false;
 };
 
@@ -69,7 +82,7 @@ std::optional<double> ratio(uint64_t part, uint64_t whole)
     return whole == 0 ? std::nullopt : std::optional(static_cast<double>(part) / static_cast<double>(whole));
 }
 
-/** Describes how well targets were found. */
+/** Describes how well things were found. */
 ordered_json describe_figures(const detection_figures &figures)
 {
     return {{"due", figures.due},
@@ -112,9 +125,9 @@ ordered_json describe_score(const recording_score &scored, size_t index)
     describe_false_alarms(entry, score);
     entry.update(describe_figures(score.all()));
     auto &targets = entry["targets"] = ordered_json::array();
-    for (const auto &[target, figures] : score.targets)
+    for (const auto &[name, figures] : score.things)
     {
-        ordered_json about = {{"target", target}};
+        ordered_json about = {{name.is_body ? "body" : "target", name.number}};
         about.update(describe_figures(figures));
         targets.push_back(std::move(about));
     }
@@ -133,9 +146,9 @@ item_score total(const std::vector<item_score> &items)
         sum.detections += item.detections;
         sum.ignored += item.ignored;
         sum.false_alarms += item.false_alarms;
-        for (const auto &[target, figures] : item.targets)
+        for (const auto &[name, figures] : item.things)
         {
-            sum.targets[target].add(figures);
+            sum.things[name].add(figures);
         }
     }
     return sum;
@@ -174,7 +187,13 @@ std::string small_share(const std::optional<double> &value)
     return value ? three_digits(*value) : "-";
 }
 
-/** The cells about how well targets were found. */
+/** The name of a thing in a table. */
+std::string text_of(const thing_name &name)
+{
+    return (name.is_body ? "body " : "") + std::to_string(name.number);
+}
+
+/** The cells about how well things were found. */
 std::vector<std::string> figure_cells(const detection_figures &figures)
 {
     return {std::to_string(figures.due),
@@ -186,24 +205,24 @@ std::vector<std::string> figure_cells(const detection_figures &figures)
             thousandths(figures.velocity.mean(), " mm/s")};
 }
 
-/** Prints a line for each target of each item. */
-void print_targets(std::ostream &out, const recording_score &scored)
+/** Prints a line for each thing of each item. */
+void print_things(std::ostream &out, const recording_score &scored)
 {
     text_table table({"group", "item", "target", "due", "detected", "probability", "rms error", "mean error",
                       "velocity rms", "velocity mean"});
-    const auto add = [&](const recorded_item &item, const std::string &target,
+    const auto add = [&](const recorded_item &item, const std::string &thing,
                          const detection_figures &figures) {
         std::vector<std::string> row = {std::to_string(item.layout.group + 1),
-                                        std::to_string(item.layout.index + 1), target};
+                                        std::to_string(item.layout.index + 1), thing};
         const auto cells = figure_cells(figures);
         row.insert(row.end(), cells.begin(), cells.end());
         table.add(std::move(row));
     };
     for (size_t i = 0; i < scored.items.size(); ++i)
     {
-        for (const auto &[target, figures] : scored.items[i].targets)
+        for (const auto &[name, figures] : scored.items[i].things)
         {
-            add(scored.recording.items()[i], std::to_string(target), figures);
+            add(scored.recording.items()[i], text_of(name), figures);
         }
         add(scored.recording.items()[i], "all", scored.items[i].all());
     }
@@ -239,6 +258,20 @@ void stop_score_if_interrupted()
     }
 }
 
+/** Warns if the numbers of targets may have changed their meaning: a recording has only its first scene. */
+void warn_of_other_scenes(const recording_reader &recording, const command_streams &streams)
+{
+    const auto captures = recording.captures();
+    const auto again = std::ranges::find_if(
+        captures, [](const capture &each) { return each.begins && each.begins->reason == connected_again; });
+    if (again != captures.end())
+    {
+        streams.err << "vantor: warning: The host connected again before frame " << again->first_frame
+                    << ". If the server had another scene from then on, the numbers of targets and bodies "
+                       "stand for different things; use the rows \"all\".\n";
+    }
+}
+
 /** Compares detections with the truth, and prints the score. */
 exit_code score(const score_options &options, const command_streams &streams)
 {
@@ -247,9 +280,12 @@ exit_code score(const score_options &options, const command_streams &streams)
     // First: without a truth, nothing else matters.
     static_cast<void>(recording.open_truth());
     warn_of_damage(recording, streams, stop_score_if_interrupted);
+    warn_of_other_scenes(recording, streams);
     const auto detections = read_detections(options.detections, recording, stop_score_if_interrupted);
     const auto items = score_detections(recording, detections,
-                                        {.gate_m = options.gate_m, .least_snr_db = options.least_snr_db},
+                                        {.gate_m = options.gate_m,
+                                         .least_snr_db = options.least_snr_db,
+                                         .least_speed_m_s = options.least_speed_m_s.value_or(0.0)},
                                         stop_score_if_interrupted);
     const recording_score scored{.recording = recording, .items = items, .options = options};
     if (options.json)
@@ -257,7 +293,7 @@ exit_code score(const score_options &options, const command_streams &streams)
         print_score_json(streams.out, scored);
         return exit_code::success;
     }
-    print_targets(streams.out, scored);
+    print_things(streams.out, scored);
     streams.out << "\n";
     print_false_alarms(streams.out, scored);
     return exit_code::success;
@@ -268,26 +304,32 @@ exit_code score(const score_options &options, const command_streams &streams)
 command score_command()
 {
     auto options = std::make_shared<score_options>();
-    return {.name = "score",
-            .help = "Compare detections with what simulated sensors should have found.",
-            .footer = score_footer,
-            .options = {recording_argument(options->recording),
-                        {.name = "DETECTIONS",
-                         .help = "CSV file with the detections",
-                         .value = &options->detections,
-                         .required = true},
-                        {.name = "--gate",
-                         .help = "Greatest distance in metres between a detection and its target; the width "
-                                 "of the item's response if not given",
-                         .value = number_value{.target = &options->gate_m, .above = 0.0},
-                         .value_name = "NUMBER"},
-                        {.name = "--min-snr",
-                         .help = "Signal-to-noise ratio in dB from which on a target has to be found; all "
-                                 "targets if not given",
-                         .value = number_value{.target = &options->least_snr_db},
-                         .value_name = "NUMBER"},
-                        json_flag(options->json)},
-            .run = [options](const command_streams &streams) { return score(*options, streams); }};
+    return {
+        .name = "score",
+        .help = "Compare detections with what simulated sensors should have found.",
+        .footer = score_footer,
+        .options = {recording_argument(options->recording),
+                    {.name = "DETECTIONS",
+                     .help = "CSV file with the detections",
+                     .value = &options->detections,
+                     .required = true},
+                    {.name = "--gate",
+                     .help = "Greatest distance in metres between a detection and its target, at most "
+                             "1000; the width of the item's response if not given",
+                     .value = number_value{.target = &options->gate_m, .above = 0.0, .most = widest_gate_m},
+                     .value_name = "NUMBER"},
+                    {.name = "--min-snr",
+                     .help = "Signal-to-noise ratio in dB from which on a target has to be found; all "
+                             "targets if not given",
+                     .value = number_value{.target = &options->least_snr_db},
+                     .value_name = "NUMBER"},
+                    {.name = "--min-speed",
+                     .help = "Speed in m/s below which things are as if they were not there; a body is "
+                             "there if one of its targets is fast enough",
+                     .value = number_value{.target = &options->least_speed_m_s, .above = 0.0},
+                     .value_name = "NUMBER"},
+                    json_flag(options->json)},
+        .run = [options](const command_streams &streams) { return score(*options, streams); }};
 }
 
 } // namespace vantor

@@ -325,7 +325,7 @@ void session_source::connect_again(std::chrono::milliseconds wait)
     try
     {
         server_.reconnect();
-        begin_segment("connected again");
+        begin_segment(connected_again);
         lost_ = false;
     }
     catch (const server_error &refusal)

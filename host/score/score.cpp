@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 #include <span>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "configuration/sensor_knowledge.h"
+#include "score/frame_comparison.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -39,47 +40,64 @@ bool measures_at(const recorded_item &item, double distance_m)
     return false;
 }
 
-/** A detection and a target that may belong together. */
-struct possible_match
-{
-    double difference_m; /**< its magnitude */
-    size_t detection;
-    size_t target;
-};
-
-/** Compares the detections in a frame of an item with its targets. */
-class frame_comparison
+/** Finds out what should have been found in one frame of one item. */
+class expectation
 {
 public:
-    frame_comparison(const recorded_item &item, std::span<const detection> detections,
-                     const item_truth &truth, const score_settings &settings)
-        : item_(item), settings_(settings), detections_(detections), targets_(truth.targets),
-          is_matched_(detections.size()), is_found_(targets_.size())
+    expectation(const recorded_item &item, const score_settings &settings) : item_(item), settings_(settings)
     {
     }
 
-    /** Adds the result to the score of the item. */
-    void add_to(item_score &score)
+    /** What should have been found. */
+    [[nodiscard]] scored_things of(const item_truth &truth) const
     {
-        score.detections += detections_.size();
-        for (const auto &target : targets_)
+        const auto present = present_in(truth);
+        scored_things expected;
+        std::map<thing_name, size_t> indexes;
+        for (const auto &target : truth.targets)
         {
-            score.targets[target.target].due += is_due(target) ? 1 : 0;
+            const auto name = name_of(target);
+            if (!present.contains(name))
+            {
+                continue;
+            }
+            const auto [place, is_new] = indexes.emplace(name, expected.things.size());
+            if (is_new)
+            {
+                expected.things.push_back({.name = name});
+            }
+            auto &thing = expected.things[place->second];
+            thing.due = thing.due || is_due(target);
+            expected.points.push_back({.distance_m = target.distance_m,
+                                       .velocity_m_s = target.velocity_m_s,
+                                       .gate_m = gate_of(target),
+                                       .thing = place->second});
         }
-        for (const auto &pair : possible_matches(true))
-        {
-            match(pair, score);
-        }
-        // What is left may be other targets.
-        for (const auto &pair : possible_matches(false))
-        {
-            score.ignored += is_matched_[pair.detection] ? 0 : 1;
-            is_matched_[pair.detection] = true;
-        }
-        score.false_alarms += static_cast<uint64_t>(std::ranges::count(is_matched_, false));
+        return expected;
     }
 
 private:
+    /** The thing that a target belongs to. */
+    static thing_name name_of(const target_truth &target)
+    {
+        const bool is_body = target.body > 0;
+        return {.is_body = is_body, .number = is_body ? target.body : target.target};
+    }
+
+    /** The things of which a target is fast enough. */
+    [[nodiscard]] std::set<thing_name> present_in(const item_truth &truth) const
+    {
+        std::set<thing_name> present;
+        for (const auto &target : truth.targets)
+        {
+            if (std::fabs(target.velocity_m_s) >= settings_.least_speed_m_s)
+            {
+                present.insert(name_of(target));
+            }
+        }
+        return present;
+    }
+
     /** Whether a target has to be found. */
     [[nodiscard]] bool is_due(const target_truth &target) const
     {
@@ -100,59 +118,8 @@ private:
         return *gate;
     }
 
-    /** All pairs within the gate, the closest one first. @p due  of targets that are due, or of all others */
-    [[nodiscard]] std::vector<possible_match> possible_matches(bool due) const
-    {
-        std::vector<possible_match> pairs;
-        for (size_t t = 0; t < targets_.size(); ++t)
-        {
-            if (is_due(targets_[t]) != due)
-            {
-                continue;
-            }
-            const double gate = gate_of(targets_[t]);
-            for (size_t d = 0; d < detections_.size(); ++d)
-            {
-                const double difference = std::fabs(detections_[d].distance_m - targets_[t].distance_m);
-                if (difference <= gate)
-                {
-                    pairs.push_back({.difference_m = difference, .detection = d, .target = t});
-                }
-            }
-        }
-        const auto order = [](const possible_match &pair) {
-            return std::tuple(pair.difference_m, pair.target, pair.detection);
-        };
-        std::ranges::sort(pairs, {}, order);
-        return pairs;
-    }
-
-    /** Counts a pair unless one of the two belongs to another pair. */
-    void match(const possible_match &pair, item_score &score)
-    {
-        if (is_matched_[pair.detection] || is_found_[pair.target])
-        {
-            return;
-        }
-        is_matched_[pair.detection] = true;
-        is_found_[pair.target] = true;
-        const auto &found = detections_[pair.detection];
-        const auto &target = targets_[pair.target];
-        auto &figures = score.targets[target.target];
-        ++figures.detected;
-        figures.distance.add(found.distance_m - target.distance_m);
-        if (const auto velocity_m_s = found.velocity())
-        {
-            figures.velocity.add(*velocity_m_s - target.velocity_m_s);
-        }
-    }
-
     const recorded_item &item_;
     const score_settings &settings_;
-    std::span<const detection> detections_;
-    const std::vector<target_truth> &targets_;
-    std::vector<bool> is_matched_; /**< for each detection */
-    std::vector<bool> is_found_;   /**< for each target */
 };
 
 /** The detections of a recording, item after item and frame after frame. */
@@ -243,7 +210,7 @@ std::optional<double> detection_figures::probability() const
 detection_figures item_score::all() const
 {
     detection_figures sum;
-    for (const auto &[target, figures] : targets)
+    for (const auto &[name, figures] : things)
     {
         sum.add(figures);
     }
@@ -296,7 +263,7 @@ std::vector<item_score> score_detections(const recording_reader &recording,
             }
             ++scores[i].frames;
             scores[i].points += items[i].layout.sweep_length;
-            frame_comparison(items[i], found, *known, settings).add_to(scores[i]);
+            compare_frame(found, expectation(items[i], settings).of(*known), scores[i]);
         }
     }
     return scores;

@@ -4,6 +4,7 @@
 #ifndef VANTOR_SCORE_H
 #define VANTOR_SCORE_H
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -26,6 +27,18 @@ struct score_settings
     std::optional<double> gate_m = std::nullopt;
     /** Weaker targets need not be found; no value for no limit. */
     std::optional<double> least_snr_db = std::nullopt;
+    /** Targets that are slower are as if they were not there, in metres per second; 0 for no limit. */
+    double least_speed_m_s = 0.0;
+};
+
+/** The name of a thing that can be found: a target that stands alone, or a body. */
+struct thing_name
+{
+    bool is_body = false;
+    size_t number = 0; /**< of the body, or the index of the target in the scene */
+
+    /** Targets are before bodies, as in the scene. */
+    friend auto operator<=>(const thing_name &, const thing_name &) = default;
 };
 
 /** Errors of a quantity. */
@@ -48,10 +61,10 @@ struct error_figures
     [[nodiscard]] std::optional<double> rms() const;
 };
 
-/** How well targets were found. */
+/** How well things were found. */
 struct detection_figures
 {
-    uint64_t due = 0;      /**< targets that were to be found, each counted in every frame */
+    uint64_t due = 0;      /**< things that were to be found, each counted in every frame */
     uint64_t detected = 0; /**< those that were found */
     error_figures distance;
     error_figures velocity; /**< of the detections that have one */
@@ -70,19 +83,21 @@ struct item_score
     uint64_t left_out = 0;     /**< frames whose truth is unknown, or whose samples are not valid */
     uint64_t points = 0;       /**< distances measured in all frames that were compared */
     uint64_t detections = 0;   /**< in all frames that were compared */
-    uint64_t ignored = 0;      /**< detections of targets that need not be found */
-    uint64_t false_alarms = 0; /**< other detections that are not those of a target */
-    std::map<size_t, detection_figures> targets; /**< by their index in the scene */
+    uint64_t ignored = 0;      /**< further ones of a body, and those of things that need not be found */
+    uint64_t false_alarms = 0; /**< all others that are not that of a thing */
+    std::map<thing_name, detection_figures> things;
 
-    /** The figures of all targets. */
+    /** The figures of all things. */
     [[nodiscard]] detection_figures all() const;
 };
 
 /**
- * Compares detections with the truth. In each frame of an item, the pair of a detection and a target with the
- * least difference in distance is matched first, then the next one, up to the gate. A target is due while it
- * has an echo and lies within the distances that the item measures. A detection that is left and within the
- * gate of another target is ignored; all others are false alarms.
+ * Compares detections with the truth. The targets of a body are one thing, which is due if one of them is,
+ * and whose distance is that of its target that is nearest to the detection. A target is due while it has an
+ * echo and lies within the distances that the item measures. In each frame of an item, the pair of a
+ * detection and a thing with the least difference in distance is matched first, then the next one, up to the
+ * gate. A detection that is left and within the gate of a body, or of a thing that is not due, is ignored;
+ * all others are false alarms.
  *
  * @param recording   a recording with truth
  * @param detections  in the order of frames and items

@@ -382,6 +382,35 @@ class Scores(TruthTest):
         # The points are 2.5 mm apart, and noise moves the strongest one by some of them.
         self.assertLess(score["distance_error_rms_m"], 0.01)
 
+    def test_a_body_is_one_thing(self):
+        recording, detections, frames = self.path("bodies"), self.path("detections.csv"), 30
+        scene = self.write("bodies.json", {"bodies": [{"kind": "fan", "distance_m": 0.6, "radius_m": 0.05},
+                                                      {"kind": "clutter", "nearest_m": 0.8, "farthest_m": 1.2}]})
+        self.succeed("record", self.config, "--frames", frames, "--output", recording, "--connect",
+                     f"sim:--clock virtual --sensors 2 --scene {scene}")
+        with open(detections, "w", encoding="utf-8") as file:
+            file.write("frame,group,item,distance_m\n")
+            for line in lines_of(os.path.join(recording, "truth.jsonl"))[1:]:
+                if (line["group"], line["item"]) == (1, 1):
+                    # All three blades, and the first thing of the clutter.
+                    for target in line["targets"][:4]:
+                        file.write(f"{line['frame']},1,1,{target['distance_m']}\n")
+
+        def score(*options):
+            return json.loads(self.succeed("score", recording, detections, "--gate", "0.005", "--json",
+                                           *options))["items"][0]
+
+        def figures(score):
+            return [(target["body"], target["due"], target["detected"]) for target in score["targets"]]
+
+        everything = score()
+        self.assertEqual(figures(everything), [(1, frames, frames), (2, frames, frames)])
+        self.assertEqual((everything["detections_ignored"], everything["false_alarms"]), (2 * frames, 0))
+        # The blades move at 0.63 m/s; of three, one has at least 0.5 m/s along the line of sight.
+        moving = score("--min-speed", "0.5")
+        self.assertEqual(figures(moving), [(1, frames, frames)])
+        self.assertEqual((moving["detections_ignored"], moving["false_alarms"]), (2 * frames, frames))
+
 
 if __name__ == "__main__":
     unittest.main()

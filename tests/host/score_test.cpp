@@ -30,6 +30,18 @@ struct first_item
     bool valid = true;               /**< whether its samples are */
 };
 
+/** The name of a target that stands alone. */
+thing_name target(size_t number)
+{
+    return {.is_body = false, .number = number};
+}
+
+/** The name of a body. */
+thing_name body(size_t number)
+{
+    return {.is_body = true, .number = number};
+}
+
 /** A recording of the example session, whose first item measures 20 points from 0.25 m to 0.44 m. */
 class score_test : public testing::Test
 {
@@ -52,6 +64,21 @@ protected:
             writer.add(received);
         }
         writer.finish();
+    }
+
+    /** Records a frame with targets at 0.25, 0.28, 0.31 … metres, of which these are the bodies, and which
+     * move with these velocities. */
+    void write_bodies(const std::vector<size_t> &bodies, const std::vector<double> &velocities)
+    {
+        std::vector<double> distances_m;
+        for (size_t i = 0; i < bodies.size(); ++i)
+        {
+            distances_m.push_back(0.25 + 0.03 * static_cast<double>(i));
+        }
+        write({{distances_m}}, [&](target_truth &each) {
+            each.body = bodies.at(each.target);
+            each.velocity_m_s = velocities.at(each.target);
+        });
     }
 
     /** The score of the first item. */
@@ -101,7 +128,7 @@ TEST_F(score_test, counts_targets_false_alarms_and_errors)
     EXPECT_EQ(found.detections, 3U);
     EXPECT_EQ(found.false_alarms, 1U);
     EXPECT_EQ(found.ignored, 0U);
-    const auto &first = found.targets.at(0);
+    const auto &first = found.things.at(target(0));
     EXPECT_EQ(first.due, 2U);
     EXPECT_EQ(first.detected, 1U);
     EXPECT_NEAR(*first.distance.mean(), 0.01, 1e-12);
@@ -132,8 +159,8 @@ TEST_F(score_test, matches_the_closest_pairs_first)
     write({{{0.30, 0.34}}});
     // 0.33 is 0.01 from the second target, so that only 0.26 is left for the first one.
     const auto found = score("frame,group,item,distance_m\n0,1,1,0.33\n0,1,1,0.26\n", {.gate_m = 0.05});
-    EXPECT_NEAR(*found.targets.at(0).distance.mean(), -0.04, 1e-12);
-    EXPECT_NEAR(*found.targets.at(1).distance.mean(), -0.01, 1e-12);
+    EXPECT_NEAR(*found.things.at(target(0)).distance.mean(), -0.04, 1e-12);
+    EXPECT_NEAR(*found.things.at(target(1)).distance.mean(), -0.01, 1e-12);
     EXPECT_EQ(found.false_alarms, 0U);
 }
 
@@ -181,6 +208,74 @@ TEST_F(score_test, counts_a_second_detection_of_a_target_as_a_false_alarm)
     const auto found = score("frame,group,item,distance_m\n0,1,1,0.31\n0,1,1,0.31\n", {});
     EXPECT_EQ(found.all().detected, 1U);
     EXPECT_EQ(found.false_alarms, 1U);
+}
+
+TEST_F(score_test, counts_a_body_once_at_any_of_its_points)
+{
+    write_bodies({0, 3, 3, 3}, {0.0, 0.5, 1.0, 1.5});
+    const auto found = score("frame,group,item,distance_m,velocity_m_s\n"
+                             "0,1,1,0.343,1.6\n"
+                             "0,1,1,0.285,1\n"
+                             "0,1,1,0.251,0\n"
+                             "0,1,1,0.36,0\n",
+                             {.gate_m = 0.01});
+    EXPECT_EQ(found.all().due, 2U);
+    EXPECT_EQ(found.all().detected, 2U);
+    EXPECT_EQ(found.things.size(), 2U);
+    // 0.343 is closest to a point, that at 0.34; 0.285 is the further detection of this body.
+    EXPECT_NEAR(*found.things.at(body(3)).distance.mean(), 0.003, 1e-12);
+    EXPECT_NEAR(*found.things.at(body(3)).velocity.mean(), 0.1, 1e-12);
+    EXPECT_NEAR(*found.things.at(target(0)).distance.mean(), 0.001, 1e-12);
+    EXPECT_EQ(found.ignored, 1U);
+    EXPECT_EQ(found.false_alarms, 1U);
+}
+
+TEST_F(score_test, expects_a_body_while_one_of_its_points_is_due)
+{
+    const auto weak = [](target_truth &each) {
+        each.body = 1;
+        each.snr_db = each.target == 0 ? 30.0 : 10.0;
+    };
+    write({{{0.30, 0.40}}}, weak);
+    const char *weak_one = "frame,group,item,distance_m\n0,1,1,0.4\n";
+    const auto found = score(weak_one, {.gate_m = 0.01, .least_snr_db = 20.0});
+    EXPECT_EQ(found.things.at(body(1)).due, 1U);
+    EXPECT_EQ(found.things.at(body(1)).detected, 1U);
+    const auto none = score(weak_one, {.gate_m = 0.01, .least_snr_db = 31.0});
+    EXPECT_EQ(none.things.at(body(1)).due, 0U);
+    EXPECT_EQ(none.ignored, 1U);
+}
+
+TEST_F(score_test, has_no_things_below_the_least_speed)
+{
+    write_bodies({0, 0, 2, 2}, {-1.0, 0.4, 0.0, -0.5});
+    const char *all = "frame,group,item,distance_m\n0,1,1,0.25\n0,1,1,0.28\n0,1,1,0.31\n0,1,1,0.34\n";
+    const auto found = score(all, {.gate_m = 0.01, .least_speed_m_s = 0.5});
+    EXPECT_EQ(found.all().due, 2U);
+    EXPECT_EQ(found.things.at(target(0)).detected, 1U);
+    // A point of a body that is too slow is part of it all the same.
+    EXPECT_EQ(found.things.at(body(2)).detected, 1U);
+    EXPECT_FALSE(found.things.contains(target(1)));
+    EXPECT_EQ(found.ignored, 1U);
+    EXPECT_EQ(found.false_alarms, 1U);
+    const auto faster = score(all, {.gate_m = 0.01, .least_speed_m_s = 0.51});
+    EXPECT_EQ(faster.all().due, 1U);
+    EXPECT_EQ(faster.false_alarms, 3U);
+}
+
+TEST_F(score_test, compares_many_detections_with_many_targets)
+{
+    // A list of all pairs would need 64 x 100,000 entries.
+    write({{std::vector<double>(64, 0.30)}});
+    std::string lines = "frame,group,item,distance_m\n";
+    for (int i = 0; i < 100'000; ++i)
+    {
+        lines += i < 100 ? "0,1,1,0.31\n" : "0,1,1,0.32\n";
+    }
+    const auto found = score(lines, {.gate_m = 0.015});
+    EXPECT_EQ(found.all().detected, 64U);
+    EXPECT_NEAR(*found.all().distance.rms(), 0.01, 1e-12);
+    EXPECT_EQ(found.false_alarms, 100'000U - 64U);
 }
 
 TEST_F(score_test, leaves_out_frames_that_are_not_valid_or_whose_truth_is_unknown)
@@ -351,6 +446,45 @@ TEST_F(score_test, command_prints_tables_and_json)
     EXPECT_EQ(json::parse(run({"--json"}).out)["items"][1]["gate_m"], 0.198);
 }
 
+TEST_F(score_test, command_names_bodies)
+{
+    write_bodies({0, 2, 2}, {0.0, 0.0, 1.0});
+    static_cast<void>(directory.write("detections.csv", "frame,group,item,distance_m\n0,1,1,0.29\n"));
+    const auto text = run({"--gate", "0.02"});
+    EXPECT_THAT(text.out, testing::ContainsRegex("1 +1 +0 +1 +0 +0\\.0000"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("1 +1 +body 2 +1 +1 +1\\.0000 +10\\.00 mm"));
+    EXPECT_EQ(text.err, "");
+    const auto about = json::parse(run({"--gate", "0.02", "--min-speed", "1", "--json"}).out);
+    ASSERT_EQ(about["items"][0]["targets"].size(), 1U);
+    EXPECT_EQ(about["items"][0]["targets"][0]["body"], 2);
+    EXPECT_FALSE(about["items"][0]["targets"][0].contains("target"));
+}
+
+TEST_F(score_test, command_warns_of_scenes_that_may_differ)
+{
+    for (const std::string reason : {"connected again", "calibrated again"})
+    {
+        std::filesystem::remove_all(path);
+        {
+            recording_writer writer(path, test::description_with_truth());
+            writer.add(test::frame_with_truth(0));
+            writer.begin_segment(
+                {.number = 1, .reason = reason, .gap = 1.0, .calibration_temperatures = {20, 21, 22}});
+            writer.add(test::frame_with_truth(1));
+            writer.finish();
+        }
+        static_cast<void>(directory.write("detections.csv", two_detected));
+        const auto text = run({});
+        EXPECT_EQ(text.code, exit_code::success);
+        EXPECT_EQ(text.err,
+                  reason == "connected again"
+                      ? "vantor: warning: The host connected again before frame 1. If the server had "
+                        "another scene from then on, the numbers of targets and bodies stand for "
+                        "different things; use the rows \"all\".\n"
+                      : "");
+    }
+}
+
 TEST_F(score_test, command_needs_a_truth_and_a_sensible_gate)
 {
     test::write_example_recording(path, 1);
@@ -360,6 +494,9 @@ TEST_F(score_test, command_needs_a_truth_and_a_sensible_gate)
     EXPECT_THAT(refused.err, HasSubstr("has no truth"));
     EXPECT_THAT(refused.err, HasSubstr("--truth FILE"));
     EXPECT_EQ(run({"--gate", "0"}).code, exit_code::usage);
+    EXPECT_THAT(run({"--gate", "1000.1"}).err, HasSubstr("is not a number above 0 and at most 1000\n"));
+    EXPECT_EQ(run({"--gate", "1000"}).code, exit_code::bad_file);
+    EXPECT_EQ(run({"--min-speed", "-1"}).code, exit_code::usage);
     EXPECT_EQ(run({"--min-snr", "x"}).code, exit_code::usage);
 }
 

@@ -11,6 +11,9 @@
 namespace vantor
 {
 
+/** The reason of a segment that began when the host connected to the server again. */
+inline constexpr const char *connected_again = "connected again";
+
 /** A part of a stream of frames: a session of the server, measured without a break. */
 struct segment
 {
