@@ -762,6 +762,34 @@ def test_detects_a_connection_that_is_lost_during_a_stream(server):
     assert received == [0, 1] and server.open_links == 0
 
 
+@pytest.mark.parametrize("pause, later, hint", [
+    (12.0, 0.0, True), (12.0, 9.0, True), (12.0, 11.0, False), (4.0, 0.0, False)])
+def test_names_a_long_pause_as_a_possible_cause_of_a_lost_connection(server, pause, later, hint):
+    def start(host, command):
+        stream_frames(1)(host, command)
+        server.pause(pause)
+        host.send(frame_bytes(1))
+        server.pause(later)
+        host.close_link()
+    server.on("start", start)
+    session = session_of(server, frame=100.0)
+    with pytest.raises(vantor.ConnectionLost) as failure:
+        for frame in session.frames():
+            server.now += pause if frame.number == 0 else 0.0
+    assert ("read nothing for 12 s" in str(failure.value)) == hint
+    assert ("--stall-limit 0" in str(failure.value)) == hint
+
+
+def test_names_no_pause_between_streams_as_a_cause_of_a_lost_connection(server):
+    session = session_of(server)
+    assert list(session.frames(seconds=0.0)) == []
+    server.now += 100.0
+    server.on("start", lambda host, command: host.close_link())
+    with pytest.raises(vantor.ConnectionLost) as failure:
+        next(session.frames())
+    assert "possible cause" not in str(failure.value)
+
+
 def test_hands_calibrations_back(server):
     host = server.connect()
     calibrations = host.session(example_configuration()).calibrations

@@ -245,6 +245,19 @@ def test_ends_its_simulated_server():
     assert open_descriptors() == before
 
 
+def test_starts_simulated_servers_without_a_limit_for_slow_loops(monkeypatch, tmp_path):
+    program = tmp_path / "server"
+    program.write_text(f'#!/bin/sh\necho "$*" >> "{tmp_path}/arguments"\nexec "{os.environ["VANTOR_SERVER"]}" "$@"\n')
+    program.chmod(program.stat().st_mode | stat.S_IXUSR)
+    monkeypatch.setenv("VANTOR_SERVER", str(program))
+    for options in ("--seed 2", "--stall-limit 7", "--stall-limit=8"):
+        vantor.connect(f"sim:{options}", PATIENCE).close()
+    first, second, third = (tmp_path / "arguments").read_text().splitlines()
+    assert "--stall-limit 0" in first
+    assert "--stall-limit 7" in second and "--stall-limit 0" not in second
+    assert "--stall-limit=8" in third and "--stall-limit 0" not in third
+
+
 def parent_of(process):
     """The parent of a process; 0 if it is gone."""
     try:

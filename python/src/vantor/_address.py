@@ -37,6 +37,10 @@ class SimulatorAddress:
 
     arguments: tuple[str, ...]
 
+    def has_option(self, name: str) -> bool:
+        """Whether an option is among the arguments, as "--name value" or "--name=value"."""
+        return any(argument.partition("=")[0] == name for argument in self.arguments)
+
 
 Address = TcpAddress | UnixAddress | SerialAddress | SimulatorAddress
 

@@ -31,6 +31,11 @@ _END_INTERVAL = 1.0
 _SLOW_FRAMES = 3.0
 _LONGEST_TIME = 3600.0
 
+#: From when on a pause between two reads is suspected to be the reason of a lost connection, and for how long
+#: after it, in seconds. A server disconnects a host that accepts no data for 10 s, unless it is told otherwise.
+_LONG_PAUSE = 5.0
+_SUSPICION_TIME = 10.0
+
 #: Number of bytes that the report about invalid data shows.
 _BYTES_SHOWN = 16
 
@@ -108,6 +113,10 @@ class Conversation:
         self._understood = False
         #: Takes the frames that arrive before the answer to a command; None to drop them.
         self.keeper: FrameKeeper | None = None
+        #: When the last read ended, and the end and length of the last long pause before a read.
+        self._last_read = 0.0
+        self._pause_end = -math.inf
+        self._pause = 0.0
         self._link: Link | None = open_link()
         try:
             self._find_server()
@@ -238,7 +247,28 @@ class Conversation:
         return Limit(self.now() + timeout, self.timeouts.answer)
 
     def _transmit(self, data: bytes, timeout: float) -> None:
-        self._open_link().write(data, timeout)
+        link = self._open_link()
+        self._note_pause()
+        try:
+            link.write(data, timeout)
+        except ConnectionLost as loss:
+            raise self._explain(loss) from None
+
+    def _explain(self, loss: ConnectionLost) -> ConnectionLost:
+        """Adds a possible cause to the loss of a connection: frames that the program did not read for long."""
+        if self.now() - self._pause_end > _SUSPICION_TIME:
+            return loss
+        return ConnectionLost(
+            f"{loss} A possible cause: the program read nothing for {self._pause:.0f} s while frames were sent, "
+            "and a server disconnects a host that accepts no data for 10 s. Start vantor_server with "
+            "--stall-limit 0, or stop the stream before a long pause."
+        )
+
+    def _note_pause(self) -> None:
+        """Notes a long time without a read while frames stream; otherwise the server sends nothing."""
+        now = self.now()
+        if self.keeper is not None and now - self._last_read >= _LONG_PAUSE:
+            self._pause, self._pause_end = now - self._last_read, now
 
     def _find_server(self) -> None:
         """Ends any session. Repeats the command, since a server that is starting loses commands."""
@@ -311,7 +341,13 @@ class Conversation:
     def _receive(self, timeout: float) -> None:
         """Passes the bytes that arrive to the reader."""
         buffers = self._reader.buffers()
-        count = self._open_link().read_into(buffers, timeout)
+        link = self._open_link()
+        self._note_pause()
+        try:
+            count = link.read_into(buffers, timeout)
+        except ConnectionLost as loss:
+            raise self._explain(loss) from None
+        self._last_read = self.now()
         if not self._understood and len(self._first_bytes) < _BYTES_SHOWN:
             self._first_bytes += bytes(buffers[0][: min(count, _BYTES_SHOWN - len(self._first_bytes))])
         self._reader.advance(count)

@@ -39,13 +39,20 @@ def connect(address: str, timeouts: Timeouts = Timeouts()) -> "Server":
         ServerTimeout: the server does not answer.
     """
     where = parse_address(address)
-    if not isinstance(where, SimulatorAddress):
-        return Server(lambda: open_link(where, timeouts.connect), timeouts)
-    if any(argument.startswith("--truth") for argument in where.arguments):
-        return Server(lambda: open_link(where, timeouts.connect), timeouts)
+    if isinstance(where, SimulatorAddress):
+        return _connect_to_simulator(where, timeouts)
+    return Server(lambda: open_link(where, timeouts.connect), timeouts)
+
+
+def _connect_to_simulator(where: SimulatorAddress, timeouts: Timeouts) -> "Server":
+    """Starts a simulated server: with its truth, and without a limit for slow loops, unless its arguments say
+    otherwise."""
+    arguments = [] if where.has_option("--stall-limit") else ["--stall-limit", "0"]
+    if where.has_option("--truth"):
+        return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts)
     truth = TruthFile()
+    arguments += ["--truth", str(truth.path)]
     try:
-        arguments = ["--truth", str(truth.path)]
         return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts, truth)
     except BaseException:
         truth.close()
