@@ -139,6 +139,71 @@ def test_streams_again_with_the_same_session_after_an_interruption_at_any_line()
     at_each_place(interrupt)
 
 
+COMMANDS = {"ping": lambda host: host.ping(), "stats": lambda host: host.stats(),
+            "identify": lambda host: host.identify(), "log": lambda host: host.log("INFO")}
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_sets_up_the_session_again_after_a_command_that_follows_ctrl_c(command):
+    server = StrictServer()
+    host = server.connect()
+    session = host.session(example_configuration())
+    frames = session.frames()
+    next(frames)
+    with pytest.raises(KeyboardInterrupt):
+        frames.throw(KeyboardInterrupt)
+    COMMANDS[command](host)
+    assert server.state == "idle"
+    assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
+    first, second = server.commands("configure")
+    assert second["configuration"]["calibration_info"] == example_metadata()["calibration_info"]
+    assert first["configuration"]["groups"] == second["configuration"]["groups"]
+    session.end()
+    assert server.state == "idle"
+
+
+def test_sets_up_the_session_again_after_a_command_that_follows_a_time_out():
+    server = StrictServer()
+    host = server.connect(frame=1.0)
+    session = host.session(example_configuration())
+    frames = session.frames()
+    with pytest.raises(vantor.ServerTimeout):
+        list(frames)
+    host.ping()
+    session.single_frame()
+    assert len(list(session.frames(count=FRAMES))) == FRAMES
+
+
+def test_ends_an_interrupted_session_when_another_one_begins():
+    server = StrictServer()
+    host = server.connect(frame=1.0)
+    session = host.session(example_configuration())
+    with pytest.raises(vantor.ServerTimeout):
+        list(session.frames())
+    host.ping()
+    other = host.session(example_configuration())
+    with pytest.raises(vantor.Error, match="The session has ended"):
+        session.single_frame()
+    other.single_frame()
+
+
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
+def test_streams_again_after_a_command_that_follows_an_interruption_at_any_line():
+    def interrupt(place):
+        server = StrictServer()
+        host = server.connect()
+        session = host.session(example_configuration())
+        try:
+            with Interruption(place):
+                list(session.frames(count=2))
+                host._conversation.torn = True
+                list(session.frames(count=2))
+        finally:
+            host.ping()
+            assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
+    at_each_place(interrupt)
+
+
 def test_works_after_ctrl_c_between_frames():
     server = StrictServer()
     host = server.connect()

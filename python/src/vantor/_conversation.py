@@ -103,8 +103,7 @@ class Conversation:
         self.frame_rate = 0.0
         #: A call was interrupted: bytes may have been received but not counted, or a command sent in part.
         self.torn = False
-        #: The server has no session.
-        self.idle = False
+        self._idle = False
         #: Answers to earlier "end" commands may still arrive.
         self._late_ends = False
         #: When "end" is repeated, while connecting.
@@ -129,6 +128,11 @@ class Conversation:
         link, self._link = self._link, None
         if link is not None:
             link.close()
+
+    @property
+    def idle(self) -> bool:
+        """Whether the server certainly has no session."""
+        return self._idle and not self.torn
 
     @property
     def slow_time(self) -> float:
@@ -159,7 +163,7 @@ class Conversation:
 
     def configure(self, configuration: dict[str, Any]) -> dict[str, Any]:
         """Sets up a session; returns its metadata."""
-        self.idle = False
+        self._idle = False
         with self._exchange():
             self._send({"command": "configure", "configuration": configuration})
             message = self._next_answer(self._limit(self.timeouts.configure), "session metadata")
@@ -308,7 +312,7 @@ class Conversation:
         self.expect_frames(None)
         self.frame_rate = 0.0
         self.torn = False
-        self.idle = True
+        self._idle = True
 
     def _repeat_end(self, left: float) -> float:
         """Repeats "end" when it is due; returns how long the caller can wait before the next call."""

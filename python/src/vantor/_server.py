@@ -145,15 +145,14 @@ class Server:
             document = load_configuration(configuration)
         if calibrations:
             document = add_calibrations(document, calibrations)
-        if not self._conversation.idle or self._conversation.torn:
-            self._end_session()
+        self._end_session()
         self._session = Session(self._conversation, document, self.info.ticks_per_second, self._truth)
         return self._session
 
     def close(self) -> None:
         """Ends the session, if there is one, and closes the connection; without effect if it is closed."""
         try:
-            if not self._conversation.idle or self._conversation.torn:
+            if not self._conversation.idle:
                 self._conversation.end_promptly()
         finally:
             self._conversation.close()
@@ -175,14 +174,21 @@ class Server:
         return self._conversation.request(command, **members)
 
     def _settle(self) -> None:
-        """Ends the session if Ctrl-C has interrupted a call, so that the state of the server is known."""
+        """After Ctrl-C or a time-out, brings the server into a known state: without a session.
+
+        The session sets itself up again when it is used.
+        """
         if self._conversation.torn:
-            self._end_session()
+            if self._session is not None:
+                self._session._note_loss()
+            self._conversation.end()
 
     def _end_session(self) -> None:
-        self._conversation.end()
+        """Ends the session, if there is one."""
         if self._session is not None:
-            self._session.note_end()
+            self._session._note_end()
+        if not self._conversation.idle:
+            self._conversation.end()
 
 
 def _check_version(info: ServerInfo) -> None:

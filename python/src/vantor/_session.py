@@ -89,6 +89,8 @@ class Session:
         self._truth = truth
         self._stream: _Stream | None = None
         self._ended = False
+        #: Whether the server has it, unless a call was interrupted.
+        self._set_up = False
         self.configuration = configuration
         self.frames_left_out = 0
         self._configure(configuration)
@@ -119,7 +121,7 @@ class Session:
         try:
             message = self._conversation.measure_frame()
         except ServerError:
-            self.note_end()
+            self._note_end()
             raise
         return self._compose(message, _Stream(self._ticks_per_second, 0.0))
 
@@ -127,13 +129,13 @@ class Session:
         """Ends the session, in any state; without effect if it has ended."""
         if not self._ended:
             self._conversation.end()
-            self.note_end()
+            self._note_end()
 
-    def end_promptly(self) -> None:
+    def _end_promptly(self) -> None:
         """Ends the session if the server answers within a second."""
         if not self._ended:
             self._conversation.end_promptly()
-            self.note_end()
+            self._note_end()
 
     def __enter__(self) -> Self:
         return self
@@ -144,7 +146,7 @@ class Session:
         if failure is None:
             self.end()
         else:
-            self.end_promptly()
+            self._end_promptly()
 
     def _configure(self, configuration: dict[str, Any]) -> None:
         conversation = self._conversation
@@ -158,15 +160,17 @@ class Session:
         conversation.expect_frames(metadata.frame_size)
         if self._truth is not None:
             self._truth.begin_session(layout.sensor_id for layout in self.items)
+        self._set_up = True
 
     def _make_ready(self) -> None:
         """Brings the server into the state in which it accepts `start`."""
         if self._ended:
             raise Error("The session has ended: begin another one with server.session().")
-        if self._conversation.torn:
-            # Ctrl-C has interrupted a call, so it is unknown what the server has received.
-            self._leave_stream()
-            self._conversation.end()
+        if self._conversation.torn or not self._set_up:
+            # After Ctrl-C or a time-out it is unknown what the server has received.
+            self._note_loss()
+            if not self._conversation.idle:
+                self._conversation.end()
             self._configure(add_calibrations(self.configuration, self.calibrations))
         elif self._stream is not None:
             self._stop()
@@ -219,7 +223,12 @@ class Session:
     def _leave_stream(self) -> None:
         self._stream = self._conversation.keeper = None
 
-    def note_end(self) -> None:
+    def _note_loss(self) -> None:
+        """Notes that the server has lost the session, which is set up again when it is used."""
+        self._set_up = False
+        self._leave_stream()
+
+    def _note_end(self) -> None:
         """Notes that the server has no session any more."""
         self._ended = True
         self._leave_stream()
@@ -246,7 +255,7 @@ class Session:
         try:
             return self._conversation.next_in_stream(limit, deadline)
         except ServerError:
-            self.note_end()
+            self._note_end()
             raise
 
     def _compose(self, message: Message, stream: _Stream) -> Frame:
