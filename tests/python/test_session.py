@@ -167,6 +167,11 @@ def test_reports_refused_configurations_and_goes_on():
         with pytest.raises(vantor.ServerError) as failure:
             server.session(item(prf="fast"))
         assert failure.value.code == "invalid_prf"
+        assert failure.value.faults == vantor.validate(item(prf="fast"))
+        assert "\n/groups/0/0/config/prf: got \"fast\"; allowed: " in str(failure.value)
+        with pytest.raises(vantor.ServerError) as failure:
+            server.session({"groups": [[{"sensor_id": 3, "config": {}}], [{"sensor_id": 9, "config": {}}]]})
+        assert failure.value.faults == () and "\n" not in str(failure.value)
         with pytest.raises(vantor.ConfigurationError):
             server.session("/does/not/exist.json")
         assert len(server.session(item()).single_frame()) == 1

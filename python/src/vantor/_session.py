@@ -14,6 +14,7 @@ from ._loss import LossCounter, TickClock
 from ._messages import Message
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
+from .configuration import validate
 from .errors import BadMessage, Error, ProtocolError, ServerError
 from .frame import Frame, ItemLayout
 from .truth import ItemTruth
@@ -150,7 +151,11 @@ class Session:
 
     def _configure(self, configuration: dict[str, Any]) -> None:
         conversation = self._conversation
-        metadata = describe_session(conversation.configure(configuration), configuration)
+        try:
+            answer = conversation.configure(configuration)
+        except ServerError as refusal:
+            raise ServerError(refusal.code, refusal.message, validate(configuration)) from None
+        metadata = describe_session(answer, configuration)
         self.metadata = metadata.document
         self.items = metadata.layouts
         self.calibrations = metadata.calibrations

@@ -11,7 +11,7 @@ from ._json_text import copy, parse
 from ._plan import ItemPlan, Plan, SubsweepPlan
 from ._rules import find_rule_faults
 from ._schema_check import find_schema_faults
-from .errors import ConfigurationError
+from .errors import ConfigurationError, with_faults
 
 __all__ = ["Fault", "ItemPlan", "Plan", "SubsweepPlan", "load_configuration", "plan", "validate"]
 
@@ -71,9 +71,7 @@ def require_valid(document: dict[str, Any]) -> None:
     """Raises ConfigurationError, which describes the first faults, if a document is not valid."""
     faults = validate(document)
     if faults:
-        further = [f"and {len(faults) - 5} more faults"] if len(faults) > 5 else []
-        lines = "\n".join(["The configuration is not valid:", *map(str, faults[:5]), *further])
-        raise ConfigurationError(lines, faults)
+        raise ConfigurationError(with_faults("The configuration is not valid:", faults), faults)
 
 
 def _read(file: Path) -> bytes:

@@ -3,10 +3,14 @@
 Every message is a sentence that says what happened and, if possible, what to change.
 """
 
+from collections.abc import Sequence
 from typing import TYPE_CHECKING
 
 if TYPE_CHECKING:
     from ._fault import Fault
+
+#: Number of faults that the text of an exception lists.
+_MOST_LISTED_FAULTS = 5
 
 
 class Error(Exception):
@@ -69,12 +73,14 @@ class ServerError(Error):
     Attributes:
         code: the error code of the server, such as "wrong_state"; docs/protocol.md lists what to change.
         message: the message of the server, without the code.
+        faults: of a refused configuration, what `validate` finds in it.
     """
 
-    def __init__(self, code: str, message: str) -> None:
-        super().__init__(f"{message} ({code})")
+    def __init__(self, code: str, message: str, faults: "tuple[Fault, ...]" = ()) -> None:
+        super().__init__(with_faults(f"{message} ({code})", faults))
         self.code = code
         self.message = message
+        self.faults = faults
 
 
 class ConfigurationError(Error, ValueError):
@@ -95,3 +101,10 @@ class RecordingError(Error):
     """A recording cannot be read, or is damaged."""
 
     code = "recording"
+
+
+def with_faults(text: str, faults: "Sequence[Fault]") -> str:
+    """A text, followed by the first faults of a configuration in a line each."""
+    further = len(faults) - _MOST_LISTED_FAULTS
+    rest = [f"and {further} more faults"] if further > 0 else []
+    return "\n".join([text, *map(str, faults[:_MOST_LISTED_FAULTS]), *rest])
