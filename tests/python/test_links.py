@@ -28,6 +28,17 @@ def open_descriptors():
     return len(os.listdir("/proc/self/fd"))
 
 
+@pytest.fixture
+def server_program(monkeypatch, tmp_path):
+    """Makes a shell script the program of simulated servers."""
+    def write(text):
+        program = tmp_path / "program"
+        program.write_text(f"#!/bin/sh\n{text}\n")
+        program.chmod(program.stat().st_mode | stat.S_IXUSR)
+        monkeypatch.setenv("VANTOR_SERVER", str(program))
+    return write
+
+
 def test_runs_a_session_over_tcp():
     with ScriptedTcpServer() as server:
         server.on("start", stream_frames(3))
@@ -239,23 +250,24 @@ def test_ends_its_simulated_server():
     before = open_descriptors()
     with vantor.connect("sim:--sensors 2", PATIENCE) as host:
         assert host.info.sensor_count == 2
-        children = [int(name) for name in os.listdir("/proc") if name.isdigit() and parent_of(name) == os.getpid()]
-        assert children
-    assert not any(os.path.exists(f"/proc/{child}") for child in children)
+        assert children()
+    assert not children()
     assert open_descriptors() == before
 
 
-def test_starts_simulated_servers_without_a_limit_for_slow_loops(monkeypatch, tmp_path):
-    program = tmp_path / "server"
-    program.write_text(f'#!/bin/sh\necho "$*" >> "{tmp_path}/arguments"\nexec "{os.environ["VANTOR_SERVER"]}" "$@"\n')
-    program.chmod(program.stat().st_mode | stat.S_IXUSR)
-    monkeypatch.setenv("VANTOR_SERVER", str(program))
+def test_starts_simulated_servers_without_a_limit_for_slow_loops(server_program, tmp_path):
+    server_program(f'echo "$*" >> "{tmp_path}/arguments"\nexec "{os.environ["VANTOR_SERVER"]}" "$@"')
     for options in ("--seed 2", "--stall-limit 7", "--stall-limit=8"):
         vantor.connect(f"sim:{options}", PATIENCE).close()
     first, second, third = (tmp_path / "arguments").read_text().splitlines()
     assert "--stall-limit 0" in first
     assert "--stall-limit 7" in second and "--stall-limit 0" not in second
     assert "--stall-limit=8" in third and "--stall-limit 0" not in third
+
+
+def children():
+    """The processes that this one has started and not waited for."""
+    return [int(name) for name in os.listdir("/proc") if name.isdigit() and parent_of(name) == os.getpid()]
 
 
 def parent_of(process):
@@ -267,19 +279,50 @@ def parent_of(process):
         return 0
 
 
-def test_reports_a_simulated_server_that_exits_immediately(capfd):
+@pytest.mark.parametrize("options, message", [
+    ("--sensors 1000", "status 2:\n.*--sensors"), ("--scene nosuch", 'status 1:\n.*cannot read the scene "nosuch"'),
+    ("--bogus", "status 2:\n.*--bogus")])
+def test_reports_what_a_simulated_server_says_that_exits_immediately(options, message, capfd):
     before = open_descriptors()
-    with pytest.raises(vantor.ConnectionLost, match="see the message that it printed"):
-        vantor.connect("sim:--sensors 1000", PATIENCE)
-    assert "--sensors" in capfd.readouterr().err
+    with pytest.raises(vantor.ConnectError, match=message):
+        vantor.connect(f"sim:{options}", PATIENCE)
+    assert capfd.readouterr().err == ""
     assert open_descriptors() == before
 
 
-def test_kills_a_simulated_server_that_does_not_exit(monkeypatch, tmp_path):
-    program = tmp_path / "deaf_server"
-    program.write_text("#!/bin/sh\ntrap '' TERM\nwhile true; do sleep 1000; done\n")
-    program.chmod(program.stat().st_mode | stat.S_IXUSR)
-    monkeypatch.setenv("VANTOR_SERVER", str(program))
+@pytest.mark.parametrize("script, message", [
+    ("exit 0", "exited with status 0 and without a message. Check that VANTOR_SERVER or PATH has vantor_server"),
+    ("echo hello; exit 3", "exited with status 3."),
+    ("kill -9 $$", "exited by signal 9 and"),
+    ("seq 1 99999 >&2; printf 'no \\033[31mradar\\n' >&2", r"99998\n99999\nno \\x1b\[31mradar$")])
+def test_reports_another_program_that_exits_immediately(server_program, script, message):
+    before = open_descriptors()
+    server_program(script)
+    with pytest.raises(vantor.ConnectError, match=message) as failure:
+        vantor.connect("sim:", PATIENCE)
+    assert str(failure.value).count("\n") <= 10
+    assert open_descriptors() == before
+
+
+def test_passes_on_what_a_simulated_server_prints(server_program, capfd):
+    server_program(f'echo "good morning" >&2; "{os.environ["VANTOR_SERVER"]}" "$@"; echo "good night" >&2')
+    with vantor.connect("sim:--log-level VERBOSE", PATIENCE) as host:
+        host.session(ONE_ITEM).single_frame()
+    shown = capfd.readouterr().err
+    assert shown.startswith("good morning\n") and "Powered on sensor" in shown
+
+
+def test_says_how_a_simulated_server_ended_during_a_session():
+    with pytest.raises(vantor.ConnectionLost, match="exited by signal 9[.:]"):
+        with vantor.connect("sim:", PATIENCE) as host:
+            session = host.session(ONE_ITEM)
+            os.kill(*children(), signal.SIGKILL)
+            while True:
+                session.single_frame()
+
+
+def test_kills_a_simulated_server_that_does_not_exit(server_program, monkeypatch):
+    server_program("trap '' TERM\nwhile true; do sleep 1000; done")
     monkeypatch.setattr("vantor._links._EXIT_TIME", 0.01)
     link = open_link(parse_address("sim:"), TIME_OUT)
     link.close()

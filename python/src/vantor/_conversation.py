@@ -12,6 +12,7 @@ from typing import Any, NoReturn, Protocol
 from . import _members
 from ._links import Link
 from ._messages import Message, MessageReader
+from ._printable import printable
 from .errors import BadMessage, ConnectionLost, Error, ProtocolError, ServerError, ServerTimeout
 
 #: Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud.
@@ -31,8 +32,8 @@ _END_INTERVAL = 1.0
 _SLOW_FRAMES = 3.0
 _LONGEST_TIME = 3600.0
 
-#: From when on a pause between two reads is suspected to be the reason of a lost connection, and for how long
-#: after it, in seconds. A server disconnects a host that accepts no data for 10 s, unless it is told otherwise.
+#: From when on a pause between two reads is suspected to be the cause of a lost connection, and for how long
+#: after it, in seconds. A server disconnects a host that accepts no data for 10 s, unless told otherwise.
 _LONG_PAUSE = 5.0
 _SUSPICION_TIME = 10.0
 
@@ -259,12 +260,12 @@ class Conversation:
             raise self._explain(loss) from None
 
     def _explain(self, loss: ConnectionLost) -> ConnectionLost:
-        """Adds a possible cause to the loss of a connection: frames that the program did not read for long."""
+        """Adds a possible cause to the loss of a connection: that the program read nothing for long."""
         if self.now() - self._pause_end > _SUSPICION_TIME:
             return loss
         return ConnectionLost(
-            f"{loss} A possible cause: the program read nothing for {self._pause:.0f} s while frames were sent, "
-            "and a server disconnects a host that accepts no data for 10 s. Start vantor_server with "
+            f"{loss} A possible cause: the program read nothing for {self._pause:.0f} s while frames were "
+            "sent, and a server disconnects a host that accepts no data for 10 s. Start vantor_server with "
             "--stall-limit 0, or stop the stream before a long pause."
         )
 
@@ -429,13 +430,6 @@ def _raise_on_error(message: Message) -> None:
         header = message.header
         code, text = _members.text(header, "code"), _members.text(header, "message")
         raise ServerError(printable(code), printable(text))
-
-
-def printable(text: str) -> str:
-    """A text of a server without control characters, which a terminal would obey."""
-    if text.isprintable():
-        return text
-    return "".join(c if c.isprintable() else repr(c)[1:-1] for c in text)
 
 
 def _answers_end(message: Message) -> bool:

@@ -5,6 +5,7 @@ operating system, so that Ctrl-C ends every wait.
 """
 
 import errno
+import io
 import os
 import select
 import shutil
@@ -13,10 +14,12 @@ import subprocess
 import threading
 import time
 from collections.abc import Sequence
+from contextlib import suppress
 from pathlib import Path
 from typing import Any, Protocol
 
 from ._address import Address, SerialAddress, SimulatorAddress, TcpAddress, UnixAddress
+from ._error_output import ErrorOutput
 from .errors import ConnectError, ConnectionLost, Error, ServerTimeout
 
 #: Longest wait in the operating system, in seconds. A signal that arrives just before such a wait does not
@@ -154,10 +157,22 @@ class SimulatorLink(DescriptorLink):
 
     kind = "A private simulated server"
 
-    def __init__(self, stream: socket.socket, process: "subprocess.Popen[bytes]") -> None:
-        """Takes over the socket and the process of the server."""
+    def __init__(
+        self, stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput
+    ) -> None:
+        """Takes over the socket, the process of the server, and what it prints to standard error."""
         super().__init__(stream)
         self._process = process
+        self._errors = errors
+        self._has_answered = False
+
+    def read_into(self, buffers: Sequence[memoryview], timeout: float) -> int:
+        """See Link."""
+        count = super().read_into(buffers, timeout)
+        if count and not self._has_answered:
+            self._has_answered = True
+            self._errors.pass_on()
+        return count
 
     def close(self) -> None:
         """Asks the server to exit, and kills it if it does not."""
@@ -168,9 +183,27 @@ class SimulatorLink(DescriptorLink):
         except subprocess.TimeoutExpired:
             self._process.kill()
             self._process.wait()
+        self._errors.wait_for_end(_EXIT_TIME)
 
     def _lost(self, failure: OSError | None) -> ConnectionLost:
-        return ConnectionLost("The simulated server has exited; see the message that it printed.")
+        with suppress(subprocess.TimeoutExpired):
+            self._process.wait(_EXIT_TIME)
+        self._errors.wait_for_end(_EXIT_TIME)
+        ended = f"The simulated server has exited{_how_it_ended(self._process.returncode)}"
+        if lines := self._errors.last_lines():
+            return ConnectionLost(f"{ended}:\n{lines}")
+        if self._has_answered:
+            return ConnectionLost(f"{ended}.")
+        return ConnectionLost(
+            f"{ended} and without a message. Check that VANTOR_SERVER or PATH has vantor_server."
+        )
+
+
+def _how_it_ended(status: int | None) -> str:
+    """The exit status or the signal of a process that has ended; nothing if it still runs."""
+    if status is None:
+        return ""
+    return f" with status {status}" if status >= 0 else f" by signal {-status}"
 
 
 def open_link(address: Address, timeout: float, arguments: Sequence[str] = ()) -> Link:
@@ -294,12 +327,15 @@ def _start_simulator(arguments: Sequence[str]) -> Link:
         try:
             # In a group of its own, so that Ctrl-C on the terminal does not reach it.
             command = [str(program), "--stdio", *arguments]
-            process = subprocess.Popen(command, stdin=end, stdout=end, process_group=0)
+            process = subprocess.Popen(
+                command, stdin=end, stdout=end, stderr=subprocess.PIPE, process_group=0
+            )
         except OSError as failure:
             near.close()
             raise ConnectError(f"Cannot start {program}: {_reason(failure)}.") from None
     near.setblocking(False)
-    return SimulatorLink(near, process)
+    assert isinstance(process.stderr, io.BufferedReader)
+    return SimulatorLink(near, process, ErrorOutput(process.stderr))
 
 
 def find_server_program() -> Path:

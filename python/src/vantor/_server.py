@@ -15,7 +15,7 @@ from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
 from .configuration import load_configuration
-from .errors import Error, ProtocolError
+from .errors import ConnectError, ConnectionLost, Error, ProtocolError
 from .server_info import ServerInfo, decode_server_info
 
 #: The version of the protocol that this package uses.
@@ -48,14 +48,16 @@ def _connect_to_simulator(where: SimulatorAddress, timeouts: Timeouts) -> "Serve
     """Starts a simulated server: with its truth, and without a limit for slow loops, unless its arguments say
     otherwise."""
     arguments = [] if where.has_option("--stall-limit") else ["--stall-limit", "0"]
-    if where.has_option("--truth"):
-        return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts)
-    truth = TruthFile()
-    arguments += ["--truth", str(truth.path)]
+    truth = None if where.has_option("--truth") else TruthFile()
+    if truth is not None:
+        arguments += ["--truth", str(truth.path)]
     try:
         return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts, truth)
-    except BaseException:
-        truth.close()
+    except BaseException as failure:
+        if truth is not None:
+            truth.close()
+        if isinstance(failure, ConnectionLost):
+            raise ConnectError(str(failure)) from None
         raise
 
 
