@@ -161,7 +161,7 @@ class ScriptedServer(Script):
 
     def connect(self, **timeouts):
         """A host that is connected."""
-        return Server(self._open, vantor.Timeouts(**timeouts), clock=lambda: self.now)
+        return Server("scripted", self._open, vantor.Timeouts(**timeouts), clock=lambda: self.now)
 
     def pause(self, seconds):
         """In a reaction: everything sent from now on arrives this much later."""

@@ -1,12 +1,15 @@
 """Tests of the client on real links: TCP, sockets, a serial line on a pseudo-terminal, simulated servers."""
 
+import contextlib
+import gc
 import os
 import pty
 import signal
 import socket
 import stat
-import termios
+import subprocess
 import sys
+import termios
 import threading
 import tty
 
@@ -64,6 +67,33 @@ def test_reports_that_a_real_server_is_busy():
         with pytest.raises(vantor.ServerError) as failure:
             vantor.connect(server.address, PATIENCE)
         assert failure.value.code == "busy"
+        assert "This program has a connection to it itself: use that one, or close it first." in str(failure.value)
+
+
+def test_does_not_claim_the_connection_of_another_program():
+    code = "import sys, vantor; server = vantor.connect(sys.argv[1]); print(flush=True); sys.stdin.read()"
+    with RunningServer("--tcp", "0") as server, RunningServer("--tcp", "0") as idle:
+        with vantor.connect(idle.address, PATIENCE):
+            command = [sys.executable, "-c", code, server.address]
+            with subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE) as other:
+                other.stdout.readline()
+                with pytest.raises(vantor.ServerError) as failure:
+                    vantor.connect(server.address, PATIENCE)
+                assert failure.value.code == "busy" and "This program" not in str(failure.value)
+
+
+@pytest.mark.parametrize("link", ["sim:", "--tcp", "--unix", "--pty"])
+def test_closes_a_connection_that_is_forgotten(link, tmp_path):
+    arguments = {"--tcp": ["0"], "--unix": [str(tmp_path / "radar")]}.get(link, [])
+    with contextlib.nullcontext() if link == "sim:" else RunningServer(link, *arguments) as server:
+        before = (open_descriptors(), len(children()))
+        address = "sim:" if link == "sim:" else server.address
+        vantor.connect(address, PATIENCE).ping()
+        session = vantor.connect(address, PATIENCE).session(ONE_ITEM)
+        assert len(list(session.frames(count=2))) == 2
+        del session
+        gc.collect()
+        assert (open_descriptors(), len(children())) == before
 
 
 @pytest.mark.parametrize("address, hint", [

@@ -13,6 +13,7 @@ import socket
 import subprocess
 import threading
 import time
+import weakref
 from collections.abc import Sequence
 from contextlib import suppress
 from pathlib import Path
@@ -63,8 +64,9 @@ class DescriptorLink:
     _empty_read_is_end = True
 
     def __init__(self, stream: Any) -> None:
-        """Takes over an object with `fileno()` and `close()`."""
+        """Takes over an object with `fileno()` and `close()`; a link that is forgotten closes it."""
         self._stream = stream
+        self._end = weakref.finalize(self, stream.close)
         self._descriptor: int = stream.fileno()
         self._input = select.poll()
         self._input.register(self._descriptor, select.POLLIN)
@@ -99,7 +101,7 @@ class DescriptorLink:
 
     def close(self) -> None:
         """See Link."""
-        self._stream.close()
+        self._end()
 
     def _read(self, buffers: Sequence[memoryview], is_ready: bool = False) -> int | None:
         """Reads the bytes that are there; None if none. A link that is ready has bytes or an end."""
@@ -162,6 +164,10 @@ class SimulatorLink(DescriptorLink):
     ) -> None:
         """Takes over the socket, the process of the server, and what it prints to standard error."""
         super().__init__(stream)
+        self._end.detach()
+        self._end = weakref.finalize(self, _end_simulator, stream, process, errors)
+        # The server exits when the link is closed; a forked process must not end it.
+        self._end.atexit = False
         self._process = process
         self._errors = errors
         self._has_answered = False
@@ -173,17 +179,6 @@ class SimulatorLink(DescriptorLink):
             self._has_answered = True
             self._errors.pass_on()
         return count
-
-    def close(self) -> None:
-        """Asks the server to exit, and kills it if it does not."""
-        super().close()
-        self._process.terminate()
-        try:
-            self._process.wait(_EXIT_TIME)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            self._process.wait()
-        self._errors.wait_for_end(_EXIT_TIME)
 
     def _lost(self, failure: OSError | None) -> ConnectionLost:
         with suppress(subprocess.TimeoutExpired):
@@ -197,6 +192,20 @@ class SimulatorLink(DescriptorLink):
         return ConnectionLost(
             f"{ended} and without a message. Check that VANTOR_SERVER or PATH has vantor_server."
         )
+
+
+def _end_simulator(
+    stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput
+) -> None:
+    """Asks a server to exit, and kills it if it does not."""
+    stream.close()
+    process.terminate()
+    try:
+        process.wait(_EXIT_TIME)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+    errors.wait_for_end(_EXIT_TIME)
 
 
 def _how_it_ended(status: int | None) -> str:

@@ -1,6 +1,7 @@
 """A connection to a server."""
 
 import time
+import weakref
 from collections.abc import Callable, Sequence
 from contextlib import suppress
 from os import PathLike
@@ -15,11 +16,14 @@ from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
 from .configuration import load_configuration
-from .errors import ConnectError, ConnectionLost, Error, ProtocolError
+from .errors import ConnectError, ConnectionLost, Error, ProtocolError, ServerError
 from .server_info import ServerInfo, decode_server_info
 
 #: The version of the protocol that this package uses.
 PROTOCOL_VERSION = 1
+
+#: The connections of this program.
+_open_servers: "weakref.WeakSet[Server]" = weakref.WeakSet()
 
 
 def connect(address: str, timeouts: Timeouts = Timeouts()) -> "Server":
@@ -40,11 +44,17 @@ def connect(address: str, timeouts: Timeouts = Timeouts()) -> "Server":
     """
     where = parse_address(address)
     if isinstance(where, SimulatorAddress):
-        return _connect_to_simulator(where, timeouts)
-    return Server(lambda: open_link(where, timeouts.connect), timeouts)
+        return _connect_to_simulator(address, where, timeouts)
+    try:
+        return Server(address, lambda: open_link(where, timeouts.connect), timeouts)
+    except ServerError as refusal:
+        if refusal.code != "busy" or not any(parse_address(other.address) == where for other in _open_servers):
+            raise
+        hint = "This program has a connection to it itself: use that one, or close it first."
+        raise ServerError(refusal.code, f"{refusal.message} {hint}") from None
 
 
-def _connect_to_simulator(where: SimulatorAddress, timeouts: Timeouts) -> "Server":
+def _connect_to_simulator(address: str, where: SimulatorAddress, timeouts: Timeouts) -> "Server":
     """Starts a simulated server: with its truth, and without a limit for slow loops, unless its arguments say
     otherwise."""
     arguments = [] if where.has_option("--stall-limit") else ["--stall-limit", "0"]
@@ -52,7 +62,7 @@ def _connect_to_simulator(where: SimulatorAddress, timeouts: Timeouts) -> "Serve
     if truth is not None:
         arguments += ["--truth", str(truth.path)]
     try:
-        return Server(lambda: open_link(where, timeouts.connect, arguments), timeouts, truth)
+        return Server(address, lambda: open_link(where, timeouts.connect, arguments), timeouts, truth)
     except BaseException as failure:
         if truth is not None:
             truth.close()
@@ -67,17 +77,20 @@ class Server:
     Not for use by several threads at once.
 
     Attributes:
+        address: the address of the server.
         info: what the server reported about itself when it was last identified.
     """
 
     def __init__(
         self,
+        address: str,
         link_opener: Callable[[], Link],
         timeouts: Timeouts,
         truth: TruthFile | None = None,
         clock: Callable[[], float] = time.monotonic,
     ) -> None:
         """Connects over the links of an opener; use `connect`."""
+        self.address = address
         self._truth = truth
         self._session: Session | None = None
         self._conversation = Conversation(link_opener, timeouts, clock)
@@ -87,6 +100,7 @@ class Server:
         except BaseException:
             self._conversation.close()
             raise
+        _open_servers.add(self)
 
     def identify(self) -> ServerInfo:
         """Identifies the server again."""
@@ -157,10 +171,10 @@ class Server:
             if not self._conversation.idle:
                 self._conversation.end_promptly()
         finally:
+            _open_servers.discard(self)
             self._conversation.close()
-            truth, self._truth = self._truth, None
-            if truth is not None:
-                truth.close()
+            if self._truth is not None:
+                self._truth.close()
 
     def __enter__(self) -> Self:
         return self

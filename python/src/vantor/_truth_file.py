@@ -3,6 +3,7 @@
 import ctypes
 import json
 import os
+import weakref
 from collections import deque
 from collections.abc import Iterable
 from contextlib import suppress
@@ -35,6 +36,7 @@ class TruthFile:
 
     def __init__(self) -> None:
         self._descriptor = os.memfd_create("vantor-truth")
+        self._end = weakref.finalize(self, os.close, self._descriptor)
         #: The path for the server.
         self.path = Path(f"/proc/{os.getpid()}/fd/{self._descriptor}")
         self._position = 0
@@ -44,8 +46,8 @@ class TruthFile:
         self._rows: dict[int, deque[ItemTruth]] = {}
 
     def close(self) -> None:
-        """Closes the file."""
-        os.close(self._descriptor)
+        """Closes the file; without effect if it is closed."""
+        self._end()
 
     def begin_session(self, sensors: Iterable[int]) -> None:
         """Continues with the session that the server has begun last, and of which no frame was measured."""
