@@ -302,6 +302,51 @@ def test_refuses_impossible_limits(server, arguments):
         session_of(server).frames(**arguments)
 
 
+@pytest.mark.parametrize("arguments, message", [
+    ({"count": 2.5}, "count must be a whole number of frames, not 2.5; seconds=… limits the time."),
+    ({"count": "3"}, "count must be a whole number of frames, not '3'"),
+    ({"seconds": "3"}, "seconds must be a number, not '3'")])
+def test_refuses_limits_of_other_types(server, arguments, message):
+    with pytest.raises(TypeError, match=message):
+        session_of(server).frames(**arguments)
+
+
+def test_accepts_limits_of_numpy(server):
+    server.on("start", stream_frames(5))
+    session = session_of(server)
+    assert len(list(session.frames(np.int64(3)))) == 3
+    assert list(session.frames(seconds=np.float32(0.0))) == []
+
+
+@pytest.mark.parametrize("timeout", [-1, -0.001, np.nan, np.inf])
+def test_refuses_impossible_time_outs(timeout):
+    with pytest.raises(ValueError, match=f'The time-out "answer" is {timeout}; use 0 or more seconds.'):
+        vantor.Timeouts(answer=timeout)
+
+
+def test_refuses_arguments_of_other_types(server):
+    for action, message in [
+            (lambda: vantor.connect(None), 'must be text, such as "tcp:localhost:6110" or "sim:", not None.'),
+            (lambda: vantor.connect("sim:", 5.0), r"The time-outs must be vantor.Timeouts\(answer=…\), not 5.0."),
+            (lambda: vantor.Timeouts(frame="1"), "The time-out \"frame\" must be a number of seconds, not '1'."),
+            (lambda: server.connect().session(None), "must be a dictionary or the path of a file, not NoneType."),
+            (lambda: server.connect().session({}, 3), "list of vantor.Calibration or the path of a file, not int."),
+            (lambda: server.connect().session({}, [{}]), "The calibrations must be those of a session"),
+            (lambda: server.connect().log(None), "The level must be a name")]:
+        with pytest.raises(TypeError, match=message):
+            action()
+    assert not server.commands("configure") and not server.commands("log")
+
+
+@pytest.mark.parametrize("level, sent", [
+    ("debug", "DEBUG"), ("Off", "OFF"), (logging.NOTSET, "DEBUG"), (logging.DEBUG, "DEBUG"), (11, "VERBOSE"),
+    (15, "VERBOSE"), (16, "INFO"), (logging.INFO, "INFO"), (logging.WARNING, "WARNING"), (logging.ERROR, "ERROR"),
+    (logging.CRITICAL, "OFF")])
+def test_accepts_the_levels_of_logging(server, level, sent):
+    server.connect().log(level)
+    assert server.commands("log") == [{"command": "log", "level": sent}]
+
+
 def test_receives_no_frame_if_none_is_wanted(server):
     server.on("start", stream_frames(3))
     session = session_of(server)
@@ -796,6 +841,15 @@ def test_hands_calibrations_back(server):
     host.session(example_configuration(), calibrations)
     assert server.commands("configure")[1]["configuration"]["calibration_info"] == \
         example_metadata()["calibration_info"]
+
+
+def test_accepts_the_path_of_calibrations(server, tmp_path):
+    host = server.connect()
+    vantor.save_calibrations(tmp_path / "calibration.json", host.session(example_configuration()).calibrations)
+    for path in (tmp_path / "calibration.json", str(tmp_path / "calibration.json")):
+        host.session(example_configuration(), path)
+        assert server.commands("configure")[-1]["configuration"]["calibration_info"] == \
+            example_metadata()["calibration_info"]
 
 
 def test_ends_the_earlier_session(server):

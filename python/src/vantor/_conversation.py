@@ -6,7 +6,8 @@ import math
 import time
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
-from dataclasses import dataclass
+from dataclasses import dataclass, fields
+from numbers import Real
 from typing import Any, NoReturn, Protocol
 
 from . import _members
@@ -40,7 +41,7 @@ _SUSPICION_TIME = 10.0
 #: Number of bytes that the report about invalid data shows.
 _BYTES_SHOWN = 16
 
-#: The levels of `logging` for those of a server.
+#: The levels of `logging` for those of a server, from the most severe one; "DEBUG" is the rest.
 _LOG_LEVELS = {"ERROR": logging.ERROR, "WARNING": logging.WARNING, "INFO": logging.INFO, "VERBOSE": 15}
 
 _server_log = logging.getLogger("vantor.server")
@@ -77,6 +78,14 @@ class Timeouts:
     answer: float = 5.0
     configure: float = 60.0
     frame: float = 10.0
+
+    def __post_init__(self) -> None:
+        for field in fields(self):
+            value = getattr(self, field.name)
+            if not isinstance(value, Real):
+                raise TypeError(f'The time-out "{field.name}" must be a number of seconds, not {value!r}.')
+            if not 0.0 <= float(value) < math.inf:
+                raise ValueError(f'The time-out "{field.name}" is {value}; use 0 or more seconds.')
 
 
 @dataclass(slots=True)
@@ -443,6 +452,14 @@ def _check_answer(message: Message, command: str) -> None:
             f'The server sent another message instead of the answer to "{command}": another program may be '
             "using the same link."
         )
+
+
+def server_log_level(level: int) -> str:
+    """The level of a server for one of `logging`: what is less severe is not sent."""
+    if level <= logging.DEBUG:
+        return "DEBUG"
+    sent = [name for name, number in _LOG_LEVELS.items() if number >= level]
+    return sent[-1] if sent else "OFF"
 
 
 def _deliver_log(header: dict[str, Any]) -> None:

@@ -9,12 +9,12 @@ from types import TracebackType
 from typing import Any, Self
 
 from ._address import SimulatorAddress, parse_address
-from ._conversation import Conversation, Timeouts
+from ._conversation import Conversation, Timeouts, server_log_level
 from ._json_text import copy
 from ._links import Link, open_link
 from ._session import Session
 from ._truth_file import TruthFile
-from .calibration import Calibration, add_calibrations
+from .calibration import Calibration, add_calibrations, load_calibrations
 from .configuration import load_configuration
 from .errors import ConnectError, ConnectionLost, Error, ProtocolError, ServerError
 from .server_info import ServerInfo, decode_server_info
@@ -41,14 +41,20 @@ def connect(address: str, timeouts: Timeouts = Timeouts()) -> "Server":
         ServerError: the server is in use by another host; the code is "busy".
         ProtocolError: what answers is not a server, or one with another version of the protocol.
         ServerTimeout: the server does not answer.
+        TypeError: an argument is of another type.
     """
+    if not isinstance(address, str):
+        raise TypeError(f'The address must be text, such as "tcp:localhost:6110" or "sim:", not {address!r}.')
+    if not isinstance(timeouts, Timeouts):
+        raise TypeError(f"The time-outs must be vantor.Timeouts(answer=…), not {timeouts!r}.")
     where = parse_address(address)
     if isinstance(where, SimulatorAddress):
         return _connect_to_simulator(address, where, timeouts)
     try:
         return Server(address, lambda: open_link(where, timeouts.connect), timeouts)
     except ServerError as refusal:
-        if refusal.code != "busy" or not any(parse_address(other.address) == where for other in _open_servers):
+        own = [other for other in _open_servers if parse_address(other.address) == where]
+        if refusal.code != "busy" or not own:
             raise
         hint = "This program has a connection to it itself: use that one, or close it first."
         raise ServerError(refusal.code, f"{refusal.message} {hint}") from None
@@ -115,13 +121,16 @@ class Server:
         """The statistics of the server, as it sends them (docs/protocol.md)."""
         return self._request("stats")
 
-    def log(self, level: str) -> None:
+    def log(self, level: str | int) -> None:
         """Makes the server send its log, which goes to the logger "vantor.server" of `logging`.
 
         Args:
-            level: least severe level to send: "OFF", "ERROR", "WARNING", "INFO", "VERBOSE" or "DEBUG".
+            level: least severe level to send: "OFF", "ERROR", "WARNING", "INFO", "VERBOSE" or "DEBUG", or a
+                level of `logging`, such as `logging.INFO`.
         """
-        self._request("log", level=level)
+        if not isinstance(level, str | int):
+            raise TypeError(f'The level must be a name like "INFO" or a level of logging, not {level!r}.')
+        self._request("log", level=level.upper() if isinstance(level, str) else server_log_level(level))
 
     def set_baudrate(self, baudrate: int) -> None:
         """Changes the baud rate of a serial line at both ends.
@@ -142,25 +151,23 @@ class Server:
     def session(
         self,
         configuration: dict[str, Any] | str | PathLike[str],
-        calibrations: Sequence[Calibration] = (),
+        calibrations: Sequence[Calibration] | str | PathLike[str] = (),
     ) -> Session:
         """Sets up a session; an earlier one of this connection ends.
 
         Args:
             configuration: the configuration document (docs/configuration.md), or the path of its file.
-            calibrations: of an earlier session, or from `load_calibrations`; their sensors are not calibrated
-                again.
+            calibrations: of an earlier session, or the path of a file of them; their sensors are not
+                calibrated again.
 
         Raises:
-            ConfigurationError: the file is not a configuration document.
-            ServerError: the server refuses the configuration.
+            ConfigurationError: a file is not what it must be.
+            ServerError: the server refuses the configuration; its `faults` say why.
+            TypeError: an argument is of another type.
         """
-        if isinstance(configuration, dict):
-            document = copy(configuration)
-        else:
-            document = load_configuration(configuration)
-        if calibrations:
-            document = add_calibrations(document, calibrations)
+        document = _to_document(configuration)
+        if found := _to_calibrations(calibrations):
+            document = add_calibrations(document, found)
         self._end_session()
         self._session = Session(self._conversation, document, self.info.ticks_per_second, self._truth)
         return self._session
@@ -205,6 +212,33 @@ class Server:
             self._session._note_end()
         if not self._conversation.idle:
             self._conversation.end()
+
+
+def _to_document(configuration: dict[str, Any] | str | PathLike[str]) -> dict[str, Any]:
+    """A copy of a configuration, or the content of its file."""
+    if isinstance(configuration, dict):
+        document: dict[str, Any] = copy(configuration)
+        return document
+    if not isinstance(configuration, str | PathLike):
+        raise TypeError(
+            "The configuration must be a dictionary or the path of a file, not "
+            f"{type(configuration).__name__}."
+        )
+    return load_configuration(configuration)
+
+
+def _to_calibrations(calibrations: Sequence[Calibration] | str | PathLike[str]) -> Sequence[Calibration]:
+    """Calibrations, or the content of their file."""
+    if isinstance(calibrations, str | PathLike):
+        return load_calibrations(calibrations)
+    if isinstance(calibrations, Sequence):
+        found = [entry for entry in calibrations if isinstance(entry, Calibration)]
+        if len(found) == len(calibrations):
+            return found
+    raise TypeError(
+        "The calibrations must be those of a session, a list of vantor.Calibration or the path of a file, "
+        f"not {type(calibrations).__name__}."
+    )
 
 
 def _check_version(info: ServerInfo) -> None:

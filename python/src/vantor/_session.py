@@ -3,6 +3,7 @@
 import logging
 from collections import deque
 from collections.abc import Iterator
+from numbers import Integral, Real
 from types import TracebackType
 from typing import Any, Self
 
@@ -111,7 +112,14 @@ class Session:
             ServerError: the server could not measure a frame; the session has ended.
             ServerTimeout: no frame arrived in time.
             ConnectionLost: the link was lost.
+            TypeError: `count` is not a whole number, or `seconds` not a number.
         """
+        if count is not None and not isinstance(count, Integral):
+            raise TypeError(
+                f"count must be a whole number of frames, not {count!r}; seconds=… limits the time."
+            )
+        if seconds is not None and not isinstance(seconds, Real):
+            raise TypeError(f"seconds must be a number, not {seconds!r}.")
         if count is not None and count < 0 or seconds is not None and not seconds >= 0.0:
             raise ValueError("count and seconds must not be negative.")
         return self._receive(count, seconds)
