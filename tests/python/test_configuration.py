@@ -103,8 +103,15 @@ def test_examples_are_valid(name: str) -> None:
 def test_plan_of_an_item() -> None:
     plan = vantor.plan(vantor.load_configuration(EXAMPLES / "two_sensors.json"))
     assert plan[1, 0] is plan.items[2]
-    with pytest.raises(IndexError, match=r"no item \(1, 1\); it has \[0, 0\], \[0, 1\], \[1, 0\]"):
+    with pytest.raises(IndexError, match=r"no item \[1, 1\]; it has \[0, 0\], \[0, 1\], \[1, 0\]"):
         plan[1, 1]
+    with pytest.raises(TypeError, match="by group and index"):
+        plan[0]  # type: ignore[index]
+    assert (1, 0) in plan
+    assert plan.items[1] in plan
+    assert (1, 1) not in plan
+    assert list(plan) == list(plan.items)
+    assert len(plan) == 3
     item = plan.items[1]
     assert len(item.distances_m) == item.points
     for part in item.subsweeps:

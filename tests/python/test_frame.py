@@ -1,7 +1,9 @@
 """Tests of frames and items, made from plain arrays."""
 
+import copy
 import dataclasses
 import math
+import pickle
 
 import numpy as np
 import pytest
@@ -62,9 +64,28 @@ def test_gives_times_and_velocities_of_sweeps():
 
 def test_has_arrays_that_cannot_change():
     item = example_item(example_layout())
-    for array in (item.samples, item.distances_m):
-        with pytest.raises(ValueError, match="read-only"):
-            array[0] = 1
+    for other in (item, copy.copy(item), copy.deepcopy(item), pickle.loads(pickle.dumps(item))):
+        for name in ("samples", "distances_m", "velocities_m_s", "sweep_times_s"):
+            np.testing.assert_array_equal(getattr(other, name), getattr(item, name), strict=True)
+            with pytest.raises(ValueError, match="read-only"):
+                getattr(other, name)[0] = 1
+        assert other.tick == item.tick and str(other.flags) == str(item.flags)
+
+
+def test_gives_new_arrays_of_what_is_computed():
+    item = example_item(example_layout())
+    for name in ("iq", "level", "level_dbfs"):
+        array = getattr(item, name)
+        array[0] = 0
+        assert not np.array_equal(getattr(item, name), array)
+
+
+def test_limits_the_level_of_samples_that_are_clipped():
+    """docs/python.md gives both limits."""
+    item = dataclasses.replace(example_item(example_layout()), samples=np.full((2, 3, 2), -32768, np.int16))
+    np.testing.assert_allclose(item.level_dbfs, 3.01, atol=0.005)
+    silent = dataclasses.replace(item, samples=np.zeros((2, 3, 2), np.int16))
+    np.testing.assert_allclose(silent.level_dbfs, -110.31, atol=0.005)
 
 
 def test_finds_items_by_group_and_index():
@@ -75,8 +96,21 @@ def test_finds_items_by_group_and_index():
     assert list(frame) == list(items) and len(frame) == 3
     assert frame.time == 0.5
     assert frame.truth == (None, None, None)
-    with pytest.raises(IndexError, match=r"no item \(1, 1\); it has \[0, 0\], \[0, 1\], \[1, 0\]"):
+    with pytest.raises(IndexError, match=r"no item \[1, 1\]; it has \[0, 0\], \[0, 1\], \[1, 0\]"):
         frame[1, 1]
+    assert frame[np.int64(0), np.int64(1)] is items[1]
+    for place in (0, (0, 0, 0), (slice(None), 0), "00"):
+        with pytest.raises(TypeError, match=r"items by group and index, such as frame\[0, 1\], not by"):
+            frame[place]
+
+
+def test_contains_items_and_their_places():
+    layouts = (example_layout(0, 0), example_layout(0, 1))
+    items = tuple(example_item(layout) for layout in layouts)
+    frame = vantor.Frame(number=4, items=items, missing=2, lost_before=1, _places=places_of(layouts))
+    assert (0, 1) in frame and items[0] in frame
+    assert (1, 0) not in frame and 0 not in frame and example_item(layouts[0]) not in frame
+    assert list(reversed(frame)) == [items[1], items[0]]
 
 
 def test_names_the_flags_that_are_set():

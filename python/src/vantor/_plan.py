@@ -15,6 +15,7 @@ from . import _sensor
 from ._fault import Fault, pointer
 from ._items import list_items, sensor_frame_rate
 from ._json_text import dump
+from ._places import Places, find_place, has_place
 from ._schema_check import is_number, to_float32
 
 _Members = dict[str, Any]
@@ -119,6 +120,8 @@ class Plan:
     """What a configuration gives. Rates are in frames per second. Durations, and what follows from them,
     are those of the simulated sensor.
 
+    `plan[group, index]` is an item; iterating gives all of them.
+
     Attributes:
         frame_rate_hz: configured; 0 for as fast as possible.
         max_frame_rate_hz: with no time beside measuring; 0 without items.
@@ -151,11 +154,20 @@ class Plan:
 
     def __getitem__(self, place: tuple[int, int]) -> ItemPlan:
         """The item at a group and a position in it, both from 0."""
-        for found in self.items:
-            if (found.group, found.index) == place:
-                return found
-        known = ", ".join(f"[{item.group}, {item.index}]" for item in self.items)
-        raise IndexError(f"The configuration has no item {place}; it has {known or 'none'}.")
+        return self.items[find_place(self._places, place, "plan")]
+
+    def __contains__(self, place: object) -> bool:
+        return place in self.items or has_place(self._places, place)
+
+    def __iter__(self) -> Iterator[ItemPlan]:
+        return iter(self.items)
+
+    def __len__(self) -> int:
+        return len(self.items)
+
+    @property
+    def _places(self) -> Places:
+        return {(item.group, item.index): place for place, item in enumerate(self.items)}
 
 
 def derive(document: _Members, baudrate: float | None = None) -> Plan:

@@ -4,12 +4,14 @@ A frame contains items; an item is one measurement by one sensor. Live sessions 
 objects.
 """
 
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterator
 from dataclasses import dataclass, field, fields
+from typing import Any, TypeVar
 
 import numpy as np
 import numpy.typing as npt
 
+from ._places import Places, find_place, has_place
 from .truth import ItemTruth
 
 Samples = npt.NDArray[np.int16]
@@ -20,6 +22,29 @@ FULL_SCALE = 32767.0
 
 #: The lowest level that is shown, in LSB: it stands for 0, which has no value in dB.
 _LEAST_LEVEL = 0.1
+
+
+_Array = TypeVar("_Array", bound=npt.NDArray[Any])
+
+
+def read_only(array: _Array) -> _Array:
+    """The array, which cannot be changed any more."""
+    array.flags.writeable = False
+    return array
+
+
+class _Copied:
+    """The arrays of copies, also of unpickled ones, are read-only like those of the original."""
+
+    __slots__ = ()
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _again, (type(self), *(getattr(self, each.name) for each in fields(self)))
+
+
+def _again(kind: Any, *values: Any) -> Any:
+    """An object with these members."""
+    return kind(*(read_only(value) if isinstance(value, np.ndarray) else value for value in values))
 
 
 @dataclass(frozen=True, slots=True)
@@ -41,7 +66,7 @@ class Subsweep:
 
 
 @dataclass(frozen=True, slots=True, eq=False)
-class ItemLayout:
+class ItemLayout(_Copied):
     """Layout of the frames of an item, the same during the whole session.
 
     Attributes:
@@ -86,17 +111,17 @@ class ItemLayout:
 
     @property
     def sweep_times_s(self) -> Floats:
-        """Time of each sweep since the first one of its frame in seconds, shape (sweeps,)."""
-        return np.arange(self.sweeps) / self.sweep_rate_hz
+        """Time of each sweep since the first one of its frame in seconds, shape (sweeps,), read-only."""
+        return read_only(np.arange(self.sweeps) / self.sweep_rate_hz)
 
     @property
     def velocities_m_s(self) -> Floats:
-        """Velocity of each row of `fftshift(fft(item.iq, axis=0), axes=0)` in m/s, shape (sweeps,).
+        """Velocity of each row of `fftshift(fft(item.iq, axis=0), axes=0)` in m/s, shape (sweeps,), read-only.
 
         It is positive if the target moves away.
         """
         step = self.wavelength_m / 2.0 * self.sweep_rate_hz / max(self.sweeps, 1)
-        return step * (np.arange(self.sweeps) - self.sweeps // 2)
+        return read_only(step * (np.arange(self.sweeps) - self.sweeps // 2))
 
 
 @dataclass(frozen=True, slots=True)
@@ -137,7 +162,7 @@ class Flags:
 
 
 @dataclass(frozen=True, slots=True, eq=False)
-class Item:
+class Item(_Copied):
     """One item of one frame: what one sensor measured.
 
     Attributes:
@@ -164,7 +189,10 @@ class Item:
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
-        """The samples in LSB: complex64, shape (sweeps, points); computed at each access."""
+        """The samples in LSB: complex64, shape (sweeps, points).
+
+        Computed at each access, like `level` and `level_dbfs`: a new array, which you can change.
+        """
         return complex_samples(self.samples)
 
     @property
@@ -174,7 +202,10 @@ class Item:
 
     @property
     def level_dbfs(self) -> npt.NDArray[np.float32]:
-        """The level in dBFS: 0 dBFS is full scale, 32767 LSB; float32, shape (points,)."""
+        """The level in dBFS: 0 dBFS is full scale, 32767 LSB; float32, shape (points,).
+
+        It is at least -110.31 dBFS, which stands for silence, and at most 3.01 dBFS: both parts clipped.
+        """
         return to_dbfs(self.level)
 
     @property
@@ -198,7 +229,7 @@ class Frame:
     """One frame of all items of a session.
 
     `frame[group, index]` is an item, both from 0 in the order of the configuration; iterating gives all of
-    them.
+    them. `(group, index) in frame` is whether there is such an item, `item in frame` whether it is one of it.
 
     Attributes:
         number: how many frames of the stream or recording precede it.
@@ -212,7 +243,7 @@ class Frame:
     items: tuple[Item, ...]
     missing: int
     lost_before: int
-    _places: Mapping[tuple[int, int], int] = field(repr=False)
+    _places: Places = field(repr=False)
 
     @property
     def time(self) -> float:
@@ -225,20 +256,22 @@ class Frame:
         return tuple(item.truth for item in self.items)
 
     def __getitem__(self, place: tuple[int, int]) -> Item:
-        try:
-            return self.items[self._places[place]]
-        except KeyError:
-            known = ", ".join(f"[{group}, {index}]" for group, index in self._places)
-            raise IndexError(f"The frame has no item {place}; it has {known or 'none'}.") from None
+        return self.items[find_place(self._places, place, "frame")]
+
+    def __contains__(self, place: object) -> bool:
+        return any(item is place for item in self.items) or has_place(self._places, place)
 
     def __iter__(self) -> Iterator[Item]:
         return iter(self.items)
+
+    def __reversed__(self) -> Iterator[Item]:
+        return reversed(self.items)
 
     def __len__(self) -> int:
         return len(self.items)
 
 
-def places_of(layouts: tuple[ItemLayout, ...]) -> Mapping[tuple[int, int], int]:
+def places_of(layouts: tuple[ItemLayout, ...]) -> Places:
     """Where each item is in the list of items, by group and index: the last argument of `Frame`."""
     return {(layout.group, layout.index): place for place, layout in enumerate(layouts)}
 
