@@ -1,14 +1,16 @@
 """Recordings give the frames that were recorded, and what is missing or damaged is reported."""
 
+import copy
 import json
 import os
+import pickle
 import random
 import re
 import shutil
 import signal
 import subprocess
 import warnings
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
@@ -132,17 +134,114 @@ def test_frames_are_rows_of_the_items(two_sensors: Path) -> None:
     assert [frame.number for frame in recording.frames(5, 8)] == [5, 6, 7]
     assert len(item[10:20]) == 10
     assert item[10:20].times_s[0] == item.times_s[10] == recording.frame(10)[0, 1].time
-    with pytest.raises(IndexError, match=r"no item \(2, 0\)"):
+    with pytest.raises(IndexError, match=r"no item \[2, 0\]"):
         recording[2, 0]
-    with pytest.raises(IndexError):
+    with pytest.raises(IndexError, match="no frame 40; its frames are 0 to 39"):
         recording.frame(40)
+    assert [each.number for each in reversed(recording)] == list(range(39, -1, -1))
+    assert (0, 1) in recording
+    assert (0, 2) not in recording
+
+
+def numbers_of(frames: Iterator[vantor.Frame]) -> list[int]:
+    """The numbers of frames."""
+    return [frame.number for frame in frames]
+
+
+def test_frames_are_limited_like_those_of_a_session(two_sensors: Path) -> None:
+    recording = vantor.open(two_sensors)
+    assert numbers_of(recording.frames(count=3)) == [0, 1, 2]
+    assert numbers_of(recording.frames(38, count=3)) == [38, 39]
+    assert numbers_of(recording.frames(count=0)) == []
+    # 50 frames per second.
+    assert numbers_of(recording.frames(10, seconds=0.09)) == [10, 11, 12, 13, 14]
+    assert numbers_of(recording.frames(40, seconds=1.0)) == []
+    with pytest.raises(ValueError, match="must not be negative"):
+        recording.frames(count=-1)
+
+
+def test_an_item_in_one_frame_is_that_of_the_frame(two_sensors: Path) -> None:
+    recording = vantor.open(two_sensors)
+    item = recording[1, 0]
+    for number, one in enumerate(item):
+        expected = recording.frame(number)[1, 0]
+        np.testing.assert_array_equal(one.samples, expected.samples, strict=True)
+        for name in ("tick", "time", "temperature", "flags", "cca_value", "truth"):
+            assert getattr(one, name) == getattr(expected, name), name
+    assert item[10:20][-1].tick == item[np.int64(19)].tick == item.ticks[19]
+    with pytest.raises(IndexError):
+        item[40]
+
+
+def test_parts_of_an_item(two_sensors: Path) -> None:
+    item = vantor.open(two_sensors)[0, 1]
+    late = item.numbers >= 35
+    for part in (item[late], item[[35, 36, 37, 38, 39]], item[-5:]):
+        np.testing.assert_array_equal(part.numbers, [35, 36, 37, 38, 39])
+        np.testing.assert_array_equal(part.samples, item.samples[35:], strict=True)
+        assert part.truth == item.truth[35:]
+        with pytest.raises(ValueError, match="read-only"):
+            part.samples[0] = 0
+    assert len(item[[]]) == 0
+    for wrong in (0, 1), 1.5, "1", np.zeros((2, 2), bool), [0.5], None:
+        with pytest.raises(TypeError, match="Frames are a whole number, a slice, a mask or a list"):
+            item[wrong]  # type: ignore[call-overload]
+
+
+def test_items_have_all_that_frames_have(two_sensors: Path) -> None:
+    recording = vantor.open(two_sensors)
+    for place in ((0, 0), (0, 1), (1, 0)):
+        item = recording[place]
+        frames = list(item)
+        for name in ("data_saturated", "frame_delayed", "calibration_needed", "cca_detected", "tx_enabled"):
+            expected = [bool(getattr(frame.flags, name)) for frame in frames]
+            assert getattr(item, name).tolist() == expected, name
+        assert item.truth == tuple(frame.truth for frame in frames)
+    assert {recording[0, 0].tx_enabled.any(), recording[0, 1].tx_enabled.any()} == {True, False}
 
 
 def test_nothing_can_be_changed(two_sensors: Path) -> None:
     item = vantor.open(two_sensors)[0, 0]
-    for array in (item.samples, item.ticks, item.times_s, item.data_valid, item.missing, item.distances_m):
-        with pytest.raises(ValueError, match="read-only"):
-            array[0] = 0
+    public = [name for name in dir(item) if not name.startswith("_")]
+    names = [name for name in public if isinstance(getattr(item, name), np.ndarray)]
+    assert len(names) > 15
+    for name in set(names) - {"iq", "level", "level_dbfs"}:
+        for part in (item, item[3:5], pickle.loads(pickle.dumps(item[3:5]))):
+            with pytest.raises(ValueError, match="read-only"):
+                getattr(part, name)[0] = 0
+
+
+def test_a_recording_is_opened_again_by_what_is_unpickled(
+    two_sensors: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.chdir(two_sensors.parent)
+    recording = vantor.open(two_sensors.name)
+    kept = pickle.dumps((recording, recording[0, 1][20:], recording[0, 1][::2]))
+    monkeypatch.chdir(tmp_path)
+    assert len(kept) < 10_000
+    again, part, others = pickle.loads(kept)
+    check_frames(list(recording), list(again))
+    assert part.numbers.tolist() == list(range(20, 40))
+    assert others.numbers.tolist() == list(range(0, 40, 2))
+    np.testing.assert_array_equal(others.samples, recording[0, 1].samples[::2])
+    assert copy.deepcopy(part).truth == recording[0, 1].truth[20:]
+
+
+def test_a_closed_recording_leaves_what_was_read(two_sensors: Path, tmp_path: Path) -> None:
+    directory = tmp_path / "closed"
+    shutil.copytree(two_sensors, directory)
+    with vantor.open(directory) as recording:
+        item = recording[0, 1]
+        frame = recording.frame(3)
+    recording.close()
+    assert item.samples[3].any()
+    np.testing.assert_array_equal(frame[0, 1].samples, item.samples[3])
+    assert len(recording) == 40
+    for use in (lambda: recording[0, 0], lambda: recording.frame(0), lambda: item.truth, recording.damage):
+        with pytest.raises(vantor.RecordingError, match="was closed: open it again"):
+            use()
+    del item, frame
+    assert str(directory) not in Path("/proc/self/maps").read_text()
 
 
 def test_a_gap_is_counted_where_it_is(with_gaps: Path) -> None:

@@ -57,6 +57,11 @@ class RecordedTruth:
                 self._fault = str(failure)
         self._starts = _Reader(files, self._path, self._text, _quick_key).starts
 
+    def close(self) -> None:
+        """Closes the file."""
+        if isinstance(self._text, mmap.mmap):
+            self._text.close()
+
     def find(self, frame: int, place: int) -> ItemTruth | None:
         """The truth of an item in a frame; None if it is unknown."""
         start = int(self._starts[frame, place])

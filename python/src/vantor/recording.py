@@ -3,17 +3,21 @@
 import math
 import os
 import warnings
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from dataclasses import dataclass, fields, replace
 from functools import cached_property
+from itertools import takewhile
+from operator import index
 from pathlib import Path
-from typing import Any
+from types import TracebackType
+from typing import Any, Self, SupportsIndex, overload
 
 import numpy as np
 import numpy.typing as npt
 
 from ._captures import Counts, Segment
 from ._frame_table import UNKNOWN, Rows
+from ._places import find_place, has_place
 from ._recorded_truth import RecordedTruth
 from ._recording_documents import RecordedServer
 from ._recording_files import ItemFiles, RecordingFiles
@@ -29,6 +33,7 @@ from .frame import (
     complex_samples,
     mean_level,
     places_of,
+    read_only,
     to_dbfs,
 )
 from .truth import ItemTruth
@@ -44,12 +49,15 @@ class RecordingWarning(UserWarning):
 
 @dataclass(frozen=True, slots=True, eq=False, repr=False)
 class RecordedItem:
-    """One item of a recording, or of a part of it: `item[100:200]` has 100 frames.
+    """One item of a recording, or of a part of it: `item[100:200]` has 100 frames, and so does `item[mask]`.
 
-    All arrays have a value or a row for each frame, and are read-only.
+    `item[3]` is the item in one frame, as in `recording.frame(3)`, and iterating gives it for all frames. All
+    arrays that are attributes have a value or a row for each frame, and are read-only; the others are new at
+    each access.
 
     Attributes:
         layout: of its frames.
+        numbers: of its frames in the recording, from 0.
         samples: as the sensor measured them: int16, shape (frames, sweeps, points, 2), in-phase part first,
             in LSB; memory-mapped, so that only what is used is read.
         ticks: the server's clock at the end of the measurement; continues with 0 after 2³² - 1.
@@ -61,11 +69,15 @@ class RecordedItem:
         calibration_needed: whether the temperature differs too much from that of the calibration.
         data_valid: False where the samples must not be used, which is only so with clear-channel assessment.
         cca_values: the assessment value of the channel; NaN where it is unknown.
-        missing: number of frames missing before each frame since the start of the recording; index + missing
-            counts all frames that were due.
+        cca_detected: with debug values of clear-channel assessment: whether the channel was busy; otherwise
+            False.
+        tx_enabled: with these values: whether the transmitter was on; otherwise False.
+        missing: number of frames missing before each frame since the start of the recording; numbers +
+            missing counts all frames that were due.
     """
 
     layout: ItemLayout
+    numbers: Counts
     samples: Samples
     ticks: npt.NDArray[np.uint32]
     times_s: Floats
@@ -75,7 +87,16 @@ class RecordedItem:
     calibration_needed: _Flags
     data_valid: _Flags
     cca_values: Floats
+    cca_detected: _Flags
+    tx_enabled: _Flags
     missing: Counts
+    _recording: "Recording"
+    _place: int
+
+    @property
+    def truth(self) -> tuple[ItemTruth | None, ...]:
+        """What the simulated sensor should have found in each frame; None where it is unknown."""
+        return self._recording._truth_of(self._place, self.numbers.tolist())
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
@@ -93,7 +114,7 @@ class RecordedItem:
 
     @property
     def level_dbfs(self) -> npt.NDArray[np.float32]:
-        """The level in dBFS: 0 dBFS is full scale, 32767 LSB; float32, shape (frames, points)."""
+        """The level in dBFS as in `Item.level_dbfs`: float32, shape (frames, points)."""
         return to_dbfs(self.level)
 
     @property
@@ -111,6 +132,10 @@ class RecordedItem:
         """Time of each sweep since the first one of its frame in seconds, shape (sweeps,)."""
         return self.layout.sweep_times_s
 
+    def __reduce__(self) -> tuple[Any, ...]:
+        """Copies and pickles as the recording and the numbers of the frames."""
+        return _item_again, (self._recording, self._place, self.numbers)
+
     def __repr__(self) -> str:
         layout = self.layout
         size = f"{layout.sweeps} x {layout.points} samples"
@@ -120,18 +145,57 @@ class RecordedItem:
         """Number of frames."""
         return len(self.ticks)
 
-    def __getitem__(self, frames: slice) -> "RecordedItem":
-        """The item in a part of the frames."""
-        return replace(self, **{name: getattr(self, name)[frames] for name in _array_names()})
+    def __iter__(self) -> Iterator[Item]:
+        """The item in each frame."""
+        return map(self.__getitem__, range(len(self)))
+
+    @overload
+    def __getitem__(self, frames: int | np.integer[Any]) -> Item: ...
+
+    @overload
+    def __getitem__(self, frames: "slice | _Selection") -> "RecordedItem": ...
+
+    def __getitem__(self, frames: "int | np.integer[Any] | slice | _Selection") -> "Item | RecordedItem":
+        """The item in one frame; or in some of them, by a slice, a mask or an array of indices."""
+        if isinstance(frames, (int, np.integer)):
+            return self._recording._item_of_frame(self._place, int(self.numbers[frames]))
+        selection = frames if isinstance(frames, slice) else _require_selection(frames)
+        parts = {name: read_only(getattr(self, name)[selection]) for name in _array_names()}
+        return replace(self, **parts)
+
+
+_Selection = npt.NDArray[np.bool_] | npt.NDArray[np.integer[Any]] | list[bool] | list[int] | range
+
+
+def _require_selection(frames: object) -> npt.NDArray[Any]:
+    """A mask or indices of frames as an array; raises TypeError for anything else."""
+    found = np.asarray(frames) if isinstance(frames, (np.ndarray, list, range)) else np.zeros(())
+    if found.size == 0 and found.ndim == 1:
+        return found.astype(np.bool_ if found.dtype == np.bool_ else np.intp)
+    if found.ndim != 1 or found.dtype.kind not in "bui":
+        raise TypeError(f"Frames are a whole number, a slice, a mask or a list of numbers, not {frames!r}.")
+    return found
+
+
+def _item_again(recording: "Recording", place: int, numbers: Counts) -> RecordedItem:
+    """The part of an item with these frames; those in a row stay memory-mapped."""
+    layout = recording.layouts[place]
+    item = recording[layout.group, layout.index]
+    begin = int(numbers[0]) if len(numbers) else 0
+    row = np.arange(begin, begin + len(numbers))
+    return item[begin : begin + len(numbers)] if np.array_equal(numbers, row) else item[numbers]
 
 
 def _array_names() -> list[str]:
     """The members of an item that have a value or a row for each frame."""
-    return [field.name for field in fields(RecordedItem) if field.name != "layout"]
+    others = ("layout", "_recording", "_place")
+    return [field.name for field in fields(RecordedItem) if field.name not in others]
 
 
 class Recording:
     """The frames of a session in files. `recording[group, index]` is an item, both from 0.
+
+    Iterating gives the frames. `(group, index) in recording` is whether there is such an item.
 
     Attributes:
         layouts: the layouts of all items, in the order of the configuration.
@@ -148,13 +212,14 @@ class Recording:
         Raises:
             RecordingError: the recording cannot be read.
         """
-        self._files = RecordingFiles(Path(path))
+        self._files = RecordingFiles(Path(path).absolute())
         self._warn()
         for item in self._files.items:
             if item.size is None or item.table is None:
                 raise RecordingError(item.faults[0])
         self.layouts = tuple(item.item.layout for item in self._files.items)
-        self._samples = [_map_samples(item, len(self)) for item in self._files.items]
+        samples = [_map_samples(item, len(self)) for item in self._files.items]
+        self._samples: list[Samples] | None = samples
         self._places = places_of(self.layouts)
 
     @property
@@ -228,28 +293,74 @@ class Recording:
 
     def damage(self) -> tuple[str, ...]:
         """What is damaged: what `vantor info` lists; empty if nothing is. Reads the whole recording."""
+        self._open_samples()
         return tuple(self._files.all_faults(self._truth.faults()))
+
+    def close(self) -> None:
+        """Closes the files. Arrays, items and frames that you have stay valid, without the truth of items."""
+        if self._samples is not None:
+            self._samples = None
+            if "_truth" in vars(self):
+                self._truth.close()
+
+    def __enter__(self) -> Self:
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, failure: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        self.close()
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        """Copies and pickles as the path: it is opened again where it is used."""
+        return Recording, (self.directory,)
 
     def truth(self, group: int, index: int) -> tuple[ItemTruth | None, ...]:
         """What the simulated sensor of an item should have found in each frame; None where it is unknown."""
-        place = self._place((group, index))
-        return tuple(self._truth.find(number, place) for number in range(len(self)))
+        place = find_place(self._places, (group, index), "recording")
+        return self._truth_of(place, range(len(self)))
 
-    def frames(self, start: int = 0, stop: int | None = None) -> Iterator[Frame]:
-        """The frames from one number up to another, in their order, as a session gives them."""
-        for number in range(len(self))[start:stop]:
-            yield self.frame(number)
+    def frames(
+        self,
+        start: int = 0,
+        stop: int | None = None,
+        *,
+        count: int | None = None,
+        seconds: float | None = None,
+    ) -> Iterator[Frame]:
+        """The frames from one number up to another, in their order, as a session gives them.
 
-    def frame(self, number: int) -> Frame:
-        """The frame of a number, from 0."""
-        number = range(len(self))[number]
+        Args:
+            start: number of the first one.
+            stop: number after that of the last one; None for all.
+            count: how many frames at most; None for no limit.
+            seconds: how long from the first one, by the server's clock; None for no limit.
+        """
+        if count is not None and count < 0 or seconds is not None and not seconds >= 0.0:
+            raise ValueError("count and seconds must not be negative.")
+        numbers = range(len(self))[start:stop][:count]
+        frames = map(self.frame, numbers)
+        if seconds is None or not numbers:
+            return frames
+        end = float(self._times(0)[numbers[0]]) + seconds
+        return takewhile(lambda frame: frame.time < end, frames)
+
+    def frame(self, number: SupportsIndex) -> Frame:
+        """The frame of a number, from 0; of a negative one, counted from the end."""
+        number = self._frame_number(number)
         missing = int(self.missing[number])
         before = int(self.missing[number - 1]) if number > 0 else 0
-        items = tuple(self._item_of_frame(place, number) for place in range(len(self._samples)))
+        items = tuple(self._item_of_frame(place, number) for place in range(len(self.layouts)))
         return Frame(number, items, missing, max(0, missing - before), self._places)
 
     def __iter__(self) -> Iterator[Frame]:
         return self.frames()
+
+    def __reversed__(self) -> Iterator[Frame]:
+        return map(self.frame, reversed(range(len(self))))
+
+    def __contains__(self, place: object) -> bool:
+        return has_place(self._places, place)
 
     def __repr__(self) -> str:
         return f"<Recording {self.directory}: {len(self)} frames of {len(self.layouts)} items>"
@@ -259,7 +370,7 @@ class Recording:
         return self._files.frames
 
     def __getitem__(self, place: tuple[int, int]) -> RecordedItem:
-        return self._recorded_item(self._place(place))
+        return self._recorded_item(find_place(self._places, place, "recording"))
 
     def _warn(self) -> None:
         """Warns of damage that is visible without reading all samples."""
@@ -273,13 +384,13 @@ class Recording:
             return
         warnings.warn(f"{self.directory} {text}", RecordingWarning, stacklevel=4)
 
-    def _place(self, place: tuple[int, int]) -> int:
-        """The place of an item in the list of items."""
+    def _frame_number(self, number: SupportsIndex) -> int:
+        """The number of a frame from 0; raises IndexError if there is none."""
         try:
-            return self._places[place]
-        except KeyError:
-            known = ", ".join(f"[{group}, {index}]" for group, index in self._places)
-            raise IndexError(f"The recording has no item {place}; it has {known or 'none'}.") from None
+            return range(len(self))[number]
+        except IndexError:
+            numbers = f"its frames are 0 to {len(self) - 1}" if len(self) else "it has no frames"
+            raise IndexError(f"The recording has no frame {index(number)}; {numbers}.") from None
 
     def _rows(self, place: int) -> Rows:
         return self._files.items[place].rows[: len(self)]
@@ -295,22 +406,35 @@ class Recording:
 
     def _recorded_item(self, place: int) -> RecordedItem:
         rows = self._rows(place)
-        item = RecordedItem(
+        return RecordedItem(
             layout=self.layouts[place],
-            samples=self._samples[place],
-            ticks=rows["tick"],
-            times_s=self._times(place),
-            temperatures=rows["temperature"],
-            data_saturated=rows["data_saturated"] == 1,
-            frame_delayed=rows["frame_delayed"] == 1,
-            calibration_needed=rows["calibration_needed"] == 1,
-            data_valid=rows["data_valid"] != 0,
-            cca_values=rows["cca_value"],
+            numbers=read_only(np.arange(len(self))),
+            samples=self._open_samples()[place],
+            ticks=read_only(rows["tick"]),
+            times_s=read_only(self._times(place)),
+            temperatures=read_only(rows["temperature"]),
+            data_saturated=read_only(rows["data_saturated"] == 1),
+            frame_delayed=read_only(rows["frame_delayed"] == 1),
+            calibration_needed=read_only(rows["calibration_needed"] == 1),
+            data_valid=read_only(rows["data_valid"] != 0),
+            cca_values=read_only(rows["cca_value"]),
+            cca_detected=read_only(rows["cca_detected"] == 1),
+            tx_enabled=read_only(rows["tx_enabled"] == 1),
             missing=self.missing,
+            _recording=self,
+            _place=place,
         )
-        for name in _array_names():
-            getattr(item, name).flags.writeable = False
-        return item
+
+    def _truth_of(self, place: int, numbers: Iterable[int]) -> tuple[ItemTruth | None, ...]:
+        """The truth of an item in some frames."""
+        self._open_samples()
+        return tuple(self._truth.find(number, place) for number in numbers)
+
+    def _open_samples(self) -> list[Samples]:
+        """The samples of all items; raises RecordingError after close()."""
+        if self._samples is None:
+            raise RecordingError(f"{self.directory} was closed: open it again.")
+        return self._samples
 
     @cached_property
     def _truth(self) -> RecordedTruth:
@@ -319,7 +443,7 @@ class Recording:
     @cached_property
     def _readings(self) -> list[tuple[list[Any], ...]]:
         """Per item: time, tick, temperature, flags and channel value of each frame."""
-        return [self._columns(place) for place in range(len(self._samples))]
+        return [self._columns(place) for place in range(len(self.layouts))]
 
     def _columns(self, place: int) -> tuple[list[Any], ...]:
         rows = self._rows(place)
@@ -339,7 +463,7 @@ class Recording:
         times, ticks, temperatures, flags, channel = self._readings[place]
         return Item(
             layout=self.layouts[place],
-            samples=self._samples[place][number],
+            samples=self._open_samples()[place][number],
             tick=ticks[number],
             time=times[number],
             temperature=temperatures[number],
