@@ -1,6 +1,7 @@
 """The package finds in configuration documents what the C++ host finds."""
 
 import json
+import math
 import os
 import re
 from dataclasses import asdict
@@ -117,6 +118,67 @@ def test_plan_of_an_item() -> None:
     for part in item.subsweeps:
         distances = item.distances_m[part.offset : part.offset + part.length]
         np.testing.assert_allclose(distances, np.linspace(part.first_m, part.last_m, part.length))
+
+
+def with_numpy(value: Any) -> Any:
+    """A document in which numbers and lists of numbers are those of NumPy."""
+    if isinstance(value, dict):
+        return {name: with_numpy(member) for name, member in value.items()}
+    if isinstance(value, list):
+        return np.array(value) if value and all(type(each) is int for each in value) else [*map(with_numpy, value)]
+    kinds: dict[type, type] = {bool: np.bool_, int: np.int64, float: np.float64}
+    return kinds[type(value)](value) if type(value) in kinds and abs(value) < 2**63 else value
+
+
+def test_numbers_of_numpy_are_numbers() -> None:
+    maker = DocumentMaker(seed=8)
+    for document in [maker.document() for _ in range(100)]:
+        assert vantor.validate(with_numpy(document)) == vantor.validate(document), document
+    document = vantor.load_configuration(EXAMPLES / "two_sensors.json")
+    assert vantor.plan(with_numpy(document)) == vantor.plan(document)
+    config = {"num_points": np.uint16(20), "sweep_rate": np.float32(1000.5), "enable_tx": np.True_}
+    document = {"update_rate": np.array(10.5), "groups": (({"sensor_id": np.int8(1), "config": config},),)}
+    assert vantor.validate(document) == ()
+    with vantor.connect("sim:--clock virtual") as server, server.session(document) as session:
+        assert session.items[0].points == 20
+        assert session.configuration["groups"][0][0]["config"] == {
+            "num_points": 20, "sweep_rate": 1000.5, "enable_tx": True,
+        }  # fmt: skip
+
+
+def test_values_that_are_not_json_are_faults_with_a_place() -> None:
+    config = {"hwaas": {1, 2}, "sweep_rate": math.nan, "subsweeps": np.array([1.0, math.inf]), "prf": 1j}
+    document: dict[Any, Any] = {"groups": [[{"sensor_id": 1, "config": config}]], "update_rate": -math.inf, (1,): 2}
+    faults = vantor.validate(document)
+    place = "/groups/0/0/config"
+    assert [(fault.pointer, fault.got) for fault in faults] == [
+        (f"{place}/hwaas", "a value of type set"),
+        (f"{place}/sweep_rate", "nan"),
+        (f"{place}/subsweeps/1", "inf"),
+        (f"{place}/prf", "a value of type complex"),
+        ("/update_rate", "-inf"),
+        ("", "a name of type tuple"),
+    ]
+    assert vantor.validate(document, most=2) == faults[:2]
+    with pytest.raises(vantor.ConfigurationError, match=f"written as JSON:\n{place}/hwaas: got a value") as failure:
+        vantor.plan(document)
+    assert failure.value.faults == faults
+    with vantor.connect("sim:") as server, pytest.raises(vantor.ConfigurationError) as failure:
+        server.session(document)
+    assert failure.value.faults == faults
+    document = {}
+    document["groups"] = [document]
+    with pytest.raises(vantor.ConfigurationError, match="Circular reference"):
+        vantor.validate(document)
+
+
+def test_the_path_of_a_file_is_accepted() -> None:
+    path = EXAMPLES / "two_sensors.json"
+    document = vantor.load_configuration(path)
+    assert vantor.validate(path) == vantor.validate(str(path)) == ()
+    assert vantor.plan(str(path)) == vantor.plan(path) == vantor.plan(document)
+    with pytest.raises(vantor.ConfigurationError, match="Cannot read no.json: check that the file exists"):
+        vantor.validate("no.json")
 
 
 TEXTS: list[bytes] = [

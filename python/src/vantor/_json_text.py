@@ -49,18 +49,6 @@ def parse(text: bytes, name: str) -> Any:
     return document
 
 
-def copy(document: object) -> Any:
-    """Returns a document as it arrives at a server: lists for tuples, text for keys.
-
-    Raises ConfigurationError if it is not JSON.
-    """
-    try:
-        text = json.dumps(document, allow_nan=False)
-    except (TypeError, ValueError, RecursionError) as fault:
-        raise ConfigurationError(f"The configuration cannot be written as JSON: {fault}.") from None
-    return parse(text.encode(), "The configuration")
-
-
 def dump(value: Any) -> str:
     """Writes a value on one line, members in the order of their names."""
     if isinstance(value, float):

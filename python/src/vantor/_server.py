@@ -10,8 +10,8 @@ from typing import Any, Self
 
 from ._address import SimulatorAddress, parse_address
 from ._conversation import Conversation, Timeouts, server_log_level
-from ._json_text import copy
 from ._links import Link, open_link
+from ._plain_values import copy
 from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations, load_calibrations

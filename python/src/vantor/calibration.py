@@ -11,7 +11,7 @@ from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
-from ._json_text import copy
+from ._plain_values import copy
 from .configuration import load_configuration, validate
 from .errors import ConfigurationError
 
