@@ -3,6 +3,7 @@
 import os
 import signal
 import subprocess
+import sys
 
 # Ends a test that hangs. No test depends on the speed of the machine.
 TIME_OUT = 300.0
@@ -29,6 +30,14 @@ class RunningServer:
         """Sends a signal."""
         if self._process.poll() is None:
             self._process.send_signal(number)
+
+
+def check_types(cache, *arguments):
+    """mypy --strict on programs that use the installed package, or on a package; returns what it prints."""
+    command = ["/usr/bin/mypy", "--strict", "--cache-dir", cache, "--python-executable", sys.executable, *arguments]
+    checked = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=TIME_OUT)
+    assert checked.returncode == 0, checked.stdout
+    return checked.stdout
 
 
 def campaign(whole, sample):

@@ -7,7 +7,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from processes import RunningServer
+from processes import RunningServer, check_types
 from recordings import EXAMPLES, make_recording
 
 DOCUMENT = (EXAMPLES.parent / "docs" / "python.md").read_text(encoding="utf-8")
@@ -41,6 +41,13 @@ def test_program(program: str, expected: str, directory: Path, port: str) -> Non
     assert outcome.returncode == 0, outcome.stderr
     if expected:
         assert outcome.stdout == expected
+
+
+def test_mypy_accepts_the_programs_strictly(tmp_path: Path) -> None:
+    files = [tmp_path / f"program_{number}.py" for number in range(len(PROGRAMS))]
+    for file, (program, _) in zip(files, PROGRAMS, strict=True):
+        file.write_text(program)
+    check_types(tmp_path, *files)
 
 
 def test_the_document_has_programs() -> None:

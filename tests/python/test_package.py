@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 import pytest
+from processes import check_types
 
 import vantor
 
@@ -39,12 +40,9 @@ with vantor.connect("sim:") as server, server.session({}) as session:
         reveal_type(item.iq)
         reveal_type(frame.lost_before)
 ''')
-    checked = run("/usr/bin/mypy", "--strict", "--cache-dir", tmp_path, "--python-executable", sys.executable,
-                  "--package", "vantor")
-    assert checked.returncode == 0, checked.stdout
-    used = run("/usr/bin/mypy", "--strict", "--cache-dir", tmp_path, "--python-executable", sys.executable, program)
-    assert used.returncode == 0, used.stdout
-    assert "complexfloating" in used.stdout and '"builtins.int"' in used.stdout, used.stdout
+    check_types(tmp_path, "--package", "vantor")
+    used = check_types(tmp_path, program)
+    assert "complexfloating" in used and '"builtins.int"' in used, used
 
 
 def test_is_imported_quickly():

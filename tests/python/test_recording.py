@@ -319,6 +319,7 @@ def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path:
         lambda lines: [lines[0], lines[1].replace('"targets":[', '"targets":[[],'), *lines[2:]],
         lambda lines: [lines[0], lines[1].replace('"targets":', '"targets":1,"others":'), *lines[2:]],
         lambda lines: [lines[0], lines[1].replace('"target":', '"target":7000'), *lines[2:]],
+        lambda lines: [lines[0], lines[1].replace('"target":', '"body":65536,"target":'), *lines[2:]],
         lambda lines: [lines[0], re.sub(r'"targets":\[({.*})\]', r'"targets":[\1,\1]', lines[1]), *lines[2:]],
     ],
 )
@@ -330,6 +331,37 @@ def test_damage_of_the_truth_is_described_as_by_the_command(
     lines = (changed / "truth.jsonl").read_text().splitlines()
     (changed / "truth.jsonl").write_text("".join(line + "\n" for line in change(lines)))
     assert list(vantor.open(changed).damage()) == reported_damage(changed)["damage"] != []
+
+
+def test_truth_as_arrays(tmp_path: Path) -> None:
+    scene = {
+        "targets": [
+            {"distance_m": 0.6, "strength_m2": 1, "velocity_m_s": 0.5},
+            {"distance_m": 1.1, "strength_m2": 1, "enter_s": 0.1, "leave_s": 0.3},
+        ],
+        "bodies": [{"kind": "fan", "distance_m": 1.5, "rate_per_min": 60}],
+    }
+    file = tmp_path / "scene.json"
+    file.write_text(json.dumps(scene))
+    configuration = EXAMPLES / "single_sensor.json"
+    recording = vantor.open(make_recording(tmp_path / "made", configuration, 10, f"--scene {file}"))
+    truth = recording.truth(0, 0)
+    times_s = np.array([entry.time_s for entry in truth if entry is not None])
+    moving = truth.target(0)
+    np.testing.assert_allclose(moving.distance_m, 0.6 + 0.5 * times_s, atol=0.005)
+    np.testing.assert_allclose(moving.velocity_m_s, 0.5)
+    entry = truth[9]
+    assert entry is not None
+    assert moving.snr_db[9] == entry.targets[0].snr_db
+    passing = truth.target(1)
+    np.testing.assert_array_equal(np.isfinite(passing.distance_m), (times_s > 0.09) & (times_s < 0.29))
+    strongest = [max(entry.targets[-3:], key=lambda each: each.amplitude) for entry in truth if entry is not None]
+    assert {each.body for each in strongest} == {1}
+    np.testing.assert_array_equal(truth.body(1).distance_m, [each.distance_m for each in strongest])
+    assert np.isnan(truth.target(70).distance_m).all()
+    assert recording[0, 0][3:].truth.target(0).amplitude.tolist() == moving.amplitude[3:].tolist()
+    unknown = vantor.TruthOfFrames((None, truth[1]))
+    np.testing.assert_array_equal(unknown.target(0).distance_m, [np.nan, moving.distance_m[1]])
 
 
 def test_a_recording_without_truth(two_sensors: Path, tmp_path: Path) -> None:

@@ -21,7 +21,7 @@ from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
 from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment
 from .recording import open as open  # not in __all__: a star import must not replace the built-in one
 from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
-from .truth import ItemTruth, TargetTruth
+from .truth import ItemTruth, TargetTrack, TargetTruth, TruthOfFrames
 
 __all__ = [
     "FULL_SCALE",
@@ -57,8 +57,10 @@ __all__ = [
     "StackUse",
     "Subsweep",
     "SubsweepPlan",
+    "TargetTrack",
     "TargetTruth",
     "Timeouts",
+    "TruthOfFrames",
     "add_calibrations",
     "connect",
     "load_calibrations",

@@ -36,7 +36,7 @@ from .frame import (
     read_only,
     to_dbfs,
 )
-from .truth import ItemTruth
+from .truth import TruthOfFrames
 
 __all__ = ["RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment"]
 
@@ -94,7 +94,7 @@ class RecordedItem:
     _place: int
 
     @property
-    def truth(self) -> tuple[ItemTruth | None, ...]:
+    def truth(self) -> TruthOfFrames:
         """What the simulated sensor should have found in each frame; None where it is unknown."""
         return self._recording._truth_of(self._place, self.numbers.tolist())
 
@@ -315,7 +315,7 @@ class Recording:
         """Copies and pickles as the path: it is opened again where it is used."""
         return Recording, (self.directory,)
 
-    def truth(self, group: int, index: int) -> tuple[ItemTruth | None, ...]:
+    def truth(self, group: int, index: int) -> TruthOfFrames:
         """What the simulated sensor of an item should have found in each frame; None where it is unknown."""
         place = find_place(self._places, (group, index), "recording")
         return self._truth_of(place, range(len(self)))
@@ -425,10 +425,10 @@ class Recording:
             _place=place,
         )
 
-    def _truth_of(self, place: int, numbers: Iterable[int]) -> tuple[ItemTruth | None, ...]:
+    def _truth_of(self, place: int, numbers: Iterable[int]) -> TruthOfFrames:
         """The truth of an item in some frames."""
         self._open_samples()
-        return tuple(self._truth.find(number, place) for number in numbers)
+        return TruthOfFrames(self._truth.find(number, place) for number in numbers)
 
     def _open_samples(self) -> list[Samples]:
         """The samples of all items; raises RecordingError after close()."""

@@ -1,14 +1,20 @@
 """The truth of simulated sensors: what they should have found in a frame."""
 
 import math
+from collections.abc import Callable
 from contextlib import suppress
-from dataclasses import dataclass
+from dataclasses import dataclass, fields
+
+import numpy as np
+import numpy.typing as npt
 
 from . import _members
 from .errors import ProtocolError
 
 #: Most targets that a scene has.
 _MOST_TARGETS = 64
+
+_Floats = npt.NDArray[np.float64]
 
 
 @dataclass(frozen=True, slots=True)
@@ -22,6 +28,7 @@ class TargetTruth:
         amplitude: of its echo without noise and clipping, in LSB; 0 without a transmitter.
         phase_rad: of the sample at the peak of its echo, -π to π.
         snr_db: power of the peak over that of the noise; None without an echo.
+        body: targets with the same number are one thing; 0 if it is one on its own.
     """
 
     target: int
@@ -30,6 +37,7 @@ class TargetTruth:
     amplitude: float
     phase_rad: float
     snr_db: float | None
+    body: int = 0
 
 
 @dataclass(frozen=True, slots=True)
@@ -53,6 +61,49 @@ class ItemTruth:
     noise_power: float
     interference: float
     targets: tuple[TargetTruth, ...]
+
+
+@dataclass(frozen=True, slots=True, eq=False)
+class TargetTrack:
+    """A target in all frames: arrays of shape (frames,), NaN where the target or the truth is not there.
+
+    Attributes:
+        distance_m, velocity_m_s, amplitude, phase_rad, snr_db: as of `TargetTruth`.
+    """
+
+    distance_m: _Floats
+    velocity_m_s: _Floats
+    amplitude: _Floats
+    phase_rad: _Floats
+    snr_db: _Floats
+
+
+class TruthOfFrames(tuple[ItemTruth | None, ...]):
+    """What one sensor should have found, in each frame; None where it is unknown."""
+
+    __slots__ = ()
+
+    def target(self, number: int) -> TargetTrack:
+        """A target by its index in the list of the scene, from 0."""
+        return self._track(lambda target: target.target == number)
+
+    def body(self, number: int) -> TargetTrack:
+        """The target of a body that has the strongest echo, by the number of the body, from 1."""
+        return self._track(lambda target: target.body == number)
+
+    def _track(self, is_wanted: Callable[[TargetTruth], bool]) -> TargetTrack:
+        """The strongest one of some targets in each frame."""
+        found = [_strongest(entry, is_wanted) for entry in self]
+        names = [field.name for field in fields(TargetTrack)]
+        values = {name: [getattr(target, name, None) for target in found] for name in names}
+        # None becomes NaN.
+        return TargetTrack(**{name: np.array(column, np.float64) for name, column in values.items()})
+
+
+def _strongest(entry: ItemTruth | None, is_wanted: Callable[[TargetTruth], bool]) -> TargetTruth | None:
+    """The one of some targets that has the strongest echo; None if there is none."""
+    targets = [] if entry is None else [target for target in entry.targets if is_wanted(target)]
+    return max(targets, key=lambda target: target.amplitude) if targets else None
 
 
 def decode_truth(members: object) -> ItemTruth:
@@ -85,13 +136,19 @@ def _decode_targets(documents: object) -> tuple[TargetTruth, ...]:
 
 def _decode_target(members: object) -> TargetTruth:
     return TargetTruth(
-        target=_whole(members, "target", (0, 65535)),
+        target=_whole(members, "target", _members.UINT16),
+        body=_whole(members, "body", _members.UINT16) if _has(members, "body") else 0,
         distance_m=_finite(members, "distance_m"),
         velocity_m_s=_finite(members, "velocity_m_s"),
         amplitude=_finite(members, "amplitude"),
         phase_rad=_finite(members, "phase_rad"),
         snr_db=_optional_finite(members, "snr_db"),
     )
+
+
+def _has(members: object, name: str) -> bool:
+    """Whether there is a member."""
+    return isinstance(members, dict) and name in members
 
 
 def _required(members: object, name: str) -> object:
