@@ -3,6 +3,7 @@
 import sys
 
 import numpy as np
+import numpy.typing as npt
 import vantor
 
 CONFIGURATION = {
@@ -11,13 +12,13 @@ CONFIGURATION = {
 }
 
 
-def strongest_rate(signal: np.ndarray, sample_rate: float, lowest: float, highest: float) -> float:
+def strongest_rate(signal: npt.NDArray[np.float64], sample_rate: float, lowest: float, highest: float) -> float:
     """The rate per minute, between two of them, with the strongest line in the spectrum of a signal."""
     size = 8 * len(signal)
     spectrum = abs(np.fft.rfft((signal - signal.mean()) * np.hanning(len(signal)), size))
     rates = 60.0 * np.fft.rfftfreq(size, 1.0 / sample_rate)
     spectrum[(rates < lowest) | (rates > highest)] = 0.0
-    return rates[spectrum.argmax()]
+    return float(rates[spectrum.argmax()])
 
 
 def main(address: str = "sim:--clock virtual --scene breathing_person", seconds: str = "60") -> None:

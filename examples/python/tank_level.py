@@ -3,6 +3,7 @@
 import sys
 
 import numpy as np
+import numpy.typing as npt
 import vantor
 
 TOP_M, BOTTOM_M = 0.35, 1.9  # an edge at 0.3 m reflects, too
@@ -14,12 +15,12 @@ CONFIGURATION = {
 }
 
 
-def peak_distance(distances_m: np.ndarray, level: np.ndarray) -> float:
+def peak_distance(distances_m: npt.NDArray[np.float64], level: npt.NDArray[np.float32]) -> float:
     """The distance of the highest level: of the parabola through the three points there."""
     peak = min(max(int(level.argmax()), 1), len(level) - 2)
     before, at, after = np.log(level[peak - 1 : peak + 2] + 1.0)
     shift = 0.5 * (before - after) / (before - 2.0 * at + after)
-    return distances_m[peak] + shift * (distances_m[1] - distances_m[0])
+    return float(distances_m[peak] + shift * (distances_m[1] - distances_m[0]))
 
 
 def main(address: str = "sim:--clock virtual --scene tank_level", seconds: str = "30") -> None:
