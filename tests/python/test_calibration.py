@@ -66,7 +66,31 @@ def test_a_pipe_is_refused(tmp_path: Path) -> None:
         vantor.load_calibrations(file)
 
 
-def test_impossible_calibrations_are_not_saved(tmp_path: Path) -> None:
-    with pytest.raises(vantor.ConfigurationError):
-        vantor.save_calibrations(tmp_path / "calibration.json", [vantor.Calibration(1, 0, "0g" * 240)])
+@pytest.mark.parametrize(
+    ("calibrations", "message"),
+    [
+        ([], "There are no calibrations to write to .*/calibration.json"),
+        (
+            [FIRST, vantor.Calibration(2, 0, "0g" * 240)],
+            "calibrations for .*/calibration.json are not valid:\n/calibration_info/1/data: got .*; allowed:",
+        ),
+        ([FIRST, FIRST], "calibrations for .*/calibration.json contains two calibrations of sensor 1; remove"),
+    ],
+)
+def test_impossible_calibrations_are_not_saved(
+    calibrations: list[vantor.Calibration], message: str, tmp_path: Path
+) -> None:
+    with pytest.raises(vantor.ConfigurationError, match=message):
+        vantor.save_calibrations(tmp_path / "calibration.json", calibrations)
     assert list(tmp_path.iterdir()) == []
+
+
+def test_errors_name_the_file_of_the_user(tmp_path: Path) -> None:
+    file = tmp_path / "none" / "calibration.json"
+    with pytest.raises(FileNotFoundError) as failure:
+        vantor.save_calibrations(file, [FIRST])
+    assert failure.value.filename == str(file)
+    with pytest.raises(IsADirectoryError) as other:
+        vantor.save_calibrations(tmp_path, [FIRST])
+    assert (other.value.filename, other.value.filename2) == (str(tmp_path), None)
+    assert list(tmp_path.parent.glob("*.new")) == []

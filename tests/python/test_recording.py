@@ -464,6 +464,10 @@ def test_what_is_not_a_recording(tmp_path: Path) -> None:
     for place, message in [
         (tmp_path / "none", "does not exist: give the directory of a recording"),
         (tmp_path, "Cannot read .*session.sigmf-collection: give the directory of a recording"),
+        (
+            EXAMPLES / "two_sensors.json",
+            "two_sensors.json is not a file of a recording: .* configuration, use vantor.load_configuration",
+        ),
     ]:
         with pytest.raises(vantor.RecordingError, match=message):
             vantor.open(place)

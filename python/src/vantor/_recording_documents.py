@@ -128,7 +128,7 @@ def read_documents(place: Path) -> RecordingDocuments:
     Raises RecordingError if there is no recording, or none of its documents describes the session.
     """
     directory = _recording_directory(place)
-    _require_recording(directory)
+    _require_recording(place, directory)
     documents, confirmed = _read_session_twice(directory)
     originals = [item for group in documents.session.configuration.get("groups", []) for item in group]
     for layout, original in zip(documents.session.metadata.layouts, originals, strict=True):
@@ -160,8 +160,8 @@ def _recording_directory(place: Path) -> Path:
     return place if place.is_dir() else place.parent
 
 
-def _require_recording(directory: Path) -> None:
-    """Raises RecordingError if a directory does not have the documents of a recording."""
+def _require_recording(place: Path, directory: Path) -> None:
+    """Raises RecordingError if the directory of a place does not have the documents of a recording."""
     collection = directory / COLLECTION_NAME
     if collection.exists() or (directory / f"{_FIRST_ITEM}.sigmf-meta").exists():
         return
@@ -171,9 +171,12 @@ def _require_recording(directory: Path) -> None:
             f"Nothing was recorded in {directory}: the program was ended while it created the files. Remove "
             "the directory."
         )
-    raise RecordingError(
-        f'Cannot read {collection}: give the directory of a recording, as printed by "vantor record".'
-    )
+    advice = 'give the directory of a recording, as printed by "vantor record".'
+    if place.suffix == ".json":
+        advice += " To read a configuration, use vantor.load_configuration()."
+    if place != directory:
+        raise RecordingError(f"{place} is not a file of a recording: {advice}")
+    raise RecordingError(f"Cannot read {collection}: {advice}")
 
 
 def _read_text(path: Path) -> bytes:

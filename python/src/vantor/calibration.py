@@ -39,13 +39,20 @@ def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calib
         ConfigurationError: no session can use these calibrations.
         OSError: the file cannot be written.
     """
-    document = {"calibration_info": [asdict(entry) for entry in calibrations]}
-    _require_calibrations(document, "The list of calibrations")
     file = Path(path)
+    document = {"calibration_info": [asdict(entry) for entry in calibrations]}
+    if not document["calibration_info"]:
+        raise ConfigurationError(f"There are no calibrations to write to {file}.")
+    faults = validate(document)
+    if faults:
+        raise ConfigurationError(f"The calibrations for {file} are not valid:\n{faults[0]}", faults)
+    _refuse_repetition(document, f"The list of calibrations for {file}")
     written = file.with_name(f"{file.name}.{os.getpid()}.new")
     try:
         written.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
         written.replace(file)
+    except OSError as failure:
+        raise OSError(failure.errno, failure.strerror, str(file)) from None
     finally:
         written.unlink(missing_ok=True)
 
@@ -93,6 +100,11 @@ def _require_calibrations(document: dict[str, Any], name: str) -> None:
     """Raises ConfigurationError if a document has no calibrations of the right form, or two of a sensor."""
     if "calibration_info" not in document or validate(document):
         raise ConfigurationError(f'{name} is not a calibration file; make one with "vantor calibrate".')
+    _refuse_repetition(document, name)
+
+
+def _refuse_repetition(document: dict[str, Any], name: str) -> None:
+    """Raises ConfigurationError if a document has two calibrations of a sensor."""
     seen = set()
     for entry in document["calibration_info"]:
         if entry["sensor_id"] in seen:
