@@ -81,6 +81,35 @@ def test_returns_the_memory_of_the_truth():
         assert file.st_blocks * 512 < 2.5 * 2**20
 
 
+def test_leaves_other_files_alone_after_it_was_closed(tmp_path):
+    content = b"A" * 4 * 2**20
+    (tmp_path / "other").write_bytes(content)
+    with open(tmp_path / "other", "r+b", buffering=0) as other:
+        with connect() as server:
+            session = server.session(item(num_points=1))
+            frames = session.frames()
+            next(frames)
+            # Frames that arrive before this answer are kept for the loop.
+            server.stats()
+            truth = server._truth
+            number = truth._descriptor
+        # Another file gets the number of the truth file.
+        os.dup2(other.fileno(), number)
+        try:
+            with pytest.raises(vantor.ConnectionLost, match="it was closed"):
+                list(frames)
+            with pytest.raises(vantor.ConnectionLost, match="it was closed"):
+                session.single_frame()
+            session.end()
+            truth.begin_session([1])
+            assert truth.find(1, 0) is None
+            assert (tmp_path / "other").read_bytes() == content
+            truth.close()
+            assert os.path.sameopenfile(number, other.fileno())
+        finally:
+            os.close(number)
+
+
 def test_has_no_truth_of_other_servers(tmp_path):
     with RunningServer("--tcp", "0", "--clock", "virtual") as running, connect(running.address) as server:
         assert server.session(item()).single_frame().truth == (None,)

@@ -139,6 +139,10 @@ class Conversation:
         if link is not None:
             link.close()
 
+    def check_open(self) -> None:
+        """Raises ConnectionLost if the link was closed."""
+        self._open_link()
+
     @property
     def idle(self) -> bool:
         """Whether the server certainly has no session."""

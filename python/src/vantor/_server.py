@@ -180,8 +180,11 @@ class Server:
         finally:
             _open_servers.discard(self)
             self._conversation.close()
-            if self._truth is not None:
-                self._truth.close()
+            if self._session is not None:
+                self._session._note_end()
+            truth, self._truth = self._truth, None
+            if truth is not None:
+                truth.close()
 
     def __enter__(self) -> Self:
         return self

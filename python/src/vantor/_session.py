@@ -177,6 +177,7 @@ class Session:
 
     def _make_ready(self) -> None:
         """Brings the server into the state in which it accepts `start`."""
+        self._conversation.check_open()
         if self._ended:
             raise Error("The session has ended: begin another one with server.session().")
         if self._conversation.torn or not self._set_up:
@@ -250,6 +251,7 @@ class Session:
         """The next frame of the stream; None if none arrives until a deadline."""
         while True:
             if self._stream is not stream:
+                self._conversation.check_open()
                 raise Error("Another stream was started, or the session has ended, during this stream.")
             try:
                 message = self._next_message(stream, limit, deadline)

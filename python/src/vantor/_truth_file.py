@@ -23,6 +23,9 @@ _MOST_KEPT_ROWS = 4096
 #: Memory is returned in parts of this size.
 _FORGOTTEN_PART = 2**20
 
+#: Stands for the descriptor of a file that is closed.
+_CLOSED = -1
+
 _FALLOC_FL_KEEP_SIZE = 1
 _FALLOC_FL_PUNCH_HOLE = 2
 
@@ -46,7 +49,8 @@ class TruthFile:
         self._rows: dict[int, deque[ItemTruth]] = {}
 
     def close(self) -> None:
-        """Closes the file; without effect if it is closed."""
+        """Closes the file, which then has no more lines."""
+        self._descriptor = _CLOSED
         self._end()
 
     def begin_session(self, sensors: Iterable[int]) -> None:
@@ -93,7 +97,7 @@ class TruthFile:
 
     def _read_lines(self) -> list[bytes]:
         """The complete lines among the next bytes of the file; none at its end."""
-        while data := os.pread(self._descriptor, _READ_SIZE, self._position):
+        while data := self._read():
             self._position += len(data)
             self._forget()
             *lines, self._rest = (self._rest + data).split(b"\n")
@@ -102,6 +106,12 @@ class TruthFile:
             if lines:
                 return lines
         return []
+
+    def _read(self) -> bytes:
+        """The next bytes; none at the end. Never of another file that has got the number of this one."""
+        if self._descriptor == _CLOSED:
+            return b""
+        return os.pread(self._descriptor, _READ_SIZE, self._position)
 
     def _forget(self) -> None:
         """Returns the memory of what has been read. Without this function of the system, memory grows."""
