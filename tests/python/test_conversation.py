@@ -10,7 +10,7 @@ import pytest
 import vantor
 from processes import campaign
 from scripted_server import (
-    ScriptedServer, answer_with, error, example_configuration, example_metadata, frame_bytes, frame_header,
+    ScriptedServer, answer_with, dump, error, example_configuration, example_metadata, frame_bytes, frame_header,
     frame_payload, identity, plain_answer, stay_silent, stream_frames)
 
 END_LINE = '{"command":"end"}'
@@ -496,6 +496,68 @@ def test_gives_up_on_a_message_that_stops_arriving(server):
     server.on("end", react)
     # More bytes arrived during two time-outs, none during the third.
     assert time_until_given_up(server, server.connect) == 15.0
+
+
+def trickle(size, pause=0.2971, count=4000):
+    """A reaction that sends the first half of a frame, then the rest and the half of the next one, and so on."""
+    frame = dump({"result_info": [], "status": "ok", "payload_size": size}) + bytes(size)
+    rest = size // 2
+
+    def react(host, command):
+        host.send(frame[:-rest])
+        for _ in range(count):
+            host.pause(pause)
+            host.send(frame[-rest:] + frame[:-rest])
+    return react
+
+
+@pytest.mark.parametrize("command", ["end", "identify"])
+def test_gives_up_on_a_server_that_trickles_frames_when_connecting(server, command):
+    server.on(command, trickle(size=12))
+    with pytest.raises(vantor.ServerTimeout):
+        server.connect(answer=0.5)
+    # A frame of 12 bytes takes 1.2 s at the slowest rate.
+    assert 0.5 < server.now <= 1.7
+
+
+def test_waits_at_most_ten_minutes_longer_for_a_large_frame(server):
+    def react(host, command):
+        host.send_message({"result_info": [], "status": "ok", "payload_size": 2**26})
+        for _ in range(1000):
+            server.pause(1.0)
+            host.send(bytes(100))
+    server.on("end", react)
+    assert time_until_given_up(server, lambda: server.connect(answer=10.0)) == 610.0
+
+
+@pytest.mark.parametrize("command, action", [
+    ("ping", lambda session, host: host.ping()), ("start", lambda session, host: next(session.frames())),
+    ("end", lambda session, host: session.end())])
+def test_gives_up_on_a_server_that_trickles_frames_in_a_session(server, command, action):
+    host = server.connect()
+    session = host.session(example_configuration())
+    server.on(command, trickle(size=380))
+    with pytest.raises(vantor.ServerTimeout):
+        action(session, host)
+    # Three periods of 20 ms, and 380 bytes at the slowest rate.
+    assert 5.06 < server.now <= 5.06 + 38.0
+
+
+def test_extends_the_wait_for_each_frame_of_a_stream_anew(server):
+    size = len(frame_payload(0))
+
+    def start(host, command):
+        host.send_message(plain_answer(command))
+        for number in range(5):
+            server.pause(9.0)
+            message = frame_bytes(number)
+            host.send(message[:-size])
+            for place in range(len(message) - size, len(message), 76):
+                server.pause(5.0)
+                host.send(message[place:place + 76])
+    server.on("start", start)
+    assert len(list(session_of(server).frames(count=5))) == 5
+    assert server.now == pytest.approx(5 * 34.0)
 
 
 def test_restores_the_baud_rate_when_the_server_does_not_answer_at_the_new_one(server):

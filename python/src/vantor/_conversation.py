@@ -19,6 +19,9 @@ from .errors import BadMessage, ConnectionLost, Error, ProtocolError, ServerErro
 #: Lowest rate at which the payload of a message may arrive, in bytes per second: a third of 300 baud.
 SLOWEST_PAYLOAD_RATE = 10
 
+#: How much longer a wait can become because of payloads, in seconds.
+_LONGEST_PAYLOAD_TIME = 600.0
+
 #: How long a program that was asked to stop waits for the end of the session, in seconds.
 _SHORT_TIME = 1.0
 
@@ -63,9 +66,9 @@ class FrameKeeper(Protocol):
 class Timeouts:
     """How long a client waits, in seconds.
 
-    While the payload of a message arrives, at 10 bytes per second or faster, it waits longer. In a session of
-    slow frames it adds the time of three frames, because the server executes most commands between two
-    frames.
+    While the payload of a frame arrives, at 10 bytes per second or faster, it waits longer: for the time of
+    one frame at this rate, but at most ten minutes, however many frames arrive. In a session of slow frames
+    it adds the time of three frames, because the server executes most commands between two frames.
 
     Attributes:
         connect: for connecting or starting a server.
@@ -90,10 +93,24 @@ class Timeouts:
 
 @dataclass(slots=True)
 class Limit:
-    """Until when to wait, and for how long that is extended while a payload arrives."""
+    """Until when to wait, and for how long that is extended while a payload arrives.
+
+    All extensions together last as long as a single payload at the slowest rate: otherwise a series of small
+    ones would extend it for ever.
+    """
 
     deadline: float
     extension: float = 0.0
+    #: The deadline without extensions, after the first one.
+    first_deadline: float | None = None
+
+    def extend(self, now: float, payload_size: int) -> bool:
+        """Waits longer for a payload of a size; False if that was done for too long."""
+        if self.first_deadline is None:
+            self.first_deadline = self.deadline
+        payload_time = min(payload_size / SLOWEST_PAYLOAD_RATE, _LONGEST_PAYLOAD_TIME)
+        self.deadline = min(now + self.extension, self.first_deadline + payload_time)
+        return self.deadline > now
 
 
 class Conversation:
@@ -192,14 +209,9 @@ class Conversation:
             _raise_on_error(message)
         return message
 
-    @property
-    def frame_time(self) -> float:
-        """How long to wait for a frame, in seconds."""
-        return self.timeouts.frame + self.slow_time
-
     def frame_limit(self) -> Limit:
         """How long to wait for a frame."""
-        return self._limit(self.frame_time)
+        return self._limit(self.timeouts.frame + self.slow_time)
 
     def check_limit(self, limit: Limit) -> None:
         """Raises ServerTimeout if no frame has arrived within a limit."""
@@ -377,10 +389,9 @@ class Conversation:
             missing = self._reader.missing
             fewest = max(1, int(SLOWEST_PAYLOAD_RATE * limit.extension))
             slow = before != 0 and missing + fewest > before
-            if missing == 0 or slow or limit.extension == 0.0:
+            if missing == 0 or slow or not limit.extend(self.now(), self._reader.payload_size):
                 self._give_up(awaited)
             before = missing
-            limit.deadline = self.now() + limit.extension
         return message
 
     def _next_answer(self, limit: Limit, awaited: str) -> Message:

@@ -104,6 +104,11 @@ class MessageReader:
         return max(0, self._payload_size - arrived)
 
     @property
+    def payload_size(self) -> int:
+        """Number of payload bytes of the current message; 0 if there is none."""
+        return self._payload_size
+
+    @property
     def within_message(self) -> bool:
         """Whether the bytes received so far end within a message."""
         return self._header is not None or self._skipping or self._start != self._end

@@ -201,12 +201,9 @@ class Session:
 
     def _run_stream(self, count: int | None, seconds: float | None) -> Iterator[Frame]:
         stream = self._start()
-        limit = self._conversation.frame_limit()
         deadline = None if seconds is None else self._conversation.now() + seconds
-        patience = self._conversation.frame_time
         while count is None or stream.number < count:
-            limit.deadline = self._conversation.now() + patience
-            frame = self._next_frame(stream, limit, deadline)
+            frame = self._next_frame(stream, self._conversation.frame_limit(), deadline)
             if frame is None:
                 break
             try:
