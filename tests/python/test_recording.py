@@ -1,6 +1,7 @@
 """Recordings give the frames that were recorded, and what is missing or damaged is reported."""
 
 import copy
+import fcntl
 import json
 import os
 import pickle
@@ -471,3 +472,38 @@ def test_what_is_not_a_recording(tmp_path: Path) -> None:
     ]:
         with pytest.raises(vantor.RecordingError, match=message):
             vantor.open(place)
+
+
+def test_hostile_tables_and_documents_take_no_time(two_sensors: Path, tmp_path: Path) -> None:
+    """Long digits and repeated members took minutes: the time grew with their square."""
+    copy = tmp_path / "copy"
+    shutil.copytree(two_sensors, copy)
+    table = copy / "group-1-item-1.frames.csv"
+    head, first, *rest = table.read_bytes().splitlines(keepends=True)
+    table.write_bytes(head + b"0," + b"1" * 1_000_000 + b"\n")
+    with pytest.warns(vantor.RecordingWarning):
+        assert len(vantor.open(copy)) == 0
+    cells = first.split(b",")
+    cells[1] = b"0." + b"0" * 4000
+    rows = [b",".join([b"%d" % number, *cells[1:]]) for number in range(40)]
+    table.write_bytes(head + b"".join(rows))
+    assert len(vantor.open(copy)) == 40
+    members = ",".join(f'"{number}":0' for number in range(50_000))
+    document = tmp_path / "document.json"
+    document.write_text("{" + members + ',"\\u001b]0;x":1,"\\u001b]0;x":2}')
+    with pytest.raises(vantor.ConfigurationError) as failure:
+        vantor.load_configuration(document)
+    assert r'"\x1b]0;x" twice' in str(failure.value)
+
+
+def test_a_recording_that_is_being_started_is_not_abandoned(two_sensors: Path, tmp_path: Path) -> None:
+    copy = tmp_path / "copy"
+    copy.mkdir()
+    samples = copy / "group-1-item-1.sigmf-data"
+    samples.touch()
+    with pytest.raises(vantor.RecordingError, match="Remove the directory"):
+        vantor.open(copy)
+    with samples.open("rb") as recorder:
+        fcntl.flock(recorder, fcntl.LOCK_EX)
+        with pytest.raises(vantor.RecordingError, match="open it in a moment"):
+            vantor.open(copy)

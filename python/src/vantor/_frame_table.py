@@ -3,6 +3,7 @@
 import re
 from dataclasses import dataclass
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import numpy.typing as npt
@@ -36,7 +37,7 @@ ROW = np.dtype(
 
 Rows = npt.NDArray[np.void]
 
-_NUMBER = rb"-?(?:[0-9]+\.?[0-9]*|\.[0-9]+)(?:e[+-]?[0-9]+)?"
+_NUMBER = rb"-?(?:[0-9]+(?:\.[0-9]*)?|\.[0-9]+)(?:e[+-]?[0-9]+)?"
 _CELLS = (
     rb"[0-9]{1,18}", _NUMBER, rb"[0-9]{1,18}", rb"-?[0-9]{1,9}", rb"[01]", rb"[01]", rb"[01]",
     rb"[01]?", rb"(?:" + _NUMBER + rb")?", rb"[01]?", rb"[01]?",
@@ -45,6 +46,10 @@ _ROWS = re.compile(rb"(?:" + rb",".join(_CELLS) + rb"\n)*")
 _ROW = re.compile(rb",".join(rb"(" + cell + rb")" for cell in _CELLS) + rb"\n")
 
 _LONGEST_LINE = 4096
+
+#: Bytes that a cell has at the most, unless somebody has written the table by hand.
+_USUAL_CELL = 32
+
 _BLOCK = 2**20
 
 #: More seconds than any recording has: 2^64 ticks of the slowest server.
@@ -88,10 +93,18 @@ def read_frame_table(path: Path) -> FrameTable:
 
 def _end_of_rows(data: bytes) -> int:
     """The end of the rows that have the right form; found in blocks, because the search needs memory."""
+    most = _end_of_short_lines(data)
     position = len(HEAD)
-    while (found := _ROWS.match(data, position, position + _BLOCK)) and found.end() > position:
+    while (found := _ROWS.match(data, position, min(position + _BLOCK, most))) and found.end() > position:
         position = found.end()
     return position
+
+
+def _end_of_short_lines(data: bytes) -> int:
+    """The end of the last line before the first one that is too long."""
+    ends = np.flatnonzero(np.frombuffer(data, np.uint8) == ord("\n")) + 1
+    too_long = np.flatnonzero(np.diff(ends) > _LONGEST_LINE)
+    return int(ends[too_long[0]] if len(too_long) else ends[-1])
 
 
 def _convert(text: bytes) -> Rows:
@@ -101,12 +114,20 @@ def _convert(text: bytes) -> Rows:
     for name, column in zip(ROW.names or (), zip(*cells, strict=True), strict=bool(cells)):
         missing = b"nan" if name == "cca_value" else b"%d" % UNKNOWN
         kind = np.float64 if rows[name].dtype.kind == "f" else np.int64
-        values = np.array([cell or missing for cell in column]).astype(kind)
+        values = _numbers([cell or missing for cell in column], kind)
         # A tick that is too large must not look like another one.
         rows[name] = values if name != "tick" else np.where(values < 2**32, values, 0)
         if name == "tick":
             rows["frame"][values >= 2**32] = UNKNOWN
     return rows
+
+
+def _numbers(cells: list[bytes], kind: Any) -> npt.NDArray[Any]:
+    """The numbers in cells."""
+    if max(map(len, cells), default=0) > _USUAL_CELL:
+        # An array of texts would have the longest cell in every row.
+        return np.array([float(cell) for cell in cells], kind)
+    return np.array(cells).astype(kind)
 
 
 def _count_correct(rows: Rows) -> int:

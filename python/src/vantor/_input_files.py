@@ -26,4 +26,7 @@ def size_of(path: Path) -> int:
 def read_file(path: Path) -> bytes:
     """The content of a file; raises RecordingError."""
     with open_file(path) as stream:
-        return stream.read()
+        try:
+            return stream.read()
+        except MemoryError:
+            raise RecordingError(f"Cannot read {path}: there is not enough memory for it.") from None

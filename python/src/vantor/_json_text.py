@@ -2,10 +2,12 @@
 
 import json
 import math
+from collections import Counter
 from contextlib import suppress
 from typing import Any
 
 from ._json_fault import DEEPEST_NESTING, MOST_VALUES, TooDeep, TooManyValues, find_fault
+from ._printable import printable
 from .errors import ConfigurationError
 
 _INTEGERS = range(-(2**63), 2**64)
@@ -42,7 +44,7 @@ def parse(text: bytes, name: str) -> Any:
         raise ConfigurationError(f"{name} contains a number that is too large.") from None
     except _Repeated as fault:
         raise ConfigurationError(
-            f'{name}: an object contains the member "{fault}" twice; remove one of them.'
+            f'{name}: an object contains the member "{printable(str(fault))}" twice; remove one of them.'
         ) from None
     if len(text) > MOST_VALUES or text.count(b"{") + text.count(b"[") > DEEPEST_NESTING:
         _check_size(document, name)
@@ -72,8 +74,8 @@ def _float_text(value: float) -> str:
 def _read_object(members: list[tuple[str, Any]]) -> dict[str, Any]:
     found = dict(members)
     if len(found) < len(members):
-        names = [name for name, _ in members]
-        raise _Repeated(next(name for name in names if names.count(name) > 1))
+        counts = Counter(name for name, _ in members)
+        raise _Repeated(next(name for name, count in counts.items() if count > 1))
     return found
 
 

@@ -180,7 +180,10 @@ def _map_text(path: Path) -> _Text:
     """The content of a file, which is read when it is used."""
     with open_file(path) as stream:
         is_empty = not stream.read(1)
-        return b"" if is_empty else mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
+        try:
+            return b"" if is_empty else mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
+        except OSError as failure:
+            raise RecordingError(f"Cannot read {path}: {failure.strerror}.") from None
 
 
 def _is_row(line: bytes) -> bool:

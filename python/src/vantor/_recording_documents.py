@@ -120,15 +120,16 @@ class RecordingDocuments:
     faults: list[str]
 
 
-def read_documents(place: Path) -> RecordingDocuments:
+def read_documents(place: Path, in_progress: bool) -> RecordingDocuments:
     """Reads the documents of a recording; if one is damaged, the others replace it as far as possible.
 
     place: the directory of the recording, or any of its files
+    in_progress: whether a program records there now
 
     Raises RecordingError if there is no recording, or none of its documents describes the session.
     """
     directory = _recording_directory(place)
-    _require_recording(place, directory)
+    _require_recording(place, directory, in_progress)
     documents, confirmed = _read_session_twice(directory)
     originals = [item for group in documents.session.configuration.get("groups", []) for item in group]
     for layout, original in zip(documents.session.metadata.layouts, originals, strict=True):
@@ -160,11 +161,13 @@ def _recording_directory(place: Path) -> Path:
     return place if place.is_dir() else place.parent
 
 
-def _require_recording(place: Path, directory: Path) -> None:
+def _require_recording(place: Path, directory: Path, in_progress: bool) -> None:
     """Raises RecordingError if the directory of a place does not have the documents of a recording."""
     collection = directory / COLLECTION_NAME
     if collection.exists() or (directory / f"{_FIRST_ITEM}.sigmf-meta").exists():
         return
+    if in_progress:
+        raise RecordingError(f"The recording in {directory} is just being started: open it in a moment.")
     samples = directory / f"{_FIRST_ITEM}.sigmf-data"
     if samples.exists() and samples.stat().st_size == 0:
         raise RecordingError(

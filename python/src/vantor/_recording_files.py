@@ -64,8 +64,9 @@ class RecordingFiles:
     def __init__(self, place: Path) -> None:
         """Reads documents and frame tables, and measures the samples; raises RecordingError."""
         # First: if the recorder has ended, the documents that are read now are the final ones.
-        self.in_progress = _is_being_recorded(place if place.is_dir() else place.parent)
-        self.documents: RecordingDocuments = read_documents(place)
+        directory = place if place.is_dir() else place.parent
+        self.in_progress = _is_being_recorded(directory)
+        self.documents: RecordingDocuments = read_documents(place, self.in_progress)
         self.items = [_measure(self.documents.directory, item) for item in self.documents.items]
         finished = [item.item.is_finished for item in self.items]
         replacing = NEXT_STREAMS in (self.documents.collection or {})

@@ -59,6 +59,10 @@ class BadMessage(Error):
     def __init__(self, position: int, reason: str) -> None:
         super().__init__(f"Invalid data from the server at byte {position}: {reason}.")
         self.position = position
+        self._reason = reason
+
+    def __reduce__(self) -> tuple[type["BadMessage"], tuple[int, str]]:
+        return type(self), (self.position, self._reason)
 
 
 class ProtocolError(Error):
@@ -82,6 +86,9 @@ class ServerError(Error):
         self.message = message
         self.faults = faults
 
+    def __reduce__(self) -> tuple[type["ServerError"], tuple[str, str]]:
+        return type(self), (self.code, self.message)
+
 
 class ConfigurationError(Error, ValueError):
     """A file or a value is not a usable configuration document.
@@ -95,6 +102,9 @@ class ConfigurationError(Error, ValueError):
     def __init__(self, message: str, faults: "tuple[Fault, ...]" = ()) -> None:
         super().__init__(message)
         self.faults = faults
+
+    def __reduce__(self) -> "tuple[type[ConfigurationError], tuple[str, tuple[Fault, ...]]]":
+        return type(self), (str(self), self.faults)
 
 
 class RecordingError(Error):
