@@ -376,8 +376,8 @@ json scene_maker::target()
 {
     const bool in_space = chance(3);
     const bool has_track = chance(2);
-    std::vector<std::string> keys = {"sensor", "oscillation_amplitude_m", "oscillation_frequency_hz",
-                                     "enter_s", "fluctuation", "body"};
+    std::vector<std::string> keys = {
+        "sensor", "oscillation_amplitude_m", "oscillation_frequency_hz", "enter_s", "fluctuation", "body"};
     if (in_space)
     {
         keys.insert(keys.end(), {"x_velocity_m_s", "y_velocity_m_s", "z_velocity_m_s"});
