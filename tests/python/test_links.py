@@ -142,6 +142,38 @@ def test_gives_up_on_a_socket_that_accepts_no_connection(tmp_path):
             open_link(parse_address(f"unix:{path}"), TIME_OUT).close()
 
 
+def test_refuses_calls_of_two_threads_at_once():
+    asked, answered = threading.Event(), threading.Event()
+
+    def ping(host, command):
+        asked.set()
+        answered.wait(TIME_OUT)
+        host.send_message(plain_answer(command))
+    with ScriptedTcpServer() as server:
+        server.on("ping", ping)
+        with vantor.connect(server.address, PATIENCE) as host:
+            session = host.session(example_configuration())
+            failures = []
+
+            def ping_and_note():
+                try:
+                    host.ping()
+                except Exception as failure:
+                    failures.append(failure)
+            other = threading.Thread(target=ping_and_note)
+            other.start()
+            asked.wait(TIME_OUT)
+            for call in (host.stats, host.ping, host.close, session.single_frame, session.end,
+                         lambda: next(session.frames()), lambda: host.session({})):
+                with pytest.raises(vantor.Error, match="Another thread is using this connection"):
+                    call()
+            answered.set()
+            other.join()
+            assert failures == []
+            assert session.single_frame()[0, 0].tick == 0
+            assert [command for command in ("stats", "end", "start") if len(server.commands(command)) > 1] == []
+
+
 def test_gives_up_on_a_silent_server():
     with ScriptedTcpServer() as server:
         server.on("end", stay_silent)

@@ -3,6 +3,7 @@
 import json
 import logging
 import math
+import threading
 import time
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
@@ -143,6 +144,8 @@ class Conversation:
         self._last_read = 0.0
         self._pause_end = -math.inf
         self._pause = 0.0
+        #: The thread whose call is in progress, if any, under the only key "thread".
+        self._user: dict[str, int] = {}
         self._link: Link | None = open_link()
         try:
             self._find_server()
@@ -152,6 +155,7 @@ class Conversation:
 
     def close(self) -> None:
         """Closes the link."""
+        self.check_thread()
         link, self._link = self._link, None
         if link is not None:
             link.close()
@@ -177,6 +181,11 @@ class Conversation:
     def set_baudrate(self, baudrate: int) -> int:
         """Changes the baud rate of this end of the link; returns the former one."""
         return self._open_link().set_baudrate(baudrate)
+
+    def check_thread(self) -> None:
+        """Raises an error if a call of another thread is in progress."""
+        self._claim()
+        self._release()
 
     def now(self) -> float:
         """The time of the clock in seconds."""
@@ -224,6 +233,7 @@ class Conversation:
 
         Raises ServerTimeout if none arrives within the limit, and BadMessage for a damaged message.
         """
+        self._claim()
         try:
             if deadline is not None and deadline < limit.deadline:
                 message = self._poll(deadline)
@@ -232,19 +242,26 @@ class Conversation:
         except (ConnectionLost, ProtocolError, ServerTimeout):
             self.torn = True
             raise
+        finally:
+            self._release()
         if message is not None:
             _raise_on_error(message)
         return message
 
     def end(self, timeout: float | None = None) -> None:
         """Ends the session in any state; drops all messages that arrive before the answer."""
-        if timeout is None:
-            self._end(self._limit(self.timeouts.answer + self.slow_time))
-        else:
-            self._end(Limit(self.now() + timeout))
+        self._claim()
+        try:
+            if timeout is None:
+                self._end(self._limit(self.timeouts.answer + self.slow_time))
+            else:
+                self._end(Limit(self.now() + timeout))
+        finally:
+            self._release()
 
     def end_promptly(self) -> None:
         """Ends the session if the server answers within a second, for programs that were asked to stop."""
+        self.check_thread()
         with suppress(Error):
             self.end(_SHORT_TIME)
 
@@ -254,13 +271,30 @@ class Conversation:
 
         An error may have ended the stream before the answer to a command, which then arrives later.
         """
+        self._claim()
         torn, self.torn = self.torn, True
         try:
             yield
+            self.torn = torn
         except (ServerError, BadMessage):
             self.torn = torn or (awaits_answer and self.keeper is not None)
             raise
-        self.torn = torn
+        finally:
+            self._release()
+
+    def _claim(self) -> None:
+        """Notes that a call of this thread is in progress; raises an error if one of another thread is."""
+        thread = threading.get_ident()
+        # Two threads cannot both succeed.
+        if self._user.setdefault("thread", thread) != thread:
+            raise Error(
+                "Another thread is using this connection at the moment. Use a connection and its sessions in "
+                "one thread only, or lock each use."
+            )
+
+    def _release(self) -> None:
+        """Notes that no call is in progress."""
+        self._user.pop("thread", None)
 
     def _open_link(self) -> Link:
         if self._link is None:

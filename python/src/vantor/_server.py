@@ -80,7 +80,7 @@ def _connect_to_simulator(address: str, where: SimulatorAddress, timeouts: Timeo
 class Server:
     """A connection to a server; `with` closes it, and leaves the server idle.
 
-    Not for use by several threads at once.
+    Only one thread at a time may use it and its sessions.
 
     Attributes:
         address: the address of the server.
@@ -178,8 +178,8 @@ class Server:
             if not self._conversation.idle:
                 self._conversation.end_promptly()
         finally:
-            _open_servers.discard(self)
             self._conversation.close()
+            _open_servers.discard(self)
             if self._session is not None:
                 self._session._note_end()
             truth, self._truth = self._truth, None
@@ -204,6 +204,7 @@ class Server:
 
         The session sets itself up again when it is used.
         """
+        self._conversation.check_thread()
         if self._conversation.torn:
             if self._session is not None:
                 self._session._note_loss()
@@ -211,6 +212,7 @@ class Server:
 
     def _end_session(self) -> None:
         """Ends the session, if there is one."""
+        self._conversation.check_thread()
         if self._session is not None:
             self._session._note_end()
         if not self._conversation.idle:

@@ -180,6 +180,7 @@ class Session:
         self._conversation.check_open()
         if self._ended:
             raise Error("The session has ended: begin another one with server.session().")
+        self._conversation.check_thread()
         if self._conversation.torn or not self._set_up:
             # After Ctrl-C or a time-out it is unknown what the server has received.
             self._note_loss()
