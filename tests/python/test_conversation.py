@@ -1,8 +1,11 @@
 """Tests of conversations with scripted servers, also hostile ones, in virtual time."""
 
+import contextlib
+import itertools
 import json
 import logging
 import random
+import tracemalloc
 
 import numpy as np
 import pytest
@@ -11,7 +14,7 @@ import vantor
 from processes import campaign
 from scripted_server import (
     ScriptedServer, answer_with, dump, error, example_configuration, example_metadata, frame_bytes, frame_header,
-    frame_payload, identity, plain_answer, stay_silent, stream_frames)
+    frame_payload, identity, item_metadata, plain_answer, stay_silent, stream_frames)
 
 END_LINE = '{"command":"end"}'
 
@@ -653,6 +656,77 @@ def test_keeps_frames_that_arrive_before_the_answer_to_a_command(server):
         if frame.number == 0:
             assert host.stats()["frames"] == 7
     assert received == [(0, 0, 0), (20000, 0, 0), (60000, 1, 1)]
+
+
+@contextlib.contextmanager
+def memory_below(limit):
+    """Checks that the context never needs this many bytes more."""
+    tracemalloc.start()
+    try:
+        yield
+        assert tracemalloc.get_traced_memory()[1] < limit
+    finally:
+        tracemalloc.stop()
+
+
+def flood(frame, size):
+    """A reaction that answers after frames of this many bytes in all."""
+    def react(host, command):
+        for _ in range(size // len(frame)):
+            host.send(frame)
+        host.send_message(plain_answer(command))
+    return react
+
+
+def large_session(server):
+    """A host, its session of frames of 128 KiB, and a frame."""
+    metadata = example_metadata()
+    metadata["metadata"] = [[item_metadata(2**15, [2**7])]]
+    server.on("configure", answer_with(metadata))
+    configuration = {"groups": [[{"sensor_id": 1, "config": {"num_points": 2**7, "sweeps_per_frame": 2**8}}]]}
+    header = frame_header(0) | {"payload_size": 2**17}
+    frame = dump(header | {"result_info": header["result_info"][1:]}) + bytes(2**17)
+    server.on("start", lambda host, command: (host.send_message(plain_answer(command)), host.send(frame)))
+    host = server.connect()
+    return host, host.session(configuration), frame
+
+
+def test_keeps_frames_before_an_answer_up_to_a_limit(server):
+    host, session, frame = large_session(server)
+    frames = session.frames()
+    next(frames)
+    server.on("stats", flood(frame, 100 * 2**20))
+    # What was taken does not count later.
+    for _ in range(2):
+        host.stats()
+        assert len(list(itertools.islice(frames, 790))) == 790
+    server.on("stats", flood(frame, 200 * 2**20))
+    with pytest.raises(vantor.ServerTimeout, match=r"has sent \d+ frames instead of an answer"):
+        host.stats()
+    host.ping()
+
+
+def test_counts_the_memory_of_headers_before_an_answer(server, monkeypatch):
+    monkeypatch.setattr("vantor._session._MOST_KEPT_BYTES", 2**22)
+    server.on("start", stream_frames(1))
+    large = dump(frame_header(0) | {"junk": [{}] * 10_000}) + frame_payload(0)
+    server.on("stats", flood(large, 2**24))
+    host = server.connect()
+    frames = host.session(example_configuration()).frames()
+    next(frames)
+    with memory_below(2**23), pytest.raises(vantor.ServerTimeout, match="instead of an answer"):
+        host.stats()
+
+
+@pytest.mark.parametrize("command", ["stop", "end"])
+def test_keeps_no_frames_when_a_stream_ends(server, command):
+    host, session, frame = large_session(server)
+    server.on(command, flood(frame, 2**28))
+    frames = session.frames()
+    next(frames)
+    with memory_below(2**24):
+        frames.close() if command == "stop" else session.end()
+    host.ping()
 
 
 def test_passes_log_lines_to_logging(server, caplog):

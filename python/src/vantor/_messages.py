@@ -33,6 +33,9 @@ _LONG_PAYLOAD = 2**14
 #: Bytes that are read into the buffer together with the rest of a long payload: they are copied later.
 _BYTES_AFTER_LONG_PAYLOAD = 2**12
 
+#: Bytes of memory for each byte of a header: it needs most if it is a list of empty objects.
+_HEADER_MEMORY = 24
+
 _NO_PAYLOAD: Payload = np.empty(0, np.uint8)
 _NO_PAYLOAD.flags.writeable = False
 
@@ -48,11 +51,18 @@ class Message:
         header: an object with a string "status" and a number "payload_size".
         payload: "payload_size" bytes, read-only.
         position: where the header starts, in bytes since the first byte received.
+        header_size: number of bytes of the header's text.
     """
 
     header: dict[str, Any]
     payload: Payload
     position: int
+    header_size: int
+
+    @property
+    def memory(self) -> int:
+        """About how many bytes of memory it needs at most."""
+        return _HEADER_MEMORY * self.header_size + len(self.payload)
 
     @property
     def is_frame(self) -> bool:
@@ -142,7 +152,8 @@ class MessageReader:
         payload = self._take_payload()
         if payload is None or self._header is None:
             return None
-        message = Message(self._header, payload, self._header_position)
+        header_size = self.position - self._header_position - self._payload_size
+        message = Message(self._header, payload, self._header_position, header_size)
         self._forget_message()
         return message
 

@@ -16,9 +16,12 @@ from ._messages import Message
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
 from .configuration import validate
-from .errors import BadMessage, Error, ProtocolError, ServerError
+from .errors import BadMessage, Error, ProtocolError, ServerError, ServerTimeout
 from .frame import Frame, ItemLayout
 from .truth import ItemTruth
+
+#: Most memory of the frames that are kept before the answer to a command, in bytes.
+_MOST_KEPT_BYTES = 2**27
 
 _log = logging.getLogger("vantor")
 
@@ -30,6 +33,8 @@ class _Stream:
         self._losses = LossCounter(ticks_per_second / frame_rate if frame_rate > 0.0 else 0.0)
         self._clock = TickClock(ticks_per_second)
         self._kept: deque[Message] = deque()
+        self._kept_bytes = 0
+        self._is_kept = True
         #: Damaged messages since the last frame.
         self._damaged = 0
         #: Frames that were counted.
@@ -38,12 +43,29 @@ class _Stream:
         self.missing = 0
 
     def keep(self, message: Message) -> None:
-        """Takes a frame that arrived before the answer to a command."""
+        """Takes a frame that arrived before the answer to a command.
+
+        Raises ServerTimeout after too many: a server that sends only frames has failed.
+        """
+        if not self._is_kept:
+            return
         self._kept.append(message)
+        self._kept_bytes += message.memory
+        if self._kept_bytes > _MOST_KEPT_BYTES:
+            raise ServerTimeout(f"The server has sent {len(self._kept)} frames instead of an answer.")
 
     def take_kept(self) -> Message | None:
         """The first frame that was kept, if any."""
-        return self._kept.popleft() if self._kept else None
+        if not self._kept:
+            return None
+        message = self._kept.popleft()
+        self._kept_bytes -= message.memory
+        return message
+
+    def drop_rest(self) -> None:
+        """Drops the frames that were not asked for yet, and those that arrive later."""
+        self._is_kept = False
+        self._kept.clear()
 
     def note_damage(self, fault: BadMessage) -> None:
         """Counts a damaged message."""
@@ -223,6 +245,8 @@ class Session:
 
     def _stop(self) -> None:
         """Stops the stream; frames that are still on their way are dropped."""
+        if self._stream is not None:
+            self._stream.drop_rest()
         answer = self._conversation.request("stop")
         self._leave_stream()
         left_out = answer.get("frames_left_out", 0)
