@@ -979,6 +979,28 @@ def test_hands_calibrations_back(server):
         example_metadata()["calibration_info"]
 
 
+def test_represents_objects_by_what_they_are(server):
+    server.on("identify", answer_with(identity() | {"board": {"name": "my \x1bboard"}}))
+    server.on("start", stream_frames(2))
+    host = server.connect()
+    assert repr(host) == "<vantor.Server scripted, k330, my \\x1bboard, idle>"
+    session = host.session(example_configuration())
+    assert repr(host) == "<vantor.Server scripted, k330, my \\x1bboard, in a session>"
+    assert repr(session) == "<vantor.Session of scripted, k330, my \\x1bboard: 3 items, in a session>"
+    for frame in session.frames(count=1):
+        assert repr(session).endswith("3 items, streaming>") and repr(host).endswith("streaming>")
+        assert repr(frame[0, 1]) == "<vantor.Item of sensor 2: 1 sweeps of 25 points, time=5e-06, flags: none>"
+    server.on("ping", stay_silent)
+    with pytest.raises(vantor.ServerTimeout):
+        host.ping()
+    assert repr(session).endswith("interrupted>")
+    session.end()
+    assert repr(session).endswith("ended>")
+    host.close()
+    assert repr(host) == "<vantor.Server scripted, k330, my \\x1bboard, closed>"
+    assert repr(session.calibrations) == "(Calibration(sensor_id=1, temperature=24),)"
+
+
 def test_accepts_the_path_of_calibrations(server, tmp_path):
     host = server.connect()
     vantor.save_calibrations(tmp_path / "calibration.json", host.session(example_configuration()).calibrations)

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import pickle
 import subprocess
 import sys
 
@@ -65,6 +66,20 @@ def test_has_a_documented_public_name_for_everything():
             for member, value in vars(thing).items():
                 if not member.startswith("_") and (callable(value) or isinstance(value, property)):
                     assert value.__doc__, f"{name}.{member}"
+
+
+def test_shows_public_names():
+    for name in [*vantor.__all__, "open"]:
+        assert name == "FULL_SCALE" or getattr(vantor, name).__module__ == "vantor", name
+    text = run(sys.executable, "-c", "import vantor; help(vantor.connect)").stdout
+    assert "in module vantor:" in text and "vantor.Timeouts = Timeouts(" in text and "vantor._" not in text, text
+    calibration = vantor.Calibration(1, 24, "ab")
+    assert pickle.loads(pickle.dumps(calibration)) == calibration
+
+
+def test_has_the_version_of_the_project():
+    [metadata] = pathlib.Path(sys.prefix).glob("lib/python3*/site-packages/vantor-*.dist-info/METADATA")
+    assert f"\nVersion: {vantor.__version__}\n" in metadata.read_text("utf-8")
 
 
 def test_says_that_it_cannot_find_the_server_program(monkeypatch):

@@ -1,5 +1,7 @@
 """A client of Vantor radar servers: sessions, frames, configurations and recordings as NumPy arrays."""
 
+from importlib.metadata import version as _version
+
 from ._conversation import Timeouts
 from ._server import Server, connect
 from ._session import Session
@@ -69,3 +71,11 @@ __all__ = [
     "save_calibrations",
     "validate",
 ]
+
+#: The version of the package.
+__version__ = _version("vantor")
+
+# Help, tracebacks and pickles have the public names.
+for _thing in [globals()[_name] for _name in [*__all__, "open"]]:
+    if hasattr(_thing, "__module__"):
+        _thing.__module__ = __name__

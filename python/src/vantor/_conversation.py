@@ -170,6 +170,17 @@ class Conversation:
         return self._idle and not self.torn
 
     @property
+    def state(self) -> str:
+        """The state of the connection in words."""
+        if self._link is None:
+            return "closed"
+        if self.torn:
+            return "interrupted"
+        if self.keeper is not None:
+            return "streaming"
+        return "idle" if self._idle else "in a session"
+
+    @property
     def slow_time(self) -> float:
         """How long some frames of the session take, in seconds."""
         return min(_SLOW_FRAMES / self.frame_rate, _LONGEST_TIME) if self.frame_rate > 0.0 else 0.0

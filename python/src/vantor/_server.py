@@ -12,6 +12,7 @@ from ._address import SimulatorAddress, parse_address
 from ._conversation import Conversation, Timeouts, server_log_level
 from ._links import Link, open_link
 from ._plain_values import copy
+from ._printable import printable
 from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations, load_calibrations
@@ -169,7 +170,9 @@ class Server:
         if found := _to_calibrations(calibrations):
             document = add_calibrations(document, found)
         self._end_session()
-        self._session = Session(self._conversation, document, self.info.ticks_per_second, self._truth)
+        self._session = Session(
+            self._conversation, document, self.info.ticks_per_second, self._truth, self._name()
+        )
         return self._session
 
     def close(self) -> None:
@@ -193,6 +196,14 @@ class Server:
         self, kind: type[BaseException] | None, failure: BaseException | None, trace: TracebackType | None
     ) -> None:
         self.close()
+
+    def __repr__(self) -> str:
+        return f"<vantor.Server {self._name()}, {self._conversation.state}>"
+
+    def _name(self) -> str:
+        """The address, sensor and board, as messages show them."""
+        board = None if self.info.board is None else self.info.board.name
+        return printable(", ".join(filter(None, [self.address, self.info.sensor, board])))
 
     def _request(self, command: str, **members: Any) -> dict[str, Any]:
         """Sends a command and waits for its answer; also while frames stream."""

@@ -106,11 +106,13 @@ class Session:
         configuration: dict[str, Any],
         ticks_per_second: float,
         truth: TruthFile | None,
+        server_name: str,
     ) -> None:
         """Sets up a session; use `Server.session`."""
         self._conversation = conversation
         self._ticks_per_second = ticks_per_second
         self._truth = truth
+        self._server_name = server_name
         self._stream: _Stream | None = None
         self._ended = False
         #: Whether the server has it, unless a call was interrupted.
@@ -178,6 +180,10 @@ class Session:
             self.end()
         else:
             self._end_promptly()
+
+    def __repr__(self) -> str:
+        state = "ended" if self._ended else self._conversation.state
+        return f"<vantor.Session of {self._server_name}: {len(self.items)} items, {state}>"
 
     def _configure(self, configuration: dict[str, Any]) -> None:
         conversation = self._conversation

@@ -7,7 +7,7 @@ of `vantor calibrate` and `vantor record --calibration`.
 import json
 import os
 from collections.abc import Iterable, Sequence
-from dataclasses import asdict, dataclass
+from dataclasses import asdict, dataclass, field
 from pathlib import Path
 from typing import Any
 
@@ -29,7 +29,7 @@ class Calibration:
 
     sensor_id: int
     temperature: int
-    data: str
+    data: str = field(repr=False)
 
 
 def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calibration]) -> None:

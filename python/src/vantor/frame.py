@@ -178,14 +178,21 @@ class Item(_Copied):
         truth: what a simulated sensor should have found; None if unknown.
     """
 
-    layout: ItemLayout = field(repr=False)
-    samples: Samples = field(repr=False)
+    layout: ItemLayout
+    samples: Samples
     tick: int
     time: float
     temperature: int
     flags: Flags
     cca_value: float | None = None
     truth: ItemTruth | None = None
+
+    def __repr__(self) -> str:
+        sweeps, points, _ = self.samples.shape
+        return (
+            f"<vantor.Item of sensor {self.layout.sensor_id}: {sweeps} sweeps of {points} points, "
+            f"time={self.time}, flags: {self.flags}>"
+        )
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
