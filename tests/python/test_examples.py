@@ -83,6 +83,10 @@ def test_detector_of_fluctuating_targets(tmp_path: Path) -> None:
         ("--scene interferer", 100),
         ("--scene tank_level", 160),
         ("--scene walking_person", 34),
+        # The targets of a body are one thing.
+        ("--scene crossing_persons", 51),
+        ("--scene stirred_tank", 100),
+        ("--scene room_with_fan", 100),
     ],
 )
 def test_detector_finds_what_single_sensor_measures(options: str, due: int, tmp_path: Path) -> None:
