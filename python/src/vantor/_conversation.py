@@ -68,8 +68,9 @@ class Timeouts:
     """How long a client waits, in seconds.
 
     While the payload of a frame arrives, at 10 bytes per second or faster, it waits longer: for the time of
-    one frame at this rate, but at most ten minutes, however many frames arrive. In a session of slow frames
-    it adds the time of three frames, because the server executes most commands between two frames.
+    one frame at this rate, but at most ten minutes, however many frames arrive. If the configuration asks
+    for slow frames, it adds the time of three of them, but at most an hour, because the server executes most
+    commands between two frames.
 
     Attributes:
         connect: for connecting or starting a server.
@@ -127,7 +128,7 @@ class Conversation:
         self.timeouts = timeouts
         self._clock = clock
         self._reader = MessageReader()
-        #: Frames per second of the session; 0 if unknown, or without one.
+        #: Frames per second that the session was asked for; 0 for no rate, or without a session.
         self.frame_rate = 0.0
         #: A call was interrupted: bytes may have been received but not counted, or a command sent in part.
         self.torn = False

@@ -177,7 +177,7 @@ def derive(document: _Members, baudrate: float | None = None) -> Plan:
     frame_bytes = payload_bytes + _header_length(document, payload_bytes)
     duration_s = _frame_duration(items)
     highest = 1.0 / duration_s if duration_s > 0.0 else 0.0
-    configured = _configured_frame_rate(document)
+    configured = configured_frame_rate(document)
     link_rate = None if baudrate is None else baudrate / 10.0 / frame_bytes
     return Plan(
         frame_rate_hz=configured,
@@ -296,7 +296,7 @@ def _timer_period(rate: float) -> float:
     return math.floor(clock / to_float32(rate) + 0.5) / clock
 
 
-def _configured_frame_rate(document: _Members) -> float:
+def configured_frame_rate(document: _Members) -> float:
     """The frame rate of a session: that of its sensors, otherwise that of the server; 0 if there is none."""
     of_sensors = sensor_frame_rate(list_items(document))
     return of_sensors if of_sensors > 0.0 else max(0.0, _update_rate(document)[1])

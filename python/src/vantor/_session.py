@@ -13,10 +13,11 @@ from ._frames import FrameDecoder, ItemReading
 from ._layout import describe_session, nominal_frame_rate
 from ._loss import LossCounter, TickClock
 from ._messages import Message
+from ._plan import configured_frame_rate
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
 from .configuration import validate
-from .errors import BadMessage, Error, ProtocolError, ServerError, ServerTimeout
+from .errors import BadMessage, ConfigurationError, Error, ProtocolError, ServerError, ServerTimeout
 from .frame import Frame, ItemLayout
 from .truth import ItemTruth
 
@@ -197,7 +198,7 @@ class Session:
         self.calibrations = metadata.calibrations
         self.frame_rate_hz = nominal_frame_rate(configuration, metadata, self._ticks_per_second)
         self._decoder = FrameDecoder(metadata, self._ticks_per_second)
-        conversation.frame_rate = self.frame_rate_hz
+        conversation.frame_rate = _requested_rate(configuration)
         conversation.expect_frames(metadata.frame_size)
         if self._truth is not None:
             self._truth.begin_session(layout.sensor_id for layout in self.items)
@@ -324,3 +325,12 @@ class Session:
             return None
         pairs = zip(self.items, readings, strict=True)
         return [self._truth.find(layout.sensor_id, reading.tick) for layout, reading in pairs]
+
+
+def _requested_rate(configuration: dict[str, Any]) -> float:
+    """The frame rate in hertz that was requested, which no server can lower to prolong waits; 0 if none."""
+    try:
+        return configured_frame_rate(configuration)
+    except ConfigurationError:
+        # The server accepts items that the host cannot use.
+        return 0.0
