@@ -131,7 +131,8 @@ class Session:
 
         Args:
             count: number of frames; None for no limit.
-            seconds: how long to receive frames; None for no limit.
+            seconds: how long to receive frames, by the clock of this machine, also while the loop does
+                something else; None for no limit.
 
         Raises:
             ServerError: the server could not measure a frame; the session has ended.
