@@ -871,15 +871,24 @@ bool add_item_info(cJSON *group_infos, const sensor_control_group_item_t &group_
     return filled;
 }
 
+/** The samples that follow the header of a frame message. */
+struct payload_t
+{
+    int size;                                     /**< in bytes */
+    const sensor_control_group_item_t *last_item; /**< the last configured item; null if there is none */
+};
+
 /**
  * Adds an array for every group that is not empty, with an object for every configured item: both messages
  * have this shape.
  *
  * @param add_item  adds an item's object to its group's array; false on failure
+ * @param payload   receives what the samples of the items are
  */
 bool add_groups(cJSON *array, sensor_control_t *sensor_control,
-                bool (*add_item)(cJSON *, const sensor_control_group_item_t &))
+                bool (*add_item)(cJSON *, const sensor_control_group_item_t &), payload_t *payload)
 {
+    *payload = {0, nullptr};
     for (sensor_control_group_t &group : sensor_control->groups)
     {
         if (is_group_empty(&group))
@@ -893,44 +902,38 @@ bool add_groups(cJSON *array, sensor_control_t *sensor_control,
         }
         for (const sensor_control_group_item_t &group_item : group_slots_t(group))
         {
-            if (group_item.config != nullptr && !add_item(group_array, group_item))
+            if (group_item.config == nullptr)
+            {
+                continue;
+            }
+            if (!add_item(group_array, group_item))
             {
                 return false;
             }
+            payload->size += frame_size(group_item);
+            payload->last_item = &group_item;
         }
     }
     return true;
 }
 
-/** Returns the number of bytes that follow the header of a frame message. */
-int frames_size(const sensor_control_t *sensor_control)
-{
-    int payload_size = 0;
-    for (const sensor_control_group_t &group : sensor_control->groups)
-    {
-        for (const sensor_control_group_item_t &group_item : group_slots_t(group))
-        {
-            if (group_item.config != nullptr)
-            {
-                payload_size += frame_size(group_item);
-            }
-        }
-    }
-    return payload_size;
-}
-
 /** Fills the header of a frame message; false on failure. */
-bool fill_frame_header(cJSON *header, sensor_control_t *sensor_control)
+bool fill_frame_header(cJSON *header, sensor_control_t *sensor_control, payload_t *payload)
 {
     cJSON *result_info = add_empty_array(header, "result_info");
-    return result_info != nullptr && add_groups(result_info, sensor_control, add_item_info) &&
+    return result_info != nullptr && add_groups(result_info, sensor_control, add_item_info, payload) &&
            add_json_string_value(header, "status", "ok") &&
-           add_json_int_value(header, "payload_size", frames_size(sensor_control));
+           add_json_int_value(header, "payload_size", payload->size);
 }
 
-/** Sends the samples of every configured item, one write per item. */
-void send_payload(write_data_function_t *write_function, const sensor_control_t *sensor_control)
+/** Sends the samples of every configured item up to the last one, one write per item. */
+void send_payload(write_data_function_t *write_function, const sensor_control_t *sensor_control,
+                  const sensor_control_group_item_t *last_item)
 {
+    if (last_item == nullptr)
+    {
+        return;
+    }
     for (const sensor_control_group_t &group : sensor_control->groups)
     {
         for (const sensor_control_group_item_t &group_item : group_slots_t(group))
@@ -939,6 +942,10 @@ void send_payload(write_data_function_t *write_function, const sensor_control_t 
             {
                 const int write_len = frame_size(group_item);
                 write_function(group_item.result.frame, static_cast<uint32_t>(write_len));
+            }
+            if (&group_item == last_item)
+            {
+                return;
             }
         }
     }
@@ -953,7 +960,8 @@ bool send_sweep_data_sensor_control(write_data_function_t *write_function, senso
         log_out_of_memory();
         return false;
     }
-    if (!fill_frame_header(header, sensor_control))
+    payload_t payload = {};
+    if (!fill_frame_header(header, sensor_control, &payload))
     {
         log_out_of_memory();
         cJSON_Delete(header);
@@ -962,7 +970,7 @@ bool send_sweep_data_sensor_control(write_data_function_t *write_function, senso
     const bool sent = zet_vantor_server_write_json(write_function, header);
     if (sent)
     {
-        send_payload(write_function, sensor_control);
+        send_payload(write_function, sensor_control, payload.last_item);
     }
     cJSON_Delete(header);
     return sent;
@@ -1684,8 +1692,9 @@ bool add_item_metadata(cJSON *group_array, const sensor_control_group_item_t &gr
 bool add_metadata_list(cJSON *document)
 {
     cJSON *metadata = cJSON_AddArrayToObject(document, "metadata");
+    payload_t no_payload = {};
     return metadata != nullptr &&
-           add_groups(metadata, &vantor_server_system.sensor_control, add_item_metadata);
+           add_groups(metadata, &vantor_server_system.sensor_control, add_item_metadata, &no_payload);
 }
 
 /** Fills the session metadata message; false on failure, also when the document is null. */
