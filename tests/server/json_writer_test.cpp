@@ -425,6 +425,50 @@ TEST(write_json, writes_documents_that_read_back_the_same)
     }
 }
 
+/** Returns an array of three objects that share their keys, after a text. */
+cJSON *objects_with_shared_keys(const std::string &before, const std::vector<std::string> &keys)
+{
+    cJSON *const array = cJSON_CreateArray();
+    cJSON_AddItemToArray(array, cJSON_CreateString(before.c_str()));
+    for (int i = 0; i < 3; ++i)
+    {
+        cJSON *const object = cJSON_CreateObject();
+        for (const std::string &key : keys)
+        {
+            cJSON_AddItemToObjectCS(object, key.c_str(), cJSON_CreateNumber(i));
+        }
+        cJSON_AddItemToArray(array, object);
+    }
+    return array;
+}
+
+TEST(write_json, repeats_keys_of_every_length_at_every_place_in_its_buffer)
+{
+    std::mt19937 random(5);
+    for (size_t length = 0; length < 600; ++length)
+    {
+        const std::string before(random() % 300, '-');
+        std::vector<std::string> keys(1 + random() % 12);
+        for (size_t i = 0; i < keys.size(); ++i)
+        {
+            // Of different lengths, and the bytes of some are escaped.
+            keys[i] = std::string(length * (i + 1) / keys.size(), i % 3 == 2 ? '"' : 'k') + std::to_string(i);
+        }
+        nlohmann::json expected = nlohmann::json::array({before});
+        for (int i = 0; i < 3; ++i)
+        {
+            nlohmann::json object = nlohmann::json::object();
+            for (const std::string &key : keys)
+            {
+                object[key] = i;
+            }
+            expected.push_back(object);
+        }
+        const std::string text = sent_document(objects_with_shared_keys(before, keys));
+        ASSERT_EQ(nlohmann::json::parse(text), expected) << text;
+    }
+}
+
 TEST(write_json, writes_a_document_that_is_a_single_value)
 {
     EXPECT_EQ(sent_document(cJSON_CreateTrue()), "true\n");
