@@ -8,11 +8,12 @@
  * levels and one of each level's bins, show which of them are used, so the first bin with large enough blocks
  * is found by counting zeros.
  *
- * The free block that was split or joined last is not in a bin. A document is built by splitting many small
- * blocks off one block, and freed by joining them again, so the bins need not be updated at each step.
+ * The free block that was split or joined last is loose: it is in no bin, and only the heap knows where it
+ * is. A document is built by splitting many small blocks off one block, and freed by joining them again, so
+ * that most steps only move an end of the loose block.
  *
- * A block is its header, one word, and the memory that the caller gets. A free block stores its links in that
- * memory and its own address in its last word, where the next block finds it.
+ * A block is its header, one word, and the memory that the caller gets. A free block in a bin stores its
+ * links in that memory and its own address in its last word, where the next block finds it.
  */
 #include "board_memory.h"
 
@@ -59,8 +60,8 @@ constexpr size_t smallest_block = sizeof(block_t) + pointer_size;
 static_assert(offsetof(block_t, next) == header_size && smallest_block % alignment == 0);
 
 constexpr size_t in_use = 1;
-constexpr size_t previous_is_free = 2;
-constexpr size_t is_kept = 4; /**< allocated before memory_keep */
+constexpr size_t previous_is_free = 2; /**< means nothing behind the loose block */
+constexpr size_t is_kept = 4;          /**< allocated before memory_keep */
 constexpr size_t all_flags = alignment - 1;
 
 /** Number of bins for one power of two. */
@@ -128,9 +129,11 @@ constexpr size_t round_up(size_t value, size_t unit)
 struct heap_t
 {
     void *region;
-    block_t **bins; /**< at the start of the region, as many as a region of this size needs */
-    block_t *loose; /**< the free block that is not in a bin; null when all are in bins */
-    block_t *open;  /**< the same block while small blocks are split off it, otherwise null */
+    block_t **bins;     /**< at the start of the region, as many as a region of this size needs */
+    block_t *loose;     /**< the free block that is not in a bin; null when all are in bins */
+    block_t *loose_end; /**< the block behind it, which is in use, as is the one before it; or null */
+    bool is_open;       /**< whether small blocks are split off the loose block */
+    block_t *aside;     /**< the block that was loose before; marked as free, but not in a bin; or null */
     bit_map_t used_levels;
     bit_map_t used_bins[level_count];
     size_t size;       /**< of the region */
@@ -172,6 +175,13 @@ MAY_TOUCH_POISON size_t size_of(const block_t *any)
 block_t *block_at(block_t *from, size_t distance)
 {
     return reinterpret_cast<block_t *>(reinterpret_cast<unsigned char *>(from) + distance);
+}
+
+/** Returns the number of bytes from one block to another. */
+size_t distance(const block_t *from, const block_t *to)
+{
+    return static_cast<size_t>(reinterpret_cast<const unsigned char *>(to) -
+                               reinterpret_cast<const unsigned char *>(from));
 }
 
 /** Returns the last word of the previous block, where a free block stores its address. */
@@ -216,29 +226,6 @@ MAY_TOUCH_POISON void remove_from_bin(const block_t *freed)
     }
 }
 
-void put_loose_block_into_bin()
-{
-    if (heap.loose != nullptr)
-    {
-        put_into_bin(heap.loose);
-        heap.loose = nullptr;
-        heap.open = nullptr;
-    }
-}
-
-/** Removes a free block from its bin, or from being the loose block. */
-void detach(const block_t *freed)
-{
-    if (freed == heap.loose)
-    {
-        heap.loose = nullptr;
-    }
-    else
-    {
-        remove_from_bin(freed);
-    }
-}
-
 /** Makes a part of the region a free block. */
 MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
 {
@@ -246,6 +233,50 @@ MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
     freed->header = size;
     block_before(following) = freed;
     following->header |= previous_is_free;
+}
+
+/** Puts the block that was set aside into its bin. */
+void put_aside_into_bin()
+{
+    if (heap.aside != nullptr)
+    {
+        put_into_bin(heap.aside);
+        heap.aside = nullptr;
+    }
+}
+
+/** Sets the loose block aside: a document is freed level by level, and its blocks are often joined again. */
+MAY_TOUCH_POISON void set_loose_aside()
+{
+    if (heap.loose != nullptr)
+    {
+        put_aside_into_bin();
+        mark_free(heap.loose, distance(heap.loose, heap.loose_end));
+        heap.aside = heap.loose;
+        heap.loose = nullptr;
+        heap.loose_end = nullptr;
+        heap.is_open = false;
+    }
+}
+
+/** Puts all free blocks into bins. */
+void settle()
+{
+    set_loose_aside();
+    put_aside_into_bin();
+}
+
+/** Removes a free block from its bin, or from being set aside. */
+MAY_TOUCH_POISON void detach(const block_t *freed)
+{
+    if (freed == heap.aside)
+    {
+        heap.aside = nullptr;
+    }
+    else
+    {
+        remove_from_bin(freed);
+    }
 }
 
 /** Returns the first block in the given bins of a level or, if they are empty, of a later level; or null. */
@@ -265,10 +296,10 @@ MAY_TOUCH_POISON block_t *first_in_bins(size_t level, bit_map_t bins)
     return heap.bins[bin_t{level, first_place(used)}.index()];
 }
 
-/** Finds a free block of at least a size and removes it from its bin; null when there is none. */
-MAY_TOUCH_POISON block_t *take_from_bins(size_t size)
+/** Makes a free block of at least a size the loose one; false when there is none. */
+MAY_TOUCH_POISON bool take_from_bins(size_t size)
 {
-    put_loose_block_into_bin();
+    settle();
     const bin_t bin = bin_of(size);
     block_t *taken = first_in_bins(bin.level, bits_from(bin.number));
     if (taken != nullptr && taken->header < size)
@@ -276,78 +307,114 @@ MAY_TOUCH_POISON block_t *take_from_bins(size_t size)
         // It is in the bin of the size itself; all blocks in later bins are large enough.
         taken = first_in_bins(bin.level, bits_after(bin.number));
     }
-    if (taken != nullptr)
+    if (taken == nullptr)
     {
-        remove_from_bin(taken);
+        return false;
     }
-    return taken;
+    remove_from_bin(taken);
+    heap.loose = taken;
+    heap.loose_end = block_at(taken, taken->header);
+    return true;
 }
 
-/** Returns whether a block is to be split off the open block: no bin of level 0 has a better fit. */
+/** Returns whether a block is to be split off the loose one: no bin of level 0 has a better fit. */
 MAY_TOUCH_POISON bool is_for_open_block(size_t size)
 {
-    return size < level_0_end && (heap.used_bins[0] & bits_from(size / alignment)) == 0U &&
-           heap.open != nullptr && heap.open->header >= size;
+    return size < level_0_end && (heap.used_bins[0] & bits_from(size / alignment)) == 0U && heap.is_open &&
+           distance(heap.loose, heap.loose_end) >= size;
 }
 
-/** Splits a block off a free block that is not in a bin; the rest after a small block is the open block. */
-MAY_TOUCH_POISON void *split(block_t *taken, size_t size)
+/** Splits a block off the loose one. */
+[[gnu::always_inline]] MAY_TOUCH_POISON inline void *split(size_t size)
 {
-    const size_t rest = taken->header - size;
-    block_t *remaining = nullptr;
+    block_t *const taken = heap.loose;
+    const size_t rest = distance(taken, heap.loose_end) - size;
     if (rest >= smallest_block)
     {
-        remaining = block_at(taken, size);
-        mark_free(remaining, rest);
+        heap.loose = block_at(taken, size);
     }
     else
     {
         size += rest;
-        block_at(taken, size)->header &= ~previous_is_free;
+        heap.loose_end->header &= ~previous_is_free;
+        heap.loose = nullptr;
+        heap.loose_end = nullptr;
+        heap.is_open = false;
     }
-    heap.loose = remaining;
-    heap.open = size < level_0_end ? remaining : nullptr;
-
-    // The previous block is in use: two free blocks are never neighbours.
     taken->header = size | in_use;
     heap.live += size;
     heap.peak = std::max(heap.peak, heap.live);
     return &taken->next;
 }
 
+/** Allocates a block that is not split off the open one. */
+[[gnu::noinline]] MAY_TOUCH_POISON void *allocate_from_bins(size_t size)
+{
+    if (!take_from_bins(size))
+    {
+        ++heap.failures;
+        return nullptr;
+    }
+    heap.is_open = size < level_0_end;
+    return split(size);
+}
+
+/** Joins a free block with its free neighbours; the result is the loose block. */
+[[gnu::noinline]] MAY_TOUCH_POISON void join(block_t *freed, block_t *end)
+{
+    block_t *start = freed;
+    if (freed == heap.loose_end)
+    {
+        start = heap.loose;
+    }
+    else if (end == heap.loose)
+    {
+        end = heap.loose_end;
+    }
+    else
+    {
+        set_loose_aside();
+    }
+    if ((end->header & in_use) == 0U)
+    {
+        detach(end);
+        end = block_at(end, end->header);
+    }
+    if (start == freed && (freed->header & previous_is_free) != 0U)
+    {
+        start = block_before(freed);
+        detach(start);
+    }
+    heap.loose = start;
+    heap.loose_end = end;
+}
+
 /** Frees a block and joins it with its free neighbours. */
 MAY_TOUCH_POISON void free_block(block_t *freed)
 {
-    size_t size = size_of(freed);
+    const size_t size = size_of(freed);
     heap.live -= size;
     poison(&freed->next, size - header_size);
 
-    block_t *joined = freed;
-    block_t *following = block_at(freed, size);
-    if ((following->header & in_use) == 0U)
+    block_t *const end = block_at(freed, size);
+    if (freed == heap.loose_end && (end->header & in_use) != 0U)
     {
-        detach(following);
-        size += following->header;
+        heap.loose_end = end;
     }
-    if ((freed->header & previous_is_free) != 0U)
+    else if (end == heap.loose && (freed->header & previous_is_free) == 0U)
     {
-        joined = block_before(freed);
-        detach(joined);
-        size += joined->header;
+        heap.loose = freed;
     }
-    put_loose_block_into_bin();
-    heap.loose = joined;
-    if (heap.open != nullptr)
+    else
     {
-        heap.open = joined;
+        join(freed, end);
     }
-    mark_free(joined, size);
 }
 
 /** Returns the largest request that would succeed now. */
 MAY_TOUCH_POISON size_t largest_free()
 {
-    put_loose_block_into_bin();
+    settle();
     if (heap.used_levels == 0U)
     {
         return 0;
@@ -359,22 +426,16 @@ MAY_TOUCH_POISON size_t largest_free()
 
 } // namespace
 
-void *zet_integration_mem_alloc(size_t size)
+MAY_TOUCH_POISON void *zet_integration_mem_alloc(size_t size)
 {
     constexpr size_t largest = SIZE_MAX - header_size - all_flags;
-    const size_t block_size = std::max(round_up(size + header_size, alignment), smallest_block);
-    block_t *taken = nullptr;
-    if (size <= largest)
+    const size_t block_size =
+        size <= largest ? std::max(round_up(size + header_size, alignment), smallest_block) : SIZE_MAX;
+    void *const memory = is_for_open_block(block_size) ? split(block_size) : allocate_from_bins(block_size);
+    if (memory != nullptr)
     {
-        taken = is_for_open_block(block_size) ? heap.open : take_from_bins(block_size);
+        unpoison(memory, std::max(size, size_t{1}));
     }
-    if (taken == nullptr)
-    {
-        ++heap.failures;
-        return nullptr;
-    }
-    void *memory = split(taken, block_size);
-    unpoison(memory, std::max(size, size_t{1}));
     return memory;
 }
 
@@ -420,6 +481,7 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
 
 MAY_TOUCH_POISON void memory_keep()
 {
+    settle();
     // The end mark has the size 0.
     for (block_t *block = heap.first; block != nullptr && size_of(block) > 0;
          block = block_at(block, size_of(block)))
@@ -430,6 +492,7 @@ MAY_TOUCH_POISON void memory_keep()
 
 MAY_TOUCH_POISON size_t memory_recover()
 {
+    settle();
     const size_t live = heap.live;
     block_t *following = nullptr;
     for (block_t *block = heap.first; block != nullptr && size_of(block) > 0; block = following)
