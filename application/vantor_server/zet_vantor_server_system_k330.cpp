@@ -883,12 +883,11 @@ struct payload_t
  * have this shape.
  *
  * @param add_item  adds an item's object to its group's array; false on failure
- * @param payload   receives what the samples of the items are
+ * @param payload   the samples of the items are added to it
  */
 bool add_groups(cJSON *array, sensor_control_t *sensor_control,
                 bool (*add_item)(cJSON *, const sensor_control_group_item_t &), payload_t *payload)
 {
-    *payload = {0, nullptr};
     for (sensor_control_group_t &group : sensor_control->groups)
     {
         if (is_group_empty(&group))
