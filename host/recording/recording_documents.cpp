@@ -37,12 +37,17 @@ bool has_first_item(const std::filesystem::path &directory)
     return std::filesystem::exists(directory / (item_name({}) + ".sigmf-meta"), failure);
 }
 
-/** Whether a recorder was killed in this directory before it wrote the documents, and so before the frames.
- */
-bool is_abandoned(const std::filesystem::path &directory)
+/** The file with the samples of the first item, which is created before the documents. */
+std::filesystem::path first_samples(const std::filesystem::path &directory)
+{
+    return directory / (item_name({}) + ".sigmf-data");
+}
+
+/** Whether a recorder has not yet written the documents in this directory, and so no frames. */
+bool has_only_files(const std::filesystem::path &directory)
 {
     std::error_code failure;
-    return std::filesystem::file_size(directory / (item_name({}) + ".sigmf-data"), failure) == 0;
+    return std::filesystem::file_size(first_samples(directory), failure) == 0;
 }
 
 /** Calls a function that reads a document; turns each of its exceptions into bad_recording. */
@@ -369,8 +374,13 @@ recording_documents read_documents(const std::filesystem::path &place)
     const auto collection = collection_path(documents.directory);
     if (!std::filesystem::exists(collection, failure) && !has_first_item(documents.directory))
     {
-        if (is_abandoned(documents.directory))
+        if (has_only_files(documents.directory))
         {
+            if (input_file(first_samples(documents.directory)).is_being_written())
+            {
+                throw bad_recording("The recording in " + documents.directory.string() +
+                                    " is just being started: try again in a moment.");
+            }
             throw bad_recording("Nothing was recorded in " + documents.directory.string() +
                                 ": the program was ended while it created the files. Remove the directory.");
         }

@@ -47,6 +47,18 @@ TEST(recording_check, reports_a_recorder_that_was_killed_before_it_wrote_documen
                 testing::ThrowsMessage<bad_recording>(HasSubstr("Nothing was recorded in ")));
 }
 
+TEST(recording_check, asks_for_patience_while_a_recording_is_created)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", test::example_description());
+    for (const char *name : {"session.sigmf-collection", "group-1-item-1.sigmf-meta"})
+    {
+        std::filesystem::remove(directory / "out" / name);
+    }
+    EXPECT_THAT([&] { check_recording(directory / "out"); },
+                testing::ThrowsMessage<bad_recording>(HasSubstr("is just being started: try again")));
+}
+
 TEST(recording_check, finds_no_fault_in_a_complete_recording)
 {
     const recording_files files(true);

@@ -25,7 +25,7 @@ def test_reads_addresses(text, address):
 @pytest.mark.parametrize("text", [
     "", "tcp", "tcp:", "tcp:host", "tcp::5000", "tcp:host:0", "tcp:host:65536", "tcp:host:12x", "tcp:host:٣", "unix",
     "unix:", "serial:", "serial:@9600", "serial:/dev/x@", "serial:/dev/x@fast", "usb:1", "127.0.0.1:5000", "sim",
-    'sim:--scene "my scene.json', "sim:--scene 'my scene.json", "sim:a\\"])
+    "unix:a\0b", "serial:/dev/\0", "sim:\0", "tcp:a\0:1", "sim:\ud800", 'sim:--scene "my scene.json', "sim:--scene 'my scene.json", "sim:a\\"])
 def test_refuses_everything_else(text):
     with pytest.raises(vantor.AddressError) as failure:
         vantor.connect(text)

@@ -94,3 +94,11 @@ def test_errors_name_the_file_of_the_user(tmp_path: Path) -> None:
         vantor.save_calibrations(tmp_path, [FIRST])
     assert (other.value.filename, other.value.filename2) == (str(tmp_path), None)
     assert list(tmp_path.parent.glob("*.new")) == []
+
+
+def test_names_that_no_file_can_have_are_refused() -> None:
+    calibrations = [vantor.Calibration(1, 25, "00" * 240)]
+    with pytest.raises(OSError, match="The name cannot be used"):
+        vantor.save_calibrations("a\0b", calibrations)
+    with pytest.raises(vantor.ConfigurationError, match="Cannot read a"):
+        vantor.load_calibrations("a\0b")

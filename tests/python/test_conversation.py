@@ -333,9 +333,10 @@ def test_accepts_limits_of_numpy(server):
     assert list(session.frames(seconds=np.float32(0.0))) == []
 
 
-@pytest.mark.parametrize("timeout", [-1, -0.001, np.nan, np.inf])
+@pytest.mark.parametrize("timeout", [-1, -0.001, np.nan, np.inf, 1e10, 10**400])
 def test_refuses_impossible_time_outs(timeout):
-    with pytest.raises(ValueError, match=f'The time-out "answer" is {timeout}; use 0 or more seconds.'):
+    message = f'The time-out "answer" is {timeout}; use a number of seconds from 0 to 1e9.'
+    with pytest.raises(ValueError, match=message.replace("+", r"\+")):
         vantor.Timeouts(answer=timeout)
 
 
@@ -938,7 +939,7 @@ def test_detects_a_closed_connection(server):
     with pytest.raises(vantor.ConnectionLost, match="closed the connection"):
         host.ping()
     host.close()
-    with pytest.raises(vantor.ConnectionLost, match="it was closed"):
+    with pytest.raises(vantor.ConnectionLost, match="was closed"):
         host.ping()
 
 

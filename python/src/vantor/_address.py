@@ -1,5 +1,6 @@
 """Reads the addresses of servers."""
 
+import os
 import re
 import shlex
 from collections.abc import Callable
@@ -49,6 +50,11 @@ _HIGHEST_BAUDRATE = 100_000_000
 
 def parse_address(text: str) -> Address:
     """Parses "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD" or "sim:ARGUMENTS"; raises AddressError."""
+    if not _can_be_passed_on(text):
+        raise AddressError(
+            f"{text!a} is not a valid address: it contains a character that no name can have; write it "
+            "without this character."
+        )
     kind, colon, rest = text.partition(":")
     parse = _PARSERS.get(kind)
     if not colon or parse is None:
@@ -57,6 +63,14 @@ def parse_address(text: str) -> Address:
             "for a simulated server."
         )
     return parse(rest)
+
+
+def _can_be_passed_on(text: str) -> bool:
+    """Whether the system accepts a text as part of the name of a file, a host or as an argument."""
+    try:
+        return b"\0" not in os.fsencode(text)
+    except UnicodeEncodeError:
+        return False
 
 
 def _parse_number(text: str, highest: int) -> int | None:

@@ -3,6 +3,7 @@
 import json
 import logging
 import math
+import os
 import threading
 import time
 from collections.abc import Callable, Iterator
@@ -36,6 +37,9 @@ _END_INTERVAL = 1.0
 #: seconds.
 _SLOW_FRAMES = 3.0
 _LONGEST_TIME = 3600.0
+
+#: Longest time-out in seconds.
+_LONGEST_TIMEOUT = 1e9
 
 #: From when on a pause between two reads is suspected to be the cause of a lost connection, and for how long
 #: after it, in seconds. A server disconnects a host that accepts no data for 10 s, unless told otherwise.
@@ -89,8 +93,18 @@ class Timeouts:
             value = getattr(self, field.name)
             if not isinstance(value, Real):
                 raise TypeError(f'The time-out "{field.name}" must be a number of seconds, not {value!r}.')
-            if not 0.0 <= float(value) < math.inf:
-                raise ValueError(f'The time-out "{field.name}" is {value}; use 0 or more seconds.')
+            if not 0.0 <= _to_float(value) <= _LONGEST_TIMEOUT:
+                raise ValueError(
+                    f'The time-out "{field.name}" is {value}; use a number of seconds from 0 to 1e9.'
+                )
+
+
+def _to_float(value: Real) -> float:
+    """A number as a float; infinity if it is larger than any."""
+    try:
+        return float(value)
+    except OverflowError:
+        return math.inf
 
 
 @dataclass(slots=True)
@@ -147,6 +161,8 @@ class Conversation:
         self._pause = 0.0
         #: The thread whose call is in progress, if any, under the only key "thread".
         self._user: dict[str, int] = {}
+        #: A process that is forked shares the link, but must not use it.
+        self._process = os.getpid()
         self._link: Link | None = open_link()
         try:
             self._find_server()
@@ -310,7 +326,11 @@ class Conversation:
 
     def _open_link(self) -> Link:
         if self._link is None:
-            raise ConnectionLost("There is no connection to the server: it was closed.")
+            raise ConnectionLost("The connection to the server was closed.")
+        if self._process != os.getpid():
+            raise ConnectionLost(
+                "This process was forked from the one that connected to the server. Connect in this process."
+            )
         return self._link
 
     def _send(self, command: dict[str, Any]) -> None:

@@ -165,7 +165,7 @@ class SimulatorLink(DescriptorLink):
         """Takes over the socket, the process of the server, and what it prints to standard error."""
         super().__init__(stream)
         self._end.detach()
-        self._end = weakref.finalize(self, _end_simulator, stream, process, errors)
+        self._end = weakref.finalize(self, _end_simulator, stream, process, errors, os.getpid())
         # The server exits when the link is closed; a forked process must not end it.
         self._end.atexit = False
         self._process = process
@@ -195,10 +195,12 @@ class SimulatorLink(DescriptorLink):
 
 
 def _end_simulator(
-    stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput
+    stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput, starter: int
 ) -> None:
-    """Asks a server to exit, and kills it if it does not."""
+    """Asks a server to exit, and kills it if it does not; only closes the link in a forked process."""
     stream.close()
+    if os.getpid() != starter:
+        return
     process.terminate()
     try:
         process.wait(_EXIT_TIME)

@@ -4,8 +4,10 @@ A calibration is valid while the sensor stays near the temperature at which it w
 of `vantor calibrate` and `vantor record --calibration`.
 """
 
+import errno
 import json
 import os
+import secrets
 from collections.abc import Iterable, Sequence
 from dataclasses import asdict, dataclass, field
 from pathlib import Path
@@ -47,12 +49,21 @@ def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calib
     if faults:
         raise ConfigurationError(f"The calibrations for {file} are not valid:\n{faults[0]}", faults)
     _refuse_repetition(document, f"The list of calibrations for {file}")
-    written = file.with_name(f"{file.name}.{os.getpid()}.new")
     try:
-        written.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
-        written.replace(file)
+        _replace(file, json.dumps(document, indent=2) + "\n")
     except OSError as failure:
         raise OSError(failure.errno, failure.strerror, str(file)) from None
+    except ValueError:
+        raise OSError(errno.EINVAL, "The name cannot be used", str(file)) from None
+
+
+def _replace(file: Path, text: str) -> None:
+    """Writes a file under another name first, which nobody can have prepared as a link to a file."""
+    written = file.with_name(f"{file.name}.{secrets.token_hex(8)}.new")
+    try:
+        with written.open("x", encoding="utf-8") as stream:
+            stream.write(text)
+        written.replace(file)
     finally:
         written.unlink(missing_ok=True)
 

@@ -99,7 +99,7 @@ def _read(file: Path) -> bytes:
     try:
         with file.open("rb") as stream:
             text = stream.read(_LARGEST_DOCUMENT + 1)
-    except OSError:
+    except (OSError, ValueError):
         raise ConfigurationError(
             f"Cannot read {file}: check that the file exists and that you have permission to read it."
         ) from None
