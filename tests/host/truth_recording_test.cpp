@@ -132,8 +132,8 @@ TEST_F(truth_recording, keeps_the_bodies_of_targets)
     EXPECT_EQ(json::parse(all.at(1))["targets"][0]["body"], 2);
     EXPECT_FALSE(json::parse(all.at(2))["targets"][0].contains("body"));
     const recording_reader recording(path);
-    truth_frames truth(recording);
-    const auto &items = truth.move_to(0);
+    truth_frames frames(recording);
+    const auto &items = frames.move_to(0);
     EXPECT_EQ(items.at(0).truth.targets.at(0).body, 2U);
     EXPECT_EQ(items.at(1).truth.targets.at(0).body, 0U);
     auto wrong = encode_truth(items[0].truth);
