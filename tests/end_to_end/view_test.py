@@ -440,6 +440,7 @@ class ManyFrames(InDirectory):
         print(f"{report['frames']} frames recorded, 0 missing; dropped for viewers {dropped}, for the stopped one "
               f"{late['dropped']}, which it sees after {delay:.3f} s")
 
+    @unittest.skipUnless(os.environ.get("VANTOR_MEASURE_MEMORY") == "1", "sanitizers need more and more memory")
     def test_memory_does_not_grow(self):
         # The frames of the last minute need most of the memory, until they have reached their limit.
         first, last = campaign((600_000, 1_600_000), (1_000, 3_000))
