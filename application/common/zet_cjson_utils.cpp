@@ -144,8 +144,8 @@ void link_item(cJSON *container, cJSON *item)
  * cJSON_AddItemToArray, in one pass.
  *
  * @param item  the item; null when it could not be created
- * @return false when there is no item, the target is neither object nor array, or an object gets no key; the
- *         item is then freed
+ * @return false, after freeing the item, if there is no item, if the target is not a container, or if it is
+ *         an object and there is no key
  */
 bool add_item(cJSON *target, const char *key, cJSON *item)
 {

@@ -1,5 +1,5 @@
 /** @file
- * Tells configurations and scenes apart.
+ * Finds out whether a document is a configuration or a scene.
  */
 #ifndef VANTOR_DOCUMENT_KIND_H
 #define VANTOR_DOCUMENT_KIND_H

@@ -32,7 +32,7 @@ constexpr size_t truth_buffer_size = 65536;
 /** Most lines of a sensor that are kept until they are asked for. */
 constexpr size_t most_kept_rows = 4096;
 
-/** So many lines of later frames show that a line is missing; fewer of them may be damaged ones. */
+/** A line is missing if at least this many lines of later frames follow; fewer of them may be damaged. */
 constexpr ptrdiff_t enough_later_rows = 16;
 
 /** Memory is returned in parts of this size. */

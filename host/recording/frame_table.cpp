@@ -61,7 +61,7 @@ template <typename value_t> bool read_cell(std::string_view cell, std::optional<
     return cell.empty() || read_cell(cell, value.emplace());
 }
 
-/** The number of the frame that a line describes; no value if there is no line, or it has no number. */
+/** The number of the frame that a line describes; no value without a line or without a number in it. */
 std::optional<uint64_t> number_of(std::optional<std::string_view> line)
 {
     uint64_t number = 0;

@@ -50,7 +50,7 @@ struct recording_check
     uint64_t missing = 0;               /**< number of frames missing between those that are left */
     uint64_t unlisted_breaks = 0;       /**< number of breaks that are not among the captures */
     std::optional<checked_truth> truth; /**< no value if none was recorded */
-    std::vector<std::string> faults;    /**< sentences; empty if there is no damage */
+    std::vector<std::string> faults;    /**< sentences; empty if nothing is damaged */
 };
 
 /** Receives how many frames of how many have been read. */

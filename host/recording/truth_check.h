@@ -24,7 +24,7 @@ struct checked_truth
     uint64_t lines = 0;    /**< right lines of frames that are left */
     uint64_t surplus = 0;  /**< other lines, except the first one */
     uint64_t frames = 0;   /**< frames with a line for every item */
-    std::vector<std::string> faults; /**< sentences; empty if there is no damage */
+    std::vector<std::string> faults; /**< sentences; empty if nothing is damaged */
 };
 
 /** Receives each right line of a frame that is left. */

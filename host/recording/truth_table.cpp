@@ -250,7 +250,7 @@ std::optional<truth_table::place> truth_table::next_place(uint64_t end)
     return found;
 }
 
-/** The number of the frame of the next line; no value if there is no line, or it is damaged. */
+/** The number of the frame of the next line; no value without a line or if it is damaged. */
 std::optional<uint64_t> truth_table::read_frame()
 {
     ask_to_go_on();

@@ -76,7 +76,7 @@ void check_kind(const file_t &file, const char *use, const std::string &path)
     }
 }
 
-/** Reads a file of at most so many bytes. */
+/** Reads a file up to a largest size. */
 std::string read_text(const char *use, const std::string &path, size_t most)
 {
     const file_t file(path);

@@ -27,7 +27,7 @@ namespace
 /** The file; the simulator passes no context to its observer. */
 int descriptor = -1;
 
-/** What tells the session from all others, in hexadecimal digits; in each of its lines. */
+/** Identifies the session, in hexadecimal digits; in each of its lines. */
 std::string session_id;
 
 /** The members that every session has in common. */

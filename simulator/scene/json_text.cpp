@@ -141,7 +141,7 @@ private:
         }
     }
 
-    /** A value in so many objects and arrays. */
+    /** A value inside a number of objects and arrays. */
     bool value(uint32_t level)
     {
         if (count_ == json_most_values)

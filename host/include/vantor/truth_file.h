@@ -99,7 +99,7 @@ private:
 
     std::filesystem::path path_;
     std::unique_ptr<const input_file> file_;          /**< null without a session */
-    std::string fault_;                               /**< why there is no file, if it was expected */
+    std::string fault_;                               /**< why an expected file is missing */
     uint64_t position_ = 0;                           /**< of the bytes after those in the buffer */
     std::string buffer_;                              /**< bytes that are not a complete line yet */
     bool skipping_ = false;                           /**< until the end of a line that is too long */
