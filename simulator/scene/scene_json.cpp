@@ -47,7 +47,7 @@ bool read_inner_list(scene_reading &reading, const scene_place &target, const sc
     count = 0;
     if (array != nullptr && !cJSON_IsArray(array))
     {
-        return refuse_type(reading, target, section.name, array, "an array");
+        return refuse_type(reading, target, section.name, array, "an array, [{ ... }]");
     }
     const cJSON *object = array != nullptr ? array->child : nullptr;
     for (; object != nullptr; object = object->next)
@@ -198,7 +198,8 @@ bool read_section(scene_reading &reading, const scene_section &section, const cJ
     if (!cJSON_IsArray(array))
     {
         return refuse_type(reading, {section.name}, nullptr, array,
-                           is_hardware(section) ? "an array or \"ideal\"" : "an array");
+                           is_hardware(section) ? "an array, [{ ... }], or \"ideal\""
+                                                : "an array, [{ ... }]");
     }
     uint32_t index = 0;
     for (const cJSON *object = array->child; object != nullptr; object = object->next)
@@ -280,7 +281,7 @@ bool read_bodies(scene_reading &reading, const cJSON *array)
     reading.own_target_count = reading.scene.target_count;
     if (array != nullptr && !cJSON_IsArray(array))
     {
-        return refuse_type(reading, {"bodies"}, nullptr, array, "an array");
+        return refuse_type(reading, {"bodies"}, nullptr, array, "an array, [{ ... }]");
     }
     uint32_t index = 0;
     for (const cJSON *object = array != nullptr ? array->child : nullptr; object != nullptr;

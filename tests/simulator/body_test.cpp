@@ -365,7 +365,7 @@ TEST(body, number_of_a_target_is_checked)
 TEST(body, wrong_bodies_are_refused_with_their_place)
 {
     const std::string kinds = R"(one of "breathing", "walker", "surface", "fan", "curtain", "clutter")";
-    EXPECT_EQ(reason_of(R"({"bodies": {}})"), "bodies is an object, but must be an array");
+    EXPECT_EQ(reason_of(R"({"bodies": {}})"), "bodies is an object, but must be an array, [{ ... }]");
     EXPECT_EQ(reason_of(R"({"bodies": [1]})"), "bodies[0] is 1, but must be an object");
     EXPECT_EQ(reason_of(R"({"bodies": [{"distance_m": 1}]})"),
               "bodies[0] has no key \"kind\", but must have it: " + kinds);

@@ -413,7 +413,7 @@ TEST(hardware, is_read_as_it_was_written)
 TEST(hardware, that_is_wrong_is_refused)
 {
     EXPECT_EQ(reason_of(R"({"hardware": "perfect"})"),
-              "hardware is \"perfect\", but must be an array or \"ideal\"");
+              "hardware is \"perfect\", but must be an array, [{ ... }], or \"ideal\"");
     EXPECT_EQ(reason_of(R"({"hardware": [{"sidelobe_level": 2}]})"),
               "hardware[0].sidelobe_level is 2, but must be a number from 0 to 0.5");
     EXPECT_EQ(reason_of(R"({"hardware": [{"bursts_per_s": 10, "burst_s": 0}]})"),

@@ -275,7 +275,7 @@ TEST(living, wrong_targets_are_refused_with_their_place)
     EXPECT_EQ(reason_of(one_target(R"("distance_m": 2, "fluctuation": "some")")),
               R"(targets[0].fluctuation is "some", but must be one of "none", "swerling_1", "swerling_3")");
     EXPECT_EQ(reason_of(one_target(R"("distance_m": 2, "oscillations": 3)")),
-              "targets[0].oscillations is 3, but must be an array");
+              "targets[0].oscillations is 3, but must be an array, [{ ... }]");
     EXPECT_EQ(refusal_of(one_target(R"("distance_m": 2, "oscillations": [], "oscillations": [])")),
               "targets[0] has the key \"oscillations\" twice, but must have it once (line 1, column 70)");
     EXPECT_EQ(reason_of(one_target(R"("distance": 2)")),

@@ -766,7 +766,7 @@ planted_fault scene_maker::wrong_list(json scene)
         scene[list] = chance(2) ? json::object() : json(7);
         const std::string found = scene[list].is_object() ? "an object" : "7";
         return finish(random_, "wrong list", scene, {list},
-                      {list + " is " + found + ", but must be an array"});
+                      {list + " is " + found + ", but must be an array, [{ ... }]"});
     }
     const size_t last = scene[list].size();
     scene[list].push_back(json::array());
