@@ -671,6 +671,16 @@ def test_keeps_frames_that_arrive_before_the_answer_to_a_command(server):
     assert received == [(0, 0, 0), (20000, 0, 0), (60000, 1, 1)]
 
 
+def test_a_late_frame_that_seemed_lost_is_not_counted_twice(server):
+    def start(host, command):
+        host.send_message(plain_answer(command))
+        for number, tick in enumerate([0, 39600, 40600, 79200, 80600, 120000, 160000]):
+            host.send(frame_bytes(number, tick))
+    server.on("start", start)
+    # The second and the fourth frame seem to come after a gap until the next one arrives. Then two frames are missing.
+    assert missing(session_of(server).frames(count=7)) == [(0, 0), (1, 1), (0, 0), (1, 0), (0, 0), (1, 0), (2, 1)]
+
+
 @contextlib.contextmanager
 def memory_below(limit):
     """Checks that the context never needs this many bytes more."""

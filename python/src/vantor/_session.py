@@ -42,6 +42,8 @@ class _Stream:
         self.number = 0
         #: Frames missing before the last one.
         self.missing = 0
+        #: Most frames that were missing before any frame: one more than there are while a late one seemed lost.
+        self._most_missing = 0
 
     def keep(self, message: Message) -> None:
         """Takes a frame that arrived before the answer to a command.
@@ -76,9 +78,10 @@ class _Stream:
     def count(self, first: ItemReading) -> tuple[float, int]:
         """Counts a frame by its first item; returns its time in seconds, and the frames lost before it."""
         damaged, self._damaged = self._damaged, 0
-        before = self.missing
         self.missing = self._losses.add(first.tick, damaged, first.flags.frame_delayed)
-        return self._clock.advance(first.tick), max(0, self.missing - before)
+        lost = max(0, self.missing - self._most_missing)
+        self._most_missing += lost
+        return self._clock.advance(first.tick), lost
 
 
 class Session:
