@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
+#include <string_view>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -46,6 +47,9 @@ void add(std::string &object, const char *name, number_t value, format_t... form
     object += std::string("\"") + name + "\":";
     object.append(digits.data(), end);
 }
+
+/** What a line of a session or a frame begins with. */
+constexpr std::string_view session_begin = "{\"session\":";
 
 /** Adds the number of a session, and what tells it from those of other servers with the same number. */
 void add_session(std::string &line, uint32_t number)
@@ -166,23 +170,24 @@ void write_frame(const zet_simulator_frame_t *frame)
     throw std::runtime_error("cannot write the truth to \"" + path + "\": " + reason);
 }
 
-/** Whether a path leads to this file. */
-bool is_same_file(const struct stat &status, const std::string &path)
+/** Whether a file is empty or begins like a truth file, and not like a scene or a track. */
+bool is_empty_or_truth()
 {
-    struct stat other = {};
-    return stat(path.c_str(), &other) == 0 && other.st_dev == status.st_dev && other.st_ino == status.st_ino;
+    std::array<char, session_begin.size()> begin{};
+    const ssize_t count = pread(descriptor, begin.data(), begin.size(), 0);
+    return count == 0 || std::string_view(begin.data(), begin.size()) == session_begin;
 }
 
 /** Refuses a file that must not be replaced; locks it until the program ends. */
-void claim_file(const std::string &path, const struct stat &status, const std::string &scene_path)
+void claim_file(const std::string &path, const struct stat &status)
 {
     if (!S_ISREG(status.st_mode))
     {
         refuse_file(path, "it is not a regular file");
     }
-    if (is_same_file(status, scene_path))
+    if (!is_empty_or_truth())
     {
-        refuse_file(path, "it is the scene");
+        refuse_file(path, "it has other content, which would be lost; give another name, or remove it");
     }
     // A file system without locks cannot be asked.
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
@@ -192,16 +197,16 @@ void claim_file(const std::string &path, const struct stat &status, const std::s
 }
 
 /** Opens the file. Opening it does not wait, also if it is a pipe. */
-void open_file(const std::string &path, const std::string &scene_path)
+void open_file(const std::string &path)
 {
     constexpr mode_t readable = 0666;
-    descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, readable);
+    descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, readable);
     struct stat status = {};
     if (descriptor < 0 || fstat(descriptor, &status) != 0)
     {
         refuse_file(path, std::strerror(errno));
     }
-    claim_file(path, status, scene_path);
+    claim_file(path, status);
     if (ftruncate(descriptor, 0) != 0)
     {
         refuse_file(path, std::strerror(errno));
@@ -214,7 +219,7 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
 {
     // So that a file that becomes larger than the system allows is a failed write, like a full disk.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-    open_file(options.truth_path, options.scene_path);
+    open_file(options.truth_path);
     std::vector<char> text(zet_simulator_scene_to_json(&scene, nullptr, 0) + 1);
     zet_simulator_scene_to_json(&scene, text.data(), text.size());
     session_members.clear();

@@ -249,6 +249,12 @@ uint32_t unused_body(const zet_simulator_scene_t &scene)
     return number;
 }
 
+/** Whether all targets of a body are one thing, not several that are each to be found. */
+bool is_one_thing(body_kind kind)
+{
+    return kind != body_kind::clutter && kind != body_kind::surface;
+}
+
 /** Reads a body and adds its targets. */
 bool read_body(scene_reading &reading, uint32_t index, const cJSON *object)
 {
@@ -261,7 +267,7 @@ bool read_body(scene_reading &reading, uint32_t index, const cJSON *object)
     read = body_with_defaults(read.kind);
     const scene_section &section = body_sections[static_cast<size_t>(read.kind)];
     const uint16_t first = reading.scene.target_count;
-    const uint32_t number = unused_body(reading.scene);
+    const uint32_t number = is_one_thing(read.kind) ? unused_body(reading.scene) : 0;
     if (!read_fields(reading, {place, section, reinterpret_cast<unsigned char *>(&read)}, object) ||
         !body_expand(read, place, reading.scene, reading.report))
     {

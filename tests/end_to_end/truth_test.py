@@ -174,7 +174,7 @@ class Files(TruthTest):
         pipe = self.path("pipe")
         os.mkfifo(pipe)
         for path, reason in ((self.folder, "Is a directory"), (self.path("missing/file"), "No such file or directory"),
-                             ("/dev/null", "it is not a regular file"), (pipe, "")):
+                             ("/dev/null", "it is not a regular file"), (pipe, "it is not a regular file")):
             self.assertIn(f'cannot write the truth to "{path}": {reason}', self.refusal("--truth", path))
 
     def refusal(self, *arguments):
@@ -197,14 +197,20 @@ class Files(TruthTest):
         with self.server():
             self.assertEqual(lines_of(self.truth), [])
 
-    def test_the_scene_is_not_replaced(self):
-        link = self.path("hard-link.json")
-        os.link(self.scene, link)
-        for path in (self.scene, link):
-            self.assertIn(f'cannot write the truth to "{path}": it is the scene',
-                          self.refusal("--scene", self.scene, "--truth", path))
-        with open(self.scene, encoding="utf-8") as file:
-            self.assertEqual(json.load(file), self.SCENE)
+    def test_only_a_truth_file_is_replaced(self):
+        track = self.path("track.csv")
+        link = self.path("link.csv")
+        for path, text in ((track, "time_s,distance_m\n0,1\n"), (self.path("short"), "{")):
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(text)
+        os.link(track, link)
+        for path in (self.scene, track, link, self.path("short")):
+            with open(path, "rb") as file:
+                before = file.read()
+            self.assertIn(f'cannot write the truth to "{path}": it has other content, which would be lost; give another '
+                          "name, or remove it", self.refusal("--scene", self.scene, "--truth", path))
+            with open(path, "rb") as file:
+                self.assertEqual(file.read(), before)
 
     def test_a_full_disk_is_reported_once_and_does_not_stop_frames(self):
         process = subprocess.Popen([SERVER, "--stdio", "--clock", "virtual", "--truth", self.truth],
@@ -401,14 +407,17 @@ class Scores(TruthTest):
                                            *options))["items"][0]
 
         def figures(score):
-            return [(target["body"], target["due"], target["detected"]) for target in score["targets"]]
+            return [(target.get("body"), target.get("target"), target["due"], target["detected"])
+                    for target in score["targets"] if target["due"] > 0]
 
         everything = score()
-        self.assertEqual(figures(everything), [(1, frames, frames), (2, frames, frames)])
+        # The things of the clutter are each one; the first one is detected.
+        things = [(None, target, frames, frames if target == 3 else 0) for target in range(3, 11)]
+        self.assertEqual(figures(everything), [*things, (1, None, frames, frames)])
         self.assertEqual((everything["detections_ignored"], everything["false_alarms"]), (2 * frames, 0))
         # The blades move at 0.63 m/s; of three, one has at least 0.5 m/s along the line of sight.
         moving = score("--min-speed", "0.5")
-        self.assertEqual(figures(moving), [(1, frames, frames)])
+        self.assertEqual(figures(moving), [(1, None, frames, frames)])
         self.assertEqual((moving["detections_ignored"], moving["false_alarms"]), (2 * frames, frames))
 
 

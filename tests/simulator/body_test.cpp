@@ -343,6 +343,14 @@ TEST(body, all_its_targets_have_its_number)
     EXPECT_EQ(bodies_of(scene_of(text_of(scene))), expected);
 }
 
+TEST(body, of_several_things_has_no_number)
+{
+    const auto scene =
+        scene_of(R"({"bodies": [{"kind": "clutter", "nearest_m": 1, "farthest_m": 2, "points": 2},
+        {"kind": "surface", "distance_m": 1, "stirrer_m2": 0.1}, {"kind": "breathing", "distance_m": 1}]})");
+    EXPECT_EQ(bodies_of(scene), (std::vector<uint32_t>{0, 0, 0, 0, 1}));
+}
+
 TEST(body, has_a_number_that_no_other_target_has)
 {
     const auto scene = scene_of(R"({"bodies": [{"kind": "breathing", "distance_m": 1},
