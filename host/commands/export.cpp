@@ -26,8 +26,8 @@ constexpr const char *export_footer = R"(Examples:
       writes complex64 arrays with the axes frame, sweep and point, for numpy.load
   vantor export recordings/garage --format npz
       writes these arrays as "samples", with the distances of the points in metres ("distance_m"), the times of the
-      frames in seconds ("time_s"), the number of frames missing before each frame ("missing"), and the other columns
-      of the frame table
+      frames in seconds since the first one of the item ("time_s"), the number of frames missing before each frame
+      ("missing"), and the other columns of the frame table
   vantor export recordings/garage --format truth
       writes what simulated sensors should have found, as one CSV file per item)";
 

@@ -76,10 +76,14 @@ std::string target_cells(const target_truth &target)
     append_number(text, target.phase_rad, ',');
     if (target.snr_db)
     {
-        append_number(text, *target.snr_db, '\n');
-        return text;
+        append_number(text, *target.snr_db, ',');
     }
-    return text + "\n";
+    else
+    {
+        text += ',';
+    }
+    append_number(text, target.body, '\n');
+    return text;
 }
 
 /** Formats the truth of an item in a frame as text. */
@@ -97,7 +101,7 @@ std::string truth_lines_of(const recorded_truth &line)
     {
         text += begin + target_cells(target);
     }
-    return text.empty() ? begin + ",,,,,\n" : text;
+    return text.empty() ? begin + ",,,,,,\n" : text;
 }
 
 /** The shape of the samples of an item: the axes frame, sweep and point. */
@@ -215,7 +219,7 @@ std::vector<std::filesystem::path> export_truth(const recording_reader &recordin
         const auto &layout = recording.items()[index].layout;
         truth_frames truth(recording, check);
         file.append("frame,tick,time_s,temperature,noise_power,interference,target,distance_m,velocity_m_s,"
-                    "amplitude,phase_rad,snr_db\n");
+                    "amplitude,phase_rad,snr_db,body\n");
         for (uint64_t number = 0; number < recording.frames(); ++number)
         {
             for (const auto &line : truth.move_to(number))

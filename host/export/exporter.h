@@ -28,7 +28,7 @@ std::vector<std::filesystem::path> export_csv(recording_reader &recording,
 /**
  * Writes what simulated sensors should have found as text: a header, then one line per target and frame with
  * the columns frame, tick, time_s, temperature, noise_power, interference, target, distance_m, velocity_m_s,
- * amplitude, phase_rad and snr_db. A frame without targets has one line, which ends with empty cells.
+ * amplitude, phase_rad, snr_db and body. A frame without targets has one line, which ends with empty cells.
  *
  * @param recording  the recording to export
  * @param directory  where to write; it is created

@@ -173,7 +173,8 @@ std::vector<std::string> describe_flags(const stream_facts &facts, const item_fl
         describe_flag(name, number, facts.frames, item, advice, lines);
     };
     add("saturated", counts.saturated, "use a lower receiver_gain");
-    add("invalid", notable_invalid(counts, facts.breaks), "the channel was busy; their samples are not used");
+    add("invalid", notable_invalid(counts, facts.breaks),
+        "the channel was busy or the transmitter off; their samples are not used");
     add("delayed", counts.delayed, "use a lower frame_rate or a faster link");
     add("calibration needed", counts.calibration_needed, calibration_advice(facts));
     return lines;

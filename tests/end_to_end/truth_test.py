@@ -323,7 +323,7 @@ class Recordings(TruthTest):
         with open(files[0], encoding="utf-8") as file:
             rows = file.read().splitlines()
         self.assertEqual(rows[0], "frame,tick,time_s,temperature,noise_power,interference,target,distance_m,"
-                                  "velocity_m_s,amplitude,phase_rad,snr_db")
+                                  "velocity_m_s,amplitude,phase_rad,snr_db,body")
         self.assertEqual(len(rows), 1 + 3 * 3)
         first = lines_of(os.path.join(recording, "truth.jsonl"))[1]
         cells = rows[1].split(",")

@@ -80,12 +80,12 @@ TEST(stream_warnings, name_the_flags_of_each_item)
                     .counts = {.saturated = 3, .invalid = 4, .delayed = 5, .calibration_needed = 6}}};
     EXPECT_THAT(
         describe_warnings(facts),
-        ElementsAre(
-            "saturated: 3 of 100 frames of group 1, item 2; use a lower receiver_gain",
-            "invalid: 4 of 100 frames of group 1, item 2; the channel was busy; their samples are not used",
-            "delayed: 5 of 100 frames of group 1, item 2; use a lower frame_rate or a faster link",
-            "calibration needed: 6 of 100 frames of group 1, item 2; calibrate again, or record with "
-            "--recalibrate"));
+        ElementsAre("saturated: 3 of 100 frames of group 1, item 2; use a lower receiver_gain",
+                    "invalid: 4 of 100 frames of group 1, item 2; the channel was busy or the transmitter "
+                    "off; their samples are not used",
+                    "delayed: 5 of 100 frames of group 1, item 2; use a lower frame_rate or a faster link",
+                    "calibration needed: 6 of 100 frames of group 1, item 2; calibrate again, or record with "
+                    "--recalibrate"));
 }
 
 TEST(stream_warnings, leave_out_the_first_frame_of_each_session_which_is_never_valid)

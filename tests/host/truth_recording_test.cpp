@@ -590,6 +590,7 @@ TEST_F(truth_recording, is_exported_as_text)
         auto known = *first.truth();
         known.items[0]->targets.clear();
         known.items[1]->targets[0].snr_db.reset();
+        known.items[1]->targets[0].body = 7;
         first.set_truth(std::make_shared<const frame_truth>(known));
         writer.add(first);
         writer.finish();
@@ -598,12 +599,12 @@ TEST_F(truth_recording, is_exported_as_text)
     const recording_reader recording(path);
     EXPECT_EQ(export_truth(recording, output).size(), 3U);
     const std::string head = "frame,tick,time_s,temperature,noise_power,interference,target,distance_m,"
-                             "velocity_m_s,amplitude,phase_rad,snr_db\n";
-    EXPECT_EQ(read_file(output / "group-1-item-1.truth.csv"), head + "0,0,0,25,22500,0,,,,,,\n");
+                             "velocity_m_s,amplitude,phase_rad,snr_db,body\n";
+    EXPECT_EQ(read_file(output / "group-1-item-1.truth.csv"), head + "0,0,0,25,22500,0,,,,,,,\n");
     EXPECT_EQ(read_file(output / "group-1-item-2.truth.csv"),
-              head + "0,5,0,25,22500,0,0,0.2,0.1,4743.4,1.5,\n");
+              head + "0,5,0,25,22500,0,0,0.2,0.1,4743.4,1.5,,7\n");
     EXPECT_EQ(read_file(output / "group-2-item-1.truth.csv"),
-              head + "0,9,0,25,22500,0,0,-0.1,0.1,4743.4,1.5,30\n");
+              head + "0,9,0,25,22500,0,0,-0.1,0.1,4743.4,1.5,30,0\n");
     EXPECT_THAT(test::run({"export", path.string(), "--format", "truth"}).out,
                 HasSubstr("export/group-1-item-1.truth.csv\n"));
     EXPECT_THROW(static_cast<void>(export_truth(recording, output)), recording_error);
