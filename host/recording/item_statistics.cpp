@@ -9,19 +9,12 @@
 #include <numeric>
 
 #include "recording/noise_estimate.h"
+#include "recording/quantile.h"
 
 namespace vantor
 {
 namespace
 {
-
-/** The element that this many elements precede in ascending order. */
-double quantile(std::vector<double> values, size_t below)
-{
-    const auto rank = values.begin() + static_cast<ptrdiff_t>(below);
-    std::nth_element(values.begin(), rank, values.end());
-    return *rank;
-}
 
 /** Whether a part of a sample has reached the end of its range. */
 bool is_clipped(const sample &value)
@@ -32,11 +25,26 @@ bool is_clipped(const sample &value)
     return ends(value.i) || ends(value.q);
 }
 
-/** The middle element in ascending order. */
-double median(std::vector<double> values)
+/** Whether any sample has reached the end of its range. */
+bool has_clipped(std::span<const sample> samples)
 {
-    const auto middle = values.size() / 2;
-    return quantile(std::move(values), middle);
+    // The compiler vectorises this if both parts of a sample are treated alike.
+    const std::span parts(reinterpret_cast<const int16_t *>(samples.data()), 2 * samples.size());
+    int16_t lowest = 0;
+    int16_t highest = 0;
+    for (const int16_t part : parts)
+    {
+        lowest = std::min(lowest, part);
+        highest = std::max(highest, part);
+    }
+    return lowest == std::numeric_limits<int16_t>::min() || highest == std::numeric_limits<int16_t>::max();
+}
+
+/** A sum of parts of samples as a whole number; the largest one if it has more than 65,000 clipped parts. */
+int32_t whole(double sum)
+{
+    constexpr double most = std::numeric_limits<int32_t>::max();
+    return static_cast<int32_t>(std::clamp(sum, -most, most));
 }
 
 } // namespace
@@ -67,27 +75,44 @@ void item_statistics::add_sweep(std::span<const sample> sweep)
 {
     for (size_t point = 0; point < sums_.size(); ++point)
     {
-        const double i = sweep[point].i;
-        const double q = sweep[point].q;
-        sums_[point] += std::sqrt(i * i + q * q);
-        means_[point] += std::complex<double>(i, q);
-        clipped_[point] = clipped_[point] || is_clipped(sweep[point]);
+        const auto i = static_cast<float>(sweep[point].i);
+        const auto q = static_cast<float>(sweep[point].q);
+        sums_[point] += static_cast<double>(std::sqrt(i * i + q * q));
+    }
+    for (size_t point = 0; point < means_.size(); ++point)
+    {
+        means_[point] += std::complex<double>(sweep[point]);
     }
     ++sweeps_;
 }
 
-/** Adds the difference between two sweeps. */
-void item_statistics::compare(std::span<const sample> earlier, std::span<const sample> later)
+/** Notes which samples of a sweep are clipped. */
+void item_statistics::note_clipped(std::span<const sample> sweep)
+{
+    for (size_t point = 0; point < clipped_.size(); ++point)
+    {
+        clipped_[point] = clipped_[point] || is_clipped(sweep[point]);
+    }
+}
+
+/** Adds the difference between two sweeps. @p clipped  whether one of them may have a clipped sample */
+void item_statistics::compare(std::span<const sample> earlier, std::span<const sample> later, bool clipped)
 {
     // Enough that few points of noise look like an echo, and few enough that an echo does not pass many
     // points.
     constexpr unsigned enough = 8;
     for (size_t point = 0; point < differences_.size(); ++point)
     {
-        const double i = later[point].i - earlier[point].i;
-        const double q = later[point].q - earlier[point].q;
-        const bool clipped = is_clipped(earlier[point]) || is_clipped(later[point]);
-        differences_[point] += clipped ? std::numeric_limits<double>::quiet_NaN() : i * i + q * q;
+        const auto i = static_cast<float>(later[point].i - earlier[point].i);
+        const auto q = static_cast<float>(later[point].q - earlier[point].q);
+        differences_[point] += i * i + q * q;
+    }
+    for (size_t point = 0; clipped && point < differences_.size(); ++point)
+    {
+        if (is_clipped(earlier[point]) || is_clipped(later[point]))
+        {
+            differences_[point] = std::numeric_limits<float>::quiet_NaN();
+        }
     }
     // The variance of a square, and twice the covariance of the squares of two differences with a common
     // sweep.
@@ -112,7 +137,7 @@ void item_statistics::finish_interval()
         }
     }
     ++count_;
-    std::fill(differences_.begin(), differences_.end(), 0.0);
+    std::fill(differences_.begin(), differences_.end(), 0.0F);
     compared_ = 0;
     variance_ = 0.0;
     earlier_ = means_;
@@ -122,16 +147,17 @@ void item_statistics::finish_interval()
 /** The offset in the current interval: echoes are at fewer than half of the points. */
 std::complex<double> item_statistics::interval_offset(const subsweep_layout &place) const
 {
-    std::vector<double> real;
-    std::vector<double> imaginary;
-    for (size_t point = place.offset; point < place.offset + place.length; ++point)
+    std::vector<int32_t> real(place.length);
+    std::vector<int32_t> imaginary(place.length);
+    for (size_t i = 0; i < place.length; ++i)
     {
-        const auto sum = means_[point] - earlier_[point];
-        real.push_back(sum.real());
-        imaginary.push_back(sum.imag());
+        const auto sum = means_[place.offset + i] - earlier_[place.offset + i];
+        real[i] = whole(sum.real());
+        imaginary[i] = whole(sum.imag());
     }
-    return std::complex<double>{median(std::move(real)), median(std::move(imaginary))} /
-           static_cast<double>(sweeps_ - earlier_sweeps_);
+    const std::complex<double> median(quantile(real, place.length / 2),
+                                      quantile(imaginary, place.length / 2));
+    return median / static_cast<double>(sweeps_ - earlier_sweeps_);
 }
 
 /** Adds the noise in the current interval. */
@@ -139,15 +165,16 @@ void item_statistics::add_noise(size_t subsweep, interval_sums &sums) const
 {
     const auto &place = subsweeps_[subsweep];
     const double mean = 2.0 * compared_;
-    std::vector<double> powers;
+    std::vector<float> powers;
+    powers.reserve(place.length);
     for (size_t point = place.offset; point < place.offset + place.length; ++point)
     {
         if (!std::isnan(differences_[point]))
         {
-            powers.push_back(differences_[point] / mean);
+            powers.push_back(differences_[point] / static_cast<float>(mean));
         }
     }
-    const auto found = estimate_noise(std::move(powers), mean * mean / variance_);
+    const auto found = estimate_noise(powers, mean * mean / variance_);
     if (found && found->certain)
     {
         sums.power += found->power;
@@ -172,21 +199,26 @@ void item_statistics::add(std::span<const sample> samples)
     clipped_.resize(length);
     differences_.resize(length);
     earlier_.resize(length);
+    const bool clipped = has_clipped(samples);
     for (size_t place = 0; place + length <= samples.size(); place += length)
     {
         const auto sweep = samples.subspan(place, length);
         add_sweep(sweep);
+        if (clipped)
+        {
+            note_clipped(sweep);
+        }
         consecutive_ = consecutive_ && (place > 0 || samples.size() == length);
         if (place > 0)
         {
-            compare(samples.subspan(place - length, length), sweep);
+            compare(samples.subspan(place - length, length), sweep, clipped);
         }
     }
     if (samples.size() == length)
     {
         if (!previous_.empty())
         {
-            compare(previous_, samples);
+            compare(previous_, samples, clipped || has_clipped(previous_));
         }
         previous_.assign(samples.begin(), samples.end());
     }
@@ -251,13 +283,13 @@ double item_statistics::offset_power(size_t subsweep, double noise) const
 {
     const auto &place = subsweeps_[subsweep];
     const auto count = static_cast<double>(sweeps_);
-    std::vector<double> powers;
+    std::vector<float> powers;
     for (size_t point = place.offset; point < place.offset + place.length; ++point)
     {
-        powers.push_back(std::norm(means_[point] / count));
+        powers.push_back(static_cast<float>(std::norm(means_[point] / count)));
     }
     // Noise adds to the mean samples, too.
-    const double lower = std::max(quantile(std::move(powers), place.length / 4) - noise / count, 0.0);
+    const double lower = std::max(quantile_of_powers(powers, place.length / 4) - noise / count, 0.0);
     if (count_ == 0)
     {
         return lower;

@@ -4,9 +4,13 @@
 #include "recording/noise_estimate.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <numeric>
+
+#include "recording/quantile.h"
 
 namespace vantor
 {
@@ -28,26 +32,59 @@ double gamma_quantile(double shape, double normal_quantile)
     return std::pow(std::max(1.0 - spread + normal_quantile * std::sqrt(spread), 0.0), 3.0);
 }
 
+/** Powers up to a bound. */
+struct lower_powers
+{
+    double sum = 0.0;
+    size_t count = 0;
+};
+
+/** The powers up to a bound. */
+lower_powers powers_up_to(std::span<const float> powers, float bound)
+{
+    // Several sums, since the compiler does not change the order of additions.
+    constexpr size_t lanes = 4;
+    std::array<double, lanes> sums{};
+    std::array<int32_t, lanes> counts{};
+    const auto add = [&](size_t lane, float power) {
+        const bool below = power <= bound;
+        sums[lane] += static_cast<double>(below ? power : 0.0F);
+        counts[lane] += below ? 1 : 0;
+    };
+    const size_t whole = powers.size() / lanes * lanes;
+    for (size_t i = 0; i < whole; i += lanes)
+    {
+        for (size_t lane = 0; lane < lanes; ++lane)
+        {
+            add(lane, powers[i + lane]);
+        }
+    }
+    for (size_t i = whole; i < powers.size(); ++i)
+    {
+        add(i - whole, powers[i]);
+    }
+    return {.sum = std::accumulate(sums.begin(), sums.end(), 0.0),
+            .count = static_cast<size_t>(std::accumulate(counts.begin(), counts.end(), 0))};
+}
+
 } // namespace
 
-std::optional<noise_estimate> estimate_noise(std::vector<double> powers, double shape)
+std::optional<noise_estimate> estimate_noise(std::span<const float> powers, double shape)
 {
     if (powers.empty())
     {
         return std::nullopt;
     }
-    std::sort(powers.begin(), powers.end());
     const double highest = gamma_quantile(shape, normal_bound);
-    double power = powers[powers.size() / 4] / gamma_quantile(shape, normal_quartile);
+    double power = quantile_of_powers(powers, powers.size() / 4) / gamma_quantile(shape, normal_quartile);
     size_t kept = 0;
     size_t before = 0;
     do
     {
         before = kept;
-        const double bound = std::max(power * highest, rounding);
-        const auto end = std::upper_bound(powers.begin(), powers.end(), bound);
-        kept = static_cast<size_t>(end - powers.begin());
-        power = std::accumulate(powers.begin(), end, 0.0) / static_cast<double>(kept);
+        const auto lower = powers_up_to(powers, static_cast<float>(std::max(power * highest, rounding)));
+        kept = lower.count;
+        power = lower.sum / static_cast<double>(kept);
     } while (kept != before);
     return noise_estimate{.power = power, .certain = 2 * kept > powers.size()};
 }

@@ -5,7 +5,7 @@
 #define VANTOR_NOISE_ESTIMATE_H
 
 #include <optional>
-#include <vector>
+#include <span>
 
 namespace vantor
 {
@@ -28,7 +28,7 @@ struct noise_estimate
  * @param shape   of the gamma distribution
  * @return nothing if there are no points
  */
-std::optional<noise_estimate> estimate_noise(std::vector<double> powers, double shape);
+std::optional<noise_estimate> estimate_noise(std::span<const float> powers, double shape);
 
 } // namespace vantor
 

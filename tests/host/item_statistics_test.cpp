@@ -7,6 +7,7 @@
 #include <cmath>
 #include <complex>
 #include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 
@@ -167,6 +168,17 @@ background measured_background(size_t frames, size_t sweeps, const echoes &sourc
     return statistics.background_of(0);
 }
 
+/** The background of a single point, with this many sweeps in a frame. */
+background background_of_point(const std::vector<sample> &sweeps, size_t sweeps_per_frame)
+{
+    item_statistics statistics(points(1));
+    for (size_t first = 0; first < sweeps.size(); first += sweeps_per_frame)
+    {
+        statistics.add(std::span(sweeps).subspan(first, sweeps_per_frame));
+    }
+    return statistics.background_of(0);
+}
+
 /** An echo of a pulse that is five points wide. */
 double pulse(double amplitude, double place, size_t point)
 {
@@ -213,6 +225,18 @@ TEST(item_statistics, measures_the_noise_beside_samples_that_are_clipped)
 {
     const auto source = [](size_t, size_t point) { return point < 40 ? 40000.0 : 0.0; };
     expect_true_background(measured_background(40, 1, source));
+}
+
+TEST(item_statistics, leaves_out_a_clipped_sample_of_any_sweep)
+{
+    for (const size_t clipped : {0U, 3U, 7U})
+    {
+        std::vector<sample> sweeps(8);
+        EXPECT_EQ(background_of_point(sweeps, 1).noise, 0.0);
+        sweeps[clipped].q = std::numeric_limits<int16_t>::min();
+        EXPECT_TRUE(std::isnan(background_of_point(sweeps, 1).noise)) << clipped;
+        EXPECT_TRUE(std::isnan(background_of_point(sweeps, 8).noise)) << clipped;
+    }
 }
 
 TEST(item_statistics, measures_the_noise_in_few_sweeps)

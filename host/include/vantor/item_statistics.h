@@ -83,7 +83,8 @@ private:
     };
 
     void add_sweep(std::span<const sample> sweep);
-    void compare(std::span<const sample> earlier, std::span<const sample> later);
+    void note_clipped(std::span<const sample> sweep);
+    void compare(std::span<const sample> earlier, std::span<const sample> later, bool clipped);
     void finish_interval();
     void add_noise(size_t subsweep, interval_sums &sums) const;
     [[nodiscard]] std::complex<double> interval_offset(const subsweep_layout &place) const;
@@ -99,7 +100,7 @@ private:
     uint64_t sweeps_ = 0;
     std::vector<interval_sums> intervals_;      /**< of each sub-sweep */
     uint64_t count_ = 0;                        /**< number of complete intervals */
-    std::vector<double> differences_;           /**< in the interval: sums of the squares; NaN: clipped */
+    std::vector<float> differences_;            /**< in the interval: sums of the squares; NaN: clipped */
     unsigned compared_ = 0;                     /**< number of differences in the interval, at each point */
     double variance_ = 0.0;                     /**< of a sum, relative to the square of the noise power */
     bool consecutive_ = false;                  /**< the next difference begins where the last one ended */
