@@ -3,6 +3,7 @@
  */
 #include "vantor/recording_sink.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "recording/gap_watch.h"
@@ -14,6 +15,12 @@ namespace
 
 /** How long frames may wait for the disk after they were written. */
 constexpr std::chrono::milliseconds sync_interval{500};
+
+/** How long frames may wait for others that are written together with them. */
+constexpr std::chrono::milliseconds gathering_interval{2};
+
+/** Bytes of frames in the queue that are written without waiting for others. */
+constexpr size_t block_size = 256U << 10U;
 
 /** Bytes that a frame occupies beside its samples and items: itself, its place in the queue, and what the
  * heap needs for each of its parts. */
@@ -46,8 +53,8 @@ size_t queued_size(const frame &queued) noexcept
 
 recording_sink::recording_sink(recording_writer &writer, const session_metadata &metadata, size_t queue_size,
                                event_loop &loop, calendar now)
-    : writer_(writer), gaps_(std::make_unique<gap_watch>()), queue_size_(queue_size), loop_(loop),
-      now_(std::move(now))
+    : writer_(writer), gaps_(std::make_unique<gap_watch>()), queue_size_(queue_size),
+      enough_(std::min(queue_size, block_size)), loop_(loop), now_(std::move(now))
 {
     for (const auto &layout : metadata.items)
     {
@@ -116,13 +123,23 @@ size_t recording_sink::size_of(const job &queued)
 /** Adds a job to the queue; throws the failure of an earlier one. */
 void recording_sink::push(job &&added)
 {
-    check();
+    bool wake_thread = false;
     {
         const std::lock_guard lock(mutex_);
+        if (failure_)
+        {
+            std::rethrow_exception(failure_);
+        }
+        const bool had_enough = has_enough();
+        wake_thread = queue_.empty();
         queued_bytes_ += size_of(added);
         queue_.push_back(std::move(added));
+        wake_thread = wake_thread || (has_enough() && !had_enough);
     }
-    wake_.notify_one();
+    if (wake_thread)
+    {
+        wake_.notify_one();
+    }
 }
 
 /** The thread: executes jobs until the sink is closed, or one has failed. */
@@ -131,12 +148,12 @@ void recording_sink::work()
     bool more = true;
     while (more)
     {
-        job next;
-        more = take_job(next);
+        block next;
+        more = take_block(next);
         std::exception_ptr failure;
         try
         {
-            execute(next);
+            std::ranges::for_each(next.jobs, [this](const job &taken) { execute(taken); });
             sync_if_due(!more);
         }
         catch (...)
@@ -144,12 +161,17 @@ void recording_sink::work()
             failure = std::current_exception();
             more = false;
         }
-        finish_job(next, std::move(failure));
+        next.jobs.clear();
+        finish_block(next.size, std::move(failure));
     }
 }
 
-/** Waits for the next job, or until data must be on the disk; false if there are no more jobs. */
-bool recording_sink::take_job(job &taken)
+/**
+ * Waits for jobs, or until data must be on the disk, and takes the jobs that wait, up to a block; false if
+ * there are no more. Right after a block, waits for further jobs to execute together: to wake the thread for
+ * each frame would take longer than to write a short one.
+ */
+bool recording_sink::take_block(block &taken)
 {
     std::unique_lock lock(mutex_);
     const auto is_awake = [this] { return closing_ || !queue_.empty(); };
@@ -161,13 +183,15 @@ bool recording_sink::take_job(job &taken)
     {
         wake_.wait(lock, is_awake);
     }
-    if (queue_.empty())
+    wake_.wait_until(lock, gathered_at_, [this] { return closing_ || queue_.empty() || has_enough(); });
+    const bool more = !closing_ || !queue_.empty();
+    while (!queue_.empty() && taken.size < block_size)
     {
-        return !closing_;
+        taken.size += size_of(queue_.front());
+        taken.jobs.push_back(std::move(queue_.front()));
+        queue_.pop_front();
     }
-    taken = std::move(queue_.front());
-    queue_.pop_front();
-    return true;
+    return more;
 }
 
 /** Waits for the disk if that is due, or at the end. */
@@ -180,13 +204,14 @@ void recording_sink::sync_if_due(bool last)
     }
 }
 
-/** Frees the space of a job, and wakes the hub if it waits for space. */
-void recording_sink::finish_job(const job &finished, std::exception_ptr failure)
+/** Frees the space of executed jobs, and wakes the hub if it waits for space. */
+void recording_sink::finish_block(size_t size, std::exception_ptr failure)
 {
+    gathered_at_ = std::chrono::steady_clock::now() + gathering_interval;
     bool wake_hub = false;
     {
         const std::lock_guard lock(mutex_);
-        queued_bytes_ -= size_of(finished);
+        queued_bytes_ -= size;
         written_ = {.frames = writer_.frames(), .missing = writer_.missing(), .bytes = writer_.data_length()};
         failure_ = std::move(failure);
         wake_hub = std::exchange(hub_waits_, false);

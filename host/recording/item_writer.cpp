@@ -42,10 +42,10 @@ template <typename value_t> void append_cell(std::string &row, const std::option
     row += ',';
 }
 
-/** Formats the table row of a frame. */
-std::string table_row(uint64_t number, double seconds, const frame_item &item)
+/** Formats the table row of a frame. Its text replaces that of another one, whose memory is used again. */
+void format_row(std::string &row, uint64_t number, double seconds, const frame_item &item)
 {
-    std::string row;
+    row.clear();
     append_cell(row, number);
     append_cell(row, seconds);
     append_cell(row, item.tick);
@@ -58,7 +58,6 @@ std::string table_row(uint64_t number, double seconds, const frame_item &item)
     append_cell(row, item.cca_detected);
     append_cell(row, item.tx_enabled);
     row.back() = '\n';
-    return row;
 }
 
 /** The path of one of an item's files. */
@@ -82,7 +81,7 @@ item_writer::item_writer(const std::filesystem::path &base, double ticks_per_sec
 void item_writer::append(const frame_item &item)
 {
     auto clock = clock_;
-    row_ = table_row(frames_, clock.advance(item.tick), item);
+    format_row(row_, frames_, clock.advance(item.tick), item);
     // First: the samples determine the number of frames, so each of them has a row even after a kill.
     table_.append(row_);
     data_.append(std::as_bytes(item.samples));

@@ -78,8 +78,8 @@ public:
      */
     std::exception_ptr close();
 
-    /** What has been written so far: as of the frame that was finished last. Can be called from any thread,
-     * as can the next three functions. */
+    /** What has been written so far: as of the block of frames that was finished last. Can be called from any
+     * thread, as can the next three functions. */
     [[nodiscard]] written_amount written() const;
 
     /** Number of frames. */
@@ -115,13 +115,27 @@ private:
         std::chrono::system_clock::time_point arrival = {}; /**< of the frame */
     };
 
+    /** Jobs that are executed one after the other. */
+    struct block
+    {
+        std::vector<job> jobs;
+        size_t size = 0; /**< what they count in the queue, in bytes */
+    };
+
     static size_t size_of(const job &queued);
+
+    /** Whether so much is in the queue that the thread does not wait for more. */
+    [[nodiscard]] bool has_enough() const noexcept
+    {
+        return queued_bytes_ >= enough_;
+    }
+
     void work();
-    bool take_job(job &taken);
+    bool take_block(block &taken);
     void execute(const job &taken);
     void measure(const frame &what);
     void sync_if_due(bool last);
-    void finish_job(const job &finished, std::exception_ptr failure);
+    void finish_block(size_t size, std::exception_ptr failure);
     void push(job &&added);
 
     recording_writer &writer_;
@@ -129,14 +143,16 @@ private:
     std::unique_ptr<gap_watch> gaps_;
     bool break_pending_ = false; /**< a segment begins with the next frame */
     std::optional<std::chrono::steady_clock::time_point>
-        sync_due_; /**< for frames that may not be on the disk */
+        sync_due_;                                           /**< for frames that may not be on the disk */
+    std::chrono::steady_clock::time_point gathered_at_ = {}; /**< when frames need not wait for others */
     size_t queue_size_;
+    size_t enough_;
     event_loop &loop_;
     calendar now_;
     mutable std::mutex mutex_; /**< for the members below, except the thread */
     std::condition_variable wake_;
     std::deque<job> queue_;
-    size_t queued_bytes_ = 0;        /**< including the frame that is being written */
+    size_t queued_bytes_ = 0;        /**< including the frames that are being written */
     mutable bool hub_waits_ = false; /**< for space in the queue */
     written_amount written_;
     bool closing_ = false;
