@@ -53,15 +53,16 @@ double background::level() const
 {
     // The mean of a Rice distribution; from this ratio of powers on, what it tends to.
     constexpr double great = 100.0;
-    if (noise == 0.0 || offset * offset > great * noise * noise)
+    const double amplitude = noise * steadiness;
+    if (amplitude == 0.0 || offset * offset > great * amplitude * amplitude)
     {
-        return std::sqrt(offset * offset + noise * noise / 2.0);
+        return std::sqrt(offset * offset + amplitude * amplitude / 2.0);
     }
-    const double ratio = offset * offset / (noise * noise);
+    const double ratio = offset * offset / (amplitude * amplitude);
     const double half = ratio / 2.0;
-    return std::isnan(noise)
-               ? noise
-               : noise * std::sqrt(std::numbers::pi) / 2.0 * std::exp(-half) *
+    return std::isnan(amplitude)
+               ? amplitude
+               : amplitude * std::sqrt(std::numbers::pi) / 2.0 * std::exp(-half) *
                      ((1.0 + ratio) * std::cyl_bessel_i(0.0, half) + ratio * std::cyl_bessel_i(1.0, half));
 }
 
@@ -178,6 +179,7 @@ void item_statistics::add_noise(size_t subsweep, interval_sums &sums) const
     if (found && found->certain)
     {
         sums.power += found->power;
+        sums.amplitude += std::sqrt(found->power);
         ++sums.count;
     }
     else if (found)
@@ -262,8 +264,8 @@ std::vector<std::complex<double>> item_statistics::means() const
     return means;
 }
 
-/** The power of the noise in a sub-sweep; NaN if unknown. */
-double item_statistics::noise_power(size_t subsweep) const
+/** The noise in a sub-sweep, without an offset. */
+background item_statistics::noise_of(size_t subsweep) const
 {
     auto sums = intervals_[subsweep];
     if (count_ == 0 && compared_ > 0)
@@ -271,14 +273,16 @@ double item_statistics::noise_power(size_t subsweep) const
         // A short recording: the interval that is not complete is better than none.
         add_noise(subsweep, sums);
     }
-    if (sums.count > 0)
+    if (sums.count == 0)
     {
-        return sums.power / static_cast<double>(sums.count);
+        return std::isinf(sums.lowest) ? background{} : background{.noise = std::sqrt(sums.lowest)};
     }
-    return std::isinf(sums.lowest) ? std::numeric_limits<double>::quiet_NaN() : sums.lowest;
+    const auto count = static_cast<double>(sums.count);
+    const double noise = std::sqrt(sums.power / count);
+    return {.noise = noise, .steadiness = noise > 0.0 ? sums.amplitude / count / noise : 1.0};
 }
 
-/** The power of the offset in a sub-sweep with this power of the noise. */
+/** The power of the offset in a sub-sweep with this RMS amplitude of the noise. */
 double item_statistics::offset_power(size_t subsweep, double noise) const
 {
     const auto &place = subsweeps_[subsweep];
@@ -289,7 +293,7 @@ double item_statistics::offset_power(size_t subsweep, double noise) const
         powers.push_back(static_cast<float>(std::norm(means_[point] / count)));
     }
     // Noise adds to the mean samples, too.
-    const double lower = std::max(quantile_of_powers(powers, place.length / 4) - noise / count, 0.0);
+    const double lower = std::max(quantile_of_powers(powers, place.length / 4) - noise * noise / count, 0.0);
     if (count_ == 0)
     {
         return lower;
@@ -305,9 +309,9 @@ background item_statistics::background_of(size_t subsweep) const
     {
         return {};
     }
-    const double noise = noise_power(subsweep);
-    return {.noise = std::sqrt(noise),
-            .offset = std::sqrt(offset_power(subsweep, std::isnan(noise) ? 0.0 : noise))};
+    auto found = noise_of(subsweep);
+    found.offset = std::sqrt(offset_power(subsweep, std::isnan(found.noise) ? 0.0 : found.noise));
+    return found;
 }
 
 } // namespace vantor

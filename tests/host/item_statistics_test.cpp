@@ -209,6 +209,24 @@ TEST(item_statistics, measures_the_noise_beside_echoeshat_pass_most_points)
     expect_true_background(measured_background(100, 32, passing_echo(800.0)));
 }
 
+TEST(item_statistics, has_the_mean_level_of_noise_that_is_not_always_as_strong)
+{
+    constexpr size_t length = 100;
+    noise_source noise(20.0);
+    item_statistics statistics(points(length));
+    for (size_t frame = 0; frame < 200; ++frame)
+    {
+        // A burst of interference in every tenth frame.
+        const double factor = frame % 10 == 0 ? 10.0 : 1.0;
+        std::vector<sample> samples(8 * length);
+        std::generate(samples.begin(), samples.end(), [&] { return digitised(noise() * factor); });
+        statistics.add(samples);
+    }
+    // The noise is estimated from several frames at a time; from the mean power, it would be 6 dB higher.
+    EXPECT_NEAR(20.0 * std::log10(statistics.background_of(0).level() / statistics.mean_level().value()), 0.0,
+                1.2);
+}
+
 TEST(item_statistics, measures_the_noise_beside_several_echoes)
 {
     const auto walker = passing_echo(150.0);

@@ -22,6 +22,7 @@ struct background
 {
     double noise = std::numeric_limits<double>::quiet_NaN(); /**< RMS amplitude; NaN if unknown */
     double offset = 0.0;                                     /**< amplitude of the constant offset */
+    double steadiness = 1.0; /**< mean amplitude of the noise over time, divided by its RMS amplitude */
 
     /** The mean magnitude of samples that contain noise and offset; NaN if the noise is unknown. */
     [[nodiscard]] double level() const;
@@ -76,8 +77,9 @@ private:
     /** What the intervals so far contain without echoes. */
     struct interval_sums
     {
-        double power = 0.0; /**< of the noise: sum over the intervals with a certain estimate */
-        uint64_t count = 0; /**< number of these intervals */
+        double power = 0.0;     /**< of the noise: sum over the intervals with a certain estimate */
+        double amplitude = 0.0; /**< square root of this power: sum over these intervals */
+        uint64_t count = 0;     /**< number of these intervals */
         double lowest = std::numeric_limits<double>::infinity(); /**< noise power in the other intervals */
         std::complex<double> offset;                             /**< sum over all intervals */
     };
@@ -88,7 +90,7 @@ private:
     void finish_interval();
     void add_noise(size_t subsweep, interval_sums &sums) const;
     [[nodiscard]] std::complex<double> interval_offset(const subsweep_layout &place) const;
-    [[nodiscard]] double noise_power(size_t subsweep) const;
+    [[nodiscard]] background noise_of(size_t subsweep) const;
     [[nodiscard]] double offset_power(size_t subsweep, double noise) const;
 
     size_t sweep_length_;
