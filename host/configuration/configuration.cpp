@@ -318,13 +318,16 @@ try
     {
         return items;
     }
+    const auto place = "/groups"_json_pointer;
+    require_type(groups->is_array(), place, "a list");
     size_t group_index = 0;
     for (const auto &group : *groups)
     {
+        require_type(group.is_array(), place / group_index, "a list");
         size_t index = 0;
         for (const auto &item : group)
         {
-            items.push_back(read_item(item, "/groups"_json_pointer / group_index / index));
+            items.push_back(read_item(item, place / group_index / index));
             ++index;
         }
         ++group_index;

@@ -138,6 +138,8 @@ TEST(configuration, refuses_to_list_what_is_not_an_item)
 TEST(configuration, names_the_place_of_what_is_not_an_item)
 {
     const std::pair<const char *, const char *> cases[] = {
+        {R"({"groups": {}})", "/groups must be a list"},
+        {R"({"groups": [[], {"0": {"config": {}}}]})", "/groups/1 must be a list"},
         {R"({"groups": [[{"config": {}}, 5]]})", "/groups/0/1 must be an object"},
         {R"({"groups": [[{"config": {}}], [{"config": null}]]})", "/groups/1/0/config must be an object"},
         {R"({"groups": [[{"config": {"subsweeps": {}}}]]})", "/groups/0/0/config/subsweeps must be a list"},
