@@ -1,0 +1,120 @@
+/** @file
+ * Fuzzing of frame headers that are read in place: the first line of the input is the header whose form is
+ * learned, each line after it is read with the form and by the general parser.
+ */
+#include "client/header_form.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+#include "vantor/errors.h"
+#include "vantor/message_parser.h"
+
+namespace
+{
+
+using nlohmann::json;
+using vantor::frame_item;
+
+/** Number of samples in a frame. */
+constexpr size_t samples = 4;
+
+/** Aborts if a check fails. */
+void check(bool passed)
+{
+    if (!passed)
+    {
+        std::abort();
+    }
+}
+
+/** The metadata of a session with two items. */
+std::shared_ptr<const vantor::session_metadata> metadata()
+{
+    const json item = {{"calibration_temperature", 24},
+                       {"frame_data_length", samples / 2},
+                       {"sweep_data_length", samples / 2},
+                       {"max_sweep_rate", 3125.5},
+                       {"high_speed_mode", true},
+                       {"base_step_length_m", 0.0025},
+                       {"subsweep_data_offset", json::array({0})},
+                       {"subsweep_data_length", json::array({samples / 2})}};
+    const auto groups = json::array({json::array({item}), json::array({item})});
+    return std::make_shared<const vantor::session_metadata>(vantor::decode_metadata(
+        {{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", groups}}));
+}
+
+/** The items that the general parser finds in a header; nothing if it is not the header of a frame. */
+std::optional<std::vector<frame_item>> parse(std::string_view header)
+try
+{
+    static const auto session = metadata();
+    vantor::message_parser parser;
+    parser.expect_frames(samples * sizeof(vantor::sample));
+    const auto text = std::string(header) + "\n" + std::string(samples * sizeof(vantor::sample), 'x');
+    parser.feed(std::as_bytes(std::span(text)));
+    const auto received = parser.next();
+    if (!received || received->position != 0 || received->payload.empty())
+    {
+        return std::nullopt;
+    }
+    const auto decoded = vantor::decode_frame(*received, session);
+    return std::vector<frame_item>(decoded.items().begin(), decoded.items().end());
+}
+catch (const vantor::bad_message &)
+{
+    return std::nullopt;
+}
+catch (const vantor::protocol_error &)
+{
+    return std::nullopt;
+}
+
+/** Whether two items have the same values. */
+bool is_same(const frame_item &one, const frame_item &other)
+{
+    const auto values = [](const frame_item &item) {
+        return std::tuple(item.tick, item.temperature, item.data_saturated, item.calibration_needed,
+                          item.frame_delayed, item.data_valid,
+                          item.cca_value ? std::bit_cast<uint64_t>(*item.cca_value) : 0,
+                          item.cca_value.has_value(), item.cca_detected, item.tx_enabled);
+    };
+    return values(one) == values(other);
+}
+
+/** Takes the next line from a text. */
+std::string_view take_line(std::string_view &text)
+{
+    const auto line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    return line;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    std::string_view text(reinterpret_cast<const char *>(data), size);
+    const auto first = take_line(text);
+    const auto learned = parse(first);
+    vantor::header_form form;
+    if (learned)
+    {
+        form.learn(first, *learned);
+    }
+    while (!text.empty())
+    {
+        const auto line = take_line(text);
+        if (form.read(line))
+        {
+            const auto expected = parse(line);
+            check(expected && std::ranges::equal(*expected, form.items(), is_same));
+        }
+    }
+    return 0;
+}

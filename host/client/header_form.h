@@ -1,0 +1,83 @@
+/** @file
+ * Reads frame headers that have the form of an earlier one, without building a JSON document.
+ */
+#ifndef VANTOR_HEADER_FORM_H
+#define VANTOR_HEADER_FORM_H
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/** A member of an item in a frame header whose value is read in place. */
+enum class item_member
+{
+    tick,
+    temperature,
+    data_saturated,
+    calibration_needed,
+    frame_delayed,
+    data_valid,
+    cca_value,
+    cca_detected,
+    tx_enabled
+};
+
+/**
+ * The form of a frame header: the texts between the values that change from frame to frame. A header with the
+ * same texts differs only in these values, so it says the same as its JSON document would.
+ */
+class header_form
+{
+public:
+    /**
+     * Learns the form of a header. If its form is unusual, no header will have it.
+     *
+     * @param header  JSON from which a frame was decoded
+     * @param items   the items of this frame
+     */
+    void learn(std::string_view header, std::span<const frame_item> items);
+
+    /**
+     * Reads a header.
+     *
+     * @return whether it has the form and its values are in range; if not, the header must be parsed
+     */
+    [[nodiscard]] bool read(std::string_view header);
+
+    /** The items of the header read last, without layouts and samples. Only valid if it could be read. */
+    [[nodiscard]] const std::vector<frame_item> &items() const noexcept
+    {
+        return items_;
+    }
+
+    /** No header will have the form until the next one is learned. */
+    void forget() noexcept
+    {
+        known_ = false;
+    }
+
+private:
+    /** A value in a header. */
+    struct field
+    {
+        size_t text = 0; /**< length of the text before it, after the previous value */
+        size_t item = 0;
+        item_member member = item_member::tick;
+    };
+
+    bool known_ = false;
+    std::string texts_; /**< all texts without the values */
+    std::vector<field> fields_;
+    std::vector<frame_item> items_;
+};
+
+} // namespace vantor
+
+#endif
