@@ -109,26 +109,34 @@ void frame::set_seconds(double seconds, double ticks_per_second) noexcept
     }
 }
 
-frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
-                 std::vector<frame_item> items)
+frame::frame(std::shared_ptr<const session_metadata> metadata, storage samples, std::vector<frame_item> items)
+    : metadata_(std::move(metadata)), samples_(std::move(samples)), items_(std::move(items))
 {
-    if (samples.size() != metadata->frame_length() || items.size() != metadata->items.size())
+    const auto all = this->samples();
+    if (all.size() != metadata_->frame_length() || items_.size() != metadata_->items.size())
     {
         throw protocol_error("A frame does not have the length announced in the session metadata.");
     }
-    frame result;
-    result.samples_ = std::move(samples);
-    result.items_ = std::move(items);
     size_t offset = 0;
-    for (size_t i = 0; i < result.items_.size(); ++i)
+    for (size_t i = 0; i < items_.size(); ++i)
     {
-        auto &item = result.items_[i];
-        item.layout = &metadata->items[i];
-        item.samples = std::span<const sample>(result.samples_).subspan(offset, item.layout->frame_length);
+        auto &item = items_[i];
+        item.layout = &metadata_->items[i];
+        item.samples = all.subspan(offset, item.layout->frame_length);
         offset += item.layout->frame_length;
     }
-    result.metadata_ = std::move(metadata);
-    return result;
+}
+
+frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
+                 std::vector<frame_item> items)
+{
+    return {std::move(metadata), std::move(samples), std::move(items)};
+}
+
+frame make_frame(std::shared_ptr<const session_metadata> metadata, sample_buffer samples,
+                 std::vector<frame_item> items)
+{
+    return {std::move(metadata), std::move(samples), std::move(items)};
 }
 
 frame decode_frame(const message &received, std::shared_ptr<const session_metadata> metadata)

@@ -169,8 +169,9 @@ void add_host_rules(rules_t &rules)
         {"configuration_fault", "configuration", "calibration_file", "configuration_check", "plan", "wish"});
     // The client does not need to know how a configuration is checked or planned.
     const public_layer client(rules, basics.all(),
-                              {"time_source", "sample", "address", "loss_counter", "tick_clock", "event_loop",
-                               "link", "message_parser", "truth", "session", "client"});
+                              {"time_source", "sample", "sample_buffer", "address", "loss_counter",
+                               "tick_clock", "event_loop", "link", "message_parser", "truth", "session",
+                               "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
                                  {"flag_counts", "recording_error", "segment", "capture", "frame_table",
                                   "item_statistics", "recorded_item", "session_description",

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -18,6 +19,7 @@
 #include "vantor/calibration.h"
 #include "vantor/message_parser.h"
 #include "vantor/sample.h"
+#include "vantor/sample_buffer.h"
 #include "vantor/truth.h"
 
 namespace vantor
@@ -171,7 +173,8 @@ public:
     /** The samples of all items, one item after the other. */
     [[nodiscard]] std::span<const sample> samples() const noexcept
     {
-        return samples_;
+        const auto *received = std::get_if<sample_buffer>(&samples_);
+        return received != nullptr ? received->samples() : *std::get_if<std::vector<sample>>(&samples_);
     }
 
     /**
@@ -211,12 +214,16 @@ public:
     void set_seconds(double seconds, double ticks_per_second) noexcept;
 
 private:
+    using storage = std::variant<std::vector<sample>, sample_buffer>;
+
     friend frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
                             std::vector<frame_item> items);
-    frame() = default;
+    friend frame make_frame(std::shared_ptr<const session_metadata> metadata, sample_buffer samples,
+                            std::vector<frame_item> items);
+    frame(std::shared_ptr<const session_metadata> metadata, storage samples, std::vector<frame_item> items);
 
     std::shared_ptr<const session_metadata> metadata_; /**< keeps the layouts alive */
-    std::vector<sample> samples_;
+    storage samples_;
     std::vector<frame_item> items_;
     uint64_t missing_ = 0;
     std::shared_ptr<const frame_truth> truth_;
@@ -273,6 +280,10 @@ double nominal_frame_rate(const nlohmann::json &configuration, const session_met
  * @throws protocol_error if there are not as many samples or items as in the metadata
  */
 frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<sample> samples,
+                 std::vector<frame_item> items);
+
+/** Like make_frame() above, with samples that were received in place. */
+frame make_frame(std::shared_ptr<const session_metadata> metadata, sample_buffer samples,
                  std::vector<frame_item> items);
 
 /** Encodes a frame as a server sends it: the header, a line feed, the samples. */
