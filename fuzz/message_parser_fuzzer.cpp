@@ -1,12 +1,15 @@
 /** @file
  * Fuzzing of the host's message parser: for any bytes, in pieces of any size, it finds the same messages and
- * the same errors, accounts for every byte, and finds the next message after the errors.
+ * the same errors, accounts for every byte, and finds the next message after the errors. This is also so if
+ * samples are received in place.
  */
 #include "vantor/message_parser.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -93,6 +96,70 @@ std::vector<event> play_in_pieces(message_parser &parser, std::string_view strea
     return events;
 }
 
+/** The payload size of a line that is the header of a frame by itself; nothing if it is not. */
+std::optional<size_t> size_of_frame(std::string_view line)
+try
+{
+    message_parser parser(limits);
+    const auto text = std::string(line) + "\n";
+    parser.feed(std::as_bytes(std::span(text)));
+    const auto received = parser.next();
+    if (received && !received->header.contains("result_info"))
+    {
+        return std::nullopt;
+    }
+    return parser.missing();
+}
+catch (const vantor::bad_message &)
+{
+    return std::nullopt;
+}
+
+/** Like take(), but the samples of most frames are received in place. */
+bool take_in_place(message_parser &parser, const std::shared_ptr<vantor::sample_pool> &pool,
+                   std::vector<event> &events)
+{
+    const auto line = parser.peek_line();
+    if (const auto size = line ? size_of_frame(*line) : std::nullopt)
+    {
+        parser.begin_samples(vantor::sample_buffer(*size, pool));
+    }
+    if (const auto samples = parser.take_samples())
+    {
+        const auto &header = parser.frame_header();
+        const auto bytes = samples->bytes();
+        events.push_back({true,
+                          parser.position() - bytes.size() - header.size() - 1,
+                          nlohmann::json::parse(header).dump(),
+                          {bytes.begin(), bytes.end()}});
+        return true;
+    }
+    // Every other frame that is incomplete becomes a message.
+    return (!parser.within_samples() || parser.missing() % 2 == 0) && take(parser, events);
+}
+
+/** Puts a stream in pieces of at most @p longest bytes where the parser has space for them. */
+std::vector<event> play_in_place(message_parser &parser, std::string_view stream, size_t longest)
+{
+    const auto pool = std::make_shared<vantor::sample_pool>();
+    std::vector<event> events;
+    while (!stream.empty())
+    {
+        const auto [first, second] = parser.space();
+        const auto count = std::min({longest, stream.size(), first.size() + second.size()});
+        const auto bytes = std::as_bytes(std::span(stream)).first(count);
+        const auto in_first = std::min(count, first.size());
+        std::ranges::copy(bytes.first(in_first), first.begin());
+        std::ranges::copy(bytes.subspan(in_first), second.begin());
+        parser.add(count);
+        stream.remove_prefix(count);
+        while (take_in_place(parser, pool, events))
+        {
+        }
+    }
+    return events;
+}
+
 /** Whether a header equals the line at its position in the stream. */
 bool is_at_position(std::string_view stream, const event &found)
 {
@@ -172,6 +239,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         check(play_in_pieces(parser, stream, longest) == events);
         check(parser.position() == one_piece.position());
         check(parser.within_message() == one_piece.within_message());
+        message_parser in_place(limits);
+        check(play_in_place(in_place, stream, longest) == events);
+        check(in_place.position() == one_piece.position());
+        check(in_place.within_message() == one_piece.within_message());
     }
     close_message(one_piece);
     check_recovery(one_piece, "");

@@ -39,6 +39,19 @@ size_t simulator_link::read_some(std::span<std::byte> buffer, std::chrono::milli
     }
 }
 
+size_t simulator_link::read_both(std::span<std::byte> first, std::span<std::byte> second,
+                                 std::chrono::milliseconds timeout)
+{
+    try
+    {
+        return stream_link::read_both(first, second, timeout);
+    }
+    catch (const connection_lost &)
+    {
+        throw connection_lost(server_ended);
+    }
+}
+
 void simulator_link::write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout)
 {
     try

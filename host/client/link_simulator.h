@@ -24,6 +24,8 @@ public:
     simulator_link(const simulator_address &where, std::shared_ptr<event_loop> events);
 
     size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
+    size_t read_both(std::span<std::byte> first, std::span<std::byte> second,
+                     std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
     uint32_t set_baudrate(uint32_t baudrate) override;
 

@@ -18,8 +18,14 @@ namespace
 /** Deepest nesting allowed in a header; the messages of the protocol need six levels. */
 constexpr int deepest_nesting = 32;
 
-/** When more than this many bytes at the front of the buffer are consumed, they are removed. */
-constexpr size_t compaction_threshold = 65536;
+/** Number of bytes to receive at once. */
+constexpr size_t read_size = 65536;
+
+/** Samples of this many bytes are received in place, although this takes more calls of the system. */
+constexpr size_t large_payload = 16384;
+
+/** How much longer than the last header the next one may be, in bytes, if no samples are to follow it. */
+constexpr size_t longer_header = 64;
 
 /** Finds the first bracket that nests deeper than allowed; npos if there is none. */
 size_t find_excess_nesting(std::string_view text)
@@ -219,22 +225,46 @@ line_content search_line(std::string_view line, const payload_rule &rule)
 
 } // namespace
 
-message_parser::message_parser(message_limits limits) : limits_(limits)
+message_parser::message_parser(message_limits limits) : limits_(limits), read_ahead_(read_size)
 {
 }
 
 void message_parser::feed(std::span<const std::byte> bytes)
 {
-    const auto old_size = buffer_.size();
-    buffer_.resize(old_size + bytes.size());
-    if (!bytes.empty())
+    make_room(bytes.size());
+    std::ranges::copy(bytes,
+                      std::as_writable_bytes(std::span(buffer_)).begin() + static_cast<ptrdiff_t>(end_));
+    end_ += bytes.size();
+}
+
+std::array<std::span<std::byte>, 2> message_parser::space()
+{
+    fill_samples();
+    const auto in_place = samples_ ? samples_->rest() : std::span<std::byte>();
+    if (samples_ && in_place.size() < samples_->missing())
     {
-        std::memcpy(buffer_.data() + old_size, bytes.data(), bytes.size());
+        return {in_place, {}};
     }
+    // A header that is longer than expected is not worth more than one further call of the system.
+    const auto count = start_ == end_ ? read_ahead_ : read_size;
+    make_room(count);
+    return {in_place, std::as_writable_bytes(std::span(buffer_)).subspan(end_, count)};
+}
+
+void message_parser::add(size_t count)
+{
+    const auto in_place = samples_ ? std::min(samples_->rest().size(), count) : 0;
+    if (samples_)
+    {
+        samples_->add(in_place);
+        position_ += in_place;
+    }
+    end_ += count - in_place;
 }
 
 std::optional<message> message_parser::next()
 {
+    end_samples();
     if (!pending_ && !read_header())
     {
         return std::nullopt;
@@ -248,6 +278,48 @@ std::optional<message> message_parser::next()
     return complete;
 }
 
+std::optional<std::string_view> message_parser::peek_line() noexcept
+{
+    if (pending_ || samples_ || skipping_)
+    {
+        return std::nullopt;
+    }
+    const auto bytes = buffered();
+    const auto end = bytes.find('\n', scanned_);
+    scanned_ = std::min(end, bytes.size());
+    return end <= limits_.header ? std::optional(bytes.substr(0, end)) : std::nullopt;
+}
+
+void message_parser::begin_samples(sample_buffer samples)
+{
+    frame_header_ = buffered().substr(0, scanned_);
+    frame_position_ = position_;
+    lost_ = false;
+    read_ahead_ = samples.missing() < large_payload ? read_size : frame_header_.size() + longer_header;
+    consume(scanned_ + 1);
+    samples_ = std::move(samples);
+}
+
+bool message_parser::within_samples() const noexcept
+{
+    return samples_.has_value();
+}
+
+std::optional<sample_buffer> message_parser::take_samples()
+{
+    fill_samples();
+    if (!samples_ || samples_->missing() > 0)
+    {
+        return std::nullopt;
+    }
+    return std::exchange(samples_, std::nullopt);
+}
+
+const std::string &message_parser::frame_header() const noexcept
+{
+    return frame_header_;
+}
+
 uint64_t message_parser::position() const noexcept
 {
     return position_;
@@ -255,11 +327,15 @@ uint64_t message_parser::position() const noexcept
 
 bool message_parser::within_message() const noexcept
 {
-    return pending_.has_value() || skipping_ || start_ != buffer_.size();
+    return pending_.has_value() || samples_.has_value() || skipping_ || start_ != end_;
 }
 
 size_t message_parser::missing() const noexcept
 {
+    if (samples_)
+    {
+        return samples_->missing();
+    }
     return pending_ ? payload_size_ - pending_->payload.size() : 0;
 }
 
@@ -276,24 +352,33 @@ void message_parser::reset()
 /** The bytes that were fed but not consumed. */
 std::string_view message_parser::buffered() const noexcept
 {
-    return {buffer_.data() + start_, buffer_.size() - start_};
+    return {buffer_.data() + start_, end_ - start_};
 }
 
-/** Removes bytes from the front of the buffer; views of them become invalid at the next feed. */
+/** Makes room for bytes at the end of the buffer. */
+void message_parser::make_room(size_t count)
+{
+    if (buffer_.size() - end_ < count && start_ > 0)
+    {
+        std::memmove(buffer_.data(), buffer_.data() + start_, end_ - start_);
+        end_ -= std::exchange(start_, 0);
+    }
+    if (buffer_.size() - end_ < count)
+    {
+        buffer_.resize(end_ + count);
+    }
+}
+
+/** Removes bytes from the front of the buffer; views of them become invalid when bytes are added. */
 void message_parser::consume(size_t count)
 {
     start_ += count;
     position_ += count;
     scanned_ = 0;
-    if (start_ == buffer_.size())
+    if (start_ == end_)
     {
-        buffer_.clear();
         start_ = 0;
-    }
-    else if (start_ > compaction_threshold)
-    {
-        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(start_));
-        start_ = 0;
+        end_ = 0;
     }
 }
 
@@ -353,13 +438,18 @@ bool message_parser::read_header()
         auto [candidate, start, found, fault] = search_line(*line, rule);
         const auto begin = position_;
         const bool reported = std::exchange(lost_, !found);
-        consume(line->size() + 1);
         if (found)
         {
+            if (candidate.header.contains("result_info"))
+            {
+                frame_header_ = line->substr(start);
+            }
+            read_ahead_ = read_size;
             candidate.position = begin + start;
             payload_size_ = candidate.header["payload_size"].get<size_t>();
             pending_ = std::move(candidate);
         }
+        consume(line->size() + 1);
         if (fault && (!reported || fault->wrong_size))
         {
             throw bad_message(begin + fault->offset, fault->reason);
@@ -370,6 +460,31 @@ bool message_parser::read_header()
         }
     }
     return false;
+}
+
+/** Moves buffered bytes to the samples that are being received. */
+void message_parser::fill_samples()
+{
+    while (samples_ && samples_->missing() > 0 && start_ < end_)
+    {
+        const auto rest = samples_->rest();
+        const auto count = std::min(rest.size(), end_ - start_);
+        std::memcpy(rest.data(), buffer_.data() + start_, count);
+        samples_->add(count);
+        consume(count);
+    }
+}
+
+/** Continues a frame whose header was consumed by begin_samples() as a message. */
+void message_parser::end_samples()
+{
+    if (const auto begun = std::exchange(samples_, std::nullopt))
+    {
+        pending_ = {.header = nlohmann::json::parse(frame_header_),
+                    .payload = {begun->bytes().begin(), begun->bytes().end()},
+                    .position = frame_position_};
+        payload_size_ = begun->bytes().size() + begun->missing();
+    }
 }
 
 /** Moves buffered bytes to the payload; true once it is complete. */

@@ -4,6 +4,7 @@
 #ifndef VANTOR_STREAM_LINK_H
 #define VANTOR_STREAM_LINK_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -34,14 +35,15 @@ public:
 
     size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
     {
-        const auto [failure, count] = run(timeout, [&](auto handler) {
-            stream_.async_read_some(boost::asio::buffer(buffer.data(), buffer.size()), std::move(handler));
-        });
-        if (failure && failure != boost::asio::error::operation_aborted)
-        {
-            throw connection_lost(lost_text(failure));
-        }
-        return count;
+        return read(boost::asio::buffer(buffer.data(), buffer.size()), timeout);
+    }
+
+    size_t read_both(std::span<std::byte> first, std::span<std::byte> second,
+                     std::chrono::milliseconds timeout) override
+    {
+        return read(std::array{boost::asio::buffer(first.data(), first.size()),
+                               boost::asio::buffer(second.data(), second.size())},
+                    timeout);
     }
 
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override
@@ -85,6 +87,18 @@ private:
     {
         return failure == boost::asio::error::eof ? "The server closed the connection."
                                                   : "Lost the connection: " + failure.message() + ".";
+    }
+
+    /** Reads what has arrived into one or several buffers; waits for the first byte. */
+    template <typename buffers_t> size_t read(const buffers_t &buffers, std::chrono::milliseconds timeout)
+    {
+        const auto [failure, count] =
+            run(timeout, [&](auto handler) { stream_.async_read_some(buffers, std::move(handler)); });
+        if (failure && failure != boost::asio::error::operation_aborted)
+        {
+            throw connection_lost(lost_text(failure));
+        }
+        return count;
     }
 
     /**

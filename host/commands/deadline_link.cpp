@@ -23,6 +23,12 @@ size_t deadline_link::read_some(std::span<std::byte> buffer, std::chrono::millis
     return connection_->read_some(buffer, bound(timeout));
 }
 
+size_t deadline_link::read_both(std::span<std::byte> first, std::span<std::byte> second,
+                                std::chrono::milliseconds timeout)
+{
+    return connection_->read_both(first, second, bound(timeout));
+}
+
 void deadline_link::write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout)
 {
     connection_->write(bytes, bound(timeout));

@@ -25,6 +25,8 @@ public:
                   time_source now);
 
     size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override;
+    size_t read_both(std::span<std::byte> first, std::span<std::byte> second,
+                     std::chrono::milliseconds timeout) override;
     void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override;
     uint32_t set_baudrate(uint32_t baudrate) override;
 

@@ -292,5 +292,19 @@ TEST(deadline_link, never_waits_past_its_deadline)
     EXPECT_EQ(line.written().size(), 1U);
 }
 
+TEST(deadline_link, reads_into_two_buffers_until_its_deadline)
+{
+    test::manual_clock clock;
+    test::scripted_line line(clock);
+    deadline_link limited(line.open(), clock.source()() + 100ms, clock.source());
+    line.arrive(30ms, "answer");
+    std::array<std::byte, 10> bytes{};
+    EXPECT_EQ(limited.read_both(std::span(bytes).first(2), std::span(bytes).subspan(2), 50ms), 2U);
+    EXPECT_EQ(limited.read_both({}, bytes, 50ms), 4U);
+    EXPECT_EQ(limited.read_both({}, bytes, 500ms), 0U);
+    EXPECT_EQ(clock.now(), 100ms);
+    EXPECT_THROW(limited.read_both({}, bytes, 50ms), connection_lost);
+}
+
 } // namespace
 } // namespace vantor

@@ -121,5 +121,26 @@ TEST(unix_link, can_be_cancelled_while_it_connects)
     EXPECT_THROW(open_link(unix_address{directory / "radar"}, std::chrono::minutes(1), loop), cancelled);
 }
 
+TEST(unix_link, reads_into_two_buffers_at_once)
+{
+    const test::temporary_directory directory;
+    busy_socket server(directory / "radar");
+    const auto loop = std::make_shared<event_loop>();
+    loop->post([&] { server.accept_one(); });
+    const auto link = open_link(unix_address{directory / "radar"}, std::chrono::minutes(1), loop);
+    const int host = server.accept_another();
+    ASSERT_EQ(send(host, "abcdef", 6, 0), 6);
+    std::array<char, 8> first{};
+    std::array<char, 8> second{};
+    const auto part = std::as_writable_bytes(std::span(first)).first(2);
+    EXPECT_EQ(link->read_both(part, std::as_writable_bytes(std::span(second)), std::chrono::minutes(1)), 6U);
+    EXPECT_STREQ(first.data(), "ab");
+    EXPECT_STREQ(second.data(), "cdef");
+    EXPECT_EQ(link->read_both({}, std::as_writable_bytes(std::span(second)), std::chrono::milliseconds(0)),
+              0U);
+    shutdown(host, SHUT_RDWR);
+    EXPECT_THROW(link->read_both(part, part, std::chrono::minutes(1)), connection_lost);
+}
+
 } // namespace
 } // namespace vantor

@@ -39,6 +39,16 @@ public:
     virtual size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) = 0;
 
     /**
+     * Like read_some, into two buffers: the second one gets what does not fit the first one. By default, only
+     * the first one that is not empty is used.
+     */
+    virtual size_t read_both(std::span<std::byte> first, std::span<std::byte> second,
+                             std::chrono::milliseconds timeout)
+    {
+        return read_some(first.empty() ? second : first, timeout);
+    }
+
+    /**
      * Writes all bytes.
      *
      * @param bytes    what to send

@@ -7,14 +7,18 @@
 #ifndef VANTOR_MESSAGE_PARSER_H
 #define VANTOR_MESSAGE_PARSER_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "vantor/sample_buffer.h"
 
 namespace vantor
 {
@@ -51,6 +55,17 @@ public:
     void feed(std::span<const std::byte> bytes);
 
     /**
+     * Where to put received bytes, instead of passing them to feed(): one part after the other. The samples
+     * of a frame are received in place after begin_samples().
+     *
+     * @return two parts, of which the first can be empty; valid until the next call
+     */
+    std::array<std::span<std::byte>, 2> space();
+
+    /** Adds bytes that were put into the parts that space() has returned last. */
+    void add(size_t count);
+
+    /**
      * Takes the next complete message from the bytes fed so far.
      *
      * @return the message, or nothing if more bytes are needed
@@ -69,6 +84,29 @@ public:
      */
     void expect_frames(std::optional<size_t> payload_size) noexcept;
 
+    /**
+     * The next header line, for a caller that knows it without parsing it. A line feed follows.
+     *
+     * @return the line, valid until the next call; nothing if there is none yet, or next() has to be called
+     */
+    std::optional<std::string_view> peek_line() noexcept;
+
+    /**
+     * Consumes the line that peek_line() has returned as the header of a frame.
+     *
+     * @param samples  receives the samples. Call take_samples() to get them back, or next() to get a message.
+     */
+    void begin_samples(sample_buffer samples);
+
+    /** Whether a frame is being received whose header was consumed by begin_samples(). */
+    [[nodiscard]] bool within_samples() const noexcept;
+
+    /** Takes the samples of this frame once they are complete; nothing if more bytes are needed. */
+    std::optional<sample_buffer> take_samples();
+
+    /** The header of the frame that was begun or parsed last, as text. */
+    [[nodiscard]] const std::string &frame_header() const noexcept;
+
     /** Number of bytes consumed so far. */
     [[nodiscard]] uint64_t position() const noexcept;
 
@@ -83,9 +121,12 @@ public:
 
 private:
     [[nodiscard]] std::string_view buffered() const noexcept;
+    void make_room(size_t count);
+    void end_samples();
     std::optional<std::string_view> take_line();
     bool read_header();
     bool fill_payload();
+    void fill_samples();
     void consume(size_t count);
     void report(uint64_t position, const std::string &reason);
 
@@ -93,12 +134,17 @@ private:
     std::optional<size_t> frame_payload_; /**< payload size of every frame, if known */
     std::vector<char> buffer_;
     size_t start_ = 0;   /**< where the bytes in buffer_ start that are not consumed */
+    size_t end_ = 0;     /**< where they end */
     size_t scanned_ = 0; /**< bytes after start_ that contain no line feed */
     uint64_t position_ = 0;
-    std::optional<message> pending_; /**< its header has been read, its payload is incomplete */
-    size_t payload_size_ = 0;        /**< payload size of pending_ */
-    bool skipping_ = false;          /**< until the end of a line that is too long */
-    bool lost_ = false;              /**< a fault was reported, and no header has been found since */
+    std::optional<message> pending_;       /**< its header has been read, its payload is incomplete */
+    size_t payload_size_ = 0;              /**< payload size of pending_ */
+    std::optional<sample_buffer> samples_; /**< of a frame whose header was consumed by begin_samples() */
+    std::string frame_header_;             /**< of the last frame */
+    uint64_t frame_position_ = 0;          /**< where it starts */
+    size_t read_ahead_;                    /**< how many bytes to receive after samples */
+    bool skipping_ = false;                /**< until the end of a line that is too long */
+    bool lost_ = false;                    /**< a fault was reported, and no header has been found since */
 };
 
 } // namespace vantor
