@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "client/frame_reader.h"
 #include "client/json_members.h"
 #include "client/message_kinds.h"
 #include "client/time_left.h"
@@ -16,9 +17,6 @@ namespace vantor
 {
 namespace
 {
-
-/** Number of bytes to read from the link at once. */
-constexpr size_t read_size = 65536;
 
 /** How long a program that was asked to stop waits for the end of the session. */
 constexpr std::chrono::milliseconds short_time{1000};
@@ -34,7 +32,7 @@ client::client(const address &where, client_timeouts timeouts, const std::shared
 }
 
 client::client(link_factory open_links, client_timeouts timeouts, std::shared_ptr<event_loop> loop)
-    : open_links_(std::move(open_links)), timeouts_(timeouts), loop_(std::move(loop)), buffer_(read_size)
+    : open_links_(std::move(open_links)), timeouts_(timeouts), loop_(std::move(loop))
 {
     reconnect();
 }
@@ -101,6 +99,7 @@ std::shared_ptr<const session_metadata> client::configure(const nlohmann::json &
     check_requested(metadata, configuration);
     set_distances(metadata, configuration);
     metadata_ = std::make_shared<const session_metadata>(std::move(metadata));
+    frames_ = std::make_shared<frame_reader>(metadata_);
     frame_rate_ = nominal_frame_rate(configuration, *metadata_, server_);
     parser_.expect_frames(metadata_->frame_length() * sizeof(sample));
     return metadata_;
@@ -129,18 +128,6 @@ catch (const bad_message &)
 {
     ++damaged_;
     throw;
-}
-
-/** Waits for the next frame of the stream. */
-std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
-{
-    const auto received = poll_message(loop_->now() + timeout);
-    if (!received)
-    {
-        return std::nullopt;
-    }
-    throw_on_error(*received);
-    return decode(*received);
 }
 
 uint64_t client::stop(const frame_handler &handler, std::optional<std::chrono::milliseconds> timeout)

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include "client/frame_reader.h"
 #include "client/message_kinds.h"
 #include "client/time_left.h"
 #include "vantor/client.h"
@@ -194,19 +195,15 @@ std::chrono::milliseconds client::repeat_end(std::chrono::milliseconds left)
     return std::min(left, time_left(*end_repetition_, loop_->clock()));
 }
 
-/** Receives the next message that is not a log line; nothing if none arrives in time. */
-std::optional<message> client::poll_message(time_point deadline)
+/** Receives bytes until something can be taken from the parser; nothing if that takes too long. */
+template <typename take_t> auto client::poll(time_point deadline, take_t take) -> decltype(take())
 {
     bool over = false;
     while (true)
     {
-        while (auto received = parser_.next())
+        if (auto taken = take())
         {
-            understood_ = true;
-            if (!deliver_log(received->header))
-            {
-                return received;
-            }
+            return taken;
         }
         if (over)
         {
@@ -218,15 +215,64 @@ std::optional<message> client::poll_message(time_point deadline)
     }
 }
 
+/** Receives the next message that is not a log line; nothing if none arrives in time. */
+std::optional<message> client::poll_message(time_point deadline)
+{
+    return poll(deadline, [this] { return take_message(); });
+}
+
+/** Takes the next message that is not a log line; nothing if more bytes are needed. */
+std::optional<message> client::take_message()
+{
+    while (auto received = parser_.next())
+    {
+        understood_ = true;
+        if (!deliver_log(received->header))
+        {
+            return received;
+        }
+    }
+    return std::nullopt;
+}
+
+/** Waits for the next frame of the stream. */
+std::optional<frame> client::poll_frame(std::chrono::milliseconds timeout)
+{
+    return poll(loop_->now() + timeout, [this] { return take_frame(); });
+}
+
+/** Takes the next frame of the stream; nothing if more bytes are needed. */
+std::optional<frame> client::take_frame()
+{
+    if (frames_)
+    {
+        auto known = frames_->take(parser_);
+        if (known || parser_.within_samples())
+        {
+            return known;
+        }
+    }
+    const auto received = take_message();
+    if (!received)
+    {
+        return std::nullopt;
+    }
+    throw_on_error(*received);
+    auto decoded = decode(*received);
+    frames_->learn(parser_, decoded);
+    return decoded;
+}
+
 /** Passes the bytes that arrive to the parser. */
 void client::receive_bytes(std::chrono::milliseconds timeout)
 {
+    const auto space = parser_.space();
     size_t count = 0;
-    wait([&] { count = connection().read_some(buffer_, timeout); });
-    const auto bytes = std::span(buffer_).first(count);
-    const auto wanted = std::min(bytes.size(), bytes_shown - first_bytes_.size());
-    first_bytes_.insert(first_bytes_.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(wanted));
-    parser_.feed(bytes);
+    wait([&] { count = connection().read_both(space[0], space[1], timeout); });
+    // The first bytes are never those of a frame that is received in place.
+    const auto shown = space[1].first(std::min({count, space[1].size(), bytes_shown - first_bytes_.size()}));
+    first_bytes_.insert(first_bytes_.end(), shown.begin(), shown.end());
+    parser_.add(count);
 }
 
 /** Throws because the expected message did not arrive in time, or anything but messages. */

@@ -24,6 +24,8 @@
 namespace vantor
 {
 
+class frame_reader;
+
 /** The protocol version of this library. */
 inline constexpr int protocol_version = 1;
 
@@ -222,6 +224,9 @@ private:
     void send_end(std::chrono::milliseconds timeout);
     std::chrono::milliseconds repeat_end(std::chrono::milliseconds left);
     std::optional<message> poll_message(time_point deadline);
+    std::optional<message> take_message();
+    std::optional<frame> take_frame();
+    template <typename take_t> auto poll(time_point deadline, take_t take) -> decltype(take());
     message next_message(waiting_limit &limit, const std::string &awaited);
     message next_answer(waiting_limit &limit, const std::string &awaited);
     bool take_late_answer(const message &received);
@@ -242,12 +247,12 @@ private:
     std::shared_ptr<bool> cancel_requested_ = std::make_shared<bool>(false); /**< set by work of the loop */
     std::unique_ptr<link> link_;
     message_parser parser_;
-    std::vector<std::byte> buffer_;
     std::vector<std::byte> first_bytes_; /**< received since connecting */
     bool understood_ = false;            /**< a message was received since connecting */
     server_info server_;
     std::shared_ptr<const session_metadata> metadata_;
-    double frame_rate_ = 0.0; /**< nominal, of the session; 0 if unknown */
+    std::shared_ptr<frame_reader> frames_; /**< of the session */
+    double frame_rate_ = 0.0;              /**< nominal, of the session; 0 if unknown */
     loss_counter losses_{0.0};
     tick_clock stream_clock_{0.0};
     uint64_t damaged_ = 0;   /**< messages of the stream damaged since the last frame */
