@@ -3,12 +3,14 @@
  */
 #include "export/exporter.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <complex>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "export/item_files.h"
 #include "export/missing_counter.h"
@@ -110,14 +112,20 @@ std::vector<uint64_t> shape_of(const recording_reader &recording, const recorded
     return {recording.frames(), item.layout.sweeps(), item.layout.sweep_length};
 }
 
-/** Passes the samples of an item, in single precision, to a function, frame after frame. */
+/** Number of samples that are converted at once, in whole frames. */
+constexpr uint64_t block_samples = 32768;
+
+/** Passes the samples of an item, in single precision, to a function, some frames at a time. */
 template <typename append_t> void widen_frames(recording_reader &recording, size_t index, append_t append)
 {
+    const uint64_t frame_length = recording.items()[index].layout.frame_length;
+    const uint64_t most = std::max<uint64_t>(block_samples / std::max<uint64_t>(frame_length, 1), 1);
     std::vector<sample> samples;
-    for (uint64_t number = 0; number < recording.frames(); ++number)
+    std::vector<std::complex<float>> wide;
+    for (uint64_t first = 0; first < recording.frames(); first += most)
     {
-        recording.read_frame(index, number, samples);
-        const auto wide = widen(samples);
+        recording.read_frames(index, first, std::min(most, recording.frames() - first), samples);
+        wide.assign(samples.begin(), samples.end());
         append(std::as_bytes(std::span(wide)));
     }
 }

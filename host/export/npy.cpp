@@ -34,9 +34,4 @@ std::string npy_head(const std::string &type, const std::vector<uint64_t> &shape
     return head + description;
 }
 
-std::vector<std::complex<float>> widen(const std::vector<sample> &samples)
-{
-    return {samples.begin(), samples.end()};
-}
-
 } // namespace vantor

@@ -4,12 +4,9 @@
 #ifndef VANTOR_NPY_H
 #define VANTOR_NPY_H
 
-#include <complex>
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include "vantor/session.h"
 
 namespace vantor
 {
@@ -21,9 +18,6 @@ namespace vantor
  * @param shape  number of elements along each axis, the slowest first
  */
 std::string npy_head(const std::string &type, const std::vector<uint64_t> &shape);
-
-/** Converts samples to single precision. */
-std::vector<std::complex<float>> widen(const std::vector<sample> &samples);
 
 } // namespace vantor
 

@@ -120,13 +120,19 @@ truth_table recording_reader::open_truth() const
 
 void recording_reader::read_frame(size_t item, uint64_t number, std::vector<sample> &samples)
 {
-    samples.resize(items().at(item).layout.frame_length);
+    read_frames(item, number, 1, samples);
+}
+
+void recording_reader::read_frames(size_t item, uint64_t first, uint64_t count, std::vector<sample> &samples)
+{
+    const auto length = items().at(item).layout.frame_length;
+    samples.resize(length * count);
     const auto bytes = std::as_writable_bytes(std::span(samples));
-    if (data_.at(item).read(number * bytes.size(), bytes) < bytes.size())
+    if (data_.at(item).read(first * length * sizeof(sample), bytes) < bytes.size())
     {
         throw bad_recording("The samples of " + items()[item].name + " cannot be read.");
     }
-    ++reads_;
+    reads_ += count;
     if (on_read_)
     {
         on_read_(reads_);

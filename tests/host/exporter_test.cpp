@@ -3,8 +3,12 @@
  */
 #include "export/exporter.h"
 
+#include <algorithm>
+#include <complex>
 #include <csignal>
+#include <cstring>
 #include <iterator>
+#include <span>
 #include <sstream>
 #include <utility>
 
@@ -145,6 +149,29 @@ TEST_P(exporter, leaves_nothing_behind_after_a_signal)
                   exit_code::interrupted);
         EXPECT_EQ(err.str(), "vantor: Interrupted; no file was written.\n");
         EXPECT_EQ(count_files(output_), 0);
+    }
+}
+
+TEST(export_npy, has_every_frame_of_a_long_recording)
+{
+    // Far more samples than are converted at once.
+    constexpr uint32_t frames = 2000;
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", frames);
+    recording_reader recording(directory / "out");
+    const auto text = test::read_file(export_npy(recording, directory / "arrays").at(0));
+    const auto length = recording.items()[0].layout.frame_length;
+    const auto head = text.size() - frames * length * sizeof(std::complex<float>);
+    EXPECT_EQ(head % 64, 0U);
+    std::vector<std::complex<float>> values(frames * length);
+    std::memcpy(values.data(), text.data() + head, text.size() - head);
+    std::vector<sample> samples;
+    for (uint32_t number = 0; number < frames; ++number)
+    {
+        recording.read_frame(0, number, samples);
+        const std::vector<std::complex<float>> expected(samples.begin(), samples.end());
+        ASSERT_TRUE(std::ranges::equal(expected, std::span(values).subspan(number * length, length)))
+            << number;
     }
 }
 

@@ -65,6 +65,29 @@ TEST(recording_reader, reads_what_was_written)
     }
 }
 
+TEST(recording_reader, reads_several_frames_at_once)
+{
+    const test::temporary_directory directory;
+    write_example_recording(directory / "out", 4);
+    recording_reader recording(directory / "out");
+    std::vector<uint64_t> counts;
+    recording.on_read([&](uint64_t count) { counts.push_back(count); });
+    std::vector<sample> samples;
+    recording.read_frames(2, 1, 3, samples);
+    std::vector<sample> expected;
+    for (const uint32_t number : {1U, 2U, 3U})
+    {
+        const auto written = test::example_frame(number);
+        const auto part = written.items()[2].samples;
+        expected.insert(expected.end(), part.begin(), part.end());
+    }
+    EXPECT_EQ(samples, expected);
+    EXPECT_THROW(recording.read_frames(2, 3, 2, samples), bad_recording);
+    EXPECT_THROW(recording.read_frames(3, 0, 1, samples), std::out_of_range);
+    recording.read_frames(0, 0, 1, samples);
+    EXPECT_THAT(counts, testing::ElementsAre(3, 4));
+}
+
 TEST(recording_reader, ignores_data_after_the_last_complete_frame)
 {
     const test::temporary_directory directory;
