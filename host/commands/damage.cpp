@@ -21,7 +21,8 @@ std::string describe_damage(const recording_check &check)
 void warn_of_damage(const recording_reader &recording, const command_streams &streams,
                     const std::function<void()> &stop)
 {
-    const auto check = check_recording(recording.directory(), show_progress(streams), stop);
+    const auto check =
+        check_recording(recording.directory(), show_progress(streams), stop, check_scope::damage);
     if (!check.faults.empty())
     {
         streams.err << "vantor: warning: "

@@ -35,8 +35,9 @@ class checker
 {
 public:
     checker(recording_documents documents, bool in_progress, const check_progress &progress,
-            const check_stop &stop)
-        : progress_(progress), stop_(stop), documented_(std::ranges::any_of(documents.items, is_finished)),
+            const check_stop &stop, check_scope scope)
+        : progress_(progress), stop_(stop), scope_(scope),
+          documented_(std::ranges::any_of(documents.items, is_finished)),
           no_gaps_(read_captures(documents),
                    period_of_unlisted_gaps(documents.session, documented_, read_captures(documents))),
           gaps_(no_gaps_)
@@ -310,8 +311,8 @@ private:
     }
 
     /** Adds a frame to the figures of an item. */
-    static void add_frame(checked_item &found, const frame_row &row, std::span<const sample> samples,
-                          bool after_gap)
+    void add_frame(checked_item &found, const frame_row &row, std::span<const sample> samples,
+                   bool after_gap) const
     {
         const bool valid = row.data_valid.value_or(true);
         found.figures.add(row);
@@ -319,7 +320,7 @@ private:
         {
             found.level.restart();
         }
-        if (valid)
+        if (valid && scope_ == check_scope::damage_and_levels)
         {
             found.level.add(samples);
         }
@@ -450,6 +451,7 @@ private:
     recording_check check_;
     const check_progress &progress_;
     const check_stop &stop_;
+    check_scope scope_;
     bool documented_;    /**< the documents list the gaps */
     gap_finder no_gaps_; /**< before the first frame */
     gap_finder gaps_;    /**< of the frames that have been read */
@@ -483,11 +485,11 @@ bool is_being_recorded(const std::filesystem::path &directory)
 } // namespace
 
 recording_check check_recording(const std::filesystem::path &place, const check_progress &progress,
-                                const check_stop &stop)
+                                const check_stop &stop, check_scope scope)
 {
     // First: if the recorder has ended, the documents that are read now are the final ones.
     const bool in_progress = is_being_recorded(recording_directory(place));
-    return checker(read_documents(place), in_progress, progress, stop).run();
+    return checker(read_documents(place), in_progress, progress, stop, scope).run();
 }
 
 } // namespace vantor

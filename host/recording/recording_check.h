@@ -33,7 +33,7 @@ struct checked_item
     std::string left_table_digest;      /**< SHA-512 of the frame table with the rows of these frames */
     bool differs = false;               /**< samples or rows are not those that were recorded */
     frame_figures figures;              /**< of the frames that are left */
-    item_statistics level;              /**< of the frames that are left */
+    item_statistics level; /**< of the frames that are left; empty if it was not to be computed */
 };
 
 /** The result of a check. */
@@ -53,6 +53,13 @@ struct recording_check
     std::vector<std::string> faults;    /**< sentences; empty if nothing is damaged */
 };
 
+/** What a check computes. */
+enum class check_scope
+{
+    damage,           /**< not checked_item::level */
+    damage_and_levels /**< everything */
+};
+
 /** Receives how many frames of how many have been read. */
 using check_progress = std::function<void(uint64_t done, uint64_t total)>;
 
@@ -66,11 +73,13 @@ using check_stop = std::function<void()>;
  * @param place     the directory of the recording, or any of its SigMF documents
  * @param progress  is called after each frame of each item; may be empty
  * @param stop      may be empty
+ * @param scope     what to compute
  * @throws bad_recording if there is no recording
  * @throws damaged_recording if none of its documents describes the session
  */
 recording_check check_recording(const std::filesystem::path &place, const check_progress &progress = {},
-                                const check_stop &stop = {});
+                                const check_stop &stop = {},
+                                check_scope scope = check_scope::damage_and_levels);
 
 } // namespace vantor
 

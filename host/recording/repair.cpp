@@ -297,7 +297,7 @@ repair_result repair_damage(recording_check before, frame_loss loss, const check
         std::error_code failure;
         std::filesystem::remove(truth_path(before.documents), failure);
     }
-    const auto after = check_recording(before.documents.directory, progress);
+    const auto after = check_recording(before.documents.directory, progress, {}, check_scope::damage);
     if (!after.finished || !after.faults.empty() || after.frames != before.frames)
     {
         throw damaged_recording("The repaired recording differs from what was written: check the disk. " +
@@ -350,7 +350,7 @@ std::optional<std::string> repair_obstacle(const recording_check &check, frame_l
 repair_result repair_recording(const std::filesystem::path &place, frame_loss loss,
                                const check_progress &progress)
 {
-    const auto before = check_recording(place, progress);
+    const auto before = check_recording(place, progress, {}, check_scope::damage);
     const directory_in_use directory(before.documents.directory);
     const auto result = repair_damage(before, loss, progress);
     // Another repair would lose the files that it is about to put into place.

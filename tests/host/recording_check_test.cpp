@@ -72,6 +72,9 @@ TEST(recording_check, finds_no_fault_in_a_complete_recording)
     EXPECT_EQ(check.items[0].figures.channel.highest, 0.75);
     EXPECT_EQ(check.items[1].figures.channel.valid, 0U);
     EXPECT_EQ(check.items[2].figures.seconds, 0.02);
+    const auto short_check = check_recording(files.path, {}, {}, check_scope::damage);
+    EXPECT_EQ(short_check.items[0].left_digest, check.items[0].left_digest);
+    EXPECT_EQ(short_check.items[0].level.sweeps(), 0U);
 }
 
 TEST(recording_check, can_be_stopped_while_it_reads_data_without_rows)
