@@ -126,6 +126,10 @@ class Script:
         """Sets the reaction to a command."""
         self._reactions[command] = reaction
 
+    def reaction(self, command):
+        """The reaction to a command."""
+        return self._reactions[command]
+
     def react(self, host, line):
         """Executes a line from a host."""
         if not line:

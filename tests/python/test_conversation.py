@@ -153,6 +153,15 @@ def test_reports_a_damaged_command_after_all_ends_are_answered(server):
         host.ping()
 
 
+def test_reports_at_once_that_the_configuration_of_a_second_session_is_not_json(server):
+    host = server.connect()
+    host.session(example_configuration())
+    server.on("configure", answer_with(error("bad_json")))
+    with pytest.raises(vantor.ServerError, match="bad_json"):
+        host.session(example_configuration())
+    assert server.now == 0.0, "it waited"
+
+
 @pytest.mark.parametrize("timeout", [0.5, 0.999, 1.0, 5.0, 9.5])
 def test_gives_up_on_a_server_that_never_answers(server, timeout):
     server.on("end", stay_silent)

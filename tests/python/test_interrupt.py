@@ -6,6 +6,7 @@ import os
 import pathlib
 import random
 import signal
+import struct
 import subprocess
 import sys
 
@@ -14,8 +15,8 @@ import pytest
 import vantor
 from processes import TIME_OUT, RunningServer, campaign
 from scripted_server import (
-    ScriptedServer, answer_with, error, example_configuration, example_metadata, frame_bytes, plain_answer,
-    stream_frames)
+    ScriptedServer, answer_with, error, example_configuration, example_metadata, frame_bytes, item_metadata,
+    plain_answer, stream_frames)
 
 PACKAGE = str(pathlib.Path(vantor.__file__).parent)
 FRAMES = 3
@@ -202,6 +203,113 @@ def test_streams_again_after_a_command_that_follows_an_interruption_at_any_line(
             host.ping()
             assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
     at_each_place(interrupt)
+
+
+class SensorServer(StrictServer):
+    """A strict server whose session has one sensor: its number is that of the calibration, and in the samples."""
+
+    def __init__(self):
+        super().__init__()
+        self._sensor = 0
+        self.on("configure", self._step("idle", "configured", self._configure))
+        self.on("frame", self._step("configured", "configured", self._measure))
+        self.on("start", self._step("configured", "streaming", self._stream))
+        self.on("stop", self._step("streaming", "configured", lambda host, command: host.send_message(
+            plain_answer(command) | {"frames_left_out": 0})))
+
+    def _configure(self, host, command):
+        self._sensor = command["configuration"]["groups"][0][0]["sensor_id"]
+        metadata = example_metadata(tick_period=0)
+        metadata["calibration_info"][0]["sensor_id"] = self._sensor
+        host.send_message(metadata | {"metadata": [[item_metadata(20, [20])]]})
+
+    def _measure(self, host, _):
+        result = {"tick": 5, "data_saturated": False, "temperature": 3, "calibration_needed": False,
+                  "frame_delayed": False}
+        header = {"result_info": [[result]], "status": "ok", "payload_size": 80}
+        host.send_message(header, struct.pack("<h", self._sensor) * 40)
+
+    def _stream(self, host, command):
+        host.send_message(plain_answer(command))
+        for _ in range(FRAMES):
+            self._measure(host, command)
+
+
+def begin_session(host, sensor):
+    """A session of a sensor, which must be one of it."""
+    session = host.session({"groups": [[{"sensor_id": sensor, "config": {"num_points": 20}}]]})
+    assert [entry.sensor_id for entry in session.calibrations] == [sensor]
+    return session
+
+
+def stream_from(session, sensor):
+    """Receives a stream, which must be that of a sensor."""
+    frames = list(session.frames(count=FRAMES))
+    assert [int(frame[0, 0].samples[0, 0, 0]) for frame in frames] == [sensor] * FRAMES
+
+
+def interrupt_after(host, command, call):
+    """Interrupts a call directly after a command was sent."""
+    conversation = host._conversation
+    transmit = conversation._transmit
+
+    def transmit_and_interrupt(data, timeout):
+        transmit(data, timeout)
+        if command in data:
+            raise KeyboardInterrupt
+    conversation._transmit = transmit_and_interrupt
+    with pytest.raises(KeyboardInterrupt):
+        call()
+    conversation._transmit = transmit
+
+
+@pytest.mark.parametrize("ends", [1, 2, 3, 5, 20])
+def test_gives_no_session_the_answers_of_an_earlier_one_after_repeated_ctrl_c(ends):
+    server = SensorServer()
+    host = server.connect()
+    interrupt_after(host, b'"ping"', host.ping)
+    for _ in range(ends):
+        interrupt_after(host, b'"end"', host.ping)
+    interrupt_after(host, b'"configure"', lambda: begin_session(host, 1))
+    session = begin_session(host, 2)
+    stream_from(session, 2)
+    host.ping()
+    assert server.now == 0.0, "it waited"
+
+
+def test_takes_only_the_answer_to_the_last_end_after_a_time_out():
+    server = SensorServer()
+    host = server.connect()
+    session = begin_session(host, 1)
+    answer_end = server.reaction("end")
+
+    def answer_late(host, command):
+        host.pause(6.0)
+        answer_end(host, command)
+    server.on("end", answer_late)
+    with pytest.raises(vantor.ServerTimeout):
+        session.end()
+    server.on("end", answer_end)
+    stream_from(begin_session(host, 2), 2)
+
+
+ACTIONS = [lambda host: host.ping(), lambda host: host.stats(), lambda host: begin_session(host, 1),
+           lambda host: stream_from(begin_session(host, 3), 3), lambda host: begin_session(host, 2).single_frame(),
+           lambda host: begin_session(host, 2).end()]
+
+
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
+def test_works_after_random_series_of_interruptions():
+    choices = random.Random(7)
+    for _ in range(campaign(10_000, 100)):
+        server = SensorServer()
+        host = server.connect()
+        for _ in range(choices.randint(2, 4)):
+            with contextlib.suppress(KeyboardInterrupt), Interruption(choices.randrange(250)):
+                choices.choice(ACTIONS)(host)
+        stream_from(begin_session(host, 2), 2)
+        host.ping()
+        assert server.now == 0.0, "it waited"
 
 
 def test_works_after_ctrl_c_between_frames():

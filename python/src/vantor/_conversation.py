@@ -6,6 +6,7 @@ import math
 import os
 import threading
 import time
+from collections import deque
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
 from dataclasses import dataclass, fields
@@ -27,10 +28,10 @@ _LONGEST_PAYLOAD_TIME = 600.0
 #: How long a program that was asked to stop waits for the end of the session, in seconds.
 _SHORT_TIME = 1.0
 
-#: The command that ends a session. The line feed ends a line that an earlier host may have sent in part.
-_END_COMMAND = b'\n{"command":"end"}\n'
+#: Most pings between two "end" commands, see `_ending_commands`.
+_MOST_PINGS = 4
 
-#: Interval at which it is repeated after connecting, until the server answers, in seconds.
+#: Interval at which "end" is repeated after connecting, until the server answers, in seconds.
 _END_INTERVAL = 1.0
 
 #: Number of frames for which the answer to a command may have to wait, and the upper limit of their time in
@@ -147,8 +148,10 @@ class Conversation:
         #: A call was interrupted: bytes may have been received but not counted, or a command sent in part.
         self.torn = False
         self._idle = False
-        #: Answers to earlier "end" commands may still arrive.
+        #: Answers to repeated "end" commands, or to those of an earlier host, may still arrive.
         self._late_ends = False
+        #: How often the session was to be ended, but the answer has not been seen.
+        self._unfinished_ends = 0
         #: When "end" is repeated, while connecting.
         self._repetition: float | None = None
         self._first_bytes = b""
@@ -369,42 +372,52 @@ class Conversation:
     def _find_server(self) -> None:
         """Ends any session. Repeats the command, since a server that is starting loses commands."""
         self._repetition = self.now() + _END_INTERVAL
+        self._late_ends = True
         try:
             self.end()
         finally:
             self._repetition = None
 
-    def _send_end(self, timeout: float) -> None:
-        self._late_ends = True
+    def _send_end(self, commands: list[str], timeout: float) -> None:
+        """Sends commands that end the session, after the end of a line that may have been sent in part."""
+        lines = ["", *(f'{{"command":"{command}"}}' for command in commands), ""]
         # In a single write: a busy server closes the connection, and a second write would then fail before
         # its message has been read.
-        self._transmit(_END_COMMAND, timeout)
+        self._transmit("\n".join(lines).encode(), timeout)
 
     def _end(self, limit: Limit) -> None:
         """Ends the session, and waits for the answer."""
-        # While connecting, the caller has given another command, or none.
-        awaited = "answer" if self._repetition is not None else _answer_to("end")
         if self.torn:
             self._reader.resynchronise()
         self.torn = True
-        self._send_end(max(0.0, limit.deadline - self.now()))
-        while True:
-            try:
-                message = self._next(limit, awaited)
-            except BadMessage:
-                # Messages before the answer are dropped, also damaged ones.
-                pass
-            else:
-                if _answers_end(message):
-                    break
-                if message.header.get("code") == "busy":
-                    _raise_on_error(message)
-            if self.now() >= limit.deadline:
-                self._give_up(awaited)
+        commands = _ending_commands(self._unfinished_ends)
+        self._unfinished_ends += 1
+        self._send_end(commands, max(0.0, limit.deadline - self.now()))
+        self._await_answers(commands, limit)
+        self._unfinished_ends = 0
         self.expect_frames(None)
         self.frame_rate = 0.0
         self.torn = False
         self._idle = True
+
+    def _await_answers(self, commands: list[str], limit: Limit) -> None:
+        """Waits for the answers to commands in a row; drops all messages before, also damaged ones."""
+        # While connecting, the caller has given another command, or none.
+        awaited = "answer" if self._repetition is not None else _answer_to("end")
+        answered: deque[object] = deque(maxlen=len(commands))
+        while True:
+            try:
+                message = self._next(limit, awaited)
+            except BadMessage:
+                answered.append(None)
+            else:
+                answered.append(message.header.get("command"))
+                if message.header.get("code") == "busy":
+                    _raise_on_error(message)
+            if list(answered) == commands:
+                return
+            if self.now() >= limit.deadline:
+                self._give_up(awaited)
 
     def _repeat_end(self, left: float) -> float:
         """Repeats "end" when it is due; returns how long the caller can wait before the next call."""
@@ -414,7 +427,7 @@ class Conversation:
             self._repetition = self.now() + _END_INTERVAL
             # Otherwise the server is sending already.
             if self._reader.missing == 0:
-                self._send_end(left)
+                self._send_end(["end"], left)
         return max(0.0, min(left, self._repetition - self.now()))
 
     def _poll(self, deadline: float) -> Message | None:
@@ -487,11 +500,12 @@ class Conversation:
         return message.header
 
     def _take_late_answer(self, message: Message) -> bool:
-        """Whether a message is the answer to an "end" that was repeated or abandoned.
+        """Whether a message is the answer to an "end" that was repeated while connecting.
 
         A server that was still starting and received only the end of the line answers "bad_json".
         """
-        if self._late_ends and (_answers_end(message) or message.header.get("code") == "bad_json"):
+        header = message.header
+        if self._late_ends and (header.get("command") == "end" or header.get("code") == "bad_json"):
             return True
         # Answers arrive in order.
         self._late_ends = False
@@ -522,8 +536,18 @@ def _raise_on_error(message: Message) -> None:
         raise ServerError(printable(code), printable(text))
 
 
-def _answers_end(message: Message) -> bool:
-    return message.header.get("command") == "end"
+def _ending_commands(unfinished: int) -> list[str]:
+    """The commands that end a session, after this many attempts that were interrupted before the answer.
+
+    It is not known what was received of those, and how many of their answers are still to come. The numbers
+    of pings between the ends are the digits of the number of attempts, plus 1: the answers to other attempts
+    are not the same.
+    """
+    commands = ["end"]
+    while unfinished:
+        unfinished, digit = divmod(unfinished, _MOST_PINGS)
+        commands += [*["ping"] * (digit + 1), "end"]
+    return commands
 
 
 def _check_answer(message: Message, command: str) -> None:
