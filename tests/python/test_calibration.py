@@ -1,9 +1,13 @@
 """Calibrations are saved, read and reused as `vantor calibrate` and `vantor record --calibration` do."""
 
+import errno
 import json
 import os
+import socket
+import stat
 import subprocess
 from pathlib import Path
+from typing import Any
 
 import pytest
 
@@ -87,18 +91,93 @@ def test_impossible_calibrations_are_not_saved(
 
 def test_errors_name_the_file_of_the_user(tmp_path: Path) -> None:
     file = tmp_path / "none" / "calibration.json"
-    with pytest.raises(FileNotFoundError) as failure:
+    with pytest.raises(vantor.FileError) as failure:
         vantor.save_calibrations(file, [FIRST])
-    assert failure.value.filename == str(file)
-    with pytest.raises(IsADirectoryError) as other:
-        vantor.save_calibrations(tmp_path, [FIRST])
-    assert (other.value.filename, other.value.filename2) == (str(tmp_path), None)
-    assert list(tmp_path.parent.glob("*.new")) == []
+    assert isinstance(failure.value, OSError)
+    assert (failure.value.errno, failure.value.filename) == (errno.ENOENT, str(file))
+    assert str(failure.value) == f"Cannot write {file}: No such file or directory."
+
+
+@pytest.mark.parametrize("name", ["", ".", "..", "/"])
+def test_directories_are_not_replaced(name: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(tmp_path)
+    with pytest.raises(vantor.FileError, match="Cannot write .*: it is a directory; use a file") as failure:
+        vantor.save_calibrations(name, [FIRST])
+    assert failure.value.errno == errno.EISDIR
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_what_is_not_a_regular_file_is_not_replaced(tmp_path: Path) -> None:
+    pipe, place = tmp_path / "pipe", tmp_path / "socket"
+    os.mkfifo(pipe)
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(place))
+        link = tmp_path / "link"
+        link.symlink_to("/dev/full")
+        for file in [pipe, place, link, Path("/dev/full")]:
+            with pytest.raises(vantor.FileError, match=f"Cannot write {file}: it is not a regular file"):
+                vantor.save_calibrations(file, [FIRST])
+    assert pipe.is_fifo() and place.is_socket() and Path("/dev/full").is_char_device()
+    assert len(list(tmp_path.iterdir())) == 3
+
+
+def test_symbolic_links_stay(tmp_path: Path) -> None:
+    target, link, loop = (tmp_path / name for name in ("target.json", "link.json", "loop.json"))
+    link.symlink_to(target.name)
+    for calibration in (FIRST, SECOND):
+        vantor.save_calibrations(link, [calibration])
+        assert link.is_symlink() and not target.is_symlink()
+        assert vantor.load_calibrations(target) == (calibration,)
+    loop.symlink_to(loop)
+    with pytest.raises(vantor.FileError, match="levels of symbolic links"):
+        vantor.save_calibrations(loop, [FIRST])
+
+
+@pytest.mark.parametrize("mode", [0o600, 0o664, 0o444])
+def test_an_existing_file_keeps_its_mode(mode: int, tmp_path: Path) -> None:
+    file = tmp_path / "calibration.json"
+    file.write_text("old", "utf-8")
+    file.chmod(mode)
+    vantor.save_calibrations(file, [FIRST])
+    assert vantor.load_calibrations(file) == (FIRST,)
+    assert stat.S_IMODE(file.stat().st_mode) == mode
+
+
+@pytest.mark.skipif(os.getuid() != 0, reason="only the superuser can give files away")
+def test_an_existing_file_keeps_its_owner(tmp_path: Path) -> None:
+    file = tmp_path / "calibration.json"
+    file.write_text("old", "utf-8")
+    os.chown(file, 1234, 1235)
+    vantor.save_calibrations(file, [FIRST])
+    assert (file.stat().st_uid, file.stat().st_gid) == (1234, 1235)
+
+
+def test_the_longest_name_can_be_used(tmp_path: Path) -> None:
+    file = tmp_path / ("a" * 255)
+    vantor.save_calibrations(file, [FIRST])
+    assert vantor.load_calibrations(file) == (FIRST,)
+
+
+@pytest.mark.parametrize("name", ["a" * 256, "a/" * 3000])
+def test_longer_names_are_refused(name: str, tmp_path: Path) -> None:
+    with pytest.raises(vantor.FileError, match="File name too long"):
+        vantor.save_calibrations(tmp_path / name, [FIRST])
+
+
+@pytest.mark.parametrize(
+    ("calibrations", "found"),
+    [([FIRST, 3], "list with int"), (FIRST, "Calibration"), ("file.json", "str with str"), (None, "NoneType")],
+)
+def test_other_types_are_refused(calibrations: Any, found: str, tmp_path: Path) -> None:
+    with pytest.raises(TypeError, match=f"a list of vantor.Calibration, not {found}"):
+        vantor.save_calibrations(tmp_path / "calibration.json", calibrations)
+    assert list(tmp_path.iterdir()) == []
 
 
 def test_names_that_no_file_can_have_are_refused() -> None:
     calibrations = [vantor.Calibration(1, 25, "00" * 240)]
-    with pytest.raises(OSError, match="The name cannot be used"):
-        vantor.save_calibrations("a\0b", calibrations)
-    with pytest.raises(vantor.ConfigurationError, match="Cannot read a"):
-        vantor.load_calibrations("a\0b")
+    for name in ("a\0b", "a\ud800"):
+        with pytest.raises(vantor.FileError, match="the name cannot be used"):
+            vantor.save_calibrations(name, calibrations)
+        with pytest.raises(vantor.ConfigurationError, match="Cannot read a"):
+            vantor.load_calibrations(name)

@@ -13,6 +13,7 @@ import vantor
         vantor.BadMessage(7, "no JSON"),
         vantor.ConfigurationError("bad", vantor.validate({"groups": 1})),
         vantor.ServerTimeout("late"),
+        vantor.FileError(13, "Permission denied", "calibration.json"),
     ],
 )
 def test_errors_are_pickled(error: vantor.Error) -> None:

@@ -4,15 +4,14 @@ A calibration is valid while the sensor stays near the temperature at which it w
 of `vantor calibrate` and `vantor record --calibration`.
 """
 
-import errno
 import json
 import os
-import secrets
 from collections.abc import Iterable, Sequence
 from dataclasses import asdict, dataclass, field
 from pathlib import Path
 from typing import Any
 
+from ._output_files import write_file
 from ._plain_values import copy
 from .configuration import load_configuration, validate
 from .errors import ConfigurationError
@@ -35,37 +34,38 @@ class Calibration:
 
 
 def save_calibrations(path: str | os.PathLike[str], calibrations: Iterable[Calibration]) -> None:
-    """Writes a calibration file; an existing file is replaced when the new one is complete.
+    """Writes a calibration file; an existing one is replaced when the new one is complete, and keeps its mode.
 
     Raises:
         ConfigurationError: no session can use these calibrations.
-        OSError: the file cannot be written.
+        FileError: the file cannot be written, or is not a regular file.
+        TypeError: an argument is of another type.
     """
     file = Path(path)
-    document = {"calibration_info": [asdict(entry) for entry in calibrations]}
+    document = {"calibration_info": [asdict(entry) for entry in _require_type(calibrations)]}
     if not document["calibration_info"]:
         raise ConfigurationError(f"There are no calibrations to write to {file}.")
     faults = validate(document)
     if faults:
         raise ConfigurationError(f"The calibrations for {file} are not valid:\n{faults[0]}", faults)
     _refuse_repetition(document, f"The list of calibrations for {file}")
-    try:
-        _replace(file, json.dumps(document, indent=2) + "\n")
-    except OSError as failure:
-        raise OSError(failure.errno, failure.strerror, str(file)) from None
-    except ValueError:
-        raise OSError(errno.EINVAL, "The name cannot be used", str(file)) from None
+    write_file(file, json.dumps(document, indent=2) + "\n")
 
 
-def _replace(file: Path, text: str) -> None:
-    """Writes a file under another name first, which nobody can have prepared as a link to a file."""
-    written = file.with_name(f"{file.name}.{secrets.token_hex(8)}.new")
-    try:
-        with written.open("x", encoding="utf-8") as stream:
-            stream.write(text)
-        written.replace(file)
-    finally:
-        written.unlink(missing_ok=True)
+def _require_type(calibrations: Iterable[Calibration]) -> list[Calibration]:
+    """Calibrations as a list; raises TypeError if there is anything else."""
+    if not isinstance(calibrations, Iterable):
+        raise _wrong_type(type(calibrations).__name__)
+    found = list(calibrations)
+    for entry in found:
+        if not isinstance(entry, Calibration):
+            raise _wrong_type(f"{type(calibrations).__name__} with {type(entry).__name__}")
+    return found
+
+
+def _wrong_type(found: str) -> TypeError:
+    wanted = "those of a session, or a list of vantor.Calibration"
+    return TypeError(f"The calibrations must be {wanted}, not {found}.")
 
 
 def load_calibrations(path: str | os.PathLike[str]) -> tuple[Calibration, ...]:

@@ -107,6 +107,19 @@ class ConfigurationError(Error, ValueError):
         return type(self), (str(self), self.faults)
 
 
+class FileError(Error, OSError):
+    """A file cannot be written.
+
+    Attributes:
+        errno, strerror, filename: as of each OSError: number and text of the reason, and the file.
+    """
+
+    code = "file"
+
+    def __str__(self) -> str:
+        return f"Cannot write {self.filename}: {self.strerror}."
+
+
 class RecordingError(Error):
     """A recording cannot be read, or is damaged."""
 
