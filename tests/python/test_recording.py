@@ -334,6 +334,18 @@ def test_damage_of_the_truth_is_described_as_by_the_command(
     assert list(vantor.open(changed).damage()) == reported_damage(changed)["damage"] != []
 
 
+def test_truth_with_more_digits_than_needed_is_correct(tmp_path: Path) -> None:
+    """The recorder writes 0.37370834 with 17 digits."""
+    scene = tmp_path / "scene.json"
+    oscillation = {"amplitude_m": 0.001, "frequency_hz": 1, "phase_turns": 0.37370834}
+    target = {"distance_m": 0.5, "strength_m2": 1, "oscillations": [oscillation]}
+    scene.write_text(json.dumps({"targets": [target]}))
+    made = make_recording(tmp_path / "made", EXAMPLES / "single_sensor.json", 3, f"--scene {scene}")
+    recording = vantor.open(made)
+    assert b"0.37370834000000003" in (made / "truth.jsonl").read_bytes()
+    assert recording.damage() == ()
+
+
 def test_truth_as_arrays(tmp_path: Path) -> None:
     scene = {
         "targets": [

@@ -22,6 +22,8 @@ _MOST_LINE_BYTES = 2_097_152
 
 _Text = bytes | mmap.mmap
 
+_NUMBER = re.compile(rb"-?[0-9]{1,20}\.[0-9]{1,20}(?:e[+-]?[0-9]{1,3})?")
+
 #: How the recorder begins a line.
 _BEGIN = re.compile(
     rb'\{"frame":(\d{1,12}),"group":(\d{1,9}),"item":(\d{1,9}),"sensor":(\d{1,9}),"tick":(\d{1,10}),'
@@ -112,7 +114,8 @@ class _Reader:
             return
         if _is_row(text[: start - 1]):
             start = 0
-        if start == 0 or text[: start - 1].decode("utf-8", "replace") != dump(self._files.documents.session.truth):
+        head = dump(self._files.documents.session.truth).encode()
+        if start == 0 or _shortest_numbers(text[: start - 1]) != _shortest_numbers(head):
             self._add_fault("has another first line than the description of the session.")
         while (end := text.find(b"\n", start)) >= 0:
             self._read_line(text[start:end], start)
@@ -184,6 +187,11 @@ def _map_text(path: Path) -> _Text:
             return b"" if is_empty else mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
         except OSError as failure:
             raise RecordingError(f"Cannot read {path}: {failure.strerror}.") from None
+
+
+def _shortest_numbers(text: bytes) -> bytes:
+    """A text with as few digits in its numbers as they need: the recorder sometimes writes more."""
+    return _NUMBER.sub(lambda number: repr(float(number[0])).encode(), text)
 
 
 def _is_row(line: bytes) -> bool:
