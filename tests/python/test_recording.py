@@ -10,6 +10,8 @@ import re
 import shutil
 import signal
 import subprocess
+import sys
+import tracemalloc
 import warnings
 from collections.abc import Callable, Iterator
 from pathlib import Path
@@ -17,10 +19,12 @@ from typing import Any
 
 import numpy as np
 import pytest
-from processes import RunningServer, campaign
+from processes import RunningServer, campaign, few_descriptors, ordinary_user
 from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_damage, same_text
 
 import vantor
+from vantor import _input_files
+from vantor._input_files import LineFile
 
 COUNT = campaign(whole=2000, sample=30)
 
@@ -301,7 +305,8 @@ def test_truth_belongs_to_frames_by_sensor_and_tick(two_sensors: Path, tmp_path:
     lines[4], lines[5] = lines[5], lines[4]
     (changed / "truth.jsonl").write_text(head + "".join(lines))
     recording = vantor.open(changed)
-    assert recording.truth(0, 0)[0] is None
+    with pytest.warns(vantor.RecordingWarning, match="is damaged: truth.jsonl has a wrong line: frame 0 of"):
+        assert recording.truth(0, 0)[0] is None
     assert [truth is None for truth in recording.frame(1).truth] == [False, False, False]
     assert list(recording.damage()) == reported_damage(changed)["damage"] != []
 
@@ -344,6 +349,122 @@ def test_truth_with_more_digits_than_needed_is_correct(tmp_path: Path) -> None:
     recording = vantor.open(made)
     assert b"0.37370834000000003" in (made / "truth.jsonl").read_bytes()
     assert recording.damage() == ()
+
+
+def make_unreadable(file: Path) -> None:
+    """A file that nobody but the superuser can read."""
+    file.chmod(0)
+
+
+def make_pipe(file: Path) -> None:
+    """A pipe instead of a file."""
+    file.unlink()
+    os.mkfifo(file)
+
+
+@pytest.mark.parametrize(
+    ("spoil", "reason"),
+    [
+        (make_unreadable, "Permission denied"),
+        (Path.unlink, "No such file or directory"),
+        (make_pipe, "it is not a regular file"),
+    ],
+)
+def test_truth_that_cannot_be_read_is_a_warning(
+    spoil: Callable[[Path], None], reason: str, two_sensors: Path
+) -> None:
+    with ordinary_user() as (place, become_ordinary):
+        directory = place / "recording"
+        shutil.copytree(two_sensors, directory)
+        file = directory / "truth.jsonl"
+        spoil(file)
+        become_ordinary()
+        message = re.escape(f"{directory}: the truth is unknown: Cannot read {file}: {reason}.")
+        with pytest.warns(vantor.RecordingWarning, match=message) as warned:
+            recording = vantor.open(directory)
+        assert [Path(each.filename) for each in warned] == [Path(__file__)]
+        with warnings.catch_warnings():
+            # Of the same only once.
+            warnings.simplefilter("error")
+            assert recording.frame(3).truth == (None, None, None)
+            assert set(recording.truth(0, 1)) == {None}
+        assert recording.damage() == (f"Cannot read {file}: {reason}.",)
+
+
+def test_truth_is_read_again_after_a_lack_of_descriptors(two_sensors: Path) -> None:
+    recording = vantor.open(two_sensors)
+    with few_descriptors(0), pytest.warns(vantor.RecordingWarning, match="unknown: .*: Too many open files"):
+        assert set(recording.truth(0, 1)) == {None}
+    assert None not in recording.truth(0, 1)
+
+
+def test_truth_without_its_first_line_is_a_warning(two_sensors: Path, tmp_path: Path) -> None:
+    changed = tmp_path / "changed"
+    shutil.copytree(two_sensors, changed)
+    (changed / "truth.jsonl").write_bytes(b"")
+    recording = vantor.open(changed)
+    with pytest.warns(vantor.RecordingWarning, match="is damaged: .* has no first line, .* lists all damage"):
+        assert set(recording.truth(0, 1)) == {None}
+
+
+def test_truth_can_be_shortened_while_it_is_used(two_sensors: Path, tmp_path: Path) -> None:
+    """It was memory-mapped: the system ended a program that read beyond the end of the file."""
+    changed = tmp_path / "changed"
+    shutil.copytree(two_sensors, changed)
+    program = """
+import os, sys, vantor
+recording = vantor.open(sys.argv[1])
+before = recording.truth(0, 0)
+os.truncate(recording.directory / "truth.jsonl", int(sys.argv[2]))
+after = recording.truth(0, 0)
+print(after.count(None), all(entry in (None, other) for entry, other in zip(after, before)))
+"""
+    for size, unknown in (5000, range(1, 40)), (0, range(40, 41)):
+        command = [sys.executable, "-c", program, changed, str(size)]
+        count, are_same = subprocess.run(command, capture_output=True, text=True, check=True).stdout.split()
+        assert int(count) in unknown and are_same == "True"
+
+
+def test_truth_of_any_size_needs_little_memory(two_sensors: Path, tmp_path: Path) -> None:
+    changed = tmp_path / "changed"
+    shutil.copytree(two_sensors, changed)
+    file = changed / "truth.jsonl"
+    expected = vantor.open(changed).truth(0, 0)
+    with file.open("ab") as stream:
+        for _ in range(2):
+            os.truncate(file, file.stat().st_size + 2**26)
+            stream.write(b"\n")
+            stream.flush()
+    recording = vantor.open(changed)
+    tracemalloc.start()
+    with pytest.warns(vantor.RecordingWarning, match="a line of more than 2097152 bytes"):
+        assert recording.truth(0, 0) == expected
+    assert list(recording.damage()) == reported_damage(changed)["damage"] != []
+    _, peak = tracemalloc.get_traced_memory()
+    tracemalloc.stop()
+    assert peak < 2**25
+
+
+@pytest.mark.parametrize("block", [1, 2, 3, 7, 1000])
+def test_lines_are_found_in_blocks_of_any_size(
+    block: int, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr(_input_files, "_BLOCK", block)
+    monkeypatch.setattr(_input_files, "_USUAL_LINE", block)
+    file = tmp_path / "lines"
+    for text in (b"", b"\n", b"a", b"ab\n\ncd\n", b"abcdefgh\nab\nabc", b"ab\nabcdefgh"):
+        file.write_bytes(text)
+        lines = LineFile(file)
+        expected = []
+        start = 0
+        for line in text.splitlines(keepends=True):
+            expected.append((start, line.rstrip(b"\n"), line.endswith(b"\n")))
+            start += len(line)
+        assert list(lines.lines(8)) == expected
+        assert [lines.line_at(each[0], 8) for each in expected] == [each[1] for each in expected]
+        for found, (begin, whole, is_complete) in zip(lines.lines(4), expected, strict=True):
+            assert found[0::2] == (begin, is_complete)
+            assert found[1] == whole if len(whole) <= 4 else len(found[1]) > 4
 
 
 def test_truth_as_arrays(tmp_path: Path) -> None:

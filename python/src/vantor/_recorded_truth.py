@@ -1,7 +1,7 @@
 """Reads the truth in a recording, and compares it with the frames."""
 
-import mmap
 import re
+import warnings
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -9,10 +9,10 @@ from typing import Any
 
 import numpy as np
 
-from ._input_files import open_file
+from ._input_files import LineFile
 from ._json_text import dump, parse
 from ._recording_files import RecordingFiles
-from .errors import ConfigurationError, ProtocolError, RecordingError
+from .errors import ConfigurationError, ProtocolError, RecordingError, RecordingWarning
 from .truth import ItemTruth, decode_truth
 
 TRUTH_FILE = "truth.jsonl"
@@ -20,7 +20,8 @@ TRUTH_FILE = "truth.jsonl"
 #: Longest line, as in host/recording/truth_writer.h.
 _MOST_LINE_BYTES = 2_097_152
 
-_Text = bytes | mmap.mmap
+#: Of a warning by `check`: of it, of `Recording` and of `vantor.open`.
+_CALLER_OF_OPEN = 5
 
 _NUMBER = re.compile(rb"-?[0-9]{1,20}\.[0-9]{1,20}(?:e[+-]?[0-9]{1,3})?")
 
@@ -42,44 +43,75 @@ class _Key:
 
 
 class RecordedTruth:
-    """What simulated sensors should have found in the frames of a recording."""
+    """What simulated sensors should have found in the frames of a recording.
+
+    If the file cannot be read, it is unknown: a RecordingWarning says why, and the file is tried again later.
+    """
 
     def __init__(self, files: RecordingFiles) -> None:
-        """Finds the line of each frame and item, by its sensor and tick."""
+        """The truth of a recording; its file is opened when it is used."""
         self._files = files
         self._path = files.documents.directory / TRUTH_FILE
-        self._fault: str | None = None
-        self._text: _Text = b""
         readable = all(item.table is not None for item in files.items)
         self._exists = files.documents.session.truth is not None and readable
-        if self._exists:
-            try:
-                self._text = _map_text(self._path)
-            except RecordingError as failure:
-                self._fault = str(failure)
-        self._starts = _Reader(files, self._path, self._text, _quick_key).starts
+        self._file: LineFile | None = None
+        #: Where the line of each frame and item starts.
+        self._starts = np.empty((0, 0), np.int64)
+        #: The last warning.
+        self._warning = ""
 
     def close(self) -> None:
         """Closes the file."""
-        if isinstance(self._text, mmap.mmap):
-            self._text.close()
+        if self._file is not None:
+            self._file.close()
+
+    def check(self) -> None:
+        """Warns if the file cannot be opened, for `Recording`."""
+        try:
+            if self._exists:
+                LineFile(self._path).close()
+        except RecordingError as failure:
+            self._warn(f"the truth is unknown: {failure}", _CALLER_OF_OPEN)
 
     def find(self, frame: int, place: int) -> ItemTruth | None:
         """The truth of an item in a frame; None if it is unknown."""
-        start = int(self._starts[frame, place])
-        if start < 0:
-            return None
         try:
-            return decode_truth(parse(self._text[start : self._text.find(b"\n", start)], "The line"))
+            line = self._line(frame, place)
+            return None if line is None else decode_truth(parse(line, "The line"))
+        except RecordingError as failure:
+            self._warn(f"the truth is unknown: {failure}")
         except (ConfigurationError, ProtocolError):
             # Reported by faults().
-            return None
+            pass
+        return None
 
     def faults(self) -> list[str]:
         """What is wrong with the file; reads all of it."""
-        if self._fault is not None:
-            return [self._fault]
-        return _Reader(self._files, self._path, self._text, _strict_key).faults if self._exists else []
+        if not self._exists:
+            return []
+        try:
+            return _Reader(self._files, self._path, LineFile(self._path), _strict_key).faults
+        except RecordingError as failure:
+            return [str(failure)]
+
+    def _line(self, frame: int, place: int) -> bytes | None:
+        """The line of an item in a frame; None if there is none. Raises RecordingError."""
+        if not self._exists:
+            return None
+        if self._file is None:
+            file = LineFile(self._path)
+            reader = _Reader(self._files, self._path, file, _quick_key)
+            if reader.faults:
+                self._warn(f"is damaged: {reader.faults[0]} damage() lists all damage.")
+            self._file, self._starts = file, reader.starts
+        start = int(self._starts[frame, place])
+        return None if start < 0 else self._file.line_at(start, _MOST_LINE_BYTES)
+
+    def _warn(self, text: str, stacklevel: int = 1) -> None:
+        """Warns, but not of the same again."""
+        if text != self._warning:
+            self._warning = text
+            warnings.warn(f"{self._path.parent}: {text}", RecordingWarning, stacklevel=stacklevel)
 
 
 class _Reader:
@@ -91,8 +123,9 @@ class _Reader:
     """
 
     def __init__(
-        self, files: RecordingFiles, path: Path, text: _Text, key_of: Callable[[bytes, str], _Key]
+        self, files: RecordingFiles, path: Path, file: LineFile, key_of: Callable[[bytes, str], _Key]
     ) -> None:
+        """Reads a file; raises RecordingError if the system does not let it."""
         self.starts = np.full((files.frames, len(files.items)), -1, np.int64)
         self.faults: list[str] = []
         self._files = files
@@ -104,23 +137,27 @@ class _Reader:
         self._farthest = (-1, -1)
         self._has_wrong_line = False
         self._has_surplus = False
-        self._read(text)
+        self._read(file)
 
-    def _read(self, text: _Text) -> None:
+    def _read(self, file: LineFile) -> None:
         """Reads all lines; the first one describes the scene."""
-        start = text.find(b"\n") + 1
-        if start == 0:
+        head = dump(self._files.documents.session.truth).encode()
+        lines = file.lines(max(_MOST_LINE_BYTES, len(head)))
+        start, first, is_complete = next(lines, (0, b"", False))
+        if not is_complete:
             self.faults.append(f"{self._path} has no first line, which describes the scene.")
             return
-        if _is_row(text[: start - 1]):
-            start = 0
-        head = dump(self._files.documents.session.truth).encode()
-        if start == 0 or _shortest_numbers(text[: start - 1]) != _shortest_numbers(head):
+        if _shortest_numbers(first) != _shortest_numbers(head):
             self._add_fault("has another first line than the description of the session.")
-        while (end := text.find(b"\n", start)) >= 0:
-            self._read_line(text[start:end], start)
-            start = end + 1
-        self._check_rest(len(text) - start)
+            if _is_row(first):
+                self._read_line(first, start)
+        rest = 0
+        for start, line, is_complete in lines:
+            if is_complete:
+                self._read_line(line, start)
+            else:
+                rest = len(line)
+        self._check_rest(rest)
 
     def _add_fault(self, text: str) -> None:
         self.faults.append(f"{TRUTH_FILE} {text}")
@@ -177,16 +214,6 @@ class _Reader:
 def _describe(key: _Key) -> str:
     """The place of a line."""
     return f"frame {key.frame} of group {key.group}, item {key.item}"
-
-
-def _map_text(path: Path) -> _Text:
-    """The content of a file, which is read when it is used."""
-    with open_file(path) as stream:
-        is_empty = not stream.read(1)
-        try:
-            return b"" if is_empty else mmap.mmap(stream.fileno(), 0, access=mmap.ACCESS_READ)
-        except OSError as failure:
-            raise RecordingError(f"Cannot read {path}: {failure.strerror}.") from None
 
 
 def _shortest_numbers(text: bytes) -> bytes:

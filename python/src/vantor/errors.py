@@ -1,4 +1,4 @@
-"""What can fail between a host and a server: one exception type for each kind of failure.
+"""What can fail: one exception type for each kind of failure.
 
 Every message is a sentence that says what happened and, if possible, what to change.
 """
@@ -124,6 +124,10 @@ class RecordingError(Error):
     """A recording cannot be read, or is damaged."""
 
     code = "recording"
+
+
+class RecordingWarning(UserWarning):
+    """A recording is damaged, or was not finished."""
 
 
 def with_faults(text: str, faults: "Sequence[Fault]") -> str:

@@ -22,7 +22,7 @@ from ._recorded_truth import RecordedTruth
 from ._recording_documents import RecordedServer
 from ._recording_files import ItemFiles, RecordingFiles
 from .calibration import Calibration
-from .errors import RecordingError
+from .errors import RecordingError, RecordingWarning
 from .frame import (
     Flags,
     Floats,
@@ -41,10 +41,6 @@ from .truth import TruthOfFrames
 __all__ = ["RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment"]
 
 _Flags = npt.NDArray[np.bool_]
-
-
-class RecordingWarning(UserWarning):
-    """A recording is damaged, or was not finished."""
 
 
 @dataclass(frozen=True, slots=True, eq=False, repr=False)
@@ -221,6 +217,9 @@ class Recording:
         samples = [_map_samples(item, len(self)) for item in self._files.items]
         self._samples: list[Samples] | None = samples
         self._places = places_of(self.layouts)
+        self._truth = RecordedTruth(self._files)
+        if not self.in_progress:
+            self._truth.check()
 
     @property
     def directory(self) -> Path:
@@ -300,8 +299,7 @@ class Recording:
         """Closes the files. Arrays, items and frames that you have stay valid, without the truth of items."""
         if self._samples is not None:
             self._samples = None
-            if "_truth" in vars(self):
-                self._truth.close()
+            self._truth.close()
 
     def __enter__(self) -> Self:
         return self
@@ -435,10 +433,6 @@ class Recording:
         if self._samples is None:
             raise RecordingError(f"{self.directory} was closed: open it again.")
         return self._samples
-
-    @cached_property
-    def _truth(self) -> RecordedTruth:
-        return RecordedTruth(self._files)
 
     @cached_property
     def _readings(self) -> list[tuple[list[Any], ...]]:
