@@ -177,8 +177,10 @@ def test_the_path_of_a_file_is_accepted() -> None:
     document = vantor.load_configuration(path)
     assert vantor.validate(path) == vantor.validate(str(path)) == ()
     assert vantor.plan(str(path)) == vantor.plan(path) == vantor.plan(document)
-    with pytest.raises(vantor.ConfigurationError, match="Cannot read no.json: check that the file exists"):
+    with pytest.raises(vantor.ConfigurationError, match="Cannot read no.json: No such file or directory"):
         vantor.validate("no.json")
+    with pytest.raises(vantor.ConfigurationError, match="Cannot read .: it is a directory; use a file"):
+        vantor.validate(".")
 
 
 TEXTS: list[bytes] = [

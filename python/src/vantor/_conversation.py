@@ -16,6 +16,7 @@ from typing import Any, NoReturn, Protocol
 from . import _members
 from ._links import Link
 from ._messages import Message, MessageReader
+from ._plain_values import to_float
 from ._printable import printable
 from .errors import BadMessage, ConnectionLost, Error, ProtocolError, ServerError, ServerTimeout
 
@@ -94,18 +95,10 @@ class Timeouts:
             value = getattr(self, field.name)
             if not isinstance(value, Real):
                 raise TypeError(f'The time-out "{field.name}" must be a number of seconds, not {value!r}.')
-            if not 0.0 <= _to_float(value) <= _LONGEST_TIMEOUT:
+            if not 0.0 <= to_float(value) <= _LONGEST_TIMEOUT:
                 raise ValueError(
                     f'The time-out "{field.name}" is {value}; use a number of seconds from 0 to 1e9.'
                 )
-
-
-def _to_float(value: Real) -> float:
-    """A number as a float; infinity if it is larger than any."""
-    try:
-        return float(value)
-    except OverflowError:
-        return math.inf
 
 
 @dataclass(slots=True)
@@ -339,7 +332,8 @@ class Conversation:
     def _send(self, command: dict[str, Any]) -> None:
         """Sends a command."""
         text = json.dumps(command, separators=(",", ":"), ensure_ascii=False)
-        self._transmit(text.encode() + b"\n", self.timeouts.answer)
+        # The server refuses halves of surrogate pairs.
+        self._transmit(text.encode("utf-8", "surrogatepass") + b"\n", self.timeouts.answer)
 
     def _limit(self, timeout: float) -> Limit:
         """How long to wait for an answer."""

@@ -7,7 +7,7 @@ from collections.abc import Iterator
 from pathlib import Path
 from typing import BinaryIO
 
-from .errors import RecordingError
+from .errors import RecordingError, reason_of
 
 #: Bytes that are read at once: of many lines, and of one.
 _BLOCK = 2**20
@@ -16,8 +16,7 @@ _USUAL_LINE = 2**12
 
 def cannot_read(path: Path, failure: OSError | ValueError) -> RecordingError:
     """The error for a file that cannot be read."""
-    reason = failure.strerror if isinstance(failure, OSError) else "the name cannot be used"
-    return RecordingError(f"Cannot read {path}: {reason}.")
+    return RecordingError(f"Cannot read {path}: {reason_of(failure)}.")
 
 
 def open_file(path: Path) -> BinaryIO:

@@ -21,7 +21,7 @@ from typing import Any, Protocol
 
 from ._address import Address, SerialAddress, SimulatorAddress, TcpAddress, UnixAddress
 from ._error_output import ErrorOutput
-from .errors import ConnectError, ConnectionLost, Error, ServerTimeout
+from .errors import ConnectError, ConnectionLost, Error, ServerTimeout, reason_of
 
 #: Longest wait in the operating system, in seconds. A signal that arrives just before such a wait does not
 #: end it.
@@ -238,20 +238,27 @@ def _open_tcp(address: TcpAddress, deadline: float) -> Link:
     name = f"tcp:{host}:{address.port}"
     failure: OSError | None = None
     for family, kind, protocol, _, place in _look_up(address, name, deadline):
-        stream = socket.socket(family, kind, protocol)
         try:
-            stream.settimeout(max(0.001, deadline - time.monotonic()))
-            stream.connect(place)
-            stream.setblocking(False)
-            stream.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            return TcpLink(stream)
+            return TcpLink(_connect_tcp(socket.socket(family, kind, protocol), place, deadline))
         except OSError as refusal:
             failure = refusal
-            stream.close()
     raise ConnectError(
-        f"Cannot connect to {name}: {_reason(failure)}. Is vantor_server running there, with --tcp and this "
+        f"Cannot connect to {name}: {reason_of(failure)}. Is vantor_server running there, with --tcp and this "
         "port?"
     )
+
+
+def _connect_tcp(stream: socket.socket, place: Any, deadline: float) -> socket.socket:
+    """Connects a socket; closes it if that fails."""
+    try:
+        stream.settimeout(max(0.001, deadline - time.monotonic()))
+        stream.connect(place)
+        stream.setblocking(False)
+        stream.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return stream
+    except BaseException:
+        stream.close()
+        raise
 
 
 def _look_up(address: TcpAddress, name: str, deadline: float) -> list[Any]:
@@ -284,33 +291,41 @@ def _look_up(address: TcpAddress, name: str, deadline: float) -> list[Any]:
             "address."
         )
     if failures:
-        raise ConnectError(f"Cannot resolve the host name in {name}: {_reason(failures[0])}.")
+        raise ConnectError(f"Cannot resolve the host name in {name}: {reason_of(failures[0])}.")
     return found
 
 
 def _open_unix(address: UnixAddress, deadline: float) -> Link:
-    stream = socket.socket(socket.AF_UNIX)
     try:
-        stream.setblocking(False)
-        _connect_unix(stream, address.path, deadline)
-        return DescriptorLink(stream)
+        return DescriptorLink(_connect_unix(socket.socket(socket.AF_UNIX), address.path, deadline))
     except OSError as failure:
-        stream.close()
         raise ConnectError(
-            f"Cannot connect to unix:{address.path}: {_reason(failure)}. Is vantor_server running there, "
+            f"Cannot connect to unix:{address.path}: {reason_of(failure)}. Is vantor_server running there, "
             "with --unix and this path, as the same user?"
         ) from None
 
 
-def _connect_unix(stream: socket.socket, path: str, deadline: float) -> None:
-    """Connects; tries again while the server does not accept more connections."""
-    while True:
-        try:
-            return stream.connect(path)
-        except BlockingIOError:
+def _connect_unix(stream: socket.socket, path: str, deadline: float) -> socket.socket:
+    """Connects a socket; tries again while the server does not accept more connections. Closes it on failure."""
+    stream.setblocking(False)
+    try:
+        while not _has_connected(stream, path):
             if time.monotonic() >= deadline:
-                raise TimeoutError(errno.ETIMEDOUT, os.strerror(errno.ETIMEDOUT)) from None
+                raise TimeoutError(errno.ETIMEDOUT, os.strerror(errno.ETIMEDOUT))
             time.sleep(_RETRY_INTERVAL)
+        return stream
+    except BaseException:
+        stream.close()
+        raise
+
+
+def _has_connected(stream: socket.socket, path: str) -> bool:
+    """Connects a socket; False if the server does not accept more connections at the moment."""
+    try:
+        stream.connect(path)
+    except BlockingIOError:
+        return False
+    return True
 
 
 def _open_serial(address: SerialAddress) -> Link:
@@ -325,14 +340,17 @@ def _open_serial(address: SerialAddress) -> Link:
         return SerialLink(serial.Serial(address.device, address.baudrate, timeout=0))
     except (OSError, ValueError) as failure:
         raise ConnectError(
-            f"Cannot open the serial device {address.device} at {address.baudrate} baud: {_reason(failure)}. "
+            f"Cannot open the serial device {address.device} at {address.baudrate} baud: {reason_of(failure)}. "
             "Check the name and your permissions, and that no other program uses it."
         ) from None
 
 
 def _start_simulator(arguments: Sequence[str]) -> Link:
     program = find_server_program()
-    near, far = socket.socketpair()
+    try:
+        near, far = socket.socketpair()
+    except OSError as failure:
+        raise ConnectError(f"Cannot start {program}: {reason_of(failure)}.") from None
     with far:
         end = far.fileno()
         try:
@@ -343,7 +361,7 @@ def _start_simulator(arguments: Sequence[str]) -> Link:
             )
         except OSError as failure:
             near.close()
-            raise ConnectError(f"Cannot start {program}: {_reason(failure)}.") from None
+            raise ConnectError(f"Cannot start {program}: {reason_of(failure)}.") from None
     near.setblocking(False)
     assert isinstance(process.stderr, io.BufferedReader)
     return SimulatorLink(near, process, ErrorOutput(process.stderr))
@@ -359,9 +377,3 @@ def find_server_program() -> Path:
         "Cannot find the program vantor_server in PATH: install it, set VANTOR_SERVER to its path, or "
         "connect to a running server, for example with tcp:HOST:PORT."
     )
-
-
-def _reason(failure: Exception | None) -> str:
-    """Why a call of the system failed."""
-    strerror = getattr(failure, "strerror", None)
-    return str(strerror or failure)

@@ -4,7 +4,7 @@ import json
 import math
 from collections.abc import Iterator
 from operator import index
-from typing import Any
+from typing import Any, SupportsFloat
 
 from ._fault import Fault, pointer
 from ._json_text import parse
@@ -26,6 +26,14 @@ def copy(document: object) -> Any:
         reason = "\n".join(["", *map(str, faults[:5])]) if faults else f" {failure}."
         raise ConfigurationError(f"The configuration cannot be written as JSON:{reason}", faults) from None
     return parse(text.encode(), "The configuration")
+
+
+def to_float(value: SupportsFloat) -> float:
+    """A positive number as a float; infinity if it is larger than any."""
+    try:
+        return float(value)
+    except OverflowError:
+        return math.inf
 
 
 def _plain(value: Any) -> Any:

@@ -9,7 +9,7 @@ import numpy as np
 
 from ._captures import MOST_CAPTURES, Counts, Segment, count_missing, period_of_unlisted_gaps, read_captures
 from ._frame_table import ROW, FrameTable, Rows, read_frame_table
-from ._input_files import open_file, size_of
+from ._input_files import cannot_read, open_file, size_of
 from ._layout import SAMPLE_SIZE
 from ._recording_documents import (
     NEXT_STREAMS,
@@ -183,15 +183,23 @@ class RecordingFiles:
         """Compares samples and rows with the digests of all that were recorded."""
         if item.size is None or item.table is None or not item.item.is_finished:
             return
+        try:
+            yield from self._compare_digests(item)
+        except RecordingError as failure:
+            yield str(failure)
+
+    def _compare_digests(self, item: ItemFiles) -> Iterator[str]:
+        """The same for files that exist; raises RecordingError if one cannot be read."""
         name = item.item.name
+        table = f"{name}.frames.csv"
         recorded = (self.recorded or 0) * item.frame_size
-        if self.recorded is not None and item.size >= recorded:
+        if self.recorded is not None and item.size is not None and item.size >= recorded:
             if _digest(item.samples, recorded) != _member(item, "core:sha512"):
                 yield f"The samples in {name}.sigmf-data differ from those that were recorded."
         expected = _member(item, TABLE_DIGEST)
-        if expected is not None and self.recorded == len(item.rows) > 0:
-            if _digest(self.documents.directory / f"{name}.frames.csv", item.table.rows_size) != expected:
-                yield f"The rows in {name}.frames.csv differ from those that were recorded."
+        if expected is not None and item.table is not None and self.recorded == len(item.rows) > 0:
+            if _digest(self.documents.directory / table, item.table.rows_size) != expected:
+                yield f"The rows in {table} differ from those that were recorded."
 
     def _missing_faults(self) -> Iterator[str]:
         """Compares the number of missing frames with that in the captures, if these list all gaps."""
@@ -256,12 +264,15 @@ def _measure(directory: Path, item: ItemDocument) -> ItemFiles:
 
 
 def _digest(path: Path, size: int) -> str:
-    """SHA-512 of the start of a file."""
+    """SHA-512 of the start of a file; raises RecordingError."""
     digest = hashlib.sha512()
     with open_file(path) as stream:
-        while size > 0 and (block := stream.read(min(size, _BLOCK))):
-            digest.update(block)
-            size -= len(block)
+        try:
+            while size > 0 and (block := stream.read(min(size, _BLOCK))):
+                digest.update(block)
+                size -= len(block)
+        except OSError as failure:
+            raise cannot_read(path, failure) from None
     return digest.hexdigest()
 
 

@@ -5,6 +5,8 @@ import json
 from importlib import resources
 from typing import Any
 
+from .errors import Error, reason_of
+
 
 @functools.cache
 def configuration_schema() -> dict[str, Any]:
@@ -19,5 +21,9 @@ def sensor_knowledge() -> dict[str, Any]:
 
 
 def _read(name: str) -> dict[str, Any]:
-    document: dict[str, Any] = json.loads((resources.files("vantor") / "data" / name).read_text("utf-8"))
+    try:
+        text = (resources.files("vantor") / "data" / name).read_text("utf-8")
+    except OSError as failure:
+        raise Error(f"Cannot read {name} of the package: {reason_of(failure)}.") from None
+    document: dict[str, Any] = json.loads(text)
     return document

@@ -17,7 +17,7 @@ from ._session import Session
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations, load_calibrations
 from .configuration import load_configuration
-from .errors import ConnectError, ConnectionLost, Error, ProtocolError, ServerError
+from .errors import ConnectError, ConnectionLost, Error, ProtocolError, ServerError, reason_of
 from .server_info import ServerInfo, decode_server_info
 
 #: The version of the protocol that this package uses.
@@ -65,7 +65,7 @@ def _connect_to_simulator(address: str, where: SimulatorAddress, timeouts: Timeo
     """Starts a simulated server: with its truth, and without a limit for slow loops, unless its arguments say
     otherwise."""
     arguments = [] if where.has_option("--stall-limit") else ["--stall-limit", "0"]
-    truth = None if where.has_option("--truth") else TruthFile()
+    truth = None if where.has_option("--truth") else _create_truth_file()
     if truth is not None:
         arguments += ["--truth", str(truth.path)]
     try:
@@ -76,6 +76,14 @@ def _connect_to_simulator(address: str, where: SimulatorAddress, timeouts: Timeo
         if isinstance(failure, ConnectionLost):
             raise ConnectError(str(failure)) from None
         raise
+
+
+def _create_truth_file() -> TruthFile:
+    """A truth file; raises ConnectError."""
+    try:
+        return TruthFile()
+    except OSError as failure:
+        raise ConnectError(f"Cannot start a simulated server: {reason_of(failure)}.") from None
 
 
 class Server:

@@ -13,6 +13,7 @@ from ._frames import FrameDecoder, ItemReading
 from ._layout import describe_session, nominal_frame_rate
 from ._loss import LossCounter, TickClock
 from ._messages import Message
+from ._plain_values import to_float
 from ._plan import configured_frame_rate
 from ._truth_file import TruthFile
 from .calibration import Calibration, add_calibrations
@@ -235,7 +236,7 @@ class Session:
 
     def _run_stream(self, count: int | None, seconds: float | None) -> Iterator[Frame]:
         stream = self._start()
-        deadline = None if seconds is None else self._conversation.now() + seconds
+        deadline = None if seconds is None else self._conversation.now() + to_float(seconds)
         while count is None or stream.number < count:
             frame = self._next_frame(stream, self._conversation.frame_limit(), deadline)
             if frame is None:

@@ -6,6 +6,7 @@ of `vantor calibrate` and `vantor record --calibration`.
 
 import json
 import os
+import stat
 from collections.abc import Iterable, Sequence
 from dataclasses import asdict, dataclass, field
 from pathlib import Path
@@ -76,7 +77,7 @@ def load_calibrations(path: str | os.PathLike[str]) -> tuple[Calibration, ...]:
             sensor.
     """
     file = Path(path)
-    if file.exists() and not file.is_dir() and not file.is_file():
+    if _is_special(file):
         raise ConfigurationError(f"Cannot read {file}: it is not a regular file.")
     document = load_configuration(file)
     _require_calibrations(document, str(file))
@@ -105,6 +106,16 @@ def add_calibrations(configuration: dict[str, Any], calibrations: Sequence[Calib
     if fitting:
         document["calibration_info"] = [*document.get("calibration_info", []), *fitting]
     return document
+
+
+def _is_special(file: Path) -> bool:
+    """Whether something is a pipe, a device or a socket."""
+    try:
+        mode = file.stat().st_mode
+    except (OSError, ValueError):
+        # Reported when it is read.
+        return False
+    return not stat.S_ISREG(mode) and not stat.S_ISDIR(mode)
 
 
 def _require_calibrations(document: dict[str, Any], name: str) -> None:

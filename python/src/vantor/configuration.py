@@ -12,7 +12,7 @@ from ._plain_values import copy
 from ._plan import ItemPlan, Plan, SubsweepPlan
 from ._rules import find_rule_faults
 from ._schema_check import find_schema_faults
-from .errors import ConfigurationError, with_faults
+from .errors import ConfigurationError, reason_of, with_faults
 
 __all__ = ["Fault", "ItemPlan", "Plan", "SubsweepPlan", "load_configuration", "plan", "validate"]
 
@@ -94,15 +94,13 @@ def _plain_document(document: _Document) -> Any:
 
 def _read(file: Path) -> bytes:
     """Reads a document from a file or a pipe."""
-    if file.is_dir():
-        raise ConfigurationError(f"Cannot read {file}: it is a directory; use a file.")
     try:
         with file.open("rb") as stream:
             text = stream.read(_LARGEST_DOCUMENT + 1)
-    except (OSError, ValueError):
-        raise ConfigurationError(
-            f"Cannot read {file}: check that the file exists and that you have permission to read it."
-        ) from None
+    except IsADirectoryError:
+        raise ConfigurationError(f"Cannot read {file}: it is a directory; use a file.") from None
+    except (OSError, ValueError) as failure:
+        raise ConfigurationError(f"Cannot read {file}: {reason_of(failure)}.") from None
     if len(text) > _LARGEST_DOCUMENT:
         raise ConfigurationError(f"{file} is too large: it has more than 1 MiB.")
     return text

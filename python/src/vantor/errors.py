@@ -130,6 +130,11 @@ class RecordingWarning(UserWarning):
     """A recording is damaged, or was not finished."""
 
 
+def reason_of(failure: BaseException | None) -> str:
+    """Why a call of the system failed."""
+    return str(getattr(failure, "strerror", None) or failure)
+
+
 def with_faults(text: str, faults: "Sequence[Fault]") -> str:
     """A text, followed by the first faults of a configuration in a line each."""
     further = len(faults) - _MOST_LISTED_FAULTS

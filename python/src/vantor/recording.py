@@ -17,7 +17,9 @@ import numpy.typing as npt
 
 from ._captures import Counts, Segment
 from ._frame_table import UNKNOWN, Rows
+from ._input_files import cannot_read
 from ._places import find_place, has_place
+from ._plain_values import to_float
 from ._recorded_truth import RecordedTruth
 from ._recording_documents import RecordedServer
 from ._recording_files import ItemFiles, RecordingFiles
@@ -208,7 +210,11 @@ class Recording:
         Raises:
             RecordingError: the recording cannot be read.
         """
-        self._files = RecordingFiles(Path(path).absolute())
+        place = Path(path).absolute()
+        try:
+            self._files = RecordingFiles(place)
+        except OSError as failure:
+            raise cannot_read(Path(failure.filename or place), failure) from None
         self._warn()
         for item in self._files.items:
             if item.size is None or item.table is None:
@@ -340,7 +346,7 @@ class Recording:
         frames = map(self.frame, numbers)
         if seconds is None or not numbers:
             return frames
-        end = float(self._times(0)[numbers[0]]) + seconds
+        end = float(self._times(0)[numbers[0]]) + to_float(seconds)
         return takewhile(lambda frame: frame.time < end, frames)
 
     def frame(self, number: SupportsIndex) -> Frame:
@@ -480,4 +486,7 @@ def _map_samples(item: ItemFiles, frames: int) -> Samples:
         samples: Samples = np.empty(shape, "<i2")
         samples.flags.writeable = False
         return samples
-    return np.memmap(item.samples, "<i2", "r", shape=shape).view(np.ndarray)
+    try:
+        return np.memmap(item.samples, "<i2", "r", shape=shape).view(np.ndarray)
+    except (OSError, ValueError) as failure:
+        raise cannot_read(item.samples, failure) from None
