@@ -13,6 +13,7 @@
 
 #include "console.h"
 #include "scene_file.h"
+#include "scene_notes.h"
 #include "zet_simulator_scene_json.h"
 
 namespace
@@ -30,6 +31,7 @@ struct overview_t
     std::vector<count_t> counts;
     bool ends;
     double end_s; /**< when the last thing happens, if it ends */
+    std::vector<std::string> notes;
 };
 
 /** Describes a scene, with the targets of bodies. */
@@ -43,7 +45,8 @@ overview_t describe(const zet_simulator_scene_t &scene, uint32_t body_count)
                             {"faults", scene.fault_count},
                             {"hardware", scene.hardware_count}},
                            false,
-                           0.0};
+                           0.0,
+                           scene_notes(scene)};
     overview.ends = zet_simulator_scene_end(&scene, &overview.end_s);
     return overview;
 }
@@ -80,6 +83,10 @@ void print_text(const overview_t &overview, const std::string &name)
         print_output(line + std::to_string(count.value));
     }
     print_output("  " + end_text(overview));
+    for (const std::string &note : overview.notes)
+    {
+        print_output("  note: " + note);
+    }
 }
 
 /** Prints an overview, or what is wrong, as JSON. */
@@ -102,6 +109,11 @@ void print_json(const overview_t &overview, const std::string &fault)
     else if (fault.empty())
     {
         cJSON_AddNullToObject(document, "end_s");
+    }
+    cJSON *notes = fault.empty() ? cJSON_AddArrayToObject(document, "notes") : nullptr;
+    for (const std::string &note : overview.notes)
+    {
+        cJSON_AddItemToArray(notes, cJSON_CreateString(note.c_str()));
     }
     char *text = cJSON_PrintUnformatted(document);
     print_output(text);

@@ -153,6 +153,8 @@ class Files(SceneTest):
 class Checks(SceneTest):
     """`vantor_server --check-scene` and `vantor validate`."""
 
+    NO_PLACE = "sensors is only for targets with a place (x_m, y_m, z_m), and there is none: it has no effect."
+
     def check(self, *arguments):
         """The result of a check by the server."""
         return subprocess.run([SERVER, "--check-scene", *arguments], stdin=subprocess.DEVNULL, capture_output=True,
@@ -168,9 +170,10 @@ class Checks(SceneTest):
         result = self.check("--scene", path, "--sensors", "7")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertEqual(result.stdout.splitlines(), [f"{path}: valid scene",
-                         *(f"  {name:<14}{count}" for name, count in counts.items()), "  the last change is at 819.1 s"])
+                         *(f"  {name:<14}{count}" for name, count in counts.items()), "  the last change is at 819.1 s",
+                         f"  note: {self.NO_PLACE}"])
         result = self.check("--scene", path, "--sensors", "7", "--json")
-        self.assertEqual(json.loads(result.stdout), {"valid": True, **counts, "end_s": 819.1})
+        self.assertEqual(json.loads(result.stdout), {"valid": True, **counts, "end_s": 819.1, "notes": [self.NO_PLACE]})
         result = self.check("--scene", path, "--sensors", "7", "--json", "--board", "2")
         self.assertEqual(json.loads(result.stdout)["sensors"], 3)
         self.assertIn("none for board 3", self.check("--scene", path, "--sensors", "7", "--board", "3").stderr)
@@ -192,6 +195,32 @@ class Checks(SceneTest):
             result = subprocess.run([SERVER, *arguments], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                     timeout=TIME_OUT, check=False)
             self.assertEqual(result.returncode, 2, arguments)
+
+    def test_what_has_no_effect_is_noted(self):
+        still = {"distance_m": 2, "strength_m2": 1}
+        wander = {"amplitude_m": 0.1, "frequency_hz": 1}
+        track = [{"time_s": 0, "distance_m": 1}, {"time_s": 1, "distance_m": 2}]
+        for scene, note in (
+                ({"targets": [still, {**still, "oscillation_amplitude_m": 0.1}]},
+                 "targets[1] has oscillation_amplitude_m, but no oscillation_frequency_hz: it has no effect."),
+                ({"targets": [{**still, "oscillation_frequency_hz": 1}]},
+                 "targets[0] has oscillation_frequency_hz, but no oscillation_amplitude_m: it has no effect."),
+                ({"targets": [{**still, "oscillations": [{**wander, "wander_turns": 0.1}]}]},
+                 "targets[0].oscillations[0] has wander_turns, but no wander_frequency_hz: it has no effect."),
+                ({"targets": [{**still, "oscillations": [wander, {**wander, "wander_frequency_hz": 0.1}]}]},
+                 "targets[0].oscillations[1] has wander_frequency_hz, but no wander_turns: it has no effect."),
+                ({"targets": [{**still, "nearest_m": 1, "farthest_m": 3}]},
+                 "targets[0] has nearest_m and farthest_m, but no velocity_m_s: it has no effect."),
+                ({"targets": [{**still, "track": track}]},
+                 "targets[0] has distance_m and a track: its distance is the sum of both."),
+                ({"targets": [{"y_m": 2, "strength_m2": 1}], "sensors": [{"sensor": 1}, {}, {"sensor": 1, "x_m": 1}]},
+                 "sensors[2] is for the same sensor as an earlier entry: it has no effect."),
+                ({"targets": [still], "sensors": [{"beam_deg": 30}]}, self.NO_PLACE)):
+            result = self.check("--scene", self.scene_file(scene), "--json")
+            self.assertEqual(json.loads(result.stdout)["notes"], [note])
+        for name in os.listdir(os.path.join(EXAMPLES, "scenes")):
+            result = self.check("--scene", os.path.join(EXAMPLES, "scenes", name), "--json")
+            self.assertEqual(json.loads(result.stdout)["notes"], [], name)
 
     def test_vantor_validates_scenes(self):
         path = self.scene_file({"targets": [{"distance_m": 2, "strength_m2": 1, "sensor": 6}]})
