@@ -172,6 +172,27 @@ def test_values_that_are_not_json_are_faults_with_a_place() -> None:
         vantor.validate(document)
 
 
+@pytest.mark.parametrize(
+    ("config", "fault"),
+    [
+        ({"prf": "a\ud800b"}, r'/groups/0/0/config/prf: got "a\ud800b"; '),
+        ({"x\udc00": [1]}, r'/groups/0/0/config: got the name "x\udc00"; '),
+    ],
+)
+def test_half_of_a_surrogate_pair_is_a_fault_with_its_place(config: dict[str, Any], fault: str) -> None:
+    document = {"groups": [[{"sensor_id": 1, "config": config}]]}
+    fault += "allowed: text without halves of surrogate pairs"
+    assert list(map(str, vantor.validate(document))) == [fault]
+    with pytest.raises(vantor.ConfigurationError, match=r"JSON:\n/groups/0/0/config.*surrogate pairs$") as failure:
+        vantor.plan(document)
+    assert list(map(str, failure.value.faults)) == [fault]
+
+
+def test_both_halves_of_a_surrogate_pair_are_a_character() -> None:
+    halves, whole = (vantor.validate({"enable_log": text}) for text in ("\ud83d\ude00", "\U0001f600"))
+    assert halves == whole != ()
+
+
 def test_the_path_of_a_file_is_accepted() -> None:
     path = EXAMPLES / "two_sensors.json"
     document = vantor.load_configuration(path)
