@@ -9,7 +9,7 @@ import pytest
 import vantor
 from scripted_server import example_configuration, example_metadata, frame_header, frame_payload, identity
 from vantor._frames import FrameDecoder
-from vantor._layout import describe_session, nominal_frame_rate
+from vantor._layout import decode_metadata, describe_session, nominal_frame_rate
 from vantor.server_info import decode_server_info
 
 
@@ -181,6 +181,31 @@ def test_accepts_null_for_missing_numbers():
     header = frame_header(0)
     header["result_info"][0][0]["cca_value"] = None
     assert decode(header, frame_payload(0))[0].cca_value is None
+
+
+@pytest.mark.filterwarnings("error")
+@pytest.mark.parametrize("rate, times_s, speeds_per_wavelength", [
+    (0, [math.nan] * 2, [math.nan] * 2), (0.0, [math.nan] * 2, [math.nan] * 2),
+    (5e-324, [0.0, math.inf], [0.0, 0.0]), (1.7e308, [0.0, 1.0 / 1.7e308], [-1.7e308 / 4.0, 0.0])])
+def test_computes_times_and_velocities_without_warnings_at_any_rate(rate, times_s, speeds_per_wavelength):
+    metadata = example_metadata()
+    first_item(metadata)["max_sweep_rate"] = rate
+    layout = describe(metadata).layouts[0]
+    np.testing.assert_array_equal(layout.sweep_times_s, times_s)
+    np.testing.assert_allclose(layout.velocities_m_s / layout.wavelength_m, speeds_per_wavelength, atol=1e-300)
+
+
+@pytest.mark.filterwarnings("error")
+def test_accepts_items_without_samples():
+    metadata = example_metadata()
+    first_item(metadata).update(
+        frame_data_length=0, sweep_data_length=0, subsweep_data_offset=[], subsweep_data_length=[])
+    decoder = FrameDecoder(decode_metadata(metadata, {}), 1e6)
+    payload = np.frombuffer(frame_payload(0)[160:], np.uint8)
+    empty, other, _ = decoder.items(decoder.read(frame_header(0), payload), payload, 0.0)
+    for array in (empty.iq, empty.level, empty.level_dbfs, empty.sweep_times_s, empty.velocities_m_s):
+        assert array.size == 0
+    assert empty.level.shape == (0,) and other.level.shape == (25,)
 
 
 def test_decodes_the_description_of_a_server():

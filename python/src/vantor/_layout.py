@@ -155,11 +155,11 @@ def _decode_item(members: object, group: int, index: int) -> _AnnouncedItem:
 
 
 def _decode_rate(members: object, name: str) -> float:
-    """A rate; NaN if it is not reported."""
+    """A rate; NaN if it is not reported, or 0."""
     rate = _members.number(members, name)
     if rate < 0.0:
         raise ProtocolError(f'The session metadata have a negative "{name}": {rate:g}.')
-    return rate
+    return rate or math.nan
 
 
 def _decode_step(members: object, name: str) -> float:

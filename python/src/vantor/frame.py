@@ -79,7 +79,7 @@ class ItemLayout(_Copied):
             unknown.
         sweep_rate_hz: sweeps per second: the configured rate, or else the highest one; NaN if unknown.
         max_sweep_rate_hz: highest sweep rate that the configuration allows; NaN if the server did not report
-            it.
+            it, or 0.
         wavelength_m: wavelength of the carrier in metres.
         base_step_m: length of a base step, the unit of `start_point` and `step_length`, in metres.
         high_speed_mode: whether the sensor measures in high-speed mode.
@@ -112,7 +112,8 @@ class ItemLayout(_Copied):
     @property
     def sweep_times_s(self) -> Floats:
         """Time of each sweep since the first one of its frame in seconds, shape (sweeps,), read-only."""
-        return read_only(np.arange(self.sweeps) / self.sweep_rate_hz)
+        with np.errstate(over="ignore"):
+            return read_only(np.arange(self.sweeps) / self.sweep_rate_hz)
 
     @property
     def velocities_m_s(self) -> Floats:
@@ -121,7 +122,8 @@ class ItemLayout(_Copied):
         It is positive if the target moves away.
         """
         step = self.wavelength_m / 2.0 * self.sweep_rate_hz / max(self.sweeps, 1)
-        return read_only(step * (np.arange(self.sweeps) - self.sweeps // 2))
+        with np.errstate(over="ignore"):
+            return read_only(step * (np.arange(self.sweeps) - self.sweeps // 2))
 
 
 @dataclass(frozen=True, slots=True)
@@ -291,6 +293,9 @@ def complex_samples(samples: Samples) -> npt.NDArray[np.complex64]:
 
 def mean_level(samples: Samples) -> npt.NDArray[np.float32]:
     """Magnitude of samples of shape (…, sweeps, points, 2), mean over the sweeps: shape (…, points)."""
+    if samples.shape[-3] == 0:
+        # NumPy warns of a mean of nothing, also if there are no points.
+        return np.zeros((*samples.shape[:-3], samples.shape[-2]), np.float32)
     parts = samples.astype(np.float32)
     level: npt.NDArray[np.float32] = np.hypot(parts[..., 0], parts[..., 1]).mean(axis=-2)
     return level
