@@ -206,8 +206,9 @@ class _Reader:
         """Checks that nothing follows the lines of the frames that are left."""
         if size > _MOST_LINE_BYTES:
             self._refuse_line(f"{self._path} has a line of more than {_MOST_LINE_BYTES} bytes.")
+        has_rest = 0 < size <= _MOST_LINE_BYTES
         frames = self._files.frames
-        if self._files.finished and (self._has_surplus or size > 0):
+        if self._files.finished and (self._has_surplus or has_rest):
             self._add_fault(f"has more than the lines of {frames} frame{'' if frames == 1 else 's'}.")
 
 
