@@ -30,6 +30,18 @@ constexpr uint64_t most_frames = 1'000'000'000'000;
 /** The lists of items in a collection: one, or two while the metadata of the items are being replaced. */
 constexpr std::array<const char *, 2> stream_members = {"core:streams", next_streams_member};
 
+/** Whether there is a file or a directory; throws bad_recording if the system does not tell. */
+bool is_there(const std::filesystem::path &path)
+{
+    std::error_code failure;
+    const bool found = std::filesystem::exists(path, failure);
+    if (failure)
+    {
+        throw bad_recording("Cannot read " + path.string() + ": " + failure.message() + ".");
+    }
+    return found;
+}
+
 /** Whether a directory has the metadata of the first item, and so was a recording once. */
 bool has_first_item(const std::filesystem::path &directory)
 {
@@ -355,8 +367,7 @@ std::filesystem::path collection_path(const std::filesystem::path &directory)
 
 std::filesystem::path recording_directory(const std::filesystem::path &place)
 {
-    std::error_code failure;
-    if (!std::filesystem::exists(place, failure))
+    if (!is_there(place))
     {
         throw bad_recording(
             place.string() +
@@ -370,9 +381,8 @@ recording_documents read_documents(const std::filesystem::path &place)
 {
     recording_documents documents;
     documents.directory = recording_directory(place);
-    std::error_code failure;
     const auto collection = collection_path(documents.directory);
-    if (!std::filesystem::exists(collection, failure) && !has_first_item(documents.directory))
+    if (!is_there(collection) && !has_first_item(documents.directory))
     {
         if (has_only_files(documents.directory))
         {

@@ -47,6 +47,12 @@ TEST(recording_check, reports_a_recorder_that_was_killed_before_it_wrote_documen
                 testing::ThrowsMessage<bad_recording>(HasSubstr("Nothing was recorded in ")));
 }
 
+TEST(recording_check, says_why_a_place_cannot_be_read)
+{
+    EXPECT_THAT([] { check_recording(std::string(300, 'a')); },
+                testing::ThrowsMessage<bad_recording>(HasSubstr(": File name too long.")));
+}
+
 TEST(recording_check, asks_for_patience_while_a_recording_is_created)
 {
     const test::temporary_directory directory;
