@@ -58,7 +58,7 @@ int checked(int result, const char *call)
 }
 
 /** Frames of one size. */
-struct workload
+struct workload_t
 {
     const char *name = nullptr;
     size_t items = 0;
@@ -121,9 +121,9 @@ struct workload
 };
 
 /** The sizes that are measured. */
-constexpr std::array<workload, 3> workloads{{{.name = "small frames", .items = 1, .points = 100},
-                                             {.name = "ten items", .items = 10, .points = 1875},
-                                             {.name = "large frames", .items = 1, .points = 16384}}};
+constexpr std::array<workload_t, 3> workloads{{{.name = "small frames", .items = 1, .points = 100},
+                                               {.name = "ten items", .items = 10, .points = 1875},
+                                               {.name = "large frames", .items = 1, .points = 16384}}};
 
 /** Sends all bytes; false if the host has closed the connection. */
 bool send_all(int host, std::string_view bytes)
@@ -141,7 +141,7 @@ bool send_all(int host, std::string_view bytes)
 }
 
 /** Sends frames until the host closes the connection. Several are sent at once. */
-void stream(int host, const workload &work)
+void stream(int host, const workload_t &work)
 {
     constexpr size_t block_size = 262144;
     std::string block;
@@ -168,7 +168,7 @@ void stream(int host, const workload &work)
 }
 
 /** The answer to a command that starts no stream. */
-std::string answer(const std::string &command, const workload &work)
+std::string answer(const std::string &command, const workload_t &work)
 {
     if (command == "configure")
     {
@@ -189,7 +189,7 @@ std::string answer(const std::string &command, const workload &work)
 }
 
 /** Serves one host until it closes the connection. */
-void serve(int host, const workload &work)
+void serve(int host, const workload_t &work)
 {
     std::string input;
     std::array<char, 4096> piece{};
@@ -243,11 +243,11 @@ void stay_on_processor(const cpu_set_t &allowed, int index)
 }
 
 /** A process that serves one host after the other. */
-class sending_process
+class sending_process_t
 {
 public:
     /** @param processors  the process stays on the first of them */
-    sending_process(const workload &work, const cpu_set_t &processors)
+    sending_process_t(const workload_t &work, const cpu_set_t &processors)
     {
         const int listener = checked(socket(AF_INET, SOCK_STREAM, 0), "socket");
         address_.sin_family = AF_INET;
@@ -270,9 +270,9 @@ public:
         }
         close(listener);
     }
-    sending_process(const sending_process &) = delete;
-    sending_process &operator=(const sending_process &) = delete;
-    ~sending_process()
+    sending_process_t(const sending_process_t &) = delete;
+    sending_process_t &operator=(const sending_process_t &) = delete;
+    ~sending_process_t()
     {
         kill(process_, SIGKILL);
         waitpid(process_, nullptr, 0);
@@ -298,7 +298,7 @@ double processor_time()
 }
 
 /** Receives frames with the library; returns the processor time. */
-double receive_frames(const sending_process &sender, const workload &work, size_t frames)
+double receive_frames(const sending_process_t &sender, const workload_t &work, size_t frames)
 {
     vantor::client server(
         vantor::parse_address("tcp:127.0.0.1:" + std::to_string(ntohs(sender.address().sin_port))));
@@ -318,7 +318,7 @@ double receive_frames(const sending_process &sender, const workload &work, size_
 }
 
 /** Receives bytes and drops them; returns the processor time. */
-double receive_bytes(const sending_process &sender, size_t bytes)
+double receive_bytes(const sending_process_t &sender, size_t bytes)
 {
     const int server = checked(socket(AF_INET, SOCK_STREAM, 0), "socket");
     checked(connect(server, reinterpret_cast<const sockaddr *>(&sender.address()), sizeof(sockaddr_in)),
@@ -346,9 +346,9 @@ double median(std::vector<double> values)
 }
 
 /** Measures frames of one size, and prints the result. */
-void measure(const workload &work, const cpu_set_t &processors, size_t rounds, size_t bytes)
+void measure(const workload_t &work, const cpu_set_t &processors, size_t rounds, size_t bytes)
 {
-    const sending_process sender(work, processors);
+    const sending_process_t sender(work, processors);
     const auto frame_size = work.frame().size();
     const size_t frames = bytes / frame_size + 1;
     std::vector<double> library;
