@@ -874,8 +874,8 @@ bool add_item_info(cJSON *group_infos, const sensor_control_group_item_t &group_
 /** The samples that follow the header of a frame message. */
 struct payload_t
 {
-    int size;                                     /**< in bytes */
-    const sensor_control_group_item_t *last_item; /**< the last configured item; null if there is none */
+    int size;           /**< in bytes */
+    size_t group_count; /**< all are of items in this number of groups, from the first one on */
 };
 
 /**
@@ -888,8 +888,10 @@ struct payload_t
 bool add_groups(cJSON *array, sensor_control_t *sensor_control,
                 bool (*add_item)(cJSON *, const sensor_control_group_item_t &), payload_t *payload)
 {
+    size_t count = 0;
     for (sensor_control_group_t &group : sensor_control->groups)
     {
+        ++count;
         if (is_group_empty(&group))
         {
             continue;
@@ -910,8 +912,8 @@ bool add_groups(cJSON *array, sensor_control_t *sensor_control,
                 return false;
             }
             payload->size += frame_size(group_item);
-            payload->last_item = &group_item;
         }
+        payload->group_count = count;
     }
     return true;
 }
@@ -925,26 +927,18 @@ bool fill_frame_header(cJSON *header, sensor_control_t *sensor_control, payload_
            add_json_int_value(header, "payload_size", payload->size);
 }
 
-/** Sends the samples of every configured item up to the last one, one write per item. */
+/** Sends the samples of every configured item in the first groups, one write per item. */
 void send_payload(write_data_function_t *write_function, const sensor_control_t *sensor_control,
-                  const sensor_control_group_item_t *last_item)
+                  size_t group_count)
 {
-    if (last_item == nullptr)
+    for (size_t group = 0; group < group_count; ++group)
     {
-        return;
-    }
-    for (const sensor_control_group_t &group : sensor_control->groups)
-    {
-        for (const sensor_control_group_item_t &group_item : group_slots_t(group))
+        for (const sensor_control_group_item_t &group_item : group_slots_t(sensor_control->groups[group]))
         {
             if (group_item.config != nullptr)
             {
                 const int write_len = frame_size(group_item);
                 write_function(group_item.result.frame, static_cast<uint32_t>(write_len));
-            }
-            if (&group_item == last_item)
-            {
-                return;
             }
         }
     }
@@ -969,7 +963,7 @@ bool send_sweep_data_sensor_control(write_data_function_t *write_function, senso
     const bool sent = zet_vantor_server_write_json(write_function, header);
     if (sent)
     {
-        send_payload(write_function, sensor_control, payload.last_item);
+        send_payload(write_function, sensor_control, payload.group_count);
     }
     cJSON_Delete(header);
     return sent;
