@@ -144,8 +144,8 @@ void link_item(cJSON *container, cJSON *item)
  * cJSON_AddItemToArray, in one pass.
  *
  * @param item  the item; null when it could not be created
- * @return false, after freeing the item, if there is no item, if the target is not a container, or if it is
- *         an object and there is no key
+ * @return true if the item was added; otherwise it is freed: the target is no container, or an object gets no
+ *         key
  */
 bool add_item(cJSON *target, const char *key, cJSON *item)
 {

@@ -168,8 +168,8 @@ void recording_sink::work()
 
 /**
  * Waits for jobs, or until data must be on the disk, and takes the jobs that wait, up to a block; false if
- * there are no more. Right after a block, waits for further jobs to execute together: to wake the thread for
- * each frame would take longer than to write a short one.
+ * there are no more. Right after a block, it waits until several jobs can be taken together: waking the
+ * thread takes longer than writing a short frame.
  */
 bool recording_sink::take_block(block &taken)
 {

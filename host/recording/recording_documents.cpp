@@ -30,7 +30,7 @@ constexpr uint64_t most_frames = 1'000'000'000'000;
 /** The lists of items in a collection: one, or two while the metadata of the items are being replaced. */
 constexpr std::array<const char *, 2> stream_members = {"core:streams", next_streams_member};
 
-/** Whether there is a file or a directory; throws bad_recording if the system does not tell. */
+/** Whether a path exists; throws bad_recording if that is unknown, for example without permission. */
 bool is_there(const std::filesystem::path &path)
 {
     std::error_code failure;

@@ -367,15 +367,15 @@ MAY_TOUCH_POISON bool is_for_open_block(size_t size)
     {
         start = heap.loose;
     }
-    else if (end == heap.loose)
-    {
-        end = heap.loose_end;
-    }
-    else
+    else if (end != heap.loose)
     {
         set_loose_aside();
     }
-    if ((end->header & in_use) == 0U)
+    if (end == heap.loose)
+    {
+        end = heap.loose_end;
+    }
+    else if ((end->header & in_use) == 0U)
     {
         detach(end);
         end = block_at(end, end->header);

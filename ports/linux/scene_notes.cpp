@@ -12,10 +12,10 @@ namespace
 {
 
 /** Collects the notes on a scene. */
-class note_list
+class note_list_t
 {
 public:
-    explicit note_list(const zet_simulator_scene_t &scene) : scene_(scene)
+    explicit note_list_t(const zet_simulator_scene_t &scene) : scene_(scene)
     {
     }
 
@@ -111,5 +111,5 @@ private:
 
 std::vector<std::string> scene_notes(const zet_simulator_scene_t &scene)
 {
-    return note_list(scene).run();
+    return note_list_t(scene).run();
 }

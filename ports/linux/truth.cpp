@@ -51,7 +51,7 @@ void add(std::string &object, const char *name, number_t value, format_t... form
 /** What a line of a session or a frame begins with. */
 constexpr std::string_view session_begin = "{\"session\":";
 
-/** Adds the number of a session, and what tells it from those of other servers with the same number. */
+/** Adds the number of a session and its id: servers count their sessions from the same number. */
 void add_session(std::string &line, uint32_t number)
 {
     add(line, "session", number);
