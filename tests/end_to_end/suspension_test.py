@@ -23,7 +23,7 @@ LONGEST = campaign(8.0, 4.0)  # seconds; the server drops a host that takes noth
 RATE = 32.0
 SWEEPS, POINTS = 31, 512  # 63 kB per frame, so that the link is full after some seconds
 STEADY = 0.5  # seconds of frames after the suspension, so that none is left out after the last recorded one
-MOST_TRIES = 5
+MOST_TRIES = 20
 DUE_AT_END = re.compile(r"no frame in the last [\d.]+ s: (\d+) frames were due")
 LATE_FRAME = re.compile(r"sensor 1: frame (\d+) is late, (\d+) frames are left out")
 
