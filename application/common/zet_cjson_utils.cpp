@@ -144,8 +144,8 @@ void link_item(cJSON *container, cJSON *item)
  * cJSON_AddItemToArray, in one pass.
  *
  * @param item  the item; null when it could not be created
- * @return true if the item was added; otherwise it is freed: the target is no container, or an object gets no
- *         key
+ * @return true if the item was added. It is freed if the target is not a container, or if the target is an
+ *         object and key is null.
  */
 bool add_item(cJSON *target, const char *key, cJSON *item)
 {

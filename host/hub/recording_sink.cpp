@@ -167,9 +167,9 @@ void recording_sink::work()
 }
 
 /**
- * Waits for jobs, or until data must be on the disk, and takes the jobs that wait, up to a block; false if
- * there are no more. Right after a block, it waits until several jobs can be taken together: waking the
- * thread takes longer than writing a short frame.
+ * Waits for jobs, or until data must be on the disk, and takes the jobs that wait, up to a block; false at
+ * the end. Soon after a block it first waits for several jobs: waking the thread takes longer than writing a
+ * short frame.
  */
 bool recording_sink::take_block(block &taken)
 {

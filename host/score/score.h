@@ -104,8 +104,8 @@ struct item_score
  * @param stop        called for each frame, may be empty; an exception ends the comparison
  * @return the score of each item
  * @throws bad_recording if the recording has no truth, or a file cannot be read
- * @throws detections_error if the width of an item's response is unknown, and there is no gate, or a frame
- * has too many detections
+ * @throws detections_error if a gate is required because the width of an item's response is unknown, or if a
+ * frame has too many detections
  */
 std::vector<item_score> score_detections(const recording_reader &recording,
                                          const std::deque<detection> &detections,

@@ -124,7 +124,8 @@ def test_works_with_the_same_connection_after_an_interruption_at_any_line():
 
 
 @pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-def test_streams_again_with_the_same_session_after_an_interruption_at_any_line():
+@pytest.mark.parametrize("torn", [False, True])
+def test_streams_again_with_the_same_session_after_an_interruption_at_any_line(torn):
     def interrupt(place):
         server = StrictServer()
         host = server.connect()
@@ -132,8 +133,12 @@ def test_streams_again_with_the_same_session_after_an_interruption_at_any_line()
         try:
             with Interruption(place):
                 list(session.frames(count=2))
+                # As after an interruption before this one.
+                host._conversation.torn |= torn
                 list(session.frames(count=2))
         finally:
+            if torn:
+                host.ping()
             assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
             assert host.stats()["status"] == "ok"
             assert server.now < 5.0, "it waited"
@@ -186,23 +191,6 @@ def test_ends_an_interrupted_session_when_another_one_begins():
     with pytest.raises(vantor.Error, match="The session has ended"):
         session.single_frame()
     other.single_frame()
-
-
-@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-def test_streams_again_after_a_command_that_follows_an_interruption_at_any_line():
-    def interrupt(place):
-        server = StrictServer()
-        host = server.connect()
-        session = host.session(example_configuration())
-        try:
-            with Interruption(place):
-                list(session.frames(count=2))
-                host._conversation.torn = True
-                list(session.frames(count=2))
-        finally:
-            host.ping()
-            assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
-    at_each_place(interrupt)
 
 
 class SensorServer(StrictServer):

@@ -1,4 +1,4 @@
-"""Whatever keeps the package from a file or a server is an error of its own, with the reason of the system."""
+"""Files that cannot be read and servers that cannot be reached raise errors of the package, with the system's reason."""
 
 import os
 import shutil

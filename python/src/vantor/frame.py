@@ -294,7 +294,7 @@ def complex_samples(samples: Samples) -> npt.NDArray[np.complex64]:
 def mean_level(samples: Samples) -> npt.NDArray[np.float32]:
     """Magnitude of samples of shape (…, sweeps, points, 2), mean over the sweeps: shape (…, points)."""
     if samples.shape[-3] == 0:
-        # NumPy warns of a mean of nothing, also if there are no points.
+        # NumPy warns if it computes the mean of an empty array.
         return np.zeros((*samples.shape[:-3], samples.shape[-2]), np.float32)
     parts = samples.astype(np.float32)
     level: npt.NDArray[np.float32] = np.hypot(parts[..., 0], parts[..., 1]).mean(axis=-2)
