@@ -163,7 +163,8 @@ class Flags:
         return " ".join(names) or "none"
 
 
-@dataclass(frozen=True, slots=True, eq=False)
+# Not frozen, like Frame: it would take three times as long to make one.
+@dataclass(slots=True, eq=False)
 class Item(_Copied):
     """One item of one frame: what one sensor measured.
 
@@ -233,7 +234,7 @@ class Item(_Copied):
         return self.layout.sweep_times_s
 
 
-@dataclass(frozen=True, slots=True, eq=False)
+@dataclass(slots=True, eq=False)
 class Frame:
     """One frame of all items of a session.
 
