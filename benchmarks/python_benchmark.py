@@ -30,7 +30,7 @@ METADATA = {"tick_period": 0, "calibration_info": [], "metadata": [[{
     "calibration_temperature": 24, "frame_data_length": POINTS * SWEEPS, "sweep_data_length": POINTS,
     "max_sweep_rate": 1000, "high_speed_mode": True, "base_step_length_m": 0.0025, "subsweep_data_offset": [0],
     "subsweep_data_length": [POINTS]}]]}
-RESULT = {"tick": 48213, "data_saturated": False, "temperature": 27, "calibration_needed": False,
+RESULT = {"data_saturated": False, "temperature": 27, "calibration_needed": False,
           "frame_delayed": False}
 
 
@@ -39,12 +39,17 @@ def line(**members):
     return json.dumps({"status": "ok", "payload_size": 0, **members}, separators=(",", ":")).encode() + b"\n"
 
 
-FRAME_HEADER = line(result_info=[[RESULT]], payload_size=PAYLOAD)
+def frame_header(tick):
+    return line(result_info=[[{"tick": tick, **RESULT}]], payload_size=PAYLOAD)
+
+
+#: Ticks of the frames that are sent again and again; their headers have the same length.
+TICKS = range(48000, 58000, 1000)
 
 
 def serve(listener):
     """A server that sends FRAMES long frames as fast as it can after each "start"."""
-    several = (FRAME_HEADER + os.urandom(PAYLOAD)) * 10
+    several = b"".join(frame_header(tick) + os.urandom(PAYLOAD) for tick in TICKS)
     answers = {"identify": line(command="identify", **IDENTITY), "configure": line(**METADATA)}
     while True:
         host, _ = listener.accept()
@@ -53,14 +58,14 @@ def serve(listener):
             if command.strip():
                 name = json.loads(command)["command"]
                 host.sendall(answers.get(name, line(command=name)))
-                for _ in range(FRAMES // 10 if name == "start" else 0):
+                for _ in range(FRAMES // len(TICKS) if name == "start" else 0):
                     host.sendall(several)
 
 
 def receive_with_numpy(port):
     """The time in which NumPy receives the frames from a bare socket, each into a new array."""
     with socket.create_connection(("127.0.0.1", port)) as stream:
-        header = bytearray(len(FRAME_HEADER))
+        header = bytearray(len(frame_header(TICKS[0])))
         answer = bytearray(len(line(command="start")))
         stream.sendall(b'{"command":"start"}\n')
         stream.recv_into(answer, len(answer), socket.MSG_WAITALL)

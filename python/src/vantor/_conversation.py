@@ -14,6 +14,7 @@ from numbers import Real
 from typing import Any, NoReturn, Protocol
 
 from . import _members
+from ._header_form import HeaderForm
 from ._links import Link
 from ._messages import Message, MessageReader
 from ._plain_values import to_float
@@ -54,7 +55,19 @@ _BYTES_SHOWN = 16
 #: The levels of `logging` for those of a server, from the most severe one; "DEBUG" is the rest.
 _LOG_LEVELS = {"ERROR": logging.ERROR, "WARNING": logging.WARNING, "INFO": logging.INFO, "VERBOSE": 15}
 
+#: This process. To ask the system for it before each read would take long.
+_process = os.getpid()
+
 _server_log = logging.getLogger("vantor.server")
+
+
+def _note_fork() -> None:
+    """Notes that this is a new process."""
+    global _process
+    _process = os.getpid()
+
+
+os.register_at_fork(after_in_child=_note_fork)
 
 LinkOpener = Callable[[], Link]
 
@@ -136,8 +149,8 @@ class Conversation:
         self.timeouts = timeouts
         self._clock = clock
         self._reader = MessageReader()
-        #: Frames per second that the session was asked for; 0 for no rate, or without a session.
-        self.frame_rate = 0.0
+        #: How long some frames of the session take, in seconds.
+        self._slow_time = 0.0
         #: A call was interrupted: bytes may have been received but not counted, or a command sent in part.
         self.torn = False
         self._idle = False
@@ -158,7 +171,7 @@ class Conversation:
         #: The thread whose call is in progress, if any, under the only key "thread".
         self._user: dict[str, int] = {}
         #: A process that is forked shares the link, but must not use it.
-        self._process = os.getpid()
+        self._process = _process
         self._link: Link | None = open_link()
         try:
             self._find_server()
@@ -193,14 +206,21 @@ class Conversation:
             return "streaming"
         return "idle" if self._idle else "in a session"
 
-    @property
-    def slow_time(self) -> float:
-        """How long some frames of the session take, in seconds."""
-        return min(_SLOW_FRAMES / self.frame_rate, _LONGEST_TIME) if self.frame_rate > 0.0 else 0.0
+    def expect_frames(self, size: int | None, rate: float = 0.0) -> None:
+        """Sets what is known about the frames of the session.
 
-    def expect_frames(self, size: int | None) -> None:
-        """Sets the payload size of all frames of the session; None without one."""
+        Args:
+            size: payload size of all of them; None without a session.
+            rate: frames per second that the session was asked for; 0 for no rate.
+        """
         self._reader.frame_size = size
+        self._reader.form = None
+        self._slow_time = min(_SLOW_FRAMES / rate, _LONGEST_TIME) if rate > 0.0 else 0.0
+
+    def expect_headers_like(self, frame: Message) -> None:
+        """Reads headers like that of a frame of the session faster from now on."""
+        if self._reader.form is None:
+            self._reader.form = HeaderForm(frame.header)
 
     def set_baudrate(self, baudrate: int) -> int:
         """Changes the baud rate of this end of the link; returns the former one."""
@@ -219,7 +239,7 @@ class Conversation:
         """Sends a command and waits for its answer. Frames before it go to the keeper, or are dropped."""
         with self._exchange(awaits_answer=True):
             self._send({"command": command, **members})
-            limit = self._limit(self.timeouts.answer + self.slow_time)
+            limit = self._limit(self.timeouts.answer + self._slow_time)
             while (answer := self._await_answer(command, limit)) is None:
                 if self.now() >= limit.deadline:
                     self._give_up(_answer_to(command))
@@ -244,7 +264,8 @@ class Conversation:
 
     def frame_limit(self) -> Limit:
         """How long to wait for a frame."""
-        return self._limit(self.timeouts.frame + self.slow_time)
+        timeouts = self.timeouts
+        return Limit(self._clock() + timeouts.frame + self._slow_time, timeouts.answer)
 
     def check_limit(self, limit: Limit) -> None:
         """Raises ServerTimeout if no frame has arrived within a limit."""
@@ -268,7 +289,7 @@ class Conversation:
             raise
         finally:
             self._release()
-        if message is not None:
+        if message is not None and message.readings is None:
             _raise_on_error(message)
         return message
 
@@ -277,7 +298,7 @@ class Conversation:
         self._claim()
         try:
             if timeout is None:
-                self._end(self._limit(self.timeouts.answer + self.slow_time))
+                self._end(self._limit(self.timeouts.answer + self._slow_time))
             else:
                 self._end(Limit(self.now() + timeout))
         finally:
@@ -323,7 +344,7 @@ class Conversation:
     def _open_link(self) -> Link:
         if self._link is None:
             raise ConnectionLost("The connection to the server was closed.")
-        if self._process != os.getpid():
+        if self._process != _process:
             raise ConnectionLost(
                 "This process was forked from the one that connected to the server. Connect in this process."
             )
@@ -341,7 +362,7 @@ class Conversation:
 
     def _transmit(self, data: bytes, timeout: float) -> None:
         link = self._open_link()
-        self._note_pause()
+        self._note_pause(self.now())
         try:
             link.write(data, timeout)
         except ConnectionLost as loss:
@@ -357,10 +378,9 @@ class Conversation:
             "--stall-limit 0, or stop the stream before a long pause."
         )
 
-    def _note_pause(self) -> None:
+    def _note_pause(self, now: float) -> None:
         """Notes a long time without a read while frames stream; otherwise the server sends nothing."""
-        now = self.now()
-        if self.keeper is not None and now - self._last_read >= _LONG_PAUSE:
+        if now - self._last_read >= _LONG_PAUSE and self.keeper is not None:
             self._pause, self._pause_end = now - self._last_read, now
 
     def _find_server(self) -> None:
@@ -390,7 +410,6 @@ class Conversation:
         self._await_answers(commands, limit)
         self._unfinished_ends = 0
         self.expect_frames(None)
-        self.frame_rate = 0.0
         self.torn = False
         self._idle = True
 
@@ -432,25 +451,26 @@ class Conversation:
             if message is None:
                 if over:
                     return None
-                left = max(0.0, deadline - self.now())
+                now = self._clock()
+                left = max(0.0, deadline - now)
                 over = left == 0.0
-                self._receive(left if over else self._repeat_end(left))
+                self._receive(left if over else self._repeat_end(left), now)
                 continue
             self._understood = True
             if message.header["status"] != "log":
                 return message
             _deliver_log(message.header)
 
-    def _receive(self, timeout: float) -> None:
+    def _receive(self, timeout: float, now: float) -> None:
         """Passes the bytes that arrive to the reader."""
         buffers = self._reader.buffers()
         link = self._open_link()
-        self._note_pause()
+        self._note_pause(now)
         try:
             count = link.read_into(buffers, timeout)
         except ConnectionLost as loss:
             raise self._explain(loss) from None
-        self._last_read = self.now()
+        self._last_read = self._clock()
         if not self._understood and len(self._first_bytes) < _BYTES_SHOWN:
             self._first_bytes += bytes(buffers[0][: min(count, _BYTES_SHOWN - len(self._first_bytes))])
         self._reader.advance(count)

@@ -1,40 +1,20 @@
 """Decodes the frames of a session."""
 
-import functools
 from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
 
 from . import _members
+from ._item_reading import ItemReading, read_item
 from ._layout import SAMPLE_SIZE, SessionMetadata
 from ._messages import Payload
 from .errors import ProtocolError
-from .frame import Flags, Item, ItemLayout, Samples, places_of
+from .frame import Item, ItemLayout, places_of
 from .truth import ItemTruth
 
 
-#: The flags with these values. Most frames have the same.
-_flags = functools.cache(Flags)
-
-
-class ItemReading:
-    """What a frame header reports about one item."""
-
-    __slots__ = ("tick", "temperature", "flags", "cca_value")
-
-    def __init__(self, members: object) -> None:
-        self.tick = _members.integer(members, "tick", _members.UINT32)
-        self.temperature = _members.integer(members, "temperature", _members.INT16)
-        self.flags = _flags(
-            _members.boolean(members, "data_saturated"),
-            _members.boolean(members, "frame_delayed"),
-            _members.boolean(members, "calibration_needed"),
-            _members.optional_boolean(members, "data_valid"),
-            _members.optional_boolean(members, "cca_detected"),
-            _members.optional_boolean(members, "tx_enabled"),
-        )
-        self.cca_value = _members.optional_number(members, "cca_value")
+_SAMPLE_PART = np.dtype("<i2")
 
 
 class FrameDecoder:
@@ -69,7 +49,7 @@ class FrameDecoder:
         readings: list[ItemReading] = []
         for group, size in zip(groups, self._group_sizes, strict=True):
             _check_length(group, size, "items in a group")
-            readings.extend(map(ItemReading, group))
+            readings.extend(map(read_item, group))
         return readings
 
     def items(
@@ -86,7 +66,7 @@ class FrameDecoder:
             items.append(
                 Item(
                     layout,
-                    _view(payload, offset, shape),
+                    np.ndarray(shape, _SAMPLE_PART, payload, offset),
                     reading.tick,
                     time + self._seconds_between(readings[0].tick, reading.tick),
                     reading.temperature,
@@ -108,9 +88,3 @@ def _check_length(array: object, expected: int, what: str) -> None:
     count = len(array) if isinstance(array, list) else 0
     if count != expected:
         raise ProtocolError(f"A frame has {count} {what}, but the session metadata announced {expected}.")
-
-
-def _view(payload: Payload, offset: int, shape: tuple[int, int, int]) -> Samples:
-    if shape[0] * shape[1] == 0:
-        return np.empty(shape, "<i2")
-    return np.frombuffer(payload, "<i2", shape[0] * shape[1] * 2, offset).reshape(shape)

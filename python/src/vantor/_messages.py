@@ -13,6 +13,8 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ._header_form import HeaderForm
+from ._item_reading import ItemReading
 from .errors import BadMessage
 
 #: The bytes of a payload, read-only.
@@ -52,12 +54,14 @@ class Message:
         payload: "payload_size" bytes, read-only.
         position: where the header starts, in bytes since the first byte received.
         header_size: number of bytes of the header's text.
+        readings: what a header of known form reports about the items, which it then does not contain.
     """
 
     header: dict[str, Any]
     payload: Payload
     position: int
     header_size: int
+    readings: list[ItemReading] | None = None
 
     @property
     def memory(self) -> int:
@@ -67,7 +71,7 @@ class Message:
     @property
     def is_frame(self) -> bool:
         """Whether it contains a frame."""
-        return "result_info" in self.header
+        return self.readings is not None or "result_info" in self.header
 
 
 @dataclass(frozen=True, slots=True)
@@ -93,6 +97,8 @@ class MessageReader:
         self._largest_payload = largest_payload
         #: The payload size of every frame, if known.
         self.frame_size: int | None = None
+        #: The form of most frame headers, if known; they have the payload size of every frame.
+        self.form: HeaderForm | None = None
         #: Number of bytes consumed so far.
         self.position = 0
         self._buffer = bytearray(_BUFFER_SIZE)
@@ -147,13 +153,13 @@ class MessageReader:
         a payload although it does not belong to a frame, or a frame of another size than `frame_size`. Call
         again to continue.
         """
-        if self._header is None and not self._read_header():
+        if self._header is None and not (self._read_known_header() or self._read_header()):
             return None
         payload = self._take_payload()
         if payload is None or self._header is None:
             return None
         header_size = self.position - self._header_position - self._payload_size
-        message = Message(self._header, payload, self._header_position, header_size)
+        message = Message(self._header, payload, self._header_position, header_size, self._readings)
         self._forget_message()
         return message
 
@@ -166,6 +172,7 @@ class MessageReader:
 
     def _forget_message(self) -> None:
         self._header: dict[str, Any] | None = None
+        self._readings: list[ItemReading] | None = None
         self._header_position = 0
         self._payload_size = 0
         #: A long payload of which the first bytes are there.
@@ -215,6 +222,22 @@ class MessageReader:
                 self._report(begin, f"the header is longer than {self._largest_header} bytes")
             if self._skipping:
                 return None
+
+    def _read_known_header(self) -> bool:
+        """Reads the next header if it is complete and has the known form."""
+        form = self.form
+        if form is None or self._skipping:
+            return False
+        end = min(self._end, self._start + self._largest_header + 1)
+        known = form.read(self._buffer, self._start, end)
+        if known is None:
+            return False
+        self._readings, end = known
+        self._header, self._header_position = form.common, self.position
+        self._payload_size = form.payload_size
+        self._lost = False
+        self._consume(end - self._start)
+        return True
 
     def _read_header(self) -> bool:
         """Reads the next header; False if more bytes are needed."""
@@ -290,7 +313,7 @@ class MessageReader:
             self._begin_long_payload()
         if self._payload is None or self._filled < size:
             return None
-        self._payload.flags.writeable = False
+        self._payload.setflags(write=False)
         return self._payload
 
     def _begin_long_payload(self) -> None:

@@ -9,7 +9,8 @@ from typing import Any, Self
 
 from . import _members
 from ._conversation import Conversation, Limit
-from ._frames import FrameDecoder, ItemReading
+from ._frames import FrameDecoder
+from ._item_reading import ItemReading
 from ._layout import describe_session, nominal_frame_rate
 from ._loss import LossCounter, TickClock
 from ._messages import Message
@@ -203,8 +204,7 @@ class Session:
         self.calibrations = metadata.calibrations
         self.frame_rate_hz = nominal_frame_rate(configuration, metadata, self._ticks_per_second)
         self._decoder = FrameDecoder(metadata, self._ticks_per_second)
-        conversation.frame_rate = _requested_rate(configuration)
-        conversation.expect_frames(metadata.frame_size)
+        conversation.expect_frames(metadata.frame_size, _requested_rate(configuration))
         if self._truth is not None:
             self._truth.begin_session(layout.sensor_id for layout in self.items)
         self._set_up = True
@@ -314,22 +314,27 @@ class Session:
                 "The server sent a message that is not a frame of this session: another program may be using "
                 "the same link."
             )
+        readings = message.readings if message.readings is not None else self._read_items(message)
+        number = stream.number
+        stream.number += 1
+        time, lost = stream.count(readings[0]) if readings else (0.0, 0)
+        truth = None if self._truth is None else self._find_truth(self._truth, readings)
+        items = self._decoder.items(readings, message.payload, time, truth)
+        return Frame(number, items, stream.missing, lost, self._decoder.places)
+
+    def _read_items(self, message: Message) -> list[ItemReading]:
+        """What the header of a frame reports about each item."""
         try:
             readings = self._decoder.read(message.header, message.payload)
         except ProtocolError as fault:
             raise BadMessage(message.position, str(fault).rstrip(".")) from None
-        number = stream.number
-        stream.number += 1
-        time, lost = stream.count(readings[0]) if readings else (0.0, 0)
-        items = self._decoder.items(readings, message.payload, time, self._find_truth(readings))
-        return Frame(number, items, stream.missing, lost, self._decoder.places)
+        self._conversation.expect_headers_like(message)
+        return readings
 
-    def _find_truth(self, readings: list[ItemReading]) -> list[ItemTruth | None] | None:
-        """What the sensors should have found; None without the truth of a simulated server."""
-        if self._truth is None:
-            return None
+    def _find_truth(self, truth: TruthFile, readings: list[ItemReading]) -> list[ItemTruth | None]:
+        """What the sensors should have found."""
         pairs = zip(self.items, readings, strict=True)
-        return [self._truth.find(layout.sensor_id, reading.tick) for layout, reading in pairs]
+        return [truth.find(layout.sensor_id, reading.tick) for layout, reading in pairs]
 
 
 def _requested_rate(configuration: dict[str, Any]) -> float:
