@@ -18,7 +18,6 @@
 namespace
 {
 
-using nlohmann::json;
 using vantor::frame_item;
 
 /** Number of samples in a frame. */
@@ -36,17 +35,15 @@ void check(bool passed)
 /** The metadata of a session with two items. */
 std::shared_ptr<const vantor::session_metadata> metadata()
 {
-    const json item = {{"calibration_temperature", 24},
-                       {"frame_data_length", samples / 2},
-                       {"sweep_data_length", samples / 2},
-                       {"max_sweep_rate", 3125.5},
-                       {"high_speed_mode", true},
-                       {"base_step_length_m", 0.0025},
-                       {"subsweep_data_offset", json::array({0})},
-                       {"subsweep_data_length", json::array({samples / 2})}};
-    const auto groups = json::array({json::array({item}), json::array({item})});
-    return std::make_shared<const vantor::session_metadata>(vantor::decode_metadata(
-        {{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", groups}}));
+    auto session = std::make_shared<vantor::session_metadata>();
+    for (const size_t group : {0U, 1U})
+    {
+        vantor::item_layout item;
+        item.group = group;
+        item.frame_length = item.sweep_length = samples / 2;
+        session->items.push_back(item);
+    }
+    return session;
 }
 
 /** The items that the general parser finds in a header; nothing if it is not the header of a frame. */

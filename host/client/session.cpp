@@ -111,16 +111,6 @@ std::vector<calibration> decode_calibrations(const nlohmann::json &document)
 
 } // namespace
 
-size_t session_metadata::frame_length() const noexcept
-{
-    size_t total = 0;
-    for (const auto &item : items)
-    {
-        total += item.frame_length;
-    }
-    return total;
-}
-
 namespace
 {
 

@@ -112,7 +112,15 @@ struct session_metadata
     nlohmann::json document;        /**< the complete message, as received */
 
     /** Number of samples of all items in one frame. */
-    [[nodiscard]] size_t frame_length() const noexcept;
+    [[nodiscard]] size_t frame_length() const noexcept
+    {
+        size_t length = 0;
+        for (const auto &item : items)
+        {
+            length += item.frame_length;
+        }
+        return length;
+    }
 };
 
 /** One item of one frame. */
