@@ -31,7 +31,7 @@ LATE_FRAME = re.compile(r"sensor 1: frame (\d+) is late, (\d+) frames are left o
 class ServerPace:
     """Frames that the server paces, and counts itself if it leaves them out."""
 
-    most_late = 2  # frames that it may also leave out when it is stopped, if the machine is busy
+    most_late = 10  # frames that it may also leave out when it is stopped, if the machine is busy
 
     def __init__(self, _):
         self.options = {}
