@@ -58,7 +58,7 @@ void execute_ping(const command_t *self, const cJSON * /*command*/)
 {
     zet_server.baudrate_on_trial = false;
     zet_server.confirmed_baudrate = zet_server.baudrate;
-    zet_server_answer(self->name);
+    zet_server_report_tick(self->name);
 }
 
 /**

@@ -122,6 +122,17 @@ void zet_server_describe(const char *command)
     zet_server_end_message(&writer);
 }
 
+void zet_server_report_tick(const char *command)
+{
+    zet_json_writer_t writer;
+    zet_server_begin_answer(&writer, command);
+    if (zet_server.clock.get_tick != nullptr)
+    {
+        zet_server_write_uint(&writer, "tick", zet_server.clock.get_tick());
+    }
+    zet_server_end_message(&writer);
+}
+
 void zet_server_report_counts(const char *command)
 {
     zet_json_writer_t writer;

@@ -426,6 +426,7 @@ TEST_F(server_start, needs_neither_a_clock_nor_memory_figures)
     EXPECT_FALSE(stats.contains("memory"));
     EXPECT_FALSE(stats.contains("stack"));
     EXPECT_EQ(ask(R"({"command":"identify"})").members["ticks_per_second"], 0);
+    EXPECT_FALSE(ask(R"({"command":"ping"})").members.contains("tick"));
     enter("streaming");
     EXPECT_EQ(zet_vantor_server_step(), 0U);
     EXPECT_EQ(take_messages().size(), 1U);
