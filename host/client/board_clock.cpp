@@ -1,0 +1,94 @@
+/** @file
+ * Relates the clock of a server to the clock of the host, with bounds.
+ */
+#include "vantor/board_clock.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vantor
+{
+
+namespace
+{
+
+using std::chrono::steady_clock;
+
+/** Ticks after which the clock shows the same number again. */
+constexpr double wrap = 4294967296.0;
+
+using seconds = std::chrono::duration<double>;
+
+/** A duration rounded down or up. */
+steady_clock::duration floor(double value)
+{
+    return std::chrono::floor<steady_clock::duration>(seconds(value));
+}
+
+steady_clock::duration ceil(double value)
+{
+    return std::chrono::ceil<steady_clock::duration>(seconds(value));
+}
+
+} // namespace
+
+board_clock::board_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
+{
+}
+
+void board_clock::add(const clock_reading &reading)
+{
+    if (!(ticks_per_second_ > 0.0))
+    {
+        return;
+    }
+    time_bounds now = {reading.sent, reading.received};
+    if (last_)
+    {
+        const auto expected = bounds_after(seconds_since_reading(reading.tick, now.middle()));
+        const time_bounds both = {std::max(now.earliest, expected.earliest),
+                                  std::min(now.latest, expected.latest)};
+        if (both.earliest <= both.latest)
+        {
+            now = both;
+        }
+        else
+        {
+            ++contradictions_;
+        }
+    }
+    tick_ = reading.tick;
+    last_ = now;
+}
+
+std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time_point near) const
+{
+    if (!last_)
+    {
+        return std::nullopt;
+    }
+    return bounds_after(seconds_since_reading(tick, near));
+}
+
+unsigned board_clock::contradictions() const noexcept
+{
+    return contradictions_;
+}
+
+/** Seconds by the server's clock from the last reading to a tick near a time of the host's clock. */
+double board_clock::seconds_since_reading(uint32_t tick, steady_clock::time_point near) const
+{
+    const double ticks = tick - tick_;
+    const double expected = seconds(near - last_->middle()).count() * ticks_per_second_;
+    return (ticks + std::round((expected - ticks) / wrap) * wrap) / ticks_per_second_;
+}
+
+/** Bounds of the moment some seconds by the server's clock after the last reading; before it, if negative. */
+time_bounds board_clock::bounds_after(double seconds) const
+{
+    // Both ticks are whole numbers: each moment was up to one tick later.
+    const double error = std::abs(seconds) * most_drift + 1.0 / ticks_per_second_;
+    return {last_->earliest + floor(seconds - error), last_->latest + ceil(seconds + error)};
+}
+
+} // namespace vantor
