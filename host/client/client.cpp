@@ -79,9 +79,19 @@ const server_info &client::identify()
     return server_;
 }
 
-void client::ping()
+std::optional<clock_reading> client::ping(const frame_handler &handler)
 {
-    request({{"command", "ping"}});
+    const nlohmann::json command = {{"command", "ping"}};
+    if (awaited_ != command)
+    {
+        ping_sent_ = loop_->now();
+    }
+    const auto answer = request(command, handler);
+    if (!answer.contains("tick"))
+    {
+        return std::nullopt;
+    }
+    return clock_reading{ping_sent_, loop_->now(), integer_member<uint32_t>(answer, "tick")};
 }
 
 nlohmann::json client::stats(const frame_handler &handler)

@@ -499,6 +499,55 @@ TEST(client, loses_no_data_when_it_reads_slowly)
     EXPECT_EQ(number, sent);
 }
 
+TEST(client, reads_the_clock_with_a_ping)
+{
+    fake_server server;
+    std::chrono::steady_clock::time_point executed;
+    server.on("ping", [&](host_connection &host, const json &) {
+        executed = std::chrono::steady_clock::now();
+        host.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", 4294967295}}, "");
+    });
+    auto host = connect(server);
+    const auto reading = host.ping();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->tick, 4294967295);
+    EXPECT_LE(reading->sent, executed);
+    EXPECT_GE(reading->received, executed);
+}
+
+TEST(client, knows_no_tick_of_a_server_that_reports_none)
+{
+    fake_server server;
+    EXPECT_FALSE(connect(server).ping());
+    server.on("ping", [](host_connection &host, const json &) {
+        host.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", 4294967296}}, "");
+    });
+    EXPECT_THROW(connect(server).ping(), protocol_error);
+}
+
+TEST(client, remembers_when_it_sent_a_ping_whose_answer_follows_a_damaged_message)
+{
+    fake_server server;
+    std::chrono::steady_clock::time_point executed;
+    server.on("start", test::stream_frames(1));
+    server.on("ping", [&](host_connection &host, const json &) {
+        executed = std::chrono::steady_clock::now();
+        host.send("damaged\n");
+        host.send(example_session().frame_header(1), example_session().frame_payload(1));
+        host.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", 5}}, "");
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    int frames = 0;
+    const auto count = [&](frame &&) { ++frames; };
+    EXPECT_THROW(host.ping(count), bad_message);
+    const auto reading = host.ping(count);
+    ASSERT_TRUE(reading);
+    EXPECT_LE(reading->sent, executed);
+    EXPECT_EQ(frames, 2);
+}
+
 TEST(client, requests_statistics)
 {
     fake_server server;

@@ -14,6 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "vantor/board_clock.h"
 #include "vantor/event_loop.h"
 #include "vantor/link.h"
 #include "vantor/loss_counter.h"
@@ -118,8 +119,13 @@ public:
     /** Identifies the server again. */
     const server_info &identify();
 
-    /** Checks that the server answers. */
-    void ping();
+    /**
+     * Checks that the server answers, and reads its clock.
+     *
+     * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
+     * @return nothing if the server has no clock or does not report it
+     */
+    std::optional<clock_reading> ping(const frame_handler &handler = {});
 
     /**
      * Returns the statistics of the server, as it sends them.
@@ -257,6 +263,7 @@ private:
     tick_clock stream_clock_{0.0};
     uint64_t damaged_ = 0;   /**< messages of the stream damaged since the last frame */
     bool streaming_ = false; /**< the answer to a command may follow frames */
+    time_point ping_sent_;   /**< when the last one was sent */
     nlohmann::json awaited_; /**< command whose answer may still arrive after a damaged message */
     log_handler on_log_;
     std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */
