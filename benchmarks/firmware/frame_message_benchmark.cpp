@@ -1,7 +1,7 @@
 /** @file
  * Counts the instructions of a frame message on a Cortex-M4F by number of items: building, sending and
  * freeing the document, and writing the samples. Also counts those of a hand-written function for the same
- * bytes, of the session metadata, and of the text of a number.
+ * bytes, of the session metadata, of the link, and of the text of a number.
  */
 #include <algorithm>
 #include <bit>
@@ -15,6 +15,7 @@
 #include "free_sensors.h"
 #include "hand_written_message.h"
 #include "interrupts.h"
+#include "link.h"
 #include "semihosting.h"
 #include "start.h"
 #include "zet_decimal.h"
@@ -164,6 +165,19 @@ uint32_t count_metadata()
     return instructions_between(begin, cycle_count());
 }
 
+/** Counts the instructions of a frame that is sent over the link, whose port accepts every byte at once. */
+uint32_t count_sent_frame()
+{
+    const uint32_t begin = cycle_count();
+    read_frame(link_write);
+    const uint32_t end = cycle_count();
+    if (link_is_sending())
+    {
+        fail("the port of the link has not accepted the frame\n");
+    }
+    return instructions_between(begin, end);
+}
+
 /** Counts the instructions of the frames in a session with this shape. */
 void count_shape(const message_shape_t &shape)
 {
@@ -178,22 +192,49 @@ void count_shape(const message_shape_t &shape)
     const uint32_t end = cycle_count();
     const uint32_t message = instructions_between(message_begin, end);
     const uint32_t frame = instructions_between(begin, end);
+    const uint32_t bytes = bytes_sent;
+    const uint32_t sending = count_sent_frame() - frame;
 
     const uint32_t floor_begin = cycle_count();
     hand_written_message(count_bytes, shape, samples);
     const uint32_t floor = instructions_between(floor_begin, cycle_count());
 
-    char line[200];
+    char line[240];
     (void)std::snprintf(line, sizeof line,
-                        "{\"items\": %u, \"assessed\": %s, \"message\": %u, \"frame\": %u, \"by_hand\": %u, "
+                        "{\"items\": %u, \"assessed\": %s, \"bytes\": %u, \"sending\": %u, \"message\": %u, "
+                        "\"frame\": %u, \"by_hand\": %u, "
                         "\"allocations\": %u, \"metadata\": %u}\n",
                         static_cast<unsigned>(shape.groups * shape.items_per_group),
-                        shape.is_assessed ? "true" : "false", static_cast<unsigned>(message),
+                        shape.is_assessed ? "true" : "false", static_cast<unsigned>(bytes),
+                        static_cast<unsigned>(sending), static_cast<unsigned>(message),
                         static_cast<unsigned>(frame), static_cast<unsigned>(floor),
                         static_cast<unsigned>(count_allocations()), static_cast<unsigned>(metadata));
     console_write(line);
     free_sensors(false);
     zet_vantor_server_system_destroy_session();
+}
+
+/** Counts the instructions of a call of link_write with this number of bytes. */
+uint32_t count_write(uint32_t size)
+{
+    const uint32_t begin = cycle_count();
+    link_write(samples, size);
+    return instructions_between(begin, cycle_count());
+}
+
+/**
+ * Counts the instructions of an interrupt that sends one byte, and prints them. The emulated port accepts
+ * every byte at once, so they are those of an interrupt without a byte, and of one more byte in an interrupt.
+ */
+void count_interrupt()
+{
+    const uint32_t byte = (count_write(36) - count_write(4)) / 32U;
+    const uint32_t begin = cycle_count();
+    raise_link_interrupt();
+    const uint32_t interrupt = instructions_between(begin, cycle_count());
+    char line[60];
+    (void)std::snprintf(line, sizeof line, "{\"interrupt\": %u}\n", static_cast<unsigned>(interrupt + byte));
+    console_write(line);
 }
 
 /** Counts the instructions of the texts of many floats, and prints the maximum. */
@@ -220,6 +261,7 @@ void sensor_handler()
 
 void run_board()
 {
+    board_start();
     start_cycle_count();
     memory_lend(heap_begin, static_cast<size_t>(heap_end - heap_begin));
     zet_simulator_options_t options = {};
@@ -229,6 +271,7 @@ void run_board()
     {
         fail("the board could not be started\n");
     }
+    link_open();
     for (const bool is_assessed : {false, true})
     {
         for (const auto &shape : shapes)
@@ -236,6 +279,7 @@ void run_board()
             count_shape({shape[0], shape[1], tick, free_temperature, points, is_assessed});
         }
     }
+    count_interrupt();
     count_floats();
     console_exit(0);
 }

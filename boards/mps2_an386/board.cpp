@@ -37,7 +37,9 @@ constexpr uint32_t state_send_full = 1U << 0U;
 constexpr uint32_t state_receive_full = 1U << 1U;
 constexpr uint32_t state_receive_overrun = 1U << 3U;
 constexpr uint32_t control_send = 1U << 0U;
+constexpr uint32_t control_send_interrupt = 1U << 2U;
 constexpr uint32_t control_receive = 1U << 1U | 1U << 3U;
+constexpr uint32_t send_interrupt = 1U << 0U;
 constexpr uint32_t receive_interrupt = 1U << 1U;
 
 constexpr uint32_t smallest_divider = 16;
@@ -100,12 +102,21 @@ uint32_t board_link_nearest_baudrate(uint32_t baudrate)
 
 void board_link_open(uint32_t baudrate)
 {
-    open(uart_t::link, baudrate, control_send | control_receive);
+    open(uart_t::link, baudrate, control_send | control_send_interrupt | control_receive);
 }
 
+// The interrupt is cleared first: after the look the buffer can become free, and its interrupt must not be
+// lost.
 bool board_link_can_send(void)
 {
+    at(uart_t::link, register_t::interrupt_clear) = send_interrupt;
     return can_send(uart_t::link);
+}
+
+// The interrupt comes once whenever the buffer becomes free, so it can stay on.
+bool board_link_set_send_interrupt(bool /*on*/)
+{
+    return true;
 }
 
 void board_link_send(uint8_t byte)

@@ -98,6 +98,7 @@ void set_pin(uint32_t pin, bool high)
     hardware_register(gpio_b + 0x18U) = 1U << (high ? pin : pin + 16U);
 }
 
+/** Sets up the pins, and SPI and interrupts on them. */
 void start_pins()
 {
     for (const uint32_t pin : {2U, 5U, 6U, 7U, 9U, 10U})
@@ -114,20 +115,6 @@ void start_pins()
         // An output.
         set_field(gpio_b, pin, 2, 1);
     }
-}
-
-/** Starts the counter of microseconds; the emulator counts at 1 GHz, whatever the clock. */
-void start_counter()
-{
-    hardware_register(tim2 + 0x28U) = (is_emulated ? 1000U : 2U * apb1_clock_hz / 1000000U) - 1U;
-    hardware_register(tim2 + 0x2CU) = 0xFFFFFFFFU;
-    // Loads the prescaler.
-    hardware_register(tim2 + 0x14U) = 1;
-    hardware_register(tim2) = 1;
-}
-
-void start_sensors()
-{
     // Master, 5.25 MHz, mode 0.
     hardware_register(spi1) = 3U << 8U | 1U << 6U | 3U << 3U | 1U << 2U;
     // Rising edges of lines 0 and 1.
@@ -161,8 +148,12 @@ void board_start(void)
     // USART1, SPI1, SYSCFG.
     set_bits(rcc + 0x44U, 1U << 4U | 1U << 12U | 1U << 14U);
     start_pins();
-    start_counter();
-    start_sensors();
+    // The counter counts microseconds; that of the emulator runs at 1 GHz, whatever the clock.
+    hardware_register(tim2 + 0x28U) = (is_emulated ? 1000U : 2U * apb1_clock_hz / 1000000U) - 1U;
+    hardware_register(tim2 + 0x2CU) = 0xFFFFFFFFU;
+    // Loads the prescaler.
+    hardware_register(tim2 + 0x14U) = 1;
+    hardware_register(tim2) = 1;
     hardware_register(usart2 + 0x08U) = (apb1_clock_hz + 57600U) / 115200U;
     hardware_register(usart2 + 0x0CU) = 1U << 13U | 1U << 3U;
 }
@@ -198,6 +189,12 @@ void board_link_open(uint32_t baudrate)
 bool board_link_can_send(void)
 {
     return (hardware_register(usart1) & usart_can_send) != 0U;
+}
+
+bool board_link_set_send_interrupt(bool on)
+{
+    set_field(usart1 + 0x0CU, 7, 1, on ? 1U : 0U);
+    return true;
 }
 
 void board_link_send(uint8_t byte)

@@ -36,6 +36,7 @@ constexpr uint32_t damaged = 1U << 3U; /**< overrun, framing error */
 // Bits of a serial port's control.
 constexpr uint32_t send_on = 1U << 0U;
 constexpr uint32_t receive_on = 1U << 1U | 1U << 2U; /**< with its interrupt */
+constexpr uint32_t send_interrupt_on = 1U << 3U;     /**< comes as long as the port can send */
 
 constexpr uint32_t spi_done = 1U << 0U;
 
@@ -189,6 +190,14 @@ uint32_t board_sensor_take_interrupts(void)
 void board_feed_watchdog(void)
 {
     hardware_register(watchdog) = 0;
+}
+
+// Without this function the firmware polls the port, and waits until a frame is sent before it measures the
+// next.
+bool board_link_set_send_interrupt(bool on)
+{
+    hardware_register(link_port + 12U) = send_on | receive_on | (on ? send_interrupt_on : 0U);
+    return true;
 }
 
 // Called before board_start. The flags survive resets until they are cleared.

@@ -12,10 +12,12 @@ enum
     BOARD_LONGEST_WAIT_US = 500000,  /**< below half of the watchdog's period */
 
     BOARD_LINK_INTERRUPT = 10,
+    BOARD_LINK_SEND_INTERRUPT = 10, /**< may be the same */
     BOARD_LINK_START_BAUDRATE = 115200,
     BOARD_LINK_MAX_BAUDRATE = 1000000, /**< 0: the baud rate is fixed */
 
     BOARD_RING_SIZE = 2048,      /**< input that a host sends during a frame; a power of two */
+    BOARD_SEND_RING_SIZE = 2048, /**< output that waits while the next frame is measured; a power of two */
     BOARD_LINE_SIZE = 8192,      /**< the longest command plus 1 */
     BOARD_MAX_VALUES = 448,      /**< JSON values in a command, 64 bytes each; at most half of the heap */
     BOARD_TOLERATED_LOSS = 4096, /**< how much heap may leak before the board restarts */

@@ -26,11 +26,15 @@ static_assert(BOARD_LONGEST_WAIT_US >= 1 && BOARD_LONGEST_WAIT_US <= 1000000000,
               "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed");
 static_assert(BOARD_LINK_INTERRUPT >= 0 && BOARD_LINK_INTERRUPT < BOARD_INTERRUPT_COUNT,
               "BOARD_LINK_INTERRUPT: less than BOARD_INTERRUPT_COUNT");
+static_assert(BOARD_LINK_SEND_INTERRUPT >= 0 && BOARD_LINK_SEND_INTERRUPT < BOARD_INTERRUPT_COUNT,
+              "BOARD_LINK_SEND_INTERRUPT: less than BOARD_INTERRUPT_COUNT");
 static_assert(BOARD_LINK_START_BAUDRATE >= 1, "BOARD_LINK_START_BAUDRATE: at least 1");
 static_assert(BOARD_LINK_MAX_BAUDRATE == 0 || BOARD_LINK_MAX_BAUDRATE >= BOARD_LINK_START_BAUDRATE,
               "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE");
 static_assert(BOARD_RING_SIZE >= 16 && (BOARD_RING_SIZE & (BOARD_RING_SIZE - 1)) == 0,
               "BOARD_RING_SIZE: a power of two, at least 16");
+static_assert(BOARD_SEND_RING_SIZE >= 16 && (BOARD_SEND_RING_SIZE & (BOARD_SEND_RING_SIZE - 1)) == 0,
+              "BOARD_SEND_RING_SIZE: a power of two, at least 16");
 static_assert(BOARD_LINE_SIZE >= 128, "BOARD_LINE_SIZE: at least 128, for a small session");
 static_assert(BOARD_MAX_VALUES >= 16, "BOARD_MAX_VALUES: at least 16, for a small session");
 static_assert(BOARD_SENSOR_COUNT >= 1, "BOARD_SENSOR_COUNT: a board has at least one sensor");
@@ -72,13 +76,19 @@ bool board_log_can_send(void);
 /** Sends a byte to the log's port. Called only after board_log_can_send. Must work in fault handlers too. */
 void board_log_send(uint8_t byte);
 
-/** Switches the link's port on, or to another baud rate, with an interrupt for every byte that arrives. */
+/**
+ * Switches the link's port on, or to another baud rate, with an interrupt for every byte that arrives and
+ * without the one of board_link_set_send_interrupt.
+ */
 void board_link_open(uint32_t baudrate);
 
-/** Returns whether the link's port can accept a byte. */
+/**
+ * Returns whether the link's port can accept a byte. If the port has an interrupt for the moment when it
+ * becomes able to, acknowledges it first. Called by the interrupt handler.
+ */
 bool board_link_can_send(void);
 
-/** Sends a byte over the link. Called only after board_link_can_send. */
+/** Sends a byte over the link. Called only after board_link_can_send, by the interrupt handler. */
 void board_link_send(uint8_t byte);
 
 /** Returns whether the port has sent everything; if it cannot detect this, whether its buffer is empty. */
@@ -130,6 +140,15 @@ uint32_t board_sensor_take_interrupts(void);
  * refuses a rate that is more than 2 % off. Default: every rate is possible.
  */
 uint32_t board_link_nearest_baudrate(uint32_t baudrate);
+
+/**
+ * Switches the interrupt BOARD_LINK_SEND_INTERRUPT on or off, which comes as long as the link's port can
+ * accept a byte, or as soon as it can again. With it, a frame is measured while the previous one is still
+ * being sent. Called by the interrupt handler, and once without interrupts.
+ *
+ * @return whether the port has such an interrupt. Default: false; the firmware polls the port.
+ */
+bool board_link_set_send_interrupt(bool on);
 
 /**
  * Restarts the watchdog's count. Called at least every BOARD_LONGEST_WAIT_US while the firmware waits; during

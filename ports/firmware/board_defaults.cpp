@@ -25,6 +25,11 @@ extern "C" {
     return baudrate;
 }
 
+[[gnu::weak]] bool board_link_set_send_interrupt(bool /*on*/)
+{
+    return false;
+}
+
 [[gnu::weak]] void board_feed_watchdog(void)
 {
 }

@@ -23,8 +23,15 @@ struct board_vectors_t
 };
 
 #ifdef BOARD_SENSOR_INTERRUPTS
-constexpr bool is_free_for_the_link = std::ranges::count(sensor_interrupts, BOARD_LINK_INTERRUPT) == 0;
-static_assert(is_free_for_the_link, "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
+constexpr bool is_of_sensors(uint32_t number)
+{
+    return std::ranges::count(sensor_interrupts, number) != 0;
+}
+
+static_assert(!is_of_sensors(BOARD_LINK_INTERRUPT),
+              "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
+static_assert(!is_of_sensors(BOARD_LINK_SEND_INTERRUPT),
+              "BOARD_LINK_SEND_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS");
 static_assert(std::ranges::max(sensor_interrupts) < BOARD_INTERRUPT_COUNT,
               "BOARD_SENSOR_INTERRUPTS: less than BOARD_INTERRUPT_COUNT");
 #endif
@@ -37,6 +44,7 @@ constexpr board_vectors_t make_vectors()
         handler = fault_handler;
     }
     vectors.handlers[BOARD_LINK_INTERRUPT] = link_handler;
+    vectors.handlers[BOARD_LINK_SEND_INTERRUPT] = link_handler;
 #ifdef BOARD_SENSOR_INTERRUPTS
     for (const uint32_t number : sensor_interrupts)
     {
@@ -50,9 +58,21 @@ constexpr board_vectors_t make_vectors()
 
 } // namespace
 
-void enable_link_interrupt()
+void enable_link_interrupts()
 {
     cortex_m4::enable_interrupt(BOARD_LINK_INTERRUPT);
+    cortex_m4::enable_interrupt(BOARD_LINK_SEND_INTERRUPT);
+}
+
+void disable_link_interrupts()
+{
+    cortex_m4::disable_interrupt(BOARD_LINK_INTERRUPT);
+    cortex_m4::disable_interrupt(BOARD_LINK_SEND_INTERRUPT);
+}
+
+void raise_link_interrupt()
+{
+    cortex_m4::raise_interrupt(BOARD_LINK_INTERRUPT);
 }
 
 void enable_sensor_interrupts()

@@ -1,5 +1,6 @@
 /** @file
- * The link to the host: a serial port, with a ring buffer for bytes that arrive while the server is busy.
+ * The link to the host: a serial port, with a ring buffers for bytes that arrive while the server is
+ * busy, and for bytes that are sent while it measures.
  */
 #ifndef VANTOR_FIRMWARE_LINK_H
 #define VANTOR_FIRMWARE_LINK_H
@@ -10,14 +11,19 @@
 /** How long the port may accept no byte, in seconds. */
 constexpr uint32_t link_stall_limit_s = 5;
 
-/** Opens the link, without input, at the initial baud rate. A link that has stalled works again then. */
+/** Opens the link at the initial baud rate, without input and output. A link that has stalled works again
+ * then. */
 void link_open();
 
 /**
- * Sends to the host. If the port accepts nothing for link_stall_limit_s, the link counts as stalled: all
- * output is dropped until link_open.
+ * Copies bytes that interrupts then send to the host. Waits while there is no room for them; if the port has
+ * no interrupt for sending, until they have been sent. If the port accepts nothing for link_stall_limit_s,
+ * the link counts as stalled: the rest is dropped, and so is all output until link_open.
  */
 void link_write(const void *data, uint32_t size);
+
+/** Returns whether some output has not been sent yet. */
+bool link_is_sending();
 
 /** Returns whether the link has stalled, so that the host counts as gone. */
 bool link_is_stalled();
@@ -42,6 +48,9 @@ size_t link_look_ahead(char *data, size_t size);
 
 /** Discards unread input. */
 void link_discard_input();
+
+/** Sends the output that waits, without interrupts and clock. To be called when the program has failed. */
+void link_send_rest();
 
 /** Waits until everything has been sent, unless the link has stalled. */
 void link_drain();

@@ -10,6 +10,7 @@
 #include "board.h"
 #include "clock.h"
 #include "faults.h"
+#include "link.h"
 #include "retained.h"
 #include "zet_integration_log.h"
 #include "zet_log_levels.h"
@@ -99,4 +100,5 @@ void send_fault_report()
     const uint64_t deadline_us = clock_now_us() + line_time_us;
     (void)(write("fault: ", deadline_us) && write(retained_last_fault(), deadline_us) &&
            write("; restarting\r\n", deadline_us));
+    link_send_rest();
 }

@@ -103,8 +103,9 @@ void wait_for_work(uint32_t ticks)
 {
     if (!sensors_have_virtual_clock() || ticks == ZET_VANTOR_SERVER_IDLE)
     {
-        // An idle server is called often enough to notice every wrap of its tick.
-        (void)clock_wait_until(clock_now_us() + std::min(ticks, UINT32_MAX / 2), link_has_input);
+        // Often enough to notice every wrap of the server's tick, and a host that accepts no data.
+        const uint32_t longest = link_is_sending() ? link_stall_limit_s * ticks_per_second : UINT32_MAX / 2;
+        (void)clock_wait_until(clock_now_us() + std::min(ticks, longest), link_has_input);
     }
     else if (!link_has_input())
     {

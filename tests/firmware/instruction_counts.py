@@ -9,25 +9,37 @@ from footprint import contains
 # Limits of the instructions of a message by number of items, without clear-channel assessment and with it.
 BOUNDS = {False: {1: 6500, 5: 17000, 10: 35000, 50: 145000}, True: {1: 10000, 5: 30000, 10: 60000, 50: 250000}}
 
+# Limits of the instructions of a byte that a port accepts at once, and of an interrupt that sends one byte.
+SENDING_BOUND = 28
+INTERRUPT_BOUND = 100
+
 # Limits of the instructions of the metadata of 50 items, and of the text of any float.
 METADATA_BOUND = 350000
 FLOAT_BOUND = 900
 
 
 def count(command):
-    """Runs the benchmark image once; returns the counts of every session and of the text of a float."""
+    """Runs the benchmark image once; returns the counts of every session, of an interrupt and of the text of a float."""
     run = subprocess.run(command, capture_output=True, text=True, timeout=200, check=True)
-    *sessions, floats = (json.loads(line) for line in run.stdout.splitlines())
-    return sessions, floats["float_text"]
+    *sessions, interrupt, floats = (json.loads(line) for line in run.stdout.splitlines())
+    return sessions, interrupt["interrupt"], floats["float_text"]
+
+
+def sending_a_byte(session):
+    """Instructions for a byte of a frame that is sent over the link."""
+    return session["sending"] / session["bytes"]
 
 
 def table(counts):
     """The counts as a table, as in the document."""
-    sessions, longest_float = counts
-    lines = ["| items | message | by hand | complete frame | allocations | metadata |", "|---:|---:|---:|---:|---:|---:|"]
-    lines += [f"| {c['items']}{' assessed' if c['assessed'] else ''} | {c['message']:,} | {c['by_hand']:,} "
-              f"| {c['frame']:,} | {c['allocations']} | {c['metadata']:,} |" for c in sessions]
-    return "\n".join([*lines, "", f"Writing a `float` as text takes at most {longest_float} instructions."])
+    sessions, interrupt, longest_float = counts
+    lines = ["| items | bytes | message | by hand | complete frame | sending a byte | allocations | metadata |",
+             "|---:|---:|---:|---:|---:|---:|---:|---:|"]
+    lines += [f"| {c['items']}{' assessed' if c['assessed'] else ''} | {c['bytes']:,} | {c['message']:,} "
+              f"| {c['by_hand']:,} | {c['frame']:,} | {sending_a_byte(c):.1f} | {c['allocations']} "
+              f"| {c['metadata']:,} |" for c in sessions]
+    return "\n".join([*lines, "", f"An interrupt that sends one byte takes {interrupt} instructions, writing a `float` "
+                      f"as text at most {longest_float}."])
 
 
 def faults_of(sessions, bounds):
@@ -49,11 +61,15 @@ def check(command, document_path):
     faults = []
     if count(command) != counts:
         faults.append("two runs have different counts")
-    sessions, longest_float = counts
+    sessions, interrupt, longest_float = counts
     for assessed, bounds in BOUNDS.items():
         faults += faults_of([c for c in sessions if c["assessed"] == assessed], bounds)
     if max(c["metadata"] for c in sessions) > METADATA_BOUND:
         faults.append(f"metadata takes more than {METADATA_BOUND} instructions")
+    faults += [f"sending a byte of {c['items']} items takes more than {SENDING_BOUND} instructions" for c in sessions
+               if sending_a_byte(c) > SENDING_BOUND]
+    if interrupt > INTERRUPT_BOUND:
+        faults.append(f"an interrupt that sends one byte takes more than {INTERRUPT_BOUND} instructions")
     if longest_float > FLOAT_BOUND:
         faults.append(f"the text of a float takes more than {FLOAT_BOUND} instructions")
     if not contains(document_path, table(counts)):

@@ -179,11 +179,12 @@ def make_refused(parent):
     """Creates boards whose build must fail."""
     boards = [BoardFolder(parent, name) for name in REFUSED]
     crowd, nothing, lacking, scanty, overlapping, same_place, without_sections = boards
-    crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3, LINK_INTERRUPT=82, LINK_MAX_BAUDRATE=115199, RING_SIZE=1000,
-                      LONGEST_WAIT_US=1000000001)
+    crowd.set_numbers(SENSOR_COUNT=33, AREA_COUNT=3, LINK_INTERRUPT=82, LINK_SEND_INTERRUPT=83,
+                      LINK_MAX_BAUDRATE=115199, RING_SIZE=1000, SEND_RING_SIZE=24, LONGEST_WAIT_US=1000000001)
     crowd.edit("board_numbers.h", replaced, "6, 7", "6, 82")
     nothing.set_numbers(SENSOR_COUNT=0, AREA_COUNT=0, LINK_INTERRUPT=7, CORE_CLOCK_HZ=999999, LONGEST_WAIT_US=0,
-                        LINK_START_BAUDRATE=0, LINK_MAX_BAUDRATE=-1, RING_SIZE=8, LINE_SIZE=127, MAX_VALUES=15)
+                        LINK_SEND_INTERRUPT=6, LINK_START_BAUDRATE=0, LINK_MAX_BAUDRATE=-1, RING_SIZE=8,
+                        SEND_RING_SIZE=8, LINE_SIZE=127, MAX_VALUES=15)
     lacking.remove("board_link_receive", "board_sensor_transfer")
     flash, ram = {"FLASH": FLASH}, {"RAM": "ORIGIN = 0x20000000, LENGTH = 128K"}
     stacks = {"program_stack_size": "4K", "interrupt_stack_size": "1K"}
@@ -210,10 +211,10 @@ def make_c_board(parent):
 def make_small(parent):
     """Creates boards with little RAM: 32 KiB, and just enough for the example with two sensors."""
     small, smallest = [BoardFolder(parent, name) for name in ("small", "smallest")]
-    small.set_numbers(LINE_SIZE=2560, RING_SIZE=1024, MAX_VALUES=128, TOLERATED_LOSS=1024)
+    small.set_numbers(LINE_SIZE=2560, RING_SIZE=1024, SEND_RING_SIZE=512, MAX_VALUES=128, TOLERATED_LOSS=1024)
     small.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 32K"},
                      program_stack_size="4K", interrupt_stack_size="1K", heap_size="19K")
-    smallest.set_numbers(LINE_SIZE=2560, RING_SIZE=512, MAX_VALUES=128, TOLERATED_LOSS=1024)
+    smallest.set_numbers(LINE_SIZE=2560, RING_SIZE=512, SEND_RING_SIZE=256, MAX_VALUES=128, TOLERATED_LOSS=1024)
     smallest.set_memory({"FLASH": FLASH, "RAM": "ORIGIN = 0x20000000, LENGTH = 28K"},
                         program_stack_size="3K", interrupt_stack_size="512", heap_size="17K")
     return [small, smallest]
@@ -261,7 +262,7 @@ def parts_of_ram(image):
     guards = (between("interrupt_guard_begin", "interrupt_stack_bottom") +
               between("program_guard_begin", "program_stack_bottom"))
     line = symbol(image, "line")[1]
-    ring = symbol(image, "ring")[1] & -256  # without its counts
+    ring, send_ring = (symbol(image, name)[1] & -256 for name in ("ring", "send_ring"))  # without their counts
     library = library_in_ram(image)
     return {"heap": between("heap_begin", "heap_end"),
             "program's stack": between("program_stack_bottom", "program_stack_top"),
@@ -269,9 +270,10 @@ def parts_of_ram(image):
             "two guards": guards,
             "command line": line,
             "receive ring": ring,
+            "send ring": send_ring,
             "sensor library's variables": library,
             "server, allocator, log, retained fault":
-                between("program_stack_top", "heap_begin") - line - ring - library,
+                between("program_stack_top", "heap_begin") - line - ring - send_ring - library,
             "left over": symbol_value(image, "ram_size") - between("ram_begin", "heap_end")}
 
 
@@ -756,8 +758,10 @@ class Refused(unittest.TestCase):
                            "BOARD_AREA_COUNT: 1 or 2 areas",
                            "BOARD_LONGEST_WAIT_US: the counter wraps after 71 minutes, and no wrap may be missed",
                            "BOARD_LINK_INTERRUPT: less than BOARD_INTERRUPT_COUNT",
+                           "BOARD_LINK_SEND_INTERRUPT: less than BOARD_INTERRUPT_COUNT",
                            "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE",
                            "BOARD_RING_SIZE: a power of two, at least 16",
+                           "BOARD_SEND_RING_SIZE: a power of two, at least 16",
                            "BOARD_SENSOR_COUNT: a board has at most 32 sensors",
                            "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS",
                            "BOARD_SENSOR_INTERRUPTS: less than BOARD_INTERRUPT_COUNT")
@@ -770,10 +774,12 @@ class Refused(unittest.TestCase):
                            "BOARD_LINK_START_BAUDRATE: at least 1",
                            "BOARD_LINK_MAX_BAUDRATE: 0, or at least BOARD_LINK_START_BAUDRATE",
                            "BOARD_RING_SIZE: a power of two, at least 16",
+                           "BOARD_SEND_RING_SIZE: a power of two, at least 16",
                            "BOARD_LINE_SIZE: at least 128, for a small session",
                            "BOARD_MAX_VALUES: at least 16, for a small session",
                            "BOARD_SENSOR_COUNT: a board has at least one sensor",
-                           "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS")
+                           "BOARD_LINK_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS",
+                           "BOARD_LINK_SEND_INTERRUPT: it is one of BOARD_SENSOR_INTERRUPTS")
 
     def check_memory(self, board, *errors):
         """Expects the linker to refuse a board with these messages, among others."""

@@ -74,6 +74,20 @@ inline void enable_interrupt(uint32_t number)
     hardware_register(0xE000E100U + number / 32U * 4U) = 1U << number % 32U;
 }
 
+/** Disables an external interrupt. Its handler does not run any more when the function returns. */
+inline void disable_interrupt(uint32_t number)
+{
+    hardware_register(0xE000E180U + number / 32U * 4U) = 1U << number % 32U;
+    __asm volatile("dsb\n\tisb" ::: "memory");
+}
+
+/** Makes an external interrupt pending. If it is enabled, its handler runs before the function returns. */
+inline void raise_interrupt(uint32_t number)
+{
+    hardware_register(0xE000E200U + number / 32U * 4U) = 1U << number % 32U;
+    __asm volatile("dsb\n\tisb" ::: "memory");
+}
+
 /** Returns the number of the external interrupt whose handler is running. */
 inline uint32_t active_interrupt()
 {

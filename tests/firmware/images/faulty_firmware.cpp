@@ -106,7 +106,7 @@ bool board_faults;
 void fault_in_a_handler_and_in_its_report()
 {
     board_faults = true;
-    enable_link_interrupt();
+    enable_link_interrupts();
     // Make the interrupt pending.
     word_at(0xE000E200U + BOARD_LINK_INTERRUPT / 32U * 4U) = 1U << BOARD_LINK_INTERRUPT % 32U;
     __asm volatile("dsb\n\tisb");

@@ -95,10 +95,11 @@ void fake_board_t::advance_ns(uint64_t duration_ns)
     run_due_events();
     while (!events.empty() && events.begin()->first <= end)
     {
-        now_ns = events.begin()->first;
+        now_ns = std::max(now_ns, events.begin()->first);
         run_due_events();
     }
-    now_ns = end;
+    // A handler may have taken longer.
+    now_ns = std::max(now_ns, end);
 }
 
 void fake_board_t::wait(uint32_t duration_us)
@@ -109,7 +110,7 @@ void fake_board_t::wait(uint32_t duration_us)
     run_due_events();
     while (!is_woken && now_ns < end)
     {
-        now_ns = events.empty() ? end : std::min(end, events.begin()->first);
+        now_ns = events.empty() ? end : std::clamp(events.begin()->first, now_ns, end);
         run_due_events();
     }
     is_woken = false;
@@ -118,10 +119,7 @@ void fake_board_t::wait(uint32_t duration_us)
 void fake_board_t::receive(std::string_view bytes)
 {
     received.insert(received.end(), bytes.begin(), bytes.end());
-    if (link_interrupt_enabled)
-    {
-        link_handler();
-    }
+    raise_link_interrupt();
 }
 
 void fake_board_t::signal(uint32_t sensors)
@@ -133,10 +131,52 @@ void fake_board_t::signal(uint32_t sensors)
     }
 }
 
-void fake_board_t::enable_link_interrupt()
+void fake_board_t::unblock_link()
 {
-    link_interrupt_enabled = true;
-    receive({});
+    link.is_blocked = false;
+    finish_link_byte();
+}
+
+void fake_board_t::finish_link_byte()
+{
+    if (link_send_interrupt == send_interrupt_t::edge || wants_link_bytes())
+    {
+        raise_link_interrupt();
+    }
+}
+
+bool fake_board_t::wants_link_bytes() const
+{
+    return link_send_interrupt == send_interrupt_t::level && link_send_interrupt_on && !link.is_blocked &&
+           now_ns >= link.buffer_free_ns;
+}
+
+void fake_board_t::raise_link_interrupt()
+{
+    link_interrupt_pending = true;
+    if (handles_link_interrupt)
+    {
+        return;
+    }
+    handles_link_interrupt = true;
+    while (link_interrupts_enabled && link_interrupt_pending)
+    {
+        count_step();
+        ++link_interrupts;
+        link_interrupt_pending = false;
+        link_handler();
+        link_interrupt_pending = link_interrupt_pending || wants_link_bytes();
+    }
+    handles_link_interrupt = false;
+}
+
+void fake_board_t::enable_link_interrupts(bool enabled)
+{
+    link_interrupts_enabled = enabled;
+    if (link_interrupt_pending)
+    {
+        raise_link_interrupt();
+    }
 }
 
 void fake_board_t::enable_sensor_interrupts()
@@ -148,9 +188,19 @@ void fake_board_t::enable_sensor_interrupts()
 // ---- functions that the firmware calls
 // ------------------------------------------------------------------------------
 
-void enable_link_interrupt()
+void enable_link_interrupts()
 {
-    board.enable_link_interrupt();
+    board.enable_link_interrupts(true);
+}
+
+void disable_link_interrupts()
+{
+    board.enable_link_interrupts(false);
+}
+
+void raise_link_interrupt()
+{
+    board.raise_link_interrupt();
 }
 
 void enable_sensor_interrupts()
@@ -177,6 +227,7 @@ void board_link_open(uint32_t baudrate)
 {
     board.cut_bytes += board.now_ns < board.link.idle_ns ? 1U : 0U;
     board.link.byte_time_ns = (10000000000U + baudrate - 1U) / baudrate;
+    board.link_send_interrupt_on = false;
     record_call("link " + std::to_string(baudrate));
 }
 
@@ -188,6 +239,13 @@ bool board_link_can_send(void)
 void board_link_send(uint8_t byte)
 {
     send(board.link, byte);
+    board.at_ns(board.link.buffer_free_ns, [] { board.finish_link_byte(); });
+}
+
+bool board_link_set_send_interrupt(bool on)
+{
+    board.link_send_interrupt_on = on;
+    return board.link_send_interrupt != send_interrupt_t::none;
 }
 
 bool board_link_is_drained(void)

@@ -14,6 +14,14 @@
 #include <tuple>
 #include <vector>
 
+/** When the link's port interrupts because it can accept a byte. */
+enum class send_interrupt_t
+{
+    level, /**< as long as it can, while the interrupt is on */
+    edge,  /**< whenever a byte has left its buffer */
+    none,
+};
+
 /** The transmitter of a serial port: a buffer for one byte, and a shift register that sends another one. */
 struct transmitter_t
 {
@@ -39,6 +47,9 @@ struct fake_board_t
 
     transmitter_t link;
     transmitter_t log;
+    send_interrupt_t link_send_interrupt = send_interrupt_t::level;
+    bool link_send_interrupt_on = false;
+    uint32_t link_interrupts = 0; /**< number of calls of the handler */
     /** Whether the port reports the end of the last bit, rather than only an empty buffer. */
     bool link_reports_last_bit = true;
     uint32_t cut_bytes = 0;       /**< still in transmission when the link's port was opened again */
@@ -85,8 +96,17 @@ struct fake_board_t
     /** Raises the interrupts of sensors, sensor 1 in the lowest bit, as one interrupt. */
     void signal(uint32_t sensors);
 
-    /** Enables an interrupt. A pending one is handled. */
-    void enable_link_interrupt();
+    /** Lets the link's port accept bytes again. */
+    void unblock_link();
+
+    /** The link's port interrupts if the end of a byte does that. */
+    void finish_link_byte();
+
+    /** The interrupts of the link. A handler never interrupts itself. */
+    void raise_link_interrupt();
+    void enable_link_interrupts(bool enabled);
+
+    /** Enables the interrupts of the sensors. A pending one is handled. */
     void enable_sensor_interrupts();
 
     /** Implements board_wait. */
@@ -95,12 +115,15 @@ struct fake_board_t
     bool is_woken = false;
 
 private:
+    bool wants_link_bytes() const;
     void run_due_events();
     void count_step();
 
     std::multimap<uint64_t, std::function<void()>> events;
     uint64_t steps = 0;
-    bool link_interrupt_enabled = false;
+    bool link_interrupts_enabled = false;
+    bool link_interrupt_pending = false;
+    bool handles_link_interrupt = false;
     bool sensor_interrupts_enabled = false;
 };
 

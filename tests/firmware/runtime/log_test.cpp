@@ -10,6 +10,8 @@
 
 #include "fake_board.h"
 #include "faults.h"
+#include "interrupts.h"
+#include "link.h"
 #include "retained.h"
 #include "zet_integration_log.h"
 
@@ -145,6 +147,19 @@ TEST_F(runtime_log, reports_a_fault_and_retains_it)
     EXPECT_EQ(board.log.sent, "fault: hard fault, pc 08001234; restarting\r\n");
     EXPECT_STREQ(retained_last_fault(), "hard fault, pc 08001234");
     EXPECT_THAT(board.server_log, testing::IsEmpty()) << "the server must not be called after a fault";
+}
+
+TEST_F(runtime_log, sends_the_rest_of_the_output_after_the_report_of_a_fault)
+{
+    link_open();
+    link_write("answer", 6);
+    disable_link_interrupts();
+    add_to_fault_report("hard fault");
+    board.log.sent.clear();
+    send_fault_report();
+    EXPECT_EQ(board.log.sent, "fault: hard fault; restarting\r\n");
+    EXPECT_EQ(board.link.sent, "answer");
+    EXPECT_FALSE(link_is_sending());
 }
 
 TEST_F(runtime_log, retains_a_fault_when_the_port_accepts_nothing)

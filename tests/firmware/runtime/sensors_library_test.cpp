@@ -141,6 +141,7 @@ TEST_F(runtime_sensors, times_out_exactly_even_if_another_sensor_signals)
 
 TEST_F(runtime_sensors, ends_a_wait_at_once_if_the_server_gives_it_up)
 {
+    board.poll_time_ns = 0;
     link_open();
     board.at(100, [] { board.receive("fra"); });
     board.at(200, [] { board.signal(bit(2)); });
