@@ -3,6 +3,9 @@
  */
 #include "zet_vantor_server_clock.h"
 
+#include <algorithm>
+#include <bit>
+
 void zet_server_clock_start(zet_server_clock_t *clock, const vantor_server_interface_t *link)
 {
     const bool runs = link->get_tick != nullptr && link->ticks_per_second > 0;
@@ -29,12 +32,23 @@ uint32_t zet_server_clock_period(const zet_server_clock_t *clock, float rate)
     {
         return 0;
     }
-    const double rounded = static_cast<double>(clock->ticks_per_second) / static_cast<double>(rate) + 0.5;
-    if (rounded >= static_cast<double>(UINT32_MAX))
+    // Divides integers: on many processors a division of `double` needs a kilobyte of code.
+    const auto bits = std::bit_cast<uint32_t>(rate);
+    const int exponent = std::max(static_cast<int>(bits >> 23U), 1) - 150;
+    const uint64_t mantissa = (bits & 0x7FFFFFU) | (bits >= 0x800000U ? 0x800000U : 0U);
+    uint64_t ticks = clock->ticks_per_second;
+    if (exponent > 32)
+    {
+        return 1;
+    }
+    if (-exponent >= std::countl_zero(ticks))
     {
         return UINT32_MAX;
     }
-    return rounded < 1.0 ? 1 : static_cast<uint32_t>(rounded);
+    ticks <<= std::max(-exponent, 0);
+    const uint64_t divisor = mantissa << std::max(exponent, 0);
+    const uint64_t rounded = (ticks + divisor / 2) / divisor;
+    return static_cast<uint32_t>(std::clamp<uint64_t>(rounded, 1, UINT32_MAX));
 }
 
 uint64_t zet_server_clock_next_due(uint64_t due, uint32_t period, uint64_t now)

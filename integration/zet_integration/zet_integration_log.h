@@ -30,8 +30,8 @@ extern "C" {
  * @param level   severity of the line, one of zet_log_level_t
  * @param module  tag of the module that logs, valid during the call
  * @param format  printf format of the text, without a line end, followed by its arguments; all are valid
- *                during the call only. The small C library of the firmware does not support `%llu`, `%zu`
- *                and `%f`
+ *                during the call only. The firmware does not support `%llu`, and writes the shortest text
+ *                of a floating-point number whatever its precision
  */
 void zet_integration_log(zet_log_level_t level, const char *module, const char *format, ...)
     ZET_PRINTF_FORMAT(3, 4);

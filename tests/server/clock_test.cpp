@@ -3,6 +3,8 @@
  */
 #include "zet_vantor_server_clock.h"
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -69,6 +71,23 @@ TEST(server_clock, rounds_a_period_to_the_nearest_tick)
     EXPECT_EQ(zet_server_clock_period(&clock, 6.0F), 167U);
     EXPECT_EQ(zet_server_clock_period(&clock, 400.0F), 3U);
     EXPECT_EQ(zet_server_clock_period(&clock, 0.5F), 2000U);
+}
+
+TEST(server_clock, rounds_the_exact_quotient_of_every_kind_of_rate)
+{
+    for (const uint32_t ticks_per_second : {1U, 1000U, 1000000U, UINT32_MAX})
+    {
+        const zet_server_clock_t clock = started(ticks_per_second);
+        for (uint32_t bits = 1; bits <= 0x7F800000U; bits += 49999)
+        {
+            const auto rate = std::bit_cast<float>(bits);
+            // 64 bits of precision are enough to find on which side of a half the quotient is.
+            const long double period = std::floor(
+                static_cast<long double>(ticks_per_second) / static_cast<long double>(rate) + 0.5L);
+            const auto limited = static_cast<uint32_t>(std::clamp<long double>(period, 1, UINT32_MAX));
+            ASSERT_EQ(zet_server_clock_period(&clock, rate), limited) << rate;
+        }
+    }
 }
 
 TEST(server_clock, limits_a_period_to_32_bits_and_at_least_one_tick)

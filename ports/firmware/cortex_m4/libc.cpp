@@ -2,11 +2,15 @@
  * System functions for the C library. Memory comes only from the board's allocator, and there are no files.
  */
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "cortex_m4.h"
+#include "divide.h"
+#include "format.h"
 #include "zet_decimal.h"
 
 namespace
@@ -115,6 +119,95 @@ size_t strlen(const char *text)
     return static_cast<size_t>(end - text);
 }
 
+// Those of the small C library are made for speed, in ten times as much code.
+
+void *memmove(void *destination, const void *source, size_t size)
+{
+    auto *to = static_cast<uint8_t *>(destination);
+    const auto *from = static_cast<const uint8_t *>(source);
+    if (to <= from || to >= from + size)
+    {
+        return std::memcpy(destination, source, size);
+    }
+    while (size > 0)
+    {
+        --size;
+        to[size] = from[size];
+    }
+    return destination;
+}
+
+int strncmp(const char *left, const char *right, size_t size)
+{
+    for (; size > 0; --size, ++left, ++right)
+    {
+        const int difference = static_cast<uint8_t>(*left) - static_cast<uint8_t>(*right);
+        if (difference != 0 || *left == '\0')
+        {
+            return difference;
+        }
+    }
+    return 0;
+}
+
+int strcmp(const char *left, const char *right)
+{
+    return std::strncmp(left, right, SIZE_MAX);
+}
+
+char *strchr(const char *text, int character)
+{
+    const char wanted = static_cast<char>(character);
+    while (*text != wanted && *text != '\0')
+    {
+        ++text;
+    }
+    return *text == wanted ? const_cast<char *>(text) : nullptr;
+}
+
+int vsnprintf(char *text, size_t size, const char *format, va_list arguments)
+{
+    return cortex_m4::format(text, size, format, arguments);
+}
+
+int snprintf(char *text, size_t size, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int count = cortex_m4::format(text, size, format, arguments);
+    va_end(arguments);
+    return count;
+}
+
+/** Divides for the compiler, which calls it for numbers of 64 bits. */
+// NOLINTNEXTLINE(cert-dcl37-c,cert-dcl51-cpp,readability-identifier-naming): the name is fixed
+uint64_t __udivmoddi4(uint64_t number, uint64_t divisor, uint64_t *remainder)
+{
+    const cortex_m4::quotient_t divided = cortex_m4::divide(number, divisor);
+    if (remainder != nullptr)
+    {
+        *remainder = divided.remainder;
+    }
+    return divided.quotient;
+}
+
+// cJSON refers to these functions, but calls those that it is given.
+
+void *malloc(size_t /*size*/)
+{
+    return nullptr;
+}
+
+void *realloc(void * /*memory*/, size_t /*size*/)
+{
+    return nullptr;
+}
+
+void free(void * /*memory*/)
+{
+}
+
+/** For functions of the C library that allocate by themselves. */
 void *_sbrk(ptrdiff_t /*increment*/)
 {
     errno = ENOMEM;
