@@ -9,7 +9,7 @@ if(CMAKE_CROSSCOMPILING)
     add_library(cjson STATIC ${cJSON_SOURCE}/cjson/cJSON.c)
     # The server checks the nesting before it calls the parser, with the same limit (zet_json_scan_max_depth).
     target_compile_definitions(cjson PRIVATE CJSON_NESTING_LIMIT=16)
-    target_compile_options(cjson PRIVATE -w)
+    target_compile_options(cjson PRIVATE -w -include ${CMAKE_CURRENT_LIST_DIR}/clear_cjson_node.h)
     target_include_directories(cjson SYSTEM PUBLIC ${cJSON_SOURCE})
     add_library(cJSON::cJSON ALIAS cjson)
   endif()

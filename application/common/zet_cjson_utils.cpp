@@ -147,7 +147,7 @@ void link_item(cJSON *container, cJSON *item)
  * @return true if the item was added. It is freed if the target is not a container, or if the target is an
  *         object and key is null.
  */
-bool add_item(cJSON *target, const char *key, cJSON *item)
+inline bool add_item(cJSON *target, const char *key, cJSON *item)
 {
     if (item == nullptr)
     {

@@ -82,9 +82,6 @@ char *write_escaped(zet_json_writer_t *writer, char *out, uint32_t character)
     return out + sizeof escaped - 1;
 }
 
-/** The bits of an item's type that give its kind; the others say who owns its parts. */
-constexpr int type_bits = 0xFF;
-
 /** Whether each byte is written to a JSON string unchanged and is a character by itself. */
 struct plain_bytes_t
 {
@@ -110,41 +107,40 @@ inline bool copy_plain_byte(char *out, const char *text)
     return plain_bytes.is_plain[static_cast<unsigned char>(*text)];
 }
 
+/** Most bytes that copy_plain_bytes copies. */
+constexpr uint32_t stride = 4;
+
+/** Copies bytes of a string up to the first that is not plain, at most a stride; returns how many are plain.
+ */
+inline uint32_t copy_plain_bytes(char *out, const char *text)
+{
+    if (!copy_plain_byte(out, text))
+    {
+        return 0;
+    }
+    if (!copy_plain_byte(out + 1, text + 1))
+    {
+        return 1;
+    }
+    if (!copy_plain_byte(out + 2, text + 2))
+    {
+        return 2;
+    }
+    return copy_plain_byte(out + 3, text + 3) ? stride : 3;
+}
+
 /** Writes the bytes of a string up to the first that is not plain, and advances the text to it. */
 char *write_plain_bytes(zet_json_writer_t *writer, char *out, const char **text)
 {
-    // Bytes between two checks for room.
-    constexpr uint32_t stride = 4;
-    const char *rest = *text;
-    // Plain bytes at the end, less than a stride.
     uint32_t count = 0;
-    for (;;)
+    do
     {
         out = reserve(writer, out, stride);
-        if (!copy_plain_byte(out, rest))
-        {
-            break;
-        }
-        if (!copy_plain_byte(out + 1, rest + 1))
-        {
-            count = 1;
-            break;
-        }
-        if (!copy_plain_byte(out + 2, rest + 2))
-        {
-            count = 2;
-            break;
-        }
-        if (!copy_plain_byte(out + 3, rest + 3))
-        {
-            count = 3;
-            break;
-        }
-        out += stride;
-        rest += stride;
-    }
-    *text = rest + count;
-    return out + count;
+        count = copy_plain_bytes(out, *text);
+        out += count;
+        *text += count;
+    } while (count == stride);
+    return out;
 }
 
 /** Writes a character of a string whose first byte is not plain, and advances the text. */
@@ -238,12 +234,15 @@ bool nests_within(const cJSON *container, uint32_t levels)
 /** A key that can be written without looking at its bytes. */
 struct known_key_t
 {
-    const char *key; /**< null if there is none */
+    const char *key; /**< no_key if there is none */
     uint32_t length; /**< in bytes, all of which are plain */
 };
 
 /** Most bytes of a known key. */
-constexpr uint32_t longest_known_key = 32;
+constexpr uint32_t longest_known_key = 8 * stride;
+
+/** No key of a document is at this address. */
+constexpr char no_key[] = "";
 
 /** A document that is being written. */
 struct document_t
@@ -254,51 +253,76 @@ struct document_t
 };
 
 /** Copies bytes, four at a time. */
-char *copy(char *out, const char *text, uint32_t length)
+inline void copy(char *out, const char *text, uint32_t length)
 {
     constexpr uint32_t word = 4;
-    for (; length >= word; length -= word)
+    if (length < word)
     {
-        std::memcpy(out, text, word);
-        out += word;
-        text += word;
+        for (uint32_t i = 0; i < length; ++i)
+        {
+            out[i] = text[i];
+        }
+        return;
     }
-    for (; length > 0; --length)
+    // The last four bytes can begin with some that were already copied.
+    const uint32_t last = length - word;
+    for (uint32_t i = 0; i < last; i += word)
     {
-        *out++ = *text++;
+        std::memcpy(out + i, text + i, word);
     }
-    return out;
+    std::memcpy(out + last, text + last, word);
+}
+
+/** Writes what follows a key. The room was reserved with that for the key. */
+inline char *end_key(char *out)
+{
+    out[0] = '"';
+    out[1] = ':';
+    return out + 2;
+}
+
+/** Writes the rest of a key that is long or not plain. */
+[[gnu::noinline]] char *put_rest_of_key(zet_json_writer_t *writer, char *out, const char *rest)
+{
+    out = write_plain_bytes(writer, out, &rest);
+    return put(writer, put_rest(writer, out, rest), ':');
 }
 
 /** Writes a key, and notes it at its place in the object. */
 [[gnu::noinline]] char *put_new_key(document_t &document, char *out, const char *key, uint32_t place)
 {
-    zet_json_writer_t *const writer = document.writer;
-    const char *rest = key;
-    out = write_plain_bytes(writer, put(writer, out, '"'), &rest);
-    const auto length = static_cast<uint32_t>(rest - key);
-    const bool is_plain = *rest == '\0' && length <= longest_known_key;
+    const char *const begin = key != nullptr ? key : "";
+    out = reserve(document.writer, out, longest_known_key + 3);
+    *out++ = '"';
+    const char *rest = begin;
+    uint32_t count = 0;
+    do
+    {
+        count = copy_plain_bytes(out, rest);
+        out += count;
+        rest += count;
+    } while (count == stride && rest != begin + longest_known_key);
+    const bool is_plain = *rest == '\0';
     if (place < std::size(document.keys))
     {
-        document.keys[place] = {is_plain ? key : nullptr, length};
+        document.keys[place] = {is_plain ? key : no_key, static_cast<uint32_t>(rest - begin)};
         document.key_count = std::max(document.key_count, place + 1);
     }
-    return put(writer, put_rest(writer, out, rest), ':');
+    return is_plain ? end_key(out) : put_rest_of_key(document.writer, out, rest);
 }
 
 /** Writes the key of a member at a place of an object, and the colon. */
-char *put_key(document_t &document, char *out, const char *key, uint32_t place)
+inline char *put_key(document_t &document, char *out, const char *key, uint32_t place)
 {
     if (place >= document.key_count || document.keys[place].key != key)
     {
         return put_new_key(document, out, key, place);
     }
+    const uint32_t length = document.keys[place].length;
     out = reserve(document.writer, out, longest_known_key + 3);
-    *out = '"';
-    out = copy(out + 1, key, document.keys[place].length);
-    out[0] = '"';
-    out[1] = ':';
-    return out + 2;
+    *out++ = '"';
+    copy(out, key, length);
+    return end_key(out + length);
 }
 
 [[gnu::noinline]] char *put_container(document_t &document, char *out, const cJSON *item);
@@ -307,22 +331,21 @@ char *put_key(document_t &document, char *out, const char *key, uint32_t place)
 inline char *put_value(document_t &document, char *out, const cJSON *item)
 {
     zet_json_writer_t *const writer = document.writer;
-    switch (item->type & type_bits)
+    const auto kind = static_cast<uint32_t>(item->type);
+    if ((kind & (cJSON_False | cJSON_True)) != 0U)
     {
-    case cJSON_Object:
-    case cJSON_Array:
-        return put_container(document, out, item);
-    case cJSON_String:
-        return put_string(writer, out, item->valuestring);
-    case cJSON_Number:
-        return put_number(writer, out, item->valuedouble);
-    case cJSON_True:
-        return put_bool(writer, out, true);
-    case cJSON_False:
-        return put_bool(writer, out, false);
-    default:
-        return put_word(writer, out, "null");
+        return put_bool(writer, out, (kind & cJSON_True) != 0U);
     }
+    if ((kind & cJSON_Number) != 0U)
+    {
+        return put_number(writer, out, item->valuedouble);
+    }
+    if ((kind & (cJSON_Object | cJSON_Array)) != 0U)
+    {
+        return put_container(document, out, item);
+    }
+    return (kind & cJSON_String) != 0U ? put_string(writer, out, item->valuestring)
+                                       : put_word(writer, out, "null");
 }
 
 /** Writes an object or an array with its contents. */
@@ -341,7 +364,7 @@ char *put_container(document_t &document, char *out, const cJSON *item)
         }
         if (is_object)
         {
-            out = put_key(document, out, child->string != nullptr ? child->string : "", place);
+            out = put_key(document, out, child->string, place);
         }
         out = put_value(document, out, child);
         ++place;
