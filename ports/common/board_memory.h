@@ -22,8 +22,8 @@
  * statistics start again at zero.
  *
  * @param region  the memory, of any alignment; used until the next call
- * @param size    its size in bytes, less than 4 GiB; the allocator itself needs some hundreds of bytes, on a
- *                PC some thousands
+ * @param size    its size in bytes, less than 4 GiB, on a 32-bit processor less than 2 GiB; the
+ *                allocator itself needs some hundreds of bytes, on a PC some thousands
  */
 void memory_lend(void *region, size_t size);
 

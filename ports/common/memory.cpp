@@ -10,7 +10,14 @@
  *
  * The free block that was split or joined last is loose: it is in no bin, and only the heap knows where it
  * is. A document is built by splitting many small blocks off one block, and freed by joining them again, so
- * that most steps only move an end of the loose block.
+ * that most steps only move an end of the loose block. A document is freed level by level: a few blocks that
+ * were loose before wait in a list, because they are often joined again before they are needed. They are put
+ * into bins before the next block is chosen.
+ *
+ * A few small blocks are tagged when they are allocated: once freed, they are kept in quick lists, for the
+ * next request of their size, and their neighbours see them as in use. So the documents of a session always
+ * get the same blocks. The quick lists are released, and all tags lose their meaning, before a large request
+ * is served, before one fails, and before more would be in use than ever, because kept blocks are not in use.
  *
  * A block is its header, one word, and the memory that the caller gets. A free block in a bin stores its
  * links in that memory and its own address in its last word, where the next block finds it.
@@ -61,7 +68,8 @@ static_assert(offsetof(block_t, next) == header_size && smallest_block % alignme
 
 constexpr size_t in_use = 1;
 constexpr size_t previous_is_free = 2; /**< means nothing behind the loose block */
-constexpr size_t is_kept = 4;          /**< allocated before memory_keep */
+constexpr size_t is_kept = 4;          /**< of a block in use: allocated before memory_keep */
+constexpr size_t is_recent = 4;        /**< of a free block: in the list of recent blocks, not in a bin */
 constexpr size_t all_flags = alignment - 1;
 
 /** Number of bins for one power of two. */
@@ -89,6 +97,22 @@ constexpr bin_t bin_of(size_t size)
 
 constexpr size_t level_count = bin_of(SIZE_MAX).level + 1;
 constexpr size_t level_0_end = 2 * divisions * alignment;
+
+/** Most blocks in the list of recent blocks, which are put into bins all at once. */
+constexpr size_t most_recent = 16;
+
+/** Most blocks that are in quick lists or get there when they are freed; the lists are released together. */
+constexpr size_t most_quick = 32;
+
+/** Largest size of a block in a quick list. */
+constexpr size_t largest_quick = 8 * alignment;
+
+/** Bits of the header of a tagged block that are not part of the tag. */
+constexpr size_t untagged = std::bit_ceil(largest_quick + 1) - 1;
+
+/** The tag of the blocks that get into quick lists: this bit, and above `untagged` how often the lists were
+ * released. When all tags were used, no block is tagged any more. */
+constexpr size_t is_tagged = SIZE_MAX - SIZE_MAX / 2;
 
 /** One bit per level, or per bin of a level; the first one is the highest bit. */
 using bit_map_t = size_t;
@@ -128,17 +152,23 @@ constexpr size_t round_up(size_t value, size_t unit)
 
 struct heap_t
 {
-    void *region;
-    block_t **bins;     /**< at the start of the region, as many as a region of this size needs */
+    block_t *quick[largest_quick / alignment + 1]; /**< lists of kept blocks, by size */
+    size_t quick_tag;   /**< of the blocks that get into the lists; 0 when all tags were used */
+    size_t quick_count; /**< number of blocks with this tag, in use or in a list */
     block_t *loose;     /**< the free block that is not in a bin; null when all are in bins */
-    block_t *loose_end; /**< the block behind it, which is in use, as is the one before it; or null */
-    bool is_open;       /**< whether small blocks are split off the loose block */
-    block_t *aside;     /**< the block that was loose before; marked as free, but not in a bin; or null */
+    uintptr_t limit;    /**< how far it may be split without a check for anything else; 0: not at all */
+    size_t least_split; /**< with a limit: smaller blocks may fit into a bin of level 0 */
+    block_t *loose_end; /**< the block behind the loose one, in use, as is the one before it; or null */
+    block_t *recent;    /**< the blocks that were loose before; marked as free, but not in bins */
+    size_t recent_count;
+    bool is_open;   /**< small blocks are split off the loose block, when there are no recent ones */
+    size_t taken;   /**< in use or loose now */
+    size_t peak;    /**< highest number of bytes in use */
+    block_t **bins; /**< at the start of the region, as many as a region of this size needs */
     bit_map_t used_levels;
-    bit_map_t used_bins[level_count];
+    bit_map_t *used_bins; /**< for each level of the region's bins, behind them */
+    void *region;
     size_t size;       /**< of the region */
-    size_t live;       /**< in use now */
-    size_t peak;       /**< highest value of live */
     uint32_t failures; /**< number of requests that have failed */
     block_t *first;    /**< the first block; null without memory */
 };
@@ -169,7 +199,7 @@ void expect_allocated([[maybe_unused]] const void *memory)
 
 MAY_TOUCH_POISON size_t size_of(const block_t *any)
 {
-    return any->header & ~all_flags;
+    return any->header & ((any->header & is_tagged) != 0U ? untagged : SIZE_MAX) & ~all_flags;
 }
 
 block_t *block_at(block_t *from, size_t distance)
@@ -190,13 +220,15 @@ block_t *&block_before(block_t *any)
     return *(reinterpret_cast<block_t **>(any) - 1);
 }
 
-/** Puts a free block into the bin for its size. */
-MAY_TOUCH_POISON void put_into_bin(block_t *freed)
+/** Returns the number of bytes in use. */
+size_t live()
 {
-    const bin_t bin = bin_of(freed->header);
-    heap.used_levels |= bit_at(bin.level);
-    heap.used_bins[bin.level] |= bit_at(bin.number);
-    block_t **link = &heap.bins[bin.index()];
+    return heap.taken - distance(heap.loose, heap.loose_end);
+}
+
+/** Adds a free block to a list. */
+MAY_TOUCH_POISON void put_into_list(block_t *freed, block_t **link)
+{
     freed->link = link;
     freed->next = *link;
     if (freed->next != nullptr)
@@ -206,17 +238,31 @@ MAY_TOUCH_POISON void put_into_bin(block_t *freed)
     *link = freed;
 }
 
-/** Removes a free block from its bin. */
-MAY_TOUCH_POISON void remove_from_bin(const block_t *freed)
+/** Puts a free block into the bin for its size. */
+MAY_TOUCH_POISON void put_into_bin(block_t *freed)
 {
+    const bin_t bin = bin_of(freed->header);
+    heap.used_levels |= bit_at(bin.level);
+    heap.used_bins[bin.level] |= bit_at(bin.number);
+    put_into_list(freed, &heap.bins[bin.index()]);
+}
+
+/** Removes a free block from its bin, or from the recent ones. Returns the block behind it. */
+MAY_TOUCH_POISON block_t *detach(block_t *freed)
+{
+    const size_t size = size_of(freed);
+    heap.taken += size;
     *freed->link = freed->next;
     if (freed->next != nullptr)
     {
         freed->next->link = freed->link;
-        return;
     }
-    const bin_t bin = bin_of(freed->header);
-    if (heap.bins[bin.index()] == nullptr)
+    const bin_t bin = bin_of(size);
+    if ((freed->header & is_recent) != 0U)
+    {
+        --heap.recent_count;
+    }
+    else if (heap.bins[bin.index()] == nullptr)
     {
         heap.used_bins[bin.level] &= ~bit_at(bin.number);
         if (heap.used_bins[bin.level] == 0U)
@@ -224,76 +270,75 @@ MAY_TOUCH_POISON void remove_from_bin(const block_t *freed)
             heap.used_levels &= ~bit_at(bin.level);
         }
     }
+    return block_at(freed, size);
 }
 
 /** Makes a part of the region a free block. */
-MAY_TOUCH_POISON void mark_free(block_t *freed, size_t size)
+MAY_TOUCH_POISON void mark_free(block_t *freed, block_t *following)
 {
-    block_t *following = block_at(freed, size);
-    freed->header = size;
+    freed->header = distance(freed, following);
     block_before(following) = freed;
     following->header |= previous_is_free;
 }
 
-/** Puts the block that was set aside into its bin. */
-void put_aside_into_bin()
+/** Puts the recent blocks into bins. */
+[[gnu::noinline]] MAY_TOUCH_POISON void put_recent_into_bins()
 {
-    if (heap.aside != nullptr)
+    heap.is_open = false;
+    heap.recent_count = 0;
+    while (heap.recent != nullptr)
     {
-        put_into_bin(heap.aside);
-        heap.aside = nullptr;
+        block_t *const freed = heap.recent;
+        heap.recent = freed->next;
+        freed->header &= ~is_recent;
+        put_into_bin(freed);
     }
 }
 
-/** Sets the loose block aside: a document is freed level by level, and its blocks are often joined again. */
+/** Adds the loose block to the recent ones. */
 MAY_TOUCH_POISON void set_loose_aside()
 {
-    if (heap.loose != nullptr)
+    block_t *const freed = heap.loose;
+    if (freed == nullptr)
     {
-        put_aside_into_bin();
-        mark_free(heap.loose, distance(heap.loose, heap.loose_end));
-        heap.aside = heap.loose;
-        heap.loose = nullptr;
-        heap.loose_end = nullptr;
-        heap.is_open = false;
+        return;
     }
+    if (heap.recent_count == most_recent)
+    {
+        put_recent_into_bins();
+    }
+    ++heap.recent_count;
+    mark_free(freed, heap.loose_end);
+    heap.taken -= freed->header;
+    freed->header |= is_recent;
+    put_into_list(freed, &heap.recent);
+    heap.loose = nullptr;
+    heap.loose_end = nullptr;
+    heap.limit = 0;
 }
 
 /** Puts all free blocks into bins. */
 void settle()
 {
     set_loose_aside();
-    put_aside_into_bin();
-}
-
-/** Removes a free block from its bin, or from being set aside. */
-MAY_TOUCH_POISON void detach(const block_t *freed)
-{
-    if (freed == heap.aside)
-    {
-        heap.aside = nullptr;
-    }
-    else
-    {
-        remove_from_bin(freed);
-    }
+    put_recent_into_bins();
 }
 
 /** Returns the first block in the given bins of a level or, if they are empty, of a later level; or null. */
 MAY_TOUCH_POISON block_t *first_in_bins(size_t level, bit_map_t bins)
 {
-    bit_map_t used = heap.used_bins[level] & bins;
-    if (used == 0U)
+    const bit_map_t used_here = (heap.used_levels & bit_at(level)) != 0U ? heap.used_bins[level] & bins : 0U;
+    if (used_here != 0U)
     {
-        const bit_map_t used_levels = heap.used_levels & bits_after(level);
-        if (used_levels == 0U)
-        {
-            return nullptr;
-        }
-        level = first_place(used_levels);
-        used = heap.used_bins[level];
+        return heap.bins[bin_t{level, first_place(used_here)}.index()];
     }
-    return heap.bins[bin_t{level, first_place(used)}.index()];
+    const bit_map_t used_levels = heap.used_levels & bits_after(level);
+    if (used_levels == 0U)
+    {
+        return nullptr;
+    }
+    const size_t used_level = first_place(used_levels);
+    return heap.bins[bin_t{used_level, first_place(heap.used_bins[used_level])}.index()];
 }
 
 /** Makes a free block of at least a size the loose one; false when there is none. */
@@ -311,21 +356,34 @@ MAY_TOUCH_POISON bool take_from_bins(size_t size)
     {
         return false;
     }
-    remove_from_bin(taken);
+    heap.loose_end = detach(taken);
     heap.loose = taken;
-    heap.loose_end = block_at(taken, taken->header);
     return true;
+}
+
+/** Returns the smallest size for which no bin of level 0 has a block. */
+MAY_TOUCH_POISON size_t least_without_small_hole()
+{
+    return heap.used_bins[0] != 0U ? (last_place(heap.used_bins[0]) + 1) * alignment : 0;
 }
 
 /** Returns whether a block is to be split off the loose one: no bin of level 0 has a better fit. */
 MAY_TOUCH_POISON bool is_for_open_block(size_t size)
 {
-    return size < level_0_end && (heap.used_bins[0] & bits_from(size / alignment)) == 0U && heap.is_open &&
-           distance(heap.loose, heap.loose_end) >= size;
+    return heap.is_open && size < level_0_end && size >= least_without_small_hole() &&
+           heap.recent == nullptr && distance(heap.loose, heap.loose_end) >= size;
+}
+
+/** Lets small blocks be split off the open block until it is too small, or more is in use than ever. */
+void set_limit()
+{
+    const size_t room = distance(heap.loose, heap.loose_end) - smallest_block;
+    heap.limit = reinterpret_cast<uintptr_t>(heap.loose) + std::min(room, heap.peak - live());
+    heap.least_split = least_without_small_hole();
 }
 
 /** Splits a block off the loose one. */
-[[gnu::always_inline]] MAY_TOUCH_POISON inline void *split(size_t size)
+MAY_TOUCH_POISON void split(size_t size)
 {
     block_t *const taken = heap.loose;
     const size_t rest = distance(taken, heap.loose_end) - size;
@@ -339,64 +397,39 @@ MAY_TOUCH_POISON bool is_for_open_block(size_t size)
         heap.loose_end->header &= ~previous_is_free;
         heap.loose = nullptr;
         heap.loose_end = nullptr;
+        heap.limit = 0;
         heap.is_open = false;
     }
     taken->header = size | in_use;
-    heap.live += size;
-    heap.peak = std::max(heap.peak, heap.live);
-    return &taken->next;
+    heap.peak = std::max(heap.peak, live());
 }
 
-/** Allocates a block that is not split off the open one. */
-[[gnu::noinline]] MAY_TOUCH_POISON void *allocate_from_bins(size_t size)
+/** Joins a free block with its free neighbours, except in simple cases; the result is the loose block. */
+[[gnu::noinline]] MAY_TOUCH_POISON void join_any(block_t *freed, block_t *end)
 {
-    if (!take_from_bins(size))
+    if (freed == heap.loose_end)
     {
-        ++heap.failures;
-        return nullptr;
+        heap.loose_end = detach(end);
+        return;
     }
-    heap.is_open = size < level_0_end;
-    return split(size);
+    if (end != heap.loose)
+    {
+        set_loose_aside();
+        heap.loose_end = (end->header & in_use) == 0U ? detach(end) : end;
+    }
+    if ((freed->header & previous_is_free) != 0U)
+    {
+        freed = block_before(freed);
+        detach(freed);
+        heap.limit = 0;
+    }
+    heap.loose = freed;
 }
 
 /** Joins a free block with its free neighbours; the result is the loose block. */
-[[gnu::noinline]] MAY_TOUCH_POISON void join(block_t *freed, block_t *end)
+MAY_TOUCH_POISON void join(block_t *freed)
 {
-    block_t *start = freed;
-    if (freed == heap.loose_end)
-    {
-        start = heap.loose;
-    }
-    else if (end != heap.loose)
-    {
-        set_loose_aside();
-    }
-    if (end == heap.loose)
-    {
-        end = heap.loose_end;
-    }
-    else if ((end->header & in_use) == 0U)
-    {
-        detach(end);
-        end = block_at(end, end->header);
-    }
-    if (start == freed && (freed->header & previous_is_free) != 0U)
-    {
-        start = block_before(freed);
-        detach(start);
-    }
-    heap.loose = start;
-    heap.loose_end = end;
-}
-
-/** Frees a block and joins it with its free neighbours. */
-MAY_TOUCH_POISON void free_block(block_t *freed)
-{
-    const size_t size = size_of(freed);
-    heap.live -= size;
-    poison(&freed->next, size - header_size);
-
-    block_t *const end = block_at(freed, size);
+    block_t *const end = block_at(freed, freed->header & ~all_flags);
     if (freed == heap.loose_end && (end->header & in_use) != 0U)
     {
         heap.loose_end = end;
@@ -407,13 +440,115 @@ MAY_TOUCH_POISON void free_block(block_t *freed)
     }
     else
     {
-        join(freed, end);
+        join_any(freed, end);
     }
+}
+
+/** Removes an old tag from a block, and frees it for any request. */
+[[gnu::noinline]] MAY_TOUCH_POISON void release(block_t *freed)
+{
+    freed->header &= (freed->header & is_tagged) != 0U ? untagged : SIZE_MAX;
+    join(freed);
+}
+
+/** Frees the blocks in the quick lists; returns whether there were any. */
+MAY_TOUCH_POISON bool release_quick()
+{
+    bool any = false;
+    if (heap.quick_count > 0)
+    {
+        heap.quick_count = 0;
+        heap.quick_tag += heap.quick_tag != 0U ? untagged + 1 : 0U;
+        for (block_t *&list : heap.quick)
+        {
+            while (list != nullptr)
+            {
+                block_t *const freed = list;
+                list = freed->next;
+                release(freed);
+                any = true;
+            }
+        }
+    }
+    return any;
+}
+
+/** Allocates a block after a check of everything. */
+[[gnu::noinline]] MAY_TOUCH_POISON void *allocate_with_checks(size_t size)
+{
+    // Kept blocks must not make other requests fail, or be counted as in use when more is in use than ever.
+    if (size > largest_quick || live() + size + smallest_block > heap.peak)
+    {
+        release_quick();
+    }
+    if (!is_for_open_block(size))
+    {
+        if (!take_from_bins(size) && !(release_quick() && take_from_bins(size)))
+        {
+            ++heap.failures;
+            return nullptr;
+        }
+        heap.is_open = size < level_0_end;
+    }
+    block_t *const taken = heap.loose;
+    split(size);
+    if (size_of(taken) <= largest_quick && heap.quick_count < most_quick)
+    {
+        ++heap.quick_count;
+        taken->header |= heap.quick_tag;
+    }
+    else if (heap.is_open && heap.quick_count == most_quick)
+    {
+        set_limit();
+    }
+    return &taken->next;
+}
+
+/** Allocates a block of at most largest_quick. */
+MAY_TOUCH_POISON void *allocate_quick(size_t size)
+{
+    block_t *&list = heap.quick[size / alignment];
+    block_t *const quick = list;
+    if (quick != nullptr)
+    {
+        list = quick->next;
+        return &quick->next;
+    }
+    // The limit makes most steps of building a large document short.
+    block_t *const taken = heap.loose;
+    if (size < heap.least_split || reinterpret_cast<uintptr_t>(taken) + size > heap.limit)
+    {
+        return allocate_with_checks(size);
+    }
+    heap.loose = block_at(taken, size);
+    taken->header = size | in_use;
+    return &taken->next;
+}
+
+/** Frees a block. */
+MAY_TOUCH_POISON void free_block(block_t *freed)
+{
+    poison(&freed->next, size_of(freed) - header_size);
+    if ((freed->header & is_tagged) == 0U)
+    {
+        join(freed);
+        return;
+    }
+    const size_t header = freed->header ^ heap.quick_tag;
+    if (header > untagged)
+    {
+        release(freed);
+        return;
+    }
+    block_t *&list = heap.quick[header / alignment];
+    freed->next = list;
+    list = freed;
 }
 
 /** Returns the largest request that would succeed now. */
 MAY_TOUCH_POISON size_t largest_free()
 {
+    release_quick();
     settle();
     if (heap.used_levels == 0U)
     {
@@ -429,9 +564,10 @@ MAY_TOUCH_POISON size_t largest_free()
 MAY_TOUCH_POISON void *zet_integration_mem_alloc(size_t size)
 {
     constexpr size_t largest = SIZE_MAX - header_size - all_flags;
-    const size_t block_size =
-        size <= largest ? std::max(round_up(size + header_size, alignment), smallest_block) : SIZE_MAX;
-    void *const memory = is_for_open_block(block_size) ? split(block_size) : allocate_from_bins(block_size);
+    const size_t block_size = std::max(round_up(size + header_size, alignment), smallest_block);
+    void *const memory = size <= largest_quick - header_size
+                             ? allocate_quick(block_size)
+                             : allocate_with_checks(size <= largest ? block_size : SIZE_MAX);
     if (memory != nullptr)
     {
         unpoison(memory, std::max(size, size_t{1}));
@@ -439,8 +575,7 @@ MAY_TOUCH_POISON void *zet_integration_mem_alloc(size_t size)
     return memory;
 }
 
-// Not inlined in memory_recover, because two copies would be larger and slower.
-[[gnu::noinline]] void zet_integration_mem_free(void *ptr)
+void zet_integration_mem_free(void *ptr)
 {
     if (ptr != nullptr)
     {
@@ -455,10 +590,12 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     heap = {};
     heap.region = region;
     heap.size = size;
+    heap.quick_tag = is_tagged;
 
     // Offsets from the start; the memory of the first block and of the end mark is aligned.
     const auto start = reinterpret_cast<uintptr_t>(region);
-    const size_t bins_size = (bin_of(size).index() + 1U) * pointer_size;
+    const size_t bin_count = bin_of(size).index() + 1U;
+    const size_t bins_size = (bin_count + bin_of(size).level + 1U) * pointer_size;
     const size_t bins = round_up(start, pointer_size) - start;
     const size_t first = round_up(start + bins + bins_size + header_size, alignment) - start;
     const size_t behind_last = (start + size) % alignment;
@@ -470,17 +607,19 @@ MAY_TOUCH_POISON void memory_lend(void *region, size_t size)
     auto *bytes = static_cast<unsigned char *>(region);
     std::memset(bytes + bins, 0, bins_size);
     heap.bins = reinterpret_cast<block_t **>(bytes + bins);
+    heap.used_bins = reinterpret_cast<bit_map_t *>(heap.bins + bin_count);
     auto *all = reinterpret_cast<block_t *>(bytes + first - header_size);
     const size_t all_size = size - behind_last - first;
     block_at(all, all_size)->header = in_use;
     heap.first = all;
-    mark_free(all, all_size);
+    mark_free(all, block_at(all, all_size));
     put_into_bin(all);
     poison(region, size);
 }
 
 MAY_TOUCH_POISON void memory_keep()
 {
+    release_quick();
     settle();
     // The end mark has the size 0.
     for (block_t *block = heap.first; block != nullptr && size_of(block) > 0;
@@ -492,8 +631,9 @@ MAY_TOUCH_POISON void memory_keep()
 
 MAY_TOUCH_POISON size_t memory_recover()
 {
+    release_quick();
     settle();
-    const size_t live = heap.live;
+    const size_t live_before = live();
     block_t *following = nullptr;
     for (block_t *block = heap.first; block != nullptr && size_of(block) > 0; block = following)
     {
@@ -503,10 +643,11 @@ MAY_TOUCH_POISON size_t memory_recover()
             // Freeing joins the block with a free one behind it.
             const bool joins = (following->header & in_use) == 0U;
             following = joins ? block_at(following, size_of(following)) : following;
-            zet_integration_mem_free(&block->next);
+            poison(&block->next, size_of(block) - header_size);
+            release(block);
         }
     }
-    return live - heap.live;
+    return live_before - live();
 }
 
 MAY_TOUCH_POISON void memory_get(zet_vantor_server_memory_t *memory)
@@ -515,9 +656,9 @@ MAY_TOUCH_POISON void memory_get(zet_vantor_server_memory_t *memory)
     {
         return;
     }
-    memory->size = static_cast<uint32_t>(heap.size);
-    memory->live = static_cast<uint32_t>(heap.live);
-    memory->peak = static_cast<uint32_t>(heap.peak);
     memory->largest_free = static_cast<uint32_t>(largest_free());
+    memory->size = static_cast<uint32_t>(heap.size);
+    memory->live = static_cast<uint32_t>(live());
+    memory->peak = static_cast<uint32_t>(heap.peak);
     memory->failures = heap.failures;
 }

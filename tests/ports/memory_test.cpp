@@ -75,11 +75,11 @@ size_t random_below(std::mt19937 &random, size_t limit)
     return random() % limit;
 }
 
-/** Requests pieces of random sizes until a request fails. */
-std::vector<void *> fill(std::mt19937 &random, size_t largest)
+/** Requests pieces until a request fails. */
+std::vector<void *> fill(const std::function<size_t()> &next_size)
 {
     std::vector<void *> pieces;
-    while (void *piece = zet_integration_mem_alloc(random_below(random, largest) + 1))
+    while (void *piece = zet_integration_mem_alloc(next_size()))
     {
         pieces.push_back(piece);
     }
@@ -331,6 +331,83 @@ TEST(memory, a_small_piece_fills_a_hole_even_after_a_large_piece)
     EXPECT_EQ(zet_integration_mem_alloc(40), hole);
 }
 
+TEST(memory, at_most_32_small_pieces_are_kept_for_requests_of_their_size)
+{
+    const lent_memory_t lent(65536);
+    // More was in use once, so that no request of the test is larger than ever.
+    zet_integration_mem_free(zet_integration_mem_alloc(32768));
+    std::vector<void *> pieces;
+    for (int i = 0; i < 100; ++i)
+    {
+        pieces.push_back(zet_integration_mem_alloc(40));
+    }
+    free_all(pieces);
+    std::vector<void *> again;
+    for (size_t i = 0; i < pieces.size(); ++i)
+    {
+        again.push_back(zet_integration_mem_alloc(40));
+    }
+    // The first 32 pieces were kept, and the last one freed comes first. The others were joined.
+    for (size_t i = 0; i < 32; ++i)
+    {
+        EXPECT_EQ(again[i], pieces[31 - i]);
+    }
+    for (size_t i = 32; i < pieces.size(); ++i)
+    {
+        EXPECT_EQ(again[i], pieces[i]);
+    }
+}
+
+TEST(memory, kept_pieces_do_not_make_other_requests_fail)
+{
+    const lent_memory_t lent(4096);
+    for (const size_t size : {size_t{1}, 2 * alignment, 200 * word})
+    {
+        free_all(fill([] { return 40; }));
+        const std::vector<void *> pieces = fill([size] { return size; });
+        EXPECT_GE(pieces.size() * cost(size) + cost(size), memory().live + memory().largest_free);
+        EXPECT_LT(memory().largest_free, size);
+        free_all(pieces);
+    }
+}
+
+TEST(memory, a_large_piece_can_be_where_small_ones_were_kept)
+{
+    const lent_memory_t lent(65536);
+    zet_integration_mem_free(zet_integration_mem_alloc(32768));
+    std::vector<void *> pieces;
+    for (int i = 0; i < 10; ++i)
+    {
+        pieces.push_back(zet_integration_mem_alloc(40));
+    }
+    zet_integration_mem_alloc(40);
+    free_all(pieces);
+    EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(10 * cost(40))), pieces[0]);
+}
+
+TEST(memory, kept_pieces_do_not_count_as_in_use)
+{
+    const lent_memory_t lent(65536);
+    std::vector<void *> pieces;
+    for (size_t i = 0; i < 60; ++i)
+    {
+        pieces.push_back(zet_integration_mem_alloc(40));
+    }
+    // These pieces are kept. None of the other size can use them.
+    free_all({pieces.begin(), pieces.begin() + 30});
+    for (size_t i = 0; i < 20; ++i)
+    {
+        zet_integration_mem_alloc(1);
+    }
+    EXPECT_EQ(memory().peak, 60 * cost(40));
+    EXPECT_EQ(memory().live, 30 * cost(40) + 20 * cost(1));
+    for (size_t i = 0; i < 200; ++i)
+    {
+        zet_integration_mem_alloc(1);
+    }
+    EXPECT_EQ(memory().peak, 30 * cost(40) + 220 * cost(1));
+}
+
 TEST(memory, full_memory_is_one_free_block_again_after_frees_in_any_order)
 {
     std::mt19937 random(1);
@@ -338,7 +415,7 @@ TEST(memory, full_memory_is_one_free_block_again_after_frees_in_any_order)
     const size_t all = memory().largest_free;
     for (const size_t largest : {16U, 100U, 1000U, 50000U})
     {
-        std::vector<void *> pieces = fill(random, largest);
+        std::vector<void *> pieces = fill([&] { return random_below(random, largest) + 1; });
         EXPECT_LT(memory().largest_free, largest);
         std::shuffle(pieces.begin(), pieces.end(), random);
         free_all(pieces);
