@@ -30,12 +30,13 @@ constexpr uint64_t most_frames = 1'000'000'000'000;
 /** The lists of items in a collection: one, or two while the metadata of the items are being replaced. */
 constexpr std::array<const char *, 2> stream_members = {"core:streams", next_streams_member};
 
-/** Whether a path exists; throws bad_recording if that is unknown, for example without permission. */
+/** Whether a path exists, also after links; throws bad_recording if that is unknown, for example without
+ * permission. */
 bool is_there(const std::filesystem::path &path)
 {
     std::error_code failure;
     const bool found = std::filesystem::exists(path, failure);
-    if (failure)
+    if (failure && failure != std::errc::too_many_symbolic_link_levels)
     {
         throw bad_recording("Cannot read " + path.string() + ": " + failure.message() + ".");
     }

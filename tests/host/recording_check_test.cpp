@@ -119,6 +119,17 @@ TEST(recording_check, can_be_stopped_while_it_reads_data_without_rows)
     EXPECT_THROW(check_recording(files.path, {}, stop), cancelled);
 }
 
+TEST(recording_check, reads_the_copies_if_the_collection_is_a_link_to_itself)
+{
+    const recording_files files(true);
+    const auto collection = files.path / "session.sigmf-collection";
+    std::filesystem::remove(collection);
+    std::filesystem::create_symlink(collection.filename(), collection);
+    const auto check = check_recording(files.path);
+    EXPECT_EQ(check.frames, recording_files::frames);
+    EXPECT_THAT(check.faults, ElementsAre(HasSubstr("Too many levels of symbolic links")));
+}
+
 TEST(recording_check, can_be_stopped_while_it_counts_rows)
 {
     const recording_files files(true);

@@ -552,7 +552,7 @@ def test_gaps_of_an_unfinished_recording_come_from_the_ticks(with_gaps: Path, tm
 
 
 # A last line of the truth that is too long, and a group that is not a list.
-@pytest.mark.parametrize("seed", sorted({*range(COUNT), 692, 1578}))
+@pytest.mark.parametrize("seed", sorted({*range(COUNT), 351, 692, 1090, 1578}))
 def test_damage_is_what_the_host_reports(seed: int, two_sensors: Path, tmp_path: Path) -> None:
     directory = tmp_path / "damaged"
     shutil.copytree(two_sensors, directory)
