@@ -473,6 +473,13 @@ MAY_TOUCH_POISON bool release_quick()
     return any;
 }
 
+/** Frees a block with its neighbours in the quick lists: later requests may need all of its surroundings. */
+[[gnu::noinline]] MAY_TOUCH_POISON void free_large(block_t *freed)
+{
+    release_quick();
+    release(freed);
+}
+
 /** Allocates a block after a check of everything. */
 [[gnu::noinline]] MAY_TOUCH_POISON void *allocate_with_checks(size_t size)
 {
@@ -531,7 +538,14 @@ MAY_TOUCH_POISON void free_block(block_t *freed)
     poison(&freed->next, size_of(freed) - header_size);
     if ((freed->header & is_tagged) == 0U)
     {
-        join(freed);
+        if (freed->header > largest_quick + all_flags)
+        {
+            free_large(freed);
+        }
+        else
+        {
+            join(freed);
+        }
         return;
     }
     const size_t header = freed->header ^ heap.quick_tag;

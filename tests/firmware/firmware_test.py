@@ -22,6 +22,8 @@ FAULTY_FIRMWARE = os.environ["VANTOR_FAULTY_FIRMWARE"]
 EMULATE_BOARD = os.path.join(os.path.dirname(__file__), "../../scripts/emulate-board")
 
 STACK_LIMIT = 4096
+COMMAND_SIZE = 128  # bytes of the document of a command
+COMMAND_SLACK = 32  # bytes by which holes for its four blocks may be too large
 
 START_BAUDRATE = NUMBERS["LINK_START_BAUDRATE"]
 MAX_BAUDRATE = NUMBERS["LINK_MAX_BAUDRATE"]
@@ -432,8 +434,9 @@ class Memory(unittest.TestCase):
     def assert_at_rest(self):
         """Expects all memory to be freed, in one block."""
         memory = self.host.ask("identify")["memory"]
-        self.assertEqual(memory["live"], self.at_rest["live"])
-        self.assertEqual(memory["largest_free"], self.at_rest["largest_free"])
+        # The command itself may be in small holes. What leaks exceeds this after a few sessions.
+        self.assertLessEqual(abs(memory["live"] - self.at_rest["live"]), COMMAND_SLACK)
+        self.assertLessEqual(abs(memory["largest_free"] - self.at_rest["largest_free"]), COMMAND_SIZE)
 
     def assert_at_rest_after(self, answer):
         """Expects the same after a session that ended with this answer."""

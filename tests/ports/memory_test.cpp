@@ -385,6 +385,18 @@ TEST(memory, a_large_piece_can_be_where_small_ones_were_kept)
     EXPECT_EQ(zet_integration_mem_alloc(request_of_cost(10 * cost(40))), pieces[0]);
 }
 
+TEST(memory, small_pieces_move_to_the_start_when_a_large_piece_is_freed)
+{
+    const lent_memory_t lent(65536);
+    zet_integration_mem_free(zet_integration_mem_alloc(60000));
+    void *const large = zet_integration_mem_alloc(32768);
+    zet_integration_mem_free(zet_integration_mem_alloc(40));
+    // The small piece was kept behind the large one.
+    zet_integration_mem_free(large);
+    zet_integration_mem_alloc(40);
+    EXPECT_GT(memory().largest_free, 60000U);
+}
+
 TEST(memory, kept_pieces_do_not_count_as_in_use)
 {
     const lent_memory_t lent(65536);
