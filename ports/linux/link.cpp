@@ -15,8 +15,8 @@
 namespace
 {
 
-/** Size of the buffer for written data; larger pieces are sent directly. */
-constexpr size_t pending_capacity = 65536;
+/** Size of the buffer for written data; what does not fit is sent directly. */
+constexpr size_t pending_capacity = 262144;
 
 /** Most input that is kept while the server does not read it. */
 constexpr size_t ahead_capacity = 65536;
@@ -213,36 +213,43 @@ void link_t::discard_input()
 
 void link_t::write(const void *data, size_t size)
 {
-    const auto *bytes = static_cast<const char *>(data);
+    const std::string_view bytes(static_cast<const char *>(data), size);
     if (pending_.size() + size > pending_capacity)
     {
-        flush();
-    }
-    if (size > pending_capacity)
-    {
-        send(bytes, size);
+        send({pending_.data(), pending_.size()}, bytes);
+        pending_.clear();
     }
     else if (connected())
     {
-        pending_.insert(pending_.end(), bytes, bytes + size);
+        pending_.insert(pending_.end(), bytes.begin(), bytes.end());
     }
 }
 
 void link_t::flush()
 {
-    send(pending_.data(), pending_.size());
+    send({pending_.data(), pending_.size()}, {});
     pending_.clear();
 }
 
-void link_t::send(const char *data, size_t size)
+ssize_t link_t::transmit(int out, std::string_view first, std::string_view then)
 {
-    while (size > 0 && connected() && !drop_stalled_host())
+    // The system only reads the bytes, but the type is that of readv, too.
+    const std::array pieces{iovec{const_cast<char *>(first.data()), first.size()},
+                            iovec{const_cast<char *>(then.data()), then.size()}};
+    return ::writev(out, pieces.data(), pieces.size());
+}
+
+/** Sends two pieces, one after the other; returns early when the host is gone or has stalled. */
+void link_t::send(std::string_view first, std::string_view then)
+{
+    while (first.size() + then.size() > 0 && connected() && !drop_stalled_host())
     {
-        const ssize_t count = ::write(out_, data, std::min(size, largest_write()));
+        const ssize_t count = transmit(out_, first, then);
         if (count > 0)
         {
-            data += count;
-            size -= static_cast<size_t>(count);
+            const size_t of_first = std::min(static_cast<size_t>(count), first.size());
+            first.remove_prefix(of_first);
+            then.remove_prefix(static_cast<size_t>(count) - of_first);
             stall_.note_written(unsent_bytes(out_));
         }
         else if (errno == EAGAIN)

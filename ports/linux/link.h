@@ -12,6 +12,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
+#include <sys/uio.h>
 #include <vector>
 
 #include "options.h"
@@ -53,7 +55,10 @@ bool hung_up(int fd);
 /** Returns whether the other end of a connection will send nothing more; unread input may be left. */
 bool has_finished(int fd);
 
-/** The stream to one host at a time. Written data is buffered until the buffer is full or flushed. */
+/**
+ * The stream to one host at a time. Written data is buffered until the buffer is full or flushed. A piece
+ * that does not fit is sent together with what is buffered, so that a message needs one call of the system.
+ */
 class link_t
 {
 public:
@@ -219,15 +224,19 @@ protected:
     /** Drops the host and all data buffered for it. */
     void forget();
 
-    /** Returns how many bytes to write at once at most. */
-    virtual size_t largest_write() const
-    {
-        return SIZE_MAX;
-    }
+    /**
+     * Passes data to the system, as much as it accepts without waiting, in one call.
+     *
+     * @param out    descriptor of the host
+     * @param first  some bytes, which may be none
+     * @param then   the bytes after them, which may be none; one of both is not empty
+     * @return number of bytes that the system has accepted; negative on failure, with errno
+     */
+    virtual ssize_t transmit(int out, std::string_view first, std::string_view then);
 
 private:
     size_t receive(char *data, size_t size);
-    void send(const char *data, size_t size);
+    void send(std::string_view first, std::string_view then);
     bool drop_stalled_host();
     void wait_until_writable();
 

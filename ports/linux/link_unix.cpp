@@ -1,12 +1,16 @@
 /** @file
  * Links over a socket in the file system.
  */
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <span>
 #include <stdexcept>
+#include <string_view>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -20,8 +24,11 @@
 namespace
 {
 
-/** Most bytes to write at once: the system reports only that the host has taken all of them. */
+/** Most bytes of a piece: the system reports only that the host has taken all of it. */
 constexpr size_t largest_piece = 4096;
+
+/** Most pieces to pass to the system in one call: as much as it accepts at once. */
+constexpr size_t most_pieces = 64;
 
 /** Converts a path into the address of a socket. */
 sockaddr_un address_of(const std::string &path)
@@ -144,9 +151,35 @@ public:
     }
 
 private:
-    size_t largest_write() const override
+    /** Passes several pieces in one call, which the system keeps apart. */
+    ssize_t transmit(int out, std::string_view first, std::string_view then) override
     {
-        return largest_piece;
+        std::array<iovec, most_pieces> pieces;
+        std::array<mmsghdr, most_pieces> messages{};
+        unsigned count = 0;
+        for (std::string_view rest : {first, then})
+        {
+            for (; !rest.empty() && count < most_pieces; ++count)
+            {
+                const std::string_view piece = rest.substr(0, largest_piece);
+                rest.remove_prefix(piece.size());
+                pieces[count] = {const_cast<char *>(piece.data()), piece.size()};
+                messages[count].msg_hdr.msg_iov = &pieces[count];
+                messages[count].msg_hdr.msg_iovlen = 1;
+            }
+        }
+        return sum_of_lengths(messages, sendmmsg(out, messages.data(), count, MSG_NOSIGNAL));
+    }
+
+    /** Returns the number of bytes in the first messages; negative if their number is negative. */
+    static ssize_t sum_of_lengths(std::span<const mmsghdr> messages, int sent)
+    {
+        ssize_t sum = std::min(sent, 0);
+        for (int i = 0; i < sent; ++i)
+        {
+            sum += messages[static_cast<size_t>(i)].msg_len;
+        }
+        return sum;
     }
 
     /** Creates the socket's file, which only the owner can use. */
