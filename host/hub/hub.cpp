@@ -105,7 +105,7 @@ bool hub::wait_for_sinks(std::chrono::milliseconds longest)
         return std::all_of(sinks_.begin(), sinks_.end(),
                            [](const frame_sink *sink) { return sink->ready(); });
     };
-    return loop_.run_until(all_ready, loop_.now() + longest);
+    return all_ready() || loop_.run_until(all_ready, loop_.now() + longest);
 }
 
 /** Passes a frame to all sinks. */

@@ -86,12 +86,12 @@ void recording_sink::check()
 
 void recording_sink::begin(const segment &next)
 {
-    push({.next = next, .what = nullptr});
+    push({.next = std::make_shared<const segment>(next), .what = nullptr});
 }
 
 void recording_sink::add(const std::shared_ptr<const frame> &received)
 {
-    push({.next = {}, .what = received, .arrival = now_()});
+    push({.next = nullptr, .what = received, .arrival = now_()});
 }
 
 written_amount recording_sink::written() const
@@ -117,7 +117,7 @@ std::exception_ptr recording_sink::close()
 /** What a job counts in the queue, in bytes. */
 size_t recording_sink::size_of(const job &queued)
 {
-    return (queued.what ? queued_size(*queued.what) : 0) + (queued.next.number > 0 ? break_size : 0);
+    return (queued.what ? queued_size(*queued.what) : 0) + (queued.next ? break_size : 0);
 }
 
 /** Adds a job to the queue; throws the failure of an earlier one. */
@@ -153,7 +153,7 @@ void recording_sink::work()
         std::exception_ptr failure;
         try
         {
-            std::ranges::for_each(next.jobs, [this](const job &taken) { execute(taken); });
+            execute(next.jobs);
             sync_if_due(!more);
         }
         catch (...)
@@ -222,24 +222,52 @@ void recording_sink::finish_block(size_t size, std::exception_ptr failure)
     }
 }
 
-/** Writes a frame, or begins a segment; there may be neither. */
-void recording_sink::execute(const job &taken)
+/** Writes frames and begins segments, in the order of the jobs. */
+void recording_sink::execute(const std::vector<job> &jobs)
 {
-    if (taken.next.number > 0)
+    std::vector<arrived_frame> frames;
+    for (const auto &taken : jobs)
     {
-        writer_.begin_segment(taken.next);
-        break_pending_ = true;
+        if (taken.next)
+        {
+            write(frames);
+            frames.clear();
+            writer_.begin_segment(*taken.next);
+            break_pending_ = true;
+        }
+        if (taken.what)
+        {
+            frames.push_back({.what = taken.what.get(), .arrival = taken.arrival});
+        }
     }
-    if (!taken.what)
+    write(frames);
+}
+
+/** Writes frames of a segment, and adds those that could be written to the statistics. */
+void recording_sink::write(std::span<const arrived_frame> frames)
+{
+    const auto before = writer_.frames();
+    std::exception_ptr failure;
+    try
     {
-        return;
+        writer_.add(frames);
     }
-    writer_.add(*taken.what, taken.arrival);
-    if (!sync_due_)
+    catch (...)
+    {
+        failure = std::current_exception();
+    }
+    for (const auto &written : frames.first(writer_.frames() - before))
+    {
+        measure(*written.what);
+    }
+    if (failure)
+    {
+        std::rethrow_exception(failure);
+    }
+    if (!sync_due_ && !frames.empty())
     {
         sync_due_ = std::chrono::steady_clock::now() + sync_interval;
     }
-    measure(*taken.what);
 }
 
 /** Adds a frame to the statistics of its items. */

@@ -42,10 +42,9 @@ template <typename value_t> void append_cell(std::string &row, const std::option
     row += ',';
 }
 
-/** Formats the table row of a frame. Its text replaces that of another one, whose memory is used again. */
-void format_row(std::string &row, uint64_t number, double seconds, const frame_item &item)
+/** Appends the table row of a frame. */
+void append_row(std::string &row, uint64_t number, double seconds, const frame_item &item)
 {
-    row.clear();
     append_cell(row, number);
     append_cell(row, seconds);
     append_cell(row, item.tick);
@@ -69,32 +68,57 @@ std::filesystem::path with_extension(std::filesystem::path base, std::string_vie
 
 } // namespace
 
-item_writer::item_writer(const std::filesystem::path &base, double ticks_per_second, item_digests digests)
-    : data_(with_extension(base, ".sigmf-data")), table_(with_extension(base, ".frames.csv")),
-      clock_(ticks_per_second), digests_(std::move(digests))
+item_writer::item_writer(const std::filesystem::path &base, size_t index, double ticks_per_second,
+                         item_digests digests)
+    : data_(with_extension(base, ".sigmf-data")), table_(with_extension(base, ".frames.csv")), index_(index),
+      clock_(ticks_per_second), appended_{.rows = {}, .samples = {}, .clock = clock_},
+      digests_(std::move(digests))
 {
     table_.append(frame_table_head);
     digests_.table.update(std::as_bytes(std::span(frame_table_head)));
     table_length_ = frame_table_head.size();
 }
 
-void item_writer::append(const frame_item &item)
+void item_writer::append(std::span<const arrived_frame> block)
 {
-    auto clock = clock_;
-    format_row(row_, frames_, clock.advance(item.tick), item);
+    appended_.frames = block.size();
+    appended_.rows.clear();
+    appended_.clock = clock_;
+    for (size_t i = 0; i < block.size(); ++i)
+    {
+        const auto &item = item_of(block[i]);
+        append_row(appended_.rows, frames_ + i, appended_.clock.advance(item.tick), item);
+    }
+    appended_.samples = samples_of(block);
     // First: the samples determine the number of frames, so each of them has a row even after a kill.
-    table_.append(row_);
-    data_.append(std::as_bytes(item.samples));
+    table_.append(appended_.rows);
+    data_.append(appended_.samples);
 }
 
-void item_writer::commit(const frame_item &item)
+/** The samples of some frames, one after the other; those of several frames in memory that is used again. */
+std::span<const std::byte> item_writer::samples_of(std::span<const arrived_frame> block)
 {
-    clock_.advance(item.tick);
-    digests_.samples.update(std::as_bytes(item.samples));
-    digests_.table.update(std::as_bytes(std::span(row_)));
-    data_length_ += item.samples.size_bytes();
-    table_length_ += row_.size();
-    ++frames_;
+    if (block.size() == 1)
+    {
+        return std::as_bytes(item_of(block.front()).samples);
+    }
+    gathered_.clear();
+    for (const auto &arrived : block)
+    {
+        const auto bytes = std::as_bytes(item_of(arrived).samples);
+        gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
+    }
+    return gathered_;
+}
+
+void item_writer::commit()
+{
+    clock_ = appended_.clock;
+    digests_.samples.update(appended_.samples);
+    digests_.table.update(std::as_bytes(std::span(appended_.rows)));
+    data_length_ += appended_.samples.size();
+    table_length_ += appended_.rows.size();
+    frames_ += appended_.frames;
 }
 
 void item_writer::require_existing() const

@@ -7,12 +7,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "recording/output_file.h"
 #include "recording/sha512.h"
-#include "vantor/session.h"
+#include "vantor/arrived_frame.h"
 #include "vantor/tick_clock.h"
 
 namespace vantor
@@ -31,8 +33,8 @@ struct item_digests
 };
 
 /**
- * Writes one item of a recording. Frames are first appended and then committed, so that an incomplete frame
- * can be removed from all items when the disk is full.
+ * Writes one item of a recording. Blocks of frames are first appended and then committed, so that an
+ * incomplete one can be removed from all items when the disk is full.
  */
 class item_writer
 {
@@ -41,18 +43,21 @@ public:
      * Creates the files.
      *
      * @param base              path and name of the files, without their extensions
+     * @param index             index of the item in the session metadata
      * @param ticks_per_second  unit of the ticks of frames
      * @param digests           new ones
      * @throws recording_error if they cannot be created
      */
-    item_writer(const std::filesystem::path &base, double ticks_per_second, item_digests digests);
+    item_writer(const std::filesystem::path &base, size_t index, double ticks_per_second,
+                item_digests digests);
 
     /**
-     * Appends the item's part of a frame.
+     * Appends the item's part of some frames, with one call of the system for each file. The frames must
+     * exist until the next commit() or rollback().
      *
      * @throws recording_error if it cannot be written; rollback() then removes what was written
      */
-    void append(const frame_item &item);
+    void append(std::span<const arrived_frame> block);
 
     /** Notes that the ticks of the next frame may have no relation to those before. @p gap  in seconds */
     void begin_segment(double gap)
@@ -61,7 +66,7 @@ public:
     }
 
     /** Commits what was appended last. */
-    void commit(const frame_item &item);
+    void commit();
 
     /** Removes what was appended since the last commit. */
     void rollback() noexcept;
@@ -112,14 +117,32 @@ public:
     }
 
 private:
+    [[nodiscard]] const frame_item &item_of(const arrived_frame &arrived) const
+    {
+        return arrived.what->items()[index_];
+    }
+
+    [[nodiscard]] std::span<const std::byte> samples_of(std::span<const arrived_frame> block);
+
+    /** What was appended and is not committed yet. */
+    struct appended_block
+    {
+        uint64_t frames = 0;
+        std::string rows;
+        std::span<const std::byte> samples; /**< of the only frame, or in gathered_ */
+        tick_clock clock;                   /**< after the last frame */
+    };
+
     output_file data_;
     output_file table_;
+    size_t index_;
     tick_clock clock_;
+    appended_block appended_;
+    std::vector<std::byte> gathered_; /**< samples of several frames */
     item_digests digests_;
     uint64_t frames_ = 0;
     uint64_t data_length_ = 0;
     uint64_t table_length_ = 0;
-    std::string row_; /**< the last appended row */
 };
 
 } // namespace vantor

@@ -51,6 +51,7 @@ public:
     recording_check run()
     {
         read_state();
+        check_.block_frames = read_block_frames(items());
         for (const auto &item : items())
         {
             check_.items.push_back(measure(item));
@@ -218,7 +219,7 @@ private:
 
     /**
      * Compares the files of an item of a recording that is not finished with those of the other items: a
-     * program that is killed has written at most one more row, and one more frame of other items.
+     * program that is killed has written at most one more block of rows, and one more block of other items.
      */
     void compare_with_others(size_t index)
     {
@@ -229,11 +230,12 @@ private:
         }
         const auto &found = check_.items[index];
         const auto &name = items()[index].name;
-        uint64_t most = found.rows > 0 ? found.rows - 1 : 0;
+        uint64_t most = found.rows;
         for (const auto &other : check_.items)
         {
-            most = std::max(most, other.frames > 0 ? other.frames - 1 : 0);
+            most = std::max(most, other.frames);
         }
+        most -= std::min(most, check_.block_frames);
         if (found.data_size && found.frames < most)
         {
             add_fault(name + ".sigmf-data contains " + part_of(found.frames, most) + ".");

@@ -45,6 +45,7 @@ struct recording_check
     bool finished = false;              /**< the documents announce a number of frames, and digests */
     bool in_progress = false;           /**< "vantor record" is still writing it */
     std::optional<uint64_t> recorded;   /**< the number of frames that they announce */
+    uint64_t block_frames = 1;          /**< most frames that were written at once */
     uint64_t frames = 0;                /**< number of frames that are left: complete in every item */
     std::vector<capture> captures;      /**< of the frames that are left */
     uint64_t missing = 0;               /**< number of frames missing between those that are left */

@@ -157,6 +157,13 @@ bool is_count(const json &global, const char *name)
     return !global.contains(name) || global[name].is_number_unsigned();
 }
 
+/** Whether the number of frames that are written at once is possible. */
+bool has_possible_block(const json &global)
+{
+    return is_count(global, block_frames_member) &&
+           global.value(block_frames_member, uint64_t{1}) <= most_block_frames;
+}
+
 /** Whether the metadata of a finished item have a digest and a possible number of frames. */
 bool has_totals(const json &global)
 {
@@ -181,7 +188,8 @@ void check_item_document(const json &document, const item_layout &layout)
         check_capture(capture, layout.frame_length);
     }
     if (global.at("vantor:samples_per_frame") != layout.frame_length ||
-        !is_count(global, unlisted_breaks_member) || (global.contains("core:sha512") && !has_totals(global)))
+        !is_count(global, unlisted_breaks_member) || !has_possible_block(global) ||
+        (global.contains("core:sha512") && !has_totals(global)))
     {
         throw json::other_error::create(500, "another session", &document);
     }
@@ -359,6 +367,19 @@ bool is_listed(const json &collection, size_t index, const std::string &name, co
         const auto streams = collection.value(member, json());
         return streams.is_array() && index < streams.size() && streams[index] == expected;
     });
+}
+
+uint64_t read_block_frames(const std::vector<recorded_item> &items)
+{
+    uint64_t most = 1;
+    for (const auto &item : items)
+    {
+        if (!item.document.is_null())
+        {
+            most = std::max(most, item.document["global"].value(block_frames_member, uint64_t{1}));
+        }
+    }
+    return most;
 }
 
 std::filesystem::path collection_path(const std::filesystem::path &directory)

@@ -43,6 +43,9 @@ bool is_listed(const nlohmann::json &collection, size_t index, const std::string
 /** Whether the metadata of an item contain the number of frames and the digest of the samples. */
 bool is_finished(const recorded_item &item);
 
+/** The most frames that were written at once, by the metadata of the items that can be read. */
+uint64_t read_block_frames(const std::vector<recorded_item> &items);
+
 /** The path of the collection of a recording in this directory. */
 std::filesystem::path collection_path(const std::filesystem::path &directory);
 

@@ -84,7 +84,8 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
                                    recording_start start)
     : directory_(std::move(directory)), session_(std::move(session)),
       captures_(std::make_unique<capture_list>()),
-      missing_before_(start == recording_start::with_stream ? 0 : std::numeric_limits<uint64_t>::max())
+      missing_before_(start == recording_start::with_stream ? 0 : std::numeric_limits<uint64_t>::max()),
+      block_frames_(frames_per_block(session_.metadata))
 {
     if (list_items(session_.configuration).size() != session_.metadata.items.size())
     {
@@ -97,7 +98,7 @@ recording_writer::recording_writer(std::filesystem::path directory, session_desc
     captures_->set_time(utc_text(std::chrono::system_clock::now()));
     for (size_t i = 0; i < digests.size(); ++i)
     {
-        items_.emplace_back(directory_ / item_name(session_.metadata.items[i]),
+        items_.emplace_back(directory_ / item_name(session_.metadata.items[i]), i,
                             session_.server.ticks_per_second, std::move(digests[i]));
     }
     if (!session_.truth.is_null())
@@ -123,15 +124,67 @@ void recording_writer::begin_segment(const segment &next)
 
 void recording_writer::add(const frame &received, std::chrono::system_clock::time_point arrival)
 {
+    add(std::array{arrived_frame{.what = &received, .arrival = arrival}});
+}
+
+void recording_writer::add(std::span<const arrived_frame> frames)
+{
+    while (!frames.empty())
+    {
+        const auto block = frames.first(break_pending_ ? 1 : std::min(frames.size(), block_frames_));
+        write_block(block);
+        frames = frames.subspan(block.size());
+        // So that what a killed recorder leaves shows the break.
+        if (std::exchange(break_pending_, false))
+        {
+            write_documents(false);
+        }
+    }
+}
+
+/** Writes a block; if that fails, those of its frames that can be written. */
+void recording_writer::write_block(std::span<const arrived_frame> block)
+{
     try
     {
-        for (size_t i = 0; i < items_.size(); ++i)
+        append(block);
+    }
+    catch (const recording_error &)
+    {
+        if (block.size() == 1)
         {
-            items_[i].append(received.items()[i]);
+            throw;
+        }
+        for (size_t i = 0; i < block.size(); ++i)
+        {
+            write_block(block.subspan(i, 1));
+        }
+        return;
+    }
+    for (auto &item : items_)
+    {
+        item.commit();
+    }
+    if (truth_)
+    {
+        truth_->commit();
+    }
+    note_captures(block);
+    frames_ += block.size();
+}
+
+/** Appends a block to all files, or to none. */
+void recording_writer::append(std::span<const arrived_frame> block)
+{
+    try
+    {
+        for (auto &item : items_)
+        {
+            item.append(block);
         }
         if (truth_)
         {
-            truth_->append(frames_, received);
+            truth_->append(frames_, block);
         }
     }
     catch (...)
@@ -146,23 +199,17 @@ void recording_writer::add(const frame &received, std::chrono::system_clock::tim
         }
         throw;
     }
-    for (size_t i = 0; i < items_.size(); ++i)
+}
+
+/** Notes which captures begin with frames. */
+void recording_writer::note_captures(std::span<const arrived_frame> block)
+{
+    for (const auto &arrived : block)
     {
-        items_[i].commit(received.items()[i]);
-    }
-    if (truth_)
-    {
-        truth_->commit();
-    }
-    if (captures_->add(belonging(received.missing())))
-    {
-        captures_->set_time(utc_text(arrival));
-    }
-    ++frames_;
-    // So that what a killed recorder leaves shows the break.
-    if (std::exchange(break_pending_, false))
-    {
-        write_documents(false);
+        if (captures_->add(belonging(arrived.what->missing())))
+        {
+            captures_->set_time(utc_text(arrived.arrival));
+        }
     }
 }
 
@@ -227,6 +274,7 @@ void recording_writer::write_documents(bool finished)
     for (size_t i = 0; i < items_.size(); ++i)
     {
         const item_state state{.frames = items_[i].frames(),
+                               .block_frames = block_frames_,
                                .seconds = items_[i].seconds(),
                                .frames_missing = captures_->missing(),
                                .unlisted_breaks = captures_->unlisted_breaks(),

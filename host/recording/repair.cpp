@@ -27,9 +27,6 @@ namespace
 
 using nlohmann::ordered_json;
 
-/** Most frames that a program that is killed has written to some items only: it writes item after item. */
-constexpr uint64_t most_unfinished_frames = 1;
-
 /** Throws damaged_recording. */
 [[noreturn]] void refuse_repair(const std::string &reason)
 {
@@ -56,7 +53,8 @@ std::optional<std::string> frames_to_keep(const recording_check &check, frame_lo
     {
         return "no frame would be left." + reason + " Restore that file.";
     }
-    if (dropped > most_unfinished_frames && loss == frame_loss::refused)
+    // A program that is killed has written at most one block to some items only: it writes item after item.
+    if (dropped > check.block_frames && loss == frame_loss::refused)
     {
         return std::to_string(dropped) +
                " frames whose samples are complete in another file would be removed, and " +

@@ -17,7 +17,7 @@ namespace vantor
 /** Whether a repair may remove frames whose samples are complete in an item. */
 enum class frame_loss
 {
-    refused, /**< only the last frame, which a program that was killed has not written to all items */
+    refused, /**< only the last frames, which a program that was killed has not written to all items */
     accepted /**< all but the first frame */
 };
 

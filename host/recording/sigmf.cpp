@@ -3,6 +3,7 @@
  */
 #include "recording/sigmf.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "configuration/sensor_knowledge.h"
@@ -21,6 +22,10 @@ constexpr const char *sigmf_version = "1.2.5";
 
 /** The lowest sample rate that the standard can express, in hertz. */
 constexpr double lowest_sample_rate = 1.0;
+
+/** Bytes of samples that are written at once, if frames are shorter: enough to make calls of the system
+ * cheap. */
+constexpr uint64_t block_bytes = 16384;
 
 /** The declaration of the vantor namespace, which readers need not support. */
 ordered_json extensions()
@@ -75,6 +80,7 @@ void set_totals(ordered_json &global, const session_description &session, const 
     set_member(global, table_digest_member, finished, state.table_digest);
     set_member(global, "vantor:frames", finished, state.frames);
     set_member(global, "vantor:frames_missing", finished, state.frames_missing);
+    set_member(global, block_frames_member, !finished && state.block_frames > 1, state.block_frames);
     set_member(global, unlisted_breaks_member, state.unlisted_breaks > 0, state.unlisted_breaks);
     set_member(global, "vantor:frame_rate", nominal > 0.0, nominal);
     set_member(global, "vantor:measured_frame_rate", measured > 0.0, measured);
@@ -148,6 +154,12 @@ void add_session(ordered_json &members, const session_description &session)
 }
 
 } // namespace
+
+uint64_t frames_per_block(const session_metadata &metadata)
+{
+    const uint64_t frame_bytes = std::max<uint64_t>(metadata.frame_length() * sizeof(sample), 1);
+    return std::clamp<uint64_t>(block_bytes / frame_bytes, 1, most_block_frames);
+}
 
 std::string item_name(const item_layout &layout)
 {

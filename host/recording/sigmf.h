@@ -31,6 +31,13 @@ inline constexpr const char *table_digest_member = "vantor:frame_table_sha512";
 /** Member of the metadata of an item: the number of breaks that are not listed, if there are any. */
 inline constexpr const char *unlisted_breaks_member = "vantor:breaks_not_listed";
 
+/** Member of the metadata of an item that are not final: the most frames that are written at once, if not 1.
+ */
+inline constexpr const char *block_frames_member = "vantor:frames_per_block";
+
+/** Most frames that are written at once. */
+inline constexpr uint64_t most_block_frames = 64;
+
 /** Member of the description of a session: the scene whose truth is recorded, if it is. */
 inline constexpr const char *truth_member = "vantor:truth";
 
@@ -41,12 +48,16 @@ inline constexpr const char *extension_version = "0.1.0";
 struct item_state
 {
     uint64_t frames = 0;
+    uint64_t block_frames = 1;   /**< most frames that are written at once */
     double seconds = 0.0;        /**< from the first to the last frame */
     uint64_t frames_missing = 0; /**< between its frames */
     uint64_t unlisted_breaks = 0;
     std::string digest;       /**< digest of the samples; empty while recording */
     std::string table_digest; /**< digest of the frame table; empty while recording */
 };
+
+/** The most frames that are written at once: few enough that little is lost if the program is killed. */
+uint64_t frames_per_block(const session_metadata &metadata);
 
 /** The name of an item's files, without extension: "group-1-item-2". */
 std::string item_name(const item_layout &layout);

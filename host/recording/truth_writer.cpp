@@ -7,6 +7,27 @@
 
 namespace vantor
 {
+namespace
+{
+
+/** The lines of the items of a frame whose truth is known. */
+std::string lines_of_frame(uint64_t number, const frame &received)
+{
+    std::string lines;
+    const auto &known = received.truth();
+    for (size_t i = 0; known && i < received.items().size(); ++i)
+    {
+        if (const auto &truth = known->items.at(i))
+        {
+            const auto &layout = *received.items()[i].layout;
+            lines +=
+                truth_line({.frame = number, .group = layout.group, .item = layout.index, .truth = *truth});
+        }
+    }
+    return lines;
+}
+
+} // namespace
 
 std::string truth_line(const recorded_truth &truth)
 {
@@ -28,19 +49,13 @@ truth_writer::truth_writer(const std::filesystem::path &path, const nlohmann::js
     length_ = head.size();
 }
 
-void truth_writer::append(uint64_t number, const frame &received)
+void truth_writer::append(uint64_t first, std::span<const arrived_frame> block)
 {
     require_whole();
     std::string lines;
-    const auto &known = received.truth();
-    for (size_t i = 0; known && i < received.items().size(); ++i)
+    for (size_t i = 0; i < block.size(); ++i)
     {
-        if (const auto &truth = known->items.at(i))
-        {
-            const auto &layout = *received.items()[i].layout;
-            lines +=
-                truth_line({.frame = number, .group = layout.group, .item = layout.index, .truth = *truth});
-        }
+        lines += lines_of_frame(first + i, *block[i].what);
     }
     appended_ = lines.size();
     file_.append(lines);

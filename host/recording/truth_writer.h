@@ -7,12 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 #include "recording/output_file.h"
-#include "vantor/session.h"
+#include "vantor/arrived_frame.h"
 #include "vantor/truth_table.h"
 
 namespace vantor
@@ -43,13 +44,13 @@ public:
     truth_writer(const std::filesystem::path &path, const nlohmann::json &truth);
 
     /**
-     * Appends a line for each item of a frame whose truth is known.
+     * Appends a line for each item of some frames whose truth is known.
      *
-     * @param number  of the frame in the recording
+     * @param first  the number of the first frame in the recording
      * @throws recording_error if it cannot be written, or require_whole() throws; rollback() then removes
      * what was written
      */
-    void append(uint64_t number, const frame &received);
+    void append(uint64_t first, std::span<const arrived_frame> block);
 
     /** Throws recording_error if somebody has shortened the file. */
     void require_whole() const;
@@ -80,7 +81,7 @@ public:
 private:
     output_file file_;
     uint64_t length_ = 0;   /**< committed bytes */
-    uint64_t appended_ = 0; /**< bytes of the last frame */
+    uint64_t appended_ = 0; /**< bytes of the last frames */
 };
 
 } // namespace vantor

@@ -21,6 +21,18 @@ frame example_frame(uint32_t number, const nlohmann::json &flags)
         received, std::make_shared<const session_metadata>(decode_metadata(example_session().metadata)));
 }
 
+example_frames::example_frames(uint32_t first, uint32_t count)
+{
+    for (uint32_t number = first; number < first + count; ++number)
+    {
+        frames_.push_back(example_frame(number));
+    }
+    for (const auto &added : frames_)
+    {
+        arrived_.push_back({.what = &added, .arrival = std::chrono::system_clock::now()});
+    }
+}
+
 session_description example_description()
 {
     server_info server;

@@ -6,7 +6,10 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <span>
+#include <vector>
 
+#include "vantor/arrived_frame.h"
 #include "vantor/session.h"
 #include "vantor/session_description.h"
 
@@ -19,6 +22,26 @@ namespace vantor::test
  * @param flags  members that its first item has in addition, or that replace others
  */
 frame example_frame(uint32_t number, const nlohmann::json &flags = nlohmann::json::object());
+
+/** Frames of the example session, from a number on, to be added together. */
+class example_frames
+{
+public:
+    example_frames(uint32_t first, uint32_t count);
+
+    /** The frames; owned by this object. */
+    [[nodiscard]] std::span<const arrived_frame> arrived() const noexcept
+    {
+        return arrived_;
+    }
+
+private:
+    std::vector<frame> frames_;
+    std::vector<arrived_frame> arrived_;
+};
+
+/** Most frames of the example session that are written at once: as many as have 16 kB of samples. */
+inline constexpr uint32_t example_block_frames = 16384 / 380;
 
 /** The example session, described. */
 session_description example_description();

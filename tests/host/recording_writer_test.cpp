@@ -3,6 +3,7 @@
  */
 #include "vantor/recording_writer.h"
 
+#include <fstream>
 #include <functional>
 #include <regex>
 
@@ -31,6 +32,7 @@ namespace
 using nlohmann::json;
 using test::example_description;
 using test::example_frame;
+using test::example_frames;
 using test::example_session;
 using test::read_file;
 using testing::ElementsAre;
@@ -461,6 +463,96 @@ TEST(recording_writer, ends_with_a_complete_frame_when_the_disk_is_full)
     EXPECT_EQ(document["global"]["vantor:frames"], 10);
     EXPECT_EQ(document["global"]["core:sha512"],
               sha512_of(read_file(directory / "out/group-1-item-1.sigmf-data")));
+}
+
+/** The number of write calls of this thread so far. */
+uint64_t write_calls()
+{
+    std::ifstream counts("/proc/thread-self/io");
+    std::string name;
+    uint64_t value = 0;
+    while (counts >> name >> value && name != "syscw:")
+    {
+    }
+    return value;
+}
+
+TEST(recording_writer, writes_short_frames_in_blocks)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    const example_frames frames(0, 2 * test::example_block_frames + 1);
+    const auto before = write_calls();
+    writer.add(frames.arrived());
+    // Samples and rows of three items, in three blocks.
+    EXPECT_EQ(write_calls() - before, 3U * 3U * 2U);
+    EXPECT_EQ(writer.frames(), frames.arrived().size());
+}
+
+TEST(recording_writer, writes_the_same_in_blocks_as_frame_by_frame)
+{
+    const test::temporary_directory directory;
+    const example_frames frames(0, 2 * test::example_block_frames + 1);
+    recording_writer together(directory / "together", example_description());
+    together.add(frames.arrived());
+    together.finish();
+    recording_writer alone(directory / "alone", example_description());
+    for (const auto &added : frames.arrived())
+    {
+        alone.add(*added.what, added.arrival);
+    }
+    alone.finish();
+    for (const auto &entry : std::filesystem::directory_iterator(directory / "alone"))
+    {
+        const auto name = entry.path().filename();
+        // Documents contain when the recording was begun.
+        if (name.extension() == ".sigmf-data" || name.extension() == ".csv")
+        {
+            EXPECT_EQ(read_file(entry.path()), read_file(directory / "together" / name)) << name;
+        }
+    }
+    EXPECT_THAT(check_recording(directory / "together").faults, testing::IsEmpty());
+}
+
+TEST(recording_writer, announces_blocks_until_it_is_finished)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    const auto meta = directory / "out/group-2-item-1.sigmf-meta";
+    EXPECT_EQ(read_json(meta)["global"]["vantor:frames_per_block"], test::example_block_frames);
+    writer.add(example_frame(0));
+    writer.finish();
+    EXPECT_FALSE(read_json(meta)["global"].contains("vantor:frames_per_block"));
+}
+
+TEST(recording_writer, keeps_the_frames_of_a_block_that_fit_on_the_disk)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    const example_frames frames(0, 20);
+    {
+        // Ten frames of the first item and a part of the eleventh.
+        const test::file_size_limit limit(1650);
+        EXPECT_THROW(writer.add(frames.arrived()), recording_error);
+    }
+    writer.finish();
+    EXPECT_EQ(writer.frames(), 10U);
+    EXPECT_THAT(check_recording(directory / "out").faults, testing::IsEmpty());
+    EXPECT_EQ(check_recording(directory / "out").frames, 10U);
+}
+
+TEST(recording_writer, writes_the_documents_after_the_first_frame_behind_a_break)
+{
+    const test::temporary_directory directory;
+    recording_writer writer(directory / "out", example_description());
+    writer.add(example_frames(0, 5).arrived());
+    writer.begin_segment(
+        {.number = 1, .reason = "connected again", .gap = 2.5, .calibration_temperatures = {20, 21, 22}});
+    writer.add(example_frames(7, 5).arrived());
+    const auto document = read_json(directory / "out/group-1-item-1.sigmf-meta");
+    ASSERT_EQ(document["captures"].size(), 2U);
+    EXPECT_EQ(document["captures"][1]["core:sample_start"], 5 * 40);
+    EXPECT_EQ(writer.frames(), 10U);
 }
 
 /** Writes a recording and changes its directory before the end; expects a failure with this text. */

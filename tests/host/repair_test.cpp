@@ -299,6 +299,50 @@ TEST_F(repair_of_20_frames, removes_what_is_after_the_last_frame)
     EXPECT_EQ(result.dropped, 0U);
 }
 
+/** A recording of 100 frames whose program was killed. */
+class repair_of_100_unfinished_frames : public testing::Test
+{
+protected:
+    repair_of_100_unfinished_frames()
+    {
+        recording_writer(path, test::example_description()).add(test::example_frames(0, 100).arrived());
+    }
+
+    const test::temporary_directory directory;
+    const std::filesystem::path path = directory / "out";
+};
+
+TEST_F(repair_of_100_unfinished_frames, removes_the_last_block_if_an_item_lacks_it)
+{
+    std::filesystem::resize_file(path / "group-2-item-1.sigmf-data",
+                                 (100 - test::example_block_frames) * 120);
+    EXPECT_THAT(check_recording(path).faults, testing::IsEmpty());
+    const auto result = repair_recording(path);
+    EXPECT_EQ(result.frames, 100U - test::example_block_frames);
+    EXPECT_EQ(result.dropped, test::example_block_frames);
+    EXPECT_THAT(check_recording(path).faults, testing::IsEmpty());
+}
+
+TEST_F(repair_of_100_unfinished_frames, removes_more_than_a_block_only_with_permission)
+{
+    std::filesystem::resize_file(path / "group-2-item-1.sigmf-data",
+                                 (100 - test::example_block_frames) * 120 - 1);
+    EXPECT_THAT(check_recording(path).faults,
+                testing::ElementsAre("group-2-item-1.sigmf-data contains 56 of 57 frames."));
+    EXPECT_THAT([&] { repair_recording(path); },
+                ThrowsMessage<damaged_recording>(HasSubstr("44 frames whose samples are complete")));
+    EXPECT_EQ(repair_recording(path, frame_loss::accepted).frames, 56U);
+}
+
+TEST_F(repair_of_100_unfinished_frames, believes_no_impossible_block)
+{
+    const auto meta = path / "group-1-item-2.sigmf-meta";
+    auto document = nlohmann::json::parse(test::read_file(meta));
+    document["global"]["vantor:frames_per_block"] = 65;
+    std::ofstream(meta) << document;
+    EXPECT_THAT(check_recording(path).faults, testing::Contains(HasSubstr("group-1-item-2.sigmf-meta")));
+}
+
 TEST(repair, writes_the_head_of_a_table_without_rows)
 {
     const test::temporary_directory directory;

@@ -535,6 +535,30 @@ def test_a_killed_recorder_leaves_all_its_frames(tmp_path: Path) -> None:
     np.testing.assert_array_equal(repaired.missing, killed.missing)
 
 
+@pytest.mark.parametrize(("lost", "noticed"), [(7, False), (8, True)])
+def test_a_killed_recorder_may_have_written_a_block_to_some_items_only(
+    lost: int, noticed: bool, two_sensors: Path, tmp_path: Path
+) -> None:
+    unfinished = tmp_path / "unfinished"
+    shutil.copytree(two_sensors, unfinished)
+    for meta in unfinished.glob("*.sigmf-meta"):
+        document = json.loads(meta.read_text())
+        for name in ("core:sha512", "vantor:frames", "vantor:frames_missing", "vantor:frame_table_sha512"):
+            del document["global"][name]
+        document["global"]["vantor:frames_per_block"] = 7
+        meta.write_text(json.dumps(document))
+    samples = unfinished / "group-2-item-1.sigmf-data"
+    frame_size = 4 * json.loads(samples.with_suffix(".sigmf-meta").read_text())["global"][
+        "vantor:samples_per_frame"
+    ]
+    samples.write_bytes(samples.read_bytes()[: -lost * frame_size])
+    with pytest.warns(vantor.RecordingWarning):
+        recording = vantor.open(unfinished)
+    damage = reported_damage(unfinished)["damage"]
+    assert list(recording.damage()) == damage
+    assert any("sigmf-data contains" in fault for fault in damage) == noticed
+
+
 def test_gaps_of_an_unfinished_recording_come_from_the_ticks(with_gaps: Path, tmp_path: Path) -> None:
     expected = vantor.open(with_gaps).missing
     unfinished = tmp_path / "unfinished"

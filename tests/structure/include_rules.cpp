@@ -173,8 +173,8 @@ void add_host_rules(rules_t &rules)
                                "tick_clock", "board_clock", "event_loop", "link", "message_parser", "truth",
                                "session", "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
-                                 {"flag_counts", "recording_error", "segment", "capture", "frame_table",
-                                  "item_statistics", "recorded_item", "session_description",
+                                 {"arrived_frame", "flag_counts", "recording_error", "segment", "capture",
+                                  "frame_table", "item_statistics", "recorded_item", "session_description",
                                   "recording_source", "reported_plan", "truth_table", "recording_reader",
                                   "recording_writer"});
     const public_layer hub(rules, recording.all(),

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -110,7 +111,7 @@ private:
     /** What the thread does next: begin a segment, or write a frame. */
     struct job
     {
-        segment next;                                       /**< if its number is not 0 */
+        std::shared_ptr<const segment> next;                /**< if not null */
         std::shared_ptr<const frame> what;                  /**< if not null */
         std::chrono::system_clock::time_point arrival = {}; /**< of the frame */
     };
@@ -132,7 +133,8 @@ private:
 
     void work();
     bool take_block(block &taken);
-    void execute(const job &taken);
+    void execute(const std::vector<job> &jobs);
+    void write(std::span<const arrived_frame> frames);
     void measure(const frame &what);
     void sync_if_due(bool last);
     void finish_block(size_t size, std::exception_ptr failure);

@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <vector>
 
+#include "vantor/arrived_frame.h"
 #include "vantor/segment.h"
 #include "vantor/session.h"
 #include "vantor/session_description.h"
@@ -33,7 +35,9 @@ enum class recording_start
  * Writes a recording: SigMF files for each item, and a collection.
  *
  * The recording can be read at any time, even after the program was killed: frames are appended completely,
- * and the documents exist from the start. Memory does not grow with the number of frames.
+ * and the documents exist from the start. Memory does not grow with the number of frames. Short frames that
+ * are added together are written in blocks: a program that is killed leaves at most one block that some items
+ * do not have.
  */
 class recording_writer
 {
@@ -64,6 +68,13 @@ public:
      */
     void add(const frame &received,
              std::chrono::system_clock::time_point arrival = std::chrono::system_clock::now());
+
+    /**
+     * Appends some frames, as the function above does, but with fewer calls of the system if they are short.
+     *
+     * @throws recording_error if one of them cannot be written; the recording then ends with the previous one
+     */
+    void add(std::span<const arrived_frame> frames);
 
     /**
      * Begins a segment: the next frame is its first one. The documents are written again with the frame.
@@ -110,6 +121,9 @@ public:
 
 private:
     uint64_t belonging(uint64_t missing);
+    void append(std::span<const arrived_frame> block);
+    void write_block(std::span<const arrived_frame> block);
+    void note_captures(std::span<const arrived_frame> block);
     void write_documents(bool finished);
 
     std::filesystem::path directory_;
@@ -120,6 +134,7 @@ private:
     std::unique_ptr<capture_list> captures_; /**< null only if moved from */
     bool break_pending_ = false;             /**< a segment begins with the next frame */
     uint64_t missing_before_;                /**< frames missing before the recording began */
+    size_t block_frames_;                    /**< most frames of a block */
     uint64_t frames_ = 0;
 };
 

@@ -17,6 +17,9 @@ COLLECTION_NAME = "session.sigmf-collection"
 NEXT_STREAMS = "vantor:next_streams"
 TABLE_DIGEST = "vantor:frame_table_sha512"
 UNLISTED_BREAKS = "vantor:breaks_not_listed"
+#: Member of the metadata of an item that are not final: the most frames that are written at once, if not 1.
+BLOCK_FRAMES = "vantor:frames_per_block"
+_MOST_BLOCK_FRAMES = 64
 TRUTH = "vantor:truth"
 
 _FIRST_ITEM = "group-1-item-1"
@@ -351,6 +354,8 @@ def _check_item(document: Any, layout: ItemLayout) -> None:
     if _member(members, "vantor:samples_per_frame", (int, float)) != layout.frame_length:
         raise _NotWritten
     _check_count(members, UNLISTED_BREAKS)
+    if not 0 <= _optional(members, BLOCK_FRAMES, int, 1) <= _MOST_BLOCK_FRAMES:
+        raise _NotWritten
     if "core:sha512" in members:
         _member(members, "core:sha512", str)
         _optional(members, TABLE_DIGEST, str, "")

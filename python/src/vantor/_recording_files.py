@@ -12,6 +12,7 @@ from ._frame_table import ROW, FrameTable, Rows, read_frame_table
 from ._input_files import cannot_read, open_file, size_of
 from ._layout import SAMPLE_SIZE
 from ._recording_documents import (
+    BLOCK_FRAMES,
     NEXT_STREAMS,
     TABLE_DIGEST,
     ItemDocument,
@@ -167,12 +168,13 @@ class RecordingFiles:
     def _compare_with_others(self, item: ItemFiles) -> Iterator[str]:
         """Compares the files of an item of a recording that is not finished with those of the other items.
 
-        A program that is killed has written at most one more row, and one more frame of other items.
+        A program that is killed has written at most one more block of rows, and one more block of other items.
         """
         if self.in_progress:
             return
         name = item.item.name
-        most = max([0, len(item.rows) - 1, *(other.frames - 1 for other in self.items)])
+        most = max(len(item.rows), *(other.frames for other in self.items))
+        most = max(most - max(map(_block_frames, self.items)), 0)
         if item.size is not None and item.frames < most:
             yield f"{name}.sigmf-data contains {item.frames} of {most} frames."
         wanted = max(item.frames, most)
@@ -238,6 +240,12 @@ def _member(item: ItemFiles, name: str) -> object:
 def _announced_frames(item: ItemFiles) -> int:
     frames = _member(item, "vantor:frames")
     return frames if isinstance(frames, int) else 0
+
+
+def _block_frames(item: ItemFiles) -> int:
+    """The most frames that were written at once."""
+    frames = _member(item, BLOCK_FRAMES)
+    return max(frames, 1) if isinstance(frames, int) else 1
 
 
 def _announced_missing(item: ItemFiles, otherwise: int) -> int:
