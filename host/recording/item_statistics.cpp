@@ -10,6 +10,7 @@
 
 #include "recording/noise_estimate.h"
 #include "recording/quantile.h"
+#include "recording/vector_clones.h"
 
 namespace vantor
 {
@@ -26,7 +27,7 @@ bool is_clipped(const sample &value)
 }
 
 /** Whether any sample has reached the end of its range. */
-bool has_clipped(std::span<const sample> samples)
+VANTOR_VECTOR_CLONES bool has_clipped(std::span<const sample> samples)
 {
     // The compiler vectorises this if both parts of a sample are treated alike.
     const std::span parts(reinterpret_cast<const int16_t *>(samples.data()), 2 * samples.size());
@@ -40,11 +41,63 @@ bool has_clipped(std::span<const sample> samples)
     return lowest == std::numeric_limits<int16_t>::min() || highest == std::numeric_limits<int16_t>::max();
 }
 
-/** A sum of parts of samples as a whole number; the largest one if it has more than 65,000 clipped parts. */
-int32_t whole(double sum)
+/** Adds the magnitude of each sample of a sweep to a sum. */
+VANTOR_VECTOR_CLONES void add_magnitudes(std::span<double> sums, const sample *sweep)
+{
+    for (size_t point = 0; point < sums.size(); ++point)
+    {
+        const auto i = static_cast<float>(sweep[point].i);
+        const auto q = static_cast<float>(sweep[point].q);
+        sums[point] += static_cast<double>(std::sqrt(i * i + q * q));
+    }
+}
+
+/** Adds each part of the samples of a sweep to a sum. */
+VANTOR_VECTOR_CLONES void add_parts(std::span<double> sums, const int16_t *parts)
+{
+    for (size_t i = 0; i < sums.size(); ++i)
+    {
+        sums[i] += static_cast<double>(parts[i]);
+    }
+}
+
+/** Adds the power of the difference between the samples of two sweeps to a sum. */
+VANTOR_VECTOR_CLONES void add_differences(std::span<float> sums, const sample *earlier, const sample *later)
+{
+    for (size_t point = 0; point < sums.size(); ++point)
+    {
+        const auto i = static_cast<float>(later[point].i - earlier[point].i);
+        const auto q = static_cast<float>(later[point].q - earlier[point].q);
+        sums[point] += i * i + q * q;
+    }
+}
+
+/**
+ * Sums of parts of samples since an interval began, as whole numbers; the largest ones if they have more than
+ * 65,000 clipped parts.
+ *
+ * @param parts    receives them
+ * @param sums     the sums now, in the same order
+ * @param earlier  the sums when the interval began
+ */
+VANTOR_VECTOR_CLONES void subtract_parts(std::span<int32_t> parts, const double *sums, const double *earlier)
 {
     constexpr double most = std::numeric_limits<int32_t>::max();
-    return static_cast<int32_t>(std::clamp(sum, -most, most));
+    for (size_t i = 0; i < parts.size(); ++i)
+    {
+        const double sum = sums[i] - earlier[i];
+        const double limited = sum < -most ? -most : sum;
+        parts[i] = static_cast<int32_t>(limited > most ? most : limited);
+    }
+}
+
+/** Every second one of some numbers, from the first one on. */
+VANTOR_VECTOR_CLONES void take_every_second(std::span<int32_t> taken, const int32_t *numbers)
+{
+    for (size_t i = 0; i < taken.size(); ++i)
+    {
+        taken[i] = numbers[2 * i];
+    }
 }
 
 } // namespace
@@ -74,16 +127,10 @@ item_statistics::item_statistics(const item_layout &layout)
 /** Adds a sweep to the sums. */
 void item_statistics::add_sweep(std::span<const sample> sweep)
 {
-    for (size_t point = 0; point < sums_.size(); ++point)
-    {
-        const auto i = static_cast<float>(sweep[point].i);
-        const auto q = static_cast<float>(sweep[point].q);
-        sums_[point] += static_cast<double>(std::sqrt(i * i + q * q));
-    }
-    for (size_t point = 0; point < means_.size(); ++point)
-    {
-        means_[point] += std::complex<double>(sweep[point]);
-    }
+    add_magnitudes(sums_, sweep.data());
+    // A complex number is an array of its parts, as is a sample.
+    add_parts({reinterpret_cast<double *>(means_.data()), 2 * means_.size()},
+              reinterpret_cast<const int16_t *>(sweep.data()));
     ++sweeps_;
 }
 
@@ -102,12 +149,7 @@ void item_statistics::compare(std::span<const sample> earlier, std::span<const s
     // Enough that few points of noise look like an echo, and few enough that an echo does not pass many
     // points.
     constexpr unsigned enough = 8;
-    for (size_t point = 0; point < differences_.size(); ++point)
-    {
-        const auto i = static_cast<float>(later[point].i - earlier[point].i);
-        const auto q = static_cast<float>(later[point].q - earlier[point].q);
-        differences_[point] += i * i + q * q;
-    }
+    add_differences(differences_, earlier.data(), later.data());
     for (size_t point = 0; clipped && point < differences_.size(); ++point)
     {
         if (is_clipped(earlier[point]) || is_clipped(later[point]))
@@ -148,14 +190,14 @@ void item_statistics::finish_interval()
 /** The offset in the current interval: echoes are at fewer than half of the points. */
 std::complex<double> item_statistics::interval_offset(const subsweep_layout &place) const
 {
+    // A complex number is an array of its parts.
+    std::vector<int32_t> parts(2 * place.length);
+    subtract_parts(parts, reinterpret_cast<const double *>(means_.data() + place.offset),
+                   reinterpret_cast<const double *>(earlier_.data() + place.offset));
     std::vector<int32_t> real(place.length);
+    take_every_second(real, parts.data());
     std::vector<int32_t> imaginary(place.length);
-    for (size_t i = 0; i < place.length; ++i)
-    {
-        const auto sum = means_[place.offset + i] - earlier_[place.offset + i];
-        real[i] = whole(sum.real());
-        imaginary[i] = whole(sum.imag());
-    }
+    take_every_second(imaginary, parts.data() + 1);
     const std::complex<double> median(quantile(real, place.length / 2),
                                       quantile(imaginary, place.length / 2));
     return median / static_cast<double>(sweeps_ - earlier_sweeps_);
@@ -166,14 +208,12 @@ void item_statistics::add_noise(size_t subsweep, interval_sums &sums) const
 {
     const auto &place = subsweeps_[subsweep];
     const double mean = 2.0 * compared_;
-    std::vector<float> powers;
-    powers.reserve(place.length);
-    for (size_t point = place.offset; point < place.offset + place.length; ++point)
+    const auto part = std::span(differences_).subspan(place.offset, place.length);
+    std::vector<float> powers(part.begin(), part.end());
+    std::erase_if(powers, [](float power) { return std::isnan(power); });
+    for (auto &power : powers)
     {
-        if (!std::isnan(differences_[point]))
-        {
-            powers.push_back(differences_[point] / static_cast<float>(mean));
-        }
+        power /= static_cast<float>(mean);
     }
     const auto found = estimate_noise(powers, mean * mean / variance_);
     if (found && found->certain)

@@ -11,6 +11,7 @@
 #include <numeric>
 
 #include "recording/quantile.h"
+#include "recording/vector_clones.h"
 
 namespace vantor
 {
@@ -40,7 +41,7 @@ struct lower_powers
 };
 
 /** The powers up to a bound. */
-lower_powers powers_up_to(std::span<const float> powers, float bound)
+VANTOR_VECTOR_CLONES lower_powers powers_up_to(std::span<const float> powers, float bound)
 {
     // Several sums, since the compiler does not change the order of additions.
     constexpr size_t lanes = 4;
