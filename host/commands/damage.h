@@ -4,7 +4,10 @@
 #ifndef VANTOR_DAMAGE_H
 #define VANTOR_DAMAGE_H
 
+#include <atomic>
+#include <filesystem>
 #include <functional>
+#include <future>
 #include <string>
 
 #include "commands/command.h"
@@ -27,6 +30,34 @@ std::string describe_damage(const recording_check &check);
  */
 void warn_of_damage(const recording_reader &recording, const command_streams &streams,
                     const std::function<void()> &stop);
+
+/** Checks a recording on a separate thread, while a command reads it, as warn_of_damage() does before. */
+class background_check
+{
+public:
+    /**
+     * Begins the check.
+     *
+     * @param directory  of the recording
+     * @param stop       called often, on both threads; an exception ends the check
+     */
+    background_check(const std::filesystem::path &directory, std::function<void()> stop);
+    background_check(const background_check &) = delete;
+    background_check &operator=(const background_check &) = delete;
+    background_check(background_check &&) = delete;
+    background_check &operator=(background_check &&) = delete;
+
+    /** Ends the check if it still runs. */
+    ~background_check();
+
+    /** Waits for the end of the check, and prints a warning if the recording is damaged; throws what ended
+     * it. */
+    void warn(const command_streams &streams);
+
+private:
+    std::atomic<bool> abandoned_ = false;
+    std::future<recording_check> check_;
+};
 
 } // namespace vantor
 

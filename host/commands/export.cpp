@@ -54,18 +54,20 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
 {
     recording_reader recording(options.recording);
     const interrupt_watch watch;
-    warn_of_damage(recording, streams, require_no_interruption);
+    background_check check(recording.directory(), require_no_interruption);
     const reading_progress progress(recording, streams, 1, require_no_interruption);
     const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
+    const export_calls calls{.row = require_no_interruption, .complete = [&] { check.warn(streams); }};
     if (options.format == "truth")
     {
-        return export_truth(recording, output, require_no_interruption);
+        return export_truth(recording, output, calls);
     }
     if (options.format == "npz")
     {
-        return export_npz(recording, output, require_no_interruption);
+        return export_npz(recording, output, calls);
     }
-    return options.format == "csv" ? export_csv(recording, output) : export_npy(recording, output);
+    return options.format == "csv" ? export_csv(recording, output, calls)
+                                   : export_npy(recording, output, calls);
 }
 
 /** Exports a recording and prints the paths of the files. */

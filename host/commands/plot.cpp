@@ -102,14 +102,15 @@ drawn_pictures draw(const plot_options &options, const command_streams &streams)
                               : std::optional(parse_distance("--distance", options.distance));
     recording_reader recording(options.recording);
     check_distance(recording, distance);
-    warn_of_damage(recording, streams, check_interrupt);
+    background_check check(recording.directory(), check_interrupt);
     const reading_progress progress(recording, streams, 2, check_interrupt);
     const auto directory = std::filesystem::weakly_canonical(recording.directory());
     return draw_recording(
         recording, {.output = options.output.empty() ? recording.directory() / "picture.png" : options.output,
                     .title = printable(directory.filename().string()),
                     .distance = distance,
-                    .stop = interrupt_watch::interrupted});
+                    .stop = interrupt_watch::interrupted,
+                    .complete = [&] { check.warn(streams); }});
 }
 
 /** Prints the paths of the pictures, and the warnings. */

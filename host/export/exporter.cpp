@@ -199,67 +199,71 @@ void add_samples(zip_writer &archive, recording_reader &recording, size_t index)
 
 } // namespace
 
-std::vector<std::filesystem::path> export_csv(recording_reader &recording,
-                                              const std::filesystem::path &directory)
+std::vector<std::filesystem::path>
+export_csv(recording_reader &recording, const std::filesystem::path &directory, const export_calls &calls)
 {
-    return write_item_files(recording, directory, ".csv", [&](output_file &file, size_t index) {
-        const auto &item = recording.items()[index];
-        auto table = recording.open_table(index);
-        std::vector<sample> samples;
-        missing_counter missing(recording);
-        file.append("frame,sweep,point,distance_m,real,imag,time_s,missing\n");
-        for (uint64_t number = 0; number < recording.frames(); ++number)
-        {
-            recording.read_frame(index, number, samples);
-            const auto row = table.require();
-            file.append(csv_lines(
-                item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
-        }
-    });
+    return write_item_files(
+        recording, directory, ".csv", calls.complete, [&](output_file &file, size_t index) {
+            const auto &item = recording.items()[index];
+            auto table = recording.open_table(index);
+            std::vector<sample> samples;
+            missing_counter missing(recording);
+            file.append("frame,sweep,point,distance_m,real,imag,time_s,missing\n");
+            for (uint64_t number = 0; number < recording.frames(); ++number)
+            {
+                recording.read_frame(index, number, samples);
+                const auto row = table.require();
+                file.append(csv_lines(
+                    item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
+            }
+        });
 }
 
 std::vector<std::filesystem::path> export_truth(const recording_reader &recording,
                                                 const std::filesystem::path &directory,
-                                                const std::function<void()> &check)
+                                                const export_calls &calls)
 {
     static_cast<void>(recording.open_truth());
-    return write_item_files(recording, directory, ".truth.csv", [&](output_file &file, size_t index) {
-        const auto &layout = recording.items()[index].layout;
-        truth_frames truth(recording, check);
-        file.append("frame,tick,time_s,temperature,noise_power,interference,target,distance_m,velocity_m_s,"
-                    "amplitude,phase_rad,snr_db,body\n");
-        for (uint64_t number = 0; number < recording.frames(); ++number)
-        {
-            for (const auto &line : truth.move_to(number))
+    return write_item_files(
+        recording, directory, ".truth.csv", calls.complete, [&](output_file &file, size_t index) {
+            const auto &layout = recording.items()[index].layout;
+            truth_frames truth(recording, calls.row);
+            file.append(
+                "frame,tick,time_s,temperature,noise_power,interference,target,distance_m,velocity_m_s,"
+                "amplitude,phase_rad,snr_db,body\n");
+            for (uint64_t number = 0; number < recording.frames(); ++number)
             {
-                if (line.group == layout.group && line.item == layout.index)
+                for (const auto &line : truth.move_to(number))
                 {
-                    file.append(truth_lines_of(line));
+                    if (line.group == layout.group && line.item == layout.index)
+                    {
+                        file.append(truth_lines_of(line));
+                    }
                 }
             }
-        }
-    });
+        });
 }
 
-std::vector<std::filesystem::path> export_npy(recording_reader &recording,
-                                              const std::filesystem::path &directory)
+std::vector<std::filesystem::path>
+export_npy(recording_reader &recording, const std::filesystem::path &directory, const export_calls &calls)
 {
-    return write_item_files(recording, directory, ".npy", [&](output_file &file, size_t index) {
-        file.append(npy_head("<c8", shape_of(recording, recording.items()[index])));
-        widen_frames(recording, index, [&](std::span<const std::byte> bytes) { file.append(bytes); });
-    });
+    return write_item_files(
+        recording, directory, ".npy", calls.complete, [&](output_file &file, size_t index) {
+            file.append(npy_head("<c8", shape_of(recording, recording.items()[index])));
+            widen_frames(recording, index, [&](std::span<const std::byte> bytes) { file.append(bytes); });
+        });
 }
 
-std::vector<std::filesystem::path> export_npz(recording_reader &recording,
-                                              const std::filesystem::path &directory,
-                                              const std::function<void()> &check)
+std::vector<std::filesystem::path>
+export_npz(recording_reader &recording, const std::filesystem::path &directory, const export_calls &calls)
 {
-    return write_item_files(recording, directory, ".npz", [&](output_file &file, size_t index) {
-        zip_writer archive(file);
-        add_samples(archive, recording, index);
-        add_columns(archive, {.recording = recording, .index = index, .check = check});
-        archive.finish();
-    });
+    return write_item_files(
+        recording, directory, ".npz", calls.complete, [&](output_file &file, size_t index) {
+            zip_writer archive(file);
+            add_samples(archive, recording, index);
+            add_columns(archive, {.recording = recording, .index = index, .check = calls.row});
+            archive.finish();
+        });
 }
 
 } // namespace vantor

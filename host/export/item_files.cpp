@@ -65,6 +65,7 @@ void put_into_place(std::deque<new_version> &files)
 std::vector<std::filesystem::path> write_item_files(const recording_reader &recording,
                                                     const std::filesystem::path &directory,
                                                     const char *extension,
+                                                    const std::function<void()> &complete,
                                                     const std::function<void(output_file &, size_t)> &write)
 {
     require_no_link_in_recording(directory);
@@ -76,6 +77,10 @@ std::vector<std::filesystem::path> write_item_files(const recording_reader &reco
         auto &file = files.emplace_back(paths[i]);
         write(file.file(), i);
         file.finish();
+    }
+    if (complete)
+    {
+        complete();
     }
     put_into_place(files);
     return paths;

@@ -220,6 +220,10 @@ drawn_pictures draw_recording(recording_reader &recording, const drawing &what)
         files.push_back(drawer.draw(first));
         result.pages.push_back(files.back().path);
     }
+    if (what.complete)
+    {
+        what.complete();
+    }
     replace_files(files);
     result.warnings = drawer.warnings();
     return result;

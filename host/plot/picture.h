@@ -24,6 +24,8 @@ struct drawing
     std::optional<double> distance =
         std::nullopt; /**< for phase and velocity, in metres; the strongest echo if not given */
     std::function<bool()> stop = {}; /**< called often, if set; true ends the drawing */
+    std::function<void()> complete =
+        {}; /**< called before the pictures are written, if set; an exception leaves none */
 };
 
 /** What was drawn. */

@@ -4,7 +4,6 @@
 #include "recording/recording_check.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <utility>
 
@@ -23,6 +22,9 @@ namespace
 {
 
 using nlohmann::json;
+
+/** Bytes that are read at once. */
+constexpr size_t read_bytes = 65536;
 
 /** "3 of 4 frames". */
 std::string part_of(uint64_t part, uint64_t all)
@@ -63,6 +65,7 @@ public:
         }
         for (size_t i = 0; i < items().size(); ++i)
         {
+            measure_rows_left(items()[i], check_.items[i]);
             read(i);
         }
         find_captures();
@@ -165,9 +168,9 @@ private:
             found.table_size = input_file(table_of(item)).size();
             frame_table table(table_of(item));
             found.rows_size = table.position();
-            while (table.next())
+            while (const auto row = table.next())
             {
-                allow_stop();
+                add_row(item, found, *row);
                 ++found.rows;
                 found.rows_size = table.position();
             }
@@ -176,6 +179,44 @@ private:
         {
             add_fault(failure.what());
         }
+        found.left_table_size = found.rows_size;
+    }
+
+    /** Adds a row of the table of an item to its figures, and to the gaps, which are those of the first item.
+     */
+    void add_row(const recorded_item &item, checked_item &found, const frame_row &row)
+    {
+        allow_stop();
+        found.figures.add(row);
+        if (&item == &items().front())
+        {
+            gaps_.add(row.tick, row.frame_delayed);
+        }
+    }
+
+    /** Measures the rows of the frames that are left, if the frame table of an item has more of them. */
+    void measure_rows_left(const recorded_item &item, checked_item &found)
+    {
+        if (!found.table_size || (check_.frames > 0 && check_.frames == found.rows))
+        {
+            return;
+        }
+        found.figures = {};
+        found.left_table_size = frame_table_head.size();
+        if (&item == &items().front())
+        {
+            gaps_ = no_gaps_;
+        }
+        if (check_.frames == 0)
+        {
+            return;
+        }
+        frame_table table(table_of(item));
+        for (uint64_t number = 0; number < check_.frames; ++number)
+        {
+            add_row(item, found, table.require());
+        }
+        found.left_table_size = table.position();
     }
 
     /** The number of frames that are complete in every item. */
@@ -258,7 +299,8 @@ private:
         }
         const input_file data(samples_of(item));
         sha512 digest;
-        read_frames(item, data, found, digest);
+        scope_ == check_scope::damage ? read_samples(item, data, digest)
+                                      : read_frames(item, data, found, digest);
         found.left_digest = digest.digest();
         const auto recorded = check_.recorded.value_or(0) * frame_size(item);
         if (is_finished(item) && check_.recorded && *found.data_size >= recorded)
@@ -291,47 +333,65 @@ private:
             check_.frames > 0 ? digest_of(table, found.left_table_size) : sha512_of(frame_table_head);
         if (is_finished(item) && found.rows > 0 && check_.recorded == found.rows)
         {
-            compare_digest(item, found, table_digest_member, digest_of(table, found.rows_size),
+            const bool all_left = check_.frames == found.rows;
+            compare_digest(item, found, table_digest_member,
+                           all_left ? found.left_table_digest : digest_of(table, found.rows_size),
                            "The rows in " + item.name + ".frames.csv");
         }
     }
 
     /** The digest of the start of a file. */
-    [[nodiscard]] std::string digest_of(const input_file &file, uint64_t end) const
+    [[nodiscard]] std::string digest_of(const input_file &file, uint64_t end)
     {
         sha512 digest;
         add_bytes(file, 0, end, digest);
         return digest.digest();
     }
 
-    /** Moves to a frame, given by its row in the first item; returns whether it is after a gap. */
-    bool pass_frame(uint64_t number, const frame_row &row, gap_watch &watch)
+    /** Reads the samples of the frames of an item that are left, without computing levels. */
+    void read_samples(const recorded_item &item, const input_file &data, sha512 &digest)
     {
-        gaps_.add(row.tick, row.frame_delayed);
-        const auto &part = gaps_.found().captures().back();
-        return watch.next(gaps_.found().missing(), part.begins && part.first_frame == number);
+        const uint64_t frames_before = frames_read_;
+        const uint64_t end = check_.frames * frame_size(item);
+        for (uint64_t position = 0; position < end; position += read_bytes)
+        {
+            const uint64_t stop = std::min(end, position + read_bytes);
+            if (add_bytes(data, position, stop, digest) < stop)
+            {
+                throw bad_recording("The recording changes while it is read.");
+            }
+            report_progress(frames_before + stop / frame_size(item));
+        }
     }
 
-    /** Adds a frame to the figures of an item. */
-    void add_frame(checked_item &found, const frame_row &row, std::span<const sample> samples,
-                   bool after_gap) const
+    /** Reports how many frames have been read, in all items. */
+    void report_progress(uint64_t frames_read)
+    {
+        frames_read_ = frames_read;
+        if (progress_)
+        {
+            progress_(frames_read_, check_.frames * items().size());
+        }
+    }
+
+    /** Adds a frame to the levels of an item. */
+    static void add_frame(checked_item &found, const frame_row &row, std::span<const sample> samples,
+                          bool after_gap)
     {
         const bool valid = row.data_valid.value_or(true);
-        found.figures.add(row);
         if (after_gap || !valid)
         {
             found.level.restart();
         }
-        if (valid && scope_ == check_scope::damage_and_levels)
+        if (valid)
         {
             found.level.add(samples);
         }
     }
 
-    /** Reads the frames of an item that are left. */
+    /** Reads the frames of an item that are left, and computes levels. */
     void read_frames(const recorded_item &item, const input_file &data, checked_item &found, sha512 &digest)
     {
-        found.left_table_size = frame_table_head.size();
         if (check_.frames == 0)
         {
             return;
@@ -340,7 +400,7 @@ private:
         // The gaps are those of the first item.
         frame_table first(table_of(items().front()));
         gap_watch watch;
-        gaps_ = no_gaps_;
+        gap_finder gaps = no_gaps_;
         std::vector<sample> samples(item.layout.frame_length);
         const auto bytes = std::as_writable_bytes(std::span(samples));
         for (uint64_t number = 0; number < check_.frames; ++number)
@@ -351,13 +411,14 @@ private:
             }
             allow_stop();
             digest.update(bytes);
-            add_frame(found, table.require(), samples, pass_frame(number, first.require(), watch));
-            if (progress_)
-            {
-                progress_(++frames_read_, check_.frames * items().size());
-            }
+            const auto tick = first.require();
+            gaps.add(tick.tick, tick.frame_delayed);
+            const auto &part = gaps.found().captures().back();
+            const bool after_gap =
+                watch.next(gaps.found().missing(), part.begins && part.first_frame == number);
+            add_frame(found, table.require(), samples, after_gap);
+            report_progress(frames_read_ + 1);
         }
-        found.left_table_size = table.position();
     }
 
     /** Takes the captures from the documents, or from the ticks if the recording was never finished. */
@@ -398,19 +459,19 @@ private:
         }
     }
 
-    /** Adds a part of a file to a digest. */
-    void add_bytes(const input_file &data, uint64_t position, uint64_t end, sha512 &digest) const
+    /** Adds a part of a file to a digest; returns where it ends, which is earlier if the file is shorter. */
+    uint64_t add_bytes(const input_file &data, uint64_t position, uint64_t end, sha512 &digest)
     {
-        std::array<std::byte, 65536> buffer{};
         while (position < end)
         {
             allow_stop();
-            const auto wanted = std::min<uint64_t>(buffer.size(), end - position);
-            const auto count = data.read(position, std::span(buffer).first(wanted));
-            digest.update(std::span(buffer).first(count));
+            const auto wanted = std::min<uint64_t>(buffer_.size(), end - position);
+            const auto count = data.read(position, std::span(buffer_).first(wanted));
+            digest.update(std::span(buffer_).first(count));
             position += count;
             end = count == wanted ? end : position;
         }
+        return position;
     }
 
     /** Compares the digests of the metadata with those in the collection. */
@@ -456,8 +517,9 @@ private:
     check_scope scope_;
     bool documented_;    /**< the documents list the gaps */
     gap_finder no_gaps_; /**< before the first frame */
-    gap_finder gaps_;    /**< of the frames that have been read */
+    gap_finder gaps_;    /**< of the rows of the first item that have been read */
     uint64_t frames_read_ = 0;
+    std::vector<std::byte> buffer_ = std::vector<std::byte>(read_bytes);
 };
 
 /** Whether another program is still writing a file. */

@@ -49,7 +49,7 @@ protected:
     [[nodiscard]] std::vector<std::filesystem::path> run() const
     {
         recording_reader recording(place_ / "recording");
-        return GetParam()(recording, output_);
+        return GetParam()(recording, output_, {});
     }
 
     const test::temporary_directory place_;
@@ -100,6 +100,20 @@ TEST_P(exporter, leaves_no_file_when_one_cannot_be_put_into_place)
     EXPECT_EQ(count_files(output_), 1);
 }
 
+TEST_P(exporter, leaves_no_file_if_the_check_of_the_recording_is_stopped)
+{
+    recording_reader recording(place_ / "recording");
+    int files = 0;
+    const auto stop = [&] {
+        files = static_cast<int>(count_files(output_));
+        throw recording_error("stopped");
+    };
+    EXPECT_THROW(GetParam()(recording, output_, {.complete = stop}), recording_error);
+    // All items were written.
+    EXPECT_EQ(files, 3);
+    EXPECT_EQ(count_files(output_), 0);
+}
+
 TEST_P(exporter, does_not_write_through_a_link_in_the_recording)
 {
     const auto outside = place_ / "outside";
@@ -109,7 +123,7 @@ TEST_P(exporter, does_not_write_through_a_link_in_the_recording)
     for (const char *name : {"recording/export", "recording/export/deeper"})
     {
         EXPECT_THAT(
-            [&] { GetParam()(recording, place_ / name); },
+            [&] { GetParam()(recording, place_ / name, {}); },
             testing::ThrowsMessage<recording_error>(testing::HasSubstr("is a symbolic link in a recording")));
     }
     EXPECT_EQ(count_files(outside), 0);
@@ -181,7 +195,7 @@ TEST(export_npz, checks_for_signals_at_each_row_of_each_column)
     test::write_example_recording(place / "recording", 10);
     recording_reader recording(place / "recording");
     int checks = 0;
-    export_npz(recording, place / "output", [&] { ++checks; });
+    export_npz(recording, place / "output", {.row = [&] { ++checks; }});
     // Eight columns of three items.
     EXPECT_EQ(checks, 8 * 3 * 10);
 }
@@ -244,12 +258,7 @@ TEST(missing_counter, goes_on_after_the_last_listed_gap)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(formats, exporter,
-                         testing::Values(export_csv, export_npy,
-                                         [](recording_reader &recording,
-                                            const std::filesystem::path &directory) {
-                                             return export_npz(recording, directory);
-                                         }));
+INSTANTIATE_TEST_SUITE_P(formats, exporter, testing::Values(export_csv, export_npy, export_npz));
 
 } // namespace
 } // namespace vantor

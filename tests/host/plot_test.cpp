@@ -444,5 +444,16 @@ TEST(gnuplot, receives_no_command_in_a_text)
     EXPECT_EQ(gnuplot_quote("it's\n!touch file\n`date`\t\x1b[1m"), "'it''s?!touch file?`date`??[1m'");
 }
 
+TEST(plot, writes_no_picture_if_the_check_of_the_recording_is_stopped)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 5);
+    recording_reader recording(directory / "out");
+    const auto stop = [] { throw recording_error("stopped"); };
+    EXPECT_THROW(draw_recording(recording, {.output = directory / "x.png", .complete = stop}),
+                 recording_error);
+    EXPECT_FALSE(std::filesystem::exists(directory / "x.png"));
+}
+
 } // namespace
 } // namespace vantor

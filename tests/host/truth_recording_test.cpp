@@ -405,7 +405,7 @@ TEST_F(truth_recording, is_not_read_further_when_that_is_no_longer_wanted)
         left = most;
         EXPECT_THROW(check_recording(path, {}, stop), stopped);
         left = most;
-        EXPECT_THROW(export_truth(recording, directory / "files", stop), stopped);
+        EXPECT_THROW(export_truth(recording, directory / "files", {.row = stop}), stopped);
     }
     EXPECT_THROW(analyse_item(recording, 0, std::nullopt, [] { return true; }), drawing_stopped);
 }
