@@ -54,9 +54,12 @@ void map_builder::add(const frame_rows &row, const std::vector<sample> &samples,
         {
             continue;
         }
-        for (size_t i = 0; i < samples.size(); ++i)
+        for (size_t place = 0; place < samples.size(); place += sums_.size())
         {
-            sums_[i % sums_.size()] += std::abs(std::complex<double>(samples[i]));
+            for (size_t point = 0; point < std::min(sums_.size(), samples.size() - place); ++point)
+            {
+                sums_[point] += magnitude(samples[place + point]);
+            }
         }
         sweeps_ += item_.layout.sweeps();
     }

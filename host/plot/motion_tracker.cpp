@@ -221,9 +221,12 @@ std::optional<echo_position> motion_tracker::find(double seconds, std::span<cons
 {
     const size_t length = levels_.size();
     std::fill(levels_.begin(), levels_.end(), 0.0);
-    for (size_t i = 0; i < samples.size(); ++i)
+    for (size_t place = 0; place < samples.size(); place += length)
     {
-        levels_[i % length] += std::abs(std::complex<double>(samples[i]) - rest[i % length]);
+        for (size_t point = 0; point < std::min(length, samples.size() - place); ++point)
+        {
+            levels_[point] += magnitude(std::complex<double>(samples[place + point]) - rest[point]);
+        }
     }
     const auto sweeps = item_.layout.sweeps();
     for (auto &level : levels_)

@@ -247,7 +247,7 @@ private:
         for (auto place = analysis_.point; place < samples.size(); place += layout_.sweep_length)
         {
             sum += std::complex<double>(samples[place]);
-            level += std::abs(std::complex<double>(samples[place]));
+            level += magnitude(samples[place]);
             power_ += std::norm(std::complex<double>(samples[place]));
             ++samples_;
             between_frames_

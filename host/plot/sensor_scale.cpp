@@ -28,13 +28,13 @@ int subsweep_setting(const recorded_item &item, size_t subsweep, const std::stri
     const auto place = config.contains("subsweeps")
                            ? nlohmann::json::json_pointer("/subsweeps") / subsweep / name
                            : nlohmann::json::json_pointer() / name;
-    const auto value = config.value(place, nlohmann::json());
-    if (!value.is_number())
+    // A member that is missing would be found by an exception, which is slow: this is called for each frame.
+    if (!config.contains(place) || !config.at(place).is_number())
     {
         return configuration_schema()["$defs"][name]["default"].get<int>();
     }
     using limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<double>(value.get<double>(), limits::min(), limits::max()));
+    return static_cast<int>(std::clamp<double>(config.at(place).get<double>(), limits::min(), limits::max()));
 }
 
 double pulse_width(const recorded_item &item, size_t subsweep)

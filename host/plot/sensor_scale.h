@@ -4,6 +4,8 @@
 #ifndef VANTOR_SENSOR_SCALE_H
 #define VANTOR_SENSOR_SCALE_H
 
+#include <cmath>
+#include <complex>
 #include <cstddef>
 #include <string>
 
@@ -15,6 +17,12 @@ namespace vantor
 
 /** Converts an amplitude to dBFS; amplitudes below 0.1 are treated as 0.1. */
 double dbfs(double amplitude);
+
+/** The magnitude of a value whose square is in range, in a fraction of the time of std::abs. */
+inline double magnitude(std::complex<double> value) noexcept
+{
+    return std::sqrt(std::norm(value));
+}
 
 /** Distance for one radian of phase, in metres. */
 double metres_per_radian();
