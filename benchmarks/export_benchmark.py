@@ -1,6 +1,6 @@
 """
-Time of `vantor export --format npy` compared with a plain loop that reads the samples, widens them and writes them, and
-the peak memory and the bytes read of `vantor export`, `info` and `plot`. Prints a line of JSON for each length of frames
+Time and processor time of `vantor export --format npy` compared with a plain loop that reads the samples, widens them and
+writes them, and the peak memory and the bytes read of `vantor export`, `info` and `plot`. Prints a line of JSON for each length of frames
 and command.
 
 Usage: export_benchmark.py [--rounds NUMBER] [--megabytes NUMBER] VANTOR, with a Python that has NumPy
@@ -11,6 +11,7 @@ The recordings have this many megabytes; TMPDIR selects the disk, which needs fo
 import argparse
 import json
 import os
+import resource
 import shutil
 import statistics
 import subprocess
@@ -63,9 +64,15 @@ def figures(process):
         return {}
 
 
+def processor_time(who):
+    """Processor time so far of this process, or of its children that have ended."""
+    usage = resource.getrusage(who)
+    return usage.ru_utime + usage.ru_stime
+
+
 def watch(command):
-    """Runs a command; returns its time, and the last of its figures."""
-    start = time.monotonic()
+    """Runs a command; returns its time, its processor time, and the last of its figures."""
+    start, processor_start = time.monotonic(), processor_time(resource.RUSAGE_CHILDREN)
     found = {}
     with subprocess.Popen(command, stdout=subprocess.DEVNULL) as process:
         while process.poll() is None:
@@ -73,20 +80,27 @@ def watch(command):
             time.sleep(POLL_SECONDS)
     if process.returncode != 0:
         raise SystemExit(f"{command} ended with status {process.returncode}")
-    return {"seconds": time.monotonic() - start, **found}
+    return {"seconds": time.monotonic() - start,
+            "processor_seconds": processor_time(resource.RUSAGE_CHILDREN) - processor_start, **found}
 
 
 def timed_loop(recording, output):
-    """The time of the plain loop."""
-    start = time.monotonic()
+    """The time and the processor time of the plain loop."""
+    start, processor_start = time.monotonic(), processor_time(resource.RUSAGE_SELF)
     widen(recording, output)
-    return time.monotonic() - start
+    return {"seconds": time.monotonic() - start,
+            "processor_seconds": processor_time(resource.RUSAGE_SELF) - processor_start}
+
+
+def spread(values):
+    """The lowest and the highest value."""
+    return [round(min(values), 2), round(max(values), 2)]
 
 
 def compare_export(program, length, recording, folder, rounds):
     """Exports and runs the plain loop in turn."""
     output = os.path.join(folder, "output")
-    ratios, exports, loops = [], [], []
+    exports, loops = [], []
     for number in range(rounds):
         for name in ("loop", "export") if number % 2 else ("export", "loop"):
             os.sync()
@@ -95,12 +109,15 @@ def compare_export(program, length, recording, folder, rounds):
             else:
                 exports.append(watch([program, "export", recording, "--format", "npy", "--output", output]))
             shutil.rmtree(output)
-        ratios.append(exports[-1]["seconds"] / loops[-1])
-    print(json.dumps({"frames": length, "command": "export", "seconds": statistics.median(
-        round(export["seconds"], 2) for export in exports), "loop_seconds": round(statistics.median(loops), 2),
-                      "to_loop": round(statistics.median(ratios), 2),
-                      "to_loop_spread": [round(min(ratios), 2), round(max(ratios), 2)], "rounds": rounds,
-                      **{name: round(value) for name, value in exports[-1].items() if name != "seconds"}}), flush=True)
+    line = {"frames": length, "command": "export", "rounds": rounds}
+    for name in ("seconds", "processor_seconds"):
+        ratios = [export[name] / loop[name] for export, loop in zip(exports, loops)]
+        line |= {name: round(statistics.median(export[name] for export in exports), 2),
+                 f"loop_{name}": round(statistics.median(loop[name] for loop in loops), 2),
+                 f"{name}_to_loop": round(statistics.median(ratios), 2),
+                 f"{name}_to_loop_spread": spread(ratios)}
+    print(json.dumps({**line, **{name: round(value) for name, value in exports[-1].items() if name not in line}}),
+          flush=True)
 
 
 def measure(program, length, rounds, megabytes):
