@@ -50,10 +50,10 @@ void compare(const std::string &conversion, const std::string &all_flags, value_
         {
             flags += (subset >> i & 1U) != 0 ? all_flags.substr(i, 1) : "";
         }
-        for (const char *width : {"", "1", "5", "12", ".0", ".1", ".4", "7.3", "3.7"})
+        for (const char *width : {"", "1", "5", "12", ".0", ".1", ".4", "7.3", "3.7", "38", ".35"})
         {
             const std::string format = "<%" + flags + width + conversion + ">";
-            EXPECT_EQ(formatted(40, format.c_str(), value), expected(40, format.c_str(), value)) << format;
+            EXPECT_EQ(formatted(50, format.c_str(), value), expected(50, format.c_str(), value)) << format;
         }
     }
 }
@@ -65,7 +65,8 @@ TEST(format, writes_signed_numbers)
         compare("d", "-0+ ", value);
         compare("i", "-0+ ", value);
         compare("ld", "-0+ ", static_cast<long>(value));
-        compare("hd", "-0+ ", static_cast<int>(static_cast<short>(value)));
+        compare("hd", "-0+ ", value);
+        compare("hhi", "-0+ ", value);
         compare("zd", "-0", static_cast<ptrdiff_t>(value));
     }
     compare("ld", "-0+ ", LONG_MIN);
@@ -82,7 +83,9 @@ TEST(format, writes_unsigned_numbers)
             compare(std::string("l") + conversion, "-0", static_cast<unsigned long>(value));
             compare(std::string("z") + conversion, "-0", static_cast<size_t>(value));
         }
-        compare("o", "-0", value);
+        compare("hu", "-0", value);
+        compare("hhx", "-0#", value);
+        compare("o", "-0#", value);
         compare("x", "-0#", value);
         compare("X", "-0#", value);
     }
@@ -105,6 +108,19 @@ TEST(format, takes_widths_and_precisions_from_arguments)
 {
     EXPECT_EQ(formatted(40, "<%*d|%-*d|%.*s|%0*x>", 5, 7, 4, 8, 2, "abc", 4, 0xBU),
               expected(40, "<%*d|%-*d|%.*s|%0*x>", 5, 7, 4, 8, 2, "abc", 4, 0xBU));
+}
+
+TEST(format, takes_a_negative_width_for_the_left_and_a_negative_precision_for_none)
+{
+    EXPECT_EQ(formatted(40, "<%*d|%0*d|%.*d|%.*s>", -5, 7, -4, 8, -1, 0, -2, "abc"),
+              expected(40, "<%*d|%0*d|%.*d|%.*s>", -5, 7, -4, 8, -1, 0, -2, "abc"));
+}
+
+TEST(format, writes_a_missing_text)
+{
+    const char *const missing = nullptr;
+    EXPECT_EQ(formatted(40, std::string("<%s|%8s|%.3s> %d").c_str(), missing, missing, missing, 7),
+              "23:<(null)|  (null)|(nu> 7");
 }
 
 TEST(format, reads_no_text_beyond_its_precision)

@@ -13,8 +13,8 @@
 namespace
 {
 
-/** Most digits of a number: those of the largest one in octal, or the precision. */
-constexpr size_t most_digits = 32;
+/** Most digits of a number: those of the largest one in octal. */
+constexpr size_t most_digits = (8 * sizeof(unsigned long) + 2) / 3;
 
 constexpr char no_prefix[3] = "";
 
@@ -39,7 +39,8 @@ struct conversion_t
     bool has_zeros;
     bool has_prefix;
     bool is_long;
-    char plus; /**< the sign of a number that is not negative, or 0 */
+    uint8_t dropped_bits; /**< upper bits of an int that do not belong to the number */
+    char plus;            /**< the sign of a number that is not negative, or 0 */
     char type;
     size_t width;
     size_t precision; /**< SIZE_MAX when there is none */
@@ -70,16 +71,17 @@ void repeat(output_t &out, char character, size_t count)
     }
 }
 
-/** Writes a text with padding: spaces around it, or zeros after its prefix of at most two characters. */
-void put_field(output_t &out, const conversion_t &conversion, const char (&prefix)[3], const char *text,
-               size_t size)
+/** Writes a text after some zeros, with padding: spaces around it, or more zeros after its prefix of at most
+ * two characters. */
+void put_field(output_t &out, const conversion_t &conversion, const char (&prefix)[3], size_t zeros,
+               const char *text, size_t size)
 {
     const size_t prefix_size = prefix[0] == '\0' ? 0 : prefix[1] == '\0' ? 1 : 2;
-    const size_t padding = conversion.width - std::min(conversion.width, prefix_size + size);
+    const size_t padding = conversion.width - std::min(conversion.width, prefix_size + zeros + size);
     const bool has_zeros = conversion.has_zeros && !conversion.is_left;
     repeat(out, ' ', conversion.is_left || has_zeros ? 0 : padding);
     put(out, prefix, prefix_size);
-    repeat(out, '0', has_zeros ? padding : 0);
+    repeat(out, '0', has_zeros ? zeros + padding : zeros);
     put(out, text, size);
     repeat(out, ' ', conversion.is_left ? padding : 0);
 }
@@ -89,18 +91,20 @@ void put_number(output_t &out, conversion_t &conversion, const char (&prefix)[3]
     const char type = conversion.type;
     const unsigned long base = type == 'o' ? 8 : type == 'x' || type == 'X' || type == 'p' ? 16 : 10;
     const bool has_precision = conversion.precision != SIZE_MAX;
-    const size_t least = has_precision ? std::min(conversion.precision, most_digits) : 1;
     char digits[most_digits];
     size_t count = 0;
-    for (; number > 0 || count < least; number /= base)
+    for (; number > 0; number /= base)
     {
         const auto digit = static_cast<uint8_t>(number % base);
         ++count;
         digits[most_digits - count] =
             static_cast<char>(digit < 10 ? '0' + digit : (type == 'X' ? 'A' : 'a') - 10 + digit);
     }
+    const size_t precision = has_precision ? conversion.precision : 1;
+    // The prefix of an octal number is a zero, unless it begins with one anyway.
+    const size_t least = std::max(precision, conversion.has_prefix && type == 'o' ? count + 1 : count);
     conversion.has_zeros = conversion.has_zeros && !has_precision;
-    put_field(out, conversion, prefix, digits + most_digits - count, count);
+    put_field(out, conversion, prefix, least - count, digits + most_digits - count, count);
 }
 
 void put_signed(output_t &out, conversion_t &conversion, long number)
@@ -112,7 +116,7 @@ void put_signed(output_t &out, conversion_t &conversion, long number)
 
 void put_unsigned(output_t &out, conversion_t &conversion, unsigned long number)
 {
-    const bool has_prefix = conversion.has_prefix && number != 0;
+    const bool has_prefix = conversion.has_prefix && number != 0 && conversion.type != 'o';
     const char prefix[3] = {has_prefix ? '0' : '\0', conversion.type};
     put_number(out, conversion, prefix, number);
 }
@@ -131,32 +135,33 @@ void put_float(output_t &out, conversion_t &conversion, double number)
         std::memcpy(text, "inf", size);
     }
     conversion.has_zeros = conversion.has_zeros && std::isfinite(number);
-    put_field(out, conversion, sign, text, size);
+    put_field(out, conversion, sign, 0, text, size);
 }
 
 void put_text(output_t &out, conversion_t &conversion, const char *text)
 {
+    text = text != nullptr ? text : "(null)";
     size_t size = 0;
     while (size < conversion.precision && text[size] != '\0')
     {
         ++size;
     }
     conversion.has_zeros = false;
-    put_field(out, conversion, no_prefix, text, size);
+    put_field(out, conversion, no_prefix, 0, text, size);
 }
 
-/** Reads a number of a format, or the argument that replaces it. */
-size_t read_number(const char **format, arguments_t &arguments)
+/** Reads a number of a format, or the argument that replaces it, which can be negative. */
+int read_number(const char **format, arguments_t &arguments)
 {
     if (**format == '*')
     {
         ++*format;
-        return static_cast<size_t>(std::max(va_arg(arguments.list, int), 0));
+        return va_arg(arguments.list, int);
     }
-    size_t number = 0;
+    int number = 0;
     for (; **format >= '0' && **format <= '9'; ++*format)
     {
-        number = 10 * number + static_cast<size_t>(**format - '0');
+        number = 10 * number + (**format - '0');
     }
     return number;
 }
@@ -193,16 +198,19 @@ conversion_t read_conversion(const char **format, arguments_t &arguments)
     while (read_flag(format, conversion))
     {
     }
-    conversion.width = read_number(format, arguments);
+    const int width = read_number(format, arguments);
+    conversion.is_left = conversion.is_left || width < 0;
+    conversion.width = static_cast<size_t>(width < 0 ? -width : width);
     conversion.precision = SIZE_MAX;
     if (**format == '.')
     {
         ++*format;
-        conversion.precision = read_number(format, arguments);
+        const int precision = read_number(format, arguments);
+        conversion.precision = precision < 0 ? SIZE_MAX : static_cast<size_t>(precision);
     }
-    while (**format == 'h')
+    for (; **format == 'h'; ++*format)
     {
-        ++*format;
+        conversion.dropped_bits = conversion.dropped_bits == 0 ? 16 : 24;
     }
     if (**format == 'l' || **format == 'z' || **format == 't')
     {
@@ -213,6 +221,26 @@ conversion_t read_conversion(const char **format, arguments_t &arguments)
     return conversion;
 }
 
+/** Reads an argument that is a signed number. */
+long read_signed(const conversion_t &conversion, arguments_t &arguments)
+{
+    if (conversion.is_long)
+    {
+        return va_arg(arguments.list, long);
+    }
+    const int number = va_arg(arguments.list, int);
+    return static_cast<int>(static_cast<unsigned>(number) << conversion.dropped_bits) >>
+           conversion.dropped_bits;
+}
+
+/** Reads an argument that is an unsigned number. */
+unsigned long read_unsigned(const conversion_t &conversion, arguments_t &arguments)
+{
+    return conversion.is_long
+               ? va_arg(arguments.list, unsigned long)
+               : va_arg(arguments.list, unsigned) << conversion.dropped_bits >> conversion.dropped_bits;
+}
+
 /** Writes a conversion; false when it is unknown. */
 bool put_conversion(output_t &out, conversion_t &conversion, arguments_t &arguments)
 {
@@ -221,14 +249,13 @@ bool put_conversion(output_t &out, conversion_t &conversion, arguments_t &argume
     {
     case 'd':
     case 'i':
-        put_signed(out, conversion, conversion.is_long ? va_arg(list, long) : va_arg(list, int));
+        put_signed(out, conversion, read_signed(conversion, arguments));
         return true;
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-        put_unsigned(out, conversion,
-                     conversion.is_long ? va_arg(list, unsigned long) : va_arg(list, unsigned));
+        put_unsigned(out, conversion, read_unsigned(conversion, arguments));
         return true;
     case 'p':
         put_number(out, conversion, "0x", reinterpret_cast<uintptr_t>(va_arg(list, void *)));
@@ -239,7 +266,7 @@ bool put_conversion(output_t &out, conversion_t &conversion, arguments_t &argume
     case 'c':
     {
         const char character = static_cast<char>(va_arg(list, int));
-        put_field(out, conversion, no_prefix, &character, 1);
+        put_field(out, conversion, no_prefix, 0, &character, 1);
         return true;
     }
     case '%':
