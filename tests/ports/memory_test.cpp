@@ -525,6 +525,69 @@ TEST(memory, a_million_random_steps_keep_every_byte)
     EXPECT_EQ(memory().largest_free, all);
 }
 
+TEST(memory, statistics_are_exact_after_any_steps)
+{
+    // Pieces take up multiples of the smallest piece, so that no remainder is added to one.
+    const size_t unit = cost(0);
+    std::mt19937 random(9);
+    for (uint32_t round = 0; round < 300; ++round)
+    {
+        SCOPED_TRACE(round);
+        const lent_memory_t lent(2000 + random_below(random, 30000));
+        const size_t all = memory().largest_free;
+        // Leaves a multiple of the smallest piece.
+        void *rest =
+            (all + word) % unit == 0 ? nullptr : zet_integration_mem_alloc(request_of_cost(3 * alignment));
+        size_t live = memory().live;
+        size_t peak = live;
+        uint32_t failures = 0;
+        std::vector<std::pair<void *, size_t>> pieces;
+        const size_t most_units = 1 + random_below(random, 8);
+        for (uint32_t step = 0; step < 1000; ++step)
+        {
+            const size_t growth = step / 100 % 2 == 0 ? 70 : 35;
+            if (pieces.empty() || random_below(random, 100) < growth)
+            {
+                const size_t size = unit * (1 + random_below(random, most_units));
+                void *piece = zet_integration_mem_alloc(request_of_cost(size));
+                failures += piece == nullptr ? 1 : 0;
+                if (piece != nullptr)
+                {
+                    pieces.emplace_back(piece, size);
+                    live += size;
+                    peak = std::max(peak, live);
+                }
+            }
+            else
+            {
+                // Mostly the last ones, as when a document is freed.
+                const size_t newest =
+                    std::min<size_t>(pieces.size(), random_below(random, 4) == 0 ? 1000 : 3);
+                std::swap(pieces[pieces.size() - 1 - random_below(random, newest)], pieces.back());
+                zet_integration_mem_free(pieces.back().first);
+                live -= pieces.back().second;
+                pieces.pop_back();
+            }
+            // Seldom, because the answer joins the pieces that the allocator has kept.
+            if (random_below(random, 100) == 0)
+            {
+                const zet_vantor_server_memory_t now = memory();
+                ASSERT_EQ(now.live, live) << "step " << step;
+                ASSERT_EQ(now.peak, peak) << "step " << step;
+                ASSERT_EQ(now.failures, failures) << "step " << step;
+            }
+        }
+        for (const auto &[piece, size] : pieces)
+        {
+            zet_integration_mem_free(piece);
+        }
+        zet_integration_mem_free(rest);
+        EXPECT_EQ(memory().live, 0U);
+        EXPECT_EQ(memory().peak, peak);
+        EXPECT_EQ(memory().largest_free, all);
+    }
+}
+
 TEST(memory, requests_succeed_for_long_with_four_fifths_in_use)
 {
     constexpr size_t size = 65536;
