@@ -78,7 +78,7 @@ void board_log_send(uint8_t byte);
 
 /**
  * Switches the link's port on, or to another baud rate, with an interrupt for every byte that arrives and
- * without the one of board_link_set_send_interrupt.
+ * without the one of board_link_set_send_interrupt. Called while the link's interrupts are disabled.
  */
 void board_link_open(uint32_t baudrate);
 

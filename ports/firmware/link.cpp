@@ -95,8 +95,10 @@ bool wait_for_last_bit()
     return true;
 }
 
+/** Opens the port, without an interrupt in the middle, and leaves the interrupts off. */
 void open_at(uint32_t baudrate)
 {
+    disable_link_interrupts();
     current_baudrate = baudrate;
     board_link_open(baudrate);
 }
@@ -116,7 +118,6 @@ void link_handler()
 
 void link_open()
 {
-    disable_link_interrupts();
     open_at(BOARD_LINK_START_BAUDRATE);
     sends_by_interrupt = board_link_set_send_interrupt(false);
     send_ring.discard();
@@ -209,4 +210,5 @@ void link_set_baudrate(uint32_t baudrate)
 {
     link_drain();
     open_at(baudrate);
+    enable_link_interrupts();
 }

@@ -1,5 +1,5 @@
 /** @file
- * The link to the host: a serial port, with a ring buffers for bytes that arrive while the server is
+ * The link to the host: a serial port, with ring buffers for bytes that arrive while the server is
  * busy, and for bytes that are sent while it measures.
  */
 #ifndef VANTOR_FIRMWARE_LINK_H

@@ -228,6 +228,7 @@ void board_link_open(uint32_t baudrate)
     board.cut_bytes += board.now_ns < board.link.idle_ns ? 1U : 0U;
     board.link.byte_time_ns = (10000000000U + baudrate - 1U) / baudrate;
     board.link_send_interrupt_on = false;
+    board.on_link_open();
     record_call("link " + std::to_string(baudrate));
 }
 

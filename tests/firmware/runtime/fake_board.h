@@ -49,7 +49,8 @@ struct fake_board_t
     transmitter_t log;
     send_interrupt_t link_send_interrupt = send_interrupt_t::level;
     bool link_send_interrupt_on = false;
-    uint32_t link_interrupts = 0; /**< number of calls of the handler */
+    uint32_t link_interrupts = 0;               /**< number of calls of the handler */
+    std::function<void()> on_link_open = [] {}; /**< called while the link's port is opened */
     /** Whether the port reports the end of the last bit, rather than only an empty buffer. */
     bool link_reports_last_bit = true;
     uint32_t cut_bytes = 0;       /**< still in transmission when the link's port was opened again */

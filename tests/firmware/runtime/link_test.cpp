@@ -340,6 +340,16 @@ TEST_F(runtime_link, changes_the_baud_rate_after_the_last_bit_was_sent)
     }
 }
 
+TEST_F(runtime_link, handles_no_interrupt_while_the_baud_rate_changes)
+{
+    board.on_link_open = [] {
+        board.receive("x");
+        EXPECT_FALSE(link_has_input());
+    };
+    link_set_baudrate(9600);
+    EXPECT_EQ(read(), "x");
+}
+
 TEST_F(runtime_link, waits_for_one_byte_at_the_old_baud_rate)
 {
     link_set_baudrate(9600);
