@@ -12,8 +12,66 @@
 namespace
 {
 
+// Conversions in integers: many processors have no hardware for `double`.
+
+/** Digits of a fraction that are stored, without the first one. */
+constexpr uint32_t double_digits = DBL_MANT_DIG - 1;
+constexpr uint32_t float_digits = FLT_MANT_DIG - 1;
+constexpr uint32_t fewer_digits = double_digits - float_digits;
+
+/** What is added to the stored exponent of a `float` to get that of the same `double`. */
+constexpr uint32_t more_exponent = DBL_MAX_EXP - FLT_MAX_EXP;
+
+constexpr uint64_t no_sign = UINT64_MAX >> 1U;
+
 /** Half-way between the largest `float` and the next power of two: numbers from here up round to infinity. */
-constexpr double first_beyond_float = 0x1.ffffffp127;
+constexpr uint64_t first_beyond_float = std::bit_cast<uint64_t>(0x1.ffffffp127);
+
+/** Returns a number as a `float`, rounded to the nearest one, ties to even; it does not round to infinity. */
+float to_float(double number)
+{
+    const auto bits = std::bit_cast<uint64_t>(number);
+    const auto exponent = static_cast<int32_t>((bits & no_sign) >> double_digits) - int32_t{more_exponent};
+    uint64_t digits = (bits & no_sign) - (uint64_t{more_exponent} << double_digits);
+    uint32_t dropped = fewer_digits;
+    if (exponent <= 0)
+    {
+        // A subnormal `float` stores the first digit. Any smaller number becomes 0.
+        digits = exponent < -FLT_MANT_DIG ? 0U : (bits & (UINT64_MAX >> 12U)) | uint64_t{1} << double_digits;
+        dropped += exponent < -FLT_MANT_DIG ? 0U : static_cast<uint32_t>(1 - exponent);
+    }
+    const uint64_t is_odd = digits >> dropped & 1U;
+    const uint64_t rounded = (digits + (uint64_t{1} << (dropped - 1U)) - 1U + is_odd) >> dropped;
+    const auto sign = static_cast<uint32_t>((bits & ~no_sign) >> 32U);
+    return std::bit_cast<float>(sign | static_cast<uint32_t>(rounded));
+}
+
+/** Returns a finite `float` as a `double`. */
+double to_double(float number)
+{
+    constexpr uint32_t subnormal_shift = 24;
+    const bool is_subnormal = std::fabs(number) < FLT_MIN;
+    const auto bits = std::bit_cast<uint32_t>(is_subnormal ? number * 0x1p24F : number);
+    const uint32_t magnitude = bits & (UINT32_MAX >> 1U);
+    const uint64_t exponent = magnitude == 0 ? 0U : more_exponent - (is_subnormal ? subnormal_shift : 0U);
+    const uint64_t positive = (uint64_t{magnitude} << fewer_digits) + (exponent << double_digits);
+    return std::bit_cast<double>(uint64_t{bits ^ magnitude} << 32U | positive);
+}
+
+/** Returns a whole number as a `double`. */
+double double_of(uint32_t value, bool is_negative)
+{
+    if (value == 0)
+    {
+        return 0.0;
+    }
+    constexpr uint64_t exponent_of_one = 1023;
+    const auto shift = static_cast<uint32_t>(std::countl_zero(value));
+    // The first of the 53 digits of a fraction is not stored.
+    const uint64_t fraction = static_cast<uint64_t>(value << shift << 1U) << 20U;
+    const uint64_t exponent = exponent_of_one + 31U - shift;
+    return std::bit_cast<double>((is_negative ? uint64_t{1} << 63U : 0U) | exponent << 52U | fraction);
+}
 
 /**
  * Reads the value of a number that has no fractional part and fits `int`.
@@ -22,16 +80,12 @@ constexpr double first_beyond_float = 0x1.ffffffp127;
  */
 bool read_int(const cJSON *item, int *value)
 {
-    if (!cJSON_IsNumber(item))
+    // cJSON has dropped the fraction.
+    if (!cJSON_IsNumber(item) || zet_double_of(item->valueint) != item->valuedouble)
     {
         return false;
     }
-    const double number = item->valuedouble;
-    if (!(number >= INT_MIN && number <= INT_MAX) || std::trunc(number) != number)
-    {
-        return false;
-    }
-    *value = static_cast<int>(number);
+    *value = item->valueint;
     return true;
 }
 
@@ -42,18 +96,11 @@ bool read_int(const cJSON *item, int *value)
  */
 bool read_float(const cJSON *item, float *value)
 {
-    if (!cJSON_IsNumber(item))
+    if (!cJSON_IsNumber(item) || (std::bit_cast<uint64_t>(item->valuedouble) & no_sign) >= first_beyond_float)
     {
         return false;
     }
-    const double number = item->valuedouble;
-    const double magnitude = std::fabs(number);
-    if (!(magnitude < first_beyond_float))
-    {
-        return false;
-    }
-    const float rounded = magnitude > FLT_MAX ? FLT_MAX : static_cast<float>(magnitude);
-    *value = std::signbit(number) ? -rounded : rounded;
+    *value = to_float(item->valuedouble);
     return true;
 }
 
@@ -96,21 +143,6 @@ const json_field_t *find_field(const json_field_t *fields, const char *key)
         }
     }
     return nullptr;
-}
-
-/** Returns a whole number as a `double`. Uses integers: many processors have no hardware for `double`. */
-double double_of(uint32_t value, bool is_negative)
-{
-    if (value == 0)
-    {
-        return 0.0;
-    }
-    constexpr uint64_t exponent_of_one = 1023;
-    const auto shift = static_cast<uint32_t>(std::countl_zero(value));
-    // The first of the 53 digits of a fraction is not stored.
-    const uint64_t fraction = static_cast<uint64_t>(value << shift << 1U) << 20U;
-    const uint64_t exponent = exponent_of_one + 31U - shift;
-    return std::bit_cast<double>((is_negative ? uint64_t{1} << 63U : 0U) | exponent << 52U | fraction);
 }
 
 /** Returns a number without its fraction, or the nearest int. */
@@ -177,7 +209,7 @@ inline bool add_item(cJSON *target, const char *key, cJSON *item)
  *
  * @param saturated  the number without its fraction, or the nearest int; 0 if it is not a number
  */
-bool add_value(cJSON *target, const char *key, int type, double value, int saturated)
+inline bool add_value(cJSON *target, const char *key, int type, double value, int saturated)
 {
     auto *const item = static_cast<cJSON *>(cJSON_malloc(sizeof(cJSON)));
     if (item == nullptr)
@@ -196,6 +228,12 @@ bool add_value(cJSON *target, const char *key, int type, double value, int satur
 }
 
 } // namespace
+
+double zet_double_of(int value)
+{
+    const uint32_t magnitude = value < 0 ? 0U - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    return double_of(magnitude, value < 0);
+}
 
 bool get_json_int_value(const cJSON *node, const char *key, int *value)
 {
@@ -263,8 +301,7 @@ bool json_validate(const cJSON *node, const json_field_t *fields)
 
 bool add_json_int_value(cJSON *object, const char *key, int value)
 {
-    const uint32_t magnitude = value < 0 ? 0U - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
-    return add_value(object, key, cJSON_Number, double_of(magnitude, value < 0), value);
+    return add_value(object, key, cJSON_Number, zet_double_of(value), value);
 }
 
 bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
@@ -276,9 +313,8 @@ bool add_json_uint32_value(cJSON *object, const char *key, uint32_t value)
 bool add_json_float_value(cJSON *object, const char *key, float value)
 {
     // JSON cannot represent numbers that are not finite, and cJSON must not convert them to an integer.
-    return std::isfinite(value)
-               ? add_value(object, key, cJSON_Number, static_cast<double>(value), saturated(value))
-               : add_value(object, key, cJSON_NULL, 0.0, 0);
+    return std::isfinite(value) ? add_value(object, key, cJSON_Number, to_double(value), saturated(value))
+                                : add_value(object, key, cJSON_NULL, 0.0, 0);
 }
 
 bool add_json_bool_value(cJSON *object, const char *key, bool value)

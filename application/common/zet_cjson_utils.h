@@ -18,6 +18,10 @@
 extern "C" {
 #endif
 
+/** Returns an integer as a `double`. Uses integer arithmetic: many processors have no hardware for `double`.
+ */
+double zet_double_of(int value);
+
 /** JSON type that a member must have. */
 ZET_BYTE_ENUM(json_field_type_t){
     FIELD_TYPE_BOOLEAN = 0, /**< true or false */

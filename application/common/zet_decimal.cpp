@@ -9,7 +9,6 @@
 
 #include <bit>
 #include <cfloat>
-#include <charconv>
 #include <cstdint>
 
 #include "zet_big.h"
@@ -262,7 +261,7 @@ size_t zet_decimal_write(double value, char *text)
     uint32_t small = 0;
     if (is_uint32(value, &small))
     {
-        return static_cast<size_t>(std::to_chars(text, text + zet_decimal_text_size, small).ptr - text);
+        return static_cast<size_t>(zet_decimal_write_uint32(small, text) - text);
     }
     const auto bits = std::bit_cast<uint64_t>(value);
     const uint64_t magnitude = bits & (UINT64_MAX >> 1U);
@@ -274,8 +273,7 @@ size_t zet_decimal_write(double value, char *text)
     uint64_t whole = 0;
     if (is_exact_integer(magnitude, &whole))
     {
-        end = std::to_chars(end, text + zet_decimal_text_size, whole).ptr;
-        return static_cast<size_t>(end - text);
+        return static_cast<size_t>(zet_decimal_write_uint64(whole, end) - text);
     }
     uint32_t as_float = 0;
     if (is_float(magnitude, &as_float))

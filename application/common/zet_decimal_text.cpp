@@ -1,9 +1,8 @@
 /** @file
- * The text of decimal digits.
+ * The text of integers and of decimal digits.
  */
 #include "zet_decimal_text.h"
 
-#include <charconv>
 #include <cstring>
 
 namespace
@@ -64,7 +63,7 @@ char *append_scientific(char *end, const zet_decimal_t &decimal)
     {
         *end++ = '0';
     }
-    return std::to_chars(end, end + 3, magnitude).ptr;
+    return zet_decimal_write_uint32(static_cast<uint32_t>(magnitude), end);
 }
 
 /** Returns whether a decimal number is at most as long without an exponent as with one. */
@@ -79,6 +78,22 @@ bool is_plain_shorter(const zet_decimal_t &decimal)
 }
 
 } // namespace
+
+char *zet_decimal_write_uint64(uint64_t number, char *end)
+{
+    constexpr uint32_t billion = 1000000000;
+    if (number <= UINT32_MAX)
+    {
+        return zet_decimal_write_uint32(static_cast<uint32_t>(number), end);
+    }
+    char *const last_digit = zet_decimal_write_uint64(number / billion, end) - 1;
+    const char digit = *last_digit;
+    // A digit 1 before the other nine keeps their leading zeros.
+    char *const text_end =
+        zet_decimal_write_uint32(billion + static_cast<uint32_t>(number % billion), last_digit);
+    *last_digit = digit;
+    return text_end;
+}
 
 char *zet_decimal_write_digits(const zet_decimal_t &decimal, char *end)
 {

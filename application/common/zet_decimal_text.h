@@ -1,10 +1,21 @@
 /** @file
- * The text of decimal digits, for the files that compute the digits.
+ * The text of integers and of decimal digits.
  */
 #ifndef ZET_DECIMAL_TEXT_H
 #define ZET_DECIMAL_TEXT_H
 
+#include <charconv>
 #include <cstdint>
+
+/** Writes an integer; returns the end of the text. */
+inline char *zet_decimal_write_uint32(uint32_t number, char *end)
+{
+    constexpr uint32_t most_digits = 10;
+    return std::to_chars(end, end + most_digits, number).ptr;
+}
+
+/** Writes an integer; returns the end of the text. */
+char *zet_decimal_write_uint64(uint64_t number, char *end);
 
 /** A positive decimal number: 0.d₁d₂d₃… × 10^exponent; neither the first nor the last digit is 0. */
 struct zet_decimal_t

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <cstring>
 #include <iterator>
 
 #include <cjson/cJSON.h>
 
 #include "zet_decimal.h"
+#include "zet_decimal_text.h"
 #include "zet_utf8.h"
 #include "zet_vantor_server_base_internal.h"
 #include "zet_vantor_server_utils.h"
@@ -435,7 +435,7 @@ void zet_json_writer_uint(zet_json_writer_t *writer, uint64_t value)
 {
     constexpr uint32_t most_digits = 20;
     char *out = reserve(writer, begin(writer), most_digits);
-    commit(writer, std::to_chars(out, out + most_digits, value).ptr);
+    commit(writer, zet_decimal_write_uint64(value, out));
 }
 
 void zet_json_writer_thousandths(zet_json_writer_t *writer, uint64_t value)

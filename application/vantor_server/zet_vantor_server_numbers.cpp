@@ -94,8 +94,8 @@ void end_message(char *end)
 bool check_integer(const place_t &place, const integer_t &integer, char *message)
 {
     const cJSON *member = cJSON_GetObjectItemCaseSensitive(place.object, integer.key);
-    if (!cJSON_IsNumber(member) ||
-        (member->valuedouble >= integer.least && member->valuedouble <= integer.most))
+    if (!cJSON_IsNumber(member) || (member->valuedouble >= zet_double_of(integer.least) &&
+                                    member->valuedouble <= zet_double_of(integer.most)))
     {
         return true;
     }

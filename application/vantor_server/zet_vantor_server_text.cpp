@@ -3,9 +3,10 @@
  */
 #include "zet_vantor_server_text.h"
 
-#include <charconv>
 #include <cstddef>
 #include <cstring>
+
+#include "zet_decimal_text.h"
 
 char *zet_append_text(char *end, const char *text)
 {
@@ -16,8 +17,7 @@ char *zet_append_text(char *end, const char *text)
 
 char *zet_append_number(char *end, uint32_t number)
 {
-    constexpr size_t most_digits = 10;
-    char *new_end = std::to_chars(end, end + most_digits, number).ptr;
+    char *new_end = zet_decimal_write_uint32(number, end);
     *new_end = '\0';
     return new_end;
 }

@@ -3,11 +3,13 @@
  */
 #include "zet_cjson_utils.h"
 
+#include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -96,6 +98,31 @@ TEST(json_getters, read_the_full_range_of_a_float)
     EXPECT_EQ(read_float("1e-45"), std::numeric_limits<float>::denorm_min());
     EXPECT_EQ(read_float("1e-400"), 0.0F);
     EXPECT_TRUE(std::signbit(read_float("-0.0")));
+}
+
+TEST(json_getters, round_to_the_nearest_float)
+{
+    const auto item = document_t(cJSON_CreateObject());
+    cJSON *const member = cJSON_AddNumberToObject(item.get(), "v", 0.0);
+    std::mt19937_64 random(1);
+    // Every exponent: random fractions, and some that are half-way between two numbers of type `float`.
+    for (uint64_t exponent = 0; exponent < 1023 + 128; ++exponent)
+    {
+        for (uint64_t count = 0; count < 200; ++count)
+        {
+            const uint64_t fraction =
+                count % 2 == 0 ? random() >> 12U : (random() >> (12U + 23U)) << (count % 53U);
+            const double number =
+                std::bit_cast<double>(exponent << 52U | (fraction & (UINT64_MAX >> 12U)) | random() << 63U);
+            const auto expected = static_cast<float>(number);
+            member->valuedouble = number;
+            float value = 77.0F;
+            ASSERT_EQ(get_json_float_value(item.get(), "v", &value), std::isfinite(expected)) << number;
+            ASSERT_EQ(std::bit_cast<uint32_t>(value),
+                      std::bit_cast<uint32_t>(std::isfinite(expected) ? expected : 77.0F))
+                << number;
+        }
+    }
 }
 
 TEST(json_getters, refuse_values_that_are_not_a_float)
@@ -346,6 +373,22 @@ TEST(json_adders, keep_the_float_exactly)
         ASSERT_TRUE(get_json_float_value(object.get(), "v", &read));
         EXPECT_EQ(read, value);
         cJSON_DeleteItemFromObjectCaseSensitive(object.get(), "v");
+    }
+}
+
+TEST(json_adders, keep_floats_of_every_exponent)
+{
+    std::mt19937 random(1);
+    for (uint32_t high = 0; high < 0x10000; ++high)
+    {
+        const uint32_t fraction = high % 128 == 0 ? 0 : static_cast<uint32_t>(random()) & 0xFFFFU;
+        const auto value = std::bit_cast<float>(high << 16U | fraction);
+        const auto list = document_t(cJSON_CreateArray());
+        ASSERT_TRUE(add_json_float_value(list.get(), nullptr, value));
+        const cJSON *item = list->child;
+        ASSERT_EQ(cJSON_IsNumber(item) != 0, std::isfinite(value)) << value;
+        const double expected = std::isfinite(value) ? static_cast<double>(value) : 0.0;
+        ASSERT_EQ(std::bit_cast<uint64_t>(item->valuedouble), std::bit_cast<uint64_t>(expected)) << value;
     }
 }
 

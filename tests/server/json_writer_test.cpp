@@ -167,6 +167,26 @@ TEST(json_writer, writes_64_bit_integers_exactly)
     EXPECT_EQ(sent, "18446744073709551615\n");
 }
 
+TEST(json_writer, writes_integers_of_every_length)
+{
+    const auto text = [](uint64_t value) {
+        sent.clear();
+        zet_json_writer_t writer;
+        zet_json_writer_init(&writer, write_data);
+        zet_json_writer_uint(&writer, value);
+        zet_json_writer_finish(&writer);
+        return sent;
+    };
+    for (uint64_t power = 1; power <= UINT64_MAX / 10U; power *= 10U)
+    {
+        for (const uint64_t value :
+             {power - 1U, power, power + 1U, power * 10U - 1U, power * 7U + power / 3U})
+        {
+            EXPECT_EQ(text(value), std::to_string(value) + "\n");
+        }
+    }
+}
+
 TEST(json_writer, writes_thousandths_exactly)
 {
     const auto thousandths = [](uint64_t value) {
