@@ -65,7 +65,8 @@ typedef struct
     /** Reports the use of memory; null when the port does not know it. */
     void (*get_memory)(zet_vantor_server_memory_t *memory);
     /** Frees what was allocated since zet_vantor_server_init and is still in use: nobody can free it any
-     * more. Called between commands without a session. Null when the port cannot do this. */
+     * more. Called between commands without a session. Null when the port cannot do this; a port can also
+     * only make the allocator join its free memory. */
     void (*recover_memory)(void);
     zet_log_level_t nox_log_level; /**< initial threshold of the sensor library's log */
     uint32_t baudrate;             /**< initial baud rate of the link; 0 when it is fixed */

@@ -55,6 +55,12 @@ size_t live_memory()
     return memory.live;
 }
 
+/** Joins the blocks that the allocator has kept for a session, before the next command uses some of them. */
+void join_kept_memory()
+{
+    (void)live_memory();
+}
+
 /** Logs the board, the cause of its reset, and the addresses that the program may access. */
 void log_start()
 {
@@ -90,6 +96,7 @@ bool start_server()
     port.line_size = sizeof line;
     port.max_values = BOARD_MAX_VALUES;
     port.get_memory = get_memory;
+    port.recover_memory = join_kept_memory;
     port.board = &identity;
     port.nox_log_level = ZET_LOG_LEVEL_WARNING;
     return zet_vantor_server_init(&port);

@@ -447,6 +447,15 @@ class Memory(unittest.TestCase):
             self.at_rest = memory
         self.assert_at_rest()
 
+    def test_a_command_right_behind_the_end_of_a_session_finds_one_free_block(self):
+        for _ in range(5):
+            frames_of(self.host, SMALL, 3)
+            # The firmware reads 64 bytes at a time.
+            self.host.send(b'{"command":"end"}'.ljust(63) + b'\n{"command":"identify"}\n')
+            self.assertEqual(self.host.message()[0]["status"], "ok")
+            memory = self.host.message()[0]["memory"]
+            self.assertEqual(memory["largest_free"], self.at_rest["largest_free"])
+
     def test_documents_of_growing_size(self):
         failures, before = 0, self.at_rest["failures"]
         for count in range(50, NUMBERS["MAX_VALUES"], campaign(40, 140)):
