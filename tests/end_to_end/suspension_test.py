@@ -162,7 +162,8 @@ class Suspension(unittest.TestCase):
     def test_frames_that_the_server_left_out(self):
         self.check(ServerPace)
 
-    def check_frames_due_at_the_end(self, *options, interrupted=False):
+    def record_until_suspended(self, *options, interrupted):
+        """One run whose end is suspended; returns the summary, its seconds, and what the server counted."""
         with tempfile.TemporaryDirectory() as folder, Server("--tcp", "0") as server:
             configuration = os.path.join(folder, "config.json")
             output = os.path.join(folder, "recording")
@@ -171,12 +172,20 @@ class Suspension(unittest.TestCase):
             summary, seconds = self.record_with_suspension(server, configuration, output, 0.3, LONGEST, *options,
                                                            interrupted=interrupted)
             with server.connect() as host:
-                counted = host.ask("stats")
+                return summary, seconds, host.ask("stats")
+
+    def check_frames_due_at_the_end(self, *options, interrupted=False):
+        for _ in range(MOST_TRIES):
+            summary, seconds, counted = self.record_until_suspended(*options, interrupted=interrupted)
+            reported = [int(number) for number in DUE_AT_END.findall("\n".join(summary["warnings"]))]
+            due = summary["frames"] + summary["frames_missing"] + sum(reported)
+            counted_due = counted["frames"] + counted["frames_left_out"]
+            # The server was late when it was stopped: the host cannot count those frames.
+            if not 0 < counted_due - due <= ServerPace.most_late:
+                break
         self.assertNotIn("the server did not answer", "\n".join(summary["warnings"]))
-        reported = [int(number) for number in DUE_AT_END.findall("\n".join(summary["warnings"]))]
-        due = summary["frames"] + summary["frames_missing"] + sum(reported)
         self.assertEqual(len(reported), 1, summary["warnings"])
-        self.assertEqual(due, counted["frames"] + counted["frames_left_out"])
+        self.assertEqual(due, counted_due)
         self.assertGreater(counted["frames_left_out"], 0, "no frame was left out, so that nothing was tested")
         self.assertGreaterEqual(due, int(seconds * RATE))
         self.assertLessEqual(due, int(counted["uptime_s"] * RATE) + 1)

@@ -189,11 +189,11 @@ bool is_store_interrupted(const situation &given, uint32_t steps)
 
 TEST_F(send_ring_interrupted, passes_every_byte_wherever_a_store_is_interrupted)
 {
-    for (const uint32_t place : {0U, 3U, 7U})
+    for (const uint32_t place : {0U, 7U})
     {
-        for (const uint32_t waiting : {0U, 1U, 5U, 8U})
+        for (const uint32_t waiting : {0U, 5U})
         {
-            for (const uint32_t stored : {1U, 5U, 8U})
+            for (const uint32_t stored : {1U, 8U})
             {
                 for (const uint32_t taken : {1U, 8U})
                 {
