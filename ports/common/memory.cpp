@@ -161,7 +161,7 @@ struct heap_t
     block_t *loose_end; /**< the block behind the loose one, in use, as is the one before it; or null */
     block_t *recent;    /**< the blocks that were loose before; marked as free, but not in bins */
     size_t recent_count;
-    bool is_open;   /**< small blocks are split off the loose block, when there are no recent ones */
+    bool is_open;   /**< small blocks are split off the loose block if there are no recent ones */
     size_t taken;   /**< in use or loose now */
     size_t peak;    /**< highest number of bytes in use */
     block_t **bins; /**< at the start of the region, as many as a region of this size needs */

@@ -16,9 +16,9 @@ constexpr uint32_t link_stall_limit_s = 5;
 void link_open();
 
 /**
- * Copies bytes that interrupts then send to the host. Waits while there is no room for them; if the port has
- * no interrupt for sending, until they have been sent. If the port accepts nothing for link_stall_limit_s,
- * the link counts as stalled: the rest is dropped, and so is all output until link_open.
+ * Copies bytes, which interrupts send to the host later. Waits while there is no room for them. If the port
+ * has no interrupt for sending, it waits until they have been sent. If the port accepts nothing for
+ * link_stall_limit_s, the link counts as stalled: the rest is dropped, and so is all output until link_open.
  */
 void link_write(const void *data, uint32_t size);
 

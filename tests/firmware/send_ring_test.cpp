@@ -129,7 +129,7 @@ extern "C" void on_trap(int /*signal*/, siginfo_t * /*info*/, void *context)
     flags |= trap_flag;
 }
 
-/** Calls a program, and an interrupt in it after some instructions; returns whether it has so many. */
+/** Runs a program and interrupts it after a number of instructions; false if it ended before. */
 template <typename program_t>
 bool is_interrupted(const program_t &program, uint32_t steps, std::function<void()> interrupt)
 {
@@ -168,7 +168,7 @@ struct situation
     uint32_t taken;
 };
 
-/** Interrupts the store after some instructions; returns whether it has so many. */
+/** Interrupts a store after a number of instructions; false if it ended before. */
 bool is_store_interrupted(const situation &given, uint32_t steps)
 {
     ring_t ring;

@@ -116,25 +116,19 @@ std::string write_message(link_t &link, size_t pieces, size_t piece_size)
     return message;
 }
 
-TEST(link, sends_header_and_payload_in_one_call)
+TEST(link, sends_each_message_in_one_call)
 {
-    packet_link_t link;
-    const std::string message = write_message(link, 1, 400);
-    EXPECT_EQ(link.packets(), std::vector{message});
-}
-
-TEST(link, sends_the_payloads_of_many_items_in_one_call)
-{
-    packet_link_t link;
-    const std::string message = write_message(link, 10, 7500);
-    EXPECT_EQ(link.packets(), std::vector{message});
-}
-
-TEST(link, sends_a_payload_that_is_larger_than_its_buffer_in_one_call)
-{
-    packet_link_t link;
-    const std::string message = write_message(link, 1, 300000);
-    EXPECT_EQ(link.packets(), std::vector{message});
+    struct
+    {
+        size_t items;
+        size_t piece_size;
+    } const cases[] = {{1, 400}, {10, 7500}, {1, 300000}};
+    for (const auto &[items, piece_size] : cases)
+    {
+        packet_link_t link;
+        const std::string message = write_message(link, items, piece_size);
+        EXPECT_EQ(link.packets(), std::vector{message}) << items << " items of " << piece_size << " bytes";
+    }
 }
 
 TEST(link, sends_each_flushed_message_at_once)

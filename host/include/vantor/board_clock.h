@@ -54,7 +54,7 @@ inline constexpr double most_drift = 200e-6;
 class board_clock
 {
 public:
-    /** @param ticks_per_second  0 if the server has no clock: there are no bounds then */
+    /** @param ticks_per_second  0 if the server has no clock; bounds() then returns nothing */
     explicit board_clock(double ticks_per_second);
 
     /**
