@@ -21,6 +21,7 @@
 #include "vantor/sample.h"
 #include "vantor/sample_buffer.h"
 #include "vantor/truth.h"
+#include "vantor/utc_time.h"
 
 namespace vantor
 {
@@ -131,6 +132,7 @@ struct frame_item
     uint32_t tick = 0;                   /**< time of the measurement; wraps around */
     double seconds = 0.0; /**< time of the measurement since the first frame of the stream, by the server's
                              clock; 0 if it has none */
+    std::optional<utc_time> utc; /**< time of the measurement; no value while it is not known */
     int temperature = 0;  /**< relative, in degrees Celsius; use it only to compare with other values */
     bool data_saturated = false;
     bool calibration_needed = false;
