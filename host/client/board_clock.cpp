@@ -30,6 +30,12 @@ steady_clock::duration ceil(double value)
     return std::chrono::ceil<steady_clock::duration>(seconds(value));
 }
 
+/** The times that lie within both bounds; earliest is after latest if there are none. */
+time_bounds common_part(const time_bounds &one, const time_bounds &other)
+{
+    return {std::max(one.earliest, other.earliest), std::min(one.latest, other.latest)};
+}
+
 } // namespace
 
 board_clock::board_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
@@ -46,33 +52,40 @@ void board_clock::add(const clock_reading &reading)
     if (last_)
     {
         const auto expected = bounds_after(seconds_since_reading(reading.tick, now.middle()));
-        const time_bounds both = {std::max(now.earliest, expected.earliest),
-                                  std::min(now.latest, expected.latest)};
-        if (both.earliest <= both.latest)
+        now = common_part(now, expected);
+        if (now.earliest > now.latest)
         {
-            now = both;
+            forget();
+            return;
         }
-        else
-        {
-            ++contradictions_;
-        }
+        doubtful_ = false;
     }
     tick_ = reading.tick;
     last_ = now;
 }
 
-std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time_point near) const
+std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time_point arrival)
 {
-    if (!last_)
+    if (!last_ || doubtful_)
     {
         return std::nullopt;
     }
-    return bounds_after(seconds_since_reading(tick, near));
+    auto bounds = bounds_after(seconds_since_reading(tick, arrival));
+    bounds.latest = std::min(bounds.latest, arrival);
+    if (bounds.earliest > bounds.latest)
+    {
+        forget();
+        return std::nullopt;
+    }
+    return bounds;
 }
 
-unsigned board_clock::contradictions() const noexcept
+/** After a contradiction. */
+void board_clock::forget() noexcept
 {
-    return contradictions_;
+    ++contradictions_;
+    last_.reset();
+    doubtful_ = true;
 }
 
 /** Seconds by the server's clock from the last reading to a tick near a time of the host's clock. */

@@ -56,6 +56,7 @@ void client::reconnect()
     understood_ = false;
     frame_rate_ = 0.0;
     unanswered_ends_ = 0;
+    forget_clock();
     find_server();
     // Includes those of earlier hosts, which a busy server still answers.
     unanswered_ends_ = any_number;
@@ -87,11 +88,25 @@ std::optional<clock_reading> client::ping(const frame_handler &handler)
         ping_sent_ = loop_->now();
     }
     const auto answer = request(command, handler);
-    if (!answer.contains("tick"))
-    {
-        return std::nullopt;
-    }
-    return clock_reading{ping_sent_, loop_->now(), integer_member<uint32_t>(answer, "tick")};
+    return read_clock(answer, {ping_sent_, loop_->now()});
+}
+
+void client::ask_clock()
+{
+    // The answer may be that to an earlier question.
+    clock_asked_ = clock_asked_.value_or(loop_->now());
+    send_command({{"command", "ping"}});
+    ++clock_answers_;
+}
+
+bool client::clock_asked() const noexcept
+{
+    return clock_asked_.has_value();
+}
+
+std::optional<clock_reading> client::take_clock() noexcept
+{
+    return std::exchange(clock_, std::nullopt);
 }
 
 nlohmann::json client::stats(const frame_handler &handler)

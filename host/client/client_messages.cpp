@@ -155,6 +155,7 @@ void client::end(waiting_limit limit)
             if (answers_end(received))
             {
                 --unanswered_ends_;
+                forget_clock();
                 parser_.expect_frames(std::nullopt);
                 frame_rate_ = 0.0;
                 return;
@@ -221,13 +222,14 @@ std::optional<message> client::poll_message(time_point deadline)
     return poll(deadline, [this] { return take_message(); });
 }
 
-/** Takes the next message that is not a log line; nothing if more bytes are needed. */
+/** Takes the next message that is not a log line nor answers ask_clock(); nothing if more bytes are needed.
+ */
 std::optional<message> client::take_message()
 {
     while (auto received = parser_.next())
     {
         understood_ = true;
-        if (!deliver_log(received->header))
+        if (!deliver_log(received->header) && !keep_clock(received->header))
         {
             return received;
         }
@@ -358,6 +360,28 @@ bool client::deliver_log(const nlohmann::json &header)
                  .text = text_member(header, "message")});
     }
     return true;
+}
+
+/** Keeps the answer to ask_clock(); false if the message is not one. */
+bool client::keep_clock(const nlohmann::json &header)
+{
+    if (clock_answers_ == 0 || !answers_ping(header))
+    {
+        return false;
+    }
+    --clock_answers_;
+    if (const auto asked = std::exchange(clock_asked_, std::nullopt))
+    {
+        clock_ = read_clock(header, {*asked, loop_->now()});
+    }
+    return true;
+}
+
+/** No answer to ask_clock() arrives any more. */
+void client::forget_clock() noexcept
+{
+    clock_asked_.reset();
+    clock_answers_ = 0;
 }
 
 /**

@@ -25,7 +25,9 @@ constexpr std::chrono::hours longest_wait{1};
 } // namespace
 
 event_loop::event_loop(time_source now)
-    : now_(std::move(now)), context_(std::make_unique<boost::asio::io_context>())
+    : now_(std::move(now)),
+      utc_of_zero_(std::chrono::system_clock::now() - std::chrono::nanoseconds(now_().time_since_epoch())),
+      context_(std::make_unique<boost::asio::io_context>())
 {
 }
 

@@ -4,9 +4,11 @@
 #ifndef VANTOR_MESSAGE_KINDS_H
 #define VANTOR_MESSAGE_KINDS_H
 
+#include <optional>
 #include <string>
 
 #include "client/json_members.h"
+#include "vantor/board_clock.h"
 #include "vantor/errors.h"
 #include "vantor/message_parser.h"
 
@@ -23,6 +25,22 @@ inline bool is_frame(const message &received)
 inline bool answers_end(const message &received)
 {
     return received.header.value("command", nlohmann::json()) == "end";
+}
+
+/** Whether a message answers "ping". */
+inline bool answers_ping(const nlohmann::json &header)
+{
+    return header["status"] == "ok" && header.value("command", nlohmann::json()) == "ping";
+}
+
+/** The reading in the answer to "ping"; nothing if the server does not report its clock. */
+inline std::optional<clock_reading> read_clock(const nlohmann::json &answer, time_bounds between)
+{
+    if (!answer.contains("tick"))
+    {
+        return std::nullopt;
+    }
+    return clock_reading{between.earliest, between.latest, integer_member<uint32_t>(answer, "tick")};
 }
 
 /** Throws if a message reports an error of the server. */

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "hub/clock_watch.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -84,7 +85,8 @@ std::vector<int> calibration_temperatures(const session_metadata &metadata)
 
 session_source::session_source(client &server, nlohmann::json configuration, session_policy policy,
                                event_loop &loop, truth_file *truth)
-    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop), truth_(truth),
+    : server_(server), configuration_(std::move(configuration)), policy_(policy), loop_(loop),
+      clock_watch_(std::make_unique<clock_watch>(server, loop)), truth_(truth),
       sensor_(server.server().sensor), board_(server.server().board),
       ticks_per_second_(server.server().ticks_per_second)
 {
@@ -95,9 +97,11 @@ session_source::session_source(client &server, nlohmann::json configuration, ses
     }
 }
 
+session_source::~session_source() = default;
+
 void session_source::start()
 {
-    server_.start();
+    begin_stream();
     last_frame_ = loop_.now();
     silence_ = {};
 }
@@ -226,6 +230,15 @@ void session_source::configure()
     rate_ = nominal_frame_rate(configuration_, *metadata_, server_.server());
 }
 
+/** Starts the stream, and asks for the clock before. */
+void session_source::begin_stream()
+{
+    const bool sensors_pace = rate_ > 0.0 && metadata_->tick_period == 0;
+    const std::chrono::duration<double> period(sensors_pace ? 1.0 / rate_ : 0.0);
+    clock_watch_->begin(std::chrono::duration_cast<clock::duration>(period));
+    server_.start();
+}
+
 double session_source::refused_rate() const noexcept
 {
     constexpr double tolerance = 0.01;
@@ -351,7 +364,11 @@ void session_source::begin_segment(const char *reason)
     configure();
     check_session(*before);
     continue_truth();
-    server_.start();
+    if (lost_)
+    {
+        clock_watch_->reset();
+    }
+    begin_stream();
     if (last_tick_)
     {
         resumed_ = reason;
@@ -446,7 +463,8 @@ std::optional<frame> session_source::poll(std::chrono::milliseconds timeout)
     const auto before = loop_.now();
     try
     {
-        return server_.receive_frame(timeout);
+        clock_watch_->ask_if_due();
+        return server_.receive_frame(std::min(timeout, clock_watch_->longest_wait()));
     }
     catch (const bad_message &fault)
     {
@@ -516,6 +534,7 @@ void session_source::note_frame(frame &received)
     damage_.reset();
     missing_ = earlier_missing_ + received.missing();
     received.set_missing(missing_);
+    clock_watch_->add_times(received);
     if (truth_ != nullptr)
     {
         add_truth(received);

@@ -158,20 +158,39 @@ TEST(board_clock, finds_ticks_before_a_reading_and_across_wraps)
     ASSERT_TRUE(before);
     EXPECT_NEAR(seconds_of(before->middle()), 99.0, 1e-8);
     const double wrap = 4294.967296;
-    const auto later = clock.bounds(5, at(100.0 + 3 * wrap + 1.0));
+    const auto later = clock.bounds(5, at(100.0 + 3 * wrap + 4.0));
     ASSERT_TRUE(later);
     EXPECT_NEAR(seconds_of(later->middle()), 100.0 + 3 * wrap, 1e-6);
 }
 
-TEST(board_clock, begins_anew_after_a_reading_that_contradicts_those_before)
+TEST(board_clock, knows_no_time_after_a_contradiction_until_two_readings_agree)
 {
     board_clock clock(1e6);
     clock.add({at(10.0), at(10.001), 0});
     clock.add({at(11.0), at(11.001), 1'500'000});
     EXPECT_EQ(clock.contradictions(), 1U);
-    const auto bounds = clock.bounds(1'600'000, at(11.2));
+    EXPECT_FALSE(clock.bounds(1'600'000, at(11.2)));
+    clock.add({at(12.0), at(12.001), 2'500'000});
+    EXPECT_FALSE(clock.bounds(2'600'000, at(12.2)));
+    clock.add({at(13.0), at(13.001), 3'500'000});
+    const auto bounds = clock.bounds(3'600'000, at(13.2));
     ASSERT_TRUE(bounds);
-    EXPECT_NEAR(seconds_of(bounds->middle()), 11.1005, 1e-8);
+    EXPECT_NEAR(seconds_of(bounds->middle()), 13.1005, 1e-8);
+    EXPECT_EQ(clock.contradictions(), 1U);
+}
+
+TEST(board_clock, takes_no_tick_for_later_than_its_arrival)
+{
+    board_clock clock(1e6);
+    clock.add({at(10.0), at(10.1), 0});
+    const auto cut = clock.bounds(500'000, at(10.52));
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(cut->latest, at(10.52));
+    EXPECT_NEAR(seconds_of(cut->earliest), 10.4999, 1e-5);
+    EXPECT_FALSE(clock.bounds(1'500'000, at(11.4)));
+    EXPECT_EQ(clock.contradictions(), 1U);
+    clock.add({at(12.0), at(12.1), 2'000'000});
+    EXPECT_FALSE(clock.bounds(2'100'000, at(12.3)));
 }
 
 } // namespace vantor

@@ -548,6 +548,111 @@ TEST(client, remembers_when_it_sent_a_ping_whose_answer_follows_a_damaged_messag
     EXPECT_EQ(frames, 2);
 }
 
+/** Answers "ping" with a tick. */
+void send_clock(host_connection &host, uint32_t tick)
+{
+    host.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", tick}}, "");
+}
+
+TEST(client, takes_the_clock_from_the_stream)
+{
+    fake_server server;
+    std::chrono::steady_clock::time_point executed;
+    server.on("start", test::stream_frames(1));
+    server.on("ping", [&](host_connection &host, const json &) {
+        executed = std::chrono::steady_clock::now();
+        send_clock(host, 7);
+        host.send(example_session().frame_header(1), example_session().frame_payload(1));
+    });
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    EXPECT_FALSE(host.clock_asked());
+    host.ask_clock();
+    EXPECT_TRUE(host.clock_asked());
+    EXPECT_FALSE(host.take_clock());
+    ASSERT_TRUE(host.receive_frame(10s));
+    ASSERT_TRUE(host.receive_frame(10s));
+    EXPECT_FALSE(host.clock_asked());
+    const auto reading = host.take_clock();
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->tick, 7);
+    EXPECT_LE(reading->sent, executed);
+    EXPECT_GE(reading->received, executed);
+    EXPECT_FALSE(host.take_clock());
+}
+
+TEST(client, keeps_the_clock_while_it_waits_for_another_answer)
+{
+    fake_server server;
+    uint32_t tick = 0;
+    server.on("ping", [&](host_connection &host, const json &) { send_clock(host, ++tick); });
+    auto host = connect(server);
+    host.ask_clock();
+    host.stats();
+    EXPECT_EQ(host.take_clock().value().tick, 1);
+    host.ask_clock();
+    EXPECT_EQ(host.ping().value().tick, 3);
+    EXPECT_EQ(host.take_clock().value().tick, 2);
+}
+
+TEST(client, counts_a_clock_from_the_first_of_the_questions_that_it_may_answer)
+{
+    fake_server server;
+    std::vector<std::chrono::steady_clock::time_point> asked;
+    server.on("ping", [&](host_connection &host, const json &) {
+        asked.push_back(std::chrono::steady_clock::now());
+        if (asked.size() > 1)
+        {
+            send_clock(host, static_cast<uint32_t>(asked.size()));
+        }
+    });
+    auto host = connect(server);
+    const auto before = std::chrono::steady_clock::now();
+    host.ask_clock();
+    host.stats();
+    EXPECT_TRUE(host.clock_asked());
+    host.ask_clock();
+    host.stats();
+    const auto doubtful = host.take_clock().value();
+    EXPECT_EQ(doubtful.tick, 2);
+    EXPECT_GE(doubtful.sent, before);
+    EXPECT_LE(doubtful.sent, asked[0]);
+    host.ask_clock();
+    host.stats();
+    const auto next = host.take_clock().value();
+    EXPECT_EQ(next.tick, 3);
+    EXPECT_GE(next.sent, asked[1]);
+}
+
+TEST(client, forgets_at_the_end_of_a_session_that_it_asked_for_the_clock)
+{
+    fake_server server;
+    server.on("ping", [](host_connection &, const json &) {});
+    auto host = connect(server);
+    host.ask_clock();
+    host.end();
+    EXPECT_FALSE(host.clock_asked());
+    server.on("ping", [](host_connection &other, const json &) { send_clock(other, 5); });
+    EXPECT_EQ(host.ping().value().tick, 5);
+    EXPECT_FALSE(host.take_clock());
+}
+
+TEST(client, takes_no_clock_from_a_server_that_reports_none)
+{
+    fake_server server;
+    auto host = connect(server);
+    host.ask_clock();
+    host.stats();
+    EXPECT_FALSE(host.clock_asked());
+    EXPECT_FALSE(host.take_clock());
+    server.on("ping", [](host_connection &other, const json &) {
+        other.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", -1}}, "");
+    });
+    host.ask_clock();
+    EXPECT_THROW(host.stats(), protocol_error);
+}
+
 TEST(client, requests_statistics)
 {
     fake_server server;

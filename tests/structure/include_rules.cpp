@@ -170,8 +170,8 @@ void add_host_rules(rules_t &rules)
     // The client does not need to know how a configuration is checked or planned.
     const public_layer client(rules, basics.all(),
                               {"time_source", "sample", "sample_buffer", "address", "loss_counter",
-                               "tick_clock", "board_clock", "event_loop", "link", "message_parser", "truth",
-                               "session", "client"});
+                               "tick_clock", "board_clock", "utc_time", "event_loop", "link",
+                               "message_parser", "truth", "session", "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
                                  {"arrived_frame", "flag_counts", "recording_error", "segment", "capture",
                                   "frame_table", "item_statistics", "recorded_item", "session_description",

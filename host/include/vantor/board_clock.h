@@ -50,6 +50,9 @@ inline constexpr double most_drift = 200e-6;
  * A reading says that the tick was current between two times. Later, the interval becomes wider by twice the
  * largest drift, and the next reading cuts it: a short round trip counts more than a long one, whichever way
  * took the time. All that is assumed is that the rates of the clocks never differ by more than most_drift.
+ *
+ * If a tick contradicts that, one of the clocks was set or stopped, or does not run at its rate: the readings
+ * are forgotten, and no time is known until two further readings agree.
  */
 class board_clock
 {
@@ -57,35 +60,35 @@ public:
     /** @param ticks_per_second  0 if the server has no clock; bounds() then returns nothing */
     explicit board_clock(double ticks_per_second);
 
-    /**
-     * Adds a reading, not older than the last one.
-     *
-     * If it contradicts the earlier ones, the server's clock was set, or runs at a wrong rate: the readings
-     * before are forgotten.
-     */
+    /** Adds a reading, not older than the last one. */
     void add(const clock_reading &reading);
 
     /**
      * The bounds of the time at which the clock showed a tick, from the readings so far.
      *
-     * @param tick  the tick
-     * @param near  a time of the host's clock that is less than half a wrap of the ticks away from it
-     * @return nothing without a clock or a reading
+     * @param tick     the tick
+     * @param arrival  a later time of the host's clock, by less than half a wrap of the ticks: when the tick
+     *                 was received
+     * @return nothing if the time is not known
      */
-    [[nodiscard]] std::optional<time_bounds> bounds(uint32_t tick,
-                                                    std::chrono::steady_clock::time_point near) const;
+    std::optional<time_bounds> bounds(uint32_t tick, std::chrono::steady_clock::time_point arrival);
 
-    /** How often a reading contradicted those before it. */
-    [[nodiscard]] unsigned contradictions() const noexcept;
+    /** How often a tick contradicted the readings before it. */
+    [[nodiscard]] unsigned contradictions() const noexcept
+    {
+        return contradictions_;
+    }
 
 private:
     [[nodiscard]] double seconds_since_reading(uint32_t tick,
                                                std::chrono::steady_clock::time_point near) const;
     [[nodiscard]] time_bounds bounds_after(double seconds) const;
+    void forget() noexcept;
 
     double ticks_per_second_;
     uint32_t tick_ = 0;               /**< of the last reading */
     std::optional<time_bounds> last_; /**< of that tick */
+    bool doubtful_ = false;           /**< after a contradiction, until two readings agree */
     unsigned contradictions_ = 0;
 };
 

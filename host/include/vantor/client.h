@@ -128,6 +128,19 @@ public:
     std::optional<clock_reading> ping(const frame_handler &handler = {});
 
     /**
+     * Asks for the server's clock without waiting. Whichever function of this object meets the answer keeps
+     * it for take_clock(). Asking again before the answer has come makes the reading less exact, but not
+     * wrong.
+     */
+    void ask_clock();
+
+    /** Whether the answer to ask_clock() has not come yet. It never does if it was damaged on the way. */
+    [[nodiscard]] bool clock_asked() const noexcept;
+
+    /** The answer to ask_clock(), once; nothing if there is none, or the server does not report its clock. */
+    std::optional<clock_reading> take_clock() noexcept;
+
+    /**
      * Returns the statistics of the server, as it sends them.
      *
      * @param handler  called for the frames that arrive before the answer; if empty, they are dropped
@@ -239,6 +252,8 @@ private:
     [[noreturn]] void give_up(const std::string &awaited) const;
     void complete(frame &received);
     bool deliver_log(const nlohmann::json &header);
+    bool keep_clock(const nlohmann::json &header);
+    void forget_clock() noexcept;
     nlohmann::json request(const nlohmann::json &command, const frame_handler &handler = {},
                            std::optional<std::chrono::milliseconds> timeout = {});
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler,
@@ -261,9 +276,12 @@ private:
     double frame_rate_ = 0.0;              /**< nominal, of the session; 0 if unknown */
     loss_counter losses_{0.0};
     tick_clock stream_clock_{0.0};
-    uint64_t damaged_ = 0;   /**< messages of the stream damaged since the last frame */
-    bool streaming_ = false; /**< the answer to a command may follow frames */
-    time_point ping_sent_;   /**< when the last one was sent */
+    uint64_t damaged_ = 0;                  /**< messages of the stream damaged since the last frame */
+    bool streaming_ = false;                /**< the answer to a command may follow frames */
+    time_point ping_sent_;                  /**< when the last one was sent */
+    std::optional<time_point> clock_asked_; /**< when the question was sent that is not answered */
+    unsigned clock_answers_ = 0;            /**< most answers to ask_clock() that may still arrive */
+    std::optional<clock_reading> clock_;    /**< for take_clock() */
     nlohmann::json awaited_; /**< command whose answer may still arrive after a damaged message */
     log_handler on_log_;
     std::optional<time_point> end_repetition_; /**< when to send "end" again, if at all */

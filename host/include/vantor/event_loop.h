@@ -45,6 +45,15 @@ public:
         return now_();
     }
 
+    /**
+     * A time of the loop's clock in UTC. The clock of the computer was read when the loop was created: if it
+     * is set afterwards, times neither jump nor come twice.
+     */
+    [[nodiscard]] std::chrono::sys_time<std::chrono::nanoseconds> utc(time_point time) const noexcept
+    {
+        return utc_of_zero_ + std::chrono::nanoseconds(time.time_since_epoch());
+    }
+
     /** The clock of the loop. */
     [[nodiscard]] const time_source &clock() const noexcept
     {
@@ -114,8 +123,9 @@ protected:
 
 private:
     time_source now_;
-    bool cancelled_ = false;    /**< by cancel() */
-    bool *requested_ = nullptr; /**< of the innermost cancel_scope */
+    std::chrono::sys_time<std::chrono::nanoseconds> utc_of_zero_; /**< when the clock showed 0 */
+    bool cancelled_ = false;                                      /**< by cancel() */
+    bool *requested_ = nullptr;                                   /**< of the innermost cancel_scope */
     bool uncancellable_ = false;
     std::unique_ptr<boost::asio::io_context> context_;
 };

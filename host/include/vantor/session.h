@@ -133,7 +133,7 @@ struct frame_item
     double seconds = 0.0; /**< time of the measurement since the first frame of the stream, by the server's
                              clock; 0 if it has none */
     std::optional<utc_time> utc; /**< time of the measurement; no value while it is not known */
-    int temperature = 0;  /**< relative, in degrees Celsius; use it only to compare with other values */
+    int temperature = 0; /**< relative, in degrees Celsius; use it only to compare with other values */
     bool data_saturated = false;
     bool calibration_needed = false;
     bool frame_delayed = false;
@@ -222,6 +222,12 @@ public:
      * @param ticks_per_second  of the server; 0 if it has no clock
      */
     void set_seconds(double seconds, double ticks_per_second) noexcept;
+
+    /** Sets frame_item::utc of an item, for sources of frames. */
+    void set_utc(size_t item, std::optional<utc_time> time) noexcept
+    {
+        items_[item].utc = time;
+    }
 
 private:
     using storage = std::variant<std::vector<sample>, sample_buffer>;

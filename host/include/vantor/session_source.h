@@ -31,9 +31,11 @@ struct session_policy
     bool reconnect = false;   /**< connect again when the link is lost, as often as necessary */
 };
 
+class clock_watch;
+
 /**
- * The frames of a session of a server. A damaged message counts as a missing frame and does not end the
- * stream.
+ * The frames of a session of a server, with their times in UTC. A damaged message counts as a missing frame
+ * and does not end the stream.
  */
 class session_source : public frame_source
 {
@@ -52,6 +54,11 @@ public:
      */
     session_source(client &server, nlohmann::json configuration, session_policy policy, event_loop &loop,
                    truth_file *truth = nullptr);
+    session_source(const session_source &) = delete;
+    session_source &operator=(const session_source &) = delete;
+    session_source(session_source &&) = delete;
+    session_source &operator=(session_source &&) = delete;
+    ~session_source() override;
 
     void start() override;
 
@@ -178,6 +185,7 @@ private:
     using clock = std::chrono::steady_clock;
 
     void configure();
+    void begin_stream();
     std::nullopt_t note_lost_link();
     void note_damage(const bad_message &fault, clock::duration span);
     template <typename request_t> std::invoke_result_t<request_t> ask(request_t request);
@@ -205,6 +213,7 @@ private:
     nlohmann::json configuration_;
     session_policy policy_;
     event_loop &loop_;
+    std::unique_ptr<clock_watch> clock_watch_;
     truth_file *truth_;               /**< null without a truth */
     std::vector<unsigned> sensors_;   /**< of each item; empty without a truth */
     nlohmann::json scene_;            /**< null without a truth */

@@ -1,0 +1,131 @@
+/** @file
+ * Tells when frames were measured, from readings of the server's clock.
+ */
+#include "hub/clock_watch.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vantor
+{
+namespace
+{
+
+using std::chrono::milliseconds;
+
+/** How often the server is asked. */
+constexpr std::chrono::seconds interval{1};
+
+/** After this time, and some frames, the answer to a question was lost. */
+constexpr std::chrono::seconds longest_answer{5};
+constexpr int longest_answer_frames = 3;
+
+/** How long before a frame of the sensors to ask at first. */
+constexpr std::chrono::microseconds shortest_lead{500};
+
+} // namespace
+
+clock_watch::clock_watch(client &server, event_loop &loop)
+    : server_(server), loop_(loop), clock_(server.server().ticks_per_second)
+{
+}
+
+void clock_watch::reset()
+{
+    clock_ = board_clock(server_.server().ticks_per_second);
+}
+
+void clock_watch::begin(duration sensor_period)
+{
+    sensor_period_ = sensor_period;
+    lead_ = shortest_lead;
+    if (has_clock())
+    {
+        ask();
+    }
+}
+
+void clock_watch::ask_if_due()
+{
+    if (time_left() == milliseconds(0) && server_.bytes_missing() == 0)
+    {
+        ask();
+    }
+}
+
+std::chrono::milliseconds clock_watch::longest_wait() const
+{
+    return server_.bytes_missing() == 0 ? time_left() : milliseconds::max();
+}
+
+/** How long until a question is due, in whole milliseconds; 0 if it is due within the next one. */
+std::chrono::milliseconds clock_watch::time_left() const
+{
+    return std::chrono::floor<milliseconds>(std::max(due() - loop_.now(), duration(0)));
+}
+
+void clock_watch::add_times(frame &received)
+{
+    take_answer();
+    last_frame_ = loop_.now();
+    for (size_t i = 0; i < received.items().size(); ++i)
+    {
+        if (const auto bounds = clock_.bounds(received.items()[i].tick, last_frame_))
+        {
+            // Half a nanosecond of the middle is lost.
+            const auto bound = bounds->width() / 2 + duration(1);
+            received.set_utc(i, utc_time{.moment = loop_.utc(bounds->middle()), .bound = bound});
+        }
+    }
+}
+
+/** Whether the server has a clock. */
+bool clock_watch::has_clock() const
+{
+    return server_.server().ticks_per_second > 0.0;
+}
+
+/** When to ask again. */
+clock_watch::time_point clock_watch::due() const
+{
+    if (!has_clock())
+    {
+        return time_point::max();
+    }
+    if (server_.clock_asked())
+    {
+        return asked_ + longest_answer + longest_answer_frames * sensor_period_;
+    }
+    const auto next = asked_ + interval;
+    if (sensor_period_ == duration(0))
+    {
+        return next;
+    }
+    const auto before_frame = last_frame_ + sensor_period_ - lead_;
+    return before_frame >= next ? before_frame : std::max(next, before_frame + sensor_period_);
+}
+
+/** Sends a question. */
+void clock_watch::ask()
+{
+    asked_ = loop_.now();
+    server_.ask_clock();
+}
+
+/** Takes the answer to the last question, if it has arrived. */
+void clock_watch::take_answer()
+{
+    const auto reading = server_.take_clock();
+    if (!reading)
+    {
+        return;
+    }
+    clock_.add(*reading);
+    const bool late = reading->received - reading->sent > lead_ + sensor_period_ / 2;
+    if (late && sensor_period_ > duration(0))
+    {
+        lead_ = std::min(2 * lead_, sensor_period_ / 2);
+    }
+}
+
+} // namespace vantor

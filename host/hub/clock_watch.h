@@ -1,0 +1,74 @@
+/** @file
+ * Tells when frames were measured, from readings of the server's clock.
+ */
+#ifndef VANTOR_CLOCK_WATCH_H
+#define VANTOR_CLOCK_WATCH_H
+
+#include <chrono>
+
+#include "vantor/board_clock.h"
+#include "vantor/client.h"
+#include "vantor/event_loop.h"
+#include "vantor/session.h"
+
+namespace vantor
+{
+
+/**
+ * Asks a server for its clock once a second, and sets the time of its frames.
+ *
+ * A question is sent when the server can answer at once: between two frames. If the sensors pace the frames,
+ * the server waits for them and answers only when it has read the next frame; the question then goes out
+ * shortly before that is due.
+ */
+class clock_watch
+{
+public:
+    using duration = std::chrono::steady_clock::duration;
+
+    /**
+     * @param server  a connected client; must outlive this object, as must the loop
+     * @param loop    the loop of the client
+     */
+    clock_watch(client &server, event_loop &loop);
+
+    /** Forgets the readings, for a server that may have started again. */
+    void reset();
+
+    /**
+     * Begins with a session, which has no stream yet.
+     *
+     * @param sensor_period  time between two frames that the sensors pace; 0 if they do not
+     */
+    void begin(duration sensor_period);
+
+    /** Asks if that is due and no frame is arriving. */
+    void ask_if_due();
+
+    /** How long to wait for frames before the next call of ask_if_due(). */
+    [[nodiscard]] std::chrono::milliseconds longest_wait() const;
+
+    /** Sets the times of a frame that has arrived. */
+    void add_times(frame &received);
+
+private:
+    using time_point = event_loop::time_point;
+
+    [[nodiscard]] bool has_clock() const;
+    [[nodiscard]] time_point due() const;
+    [[nodiscard]] std::chrono::milliseconds time_left() const;
+    void ask();
+    void take_answer();
+
+    client &server_;
+    event_loop &loop_;
+    board_clock clock_;
+    duration sensor_period_{};
+    duration lead_{};       /**< how long before the next frame of the sensors to ask */
+    time_point asked_;      /**< when the last question was sent */
+    time_point last_frame_; /**< when the last frame arrived */
+};
+
+} // namespace vantor
+
+#endif
