@@ -539,11 +539,11 @@ TEST_F(controlled_session, does_not_keep_any_number_of_frames_instead_of_an_answ
     constexpr uint32_t most = 1U << 15U;
     on_start = [](host_connection &host) { send_frame(host, 10); };
     server.on("stats", [](host_connection &host, const json &) {
-        const auto header = example_session().frame_header(11);
-        const auto payload = example_session().frame_payload(11);
+        const auto text =
+            example_session().frame_header(11).dump() + "\n" + example_session().frame_payload(11);
         for (uint32_t i = 0; i <= most; ++i)
         {
-            host.send(header, payload);
+            host.send(text);
         }
     });
     start({});

@@ -142,7 +142,7 @@ TEST_F(truth_file_test, waits_for_the_end_of_a_line)
 TEST_F(truth_file_test, ignores_other_sensors_and_keeps_few_lines)
 {
     begin(1);
-    constexpr uint32_t more_than_are_kept = 10000;
+    constexpr uint32_t more_than_are_kept = 5000;
     for (uint32_t i = 0; i < more_than_are_kept; ++i)
     {
         append(row_line(1, 2, i) + row_line(1, 7, i));
@@ -187,7 +187,7 @@ TEST_F(truth_file_test, a_line_of_a_later_frame_hides_nothing)
 TEST_F(truth_file_test, reads_no_further_than_needed_when_a_line_is_missing)
 {
     begin(1);
-    constexpr uint32_t more_than_are_kept = 10000;
+    constexpr uint32_t more_than_are_kept = 5000;
     for (uint32_t tick = 1; tick <= more_than_are_kept; ++tick)
     {
         append(row_line(1, 1, tick));
