@@ -24,6 +24,7 @@ from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_
 
 import vantor
 from vantor import _input_files
+from vantor._frame_table import read_frame_table
 from vantor._input_files import LineFile
 
 COUNT = campaign(whole=2000, sample=30)
@@ -652,6 +653,36 @@ def test_hostile_tables_and_documents_take_no_time(two_sensors: Path, tmp_path: 
     with pytest.raises(vantor.ConfigurationError) as failure:
         vantor.load_configuration(document)
     assert r'"\x1b]0;x" twice' in str(failure.value)
+
+
+TABLE_HEAD = (
+    "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
+    "cca_detected,tx_enabled"
+)
+
+
+def test_tables_with_and_without_utc(tmp_path: Path) -> None:
+    path = tmp_path / "a.csv"
+    path.write_text(f"{TABLE_HEAD}\n0,0,1,20,0,0,0,,,,\n1,0.1,2,20,0,0,0,,,,\n")
+    table = read_frame_table(path)
+    assert (table.fault, table.rows["tick"].tolist()) == (None, [1, 2])
+    assert np.isnan(table.rows["utc_s"]).all() and np.isnan(table.rows["utc_bound_s"]).all()
+    lines = ["0,0,1,20,0,0,0,,,,,,", "1,0.1,2,20,0,0,0,,,,,1795455600.123456,0.000512", "2,1,3,2,0,0,0,,,,,-0.5", ""]
+    path.write_text(f"{TABLE_HEAD},utc_s,utc_bound_s\n" + "\n".join(lines))
+    table = read_frame_table(path)
+    np.testing.assert_array_equal(table.rows["utc_s"], [np.nan, 1795455600.123456])
+    np.testing.assert_array_equal(table.rows["utc_bound_s"], [np.nan, 0.000512])
+    assert table.fault == f"{path}: line 4 does not describe a frame."
+
+
+@pytest.mark.parametrize(
+    "cells", ["1.000000,", ",1.000000", "1.0,1.0", "1,1", "1.000000,-1.000000", "9200000000.000000,0.000001", ",,"]
+)
+def test_impossible_times_in_utc(cells: str, tmp_path: Path) -> None:
+    path = tmp_path / "a.csv"
+    for cell, correct in [("-1.000000,1.000000", 1), (cells, 0)]:
+        path.write_text(f"{TABLE_HEAD},utc_s,utc_bound_s\n0,0,1,20,0,0,0,,,,,{cell}\n")
+        assert len(read_frame_table(path).rows) == correct
 
 
 def test_a_recording_that_is_being_started_is_not_abandoned(two_sensors: Path, tmp_path: Path) -> None:

@@ -10,11 +10,6 @@ import numpy.typing as npt
 
 from ._input_files import read_file
 
-HEAD = (
-    b"frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
-    b"cca_detected,tx_enabled\n"
-)
-
 #: Stands for a value that the server did not send.
 UNKNOWN = -1
 
@@ -32,6 +27,8 @@ ROW = np.dtype(
         ("cca_value", "f8"),
         ("cca_detected", "i1"),
         ("tx_enabled", "i1"),
+        ("utc_s", "f8"),
+        ("utc_bound_s", "f8"),
     ]
 )
 
@@ -41,9 +38,28 @@ _NUMBER = rb"-?(?:[0-9]+(?:\.[0-9]*)?|\.[0-9]+)(?:e[+-]?[0-9]+)?"
 _CELLS = (
     rb"[0-9]{1,18}", _NUMBER, rb"[0-9]{1,18}", rb"-?[0-9]{1,9}", rb"[01]", rb"[01]", rb"[01]",
     rb"[01]?", rb"(?:" + _NUMBER + rb")?", rb"[01]?", rb"[01]?",
+    rb"(?:-?[0-9]{1,10}\.[0-9]{6})?", rb"(?:[0-9]{1,10}\.[0-9]{6})?",
 )  # fmt: skip
-_ROWS = re.compile(rb"(?:" + rb",".join(_CELLS) + rb"\n)*")
-_ROW = re.compile(rb",".join(rb"(" + cell + rb")" for cell in _CELLS) + rb"\n")
+
+
+class _Form:
+    """The form of a table.
+
+    Attributes:
+        head: its first line.
+        row: matches a row, with a group for each cell.
+        rows: matches any number of rows.
+    """
+
+    def __init__(self, columns: int) -> None:
+        """The form of tables with the first columns."""
+        self.head = ",".join((ROW.names or ())[:columns]).encode() + b"\n"
+        self.row = re.compile(rb",".join(rb"(" + cell + rb")" for cell in _CELLS[:columns]) + rb"\n")
+        self.rows = re.compile(rb"(?:" + rb",".join(_CELLS[:columns]) + rb"\n)*")
+
+
+#: Tables of earlier versions have no time in UTC.
+_FORMS = (_Form(len(_CELLS)), _Form(len(_CELLS) - 2))
 
 _LONGEST_LINE = 4096
 
@@ -55,13 +71,16 @@ _BLOCK = 2**20
 #: More seconds than any recording has: 2^64 ticks of the slowest server.
 _LONGEST_TIME = 2e22
 
+#: Seconds since 1970 that a time in UTC can have at the most, like its bound: 64 bits count nanoseconds.
+_LATEST_UTC = 9.2e9
+
 
 @dataclass(frozen=True, slots=True, eq=False)
 class FrameTable:
     """The rows of a table before the first one that is damaged.
 
     Attributes:
-        rows: of type ROW, read-only; cca_value is NaN where it is unknown.
+        rows: of type ROW, read-only; cca_value, utc_s and utc_bound_s are NaN where they are unknown.
         size: of the file, in bytes.
         rows_size: up to the end of the last correct row, in bytes; 0 if the head is damaged.
         fault: what is wrong; None if nothing is, or if only the last row is incomplete.
@@ -76,9 +95,10 @@ class FrameTable:
 def read_frame_table(path: Path) -> FrameTable:
     """Reads a table; raises RecordingError if it cannot be read."""
     data = read_file(path)
-    if not data.startswith(HEAD):
+    form = next((form for form in _FORMS if data.startswith(form.head)), None)
+    if form is None:
         return FrameTable(np.empty(0, ROW), len(data), 0, f"{path} is not a frame table.")
-    likely = _convert(data[len(HEAD) : _end_of_rows(data)])
+    likely = _convert(data[len(form.head) : _end_of_rows(data, form)], form)
     rows = likely[: _count_correct(likely)]
     rows.flags.writeable = False
     lines = np.flatnonzero(np.frombuffer(data, np.uint8) == ord("\n"))
@@ -91,11 +111,11 @@ def read_frame_table(path: Path) -> FrameTable:
     return FrameTable(rows, len(data), rows_size, fault)
 
 
-def _end_of_rows(data: bytes) -> int:
+def _end_of_rows(data: bytes, form: _Form) -> int:
     """The end of the rows that have the right form; found in blocks, because the search needs memory."""
     most = _end_of_short_lines(data)
-    position = len(HEAD)
-    while (found := _ROWS.match(data, position, min(position + _BLOCK, most))) and found.end() > position:
+    position, rows = len(form.head), form.rows
+    while (found := rows.match(data, position, min(position + _BLOCK, most))) and found.end() > position:
         position = found.end()
     return position
 
@@ -107,12 +127,13 @@ def _end_of_short_lines(data: bytes) -> int:
     return int(ends[too_long[0]] if len(too_long) else ends[-1])
 
 
-def _convert(text: bytes) -> Rows:
+def _convert(text: bytes, form: _Form) -> Rows:
     """Converts rows that have the right form."""
-    cells = _ROW.findall(text)
+    cells = form.row.findall(text)
     rows = np.empty(len(cells), ROW)
-    for name, column in zip(ROW.names or (), zip(*cells, strict=True), strict=bool(cells)):
-        missing = b"nan" if name == "cca_value" else b"%d" % UNKNOWN
+    rows["utc_s"] = rows["utc_bound_s"] = np.nan
+    for name, column in zip(ROW.names or (), zip(*cells, strict=True), strict=False):
+        missing = b"%d" % UNKNOWN if rows[name].dtype.kind != "f" else b"nan"
         kind = np.float64 if rows[name].dtype.kind == "f" else np.int64
         values = _numbers([cell or missing for cell in column], kind)
         # A tick that is too large must not look like another one.
@@ -134,4 +155,6 @@ def _count_correct(rows: Rows) -> int:
     """The number of rows before the first one with an impossible value."""
     correct = rows["frame"] == np.arange(len(rows))
     correct &= (rows["time_s"] >= 0.0) & (rows["time_s"] <= _LONGEST_TIME) & ~np.isinf(rows["cca_value"])
+    correct &= np.isnan(rows["utc_s"]) == np.isnan(rows["utc_bound_s"])
+    correct &= ~(abs(rows["utc_s"]) >= _LATEST_UTC) & ~(rows["utc_bound_s"] >= _LATEST_UTC)
     return len(rows) if correct.all() else int(correct.argmin())
