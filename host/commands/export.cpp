@@ -27,7 +27,8 @@ constexpr const char *export_footer = R"(Examples:
   vantor export recordings/garage --format npz
       writes these arrays as "samples", with the distances of the points in metres ("distance_m"), the times of the
       frames in seconds since the first one of the item ("time_s"), the number of frames missing before each frame
-      ("missing"), and the other columns of the frame table
+      ("missing"), the times in UTC with their bounds ("utc_s", "utc_bound_s"), and the other columns of the frame
+      table
   vantor export recordings/garage --format truth
       writes what simulated sensors should have found, as one CSV file per item)";
 

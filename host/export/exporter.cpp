@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <complex>
 #include <functional>
+#include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +19,7 @@
 #include "export/missing_counter.h"
 #include "export/npy.h"
 #include "export/zip_writer.h"
+#include "recording/utc_cells.h"
 
 namespace vantor
 {
@@ -31,18 +35,27 @@ template <typename number_t> void append_number(std::string &text, number_t valu
     text += separator;
 }
 
+/** What an array has for a frame without a value. */
+constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+
 /** A frame in the course of a recording. */
 struct frame_place
 {
     uint64_t number = 0;
     double seconds = 0.0;
     uint64_t missing = 0; /**< frames missing before it, since the start of the recording */
+    std::optional<utc_time> utc;
 };
 
 /** Formats one frame of an item as text. */
 std::string csv_lines(const recorded_item &item, const frame_place &place, const std::vector<sample> &samples)
 {
     std::string text;
+    std::string end;
+    append_number(end, place.seconds, ',');
+    append_number(end, place.missing, ',');
+    append_utc_cells(end, place.utc);
+    end.back() = '\n';
     const auto length = item.layout.sweep_length;
     for (size_t i = 0; i < samples.size(); ++i)
     {
@@ -61,8 +74,7 @@ std::string csv_lines(const recorded_item &item, const frame_place &place, const
         }
         append_number(text, samples[i].i, ',');
         append_number(text, samples[i].q, ',');
-        append_number(text, place.seconds, ',');
-        append_number(text, place.missing, '\n');
+        text += end;
     }
     return text;
 }
@@ -159,6 +171,14 @@ void add_column(zip_writer &archive, const table_source &source, const std::stri
     archive.end();
 }
 
+/** The number of seconds in a span of whole microseconds, rounded once. */
+double seconds_of(std::chrono::nanoseconds span)
+{
+    constexpr double microseconds_per_second = 1e6;
+    const auto count = std::chrono::duration_cast<std::chrono::microseconds>(span).count();
+    return static_cast<double>(count) / microseconds_per_second;
+}
+
 /** Adds the columns of the frame table to an archive. */
 void add_columns(zip_writer &archive, const table_source &source)
 {
@@ -177,6 +197,11 @@ void add_columns(zip_writer &archive, const table_source &source)
                      [](const frame_row &row) { return row.calibration_needed; });
     add_column<bool>(archive, source, "data_valid", "|b1",
                      [](const frame_row &row) { return row.data_valid.value_or(true); });
+    add_column<double>(archive, source, "utc_s", "<f8", [](const frame_row &row) {
+        return row.utc ? seconds_of(row.utc->moment.time_since_epoch()) : unknown;
+    });
+    add_column<double>(archive, source, "utc_bound_s", "<f8",
+                       [](const frame_row &row) { return row.utc ? seconds_of(row.utc->bound) : unknown; });
 }
 
 /** Adds the samples of an item and the distances of its points to an archive. */
@@ -208,13 +233,15 @@ export_csv(recording_reader &recording, const std::filesystem::path &directory, 
             auto table = recording.open_table(index);
             std::vector<sample> samples;
             missing_counter missing(recording);
-            file.append("frame,sweep,point,distance_m,real,imag,time_s,missing\n");
+            file.append("frame,sweep,point,distance_m,real,imag,time_s,missing,utc_s,utc_bound_s\n");
             for (uint64_t number = 0; number < recording.frames(); ++number)
             {
                 recording.read_frame(index, number, samples);
                 const auto row = table.require();
                 file.append(csv_lines(
-                    item, {.number = number, .seconds = row.seconds, .missing = missing.next(row)}, samples));
+                    item,
+                    {.number = number, .seconds = row.seconds, .missing = missing.next(row), .utc = row.utc},
+                    samples));
             }
         });
 }

@@ -302,7 +302,9 @@ frame playback_source::next()
     std::vector<frame_item> items;
     for (const auto &row : rows)
     {
-        items.push_back(item_of(row, more_ticks_));
+        auto &item = items.emplace_back(item_of(row, more_ticks_));
+        // An endless recording is played as if it were measured now.
+        item.utc = endless_ ? std::nullopt : row.utc;
     }
     auto played = make_frame(metadata_, read_samples(), std::move(items));
     if (truth_)

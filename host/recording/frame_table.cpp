@@ -6,12 +6,14 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "recording/input_file.h"
 #include "recording/item_writer.h"
+#include "recording/utc_cells.h"
 #include "vantor/recording_error.h"
 #include "vantor/tick_clock.h"
 
@@ -20,13 +22,16 @@ namespace vantor
 namespace
 {
 
-constexpr size_t column_count = 11;
+constexpr size_t column_count = 13;
+
+/** Number of columns in tables of earlier versions. */
+constexpr size_t column_count_without_utc = 11;
 
 /** Bytes in which a line is found sooner by reading them than by dividing them. */
 constexpr uint64_t short_part = 65536;
 
-/** Splits a line into cells; false if it has the wrong number of them. */
-bool split(std::string_view line, std::array<std::string_view, column_count> &cells)
+/** Splits a line into the first cells; false if it has the wrong number of them. */
+bool split(std::string_view line, std::span<std::string_view> cells)
 {
     size_t count = 0;
     while (count < cells.size())
@@ -85,8 +90,12 @@ const std::filesystem::path &present(const std::filesystem::path &path)
 frame_table::frame_table(std::filesystem::path path)
     : path_(std::move(path)), lines_(std::make_unique<line_reader>(present(path_)))
 {
-    const auto head = lines_->next();
-    if (!head || std::string(*head) + "\n" != frame_table_head)
+    const auto line = lines_->next();
+    for (const auto head : {frame_table_head, frame_table_head_without_utc})
+    {
+        head_ = line && *line == head.substr(0, head.size() - 1) ? head : head_;
+    }
+    if (head_.empty())
     {
         throw bad_recording(path_.string() + " is not a frame table.");
     }
@@ -109,7 +118,7 @@ uint64_t frame_table::rest() const
 void frame_table::seek(uint64_t frame)
 {
     // Lines have different lengths, but begin with their numbers.
-    uint64_t begin = frame_table_head.size();
+    uint64_t begin = head_.size();
     uint64_t end = lines_->file().size();
     rows_ = 0;
     while (begin + short_part < end)
@@ -157,13 +166,15 @@ std::optional<frame_row> frame_table::next()
     std::array<std::string_view, column_count> cells;
     frame_row row;
     uint64_t number = 0;
-    const bool whole = split(*line, cells) && read_cell(cells[0], number) && number == rows_ &&
-                       read_cell(cells[1], row.seconds) && read_cell(cells[2], row.tick) &&
+    const size_t count = head_ == frame_table_head ? column_count : column_count_without_utc;
+    const bool whole = split(*line, std::span(cells).first(count)) && read_cell(cells[0], number) &&
+                       number == rows_ && read_cell(cells[1], row.seconds) && read_cell(cells[2], row.tick) &&
                        read_cell(cells[3], row.temperature) && read_cell(cells[4], row.data_saturated) &&
                        read_cell(cells[5], row.frame_delayed) &&
                        read_cell(cells[6], row.calibration_needed) && read_cell(cells[7], row.data_valid) &&
                        read_cell(cells[8], row.cca_value) && read_cell(cells[9], row.cca_detected) &&
-                       read_cell(cells[10], row.tx_enabled) && row.seconds >= 0.0 &&
+                       read_cell(cells[10], row.tx_enabled) &&
+                       read_utc_cells(cells[11], cells[12], row.utc) && row.seconds >= 0.0 &&
                        row.seconds <= longest_time && std::isfinite(row.cca_value.value_or(0.0));
     ++rows_;
     if (!whole)

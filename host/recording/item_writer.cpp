@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "recording/utc_cells.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -56,6 +57,7 @@ void append_row(std::string &row, uint64_t number, double seconds, const frame_i
     append_cell(row, item.cca_value);
     append_cell(row, item.cca_detected);
     append_cell(row, item.tx_enabled);
+    append_utc_cells(row, item.utc);
     row.back() = '\n';
 }
 

@@ -23,6 +23,11 @@ namespace vantor
 /** The first line of a frame table: the column names. */
 inline constexpr std::string_view frame_table_head =
     "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
+    "cca_detected,tx_enabled,utc_s,utc_bound_s\n";
+
+/** The first line of frame tables of earlier versions, without the time in UTC. */
+inline constexpr std::string_view frame_table_head_without_utc =
+    "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
     "cca_detected,tx_enabled\n";
 
 /** The digests of an item's files. */

@@ -143,6 +143,7 @@ private:
     {
         checked_item found{.data_size = {},
                            .table_size = {},
+                           .table_head = frame_table_head,
                            .left_digest = {},
                            .left_table_digest = {},
                            .figures = {},
@@ -167,6 +168,7 @@ private:
         {
             found.table_size = input_file(table_of(item)).size();
             frame_table table(table_of(item));
+            found.table_head = table.head();
             found.rows_size = table.position();
             while (const auto row = table.next())
             {
@@ -202,7 +204,7 @@ private:
             return;
         }
         found.figures = {};
-        found.left_table_size = frame_table_head.size();
+        found.left_table_size = found.table_head.size();
         if (&item == &items().front())
         {
             gaps_ = no_gaps_;
@@ -330,7 +332,7 @@ private:
         const input_file table(table_of(item));
         // Without frames, also the head may be incomplete: a repair writes it again.
         found.left_table_digest =
-            check_.frames > 0 ? digest_of(table, found.left_table_size) : sha512_of(frame_table_head);
+            check_.frames > 0 ? digest_of(table, found.left_table_size) : sha512_of(found.table_head);
         if (is_finished(item) && found.rows > 0 && check_.recorded == found.rows)
         {
             const bool all_left = check_.frames == found.rows;

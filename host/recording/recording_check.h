@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "recording/capture_list.h"
@@ -25,6 +26,7 @@ struct checked_item
 {
     std::optional<uint64_t> data_size;  /**< bytes of samples; no value if the file cannot be read */
     std::optional<uint64_t> table_size; /**< bytes of the frame table; no value if it cannot be read */
+    std::string_view table_head;        /**< of the frame table; that of a new one if it is damaged */
     uint64_t frames = 0;                /**< number of frames with all samples */
     uint64_t rows = 0;                  /**< number of correct rows at the start of the frame table */
     uint64_t rows_size = 0;             /**< bytes of the head and these rows; 0 if the head is damaged */

@@ -217,7 +217,8 @@ void shorten_table(const std::filesystem::path &path, const recording_check &che
     if (check.frames == 0)
     {
         // Also the head may be incomplete.
-        replace_files({{.path = path, .text = std::string(frame_table_head)}}, link_rule::refused);
+        replace_files({{.path = path, .text = std::string(check.items[index].table_head)}},
+                      link_rule::refused);
         return;
     }
     shorten_file(path, check.items[index].left_table_size);

@@ -505,7 +505,8 @@ class Export(CommandTest):
         self.assertEqual(files[0], self.path("tables", "group-1-item-1.csv"))
         with open(files[0], encoding="ascii") as file:
             head, *rows = [line.strip().split(",") for line in file]
-        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag", "time_s", "missing"])
+        self.assertEqual(head, ["frame", "sweep", "point", "distance_m", "real", "imag", "time_s", "missing",
+                                "utc_s", "utc_bound_s"])
         self.assertEqual([(int(row[0]), int(row[1]), int(row[2])) for row in rows],
                          [(frame, sweep, point) for frame in range(3) for sweep in range(4) for point in range(120)])
         self.assertEqual([int(part) for row in rows for part in row[4:6]], list(self.data(recording)))

@@ -21,6 +21,15 @@ frame example_frame(uint32_t number, const nlohmann::json &flags)
         received, std::make_shared<const session_metadata>(decode_metadata(example_session().metadata)));
 }
 
+frame example_frame_at(uint32_t number, const utc_time &utc)
+{
+    const auto plain = example_frame(number);
+    std::vector<frame_item> items(plain.items().begin(), plain.items().end());
+    items.front().utc = utc;
+    return make_frame(std::make_shared<const session_metadata>(plain.metadata()),
+                      std::vector<sample>(plain.samples().begin(), plain.samples().end()), std::move(items));
+}
+
 example_frames::example_frames(uint32_t first, uint32_t count)
 {
     for (uint32_t number = first; number < first + count; ++number)

@@ -23,6 +23,9 @@ namespace vantor::test
  */
 frame example_frame(uint32_t number, const nlohmann::json &flags = nlohmann::json::object());
 
+/** A frame of the example session whose first item was measured at this time in UTC. */
+frame example_frame_at(uint32_t number, const utc_time &utc);
+
 /** Frames of the example session, from a number on, to be added together. */
 class example_frames
 {

@@ -4,6 +4,9 @@
 #include "export/exporter.h"
 
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <cmath>
 #include <complex>
 #include <csignal>
 #include <cstring>
@@ -196,8 +199,8 @@ TEST(export_npz, checks_for_signals_at_each_row_of_each_column)
     recording_reader recording(place / "recording");
     int checks = 0;
     export_npz(recording, place / "output", {.row = [&] { ++checks; }});
-    // Eight columns of three items.
-    EXPECT_EQ(checks, 8 * 3 * 10);
+    // Ten columns of three items.
+    EXPECT_EQ(checks, 10 * 3 * 10);
 }
 
 /** Writes a recording of frames 0, 1, 5 and 6: three are missing. */
@@ -225,10 +228,11 @@ TEST(export_csv, numbers_the_missing_frames)
         recording_reader recording(place / "recording");
         export_csv(recording, place / "output");
         const auto text = test::read_file(place / "output/group-1-item-1.csv");
-        EXPECT_THAT(text, testing::StartsWith("frame,sweep,point,distance_m,real,imag,time_s,missing\n"));
-        EXPECT_THAT(text, testing::ContainsRegex("\n1,0,0,0.25,[-0-9]+,[-0-9]+,0.02,0\n"));
-        EXPECT_THAT(text, testing::ContainsRegex("\n2,0,0,0.25,[-0-9]+,[-0-9]+,0.1,3\n"));
-        EXPECT_THAT(text, testing::ContainsRegex("\n3,0,0,0.25,[-0-9]+,[-0-9]+,0.12,3\n"));
+        EXPECT_THAT(text, testing::StartsWith(
+                              "frame,sweep,point,distance_m,real,imag,time_s,missing,utc_s,utc_bound_s\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n1,0,0,0.25,[-0-9]+,[-0-9]+,0.02,0,,\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n2,0,0,0.25,[-0-9]+,[-0-9]+,0.1,3,,\n"));
+        EXPECT_THAT(text, testing::ContainsRegex("\n3,0,0,0.25,[-0-9]+,[-0-9]+,0.12,3,,\n"));
     }
 }
 
@@ -243,6 +247,28 @@ TEST(export_npz, has_an_array_of_the_numbers_of_missing_frames)
     const auto data = archive.find('\n', name) + 1;
     const std::string three("\3\0\0\0\0\0\0\0", 8);
     EXPECT_EQ(archive.substr(data, 32), std::string(16, '\0') + three + three);
+}
+
+TEST(export_npz, has_arrays_of_the_times_in_utc)
+{
+    const test::temporary_directory place;
+    recording_writer writer(place / "recording", test::example_description());
+    writer.add(test::example_frame(0));
+    writer.add(test::example_frame_at(1, {.moment = std::chrono::sys_time<std::chrono::microseconds>(
+                                              std::chrono::microseconds(1795455600123457)),
+                                          .bound = std::chrono::milliseconds(3)}));
+    writer.finish();
+    recording_reader recording(place / "recording");
+    export_npz(recording, place / "output");
+    const auto archive = test::read_file(place / "output/group-1-item-1.npz");
+    for (const auto &[name, second] : {std::pair("utc_s.npy", 1795455600.123457), {"utc_bound_s.npy", 0.003}})
+    {
+        const auto data = archive.find('\n', archive.find(name)) + 1;
+        std::array<double, 2> values{};
+        std::memcpy(values.data(), archive.data() + data, sizeof(values));
+        EXPECT_TRUE(std::isnan(values[0])) << name;
+        EXPECT_EQ(values[1], second) << name;
+    }
 }
 
 TEST(missing_counter, goes_on_after_the_last_listed_gap)

@@ -129,7 +129,7 @@ TEST_F(damaged_recording_test, can_be_repaired)
                             {"frames", 1},
                             {"frames_removed", 1},
                             {"bytes_removed", 280},
-                            {"table_bytes_removed", 85},
+                            {"table_bytes_removed", 91},
                             {"truth_lines_removed", 0},
                             {"truth_lost", false}}));
     EXPECT_EQ(run({"repair", path}).out, "1 frame left; nothing to repair\n");

@@ -199,6 +199,23 @@ TEST_F(playback, gives_the_recorder_the_same_frames)
     }
 }
 
+TEST_F(playback, gives_frames_the_time_in_utc_unless_they_are_played_as_measured_now)
+{
+    const utc_time utc{.moment = std::chrono::sys_time<std::chrono::seconds>(1795455600s), .bound = 2ms};
+    {
+        recording_writer writer(place, test::example_description());
+        writer.add(test::example_frame_at(0, utc));
+        writer.finish();
+    }
+    recording_reader recording(place);
+    const auto played = playback_source(recording, {}, loop).next();
+    ASSERT_TRUE(played.items()[0].utc);
+    EXPECT_EQ(played.items()[0].utc->moment, utc.moment);
+    EXPECT_EQ(played.items()[0].utc->bound, utc.bound);
+    EXPECT_FALSE(played.items()[1].utc);
+    EXPECT_FALSE(playback_source(recording, {.endless = true}, loop).next().items()[0].utc);
+}
+
 TEST_F(playback, continues_where_it_was_ended)
 {
     test::write_example_recording(place, 4);

@@ -140,7 +140,7 @@ TEST(frame_table, refuses_impossible_times)
     for (const char *time : {"nan", "inf", "-1", "1e300"})
     {
         const auto file = directory / (std::string(time) + ".csv");
-        std::ofstream(file) << frame_table_head << "0," << time << ",1,25,0,0,0,,,,\n";
+        std::ofstream(file) << frame_table_head << "0," << time << ",1,25,0,0,0,,,,,,\n";
         EXPECT_THROW(frame_table(file).next(), bad_recording) << time;
     }
 }
@@ -271,16 +271,76 @@ TEST(frame_table, stops_at_an_incomplete_line_and_refuses_invalid_ones)
 {
     const test::temporary_directory directory;
     const std::string head(frame_table_head);
-    frame_table cut(directory.write("cut.csv", head + "0,0,0,20,0,0,0,,,,\n1,0.1,7"));
+    frame_table cut(directory.write("cut.csv", head + "0,0,0,20,0,0,0,,,,,,\n1,0.1,7"));
     EXPECT_TRUE(cut.next());
     EXPECT_FALSE(cut.next());
     EXPECT_THROW(frame_table(directory.write("other.csv", "a,b,c\n")), bad_recording);
     for (const char *line :
-         {"0,0,0\n", "0,0,0,20,0,0,0,,,,,\n", "0,x,0,20,0,0,0,,,,\n", "0,0,0,20,2,0,0,,,,\n"})
+         {"0,0,0\n", "0,0,0,20,0,0,0,,,,\n", "0,0,0,20,0,0,0,,,,,,,\n", "0,x,0,20,0,0,0,,,,,,\n",
+          "0,0,0,20,2,0,0,,,,,,\n", "0,0,0,20,0,0,0,,,,,1.000000,\n"})
     {
         frame_table bad(directory.write("bad.csv", head + line));
         EXPECT_THAT([&] { bad.next(); }, ThrowsMessage<bad_recording>(HasSubstr("line 2"))) << line;
     }
+}
+
+TEST(frame_table, reads_tables_without_utc)
+{
+    const test::temporary_directory directory;
+    const std::string head = "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,"
+                             "data_valid,cca_value,cca_detected,tx_enabled\n";
+    const auto path = directory.write("a.csv", head + "0,0,7,20,0,0,0,,,,\n1,1,8,20,0,0,0,,,,1\n"
+                                                      "2,2,9,20,0,0,0,,,,,1.000000,0.000001\n");
+    frame_table table(path);
+    EXPECT_EQ(table.head(), head);
+    table.seek(1);
+    EXPECT_EQ(table.require().tx_enabled, true);
+    table.seek(0);
+    EXPECT_FALSE(table.require().utc);
+    EXPECT_EQ(table.require().tick, 8U);
+    EXPECT_THROW(table.next(), bad_recording);
+}
+
+/** A time in UTC with a part of a microsecond. */
+constexpr utc_time example_utc = {
+    .moment = std::chrono::sys_time<std::chrono::nanoseconds>(std::chrono::nanoseconds(1795455600123456400)),
+    .bound = std::chrono::microseconds(512)};
+
+/** Records three frames, of which the second has a time in UTC. */
+void record_utc(const std::filesystem::path &directory)
+{
+    recording_writer writer(directory, test::example_description());
+    writer.add(test::example_frame(0));
+    writer.add(test::example_frame_at(1, example_utc));
+    writer.add(test::example_frame(2));
+    writer.finish();
+}
+
+TEST(frame_table, has_the_time_in_utc)
+{
+    const test::temporary_directory directory;
+    record_utc(directory / "out");
+    EXPECT_THAT(read_file(directory / "out/group-1-item-1.frames.csv"),
+                HasSubstr(",0,1,,\n1,0.02,20000,-3,0,0,0,1,0.75,0,1,1795455600.123456,0.000513\n2,"));
+    frame_table table(directory / "out/group-1-item-1.frames.csv");
+    EXPECT_FALSE(table.require().utc);
+    const auto known = table.require().utc;
+    ASSERT_TRUE(known);
+    EXPECT_EQ(example_utc.moment - known->moment, std::chrono::nanoseconds(400));
+    EXPECT_EQ(known->bound, std::chrono::microseconds(513));
+    EXPECT_FALSE(table.require().utc);
+    EXPECT_FALSE(frame_table(directory / "out/group-1-item-2.frames.csv").require().utc);
+}
+
+TEST(exporter, writes_the_time_in_utc)
+{
+    const test::temporary_directory directory;
+    record_utc(directory / "out");
+    recording_reader recording(directory / "out");
+    export_csv(recording, directory / "text");
+    const auto text = read_file(directory / "text/group-1-item-1.csv");
+    EXPECT_THAT(text, HasSubstr("\n0,0,0,0.25,3,0,0,0,,\n"));
+    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1,0.02,0,1795455600.123456,0.000513\n"));
 }
 
 TEST(exporter, writes_text)
@@ -291,10 +351,10 @@ TEST(exporter, writes_text)
     const auto files = export_csv(recording, directory / "text");
     EXPECT_EQ(files.size(), 3U);
     const auto text = read_file(directory / "text/group-1-item-1.csv");
-    EXPECT_THAT(text, StartsWith("frame,sweep,point,distance_m,real,imag,time_s,missing\n0,0,0,0.25,3,0,0,"
-                                 "0\n0,0,1,0.26,3,0,0,0\n"));
-    EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000,0,0\n"));
-    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1,0.02,0\n"));
+    EXPECT_THAT(text, StartsWith("frame,sweep,point,distance_m,real,imag,time_s,missing,utc_s,utc_bound_s\n"
+                                 "0,0,0,0.25,3,0,0,0,,\n0,0,1,0.26,3,0,0,0,,\n"));
+    EXPECT_THAT(text, HasSubstr("\n0,1,7,0.32,3000,4000,0,0,,\n"));
+    EXPECT_THAT(text, HasSubstr("\n1,1,19,0.44,3,1,0.02,0,,\n"));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 2 * 40);
     EXPECT_THAT([&] { export_csv(recording, directory / "text"); },
                 ThrowsMessage<recording_error>(testing::AllOf(

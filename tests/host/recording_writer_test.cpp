@@ -117,11 +117,11 @@ TEST(recording_writer, writes_a_table_of_the_frames)
     EXPECT_EQ(
         read_file(directory / "out/group-1-item-1.frames.csv"),
         "frame,time_s,tick,temperature,data_saturated,frame_delayed,calibration_needed,data_valid,cca_value,"
-        "cca_detected,tx_enabled\n"
-        "0,0,0,-3,0,0,0,1,0.75,0,1\n"
-        "1,0.02,20000,-3,0,0,0,1,0.75,0,1\n");
+        "cca_detected,tx_enabled,utc_s,utc_bound_s\n"
+        "0,0,0,-3,0,0,0,1,0.75,0,1,,\n"
+        "1,0.02,20000,-3,0,0,0,1,0.75,0,1,,\n");
     EXPECT_THAT(read_file(directory / "out/group-1-item-2.frames.csv"),
-                HasSubstr("\n1,0.02,20005,-3,0,0,0,,,,\n"));
+                HasSubstr("\n1,0.02,20005,-3,0,0,0,,,,,,\n"));
 }
 
 TEST(recording_writer, describes_each_item_as_sigmf)

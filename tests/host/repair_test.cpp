@@ -9,6 +9,7 @@
 
 #include "disk_calls.h"
 #include "file_size_limit.h"
+#include "recording/item_writer.h"
 #include "recording/output_file.h"
 #include "recording_files.h"
 #include "vantor/recording_error.h"
@@ -341,6 +342,32 @@ TEST_F(repair_of_100_unfinished_frames, believes_no_impossible_block)
     document["global"]["vantor:frames_per_block"] = 65;
     std::ofstream(meta) << document;
     EXPECT_THAT(check_recording(path).faults, testing::Contains(HasSubstr("group-1-item-2.sigmf-meta")));
+}
+
+TEST(repair, keeps_tables_without_utc)
+{
+    const test::temporary_directory directory;
+    const auto path = directory / "out";
+    {
+        recording_writer writer(path, test::example_description());
+        writer.add(test::example_frame(0));
+        writer.sync();
+    }
+    const std::string head(frame_table_head_without_utc);
+    const std::string row = "0,0,0,-3,0,0,0,,,,\n";
+    for (const char *name : {"group-1-item-1", "group-1-item-2", "group-2-item-1"})
+    {
+        std::ofstream(path / (name + std::string(".frames.csv")), std::ios::binary) << head << row << "1,0";
+    }
+    EXPECT_EQ(repair_recording(path).frames, 1U);
+    EXPECT_EQ(test::read_file(path / "group-1-item-1.frames.csv"), head + row);
+    EXPECT_TRUE(check_recording(path).faults.empty());
+    // Without frames, too.
+    const auto empty = directory / "empty";
+    recording_writer(empty, test::example_description()).sync();
+    std::ofstream(empty / "group-1-item-2.frames.csv", std::ios::binary) << head << "0,0,";
+    EXPECT_EQ(repair_recording(empty).frames, 0U);
+    EXPECT_EQ(test::read_file(empty / "group-1-item-2.frames.csv"), head);
 }
 
 TEST(repair, writes_the_head_of_a_table_without_rows)

@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string_view>
+
+#include "vantor/utc_time.h"
 
 namespace vantor
 {
@@ -25,6 +28,7 @@ struct frame_row
     std::optional<double> cca_value; /**< with clear-channel assessment and debug, like the next two */
     std::optional<bool> cca_detected;
     std::optional<bool> tx_enabled;
+    std::optional<utc_time> utc; /**< time of the measurement; no value if it was not known */
 };
 
 class line_reader;
@@ -69,6 +73,12 @@ public:
      */
     void seek(uint64_t frame);
 
+    /** The first line: the names of the columns, which were fewer in earlier versions. */
+    [[nodiscard]] std::string_view head() const noexcept
+    {
+        return head_;
+    }
+
     /** Number of bytes up to the end of the row that next() returned last. */
     [[nodiscard]] uint64_t position() const noexcept;
 
@@ -78,6 +88,7 @@ public:
 private:
     std::filesystem::path path_;
     std::unique_ptr<line_reader> lines_; /**< null only if moved from */
+    std::string_view head_;
     uint64_t rows_ = 0;
 };
 
