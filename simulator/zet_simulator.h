@@ -64,8 +64,10 @@ typedef struct
     /** Time of the scene in microseconds, for boards that see one scene; a time below 0 counts as 0. Null for
      * a scene that starts with the first frame of each session. */
     int64_t (*scene_now_us)(void);
-    uint16_t board; /**< number of this board if several see one scene, otherwise 0; with the same seed, the
-                       noise of several boards is independent */
+    double
+        clock_error; /**< the part by which the board's clock runs faster than scene_now_us; 0 without it */
+    uint16_t board;  /**< number of this board if several see one scene, otherwise 0; with the same seed, the
+                        noise of several boards is independent */
 } zet_simulator_options_t;
 
 /**

@@ -64,6 +64,25 @@ signed_clock_t *scene_clock(const options_t &options, const zet_simulator_clock_
     return options.scene_goes_on ? clock_of_board(clock) : nullptr;
 }
 
+/** The part by which the clock of the board runs faster than that of the PC. */
+double clock_error(const options_t &options)
+{
+    const double parts_per_million = 1.0e-6;
+    return options.clock_error_ppm * parts_per_million;
+}
+
+/** Starts the clock of the board. */
+zet_simulator_clock_t start_clock(const options_t &options)
+{
+    if (!options.virtual_clock)
+    {
+        return real_clock(clock_error(options), options.first_tick);
+    }
+    const zet_simulator_clock_t clock = zet_simulator_virtual_clock();
+    clock.sleep_until_us(options.first_tick);
+    return clock;
+}
+
 /** Describes the board to the simulator. */
 zet_simulator_options_t board_options(const options_t &options, const zet_simulator_scene_t &scene)
 {
@@ -72,8 +91,9 @@ zet_simulator_options_t board_options(const options_t &options, const zet_simula
     board.sensor_count = options.sensor_count;
     board.seed = options.seed;
     board.board = options.board;
-    board.clock = options.virtual_clock ? zet_simulator_virtual_clock() : real_clock();
+    board.clock = start_clock(options);
     board.scene_now_us = scene_clock(options, board.clock);
+    board.clock_error = options.scene_start_s ? clock_error(options) : 0.0;
     // On a virtual clock no wait takes time.
     board.wait_until_us = options.virtual_clock ? nullptr : wait_for_sensor;
     board.log = log_line;

@@ -177,6 +177,28 @@ bool parse_clock(const std::string &text)
     return text == "virtual";
 }
 
+/** Parses a decimal number within bounds; returns nothing if it is not one. */
+std::optional<double> parse_decimal(const std::string &text, double least, double most)
+{
+    double value = 0.0;
+    const char *const end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
+    const bool valid = failure == std::errc{} && stop == end && value >= least && value <= most;
+    return valid ? std::optional(value) : std::nullopt;
+}
+
+/** Parses by how much the board's clock is wrong, in ppm. */
+double parse_clock_error(const std::string &text)
+{
+    constexpr double most_ppm = 1000.0;
+    const auto value = parse_decimal(text, -most_ppm, most_ppm);
+    if (!value)
+    {
+        throw CLI::ValidationError("--clock-error", "\"" + text + "\" is not a number from -1000 to 1000");
+    }
+    return *value;
+}
+
 /** Parses when the scene starts: "server", or a time in seconds since 1970. */
 void parse_scene_start(const std::string &text, options_t &options)
 {
@@ -186,17 +208,14 @@ void parse_scene_start(const std::string &text, options_t &options)
         options.scene_goes_on = true;
         return;
     }
-    double value = 0.0;
-    const char *const end = text.data() + text.size();
-    const auto [stop, failure] = std::from_chars(text.data(), end, value, std::chars_format::fixed);
-    if (failure != std::errc{} || stop != end || !(value >= 0.0 && value <= latest_s))
+    options.scene_start_s = parse_decimal(text, 0.0, latest_s);
+    if (!options.scene_start_s)
     {
         throw CLI::ValidationError("--scene-start",
                                    "\"" + text +
                                        "\" is neither \"server\" nor a number of seconds from 0 "
                                        "to 100000000000");
     }
-    options.scene_start_s = value;
 }
 
 /** Adds the options that describe the simulated board. */
@@ -255,6 +274,16 @@ void add_simulation_options(CLI::App &app, options_t &options)
            "\"real\", or \"virtual\" to measure frames as fast as the processor allows")
         ->type_name("CLOCK")
         ->default_str("real");
+    app.add_option_function<std::string>(
+           "--clock-error",
+           [&options](const std::string &text) { options.clock_error_ppm = parse_clock_error(text); },
+           "How much faster the board's real clock runs than that of the PC, -1000 to 1000 ppm")
+        ->type_name("PPM")
+        ->default_str("0");
+    add_number(app, "--first-tick", options.first_tick,
+               "What the board's clock shows at the start, in microseconds, 0 to 4294967295: ticks continue "
+               "with 0 after that",
+               0, UINT32_MAX);
     app.add_option_function<std::string>(
            "--log-level", [&options](const std::string &text) { options.log_level = parse_log_level(text); },
            "Least severe level that is logged to standard error: " + list_of_log_levels("or"))
@@ -318,12 +347,13 @@ void check_values(const CLI::App &app, const std::vector<const char *> &words)
     }
 }
 
-/** Rejects a scene with the time of the wall's clock on a virtual clock. */
-void check_scene_start(const options_t &options)
+/** Rejects what only a real clock has on a virtual clock: the time of day, and an error. */
+void check_clock(const options_t &options)
 {
-    if (options.virtual_clock && options.scene_start_s)
+    if (options.virtual_clock && (options.scene_start_s || options.clock_error_ppm != 0.0))
     {
-        throw CLI::ValidationError("--scene-start needs the real clock; remove --clock virtual");
+        const std::string name = options.scene_start_s ? "--scene-start" : "--clock-error";
+        throw CLI::ValidationError(name + " needs the real clock; remove --clock virtual");
     }
 }
 
@@ -369,7 +399,7 @@ options_result_t parse_options(int argc, char **argv, options_t &options)
     {
         check_values(app, {argv + 1, argv + argc});
         app.parse(argc, argv);
-        check_scene_start(options);
+        check_clock(options);
     }
     catch (const CLI::ParseError &failure)
     {

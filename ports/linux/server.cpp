@@ -58,7 +58,8 @@ bool wait_for_work(const link_t &link, uint32_t ticks, bool virtual_clock)
     // An idle server is called often enough to notice every wrap of its tick.
     const bool jump = virtual_clock && ticks != ZET_VANTOR_SERVER_IDLE;
     const bool is_ready = jump || link.has_input_ahead();
-    const int64_t timeout_us = is_ready ? 0 : static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
+    const auto timeout_ticks = static_cast<int64_t>(std::min(ticks, UINT32_MAX / 2));
+    const int64_t timeout_us = is_ready ? 0 : real_span_us(timeout_ticks);
     const wait_result_t result =
         link.wait_with_others(std::array{pollfd{link.input(), POLLIN, 0}}, timeout_us);
     if (result == wait_result_t::timeout && jump)
@@ -164,7 +165,7 @@ bool wait_for_sensor(uint64_t time_us)
         {
             current_link->reject_other_host();
         }
-        const auto time_left_us = static_cast<int64_t>(time_us - now);
+        const int64_t time_left_us = real_span_us(static_cast<int64_t>(time_us - now));
         must_end = current_link->wait_ahead(time_left_us) == wait_result_t::stopped;
     }
     return true;

@@ -18,6 +18,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "clock.h"
 #include "zet_integration_log.h"
 #include "zet_simulator_scene_json.h"
 #include "zet_simulator_truth.h"
@@ -230,6 +231,12 @@ zet_simulator_observer_t write_truth(const options_t &options, const zet_simulat
         add_long(session_members, "scene_start_s", *options.scene_start_s);
     }
     session_members += std::string(",\"clock\":\"") + (options.virtual_clock ? "virtual" : "real") + "\"";
+    if (!options.virtual_clock)
+    {
+        constexpr int digits = 6;
+        add_long(session_members, "clock_error_ppm", options.clock_error_ppm);
+        add(session_members, "clock_start_utc_s", real_clock_zero_utc_s(), std::chars_format::fixed, digits);
+    }
     session_members += ",\"sensors\":" + std::to_string(options.sensor_count);
     session_members += std::string(",\"scene\":") + text.data();
     return {write_session, write_frame};

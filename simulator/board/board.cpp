@@ -61,7 +61,8 @@ void reset(board_sensor &sensor)
 double scene_start_us(double otherwise_us)
 {
     const auto scene_now_us = the_board.options.scene_now_us;
-    return scene_now_us != nullptr ? static_cast<double>(board_now_us()) - static_cast<double>(scene_now_us())
+    return scene_now_us != nullptr ? static_cast<double>(board_now_us()) -
+                                         static_cast<double>(scene_now_us()) * board_clock_rate()
                                    : otherwise_us;
 }
 
@@ -188,6 +189,11 @@ void board_count_handle()
 uint32_t board_session_number()
 {
     return the_board.session_count;
+}
+
+double board_clock_rate()
+{
+    return 1.0 + the_board.options.clock_error;
 }
 
 uint64_t board_now_us()

@@ -66,6 +66,9 @@ void board_count_handle();
 /** Returns the number of the current session, or of the last one; 0 before the first one. */
 uint32_t board_session_number();
 
+/** Returns by how much faster the board's clock runs than the time of the scene, as a factor. */
+double board_clock_rate();
+
 /** Returns the time of the board's clock, in microseconds. */
 uint64_t board_now_us();
 

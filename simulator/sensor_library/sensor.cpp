@@ -152,7 +152,8 @@ void sensor_forget_measurements(zet_sensor &sensor)
 double scene_time_s(double moment_us)
 {
     const double seconds_per_us = 1.0e-6;
-    return std::max(moment_us - board_current_session().scene_start_us, 0.0) * seconds_per_us;
+    const double since_start_us = moment_us - board_current_session().scene_start_us;
+    return std::max(since_start_us, 0.0) / board_clock_rate() * seconds_per_us;
 }
 
 int16_t sensor_temperature(const zet_sensor &sensor)

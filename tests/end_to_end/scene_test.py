@@ -101,7 +101,13 @@ class Boards(SceneTest):
                 (["--board", "1", "--scene-start", "yesterday"],
                  '--scene-start: "yesterday" is neither "server" nor a number of seconds from 0 to 100000000000'),
                 (["--board", "1", "--scene-start", "1", "--clock", "virtual"],
-                 "--scene-start needs the real clock; remove --clock virtual")):
+                 "--scene-start needs the real clock; remove --clock virtual"),
+                (["--clock-error", "1000.5"], '--clock-error: "1000.5" is not a number from -1000 to 1000'),
+                (["--clock-error", "fast"], '--clock-error: "fast" is not a number from -1000 to 1000'),
+                (["--clock-error=-5", "--clock", "virtual"],
+                 "--clock-error needs the real clock; remove --clock virtual"),
+                (["--first-tick", "4294967296"],
+                 '--first-tick: "4294967296" is not a whole number from 0 to 4294967295')):
             result = subprocess.run([SERVER, "--stdio", "--scene", self.scene_file(self.SCENE), *arguments],
                                     stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=TIME_OUT,
                                     check=False)

@@ -52,6 +52,27 @@ TEST(boards, see_a_scene_at_the_time_of_its_clock)
     EXPECT_EQ(sensor.measure().result.temperature, 60) << "a second after the first frame";
 }
 
+TEST(boards, with_a_wrong_clock_see_a_scene_at_its_own_time)
+{
+    zet_simulator_scene_t scene = empty_scene();
+    scene.temperature_count = 1;
+    scene.temperatures[0] = {0, 20.0F, 10.0F};
+    for (const double error : {1.0, -0.5})
+    {
+        scene_time_us = 3000000;
+        auto options = board_with(scene);
+        options.clock_error = error;
+        const simulation simulation(options);
+        simulated_sensor sensor;
+        ASSERT_TRUE(sensor.prepare());
+        EXPECT_EQ(sensor.measure().result.temperature, 50);
+        // In a second of the scene the clock advances by two seconds, or by half a second.
+        const auto second_us = static_cast<uint64_t>(1000000 * (1.0 + error));
+        zet_simulator_virtual_clock().sleep_until_us(zet_simulator_virtual_clock().now_us() + second_us);
+        EXPECT_EQ(sensor.measure().result.temperature, 60) << error;
+    }
+}
+
 TEST(boards, see_the_beginning_of_a_scene_that_has_not_started)
 {
     zet_simulator_scene_t scene = empty_scene();

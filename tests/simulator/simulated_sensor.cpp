@@ -47,6 +47,7 @@ simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene
                                          .wait_until_us = wait_until_us,
                                          .observer = observer,
                                          .scene_now_us = nullptr,
+                                         .clock_error = 0.0,
                                          .board = 0})
 {
 }
