@@ -3,6 +3,7 @@
  */
 #include "commands/info.h"
 
+#include <cmath>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -119,6 +120,34 @@ void print_advice(std::ostream &out, const ordered_json &about)
     }
 }
 
+/** Describes how much faster the clock of a board runs than that of the computer. */
+std::string describe_drift(const ordered_json &drift)
+{
+    const auto ppm = [](double value) {
+        return fixed(std::abs(value), 1) + (value < 0.0 ? " ppm slow" : " ppm fast");
+    };
+    return "; the clock of the board is between " + ppm(drift[0].get<double>()) + " and " +
+           ppm(drift[1].get<double>());
+}
+
+/** Prints when the frames were measured, as far as that is known. */
+void print_times(std::ostream &out, const ordered_json &times)
+{
+    if (times.is_null())
+    {
+        return;
+    }
+    constexpr double milliseconds = 1e3;
+    out << "measured: " << text(times["first_utc"]) << " to " << text(times["last_utc"]) << ", known within "
+        << three_digits(times["largest_bound_s"].get<double>() * milliseconds) << " ms";
+    if (times["frames_unknown"] != 0)
+    {
+        out << ", unknown for " << counted(times["frames_unknown"].get<uint64_t>(), "frame");
+    }
+    const auto &drift = times["clock_drift_ppm"];
+    out << (drift.is_null() ? std::string() : describe_drift(drift)) << "\n";
+}
+
 /** Prints the first lines: number of frames, state, origin. */
 void print_origin(std::ostream &out, const ordered_json &about)
 {
@@ -134,6 +163,7 @@ void print_origin(std::ostream &out, const ordered_json &about)
             out << name << ": " << text(source[name]) << "\n";
         }
     }
+    print_times(out, about["times"]);
     if (const auto &truth = about["truth"]; !truth.is_null())
     {
         out << "truth: of " << counted(truth["frames"].get<uint64_t>(), "frame") << "\n";

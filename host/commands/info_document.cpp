@@ -3,6 +3,8 @@
  */
 #include "commands/info_document.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <set>
 #include <string>
@@ -13,6 +15,7 @@
 #include "recording/repair.h"
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
+#include "recording/utc_text.h"
 
 namespace vantor
 {
@@ -125,6 +128,52 @@ ordered_json start_time(const std::vector<capture> &captures)
     return started.empty() ? ordered_json() : ordered_json(started);
 }
 
+/** Whether all times by the server's clock follow from it: it did not start again. */
+bool has_one_clock(const recording_check &check)
+{
+    return check.unlisted_breaks == 0 &&
+           std::none_of(check.captures.begin(), check.captures.end(), [](const capture &part) {
+               return part.begins && part.begins->reason == connected_again;
+           });
+}
+
+/**
+ * How much faster the server's clock runs than that of the host, in ppm: the least and the most that the
+ * times of the first and the last frame allow. Null if they allow nearly anything.
+ */
+ordered_json describe_drift(const time_figures &times)
+{
+    constexpr double ppm = 1e6;
+    constexpr double most_uncertainty = 1e-3;
+    const auto seconds_of = [](std::chrono::nanoseconds span) {
+        return std::chrono::duration<double>(span).count();
+    };
+    const double elapsed = seconds_of(times.last->utc.moment - times.first->utc.moment);
+    const double error = seconds_of(times.first->utc.bound + times.last->utc.bound);
+    const double shown = times.last->seconds - times.first->seconds;
+    if (!(error < most_uncertainty * elapsed))
+    {
+        return nullptr;
+    }
+    return {(shown / (elapsed + error) - 1.0) * ppm, (shown / (elapsed - error) - 1.0) * ppm};
+}
+
+/** When the frames were measured, in UTC, by the first item; null if that is not known. */
+ordered_json describe_times(const recording_check &check)
+{
+    if (check.items.empty() || !check.items.front().figures.times.first)
+    {
+        return nullptr;
+    }
+    const auto &times = check.items.front().figures.times;
+    const auto bound = std::chrono::duration<double>(times.largest_bound).count();
+    return {{"first_utc", exact_utc_text(times.first->utc.moment)},
+            {"last_utc", exact_utc_text(times.last->utc.moment)},
+            {"largest_bound_s", bound},
+            {"frames_unknown", times.unknown},
+            {"clock_drift_ppm", has_one_clock(check) ? describe_drift(times) : ordered_json()}};
+}
+
 /** Adds the calibrations of a segment to a list, one for each sensor. */
 void add_calibrations(const recording_documents &documents, const capture &part, ordered_json &list)
 {
@@ -206,6 +255,7 @@ ordered_json to_json(const recording_check &check)
                           {"started", start_time(check.captures)},
                           {"complete", check.finished && check.faults.empty()},
                           {"frames", check.frames}};
+    about["times"] = describe_times(check);
     about["frames_recorded"] = check.recorded ? ordered_json(*check.recorded) : ordered_json();
     about["damage"] = check.faults;
     about["in_progress"] = check.in_progress;

@@ -24,6 +24,18 @@ void channel_figures::add(const frame_row &row)
     }
 }
 
+void time_figures::add(const frame_row &row)
+{
+    if (!row.utc)
+    {
+        ++unknown;
+        return;
+    }
+    last = dated_moment{.seconds = row.seconds, .utc = *row.utc};
+    first = first ? first : last;
+    largest_bound = std::max(largest_bound, row.utc->bound);
+}
+
 void frame_figures::add(const frame_row &row)
 {
     seconds = row.seconds;
@@ -33,6 +45,7 @@ void frame_figures::add(const frame_row &row)
     lowest_temperature = std::min(lowest_temperature, row.temperature);
     highest_temperature = std::max(highest_temperature, row.temperature);
     channel.add(row);
+    times.add(row);
 }
 
 } // namespace vantor

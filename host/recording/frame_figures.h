@@ -4,8 +4,10 @@
 #ifndef VANTOR_FRAME_FIGURES_H
 #define VANTOR_FRAME_FIGURES_H
 
+#include <chrono>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "vantor/frame_table.h"
 
@@ -27,6 +29,25 @@ struct channel_figures
     void add(const frame_row &row);
 };
 
+/** A moment by two clocks. */
+struct dated_moment
+{
+    double seconds = 0.0; /**< since the item's first frame, by the clock of the server */
+    utc_time utc;
+};
+
+/** What is known of the times of frames in UTC. */
+struct time_figures
+{
+    uint64_t unknown = 0;              /**< frames whose time is not known */
+    std::optional<dated_moment> first; /**< of the frames whose time is known, like the next two */
+    std::optional<dated_moment> last;
+    std::chrono::nanoseconds largest_bound{};
+
+    /** Adds a frame. */
+    void add(const frame_row &row);
+};
+
 /** Totals of the rows of a frame table. */
 struct frame_figures
 {
@@ -37,6 +58,7 @@ struct frame_figures
     int lowest_temperature = std::numeric_limits<int>::max();
     int highest_temperature = std::numeric_limits<int>::min();
     channel_figures channel;
+    time_figures times;
 
     /** Adds a frame. */
     void add(const frame_row &row);

@@ -7,7 +7,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <limits>
 #include <string>
 #include <system_error>
@@ -21,6 +20,7 @@
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
 #include "recording/truth_writer.h"
+#include "recording/utc_text.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
 #include "vantor/recording_error.h"
@@ -29,20 +29,6 @@ namespace vantor
 {
 namespace
 {
-
-/** A time in UTC with milliseconds, as in RFC 3339. */
-std::string utc_text(std::chrono::system_clock::time_point time)
-{
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(time - seconds).count();
-    const std::time_t calendar = std::chrono::system_clock::to_time_t(seconds);
-    std::tm parts{};
-    gmtime_r(&calendar, &parts);
-    std::array<char, 32> text{};
-    const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S.", &parts);
-    const std::string fraction = std::to_string(1000 + rest).substr(1);
-    return std::string(text.data(), length) + fraction + "Z";
-}
 
 /** The directories to which creating a directory adds one, from the innermost on. */
 std::vector<std::filesystem::path> parents_that_change(const std::filesystem::path &directory)

@@ -15,6 +15,7 @@
 #include "recording/sha512.h"
 #include "recording_files.h"
 #include "temporary_directory.h"
+#include "vantor/recording_writer.h"
 #include "written_recordings.h"
 
 namespace vantor
@@ -384,6 +385,94 @@ TEST(info, quotes_the_path_in_the_command_that_it_suggests)
         writer.add(test::example_frame(0));
     }
     EXPECT_THAT(run({"info", path}).out, HasSubstr("to complete it: vantor repair '" + path + "'\n"));
+}
+
+/** Records frames, 20 ms after each other by the server's clock, that were measured at times in UTC. */
+class dated_recording_test : public testing::Test
+{
+protected:
+    /**
+     * Records 501 frames.
+     *
+     * @param period  between two frames in UTC
+     * @param bound   of their times
+     * @param next    a segment that begins with the last frame; none if it has no reason
+     */
+    void record(std::chrono::nanoseconds period, std::chrono::nanoseconds bound, const segment &next = {})
+    {
+        recording_writer writer(path, test::example_description());
+        for (uint32_t number = 0; number <= frames; ++number)
+        {
+            if (number == frames && !next.reason.empty())
+            {
+                writer.begin_segment(next);
+            }
+            const utc_time utc{.moment = start + number * period, .bound = bound};
+            writer.add(number == 1 ? test::example_frame(number) : test::example_frame_at(number, utc));
+        }
+        writer.finish();
+    }
+
+    /** What `vantor info` knows of the times. */
+    [[nodiscard]] json times() const
+    {
+        return json::parse(run({"info", path.string(), "--json"}).out)["times"];
+    }
+
+    static constexpr uint32_t frames = 500;
+    const std::chrono::sys_time<std::chrono::nanoseconds> start{
+        std::chrono::nanoseconds(1795455600123456789)};
+    const test::temporary_directory directory;
+    const std::filesystem::path path = directory / "out";
+};
+
+TEST_F(dated_recording_test, shows_when_frames_were_measured)
+{
+    using namespace std::chrono_literals;
+    // 10 s by the server's clock in 9.999 s: 100 ppm fast.
+    record(19'998us, 250us);
+    const auto found = times();
+    EXPECT_EQ(found["first_utc"], "2026-11-23T17:40:00.123457Z");
+    EXPECT_EQ(found["last_utc"], "2026-11-23T17:40:10.122457Z");
+    EXPECT_NEAR(found["largest_bound_s"].get<double>(), 0.000251, 1e-9);
+    EXPECT_EQ(found["frames_unknown"], 1);
+    EXPECT_NEAR(found["clock_drift_ppm"][0].get<double>(), 100.0 - 50.2, 0.5);
+    EXPECT_NEAR(found["clock_drift_ppm"][1].get<double>(), 100.0 + 50.2, 0.5);
+    EXPECT_THAT(
+        run({"info", path.string()}).out,
+        HasSubstr("\nmeasured: 2026-11-23T17:40:00.123457Z to 2026-11-23T17:40:10.122457Z, known within "
+                  "0.251 ms, unknown for 1 frame; the clock of the board is between "));
+}
+
+TEST_F(dated_recording_test, names_a_slow_clock)
+{
+    using namespace std::chrono_literals;
+    record(20'001us, 500us);
+    EXPECT_THAT(run({"info", path.string()}).out,
+                testing::ContainsRegex("is between 150\\.[0-9] ppm slow and 50\\.[0-9] ppm fast\n"));
+}
+
+TEST_F(dated_recording_test, knows_no_drift_if_the_bounds_allow_any)
+{
+    using namespace std::chrono_literals;
+    record(20ms, 6ms);
+    EXPECT_TRUE(times()["clock_drift_ppm"].is_null());
+    EXPECT_THAT(run({"info", path.string()}).out, HasSubstr("6.00 ms, unknown for 1 frame\n"));
+}
+
+TEST_F(dated_recording_test, knows_no_drift_of_a_server_that_started_again)
+{
+    using namespace std::chrono_literals;
+    record(20ms, 1ms,
+           {.number = 1, .reason = connected_again, .gap = 1.0, .calibration_temperatures = {1, 2, 3}});
+    EXPECT_TRUE(times()["clock_drift_ppm"].is_null());
+}
+
+TEST(info, knows_no_times_of_earlier_recordings)
+{
+    const test::recording_files files(true);
+    EXPECT_TRUE(json::parse(run({"info", files.path.string(), "--json"}).out)["times"].is_null());
+    EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("measured:")));
 }
 
 } // namespace
