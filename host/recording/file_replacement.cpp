@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "recording/sigmf.h"
+#include "vantor/board_collection.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -134,7 +135,7 @@ bool is_in_recording(const std::filesystem::path &directory)
     std::error_code failure;
     // A recording that has lost one of them can still be read.
     const std::array documents = {std::string(collection_name) + ".sigmf-collection",
-                                  item_name({}) + ".sigmf-meta"};
+                                  item_name({}) + ".sigmf-meta", std::string(board_collection_file)};
     for (auto place = std::filesystem::weakly_canonical(directory, failure); !place.empty();
          place = place.parent_path())
     {

@@ -9,12 +9,12 @@
 #include <cstdio>
 #include <limits>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "recording/capture_list.h"
 #include "recording/file_replacement.h"
 #include "recording/item_writer.h"
+#include "recording/new_directory.h"
 #include "recording/output_file.h"
 #include "recording/recording_documents.h"
 #include "recording/sha512.h"
@@ -27,44 +27,6 @@
 
 namespace vantor
 {
-namespace
-{
-
-/** The directories to which creating a directory adds one, from the innermost on. */
-std::vector<std::filesystem::path> parents_that_change(const std::filesystem::path &directory)
-{
-    std::vector<std::filesystem::path> parents;
-    std::error_code failure;
-    for (auto place = std::filesystem::absolute(directory, failure);
-         place.has_relative_path() && !std::filesystem::exists(place, failure); place = place.parent_path())
-    {
-        parents.push_back(place.parent_path());
-    }
-    return parents;
-}
-
-/** Creates a directory, durably; it may exist already if it is empty. */
-void make_new_directory(const std::filesystem::path &directory)
-{
-    require_no_link_in_recording(directory);
-    const auto parents = parents_that_change(directory);
-    std::error_code failure;
-    std::filesystem::create_directories(directory, failure);
-    const bool empty = !failure && std::filesystem::is_empty(directory, failure);
-    if (failure)
-    {
-        throw recording_error("Cannot create the directory " + directory.string() + ": " + failure.message() +
-                              ".");
-    }
-    if (!empty)
-    {
-        throw recording_error("The directory " + directory.string() +
-                              " is not empty: choose another one; recordings are never overwritten.");
-    }
-    std::for_each(parents.begin(), parents.end(), sync_directory);
-}
-
-} // namespace
 
 recording_writer::recording_writer(std::filesystem::path directory, session_description session,
                                    recording_start start)
@@ -255,7 +217,7 @@ void recording_writer::write_documents(bool finished)
 {
     // Otherwise the documents would come into a directory that is not this recording.
     std::for_each(items_.begin(), items_.end(), [](const item_writer &item) { item.require_in_place(); });
-    std::vector<stream> streams;
+    std::vector<collection_stream> streams;
     std::vector<file_text> documents;
     for (size_t i = 0; i < items_.size(); ++i)
     {

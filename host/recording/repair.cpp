@@ -138,7 +138,8 @@ ordered_json final_document(const recording_check &check, size_t index)
 }
 
 /** The final collection. */
-ordered_json final_collection(const recording_documents &documents, const std::vector<stream> &streams)
+ordered_json final_collection(const recording_documents &documents,
+                              const std::vector<collection_stream> &streams)
 {
     auto document = collection_document(documents.session, streams);
     auto &collection = document["collection"];
@@ -153,7 +154,8 @@ ordered_json final_collection(const recording_documents &documents, const std::v
 }
 
 /** The present collection, which announces the final metadata of the items. */
-ordered_json announcing_collection(const recording_documents &documents, const std::vector<stream> &streams)
+ordered_json announcing_collection(const recording_documents &documents,
+                                   const std::vector<collection_stream> &streams)
 {
     auto document = final_collection(documents, streams);
     if (documents.collection.contains("core:streams"))
@@ -198,7 +200,7 @@ file_text file_of(const std::filesystem::path &path, const ordered_json &documen
 std::vector<file_text> final_documents(const recording_check &check)
 {
     const auto &directory = check.documents.directory;
-    std::vector<stream> streams;
+    std::vector<collection_stream> streams;
     std::vector<file_text> files(1);
     for (size_t i = 0; i < check.items.size(); ++i)
     {

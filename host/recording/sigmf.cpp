@@ -203,7 +203,12 @@ void finish_item_document(ordered_json &document, const session_description &ses
     document["captures"] = describe_captures(session.metadata, index, captures);
 }
 
-ordered_json describe_streams(const std::vector<stream> &streams)
+ordered_json empty_collection()
+{
+    return {{"core:version", sigmf_version}, {"core:extensions", extensions()}};
+}
+
+ordered_json describe_streams(const std::vector<collection_stream> &streams)
 {
     auto list = ordered_json::array();
     for (const auto &entry : streams)
@@ -213,16 +218,16 @@ ordered_json describe_streams(const std::vector<stream> &streams)
     return list;
 }
 
-void announce_streams(ordered_json &document, const std::vector<stream> &next)
+void announce_streams(ordered_json &document, const std::vector<collection_stream> &next)
 {
     document["collection"][next_streams_member] = describe_streams(next);
 }
 
-ordered_json collection_document(const session_description &session, const std::vector<stream> &streams)
+ordered_json collection_document(const session_description &session,
+                                 const std::vector<collection_stream> &streams)
 {
-    ordered_json collection = {{"core:version", sigmf_version},
-                               {"core:extensions", extensions()},
-                               {"core:streams", describe_streams(streams)}};
+    auto collection = empty_collection();
+    collection["core:streams"] = describe_streams(streams);
     add_session(collection, session);
     return {{"collection", std::move(collection)}};
 }

@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "vantor/capture.h"
+#include "vantor/collection_stream.h"
 #include "vantor/session_description.h"
 
 namespace vantor
@@ -88,25 +89,21 @@ nlohmann::ordered_json item_document(const session_description &session, size_t 
 void finish_item_document(nlohmann::ordered_json &document, const session_description &session, size_t index,
                           const item_state &state, const std::vector<capture> &captures);
 
-/** An item's entry in the collection. */
-struct stream
-{
-    std::string name;   /**< name of its files, without extension */
-    std::string digest; /**< digest of its metadata document */
-};
+/** The collection of a recording without items: version of the standard and extensions. */
+nlohmann::ordered_json empty_collection();
 
 /** The list of items in a collection. */
-nlohmann::ordered_json describe_streams(const std::vector<stream> &streams);
+nlohmann::ordered_json describe_streams(const std::vector<collection_stream> &streams);
 
 /**
  * Lists the items of the next version of a collection, too: a program that is killed while it replaces the
  * metadata of the items then leaves only documents that the collection lists.
  */
-void announce_streams(nlohmann::ordered_json &document, const std::vector<stream> &next);
+void announce_streams(nlohmann::ordered_json &document, const std::vector<collection_stream> &next);
 
 /** The collection document of a session. */
 nlohmann::ordered_json collection_document(const session_description &session,
-                                           const std::vector<stream> &streams);
+                                           const std::vector<collection_stream> &streams);
 
 } // namespace vantor
 

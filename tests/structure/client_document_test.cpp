@@ -38,10 +38,16 @@ std::set<std::string> declared_calls(const std::string &class_name)
 TEST(client_document, describes_every_call)
 {
     const std::string document = text_of(std::filesystem::path(PROJECT_ROOT) / "docs/client.md");
-    const std::map<std::string, size_t> least{
-        {"client", 15},          {"frame_sink", 3},     {"frame_source", 5},     {"hub", 5},
-        {"recording_reader", 8}, {"recording_sink", 2}, {"recording_writer", 7}, {"session_source", 3},
-        {"truth_file", 5}};
+    const std::map<std::string, size_t> least{{"board_collection", 6},
+                                              {"client", 15},
+                                              {"frame_sink", 3},
+                                              {"frame_source", 5},
+                                              {"hub", 5},
+                                              {"recording_reader", 8},
+                                              {"recording_sink", 2},
+                                              {"recording_writer", 7},
+                                              {"session_source", 3},
+                                              {"truth_file", 5}};
     for (const auto &[class_name, count] : least)
     {
         const std::set<std::string> calls = declared_calls(class_name);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "vantor/arrived_frame.h"
+#include "vantor/collection_stream.h"
 #include "vantor/segment.h"
 #include "vantor/session.h"
 #include "vantor/session_description.h"
@@ -22,7 +23,6 @@ namespace vantor
 class capture_list;
 class item_writer;
 class truth_writer;
-struct stream;
 
 /** Where in a stream a recording begins. */
 enum class recording_start
@@ -113,6 +113,12 @@ public:
     /** Number of bytes of samples written, for all items. */
     [[nodiscard]] uint64_t data_length() const noexcept;
 
+    /** The metadata of the items as last written, which the collection lists. */
+    [[nodiscard]] const std::vector<collection_stream> &streams() const noexcept
+    {
+        return streams_;
+    }
+
     /** The directory of the recording. */
     [[nodiscard]] const std::filesystem::path &directory() const noexcept
     {
@@ -130,7 +136,7 @@ private:
     session_description session_;
     std::vector<item_writer> items_;
     std::unique_ptr<truth_writer> truth_;    /**< null if no truth is recorded */
-    std::vector<stream> streams_;            /**< that the collection lists; empty until it exists */
+    std::vector<collection_stream> streams_; /**< that the collection lists; empty until it exists */
     std::unique_ptr<capture_list> captures_; /**< null only if moved from */
     bool break_pending_ = false;             /**< a segment begins with the next frame */
     uint64_t missing_before_;                /**< frames missing before the recording began */
