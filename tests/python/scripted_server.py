@@ -154,6 +154,8 @@ class ScriptedServer(Script):
     def __init__(self):
         super().__init__()
         self.now = 0.0
+        #: UTC when the clock of the host shows 0.
+        self.utc_at_zero = 1.8e9
         self.baudrate = 9600
         self.written = []
         self.open_links = 0
@@ -165,7 +167,8 @@ class ScriptedServer(Script):
 
     def connect(self, **timeouts):
         """A host that is connected."""
-        return Server("scripted", self._open, vantor.Timeouts(**timeouts), clock=lambda: self.now)
+        return Server("scripted", self._open, vantor.Timeouts(**timeouts), clock=lambda: self.now,
+                      system_clock=lambda: self.utc_at_zero + self.now)
 
     def pause(self, seconds):
         """In a reaction: everything sent from now on arrives this much later."""

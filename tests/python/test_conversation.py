@@ -636,7 +636,7 @@ def test_runs_a_session(server):
         assert session.frames_left_out == 7
     assert server.commands("configure")[0]["configuration"] == example_configuration()
     names = [json.loads(line)["command"] for line in server.lines]
-    assert names == ["end", "identify", "configure", "start", "stop", "end"]
+    assert names == ["end", "identify", "configure", "ping", "start", "stop", "end"]
     assert server.open_links == 0
 
 

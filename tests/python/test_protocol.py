@@ -1,5 +1,6 @@
 """Plays the conversations of docs/protocol.md with the client: it sends the lines with >, and takes those with <."""
 
+import collections
 import itertools
 import json
 import os
@@ -38,12 +39,15 @@ class Player(ScriptedServer):
         super().__init__()
         self.turns = None
         self.host = self.connect()
-        self.turns = iter(turns)
+        self.turns = collections.deque(turns)
 
     def react(self, host, line):
         if self.turns is None or not line:
             return super().react(host, line)
-        expected, answers = next(self.turns)
+        if line == b'{"command":"ping"}' and _meaning(self.turns[0][0]) != json.loads(line):
+            # Before frames, the client asks for the clock.
+            return super().react(host, line)
+        expected, answers = self.turns.popleft()
         assert _meaning(line.decode()) == _meaning(expected)
         for answer in answers:
             self.send(answer)
@@ -144,7 +148,7 @@ def test_the_client_speaks_as_documented(turns):
             with pytest.raises(vantor.ServerError) as failure:
                 driver.send(line, answers)
             assert failure.value.code == code and failure.value.message
-    assert next(server.turns, None) is None, "not all commands were sent"
+    assert not server.turns, "not all commands were sent"
     shown = sum(b"result_info" in answer for _, answers in turns for answer in answers)
     assert driver.frames == shown
 

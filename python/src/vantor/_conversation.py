@@ -14,6 +14,8 @@ from numbers import Real
 from typing import Any, NoReturn, Protocol
 
 from . import _members
+from ._board_clock import Arrival
+from ._clock_watch import INTERVAL, ClockWatch
 from ._header_form import HeaderForm
 from ._links import Link
 from ._messages import Message, MessageReader
@@ -48,6 +50,12 @@ _LONGEST_TIMEOUT = 1e9
 #: after it, in seconds. A server disconnects a host that accepts no data for 10 s, unless told otherwise.
 _LONG_PAUSE = 5.0
 _SUSPICION_TIME = 10.0
+
+#: The shortest wait of a link, in seconds.
+_SHORTEST_WAIT = 1e-3
+
+#: How often the system clock is read, of which the best reading is taken.
+_ANCHOR_READINGS = 5
 
 #: Number of bytes that the report about invalid data shows.
 _BYTES_SHOWN = 16
@@ -140,7 +148,11 @@ class Conversation:
     """Commands to one server, and the messages that answer them."""
 
     def __init__(
-        self, open_link: LinkOpener, timeouts: Timeouts, clock: Callable[[], float] = time.monotonic
+        self,
+        open_link: LinkOpener,
+        timeouts: Timeouts,
+        clock: Callable[[], float] = time.monotonic,
+        system_clock: Callable[[], float] = time.time,
     ) -> None:
         """Connects, and ends any session that the server was in.
 
@@ -148,6 +160,11 @@ class Conversation:
         """
         self.timeouts = timeouts
         self._clock = clock
+        self._utc_at_zero = _utc_at_zero(clock, system_clock)
+        self._watch = ClockWatch(0.0, self._utc_at_zero)
+        self._arrival = Arrival(None, clock())
+        #: The command whose answer a call waits for.
+        self._awaited: str | None = None
         self._reader = MessageReader()
         #: How long some frames of the session take, in seconds.
         self._slow_time = 0.0
@@ -222,6 +239,21 @@ class Conversation:
         if self._reader.form is None:
             self._reader.form = HeaderForm(frame.header)
 
+    def watch_clock(self, ticks_per_second: float) -> None:
+        """Asks the server for its clock from the next stream on; 0 if it has none."""
+        self._watch = ClockWatch(ticks_per_second, self._utc_at_zero)
+
+    def begin_watch(self, sensor_period: float = 0.0) -> None:
+        """Asks for the server's clock before frames if that is due; `next_in_stream` asks again.
+
+        Args:
+            sensor_period: time between two frames that the sensors pace, in seconds; 0 if they do not.
+        """
+        self._watch.begin(sensor_period)
+        if self._watch.time_left(self.now(), -math.inf) <= 0.0:
+            with self._exchange():
+                self._ask()
+
     def set_baudrate(self, baudrate: int) -> int:
         """Changes the baud rate of this end of the link; returns the former one."""
         return self._open_link().set_baudrate(baudrate)
@@ -239,10 +271,12 @@ class Conversation:
         """Sends a command and waits for its answer. Frames before it go to the keeper, or are dropped."""
         with self._exchange(awaits_answer=True):
             self._send({"command": command, **members})
+            self._awaited = command
             limit = self._limit(self.timeouts.answer + self._slow_time)
             while (answer := self._await_answer(command, limit)) is None:
                 if self.now() >= limit.deadline:
                     self._give_up(_answer_to(command))
+            self._watch.note_answer(command)
         return answer
 
     def configure(self, configuration: dict[str, Any]) -> dict[str, Any]:
@@ -281,9 +315,9 @@ class Conversation:
         self._claim()
         try:
             if deadline is not None and deadline < limit.deadline:
-                message = self._poll(deadline)
+                message = self._poll(deadline, asks=True)
             else:
-                message = self._next(limit, "frame")
+                message = self._next(limit, "frame", asks=True)
         except (ConnectionLost, ProtocolError, ServerTimeout):
             self.torn = True
             raise
@@ -339,6 +373,7 @@ class Conversation:
 
     def _release(self) -> None:
         """Notes that no call is in progress."""
+        self._awaited = None
         self._user.pop("thread", None)
 
     def _open_link(self) -> Link:
@@ -404,6 +439,7 @@ class Conversation:
         if self.torn:
             self._reader.resynchronise()
         self.torn = True
+        self._watch.forget_commands()
         commands = _ending_commands(self._unfinished_ends)
         self._unfinished_ends += 1
         self._send_end(commands, max(0.0, limit.deadline - self.now()))
@@ -443,23 +479,63 @@ class Conversation:
                 self._send_end(["end"], left)
         return max(0.0, min(left, self._repetition - self.now()))
 
-    def _poll(self, deadline: float) -> Message | None:
-        """The next message that is not a log line; None if none arrives in time."""
+    def _ask(self) -> None:
+        """Asks for the server's clock, unless an answer is still to come."""
+        command = self._watch.next_command(self.now())
+        if command is not None:
+            self._send({"command": command})
+
+    def _ask_if_due(self, left: float) -> float:
+        """Asks for the server's clock if that is due; returns how long the caller can wait before the next call.
+
+        After a fault it is not known where an answer would begin. While a frame arrives, the server cannot
+        answer at once: that is only waited for as long as it may be a single frame.
+        """
+        due = self._watch.time_left(self.now(), self._arrival.time)
+        if self._reader.within_message or self._reader.lost:
+            if self._reader.lost or due > -INTERVAL:
+                return left
+        elif due >= _SHORTEST_WAIT:
+            return min(left, math.floor(due / _SHORTEST_WAIT) * _SHORTEST_WAIT) if due < left else left
+        self._ask()
+        return left
+
+    def _poll(self, deadline: float, asks: bool = False) -> Message | None:
+        """The next message for the caller; None if none arrives in time. Asks for the server's clock meanwhile."""
         over = False
         while True:
-            message = self._reader.next()
+            try:
+                message = self._reader.next()
+            except BadMessage:
+                # Without a stream, it was the answer about the clock.
+                if self._watch.note_damage() and self.keeper is None:
+                    continue
+                raise
             if message is None:
                 if over:
                     return None
                 now = self._clock()
                 left = max(0.0, deadline - now)
                 over = left == 0.0
-                self._receive(left if over else self._repeat_end(left), now)
+                if not over:
+                    left = self._ask_if_due(left) if asks else self._repeat_end(left)
+                self._receive(left, now)
                 continue
             self._understood = True
-            if message.header["status"] != "log":
-                return message
-            _deliver_log(message.header)
+            if message.readings is None and self._is_aside(message.header):
+                continue
+            message.arrival = self._arrival
+            return message
+
+    def _is_aside(self, header: dict[str, Any]) -> bool:
+        """Whether a message is not for the caller: a log line, or an answer about the server's clock."""
+        if header["status"] == "log":
+            _deliver_log(header)
+            return True
+        if not self._watch.take(header, self._awaited, self._arrival.time):
+            return False
+        self._arrival = Arrival(self._watch.relation, self._arrival.time)
+        return True
 
     def _receive(self, timeout: float, now: float) -> None:
         """Passes the bytes that arrive to the reader."""
@@ -471,14 +547,16 @@ class Conversation:
         except ConnectionLost as loss:
             raise self._explain(loss) from None
         self._last_read = self._clock()
+        if count:
+            self._arrival = Arrival(self._watch.relation, self._last_read)
         if not self._understood and len(self._first_bytes) < _BYTES_SHOWN:
             self._first_bytes += bytes(buffers[0][: min(count, _BYTES_SHOWN - len(self._first_bytes))])
         self._reader.advance(count)
 
-    def _next(self, limit: Limit, awaited: str) -> Message:
+    def _next(self, limit: Limit, awaited: str, asks: bool = False) -> Message:
         """The next message; raises an error if none arrives. Extends the limit while a payload arrives."""
         before = 0
-        while (message := self._poll(limit.deadline)) is None:
+        while (message := self._poll(limit.deadline, asks)) is None:
             missing = self._reader.missing
             fewest = max(1, int(SLOWEST_PAYLOAD_RATE * limit.extension))
             slow = before != 0 and missing + fewest > before
@@ -536,6 +614,15 @@ class Conversation:
             f"The server sent no {awaited} in time. Check the connection and its baud rate, that no other "
             "program uses the server, and that the board does not restart (see its log)."
         )
+
+
+def _utc_at_zero(clock: Callable[[], float], system_clock: Callable[[], float]) -> float:
+    """UTC when a clock showed 0, from the closest of some readings of both clocks."""
+    readings = []
+    for _ in range(_ANCHOR_READINGS):
+        before, utc, after = clock(), system_clock(), clock()
+        readings.append((after - before, utc - (before + after) / 2.0))
+    return min(readings)[1]
 
 
 def _answer_to(command: str) -> str:

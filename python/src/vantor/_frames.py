@@ -6,6 +6,7 @@ from typing import Any
 import numpy as np
 
 from . import _members
+from ._board_clock import Arrival
 from ._item_reading import ItemReading, read_item
 from ._layout import SAMPLE_SIZE, SessionMetadata
 from ._messages import Payload
@@ -58,8 +59,9 @@ class FrameDecoder:
         payload: Payload,
         time: float,
         truth: Sequence[ItemTruth | None] | None = None,
+        arrival: Arrival | None = None,
     ) -> tuple[Item, ...]:
-        """The items of a frame, whose first one was measured at a time in seconds."""
+        """The items of a frame that arrived, whose first one was measured at a time in seconds."""
         items = []
         parts = zip(readings, self._parts, truth or self._unknown_truth, strict=True)
         for reading, (layout, offset, shape), item_truth in parts:
@@ -73,6 +75,7 @@ class FrameDecoder:
                     reading.flags,
                     reading.cca_value,
                     item_truth,
+                    arrival,
                 )
             )
         return tuple(items)

@@ -13,6 +13,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ._board_clock import Arrival
 from ._header_form import HeaderForm
 from ._item_reading import ItemReading
 from .errors import BadMessage
@@ -55,6 +56,7 @@ class Message:
         position: where the header starts, in bytes since the first byte received.
         header_size: number of bytes of the header's text.
         readings: what a header of known form reports about the items, which it then does not contain.
+        arrival: when its last bytes arrived; None if that is unknown.
     """
 
     header: dict[str, Any]
@@ -62,6 +64,7 @@ class Message:
     position: int
     header_size: int
     readings: list[ItemReading] | None = None
+    arrival: Arrival | None = None
 
     @property
     def memory(self) -> int:
@@ -123,6 +126,11 @@ class MessageReader:
     def payload_size(self) -> int:
         """Number of payload bytes of the current message; 0 if there is none."""
         return self._payload_size
+
+    @property
+    def lost(self) -> bool:
+        """Whether a fault was reported, and no header has been found since."""
+        return self._lost
 
     @property
     def within_message(self) -> bool:

@@ -103,15 +103,17 @@ class Server:
         timeouts: Timeouts,
         truth: TruthFile | None = None,
         clock: Callable[[], float] = time.monotonic,
+        system_clock: Callable[[], float] = time.time,
     ) -> None:
         """Connects over the links of an opener; use `connect`."""
         self.address = address
         self._truth = truth
         self._session: Session | None = None
-        self._conversation = Conversation(link_opener, timeouts, clock)
+        self._conversation = Conversation(link_opener, timeouts, clock, system_clock)
         try:
             self.info = decode_server_info(self._conversation.request("identify"))
             _check_version(self.info)
+            self._conversation.watch_clock(self.info.ticks_per_second)
         except BaseException:
             self._conversation.close()
             raise

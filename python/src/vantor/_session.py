@@ -158,6 +158,7 @@ class Session:
     def single_frame(self) -> Frame:
         """Measures one frame while no stream runs."""
         self._make_ready()
+        self._conversation.begin_watch()
         try:
             message = self._conversation.measure_frame()
         except ServerError:
@@ -203,6 +204,8 @@ class Session:
         self.items = metadata.layouts
         self.calibrations = metadata.calibrations
         self.frame_rate_hz = nominal_frame_rate(configuration, metadata, self._ticks_per_second)
+        sensors_pace = metadata.tick_period == 0 and self.frame_rate_hz > 0.0
+        self._sensor_period = 1.0 / self.frame_rate_hz if sensors_pace else 0.0
         self._decoder = FrameDecoder(metadata, self._ticks_per_second)
         conversation.expect_frames(metadata.frame_size, _requested_rate(configuration))
         if self._truth is not None:
@@ -250,6 +253,7 @@ class Session:
 
     def _start(self) -> _Stream:
         self._make_ready()
+        self._conversation.begin_watch(self._sensor_period)
         self._conversation.request("start")
         stream = _Stream(self._ticks_per_second, self.frame_rate_hz)
         self._stream = self._conversation.keeper = stream
@@ -319,7 +323,7 @@ class Session:
         stream.number += 1
         time, lost = stream.count(readings[0]) if readings else (0.0, 0)
         truth = None if self._truth is None else self._find_truth(self._truth, readings)
-        items = self._decoder.items(readings, message.payload, time, truth)
+        items = self._decoder.items(readings, message.payload, time, truth, message.arrival)
         return Frame(number, items, stream.missing, lost, self._decoder.places)
 
     def _read_items(self, message: Message) -> list[ItemReading]:

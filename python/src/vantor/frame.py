@@ -4,6 +4,7 @@ A frame contains items; an item is one measurement by one sensor. Live sessions 
 objects.
 """
 
+import math
 from collections.abc import Iterator
 from dataclasses import dataclass, field, fields
 from typing import Any, TypeVar
@@ -11,6 +12,7 @@ from typing import Any, TypeVar
 import numpy as np
 import numpy.typing as npt
 
+from ._board_clock import UNKNOWN_UTC, UtcSource
 from ._places import Places, find_place, has_place
 from .truth import ItemTruth
 
@@ -189,6 +191,7 @@ class Item(_Copied):
     flags: Flags
     cca_value: float | None = None
     truth: ItemTruth | None = None
+    _moment: UtcSource | None = field(default=None, repr=False)
 
     def __repr__(self) -> str:
         sweeps, points, _ = self.samples.shape
@@ -196,6 +199,20 @@ class Item(_Copied):
             f"<vantor.Item of sensor {self.layout.sensor_id}: {sweeps} sweeps of {points} points, "
             f"time={self.time}, flags: {self.flags}>"
         )
+
+    @property
+    def utc_s(self) -> float:
+        """When `tick` was, in seconds since 1970-01-01 UTC without leap seconds; NaN while it is not known."""
+        return self._utc[0]
+
+    @property
+    def utc_bound_s(self) -> float:
+        """The true time is at most this many seconds before or after `utc_s`; NaN while it is not known."""
+        return self._utc[1]
+
+    @property
+    def _utc(self) -> tuple[float, float]:
+        return UNKNOWN_UTC if self._moment is None else self._moment.utc(self.tick)
 
     @property
     def iq(self) -> npt.NDArray[np.complex64]:
@@ -259,6 +276,16 @@ class Frame:
     def time(self) -> float:
         """Time of the first item, in seconds since the first frame of the stream; 0 without a clock."""
         return self.items[0].time if self.items else 0.0
+
+    @property
+    def utc_s(self) -> float:
+        """`utc_s` of the first item."""
+        return self.items[0].utc_s if self.items else math.nan
+
+    @property
+    def utc_bound_s(self) -> float:
+        """`utc_bound_s` of the first item."""
+        return self.items[0].utc_bound_s if self.items else math.nan
 
     @property
     def truth(self) -> tuple[ItemTruth | None, ...]:
