@@ -5,6 +5,7 @@ import os
 import re
 import subprocess
 import sys
+from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
@@ -14,7 +15,7 @@ sys.path.append(str(Path(__file__).parents[1] / "end_to_end"))
 
 from mutated_recordings_test import Mutator  # noqa: E402
 
-__all__ = ["EXAMPLES", "SCENE", "Mutator", "host", "make_recording", "reported_damage", "same_text"]
+__all__ = ["EXAMPLES", "SCENE", "Mutator", "host", "make_recording", "reported_damage", "same_text", "set_utc"]
 
 SCENE: dict[str, Any] = {
     "targets": [
@@ -40,6 +41,15 @@ def make_recording(
     place = ("--connect", address, "--output", directory)
     host("record", configuration, "--frames", frames, *place, *options)
     return directory
+
+
+def set_utc(table: Path, cells: Sequence[str]) -> None:
+    """Write these cells into the columns `utc_s,utc_bound_s` of a frame table, one text for each frame."""
+    head, *rows = table.read_text().splitlines()
+    before = head.split(",").index("tx_enabled") + 1
+    cells = ["utc_s,utc_bound_s", *cells]
+    lines = [",".join([*row.split(",")[:before], cell]) for row, cell in zip([head, *rows], cells, strict=True)]
+    table.write_text("\n".join([*lines, ""]))
 
 
 def reported_damage(directory: Path) -> dict[str, Any]:

@@ -20,7 +20,7 @@ from typing import Any
 import numpy as np
 import pytest
 from processes import RunningServer, campaign, few_descriptors, ordinary_user
-from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_damage, same_text
+from recordings import EXAMPLES, SCENE, Mutator, host, make_recording, reported_damage, same_text, set_utc
 
 import vantor
 from vantor import _input_files
@@ -683,6 +683,38 @@ def test_impossible_times_in_utc(cells: str, tmp_path: Path) -> None:
     for cell, correct in [("-1.000000,1.000000", 1), (cells, 0)]:
         path.write_text(f"{TABLE_HEAD},utc_s,utc_bound_s\n0,0,1,20,0,0,0,,,,,{cell}\n")
         assert len(read_frame_table(path).rows) == correct
+
+
+def test_items_have_the_times_in_utc_of_their_table(two_sensors: Path, tmp_path: Path) -> None:
+    directory = shutil.copytree(two_sensors, tmp_path / "copy")
+    tables = sorted(directory.glob("*.frames.csv"))
+    for number, table in enumerate(tables):
+        known = [f"{1.8e9 + number + frame:.6f},{frame + 1}.500000" for frame in range(1, 40)]
+        set_utc(table, [",", *known])
+    recording = vantor.open(directory)
+    for place, name in [(0, (0, 0)), (2, (1, 0))]:
+        item = recording[name]
+        frames = np.arange(1, 40)
+        np.testing.assert_array_equal(item.utc_s, [np.nan, *(1.8e9 + place + frames)])
+        np.testing.assert_array_equal(item.utc_bound_s, [np.nan, *(frames + 1.5)])
+        assert not item.utc_s.flags.writeable
+        np.testing.assert_array_equal(item[3:5].utc_s, 1.8e9 + place + np.array([3, 4]))
+        for frame in recording:
+            assert np.array_equal(frame[name].utc_s, item.utc_s[frame.number], equal_nan=True)
+            assert np.array_equal(frame[name].utc_bound_s, item.utc_bound_s[frame.number], equal_nan=True)
+    frame = pickle.loads(pickle.dumps(recording.frame(7)))
+    assert (frame.utc_s, frame.utc_bound_s) == (1.8e9 + 7, 8.5)
+
+
+def test_earlier_recordings_have_no_utc(two_sensors: Path, tmp_path: Path) -> None:
+    directory = shutil.copytree(two_sensors, tmp_path / "copy")
+    for table in directory.glob("*.frames.csv"):
+        rows = [line.split(",")[:11] for line in table.read_text().splitlines()]
+        table.write_text("\n".join([*map(",".join, rows), ""]))
+    recording = vantor.open(directory)
+    assert len(recording) == 40
+    assert np.isnan(recording[1, 0].utc_s).all() and np.isnan(recording[1, 0].utc_bound_s).all()
+    assert np.isnan(recording.frame(3).utc_s) and np.isnan(recording.frame(3)[1, 0].utc_bound_s)
 
 
 def test_a_recording_that_is_being_started_is_not_abandoned(two_sensors: Path, tmp_path: Path) -> None:

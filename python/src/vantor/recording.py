@@ -15,6 +15,7 @@ from typing import Any, Self, SupportsIndex, overload
 import numpy as np
 import numpy.typing as npt
 
+from ._board_clock import KnownUtc
 from ._captures import Counts, Segment
 from ._frame_table import UNKNOWN, Rows
 from ._input_files import cannot_read
@@ -61,6 +62,9 @@ class RecordedItem:
         ticks: the server's clock at the end of the measurement; continues with 0 after 2³² - 1.
         times_s: time of the measurement in seconds since the first frame of the recording, by the server's
             clock; 0 if it has none.
+        utc_s: when each of the ticks was, in seconds since 1970-01-01 UTC without leap seconds; NaN where that is
+            not known.
+        utc_bound_s: the true time is at most this many seconds before or after `utc_s`.
         temperatures: of the sensor: relative, in °C; use them only to compare with other values.
         data_saturated: whether a sample reached full scale.
         frame_delayed: whether the frame was read too late to keep the frame rate.
@@ -79,6 +83,8 @@ class RecordedItem:
     samples: Samples
     ticks: npt.NDArray[np.uint32]
     times_s: Floats
+    utc_s: Floats
+    utc_bound_s: Floats
     temperatures: npt.NDArray[np.int32]
     data_saturated: _Flags
     frame_delayed: _Flags
@@ -416,6 +422,8 @@ class Recording:
             samples=self._open_samples()[place],
             ticks=read_only(rows["tick"]),
             times_s=read_only(self._times(place)),
+            utc_s=read_only(rows["utc_s"]),
+            utc_bound_s=read_only(rows["utc_bound_s"]),
             temperatures=read_only(rows["temperature"]),
             data_saturated=read_only(rows["data_saturated"] == 1),
             frame_delayed=read_only(rows["frame_delayed"] == 1),
@@ -442,7 +450,7 @@ class Recording:
 
     @cached_property
     def _readings(self) -> list[tuple[list[Any], ...]]:
-        """Per item: time, tick, temperature, flags and channel value of each frame."""
+        """Per item: time, tick, temperature, flags, channel value and time in UTC of each frame."""
         return [self._columns(place) for place in range(len(self.layouts))]
 
     def _columns(self, place: int) -> tuple[list[Any], ...]:
@@ -457,10 +465,12 @@ class Recording:
         flags = [known[each] for each in cells]
         channel = [None if math.isnan(value) else value for value in rows["cca_value"].tolist()]
         ticks, temperatures = rows["tick"].tolist(), rows["temperature"].tolist()
-        return self._times(place).tolist(), ticks, temperatures, flags, channel
+        times = zip(rows["utc_s"].tolist(), rows["utc_bound_s"].tolist(), strict=True)
+        moments = [None if math.isnan(utc) else KnownUtc(utc, bound) for utc, bound in times]
+        return self._times(place).tolist(), ticks, temperatures, flags, channel, moments
 
     def _item_of_frame(self, place: int, number: int) -> Item:
-        times, ticks, temperatures, flags, channel = self._readings[place]
+        times, ticks, temperatures, flags, channel, moments = self._readings[place]
         return Item(
             layout=self.layouts[place],
             samples=self._open_samples()[place][number],
@@ -470,6 +480,7 @@ class Recording:
             flags=flags[number],
             cca_value=channel[number],
             truth=self._truth.find(number, place),
+            _moment=moments[number],
         )
 
 
