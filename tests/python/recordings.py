@@ -15,7 +15,10 @@ sys.path.append(str(Path(__file__).parents[1] / "end_to_end"))
 
 from mutated_recordings_test import Mutator  # noqa: E402
 
-__all__ = ["EXAMPLES", "SCENE", "Mutator", "host", "make_recording", "reported_damage", "same_text", "set_utc"]
+__all__ = [
+    "EXAMPLES", "SCENE", "Mutator", "describe_boards", "host", "make_boards", "make_recording",
+    "reported_damage", "same_text", "set_utc",
+]  # fmt: skip
 
 SCENE: dict[str, Any] = {
     "targets": [
@@ -50,6 +53,28 @@ def set_utc(table: Path, cells: Sequence[str]) -> None:
     cells = ["utc_s,utc_bound_s", *cells]
     lines = [",".join([*row.split(",")[:before], cell]) for row, cell in zip([head, *rows], cells, strict=True)]
     table.write_text("\n".join([*lines, ""]))
+
+
+def describe_boards(directory: Path, boards: Any) -> Path:
+    """Write the document that lists boards; return the directory."""
+    collection = {"core:version": "1.2.0", "core:streams": [], "vantor:boards": boards}
+    (directory / "boards.sigmf-collection").write_text(json.dumps({"collection": collection}))
+    return directory
+
+
+def make_boards(directory: Path, frames: int) -> Path:
+    """Record two boards; the second one measures between the frames of the first one, and begins 0.925 s later."""
+    directory.mkdir()
+    boards = [{"directory": "ceiling-a17", "name": "Ceiling", "id": "A17"}, {"directory": "door", "name": "Door"}]
+    for number, board in enumerate(boards):
+        recording = directory / board["directory"]
+        server = " ".join(f"--{name} {board[name]}" for name in ("name", "id") if name in board)
+        make_recording(recording, EXAMPLES / "two_sensors.json", frames, f"--board {number + 1} {server}")
+        cells = [f"{1.8e9 + 0.1 * frame + 0.925 * number:.6f},0.001000" for frame in range(frames)]
+        for table in recording.glob("*.frames.csv"):
+            set_utc(table, cells)
+        board["address"] = f"tcp:10.0.0.{number + 7}:6110"
+    return describe_boards(directory, boards)
 
 
 def reported_damage(directory: Path) -> dict[str, Any]:

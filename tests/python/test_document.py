@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 from processes import RunningServer, check_types
-from recordings import EXAMPLES, make_recording
+from recordings import EXAMPLES, make_boards, make_recording
 
 DOCUMENT = (EXAMPLES.parent / "docs" / "python.md").read_text(encoding="utf-8")
 
@@ -23,6 +23,7 @@ def directory(tmp_path_factory: pytest.TempPathFactory) -> Path:
     (place / "two_sensors.json").symlink_to(EXAMPLES / "two_sensors.json")
     (place / "recordings").mkdir()
     make_recording(place / "recordings" / "two_sensors", EXAMPLES / "two_sensors.json", 100)
+    make_boards(place / "recordings" / "room", 5)
     return place
 
 

@@ -5,6 +5,8 @@ from importlib.metadata import version as _version
 from ._conversation import Timeouts
 from ._server import Server, connect
 from ._session import Session
+from .boards import BoardsRecording
+from .boards import open as open  # not in __all__: a star import must not replace the built-in one
 from .calibration import Calibration, add_calibrations, load_calibrations, save_calibrations
 from .configuration import Fault, ItemPlan, Plan, SubsweepPlan, load_configuration, plan, validate
 from .errors import (
@@ -21,8 +23,7 @@ from .errors import (
     ServerTimeout,
 )
 from .frame import FULL_SCALE, Flags, Frame, Item, ItemLayout, Subsweep
-from .recording import RecordedItem, RecordedServer, Recording, RecordingWarning, Segment
-from .recording import open as open  # not in __all__: a star import must not replace the built-in one
+from .recording import RecordedBoard, RecordedItem, RecordedServer, Recording, RecordingWarning, Segment
 from .server_info import BoardInfo, MemoryUse, ServerInfo, StackUse
 from .truth import ItemTruth, TargetTrack, TargetTruth, TruthOfFrames
 
@@ -31,6 +32,7 @@ __all__ = [
     "AddressError",
     "BadMessage",
     "BoardInfo",
+    "BoardsRecording",
     "Calibration",
     "ConfigurationError",
     "ConnectError",
@@ -47,6 +49,7 @@ __all__ = [
     "MemoryUse",
     "Plan",
     "ProtocolError",
+    "RecordedBoard",
     "RecordedItem",
     "RecordedServer",
     "Recording",

@@ -1,6 +1,8 @@
 """Reads the documents of a recording: the collection and the metadata of the items."""
 
 import hashlib
+import os
+import re
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -14,6 +16,7 @@ from .errors import ConfigurationError, ProtocolError, RecordingError
 from .frame import ItemLayout
 
 COLLECTION_NAME = "session.sigmf-collection"
+BOARDS_NAME = "boards.sigmf-collection"
 NEXT_STREAMS = "vantor:next_streams"
 TABLE_DIGEST = "vantor:frame_table_sha512"
 UNLISTED_BREAKS = "vantor:breaks_not_listed"
@@ -26,6 +29,9 @@ _FIRST_ITEM = "group-1-item-1"
 _LARGEST_DOCUMENT = 2**24
 _MOST_FRAMES = 10**12
 _LONGEST_TIME = 2e22
+
+#: The directory of a board, which is beside the document that names it.
+_DIRECTORY = re.compile(r"[0-9A-Za-z][0-9A-Za-z._-]{0,200}")
 
 _Members = dict[str, Any]
 _Result = TypeVar("_Result")
@@ -52,6 +58,21 @@ class RecordedServer:
     ticks_per_second: float
 
 
+@dataclass(frozen=True, slots=True)
+class RecordedBoard:
+    """The board of a recording; None for what is not known.
+
+    Attributes:
+        name: kind of board.
+        id: distinguishes boards of one kind.
+        address: of its server.
+    """
+
+    name: str | None
+    id: str | None
+    address: str | None
+
+
 @dataclass(frozen=True, slots=True, eq=False)
 class SessionDescription:
     """What is needed to understand the frames of a session.
@@ -69,6 +90,13 @@ class SessionDescription:
     server: RecordedServer
     source: Any
     truth: _Members | None
+
+    @property
+    def board(self) -> RecordedBoard:
+        """The board, as far as the source describes it."""
+        about = _text_members(self.source, "address")
+        board = self.source.get("board") if isinstance(self.source, dict) else None
+        return RecordedBoard(**about, **_text_members(board, "name", "id"))
 
     @property
     def frame_rate_hz(self) -> float:
@@ -144,6 +172,42 @@ def read_documents(place: Path, in_progress: bool) -> RecordingDocuments:
         except RecordingError as failure:
             documents.faults.append(str(failure))
     return documents
+
+
+def has_boards(place: Path) -> bool:
+    """Whether a place is a recording of several boards: its directory, or the document that lists them."""
+    directory = place if place.name != BOARDS_NAME else place.parent
+    return os.path.exists(directory / BOARDS_NAME) and not os.path.exists(directory / COLLECTION_NAME)
+
+
+def read_boards(directory: Path) -> dict[str, RecordedBoard]:
+    """The boards of a recording of several ones, by the names of their directories; raises RecordingError."""
+    path = directory / BOARDS_NAME
+    text = _read_text(path)
+
+    def read() -> dict[str, RecordedBoard]:
+        collection = _member(parse(text, str(path)), "collection", dict)
+        boards = [_read_board(board) for board in _member(collection, "vantor:boards", list)]
+        if not boards or len(dict(boards)) != len(boards):
+            raise _NotWritten
+        return dict(boards)
+
+    return _read_checked(path, read)
+
+
+def _read_board(board: Any) -> tuple[str, RecordedBoard]:
+    """A board, and the name of its directory."""
+    directory = _member(board, "directory", str)
+    if not _DIRECTORY.fullmatch(directory):
+        raise _NotWritten
+    names = ("name", "id", "address")
+    return directory, RecordedBoard(*(_optional(board, name, str, None) for name in names))
+
+
+def _text_members(members: Any, *names: str) -> dict[str, str | None]:
+    """Members of an object that may be missing or anything else, which is None then."""
+    found = members if isinstance(members, dict) else {}
+    return {name: found[name] if isinstance(found.get(name), str) else None for name in names}
 
 
 def is_listed(collection: _Members, index: int, name: str, digest: str) -> bool:

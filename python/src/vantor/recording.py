@@ -3,7 +3,7 @@
 import math
 import os
 import warnings
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable, Iterator, Mapping
 from dataclasses import dataclass, fields, replace
 from functools import cached_property
 from itertools import takewhile
@@ -22,7 +22,7 @@ from ._input_files import cannot_read
 from ._places import find_place, has_place
 from ._plain_values import to_float
 from ._recorded_truth import RecordedTruth
-from ._recording_documents import RecordedServer
+from ._recording_documents import RecordedBoard, RecordedServer
 from ._recording_files import ItemFiles, RecordingFiles
 from .calibration import Calibration
 from .errors import RecordingError, RecordingWarning
@@ -41,7 +41,7 @@ from .frame import (
 )
 from .truth import TruthOfFrames
 
-__all__ = ["RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment"]
+__all__ = ["RecordedBoard", "RecordedItem", "RecordedServer", "Recording", "RecordingWarning", "Segment"]
 
 _Flags = npt.NDArray[np.bool_]
 
@@ -207,8 +207,8 @@ class Recording:
 
     layouts: tuple[ItemLayout, ...]
 
-    def __init__(self, path: str | os.PathLike[str]) -> None:
-        """Opens a recording: its directory, or any of its files.
+    def __init__(self, path: str | os.PathLike[str], board: RecordedBoard | None = None) -> None:
+        """Opens a recording: its directory, or any of its files. The board is the one that it names by default.
 
         A RecordingWarning describes what is damaged or not finished, as far as it can be found without
         reading all samples; see damage().
@@ -221,7 +221,8 @@ class Recording:
             self._files = RecordingFiles(place)
         except OSError as failure:
             raise cannot_read(Path(failure.filename or place), failure) from None
-        self._warn()
+        self._warn(stacklevel=4 if board is None else 6)
+        self._board = board or self._files.documents.session.board
         for item in self._files.items:
             if item.size is None or item.table is None:
                 raise RecordingError(item.faults[0])
@@ -252,6 +253,16 @@ class Recording:
     def server(self) -> RecordedServer:
         """The server."""
         return self._files.documents.session.server
+
+    @property
+    def board(self) -> RecordedBoard:
+        """The board."""
+        return self._board
+
+    @property
+    def boards(self) -> "Mapping[str, Recording]":
+        """The recordings of all boards, by the names of their directories; of a single one, only itself."""
+        return {self.directory.name: self}
 
     @property
     def source(self) -> Any:
@@ -355,6 +366,20 @@ class Recording:
         end = float(self._times(0)[numbers[0]]) + to_float(seconds)
         return takewhile(lambda frame: frame.time < end, frames)
 
+    def frames_by_utc(self) -> Iterator[tuple[str, Frame]]:
+        """The frames of all boards in the order of `utc_s`, each with the name of its board in `boards`.
+
+        Frames whose time is not known are left out. Nothing is read before it is needed.
+        """
+        names = list(self.boards)
+        times = [self.boards[name]._utc_of_frames() for name in names]
+        starts = np.cumsum([0, *map(len, times)])
+        every = np.concatenate(times)
+        order = np.argsort(every, kind="stable")[: np.count_nonzero(~np.isnan(every))]
+        places = np.searchsorted(starts, order, side="right") - 1
+        for place, number in zip(places.tolist(), (order - starts[places]).tolist(), strict=True):
+            yield names[place], self.boards[names[place]].frame(number)
+
     def frame(self, number: SupportsIndex) -> Frame:
         """The frame of a number, from 0; of a negative one, counted from the end."""
         number = self._frame_number(number)
@@ -382,7 +407,7 @@ class Recording:
     def __getitem__(self, place: tuple[int, int]) -> RecordedItem:
         return self._recorded_item(find_place(self._places, place, "recording"))
 
-    def _warn(self) -> None:
+    def _warn(self, stacklevel: int) -> None:
         """Warns of damage that is visible without reading all samples."""
         faults = self._files.quick_faults()
         if faults:
@@ -392,7 +417,7 @@ class Recording:
             text = f'was not finished: {len(self)} frames can be read; "vantor repair" completes it.'
         else:
             return
-        warnings.warn(f"{self.directory} {text}", RecordingWarning, stacklevel=4)
+        warnings.warn(f"{self.directory} {text}", RecordingWarning, stacklevel)
 
     def _frame_number(self, number: SupportsIndex) -> int:
         """The number of a frame from 0; raises IndexError if there is none."""
@@ -413,6 +438,10 @@ class Recording:
             return np.array(first["time_s"])
         between = (rows["tick"].astype(np.int64) - first["tick"] + 2**31) % 2**32 - 2**31
         return np.array(first["time_s"] + between / rate)
+
+    def _utc_of_frames(self) -> Floats:
+        """`utc_s` of the first item."""
+        return np.array(self._rows(0)["utc_s"]) if self.layouts else np.empty(0)
 
     def _recorded_item(self, place: int) -> RecordedItem:
         rows = self._rows(place)
@@ -482,11 +511,6 @@ class Recording:
             truth=self._truth.find(number, place),
             _moment=moments[number],
         )
-
-
-def open(path: str | os.PathLike[str]) -> Recording:  # noqa: A001
-    """Opens a recording: its directory, or any of its files; see Recording."""
-    return Recording(path)
 
 
 def _map_samples(item: ItemFiles, frames: int) -> Samples:
