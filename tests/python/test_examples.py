@@ -1,16 +1,23 @@
 """The example programs give the right results."""
 
 import json
+import math
 import os
 import re
 import subprocess
 import sys
+import time
 from pathlib import Path
 from typing import Any
 
+import numpy as np
 import pytest
 from processes import check_types
 from recordings import EXAMPLES, SCENE, host, make_recording
+
+
+#: Of the profile that is used by default, docs/configuration.md.
+PULSE_WIDTH_M = 0.198
 
 
 def run_example(name: str, *arguments: object) -> str:
@@ -111,6 +118,56 @@ def test_detector_leaves_out_frames_that_are_not_usable(tmp_path: Path) -> None:
     score = compare_with_score(recording)
     assert score["frames_left_out"] > 5
     assert score["frames"] > 5
+
+
+def strongest_distances(truth: Path) -> dict[float, float]:
+    """The distance of the strongest point of the person at each time of the scene."""
+    found = {}
+    for line in truth.read_text().splitlines():
+        frame = json.loads(line)
+        person = [target for target in frame.get("targets", []) if target.get("body")]
+        if person:
+            found[frame["time_s"]] = max(person, key=lambda target: target["amplitude"])["distance_m"]
+    return found
+
+
+def test_walker(tmp_path: Path) -> None:
+    """The error of a distance is at most half a pulse width, and the way from the person's middle to the strongest
+    point. The path is exact to that, divided by the sine of half of the angle at which the person sees the boards:
+    then the circles meet at a smaller angle."""
+    pytest.importorskip("matplotlib")
+    path = EXAMPLES / "scenes" / "two_boards.json"
+    scene = json.loads(path.read_text())
+    boards = [np.array([sensor["x_m"], 0.0]) for sensor in scene["sensors"]]
+    [body] = scene["bodies"]
+    begin, end = np.array([[body["x_m"], body["y_m"]], [body["to_x_m"], body["to_y_m"]]])
+    way = (end - begin) * body["speed_m_s"] / math.dist(begin, end)
+    start = int(time.time())
+    truths = [tmp_path / "1.jsonl", tmp_path / "2.jsonl"]
+    addresses = [
+        f"sim:--scene {path} --scene-start {start} --board {number} --truth {truth}"
+        for number, truth in enumerate(truths, 1)
+    ]
+    shown = run_example("walker.py", *addresses, tmp_path / "path.png")
+    assert (tmp_path / "path.png").read_bytes().startswith(b"\x89PNG")
+    places = np.array([re.findall(r"-?[0-9.]+", line) for line in shown.splitlines()], float)
+    times = places[:, 0] - start
+    away = 0.0
+    for board, truth in zip(boards, truths, strict=True):
+        distances = strongest_distances(truth)
+        middles = (begin + (time_s - body["enter_s"]) * way for time_s in distances)
+        away = max(
+            away,
+            *(abs(math.dist(middle, board) - found) for middle, found in zip(middles, distances.values(), strict=True)),
+        )
+    assert away < 0.05
+    # Half of a second is needed for the median; at the beginning, the person is far away.
+    assert len(times) > 50 and np.ptp(times) > 2.0
+    for time_s, place in zip(times, places[:, 1:], strict=True):
+        person = begin + (time_s - body["enter_s"]) * way
+        left, right = (math.atan2(*(person - board)) for board in boards)
+        tolerance = (PULSE_WIDTH_M / 2.0 + away) / math.sin(abs(right - left) / 2.0)
+        assert math.dist(person, place) < tolerance < 0.45, time_s
 
 
 def test_mypy_accepts_the_examples_strictly(tmp_path: Path) -> None:
