@@ -5,7 +5,7 @@ import math
 import random
 
 import pytest
-from vantor._board_clock import MOST_DRIFT, Arrival, BoardClock, ClockReading
+from vantor._board_clock import MOST_DRIFT, Arrival, BoardClock, ClockReading, UtcAnchor, read_anchor
 
 #: Ticks after which a clock shows the same again, in seconds of a clock with a million ticks per second.
 WRAP_S = 4294.967296
@@ -126,9 +126,16 @@ def test_forgets_all_readings_after_one_that_contradicts_those_before() -> None:
 
 
 def test_gives_utc_with_a_bound_that_includes_the_rounding() -> None:
-    clock = BoardClock(1e6, 1.7e9)
+    clock = BoardClock(1e6, UtcAnchor(1.7e9, 0.01))
     clock.add(ClockReading(100.0, 100.002, 0))
     utc, bound = Arrival(clock.relation, 101.5).utc(1_000_000)
     assert utc == pytest.approx(1.7e9 + 101.001, abs=1e-6)
-    assert 0.001 + MOST_DRIFT + TICK_S < bound < 0.001 + MOST_DRIFT + 2 * TICK_S
+    assert 0.011 + MOST_DRIFT + TICK_S < bound < 0.011 + MOST_DRIFT + 2 * TICK_S
     assert all(map(math.isnan, Arrival(None, 101.5).utc(0)))
+
+
+def test_reads_both_clocks_until_the_readings_are_close() -> None:
+    times = itertools.accumulate([1.0, 0.5, 0.5, 0.1, 0.002, 0.002, *[1.0] * 30])
+    anchor = read_anchor(lambda: next(times), lambda: 1.8e9 + next(times) + 0.0005)
+    assert anchor.bound == pytest.approx(0.002)
+    assert abs(anchor.utc_at_zero - 1.8e9) <= anchor.bound

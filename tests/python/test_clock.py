@@ -1,12 +1,20 @@
 """The time of frames in UTC: when the client asks a server for its clock, and what it makes of the answers."""
 
+import concurrent.futures
+import contextlib
 import copy
+import json
 import math
 import pickle
+import random
+import socket
+import threading
 import time
 
+import numpy as np
 import pytest
-from processes import RunningServer
+from processes import TIME_OUT, RunningServer
+from recordings import EXAMPLES, host, make_recording
 from scripted_server import (
     ScriptedServer, error, example_configuration, example_metadata, frame_bytes, identity, plain_answer, stay_silent)
 
@@ -370,26 +378,110 @@ def test_items_have_their_own_times_also_in_copies(server):
         assert [item.utc_bound_s for item in again] == [item.utc_bound_s for item in items]
 
 
-@pytest.mark.parametrize("pace", [{"update_rate": 50}, {}])
-def test_the_true_time_lies_within_the_bound(pace, tmp_path):
-    """With the time of the scene, which the simulator reads from the system clock."""
-    config = {"num_points": 20, "hwaas": 1, **({} if pace else {"frame_rate": 50})}
-    document = {**pace, "groups": [[{"sensor_id": 1, "config": config}]]}
-    start = math.floor(time.time()) - 100
-    address = f"sim:--scene still_target --scene-start {start}"
-    with vantor.connect(address) as server, server.session(document) as session:
-        frames = list(session.frames(count=150))
-    offsets = [(frame.utc_s - frame[0, 0].tick / 1e6, frame.utc_bound_s) for frame in frames]
-    # The simulator's clock does not drift: one time at which it started fits all frames.
-    assert max(offset - bound for offset, bound in offsets) <= min(offset + bound for offset, bound in offsets)
-    # The tick is taken when the server notices that the measurement has ended.
-    ages = [(frame.utc_s - start - frame[0, 0].truth.time_s, frame.utc_bound_s) for frame in frames]
-    assert all(age >= -bound for age, bound in ages)
-    assert min(age - bound for age, bound in ages) < vantor.plan(document)[0, 0].frame_s + 0.01
+class JitteringLink:
+    """Passes bytes between one host and a server; each part waits for up to this many seconds."""
+
+    def __init__(self, address, most):
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._most = most
+        self._far = socket.create_connection(("127.0.0.1", int(address.rpartition(":")[2])))
+        self.address = f"tcp:127.0.0.1:{self._listener.getsockname()[1]}"
+        self._threads = [threading.Thread(target=self._accept, daemon=True)]
+        self._threads[0].start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for thread in self._threads:
+            thread.join(TIME_OUT)
+        self._listener.close()
+
+    def _accept(self):
+        near, _ = self._listener.accept()
+        back = threading.Thread(target=self._pass_on, args=(self._far, near, 1))
+        back.start()
+        self._pass_on(near, self._far, 2)
+        back.join()
+        near.close()
+        self._far.close()
+
+    def _pass_on(self, source, sink, seed):
+        jitter = random.Random(seed)
+        with contextlib.suppress(OSError):
+            while data := source.recv(65536):
+                time.sleep(jitter.uniform(0.0, self._most))
+                sink.sendall(data)
+            sink.shutdown(socket.SHUT_WR)
+
+
+def drifting_board(truth, *options):
+    """A board whose clock is wrong by 50 ppm; its ticks begin again with 0 six seconds after the start."""
+    return RunningServer("--tcp", "0", "--truth", str(truth), "--clock-error", "50", "--first-tick",
+                         str(2**32 - 6_000_000), *options)
+
+
+def errors(truth, ticks, utc):
+    """By how much times in UTC are later than the truth."""
+    with open(truth, encoding="utf-8") as file:
+        header = json.loads(file.readline())
+    rate = 1e6 * (1.0 + header["clock_error_ppm"] * 1e-6)
+    seconds = np.asarray(utc) - header["clock_start_utc_s"]
+    ticks = np.asarray(ticks, float)
+    return seconds - (ticks + np.round((seconds * rate - ticks) / 2**32) * 2**32) / rate
+
+
+def item_with(**config):
+    return {"sensor_id": 1, "config": {"num_points": 20, "hwaas": 1, **config}}
+
+
+PACES = [{"update_rate": 50, "groups": [[item_with()]]}, {"groups": [[item_with(frame_rate=50)]]},
+         {"groups": [[item_with(frame_rate=2)]]}]
+
+#: The clocks that say so are those of one machine, but the simulator writes whole microseconds.
+ROUNDING = 2e-6
+
+
+@pytest.mark.parametrize("jitter", [0.0, 0.02])
+def test_the_true_time_lies_within_the_bound(jitter, tmp_path):
+    """Several boards at the same time."""
+    def stream(document, truth):
+        with drifting_board(truth) as running, JitteringLink(running.address, jitter) as link:
+            with vantor.connect(link.address) as server, server.session(document) as session:
+                return list(session.frames(seconds=8.0))
+    truths = [tmp_path / f"{number}.jsonl" for number in range(len(PACES))]
+    with concurrent.futures.ThreadPoolExecutor() as threads:
+        streams = list(threads.map(stream, PACES, truths))
+    for truth, frames in zip(truths, streams, strict=True):
+        ticks = [frame[0, 0].tick for frame in frames]
+        assert ticks[-1] < ticks[0], "they began again with 0"
+        bounds = np.array([frame.utc_bound_s for frame in frames])
+        assert (abs(errors(truth, ticks, [frame.utc_s for frame in frames])) <= bounds + ROUNDING).all()
+        # Ten times what an idle machine needs.
+        assert bounds.min() < 0.005 + jitter
+
+
+def test_the_times_of_a_recording_are_those_of_the_package(tmp_path):
+    """Both ask the same board, one after the other: one start of its clock fits all frames."""
+    truth, recorded = tmp_path / "truth.jsonl", tmp_path / "recorded"
+    configuration = tmp_path / "configuration.json"
+    configuration.write_text(json.dumps(PACES[0]))
+    with drifting_board(truth) as running:
+        host("record", configuration, "--seconds", 3, "--connect", running.address, "--output", recorded)
+        with vantor.connect(running.address) as server, server.session(PACES[0]) as session:
+            frames = list(session.frames(seconds=3.0))
+    item = vantor.open(recorded)[0, 0]
+    host("export", recorded, "--format", "npz", "--output", tmp_path / "exported")
+    [exported] = (tmp_path / "exported").glob("*.npz")
+    np.testing.assert_array_equal(np.load(exported)["utc_s"], item.utc_s)
+    assert len(item) > 20 and not np.isnan(item.utc_s).any()
+    ticks = [*item.ticks, *(frame[0, 0].tick for frame in frames)]
+    late = errors(truth, ticks, [*item.utc_s, *(frame.utc_s for frame in frames)])
+    bounds = np.array([*item.utc_bound_s, *(frame.utc_bound_s for frame in frames)])
+    assert (late - bounds).max() <= (late + bounds).min()
 
 
 def test_a_replayed_recording_has_no_utc(tmp_path):
-    from recordings import EXAMPLES, make_recording
     recorded = make_recording(tmp_path / "recorded", EXAMPLES / "two_sensors.json", 5)
     replay = RunningServer(str(recorded), "--tcp", "0", "--speed", "max", program=("VANTOR", "replay"))
     with replay, vantor.connect(replay.address) as server, server.session(server.info.configuration) as session:

@@ -89,6 +89,8 @@ def test_arrays_are_those_of_the_export(name: str, request: pytest.FixtureReques
         np.testing.assert_array_equal(item.ticks, arrays["tick"])
         np.testing.assert_array_equal(item.temperatures, arrays["temperature"])
         np.testing.assert_array_equal(item.missing, arrays["missing"])
+        np.testing.assert_array_equal(item.utc_s, arrays["utc_s"])
+        np.testing.assert_array_equal(item.utc_bound_s, arrays["utc_bound_s"])
         for flag in ("data_saturated", "frame_delayed", "calibration_needed", "data_valid"):
             np.testing.assert_array_equal(getattr(item, flag), arrays[flag], err_msg=flag)
         # The times of the export begin at the first frame of each item.

@@ -4,6 +4,7 @@ All times are seconds of the clock of this machine, unless they are called UTC.
 """
 
 import math
+from collections.abc import Callable
 from dataclasses import dataclass
 from typing import Protocol
 
@@ -18,6 +19,9 @@ _WRAP = 2.0**32
 #: together less than one, so that each tick has one place only.
 _MOST_BEFORE = 0.25
 _MOST_AFTER = 0.7
+
+#: How often the system clock is read.
+_ANCHOR_READINGS = 5
 
 #: What is given where the time is not known.
 UNKNOWN_UTC = (math.nan, math.nan)
@@ -45,6 +49,28 @@ class KnownUtc:
     def utc(self, tick: int) -> tuple[float, float]:
         """See UtcSource."""
         return self.seconds, self.bound
+
+
+@dataclass(frozen=True, slots=True)
+class UtcAnchor:
+    """Relates the clock of this machine to UTC.
+
+    Attributes:
+        utc_at_zero: UTC when the clock showed 0.
+        bound: how far that can be away from what the system clock says, in seconds.
+    """
+
+    utc_at_zero: float
+    bound: float = 0.0
+
+
+def read_anchor(clock: Callable[[], float], system_clock: Callable[[], float]) -> UtcAnchor:
+    """Reads the clock and the system clock: some times, of which the closest readings are taken."""
+    anchors = []
+    for _ in range(_ANCHOR_READINGS):
+        before, utc, after = clock(), system_clock(), clock()
+        anchors.append(UtcAnchor(utc - (before + after) / 2.0, (after - before) / 2.0))
+    return min(anchors, key=lambda anchor: anchor.bound)
 
 
 @dataclass(frozen=True, slots=True)
@@ -93,13 +119,13 @@ class ClockRelation:
         ticks_per_second: nominal rate of the server's clock.
         tick: of the last reading.
         moment: of this tick.
-        utc_at_zero: UTC when the clock of this machine showed 0.
+        anchor: of the clock of this machine.
     """
 
     ticks_per_second: float
     tick: int
     moment: TimeBounds
-    utc_at_zero: float
+    anchor: UtcAnchor
 
     def bounds(self, tick: int, near: float) -> TimeBounds:
         """The bounds of a tick that is less than half a wrap away from a time."""
@@ -145,8 +171,9 @@ class Arrival:
         bounds = self.relation.bounds_of_frame(tick, self.time)
         if bounds is None:
             return UNKNOWN_UTC
-        middle = self.relation.utc_at_zero + bounds.middle
-        return middle, bounds.width / 2.0 + math.ulp(middle)
+        anchor = self.relation.anchor
+        middle = anchor.utc_at_zero + bounds.middle
+        return middle, bounds.width / 2.0 + anchor.bound + math.ulp(middle)
 
 
 class BoardClock:
@@ -157,10 +184,10 @@ class BoardClock:
     took the time. All that is assumed is that the rates of the clocks never differ by more than MOST_DRIFT.
     """
 
-    def __init__(self, ticks_per_second: float, utc_at_zero: float = 0.0) -> None:
+    def __init__(self, ticks_per_second: float, anchor: UtcAnchor = UtcAnchor(0.0)) -> None:
         """Knows nothing; nor later if the server has no clock, with 0 ticks per second."""
         self._ticks_per_second = ticks_per_second
-        self._utc_at_zero = utc_at_zero
+        self._anchor = anchor
         self._last: ClockRelation | None = None
         #: Since a contradiction, no two readings have agreed.
         self._doubtful = False
@@ -189,4 +216,4 @@ class BoardClock:
             self._last = None
         else:
             rate = self._ticks_per_second
-            self._last = ClockRelation(rate, reading.tick, moment, self._utc_at_zero)
+            self._last = ClockRelation(rate, reading.tick, moment, self._anchor)

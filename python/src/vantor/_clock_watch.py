@@ -4,7 +4,7 @@ import math
 from collections import deque
 from typing import Any
 
-from ._board_clock import BoardClock, ClockReading, ClockRelation
+from ._board_clock import BoardClock, ClockReading, ClockRelation, UtcAnchor
 
 #: How often the server is asked, in seconds.
 INTERVAL = 1.0
@@ -40,9 +40,9 @@ class ClockWatch:
     shows that an earlier one was lost.
     """
 
-    def __init__(self, ticks_per_second: float, utc_at_zero: float) -> None:
-        """Watches a clock; none with 0 ticks per second. `utc_at_zero` is UTC at 0 of this machine's clock."""
-        self._clock = BoardClock(ticks_per_second, utc_at_zero)
+    def __init__(self, ticks_per_second: float, anchor: UtcAnchor) -> None:
+        """Watches a clock; none with 0 ticks per second."""
+        self._clock = BoardClock(ticks_per_second, anchor)
         self._has_clock = ticks_per_second > 0.0
         self._sensor_period = 0.0
         self._lead = 0.0

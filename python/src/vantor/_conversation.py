@@ -14,7 +14,7 @@ from numbers import Real
 from typing import Any, NoReturn, Protocol
 
 from . import _members
-from ._board_clock import Arrival
+from ._board_clock import Arrival, read_anchor
 from ._clock_watch import INTERVAL, ClockWatch
 from ._header_form import HeaderForm
 from ._links import Link
@@ -53,9 +53,6 @@ _SUSPICION_TIME = 10.0
 
 #: The shortest wait of a link, in seconds.
 _SHORTEST_WAIT = 1e-3
-
-#: How often the system clock is read, of which the best reading is taken.
-_ANCHOR_READINGS = 5
 
 #: Number of bytes that the report about invalid data shows.
 _BYTES_SHOWN = 16
@@ -160,8 +157,8 @@ class Conversation:
         """
         self.timeouts = timeouts
         self._clock = clock
-        self._utc_at_zero = _utc_at_zero(clock, system_clock)
-        self._watch = ClockWatch(0.0, self._utc_at_zero)
+        self._anchor = read_anchor(clock, system_clock)
+        self._watch = ClockWatch(0.0, self._anchor)
         self._arrival = Arrival(None, clock())
         #: The command whose answer a call waits for.
         self._awaited: str | None = None
@@ -241,7 +238,7 @@ class Conversation:
 
     def watch_clock(self, ticks_per_second: float) -> None:
         """Asks the server for its clock from the next stream on; 0 if it has none."""
-        self._watch = ClockWatch(ticks_per_second, self._utc_at_zero)
+        self._watch = ClockWatch(ticks_per_second, self._anchor)
 
     def begin_watch(self, sensor_period: float = 0.0) -> None:
         """Asks for the server's clock before frames if that is due; `next_in_stream` asks again.
@@ -485,13 +482,13 @@ class Conversation:
         if command is not None:
             self._send({"command": command})
 
-    def _ask_if_due(self, left: float) -> float:
+    def _ask_if_due(self, left: float, now: float) -> float:
         """Asks for the server's clock if that is due; returns how long the caller can wait before the next call.
 
         After a fault it is not known where an answer would begin. While a frame arrives, the server cannot
         answer at once: that is only waited for as long as it may be a single frame.
         """
-        due = self._watch.time_left(self.now(), self._arrival.time)
+        due = self._watch.time_left(now, self._arrival.time)
         if self._reader.within_message or self._reader.lost:
             if self._reader.lost or due > -INTERVAL:
                 return left
@@ -518,7 +515,7 @@ class Conversation:
                 left = max(0.0, deadline - now)
                 over = left == 0.0
                 if not over:
-                    left = self._ask_if_due(left) if asks else self._repeat_end(left)
+                    left = self._ask_if_due(left, now) if asks else self._repeat_end(left)
                 self._receive(left, now)
                 continue
             self._understood = True
@@ -614,15 +611,6 @@ class Conversation:
             f"The server sent no {awaited} in time. Check the connection and its baud rate, that no other "
             "program uses the server, and that the board does not restart (see its log)."
         )
-
-
-def _utc_at_zero(clock: Callable[[], float], system_clock: Callable[[], float]) -> float:
-    """UTC when a clock showed 0, from the closest of some readings of both clocks."""
-    readings = []
-    for _ in range(_ANCHOR_READINGS):
-        before, utc, after = clock(), system_clock(), clock()
-        readings.append((after - before, utc - (before + after) / 2.0))
-    return min(readings)[1]
 
 
 def _answer_to(command: str) -> str:
