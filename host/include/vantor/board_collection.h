@@ -26,8 +26,8 @@ struct recorded_board
 {
     /** Name of the directory with its recording, in that of the document; different for each board. */
     std::string directory;
-    std::optional<std::string> name; /**< as the server reports it */
-    std::optional<std::string> id;   /**< as the server reports it */
+    std::optional<std::string> name = {}; /**< as the server reports it */
+    std::optional<std::string> id = {};   /**< as the server reports it */
     std::string address;             /**< of the server */
     /** Its items, when the document was written; the names are those in its own collection. */
     std::vector<collection_stream> streams = {};
