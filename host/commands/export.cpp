@@ -9,10 +9,12 @@
 
 #include "commands/common_options.h"
 #include "commands/damage.h"
+#include "commands/each_board.h"
 #include "commands/interrupt.h"
 #include "commands/reading_progress.h"
 #include "export/exporter.h"
 #include "recording/printable.h"
+#include "recording/recording_documents.h"
 
 namespace vantor
 {
@@ -30,7 +32,9 @@ constexpr const char *export_footer = R"(Examples:
       ("missing"), the times in UTC with their bounds ("utc_s", "utc_bound_s"), and the other columns of the frame
       table
   vantor export recordings/garage --format truth
-      writes what simulated sensors should have found, as one CSV file per item)";
+      writes what simulated sensors should have found, as one CSV file per item
+
+Each board of a recording of several gets its own directory: "export" in its recording, or one in that of --output.)";
 
 /** The options of `vantor export`. */
 struct export_options
@@ -50,14 +54,24 @@ void require_no_interruption()
     }
 }
 
-/** Writes the files and returns their paths; shows progress on a terminal. */
-std::vector<std::filesystem::path> write_files(const export_options &options, const command_streams &streams)
+/** The directory for the files of a board. */
+std::filesystem::path output_directory(const export_options &options, const board_place &place)
 {
-    recording_reader recording(options.recording);
-    const interrupt_watch watch;
+    if (options.output.empty())
+    {
+        return recording_directory(place.recording) / "export";
+    }
+    return place.board.empty() ? options.output : options.output / place.board;
+}
+
+/** Writes the files of a recording and returns their paths; shows progress on a terminal. */
+std::vector<std::filesystem::path> write_files(const export_options &options, const board_place &place,
+                                               const command_streams &streams)
+{
+    recording_reader recording(place.recording);
     background_check check(recording.directory(), require_no_interruption);
     const reading_progress progress(recording, streams, 1, require_no_interruption);
-    const auto output = options.output.empty() ? recording.directory() / "export" : options.output;
+    const auto output = output_directory(options, place);
     const export_calls calls{.row = require_no_interruption, .complete = [&] { check.warn(streams); }};
     if (options.format == "truth")
     {
@@ -74,10 +88,14 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
 /** Exports a recording and prints the paths of the files. */
 exit_code export_recording(const export_options &options, const command_streams &streams)
 {
+    const interrupt_watch watch;
     auto names = nlohmann::ordered_json::array();
-    for (const auto &file : write_files(options, streams))
+    for (const auto &place : recordings_at(options.recording))
     {
-        names.push_back(file.string());
+        for (const auto &file : write_files(options, place, streams))
+        {
+            names.push_back(file.string());
+        }
     }
     if (options.json)
     {

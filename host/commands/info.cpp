@@ -11,11 +11,13 @@
 #include "commands/check_progress.h"
 #include "commands/common_options.h"
 #include "commands/damage.h"
+#include "commands/info_boards.h"
 #include "commands/info_document.h"
 #include "commands/next_command.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
 #include "recording/printable.h"
+#include "vantor/board_collection.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -31,6 +33,8 @@ constexpr const char *info_footer = R"(Examples:
 
 This reads all files and compares sizes, counts and digests. If the recording is damaged, the exit code is 8, and
 the output lists the damage and shows what is left. "vantor repair" makes it usable again if it can.
+
+Of a recording of several boards it also shows when each of them measured, on one axis of time.
 
 frames/s is the rate that was configured, "measured" the rate that was reached. 1 LSB is the smallest step of a
 sample, whose parts reach from -32768 to 32767.)";
@@ -271,9 +275,46 @@ void print(std::ostream &out, const ordered_json &about)
     }
 }
 
+/** Prints a board of a recording of several. */
+void print_board(std::ostream &out, const ordered_json &board)
+{
+    out << "\n" << text(board["directory"]) << "\n";
+    if (board.contains("items"))
+    {
+        print(out, board);
+        return;
+    }
+    out << "damage: " << text(board["damage"][0]) << "\n";
+}
+
+/** Checks the recordings of several boards and prints their descriptions. */
+exit_code info_of_boards(const std::filesystem::path &recording, bool json, const command_streams &streams)
+{
+    const auto about = describe_boards(board_collection::read(recording), show_progress(streams));
+    bool damaged = !about["damage"].empty();
+    json ? print_json(streams.out, about) : print_boards(streams.out, about);
+    for (const auto &board : about["boards"])
+    {
+        damaged = damaged || !board["damage"].empty();
+        if (!json)
+        {
+            print_board(streams.out, board);
+        }
+    }
+    if (damaged)
+    {
+        throw damaged_recording(recording.string() + " is damaged.");
+    }
+    return exit_code::success;
+}
+
 /** Checks a recording and prints its description. */
 exit_code info(const std::filesystem::path &recording, bool json, const command_streams &streams)
 {
+    if (board_collection::is_at(recording))
+    {
+        return info_of_boards(recording, json, streams);
+    }
     const auto check = check_recording(recording, show_progress(streams));
     const auto about = to_json(check);
     json ? print_json(streams.out, about) : print(streams.out, about);

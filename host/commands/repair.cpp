@@ -10,12 +10,18 @@
 #include "commands/check_progress.h"
 #include "commands/common_options.h"
 #include "recording/number_text.h"
+#include "recording/printable.h"
+#include "recording/recording_documents.h"
 #include "recording/repair.h"
+#include "vantor/board_collection.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {
 namespace
 {
+
+using nlohmann::ordered_json;
 
 constexpr const char *repair_footer = R"(Examples:
   vantor info recordings/garage
@@ -49,35 +55,103 @@ std::string describe_truth(const repair_result &result)
     return ", " + counted(result.truth_lines, "line") + " of the truth";
 }
 
+/** Repairs a recording. */
+repair_result repair(const std::filesystem::path &recording, const repair_options &options,
+                     const command_streams &streams)
+{
+    const auto loss = options.drop_frames ? frame_loss::accepted : frame_loss::refused;
+    return repair_recording(recording, loss, show_progress(streams));
+}
+
+/** What was changed, as JSON. */
+ordered_json to_json(const std::filesystem::path &recording, const repair_result &result)
+{
+    return {{"recording", recording.string()},
+            {"changed", result.changed},
+            {"frames", result.frames},
+            {"frames_removed", result.dropped},
+            {"bytes_removed", result.removed.samples},
+            {"table_bytes_removed", result.removed.tables},
+            {"truth_lines_removed", result.truth_lines},
+            {"truth_lost", result.truth_lost}};
+}
+
+/** What was changed, as a line of text. */
+std::string to_text(const repair_result &result)
+{
+    const auto left = counted(result.frames, "frame") + " left; ";
+    if (!result.changed)
+    {
+        return left + "nothing to repair";
+    }
+    return left + "removed: " + counted(result.dropped, "frame") + " complete in only some of the items, " +
+           counted(result.removed.samples, "byte") + " of samples, " +
+           counted(result.removed.tables, "byte") + " of frame tables" + describe_truth(result);
+}
+
+/** Repairs the recording of a board, and lists its documents; prints what was changed, or why nothing was. */
+ordered_json repair_board(board_collection &collection, size_t index, const repair_options &options,
+                          const command_streams &streams)
+{
+    const auto directory = collection.directory_of(index);
+    std::string text;
+    ordered_json outcome;
+    try
+    {
+        const auto result = repair(directory, options, streams);
+        collection.set_streams(index, listed_streams(read_documents(directory)));
+        outcome = to_json(directory, result);
+        text = to_text(result);
+    }
+    catch (const bad_recording &failure)
+    {
+        outcome = {{"recording", directory.string()}, {"failure", failure.what()}};
+        text = std::string("not repaired: ") + failure.what();
+    }
+    if (!options.json)
+    {
+        streams.out << printable(collection.boards()[index].directory + ": " + text) << "\n";
+    }
+    return outcome;
+}
+
+/** Repairs the recordings of all boards, as far as possible, and the list of the boards. */
+exit_code repair_boards(const repair_options &options, const command_streams &streams)
+{
+    auto collection = board_collection::read(options.recording);
+    auto outcomes = ordered_json::array();
+    bool failed = false;
+    for (size_t i = 0; i < collection.boards().size(); ++i)
+    {
+        outcomes.push_back(repair_board(collection, i, options, streams));
+        failed = failed || outcomes.back().contains("failure");
+    }
+    collection.write();
+    if (options.json)
+    {
+        print_json(streams.out, {{"boards", outcomes}});
+    }
+    if (failed)
+    {
+        throw damaged_recording("Not all boards of " + options.recording.string() + " could be repaired.");
+    }
+    return exit_code::success;
+}
+
 /** Repairs a recording and prints what was changed. */
 exit_code repair(const repair_options &options, const command_streams &streams)
 {
-    const auto loss = options.drop_frames ? frame_loss::accepted : frame_loss::refused;
-    const auto result = repair_recording(options.recording, loss, show_progress(streams));
+    if (board_collection::is_at(options.recording))
+    {
+        return repair_boards(options, streams);
+    }
+    const auto result = repair(options.recording, options, streams);
     if (options.json)
     {
-        print_json(streams.out, {{"recording", options.recording.string()},
-                                 {"changed", result.changed},
-                                 {"frames", result.frames},
-                                 {"frames_removed", result.dropped},
-                                 {"bytes_removed", result.removed.samples},
-                                 {"table_bytes_removed", result.removed.tables},
-                                 {"truth_lines_removed", result.truth_lines},
-                                 {"truth_lost", result.truth_lost}});
+        print_json(streams.out, to_json(options.recording, result));
         return exit_code::success;
     }
-    streams.out << counted(result.frames, "frame") << " left; ";
-    if (result.changed)
-    {
-        streams.out << "removed: " << counted(result.dropped, "frame")
-                    << " complete in only some of the items, " << counted(result.removed.samples, "byte")
-                    << " of samples, " << counted(result.removed.tables, "byte") << " of frame tables"
-                    << describe_truth(result) << "\n";
-    }
-    else
-    {
-        streams.out << "nothing to repair\n";
-    }
+    streams.out << to_text(result) << "\n";
     return exit_code::success;
 }
 

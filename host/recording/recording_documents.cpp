@@ -13,6 +13,7 @@
 #include "recording/input_file.h"
 #include "recording/sha512.h"
 #include "recording/sigmf.h"
+#include "vantor/board_collection.h"
 #include "vantor/configuration.h"
 #include "vantor/recording_error.h"
 #include "vantor/tick_clock.h"
@@ -369,6 +370,16 @@ bool is_listed(const json &collection, size_t index, const std::string &name, co
     });
 }
 
+std::vector<collection_stream> listed_streams(const recording_documents &documents)
+{
+    std::vector<collection_stream> streams;
+    for (size_t i = 0; i < documents.items.size(); ++i)
+    {
+        streams.push_back({.name = documents.items[i].name, .digest = documents.digests[i]});
+    }
+    return streams;
+}
+
 uint64_t read_block_frames(const std::vector<recorded_item> &items)
 {
     uint64_t most = 1;
@@ -406,6 +417,11 @@ recording_documents read_documents(const std::filesystem::path &place)
     const auto collection = collection_path(documents.directory);
     if (!is_there(collection) && !has_first_item(documents.directory))
     {
+        if (is_there(documents.directory / board_collection_file))
+        {
+            throw bad_recording(documents.directory.string() +
+                                " has the recordings of several boards: give one of its directories.");
+        }
         if (has_only_files(documents.directory))
         {
             if (input_file(first_samples(documents.directory)).is_being_written())

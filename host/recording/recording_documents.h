@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "vantor/collection_stream.h"
 #include "vantor/recorded_item.h"
 #include "vantor/session_description.h"
 
@@ -42,6 +43,9 @@ bool is_listed(const nlohmann::json &collection, size_t index, const std::string
 
 /** Whether the metadata of an item contain the number of frames and the digest of the samples. */
 bool is_finished(const recorded_item &item);
+
+/** The items of a recording as a collection lists them. */
+std::vector<collection_stream> listed_streams(const recording_documents &documents);
 
 /** The most frames that were written at once, by the metadata of the items that can be read. */
 uint64_t read_block_frames(const std::vector<recorded_item> &items);

@@ -28,7 +28,7 @@ struct recorded_board
     std::string directory;
     std::optional<std::string> name = {}; /**< as the server reports it */
     std::optional<std::string> id = {};   /**< as the server reports it */
-    std::string address;             /**< of the server */
+    std::string address;                  /**< of the server */
     /** Its items, when the document was written; the names are those in its own collection. */
     std::vector<collection_stream> streams = {};
 };

@@ -1,0 +1,157 @@
+/** @file
+ * Tests of the commands with recordings of several boards.
+ */
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "command_outcome.h"
+#include "commands/command_line.h"
+#include "example_recording.h"
+#include "temporary_directory.h"
+#include "vantor/board_collection.h"
+#include "vantor/recording_writer.h"
+
+namespace vantor
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using test::run;
+using testing::HasSubstr;
+using testing::Not;
+
+/** A recording of the boards "near" and "far", whose frames begin a second later. */
+class board_commands : public testing::Test
+{
+protected:
+    board_commands()
+    {
+        collection.set_streams(0, record("near", 0s, 3));
+        collection.set_streams(1, record("far", 1s, 5));
+        collection.write();
+    }
+
+    /** Records frames, 20 ms after each other. */
+    [[nodiscard]] std::vector<collection_stream> record(const std::string &board,
+                                                        std::chrono::nanoseconds delay, uint32_t frames) const
+    {
+        recording_writer writer(place / board, test::example_description());
+        for (uint32_t number = 0; number < frames; ++number)
+        {
+            const auto moment = start + delay + number * 20ms;
+            writer.add(test::example_frame_at(number, {.moment = moment, .bound = 2ms}));
+        }
+        writer.finish();
+        return writer.streams();
+    }
+
+    /** What `vantor info --json` says. */
+    [[nodiscard]] json info() const
+    {
+        return json::parse(run({"info", place.string(), "--json"}).out);
+    }
+
+    const std::chrono::sys_time<std::chrono::nanoseconds> start{1795455600s};
+    const test::temporary_directory directory;
+    const std::filesystem::path place = directory / "walk";
+    board_collection collection{place,
+                                {{.directory = "near", .name = "Near", .address = "tcp:one:6110"},
+                                 {.directory = "far", .id = "7", .address = "tcp:two:6110"}}};
+};
+
+TEST_F(board_commands, info_shows_the_boards_on_one_axis)
+{
+    const auto about = info();
+    EXPECT_EQ(about["complete"], true);
+    EXPECT_EQ(about["axis_start_utc"], "2026-11-23T17:40:00.000000Z");
+    EXPECT_EQ(about["damage"], json::array());
+    ASSERT_EQ(about["boards"].size(), 2U);
+    const auto &far = about["boards"][1];
+    EXPECT_EQ(far["directory"], "far");
+    EXPECT_EQ(far["name"], nullptr);
+    EXPECT_EQ(far["id"], "7");
+    EXPECT_EQ(far["address"], "tcp:two:6110");
+    EXPECT_EQ(far["frames"], 5);
+    EXPECT_EQ(far["on_axis_s"], json({1.0, 1.08}));
+    const auto text = run({"info", place.string()});
+    EXPECT_EQ(text.code, exit_code::success);
+    EXPECT_THAT(text.out, HasSubstr("walk: 2 boards, times count from 2026-11-23T17:40:00.000000Z\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("near +3 +0 +0.000 +0.040 +2.00 +complete\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("far +5 +0 +1.000 +1.080 +2.00 +complete\n"));
+    EXPECT_THAT(text.out, HasSubstr("\nfar\n" + (place / "far").string() + ": 5 frames, started "));
+}
+
+TEST_F(board_commands, info_finds_damage_of_a_board)
+{
+    std::filesystem::resize_file(place / "near/group-1-item-1.sigmf-data", 100);
+    std::filesystem::remove_all(place / "far");
+    const auto text = run({"info", place.string()});
+    EXPECT_EQ(text.code, exit_code::damaged);
+    EXPECT_THAT(text.out, testing::ContainsRegex("near +0 .*damaged\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("far +- +- +- +- +- +damaged\n"));
+    EXPECT_THAT(text.out, HasSubstr("\nfar\ndamage: " + (place / "far").string()));
+    EXPECT_EQ(info()["complete"], false);
+}
+
+TEST_F(board_commands, info_notices_documents_that_are_not_listed)
+{
+    std::filesystem::remove_all(place / "far");
+    static_cast<void>(record("far", 2s, 5));
+    EXPECT_EQ(run({"info", place.string()}).code, exit_code::damaged);
+    EXPECT_THAT(info()["damage"].dump(), HasSubstr("far/group-1-item-1.sigmf-meta is not the one that "));
+}
+
+TEST_F(board_commands, export_writes_the_files_of_each_board)
+{
+    const auto beside = run({"export", place.string(), "--format", "npz"});
+    EXPECT_EQ(beside.code, exit_code::success);
+    EXPECT_TRUE(std::filesystem::exists(place / "near/export/group-1-item-1.npz"));
+    EXPECT_TRUE(std::filesystem::exists(place / "far/export/group-2-item-1.npz"));
+    const auto output = directory / "arrays";
+    const auto document = json::parse(
+        run({"export", place.string(), "--format", "npy", "--output", output.string(), "--json"}).out);
+    EXPECT_EQ(document["files"].size(), 6U);
+    EXPECT_TRUE(std::filesystem::exists(output / "far/group-1-item-2.npy"));
+}
+
+TEST_F(board_commands, repair_completes_the_boards_that_it_can)
+{
+    const std::string cut = place / "near/group-2-item-1.sigmf-data";
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 1);
+    std::filesystem::remove_all(place / "far");
+    const auto text = run({"repair", place.string(), "--drop-frames"});
+    EXPECT_EQ(text.code, exit_code::damaged);
+    EXPECT_THAT(text.out, HasSubstr("near: 2 frames left; removed: 1 frame "));
+    EXPECT_THAT(text.out, HasSubstr("far: not repaired: "));
+    EXPECT_THAT(text.err, HasSubstr("Not all boards of " + place.string() + " could be repaired."));
+    EXPECT_EQ(board_collection::read(place).boards()[0].streams[0].digest.size(), 128U);
+    EXPECT_THAT(board_collection::read(place).changed_documents(),
+                testing::Each(testing::Property(&std::filesystem::path::native, testing::StartsWith("far"))));
+}
+
+TEST_F(board_commands, repair_lists_the_documents_again)
+{
+    std::filesystem::remove_all(place / "far");
+    static_cast<void>(record("far", 2s, 5));
+    const auto document = run({"repair", place.string(), "--json"});
+    EXPECT_EQ(document.code, exit_code::success);
+    const auto boards = json::parse(document.out)["boards"];
+    ASSERT_EQ(boards.size(), 2U);
+    EXPECT_EQ(boards[1]["frames"], 5);
+    EXPECT_EQ(info()["complete"], true);
+    EXPECT_EQ(info()["damage"], json::array());
+}
+
+TEST_F(board_commands, other_commands_ask_for_one_board)
+{
+    EXPECT_THAT(run({"replay", place.string(), "--tcp", "0"}).err,
+                HasSubstr("walk has the recordings of several boards: give one of its directories."));
+}
+
+} // namespace
+} // namespace vantor
