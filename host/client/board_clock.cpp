@@ -70,7 +70,13 @@ std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time
     {
         return std::nullopt;
     }
-    auto bounds = bounds_after(seconds_since_reading(tick, arrival));
+    const auto ticks = static_cast<int32_t>(tick - tick_);
+    const double seconds = ticks / ticks_per_second_;
+    if (bounds_after(seconds + wrap / ticks_per_second_).earliest <= arrival)
+    {
+        return std::nullopt;
+    }
+    auto bounds = bounds_after(seconds);
     bounds.latest = std::min(bounds.latest, arrival);
     if (bounds.earliest > bounds.latest)
     {

@@ -22,11 +22,30 @@ namespace
 /** Keeps the sum of clock and waiting time in range, even without a deadline. */
 constexpr std::chrono::hours longest_wait{1};
 
+/** UTC when a clock showed 0: both clocks are read several times, since a program can be held up in between. */
+std::chrono::sys_time<std::chrono::nanoseconds> read_utc_of_zero(const time_source &now)
+{
+    constexpr int attempts = 5;
+    auto shortest = event_loop::time_point::duration::max();
+    std::chrono::sys_time<std::chrono::nanoseconds> found;
+    for (int i = 0; i < attempts; ++i)
+    {
+        const auto before = now();
+        const auto utc = std::chrono::system_clock::now();
+        const auto taken = now() - before;
+        if (taken < shortest)
+        {
+            shortest = taken;
+            found = utc - std::chrono::nanoseconds(before.time_since_epoch() + taken / 2);
+        }
+    }
+    return found;
+}
+
 } // namespace
 
 event_loop::event_loop(time_source now)
-    : now_(std::move(now)),
-      utc_of_zero_(std::chrono::system_clock::now() - std::chrono::nanoseconds(now_().time_since_epoch())),
+    : now_(std::move(now)), utc_of_zero_(read_utc_of_zero(now_)),
       context_(std::make_unique<boost::asio::io_context>())
 {
 }

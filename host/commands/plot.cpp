@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
 
 #include "commands/common_options.h"
 #include "commands/damage.h"
+#include "commands/each_board.h"
 #include "commands/interrupt.h"
 #include "commands/quantity.h"
 #include "commands/reading_progress.h"
@@ -19,6 +21,7 @@
 #include "plot/sensor_scale.h"
 #include "recording/number_text.h"
 #include "recording/printable.h"
+#include "recording/recording_documents.h"
 
 namespace vantor
 {
@@ -32,7 +35,8 @@ constexpr const char *plot_footer = R"(Examples:
 
 The picture has one row per item: mean level over distance, level over time, phase and displacement, velocity
 spectrum, and velocity over distance if a frame has at least 4 sweeps. A page has up to six items; the next pages
-are named picture-2.png and so on. Levels are in dBFS: 0 dBFS is amplitude 32767.
+are named picture-2.png and so on. A recording of several boards gets pictures for each, named picture-BOARD.png, on
+one axis of time: that of the first frame of all boards. Levels are in dBFS: 0 dBFS is amplitude 32767.
 
 Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
 which the mean level falls by 3 dB on both sides; the direct leakage is left out. The strongest moving echo is the one
@@ -93,24 +97,69 @@ void check_interrupt()
     }
 }
 
-/** Draws the pictures; shows progress on a terminal. */
-drawn_pictures draw(const plot_options &options, const command_streams &streams)
+/** The PNG file of the first page of a recording. */
+std::filesystem::path output_of(const plot_options &options, const board_place &place)
 {
-    check_output(options.output);
+    auto output =
+        options.output.empty() ? recording_directory(options.recording) / "picture.png" : options.output;
+    if (!place.board.empty())
+    {
+        output.replace_filename(output.stem().string() + "-" + place.board.string() +
+                                output.extension().string());
+    }
+    return output;
+}
+
+/** Draws the pictures of a recording; shows progress on a terminal. */
+drawn_pictures draw(const plot_options &options, const board_place &place,
+                    const std::optional<shared_axis> &axis, const command_streams &streams)
+{
     const auto distance = options.distance.empty()
                               ? std::nullopt
                               : std::optional(parse_distance("--distance", options.distance));
-    recording_reader recording(options.recording);
+    recording_reader recording(place.recording);
     check_distance(recording, distance);
     background_check check(recording.directory(), check_interrupt);
     const reading_progress progress(recording, streams, 2, check_interrupt);
-    const auto directory = std::filesystem::weakly_canonical(recording.directory());
-    return draw_recording(
-        recording, {.output = options.output.empty() ? recording.directory() / "picture.png" : options.output,
-                    .title = printable(directory.filename().string()),
-                    .distance = distance,
-                    .stop = interrupt_watch::interrupted,
-                    .complete = [&] { check.warn(streams); }});
+    const auto directory = std::filesystem::weakly_canonical(recording_directory(options.recording));
+    const auto board = place.board.empty() ? std::string() : ", board " + place.board.string();
+    return draw_recording(recording, {.output = output_of(options, place),
+                                      .title = printable(directory.filename().string() + board),
+                                      .distance = distance,
+                                      .axis = axis,
+                                      .stop = interrupt_watch::interrupted,
+                                      .complete = [&] { check.warn(streams); }});
+}
+
+/** The axis of time of several boards; nothing for a single one. */
+std::optional<shared_axis> axis_of(const std::vector<board_place> &places)
+{
+    if (places.front().board.empty())
+    {
+        return std::nullopt;
+    }
+    std::vector<time_figures> times;
+    for (const auto &place : places)
+    {
+        times.push_back(read_times(recording_reader(place.recording), 0));
+    }
+    return find_shared_axis(times);
+}
+
+/** Draws the pictures of all boards. */
+drawn_pictures draw(const plot_options &options, const command_streams &streams)
+{
+    check_output(options.output);
+    const auto places = recordings_at(options.recording);
+    const auto axis = axis_of(places);
+    drawn_pictures all;
+    for (const auto &place : places)
+    {
+        auto drawn = draw(options, place, axis, streams);
+        std::move(drawn.pages.begin(), drawn.pages.end(), std::back_inserter(all.pages));
+        std::move(drawn.warnings.begin(), drawn.warnings.end(), std::back_inserter(all.warnings));
+    }
+    return all;
 }
 
 /** Prints the paths of the pictures, and the warnings. */

@@ -4,10 +4,12 @@
 #include "plot/caption.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 #include "plot/sensor_scale.h"
 #include "recording/number_text.h"
+#include "recording/utc_text.h"
 
 namespace vantor
 {
@@ -82,17 +84,23 @@ std::string item_title(const recorded_item &item)
            std::to_string(item.layout.group + 1) + ", item " + std::to_string(item.layout.index + 1) + ")";
 }
 
-std::string describe_recording(const recording_reader &recording)
+std::string describe_recording(const recording_reader &recording, const time_figures &times)
 {
     constexpr size_t to_seconds = 19;
+    constexpr double milliseconds = 1e3;
+    auto date = recording.captures().front().datetime.substr(0, to_seconds);
     std::string text;
-    if (auto date = recording.captures().front().datetime.substr(0, to_seconds); !date.empty())
+    if (times.first)
     {
-        std::replace(date.begin(), date.end(), 'T', ' ');
-        text = date + " UTC" + separator;
+        const auto &[moment, bound] = times.first->utc;
+        date = exact_utc_text(moment);
+        date.pop_back();
+        text = " ± " + three_digits(std::chrono::duration<double>(bound).count() * milliseconds) + " ms";
     }
-    return text + "sensor " + recording.session().server.sensor + separator +
-           counted(recording.frames(), "frame") + separator + "0 dBFS is amplitude 32767";
+    std::replace(date.begin(), date.end(), 'T', ' ');
+    return (date.empty() ? "" : date + " UTC" + text + separator) + "sensor " +
+           recording.session().server.sensor + separator + counted(recording.frames(), "frame") + separator +
+           "0 dBFS is amplitude 32767";
 }
 
 std::string describe_settings(const recorded_item &item, const item_analysis &analysis)

@@ -17,8 +17,8 @@ namespace vantor
 /** Names an item: "Sensor 2 (group 1, item 1)". */
 std::string item_title(const recorded_item &item);
 
-/** Describes a recording: date, sensor and number of frames. */
-std::string describe_recording(const recording_reader &recording);
+/** Describes a recording: when its first frame was measured, or else arrived, sensor and number of frames. */
+std::string describe_recording(const recording_reader &recording, const time_figures &times);
 
 /** Describes how an item was measured: profiles, gains and rates. */
 std::string describe_settings(const recorded_item &item, const item_analysis &analysis);

@@ -47,7 +47,7 @@ unset y2label
 unset x2tics
 unset colorbox
 set border 11
-set xtics nomirror textcolor rgb '#303030'
+set xtics nomirror autofreq textcolor rgb '#303030'
 set ytics nomirror textcolor rgb '#303030'
 set cbtics textcolor rgb '#303030'
 set autoscale
@@ -222,9 +222,48 @@ std::string draw_level(const panel_row &place)
 }
 
 /** The label of an axis of time. */
-const char *time_label(const item_analysis &analysis)
+const char *time_label(const panel_row &place)
 {
-    return analysis.time.in_seconds ? "time in s" : "frame number (neither clock nor rate is known)";
+    if (place.window)
+    {
+        return "time in s since the first frame of all boards";
+    }
+    return place.analysis.time.in_seconds ? "time in s" : "frame number (neither clock nor rate is known)";
+}
+
+/** A step of 1, 2 or 5 times a power of ten, of which few fit into a length. */
+double step_of_tics(double length)
+{
+    constexpr double most_tics = 6.0;
+    const double least = length / most_tics;
+    const double power = std::pow(10.0, std::floor(std::log10(least)));
+    const double factor = least / power;
+    return power * (factor > 5.0 ? 10.0 : factor > 2.0 ? 5.0 : factor > 1.0 ? 2.0 : 1.0);
+}
+
+/** The command for tics that count from the start of a window. */
+std::string window_tics(const time_window &window)
+{
+    const double length = window.end - window.begin;
+    const double step = step_of_tics(length);
+    const int digits = std::max(0, static_cast<int>(-std::floor(std::log10(step) + 1e-9)));
+    std::string tics;
+    for (int i = 0; i * step <= length * (1.0 + 1e-9); ++i)
+    {
+        tics += (i == 0 ? "" : ", ") + gnuplot_quote(fixed(i * step, digits)) + " " +
+                fixed(window.begin + i * step, 9);
+    }
+    return "set xtics (" + tics + ")\n";
+}
+
+/** The commands for an axis of time that ends with the frames, unless it has a window. */
+std::string time_range(const panel_row &place, double end)
+{
+    if (!place.window || !(place.window->begin < place.window->end))
+    {
+        return range_command("x", {0.0, end});
+    }
+    return range_command("x", {place.window->begin, place.window->end}) + window_tics(*place.window);
 }
 
 /** The colours of the map: from the noise to the highest level. */
@@ -250,8 +289,7 @@ axis_range map_range(const panel_row &place)
 /** The commands that draw the level over time and distance. */
 std::string draw_map(const panel_row &place)
 {
-    const auto head =
-        begin_panel(place, 1, "Level over time, in dBFS", time_label(place.analysis), "distance in m");
+    const auto head = begin_panel(place, 1, "Level over time, in dBFS", time_label(place), "distance in m");
     const auto &map = place.analysis.map;
     if (map.strips.size() < 2)
     {
@@ -267,7 +305,7 @@ std::string draw_map(const panel_row &place)
                            "):(0) with points pt 7 ps 0.5 lc rgb '#e02020'";
     constexpr const char *look = "using 1:2:3 with pm3d";
     return head + "set autoscale noextend\nset pm3d map corners2color c1\n" +
-           range_command("x", {0.0, map.width * static_cast<double>(map.strips.size())}) +
+           time_range(place, map.width * static_cast<double>(map.strips.size())) +
            range_command("cb", map_range(place)) + place.sheet.colour_scale(place.row, 1) +
            truth_legend(place) + plot_subsweeps(place, "splot", ".map", look, look) + truth_lines(place) +
            (place.analysis.figures.saturated > 0 ? saturated : std::string()) + "\nunset pm3d\n";
@@ -315,7 +353,7 @@ std::string draw_phase(const panel_row &place)
     const auto &analysis = place.analysis;
     const auto head = begin_panel(
         place, 2, "Phase and displacement at " + place_name(place.item, analysis.point) + doubt(analysis),
-        time_label(analysis), "phase in rad, from 0");
+        time_label(place), "phase in rad, from 0");
     if (count_phases(analysis) < 2)
     {
         return head + empty_panel("too few frames");
@@ -324,7 +362,7 @@ std::string draw_phase(const panel_row &place)
     const double millimetres = 1000.0 * metres_per_radian();
     const auto saturated =
         ", " + gnuplot_quote(place.base + ".saturated-track") + " with points pt 7 ps 0.5 lc rgb '#e02020'";
-    return head + range_command("x", {0.0, analysis.time.end}) + range_command("y", range) +
+    return head + time_range(place, analysis.time.end) + range_command("y", range) +
            range_command("y2", {range.first * millimetres, range.second * millimetres}) +
            "set y2tics nomirror\nset y2label 'displacement in mm (positive: away)'\nplot " +
            gnuplot_quote(place.base + ".track") + " with lines lw 1.4 lc rgb '#2a788e'" +

@@ -5,10 +5,12 @@
 #define VANTOR_PANELS_H
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "plot/item_analysis.h"
 #include "plot/page.h"
+#include "plot/shared_axis.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -22,6 +24,7 @@ struct panel_row
     const recorded_item &item;
     const item_analysis &analysis;
     std::string base; /**< path of its files without extension, as for write_panel_files() */
+    std::optional<time_window> window = std::nullopt; /**< that axes of time show; all frames if not given */
 };
 
 /** The commands that draw level, level over time, phase and displacement, and the velocity spectrum. */

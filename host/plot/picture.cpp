@@ -87,7 +87,8 @@ public:
                                          [](const auto &item) { return has_velocity_map(item.layout); });
         const page sheet(count, has_map ? 5 : 4);
         auto commands = begin(sheet);
-        auto labels = captions(sheet, first);
+        std::string labels;
+        time_figures times;
         for (size_t row = 0; row < count; ++row)
         {
             const auto &item = items[first + row];
@@ -96,12 +97,15 @@ public:
                                   .row = row,
                                   .item = item,
                                   .analysis = analysis,
-                                  .base = (scratch_ / item.name).string()};
+                                  .base = (scratch_ / item.name).string(),
+                                  .window = window_for(analysis)};
+            times = row == 0 ? analysis.figures.times : times;
             write_panel_files(place.base, place.item, place.analysis);
             commands += draw_panels(place) + (has_map ? draw_velocity_map(place) : std::string());
             labels += texts(place, warn_of(item, analysis));
         }
-        return {.path = path_of(first / items_per_page), .text = render(commands + labels + end)};
+        return {.path = path_of(first / items_per_page),
+                .text = render(commands + captions(sheet, first, times) + labels + end)};
     }
 
     /** Warnings about the items drawn so far. */
@@ -133,6 +137,13 @@ private:
         return lines;
     }
 
+    /** The part of the shared axis for an item; nothing if there is none, or its times are not known. */
+    [[nodiscard]] std::optional<time_window> window_for(const item_analysis &analysis) const
+    {
+        const auto &times = analysis.figures.times;
+        return what_.axis && times.first ? std::optional(window_of(*what_.axis, times)) : std::nullopt;
+    }
+
     /** The path of a page. */
     [[nodiscard]] std::filesystem::path path_of(size_t number) const
     {
@@ -154,8 +165,8 @@ private:
                gnuplot_quote(picture().string()) + "\n" + style + "set multiplot\n";
     }
 
-    /** The commands that write the captions of a page. */
-    [[nodiscard]] std::string captions(const page &sheet, size_t first) const;
+    /** The commands that write the captions of a page. @param times  of its first item */
+    [[nodiscard]] std::string captions(const page &sheet, size_t first, const time_figures &times) const;
 
     /** Runs gnuplot and returns the picture. */
     [[nodiscard]] std::string render(const std::string &commands);
@@ -173,12 +184,12 @@ private:
     std::vector<std::string> warnings_;
 };
 
-std::string page_drawer::captions(const page &sheet, size_t first) const
+std::string page_drawer::captions(const page &sheet, size_t first, const time_figures &times) const
 {
     const auto pages = (recording_.items().size() + items_per_page - 1) / items_per_page;
     const auto number = "page " + std::to_string(first / items_per_page + 1) + " of " + std::to_string(pages);
     return "unset label\nunset arrow\n" +
-           sheet.caption(0, what_.title + "  ·  " + describe_recording(recording_), "font ',12'") +
+           sheet.caption(0, what_.title + "  ·  " + describe_recording(recording_, times), "font ',12'") +
            (pages > 1 ? sheet.right_caption(number) : std::string()) +
            sheet.caption(1, joined(describe_gaps(facts_)), warning_look);
 }

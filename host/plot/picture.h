@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "plot/drawing_stopped.h"
+#include "plot/shared_axis.h"
 #include "vantor/recording_reader.h"
 
 namespace vantor
@@ -23,7 +24,8 @@ struct drawing
     std::string title = {};       /**< of the picture, such as the name of the recording */
     std::optional<double> distance =
         std::nullopt; /**< for phase and velocity, in metres; the strongest echo if not given */
-    std::function<bool()> stop = {}; /**< called often, if set; true ends the drawing */
+    std::optional<shared_axis> axis = std::nullopt; /**< of the boards of a recording; its own if not given */
+    std::function<bool()> stop = {};                /**< called often, if set; true ends the drawing */
     std::function<void()> complete =
         {}; /**< called before the pictures are written, if set; an exception leaves none */
 };

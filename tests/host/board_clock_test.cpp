@@ -158,9 +158,22 @@ TEST(board_clock, finds_ticks_before_a_reading_and_across_wraps)
     ASSERT_TRUE(before);
     EXPECT_NEAR(seconds_of(before->middle()), 99.0, 1e-8);
     const double wrap = 4294.967296;
-    const auto later = clock.bounds(5, at(100.0 + 3 * wrap + 4.0));
+    clock.add({at(100.0 + 3 * wrap), at(100.0 + 3 * wrap), 5});
+    EXPECT_EQ(clock.contradictions(), 0U);
+    const auto later = clock.bounds(1'000'005, at(100.0 + 3 * wrap + 1.5));
     ASSERT_TRUE(later);
-    EXPECT_NEAR(seconds_of(later->middle()), 100.0 + 3 * wrap, 1e-6);
+    EXPECT_NEAR(seconds_of(later->middle()), 100.0 + 3 * wrap + 1.0, 1e-6);
+}
+
+TEST(board_clock, knows_no_time_of_a_tick_that_may_have_come_twice)
+{
+    board_clock clock(1e6);
+    clock.add({at(100.0), at(100.0), 0});
+    const double wrap = 4294.967296;
+    EXPECT_TRUE(clock.bounds(1'000'000, at(100.0 + wrap)));
+    EXPECT_FALSE(clock.bounds(1'000'000, at(101.5 + wrap)));
+    EXPECT_EQ(clock.contradictions(), 0U);
+    EXPECT_TRUE(clock.bounds(2'000'000, at(102.0)));
 }
 
 TEST(board_clock, knows_no_time_after_a_contradiction_until_two_readings_agree)

@@ -119,6 +119,17 @@ TEST_F(board_commands, export_writes_the_files_of_each_board)
     EXPECT_TRUE(std::filesystem::exists(output / "far/group-1-item-2.npy"));
 }
 
+TEST_F(board_commands, plot_draws_a_picture_of_each_board)
+{
+    const auto drawn = run({"plot", place.string(), "--output", (directory / "walk.png").string(), "--json"});
+    EXPECT_EQ(drawn.code, exit_code::success);
+    const json pages = {(directory / "walk-near.png").string(), (directory / "walk-far.png").string()};
+    EXPECT_EQ(json::parse(drawn.out)["pages"], pages);
+    EXPECT_TRUE(std::filesystem::exists(directory / "walk-far.png"));
+    EXPECT_THAT(run({"plot", place.string()}).out,
+                HasSubstr("picture: " + (place / "picture-near.png").string()));
+}
+
 TEST_F(board_commands, repair_completes_the_boards_that_it_can)
 {
     const std::string cut = place / "near/group-2-item-1.sigmf-data";

@@ -1,14 +1,18 @@
 /** @file
  * Tests of the parts from which the figures and texts of pictures are computed.
  */
+#include <chrono>
 #include <cmath>
 #include <limits>
+#include <string>
 
 #include <gmock/gmock.h>
 
+#include "example_recording.h"
 #include "plot/caption.h"
 #include "plot/echo_search.h"
 #include "plot/motion_tracker.h"
+#include "plot/panels.h"
 #include "plot/sensor_scale.h"
 #include "recording/number_text.h"
 #include "temporary_directory.h"
@@ -20,6 +24,8 @@ namespace
 {
 
 using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
 
 TEST(sensor_scale, has_0_dbfs_at_full_scale)
 {
@@ -263,7 +269,7 @@ TEST(caption, describes_recording_and_settings)
     test::write_item(directory / "out", {.config = config, .sweeps = 8}, 20,
                      [](int, size_t, size_t point) { return point == 50 ? 2000.0 : 1.0; });
     recording_reader recording(directory / "out");
-    EXPECT_THAT(describe_recording(recording),
+    EXPECT_THAT(describe_recording(recording, {}),
                 testing::MatchesRegex(
                     "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} UTC  ·  sensor k330  ·  20 frames"
                     "  ·  0 dBFS is amplitude 32767"));
@@ -277,12 +283,79 @@ TEST(caption, describes_recording_and_settings)
     EXPECT_THAT(aliasing_warnings(analysis), testing::IsEmpty());
 }
 
+TEST(caption, says_when_the_first_frame_was_measured)
+{
+    const test::temporary_directory directory;
+    test::write_example_recording(directory / "out", 1);
+    const utc_time utc{.moment = std::chrono::sys_seconds(std::chrono::seconds(1795455600)),
+                       .bound = std::chrono::microseconds(250)};
+    time_figures times;
+    frame_row row;
+    row.utc = utc;
+    times.add(row);
+    EXPECT_THAT(describe_recording(recording_reader(directory / "out"), times),
+                testing::StartsWith("2026-11-23 17:40:00.000000 UTC ± 0.250 ms  ·  sensor k330"));
+}
+
+/** The times of frames from some second to another one, whose table begins with another second. */
+time_figures times_between(int first, int last, double seconds)
+{
+    const auto at = [&](int second) {
+        frame_row row;
+        row.seconds = seconds + second - first;
+        row.utc = utc_time{.moment = std::chrono::sys_seconds(std::chrono::seconds(second))};
+        return row;
+    };
+    time_figures times;
+    times.add(at(first));
+    times.add(at(last));
+    return times;
+}
+
+TEST(shared_axis, goes_from_the_first_to_the_last_frame_of_all_boards)
+{
+    const auto late = times_between(103, 110, 0.0);
+    const auto early = times_between(100, 105, 2.0);
+    const auto axis = find_shared_axis({late, {}, early});
+    ASSERT_TRUE(axis);
+    EXPECT_EQ(axis->start.time_since_epoch(), std::chrono::seconds(100));
+    EXPECT_EQ(axis->length, 10.0);
+    EXPECT_EQ(window_of(*axis, late).begin, -3.0);
+    EXPECT_EQ(window_of(*axis, late).end, 7.0);
+    EXPECT_EQ(window_of(*axis, early).begin, 2.0);
+    EXPECT_EQ(window_of(*axis, early).end, 12.0);
+    EXPECT_FALSE(find_shared_axis({{}, {}}));
+}
+
+TEST(panels_of_boards, count_time_from_the_start_of_a_shared_axis)
+{
+    const test::temporary_directory directory;
+    test::write_turning_recording(directory / "out", 100, 0.1);
+    recording_reader recording(directory / "out");
+    const auto analysis = analyse_item(recording, 0, std::nullopt);
+    const page sheet(1, 4);
+    panel_row place{
+        .sheet = sheet, .row = 0, .item = recording.items()[0], .analysis = analysis, .base = "x"};
+    EXPECT_THAT(draw_panels(place), testing::AllOf(HasSubstr("'time in s'"), Not(HasSubstr("set xtics ("))));
+    place.window = time_window{.begin = -3.0, .end = 7.0};
+    const auto text = draw_panels(place);
+    const std::string tics = "set xrange [-3.000000000:7.000000000]\n"
+                             "set xtics ('0' -3.000000000, '2' -1.000000000, '4' 1.000000000, "
+                             "'6' 3.000000000, '8' 5.000000000, '10' 7.000000000)\n";
+    const auto map = text.find(tics);
+    ASSERT_NE(map, std::string::npos);
+    const auto phase = text.find(tics, map + 1);
+    ASSERT_NE(phase, std::string::npos);
+    // The velocities have tics of their own again.
+    EXPECT_NE(text.find("set xtics nomirror autofreq", phase), std::string::npos);
+}
+
 TEST(caption, counts_one_frame)
 {
     const test::temporary_directory directory;
     test::write_item(directory / "out", {.config = json::object()}, 1,
                      [](int, size_t, size_t) { return 1.0; });
-    EXPECT_THAT(describe_recording(recording_reader(directory / "out")),
+    EXPECT_THAT(describe_recording(recording_reader(directory / "out"), {}),
                 testing::EndsWith("  ·  1 frame  ·  0 dBFS is amplitude 32767"));
 }
 

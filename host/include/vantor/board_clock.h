@@ -66,10 +66,9 @@ public:
     /**
      * The bounds of the time at which the clock showed a tick, from the readings so far.
      *
-     * @param tick     the tick
-     * @param arrival  a later time of the host's clock, by less than half a wrap of the ticks: when the tick
-     *                 was received
-     * @return nothing if the time is not known
+     * @param tick     the tick, at most half a wrap of the ticks before that of the last reading
+     * @param arrival  a later time of the host's clock: when the tick was received
+     * @return nothing if the time is not known, also because the tick may have come once more since then
      */
     std::optional<time_bounds> bounds(uint32_t tick, std::chrono::steady_clock::time_point arrival);
 
