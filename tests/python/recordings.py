@@ -1,5 +1,6 @@
 """Makes recordings, damages them, and asks the C++ host about them."""
 
+import hashlib
 import json
 import os
 import re
@@ -56,8 +57,12 @@ def set_utc(table: Path, cells: Sequence[str]) -> None:
 
 
 def describe_boards(directory: Path, boards: Any) -> Path:
-    """Write the document that lists boards; return the directory."""
-    collection = {"core:version": "1.2.0", "core:streams": [], "vantor:boards": boards}
+    """Write the document that lists boards and their items; return the directory."""
+    streams = [
+        {"name": f"{path.parent.name}/{path.stem}", "hash": hashlib.sha512(path.read_bytes()).hexdigest()}
+        for path in sorted(directory.glob("*/*.sigmf-meta"))
+    ]
+    collection = {"core:version": "1.2.0", "core:streams": streams, "vantor:boards": boards}
     (directory / "boards.sigmf-collection").write_text(json.dumps({"collection": collection}))
     return directory
 

@@ -1,6 +1,7 @@
 """Recordings of several boards: one object with the recording of each, and their frames on one time axis."""
 
 import copy
+import json
 import math
 import pickle
 import shutil
@@ -125,7 +126,7 @@ def test_a_board_that_cannot_be_read_is_left_out(directory: Path) -> None:
         recording = vantor.open(directory)
     assert [warning.filename for warning in shown] == [__file__]
     assert list(recording.boards) == ["ceiling-a17"]
-    assert recording.damage()[0].endswith("door does not exist, or is not a directory: nothing of this board is left.")
+    assert recording.damage()[0].endswith("door does not exist: nothing of this board is left.")
     (directory / "door").mkdir()
     with pytest.warns(vantor.RecordingWarning, match="board door is left out: Cannot read"):
         vantor.open(directory)
@@ -142,34 +143,76 @@ def test_a_damaged_board_is_reported_where_it_was_opened(directory: Path) -> Non
     assert len(recording.boards["door"]) == FRAMES
 
 
-def test_a_directory_that_also_is_a_recording_is_that_one(directory: Path) -> None:
-    shutil.copytree(directory / "door", directory, dirs_exist_ok=True)
-    assert type(vantor.open(directory)) is vantor.Recording
+def test_reports_metadata_that_are_not_as_listed(directory: Path) -> None:
+    before = vantor.open(directory).damage()
+    metadata = directory / "door" / "group-1-item-2.sigmf-meta"
+    metadata.write_bytes(metadata.read_bytes() + b"\n")
+    with pytest.warns(vantor.RecordingWarning, match="/door is damaged"):
+        after = vantor.open(directory).damage()
+    assert f"door: {metadata.name} is not as {DOCUMENT} lists it." in set(after) - set(before)
 
 
-BOARD = {"directory": "door"}
+@pytest.mark.parametrize("kind", ["link", "file"])
+def test_boards_must_be_directories_beside_the_document(kind: str, directory: Path) -> None:
+    (directory / "door").rename(directory.with_name("elsewhere"))
+    if kind == "link":
+        (directory / "door").symlink_to(directory.with_name("elsewhere"))
+    else:
+        (directory / "door").touch()
+    message = "/door is a symbolic link: a recording" if kind == "link" else "/door is not a directory"
+    with pytest.raises(vantor.RecordingError, match=message):
+        vantor.open(directory)
+
+
+BOARD = {"directory": "door", "address": "sim:"}
 
 
 @pytest.mark.parametrize(
-    "boards",
+    ("boards", "message"),
     [
-        None,
-        {},
-        [],
-        [{}],
-        ["door"],
-        [{"directory": 1}],
-        [BOARD, BOARD],
-        [{**BOARD, "name": 1}],
-        [{**BOARD, "id": None}],
-        [{**BOARD, "address": []}],
-        *([{"directory": name}] for name in ("", ".", "..", "../door", "a/b", "/door", "door\0", "-", "x" * 999)),
+        (None, ' was not written by "vantor record": a member is missing or has the wrong type.'),
+        ({}, " was not written by"),
+        ([], " lists 0 boards; a recording has 1 to 1024."),
+        ([BOARD] * 1025, " lists 1025 boards; a recording has 1 to 1024."),
+        ([{}], " was not written by"),
+        (["door"], " was not written by"),
+        ([{**BOARD, "directory": 1}], " was not written by"),
+        ([{"directory": "door"}], " was not written by"),
+        ([{**BOARD, "name": 1}], " was not written by"),
+        ([{**BOARD, "id": None}], " was not written by"),
+        ([{**BOARD, "address": []}], " was not written by"),
+        ([BOARD, BOARD], ' lists two boards with the directory "door".'),
+        ([BOARD], ': "ceiling-a17/group-1-item-1" is not an item of one of the boards.'),
+        *(
+            ([{**BOARD, "directory": name}], f': "{name}" is not the name of a directory beside this file.')
+            for name in ("", ".", "..", "../door", "a/b", "/door", ".door", "x" * 256, "ä" * 128)
+        ),
+        ([{**BOARD, "directory": "door\0"}], r': "door\x00" is not the name'),
     ],
 )
-def test_hostile_documents(directory: Path, boards: Any) -> None:
+def test_hostile_documents(directory: Path, boards: Any, message: str) -> None:
     with pytest.raises(vantor.RecordingError) as failure:
         vantor.open(describe_boards(directory, boards))
-    assert str(failure.value).startswith(f'{directory / DOCUMENT} was not written by "vantor record": a member')
+    assert str(failure.value).startswith(f"{directory / DOCUMENT}{message}")
+
+
+@pytest.mark.parametrize(
+    ("stream", "message"),
+    [
+        ({"name": "door", "hash": ""}, ': "door" is not an item of one of the boards.'),
+        ({"name": "door/../x", "hash": ""}, ': "door/../x" is not an item of one of the boards.'),
+        ({"name": "wall/x", "hash": ""}, ': "wall/x" is not an item of one of the boards.'),
+        ({"name": "door/x", "hash": 1}, " was not written by"),
+        ({"name": "door/x"}, " was not written by"),
+        ("door/x", " was not written by"),
+    ],
+)
+def test_hostile_items(directory: Path, stream: Any, message: str) -> None:
+    collection = {"core:streams": [stream], "vantor:boards": [BOARD]}
+    (directory / DOCUMENT).write_text(json.dumps({"collection": collection}))
+    with pytest.raises(vantor.RecordingError) as failure:
+        vantor.open(directory)
+    assert str(failure.value).startswith(f"{directory / DOCUMENT}{message}")
 
 
 @pytest.mark.parametrize(

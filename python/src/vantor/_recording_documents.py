@@ -2,7 +2,6 @@
 
 import hashlib
 import os
-import re
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -12,6 +11,7 @@ from ._input_files import read_file, size_of
 from ._items import list_items
 from ._json_text import parse
 from ._layout import SessionMetadata, decode_metadata, nominal_frame_rate
+from ._printable import printable
 from .errors import ConfigurationError, ProtocolError, RecordingError
 from .frame import ItemLayout
 
@@ -30,8 +30,8 @@ _LARGEST_DOCUMENT = 2**24
 _MOST_FRAMES = 10**12
 _LONGEST_TIME = 2e22
 
-#: The directory of a board, which is beside the document that names it.
-_DIRECTORY = re.compile(r"[0-9A-Za-z][0-9A-Za-z._-]{0,200}")
+_MOST_BOARDS = 1024
+_LONGEST_NAME = 255
 
 _Members = dict[str, Any]
 _Result = TypeVar("_Result")
@@ -71,6 +71,19 @@ class RecordedBoard:
     name: str | None
     id: str | None
     address: str | None
+
+
+@dataclass(frozen=True, slots=True)
+class ListedBoard:
+    """A board of a recording of several ones.
+
+    Attributes:
+        board: the board.
+        digests: SHA-512 of the metadata of its items, by the names of the items.
+    """
+
+    board: RecordedBoard
+    digests: dict[str, str]
 
 
 @dataclass(frozen=True, slots=True, eq=False)
@@ -176,32 +189,75 @@ def read_documents(place: Path, in_progress: bool) -> RecordingDocuments:
 
 def has_boards(place: Path) -> bool:
     """Whether a place is a recording of several boards: its directory, or the document that lists them."""
-    directory = place if place.name != BOARDS_NAME else place.parent
-    return os.path.exists(directory / BOARDS_NAME) and not os.path.exists(directory / COLLECTION_NAME)
+    return place.name == BOARDS_NAME or os.path.exists(place / BOARDS_NAME)
 
 
-def read_boards(directory: Path) -> dict[str, RecordedBoard]:
+def read_boards(directory: Path) -> dict[str, ListedBoard]:
     """The boards of a recording of several ones, by the names of their directories; raises RecordingError."""
     path = directory / BOARDS_NAME
     text = _read_text(path)
 
-    def read() -> dict[str, RecordedBoard]:
+    def read() -> dict[str, ListedBoard]:
         collection = _member(parse(text, str(path)), "collection", dict)
-        boards = [_read_board(board) for board in _member(collection, "vantor:boards", list)]
-        if not boards or len(dict(boards)) != len(boards):
-            raise _NotWritten
-        return dict(boards)
+        boards = _list_boards(path, _member(collection, "vantor:boards", list))
+        for stream in _member(collection, "core:streams", list):
+            _list_item(path, boards, _member(stream, "name", str), _member(stream, "hash", str))
+        return boards
 
-    return _read_checked(path, read)
+    boards = _read_checked(path, read)
+    for name in boards:
+        _require_inside(directory / name)
+    return boards
 
 
-def _read_board(board: Any) -> tuple[str, RecordedBoard]:
-    """A board, and the name of its directory."""
-    directory = _member(board, "directory", str)
-    if not _DIRECTORY.fullmatch(directory):
-        raise _NotWritten
-    names = ("name", "id", "address")
-    return directory, RecordedBoard(*(_optional(board, name, str, None) for name in names))
+def has_digest(path: Path, digest: str) -> bool:
+    """Whether a document can be read and has a digest."""
+    try:
+        return hashlib.sha512(_read_text(path)).hexdigest() == digest
+    except RecordingError:
+        return False
+
+
+def _list_boards(path: Path, entries: list[Any]) -> dict[str, ListedBoard]:
+    """The boards in the document at a path, by the names of their directories; raises RecordingError."""
+    if not 1 <= len(entries) <= _MOST_BOARDS:
+        raise RecordingError(f"{path} lists {len(entries)} boards; a recording has 1 to {_MOST_BOARDS}.")
+    boards: dict[str, ListedBoard] = {}
+    for entry in entries:
+        name = _member(entry, "directory", str)
+        about = (_optional(entry, "name", str, None), _optional(entry, "id", str, None))
+        board = ListedBoard(RecordedBoard(*about, _member(entry, "address", str)), {})
+        if not _is_file_name(name):
+            raise RecordingError(
+                f'{path}: "{printable(name)}" is not the name of a directory beside this file.'
+            )
+        if boards.setdefault(name, board) is not board:
+            raise RecordingError(f'{path} lists two boards with the directory "{name}".')
+    return boards
+
+
+def _list_item(path: Path, boards: dict[str, ListedBoard], name: str, digest: str) -> None:
+    """Adds an item to its board; raises RecordingError if it belongs to none."""
+    directory, _, item = name.partition("/")
+    if directory not in boards or not _is_file_name(item):
+        raise RecordingError(f'{path}: "{printable(name)}" is not an item of one of the boards.')
+    boards[directory].digests[item] = digest
+
+
+def _is_file_name(name: str) -> bool:
+    """Whether a text is the name of a file or directory in the current directory that is not hidden."""
+    fits = 0 < len(name.encode()) <= _LONGEST_NAME and printable(name) == name
+    return fits and not name.startswith(".") and "/" not in name
+
+
+def _require_inside(place: Path) -> None:
+    """Raises RecordingError if the recording of a board is not in the directory of the document."""
+    if place.is_symlink():
+        raise RecordingError(
+            f"{place} is a symbolic link: a recording of several boards must contain the recordings themselves."
+        )
+    if place.exists() and not place.is_dir():
+        raise RecordingError(f"{place} is not a directory.")
 
 
 def _text_members(members: Any, *names: str) -> dict[str, str | None]:

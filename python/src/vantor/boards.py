@@ -6,7 +6,7 @@ from pathlib import Path
 from types import MappingProxyType
 from typing import Any, NoReturn
 
-from ._recording_documents import RecordedBoard, has_boards, read_boards
+from ._recording_documents import BOARDS_NAME, RecordedBoard, has_boards, has_digest, read_boards
 from .errors import RecordingError, RecordingWarning
 from .recording import Recording
 
@@ -35,9 +35,10 @@ class BoardsRecording(Recording):
         self._directory = place if place.is_dir() else place.parent
         self._failures: dict[str, RecordingError] = {}
         boards: dict[str, Recording] = {}
-        for name, board in read_boards(self._directory).items():
+        self._listed = read_boards(self._directory)
+        for name, listed in self._listed.items():
             try:
-                boards[name] = _open_board(self._directory / name, board)
+                boards[name] = _open_board(self._directory / name, listed.board)
             except RecordingError as failure:
                 self._failures[name] = failure
         self._boards = MappingProxyType(boards)
@@ -76,7 +77,16 @@ class BoardsRecording(Recording):
         faults = [str(reason) for reason in self._failures.values()]
         for name, board in self._boards.items():
             faults += [f"{name}: {fault}" for fault in board.damage()]
+            faults += [] if board.in_progress else self._changed_documents(name)
         return tuple(faults)
+
+    def _changed_documents(self, name: str) -> list[str]:
+        """The metadata of a board that are not as they are listed."""
+        return [
+            f"{name}: {item}.sigmf-meta is not as {BOARDS_NAME} lists it."
+            for item, digest in self._listed[name].digests.items()
+            if not has_digest(self._directory / name / f"{item}.sigmf-meta", digest)
+        ]
 
     def close(self) -> None:
         """Closes the files of all recordings."""
@@ -100,7 +110,7 @@ class BoardsRecording(Recording):
 def _open_board(directory: Path, board: RecordedBoard) -> Recording:
     """Opens the recording of a board; raises RecordingError if there is none."""
     if not directory.is_dir():
-        raise RecordingError(f"{directory} does not exist, or is not a directory: nothing of this board is left.")
+        raise RecordingError(f"{directory} does not exist: nothing of this board is left.")
     return Recording(directory, board)
 
 
