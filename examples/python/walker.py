@@ -1,9 +1,13 @@
-"""Finds the path of a person from the distances of two boards on one wall: walker.py [ADDRESS ADDRESS] [PICTURE]"""
+"""Finds the path of a person from the distances of two boards on one wall.
+
+walker.py [ADDRESS ADDRESS [PICTURE]] measures, walker.py RECORDING [PICTURE] uses a recording of two boards.
+"""
 
 import heapq
 import sys
 import time
 from collections.abc import Iterator
+from pathlib import Path
 
 import numpy as np
 import numpy.typing as npt
@@ -34,10 +38,10 @@ def track(items: list[vantor.Item]) -> npt.NDArray[np.float64]:
     return np.asarray(np.median(windows, axis=2))
 
 
-def main(left: str = "", right: str = "", picture: str = "") -> None:
-    """Measure with both boards, and print time and place of the person."""
+def measure(left: str, right: str) -> list[list[vantor.Item]]:
+    """What both boards measure at the same time."""
     start = int(time.time())
-    items: tuple[list[vantor.Item], list[vantor.Item]] = ([], [])
+    items: list[list[vantor.Item]] = [[], []]
     with (
         vantor.connect(left or SCENE.format(start, 1)) as one,
         vantor.connect(right or SCENE.format(start, 2)) as two,
@@ -46,6 +50,17 @@ def main(left: str = "", right: str = "", picture: str = "") -> None:
     ):
         for _, board, item in heapq.merge(frames_of(0, first), frames_of(1, second)):
             items[board].append(item)
+    return items
+
+
+def main(*arguments: str) -> None:
+    """Print time and place of the person, and draw them."""
+    if arguments and Path(arguments[0]).is_dir():
+        items = [list(board[0, 0]) for board in vantor.open(arguments[0]).boards.values()]
+        picture = list(arguments[1:])
+    else:
+        left, right, *picture = arguments or ("", "")
+        items = measure(left, right)
     (utc_s, near), (other_utc_s, far) = map(track, items)
     inside = (utc_s >= other_utc_s[0]) & (utc_s <= other_utc_s[-1])
     utc_s, near = utc_s[inside], near[inside]
@@ -55,7 +70,7 @@ def main(left: str = "", right: str = "", picture: str = "") -> None:
     for place in zip(utc_s, x, y, strict=True):
         print("{:.3f} s  x {:.2f} m  y {:.2f} m".format(*place))
     if picture:
-        draw(x, y, picture)
+        draw(x, y, picture[0])
 
 
 def draw(x: npt.NDArray[np.float64], y: npt.NDArray[np.float64], picture: str) -> None:

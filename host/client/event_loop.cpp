@@ -22,7 +22,8 @@ namespace
 /** Keeps the sum of clock and waiting time in range, even without a deadline. */
 constexpr std::chrono::hours longest_wait{1};
 
-/** UTC when a clock showed 0: both clocks are read several times, since a program can be held up in between. */
+/** UTC when a clock showed 0: both clocks are read several times, since a program can be held up in between.
+ */
 std::chrono::sys_time<std::chrono::nanoseconds> read_utc_of_zero(const time_source &now)
 {
     constexpr int attempts = 5;

@@ -7,13 +7,15 @@ import re
 import subprocess
 import sys
 import time
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Any
 
 import numpy as np
+import numpy.typing as npt
 import pytest
 from processes import check_types
-from recordings import EXAMPLES, SCENE, host, make_recording
+from recordings import EXAMPLES, SCENE, describe_boards, host, make_recording
 
 
 #: Of the profile that is used by default, docs/configuration.md.
@@ -131,43 +133,71 @@ def strongest_distances(truth: Path) -> dict[float, float]:
     return found
 
 
-def test_walker(tmp_path: Path) -> None:
-    """The error of a distance is at most half a pulse width, and the way from the person's middle to the strongest
+def two_boards() -> tuple[int, list[str]]:
+    """When the scene starts, and the addresses of two boards that see it from then on."""
+    start = int(time.time())
+    scene = EXAMPLES / "scenes" / "two_boards.json"
+    return start, [f"sim:--scene {scene} --scene-start {start} --board {number}" for number in (1, 2)]
+
+
+def check_path(shown: str, start: int, truths: list[Path]) -> None:
+    """Compare the path of a person with the scene.
+
+    The error of a distance is at most half a pulse width, and the way from the person's middle to the strongest
     point. The path is exact to that, divided by the sine of half of the angle at which the person sees the boards:
-    then the circles meet at a smaller angle."""
-    pytest.importorskip("matplotlib")
-    path = EXAMPLES / "scenes" / "two_boards.json"
-    scene = json.loads(path.read_text())
+    then the circles meet at a smaller angle.
+    """
+    scene = json.loads((EXAMPLES / "scenes" / "two_boards.json").read_text())
     boards = [np.array([sensor["x_m"], 0.0]) for sensor in scene["sensors"]]
     [body] = scene["bodies"]
     begin, end = np.array([[body["x_m"], body["y_m"]], [body["to_x_m"], body["to_y_m"]]])
     way = (end - begin) * body["speed_m_s"] / math.dist(begin, end)
-    start = int(time.time())
-    truths = [tmp_path / "1.jsonl", tmp_path / "2.jsonl"]
-    addresses = [
-        f"sim:--scene {path} --scene-start {start} --board {number} --truth {truth}"
-        for number, truth in enumerate(truths, 1)
-    ]
-    shown = run_example("walker.py", *addresses, tmp_path / "path.png")
-    assert (tmp_path / "path.png").read_bytes().startswith(b"\x89PNG")
+
+    def person(time_s: float) -> npt.NDArray[np.float64]:
+        return np.asarray(begin + (time_s - body["enter_s"]) * way)
+
+    away = max(
+        abs(math.dist(person(time_s), board) - distance_m)
+        for board, truth in zip(boards, truths, strict=True)
+        for time_s, distance_m in strongest_distances(truth).items()
+    )
+    assert away < 0.05
     places = np.array([re.findall(r"-?[0-9.]+", line) for line in shown.splitlines()], float)
     times = places[:, 0] - start
-    away = 0.0
-    for board, truth in zip(boards, truths, strict=True):
-        distances = strongest_distances(truth)
-        middles = (begin + (time_s - body["enter_s"]) * way for time_s in distances)
-        away = max(
-            away,
-            *(abs(math.dist(middle, board) - found) for middle, found in zip(middles, distances.values(), strict=True)),
-        )
-    assert away < 0.05
     # Half of a second is needed for the median; at the beginning, the person is far away.
     assert len(times) > 50 and np.ptp(times) > 2.0
     for time_s, place in zip(times, places[:, 1:], strict=True):
-        person = begin + (time_s - body["enter_s"]) * way
-        left, right = (math.atan2(*(person - board)) for board in boards)
+        left, right = (math.atan2(*(person(time_s) - board)) for board in boards)
         tolerance = (PULSE_WIDTH_M / 2.0 + away) / math.sin(abs(right - left) / 2.0)
-        assert math.dist(person, place) < tolerance < 0.45, time_s
+        assert math.dist(person(time_s), place) < tolerance < 0.45, time_s
+
+
+def test_walker(tmp_path: Path) -> None:
+    pytest.importorskip("matplotlib")
+    start, addresses = two_boards()
+    truths = [tmp_path / "1.jsonl", tmp_path / "2.jsonl"]
+    addresses = [f"{address} --truth {truth}" for address, truth in zip(addresses, truths, strict=True)]
+    shown = run_example("walker.py", *addresses, tmp_path / "path.png")
+    check_path(shown, start, truths)
+    assert (tmp_path / "path.png").read_bytes().startswith(b"\x89PNG")
+
+
+def test_walker_in_a_recording(tmp_path: Path) -> None:
+    start, addresses = two_boards()
+    config = {"start_point": 320, "num_points": 180, "step_length": 8, "hwaas": 32}
+    document = {"update_rate": 50, "groups": [[{"sensor_id": 1, "config": config}]]}
+    (tmp_path / "configuration.json").write_text(json.dumps(document))
+    room = tmp_path / "room"
+    room.mkdir()
+
+    def record(name: str, address: str) -> None:
+        host("record", tmp_path / "configuration.json", "--seconds", 9, "--connect", address, "--output", room / name)
+
+    names = ["left", "right"]
+    with ThreadPoolExecutor() as threads:
+        list(threads.map(record, names, addresses))
+    describe_boards(room, [{"directory": name, "address": "sim:"} for name in names])
+    check_path(run_example("walker.py", room), start, [room / name / "truth.jsonl" for name in names])
 
 
 def test_mypy_accepts_the_examples_strictly(tmp_path: Path) -> None:
