@@ -12,6 +12,7 @@
 #include <boost/asio/post.hpp>
 #include <unistd.h>
 
+#include "client/tasks.h"
 #include "vantor/errors.h"
 
 namespace vantor
@@ -47,7 +48,7 @@ std::chrono::sys_time<std::chrono::nanoseconds> read_utc_of_zero(const time_sour
 
 event_loop::event_loop(time_source now)
     : now_(std::move(now)), utc_of_zero_(read_utc_of_zero(now_)),
-      context_(std::make_unique<boost::asio::io_context>())
+      context_(std::make_unique<boost::asio::io_context>()), tasks_(std::make_unique<task_scheduler>(*this))
 {
 }
 
@@ -55,7 +56,10 @@ event_loop::~event_loop() = default;
 
 void event_loop::post(std::function<void()> work)
 {
-    boost::asio::post(*context_, [work = std::move(work)]() noexcept { work(); });
+    boost::asio::post(*context_, [this, work = std::move(work)]() noexcept {
+        work();
+        tasks_->note_posted_work();
+    });
 }
 
 void event_loop::when_readable(int descriptor, std::function<void()> work)
@@ -75,10 +79,31 @@ void event_loop::when_readable(int descriptor, std::function<void()> work)
 
 void event_loop::cancel()
 {
-    post([this] { cancelled_ = true; });
+    post([this] { outside_tasks_.cancelled = !tasks_->cancel() || outside_tasks_.cancelled; });
 }
 
 bool event_loop::run_until(const std::function<bool()> &done, time_point deadline)
+{
+    return tasks_->is_inside() ? tasks_->wait(done, deadline) : wait(done, deadline);
+}
+
+bool event_loop::run_until(completion &awaited, time_point deadline)
+{
+    return tasks_->is_inside() ? tasks_->wait(awaited, deadline)
+                               : wait([&awaited] { return awaited.is_set(); }, deadline);
+}
+
+void event_loop::spawn(std::function<void()> work)
+{
+    tasks_->spawn(std::move(work));
+}
+
+std::vector<std::exception_ptr> event_loop::run_tasks()
+{
+    return tasks_->run();
+}
+
+bool event_loop::wait(const std::function<bool()> &done, time_point deadline)
 {
     // Otherwise the loop would return at once while nothing is pending.
     const auto guard = boost::asio::make_work_guard(*context_);
@@ -104,27 +129,32 @@ bool event_loop::run_until(const std::function<bool()> &done, time_point deadlin
 
 void event_loop::run_to_end(const std::function<bool()> &done)
 {
-    const bool before = std::exchange(uncancellable_, true);
+    auto &state = *cancelling_;
+    const bool before = std::exchange(state.uncancellable, true);
     run_until(done, time_point::max());
-    uncancellable_ = before;
+    state.uncancellable = before;
 }
 
 void event_loop::check_cancelled()
 {
     if (cancel_requested())
     {
-        cancelled_ = false;
-        if (requested_ != nullptr)
+        cancelling_->cancelled = false;
+        if (cancelling_->requested != nullptr)
         {
-            *requested_ = false;
+            *cancelling_->requested = false;
         }
         throw vantor::cancelled();
     }
 }
 
-bool event_loop::cancel_requested() const noexcept
+void event_loop::completion::set()
 {
-    return !uncancellable_ && (cancelled_ || (requested_ != nullptr && *requested_));
+    is_set_ = true;
+    if (waiting_ != nullptr)
+    {
+        waiting_->scheduler.resume_soon(*waiting_);
+    }
 }
 
 } // namespace vantor

@@ -111,13 +111,12 @@ private:
     std::pair<boost::system::error_code, size_t> run(std::chrono::milliseconds timeout, start_t &&start)
     {
         std::pair<boost::system::error_code, size_t> outcome;
-        bool complete = false;
+        event_loop::completion complete;
         std::forward<start_t>(start)([&](const boost::system::error_code &failure, size_t count) {
             outcome = {failure, count};
-            complete = true;
+            complete.set();
         });
-        const auto is_complete = [&complete] { return complete; };
-        if (!loop_->run_until(is_complete, loop_->now() + timeout))
+        if (!loop_->run_until(complete, loop_->now() + timeout))
         {
             stop(complete);
         }
@@ -129,9 +128,9 @@ private:
     }
 
     /** Stops the operation. One that moves bytes in several parts may start the next part meanwhile. */
-    void stop(const bool &complete)
+    void stop(const event_loop::completion &complete)
     {
-        while (!complete)
+        while (!complete.is_set())
         {
             stream_.cancel();
             bool ran = false;

@@ -54,7 +54,8 @@ private:
     duration now_{};
 };
 
-/** An event loop on which waiting takes no real time: it moves the clock to the deadline. */
+/** An event loop on which waiting takes no real time: it moves the clock to the deadline. Without one, it
+ * waits for other threads. */
 class manual_loop : public event_loop
 {
 public:
@@ -63,9 +64,11 @@ public:
     {
     }
 
-    bool run_until(const std::function<bool()> &done, time_point deadline) override
+protected:
+    bool wait(const std::function<bool()> &done, time_point deadline) override
     {
-        if (event_loop::run_until(done, now()))
+        const bool is_endless = deadline == time_point::max();
+        if (event_loop::wait(done, is_endless ? deadline : now()))
         {
             return true;
         }

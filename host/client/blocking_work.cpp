@@ -1,0 +1,35 @@
+/** @file
+ * Work that blocks, beside an event loop.
+ */
+#include "vantor/blocking_work.h"
+
+#include <exception>
+#include <thread>
+
+namespace vantor
+{
+
+void run_beside(event_loop &loop, const std::function<void()> &work)
+{
+    bool done = false;
+    std::exception_ptr failure;
+    std::thread other([&] {
+        try
+        {
+            work();
+        }
+        catch (...)
+        {
+            failure = std::current_exception();
+        }
+        loop.post([&done] { done = true; });
+    });
+    loop.run_to_end([&done] { return done; });
+    other.join();
+    if (failure)
+    {
+        std::rethrow_exception(failure);
+    }
+}
+
+} // namespace vantor
