@@ -44,13 +44,13 @@ void open_file(const std::filesystem::path &file)
 
 } // namespace
 
-void open_browser(const std::string &address, const std::filesystem::path &redirect)
+void open_browser(const std::string &url, const std::filesystem::path &redirect)
 {
     if (!has_desktop())
     {
         return;
     }
-    std::ofstream(redirect) << "<!doctype html><meta http-equiv=\"refresh\" content=\"0; url=" << address
+    std::ofstream(redirect) << "<!doctype html><meta http-equiv=\"refresh\" content=\"0; url=" << url
                             << "\">\n";
     open_file(redirect);
 }

@@ -16,10 +16,10 @@ namespace vantor
  * Other users cannot see the address of the page among the processes: the browser opens a file that leads to
  * it.
  *
- * @param address   of the page
+ * @param url       of the page
  * @param redirect  the file, which is written; it must remain until the page is open
  */
-void open_browser(const std::string &address, const std::filesystem::path &redirect);
+void open_browser(const std::string &url, const std::filesystem::path &redirect);
 
 } // namespace vantor
 

@@ -10,9 +10,9 @@
 #include "commands/calibrate.h"
 #include "commands/completion.h"
 #include "commands/export.h"
+#include "commands/failure_report.h"
 #include "commands/identify.h"
 #include "commands/info.h"
-#include "commands/interrupt.h"
 #include "commands/plan.h"
 #include "commands/plot.h"
 #include "commands/record.h"
@@ -21,13 +21,8 @@
 #include "commands/scan.h"
 #include "commands/score.h"
 #include "commands/selftest.h"
-#include "commands/usage_error.h"
 #include "commands/validate.h"
 #include "commands/view.h"
-#include "recording/printable.h"
-#include "score/detections.h"
-#include "vantor/configuration.h"
-#include "vantor/errors.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -48,89 +43,6 @@ constexpr const char *general_footer = R"(Exit codes:
   130  interrupted; everything recorded so far is intact
 
 Run "vantor COMMAND --help" for the options of a command.)";
-
-/** Prints the message of an exception and returns the exit code. */
-exit_code report(std::ostream &err, exit_code code, const std::exception &failure)
-{
-    err << "vantor: " << printable(failure.what()) << "\n";
-    return code;
-}
-
-/** Prints the message of the exception that is being handled and returns its exit code. */
-exit_code report_current_exception(std::ostream &err)
-{
-    try
-    {
-        throw;
-    }
-    catch (const configuration_error &failure)
-    {
-        return report(err, exit_code::bad_file, failure);
-    }
-    catch (const damaged_recording &failure)
-    {
-        return report(err, exit_code::damaged, failure);
-    }
-    catch (const bad_recording &failure)
-    {
-        return report(err, exit_code::bad_file, failure);
-    }
-    catch (const detections_error &failure)
-    {
-        return report(err, exit_code::bad_file, failure);
-    }
-    catch (const recording_error &failure)
-    {
-        return report(err, exit_code::not_written, failure);
-    }
-    catch (const cancelled &)
-    {
-        err << "vantor: interrupted\n";
-        return exit_code::interrupted;
-    }
-    catch (const address_error &failure)
-    {
-        return report(err, exit_code::usage, failure);
-    }
-    catch (const usage_error &failure)
-    {
-        report(err, exit_code::usage, failure);
-        err << help_hint;
-        return exit_code::usage;
-    }
-    catch (const server_error &failure)
-    {
-        return report(err, exit_code::refused, failure);
-    }
-    catch (const bad_message &failure)
-    {
-        return report(err, exit_code::bad_link, failure);
-    }
-    catch (const protocol_error &failure)
-    {
-        return report(err, exit_code::bad_link, failure);
-    }
-    catch (const connect_error &failure)
-    {
-        return report(err, exit_code::no_connection, failure);
-    }
-    catch (const connection_lost &failure)
-    {
-        return report(err, exit_code::no_connection, failure);
-    }
-    catch (const timeout_error &failure)
-    {
-        return report(err, exit_code::no_connection, failure);
-    }
-    catch (const interruption &failure)
-    {
-        return report(err, exit_code::interrupted, failure);
-    }
-    catch (const std::exception &failure)
-    {
-        return report(err, exit_code::failure, failure);
-    }
-}
 
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
@@ -157,7 +69,7 @@ exit_code run_command_line(const std::vector<std::string> &arguments, const comm
     }
     catch (...)
     {
-        return report_current_exception(streams.err);
+        return report_failure(streams.err, std::current_exception());
     }
 }
 

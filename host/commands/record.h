@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "commands/command.h"
 #include "vantor/client.h"
@@ -18,34 +19,41 @@
 namespace vantor
 {
 
+/** The server that is recorded if none is given: a private simulated one. */
+inline constexpr const char *default_address = "sim:";
+
 /** The options of `vantor record`. */
 struct record_options
 {
-    std::filesystem::path configuration; /**< empty for that of a replayed recording */
-    std::string connect = "sim:";
-    std::filesystem::path output;      /**< a new directory; empty for one in "recordings" */
-    uint64_t frames = 0;               /**< 0 for no limit */
-    std::optional<double> seconds;     /**< no value for no limit */
-    std::filesystem::path calibration; /**< calibration file; empty for none */
-    bool no_validate = false;          /**< do not check the configuration first */
-    bool recalibrate = false;          /**< go on in a new segment when a sensor asks for a calibration */
-    bool reconnect = false;            /**< go on in a new segment when the link was lost */
-    uint64_t queue_megabytes = 64;     /**< of frames that can wait for the disk */
-    std::filesystem::path truth;       /**< file that the server writes; empty for none */
-    bool json = false;                 /**< print JSON instead of a table */
+    std::filesystem::path configuration; /**< of the servers in connect; empty for replayed recordings */
+    std::vector<std::string> connect;    /**< addresses; default_address if these and boards are empty */
+    std::vector<std::string> boards;     /**< others, each with a configuration: CONFIG=ADDRESS */
+    std::filesystem::path output;        /**< a new directory; empty for one in "recordings" */
+    uint64_t frames = 0;                 /**< of each board; 0 for no limit */
+    std::optional<double> seconds;       /**< no value for no limit */
+    std::filesystem::path calibration;   /**< calibration file; empty for none */
+    bool no_validate = false;            /**< do not check the configuration first */
+    bool recalibrate = false;            /**< go on in a new segment when a sensor asks for a calibration */
+    bool reconnect = false;              /**< go on in a new segment when the link was lost */
+    uint64_t queue_megabytes = 64;       /**< of frames that can wait for the disk */
+    std::filesystem::path truth;         /**< file that the server writes; empty for none */
+    bool json = false;                   /**< print JSON instead of a table */
 };
 
+/** The directory for a recording: the one that is given, or a new one in "recordings". */
+std::filesystem::path output_directory(const record_options &options);
+
 /**
- * Records a session and prints a summary.
+ * Records the sessions of one or several boards, and prints a summary.
  *
- * @return success, or interrupted
+ * @return success, or interrupted; with several boards, also that of the first failure, which is printed
  * @throws usage_error, configuration_error, recording_error and the exceptions of the client; everything
  *         recorded before the exception is intact
  */
 exit_code record(const record_options &options, const command_streams &streams);
 
 /**
- * Like the function above, but over links that the caller opens instead of record_options::connect.
+ * Like the function above for one board, over links that the caller opens.
  *
  * @param open_links  opens a link to the server
  * @param loop        the event loop of the links

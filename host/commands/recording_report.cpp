@@ -158,8 +158,9 @@ ordered_json item_json(const finished_recording &recorded, size_t index)
     return item;
 }
 
-/** Describes the recording as JSON. */
-ordered_json to_json(const finished_recording &recorded)
+} // namespace
+
+ordered_json report_json(const finished_recording &recorded)
 {
     auto items = ordered_json::array();
     for (size_t i = 0; i < recorded.items.size(); ++i)
@@ -188,13 +189,11 @@ ordered_json to_json(const finished_recording &recorded)
             {"warnings", describe_warnings(facts_of(recorded))}};
 }
 
-} // namespace
-
 void print_report(const finished_recording &recorded, std::ostream &out, bool json)
 {
     if (json)
     {
-        print_json(out, to_json(recorded));
+        print_json(out, report_json(recorded));
         return;
     }
     print_items(out, recorded);

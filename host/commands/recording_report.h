@@ -7,6 +7,8 @@
 #include <iosfwd>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "vantor/configuration.h"
 #include "vantor/frame_tally.h"
 #include "vantor/hub.h"
@@ -29,6 +31,9 @@ struct finished_recording
     bool frames_reached; /**< the stream ended with the requested number of frames */
     std::vector<item_configuration> items;
 };
+
+/** Describes the recording as JSON. */
+nlohmann::ordered_json report_json(const finished_recording &recorded);
 
 /**
  * Prints a table of the items, the totals and the warnings.

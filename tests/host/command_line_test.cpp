@@ -53,6 +53,7 @@ TEST(command_line, prints_help)
     EXPECT_THAT(run({"validate", "--help"}).out, HasSubstr("CONFIG REQUIRED"));
     EXPECT_THAT(record, testing::ContainsRegex("--frames NUMBER +Stop after this many frames"));
     EXPECT_THAT(record, HasSubstr("--connect ADDRESS=sim: "));
+    EXPECT_THAT(record, HasSubstr("--board CONFIG=ADDRESS "));
     EXPECT_THAT(
         run({"export", "--help"}).out,
         testing::ContainsRegex(

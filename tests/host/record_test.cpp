@@ -103,7 +103,7 @@ TEST(record, records_over_a_real_connection)
     std::ostringstream out;
     record_options options;
     options.configuration = directory.write("config.json", example_session().configuration.dump());
-    options.connect = server.address();
+    options.connect = {server.address()};
     options.output = directory / "out";
     options.frames = 3;
     EXPECT_EQ(record(options, {out, out}), exit_code::success);
@@ -700,7 +700,7 @@ TEST(record, refuses_a_truth_that_is_not_that_of_the_server)
     std::ostringstream out;
     record_options options;
     options.configuration = directory.write("config.json", example_session().configuration.dump());
-    options.connect = server.address();
+    options.connect = {server.address()};
     options.output = directory / "out";
     options.truth = directory.write("truth.jsonl", "{}\n");
     EXPECT_THAT(
@@ -716,7 +716,7 @@ TEST(record, refuses_a_truth_that_is_not_that_of_the_server)
         },
         testing::ThrowsMessage<bad_recording>(HasSubstr("No such file")));
     options.truth.clear();
-    options.connect = "sim:--truth x";
+    options.connect = {"sim:--truth x"};
     EXPECT_THAT(
         [&] {
             record(options, {out, out});
