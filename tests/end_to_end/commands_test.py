@@ -544,7 +544,8 @@ class Replay(CommandTest):
             tables = []
             for recording in (original, copy):
                 with open(os.path.join(recording, name + ".frames.csv"), encoding="ascii") as file:
-                    tables.append(file.read())
+                    # Only the time in UTC may differ: the frames of the replay are measured now.
+                    tables.append([line.split(",")[:11] for line in file])
             self.assertEqual(tables[0], tables[1])
         check_recording(copy)
 
