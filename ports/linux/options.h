@@ -33,12 +33,12 @@ struct options_t
     uint16_t board = 0; /**< number of the board in its scene; 0 for the only one */
     uint64_t seed = 1;
     size_t memory_size = size_t{16} * 1024 * 1024;
-    bool virtual_clock = false;
     double clock_error_ppm = 0.0; /**< how much faster the real clock of the board runs than that of the PC */
-    uint32_t first_tick = 0;      /**< what the clock of the board shows when the server starts */
-    bool scene_goes_on = false;   /**< the scene starts with the server, not with each session */
-    bool ideal = false;           /**< the sensors have no imperfections */
-    uint32_t stall_limit_s = 10;  /**< how long a host may accept no data; 0 for any time */
+    bool virtual_clock = false;
+    bool scene_goes_on = false;  /**< the scene starts with the server, not with each session */
+    bool ideal = false;          /**< the sensors have no imperfections */
+    uint32_t stall_limit_s = 10; /**< how long a host may accept no data; 0 for any time */
+    uint32_t first_tick = 0;     /**< what the clock of the board shows when the server starts */
     std::string board_name = "simulated board"; /**< reported by `identify` */
     std::string board_id;                       /**< reported by `identify`; empty for none */
     std::string scene_path;                     /**< empty for the built-in scene */
