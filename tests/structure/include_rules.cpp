@@ -170,13 +170,13 @@ void add_host_rules(rules_t &rules)
     // The client does not need to know how a configuration is checked or planned.
     const public_layer client(rules, basics.all(),
                               {"time_source", "sample", "sample_buffer", "address", "loss_counter",
-                               "tick_clock", "board_clock", "utc_time", "event_loop", "link",
+                               "tick_clock", "board_clock", "utc_time", "event_loop", "blocking_work", "link",
                                "message_parser", "truth", "session", "client"});
     const public_layer recording(rules, joined(configuration.all(), client.all()),
-                                 {"arrived_frame", "flag_counts", "recording_error", "segment", "capture",
-                                  "frame_table", "item_statistics", "recorded_item", "session_description",
-                                  "recording_source", "reported_plan", "truth_table", "recording_reader",
-                                  "recording_writer"});
+                                 {"arrived_frame", "flag_counts", "recording_error", "collection_stream",
+                                  "board_collection", "segment", "capture", "frame_table", "item_statistics",
+                                  "recorded_item", "session_description", "recording_source", "reported_plan",
+                                  "truth_table", "recording_reader", "recording_writer"});
     const public_layer hub(rules, recording.all(),
                            {"frame_sink", "frame_source", "frame_tally", "hub", "recording_sink",
                             "truth_file", "session_source"});
