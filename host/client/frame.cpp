@@ -2,6 +2,7 @@
  * Frames: their messages, and their parts.
  */
 #include <bit>
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <type_traits>
@@ -70,6 +71,21 @@ frame_item decode_item(const nlohmann::json &document)
     return item;
 }
 
+/** The number of seconds in microseconds. */
+double seconds_in(std::chrono::microseconds span)
+{
+    return static_cast<double>(span.count()) / std::micro::den;
+}
+
+/** Adds the time of an item in whole microseconds, and its bound, which includes what was cut off. */
+void add_time(nlohmann::ordered_json &document, const utc_time &utc)
+{
+    const auto moment = std::chrono::floor<std::chrono::microseconds>(utc.moment);
+    const auto bound = std::chrono::ceil<std::chrono::microseconds>(utc.bound + (utc.moment - moment));
+    document["utc_s"] = seconds_in(moment.time_since_epoch());
+    document["utc_bound_s"] = seconds_in(bound);
+}
+
 /** Encodes the part of a frame header that describes one item. */
 nlohmann::ordered_json encode_item(const frame_item &item)
 {
@@ -82,6 +98,10 @@ nlohmann::ordered_json encode_item(const frame_item &item)
     set_if_known(document, "cca_value", item.cca_value);
     set_if_known(document, "cca_detected", item.cca_detected);
     set_if_known(document, "tx_enabled", item.tx_enabled);
+    if (item.utc)
+    {
+        add_time(document, *item.utc);
+    }
     return document;
 }
 

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "raw_client.h"
+#include "vantor/session.h"
 
 namespace vantor
 {
@@ -94,6 +95,30 @@ public:
     }
 };
 
+/** A frame of one item with one sample. */
+std::shared_ptr<const frame> frame_at(const std::optional<utc_time> &utc)
+{
+    auto metadata = std::make_shared<session_metadata>();
+    metadata->items.resize(1);
+    metadata->items[0].frame_length = 1;
+    std::vector<frame_item> items(1);
+    items[0].utc = utc;
+    return std::make_shared<const frame>(
+        make_frame(std::move(metadata), std::vector<sample>(1), std::move(items)));
+}
+
+/** The description of the first item in the next frame that a viewer receives. */
+nlohmann::json item_received(raw_client &viewer)
+{
+    auto message = viewer.receive_message();
+    while (message.kind != frame_kind::binary)
+    {
+        message = viewer.receive_message();
+    }
+    const auto header = message.payload.substr(0, message.payload.find('\n'));
+    return nlohmann::json::parse(header).at("result_info").at(0).at(0);
+}
+
 constexpr const char *too_many = "Too many requests wait: send the next one after the answer.";
 
 } // namespace
@@ -145,6 +170,25 @@ TEST(viewers, close_one_that_leaves_many_bytes_unread)
         }
     });
     EXPECT_EQ(viewer.close_reason(), "This viewer does not read its messages.");
+}
+
+TEST(viewers, receive_times_with_bounds_in_microseconds)
+{
+    using namespace std::chrono_literals;
+    running_viewers all;
+    open_viewer viewer(all);
+    all.on_loop([](viewers &served) {
+        constexpr std::chrono::sys_seconds begin(1'000'000'000s);
+        served.add(frame_at(utc_time{begin + 123456789ns, 300us}));
+        served.add(frame_at(utc_time{begin + 123456ns * 1000, 300us}));
+        served.add(frame_at(std::nullopt));
+    });
+    const auto cut = item_received(viewer);
+    EXPECT_EQ(cut.at("utc_s"), 1'000'000'000.123456);
+    EXPECT_EQ(cut.at("utc_bound_s"), 0.000301);
+    EXPECT_EQ(item_received(viewer).at("utc_bound_s"), 0.0003);
+    const auto unknown = item_received(viewer);
+    EXPECT_FALSE(unknown.contains("utc_s") || unknown.contains("utc_bound_s")) << unknown;
 }
 
 } // namespace vantor

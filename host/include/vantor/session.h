@@ -302,7 +302,10 @@ frame make_frame(std::shared_ptr<const session_metadata> metadata, std::vector<s
 frame make_frame(std::shared_ptr<const session_metadata> metadata, sample_buffer samples,
                  std::vector<frame_item> items);
 
-/** Encodes a frame as a server sends it: the header, a line feed, the samples. */
+/**
+ * Encodes a frame as a server sends it: the header, a line feed, the samples. Items whose time is known also
+ * have "utc_s", in seconds since 1970-01-01 UTC, and its bound "utc_bound_s".
+ */
 std::string encode_frame(const frame &encoded);
 
 /**

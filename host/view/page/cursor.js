@@ -1,7 +1,7 @@
 /** Two cursors, A and B, and what they read. */
 import { fixed } from './axes.js';
 import { dbfs, meanLevels, millimetresPerRadian } from './mathematics.js';
-import { inUnit, unitOfDifference } from './units.js';
+import { inUnit, timeOfDay, unitOfDifference } from './units.js';
 import { view } from './view.js';
 
 export class Cursors {
@@ -55,6 +55,7 @@ export class Cursors {
 			metres: layout.distances[cursor.point],
 			level: inUnit(dbfs(this.levels[cursor.point], full_scale), full_scale),
 			seconds: ring.time(number) - ring.time(shown),
+			utc: cursor.seconds === null ? NaN : ring.utc(number),
 			displacement: cursor.point === this.analysis.point ? this.analysis.phase(number) * millimetresPerRadian(layout.item) : NaN,
 		};
 	}
@@ -68,11 +69,11 @@ export function describe(a, b) {
 /** @param {Reading | null} reading @param {string} unit */
 function textOf(reading, unit) {
 	return reading ? `${fixed(reading.metres, 3)} m  ${fixed(reading.level, 1)} ${unit}  ${fixed(reading.seconds, 2)} s${
-		Number.isNaN(reading.displacement) ? '' : `  ${fixed(reading.displacement, 3)} mm`}` : '–';
+		Number.isNaN(reading.utc) ? '' : `  ${timeOfDay(reading.utc)} UTC`}${Number.isNaN(reading.displacement) ? '' : `  ${fixed(reading.displacement, 3)} mm`}` : '–';
 }
 
 /** @param {Reading} a @param {Reading} b */
 export function difference(a, b) {
 	const minus = (/** @type {keyof Reading} */ name) => b[name] - a[name];
-	return { metres: minus('metres'), level: minus('level'), seconds: minus('seconds'), displacement: minus('displacement') };
+	return { metres: minus('metres'), level: minus('level'), seconds: minus('seconds'), utc: NaN, displacement: minus('displacement') };
 }

@@ -37,6 +37,8 @@ function panelNumbers({ layout, analysis, cursors, level, waterfall, velocity, .
 		frames: panel.frames,
 		count: analysis.count,
 		tick: shown >= ring.first && shown <= ring.last ? ring.tick(shown, analysis.index) : null,
+		utc: ring.utc(shown),
+		bound: ring.bound(shown),
 		truth: ring.targets(shown, analysis.index),
 		level: Array.from(level.live),
 		held: Array.from(level.held),

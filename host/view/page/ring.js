@@ -29,6 +29,9 @@ export class FrameRing {
 		this.ticks = new Uint32Array(this.capacity * items);
 		this.marks = new Uint8Array(this.capacity * items);
 		this.arrivals = new Float64Array(this.capacity);
+		/** Of the first item, in seconds; NaN if unknown. */
+		this.utcs = new Float64Array(this.capacity);
+		this.bounds = new Float64Array(this.capacity);
 		/** @type {Truth['items'][]} */
 		this.truths = new Array(this.capacity).fill([]);
 		this.clear();
@@ -50,7 +53,7 @@ export class FrameRing {
 	}
 
 	get size() {
-		return this.samples.byteLength + this.capacity * (16 + 5 * this.items);
+		return this.samples.byteLength + this.capacity * (32 + 5 * this.items);
 	}
 
 	/** @param {number} number */
@@ -66,6 +69,8 @@ export class FrameRing {
 		this.times[slot] = seconds;
 		this.arrivals[slot] = arrival;
 		this.truths[slot] = truth;
+		this.utcs[slot] = frame.items[0]?.utc_s ?? NaN;
+		this.bounds[slot] = frame.items[0]?.utc_bound_s ?? NaN;
 		for (let i = 0; i < this.items; i++) {
 			const info = frame.items[i];
 			this.ticks[slot * this.items + i] = info.tick;
@@ -83,6 +88,16 @@ export class FrameRing {
 	/** @param {number} number */
 	time(number) {
 		return this.times[this.slot(number)];
+	}
+
+	/** When a frame was measured, in seconds since 1970; NaN if unknown. @param {number} number */
+	utc(number) {
+		return this.utcs[this.slot(number)];
+	}
+
+	/** How far the true time can be from it, in seconds. @param {number} number */
+	bound(number) {
+		return this.bounds[this.slot(number)];
 	}
 
 	/** @param {number} number @param {number} item */

@@ -1,6 +1,7 @@
 /** The strip of figures. */
 import { app } from './app.js';
 import { fixed } from './axes.js';
+import { boundText, timeOfDay } from './units.js';
 import { box, element, setText } from './view.js';
 
 /** @type {Map<string, Cell>} */
@@ -43,12 +44,20 @@ export function showNothing() {
 	showFigure('vantor view', 'not connected', true);
 }
 
+/** When the frame that is shown was measured; empty if unknown. @param {(utc: number) => string} text */
+export function timeText(text = timeOfDay) {
+	const [panel] = app.panels;
+	const utc = panel?.ring.utc(panel.shown);
+	return utc ? `${text(utc)} UTC ${boundText(panel.ring.bound(panel.shown))}` : '';
+}
+
 /** @param {State} state */
 export function showState(state) {
 	showFigure('vantor view', '');
 	showFigure(app.hello?.kind ?? '', state.connection, isLost());
 	const due = state.rate_due > 0 ? ` of ${Number(state.rate_due.toFixed(2))}` : '';
 	showFigure('rate', `${fixed(state.rate, 1)}${due} /s`, state.rate < 0.9 * state.rate_due);
+	showFigure('measured', timeText());
 	const { missing: lost, dropped, delayed, saturated, invalid, memory, stack } = state;
 	for (const [name, count] of Object.entries({ lost, dropped, delayed, saturated, 'channel busy': invalid })) {
 		showFigure(name, countText(count), count > 0);

@@ -1,7 +1,8 @@
 /** The line of time: the last minute of a server, or a whole recording. */
 import { fixed } from './axes.js';
 import { app, send } from './app.js';
-import { isLost } from './state.js';
+import { isLost, timeText } from './state.js';
+import { dateAndTime } from './units.js';
 import { box, button, byId, input, redraw, setText, view } from './view.js';
 
 const scrub = input('scrub');
@@ -141,5 +142,5 @@ export function momentText() {
 	const { seconds } = app.state?.position ?? { seconds: panel?.time ?? NaN };
 	const clock = isRecording() ? Date.parse(app.hello?.recorded ?? '') + 1000 * seconds : performance.timeOrigin + (panel?.arrival ?? NaN);
 	const day = Number.isNaN(clock) ? 'unknown time' : `${new Date(clock).toISOString().slice(0, 19).replace('T', ' ')} UTC`;
-	return `${fixed(seconds, 2)} s  ·  ${day}`;
+	return `${fixed(seconds, 2)} s  ·  ${timeText(dateAndTime) || day}`;
 }

@@ -154,6 +154,9 @@ interface ItemInfo {
   calibration_needed: boolean;
   frame_delayed: boolean;
   data_valid?: boolean;
+  /** When it was measured, in seconds since 1970 in UTC, and how far the true time can be from it. */
+  utc_s?: number;
+  utc_bound_s?: number;
 }
 
 /** A received frame: the items in the order of the payload, and the payload itself. */
@@ -222,6 +225,8 @@ interface Reading {
   metres: number;
   level: number;
   seconds: number;
+  /** At the time of the cursor; NaN if it has none, or it is unknown. */
+  utc: number;
   displacement: number;
 }
 

@@ -32,6 +32,18 @@ describe('live view', () => {
     await page.screenshot('live-light');
   });
 
+  test('frames have their time in UTC, with its bound', async () => {
+    const { panels: [{ utc, bound }] } = await page.until(({ panels: [panel] }) => panel.bound < 0.1);
+    assert.ok(Math.abs(utc - Date.now() / 1000) < 600, `${utc} s`);
+    assert.ok(bound > 0);
+    await page.textBecomes('#figures', /measured\d\d:\d\d:\d\d\.\d{4} UTC ± \d+\.\d ms/);
+    const map = page.tab.locator('.item').first().locator('.plot').nth(1);
+    const { width, height } = await map.boundingBox();
+    await map.click({ position: { x: width / 2, y: 8 } });
+    await page.until(({ panels: [{ cursors }] }) => / \d\d:\d\d:\d\d\.\d{4} UTC( |$)/.test(cursors.readings[0]));
+    await page.press('x');
+  });
+
   test('the picture stands still, and frames go on', async () => {
     await page.press('Space');
     const { panels: [{ tick }] } = await page.until(({ frozen }) => frozen);
@@ -230,7 +242,7 @@ describe('live view', () => {
   test('a picture is saved', async () => {
     for (const save of [() => page.click('#png'), () => page.press('s')]) {
       const { download, title } = await page.savedPanels(save);
-      assert.match(title, /^simulated board  ·  \d+\.\d\d s  ·  \S+ \S+ UTC  ·  vantor \d+\.\d+\.\d+  ·  sim:/);
+      assert.match(title, /^simulated board  ·  \d+\.\d\d s  ·  \S+ \S+ UTC ± \d+\.\d ms  ·  vantor \d+\.\d+\.\d+  ·  sim:/);
       assert.match(download.suggestedFilename(), /^vantor-[\d-]+T[\d-]+\.png$/);
       const bytes = readFileSync(await download.path());
       assert.equal(bytes.toString('latin1', 1, 4), 'PNG');

@@ -4,7 +4,7 @@ import { Analysis } from '../../../host/view/page/analysis.js';
 import { Cursors, describe, difference } from '../../../host/view/page/cursor.js';
 import { layoutsOf, millimetresPerRadian } from '../../../host/view/page/mathematics.js';
 import { FrameRing } from '../../../host/view/page/ring.js';
-import { inUnit } from '../../../host/view/page/units.js';
+import { boundText, dateAndTime, inUnit, timeOfDay } from '../../../host/view/page/units.js';
 import { view } from '../../../host/view/page/view.js';
 import { infoOf, itemOf, samplesOf } from './samples.mjs';
 
@@ -15,7 +15,7 @@ function setUp() {
   const analysis = new Analysis(layout, ring, 0);
   for (let n = 0; n < 10; n++) {
     const samples = samplesOf(4, (i) => [10 ** i * 3.2767 * Math.cos(n * 0.2), 10 ** i * 3.2767 * Math.sin(n * 0.2)]);
-    ring.push({ items: [infoOf(n)], payload: new Uint8Array(samples.buffer) }, n * 0.1, n === 0, 0);
+    ring.push({ items: [infoOf(n, n < 5 ? {} : { utc_s: 1e9 + n * 0.1, utc_bound_s: 0.001 })], payload: new Uint8Array(samples.buffer) }, n * 0.1, n === 0, 0);
   }
   analysis.catchUp(() => {});
   return { layout, analysis, cursors: new Cursors(analysis) };
@@ -108,4 +108,22 @@ test('no cursor reads a frame after the one that is shown', () => {
   cursors.place('b', 1, 0.8);
   near(cursors.read(cursors.b, 9).seconds, -0.1, 1e-9);
   assert.deepEqual(cursors.read(cursors.b, 4), cursors.read({ point: 1, seconds: null }, 4));
+});
+
+test('a cursor with a time reads UTC, if it is known', () => {
+  const { cursors } = setUp();
+  cursors.place('b', 3, 0.7);
+  // 1,000,000,000 s are 31 years with 8 leap days, 251 days, 1 h, 46 min and 40 s.
+  assert.match(describe(null, cursors.read(cursors.b, 9))[1], / {2}−0\.20 s {2}01:46:40\.7000 UTC( |$)/);
+  cursors.place('b', 3, 0.2);
+  assert.match(describe(null, cursors.read(cursors.b, 9))[1], / {2}−0\.70 s(?! {2}\S+ UTC)/);
+  assert.ok(!describe(cursors.read(cursors.a, 9), null)[0].includes('UTC'));
+});
+
+test('times are rounded to what bounds need, and bounds include that', () => {
+  assert.equal(dateAndTime(951782399.99994), '2000-02-28 23:59:59.9999');
+  assert.equal(dateAndTime(951782399.99996), '2000-02-29 00:00:00.0000');
+  assert.equal(timeOfDay(0.25), '00:00:00.2500');
+  assert.equal(boundText(0.0003), '± 0.4 ms');
+  assert.equal(boundText(0.02001), '± 20.1 ms');
 });

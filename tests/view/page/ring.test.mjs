@@ -56,3 +56,11 @@ test('a cleared ring is empty, and numbers go on', () => {
   ring.push(frameOf(2), 0, false, 0);
   assert.deepEqual([ring.first, ring.last], [1, 1]);
 });
+
+test('times are those of the first item, and unknown without them', () => {
+  const ring = new FrameRing(4, 1, 2);
+  ring.push(frameOf(1, [infoOf(1, { utc_s: 1e9 + 0.5, utc_bound_s: 0.0003 }), infoOf(2)]), 0, true, 0);
+  ring.push(frameOf(2, [infoOf(1), infoOf(2)]), 1, true, 0);
+  assert.deepEqual([ring.utc(0), ring.bound(0)], [1e9 + 0.5, 0.0003]);
+  assert.ok(Number.isNaN(ring.utc(1)) && Number.isNaN(ring.bound(1)));
+});
