@@ -9,11 +9,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "hub/playback_source.h"
 #include "vantor/event_loop.h"
-#include "vantor/flag_counts.h"
 #include "vantor/recording_reader.h"
-#include "view/stream_watch.h"
+#include "view/playback_board.h"
 #include "view/view_requests.h"
 #include "view/viewers.h"
 
@@ -49,8 +47,6 @@ private:
     [[nodiscard]] request_rules rules();
     void check(const viewer_request &request);
     void seek(const viewer_request &request);
-    void show_before(uint64_t target, double seconds);
-    [[nodiscard]] uint64_t frames_in(double seconds) const;
     void set_speed(const viewer_request &request);
     void play(const viewer_request &request);
     void pause(const viewer_request &request);
@@ -58,23 +54,14 @@ private:
     void play_frames(const std::function<bool()> &stop);
     void begin_with_first_viewer();
     void wait_for_request();
-    void show_next();
-    void count_flags();
-    [[nodiscard]] bool ended() const;
-    [[nodiscard]] nlohmann::ordered_json position() const;
     [[nodiscard]] nlohmann::ordered_json state() const;
 
-    recording_reader &recording_;
     viewers &viewers_;
     event_loop &loop_;
     request_rules rules_;
-    playback_source source_;
-    stream_watch watch_;
+    playback_board board_;
     bool seen_ = false; /**< by a viewer */
     double speed_ = 1.0;
-    double duration_ = 0.0; /**< from the first to the last frame, in seconds */
-    uint64_t missing_ = 0;  /**< in the whole recording, as are the next */
-    flag_counts counts_;
 };
 
 } // namespace vantor
