@@ -60,9 +60,8 @@ bool is_recording(const std::filesystem::path &what)
 class announcement
 {
 public:
-    announcement(const viewers &all, const view_options &options, const command_streams &streams)
+    announcement(const view_server &server, const view_options &options, const command_streams &streams)
     {
-        const auto &server = all.server();
         if (server.reachable_from_outside())
         {
             streams.err
@@ -95,7 +94,7 @@ private:
 };
 
 /** Shows frames until the user asks to stop. Viewers receive a reason when the view ends or fails. */
-template <typename view_t> void run_view(view_t &view, viewers &all)
+template <typename view_t> void run_view(view_t &view, view_server &server)
 {
     try
     {
@@ -103,10 +102,10 @@ template <typename view_t> void run_view(view_t &view, viewers &all)
     }
     catch (const std::exception &)
     {
-        all.end("vantor view has failed; its terminal says why.");
+        server.end("vantor view has failed; its terminal says why.");
         throw;
     }
-    all.end("vantor view has ended.");
+    server.end("vantor view has ended.");
 }
 
 /** The configuration of the first session: that of the user, of a replayed recording, or of one sensor. */
@@ -159,10 +158,11 @@ exit_code view_server_frames(const view_options &options, const command_streams 
             "The configuration has no items, so there is nothing to show: add an item to "
             "\"groups\".");
     }
-    viewers all(parse_listen_address(options.listen), *loop);
+    view_server pages(parse_listen_address(options.listen), make_view_token(), *loop);
+    viewers all(pages);
     live_view view(server, std::move(settings), all, *loop);
-    const announcement shown(all, options, streams);
-    run_view(view, all);
+    const announcement shown(pages, options, streams);
+    run_view(view, pages);
     return report_failures(view, streams) ? exit_code::not_written : exit_code::success;
 }
 
@@ -194,10 +194,11 @@ exit_code view_recording(const view_options &options, const command_streams &str
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
     warn_of_damage(recording, streams, stop_if_interrupted);
-    viewers all(parse_listen_address(options.listen), *loop);
+    view_server pages(parse_listen_address(options.listen), make_view_token(), *loop);
+    viewers all(pages);
     playback_view view(recording, all, *loop);
-    const announcement shown(all, options, streams);
-    run_view(view, all);
+    const announcement shown(pages, options, streams);
+    run_view(view, pages);
     return exit_code::success;
 }
 

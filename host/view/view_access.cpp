@@ -53,23 +53,6 @@ std::optional<address> url_address(std::string_view name)
     return parsed && parsed->is_v6() == bracketed ? parsed : std::nullopt;
 }
 
-/** The value of a member of the query of a target; empty if it is missing. */
-std::string_view query_value(std::string_view target, std::string_view name)
-{
-    size_t start = target.find('?');
-    while (start != std::string_view::npos)
-    {
-        const std::string_view rest = target.substr(start + 1);
-        const std::string_view member = rest.substr(0, rest.find('&'));
-        if (member.starts_with(name) && member.substr(name.size()).starts_with('='))
-        {
-            return member.substr(name.size() + 1);
-        }
-        start = target.find('&', start + 1);
-    }
-    return {};
-}
-
 } // namespace
 
 view_access::view_access(const std::string &host, uint16_t port, std::string token)
@@ -124,7 +107,7 @@ bool view_access::is_own_host(std::string_view host) const
 
 bool view_access::has_token(std::string_view target) const
 {
-    const std::string_view given = query_value(target, "token");
+    const std::string_view given = query_value(target, "token").value_or("");
     return given.size() == token_.size() && CRYPTO_memcmp(given.data(), token_.data(), token_.size()) == 0;
 }
 

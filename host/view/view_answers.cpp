@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 #include "view/page_files.h"
 
@@ -16,7 +17,7 @@ std::span<const view_header> view_headers()
     static constexpr std::array<view_header, 6> headers{{
         {"Content-Security-Policy",
          "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; "
-         "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+         "connect-src 'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'self'"},
         {"X-Content-Type-Options", "nosniff"},
         {"Referrer-Policy", "no-referrer"},
         {"Cache-Control", "no-store"},
@@ -31,9 +32,38 @@ view_answer sentence_answer(unsigned status, std::string_view sentence)
     return {.status = status, .content_type = "text/plain; charset=utf-8", .text = sentence};
 }
 
-view_answer page_answer(std::string_view target)
+std::optional<std::string_view> query_value(std::string_view target, std::string_view name)
 {
-    const std::string_view path = target.substr(0, target.find('?'));
+    size_t start = target.find('?');
+    while (start != std::string_view::npos)
+    {
+        const std::string_view rest = target.substr(start + 1);
+        const std::string_view member = rest.substr(0, rest.find('&'));
+        if (member.starts_with(name) && member.substr(name.size()).starts_with('='))
+        {
+            return member.substr(name.size() + 1);
+        }
+        start = target.find('&', start + 1);
+    }
+    return std::nullopt;
+}
+
+std::optional<size_t> board_in(std::string_view target)
+{
+    const auto text = query_value(target, "board");
+    if (!text)
+    {
+        return std::nullopt;
+    }
+    size_t board = 0;
+    const auto *const end = text->data() + text->size();
+    return std::from_chars(text->data(), end, board).ptr == end ? board : 0;
+}
+
+view_answer page_answer(std::string_view target, size_t boards)
+{
+    const std::string_view named = target.substr(0, target.find('?'));
+    const std::string_view path = named == "/" && boards > 1 && !board_in(target) ? "/boards.html" : named;
     const auto files = page_files();
     const auto found =
         std::find_if(files.begin(), files.end(), [path](const page_file &file) { return file.path == path; });

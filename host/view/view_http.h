@@ -38,9 +38,12 @@ public:
     /** The rules of access. */
     [[nodiscard]] virtual const view_access &access() const = 0;
 
-    /** The connection is to be a WebSocket; the owner drops this object. */
-    virtual void upgrade(http_connection &connection, view_tcp_socket &&socket,
-                         view_http_request &&request) = 0;
+    /** Number of boards. */
+    [[nodiscard]] virtual size_t boards() const = 0;
+
+    /** The connection is to be a WebSocket for a board; the owner drops this object. */
+    virtual void upgrade(http_connection &connection, view_tcp_socket &&socket, view_http_request &&request,
+                         size_t board) = 0;
 
     /** The connection has ended; the owner drops this object. */
     virtual void ended(http_connection &connection) = 0;
@@ -160,6 +163,7 @@ private:
     void answer()
     {
         const auto &request = parser_->get();
+        const std::string_view target(request.target().data(), request.target().size());
         if (const auto refused = refusal())
         {
             write(*refused, request.keep_alive());
@@ -168,14 +172,18 @@ private:
         {
             write(sentence_answer(400, "A request must not have a body.\n"), false);
         }
+        else if (const auto board = board_in(target).value_or(1); board < 1 || board > owner_->boards())
+        {
+            write(sentence_answer(404, "There is no such board. Use the address that vantor view printed.\n"),
+                  request.keep_alive());
+        }
         else if (boost::beast::websocket::is_upgrade(request))
         {
-            owner_->upgrade(*this, stream_.release_socket(), parser_->release());
+            owner_->upgrade(*this, stream_.release_socket(), parser_->release(), board);
         }
         else
         {
-            const auto target = request.target();
-            write(page_answer({target.data(), target.size()}), request.keep_alive());
+            write(page_answer(target, owner_->boards()), request.keep_alive());
         }
     }
 

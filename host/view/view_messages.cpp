@@ -112,6 +112,7 @@ ordered_json hello_message(view_kind kind, const std::string &name, const std::s
             {"kind", kind == view_kind::server ? "server" : "recording"},
             {"source", source},
             {"name", name},
+            {"id", nullptr},
             {"recorded", nullptr},
             {"schema", configuration_schema()}};
 }

@@ -3,11 +3,13 @@
  */
 #include "view/view_server.h"
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -43,8 +45,7 @@ tcp::endpoint endpoint_of(const view_address &where)
 /** The port and its connections. What waits on the loop does not keep it alive. */
 struct view_server::implementation : http_owner, socket_owner, std::enable_shared_from_this<implementation>
 {
-    implementation(view_handler &informed, event_loop &shared_loop, const view_limits &allowed)
-        : handler(&informed), loop(shared_loop), limits(allowed)
+    implementation(event_loop &shared_loop, const view_limits &allowed) : loop(shared_loop), limits(allowed)
     {
     }
 
@@ -74,14 +75,17 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
         tick_timer.expires_after(view_tick_interval);
         tick_timer.async_wait(unless_ended([](implementation &self, const auto & /*failure*/) {
             self.tick_later();
-            self.handler->tick();
+            for (auto *const handler : self.handlers)
+            {
+                handler->tick();
+            }
         }));
     }
 
     /** Accepts the next connection. The others wait in the queue of the system. */
     void accept_next()
     {
-        accepting = connections.size() < limits.connections;
+        accepting = connections.size() < limits.connections * handlers.size();
         if (accepting)
         {
             acceptor.async_accept(
@@ -120,17 +124,38 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
         return *rules;
     }
 
-    void upgrade(http_connection &connection, tcp::socket &&socket, view_http_request &&request) override
+    [[nodiscard]] size_t boards() const override
     {
-        const auto viewer = std::make_shared<view_socket>(std::move(socket), next_number++, *this, limits);
+        return handlers.size();
+    }
+
+    void upgrade(http_connection &connection, tcp::socket &&socket, view_http_request &&request,
+                 size_t board) override
+    {
+        const view_socket::identity identity{.number = next_number++, .board = board};
+        const auto viewer = std::make_shared<view_socket>(std::move(socket), identity, *this, limits);
         connections.insert(viewer);
         viewer->accept(request);
         remove(connection.shared_from_this());
     }
 
+    /** What handles the viewers of a board. */
+    [[nodiscard]] view_handler &handler_of(const view_socket &socket) const
+    {
+        return *handlers.at(socket.board() - 1);
+    }
+
+    /** Number of viewers of a board. */
+    [[nodiscard]] size_t viewers_of(size_t board) const
+    {
+        return static_cast<size_t>(std::count_if(viewers.begin(), viewers.end(), [board](const auto &viewer) {
+            return viewer.second->board() == board;
+        }));
+    }
+
     void opened(view_socket &socket) override
     {
-        if (viewers.size() >= limits.viewers)
+        if (viewers_of(socket.board()) >= limits.viewers)
         {
             socket.close(view_socket::close_code::try_again_later,
                          std::to_string(limits.viewers) +
@@ -138,17 +163,17 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
             return;
         }
         viewers.emplace(socket.number(), socket.shared_from_this());
-        handler->opened(socket.number());
+        handler_of(socket).opened(socket.number());
     }
 
     void received(view_socket &socket, std::string &&text) override
     {
-        handler->received(socket.number(), std::move(text));
+        handler_of(socket).received(socket.number(), std::move(text));
     }
 
     void sent(view_socket &socket) override
     {
-        handler->sent(socket.number());
+        handler_of(socket).sent(socket.number());
     }
 
     void ended(http_connection &connection) override
@@ -161,7 +186,7 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
         remove(socket.shared_from_this());
         if (viewers.erase(socket.number()) > 0 && acceptor.is_open())
         {
-            handler->closed(socket.number());
+            handler_of(socket).closed(socket.number());
         }
     }
 
@@ -175,7 +200,7 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
         }
     }
 
-    /** Accepts nothing and calls the handler no more. */
+    /** Accepts nothing and calls the handlers no more. */
     void stop_listening()
     {
         boost::system::error_code ignored;
@@ -210,7 +235,7 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
         loop.run_to_end([&late] { return late; });
     }
 
-    view_handler *handler;
+    std::vector<view_handler *> handlers; /**< of the boards */
     event_loop &loop;
     view_limits limits;
     std::optional<view_access> rules;
@@ -224,9 +249,8 @@ struct view_server::implementation : http_owner, socket_owner, std::enable_share
     uint16_t port = 0;
 };
 
-view_server::view_server(const view_address &where, std::string token, view_handler &handler,
-                         event_loop &loop, view_limits limits)
-    : implementation_(std::make_shared<implementation>(handler, loop, limits))
+view_server::view_server(const view_address &where, std::string token, event_loop &loop, view_limits limits)
+    : implementation_(std::make_shared<implementation>(loop, limits))
 {
     const auto endpoint = endpoint_of(where);
     try
@@ -240,7 +264,6 @@ view_server::view_server(const view_address &where, std::string token, view_hand
     }
     implementation_->port = implementation_->acceptor.local_endpoint().port();
     implementation_->rules.emplace(where.host, implementation_->port, std::move(token));
-    implementation_->accept_next();
     implementation_->tick_later();
 }
 
@@ -248,6 +271,20 @@ view_server::~view_server()
 {
     implementation_->stop_listening();
     implementation_->drop_all();
+}
+
+void view_server::add_board(view_handler &handler)
+{
+    implementation_->handlers.push_back(&handler);
+    if (!implementation_->accepting)
+    {
+        implementation_->accept_next();
+    }
+}
+
+size_t view_server::boards() const noexcept
+{
+    return implementation_->handlers.size();
 }
 
 uint16_t view_server::port() const

@@ -26,8 +26,8 @@ struct view_address
 /** What viewers can use. */
 struct view_limits
 {
-    size_t viewers = 16;                       /**< at a time */
-    size_t connections = 64;                   /**< of any kind, at a time */
+    size_t viewers = 16;                       /**< of a board, at a time */
+    size_t connections = 64;                   /**< of any kind, for each board, at a time */
     size_t request_bytes = 1U << 20U;          /**< of a message of a viewer */
     std::chrono::milliseconds request{10000};  /**< for a whole HTTP request or answer */
     std::chrono::milliseconds silence{300000}; /**< a viewer that answers no ping for so long is dropped */
@@ -42,7 +42,8 @@ enum class view_message
     binary,
 };
 
-/** Is called by the loop, never from inside a call of the server. It must not throw. */
+/** What a board does with its viewers. Is called by the loop, never from inside a call of the server. It must
+ * not throw. */
 class view_handler
 {
 public:
@@ -69,27 +70,35 @@ public:
     virtual void tick() = 0;
 };
 
-/** Serves the live view to browsers. */
+/** Serves the live view of one or several boards to browsers. */
 class view_server
 {
 public:
     /**
      * Starts to listen.
      *
-     * @param token    what a viewer must know to connect
-     * @param handler  must exist as long as the server
-     * @param loop     runs the server; must exist as long as it
+     * @param token  what a viewer must know to connect
+     * @param loop   runs the server; must exist as long as it
      * @throws error if the address is not valid, in use or not allowed
      */
-    view_server(const view_address &where, std::string token, view_handler &handler, event_loop &loop,
-                view_limits limits = {});
+    view_server(const view_address &where, std::string token, event_loop &loop, view_limits limits = {});
     view_server(const view_server &) = delete;
     view_server &operator=(const view_server &) = delete;
     view_server(view_server &&) = delete;
     view_server &operator=(view_server &&) = delete;
 
-    /** Closes everything. The handler is not called any more. */
+    /** Closes everything. The handlers are not called any more. */
     ~view_server();
+
+    /**
+     * Serves another board. Must be called before the loop runs, at least once.
+     *
+     * @param handler  of its viewers; must exist as long as the loop runs
+     */
+    void add_board(view_handler &handler);
+
+    /** Number of boards. */
+    [[nodiscard]] size_t boards() const noexcept;
 
     /** The port number. */
     [[nodiscard]] uint16_t port() const;
@@ -117,7 +126,7 @@ public:
 
     /**
      * Closes all connections, and waits at most half a second until the viewers have confirmed it. The
-     * handler is not called any more. Must not be called by the loop.
+     * handlers are not called any more. Must not be called by the loop.
      */
     void end(const std::string &reason);
 

@@ -68,16 +68,29 @@ class view_socket : public view_connection, public std::enable_shared_from_this<
 public:
     using close_code = boost::beast::websocket::close_code;
 
-    /** @param number  of the viewer */
-    view_socket(view_tcp_socket &&socket, uint64_t number, socket_owner &owner, const view_limits &limits)
-        : stream_(std::move(socket)), number_(number), owner_(&owner), limits_(limits)
+    /** The viewer. */
+    struct identity
+    {
+        uint64_t number = 0;
+        size_t board = 1; /**< which it sees, from 1 */
+    };
+
+    view_socket(view_tcp_socket &&socket, const identity &viewer, socket_owner &owner,
+                const view_limits &limits)
+        : stream_(std::move(socket)), viewer_(viewer), owner_(&owner), limits_(limits)
     {
     }
 
     /** The number of the viewer. */
     [[nodiscard]] uint64_t number() const noexcept
     {
-        return number_;
+        return viewer_.number;
+    }
+
+    /** The board that the viewer sees, from 1. */
+    [[nodiscard]] size_t board() const noexcept
+    {
+        return viewer_.board;
     }
 
     /** Confirms that the connection is a WebSocket. */
@@ -246,7 +259,7 @@ private:
     }
 
     boost::beast::websocket::stream<boost::beast::tcp_stream, false> stream_;
-    uint64_t number_;
+    identity viewer_;
     socket_owner *owner_; /**< null if the socket was dropped */
     view_limits limits_;
     boost::asio::steady_timer deadline_{stream_.get_executor()};

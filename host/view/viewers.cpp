@@ -61,9 +61,9 @@ bool replaces_earlier(const std::string &type)
 
 } // namespace
 
-viewers::viewers(const view_address &where, event_loop &loop)
-    : server_(where, make_view_token(), static_cast<view_handler &>(*this), loop)
+viewers::viewers(view_server &server) : server_(server), board_(server.boards() + 1)
 {
+    server_.add_board(*this);
 }
 
 void viewers::begin_session(const nlohmann::ordered_json &session)
@@ -122,11 +122,6 @@ std::optional<viewer_request> viewers::next_request()
     return viewer_request{.viewer = first.viewer, .type = first.type, .document = parse_request(first.text)};
 }
 
-void viewers::end(const std::string &reason)
-{
-    server_.end(reason);
-}
-
 void viewers::begin(const segment & /*next*/)
 {
 }
@@ -159,6 +154,8 @@ void viewers::opened(uint64_t number)
     hello["viewer"] = name;
     hello["viewers"] = viewers_.size();
     hello["controls"] = controls(number);
+    hello["board"] = board_;
+    hello["boards"] = server_.boards();
     queue_text(number, who, hello);
     if (!session_.is_null())
     {

@@ -40,20 +40,8 @@ struct viewer_request
 class viewers : public frame_sink, private view_handler
 {
 public:
-    /**
-     * Starts to listen.
-     *
-     * @param where  the address
-     * @param loop   must outlive this object
-     * @throws error if the address cannot be used
-     */
-    viewers(const view_address &where, event_loop &loop);
-
-    /** The server, for its address. */
-    [[nodiscard]] const view_server &server() const noexcept
-    {
-        return server_;
-    }
+    /** @param server  serves them as those of its next board; must outlive this object */
+    explicit viewers(view_server &server);
 
     /** Sets what every viewer receives when it connects, except its own number and rights. */
     void set_greeting(nlohmann::ordered_json hello)
@@ -103,9 +91,6 @@ public:
     {
         return controller_ == number;
     }
-
-    /** Closes all connections, and stops listening. */
-    void end(const std::string &reason);
 
     void begin(const segment &next) override;
     void add(const std::shared_ptr<const frame> &received) override;
@@ -158,7 +143,8 @@ private:
     uint64_t controller_ = 0; /**< 0 if nobody controls */
     std::deque<waiting_request> requests_;
     std::shared_ptr<const frame> last_; /**< of the session, for viewers that open the page later */
-    view_server server_;
+    view_server &server_;
+    size_t board_; /**< from 1 */
 };
 
 } // namespace vantor

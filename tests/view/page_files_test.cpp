@@ -153,6 +153,25 @@ TEST(page_answer, is_the_file_that_the_target_names)
     EXPECT_EQ(page_answer("/icon.svg").content_type, "image/svg+xml");
 }
 
+TEST(page_answer, is_the_page_of_all_boards_if_there_are_several)
+{
+    EXPECT_EQ(page_answer("/?token=1", 2).text, page_answer("/boards.html").text);
+    EXPECT_THAT(page_answer("/?token=1", 2).text, ::testing::HasSubstr("boards.js"));
+    EXPECT_EQ(page_answer("/?token=1&board=2", 2).text, page_answer("/?token=1").text);
+    EXPECT_EQ(page_answer("/main.js", 2).text, page_answer("/main.js").text);
+}
+
+TEST(board_in, is_the_number_of_a_board_in_a_target)
+{
+    EXPECT_EQ(board_in("/stream?token=1"), std::nullopt);
+    EXPECT_EQ(board_in("/stream?token=1&board=12"), 12U);
+    EXPECT_EQ(board_in("/?board=3&board=4"), 3U);
+    for (const char *wrong : {"", "-1", "x", "1x", " 1", "99999999999999999999999"})
+    {
+        EXPECT_EQ(board_in(std::string("/?board=") + wrong), 0U) << wrong;
+    }
+}
+
 TEST(page_answer, refuses_other_targets)
 {
     for (const char *target :
@@ -163,9 +182,9 @@ TEST(page_answer, refuses_other_targets)
     }
 }
 
-TEST(page_files, need_only_what_the_page_asks_for)
+TEST(page_files, need_only_what_the_pages_ask_for)
 {
-    const auto page = std::string(page_answer("/").text);
+    const auto page = std::string(page_answer("/").text) + std::string(page_answer("/boards.html").text);
     static const std::regex reference(R"rx((?:src|href)="([^"]+)")rx");
     size_t references = 0;
     for (auto match = std::sregex_iterator(page.begin(), page.end(), reference);
@@ -174,12 +193,12 @@ TEST(page_files, need_only_what_the_page_asks_for)
         EXPECT_EQ(page_answer((*match)[1].str()).status, 200U) << (*match)[1].str();
         ++references;
     }
-    EXPECT_EQ(references, 4U);
+    EXPECT_EQ(references, 7U);
 }
 
 TEST(page_files, have_no_inline_code_or_style)
 {
-    const auto page = std::string(page_answer("/").text);
+    const auto page = std::string(page_answer("/").text) + std::string(page_answer("/boards.html").text);
     EXPECT_FALSE(
         std::regex_search(page, std::regex(R"rx(<script(?![^>]*\ssrc=)|<style|\sstyle=|\son\w+=)rx")));
 }

@@ -76,12 +76,13 @@ std::vector<std::string> noting_handler::calls()
 }
 
 running_server::running_server(view_limits limits)
-    : server_(std::make_unique<view_server>(view_address(), token, handler, loop_, limits)),
-      port_(server_->port()), thread_([this] {
+    : server_(std::make_unique<view_server>(view_address(), token, loop_, limits)), port_(server_->port()),
+      thread_([this] {
           loop_.run_until([this] { return stopped_; }, event_loop::time_point::max());
           server_.reset();
       })
 {
+    on_loop([this](view_server &served) { served.add_board(handler); });
 }
 
 running_server::~running_server()

@@ -25,7 +25,7 @@ TEST(view_headers, keep_other_pages_out)
     const std::map<std::string, std::string> expected{
         {"Content-Security-Policy",
          "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; connect-src "
-         "'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+         "'self'; frame-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'self'"},
         {"X-Content-Type-Options", "nosniff"},
         {"Referrer-Policy", "no-referrer"},
         {"Cache-Control", "no-store"},

@@ -254,12 +254,11 @@ TEST(view_server_http, survives_a_lack_of_files)
 TEST(view_server_http, reports_an_address_that_it_cannot_use)
 {
     running_server server;
-    noting_handler handler;
     event_loop loop;
     const auto message_for = [&](const std::string &host, uint16_t port) -> std::string {
         try
         {
-            const view_server second({.host = host, .port = port}, "token", handler, loop);
+            const view_server second({.host = host, .port = port}, "token", loop);
             return "no exception";
         }
         catch (const error &failure)
@@ -281,9 +280,8 @@ TEST(view_server_http, reports_an_address_that_it_cannot_use)
 
 TEST(view_server_http, listens_on_every_interface_if_asked)
 {
-    noting_handler handler;
     event_loop loop;
-    const view_server server({.host = "0.0.0.0", .port = 0}, "token", handler, loop);
+    const view_server server({.host = "0.0.0.0", .port = 0}, "token", loop);
     EXPECT_TRUE(server.reachable_from_outside());
     EXPECT_THAT(server.url(), StartsWith("http://127.0.0.1:" + std::to_string(server.port()) + "/"));
 }

@@ -386,4 +386,32 @@ TEST(view_server_socket, ticks_four_times_a_second)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(750));
 }
 
+TEST(view_server_socket, belongs_to_the_board_in_its_target)
+{
+    view_limits limits;
+    limits.viewers = 1;
+    noting_handler second;
+    running_server server(limits);
+    server.on_loop([&](view_server &served) {
+        served.add_board(second);
+        EXPECT_EQ(served.boards(), 2U);
+    });
+    const std::string token = running_server::token;
+    raw_client viewer(server.port());
+    EXPECT_EQ(viewer.open_stream(token + "&board=2").status, 101U);
+    second.wait_for("opened 1");
+    viewer.send_frame(frame_kind::text, "to the second");
+    second.wait_for("received 1: to the second");
+    // The other board has places for viewers of its own.
+    const open_client first(server);
+    server.handler.wait_for("opened 2");
+    EXPECT_THAT(server.handler.calls(), ElementsAre("opened 2"));
+    second.wait_for_ticks(2);
+    for (const char *wrong : {"0", "3", "x"})
+    {
+        raw_client refused(server.port());
+        EXPECT_EQ(refused.open_stream(token + "&board=" + wrong).status, 404U) << wrong;
+    }
+}
+
 } // namespace vantor

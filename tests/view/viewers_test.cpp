@@ -24,7 +24,7 @@ class running_viewers
 {
 public:
     running_viewers()
-        : all_(view_address{}, loop_),
+        : server_({}, "0123456789abcdef", loop_), all_(server_),
           thread_([this] { loop_.run_until([this] { return stopped_; }, event_loop::time_point::max()); })
     {
     }
@@ -51,17 +51,18 @@ public:
 
     [[nodiscard]] uint16_t port() const
     {
-        return all_.server().port();
+        return server_.port();
     }
 
     [[nodiscard]] std::string token() const
     {
-        const auto url = all_.server().url();
+        const auto url = server_.url();
         return url.substr(url.rfind('=') + 1);
     }
 
 private:
     event_loop loop_;
+    view_server server_;
     viewers all_;
     bool stopped_ = false; /**< used on the loop */
     std::thread thread_;

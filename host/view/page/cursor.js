@@ -42,8 +42,8 @@ export class Cursors {
 	}
 
 	/** What a cursor reads: at its time, or in the frame that is shown if that is earlier.
-	 * @param {Cursor | null} cursor @param {number} shown */
-	read(cursor, shown) {
+	 * @param {Cursor | null} cursor @param {number} shown @param {number} time  at the right edge */
+	read(cursor, shown, time = this.analysis.ring.time(shown)) {
 		const { ring, layout } = this.analysis;
 		if (!cursor || shown < ring.first || shown > ring.last) {
 			return null;
@@ -54,7 +54,7 @@ export class Cursors {
 		return {
 			metres: layout.distances[cursor.point],
 			level: inUnit(dbfs(this.levels[cursor.point], full_scale), full_scale),
-			seconds: ring.time(number) - ring.time(shown),
+			seconds: ring.time(number) - time,
 			utc: cursor.seconds === null ? NaN : ring.utc(number),
 			displacement: cursor.point === this.analysis.point ? this.analysis.phase(number) * millimetresPerRadian(layout.item) : NaN,
 		};

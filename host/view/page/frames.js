@@ -20,12 +20,12 @@ const REMEMBERED_STEPS = 8;
 
 /** Places frames on an axis of time by their ticks, and finds gaps. */
 export class FrameClock {
-	/** @param {Clock} session @param {number} seconds  of the first frame */
-	constructor(session, seconds = 0) {
+	/** @param {Clock} session */
+	constructor(session) {
 		this.ticksPerSecond = session.ticks_per_second;
 		this.period = nominalPeriod(session);
 		this.last = NaN;
-		this.seconds = seconds;
+		this.seconds = 0;
 		this.frames = 0;
 		this.steps = new Float64Array(REMEMBERED_STEPS).fill(Infinity);
 	}

@@ -1,5 +1,6 @@
 /** Connects messages, panels and pictures. */
 import { app, send } from './app.js';
+import { board } from './board.js';
 import { readTheme } from './colours.js';
 import { Connection } from './connection.js';
 import { Editor } from './editor.js';
@@ -12,7 +13,7 @@ import { FrameRing } from './ring.js';
 import { isLost, showFigure, showNothing, showState } from './state.js';
 import { askEvery, freeze, showTimeline, startTimeline } from './timeline.js';
 import { showToolbar, startToolbar } from './toolbar.js';
-import { box, button, element, setCutText, view } from './view.js';
+import { above, box, button, element, setCutText, view } from './view.js';
 
 /** Least milliseconds between two pictures, for 60 a second. */
 const PICTURE_PERIOD = 15;
@@ -35,16 +36,22 @@ let truth = [];
 function startSession(session) {
 	const [old, now] = [app.session, session].map((one) => JSON.stringify([one?.items, one?.rate]));
 	const { ring } = app;
+	// The page of several boards goes to a place without frames.
+	const jumped = app.hello?.kind === 'recording' && session.number > (app.session?.number ?? 0);
 	app.session = session;
+	app.clock = new FrameClock(session);
 	editor.changed &&= app.state?.controls ?? true;
 	editor.offer(session.configuration);
-	if (old === now && ring && ring.last >= ring.first && app.clock) {
-		const pause = (performance.now() - ring.arrivals[ring.slot(ring.last)]) / 1000;
-		app.clock = new FrameClock(session, app.clock.seconds + pause);
-		return;
+	if (old !== now || jumped || !ring || ring.last < ring.first) {
+		build(session);
 	}
-	app.clock = new FrameClock(session);
-	build(session);
+}
+
+/** The time of the first frame of a session, after those before it. @param {FrameRing} ring @param {Frame} frame */
+function resumed(ring, { items: [item] }) {
+	const { last } = ring;
+	const pause = (item?.utc_s ?? NaN) - ring.utc(last) || (performance.now() - ring.arrivals[ring.slot(last)]) / 1000;
+	return last < ring.first ? 0 : ring.time(last) + Math.max(pause, 0);
 }
 
 /** @param {Session} session */
@@ -77,6 +84,9 @@ function receiveFrame(data) {
 		if (!ring || !clock || frame.payload.length !== ring.frameBytes || frame.items.length !== ring.items) {
 			throw new Error('not of this session');
 		}
+		if (clock.frames === 0) {
+			clock.seconds = resumed(ring, frame);
+		}
 		const { seconds, gap, restart } = clock.add(frame.items[0]?.tick ?? 0, view.every);
 		if (restart) {
 			ring.clear();
@@ -95,7 +105,7 @@ function receiveText(message) {
 		case 'hello':
 			app.hello = message;
 			editor.schema = message.schema;
-			setCutText(box('name'), message.name);
+			setCutText(box('name'), above && message.id ? `${message.name} ${message.id}` : message.name);
 			setCutText(box('source'), message.source);
 			askEvery();
 			document.title = `${message.name} – vantor view`;
@@ -211,7 +221,8 @@ matchMedia('(prefers-color-scheme: dark)').onchange = () => {
 	app.panels.forEach((panel) => panel.restyle());
 };
 new ResizeObserver(resize).observe(main);
-window.vantor = { numbers };
+document.body.classList.toggle('below', above !== null);
+window.vantor = { numbers, board };
 app.connection = new Connection(`${location.origin.replace('http', 'ws')}/stream${location.search}`, {
 	text: receiveText, frame: receiveFrame, closed,
 });

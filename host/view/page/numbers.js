@@ -39,6 +39,7 @@ function panelNumbers({ layout, analysis, cursors, level, waterfall, velocity, .
 		tick: shown >= ring.first && shown <= ring.last ? ring.tick(shown, analysis.index) : null,
 		utc: ring.utc(shown),
 		bound: ring.bound(shown),
+		edge: panel.time + ring.offset,
 		truth: ring.targets(shown, analysis.index),
 		level: Array.from(level.live),
 		held: Array.from(level.held),
@@ -71,6 +72,7 @@ export function numbers() {
 		unreadable: app.unreadable,
 		bytes: (ring?.size ?? 0) + panels.reduce((sum, panel) => sum + panel.size, 0),
 		frozen: view.frozen,
+		seconds: view.seconds,
 		unit: view.unit,
 		state,
 	};

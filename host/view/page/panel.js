@@ -24,7 +24,7 @@ export class Panel {
 		/** Pictures drawn, and frames in them. */
 		this.pictures = 0;
 		this.frames = 0;
-		/** The frame that is shown, its time in seconds, and its arrival. */
+		/** The frame that is shown, the time at the right edge in seconds, and the arrival of the frame. */
 		this.shown = -1;
 		this.time = NaN;
 		this.arrival = NaN;
@@ -145,12 +145,13 @@ export class Panel {
 			}
 		});
 		const shown = view.frozen ? view.at : ring.last;
-		if ((shown === from && this.version === view.version && !again) || shown < ring.first || shown > ring.last) {
+		const time = ring.timeOf(view.edge) || ring.time(shown);
+		if ((shown === from && time === this.time && this.version === view.version && !again) || shown < ring.first || shown > ring.last) {
 			this.drawReadings(now, false);
 			return false;
 		}
 		this.shown = shown;
-		this.time = ring.time(shown);
+		this.time = time;
 		this.arrival = ring.arrivals[ring.slot(shown)];
 		const settled = analysis.count >= SETTLED_FRAMES;
 		again = (analysis.count > 0 && waterfall.offer(settled)) || again || shown - from !== written;
@@ -197,7 +198,7 @@ export class Panel {
 		this.textTime = now;
 		this.read = this.shown;
 		const { a, b } = this.cursors;
-		describe(this.cursors.read(a, this.shown), this.cursors.read(b, this.shown))
+		describe(this.cursors.read(a, this.shown, this.time), this.cursors.read(b, this.shown, this.time))
 			.forEach((text, i) => setText(this.readings[i], text));
 	}
 

@@ -24,7 +24,7 @@ export class PhasePlot {
 	/** Draws if the line moved by a pixel.
 	 * @param {number} shown @param {boolean} always */
 	draw(shown, always) {
-		const time = this.analysis.ring.time(shown);
+		const { time } = this.panel;
 		const pixel = view.seconds / this.chart.plot.bbox.width;
 		if (always || !(Math.abs(time - this.time) < pixel)) {
 			this.time = time;

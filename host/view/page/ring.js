@@ -41,6 +41,8 @@ export class FrameRing {
 	clear() {
 		this.end = this.end ?? 0;
 		this.start = this.end;
+		/** From times to UTC, in seconds; NaN if unknown. */
+		this.offset = NaN;
 	}
 
 	get first() {
@@ -69,7 +71,9 @@ export class FrameRing {
 		this.times[slot] = seconds;
 		this.arrivals[slot] = arrival;
 		this.truths[slot] = truth;
-		this.utcs[slot] = frame.items[0]?.utc_s ?? NaN;
+		const utc = frame.items[0]?.utc_s ?? NaN;
+		this.utcs[slot] = utc;
+		this.offset = Number.isNaN(utc) ? this.offset : utc - seconds;
 		this.bounds[slot] = frame.items[0]?.utc_bound_s ?? NaN;
 		for (let i = 0; i < this.items; i++) {
 			const info = frame.items[i];
@@ -83,6 +87,11 @@ export class FrameRing {
 	frame(number) {
 		const length = this.frameBytes / 2;
 		return this.samples.subarray(this.slot(number) * length, (this.slot(number) + 1) * length);
+	}
+
+	/** The time of a moment; NaN if that or its relation to the ring is unknown. @param {number} utc  in seconds */
+	timeOf(utc) {
+		return utc - this.offset;
 	}
 
 	/** @param {number} number */

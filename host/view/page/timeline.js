@@ -3,23 +3,15 @@ import { fixed } from './axes.js';
 import { app, send } from './app.js';
 import { isLost, timeText } from './state.js';
 import { dateAndTime } from './units.js';
-import { box, button, byId, input, redraw, setText, view } from './view.js';
+import { above, box, button, byId, fill, fillSpeeds, fillWindows, input, redraw, setText, view } from './view.js';
 
 const scrub = input('scrub');
 const speed = byId('speed', HTMLSelectElement);
 const every = byId('every', HTMLSelectElement);
 
-/** @param {HTMLSelectElement} select @param {number} chosen @param {number[]} values
- * @param {(value: number) => string} text @param {TakeNumber} changed */
-function fill(select, chosen, values, text, changed) {
-	select.replaceChildren(...values.map((value) => new Option(text(value), String(value))));
-	select.value = String(chosen);
-	select.onchange = () => changed(Number(select.value));
-}
-
 export function startTimeline() {
-	fill(speed, 1, [0.1, 0.25, 0.5, 1, 2, 4, 8, 16], (value) => `× ${value}`, (value) => send({ type: 'speed', value }));
-	fill(byId('window', HTMLSelectElement), view.seconds, [5, 10, 20, 30, 60], (value) => `${value} s`, (value) => {
+	fillSpeeds(1, (value) => send({ type: 'speed', value }));
+	fillWindows((value) => {
 		view.seconds = value;
 		redraw();
 	});
@@ -47,7 +39,9 @@ function seek(frame, before = 0) {
 
 /** Stops or continues the picture, or the recording. */
 function toggle() {
-	if (!isRecording()) {
+	if (above) {
+		above.toggle();
+	} else if (!isRecording()) {
 		freeze(!view.frozen);
 	} else if (app.state?.position) {
 		send({ type: app.state.connection === 'playing' ? 'pause' : 'play' });
@@ -76,7 +70,9 @@ function showAge(age) {
 /** @param {number} seconds */
 export function scroll(seconds) {
 	const { ring, state } = app;
-	if (isRecording() && state?.position) {
+	if (above) {
+		above.scroll(seconds);
+	} else if (isRecording() && state?.position) {
 		const { frame, frames, duration } = state.position;
 		seek(Math.min(Math.max(frame + (seconds * frames) / Math.max(duration, 1e-9), 0), frames - 1), view.seconds);
 	} else if (ring) {
@@ -88,7 +84,9 @@ export function scroll(seconds) {
 /** Goes to an end of the line. @param {boolean} last */
 export function goToEnd(last) {
 	const { position } = app.state ?? {};
-	if (isRecording() && position) {
+	if (above) {
+		above.goToEnd(last);
+	} else if (isRecording() && position) {
 		seek(last ? position.frames - 1 : 0, view.seconds);
 	} else if (last) {
 		freeze(false);

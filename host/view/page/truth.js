@@ -37,12 +37,11 @@ export function markVelocities(panel, chart, to) {
 }
 
 /** Marks distances over time. @param {Panel} panel @param {Chart} chart @param {ToPixels} to */
-export function markTracks({ ring, shown, analysis }, chart, to) {
+export function markTracks({ ring, shown, time: now, analysis }, chart, to) {
 	if (!view.truth) {
 		return;
 	}
 	const { ctx } = chart.plot;
-	const now = ring.time(shown);
 	const first = ring.at(now - view.seconds);
 	const step = Math.ceil((shown - first + 1) / MOST_MOMENTS);
 	ctx.fillStyle = theme.truth;

@@ -42,6 +42,11 @@ interface Hello {
   kind: 'server' | 'recording';
   source: string;
   name: string;
+  /** Of the board, if it has one. */
+  id: string | null;
+  /** Which of how many boards. */
+  board: number;
+  boards: number;
   /** When a recording began, as in RFC 3339. */
   recorded: string | null;
   schema: Schema;
@@ -72,6 +77,10 @@ interface Position {
   seconds: number;
   duration: number;
   speed: number;
+  /** Of several boards: where all are on their axis of time, and where that begins and ends. In UTC, in seconds. */
+  utc_s?: number;
+  begin_utc_s?: number;
+  end_utc_s?: number;
 }
 
 interface State {
@@ -206,7 +215,41 @@ interface Box {
 }
 
 interface Window {
-  vantor: { numbers: () => unknown };
+  vantor: { numbers: () => unknown; board?: Board };
+  vantorBoards?: Axis;
+}
+
+/** What the page of a board asks of the page above it. */
+interface Axis {
+  toggle: () => void;
+  scroll: (seconds: number) => void;
+  goToEnd: (last: boolean) => void;
+}
+
+/** What all boards show. */
+interface Shown {
+  frozen: boolean;
+  /** The moment at the right edge, in UTC; NaN if unknown. */
+  edge: number;
+  /** On the axes of time. */
+  seconds: number;
+}
+
+/** The moments that a board has, in UTC, and the bound of the one that is shown. */
+interface Moments {
+  first: number;
+  last: number;
+  bound: number;
+}
+
+/** What the page above asks of the page of a board. */
+interface Board {
+  hello: () => Hello | null;
+  state: () => State | null;
+  send: Send;
+  /** Null if its time in UTC is unknown. */
+  moments: () => Moments | null;
+  show: (shown: Shown) => void;
 }
 
 type ChartAxis = import('uplot').Axis;

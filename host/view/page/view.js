@@ -13,9 +13,14 @@ export const view = {
 	seconds: 20,
 	/** One of how many frames arrives. */
 	every: 1,
+	/** The moment at the right edge of the axes of time, in UTC; NaN for that of the frame that is shown. */
+	edge: NaN,
 	/** Changes when all panels must be drawn again. */
 	version: 0,
 };
+
+/** The page of several boards that contains this one. @type {Axis | null} */
+export const above = globalThis.parent?.vantorBoards ?? null;
 
 export function redraw() {
 	view.version += 1;
@@ -63,6 +68,24 @@ export function setText(target, text) {
 export function setCutText(target, text) {
 	setText(target, text);
 	target.title = text;
+}
+
+/** Fills a list. @param {HTMLSelectElement} select @param {number} chosen @param {number[]} values
+ * @param {(value: number) => string} text @param {TakeNumber} changed */
+export function fill(select, chosen, values, text, changed) {
+	select.replaceChildren(...values.map((value) => new Option(text(value), String(value))));
+	select.value = String(chosen);
+	select.onchange = () => changed(Number(select.value));
+}
+
+/** @param {number} chosen  speed @param {TakeNumber} changed */
+export function fillSpeeds(chosen, changed) {
+	fill(byId('speed', HTMLSelectElement), chosen, [0.1, 0.25, 0.5, 1, 2, 4, 8, 16], (value) => `× ${value}`, changed);
+}
+
+/** @param {TakeNumber} changed */
+export function fillWindows(changed) {
+	fill(byId('window', HTMLSelectElement), view.seconds, [5, 10, 20, 30, 60], (value) => `${value} s`, changed);
 }
 
 /** @param {string} name @param {Blob} content */

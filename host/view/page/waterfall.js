@@ -113,7 +113,9 @@ export class Waterfall {
 
 	/** Draws the rows in two pieces of the ring. */
 	paint() {
-		this.chart.inside((to, context, { left, top, width, height }) => {
+		this.chart.inside((to, context, { left, top: edge, width, height }) => {
+			const { ring, shown, time } = this.panel;
+			const top = edge + ((time - ring.time(shown)) / view.seconds) * height;
 			context.imageSmoothingEnabled = this.rows > height;
 			const newest = this.rowY(this.last);
 			const row = height / this.rows;
