@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/board_arguments.h"
 #include "commands/command.h"
 #include "vantor/client.h"
 #include "vantor/event_loop.h"
@@ -18,9 +19,6 @@
 
 namespace vantor
 {
-
-/** The server that is recorded if none is given: a private simulated one. */
-inline constexpr const char *default_address = "sim:";
 
 /** The options of `vantor record`. */
 struct record_options

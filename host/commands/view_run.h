@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "commands/command.h"
 
@@ -15,8 +16,10 @@ namespace vantor
 /** The options of `vantor view`. */
 struct view_options
 {
-    std::filesystem::path what;         /**< a configuration or a recording; empty for none */
-    std::string connect = "sim:";       /**< the server */
+    std::filesystem::path what; /**< a configuration or a recording; empty for none */
+    std::vector<std::string>
+        connect; /**< addresses of servers; a simulated one if these and boards are empty */
+    std::vector<std::string> boards;    /**< others, each with a configuration: CONFIG=ADDRESS */
     std::string listen = "127.0.0.1:0"; /**< where the page is served */
     std::filesystem::path truth;        /**< file that the server writes; empty for none */
     std::filesystem::path record;       /**< directory of a recording that begins at once; empty for none */

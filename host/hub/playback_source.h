@@ -77,6 +77,16 @@ public:
     frame next();
 
     /**
+     * What the frame table says about the first item of the next frame.
+     *
+     * @throws bad_recording if a file cannot be read, or there is no further frame
+     */
+    [[nodiscard]] const frame_row &next_row()
+    {
+        return peek().front();
+    }
+
+    /**
      * Continues with another frame, which is due now. In an endless segment, time and ticks continue as if
      * the stream had begun with it.
      *

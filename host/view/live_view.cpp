@@ -46,6 +46,17 @@ std::string name_of(const server_info &server)
     return board.value_or(server.sensor + " server");
 }
 
+/** What viewers of a server receive first. */
+nlohmann::ordered_json greeting_of(const server_info &server, const std::string &address)
+{
+    auto hello = hello_message(view_kind::server, name_of(server), address);
+    if (server.board && server.board->id)
+    {
+        hello["id"] = *server.board->id;
+    }
+    return hello;
+}
+
 /** The level of a line of the server's log, as viewers know it. */
 std::string view_level(const std::string &level)
 {
@@ -75,7 +86,7 @@ live_view::live_view(client &server, live_view_settings settings, viewers &all, 
       tasks_(loop), recorder_(tasks_, loop), ring_(longest_kept, most_kept_bytes, loop),
       configuration_(settings_.configuration), next_statistics_(loop.now())
 {
-    viewers_.set_greeting(hello_message(view_kind::server, name_of(server_.server()), settings_.address));
+    viewers_.set_greeting(greeting_of(server_.server(), settings_.address));
     viewers_.set_state([this] { return state(); });
 }
 
@@ -350,6 +361,10 @@ void live_view::end_recording(std::function<void(const recording_outcome &)> don
         if (!outcome.failure.empty())
         {
             failed_recordings_.push_back(outcome);
+        }
+        if (outcome.directory == settings_.record)
+        {
+            first_recording_ = outcome.streams;
         }
         done(outcome);
     });

@@ -73,6 +73,12 @@ public:
         return failed_recordings_;
     }
 
+    /** The items of the recording that began at once, after run(). */
+    [[nodiscard]] const std::vector<collection_stream> &first_recording() const noexcept
+    {
+        return first_recording_;
+    }
+
 private:
     /** A session, and what is known of its stream. */
     struct live_session;
@@ -128,6 +134,7 @@ private:
     nlohmann::json statistics_;                  /**< of the server; null if unknown */
     event_loop::time_point next_statistics_;
     std::vector<recording_outcome> failed_recordings_;
+    std::vector<collection_stream> first_recording_;
 };
 
 } // namespace vantor

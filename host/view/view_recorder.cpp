@@ -92,6 +92,7 @@ recording_outcome view_recorder::finish(recording &ended)
     {
         outcome.failure = reason.what();
     }
+    outcome.streams = ended.writer.streams();
     return outcome;
 }
 

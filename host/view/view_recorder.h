@@ -10,9 +10,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "vantor/collection_stream.h"
 #include "vantor/event_loop.h"
 #include "vantor/frame_sink.h"
 #include "vantor/recording_sink.h"
@@ -30,6 +32,7 @@ struct recording_outcome
     uint64_t frames = 0;
     uint64_t missing = 0;
     std::string failure; /**< why it ended early or is incomplete; empty if it is complete */
+    std::vector<collection_stream> streams = {}; /**< its items */
 
     /** One sentence that says it all. */
     [[nodiscard]] std::string text() const;

@@ -1,5 +1,6 @@
 """`vantor view` as viewers see it, without a browser."""
 
+import hashlib
 import json
 import os
 import pathlib
@@ -584,7 +585,123 @@ class Playback(InDirectory):
                 self.assertEqual(viewer.ask(kind)["type"], "failed")
 
 
+class SeveralBoards(InDirectory):
+    BOARDS = (SINGLE, "--connect", "sim:--board 1", "--board", f"{TWO_SENSORS}=sim:--board 2")
+
+    def setUp(self):
+        super().setUp()
+        self.viewers = []
+
+    def connect(self, view, count=2):
+        """A viewer of each board."""
+        return [self.enterContext(view.connect(board=number)) for number in range(1, count + 1)]
+
+    def record(self):
+        """Records two boards until each has 2 s of frames with known times; returns what the view has printed."""
+        view = self.view(*self.BOARDS, "--record", "both")
+        for viewer in self.connect(view):
+            times = 0
+            while times < 40:
+                times += "utc_s" in viewer.frame()[0]["result_info"][0][0]
+        return view.end()
+
+    def test_each_board_has_viewers_of_its_own(self):
+        view = self.view(*self.BOARDS)
+        viewers = self.connect(view)
+        hellos = [viewer.next("hello") for viewer in viewers]
+        self.assertEqual([(hello["board"], hello["boards"], hello["source"], hello["viewers"], hello["controls"])
+                          for hello in hellos], [(1, 2, "sim:--board 1", 1, True), (2, 2, "sim:--board 2", 1, True)])
+        self.assertEqual([len(viewer.next("session")["items"]) for viewer in viewers], [1, 3])
+        with view.connect() as other:
+            hello = other.next("hello")
+            self.assertEqual((hello["board"], hello["viewers"], hello["controls"]), (1, 2, False))
+        for wrong in ("0", "3", "x", "-1", ""):
+            with self.assertRaisesRegex(Refused, "404"):
+                view.connect(board=wrong)
+
+    def test_frames_of_all_boards_have_times(self):
+        view = self.view(*self.BOARDS)
+        for viewer in self.connect(view):
+            wait_until(lambda viewer=viewer: "utc_s" in viewer.frame()[0]["result_info"][0][0], "a time")
+            item = viewer.frame()[0]["result_info"][0][0]
+            self.assertLess(item["utc_bound_s"], 0.1)
+            self.assertLess(abs(item["utc_s"] - time.time()), TIME_OUT)
+
+    def test_a_lost_board_does_not_stop_the_others(self):
+        with Server("--tcp", "0") as stays:
+            lost = Server("--tcp", "0")
+            view = self.view(SINGLE, "--connect", stays.address, "--connect", lost.address)
+            first, second = self.connect(view)
+            second.frame()
+            lost.process.kill()
+            lost.process.communicate()
+            second.state_with(lambda state: state["connection"] == "lost")
+            frames = first.state_with(lambda state: True)["frames"]
+            state = first.state_with(lambda state: state["frames"] > frames + 20)
+            self.assertEqual((state["connection"], state["missing"]), ("connected", 0))
+
+    def test_a_board_that_cannot_be_reached_is_named(self):
+        with socket.create_server(("127.0.0.1", 0)) as closed:
+            address = f"tcp:127.0.0.1:{closed.getsockname()[1]}"
+        result = vantor("view", SINGLE, "--no-browser", "--connect", "sim:", "--connect", address)
+        self.assertEqual(result.returncode, 4)
+        self.assertIn(f"board {address} ", result.stderr)
+        self.assertEqual(result.stdout, "")
+
+    def test_a_recording_from_the_start_lists_all_boards(self):
+        self.assertEqual(self.record(), (0, ""))
+        place = pathlib.Path(self.folder, "both")
+        collection = json.loads((place / "boards.sigmf-collection").read_text())["collection"]
+        self.assertEqual([board["address"] for board in collection["vantor:boards"]], ["sim:--board 1", "sim:--board 2"])
+        for board, items in zip(collection["vantor:boards"], (1, 3)):
+            self.assertEqual(len(info(place / board["directory"])["items"]), items)
+        self.assertEqual(len(collection["core:streams"]), 4)
+        for stream in collection["core:streams"]:
+            meta = (place / f"{stream['name']}.sigmf-meta").read_bytes()
+            self.assertEqual(hashlib.sha512(meta).hexdigest(), stream["hash"])
+
+    def test_recordings_of_several_boards_are_played_together(self):
+        self.record()
+        viewers = self.connect(self.view("both"))
+        self.assertEqual([viewer.next("hello")["boards"] for viewer in viewers], [2, 2])
+        viewers[1].send("pause")
+        for viewer in viewers:
+            position = viewer.state_with(lambda state: state["connection"] == "paused")["position"]
+        middle = (position["begin_utc_s"] + position["end_utc_s"]) / 2
+        viewers[0].send("seek", utc_s=middle, before=0.3)
+        for viewer in viewers:
+            times = [0]
+            while times[-1] < middle - 0.06:
+                times.append(viewer.frame()[0]["result_info"][0][0].get("utc_s", 0))
+            before = [one for one in times if one > middle - 0.4]
+            self.assertGreaterEqual(len(before), 6)
+            self.assertEqual(before, sorted(before))
+            self.assertLessEqual(before[-1], middle)
+            state = viewer.state_with(lambda state: state["position"]["utc_s"] == middle)
+            self.assertEqual(state["connection"], "paused")
+        viewers[0].send("play")
+        for viewer in viewers:
+            self.assertGreater(viewer.frame()[0]["result_info"][0][0]["utc_s"], middle)
+            viewer.state_with(lambda state: state["connection"] == "ended")
+        viewers[1].send("seek", utc_s=0)
+        for viewer in viewers:
+            viewer.state_with(lambda state: state["position"]["utc_s"] == position["begin_utc_s"])
+        # A frame of one board is a moment of all.
+        viewers[1].send("seek", frame=10)
+        now = viewers[1].state_with(lambda state: state["position"]["frame"] == 10)["position"]["utc_s"]
+        viewers[0].state_with(lambda state: state["position"]["utc_s"] == now)
+
+
 class CommandLine(unittest.TestCase):
+    def test_wrong_boards_are_named(self):
+        for arguments, message in (((SINGLE, "--connect", "sim:", "--connect", "sim:"), "twice"),
+                                   (("--board", "sim:"), "CONFIG=ADDRESS"),
+                                   ((SINGLE, "--board", f"{SINGLE}=sim:"), "CONFIG is for"),
+                                   ((SINGLE, "--connect", "sim:", "--connect", "sim:--seed 2", "--truth", "x"), "--truth")):
+            result = vantor("view", "--no-browser", *arguments)
+            self.assertEqual(result.returncode, 2, result.stderr)
+            self.assertIn(message, result.stderr)
+
     def test_wrong_arguments_are_named(self):
         for arguments, message in ((("--listen", "nowhere"), "--listen"), (("--listen", "127.0.0.1:99999"), "--listen"),
                                    ((SINGLE, "--connect", "nothing"), "not a valid address"),

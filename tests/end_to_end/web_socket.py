@@ -38,9 +38,9 @@ class View:
         errors = self.process.communicate(timeout=TIME_OUT)[1]
         return self.process.returncode, errors
 
-    def connect(self, **options):
-        """Connects a viewer."""
-        return Viewer(self.url, **options)
+    def connect(self, *, board=None, **options):
+        """Connects a viewer, of the first board if none is given."""
+        return Viewer(self.url if board is None else f"{self.url}&board={board}", **options)
 
 
 class Refused(Exception):

@@ -5,3 +5,4 @@ import './viewers_suite.mjs';
 import './connection_suite.mjs';
 import './recording_suite.mjs';
 import './names_suite.mjs';
+import './boards_suite.mjs';
