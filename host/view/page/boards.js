@@ -10,6 +10,8 @@ const frames = [];
 /** @type {Shown} */
 const shown = { frozen: false, edge: NaN, seconds: 20 };
 let lastText = 0;
+/** The moment at 0 of the line of time, in UTC. */
+let origin = NaN;
 
 /** @returns {Board[]} */
 const boards = () => frames.flatMap(({ contentWindow }) => contentWindow?.vantor?.board ?? []);
@@ -121,20 +123,20 @@ function showTexts() {
 	if (place?.utc_s && place.begin_utc_s && place.end_utc_s) {
 		speed.value = String(place.speed);
 		scrub.disabled = !all.some((board) => board.state()?.controls);
-		showScrub(place.begin_utc_s, place.end_utc_s, place.utc_s);
+		showScrub(place.begin_utc_s, [place.begin_utc_s, place.end_utc_s], place.utc_s);
 		setText(box('time'), `${fixed(place.utc_s - place.begin_utc_s, 2)} of ${fixed(place.end_utc_s - place.begin_utc_s, 2)} s`);
 	} else if (moments.length > 0) {
 		const { first, last } = ends(moments);
-		showScrub(first, last, shown.edge);
+		showScrub(last, [first, last], shown.edge);
 		setText(box('time'), shown.frozen ? `${fixed(last - shown.edge, 1)} s ago (${timeOfDay(shown.edge)})` : 'live');
 	}
 }
 
-/** @param {number} first @param {number} last @param {number} utc  all in seconds */
-function showScrub(first, last, utc) {
-	scrub.min = String(first);
-	scrub.max = String(last);
-	scrub.value = scrub.matches(':active') ? scrub.value : String(utc);
+/** @param {number} zero @param {Span} range @param {number} utc  all in seconds */
+function showScrub(zero, range, utc) {
+	origin = zero;
+	[scrub.min, scrub.max] = range.map((end) => String(end - zero));
+	scrub.value = scrub.matches(':active') ? scrub.value : String(utc - zero);
 }
 
 /** Keys that act on all boards together. @type {{[key: string]: () => void}} */
@@ -146,7 +148,9 @@ const KEYS = {
 /** Other keys go to each board. @param {KeyboardEvent} event */
 function press(event) {
 	const { key, shiftKey, target } = event;
-	if (event.ctrlKey || event.altKey || event.metaKey || target instanceof HTMLSelectElement) {
+	const isOwn = target instanceof HTMLSelectElement || (target === scrub && key.startsWith('Arrow'))
+		|| (target instanceof HTMLButtonElement && key === ' ');
+	if (event.ctrlKey || event.altKey || event.metaKey || isOwn) {
 		return;
 	}
 	if (key in KEYS) {
@@ -165,8 +169,10 @@ fillSpeeds(1, (value) => send({ type: 'speed', value }));
 fillWindows((value) => { shown.seconds = value; });
 button('pause').onclick = toggle;
 button('live').onclick = () => goToEnd(true);
-scrub.oninput = () => (position() ? seek(Number(scrub.value), 0) : freezeAt(Number(scrub.value)));
-scrub.onchange = () => position() && seek(Number(scrub.value));
+scrub.oninput = () => (position() ? seek(origin + Number(scrub.value), 0) : freezeAt(origin + Number(scrub.value)));
+scrub.onchange = () => position() && seek(origin + Number(scrub.value));
 document.addEventListener('keydown', press);
+// Otherwise, the space bar would press it again.
+document.addEventListener('click', ({ detail, target }) => detail > 0 && target instanceof HTMLButtonElement && target.blur());
 addBoard(1);
 requestAnimationFrame(picture);

@@ -64,3 +64,15 @@ test('times are those of the first item, and unknown without them', () => {
   assert.deepEqual([ring.utc(0), ring.bound(0)], [1e9 + 0.5, 0.0003]);
   assert.ok(Number.isNaN(ring.utc(1)) && Number.isNaN(ring.bound(1)));
 });
+
+test('a moment has a time by the latest frame whose time in UTC is known', () => {
+  const ring = new FrameRing(4, 1, 1);
+  assert.ok(Number.isNaN(ring.timeOf(1e9)));
+  ring.push(frameOf(1, [infoOf(1, { utc_s: 1e9, utc_bound_s: 0.001 })]), 5, true, 0);
+  ring.push(frameOf(2), 6, true, 0);
+  assert.equal(ring.timeOf(1e9 + 2), 7);
+  ring.push(frameOf(3, [infoOf(3, { utc_s: 1e9 + 2.5, utc_bound_s: 0.001 })]), 7, true, 0);
+  assert.equal(ring.timeOf(1e9 + 2), 6.5);
+  ring.clear();
+  assert.ok(Number.isNaN(ring.timeOf(1e9)));
+});
