@@ -1,6 +1,7 @@
 """Finds the path of a person from the distances of two boards on one wall.
 
-walker.py [ADDRESS ADDRESS [PICTURE]] measures, walker.py RECORDING [PICTURE] uses a recording of two boards.
+walker.py [LEFT RIGHT [PICTURE]] measures with the boards at two addresses, walker.py RECORDING [PICTURE] uses a
+recording of two boards. The left board, at x = -1.5 m, is the first one.
 """
 
 import heapq

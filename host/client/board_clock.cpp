@@ -58,7 +58,7 @@ void board_clock::add(const clock_reading &reading)
             forget();
             return;
         }
-        doubtful_ = false;
+        doubts_ -= doubts_ > 0 ? 1 : 0;
     }
     tick_ = reading.tick;
     last_ = now;
@@ -66,7 +66,7 @@ void board_clock::add(const clock_reading &reading)
 
 std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time_point arrival)
 {
-    if (!last_ || doubtful_)
+    if (!last_ || doubts_ > 0)
     {
         return std::nullopt;
     }
@@ -89,9 +89,10 @@ std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time
 /** After a contradiction. */
 void board_clock::forget() noexcept
 {
-    ++contradictions_;
+    constexpr unsigned most_doublings = 32;
     last_.reset();
-    doubtful_ = true;
+    doubts_ = uint64_t{1} << std::min(contradictions_, most_doublings);
+    ++contradictions_;
 }
 
 /** Seconds by the server's clock from the last reading to a tick near a time of the host's clock. */

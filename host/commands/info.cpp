@@ -134,7 +134,7 @@ std::string describe_drift(const ordered_json &drift)
            ppm(drift[1].get<double>());
 }
 
-/** Prints when the frames were measured, as far as that is known. */
+/** Prints when the first and the last tick were, as far as that is known. */
 void print_times(std::ostream &out, const ordered_json &times)
 {
     if (times.is_null())
@@ -142,7 +142,7 @@ void print_times(std::ostream &out, const ordered_json &times)
         return;
     }
     constexpr double milliseconds = 1e3;
-    out << "measured: " << text(times["first_utc"]) << " to " << text(times["last_utc"]) << ", known within "
+    out << "ticks: " << text(times["first_utc"]) << " to " << text(times["last_utc"]) << ", known within "
         << three_digits(times["largest_bound_s"].get<double>() * milliseconds) << " ms";
     if (times["frames_unknown"] != 0)
     {

@@ -110,6 +110,19 @@ std::string bound_text(const ordered_json &board)
     return times.is_null() ? "-" : three_digits(times["largest_bound_s"].get<double>() * milliseconds);
 }
 
+/** A count of a board, or "-". */
+std::string count_of(const ordered_json &board, const char *name)
+{
+    return board.contains(name) ? board[name].dump() : "-";
+}
+
+/** The number of frames without a time in UTC; all of them if no time is known. */
+std::string undated_text(const ordered_json &board)
+{
+    const auto times = board.value("times", ordered_json());
+    return times.is_null() ? count_of(board, "frames") : times["frames_unknown"].dump();
+}
+
 /** The state of a board in a word. */
 std::string state_of(const ordered_json &board)
 {
@@ -122,12 +135,6 @@ std::string state_of(const ordered_json &board)
         return "still being recorded";
     }
     return is_complete(board) ? "complete" : "incomplete";
-}
-
-/** A count of a board, or "-". */
-std::string count_of(const ordered_json &board, const char *name)
-{
-    return board.contains(name) ? board[name].dump() : "-";
 }
 
 } // namespace
@@ -162,12 +169,13 @@ void print_boards(std::ostream &out, const ordered_json &about)
     const auto &start = about["axis_start_utc"];
     out << printable(about["recording"].get<std::string>()) << ": " << counted(boards.size(), "board")
         << (start.is_null() ? "" : ", times count from " + start.get<std::string>()) << "\n";
-    text_table table({"board", "frames", "missing", "from (s)", "to (s)", "known within (ms)", "state"});
+    text_table table(
+        {"board", "frames", "missing", "from (s)", "to (s)", "known within (ms)", "without UTC", "state"});
     for (const auto &board : boards)
     {
         table.add({printable(board["directory"].get<std::string>()), count_of(board, "frames"),
                    count_of(board, "frames_missing"), second(board["on_axis_s"], 0),
-                   second(board["on_axis_s"], 1), bound_text(board), state_of(board)});
+                   second(board["on_axis_s"], 1), bound_text(board), undated_text(board), state_of(board)});
     }
     table.print(out);
     for (const auto &fault : about["damage"])

@@ -16,6 +16,7 @@
 #include "recording/sigmf.h"
 #include "recording/stream_facts.h"
 #include "recording/utc_text.h"
+#include "vantor/board_clock.h"
 
 namespace vantor
 {
@@ -155,7 +156,13 @@ ordered_json describe_drift(const time_figures &times)
     {
         return nullptr;
     }
-    return {(shown / (elapsed + error) - 1.0) * ppm, (shown / (elapsed - error) - 1.0) * ppm};
+    const double least = (shown / (elapsed + error) - 1.0) * ppm;
+    const double most = (shown / (elapsed - error) - 1.0) * ppm;
+    // All times assume this limit.
+    constexpr double limit = most_drift * ppm;
+    const bool possible = least <= limit && most >= -limit;
+    return possible ? ordered_json{std::max(least, -limit), std::min(most, limit)}
+                    : ordered_json{least, most};
 }
 
 /** When the frames were measured, in UTC, by the first item; null if that is not known. */

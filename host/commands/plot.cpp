@@ -36,7 +36,7 @@ constexpr const char *plot_footer = R"(Examples:
 The picture has one row per item: mean level over distance, level over time, phase and displacement, velocity
 spectrum, and velocity over distance if a frame has at least 4 sweeps. A page has up to six items; the next pages
 are named picture-2.png and so on. A recording of several boards gets pictures for each, named picture-BOARD.png, on
-one axis of time: that of the first frame of all boards. Levels are in dBFS: 0 dBFS is amplitude 32767.
+one axis of time, which begins with the first frame of all boards. Levels are in dBFS: 0 dBFS is amplitude 32767.
 
 Phase and velocity are those of the strongest echo, or of the echo at --distance. The strongest echo is one from
 which the mean level falls by 3 dB on both sides; the direct leakage is left out. The strongest moving echo is the one

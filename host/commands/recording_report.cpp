@@ -3,8 +3,10 @@
  */
 #include "commands/recording_report.h"
 
+#include <chrono>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "commands/common_options.h"
 #include "commands/text_table.h"
@@ -107,6 +109,56 @@ double measured_rate(const finished_recording &recorded)
                : recorded.stream.measured_rate();
 }
 
+/** What is known of the times in UTC, as a line; empty if the server has no clock. */
+std::string describe_times(const finished_recording &recorded)
+{
+    constexpr double milliseconds = 1e3;
+    const auto &tally = recorded.tally;
+    if (!recorded.source.has_clock() || tally.frames() == 0)
+    {
+        return "";
+    }
+    if (tally.undated() == tally.frames())
+    {
+        return "times in UTC: none is known\n";
+    }
+    const auto bound = std::chrono::duration<double>(tally.largest_bound()).count();
+    auto text = "times in UTC: known within " + three_digits(bound * milliseconds) + " ms";
+    text += tally.undated() > 0 ? ", not known for " + counted(tally.undated(), "frame") : "";
+    return text + "\n";
+}
+
+/** Warns of a clock that contradicted itself; empty if it did not. */
+std::string warn_of_clock(const finished_recording &recorded)
+{
+    const auto count = recorded.source.clock_contradictions();
+    return count == 0 ? ""
+                      : "WARNING: the clock of the board contradicted itself " + counted(count, "time") +
+                            ": it was set, or is more than 200 ppm wrong; times in UTC may be wrong.";
+}
+
+/** All warnings. */
+std::vector<std::string> warnings_of(const finished_recording &recorded)
+{
+    auto lines = describe_warnings(facts_of(recorded));
+    if (const auto clock = warn_of_clock(recorded); !clock.empty())
+    {
+        lines.push_back(clock);
+    }
+    return lines;
+}
+
+/** The times in UTC as JSON. */
+ordered_json times_json(const finished_recording &recorded)
+{
+    const auto &tally = recorded.tally;
+    const bool known = tally.undated() < tally.frames();
+    const auto bound = std::chrono::duration<double>(tally.largest_bound()).count();
+    return {{"largest_bound_s", known ? ordered_json(bound) : ordered_json()},
+            {"frames_unknown", tally.undated()},
+            {"clock_contradictions", recorded.source.clock_contradictions()}};
+}
+
 /** Prints the totals and the warnings. */
 void print_summary(std::ostream &out, const finished_recording &recorded)
 {
@@ -121,7 +173,8 @@ void print_summary(std::ostream &out, const finished_recording &recorded)
             << format_bytes(bytes / frames * rate) << "/s";
     }
     out << "\n";
-    for (const auto &line : describe_warnings(facts_of(recorded)))
+    out << describe_times(recorded);
+    for (const auto &line : warnings_of(recorded))
     {
         out << line << "\n";
     }
@@ -186,7 +239,8 @@ ordered_json report_json(const finished_recording &recorded)
             {"truth_missing", recorded.source.truth_missing()},
             {"breaks", std::move(breaks)},
             {"items", std::move(items)},
-            {"warnings", describe_warnings(facts_of(recorded))}};
+            {"times", times_json(recorded)},
+            {"warnings", warnings_of(recorded)}};
 }
 
 void print_report(const finished_recording &recorded, std::ostream &out, bool json)

@@ -32,6 +32,7 @@ clock_watch::clock_watch(client &server, event_loop &loop)
 
 void clock_watch::reset()
 {
+    earlier_contradictions_ = contradictions();
     clock_ = board_clock(server_.server().ticks_per_second);
 }
 

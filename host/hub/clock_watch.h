@@ -48,6 +48,12 @@ public:
     /** How long to wait for frames before the next call of ask_if_due(). */
     [[nodiscard]] std::chrono::milliseconds longest_wait() const;
 
+    /** How often the server's clock contradicted itself, as board_clock::contradictions(). */
+    [[nodiscard]] unsigned contradictions() const noexcept
+    {
+        return earlier_contradictions_ + clock_.contradictions();
+    }
+
     /** Sets the times of a frame that has arrived. */
     void add_times(frame &received);
 
@@ -63,6 +69,7 @@ private:
     client &server_;
     event_loop &loop_;
     board_clock clock_;
+    unsigned earlier_contradictions_ = 0; /**< before reset() */
     duration sensor_period_{};
     duration lead_{};       /**< how long before the next frame of the sensors to ask */
     time_point asked_;      /**< when the last question was sent */

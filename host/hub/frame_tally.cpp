@@ -3,6 +3,9 @@
  */
 #include "vantor/frame_tally.h"
 
+#include <algorithm>
+#include <optional>
+
 namespace vantor
 {
 
@@ -24,6 +27,9 @@ void frame_tally::add(const std::shared_ptr<const frame> &received)
     }
     ++frames_;
     missing_ = received->missing();
+    const auto utc = received->items().empty() ? std::nullopt : received->items().front().utc;
+    undated_ += utc ? 0 : 1;
+    largest_bound_ = std::max(largest_bound_, utc ? utc->bound : std::chrono::nanoseconds(0));
 }
 
 flag_counts frame_tally::total() const noexcept

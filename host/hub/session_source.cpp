@@ -239,6 +239,11 @@ void session_source::begin_stream()
     server_.start();
 }
 
+unsigned session_source::clock_contradictions() const noexcept
+{
+    return clock_watch_->contradictions();
+}
+
 double session_source::refused_rate() const noexcept
 {
     constexpr double tolerance = 0.01;

@@ -92,10 +92,10 @@ std::string describe_recording(const recording_reader &recording, const time_fig
     std::string text;
     if (times.first)
     {
-        const auto &[moment, bound] = times.first->utc;
-        date = exact_utc_text(moment);
+        date = exact_utc_text(times.first->utc.moment);
         date.pop_back();
-        text = " ± " + three_digits(std::chrono::duration<double>(bound).count() * milliseconds) + " ms";
+        const auto bound = std::chrono::duration<double>(times.largest_bound).count();
+        text = " ± " + three_digits(bound * milliseconds) + " ms";
     }
     std::replace(date.begin(), date.end(), 'T', ' ');
     return (date.empty() ? "" : date + " UTC" + text + separator) + "sensor " +

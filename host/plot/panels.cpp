@@ -54,7 +54,7 @@ set autoscale
 )";
 
 /** The commands that begin a panel: its place, title and axes. */
-std::string begin_panel(const panel_row &place, size_t column, const std::string &title, const char *x,
+std::string begin_panel(const panel_row &place, size_t column, const std::string &title, const std::string &x,
                         const char *y)
 {
     return std::string(clean_panel) + place.sheet.panel(place.row, column) + "set title " +
@@ -222,11 +222,11 @@ std::string draw_level(const panel_row &place)
 }
 
 /** The label of an axis of time. */
-const char *time_label(const panel_row &place)
+std::string time_label(const panel_row &place)
 {
     if (place.window)
     {
-        return "time in s since the first frame of all boards";
+        return "time in s since " + place.window->start;
     }
     return place.analysis.time.in_seconds ? "time in s" : "frame number (neither clock nor rate is known)";
 }

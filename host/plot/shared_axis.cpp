@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "recording/utc_text.h"
+
 namespace vantor
 {
 namespace
@@ -48,7 +50,9 @@ std::optional<shared_axis> find_shared_axis(const std::vector<time_figures> &tim
 time_window window_of(const shared_axis &axis, const time_figures &times)
 {
     const double zero = times.first->seconds - seconds_of(times.first->utc.moment - axis.start);
-    return {.begin = zero, .end = zero + axis.length};
+    const auto date_and_time = exact_utc_text(axis.start);
+    return {
+        .begin = zero, .end = zero + axis.length, .start = date_and_time.substr(date_and_time.find('T') + 1)};
 }
 
 } // namespace vantor

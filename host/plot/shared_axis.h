@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "recording/frame_figures.h"
@@ -20,6 +21,7 @@ struct time_window
 {
     double begin = 0.0;
     double end = 0.0;
+    std::string start = {}; /**< time of day in UTC at its begin */
 };
 
 /** An axis of time that begins with the first frame of all boards. */

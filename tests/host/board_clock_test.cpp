@@ -192,6 +192,26 @@ TEST(board_clock, knows_no_time_after_a_contradiction_until_two_readings_agree)
     EXPECT_EQ(clock.contradictions(), 1U);
 }
 
+TEST(board_clock, believes_a_clock_less_with_each_contradiction)
+{
+    board_clock clock(1e6);
+    const auto read_at = [&](double time, double tick) {
+        clock.add({at(time), at(time + 0.001), static_cast<uint32_t>(tick * 1e6)});
+    };
+    read_at(1.0, 1.0);
+    read_at(2.0, 3.0);
+    read_at(3.0, 4.0);
+    read_at(4.0, 5.0);
+    EXPECT_TRUE(clock.bounds(5'000'000, at(4.1)));
+    read_at(5.0, 7.0);
+    EXPECT_EQ(clock.contradictions(), 2U);
+    read_at(6.0, 8.0);
+    read_at(7.0, 9.0);
+    EXPECT_FALSE(clock.bounds(9'000'000, at(7.1)));
+    read_at(8.0, 10.0);
+    EXPECT_TRUE(clock.bounds(10'000'000, at(8.1)));
+}
+
 TEST(board_clock, takes_no_tick_for_later_than_its_arrival)
 {
     board_clock clock(1e6);

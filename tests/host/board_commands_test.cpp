@@ -81,8 +81,8 @@ TEST_F(board_commands, info_shows_the_boards_on_one_axis)
     const auto text = run({"info", place.string()});
     EXPECT_EQ(text.code, exit_code::success);
     EXPECT_THAT(text.out, HasSubstr("walk: 2 boards, times count from 2026-11-23T17:40:00.000000Z\n"));
-    EXPECT_THAT(text.out, testing::ContainsRegex("near +3 +0 +0.000 +0.040 +2.00 +complete\n"));
-    EXPECT_THAT(text.out, testing::ContainsRegex("far +5 +0 +1.000 +1.080 +2.00 +complete\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("near +3 +0 +0.000 +0.040 +2.00 +0 +complete\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("far +5 +0 +1.000 +1.080 +2.00 +0 +complete\n"));
     EXPECT_THAT(text.out, HasSubstr("\nfar\n" + (place / "far").string() + ": 5 frames, started "));
 }
 
@@ -93,7 +93,7 @@ TEST_F(board_commands, info_finds_damage_of_a_board)
     const auto text = run({"info", place.string()});
     EXPECT_EQ(text.code, exit_code::damaged);
     EXPECT_THAT(text.out, testing::ContainsRegex("near +0 .*damaged\n"));
-    EXPECT_THAT(text.out, testing::ContainsRegex("far +- +- +- +- +- +damaged\n"));
+    EXPECT_THAT(text.out, testing::ContainsRegex("far +- +- +- +- +- +- +damaged\n"));
     EXPECT_THAT(text.out, HasSubstr("\nfar\ndamage: " + (place / "far").string()));
     EXPECT_EQ(info()["complete"], false);
 }

@@ -438,10 +438,9 @@ TEST_F(dated_recording_test, shows_when_frames_were_measured)
     EXPECT_EQ(found["frames_unknown"], 1);
     EXPECT_NEAR(found["clock_drift_ppm"][0].get<double>(), 100.0 - 50.2, 0.5);
     EXPECT_NEAR(found["clock_drift_ppm"][1].get<double>(), 100.0 + 50.2, 0.5);
-    EXPECT_THAT(
-        run({"info", path.string()}).out,
-        HasSubstr("\nmeasured: 2026-11-23T17:40:00.123457Z to 2026-11-23T17:40:10.122457Z, known within "
-                  "0.251 ms, unknown for 1 frame; the clock of the board is between "));
+    EXPECT_THAT(run({"info", path.string()}).out,
+                HasSubstr("\nticks: 2026-11-23T17:40:00.123457Z to 2026-11-23T17:40:10.122457Z, known within "
+                          "0.251 ms, unknown for 1 frame; the clock of the board is between "));
 }
 
 TEST_F(dated_recording_test, names_a_slow_clock)
@@ -472,7 +471,7 @@ TEST(info, knows_no_times_of_earlier_recordings)
 {
     const test::recording_files files(true);
     EXPECT_TRUE(json::parse(run({"info", files.path.string(), "--json"}).out)["times"].is_null());
-    EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("measured:")));
+    EXPECT_THAT(run({"info", files.path.string()}).out, Not(HasSubstr("ticks:")));
 }
 
 } // namespace

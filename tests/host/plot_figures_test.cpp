@@ -337,8 +337,9 @@ TEST(panels_of_boards, count_time_from_the_start_of_a_shared_axis)
     panel_row place{
         .sheet = sheet, .row = 0, .item = recording.items()[0], .analysis = analysis, .base = "x"};
     EXPECT_THAT(draw_panels(place), testing::AllOf(HasSubstr("'time in s'"), Not(HasSubstr("set xtics ("))));
-    place.window = time_window{.begin = -3.0, .end = 7.0};
+    place.window = time_window{.begin = -3.0, .end = 7.0, .start = "17:40:00.000000Z"};
     const auto text = draw_panels(place);
+    EXPECT_THAT(text, HasSubstr("'time in s since 17:40:00.000000Z'"));
     const std::string tics = "set xrange [-3.000000000:7.000000000]\n"
                              "set xtics ('0' -3.000000000, '2' -1.000000000, '4' 1.000000000, "
                              "'6' 3.000000000, '8' 5.000000000, '10' 7.000000000)\n";

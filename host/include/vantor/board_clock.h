@@ -52,7 +52,8 @@ inline constexpr double most_drift = 200e-6;
  * took the time. All that is assumed is that the rates of the clocks never differ by more than most_drift.
  *
  * If a tick contradicts that, one of the clocks was set or stopped, or does not run at its rate: the readings
- * are forgotten, and no time is known until two further readings agree.
+ * are forgotten, and no time is known until further readings agree: a second one after the first
+ * contradiction, and with each contradiction twice as many. Times before it may be wrong.
  */
 class board_clock
 {
@@ -87,7 +88,7 @@ private:
     double ticks_per_second_;
     uint32_t tick_ = 0;               /**< of the last reading */
     std::optional<time_bounds> last_; /**< of that tick */
-    bool doubtful_ = false;           /**< after a contradiction, until two readings agree */
+    uint64_t doubts_ = 0;             /**< readings that must agree before times are known */
     unsigned contradictions_ = 0;
 };
 

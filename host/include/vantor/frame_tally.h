@@ -4,6 +4,7 @@
 #ifndef VANTOR_FRAME_TALLY_H
 #define VANTOR_FRAME_TALLY_H
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -41,6 +42,18 @@ public:
         return missing_;
     }
 
+    /** Number of frames whose first item has no time in UTC. */
+    [[nodiscard]] uint64_t undated() const noexcept
+    {
+        return undated_;
+    }
+
+    /** The largest bound of the times in UTC of first items. */
+    [[nodiscard]] std::chrono::nanoseconds largest_bound() const noexcept
+    {
+        return largest_bound_;
+    }
+
     /** The share of the frames that are not missing, from 0 to 1. */
     [[nodiscard]] double share() const noexcept;
 
@@ -55,6 +68,8 @@ private:
     std::vector<segment> breaks_;
     uint64_t frames_ = 0;
     uint64_t missing_ = 0;
+    uint64_t undated_ = 0;
+    std::chrono::nanoseconds largest_bound_{};
 };
 
 } // namespace vantor

@@ -169,6 +169,9 @@ public:
         return truth_fault_;
     }
 
+    /** How often the server's clock contradicted itself: times in UTC before that may be wrong. */
+    [[nodiscard]] unsigned clock_contradictions() const noexcept;
+
     /** Whether the link is lost, and has not been connected again. */
     [[nodiscard]] bool lost() const noexcept
     {
