@@ -4,11 +4,13 @@
 #include "commands/board_arguments.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 #include <variant>
 
 #include "commands/usage_error.h"
 #include "vantor/address.h"
+#include "vantor/board_collection.h"
 
 namespace vantor
 {
@@ -62,13 +64,8 @@ std::vector<board_argument> board_arguments(const std::filesystem::path &configu
                                             const std::vector<std::string> &connect,
                                             const std::vector<std::string> &boards)
 {
-    if (!boards.empty() && connect.empty() && !configuration.empty())
-    {
-        throw usage_error(
-            "CONFIG is for the boards of --connect, but none is given: add --connect ADDRESS, or "
-            "give only --board CONFIG=ADDRESS");
-    }
     std::vector<board_argument> all;
+    all.reserve(connect.size() + boards.size());
     for (const auto &where : connect)
     {
         all.push_back({.file = configuration, .address = where});
@@ -77,6 +74,16 @@ std::vector<board_argument> board_arguments(const std::filesystem::path &configu
     if (all.empty())
     {
         all.push_back({.file = configuration, .address = default_address});
+    }
+    if (!boards.empty() && connect.empty() && !configuration.empty())
+    {
+        throw usage_error(
+            "CONFIG is for the boards of --connect, but none is given: add --connect ADDRESS, or "
+            "give only --board CONFIG=ADDRESS");
+    }
+    if (all.size() > most_recorded_boards)
+    {
+        throw usage_error("at most " + std::to_string(most_recorded_boards) + " boards can be given");
     }
     require_different_servers(all);
     return all;

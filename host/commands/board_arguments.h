@@ -28,8 +28,8 @@ struct board_argument
  * @param configuration  of the servers in connect; empty if not given
  * @param connect        addresses
  * @param boards         others, each as "CONFIG=ADDRESS"
- * @throws usage_error if a server is given twice, a text is not CONFIG=ADDRESS, or the configuration is for
- * no server
+ * @throws usage_error if a text is not CONFIG=ADDRESS, the configuration is for no server, there are too many
+ * boards, or a server is given twice
  * @throws address_error if an address is not valid
  */
 std::vector<board_argument> board_arguments(const std::filesystem::path &configuration,

@@ -12,7 +12,6 @@
 #include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "vantor/address.h"
-#include "vantor/board_collection.h"
 #include "vantor/calibration_file.h"
 #include "vantor/configuration.h"
 
@@ -29,10 +28,6 @@ void check_options(const record_options &options, size_t boards)
         throw usage_error("--truth is the file of one server, but " + std::to_string(boards) +
                           " boards are given: leave it out, which records the truth of sim: addresses, or "
                           "record each board with a command of its own");
-    }
-    if (boards > most_recorded_boards)
-    {
-        throw usage_error("at most " + std::to_string(most_recorded_boards) + " boards can be recorded");
     }
 }
 
