@@ -17,6 +17,9 @@ using std::chrono::steady_clock;
 /** Ticks after which the clock shows the same number again. */
 constexpr double wrap = 4294967296.0;
 
+/** Ticks per second of the slowest clock whose wraps can be computed in nanoseconds. */
+constexpr double slowest = 1.0;
+
 using seconds = std::chrono::duration<double>;
 
 /** A duration rounded down or up. */
@@ -36,9 +39,16 @@ time_bounds common_part(const time_bounds &one, const time_bounds &other)
     return {std::max(one.earliest, other.earliest), std::min(one.latest, other.latest)};
 }
 
+/** Whether there is no time within bounds. */
+bool is_empty(const time_bounds &bounds)
+{
+    return bounds.earliest > bounds.latest;
+}
+
 } // namespace
 
-board_clock::board_clock(double ticks_per_second) : ticks_per_second_(ticks_per_second)
+board_clock::board_clock(double ticks_per_second)
+    : ticks_per_second_(ticks_per_second >= slowest ? ticks_per_second : 0.0)
 {
 }
 
@@ -51,9 +61,16 @@ void board_clock::add(const clock_reading &reading)
     time_bounds now = {reading.sent, reading.received};
     if (last_)
     {
-        const auto expected = bounds_after(seconds_since_reading(reading.tick, now.middle()));
-        now = common_part(now, expected);
-        if (now.earliest > now.latest)
+        const double seconds = seconds_since_reading(reading.tick, now.middle());
+        const double wrap_seconds = wrap / ticks_per_second_;
+        if (!is_empty(common_part(now, bounds_after(seconds - wrap_seconds))) ||
+            !is_empty(common_part(now, bounds_after(seconds + wrap_seconds))))
+        {
+            // How often the ticks have wrapped around is not known.
+            return;
+        }
+        now = common_part(now, bounds_after(seconds));
+        if (is_empty(now))
         {
             forget();
             return;
@@ -78,7 +95,7 @@ std::optional<time_bounds> board_clock::bounds(uint32_t tick, steady_clock::time
     }
     auto bounds = bounds_after(seconds);
     bounds.latest = std::min(bounds.latest, arrival);
-    if (bounds.earliest > bounds.latest)
+    if (is_empty(bounds))
     {
         forget();
         return std::nullopt;

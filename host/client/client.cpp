@@ -56,7 +56,8 @@ void client::reconnect()
     understood_ = false;
     frame_rate_ = 0.0;
     unanswered_ends_ = 0;
-    forget_clock();
+    clock_asked_.reset();
+    clock_.reset();
     find_server();
     // Includes those of earlier hosts, which a busy server still answers.
     unanswered_ends_ = any_number;
@@ -93,15 +94,19 @@ std::optional<clock_reading> client::ping(const frame_handler &handler)
 
 void client::ask_clock()
 {
-    // The answer may be that to an earlier question.
-    clock_asked_ = clock_asked_.value_or(loop_->now());
+    clock_asked_ = loop_->now();
     send_command({{"command", "ping"}});
-    ++clock_answers_;
 }
 
 bool client::clock_asked() const noexcept
 {
     return clock_asked_.has_value();
+}
+
+void client::give_up_clock() noexcept
+{
+    clock_given_up_ = true;
+    clock_asked_.reset();
 }
 
 std::optional<clock_reading> client::take_clock() noexcept

@@ -155,7 +155,8 @@ void client::end(waiting_limit limit)
             if (answers_end(received))
             {
                 --unanswered_ends_;
-                forget_clock();
+                clock_asked_.reset();
+                clock_given_up_ = false;
                 parser_.expect_frames(std::nullopt);
                 frame_rate_ = 0.0;
                 return;
@@ -362,26 +363,26 @@ bool client::deliver_log(const nlohmann::json &header)
     return true;
 }
 
-/** Keeps the answer to ask_clock(); false if the message is not one. */
+/** Keeps the answer to ask_clock(), or drops that to a question that was damaged or given up; false if the
+ * message is neither. */
 bool client::keep_clock(const nlohmann::json &header)
 {
-    if (clock_answers_ == 0 || !answers_ping(header))
+    const bool answers = answers_ping(header);
+    if (!clock_asked_)
+    {
+        return answers && clock_given_up_;
+    }
+    if (!answers && !reports_damaged_line(header))
     {
         return false;
     }
-    --clock_answers_;
-    if (const auto asked = std::exchange(clock_asked_, std::nullopt))
+    const time_bounds between = {*clock_asked_, loop_->now()};
+    clock_asked_.reset();
+    if (answers && has_possible_tick(header))
     {
-        clock_ = read_clock(header, {*asked, loop_->now()});
+        clock_ = read_clock(header, between);
     }
     return true;
-}
-
-/** No answer to ask_clock() arrives any more. */
-void client::forget_clock() noexcept
-{
-    clock_asked_.reset();
-    clock_answers_ = 0;
 }
 
 /**

@@ -4,6 +4,7 @@
 #ifndef VANTOR_MESSAGE_KINDS_H
 #define VANTOR_MESSAGE_KINDS_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -41,6 +42,21 @@ inline std::optional<clock_reading> read_clock(const nlohmann::json &answer, tim
         return std::nullopt;
     }
     return clock_reading{between.earliest, between.latest, integer_member<uint32_t>(answer, "tick")};
+}
+
+/** Whether the answer to "ping" has a tick of the range that ticks have. */
+inline bool has_possible_tick(const nlohmann::json &answer)
+{
+    const auto tick = answer.find("tick");
+    return tick != answer.end() && tick->is_number_unsigned() && *tick <= UINT32_MAX;
+}
+
+/** Whether a message is an answer to a command that was damaged on its way. */
+inline bool reports_damaged_line(const nlohmann::json &header)
+{
+    const auto code = header.value("code", nlohmann::json());
+    return header["status"] == "error" && (code == "bad_json" || code == "unknown_command" ||
+                                           code == "bad_argument" || code == "line_too_long");
 }
 
 /** Throws if a message reports an error of the server. */

@@ -16,7 +16,8 @@ using std::chrono::milliseconds;
 /** How often the server is asked. */
 constexpr std::chrono::seconds interval{1};
 
-/** After this time, and some frames, the answer to a question was lost. */
+/** After a damaged message, answers to earlier questions arrive for this time and some frames, or never: only
+ * serial lines damage messages, and these do not hold many of them. */
 constexpr std::chrono::seconds longest_answer{5};
 constexpr int longest_answer_frames = 3;
 
@@ -40,14 +41,26 @@ void clock_watch::begin(duration sensor_period)
 {
     sensor_period_ = sensor_period;
     lead_ = shortest_lead;
+    open_ = false;
+    drained_ = {};
     if (has_clock())
     {
         ask();
     }
 }
 
+void clock_watch::note_damage()
+{
+    take_answer();
+    if (open_)
+    {
+        drain();
+    }
+}
+
 void clock_watch::ask_if_due()
 {
+    take_answer();
     if (time_left() == milliseconds(0) && server_.bytes_missing() == 0)
     {
         ask();
@@ -95,9 +108,9 @@ clock_watch::time_point clock_watch::due() const
     }
     if (server_.clock_asked())
     {
-        return asked_ + longest_answer + longest_answer_frames * sensor_period_;
+        return time_point::max();
     }
-    const auto next = asked_ + interval;
+    const auto next = std::max(asked_ + interval, drained_);
     if (sensor_period_ == duration(0))
     {
         return next;
@@ -110,15 +123,30 @@ clock_watch::time_point clock_watch::due() const
 void clock_watch::ask()
 {
     asked_ = loop_.now();
+    open_ = true;
     server_.ask_clock();
+}
+
+/** Gives the last question up, and asks no more until no answer to it can arrive. */
+void clock_watch::drain()
+{
+    open_ = false;
+    server_.give_up_clock();
+    drained_ = loop_.now() + longest_answer + longest_answer_frames * sensor_period_;
 }
 
 /** Takes the answer to the last question, if it has arrived. */
 void clock_watch::take_answer()
 {
+    if (!open_ || server_.clock_asked())
+    {
+        return;
+    }
+    open_ = false;
     const auto reading = server_.take_clock();
     if (!reading)
     {
+        drain();
         return;
     }
     clock_.add(*reading);

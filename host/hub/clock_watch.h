@@ -42,6 +42,9 @@ public:
      */
     void begin(duration sensor_period);
 
+    /** A message was damaged: it may have been the answer to a question. */
+    void note_damage();
+
     /** Asks if that is due and no frame is arriving. */
     void ask_if_due();
 
@@ -61,6 +64,7 @@ private:
     using time_point = event_loop::time_point;
 
     [[nodiscard]] bool has_clock() const;
+    void drain();
     [[nodiscard]] time_point due() const;
     [[nodiscard]] std::chrono::milliseconds time_left() const;
     void ask();
@@ -72,6 +76,8 @@ private:
     unsigned earlier_contradictions_ = 0; /**< before reset() */
     duration sensor_period_{};
     duration lead_{};       /**< how long before the next frame of the sensors to ask */
+    bool open_ = false;     /**< the last question has neither been answered nor given up */
+    time_point drained_;    /**< until then, answers to a question that was given up may arrive */
     time_point asked_;      /**< when the last question was sent */
     time_point last_frame_; /**< when the last frame arrived */
 };

@@ -234,7 +234,8 @@ void session_source::configure()
 void session_source::begin_stream()
 {
     const bool sensors_pace = rate_ > 0.0 && metadata_->tick_period == 0;
-    const std::chrono::duration<double> period(sensors_pace ? 1.0 / rate_ : 0.0);
+    constexpr double longest_period = 3600.0;
+    const std::chrono::duration<double> period(sensors_pace ? std::min(1.0 / rate_, longest_period) : 0.0);
     clock_watch_->begin(std::chrono::duration_cast<clock::duration>(period));
     server_.start();
 }
@@ -278,6 +279,7 @@ void session_source::note_damage(const bad_message &fault, clock::duration span)
     }
     damage_ = fault.what();
     ++damaged_messages_;
+    clock_watch_->note_damage();
 }
 
 /** Sends a request to the server, and waits for its answer also after damaged messages. */

@@ -147,6 +147,12 @@ TEST(board_clock, knows_nothing_without_a_reading_or_a_clock)
     EXPECT_FALSE(board_clock(1e6).bounds(5, at(1.0)));
     board_clock none(0.0);
     none.add({at(1.0), at(1.0), 5});
+    board_clock slow(0.001);
+    slow.add({at(1.0), at(1.0), 5});
+    EXPECT_FALSE(slow.bounds(5, at(1.0)));
+    board_clock slowest(1.0);
+    slowest.add({at(1e5), at(1e5), 0});
+    EXPECT_TRUE(slowest.bounds(INT32_MAX, at(2e9 + 2e8)));
     EXPECT_FALSE(none.bounds(5, at(1.0)));
 }
 
@@ -190,6 +196,19 @@ TEST(board_clock, knows_no_time_after_a_contradiction_until_two_readings_agree)
     ASSERT_TRUE(bounds);
     EXPECT_NEAR(seconds_of(bounds->middle()), 13.1005, 1e-8);
     EXPECT_EQ(clock.contradictions(), 1U);
+}
+
+TEST(board_clock, uses_no_reading_within_which_the_ticks_can_wrap_around)
+{
+    board_clock clock(1e9);
+    const double wrap = 4.294967296;
+    clock.add({at(10.0), at(10.001), 0});
+    clock.add({at(11.0), at(11.0 + 1.2 * wrap), 1'000'000'000});
+    EXPECT_EQ(clock.contradictions(), 0U);
+    const auto bounds = clock.bounds(1'000'000'000, at(11.1));
+    ASSERT_TRUE(bounds);
+    EXPECT_NEAR(seconds_of(bounds->earliest), 11.0, 1e-3);
+    EXPECT_LT(seconds(bounds->width()).count(), 2e-3);
 }
 
 TEST(board_clock, believes_a_clock_less_with_each_contradiction)

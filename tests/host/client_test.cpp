@@ -596,33 +596,41 @@ TEST(client, keeps_the_clock_while_it_waits_for_another_answer)
     EXPECT_EQ(host.take_clock().value().tick, 2);
 }
 
-TEST(client, counts_a_clock_from_the_first_of_the_questions_that_it_may_answer)
+TEST(client, drops_the_clock_after_giving_it_up)
 {
     fake_server server;
-    std::vector<std::chrono::steady_clock::time_point> asked;
-    server.on("ping", [&](host_connection &host, const json &) {
-        asked.push_back(std::chrono::steady_clock::now());
-        if (asked.size() > 1)
+    std::vector<uint32_t> late;
+    server.on("ping", [&](host_connection &, const json &) { late.push_back(7); });
+    server.on("stats", [&](host_connection &host, const json &) {
+        for (const auto tick : std::exchange(late, {}))
         {
-            send_clock(host, static_cast<uint32_t>(asked.size()));
+            send_clock(host, tick);
         }
+        host.send({{"status", "ok"}, {"command", "stats"}, {"payload_size", 0}}, "");
     });
     auto host = connect(server);
-    const auto before = std::chrono::steady_clock::now();
     host.ask_clock();
+    host.give_up_clock();
+    EXPECT_FALSE(host.clock_asked());
     host.stats();
-    EXPECT_TRUE(host.clock_asked());
-    host.ask_clock();
-    host.stats();
-    const auto doubtful = host.take_clock().value();
-    EXPECT_EQ(doubtful.tick, 2);
-    EXPECT_GE(doubtful.sent, before);
-    EXPECT_LE(doubtful.sent, asked[0]);
-    host.ask_clock();
-    host.stats();
-    const auto next = host.take_clock().value();
-    EXPECT_EQ(next.tick, 3);
-    EXPECT_GE(next.sent, asked[1]);
+    EXPECT_FALSE(host.take_clock());
+}
+
+TEST(client, takes_an_error_for_the_answer_to_a_damaged_question)
+{
+    for (const char *code : {"bad_json", "unknown_command", "bad_argument", "line_too_long"})
+    {
+        fake_server server;
+        server.on("ping", [&](host_connection &host, const json &) {
+            host.send({{"status", "error"}, {"code", code}, {"message", "What?"}, {"payload_size", 0}}, "");
+        });
+        auto host = connect(server);
+        host.ask_clock();
+        host.stats();
+        EXPECT_FALSE(host.clock_asked());
+        EXPECT_FALSE(host.take_clock());
+        EXPECT_THROW(host.ping(), server_error) << code;
+    }
 }
 
 TEST(client, forgets_at_the_end_of_a_session_that_it_asked_for_the_clock)
@@ -646,11 +654,16 @@ TEST(client, takes_no_clock_from_a_server_that_reports_none)
     host.stats();
     EXPECT_FALSE(host.clock_asked());
     EXPECT_FALSE(host.take_clock());
-    server.on("ping", [](host_connection &other, const json &) {
-        other.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", -1}}, "");
-    });
-    host.ask_clock();
-    EXPECT_THROW(host.stats(), protocol_error);
+    for (const json &tick : {json(-1), json(4294967296), json(1.5), json("7"), json()})
+    {
+        server.on("ping", [&](host_connection &other, const json &) {
+            other.send({{"status", "ok"}, {"command", "ping"}, {"payload_size", 0}, {"tick", tick}}, "");
+        });
+        host.ask_clock();
+        host.stats();
+        EXPECT_FALSE(host.clock_asked());
+        EXPECT_FALSE(host.take_clock()) << tick;
+    }
 }
 
 TEST(client, requests_statistics)

@@ -206,17 +206,44 @@ TEST_F(clock_watch_test, knows_no_time_of_a_server_that_does_not_report_its_cloc
 TEST_F(clock_watch_test, asks_again_after_a_lost_answer)
 {
     answer_ping = [this](host_connection &host) {
-        if (asked.size() > 1)
+        if (asked.size() == 2)
         {
-            send_clock(host, 100us, 100us);
+            host.send("damaged\n");
+            return;
         }
+        send_clock(host, 100us, 100us);
     };
     receive_for(9900ms);
-    ASSERT_GT(asked.size(), 2U);
-    EXPECT_GE(asked[1] - asked[0], 4999ms);
-    EXPECT_FALSE(frames[0].items()[0].utc);
-    expect_times(400, 2600ms);
+    ASSERT_GT(asked.size(), 3U);
+    EXPECT_GE(asked[2] - asked[1], 4999ms);
+    EXPECT_GE(asked[3] - asked[2], 999ms);
+    expect_times(0, 2600us);
     EXPECT_LT(frames.back().items()[0].utc->bound, 500us);
+}
+
+TEST_F(clock_watch_test, goes_on_after_a_damaged_question)
+{
+    answer_ping = [this](host_connection &host) {
+        if (asked.size() == 2)
+        {
+            host.send({{"status", "error"}, {"code", "bad_json"}, {"message", "What?"}, {"payload_size", 0}},
+                      "");
+            return;
+        }
+        send_clock(host, 100us, 100us);
+    };
+    receive_for(9900ms);
+    ASSERT_GT(asked.size(), 3U);
+    expect_times(0, 2600us);
+}
+
+TEST_F(clock_watch_test, waits_for_answers_that_are_very_late)
+{
+    answer_ping = [this](host_connection &host) { send_clock(host, 100us, asked.size() == 2 ? 6s : 0s); };
+    receive_for(9900ms);
+    ASSERT_GT(asked.size(), 3U);
+    EXPECT_GE(asked[2] - asked[1], 6s);
+    expect_times(0, 2600us);
 }
 
 TEST_F(clock_watch_test, knows_no_time_of_a_clock_at_another_rate)

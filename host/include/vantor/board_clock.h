@@ -58,7 +58,7 @@ inline constexpr double most_drift = 200e-6;
 class board_clock
 {
 public:
-    /** @param ticks_per_second  0 if the server has no clock; bounds() then returns nothing */
+    /** @param ticks_per_second  0 if the server has no clock; below 1, bounds() returns nothing */
     explicit board_clock(double ticks_per_second);
 
     /** Adds a reading, not older than the last one. */

@@ -129,13 +129,18 @@ public:
 
     /**
      * Asks for the server's clock without waiting. Whichever function of this object meets the answer keeps
-     * it for take_clock(). Asking again before the answer has come makes the reading less exact, but not
-     * wrong.
+     * it for take_clock(). Not while clock_asked().
      */
     void ask_clock();
 
-    /** Whether the answer to ask_clock() has not come yet. It never does if it was damaged on the way. */
+    /**
+     * Whether the answer to ask_clock() has not come yet. It never does if it was damaged on the way; if the
+     * question was, the server reports an error instead, which ends the question, too.
+     */
     [[nodiscard]] bool clock_asked() const noexcept;
+
+    /** No longer waits for the answer to ask_clock(); if it comes nevertheless, it is dropped. */
+    void give_up_clock() noexcept;
 
     /** The answer to ask_clock(), once; nothing if there is none, or the server does not report its clock. */
     std::optional<clock_reading> take_clock() noexcept;
@@ -253,7 +258,6 @@ private:
     void complete(frame &received);
     bool deliver_log(const nlohmann::json &header);
     bool keep_clock(const nlohmann::json &header);
-    void forget_clock() noexcept;
     nlohmann::json request(const nlohmann::json &command, const frame_handler &handler = {},
                            std::optional<std::chrono::milliseconds> timeout = {});
     nlohmann::json await_answer(const std::string &command, const frame_handler &handler,
@@ -280,7 +284,7 @@ private:
     bool streaming_ = false;                /**< the answer to a command may follow frames */
     time_point ping_sent_;                  /**< when the last one was sent */
     std::optional<time_point> clock_asked_; /**< when the question was sent that is not answered */
-    unsigned clock_answers_ = 0;            /**< most answers to ask_clock() that may still arrive */
+    bool clock_given_up_ = false;           /**< answers to earlier questions may still arrive */
     std::optional<clock_reading> clock_;    /**< for take_clock() */
     nlohmann::json awaited_; /**< command whose answer may still arrive after a damaged message */
     log_handler on_log_;
