@@ -101,19 +101,24 @@ void board_recording::run(const std::function<bool()> &stop)
     }
 }
 
-void board_recording::finish()
+std::exception_ptr board_recording::complete_files()
 {
     const auto late = recorder_->close();
-    failure_ = failure_ ? failure_ : late;
     try
     {
         writer_->finish();
         finished_ = true;
+        return late;
     }
     catch (const recording_error &)
     {
-        failure_ = failure_ ? failure_ : std::current_exception();
+        return late ? late : std::current_exception();
     }
+}
+
+void board_recording::finish(const std::exception_ptr &failure)
+{
+    failure_ = failure_ ? failure_ : failure;
 }
 
 std::exception_ptr board_recording::failure() const

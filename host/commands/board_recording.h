@@ -66,8 +66,16 @@ public:
     /** Records until a limit is reached. @param stop  see stream_limits */
     void run(const std::function<bool()> &stop);
 
-    /** Waits until everything is on the disk, and writes the final documents. */
-    void finish();
+    /**
+     * Waits until everything is on the disk, and writes the final documents. Can be called from another
+     * thread while others ask has_failed().
+     *
+     * @return why that failed; null if it did not
+     */
+    [[nodiscard]] std::exception_ptr complete_files();
+
+    /** Notes the result of complete_files(). */
+    void finish(const std::exception_ptr &failure);
 
     /** Why it failed; null if it did not. For a failure of its files, with what is left of them. */
     [[nodiscard]] std::exception_ptr failure() const;

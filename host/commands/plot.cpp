@@ -123,7 +123,9 @@ drawn_pictures draw(const plot_options &options, const board_place &place,
     const reading_progress progress(recording, streams, 2, check_interrupt);
     const auto directory = std::filesystem::weakly_canonical(recording_directory(options.recording));
     const auto board = place.board.empty() ? std::string() : ", board " + place.board.string();
+    // Names of boards can end in a number like those of pages, but have no full stop.
     return draw_recording(recording, {.output = output_of(options, place),
+                                      .page_mark = place.board.empty() ? "-" : ".",
                                       .title = printable(directory.filename().string() + board),
                                       .distance = distance,
                                       .axis = axis,

@@ -194,7 +194,9 @@ std::vector<std::exception_ptr> run(named_boards &boards, event_loop &loop, cons
     };
     return for_each_board(boards, loop, [&](named_board &board) {
         board.recording.run(check);
-        run_beside(loop, [&board] { board.recording.finish(); });
+        std::exception_ptr failure;
+        run_beside(loop, [&] { failure = board.recording.complete_files(); });
+        board.recording.finish(failure);
     });
 }
 

@@ -14,6 +14,7 @@
 #include "recording/recording_documents.h"
 #include "recording/repair.h"
 #include "vantor/board_collection.h"
+#include "vantor/errors.h"
 #include "vantor/recording_error.h"
 
 namespace vantor
@@ -103,7 +104,7 @@ ordered_json repair_board(board_collection &collection, size_t index, const repa
         outcome = to_json(directory, result);
         text = to_text(result);
     }
-    catch (const bad_recording &failure)
+    catch (const error &failure)
     {
         outcome = {{"recording", directory.string()}, {"failure", failure.what()}};
         text = std::string("not repaired: ") + failure.what();

@@ -152,7 +152,7 @@ private:
             return what_.output;
         }
         auto path = what_.output;
-        path.replace_filename(what_.output.stem().string() + "-" + std::to_string(number + 1) +
+        path.replace_filename(what_.output.stem().string() + what_.page_mark + std::to_string(number + 1) +
                               what_.output.extension().string());
         return path;
     }

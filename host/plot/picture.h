@@ -21,6 +21,7 @@ namespace vantor
 struct drawing
 {
     std::filesystem::path output; /**< the PNG file of the first page; an existing file is replaced */
+    std::string page_mark = "-";  /**< before the numbers of further pages in their names */
     std::string title = {};       /**< of the picture, such as the name of the recording */
     std::optional<double> distance =
         std::nullopt; /**< for phase and velocity, in metres; the strongest echo if not given */

@@ -158,6 +158,18 @@ TEST_F(board_commands, repair_lists_the_documents_again)
     EXPECT_EQ(info()["damage"], json::array());
 }
 
+TEST_F(board_commands, repair_goes_on_after_a_file_that_cannot_be_written)
+{
+    const auto data = place / "near/group-1-item-1.sigmf-data";
+    std::filesystem::resize_file(data, std::filesystem::file_size(data) - 1);
+    std::filesystem::rename(data, place / "elsewhere");
+    std::filesystem::create_symlink("../elsewhere", data);
+    const auto text = run({"repair", place.string(), "--drop-frames"});
+    EXPECT_EQ(text.code, exit_code::damaged);
+    EXPECT_THAT(text.out, HasSubstr("near: not repaired: "));
+    EXPECT_THAT(text.out, HasSubstr("far: 5 frames left; nothing to repair\n"));
+}
+
 TEST_F(board_commands, other_commands_ask_for_one_board)
 {
     EXPECT_THAT(run({"replay", place.string(), "--tcp", "0"}).err,
