@@ -139,3 +139,24 @@ def test_reads_both_clocks_until_the_readings_are_close() -> None:
     anchor = read_anchor(lambda: next(times), lambda: 1.8e9 + next(times) + 0.0005)
     assert anchor.bound == pytest.approx(0.002)
     assert abs(anchor.utc_at_zero - 1.8e9) <= anchor.bound
+
+
+def test_uses_no_reading_within_which_the_ticks_can_wrap_around() -> None:
+    clock = BoardClock(1e9)
+    clock.add(ClockReading(10.0, 10.001, 0))
+    clock.add(ClockReading(11.0, 11.0 + 1.2 * 2**32 / 1e9, 1_000_000_000))
+    assert clock.contradictions == 0
+    assert clock.relation is not None
+    bounds = clock.relation.bounds_of_frame(1_000_000_000, 11.1)
+    assert bounds is not None
+    assert bounds.earliest == pytest.approx(11.0, abs=1e-3) and bounds.width < 2e-3
+
+
+def test_believes_a_clock_less_with_each_contradiction() -> None:
+    clock = BoardClock(1e6)
+    known = []
+    for time, tick in ((1, 1), (2, 3), (3, 4), (4, 5), (5, 7), (6, 8), (7, 9), (8, 10)):
+        clock.add(ClockReading(time, time + 0.001, tick * 1_000_000))
+        known.append(clock.relation is not None)
+    assert known == [True, False, False, True, False, False, False, True]
+    assert clock.contradictions == 2

@@ -189,29 +189,37 @@ class BoardClock:
         self._ticks_per_second = ticks_per_second
         self._anchor = anchor
         self._last: ClockRelation | None = None
-        #: Since a contradiction, no two readings have agreed.
-        self._doubtful = False
+        #: How many readings must agree before anything is known.
+        self._doubts = 0
         #: How often a reading contradicted those before it.
         self.contradictions = 0
 
     @property
     def relation(self) -> ClockRelation | None:
         """What the readings show; None if nothing yet."""
-        return None if self._doubtful else self._last
+        return None if self._doubts else self._last
 
     def add(self, reading: ClockReading) -> None:
         """Adds a reading, not older than the last one.
 
         If it contradicts the earlier ones, the server's clock was set, or runs at a wrong rate: all readings are
-        forgotten, and nothing is known until two of the next ones agree.
+        forgotten, and nothing is known until further ones agree: a second one after the first contradiction, and
+        with each contradiction twice as many. One within which the ticks can wrap around is not used.
         """
         if not self._ticks_per_second > 0.0:
             return
         moment: TimeBounds | None = TimeBounds(reading.sent, reading.received)
         if self._last is not None and moment is not None:
-            moment = self._last.bounds(reading.tick, moment.middle).common(reading.sent, reading.received)
-            self._doubtful = moment is None
+            wrap = _WRAP / self._ticks_per_second
+            moment, *others = (
+                self._last.bounds(reading.tick, moment.middle + shift).common(reading.sent, reading.received)
+                for shift in (0.0, -wrap, wrap)
+            )
+            if any(others):
+                return
+            self._doubts = max(self._doubts - 1, 0)
         if moment is None:
+            self._doubts = 1 << min(self.contradictions, 32)
             self.contradictions += 1
             self._last = None
         else:
