@@ -103,7 +103,7 @@ void board_recording::run(const std::function<bool()> &stop)
 
 std::exception_ptr board_recording::complete_files()
 {
-    const auto late = recorder_->close();
+    auto late = recorder_->close();
     try
     {
         writer_->finish();

@@ -141,6 +141,7 @@ std::optional<shared_axis> axis_of(const std::vector<board_place> &places)
         return std::nullopt;
     }
     std::vector<time_figures> times;
+    times.reserve(places.size());
     for (const auto &place : places)
     {
         times.push_back(read_times(recording_reader(place.recording), 0));
