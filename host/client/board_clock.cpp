@@ -39,7 +39,7 @@ time_bounds common_part(const time_bounds &one, const time_bounds &other)
     return {std::max(one.earliest, other.earliest), std::min(one.latest, other.latest)};
 }
 
-/** Whether there is no time within bounds. */
+/** Whether no time is within bounds. */
 bool is_empty(const time_bounds &bounds)
 {
     return bounds.earliest > bounds.latest;

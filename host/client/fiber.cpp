@@ -1,5 +1,5 @@
 /** @file
- * A function that runs on a stack of its own.
+ * A function that runs on its own stack.
  */
 #include "client/fiber.h"
 

@@ -1,5 +1,5 @@
 /** @file
- * A function that runs on a stack of its own, and can be left and continued.
+ * A function that runs on its own stack, and can be left and continued.
  */
 #ifndef VANTOR_FIBER_H
 #define VANTOR_FIBER_H
@@ -16,7 +16,7 @@ namespace vantor
 {
 
 /**
- * A function on a stack of its own. Exceptions that are being handled belong to the stack, so that a function
+ * A function on its own stack. Exceptions that are being handled belong to the stack, so that a function
  * can be left within a handler.
  */
 class fiber

@@ -1,5 +1,5 @@
 /** @file
- * The tasks of an event loop: functions that wait in turn, each on a stack of its own.
+ * The tasks of an event loop: functions that wait in turn, each on its own stack.
  */
 #ifndef VANTOR_TASKS_H
 #define VANTOR_TASKS_H

@@ -27,7 +27,7 @@ void check_options(const record_options &options, size_t boards)
     {
         throw usage_error("--truth is the file of one server, but " + std::to_string(boards) +
                           " boards are given: leave it out, which records the truth of sim: addresses, or "
-                          "record each board with a command of its own");
+                          "record each board with its own command");
     }
 }
 

@@ -35,39 +35,40 @@ and can take control. Recordings begun on the page are stored in "recordings". P
 command view_command()
 {
     auto options = std::make_shared<view_options>();
-    return {.name = "view",
-            .help = "Show frames in the browser while they are measured, or a recording.",
-            .footer = view_footer,
-            .options =
-                {{.name = "CONFIG_OR_RECORDING",
-                  .help = "Configuration document (a JSON file), or directory written by \"vantor "
-                          "record\"",
-                  .value = &options->what},
-                 {.name = "--connect",
-                  .help = "Address of a server (tcp:HOST:PORT, unix:PATH or serial:DEVICE@BAUD), or sim: to "
-                          "start a private simulated server; repeat it to show several boards",
-                  .value = &options->connect,
-                  .value_name = address_name,
-                  .default_value = default_address},
-                 {.name = "--board",
-                  .help = "Show a board with a configuration of its own: its file, \"=\" and an address as "
-                          "for --connect; can be repeated",
-                  .value = &options->boards,
-                  .value_name = "CONFIG=ADDRESS"},
-                 {.name = "--listen",
-                  .help = "Address at which the page is served; port 0 for any free port",
-                  .value = &options->listen,
-                  .value_name = "HOST:PORT",
-                  .default_value = options->listen},
-                 {.name = "--record",
-                  .help = "Record from the start, to this new directory",
-                  .value = &options->record,
-                  .value_name = "DIR"},
-                 truth_option(options->truth),
-                 {.name = "--no-browser",
-                  .help = "Only print the address, do not open a browser",
-                  .value = &options->no_browser}},
-            .run = [options](const command_streams &streams) { return run_view(*options, streams); }};
+    return {
+        .name = "view",
+        .help = "Show frames in the browser while they are measured, or a recording.",
+        .footer = view_footer,
+        .options = {{.name = "CONFIG_OR_RECORDING",
+                     .help = "Configuration document (a JSON file), or directory written by \"vantor "
+                             "record\"",
+                     .value = &options->what},
+                    {.name = "--connect",
+                     .help =
+                         "Address of a server (tcp:HOST:PORT, unix:PATH or serial:DEVICE@BAUD), or sim: to "
+                         "start a private simulated server; repeat it to show several boards",
+                     .value = &options->connect,
+                     .value_name = address_name,
+                     .default_value = default_address},
+                    {.name = "--board",
+                     .help = "Show a board with its own configuration: the file, \"=\" and an address as "
+                             "for --connect; can be repeated",
+                     .value = &options->boards,
+                     .value_name = "CONFIG=ADDRESS"},
+                    {.name = "--listen",
+                     .help = "Address at which the page is served; port 0 for any free port",
+                     .value = &options->listen,
+                     .value_name = "HOST:PORT",
+                     .default_value = options->listen},
+                    {.name = "--record",
+                     .help = "Record from the start, to this new directory",
+                     .value = &options->record,
+                     .value_name = "DIR"},
+                    truth_option(options->truth),
+                    {.name = "--no-browser",
+                     .help = "Only print the address, do not open a browser",
+                     .value = &options->no_browser}},
+        .run = [options](const command_streams &streams) { return run_view(*options, streams); }};
 }
 
 } // namespace vantor
