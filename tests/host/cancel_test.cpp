@@ -22,10 +22,8 @@ using nlohmann::json;
 using test::example_session;
 using test::fake_server;
 using test::host_connection;
+using test::patience;
 using testing::ElementsAre;
-
-/** Longer than any operation takes on a busy machine. */
-constexpr client_timeouts patience{.connect = 60s, .answer = 60s, .configure = 60s, .frame = 60s};
 
 TEST(cancel, ends_a_wait_that_has_begun)
 {

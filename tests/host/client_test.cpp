@@ -26,12 +26,10 @@ using nlohmann::json;
 using test::example_session;
 using test::fake_server;
 using test::host_connection;
+using test::patience;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
-
-/** Longer than any operation takes on a busy machine, for tests that wait in real time. */
-constexpr client_timeouts patience{.connect = 60s, .answer = 60s, .configure = 60s, .frame = 60s};
 
 /** A client of a fake server. */
 client connect(const fake_server &server, client_timeouts timeouts = patience)

@@ -13,9 +13,16 @@
 #include <boost/asio/ip/tcp.hpp>
 
 #include "server_script.h"
+#include "vantor/client.h"
 
 namespace vantor::test
 {
+
+/** Longer than any operation takes on a busy machine, for tests that wait in real time. */
+inline constexpr client_timeouts patience{.connect = std::chrono::minutes(1),
+                                          .answer = std::chrono::minutes(1),
+                                          .configure = std::chrono::minutes(1),
+                                          .frame = std::chrono::minutes(1)};
 
 /** A server that serves one host after the other on a free TCP port of this machine. */
 class fake_server

@@ -7,10 +7,10 @@
 #include <cmath>
 #include <numbers>
 #include <numeric>
-#include <random>
 
 #include <gmock/gmock.h>
 
+#include "noise_source.h"
 #include "plot/sensor_scale.h"
 #include "temporary_directory.h"
 #include "written_recordings.h"
@@ -253,28 +253,10 @@ TEST(item_analysis, keeps_of_many_points_what_a_picture_shows)
     EXPECT_EQ(levels.back(), 10.0F);
 }
 
-/** Noise with this RMS amplitude, the same in every run. */
-class noise_source
-{
-public:
-    explicit noise_source(double rms) : part_(0.0, rms / std::numbers::sqrt2)
-    {
-    }
-
-    std::complex<double> operator()()
-    {
-        return {part_(source_), part_(source_)};
-    }
-
-private:
-    std::mt19937 source_{7};
-    std::normal_distribution<double> part_;
-};
-
 TEST(item_analysis, measures_the_noise_beside_an_echo)
 {
     const test::temporary_directory directory;
-    noise_source noise(200.0);
+    test::noise_source noise(200.0);
     test::write_item(directory / "out", {.config = json::object()}, 200,
                      [&](int frame, size_t, size_t point) {
                          return noise() + std::polar(point == 50 ? 8000.0 : 0.0, 0.3 * frame);
@@ -295,7 +277,7 @@ TEST(item_analysis, measures_the_noise_beside_an_echo)
 TEST(item_analysis, finds_no_echo_in_noise)
 {
     const test::temporary_directory directory;
-    noise_source noise(200.0);
+    test::noise_source noise(200.0);
     test::write_item(directory / "out", {.config = json::object()}, 100,
                      [&](int, size_t, size_t) { return noise(); });
     recording_reader recording(directory / "out");
@@ -311,7 +293,7 @@ TEST(item_analysis, finds_no_echo_in_noise)
 TEST(item_analysis, claims_no_echo_if_the_noise_is_unknown)
 {
     const test::temporary_directory directory;
-    noise_source noise(200.0);
+    test::noise_source noise(200.0);
     // One sweep per frame.
     test::write_item(directory / "out", {.config = json::object()}, 1,
                      [&](int, size_t, size_t point) { return noise() + (point == 50 ? 9000.0 : 0.0); });
@@ -324,7 +306,7 @@ TEST(item_analysis, claims_no_echo_if_the_noise_is_unknown)
 TEST(item_analysis, has_a_floor_that_contains_the_constant_offset)
 {
     const test::temporary_directory directory;
-    noise_source noise(4.0);
+    test::noise_source noise(4.0);
     test::write_item(directory / "out", {.config = json::object()}, 200, [&](int, size_t, size_t point) {
         return noise() + std::complex<double>(5.0, -5.0) + (point == 50 ? 900.0 : 0.0);
     });
@@ -406,7 +388,7 @@ item_analysis analyse_walk(double velocity, std::optional<double> distance = std
                          {"step_length", 4},
                          {"sweep_rate", 1000},
                          {"sweeps_per_frame", 16}};
-    noise_source noise(20.0);
+    test::noise_source noise(20.0);
     test::write_item(directory / "out", {.config = config, .points = 300, .sweeps = 16, .frame_ticks = 50000},
                      20, [&](int frame, size_t sweep, size_t point) {
                          const double seconds = frame * 0.05 + static_cast<double>(sweep) * 0.001;

@@ -8,11 +8,10 @@
 #include <complex>
 #include <functional>
 #include <limits>
-#include <numbers>
-#include <random>
 
 #include <gmock/gmock.h>
 
+#include "noise_source.h"
 #include "vantor/tick_clock.h"
 
 namespace vantor
@@ -116,30 +115,6 @@ TEST(item_statistics, finds_the_offset_between_echoes)
 /** What the echoes of a test have: the amplitude at a point in a sweep. */
 using echoes = std::function<std::complex<double>(size_t sweep, size_t point)>;
 
-/** Noise with this RMS amplitude, the same in every run. */
-class noise_source
-{
-public:
-    explicit noise_source(double rms) : part_(0.0, rms / std::numbers::sqrt2)
-    {
-    }
-
-    std::complex<double> operator()()
-    {
-        return {part_(source_), part_(source_)};
-    }
-
-    /** Leaves out a number. */
-    void skip()
-    {
-        source_.discard(1);
-    }
-
-private:
-    std::mt19937 source_{7};
-    std::normal_distribution<double> part_;
-};
-
 /** The parts of a sample, rounded and clipped as those of a sensor. */
 sample digitised(std::complex<double> value)
 {
@@ -153,7 +128,7 @@ sample digitised(std::complex<double> value)
 background measured_background(size_t frames, size_t sweeps, const echoes &source)
 {
     constexpr size_t length = 100;
-    noise_source noise(20.0);
+    test::noise_source noise(20.0);
     item_statistics statistics(points(length));
     for (size_t frame = 0; frame < frames; ++frame)
     {
@@ -212,7 +187,7 @@ TEST(item_statistics, measures_the_noise_beside_echoeshat_pass_most_points)
 TEST(item_statistics, has_the_mean_level_of_noise_that_is_not_always_as_strong)
 {
     constexpr size_t length = 100;
-    noise_source noise(20.0);
+    test::noise_source noise(20.0);
     item_statistics statistics(points(length));
     for (size_t frame = 0; frame < 200; ++frame)
     {
@@ -267,7 +242,7 @@ TEST(item_statistics, measures_the_noise_in_few_sweeps)
 TEST(item_statistics, measures_the_mean_power_of_noise_that_changes)
 {
     // Another transmitter is on for half of the time.
-    noise_source noise(100.0);
+    test::noise_source noise(100.0);
     noise.skip();
     const auto source = [&](size_t sweep, size_t) { return sweep / 100 % 2 == 0 ? 0.0 : noise(); };
     const double mean = std::sqrt(400.0 + 10000.0 / 2.0);

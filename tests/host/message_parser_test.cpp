@@ -250,7 +250,7 @@ TEST(message_parser, finds_the_next_message_wherever_the_stream_was_joined)
 }
 
 /** A message with everything in its header that makes it hard to find its start. */
-std::string frame(const std::string &payload)
+std::string frame_message(const std::string &payload)
 {
     return R"({"result_info":[[{"tick":1},{"tick":2,"text":"\"}]{\\"}],[{}]],"status":"ok","payload_size":)" +
            std::to_string(payload.size()) + "}\n" + payload;
@@ -284,8 +284,8 @@ std::pair<std::vector<std::string>, int> read_all(const std::string &stream,
 
 TEST(message_parser, finds_the_next_frame_of_a_stream_whose_payloads_end_without_line_feed)
 {
-    const std::string stream = frame("one {\"[") + frame("two\n\\\"}") + frame("three") + frame("four");
-    for (size_t lost = 0; lost < frame("one {\"[").size() + frame("two\n\\\"}").size(); ++lost)
+    const std::string stream = frame_message("one {\"[") + frame_message("two\n\\\"}") + frame_message("three") + frame_message("four");
+    for (size_t lost = 0; lost < frame_message("one {\"[").size() + frame_message("two\n\\\"}").size(); ++lost)
     {
         auto damaged = stream;
         damaged.erase(lost, 1);
@@ -301,7 +301,7 @@ TEST(message_parser, finds_the_next_frame_of_a_stream_whose_payloads_end_without
 TEST(message_parser, loses_no_message_to_bytes_before_its_header)
 {
     const auto [payloads, faults] =
-        read_all(frame("one") + "noise" + frame("two") + "noise" + frame("three"));
+        read_all(frame_message("one") + "noise" + frame_message("two") + "noise" + frame_message("three"));
     EXPECT_THAT(payloads, testing::ElementsAre("one", "two", "three"));
     EXPECT_EQ(faults, 2);
 }
@@ -329,7 +329,7 @@ TEST(message_parser, loses_at_most_two_frames_to_a_damaged_payload_size)
     {
         payloads.push_back(mixed_payload(size, i));
         starts.push_back(stream.size());
-        stream += frame(payloads.back());
+        stream += frame_message(payloads.back());
     }
     const auto first_digit = stream.find("4852", starts[2]);
     for (size_t digit = first_digit; digit < first_digit + 4; ++digit)
@@ -347,7 +347,7 @@ TEST(message_parser, loses_at_most_two_frames_to_a_damaged_payload_size)
 
 TEST(message_parser, reports_every_frame_of_another_size)
 {
-    const std::string stream = frame("1234") + frame("12345") + frame("a\nbcd") + frame("") + frame("abcd");
+    const std::string stream = frame_message("1234") + frame_message("12345") + frame_message("a\nbcd") + frame_message("") + frame_message("abcd");
     const auto [payloads, faults] = read_all(stream, 4);
     EXPECT_THAT(payloads, testing::ElementsAre("1234", "abcd"));
     EXPECT_EQ(faults, 3);
