@@ -32,7 +32,7 @@ CUT = {"groups": [[{"sensor_id": 2, "config": {}}]]}
 BUILDS = {
     "simulator": ("-DVANTOR_TESTS=ON", "-DCMAKE_C_FLAGS_RELEASE=-Os", "-DCMAKE_CXX_FLAGS_RELEASE=-Os"),
     "library": ("-DVANTOR_SENSORS=library", f"-DVANTOR_SENSOR_LIBRARY={STAND_IN}",
-                "-DCMAKE_C_FLAGS_RELEASE=-O2 -flto=auto", "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -flto=auto"),
+                "-DCMAKE_C_FLAGS_RELEASE=-Os -flto=auto", "-DCMAKE_CXX_FLAGS_RELEASE=-Os -flto=auto"),
 }
 
 C_BOARD = pathlib.Path(__file__).parent / "c_board"
