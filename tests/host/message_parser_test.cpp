@@ -284,8 +284,10 @@ std::pair<std::vector<std::string>, int> read_all(const std::string &stream,
 
 TEST(message_parser, finds_the_next_frame_of_a_stream_whose_payloads_end_without_line_feed)
 {
-    const std::string stream = frame_message("one {\"[") + frame_message("two\n\\\"}") + frame_message("three") + frame_message("four");
-    for (size_t lost = 0; lost < frame_message("one {\"[").size() + frame_message("two\n\\\"}").size(); ++lost)
+    const std::string stream = frame_message("one {\"[") + frame_message("two\n\\\"}") +
+                               frame_message("three") + frame_message("four");
+    for (size_t lost = 0; lost < frame_message("one {\"[").size() + frame_message("two\n\\\"}").size();
+         ++lost)
     {
         auto damaged = stream;
         damaged.erase(lost, 1);
@@ -347,7 +349,8 @@ TEST(message_parser, loses_at_most_two_frames_to_a_damaged_payload_size)
 
 TEST(message_parser, reports_every_frame_of_another_size)
 {
-    const std::string stream = frame_message("1234") + frame_message("12345") + frame_message("a\nbcd") + frame_message("") + frame_message("abcd");
+    const std::string stream = frame_message("1234") + frame_message("12345") + frame_message("a\nbcd") +
+                               frame_message("") + frame_message("abcd");
     const auto [payloads, faults] = read_all(stream, 4);
     EXPECT_THAT(payloads, testing::ElementsAre("1234", "abcd"));
     EXPECT_EQ(faults, 3);
