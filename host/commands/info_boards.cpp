@@ -10,6 +10,7 @@
 #include <string>
 
 #include "commands/info_document.h"
+#include "commands/next_command.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
 #include "recording/printable.h"
@@ -45,7 +46,8 @@ std::optional<board_times> times_of(const recording_check &check)
 /** What the list says of a board. */
 ordered_json describe_entry(const recorded_board &board)
 {
-    ordered_json entry = {{"directory", board.directory}, {"address", board.address}};
+    ordered_json entry = {{"directory", board.directory}};
+    entry["address"] = board.address ? ordered_json(*board.address) : ordered_json();
     entry["name"] = board.name ? ordered_json(*board.name) : ordered_json();
     entry["id"] = board.id ? ordered_json(*board.id) : ordered_json();
     return entry;
@@ -181,6 +183,11 @@ void print_boards(std::ostream &out, const ordered_json &about)
     for (const auto &fault : about["damage"])
     {
         out << "damage: " << printable(fault.get<std::string>()) << "\n";
+    }
+    if (!about["damage"].empty())
+    {
+        out << "to bring the list up to date: vantor repair "
+            << shell_word(about["recording"].get<std::string>()) << "\n";
     }
 }
 

@@ -209,7 +209,7 @@ nlohmann::ordered_json to_json(const named_boards &boards, const std::filesystem
         nlohmann::ordered_json entry = {{"board", board.entry.directory}};
         set_if_known(entry, "name", board.entry.name);
         set_if_known(entry, "id", board.entry.id);
-        entry["address"] = board.entry.address;
+        set_if_known(entry, "address", board.entry.address);
         const auto failure = board.recording.failure();
         entry["failure"] = failure ? nlohmann::ordered_json(message_of(failure)) : nlohmann::ordered_json();
         entry.update(report_json(board.recording.result()));

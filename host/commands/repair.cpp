@@ -32,7 +32,10 @@ constexpr const char *repair_footer = R"(Examples:
 This keeps the frames that are complete in every item and removes the rest, writes the missing documents, and reads
 everything again to check it. If it would remove more than the last frame of an item, it changes nothing, and prints
 how many frames would be lost. --drop-frames removes them; copy the directory first. Lines of the truth that are damaged,
-repeated or of no frame are removed, and are counted. If the truth is lost, the rest is repaired without it.)";
+repeated or of no frame are removed, and are counted. If the truth is lost, the rest is repaired without it.
+
+Of several boards it repairs each, and lists them again in boards.sigmf-collection. If this file is missing or damaged,
+it lists the recordings in the directories beside it.)";
 
 /** The options of `vantor repair`. */
 struct repair_options
@@ -116,10 +119,28 @@ ordered_json repair_board(board_collection &collection, size_t index, const repa
     return outcome;
 }
 
+/** The list of the boards. */
+struct board_list_state
+{
+    board_collection collection;
+    bool rebuilt = false; /**< because it is missing or damaged */
+};
+
+/** Reads the list of the boards, or finds them again. */
+board_list_state read_or_rebuild(const std::filesystem::path &place)
+try
+{
+    return {.collection = board_collection::read(place)};
+}
+catch (const damaged_recording &)
+{
+    return {.collection = board_collection::rebuild(place), .rebuilt = true};
+}
+
 /** Repairs the recordings of all boards, as far as possible, and the list of the boards. */
 exit_code repair_boards(const repair_options &options, const command_streams &streams)
 {
-    auto collection = board_collection::read(options.recording);
+    auto [collection, rebuilt] = read_or_rebuild(options.recording);
     auto outcomes = ordered_json::array();
     bool failed = false;
     for (size_t i = 0; i < collection.boards().size(); ++i)
@@ -130,7 +151,12 @@ exit_code repair_boards(const repair_options &options, const command_streams &st
     collection.write();
     if (options.json)
     {
-        print_json(streams.out, {{"boards", outcomes}});
+        print_json(streams.out, {{"boards", outcomes}, {"list_rebuilt", rebuilt}});
+    }
+    else if (rebuilt)
+    {
+        streams.out << board_collection_file << ": lists the " << counted(outcomes.size(), "board")
+                    << " again\n";
     }
     if (failed)
     {

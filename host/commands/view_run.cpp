@@ -87,7 +87,7 @@ nlohmann::ordered_json greeting_of(const recording_reader &recording, const reco
     auto hello = playback_board::greeting(recording);
     hello["name"] = board.name.value_or(board.directory);
     hello["id"] = board.id ? nlohmann::ordered_json(*board.id) : nlohmann::ordered_json();
-    hello["source"] = board.address;
+    hello["source"] = board.address.value_or("");
     return hello;
 }
 

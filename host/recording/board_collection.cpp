@@ -8,7 +8,9 @@
 #include <system_error>
 #include <utility>
 
+#include "configuration/optional_members.h"
 #include "recording/file_replacement.h"
+#include "recording/found_boards.h"
 #include "recording/input_file.h"
 #include "recording/new_directory.h"
 #include "recording/printable.h"
@@ -31,9 +33,6 @@ constexpr const char *items_member = "core:streams";
 
 /** Longest name that is made for a directory, without the number of a later one. */
 constexpr size_t longest_made_name = 100;
-
-/** Longest name of a directory that is accepted: that of file systems. */
-constexpr size_t longest_name = 255;
 
 /** The place of the document in a directory. */
 std::filesystem::path document_path(const std::filesystem::path &directory)
@@ -80,13 +79,6 @@ std::string made_name(const recorded_board &board)
         made.pop_back();
     }
     return made.empty() ? "board" : made;
-}
-
-/** Whether a text is the name of a file or directory in the current directory that is not hidden. */
-bool is_file_name(const std::string &text)
-{
-    return !text.empty() && text.size() <= longest_name && !text.starts_with('.') &&
-           text.find('/') == std::string::npos && printable(text) == text;
 }
 
 /** A text from a document, for messages. */
@@ -153,7 +145,7 @@ std::vector<recorded_board> read_boards(const json &list)
         boards.push_back({.directory = entry.at("directory").get<std::string>(),
                           .name = optional_text(entry, "name"),
                           .id = optional_text(entry, "id"),
-                          .address = entry.at("address").get<std::string>()});
+                          .address = optional_text(entry, "address")});
     }
     return boards;
 }
@@ -178,6 +170,30 @@ void read_streams(const std::filesystem::path &document, const json &list,
     }
 }
 
+/** The directory of a document that may be missing. @param place  the document, or its directory */
+std::filesystem::path directory_at(const std::filesystem::path &place)
+{
+    if (place.filename() != board_collection_file)
+    {
+        return recording_directory(place);
+    }
+    return place.has_parent_path() ? place.parent_path() : ".";
+}
+
+/** Throws damaged_recording if a document is missing beside recordings. */
+void require_document(const std::filesystem::path &document)
+{
+    std::error_code failure;
+    const auto directory = document.parent_path();
+    if (!std::filesystem::exists(std::filesystem::symlink_status(document, failure)) &&
+        has_recordings_inside(directory))
+    {
+        throw damaged_recording(
+            document.string() + " is missing: if the recordings beside it belong together, \"vantor repair " +
+            directory.string() + "\" writes it again; otherwise give one of their directories.");
+    }
+}
+
 /** Reads the boards from the text of a document. */
 std::vector<recorded_board> parse_boards(const std::filesystem::path &document, const std::string &text)
 try
@@ -199,6 +215,23 @@ catch (const configuration_error &failure)
     throw bad_recording(failure.what());
 }
 
+/** Reads the boards from a document. */
+std::vector<recorded_board> read_list(const std::filesystem::path &document)
+{
+    require_document(document);
+    const auto text = read_document_text(document);
+    try
+    {
+        return parse_boards(document, text);
+    }
+    catch (const bad_recording &failure)
+    {
+        const auto directory = document.parent_path();
+        const auto advice = " \"vantor repair " + directory.string() + "\" writes it again.";
+        throw damaged_recording(failure.what() + (has_recordings_inside(directory) ? advice : ""));
+    }
+}
+
 /** The items of all boards, with their paths in the directory of the document. */
 std::vector<collection_stream> all_streams(const std::vector<recorded_board> &boards)
 {
@@ -217,15 +250,9 @@ std::vector<collection_stream> all_streams(const std::vector<recorded_board> &bo
 ordered_json describe_entry(const recorded_board &board)
 {
     ordered_json entry = {{"directory", board.directory}};
-    if (board.name)
-    {
-        entry["name"] = *board.name;
-    }
-    if (board.id)
-    {
-        entry["id"] = *board.id;
-    }
-    entry["address"] = board.address;
+    set_if_known(entry, "name", board.name);
+    set_if_known(entry, "id", board.id);
+    set_if_known(entry, "address", board.address);
     return entry;
 }
 
@@ -260,19 +287,30 @@ bool board_collection::is_at(const std::filesystem::path &place)
 {
     std::error_code failure;
     return place.filename() == board_collection_file ||
-           std::filesystem::exists(document_path(place), failure);
+           std::filesystem::exists(document_path(place), failure) || has_recordings_inside(place);
 }
 
 board_collection board_collection::read(const std::filesystem::path &place)
 {
-    const auto directory = recording_directory(place);
-    const auto document = document_path(directory);
-    board_collection collection(directory, parse_boards(document, read_document_text(document)));
+    const auto directory = directory_at(place);
+    board_collection collection(directory, read_list(document_path(directory)));
     for (size_t i = 0; i < collection.boards_.size(); ++i)
     {
         require_inside(collection.directory_of(i));
     }
     return collection;
+}
+
+board_collection board_collection::rebuild(const std::filesystem::path &place)
+{
+    const auto directory = directory_at(place);
+    auto boards = find_boards(directory);
+    if (boards.empty())
+    {
+        throw damaged_recording(document_path(directory).string() +
+                                " cannot be written again: no directory beside it has a recording.");
+    }
+    return {directory, std::move(boards)};
 }
 
 board_collection::board_collection(std::filesystem::path directory, std::vector<recorded_board> boards)

@@ -398,6 +398,12 @@ std::filesystem::path collection_path(const std::filesystem::path &directory)
     return directory / (std::string(collection_name) + ".sigmf-collection");
 }
 
+bool has_documents(const std::filesystem::path &directory)
+{
+    std::error_code failure;
+    return std::filesystem::exists(collection_path(directory), failure) || has_first_item(directory);
+}
+
 std::filesystem::path recording_directory(const std::filesystem::path &place)
 {
     if (!is_there(place))
@@ -417,10 +423,10 @@ recording_documents read_documents(const std::filesystem::path &place)
     const auto collection = collection_path(documents.directory);
     if (!is_there(collection) && !has_first_item(documents.directory))
     {
-        if (is_there(documents.directory / board_collection_file))
+        if (board_collection::is_at(documents.directory))
         {
             throw bad_recording(documents.directory.string() +
-                                " has the recordings of several boards: give one of its directories.");
+                                " has recordings in its directories: give one of these.");
         }
         if (has_only_files(documents.directory))
         {

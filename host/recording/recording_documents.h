@@ -53,6 +53,9 @@ uint64_t read_block_frames(const std::vector<recorded_item> &items);
 /** The path of the collection of a recording in this directory. */
 std::filesystem::path collection_path(const std::filesystem::path &directory);
 
+/** Whether a directory has the collection of a recording, or the metadata of its first item. */
+bool has_documents(const std::filesystem::path &directory);
+
 /**
  * The directory of a recording.
  *

@@ -115,7 +115,7 @@ TEST_F(board_collection_file_test, is_read_as_it_was_written)
 {
     const auto root = place_ / ".";
     board_collection written(root, {record("one"), record("two")});
-    EXPECT_FALSE(board_collection::is_at(root));
+    EXPECT_TRUE(board_collection::is_at(root));
     written.write();
     EXPECT_TRUE(board_collection::is_at(root));
     EXPECT_TRUE(board_collection::is_at(root / board_collection_file));
@@ -173,6 +173,49 @@ TEST_F(board_collection_file_test, can_be_written_again_with_other_items)
     const auto read = board_collection::read(place_ / ".");
     ASSERT_EQ(read.boards()[0].streams.size(), 1U);
     EXPECT_EQ(read.boards()[0].streams[0].digest, "abc");
+}
+
+TEST_F(board_collection_file_test, is_rebuilt_from_the_recordings)
+{
+    example_description_.source = {{"address", "tcp:one:6110"}, {"board", {{"name", "Wall"}, {"id", "3"}}}};
+    const auto two = record("two");
+    example_description_.source = {{"address", 7}, {"board", "Wall"}};
+    const auto one = record("one");
+    static_cast<void>(record(".hidden"));
+    std::filesystem::create_directory_symlink("two", place_ / "link");
+    std::filesystem::create_directory(place_ / "empty");
+    static_cast<void>(place_.write("file", "text"));
+    const auto rebuilt = board_collection::rebuild(place_ / board_collection_file);
+    ASSERT_EQ(rebuilt.boards().size(), 2U);
+    EXPECT_EQ(rebuilt.directory_of(0), place_ / "one");
+    EXPECT_EQ(rebuilt.boards()[0].address, std::nullopt);
+    EXPECT_EQ(rebuilt.boards()[0].name, std::nullopt);
+    EXPECT_EQ(rebuilt.boards()[1].address, "tcp:one:6110");
+    EXPECT_EQ(rebuilt.boards()[1].name, "Wall");
+    EXPECT_EQ(rebuilt.boards()[1].id, "3");
+    EXPECT_EQ(rebuilt.boards()[1].streams[0].digest, two.streams[0].digest);
+    rebuilt.write();
+    EXPECT_EQ(board_collection::read(place_ / ".").boards()[0].address, std::nullopt);
+    EXPECT_THAT(board_collection::read(place_ / ".").changed_documents(), IsEmpty());
+}
+
+TEST_F(board_collection_file_test, is_not_rebuilt_without_recordings)
+{
+    std::filesystem::create_directory(place_ / "empty");
+    EXPECT_FALSE(board_collection::is_at(place_ / "."));
+    EXPECT_THAT([&] { board_collection::rebuild(place_ / "."); },
+                ThrowsMessage<damaged_recording>(HasSubstr("no directory beside it has a recording")));
+}
+
+TEST_F(board_collection_file_test, lists_a_damaged_recording_by_its_directory)
+{
+    static_cast<void>(record("one"));
+    static_cast<void>(place_.write("one/session.sigmf-collection", "{"));
+    static_cast<void>(place_.write("one/group-1-item-1.sigmf-meta", "{"));
+    const auto rebuilt = board_collection::rebuild(place_ / ".");
+    ASSERT_EQ(rebuilt.boards().size(), 1U);
+    EXPECT_EQ(rebuilt.boards()[0].directory, "one");
+    EXPECT_THAT(rebuilt.boards()[0].streams, IsEmpty());
 }
 
 TEST_F(board_collection_file_test, is_written_to_a_new_directory_only)
@@ -244,7 +287,8 @@ TEST_F(board_collection_file_test, is_refused_if_members_are_missing_or_have_the
     expect_refused(R"({"collection":{"core:streams":[]}})", reason);
     expect_refused(R"({"collection":{"vantor:boards":[{"directory":"a","address":"sim:"}]}})", reason);
     expect_refused(document("one"), reason);
-    expect_refused(document(json::array({json{{"directory", "one"}}})), reason);
+    expect_refused(document(json::array({json{{"address", "sim:"}}})), reason);
+    expect_refused(document(json::array({json{{"directory", "one"}, {"address", 7}}})), reason);
     expect_refused(document(json::array({board(7)})), reason);
     expect_refused(document(json::array({json{{"directory", "one"}, {"address", "sim:"}, {"name", 7}}})),
                    reason);

@@ -56,9 +56,25 @@ protected:
         return json::parse(run({"info", place.string(), "--json"}).out);
     }
 
+    /** Expects that all commands that take several boards refuse the directory, with this reason. */
+    void expect_refused(const std::string &reason) const
+    {
+        using arguments = std::vector<std::string>;
+        for (const auto &command : {arguments{"info"}, arguments{"plot"},
+                                    arguments{"export", "--format", "npy"}, arguments{"view"}})
+        {
+            auto words = command;
+            words.push_back(place.string());
+            const auto refused = run(words);
+            EXPECT_EQ(refused.code, exit_code::damaged);
+            EXPECT_THAT(refused.err, testing::EndsWith(reason)) << command.front();
+        }
+    }
+
     const std::chrono::sys_time<std::chrono::nanoseconds> start{1795455600s};
     const test::temporary_directory directory;
     const std::filesystem::path place = directory / "walk";
+    const std::filesystem::path list = place / board_collection_file;
     board_collection collection{place,
                                 {{.directory = "near", .name = "Near", .address = "tcp:one:6110"},
                                  {.directory = "far", .id = "7", .address = "tcp:two:6110"}}};
@@ -172,8 +188,64 @@ TEST_F(board_commands, repair_goes_on_after_a_file_that_cannot_be_written)
 
 TEST_F(board_commands, other_commands_ask_for_one_board)
 {
-    EXPECT_THAT(run({"replay", place.string(), "--tcp", "0"}).err,
-                HasSubstr("walk has the recordings of several boards: give one of its directories."));
+    const std::string advice = "walk has recordings in its directories: give one of these.";
+    EXPECT_THAT(run({"replay", place.string(), "--tcp", "0"}).err, HasSubstr(advice));
+    std::filesystem::remove(list);
+    EXPECT_THAT(run({"replay", place.string(), "--tcp", "0"}).err, HasSubstr(advice));
+}
+
+TEST_F(board_commands, all_commands_say_how_a_missing_list_is_written_again)
+{
+    std::filesystem::remove(list);
+    expect_refused(list.string() +
+                   " is missing: if the recordings beside it belong together, \"vantor repair " +
+                   place.string() + "\" writes it again; otherwise give one of their directories.\n");
+}
+
+TEST_F(board_commands, all_commands_say_how_a_damaged_list_is_written_again)
+{
+    const auto whole = test::read_file(list);
+    for (const auto &text :
+         {whole.substr(0, whole.size() / 2), std::string("{}"), std::string(), std::string("text")})
+    {
+        static_cast<void>(directory.write("walk/boards.sigmf-collection", text));
+        expect_refused(" \"vantor repair " + place.string() + "\" writes it again.\n");
+    }
+}
+
+TEST_F(board_commands, repair_writes_a_missing_or_damaged_list_again)
+{
+    for (const char *text :
+         {"", "{}", R"({"collection":{"core:streams":[],"vantor:boards":[{"directory":".."}]}})"})
+    {
+        static_cast<void>(directory.write("walk/boards.sigmf-collection", text));
+        const auto repaired = run({"repair", place.string()});
+        EXPECT_EQ(repaired.code, exit_code::success) << repaired.err;
+        EXPECT_THAT(repaired.out, HasSubstr("far: 5 frames left; nothing to repair\n"));
+        EXPECT_THAT(repaired.out, HasSubstr("\nboards.sigmf-collection: lists the 2 boards again\n"));
+    }
+    std::filesystem::remove(list);
+    const auto document = json::parse(run({"repair", place.string(), "--json"}).out);
+    EXPECT_EQ(document["list_rebuilt"], true);
+    EXPECT_EQ(document["boards"].size(), 2U);
+    const auto about = info();
+    EXPECT_EQ(about["damage"], json::array());
+    EXPECT_EQ(about["complete"], true);
+    EXPECT_EQ(about["boards"][0]["directory"], "far");
+    EXPECT_EQ(json::parse(run({"repair", place.string(), "--json"}).out)["list_rebuilt"], false);
+}
+
+TEST_F(board_commands, repair_brings_a_list_up_to_date)
+{
+    const auto table = place / "far/group-1-item-1.frames.csv";
+    std::filesystem::resize_file(table, std::filesystem::file_size(table) - 1);
+    EXPECT_EQ(run({"repair", (place / "far").string(), "--drop-frames"}).code, exit_code::success);
+    const auto before = run({"info", place.string()});
+    EXPECT_EQ(before.code, exit_code::damaged);
+    EXPECT_THAT(before.out,
+                HasSubstr("\nto bring the list up to date: vantor repair " + place.string() + "\n"));
+    EXPECT_EQ(run({"repair", place.string()}).code, exit_code::success);
+    EXPECT_EQ(run({"info", place.string()}).code, exit_code::success);
 }
 
 } // namespace

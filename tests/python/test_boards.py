@@ -3,8 +3,10 @@
 import copy
 import json
 import math
+import os
 import pickle
 import shutil
+import subprocess
 import warnings
 from pathlib import Path
 from typing import Any
@@ -152,6 +154,32 @@ def test_reports_metadata_that_are_not_as_listed(directory: Path) -> None:
     assert f"door: {metadata.name} is not as {DOCUMENT} lists it." in set(after) - set(before)
 
 
+def test_a_list_that_is_missing_or_damaged_can_be_written_again(directory: Path) -> None:
+    document = directory / DOCUMENT
+    document.write_bytes(document.read_bytes()[:100])
+    with pytest.raises(vantor.RecordingError, match=f'not valid JSON.* "vantor repair {directory}" writes it again'):
+        vantor.open(directory)
+    document.unlink()
+    with pytest.raises(vantor.RecordingError) as failure:
+        vantor.open(directory)
+    assert str(failure.value) == (
+        f'{document} is missing: if the recordings beside it belong together, "vantor repair {directory}" writes it '
+        "again; otherwise give one of their directories."
+    )
+    # The times of the boards were written later, so that they cannot be repaired themselves.
+    repaired = subprocess.run([os.environ["VANTOR"], "repair", directory], capture_output=True, text=True, check=False)
+    assert f"{DOCUMENT}: lists the 2 boards again" in repaired.stdout
+    recording = vantor.open(directory)
+    assert list(recording.boards) == ["ceiling-a17", "door"]
+    assert recording.boards["ceiling-a17"].board.name == "Ceiling"
+    assert not [fault for fault in recording.damage() if DOCUMENT in fault]
+
+
+def test_a_board_whose_address_is_not_known(directory: Path) -> None:
+    recording = vantor.open(describe_boards(directory, [{"directory": name} for name in ("ceiling-a17", "door")]))
+    assert recording.boards["door"].board.address is None
+
+
 @pytest.mark.parametrize("kind", ["link", "file"])
 def test_boards_must_be_directories_beside_the_document(kind: str, directory: Path) -> None:
     (directory / "door").rename(directory.with_name("elsewhere"))
@@ -177,7 +205,7 @@ BOARD = {"directory": "door", "address": "sim:"}
         ([{}], " was not written by"),
         (["door"], " was not written by"),
         ([{**BOARD, "directory": 1}], " was not written by"),
-        ([{"directory": "door"}], " was not written by"),
+        ([{"address": "sim:"}], " was not written by"),
         ([{**BOARD, "name": 1}], " was not written by"),
         ([{**BOARD, "id": None}], " was not written by"),
         ([{**BOARD, "address": []}], " was not written by"),

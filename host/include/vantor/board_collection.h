@@ -26,9 +26,9 @@ struct recorded_board
 {
     /** Name of the directory with its recording, in that of the document; different for each board. */
     std::string directory;
-    std::optional<std::string> name = {}; /**< as the server reports it */
-    std::optional<std::string> id = {};   /**< as the server reports it */
-    std::string address;                  /**< of the server */
+    std::optional<std::string> name = {};    /**< as the server reports it */
+    std::optional<std::string> id = {};      /**< as the server reports it */
+    std::optional<std::string> address = {}; /**< of the server; missing if it is not known any more */
     /** Its items, when the document was written; the names are those in its own collection. */
     std::vector<collection_stream> streams = {};
 };
@@ -47,17 +47,29 @@ void name_directories(std::vector<recorded_board> &boards);
 class board_collection
 {
 public:
-    /** Whether a path is such a document, or a directory that contains one. */
+    /**
+     * Whether a path is such a document, or a directory that contains one, or from which it is missing: one
+     * that is not a recording itself, but has recordings in its directories.
+     */
     static bool is_at(const std::filesystem::path &place);
 
     /**
      * Reads the document.
      *
      * @param place  the document, or its directory
-     * @throws bad_recording if it cannot be read, is not what `vantor record` writes, or names a directory
-     *         that is not directly in its own one, or is a symbolic link; a directory may be missing
+     * @throws damaged_recording if it is missing, is not what `vantor record` writes, or names a directory
+     * that is not directly in its own one: rebuild() can help
+     * @throws bad_recording if it cannot be read, or a directory is a symbolic link; one may be missing
      */
     static board_collection read(const std::filesystem::path &place);
+
+    /**
+     * Lists the recordings in a directory again, by their own documents; nothing is written yet.
+     *
+     * @param place  the document, or its directory
+     * @throws damaged_recording if no directory contains a recording
+     */
+    static board_collection rebuild(const std::filesystem::path &place);
 
     /**
      * Describes a recording; nothing is written yet.

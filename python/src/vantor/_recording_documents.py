@@ -188,13 +188,17 @@ def read_documents(place: Path, in_progress: bool) -> RecordingDocuments:
 
 
 def has_boards(place: Path) -> bool:
-    """Whether a place is a recording of several boards: its directory, or the document that lists them."""
-    return place.name == BOARDS_NAME or os.path.exists(place / BOARDS_NAME)
+    """Whether a place is a recording of several boards: its directory, or the document that lists them.
+
+    The document can be missing in a directory that is not a recording itself, but has recordings in its directories.
+    """
+    return place.name == BOARDS_NAME or os.path.exists(place / BOARDS_NAME) or _has_recordings_inside(place)
 
 
 def read_boards(directory: Path) -> dict[str, ListedBoard]:
     """The boards of a recording of several ones, by the names of their directories; raises RecordingError."""
     path = directory / BOARDS_NAME
+    _require_document(path)
     text = _read_text(path)
 
     def read() -> dict[str, ListedBoard]:
@@ -204,10 +208,46 @@ def read_boards(directory: Path) -> dict[str, ListedBoard]:
             _list_item(path, boards, _member(stream, "name", str), _member(stream, "hash", str))
         return boards
 
-    boards = _read_checked(path, read)
+    try:
+        boards = _read_checked(path, read)
+    except RecordingError as failure:
+        advice = f' "vantor repair {directory}" writes it again.' if _has_recordings_inside(directory) else ""
+        raise RecordingError(f"{failure}{advice}") from None
     for name in boards:
         _require_inside(directory / name)
     return boards
+
+
+def _has_documents(directory: Path) -> bool:
+    """Whether a directory has the collection of a recording, or the metadata of its first item."""
+    names = (COLLECTION_NAME, f"{_FIRST_ITEM}.sigmf-meta")
+    return any(os.path.exists(directory / name) for name in names)
+
+
+def _is_board(entry: "os.DirEntry[str]") -> bool:
+    """Whether a path is the directory of a recording that can be listed."""
+    is_directory = entry.is_dir(follow_symlinks=False)
+    return is_directory and _is_file_name(entry.name) and _has_documents(Path(entry.path))
+
+
+def _has_recordings_inside(directory: Path) -> bool:
+    """Whether a directory has directories with recordings, but is not a recording itself."""
+    if _has_documents(directory):
+        return False
+    try:
+        with os.scandir(directory) as entries:
+            return any(map(_is_board, entries))
+    except OSError:
+        return False
+
+
+def _require_document(path: Path) -> None:
+    """Raises RecordingError if the document that lists boards is missing beside recordings."""
+    if not os.path.lexists(path) and _has_recordings_inside(path.parent):
+        raise RecordingError(
+            f'{path} is missing: if the recordings beside it belong together, "vantor repair {path.parent}" writes '
+            "it again; otherwise give one of their directories."
+        )
 
 
 def has_digest(path: Path, digest: str) -> bool:
@@ -226,7 +266,7 @@ def _list_boards(path: Path, entries: list[Any]) -> dict[str, ListedBoard]:
     for entry in entries:
         name = _member(entry, "directory", str)
         about = (_optional(entry, "name", str, None), _optional(entry, "id", str, None))
-        board = ListedBoard(RecordedBoard(*about, _member(entry, "address", str)), {})
+        board = ListedBoard(RecordedBoard(*about, _optional(entry, "address", str, None)), {})
         if not _is_file_name(name):
             raise RecordingError(
                 f'{path}: "{printable(name)}" is not the name of a directory beside this file.'
