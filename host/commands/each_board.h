@@ -5,7 +5,11 @@
 #define VANTOR_EACH_BOARD_H
 
 #include <filesystem>
+#include <functional>
+#include <iosfwd>
 #include <vector>
+
+#include "commands/exit_code.h"
 
 namespace vantor
 {
@@ -24,6 +28,17 @@ struct board_place
  * @throws bad_recording if the list of the boards is damaged
  */
 std::vector<board_place> recordings_at(const std::filesystem::path &place);
+
+/**
+ * Does something with the recording of each board. If it fails for one of several boards, this prints the
+ * failure with the name of the board, and goes on with the next.
+ *
+ * @param err  where to print
+ * @return the exit code of the first failure, or success
+ * @throws what the work throws if there is only one recording, or if the user has asked to stop
+ */
+exit_code for_each_recording(const std::vector<board_place> &places, std::ostream &err,
+                             const std::function<void(const board_place &)> &work);
 
 } // namespace vantor
 

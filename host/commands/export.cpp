@@ -85,28 +85,48 @@ std::vector<std::filesystem::path> write_files(const export_options &options, co
                                    : export_npy(recording, output, calls);
 }
 
+/** Prints the paths of files. */
+void print(const std::vector<std::filesystem::path> &files, bool json, const command_streams &streams)
+{
+    auto names = nlohmann::ordered_json::array();
+    for (const auto &file : files)
+    {
+        names.push_back(file.string());
+        if (!json)
+        {
+            streams.out << printable(file.string()) << "\n";
+        }
+    }
+    if (json)
+    {
+        print_json(streams.out, {{"files", names}});
+    }
+}
+
 /** Exports a recording and prints the paths of the files. */
 exit_code export_recording(const export_options &options, const command_streams &streams)
 {
     const interrupt_watch watch;
-    auto names = nlohmann::ordered_json::array();
-    for (const auto &place : recordings_at(options.recording))
+    std::vector<std::filesystem::path> files;
+    try
     {
-        for (const auto &file : write_files(options, place, streams))
+        const auto result =
+            for_each_recording(recordings_at(options.recording), streams.err, [&](const board_place &place) {
+                const auto written = write_files(options, place, streams);
+                files.insert(files.end(), written.begin(), written.end());
+            });
+        print(files, options.json, streams);
+        return result;
+    }
+    catch (const interruption &)
+    {
+        if (files.empty())
         {
-            names.push_back(file.string());
+            throw;
         }
+        print(files, options.json, streams);
+        throw interruption("Interrupted; no further file was written.");
     }
-    if (options.json)
-    {
-        print_json(streams.out, {{"files", names}});
-        return exit_code::success;
-    }
-    for (const auto &name : names)
-    {
-        streams.out << printable(name.get<std::string>()) << "\n";
-    }
-    return exit_code::success;
 }
 
 } // namespace

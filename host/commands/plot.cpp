@@ -14,6 +14,7 @@
 #include "commands/damage.h"
 #include "commands/each_board.h"
 #include "commands/interrupt.h"
+#include "commands/progress.h"
 #include "commands/quantity.h"
 #include "commands/reading_progress.h"
 #include "commands/usage_error.h"
@@ -22,6 +23,7 @@
 #include "recording/number_text.h"
 #include "recording/printable.h"
 #include "recording/recording_documents.h"
+#include "vantor/recording_error.h"
 
 namespace vantor
 {
@@ -110,15 +112,19 @@ std::filesystem::path output_of(const plot_options &options, const board_place &
     return output;
 }
 
-/** Draws the pictures of a recording; shows progress on a terminal. */
-drawn_pictures draw(const plot_options &options, const board_place &place,
-                    const std::optional<shared_axis> &axis, const command_streams &streams)
+/** What the pictures of all boards have in common. */
+struct common_scale
 {
-    const auto distance = options.distance.empty()
-                              ? std::nullopt
-                              : std::optional(parse_distance("--distance", options.distance));
+    std::optional<double> distance;
+    std::optional<shared_axis> axis;
+};
+
+/** Draws the pictures of a recording; shows progress on a terminal. */
+drawn_pictures draw(const plot_options &options, const board_place &place, const common_scale &scale,
+                    const command_streams &streams)
+{
     recording_reader recording(place.recording);
-    check_distance(recording, distance);
+    check_distance(recording, scale.distance);
     background_check check(recording.directory(), check_interrupt);
     const reading_progress progress(recording, streams, 2, check_interrupt);
     const auto directory = std::filesystem::weakly_canonical(recording_directory(options.recording));
@@ -127,14 +133,25 @@ drawn_pictures draw(const plot_options &options, const board_place &place,
     return draw_recording(recording, {.output = output_of(options, place),
                                       .page_mark = place.board.empty() ? "-" : ".",
                                       .title = printable(directory.filename().string() + board),
-                                      .distance = distance,
-                                      .axis = axis,
+                                      .distance = scale.distance,
+                                      .axis = scale.axis,
                                       .stop = interrupt_watch::interrupted,
                                       .complete = [&] { check.warn(streams); }});
 }
 
-/** The axis of time of several boards; nothing for a single one. */
-std::optional<shared_axis> axis_of(const std::vector<board_place> &places)
+/** The times of the frames of a board; shows progress on a terminal. */
+time_figures read_times(const board_place &place, const command_streams &streams)
+{
+    const recording_reader recording(place.recording);
+    progress_line line(streams.err, streams.terminal, {.frames = recording.frames()});
+    return read_times(recording, 0, [&](uint64_t frames) {
+        line.update(frames);
+        check_interrupt();
+    });
+}
+
+/** The axis of time of several boards, of those that can be read; nothing for a single one. */
+std::optional<shared_axis> axis_of(const std::vector<board_place> &places, const command_streams &streams)
 {
     if (places.front().board.empty())
     {
@@ -144,25 +161,32 @@ std::optional<shared_axis> axis_of(const std::vector<board_place> &places)
     times.reserve(places.size());
     for (const auto &place : places)
     {
-        times.push_back(read_times(recording_reader(place.recording), 0));
+        try
+        {
+            times.push_back(read_times(place, streams));
+        }
+        catch (const bad_recording &)
+        {
+            // Drawing it reports why.
+        }
     }
     return find_shared_axis(times);
 }
 
-/** Draws the pictures of all boards. */
-drawn_pictures draw(const plot_options &options, const command_streams &streams)
+/** Draws the pictures of all boards, and adds them to a list; returns the exit code of the first failure. */
+exit_code draw(const plot_options &options, const command_streams &streams, drawn_pictures &all)
 {
     check_output(options.output);
+    const auto distance = options.distance.empty()
+                              ? std::nullopt
+                              : std::optional(parse_distance("--distance", options.distance));
     const auto places = recordings_at(options.recording);
-    const auto axis = axis_of(places);
-    drawn_pictures all;
-    for (const auto &place : places)
-    {
-        auto drawn = draw(options, place, axis, streams);
+    const common_scale scale{.distance = distance, .axis = axis_of(places, streams)};
+    return for_each_recording(places, streams.err, [&](const board_place &place) {
+        auto drawn = draw(options, place, scale, streams);
         std::move(drawn.pages.begin(), drawn.pages.end(), std::back_inserter(all.pages));
         std::move(drawn.warnings.begin(), drawn.warnings.end(), std::back_inserter(all.warnings));
-    }
-    return all;
+    });
 }
 
 /** Prints the paths of the pictures, and the warnings. */
@@ -179,7 +203,8 @@ void print(const drawn_pictures &drawn, bool json, const command_streams &stream
     }
     if (json)
     {
-        print_json(streams.out, {{"picture", names.front()}, {"pages", names}, {"warnings", drawn.warnings}});
+        const auto first = names.empty() ? nlohmann::ordered_json() : names.front();
+        print_json(streams.out, {{"picture", first}, {"pages", names}, {"warnings", drawn.warnings}});
     }
     for (const auto &warning : drawn.warnings)
     {
@@ -191,14 +216,22 @@ void print(const drawn_pictures &drawn, bool json, const command_streams &stream
 exit_code plot(const plot_options &options, const command_streams &streams)
 {
     const interrupt_watch watch;
+    drawn_pictures drawn;
     try
     {
-        print(draw(options, streams), options.json, streams);
-        return exit_code::success;
+        const auto result = draw(options, streams, drawn);
+        print(drawn, options.json, streams);
+        return result;
     }
     catch (const drawing_stopped &)
     {
-        streams.out << "interrupted; no picture was written\n";
+        if (drawn.pages.empty())
+        {
+            streams.out << "interrupted; no picture was written\n";
+            return exit_code::interrupted;
+        }
+        print(drawn, options.json, streams);
+        (options.json ? streams.err : streams.out) << "interrupted; no further picture was written\n";
         return exit_code::interrupted;
     }
 }

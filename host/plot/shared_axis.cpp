@@ -20,13 +20,15 @@ double seconds_of(std::chrono::nanoseconds span)
 
 } // namespace
 
-time_figures read_times(const recording_reader &recording, size_t item)
+time_figures read_times(const recording_reader &recording, size_t item,
+                        const std::function<void(uint64_t)> &on_row)
 {
     time_figures times;
     auto table = recording.open_table(item);
     for (uint64_t number = 0; number < recording.frames(); ++number)
     {
         times.add(table.require());
+        on_row(number + 1);
     }
     return times;
 }

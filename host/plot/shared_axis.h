@@ -6,6 +6,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,8 +33,13 @@ struct shared_axis
     double length = 0.0;                                   /**< in seconds */
 };
 
-/** The times of the frames of an item in UTC. */
-time_figures read_times(const recording_reader &recording, size_t item);
+/**
+ * The times of the frames of an item in UTC.
+ *
+ * @param on_row  called with the number of rows that have been read; an exception ends it
+ */
+time_figures read_times(const recording_reader &recording, size_t item,
+                        const std::function<void(uint64_t)> &on_row);
 
 /** The axis of recordings, by their first items; nothing if no times are known. */
 std::optional<shared_axis> find_shared_axis(const std::vector<time_figures> &times);

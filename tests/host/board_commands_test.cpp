@@ -1,7 +1,9 @@
 /** @file
  * Tests of the commands with recordings of several boards.
  */
+#include <csignal>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -9,7 +11,10 @@
 
 #include "command_outcome.h"
 #include "commands/command_line.h"
+#include "disk_calls.h"
 #include "example_recording.h"
+#include "plot/drawing_stopped.h"
+#include "plot/shared_axis.h"
 #include "temporary_directory.h"
 #include "vantor/board_collection.h"
 #include "vantor/recording_writer.h"
@@ -144,6 +149,68 @@ TEST_F(board_commands, plot_draws_a_picture_of_each_board)
     EXPECT_TRUE(std::filesystem::exists(directory / "walk-far.png"));
     EXPECT_THAT(run({"plot", place.string()}).out,
                 HasSubstr("picture: " + (place / "picture-near.png").string()));
+}
+
+TEST_F(board_commands, a_board_that_cannot_be_read_does_not_keep_others_from_their_pictures)
+{
+    std::filesystem::remove_all(place / "near");
+    const auto drawn = run({"plot", place.string(), "--json"});
+    EXPECT_EQ(drawn.code, exit_code::bad_file);
+    EXPECT_THAT(drawn.err,
+                testing::StartsWith("vantor: near: " + (place / "near").string() + " does not exist"));
+    EXPECT_THAT(drawn.err, Not(HasSubstr("far")));
+    const auto document = json::parse(drawn.out);
+    EXPECT_EQ(document["pages"], json::array({(place / "picture-far.png").string()}));
+    std::filesystem::remove_all(place / "far");
+    const auto failed = run({"plot", place.string(), "--json"});
+    EXPECT_EQ(failed.code, exit_code::bad_file);
+    EXPECT_THAT(failed.err, HasSubstr("vantor: far: "));
+    EXPECT_EQ(json::parse(failed.out)["picture"], nullptr);
+}
+
+TEST_F(board_commands, a_board_that_cannot_be_read_does_not_keep_others_from_being_exported)
+{
+    std::filesystem::remove_all(place / "near");
+    std::filesystem::create_directory(place / "far/export");
+    std::filesystem::create_symlink("nowhere", place / "far/export/group-1-item-1.csv");
+    const auto output = directory / "arrays";
+    const auto outside = run({"export", place.string(), "--format", "csv", "--output", output.string()});
+    EXPECT_EQ(outside.code, exit_code::bad_file);
+    EXPECT_THAT(outside.err, testing::StartsWith("vantor: near: "));
+    EXPECT_THAT(outside.out, HasSubstr((output / "far/group-1-item-1.csv").string() + "\n"));
+    const auto inside = run({"export", place.string(), "--format", "csv"});
+    EXPECT_EQ(inside.code, exit_code::bad_file);
+    EXPECT_THAT(inside.err, HasSubstr("\nvantor: far: "));
+    EXPECT_EQ(inside.out, "");
+}
+
+TEST_F(board_commands, a_signal_leaves_the_files_of_the_boards_before)
+{
+    size_t left = 0;
+    {
+        const test::disk_calls first([&] { ++left; });
+        run({"export", (place / "near").string(), "--format", "csv"});
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    // At the first file of the second board.
+    const test::disk_calls calls([&] { return left-- == 0 ? std::raise(SIGINT) : 0; });
+    EXPECT_EQ(run_command_line({"export", place.string(), "--format", "npy"}, {out, err}),
+              exit_code::interrupted);
+    EXPECT_EQ(err.str(), "vantor: Interrupted; no further file was written.\n");
+    EXPECT_THAT(out.str(), testing::StartsWith((place / "near/export/group-1-item-1.npy").string()));
+    EXPECT_FALSE(std::filesystem::exists(place / "far/export/group-1-item-1.npy"));
+}
+
+TEST_F(board_commands, the_times_of_an_axis_are_read_row_by_row)
+{
+    const recording_reader recording(place / "far");
+    uint64_t rows = 0;
+    const auto times = read_times(recording, 0, [&](uint64_t number) { EXPECT_EQ(number, ++rows); });
+    EXPECT_EQ(rows, 5U);
+    EXPECT_EQ(times.last->utc.moment - times.first->utc.moment, 80ms);
+    const auto stop = [](uint64_t) { throw drawing_stopped(); };
+    EXPECT_THROW(static_cast<void>(read_times(recording, 0, stop)), drawing_stopped);
 }
 
 TEST_F(board_commands, repair_completes_the_boards_that_it_can)

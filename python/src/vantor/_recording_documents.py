@@ -286,7 +286,7 @@ def _list_item(path: Path, boards: dict[str, ListedBoard], name: str, digest: st
 
 def _is_file_name(name: str) -> bool:
     """Whether a text is the name of a file or directory in the current directory that is not hidden."""
-    fits = 0 < len(name.encode()) <= _LONGEST_NAME and printable(name) == name
+    fits = 0 < len(name.encode("utf-8", "replace")) <= _LONGEST_NAME and printable(name) == name
     return fits and not name.startswith(".") and "/" not in name
 
 
