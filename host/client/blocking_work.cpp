@@ -4,6 +4,7 @@
 #include "vantor/blocking_work.h"
 
 #include <exception>
+#include <system_error>
 #include <thread>
 
 namespace vantor
@@ -13,17 +14,26 @@ void run_beside(event_loop &loop, const std::function<void()> &work)
 {
     bool done = false;
     std::exception_ptr failure;
-    std::thread other([&] {
-        try
-        {
-            work();
-        }
-        catch (...)
-        {
-            failure = std::current_exception();
-        }
-        loop.post([&done] { done = true; });
-    });
+    std::thread other;
+    try
+    {
+        other = std::thread([&] {
+            try
+            {
+                work();
+            }
+            catch (...)
+            {
+                failure = std::current_exception();
+            }
+            loop.post([&done] { done = true; });
+        });
+    }
+    catch (const std::system_error &)
+    {
+        work();
+        return;
+    }
     loop.run_to_end([&done] { return done; });
     other.join();
     if (failure)

@@ -110,13 +110,13 @@ std::exception_ptr board_recording::complete_files()
         finished_ = true;
         return late;
     }
-    catch (const recording_error &)
+    catch (...)
     {
         return late ? late : std::current_exception();
     }
 }
 
-void board_recording::finish(const std::exception_ptr &failure)
+void board_recording::note(const std::exception_ptr &failure)
 {
     failure_ = failure_ ? failure_ : failure;
 }

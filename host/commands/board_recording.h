@@ -74,8 +74,8 @@ public:
      */
     [[nodiscard]] std::exception_ptr complete_files();
 
-    /** Notes the result of complete_files(). */
-    void finish(const std::exception_ptr &failure);
+    /** Notes why it failed, if it has not failed before. @param failure  null if there was none */
+    void note(const std::exception_ptr &failure);
 
     /** Why it failed; null if it did not. For a failure of its files, with what is left of them. */
     [[nodiscard]] std::exception_ptr failure() const;
@@ -86,7 +86,7 @@ public:
         return failure_ != nullptr;
     }
 
-    /** The parts, after finish(). Valid as long as this object. */
+    /** The parts, after complete_files(). Valid as long as this object. */
     [[nodiscard]] finished_recording result() const;
 
     /** What a person should know while it is recorded: ", 4 missing, 3 saturated"; empty if all is well. */

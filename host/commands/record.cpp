@@ -62,7 +62,7 @@ exit_code record_board(const record_options &options, const command_streams &str
             return interrupt_watch::interrupted();
         });
     }
-    board.finish(board.complete_files());
+    board.note(board.complete_files());
     print_report(board.result(), streams.out, options.json);
     if (board.has_failed())
     {

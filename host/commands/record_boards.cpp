@@ -21,7 +21,6 @@
 #include "vantor/blocking_work.h"
 #include "vantor/board_collection.h"
 #include "vantor/errors.h"
-#include "vantor/recording_error.h"
 
 namespace vantor
 {
@@ -144,7 +143,7 @@ try
     write_collection(collection, boards);
     return nullptr;
 }
-catch (const recording_error &)
+catch (...)
 {
     return std::current_exception();
 }
@@ -178,9 +177,9 @@ std::string describe_troubles(const named_boards &boards)
     return text;
 }
 
-/** Records until all boards have ended; shows progress on a terminal. Returns what else has failed. */
-std::vector<std::exception_ptr> run(named_boards &boards, event_loop &loop, const record_options &options,
-                                    const command_streams &streams)
+/** Records until all boards have ended; shows progress on a terminal. */
+void run(named_boards &boards, event_loop &loop, const record_options &options,
+         const command_streams &streams)
 {
     progress_line line(streams.err, streams.terminal,
                        {.frames = options.frames * boards.size(), .seconds = options.seconds.value_or(0.0)},
@@ -192,12 +191,16 @@ std::vector<std::exception_ptr> run(named_boards &boards, event_loop &loop, cons
         line.update(frames, [&] { return describe_troubles(boards); });
         return interrupt_watch::interrupted();
     };
-    return for_each_board(boards, loop, [&](named_board &board) {
+    const auto failures = for_each_board(boards, loop, [&](named_board &board) {
         board.recording.run(check);
         std::exception_ptr failure;
         run_beside(loop, [&] { failure = board.recording.complete_files(); });
-        board.recording.finish(failure);
+        board.recording.note(failure);
     });
+    for (size_t i = 0; i < boards.size(); ++i)
+    {
+        boards[i].recording.note(failures[i]);
+    }
 }
 
 /** Describes all recordings as JSON. */
@@ -237,14 +240,15 @@ void print_boards(const named_boards &boards, const std::filesystem::path &direc
 }
 
 /** Prints why boards, or what belongs to all of them, have failed; returns the exit code. */
-exit_code report_result(const named_boards &boards, std::vector<std::exception_ptr> failures,
-                        const std::exception_ptr &common_failure, std::ostream &err)
+exit_code report_result(const named_boards &boards, const std::exception_ptr &common_failure,
+                        std::ostream &err)
 {
     std::vector<std::string> names;
-    for (size_t i = 0; i < boards.size(); ++i)
+    std::vector<std::exception_ptr> failures;
+    for (const auto &board : boards)
     {
-        names.push_back(boards[i].entry.directory);
-        failures[i] = boards[i].recording.has_failed() ? boards[i].recording.failure() : failures[i];
+        names.push_back(board.entry.directory);
+        failures.push_back(board.recording.failure());
     }
     names.emplace_back(board_collection_file);
     failures.push_back(common_failure);
@@ -271,10 +275,10 @@ exit_code record_boards(const record_options &options, const command_streams &st
     }
     const auto output = output_directory(options);
     auto collection = create_files(named, output);
-    auto failures = run(named, *loop, options, streams);
+    run(named, *loop, options, streams);
     const auto common_failure = write_final_collection(collection, named);
     print_boards(named, output, streams.out, options.json);
-    const auto result = report_result(named, std::move(failures), common_failure, streams.err);
+    const auto result = report_result(named, common_failure, streams.err);
     if (!options.json)
     {
         suggest(streams, "vantor plot", output);

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <regex>
 #include <system_error>
 #include <utility>
@@ -48,6 +49,7 @@ disk_calls::~disk_calls()
 
 void disk_calls::add(const std::string &call, const std::string &path)
 {
+    const std::lock_guard lock(mutex_);
     calls_.push_back(call + " " + std::regex_replace(path, std::regex("\\.[0-9a-f]+\\.new$"), ".new"));
     if (at_call_)
     {

@@ -5,6 +5,7 @@
 #define VANTOR_DISK_CALLS_H
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -32,11 +33,12 @@ public:
         return calls_;
     }
 
-    /** Adds a call. */
+    /** Adds a call. Can be called from any thread, while nobody uses list(). */
     void add(const std::string &call, const std::string &path);
 
 private:
     std::function<void()> at_call_;
+    std::mutex mutex_;
     std::vector<std::string> calls_;
 };
 

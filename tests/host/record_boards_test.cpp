@@ -8,6 +8,7 @@
 #include <deque>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -15,9 +16,11 @@
 #include "command_outcome.h"
 #include "commands/recorded_boards.h"
 #include "commands/usage_error.h"
+#include "disk_calls.h"
 #include "fake_server.h"
 #include "scripted_server.h"
 #include "temporary_directory.h"
+#include "thread_calls.h"
 #include "vantor/board_collection.h"
 #include "vantor/configuration.h"
 #include "vantor/errors.h"
@@ -244,6 +247,31 @@ TEST_F(record_boards_test, ends_only_the_recording_whose_files_are_lost)
                 ContainsRegex("^vantor: wall-2: .*was removed during the recording.*Frames recorded: "));
     EXPECT_EQ(recorded("ceiling-a17"), 5);
     EXPECT_FALSE(std::filesystem::exists(options.output / "wall-2"));
+}
+
+TEST_F(record_boards_test, completes_the_files_if_there_can_be_no_further_thread)
+{
+    const test::refused_threads refused([&] { return has_started(ceiling) && has_started(wall); });
+    EXPECT_EQ(run(), exit_code::success) << err.str();
+    EXPECT_EQ(recorded("ceiling-a17"), 5);
+    EXPECT_EQ(recorded("wall-2"), 5);
+}
+
+TEST_F(record_boards_test, reports_failures_of_every_kind)
+{
+    options.json = true;
+    const test::disk_calls calls([&] {
+        if (has_started(ceiling) && has_started(wall))
+        {
+            throw std::runtime_error("The disk is gone.");
+        }
+    });
+    EXPECT_EQ(run(), exit_code::failure);
+    const auto boards = json::parse(out.str())["boards"];
+    EXPECT_EQ(boards[0]["failure"], "The disk is gone.");
+    EXPECT_EQ(boards[1]["failure"], "The disk is gone.");
+    EXPECT_THAT(err.str(),
+                HasSubstr("vantor: ceiling-a17: The disk is gone.\nvantor: wall-2: The disk is gone.\n"));
 }
 
 TEST_F(record_boards_test, records_nothing_if_a_board_cannot_be_set_up)

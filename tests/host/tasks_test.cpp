@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 
 #include "manual_clock.h"
+#include "thread_calls.h"
 #include "vantor/blocking_work.h"
 #include "vantor/errors.h"
 #include "vantor/event_loop.h"
@@ -584,6 +585,16 @@ TEST(tasks_of_a_real_loop, go_on_while_another_one_blocks_beside_the_loop)
         released.set_value();
     });
     EXPECT_THAT(loop.run_tasks(), ElementsAre(nullptr, nullptr));
+}
+
+TEST(tasks_of_a_real_loop, block_the_loop_if_there_can_be_no_further_thread)
+{
+    const test::refused_threads refused([] { return true; });
+    event_loop loop;
+    bool done = false;
+    run_beside(loop, [&] { done = true; });
+    EXPECT_TRUE(done);
+    EXPECT_THROW(run_beside(loop, [] { throw std::runtime_error("failed"); }), std::runtime_error);
 }
 
 TEST(tasks_of_a_real_loop, do_not_leave_what_blocks_when_they_are_cancelled)

@@ -13,9 +13,9 @@ namespace vantor
 
 /**
  * Runs a function on a thread of its own, while the caller waits on the loop, so that other tasks go on. The
- * wait cannot be cancelled.
+ * wait cannot be cancelled. If there can be no further thread, the function runs on that of the caller.
  *
- * @throws what the function throws, or std::system_error if there can be no further thread
+ * @throws what the function throws
  */
 void run_beside(event_loop &loop, const std::function<void()> &work);
 
