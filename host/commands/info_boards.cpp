@@ -8,6 +8,8 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands/info_document.h"
 #include "commands/next_command.h"
@@ -97,6 +99,12 @@ bool is_complete(const ordered_json &board)
     return board.value("complete", false);
 }
 
+/** Whether a board is still being recorded. */
+bool is_in_progress(const ordered_json &board)
+{
+    return board.value("in_progress", false);
+}
+
 /** A number of seconds, or "-". */
 std::string second(const ordered_json &axis, size_t index)
 {
@@ -132,11 +140,17 @@ std::string state_of(const ordered_json &board)
     {
         return "damaged";
     }
-    if (board["in_progress"].get<bool>())
+    if (is_in_progress(board))
     {
         return "still being recorded";
     }
     return is_complete(board) ? "complete" : "incomplete";
+}
+
+/** The number of breaks of a board. */
+uint64_t breaks_of(const ordered_json &board)
+{
+    return board.contains("breaks") ? board["breaks"].size() + board["breaks_not_listed"].get<uint64_t>() : 0;
 }
 
 } // namespace
@@ -159,8 +173,10 @@ ordered_json describe_boards(const board_collection &collection, const check_pro
     ordered_json about = {{"recording", collection.directory().string()}, {"complete", complete}};
     about["axis_start_utc"] =
         start == utc_moment::max() ? ordered_json() : ordered_json(exact_utc_text(start));
+    const bool in_progress = std::any_of(boards.begin(), boards.end(), is_in_progress);
     // Before the end, the documents change.
-    about["damage"] = complete ? ordered_json(list_faults(collection)) : ordered_json::array();
+    about["damage"] =
+        complete && !in_progress ? ordered_json(list_faults(collection)) : ordered_json::array();
     about["boards"] = std::move(boards);
     return about;
 }
@@ -171,13 +187,26 @@ void print_boards(std::ostream &out, const ordered_json &about)
     const auto &start = about["axis_start_utc"];
     out << printable(about["recording"].get<std::string>()) << ": " << counted(boards.size(), "board")
         << (start.is_null() ? "" : ", times count from " + start.get<std::string>()) << "\n";
+    const bool has_breaks = std::any_of(boards.begin(), boards.end(),
+                                        [](const ordered_json &board) { return breaks_of(board) > 0; });
+    const auto row = [&](std::vector<std::string> cells, std::string breaks) {
+        if (has_breaks)
+        {
+            // After the frames and those that are missing.
+            cells.insert(cells.begin() + 3, std::move(breaks));
+        }
+        return cells;
+    };
     text_table table(
-        {"board", "frames", "missing", "from (s)", "to (s)", "known within (ms)", "without UTC", "state"});
+        row({"board", "frames", "missing", "from (s)", "to (s)", "known within (ms)", "without UTC", "state"},
+            "breaks"));
     for (const auto &board : boards)
     {
-        table.add({printable(board["directory"].get<std::string>()), count_of(board, "frames"),
-                   count_of(board, "frames_missing"), second(board["on_axis_s"], 0),
-                   second(board["on_axis_s"], 1), bound_text(board), undated_text(board), state_of(board)});
+        table.add(
+            row({printable(board["directory"].get<std::string>()), count_of(board, "frames"),
+                 count_of(board, "frames_missing"), second(board["on_axis_s"], 0),
+                 second(board["on_axis_s"], 1), bound_text(board), undated_text(board), state_of(board)},
+                std::to_string(breaks_of(board))));
     }
     table.print(out);
     for (const auto &fault : about["damage"])

@@ -216,6 +216,22 @@ ordered_json describe_calibrations(const recording_check &check)
     return list;
 }
 
+/** The breaks that are listed: why and for how long. */
+ordered_json describe_breaks(const recording_check &check)
+{
+    auto breaks = ordered_json::array();
+    for (const auto &part : check.captures)
+    {
+        if (part.begins)
+        {
+            breaks.push_back({{"reason", part.begins->reason},
+                              {"seconds", part.begins->gap},
+                              {"first_frame", part.first_frame}});
+        }
+    }
+    return breaks;
+}
+
 /** Why the recording cannot be completed; null if it can, or is complete. */
 ordered_json describe_obstacle(const recording_check &check)
 {
@@ -269,6 +285,8 @@ ordered_json to_json(const recording_check &check)
     about["repair_obstacle"] = describe_obstacle(check);
     about["repaired"] = !documents.collection.is_null() && documents.collection.contains("vantor:repaired");
     about["frames_missing"] = check.missing;
+    about["breaks"] = describe_breaks(check);
+    about["breaks_not_listed"] = check.unlisted_breaks;
     about["warnings"] = describe_warnings(facts_of(check));
     about["sensor"] = documents.session.server.sensor;
     about["server_version"] = documents.session.server.server_version;

@@ -107,6 +107,29 @@ TEST_F(board_commands, info_shows_the_boards_on_one_axis)
     EXPECT_THAT(text.out, HasSubstr("\nfar\n" + (place / "far").string() + ": 5 frames, started "));
 }
 
+TEST_F(board_commands, info_shows_breaks_if_a_board_has_any)
+{
+    EXPECT_THAT(run({"info", place.string()}).out, Not(HasSubstr("breaks")));
+    std::filesystem::remove_all(place / "near");
+    recording_writer writer(place / "near", test::example_description());
+    writer.add(test::example_frame_at(0, {.moment = start, .bound = 2ms}));
+    writer.begin_segment(
+        {.number = 1, .reason = connected_again, .gap = 2.5, .calibration_temperatures = {1, 2, 3}});
+    writer.add(test::example_frame_at(1, {.moment = start + 3s, .bound = 2ms}));
+    writer.finish();
+    const auto text = run({"info", place.string()}).out;
+    EXPECT_THAT(text, HasSubstr("still being recorded"));
+    EXPECT_THAT(text, Not(HasSubstr("damage")));
+    EXPECT_THAT(text, testing::ContainsRegex("\nboard +frames +missing +breaks +from \\(s\\) "));
+    EXPECT_THAT(text, testing::ContainsRegex("\n *near +2 +0 +1 +0.000 "));
+    EXPECT_THAT(text, testing::ContainsRegex("\n *far +5 +0 +0 +1.000 "));
+    const auto boards = info()["boards"];
+    const json expected = {{"reason", "connected again"}, {"seconds", 2.5}, {"first_frame", 1}};
+    EXPECT_EQ(boards[0]["breaks"], json::array({expected}));
+    EXPECT_EQ(boards[0]["breaks_not_listed"], 0);
+    EXPECT_EQ(boards[1]["breaks"], json::array());
+}
+
 TEST_F(board_commands, info_finds_damage_of_a_board)
 {
     std::filesystem::resize_file(place / "near/group-1-item-1.sigmf-data", 100);
