@@ -139,7 +139,10 @@ void event_loop::check_cancelled()
 {
     if (cancel_requested())
     {
-        cancelling_->cancelled = false;
+        if (std::exchange(cancelling_->cancelled, false))
+        {
+            tasks_->note_cancelled();
+        }
         if (cancelling_->requested != nullptr)
         {
             *cancelling_->requested = false;

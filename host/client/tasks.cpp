@@ -89,6 +89,7 @@ std::vector<std::exception_ptr> task_scheduler::run()
     const bool before = std::exchange(outside.uncancellable, true);
     run_all();
     outside.uncancellable = before;
+    outside.cancelled = std::exchange(cancel_unseen_, false) || outside.cancelled;
     is_running_ = false;
     std::vector<std::exception_ptr> failures;
     for (const auto &ended : std::exchange(tasks_, {}))
@@ -109,6 +110,7 @@ bool task_scheduler::cancel() noexcept
         one->cancelling.cancelled = true;
     }
     check_cancelled_ = true;
+    cancel_unseen_ = true;
     return true;
 }
 

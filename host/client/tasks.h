@@ -88,6 +88,12 @@ public:
         check_cancelled_ = true;
     }
 
+    /** Has run() forget that the tasks were cancelled: one of them has noticed. */
+    void note_cancelled() noexcept
+    {
+        cancel_unseen_ = false;
+    }
+
     /** Runs a task soon, because what it waits for has happened. */
     void resume_soon(task &ready);
 
@@ -111,6 +117,7 @@ private:
     std::set<task *, earlier_task> conditional_; /**< those that wait for a condition others can change */
     std::set<std::pair<event_loop::time_point, task *>> deadlines_;
     bool check_cancelled_ = false;
+    bool cancel_unseen_ = false; /**< no task has noticed the last cancel() */
 };
 
 } // namespace vantor

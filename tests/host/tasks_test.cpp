@@ -443,6 +443,35 @@ TEST_F(tasks, are_cancelled_if_nothing_was_waiting_before)
     EXPECT_NO_THROW(loop_.check_cancelled());
 }
 
+TEST_F(tasks, leave_a_cancellation_that_none_of_them_has_noticed)
+{
+    loop_.spawn([&] {
+        pause(5s, "ends");
+        loop_.cancel();
+    });
+    loop_.spawn([&] {
+        event_loop::completion nothing;
+        // Cancelled, but without a question why.
+        EXPECT_FALSE(loop_.run_until(nothing, never));
+    });
+    run();
+    EXPECT_FALSE(loop_.run_until([] { return false; }, never));
+    EXPECT_THROW(loop_.check_cancelled(), cancelled);
+    EXPECT_NO_THROW(loop_.check_cancelled());
+}
+
+TEST_F(tasks, leave_no_cancellation_that_one_of_them_has_noticed)
+{
+    loop_.spawn([&] {
+        loop_.cancel();
+        EXPECT_FALSE(loop_.run_until([] { return false; }, never));
+        EXPECT_THROW(loop_.check_cancelled(), cancelled);
+    });
+    loop_.spawn([] {});
+    run();
+    EXPECT_NO_THROW(loop_.check_cancelled());
+}
+
 TEST_F(tasks, finish_what_must_not_be_cancelled)
 {
     bool done = false;

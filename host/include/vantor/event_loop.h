@@ -78,7 +78,8 @@ public:
 
     /**
      * Cancels what waits on the loop, or else what waits next: every task that has not ended, once, or the
-     * caller of run_until() if there is none. Can be called from any thread.
+     * caller of run_until() if there is none, or if all tasks end before check_cancelled() of one reports it.
+     * Can be called from any thread.
      */
     void cancel();
 
