@@ -11,6 +11,7 @@
 #include "client/json_members.h"
 #include "client/message_kinds.h"
 #include "client/time_left.h"
+#include "vantor/blocking_work.h"
 #include "vantor/configuration.h"
 
 namespace vantor
@@ -49,7 +50,11 @@ int client::descriptor()
 
 void client::reconnect()
 {
-    link_.reset();
+    if (link_)
+    {
+        // A serial line sends what is left, and a private server may take a while to exit.
+        run_beside(*loop_, [this] { link_.reset(); });
+    }
     wait([this] { link_ = open_links_(); });
     parser_.reset();
     first_bytes_.clear();

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <future>
 #include <thread>
 
 #include <fcntl.h>
@@ -427,6 +428,61 @@ TEST(client, detects_a_closed_connection_and_reconnects)
     EXPECT_THROW(host.ping(), connection_lost);
     host.reconnect();
     EXPECT_EQ(host.configure(example_session().configuration)->items.size(), 3U);
+}
+
+/** A link that is not closed before it is released. */
+class held_link : public link
+{
+public:
+    held_link(std::unique_ptr<link> connection, std::shared_future<void> released)
+        : connection_(std::move(connection)), released_(std::move(released))
+    {
+    }
+    held_link(const held_link &) = delete;
+    held_link &operator=(const held_link &) = delete;
+    held_link(held_link &&) = delete;
+    held_link &operator=(held_link &&) = delete;
+
+    ~held_link() override
+    {
+        released_.wait();
+    }
+
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    {
+        return connection_->read_some(buffer, timeout);
+    }
+
+    void write(std::span<const std::byte> bytes, std::chrono::milliseconds timeout) override
+    {
+        connection_->write(bytes, timeout);
+    }
+
+    uint32_t set_baudrate(uint32_t baudrate) override
+    {
+        return connection_->set_baudrate(baudrate);
+    }
+
+private:
+    std::unique_ptr<link> connection_;
+    std::shared_future<void> released_;
+};
+
+TEST(client, lets_other_tasks_go_on_while_its_link_is_closed)
+{
+    const fake_server server;
+    const auto loop = std::make_shared<event_loop>();
+    std::promise<void> release;
+    const auto released = release.get_future().share();
+    const auto open = [&] {
+        return std::make_unique<held_link>(open_link(parse_address(server.address()), patience.connect, loop),
+                                           released);
+    };
+    client host(open, patience, loop);
+    loop->spawn([&] { host.reconnect(); });
+    loop->spawn([&] { release.set_value(); });
+    EXPECT_THAT(loop->run_tasks(), ElementsAre(nullptr, nullptr));
+    EXPECT_EQ(host.server().sensor, "k330");
 }
 
 TEST(client, refuses_functions_without_a_connection_after_it_failed_to_reconnect)

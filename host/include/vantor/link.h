@@ -16,7 +16,10 @@
 namespace vantor
 {
 
-/** An open link to a server; the destructor closes it. Not thread-safe. */
+/**
+ * An open link to a server; the destructor closes it, on any thread, and may block. Otherwise, only the
+ * thread of its loop can use it.
+ */
 class link
 {
 public:
