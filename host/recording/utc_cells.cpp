@@ -21,8 +21,8 @@ constexpr int64_t microseconds_per_second = 1'000'000;
 /** Digits after the point. */
 constexpr size_t fraction_digits = 6;
 
-/** Seconds that a cell must be below: 64 bits count nanoseconds up to there. */
-constexpr uint64_t latest = 9'200'000'000;
+/** Seconds that a cell must be below: 64 bits count the nanoseconds between any two times up to there. */
+constexpr uint64_t latest = 4'600'000'000;
 
 /** Appends a span in seconds. */
 void append_seconds(std::string &row, microseconds span)

@@ -61,6 +61,25 @@ protected:
         return json::parse(run({"info", place.string(), "--json"}).out);
     }
 
+    /** Replaces the times in UTC of all frames of a board. */
+    void write_times(const std::string &board, const std::string &cells) const
+    {
+        for (const char *item : {"group-1-item-1", "group-1-item-2", "group-2-item-1"})
+        {
+            const auto name = "walk/" + board + "/" + item + ".frames.csv";
+            std::istringstream old(test::read_file(directory / name));
+            std::string line;
+            std::getline(old, line);
+            auto table = line + "\n";
+            while (std::getline(old, line))
+            {
+                // The last two cells.
+                table += line.substr(0, line.rfind(',', line.rfind(',') - 1) + 1) + cells + "\n";
+            }
+            static_cast<void>(directory.write(name, table));
+        }
+    }
+
     /** Expects that all commands that take several boards refuse the directory, with this reason. */
     void expect_refused(const std::string &reason) const
     {
@@ -140,6 +159,35 @@ TEST_F(board_commands, info_finds_damage_of_a_board)
     EXPECT_THAT(text.out, testing::ContainsRegex("far +- +- +- +- +- +- +damaged\n"));
     EXPECT_THAT(text.out, HasSubstr("\nfar\ndamage: " + (place / "far").string()));
     EXPECT_EQ(info()["complete"], false);
+}
+
+TEST_F(board_commands, times_that_are_far_apart_are_computed)
+{
+    write_times("near", "-4599999999.500000,4599999999.999999");
+    write_times("far", "4599999999.500000,4599999999.999999");
+    const auto about = info();
+    EXPECT_EQ(about["boards"][1]["on_axis_s"], json({9199999999.0, 9199999999.0}));
+    EXPECT_EQ(about["boards"][1]["times"]["largest_bound_s"], 4599999999.999999);
+    EXPECT_EQ(about["boards"][1]["times"]["clock_drift_ppm"], nullptr);
+    EXPECT_EQ(run({"plot", place.string()}).code, exit_code::success);
+    EXPECT_EQ(run({"export", place.string(), "--format", "csv"}).code, exit_code::success);
+}
+
+TEST_F(board_commands, impossible_times_are_damage)
+{
+    for (const char *cells :
+         {"1e300,0.001000", "-1e300,0.001000", "nan,nan", "inf,inf", "9100000000.000000,0.001000",
+          "-9100000000.000000,0.001000", "1.000000,9100000000.000000"})
+    {
+        write_times("near", cells);
+        const auto about = info();
+        EXPECT_THAT(about["boards"][0]["damage"].dump(), HasSubstr("line 2 does not describe a frame"))
+            << cells;
+        EXPECT_EQ(about["boards"][0]["on_axis_s"], nullptr);
+        EXPECT_EQ(about["boards"][1]["on_axis_s"], json({0.0, 0.08}));
+        EXPECT_EQ(run({"export", (place / "near").string(), "--format", "csv"}).code, exit_code::bad_file);
+        EXPECT_THAT(run({"plot", place.string()}).err, HasSubstr("vantor: near: "));
+    }
 }
 
 TEST_F(board_commands, info_notices_documents_that_are_not_listed)

@@ -678,11 +678,16 @@ def test_tables_with_and_without_utc(tmp_path: Path) -> None:
 
 
 @pytest.mark.parametrize(
-    "cells", ["1.000000,", ",1.000000", "1.0,1.0", "1,1", "1.000000,-1.000000", "9200000000.000000,0.000001", ",,"]
+    "cells",
+    [
+        *("1.000000,", ",1.000000", "1.0,1.0", "1,1", "1.000000,-1.000000", ",,"),
+        *("4600000000.000000,0.000001", "-4600000000.000000,0.000001", "0.000000,4600000000.000000"),
+        *("1e300,1.000000", "-1e300,1.000000", "nan,nan", "inf,inf", "-inf,1.000000", "1.000000,1e300"),
+    ],
 )
 def test_impossible_times_in_utc(cells: str, tmp_path: Path) -> None:
     path = tmp_path / "a.csv"
-    for cell, correct in [("-1.000000,1.000000", 1), (cells, 0)]:
+    for cell, correct in [("-1.000000,1.000000", 1), ("-4599999999.999999,4599999999.999999", 1), (cells, 0)]:
         path.write_text(f"{TABLE_HEAD},utc_s,utc_bound_s\n0,0,1,20,0,0,0,,,,,{cell}\n")
         assert len(read_frame_table(path).rows) == correct
 

@@ -71,8 +71,9 @@ _BLOCK = 2**20
 #: More seconds than any recording has: 2^64 ticks of the slowest server.
 _LONGEST_TIME = 2e22
 
-#: Seconds since 1970 that a time in UTC can have at the most, like its bound: 64 bits count nanoseconds.
-_LATEST_UTC = 9.2e9
+#: Seconds since 1970 that a time in UTC can have at the most, like its bound: 64 bits count the nanoseconds between
+#: any two times.
+_LATEST_UTC = 4.6e9
 
 
 @dataclass(frozen=True, slots=True, eq=False)
