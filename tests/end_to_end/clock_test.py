@@ -6,14 +6,16 @@ import json
 import os
 import queue
 import random
+import signal
 import socket
+import subprocess
 import tempfile
 import threading
 import time
 import unittest
 
 from pace import TICK_WRAP, TICKS_PER_SECOND, without_wraps
-from vantor_process import TIME_OUT, Server, vantor
+from vantor_process import TIME_OUT, VANTOR, Server, vantor, wait_until
 
 ITEM = {"start_point": 80, "num_points": 40, "hwaas": 4}
 
@@ -202,6 +204,53 @@ class WrongClocks(ClockTest):
                     if max(bounds) < 0.001:
                         break
                 self.assertLess(max(bounds), 0.001)
+
+
+class ClockOfTheHost(ClockTest):
+    """Somebody sets the clock of the computer while a board is recorded."""
+
+    ROWS = 60
+
+    def record_while_the_clock_is_set(self, address, step):
+        """Records more than ROWS frames before and after the clock is set; returns the path of the frame table."""
+        output = tempfile.mkdtemp(dir=self.folder)
+        document, is_set, is_read = (os.path.join(output, name) for name in ("configuration.json", "set", "read"))
+        with open(document, "w", encoding="utf-8") as file:
+            json.dump(SENSORS_PACE, file)
+        output = os.path.join(output, "recording")
+        table = os.path.join(output, "group-1-item-1.frames.csv")
+        environment = {**os.environ, "LD_PRELOAD": os.environ["VANTOR_SET_CLOCK"], "VANTOR_CLOCK_SET": is_set,
+                       "VANTOR_CLOCK_READ": is_read, "VANTOR_CLOCK_STEP": str(step)}
+
+        def rows():
+            with open(table, encoding="ascii") as file:
+                return len(file.readlines())
+
+        with subprocess.Popen([VANTOR, "record", document, "--connect", address, "--truth", self.truth, "--output",
+                               output], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              env=environment) as recorder:
+            self.addCleanup(recorder.kill)
+            wait_until(lambda: os.path.exists(table) and rows() > self.ROWS, "the first frames")
+            with open(is_set, "w", encoding="ascii"):
+                pass
+            wait_until(lambda: os.path.exists(is_read), "the recorder to read the clock")
+            before = rows()
+            wait_until(lambda: rows() > before + self.ROWS, "frames after the clock was set")
+            recorder.send_signal(signal.SIGINT)
+            errors = recorder.communicate(timeout=TIME_OUT)[1]
+        self.assertEqual(recorder.returncode, 130, errors)
+        return table
+
+    def test_times_do_not_jump(self):
+        if "VANTOR_SET_CLOCK" not in os.environ:
+            self.skipTest("the system's function cannot be replaced in this build")
+        for step in (3600, -3600):
+            with self.subTest(step), self.server() as server:
+                table = self.record_while_the_clock_is_set(server.address, step)
+                self.assertLess(self.check_table(table, self.ROWS / 50), 0.1)
+                with open(table, encoding="ascii", newline="") as file:
+                    times = [float(row["utc_s"]) for row in csv.DictReader(file) if row["utc_s"]]
+                self.assertGreater(len(times), self.ROWS)
 
 
 if __name__ == "__main__":
