@@ -19,6 +19,7 @@ CONFIGURATION = {
     "update_rate": 50,
     "groups": [[{"sensor_id": 1, "config": {"start_point": 320, "num_points": 180, "step_length": 8, "hwaas": 32}}]],
 }
+WINDOW = 25  # frames of which the median is used: half a second
 SCENE = "sim:--scene two_boards --scene-start {} --board {}"
 
 
@@ -30,12 +31,17 @@ def frames_of(board: int, session: vantor.Session) -> Iterator[tuple[float, int,
 
 def track(items: list[vantor.Item]) -> npt.NDArray[np.float64]:
     """Time in UTC and distance of what moves: the strongest point, as the median of half a second."""
+    items = [item for item in items if np.isfinite(item.utc_s)]
+    if not items:
+        sys.exit("The times of a board are not known: record it again, with a server that has a clock.")
     sweeps = np.array([item.iq[0] for item in items])
     moving = abs(sweeps - sweeps.mean(axis=0))  # things that stand still are gone
     seen = moving.max(axis=1) > 5.0 * np.median(moving)
+    if np.count_nonzero(seen) < WINDOW:
+        sys.exit("A board does not see anybody who moves for half a second.")
     found = items[0].distances_m[moving.argmax(axis=1)][seen]
     utc_s = np.array([item.utc_s for item in items])[seen]
-    windows = np.lib.stride_tricks.sliding_window_view(np.array([utc_s, found]), 25, axis=1)
+    windows = np.lib.stride_tricks.sliding_window_view(np.array([utc_s, found]), WINDOW, axis=1)
     return np.asarray(np.median(windows, axis=2))
 
 
@@ -59,11 +65,17 @@ def main(*arguments: str) -> None:
     if arguments and Path(arguments[0]).is_dir():
         items = [list(board[0, 0]) for board in vantor.open(arguments[0]).boards.values()]
         picture = list(arguments[1:])
+        if len(items) != 2:
+            sys.exit(f"{arguments[0]} has the recording of {len(items)} board(s); two are needed.")
+    elif len(arguments) == 1:
+        sys.exit(f"{arguments[0]} is not a directory: give that of a recording, or the addresses of two boards.")
     else:
         left, right, *picture = arguments or ("", "")
         items = measure(left, right)
     (utc_s, near), (other_utc_s, far) = map(track, items)
     inside = (utc_s >= other_utc_s[0]) & (utc_s <= other_utc_s[-1])
+    if not inside.any():
+        sys.exit("The boards have not seen the person at the same time.")
     utc_s, near = utc_s[inside], near[inside]
     far = np.interp(utc_s, other_utc_s, far)  # one time axis
     x = (near**2 - far**2) / (2.0 * BASE_M)  # where two circles meet
@@ -85,4 +97,7 @@ def draw(x: npt.NDArray[np.float64], y: npt.NDArray[np.float64], picture: str) -
     plt.savefig(picture)
 
 
-main(*sys.argv[1:])
+try:
+    main(*sys.argv[1:])
+except vantor.Error as failure:
+    sys.exit(str(failure))

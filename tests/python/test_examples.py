@@ -4,6 +4,7 @@ import json
 import math
 import os
 import re
+import shutil
 import subprocess
 import sys
 import time
@@ -15,7 +16,9 @@ import numpy as np
 import numpy.typing as npt
 import pytest
 from processes import check_types
-from recordings import EXAMPLES, SCENE, describe_boards, host, make_recording
+from recordings import EXAMPLES, SCENE, describe_boards, host, make_recording, set_utc
+
+import vantor
 
 
 #: Of the profile that is used by default, docs/configuration.md.
@@ -172,6 +175,15 @@ def check_path(shown: str, start: int, truths: list[Path]) -> None:
         assert math.dist(person(time_s), place) < tolerance < 0.45, time_s
 
 
+def refusal_of_walker(*arguments: object) -> str:
+    """What the example prints if it refuses its arguments: one line."""
+    with pytest.raises(subprocess.CalledProcessError) as failure:
+        run_example("walker.py", *arguments)
+    assert (failure.value.returncode, failure.value.stdout) == (1, "")
+    [line] = failure.value.stderr.splitlines()
+    return str(line)
+
+
 def test_walker(tmp_path: Path) -> None:
     pytest.importorskip("matplotlib")
     start, addresses = two_boards()
@@ -198,6 +210,41 @@ def test_walker_in_a_recording(tmp_path: Path) -> None:
         list(threads.map(record, names, addresses))
     describe_boards(room, [{"directory": name, "address": "sim:"} for name in names])
     check_path(run_example("walker.py", room), start, [room / name / "truth.jsonl" for name in names])
+    # A hundred seconds later.
+    times = vantor.open(room / "right")[0, 0].utc_s + 100.0
+    cells = ["," if math.isnan(utc_s) else f"{utc_s:.6f},0.001000" for utc_s in times]
+    set_utc(room / "right" / "group-1-item-1.frames.csv", cells)
+    assert refusal_of_walker(room) == "The boards have not seen the person at the same time."
+
+
+@pytest.fixture(scope="module")
+def room_without_persons(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """Two boards that have seen nothing."""
+    room = tmp_path_factory.mktemp("room")
+    (room / "scene.json").write_text("{}")
+    document = {"update_rate": 50, "groups": [[{"sensor_id": 1, "config": {"num_points": 180}}]]}
+    (room / "configuration.json").write_text(json.dumps(document))
+    names = ("left", "right")
+    for number, name in enumerate(names):
+        make_recording(room / name, room / "configuration.json", 50, f"--scene {room / 'scene.json'}")
+        times = [f"{1.8e9 + number + 0.02 * frame:.6f},0.001000" for frame in range(50)]
+        set_utc(room / name / "group-1-item-1.frames.csv", times)
+    return describe_boards(room, [{"directory": name} for name in names])
+
+
+def test_walker_says_why_there_is_no_path(room_without_persons: Path, tmp_path: Path) -> None:
+    room = shutil.copytree(room_without_persons, tmp_path / "room")
+    nobody = "A board does not see anybody who moves for half a second."
+    assert refusal_of_walker(room) == nobody
+    assert refusal_of_walker(room / "left") == f"{room / 'left'} has the recording of 1 board(s); two are needed."
+    set_utc(room / "right" / "group-1-item-1.frames.csv", [","] * 50)
+    assert refusal_of_walker(room) == nobody
+    set_utc(room / "left" / "group-1-item-1.frames.csv", [","] * 50)
+    assert refusal_of_walker(room).startswith("The times of a board are not known")
+    (room / "boards.sigmf-collection").unlink()
+    assert refusal_of_walker(room).startswith(f"{room}/boards.sigmf-collection is missing")
+    assert refusal_of_walker("sim:").startswith("sim: is not a directory: give that of a recording, or")
+    assert refusal_of_walker("tcp:nowhere", "sim:").startswith("A TCP address needs a host and a port")
 
 
 def test_mypy_accepts_the_examples_strictly(tmp_path: Path) -> None:
