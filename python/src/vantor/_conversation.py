@@ -51,6 +51,10 @@ _LONGEST_TIMEOUT = 1e9
 _LONG_PAUSE = 5.0
 _SUSPICION_TIME = 10.0
 
+#: From when on a pause between two reads shows that the program is slow, in seconds: then it reads less at once, and
+#: more often. Otherwise a server whose frames fill all buffers could wait for too long.
+_SLOW_PAUSE = 1.0
+
 #: The shortest wait of a link, in seconds.
 _SHORTEST_WAIT = 1e-3
 
@@ -536,7 +540,7 @@ class Conversation:
 
     def _receive(self, timeout: float, now: float) -> None:
         """Passes the bytes that arrive to the reader."""
-        buffers = self._reader.buffers()
+        buffers = self._reader.buffers(several=now - self._last_read < _SLOW_PAUSE)
         link = self._open_link()
         self._note_pause(now)
         try:

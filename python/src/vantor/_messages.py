@@ -14,6 +14,7 @@ import numpy as np
 import numpy.typing as npt
 
 from ._board_clock import Arrival
+from ._frames_ahead import FramesAhead
 from ._header_form import HeaderForm
 from ._item_reading import ItemReading
 from .errors import BadMessage
@@ -108,6 +109,10 @@ class MessageReader:
         self._after_long_payload = memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]
         self._start = 0
         self._end = 0
+        #: Places for the next frames, which are used while the buffer is empty.
+        self._ahead = FramesAhead()
+        #: The last bytes were to be received there.
+        self._reads_ahead = False
         #: Bytes after the start that contain no line feed.
         self._scanned = 0
         self._forget_message()
@@ -137,10 +142,17 @@ class MessageReader:
         """Whether the bytes received so far end within a message."""
         return self._header is not None or self._skipping or self._start != self._end
 
-    def buffers(self) -> list[memoryview]:
-        """Where the next bytes go, in this order. Valid until the next call of any other function."""
+    def buffers(self, several: bool = True) -> list[memoryview]:
+        """Where the next bytes go, in this order. Valid until the next call of any other function.
+
+        With `several`, there can be room for more than one long frame.
+        """
+        self._reads_ahead = several and self._can_read_ahead()
         if self._payload is not None:
-            return [self._payload.data[self._filled :], self._after_long_payload]
+            rest = self._payload.data[self._filled :]
+            return [rest, *(self._ahead.buffers() if self._reads_ahead else [self._after_long_payload])]
+        if self._reads_ahead:
+            return self._ahead.buffers()
         self._make_room()
         return [memoryview(self._buffer)[self._end :]]
 
@@ -151,7 +163,10 @@ class MessageReader:
             self._filled += of_payload
             self.position += of_payload
             count -= of_payload
-        self._end += count
+        if self._reads_ahead:
+            self._ahead.filled += count
+        else:
+            self._end += count
 
     def next(self) -> Message | None:
         """Takes the next complete message; None if more bytes are needed.
@@ -163,6 +178,18 @@ class MessageReader:
         """
         if self._header is None and not (self._read_known_header() or self._read_header()):
             return None
+        return self._take_message()
+
+    def resynchronise(self) -> None:
+        """Expects any bytes next, because some were lost. What comes before a header is not a fault."""
+        self._forget_message()
+        self._ahead = FramesAhead()
+        self._scanned = 0
+        self._skipping = False
+        self._lost = True
+
+    def _take_message(self) -> Message | None:
+        """The message whose header was read; None if more bytes are needed."""
         payload = self._take_payload()
         if payload is None or self._header is None:
             return None
@@ -170,13 +197,6 @@ class MessageReader:
         message = Message(self._header, payload, self._header_position, header_size, self._readings)
         self._forget_message()
         return message
-
-    def resynchronise(self) -> None:
-        """Expects any bytes next, because some were lost. What comes before a header is not a fault."""
-        self._forget_message()
-        self._scanned = 0
-        self._skipping = False
-        self._lost = True
 
     def _forget_message(self) -> None:
         self._header: dict[str, Any] | None = None
@@ -192,12 +212,33 @@ class MessageReader:
         if self._start == self._end:
             self._start = self._end = 0
         if len(self._buffer) - self._end < _BUFFER_SIZE // 2:
-            kept = self._buffer[self._start : self._end]
-            # Not resized in place, because an interrupted function may still refer to it.
-            self._buffer = bytearray(max(_BUFFER_SIZE, 2 * len(kept)))
-            self._after_long_payload = memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]
-            self._buffer[: len(kept)] = kept
-            self._start, self._end = 0, len(kept)
+            self._renew_buffer(self._buffer[self._start : self._end])
+
+    def _renew_buffer(self, kept: bytearray) -> None:
+        """Makes a new buffer, with some bytes that are not consumed."""
+        # Not resized in place, because an interrupted function may still refer to it.
+        self._buffer = bytearray(max(_BUFFER_SIZE, 2 * len(kept)))
+        self._after_long_payload = memoryview(self._buffer)[:_BYTES_AFTER_LONG_PAYLOAD]
+        self._buffer[: len(kept)] = kept
+        self._start, self._end = 0, len(kept)
+
+    def _can_read_ahead(self) -> bool:
+        """Whether all bytes received were consumed, or belong to a long payload, and known frames follow."""
+        if self._ahead.form is None or self._ahead.form is not self.form:
+            return False
+        return self._payload is not None or not self.within_message
+
+    def _take_frame_ahead(self) -> bool:
+        """Takes the next frame that was received ahead; otherwise moves what was received to the buffer."""
+        frame = self._ahead.take(self.form)
+        if frame is None or self.form is None:
+            self._renew_buffer(self._ahead.give_back())
+            return False
+        self._readings, self._payload, self._filled = frame
+        self._header, self._header_position = self.form.common, self.position
+        self._payload_size = self.form.payload_size
+        self.position += self._ahead.header_size + self._filled
+        return True
 
     def _consume(self, count: int) -> None:
         self._start += count
@@ -233,6 +274,8 @@ class MessageReader:
 
     def _read_known_header(self) -> bool:
         """Reads the next header if it is complete and has the known form."""
+        if self._ahead.filled and self._take_frame_ahead():
+            return True
         form = self.form
         if form is None or self._skipping:
             return False
@@ -333,6 +376,8 @@ class MessageReader:
         if self._start == self._end:
             self._start = self._end = 0
         self._payload, self._filled = payload, count
+        if self._readings is not None and self.form is not None:
+            self._ahead.expect(self.form, self.position - count - self._header_position)
 
 
 class _BadHeader(Exception):
