@@ -472,6 +472,24 @@ def test_gives_up_on_a_server_that_sends_messages_faster_than_it_reads_them(serv
         assert server.now - before <= 5.2
 
 
+def test_gives_up_on_damaged_messages_that_arrive_faster_than_they_are_read(server):
+    read = server.read_into
+
+    def read_slowly(buffers, timeout):
+        server.now += 0.05
+        return read(buffers, timeout)
+    log = {"status": "log", "level": "INFO", "module": "m", "message": "text", "payload_size": 0}
+
+    def send_damage(host, command):
+        host.send_message(plain_answer(command))
+        for _ in range(400):
+            host.send(b"damaged\n" + dump(log))
+    server.on("start", send_damage)
+    session = session_of(server)
+    server.read_into = read_slowly
+    assert time_until_given_up(server, lambda: next(session.frames())) == 10.2
+
+
 def test_waits_for_a_message_while_its_bytes_arrive(server):
     def react(host, command):
         message = frame_bytes(1)
@@ -678,6 +696,56 @@ def test_keeps_frames_that_arrive_before_the_answer_to_a_command(server):
         if frame.number == 0:
             assert host.stats()["frames"] == 7
     assert received == [(0, 0, 0), (20000, 0, 0), (60000, 1, 1)]
+
+
+def send_at_once(*parts):
+    """A reaction to "start" that sends some frames, other messages or bytes together after the answer."""
+    data = b"".join(frame_bytes(part) if isinstance(part, int) else part for part in parts)
+    return lambda host, command: host.send(dump(plain_answer(command)) + data)
+
+
+def test_gives_frames_that_arrived_together_before_those_that_are_kept(server):
+    server.on("start", send_at_once(0, 1, 2, 3))
+
+    def stats(host, command):
+        host.send(frame_bytes(4))
+        host.send_message(plain_answer(command))
+    server.on("stats", stats)
+    host = server.connect()
+    ticks = []
+    for frame in host.session(example_configuration()).frames(count=5):
+        ticks.append(frame[0, 0].tick)
+        if frame.number == 2:
+            host.stats()
+    assert ticks == [0, 20000, 40000, 60000, 80000]
+
+
+def test_reports_an_error_after_the_frames_that_arrived_before_it(server):
+    server.on("start", send_at_once(0, 1, 2, 3, dump(error("nox_data"))))
+    numbers = []
+    with pytest.raises(vantor.ServerError, match="…"):
+        for frame in session_of(server).frames():
+            numbers.append(frame.number)
+    assert numbers == [0, 1, 2, 3]
+
+
+def test_frames_that_arrived_together_with_the_last_one_need_a_connection(server):
+    server.on("start", send_at_once(0, 1, 2, 3))
+    host = server.connect()
+    frames = host.session(example_configuration()).frames()
+    assert [next(frames).number for _ in range(3)] == [0, 1, 2]
+    host.close()
+    with pytest.raises(vantor.ConnectionLost):
+        next(frames)
+
+
+def test_counts_damage_before_the_frame_that_follows_it(server):
+    server.on("configure", answer_with(example_metadata(tick_period=0)))
+    server.on("start", send_at_once(0, 1, 2, b"damaged\n", 3, 4, b"damaged\n", b"{}\n", 5))
+    configuration = example_configuration()
+    del configuration["max_update_rate"]
+    session = server.connect().session(configuration)
+    assert missing(session.frames(count=6)) == [(0, 0), (0, 0), (0, 0), (1, 1), (1, 0), (2, 1)]
 
 
 def test_a_late_frame_that_seemed_lost_is_not_counted_twice(server):

@@ -308,8 +308,8 @@ class Conversation:
             self.torn = True
             self._give_up("frame")
 
-    def next_in_stream(self, limit: Limit, deadline: float | None) -> Message | None:
-        """The next message of a stream; None if none arrives until a deadline.
+    def next_in_stream(self, limit: Limit, deadline: float | None) -> list[Message]:
+        """The next message of a stream, and frames that arrived with it; none if none arrives until a deadline.
 
         Raises ServerTimeout if none arrives within the limit, and BadMessage for a damaged message.
         """
@@ -319,6 +319,7 @@ class Conversation:
                 message = self._poll(deadline, asks=True)
             else:
                 message = self._next(limit, "frame", asks=True)
+            messages = [] if message is None else [message, *self._take_frames()]
         except (ConnectionLost, ProtocolError, ServerTimeout):
             self.torn = True
             raise
@@ -326,7 +327,7 @@ class Conversation:
             self._release()
         if message is not None and message.readings is None:
             _raise_on_error(message)
-        return message
+        return messages
 
     def end(self, timeout: float | None = None) -> None:
         """Ends the session in any state; drops all messages that arrive before the answer."""
@@ -527,6 +528,13 @@ class Conversation:
                 continue
             message.arrival = self._arrival
             return message
+
+    def _take_frames(self) -> Iterator[Message]:
+        """The frames of known form that come next and were received completely."""
+        reader, arrival = self._reader, self._arrival
+        while (frame := reader.next_frame()) is not None:
+            frame.arrival = arrival
+            yield frame
 
     def _is_aside(self, header: dict[str, Any]) -> bool:
         """Whether a message is not for the caller: a log line, or an answer about the server's clock."""

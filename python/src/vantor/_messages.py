@@ -180,6 +180,12 @@ class MessageReader:
             return None
         return self._take_message()
 
+    def next_frame(self) -> Message | None:
+        """Like `next`, but takes nothing but a complete frame of the known form; raises no BadMessage."""
+        if self._header is not None or not self._read_known_header():
+            return None
+        return self._take_message()
+
     def resynchronise(self) -> None:
         """Expects any bytes next, because some were lost. What comes before a header is not a fault."""
         self._forget_message()

@@ -35,6 +35,8 @@ class _Stream:
     def __init__(self, ticks_per_second: float, frame_rate: float) -> None:
         self._losses = LossCounter(ticks_per_second / frame_rate if frame_rate > 0.0 else 0.0)
         self._clock = TickClock(ticks_per_second)
+        #: Frames that arrived together with the last one: they come before those that were kept.
+        self._received: deque[Message] = deque()
         self._kept: deque[Message] = deque()
         self._kept_bytes = 0
         self._is_kept = True
@@ -59,8 +61,14 @@ class _Stream:
         if self._kept_bytes > _MOST_KEPT_BYTES:
             raise ServerTimeout(f"The server has sent {len(self._kept)} frames instead of an answer.")
 
-    def take_kept(self) -> Message | None:
-        """The first frame that was kept, if any."""
+    def add(self, messages: list[Message]) -> None:
+        """Takes messages that arrived together. There are none before them."""
+        self._received.extend(messages)
+
+    def take(self) -> Message | None:
+        """The first message that was taken and not asked for yet, if any."""
+        if self._received:
+            return self._received.popleft()
         if not self._kept:
             return None
         message = self._kept.popleft()
@@ -70,6 +78,7 @@ class _Stream:
     def drop_rest(self) -> None:
         """Drops the frames that were not asked for yet, and those that arrive later."""
         self._is_kept = False
+        self._received.clear()
         self._kept.clear()
 
     def note_damage(self, fault: BadMessage) -> None:
@@ -241,7 +250,7 @@ class Session:
         stream = self._start()
         deadline = None if seconds is None else self._conversation.now() + to_float(seconds)
         while count is None or stream.number < count:
-            frame = self._next_frame(stream, self._conversation.frame_limit(), deadline)
+            frame = self._next_frame(stream, deadline)
             if frame is None:
                 break
             try:
@@ -285,39 +294,37 @@ class Session:
         self._ended = True
         self._leave_stream()
 
-    def _next_frame(self, stream: _Stream, limit: Limit, deadline: float | None) -> Frame | None:
+    def _next_frame(self, stream: _Stream, deadline: float | None) -> Frame | None:
         """The next frame of the stream; None if none arrives until a deadline."""
+        limit: Limit | None = None
         while True:
             if self._stream is not stream:
                 self._conversation.check_open()
                 raise Error("Another stream was started, or the session has ended, during this stream.")
+            if deadline is not None and self._conversation.now() >= deadline:
+                return None
             try:
-                message = self._next_message(stream, limit, deadline)
+                message = stream.take()
+                if message is None:
+                    limit = limit or self._conversation.frame_limit()
+                    message = self._receive_message(stream, limit, deadline)
                 return None if message is None else self._compose(message, stream)
             except BadMessage as fault:
                 stream.note_damage(fault)
-                self._conversation.check_limit(limit)
+                if limit is not None:
+                    self._conversation.check_limit(limit)
 
-    def _next_message(self, stream: _Stream, limit: Limit, deadline: float | None) -> Message | None:
+    def _receive_message(self, stream: _Stream, limit: Limit, deadline: float | None) -> Message | None:
         """The next message of the stream; None if none arrives until a deadline."""
-        if deadline is not None and self._conversation.now() >= deadline:
-            return None
-        kept = stream.take_kept()
-        if kept is not None:
-            return kept
         try:
-            return self._conversation.next_in_stream(limit, deadline)
+            stream.add(self._conversation.next_in_stream(limit, deadline))
         except ServerError:
             self._note_end()
             raise
+        return stream.take()
 
     def _compose(self, message: Message, stream: _Stream) -> Frame:
         """Makes the frame of a message; counts it."""
-        if not message.is_frame:
-            raise ProtocolError(
-                "The server sent a message that is not a frame of this session: another program may be using "
-                "the same link."
-            )
         readings = message.readings if message.readings is not None else self._read_items(message)
         number = stream.number
         stream.number += 1
@@ -328,6 +335,11 @@ class Session:
 
     def _read_items(self, message: Message) -> list[ItemReading]:
         """What the header of a frame reports about each item."""
+        if not message.is_frame:
+            raise ProtocolError(
+                "The server sent a message that is not a frame of this session: another program may be using "
+                "the same link."
+            )
         try:
             readings = self._decoder.read(message.header, message.payload)
         except ProtocolError as fault:
