@@ -8,39 +8,43 @@ import functools
 import json
 import re
 from collections.abc import Iterable
-from operator import itemgetter
 from typing import Any
 
-from ._item_reading import ItemReading, flags_of
-from .frame import Flags
+from ._item_reading import ItemReading, read_item
+from .errors import ProtocolError
 
 #: How servers write values. Other notations are left to the JSON decoder, and so is "-0", which has no sign there.
-_INTEGER = "(0|-?[1-9][0-9]{0,9})"
-_NUMBER = r"((?!-0[,}])-?(?:0|[1-9][0-9]{0,15})(?:\.[0-9]{1,20})?(?:e[-+]?[0-9]{1,2})?)"
-_BOOLEAN = "(true|false)"
+_TICK = "0|[1-9][0-9]{0,9}"
+_INTEGER = "(?:0|-?[1-9][0-9]{0,9})"
+_NUMBER = r"(?!-0[,}])-?(?:0|[1-9][0-9]{0,15})(?:\.[0-9]{1,20})?(?:e[-+]?[0-9]{1,2})?"
+_BOOLEAN = "(?:true|false)"
 
-#: The flags of an item, in the order of `Flags`.
-_FLAGS = ("data_saturated", "frame_delayed", "calibration_needed", "data_valid", "cca_detected", "tx_enabled")
+#: The values of an item that differ from frame to frame.
+_MEASUREMENTS = {"tick": _TICK, "cca_value": _NUMBER}
 
-#: The values of an item.
-_VALUES = {
-    "tick": _INTEGER,
+#: The values of an item that are mostly those of an earlier frame.
+_STATES = {
     "temperature": _INTEGER,
-    "cca_value": _NUMBER,
-    **dict.fromkeys(_FLAGS, _BOOLEAN),
+    **dict.fromkeys(
+        ("data_saturated", "frame_delayed", "calibration_needed", "data_valid", "cca_detected", "tx_enabled"),
+        _BOOLEAN,
+    ),
 }
+
+#: Number of states that are remembered: temperatures with flags.
+_MOST_STATES = 1000
 
 
 class _Places:
-    """Where the texts of an item's values are among those of all items."""
+    """Where the texts of an item are among those of all items: the measurements, and what is around them."""
 
-    def __init__(self, names: list[str], first: int) -> None:
-        # A value that the item does not have is taken from the end, where there is None.
-        places = {name: place for place, name in enumerate(names, first)}
+    def __init__(self, item: dict[str, Any], first: int) -> None:
+        measurements = [name for name in item if name in _MEASUREMENTS]
+        places = {name: first + 1 + 2 * number for number, name in enumerate(measurements)}
         self.tick = places["tick"]
-        self.temperature = places["temperature"]
-        self.cca_value = places.get("cca_value", -1)
-        self.flags = itemgetter(*(places.get(name, -1) for name in _FLAGS))
+        self.cca_value = places.get("cca_value")
+        self.next = first + 2 * len(places) + 1
+        self.state = slice(first, self.next, 2)
 
 
 class HeaderForm:
@@ -57,11 +61,10 @@ class HeaderForm:
         self.common = {name: value for name, value in header.items() if name != "result_info"}
         self._pattern = re.compile(f"{_header_pattern(header)}\n".encode())
         self._items: list[_Places] = []
-        count = 0
+        first = 0
         for item in (item for group in header["result_info"] for item in group):
-            names = [name for name in item if name in _VALUES]
-            self._items.append(_Places(names, count))
-            count += len(names)
+            self._items.append(_Places(item, first))
+            first = self._items[-1].next
 
     def read(self, buffer: bytearray, start: int, end: int) -> tuple[list[ItemReading], int] | None:
         """What the header at the start of some bytes reports, and where its line ends.
@@ -71,22 +74,27 @@ class HeaderForm:
         found = self._pattern.match(buffer, start, end)
         if found is None:
             return None
-        texts: tuple[Any, ...] = (*found.groups(), None)
+        texts = found.groups()
         readings = []
         for places in self._items:
-            tick, temperature = int(texts[places.tick]), int(texts[places.temperature])
-            if not (0 <= tick < 2**32 and -(2**15) <= temperature < 2**15):
+            tick, state = int(texts[places.tick]), _read_state(texts[places.state])
+            if tick >= 2**32 or state is None:
                 return None
-            cca_text = texts[places.cca_value]
-            cca_value = None if cca_text is None else float(cca_text)
-            readings.append(ItemReading(tick, temperature, _flags(places.flags(texts)), cca_value))
+            cca_value = None if places.cca_value is None else float(texts[places.cca_value])
+            readings.append(ItemReading(tick, state.temperature, state.flags, cca_value))
         return readings, found.end()
 
 
-@functools.cache
-def _flags(texts: tuple[bytes | None, ...]) -> Flags:
-    """Flags by their texts."""
-    return flags_of(*(None if text is None else text == b"true" for text in texts))
+@functools.lru_cache(_MOST_STATES)
+def _read_state(parts: tuple[bytes, ...]) -> ItemReading | None:
+    """What an item reports with zeros as measurements, by the parts of its text around these.
+
+    None if a value is out of range.
+    """
+    try:
+        return read_item(json.loads(b"0".join(parts)))
+    except ProtocolError:
+        return None
 
 
 def _header_pattern(header: dict[str, Any]) -> str:
@@ -103,9 +111,14 @@ def _group_pattern(items: list[dict[str, Any]]) -> str:
 
 
 def _item_pattern(item: dict[str, Any]) -> str:
-    return _object_pattern(
-        f"{_literally(name)}:{_VALUES.get(name) or _literally(value)}" for name, value in item.items()
-    )
+    members = []
+    for name, value in item.items():
+        if name in _MEASUREMENTS:
+            pattern = f")({_MEASUREMENTS[name]})("
+        else:
+            pattern = _STATES.get(name) or _literally(value)
+        members.append(f"{_literally(name)}:{pattern}")
+    return f"({_object_pattern(members)})"
 
 
 def _array_pattern(elements: Iterable[str]) -> str:
