@@ -9,7 +9,7 @@ from ._header_form import HeaderForm
 from ._item_reading import ItemReading
 
 #: Most frames that are received at once, and most bytes of their payloads.
-_MOST_FRAMES = 4
+_MOST_FRAMES = 8
 _MOST_BYTES = 2**19
 
 
