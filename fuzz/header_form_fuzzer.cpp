@@ -79,7 +79,9 @@ bool is_same(const frame_item &one, const frame_item &other)
         return std::tuple(item.tick, item.temperature, item.data_saturated, item.calibration_needed,
                           item.frame_delayed, item.data_valid,
                           item.cca_value ? std::bit_cast<uint64_t>(*item.cca_value) : 0,
-                          item.cca_value.has_value(), item.cca_detected, item.tx_enabled);
+                          item.cca_value.has_value(), item.cca_detected, item.tx_enabled,
+                          item.utc ? item.utc->moment.time_since_epoch().count() : 0,
+                          item.utc ? item.utc->bound.count() : 0, item.utc.has_value());
     };
     return values(one) == values(other);
 }

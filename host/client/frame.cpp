@@ -2,13 +2,13 @@
  * Frames: their messages, and their parts.
  */
 #include <bit>
-#include <chrono>
 #include <cstring>
 #include <string>
 #include <type_traits>
 #include <utility>
 
 #include "client/json_members.h"
+#include "client/utc_members.h"
 #include "configuration/optional_members.h"
 #include "vantor/errors.h"
 #include "vantor/session.h"
@@ -68,22 +68,8 @@ frame_item decode_item(const nlohmann::json &document)
     item.cca_value = optional_number_member(document, "cca_value");
     item.cca_detected = optional_boolean_member(document, "cca_detected");
     item.tx_enabled = optional_boolean_member(document, "tx_enabled");
+    item.utc = utc_members(document);
     return item;
-}
-
-/** The number of seconds in microseconds. */
-double seconds_in(std::chrono::microseconds span)
-{
-    return static_cast<double>(span.count()) / std::micro::den;
-}
-
-/** Adds the time of an item in whole microseconds, and its bound, which includes what was cut off. */
-void add_time(nlohmann::ordered_json &document, const utc_time &utc)
-{
-    const auto moment = std::chrono::floor<std::chrono::microseconds>(utc.moment);
-    const auto bound = std::chrono::ceil<std::chrono::microseconds>(utc.bound + (utc.moment - moment));
-    document["utc_s"] = seconds_in(moment.time_since_epoch());
-    document["utc_bound_s"] = seconds_in(bound);
 }
 
 /** Encodes the part of a frame header that describes one item. */
@@ -100,7 +86,7 @@ nlohmann::ordered_json encode_item(const frame_item &item)
     set_if_known(document, "tx_enabled", item.tx_enabled);
     if (item.utc)
     {
-        add_time(document, *item.utc);
+        add_utc_members(document, *item.utc);
     }
     return document;
 }

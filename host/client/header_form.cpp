@@ -10,13 +10,15 @@
 #include <set>
 #include <utility>
 
+#include "client/utc_members.h"
+
 namespace vantor
 {
 namespace
 {
 
 /** The names of the members whose values are read in place. */
-constexpr std::array<std::pair<std::string_view, item_member>, 9> item_members{{
+constexpr std::array<std::pair<std::string_view, item_member>, 11> item_members{{
     {"tick", item_member::tick},
     {"temperature", item_member::temperature},
     {"data_saturated", item_member::data_saturated},
@@ -26,6 +28,8 @@ constexpr std::array<std::pair<std::string_view, item_member>, 9> item_members{{
     {"cca_value", item_member::cca_value},
     {"cca_detected", item_member::cca_detected},
     {"tx_enabled", item_member::tx_enabled},
+    {"utc_s", item_member::utc_s},
+    {"utc_bound_s", item_member::utc_bound_s},
 }};
 
 /** Walks through a JSON text that is known to be valid. */
@@ -267,6 +271,15 @@ template <typename bool_t> bool read_boolean(std::string_view &text, bool_t &val
     return true;
 }
 
+/** Reads a part of the time of an item from the front of a text; false if it is not a number or out of range.
+ */
+bool read_time(std::string_view &text, bool (*set)(utc_time &, double), frame_item &item)
+{
+    std::optional<double> seconds;
+    auto &utc = item.utc ? *item.utc : item.utc.emplace();
+    return read_number(text, seconds) && set(utc, *seconds);
+}
+
 /** Reads the value of a member from the front of a text; false if it has another type or is out of range. */
 bool read_member(std::string_view &text, item_member which, frame_item &item)
 {
@@ -296,6 +309,10 @@ bool read_member(std::string_view &text, item_member which, frame_item &item)
         return read_boolean(text, item.cca_detected);
     case item_member::tx_enabled:
         return read_boolean(text, item.tx_enabled);
+    case item_member::utc_s:
+        return read_time(text, set_moment, item);
+    case item_member::utc_bound_s:
+        return read_time(text, set_bound, item);
     }
     return false;
 }

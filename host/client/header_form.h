@@ -26,7 +26,9 @@ enum class item_member
     data_valid,
     cca_value,
     cca_detected,
-    tx_enabled
+    tx_enabled,
+    utc_s,
+    utc_bound_s
 };
 
 /**

@@ -15,14 +15,13 @@ namespace
 /** Longest frame, sweep or sub-sweep that a server can announce, in samples. */
 constexpr int64_t longest_length = 65535;
 
-/** Throws because a member does not have the expected type or range. */
-[[noreturn]] void refuse(const std::string &name, const std::string &expectation)
+} // namespace
+
+void refuse_member(const std::string &name, const std::string &expectation)
 {
     throw protocol_error("In the server's message, \"" + name + "\" is not " + expectation +
                          ": server and host do not use the same protocol.");
 }
-
-} // namespace
 
 const nlohmann::json &member(const nlohmann::json &object, const char *name)
 {
@@ -40,7 +39,7 @@ const nlohmann::json &array_member(const nlohmann::json &object, const char *nam
     const auto &value = member(object, name);
     if (!value.is_array())
     {
-        refuse(name, "an array");
+        refuse_member(name, "an array");
     }
     return value;
 }
@@ -52,7 +51,8 @@ int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t
                       value.get<int64_t>() >= lowest && value.get<int64_t>() <= highest;
     if (!fits)
     {
-        refuse(what, "a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest));
+        refuse_member(what,
+                      "a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest));
     }
     return value.get<int64_t>();
 }
@@ -71,7 +71,7 @@ double number_member(const nlohmann::json &object, const char *name)
     }
     if (!value.is_number())
     {
-        refuse(name, "a number");
+        refuse_member(name, "a number");
     }
     return value.get<double>();
 }
@@ -81,7 +81,7 @@ bool boolean_member(const nlohmann::json &object, const char *name)
     const auto &value = member(object, name);
     if (!value.is_boolean())
     {
-        refuse(name, "true or false");
+        refuse_member(name, "true or false");
     }
     return value.get<bool>();
 }
@@ -91,7 +91,7 @@ std::string text_member(const nlohmann::json &object, const char *name)
     const auto &value = member(object, name);
     if (!value.is_string())
     {
-        refuse(name, "a string");
+        refuse_member(name, "a string");
     }
     return value.get<std::string>();
 }

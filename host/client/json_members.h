@@ -14,6 +14,9 @@
 namespace vantor
 {
 
+/** Throws protocol_error because a member is not what is expected, such as "a number". */
+[[noreturn]] void refuse_member(const std::string &name, const std::string &expectation);
+
 /**
  * Returns a required member.
  *

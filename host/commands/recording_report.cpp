@@ -109,18 +109,15 @@ double measured_rate(const finished_recording &recorded)
                : recorded.stream.measured_rate();
 }
 
-/** What is known of the times in UTC, as a line; empty if the server has no clock. */
+/** What is known of the times in UTC, as a line; empty if the server has no clock and sent none. */
 std::string describe_times(const finished_recording &recorded)
 {
     constexpr double milliseconds = 1e3;
     const auto &tally = recorded.tally;
-    if (!recorded.source.has_clock() || tally.frames() == 0)
-    {
-        return "";
-    }
     if (tally.undated() == tally.frames())
     {
-        return "times in UTC: none is known\n";
+        const bool expected = recorded.source.has_clock() && tally.frames() > 0;
+        return expected ? "times in UTC: none is known\n" : "";
     }
     const auto bound = std::chrono::duration<double>(tally.largest_bound()).count();
     auto text = "times in UTC: known within " + three_digits(bound * milliseconds) + " ms";

@@ -32,7 +32,8 @@ constexpr const char *replay_footer = R"(Examples:
 
 The server sends the metadata and the frames of the recording, at the pace at which they were measured. After
 the last frame it starts again, with ticks that continue as if there were no jump, and prints that it does.
---speed changes the pace, but not the ticks in the frames. "vantor record" needs no configuration: it uses that
+--speed changes the pace, but not the ticks in the frames. The frames have their recorded times in UTC until they
+are repeated. "vantor record" needs no configuration: it uses that
 of the recording. Others are refused, unless they measure the same. A second host gets the error "busy".
 Press Ctrl-C to stop the server.)";
 

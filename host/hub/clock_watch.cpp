@@ -43,6 +43,7 @@ void clock_watch::begin(duration sensor_period)
     lead_ = shortest_lead;
     open_ = false;
     drained_ = {};
+    frames_have_times_ = false;
     if (has_clock())
     {
         ask();
@@ -82,15 +83,28 @@ void clock_watch::add_times(frame &received)
 {
     take_answer();
     last_frame_ = loop_.now();
+    frames_have_times_ = true;
     for (size_t i = 0; i < received.items().size(); ++i)
     {
-        if (const auto bounds = clock_.bounds(received.items()[i].tick, last_frame_))
+        const auto &item = received.items()[i];
+        if (!item.utc)
         {
-            // Half a nanosecond of the middle is lost.
-            const auto bound = bounds->width() / 2 + duration(1);
-            received.set_utc(i, utc_time{.moment = loop_.utc(bounds->middle()), .bound = bound});
+            frames_have_times_ = false;
+            received.set_utc(i, time_of(item.tick));
         }
     }
+}
+
+/** When a tick of a frame that has just arrived was; nothing while that is not known. */
+std::optional<utc_time> clock_watch::time_of(uint32_t tick)
+{
+    const auto bounds = clock_.bounds(tick, last_frame_);
+    if (!bounds)
+    {
+        return std::nullopt;
+    }
+    // Half a nanosecond of the middle is lost.
+    return utc_time{.moment = loop_.utc(bounds->middle()), .bound = bounds->width() / 2 + duration(1)};
 }
 
 /** Whether the server has a clock. */
@@ -102,11 +116,7 @@ bool clock_watch::has_clock() const
 /** When to ask again. */
 clock_watch::time_point clock_watch::due() const
 {
-    if (!has_clock())
-    {
-        return time_point::max();
-    }
-    if (server_.clock_asked())
+    if (!has_clock() || frames_have_times_ || server_.clock_asked())
     {
         return time_point::max();
     }

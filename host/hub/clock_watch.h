@@ -5,6 +5,8 @@
 #define VANTOR_CLOCK_WATCH_H
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
 
 #include "vantor/board_clock.h"
 #include "vantor/client.h"
@@ -15,7 +17,8 @@ namespace vantor
 {
 
 /**
- * Asks a server for its clock once a second, and sets the time of its frames.
+ * Asks a server for its clock once a second, and sets the time of its frames. An item to which the server
+ * gave a time keeps it, and while all have one, the server is not asked.
  *
  * A question is sent when the server can answer at once: between two frames. If the sensors pace the frames,
  * the server waits for them and answers only when it has read the next frame; the question then goes out
@@ -65,6 +68,7 @@ private:
 
     [[nodiscard]] bool has_clock() const;
     void drain();
+    std::optional<utc_time> time_of(uint32_t tick);
     [[nodiscard]] time_point due() const;
     [[nodiscard]] std::chrono::milliseconds time_left() const;
     void ask();
@@ -75,11 +79,12 @@ private:
     board_clock clock_;
     unsigned earlier_contradictions_ = 0; /**< before reset() */
     duration sensor_period_{};
-    duration lead_{};       /**< how long before the next frame of the sensors to ask */
-    bool open_ = false;     /**< the last question has neither been answered nor given up */
-    time_point drained_;    /**< until then, answers to a question that was given up may arrive */
-    time_point asked_;      /**< when the last question was sent */
-    time_point last_frame_; /**< when the last frame arrived */
+    duration lead_{};                /**< how long before the next frame of the sensors to ask */
+    bool open_ = false;              /**< the last question has neither been answered nor given up */
+    bool frames_have_times_ = false; /**< the server gave a time to each item of the last frame */
+    time_point drained_;             /**< until then, answers to a question that was given up may arrive */
+    time_point asked_;               /**< when the last question was sent */
+    time_point last_frame_;          /**< when the last frame arrived */
 };
 
 } // namespace vantor

@@ -97,6 +97,7 @@ void playback_source::seek(uint64_t number)
     more_seconds_ = 0.0;
     more_ticks_ = 0;
     more_missing_ = 0;
+    first_lap_ = true;
     go_to(std::min(number, recording_.frames() - 1));
     enter_segment_before(number_);
     seconds_ = last_.seconds;
@@ -171,6 +172,7 @@ void playback_source::begin_lap()
     more_seconds_ += last_.seconds + period();
     more_ticks_ = tick_after_last();
     more_missing_ += gaps_.missing();
+    first_lap_ = false;
     go_to(0);
     more_ticks_ -= peek().front().tick;
 }
@@ -303,8 +305,8 @@ frame playback_source::next()
     for (const auto &row : rows)
     {
         auto &item = items.emplace_back(item_of(row, more_ticks_));
-        // An endless recording is played as if it were measured now.
-        item.utc = endless_ ? std::nullopt : row.utc;
+        // Frames that are repeated follow later than their times.
+        item.utc = first_lap_ ? row.utc : std::nullopt;
     }
     auto played = make_frame(metadata_, read_samples(), std::move(items));
     if (truth_)

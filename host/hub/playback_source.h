@@ -26,7 +26,7 @@ struct playback_options
 {
     double speed = 1.0; /**< how many times as fast as measured; infinite for as fast as possible */
     /** One endless segment, as from a server: starts again after the last frame, and leaves out breaks; time
-     * and ticks continue with the next frame period. */
+     * and ticks continue with the next frame period. Frames that are repeated have no time in UTC. */
     bool endless = false;
 };
 
@@ -170,6 +170,7 @@ private:
     frame_row last_;                    /**< of the first item in the frame before the next one */
     double seconds_ = 0.0;              /**< of the last frame */
     uint64_t number_ = 0;               /**< of the next frame */
+    bool first_lap_ = true;             /**< no frame has been repeated */
     uint64_t more_missing_ = 0;         /**< before the current lap */
     double more_seconds_ = 0.0;         /**< added to the times of the recording */
     uint32_t more_ticks_ = 0;           /**< added to its ticks */

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <system_error>
+#include <utility>
 
 namespace vantor
 {
@@ -20,9 +21,6 @@ constexpr int64_t microseconds_per_second = 1'000'000;
 
 /** Digits after the point. */
 constexpr size_t fraction_digits = 6;
-
-/** Seconds that a cell must be below: 64 bits count the nanoseconds between any two times up to there. */
-constexpr uint64_t latest = 4'600'000'000;
 
 /** Appends a span in seconds. */
 void append_seconds(std::string &row, microseconds span)
@@ -59,7 +57,8 @@ std::optional<microseconds> read_seconds(std::string_view cell)
     uint64_t seconds = 0;
     uint64_t fraction = 0;
     const bool valid = point != std::string_view::npos && cell.size() - point - 1 == fraction_digits &&
-                       read_digits(cell.substr(0, point), seconds) && seconds < latest &&
+                       read_digits(cell.substr(0, point), seconds) &&
+                       std::cmp_less(seconds, most_utc_seconds) &&
                        read_digits(cell.substr(point + 1), fraction);
     return valid ? std::optional(microseconds(static_cast<int64_t>(seconds) * microseconds_per_second +
                                               static_cast<int64_t>(fraction)))

@@ -4,6 +4,7 @@
 #include "hub/clock_watch.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <optional>
 #include <random>
@@ -201,6 +202,78 @@ TEST_F(clock_watch_test, knows_no_time_of_a_server_that_does_not_report_its_cloc
     };
     receive_for(2s);
     EXPECT_FALSE(frames.back().items()[0].utc);
+}
+
+/** Sends frames, some of whose items have a time that was measured elsewhere. */
+class times_of_the_server : public clock_watch_test
+{
+protected:
+    /** Sends a frame each 20 ms, with a time of the given items. */
+    void send_timed_frames(host_connection &host, uint32_t count, const std::vector<size_t> &timed)
+    {
+        for (uint32_t i = 0; i < count; ++i)
+        {
+            server.pause(number == 0 ? duration(20ms + 100us) : duration(20ms));
+            auto header = example_session().frame_header(++number);
+            std::array<json *, 3> items = {&header["result_info"][0][0], &header["result_info"][0][1],
+                                           &header["result_info"][1][0]};
+            for (const auto place : timed)
+            {
+                (*items[place])["utc_s"] = 1e9 + number;
+                (*items[place])["utc_bound_s"] = 0.25;
+            }
+            host.send(header, example_session().frame_payload(number));
+        }
+    }
+
+    /** Checks the time that the server gave to an item. */
+    static void expect_time_of_server(const frame_item &item)
+    {
+        const auto sent = std::chrono::seconds(1000000000 + item.tick / 20000);
+        ASSERT_TRUE(item.utc);
+        EXPECT_EQ(item.utc->moment, std::chrono::sys_time<std::chrono::seconds>(sent));
+        EXPECT_EQ(item.utc->bound, 250ms);
+    }
+
+    uint32_t number = 0;
+};
+
+TEST_F(times_of_the_server, are_kept_and_it_is_not_asked_for_others)
+{
+    stream = [this](host_connection &host) { send_timed_frames(host, 400, {0, 1, 2}); };
+    receive_for(8s);
+    EXPECT_EQ(asked.size(), 1U);
+    ASSERT_EQ(frames.size(), 400U);
+    for (const auto &received : frames)
+    {
+        expect_time_of_server(received.items()[0]);
+    }
+}
+
+TEST_F(times_of_the_server, are_kept_beside_those_that_the_host_knows)
+{
+    stream = [this](host_connection &host) { send_timed_frames(host, 100, {1}); };
+    receive_for(2s);
+    EXPECT_GT(asked.size(), 1U);
+    ASSERT_GT(frames.size(), 90U);
+    for (const auto &received : frames)
+    {
+        expect_time_of_server(received.items()[1]);
+        EXPECT_LE(error(received.items()[0]).value(), received.items()[0].utc->bound);
+        EXPECT_LE(error(received.items()[2]).value(), received.items()[2].utc->bound);
+    }
+}
+
+TEST_F(times_of_the_server, are_missed_when_they_stop)
+{
+    stream = [this](host_connection &host) {
+        send_timed_frames(host, 100, {0, 1, 2});
+        send_timed_frames(host, 100, {});
+    };
+    receive_for(4s);
+    ASSERT_GT(asked.size(), 2U);
+    EXPECT_EQ(asked[1] - start, 2020ms + 100us);
+    expect_times(100, 1ms);
 }
 
 TEST_F(clock_watch_test, asks_again_after_a_lost_answer)

@@ -20,6 +20,7 @@ namespace vantor
 namespace
 {
 
+using namespace std::chrono_literals;
 using nlohmann::json;
 
 /** Number of points in each item. */
@@ -75,8 +76,9 @@ catch (const protocol_error &)
 auto values(const frame_item &item)
 {
     const auto bits = item.cca_value ? std::optional(std::bit_cast<uint64_t>(*item.cca_value)) : std::nullopt;
+    const auto utc = item.utc ? std::optional(std::pair(item.utc->moment, item.utc->bound)) : std::nullopt;
     return std::tuple(item.tick, item.temperature, item.data_saturated, item.calibration_needed,
-                      item.frame_delayed, item.data_valid, bits, item.cca_detected, item.tx_enabled);
+                      item.frame_delayed, item.data_valid, bits, item.cca_detected, item.tx_enabled, utc);
 }
 
 /** Whether two lists have the same values. */
@@ -149,6 +151,32 @@ TEST(header_form, reads_clear_channel_assessments)
     {
         EXPECT_FALSE(form.read(header(members("1") + debug + text))) << text;
     }
+}
+
+TEST(header_form, reads_times)
+{
+    const auto with_time = [](const std::string &moment, const std::string &bound) {
+        return header(R"("utc_bound_s":)" + bound + "," + members("1") + R"(,"utc_s":)" + moment);
+    };
+    auto form = form_of(with_time("0", "0"));
+    ASSERT_TRUE(form.read(with_time("1795455600.123457", "0.000211")));
+    ASSERT_TRUE(form.items()[0].utc);
+    EXPECT_EQ(form.items()[0].utc->moment,
+              std::chrono::sys_time<std::chrono::microseconds>(1795455600123457us));
+    EXPECT_EQ(form.items()[0].utc->bound, 211us);
+    ASSERT_TRUE(form.read(with_time("-2.5e0", "3600")));
+    EXPECT_EQ(form.items()[0].utc->moment, std::chrono::sys_time<std::chrono::milliseconds>(-2500ms));
+    EXPECT_EQ(form.items()[0].utc->bound, 1h);
+    for (const auto *moment : {"9200000000", "-9200000000", "1e300", "null", "\"1\"", "true"})
+    {
+        EXPECT_FALSE(form.read(with_time(moment, "0"))) << moment;
+    }
+    for (const auto *bound : {"9200000000", "-0.000001", "null", "[]"})
+    {
+        EXPECT_FALSE(form.read(with_time("0", bound))) << bound;
+    }
+    EXPECT_FALSE(form.read(header(members("1")))) << "without a time";
+    EXPECT_FALSE(form_of(header(members("1"))).read(with_time("0", "0"))) << "learned without a time";
 }
 
 TEST(header_form, leaves_other_headers_to_the_parser)
@@ -247,6 +275,10 @@ public:
                 names_.emplace_back(name);
             }
         }
+        if (pick(2) == 0)
+        {
+            names_.insert(names_.end(), {"utc_s", "utc_bound_s"});
+        }
         std::shuffle(names_.begin(), names_.end(), random_);
     }
 
@@ -327,6 +359,11 @@ private:
             return pick(4) == 0 ? pick({"0", "-0.25", "1e5", "12"})
                                 : json(0.001 * static_cast<double>(random_())).dump();
         }
+        if (name == "utc_s" || name == "utc_bound_s")
+        {
+            return pick(4) == 0 ? pick({"0", "9199999999.999998", "1e-7", "1800000000"})
+                                : json(1e-6 * static_cast<double>(random_())).dump();
+        }
         return name == "unknown" ? R"({"a":[1,"\"]"]})" : pick({"true", "false"});
     }
 
@@ -363,6 +400,8 @@ private:
                                "4294967295",
                                "4294967296",
                                "18446744073709551616",
+                               "9200000000",
+                               "-9199999999.5",
                                "1.5",
                                "-0.0",
                                "1e400",

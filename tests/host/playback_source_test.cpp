@@ -199,7 +199,7 @@ TEST_F(playback, gives_the_recorder_the_same_frames)
     }
 }
 
-TEST_F(playback, gives_frames_the_time_in_utc_unless_they_are_played_as_measured_now)
+TEST_F(playback, gives_frames_the_time_in_utc_until_they_are_repeated)
 {
     const utc_time utc{.moment = std::chrono::sys_time<std::chrono::seconds>(1795455600s), .bound = 2ms};
     {
@@ -213,7 +213,11 @@ TEST_F(playback, gives_frames_the_time_in_utc_unless_they_are_played_as_measured
     EXPECT_EQ(played.items()[0].utc->moment, utc.moment);
     EXPECT_EQ(played.items()[0].utc->bound, utc.bound);
     EXPECT_FALSE(played.items()[1].utc);
-    EXPECT_FALSE(playback_source(recording, {.endless = true}, loop).next().items()[0].utc);
+    playback_source endless(recording, {.endless = true}, loop);
+    EXPECT_TRUE(endless.next().items()[0].utc);
+    EXPECT_FALSE(endless.next().items()[0].utc);
+    endless.rewind();
+    EXPECT_TRUE(endless.next().items()[0].utc);
 }
 
 TEST_F(playback, continues_where_it_was_ended)

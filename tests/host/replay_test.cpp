@@ -500,32 +500,35 @@ TEST_F(replay_pace, is_counted)
     EXPECT_EQ(stats["hosts_dropped"], 0);
 }
 
-/** The lines of the conversation with a replay in docs/protocol.md. */
-std::vector<std::string> documented_lines()
+/** The lines of each conversation with a replay in docs/protocol.md. */
+std::vector<std::vector<std::string>> documented_conversations()
 {
     std::ifstream document(VANTOR_PROTOCOL_DOCUMENT);
-    std::vector<std::string> lines;
+    std::vector<std::vector<std::string>> conversations;
     bool inside = false;
     for (std::string line; std::getline(document, line);)
     {
         if (line.starts_with("```"))
         {
             inside = line == "```conversation replay";
+            conversations.resize(conversations.size() + (inside ? 1 : 0));
         }
         else if (inside)
         {
-            lines.push_back(line);
+            conversations.back().push_back(line);
         }
     }
-    return lines;
+    return conversations;
 }
 
-/** Records a frame of the session in that conversation: one item of 100 points. */
+/** Records the frame of the session in these conversations: one item of 100 points. */
 void record_documented_session(const std::filesystem::path &directory)
 {
     auto description = test::example_description();
     description.configuration = {{"groups", {{{{"sensor_id", 1}, {"config", {{"num_points", 100}}}}}}}};
     auto document = test::example_session().metadata;
+    document["tick_period"] = 0;
+    document["calibration_info"][0]["data"] = "9a010000" + std::string(472, '5');
     auto layout = document["metadata"][0][0];
     layout.update({{"frame_data_length", 100},
                    {"sweep_data_length", 100},
@@ -534,42 +537,76 @@ void record_documented_session(const std::filesystem::path &directory)
     document["metadata"] = {{layout}};
     description.metadata = decode_metadata(document);
     message received;
+    auto item = test::example_session().frame_header(0)["result_info"][0][1];
+    item.update(
+        {{"tick", 48213}, {"temperature", 27}, {"utc_s", 1795455600.123457}, {"utc_bound_s", 0.000211}});
     received.header = test::example_session().frame_header(0);
-    received.header["result_info"] = {{received.header["result_info"][0][1]}};
+    received.header["result_info"] = {{item}};
     received.payload.resize(400);
     recording_writer writer(directory, description);
     writer.add(decode_frame(received, std::make_shared<const session_metadata>(description.metadata)));
     writer.finish();
 }
 
-TEST(replay, converses_as_documented)
+/** A message whose texts are shortened where those of an expected one end with an ellipsis. */
+json shortened_like(const json &expected, json message)
 {
-    const test::temporary_directory directory;
-    record_documented_session(directory / "out");
+    const std::string ellipsis = "…";
+    const auto values = expected.flatten();
+    for (const auto &[place, value] : values.items())
+    {
+        const auto text = value.is_string() ? value.get<std::string>() : "";
+        if (text.ends_with(ellipsis))
+        {
+            auto &shortened = message.at(json::json_pointer(place));
+            shortened = shortened.get<std::string>().substr(0, text.size() - ellipsis.size()) + ellipsis;
+        }
+    }
+    return message;
+}
+
+/** Replays a recording to a host that sends the lines with >, and expects those with <. */
+void expect_conversation(const std::filesystem::path &directory, const std::vector<std::string> &lines)
+{
     test::manual_clock clock;
     test::manual_loop loop(clock);
     test::scripted_line line(clock);
     const auto host = line.open();
     std::vector<json> expected;
-    for (const auto &text : documented_lines())
+    for (const auto &text : lines)
     {
         if (text.starts_with("> "))
         {
             line.arrive(0ms, text.substr(2) + "\n");
         }
-        else
+        else if (text != "< (400 bytes)")
         {
             expected.push_back(json::parse(text.substr(2)));
         }
     }
-    recording_reader recording(directory / "out");
+    recording_reader recording(directory);
     replay_counts counts;
     replay_server(recording, *host, loop, counts).run([&] { return clock.now() > 0ms; });
-    ASSERT_EQ(expected.size(), 2U);
-    ASSERT_EQ(line.written().size(), 2U);
-    for (size_t i = 0; i < 2; ++i)
+    const auto written = line.written();
+    ASSERT_EQ(written.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
     {
-        EXPECT_EQ(json::parse(line.written()[i].bytes), expected[i]);
+        const auto header = written[i].bytes.substr(0, written[i].bytes.find('\n') + 1);
+        const auto message = json::parse(header);
+        EXPECT_EQ(shortened_like(expected[i], message), expected[i]);
+        EXPECT_EQ(written[i].bytes.size() - header.size(), message["payload_size"]);
+    }
+}
+
+TEST(replay, converses_as_documented)
+{
+    const test::temporary_directory directory;
+    record_documented_session(directory / "out");
+    const auto conversations = documented_conversations();
+    EXPECT_EQ(conversations.size(), 2U);
+    for (const auto &lines : conversations)
+    {
+        expect_conversation(directory / "out", lines);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <functional>
+#include <random>
 
 #include <gmock/gmock.h>
 
@@ -171,6 +172,13 @@ TEST(session, keeps_a_frame_intact_when_it_is_moved)
     EXPECT_EQ(moved.items()[0].samples.data(), moved.samples().data());
 }
 
+/** Gives the first item of a frame a time. */
+void set_time(message &received, const json &moment, const json &bound)
+{
+    received.header["result_info"][0][0]["utc_s"] = moment;
+    received.header["result_info"][0][0]["utc_bound_s"] = bound;
+}
+
 TEST(session, refuses_frames_that_do_not_fit_the_metadata)
 {
     const std::vector<std::pair<std::function<void(message &)>, const char *>> cases = {
@@ -185,6 +193,15 @@ TEST(session, refuses_frames_that_do_not_fit_the_metadata)
         {[](message &m) { m.header["result_info"][0][0]["temperature"] = 40000; }, "temperature"},
         {[](message &m) { m.header["result_info"][0][0]["frame_delayed"] = 0; }, "frame_delayed"},
         {[](message &m) { m.header["result_info"][0][0]["cca_value"] = "high"; }, "cca_value"},
+        {[](message &m) { m.header["result_info"][0][0]["utc_s"] = 1.0; }, "no \"utc_bound_s\""},
+        {[](message &m) { m.header["result_info"][0][0]["utc_bound_s"] = 1.0; }, "no \"utc_s\""},
+        {[](message &m) { set_time(m, 9.2e9, 1.0); }, "\"utc_s\" is not a time"},
+        {[](message &m) { set_time(m, -9.2e9, 1.0); }, "\"utc_s\" is not a time"},
+        {[](message &m) { set_time(m, nullptr, 1.0); }, "\"utc_s\" is not a time"},
+        {[](message &m) { set_time(m, "now", 1.0); }, "\"utc_s\" is not a number"},
+        {[](message &m) { set_time(m, 1.0, -1e-6); }, "\"utc_bound_s\" is not a number from 0"},
+        {[](message &m) { set_time(m, 1.0, 9.2e9); }, "\"utc_bound_s\" is not a number from 0"},
+        {[](message &m) { set_time(m, 1.0, nullptr); }, "\"utc_bound_s\" is not a number from 0"},
     };
     for (const auto &[spoil, reason] : cases)
     {
@@ -192,6 +209,31 @@ TEST(session, refuses_frames_that_do_not_fit_the_metadata)
         spoil(received);
         EXPECT_THAT([&] { decode_frame(received, example_metadata()); },
                     ThrowsMessage<protocol_error>(HasSubstr(reason)));
+    }
+}
+
+TEST(session, reads_the_times_that_it_writes)
+{
+    std::mt19937_64 random(5);
+    // Until 2106 a number has digits enough for microseconds.
+    std::uniform_int_distribution<int64_t> moments(-2'000'000'000'000'000, 4'290'000'000'000'000);
+    std::uniform_int_distribution<int64_t> bounds(0, 3'600'000'000);
+    auto sent = decode_frame(frame_message(0), example_metadata());
+    EXPECT_FALSE(sent.items()[0].utc);
+    for (int i = 0; i < 1000; ++i)
+    {
+        const utc_time utc{.moment = std::chrono::sys_time<std::chrono::microseconds>(
+                               std::chrono::microseconds(moments(random))),
+                           .bound = std::chrono::microseconds(bounds(random))};
+        sent.set_utc(1, utc);
+        message_parser parser;
+        const auto bytes = encode_frame(sent);
+        parser.feed(std::as_bytes(std::span(bytes)));
+        const auto received = decode_frame(parser.next().value(), example_metadata());
+        ASSERT_TRUE(received.items()[1].utc) << bytes;
+        ASSERT_EQ(received.items()[1].utc->moment, utc.moment) << bytes;
+        ASSERT_EQ(received.items()[1].utc->bound, utc.bound) << bytes;
+        ASSERT_FALSE(received.items()[0].utc);
     }
 }
 

@@ -14,9 +14,10 @@ import time
 import numpy as np
 import pytest
 from processes import TIME_OUT, RunningServer
-from recordings import EXAMPLES, host, make_recording
+from recordings import EXAMPLES, host
 from scripted_server import (
-    ScriptedServer, error, example_configuration, example_metadata, frame_bytes, identity, plain_answer, stay_silent)
+    ScriptedServer, dump, error, example_configuration, example_metadata, frame_bytes, frame_header, frame_payload, identity,
+    plain_answer, stay_silent)
 
 import vantor
 
@@ -481,8 +482,64 @@ def test_the_times_of_a_recording_are_those_of_the_package(tmp_path):
     assert (late - bounds).max() <= (late + bounds).min()
 
 
-def test_a_replayed_recording_has_no_utc(tmp_path):
-    recorded = make_recording(tmp_path / "recorded", EXAMPLES / "two_sensors.json", 5)
+#: The items of the configurations of these tests.
+ALL_ITEMS = ((0, 0), (0, 1), (1, 0))
+
+
+def test_a_replayed_recording_has_its_times_until_it_starts_again(tmp_path):
+    recorded = tmp_path / "recorded"
+    host("record", EXAMPLES / "two_sensors.json", "--frames", 5, "--output", recorded)
     replay = RunningServer(str(recorded), "--tcp", "0", "--speed", "max", program=("VANTOR", "replay"))
     with replay, vantor.connect(replay.address) as server, server.session(server.info.configuration) as session:
-        assert all(math.isnan(frame.utc_s) for frame in session.frames(count=5))
+        frames = list(session.frames(count=8))
+    recording = vantor.open(recorded)
+    for place in ALL_ITEMS:
+        item = recording[place]
+        assert not np.isnan(item.utc_s).any()
+        assert [frame[place].utc_s for frame in frames[:5]] == list(item.utc_s)
+        assert [frame[place].utc_bound_s for frame in frames[:5]] == list(item.utc_bound_s)
+        assert all(math.isnan(frame[place].utc_s) and math.isnan(frame[place].utc_bound_s) for frame in frames[5:])
+
+
+def timed_frames(count, timed, first=0):
+    """A part of a reaction to "start": sends frames, in which these items have a time that was measured elsewhere."""
+    def send(host):
+        for number in range(first, first + count):
+            header = frame_header(number, host.tick())
+            for group, index in timed:
+                header["result_info"][group][index].update(utc_s=1e9 + number, utc_bound_s=0.25)
+            host.send(dump(header) + frame_payload(number))
+            host.pause(PERIOD)
+    return send
+
+
+def stream_of(*parts):
+    """A reaction to "start": a stream of these parts."""
+    def react(host, command):
+        host.send_message(plain_answer(command))
+        for part in parts:
+            part(host)
+    return react
+
+
+def test_keeps_the_times_of_the_server_and_does_not_ask_for_its_clock(server):
+    server.on("start", stream_of(timed_frames(176, ALL_ITEMS)))
+    frames = list(session_of(server).frames(count=176))
+    assert len(questions(server)) == 1
+    for frame in frames:
+        assert all(item.utc_s == 1e9 + frame.number and item.utc_bound_s == 0.25 for item in frame)
+
+
+def test_keeps_a_time_of_the_server_beside_those_that_the_host_knows(server):
+    server.on("start", stream_of(timed_frames(100, [(0, 1)])))
+    frames = list(session_of(server).frames(count=100))
+    assert len(questions(server)) == 2
+    check_times(frames)
+    assert [frame[0, 1].utc_s for frame in frames] == [1e9 + frame.number for frame in frames]
+
+
+def test_asks_for_the_clock_when_the_times_of_the_server_stop(server):
+    server.on("start", stream_of(timed_frames(100, ALL_ITEMS), timed_frames(100, [], 100)))
+    frames = list(session_of(server).frames(count=200))
+    assert questions(server)[:2] == pytest.approx([0.0, 2.0], abs=25e-3)
+    check_times(frames[101:])

@@ -14,6 +14,7 @@ from vantor._messages import MessageReader
 SIZE = 8
 FLAGS = ["data_saturated", "frame_delayed", "calibration_needed"]
 DEBUG_FLAGS = ["data_valid", "cca_detected", "tx_enabled"]
+TIME = ["utc_s", "utc_bound_s"]
 
 
 def random_item(values, members):
@@ -26,6 +27,8 @@ def random_item(values, members):
             item[name] = values.choice([-(2**15), -1, 0, 27, 2**15 - 1])
         elif name == "cca_value":
             item[name] = values.choice([0, -3, 0.5, -0.0, 1e-7, 0.73123455, values.random(), values.gauss(0, 1e6)])
+        elif name in TIME:
+            item[name] = values.choice([0, 1800000000, 1795455600.123457, 9199999999.999998, 1e-6, values.random() * 1e9])
         elif name == "other":
             item[name] = "ü \\ \" [a-z]*"
         else:
@@ -37,7 +40,8 @@ def random_shape(values):
     """Groups of lists of members, in any order."""
     shape = []
     for _ in range(values.randint(1, 3)):
-        members = ["tick", "temperature", *FLAGS, *values.choice([[], DEBUG_FLAGS, [*DEBUG_FLAGS, "cca_value", "other"]])]
+        members = ["tick", "temperature", *FLAGS, *values.choice([[], DEBUG_FLAGS, [*DEBUG_FLAGS, "cca_value", "other"]]),
+                   *values.choice([[], TIME])]
         values.shuffle(members)
         shape.append([members] * values.randint(1, 3))
     return shape
@@ -77,10 +81,13 @@ def test_reads_what_the_decoder_reads(seed):
     (b'"temperature":27', b'"temperature":32768'), (b'"temperature":27', b'"temperature":-32769'),
     (b'"temperature":27', b'"temperature":-0'), (b'"cca_value":0.5', b'"cca_value":-0'),
     (b'"cca_value":0.5', b'"cca_value":null'), (b'"cca_value":0.5', b'"cca_value":1e999'),
+    (b'"utc_s":-1.5', b'"utc_s":9200000000'), (b'"utc_s":-1.5', b'"utc_s":-9200000000'), (b'"utc_s":-1.5', b'"utc_s":null'),
+    (b'"utc_bound_s":2', b'"utc_bound_s":9200000000'), (b'"utc_bound_s":2', b'"utc_bound_s":-1'),
     (b'"payload_size":8', b'"payload_size":9'), (b'"status":"ok"', b'"status":"log"'), (b"}\n", b"}"), (b"}\n", b"}}\n"),
 ])
 def test_leaves_other_headers_to_the_decoder(old, new):
-    item = {"tick": 48213, "temperature": 27, **dict.fromkeys(FLAGS, False), "cca_value": 0.5}
+    item = {"tick": 48213, "temperature": 27, **dict.fromkeys(FLAGS, False), "cca_value": 0.5, "utc_s": -1.5,
+            "utc_bound_s": 2}
     header = {"status": "ok", "result_info": [[item]], "payload_size": SIZE}
     text = text_of(header)
     form = HeaderForm(header)

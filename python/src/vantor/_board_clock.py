@@ -23,6 +23,9 @@ _MOST_AFTER = 0.7
 #: How often the system clock is read.
 _ANCHOR_READINGS = 5
 
+#: Moments in files and messages are less than this many seconds from 1970, and bounds are shorter.
+MOST_UTC = 4.6e9
+
 #: What is given where the time is not known.
 UNKNOWN_UTC = (math.nan, math.nan)
 

@@ -44,6 +44,8 @@ class ClockWatch:
         """Watches a clock; none with 0 ticks per second."""
         self._clock = BoardClock(ticks_per_second, anchor)
         self._has_clock = ticks_per_second > 0.0
+        #: The server gave a time to each item of the last frame: it is not asked.
+        self.frames_have_times = False
         self._sensor_period = 0.0
         self._lead = 0.0
         self._asked = -math.inf
@@ -63,6 +65,7 @@ class ClockWatch:
         Args:
             sensor_period: time between two frames that the sensors pace, in seconds; 0 if they do not.
         """
+        self.frames_have_times = False
         self._sensor_period = sensor_period
         self._lead = min(_SHORTEST_LEAD, sensor_period / 2.0)
 
@@ -71,7 +74,7 @@ class ClockWatch:
 
         `last_arrival` is when the last bytes have arrived.
         """
-        if not self._has_clock:
+        if not self._has_clock or self.frames_have_times:
             return math.inf
         due = self._asked + INTERVAL
         if self._sensor_period > 0.0:

@@ -255,6 +255,10 @@ class Conversation:
             with self._exchange():
                 self._ask()
 
+    def note_frame_times(self, are_known: bool) -> None:
+        """Notes whether the server gave times to all items of a frame: then its clock is not asked for."""
+        self._watch.frames_have_times = are_known
+
     def set_baudrate(self, baudrate: int) -> int:
         """Changes the baud rate of this end of the link; returns the former one."""
         return self._open_link().set_baudrate(baudrate)

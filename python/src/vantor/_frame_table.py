@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from ._board_clock import MOST_UTC
 from ._input_files import read_file
 
 #: Stands for a value that the server did not send.
@@ -70,10 +71,6 @@ _BLOCK = 2**20
 
 #: More seconds than any recording has: 2^64 ticks of the slowest server.
 _LONGEST_TIME = 2e22
-
-#: Seconds since 1970 that a time in UTC can have at the most, like its bound: 64 bits count the nanoseconds between
-#: any two times.
-_LATEST_UTC = 4.6e9
 
 
 @dataclass(frozen=True, slots=True, eq=False)
@@ -157,5 +154,5 @@ def _count_correct(rows: Rows) -> int:
     correct = rows["frame"] == np.arange(len(rows))
     correct &= (rows["time_s"] >= 0.0) & (rows["time_s"] <= _LONGEST_TIME) & ~np.isinf(rows["cca_value"])
     correct &= np.isnan(rows["utc_s"]) == np.isnan(rows["utc_bound_s"])
-    correct &= ~(abs(rows["utc_s"]) >= _LATEST_UTC) & ~(rows["utc_bound_s"] >= _LATEST_UTC)
+    correct &= ~(abs(rows["utc_s"]) >= MOST_UTC) & ~(rows["utc_bound_s"] >= MOST_UTC)
     return len(rows) if correct.all() else int(correct.argmin())

@@ -75,7 +75,7 @@ class FrameDecoder:
                     reading.flags,
                     reading.cca_value,
                     item_truth,
-                    arrival,
+                    reading.utc or arrival,
                 )
             )
         return tuple(items)

@@ -10,7 +10,8 @@ import re
 from collections.abc import Iterable
 from typing import Any
 
-from ._item_reading import ItemReading, read_item
+from ._board_clock import KnownUtc
+from ._item_reading import ItemReading, is_bound, is_moment, read_item
 from .errors import ProtocolError
 
 #: How servers write values. Other notations are left to the JSON decoder, and so is "-0", which has no sign there.
@@ -20,7 +21,7 @@ _NUMBER = r"(?!-0[,}])-?(?:0|[1-9][0-9]{0,15})(?:\.[0-9]{1,20})?(?:e[-+]?[0-9]{1
 _BOOLEAN = "(?:true|false)"
 
 #: The values of an item that differ from frame to frame.
-_MEASUREMENTS = {"tick": _TICK, "cca_value": _NUMBER}
+_MEASUREMENTS = {"tick": _TICK, "cca_value": _NUMBER, "utc_s": _NUMBER, "utc_bound_s": _NUMBER}
 
 #: The values of an item that are mostly those of an earlier frame.
 _STATES = {
@@ -44,6 +45,7 @@ class _Places:
         self.tick = places["tick"]
         self.cca_value = places.get("cca_value")
         self.next = first + 2 * len(places) + 1
+        self.utc = (places["utc_s"], places["utc_bound_s"]) if "utc_s" in places else None
         self.state = slice(first, self.next, 2)
 
 
@@ -81,7 +83,13 @@ class HeaderForm:
             if tick >= 2**32 or state is None:
                 return None
             cca_value = None if places.cca_value is None else float(texts[places.cca_value])
-            readings.append(ItemReading(tick, state.temperature, state.flags, cca_value))
+            utc = None
+            if places.utc is not None:
+                moment, bound = float(texts[places.utc[0]]), float(texts[places.utc[1]])
+                if not (is_moment(moment) and is_bound(bound)):
+                    return None
+                utc = KnownUtc(moment, bound)
+            readings.append(ItemReading(tick, state.temperature, state.flags, cca_value, utc))
         return readings, found.end()
 
 

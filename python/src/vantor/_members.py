@@ -28,7 +28,7 @@ def array(members: object, name: str) -> list[Any]:
     """A required array."""
     value = member(members, name)
     if not isinstance(value, list):
-        raise _refusal(name, "an array")
+        raise refusal(name, "an array")
     return value
 
 
@@ -36,7 +36,7 @@ def to_integer(value: object, name: str, lowest: int, highest: int) -> int:
     """A value that must be a whole number within bounds."""
     if type(value) is int and lowest <= value <= highest:
         return value
-    raise _refusal(name, f"a whole number from {lowest} to {highest}")
+    raise refusal(name, f"a whole number from {lowest} to {highest}")
 
 
 def integer(members: object, name: str, bounds: tuple[int, int]) -> int:
@@ -55,11 +55,11 @@ def number(members: object, name: str) -> float:
     if value is None:
         return math.nan
     if type(value) is not int and type(value) is not float:
-        raise _refusal(name, "a number")
+        raise refusal(name, "a number")
     try:
         return float(value)
     except OverflowError:
-        raise _refusal(name, "a number that the host can represent") from None
+        raise refusal(name, "a number that the host can represent") from None
 
 
 def boolean(members: object, name: str) -> bool:
@@ -67,14 +67,14 @@ def boolean(members: object, name: str) -> bool:
     value = member(members, name)
     if value is True or value is False:
         return value
-    raise _refusal(name, "true or false")
+    raise refusal(name, "true or false")
 
 
 def text(members: object, name: str) -> str:
     """A required string."""
     value = member(members, name)
     if not isinstance(value, str):
-        raise _refusal(name, "a string")
+        raise refusal(name, "a string")
     return value
 
 
@@ -96,5 +96,6 @@ def optional_number(members: Any, name: str) -> float | None:
     return None if math.isnan(value) else value
 
 
-def _refusal(name: str, expectation: str) -> ProtocolError:
+def refusal(name: str, expectation: str) -> ProtocolError:
+    """The error for a member that is not what is expected."""
     return ProtocolError(f'In the server\'s message, "{name}" is not {expectation}: {_WRONG_PROTOCOL}')

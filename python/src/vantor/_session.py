@@ -329,6 +329,7 @@ class Session:
         number = stream.number
         stream.number += 1
         time, lost = stream.count(readings[0]) if readings else (0.0, 0)
+        self._conversation.note_frame_times(all(reading.utc is not None for reading in readings))
         truth = None if self._truth is None else self._find_truth(self._truth, readings)
         items = self._decoder.items(readings, message.payload, time, truth, message.arrival)
         return Frame(number, items, stream.missing, lost, self._decoder.places)
