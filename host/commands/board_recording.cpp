@@ -77,6 +77,14 @@ void board_recording::set_up()
     }
 }
 
+size_t board_recording::open_files() const
+{
+    // A document that is replaced, and its directory.
+    constexpr size_t temporary_files = 2;
+    const size_t of_truth = session_->scene().is_null() ? 0 : 1;
+    return 2 * session_->metadata().items.size() + of_truth + temporary_files;
+}
+
 void board_recording::create_files(const std::filesystem::path &directory)
 {
     writer_.emplace(directory,

@@ -4,6 +4,7 @@
 #ifndef VANTOR_BOARD_RECORDING_H
 #define VANTOR_BOARD_RECORDING_H
 
+#include <cstddef>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -55,6 +56,9 @@ public:
      * @throws usage_error, configuration_error and the exceptions of the client
      */
     void set_up();
+
+    /** The most files that it has open at the same time, after set_up(). */
+    [[nodiscard]] size_t open_files() const;
 
     /**
      * Creates the files.

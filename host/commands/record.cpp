@@ -156,7 +156,7 @@ command record_command()
                      .value = &options->reconnect},
                     truth_option(options->truth),
                     {.name = "--queue",
-                     .help = "Megabytes of frames that can wait for the disk",
+                     .help = "Megabytes of frames that can wait for the disk, for each board",
                      .value = whole_number_value{.target = &options->queue_megabytes, .most = most_megabytes},
                      .value_name = "NUMBER"},
                     json_flag(options->json)},

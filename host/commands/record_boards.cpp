@@ -14,6 +14,7 @@
 #include "commands/failure_report.h"
 #include "commands/interrupt.h"
 #include "commands/next_command.h"
+#include "commands/open_files.h"
 #include "commands/progress.h"
 #include "commands/recording_report.h"
 #include "configuration/optional_members.h"
@@ -151,6 +152,10 @@ catch (...)
 /** Creates the files of all boards. */
 board_collection create_files(named_boards &boards, const std::filesystem::path &directory)
 {
+    require_open_files(
+        std::accumulate(boards.begin(), boards.end(), size_t{0}, [](size_t sum, const named_board &board) {
+            return sum + board.recording.open_files();
+        }));
     board_collection collection(directory, describe_boards(boards));
     collection.create_directory();
     for (size_t i = 0; i < boards.size(); ++i)

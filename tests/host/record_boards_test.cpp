@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <csignal>
 #include <deque>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include "command_outcome.h"
 #include "commands/recorded_boards.h"
@@ -286,6 +288,27 @@ TEST_F(record_boards_test, records_nothing_if_a_board_cannot_be_set_up)
     EXPECT_FALSE(std::filesystem::exists(options.output));
     EXPECT_THAT(out.str(), IsEmpty());
     EXPECT_FALSE(has_started(ceiling));
+}
+
+TEST_F(record_boards_test, records_nothing_if_too_few_files_can_be_open)
+{
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    // Enough for the links, but not for the 16 files.
+    const auto reduce = [&](host_connection &host, const json &command) {
+        std::filesystem::directory_iterator all("/proc/self/fd");
+        const auto open = static_cast<rlim_t>(std::distance(begin(all), end(all)));
+        const rlimit reduced{.rlim_cur = open + 12, .rlim_max = usual.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &reduced);
+        identify_as("Wall", "2")(host, command);
+    };
+    wall.on("identify", reduce);
+    EXPECT_THAT([&] { run(); },
+                ThrowsMessage<recording_error>(
+                    ContainsRegex("^The recording needs [0-9]+ open files, but the limit is [0-9]+: raise it "
+                                  "with \"ulimit -n [0-9]+\"\\.$")));
+    setrlimit(RLIMIT_NOFILE, &usual);
+    EXPECT_FALSE(std::filesystem::exists(options.output));
 }
 
 TEST_F(record_boards_test, names_all_boards_that_cannot_be_set_up)

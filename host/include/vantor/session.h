@@ -132,7 +132,10 @@ struct frame_item
     uint32_t tick = 0;                   /**< time of the measurement; wraps around */
     double seconds = 0.0; /**< time of the measurement since the first frame of the stream, by the server's
                              clock; 0 if it has none */
-    std::optional<utc_time> utc; /**< time of the measurement; no value while it is not known */
+    /** Time of `tick`, found from the ticks in answers to "ping" and when these were sent and received: the
+     * middle of the interval that they allow. No value while it is not known, or if the server has no clock.
+     */
+    std::optional<utc_time> utc;
     int temperature = 0; /**< relative, in degrees Celsius; use it only to compare with other values */
     bool data_saturated = false;
     bool calibration_needed = false;
