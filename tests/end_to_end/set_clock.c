@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 /**
- * How many seconds the clock is set forward: VANTOR_CLOCK_STEP as soon as the file VANTOR_CLOCK_SET exists. The
- * first call after that creates the file VANTOR_CLOCK_READ.
+ * How many seconds the clock is set forward: VANTOR_CLOCK_STEP as soon as the file VANTOR_CLOCK_SET exists.
+ * The first call after that creates the file VANTOR_CLOCK_READ.
  */
 static time_t step(void)
 {
