@@ -195,12 +195,12 @@ TEST(session, refuses_frames_that_do_not_fit_the_metadata)
         {[](message &m) { m.header["result_info"][0][0]["cca_value"] = "high"; }, "cca_value"},
         {[](message &m) { m.header["result_info"][0][0]["utc_s"] = 1.0; }, "no \"utc_bound_s\""},
         {[](message &m) { m.header["result_info"][0][0]["utc_bound_s"] = 1.0; }, "no \"utc_s\""},
-        {[](message &m) { set_time(m, 9.2e9, 1.0); }, "\"utc_s\" is not a time"},
-        {[](message &m) { set_time(m, -9.2e9, 1.0); }, "\"utc_s\" is not a time"},
+        {[](message &m) { set_time(m, 4.6e9, 1.0); }, "\"utc_s\" is not a time"},
+        {[](message &m) { set_time(m, -4.6e9, 1.0); }, "\"utc_s\" is not a time"},
         {[](message &m) { set_time(m, nullptr, 1.0); }, "\"utc_s\" is not a time"},
         {[](message &m) { set_time(m, "now", 1.0); }, "\"utc_s\" is not a number"},
         {[](message &m) { set_time(m, 1.0, -1e-6); }, "\"utc_bound_s\" is not a number from 0"},
-        {[](message &m) { set_time(m, 1.0, 9.2e9); }, "\"utc_bound_s\" is not a number from 0"},
+        {[](message &m) { set_time(m, 1.0, 4.6e9); }, "\"utc_bound_s\" is not a number from 0"},
         {[](message &m) { set_time(m, 1.0, nullptr); }, "\"utc_bound_s\" is not a number from 0"},
     };
     for (const auto &[spoil, reason] : cases)
