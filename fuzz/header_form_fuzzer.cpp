@@ -18,6 +18,7 @@
 namespace
 {
 
+using vantor::frame;
 using vantor::frame_item;
 
 /** Number of samples in a frame. */
@@ -46,8 +47,8 @@ std::shared_ptr<const vantor::session_metadata> metadata()
     return session;
 }
 
-/** The items that the general parser finds in a header; nothing if it is not the header of a frame. */
-std::optional<std::vector<frame_item>> parse(std::string_view header)
+/** The frame whose header the general parser finds in a text; nothing if it is not the header of a frame. */
+std::optional<frame> parse(std::string_view header)
 try
 {
     static const auto session = metadata();
@@ -60,8 +61,7 @@ try
     {
         return std::nullopt;
     }
-    const auto decoded = vantor::decode_frame(*received, session);
-    return std::vector<frame_item>(decoded.items().begin(), decoded.items().end());
+    return vantor::decode_frame(*received, session);
 }
 catch (const vantor::bad_message &)
 {
@@ -104,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     vantor::header_form form;
     if (learned)
     {
-        form.learn(first, *learned);
+        form.learn(first, learned->items());
     }
     while (!text.empty())
     {
@@ -112,7 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (form.read(line))
         {
             const auto expected = parse(line);
-            check(expected && std::ranges::equal(*expected, form.items(), is_same));
+            check(expected && expected->missing() == form.missing());
+            check(std::ranges::equal(expected->items(), form.items(), is_same));
         }
     }
     return 0;

@@ -441,7 +441,8 @@ void client::complete(frame &received)
     if (!received.items().empty())
     {
         const auto &first = received.items().front();
-        received.set_missing(losses_.add(first.tick, std::exchange(damaged_, 0), first.frame_delayed));
+        const auto lost = std::exchange(damaged_, 0) + received.missing();
+        received.set_missing(losses_.add(first.tick, lost, first.frame_delayed));
         received.set_seconds(stream_clock_.advance(first.tick), server_.ticks_per_second);
     }
 }

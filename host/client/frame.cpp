@@ -164,7 +164,10 @@ frame decode_frame(const message &received, std::shared_ptr<const session_metada
     {
         std::memcpy(samples.data(), received.payload.data(), expected);
     }
-    return make_frame(std::move(metadata), std::move(samples), std::move(items));
+    auto decoded = make_frame(std::move(metadata), std::move(samples), std::move(items));
+    decoded.set_missing(
+        received.header.contains("missing") ? integer_member<uint32_t>(received.header, "missing") : 0);
+    return decoded;
 }
 
 std::string encode_frame(const frame &encoded)

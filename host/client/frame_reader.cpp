@@ -19,7 +19,13 @@ std::optional<frame> frame_reader::take(message_parser &parser)
         parser.begin_samples(sample_buffer(metadata_->frame_length() * sizeof(sample), pool_));
     }
     auto samples = parser.take_samples();
-    return samples ? std::optional(make_frame(metadata_, std::move(*samples), form_.items())) : std::nullopt;
+    if (!samples)
+    {
+        return std::nullopt;
+    }
+    auto taken = make_frame(metadata_, std::move(*samples), form_.items());
+    taken.set_missing(form_.missing());
+    return taken;
 }
 
 void frame_reader::learn(const message_parser &parser, const frame &decoded)

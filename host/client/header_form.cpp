@@ -17,19 +17,19 @@ namespace vantor
 namespace
 {
 
-/** The names of the members whose values are read in place. */
-constexpr std::array<std::pair<std::string_view, item_member>, 11> item_members{{
-    {"tick", item_member::tick},
-    {"temperature", item_member::temperature},
-    {"data_saturated", item_member::data_saturated},
-    {"calibration_needed", item_member::calibration_needed},
-    {"frame_delayed", item_member::frame_delayed},
-    {"data_valid", item_member::data_valid},
-    {"cca_value", item_member::cca_value},
-    {"cca_detected", item_member::cca_detected},
-    {"tx_enabled", item_member::tx_enabled},
-    {"utc_s", item_member::utc_s},
-    {"utc_bound_s", item_member::utc_bound_s},
+/** The names of the members of an item whose values are read in place. */
+constexpr std::array<std::pair<std::string_view, header_member>, 11> item_members{{
+    {"tick", header_member::tick},
+    {"temperature", header_member::temperature},
+    {"data_saturated", header_member::data_saturated},
+    {"calibration_needed", header_member::calibration_needed},
+    {"frame_delayed", header_member::frame_delayed},
+    {"data_valid", header_member::data_valid},
+    {"cca_value", header_member::cca_value},
+    {"cca_detected", header_member::cca_detected},
+    {"tx_enabled", header_member::tx_enabled},
+    {"utc_s", header_member::utc_s},
+    {"utc_bound_s", header_member::utc_bound_s},
 }};
 
 /** Walks through a JSON text that is known to be valid. */
@@ -140,7 +140,7 @@ struct value_place
     size_t begin = 0;
     size_t length = 0;
     size_t item = 0;
-    item_member member = item_member::tick;
+    header_member member = header_member::tick;
 };
 
 /** Finds the values in a frame header that can be read in place. */
@@ -180,6 +180,11 @@ private:
     /** Walks through a member of the header; the items are in one of them. */
     void walk_header_member(std::string_view key)
     {
+        if (key == "missing")
+        {
+            walk_to_value(header_member::missing);
+            return;
+        }
         if (key != "result_info")
         {
             walk_.walk_value();
@@ -204,8 +209,14 @@ private:
             walk_.walk_value();
             return;
         }
+        walk_to_value(known->second);
+    }
+
+    /** Walks through the value of a member that is read in place. */
+    void walk_to_value(header_member member)
+    {
         const auto [begin, length] = walk_.walk_scalar();
-        places_.push_back({.begin = begin, .length = length, .item = item_, .member = known->second});
+        places_.push_back({.begin = begin, .length = length, .item = item_, .member = member});
     }
 
     json_walk walk_;
@@ -280,39 +291,42 @@ bool read_time(std::string_view &text, bool (*set)(utc_time &, double), frame_it
     return read_number(text, seconds) && set(utc, *seconds);
 }
 
-/** Reads the value of a member from the front of a text; false if it has another type or is out of range. */
-bool read_member(std::string_view &text, item_member which, frame_item &item)
+/** Reads the value of a member of an item from the front of a text; false if it has another type or is out of
+ * range. */
+bool read_member(std::string_view &text, header_member which, frame_item &item)
 {
     int16_t temperature = 0;
     switch (which)
     {
-    case item_member::tick:
+    case header_member::tick:
         return read_integer(text, item.tick);
-    case item_member::temperature:
+    case header_member::temperature:
         if (!read_integer(text, temperature))
         {
             return false;
         }
         item.temperature = temperature;
         return true;
-    case item_member::data_saturated:
+    case header_member::data_saturated:
         return read_boolean(text, item.data_saturated);
-    case item_member::calibration_needed:
+    case header_member::calibration_needed:
         return read_boolean(text, item.calibration_needed);
-    case item_member::frame_delayed:
+    case header_member::frame_delayed:
         return read_boolean(text, item.frame_delayed);
-    case item_member::data_valid:
+    case header_member::data_valid:
         return read_boolean(text, item.data_valid);
-    case item_member::cca_value:
+    case header_member::cca_value:
         return read_number(text, item.cca_value);
-    case item_member::cca_detected:
+    case header_member::cca_detected:
         return read_boolean(text, item.cca_detected);
-    case item_member::tx_enabled:
+    case header_member::tx_enabled:
         return read_boolean(text, item.tx_enabled);
-    case item_member::utc_s:
+    case header_member::utc_s:
         return read_time(text, set_moment, item);
-    case item_member::utc_bound_s:
+    case header_member::utc_bound_s:
         return read_time(text, set_bound, item);
+    case header_member::missing:
+        break;
     }
     return false;
 }
@@ -342,6 +356,7 @@ void header_form::learn(std::string_view header, std::span<const frame_item> ite
     {
         item.samples = {};
     }
+    missing_ = 0;
     known_ = true;
 }
 
@@ -360,7 +375,10 @@ bool header_form::read(std::string_view header)
         }
         header.remove_prefix(next.text);
         texts.remove_prefix(next.text);
-        if (!read_member(header, next.member, items_[next.item]))
+        const bool is_valid = next.member == header_member::missing
+                                  ? read_integer(header, missing_)
+                                  : read_member(header, next.member, items_[next.item]);
+        if (!is_valid)
         {
             return false;
         }

@@ -5,6 +5,7 @@
 #define VANTOR_HEADER_FORM_H
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,8 +16,8 @@
 namespace vantor
 {
 
-/** A member of an item in a frame header whose value is read in place. */
-enum class item_member
+/** A member of a frame header whose value is read in place: of an item, or "missing" of the header itself. */
+enum class header_member
 {
     tick,
     temperature,
@@ -28,7 +29,8 @@ enum class item_member
     cca_detected,
     tx_enabled,
     utc_s,
-    utc_bound_s
+    utc_bound_s,
+    missing
 };
 
 /**
@@ -59,6 +61,13 @@ public:
         return items_;
     }
 
+    /** Number of frames that are missing before the frame, as its header says. Only valid if it could be
+     * read. */
+    [[nodiscard]] uint32_t missing() const noexcept
+    {
+        return missing_;
+    }
+
     /** No header will have the form until the next one is learned. */
     void forget() noexcept
     {
@@ -70,14 +79,15 @@ private:
     struct field
     {
         size_t text = 0; /**< length of the text before it, after the previous value */
-        size_t item = 0;
-        item_member member = item_member::tick;
+        size_t item = 0; /**< whose value it is; not for "missing" */
+        header_member member = header_member::tick;
     };
 
     bool known_ = false;
     std::string texts_; /**< all texts without the values */
     std::vector<field> fields_;
     std::vector<frame_item> items_;
+    uint32_t missing_ = 0;
 };
 
 } // namespace vantor

@@ -310,6 +310,65 @@ TEST(client, counts_every_damaged_message_if_no_rate_is_known)
     EXPECT_EQ(host.receive_frame(60s)->missing(), 3U);
 }
 
+/** Sends a frame before which some are missing, as its header says. */
+void send_frame_after(host_connection &host, uint32_t missing, uint32_t number)
+{
+    auto header = example_session().frame_header(number);
+    header["missing"] = missing;
+    host.send(header, example_session().frame_payload(number));
+}
+
+/** A stream in which frames were lost on the way to the server, or damaged after it. */
+void send_frames_with_losses(host_connection &host, const json &command)
+{
+    test::stream_frames(0)(host, command);
+    send_frame_after(host, 2, 10);
+    send_frame_after(host, 0, 11);
+    send_frame_after(host, 3, 12);
+    send_damaged_frames(host, 1);
+    send_frame_after(host, 5, 13);
+    host.send(example_session().frame_header(14), example_session().frame_payload(14));
+}
+
+/** How many frames are missing before each frame of that stream. */
+std::vector<uint64_t> receive_missing(client &host)
+{
+    std::vector<uint64_t> missing;
+    while (missing.size() < 5)
+    {
+        try
+        {
+            missing.push_back(host.receive_frame(60s).value().missing());
+        }
+        catch (const bad_message &) // NOLINT(bugprone-empty-catch): it counts as missing
+        {
+        }
+    }
+    return missing;
+}
+
+TEST(client, counts_frames_that_were_lost_before_the_server_if_no_rate_is_known)
+{
+    fake_server server;
+    server.on("configure", configure_without_pace);
+    server.on("start", send_frames_with_losses);
+    auto host = connect(server);
+    host.configure(configuration_without_pace());
+    host.start();
+    EXPECT_THAT(receive_missing(host), ElementsAre(2, 2, 5, 11, 11));
+}
+
+TEST(client, counts_frames_by_ticks_if_the_rate_is_known)
+{
+    fake_server server;
+    server.on("start", send_frames_with_losses);
+    auto host = connect(server);
+    host.configure(example_session().configuration);
+    host.start();
+    // Only those before the first frame cannot be counted by ticks.
+    EXPECT_THAT(receive_missing(host), ElementsAre(2, 2, 2, 2, 2));
+}
+
 TEST(client, sends_stop_once_although_messages_before_its_answer_are_damaged)
 {
     fake_server server;

@@ -45,9 +45,8 @@ std::shared_ptr<const session_metadata> metadata_of(const std::vector<size_t> &g
         decode_metadata({{"status", "ok"}, {"tick_period", 0}, {"payload_size", 0}, {"metadata", list}}));
 }
 
-/** What the general parser finds in a header line: the items of a frame, or nothing. */
-std::optional<std::vector<frame_item>> parsed(const std::string &line,
-                                              const std::shared_ptr<const session_metadata> &metadata)
+/** What the general parser finds in a header line: a frame, or nothing. */
+std::optional<frame> parsed(const std::string &line, const std::shared_ptr<const session_metadata> &metadata)
 try
 {
     message_parser parser;
@@ -60,8 +59,7 @@ try
     {
         return std::nullopt;
     }
-    const auto decoded = decode_frame(*received, metadata);
-    return std::vector<frame_item>(decoded.items().begin(), decoded.items().end());
+    return decode_frame(*received, metadata);
 }
 catch (const bad_message &)
 {
@@ -81,10 +79,11 @@ auto values(const frame_item &item)
                       item.frame_delayed, item.data_valid, bits, item.cca_detected, item.tx_enabled, utc);
 }
 
-/** Whether two lists have the same values. */
-bool are_equal(const std::vector<frame_item> &one, const std::vector<frame_item> &other)
+/** Whether a header was read as the frame that the general parser has found. */
+bool is_read_as(const frame &expected, const header_form &form)
 {
-    return std::ranges::equal(one, other, {}, values, values);
+    return std::ranges::equal(expected.items(), form.items(), {}, values, values) &&
+           expected.missing() == form.missing();
 }
 
 /** A header with one item. */
@@ -106,9 +105,12 @@ std::string members(const std::string &tick, const std::string &temperature = "2
 header_form form_of(const std::string &line)
 {
     header_form form;
-    const auto items = parsed(line, metadata_of({1}));
-    EXPECT_TRUE(items) << line;
-    form.learn(line, items.value_or(std::vector<frame_item>(1)));
+    const auto received = parsed(line, metadata_of({1}));
+    EXPECT_TRUE(received) << line;
+    if (received)
+    {
+        form.learn(line, received->items());
+    }
     return form;
 }
 
@@ -177,6 +179,27 @@ TEST(header_form, reads_times)
     }
     EXPECT_FALSE(form.read(header(members("1")))) << "without a time";
     EXPECT_FALSE(form_of(header(members("1"))).read(with_time("0", "0"))) << "learned without a time";
+}
+
+TEST(header_form, reads_how_many_frames_are_missing)
+{
+    const auto with_missing = [](const std::string &missing) {
+        return header(members("1") + R"(,"missing":7)",
+                      R"(,"status":"ok","missing":)" + missing + R"(,"payload_size":8})");
+    };
+    auto form = form_of(with_missing("3"));
+    for (const auto *missing : {"0", "12", "4294967295"})
+    {
+        ASSERT_TRUE(form.read(with_missing(missing))) << missing;
+        EXPECT_EQ(std::to_string(form.missing()), missing);
+    }
+    for (const auto *missing : {"-1", "4294967296", "1.0", "null", "[1]", "01"})
+    {
+        EXPECT_FALSE(form.read(with_missing(missing))) << missing;
+    }
+    form = form_of(header(members("1")));
+    ASSERT_TRUE(form.read(header(members("2"))));
+    EXPECT_EQ(form.missing(), 0U);
 }
 
 TEST(header_form, leaves_other_headers_to_the_parser)
@@ -268,6 +291,7 @@ public:
             groups_.push_back(1 + pick(3));
         }
         space_ = pick(4) == 0 ? " " : "";
+        counts_missing_ = pick(3) == 0;
         for (const char *name : {"data_valid", "cca_value", "cca_detected", "tx_enabled", "unknown"})
         {
             if (pick(2) == 0)
@@ -301,8 +325,10 @@ public:
             }
             list += "]";
         }
-        return R"({"result_info":[)" + list + R"(],"status":"ok",)" + space_ + R"("payload_size":)" +
-               std::to_string(items * points * sizeof(sample)) + "}";
+        const auto missing =
+            counts_missing_ ? R"("missing":)" + pick({"0", "1", "250", "4294967295"}) + "," : "";
+        return "{" + missing + R"("result_info":[)" + list + R"(],"status":"ok",)" + space_ +
+               R"("payload_size":)" + std::to_string(items * points * sizeof(sample)) + "}";
     }
 
     /** Damages a header, or replaces one of its values by another one. */
@@ -424,6 +450,7 @@ private:
     std::vector<size_t> groups_;
     std::vector<std::string> names_; /**< optional members */
     std::string space_;
+    bool counts_missing_ = false;
 };
 
 /** How many headers are generated: VANTOR_CAMPAIGN_SIZE, or few. */
@@ -444,8 +471,8 @@ TEST(header_form, agrees_with_the_parser_about_generated_headers)
         const auto metadata = metadata_of(maker.groups());
         const auto first = maker.header();
         header_form form;
-        const auto items = parsed(first, metadata).value();
-        form.learn(first, items);
+        const auto learned = parsed(first, metadata).value();
+        form.learn(first, learned.items());
         for (size_t k = 0; k < headers_of_a_form; ++k)
         {
             const bool intact = k % 2 == 0;
@@ -454,15 +481,14 @@ TEST(header_form, agrees_with_the_parser_about_generated_headers)
                 line.find('\n') == std::string::npos ? parsed(line, metadata) : std::nullopt;
             const bool accepted = form.read(line);
             ASSERT_TRUE(accepted || !intact) << first << "\n" << line;
-            ASSERT_TRUE(!accepted || (expected && are_equal(*expected, form.items()))) << first << "\n"
-                                                                                       << line;
+            ASSERT_TRUE(!accepted || (expected && is_read_as(*expected, form))) << first << "\n" << line;
             read += accepted ? 1 : 0;
             damaged += !intact && !accepted ? 1 : 0;
             if (!accepted && expected)
             {
-                form.learn(line, *expected);
-                ASSERT_TRUE(!form.read(line) || are_equal(*expected, form.items())) << line;
-                form.learn(first, items);
+                form.learn(line, expected->items());
+                ASSERT_TRUE(!form.read(line) || is_read_as(*expected, form)) << line;
+                form.learn(first, learned.items());
             }
         }
     }

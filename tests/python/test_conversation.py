@@ -939,6 +939,37 @@ def test_counts_every_damaged_message_if_no_rate_is_known(server):
     assert missing(server.connect().session(without_pace()).frames(count=2)) == [(0, 0), (3, 3)]
 
 
+def frame_after(lost, number):
+    """A frame before which some are missing, as its header says."""
+    return json.dumps({"missing": lost, **frame_header(number)}, separators=(",", ":")).encode() + b"\n" + frame_payload(number)
+
+
+def start_with_losses(host, command):
+    """A stream in which frames were lost on the way to the server, or damaged after it."""
+    stream_frames(0)(host, command)
+    for message in (frame_after(2, 10), frame_after(0, 11), frame_after(3, 12), damaged_frame(1), frame_after(5, 13),
+                    frame_bytes(14), frame_bytes(15), frame_after(1, 16), frame_bytes(17)):
+        host.send(message)
+
+
+def test_counts_frames_that_were_lost_before_the_server_if_no_rate_is_known(server):
+    server.on("configure", answer_with(example_metadata(0)))
+    server.on("start", start_with_losses)
+    assert missing(server.connect().session(without_pace()).frames(count=8)) == \
+        [(2, 2), (2, 0), (5, 3), (11, 6), (11, 0), (11, 0), (12, 1), (12, 0)]
+
+
+def test_counts_frames_by_ticks_if_the_rate_is_known(server):
+    server.on("start", start_with_losses)
+    # Only those before the first frame cannot be counted by ticks.
+    assert missing(session_of(server).frames(count=8)) == [(2, 2), *[(2, 0)] * 7]
+
+
+def test_a_single_frame_says_how_many_are_missing(server):
+    server.on("frame", lambda host, command: host.send(frame_after(4, 1)))
+    assert session_of(server).single_frame().missing == 4
+
+
 def test_sends_stop_once_although_messages_before_its_answer_are_damaged(server):
     def stop(host, command):
         host.send(damaged_frame(2) + damaged_frame(3) + frame_bytes(4))

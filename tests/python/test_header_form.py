@@ -1,5 +1,6 @@
 """Tests of the reader of headers of a known form: it reads what the JSON decoder reads, or leaves the header to it."""
 
+import functools
 import json
 import math
 import random
@@ -52,6 +53,13 @@ def random_header(values, shape):
     return {"status": "ok", "result_info": groups, "payload_size": SIZE}
 
 
+def counting_header(values, shape, place):
+    """A header that says how many frames are missing, in this place among its members."""
+    members = [*random_header(values, shape).items()]
+    members.insert(place, ("missing", values.choice([0, 7, 2**32 - 1])))
+    return dict(members)
+
+
 def text_of(header):
     return json.dumps(header, separators=(",", ":"), ensure_ascii=False).encode() + b"\n"
 
@@ -68,11 +76,25 @@ def test_reads_what_the_decoder_reads(seed):
     for _ in range(50):
         header = random_header(values, shape)
         text = text_of(header)
-        readings, end = form.read(bytearray(b"before" + text + b"after"), 6, 6 + len(text))
+        common, readings, end = form.read(bytearray(b"before" + text + b"after"), 6, 6 + len(text))
         assert readings == items_of(header) and end == 6 + len(text)
+        assert common == {"status": "ok", "payload_size": SIZE}
         signs = [math.copysign(1, reading.cca_value or 0) for reading in readings]
         assert signs == [math.copysign(1, reading.cca_value or 0) for reading in items_of(header)]
-        assert form.payload_size == SIZE and form.common == {"status": "ok", "payload_size": SIZE}
+        assert form.payload_size == SIZE
+
+
+@pytest.mark.parametrize("place", range(4))
+def test_reads_how_many_frames_are_missing(place):
+    values = random.Random(place)
+    shape = random_shape(values)
+    form = HeaderForm(counting_header(values, shape, place))
+    for _ in range(20):
+        header = counting_header(values, shape, place)
+        text = text_of(header)
+        common, readings, end = form.read(bytearray(text), 0, len(text))
+        assert readings == items_of(header) and end == len(text)
+        assert common == {"status": "ok", "payload_size": SIZE, "missing": header["missing"]}
 
 
 @pytest.mark.parametrize("old, new", [
@@ -82,13 +104,14 @@ def test_reads_what_the_decoder_reads(seed):
     (b'"temperature":27', b'"temperature":-0'), (b'"cca_value":0.5', b'"cca_value":-0'),
     (b'"cca_value":0.5', b'"cca_value":null'), (b'"cca_value":0.5', b'"cca_value":1e999'),
     (b'"utc_s":-1.5', b'"utc_s":4600000000'), (b'"utc_s":-1.5', b'"utc_s":-4600000000'), (b'"utc_s":-1.5', b'"utc_s":null'),
+    (b'"missing":5', b'"missing":-1'), (b'"missing":5', b'"missing":4294967296'), (b'"missing":5,', b""),
     (b'"utc_bound_s":2', b'"utc_bound_s":4600000000'), (b'"utc_bound_s":2', b'"utc_bound_s":-1'),
     (b'"payload_size":8', b'"payload_size":9'), (b'"status":"ok"', b'"status":"log"'), (b"}\n", b"}"), (b"}\n", b"}}\n"),
 ])
 def test_leaves_other_headers_to_the_decoder(old, new):
     item = {"tick": 48213, "temperature": 27, **dict.fromkeys(FLAGS, False), "cca_value": 0.5, "utc_s": -1.5,
             "utc_bound_s": 2}
-    header = {"status": "ok", "result_info": [[item]], "payload_size": SIZE}
+    header = {"status": "ok", "missing": 5, "result_info": [[item]], "payload_size": SIZE}
     text = text_of(header)
     form = HeaderForm(header)
     assert form.read(bytearray(text), 0, len(text)) is not None
@@ -140,10 +163,11 @@ def damaged(values, data):
 def test_damaged_headers_give_the_same_with_and_without_a_form(seed):
     values = random.Random(seed)
     shape = random_shape(values)
-    form = HeaderForm(random_header(values, shape))
+    header = random_header if seed % 2 else functools.partial(counting_header, place=seed % 4)
+    form = HeaderForm(header(values, shape))
     known = 0
     for _ in range(40):
-        data = b"".join(text_of(random_header(values, shape)) + values.randbytes(SIZE) for _ in range(3))
+        data = b"".join(text_of(header(values, shape)) + values.randbytes(SIZE) for _ in range(3))
         start = values.randrange(len(data) // 2)
         changed = data[:start] + damaged(values, data[start:start + 80]) + data[start + 80:]
         assert read_with(form, changed) == read_with(None, changed)

@@ -32,8 +32,9 @@ public:
      * Adds a frame that arrived.
      *
      * @param tick     the tick of the frame
-     * @param damaged  number of messages damaged since the previous frame; they count as frames if the
-     *                 period is unknown or no frame has arrived before
+     * @param damaged  number of messages damaged since the previous frame, and of frames that were lost on
+     *                 the way to the server; they count as missing if the period is unknown or no frame has
+     *                 arrived before
      * @param delayed  whether the frame was measured later than it was due, frame_item::frame_delayed
      * @return the number of frames missing before this one since the start of the stream; one less than
      *         before if this frame shows that the one after the last gap was only late

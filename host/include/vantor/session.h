@@ -193,7 +193,7 @@ public:
     /**
      * Number of frames missing before this one since the start of the stream: lost on the link, or left out
      * by server or sensor. Without a known frame rate, or without ticks, it is the number of damaged
-     * messages.
+     * messages, and of frames that were lost on the way to the server.
      */
     [[nodiscard]] uint64_t missing() const noexcept
     {
@@ -312,7 +312,8 @@ frame make_frame(std::shared_ptr<const session_metadata> metadata, sample_buffer
 std::string encode_frame(const frame &encoded);
 
 /**
- * Decodes a frame message and splits its payload into items.
+ * Decodes a frame message and splits its payload into items. frame::missing() is what its header says: the
+ * number of frames that were lost directly before it, on their way to the server.
  *
  * @throws protocol_error if the message does not have the structure and length announced in the metadata
  */

@@ -236,8 +236,12 @@ class Conversation:
         self._slow_time = min(_SLOW_FRAMES / rate, _LONGEST_TIME) if rate > 0.0 else 0.0
 
     def expect_headers_like(self, frame: Message) -> None:
-        """Reads headers like that of a frame of the session faster from now on."""
-        if self._reader.form is None:
+        """Reads headers like that of a frame of the session faster from now on.
+
+        Most frames have the form of the first one, or of the first one before which none is missing.
+        """
+        form = self._reader.form
+        if form is None or form.counts_missing and "missing" not in frame.header:
             self._reader.form = HeaderForm(frame.header)
 
     def watch_clock(self, ticks_per_second: float) -> None:

@@ -38,8 +38,9 @@ class FrameDecoder:
         """What the header of a frame message reports about each item.
 
         Raises ProtocolError if the message does not have the structure and length that the metadata
-        announced.
+        announced, or "missing" is wrong.
         """
+        _members.to_integer(header.get("missing", 0), "missing", *_members.UINT32)
         if len(payload) != self._frame_size:
             raise ProtocolError(
                 f"A frame has {len(payload)} bytes of samples, but the session metadata announced "

@@ -1,6 +1,7 @@
 """Places for the next frames of a session, into which a link receives several at once without a copy."""
 
 from collections import deque
+from typing import Any
 
 import numpy as np
 import numpy.typing as npt
@@ -57,8 +58,11 @@ class FramesAhead:
             self._places.append(_Place(self.header_size, self.form.payload_size))
         return self._views()
 
-    def take(self, form: HeaderForm | None) -> tuple[list[ItemReading], npt.NDArray[np.uint8], int] | None:
-        """The next frame: what its header reports, its payload, and how many bytes of the payload arrived.
+    def take(
+        self, form: HeaderForm | None
+    ) -> tuple[dict[str, Any], list[ItemReading], npt.NDArray[np.uint8], int] | None:
+        """The next frame: its header without the items, what that reports about these, its payload, and how
+        many bytes of the payload arrived.
 
         None if the next bytes are not a complete header of the form and size that are expected.
         """
@@ -66,12 +70,12 @@ class FramesAhead:
         if form is None or form is not self.form or self.filled < size:
             return None
         known = form.read(self._places[0].header, 0, size)
-        if known is None or known[1] != size:
+        if known is None or known[2] != size:
             return None
         payload = self._places.popleft().payload
         arrived = min(self.filled - size, len(payload))
         self.filled -= size + arrived
-        return known[0], payload, arrived
+        return known[0], known[1], payload, arrived
 
     def give_back(self) -> bytearray:
         """Takes the bytes that arrived."""

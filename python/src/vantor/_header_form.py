@@ -1,4 +1,4 @@
-"""Reads frame headers that differ from an earlier one only in the values of their items, without decoding JSON.
+"""Reads frame headers that differ from an earlier one only in some values, without decoding JSON.
 
 The headers of a session have one form. To match it takes a fraction of the time of a JSON decoder, whose objects
 would be read once and dropped.
@@ -55,6 +55,7 @@ class HeaderForm:
     Attributes:
         payload_size: the payload size that all headers of this form announce.
         common: such a header without its items.
+        counts_missing: whether they have "missing".
     """
 
     def __init__(self, header: dict[str, Any]) -> None:
@@ -63,13 +64,19 @@ class HeaderForm:
         self.common = {name: value for name, value in header.items() if name != "result_info"}
         self._pattern = re.compile(f"{_header_pattern(header)}\n".encode())
         self._items: list[_Places] = []
-        first = 0
+        self.counts_missing = "missing" in header
+        # It is a value before those of the items, or after them.
+        is_before = self.counts_missing and [*header].index("missing") < [*header].index("result_info")
+        first = int(is_before)
         for item in (item for group in header["result_info"] for item in group):
             self._items.append(_Places(item, first))
             first = self._items[-1].next
+        self._missing = 0 if is_before else first
 
-    def read(self, buffer: bytearray, start: int, end: int) -> tuple[list[ItemReading], int] | None:
-        """What the header at the start of some bytes reports, and where its line ends.
+    def read(
+        self, buffer: bytearray, start: int, end: int
+    ) -> tuple[dict[str, Any], list[ItemReading], int] | None:
+        """The header at the start of some bytes without its items, what it reports about these, and its end.
 
         None if it is not complete, has another form, or a value is out of range.
         """
@@ -77,6 +84,12 @@ class HeaderForm:
         if found is None:
             return None
         texts = found.groups()
+        header = self.common
+        if self.counts_missing:
+            missing = int(texts[self._missing])
+            if not 0 <= missing < 2**32:
+                return None
+            header = {**header, "missing": missing}
         readings = []
         for places in self._items:
             tick, state = int(texts[places.tick]), _read_state(texts[places.state])
@@ -90,7 +103,7 @@ class HeaderForm:
                     return None
                 utc = KnownUtc(moment, bound)
             readings.append(ItemReading(tick, state.temperature, state.flags, cca_value, utc))
-        return readings, found.end()
+        return header, readings, found.end()
 
 
 @functools.lru_cache(_MOST_STATES)
@@ -106,10 +119,13 @@ def _read_state(parts: tuple[bytes, ...]) -> ItemReading | None:
 
 
 def _header_pattern(header: dict[str, Any]) -> str:
-    """A pattern for headers that differ from this one in the values of their items only."""
+    """A pattern for headers that differ from this one in "missing" and the values of their items only."""
     members = []
     for name, value in header.items():
-        pattern = _array_pattern(map(_group_pattern, value)) if name == "result_info" else _literally(value)
+        if name == "result_info":
+            pattern = _array_pattern(map(_group_pattern, value))
+        else:
+            pattern = f"({_INTEGER})" if name == "missing" else _literally(value)
         members.append(f"{_literally(name)}:{pattern}")
     return _object_pattern(members)
 

@@ -46,8 +46,8 @@ class LossCounter:
     def add(self, tick: int, damaged: int, delayed: bool) -> int:
         """Adds a frame that arrived; returns the number of frames missing before it since the start.
 
-        `damaged` messages since the previous frame count as frames if the period is unknown or no frame has
-        arrived before. The result is one less than before if this frame shows that the one after the last gap
+        `damaged` messages since the previous frame, and frames lost on the way to the server, count as missing if
+        the period is unknown or no frame has arrived before. The result is one less than before if this frame shows that the one after the last gap
         was only late.
         """
         elapsed = (tick - self._last_tick) % 2**32

@@ -240,8 +240,8 @@ class MessageReader:
         if frame is None or self.form is None:
             self._renew_buffer(self._ahead.give_back())
             return False
-        self._readings, self._payload, self._filled = frame
-        self._header, self._header_position = self.form.common, self.position
+        self._header, self._readings, self._payload, self._filled = frame
+        self._header_position = self.position
         self._payload_size = self.form.payload_size
         self.position += self._ahead.header_size + self._filled
         return True
@@ -289,8 +289,8 @@ class MessageReader:
         known = form.read(self._buffer, self._start, end)
         if known is None:
             return False
-        self._readings, end = known
-        self._header, self._header_position = form.common, self.position
+        self._header, self._readings, end = known
+        self._header_position = self.position
         self._payload_size = form.payload_size
         self._lost = False
         self._consume(end - self._start)

@@ -86,10 +86,13 @@ class _Stream:
         self._damaged += 1
         _log.warning("%s", fault)
 
-    def count(self, first: ItemReading) -> tuple[float, int]:
-        """Counts a frame by its first item; returns its time in seconds, and the frames lost before it."""
+    def count(self, first: ItemReading, missing: int) -> tuple[float, int]:
+        """Counts a frame by its first item; returns its time in seconds, and the frames lost before it.
+
+        `missing` frames were lost directly before it, on their way to the server.
+        """
         damaged, self._damaged = self._damaged, 0
-        self.missing = self._losses.add(first.tick, damaged, first.flags.frame_delayed)
+        self.missing = self._losses.add(first.tick, damaged + missing, first.flags.frame_delayed)
         lost = max(0, self.missing - self._most_missing)
         self._most_missing += lost
         return self._clock.advance(first.tick), lost
@@ -328,7 +331,7 @@ class Session:
         readings = message.readings if message.readings is not None else self._read_items(message)
         number = stream.number
         stream.number += 1
-        time, lost = stream.count(readings[0]) if readings else (0.0, 0)
+        time, lost = stream.count(readings[0], message.header.get("missing", 0)) if readings else (0.0, 0)
         self._conversation.note_frame_times(all(reading.utc is not None for reading in readings))
         truth = None if self._truth is None else self._find_truth(self._truth, readings)
         items = self._decoder.items(readings, message.payload, time, truth, message.arrival)

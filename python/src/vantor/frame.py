@@ -262,7 +262,8 @@ class Frame:
         number: how many frames of the stream or recording precede it.
         items: all items, in the order of the configuration.
         missing: number of frames missing before this one since the start of the stream: lost on the link, or
-            left out by server or sensor. Without a frame rate or a clock it counts damaged messages.
+            left out by server or sensor. Without a frame rate or a clock it counts damaged messages, and frames
+            that were lost on the way to the server.
         lost_before: those between the previous frame and this one.
     """
 
