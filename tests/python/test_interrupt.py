@@ -15,7 +15,7 @@ import pytest
 import vantor
 from processes import TIME_OUT, RunningServer, campaign
 from scripted_server import (
-    ScriptedServer, answer_with, error, example_configuration, example_metadata, frame_bytes, item_metadata,
+    ScriptedServer, answer_with, dump, error, example_configuration, example_metadata, frame_bytes, item_metadata,
     plain_answer, stream_frames)
 
 PACKAGE = str(pathlib.Path(vantor.__file__).parent)
@@ -141,6 +141,50 @@ def test_streams_again_with_the_same_session_after_an_interruption_at_any_line(t
                 host.ping()
             assert [frame.number for frame in session.frames(count=FRAMES)] == list(range(FRAMES))
             assert host.stats()["status"] == "ok"
+            assert server.now < 5.0, "it waited"
+    at_each_place(interrupt)
+
+
+class LongFrameServer(StrictServer):
+    """A strict server that sends long frames all at once, with a log line between; each has another value."""
+
+    LENGTH, COUNT = 5000, 14
+
+    def __init__(self):
+        super().__init__()
+        self._values = itertools.count()
+        metadata = example_metadata(tick_period=0) | {"metadata": [[item_metadata(self.LENGTH, [self.LENGTH])]]}
+        self.on("configure", self._step("idle", "configured", answer_with(metadata)))
+        self.on("start", self._step("configured", "streaming", self._stream))
+        self.on("stop", self._step("streaming", "configured", answer_with(plain_answer({"command": "stop"}))))
+
+    def _stream(self, host, command):
+        log = {"status": "log", "level": "INFO", "module": "m", "message": "text", "payload_size": 0}
+        frames = [self._frame(next(self._values)) for _ in range(self.COUNT)]
+        host.send(dump(plain_answer(command)) + b"".join(frames[:10]) + dump(log) + b"".join(frames[10:]))
+
+    def _frame(self, value):
+        result = {"tick": 10_000 + value, "data_saturated": False, "temperature": 3, "calibration_needed": False,
+                  "frame_delayed": False}
+        header = {"result_info": [[result]], "status": "ok", "payload_size": 4 * self.LENGTH}
+        return dump(header) + struct.pack("<h", value) * 2 * self.LENGTH
+
+
+def test_long_frames_stay_as_they_were_after_an_interruption_at_any_line():
+    def has_its_value(item):
+        return (item.samples == item.tick - 10_000).all()
+
+    def interrupt(place):
+        server = LongFrameServer()
+        session = server.connect().session({"groups": [[{"sensor_id": 1, "config": {"num_points": server.LENGTH}}]]})
+        before, after = [], []
+        try:
+            with Interruption(place):
+                before.extend(item for frame in session.frames(count=server.COUNT) for item in frame)
+        finally:
+            after.extend(item for frame in session.frames(count=server.COUNT) for item in frame)
+            assert len({item.tick for item in before + after}) == len(before) + server.COUNT
+            assert all(map(has_its_value, before + after))
             assert server.now < 5.0, "it waited"
     at_each_place(interrupt)
 
