@@ -57,6 +57,12 @@ int64_t to_integer(const nlohmann::json &value, const std::string &what, int64_t
     return value.get<int64_t>();
 }
 
+uint64_t count_member(const nlohmann::json &object, const char *name)
+{
+    constexpr int64_t most = std::numeric_limits<int64_t>::max() / 2;
+    return static_cast<uint64_t>(to_integer(member(object, name), name, 0, most));
+}
+
 size_t length_member(const nlohmann::json &object, const char *name)
 {
     return static_cast<size_t>(to_integer(member(object, name), name, 0, longest_length));

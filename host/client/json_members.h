@@ -46,6 +46,10 @@ template <typename integer_t> integer_t integer_member(const nlohmann::json &obj
     return static_cast<integer_t>(to_integer(member(object, name), name, limits::min(), limits::max()));
 }
 
+/** Returns a member as a count, below 2^62: two of them can be added. Throws protocol_error if it is not one.
+ */
+uint64_t count_member(const nlohmann::json &object, const char *name);
+
 /** Returns a member as a length or offset in samples; throws protocol_error if it is not one. */
 size_t length_member(const nlohmann::json &object, const char *name);
 

@@ -192,10 +192,11 @@ void add_host_rules(rules_t &rules)
     rules["host/replay"] =
         joined(hub.all(), {"host/client", "host/configuration", "host/hub", "host/recording"});
     rules["host/view"] = rules["host/replay"];
+    rules["host/bridge"] = joined(rules["host/replay"], {"host/replay"});
     rules["host/selftest"] = joined(client.all(), {"host/client"});
     rules["host/commands"] = {"host/include",  "host/client", "host/configuration", "host/recording",
                               "host/export",   "host/plot",   "host/replay",        "host/score",
-                              "host/selftest", "host/view"};
+                              "host/selftest", "host/view",   "host/bridge"};
 }
 
 } // namespace
