@@ -11,11 +11,17 @@
 #include <ostream>
 #include <utility>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "client/local_link.h"
 #include "client/tcp_listener.h"
 #include "commands/common_options.h"
 #include "commands/damage.h"
 #include "commands/interrupt.h"
 #include "commands/progress.h"
+#include "commands/usage_error.h"
+#include "replay/recorded_stream.h"
 #include "replay/replay_server.h"
 #include "vantor/recording_error.h"
 
@@ -50,6 +56,7 @@ struct replay_options
 {
     std::filesystem::path recording;
     uint64_t port = 0;
+    bool stdio = false;
     uint64_t hosts = 0;          /**< 0 for no limit */
     std::optional<double> speed; /**< infinite for as fast as possible; 1 if not given */
 };
@@ -58,34 +65,29 @@ struct replay_options
 class replay_service
 {
 public:
-    replay_service(recording_reader &recording, const replay_options &options, const command_streams &streams,
-                   std::shared_ptr<event_loop> loop)
-        : recording_(recording), streams_(streams), speed_(options.speed.value_or(1.0)),
-          loop_(std::move(loop)), listener_(static_cast<uint16_t>(options.port), busy_message, loop_)
+    /** @param stream  what they get; must outlive this object, like the streams */
+    replay_service(served_stream &stream, const command_streams &streams) : stream_(stream), streams_(streams)
     {
-        streams_.out << "listening on tcp:127.0.0.1:" << listener_.port() << "\n" << std::flush;
     }
 
-    /** Waits for a host and serves it until it disconnects or stops reading. */
-    void serve_next()
+    /** Serves a host until it disconnects or stops reading; shows on a terminal how many frames were sent. */
+    void serve(link &host)
+    try
     {
-        std::unique_ptr<link> host;
-        while (!host)
-        {
-            host = listener_.accept(host_patience);
-        }
         ++served_;
-        try
-        {
-            serve(*host);
-        }
-        catch (const connection_lost &) // NOLINT(bugprone-empty-catch): wait for the next host
-        {
-        }
-        catch (const timeout_error &)
-        {
-            streams_.err << "Disconnected a host that accepted no data for 10 s.\n";
-        }
+        replay_server server(stream_, host, counts_);
+        progress_line progress(streams_.err, streams_.terminal, {});
+        server.run([&] {
+            progress.update(counts_.frames);
+            return interrupt_watch::interrupted();
+        });
+    }
+    catch (const connection_lost &) // NOLINT(bugprone-empty-catch): the host has gone
+    {
+    }
+    catch (const timeout_error &)
+    {
+        streams_.err << "Disconnected a host that accepted no data for 10 s.\n";
     }
 
     /** Number of hosts, including the connected one. */
@@ -95,34 +97,8 @@ public:
     }
 
 private:
-    /** Serves a host until it disconnects; shows on a terminal how many frames were sent. */
-    void serve(link &host)
-    {
-        bool announced = false;
-        replay_server server(recording_, host, *loop_, counts_, {.speed = speed_, .started_again = [&] {
-                                                                     if (!std::exchange(announced, true))
-                                                                     {
-                                                                         announce_next_lap();
-                                                                     }
-                                                                 }});
-        progress_line progress(streams_.err, streams_.terminal, {});
-        server.run([&] {
-            progress.update(counts_.frames);
-            return interrupt_watch::interrupted();
-        });
-    }
-
-    /** Prints that the recording starts again; once for each host. */
-    void announce_next_lap()
-    {
-        streams_.out << "starts again after the last of " << recording_.frames() << " frames\n" << std::flush;
-    }
-
-    recording_reader &recording_;
+    served_stream &stream_;
     const command_streams &streams_;
-    double speed_;
-    std::shared_ptr<event_loop> loop_;
-    tcp_listener listener_;
     replay_counts counts_;
     uint64_t served_ = 0;
 };
@@ -136,25 +112,42 @@ void require_no_interruption()
     }
 }
 
-/** Serves one host after the other until all have been served, or a signal asks to stop. */
-exit_code replay(const replay_options &options, const command_streams &streams)
+/** Serves one host after the other over TCP until all have been served, or a signal asks to stop. */
+void serve_port(replay_service &service, const replay_options &options, const command_streams &streams,
+                const std::shared_ptr<event_loop> &loop)
 {
-    recording_reader recording(options.recording);
-    if (recording.frames() == 0)
+    tcp_listener listener(static_cast<uint16_t>(options.port), busy_message, loop);
+    streams.out << "listening on tcp:127.0.0.1:" << listener.port() << "\n" << std::flush;
+    while (!interrupt_watch::interrupted() && (options.hosts == 0 || service.served() < options.hosts))
     {
-        throw bad_recording("The recording has no complete frame, so there is nothing to replay.");
+        if (const auto host = listener.accept(host_patience))
+        {
+            service.serve(*host);
+        }
     }
-    const auto loop = std::make_shared<event_loop>();
-    // Before the line that shows other programs that the server is ready.
-    const interrupt_watch watch(*loop);
-    warn_of_damage(recording, streams, require_no_interruption);
-    replay_service service(recording, options, streams, loop);
+}
+
+/** Serves the host at the other end of standard input and output, which are a socket. */
+void serve_standard_streams(replay_service &service, const std::shared_ptr<event_loop> &loop)
+{
+    const int socket = ::dup(STDIN_FILENO);
+    struct stat kind = {};
+    if (socket < 0 || ::fstat(socket, &kind) != 0 || !S_ISSOCK(kind.st_mode))
+    {
+        throw usage_error("--stdio needs a socket as standard input: it is for programs that start this one");
+    }
+    local_link host(socket, loop);
+    service.serve(host);
+}
+
+/** Serves a stream to hosts until all have been served, or a signal asks to stop. */
+exit_code serve(served_stream &stream, const replay_options &options, const command_streams &streams,
+                const std::shared_ptr<event_loop> &loop)
+{
+    replay_service service(stream, streams);
     try
     {
-        while (!interrupt_watch::interrupted() && (options.hosts == 0 || service.served() < options.hosts))
-        {
-            service.serve_next();
-        }
+        options.stdio ? serve_standard_streams(service, loop) : serve_port(service, options, streams, loop);
     }
     catch (const cancelled &) // NOLINT(bugprone-empty-catch): by a signal
     {
@@ -166,32 +159,72 @@ exit_code replay(const replay_options &options, const command_streams &streams)
     return exit_code::success;
 }
 
+/** Serves a recording, again and again. */
+exit_code replay_recording(const replay_options &options, const command_streams &streams,
+                           const std::shared_ptr<event_loop> &loop)
+{
+    recording_reader recording(options.recording);
+    if (recording.frames() == 0)
+    {
+        throw bad_recording("The recording has no complete frame, so there is nothing to replay.");
+    }
+    // Before the line that shows other programs that the server is ready.
+    const interrupt_watch watch(*loop);
+    warn_of_damage(recording, streams, require_no_interruption);
+    bool announced = false;
+    recorded_stream stream(recording, *loop, {.speed = options.speed.value_or(1.0), .started_again = [&] {
+                                                  if (!std::exchange(announced, true))
+                                                  {
+                                                      streams.out << "starts again after the last of "
+                                                                  << recording.frames() << " frames\n"
+                                                                  << std::flush;
+                                                  }
+                                              }});
+    return serve(stream, options, streams, loop);
+}
+
+/** Serves a recording. */
+exit_code replay(const replay_options &options, const command_streams &streams)
+{
+    if (options.stdio && (options.port != 0 || options.hosts != 0))
+    {
+        throw usage_error(
+            "--stdio serves one host, which has connected already: leave --tcp and --hosts out");
+    }
+    const auto loop = std::make_shared<event_loop>();
+    return replay_recording(options, streams, loop);
+}
+
 } // namespace
 
 command replay_command()
 {
     auto options = std::make_shared<replay_options>();
-    return {.name = "replay",
-            .help = "Act as a server that sends a recording.",
-            .footer = replay_footer,
-            .options = {recording_argument(options->recording),
-                        {.name = "--tcp",
-                         .help = "TCP port on 127.0.0.1 to listen on; 0 for any free port",
-                         .value = whole_number_value{.target = &options->port,
-                                                     .least = 0,
-                                                     .most = std::numeric_limits<uint16_t>::max()},
-                         .value_name = "PORT",
-                         .default_value = "0"},
-                        {.name = "--hosts",
-                         .help = "Stop after this many hosts",
-                         .value = whole_number_value{.target = &options->hosts},
-                         .value_name = "NUMBER"},
-                        {.name = "--speed",
-                         .help = "Send frames this many times as fast as measured, or max",
-                         .value = number_value{.target = &options->speed, .above = 0.0, .infinity = "max"},
-                         .value_name = "NUMBER",
-                         .default_value = "1"}},
-            .run = [options](const command_streams &streams) { return replay(*options, streams); }};
+    return {
+        .name = "replay",
+        .help = "Act as a server that sends a recording.",
+        .footer = replay_footer,
+        .options = {recording_argument(options->recording),
+                    {.name = "--tcp",
+                     .help = "TCP port on 127.0.0.1 to listen on; 0 for any free port",
+                     .value = whole_number_value{.target = &options->port,
+                                                 .least = 0,
+                                                 .most = std::numeric_limits<uint16_t>::max()},
+                     .value_name = "PORT",
+                     .default_value = "0"},
+                    {.name = "--stdio",
+                     .help = "Serve the program that has started this one, over standard input and output",
+                     .value = &options->stdio},
+                    {.name = "--hosts",
+                     .help = "Stop after this many hosts",
+                     .value = whole_number_value{.target = &options->hosts},
+                     .value_name = "NUMBER"},
+                    {.name = "--speed",
+                     .help = "Send frames this many times as fast as measured, or max",
+                     .value = number_value{.target = &options->speed, .above = 0.0, .infinity = "max"},
+                     .value_name = "NUMBER",
+                     .default_value = "1"}},
+        .run = [options](const command_streams &streams) { return replay(*options, streams); }};
 }
 
 } // namespace vantor

@@ -1,5 +1,5 @@
 /** @file
- * Serves a recording to a host.
+ * Serves a recording, or another stream, to a host.
  */
 #include "replay/replay_server.h"
 
@@ -13,7 +13,6 @@
 #include "replay/first_line.h"
 #include "vantor/client.h"
 #include "vantor/configuration.h"
-#include "version.h"
 
 namespace vantor
 {
@@ -46,17 +45,15 @@ bool is_log_level(const nlohmann::json &value)
 
 } // namespace
 
-replay_server::replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
-                             replay_settings settings)
-    : recording_(recording), host_(host), counts_(counts), settings_(std::move(settings)),
-      source_(recording, {.speed = settings_.speed, .endless = true}, loop)
+replay_server::replay_server(served_stream &stream, link &host, replay_counts &counts)
+    : stream_(stream), host_(host), counts_(counts)
 {
 }
 
 void replay_server::run(const std::function<bool()> &stop)
 try
 {
-    while (client_ != client_kind::not_a_host && !stop())
+    while (client_ != client_kind::not_a_host && !stop() && !has_ended())
     {
         send_due_frame();
         receive();
@@ -68,6 +65,12 @@ catch (const timeout_error &)
     throw;
 }
 
+/** Whether the host has a session, which has ended. */
+bool replay_server::has_ended()
+{
+    return state_ != state::idle && stream_.has_ended();
+}
+
 /** Sends the next frame of the stream if it is due. */
 void replay_server::send_due_frame()
 {
@@ -75,22 +78,16 @@ void replay_server::send_due_frame()
     {
         return;
     }
-    if (const auto played = source_.receive(std::chrono::milliseconds(0)))
+    if (const auto due = stream_.take_due())
     {
-        send(*played);
+        send_frame(*due);
     }
 }
 
 /** Sends a frame. */
-void replay_server::send(const frame &played)
+void replay_server::send_frame(const std::string &message)
 {
-    if (lap_frames_ == recording_.frames())
-    {
-        lap_frames_ = 0;
-        settings_.started_again();
-    }
-    ++lap_frames_;
-    send(encode_frame(played));
+    send(message);
     ++counts_.frames;
 }
 
@@ -101,7 +98,7 @@ std::chrono::milliseconds replay_server::patience()
     {
         return command_patience;
     }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(source_.time_until_due());
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(stream_.time_until_due());
     return std::clamp(left, std::chrono::milliseconds(0), command_patience);
 }
 
@@ -335,21 +332,10 @@ void replay_server::end(const nlohmann::json &command)
 /** Identifies this server: as the server of the recording, with its sensors and its configuration. */
 void replay_server::identify(const nlohmann::json &command)
 {
-    std::set<unsigned> sensors;
-    for (const auto &item : recording_.items())
-    {
-        sensors.insert(item.configuration.sensor_id);
-    }
-    const auto &server = recording_.session().server;
     auto identity = answer_to(command);
-    identity.update({{"server_version", std::string(version) + " (replay)"},
-                     {"protocol_version", protocol_version},
-                     {"sensor", server.sensor},
-                     {"sensor_count", sensors.empty() ? 0 : *sensors.rbegin()},
-                     {"connected_sensors", sensors},
-                     {"ticks_per_second", server.ticks_per_second},
-                     {"max_baudrate", 0},
-                     {"configuration", recording_.session().configuration}});
+    identity.update(stream_.identity());
+    identity["max_baudrate"] = 0;
+    identity["configuration"] = stream_.configuration();
     if (counts_.hosts_dropped > 0)
     {
         identity["last_drop"] = drop_reason;
@@ -360,8 +346,7 @@ void replay_server::identify(const nlohmann::json &command)
 /** Answers with the metadata of the recording, unless the configuration measures something else. */
 void replay_server::configure(const nlohmann::json &command)
 {
-    if (const auto difference =
-            first_difference(recording_.session().configuration, command["configuration"]))
+    if (const auto difference = first_difference(stream_.configuration(), command["configuration"]))
     {
         refuse("configuration_refused", difference_text(*difference) +
                                             " A recording can only be replayed with its own configuration, "
@@ -370,9 +355,8 @@ void replay_server::configure(const nlohmann::json &command)
         return;
     }
     state_ = state::configured;
-    source_.rewind();
-    lap_frames_ = 0;
-    send_message(recording_.session().metadata.document);
+    stream_.begin();
+    send_message(stream_.metadata());
 }
 
 /** Starts the stream with the next frame. */
@@ -380,13 +364,20 @@ void replay_server::start(const nlohmann::json &command)
 {
     state_ = state::streaming;
     answer(command);
-    source_.start();
+    stream_.start();
 }
 
 /** Sends the next frame. */
 void replay_server::single_frame(const nlohmann::json & /*command*/)
 {
-    send(source_.next());
+    if (const auto next = stream_.take_next())
+    {
+        send_frame(*next);
+    }
+    else
+    {
+        refuse("frame_failed", "No frame has arrived.");
+    }
 }
 
 /** Stops the stream. */

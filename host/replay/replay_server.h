@@ -1,5 +1,5 @@
 /** @file
- * Serves a recording to a host, like a server that measures.
+ * Serves a recording, or another stream, to a host, like a server that measures.
  */
 #ifndef VANTOR_REPLAY_SERVER_H
 #define VANTOR_REPLAY_SERVER_H
@@ -13,11 +13,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "hub/playback_source.h"
 #include "replay/first_line.h"
+#include "replay/served_stream.h"
 #include "vantor/event_loop.h"
 #include "vantor/link.h"
-#include "vantor/recording_reader.h"
 
 namespace vantor
 {
@@ -32,33 +31,23 @@ struct replay_counts
     std::map<std::string, uint64_t> errors; /**< how often each error code was sent */
 };
 
-/** How a recording is served. */
-struct replay_settings
-{
-    /** how much faster than measured the frames are sent; infinite for as fast as possible */
-    double speed = 1.0;
-    /** called before the first frame is sent again, after the last one */
-    std::function<void()> started_again = [] {};
-};
-
 /**
- * Serves a recording to one host. It accepts a configuration that measures what was recorded, and answers
- * with the metadata of the recording. "identify" contains the configuration of the recording.
+ * Serves a stream to one host. It accepts a configuration that measures what the stream contains, and answers
+ * with the metadata of the stream. "identify" contains its configuration.
  */
 class replay_server
 {
 public:
     /**
-     * @param recording  a recording with at least one frame
-     * @param host       the link to the host
-     * @param loop       the loop of the link
-     * @param counts     what was counted with earlier hosts; continued
+     * @param stream  what is served; must outlive this object, like the link
+     * @param host    the link to the host
+     * @param counts  what was counted with earlier hosts; continued
      */
-    replay_server(recording_reader &recording, link &host, event_loop &loop, replay_counts &counts,
-                  replay_settings settings = {});
+    replay_server(served_stream &stream, link &host, replay_counts &counts);
 
     /**
-     * Serves the host until it disconnects. A client that sends HTTP or TLS is disconnected.
+     * Serves the host until it disconnects, or the session of the stream has ended. A client that sends HTTP
+     * or TLS is disconnected.
      *
      * @param stop  called at least ten times per second; true ends the service
      * @throws connection_lost if the host disconnects
@@ -108,20 +97,18 @@ private:
     void start(const nlohmann::json &command);
     void stop(const nlohmann::json &command);
     void single_frame(const nlohmann::json &command);
+    [[nodiscard]] bool has_ended();
     void send_due_frame();
-    void send(const frame &played);
+    void send_frame(const std::string &message);
     [[nodiscard]] std::chrono::milliseconds patience();
 
-    recording_reader &recording_;
+    served_stream &stream_;
     link &host_;
     replay_counts &counts_;
-    replay_settings settings_;
-    playback_source source_;
     state state_ = state::idle;
     client_kind client_ = client_kind::unknown;
-    uint64_t lap_frames_ = 0; /**< sent since the first frame of the recording */
-    std::string input_;       /**< the line that is being received */
-    bool dropping_ = false;   /**< the line is too long: its rest is discarded */
+    std::string input_;     /**< the line that is being received */
+    bool dropping_ = false; /**< the line is too long: its rest is discarded */
 };
 
 } // namespace vantor

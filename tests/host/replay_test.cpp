@@ -14,6 +14,7 @@
 
 #include "client/tcp_listener.h"
 #include "example_recording.h"
+#include "replay/recorded_stream.h"
 #include "scripted_line.h"
 #include "server_script.h"
 #include "temporary_directory.h"
@@ -60,7 +61,8 @@ private:
         const auto host = listener_.accept(1min);
         try
         {
-            replay_server(recording, *host, *loop_, counts_).run([this] { return stop_.load(); });
+            recorded_stream stream(recording, *loop_);
+            replay_server(stream, *host, counts_).run([this] { return stop_.load(); });
         }
         catch (
             const connection_lost &) // NOLINT(bugprone-empty-catch): the host disconnects when the test ends
@@ -135,8 +137,9 @@ protected:
     {
         recording_reader recording(directory / "out");
         replay_counts counts;
-        replay_server server(recording, *host, loop, counts,
-                             {.speed = speed, .started_again = [this] { laps.push_back(clock.now()); }});
+        recorded_stream stream(recording, loop,
+                               {.speed = speed, .started_again = [this] { laps.push_back(clock.now()); }});
+        replay_server server(stream, *host, counts);
         send(0ms, "configure");
         send(5ms, "start");
         server.run([&] {
@@ -586,7 +589,8 @@ void expect_conversation(const std::filesystem::path &directory, const std::vect
     }
     recording_reader recording(directory);
     replay_counts counts;
-    replay_server(recording, *host, loop, counts).run([&] { return clock.now() > 0ms; });
+    recorded_stream stream(recording, loop);
+    replay_server(stream, *host, counts).run([&] { return clock.now() > 0ms; });
     const auto written = line.written();
     ASSERT_EQ(written.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i)
