@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "commands/arguments.h"
+#include "commands/bridge.h"
 #include "commands/calibrate.h"
 #include "commands/completion.h"
 #include "commands/export.h"
@@ -47,11 +48,23 @@ Run "vantor COMMAND --help" for the options of a command.)";
 /** All commands, in the order in which the help lists them. */
 std::vector<command> list_commands()
 {
-    return {identify_command(), scan_command(),     selftest_command(),
-            plan_command(),     validate_command(), calibrate_command(),
-            view_command(),     record_command(),   info_command(),
-            repair_command(),   plot_command(),     export_command(),
-            score_command(),    replay_command(),   completion_command(list_commands)};
+    return {identify_command(),
+            scan_command(),
+            selftest_command(),
+            plan_command(),
+            validate_command(),
+            calibrate_command(),
+            view_command(),
+            record_command(),
+            info_command(),
+            repair_command(),
+            plot_command(),
+            export_command(),
+            score_command(),
+            replay_command(),
+            bridge_command(),
+
+            completion_command(list_commands)};
 }
 
 } // namespace

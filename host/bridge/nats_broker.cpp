@@ -1,0 +1,348 @@
+/** @file
+ * A NATS server with JetStream as the broker of a bridge.
+ */
+#include "bridge/nats_broker.h"
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+namespace vantor
+{
+namespace
+{
+
+/** How long the server may take to answer. */
+constexpr std::chrono::seconds answer_time{5};
+
+/** How long to wait before connecting again. */
+constexpr std::chrono::milliseconds retry_time{500};
+
+/** How long the server recognises a batch that is published again. */
+constexpr std::chrono::minutes recognition_time{10};
+
+/** Why the server has not stored a message, from its answer; empty if it has. */
+std::string fault_in(natsMsg *received)
+{
+    if (natsMsg_IsNoResponders(received))
+    {
+        return "the server has no JetStream, or lost the stream";
+    }
+    const auto size = static_cast<size_t>(natsMsg_GetDataLength(received));
+    const auto document =
+        nlohmann::json::parse(std::string_view(natsMsg_GetData(received), size), nullptr, false);
+    if (!document.is_object())
+    {
+        return "the answer of the server is not valid";
+    }
+    const auto failure = document.find("error");
+    if (failure == document.end())
+    {
+        return document.contains("seq") ? "" : "the answer of the server is not valid";
+    }
+    const auto reason = failure->is_object() ? failure->value("description", nlohmann::json()) : *failure;
+    return "the server refused a batch: " + (reason.is_string() ? reason.get<std::string>() : reason.dump());
+}
+
+/** A subject for answers that no other program uses. */
+std::string new_inbox()
+{
+    natsInbox *created = nullptr;
+    require(natsInbox_Create(&created), "use the NATS library");
+    std::string name(created);
+    natsInbox_Destroy(created);
+    return name + ".";
+}
+
+/** Time in the unit of the library. */
+int64_t nanoseconds(std::chrono::nanoseconds time)
+{
+    return time.count();
+}
+
+} // namespace
+
+nats_broker::nats_broker(broker_address where, const std::string &site, nats_storage storage,
+                         const broker_security &security, event_loop &loop)
+    : where_(std::move(where)), names_(site), storage_(storage),
+      options_(make_nats_options(where_, security)), loop_(loop), inbox_(new_inbox())
+{
+    // The thread connects again itself: then it also checks the streams.
+    require(natsOptions_SetAllowReconnect(options_.get(), false), "set an option");
+    sink_->owner = this;
+    thread_ = std::thread([this] { work(); });
+}
+
+nats_broker::~nats_broker()
+{
+    *alive_ = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        stop_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+    const std::scoped_lock lock(sink_->mutex);
+    sink_->owner = nullptr;
+}
+
+bool nats_broker::ready() const
+{
+    const std::scoped_lock lock(mutex_);
+    return ready_;
+}
+
+std::string nats_broker::fault() const
+{
+    const std::scoped_lock lock(mutex_);
+    return fault_;
+}
+
+void nats_broker::publish(outgoing_batch sent, std::function<void(bool stored)> done)
+{
+    const auto token = ++last_token_;
+    pending_.emplace(token, pending{.done = std::move(done), .deadline = clock::now() + answer_time});
+    add_job({.subject = names_.frames_of(sent.board),
+             .bytes = std::move(sent.bytes),
+             .id = std::move(sent.id),
+             .token = token});
+}
+
+void nats_broker::publish_state(const std::string &board, std::string state)
+{
+    if (ready())
+    {
+        add_job({.subject = names_.state_of(board), .bytes = std::move(state), .id = "", .token = 0});
+    }
+}
+
+void nats_broker::check()
+{
+    // In the order in which they were published, so also of their deadlines.
+    while (!pending_.empty() && pending_.begin()->second.deadline < clock::now())
+    {
+        note_fault("the server did not answer in time");
+        complete(pending_.begin()->first, false);
+    }
+}
+
+/** Has the thread publish a message. */
+void nats_broker::add_job(job added)
+{
+    {
+        const std::scoped_lock lock(mutex_);
+        jobs_.push_back(std::move(added));
+    }
+    changed_.notify_one();
+}
+
+/** The thread: connects, and publishes. */
+void nats_broker::work()
+{
+    std::deque<job> taken;
+    while (wait_for_work(taken))
+    {
+        try
+        {
+            if (!is_connected())
+            {
+                connect();
+            }
+            for (const auto &sent : std::exchange(taken, {}))
+            {
+                send(sent);
+            }
+        }
+        catch (const broker_error &failure)
+        {
+            taken.clear();
+            note_fault(failure.what());
+            disconnect();
+        }
+    }
+    disconnect();
+}
+
+/** Waits for messages, or until it is time to connect; false if the thread has to end. */
+bool nats_broker::wait_for_work(std::deque<job> &taken)
+{
+    std::unique_lock lock(mutex_);
+    if (!jobs_.empty() || !stop_)
+    {
+        const auto is_due = [this] { return stop_ || (ready_ && !jobs_.empty()); };
+        changed_.wait_for(lock, retry_time, is_due);
+    }
+    taken = std::exchange(jobs_, {});
+    return !stop_;
+}
+
+/** Whether the connection works, as far as it is known. */
+bool nats_broker::is_connected() const
+{
+    return link_ != nullptr && natsConnection_Status(link_.get()) == NATS_CONN_STATUS_CONNECTED;
+}
+
+/** Connects, and creates the streams unless they exist. */
+void nats_broker::connect()
+{
+    disconnect();
+    link_ = connect_nats(*options_, where_);
+    subscribe();
+    const auto streams = open_streams(*link_);
+    create_stream(*streams, names_.frames_stream, names_.frames_of("*"), false);
+    create_stream(*streams, names_.states_stream, names_.state_of("*"), true);
+    const std::scoped_lock lock(mutex_);
+    ready_ = true;
+    fault_.clear();
+}
+
+/** Subscribes to the answers to batches. */
+void nats_broker::subscribe()
+{
+    auto closure = std::make_unique<std::shared_ptr<answer_sink>>(sink_);
+    natsSubscription *subscription = nullptr;
+    require(natsConnection_Subscribe(&subscription, link_.get(), (inbox_ + "*").c_str(), on_answer,
+                                     closure.get()),
+            "subscribe to answers");
+    answers_subscription_.reset(subscription);
+    const auto release = [](void *ended) {
+        delete static_cast<std::shared_ptr<answer_sink> *>(ended);
+    }; // NOLINT
+    require(natsSubscription_SetOnCompleteCB(subscription, release, closure.get()), "subscribe to answers");
+    (void)closure.release();
+}
+
+/** Creates a stream unless the server has one of this name, whose settings stay. */
+void nats_broker::create_stream(jsCtx &streams, const std::string &name, const std::string &subject,
+                                bool is_state)
+{
+    jsStreamInfo *info = nullptr;
+    jsErrCode code{};
+    if (js_GetStreamInfo(&info, &streams, name.c_str(), nullptr, &code) == NATS_OK)
+    {
+        jsStreamInfo_Destroy(info);
+        return;
+    }
+    jsStreamConfig wanted{};
+    require(jsStreamConfig_Init(&wanted), "use JetStream");
+    std::array<const char *, 1> subjects{subject.c_str()};
+    wanted.Name = name.c_str();
+    wanted.Subjects = subjects.data();
+    wanted.SubjectsLen = static_cast<int>(subjects.size());
+    wanted.Storage = js_FileStorage;
+    wanted.Replicas = storage_.replicas;
+    if (is_state)
+    {
+        wanted.MaxMsgsPerSubject = 1;
+    }
+    else
+    {
+        wanted.MaxAge = nanoseconds(storage_.keep);
+        wanted.MaxBytes = storage_.most_bytes > 0 ? static_cast<int64_t>(storage_.most_bytes) : -1;
+        wanted.Duplicates = nanoseconds(recognition_time);
+    }
+    const auto status = js_AddStream(&info, &streams, &wanted, nullptr, &code);
+    jsStreamInfo_Destroy(info);
+    require(status, "create the stream " + name + " of JetStream (error " + std::to_string(code) + ")");
+}
+
+/** Closes the connection. Answers to what was published are not expected any more. */
+void nats_broker::disconnect() noexcept
+{
+    {
+        const std::scoped_lock lock(mutex_);
+        ready_ = false;
+    }
+    link_.reset();
+    answers_subscription_.reset();
+}
+
+/** Publishes a message. */
+void nats_broker::send(const job &sent)
+{
+    const auto reply = sent.id.empty() ? std::string() : inbox_ + std::to_string(sent.token);
+    natsMsg *created = nullptr;
+    require(natsMsg_Create(&created, sent.subject.c_str(), reply.empty() ? nullptr : reply.c_str(),
+                           sent.bytes.data(), static_cast<int>(sent.bytes.size())),
+            "make a message");
+    const nats_message message(created);
+    if (!sent.id.empty())
+    {
+        require(natsMsgHeader_Set(created, "Nats-Msg-Id", sent.id.c_str()), "make a message");
+    }
+    require(natsConnection_PublishMsg(link_.get(), created), "publish to " + to_string(where_));
+}
+
+/** Takes an answer of the server, on a thread of the library. */
+void nats_broker::on_answer(natsConnection * /*link*/, natsSubscription * /*subscription*/, natsMsg *received,
+                            void *closure)
+{
+    const nats_message owned(received);
+    const auto sink = *static_cast<std::shared_ptr<answer_sink> *>(closure);
+    const std::scoped_lock lock(sink->mutex);
+    if (sink->owner == nullptr)
+    {
+        return;
+    }
+    const auto token = std::string_view(natsMsg_GetSubject(received)).substr(sink->owner->inbox_.size());
+    answer found;
+    std::from_chars(token.data(), token.data() + token.size(), found.token);
+    found.fault = fault_in(received);
+    sink->owner->add_answer(std::move(found));
+}
+
+/** Passes an answer to the loop. */
+void nats_broker::add_answer(answer received)
+{
+    bool first = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        first = answers_.empty();
+        answers_.push_back(std::move(received));
+    }
+    if (first)
+    {
+        loop_.post([this, alive = alive_] {
+            if (*alive)
+            {
+                take_answers();
+            }
+        });
+    }
+}
+
+/** Completes the batches to which the server has answered. */
+void nats_broker::take_answers()
+{
+    std::vector<answer> taken;
+    {
+        const std::scoped_lock lock(mutex_);
+        taken = std::exchange(answers_, {});
+    }
+    for (const auto &received : taken)
+    {
+        note_fault(received.fault);
+        complete(received.token, received.fault.empty());
+    }
+}
+
+/** Completes a batch, unless that was done. */
+void nats_broker::complete(uint64_t token, bool stored)
+{
+    auto found = pending_.extract(token);
+    if (!found.empty())
+    {
+        found.mapped().done(stored);
+    }
+}
+
+/** Notes why batches are not stored. */
+void nats_broker::note_fault(std::string fault)
+{
+    const std::scoped_lock lock(mutex_);
+    fault_ = std::move(fault);
+}
+
+} // namespace vantor

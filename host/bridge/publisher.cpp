@@ -1,0 +1,139 @@
+/** @file
+ * Moves batches through the spool to a broker.
+ */
+#include "bridge/publisher.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "bridge/batch.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Most bytes that are published and not stored yet; a single batch can be larger. */
+constexpr uint64_t most_under_way = uint64_t{8} << 20U;
+
+/** How long to wait after a failure. */
+constexpr std::chrono::milliseconds pause{500};
+
+} // namespace
+
+publisher::publisher(spool &store, broker &target, const event_loop &loop)
+    : spool_(store), broker_(target), loop_(loop)
+{
+    for (const auto &place : spool_.take_left())
+    {
+        try
+        {
+            const auto board = decode_batch_header(spool_.read(place)).board;
+            ++waiting_;
+            auto &of = queues_[board];
+            of.places.push_back(place);
+            schedule(board, of);
+        }
+        catch (const error &)
+        {
+            ++counts_.damaged;
+            spool_.remove(place);
+        }
+    }
+}
+
+bool publisher::add(const std::string &board, std::string_view bytes)
+{
+    const auto place = spool_.add(bytes);
+    if (!place)
+    {
+        return false;
+    }
+    ++waiting_;
+    auto &of = queues_[board];
+    of.places.push_back(*place);
+    schedule(board, of);
+    return true;
+}
+
+void publisher::run()
+{
+    broker_.check();
+    while (!ready_.empty() && bytes_under_way_ < most_under_way && loop_.now() >= paused_until_ &&
+           broker_.ready())
+    {
+        publish_next();
+    }
+}
+
+uint64_t publisher::waiting(const std::string &board) const
+{
+    const auto found = queues_.find(board);
+    return found == queues_.end() ? 0 : found->second.places.size();
+}
+
+/** Has the first batch of a board published when it is its turn. */
+void publisher::schedule(const std::string &board, queue &of)
+{
+    if (!of.scheduled && !of.places.empty())
+    {
+        of.scheduled = true;
+        ready_.push_back(board);
+    }
+}
+
+/** Publishes the first batch of the board whose turn it is. */
+void publisher::publish_next()
+{
+    const auto board = std::move(ready_.front());
+    ready_.pop_front();
+    auto &of = queues_[board];
+    try
+    {
+        auto bytes = spool_.read(of.places.front());
+        const auto id = batch_id(decode_batch_header(bytes));
+        bytes_under_way_ += bytes.size();
+        broker_.publish({.board = board, .id = id, .bytes = std::move(bytes)},
+                        [this, board](bool stored) { note_answer(board, stored); });
+    }
+    catch (const error &)
+    {
+        // The frames in it are counted by their consumers.
+        ++counts_.damaged;
+        remove_first(of);
+        of.scheduled = false;
+        schedule(board, of);
+    }
+}
+
+/** Notes what has become of the first batch of a board. */
+void publisher::note_answer(const std::string &board, bool stored)
+{
+    auto &of = queues_[board];
+    const auto size = of.places.front().size;
+    bytes_under_way_ -= size;
+    if (stored)
+    {
+        ++counts_.stored;
+        counts_.stored_bytes += size;
+        remove_first(of);
+    }
+    else
+    {
+        ++counts_.repeated;
+        paused_until_ = loop_.now() + pause;
+    }
+    of.scheduled = false;
+    schedule(board, of);
+    run();
+}
+
+/** Removes the first batch of a board. */
+void publisher::remove_first(queue &of)
+{
+    spool_.remove(of.places.front());
+    of.places.pop_front();
+    --waiting_;
+}
+
+} // namespace vantor

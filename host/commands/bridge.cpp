@@ -1,0 +1,309 @@
+/** @file
+ * `vantor bridge`.
+ */
+#include "commands/bridge.h"
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <utility>
+
+#include "bridge/batch.h"
+#include "bridge/bridge.h"
+#include "bridge/broker_address.h"
+#include "bridge/metrics.h"
+#include "bridge/nats_broker.h"
+#include "commands/broker_options.h"
+#include "commands/common_options.h"
+#include "commands/interrupt.h"
+#include "commands/usage_error.h"
+#include "commands/validation.h"
+#include "vantor/configuration.h"
+
+namespace vantor
+{
+namespace
+{
+
+constexpr const char *bridge_footer = R"(Examples:
+  vantor bridge nats:broker.local --site hall examples/two_sensors.json --connect tcp:192.168.1.20:6110
+  vantor bridge nats:broker.local --site hall config.json --connect door=tcp:10.0.0.5:6110 --connect gate=tcp:10.0.0.6:6110
+  vantor bridge nats:broker.local --site hall config.json --boards boards.txt --metrics 9464
+      with one address, or NAME=ADDRESS, in each line of boards.txt
+
+Each board measures until Ctrl-C; one that fails is connected again. A board is called NAME, or else what its server
+reports as its id. Batches that the broker does not have yet wait in the spool, also until the next start.
+docs/fleet.md describes batches, states and figures.)";
+
+/** Upper limits of options. */
+constexpr uint64_t most_kilobytes = 1000;
+constexpr uint64_t most_milliseconds = 60'000;
+constexpr uint64_t most_spool_megabytes = 1U << 20U;
+constexpr uint64_t most_hours = 100'000;
+constexpr uint64_t most_replicas = 5;
+
+/** The options of `vantor bridge`. */
+struct bridge_options
+{
+    std::string broker;
+    std::filesystem::path configuration;
+    std::string site;
+    std::vector<std::string> connect;
+    std::filesystem::path boards;
+    std::filesystem::path spool;
+    uint64_t spool_megabytes = 256;
+    uint64_t batch_kilobytes = 256;
+    uint64_t batch_milliseconds = 100;
+    uint64_t keep_hours = 24;
+    uint64_t replicas = 1;
+    broker_security security;
+    std::string metrics;
+    bool recalibrate = false;
+    bool no_validate = false;
+};
+
+/** Adds the addresses in a file, one in each line; empty lines and those that begin with "#" are left out. */
+void add_lines(std::vector<std::string> &addresses, const std::filesystem::path &file)
+{
+    std::ifstream input(file);
+    if (!input)
+    {
+        throw usage_error("Cannot read " + file.string() + ", the file of --boards");
+    }
+    for (std::string line; std::getline(input, line);)
+    {
+        line.erase(0, line.find_first_not_of(" \t"));
+        line.erase(line.find_last_not_of(" \t\r") + 1);
+        if (!line.empty() && line.front() != '#')
+        {
+            addresses.push_back(line);
+        }
+    }
+}
+
+/** Splits "NAME=ADDRESS"; the name is empty if there is none. */
+std::pair<std::string, std::string> split_name(const std::string &text)
+{
+    const auto equals = text.find('=');
+    const bool named = equals != std::string::npos && text.find(':') > equals;
+    if (!named)
+    {
+        return {"", text};
+    }
+    auto name = text.substr(0, equals);
+    if (!is_batch_name(name))
+    {
+        throw usage_error("\"" + name +
+                          "\" cannot be the name of a board: use 1 to 64 letters, digits, \"-\" and \"_\"");
+    }
+    return {std::move(name), text.substr(equals + 1)};
+}
+
+/** The boards of the options. */
+std::vector<bridged_board> bridged_boards(const bridge_options &options, const nlohmann::json &configuration,
+                                          const std::shared_ptr<event_loop> &loop)
+{
+    auto addresses = options.connect;
+    if (!options.boards.empty())
+    {
+        add_lines(addresses, options.boards);
+    }
+    if (addresses.empty())
+    {
+        throw usage_error("No board is given: use --connect ADDRESS, or --boards FILE");
+    }
+    std::set<std::string> seen;
+    std::vector<bridged_board> boards;
+    for (const auto &text : addresses)
+    {
+        auto [name, address] = split_name(text);
+        const auto where = parse_address(address);
+        const bool is_new =
+            (name.empty() || seen.insert(name + "=").second) &&
+            (std::holds_alternative<simulator_address>(where) || seen.insert(to_string(where)).second);
+        if (!is_new)
+        {
+            throw usage_error("The board " + text + " is given twice");
+        }
+        boards.push_back(
+            {.name = std::move(name),
+             .address = address,
+             .open_links = [where, loop] { return open_link(where, client_timeouts{}.connect, loop); },
+             .configuration = configuration});
+    }
+    return boards;
+}
+
+/** Reads and checks the configuration. */
+nlohmann::json read_valid_configuration(const bridge_options &options, const command_streams &streams)
+{
+    auto configuration = load_configuration(options.configuration);
+    if (!options.no_validate)
+    {
+        require_valid(configuration, options.configuration, streams.err, no_validate_advice);
+    }
+    return configuration;
+}
+
+/** The directory of the spool. */
+std::filesystem::path spool_directory(const bridge_options &options)
+{
+    return options.spool.empty() ? std::filesystem::path("spools") / options.site : options.spool;
+}
+
+/** Connects to the broker. */
+std::unique_ptr<broker> make_broker(const bridge_options &options, event_loop &loop)
+{
+    const auto where = parse_broker_address(options.broker);
+    const nats_storage storage{.keep = std::chrono::hours(options.keep_hours),
+                               .replicas = static_cast<int64_t>(options.replicas)};
+    return std::make_unique<nats_broker>(where, options.site, storage, options.security, loop);
+}
+
+/** What is left at the end. */
+void print_end(const bridge_report &report, std::ostream &out)
+{
+    uint64_t frames = 0;
+    uint64_t lost = 0;
+    uint64_t dropped = 0;
+    for (const auto &board : report.boards)
+    {
+        frames += board.frames;
+        lost += board.lost;
+        dropped += board.dropped;
+    }
+    out << "stopped; frames: " << frames << ", lost: " << lost << ", dropped: " << dropped
+        << ", batches stored: " << report.published.stored << "\n";
+    if (report.waiting > 0)
+    {
+        out << report.waiting << " batches wait in the spool for the next start\n";
+    }
+}
+
+/** Checks options that depend on each other. */
+void require_complete(const bridge_options &options)
+{
+    if (!is_batch_name(options.site))
+    {
+        throw usage_error("--site must be 1 to 64 letters, digits, \"-\" and \"_\", not \"" + options.site +
+                          "\"");
+    }
+    require_complete(options.security);
+}
+
+/** Passes frames on until a signal asks to stop. */
+exit_code run_bridge(const bridge_options &options, const command_streams &streams)
+{
+    require_complete(options);
+    const auto loop = std::make_shared<event_loop>();
+    const interrupt_watch watch(*loop);
+    auto boards = bridged_boards(options, read_valid_configuration(options, streams), loop);
+    const auto count = boards.size();
+    spool store(spool_directory(options), {.file = options.spool_megabytes << 20U});
+    const auto target = make_broker(options, *loop);
+    std::optional<metrics_server> metrics;
+    if (!options.metrics.empty())
+    {
+        metrics.emplace(options.metrics, options.site);
+        streams.out << "metrics on port " << metrics->port() << "\n";
+    }
+    bridge passing({.site = options.site,
+                    .limits = {.bytes = options.batch_kilobytes << 10U,
+                               .time = std::chrono::milliseconds(options.batch_milliseconds)},
+                    .recalibrate = options.recalibrate},
+                   std::move(boards), store, *target, loop);
+    streams.out << "bridging " << count << (count == 1 ? " board" : " boards") << " of " << options.site
+                << " to " << options.broker << "\n"
+                << std::flush;
+    passing.run({.stop = [] { return interrupt_watch::interrupted(); },
+                 .line = [&streams](const std::string &line) { streams.err << line << "\n"
+                                                                           << std::flush; },
+                 .report =
+                     [&metrics](const bridge_report &report) {
+                         if (metrics)
+                         {
+                             metrics->update(report);
+                         }
+                     }});
+    print_end(passing.report(), streams.out);
+    return exit_code::success;
+}
+
+} // namespace
+
+command bridge_command()
+{
+    auto options = std::make_shared<bridge_options>();
+    std::vector<command_option> list = {
+        {.name = "BROKER",
+         .help = "Where frames go: nats:HOST[:PORT] or mqtt:HOST[:PORT]",
+         .value = &options->broker,
+         .required = true},
+        configuration_argument(options->configuration),
+        {.name = "--site",
+         .help = "Name of the place of the boards",
+         .value = &options->site,
+         .value_name = "NAME",
+         .required = true},
+        {.name = "--connect",
+         .help = "Address of a board; repeat it for several",
+         .value = &options->connect,
+         .value_name = "[NAME=]ADDRESS"},
+        {.name = "--boards",
+         .help = "File with a board in each line, as for --connect",
+         .value = &options->boards,
+         .value_name = "FILE"},
+        {.name = "--spool",
+         .help = "Directory for batches that the broker does not have yet; spools/SITE if not given",
+         .value = &options->spool,
+         .value_name = "DIR"},
+        {.name = "--spool-size",
+         .help = "Megabytes of the spool, which are reserved at once",
+         .value = whole_number_value{.target = &options->spool_megabytes,
+                                     .least = 8,
+                                     .most = most_spool_megabytes},
+         .value_name = "NUMBER",
+         .default_value = "256"},
+        {.name = "--batch-size",
+         .help = "Most kilobytes of a batch",
+         .value = whole_number_value{.target = &options->batch_kilobytes, .most = most_kilobytes},
+         .value_name = "NUMBER",
+         .default_value = "256"},
+        {.name = "--batch-time",
+         .help = "Most milliseconds from the first frame of a batch to its end",
+         .value = whole_number_value{.target = &options->batch_milliseconds, .most = most_milliseconds},
+         .value_name = "NUMBER",
+         .default_value = "100"},
+        {.name = "--keep",
+         .help = "Hours for which NATS keeps batches, if it does not have the stream yet",
+         .value = whole_number_value{.target = &options->keep_hours, .most = most_hours},
+         .value_name = "HOURS",
+         .default_value = "24"},
+        {.name = "--replicas",
+         .help = "Servers of a NATS cluster that keep each batch, if it does not have the stream yet",
+         .value = whole_number_value{.target = &options->replicas, .most = most_replicas},
+         .value_name = "NUMBER",
+         .default_value = "1"}};
+    for (auto &option : security_options(options->security))
+    {
+        list.push_back(std::move(option));
+    }
+    list.push_back({.name = "--metrics",
+                    .help = "Serve figures for Prometheus on this port",
+                    .value = &options->metrics,
+                    .value_name = "[HOST:]PORT"});
+    list.push_back({.name = "--recalibrate",
+                    .help = "Calibrate again when a sensor asks for it",
+                    .value = &options->recalibrate});
+    list.push_back(no_validate_flag(options->no_validate));
+    return {.name = "bridge",
+            .help = "Pass the frames of many boards to a message broker.",
+            .footer = bridge_footer,
+            .options = std::move(list),
+            .run = [options](const command_streams &streams) { return run_bridge(*options, streams); }};
+}
+
+} // namespace vantor
