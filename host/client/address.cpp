@@ -178,6 +178,11 @@ struct address_writer
         return "serial:" + where.device + "@" + std::to_string(where.baudrate);
     }
 
+    std::string operator()(const relayed_address &where) const
+    {
+        return where.text;
+    }
+
     std::string operator()(const simulator_address &where) const
     {
         std::ostringstream text;
@@ -217,6 +222,10 @@ address parse_address(std::string_view text)
     if (colon != std::string_view::npos && kind == "sim")
     {
         return parse_simulator(rest);
+    }
+    if (colon != std::string_view::npos && kind == "nats")
+    {
+        return relayed_address{std::string(text)};
     }
     throw address_error("\"" + std::string(text) +
                         "\" is not a valid address: write tcp:HOST:PORT, unix:PATH, serial:DEVICE@BAUD, or "

@@ -40,6 +40,12 @@ struct link_opener
     {
         return std::make_unique<simulator_link>(where, loop);
     }
+
+    std::unique_ptr<link> operator()(const relayed_address &where) const
+    {
+        throw connect_error("Only \"vantor record\", \"view\" and \"replay\" can connect to " + where.text +
+                            ", a board behind a message broker.");
+    }
 };
 
 } // namespace

@@ -19,6 +19,7 @@
 #include "commands/broker_options.h"
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
+#include "commands/server_links.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
 #include "vantor/configuration.h"
@@ -104,7 +105,8 @@ std::pair<std::string, std::string> split_name(const std::string &text)
 
 /** The boards of the options. */
 std::vector<bridged_board> bridged_boards(const bridge_options &options, const nlohmann::json &configuration,
-                                          const std::shared_ptr<event_loop> &loop)
+                                          const std::shared_ptr<event_loop> &loop,
+                                          const command_streams &streams)
 {
     auto addresses = options.connect;
     if (!options.boards.empty())
@@ -128,11 +130,10 @@ std::vector<bridged_board> bridged_boards(const bridge_options &options, const n
         {
             throw usage_error("The board " + text + " is given twice");
         }
-        boards.push_back(
-            {.name = std::move(name),
-             .address = address,
-             .open_links = [where, loop] { return open_link(where, client_timeouts{}.connect, loop); },
-             .configuration = configuration});
+        boards.push_back({.name = std::move(name),
+                          .address = address,
+                          .open_links = links_to(where, loop, streams),
+                          .configuration = configuration});
     }
     return boards;
 }
@@ -200,7 +201,7 @@ exit_code run_bridge(const bridge_options &options, const command_streams &strea
     require_complete(options);
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
-    auto boards = bridged_boards(options, read_valid_configuration(options, streams), loop);
+    auto boards = bridged_boards(options, read_valid_configuration(options, streams), loop, streams);
     const auto count = boards.size();
     spool store(spool_directory(options), {.file = options.spool_megabytes << 20U});
     const auto target = make_broker(options, *loop);

@@ -10,6 +10,7 @@
 #include "commands/common_options.h"
 #include "commands/interrupt.h"
 #include "commands/server_description.h"
+#include "commands/server_links.h"
 #include "commands/text_table.h"
 #include "recording/number_text.h"
 #include "recording/printable.h"
@@ -62,11 +63,12 @@ void print_memory(const server_info &info, std::ostream &out)
 }
 
 /** Prints a description of a server. */
-exit_code identify(const std::string &where, bool json, std::ostream &out)
+exit_code identify(const std::string &where, bool json, const command_streams &streams)
 {
     const auto loop = std::make_shared<event_loop>();
     const interrupt_watch watch(*loop);
-    const client server(parse_address(where), {}, loop);
+    auto &out = streams.out;
+    const client server(links_to(parse_address(where), loop, streams), {}, loop);
     const auto &info = server.server();
     if (json)
     {
@@ -107,7 +109,7 @@ command identify_command()
             .footer = identify_footer,
             .options = {connect_option(options->connect), json_flag(options->json)},
             .run = [options](const command_streams &streams) {
-                return identify(options->connect, options->json, streams.out);
+                return identify(options->connect, options->json, streams);
             }};
 }
 

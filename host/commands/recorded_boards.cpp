@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "commands/board_arguments.h"
+#include "commands/server_links.h"
 #include "commands/truth_option.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
@@ -70,13 +71,11 @@ board_list list_boards(const record_options &options, const command_streams &str
             throw usage_error(configuration_missing);
         }
         auto served = server_with_truth(where, options.truth);
-        list.boards.push_back(
-            {.file = board.file,
-             .configuration = read_configuration(board.file, options, streams),
-             .address = board.address,
-             .open_links = [where = served.where,
-                            loop] { return open_link(where, client_timeouts{}.connect, loop); },
-             .truth = served.truth.get()});
+        list.boards.push_back({.file = board.file,
+                               .configuration = read_configuration(board.file, options, streams),
+                               .address = board.address,
+                               .open_links = links_to(served.where, loop, streams),
+                               .truth = served.truth.get()});
         list.truths.push_back(std::move(served.truth));
     }
     return list;

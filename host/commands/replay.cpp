@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "bridge/remote_board.h"
+#include "bridge/remote_links.h"
 #include "client/local_link.h"
 #include "client/tcp_listener.h"
 #include "commands/common_options.h"
@@ -21,6 +23,7 @@
 #include "commands/interrupt.h"
 #include "commands/progress.h"
 #include "commands/usage_error.h"
+#include "recording/printable.h"
 #include "replay/recorded_stream.h"
 #include "replay/replay_server.h"
 #include "vantor/recording_error.h"
@@ -35,6 +38,8 @@ constexpr const char *replay_footer = R"(Examples:
   vantor record --frames 100 --connect tcp:127.0.0.1:6110
       records the frames that are replayed
   vantor replay recordings/garage --tcp 6110 --speed max
+  vantor replay nats:broker.local/hall/door --tcp 6110
+      passes on the frames of a board behind a message broker; see docs/fleet.md
 
 The server sends the metadata and the frames of the recording, at the pace at which they were measured. After
 the last frame it starts again, with ticks that continue as if there were no jump, and prints that it does.
@@ -54,7 +59,7 @@ constexpr const char *busy_message =
 /** The options of `vantor replay`. */
 struct replay_options
 {
-    std::filesystem::path recording;
+    std::filesystem::path recording; /**< or the address of a board behind a broker */
     uint64_t port = 0;
     bool stdio = false;
     uint64_t hosts = 0;          /**< 0 for no limit */
@@ -183,7 +188,23 @@ exit_code replay_recording(const replay_options &options, const command_streams 
     return serve(stream, options, streams, loop);
 }
 
-/** Serves a recording. */
+/** Serves a board behind a message broker. */
+exit_code replay_board(const replay_options &options, const command_streams &streams,
+                       const std::shared_ptr<event_loop> &loop)
+{
+    if (options.speed)
+    {
+        throw usage_error("--speed is for recordings: the frames of a board are sent when they arrive");
+    }
+    const auto where = parse_remote_board_address(options.recording.string());
+    const interrupt_watch watch(*loop);
+    remote_board board(where, security_of_environment(), *loop, [&streams](const std::string &line) {
+        streams.err << printable(line) << "\n" << std::flush;
+    });
+    return serve(board, options, streams, loop);
+}
+
+/** Serves a recording or a board. */
 exit_code replay(const replay_options &options, const command_streams &streams)
 {
     if (options.stdio && (options.port != 0 || options.hosts != 0))
@@ -192,7 +213,8 @@ exit_code replay(const replay_options &options, const command_streams &streams)
             "--stdio serves one host, which has connected already: leave --tcp and --hosts out");
     }
     const auto loop = std::make_shared<event_loop>();
-    return replay_recording(options, streams, loop);
+    return is_broker_address(options.recording.string()) ? replay_board(options, streams, loop)
+                                                         : replay_recording(options, streams, loop);
 }
 
 } // namespace
@@ -204,7 +226,11 @@ command replay_command()
         .name = "replay",
         .help = "Act as a server that sends a recording.",
         .footer = replay_footer,
-        .options = {recording_argument(options->recording),
+        .options = {{.name = "RECORDING",
+                     .help = "Directory written by \"vantor record\", or a board behind a message broker: "
+                             "nats:HOST[:PORT]/SITE/BOARD[@TIME]",
+                     .value = &options->recording,
+                     .required = true},
                     {.name = "--tcp",
                      .help = "TCP port on 127.0.0.1 to listen on; 0 for any free port",
                      .value = whole_number_value{.target = &options->port,

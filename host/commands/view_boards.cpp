@@ -15,6 +15,7 @@
 
 #include "commands/board_arguments.h"
 #include "commands/interrupt.h"
+#include "commands/server_links.h"
 #include "commands/truth_option.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
@@ -85,7 +86,7 @@ nlohmann::json first_configuration(const std::filesystem::path &file, const serv
 void connect_board(viewed_board &board, const std::shared_ptr<event_loop> &loop,
                    const command_streams &streams)
 {
-    board.server.emplace(board.served.where, client_timeouts{}, loop);
+    board.server.emplace(links_to(board.served.where, loop, streams), client_timeouts{}, loop);
     const auto &about = board.server->server();
     board.configuration = first_configuration(board.given.file, about, streams);
     if (list_items(board.configuration).empty())

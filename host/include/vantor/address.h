@@ -1,5 +1,5 @@
 /** @file
- * Server addresses: "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD" and "sim:".
+ * Server addresses: "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD", "sim:" and "nats:HOST/SITE/BOARD".
  */
 #ifndef VANTOR_ADDRESS_H
 #define VANTOR_ADDRESS_H
@@ -39,14 +39,21 @@ struct simulator_address
     std::vector<std::string> arguments; /**< additional arguments for the program vantor_server */
 };
 
+/** A board behind a message broker. The program vantor can connect to it; this library cannot. */
+struct relayed_address
+{
+    std::string text; /**< "nats:HOST[:PORT]/SITE/BOARD[@TIME]"; not checked */
+};
+
 /** The address of a server. */
-using address = std::variant<tcp_address, unix_address, serial_address, simulator_address>;
+using address =
+    std::variant<tcp_address, unix_address, serial_address, simulator_address, relayed_address>;
 
 /**
  * Parses an address.
  *
  * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "unix:PATH", "serial:DEVICE" (115200 baud),
- *              "serial:DEVICE@BAUD", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces; as
+ *              "serial:DEVICE@BAUD", "nats:…", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces; as
  *              in a shell, arguments or parts of them can be in single or double quotes, and a backslash
  *              outside single quotes makes the next character an ordinary one
  * @return the address

@@ -43,13 +43,23 @@ class SimulatorAddress:
         return any(argument.partition("=")[0] == name for argument in self.arguments)
 
 
-Address = TcpAddress | UnixAddress | SerialAddress | SimulatorAddress
+@dataclass(frozen=True, slots=True)
+class RelayedAddress:
+    """A board behind a message broker: "nats:HOST[:PORT]/SITE/BOARD[@TIME]", not checked."""
+
+    text: str
+
+
+Address = TcpAddress | UnixAddress | SerialAddress | SimulatorAddress | RelayedAddress
 
 _HIGHEST_BAUDRATE = 100_000_000
 
 
 def parse_address(text: str) -> Address:
-    """Parses "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD" or "sim:ARGUMENTS"; raises AddressError."""
+    """Parses "tcp:HOST:PORT", "unix:PATH", "serial:DEVICE@BAUD", "sim:ARGUMENTS" or "nats:…".
+
+    Raises AddressError.
+    """
     if not _can_be_passed_on(text):
         raise AddressError(
             f"{text!a} is not a valid address: it contains a character that no name can have; write it "
@@ -128,9 +138,14 @@ def _parse_simulator(text: str) -> Address:
         ) from None
 
 
+def _parse_relayed(text: str) -> Address:
+    return RelayedAddress(f"nats:{text}")
+
+
 _PARSERS: dict[str, Callable[[str], Address]] = {
     "tcp": _parse_tcp,
     "unix": _parse_unix,
     "serial": _parse_serial,
     "sim": _parse_simulator,
+    "nats": _parse_relayed,
 }

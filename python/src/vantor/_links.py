@@ -16,10 +16,11 @@ import time
 import weakref
 from collections.abc import Sequence
 from contextlib import suppress
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Protocol
 
-from ._address import Address, SerialAddress, SimulatorAddress, TcpAddress, UnixAddress
+from ._address import Address, RelayedAddress, SerialAddress, SimulatorAddress, TcpAddress, UnixAddress
 from ._error_output import ErrorOutput
 from .errors import ConnectError, ConnectionLost, Error, ServerTimeout, reason_of
 
@@ -154,18 +155,23 @@ class SerialLink(DescriptorLink):
         return former
 
 
-class SimulatorLink(DescriptorLink):
-    """A link to a simulated server that ends with the link."""
+class ProcessLink(DescriptorLink):
+    """A link to a process that ends with the link."""
 
-    kind = "A private simulated server"
+    kind = "A private process"
 
     def __init__(
-        self, stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput
+        self,
+        stream: socket.socket,
+        process: "subprocess.Popen[bytes]",
+        errors: ErrorOutput,
+        program: "_Program",
     ) -> None:
-        """Takes over the socket, the process of the server, and what it prints to standard error."""
+        """Takes over the socket, the process, and what it prints to standard error."""
         super().__init__(stream)
+        self._program = program
         self._end.detach()
-        self._end = weakref.finalize(self, _end_simulator, stream, process, errors, os.getpid())
+        self._end = weakref.finalize(self, _end_process, stream, process, errors, os.getpid())
         # The server exits when the link is closed; a forked process must not end it.
         self._end.atexit = False
         self._process = process
@@ -184,20 +190,21 @@ class SimulatorLink(DescriptorLink):
         with suppress(subprocess.TimeoutExpired):
             self._process.wait(_EXIT_TIME)
         self._errors.wait_for_end(_EXIT_TIME)
-        ended = f"The simulated server has exited{_how_it_ended(self._process.returncode)}"
+        ended = f"{self._program.role} has exited{_how_it_ended(self._process.returncode)}"
         if lines := self._errors.last_lines():
             return ConnectionLost(f"{ended}:\n{lines}")
         if self._has_answered:
             return ConnectionLost(f"{ended}.")
         return ConnectionLost(
-            f"{ended} and without a message. Check that VANTOR_SERVER or PATH has vantor_server."
+            f"{ended} and without a message. Check that {self._program.variable} or PATH has "
+            f"{self._program.name}."
         )
 
 
-def _end_simulator(
+def _end_process(
     stream: socket.socket, process: "subprocess.Popen[bytes]", errors: ErrorOutput, starter: int
 ) -> None:
-    """Asks a server to exit, and kills it if it does not; only closes the link in a forked process."""
+    """Asks a process to exit, and kills it if it does not; only closes the link in a forked process."""
     stream.close()
     if os.getpid() != starter:
         return
@@ -217,6 +224,35 @@ def _how_it_ended(status: int | None) -> str:
     return f" with status {status}" if status >= 0 else f" by signal {-status}"
 
 
+@dataclass(frozen=True, slots=True)
+class _Program:
+    """A program that links are to: its name, the variable that may name its file, and what it is."""
+
+    name: str
+    variable: str
+    role: str
+
+    def find(self) -> Path:
+        """The program that the variable names, or the one in PATH; raises ConnectError if there is none."""
+        if named := os.environ.get(self.variable):
+            return Path(named)
+        if found := shutil.which(self.name):
+            return Path(found)
+        raise ConnectError(
+            f"Cannot find the program {self.name} in PATH: install it, set {self.variable} to its path, or "
+            "connect to a running server, for example with tcp:HOST:PORT."
+        )
+
+
+_SERVER = _Program("vantor_server", "VANTOR_SERVER", "The simulated server")
+_COMMAND = _Program("vantor", "VANTOR", "The program that connects to the broker")
+
+
+def find_server_program() -> Path:
+    """The program vantor_server; raises ConnectError if there is none."""
+    return _SERVER.find()
+
+
 def open_link(address: Address, timeout: float, arguments: Sequence[str] = ()) -> Link:
     """Opens a link to an address within `timeout` seconds; a simulated server gets further arguments.
 
@@ -230,7 +266,9 @@ def open_link(address: Address, timeout: float, arguments: Sequence[str] = ()) -
         case SerialAddress():
             return _open_serial(address)
         case SimulatorAddress():
-            return _start_simulator([*address.arguments, *arguments])
+            return _start(_SERVER, ["--stdio", *address.arguments, *arguments])
+        case RelayedAddress():
+            return _start(_COMMAND, ["replay", address.text, "--stdio"])
 
 
 def _open_tcp(address: TcpAddress, deadline: float) -> Link:
@@ -345,8 +383,8 @@ def _open_serial(address: SerialAddress) -> Link:
         ) from None
 
 
-def _start_simulator(arguments: Sequence[str]) -> Link:
-    program = find_server_program()
+def _start(role: _Program, arguments: Sequence[str]) -> Link:
+    program = role.find()
     try:
         near, far = socket.socketpair()
     except OSError as failure:
@@ -355,7 +393,7 @@ def _start_simulator(arguments: Sequence[str]) -> Link:
         end = far.fileno()
         try:
             # In a group of its own, so that Ctrl-C on the terminal does not reach it.
-            command = [str(program), "--stdio", *arguments]
+            command = [str(program), *arguments]
             process = subprocess.Popen(
                 command, stdin=end, stdout=end, stderr=subprocess.PIPE, process_group=0
             )
@@ -364,16 +402,4 @@ def _start_simulator(arguments: Sequence[str]) -> Link:
             raise ConnectError(f"Cannot start {program}: {reason_of(failure)}.") from None
     near.setblocking(False)
     assert isinstance(process.stderr, io.BufferedReader)
-    return SimulatorLink(near, process, ErrorOutput(process.stderr))
-
-
-def find_server_program() -> Path:
-    """The program that VANTOR_SERVER names, or vantor_server in PATH; raises ConnectError if none."""
-    if named := os.environ.get("VANTOR_SERVER"):
-        return Path(named)
-    if found := shutil.which("vantor_server"):
-        return Path(found)
-    raise ConnectError(
-        "Cannot find the program vantor_server in PATH: install it, set VANTOR_SERVER to its path, or "
-        "connect to a running server, for example with tcp:HOST:PORT."
-    )
+    return ProcessLink(near, process, ErrorOutput(process.stderr), role)

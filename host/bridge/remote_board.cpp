@@ -1,0 +1,219 @@
+/** @file
+ * A board behind a message broker.
+ */
+#include "bridge/remote_board.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "vantor/client.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** How long to wait for the description of a session: bridges repeat it within this time. */
+constexpr std::chrono::seconds description_time{12};
+
+/** How long to wait for a single frame. */
+constexpr std::chrono::seconds frame_time{10};
+
+/** A message with a member in front: the number of frames that were lost before it. */
+std::string with_missing(std::string_view message, uint64_t missing)
+{
+    if (missing == 0)
+    {
+        return std::string(message);
+    }
+    const auto counted = std::min<uint64_t>(missing, std::numeric_limits<uint32_t>::max());
+    return "{\"missing\":" + std::to_string(counted) + "," + std::string(message.substr(1));
+}
+
+} // namespace
+
+remote_board::remote_board(remote_board_address where, const broker_security &security, event_loop &loop,
+                           reporter report)
+    : where_(std::move(where)), report_(std::move(report)), loop_(loop),
+      reader_(where_, security, loop, [] {})
+{
+    const auto is_known = [this] {
+        fill();
+        return described_ != nullptr || !reader_.fault().empty();
+    };
+    loop.run_until(is_known, loop.now() + description_time);
+    loop.check_cancelled();
+    if (!described_)
+    {
+        const auto fault = reader_.fault();
+        throw broker_error(fault.empty() ? "Board " + where_.board + " at site " + where_.site +
+                                               " has sent nothing that describes its session."
+                                         : fault);
+    }
+    begin();
+}
+
+nlohmann::ordered_json remote_board::identity() const
+{
+    auto about = session_->server;
+    if (const auto version = about.find("server_version"); version != about.end() && version->is_string())
+    {
+        *version = version->get<std::string>() + " (bridge)";
+    }
+    about["protocol_version"] = protocol_version;
+    return about;
+}
+
+const nlohmann::json &remote_board::configuration() const
+{
+    return session_->configuration;
+}
+
+const nlohmann::json &remote_board::metadata() const
+{
+    return session_->metadata;
+}
+
+void remote_board::begin()
+{
+    fill();
+    session_ = ready_.empty() ? described_ : ready_.front()->session;
+    session_name_ = ready_.empty() ? described_name_ : ready_.front()->content.header.session;
+}
+
+void remote_board::start()
+{
+    // Frames are due when they arrive.
+}
+
+std::optional<std::string> remote_board::take_due()
+{
+    if (has_ended() || ready_.empty())
+    {
+        return std::nullopt;
+    }
+    const auto &front = *ready_.front();
+    auto message = with_missing(front.content.messages[taken_], front.missing);
+    if (++taken_ == front.content.messages.size())
+    {
+        ready_.pop_front();
+        taken_ = 0;
+    }
+    return message;
+}
+
+std::optional<std::string> remote_board::take_next()
+{
+    const auto is_there = [this] {
+        fill();
+        return !ready_.empty();
+    };
+    loop_.run_until(is_there, loop_.now() + frame_time);
+    loop_.check_cancelled();
+    return take_due();
+}
+
+event_loop::time_point::duration remote_board::time_until_due()
+{
+    // A host is asked for commands meanwhile.
+    constexpr std::chrono::milliseconds patience{10};
+    return ready_.empty() ? patience : std::chrono::milliseconds(0);
+}
+
+bool remote_board::has_ended()
+{
+    fill();
+    const auto &arrived = ready_.empty() ? described_name_ : ready_.front()->content.header.session;
+    return arrived != session_name_;
+}
+
+/** Reads what has arrived, until there are frames to take. */
+void remote_board::fill()
+{
+    while (ready_.empty())
+    {
+        auto stored = reader_.take();
+        if (!stored)
+        {
+            return;
+        }
+        try
+        {
+            add(std::move(*stored));
+        }
+        catch (const bad_batch &fault)
+        {
+            report_("A batch of board " + where_.board + " is damaged: " + fault.what());
+        }
+    }
+}
+
+/** Adds a batch to those that can be taken, if it is wanted. */
+void remote_board::add(stored_batch stored)
+{
+    auto next = std::make_unique<ready_batch>();
+    next->bytes = std::move(stored.bytes);
+    next->content = decode_batch(next->bytes);
+    const auto &header = next->content.header;
+    const auto found = order_.add(header);
+    if (found.repeated)
+    {
+        return;
+    }
+    describe(header, found.begins);
+    stored.bytes.clear();
+    if (!described_ || !is_wanted(header, stored))
+    {
+        return;
+    }
+    note_loss(found);
+    if (!next->content.messages.empty())
+    {
+        next->missing = header.missing + lost_;
+        next->session = described_;
+        ready_.push_back(std::move(next));
+    }
+}
+
+/** Keeps what describes the session. @param begins  whether it is another one than before */
+void remote_board::describe(const batch_header &header, bool begins)
+{
+    if (begins)
+    {
+        described_ = nullptr;
+        lost_ = 0;
+    }
+    if (header.content)
+    {
+        described_ = header.content;
+        described_name_ = header.session;
+    }
+}
+
+/** Whether the frames of a batch were asked for. */
+bool remote_board::is_wanted(const batch_header &header, const stored_batch &stored) const
+{
+    if (!where_.from)
+    {
+        return !stored.is_old;
+    }
+    const std::chrono::duration<double> from = where_.from->time_since_epoch();
+    const double moment = header.utc
+                              ? std::chrono::duration<double>(header.utc->moment.time_since_epoch()).count()
+                              : stored.utc_s;
+    return moment >= from.count();
+}
+
+/** Counts and reports the frames that were lost between bridge and here. */
+void remote_board::note_loss(const batch_order::verdict &found)
+{
+    lost_ += found.lost_frames;
+    if (found.lost_batches > 0)
+    {
+        report_("Board " + where_.board + ": " + std::to_string(found.lost_batches) + " batches with " +
+                std::to_string(found.lost_frames) + " frames are missing.");
+    }
+}
+
+} // namespace vantor

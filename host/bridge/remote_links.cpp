@@ -1,0 +1,160 @@
+/** @file
+ * Links to a board behind a message broker.
+ */
+#include "bridge/remote_links.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "bridge/remote_board.h"
+#include "client/local_link.h"
+#include "replay/replay_server.h"
+#include "vantor/blocking_work.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** Serves a board to one host after the other, on a thread of its own. */
+class board_service
+{
+public:
+    board_service(remote_board_address where, broker_security security, remote_board::reporter report)
+        : where_(std::move(where)), security_(std::move(security)), report_(std::move(report))
+    {
+    }
+
+    board_service(const board_service &) = delete;
+    board_service &operator=(const board_service &) = delete;
+    board_service(board_service &&) = delete;
+    board_service &operator=(board_service &&) = delete;
+
+    ~board_service()
+    {
+        if (thread_.joinable())
+        {
+            loop_->post([this] { stop_ = true; });
+            loop_->cancel();
+            thread_.join();
+        }
+    }
+
+    /** Connects to the broker unless that was done; throws as remote_board does. */
+    void connect()
+    {
+        if (!board_)
+        {
+            board_ = std::make_unique<remote_board>(where_, security_, *loop_, report_);
+            thread_ = std::thread([this] { work(); });
+        }
+    }
+
+    /** Has a host served, after the one before. @param socket  of the host; it is closed */
+    void serve(int socket)
+    {
+        loop_->post([this, socket] {
+            if (next_)
+            {
+                ::close(*next_);
+            }
+            next_ = socket;
+        });
+    }
+
+private:
+    /** The thread. */
+    void work()
+    {
+        while (!stop_)
+        {
+            try
+            {
+                loop_->run_until([this] { return stop_ || next_; }, event_loop::time_point::max());
+                loop_->check_cancelled();
+                serve_next();
+            }
+            catch (const cancelled &) // NOLINT(bugprone-empty-catch): to stop
+            {
+            }
+            catch (const error &) // NOLINT(bugprone-empty-catch): the host has gone
+            {
+            }
+        }
+    }
+
+    /** Serves the next host until it disconnects. */
+    void serve_next()
+    {
+        if (next_)
+        {
+            local_link host(*std::exchange(next_, std::nullopt), loop_);
+            replay_server(*board_, host, counts_).run([this] { return stop_ || next_; });
+        }
+    }
+
+    remote_board_address where_;
+    broker_security security_;
+    remote_board::reporter report_;
+    std::shared_ptr<event_loop> loop_ = std::make_shared<event_loop>();
+    std::unique_ptr<remote_board> board_;
+    replay_counts counts_;
+    std::optional<int> next_; /**< the socket of the host that waits */
+    bool stop_ = false;
+    std::thread thread_;
+};
+
+/** A pair of connected sockets. */
+std::array<int, 2> make_socket_pair()
+{
+    std::array<int, 2> sockets{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()) != 0)
+    {
+        throw connect_error(std::string("Cannot make a socket: ") + std::strerror(errno) + ".");
+    }
+    return sockets;
+}
+
+/** The value of an environment variable; empty if there is none. */
+std::string environment(const char *name)
+{
+    const char *value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing changes the environment
+    return value == nullptr ? "" : value;
+}
+
+} // namespace
+
+client::link_factory links_to_remote_board(const std::string &text, const broker_security &security,
+                                           std::shared_ptr<event_loop> loop,
+                                           std::function<void(const std::string &line)> report)
+{
+    const auto tell = [loop, report = std::move(report)](const std::string &line) {
+        loop->post([report, line] { report(line); });
+    };
+    const auto service = std::make_shared<board_service>(parse_remote_board_address(text), security, tell);
+    return [service, loop] {
+        run_beside(*loop, [&] { service->connect(); });
+        const auto [ours, theirs] = make_socket_pair();
+        service->serve(theirs);
+        return std::make_unique<local_link>(ours, loop);
+    };
+}
+
+broker_security security_of_environment()
+{
+    return {.authorities = environment("NATS_CA"),
+            .certificate = environment("NATS_CERT"),
+            .key = environment("NATS_KEY"),
+            .credentials = environment("NATS_CREDS")};
+}
+
+} // namespace vantor
