@@ -12,6 +12,7 @@
 #include "commands/completion.h"
 #include "commands/export.h"
 #include "commands/failure_report.h"
+#include "commands/fleet.h"
 #include "commands/identify.h"
 #include "commands/info.h"
 #include "commands/plan.h"
@@ -63,7 +64,7 @@ std::vector<command> list_commands()
             score_command(),
             replay_command(),
             bridge_command(),
-
+            fleet_command(),
             completion_command(list_commands)};
 }
 

@@ -369,7 +369,7 @@ class InvalidScenes(SceneTest):
     def test_every_example_is_accepted(self):
         scenes = os.path.join(EXAMPLES, "scenes")
         for name in sorted(os.listdir(scenes)):
-            board = ("--board", "1") if name == "two_boards.json" else ()
+            board = ("--board", "1") if name in ("two_boards.json", "hall.json") else ()
             with self.subTest(name), Server("--tcp", "0", "--clock", "virtual", "--scene",
                                             os.path.join(scenes, name), *board) as server, server.connect() as host:
                 host.ask("configure", configuration=configuration(num_points=100, step_length=4))

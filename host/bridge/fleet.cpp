@@ -1,0 +1,123 @@
+/** @file
+ * The boards that a NATS server knows.
+ */
+#include "bridge/fleet.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <tuple>
+
+#include "bridge/batch.h"
+#include "bridge/nats_connection.h"
+
+namespace vantor
+{
+namespace
+{
+
+/** How long to wait for the next state, in milliseconds. */
+constexpr int64_t state_time = 2000;
+
+/** The sites that have states on a server. */
+std::vector<std::string> read_sites(jsCtx &streams)
+{
+    jsStreamNamesList *found = nullptr;
+    jsErrCode code{};
+    const auto status = js_StreamNames(&found, &streams, nullptr, &code);
+    const std::unique_ptr<jsStreamNamesList, nats_deleter<jsStreamNamesList_Destroy>> names(found);
+    if (status == NATS_NOT_FOUND)
+    {
+        return {};
+    }
+    require(status, "list the streams of JetStream");
+    constexpr std::string_view begin = "vantor-";
+    constexpr std::string_view end = "-states";
+    std::vector<std::string> sites;
+    for (const std::string_view name : std::span(names->List, static_cast<size_t>(names->Count)))
+    {
+        if (name.size() > begin.size() + end.size() && name.starts_with(begin) && name.ends_with(end))
+        {
+            sites.emplace_back(name.substr(begin.size(), name.size() - begin.size() - end.size()));
+        }
+    }
+    return sites;
+}
+
+/** Number of messages in a stream. */
+uint64_t count_messages(jsCtx &streams, const std::string &name)
+{
+    jsStreamInfo *found = nullptr;
+    jsErrCode code{};
+    const auto status = js_GetStreamInfo(&found, &streams, name.c_str(), nullptr, &code);
+    const std::unique_ptr<jsStreamInfo, nats_deleter<jsStreamInfo_Destroy>> info(found);
+    if (status == NATS_NOT_FOUND || code == JSStreamNotFoundErr)
+    {
+        throw broker_error("The broker knows no site with this name.");
+    }
+    require(status, "read the stream " + name);
+    return info->State.Msgs;
+}
+
+/** Adds the state in a message. */
+void add_state(natsMsg &received, fleet &boards)
+try
+{
+    boards.boards.push_back(
+        decode_state({natsMsg_GetData(&received), static_cast<size_t>(natsMsg_GetDataLength(&received))}));
+}
+catch (const bad_batch &)
+{
+    ++boards.unreadable;
+}
+
+/** Adds the last states of the boards of a site. @return  the subscription, to be kept until all is read */
+nats_subscription add_site(jsCtx &streams, const std::string &site, fleet &boards)
+{
+    const nats_names names(site);
+    auto left = count_messages(streams, names.states_stream);
+    jsSubOptions wanted{};
+    require(jsSubOptions_Init(&wanted), "use JetStream");
+    wanted.Stream = names.states_stream.c_str();
+    wanted.Ordered = true;
+    wanted.Config.DeliverPolicy = js_DeliverLastPerSubject;
+    natsSubscription *created = nullptr;
+    jsErrCode code{};
+    require(js_SubscribeSync(&created, &streams, names.state_of("*").c_str(), nullptr, &wanted, &code),
+            "read the states of site " + site);
+    nats_subscription subscription(created);
+    while (left > 0)
+    {
+        natsMsg *received = nullptr;
+        require(natsSubscription_NextMsg(&received, created, state_time), "read the states of site " + site);
+        const nats_message owned(received);
+        add_state(*received, boards);
+        jsMsgMetaData *about = nullptr;
+        require(natsMsg_GetMetaData(&about, received), "read the states of site " + site);
+        // Others may be reported meanwhile.
+        left = about->NumPending;
+        jsMsgMetaData_Destroy(about);
+    }
+    return subscription;
+}
+
+} // namespace
+
+fleet read_fleet(const broker_address &where, const std::string &site, const broker_security &security)
+{
+    const auto options = make_nats_options(where, security);
+    std::vector<nats_subscription> subscriptions;
+    nats_streams streams;
+    const auto link = connect_nats(*options, where);
+    streams = open_streams(*link);
+    fleet found;
+    for (const auto &name : site.empty() ? read_sites(*streams) : std::vector<std::string>{site})
+    {
+        subscriptions.push_back(add_site(*streams, name, found));
+    }
+    std::ranges::sort(found.boards, {},
+                      [](const decoded_state &one) { return std::tie(one.site, one.state.board); });
+    return found;
+}
+
+} // namespace vantor
