@@ -59,17 +59,23 @@ bool publisher::add(const std::string &board, std::string_view bytes)
 void publisher::run()
 {
     broker_.check();
-    while (!ready_.empty() && bytes_under_way_ < most_under_way && loop_.now() >= paused_until_ &&
-           broker_.ready())
-    {
-        publish_next();
-    }
+    publish_ready();
 }
 
 uint64_t publisher::waiting(const std::string &board) const
 {
     const auto found = queues_.find(board);
     return found == queues_.end() ? 0 : found->second.places.size();
+}
+
+/** Publishes what can be published now. */
+void publisher::publish_ready()
+{
+    while (!ready_.empty() && bytes_under_way_ < most_under_way && loop_.now() >= paused_until_ &&
+           broker_.ready())
+    {
+        publish_next();
+    }
 }
 
 /** Has the first batch of a board published when it is its turn. */
@@ -125,7 +131,7 @@ void publisher::note_answer(const std::string &board, bool stored)
     }
     of.scheduled = false;
     schedule(board, of);
-    run();
+    publish_ready();
 }
 
 /** Removes the first batch of a board. */

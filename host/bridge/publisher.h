@@ -74,6 +74,7 @@ private:
     };
 
     void schedule(const std::string &board, queue &of);
+    void publish_ready();
     void publish_next();
     void note_answer(const std::string &board, bool stored);
     void remove_first(queue &of);

@@ -43,6 +43,14 @@ protected:
         restart();
     }
 
+    /** Starts with a new spool of other sizes. */
+    void restart_with(spool::sizes wanted)
+    {
+        sizes = wanted;
+        std::filesystem::remove(directory / "spool/batches");
+        restart();
+    }
+
     /** Ends the program and starts another one. */
     void restart()
     {
@@ -113,7 +121,7 @@ protected:
     }
 
     test::temporary_directory directory;
-    spool::sizes sizes{.file = uint64_t{32} << 20U, .slot = uint64_t{4} << 20U};
+    spool::sizes sizes{.file = uint64_t{1} << 17U, .slot = uint64_t{1} << 14U};
     test::manual_clock clock;
     test::manual_loop loop{clock};
     test::fake_broker target;
@@ -232,6 +240,7 @@ TEST_F(publisher_test, waits_until_the_broker_is_ready)
 TEST_F(publisher_test, limits_the_bytes_under_way)
 {
     constexpr size_t size = size_t{3} << 20U;
+    restart_with({.file = 5 * (size + 1000), .slot = size + 1000});
     for (const char *board : {"a", "b", "c", "d", "e"})
     {
         ASSERT_TRUE(batches->add(board, batch_of(board, 0, size)));
@@ -287,9 +296,7 @@ TEST_F(publisher_test, skips_batches_of_a_former_program_that_are_damaged_or_are
 
 TEST_F(publisher_test, refuses_a_batch_when_the_spool_is_full)
 {
-    sizes = {.file = 1024, .slot = 512};
-    std::filesystem::remove(directory / "spool/batches");
-    restart();
+    restart_with({.file = 1024, .slot = 512});
     uint64_t added = 0;
     while (batches->add("door", batch_of("door", added)))
     {
@@ -300,6 +307,28 @@ TEST_F(publisher_test, refuses_a_batch_when_the_spool_is_full)
     store_all();
     EXPECT_EQ(target.stored.size(), added);
     EXPECT_TRUE(batches->add("door", batch_of("door", added)));
+}
+
+TEST_F(publisher_test, gives_up_any_number_of_batches_on_the_stack_of_a_task)
+{
+    constexpr int boards = 5000;
+    restart_with({.file = size_t{2} << 20U, .slot = size_t{1} << 20U});
+    for (int number = 0; number < boards; ++number)
+    {
+        add("board-" + std::to_string(number), 0, 1);
+    }
+    loop.spawn([&] {
+        batches->run();
+        ASSERT_THAT(target.open, SizeIs(boards));
+        target.is_silent = true;
+        batches->run();
+    });
+    EXPECT_THAT(loop.run_tasks(), ElementsAre(nullptr));
+    EXPECT_EQ(batches->counted().repeated, static_cast<uint64_t>(boards));
+    target.is_silent = false;
+    run_after(500ms);
+    store_all();
+    EXPECT_EQ(batches->waiting(), 0U);
 }
 
 } // namespace
