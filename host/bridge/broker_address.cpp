@@ -3,7 +3,6 @@
  */
 #include "bridge/broker_address.h"
 
-#include <array>
 #include <charconv>
 #include <ctime>
 #include <utility>
@@ -17,20 +16,11 @@ namespace
 
 using utc_moment = std::chrono::sys_time<std::chrono::nanoseconds>;
 
-/** A kind of broker, what its addresses begin with, and its usual port. */
-struct known_broker
-{
-    broker_kind kind = broker_kind::nats;
-    std::string_view scheme;
-    uint16_t port = 0;
-};
+/** What addresses begin with, and the usual port. */
+constexpr std::string_view scheme = "nats:";
+constexpr uint16_t usual_port = 4222;
 
-constexpr std::array<known_broker, 2> known_brokers{{
-    {.kind = broker_kind::nats, .scheme = "nats:", .port = 4222},
-    {.kind = broker_kind::mqtt, .scheme = "mqtt:", .port = 1883},
-}};
-
-constexpr const char *broker_forms = "Write nats:HOST, nats:HOST:PORT, mqtt:HOST or mqtt:HOST:PORT.";
+constexpr const char *broker_forms = "Write nats:HOST or nats:HOST:PORT.";
 constexpr const char *board_forms =
     "Write nats:HOST/SITE/BOARD, with :PORT behind the host if it is not 4222, and with "
     "@2026-11-23T12:00:00Z behind the board for frames from that time on.";
@@ -91,41 +81,27 @@ std::optional<utc_moment> read_time(std::string_view text)
            nanoseconds;
 }
 
-/** The kind of broker whose addresses begin like a text; null if there is none. */
-const known_broker *find_broker(std::string_view text) noexcept
-{
-    for (const auto &known : known_brokers)
-    {
-        if (text.starts_with(known.scheme))
-        {
-            return &known;
-        }
-    }
-    return nullptr;
-}
-
 } // namespace
 
 bool is_broker_address(std::string_view text) noexcept
 {
-    return find_broker(text) != nullptr;
+    return text.starts_with(scheme);
 }
 
 broker_address parse_broker_address(std::string_view text)
 {
-    const auto *const known = find_broker(text);
-    const auto parts = known == nullptr ? std::nullopt : split_host(text.substr(known->scheme.size()));
+    const auto parts = is_broker_address(text) ? split_host(text.substr(scheme.size())) : std::nullopt;
     if (!parts || parts->first.find_first_of("/@ ") != std::string::npos)
     {
         refuse(text, broker_forms);
     }
     const auto &[host, rest] = *parts;
-    const auto port = rest.empty() ? known->port : read_port(rest.substr(rest.starts_with(':') ? 1 : 0));
+    const auto port = rest.empty() ? usual_port : read_port(rest.substr(rest.starts_with(':') ? 1 : 0));
     if (!port || (!rest.empty() && !rest.starts_with(':')))
     {
         refuse(text, broker_forms);
     }
-    return {.kind = known->kind, .host = host, .port = *port};
+    return {.host = host, .port = *port};
 }
 
 remote_board_address parse_remote_board_address(std::string_view text)
@@ -142,8 +118,8 @@ remote_board_address parse_remote_board_address(std::string_view text)
                                      .board = std::string(text.substr(second + 1, at - second - 1)),
                                      .from = at == std::string_view::npos ? std::nullopt
                                                                           : read_time(text.substr(at + 1))};
-    const bool valid = where.broker.kind == broker_kind::nats && is_batch_name(where.site) &&
-                       is_batch_name(where.board) && where.from.has_value() == (at != std::string_view::npos);
+    const bool valid = is_batch_name(where.site) && is_batch_name(where.board) &&
+                       where.from.has_value() == (at != std::string_view::npos);
     if (!valid)
     {
         refuse(text, board_forms);
@@ -153,9 +129,9 @@ remote_board_address parse_remote_board_address(std::string_view text)
 
 std::string to_string(const broker_address &where)
 {
-    const auto *const scheme = where.kind == broker_kind::nats ? "nats:" : "mqtt:";
     const bool is_ipv6 = where.host.find(':') != std::string::npos;
-    return scheme + (is_ipv6 ? "[" + where.host + "]" : where.host) + ":" + std::to_string(where.port);
+    return std::string(scheme) + (is_ipv6 ? "[" + where.host + "]" : where.host) + ":" +
+           std::to_string(where.port);
 }
 
 } // namespace vantor

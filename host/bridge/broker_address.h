@@ -15,17 +15,9 @@
 namespace vantor
 {
 
-/** The brokers that are known. */
-enum class broker_kind
-{
-    nats,
-    mqtt,
-};
-
-/** A message broker. */
+/** A message broker: a NATS server. */
 struct broker_address
 {
-    broker_kind kind = broker_kind::nats;
     std::string host; /**< name or IP address; an IPv6 address without brackets */
     uint16_t port = 0;
 };
@@ -44,7 +36,7 @@ struct remote_board_address
 bool is_broker_address(std::string_view text) noexcept;
 
 /**
- * Parses the address of a broker: "nats:HOST[:PORT]" or "mqtt:HOST[:PORT]", with an IPv6 address in brackets.
+ * Parses the address of a broker: "nats:HOST[:PORT]", with an IPv6 address in brackets.
  *
  * @throws address_error if it is not one
  */

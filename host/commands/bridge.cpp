@@ -240,7 +240,7 @@ command bridge_command()
     auto options = std::make_shared<bridge_options>();
     std::vector<command_option> list = {
         {.name = "BROKER",
-         .help = "Where frames go: nats:HOST[:PORT] or mqtt:HOST[:PORT]",
+         .help = "Where frames go: nats:HOST[:PORT]",
          .value = &options->broker,
          .required = true},
         configuration_argument(options->configuration),

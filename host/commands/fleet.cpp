@@ -132,10 +132,6 @@ exit_code list_fleet(const fleet_options &options, const command_streams &stream
 {
     require_complete(options.security);
     const auto where = parse_broker_address(options.broker);
-    if (where.kind != broker_kind::nats)
-    {
-        throw usage_error("Only NATS can be asked for its boards: use nats:HOST[:PORT]");
-    }
     if (!options.site.empty() && !is_batch_name(options.site))
     {
         throw usage_error("--site is not the name of a site");

@@ -46,15 +46,14 @@ struct relayed_address
 };
 
 /** The address of a server. */
-using address =
-    std::variant<tcp_address, unix_address, serial_address, simulator_address, relayed_address>;
+using address = std::variant<tcp_address, unix_address, serial_address, simulator_address, relayed_address>;
 
 /**
  * Parses an address.
  *
  * @param text  "tcp:HOST:PORT" (an IPv6 address in brackets), "unix:PATH", "serial:DEVICE" (115200 baud),
- *              "serial:DEVICE@BAUD", "nats:…", "sim:", or "sim:ARGUMENTS" with the arguments separated by spaces; as
- *              in a shell, arguments or parts of them can be in single or double quotes, and a backslash
+ *              "serial:DEVICE@BAUD", "nats:…", "sim:", or "sim:ARGUMENTS" with the arguments separated by
+ * spaces; as in a shell, arguments or parts of them can be in single or double quotes, and a backslash
  *              outside single quotes makes the next character an ordinary one
  * @return the address
  * @throws address_error if the text has none of these forms
