@@ -17,6 +17,9 @@ namespace
 /** How long the server may take to answer. */
 constexpr std::chrono::seconds answer_time{5};
 
+/** How long to wait at the end until everything is sent, in milliseconds. */
+constexpr int64_t flush_time = 1000;
+
 /** How long to wait before connecting again. */
 constexpr std::chrono::milliseconds retry_time{500};
 
@@ -142,11 +145,13 @@ void nats_broker::add_job(job added)
 void nats_broker::work()
 {
     std::deque<job> taken;
-    while (wait_for_work(taken))
+    bool goes_on = true;
+    while (goes_on)
     {
+        goes_on = wait_for_work(taken);
         try
         {
-            if (!is_connected())
+            if (goes_on && !is_connected())
             {
                 connect();
             }
@@ -161,6 +166,11 @@ void nats_broker::work()
             note_fault(failure.what());
             disconnect();
         }
+    }
+    if (link_)
+    {
+        // What was published last, such as the states at the end.
+        natsConnection_FlushTimeout(link_.get(), flush_time);
     }
     disconnect();
 }
