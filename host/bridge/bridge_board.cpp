@@ -4,6 +4,7 @@
 #include "bridge/bridge_board.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "vantor/errors.h"
@@ -43,12 +44,12 @@ void bridge_board::run()
         {
             measure();
         }
-        catch (const error &failure)
-        {
-            note_failure(failure.what());
-        }
         catch (const cancelled &) // NOLINT(bugprone-empty-catch): the bridge ends
         {
+        }
+        catch (const std::exception &failure)
+        {
+            note_failure(failure.what());
         }
         if (!context_.stop())
         {
@@ -136,7 +137,7 @@ void bridge_board::stream(client &server)
     {
         frames.run({.stop = context_.stop});
     }
-    catch (const error &lost)
+    catch (const std::exception &lost)
     {
         reason = lost.what();
         failure = std::current_exception();

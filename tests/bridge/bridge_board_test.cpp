@@ -3,6 +3,8 @@
  */
 #include "bridge/bridge_board.h"
 
+#include <stdexcept>
+
 #include <gmock/gmock.h>
 
 #include "example_batch.h"
@@ -89,8 +91,7 @@ protected:
         starts = 0;
         server.on("start",
                   [this, reactions = std::move(reactions)](host_connection &host, const json &command) {
-                      reactions[std::min(starts, reactions.size() - 1)](host, command);
-                      ++starts;
+                      reactions[std::min(starts++, reactions.size() - 1)](host, command);
                   });
     }
 
@@ -210,6 +211,16 @@ TEST_F(bridge_board_test, tells_each_fault_once)
     EXPECT_FALSE(state().online);
     EXPECT_EQ(state().sessions, 0U);
     EXPECT_THAT(target.stored, IsEmpty());
+}
+
+TEST_F(bridge_board_test, survives_what_nobody_expects)
+{
+    on_starts({[](host_connection &, const json &) { throw std::logic_error("not expected"); },
+               test::stream_frames(2)});
+    run_for(2s);
+    EXPECT_THAT(lines, ElementsAre("door: measuring", "door: not expected", "door: measuring"));
+    EXPECT_EQ(stored_session(target, "door", 0).back().header.end, "not expected");
+    EXPECT_EQ(frames_in(stored_session(target, "door", 1)), 2U);
 }
 
 TEST_F(bridge_board_test, reports_its_state_while_it_measures)
