@@ -29,7 +29,7 @@ catch (const cancelled &) // NOLINT(bugprone-empty-catch): the boards end, and t
 bridge::bridge(bridge_settings settings, std::vector<bridged_board> boards, spool &store, broker &target,
                std::shared_ptr<event_loop> loop)
     : settings_(std::move(settings)), spool_(store), broker_(target), loop_(std::move(loop)),
-      publisher_(store, target, *loop_),
+      publisher_(store, target, *loop_, settings_.site),
       context_{.site = settings_.site,
                .limits = settings_.limits,
                .recalibrate = settings_.recalibrate,
@@ -123,6 +123,16 @@ void bridge::watch_broker()
     {
         calls_.line("broker: " + (fault.empty() ? "connected" : fault));
         fault_ = std::move(fault);
+    }
+    if (const auto count = publisher_.counted().too_large; count > too_large_)
+    {
+        if (too_large_ == 0)
+        {
+            calls_.line(
+                "broker: it does not take batches of more than " + std::to_string(broker_.largest()) +
+                " bytes, so that large frames are lost: raise its max_payload, or measure smaller frames");
+        }
+        too_large_ = count;
     }
 }
 

@@ -87,7 +87,8 @@ private:
     std::deque<bridge_board> boards_;
     size_t running_ = 0; /**< boards whose task has not ended */
     bridge_report report_;
-    std::string fault_; /**< of the broker, as reported last */
+    std::string fault_;      /**< of the broker, as reported last */
+    uint64_t too_large_ = 0; /**< batches that were too large for it, when last looked at */
     event_loop::time_point reported_;
 };
 

@@ -4,8 +4,10 @@
 #ifndef VANTOR_BROKER_H
 #define VANTOR_BROKER_H
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -58,6 +60,12 @@ public:
 
     /** Why batches cannot be published, or why the last one was refused; empty if all is well. */
     [[nodiscard]] virtual std::string fault() const = 0;
+
+    /** Largest batch that the broker takes, in bytes. */
+    [[nodiscard]] virtual size_t largest() const
+    {
+        return std::numeric_limits<size_t>::max();
+    }
 
     /**
      * Publishes a batch.

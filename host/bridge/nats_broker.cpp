@@ -3,6 +3,7 @@
  */
 #include "bridge/nats_broker.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <utility>
@@ -20,20 +21,33 @@ constexpr std::chrono::seconds answer_time{5};
 /** How long to wait at the end until everything is sent, in milliseconds. */
 constexpr int64_t flush_time = 1000;
 
+/** How long a refusal is reported, unless another one follows. */
+constexpr std::chrono::seconds refusal_time{10};
+
+/** Room for the headers of a message. */
+constexpr size_t header_room = 1024;
+
+/** Longest answer of the server. */
+constexpr size_t longest_answer = 4096;
+
 /** How long to wait before connecting again. */
 constexpr std::chrono::milliseconds retry_time{500};
 
 /** How long the server recognises a batch that is published again. */
 constexpr std::chrono::minutes recognition_time{10};
 
-/** Why the server has not stored a message, from its answer; empty if it has. */
-std::string fault_in(natsMsg *received)
+/** Why the server has not stored a message in a stream, from its answer; empty if it has. */
+std::string fault_in(natsMsg *received, const std::string &stream)
 {
     if (natsMsg_IsNoResponders(received))
     {
         return "the server has no JetStream, or lost the stream";
     }
     const auto size = static_cast<size_t>(natsMsg_GetDataLength(received));
+    if (size > longest_answer)
+    {
+        return "the answer of the server is not valid";
+    }
     const auto document =
         nlohmann::json::parse(std::string_view(natsMsg_GetData(received), size), nullptr, false);
     if (!document.is_object())
@@ -43,10 +57,12 @@ std::string fault_in(natsMsg *received)
     const auto failure = document.find("error");
     if (failure == document.end())
     {
-        return document.contains("seq") ? "" : "the answer of the server is not valid";
+        const bool valid = document.contains("seq") && document.value("stream", nlohmann::json()) == stream;
+        return valid ? "" : "the answer of the server is not valid";
     }
     const auto reason = failure->is_object() ? failure->value("description", nlohmann::json()) : *failure;
-    return "the server refused a batch: " + (reason.is_string() ? reason.get<std::string>() : reason.dump());
+    return "the server refused a batch: " +
+           (reason.is_string() ? reason.get<std::string>() : "it tells no reason");
 }
 
 /** A subject for answers that no other program uses. */
@@ -100,7 +116,14 @@ bool nats_broker::ready() const
 std::string nats_broker::fault() const
 {
     const std::scoped_lock lock(mutex_);
-    return fault_;
+    const bool refuses = !refusal_.empty() && clock::now() - refused_ < refusal_time;
+    return fault_.empty() && refuses ? refusal_ : fault_;
+}
+
+size_t nats_broker::largest() const
+{
+    const std::scoped_lock lock(mutex_);
+    return largest_;
 }
 
 void nats_broker::publish(outgoing_batch sent, std::function<void(bool stored)> done)
@@ -126,7 +149,8 @@ void nats_broker::check()
     // In the order in which they were published, so also of their deadlines.
     while (!pending_.empty() && pending_.begin()->second.deadline < clock::now())
     {
-        note_fault("the server did not answer in time");
+        note_refusal("the server did not answer in time");
+        forget_job(pending_.begin()->first);
         complete(pending_.begin()->first, false);
     }
 }
@@ -203,8 +227,10 @@ void nats_broker::connect()
     const auto streams = open_streams(*link_);
     create_stream(*streams, names_.frames_stream, names_.frames_of("*"), false);
     create_stream(*streams, names_.states_stream, names_.state_of("*"), true);
+    const auto largest = static_cast<size_t>(natsConnection_GetMaxPayload(link_.get()));
     const std::scoped_lock lock(mutex_);
     ready_ = true;
+    largest_ = largest - std::min(largest, header_room);
     fault_.clear();
 }
 
@@ -299,7 +325,7 @@ void nats_broker::on_answer(natsConnection * /*link*/, natsSubscription * /*subs
     const auto token = std::string_view(natsMsg_GetSubject(received)).substr(sink->owner->inbox_.size());
     answer found;
     std::from_chars(token.data(), token.data() + token.size(), found.token);
-    found.fault = fault_in(received);
+    found.fault = fault_in(received, sink->owner->names_.frames_stream);
     sink->owner->add_answer(std::move(found));
 }
 
@@ -333,7 +359,10 @@ void nats_broker::take_answers()
     }
     for (const auto &received : taken)
     {
-        note_fault(received.fault);
+        if (!received.fault.empty())
+        {
+            note_refusal(received.fault);
+        }
         complete(received.token, received.fault.empty());
     }
 }
@@ -348,7 +377,22 @@ void nats_broker::complete(uint64_t token, bool stored)
     }
 }
 
-/** Notes why batches are not stored. */
+/** Notes why a batch was not stored. */
+void nats_broker::note_refusal(std::string refusal)
+{
+    const std::scoped_lock lock(mutex_);
+    refusal_ = std::move(refusal);
+    refused_ = clock::now();
+}
+
+/** Does not publish a batch any more that has not been published yet. */
+void nats_broker::forget_job(uint64_t token)
+{
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(jobs_, [token](const job &one) { return one.token == token; });
+}
+
+/** Notes why batches cannot be published. */
 void nats_broker::note_fault(std::string fault)
 {
     const std::scoped_lock lock(mutex_);

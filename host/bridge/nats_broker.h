@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -59,6 +60,7 @@ public:
 
     [[nodiscard]] bool ready() const override;
     [[nodiscard]] std::string fault() const override;
+    [[nodiscard]] size_t largest() const override;
     void publish(outgoing_batch sent, std::function<void(bool stored)> done) override;
     void publish_state(const std::string &board, std::string state) override;
     void check() override;
@@ -111,6 +113,8 @@ private:
     void take_answers();
     void complete(uint64_t token, bool stored);
     void note_fault(std::string fault);
+    void note_refusal(std::string refusal);
+    void forget_job(uint64_t token);
     [[nodiscard]] bool is_connected() const;
 
     broker_address where_;
@@ -131,6 +135,9 @@ private:
     std::deque<job> jobs_;
     std::vector<answer> answers_;
     std::string fault_ = "not connected yet";
+    std::string refusal_; /**< why a batch was refused last */
+    clock::time_point refused_;
+    size_t largest_ = std::numeric_limits<size_t>::max();
     bool ready_ = false;
     bool stop_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); /**< false when this object is destroyed */

@@ -11,9 +11,29 @@ namespace
 /** How long connecting may take, in milliseconds. */
 constexpr int64_t connect_time = 5000;
 
+/** How long a server that hangs may hold up writing, in milliseconds. */
+constexpr int64_t write_time = 5000;
+
 /** Pings of the library, so that a connection that was cut is noticed. */
 constexpr int64_t ping_interval = 2000;
 constexpr int most_pings = 2;
+
+/** Why a call has failed: what the library says, without the place in its source. */
+std::string reason_of(natsStatus status)
+{
+    if (status == NATS_NO_RESPONDERS)
+    {
+        return "the broker has no JetStream; start nats-server with -js";
+    }
+    const char *detail = nats_GetLastError(nullptr);
+    if (detail == nullptr || *detail == '\0')
+    {
+        return natsStatus_GetText(status);
+    }
+    const std::string text(detail);
+    const auto place = text.starts_with('(') ? text.find("): ") : std::string::npos;
+    return place == std::string::npos ? text : text.substr(place + 3);
+}
 
 } // namespace
 
@@ -27,10 +47,7 @@ void require(natsStatus status, const std::string &action)
 {
     if (status != NATS_OK)
     {
-        const char *detail = nats_GetLastError(nullptr);
-        const bool has_detail = detail != nullptr && *detail != '\0';
-        throw broker_error("Cannot " + action + ": " + (has_detail ? detail : natsStatus_GetText(status)) +
-                           ".");
+        throw broker_error("Cannot " + action + ": " + reason_of(status) + ".");
     }
 }
 
@@ -46,6 +63,7 @@ nats_options make_nats_options(const broker_address &where, const broker_securit
     require(natsOptions_SetTimeout(created, connect_time), "set the time-out");
     require(natsOptions_SetPingInterval(created, ping_interval), "set the interval of pings");
     require(natsOptions_SetMaxPingsOut(created, most_pings), "set the number of pings");
+    require(natsOptions_SetWriteDeadline(created, write_time), "set the time for writing");
     require(natsOptions_SetName(created, "vantor"), "set the name of the program");
     if (!security.authorities.empty())
     {

@@ -21,18 +21,22 @@ constexpr std::chrono::milliseconds pause{500};
 
 } // namespace
 
-publisher::publisher(spool &store, broker &target, const event_loop &loop)
+publisher::publisher(spool &store, broker &target, const event_loop &loop, const std::string &site)
     : spool_(store), broker_(target), loop_(loop)
 {
     for (const auto &place : spool_.take_left())
     {
         try
         {
-            const auto board = decode_batch_header(spool_.read(place)).board;
+            const auto header = decode_batch_header(spool_.read(place));
+            if (!site.empty() && header.site != site)
+            {
+                continue;
+            }
             ++waiting_;
-            auto &of = queues_[board];
+            auto &of = queues_[header.board];
             of.places.push_back(place);
-            schedule(board, of);
+            schedule(header.board, of);
         }
         catch (const error &)
         {
@@ -59,6 +63,7 @@ bool publisher::add(const std::string &board, std::string_view bytes)
 void publisher::run()
 {
     broker_.check();
+    end_pauses();
     publish_ready();
 }
 
@@ -71,10 +76,19 @@ uint64_t publisher::waiting(const std::string &board) const
 /** Publishes what can be published now. */
 void publisher::publish_ready()
 {
-    while (!ready_.empty() && bytes_under_way_ < most_under_way && loop_.now() >= paused_until_ &&
-           broker_.ready())
+    while (!ready_.empty() && bytes_under_way_ < most_under_way && broker_.ready())
     {
         publish_next();
+    }
+}
+
+/** Has boards published again whose last batch was refused some time ago. */
+void publisher::end_pauses()
+{
+    while (!paused_.empty() && paused_.front().first <= loop_.now())
+    {
+        ready_.push_back(std::move(paused_.front().second));
+        paused_.pop_front();
     }
 }
 
@@ -97,6 +111,11 @@ void publisher::publish_next()
     try
     {
         auto bytes = spool_.read(of.places.front());
+        if (bytes.size() > broker_.largest())
+        {
+            drop_first(board, of, counts_.too_large);
+            return;
+        }
         const auto id = batch_id(decode_batch_header(bytes));
         bytes_under_way_ += bytes.size();
         broker_.publish({.board = board, .id = id, .bytes = std::move(bytes)},
@@ -104,12 +123,18 @@ void publisher::publish_next()
     }
     catch (const error &)
     {
-        // The frames in it are counted by their consumers.
-        ++counts_.damaged;
-        remove_first(of);
-        of.scheduled = false;
-        schedule(board, of);
+        drop_first(board, of, counts_.damaged);
     }
+}
+
+/** Drops the first batch of a board, whose frames consumers count as missing. @param count  of such batches
+ */
+void publisher::drop_first(const std::string &board, queue &of, uint64_t &count)
+{
+    ++count;
+    remove_first(of);
+    of.scheduled = false;
+    schedule(board, of);
 }
 
 /** Notes what has become of the first batch of a board. */
@@ -123,14 +148,15 @@ void publisher::note_answer(const std::string &board, bool stored)
         ++counts_.stored;
         counts_.stored_bytes += size;
         remove_first(of);
+        of.scheduled = false;
+        schedule(board, of);
     }
     else
     {
+        // Only this board waits: the others may be able to go on.
         ++counts_.repeated;
-        paused_until_ = loop_.now() + pause;
+        paused_.emplace_back(loop_.now() + pause, board);
     }
-    of.scheduled = false;
-    schedule(board, of);
     publish_ready();
 }
 

@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "bridge/broker.h"
 #include "bridge/spool.h"
@@ -30,6 +31,7 @@ public:
         uint64_t stored_bytes = 0; /**< of these */
         uint64_t repeated = 0;     /**< how often a batch was to be published again */
         uint64_t damaged = 0;      /**< batches that could not be read from the spool */
+        uint64_t too_large = 0;    /**< batches that the broker does not take, which are lost */
     };
 
     /**
@@ -38,8 +40,9 @@ public:
      * @param store   the spool; must outlive this object, as must the broker and the loop
      * @param target  where batches go
      * @param loop    its clock is used
+     * @param site    batches of other sites stay in the spool; empty for any site
      */
-    publisher(spool &store, broker &target, const event_loop &loop);
+    publisher(spool &store, broker &target, const event_loop &loop, const std::string &site = {});
 
     /**
      * Adds a batch.
@@ -70,12 +73,14 @@ private:
     struct queue
     {
         std::deque<spool::place> places;
-        bool scheduled = false; /**< in ready_, or its first batch is being published */
+        bool scheduled = false; /**< in ready_ or paused_, or its first batch is being published */
     };
 
     void schedule(const std::string &board, queue &of);
     void publish_ready();
+    void end_pauses();
     void publish_next();
+    void drop_first(const std::string &board, queue &of, uint64_t &count);
     void note_answer(const std::string &board, bool stored);
     void remove_first(queue &of);
 
@@ -86,7 +91,7 @@ private:
     std::deque<std::string> ready_;       /**< boards whose first batch can be published */
     uint64_t waiting_ = 0;
     uint64_t bytes_under_way_ = 0;
-    event_loop::time_point paused_until_; /**< after a failure */
+    std::deque<std::pair<event_loop::time_point, std::string>> paused_; /**< boards after a failure */
     counts counts_;
 };
 

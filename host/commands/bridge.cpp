@@ -22,6 +22,7 @@
 #include "commands/server_links.h"
 #include "commands/usage_error.h"
 #include "commands/validation.h"
+#include "recording/printable.h"
 #include "vantor/configuration.h"
 
 namespace vantor
@@ -220,8 +221,10 @@ exit_code run_bridge(const bridge_options &options, const command_streams &strea
                 << " to " << options.broker << "\n"
                 << std::flush;
     passing.run({.stop = [] { return interrupt_watch::interrupted(); },
-                 .line = [&streams](const std::string &line) { streams.err << line << "\n"
-                                                                           << std::flush; },
+                 .line =
+                     [&streams](const std::string &line) {
+                         streams.err << printable(line) << "\n" << std::flush;
+                     },
                  .report =
                      [&metrics](const bridge_report &report) {
                          if (metrics)

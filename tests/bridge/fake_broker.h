@@ -31,6 +31,11 @@ public:
         return is_ready;
     }
 
+    [[nodiscard]] size_t largest() const override
+    {
+        return most;
+    }
+
     [[nodiscard]] std::string fault() const override
     {
         return why;
@@ -67,8 +72,9 @@ public:
     }
 
     bool is_ready = true;
-    bool is_silent = false; /**< check() gives up all batches */
-    std::string why;        /**< its fault */
+    size_t most = std::numeric_limits<size_t>::max(); /**< of a batch, in bytes */
+    bool is_silent = false;                           /**< check() gives up all batches */
+    std::string why;                                  /**< its fault */
     std::deque<open_batch> open;
     std::vector<outgoing_batch> stored;
     std::vector<std::pair<std::string, std::string>> states; /**< with their boards */

@@ -212,7 +212,7 @@ TEST_F(publisher_test, repeats_a_batch_that_was_refused_after_a_pause)
     EXPECT_THAT(stored(), ElementsAre("door/S/0", "door/S/1"));
 }
 
-TEST_F(publisher_test, publishes_nothing_else_during_the_pause)
+TEST_F(publisher_test, goes_on_with_other_boards_during_the_pause)
 {
     add("door", 0, 2);
     add("gate", 0, 2);
@@ -221,9 +221,23 @@ TEST_F(publisher_test, publishes_nothing_else_during_the_pause)
     target.answer(true);
     add("wall", 0, 1);
     batches->run();
-    EXPECT_THAT(open(), IsEmpty());
+    EXPECT_THAT(open(), testing::UnorderedElementsAre("gate/S/1", "wall/S/0"));
     run_after(500ms);
     EXPECT_THAT(open(), testing::UnorderedElementsAre("door/S/0", "gate/S/1", "wall/S/0"));
+}
+
+TEST_F(publisher_test, drops_batches_that_are_too_large_for_the_broker)
+{
+    add("door", 0, 2);
+    target.most = batch_of("door", 0).size() - 1;
+    batches->run();
+    EXPECT_THAT(open(), IsEmpty());
+    EXPECT_EQ(batches->counted().too_large, 2U);
+    EXPECT_EQ(batches->waiting(), 0U);
+    target.most += 1;
+    add("door", 2, 3);
+    batches->run();
+    EXPECT_THAT(open(), ElementsAre("door/S/2"));
 }
 
 TEST_F(publisher_test, waits_until_the_broker_is_ready)
