@@ -100,7 +100,7 @@ std::vector<std::string_view> split_messages(std::string_view bytes, uint64_t fr
     size_t begin = 0;
     while (const auto next = parser.next())
     {
-        if (!next->header.contains("result_info") || next->position != begin)
+        if (!next->header.contains("result_info") || next->position != begin || bytes[begin] != '{')
         {
             throw bad_batch("A message of the batch is not a frame.");
         }

@@ -27,6 +27,7 @@ batch_order::verdict batch_order::add(const batch_header &arrived)
     const bool is_first_of_all = session_.empty();
     if (!follows)
     {
+        found.unfinished = !ended_;
         begin(arrived);
         found.begins = true;
     }
@@ -36,6 +37,7 @@ batch_order::verdict batch_order::add(const batch_header &arrived)
         found.lost_batches = arrived.number - next_number_;
         found.lost_frames = arrived.first - std::min(next_first_, arrived.first);
     }
+    ended_ = arrived.end.has_value();
     next_number_ = arrived.number + 1;
     next_first_ = arrived.first + arrived.frames;
     return found;

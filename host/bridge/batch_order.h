@@ -21,6 +21,7 @@ public:
     struct verdict
     {
         bool repeated = false;     /**< it was there before: to be dropped */
+        bool unfinished = false;   /**< the session before it has not ended, as far as batches show */
         bool begins = false;       /**< it is the first one of its session that has arrived */
         uint64_t lost_batches = 0; /**< before it, in its session */
         uint64_t lost_frames = 0;  /**< in these */
@@ -35,6 +36,7 @@ private:
 
     std::string session_;          /**< the current one; empty before the first batch */
     std::deque<std::string> past_; /**< the ones before it, some of them */
+    bool ended_ = true;            /**< its last batch has arrived */
     uint64_t next_number_ = 0;     /**< of the batch that is expected */
     uint64_t next_first_ = 0;      /**< frames of the session before it */
 };

@@ -42,7 +42,7 @@ std::string new_session_name(const event_loop &loop)
     std::random_device source;
     std::array<char, 9> number{};
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg): a number of fixed length
-    std::snprintf(number.data(), number.size(), "%08x", source());
+    (void)std::snprintf(number.data(), number.size(), "%08x", source());
     return utc_text(loop.utc(loop.now())) + "-" + number.data();
 }
 

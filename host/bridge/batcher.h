@@ -50,6 +50,12 @@ public:
     void begin(const segment &next) override;
     void add(const std::shared_ptr<const frame> &received) override;
 
+    /** Has the next batch describe the session again, because this one was lost. */
+    void describe_again() noexcept
+    {
+        described_ = {};
+    }
+
     /** Completes the last batch of the session. @param reason  why it has ended */
     void end(const std::string &reason);
 

@@ -161,6 +161,10 @@ void bridge_board::publish(const std::string &bytes, uint64_t frames)
             context_.report(state_.board + ": frames are dropped, because the spool is full");
         }
         state_.dropped += frames;
+        if (batcher_ != nullptr)
+        {
+            batcher_->describe_again();
+        }
         return;
     }
     context_.batches.run();

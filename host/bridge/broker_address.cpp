@@ -68,10 +68,17 @@ std::optional<utc_moment> read_time(std::string_view text)
     const char *end = rest;
     if (fraction_text.starts_with('.'))
     {
-        const auto [stop, failure] = std::from_chars(rest, rest + fraction_text.size(), fraction);
+        const auto [stop, failure] =
+            std::from_chars(rest, rest + fraction_text.size(), fraction, std::chars_format::fixed);
         end = failure == std::errc() ? stop : rest;
     }
     if (std::string_view(end) != "Z")
+    {
+        return std::nullopt;
+    }
+    constexpr int first_year = 70;
+    constexpr int last_year = 200;
+    if (parts.tm_year < first_year || parts.tm_year > last_year)
     {
         return std::nullopt;
     }

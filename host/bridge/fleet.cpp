@@ -113,7 +113,19 @@ fleet read_fleet(const broker_address &where, const std::string &site, const bro
     fleet found;
     for (const auto &name : site.empty() ? read_sites(*streams) : std::vector<std::string>{site})
     {
-        subscriptions.push_back(add_site(*streams, name, found));
+        try
+        {
+            subscriptions.push_back(add_site(*streams, name, found));
+        }
+        catch (const broker_error &)
+        {
+            if (!site.empty())
+            {
+                throw;
+            }
+            // Another program's stream with such a name.
+            ++found.unreadable;
+        }
     }
     std::ranges::sort(found.boards, {},
                       [](const decoded_state &one) { return std::tie(one.site, one.state.board); });

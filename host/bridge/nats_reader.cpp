@@ -17,6 +17,9 @@ using namespace std::chrono_literals;
 /** Most bytes of batches that wait to be taken; a single one can be larger. */
 constexpr size_t most_bytes = size_t{8} << 20U;
 
+/** Bytes of memory that a batch needs beside its own. */
+constexpr size_t batch_overhead = 256;
+
 /** How long to wait for a message at a time, in milliseconds. */
 constexpr int64_t wait_time = 200;
 
@@ -62,7 +65,7 @@ std::optional<stored_batch> nats_reader::take()
         }
         taken = std::move(batches_.front());
         batches_.pop_front();
-        bytes_ -= taken->bytes.size();
+        bytes_ -= taken->bytes.size() + batch_overhead;
     }
     changed_.notify_one();
     return taken;
@@ -107,6 +110,12 @@ void nats_reader::read_stream()
     {
         find_begin(*streams);
     }
+    if (state_of(*streams).last < last_read_)
+    {
+        // The server has lost the stream that was read, and has another one.
+        last_read_ = last_old_ = 0;
+        begin_time_ = 1;
+    }
     subscription = subscribe(*streams);
     {
         const std::scoped_lock lock(mutex_);
@@ -123,6 +132,11 @@ void nats_reader::read_stream()
 /** Finds out where to begin, and what was stored before. */
 void nats_reader::find_begin(jsCtx &streams)
 {
+    if (state_of(streams).messages == 0)
+    {
+        // Not asked for its last message: some servers cannot answer that.
+        refuse_board();
+    }
     natsMsg *found = nullptr;
     jsErrCode code{};
     const auto subject = names_.frames_of(where_.board);
@@ -131,8 +145,7 @@ void nats_reader::find_begin(jsCtx &streams)
     const nats_message last(found);
     if (status == NATS_NOT_FOUND || code == JSStreamNotFoundErr)
     {
-        throw broker_error("There are no frames of board " + where_.board + " at site " + where_.site +
-                           ". \"vantor fleet " + to_string(where_.broker) + "\" lists what there is.");
+        refuse_board();
     }
     require(status, "ask for the frames of board " + where_.board);
     if (where_.from)
@@ -142,6 +155,28 @@ void nats_reader::find_begin(jsCtx &streams)
     }
     begin_time_ = natsMsg_GetTime(found) - lead_time.count();
     last_old_ = natsMsg_GetSequence(found);
+}
+
+/** What the server has in the stream; nothing if there is no such stream. */
+nats_reader::stream_state nats_reader::state_of(jsCtx &streams) const
+{
+    jsStreamInfo *found = nullptr;
+    jsErrCode code{};
+    const auto status = js_GetStreamInfo(&found, &streams, names_.frames_stream.c_str(), nullptr, &code);
+    const std::unique_ptr<jsStreamInfo, nats_deleter<jsStreamInfo_Destroy>> info(found);
+    if (status == NATS_NOT_FOUND || code == JSStreamNotFoundErr)
+    {
+        return {};
+    }
+    require(status, "ask for the frames of board " + where_.board);
+    return {.messages = info->State.Msgs, .last = info->State.LastSeq};
+}
+
+/** Throws the failure that there is no such board. */
+void nats_reader::refuse_board() const
+{
+    throw broker_error("There are no frames of board " + where_.board + " at site " + where_.site +
+                       ". \"vantor fleet " + to_string(where_.broker) + "\" lists what there is.");
 }
 
 /** Subscribes to what was not read yet. */
@@ -202,7 +237,7 @@ void nats_reader::add(natsMsg &received)
     {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [this] { return stop_ || bytes_ < most_bytes; });
-        bytes_ += added.bytes.size();
+        bytes_ += added.bytes.size() + batch_overhead;
         batches_.push_back(std::move(added));
     }
     last_read_ = sequence;

@@ -62,9 +62,18 @@ public:
     [[nodiscard]] std::string fault() const;
 
 private:
+    /** What a stream has. */
+    struct stream_state
+    {
+        uint64_t messages = 0;
+        uint64_t last = 0; /**< the number of the last one */
+    };
+
     void work();
     void read_stream();
     void find_begin(jsCtx &streams);
+    [[nodiscard]] stream_state state_of(jsCtx &streams) const;
+    [[noreturn]] void refuse_board() const;
     nats_subscription subscribe(jsCtx &streams) const;
     bool read_next(natsSubscription &subscription);
     void add(natsMsg &received);

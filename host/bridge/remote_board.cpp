@@ -56,10 +56,19 @@ remote_board::remote_board(remote_board_address where, const broker_security &se
 
 nlohmann::ordered_json remote_board::identity() const
 {
-    auto about = session_->server;
-    if (const auto version = about.find("server_version"); version != about.end() && version->is_string())
+    nlohmann::ordered_json about;
+    // Not others, which would change what the server says about itself.
+    for (const auto *name :
+         {"server_version", "sensor", "sensor_count", "connected_sensors", "ticks_per_second", "board"})
     {
-        *version = version->get<std::string>() + " (bridge)";
+        if (const auto found = session_->server.find(name); found != session_->server.end())
+        {
+            about[name] = *found;
+        }
+    }
+    if (auto &version = about["server_version"]; version.is_string())
+    {
+        version = version.get<std::string>() + " (bridge)";
     }
     about["protocol_version"] = protocol_version;
     return about;
@@ -78,6 +87,11 @@ const nlohmann::json &remote_board::metadata() const
 void remote_board::begin()
 {
     fill();
+    if (ready_.empty() && !described_)
+    {
+        // Another session has begun that nothing describes yet.
+        return;
+    }
     session_ = ready_.empty() ? described_ : ready_.front()->session;
     session_name_ = ready_.empty() ? described_name_ : ready_.front()->content.header.session;
 }
@@ -131,6 +145,11 @@ bool remote_board::has_ended()
 /** Reads what has arrived, until there are frames to take. */
 void remote_board::fill()
 {
+    if (auto fault = reader_.fault(); session_ && fault != fault_)
+    {
+        report_("broker: " + (fault.empty() ? "connected again" : fault));
+        fault_ = std::move(fault);
+    }
     while (ready_.empty())
     {
         auto stored = reader_.take();
@@ -163,6 +182,13 @@ void remote_board::add(stored_batch stored)
     }
     describe(header, found.begins);
     stored.bytes.clear();
+    if (session_ && !described_)
+    {
+        lost_ += found.lost_frames + header.frames;
+        report_("Board " + where_.board + ": " + std::to_string(header.frames) +
+                " frames cannot be used, because the description of their session is missing.");
+        return;
+    }
     if (!described_ || !is_wanted(header, stored))
     {
         return;
@@ -209,6 +235,10 @@ bool remote_board::is_wanted(const batch_header &header, const stored_batch &sto
 void remote_board::note_loss(const batch_order::verdict &found)
 {
     lost_ += found.lost_frames;
+    if (found.unfinished)
+    {
+        report_("Board " + where_.board + ": the end of its last session is missing, perhaps with frames.");
+    }
     if (found.lost_batches > 0)
     {
         report_("Board " + where_.board + ": " + std::to_string(found.lost_batches) + " batches with " +

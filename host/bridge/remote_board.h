@@ -79,6 +79,7 @@ private:
     std::string session_name_;
     std::shared_ptr<const batch_session> described_; /**< of the batches that arrive; null if not known */
     std::string described_name_;
+    std::string fault_; /**< of the broker, as reported last */
     uint64_t lost_ = 0; /**< frames between bridge and here, in the session that arrives */
 };
 

@@ -65,7 +65,7 @@ std::string word_for(const decoded_state &one, double now)
 std::string rounded(double value)
 {
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f", value); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    (void)std::snprintf(text.data(), text.size(), "%.1f", value); // NOLINT(cppcoreguidelines-pro-type-vararg)
     return text.data();
 }
 
