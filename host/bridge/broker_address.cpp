@@ -120,11 +120,11 @@ remote_board_address parse_remote_board_address(std::string_view text)
         refuse(text, board_forms);
     }
     const auto at = text.find('@', second);
-    const remote_board_address where{.broker = parse_broker_address(text.substr(0, slash)),
-                                     .site = std::string(text.substr(slash + 1, second - slash - 1)),
-                                     .board = std::string(text.substr(second + 1, at - second - 1)),
-                                     .from = at == std::string_view::npos ? std::nullopt
-                                                                          : read_time(text.substr(at + 1))};
+    remote_board_address where{.broker = parse_broker_address(text.substr(0, slash)),
+                               .site = std::string(text.substr(slash + 1, second - slash - 1)),
+                               .board = std::string(text.substr(second + 1, at - second - 1)),
+                               .from = at == std::string_view::npos ? std::nullopt
+                                                                    : read_time(text.substr(at + 1))};
     const bool valid = is_batch_name(where.site) && is_batch_name(where.board) &&
                        where.from.has_value() == (at != std::string_view::npos);
     if (!valid)

@@ -134,7 +134,7 @@ std::string environment(const char *name)
 } // namespace
 
 client::link_factory links_to_remote_board(const std::string &text, const broker_security &security,
-                                           std::shared_ptr<event_loop> loop,
+                                           const std::shared_ptr<event_loop> &loop,
                                            std::function<void(const std::string &line)> report)
 {
     const auto tell = [loop, report = std::move(report)](const std::string &line) {

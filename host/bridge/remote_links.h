@@ -26,7 +26,7 @@ namespace vantor
  * @throws address_error if the address is not valid
  */
 client::link_factory links_to_remote_board(const std::string &text, const broker_security &security,
-                                           std::shared_ptr<event_loop> loop,
+                                           const std::shared_ptr<event_loop> &loop,
                                            std::function<void(const std::string &line)> report);
 
 /** What the environment says about security: NATS_CA, NATS_CERT, NATS_KEY and NATS_CREDS, as the tools of

@@ -107,8 +107,8 @@ std::span<std::byte> bytes_of(record_header &header)
 
 } // namespace
 
-spool::spool(std::filesystem::path directory, sizes wanted)
-    : path_(std::move(directory) / file_name), slot_size_(wanted.slot)
+spool::spool(const std::filesystem::path &directory, sizes wanted)
+    : path_(directory / file_name), slot_size_(wanted.slot)
 {
     open_file();
     try

@@ -56,7 +56,7 @@ public:
      *
      * @throws spool_error if that is not possible, another program uses it, or the disk has no room for it
      */
-    spool(std::filesystem::path directory, sizes wanted);
+    spool(const std::filesystem::path &directory, sizes wanted);
     spool(const spool &) = delete;
     spool &operator=(const spool &) = delete;
     spool(spool &&) = delete;
