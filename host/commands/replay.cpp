@@ -145,6 +145,12 @@ void serve_standard_streams(replay_service &service, const std::shared_ptr<event
     service.serve(host);
 }
 
+/** Where lines for the user go: with --stdio, standard output is the link. */
+std::ostream &notes_of(const replay_options &options, const command_streams &streams)
+{
+    return options.stdio ? streams.err : streams.out;
+}
+
 /** Serves a stream to hosts until all have been served, or a signal asks to stop. */
 exit_code serve(served_stream &stream, const replay_options &options, const command_streams &streams,
                 const std::shared_ptr<event_loop> &loop)
@@ -159,7 +165,7 @@ exit_code serve(served_stream &stream, const replay_options &options, const comm
     }
     if (interrupt_watch::interrupted())
     {
-        streams.out << "stopped; hosts served: " << service.served() << "\n";
+        notes_of(options, streams) << "stopped; hosts served: " << service.served() << "\n";
     }
     return exit_code::success;
 }
@@ -180,9 +186,10 @@ exit_code replay_recording(const replay_options &options, const command_streams 
     recorded_stream stream(recording, *loop, {.speed = options.speed.value_or(1.0), .started_again = [&] {
                                                   if (!std::exchange(announced, true))
                                                   {
-                                                      streams.out << "starts again after the last of "
-                                                                  << recording.frames() << " frames\n"
-                                                                  << std::flush;
+                                                      notes_of(options, streams)
+                                                          << "starts again after the last of "
+                                                          << recording.frames() << " frames\n"
+                                                          << std::flush;
                                                   }
                                               }});
     return serve(stream, options, streams, loop);

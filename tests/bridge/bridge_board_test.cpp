@@ -152,7 +152,7 @@ TEST_F(bridge_board_test, passes_frames_on)
     ASSERT_NE(session[0].header.content, nullptr);
     EXPECT_EQ(session[0].header.content->metadata, example_session().metadata);
     EXPECT_EQ(session[0].header.content->server["board"],
-              nlohmann::ordered_json({{"name", "Ceiling"}, {"id", "A17"}}));
+              nlohmann::ordered_json({{"id", "A17"}, {"name", "Ceiling"}}));
     EXPECT_EQ(session[1].header.frames, 0U);
     EXPECT_EQ(session[1].header.end, "the bridge was stopped");
     EXPECT_THAT(lines, ElementsAre("door: measuring"));
