@@ -62,7 +62,7 @@ std::string fault_in(natsMsg *received, const std::string &stream)
     }
     const auto reason = failure->is_object() ? failure->value("description", nlohmann::json()) : *failure;
     return "the server refused a batch: " +
-           (reason.is_string() ? reason.get<std::string>() : "it tells no reason");
+           (reason.is_string() ? reason.get<std::string>() : "it gives no reason");
 }
 
 /** A subject for answers that no other program uses. */

@@ -172,7 +172,7 @@ nats_reader::stream_state nats_reader::state_of(jsCtx &streams) const
     return {.messages = info->State.Msgs, .last = info->State.LastSeq};
 }
 
-/** Throws the failure that there is no such board. */
+/** Throws an error: there is no such board. */
 void nats_reader::refuse_board() const
 {
     throw broker_error("There are no frames of board " + where_.board + " at site " + where_.site +

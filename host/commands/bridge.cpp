@@ -193,6 +193,8 @@ void require_complete(const bridge_options &options)
         throw usage_error("--site must be 1 to 64 letters, digits, \"-\" and \"_\", not \"" + options.site +
                           "\"");
     }
+    // Before the spool takes its place on the disk.
+    (void)parse_broker_address(options.broker);
     require_complete(options.security);
 }
 

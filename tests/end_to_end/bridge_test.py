@@ -222,7 +222,10 @@ class WrongOptions(unittest.TestCase):
             self.expect_usage_error("cannot be the name", *good, "--connect", "a b=tcp:a:1")
             self.expect_usage_error("--site must be", *good[:2], "--site", "my hall", "--connect", "tcp:a:1")
             self.expect_usage_error("need each other", *good, "--connect", "tcp:a:1", "--tls-cert", "c.pem")
-            self.expect_usage_error("not a valid address", "amqp:localhost", *good[1:], "--connect", "tcp:a:1")
+            spool = os.path.join(os.path.dirname(file.name), "never-created")
+            self.expect_usage_error("not a valid address", "amqp:localhost", *good[1:], "--connect", "tcp:a:1",
+                                    "--spool", spool)
+            self.assertFalse(os.path.exists(spool))
 
 
 if __name__ == "__main__":
