@@ -87,14 +87,14 @@ private:
     double ticks_ = 4.2e9;
 };
 
-struct link
+struct clock_link
 {
     double ticks_per_second;
     double ppm;
     double jitter;
 };
 
-class board_clock_with : public testing::TestWithParam<link>
+class board_clock_with : public testing::TestWithParam<clock_link>
 {
 };
 
@@ -126,8 +126,9 @@ TEST_P(board_clock_with, contains_the_true_time_of_every_tick)
 }
 
 INSTANTIATE_TEST_SUITE_P(all, board_clock_with,
-                         testing::Values(link{1e6, 50.0, 0.0}, link{1e6, 50.0, 0.02}, link{1e6, 199.0, 0.001},
-                                         link{1e9, 50.0, 0.02}, link{1000.0, 50.0, 0.02}));
+                         testing::Values(clock_link{1e6, 50.0, 0.0}, clock_link{1e6, 50.0, 0.02},
+                                         clock_link{1e6, 199.0, 0.001}, clock_link{1e9, 50.0, 0.02},
+                                         clock_link{1000.0, 50.0, 0.02}));
 
 TEST(board_clock, is_as_exact_as_the_shortest_round_trip_and_the_drift_since_then)
 {

@@ -1257,12 +1257,12 @@ TEST_F(client_time, gives_the_time_since_the_first_frame)
     for (int stream = 0; stream < 2; ++stream)
     {
         host.start();
-        for (const double seconds : {0.0, 0.5, 1.5, 3001.5})
+        for (const double time_s : {0.0, 0.5, 1.5, 3001.5})
         {
             const auto received = host.receive_frame(0ms).value();
-            EXPECT_DOUBLE_EQ(received.items()[0].seconds, seconds);
-            EXPECT_DOUBLE_EQ(received.items()[1].seconds, seconds + 0.25);
-            EXPECT_DOUBLE_EQ(received.items()[2].seconds, seconds + 0.5);
+            EXPECT_DOUBLE_EQ(received.items()[0].seconds, time_s);
+            EXPECT_DOUBLE_EQ(received.items()[1].seconds, time_s + 0.25);
+            EXPECT_DOUBLE_EQ(received.items()[2].seconds, time_s + 0.5);
         }
     }
 }
@@ -1274,9 +1274,9 @@ TEST_F(client_time, gives_the_time_of_frames_before_the_answer_to_stop)
     host.configure(example_session().configuration);
     host.start();
     EXPECT_TRUE(host.receive_frame(0ms));
-    std::vector<double> seconds;
-    host.stop([&](frame &&received) { seconds.push_back(received.items()[0].seconds); });
-    EXPECT_THAT(seconds, ElementsAre(0.02, 0.04, 0.06));
+    std::vector<double> times_s;
+    host.stop([&](frame &&received) { times_s.push_back(received.items()[0].seconds); });
+    EXPECT_THAT(times_s, ElementsAre(0.02, 0.04, 0.06));
 }
 
 TEST_F(client_time, gives_distances_with_every_frame)

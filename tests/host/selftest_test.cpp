@@ -82,7 +82,7 @@ private:
 };
 
 /** More frames than arrive within any time-out. */
-constexpr int many = 1000;
+constexpr int many_frames = 1000;
 
 /** The answer that a command was executed, with additional members. */
 json plain_answer(const json &command, const json &members = json::object())
@@ -170,7 +170,7 @@ TEST_F(selftest_test, continues_after_a_stream_that_does_not_stop)
         host.send(plain_answer(command), "");
         send_frames(host, 3);
     });
-    server.on("stop", [this](host_connection &host, const json &) { send_frames(host, many); });
+    server.on("stop", [this](host_connection &host, const json &) { send_frames(host, many_frames); });
     server.on("bing", [](host_connection &host, const json &) {
         host.send({{"status", "error"}, {"code", "unknown_command"}, {"payload_size", 0}}, "");
     });
@@ -196,7 +196,7 @@ TEST_F(selftest_test, fails_statistics_that_never_arrive_between_frames)
             server.on("start", [this](host_connection &streaming, const json &start) {
                 streaming.send(plain_answer(start), "");
                 server.on("stats", stay_silent);
-                send_frames(streaming, many);
+                send_frames(streaming, many_frames);
             });
         }
     });
@@ -215,7 +215,7 @@ TEST_F(selftest_test, fails_an_answer_that_never_ends)
         send_frames(host, 1);
     });
     server.on("stop", [this](host_connection &host, const json &) {
-        for (int i = 0; i < many; ++i)
+        for (int i = 0; i < many_frames; ++i)
         {
             server.pause(50ms);
             host.send("x");

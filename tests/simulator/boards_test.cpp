@@ -48,7 +48,7 @@ TEST(boards, see_a_scene_at_the_time_of_its_clock)
     EXPECT_EQ(info.temperature, 40) << "before the first frame";
     scene_time_us = 3000000;
     EXPECT_EQ(sensor.measure().result.temperature, 50);
-    zet_simulator_virtual_clock().sleep_until_us(zet_simulator_virtual_clock().now_us() + 1000000);
+    advance_us(1000000);
     EXPECT_EQ(sensor.measure().result.temperature, 60) << "a second after the first frame";
 }
 
@@ -68,7 +68,7 @@ TEST(boards, with_a_wrong_clock_see_a_scene_at_its_own_time)
         EXPECT_EQ(sensor.measure().result.temperature, 50);
         // In a second of the scene the clock advances by two seconds, or by half a second.
         const auto second_us = static_cast<uint64_t>(1000000 * (1.0 + error));
-        zet_simulator_virtual_clock().sleep_until_us(zet_simulator_virtual_clock().now_us() + second_us);
+        advance_us(second_us);
         EXPECT_EQ(sensor.measure().result.temperature, 60) << error;
     }
 }
@@ -83,7 +83,7 @@ TEST(boards, see_the_beginning_of_a_scene_that_has_not_started)
     simulated_sensor sensor;
     ASSERT_TRUE(sensor.prepare());
     EXPECT_EQ(sensor.measure().result.temperature, 20);
-    zet_simulator_virtual_clock().sleep_until_us(zet_simulator_virtual_clock().now_us() + 6000000);
+    advance_us(6000000);
     EXPECT_EQ(sensor.measure().result.temperature, 30);
 }
 

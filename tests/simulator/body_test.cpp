@@ -46,7 +46,7 @@ std::vector<double> distances(const zet_simulator_scene_t &scene, uint32_t targe
 }
 
 /** Amplitude of the sine of a frequency in values over a multiple of its period. */
-double amplitude_at(const std::vector<double> &values, double turns)
+double sine_amplitude(const std::vector<double> &values, double turns)
 {
     double sine = 0.0;
     double cosine = 0.0;
@@ -78,9 +78,9 @@ TEST(body, the_heart_moves_the_chest_far_less_than_the_breath)
         scene_with_body(R"("kind": "breathing", "distance_m": 1, "variability": 0)");
     const std::vector<double> minute = distances(scene, 0, 0.02, 3000);
     // 15 breaths and 66 heartbeats in a minute; the heart moves by 0.5 mm from end to end.
-    EXPECT_NEAR(amplitude_at(minute, 66.0 / 3000.0), 0.00025, 0.00001);
+    EXPECT_NEAR(sine_amplitude(minute, 66.0 / 3000.0), 0.00025, 0.00001);
     // The first term of half a cosine each way of 40 and 60 % is 0.4968 of 8 mm, by numeric integration.
-    EXPECT_NEAR(amplitude_at(minute, 15.0 / 3000.0), 0.008 * 0.4968, 0.00002);
+    EXPECT_NEAR(sine_amplitude(minute, 15.0 / 3000.0), 0.008 * 0.4968, 0.00002);
     EXPECT_EQ(scene.targets[0].strength_m2, 0.5F);
 }
 

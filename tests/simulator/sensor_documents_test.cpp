@@ -21,7 +21,7 @@
 namespace
 {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 json read(const char *name)
 {
@@ -30,7 +30,7 @@ json read(const char *name)
 }
 
 /** The schema of a member of a configuration. */
-const json &definition(const std::string &name)
+const json &configuration_definition(const std::string &name)
 {
     static const json schema = read("configuration.schema.json");
     return schema["$defs"][name];
@@ -94,7 +94,7 @@ using member_values = std::map<std::string, json>;
 /** A member's value as a number. For a string this is its index in the schema. */
 double number(const std::string &name, const json &value)
 {
-    const auto words = definition(name).value("enum", std::vector<std::string>());
+    const auto words = configuration_definition(name).value("enum", std::vector<std::string>());
     const auto word = std::find(words.begin(), words.end(), value);
     return word != words.end()  ? static_cast<double>(word - words.begin())
            : value.is_boolean() ? static_cast<double>(value.get<bool>())
@@ -155,9 +155,9 @@ std::optional<std::pair<double, double>> limits(const json &member)
 TEST(sensor_documents, have_the_limits_of_the_simulator)
 {
     int tested = 0;
-    for (const auto &[name, reference] : definition("config")["properties"].items())
+    for (const auto &[name, reference] : configuration_definition("config")["properties"].items())
     {
-        const json &member = definition(name);
+        const json &member = configuration_definition(name);
         const auto range = limits(member);
         EXPECT_EQ(range.has_value(), member["type"] != "boolean") << name;
         if (!range)
@@ -188,7 +188,7 @@ TEST(sensor_documents, have_the_farthest_points_of_the_simulator)
         EXPECT_TRUE(accepts({{"prf", prf}, {"num_points", 1}, {"start_point", farthest}})) << prf;
         EXPECT_FALSE(accepts({{"prf", prf}, {"num_points", 1}, {"start_point", farthest + 1}})) << prf;
     }
-    EXPECT_EQ(figure("farthest_point").size(), definition("prf")["enum"].size());
+    EXPECT_EQ(figure("farthest_point").size(), configuration_definition("prf")["enum"].size());
 }
 
 TEST(sensor_documents, have_the_largest_frame_of_the_simulator)
@@ -211,7 +211,7 @@ TEST(sensor_documents, have_the_sizes_of_the_headers)
 {
     EXPECT_EQ(figure("sample_bytes"), sizeof(zet_int16_complex_t));
     EXPECT_EQ(figure("calibration_bytes"), sizeof(zet_cal_result_t));
-    EXPECT_EQ(definition("subsweeps")["maxItems"], ZET_MAX_NUM_SUBSWEEPS);
+    EXPECT_EQ(configuration_definition("subsweeps")["maxItems"], ZET_MAX_NUM_SUBSWEEPS);
     const auto digits = std::to_string(2 * sizeof(zet_cal_result_t));
     const json schema = read("configuration.schema.json");
     EXPECT_EQ(schema["properties"]["calibration_info"]["items"]["properties"]["data"]["pattern"],
@@ -261,11 +261,11 @@ outcome measure(const member_values &members, const zet_simulator_scene_t *scene
 TEST(sensor_documents, have_the_defaults_of_the_simulator)
 {
     member_values defaults;
-    for (const auto &[name, reference] : definition("config")["properties"].items())
+    for (const auto &[name, reference] : configuration_definition("config")["properties"].items())
     {
         if (name != "subsweeps")
         {
-            defaults[name] = definition(name)["default"];
+            defaults[name] = configuration_definition(name)["default"];
         }
     }
     const auto expected = measure({});
@@ -288,7 +288,7 @@ double sweep_us(const std::string &prf, int points, int subsweeps, const std::st
 
 TEST(sensor_documents, have_the_sweep_times_of_the_simulator)
 {
-    for (const std::string prf : definition("prf")["enum"])
+    for (const std::string prf : configuration_definition("prf")["enum"])
     {
         for (const int points : {1, 160})
         {
@@ -365,7 +365,7 @@ TEST(sensor_documents, have_the_pulse_widths_of_the_simulator)
         }
         EXPECT_NEAR(found, width.get<double>(), 0.01 * width.get<double>()) << profile;
     }
-    EXPECT_EQ(figure("pulse_width").size(), definition("profile")["maximum"]);
+    EXPECT_EQ(figure("pulse_width").size(), configuration_definition("profile")["maximum"]);
 }
 
 /** The dip between the echoes of two equal targets, with points every quarter of the pulse width, in dB. */

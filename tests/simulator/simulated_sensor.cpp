@@ -35,6 +35,16 @@ void collect(zet_log_level_t, const char *module, const char *text)
 
 } // namespace
 
+uint64_t now_us()
+{
+    return zet_simulator_virtual_clock().now_us();
+}
+
+void advance_us(uint64_t duration_us)
+{
+    zet_simulator_virtual_clock().sleep_until_us(now_us() + duration_us);
+}
+
 simulation::simulation(uint16_t sensor_count, const zet_simulator_scene_t *scene, uint64_t seed,
                        zet_simulator_clock_t clock, bool (*wait_until_us)(uint64_t),
                        zet_simulator_observer_t observer)

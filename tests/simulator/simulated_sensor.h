@@ -15,6 +15,12 @@
 #include "zet_simulator.h"
 #include "zet_vantor_server.h"
 
+/** The virtual clock, in microseconds. */
+uint64_t now_us();
+
+/** Lets time pass on the virtual clock. */
+void advance_us(uint64_t duration_us);
+
 /** A simulator that runs during the lifetime of the object, with its own memory. Collects the log. */
 class simulation
 {

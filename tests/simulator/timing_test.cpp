@@ -13,16 +13,6 @@
 namespace
 {
 
-uint64_t now_us()
-{
-    return zet_simulator_virtual_clock().now_us();
-}
-
-void advance_us(uint64_t duration_us)
-{
-    zet_simulator_virtual_clock().sleep_until_us(now_us() + duration_us);
-}
-
 /** Duration of a frame, from measure to interrupt, in microseconds. */
 double frame_time_us(const simulated_sensor &sensor)
 {

@@ -15,16 +15,6 @@
 namespace
 {
 
-uint64_t virtual_now_us()
-{
-    return zet_simulator_virtual_clock().now_us();
-}
-
-void advance_us(uint64_t duration_us)
-{
-    zet_simulator_virtual_clock().sleep_until_us(virtual_now_us() + duration_us);
-}
-
 /** Turns of the phase while a target moves by one metre. */
 constexpr double turns_per_metre = 400.0;
 
@@ -121,7 +111,7 @@ slow_computer computer;
 uint64_t slow_now_us()
 {
     advance_us(1 + computer.calls++ * 37 % 100);
-    return virtual_now_us();
+    return now_us();
 }
 
 void slow_sleep_until_us(uint64_t time_us)
@@ -144,7 +134,7 @@ struct paced_frame
 };
 
 /** The frames of two sensors, one after the other. */
-using paced_frames = std::vector<paced_frame>;
+using pair_frames = std::vector<paced_frame>;
 
 /** Two sensors that measure at a frame rate. */
 class pair_of_sensors
@@ -157,9 +147,9 @@ public:
     }
 
     /** Measures with all sensors of a group at the same time, and with the groups one after the other. */
-    paced_frames measure(const std::vector<std::vector<size_t>> &groups)
+    pair_frames measure(const std::vector<std::vector<size_t>> &groups)
     {
-        paced_frames frames;
+        pair_frames frames;
         for (size_t i = 0; i < frame_count; ++i)
         {
             for (const auto &group : groups)
@@ -182,13 +172,13 @@ private:
         return sensor;
     }
 
-    void measure_group(const std::vector<size_t> &group, paced_frames &frames)
+    void measure_group(const std::vector<size_t> &group, pair_frames &frames)
     {
         const size_t first = frames.size();
         for (const size_t each : group)
         {
             EXPECT_TRUE(zet_sensor_measure(sensors_[each]->sensor)) << simulation::log();
-            frames.push_back({{}, false, virtual_now_us()});
+            frames.push_back({{}, false, now_us()});
         }
         for (const size_t each : group)
         {
@@ -225,8 +215,8 @@ const std::vector<std::vector<size_t>> two_groups = {{0}, {1}};
 size_t compare_clocks(const std::vector<std::vector<size_t>> &groups, uint64_t longest_sleep_us)
 {
     computer = {0, longest_sleep_us};
-    const paced_frames slow = pair_of_sensors(slow_clock).measure(groups);
-    const paced_frames ideal = pair_of_sensors(zet_simulator_virtual_clock()).measure(groups);
+    const pair_frames slow = pair_of_sensors(slow_clock).measure(groups);
+    const pair_frames ideal = pair_of_sensors(zet_simulator_virtual_clock()).measure(groups);
     size_t on_time = 0;
     for (size_t i = 0; i < ideal.size(); ++i)
     {
@@ -255,10 +245,10 @@ TEST(world, a_late_frame_shows_the_scene_at_its_real_moment)
     computer = {};
     const simulation simulation(1, &scene, 1, slow_clock);
     point_sensor sensor(1, frame_rate);
-    const uint64_t start_us = virtual_now_us();
+    const uint64_t start_us = now_us();
     const std::complex<float> before = sensor.point();
     advance_us(1000000);
-    const uint64_t late_us = virtual_now_us();
+    const uint64_t late_us = now_us();
     frame measured = sensor.measure();
     EXPECT_TRUE(measured.result.frame_delayed);
     const double moved_m = 0.01e-6 * static_cast<double>(late_us - start_us);
