@@ -241,6 +241,9 @@ struct known_key_t
 /** Most bytes of a known key. */
 constexpr uint32_t longest_known_key = 8 * stride;
 
+/** Most bytes before a value: a comma, a known key in quotation marks, and a colon. */
+constexpr uint32_t most_before_value = 1 + longest_known_key + 3;
+
 /** No key of a document is at this address. */
 constexpr char no_key[] = "";
 
@@ -288,11 +291,10 @@ inline char *end_key(char *out)
     return put(writer, put_rest(writer, out, rest), ':');
 }
 
-/** Writes a key, and notes it at its place in the object. */
+/** Writes a key, and notes it at its place in the object. Room for a known key was reserved. */
 [[gnu::noinline]] char *put_new_key(document_t &document, char *out, const char *key, uint32_t place)
 {
     const char *const begin = key != nullptr ? key : "";
-    out = reserve(document.writer, out, longest_known_key + 3);
     *out++ = '"';
     const char *rest = begin;
     uint32_t count = 0;
@@ -311,7 +313,7 @@ inline char *end_key(char *out)
     return is_plain ? end_key(out) : put_rest_of_key(document.writer, out, rest);
 }
 
-/** Writes the key of a member at a place of an object, and the colon. */
+/** Writes the key of a member at a place of an object, and the colon. Room for a known key was reserved. */
 inline char *put_key(document_t &document, char *out, const char *key, uint32_t place)
 {
     if (place >= document.key_count || document.keys[place].key != key)
@@ -319,7 +321,6 @@ inline char *put_key(document_t &document, char *out, const char *key, uint32_t 
         return put_new_key(document, out, key, place);
     }
     const uint32_t length = document.keys[place].length;
-    out = reserve(document.writer, out, longest_known_key + 3);
     *out++ = '"';
     copy(out, key, length);
     return end_key(out + length);
@@ -358,9 +359,10 @@ char *put_container(document_t &document, char *out, const cJSON *item)
     const cJSON *child = nullptr;
     cJSON_ArrayForEach(child, item)
     {
+        out = reserve(writer, out, most_before_value);
         if (place > 0)
         {
-            out = put(writer, out, ',');
+            *out++ = ',';
         }
         if (is_object)
         {

@@ -7,7 +7,7 @@ import sys
 from footprint import contains
 
 # Limits of the instructions of a message by number of items, without clear-channel assessment and with it.
-BOUNDS = {False: {1: 3600, 5: 9800, 10: 20500, 50: 80500}, True: {1: 5000, 5: 16500, 10: 34000, 50: 140000}}
+BOUNDS = {False: {1: 3600, 5: 9600, 10: 20500, 50: 80500}, True: {1: 5000, 5: 16500, 10: 34000, 50: 140000}}
 
 # The sessions with 10 and 50 items have 10 groups, the others 1. In each pair, the second has at least the groups, and
 # the items in a group, of the first one.
