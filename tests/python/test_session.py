@@ -167,7 +167,8 @@ def test_counts_the_frames_that_the_server_leaves_out():
         assert abs(last.number + last.missing - (last[0, 0].tick - first[0, 0].tick) / 2000) < 1
         assert last.missing >= 49
         assert max(frame.lost_before for frame in frames) >= 48
-        assert session.frames_left_out >= last.missing
+        # The last frame may be late by so much that one more seems to be missing.
+        assert session.frames_left_out >= last.missing - 1
 
 
 def test_a_forked_process_leaves_the_session_alone():
