@@ -3,8 +3,8 @@
  */
 #include "bridge/broker_address.h"
 
+#include <algorithm>
 #include <charconv>
-#include <ctime>
 #include <utility>
 
 #include "bridge/batch.h"
@@ -53,39 +53,62 @@ std::optional<std::pair<std::string, std::string_view>> split_host(std::string_v
     return std::pair(std::string(text.substr(skipped, end - skipped)), text.substr(end + skipped));
 }
 
-/** Reads a time in UTC; nothing if the text is not one. */
-std::optional<utc_moment> read_time(std::string_view text)
+/** Whether a text has the form of a pattern, in which "0" stands for any digit. */
+bool has_form(std::string_view text, std::string_view pattern)
 {
-    std::tm parts{};
-    const std::string copy(text);
-    const char *rest = ::strptime(copy.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
-    if (rest == nullptr)
+    return std::ranges::equal(text, pattern, [](char c, char expected) {
+        return expected == '0' ? c >= '0' && c <= '9' : c == expected;
+    });
+}
+
+/** The number that some digits are. */
+int number_of(std::string_view digits)
+{
+    int number = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return number;
+}
+
+/** Reads the end of a time, "Z" or ".123Z", with up to 9 digits; nothing if the text is not one. */
+std::optional<std::chrono::nanoseconds> read_fraction(std::string_view text)
+{
+    constexpr std::string_view nine_digits = "000000000";
+    if (text == "Z")
+    {
+        return std::chrono::nanoseconds(0);
+    }
+    if (!text.starts_with('.') || !text.ends_with('Z') || text.size() < 3)
     {
         return std::nullopt;
     }
-    const std::string_view fraction_text(rest);
-    double fraction = 0.0;
-    const char *end = rest;
-    if (fraction_text.starts_with('.'))
-    {
-        const auto [stop, failure] =
-            std::from_chars(rest, rest + fraction_text.size(), fraction, std::chars_format::fixed);
-        end = failure == std::errc() ? stop : rest;
-    }
-    if (std::string_view(end) != "Z")
+    std::string digits(text.substr(1, text.size() - 2));
+    digits.resize(std::max(digits.size(), nine_digits.size()), '0');
+    return has_form(digits, nine_digits) ? std::optional(std::chrono::nanoseconds(number_of(digits)))
+                                         : std::nullopt;
+}
+
+/** Reads a time in UTC from 1970 to 2100; nothing if the text is not one. */
+std::optional<utc_moment> read_utc(std::string_view text)
+{
+    using namespace std::chrono;
+    constexpr std::string_view seconds_form = "0000-00-00T00:00:00";
+    constexpr year first_year(1970);
+    constexpr year last_year(2100);
+    const auto whole = text.substr(0, seconds_form.size());
+    if (!has_form(whole, seconds_form))
     {
         return std::nullopt;
     }
-    constexpr int first_year = 70;
-    constexpr int last_year = 200;
-    if (parts.tm_year < first_year || parts.tm_year > last_year)
-    {
-        return std::nullopt;
-    }
-    const auto nanoseconds =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(fraction));
-    return utc_moment(std::chrono::system_clock::from_time_t(::timegm(&parts)).time_since_epoch()) +
-           nanoseconds;
+    const auto number_at = [whole](size_t at, size_t digits) { return number_of(whole.substr(at, digits)); };
+    const year_month_day date(year(number_at(0, 4)), month(static_cast<unsigned>(number_at(5, 2))),
+                              day(static_cast<unsigned>(number_at(8, 2))));
+    const hours hour(number_at(11, 2));
+    const minutes minute(number_at(14, 2));
+    const seconds second(number_at(17, 2));
+    const auto fraction = read_fraction(text.substr(whole.size()));
+    const bool valid = date.ok() && date.year() >= first_year && date.year() <= last_year && hour < days(1) &&
+                       minute < hours(1) && second < minutes(1) && fraction;
+    return valid ? std::optional(sys_days(date) + hour + minute + second + *fraction) : std::nullopt;
 }
 
 } // namespace
@@ -124,7 +147,7 @@ remote_board_address parse_remote_board_address(std::string_view text)
                                .site = std::string(text.substr(slash + 1, second - slash - 1)),
                                .board = std::string(text.substr(second + 1, at - second - 1)),
                                .from = at == std::string_view::npos ? std::nullopt
-                                                                    : read_time(text.substr(at + 1))};
+                                                                    : read_utc(text.substr(at + 1))};
     const bool valid = is_batch_name(where.site) && is_batch_name(where.board) &&
                        where.from.has_value() == (at != std::string_view::npos);
     if (!valid)
