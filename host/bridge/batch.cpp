@@ -32,17 +32,6 @@ bool is_name_character(char c) noexcept
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
 }
 
-/** Reads the name of a site or a board. */
-std::string read_name(const nlohmann::json &line, const char *name)
-{
-    auto text = text_member(line, name);
-    if (!is_batch_name(text))
-    {
-        throw bad_batch("The member \"" + std::string(name) + "\" of a batch is not a name.");
-    }
-    return text;
-}
-
 /** Reads a member that is an object. */
 const nlohmann::json &read_object(const nlohmann::json &line, const char *name)
 {
@@ -79,8 +68,8 @@ batch_header read_header(const nlohmann::json &line, size_t size)
     {
         throw bad_batch("The batch is not complete, or too long.");
     }
-    return {.site = read_name(line, "site"),
-            .board = read_name(line, "board"),
+    return {.site = name_member(line, "site"),
+            .board = name_member(line, "board"),
             .session = text_member(line, "session"),
             .number = count_member(line, "number"),
             .first = count_member(line, "first"),
@@ -153,6 +142,16 @@ std::string to_batch_name(std::string_view text)
     std::ranges::replace_if(
         name, [](char c) { return !is_name_character(c); }, '-');
     return name.empty() ? "board" : name;
+}
+
+std::string name_member(const nlohmann::json &document, const char *name)
+{
+    auto text = text_member(document, name);
+    if (!is_batch_name(text))
+    {
+        throw bad_batch("The member \"" + std::string(name) + "\" is not the name of a site or a board.");
+    }
+    return text;
 }
 
 std::string encode_batch(const batch_header &header, std::string_view messages)

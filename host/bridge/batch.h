@@ -71,6 +71,13 @@ bool is_batch_name(std::string_view text) noexcept;
 std::string to_batch_name(std::string_view text);
 
 /**
+ * Reads a member that is the name of a site or a board.
+ *
+ * @throws bad_batch if it is not one, protocol_error if it is missing or is not a string
+ */
+std::string name_member(const nlohmann::json &document, const char *name);
+
+/**
  * Encodes a batch.
  *
  * @param header    its first line

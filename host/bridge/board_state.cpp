@@ -3,6 +3,9 @@
  */
 #include "bridge/board_state.h"
 
+#include <cmath>
+#include <limits>
+
 #include "bridge/batch.h"
 #include "client/json_members.h"
 #include "configuration/optional_members.h"
@@ -53,6 +56,17 @@ std::optional<int> read_temperature(const nlohmann::json &document)
     return integer_member<int16_t>(document, "temperature");
 }
 
+/** Reads a number that is not null. */
+double known_number(const nlohmann::json &document, const char *name)
+{
+    const auto number = number_member(document, name);
+    if (std::isnan(number))
+    {
+        throw bad_batch("The member \"" + std::string(name) + "\" of a state is not a number.");
+    }
+    return number;
+}
+
 /** Like decode_state(), but also throws what the readers of JSON throw. */
 decoded_state read_state(const nlohmann::json &document)
 {
@@ -62,10 +76,10 @@ decoded_state read_state(const nlohmann::json &document)
     {
         throw bad_batch("The state has another version than 1: a newer Vantor has written it.");
     }
-    read.site = text_member(document, "site");
-    read.utc_s = number_member(document, "utc_s");
-    read.interval_s = number_member(document, "interval_s");
-    read.state = {.board = text_member(document, "board"),
+    read.site = name_member(document, "site");
+    read.utc_s = known_number(document, "utc_s");
+    read.interval_s = known_number(document, "interval_s");
+    read.state = {.board = name_member(document, "board"),
                   .address = text_member(document, "address"),
                   .online = boolean_member(document, "online"),
                   .fault = optional_text_member(document, "fault").value_or(""),
@@ -75,7 +89,7 @@ decoded_state read_state(const nlohmann::json &document)
                   .lost = count_member(document, "lost"),
                   .dropped = count_member(document, "dropped"),
                   .waiting = count_member(document, "waiting"),
-                  .rate = number_member(document, "rate"),
+                  .rate = known_number(document, "rate"),
                   .temperature = read_temperature(document),
                   .calibration_needed = boolean_member(document, "calibration_needed")};
     return read;
