@@ -10,6 +10,7 @@
 
 #include "bridge/batch.h"
 #include "bridge/nats_connection.h"
+#include "bridge/nats_names.h"
 
 namespace vantor
 {
@@ -31,14 +32,12 @@ std::vector<std::string> read_sites(jsCtx &streams)
         return {};
     }
     require(status, "list the streams of JetStream");
-    constexpr std::string_view begin = "vantor-";
-    constexpr std::string_view end = "-states";
     std::vector<std::string> sites;
     for (const std::string_view name : std::span(names->List, static_cast<size_t>(names->Count)))
     {
-        if (name.size() > begin.size() + end.size() && name.starts_with(begin) && name.ends_with(end))
+        if (auto site = site_of_states(name))
         {
-            sites.emplace_back(name.substr(begin.size(), name.size() - begin.size() - end.size()));
+            sites.push_back(std::move(*site));
         }
     }
     return sites;
@@ -105,10 +104,10 @@ nats_subscription add_site(jsCtx &streams, const std::string &site, fleet &board
 
 fleet read_fleet(const broker_address &where, const std::string &site, const broker_security &security)
 {
-    const auto options = make_nats_options(where, security);
+    nats_dialer dialer(where, security);
     std::vector<nats_subscription> subscriptions;
     nats_streams streams;
-    const auto link = connect_nats(*options, where);
+    const auto link = dialer.connect();
     streams = open_streams(*link);
     fleet found;
     for (const auto &name : site.empty() ? read_sites(*streams) : std::vector<std::string>{site})

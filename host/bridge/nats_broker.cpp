@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -85,11 +84,9 @@ int64_t nanoseconds(std::chrono::nanoseconds time)
 
 nats_broker::nats_broker(broker_address where, const std::string &site, nats_storage storage,
                          const broker_security &security, event_loop &loop)
-    : where_(std::move(where)), names_(site), storage_(storage),
-      options_(make_nats_options(where_, security)), loop_(loop), inbox_(new_inbox())
+    : where_(std::move(where)), names_(site), storage_(storage), loop_(loop), inbox_(new_inbox()),
+      dialer_(where_, security)
 {
-    // The thread connects again itself: then it also checks the streams.
-    require(natsOptions_SetAllowReconnect(options_.get(), false), "set an option");
     sink_->owner = this;
     thread_ = std::thread([this] { work(); });
 }
@@ -222,7 +219,7 @@ bool nats_broker::is_connected() const
 void nats_broker::connect()
 {
     disconnect();
-    link_ = connect_nats(*options_, where_);
+    link_ = dialer_.connect();
     subscribe();
     const auto streams = open_streams(*link_);
     create_stream(*streams, names_.frames_stream, names_.frames_of("*"), false);
@@ -322,11 +319,11 @@ void nats_broker::on_answer(natsConnection * /*link*/, natsSubscription * /*subs
     {
         return;
     }
-    const auto token = std::string_view(natsMsg_GetSubject(received)).substr(sink->owner->inbox_.size());
-    answer found;
-    std::from_chars(token.data(), token.data() + token.size(), found.token);
-    found.fault = fault_in(received, sink->owner->names_.frames_stream);
-    sink->owner->add_answer(std::move(found));
+    auto &owner = *sink->owner;
+    if (const auto token = number_behind(owner.inbox_, natsMsg_GetSubject(received)))
+    {
+        owner.add_answer({.token = *token, .fault = fault_in(received, owner.names_.frames_stream)});
+    }
 }
 
 /** Passes an answer to the loop. */

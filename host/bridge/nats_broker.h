@@ -20,6 +20,7 @@
 #include "bridge/broker.h"
 #include "bridge/broker_address.h"
 #include "bridge/nats_connection.h"
+#include "bridge/nats_names.h"
 
 namespace vantor
 {
@@ -120,13 +121,13 @@ private:
     broker_address where_;
     nats_names names_;
     nats_storage storage_;
-    nats_options options_;
     event_loop &loop_;
     std::string inbox_; /**< answers arrive at this subject, followed by a token */
     // Of the loop.
     std::map<uint64_t, pending> pending_;
     uint64_t last_token_ = 0;
     // Of the thread.
+    nats_dialer dialer_;
     nats_subscription answers_subscription_;
     nats_link link_;
     // Of both.

@@ -1,7 +1,13 @@
 /** @file
- * A connection to a NATS server, and how the batches of a site are stored there.
+ * A connection to a NATS server.
  */
 #include "bridge/nats_connection.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+#include <span>
+#include <utility>
 
 namespace vantor
 {
@@ -17,6 +23,9 @@ constexpr int64_t write_time = 5000;
 /** Pings of the library, so that a connection that was cut is noticed. */
 constexpr int64_t ping_interval = 2000;
 constexpr int most_pings = 2;
+
+/** Most servers of a cluster that are tried. */
+constexpr size_t most_servers = 32;
 
 /** Why a call has failed: what the library says, without the place in its source. */
 std::string reason_of(natsStatus status)
@@ -35,22 +44,7 @@ std::string reason_of(natsStatus status)
     return place == std::string::npos ? text : text.substr(place + 3);
 }
 
-} // namespace
-
-nats_names::nats_names(const std::string &site)
-    : frames_stream("vantor-" + site + "-frames"), states_stream("vantor-" + site + "-states"),
-      prefix("vantor." + site + ".")
-{
-}
-
-void require(natsStatus status, const std::string &action)
-{
-    if (status != NATS_OK)
-    {
-        throw broker_error("Cannot " + action + ": " + reason_of(status) + ".");
-    }
-}
-
+/** The options for a connection; throws broker_error if a file cannot be read. */
 nats_options make_nats_options(const broker_address &where, const broker_security &security)
 {
     natsOptions *created = nullptr;
@@ -65,6 +59,9 @@ nats_options make_nats_options(const broker_address &where, const broker_securit
     require(natsOptions_SetMaxPingsOut(created, most_pings), "set the number of pings");
     require(natsOptions_SetWriteDeadline(created, write_time), "set the time for writing");
     require(natsOptions_SetName(created, "vantor"), "set the name of the program");
+    // A new connection also checks what the server has.
+    require(natsOptions_SetAllowReconnect(created, false), "set an option");
+    require(natsOptions_SetNoRandomize(created, true), "set an option");
     if (!security.authorities.empty())
     {
         require(natsOptions_SetSecure(created, true), "use TLS");
@@ -87,13 +84,74 @@ nats_options make_nats_options(const broker_address &where, const broker_securit
     return options;
 }
 
-nats_link connect_nats(const natsOptions &options, const broker_address &where)
+/** The servers of a cluster, as far as a connection knows them, without repetitions. */
+std::vector<std::string> known_servers(natsConnection &link)
+{
+    char **names = nullptr;
+    int count = 0;
+    if (natsConnection_GetServers(&link, &names, &count) != NATS_OK)
+    {
+        return {};
+    }
+    std::vector<std::string> servers;
+    for (char *name : std::span(names, static_cast<size_t>(count)))
+    {
+        if (std::ranges::find(servers, name) == servers.end())
+        {
+            servers.emplace_back(name);
+        }
+        std::free(name); // NOLINT: as the library requires
+    }
+    std::free(names); // NOLINT: as the library requires
+    return servers;
+}
+
+} // namespace
+
+void require(natsStatus status, const std::string &action)
+{
+    if (status != NATS_OK)
+    {
+        throw broker_error("Cannot " + action + ": " + reason_of(status) + ".");
+    }
+}
+
+nats_dialer::nats_dialer(broker_address where, const broker_security &security)
+    : where_(std::move(where)), options_(make_nats_options(where_, security))
+{
+}
+
+nats_link nats_dialer::connect()
 {
     natsConnection *link = nullptr;
-    // The library does not change the options, but its interface does not say so.
-    require(natsConnection_Connect(&link, const_cast<natsOptions *>(&options)), // NOLINT
-            "connect to " + to_string(where));
-    return nats_link(link);
+    require(natsConnection_Connect(&link, options_.get()), "connect to " + to_string(where_));
+    return {link, nats_link_closer{.dialer = this}};
+}
+
+void nats_dialer::learn_servers(natsConnection &link)
+{
+    const auto servers = known_servers(link);
+    // The first one is where_. Of too many, those that were named last.
+    std::vector<const char *> others;
+    for (size_t i = std::max<size_t>(1, servers.size() - std::min(servers.size(), most_servers));
+         i < servers.size(); ++i)
+    {
+        others.push_back(servers[i].c_str());
+    }
+    // If this fails, the former ones are tried.
+    (void)natsOptions_SetServers(options_.get(), others.data(), static_cast<int>(others.size()));
+}
+
+void nats_link_closer::operator()(natsConnection *link) const noexcept
+{
+    try
+    {
+        dialer->learn_servers(*link);
+    }
+    catch (const std::bad_alloc &) // NOLINT(bugprone-empty-catch): those of before are tried
+    {
+    }
+    natsConnection_Destroy(link);
 }
 
 nats_streams open_streams(natsConnection &link)

@@ -1,5 +1,5 @@
 /** @file
- * A connection to a NATS server, and how the batches of a site are stored there.
+ * A connection to a NATS server.
  */
 #ifndef VANTOR_NATS_CONNECTION_H
 #define VANTOR_NATS_CONNECTION_H
@@ -25,52 +25,55 @@ template <auto destroy> struct nats_deleter
 };
 
 using nats_options = std::unique_ptr<natsOptions, nats_deleter<natsOptions_Destroy>>;
-using nats_link = std::unique_ptr<natsConnection, nats_deleter<natsConnection_Destroy>>;
 /** A subscription. It must be destroyed after its connection: the library may be delivering a message to it.
  */
 using nats_subscription = std::unique_ptr<natsSubscription, nats_deleter<natsSubscription_Destroy>>;
 using nats_message = std::unique_ptr<natsMsg, nats_deleter<natsMsg_Destroy>>;
 using nats_streams = std::unique_ptr<jsCtx, nats_deleter<jsCtx_Destroy>>;
 
-/** Names of what belongs to a site. */
-struct nats_names
-{
-    std::string frames_stream; /**< the stream with the batches */
-    std::string states_stream; /**< the stream with the states of the boards */
-    std::string prefix;        /**< of subjects: followed by the name of a board and ".frames" or ".state" */
-
-    /** @param site  its name */
-    explicit nats_names(const std::string &site);
-
-    /** The subject of the batches of a board. */
-    [[nodiscard]] std::string frames_of(const std::string &board) const
-    {
-        return prefix + board + ".frames";
-    }
-
-    /** The subject of the state of a board. */
-    [[nodiscard]] std::string state_of(const std::string &board) const
-    {
-        return prefix + board + ".state";
-    }
-};
-
 /** Throws broker_error unless a call of the library has succeeded. @param action  what was to be done */
 void require(natsStatus status, const std::string &action);
 
-/**
- * The options for a connection: address and security.
- *
- * @throws broker_error if a file cannot be read
- */
-nats_options make_nats_options(const broker_address &where, const broker_security &security);
+class nats_dialer;
+
+/** Closes a connection. */
+struct nats_link_closer
+{
+    nats_dialer *dialer = nullptr; /**< which has opened it */
+
+    void operator()(natsConnection *link) const noexcept;
+};
+
+using nats_link = std::unique_ptr<natsConnection, nats_link_closer>;
 
 /**
- * Connects.
- *
- * @throws broker_error if that fails
+ * Connects to a NATS server, or if that fails, to others of its cluster, which the servers have named in
+ * earlier connections.
  */
-nats_link connect_nats(const natsOptions &options, const broker_address &where);
+class nats_dialer
+{
+public:
+    /**
+     * @param where     the server
+     * @param security  what proves who is who
+     * @throws broker_error if a file of @p security cannot be read
+     */
+    nats_dialer(broker_address where, const broker_security &security);
+
+    /**
+     * Connects. The connection must be closed before this object is destroyed.
+     *
+     * @throws broker_error if that fails
+     */
+    nats_link connect();
+
+    /** Takes over the servers of the cluster of a connection. */
+    void learn_servers(natsConnection &link);
+
+private:
+    broker_address where_;
+    nats_options options_;
+};
 
 /** The streams of the server. */
 nats_streams open_streams(natsConnection &link);

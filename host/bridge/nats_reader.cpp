@@ -36,10 +36,9 @@ constexpr std::chrono::nanoseconds lead_time = 20s;
 
 nats_reader::nats_reader(remote_board_address where, const broker_security &security, event_loop &loop,
                          std::function<void()> arrived)
-    : where_(std::move(where)), names_(where_.site), options_(make_nats_options(where_.broker, security)),
-      loop_(loop), arrived_(std::move(arrived))
+    : where_(std::move(where)), names_(where_.site), loop_(loop), arrived_(std::move(arrived)),
+      dialer_(where_.broker, security)
 {
-    require(natsOptions_SetAllowReconnect(options_.get(), false), "set an option");
     thread_ = std::thread([this] { work(); });
 }
 
@@ -104,7 +103,7 @@ void nats_reader::read_stream()
 {
     nats_subscription subscription;
     nats_streams streams;
-    const auto link = connect_nats(*options_, where_.broker);
+    const auto link = dialer_.connect();
     streams = open_streams(*link);
     if (begin_time_ == 0)
     {

@@ -17,6 +17,7 @@
 #include "bridge/broker.h"
 #include "bridge/broker_address.h"
 #include "bridge/nats_connection.h"
+#include "bridge/nats_names.h"
 #include "vantor/event_loop.h"
 
 namespace vantor
@@ -82,10 +83,10 @@ private:
 
     remote_board_address where_;
     nats_names names_;
-    nats_options options_;
     event_loop &loop_;
     std::function<void()> arrived_;
     // Of the thread.
+    nats_dialer dialer_;
     int64_t begin_time_ = 0; /**< of the first message to read, in nanoseconds since 1970 */
     uint64_t last_old_ = 0;  /**< the last message before this reader has begun */
     uint64_t last_read_ = 0; /**< the message that was read last */
