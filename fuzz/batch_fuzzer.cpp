@@ -1,9 +1,11 @@
 /** @file
- * Fuzzing of what arrives from a message broker: any bytes are decoded or refused, as a batch and as a state,
- * and what was decoded is the same after encoding and decoding it again.
+ * Fuzzing of what arrives from a message broker: any bytes are decoded or refused, as a batch, as a state,
+ * and as the name of a stream or a subject; what was decoded is the same after encoding and decoding it
+ * again.
  */
 #include "bridge/batch.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -11,6 +13,7 @@
 #include <tuple>
 
 #include "bridge/board_state.h"
+#include "bridge/nats_names.h"
 
 namespace
 {
@@ -116,11 +119,28 @@ catch (const bad_batch &)
 {
 }
 
+/** Checks what is true of all names of streams and subjects. */
+void check_name(std::string_view name)
+{
+    if (const auto site = vantor::site_of_states(name))
+    {
+        check(vantor::is_batch_name(*site));
+        check(vantor::nats_names(*site).states_stream == name);
+    }
+    constexpr std::string_view inbox = "_INBOX.answers.";
+    if (const auto number = vantor::number_behind(inbox, name))
+    {
+        const auto digits = name.substr(std::min(name.find_first_not_of('0', inbox.size()), name.size()));
+        check(digits == (*number == 0 ? "" : std::to_string(*number)));
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string_view bytes(reinterpret_cast<const char *>(data), size);
+    check_name(bytes);
     check_batch(bytes);
     check_state(bytes);
     if (const auto sized = with_true_size(bytes))
