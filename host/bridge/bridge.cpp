@@ -128,9 +128,9 @@ void bridge::watch_broker()
     {
         if (too_large_ == 0)
         {
-            calls_.line(
-                "broker: it does not take batches of more than " + std::to_string(broker_.largest()) +
-                " bytes, so that large frames are lost: raise its max_payload, or measure smaller frames");
+            calls_.line("broker: it does not take batches of more than " + std::to_string(broker_.largest()) +
+                        " bytes, so that large frames are lost: raise its " + broker_.limit_names() +
+                        ", or measure smaller frames");
         }
         too_large_ = count;
     }

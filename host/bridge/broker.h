@@ -67,6 +67,9 @@ public:
         return std::numeric_limits<size_t>::max();
     }
 
+    /** Settings of the broker that decide what largest() returns. */
+    [[nodiscard]] virtual std::string limit_names() const = 0;
+
     /**
      * Publishes a batch.
      *

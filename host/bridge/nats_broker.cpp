@@ -20,9 +20,6 @@ constexpr std::chrono::seconds answer_time{5};
 /** How long to wait at the end until everything is sent, in milliseconds. */
 constexpr int64_t flush_time = 1000;
 
-/** How long a refusal is reported, unless another one follows. */
-constexpr std::chrono::seconds refusal_time{10};
-
 /** Room for the headers of a message. */
 constexpr size_t header_room = 1024;
 
@@ -84,7 +81,7 @@ int64_t nanoseconds(std::chrono::nanoseconds time)
 
 nats_broker::nats_broker(broker_address where, const std::string &site, nats_storage storage,
                          const broker_security &security, event_loop &loop)
-    : where_(std::move(where)), names_(site), storage_(storage), loop_(loop), inbox_(new_inbox()),
+    : where_(std::move(where)), names_(site), storage_(storage), inbox_(new_inbox()), reports_(loop),
       dialer_(where_, security)
 {
     sink_->owner = this;
@@ -93,7 +90,6 @@ nats_broker::nats_broker(broker_address where, const std::string &site, nats_sto
 
 nats_broker::~nats_broker()
 {
-    *alive_ = false;
     {
         const std::scoped_lock lock(mutex_);
         stop_ = true;
@@ -112,9 +108,7 @@ bool nats_broker::ready() const
 
 std::string nats_broker::fault() const
 {
-    const std::scoped_lock lock(mutex_);
-    const bool refuses = !refusal_.empty() && clock::now() - refused_ < refusal_time;
-    return fault_.empty() && refuses ? refusal_ : fault_;
+    return reports_.fault();
 }
 
 size_t nats_broker::largest() const
@@ -123,14 +117,17 @@ size_t nats_broker::largest() const
     return largest_;
 }
 
+std::string nats_broker::limit_names() const
+{
+    return "max_payload";
+}
+
 void nats_broker::publish(outgoing_batch sent, std::function<void(bool stored)> done)
 {
-    const auto token = ++last_token_;
-    pending_.emplace(token, pending{.done = std::move(done), .deadline = clock::now() + answer_time});
     add_job({.subject = names_.frames_of(sent.board),
              .bytes = std::move(sent.bytes),
              .id = std::move(sent.id),
-             .token = token});
+             .token = reports_.expect(std::move(done))});
 }
 
 void nats_broker::publish_state(const std::string &board, std::string state)
@@ -143,12 +140,10 @@ void nats_broker::publish_state(const std::string &board, std::string state)
 
 void nats_broker::check()
 {
-    // In the order in which they were published, so also of their deadlines.
-    while (!pending_.empty() && pending_.begin()->second.deadline < clock::now())
+    for (const auto token : reports_.give_up(answer_time))
     {
-        note_refusal("the server did not answer in time");
-        forget_job(pending_.begin()->first);
-        complete(pending_.begin()->first, false);
+        reports_.note_refusal("the server did not answer in time");
+        forget_job(token);
     }
 }
 
@@ -184,7 +179,7 @@ void nats_broker::work()
         catch (const broker_error &failure)
         {
             taken.clear();
-            note_fault(failure.what());
+            reports_.note_fault(failure.what());
             disconnect();
         }
     }
@@ -225,10 +220,10 @@ void nats_broker::connect()
     create_stream(*streams, names_.frames_stream, names_.frames_of("*"), false);
     create_stream(*streams, names_.states_stream, names_.state_of("*"), true);
     const auto largest = static_cast<size_t>(natsConnection_GetMaxPayload(link_.get()));
+    reports_.note_fault("");
     const std::scoped_lock lock(mutex_);
     ready_ = true;
     largest_ = largest - std::min(largest, header_room);
-    fault_.clear();
 }
 
 /** Subscribes to the answers to batches. */
@@ -319,67 +314,20 @@ void nats_broker::on_answer(natsConnection * /*link*/, natsSubscription * /*subs
     {
         return;
     }
-    auto &owner = *sink->owner;
-    if (const auto token = number_behind(owner.inbox_, natsMsg_GetSubject(received)))
+    if (const auto token = number_behind(sink->owner->inbox_, natsMsg_GetSubject(received)))
     {
-        owner.add_answer({.token = *token, .fault = fault_in(received, owner.names_.frames_stream)});
+        sink->owner->take_answer(*token, fault_in(received, sink->owner->names_.frames_stream));
     }
 }
 
-/** Passes an answer to the loop. */
-void nats_broker::add_answer(answer received)
+/** Reports an answer to a batch. */
+void nats_broker::take_answer(uint64_t token, const std::string &fault)
 {
-    bool first = false;
+    if (!fault.empty())
     {
-        const std::scoped_lock lock(mutex_);
-        first = answers_.empty();
-        answers_.push_back(std::move(received));
+        reports_.note_refusal(fault);
     }
-    if (first)
-    {
-        loop_.post([this, alive = alive_] {
-            if (*alive)
-            {
-                take_answers();
-            }
-        });
-    }
-}
-
-/** Completes the batches to which the server has answered. */
-void nats_broker::take_answers()
-{
-    std::vector<answer> taken;
-    {
-        const std::scoped_lock lock(mutex_);
-        taken = std::exchange(answers_, {});
-    }
-    for (const auto &received : taken)
-    {
-        if (!received.fault.empty())
-        {
-            note_refusal(received.fault);
-        }
-        complete(received.token, received.fault.empty());
-    }
-}
-
-/** Completes a batch, unless that was done. */
-void nats_broker::complete(uint64_t token, bool stored)
-{
-    auto found = pending_.extract(token);
-    if (!found.empty())
-    {
-        found.mapped().done(stored);
-    }
-}
-
-/** Notes why a batch was not stored. */
-void nats_broker::note_refusal(std::string refusal)
-{
-    const std::scoped_lock lock(mutex_);
-    refusal_ = std::move(refusal);
-    refused_ = clock::now();
+    reports_.answer(token, fault.empty());
 }
 
 /** Does not publish a batch any more that has not been published yet. */
@@ -387,13 +335,6 @@ void nats_broker::forget_job(uint64_t token)
 {
     const std::scoped_lock lock(mutex_);
     std::erase_if(jobs_, [token](const job &one) { return one.token == token; });
-}
-
-/** Notes why batches cannot be published. */
-void nats_broker::note_fault(std::string fault)
-{
-    const std::scoped_lock lock(mutex_);
-    fault_ = std::move(fault);
 }
 
 } // namespace vantor

@@ -10,15 +10,14 @@
 #include <deque>
 #include <functional>
 #include <limits>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "bridge/broker.h"
 #include "bridge/broker_address.h"
+#include "bridge/broker_reports.h"
 #include "bridge/nats_connection.h"
 #include "bridge/nats_names.h"
 
@@ -62,13 +61,12 @@ public:
     [[nodiscard]] bool ready() const override;
     [[nodiscard]] std::string fault() const override;
     [[nodiscard]] size_t largest() const override;
+    [[nodiscard]] std::string limit_names() const override;
     void publish(outgoing_batch sent, std::function<void(bool stored)> done) override;
     void publish_state(const std::string &board, std::string state) override;
     void check() override;
 
 private:
-    using clock = std::chrono::steady_clock;
-
     /** A message that the thread has to publish. */
     struct job
     {
@@ -76,20 +74,6 @@ private:
         std::string bytes;
         std::string id;     /**< empty for a state */
         uint64_t token = 0; /**< of the batch */
-    };
-
-    /** A batch whose answer is to come. */
-    struct pending
-    {
-        std::function<void(bool)> done;
-        clock::time_point deadline;
-    };
-
-    /** An answer of the server to a batch. */
-    struct answer
-    {
-        uint64_t token = 0;
-        std::string fault; /**< empty if the batch is stored */
     };
 
     /** What the library calls: it may do so until the subscription has ended, that is, later than expected.
@@ -110,22 +94,15 @@ private:
     void create_stream(jsCtx &streams, const std::string &name, const std::string &subject, bool is_state);
     void disconnect() noexcept;
     void send(const job &sent);
-    void add_answer(answer received);
-    void take_answers();
-    void complete(uint64_t token, bool stored);
-    void note_fault(std::string fault);
-    void note_refusal(std::string refusal);
     void forget_job(uint64_t token);
+    void take_answer(uint64_t token, const std::string &fault);
     [[nodiscard]] bool is_connected() const;
 
     broker_address where_;
     nats_names names_;
     nats_storage storage_;
-    event_loop &loop_;
     std::string inbox_; /**< answers arrive at this subject, followed by a token */
-    // Of the loop.
-    std::map<uint64_t, pending> pending_;
-    uint64_t last_token_ = 0;
+    broker_reports reports_;
     // Of the thread.
     nats_dialer dialer_;
     nats_subscription answers_subscription_;
@@ -134,14 +111,9 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<job> jobs_;
-    std::vector<answer> answers_;
-    std::string fault_ = "not connected yet";
-    std::string refusal_; /**< why a batch was refused last */
-    clock::time_point refused_;
     size_t largest_ = std::numeric_limits<size_t>::max();
     bool ready_ = false;
     bool stop_ = false;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); /**< false when this object is destroyed */
     std::shared_ptr<answer_sink> sink_ = std::make_shared<answer_sink>();
     std::thread thread_;
 };

@@ -36,6 +36,11 @@ public:
         return most;
     }
 
+    [[nodiscard]] std::string limit_names() const override
+    {
+        return "max_size";
+    }
+
     [[nodiscard]] std::string fault() const override
     {
         return why;
