@@ -97,16 +97,16 @@ decoded_state read_state(const nlohmann::json &document)
 
 } // namespace
 
-std::string encode_state(const board_state &state, const std::string &site,
-                         std::chrono::sys_time<std::chrono::nanoseconds> now, std::chrono::seconds interval)
+std::string encode_state(const board_state &state, const state_report &about)
 {
     const std::chrono::duration<double> utc =
-        std::chrono::floor<std::chrono::milliseconds>(now.time_since_epoch());
+        std::chrono::floor<std::chrono::milliseconds>(about.now.time_since_epoch());
     nlohmann::ordered_json document = {{"vantor_state", state_version},
-                                       {"site", site},
+                                       {"site", about.site},
                                        {"board", state.board},
+                                       {"bridge", about.bridge},
                                        {"utc_s", utc.count()},
-                                       {"interval_s", interval.count()},
+                                       {"interval_s", about.interval.count()},
                                        {"online", state.online},
                                        {"address", state.address},
                                        {"sessions", state.sessions},

@@ -34,15 +34,17 @@ struct board_state
     bool calibration_needed = false;
 };
 
-/**
- * Encodes the state of a board, as docs/fleet.md describes.
- *
- * @param site      name of the site
- * @param now       when the state was as it is, in UTC
- * @param interval  when to expect the next report
- */
-std::string encode_state(const board_state &state, const std::string &site,
-                         std::chrono::sys_time<std::chrono::nanoseconds> now, std::chrono::seconds interval);
+/** What the report of a state tells beside the state. */
+struct state_report
+{
+    std::string site;
+    std::string bridge;                                    /**< name of the bridge that reports */
+    std::chrono::sys_time<std::chrono::nanoseconds> now{}; /**< when the state was as it is, in UTC */
+    std::chrono::seconds interval{};                       /**< when to expect the next report */
+};
+
+/** Encodes the state of a board, as docs/fleet.md describes. */
+std::string encode_state(const board_state &state, const state_report &about);
 
 /** A state that was decoded. */
 struct decoded_state

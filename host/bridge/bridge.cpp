@@ -148,8 +148,10 @@ void bridge::publish_states()
         const auto &state = report_.boards.back();
         if (!state.board.empty())
         {
-            broker_.publish_state(state.board,
-                                  encode_state(state, settings_.site, loop_->utc(now), settings_.interval));
+            broker_.publish_state(state.board, encode_state(state, {.site = settings_.site,
+                                                                    .bridge = settings_.name,
+                                                                    .now = loop_->utc(now),
+                                                                    .interval = settings_.interval}));
         }
     }
     calls_.report(report());

@@ -25,6 +25,7 @@ namespace vantor
 struct bridge_settings
 {
     std::string site;
+    std::string name; /**< of the bridge; no other of the site has it */
     batch_limits limits;
     bool recalibrate = false;         /**< when a sensor asks for it */
     std::chrono::seconds interval{5}; /**< between two reports of the states */

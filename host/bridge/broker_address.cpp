@@ -4,6 +4,7 @@
 #include "bridge/broker_address.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <utility>
 
@@ -16,11 +17,21 @@ namespace
 
 using utc_moment = std::chrono::sys_time<std::chrono::nanoseconds>;
 
-/** What addresses begin with, and the usual port. */
-constexpr std::string_view scheme = "nats:";
-constexpr uint16_t usual_port = 4222;
+/** How addresses of a kind of brokers are written. */
+struct broker_scheme
+{
+    broker_kind kind;
+    std::string_view prefix;
+    uint16_t usual_port;
+};
 
-constexpr const char *broker_forms = "Write nats:HOST or nats:HOST:PORT.";
+constexpr std::array<broker_scheme, 2> schemes{
+    {{broker_kind::nats, "nats:", 4222}, {broker_kind::mqtt, "mqtt:", 1883}}};
+
+constexpr const char *broker_forms =
+    "Write nats:HOST or nats:HOST:PORT for a NATS server, mqtt:HOST or mqtt:HOST:PORT for an MQTT broker.";
+constexpr const char *no_reading = "Boards behind an MQTT broker cannot be read, only those behind a NATS "
+                                   "server: subscribe to the topics with a program of your own.";
 constexpr const char *board_forms =
     "Write nats:HOST/SITE/BOARD, with :PORT behind the host if it is not 4222, and with "
     "@2026-11-23T12:00:00Z behind the board for frames from that time on.";
@@ -29,6 +40,15 @@ constexpr const char *board_forms =
 [[noreturn]] void refuse(std::string_view text, const char *forms)
 {
     throw address_error("\"" + std::string(text) + "\" is not a valid address. " + forms);
+}
+
+/** The scheme of an address; null if it does not begin with one. */
+const broker_scheme *find_scheme(std::string_view text) noexcept
+{
+    const auto *found = std::find_if(schemes.begin(), schemes.end(), [text](const broker_scheme &one) {
+        return text.starts_with(one.prefix);
+    });
+    return found == schemes.end() ? nullptr : found;
 }
 
 /** Reads a port; nothing if the text is not one. */
@@ -115,27 +135,34 @@ std::optional<utc_moment> read_utc(std::string_view text)
 
 bool is_broker_address(std::string_view text) noexcept
 {
-    return text.starts_with(scheme);
+    return find_scheme(text) != nullptr;
 }
 
 broker_address parse_broker_address(std::string_view text)
 {
-    const auto parts = is_broker_address(text) ? split_host(text.substr(scheme.size())) : std::nullopt;
+    const auto *scheme = find_scheme(text);
+    const auto parts = scheme == nullptr ? std::nullopt : split_host(text.substr(scheme->prefix.size()));
     if (!parts || parts->first.find_first_of("/@ ") != std::string::npos)
     {
         refuse(text, broker_forms);
     }
     const auto &[host, rest] = *parts;
-    const auto port = rest.empty() ? usual_port : read_port(rest.substr(rest.starts_with(':') ? 1 : 0));
+    const auto port =
+        rest.empty() ? scheme->usual_port : read_port(rest.substr(rest.starts_with(':') ? 1 : 0));
     if (!port || (!rest.empty() && !rest.starts_with(':')))
     {
         refuse(text, broker_forms);
     }
-    return {.host = host, .port = *port};
+    return {.kind = scheme->kind, .host = host, .port = *port};
 }
 
 remote_board_address parse_remote_board_address(std::string_view text)
 {
+    const auto *scheme = find_scheme(text);
+    if (scheme != nullptr && scheme->kind == broker_kind::mqtt)
+    {
+        refuse(text, no_reading);
+    }
     const auto slash = text.find('/');
     const auto second = slash == std::string_view::npos ? slash : text.find('/', slash + 1);
     if (second == std::string_view::npos)
@@ -160,7 +187,9 @@ remote_board_address parse_remote_board_address(std::string_view text)
 std::string to_string(const broker_address &where)
 {
     const bool is_ipv6 = where.host.find(':') != std::string::npos;
-    return std::string(scheme) + (is_ipv6 ? "[" + where.host + "]" : where.host) + ":" +
+    const auto *scheme = std::find_if(schemes.begin(), schemes.end(),
+                                      [&where](const broker_scheme &one) { return one.kind == where.kind; });
+    return std::string(scheme->prefix) + (is_ipv6 ? "[" + where.host + "]" : where.host) + ":" +
            std::to_string(where.port);
 }
 

@@ -15,9 +15,17 @@
 namespace vantor
 {
 
-/** A message broker: a NATS server. */
+/** Kinds of message brokers. */
+enum class broker_kind
+{
+    nats, /**< a NATS server with JetStream */
+    mqtt  /**< an MQTT 5 broker */
+};
+
+/** A message broker. */
 struct broker_address
 {
+    broker_kind kind = broker_kind::nats;
     std::string host; /**< name or IP address; an IPv6 address without brackets */
     uint16_t port = 0;
 };
@@ -36,7 +44,7 @@ struct remote_board_address
 bool is_broker_address(std::string_view text) noexcept;
 
 /**
- * Parses the address of a broker: "nats:HOST[:PORT]", with an IPv6 address in brackets.
+ * Parses the address of a broker: "nats:HOST[:PORT]" or "mqtt:HOST[:PORT]", with an IPv6 address in brackets.
  *
  * @throws address_error if it is not one
  */
@@ -46,7 +54,7 @@ broker_address parse_broker_address(std::string_view text);
  * Parses the address of a board: "nats:HOST[:PORT]/SITE/BOARD[@TIME]", with a time as
  * 2026-11-23T12:00:00[.5]Z.
  *
- * @throws address_error if it is not one
+ * @throws address_error if it is not one, or is behind an MQTT broker, which keeps nothing to read
  */
 remote_board_address parse_remote_board_address(std::string_view text);
 

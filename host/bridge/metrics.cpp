@@ -114,6 +114,9 @@ public:
             MetricType::Counter, report_.published.repeated);
         add("vantor_bridge_batches_damaged_total", "Batches that could not be read from the spool.",
             MetricType::Counter, report_.published.damaged);
+        add("vantor_bridge_batches_too_large_total",
+            "Batches that are lost because the broker does not take them.", MetricType::Counter,
+            report_.published.too_large);
         add("vantor_bridge_batches_waiting", "Batches that the broker does not have yet.", MetricType::Gauge,
             report_.waiting);
         add("vantor_bridge_spool_used_bytes", "Bytes of the spool that are in use.", MetricType::Gauge,

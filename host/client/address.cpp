@@ -223,7 +223,7 @@ address parse_address(std::string_view text)
     {
         return parse_simulator(rest);
     }
-    if (colon != std::string_view::npos && kind == "nats")
+    if (colon != std::string_view::npos && (kind == "nats" || kind == "mqtt"))
     {
         return relayed_address{std::string(text)};
     }

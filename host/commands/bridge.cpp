@@ -3,6 +3,8 @@
  */
 #include "commands/bridge.h"
 
+#include <array>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -11,10 +13,13 @@
 #include <set>
 #include <utility>
 
+#include <unistd.h>
+
 #include "bridge/batch.h"
 #include "bridge/bridge.h"
 #include "bridge/broker_address.h"
 #include "bridge/metrics.h"
+#include "bridge/mqtt_broker.h"
 #include "bridge/nats_broker.h"
 #include "commands/broker_options.h"
 #include "commands/common_options.h"
@@ -35,6 +40,8 @@ constexpr const char *bridge_footer = R"(Examples:
   vantor bridge nats:broker.local --site hall config.json --connect door=tcp:10.0.0.5:6110 --connect gate=tcp:10.0.0.6:6110
   vantor bridge nats:broker.local --site hall config.json --boards boards.txt --metrics 9464
       with one address, or NAME=ADDRESS, in each line of boards.txt
+  vantor bridge mqtt:broker.local --site hall config.json --boards boards.txt --credentials user.txt --tls-ca ca.pem
+      to an MQTT 5 broker, with the name of the user and the password in the two lines of user.txt
 
 Each board measures until Ctrl-C; one that fails is connected again. A board is called NAME, or else what its server
 reports as its id. Batches that the broker does not have yet wait in the spool, also until the next start.
@@ -53,14 +60,15 @@ struct bridge_options
     std::string broker;
     std::filesystem::path configuration;
     std::string site;
+    std::string bridge_name;
     std::vector<std::string> connect;
     std::filesystem::path boards;
     std::filesystem::path spool;
     uint64_t spool_megabytes = 256;
     uint64_t batch_kilobytes = 256;
     uint64_t batch_milliseconds = 100;
-    uint64_t keep_hours = 24;
-    uint64_t replicas = 1;
+    uint64_t keep_hours = 0; /**< 0 if not given */
+    uint64_t replicas = 0;   /**< 0 if not given */
     broker_security security;
     std::string metrics;
     bool recalibrate = false;
@@ -156,12 +164,31 @@ std::filesystem::path spool_directory(const bridge_options &options)
     return options.spool.empty() ? std::filesystem::path("spools") / options.site : options.spool;
 }
 
+/** The name of the computer. */
+std::string computer_name()
+{
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    return ::gethostname(name.data(), name.size() - 1) == 0 ? to_batch_name(name.data()) : "bridge";
+}
+
+/** The name of the bridge. */
+std::string bridge_name(const bridge_options &options)
+{
+    return options.bridge_name.empty() ? computer_name() : options.bridge_name;
+}
+
 /** Connects to the broker. */
 std::unique_ptr<broker> make_broker(const bridge_options &options, event_loop &loop)
 {
     const auto where = parse_broker_address(options.broker);
-    const nats_storage storage{.keep = std::chrono::hours(options.keep_hours),
-                               .replicas = static_cast<int64_t>(options.replicas)};
+    if (where.kind == broker_kind::mqtt)
+    {
+        const mqtt_broker::identity names{.site = options.site, .bridge = bridge_name(options)};
+        return std::make_unique<mqtt_broker>(where, names, options.security, loop);
+    }
+    nats_storage storage;
+    storage.keep = options.keep_hours > 0 ? std::chrono::hours(options.keep_hours) : storage.keep;
+    storage.replicas = options.replicas > 0 ? static_cast<int64_t>(options.replicas) : storage.replicas;
     return std::make_unique<nats_broker>(where, options.site, storage, options.security, loop);
 }
 
@@ -185,6 +212,16 @@ void print_end(const bridge_report &report, std::ostream &out)
     }
 }
 
+/** Checks the name of the bridge: names of topics of boards would be ambiguous. */
+void require_bridge_name(const std::string &name)
+{
+    if (!name.empty() && (!is_batch_name(name) || name == "frames" || name == "state"))
+    {
+        throw usage_error("--bridge-name must be 1 to 64 letters, digits, \"-\" and \"_\", and neither "
+                          "\"frames\" nor \"state\"");
+    }
+}
+
 /** Checks options that depend on each other. */
 void require_complete(const bridge_options &options)
 {
@@ -193,8 +230,13 @@ void require_complete(const bridge_options &options)
         throw usage_error("--site must be 1 to 64 letters, digits, \"-\" and \"_\", not \"" + options.site +
                           "\"");
     }
+    require_bridge_name(options.bridge_name);
     // Before the spool takes its place on the disk.
-    (void)parse_broker_address(options.broker);
+    const auto where = parse_broker_address(options.broker);
+    if (where.kind == broker_kind::mqtt && (options.keep_hours > 0 || options.replicas > 0))
+    {
+        throw usage_error("--keep and --replicas are for NATS: an MQTT broker does not keep batches");
+    }
     require_complete(options.security);
 }
 
@@ -215,6 +257,7 @@ exit_code run_bridge(const bridge_options &options, const command_streams &strea
         streams.out << "metrics on port " << metrics->port() << "\n";
     }
     bridge passing({.site = options.site,
+                    .name = bridge_name(options),
                     .limits = {.bytes = options.batch_kilobytes << 10U,
                                .time = std::chrono::milliseconds(options.batch_milliseconds)},
                     .recalibrate = options.recalibrate},
@@ -245,7 +288,7 @@ command bridge_command()
     auto options = std::make_shared<bridge_options>();
     std::vector<command_option> list = {
         {.name = "BROKER",
-         .help = "Where frames go: nats:HOST[:PORT]",
+         .help = "Where frames go: nats:HOST[:PORT] or mqtt:HOST[:PORT]",
          .value = &options->broker,
          .required = true},
         configuration_argument(options->configuration),
@@ -254,6 +297,10 @@ command bridge_command()
          .value = &options->site,
          .value_name = "NAME",
          .required = true},
+        {.name = "--bridge-name",
+         .help = "Name of this bridge, which no other of the site has; that of the computer if not given",
+         .value = &options->bridge_name,
+         .value_name = "NAME"},
         {.name = "--connect",
          .help = "Address of a board; repeat it for several",
          .value = &options->connect,
@@ -284,15 +331,14 @@ command bridge_command()
          .value_name = "NUMBER",
          .default_value = "100"},
         {.name = "--keep",
-         .help = "Hours for which NATS keeps batches, if it does not have the stream yet",
+         .help = "Hours for which NATS keeps batches, if it does not have the stream yet; 24 if not given",
          .value = whole_number_value{.target = &options->keep_hours, .most = most_hours},
-         .value_name = "HOURS",
-         .default_value = "24"},
+         .value_name = "HOURS"},
         {.name = "--replicas",
-         .help = "Servers of a NATS cluster that keep each batch, if it does not have the stream yet",
+         .help = "Servers of a NATS cluster that keep each batch, if it does not have the stream yet; 1 if "
+                 "not given",
          .value = whole_number_value{.target = &options->replicas, .most = most_replicas},
-         .value_name = "NUMBER",
-         .default_value = "1"}};
+         .value_name = "NUMBER"}};
     for (auto &option : security_options(options->security))
     {
         list.push_back(std::move(option));

@@ -21,7 +21,7 @@ std::vector<command_option> security_options(broker_security &target)
          .value_name = "FILE"},
         {.name = "--tls-key", .help = "Key of the certificate", .value = &target.key, .value_name = "FILE"},
         {.name = "--credentials",
-         .help = "Credentials of the user: a .creds file",
+         .help = "File with the credentials of the user, as docs/fleet.md describes",
          .value = &target.credentials,
          .value_name = "FILE"}};
 }
@@ -31,6 +31,10 @@ void require_complete(const broker_security &given)
     if (given.certificate.empty() != given.key.empty())
     {
         throw usage_error("--tls-cert and --tls-key need each other: give both, or none");
+    }
+    if (!given.certificate.empty() && given.authorities.empty())
+    {
+        throw usage_error("--tls-cert needs --tls-ca, which switches TLS on");
     }
 }
 

@@ -18,7 +18,7 @@ std::vector<command_option> security_options(broker_security &target);
 /**
  * Checks the options above.
  *
- * @throws usage_error if a certificate is given without its key, or the other way round
+ * @throws usage_error if a certificate is given without its key, the other way round, or without TLS
  */
 void require_complete(const broker_security &given);
 

@@ -132,6 +132,11 @@ exit_code list_fleet(const fleet_options &options, const command_streams &stream
 {
     require_complete(options.security);
     const auto where = parse_broker_address(options.broker);
+    if (where.kind != broker_kind::nats)
+    {
+        throw usage_error("Boards behind an MQTT broker cannot be listed, only those behind a NATS server: "
+                          "subscribe to vantor/+/+/state with a program of your own");
+    }
     if (!options.site.empty() && !is_batch_name(options.site))
     {
         throw usage_error("--site is not the name of a site");

@@ -114,6 +114,7 @@ protected:
     fake_server ceiling;
     fake_server wall;
     bridge_settings settings{.site = "hall",
+                             .name = "west",
                              .limits = {.time = 20ms},
                              .interval = std::chrono::seconds(0),
                              .patience = std::chrono::seconds(60)};
@@ -167,6 +168,7 @@ TEST_F(bridge_test, publishes_the_states_of_the_boards)
     const auto state = last_state("A17");
     EXPECT_EQ(state["site"], "hall");
     EXPECT_EQ(state["board"], "A17");
+    EXPECT_EQ(state["bridge"], "west");
     EXPECT_EQ(state["online"], false);
     EXPECT_EQ(state["frames"], 5);
     EXPECT_EQ(state["waiting"], 0);

@@ -43,7 +43,7 @@ TEST(broker_address, is_told_from_the_address_of_a_server)
     EXPECT_TRUE(is_broker_address("nats:h"));
     EXPECT_TRUE(is_broker_address("nats:"));
     EXPECT_TRUE(is_broker_address("nats:h/a/b"));
-    for (const char *text : {"", "nats", "mqtt:h", "tcp:h:1", "sim:", "serial:/dev/ttyACM0", " nats:h"})
+    for (const char *text : {"", "nats", "mqtt", "tcp:h:1", "sim:", "serial:/dev/ttyACM0", " nats:h"})
     {
         EXPECT_FALSE(is_broker_address(text)) << text;
     }

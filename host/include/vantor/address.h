@@ -42,7 +42,7 @@ struct simulator_address
 /** A board behind a message broker. The program vantor can connect to it; this library cannot. */
 struct relayed_address
 {
-    std::string text; /**< "nats:HOST[:PORT]/SITE/BOARD[@TIME]"; not checked */
+    std::string text; /**< "nats:HOST[:PORT]/SITE/BOARD[@TIME]", or anything at an MQTT broker; not checked */
 };
 
 /** The address of a server. */
