@@ -55,7 +55,7 @@ board_state away()
 /** A state as it is reported. */
 std::string encoded(const board_state &state)
 {
-    return encode_state(state, "hall", moment, 5s);
+    return encode_state(state, {.site = "hall", .bridge = "cellar", .now = moment, .interval = 5s});
 }
 
 /** Expects that a state with a changed member is refused. */
@@ -70,14 +70,14 @@ TEST(state_of_a_board, is_a_line)
 {
     EXPECT_EQ(
         encoded(measuring()),
-        R"({"vantor_state":1,"site":"hall","board":"door","utc_s":1795435220.543,"interval_s":5,"online":true,)"
+        R"({"vantor_state":1,"site":"hall","board":"door","bridge":"cellar","utc_s":1795435220.543,"interval_s":5,"online":true,)"
         R"("address":"tcp:10.0.0.5:6110","sessions":2,"frames":400,"rate":19.5,"lost":3,"dropped":4,"waiting":5,)"
         R"("calibration_needed":true,"temperature":-7,"server_version":"0.1.0","board_name":"Ceiling",)"
         R"("board_id":"A17"})"
         "\n");
     EXPECT_EQ(
         encoded(away()),
-        R"({"vantor_state":1,"site":"hall","board":"door","utc_s":1795435220.543,"interval_s":5,"online":false,)"
+        R"({"vantor_state":1,"site":"hall","board":"door","bridge":"cellar","utc_s":1795435220.543,"interval_s":5,"online":false,)"
         R"("address":"tcp:10.0.0.5:6110","sessions":0,"frames":0,"rate":0.0,"lost":0,"dropped":0,"waiting":0,)"
         R"("calibration_needed":false,"fault":"Nobody is there."})"
         "\n");
