@@ -59,6 +59,12 @@ public:
         }
     }
 
+    /** Ends waiting in connect(), which then throws cancelled. Any thread may call it. */
+    void cancel()
+    {
+        loop_->cancel();
+    }
+
     /** Has a host served, after the one before. @param socket  of the host; it is closed */
     void serve(int socket)
     {
@@ -142,7 +148,8 @@ client::link_factory links_to_remote_board(const std::string &text, const broker
     };
     const auto service = std::make_shared<board_service>(parse_remote_board_address(text), security, tell);
     return [service, loop] {
-        run_beside(*loop, [&] { service->connect(); });
+        run_beside(
+            *loop, [&] { service->connect(); }, [&] { service->cancel(); });
         const auto [ours, theirs] = make_socket_pair();
         service->serve(theirs);
         return std::make_unique<local_link>(ours, loop);

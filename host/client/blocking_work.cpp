@@ -10,7 +10,7 @@
 namespace vantor
 {
 
-void run_beside(event_loop &loop, const std::function<void()> &work)
+void run_beside(event_loop &loop, const std::function<void()> &work, const std::function<void()> &cancel)
 {
     bool done = false;
     std::exception_ptr failure;
@@ -34,7 +34,12 @@ void run_beside(event_loop &loop, const std::function<void()> &work)
         work();
         return;
     }
-    loop.run_to_end([&done] { return done; });
+    const auto is_done = [&done] { return done; };
+    if (cancel && !loop.run_until(is_done, event_loop::time_point::max()))
+    {
+        cancel();
+    }
+    loop.run_to_end(is_done);
     other.join();
     if (failure)
     {

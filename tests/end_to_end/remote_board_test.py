@@ -1,9 +1,11 @@
 """Boards behind a broker as the source of `vantor record`: nothing is missing, or it is counted."""
 
+import csv
 import glob
 import json
 import os
 import re
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -103,6 +105,70 @@ class RemoteBoard(unittest.TestCase):
         self.wait_for_frames(broker)
         report = self.finished(recorder)
         self.assertEqual((report["frames"], report["frames_missing"]), (300, 0))
+
+    def last_tick(self):
+        """The tick of the last frame in the recording so far."""
+        table, = glob.glob(os.path.join(self.output, "*.csv"))
+        with open(table, encoding="utf-8") as file:
+            rows = list(csv.DictReader(file))
+        return int(rows[-1]["tick"] or 0)
+
+    def test_goes_on_when_the_broker_has_lost_its_store(self):
+        broker = self.enterContext(Broker())
+        server = self.enterContext(Server("--tcp", "0"))
+        bridge = self.bridge(broker, server, PACED)
+        self.wait_for_frames(broker)
+        recorder = self.recorder(broker, "--reconnect")
+        wait_until(lambda: self.recorded_frames() > 25, "a recording")
+        broker.kill()
+        shutil.rmtree(broker.store)
+        os.mkdir(broker.store)
+        broker.start()
+        self.wait_for_frames(broker)
+        frames, lost, dropped = map(int, re.search(r"frames: (\d+), lost: (\d+), dropped: (\d+)", bridge.stop()).groups())
+        self.assertEqual(dropped, 0)
+        last = broker.batches("door")[-2].frames[-1][0]["result_info"][0][0]["tick"]
+        wait_until(lambda: self.last_tick() >= last, "the last frame")
+        recorder.send_signal(signal.SIGINT)
+        output, errors = recorder.communicate(timeout=TIME_OUT)
+        self.assertEqual(recorder.returncode, 130, errors)
+        report = json.loads(output)
+        # Those that the recorder had not read when the store was lost are missing.
+        self.assertEqual(report["frames"] + report["frames_missing"], frames + lost)
+
+    def store_undescribed(self, broker):
+        """Stores the batches of a session without the one that describes it."""
+        server = self.enterContext(Server("--tcp", "0"))
+        bridge = self.bridge(broker, server, PACED)
+        self.wait_for_frames(broker)
+        bridge.stop()
+        with broker.client() as client:
+            described, *others = client.stored("vantor-hall-frames", "vantor.hall.door.frames")
+            self.assertIn(b'"metadata"', described.partition(b"\n")[0])
+            client.ask("$JS.API.STREAM.PURGE.vantor-hall-frames")
+            for batch in others:
+                self.assertNotIn(b'"metadata"', batch.partition(b"\n")[0])
+                client.publish(b"vantor.hall.door.frames", batch)
+        wait_until(lambda: len(broker.batches("door")) == len(others), "the batches")
+
+    def test_says_that_nothing_describes_a_session(self):
+        broker = self.enterContext(Broker())
+        self.store_undescribed(broker)
+        recorder = self.recorder(broker, "--frames", "10")
+        _, errors = recorder.communicate(timeout=TIME_OUT)
+        self.assertEqual(recorder.returncode, 4, errors)
+        self.assertIn("has sent nothing that describes its session", errors)
+
+    def test_stops_at_once_while_nothing_describes_a_session(self):
+        broker = self.enterContext(Broker())
+        self.store_undescribed(broker)
+        recorder = self.recorder(broker, "--frames", "10")
+        # It asks for the batches that nothing describes.
+        with broker.client() as client:
+            wait_until(lambda: client.ask("$JS.API.STREAM.INFO.vantor-hall-frames")["state"]["consumer_count"] == 1, "it to read")
+        recorder.send_signal(signal.SIGINT)
+        _, errors = recorder.communicate(timeout=TIME_OUT)
+        self.assertEqual(recorder.returncode, 130, errors)
 
     def test_counts_the_frames_that_a_full_spool_drops(self):
         broker = self.enterContext(Broker(starts=False))

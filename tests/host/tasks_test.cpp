@@ -626,6 +626,22 @@ TEST(tasks_of_a_real_loop, block_the_loop_if_there_can_be_no_further_thread)
     EXPECT_THROW(run_beside(loop, [] { throw std::runtime_error("failed"); }), std::runtime_error);
 }
 
+TEST(tasks_of_a_real_loop, end_what_blocks_when_they_are_cancelled)
+{
+    event_loop loop;
+    std::promise<void> released;
+    loop.spawn([&] {
+        const auto block = [&] {
+            released.get_future().wait();
+            throw std::runtime_error("ended");
+        };
+        EXPECT_THROW(run_beside(loop, block, [&] { released.set_value(); }), std::runtime_error);
+        EXPECT_THROW(loop.check_cancelled(), cancelled);
+    });
+    loop.spawn([&] { loop.cancel(); });
+    loop.run_tasks();
+}
+
 TEST(tasks_of_a_real_loop, do_not_leave_what_blocks_when_they_are_cancelled)
 {
     event_loop loop;

@@ -12,12 +12,15 @@ namespace vantor
 {
 
 /**
- * Runs a function on a thread of its own, while the caller waits on the loop, so that other tasks go on. The
- * wait cannot be cancelled. If there can be no further thread, the function runs on that of the caller.
+ * Runs a function on a thread of its own, while the caller waits on the loop, so that other tasks go on. If
+ * there can be no further thread, the function runs on that of the caller.
  *
+ * @param cancel  called if waiting is cancelled, to end the function soon; without it, the wait cannot be
+ *                cancelled
  * @throws what the function throws
  */
-void run_beside(event_loop &loop, const std::function<void()> &work);
+void run_beside(event_loop &loop, const std::function<void()> &work,
+                const std::function<void()> &cancel = nullptr);
 
 } // namespace vantor
 
