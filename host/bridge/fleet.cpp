@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <string_view>
-#include <tuple>
+#include <utility>
 
 #include "bridge/batch.h"
 #include "bridge/nats_connection.h"
@@ -58,12 +58,20 @@ uint64_t count_messages(jsCtx &streams, const std::string &name)
     return info->State.Msgs;
 }
 
-/** Adds the state in a message. */
-void add_state(natsMsg &received, fleet &boards)
+/** Adds the state in a message, unless it is that of another board than its subject names. */
+void add_state(natsMsg &received, const std::string &site, fleet &boards)
 try
 {
-    boards.boards.push_back(
-        decode_state({natsMsg_GetData(&received), static_cast<size_t>(natsMsg_GetDataLength(&received))}));
+    auto found =
+        decode_state({natsMsg_GetData(&received), static_cast<size_t>(natsMsg_GetDataLength(&received))});
+    const bool is_own =
+        found.site == site && nats_names(site).state_of(found.state.board) == natsMsg_GetSubject(&received);
+    if (!is_own)
+    {
+        ++boards.unreadable;
+        return;
+    }
+    boards.boards.push_back(std::move(found));
 }
 catch (const bad_batch &)
 {
@@ -90,7 +98,7 @@ nats_subscription add_site(jsCtx &streams, const std::string &site, fleet &board
         natsMsg *received = nullptr;
         require(natsSubscription_NextMsg(&received, created, state_time), "read the states of site " + site);
         const nats_message owned(received);
-        add_state(*received, boards);
+        add_state(*received, site, boards);
         jsMsgMetaData *about = nullptr;
         require(natsMsg_GetMetaData(&about, received), "read the states of site " + site);
         // Others may be reported meanwhile.
@@ -126,8 +134,10 @@ fleet read_fleet(const broker_address &where, const std::string &site, const bro
             ++found.unreadable;
         }
     }
-    std::ranges::sort(found.boards, {},
-                      [](const decoded_state &one) { return std::tie(one.site, one.state.board); });
+    std::ranges::sort(found.boards, [](const decoded_state &one, const decoded_state &other) {
+        return one.site == other.site ? comes_before(one.state.board, other.state.board)
+                                      : comes_before(one.site, other.site);
+    });
     return found;
 }
 

@@ -38,6 +38,9 @@ struct nats_names
 /** The site that has its states in a stream; nothing if it is another stream. */
 std::optional<std::string> site_of_states(std::string_view stream);
 
+/** Whether a name comes before another one in a list for people: "gate-2" before "gate-10". */
+bool comes_before(std::string_view name, std::string_view other) noexcept;
+
 /** The number that follows the prefix of a subject; nothing if none does. */
 std::optional<uint64_t> number_behind(std::string_view prefix, std::string_view subject);
 

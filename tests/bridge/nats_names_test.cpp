@@ -35,6 +35,20 @@ TEST(nats_names, tell_the_site_of_a_stream)
     EXPECT_EQ(site_of_states("vantor-" + std::string(65, 'a') + "-states"), std::nullopt);
 }
 
+TEST(nats_names, are_sorted_by_their_numbers)
+{
+    const std::vector<std::string> sorted = {"7",      "10",      "Gate-3",  "a",        "a-",
+                                             "gate",   "gate0",   "gate1b2", "gate1b10", "gate-02",
+                                             "gate-2", "gate-10", "gate-x",  "gate-x1"};
+    for (size_t i = 0; i < sorted.size(); ++i)
+    {
+        for (size_t j = 0; j < sorted.size(); ++j)
+        {
+            EXPECT_EQ(comes_before(sorted[i], sorted[j]), i < j) << sorted[i] << " " << sorted[j];
+        }
+    }
+}
+
 TEST(nats_names, tell_the_number_behind_a_prefix)
 {
     EXPECT_THAT(number_behind("inbox.", "inbox.17"), Optional(17U));
