@@ -263,6 +263,18 @@ bool spool::begin_slot()
 }
 
 std::string spool::read(const place &where) const
+try
+{
+    return read_once(where);
+}
+catch (const spool_error &)
+{
+    // Some disks fail only now and then.
+    return read_once(where);
+}
+
+/** Reads a batch; throws spool_error if that fails. */
+std::string spool::read_once(const place &where) const
 {
     record_header header;
     std::string bytes(where.size, '\0');

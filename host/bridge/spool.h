@@ -77,7 +77,7 @@ public:
     std::optional<place> add(std::string_view bytes);
 
     /**
-     * Reads a batch.
+     * Reads a batch, once more if that fails.
      *
      * @throws spool_error if the disk fails, or the bytes are not those that were added
      */
@@ -105,6 +105,7 @@ private:
         uint64_t waiting = 0; /**< batches that are not removed */
     };
 
+    [[nodiscard]] std::string read_once(const place &where) const;
     void open_file();
     void reserve(uint64_t wanted);
     void recover();

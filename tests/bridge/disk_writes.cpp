@@ -18,6 +18,7 @@ namespace
 
 disk_writes *present = nullptr;
 std::optional<int64_t> room;
+unsigned failures_of_reading = 0;
 
 /** Writes bytes. */
 int64_t write_bytes(int file, std::span<const std::byte> bytes, int64_t offset)
@@ -68,6 +69,16 @@ int64_t failing_writes::write(int file, std::span<const std::byte> bytes, int64_
     return write_bytes(file, written, offset);
 }
 
+failing_reads::failing_reads(unsigned count)
+{
+    failures_of_reading = count;
+}
+
+failing_reads::~failing_reads()
+{
+    failures_of_reading = 0;
+}
+
 full_disk::full_disk(int64_t bytes)
 {
     room = bytes;
@@ -87,6 +98,17 @@ extern "C" ssize_t pwrite(int file, const void *bytes, size_t count, off_t offse
     auto *const instead = vantor::test::present;
     return instead == nullptr ? vantor::test::write_bytes(file, range, offset)
                               : instead->write(file, range, offset);
+}
+
+extern "C" ssize_t pread(int file, void *bytes, size_t count, off_t offset)
+{
+    if (vantor::test::failures_of_reading > 0)
+    {
+        --vantor::test::failures_of_reading;
+        errno = EIO;
+        return -1;
+    }
+    return syscall(SYS_pread64, file, bytes, count, offset);
 }
 
 extern "C" int posix_fallocate(int file, off_t offset, off_t size)

@@ -73,6 +73,18 @@ private:
     uint64_t left_;
 };
 
+/** The next attempts to read a file with pread() fail, until the object is destroyed. */
+class failing_reads
+{
+public:
+    explicit failing_reads(unsigned count);
+    failing_reads(const failing_reads &) = delete;
+    failing_reads &operator=(const failing_reads &) = delete;
+    failing_reads(failing_reads &&) = delete;
+    failing_reads &operator=(failing_reads &&) = delete;
+    ~failing_reads();
+};
+
 /** While an object exists, files can grow to some bytes only. An attempt to reserve more reserves these. */
 class full_disk
 {

@@ -508,6 +508,22 @@ void use(killed_program &program)
     }
 }
 
+TEST_F(spool_test, reads_once_more_when_the_disk_fails)
+{
+    auto &store = open();
+    const auto where = store.add("a batch");
+    ASSERT_TRUE(where.has_value());
+    {
+        const test::failing_reads once(1);
+        EXPECT_EQ(store.read(*where), "a batch");
+    }
+    {
+        const test::failing_reads twice(2);
+        EXPECT_THROW((void)store.read(*where), spool_error);
+    }
+    EXPECT_EQ(store.read(*where), "a batch");
+}
+
 TEST_F(spool_test, loses_nothing_wherever_the_program_is_killed)
 {
     bool alive = false;
