@@ -111,9 +111,9 @@ void nats_reader::read_stream()
     }
     if (state_of(*streams).last < last_read_)
     {
-        // The server has lost the stream that was read, and has another one.
+        // The server has lost the stream that was read, or does not know its end yet.
         last_read_ = last_old_ = 0;
-        begin_time_ = 1;
+        begin_time_ = std::max(begin_time_, last_time_ - lead_time.count());
     }
     subscription = subscribe(*streams);
     {
@@ -240,6 +240,7 @@ void nats_reader::add(natsMsg &received)
         batches_.push_back(std::move(added));
     }
     last_read_ = sequence;
+    last_time_ = about->Timestamp;
     wake();
 }
 

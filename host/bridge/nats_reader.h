@@ -90,6 +90,7 @@ private:
     int64_t begin_time_ = 0; /**< of the first message to read, in nanoseconds since 1970 */
     uint64_t last_old_ = 0;  /**< the last message before this reader has begun */
     uint64_t last_read_ = 0; /**< the message that was read last */
+    int64_t last_time_ = 0;  /**< when that was stored, in nanoseconds since 1970 */
     // Of both.
     mutable std::mutex mutex_;
     std::condition_variable changed_;
