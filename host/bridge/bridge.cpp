@@ -119,7 +119,7 @@ void bridge::drain()
 void bridge::watch_broker()
 {
     auto fault = broker_.fault();
-    if (fault != fault_)
+    if (fault != fault_ && fault != broker::not_tried)
     {
         calls_.line("broker: " + (fault.empty() ? "connected" : fault));
         fault_ = std::move(fault);

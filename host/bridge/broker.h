@@ -58,6 +58,9 @@ public:
     /** Whether batches can be published now. */
     [[nodiscard]] virtual bool ready() const = 0;
 
+    /** The fault() of a broker that has not tried yet to connect. */
+    static constexpr const char *not_tried = "not connected yet";
+
     /** Why batches cannot be published, or why the last one was refused; empty if all is well. */
     [[nodiscard]] virtual std::string fault() const = 0;
 

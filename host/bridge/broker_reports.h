@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "bridge/broker.h"
 #include "vantor/event_loop.h"
 
 namespace vantor
@@ -85,7 +86,7 @@ private:
     // Of all threads.
     mutable std::mutex mutex_;
     std::vector<batch_answer> answers_;
-    std::string fault_ = "not connected yet";
+    std::string fault_ = broker::not_tried;
     std::string refusal_; /**< why a batch was refused last */
     clock::time_point refused_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true); /**< false when this object is destroyed */

@@ -238,8 +238,9 @@ void nats_broker::subscribe()
     const auto release = [](void *ended) {
         delete static_cast<std::shared_ptr<answer_sink> *>(ended);
     }; // NOLINT
-    require(natsSubscription_SetOnCompleteCB(subscription, release, closure.get()), "subscribe to answers");
-    (void)closure.release();
+    // Also if this fails, the library may use it.
+    auto *used = closure.release();
+    require(natsSubscription_SetOnCompleteCB(subscription, release, used), "subscribe to answers");
 }
 
 /** Creates a stream unless the server has one of this name, whose settings stay. */

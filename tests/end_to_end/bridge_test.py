@@ -3,11 +3,12 @@
 import json
 import os
 import re
+import signal
 import tempfile
 import unittest
 import urllib.request
 
-from broker_process import Bridge, Broker, free_port, lost_frames, sessions
+from broker_process import SITE, Bridge, Broker, free_port, lost_frames, sessions
 from vantor_process import Server, vantor, wait_until
 
 SMALL = {"update_rate": 50.0, "groups": [[{"sensor_id": 1, "config": {"num_points": 50}}]]}
@@ -23,14 +24,14 @@ class BridgeTest(unittest.TestCase):
         self.directory = self.enterContext(tempfile.TemporaryDirectory())
         self.spool = os.path.join(self.directory, "spool")
 
-    def bridge(self, broker, servers, *arguments, configuration=None, names=()):
+    def bridge(self, broker, servers, *arguments, configuration=None, names=(), site=SITE):
         """Starts a bridge from servers to a broker."""
         path = os.path.join(self.directory, "config.json")
         with open(path, "w", encoding="utf-8") as file:
             json.dump(configuration or SMALL, file)
         names = names or [f"board-{number}" for number in range(len(servers))]
         connect = [f"--connect={name}={server.address}" for name, server in zip(names, servers)]
-        return self.enterContext(Bridge(broker.address, path, *connect, *arguments, spool=self.spool))
+        return self.enterContext(Bridge(broker.address, path, *connect, *arguments, spool=self.spool, site=site))
 
     def server(self, *arguments):
         """Starts a server."""
@@ -50,9 +51,9 @@ class BridgeTest(unittest.TestCase):
         ticks = [header["result_info"][0][0]["tick"] for batch in batches for header, _ in batch.frames]
         self.assertEqual(ticks, sorted(set(ticks)))
 
-    def stopped(self, bridge):
+    def stopped(self, bridge, request=signal.SIGINT):
         """Stops a bridge; returns the numbers of its last line."""
-        output = bridge.stop()
+        output = bridge.stop(request)
         numbers = re.search(r"frames: (\d+), lost: (\d+), dropped: (\d+), batches stored: (\d+)", output)
         self.assertIsNotNone(numbers, output)
         return dict(zip(("frames", "lost", "dropped", "stored"), map(int, numbers.groups())))
@@ -165,6 +166,59 @@ class BadDays(BridgeTest):
         first, last = sessions(broker.batches("board-0"))
         self.assertGreater(sum(batch.header["frames"] for batch in first), stored)
         self.assertEqual((lost_frames(first), lost_frames(last)), (0, 0))
+
+    def test_ends_while_the_broker_hangs(self):
+        broker = self.enterContext(Broker())
+        server = self.server()
+        bridge = self.bridge(broker, [server])
+        wait_until(lambda: self.frames_of(broker) >= 25, "25 frames")
+        broker.process.send_signal(signal.SIGSTOP)
+        wait_until(lambda: re.search("broker: (the server did|Cannot)", bridge.messages()), "the bridge to notice it")
+        counted = self.stopped(bridge, signal.SIGTERM)
+        broker.process.send_signal(signal.SIGCONT)
+        following = self.bridge(broker, [server])
+        wait_until(lambda: len(sessions(broker.batches("board-0"))) == 2, "the session of the second bridge")
+        self.stopped(following)
+        first, last = sessions(broker.batches("board-0"))
+        self.assertEqual((lost_frames(first), lost_frames(last)), (0, 0))
+        self.assertEqual(sum(batch.header["frames"] for batch in first), counted["frames"])
+        self.assertEqual(first[-1].header["end"], "the bridge was stopped")
+
+    def test_leaves_the_batches_of_another_site_in_the_spool(self):
+        broker = self.enterContext(Broker(starts=False))
+        server = self.server()
+        hall = self.bridge(broker, [server])
+        hall.wait_for("Cannot connect")
+        hall.wait_for("measuring")
+        counted = self.stopped(hall)
+        broker.start()
+        yard = self.bridge(broker, [server], site="yard")
+        wait_until(lambda: broker.batches("board-0", "yard"), "a batch of the other site")
+        self.stopped(yard)
+        self.assertEqual(broker.batches("board-0"), [])
+        self.assertEqual(len(sessions(broker.batches("board-0", "yard"))), 1)
+        hall = self.bridge(broker, [server])
+        wait_until(lambda: len(sessions(broker.batches("board-0"))) == 2, "the next session of the first site")
+        self.stopped(hall)
+        first, _ = sessions(broker.batches("board-0"))
+        self.assertEqual(sum(batch.header["frames"] for batch in first), counted["frames"])
+        self.assertEqual(lost_frames(first), 0)
+
+    def test_stands_forged_answers(self):
+        broker = self.enterContext(Broker())
+        bridge = self.bridge(broker, [self.server()])
+        forged = [b"", b"[]", b"{", b"{}", b'{"error":1}', b'{"error":{"code":503}}', b'{"stream":"other","seq":1}',
+                  b'{"stream":"vantor-hall-frames"}', b"[" * 3000, b'{"seq":"' + b"x" * 5000 + b'"}']
+        with broker.client() as client:
+            subjects = client.reply_subjects(b"vantor.hall.board-0.frames")
+            for number in range(60):
+                inbox, _, token = next(subjects).rpartition(b".")
+                for answered in (token, b"%d" % (int(token) + 1), b"x", b"18446744073709551616"):
+                    client.publish(inbox + b"." + answered, forged[number % len(forged)])
+        wanted = self.frames_of(broker) + 25
+        wait_until(lambda: self.frames_of(broker) >= wanted, "frames after the forged answers")
+        counted = self.stopped(bridge)
+        self.expect_complete(broker, "board-0", counted["frames"])
 
     def test_counts_what_a_full_spool_drops(self):
         broker = self.enterContext(Broker(starts=False))
