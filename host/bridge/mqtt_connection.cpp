@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <fstream>
 #include <string_view>
 #include <utility>
@@ -40,7 +41,9 @@ std::string text_of(int reason)
         return "another bridge of the site has the same name; use --bridge-name";
     }
     // Not every broker says why.
-    if (reason == MOSQ_ERR_CONN_LOST)
+    const bool is_closed =
+        reason == MOSQ_ERR_CONN_LOST || (reason == MOSQ_ERR_ERRNO && (errno == EPIPE || errno == ECONNRESET));
+    if (is_closed)
     {
         return "it was closed; if that happens again and again, another bridge of the site has the same name";
     }
