@@ -7,13 +7,14 @@ import os
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import time
 import unittest
 
 from broker_process import Bridge, Broker, lost_frames
-from vantor_process import TIME_OUT, VANTOR, Server, vantor, wait_until
+from vantor_process import TIME_OUT, VANTOR, Host, Server, SocketStream, vantor, wait_until
 
 PACED = {"update_rate": 50.0, "groups": [[{"sensor_id": 1, "config": {"num_points": 50}}]]}
 UNPACED = {"groups": [[{"sensor_id": 1, "config": {"num_points": 50}}, {"sensor_id": 2, "config": {"num_points": 20}}]]}
@@ -200,6 +201,60 @@ class RemoteBoard(unittest.TestCase):
         frames = self.frames_of(broker)
         report = self.finished(self.recorder(broker, "--frames", str(frames), "--reconnect"))
         self.assertEqual((report["frames"], report["frames_missing"]), (frames, 0))
+
+    def test_replay_goes_on_with_the_next_session(self):
+        broker = self.enterContext(Broker())
+        server = self.enterContext(Server("--tcp", "0"))
+        bridge = self.bridge(broker, server, PACED)
+        self.wait_for_frames(broker)
+        replay = self.enterContext(subprocess.Popen([VANTOR, "replay", f"{broker.address}/hall/door@{LONG_AGO}"],
+                                                    stdout=subprocess.PIPE, text=True))
+        self.addCleanup(replay.kill)
+        address = replay.stdout.readline().removeprefix("listening on ").strip()
+        recorder = subprocess.Popen([VANTOR, "record", "--connect", address, "--output", self.output, "--json",
+                                     "--reconnect"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(recorder.kill)
+        wait_until(lambda: self.recorded_frames() >= 25, "a recording")
+        bridge.stop()
+        following = self.bridge(broker, server, PACED)
+        self.wait_for_frames(broker)
+        following.stop()
+        frames = self.frames_of(broker)
+        wait_until(lambda: self.recorded_frames() >= frames, "all frames in the recording")
+        recorder.send_signal(signal.SIGINT)
+        output, errors = recorder.communicate(timeout=TIME_OUT)
+        self.assertEqual(recorder.returncode, 130, errors)
+        report = json.loads(output)
+        self.assertEqual((report["frames"], report["frames_missing"]), (frames, 0))
+
+    def test_replay_keeps_notes_out_of_the_link(self):
+        with Server("--tcp", "0", "--clock", "virtual") as server:
+            configuration = os.path.join(self.directory, "config.json")
+            with open(configuration, "w", encoding="utf-8") as file:
+                json.dump(UNPACED, file)
+            made = vantor("record", configuration, "--frames", 3, "--connect", server.address, "--output", self.output)
+            self.assertEqual(made.returncode, 0, made.stderr)
+        ours, theirs = socket.socketpair()
+        with theirs:
+            replay = subprocess.Popen([VANTOR, "replay", self.output, "--stdio", "--speed", "max"], stdin=theirs, stdout=theirs,
+                                      stderr=subprocess.PIPE, text=True)
+        self.addCleanup(replay.kill)
+        with Host(SocketStream.of(ours)) as host:
+            configuration = host.ask("identify")["configuration"]
+            self.assertEqual(host.ask("configure", configuration=configuration)["status"], "ok")
+            self.assertEqual(host.ask("start")["status"], "ok")
+            # More than the recording has: it starts again. Each message is a frame.
+            for _ in range(10):
+                self.assertIn("result_info", host.message()[0])
+            replay.send_signal(signal.SIGINT)
+            with self.assertRaises(EOFError):
+                while True:
+                    self.assertIn("result_info", host.message()[0])
+            self.assertEqual(host.pending, b"")
+        errors = replay.communicate(timeout=TIME_OUT)[1]
+        self.assertEqual(replay.returncode, 0, errors)
+        self.assertIn("starts again after the last of 3 frames", errors)
+        self.assertIn("stopped; hosts served: 1", errors)
 
     def test_begins_at_a_time(self):
         broker = self.enterContext(Broker())

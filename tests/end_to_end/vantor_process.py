@@ -198,6 +198,14 @@ class SocketStream:
     def __init__(self, name, port):
         self.socket = socket.create_connection((name, port), TIME_OUT)
 
+    @classmethod
+    def of(cls, connected):
+        """Bytes over a socket that is connected."""
+        stream = cls.__new__(cls)
+        stream.socket = connected
+        connected.settimeout(TIME_OUT)
+        return stream
+
     def send(self, data):
         self.socket.sendall(data)
 
