@@ -93,6 +93,7 @@ void bridge::work()
         }
         publisher_.run();
         watch_broker();
+        watch_losses();
         if (loop_->now() - reported_ >= settings_.interval)
         {
             publish_states();
@@ -119,21 +120,32 @@ void bridge::drain()
 void bridge::watch_broker()
 {
     auto fault = broker_.fault();
-    if (fault != fault_ && fault != broker::not_tried)
+    if (fault != fault_)
     {
         calls_.line("broker: " + (fault.empty() ? "connected" : fault));
         fault_ = std::move(fault);
     }
-    if (const auto count = publisher_.counted().too_large; count > too_large_)
+}
+
+/** Tells the user once for each reason that batches are lost. */
+void bridge::watch_losses()
+{
+    const auto &now = publisher_.counted();
+    if (now.refused > 0 && told_.refused == 0)
     {
-        if (too_large_ == 0)
-        {
-            calls_.line("broker: it does not take batches of more than " + std::to_string(broker_.largest()) +
-                        " bytes, so that large frames are lost: raise its " + broker_.limit_names() +
-                        ", or measure smaller frames");
-        }
-        too_large_ = count;
+        calls_.line("spool: frames are dropped, because the spool is full");
     }
+    if (now.unwritten > 0 && told_.unwritten == 0)
+    {
+        calls_.line("spool: frames are dropped, because the spool cannot be written");
+    }
+    if (now.too_large > 0 && told_.too_large == 0)
+    {
+        calls_.line("broker: it does not take batches of more than " + std::to_string(broker_.largest()) +
+                    " bytes, so that large frames are lost: raise its " + broker_.limit_names() +
+                    ", or measure smaller frames");
+    }
+    told_ = now;
 }
 
 /** Reports the states of all boards. */

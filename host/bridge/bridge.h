@@ -75,6 +75,7 @@ private:
     void work();
     void drain();
     void watch_broker();
+    void watch_losses();
     void publish_states();
 
     bridge_settings settings_;
@@ -88,8 +89,8 @@ private:
     std::deque<bridge_board> boards_;
     size_t running_ = 0; /**< boards whose task has not ended */
     bridge_report report_;
-    std::string fault_;      /**< of the broker, as reported last */
-    uint64_t too_large_ = 0; /**< batches that were too large for it, when last looked at */
+    std::string fault_ = broker::not_tried; /**< of the broker, as reported last */
+    publisher::counts told_;                /**< what the user was told about */
     event_loop::time_point reported_;
 };
 

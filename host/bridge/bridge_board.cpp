@@ -156,10 +156,6 @@ void bridge_board::publish(const std::string &bytes, uint64_t frames)
 {
     if (!context_.batches.add(state_.board, bytes))
     {
-        if (state_.dropped == 0)
-        {
-            context_.report(state_.board + ": frames are dropped, because the spool is full");
-        }
         state_.dropped += frames;
         if (batcher_ != nullptr)
         {

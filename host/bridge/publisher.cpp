@@ -51,6 +51,7 @@ bool publisher::add(const std::string &board, std::string_view bytes)
     const auto place = spool_.add(bytes);
     if (!place)
     {
+        ++(spool_.is_full() ? counts_.refused : counts_.unwritten);
         return false;
     }
     ++waiting_;

@@ -31,6 +31,8 @@ public:
         uint64_t stored_bytes = 0; /**< of these */
         uint64_t repeated = 0;     /**< how often a batch was to be published again */
         uint64_t damaged = 0;      /**< batches that could not be read from the spool */
+        uint64_t refused = 0;      /**< batches that are lost because the spool was full */
+        uint64_t unwritten = 0;    /**< batches that are lost because the spool could not be written */
         uint64_t too_large = 0;    /**< batches that the broker does not take, which are lost */
     };
 
@@ -47,7 +49,7 @@ public:
     /**
      * Adds a batch.
      *
-     * @return false if the spool has no room for it: the batch is lost
+     * @return false if the spool does not take it: the batch is lost
      */
     bool add(const std::string &board, std::string_view bytes);
 

@@ -86,6 +86,12 @@ public:
     /** Removes a batch. */
     void remove(const place &where) noexcept;
 
+    /** Whether no slot is free: only the one that is being filled can take further batches. */
+    [[nodiscard]] bool is_full() const noexcept
+    {
+        return free_.empty();
+    }
+
     /** Bytes in slots that are not free. */
     [[nodiscard]] uint64_t used() const noexcept;
 

@@ -3,10 +3,12 @@
  */
 #include "bridge/bridge.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
 
+#include "example_batch.h"
 #include "fake_server.h"
 #include "stored_batches.h"
 #include "temporary_directory.h"
@@ -199,6 +201,22 @@ TEST_F(bridge_test, measures_with_one_of_two_boards_that_have_the_same_name)
     EXPECT_THAT(lines, Contains(AllOf(StartsWith("tcp:127.0.0.1:"),
                                       HasSubstr("Another board of this bridge is called \"A17\""))));
     EXPECT_THAT(stored_session(target, "A17", 1), IsEmpty());
+}
+
+TEST_F(bridge_test, says_once_that_the_spool_is_full)
+{
+    auto header = test::example_header(0);
+    header.site = "yard";
+    {
+        spool store(directory / "spool", {.file = 1U << 20U, .slot = 1U << 16U});
+        while (store.add(encode_batch(header, std::string(10'000, 'x'))))
+        {
+        }
+    }
+    const auto drops = [](const board_state &board) { return board.dropped > 0; };
+    run({board_at(ceiling), board_at(wall)},
+        [&] { return !reports.empty() && std::ranges::all_of(reports.back().boards, drops); });
+    EXPECT_EQ(std::ranges::count(lines, "spool: frames are dropped, because the spool is full"), 1);
 }
 
 TEST_F(bridge_test, gives_a_name_to_the_board_that_it_was_given_for)

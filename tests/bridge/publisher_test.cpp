@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 
 #include "bridge/batch.h"
+#include "disk_writes.h"
 #include "example_batch.h"
 #include "fake_broker.h"
 #include "manual_clock.h"
@@ -317,10 +318,23 @@ TEST_F(publisher_test, refuses_a_batch_when_the_spool_is_full)
         ++added;
     }
     EXPECT_GT(added, 1U);
+    EXPECT_EQ(batches->counted().refused, 1U);
+    EXPECT_EQ(batches->counted().unwritten, 0U);
     EXPECT_EQ(batches->waiting(), added);
     store_all();
     EXPECT_EQ(target.stored.size(), added);
     EXPECT_TRUE(batches->add("door", batch_of("door", added)));
+}
+
+TEST_F(publisher_test, counts_what_the_disk_does_not_take)
+{
+    {
+        test::failing_writes disk(0);
+        EXPECT_FALSE(batches->add("door", batch_of("door", 0)));
+    }
+    EXPECT_EQ(batches->counted().unwritten, 1U);
+    EXPECT_EQ(batches->counted().refused, 0U);
+    EXPECT_EQ(batches->waiting(), 0U);
 }
 
 TEST_F(publisher_test, gives_up_any_number_of_batches_on_the_stack_of_a_task)
