@@ -138,7 +138,8 @@ TEST_F(bridge_test, passes_the_frames_of_all_boards_on)
         EXPECT_EQ(session.front().header.site, "hall");
         EXPECT_THAT(stored_session(target, board, 1), IsEmpty());
     }
-    EXPECT_THAT(lines, testing::UnorderedElementsAre("A17: measuring", "gate: measuring"));
+    EXPECT_THAT(lines,
+                testing::UnorderedElementsAre("broker: connected", "A17: measuring", "gate: measuring"));
 }
 
 TEST_F(bridge_test, reports_the_boards_and_itself)
