@@ -92,8 +92,8 @@ void remote_board::begin()
         // Another session has begun that nothing describes yet.
         return;
     }
-    session_ = ready_.empty() ? described_ : ready_.front()->session;
-    session_name_ = ready_.empty() ? described_name_ : ready_.front()->content.header.session;
+    session_ = ready_.empty() ? described_ : ready_.front().session;
+    session_name_ = ready_.empty() ? described_name_ : ready_.front().session_name;
 }
 
 void remote_board::start()
@@ -107,14 +107,17 @@ std::optional<std::string> remote_board::take_due()
     {
         return std::nullopt;
     }
-    const auto &front = *ready_.front();
-    auto message = with_missing(front.content.messages[taken_], front.missing);
-    if (++taken_ == front.content.messages.size())
-    {
-        ready_.pop_front();
-        taken_ = 0;
-    }
-    return message;
+    return ready_.take();
+}
+
+void remote_board::note_sent(uint64_t end)
+{
+    ready_.note_sent(end);
+}
+
+void remote_board::put_back_unread(uint64_t read)
+{
+    ready_.put_back_unread(read);
 }
 
 std::optional<std::string> remote_board::take_next()
@@ -138,7 +141,7 @@ event_loop::time_point::duration remote_board::time_until_due()
 bool remote_board::has_ended()
 {
     fill();
-    const auto &arrived = ready_.empty() ? described_name_ : ready_.front()->content.header.session;
+    const auto &arrived = ready_.empty() ? described_name_ : ready_.front().session_name;
     return arrived != session_name_;
 }
 
@@ -159,7 +162,7 @@ void remote_board::fill()
         }
         try
         {
-            add(std::move(*stored));
+            add(*stored);
         }
         catch (const bad_batch &fault)
         {
@@ -169,19 +172,16 @@ void remote_board::fill()
 }
 
 /** Adds a batch to those that can be taken, if it is wanted. */
-void remote_board::add(stored_batch stored)
+void remote_board::add(const stored_batch &stored)
 {
-    auto next = std::make_unique<ready_batch>();
-    next->bytes = std::move(stored.bytes);
-    next->content = decode_batch(next->bytes);
-    const auto &header = next->content.header;
+    const auto content = decode_batch(stored.bytes);
+    const auto &header = content.header;
     const auto found = order_.add(header);
     if (found.repeated)
     {
         return;
     }
     describe(header, found.begins);
-    stored.bytes.clear();
     if (session_ && !described_)
     {
         lost_ += found.lost_frames + header.frames;
@@ -194,11 +194,11 @@ void remote_board::add(stored_batch stored)
         return;
     }
     note_loss(found);
-    if (!next->content.messages.empty())
+    for (const auto message : content.messages)
     {
-        next->missing = header.missing + lost_;
-        next->session = described_;
-        ready_.push_back(std::move(next));
+        ready_.push({.message = with_missing(message, header.missing + lost_),
+                     .session_name = header.session,
+                     .session = described_});
     }
 }
 

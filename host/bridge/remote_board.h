@@ -5,7 +5,6 @@
 #define VANTOR_REMOTE_BOARD_H
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,6 +12,7 @@
 
 #include "bridge/batch.h"
 #include "bridge/batch_order.h"
+#include "bridge/frame_queue.h"
 #include "bridge/nats_reader.h"
 #include "replay/served_stream.h"
 #include "vantor/event_loop.h"
@@ -50,31 +50,26 @@ public:
     std::optional<std::string> take_due() override;
     std::optional<std::string> take_next() override;
     [[nodiscard]] event_loop::time_point::duration time_until_due() override;
+    void note_sent(uint64_t end) override;
     [[nodiscard]] bool has_ended() override;
+
+    /** Gives the frames again that a host was sent and has not read. @param read  how many bytes hosts have
+     * read */
+    void put_back_unread(uint64_t read);
 
 private:
     void fill();
-    void add(stored_batch stored);
+    void add(const stored_batch &stored);
     void describe(const batch_header &header, bool begins);
     [[nodiscard]] bool is_wanted(const batch_header &header, const stored_batch &stored) const;
     void note_loss(const batch_order::verdict &found);
-
-    /** A batch whose frames can be taken. */
-    struct ready_batch
-    {
-        std::string bytes;
-        batch content;        /**< refers to the bytes */
-        uint64_t missing = 0; /**< frames that were lost before its last frame, in its session */
-        std::shared_ptr<const batch_session> session; /**< of the batch */
-    };
 
     remote_board_address where_;
     reporter report_;
     event_loop &loop_;
     nats_reader reader_;
     batch_order order_;
-    std::deque<std::unique_ptr<ready_batch>> ready_;
-    size_t taken_ = 0;                             /**< messages of the first of them */
+    frame_queue ready_;
     std::shared_ptr<const batch_session> session_; /**< of what can be taken */
     std::string session_name_;
     std::shared_ptr<const batch_session> described_; /**< of the batches that arrive; null if not known */

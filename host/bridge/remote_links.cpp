@@ -4,17 +4,20 @@
 #include "bridge/remote_links.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <memory>
 #include <optional>
+#include <span>
 #include <thread>
 #include <utility>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "bridge/frame_queue.h"
 #include "bridge/remote_board.h"
 #include "client/local_link.h"
 #include "replay/replay_server.h"
@@ -24,6 +27,44 @@ namespace vantor
 {
 namespace
 {
+
+/** The end of a link that a host uses: counts the bytes that it reads. */
+class counting_link : public local_link
+{
+public:
+    /** @param read  counts bytes */
+    counting_link(int socket, std::shared_ptr<event_loop> loop, std::shared_ptr<std::atomic<uint64_t>> read)
+        : local_link(socket, std::move(loop)), read_(std::move(read))
+    {
+    }
+
+    size_t read_some(std::span<std::byte> buffer, std::chrono::milliseconds timeout) override
+    {
+        return counted(local_link::read_some(buffer, timeout));
+    }
+
+    size_t read_both(std::span<std::byte> first, std::span<std::byte> second,
+                     std::chrono::milliseconds timeout) override
+    {
+        return counted(local_link::read_both(first, second, timeout));
+    }
+
+private:
+    size_t counted(size_t count)
+    {
+        *read_ += count;
+        return count;
+    }
+
+    std::shared_ptr<std::atomic<uint64_t>> read_;
+};
+
+/** The end of a link that a service uses. */
+struct host_end
+{
+    int socket = -1;
+    std::shared_ptr<std::atomic<uint64_t>> read; /**< bytes that the host has read */
+};
 
 /** Serves a board to one host after the other, on a thread of its own. */
 class board_service
@@ -65,15 +106,15 @@ public:
         loop_->cancel();
     }
 
-    /** Has a host served, after the one before. @param socket  of the host; it is closed */
-    void serve(int socket)
+    /** Has a host served, after the one before, whose link is closed. @param host  its socket is closed */
+    void serve(const host_end &host)
     {
-        loop_->post([this, socket] {
+        loop_->post([this, host] {
             if (next_)
             {
-                ::close(*next_);
+                ::close(next_->socket);
             }
-            next_ = socket;
+            next_ = host;
         });
     }
 
@@ -103,7 +144,10 @@ private:
     {
         if (next_)
         {
-            local_link host(*std::exchange(next_, std::nullopt), loop_);
+            board_->put_back_unread(sent_before_ + (served_.read ? served_.read->load() : 0));
+            sent_before_ = counts_.bytes_sent;
+            served_ = *std::exchange(next_, std::nullopt);
+            local_link host(served_.socket, loop_);
             replay_server(*board_, host, counts_).run([this] { return stop_ || next_; });
         }
     }
@@ -114,12 +158,14 @@ private:
     std::shared_ptr<event_loop> loop_ = std::make_shared<event_loop>();
     std::unique_ptr<remote_board> board_;
     replay_counts counts_;
-    std::optional<int> next_; /**< the socket of the host that waits */
+    host_end served_;              /**< the host that was served last */
+    uint64_t sent_before_ = 0;     /**< bytes that hosts before that one were sent */
+    std::optional<host_end> next_; /**< the host that waits */
     bool stop_ = false;
     std::thread thread_;
 };
 
-/** A pair of connected sockets. */
+/** A pair of connected sockets. The buffer of the second one is smaller than what a frame_queue keeps. */
 std::array<int, 2> make_socket_pair()
 {
     std::array<int, 2> sockets{};
@@ -127,6 +173,8 @@ std::array<int, 2> make_socket_pair()
     {
         throw connect_error(std::string("Cannot make a socket: ") + std::strerror(errno) + ".");
     }
+    const int size = frame_queue::most_unread / 4; // Linux doubles it.
+    ::setsockopt(sockets[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     return sockets;
 }
 
@@ -151,8 +199,9 @@ client::link_factory links_to_remote_board(const std::string &text, const broker
         run_beside(
             *loop, [&] { service->connect(); }, [&] { service->cancel(); });
         const auto [ours, theirs] = make_socket_pair();
-        service->serve(theirs);
-        return std::make_unique<local_link>(ours, loop);
+        const auto read = std::make_shared<std::atomic<uint64_t>>(0);
+        service->serve({.socket = theirs, .read = read});
+        return std::make_unique<counting_link>(ours, loop, read);
     };
 }
 

@@ -87,6 +87,7 @@ void replay_server::send_due_frame()
 /** Sends a frame. */
 void replay_server::send_frame(const std::string &message)
 {
+    stream_.note_sent(counts_.bytes_sent + message.size());
     send(message);
     ++counts_.frames;
 }

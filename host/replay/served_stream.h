@@ -4,6 +4,7 @@
 #ifndef VANTOR_SERVED_STREAM_H
 #define VANTOR_SERVED_STREAM_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -54,6 +55,15 @@ public:
      * @throws cancelled if waiting was cancelled
      */
     virtual std::optional<std::string> take_next() = 0;
+
+    /**
+     * The frame that was taken is now sent to the host, which may fail.
+     *
+     * @param end  bytes that hosts were sent, with this frame
+     */
+    virtual void note_sent(uint64_t /*end*/)
+    {
+    }
 
     /** Time until the next frame may be due, after start(). */
     [[nodiscard]] virtual event_loop::time_point::duration time_until_due() = 0;
