@@ -110,8 +110,8 @@ void check_state(std::string_view bytes)
 try
 {
     const auto found = vantor::decode_state(bytes);
-    const auto again =
-        vantor::decode_state(vantor::encode_state(found.state, found.site, {}, std::chrono::seconds(1)));
+    const auto again = vantor::decode_state(vantor::encode_state(
+        found.state, {.site = found.site, .bridge = "b", .now = {}, .interval = std::chrono::seconds(1)}));
     check(values(again.state) == values(found.state));
     check(again.site == found.site);
 }
