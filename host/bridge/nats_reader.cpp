@@ -105,15 +105,18 @@ void nats_reader::read_stream()
     nats_streams streams;
     const auto link = dialer_.connect();
     streams = open_streams(*link);
+    const auto stream = state_of(*streams);
     if (begin_time_ == 0)
     {
-        find_begin(*streams);
+        find_begin(*streams, stream);
+        created_ = stream.created;
     }
-    if (state_of(*streams).last < last_read_)
+    if (stream.last < last_read_ || stream.created != created_)
     {
         // The server has lost the stream that was read, or does not know its end yet.
         last_read_ = last_old_ = 0;
         begin_time_ = std::max(begin_time_, last_time_ - lead_time.count());
+        created_ = stream.created;
     }
     subscription = subscribe(*streams);
     {
@@ -129,9 +132,9 @@ void nats_reader::read_stream()
 }
 
 /** Finds out where to begin, and what was stored before. */
-void nats_reader::find_begin(jsCtx &streams)
+void nats_reader::find_begin(jsCtx &streams, const stream_state &stream)
 {
-    if (state_of(streams).messages == 0)
+    if (stream.messages == 0)
     {
         // Not asked for its last message: some servers cannot answer that.
         refuse_board();
@@ -168,7 +171,7 @@ nats_reader::stream_state nats_reader::state_of(jsCtx &streams) const
         return {};
     }
     require(status, "ask for the frames of board " + where_.board);
-    return {.messages = info->State.Msgs, .last = info->State.LastSeq};
+    return {.messages = info->State.Msgs, .last = info->State.LastSeq, .created = info->Created};
 }
 
 /** Throws an error: there is no such board. */

@@ -67,12 +67,13 @@ private:
     struct stream_state
     {
         uint64_t messages = 0;
-        uint64_t last = 0; /**< the number of the last one */
+        uint64_t last = 0;   /**< the number of the last one */
+        int64_t created = 0; /**< when the stream was created, in nanoseconds since 1970 */
     };
 
     void work();
     void read_stream();
-    void find_begin(jsCtx &streams);
+    void find_begin(jsCtx &streams, const stream_state &stream);
     [[nodiscard]] stream_state state_of(jsCtx &streams) const;
     [[noreturn]] void refuse_board() const;
     nats_subscription subscribe(jsCtx &streams) const;
@@ -88,6 +89,7 @@ private:
     // Of the thread.
     nats_dialer dialer_;
     int64_t begin_time_ = 0; /**< of the first message to read, in nanoseconds since 1970 */
+    int64_t created_ = 0;    /**< when the stream that is read was created */
     uint64_t last_old_ = 0;  /**< the last message before this reader has begun */
     uint64_t last_read_ = 0; /**< the message that was read last */
     int64_t last_time_ = 0;  /**< when that was stored, in nanoseconds since 1970 */

@@ -128,7 +128,8 @@ class RemoteBoard(unittest.TestCase):
         self.wait_for_frames(broker)
         frames, lost, dropped = map(int, re.search(r"frames: (\d+), lost: (\d+), dropped: (\d+)", bridge.stop()).groups())
         self.assertEqual(dropped, 0)
-        last = broker.batches("door")[-2].frames[-1][0]["result_info"][0][0]["tick"]
+        headers = [header for batch in broker.batches("door") for header, _ in batch.frames]
+        last = headers[-1]["result_info"][0][0]["tick"]
         wait_until(lambda: self.last_tick() >= last, "the last frame")
         recorder.send_signal(signal.SIGINT)
         output, errors = recorder.communicate(timeout=TIME_OUT)
