@@ -43,6 +43,18 @@ const nlohmann::json &read_object(const nlohmann::json &line, const char *name)
     return found;
 }
 
+/** The name of a session. */
+std::string session_member(const nlohmann::json &line)
+{
+    constexpr size_t longest = 128;
+    auto name = text_member(line, "session");
+    if (name.empty() || name.size() > longest)
+    {
+        throw bad_batch("The name of the session is empty, or too long.");
+    }
+    return name;
+}
+
 /** Reads what describes the session; null if there is nothing. */
 std::shared_ptr<const batch_session> read_session(const nlohmann::json &line)
 {
@@ -70,7 +82,7 @@ batch_header read_header(const nlohmann::json &line, size_t size)
     }
     return {.site = name_member(line, "site"),
             .board = name_member(line, "board"),
-            .session = text_member(line, "session"),
+            .session = session_member(line),
             .number = count_member(line, "number"),
             .first = count_member(line, "first"),
             .frames = count_member(line, "frames"),

@@ -18,51 +18,52 @@ constexpr size_t most_past = 64;
 batch_order::verdict batch_order::add(const batch_header &arrived)
 {
     verdict found;
-    const bool follows = arrived.session == session_;
-    if ((follows && arrived.number < next_number_) || has_ended(arrived.session))
+    const bool is_first_of_all = current_.session.empty();
+    const auto past = std::ranges::find(past_, arrived.session, &progress::session);
+    const auto &known = past != past_.end() ? *past : current_;
+    if (known.session == arrived.session && arrived.number < known.next_number)
     {
         found.repeated = true;
         return found;
     }
-    const bool is_first_of_all = session_.empty();
-    if (!follows)
+    if (arrived.session != current_.session)
     {
-        found.unfinished = !ended_;
-        begin(arrived);
-        found.begins = true;
+        change_session(arrived, found);
     }
     // Who begins in the middle of a session has lost nothing.
     if (!is_first_of_all)
     {
-        found.lost_batches = arrived.number - next_number_;
-        found.lost_frames = arrived.first - std::min(next_first_, arrived.first);
+        found.lost_batches = arrived.number - current_.next_number;
+        found.lost_frames = arrived.first - std::min(current_.next_first, arrived.first);
     }
-    ended_ = arrived.end.has_value();
-    next_number_ = arrived.number + 1;
-    next_first_ = arrived.first + arrived.frames;
+    current_.ended = arrived.end.has_value();
+    current_.next_number = arrived.number + 1;
+    current_.next_first = arrived.first + arrived.frames;
     return found;
 }
 
-/** Whether another session has begun since this one. */
-bool batch_order::has_ended(const std::string &session) const
+/** Begins a session, or goes on with one of those before. */
+void batch_order::change_session(const batch_header &arrived, verdict &found)
 {
-    return std::ranges::find(past_, session) != past_.end();
-}
-
-/** Begins a session. */
-void batch_order::begin(const batch_header &arrived)
-{
-    if (!session_.empty())
+    found.begins = true;
+    progress next{.session = arrived.session};
+    const auto past = std::ranges::find(past_, arrived.session, &progress::session);
+    found.goes_on = past != past_.end();
+    if (found.goes_on)
     {
-        past_.push_back(session_);
+        next = *past;
+        past_.erase(past);
+    }
+    found.unfinished = !current_.ended && !found.goes_on;
+    if (!current_.session.empty())
+    {
+        past_.push_back(current_);
     }
     if (past_.size() > most_past)
     {
         past_.pop_front();
     }
-    session_ = arrived.session;
-    next_number_ = 0;
-    next_first_ = 0;
+    current_ = next;
 }
 
 } // namespace vantor

@@ -22,7 +22,8 @@ public:
     {
         bool repeated = false;     /**< it was there before: to be dropped */
         bool unfinished = false;   /**< the session before it has not ended, as far as batches show */
-        bool begins = false;       /**< it is the first one of its session that has arrived */
+        bool begins = false;       /**< those before it are of another session */
+        bool goes_on = false;      /**< its session began before the one of those before it */
         uint64_t lost_batches = 0; /**< before it, in its session */
         uint64_t lost_frames = 0;  /**< in these */
     };
@@ -31,14 +32,19 @@ public:
     verdict add(const batch_header &arrived);
 
 private:
-    [[nodiscard]] bool has_ended(const std::string &session) const;
-    void begin(const batch_header &arrived);
+    /** How far a session has arrived. */
+    struct progress
+    {
+        std::string session;      /**< empty before the first batch of all */
+        bool ended = true;        /**< its last batch has arrived */
+        uint64_t next_number = 0; /**< of the batch that is expected */
+        uint64_t next_first = 0;  /**< frames of the session before that */
+    };
 
-    std::string session_;          /**< the current one; empty before the first batch */
-    std::deque<std::string> past_; /**< the ones before it, some of them */
-    bool ended_ = true;            /**< its last batch has arrived */
-    uint64_t next_number_ = 0;     /**< of the batch that is expected */
-    uint64_t next_first_ = 0;      /**< frames of the session before it */
+    void change_session(const batch_header &arrived, verdict &found);
+
+    progress current_;
+    std::deque<progress> past_; /**< the sessions before, some of them */
 };
 
 } // namespace vantor

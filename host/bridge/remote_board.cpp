@@ -17,6 +17,9 @@ namespace
 /** How long to wait for the description of a session: bridges repeat it within this time. */
 constexpr std::chrono::seconds description_time{12};
 
+/** Most sessions whose descriptions are kept. */
+constexpr size_t most_known = 16;
+
 /** How long to wait for a single frame. */
 constexpr std::chrono::seconds frame_time{10};
 
@@ -207,13 +210,20 @@ void remote_board::describe(const batch_header &header, bool begins)
 {
     if (begins)
     {
-        described_ = nullptr;
+        const auto known = known_.find(header.session);
+        described_ = known == known_.end() ? nullptr : known->second;
+        described_name_ = described_ ? header.session : described_name_;
         lost_ = 0;
     }
     if (header.content)
     {
         described_ = header.content;
         described_name_ = header.session;
+        if (known_.size() >= most_known)
+        {
+            known_.clear();
+        }
+        known_[header.session] = header.content;
     }
 }
 
@@ -235,6 +245,11 @@ bool remote_board::is_wanted(const batch_header &header, const stored_batch &sto
 void remote_board::note_loss(const batch_order::verdict &found)
 {
     lost_ += found.lost_frames;
+    if (found.goes_on)
+    {
+        report_("Board " + where_.board +
+                ": two of its sessions arrive at the same time. Do two bridges pass it on?");
+    }
     if (found.unfinished)
     {
         report_("Board " + where_.board + ": the end of its last session is missing, perhaps with frames.");

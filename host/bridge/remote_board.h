@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -74,6 +75,7 @@ private:
     std::string session_name_;
     std::shared_ptr<const batch_session> described_; /**< of the batches that arrive; null if not known */
     std::string described_name_;
+    std::map<std::string, std::shared_ptr<const batch_session>> known_; /**< by the names of sessions */
     std::string fault_; /**< of the broker, as reported last */
     uint64_t lost_ = 0; /**< frames between bridge and here, in the session that arrives */
 };
