@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -95,6 +96,7 @@ public:
     {
         if (!board_)
         {
+            require_past();
             board_ = std::make_unique<remote_board>(where_, security_, *loop_, report_);
             thread_ = std::thread([this] { work(); });
         }
@@ -119,6 +121,16 @@ public:
     }
 
 private:
+    /** Throws if the frames would begin in the future. */
+    void require_past() const
+    {
+        if (where_.from && *where_.from > std::chrono::system_clock::now())
+        {
+            throw address_error("The time behind \"@\" is in the future: leave it out to get the frames that "
+                                "arrive from now on.");
+        }
+    }
+
     /** The thread. */
     void work()
     {
@@ -149,6 +161,23 @@ private:
             served_ = *std::exchange(next_, std::nullopt);
             local_link host(served_.socket, loop_);
             replay_server(*board_, host, counts_).run([this] { return stop_ || next_; });
+            if (!stop_ && !next_ && board_->has_ended())
+            {
+                report_("Board " + where_.board +
+                        ": this session has ended. With --reconnect, the next one follows.");
+                await_end(host);
+            }
+        }
+    }
+
+    /** Lets a host read what it was sent, until it closes the link. */
+    void await_end(local_link &host)
+    {
+        ::shutdown(host.descriptor(), SHUT_WR);
+        std::array<std::byte, 4096> ignored{};
+        while (!stop_ && !next_)
+        {
+            (void)host.read_some(ignored, std::chrono::milliseconds(100));
         }
     }
 
@@ -173,7 +202,8 @@ std::array<int, 2> make_socket_pair()
     {
         throw connect_error(std::string("Cannot make a socket: ") + std::strerror(errno) + ".");
     }
-    const int size = frame_queue::most_unread / 4; // Linux doubles it.
+    // Linux doubles it.
+    const int size = frame_queue::most_unread / 4;
     ::setsockopt(sockets[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     return sockets;
 }

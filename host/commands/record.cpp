@@ -36,7 +36,7 @@ constexpr const char *record_footer = R"(Examples:
   vantor record --seconds 60 --board a.json=tcp:192.168.1.20:6110 --board b.json=serial:/dev/ttyACM0
 
 Without --frames and --seconds, press Ctrl-C to end the recording. Without CONFIG, the server must be a
-"vantor replay": its recording is recorded.)";
+"vantor replay" or a board behind a broker: what it sends is recorded.)";
 
 /** Upper limit of --frames: more than any recording has, and far below the limit of the type. */
 constexpr uint64_t most_frames = 1'000'000'000'000;
