@@ -77,6 +77,7 @@ decoded_state read_state(const nlohmann::json &document)
         throw bad_batch("The state has another version than 1: a newer Vantor has written it.");
     }
     read.site = name_member(document, "site");
+    read.bridge = optional_text_member(document, "bridge").value_or("");
     read.utc_s = known_number(document, "utc_s");
     read.interval_s = known_number(document, "interval_s");
     read.state = {.board = name_member(document, "board"),

@@ -51,6 +51,7 @@ struct decoded_state
 {
     board_state state;
     std::string site;
+    std::string bridge;      /**< name of the bridge that has reported it; empty if unknown */
     double utc_s = 0.0;      /**< when it was reported, in seconds since 1970-01-01 UTC */
     double interval_s = 0.0; /**< when to expect the next report */
 };

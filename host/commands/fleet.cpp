@@ -3,6 +3,7 @@
  */
 #include "commands/fleet.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -69,6 +70,14 @@ std::string rounded(double value)
     return text.data();
 }
 
+/** How long ago a state was reported. */
+std::string age(const decoded_state &one, double now)
+{
+    const auto seconds = std::llround(std::clamp(now - one.utc_s, 0.0, 1e15));
+    constexpr long long hour = 3600;
+    return seconds < 2 * hour ? std::to_string(seconds) + " s" : std::to_string(seconds / hour) + " h";
+}
+
 /** Describes the boards as JSON. */
 nlohmann::ordered_json to_json(const fleet &found, double now)
 {
@@ -80,6 +89,7 @@ nlohmann::ordered_json to_json(const fleet &found, double now)
                                         {"board", state.board},
                                         {"state", word_for(one, now)},
                                         {"age_s", now - one.utc_s},
+                                        {"bridge", one.bridge},
                                         {"address", state.address},
                                         {"sessions", state.sessions},
                                         {"frames", state.frames},
@@ -105,17 +115,18 @@ nlohmann::ordered_json to_json(const fleet &found, double now)
 /** Prints the boards as a table, and why some are offline. */
 void print(const fleet &found, double now, std::ostream &out)
 {
-    text_table table({"SITE", "BOARD", "STATE", "FRAMES", "RATE", "LOST", "DROPPED", "WAITING", "TEMP", "CAL",
-                      "VERSION", "ADDRESS"});
+    text_table table({"SITE", "BOARD", "STATE", "AGE", "FRAMES", "RATE", "LOST", "DROPPED", "WAITING", "TEMP",
+                      "CAL", "VERSION", "BRIDGE", "ADDRESS"});
     for (const auto &one : found.boards)
     {
         const auto &state = one.state;
-        table.add({printable(one.site), printable(state.board), word_for(one, now),
+        table.add({printable(one.site), printable(state.board), word_for(one, now), age(one, now),
                    std::to_string(state.frames), rounded(state.rate), std::to_string(state.lost),
                    std::to_string(state.dropped), std::to_string(state.waiting),
                    state.temperature ? std::to_string(*state.temperature) : "-",
                    state.calibration_needed ? "needed" : "-",
-                   state.server ? printable(state.server->server_version) : "-", printable(state.address)});
+                   state.server ? printable(state.server->server_version) : "-", printable(one.bridge),
+                   printable(state.address)});
     }
     table.print(out);
     for (const auto &one : found.boards)

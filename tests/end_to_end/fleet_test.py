@@ -361,6 +361,8 @@ class Boards(unittest.TestCase):
                 board = json.loads(vantor("fleet", broker.address, "--json").stdout)["boards"][0]
                 self.assertEqual((board["site"], board["board"], board["state"], board["lost"]), ("hall", "door", "online", 0))
                 self.assertGreater(board["frames"], 0)
+                self.assertRegex(board["bridge"], "^[A-Za-z0-9_-]+$")
+                self.assertRegex(text.stdout, rf"online +\d+ s .* {board['bridge']} +tcp:")
                 self.expect_left_out(broker)
                 bridge.stop()
             board = json.loads(vantor("fleet", broker.address, "--site", SITE, "--json").stdout)["boards"][0]
