@@ -75,23 +75,12 @@ struct bridge_options
     bool no_validate = false;
 };
 
-/** Adds the addresses in a file, one in each line; empty lines and those that begin with "#" are left out. */
-void add_lines(std::vector<std::string> &addresses, const std::filesystem::path &file)
+/** A text without blanks around it. */
+std::string trimmed(std::string text)
 {
-    std::ifstream input(file);
-    if (!input)
-    {
-        throw usage_error("Cannot read " + file.string() + ", the file of --boards");
-    }
-    for (std::string line; std::getline(input, line);)
-    {
-        line.erase(0, line.find_first_not_of(" \t"));
-        line.erase(line.find_last_not_of(" \t\r") + 1);
-        if (!line.empty() && line.front() != '#')
-        {
-            addresses.push_back(line);
-        }
-    }
+    text.erase(0, text.find_first_not_of(" \t"));
+    text.erase(text.find_last_not_of(" \t\r") + 1);
+    return text;
 }
 
 /** Splits "NAME=ADDRESS"; the name is empty if there is none. */
@@ -103,13 +92,47 @@ std::pair<std::string, std::string> split_name(const std::string &text)
     {
         return {"", text};
     }
-    auto name = text.substr(0, equals);
+    auto name = trimmed(text.substr(0, equals));
     if (!is_batch_name(name))
     {
         throw usage_error("\"" + name +
                           "\" cannot be the name of a board: use 1 to 64 letters, digits, \"-\" and \"_\"");
     }
-    return {std::move(name), text.substr(equals + 1)};
+    return {std::move(name), trimmed(text.substr(equals + 1))};
+}
+
+/** Throws unless a line of a file is a board. @param place  of the line */
+void require_board(const std::string &line, const std::string &place)
+{
+    try
+    {
+        (void)parse_address(split_name(line).second);
+    }
+    catch (const error &fault)
+    {
+        throw usage_error(place + ": " + fault.what());
+    }
+}
+
+/** Adds the addresses in a file, one in each line; empty lines and those that begin with "#" are left out. */
+void add_lines(std::vector<std::string> &addresses, const std::filesystem::path &file)
+{
+    std::ifstream input(file);
+    if (!input)
+    {
+        throw usage_error("Cannot read " + file.string() + ", the file of --boards");
+    }
+    int number = 0;
+    for (std::string line; std::getline(input, line);)
+    {
+        ++number;
+        line = trimmed(line);
+        if (!line.empty() && line.front() != '#')
+        {
+            require_board(line, file.string() + ":" + std::to_string(number));
+            addresses.push_back(line);
+        }
+    }
 }
 
 /** The boards of the options. */
@@ -206,6 +229,17 @@ void print_end(const bridge_report &report, std::ostream &out)
     }
     out << "stopped; frames: " << frames << ", lost: " << lost << ", dropped: " << dropped
         << ", batches stored: " << report.published.stored << "\n";
+    if (report.published.too_large > 0)
+    {
+        out << report.published.too_large << " batches were too large for the broker, and are lost\n";
+    }
+    for (const auto &board : report.boards)
+    {
+        if (board.lost + board.dropped > 0)
+        {
+            out << board.board << ": lost: " << board.lost << ", dropped: " << board.dropped << "\n";
+        }
+    }
     if (report.waiting > 0)
     {
         out << report.waiting << " batches wait in the spool for the next start\n";

@@ -276,6 +276,10 @@ class WrongOptions(unittest.TestCase):
             self.expect_usage_error("cannot be the name", *good, "--connect", "a b=tcp:a:1")
             self.expect_usage_error("--site must be", *good[:2], "--site", "my hall", "--connect", "tcp:a:1")
             self.expect_usage_error("need each other", *good, "--connect", "tcp:a:1", "--tls-cert", "c.pem")
+            with tempfile.NamedTemporaryFile("w", suffix=".txt") as boards:
+                boards.write("# all of them\ndoor = tcp:a:1\n\ngate=tcp:a:2 # the old one\n")
+                boards.flush()
+                self.expect_usage_error(f"{boards.name}:4: The port", *good, "--boards", boards.name)
             spool = os.path.join(os.path.dirname(file.name), "never-created")
             self.expect_usage_error("not a valid address", "amqp:localhost", *good[1:], "--connect", "tcp:a:1",
                                     "--spool", spool)
