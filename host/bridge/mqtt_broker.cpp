@@ -299,19 +299,24 @@ void mqtt_broker::take_answer(const mqtt_connection::answer &received)
     {
         return;
     }
-    heard_ = clock::now();
     const auto &sent = found.mapped();
+    const bool is_batch = sent.token != 0;
+    heard_ = is_batch || under_way_.empty() ? clock::now() : heard_;
     if (!received.refusal.empty() && !received.too_large)
     {
         reports_.note_refusal(received.refusal);
     }
-    if (received.too_large)
+    if (received.too_large && is_batch)
     {
         const std::scoped_lock lock(mutex_);
         largest_ = std::min(largest_, sent.size - 1);
     }
-    if (sent.token != 0)
+    if (is_batch)
     {
+        if (received.unread)
+        {
+            reports_.note_refusal("nobody is subscribed to the batches, so that the broker has dropped some");
+        }
         reports_.answer(sent.token, received.refusal.empty());
     }
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 #include <utility>
@@ -17,6 +18,9 @@ namespace vantor
 {
 namespace
 {
+
+/** Largest file with credentials, in bytes. */
+constexpr uintmax_t most_credentials = 4096;
 
 /** How long connecting may take. */
 constexpr std::chrono::seconds mqtt_connect_time{5};
@@ -149,9 +153,12 @@ void mqtt_connection::set_security(const broker_security &security)
     }
     if (!security.credentials.empty())
     {
+        std::error_code fault;
+        // Devices and pipes have no size.
+        const auto size = std::filesystem::file_size(security.credentials, fault);
         std::ifstream input(security.credentials);
-        const auto user = read_line(input);
-        const auto password = read_line(input);
+        const auto user = fault || size > most_credentials ? "" : read_line(input);
+        const auto password = user.empty() ? "" : read_line(input);
         if (!input || user.empty())
         {
             throw broker_error("Cannot read a user and a password, each in a line, from " +
@@ -256,7 +263,8 @@ void mqtt_connection::on_publish(mosquitto * /*link*/, void *self, int message, 
     static_cast<mqtt_connection *>(self)->answered_(
         {.message = message,
          .refusal = reason >= first_failure ? "the broker refused a message: " + text_of(reason) : "",
-         .too_large = reason == MQTT_RC_PACKET_TOO_LARGE});
+         .too_large = reason == MQTT_RC_PACKET_TOO_LARGE,
+         .unread = reason == MQTT_RC_NO_MATCHING_SUBSCRIBERS});
 }
 
 /** Notes what TLS says: the library only reports that something is wrong. */

@@ -50,6 +50,7 @@ public:
         int message = 0;        /**< its number */
         std::string refusal;    /**< why the broker has not taken it; empty if it has */
         bool too_large = false; /**< for this broker */
+        bool unread = false;    /**< nobody is subscribed to it */
     };
 
     /**
