@@ -145,7 +145,10 @@ metrics_server::metrics_server(const std::string &where, std::string site)
     const auto place = has_host ? where : "127.0.0.1:" + where;
     try
     {
-        exposer_.reset(new exposer{.server = prometheus::Exposer(place, 1)}); // NOLINT: it cannot be moved
+        // Clients that send nothing must not keep others away for long.
+        exposer_.reset(new exposer{
+            .server = prometheus::Exposer({"listening_ports", place, "num_threads", "4", "request_timeout_ms",
+                                           "2000"})}); // NOLINT: it cannot be moved
     }
     catch (const std::exception &)
     {
