@@ -34,7 +34,7 @@ struct board_state
     bool calibration_needed = false;
 };
 
-/** What the report of a state tells beside the state. */
+/** The members of a reported state that are not about the board itself. */
 struct state_report
 {
     std::string site;

@@ -127,7 +127,7 @@ void bridge::watch_broker()
     }
 }
 
-/** Tells the user once for each reason that batches are lost. */
+/** Reports each reason for lost batches once. */
 void bridge::watch_losses()
 {
     const auto &now = publisher_.counted();

@@ -34,7 +34,7 @@ public:
     /** Most bytes that a link may hold. */
     static constexpr size_t most_unread = size_t{1} << 20U;
 
-    /** Whether there is no frame to take. */
+    /** Whether take() has nothing to return. */
     [[nodiscard]] bool empty() const noexcept
     {
         return ready_.empty();

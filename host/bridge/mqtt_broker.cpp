@@ -34,7 +34,7 @@ constexpr std::chrono::milliseconds longest_mqtt_pause{8000};
 /** A connection that lasts so long was a good one. */
 constexpr std::chrono::seconds good_time{10};
 
-/** Version of the document that tells whether a bridge is there. */
+/** Version of the document that reports whether a bridge is online. */
 constexpr int presence_version = 1;
 
 /** Where everything of a site is. */
@@ -335,7 +335,7 @@ bool mqtt_broker::stops() const
     return stop_;
 }
 
-/** The message that tells whether this bridge is there. */
+/** The message that reports whether this bridge is online. */
 mqtt_message mqtt_broker::presence(bool is_online) const
 {
     const nlohmann::ordered_json document = {{"vantor_bridge", presence_version},

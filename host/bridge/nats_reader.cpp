@@ -159,7 +159,7 @@ void nats_reader::find_begin(jsCtx &streams, const stream_state &stream)
     last_old_ = natsMsg_GetSequence(found);
 }
 
-/** What the server has in the stream; nothing if there is no such stream. */
+/** The state of the stream on the server; empty if the stream does not exist. */
 nats_reader::stream_state nats_reader::state_of(jsCtx &streams) const
 {
     jsStreamInfo *found = nullptr;
@@ -174,7 +174,7 @@ nats_reader::stream_state nats_reader::state_of(jsCtx &streams) const
     return {.messages = info->State.Msgs, .last = info->State.LastSeq, .created = info->Created};
 }
 
-/** Throws an error: there is no such board. */
+/** Throws broker_error, because the broker does not know the board. */
 void nats_reader::refuse_board() const
 {
     throw broker_error("There are no frames of board " + where_.board + " at site " + where_.site +

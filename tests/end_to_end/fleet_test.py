@@ -25,7 +25,7 @@ QUICK = {"update_rate": 10.0, "groups": [[{"sensor_id": 1, "config": {"num_point
 # Fills a spool of 8 MB in some seconds.
 LARGE = {"update_rate": 20.0, "groups": [[{"sensor_id": number, "config": {"sweeps_per_frame": 31, "num_points": 512}}
                                           for number in (1, 2, 3)]]}
-# Those at the end need networks and mounts of their own.
+# These need separate networks and mounts.
 ISOLATED = ("fill_disk_of_broker", "fill_disk_of_consumer", "cut_network", "lose_packets")
 FAULTS = ("suspend_consumer", "kill_broker", "kill_bridge", "suspend_broker", "fill_spool", *ISOLATED)
 

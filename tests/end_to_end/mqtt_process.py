@@ -121,7 +121,7 @@ class Consumer:
         return sum(batch.header["frames"] for batch in self.batches(board))
 
     def wait_for_frames(self, board, count):
-        """Waits until so many more frames have arrived."""
+        """Waits until this number of additional frames has arrived."""
         wanted = self.frames(board) + count
         wait_until(lambda: self.frames(board) >= wanted, f"{wanted} frames of {board}")
 

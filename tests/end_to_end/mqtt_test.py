@@ -18,7 +18,7 @@ from vantor_process import TIME_OUT, Server, vantor, wait_until
 
 SMALL = {"update_rate": 50.0, "groups": [[{"sensor_id": 1, "config": {"num_points": 50}}]]}
 
-# Frames of 63 kB, each in a batch of its own.
+# Frames of 63 kB: each fills a batch.
 LARGE = {"update_rate": 10.0, "groups": [[{"sensor_id": 1, "config": {"sweeps_per_frame": 31, "num_points": 512}}]]}
 SINGLE_FRAMES = ("--batch-size", "1")
 

@@ -1,4 +1,4 @@
-"""Networks and disks of their own for the programs of a test: links that are cut, and disks that become full."""
+"""Separate networks and disks for the programs of a test: links that are cut, and disks that become full."""
 
 import os
 import socket
@@ -38,7 +38,7 @@ class Namespace:
         if not self.test.recv(256):
             reason = self.holder.communicate()[1].decode().strip()
             self.test.close()
-            raise unittest.SkipTest(f"this system does not permit networks and mounts of their own: {reason}")
+            raise unittest.SkipTest(f"this system does not permit separate networks and mounts: {reason}")
         self.run("ip", "link", "set", "lo", "up")
 
     def __enter__(self):

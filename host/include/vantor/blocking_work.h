@@ -12,7 +12,7 @@ namespace vantor
 {
 
 /**
- * Runs a function on a thread of its own, while the caller waits on the loop, so that other tasks go on. If
+ * Runs a function on a new thread, while the caller waits on the loop, so that other tasks go on. If
  * there can be no further thread, the function runs on that of the caller.
  *
  * @param cancel  called if waiting is cancelled, to end the function soon; without it, the wait cannot be
